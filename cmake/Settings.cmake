@@ -1,0 +1,46 @@
+# What holds for every target: the language, where files go, how they are compiled and linked.
+
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
+
+# Programs find their libraries beside them.
+set(CMAKE_RUNTIME_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/bin")
+set(CMAKE_LIBRARY_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/bin")
+set(CMAKE_ARCHIVE_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/lib")
+
+if(NOT CMAKE_BUILD_TYPE)
+    set(CMAKE_BUILD_TYPE Release CACHE STRING "Kind of build" FORCE)
+endif()
+
+include(CheckPIESupported)
+check_pie_supported(LANGUAGES CXX)
+find_package(Threads REQUIRED)
+
+find_program(VANTLOW_CCACHE ccache)
+if(VANTLOW_CCACHE AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
+    # Paths below the source folder count as relative ones, so that another copy of the tree finds the same objects.
+    set(CMAKE_CXX_COMPILER_LAUNCHER "${CMAKE_COMMAND}" -E env
+        "CCACHE_BASEDIR=${CMAKE_SOURCE_DIR}" CCACHE_NOHASHDIR=1 "${VANTLOW_CCACHE}")
+endif()
+
+# Our own sources are held to these; foreign ones (GoogleTest) are not.
+add_library(vantlow_warnings INTERFACE)
+target_compile_options(vantlow_warnings INTERFACE
+    -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wold-style-cast -Wnon-virtual-dtor -Werror)
+
+add_library(vantlow_hardening INTERFACE)
+target_compile_options(vantlow_hardening INTERFACE -fstack-protector-strong)
+if(CMAKE_BUILD_TYPE STREQUAL "Release")
+    # Some compilers are built with a value of their own.
+    target_compile_options(vantlow_hardening INTERFACE -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2)
+endif()
+if(WIN32)
+    target_link_options(vantlow_hardening INTERFACE -Wl,--dynamicbase -Wl,--nxcompat -Wl,--high-entropy-va)
+else()
+    target_compile_options(vantlow_hardening INTERFACE -fstack-clash-protection)
+    target_link_options(vantlow_hardening INTERFACE -Wl,-z,relro -Wl,-z,now -Wl,-z,noexecstack)
+endif()

@@ -1,0 +1,44 @@
+# What others made: each a target that only the folders which may use it are linked to.
+
+# Static archives by their full path: where both kinds are installed -lNAME would take the shared one.
+find_library(VANTLOW_GCRYPT_LIBRARY NAMES libgcrypt.a REQUIRED)
+find_library(VANTLOW_GPG_ERROR_LIBRARY NAMES libgpg-error.a REQUIRED)
+find_path(VANTLOW_GCRYPT_INCLUDE gcrypt.h REQUIRED)
+add_library(vantlow_gcrypt INTERFACE)
+add_library(vantlow::gcrypt ALIAS vantlow_gcrypt)
+target_link_libraries(vantlow_gcrypt INTERFACE "${VANTLOW_GCRYPT_LIBRARY}" "${VANTLOW_GPG_ERROR_LIBRARY}")
+if(WIN32)
+    target_link_libraries(vantlow_gcrypt INTERFACE ws2_32)
+endif()
+
+# Every Debian system has the shared zlib, no Windows system has one.
+if(WIN32)
+    find_library(VANTLOW_Z_LIBRARY NAMES libz.a REQUIRED)
+else()
+    find_library(VANTLOW_Z_LIBRARY NAMES z REQUIRED)
+endif()
+add_library(vantlow_zlib INTERFACE)
+add_library(vantlow::zlib ALIAS vantlow_zlib)
+target_link_libraries(vantlow_zlib INTERFACE "${VANTLOW_Z_LIBRARY}")
+
+# The operating system's own libraries.
+add_library(vantlow_system INTERFACE)
+add_library(vantlow::system ALIAS vantlow_system)
+if(WIN32)
+    target_link_libraries(vantlow_system INTERFACE ws2_32 version bcrypt shell32 ole32 advapi32)
+else()
+    target_link_libraries(vantlow_system INTERFACE ${CMAKE_DL_LIBS})
+endif()
+
+# CLI11 and nlohmann-json are headers only. They are reached through links to just these two folders: the folder that
+# they are installed in holds the headers of another system when cross-compiling.
+set(headers "${CMAKE_BINARY_DIR}/third_party")
+file(MAKE_DIRECTORY "${headers}")
+foreach(header IN ITEMS CLI/CLI.hpp nlohmann/json.hpp)
+    get_filename_component(folder "${header}" DIRECTORY)
+    find_path(VANTLOW_${folder}_INCLUDE "${header}" PATHS /usr/include NO_CMAKE_FIND_ROOT_PATH REQUIRED)
+    file(CREATE_LINK "${VANTLOW_${folder}_INCLUDE}/${folder}" "${headers}/${folder}" SYMBOLIC)
+endforeach()
+add_library(vantlow_headers INTERFACE)
+add_library(vantlow::headers ALIAS vantlow_headers)
+target_include_directories(vantlow_headers SYSTEM INTERFACE "${headers}")

@@ -1,0 +1,221 @@
+#include "app/get_command.h"
+
+#include <iostream>
+#include <optional>
+
+#include "app/get_output.h"
+#include "app/job_factory.h"
+#include "app/netrc.h"
+#include "app/rate_text.h"
+#include "base/codes.h"
+#include "base/text.h"
+#include "platform/console.h"
+#include "platform/file.h"
+#include "platform/process.h"
+#include "store/address.h"
+#include "transfer/job/queue.h"
+
+namespace vantlow {
+namespace {
+
+constexpr std::size_t largest_netrc = 256 * 1024;
+constexpr std::size_t largest_list = 256 * 1024 * 1024;
+
+// A complaint about the words, or nothing.
+using Complaint = std::optional<std::string>;
+
+Complaint apply_settings(Settings& settings, const GlobalOptions& global, const GetOptions& options) {
+    for (const std::string& entry : global.set) {
+        const auto slash = entry.find('/');
+        const auto equals = entry.find('=', slash == std::string::npos ? 0 : slash);
+        if (slash == std::string::npos || slash == 0 || equals == std::string::npos || equals == slash + 1) {
+            return "--set takes Section/Key=Value, not \"" + entry + "\".";
+        }
+        settings.override_value(to_utf16(entry.substr(0, slash)),
+                                to_utf16(entry.substr(slash + 1, equals - slash - 1)),
+                                to_utf16(entry.substr(equals + 1)));
+    }
+    const auto set = [&](const NumberSetting& setting, std::int64_t value) {
+        settings.override_value(setting.section, setting.key, to_utf16(std::to_string(value)));
+    };
+    if (options.jobs) set(setting::max_jobs, *options.jobs);
+    if (options.overwrite == "rename") set(setting::overwrite_rule, 0);
+    if (options.overwrite == "overwrite") set(setting::overwrite_rule, 2);
+    if (options.overwrite == "cancel") set(setting::overwrite_rule, 1);
+    if (!options.limit.empty()) {
+        const auto rate = parse_rate(options.limit);
+        if (!rate || *rate < 0)
+            return "--limit takes bytes a second (500K, 2M), not \"" + options.limit + "\".";
+        set(setting::limit, *rate > 0 ? 1 : 0);
+        if (*rate > 0) set(setting::speed_limit, *rate);
+    }
+    return std::nullopt;
+}
+
+Complaint read_hash(const GetOptions& options, RunOptions& run) {
+    if (options.hash.empty()) return std::nullopt;
+    const auto colon = options.hash.find(':');
+    const auto kind = digest_kind(std::string_view(options.hash).substr(0, colon));
+    const auto digest = colon == std::string::npos
+                            ? std::nullopt
+                            : from_hex(std::string_view(options.hash).substr(colon + 1));
+    if (!kind || !digest || digest->size() != digest_size(*kind)) {
+        return "--hash takes md5:, sha1: or sha256: and the digest in hexadecimal digits.";
+    }
+    run.hash = ExpectedHash{*kind, *digest};
+    return std::nullopt;
+}
+
+// An HTTP proxy that forwards requests; tunnels are other kinds.
+Complaint read_proxy(const GetOptions& options, RunOptions& run) {
+    if (options.proxy.empty()) return std::nullopt;
+    const auto target = parse_target(to_utf16(options.proxy));
+    if (!target || target->scheme != "http") {
+        return "--proxy takes http://[user:password@]host:port; other kinds of proxy cannot be used.";
+    }
+    run.proxy = {CProxyNode::http, target->host, target->port, to_ansi(target->user),
+                 to_ansi(target->password)};
+    return std::nullopt;
+}
+
+void add_lines(std::string_view text, std::vector<std::string>& links) {
+    if (text.starts_with("\xEF\xBB\xBF")) text.remove_prefix(3);
+    for (std::string_view line : split(text, '\n')) {
+        if (!line.empty() && line.back() == '\r') line.remove_suffix(1);
+        line = trim(line);
+        if (!line.empty() && line.front() != '#') links.emplace_back(line);
+    }
+}
+
+Complaint read_links(const GetOptions& options, std::vector<std::string>& links) {
+    links = options.links;
+    if (options.input_file.empty()) return std::nullopt;
+    if (options.input_file == "-") {
+        std::string line;
+        std::string text;
+        while (text.size() < largest_list && std::getline(std::cin, line)) text += line + "\n";
+        add_lines(text, links);
+        return std::nullopt;
+    }
+    std::vector<std::byte> bytes;
+    if (const FileError error = read_file(to_utf16(options.input_file), largest_list, bytes); !error.ok()) {
+        return options.input_file + ": " + error.text();
+    }
+    add_lines({reinterpret_cast<const char*>(bytes.data()), bytes.size()}, links);
+    return std::nullopt;
+}
+
+// The user's .netrc, read when the first job asks for it.
+CredentialLookup netrc_lookup() {
+    auto entries = std::make_shared<std::optional<Netrc>>();
+    return [entries](const std::string& host) -> std::optional<NetrcEntry> {
+        if (!*entries) {
+            std::vector<std::byte> bytes;
+            const std::u16string path =
+                join_path(home_folder(), path_separator() == u'\\' ? u"_netrc" : u".netrc");
+            const bool there = read_file(path, largest_netrc, bytes).ok();
+            *entries = parse_netrc(
+                there ? std::string_view(reinterpret_cast<const char*>(bytes.data()), bytes.size())
+                      : std::string_view{});
+        }
+        return find_netrc(**entries, host);
+    };
+}
+
+// The status of all jobs together: that of the only failure, or the one that all failures share.
+class StatusOfAll {
+  public:
+    void add(const Result& result) {
+        const Exit status = exit_of(result);
+        if (status == Exit::done) return;
+        status_ = failed_ && status != status_ ? Exit::failed : status;
+        failed_ = true;
+    }
+    [[nodiscard]] Exit status() const noexcept { return status_; }
+
+  private:
+    bool failed_ = false;
+    Exit status_ = Exit::done;
+};
+
+void on_interrupt(void* context, int count) {
+    if (count > 1) end_process(static_cast<int>(Exit::interrupted));
+    static_cast<StopSource*>(context)->request();
+}
+
+}  // namespace
+
+Exit exit_of(const Result& result) noexcept {
+    if (result.ok()) return Exit::done;
+    switch (result.code) {
+        case Code::local_file:
+            return Exit::local_file;
+        case Code::credentials_refused:
+            return Exit::credentials;
+        case Code::not_trusted:
+            return Exit::not_trusted;
+        case Code::hash_differs:
+            return Exit::hash;
+        case Code::cancelled:
+        case Code::invalid_url:
+            return Exit::failed;
+        case Code::stopped:
+            return Exit::interrupted;
+        default:
+            return Exit::network;
+    }
+}
+
+Exit run_get(CFerrywellApp& app, const GlobalOptions& global, const GetOptions& options) {
+    GetOutput output(global);
+    RunOptions run;
+    run.default_agent = u"Vantlow/" + app.version();
+    std::vector<std::string> links;
+    Complaint complaint = apply_settings(app.settings(), global, options);
+    if (!complaint) complaint = read_hash(options, run);
+    if (!complaint) complaint = read_proxy(options, run);
+    if (!complaint) complaint = read_links(options, links);
+    if (complaint) {
+        output.complain(*complaint);
+        return Exit::usage;
+    }
+
+    ConnectionServices connections;
+    StopSource& stop = app.stop();
+    const InterruptWatch watch(on_interrupt, &stop);
+    StatusOfAll all;
+    {
+        CJobQueue queue({connections, app.libraries(), app.settings(), stop});
+        JobFactory factory(options, netrc_lookup());
+        CJobQueue::Id next_id = 0;
+        for (const std::string& link : links) {
+            const CJobQueue::Id id = next_id++;
+            CJobLog::Listener listener;
+            if (global.verbose) listener = [&output, id](const CLogNode& line) { output.log_line(id, line); };
+            queue.add(factory.make(link), run, std::move(listener));
+        }
+        links.clear();
+        auto next_refresh = from_now(std::chrono::seconds(1));
+        while ((queue.waiting() > 0 && !stop.requested()) || queue.running() > 0) {
+            queue.start_waiting();
+            for (const CJobQueue::Ended& ended : queue.wait(output.interval())) {
+                all.add(ended.outcome.result);
+                output.ended(ended);
+            }
+            output.show(queue);
+            if (Clock::now() >= next_refresh) {
+                app.settings().refresh();
+                next_refresh = from_now(std::chrono::seconds(1));
+            }
+        }
+        for (const CJobQueue::Ended& dropped : queue.drop_waiting()) all.add(dropped.outcome.result);
+    }
+    output.close();
+    const Exit status = stop.requested() ? Exit::interrupted : all.status();
+    // A name that the system is still looking up cannot be called back; everything is saved, so the process
+    // ends.
+    if (!connections.resolver.settle(std::chrono::milliseconds(50))) end_process(static_cast<int>(status));
+    return status;
+}
+
+}  // namespace vantlow

@@ -1,0 +1,172 @@
+#include "app/get_output.h"
+
+#include <nlohmann/json.hpp>
+
+#include "base/text.h"
+#include "platform/console.h"
+#include "platform/file.h"
+#include "platform/process.h"
+#include "store/address.h"
+
+namespace vantlow {
+namespace {
+
+using nlohmann::ordered_json;
+
+constexpr std::chrono::milliseconds draw_interval{100};
+constexpr std::chrono::milliseconds tell_interval{500};  // progress events, at most twice a second
+
+// Invalid UTF-8 (a file name of another code page) must not end the output.
+std::string dump(const ordered_json& json) {
+    return json.dump(-1, ' ', false, ordered_json::error_handler_t::replace);
+}
+
+ordered_json size_or_null(std::int64_t size) {
+    return size >= 0 ? ordered_json(size) : ordered_json(nullptr);
+}
+
+ordered_json path_or_null(const std::u16string& path) {
+    // A job that failed before it knew its name has a folder only.
+    const bool known = !path.empty() && !name_of(path).empty();
+    return known ? ordered_json(to_utf8(path)) : ordered_json(nullptr);
+}
+
+std::string plain_line(std::string_view text) {
+    std::string line(text);
+    for (char& c : line) {
+        if (static_cast<unsigned char>(c) < 0x20 || c == 0x7F) c = ' ';
+    }
+    return line;
+}
+
+}  // namespace
+
+GetOutput::GetOutput(const GlobalOptions& global)
+    : global_(global), view_(!global.quiet && !global.json, !environment("NO_COLOR").has_value()) {}
+
+std::chrono::milliseconds GetOutput::interval() const noexcept {
+    return view_.is_drawing() ? draw_interval : std::chrono::milliseconds(250);
+}
+
+void GetOutput::write_line(Stream stream, const std::string& text) {
+    if (stream == Stream::error || is_terminal(Stream::output)) {
+        view_.clear();
+    }
+    write_stream(stream, text + "\n");
+}
+
+void GetOutput::log_line(CJobQueue::Id id, const CLogNode& line) {
+    static constexpr const char* marks[] = {"  ", "> ", "! ", "< "};
+    const std::string text =
+        "[" + std::to_string(id + 1) + "] " + marks[static_cast<int>(line.direction)] + plain_line(line.text);
+    const std::lock_guard guard(mutex_);
+    log_lines_.push_back(text);
+}
+
+void GetOutput::flush_log() {
+    std::vector<std::string> lines;
+    {
+        const std::lock_guard guard(mutex_);
+        lines.swap(log_lines_);
+    }
+    std::string text;
+    for (const std::string& line : lines) text += line + "\n";
+    if (text.empty()) return;
+    view_.clear();
+    write_stream(Stream::error, text);
+}
+
+void GetOutput::complain(const std::string& text) {
+    write_line(Stream::error, "vantlow: " + plain_line(text));
+}
+
+void GetOutput::close() {
+    flush_log();
+    view_.clear();
+}
+
+void GetOutput::tell_start(Shown& shown, const std::u16string& path, std::int64_t size) {
+    if (shown.start_told || !global_.json) return;
+    shown.start_told = true;
+    write_line(Stream::output, dump({{"event", "start"},
+                                     {"address", shown.address},
+                                     {"path", path_or_null(path)},
+                                     {"size", size_or_null(size)}}));
+}
+
+void GetOutput::tell_progress(Shown& shown, const JobProgress& progress, double speed) {
+    const auto now = Clock::now();
+    if (!global_.json || now - shown.told < tell_interval) return;
+    shown.told = now;
+    write_line(Stream::output, dump({{"event", "progress"},
+                                     {"address", shown.address},
+                                     {"done", progress.done},
+                                     {"size", size_or_null(progress.size)},
+                                     {"speed", static_cast<std::int64_t>(speed)},
+                                     {"connections", progress.connections}}));
+}
+
+// What a job has trouble with is told once, not at every attempt.
+void GetOutput::tell_notice(Shown& shown, const JobProgress& progress) {
+    if (progress.notice.empty() || progress.notice == shown.notice) return;
+    shown.notice = progress.notice;
+    if (!global_.quiet && !global_.json) complain(shown.address + ": " + progress.notice + " (going on)");
+}
+
+void GetOutput::show(CJobQueue& queue) {
+    flush_log();
+    const auto now = Clock::now();
+    std::vector<JobLine> lines;
+    std::int64_t received = finished_bytes_;
+    for (const CJobQueue::Id id : queue.running_ids()) {
+        Shown& shown = shown_[id];
+        if (shown.address.empty()) shown.address = to_utf8(without_credentials(queue.job(id).address));
+        JobProgress progress = queue.progress(id);
+        received += progress.received;
+        const double speed = shown.speed.update(progress.received, now);
+        const bool named = !name_of(progress.path).empty();
+        if (named) {
+            tell_start(shown, progress.path, progress.size);
+            tell_progress(shown, progress, speed);
+        }
+        tell_notice(shown, progress);
+        lines.push_back(
+            {named ? to_utf8(name_of(progress.path)) : shown.address, std::move(progress), speed});
+    }
+    totals_.running = queue.running();
+    totals_.waiting = queue.waiting();
+    totals_.received = received;
+    totals_.speed = total_speed_.update(received, now);
+    if (now - drawn_ < draw_interval) return;
+    drawn_ = now;
+    view_.draw(lines, totals_);
+}
+
+void GetOutput::ended(const CJobQueue::Ended& job) {
+    flush_log();
+    Shown& shown = shown_[job.id];
+    if (shown.address.empty()) shown.address = to_utf8(without_credentials(job.job->address));
+    const JobOutcome& outcome = job.outcome;
+    const bool ok = outcome.result.ok();
+    finished_bytes_ += outcome.received;
+    if (outcome.result.kind() != Kind::stopped) ++(ok ? totals_.done : totals_.failed);
+    if (global_.json) {
+        tell_start(shown, outcome.path, outcome.size);
+        write_line(Stream::output,
+                   dump({{"event", "end"},
+                         {"address", shown.address},
+                         {"path", path_or_null(outcome.path)},
+                         {"size", size_or_null(outcome.size)},
+                         {"received", outcome.received},
+                         {"seconds", outcome.seconds},
+                         {"result", static_cast<std::int32_t>(outcome.result.code)},
+                         {"error", ok ? ordered_json(nullptr) : ordered_json(outcome.result.message())}}));
+    } else if (ok && !global_.quiet) {
+        write_line(Stream::output, to_utf8(outcome.path));
+    }
+    if (!ok && outcome.result.kind() != Kind::stopped)
+        complain(shown.address + ": " + outcome.result.message());
+    shown_.erase(job.id);
+}
+
+}  // namespace vantlow

@@ -1,0 +1,61 @@
+// What `vantlow get` tells: to a person, to a program, to a terminal.
+#pragma once
+
+#include <map>
+#include <mutex>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "app/get_options.h"
+#include "app/progress_view.h"
+#include "platform/console.h"
+#include "platform/socket.h"
+#include "store/job_log.h"
+#include "transfer/job/queue.h"
+
+namespace vantlow {
+
+/// Used from the thread that drives the queue, but for log_line().
+class GetOutput {
+  public:
+    explicit GetOutput(const GlobalOptions& global);
+
+    /// A line of a job's log (any thread); shown with -v.
+    void log_line(CJobQueue::Id id, const CLogNode& line);
+    /// The running jobs, often: redraws the terminal ten times a second, reports progress twice a second.
+    void show(CJobQueue& queue);
+    void ended(const CJobQueue::Ended& job);
+    /// A complaint that belongs to no job.
+    void complain(const std::string& text);
+    /// Takes the progress display away.
+    void close();
+    /// How long show() may be kept waiting.
+    [[nodiscard]] std::chrono::milliseconds interval() const noexcept;
+
+  private:
+    struct Shown {
+        std::string address;
+        bool start_told = false;
+        Clock::time_point told{};
+        std::string notice;
+        SpeedMeter speed;
+    };
+    void tell_start(Shown& shown, const std::u16string& path, std::int64_t size);
+    void tell_progress(Shown& shown, const JobProgress& progress, double speed);
+    void tell_notice(Shown& shown, const JobProgress& progress);
+    void write_line(Stream stream, const std::string& text);
+    void flush_log();
+
+    GlobalOptions global_;
+    ProgressView view_;
+    std::map<CJobQueue::Id, Shown> shown_;
+    SpeedMeter total_speed_;
+    std::int64_t finished_bytes_ = 0;
+    Totals totals_;
+    Clock::time_point drawn_{};
+    std::mutex mutex_;
+    std::vector<std::string> log_lines_;  ///< guarded by mutex_
+};
+
+}  // namespace vantlow

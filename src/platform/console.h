@@ -1,0 +1,34 @@
+// The terminal: what stdout and stderr are, how wide, and Ctrl-C.
+#pragma once
+
+#include <string_view>
+
+namespace vantlow {
+
+enum class Stream { output, error };
+
+/// True when the stream is a terminal.
+bool is_terminal(Stream stream) noexcept;
+/// Columns of the terminal behind the stream; 80 when it does not tell.
+int terminal_width(Stream stream) noexcept;
+/// Prepares a terminal for UTF-8 and for cursor movement; false when it cannot move its cursor.
+bool prepare_terminal(Stream stream) noexcept;
+/// Writes UTF-8 text whole, at once, unbuffered. Failures are ignored: there is nobody to tell.
+void write_stream(Stream stream, std::string_view text) noexcept;
+
+/// Calls `on_interrupt` (from a thread of its own, one call at a time, count from 1) for each Ctrl-C,
+/// SIGTERM, console close or log-off until the object ends. One object at a time.
+class InterruptWatch {
+  public:
+    using Handler = void (*)(void* context, int count);
+    InterruptWatch(Handler handler, void* context);
+    ~InterruptWatch();
+    InterruptWatch(const InterruptWatch&) = delete;
+    InterruptWatch& operator=(const InterruptWatch&) = delete;
+
+  private:
+    struct State;
+    State* state_;
+};
+
+}  // namespace vantlow

@@ -1,0 +1,107 @@
+#include "platform/file.h"
+
+#include <algorithm>
+
+#include "platform/file_hook.h"
+#include "platform/system_text.h"
+
+namespace vantlow {
+namespace {
+
+const char* fault_text(FileFault fault) noexcept {
+    switch (fault) {
+        case FileFault::none:
+            return "No error";
+        case FileFault::not_found:
+            return "The file does not exist";
+        case FileFault::exists:
+            return "The file exists";
+        case FileFault::access:
+            return "Access denied";
+        case FileFault::is_folder:
+            return "This is a folder";
+        case FileFault::no_space:
+            return "No space left";
+        case FileFault::read_only:
+            return "The file system cannot be written";
+        case FileFault::name_too_long:
+            return "The name is too long";
+        case FileFault::in_use:
+            return "The file is in use";
+        case FileFault::other:
+            break;
+    }
+    return "File error";
+}
+
+constexpr std::size_t read_step = 65536;
+
+FileError write_whole(const std::u16string& path, std::span<const std::byte> bytes, Privacy privacy) {
+    File file;
+    if (FileError error = file.open(path, OpenMode::create_new, privacy); !error.ok()) return error;
+    if (FileError error = file.write_at(0, bytes); !error.ok()) return error;
+    return file.flush();
+}
+
+}  // namespace
+
+std::atomic<FileHook*> current_file_hook{nullptr};
+
+void set_file_hook(FileHook* hook) noexcept {
+    current_file_hook.store(hook, std::memory_order_release);
+}
+
+std::string FileError::text() const {
+    return system_error != 0 ? system_text(system_error) : fault_text(fault);
+}
+
+FileError make_folders(const std::u16string& path) {
+    if (path.empty() || path_kind(path) == PathKind::folder) return {};
+    const FileError error = make_one_folder(path);
+    const std::u16string above = folder_of(path);
+    if (error.fault != FileFault::not_found || above.empty() || above == path) return error;
+    if (FileError failed = make_folders(above); !failed.ok()) return failed;
+    return make_one_folder(path);
+}
+
+FileError read_file(const std::u16string& path, std::size_t at_most, std::vector<std::byte>& bytes) {
+    bytes.clear();
+    File file;
+    if (FileError error = file.open(path, OpenMode::read); !error.ok()) return error;
+    // The size is a hint only: what is no plain file tells none, and files grow.
+    const std::int64_t size = file.size();
+    std::size_t room = size > 0 ? static_cast<std::size_t>(size) : read_step;
+    std::size_t filled = 0;
+    for (;;) {
+        // One byte over the limit is asked for, to see whether there is more.
+        room = std::min(room, at_most) + 1;
+        bytes.resize(room);
+        std::size_t got = 0;
+        const auto rest = std::span(bytes).subspan(filled);
+        const FileError error = file.read_at(static_cast<std::int64_t>(filled), rest, got);
+        filled += got;
+        const bool too_long = error.ok() && filled > at_most;
+        if (!error.ok() || too_long || got < rest.size()) {
+            bytes.resize(error.ok() && !too_long ? filled : 0);
+            return too_long ? FileError{FileFault::no_space, 0} : error;
+        }
+        room = filled + std::max(filled, read_step);
+    }
+}
+
+FileError write_file_atomically(const std::u16string& path, std::span<const std::byte> bytes,
+                                Privacy privacy) {
+    const std::u16string fresh = path + u".new";
+    // What an earlier try left behind, perhaps with other rights or as a link to somewhere.
+    if (FileError error = remove_file(fresh); !error.ok() && error.fault != FileFault::not_found)
+        return error;
+    FileError error = write_whole(fresh, bytes, privacy);
+    if (error.ok()) error = rename_replace(fresh, path);
+    if (!error.ok()) {
+        (void)remove_file(fresh);  // the first failure is the one to tell
+        return error;
+    }
+    return sync_folder(folder_of(path));
+}
+
+}  // namespace vantlow

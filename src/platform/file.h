@@ -1,0 +1,135 @@
+// Files and folders. Paths are UTF-16, absolute or relative to the current folder, with either system's
+// separators on Windows and "/" on Linux.
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "base/result.h"
+
+namespace vantlow {
+
+/// Why a file operation failed, as far as callers decide by it.
+enum class FileFault {
+    none,
+    not_found,
+    exists,
+    access,
+    is_folder,
+    no_space,
+    read_only,
+    name_too_long,
+    in_use,
+    other
+};
+
+struct [[nodiscard]] FileError {
+    FileFault fault = FileFault::none;
+    int system_error = 0;
+    [[nodiscard]] bool ok() const noexcept { return fault == FileFault::none; }
+    /// The system's sentence, UTF-8.
+    [[nodiscard]] std::string text() const;
+};
+
+enum class OpenMode {
+    read,            ///< an existing file, for reading
+    write,           ///< an existing file or a new one, for reading and writing; what is in it stays
+    write_existing,  ///< an existing file, for reading and writing
+    create_new,      ///< a new file; fails with `exists` when there is one
+    truncate,        ///< an existing file emptied, or a new one
+};
+
+/// Whether a new file may be read by other users of the machine (as far as the umask lets them).
+enum class Privacy { shared, owner_only };
+
+/// One open file. Positioned reads and writes may come from several threads at once; the other operations
+/// from one. Others may read, write, rename and delete the file meanwhile.
+class File {
+  public:
+    File() = default;
+    File(File&& other) noexcept;
+    File& operator=(File&& other) noexcept;
+    ~File();
+
+    FileError open(const std::u16string& path, OpenMode mode, Privacy privacy = Privacy::shared);
+    void close() noexcept;
+    [[nodiscard]] bool is_open() const noexcept { return native_ != invalid; }
+
+    /// Writes all of it or fails; what was written before the failure stays.
+    FileError write_at(std::int64_t offset, std::span<const std::byte> bytes) noexcept;
+    /// Reads up to the end of the file; `got` may be short only there.
+    FileError read_at(std::int64_t offset, std::span<std::byte> into, std::size_t& got) const noexcept;
+    /// Bytes, or -1 on failure.
+    [[nodiscard]] std::int64_t size() const noexcept;
+    /// Sets the end of the file.
+    FileError resize(std::int64_t size) noexcept;
+    /// Makes the file `size` bytes long with room on the disk behind every byte; fails with no_space where
+    /// the disk hasn't it. Where the file system cannot promise room, the file is only made long.
+    FileError allocate(std::int64_t size) noexcept;
+    /// Returns when the bytes written so far are on the disk.
+    FileError flush() noexcept;
+    /// Takes the file for this process until it is closed or the process ends; false when another holds it.
+    /// Two File objects of one process exclude each other too.
+    bool try_lock() noexcept;
+
+  private:
+    static constexpr std::intptr_t invalid = -1;
+    std::intptr_t native_ = invalid;
+    std::u16string path_;  ///< as it was opened
+};
+
+enum class PathKind { none, file, folder, other };
+PathKind path_kind(const std::u16string& path) noexcept;
+
+FileError remove_file(const std::u16string& path) noexcept;
+/// Atomic; fails with `exists` when there is something at `to`.
+FileError rename_no_replace(const std::u16string& from, const std::u16string& to) noexcept;
+/// Atomic; a file at `to` is replaced.
+FileError rename_replace(const std::u16string& from, const std::u16string& to) noexcept;
+/// Makes the folder and those above it; fine when it is there.
+FileError make_folders(const std::u16string& path);
+/// Makes renames, new and removed names in the folder survive a power cut. Nothing on Windows, whose file
+/// systems log them.
+FileError sync_folder(const std::u16string& path) noexcept;
+/// Names (not paths) of the files in a folder that end with `suffix`, in no order.
+FileError list_files(const std::u16string& folder, std::u16string_view suffix,
+                     std::vector<std::u16string>& names);
+/// The whole file; fails with no_space when it is longer than `at_most`.
+FileError read_file(const std::u16string& path, std::size_t at_most, std::vector<std::byte>& bytes);
+/// Replaces the file by one with these bytes: readers see the old one or the new one whole, also after a
+/// power cut. Leaves the old one when it fails. `name + ".new"` is used meanwhile.
+FileError write_file_atomically(const std::u16string& path, std::span<const std::byte> bytes,
+                                Privacy privacy = Privacy::shared);
+
+/// "/" or "\": what join_path puts between.
+char16_t path_separator() noexcept;
+std::u16string join_path(std::u16string_view folder, std::u16string_view name);
+/// The part before the last separator (empty when there is none), without it unless it is a root's, and the
+/// part behind.
+std::u16string folder_of(std::u16string_view path);
+std::u16string name_of(std::u16string_view path);
+std::u16string absolute_path(const std::u16string& path);
+
+/// What File and the functions above are about to do; tests put a hook in front of them.
+enum class FileOperation { open, write, read, resize, flush, lock, remove, rename };
+/// Asked before each operation with its path (empty where only a handle is known), offset and length; an
+/// error that it returns is the operation's result, nothing is done then. Called from any thread. For tests:
+/// the program itself sets none.
+class FileHook {
+  public:
+    FileHook() = default;
+    FileHook(const FileHook&) = delete;
+    FileHook& operator=(const FileHook&) = delete;
+    virtual ~FileHook() = default;
+    virtual FileError before(FileOperation operation, std::u16string_view path, std::int64_t offset,
+                             std::int64_t length) noexcept = 0;
+};
+void set_file_hook(FileHook* hook) noexcept;
+
+}  // namespace vantlow

@@ -1,0 +1,19 @@
+// What tells whether a file is still the one that was read.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+namespace vantlow {
+
+struct FileStamp {
+    bool there = false;
+    std::int64_t modified = 0;  ///< in the system's own unit
+    std::int64_t size = 0;
+    std::uint64_t identity = 0;  ///< inode or file index
+    bool operator==(const FileStamp&) const = default;
+};
+
+FileStamp file_stamp(const std::u16string& path) noexcept;
+
+}  // namespace vantlow

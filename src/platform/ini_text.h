@@ -1,0 +1,52 @@
+// The text of an INI file: read into values, changed without touching the lines that nobody asked to change.
+#pragma once
+
+#include <map>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace vantlow {
+
+/// Orders names without regard to ASCII letter case.
+struct NameLess {
+    using is_transparent = void;
+    bool operator()(std::u16string_view a, std::u16string_view b) const noexcept;
+};
+
+class IniText {
+  public:
+    using Section = std::map<std::u16string, std::u16string, NameLess>;
+    using Sections = std::map<std::u16string, Section, NameLess>;
+
+    /// Takes the bytes of a file; false (and nothing is taken) when they are no such text.
+    bool parse(std::string_view bytes);
+    [[nodiscard]] std::string bytes() const;
+
+    [[nodiscard]] const std::u16string* find(std::u16string_view section, std::u16string_view key) const;
+    [[nodiscard]] const Sections& sections() const noexcept { return sections_; }
+
+    /// False when the names cannot stand in such a file (line breaks, blanks at the ends, brackets, "=").
+    bool set(std::u16string_view section, std::u16string_view key, std::u16string_view value);
+    /// False when there was no such key.
+    bool erase(std::u16string_view section, std::u16string_view key);
+
+  private:
+    enum class LineKind { other, section, value };
+    struct Line {
+        std::string text;  ///< as in the file, without line end
+        LineKind kind = LineKind::other;
+        std::u16string section;  ///< the section that the line stands in or opens
+        std::u16string key;
+    };
+
+    Line read_line(std::string_view text, const std::u16string& section);
+    [[nodiscard]] std::size_t insert_position(std::u16string_view section) const;
+
+    std::vector<Line> lines_;
+    Sections sections_;
+    std::string line_end_ = "\n";
+};
+
+}  // namespace vantlow

@@ -1,0 +1,151 @@
+#include "platform/console.h"
+
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <csignal>
+#include <cstdint>
+#include <cstdlib>
+#include <memory>
+#include <system_error>
+#include <thread>
+
+#include "platform/wake.h"
+
+namespace vantlow {
+namespace {
+
+constexpr int standard_width = 80;
+constexpr int watched_signals[] = {SIGINT, SIGTERM, SIGHUP};
+
+int descriptor_of(Stream stream) noexcept {
+    return stream == Stream::output ? STDOUT_FILENO : STDERR_FILENO;
+}
+
+// Where the signal handler counts: an eventfd, or -1.
+std::atomic<int> signal_counter{-1};
+static_assert(std::atomic<int>::is_always_lock_free);
+
+void count_signal(int /*number*/) {
+    const int error = errno;
+    const std::uint64_t one = 1;
+    const int counter = signal_counter.load();
+    if (counter >= 0 && ::write(counter, &one, sizeof one) < 0) {
+        // Nothing can be done or said here.
+    }
+    errno = error;
+}
+
+}  // namespace
+
+bool is_terminal(Stream stream) noexcept {
+    return ::isatty(descriptor_of(stream)) == 1;
+}
+
+int terminal_width(Stream stream) noexcept {
+    winsize size{};
+    const bool told = ::ioctl(descriptor_of(stream), TIOCGWINSZ, &size) == 0 && size.ws_col > 0;
+    return told ? size.ws_col : standard_width;
+}
+
+bool prepare_terminal(Stream stream) noexcept {
+    if (!is_terminal(stream)) return false;
+    const char* const kind = std::getenv("TERM");
+    return kind != nullptr && *kind != '\0' && std::string_view(kind) != "dumb";
+}
+
+void write_stream(Stream stream, std::string_view text) noexcept {
+    const int fd = descriptor_of(stream);
+    while (!text.empty()) {
+        const ssize_t count = ::write(fd, text.data(), text.size());
+        if (count > 0) {
+            text.remove_prefix(static_cast<std::size_t>(count));
+        } else if (count < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) {
+            pollfd entry{fd, POLLOUT, 0};  // somebody made the stream non-blocking
+            ::poll(&entry, 1, -1);
+        } else if (count == 0 || errno != EINTR) {
+            return;
+        }
+    }
+}
+
+struct InterruptWatch::State {
+    State(Handler on_interrupt, void* its_context) : handler(on_interrupt), context(its_context) {}
+    State(const State&) = delete;
+    State& operator=(const State&) = delete;
+    ~State();
+
+    bool begin();
+    void run() noexcept;
+
+    Handler handler;
+    void* context;
+    int counter = -1;
+    struct sigaction before[std::size(watched_signals)] = {};
+    bool watching = false;
+    WakeEvent end;
+    std::thread thread;
+};
+
+InterruptWatch::State::~State() {
+    if (watching) {
+        for (std::size_t i = 0; i < std::size(watched_signals); ++i) {
+            ::sigaction(watched_signals[i], &before[i], nullptr);
+        }
+        signal_counter.store(-1);
+    }
+    end.set();
+    if (thread.joinable()) thread.join();
+    if (counter >= 0) ::close(counter);
+}
+
+bool InterruptWatch::State::begin() {
+    counter = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+    if (counter < 0 || end.native() < 0) return false;
+    thread = std::thread([this] { run(); });
+    signal_counter.store(counter);
+    struct sigaction action {};
+    action.sa_handler = &count_signal;
+    action.sa_flags = SA_RESTART;
+    sigemptyset(&action.sa_mask);
+    for (std::size_t i = 0; i < std::size(watched_signals); ++i) {
+        ::sigaction(watched_signals[i], &action, &before[i]);
+        // nohup: the program is meant to outlive its terminal.
+        const bool hang_up_ignored = watched_signals[i] == SIGHUP && before[i].sa_handler == SIG_IGN;
+        if (hang_up_ignored) ::sigaction(SIGHUP, &before[i], nullptr);
+    }
+    watching = true;
+    return true;
+}
+
+void InterruptWatch::State::run() noexcept {
+    int count = 0;
+    for (;;) {
+        pollfd entries[] = {{counter, POLLIN, 0}, {static_cast<int>(end.native()), POLLIN, 0}};
+        if (::poll(entries, std::size(entries), -1) < 0) continue;
+        if (entries[1].revents != 0) return;
+        std::uint64_t fresh = 0;
+        if (::read(counter, &fresh, sizeof fresh) != sizeof fresh) continue;
+        for (; fresh > 0; --fresh) handler(context, ++count);
+    }
+}
+
+InterruptWatch::InterruptWatch(Handler handler, void* context) : state_(nullptr) {
+    auto state = std::make_unique<State>(handler, context);
+    try {
+        // Where it cannot begin, the signals keep ending the process.
+        if (state->begin()) state_ = state.release();
+    } catch (const std::system_error&) {
+        // no thread left
+    }
+}
+
+InterruptWatch::~InterruptWatch() {
+    delete state_;
+}
+
+}  // namespace vantlow

@@ -1,0 +1,17 @@
+#include "platform/file_stamp.h"
+
+#include <sys/stat.h>
+
+#include "base/text.h"
+
+namespace vantlow {
+
+FileStamp file_stamp(const std::u16string& path) noexcept {
+    struct stat status {};
+    if (::stat(to_utf8(path).c_str(), &status) != 0) return {};
+    const std::int64_t nanoseconds =
+        std::int64_t{status.st_mtim.tv_sec} * 1'000'000'000 + status.st_mtim.tv_nsec;
+    return {true, nanoseconds, status.st_size, status.st_ino};
+}
+
+}  // namespace vantlow

@@ -1,0 +1,139 @@
+#include "platform/process.h"
+
+#include <locale.h>
+#include <pwd.h>
+#include <sys/random.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <vector>
+
+#include "base/text.h"
+#include "platform/file.h"
+
+#ifndef VANTLOW_VERSION
+#error "VANTLOW_VERSION must name the version"
+#endif
+
+namespace vantlow {
+namespace {
+
+constexpr std::size_t longest_program_path = 1024;
+
+struct Account {
+    std::u16string name;
+    std::u16string home;
+};
+
+Account own_account() {
+    std::vector<char> space(1024);
+    passwd record{};
+    passwd* found = nullptr;
+    while (::getpwuid_r(::geteuid(), &record, space.data(), space.size(), &found) == ERANGE) {
+        space.resize(space.size() * 2);
+    }
+    if (found == nullptr) return {};
+    return {to_utf16(record.pw_name), to_utf16(record.pw_dir)};
+}
+
+// A folder named by the environment; relative ones must be ignored (XDG base directory specification).
+std::u16string folder_variable(std::string_view name) {
+    const auto value = environment(name);
+    return value && value->starts_with(u'/') ? *value : std::u16string{};
+}
+
+std::u16string below_home(std::u16string_view folder) {
+    const std::u16string home = home_folder();
+    return home.empty() ? home : join_path(home, folder);
+}
+
+}  // namespace
+
+std::vector<std::u16string> command_line(int argc, char** argv) {
+    std::vector<std::u16string> words;
+    for (int i = 0; i < argc; ++i) words.push_back(to_utf16(argv[i]));
+    return words;
+}
+
+std::optional<std::u16string> environment(std::string_view name) {
+    const char* const value = std::getenv(std::string(name).c_str());
+    return value == nullptr ? std::nullopt : std::optional(to_utf16(value));
+}
+
+std::u16string program_path() {
+    std::string target(4096, '\0');
+    const ssize_t length = ::readlink("/proc/self/exe", target.data(), target.size());
+    if (length <= 0) return {};
+    target.resize(static_cast<std::size_t>(length));
+    std::u16string path = to_utf16(target);
+    // What the system adds when the file was replaced while the program runs.
+    constexpr std::u16string_view replaced = u" (deleted)";
+    if (path.ends_with(replaced) && path_kind(path) == PathKind::none)
+        path.resize(path.size() - replaced.size());
+    return path.size() <= longest_program_path ? path : std::u16string{};
+}
+
+std::u16string product_version() {
+    return to_utf16(VANTLOW_VERSION);
+}
+
+std::u16string user_logon_name() {
+    return own_account().name;
+}
+
+std::u16string user_data_folder() {
+    const std::u16string named = folder_variable("XDG_DATA_HOME");
+    const std::u16string base = named.empty() ? below_home(u".local/share") : named;
+    return base.empty() ? base : join_path(base, u"vantlow");
+}
+
+std::u16string user_config_folder() {
+    const std::u16string named = folder_variable("XDG_CONFIG_HOME");
+    return named.empty() ? below_home(u".config") : named;
+}
+
+std::u16string home_folder() {
+    const std::u16string named = folder_variable("HOME");
+    return named.empty() ? own_account().home : named;
+}
+
+std::string_view platform_name() noexcept {
+#if defined(__x86_64__)
+    return "Linux x86_64";
+#elif defined(__aarch64__)
+    return "Linux aarch64";
+#else
+    return "Linux";
+#endif
+}
+
+void set_default_locale() noexcept {
+    // Numbers and messages stay as they are: both are read by programs.
+    const int parts = LC_CTYPE_MASK | LC_TIME_MASK | LC_COLLATE_MASK;
+    // It belongs to the thread until the process ends.
+    if (const locale_t locale = ::newlocale(parts, "", nullptr); locale != nullptr) ::uselocale(locale);
+}
+
+void end_process(int status) noexcept {
+    ::_exit(status);
+}
+
+std::string to_ansi(std::u16string_view text) {
+    return to_utf8(text);
+}
+
+std::u16string from_ansi(std::string_view bytes) {
+    return to_utf16(bytes);
+}
+
+void random_guid(unsigned char (&bytes)[16]) {
+    // Up to 256 bytes come whole; only before the system's generator is ready can a signal interrupt.
+    while (::getrandom(bytes, sizeof bytes, 0) != static_cast<ssize_t>(sizeof bytes)) {
+        if (errno != EINTR) std::abort();  // a kernel without the call: identities could collide
+    }
+    bytes[7] = static_cast<unsigned char>((bytes[7] & 0x0FU) | 0x40U);
+    bytes[8] = static_cast<unsigned char>((bytes[8] & 0x3FU) | 0x80U);
+}
+
+}  // namespace vantlow

@@ -1,0 +1,14 @@
+#include "platform/settings_backend.h"
+
+#include "platform/process.h"
+
+namespace vantlow {
+
+std::unique_ptr<SettingsBackend> open_user_settings() {
+    std::u16string folder = user_config_folder();
+    // An account without a home: never the current folder, where anybody may have put a file.
+    if (folder.empty()) folder = u"/etc/xdg";
+    return open_settings_file(join_path(join_path(folder, u"vantlow"), u"settings.ini"));
+}
+
+}  // namespace vantlow

@@ -1,0 +1,48 @@
+// The process: its words, its environment, its program file, its end.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace vantlow {
+
+/// The command line as UTF-16 words, the program's own name first. On Windows read from the system, elsewhere
+/// from what main received.
+std::vector<std::u16string> command_line(int argc, char** argv);
+
+/// A variable of the environment; none when it is not set.
+std::optional<std::u16string> environment(std::string_view name);
+
+/// The full path of the program file (up to 1024 characters), empty when the system does not tell.
+std::u16string program_path();
+/// The value "\StringFileInfo\040904b0\ProductVersion" of the program file's version resource; elsewhere the
+/// version that was built in.
+std::u16string product_version();
+/// The logon name, empty when the query fails.
+std::u16string user_logon_name();
+/// The user's folder for application data (created by whoever writes into it), empty when there is none.
+std::u16string user_data_folder();
+std::u16string user_config_folder();
+/// The home folder, where .netrc stands.
+std::u16string home_folder();
+/// "Linux x86_64" or "Windows x86_64": what this program was built for.
+std::string_view platform_name() noexcept;
+
+/// Sets the thread locale to the system's default locale.
+void set_default_locale() noexcept;
+
+/// Ends the process now, without running anything else: for the second Ctrl-C, and for the end when a thread
+/// is stuck inside the operating system. Streams must have been flushed.
+[[noreturn]] void end_process(int status) noexcept;
+
+/// Text in the system's ANSI code page and back. Characters that the code page lacks become '?'.
+std::string to_ansi(std::u16string_view text);
+std::u16string from_ansi(std::string_view bytes);
+
+/// 16 random bytes for a GUID, version 4 (RFC 9562), as a GUID lies in memory: the version is in the upper
+/// half of byte 7, the variant in byte 8.
+void random_guid(unsigned char (&bytes)[16]);
+
+}  // namespace vantlow

@@ -1,0 +1,104 @@
+#include "platform/console.h"
+
+#include <algorithm>
+#include <mutex>
+
+#include "base/text.h"
+#include "platform/win32/native.h"
+
+namespace vantlow {
+namespace {
+
+constexpr int standard_width = 80;
+// Consoles take no more than some 60 KiB at once.
+constexpr std::size_t most_at_once = 8192;
+
+HANDLE handle_of(Stream stream) noexcept {
+    return GetStdHandle(stream == Stream::output ? STD_OUTPUT_HANDLE : STD_ERROR_HANDLE);
+}
+
+void write_console(HANDLE console, std::u16string_view text) noexcept {
+    while (!text.empty()) {
+        const auto* from = reinterpret_cast<const wchar_t*>(text.data());
+        auto part = static_cast<DWORD>(std::min(text.size(), most_at_once));
+        // A pair of surrogates goes in one piece.
+        if (part < text.size() && part > 1 && (text[part - 1] & 0xFC00) == 0xD800) --part;
+        DWORD count = 0;
+        if (!WriteConsoleW(console, from, part, &count, nullptr) || count == 0) return;
+        text.remove_prefix(count);
+    }
+}
+
+}  // namespace
+
+bool is_terminal(Stream stream) noexcept {
+    DWORD mode = 0;
+    return GetConsoleMode(handle_of(stream), &mode) != 0;
+}
+
+int terminal_width(Stream stream) noexcept {
+    CONSOLE_SCREEN_BUFFER_INFO info{};
+    if (!GetConsoleScreenBufferInfo(handle_of(stream), &info)) return standard_width;
+    const int width = info.srWindow.Right - info.srWindow.Left + 1;
+    return width > 0 ? width : standard_width;
+}
+
+bool prepare_terminal(Stream stream) noexcept {
+    HANDLE console = handle_of(stream);
+    DWORD mode = 0;
+    if (!GetConsoleMode(console, &mode)) return false;
+    return SetConsoleMode(console, mode | ENABLE_PROCESSED_OUTPUT | ENABLE_VIRTUAL_TERMINAL_PROCESSING) != 0;
+}
+
+void write_stream(Stream stream, std::string_view text) noexcept {
+    HANDLE out = handle_of(stream);
+    if (is_terminal(stream)) return write_console(out, to_utf16(text));
+    while (!text.empty()) {
+        const auto part = static_cast<DWORD>(std::min(text.size(), std::size_t{1} << 20U));
+        DWORD count = 0;
+        if (!WriteFile(out, text.data(), part, &count, nullptr) || count == 0) return;
+        text.remove_prefix(count);
+    }
+}
+
+struct InterruptWatch::State {
+    Handler handler;
+    void* context;
+    int count;
+
+    static BOOL WINAPI on_event(DWORD kind);
+
+    // The watch that is told, and what lets one event after the other in and none after its end.
+    static inline State* current = nullptr;  // guarded by mutex
+    static inline std::mutex mutex;
+};
+
+// The system calls this in a thread of its own for each event.
+BOOL WINAPI InterruptWatch::State::on_event(DWORD kind) {
+    {
+        const std::lock_guard guard(mutex);
+        if (current == nullptr) return FALSE;
+        current->handler(current->context, ++current->count);
+    }
+    // When this returns for these, the process ends at once; so it has the seconds that the system grants to
+    // end by itself.
+    if (kind != CTRL_C_EVENT && kind != CTRL_BREAK_EVENT) Sleep(INFINITE);
+    return TRUE;
+}
+
+InterruptWatch::InterruptWatch(Handler handler, void* context) : state_(new State{handler, context, 0}) {
+    {
+        const std::lock_guard guard(State::mutex);
+        State::current = state_;
+    }
+    SetConsoleCtrlHandler(&State::on_event, TRUE);
+}
+
+InterruptWatch::~InterruptWatch() {
+    SetConsoleCtrlHandler(&State::on_event, FALSE);
+    const std::lock_guard guard(State::mutex);
+    State::current = nullptr;
+    delete state_;
+}
+
+}  // namespace vantlow

@@ -1,0 +1,255 @@
+#include "platform/file.h"
+
+#include <algorithm>
+#include <memory>
+#include <utility>
+
+#include "platform/file_hook.h"
+#include "platform/win32/native.h"
+#include "platform/win32/owner_only.h"
+
+namespace vantlow {
+namespace {
+
+constexpr std::size_t most_at_once = 1U << 30U;
+// Far behind the bytes of any file: a lock keeps others from reading and writing what it covers.
+constexpr std::int64_t lock_offset = std::int64_t{1} << 62U;
+// Virus scanners and indexers open fresh files for a moment, and keep them from being replaced.
+constexpr int replace_attempts = 15;
+constexpr DWORD replace_pause_ms = 20;
+
+HANDLE handle(std::intptr_t native) noexcept {
+    return reinterpret_cast<HANDLE>(native);
+}
+
+FileError last_error() noexcept {
+    return file_error(GetLastError());
+}
+
+OVERLAPPED at_position(std::int64_t offset) noexcept {
+    OVERLAPPED position{};
+    position.Offset = static_cast<DWORD>(offset & 0xFFFFFFFF);
+    position.OffsetHigh = static_cast<DWORD>(offset >> 32);
+    return position;
+}
+
+DWORD disposition_of(OpenMode mode) noexcept {
+    switch (mode) {
+        case OpenMode::read:
+        case OpenMode::write_existing:
+            return OPEN_EXISTING;
+        case OpenMode::write:
+        case OpenMode::truncate:
+            return OPEN_ALWAYS;
+        case OpenMode::create_new:
+            return CREATE_NEW;
+    }
+    return OPEN_EXISTING;
+}
+
+FileError set_end(std::intptr_t native, std::int64_t size) noexcept {
+    FILE_END_OF_FILE_INFO end{};
+    end.EndOfFile.QuadPart = size;
+    const BOOL done = SetFileInformationByHandle(handle(native), FileEndOfFileInfo, &end, sizeof end);
+    return done ? FileError{} : last_error();
+}
+
+bool is_file(DWORD attributes) noexcept {
+    return (attributes & FILE_ATTRIBUTE_DIRECTORY) == 0;
+}
+
+FileError move_file(const NativePath& from, const NativePath& to, DWORD flags) noexcept {
+    if (MoveFileExW(from.get(), to.get(), flags | MOVEFILE_WRITE_THROUGH)) return {};
+    return file_error(GetLastError(), to);
+}
+
+}  // namespace
+
+File::File(File&& other) noexcept
+    : native_(std::exchange(other.native_, invalid)), path_(std::move(other.path_)) {}
+
+File& File::operator=(File&& other) noexcept {
+    if (this != &other) {
+        close();
+        native_ = std::exchange(other.native_, invalid);
+        path_ = std::move(other.path_);
+    }
+    return *this;
+}
+
+File::~File() {
+    close();
+}
+
+FileError File::open(const std::u16string& path, OpenMode mode, Privacy privacy) {
+    close();
+    path_ = path;
+    if (FileError error = ask_hook(FileOperation::open, path); !error.ok()) return error;
+    const NativePath native(path);
+    const OwnerOnly security(privacy == Privacy::owner_only);
+    if (!security.ok()) return security.error();
+    const DWORD access = mode == OpenMode::read ? GENERIC_READ : GENERIC_READ | GENERIC_WRITE;
+    const DWORD share = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+    HANDLE opened = CreateFileW(native.get(), access, share, security.attributes(), disposition_of(mode),
+                                FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (opened == INVALID_HANDLE_VALUE) return file_error(GetLastError(), native);
+    native_ = reinterpret_cast<std::intptr_t>(opened);
+    if (mode != OpenMode::truncate) return {};
+    const FileError error = set_end(native_, 0);
+    if (!error.ok()) close();
+    return error;
+}
+
+void File::close() noexcept {
+    if (native_ != invalid) CloseHandle(handle(std::exchange(native_, invalid)));
+}
+
+FileError File::write_at(std::int64_t offset, std::span<const std::byte> bytes) noexcept {
+    const auto length = static_cast<std::int64_t>(bytes.size());
+    if (FileError error = ask_hook(FileOperation::write, path_, offset, length); !error.ok()) return error;
+    while (!bytes.empty()) {
+        OVERLAPPED position = at_position(offset);
+        const auto part = static_cast<DWORD>(std::min(bytes.size(), most_at_once));
+        DWORD count = 0;
+        if (!WriteFile(handle(native_), bytes.data(), part, &count, &position)) return last_error();
+        if (count == 0) return file_error(ERROR_WRITE_FAULT);
+        offset += count;
+        bytes = bytes.subspan(count);
+    }
+    return {};
+}
+
+FileError File::read_at(std::int64_t offset, std::span<std::byte> into, std::size_t& got) const noexcept {
+    got = 0;
+    const auto length = static_cast<std::int64_t>(into.size());
+    if (FileError error = ask_hook(FileOperation::read, path_, offset, length); !error.ok()) return error;
+    while (got < into.size()) {
+        OVERLAPPED position = at_position(offset + static_cast<std::int64_t>(got));
+        const auto part = static_cast<DWORD>(std::min(into.size() - got, most_at_once));
+        DWORD count = 0;
+        if (!ReadFile(handle(native_), into.data() + got, part, &count, &position)) {
+            const DWORD error = GetLastError();
+            // The end of a file and of a pipe.
+            return error == ERROR_HANDLE_EOF || error == ERROR_BROKEN_PIPE ? FileError{} : file_error(error);
+        }
+        if (count == 0) break;
+        got += count;
+    }
+    return {};
+}
+
+std::int64_t File::size() const noexcept {
+    LARGE_INTEGER size{};
+    return GetFileSizeEx(handle(native_), &size) ? size.QuadPart : -1;
+}
+
+FileError File::resize(std::int64_t size) noexcept {
+    if (FileError error = ask_hook(FileOperation::resize, path_, size, 0); !error.ok()) return error;
+    return set_end(native_, size);
+}
+
+FileError File::allocate(std::int64_t size) noexcept {
+    if (FileError error = ask_hook(FileOperation::resize, path_, 0, size); !error.ok()) return error;
+    // The end of a file that is not sparse takes the room up to it.
+    return set_end(native_, size);
+}
+
+FileError File::flush() noexcept {
+    if (FileError error = ask_hook(FileOperation::flush, path_); !error.ok()) return error;
+    return FlushFileBuffers(handle(native_)) ? FileError{} : last_error();
+}
+
+bool File::try_lock() noexcept {
+    if (!ask_hook(FileOperation::lock, path_).ok()) return false;
+    OVERLAPPED position = at_position(lock_offset);
+    const DWORD flags = LOCKFILE_EXCLUSIVE_LOCK | LOCKFILE_FAIL_IMMEDIATELY;
+    if (LockFileEx(handle(native_), flags, 0, 1, 0, &position)) return true;
+    const DWORD error = GetLastError();
+    // A file system without locks must not keep anybody from working.
+    return error == ERROR_NOT_SUPPORTED || error == ERROR_INVALID_FUNCTION;
+}
+
+PathKind path_kind(const std::u16string& path) noexcept {
+    const NativePath native(path);
+    const DWORD attributes = GetFileAttributesW(native.get());
+    if (attributes != INVALID_FILE_ATTRIBUTES) return is_file(attributes) ? PathKind::file : PathKind::folder;
+    const DWORD error = GetLastError();
+    const FileFault fault = file_error(error, native).fault;
+    const bool none =
+        fault == FileFault::not_found || fault == FileFault::name_too_long || error == ERROR_INVALID_NAME;
+    return none ? PathKind::none : PathKind::other;
+}
+
+FileError remove_file(const std::u16string& path) noexcept {
+    if (FileError error = ask_hook(FileOperation::remove, path); !error.ok()) return error;
+    const NativePath native(path);
+    return DeleteFileW(native.get()) ? FileError{} : file_error(GetLastError(), native);
+}
+
+FileError rename_no_replace(const std::u16string& from, const std::u16string& to) noexcept {
+    if (FileError error = ask_hook(FileOperation::rename, from); !error.ok()) return error;
+    return move_file(NativePath(from), NativePath(to), 0);
+}
+
+FileError rename_replace(const std::u16string& from, const std::u16string& to) noexcept {
+    if (FileError error = ask_hook(FileOperation::rename, from); !error.ok()) return error;
+    const NativePath old_name(from);
+    const NativePath new_name(to);
+    FileError error = move_file(old_name, new_name, MOVEFILE_REPLACE_EXISTING);
+    for (int attempt = 1; attempt < replace_attempts; ++attempt) {
+        if (error.fault != FileFault::access && error.fault != FileFault::in_use) break;
+        Sleep(replace_pause_ms);
+        error = move_file(old_name, new_name, MOVEFILE_REPLACE_EXISTING);
+    }
+    return error;
+}
+
+FileError make_one_folder(const std::u16string& path) {
+    const NativePath native(path);
+    if (CreateDirectoryW(native.get(), nullptr)) return {};
+    const DWORD error = GetLastError();
+    return path_kind(path) == PathKind::folder ? FileError{} : file_error(error, native);
+}
+
+FileError sync_folder(const std::u16string& path) noexcept {
+    return ask_hook(FileOperation::flush, path);
+}
+
+FileError list_files(const std::u16string& folder, std::u16string_view suffix,
+                     std::vector<std::u16string>& names) {
+    names.clear();
+    const NativePath pattern(join_path(folder.empty() ? u"." : folder, u"*"));
+    WIN32_FIND_DATAW entry{};
+    HANDLE list = FindFirstFileExW(pattern.get(), FindExInfoBasic, &entry, FindExSearchNameMatch, nullptr, 0);
+    if (list == INVALID_HANDLE_VALUE) {
+        const DWORD error = GetLastError();
+        // The root of an empty drive has not even "." in it.
+        return error == ERROR_FILE_NOT_FOUND ? FileError{} : file_error(error, pattern);
+    }
+    const std::unique_ptr<void, BOOL (*)(HANDLE)> owner(list, [](HANDLE open) { return FindClose(open); });
+    do {
+        const std::u16string name = from_wide(entry.cFileName);
+        if (is_file(entry.dwFileAttributes) && name.ends_with(suffix)) names.push_back(name);
+    } while (FindNextFileW(list, &entry));
+    const DWORD error = GetLastError();
+    return error == ERROR_NO_MORE_FILES ? FileError{} : file_error(error);
+}
+
+char16_t path_separator() noexcept {
+    return u'\\';
+}
+
+std::u16string absolute_path(const std::u16string& path) {
+    if (path.empty()) return absolute_path(u".");
+    std::wstring whole(MAX_PATH, L'\0');
+    for (;;) {
+        const DWORD length =
+            GetFullPathNameW(wide(path), static_cast<DWORD>(whole.size()), whole.data(), nullptr);
+        if (length == 0) return path;
+        const bool fits = length < whole.size();
+        whole.resize(length);
+        if (fits) return from_wide(whole);
+    }
+}
+
+}  // namespace vantlow

@@ -1,0 +1,26 @@
+#include "platform/file_stamp.h"
+
+#include "platform/win32/native.h"
+
+namespace vantlow {
+namespace {
+
+std::uint64_t joined(DWORD high, DWORD low) noexcept {
+    return (std::uint64_t{high} << 32U) | low;
+}
+
+}  // namespace
+
+FileStamp file_stamp(const std::u16string& path) noexcept {
+    const DWORD share = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+    const Handle file(CreateFileW(NativePath(path).get(), FILE_READ_ATTRIBUTES, share, nullptr, OPEN_EXISTING,
+                                  FILE_FLAG_BACKUP_SEMANTICS, nullptr));
+    BY_HANDLE_FILE_INFORMATION about{};
+    if (!file.is_valid() || !GetFileInformationByHandle(file.get(), &about)) return {};
+    const auto modified = joined(about.ftLastWriteTime.dwHighDateTime, about.ftLastWriteTime.dwLowDateTime);
+    const auto size = joined(about.nFileSizeHigh, about.nFileSizeLow);
+    return {true, static_cast<std::int64_t>(modified), static_cast<std::int64_t>(size),
+            joined(about.nFileIndexHigh, about.nFileIndexLow)};
+}
+
+}  // namespace vantlow

@@ -1,0 +1,37 @@
+#include "platform/name_functions.h"
+
+#include "base/text.h"
+#include "platform/net_headers.h"
+#include "platform/resolve_error.h"
+#include "platform/system_text.h"
+#include "platform/win32/native.h"
+
+namespace vantlow {
+namespace {
+
+// Only the system's own folder is looked into. The library stays loaded: its operations are kept.
+void* find_in_system(std::string_view library, const char* operation) {
+    wchar_t folder[MAX_PATH];
+    const UINT length = GetSystemDirectoryW(folder, MAX_PATH);
+    if (length == 0 || length >= MAX_PATH) return nullptr;
+    const std::u16string path = from_wide({folder, length}) + u"\\" + to_utf16(library);
+    HMODULE module = LoadLibraryW(wide(path));
+    return module == nullptr ? nullptr : reinterpret_cast<void*>(GetProcAddress(module, operation));
+}
+
+}  // namespace
+
+const NameFunctions& name_functions() noexcept {
+    static const NameFunctions functions = choose_name_functions(&find_in_system);
+    return functions;
+}
+
+bool is_definite_name_error(int error) noexcept {
+    return error == WSAHOST_NOT_FOUND || error == WSANO_DATA;
+}
+
+std::string name_error_text(int error) {
+    return system_text(error);
+}
+
+}  // namespace vantlow

@@ -1,0 +1,65 @@
+#include "platform/wake.h"
+
+#include <algorithm>
+#include <thread>
+
+#include "platform/deadline.h"
+#include "platform/win32/native.h"
+
+namespace vantlow {
+namespace {
+
+constexpr std::chrono::milliseconds poll_step{20};
+
+HANDLE handle(std::intptr_t native) noexcept {
+    return reinterpret_cast<HANDLE>(native);
+}
+
+std::intptr_t make_event() noexcept {
+    HANDLE made = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+    return made == nullptr ? -1 : reinterpret_cast<std::intptr_t>(made);
+}
+
+bool wait_for_flag(const std::atomic<bool>& flag, const Deadline& deadline) noexcept {
+    for (;;) {
+        if (flag.load(std::memory_order_acquire)) return true;
+        const int left = deadline.left();
+        if (left == 0) return false;
+        std::this_thread::sleep_for(left < 0 ? poll_step
+                                             : std::min(poll_step, std::chrono::milliseconds(left)));
+    }
+}
+
+}  // namespace
+
+WakeEvent::WakeEvent() : native_(make_event()) {}
+
+WakeEvent::~WakeEvent() {
+    if (native_ != -1) CloseHandle(handle(native_));
+}
+
+void WakeEvent::set() noexcept {
+    flag_.store(true, std::memory_order_release);
+    if (native_ != -1) SetEvent(handle(native_));
+}
+
+void WakeEvent::reset() noexcept {
+    flag_.store(false, std::memory_order_release);
+    if (native_ != -1) ResetEvent(handle(native_));
+}
+
+bool WakeEvent::wait(std::chrono::milliseconds at_most) const noexcept {
+    const Deadline deadline(at_most);
+    if (native_ == -1) return wait_for_flag(flag_, deadline);
+    for (;;) {
+        const int left = deadline.left();
+        const DWORD result =
+            WaitForSingleObject(handle(native_), left < 0 ? INFINITE : static_cast<DWORD>(left));
+        if (result == WAIT_OBJECT_0) return true;
+        if (result == WAIT_FAILED) return wait_for_flag(flag_, deadline);
+        // The system's waits may end a little early, by their own clock.
+        if (deadline.left() == 0) return false;
+    }
+}
+
+}  // namespace vantlow

@@ -1,0 +1,151 @@
+// The operations of the run-time libraries: one table a library, an entry an operation.
+//
+// An entry is null when its library could not be loaded or does not export it: every caller tests its entry
+// before it calls. Entries of type void* belong to operations that nobody calls yet.
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "platform/library.h"
+#include "runtime/operations.h"
+
+namespace vantlow {
+
+/// A loaded library: the owner of its table's operations.
+struct LibraryTable {
+    std::string file;  ///< UTF-8 file name, "libssh.so"; empty until a load was tried
+    Library library;
+};
+
+struct SslTable : LibraryTable {
+    void* NTLM_Challenge = nullptr;
+    void* NTLM_Destroy = nullptr;
+    void* NTLM_Response = nullptr;
+    void* WDigest_Response = nullptr;
+};
+
+struct SshTable : LibraryTable {
+    void* SSH_Init = nullptr;
+    void* SSH_Exit = nullptr;
+    void* Sftp_Connect = nullptr;
+    void* SSH_Disconnect = nullptr;
+    void* SSH_Send = nullptr;
+    void* SSH_Recv = nullptr;
+    void* SSH_Settings = nullptr;
+    void* SSH_SetErrPtr = nullptr;
+    ZLib_InflateInit_t* ZLib_InflateInit = nullptr;
+    GZ_InflateInit_t* GZ_InflateInit = nullptr;
+    ZLib_InflateEnd_t* ZLib_InflateEnd = nullptr;
+    ZLib_Inflate_t* ZLib_Inflate = nullptr;
+    ZLib_DeflateInit_t* ZLib_DeflateInit = nullptr;
+    ZLib_DeflateEnd_t* ZLib_DeflateEnd = nullptr;
+    ZLib_Deflate_t* ZLib_Deflate = nullptr;
+    ZLib_Free_t* ZLib_Free = nullptr;
+};
+
+struct Crypto5Table : LibraryTable {
+    void* RSA_GenerateKey = nullptr;
+    void* RSA_Sign = nullptr;
+    void* RSA_Verify = nullptr;
+};
+
+struct SecurTable : LibraryTable {
+    void* SSL_Init = nullptr;
+    void* SSL_Exit = nullptr;
+    void* SSL_Thread_Exit = nullptr;
+    void* SSL_New = nullptr;
+    void* SSL_Free = nullptr;
+    void* SSL_Connect = nullptr;
+    void* SSL_Recv = nullptr;
+    void* SSL_Send = nullptr;
+    void* SSL_Set_Interrupt = nullptr;
+    void* SSL_Set_ErrPtr = nullptr;
+    void* DH_Create = nullptr;
+    void* DH_Delete = nullptr;
+    void* DH_ComputeSecret = nullptr;
+    void* DH_GetPublicKey = nullptr;
+    void* DH_GetSecret = nullptr;
+    void* RC4_Create = nullptr;
+    void* RC4_Delete = nullptr;
+    void* RC4_4 = nullptr;
+    void* RC4_3 = nullptr;
+    void* RC4_Create_SHA1 = nullptr;
+    void* RC4_Create_MD5 = nullptr;
+    void* HMAC_SHA256 = nullptr;
+    void* RC4_Create_RTMPE = nullptr;
+    void* RTMPE9_Signature = nullptr;
+    void* opieKeyGenerate = nullptr;
+    void* Digest2617 = nullptr;
+    void* wx_1 = nullptr;
+    void* wx_4 = nullptr;
+    void* wx_5 = nullptr;
+    void* Real_GenerateRN5 = nullptr;
+    void* Real_GetCompanyID = nullptr;
+};
+
+/// Dial-up: a library of the system, which only Windows has.
+struct RasTable : LibraryTable {
+    void* RasEnumEntriesW = nullptr;
+    void* RasGetEntryDialParamsW = nullptr;
+    void* RasDialW = nullptr;
+    void* RasEnumConnectionsW = nullptr;
+    void* RasHangUpW = nullptr;
+    void* RasGetErrorStringW = nullptr;
+};
+
+struct KadTable : LibraryTable {
+    void* Kademlia_Init = nullptr;
+    void* Kademlia_Start = nullptr;
+    void* Kademlia_Stop = nullptr;
+    void* Kademlia_BeginThread = nullptr;
+    void* Kademlia_EndThread = nullptr;
+    void* Kademlia_SearchKeyword = nullptr;
+    void* Kademlia_SearchFileHash = nullptr;
+    void* Kademlia_StopSearch = nullptr;
+    void* Kademlia_Bootstrap = nullptr;
+    void* Kademlia_Publish = nullptr;
+};
+
+struct BtdhtTable : LibraryTable {
+    void* BTDHT_Start = nullptr;
+    void* BTDHT_Stop = nullptr;
+    void* BTDHT_StartAnnounce = nullptr;
+    void* BTDHT_StopAnnounce = nullptr;
+    void* BTDHT_GetPeers = nullptr;
+    void* BTDHT_AddNode = nullptr;
+    void* BTDHT_AddNodeV6 = nullptr;
+    void* UTP_Srv_Init = nullptr;
+    void* UTP_Srv_Send = nullptr;
+    void* UTP_Cli_Open = nullptr;
+    void* UTP_Cli_Close = nullptr;
+    void* UTP_Cli_Send = nullptr;
+    void* UTP_Cli_Recv = nullptr;
+};
+
+/// All of them, in the order in which they are loaded. The operations stay valid while the object lives (also
+/// when it is moved); any thread may read it.
+struct LibraryTables {
+    SslTable ssl;
+    SshTable ssh;
+    Crypto5Table crypto5;
+    SecurTable secur;
+    RasTable ras;
+    KadTable kad;
+    BtdhtTable btdht;
+};
+
+/// Loads every library from the folder (a full path), by its full path: nothing of the same name that stands
+/// elsewhere is taken. The dial-up library comes from the system's own folder instead. Never fails: what is
+/// missing stays empty.
+LibraryTables load_libraries(const std::u16string& folder);
+
+/// The file name of each library of this system, in load order, and whether it is loaded.
+std::vector<std::pair<std::string, bool>> loaded_libraries(const LibraryTables& tables);
+
+/// The message for something that needs a missing library: "\"libssh.dll\" not found?" for "libssh".
+std::string missing_library_text(std::string_view library);
+
+}  // namespace vantlow

@@ -1,0 +1,54 @@
+// Recognising an address and cutting it into the parts that a connection needs.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace vantlow {
+
+/// What the splitting operation makes of an address.
+struct SplitAddress {
+    std::u16string address;  ///< scheme and server part with its port ("http://host:80")
+    bool secure = false;     ///< set for "ftps://" only
+    std::u16string user;
+    std::u16string password;
+    std::u16string path = u"/";
+    int port = 0;  ///< the scheme's default port; 0: not recognised, address unchanged
+};
+
+/// Splits by the table of schemes, letter case ignored. The port returned is always the scheme's default one;
+/// a port written in the address stays in the server part.
+SplitAddress split_address(std::u16string_view address);
+
+/// What a connection needs of a recognised address with a server part. The server part ends at the first "/",
+/// "?" or "#" (RFC 3986), so that nothing behind them is taken for a host or for credentials.
+struct Target {
+    std::string scheme;          ///< lower case, without "://"
+    std::string host;            ///< UTF-8, without the brackets of an IPv6 literal
+    std::uint16_t port = 0;      ///< the written port, else the default one
+    bool explicit_port = false;  ///< the address itself named a port
+    /// With its leading slash, query included, without fragment; escapes as written, everything else that may
+    /// not stand in a request line escaped.
+    std::string path;
+    std::u16string user;  ///< percent-decoded, like the password; no control characters in either
+    std::u16string password;
+    [[nodiscard]] bool is_ipv6_literal() const noexcept { return host.find(':') != std::string::npos; }
+    /// "host" or "[host]" for IPv6 literals, which leave their zone behind: it means something here only.
+    [[nodiscard]] std::string host_text() const {
+        return is_ipv6_literal() ? "[" + host.substr(0, host.find('%')) + "]" : host;
+    }
+};
+
+/// None when the address is not recognised, has no server part, an empty host, a host with characters that
+/// none may have, control characters in its credentials, or a port that is no number from 1 to 65535. `utf8`
+/// tells how the path's non-ASCII characters are written before they are escaped: UTF-8 or the ANSI code page
+/// (UTF-8 all the same where the code page lacks one of them).
+std::optional<Target> parse_target(std::u16string_view address, bool utf8 = true);
+
+/// The address without user name and password, for logs and files. Of an address whose server part cannot be
+/// read, everything up to the last "@" is taken for credentials.
+std::u16string without_credentials(std::u16string_view address);
+
+}  // namespace vantlow

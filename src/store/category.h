@@ -1,0 +1,59 @@
+// The tree of categories that jobs are filed in.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "store/job.h"
+
+namespace vantlow {
+
+/// One category: a node of the tree. Owns its jobs and its sub-categories.
+class CClassNode {
+  public:
+    CClassNode() = default;
+    CClassNode(const CClassNode&) = delete;
+    CClassNode& operator=(const CClassNode&) = delete;
+    /// Takes no stack for each level: a tree may be as deep as a damaged database makes it.
+    virtual ~CClassNode();
+
+    Guid identity;  ///< all zero for the root
+    std::u16string name;
+    std::u16string folder;                        ///< download folder of the jobs filed here
+    std::vector<std::unique_ptr<CJobNode>> jobs;  ///< in display order
+    std::vector<std::unique_ptr<CClassNode>> children;
+    CClassNode* parent = nullptr;
+};
+
+/// The markers of the job database around the sub-categories of a category.
+Guid descend_marker() noexcept;
+Guid ascend_marker() noexcept;
+/// The GUIDs (1, 0) and (2, 0) mean "descend" and "ascend" in the database and belong to no category.
+bool is_reserved_category(const Guid& guid) noexcept;
+
+/// The tree. One thread at a time.
+class CategoryTree {
+  public:
+    enum class Place { last, sorted };
+
+    /// The first category that is inserted, or null.
+    [[nodiscard]] CClassNode* root() noexcept { return root_.get(); }
+    [[nodiscard]] const CClassNode* root() const noexcept { return root_.get(); }
+
+    /// Inserts under `parent` (null: as the root, or beside it under the root when there is one already),
+    /// last or in the order of the names (without regard to ASCII letter case; behind its equals). A reserved
+    /// GUID becomes zero.
+    CClassNode& insert(std::unique_ptr<CClassNode> node, CClassNode* parent, Place place = Place::last);
+    [[nodiscard]] CClassNode* find(const Guid& guid) noexcept;
+    /// Files the job under the category whose GUID it carries; under the root, whose GUID it then takes, when
+    /// there is no such category. Needs a root.
+    CJobNode& file(std::unique_ptr<CJobNode> job);
+    /// What a first start begins with: "Downloading" (zero GUID) with "Completed" under it.
+    static CategoryTree with_defaults(const std::u16string& folder, const Guid& completed);
+
+  private:
+    std::unique_ptr<CClassNode> root_;
+};
+
+}  // namespace vantlow

@@ -1,0 +1,30 @@
+// Where the program keeps its files.
+#pragma once
+
+#include <functional>
+#include <string>
+#include <string_view>
+
+namespace vantlow {
+
+/// What decides where the data folder is.
+struct DataFolderSources {
+    std::u16string setting;  ///< "Settings"/"DataFolder"; ".\", "./", "." and empty mean the program's folder
+    std::u16string program;  ///< full path of the program file
+    std::u16string user;     ///< logon name; empty when it is not known
+    std::u16string user_data;  ///< the user's own folder for application data; empty when there is none
+    char16_t separator = u'/';
+};
+
+/// The data folder, without a separator at its end: "BASE/USER's temp", where BASE is the folder of the
+/// setting.
+std::u16string data_folder(const DataFolderSources& sources);
+
+/// The same, but where the setting names no folder and the program's cannot be written, "vantlow" in the
+/// user's folder for application data. A folder that the setting names stays the data folder, written or not:
+/// jobs must not seem lost because a disk is absent. `can_write` is asked with the data folder, which need
+/// not exist yet.
+std::u16string writable_data_folder(const DataFolderSources& sources,
+                                    const std::function<bool(const std::u16string&)>& can_write);
+
+}  // namespace vantlow

@@ -1,0 +1,44 @@
+// What the reader and the writer of the job database share: tags, widths and the numbers of fields without a
+// meaning. docs/database.md describes the whole file. Private to these two.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+namespace vantlow::database_fields {
+
+inline constexpr std::size_t header_size = 4;
+inline constexpr std::size_t marker_size = 16;
+
+inline constexpr std::uint8_t category_tag = 0x3C;     // <
+inline constexpr std::uint8_t job_tag = 0x5B;          // [
+inline constexpr std::uint8_t job_end_tag = 0x5D;      // ]
+inline constexpr std::uint8_t segment_tag = 0x28;      // (
+inline constexpr std::uint8_t segment_end_tag = 0x29;  // )
+inline constexpr std::uint8_t schedule_tag = 0x7B;     // {
+inline constexpr std::uint8_t bit_map_tag = 0x42;      // B
+inline constexpr std::uint8_t state_tag = 0x54;        // T
+
+// Inside the block tagged T: one byte says what follows, a 32-bit length and the bytes.
+inline constexpr std::uint8_t etag_value = 0x45;           // E
+inline constexpr std::uint8_t last_modified_value = 0x4D;  // M
+inline constexpr std::uint8_t cookie_value = 0x43;         // C, UTF-16LE
+
+// Bytes of the second group that have no meaning: zero.
+inline constexpr std::size_t unused_block = 16;            // field 2
+inline constexpr std::size_t unused_numbers = 13 * 4;      // fields 17 to 29
+inline constexpr std::size_t unused_last_number = 4;       // field 31
+inline constexpr std::size_t unused_segment_pair = 2 * 8;  // segment fields 6 and 7, then 9 and 10
+
+// The least that a record takes in the file, every text of it empty: more of them than fit in what is left of
+// a file cannot be there, whatever a count says.
+inline constexpr std::size_t smallest_job = 83 + 152 + 4 + 1;
+inline constexpr std::size_t smallest_segment = 118;
+inline constexpr std::size_t schedule_size = 1 + 4 + 4 + 8;
+
+/// Bytes of a bit map.
+constexpr std::size_t bit_map_size(std::int32_t bits) noexcept {
+    return bits > 0 ? (static_cast<std::size_t>(bits) + 7) / 8 : 0;
+}
+
+}  // namespace vantlow::database_fields

@@ -1,0 +1,302 @@
+#include <algorithm>
+#include <bit>
+#include <cstring>
+
+#include "store/database.h"
+#include "store/database_fields.h"
+
+namespace vantlow {
+namespace {
+
+namespace fields = database_fields;
+
+/// Takes field after field off the bytes. The first field that does not fit spoils the reader: it and all
+/// that follow are zero or empty, so that a record is read in one go and judged at its end.
+class FieldReader {
+  public:
+    explicit FieldReader(std::span<const std::byte> bytes) : left_(bytes) {}
+
+    [[nodiscard]] bool ok() const noexcept { return ok_; }
+    void spoil() noexcept { ok_ = false; }
+    [[nodiscard]] std::size_t left() const noexcept { return left_.size(); }
+
+    std::span<const std::byte> take(std::size_t size) noexcept {
+        if (!ok_ || size > left_.size()) {
+            ok_ = false;
+            return {};
+        }
+        const auto taken = left_.first(size);
+        left_ = left_.subspan(size);
+        return taken;
+    }
+    void skip(std::size_t size) noexcept { take(size); }
+    std::uint8_t u8() noexcept { return static_cast<std::uint8_t>(number<std::uint8_t>()); }
+    std::uint32_t u32() noexcept { return number<std::uint32_t>(); }
+    std::int32_t i32() noexcept { return static_cast<std::int32_t>(number<std::uint32_t>()); }
+    std::int64_t i64() noexcept { return static_cast<std::int64_t>(number<std::uint64_t>()); }
+    Guid guid() noexcept {
+        Guid guid;
+        const auto bytes = take(guid.bytes.size());
+        if (!bytes.empty()) std::memcpy(guid.bytes.data(), bytes.data(), bytes.size());
+        return guid;
+    }
+    std::u16string text() {
+        const std::size_t most = left_.size() / 2;
+        std::size_t length = 0;
+        while (length < most && unit(length) != 0) ++length;
+        if (length == most) ok_ = false;
+        const auto bytes = take((length + 1) * 2);
+        return ok_ ? units(bytes.first(length * 2)) : std::u16string();
+    }
+    std::string narrow(std::size_t size) {
+        const auto bytes = take(size);
+        return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
+    }
+    std::u16string wide(std::size_t size) { return units(take(size / 2 * 2)); }
+
+  private:
+    template <class Number>
+    Number number() noexcept {
+        const auto bytes = take(sizeof(Number));
+        Number value = 0;
+        for (std::size_t i = bytes.size(); i-- > 0;) {
+            value = static_cast<Number>(static_cast<std::uint64_t>(value) << 8U) |
+                    std::to_integer<Number>(bytes[i]);
+        }
+        return value;
+    }
+    [[nodiscard]] std::uint16_t unit(std::size_t index) const noexcept {
+        return static_cast<std::uint16_t>(std::to_integer<unsigned>(left_[2 * index]) |
+                                          (std::to_integer<unsigned>(left_[2 * index + 1]) << 8U));
+    }
+    static std::u16string units(std::span<const std::byte> bytes) {
+        std::u16string text(bytes.size() / 2, u'\0');
+        if (!bytes.empty()) std::memcpy(text.data(), bytes.data(), text.size() * 2);
+        if constexpr (std::endian::native == std::endian::big) {
+            for (char16_t& c : text) c = static_cast<char16_t>((c << 8U) | (c >> 8U));
+        }
+        return text;
+    }
+
+    std::span<const std::byte> left_;
+    bool ok_ = true;
+};
+
+// What a count says, but never more than there is room for.
+std::size_t bounded(std::int32_t count, std::size_t left, std::size_t smallest) noexcept {
+    return count > 0 ? std::min(static_cast<std::size_t>(count), left / smallest) : 0;
+}
+
+void read_extra(FieldReader& in, CJobSeg& segment, std::u16string text) {
+    CJobSeg::Extra extra;
+    extra.text = std::move(text);
+    bool is_used = !extra.text.empty();
+    for (CJobSeg::Slot& slot : extra.slots) {
+        slot.text = in.text();
+        slot.number = in.i32();
+        slot.value = in.i64();
+        is_used = is_used || !slot.text.empty() || slot.number != 0 || slot.value != 0;
+    }
+    if (is_used) segment.extra() = std::move(extra);
+}
+
+void read_segment(FieldReader& in, CJobNode& job) {
+    in.skip(1);  // its tag
+    const std::int64_t start = in.i64();
+    CJobSeg& segment = job.append_segment(start, in.i64());
+    segment.start_time = in.i64();
+    segment.end_time = in.i64();
+    segment.first_block = in.i64();
+    in.skip(fields::unused_segment_pair);
+    std::u16string text = in.text();
+    in.skip(fields::unused_segment_pair);
+    read_extra(in, segment, std::move(text));
+    if (in.u8() != fields::segment_end_tag) in.spoil();
+}
+
+// The first group and the segments behind it.
+void read_first_group(FieldReader& in, CJobNode& job) {
+    in.skip(1);  // its tag
+    job.address = in.text();
+    job.agent = in.text();
+    job.user = in.text();
+    job.password = in.text();
+    job.identity = in.guid();
+    job.category = in.guid();
+    job.start_mode = in.i32();
+    job.path = in.text();
+    job.fragment = in.text();
+    job.referer = in.text();
+    job.comment = in.text();
+    job.file_name = in.text();
+    job.locally = in.i32();
+    job.file_size = in.i64();
+    job.created = in.i64();
+    job.connections = in.i32();
+    const std::int32_t count = in.i32();
+    if (!in.ok()) return;
+    job.segments.reserve(bounded(count, in.left(), fields::smallest_segment));
+    for (std::int32_t i = 0; i < count && in.ok(); ++i) read_segment(in, job);
+}
+
+// A state that this version does not know is one in which nothing happens.
+JobState known_state(std::int32_t number) noexcept {
+    const bool is_known = number >= 0 && number <= static_cast<std::int32_t>(JobState::failed);
+    return is_known ? static_cast<JobState>(number) : JobState::stopped;
+}
+
+void read_second_group(FieldReader& in, CJobNode& job) {
+    job.min_split_size = in.i64();
+    job.block_base = in.i64();
+    in.skip(fields::unused_block);
+    job.kind = in.i32();
+    job.retry_delay = in.i32();
+    job.retries = in.i32();
+    job.max_threads = in.i32();
+    job.automatic_referer = in.i32();
+    job.whole_file = in.i32();
+    job.utf8 = in.i32();
+    job.state = known_state(in.i32());
+    job.result = static_cast<Code>(in.i32());
+    job.bit_count = in.i32();
+    job.order = in.i32();
+    job.retry_by_settings = in.i32();
+    job.longest_pause = in.i32();
+    job.silence_limit = in.i32();
+    in.skip(fields::unused_numbers);
+    job.finished = in.i64();
+    in.skip(fields::unused_last_number);
+}
+
+void read_schedule(FieldReader& in, CJobNode& job) {
+    const std::int32_t count = in.i32();
+    job.schedule.reserve(bounded(count, in.left(), fields::schedule_size));
+    for (std::int32_t i = 0; i < count && in.ok(); ++i) {
+        if (in.u8() != fields::schedule_tag) in.spoil();
+        CScheduleNode& entry = *job.schedule.emplace_back(std::make_unique<CScheduleNode>());
+        entry.action = in.i32();
+        entry.weekdays = in.i32();
+        entry.time = in.i64();
+    }
+}
+
+void read_bit_map(FieldReader& in, CJobNode& job) {
+    const auto bytes = in.take(fields::bit_map_size(job.bit_count));
+    if (bytes.empty()) in.spoil();  // a map of no bits is never written
+    job.bit_map.resize(bytes.size());
+    std::transform(bytes.begin(), bytes.end(), job.bit_map.begin(),
+                   [](std::byte byte) { return std::to_integer<std::uint8_t>(byte); });
+}
+
+void read_state(FieldReader& in, CJobNode& job) {
+    const std::size_t size = in.u32();
+    FieldReader block(in.take(size));
+    while (block.ok() && block.left() > 0) {
+        const std::uint8_t kind = block.u8();
+        const std::size_t length = block.u32();
+        switch (kind) {
+            case fields::etag_value:
+                job.validators.etag = block.narrow(length);
+                break;
+            case fields::last_modified_value:
+                job.validators.last_modified = block.narrow(length);
+                break;
+            case fields::cookie_value:
+                job.cookie = block.wide(length);
+                break;
+            default:
+                block.skip(length);
+        }
+    }
+    if (!block.ok()) in.spoil();
+}
+
+// Null when the record is cut short or damaged.
+std::unique_ptr<CJobNode> read_job(FieldReader& in) {
+    auto job = std::make_unique<CJobNode>();
+    read_first_group(in, *job);
+    if (!in.ok()) return nullptr;
+    read_second_group(in, *job);
+    read_schedule(in, *job);
+    std::uint8_t tag = in.u8();
+    if (tag == fields::bit_map_tag) {
+        read_bit_map(in, *job);
+        tag = in.u8();
+    } else {
+        job->bit_count = 0;
+    }
+    if (tag == fields::state_tag) {
+        read_state(in, *job);
+        tag = in.u8();
+    }
+    return in.ok() && tag == fields::job_end_tag ? std::move(job) : nullptr;
+}
+
+// A category whose own fields are whole is kept with the jobs that were whole, though the one behind them is
+// not: they were read before the damage. Null when not even that is there.
+std::unique_ptr<CClassNode> read_category(FieldReader& in, const Guid& identity) {
+    auto node = std::make_unique<CClassNode>();
+    node->identity = identity;
+    in.skip(1);  // its tag
+    node->name = in.text();
+    node->folder = in.text();
+    const std::int32_t count = in.i32();
+    if (!in.ok()) return nullptr;
+    node->jobs.reserve(bounded(count, in.left(), fields::smallest_job));
+    for (std::int32_t i = 0; i < count; ++i) {
+        auto job = read_job(in);
+        if (!job) {
+            in.spoil();
+            break;
+        }
+        job->category = identity;  // where it stands is where it is filed
+        node->jobs.push_back(std::move(job));
+    }
+    return node;
+}
+
+// Two decimal digits; -1 for anything else.
+int read_version(std::span<const std::byte> bytes) noexcept {
+    const auto digit = [&](std::size_t at) { return std::to_integer<int>(bytes[at]) - '0'; };
+    const int tens = digit(2);
+    const int ones = digit(3);
+    const bool is_number = tens >= 0 && tens <= 9 && ones >= 0 && ones <= 9;
+    return is_number ? tens * 10 + ones : -1;
+}
+
+}  // namespace
+
+DatabaseLoad load_database(std::span<const std::byte> bytes, CategoryTree& tree, CategoryTree::Place place) {
+    DatabaseLoad load;
+    if (bytes.size() < fields::header_size) return load;
+    const int version = read_version(bytes);
+    if (version < 0) return load;
+    if (version > database_version) {
+        load.status = DatabaseLoad::Status::newer;
+        return load;
+    }
+    FieldReader in(bytes.subspan(fields::header_size));
+    CClassNode* parent = nullptr;  // null: a category becomes the root
+    CClassNode* last = nullptr;
+    std::int64_t depth = 0;
+    while (in.ok() && in.left() >= fields::marker_size) {
+        const Guid lead = in.guid();
+        if (lead == descend_marker()) {
+            parent = last;
+            ++depth;
+        } else if (lead == ascend_marker()) {
+            parent = parent != nullptr ? parent->parent : nullptr;
+            --depth;
+        } else if (auto node = read_category(in, lead)) {
+            ++load.categories;
+            load.jobs += node->jobs.size();
+            last = &tree.insert(std::move(node), parent, place);
+        }
+    }
+    if (load.categories > 0) load.status = DatabaseLoad::Status::loaded;
+    // A file that was cut between two records has an ascent too few.
+    load.complete = in.ok() && in.left() == 0 && depth == 0;
+    return load;
+}
+
+}  // namespace vantlow

@@ -1,0 +1,263 @@
+#include <algorithm>
+#include <array>
+#include <bit>
+#include <cstring>
+#include <string_view>
+
+#include "store/database.h"
+#include "store/database_fields.h"
+
+namespace vantlow {
+namespace {
+
+namespace fields = database_fields;
+
+/// Gathers fields, which are small, and hands them on in larger pieces. Without a file it only counts.
+class FieldWriter {
+  public:
+    explicit FieldWriter(CQoMemFile* file) : file_(file) {}
+    FieldWriter(const FieldWriter&) = delete;
+    FieldWriter& operator=(const FieldWriter&) = delete;
+    ~FieldWriter() = default;
+
+    void raw(const void* bytes, std::size_t size) {
+        if (size > gathered_.size() - used_) {
+            flush();
+            if (size > gathered_.size()) {
+                hand_on({static_cast<const std::byte*>(bytes), size});
+                return;
+            }
+        }
+        if (size > 0) std::memcpy(gathered_.data() + used_, bytes, size);
+        used_ += size;
+    }
+    void u8(std::uint8_t value) { number(value); }
+    void i32(std::int32_t value) { number(static_cast<std::uint32_t>(value)); }
+    void i64(std::int64_t value) { number(static_cast<std::uint64_t>(value)); }
+    void count(std::size_t value) { number(static_cast<std::uint32_t>(value)); }
+    void guid(const Guid& guid) { raw(guid.bytes.data(), guid.bytes.size()); }
+    void zeros(std::size_t size) {
+        constexpr std::array<std::byte, 64> nothing{};
+        raw(nothing.data(), std::min(size, nothing.size()));
+    }
+    /// Up to its first zero unit, which ends a text in the file.
+    void text(std::u16string_view text) {
+        wide(text.substr(0, text.find(u'\0')));
+        number(std::uint16_t{0});
+    }
+    /// The units alone.
+    void wide(std::u16string_view text) {
+        if constexpr (std::endian::native == std::endian::little) {
+            raw(text.data(), text.size() * 2);
+        } else {
+            for (const char16_t c : text) number(static_cast<std::uint16_t>(c));
+        }
+    }
+    void flush() {
+        hand_on(std::span(gathered_).first(used_));
+        used_ = 0;
+    }
+    [[nodiscard]] std::size_t written() const noexcept { return written_ + used_; }
+
+  private:
+    template <class Number>
+    void number(Number value) {
+        std::array<std::byte, sizeof(Number)> bytes;
+        for (std::size_t i = 0; i < bytes.size(); ++i) {
+            bytes[i] = static_cast<std::byte>(static_cast<std::uint64_t>(value) >> (8 * i));
+        }
+        raw(bytes.data(), bytes.size());
+    }
+    void hand_on(std::span<const std::byte> bytes) {
+        if (file_ != nullptr) file_->write(bytes);
+        written_ += bytes.size();
+    }
+
+    CQoMemFile* file_;
+    std::size_t written_ = 0;
+    std::size_t used_ = 0;
+    std::array<std::byte, 8192> gathered_;
+};
+
+static_assert(fields::unused_numbers <= 64 && fields::unused_block <= 64);
+
+void write_segment(FieldWriter& out, const CJobSeg& segment) {
+    static const CJobSeg::Extra nothing;
+    const CJobSeg::Extra& extra = segment.find_extra() != nullptr ? *segment.find_extra() : nothing;
+    out.u8(fields::segment_tag);
+    out.i64(segment.start);
+    out.i64(segment.end);
+    out.i64(segment.start_time);
+    out.i64(segment.end_time);
+    out.i64(segment.first_block);
+    out.zeros(fields::unused_segment_pair);
+    out.text(extra.text);
+    out.zeros(fields::unused_segment_pair);
+    for (const CJobSeg::Slot& slot : extra.slots) {
+        out.text(slot.text);
+        out.i32(slot.number);
+        out.i64(slot.value);
+    }
+    out.u8(fields::segment_end_tag);
+}
+
+void write_first_group(FieldWriter& out, const CJobNode& job, const Guid& category) {
+    out.u8(fields::job_tag);
+    out.text(job.address);
+    out.text(job.agent);
+    out.text(job.user);
+    out.text(job.password);
+    out.guid(job.identity);
+    out.guid(category);
+    out.i32(job.start_mode);
+    out.text(job.path);
+    out.text(job.fragment);
+    out.text(job.referer);
+    out.text(job.comment);
+    out.text(job.file_name);
+    out.i32(job.locally);
+    out.i64(job.file_size);
+    out.i64(job.created);
+    out.i32(job.connections);
+    out.count(job.segments.size());
+    for (const auto& segment : job.segments) write_segment(out, *segment);
+}
+
+// Whether the job has the whole map that its bit count promises.
+bool has_bit_map(const CJobNode& job) noexcept {
+    return job.bit_count > 0 && job.bit_map.size() >= fields::bit_map_size(job.bit_count);
+}
+
+void write_second_group(FieldWriter& out, const CJobNode& job) {
+    out.i64(job.min_split_size);
+    out.i64(job.block_base);
+    out.zeros(fields::unused_block);
+    out.i32(job.kind);
+    out.i32(job.retry_delay);
+    out.i32(job.retries);
+    out.i32(job.max_threads);
+    out.i32(job.automatic_referer);
+    out.i32(job.whole_file);
+    out.i32(job.utf8);
+    out.i32(static_cast<std::int32_t>(job.state));
+    out.i32(static_cast<std::int32_t>(job.result));
+    out.i32(has_bit_map(job) ? job.bit_count : 0);
+    out.i32(job.order);
+    out.i32(job.retry_by_settings);
+    out.i32(job.longest_pause);
+    out.i32(job.silence_limit);
+    out.zeros(fields::unused_numbers);
+    out.i64(job.finished);
+    out.zeros(fields::unused_last_number);
+}
+
+void write_schedule(FieldWriter& out, const CJobNode& job) {
+    out.count(job.schedule.size());
+    for (const auto& entry : job.schedule) {
+        out.u8(fields::schedule_tag);
+        out.i32(entry->action);
+        out.i32(entry->weekdays);
+        out.i64(entry->time);
+    }
+}
+
+void write_state(FieldWriter& out, const CJobNode& job) {
+    constexpr std::size_t value_head = 1 + 4;
+    const std::array narrow{
+        std::pair(fields::etag_value, std::string_view(job.validators.etag)),
+        std::pair(fields::last_modified_value, std::string_view(job.validators.last_modified))};
+    std::size_t size = job.cookie.empty() ? 0 : value_head + job.cookie.size() * 2;
+    for (const auto& [kind, value] : narrow) size += value.empty() ? 0 : value_head + value.size();
+    if (size == 0) return;
+    out.u8(fields::state_tag);
+    out.count(size);
+    for (const auto& [kind, value] : narrow) {
+        if (value.empty()) continue;
+        out.u8(kind);
+        out.count(value.size());
+        out.raw(value.data(), value.size());
+    }
+    if (job.cookie.empty()) return;
+    out.u8(fields::cookie_value);
+    out.count(job.cookie.size() * 2);
+    out.wide(job.cookie);
+}
+
+void write_job(FieldWriter& out, const CJobNode& job, const Guid& category) {
+    write_first_group(out, job, category);
+    write_second_group(out, job);
+    write_schedule(out, job);
+    if (has_bit_map(job)) {
+        out.u8(fields::bit_map_tag);
+        out.raw(job.bit_map.data(), fields::bit_map_size(job.bit_count));
+    }
+    write_state(out, job);
+    out.u8(fields::job_end_tag);
+}
+
+void write_category_head(FieldWriter& out, const CClassNode& node, std::size_t jobs) {
+    out.guid(node.identity);
+    out.u8(fields::category_tag);
+    out.text(node.name);
+    out.text(node.folder);
+    out.count(jobs);
+}
+
+void write_category(FieldWriter& out, const CClassNode& node) {
+    write_category_head(out, node, node.jobs.size());
+    for (const auto& job : node.jobs) write_job(out, *job, node.identity);
+}
+
+void write_header(FieldWriter& out) {
+    static_assert(database_version == 59);
+    out.raw("Q!59", fields::header_size);
+}
+
+// In the order of a walk that shows each category before its children; without a stack frame for each level.
+void write_tree(FieldWriter& out, const CClassNode& root) {
+    struct Level {
+        const CClassNode* node;
+        std::size_t next;  // child to come
+    };
+    std::vector<Level> above{{&root, 0}};
+    write_category(out, root);
+    while (!above.empty()) {
+        Level& level = above.back();
+        const auto& children = level.node->children;
+        if (level.next == 0 && !children.empty()) out.guid(descend_marker());
+        if (level.next < children.size()) {
+            const CClassNode& child = *children[level.next++];
+            write_category(out, child);
+            above.push_back({&child, 0});
+        } else {
+            if (!children.empty()) out.guid(ascend_marker());
+            above.pop_back();
+        }
+    }
+}
+
+}  // namespace
+
+void save_database(const CategoryTree& tree, CQoMemFile& file) {
+    // Counted first: a database that grew while it was written would for a moment take three times its size.
+    FieldWriter counter(nullptr);
+    write_header(counter);
+    if (tree.root() != nullptr) write_tree(counter, *tree.root());
+    file.reserve(file.size() + counter.written());
+    FieldWriter out(&file);
+    write_header(out);
+    if (tree.root() != nullptr) write_tree(out, *tree.root());
+    out.flush();
+}
+
+void save_single_job(const CJobNode& job, CQoMemFile& file) {
+    CClassNode root;
+    root.name = u"Downloading";
+    FieldWriter out(&file);
+    write_header(out);
+    write_category_head(out, root, 1);
+    write_job(out, job, root.identity);
+    out.flush();
+}
+
+}  // namespace vantlow

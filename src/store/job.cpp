@@ -1,0 +1,91 @@
+#include "store/job.h"
+
+#include <algorithm>
+
+namespace vantlow {
+namespace {
+
+constexpr std::int32_t most_connections = 64;
+
+}  // namespace
+
+CJobSeg::Extra& CJobSeg::extra() {
+    if (!extra_) extra_ = std::make_unique<Extra>();
+    return *extra_;
+}
+
+std::string_view job_state_name(JobState state) noexcept {
+    switch (state) {
+        case JobState::waiting:
+            return "waiting";
+        case JobState::running:
+            return "running";
+        case JobState::stopped:
+            return "stopped";
+        case JobState::finished:
+            return "finished";
+        case JobState::failed:
+            return "failed";
+    }
+    return "stopped";
+}
+
+CJobNode::CJobNode(const CJobNode& other)
+    : CQueueNode(other),
+      category(other.category),
+      address(other.address),
+      fragment(other.fragment),
+      referer(other.referer),
+      comment(other.comment),
+      user(other.user),
+      password(other.password),
+      agent(other.agent),
+      cookie(other.cookie),
+      path(other.path),
+      file_name(other.file_name),
+      locally(other.locally),
+      utf8(other.utf8),
+      start_mode(other.start_mode),
+      connections(other.connections),
+      max_threads(other.max_threads),
+      retry_delay(other.retry_delay),
+      retry_by_settings(other.retry_by_settings),
+      retries(other.retries),
+      longest_pause(other.longest_pause),
+      silence_limit(other.silence_limit),
+      kind(other.kind),
+      automatic_referer(other.automatic_referer),
+      whole_file(other.whole_file),
+      file_size(other.file_size),
+      min_split_size(other.min_split_size),
+      block_base(other.block_base),
+      created(other.created),
+      finished(other.finished),
+      state(other.state),
+      result(other.result),
+      validators(other.validators),
+      bit_map(other.bit_map),
+      bit_count(other.bit_count) {
+    segments.reserve(other.segments.size());
+    for (const auto& segment : other.segments) append_segment(segment->start, segment->end);
+    schedule.reserve(other.schedule.size());
+    for (const auto& entry : other.schedule) schedule.push_back(std::make_unique<CScheduleNode>(*entry));
+}
+
+CJobSeg& CJobNode::append_segment(std::int64_t start, std::int64_t end) {
+    CJobSeg& segment = *segments.emplace_back(std::make_unique<CJobSeg>());
+    segment.start = start;
+    segment.end = end;
+    return segment;
+}
+
+std::int32_t CJobNode::thread_limit() const noexcept {
+    return std::clamp(max_threads > 0 ? max_threads : connections, 1, most_connections);
+}
+
+std::optional<std::int32_t> CJobNode::own_retry_limit() const noexcept {
+    if (retry_by_settings != 0) return std::nullopt;
+    return std::max(retries, -1);
+}
+
+}  // namespace vantlow

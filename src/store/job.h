@@ -1,0 +1,195 @@
+// The records that every part of the program shares: jobs, their segments and the nodes around them.
+//
+// Plain records: they touch neither network nor disk. Who may change a job while it runs: its transfer
+// threads and the user-interface thread, each holding the job's lock.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <limits>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "base/guid.h"
+#include "base/result.h"
+
+namespace vantlow {
+
+class CTransferSubThread;  // of the transfer engine; the store only carries the reference
+
+/// The part of a job that the queues see.
+class CQueueNode {
+  public:
+    virtual ~CQueueNode() = default;
+
+    std::int32_t order = 0;  ///< place in its queue, ascending
+};
+
+/// One entry of a job's own timetable.
+class CScheduleNode {
+  public:
+    virtual ~CScheduleNode() = default;
+
+    std::int32_t action = 0;    ///< 1 start, 2 stop
+    std::int32_t weekdays = 0;  ///< bit 0 Sunday ... bit 6 Saturday; 0: once
+    std::int64_t time = 0;      ///< seconds since 1970 (once) or since midnight, local time (weekly)
+};
+
+/// A proxy server.
+class CProxyNode {
+  public:
+    virtual ~CProxyNode() = default;
+
+    enum : std::int32_t { direct = 0, socks4 = 4, socks5 = 5, http = 10, http_tunnel = 11 };
+
+    std::u16string host;
+    std::int32_t port = 0;
+    std::int32_t kind = direct;
+    std::u16string user;
+    std::u16string password;
+};
+
+/// The end of a segment whose resource has no known size.
+inline constexpr std::int64_t unknown_end = std::numeric_limits<std::int64_t>::max();
+
+/// One segment: the range of a job that is still to be fetched. [start, end) shrinks from the front as bytes
+/// are written, so that start == end means done; what lies between one segment's end and the next one's start
+/// is on the disk.
+class CJobSeg {
+  public:
+    virtual ~CJobSeg() = default;
+
+    struct Slot {
+        std::u16string text;
+        std::int32_t number = 0;
+        std::int64_t value = 0;
+    };
+    /// What only some protocols keep with a segment.
+    struct Extra {
+        std::u16string text;
+        std::array<Slot, 3> slots;
+    };
+
+    std::int64_t start = 0;                ///< first byte that is not written yet
+    std::int64_t end = 0;                  ///< one past the last byte; unknown_end while the size is unknown
+    std::int64_t start_time = 0;           ///< milliseconds, for time-indexed streams
+    std::int64_t end_time = 0;             ///< milliseconds
+    std::int64_t first_block = 0;          ///< index of the first whole block that the segment covers
+    CTransferSubThread* worker = nullptr;  ///< works on it now; not saved
+
+    /// The extra attributes for changing; they are made when they are not there yet.
+    [[nodiscard]] Extra& extra();
+    /// Null where the segment has none: nearly always, which is why they are not members.
+    [[nodiscard]] const Extra* find_extra() const noexcept { return extra_.get(); }
+
+  private:
+    std::unique_ptr<Extra> extra_;
+};
+
+/// The states that lists show; saved with the job.
+enum class JobState : std::int32_t { waiting = 0, running = 1, stopped = 2, finished = 3, failed = 4 };
+std::string_view job_state_name(JobState state) noexcept;
+
+/// What tells one version of a resource from another.
+struct Validators {
+    std::string etag;           ///< as sent, quotes and W/ included; empty when there was none
+    std::string last_modified;  ///< as sent; empty when there was none
+};
+
+/// One job. Owns its segments and its schedule.
+class CJobNode : public CQueueNode {
+  public:
+    CJobNode() = default;
+    /// Copies everything but the identity (the copy is a job of its own) and of the segments only start and
+    /// end.
+    CJobNode(const CJobNode& other);
+    CJobNode& operator=(const CJobNode&) = delete;
+    ~CJobNode() override = default;
+
+    Guid identity;  ///< of the job itself; zero until it is filed
+    Guid category;  ///< of the category that it is filed under
+
+    std::u16string address;
+    std::u16string fragment;  ///< what followed "#" in the address, with the "#"; never sent
+    std::u16string referer;
+    std::u16string comment;
+    std::u16string user;
+    std::u16string password;
+    std::u16string agent;
+    std::u16string cookie;  ///< the job's own cookies, "name=value; name=value"
+    /// The local path, folder and file name; ends with a separator while only the folder is known.
+    std::u16string path;
+    std::u16string file_name;       ///< a name that was asked for; empty: the server or the address gives one
+    std::int32_t locally = 0;       ///< the "Locally" flag: taken from this machine's own copy if it can be
+    std::int32_t utf8 = 1;          ///< non-zero: the address's path is UTF-8 on the wire, else ANSI
+    std::int32_t start_mode = 1;    ///< 0 by hand, 1 at once, 2 by schedule
+    std::int32_t connections = 5;   ///< segments made for a new job; "Threads"
+    std::int32_t max_threads = 0;   ///< most connections at once; 0: as `connections`
+    std::int32_t retry_delay = -1;  ///< seconds between attempts; -1: paced by what they brought
+    std::int32_t retry_by_settings = 1;  ///< the settings say how often to try again; 0: `retries` does
+    std::int32_t retries = 10;           ///< attempts after the first; -1: without limit
+    std::int32_t longest_pause = 30;     ///< seconds: the most between attempts that pace themselves
+    std::int32_t silence_limit = 30;     ///< seconds without a byte after which a connection is broken
+    std::int32_t kind = 0;               ///< 0 byte ranges, 30 time-indexed; 20, 40, 50 other streams
+    std::int32_t automatic_referer = 1;  ///< send the site's root as referer where the job has none
+    std::int32_t whole_file = 0;         ///< never ask for a range
+    std::int64_t file_size = 0;          ///< bytes; 0 or negative while unknown
+    std::int64_t min_split_size = 0;     ///< bytes, 0: none; also the block size of `first_block`
+    std::int64_t block_base = 0;         ///< offset from which blocks are counted
+    std::int64_t created = 0;            ///< seconds since 1970
+    std::int64_t finished = 0;           ///< seconds since 1970, 0 while it isn't
+    JobState state = JobState::waiting;
+    Code result = Code::ok;  ///< of the last run
+    Validators validators;
+    std::vector<std::unique_ptr<CJobSeg>> segments;  ///< in file order
+    std::vector<std::unique_ptr<CScheduleNode>> schedule;
+    std::vector<std::uint8_t> bit_map;  ///< finished blocks, one bit each, or empty
+    std::int32_t bit_count = 0;         ///< bits of `bit_map`, which has (bit_count + 7) / 8 bytes
+
+    /// Appends a segment; callers keep the order of the file.
+    CJobSeg& append_segment(std::int64_t start, std::int64_t end);
+    /// The most connections that the job may have: max_threads or connections, 1 to 64.
+    [[nodiscard]] std::int32_t thread_limit() const noexcept;
+    /// How often a connection of this job tries again (-1: without limit); none where the settings decide.
+    [[nodiscard]] std::optional<std::int32_t> own_retry_limit() const noexcept;
+};
+
+/// The job's named attributes, in their fixed order, wide and narrow.
+inline constexpr std::array<std::u16string_view, 11> attribute_names_wide{
+    u"Referer",   u"Folder",  u"Filename", u"Locally", u"Username", u"Password",
+    u"StartMode", u"Comment", u"Threads",  u"UTF-8",   u"Agent"};
+inline constexpr std::array<std::string_view, 11> attribute_names{
+    "Referer",   "Folder",  "Filename", "Locally", "Username", "Password",
+    "StartMode", "Comment", "Threads",  "UTF-8",   "Agent"};
+
+/// A queue's record of one running job thread.
+class CQueueThreadNode {
+  public:
+    virtual ~CQueueThreadNode() = default;
+
+    CJobNode* job = nullptr;
+    std::int64_t started = 0;  ///< seconds since 1970
+};
+
+/// One page or file of a site download.
+class CSiteDownloadNode {
+  public:
+    virtual ~CSiteDownloadNode() = default;
+
+    std::u16string address;
+    std::int32_t depth = 0;
+};
+
+/// One favourite site.
+class CFavoriteNode {
+  public:
+    virtual ~CFavoriteNode() = default;
+
+    std::u16string name;
+    std::u16string address;
+};
+
+}  // namespace vantlow

@@ -1,0 +1,68 @@
+#include "store/job_log.h"
+
+#include <chrono>
+#include <new>
+
+#include "base/text.h"
+
+namespace vantlow {
+namespace {
+
+// At most `most` bytes, and not a part of a character.
+std::string_view cut(std::string_view text, std::size_t most) noexcept {
+    if (text.size() <= most) return text;
+    std::size_t length = most;
+    while (length > 0 && most - length < 4 && (static_cast<unsigned char>(text[length]) & 0xC0U) == 0x80U)
+        --length;
+    return text.substr(0, length);
+}
+
+bool is_control(char16_t c) noexcept {
+    return c < 0x20 || (c >= 0x7F && c <= 0x9F) || c == 0x2028 || c == 0x2029;
+}
+
+// What a server sent must not move the cursor of the terminal that shows it, nor make two lines of one.
+std::string printable(std::string_view text) {
+    std::u16string units = to_utf16(cut(text, CLogNode::max_length));
+    char16_t before = 0;
+    for (char16_t& c : units) {
+        const bool behind_half = before >= 0xD800 && before <= 0xDBFF;
+        before = c;
+        if (is_control(c)) c = u' ';
+        if (c >= 0xDC80 && c <= 0xDCFF && !behind_half) c = u'?';  // a byte that is not UTF-8
+    }
+    return to_utf8(units);
+}
+
+std::int64_t now_in_milliseconds() noexcept {
+    using namespace std::chrono;
+    return duration_cast<milliseconds>(system_clock::now().time_since_epoch()).count();
+}
+
+}  // namespace
+
+void CJobLog::line(Direction direction, std::string_view text) {
+    // Writers of a log are in the middle of something else: where memory is lacking they do without the line.
+    try {
+        CLogNode node;
+        node.time = now_in_milliseconds();
+        node.direction = direction;
+        node.text = printable(text);
+        {
+            const std::lock_guard guard(mutex_);
+            lines_.push_back(node);
+            if (lines_.size() > kept) lines_.pop_front();
+        }
+        if (!listener_) return;
+        const std::lock_guard guard(listener_mutex_);
+        listener_(node);
+    } catch (const std::bad_alloc&) {
+    }
+}
+
+std::vector<CLogNode> CJobLog::lines() const {
+    const std::lock_guard guard(mutex_);
+    return {lines_.begin(), lines_.end()};
+}
+
+}  // namespace vantlow

@@ -1,0 +1,108 @@
+#include "store/settings.h"
+
+#include <algorithm>
+#include <limits>
+
+#include "base/text.h"
+
+namespace vantlow {
+namespace {
+
+std::u16string lower(std::u16string_view text) {
+    std::u16string out(text);
+    for (char16_t& c : out) c = ascii_lower(c);
+    return out;
+}
+
+std::u16string name_of_value(std::u16string_view section, std::u16string_view key) {
+    return lower(section) + u'\n' + lower(key);
+}
+
+std::optional<std::int64_t> read_number(std::u16string_view text) {
+    const std::string narrow = to_utf8(text);
+    std::string_view digits = trim(narrow);
+    const bool negative = !digits.empty() && digits[0] == '-';
+    if (negative) digits.remove_prefix(1);
+    if (digits.empty() || digits.find_first_not_of("0123456789") != std::string_view::npos)
+        return std::nullopt;
+    constexpr auto largest = std::numeric_limits<std::int64_t>::max();
+    const std::int64_t value = parse_decimal(digits).value_or(largest);
+    return negative ? -value : value;
+}
+
+// The entry whose name is the same but for letter case, made under this name where there is none.
+template <class Map>
+auto& entry(Map& map, const std::u16string& name) {
+    const auto at =
+        std::find_if(map.begin(), map.end(), [&](const auto& pair) { return iequals(pair.first, name); });
+    return at != map.end() ? at->second : map[name];
+}
+
+}  // namespace
+
+Settings::Settings() = default;
+Settings::Settings(std::unique_ptr<SettingsBackend> backend) : backend_(std::move(backend)) {}
+
+std::optional<std::u16string> Settings::find(std::u16string_view section, std::u16string_view key) const {
+    {
+        const std::lock_guard guard(mutex_);
+        if (!overrides_.empty()) {
+            const auto at = overrides_.find(name_of_value(section, key));
+            if (at != overrides_.end()) return at->second.value;
+        }
+    }
+    return backend_ ? backend_->read(section, key) : std::nullopt;
+}
+
+std::u16string Settings::text(std::u16string_view section, std::u16string_view key,
+                              std::u16string_view standard) const {
+    auto value = find(section, key);
+    return value ? *std::move(value) : std::u16string(standard);
+}
+
+std::int64_t Settings::number(std::u16string_view section, std::u16string_view key,
+                              std::int64_t standard) const {
+    const auto value = find(section, key);
+    return value ? read_number(*value).value_or(standard) : standard;
+}
+
+std::int64_t Settings::number(const NumberSetting& setting) const {
+    return std::clamp(number(setting.section, setting.key, setting.standard), setting.smallest,
+                      setting.largest);
+}
+
+FileError Settings::write(std::u16string_view section, std::u16string_view key, std::u16string_view value) {
+    if (!backend_) return {FileFault::read_only, 0};
+    const FileError error = backend_->write(section, key, value);
+    if (error.ok()) version_.fetch_add(1, std::memory_order_acq_rel);
+    return error;
+}
+
+FileError Settings::erase(std::u16string_view section, std::u16string_view key) {
+    if (!backend_) return {FileFault::read_only, 0};
+    const FileError error = backend_->erase(section, key);
+    if (error.ok()) version_.fetch_add(1, std::memory_order_acq_rel);
+    return error;
+}
+
+void Settings::override_value(std::u16string_view section, std::u16string_view key,
+                              std::u16string_view value) {
+    const std::lock_guard guard(mutex_);
+    overrides_[name_of_value(section, key)] = {std::u16string(section), std::u16string(key),
+                                               std::u16string(value)};
+    version_.fetch_add(1, std::memory_order_acq_rel);
+}
+
+void Settings::refresh() {
+    if (backend_ && backend_->refresh()) version_.fetch_add(1, std::memory_order_acq_rel);
+}
+
+SettingsBackend::Values Settings::all() const {
+    SettingsBackend::Values values;
+    if (backend_) values = backend_->all();
+    const std::lock_guard guard(mutex_);
+    for (const auto& [name, own] : overrides_) entry(entry(values, own.section), own.key) = own.value;
+    return values;
+}
+
+}  // namespace vantlow

@@ -1,0 +1,106 @@
+// One connection to one server: resolve, connect, tunnel, then bytes.
+#pragma once
+
+#include <array>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "base/log.h"
+#include "transfer/connection/connection_sets.h"
+#include "transfer/connection/pacer.h"
+#include "transfer/connection/resolver.h"
+#include "transfer/connection/reuse.h"
+#include "transfer/connection/server_slots.h"
+
+namespace vantlow {
+
+/// What all connections of the program share. Outlives every connection.
+struct ConnectionServices {
+    Resolver resolver;
+    ConnectionSets sets;
+    ServerSlots slots;
+    ReusePool reuse;  // after the slots that its connections hold
+};
+
+/// The proxy that a connection goes through, as far as this folder needs to know it.
+struct ProxyPlan {
+    int kind = 0;  ///< 0 direct, 4 SOCKS4, 5 SOCKS5, 10 HTTP, 11 HTTP always tunnelling
+    std::string host;
+    std::uint16_t port = 0;
+    std::string user;  ///< in the ANSI code page
+    std::string password;
+};
+
+/// Everything that opening a connection needs to be told.
+struct ConnectPlan {
+    std::string scheme;  ///< part of what makes a kept connection the right one
+    std::string host;
+    std::uint16_t port = 0;
+    ProxyPlan proxy;
+    std::chrono::milliseconds timeout{60000};  ///< of connecting and of each handshake read
+    ServerLimits limits;
+    bool may_reuse = true;  ///< a connection kept from an earlier request will do
+};
+
+/// What a tunnel through a proxy is asked for.
+struct TunnelTarget {
+    std::uint8_t command = 1;             ///< 1 connect, 2 bind
+    std::array<std::uint8_t, 4> ipv4{};   ///< all zero: unknown
+    std::array<std::uint8_t, 16> ipv6{};  ///< all zero: absent
+    std::string host;                     ///< may be empty
+    std::uint16_t port = 0;
+    bool want_connect = false;  ///< a CONNECT tunnel through a proxy of kind 10 too
+    bool close_on_failure = true;
+};
+
+/// The base of the objects that talk over TCP. Belongs to the one thread that made it.
+class CBaseSocket {
+  public:
+    CBaseSocket(ConnectionServices& services, LogSink& log, const StopSource& stop,
+                SpeedShare* share = nullptr);
+    virtual ~CBaseSocket();
+    CBaseSocket(const CBaseSocket&) = delete;
+    CBaseSocket& operator=(const CBaseSocket&) = delete;
+
+    /// Opens the connection: one kept for reuse where the plan allows it, else a new one through the proxy.
+    Result open(const ConnectPlan& plan);
+    /// Ends it. `keep` when the last answer was read whole and the server wants to go on: the connection is
+    /// kept for the next request to the same server.
+    void close(bool keep = false);
+    [[nodiscard]] bool is_open() const noexcept { return node_ != nullptr; }
+    /// True when open() took a kept connection: the server may have closed it a moment ago.
+    [[nodiscard]] bool is_reused() const noexcept { return reused_; }
+
+    /// The next bytes, at the pace of the speed limit.
+    Moved receive(std::span<std::byte> into, Clock::time_point until) { return paced_->read(into, until); }
+    /// Sends the whole buffer or fails.
+    Result send_all(std::span<const std::byte> bytes);
+    /// Reads exactly that many bytes within the time-out; `transient` when the peer closed or the time
+    /// passed.
+    Result receive_exactly(std::span<std::byte> into);
+    Result receive_byte(std::byte& into) { return receive_exactly({&into, 1}); }
+
+  protected:
+    /// Opens a tunnel through the connected proxy before the protocol speaks. `port` gets the port that the
+    /// proxy reports. A direct connection, and a proxy that needs no tunnel, are a success at once.
+    virtual Result tunnel(const ProxyPlan& proxy, const TunnelTarget& target, std::uint16_t& port);
+
+    LogSink& log() noexcept { return log_; }
+
+  private:
+    Result take_slot(const std::string& server, const ServerLimits& limits, ServerSlots::Slot& slot);
+    Result connect_new(const ConnectPlan& plan, const std::string& server);
+    void use(std::unique_ptr<CReuseNode> node);
+
+    ConnectionServices& services_;
+    LogSink& log_;
+    const StopSource& stop_;
+    SpeedShare* share_;
+    std::chrono::milliseconds timeout_{60000};
+    bool reused_ = false;
+    std::unique_ptr<CReuseNode> node_;
+    std::optional<PacedStream> paced_;  // reads from node_
+};
+
+}  // namespace vantlow

@@ -1,0 +1,64 @@
+#include "transfer/connection/server_slots.h"
+
+namespace vantlow {
+
+ServerSlots::Slot& ServerSlots::Slot::operator=(Slot&& other) noexcept {
+    if (this != &other) {
+        release();
+        owner_ = std::exchange(other.owner_, nullptr);
+        server_ = std::move(other.server_);
+    }
+    return *this;
+}
+
+void ServerSlots::Slot::release() noexcept {
+    if (owner_ != nullptr) std::exchange(owner_, nullptr)->give_back(server_);
+}
+
+Outcome<ServerSlots::Slot> ServerSlots::acquire(const std::string& server, const ServerLimits& limits,
+                                                const StopSource& stop) {
+    std::unique_lock guard(mutex_);
+    Server& entry = servers_[server];  // stays while somebody waits or holds a slot
+    ++entry.waiting;
+    const bool free =
+        freed_.wait(guard, stop.token(), [&] { return limits.most <= 0 || entry.used < limits.most; });
+    if (!free || stop.requested()) {
+        --entry.waiting;
+        forget_if_idle(server);
+        return stop.reason();
+    }
+    ++entry.used;
+    --entry.waiting;
+    const auto start = std::max(Clock::now(), entry.next_start);
+    entry.next_start = start + limits.interval;
+    guard.unlock();
+    Slot slot(this, server);
+    const auto pause = time_left(start);
+    if (pause.count() > 0 && stop.wait_for(pause)) return stop.reason();
+    return slot;
+}
+
+std::size_t ServerSlots::used(const std::string& server) {
+    const std::lock_guard guard(mutex_);
+    const auto entry = servers_.find(server);
+    return entry == servers_.end() ? 0 : static_cast<std::size_t>(entry->second.used);
+}
+
+void ServerSlots::give_back(const std::string& server) noexcept {
+    {
+        const std::lock_guard guard(mutex_);
+        --servers_[server].used;
+        forget_if_idle(server);
+    }
+    freed_.notify_all();
+}
+
+// Called with the mutex held. A server that must not be connected to for a while yet is remembered.
+void ServerSlots::forget_if_idle(const std::string& server) {
+    const auto entry = servers_.find(server);
+    if (entry == servers_.end()) return;
+    const Server& state = entry->second;
+    if (state.used == 0 && state.waiting == 0 && state.next_start <= Clock::now()) servers_.erase(entry);
+}
+
+}  // namespace vantlow

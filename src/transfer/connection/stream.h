@@ -1,0 +1,50 @@
+// What every stage of a connection is to the one above it: bytes that are waited for.
+#pragma once
+
+#include <cstddef>
+#include <span>
+
+#include "base/result.h"
+#include "platform/socket.h"
+
+namespace vantlow {
+
+/// What one read brought.
+struct Moved {
+    enum class State {
+        data,    ///< `bytes` bytes, at least one
+        quiet,   ///< nothing until the given moment: not a failure
+        closed,  ///< the other side will send nothing more
+        failed,  ///< `code` says why; the stage is of no more use
+    };
+    State state = State::failed;
+    std::size_t bytes = 0;
+    Code code = Code::ok;
+    int system_error = 0;
+
+    static Moved data(std::size_t n) { return {State::data, n, Code::ok, 0}; }
+    static Moved quiet() { return {State::quiet, 0, Code::ok, 0}; }
+    static Moved closed() { return {State::closed, 0, Code::ok, 0}; }
+    static Moved failed(Code code, int error = 0) { return {State::failed, 0, code, error}; }
+};
+
+/// One stage of a connection. Used by one thread at a time.
+class ByteStream {
+  public:
+    ByteStream() = default;
+    ByteStream(const ByteStream&) = delete;
+    ByteStream& operator=(const ByteStream&) = delete;
+    virtual ~ByteStream() = default;
+
+    /// Waits until `until` at the longest, or until the stop that the stage knows of is requested.
+    virtual Moved read(std::span<std::byte> into, Clock::time_point until) = 0;
+    /// Sends all of it before `until`, or fails.
+    virtual Result write(std::span<const std::byte> from, Clock::time_point until) = 0;
+};
+
+/// A fixed moment that many milliseconds from now.
+Clock::time_point from_now(std::chrono::milliseconds time);
+/// The time left until then, rounded up, never negative.
+std::chrono::milliseconds time_left(Clock::time_point until);
+
+}  // namespace vantlow

@@ -1,0 +1,52 @@
+// The chunked transfer coding (RFC 9112, 7.1).
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+
+namespace vantlow {
+
+struct ChunkStep {
+    enum class State {
+        more,  ///< all of the input was taken, or the room is full
+        end,   ///< the last chunk and its trailer were read
+        bad,   ///< no chunk size, or one that is too large
+    };
+    State state = State::more;
+    std::size_t taken = 0;
+    std::size_t given = 0;
+};
+
+/// Undoes the coding over any division of the bytes. Sizes up to 15 hexadecimal digits; chunk extensions and
+/// trailer fields are skipped, up to 64 KiB of each.
+class ChunkedDecoder {
+  public:
+    /// Decodes from `in` into `out`. With state `end` what is left of `in` belongs to the next answer.
+    ChunkStep decode(std::span<const std::byte> in, std::span<std::byte> out);
+    [[nodiscard]] bool is_done() const noexcept { return state_ == State::done; }
+
+  private:
+    enum class State {
+        size,
+        extension,
+        size_lf,
+        data,
+        data_cr,
+        data_lf,
+        trailer_start,
+        trailer,
+        trailer_lf,
+        done,
+        bad
+    };
+    void step(char c);
+    void size_digit(char c);
+
+    State state_ = State::size;
+    std::int64_t size_ = 0;
+    int digits_ = 0;
+    std::size_t skipped_ = 0;  ///< bytes of this chunk's extensions and of the trailer
+};
+
+}  // namespace vantlow

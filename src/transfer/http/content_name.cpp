@@ -1,0 +1,61 @@
+#include "transfer/http/content_name.h"
+
+#include <optional>
+
+#include "base/text.h"
+#include "platform/process.h"
+#include "transfer/http/parameter.h"
+
+namespace vantlow {
+namespace {
+
+std::u16string latin1(std::string_view bytes) {
+    std::u16string text;
+    for (const char c : bytes) text.push_back(static_cast<char16_t>(static_cast<unsigned char>(c)));
+    return text;
+}
+
+// charset'language'percent-encoded, RFC 8187.
+std::optional<std::u16string> extended_value(std::string_view value) {
+    const auto first = value.find('\'');
+    if (first == std::string_view::npos) return std::nullopt;
+    const auto second = value.find('\'', first + 1);
+    if (second == std::string_view::npos) return std::nullopt;
+    const std::string_view charset = value.substr(0, first);
+    const std::string bytes = percent_decode(value.substr(second + 1));
+    if (iequals(charset, "iso-8859-1")) return latin1(bytes);
+    if (iequals(charset, "utf-8") && is_utf8(bytes)) return to_utf16(bytes);
+    return std::nullopt;
+}
+
+}  // namespace
+
+std::u16string decode_name(std::string_view bytes) {
+    return is_utf8(bytes) ? to_utf16(bytes) : from_ansi(bytes);
+}
+
+std::u16string disposition_name(std::string_view field) {
+    std::string_view rest = field;
+    std::u16string plain;
+    // The disposition type ("attachment") reads as a parameter without a value.
+    while (const auto parameter = next_parameter(rest)) {
+        if (parameter->name == "filename*") {
+            if (auto name = extended_value(parameter->value)) return *name;
+        } else if (parameter->name == "filename" && plain.empty()) {
+            // Browsers decode escapes that some servers send here against RFC 6266; a name that is meant to
+            // hold
+            // "%20" is the rarer case.
+            plain = decode_name(percent_decode(parameter->value));
+        }
+    }
+    return plain;
+}
+
+std::u16string path_name(std::string_view path) {
+    path = path.substr(0, path.find_first_of("?#"));
+    const auto slash = path.rfind('/');
+    if (slash != std::string_view::npos) path.remove_prefix(slash + 1);
+    return decode_name(percent_decode(path));
+}
+
+}  // namespace vantlow

@@ -1,0 +1,143 @@
+#include "transfer/http/conversation.h"
+
+#include <array>
+#include <cstring>
+
+#include "base/string_table.h"
+#include "base/text.h"
+
+namespace vantlow {
+namespace {
+
+constexpr std::size_t head_step = 16 * 1024;
+constexpr int most_interim_answers = 20;
+constexpr std::size_t most_skipped_body = 64 * 1024;
+
+}  // namespace
+
+std::string status_text(const HttpHead& head) {
+    std::string text = std::to_string(head.status);
+    if (head.reason.empty()) return text;
+    text += ' ';
+    const bool readable = is_utf8(head.reason);
+    for (const char c : head.reason.substr(0, 200)) {
+        const auto byte = static_cast<unsigned char>(c);
+        text += byte < 0x20 || byte == 0x7F || (byte >= 0x80 && !readable) ? '?' : c;
+    }
+    return text;
+}
+
+Result HttpConversation::ask(const ConnectPlan& plan, const HttpRequest& request, HttpHead& head) {
+    body_.reset();
+    bool dead = false;
+    Result result = exchange(plan, request, head, dead);
+    if (!dead) return result;
+    // The kept connection was closed by the server before it answered: GET may be repeated (RFC 9110, 9.2.2).
+    ConnectPlan fresh = plan;
+    fresh.may_reuse = false;
+    return exchange(fresh, request, head, dead);
+}
+
+Result HttpConversation::exchange(const ConnectPlan& plan, const HttpRequest& request, HttpHead& head,
+                                  bool& dead) {
+    if (Result result = socket_.open(plan); !result.ok()) return result;
+    received_.clear();
+    const bool reused = socket_.is_reused();
+    const auto until = from_now(plan.timeout);
+    const std::string bytes = build_request(request, log_);
+    bool nothing_came = true;
+    Result result = socket_.send_all(std::as_bytes(std::span(bytes)));
+    if (result.ok()) result = read_head(until, head_, nothing_came);
+    dead = !result.ok() && reused && nothing_came && result.code == Code::transient;
+    if (!result.ok()) {
+        if (!dead && result.kind() != Kind::stopped) log_.line(Direction::error, result.message());
+        socket_.close();
+    }
+    head = head_;
+    return result;
+}
+
+Result HttpConversation::parse_one(std::size_t end, HttpHead& head) {
+    const std::string_view bytes(received_.data(), end);
+    for (const std::string& line : head_lines_for_log(bytes)) log_.line(Direction::received, line);
+    Outcome<HttpHead> parsed = parse_head(bytes);
+    received_.erase(0, end);
+    if (!parsed.ok()) return parsed.failure();
+    head = *std::move(parsed);
+    return {};
+}
+
+Result HttpConversation::read_head(Clock::time_point until, HttpHead& head, bool& nothing_came) {
+    std::array<std::byte, head_step> buffer;
+    std::size_t searched = 0;
+    for (int interim = 0; interim <= most_interim_answers;) {
+        const std::size_t end = find_head_end(received_, searched);
+        if (end != std::string::npos) {
+            if (Result result = parse_one(end, head); !result.ok()) return result;
+            searched = 0;
+            if (head.status >= 200 || head.status == 101) return {};
+            ++interim;
+            continue;
+        }
+        if (received_.size() > longest_head) return {Code::server_error, "The server's header is too long."};
+        searched = received_.size() < 2 ? 0 : received_.size() - 2;
+        const Moved moved = socket_.receive(buffer, until);
+        switch (moved.state) {
+            case Moved::State::data:
+                break;
+            case Moved::State::quiet:
+                return {Code::transient, std::string(message_text(Message::timeout))};
+            case Moved::State::closed:
+                return {Code::transient, "The server closed the connection without an answer."};
+            case Moved::State::failed:
+                return moved.code == Code::transient ? socket_failure(moved.system_error)
+                                                     : Result(moved.code);
+        }
+        nothing_came = false;
+        received_.append(reinterpret_cast<const char*>(buffer.data()), moved.bytes);
+        // Something that is no HTTP at all is told at once, not after a time-out.
+        if (received_.size() >= 4 && !received_.starts_with("HTTP")) {
+            return {Code::server_error, "The answer is not an HTTP response."};
+        }
+    }
+    return {Code::server_error, "The server sends interim answers without end."};
+}
+
+Result HttpConversation::begin_body(const GzipOperations& gzip, std::size_t buffer_size) {
+    const auto* first = reinterpret_cast<const std::byte*>(received_.data());
+    Inflow inflow(socket_, std::vector<std::byte>(first, first + received_.size()));
+    received_.clear();
+    auto body = make_body(head_, std::move(inflow), gzip, buffer_size);
+    if (!body.ok()) return body.failure();
+    body_ = *std::move(body);
+    return {};
+}
+
+void HttpConversation::skip_body() {
+    HttpHead plain = head_;
+    plain.coding = ContentCoding::identity;
+    std::swap(plain, head_);
+    const bool short_enough =
+        head_.chunked || (head_.length && *head_.length <= static_cast<std::int64_t>(most_skipped_body));
+    if (head_.keep_alive && short_enough && begin_body({}, head_step).ok()) {
+        std::vector<std::byte> bin(head_step);
+        std::size_t total = 0;
+        const auto until = from_now(std::chrono::seconds(2));
+        while (total < most_skipped_body) {
+            const Moved moved = body_->read(bin, until);
+            if (moved.state != Moved::State::data) break;
+            total += moved.bytes;
+        }
+    }
+    std::swap(plain, head_);
+}
+
+void HttpConversation::finish() {
+    // 204 and 304 have no body (RFC 9112, 6.3).
+    const bool no_body = head_.status == 204 || head_.status == 304;
+    const bool whole = (body_ && body_->is_whole()) || (no_body && received_.empty());
+    body_.reset();
+    socket_.close(whole && head_.keep_alive);
+}
+
+}  // namespace vantlow

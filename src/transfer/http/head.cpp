@@ -1,0 +1,262 @@
+#include "transfer/http/head.h"
+
+#include <algorithm>
+#include <array>
+#include <utility>
+
+#include "base/text.h"
+#include "transfer/http/parameter.h"
+
+namespace vantlow {
+namespace {
+
+using Field = void (*)(HttpHead&, std::string_view value);
+
+void read_schemes(std::vector<std::string>& schemes, std::string_view value) {
+    const std::string word = ascii_lower(value.substr(0, value.find_first_of(" \t,")));
+    constexpr std::array known{"negotiate", "ntlm", "digest", "basic"};
+    if (std::find(known.begin(), known.end(), word) != known.end()) schemes.push_back(word);
+}
+
+void read_connection(HttpHead& head, std::string_view value) {
+    for (std::string_view option : split(value, ',')) {
+        if (iequals(trim(option), "keep-alive")) head.keep_alive = true;
+        if (iequals(trim(option), "close")) head.closes = true;
+    }
+    if (head.closes) head.keep_alive = false;  // whatever else is said (RFC 9112, 9.3)
+}
+
+void read_content_encoding(HttpHead& head, std::string_view value) {
+    // A second field lists a further coding (RFC 9110, 5.3).
+    head.content_encoding += (head.content_encoding.empty() ? "" : ", ") + ascii_lower(value);
+    const std::string& coding = head.content_encoding;
+    if (coding.empty() || coding == "identity") {
+        head.coding = ContentCoding::identity;
+    } else {
+        head.coding = coding == "gzip" || coding == "x-gzip" ? ContentCoding::gzip : ContentCoding::other;
+    }
+}
+
+// The value of a parameter of a field like content-type.
+std::string parameter(std::string_view value, std::string_view name) {
+    while (const auto found = next_parameter(value)) {
+        if (found->name == name) return found->value;
+    }
+    return {};
+}
+
+void read_content_range(HttpHead& head, std::string_view value) {
+    const auto blank = value.find_first_of(" \t=");
+    if (blank == std::string_view::npos) return;
+    head.range_unit_bytes = iequals(value.substr(0, blank), "bytes");
+    const std::string_view rest = trim(value.substr(blank + 1));
+    const auto slash = rest.find('/');
+    if (slash == std::string_view::npos) return;
+    head.range_total = parse_decimal(trim(rest.substr(slash + 1)));
+    const std::string_view range = rest.substr(0, slash);
+    const auto dash = range.find('-');
+    if (dash == std::string_view::npos) return;  // "*": unsatisfied
+    head.range_first = parse_decimal(trim(range.substr(0, dash)));
+    head.range_last = parse_decimal(trim(range.substr(dash + 1)));
+}
+
+void read_cookie(HttpHead& head, std::string_view value) {
+    const auto end = value.find(';');
+    SetCookie cookie;
+    cookie.pair = std::string(trim(value.substr(0, end)));
+    if (end != std::string_view::npos) {
+        const std::string_view attributes = value.substr(end + 1);
+        cookie.expires = parameter(attributes, "expires");
+        cookie.domain = parameter(attributes, "domain");
+        cookie.path = parameter(attributes, "path");
+    }
+    head.cookies.push_back(std::move(cookie));
+}
+
+void read_retry_after(HttpHead& head, std::string_view value) {
+    head.retry_after = parse_decimal(value);
+    if (!head.retry_after) head.retry_after_date = std::string(value);
+}
+
+struct FieldRow {
+    std::string_view name;
+    Field read;
+};
+
+constexpr std::array fields{
+    FieldRow{"server", [](HttpHead& h, std::string_view v) { h.server = v; }},
+    FieldRow{"proxy-authenticate", [](HttpHead& h, std::string_view v) { read_schemes(h.proxy_schemes, v); }},
+    FieldRow{"www-authenticate", [](HttpHead& h, std::string_view v) { read_schemes(h.server_schemes, v); }},
+    FieldRow{"location", [](HttpHead& h, std::string_view v) { h.location = v; }},
+    FieldRow{"connection", read_connection},
+    FieldRow{"proxy-connection", read_connection},
+    FieldRow{"content-encoding", read_content_encoding},
+    FieldRow{"content-type",
+             [](HttpHead& h, std::string_view v) {
+                 h.content_type = ascii_lower(trim(v.substr(0, v.find(';'))));
+                 h.content_type_name = parameter(v, "name");
+             }},
+    FieldRow{"content-disposition", [](HttpHead& h, std::string_view v) { h.content_disposition = v; }},
+    FieldRow{"content-range", read_content_range},
+    FieldRow{"last-modified", [](HttpHead& h, std::string_view v) { h.last_modified = v; }},
+    FieldRow{"etag", [](HttpHead& h, std::string_view v) { h.etag = v; }},
+    FieldRow{"date", [](HttpHead& h, std::string_view v) { h.date = v; }},
+    FieldRow{"accept-ranges",
+             [](HttpHead& h, std::string_view v) {
+                 if (iequals(v, "none")) h.accept_ranges = AcceptRanges::none;
+                 if (iequals(v, "bytes")) h.accept_ranges = AcceptRanges::bytes;
+             }},
+    FieldRow{"retry-after", read_retry_after},
+    FieldRow{"set-cookie", read_cookie},
+    FieldRow{"icy-metaint", [](HttpHead& h, std::string_view v) { h.icy_metaint = parse_decimal(v); }},
+};
+
+// Two lengths that differ leave the end of the body open to whoever sits between: no answer to work with.
+Result read_length(HttpHead& head, std::string_view value) {
+    for (std::string_view piece : split(value, ',')) {
+        const auto length = parse_decimal(trim(piece));
+        if (!length) return {Code::server_error, "The server sent a length that is no number."};
+        if (head.length && *head.length != *length) {
+            return {Code::server_error, "The server sent two different lengths."};
+        }
+        head.length = length;
+    }
+    return {};
+}
+
+Result read_transfer_encoding(HttpHead& head, std::string_view value) {
+    for (std::string_view piece : split(value, ',')) {
+        piece = trim(piece);
+        if (iequals(piece, "chunked")) {
+            head.chunked = true;
+        } else if (!piece.empty() && !iequals(piece, "identity")) {
+            return {Code::unsupported,
+                    "The transfer coding \"" + std::string(piece) + "\" is not supported."};
+        }
+    }
+    return {};
+}
+
+Result read_field(HttpHead& head, std::string_view name, std::string_view value) {
+    if (iequals(name, "content-length") || iequals(name, "content-size")) return read_length(head, value);
+    if (iequals(name, "transfer-encoding")) return read_transfer_encoding(head, value);
+    for (const FieldRow& row : fields) {
+        if (iequals(name, row.name)) {
+            row.read(head, value);
+            break;
+        }
+    }
+    return {};
+}
+
+Result read_status_line(HttpHead& head, std::string_view line) {
+    const Result not_http{Code::server_error, "The answer is not an HTTP response."};
+    if (!line.starts_with("HTTP")) return not_http;
+    const auto blank = line.find(' ');
+    if (blank == std::string_view::npos) return not_http;
+    const std::string_view version = line.substr(0, blank);
+    head.minor_version = version == "HTTP/1.0" || version == "HTTP" ? 0 : 1;
+    std::string_view rest = trim(line.substr(blank));
+    const auto status = parse_decimal(rest.substr(0, 3));
+    if (!status || *status < 100 || (rest.size() > 3 && rest[3] != ' ')) return not_http;
+    head.status = static_cast<int>(*status);
+    head.reason = std::string(trim(rest.substr(3)));
+    // HTTP/1.1 keeps the connection unless told otherwise (RFC 9112, 9.3).
+    head.keep_alive = head.minor_version >= 1;
+    return {};
+}
+
+// Calls `use` with each line, continued lines joined to the one that they continue (RFC 9112, 5.2).
+template <class Use>
+Result for_each_line(std::string_view bytes, Use use) {
+    std::string joined;
+    while (!bytes.empty()) {
+        const auto end = bytes.find('\n');
+        std::string_view line = bytes.substr(0, end);
+        bytes.remove_prefix(end == std::string_view::npos ? bytes.size() : end + 1);
+        if (!line.empty() && line.back() == '\r') line.remove_suffix(1);
+        if (line.empty()) break;
+        const bool continues = !bytes.empty() && (bytes.front() == ' ' || bytes.front() == '\t');
+        if (continues || !joined.empty()) joined += (joined.empty() ? "" : " ") + std::string(trim(line));
+        if (continues) continue;
+        if (Result result = use(joined.empty() ? line : std::string_view(joined)); !result.ok())
+            return result;
+        joined.clear();
+    }
+    return {};
+}
+
+}  // namespace
+
+std::size_t find_head_end(std::string_view bytes, std::size_t search_from) {
+    // An empty line is an LF that directly follows an LF, or an LF CR.
+    std::size_t at = search_from;
+    while ((at = bytes.find('\n', at)) != std::string_view::npos) {
+        ++at;
+        if (at < bytes.size() && bytes[at] == '\n') return at + 1;
+        if (at + 1 < bytes.size() && bytes[at] == '\r' && bytes[at + 1] == '\n') return at + 2;
+    }
+    return std::string_view::npos;
+}
+
+Outcome<HttpHead> parse_head(std::string_view bytes) {
+    HttpHead head;
+    bool first = true;
+    Result result = for_each_line(bytes, [&](std::string_view line) -> Result {
+        if (std::exchange(first, false)) return read_status_line(head, line);
+        const auto colon = line.find(':');
+        if (colon == std::string_view::npos) return {};  // not a field: left out, as browsers do
+        return read_field(head, trim(line.substr(0, colon)), trim(line.substr(colon + 1)));
+    });
+    if (!result.ok()) return result;
+    if (first) return Result(Code::server_error, "The answer is not an HTTP response.");
+    if (head.chunked) head.length.reset();  // the length is ignored then (RFC 9112, 6.3)
+    return head;
+}
+
+std::vector<std::string> head_lines_for_log(std::string_view bytes) {
+    std::vector<std::string> lines;
+    static_cast<void>(for_each_line(bytes, [&](std::string_view line) -> Result {
+        const bool is_secret = iequals(trim(line.substr(0, line.find(':'))), "set-cookie");
+        lines.push_back(is_secret ? "Set-Cookie: ********" : std::string(line));
+        return {};
+    }));
+    return lines;
+}
+
+std::string resolve_redirect(std::string_view location, const RedirectBase& base) {
+    std::string target(location.substr(0, location.find('#')));
+    std::replace(target.begin(), target.end(), '\\', '/');
+    constexpr std::array followed{"http://", "https://", "ftp://",  "ftps://",  "sftp://",
+                                  "mms://",  "mmst://",  "rtsp://", "rtspt://", "pnm://"};
+    for (const std::string_view scheme : followed) {
+        if (istarts_with(target, scheme)) return target;
+    }
+    // Another scheme ("data:", "javascript:", "file:") has its colon before the first slash or question mark.
+    const auto colon = target.find(':');
+    if (colon != std::string::npos && colon < target.find_first_of("/?")) return {};
+    if (target.starts_with("//")) return base.scheme + ":" + target;
+    const bool default_one = base.port == (base.scheme == "https" ? 443 : 80);
+    const std::string site =
+        base.scheme + "://" + base.host + (default_one ? "" : ":" + std::to_string(base.port));
+    if (target.empty()) return {};
+    if (target.front() == '/') return site + target;
+    const std::string path = base.path.substr(0, base.path.find('?'));
+    if (target.front() == '?') return site + path + target;
+    // Relative to the folder of the request (RFC 3986, 5.2.3); dot segments are the server's business, but
+    // those at the front are resolved since servers refuse paths that climb.
+    std::string folder = path.substr(0, path.rfind('/') + 1);
+    for (;;) {
+        if (target.starts_with("./")) {
+            target.erase(0, 2);
+        } else if (target.starts_with("../")) {
+            target.erase(0, 3);
+            if (folder.size() > 1) folder.erase(folder.rfind('/', folder.size() - 2) + 1);
+        } else {
+            break;
+        }
+    }
+    return site + (folder.empty() ? "/" : folder) + target;
+}
+
+}  // namespace vantlow

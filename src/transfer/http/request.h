@@ -1,0 +1,46 @@
+// The lines of a GET request, in their fixed order.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "base/log.h"
+
+namespace vantlow {
+
+/// What a request says. All text is as it goes on the wire (escaped, in its code page) and without line ends.
+struct HttpRequest {
+    std::string scheme = "http";  ///< "http", "https", or "ftp" through an HTTP proxy
+    std::string host;             ///< in brackets when it is an IPv6 literal
+    std::uint16_t port = 80;
+    bool explicit_port = false;  ///< the address names its port
+    std::string path = "/";      ///< with its leading slash and its query
+    std::string user;            ///< server credentials; empty: none
+    std::string password;
+    bool through_proxy = false;  ///< the absolute form, to an HTTP proxy without a tunnel
+    std::string proxy_user;      ///< empty: none
+    std::string proxy_password;
+    std::string referer;
+    bool automatic_referer = false;  ///< the site's root where there is no referer
+    std::string agent;
+    std::string cookie;      ///< the whole text of the Cookie line; empty: no line
+    std::int64_t start = 0;  ///< first byte wanted; 0 asks for the whole
+};
+
+/// One line with what the log may show of it: credentials and cookies are masked there.
+struct RequestLine {
+    std::string text;
+    std::string shown;
+};
+
+/// The port that a scheme stands for: 80, 443 or 21.
+std::uint16_t default_port(const std::string& scheme) noexcept;
+
+/// The lines, the empty one at the end not included. Characters that would end a line early are removed.
+std::vector<RequestLine> request_lines(const HttpRequest& request);
+
+/// The request's bytes; each line goes to the log as sent.
+std::string build_request(const HttpRequest& request, LogSink& log);
+
+}  // namespace vantlow

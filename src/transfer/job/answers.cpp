@@ -1,0 +1,207 @@
+// What a job makes of a server's answer: versions, resuming, the size, the file.
+#include <algorithm>
+
+#include "base/safe_name.h"
+#include "base/string_table.h"
+#include "base/text.h"
+#include "transfer/job/main_thread.h"
+
+namespace vantlow {
+namespace {
+
+// A server that has answered ranges in this run and now ignores one is asked again this often before the job
+// believes it.
+constexpr int most_ignored_ranges = 2;
+
+}  // namespace
+
+SourcePlan CTransferMainThread::plan() {
+    const Settings& settings = services_.settings;
+    SourcePlan plan;
+    {
+        const std::lock_guard guard(lock_);
+        plan.address = plan.origin = job_.address;
+        plan.user = job_.user;
+        plan.password = job_.password;
+        plan.referer = job_.referer;
+        plan.agent = job_.agent.empty() ? options_.default_agent : job_.agent;
+        plan.cookie = job_.cookie;
+        plan.automatic_referer = job_.automatic_referer != 0;
+        plan.utf8 = job_.utf8 != 0;
+        plan.silence = std::chrono::seconds(std::max(job_.silence_limit, 1));
+    }
+    plan.proxy = options_.proxy;
+    plan.timeout = std::chrono::seconds(settings.number(setting::connect_timeout));
+    plan.limits.most = settings.number(setting::max_per_server);
+    plan.limits.interval = std::chrono::milliseconds(settings.number(setting::connect_interval));
+    plan.receive_buffer = static_cast<std::size_t>(settings.number(setting::connection_buffer)) * 1024;
+    const std::lock_guard guard(mutex_);
+    if (!effective_.empty()) plan.address = effective_;
+    return plan;
+}
+
+FileRules CTransferMainThread::file_rules() const {
+    const Settings& settings = services_.settings;
+    FileRules rules;
+    rules.overwrite = settings.number(setting::overwrite_rule);
+    rules.allocate = settings.flag(setting::allocate_space);
+    rules.disk_buffer = static_cast<std::size_t>(settings.number(setting::disk_buffer)) * 1024;
+    rules.data_buffer = static_cast<std::size_t>(settings.number(setting::data_buffer)) * 1024;
+    return rules;
+}
+
+Result CTransferMainThread::response_accepted(CTransferSubThread& asker, const SourceAnswer& answer,
+                                              std::int64_t asked) {
+    if (Result result = check_version(asker, answer, asked); !result.ok()) return result;
+    if (answer.granted != asked || (answer.encoded && asked > 0)) return cannot_resume(asker, answer);
+    if (!answer.whole && !ranges_proven_.exchange(true))
+        log_.line(Direction::note, message_text(Message::can_resume));
+    if (answer.ranges_promised) ranges_promised_ = true;
+    ignored_ranges_ = 0;
+    if (continued_.exchange(false)) log_.line(Direction::note, message_text(Message::same_file));
+    accepted_once_ = true;
+    bool first = false;
+    {
+        const std::lock_guard guard(lock_);
+        first = !version_known_;
+    }
+    if (first) {
+        if (Result result = adopt(asker, answer); !result.ok()) return result;
+    }
+    {
+        const std::lock_guard guard(mutex_);
+        effective_ = answer.address;
+        notice_.clear();
+        news_there_ = true;
+    }
+    bool known = false;
+    {
+        const std::lock_guard guard(lock_);
+        known = job_.file_size > 0 && !only_one_;
+    }
+    size_reported_ = known && !encoded_ && !answer.ranges_denied;
+    news_.notify_all();
+    return {};
+}
+
+// Holds the answer against the first one's.
+Result CTransferMainThread::check_version(CTransferSubThread& asker, const SourceAnswer& answer,
+                                          std::int64_t asked) {
+    ResourceVersion known;
+    {
+        const std::lock_guard guard(lock_);
+        if (!version_known_) return {};
+        known = version_;
+    }
+    switch (compare_versions(known, answer.version)) {
+        case VersionMatch::same:
+            return {};
+        case VersionMatch::changed: {
+            const bool size =
+                known.size >= 0 && answer.version.size >= 0 && known.size != answer.version.size;
+            const Code code = size ? Code::size_differs : Code::resource_changed;
+            log_.line(Direction::error, describe(code));
+            return code;
+        }
+        case VersionMatch::unsure:
+            break;
+    }
+    // Ask again with an overlap, unless this is such an answer already or there is nothing to compare with.
+    const bool overlapped = asked < asker.position();
+    verify_joints_ = true;
+    const bool restart = answer.granted != asked;
+    return overlapped || restart || overlap_before(asker) == 0 ? Result{} : Result(Code::joint_unsure);
+}
+
+// The first answer of a run that begins at zero: its size and version become the job's.
+Result CTransferMainThread::adopt(CTransferSubThread& asker, const SourceAnswer& answer) {
+    if (answer.encoded) encoded_ = true;
+    if (!file_.is_open()) {
+        if (Result result = open_file(answer); !result.ok()) return result;
+    }
+    const std::int64_t size = answer.version.size;
+    {
+        const std::lock_guard guard(lock_);
+        version_ = answer.version;
+        version_known_ = true;
+        job_.validators = {answer.version.etag, answer.version.last_modified};
+        job_.path = file_.target();
+        job_.file_size = size;
+        asker.segment->end = size >= 0 ? size : unknown_end;
+        asker.set_limit(asker.segment->end);
+    }
+    if (size < 0) log_.line(Direction::note, message_text(Message::size_unknown));
+    if (size == 0) return file_.start_over();
+    return file_.allocate(size);
+}
+
+Result CTransferMainThread::open_file(const SourceAnswer& answer) {
+    std::u16string folder;
+    std::u16string name;
+    {
+        const std::lock_guard guard(lock_);
+        folder = folder_of(job_.path);
+        name = job_.file_name;
+    }
+    if (name.empty()) name = safe_file_name(answer.name);
+    return file_.begin(folder, name, file_rules());
+}
+
+// The server gave the whole resource although a later part was asked for.
+Result CTransferMainThread::cannot_resume(CTransferSubThread& asker, const SourceAnswer& answer) {
+    if (!services_.settings.flag(setting::resume)) {
+        log_.line(Direction::error, message_text(Message::cannot_resume));
+        return Code::cannot_resume;
+    }
+    if (ranges_proven_ && ignored_ranges_.fetch_add(1) < most_ignored_ranges) {
+        log_.line(Direction::error, message_text(Message::partial_refused));
+        return Code::range_ignored;
+    }
+    log_.line(Direction::note, message_text(Message::cannot_resume));
+    return become_only(asker, answer);
+}
+
+// This connection goes on alone, from zero; all that was received is thrown away.
+Result CTransferMainThread::become_only(CTransferSubThread& asker, const SourceAnswer& answer) {
+    {
+        const std::lock_guard guard(lock_);
+        if (only_one_) {
+            const bool another = std::any_of(
+                job_.segments.begin(), job_.segments.end(),
+                [&](const auto& segment) { return segment->worker != nullptr && segment->worker != &asker; });
+            if (another) return Code::handed_over;
+        }
+        only_one_ = true;
+        for (const auto& segment : job_.segments) {
+            if (segment->worker != nullptr && segment->worker != &asker) segment->worker->retire();
+        }
+    }
+    {
+        // The others write their last bytes before the file is emptied under them.
+        std::unique_lock guard(mutex_);
+        const bool alone = news_.wait(guard, stop_.token(), [this] { return attached_ == 1; });
+        if (!alone) return stop_.reason();
+    }
+    forget_state();
+    if (file_.is_open()) {
+        if (Result result = file_.start_over(); !result.ok()) return result;
+    }
+    {
+        const std::lock_guard guard(lock_);
+        job_.whole_file = 1;
+        job_.segments.clear();
+        CJobSeg& all = job_.append_segment(0, unknown_end);
+        all.worker = &asker;
+        asker.segment = &all;
+        asker.begin_at(0, unknown_end);
+        version_known_ = false;
+    }
+    size_reported_ = verify_joints_ = continued_ = false;
+    accepted_once_ = true;
+    if (Result result = adopt(asker, answer); !result.ok()) return result;
+    const std::lock_guard guard(mutex_);
+    effective_ = answer.address;
+    return {};
+}
+
+}  // namespace vantlow

@@ -1,0 +1,240 @@
+#include "transfer/job/http_source.h"
+
+#include <ctime>
+
+#include "base/string_table.h"
+#include "base/text.h"
+#include "platform/process.h"
+#include "store/address.h"
+#include "transfer/http/content_name.h"
+#include "transfer/http/conversation.h"
+
+namespace vantlow {
+namespace {
+
+constexpr int most_redirects = 20;
+
+GzipOperations gzip_operations(const SshTable& table) {
+    return {table.GZ_InflateInit, table.ZLib_Inflate, table.ZLib_InflateEnd};
+}
+
+bool is_redirect(const HttpHead& head) {
+    switch (head.status) {
+        case 301:
+        case 302:
+        case 303:
+        case 307:
+        case 308:
+            return true;
+        default:
+            return head.status >= 300 && head.status < 400 && head.status != 304 && !head.location.empty();
+    }
+}
+
+bool is_busy(int status) {
+    return status == 408 || status == 429 || status >= 500;
+}
+
+bool same_server(const Target& a, const Target& b) {
+    return a.scheme == b.scheme && iequals(a.host, b.host) && a.port == b.port;
+}
+
+class HttpSource : public Source {
+  public:
+    explicit HttpSource(const SourceContext& context)
+        : context_(context),
+          socket_(context.services, context.log, context.stop, context.share),
+          conversation_(socket_, context.log) {}
+
+    Result open(const SourcePlan& plan, std::int64_t offset, SourceAnswer& answer) override;
+    Moved read(std::span<std::byte> into, Clock::time_point until) override {
+        return conversation_.read(into, until);
+    }
+    void close() override { conversation_.finish(); }
+    [[nodiscard]] std::optional<std::chrono::seconds> retry_after() const override { return retry_after_; }
+
+  private:
+    Result ask(const SourcePlan& plan, const Target& target, std::int64_t offset, HttpHead& head);
+    Result redirect(const HttpHead& head, const Target& from, std::u16string& address);
+    Result refuse(const HttpHead& head, SourceAnswer& answer);
+    Result accept(const SourcePlan& plan, const Target& target, const HttpHead& head, std::int64_t offset,
+                  SourceAnswer& answer);
+    Result accept_part(const HttpHead& head, std::int64_t offset, SourceAnswer& answer);
+
+    SourceContext context_;
+    CBaseSocket socket_;
+    HttpConversation conversation_;
+    std::optional<std::chrono::seconds> retry_after_;
+};
+
+HttpRequest make_request(const SourcePlan& plan, const Target& target, std::int64_t offset) {
+    HttpRequest request;
+    request.scheme = target.scheme;
+    request.host = target.host_text();
+    request.port = target.port;
+    request.explicit_port = target.explicit_port;
+    request.path = target.path;
+    request.through_proxy = plan.proxy.kind == 10;
+    request.proxy_user = plan.proxy.user;
+    request.proxy_password = plan.proxy.password;
+    request.referer = to_ansi(plan.referer);
+    request.automatic_referer = plan.automatic_referer;
+    request.agent = to_ansi(plan.agent);
+    request.start = offset;
+    // Credentials and cookies belong to the job's own server; those in an address to the server that it
+    // names.
+    const auto origin = parse_target(plan.origin, plan.utf8);
+    if (!target.user.empty()) {
+        request.user = to_ansi(target.user);
+        request.password = to_ansi(target.password);
+    } else if (origin && same_server(*origin, target)) {
+        request.user = to_ansi(plan.user.empty() ? origin->user : plan.user);
+        request.password = to_ansi(plan.user.empty() ? origin->password : plan.password);
+    }
+    if (origin && same_server(*origin, target)) request.cookie = to_ansi(plan.cookie);
+    return request;
+}
+
+Result HttpSource::ask(const SourcePlan& plan, const Target& target, std::int64_t offset, HttpHead& head) {
+    ConnectPlan connect;
+    connect.scheme = target.scheme;
+    connect.host = target.host;
+    connect.port = target.port;
+    connect.proxy = plan.proxy;
+    connect.timeout = plan.timeout;
+    connect.limits = plan.limits;
+    const HttpRequest request = make_request(plan, target, offset);
+    Result result = conversation_.ask(connect, request, head);
+    if (result.ok() && head.status == 400 && socket_.is_reused()) {
+        // Whatever the server did not understand may have been the end of the answer before: once more,
+        // afresh.
+        socket_.close();
+        connect.may_reuse = false;
+        result = conversation_.ask(connect, request, head);
+    }
+    return result;
+}
+
+Result HttpSource::open(const SourcePlan& plan, std::int64_t offset, SourceAnswer& answer) {
+    retry_after_.reset();
+    std::u16string address = plan.address;
+    for (int redirects = 0; redirects <= most_redirects; ++redirects) {
+        const auto target = parse_target(address, plan.utf8);
+        if (!target) {
+            context_.log.line(Direction::error, message_text(Message::invalid_url));
+            return {Code::invalid_url, "Invalid URL: " + to_utf8(without_credentials(address))};
+        }
+        if (target->scheme != "http") {
+            return {Code::unsupported,
+                    "No TLS library: " + target->scheme + ":// addresses cannot be fetched."};
+        }
+        HttpHead head;
+        if (Result result = ask(plan, *target, offset, head); !result.ok()) return result;
+        if (head.status >= 200 && head.status < 300) {
+            answer.address = address;
+            Result result = accept(plan, *target, head, offset, answer);
+            if (!result.ok()) socket_.close();
+            return result;
+        }
+        if (!is_redirect(head)) return refuse(head, answer);
+        if (Result result = redirect(head, *target, address); !result.ok()) return result;
+    }
+    return Code::too_many_redirects;
+}
+
+Result HttpSource::redirect(const HttpHead& head, const Target& from, std::u16string& address) {
+    const std::string next =
+        resolve_redirect(head.location, {from.scheme, from.host_text(), from.port, from.path});
+    conversation_.skip_body();
+    conversation_.finish();
+    if (next.empty()) {
+        return {Code::server_error, "The server redirects to an address that cannot be followed: \"" +
+                                        std::string(head.location.substr(0, 200)) + "\""};
+    }
+    address = decode_name(next);
+    context_.log.line(Direction::note,
+                      message(Message::redirect_to, {to_utf8(without_credentials(address))}));
+    const Protocol* protocol = find_protocol(address);
+    if (protocol == nullptr || protocol->make != make_http_source) {
+        return {Code::unsupported, "The server redirects to " + to_utf8(without_credentials(address)) +
+                                       ", a kind of address that cannot be fetched from here."};
+    }
+    return {};
+}
+
+Result HttpSource::refuse(const HttpHead& head, SourceAnswer& answer) {
+    if (head.retry_after) retry_after_ = std::chrono::seconds(*head.retry_after);
+    if (const auto moment = parse_http_date(head.retry_after_date)) {
+        const auto now = parse_http_date(head.date).value_or(static_cast<std::int64_t>(std::time(nullptr)));
+        retry_after_ = std::chrono::seconds(std::max<std::int64_t>(*moment - now, 0));
+    }
+    conversation_.skip_body();
+    if (head.status == 400) {
+        socket_.close();
+    } else {
+        conversation_.finish();
+    }
+    const std::string text = status_text(head);
+    if (head.status == 416) {
+        answer.version.size = head.range_total.value_or(-1);
+        return {Code::range_ignored, "The server has no bytes there: " + text};
+    }
+    if (head.status == 401 || head.status == 407) {
+        context_.log.line(Direction::error, text);
+        const std::string who = head.status == 407 ? "The proxy" : "The server";
+        return {Code::credentials_refused, who + " refused the credentials: " + text};
+    }
+    const std::string message = std::string(message_text(Message::http_server_error)) + " (" + text + ")";
+    context_.log.line(Direction::error, message);
+    return {is_busy(head.status) ? Code::busy : Code::server_error, message};
+}
+
+Result HttpSource::accept_part(const HttpHead& head, std::int64_t offset, SourceAnswer& answer) {
+    const bool usable = head.range_unit_bytes && head.range_first && head.range_last &&
+                        *head.range_last >= *head.range_first && *head.range_first == offset &&
+                        head.content_type != "multipart/byteranges" &&
+                        (!head.range_total || *head.range_total > *head.range_last) &&
+                        (!head.length || *head.length == *head.range_last - *head.range_first + 1);
+    if (!usable) {
+        context_.log.line(Direction::error, message_text(Message::partial_refused));
+        return Code::range_ignored;
+    }
+    answer.granted = offset;
+    answer.ranges_promised = true;
+    answer.version.size = head.range_total.value_or(-1);
+    return {};
+}
+
+Result HttpSource::accept(const SourcePlan& plan, const Target& target, const HttpHead& head,
+                          std::int64_t offset, SourceAnswer& answer) {
+    answer.encoded = head.coding != ContentCoding::identity;
+    answer.ranges_promised = head.accept_ranges == AcceptRanges::bytes;
+    answer.ranges_denied = head.accept_ranges == AcceptRanges::none || answer.encoded;
+    answer.version.last_modified = head.last_modified;
+    answer.version.etag = head.etag;
+    if (head.status == 206) {
+        if (Result result = accept_part(head, offset, answer); !result.ok()) return result;
+    } else {
+        answer.whole = true;
+        answer.granted = 0;
+        answer.version.size = answer.encoded ? -1 : head.length.value_or(-1);
+        if (head.status == 204 || head.status == 205) answer.version.size = 0;
+    }
+    answer.name = disposition_name(head.content_disposition);
+    if (answer.name.empty()) answer.name = decode_name(head.content_type_name);
+    if (answer.name.empty()) answer.name = path_name(target.path);
+    Result result = conversation_.begin_body(gzip_operations(context_.libraries.ssh), plan.receive_buffer);
+    if (result.code == Code::unsupported && result.detail.empty()) {
+        result.detail = missing_library_text("libssh") + " The answer is compressed and cannot be unpacked.";
+    }
+    if (!result.ok()) context_.log.line(Direction::error, result.message());
+    return result;
+}
+
+}  // namespace
+
+std::unique_ptr<Source> make_http_source(const SourceContext& context) {
+    return std::make_unique<HttpSource>(context);
+}
+
+}  // namespace vantlow

@@ -1,0 +1,85 @@
+// The file of a job on this machine: its names, its bytes, its end.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <span>
+#include <string>
+
+#include "base/log.h"
+#include "base/result.h"
+#include "platform/file.h"
+#include "transfer/job/file_names.h"
+#include "transfer/job/write_behind.h"
+
+namespace vantlow {
+
+/// What the settings say when a file is begun.
+struct FileRules {
+    std::int64_t overwrite = 0;            ///< 0 rename, 2 overwrite, anything else cancel
+    bool allocate = false;                 ///< give the file its full size before data is written
+    std::size_t disk_buffer = 256 * 1024;  ///< bytes of the write-behind buffer
+    std::size_t data_buffer =
+        512 * 1024;  ///< bytes that a connection gathers: where these are fewer, writes are gathered again
+};
+
+/// A job's local file. Bytes go into a partial file beside the target, which takes the target's name when
+/// everything is written: the target never shows an unfinished file. Writes and reads may come from several
+/// threads at once, all else from one at a time while nobody writes.
+class CLocalFile {
+  public:
+    /// `listener` hears of the bytes that were handed to the system; it outlives the file.
+    CLocalFile(LogSink& log, WrittenListener& listener) : log_(log), listener_(listener) {}
+
+    /// Begins a new file: applies the overwrite rule to folder/name, chooses the names and opens the partial
+    /// file for this process alone. A partial file that nobody uses and that has no state is an abandoned one
+    /// and is used again; another job's makes this one take another name. The folder is made where it is
+    /// missing. `cancelled` by the rule; `local_file`.
+    Result begin(const std::u16string& folder, const std::u16string& name, const FileRules& rules);
+    /// Opens the partial file of an earlier run, all of whose first `needed` bytes must be there.
+    /// `local_file` when it is gone, too short or in use.
+    Result resume(const std::u16string& target, std::int64_t needed, const FileRules& rules);
+
+    /// Extends the file to its full size where the rules say so: `local_file` when there is no room.
+    Result allocate(std::int64_t size);
+    /// Hands bytes to the system, at once or with the next ones; the listener hears when it happened.
+    Result write(std::int64_t offset, std::span<const std::byte> bytes);
+    /// Writes what is held back.
+    Result drain();
+    /// Reads bytes that were written.
+    Result read(std::int64_t offset, std::span<std::byte> into);
+    /// Returns when everything written is on the disk.
+    Result flush();
+    /// Cuts the file off behind its first `size` bytes, to give the disk some room.
+    Result shrink(std::int64_t size);
+    /// Throws everything away: the file is empty again.
+    Result start_over();
+    /// The finished file is `size` bytes long, safe on the disk, and takes its name. With a suffix it takes
+    /// its name with that behind it. When somebody else took the name meanwhile the overwrite rule is applied
+    /// again.
+    Result finish(std::int64_t size, std::u16string_view suffix = {});
+    /// Closes and removes the partial file.
+    void discard();
+    void close();
+
+    [[nodiscard]] bool is_open() const noexcept { return file_.is_open(); }
+    [[nodiscard]] const std::u16string& target() const noexcept { return target_; }
+    [[nodiscard]] std::u16string partial_path() const { return target_ + std::u16string(partial_suffix); }
+    [[nodiscard]] std::u16string state_path() const;
+
+  private:
+    enum class Claim { mine, taken, failed };
+    Claim claim_partial(FileError& error);
+    Result choose_target(const std::u16string& folder, const std::u16string& name);
+    Result failure(const FileError& error, const std::u16string& path);
+    void set_up(const FileRules& rules);
+
+    LogSink& log_;
+    WrittenListener& listener_;
+    FileRules rules_;
+    std::u16string target_;
+    File file_;
+    std::unique_ptr<WriteBehind> behind_;  ///< only where the connections gather less than the disk wants
+};
+
+}  // namespace vantlow

@@ -1,0 +1,175 @@
+// The thread that owns a running job: its segments, its connections, its file.
+#pragma once
+
+#include <condition_variable>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "base/busy_lock.h"
+#include "base/digest.h"
+#include "store/job.h"
+#include "transfer/job/local_file.h"
+#include "transfer/job/progress.h"
+#include "transfer/job/sub_thread.h"
+#include "transfer/job/version_rule.h"
+
+namespace vantlow {
+
+/// What the finished file must be.
+struct ExpectedHash {
+    DigestKind kind = DigestKind::sha256;
+    std::vector<std::byte> digest;
+};
+
+/// What a run of a job is told beside the job and the settings.
+struct RunOptions {
+    bool keep_state = true;  ///< save the job's state beside the partial file while it runs
+    std::optional<ExpectedHash> hash;
+    ProxyPlan proxy;
+    std::u16string default_agent;  ///< for jobs without an agent of their own
+};
+
+/// What the running jobs of the program share. Outlives them.
+struct TransferServices {
+    ConnectionServices& connections;
+    const LibraryTables& libraries;
+    const Settings& settings;
+    StopSource& stop;
+};
+
+/// Runs one job from its segments to its file. The job must outlive the thread; nobody else changes it
+/// meanwhile but under this object's job lock.
+///
+/// Threads and locks: the main thread alone starts and joins sub threads and decides about restarts and the
+/// end. Segments, and the job's fields, are guarded by the job lock (a busy lock), what the threads tell each
+/// other by `mutex_`. No two are held at once, none across a file or a socket.
+class CTransferMainThread : private SubThreadHost, private WrittenListener {
+  public:
+    /// `on_end` is called once, from this thread, as its last act.
+    CTransferMainThread(CJobNode& job, const TransferServices& services, RunOptions options, LogSink& log,
+                        std::function<void()> on_end);
+    ~CTransferMainThread() override;
+    CTransferMainThread(const CTransferMainThread&) = delete;
+    CTransferMainThread& operator=(const CTransferMainThread&) = delete;
+
+    void start();
+    /// Asks the job to end; its positions are kept. Any thread.
+    void stop() noexcept { stop_.request(); }
+    void join();
+    /// Any thread.
+    [[nodiscard]] JobProgress progress();
+    /// After join().
+    [[nodiscard]] const JobOutcome& outcome() const noexcept { return outcome_; }
+
+  private:
+    // What sub threads ask for (SubThreadHost, WrittenListener).
+    bool take_work(CTransferSubThread& asker) override;
+    SourcePlan plan() override;
+    std::int64_t overlap_before(const CTransferSubThread& asker) override;
+    std::int64_t overlap_behind(const CTransferSubThread& asker) override;
+    Result response_accepted(CTransferSubThread& asker, const SourceAnswer& answer,
+                             std::int64_t asked) override;
+    void end_found(CTransferSubThread& asker) override;
+    AfterFailure after_failure(CTransferSubThread& asker, const FailedAttempt& attempt) override;
+    void release(CTransferSubThread& asker) override;
+    void ended(CTransferSubThread& asker, const Result& last) override;
+    CLocalFile& file() override { return file_; }
+    void count_received(std::int64_t bytes) noexcept override;
+    void written(std::int64_t offset, std::int64_t bytes) override;
+
+    // The main thread's walk (main_thread.cpp).
+    void run();
+    Result transfer();
+    Result begin();
+    FileRules file_rules() const;
+    void wait_for_news(Clock::time_point until);
+    std::optional<Result> look();
+    std::optional<Result> idle_end();
+    void reap(bool all);
+    void retire_all();
+    Result start_over();
+    void grow();
+    bool start_one();
+    void replace_slow();
+    void forget_state();
+    void remove_state(const std::u16string& path);
+    Result finish();
+    Result check_hash(bool& matches);
+    void save_state();
+    FileError write_state(const CJobNode& snapshot);
+    void leave_state(const Result& result);
+
+    // Decisions about answers (answers.cpp) and about failures (failures.cpp).
+    Result check_version(CTransferSubThread& asker, const SourceAnswer& answer, std::int64_t asked);
+    Result cannot_resume(CTransferSubThread& asker, const SourceAnswer& answer);
+    Result become_only(CTransferSubThread& asker, const SourceAnswer& answer);
+    Result adopt(CTransferSubThread& asker, const SourceAnswer& answer);
+    Result open_file(const SourceAnswer& answer);
+    AfterFailure fail_for_good(const Result& result);
+    AfterFailure retry(CTransferSubThread& asker, const FailedAttempt& attempt);
+    AfterFailure restart_without_ranges(const FailedAttempt& attempt);
+    void ask_for_restart(const Result& why, bool whole);
+    void rewind(CTransferSubThread& asker);
+    void back_off(std::optional<std::chrono::seconds> server_asks);
+    bool told_other_size(std::int64_t size);
+    bool others_receive(const CTransferSubThread& asker);
+    CJobSeg* cut_segment(std::size_t index, std::int64_t start);
+
+    CJobNode& job_;
+    TransferServices services_;
+    RunOptions options_;
+    LogSink& log_;
+    std::function<void()> on_end_;
+    StopSource stop_;
+    CLocalFile file_;
+    JobOutcome outcome_;
+    Clock::time_point started_{};
+    Clock::time_point next_save_{};
+    std::vector<std::unique_ptr<CTransferSubThread>> subs_;  ///< the main thread's
+
+    BusyLock lock_;            ///< the job lock: job_, its segments, and the three below
+    ResourceVersion version_;  ///< of the first answer, or of an earlier run's
+    bool version_known_ = false;
+    bool only_one_ = false;  ///< one connection from zero: the server cannot resume
+
+    std::mutex mutex_;
+    std::condition_variable_any news_;
+    // Guarded by mutex_.
+    std::vector<CTransferSubThread*> ended_;
+    bool news_there_ = false;
+    std::optional<Result> fatal_;
+    std::optional<Result> restart_;
+    bool restart_whole_ = false;  ///< the restart asks for the whole by one connection
+    int halted_ = 0;              ///< connections that reached the retry limit
+    Result last_failure_;
+    std::u16string effective_;  ///< where redirects led
+    std::string notice_;
+    int attached_ = 0;  ///< sub threads that hold a segment
+    int allowed_ = 1;   ///< connections that the server seems to bear
+    Clock::time_point grow_at_{};
+    std::chrono::seconds back_off_{10};
+
+    std::atomic<bool> size_reported_{false};
+    std::atomic<bool> ranges_promised_{false};
+    std::atomic<bool> ranges_proven_{false};
+    std::atomic<bool> accepted_once_{false};
+    std::atomic<bool> verify_joints_{false};
+    std::atomic<bool> encoded_{false};
+    std::atomic<bool> state_saved_{false};
+    std::atomic<bool> continued_{false};  ///< an earlier run's file is continued and was not verified yet
+    std::atomic<int> ignored_ranges_{0};
+    std::atomic<int> late_refusals_{0};
+    std::atomic<std::int64_t> received_{0};
+    std::atomic<std::int64_t> best_speed_{0};  ///< of the segments that were finished, bytes per second
+    int restarts_ = 0;                         ///< the main thread's
+    int replaced_ = 0;                         ///< slow connections replaced; the main thread's
+
+    std::thread thread_;  ///< last
+};
+
+}  // namespace vantlow

@@ -1,0 +1,38 @@
+// What a running job shows of itself.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "base/result.h"
+
+namespace vantlow {
+
+/// A moment of a running job. Taken from any thread.
+struct JobProgress {
+    std::int64_t size = -1;     ///< bytes; -1 while unknown
+    std::int64_t done = 0;      ///< bytes of the file that are there
+    std::int64_t received = 0;  ///< body bytes taken from the network in this run
+    int connections = 0;        ///< that receive now
+    std::u16string path;        ///< where the file will stand; empty while undecided
+    /// The ranges that are still missing, in file order; `active` where a connection works on it.
+    struct Missing {
+        std::int64_t start = 0;
+        std::int64_t end = 0;
+        bool active = false;
+    };
+    std::vector<Missing> missing;
+    std::string notice;  ///< the last trouble that the job goes on from, UTF-8; empty when there is none
+};
+
+/// How a job's run ended.
+struct JobOutcome {
+    Result result;
+    std::u16string path;  ///< the finished file, or where it would have stood
+    std::int64_t size = -1;
+    std::int64_t received = 0;
+    double seconds = 0;
+};
+
+}  // namespace vantlow

@@ -1,0 +1,106 @@
+#include "transfer/job/resume_state.h"
+
+#include <algorithm>
+
+#include "base/mem_file.h"
+#include "store/address.h"
+#include "store/database.h"
+#include "transfer/job/file_names.h"
+
+namespace vantlow {
+namespace {
+
+// A job has at most some hundred segments of some 150 bytes; addresses may be long.
+constexpr std::size_t largest_state = 4 * 1024 * 1024;
+constexpr std::size_t most_states = 10000;
+
+bool is_consistent(const CJobNode& job) {
+    std::int64_t at = 0;
+    for (const auto& segment : job.segments) {
+        if (segment->start < at || segment->end < segment->start) return false;
+        at = segment->end;
+    }
+    return job.file_size > 0 && at <= job.file_size && !job.segments.empty() && !job.path.empty();
+}
+
+std::int64_t bytes_left(const CJobNode& job) {
+    std::int64_t left = 0;
+    for (const auto& segment : job.segments) left += segment->end - segment->start;
+    return left;
+}
+
+}  // namespace
+
+FileError save_resume_state(const CJobNode& job, const std::u16string& path) {
+    CJobNode copy(job);
+    copy.address = without_credentials(job.address);
+    copy.user.clear();
+    copy.password.clear();
+    copy.cookie.clear();
+    CQoMemFile file;
+    save_single_job(copy, file);
+    return write_file_atomically(path, file.bytes(), Privacy::owner_only);
+}
+
+std::unique_ptr<CJobNode> load_resume_state(const std::u16string& path) {
+    std::vector<std::byte> bytes;
+    if (!read_file(path, largest_state, bytes).ok()) return nullptr;
+    CategoryTree tree;
+    const DatabaseLoad load = load_database(bytes, tree);
+    if (load.status != DatabaseLoad::Status::loaded || !load.complete || load.jobs != 1) return nullptr;
+    std::unique_ptr<CJobNode> job = std::move(tree.root()->jobs.front());
+    return is_consistent(*job) ? std::move(job) : nullptr;
+}
+
+std::int64_t written_end(const CJobNode& job) {
+    // What lies between the segments is written; behind the last one the file is written up to its size.
+    std::int64_t end = 0;
+    std::int64_t at = 0;
+    for (const auto& segment : job.segments) {
+        if (segment->start > at) end = segment->start;
+        at = segment->end;
+    }
+    return at < job.file_size ? job.file_size : end;
+}
+
+std::int64_t give_back_tail(CJobNode& job, std::int64_t bytes) {
+    const std::int64_t end = written_end(job);
+    std::int64_t before = 0;  // the end of the segment in front of the last written piece
+    for (const auto& segment : job.segments) {
+        if (segment->start == end && segment->start > before) {
+            segment->start = std::max(before, end - bytes);
+            return segment->start;
+        }
+        if (segment->end <= end) before = segment->end;
+    }
+    if (end <= before) return end;
+    return job.append_segment(std::max(before, end - bytes), end).start;
+}
+
+ResumeIndex::ResumeIndex(const std::u16string& folder) {
+    std::vector<std::u16string> names;
+    if (!list_files(folder, state_suffix, names).ok()) return;  // no folder: nothing to continue
+    for (const std::u16string& name : names) {
+        if (jobs_.size() >= most_states) return;
+        auto job = load_resume_state(join_path(folder, name));
+        if (!job) continue;
+        // The state may have been moved together with its file: the folder is where it stands now.
+        job->path = join_path(folder, name.substr(0, name.size() - state_suffix.size()));
+        jobs_.push_back(std::move(job));
+    }
+    std::stable_sort(jobs_.begin(), jobs_.end(),
+                     [](const auto& a, const auto& b) { return bytes_left(*a) < bytes_left(*b); });
+}
+
+std::unique_ptr<CJobNode> ResumeIndex::take(const std::u16string& address, const std::u16string& name) {
+    const std::u16string plain = without_credentials(address);
+    const auto at = std::find_if(jobs_.begin(), jobs_.end(), [&](const auto& job) {
+        return job->address == plain && (name.empty() || job->file_name == name);
+    });
+    if (at == jobs_.end()) return nullptr;
+    std::unique_ptr<CJobNode> job = std::move(*at);
+    jobs_.erase(at);
+    return job;
+}
+
+}  // namespace vantlow

@@ -1,0 +1,42 @@
+// The state of an unfinished job beside its partial file: a job database with that one job.
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "platform/file.h"
+#include "store/job.h"
+
+namespace vantlow {
+
+/// Writes the job's state to `path`, for this user alone: everything but its user name, password and cookies,
+/// which are also taken out of the address. The bytes up to the positions in it must be on the disk.
+FileError save_resume_state(const CJobNode& job, const std::u16string& path);
+
+/// The job of a state file; null when there is none, it is damaged, or its segments contradict each other.
+std::unique_ptr<CJobNode> load_resume_state(const std::u16string& path);
+
+/// The end of the last byte that a job's segments say is written: what its partial file must hold.
+std::int64_t written_end(const CJobNode& job);
+
+/// Marks up to `bytes` at the end of what is written as missing again; the file may then be cut off at the
+/// returned offset.
+std::int64_t give_back_tail(CJobNode& job, std::int64_t bytes);
+
+/// The unfinished jobs of a folder.
+class ResumeIndex {
+  public:
+    /// Reads the states in the folder (at most 10,000).
+    explicit ResumeIndex(const std::u16string& folder);
+
+    /// Takes the job that fetches this address (without credentials) into this folder out of the index: the
+    /// one with the most bytes. With a name, only a job with that target. Null when there is none.
+    std::unique_ptr<CJobNode> take(const std::u16string& address, const std::u16string& name);
+
+  private:
+    std::vector<std::unique_ptr<CJobNode>> jobs_;
+};
+
+}  // namespace vantlow

@@ -1,0 +1,83 @@
+// One connection's protocol side, and the table that says which protocol an address means.
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "runtime/tables.h"
+#include "transfer/connection/base_socket.h"
+#include "transfer/job/version_rule.h"
+
+namespace vantlow {
+
+/// What a job wants from one connection, with the settings as they are at this moment.
+struct SourcePlan {
+    std::u16string address;  ///< where to go: the job's address, or where it was redirected to
+    std::u16string origin;   ///< the job's own address: credentials and cookies belong to its server alone
+    std::u16string user;
+    std::u16string password;
+    std::u16string referer;
+    std::u16string agent;
+    std::u16string cookie;
+    bool automatic_referer = false;
+    bool utf8 = true;
+    ProxyPlan proxy;
+    std::chrono::milliseconds timeout{60000};
+    std::chrono::milliseconds silence{
+        30000};  ///< without a byte of the body: the connection counts as broken
+    ServerLimits limits;
+    std::size_t receive_buffer = 64 * 1024;  ///< bytes, where a decoder stands between connection and file
+};
+
+/// What the server granted.
+struct SourceAnswer {
+    std::int64_t granted = 0;  ///< offset of the first byte that read() gives
+    bool whole = false;        ///< the answer is the whole resource, whatever was asked
+    bool encoded = false;  ///< bytes are decoded on the way: their number is unknown and ranges mean nothing
+    bool ranges_promised = false;  ///< the server says that it answers ranges
+    bool ranges_denied = false;    ///< the server says that it does not
+    ResourceVersion version;
+    std::u16string name;     ///< suggested by the server, or from the address; not made safe; may be empty
+    std::u16string address;  ///< where the answer came from, redirects followed
+};
+
+/// A conversation about one resource over one connection. Owned and used by one thread; destroying it ends
+/// the connection.
+class Source {
+  public:
+    Source() = default;
+    Source(const Source&) = delete;
+    Source& operator=(const Source&) = delete;
+    virtual ~Source() = default;
+
+    /// Connects and asks for the bytes from `offset` on.
+    virtual Result open(const SourcePlan& plan, std::int64_t offset, SourceAnswer& answer) = 0;
+    /// The next bytes; `closed` at the end of what the server gives.
+    virtual Moved read(std::span<std::byte> into, Clock::time_point until) = 0;
+    /// Ends the conversation; keeps the connection for reuse where that is possible.
+    virtual void close() = 0;
+    /// What a busy server asked to wait, after open() failed.
+    [[nodiscard]] virtual std::optional<std::chrono::seconds> retry_after() const = 0;
+};
+
+/// What every source of a connection is made with; all of it outlives the source.
+struct SourceContext {
+    ConnectionServices& services;
+    const LibraryTables& libraries;
+    LogSink& log;
+    const StopSource& stop;
+    SpeedShare* share;
+};
+
+/// One protocol: the scheme with its "://" and what makes its sources.
+struct Protocol {
+    std::u16string_view scheme;
+    std::unique_ptr<Source> (*make)(const SourceContext& context);
+};
+
+/// The protocol of an address; null when none is known for its scheme.
+const Protocol* find_protocol(std::u16string_view address) noexcept;
+
+}  // namespace vantlow

@@ -1,0 +1,247 @@
+#!/usr/bin/env python3
+"""Holds every #include of the sources against the direction in which the folders may know each other.
+
+    check_includes.py [--self-test] ROOT
+
+Looks at ROOT/src and ROOT/tests; prints each violation and ends with 1 where there is one. With --self-test it first
+shows on made-up trees that it finds what it is there for.
+"""
+
+import pathlib
+import re
+import sys
+import tempfile
+
+# Each folder of src/ and the folders that its files may include beside their own.
+TABLES = {"base", "platform", "runtime"}
+CONNECTION = TABLES | {"transfer/connection"}
+CONVERSATIONS = CONNECTION | {"transfer/http", "transfer/ftp"}
+ALLOWED = {
+    "base": set(),
+    "platform": {"base"},
+    "runtime": {"base", "platform"},
+    "store": TABLES,
+    "transfer/connection": TABLES,
+    "transfer/http": CONNECTION,
+    "transfer/ftp": CONNECTION,
+    "transfer/job": CONVERSATIONS | {"store"},
+    "bt": CONNECTION | {"transfer/http", "store"},
+    "ed2k": {"base"},
+    "media": {"base", "platform"},
+    "meta": {"base"},
+    "app": CONVERSATIONS | {"store", "transfer/job", "bt", "ed2k", "media", "meta"},
+}
+# What a library that is loaded at run time is made of: its own folder and the declarations that it exports.
+LIBRARY_MAY = {"runtime/operations.h"}
+
+STANDARD = set(
+    """algorithm any array atomic barrier bit bitset cassert cctype cerrno cfenv cfloat charconv chrono cinttypes
+    climits clocale cmath codecvt compare complex concepts condition_variable coroutine csetjmp csignal cstdarg cstddef
+    cstdint cstdio cstdlib cstring ctime cuchar cwchar cwctype deque exception execution filesystem forward_list fstream
+    functional future initializer_list iomanip ios iosfwd iostream istream iterator latch limits list locale map memory
+    memory_resource mutex new numbers numeric optional ostream queue random ranges ratio regex scoped_allocator semaphore
+    set shared_mutex source_location span sstream stack stdexcept stop_token streambuf string string_view syncstream
+    system_error thread tuple type_traits typeindex typeinfo unordered_map unordered_set utility valarray variant vector
+    version""".split()
+)
+C_STANDARD = {"stddef.h", "stdint.h"}
+# Headers of others, and the files (or folders, ending in "/") that may include them.
+THIRD_PARTY = {"gcrypt.h": ["base/digest.cpp"], "CLI/": ["app/"], "nlohmann/": ["app/"]}
+
+INCLUDE = re.compile(r'^\s*#\s*include\s*(?:"([^"]+)"|<([^>]+)>)')
+CONDITION = re.compile(r"^\s*#\s*(?:if|ifdef|ifndef|elif)\b(.*)")
+SYSTEM_MACRO = re.compile(
+    r"\b(?:_?WIN(?:32|64)|__WIN(?:32|64)(?:__)?|__MINGW\w*|_MSC_VER|__linux(?:__)?|__unix(?:__)?|__gnu_linux__|_POSIX\w*"
+    r"|__APPLE__|__CYGWIN__|__GLIBC__)\b"
+)
+
+
+def without_comments(text):
+    """The text with comments blanked, its lines kept."""
+    pattern = r"""'(?:\\.|[^'\\\n])'|"(?:\\.|[^"\\\n])*"|//[^\n]*|/\*.*?\*/"""
+    keep = lambda m: m[0] if m[0][0] in "'\"" else "\n" * m[0].count("\n")
+    return re.sub(pattern, keep, text, flags=re.S)
+
+
+def folder_of(path):
+    """The folder of the table that a path below src/ belongs to; "" for the libraries' own folders."""
+    if re.match(r"runtime/[^/]+/", path):
+        return ""
+    return next((f for f in ALLOWED if path.startswith(f + "/")), None)
+
+
+def may_know_the_system(path):
+    return path.startswith("platform/") or folder_of(path) == ""
+
+
+def fault_of_own_include(path, target, exists):
+    if not exists:
+        return f'"{target}" does not exist'
+    here, there = folder_of(path), folder_of(target)
+    if here == "":
+        library = path.split("/")[1]
+        if target in LIBRARY_MAY or target.startswith(f"runtime/{library}/"):
+            return None
+        return f'a run-time library includes "{target}"'
+    if here is None or there is None:
+        return f'"{path}" or "{target}" stands in no known folder'
+    if there != here and there not in ALLOWED[here]:
+        return f'{here} must not know "{target}"'
+    return None
+
+
+def fault_of_foreign_include(path, header):
+    if header in STANDARD or may_know_the_system(path):
+        return None
+    if header in C_STANDARD and path == "runtime/operations.h":
+        return None
+    for prefix, places in THIRD_PARTY.items():
+        if header.startswith(prefix):
+            allowed = any(path == p or (p.endswith("/") and path.startswith(p)) for p in places)
+            return None if allowed else f"<{header}> belongs elsewhere"
+    return f"<{header}> is not of the C++ library"
+
+
+def read_sources(folder):
+    files = [p for p in folder.rglob("*") if p.suffix in (".h", ".cpp")] if folder.is_dir() else []
+    return {p.relative_to(folder).as_posix(): without_comments(p.read_text(encoding="utf-8")) for p in files}
+
+
+def faults_of_source(path, text, sources):
+    for number, line in enumerate(text.splitlines(), 1):
+        fault = None
+        if include := INCLUDE.match(line):
+            own, foreign = include.groups()
+            fault = fault_of_own_include(path, own, own in sources) if own else fault_of_foreign_include(path, foreign)
+        elif (condition := CONDITION.match(line)) and SYSTEM_MACRO.search(condition[1]):
+            fault = None if may_know_the_system(path) else f"asks for the system: {line.strip()}"
+        if fault:
+            yield f"src/{path}:{number}: {fault}"
+
+
+def faults_of_test(path, text):
+    """Tests may include all of src/, but leave the system to their support."""
+    if path.startswith("support/"):
+        return
+    for number, line in enumerate(text.splitlines(), 1):
+        include, condition = INCLUDE.match(line), CONDITION.match(line)
+        header = include[2] if include else None
+        if header and header not in STANDARD and not header.startswith(("gtest/", "nlohmann/")):
+            yield f"tests/{path}:{number}: <{header}> is not of the C++ library"
+        if condition and SYSTEM_MACRO.search(condition[1]):
+            yield f"tests/{path}:{number}: asks for the system: {line.strip()}"
+
+
+def find_circle(edges):
+    """Some circle among the files as a list, the first file again at its end; none where there is none."""
+    done = set()
+
+    def walk(node, trail):
+        if node in trail:
+            return trail[trail.index(node) :] + [node]
+        if node in done:
+            return None
+        for target in edges.get(node, ()):
+            if circle := walk(target, trail + [node]):
+                return circle
+        done.add(node)
+        return None
+
+    return next(filter(None, (walk(node, []) for node in sorted(edges))), None)
+
+
+def check(root):
+    sources = read_sources(root / "src")
+    faults = []
+    edges = {}
+    for path, text in sorted(sources.items()):
+        faults += faults_of_source(path, text, sources)
+        includes = (INCLUDE.match(line) for line in text.splitlines())
+        edges[path] = [m[1] for m in includes if m and m[1] in sources]
+    if circle := find_circle(edges):
+        faults.append("include circle: " + " -> ".join(circle))
+    for path, text in sorted(read_sources(root / "tests").items()):
+        faults += faults_of_test(path, text)
+    return faults, len(sources)
+
+
+CLEAN = {
+    "src/base/text.h": "#include <string>\n// #include <windows.h>\n",
+    "src/base/digest.cpp": '#include "base/text.h"\n#include <gcrypt.h>\n',
+    "src/platform/file.h": '#include "base/text.h"\n',
+    "src/platform/posix/file.cpp": '#include "platform/file.h"\n#include <unistd.h>\n#ifdef __linux__\n#endif\n',
+    "src/runtime/operations.h": "#include <stddef.h>\n",
+    "src/runtime/ssh/zip.cpp": '#include "runtime/operations.h"\n#include <zlib.h>\n#ifdef _WIN32\n#endif\n',
+    "src/store/job.h": '#include "platform/file.h"\n',
+    "src/transfer/connection/socket.h": '#include "platform/file.h"\n',
+    "src/transfer/http/head.h": '#include "transfer/connection/socket.h"\n',
+    "src/transfer/job/queue.h": '#include "store/job.h"\n#include "transfer/http/head.h"\n',
+    "src/app/main.cpp": '#include "transfer/job/queue.h"\n#include <CLI/CLI.hpp>\n',
+    "tests/app/main_test.cpp": '#include "app/main.h"\n#include <gtest/gtest.h>\n',
+    "tests/support/run.cpp": "#include <windows.h>\n#ifdef _WIN32\n#endif\n",
+}
+# A file to add to the clean tree, what it holds, and what must then be said.
+PLANTED = [
+    ("src/base/bad.h", '#include "store/job.h"', "base must not know"),
+    ("src/platform/bad.h", '#include "runtime/operations.h"', "platform must not know"),
+    ("src/store/bad.h", '#include "transfer/http/head.h"', "store must not know"),
+    ("src/transfer/connection/bad.h", '#include "transfer/http/head.h"', "transfer/connection must not know"),
+    ("src/transfer/http/bad.cpp", '#include "store/job.h"', "transfer/http must not know"),
+    ("src/transfer/http/bad.h", '  #  include "transfer/job/queue.h"', "transfer/http must not know"),
+    ("src/store/bad.cpp", '#include "store/none.h"', "does not exist"),
+    ("src/attic/bad.h", '#include "base/text.h"', "no known folder"),
+    ("src/runtime/ssh/bad.cpp", '#include "platform/file.h"', "a run-time library includes"),
+    ("src/app/bad.cpp", "#include <windows.h>", "not of the C++ library"),
+    ("src/base/bad.cpp", "#include <unistd.h>", "not of the C++ library"),
+    ("src/base/bad.cpp", "#include <gcrypt.h>", "belongs elsewhere"),
+    ("src/transfer/job/bad.cpp", "#include <nlohmann/json.hpp>", "belongs elsewhere"),
+    ("src/runtime/bad.cpp", "#ifdef _WIN32\n#endif", "asks for the system"),
+    ("src/app/bad.cpp", "int a;\n#if 1 && defined(__linux__)\n#endif", "src/app/bad.cpp:2: asks for the system"),
+    ("src/base/text.h", '#include "base/other.h"', None),
+    ("src/base/other.h", '#include "base/text.h"', "base/text.h -> base/other.h -> base/text.h"),
+    ("src/store/self.h", '#include "store/self.h"', "store/self.h -> store/self.h"),
+    ("tests/app/bad.cpp", "#include <unistd.h>", "tests/app/bad.cpp:1"),
+    ("tests/app/bad.cpp", "#ifdef _WIN32\n#endif", "tests/app/bad.cpp:1"),
+]
+
+
+def check_made_up(files):
+    with tempfile.TemporaryDirectory() as folder:
+        root = pathlib.Path(folder)
+        for path, text in files.items():
+            (root / path).parent.mkdir(parents=True, exist_ok=True)
+            (root / path).write_text(text + "\n", encoding="utf-8")
+        return check(root)[0]
+
+
+def self_test():
+    """What this script fails to find, or finds without reason."""
+    failures = [f"found in a clean tree: {fault}" for fault in check_made_up(CLEAN)]
+    if circle := find_circle(ALLOWED):
+        failures.append("the table has a circle: " + " -> ".join(circle))
+    together = {}
+    for path, text, expected in PLANTED:
+        together[path] = text
+        if expected is None:
+            continue  # the first half of the next one
+        faults = check_made_up(CLEAN | together)
+        if len(faults) != 1 or expected not in faults[0]:
+            failures.append(f"{path} with {text!r} gives {faults}, not one fault with {expected!r}")
+        together = {}
+    return failures
+
+
+def main(words):
+    failures = self_test() if "--self-test" in words else []
+    root = pathlib.Path(next(w for w in words if not w.startswith("--")))
+    faults, count = check(root)
+    if count == 0:
+        faults.append(f"no sources below {root}/src")
+    for line in failures + faults:
+        print(line)
+    print(f"{count} files, {len(faults)} faults" + (f", {len(failures)} failures of the check" if failures else ""))
+    return 1 if failures or faults else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main(sys.argv[1:]))

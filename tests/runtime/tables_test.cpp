@@ -1,0 +1,111 @@
+#include "runtime/tables.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "base/text.h"
+#include "platform/file.h"
+#include "platform/process.h"
+#include "support/temp_folder.h"
+
+namespace vantlow {
+namespace {
+
+using List = std::vector<std::pair<std::string, bool>>;
+
+std::u16string own_folder() {
+    return folder_of(program_path());
+}
+
+// The libraries that a folder of this project is looked through for, in that order.
+std::vector<std::string> own_files() {
+    std::vector<std::string> files;
+    for (const char* name : {"libssl", "libssh", "libcrypto5", "libsecur", "libKAD", "libBTDHT"}) {
+        files.push_back(to_utf8(Library::file_name(name)));
+    }
+    return files;
+}
+
+List without_dial_up(List list) {
+    std::erase_if(list, [](const auto& entry) { return entry.first == "rasapi32.dll"; });
+    return list;
+}
+
+void copy_library(const test::TempFolder& folder, const char* name) {
+    std::vector<std::byte> bytes;
+    ASSERT_TRUE(
+        read_file(join_path(own_folder(), Library::file_name("libssh")), std::size_t{1} << 26, bytes).ok());
+    folder.write(Library::file_name(name), {reinterpret_cast<const char*>(bytes.data()), bytes.size()});
+}
+
+TEST(LibraryTables, EmptyFolderLeavesEveryTableEmpty) {
+    const test::TempFolder folder;
+    const LibraryTables tables = load_libraries(folder.path());
+    EXPECT_EQ(tables.ssl.NTLM_Challenge, nullptr);
+    EXPECT_EQ(tables.ssh.GZ_InflateInit, nullptr);
+    EXPECT_EQ(tables.ssh.ZLib_Free, nullptr);
+    EXPECT_EQ(tables.crypto5.RSA_Sign, nullptr);
+    EXPECT_EQ(tables.secur.SSL_Init, nullptr);
+    EXPECT_EQ(tables.kad.Kademlia_Init, nullptr);
+    EXPECT_EQ(tables.btdht.BTDHT_Start, nullptr);
+    List expected;
+    for (const std::string& file : own_files()) expected.emplace_back(file, false);
+    EXPECT_EQ(without_dial_up(loaded_libraries(tables)), expected);
+}
+
+TEST(LibraryTables, AMissingOperationLeavesItsOneEntryEmpty) {
+    const test::TempFolder folder(test::TempFolder::Name::foreign);
+    ASSERT_NO_FATAL_FAILURE(copy_library(folder, "libssh"));
+    ASSERT_NO_FATAL_FAILURE(copy_library(folder, "libKAD"));
+    LibraryTables loaded = load_libraries(folder.path());
+    // The operations stay valid while their owner moves.
+    const LibraryTables tables = std::move(loaded);
+    EXPECT_EQ(tables.ssh.SSH_Init, nullptr);
+    ASSERT_NE(tables.ssh.GZ_InflateInit, nullptr);
+    VantlowZStream* const stream = tables.ssh.GZ_InflateInit();
+    EXPECT_NE(stream, nullptr);
+    tables.ssh.ZLib_InflateEnd(stream);
+    // A library under another one's name has none of its operations.
+    EXPECT_EQ(tables.kad.Kademlia_Init, nullptr);
+    for (const auto& [file, is_loaded] : loaded_libraries(tables)) {
+        if (file == "rasapi32.dll") continue;
+        EXPECT_EQ(is_loaded, file.starts_with("libssh.") || file.starts_with("libKAD.")) << file;
+    }
+}
+
+TEST(LibraryTables, AFileThatIsNoLibraryIsAMissingOne) {
+    const test::TempFolder folder;
+    folder.write(Library::file_name("libssh"), "not a library");
+    const LibraryTables tables = load_libraries(folder.path());
+    EXPECT_EQ(tables.ssh.GZ_InflateInit, nullptr);
+    EXPECT_FALSE(tables.ssh.library.is_loaded());
+}
+
+// rasapi32 is a library of the system: one that stands beside the program must never be taken for it.
+TEST(LibraryTables, DialUpComesFromTheSystemOnly) {
+    const test::TempFolder folder;
+    ASSERT_NO_FATAL_FAILURE(copy_library(folder, "rasapi32"));
+    const LibraryTables tables = load_libraries(folder.path());
+    const std::u16string system = Library::system_path("rasapi32");
+    if (system.empty()) {
+        EXPECT_FALSE(tables.ras.library.is_loaded());
+        EXPECT_TRUE(tables.ras.file.empty());
+        return;
+    }
+    EXPECT_EQ(absolute_path(system), system);
+    EXPECT_EQ(tables.ras.file, "rasapi32.dll");
+    EXPECT_NE(tables.ras.RasEnumEntriesW, nullptr);
+    EXPECT_EQ(loaded_libraries(tables)[4].first, "rasapi32.dll");
+}
+
+TEST(LibraryTables, TheMessageNamesTheFile) {
+    const std::string file = to_utf8(Library::file_name("libssh"));
+    EXPECT_EQ(missing_library_text("libssh"), "\"" + file + "\" not found?");
+    EXPECT_TRUE(file == "libssh.dll" || file == "libssh.so");
+}
+
+}  // namespace
+}  // namespace vantlow

@@ -1,0 +1,149 @@
+// Files that fail: hooks in front of the file operations.
+#pragma once
+
+#include <algorithm>
+#include <map>
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "platform/file.h"
+
+namespace vantlow::test {
+
+/// Puts a hook in front of all file operations for as long as it lives. One at a time. It must outlive every
+/// thread that works with files.
+class HookInPlace {
+  public:
+    explicit HookInPlace(FileHook& hook) { set_file_hook(&hook); }
+    ~HookInPlace() { set_file_hook(nullptr); }
+    HookInPlace(const HookInPlace&) = delete;
+    HookInPlace& operator=(const HookInPlace&) = delete;
+};
+
+/// Fails one kind of operation from its n-th time on (from 1), for a number of times, where the path holds
+/// `part`.
+class FailNth : public FileHook {
+  public:
+    FailNth(FileOperation kind, int n, FileFault fault, int times = 1, std::u16string part = {})
+        : kind_(kind), first_(n), times_(times), fault_(fault), part_(std::move(part)) {}
+
+    FileError before(FileOperation operation, std::u16string_view path, std::int64_t,
+                     std::int64_t) noexcept override {
+        if (operation != kind_ || path.find(part_) == std::u16string_view::npos) return {};
+        const std::lock_guard guard(mutex_);
+        ++seen_;
+        const bool fails = seen_ >= first_ && seen_ - first_ < times_;
+        if (fails) ++failed_;
+        return fails ? FileError{fault_, 0} : FileError{};
+    }
+    /// How often an operation was failed: zero means that the test did not reach what it wanted to break.
+    [[nodiscard]] int failed() const {
+        const std::lock_guard guard(mutex_);
+        return failed_;
+    }
+
+  private:
+    const FileOperation kind_;
+    const int first_;
+    const int times_;
+    const FileFault fault_;
+    const std::u16string part_;
+    mutable std::mutex mutex_;
+    int seen_ = 0;    ///< guarded by mutex_
+    int failed_ = 0;  ///< guarded by mutex_
+};
+
+/// A disk with room for so many bytes; what was written counts, wherever it went, and nothing ever frees room
+/// but free().
+class FullDisk : public FileHook {
+  public:
+    explicit FullDisk(std::int64_t room) : room_(room) {}
+
+    FileError before(FileOperation operation, std::u16string_view, std::int64_t,
+                     std::int64_t length) noexcept override {
+        if (operation != FileOperation::write && operation != FileOperation::resize) return {};
+        const std::lock_guard guard(mutex_);
+        if (length > room_) {
+            ++refused_;
+            return {FileFault::no_space, 0};
+        }
+        // Space that is promised but not written is not taken off: the writes that follow take it.
+        if (operation == FileOperation::write) room_ -= length;
+        return {};
+    }
+    void free(std::int64_t bytes) {
+        const std::lock_guard guard(mutex_);
+        room_ += bytes;
+    }
+    [[nodiscard]] int refused() const {
+        const std::lock_guard guard(mutex_);
+        return refused_;
+    }
+
+  private:
+    mutable std::mutex mutex_;
+    std::int64_t room_;  ///< guarded by mutex_
+    int refused_ = 0;    ///< guarded by mutex_
+};
+
+/// Records the operations and knows which written ranges were not flushed since: what a power cut may take.
+class RecordingHook : public FileHook {
+  public:
+    struct Entry {
+        FileOperation operation = FileOperation::open;
+        std::u16string path;
+        std::int64_t offset = 0;
+        std::int64_t length = 0;
+    };
+    struct Range {
+        std::int64_t offset = 0;
+        std::int64_t length = 0;
+    };
+
+    FileError before(FileOperation operation, std::u16string_view path, std::int64_t offset,
+                     std::int64_t length) noexcept override {
+        const std::lock_guard guard(mutex_);
+        entries_.push_back({operation, std::u16string(path), offset, length});
+        if (operation == FileOperation::write) unflushed_[std::u16string(path)].push_back({offset, length});
+        if (operation == FileOperation::flush) unflushed_.erase(std::u16string(path));
+        return {};
+    }
+    [[nodiscard]] std::vector<Entry> entries() const {
+        const std::lock_guard guard(mutex_);
+        return entries_;
+    }
+    [[nodiscard]] std::size_t count(FileOperation operation, std::u16string_view part = {}) const {
+        const std::lock_guard guard(mutex_);
+        const auto fits = [&](const Entry& entry) {
+            return entry.operation == operation && entry.path.find(part) != std::u16string::npos;
+        };
+        return static_cast<std::size_t>(std::count_if(entries_.begin(), entries_.end(), fits));
+    }
+    [[nodiscard]] std::vector<Range> unflushed(const std::u16string& path) const {
+        const std::lock_guard guard(mutex_);
+        const auto found = unflushed_.find(path);
+        return found == unflushed_.end() ? std::vector<Range>{} : found->second;
+    }
+
+  private:
+    mutable std::mutex mutex_;
+    std::vector<Entry> entries_;                              ///< guarded by mutex_
+    std::map<std::u16string, std::vector<Range>> unflushed_;  ///< guarded by mutex_, by the path of the write
+};
+
+/// Overwrites the ranges with zeros, as a file looks whose bytes a power cut took. Call it without a hook in
+/// place.
+inline FileError lose_ranges(const std::u16string& path, const std::vector<RecordingHook::Range>& ranges) {
+    File file;
+    FileError error = file.open(path, OpenMode::write_existing);
+    for (const RecordingHook::Range& range : ranges) {
+        if (!error.ok()) break;
+        error = file.write_at(range.offset, std::vector<std::byte>(static_cast<std::size_t>(range.length)));
+    }
+    return error;
+}
+
+}  // namespace vantlow::test

@@ -1,0 +1,157 @@
+// One connection's parts: limits, reuse, several addresses, the pace.
+#include <gtest/gtest.h>
+
+#include <future>
+
+#include "support/recording_log.h"
+#include "support/scripted_server.h"
+#include "transfer/connection/base_socket.h"
+#include "transfer/connection/connector.h"
+
+namespace vantlow::test {
+namespace {
+
+using std::chrono::milliseconds;
+
+SocketAddress address(const char* literal, std::uint16_t port) {
+    return *SocketAddress::from_literal(literal, port);
+}
+
+TEST(AddressOrder, FamiliesTakeTurnsFromTheFirstOn) {
+    const auto order = alternate_families({address("::1", 1), address("::2", 1), address("127.0.0.1", 1),
+                                           address("::3", 1), address("127.0.0.2", 1)});
+    std::vector<std::string> hosts;
+    for (const auto& one : order) hosts.push_back(one.host());
+    EXPECT_EQ(hosts, (std::vector<std::string>{"::1", "127.0.0.1", "::2", "127.0.0.2", "::3"}));
+}
+
+TEST(Connecting, TheNextAddressIsTriedWhenOneFails) {
+    start_sockets();
+    ScriptedServer server([](Exchange& exchange) { exchange.answer(200, "OK"); });
+    RecordingLog log;
+    StopSource stop;
+    // Nobody listens at 127.0.0.2 and 127.0.0.3 on the server's port.
+    const std::vector<SocketAddress> all{address("127.0.0.2", server.port()),
+                                         address("127.0.0.3", server.port()),
+                                         address("127.0.0.1", server.port())};
+    const auto begun = Clock::now();
+    auto socket = connect_any(all, {"many.example", false}, milliseconds(5000), stop, log);
+    EXPECT_TRUE(socket.ok()) << log.all();
+    EXPECT_LT(Clock::now() - begun, milliseconds(3000));
+    EXPECT_TRUE(log.has("Connecting to 127.0.0.1:" + std::to_string(server.port())));
+    EXPECT_TRUE(log.has("Socket error = "));
+    EXPECT_TRUE(log.has("Connected."));
+
+    auto none = connect_any({all[0], all[1]}, {"dead.example", false}, milliseconds(5000), stop, log);
+    EXPECT_EQ(none.failure().code, Code::transient);
+}
+
+TEST(Slots, BoundAndSpaceTheConnectionsToOneServer) {
+    ServerSlots slots;
+    StopSource stop;
+    const ServerLimits limits{2, milliseconds(0)};
+    auto one = slots.acquire("a:80", limits, stop);
+    auto two = slots.acquire("a:80", limits, stop);
+    ASSERT_TRUE(one.ok() && two.ok());
+    EXPECT_TRUE(slots.acquire("b:80", limits, stop).ok()) << "another server has its own places";
+    auto third = std::async(std::launch::async, [&] { return slots.acquire("a:80", limits, stop).ok(); });
+    EXPECT_EQ(third.wait_for(milliseconds(50)), std::future_status::timeout);
+    one->release();
+    EXPECT_TRUE(third.get());
+
+    const ServerLimits spaced{0, milliseconds(60)};
+    const auto begun = Clock::now();
+    for (int i = 0; i < 3; ++i) ASSERT_TRUE(slots.acquire("c:80", spaced, stop).ok());
+    EXPECT_GE(Clock::now() - begun, milliseconds(119));
+}
+
+TEST(Reuse, KeepsWholeConversationsOnly) {
+    start_sockets();
+    ScriptedServer server([](Exchange& exchange) {
+        if (exchange.request().target == "/speaks") {
+            exchange.answer(200, "OK", "abc");
+            exchange.send_raw("unasked");
+        } else {
+            exchange.answer(200, "OK", "abc");
+        }
+    });
+    ConnectionServices services;
+    RecordingLog log;
+    StopSource stop;
+    ConnectPlan plan;
+    plan.scheme = "http";
+    plan.host = server.host();
+    plan.port = server.port();
+    const auto talk = [&](const char* path, std::size_t answer_bytes) {
+        CBaseSocket socket(services, log, stop);
+        EXPECT_TRUE(socket.open(plan).ok());
+        const std::string request = std::string("GET ") + path + " HTTP/1.1\r\n\r\n";
+        EXPECT_TRUE(socket.send_all(std::as_bytes(std::span(request))).ok());
+        std::vector<std::byte> answer(answer_bytes);
+        EXPECT_TRUE(socket.receive_exactly(answer).ok());
+        const bool reused = socket.is_reused();
+        socket.close(true);
+        return reused;
+    };
+    const std::size_t head = std::string("HTTP/1.1 200 OK\r\nContent-Length: 3\r\n\r\nabc").size();
+    EXPECT_FALSE(talk("/a", head));
+    EXPECT_TRUE(talk("/b", head));
+    plan.scheme = "https";
+    EXPECT_FALSE(talk("/c", head)) << "another scheme is another connection";
+    plan.scheme = "http";
+    EXPECT_TRUE(talk("/speaks", head));
+    std::this_thread::sleep_for(milliseconds(30));
+    EXPECT_FALSE(talk("/d", head)) << "a connection that spoke unasked was used again";
+}
+
+// A connection that always has bytes, and a clock that the test moves.
+TEST(Pace, KeepsToTheRateWithinFivePercentAndFollowsChanges) {
+    const auto start = Clock::time_point{} + std::chrono::hours(1);
+    for (const std::int64_t rate : {100LL, 10'000LL, 1'000'000LL, 500'000'000LL}) {
+        SCOPED_TRACE(rate);
+        Pacer pacer(start);
+        auto now = start;
+        double total = 0;
+        const auto run_for = [&](std::chrono::seconds time, std::int64_t speed) {
+            total = 0;
+            const auto end = now + time;
+            while (now < end) {
+                const Pacer::Grant grant = pacer.grant(65536, speed, now);
+                if (grant.bytes > 0) {
+                    pacer.spend(grant.bytes);
+                    total += static_cast<double>(grant.bytes);
+                    now += std::chrono::microseconds(20);
+                } else {
+                    now += grant.wait;
+                }
+            }
+            return total / static_cast<double>(speed * time.count());
+        };
+        EXPECT_NEAR(run_for(std::chrono::seconds(5), rate), 1.0, 0.05);
+        EXPECT_NEAR(run_for(std::chrono::seconds(5), rate / 2), 1.0, 0.10);
+        EXPECT_NEAR(run_for(std::chrono::seconds(5), rate * 2), 1.0, 0.05);
+    }
+}
+
+TEST(Pace, TheLimitIsSharedByTheActiveConnections) {
+    ConnectionSets sets;
+    CConnectionNode a;
+    CConnectionNode b;
+    CConnectionNode peer;
+    sets.transfers.add(a);
+    sets.transfers.add(b);
+    sets.peers.add(peer);
+    EXPECT_EQ(sets.share_of(1000), -1) << "nobody is active";
+    a.connections = b.connections = peer.connections = 1;
+    a.active = true;
+    EXPECT_EQ(sets.share_of(1000), 1000);
+    b.active = peer.active = true;
+    EXPECT_EQ(sets.share_of(1000), 333);
+    b.connections = 0;
+    EXPECT_EQ(sets.share_of(1000), 500);
+    sets.peers.remove(peer);
+    EXPECT_EQ(sets.share_of(1000), 1000);
+}
+
+}  // namespace
+}  // namespace vantlow::test

@@ -1,0 +1,74 @@
+#include "transfer/http/content_name.h"
+
+#include <gtest/gtest.h>
+
+#include "base/text.h"
+
+namespace vantlow {
+namespace {
+
+TEST(ContentName, IsWhatTheDispositionSays) {
+    struct Case {
+        const char* field;
+        std::u16string name;
+    };
+    const Case cases[] = {
+        // RFC 6266, with and without quotes, in any order, case and spacing.
+        {"attachment; filename=example.html", u"example.html"},
+        {"INLINE; FILENAME= \"an example.html\"", u"an example.html"},
+        {"attachment;filename=\"a;b=c.zip\" ; size=5", u"a;b=c.zip"},
+        {"attachment; filename=\"say \\\"hi\\\" \\\\.txt\"", u"say \"hi\" \\.txt"},
+        {"attachment; filename=\"unclosed.txt", u"unclosed.txt"},
+        {"filename=\"no type.txt\"", u"no type.txt"},
+        {"attachment; filename=\"first\"; filename=\"second\"", u"first"},
+        {"attachment; xfilename=a; filename=b", u"b"},
+        {"attachment; dummy=\"; filename=wrong\"; filename=right", u"right"},
+        // RFC 8187: the extended form wins wherever it stands.
+        {"attachment; filename=\"EURO rates\"; filename*=utf-8''%e2%82%ac%20rates", u"\u20ac rates"},
+        {"attachment; filename*=UTF-8'en'a%2Fb%27.txt; filename=plain", u"a/b'.txt"},
+        {"attachment; filename*=ISO-8859-1'en'%A3%20rates", u"\u00a3 rates"},
+        {"attachment; filename*=utf-8''%F0%9F%93%81.txt", u"\U0001F4C1.txt"},
+        // An extended form that cannot be read gives way.
+        {"attachment; filename*=utf-8''%C3; filename=plain", u"plain"},
+        {"attachment; filename*=koi8-r''%C3; filename=plain", u"plain"},
+        {"attachment; filename*=nothing; filename=plain", u"plain"},
+        {"attachment; filename=plain; filename*=utf-8'broken", u"plain"},
+        // Raw UTF-8 and percent-encoding in the plain form.
+        {"attachment; filename=\"Gr\xC3\xBC\xC3\x9F"
+         "e.txt\"",
+         u"Gr\u00fc\u00dfe.txt"},
+        {"attachment; filename=\"Gr%C3%BC%C3%9Fe.txt\"", u"Gr\u00fc\u00dfe.txt"},
+        {"attachment; filename=\"100%.txt\"", u"100%.txt"},
+        {"attachment; filename=\"100%zz.txt\"", u"100%zz.txt"},
+        {"attachment", u""},
+        {"", u""},
+        {";;;", u""},
+        {"attachment; filename", u""},
+        {"attachment; filename=", u""},
+        {"attachment; filename=\"\"", u""},
+    };
+    for (const Case& c : cases) EXPECT_EQ(to_utf8(disposition_name(c.field)), to_utf8(c.name)) << c.field;
+}
+
+TEST(ContentName, IsElseTheEndOfThePath) {
+    struct Case {
+        const char* path;
+        std::u16string name;
+    };
+    const Case cases[] = {
+        {"/dir/file.zip", u"file.zip"},
+        {"/dir/file.zip?x=/other.zip#/third", u"file.zip"},
+        {"/dir/", u""},
+        {"/", u""},
+        {"", u""},
+        {"/a%20b%C3%BC.zip", u"a b\u00fc.zip"},
+        {"/a%2Fb.zip", u"a/b.zip"},
+        {"/50%25.zip", u"50%.zip"},
+        {"/file%", u"file%"},
+        {"/a+b", u"a+b"},
+    };
+    for (const Case& c : cases) EXPECT_EQ(to_utf8(path_name(c.path)), to_utf8(c.name)) << c.path;
+}
+
+}  // namespace
+}  // namespace vantlow

@@ -1,0 +1,215 @@
+// Servers and networks that fail: each job ends with the right file or a clear error.
+#include "job_fixture.h"
+
+namespace vantlow::test {
+namespace {
+
+constexpr std::size_t size = 400'000;
+const std::string content = make_content(2, size);
+
+TEST_F(JobTest, ContinuesWhereConnectionsBreak) {
+    for (const bool reset : {true, false}) {
+        SCOPED_TRACE(reset ? "reset" : "closed");
+        FileResource resource{.content = content};
+        (reset ? resource.reset_after : resource.close_after) = 70'000;
+        FileServer server(resource);
+        auto job = make_job(server.url16(), 2);
+        const JobOutcome outcome = run(*job);
+        EXPECT_EQ(outcome.result.code, Code::ok) << outcome.result.message() << log.all();
+        EXPECT_TRUE(file_has(outcome.path, content));
+        ASSERT_TRUE(remove_file(outcome.path).ok());
+    }
+}
+
+TEST_F(JobTest, WaitsAndGivesUpAsItIsTold) {
+    auto job = make_job(to_utf16("http://127.0.0.1:" + std::to_string(closed_port()) + "/x"));
+    job->retry_by_settings = 0;
+    job->retries = 1;
+    job->retry_delay = 1;
+    const auto begun = Clock::now();
+    const JobOutcome outcome = run(*job);
+    EXPECT_EQ(outcome.result.code, Code::transient);
+    EXPECT_GE(Clock::now() - begun, std::chrono::milliseconds(990));
+    EXPECT_EQ(log.count("Awaiting 1 seconds to retry."), 1U);
+    EXPECT_TRUE(log.has("Maximum error reached, this part halted."));
+    EXPECT_TRUE(only({}));
+}
+
+TEST_F(JobTest, FinalRefusalsEndTheJobWithTheReason) {
+    const std::pair<int, Code> cases[] = {{401, Code::credentials_refused},
+                                          {403, Code::server_error},
+                                          {404, Code::server_error},
+                                          {410, Code::server_error}};
+    for (const auto& [status, code] : cases) {
+        SCOPED_TRACE(status);
+        FileServer server(FileResource{.status = status, .reason = "Because Of It"});
+        auto job = make_job(server.url16(), 4);
+        const JobOutcome outcome = run(*job);
+        EXPECT_EQ(outcome.result.code, code);
+        EXPECT_NE(outcome.result.message().find("Because Of It"), std::string::npos)
+            << outcome.result.message();
+        EXPECT_EQ(server.server().request_count(), 1U);
+    }
+    EXPECT_TRUE(only({}));
+}
+
+TEST_F(JobTest, BusyServersAreAskedAgainWhenTheySaySo) {
+    FileServer server(FileResource{.content = content});
+    int asked = 0;
+    server.set_interceptor([&](Exchange& exchange) {
+        return asked++ == 0 && exchange.answer(503, "Busy", "later", {{"Retry-After", "1"}});
+    });
+    auto job = make_job(server.url16());
+    EXPECT_EQ(run(*job).result.code, Code::ok);
+    const auto requests = server.server().requests();
+    ASSERT_EQ(requests.size(), 2U);
+    EXPECT_GE(requests[1].time - requests[0].time, std::chrono::milliseconds(990));
+    EXPECT_TRUE(file_has(folder.path(u"file.bin"), content));
+}
+
+TEST_F(JobTest, GoesOnWithTheConnectionsThatTheServerBears) {
+    for (const int status : {503, 403, 429, 0}) {
+        SCOPED_TRACE(status);
+        FileServer::Options options;
+        options.most_connections = 2;
+        options.refuse_status = status;
+        FileServer server(options);
+        server.set("/file.bin", FileResource{.content = content, .rate = 500'000});
+        auto job = make_job(server.url16(), 6);
+        const JobOutcome outcome = run(*job);
+        EXPECT_EQ(outcome.result.code, Code::ok) << outcome.result.message() << log.all();
+        EXPECT_TRUE(file_has(outcome.path, content));
+        EXPECT_GT(server.refused(), 0);
+        EXPECT_LE(server.refused(), 8) << "refused connections were tried again and again";
+        ASSERT_TRUE(remove_file(outcome.path).ok());
+    }
+}
+
+TEST_F(JobTest, AServerThatCannotResumeIsReadByOneConnection) {
+    FileServer server(FileResource{.content = content, .ignore_range = true, .rate = 2'000'000});
+    auto job = make_job(server.url16(), 4);
+    EXPECT_EQ(run(*job).result.code, Code::ok) << log.all();
+    EXPECT_TRUE(log.has("This site can't resume broken downloads."));
+    EXPECT_TRUE(file_has(folder.path(u"file.bin"), content));
+
+    // Without leave to start over the second connection ends and the first goes on.
+    set(setting::resume, 0);
+    auto strict = make_job(server.url16(), 2);
+    strict->file_name = u"strict.bin";
+    const JobOutcome outcome = run(*strict);
+    EXPECT_EQ(outcome.result.code, Code::ok) << outcome.result.message() << log.all();
+    EXPECT_EQ(outcome.received, static_cast<std::int64_t>(size));
+    EXPECT_TRUE(file_has(folder.path(u"strict.bin"), content));
+}
+
+TEST_F(JobTest, WrongRangesNeverReachTheFile) {
+    struct Case {
+        const char* name;
+        FileResource resource;
+    };
+    const Case cases[] = {
+        {"start is off by one", {.content = content, .range_shift = 1}},
+        {"total differs", {.content = content, .total_shift = 5}},
+        {"always 206 with the whole", {.content = content, .accept_ranges = false, .always_206 = true}},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        FileServer server(c.resource);
+        auto job = make_job(server.url16(), 3);
+        const JobOutcome outcome = run(*job);
+        if (outcome.result.ok()) {
+            EXPECT_TRUE(file_has(outcome.path, content));
+            ASSERT_TRUE(remove_file(outcome.path).ok());
+        } else {
+            EXPECT_FALSE(outcome.result.message().empty());
+            EXPECT_TRUE(only({}));
+        }
+    }
+}
+
+TEST_F(JobTest, NonsenseEndsWithAClearErrorInBoundedTime) {
+    const std::pair<const char*, std::string> cases[] = {
+        {"no HTTP", "SSH-2.0-OpenSSH_9.2\r\n"},
+        {"two lengths", "HTTP/1.1 200 OK\r\nContent-Length: 5\r\nContent-Length: 6\r\n\r\nabcdef"},
+        {"length is no number", "HTTP/1.1 200 OK\r\nContent-Length: -5\r\n\r\nabc"},
+        {"header of megabytes", "HTTP/1.1 200 OK\r\nX: " + std::string(3'000'000, 'x')},
+        {"bad chunk size", "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\nzz\r\nabc\r\n"},
+        {"huge chunk size",
+         "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\nffffffffffffffffff\r\nabc\r\n"},
+        {"unknown coding", "HTTP/1.1 200 OK\r\nContent-Encoding: br\r\nContent-Length: 3\r\n\r\nabc"},
+        {"not gzip",
+         "HTTP/1.1 200 OK\r\nContent-Encoding: gzip\r\nContent-Length: 20\r\n\r\nabcabcabcabcabcabcab"},
+    };
+    for (const auto& [name, bytes] : cases) {
+        SCOPED_TRACE(name);
+        ScriptedServer server([&bytes](Exchange& exchange) {
+            exchange.send_raw(bytes);
+            exchange.close();
+        });
+        auto job = make_job(server.url16("/x"));
+        const JobOutcome outcome = run(*job);
+        EXPECT_EQ(outcome.result.kind(), Kind::final) << outcome.result.message() << log.all();
+        EXPECT_TRUE(only({}));
+    }
+}
+
+TEST_F(JobTest, ABodyThatAlwaysEndsEarlyIsGivenUp) {
+    // Neither ranges nor a whole body: every attempt ends at the same byte.
+    FileServer server(FileResource{.content = content, .accept_ranges = false, .close_after = 1000});
+    auto job = make_job(server.url16(), 2);
+    const JobOutcome outcome = run(*job);
+    EXPECT_EQ(outcome.result.code, Code::server_error) << log.all();
+    EXPECT_LT(server.server().request_count(), 40U);
+    EXPECT_FALSE(folder.has(u"file.bin"));
+}
+
+TEST_F(JobTest, InterimAnswersAreSkipped) {
+    ScriptedServer server([](Exchange& exchange) {
+        exchange.send_raw("HTTP/1.1 100 Continue\r\n\r\nHTTP/1.1 103 Early Hints\r\nLink: x\r\n\r\n");
+        exchange.answer(200, "OK", "abc");
+    });
+    auto job = make_job(server.url16("/x"));
+    EXPECT_EQ(run(*job).result.code, Code::ok);
+    EXPECT_TRUE(file_has(folder.path(u"x"), "abc"));
+}
+
+TEST_F(JobTest, ADeadKeptConnectionCostsNoError) {
+    ScriptedServer server([](Exchange& exchange) {
+        exchange.answer(200, "OK", "abc");
+        if (exchange.number() == 1) {
+            std::string next;
+            exchange.receive(1, next);  // the next request begins to arrive: too late
+            exchange.reset();
+        }
+    });
+    for (const char* path : {"/a", "/b"}) {
+        auto job = make_job(server.url16(path));
+        job->retry_by_settings = 0;
+        job->retries = 0;
+        EXPECT_EQ(run(*job).result.code, Code::ok) << log.all();
+    }
+    EXPECT_EQ(server.connection_count(), 2U);
+}
+
+TEST_F(JobTest, ASlowConnectionIsReplacedAtTheEnd) {
+    FileServer server(FileResource{.content = content});
+    server.set_interceptor([](Exchange& exchange) {
+        if (exchange.connection() != 2 || !exchange.request().range_first) return false;
+        const auto first = static_cast<std::size_t>(*exchange.request().range_first);
+        exchange.send_head(206, "Partial Content",
+                           {{"Content-Range", "bytes " + std::to_string(first) + "-" +
+                                                  std::to_string(size - 1) + "/" + std::to_string(size)},
+                            {"Content-Length", std::to_string(size - first)},
+                            {"Last-Modified", "Sun, 06 Nov 1994 08:49:37 GMT"}});
+        return exchange.send_paced(std::string_view(content).substr(first), 1000) || true;
+    });
+    set(setting::split_size, 150'000);
+    auto job = make_job(server.url16(), 2);
+    const auto begun = Clock::now();
+    EXPECT_EQ(run(*job).result.code, Code::ok) << log.all();
+    EXPECT_LT(Clock::now() - begun, std::chrono::seconds(8)) << "the slow connection alone takes minutes";
+    EXPECT_TRUE(file_has(folder.path(u"file.bin"), content));
+}
+
+}  // namespace
+}  // namespace vantlow::test
