@@ -41,6 +41,7 @@ class FieldReader {
         return guid;
     }
     std::u16string text() {
+        if (!ok_) return {};
         const std::size_t most = left_.size() / 2;
         std::size_t length = 0;
         while (length < most && unit(length) != 0) ++length;

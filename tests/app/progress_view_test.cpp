@@ -131,11 +131,6 @@ TEST(ScreenLines, FollowTheWidthOfTheTerminal) {
     }
 }
 
-TEST(ProgressView, DrawsNothingWhereNobodyWantsIt) {
-    const ProgressView view(false, true);
-    EXPECT_FALSE(view.is_drawing());
-}
-
 using std::chrono::milliseconds;
 
 // What a meter shows after `span` of an even speed, sampled every `step`.

@@ -29,8 +29,9 @@ class Layout {
         return *this;
     }
     Layout& n(int width, std::int64_t value) {
-        for (int i = 0; i < width; ++i)
-            bytes.push_back(static_cast<char>(static_cast<std::uint64_t>(value) >> (8 * i)));
+        for (int i = 0; i < width; ++i) {
+            bytes.push_back(i < 8 ? static_cast<char>(static_cast<std::uint64_t>(value) >> (8 * i)) : '\0');
+        }
         return *this;
     }
     Layout& text(std::u16string_view units) {

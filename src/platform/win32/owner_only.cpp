@@ -32,8 +32,8 @@ std::u16string own_identity() {
 OwnerOnly::OwnerOnly(bool wanted) : descriptor_(nullptr, &release) {
     if (!wanted) return;
     const std::u16string identity = own_identity();
-    // Full access for the user and for the system (backups), nothing inherited from the folder.
-    const std::u16string rules = u"D:P(A;;FA;;;" + identity + u")(A;;FA;;;SY)";
+    // Full access for the user, nothing inherited from the folder.
+    const std::u16string rules = u"D:P(A;;FA;;;" + identity + u")";
     PSECURITY_DESCRIPTOR made = nullptr;
     if (identity.empty() ||
         !ConvertStringSecurityDescriptorToSecurityDescriptorW(wide(rules), SDDL_REVISION_1, &made, nullptr)) {

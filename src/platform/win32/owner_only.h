@@ -7,7 +7,7 @@
 
 namespace vantlow {
 
-/// The security of a file that its owner alone (and the system) may open; made when it is wanted.
+/// The security of a file that its owner alone may open; made when it is wanted.
 class OwnerOnly {
   public:
     explicit OwnerOnly(bool wanted);

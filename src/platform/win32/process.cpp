@@ -8,9 +8,9 @@
 #include "platform/file.h"
 #include "platform/win32/native.h"
 // after the system's own
-#include <objbase.h>
 #include <initguid.h>
 #include <knownfolders.h>
+#include <objbase.h>
 #include <shellapi.h>
 #include <shlobj.h>
 

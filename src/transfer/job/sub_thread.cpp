@@ -10,8 +10,9 @@ namespace vantlow {
 namespace {
 
 constexpr std::size_t kib = 1024;
-// Received bytes are handed to the file at least this often, so that a kill costs about a second's work.
-constexpr std::chrono::seconds flush_interval{1};
+// Received bytes are handed to the file at least this often: together with the second between two saves of the
+// positions, what a kill costs.
+constexpr std::chrono::milliseconds flush_interval{250};
 constexpr std::chrono::milliseconds measure_interval{250};
 // How much of a joint is compared at once.
 constexpr std::size_t joint_step = 16 * kib;

@@ -1,0 +1,115 @@
+// The floor that downloads are held against: N connections ask for N equal ranges of one file; a thread each
+// receives into a buffer and writes it where it belongs, and nothing else.
+//
+//   floor PORT PATH SIZE CONNECTIONS FILE
+#define _GNU_SOURCE
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <inttypes.h>
+#include <netinet/in.h>
+#include <pthread.h>
+#include <stdint.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+// Smaller reads cost more: the sender's acknowledgements are worked off in the reader's time.
+enum { buffer_size = 2 << 20, max_connections = 64, head_size = 4096 };
+
+static int port;
+static const char* path;
+static int file;
+
+struct part {
+    int64_t begin, end;
+    pthread_t thread;
+};
+
+static void fail(const char* what) {
+    perror(what);
+    exit(1);
+}
+
+static void write_all(const char* data, size_t size, int64_t offset) {
+    while (size > 0) {
+        ssize_t n = pwrite(file, data, size, offset);
+        if (n <= 0) fail("pwrite");
+        data += n;
+        size -= (size_t)n;
+        offset += n;
+    }
+}
+
+static int ask(const struct part* part) {
+    int fd = socket(AF_INET, SOCK_STREAM, 0);
+    struct sockaddr_in to = {.sin_family = AF_INET, .sin_port = htons((uint16_t)port)};
+    to.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    if (fd < 0 || connect(fd, (struct sockaddr*)&to, sizeof to)) fail("connect");
+    char request[1024];
+    int size = snprintf(request, sizeof request,
+                        "GET %s HTTP/1.1\r\nHost: 127.0.0.1\r\nRange: bytes=%" PRId64 "-%" PRId64 "\r\n\r\n",
+                        path, part->begin, part->end - 1);
+    if (send(fd, request, (size_t)size, 0) != size) fail("send");
+    return fd;
+}
+
+// Reads the head; what came behind it is written. Returns the position reached.
+static int64_t pass_head(int fd, const struct part* part) {
+    char head[head_size + 1];
+    size_t have = 0;
+    char* end = NULL;
+    while (!end) {
+        ssize_t n = have < head_size ? recv(fd, head + have, head_size - have, 0) : 0;
+        if (n <= 0) fail("head");
+        have += (size_t)n;
+        head[have] = 0;
+        end = strstr(head, "\r\n\r\n");
+    }
+    if (strncmp(head, "HTTP/1.1 206 ", 13) != 0) {
+        fprintf(stderr, "unexpected answer: %.60s\n", head);
+        exit(1);
+    }
+    size_t rest = have - (size_t)(end + 4 - head);
+    write_all(end + 4, rest, part->begin);
+    return part->begin + (int64_t)rest;
+}
+
+static void* receive(void* argument) {
+    const struct part* part = argument;
+    char* buffer = aligned_alloc(4096, buffer_size);
+    if (!buffer) fail("memory");
+    int fd = ask(part);
+    int64_t at = pass_head(fd, part);
+    while (at < part->end) {
+        size_t wanted = buffer_size;
+        if ((int64_t)wanted > part->end - at) wanted = (size_t)(part->end - at);
+        ssize_t n = recv(fd, buffer, wanted, 0);
+        if (n <= 0) fail("recv");
+        write_all(buffer, (size_t)n, at);
+        at += n;
+    }
+    close(fd);
+    free(buffer);
+    return NULL;
+}
+
+int main(int argc, char** argv) {
+    if (argc != 6) return 2;
+    port = atoi(argv[1]);
+    path = argv[2];
+    int64_t size = atoll(argv[3]);
+    int count = atoi(argv[4]);
+    if (count < 1 || count > max_connections) return 2;
+    file = open(argv[5], O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    if (file < 0) fail(argv[5]);
+    struct part parts[max_connections];
+    for (int i = 0; i < count; ++i) {
+        parts[i].begin = size * i / count;
+        parts[i].end = size * (i + 1) / count;
+        if (pthread_create(&parts[i].thread, NULL, receive, &parts[i])) fail("thread");
+    }
+    for (int i = 0; i < count; ++i) pthread_join(parts[i].thread, NULL);
+    return close(file) ? 1 : 0;
+}

@@ -1,0 +1,151 @@
+"""How each program is asked for a scenario's files: its best options for the same number of connections."""
+
+import os
+import shutil
+import subprocess
+from dataclasses import dataclass
+
+
+@dataclass
+class Task:
+    """What one run has to fetch; the current folder is where the files go."""
+
+    scenario: object
+    base: str  # the server's address, ending with /
+    port: int
+    scratch: str  # for lists and settings
+
+    def links(self):
+        return [self.base + path for path in self.scenario.paths()]
+
+    def name(self):
+        return os.path.basename(self.scenario.paths()[0])
+
+    def is_list(self):
+        return len(self.scenario.paths()) > 1
+
+    def text_file(self, name, lines):
+        path = os.path.join(self.scratch, name)
+        with open(path, "w") as file:
+            file.writelines(line + "\n" for line in lines)
+        return path
+
+
+class Program:
+    name = ""
+    note = ""
+
+    def __init__(self, path):
+        self.path = path
+
+    def version(self):
+        text = subprocess.run([self.path, "--version"], capture_output=True, text=True, check=False).stdout
+        return text.splitlines()[0][:60] if text else "unknown version"
+
+    def command(self, task):
+        """The words to run, or None where the program can't do the scenario."""
+        raise NotImplementedError
+
+
+class Floor(Program):
+    name = "floor"
+
+    def version(self):
+        return "receives and writes, nothing else"
+
+    def command(self, task):
+        scenario = task.scenario
+        if not scenario.floor:
+            return None
+        path, size = scenario.files[0]
+        return [self.path, str(task.port), "/" + path, str(size), str(scenario.connections), task.name()]
+
+
+class Vantlow(Program):
+    name = "vantlow"
+
+    def command(self, task):
+        scenario = task.scenario
+        settings = task.text_file("settings.ini", [])
+        words = [self.path, "--settings", settings, "-q", "get", "-n", str(scenario.connections)]
+        if scenario.endless_retries:
+            words += ["--retries", "1000", "--retry-delay", "0"]
+        if task.is_list():
+            return words + ["-j", str(scenario.jobs), "-i", task.text_file("list", task.links())]
+        return words + ["-o", task.name(), *task.links()]
+
+
+class Curl(Program):
+    name = "curl"
+    # curl's own --retry starts a file over; continued from outside it keeps what it has.
+    LOOP = 'for i in $(seq 1000); do "$0" -fsS -C - -o "$1" "$2" 2>/dev/null && exit 0; done; exit 1'
+
+    def command(self, task):
+        scenario = task.scenario
+        if task.is_list():
+            config = []
+            for link in task.links():
+                config += [f'url = "{link}"', f'output = "{os.path.basename(link)}"']
+            path = task.text_file("curl.config", config)
+            return [self.path, "-q", "-fsS", "--parallel", "--parallel-max", str(scenario.jobs), "-K", path]
+        if scenario.endless_retries:
+            return ["sh", "-c", self.LOOP, self.path, task.name(), task.links()[0]]
+        return [self.path, "-q", "-fsS", "-o", task.name(), task.links()[0]]
+
+
+class Aria2(Program):
+    name = "aria2"
+
+    def command(self, task):
+        scenario = task.scenario
+        count = str(scenario.connections)
+        words = [self.path, "--no-conf", "--quiet", "--file-allocation=none"]
+        words += ["-x" + count, "-s" + count, "-k1M"]
+        if scenario.endless_retries:
+            words += ["--max-tries=0", "--retry-wait=0"]
+        if task.is_list():
+            return words + ["-j", str(scenario.jobs), "-i", task.text_file("list", task.links())]
+        return words + ["-o", task.name(), task.links()[0]]
+
+
+class Axel(Program):
+    name = "axel"
+
+    def command(self, task):
+        scenario = task.scenario
+        if scenario.peak_after:
+            return None
+        if task.is_list():
+            # One link a process: as many processes at once as the others have jobs.
+            lines = [f"-o {os.path.basename(link)} {link}" for link in task.links()]
+            words = ["xargs", "-a", task.text_file("axel.list", lines), "-n", "3", "-P", str(scenario.jobs)]
+            return words + [self.path, "-q", "-n", "1"]
+        return [self.path, "-q", "-n", str(scenario.connections), "-o", task.name(), task.links()[0]]
+
+
+def write_home(home):
+    """A home folder for the programs, so that no user's own options count."""
+    os.makedirs(home, exist_ok=True)
+    with open(os.path.join(home, ".axelrc"), "w") as file:
+        file.write("reconnect_delay = 0\nbuffer_size = 65536\n")
+
+
+def environment(home):
+    return {"PATH": os.environ.get("PATH", "/usr/bin:/bin"), "HOME": home, "LC_ALL": "C.UTF-8"}
+
+
+PEERS = ((Curl, "curl"), (Aria2, "aria2c"), (Axel, "axel"))
+
+
+def find_programs(floor, vantlow):
+    """All programs in the order of a round, and the names of the missing ones."""
+    found, missing = [Floor(floor)], []
+    if vantlow:
+        found.append(Vantlow(os.path.abspath(vantlow)))
+    for kind, word in PEERS:
+        path = shutil.which(word)
+        if path:
+            found.append(kind(path))
+        else:
+            missing.append(kind.name)
+    return found, missing
