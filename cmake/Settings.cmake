@@ -39,6 +39,8 @@ if(CMAKE_BUILD_TYPE STREQUAL "Release")
     target_compile_options(vantlow_hardening INTERFACE -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2)
 endif()
 if(WIN32)
+    # The stack protector's operations are in a library of the compiler (libssp) that this option brings in.
+    target_link_options(vantlow_hardening INTERFACE -fstack-protector-strong)
     target_link_options(vantlow_hardening INTERFACE -Wl,--dynamicbase -Wl,--nxcompat -Wl,--high-entropy-va)
 else()
     target_compile_options(vantlow_hardening INTERFACE -fstack-clash-protection)

@@ -54,7 +54,7 @@ void prepend(addrinfo*& list, const in_addr& address, std::uint16_t port, const 
 int ask_by_name(const char* node, std::uint16_t port, const addrinfo* hints, addrinfo*& list) {
     static std::mutex mutex;  // the answer lies in storage that the system reuses
     const std::lock_guard lock(mutex);
-    const hostent* const answer = gethostbyname(node);
+    const hostent* const answer = gethostbyname(node);  // NOLINT(concurrency-mt-unsafe): under the lock
     if (answer == nullptr || answer->h_addrtype != AF_INET || answer->h_addr_list[0] == nullptr) {
         return answer == nullptr && h_errno == TRY_AGAIN ? EAI_AGAIN : EAI_NONAME;
     }

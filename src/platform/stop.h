@@ -17,7 +17,7 @@ namespace vantlow {
 class StopSource {
   public:
     StopSource() = default;
-    explicit StopSource(StopSource& parent);
+    explicit StopSource(StopSource& parent);  // NOLINT(google-explicit-constructor): no copy, a child
     StopSource(const StopSource&) = delete;
     StopSource& operator=(const StopSource&) = delete;
 

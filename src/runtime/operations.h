@@ -4,6 +4,7 @@
 // of operations make and free. Sizes are in bytes. A handle belongs to one thread at a time.
 #pragma once
 
+// NOLINTBEGIN(modernize-*): C reads this too
 #include <stddef.h>
 #include <stdint.h>
 
@@ -48,3 +49,4 @@ typedef void ZLib_Free_t(void* memory);
 #ifdef __cplusplus
 }
 #endif
+// NOLINTEND(modernize-*)

@@ -257,6 +257,8 @@ TEST(ProcessRunChild, DISABLED_TellsWhatItGot) {
     const std::string input((std::istreambuf_iterator<char>(std::cin)), {});
     std::cout << "variable=" << to_utf8(environment("VANTLOW_TEST_WORD").value_or(u"none")) << "\n";
     std::cerr << "input=" << input.size() << "\n";
+    File here;
+    EXPECT_TRUE(here.open(u"here", OpenMode::create_new).ok());
 }
 TEST(ProcessRunChild, DISABLED_Waits) {
     std::cout << "waiting" << std::endl;
@@ -274,7 +276,9 @@ TEST(ProcessRun, HandsWordsInAndOutputOut) {
     options.input.assign(300000, 'i');
     options.folder = folder.path();
     auto words = child(u"TellsWhatItGot");
-    words.push_back(u"--gtest_output=xml:a b.xml");
+    // By its full path: GoogleTest knows folders in the ANSI code page only.
+    const TempFolder plain;
+    words.push_back(u"--gtest_output=xml:" + plain.path(u"a b.xml"));
     const RunResult result = run_program(program_path(), words, options);
     EXPECT_EQ(result.status, 0);
     EXPECT_NE(result.out.find("variable=Gr\xC3\xBC\xC3\x9F"
@@ -282,7 +286,8 @@ TEST(ProcessRun, HandsWordsInAndOutputOut) {
               std::string::npos)
         << result.out;
     EXPECT_NE(result.err.find("input=300000"), std::string::npos) << result.err;
-    EXPECT_TRUE(folder.has(u"a b.xml")) << "the working folder or a word with a blank was lost";
+    EXPECT_TRUE(folder.has(u"here")) << "the working folder was lost";
+    EXPECT_TRUE(plain.has(u"a b.xml")) << "a word with a blank was lost";
     EXPECT_THROW(run_program(folder.path(u"none.exe"), {}), std::runtime_error);
 }
 
@@ -297,10 +302,13 @@ TEST(ProcessRun, KillsInterruptsAndTimesOut) {
     {
         RunningProgram program(program_path(), child(u"Waits"));
         ASSERT_TRUE(program.wait_for_output("waiting"));
-        program.interrupt();
-        const RunResult result = program.wait(seconds(10));
-        EXPECT_FALSE(result.timed_out);
-        EXPECT_NE(result.status, 0);
+        const bool sent = program.interrupt();
+        EXPECT_TRUE(sent || path_separator() == u'\\');
+        if (sent) {
+            const RunResult result = program.wait(seconds(10));
+            EXPECT_FALSE(result.timed_out);
+            EXPECT_NE(result.status, 0);
+        }
     }
     RunningProgram program(program_path(), child(u"Waits"));
     EXPECT_TRUE(program.wait(milliseconds(300)).timed_out);

@@ -49,7 +49,7 @@ class ProcessBackend {
     virtual std::optional<int> wait(std::chrono::milliseconds at_most) = 0;
     virtual void kill() = 0;
     virtual void terminate() = 0;
-    virtual void interrupt() = 0;
+    virtual bool interrupt() = 0;
     [[nodiscard]] virtual std::int64_t id() const = 0;
 };
 
@@ -67,7 +67,8 @@ class RunningProgram {
     /// A friendly end (SIGTERM; where there is no such thing like kill()).
     void terminate() { backend_->terminate(); }
     /// Ctrl-C, or Ctrl-Break where Ctrl-C cannot be sent to one program.
-    void interrupt() { backend_->interrupt(); }
+    /// False where it cannot be sent: Wine has no console without a terminal.
+    bool interrupt() { return backend_->interrupt(); }
     [[nodiscard]] std::int64_t id() const { return backend_->id(); }
     [[nodiscard]] bool is_running() { return !backend_->wait(std::chrono::milliseconds(0)).has_value(); }
 

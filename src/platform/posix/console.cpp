@@ -54,7 +54,7 @@ int terminal_width(Stream stream) noexcept {
 
 bool prepare_terminal(Stream stream) noexcept {
     if (!is_terminal(stream)) return false;
-    const char* const kind = std::getenv("TERM");
+    const char* const kind = std::getenv("TERM");  // NOLINT(concurrency-mt-unsafe): never set here
     return kind != nullptr && *kind != '\0' && std::string_view(kind) != "dumb";
 }
 

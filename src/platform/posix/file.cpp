@@ -283,6 +283,7 @@ FileError list_files(const std::u16string& folder, std::u16string_view suffix,
     if (list == nullptr) return error_of(errno);
     for (;;) {
         errno = 0;
+        // NOLINTNEXTLINE(concurrency-mt-unsafe): a list of its own
         const dirent* const entry = ::readdir(list.get());
         if (entry == nullptr) return error_of(errno);
         const std::u16string name = to_utf16(entry->d_name);

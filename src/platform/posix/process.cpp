@@ -1,6 +1,6 @@
 #include "platform/process.h"
 
-#include <locale.h>
+#include <locale.h>  // NOLINT(modernize-deprecated-headers): the POSIX one
 #include <pwd.h>
 #include <sys/random.h>
 #include <unistd.h>
@@ -52,11 +52,13 @@ std::u16string below_home(std::u16string_view folder) {
 
 std::vector<std::u16string> command_line(int argc, char** argv) {
     std::vector<std::u16string> words;
+    words.reserve(static_cast<std::size_t>(argc));
     for (int i = 0; i < argc; ++i) words.push_back(to_utf16(argv[i]));
     return words;
 }
 
 std::optional<std::u16string> environment(std::string_view name) {
+    // NOLINTNEXTLINE(concurrency-mt-unsafe): never set here
     const char* const value = std::getenv(std::string(name).c_str());
     return value == nullptr ? std::nullopt : std::optional(to_utf16(value));
 }

@@ -57,4 +57,12 @@ std::u16string Library::file_name(std::string_view library) {
     return to_utf16(library) + u".dll";
 }
 
+std::u16string Library::system_path(std::string_view library) {
+    std::wstring folder(MAX_PATH, L'\0');
+    const UINT size = GetSystemDirectoryW(folder.data(), MAX_PATH);
+    if (size == 0 || size >= MAX_PATH) return {};
+    folder.resize(size);
+    return join_path(from_wide(folder), file_name(library));
+}
+
 }  // namespace vantlow

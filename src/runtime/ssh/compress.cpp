@@ -137,7 +137,7 @@ void ZLib_DeflateEnd(VantlowZStream* stream) {
 }
 
 void ZLib_Free(void* memory) {
-    std::free(memory);
+    std::free(memory);  // NOLINT(cppcoreguidelines-no-malloc): what C code takes and gives
 }
 
 }  // extern "C"

@@ -17,8 +17,11 @@ constexpr int most_digits = 15;
 
 void ChunkedDecoder::size_digit(char c) {
     if (const auto digit = parse_hexadecimal(std::string_view(&c, 1))) {
-        size_ = size_ * 16 + *digit;
-        if (++digits_ > most_digits) state_ = State::bad;
+        if (++digits_ > most_digits) {
+            state_ = State::bad;
+        } else {
+            size_ = size_ * 16 + *digit;
+        }
         return;
     }
     if (digits_ == 0) {

@@ -150,7 +150,7 @@ Result read_field(HttpHead& head, std::string_view name, std::string_view value)
 }
 
 Result read_status_line(HttpHead& head, std::string_view line) {
-    const Result not_http{Code::server_error, "The answer is not an HTTP response."};
+    Result not_http{Code::server_error, "The answer is not an HTTP response."};
     if (!line.starts_with("HTTP")) return not_http;
     const auto blank = line.find(' ');
     if (blank == std::string_view::npos) return not_http;

@@ -10,8 +10,8 @@ namespace vantlow {
 namespace {
 
 constexpr std::size_t kib = 1024;
-// Received bytes are handed to the file at least this often: together with the second between two saves of the
-// positions, what a kill costs.
+// Received bytes are handed to the file at least this often: together with the second between two saves of
+// the positions, what a kill costs.
 constexpr std::chrono::milliseconds flush_interval{250};
 constexpr std::chrono::milliseconds measure_interval{250};
 // How much of a joint is compared at once.
@@ -238,7 +238,7 @@ Result CTransferSubThread::receive() {
             host_.end_found(*this);
             return {};
         }
-        const Result failure = moved_failure(moved);
+        Result failure = moved_failure(moved);
         if (failure.kind() != Kind::stopped) tools_.log.line(Direction::error, failure.message());
         return failure;
     }

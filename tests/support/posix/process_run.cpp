@@ -130,7 +130,10 @@ class PosixProcess : public ProcessBackend {
 
     void kill() override { send(SIGKILL); }
     void terminate() override { send(SIGTERM); }
-    void interrupt() override { send(SIGINT); }
+    bool interrupt() override {
+        send(SIGINT);
+        return true;
+    }
     [[nodiscard]] std::int64_t id() const override { return pid_; }
 
   private:

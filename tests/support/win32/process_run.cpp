@@ -136,7 +136,7 @@ class WindowsProcess : public ProcessBackend {
 
     void kill() override { TerminateProcess(process_.value, 137); }
     void terminate() override { kill(); }
-    void interrupt() override { GenerateConsoleCtrlEvent(CTRL_BREAK_EVENT, id_); }
+    bool interrupt() override { return GenerateConsoleCtrlEvent(CTRL_BREAK_EVENT, id_) != 0; }
     [[nodiscard]] std::int64_t id() const override { return id_; }
 
   private:
