@@ -279,7 +279,12 @@ void CTransferMainThread::replace_slow() {
     std::vector<PaceItem> items;
     for (const auto& segment : job_.segments) {
         const CTransferSubThread* worker = segment->worker;
-        if (worker == nullptr) return;  // idle work is there: that comes first
+        if (worker == nullptr && segment->start < segment->end)
+            return;  // idle work is there: that comes first
+        if (worker == nullptr) {
+            items.push_back({});
+            continue;
+        }
         items.push_back(
             {segment->end - worker->position(), worker->bytes_per_second(), worker->is_settled()});
     }

@@ -14,6 +14,8 @@ constexpr std::size_t kib = 1024;
 // the positions, what a kill costs.
 constexpr std::chrono::milliseconds flush_interval{250};
 constexpr std::chrono::milliseconds measure_interval{250};
+// So many measures make a speed that others are compared with; a connection that stands still has one too.
+constexpr int settling_measures = 4;
 // How much of a joint is compared at once.
 constexpr std::size_t joint_step = 16 * kib;
 
@@ -120,6 +122,7 @@ Result CTransferSubThread::run_segment() {
     const std::int64_t began_at = position();
     measured_bytes_ = 0;
     settled_ = false;
+    measures_ = 0;
     Result result = receive();
     node_.active = false;
     const double seconds = std::max(std::chrono::duration<double>(Clock::now() - began).count(), 0.001);
@@ -199,8 +202,8 @@ void CTransferSubThread::measure(std::size_t bytes, Clock::time_point now) {
     const double seconds = std::chrono::duration<double>(now - measured_).count();
     const auto speed = static_cast<std::int64_t>(static_cast<double>(measured_bytes_) / seconds);
     const std::int64_t before = speed_.load(std::memory_order_relaxed);
-    speed_.store(before == 0 ? speed : (before + speed) / 2, std::memory_order_relaxed);
-    settled_ = before != 0;
+    speed_.store(measures_ == 0 ? speed : (before + speed) / 2, std::memory_order_relaxed);
+    settled_ = ++measures_ >= settling_measures;
     measured_ = now;
     measured_bytes_ = 0;
 }

@@ -139,6 +139,7 @@ class CTransferSubThread {
     std::atomic<std::int64_t> limit_{0};     ///< where the segment ends now
     std::atomic<std::int64_t> speed_{0};
     std::atomic<bool> settled_{false};
+    int measures_ = 0;  ///< on this segment, since it is received
     std::int64_t segment_speed_ = 0;
     std::int64_t told_size_ = -1;
     Clock::time_point measured_{};
