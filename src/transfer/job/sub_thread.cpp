@@ -71,7 +71,7 @@ void CTransferSubThread::run() {
         tools_.log.line(Direction::note, message(Message::cancelled_at, {position()}));
     }
     close_source(!last.ok());
-    std::vector<std::byte>().swap(gather_);
+    gather_.release();
     if (segment != nullptr) host_.release(*this);
     host_.ended(*this, last);
 }
@@ -222,7 +222,7 @@ Result CTransferSubThread::receive() {
         const auto most =
             static_cast<std::size_t>(std::min<std::int64_t>(left, static_cast<std::int64_t>(room)));
         const auto until = std::min(last_data + silence_, flushed_ + flush_interval);
-        const Moved moved = source_->read(std::span(gather_).subspan(gathered_, most), until);
+        const Moved moved = source_->read(gather_.bytes().subspan(gathered_, most), until);
         const auto now = Clock::now();
         measure(moved.bytes, now);
         if (moved.state == Moved::State::data) {
@@ -231,7 +231,9 @@ Result CTransferSubThread::receive() {
             host_.count_received(static_cast<std::int64_t>(moved.bytes));
             position_.fetch_add(static_cast<std::int64_t>(moved.bytes), std::memory_order_relaxed);
         }
-        if (gathered_ == gather_.size() || now - flushed_ >= flush_interval) {
+        // Half full is enough: a read into the small rest of a buffer costs the system as much as a large
+        // one.
+        if (gathered_ >= gather_.size() / 2 || now - flushed_ >= flush_interval) {
             if (Result result = flush(); !result.ok()) return result;
         }
         const bool still_quiet = moved.state == Moved::State::quiet && now < last_data + silence_;
@@ -255,7 +257,7 @@ Result CTransferSubThread::flush() {
     const std::int64_t bytes = std::min(static_cast<std::int64_t>(gathered_), limit() - offset);
     gathered_ = 0;
     if (bytes <= 0) return {};
-    return host_.file().write(offset, std::span(gather_).first(static_cast<std::size_t>(bytes)));
+    return host_.file().write(offset, gather_.bytes().first(static_cast<std::size_t>(bytes)));
 }
 
 }  // namespace vantlow

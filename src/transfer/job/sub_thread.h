@@ -7,6 +7,7 @@
 #include <thread>
 #include <vector>
 
+#include "base/buffer.h"
 #include "store/job.h"
 #include "transfer/job/local_file.h"
 #include "transfer/job/source.h"
@@ -133,7 +134,7 @@ class CTransferSubThread {
     CConnectionNode node_;
     SettingsShare share_;
     std::unique_ptr<Source> source_;
-    std::vector<std::byte> gather_;
+    PageBuffer gather_;
     std::size_t gathered_ = 0;               ///< bytes in gather_, the last of which lies before position_
     std::atomic<std::int64_t> position_{0};  ///< the next byte to receive
     std::atomic<std::int64_t> limit_{0};     ///< where the segment ends now
