@@ -9,7 +9,8 @@
 namespace vantlow {
 namespace {
 
-constexpr std::size_t head_step = 16 * 1024;
+// A small file comes in one read with its header.
+constexpr std::size_t head_step = 32 * 1024;
 constexpr int most_interim_answers = 20;
 constexpr std::size_t most_skipped_body = 64 * 1024;
 

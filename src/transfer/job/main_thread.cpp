@@ -152,13 +152,7 @@ std::optional<Result> CTransferMainThread::look() {
         return std::nullopt;
     }
     const std::lock_guard guard(lock_);
-    const bool complete =
-        job_.file_size >= 0 &&
-        std::all_of(job_.segments.begin(), job_.segments.end(), [this](const auto& segment) {
-            const bool compares = verify_joints_ && segment->worker != nullptr;
-            return segment->start >= segment->end && !compares;
-        });
-    if (!complete) return std::nullopt;
+    if (!is_complete()) return std::nullopt;
     return job_.file_size == 0 ? Result(Code::finished_empty) : Result();
 }
 

@@ -76,7 +76,7 @@ class CTransferMainThread : private SubThreadHost, private WrittenListener {
                              std::int64_t asked) override;
     void end_found(CTransferSubThread& asker) override;
     AfterFailure after_failure(CTransferSubThread& asker, const FailedAttempt& attempt) override;
-    void release(CTransferSubThread& asker) override;
+    bool release(CTransferSubThread& asker) override;
     void ended(CTransferSubThread& asker, const Result& last) override;
     CLocalFile& file() override { return file_; }
     void count_received(std::int64_t bytes) noexcept override;
@@ -118,6 +118,9 @@ class CTransferMainThread : private SubThreadHost, private WrittenListener {
     void back_off(std::optional<std::chrono::seconds> server_asks);
     bool told_other_size(std::int64_t size);
     bool others_receive(const CTransferSubThread& asker);
+    [[nodiscard]] std::optional<std::size_t> segment_to_go_on_with(const CTransferSubThread& asker) const;
+    CJobSeg* choose_segment(const CTransferSubThread& asker, std::int64_t split_size);
+    [[nodiscard]] bool is_complete() const;
     CJobSeg* cut_segment(std::size_t index, std::int64_t start);
 
     CJobNode& job_;

@@ -21,58 +21,83 @@ CJobSeg* CTransferMainThread::cut_segment(std::size_t index, std::int64_t start)
         ->get();
 }
 
+// The segment that begins where the asker stands and whose own connection has not answered yet: the asker's
+// answer flows on into it without another request.
+std::optional<std::size_t> CTransferMainThread::segment_to_go_on_with(const CTransferSubThread& asker) const {
+    if (!asker.finished_one) return std::nullopt;
+    for (std::size_t i = 0; i < job_.segments.size(); ++i) {
+        const CJobSeg& segment = *job_.segments[i];
+        const bool waits = segment.worker != nullptr && segment.worker != &asker &&
+                           !segment.worker->is_active() && segment.worker->position() == segment.start;
+        if (waits && segment.start == asker.position() && segment.start < segment.end) return i;
+    }
+    return std::nullopt;
+}
+
+// What the asker takes, by the rule; null when there is nothing for it.
+CJobSeg* CTransferMainThread::choose_segment(const CTransferSubThread& asker, std::int64_t split_size) {
+    if (const auto next = segment_to_go_on_with(asker))
+        return cut_segment(*next, job_.segments[*next]->start);
+    std::vector<WorkItem> items;
+    for (const auto& segment : job_.segments) {
+        const bool active = segment->worker != nullptr;
+        const bool fixed = active && segment->end == unknown_end;
+        const std::int64_t start =
+            active ? std::max(segment->start, segment->worker->position()) : segment->start;
+        items.push_back({start, fixed ? start : segment->end, active});
+    }
+    const auto take = choose_work(items, split_size);
+    if (!take) return nullptr;
+    return take->cut ? cut_segment(take->index, take->start) : job_.segments[take->index].get();
+}
+
 bool CTransferMainThread::take_work(CTransferSubThread& asker) {
     const Settings& settings = services_.settings;
     if (asker.finished_one && settings.flag(setting::only_own_part)) return false;
     const std::int64_t split_size = std::max(settings.number(setting::split_size), job_.min_split_size);
-    bool taken = false;
     {
         const std::lock_guard guard(lock_);
-        if (only_one_ && std::any_of(job_.segments.begin(), job_.segments.end(),
-                                     [](const auto& s) { return s->worker != nullptr; })) {
-            return false;
-        }
+        const auto is_taken = [](const auto& segment) { return segment->worker != nullptr; };
+        if (only_one_ && std::any_of(job_.segments.begin(), job_.segments.end(), is_taken)) return false;
         // What is complete needs no record: the gap that it leaves says as much. One record stays, so that a
         // job that is complete is not taken for one that never began.
-        std::erase_if(job_.segments, [&](const auto& s) {
-            return s->worker == nullptr && s->start >= s->end && job_.segments.size() > 1 &&
-                   s != job_.segments.front();
+        std::erase_if(job_.segments, [&](const auto& segment) {
+            return segment->worker == nullptr && segment->start >= segment->end &&
+                   segment != job_.segments.front();
         });
-        std::vector<WorkItem> items;
-        for (const auto& segment : job_.segments) {
-            const bool active = segment->worker != nullptr;
-            const bool fixed = active && segment->end == unknown_end;
-            const std::int64_t start =
-                active ? std::max(segment->start, segment->worker->position()) : segment->start;
-            items.push_back({start, fixed ? start : segment->end, active});
-        }
-        if (const auto take = choose_work(items, split_size)) {
-            CJobSeg* segment =
-                take->cut ? cut_segment(take->index, take->start) : job_.segments[take->index].get();
-            segment->worker = &asker;
-            asker.segment = segment;
-            asker.begin_at(segment->start, segment->end);
-            taken = true;
-        }
+        CJobSeg* segment = choose_segment(asker, split_size);
+        if (segment == nullptr) return false;
+        segment->worker = &asker;
+        asker.segment = segment;
+        asker.begin_at(segment->start, segment->end);
     }
-    if (taken) {
-        const std::lock_guard guard(mutex_);
-        ++attached_;
-    }
-    return taken;
+    const std::lock_guard guard(mutex_);
+    ++attached_;
+    return true;
 }
 
-void CTransferMainThread::release(CTransferSubThread& asker) {
+// Called with the job lock held.
+bool CTransferMainThread::is_complete() const {
+    return job_.file_size >= 0 &&
+           std::all_of(job_.segments.begin(), job_.segments.end(), [this](const auto& segment) {
+               const bool compares = verify_joints_ && segment->worker != nullptr;
+               return segment->start >= segment->end && !compares;
+           });
+}
+
+bool CTransferMainThread::release(CTransferSubThread& asker) {
     std::int64_t best = best_speed_;
     const std::int64_t speed = asker.segment_speed();
     while (speed > best && !best_speed_.compare_exchange_weak(best, speed)) {
     }
     // Nothing may be held back for a segment that another connection takes: its start says what is written.
     const Result drained = file_.drain();
+    bool complete = false;
     {
         const std::lock_guard guard(lock_);
         asker.segment->worker = nullptr;
         asker.segment = nullptr;
+        complete = drained.ok() && is_complete();
     }
     {
         const std::lock_guard guard(mutex_);
@@ -80,7 +105,9 @@ void CTransferMainThread::release(CTransferSubThread& asker) {
         news_there_ = true;
         if (!drained.ok() && !fatal_) fatal_ = drained;
     }
-    news_.notify_all();
+    // With nothing left to take the asker is about to end, which is news enough.
+    if (!complete) news_.notify_all();
+    return complete;
 }
 
 void CTransferMainThread::written(std::int64_t offset, std::int64_t bytes) {

@@ -58,7 +58,7 @@ void CTransferSubThread::run() {
             tools_.log.line(Direction::note, message(Message::finished_at, {position()}));
             continued_at = position();
             finished_one = true;
-            host_.release(*this);
+            if (host_.release(*this)) break;
             const auto pause = tools_.settings.number(setting::suspend_interval);
             if (stop_.wait_for(std::chrono::milliseconds(pause))) break;
             continue;

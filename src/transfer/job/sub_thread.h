@@ -57,8 +57,8 @@ class SubThreadHost {
     /// The end of a resource of unknown size is reached at the asker's position.
     virtual void end_found(CTransferSubThread& asker) = 0;
     virtual AfterFailure after_failure(CTransferSubThread& asker, const FailedAttempt& attempt) = 0;
-    /// The asker works on its segment no more; what it received is written.
-    virtual void release(CTransferSubThread& asker) = 0;
+    /// The asker works on its segment no more; what it received is written. True when the job is complete.
+    virtual bool release(CTransferSubThread& asker) = 0;
     /// The thread is about to end; `last` is what ended it.
     virtual void ended(CTransferSubThread& asker, const Result& last) = 0;
     virtual CLocalFile& file() = 0;
