@@ -182,10 +182,11 @@ Exit run_get(CFerrywellApp& app, const GlobalOptions& global, const GetOptions& 
 
     ConnectionServices connections;
     StopSource& stop = app.stop();
+    ThreadPool threads;
     const InterruptWatch watch(on_interrupt, &stop);
     StatusOfAll all;
     {
-        CJobQueue queue({connections, app.libraries(), app.settings(), stop});
+        CJobQueue queue({connections, app.libraries(), app.settings(), stop, threads});
         JobFactory factory(options, netrc_lookup());
         CJobQueue::Id next_id = 0;
         for (const std::string& link : links) {

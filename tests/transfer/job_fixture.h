@@ -64,8 +64,8 @@ class JobTest : public testing::Test {
     class Run {
       public:
         Run(JobTest& test, CJobNode& job, RunOptions options)
-            : thread_(job, {test.network, test.libraries, test.settings, test.stop}, std::move(options),
-                      test.log, [this] { done_.set_value(); }) {
+            : thread_(job, {test.network, test.libraries, test.settings, test.stop, test.threads},
+                      std::move(options), test.log, [this] { done_.set_value(); }) {
             thread_.start();
         }
         ~Run() {
@@ -120,6 +120,7 @@ class JobTest : public testing::Test {
     LibraryTables libraries;
     StopSource stop;
     ConnectionServices network;
+    ThreadPool threads;
 };
 
 }  // namespace vantlow::test

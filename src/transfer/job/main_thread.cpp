@@ -38,11 +38,11 @@ CTransferMainThread::~CTransferMainThread() {
 }
 
 void CTransferMainThread::start() {
-    thread_ = std::thread([this] { run(); });
+    services_.threads.start(thread_, [this] { run(); });
 }
 
 void CTransferMainThread::join() {
-    if (thread_.joinable()) thread_.join();
+    thread_.join();
 }
 
 void CTransferMainThread::count_received(std::int64_t bytes) noexcept {
@@ -233,7 +233,8 @@ Result CTransferMainThread::start_over() {
 bool CTransferMainThread::start_one() {
     SubThreadHost& host = *this;
     auto sub = std::make_unique<CTransferSubThread>(
-        host, SubThreadTools{services_.connections, services_.libraries, services_.settings, log_, stop_});
+        host, SubThreadTools{services_.connections, services_.libraries, services_.settings, log_, stop_,
+                             services_.threads});
     if (!take_work(*sub)) return false;
     subs_.push_back(std::move(sub));
     subs_.back()->start();

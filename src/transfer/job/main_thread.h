@@ -40,6 +40,7 @@ struct TransferServices {
     const LibraryTables& libraries;
     const Settings& settings;
     StopSource& stop;
+    ThreadPool& threads;
 };
 
 /// Runs one job from its segments to its file. The job must outlive the thread; nobody else changes it
@@ -172,7 +173,7 @@ class CTransferMainThread : private SubThreadHost, private WrittenListener {
     int restarts_ = 0;                         ///< the main thread's
     int replaced_ = 0;                         ///< slow connections replaced; the main thread's
 
-    std::thread thread_;  ///< last
+    ThreadPool::Running thread_;  ///< last
 };
 
 }  // namespace vantlow

@@ -32,11 +32,11 @@ CTransferSubThread::~CTransferSubThread() {
 }
 
 void CTransferSubThread::start() {
-    thread_ = std::thread([this] { run(); });
+    tools_.threads.start(thread_, [this] { run(); });
 }
 
 void CTransferSubThread::join() {
-    if (thread_.joinable()) thread_.join();
+    thread_.join();
 }
 
 void CTransferSubThread::begin_at(std::int64_t position, std::int64_t end) noexcept {

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "base/buffer.h"
+#include "base/thread_pool.h"
 #include "store/job.h"
 #include "transfer/job/local_file.h"
 #include "transfer/job/source.h"
@@ -72,6 +73,7 @@ struct SubThreadTools {
     const Settings& settings;
     LogSink& log;
     StopSource& job_stop;
+    ThreadPool& threads;
 };
 
 /// A thread with one connection and, at a time, one segment.
@@ -154,7 +156,7 @@ class CTransferSubThread {
     bool accepted_ = false;
     int errors_ = 0;
     int fruitless_ = 0;
-    std::thread thread_;  ///< last: everything above is there while it runs
+    ThreadPool::Running thread_;  ///< last: everything above is there while it runs
 };
 
 }  // namespace vantlow

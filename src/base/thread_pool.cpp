@@ -1,0 +1,60 @@
+#include "base/thread_pool.h"
+
+#include <utility>
+
+namespace vantlow {
+
+ThreadPool::~ThreadPool() {
+    {
+        const std::lock_guard guard(mutex_);
+        closing_ = true;
+        for (const auto& worker : workers_) worker->woken.notify_one();
+    }
+    for (const auto& worker : workers_) worker->thread.join();
+}
+
+void ThreadPool::Running::join() {
+    if (!work_) return;
+    {
+        std::unique_lock guard(pool_->mutex_);
+        work_->ended.wait(guard, [this] { return work_->done; });
+    }
+    work_.reset();
+}
+
+void ThreadPool::start(Running& running, std::function<void()> work) {
+    running.join();
+    running.pool_ = this;
+    running.work_ = std::make_shared<Running::Work>();
+    running.work_->run = std::move(work);
+    const std::lock_guard guard(mutex_);
+    if (idle_.empty()) {
+        workers_.push_back(std::make_unique<Worker>());
+        Worker& worker = *workers_.back();
+        worker.next = running.work_;
+        worker.thread = std::thread([this, &worker] { serve(worker); });
+        return;
+    }
+    Worker& worker = *idle_.back();
+    idle_.pop_back();
+    worker.next = running.work_;
+    worker.woken.notify_one();
+}
+
+void ThreadPool::serve(Worker& worker) {
+    std::unique_lock guard(mutex_);
+    for (;;) {
+        worker.woken.wait(guard, [&] { return worker.next || closing_; });
+        const std::shared_ptr<Running::Work> work = std::exchange(worker.next, nullptr);
+        if (!work) return;
+        guard.unlock();
+        work->run();
+        work->run = nullptr;  // what the work holds ends on its own thread, before anybody is told
+        guard.lock();
+        work->done = true;
+        idle_.push_back(&worker);
+        work->ended.notify_all();
+    }
+}
+
+}  // namespace vantlow

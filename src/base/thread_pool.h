@@ -1,0 +1,61 @@
+// Threads that outlive what they run, so that a short piece of work does not pay for a new one.
+#pragma once
+
+#include <condition_variable>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+namespace vantlow {
+
+/// Keeps the threads that have nothing to do for the next piece of work. Any thread may call. Outlives
+/// everything that it runs; its end joins all of its threads.
+class ThreadPool {
+  public:
+    ThreadPool() = default;
+    ThreadPool(const ThreadPool&) = delete;
+    ThreadPool& operator=(const ThreadPool&) = delete;
+    ~ThreadPool();
+
+    /// One piece of work under way, as its starter sees it: like std::thread it must be joined before it is
+    /// destroyed, which the destructor does.
+    class Running {
+      public:
+        Running() = default;
+        Running(Running&&) = default;
+        Running& operator=(Running&&) = delete;
+        ~Running() { join(); }
+        /// Returns when the work is done; at once when there is none.
+        void join();
+
+      private:
+        friend class ThreadPool;
+        struct Work {
+            std::function<void()> run;
+            bool done = false;  ///< guarded by the pool's mutex
+            std::condition_variable ended;
+        };
+        ThreadPool* pool_ = nullptr;
+        std::shared_ptr<Work> work_;
+    };
+
+    /// Begins the work on an idle thread, or on a new one: it never waits for other work.
+    void start(Running& running, std::function<void()> work);
+
+  private:
+    struct Worker {
+        std::shared_ptr<Running::Work> next;  ///< guarded by mutex_
+        std::condition_variable woken;
+        std::thread thread;
+    };
+    void serve(Worker& worker);
+
+    std::mutex mutex_;
+    bool closing_ = false;       ///< guarded by mutex_, like the two below
+    std::vector<Worker*> idle_;  ///< the one that stopped last is taken first
+    std::vector<std::unique_ptr<Worker>> workers_;
+};
+
+}  // namespace vantlow
