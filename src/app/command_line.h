@@ -4,18 +4,16 @@
 #include <string>
 #include <vector>
 
-#include "app/get_options.h"
+#include "app/command_set.h"
 
 namespace vantlow {
 
-/// What a command line asks for.
+/// What a command line asks for: either something to run, or a text to print.
 struct Command {
-    enum class Kind { get, version, text };
-    Kind kind = Kind::text;
+    CommandRun run;  ///< empty: `text` is all
     GlobalOptions global;
-    GetOptions get;
-    std::string text;          ///< for `text`: help to print to stdout, or a complaint for stderr
-    Exit status = Exit::done;  ///< for `text`
+    std::string text;          ///< help to print to stdout, or a complaint for stderr
+    Exit status = Exit::done;  ///< that `text` ends with
 };
 
 /// Reads the words (UTF-8, without the program's name).

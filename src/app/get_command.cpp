@@ -21,20 +21,7 @@ namespace {
 constexpr std::size_t largest_netrc = 256 * 1024;
 constexpr std::size_t largest_list = 256 * 1024 * 1024;
 
-// A complaint about the words, or nothing.
-using Complaint = std::optional<std::string>;
-
-Complaint apply_settings(Settings& settings, const GlobalOptions& global, const GetOptions& options) {
-    for (const std::string& entry : global.set) {
-        const auto slash = entry.find('/');
-        const auto equals = entry.find('=', slash == std::string::npos ? 0 : slash);
-        if (slash == std::string::npos || slash == 0 || equals == std::string::npos || equals == slash + 1) {
-            return "--set takes Section/Key=Value, not \"" + entry + "\".";
-        }
-        settings.override_value(to_utf16(entry.substr(0, slash)),
-                                to_utf16(entry.substr(slash + 1, equals - slash - 1)),
-                                to_utf16(entry.substr(equals + 1)));
-    }
+Complaint apply_settings(Settings& settings, const GetOptions& options) {
     const auto set = [&](const NumberSetting& setting, std::int64_t value) {
         settings.override_value(setting.section, setting.key, to_utf16(std::to_string(value)));
     };
@@ -145,33 +132,12 @@ void on_interrupt(void* context, int count) {
 
 }  // namespace
 
-Exit exit_of(const Result& result) noexcept {
-    if (result.ok()) return Exit::done;
-    switch (result.code) {
-        case Code::local_file:
-            return Exit::local_file;
-        case Code::credentials_refused:
-            return Exit::credentials;
-        case Code::not_trusted:
-            return Exit::not_trusted;
-        case Code::hash_differs:
-            return Exit::hash;
-        case Code::cancelled:
-        case Code::invalid_url:
-            return Exit::failed;
-        case Code::stopped:
-            return Exit::interrupted;
-        default:
-            return Exit::network;
-    }
-}
-
 Exit run_get(CFerrywellApp& app, const GlobalOptions& global, const GetOptions& options) {
     GetOutput output(global);
     RunOptions run;
     run.default_agent = u"Vantlow/" + app.version();
     std::vector<std::string> links;
-    Complaint complaint = apply_settings(app.settings(), global, options);
+    Complaint complaint = apply_settings(app.settings(), options);
     if (!complaint) complaint = read_hash(options, run);
     if (!complaint) complaint = read_proxy(options, run);
     if (!complaint) complaint = read_links(options, links);

@@ -1,10 +1,19 @@
 // `vantlow get`: fetches now, in this terminal, and ends.
 #pragma once
 
-#include "app/application.h"
+#include "app/command_set.h"
 #include "app/get_options.h"
 
 namespace vantlow {
+
+/// The word `get` with its options.
+void add_get_command(CommandSet& commands);
+
+/// The options that describe a job, for every command that makes one.
+void add_job_options(CLI::App& word, GetOptions& options);
+
+/// What is wrong with options that name one file while several links are meant.
+Complaint check_job_options(const GetOptions& options);
 
 /// Runs the whole command. The application's settings get the command's overrides; its stop is requested by
 /// Ctrl-C.

@@ -7,7 +7,8 @@
 #include <string>
 #include <vector>
 
-#include "app/get_options.h"
+#include "app/exit.h"
+#include "app/global_options.h"
 #include "app/progress_view.h"
 #include "platform/console.h"
 #include "platform/socket.h"

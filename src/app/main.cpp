@@ -2,9 +2,7 @@
 #include <string>
 #include <vector>
 
-#include "app/application.h"
 #include "app/command_line.h"
-#include "app/get_command.h"
 #include "base/text.h"
 #include "platform/console.h"
 #include "platform/process.h"
@@ -13,17 +11,9 @@ namespace {
 
 using namespace vantlow;
 
-std::string version_text(const CFerrywellApp& app) {
-    std::string text = "Vantlow " + to_utf8(app.version()) + "\n" + std::string(platform_name()) + "\n";
-    for (const auto& [library, loaded] : loaded_libraries(app.libraries())) {
-        text += library + ": " + (loaded ? "loaded" : "not found") + "\n";
-    }
-    return text;
-}
-
 int run(const std::vector<std::string>& words) {
     const Command command = parse_command_line(words);
-    if (command.kind == Command::Kind::text) {
+    if (!command.run) {
         write_stream(command.status == Exit::done ? Stream::output : Stream::error, command.text);
         return static_cast<int>(command.status);
     }
@@ -33,11 +23,11 @@ int run(const std::vector<std::string>& words) {
         write_stream(Stream::error, "vantlow: " + error + "\n");
         return static_cast<int>(Exit::failed);
     }
-    if (command.kind == Command::Kind::version) {
-        write_stream(Stream::output, version_text(app));
-        return 0;
+    if (const Complaint complaint = apply_overrides(command.global, app.settings())) {
+        write_stream(Stream::error, "vantlow: " + *complaint + "\n");
+        return static_cast<int>(Exit::usage);
     }
-    return static_cast<int>(run_get(app, command.global, command.get));
+    return static_cast<int>(command.run(app, command.global));
 }
 
 }  // namespace

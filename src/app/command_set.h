@@ -1,0 +1,49 @@
+// The words that the program knows: each command's own file adds its word, its options and what it does.
+#pragma once
+
+#include <CLI/CLI.hpp>
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "app/application.h"
+#include "app/exit.h"
+#include "app/global_options.h"
+
+namespace vantlow {
+
+/// What a command does, after the application has started and --set was applied.
+using CommandRun = std::function<Exit(CFerrywellApp& app, const GlobalOptions& global)>;
+
+/// The commands below one root. A command's options live in what its `run` holds (a shared pointer).
+class CommandSet {
+  public:
+    explicit CommandSet(CLI::App& root) : root_(root) {}
+
+    /// Adds a word. Its options are added to what is returned. `check` looks at the options that were read,
+    /// as far as the option parser cannot.
+    CLI::App& add(const std::string& word, const std::string& description, CommandRun run,
+                  std::function<Complaint()> check = {}) {
+        return add_below(root_, word, description, std::move(run), std::move(check));
+    }
+    /// The same below another word ("category add").
+    CLI::App& add_below(CLI::App& parent, const std::string& word, const std::string& description,
+                        CommandRun run, std::function<Complaint()> check = {});
+    /// A word that needs one of the words below it.
+    CLI::App& add_group(const std::string& word, const std::string& description);
+
+    struct Entry {
+        CLI::App* word;
+        CommandRun run;
+        std::function<Complaint()> check;
+    };
+    /// After parsing: the command that was asked for; null when none was.
+    [[nodiscard]] const Entry* chosen() const;
+
+  private:
+    CLI::App& root_;
+    std::vector<Entry> entries_;
+};
+
+}  // namespace vantlow
