@@ -11,6 +11,16 @@ if(WIN32)
     target_link_libraries(vantlow_gcrypt INTERFACE ws2_32)
 endif()
 
+# Linux's archives are not made for shared libraries: those take the shared one there.
+if(WIN32)
+    add_library(vantlow::gcrypt_for_libraries ALIAS vantlow_gcrypt)
+else()
+    find_library(VANTLOW_SHARED_GCRYPT_LIBRARY NAMES libgcrypt.so REQUIRED)
+    add_library(vantlow_shared_gcrypt INTERFACE)
+    add_library(vantlow::gcrypt_for_libraries ALIAS vantlow_shared_gcrypt)
+    target_link_libraries(vantlow_shared_gcrypt INTERFACE "${VANTLOW_SHARED_GCRYPT_LIBRARY}")
+endif()
+
 # Every Debian system has the shared zlib, no Windows system has one.
 if(WIN32)
     find_library(VANTLOW_Z_LIBRARY NAMES libz.a REQUIRED)

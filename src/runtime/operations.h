@@ -46,6 +46,38 @@ typedef void ZLib_DeflateEnd_t(VantlowZStream* stream); /* NULL is fine */
 /* Frees memory that an operation of this library returned; none does yet, NULL is fine. */
 typedef void ZLib_Free_t(void* memory);
 
+/* ---- libsecur: Diffie-Hellman ---- */
+
+/* One side's keys, and the secret once the other side's key was taken. */
+typedef struct VantlowDh VantlowDh;
+
+/* New random keys over the group of this prime and generator (big-endian; the prime at most 1024 bytes). NULL
+   for arguments that name no group and without memory. All keys have as many bytes as the prime. */
+typedef VantlowDh* DH_Create_t(const void* prime, size_t prime_size, const void* generator,
+                               size_t generator_size);
+typedef void DH_Delete_t(VantlowDh* dh); /* NULL is fine */
+/* Writes the public key, big-endian, zeroes in front. `size` is the prime's; returned on success, else 0. */
+typedef int DH_GetPublicKey_t(VantlowDh* dh, void* buffer, size_t size);
+/* Takes the other side's public key. `size` on success; 0 for a key that would make the secret known to
+   anybody (0, 1, the prime less one) or that is not below the prime. */
+typedef int DH_ComputeSecret_t(VantlowDh* dh, const void* key, size_t size);
+/* Writes the shared secret like the public key. 0 while there is none. */
+typedef int DH_GetSecret_t(VantlowDh* dh, void* buffer, size_t size);
+
+/* ---- libsecur: RC4 ---- */
+
+/* A running key stream. */
+typedef struct VantlowRc4 VantlowRc4;
+
+/* The key stream of a key (5 to 256 bytes) without its first `discarded` bytes. NULL for other keys and
+   without memory. */
+typedef VantlowRc4* RC4_Create_t(const void* key, size_t key_size, size_t discarded);
+typedef void RC4_Delete_t(VantlowRc4* stream); /* NULL is fine */
+/* Encrypts, or decrypts, from `source` into `destination`, which are the same or do not overlap. */
+typedef void RC4_4_t(VantlowRc4* stream, void* destination, const void* source, size_t size);
+/* The same in place. */
+typedef void RC4_3_t(VantlowRc4* stream, void* buffer, size_t size);
+
 #ifdef __cplusplus
 }
 #endif
