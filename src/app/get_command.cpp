@@ -154,13 +154,20 @@ Exit run_get(CFerrywellApp& app, const GlobalOptions& global, const GetOptions& 
     {
         CJobQueue queue({connections, app.libraries(), app.settings(), stop, threads});
         JobFactory factory(options, netrc_lookup());
-        CJobQueue::Id next_id = 0;
-        for (const std::string& link : links) {
-            const CJobQueue::Id id = next_id++;
-            CJobLog::Listener listener;
-            if (global.verbose) listener = [&output, id](const CLogNode& line) { output.log_line(id, line); };
-            queue.add(factory.make(link), run, std::move(listener));
-        }
+        const auto file_jobs = [&](MadeJobs made) {
+            if (!made.complaint.empty()) {
+                output.complain(made.complaint);
+                all.add(Code::unsupported);
+            }
+            for (JobRequest& request : made.jobs) {
+                const CJobQueue::Id id = queue.next_id();
+                CJobLog::Listener listener;
+                if (global.verbose)
+                    listener = [&output, id](const CLogNode& line) { output.log_line(id, line); };
+                queue.add(std::move(request.job), run, std::move(listener));
+            }
+        };
+        for (const std::string& link : links) file_jobs(factory.make(link));
         links.clear();
         auto next_refresh = from_now(std::chrono::seconds(1));
         while ((queue.waiting() > 0 && !stop.requested()) || queue.running() > 0) {

@@ -4,6 +4,7 @@
 #include <ctime>
 #include <iterator>
 
+#include "base/safe_name.h"
 #include "base/text.h"
 #include "platform/file.h"
 #include "platform/process.h"
@@ -20,30 +21,60 @@ std::u16string target_folder(const GetOptions& options) {
     return absolute_path(within.empty() ? base : join_path(base, within));
 }
 
+// Cuts off what follows the "#" and returns it, with the "#".
+std::u16string take_fragment(std::u16string& address) {
+    const auto hash = address.find(u'#');
+    if (hash == std::u16string::npos) return {};
+    std::u16string fragment = address.substr(hash);
+    address.resize(hash);
+    return fragment;
+}
+
+// The folders and the name of a document's file, each made safe: never outside of `folder`.
+struct Place {
+    std::u16string folder;
+    std::u16string name;
+};
+
+Place place_below(std::u16string folder, std::u16string_view name) {
+    for (auto end = name.find_first_of(u"/\\"); end != std::u16string_view::npos;
+         end = name.find_first_of(u"/\\")) {
+        const std::u16string_view part = name.substr(0, end);
+        name.remove_prefix(end + 1);
+        const std::u16string safe = safe_file_name(part, u"");
+        if (!safe.empty()) folder = join_path(folder, safe);
+    }
+    return {std::move(folder), name.empty() ? std::u16string() : safe_file_name(name)};
+}
+
 }  // namespace
 
 JobFactory::JobFactory(const GetOptions& options, CredentialLookup credentials)
     : options_(options),
       credentials_(std::move(credentials)),
       folder_(target_folder(options)),
-      name_(name_of(to_utf16(options.output))),
-      earlier_(folder_) {}
+      name_(name_of(to_utf16(options.output))) {
+    earlier_in(folder_);
+}
 
-std::unique_ptr<CJobNode> JobFactory::new_job(const std::u16string& address) {
+ResumeIndex& JobFactory::earlier_in(const std::u16string& folder) {
+    return earlier_.try_emplace(folder, folder).first->second;
+}
+
+std::unique_ptr<CJobNode> JobFactory::new_job(const std::u16string& folder) {
     auto job = std::make_unique<CJobNode>();
     unsigned char identity[16];
     random_guid(identity);
     std::copy(std::begin(identity), std::end(identity), job->identity.bytes.begin());
-    job->address = address;
-    job->path = join_path(folder_, u"");
-    job->file_name = name_;
+    job->path = join_path(folder, u"");
     job->created = static_cast<std::int64_t>(std::time(nullptr));
     return job;
 }
 
 // --no-resume: what an earlier run left is removed, unless another process is at it.
-void JobFactory::forget_earlier(const std::u16string& address) {
-    while (const auto job = earlier_.take(address, name_)) {
+void JobFactory::forget_earlier(const std::u16string& folder, const std::u16string& address,
+                                const std::u16string& name) {
+    while (const auto job = earlier_in(folder).take(address, name)) {
         File partial;
         const std::u16string path = job->path + std::u16string(partial_suffix);
         if (partial.open(path, OpenMode::write_existing).ok() && !partial.try_lock()) continue;
@@ -73,20 +104,60 @@ void JobFactory::apply_request(CJobNode& job) {
     }
 }
 
-std::unique_ptr<CJobNode> JobFactory::make(const std::string& link) {
-    std::u16string address = to_utf16(link);
-    std::u16string fragment;
-    if (const auto hash = address.find(u'#'); hash != std::u16string::npos) {
-        fragment = address.substr(hash);
-        address.resize(hash);
+std::unique_ptr<CJobNode> JobFactory::job_for(JobPlan plan) {
+    const JobKind kind = job_kind(plan.address);
+    // Only an address of a server has a fragment; in other links a "#" is part of a name.
+    const std::u16string fragment =
+        kind == JobKind::transfer ? take_fragment(plan.address) : std::u16string();
+    Place place = place_below(folder_, plan.name);
+    if (!name_.empty()) place = {folder_, name_};
+    std::unique_ptr<CJobNode> job;
+    if (kind == JobKind::transfer) {
+        if (options_.no_resume) forget_earlier(place.folder, plan.address, place.name);
+        job = earlier_in(place.folder).take(plan.address, place.name);
     }
-    if (options_.no_resume) forget_earlier(address);
-    std::unique_ptr<CJobNode> job = earlier_.take(address, name_);
-    if (!job) job = new_job(address);
-    job->address = address;  // with its credentials, which no state holds
+    if (!job) {
+        job = new_job(place.folder);
+        job->file_name = place.name;
+        if (kind != JobKind::transfer) job->file_size = plan.size;
+    }
+    job->address = std::move(plan.address);  // with its credentials, which no state holds
     job->fragment = fragment;
+    job->comment = std::move(plan.comment);
+    job->sources = std::move(plan.sources);
     apply_request(*job);
     return job;
+}
+
+MadeJobs JobFactory::make_from_plans(JobPlans plans) {
+    MadeJobs made;
+    made.complaint = std::move(plans.complaint);
+    for (JobPlan& plan : plans.plans) {
+        const JobKind kind = job_kind(plan.address);
+        made.jobs.push_back({kind, job_for(std::move(plan))});
+    }
+    return made;
+}
+
+MadeJobs JobFactory::make_from_file(const DocumentKind& kind, const std::u16string& path,
+                                    std::u16string fragment) {
+    std::vector<std::byte> bytes;
+    if (const FileError error = read_file(path, largest_document, bytes); !error.ok())
+        return {{}, to_utf8(path) + ": " + error.text()};
+    return make_from_plans(kind.read(bytes, {path, std::move(fragment), {}}));
+}
+
+MadeJobs JobFactory::make(const std::string& link) {
+    const std::u16string address = to_utf16(link);
+    // A document on this machine: only what is there is one.
+    std::u16string path = address;
+    std::u16string fragment;
+    if (path_kind(path) != PathKind::file) fragment = take_fragment(path);
+    const DocumentKind* document = document_by_name(path);
+    if (document != nullptr && path_kind(path) == PathKind::file) {
+        return make_from_file(*document, path, fragment.empty() ? fragment : fragment.substr(1));
+    }
+    return make_from_plans(plan_link(address));
 }
 
 }  // namespace vantlow

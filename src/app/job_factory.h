@@ -1,11 +1,15 @@
-// From a link to a job.
+// From a link or a document to jobs.
 #pragma once
 
 #include <functional>
+#include <map>
 #include <memory>
 #include <string>
+#include <vector>
 
+#include "app/documents.h"
 #include "app/get_options.h"
+#include "app/job_plan.h"
 #include "app/netrc.h"
 #include "store/job.h"
 #include "transfer/job/resume_state.h"
@@ -15,25 +19,43 @@ namespace vantlow {
 /// Credentials for a host, from the user's file; empty when there are none.
 using CredentialLookup = std::function<std::optional<NetrcEntry>(const std::string& host)>;
 
-/// Makes the jobs of one `get`: new ones, or those that an earlier run left in the folder.
+/// A job, and who carries it out. Mirrors and hashes, where there are any, stand in job->sources.
+struct JobRequest {
+    JobKind kind = JobKind::transfer;
+    std::unique_ptr<CJobNode> job;
+};
+
+/// What one link became.
+struct MadeJobs {
+    std::vector<JobRequest> jobs;
+    std::string complaint;  ///< UTF-8: why there is nothing, or not everything; empty when all is well
+};
+
+/// Makes jobs from what the words of a command name: new ones, or those that an earlier run left in their
+/// folder.
 class JobFactory {
   public:
     /// Looks through the folder for unfinished jobs. `options` outlives the factory.
     JobFactory(const GetOptions& options, CredentialLookup credentials);
 
-    /// The job for one link (UTF-8).
-    std::unique_ptr<CJobNode> make(const std::string& link);
+    /// The jobs of one link, or of a document on this machine (UTF-8).
+    MadeJobs make(const std::string& link);
 
   private:
-    std::unique_ptr<CJobNode> new_job(const std::u16string& address);
-    void forget_earlier(const std::u16string& address);
+    MadeJobs make_from_file(const DocumentKind& kind, const std::u16string& path, std::u16string fragment);
+    MadeJobs make_from_plans(JobPlans plans);
+    std::unique_ptr<CJobNode> job_for(JobPlan plan);
+    std::unique_ptr<CJobNode> new_job(const std::u16string& folder);
+    ResumeIndex& earlier_in(const std::u16string& folder);
+    void forget_earlier(const std::u16string& folder, const std::u16string& address,
+                        const std::u16string& name);
     void apply_request(CJobNode& job);
 
     const GetOptions& options_;
     CredentialLookup credentials_;
     std::u16string folder_;
     std::u16string name_;
-    ResumeIndex earlier_;
+    std::map<std::u16string, ResumeIndex> earlier_;  ///< by folder
 };
 
 }  // namespace vantlow

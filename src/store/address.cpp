@@ -160,6 +160,22 @@ std::size_t server_end(std::u16string_view rest) noexcept {
 
 }  // namespace
 
+LinkKind link_kind(std::u16string_view address) noexcept {
+    const Scheme* scheme = find_scheme(address);
+    if (scheme == nullptr) return LinkKind::unknown;
+    switch (scheme->form) {
+        case Form::server:
+            return LinkKind::transfer;
+        case Form::torrent:
+            return LinkKind::torrent;
+        case Form::ed2k:
+            return LinkKind::edonkey;
+        case Form::metalink:
+            return LinkKind::metafile;
+    }
+    return LinkKind::unknown;
+}
+
 SplitAddress split_address(std::u16string_view address) {
     SplitAddress split;
     split.address = address;

@@ -18,6 +18,18 @@ struct SplitAddress {
     int port = 0;  ///< the scheme's default port; 0: not recognised, address unchanged
 };
 
+/// Who can do something with an address.
+enum class LinkKind {
+    unknown,
+    transfer,  ///< a server, from which one file is fetched
+    torrent,   ///< "magnet:?", "bt://"
+    edonkey,   ///< "ed2k://"
+    metafile,  ///< "metalink://": a file that names others
+};
+
+/// By the table of schemes, letter case ignored. A text without "://" is the address of a server.
+LinkKind link_kind(std::u16string_view address) noexcept;
+
 /// Splits by the table of schemes, letter case ignored. The port returned is always the scheme's default one;
 /// a port written in the address stays in the server part.
 SplitAddress split_address(std::u16string_view address);

@@ -65,7 +65,8 @@ CJobNode::CJobNode(const CJobNode& other)
       result(other.result),
       validators(other.validators),
       bit_map(other.bit_map),
-      bit_count(other.bit_count) {
+      bit_count(other.bit_count),
+      sources(other.sources) {
     segments.reserve(other.segments.size());
     for (const auto& segment : other.segments) append_segment(segment->start, segment->end);
     schedule.reserve(other.schedule.size());

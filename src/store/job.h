@@ -15,6 +15,7 @@
 
 #include "base/guid.h"
 #include "base/result.h"
+#include "store/job_sources.h"
 
 namespace vantlow {
 
@@ -146,8 +147,9 @@ class CJobNode : public CQueueNode {
     Validators validators;
     std::vector<std::unique_ptr<CJobSeg>> segments;  ///< in file order
     std::vector<std::unique_ptr<CScheduleNode>> schedule;
-    std::vector<std::uint8_t> bit_map;  ///< finished blocks, one bit each, or empty
-    std::int32_t bit_count = 0;         ///< bits of `bit_map`, which has (bit_count + 7) / 8 bytes
+    std::vector<std::uint8_t> bit_map;          ///< finished blocks, one bit each, or empty
+    std::int32_t bit_count = 0;                 ///< bits of `bit_map`, which has (bit_count + 7) / 8 bytes
+    std::shared_ptr<const JobSources> sources;  ///< null for a job of one address without hashes
 
     /// Appends a segment; callers keep the order of the file.
     CJobSeg& append_segment(std::int64_t start, std::int64_t end);

@@ -109,6 +109,10 @@ Result CTransferMainThread::begin() {
 }
 
 Result CTransferMainThread::transfer() {
+    if (std::string why = why_not_fetched(job_.address); !why.empty()) {
+        log_.line(Direction::error, why);
+        return {Code::unsupported, std::move(why)};
+    }
     if (Result result = begin(); !result.ok()) return result;
     next_save_ = Clock::now() + save_interval;
     if (!start_one()) return {};  // every segment of an earlier run was complete

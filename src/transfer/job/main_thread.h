@@ -20,12 +20,6 @@
 
 namespace vantlow {
 
-/// What the finished file must be.
-struct ExpectedHash {
-    DigestKind kind = DigestKind::sha256;
-    std::vector<std::byte> digest;
-};
-
 /// What a run of a job is told beside the job and the settings.
 struct RunOptions {
     bool keep_state = true;  ///< save the job's state beside the partial file while it runs

@@ -27,6 +27,8 @@ class CJobQueue {
     /// Files a job behind those that wait. `log_listener` gets the lines of its log while it runs; may be
     /// empty.
     Id add(std::unique_ptr<CJobNode> job, RunOptions options, CJobLog::Listener log_listener = {});
+    /// The id that the next job gets.
+    [[nodiscard]] Id next_id() const noexcept { return next_id_; }
 
     /// Starts waiting jobs up to "MaxJobs" of the settings; returns the ids of those that it started.
     std::vector<Id> start_waiting();

@@ -3,6 +3,7 @@
 #include <array>
 
 #include "base/text.h"
+#include "store/address.h"
 #include "transfer/job/http_source.h"
 
 namespace vantlow {
@@ -13,7 +14,28 @@ constexpr std::array protocols{
     Protocol{u"https://", make_http_source},
 };
 
+// What people hand over although nothing can fetch it yet.
+struct Network {
+    std::u16string_view prefix;
+    std::string_view name;
+};
+constexpr std::array networks{
+    Network{u"ed2k://", "eDonkey"},
+    Network{u"magnet:?", "BitTorrent"},
+    Network{u"bt://", "BitTorrent"},
+};
+
 }  // namespace
+
+std::string why_not_fetched(std::u16string_view address) {
+    if (find_protocol(address) != nullptr) return {};
+    for (const Network& network : networks) {
+        if (!istarts_with(address, network.prefix)) continue;
+        return "The " + std::string(network.name) + " network cannot be used yet: " + to_utf8(address) +
+               " was not fetched.";
+    }
+    return "This kind of address cannot be fetched: " + to_utf8(without_credentials(address));
+}
 
 const Protocol* find_protocol(std::u16string_view address) noexcept {
     for (const Protocol& protocol : protocols) {

@@ -77,6 +77,9 @@ struct Protocol {
     std::unique_ptr<Source> (*make)(const SourceContext& context);
 };
 
+/// Why no byte can be fetched from an address, for the person; empty where find_protocol() knows its scheme.
+std::string why_not_fetched(std::u16string_view address);
+
 /// The protocol of an address; null when none is known for its scheme.
 const Protocol* find_protocol(std::u16string_view address) noexcept;
 

@@ -136,8 +136,7 @@ Result CTransferSubThread::open_source() {
     server_asks_.reset();
     told_size_ = -1;
     const Protocol* protocol = find_protocol(plan.address);
-    if (protocol == nullptr)
-        return {Code::unsupported, "This kind of address cannot be fetched: " + to_utf8(plan.address)};
+    if (protocol == nullptr) return {Code::unsupported, why_not_fetched(plan.address)};
     const std::int64_t overlap = host_.overlap_before(*this);
     asked_ = position() - overlap;
     SourceAnswer answer;
