@@ -4,6 +4,7 @@ namespace vantlow {
 
 Exit exit_of(const Result& result) noexcept {
     if (result.ok()) return Exit::done;
+    if (result.about_credentials) return Exit::credentials;
     switch (result.code) {
         case Code::local_file:
             return Exit::local_file;

@@ -12,7 +12,7 @@
 #include "platform/console.h"
 #include "platform/file.h"
 #include "platform/process.h"
-#include "store/address.h"
+#include "store/proxy_address.h"
 #include "transfer/job/queue.h"
 
 namespace vantlow {
@@ -53,15 +53,17 @@ Complaint read_hash(const GetOptions& options, RunOptions& run) {
     return std::nullopt;
 }
 
-// An HTTP proxy that forwards requests; tunnels are other kinds.
 Complaint read_proxy(const GetOptions& options, RunOptions& run) {
     if (options.proxy.empty()) return std::nullopt;
-    const auto target = parse_target(to_utf16(options.proxy));
-    if (!target || target->scheme != "http") {
-        return "--proxy takes http://[user:password@]host:port; other kinds of proxy cannot be used.";
+    const auto proxy = parse_proxy(to_utf16(options.proxy));
+    if (!proxy) {
+        return "--proxy takes http://, connect://, socks4:// or socks5:// with [user:password@]host:port.";
     }
-    run.proxy = {CProxyNode::http, target->host, target->port, to_ansi(target->user),
-                 to_ansi(target->password)};
+    run.proxy.kind = proxy->kind;
+    run.proxy.host = to_utf8(proxy->host);
+    run.proxy.port = static_cast<std::uint16_t>(proxy->port);
+    run.proxy.user = to_ansi(proxy->user);
+    run.proxy.password = to_ansi(proxy->password);
     return std::nullopt;
 }
 

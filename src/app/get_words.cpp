@@ -16,7 +16,9 @@ void add_job_options(CLI::App& word, GetOptions& options) {
     word.add_option("--referer", options.referer, "Referer");
     word.add_option("--agent", options.agent, "User agent");
     word.add_option("--cookie", options.cookie, "Cookies, \"name=value; name=value\"");
-    word.add_option("--proxy", options.proxy, "http://[user:password@]host:port");
+    word.add_option(
+        "--proxy", options.proxy,
+        "http://, connect:// (always tunnels), socks4:// or socks5://, [user:password@]host:port");
     word.add_option("--retries", options.retries, "Retry limit")->check(CLI::Range(0, 100000));
     word.add_option("--retry-delay", options.retry_delay, "Seconds between attempts")
         ->check(CLI::Range(0, 86400));

@@ -61,6 +61,7 @@ struct [[nodiscard]] Result {
     Code code = Code::ok;
     int system_error = 0;  ///< the operating system's number, 0 where none belongs to the failure
     std::string detail;    ///< UTF-8 sentence for the person; empty: describe(code) serves
+    bool about_credentials = false;  ///< a refusal for want of the right user name and password
 
     Result() = default;
     Result(Code c) : code(c) {}  // NOLINT(google-explicit-constructor): codes are results

@@ -32,6 +32,8 @@ class SocketAddress {
     void set_port(std::uint16_t port) noexcept;
     /// The four bytes of an IPv4 address in network order; zeroes for IPv6.
     [[nodiscard]] std::array<std::uint8_t, 4> ipv4() const noexcept;
+    /// The sixteen bytes of an IPv6 address; zeroes for IPv4.
+    [[nodiscard]] std::array<std::uint8_t, 16> ipv6() const noexcept;
     /// The address without port or brackets.
     [[nodiscard]] std::string host() const;
     [[nodiscard]] const void* data() const noexcept { return storage_.data(); }

@@ -81,6 +81,13 @@ std::array<std::uint8_t, 4> SocketAddress::ipv4() const noexcept {
     return bytes;
 }
 
+std::array<std::uint8_t, 16> SocketAddress::ipv6() const noexcept {
+    std::array<std::uint8_t, 16> bytes{};
+    if (is_ipv6())
+        std::memcpy(bytes.data(), storage_.data() + offsetof(sockaddr_in6, sin6_addr), bytes.size());
+    return bytes;
+}
+
 std::string SocketAddress::host() const {
     if (size_ == 0) return {};
     char name[NI_MAXHOST] = {};

@@ -1,5 +1,7 @@
 #include "transfer/connection/base_socket.h"
 
+#include <algorithm>
+
 #include "base/string_table.h"
 #include "transfer/connection/connector.h"
 
@@ -8,9 +10,9 @@ namespace {
 
 std::string reuse_key(const ConnectPlan& plan) {
     std::string key = plan.scheme + "://" + plan.host + ":" + std::to_string(plan.port);
-    if (plan.proxy.kind != 0) {
+    if (plan.proxy.is_used()) {
         key += " via " + std::to_string(plan.proxy.kind) + " " + plan.proxy.user + "@" + plan.proxy.host +
-               ":" + std::to_string(plan.proxy.port);
+               ":" + std::to_string(plan.proxy.port) + (plan.want_connect ? " tunnel" : "");
     }
     return key;
 }
@@ -56,9 +58,7 @@ Result CBaseSocket::open(const ConnectPlan& plan) {
         }
     }
     reused_ = false;
-    const bool direct = plan.proxy.kind == 0;
-    return connect_new(plan, (direct ? plan.host : plan.proxy.host) + ":" +
-                                 std::to_string(direct ? plan.port : plan.proxy.port));
+    return connect_new(plan);
 }
 
 Result CBaseSocket::take_slot(const std::string& server, const ServerLimits& limits,
@@ -73,50 +73,103 @@ Result CBaseSocket::take_slot(const std::string& server, const ServerLimits& lim
     return {};
 }
 
-Result CBaseSocket::connect_new(const ConnectPlan& plan, const std::string& server) {
-    const bool direct = plan.proxy.kind == 0;
+Outcome<std::vector<SocketAddress>> CBaseSocket::resolve(const std::string& host, std::uint16_t port) {
+    auto addresses = services_.resolver.resolve(host, port, stop_);
+    if (!addresses.ok() && addresses.failure().kind() != Kind::stopped)
+        log_.line(Direction::error, addresses.failure().message());
+    return addresses;
+}
+
+Result CBaseSocket::connect_new(const ConnectPlan& plan) {
+    const bool direct = !plan.proxy.is_used();
     const std::string& host = direct ? plan.host : plan.proxy.host;
     const std::uint16_t port = direct ? plan.port : plan.proxy.port;
     auto node = std::make_unique<CReuseNode>();
     node->key = reuse_key(plan);
-    node->server = server;
-    if (Result result = take_slot(server, plan.limits, node->slot); !result.ok()) return result;
+    node->server = plan.host + ":" + std::to_string(plan.port);
+    if (Result result = take_slot(node->server, plan.limits, node->slot); !result.ok()) return result;
 
     if (!SocketAddress::from_literal(host, port)) {
-        log_.line(Direction::note, (direct ? "Connecting to " : "Connecting proxy to ") + server);
+        log_.line(Direction::note,
+                  (direct ? "Connecting to " : "Connecting proxy to ") + host + ":" + std::to_string(port));
     }
-    auto addresses = services_.resolver.resolve(host, port, stop_);
-    if (!addresses.ok()) {
-        if (addresses.failure().kind() != Kind::stopped)
-            log_.line(Direction::error, addresses.failure().message());
-        return addresses.failure();
-    }
+    auto addresses = resolve(host, port);
+    if (!addresses.ok()) return addresses.failure();
     auto socket = connect_any(*addresses, {host, !direct}, plan.timeout, stop_, log_);
     if (!socket.ok()) return socket.failure();
     node->stream = std::make_unique<SocketStream>(*std::move(socket));
     use(std::move(node));
+    return direct ? Result{} : open_tunnel(plan);
+}
 
+// The target as its proxy is to be told: a literal as an address, a name as it is unless names are to be
+// turned into addresses here.
+Result CBaseSocket::open_tunnel(const ConnectPlan& plan) {
     TunnelTarget target;
     target.host = plan.host;
     target.port = plan.port;
+    target.want_connect = plan.want_connect;
+    const bool socks = plan.proxy.kind == ProxyPlan::socks4 || plan.proxy.kind == ProxyPlan::socks5;
+    auto address = SocketAddress::from_literal(plan.host, plan.port);
+    if (socks && !address && plan.proxy.resolve_here) {
+        auto all = resolve(plan.host, plan.port);
+        if (!all.ok()) return all.failure();
+        // SOCKS4 knows IPv4 only.
+        const auto fits = [&](const SocketAddress& one) {
+            return plan.proxy.kind == ProxyPlan::socks5 || !one.is_ipv6();
+        };
+        const auto found = std::find_if(all->begin(), all->end(), fits);
+        if (found != all->end()) address = *found;
+    }
+    if (address) {
+        target.ipv4 = address->ipv4();
+        target.ipv6 = address->ipv6();
+    }
     std::uint16_t reported = 0;
-    Result result = tunnel(plan.proxy, target, reported);
-    if (!result.ok() && target.close_on_failure) close();
-    return result;
+    return tunnel(plan.proxy, target, reported);
 }
 
-Result CBaseSocket::tunnel(const ProxyPlan& proxy, const TunnelTarget& target, std::uint16_t& /*port*/) {
-    const bool none_needed = proxy.kind == 0 || (proxy.kind == 10 && !target.want_connect);
-    if (none_needed) return {};
-    return {Code::unsupported, "Tunnels through this kind of proxy are not supported."};
+namespace {
+
+// The connection as a handshake sees it.
+class SocketWire : public ProxyWire {
+  public:
+    SocketWire(CBaseSocket& socket, std::chrono::milliseconds timeout) : socket_(socket), timeout_(timeout) {}
+    Result send(std::span<const std::byte> bytes) override { return socket_.send_all(bytes); }
+    Result receive(std::span<std::byte> into, Clock::time_point until) override {
+        return socket_.receive_exactly(into, until);
+    }
+    [[nodiscard]] Clock::time_point time_out() const override { return from_now(timeout_); }
+
+  private:
+    CBaseSocket& socket_;
+    std::chrono::milliseconds timeout_;
+};
+
+}  // namespace
+
+Result CBaseSocket::tunnel(const ProxyPlan& proxy, const TunnelTarget& target, std::uint16_t& port) {
+    SocketWire wire(*this, timeout_);
+    Result result;
+    if (proxy.kind == ProxyPlan::socks4) {
+        result = open_socks4(wire, log_, proxy, target, port);
+    } else if (proxy.kind == ProxyPlan::socks5) {
+        result = open_socks5(wire, log_, proxy, target, port);
+    } else if (proxy.kind == ProxyPlan::http_tunnel ||
+               (proxy.kind == ProxyPlan::http && target.want_connect)) {
+        result = open_connect(wire, log_, proxy, target);
+    }
+    if (result.ok()) return result;
+    if (result.code == Code::transient) log_.line(Direction::error, result.message());
+    if (target.close_on_failure) close();
+    return result;
 }
 
 Result CBaseSocket::send_all(std::span<const std::byte> bytes) {
     return node_->stream->write(bytes, from_now(timeout_));
 }
 
-Result CBaseSocket::receive_exactly(std::span<std::byte> into) {
-    const auto until = from_now(timeout_);
+Result CBaseSocket::receive_exactly(std::span<std::byte> into, Clock::time_point until) {
     while (!into.empty()) {
         const Moved moved = receive(into, until);
         switch (moved.state) {

@@ -1,7 +1,6 @@
 // One connection to one server: resolve, connect, tunnel, then bytes.
 #pragma once
 
-#include <array>
 #include <memory>
 #include <optional>
 #include <string>
@@ -12,6 +11,7 @@
 #include "transfer/connection/resolver.h"
 #include "transfer/connection/reuse.h"
 #include "transfer/connection/server_slots.h"
+#include "transfer/connection/tunnel.h"
 
 namespace vantlow {
 
@@ -23,15 +23,6 @@ struct ConnectionServices {
     ReusePool reuse;  // after the slots that its connections hold
 };
 
-/// The proxy that a connection goes through, as far as this folder needs to know it.
-struct ProxyPlan {
-    int kind = 0;  ///< 0 direct, 4 SOCKS4, 5 SOCKS5, 10 HTTP, 11 HTTP always tunnelling
-    std::string host;
-    std::uint16_t port = 0;
-    std::string user;  ///< in the ANSI code page
-    std::string password;
-};
-
 /// Everything that opening a connection needs to be told.
 struct ConnectPlan {
     std::string scheme;  ///< part of what makes a kept connection the right one
@@ -40,18 +31,8 @@ struct ConnectPlan {
     ProxyPlan proxy;
     std::chrono::milliseconds timeout{60000};  ///< of connecting and of each handshake read
     ServerLimits limits;
-    bool may_reuse = true;  ///< a connection kept from an earlier request will do
-};
-
-/// What a tunnel through a proxy is asked for.
-struct TunnelTarget {
-    std::uint8_t command = 1;             ///< 1 connect, 2 bind
-    std::array<std::uint8_t, 4> ipv4{};   ///< all zero: unknown
-    std::array<std::uint8_t, 16> ipv6{};  ///< all zero: absent
-    std::string host;                     ///< may be empty
-    std::uint16_t port = 0;
-    bool want_connect = false;  ///< a CONNECT tunnel through a proxy of kind 10 too
-    bool close_on_failure = true;
+    bool may_reuse = true;      ///< a connection kept from an earlier request will do
+    bool want_connect = false;  ///< a proxy of kind 10 is asked for a tunnel too: for all but HTTP requests
 };
 
 /// The base of the objects that talk over TCP. Belongs to the one thread that made it.
@@ -76,21 +57,25 @@ class CBaseSocket {
     Moved receive(std::span<std::byte> into, Clock::time_point until) { return paced_->read(into, until); }
     /// Sends the whole buffer or fails.
     Result send_all(std::span<const std::byte> bytes);
-    /// Reads exactly that many bytes within the time-out; `transient` when the peer closed or the time
-    /// passed.
-    Result receive_exactly(std::span<std::byte> into);
+    /// Reads exactly that many bytes within the time-out, or before `until`; `transient` when the peer closed
+    /// or the time passed.
+    Result receive_exactly(std::span<std::byte> into) { return receive_exactly(into, from_now(timeout_)); }
+    Result receive_exactly(std::span<std::byte> into, Clock::time_point until);
     Result receive_byte(std::byte& into) { return receive_exactly({&into, 1}); }
 
   protected:
     /// Opens a tunnel through the connected proxy before the protocol speaks. `port` gets the port that the
-    /// proxy reports. A direct connection, and a proxy that needs no tunnel, are a success at once.
+    /// proxy reports. A direct connection, and a proxy that needs no tunnel, are a success at once. Failures:
+    /// see tunnel.h; the connection is closed then where the target says so.
     virtual Result tunnel(const ProxyPlan& proxy, const TunnelTarget& target, std::uint16_t& port);
 
     LogSink& log() noexcept { return log_; }
 
   private:
     Result take_slot(const std::string& server, const ServerLimits& limits, ServerSlots::Slot& slot);
-    Result connect_new(const ConnectPlan& plan, const std::string& server);
+    Result connect_new(const ConnectPlan& plan);
+    Outcome<std::vector<SocketAddress>> resolve(const std::string& host, std::uint16_t port);
+    Result open_tunnel(const ConnectPlan& plan);
     void use(std::unique_ptr<CReuseNode> node);
 
     ConnectionServices& services_;

@@ -74,7 +74,7 @@ HttpRequest make_request(const SourcePlan& plan, const Target& target, std::int6
     request.port = target.port;
     request.explicit_port = target.explicit_port;
     request.path = target.path;
-    request.through_proxy = plan.proxy.kind == 10;
+    request.through_proxy = plan.proxy.takes_requests(target.scheme == "https");
     request.proxy_user = plan.proxy.user;
     request.proxy_password = plan.proxy.password;
     request.referer = to_ansi(plan.referer);
@@ -103,6 +103,7 @@ Result HttpSource::ask(const SourcePlan& plan, const Target& target, std::int64_
     connect.proxy = plan.proxy;
     connect.timeout = plan.timeout;
     connect.limits = plan.limits;
+    connect.want_connect = target.scheme == "https";
     const HttpRequest request = make_request(plan, target, offset);
     Result result = conversation_.ask(connect, request, head);
     if (result.ok() && head.status == 400 && socket_.is_reused()) {

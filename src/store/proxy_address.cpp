@@ -1,0 +1,60 @@
+#include "store/proxy_address.h"
+
+#include <algorithm>
+#include <array>
+
+#include "base/text.h"
+#include "store/address.h"
+
+namespace vantlow {
+namespace {
+
+struct Scheme {
+    std::u16string_view prefix;
+    std::int32_t kind;
+};
+
+// Of several names for one kind the first is the one that is written.
+constexpr std::array schemes{
+    Scheme{u"http://", CProxyNode::http},     Scheme{u"connect://", CProxyNode::http_tunnel},
+    Scheme{u"socks4://", CProxyNode::socks4}, Scheme{u"socks4a://", CProxyNode::socks4},
+    Scheme{u"socks5://", CProxyNode::socks5}, Scheme{u"socks5h://", CProxyNode::socks5},
+};
+constexpr std::int32_t socks_port = 1080;
+
+}  // namespace
+
+std::optional<CProxyNode> parse_proxy(std::u16string_view text) {
+    CProxyNode proxy;
+    proxy.kind = CProxyNode::http;
+    if (const auto colon = text.find(u"://"); colon != std::u16string_view::npos) {
+        const std::u16string_view prefix = text.substr(0, colon + 3);
+        const auto found = std::find_if(schemes.begin(), schemes.end(),
+                                        [&](const Scheme& one) { return iequals(one.prefix, prefix); });
+        if (found == schemes.end()) return std::nullopt;
+        proxy.kind = found->kind;
+        text.remove_prefix(colon + 3);
+    }
+    // What stands behind the scheme is read as any server part is.
+    const auto target = parse_target(u"http://" + std::u16string(text));
+    if (!target || target->path != "/") return std::nullopt;
+    const bool socks = proxy.kind == CProxyNode::socks4 || proxy.kind == CProxyNode::socks5;
+    proxy.host = to_utf16(target->host);
+    proxy.port = socks && !target->explicit_port ? socks_port : target->port;
+    proxy.user = target->user;
+    proxy.password = target->password;
+    return proxy;
+}
+
+std::u16string proxy_text(const CProxyNode& proxy) {
+    const auto found = std::find_if(schemes.begin(), schemes.end(),
+                                    [&](const Scheme& one) { return one.kind == proxy.kind; });
+    if (found == schemes.end()) return u"direct";
+    const bool literal = proxy.host.find(u':') != std::u16string::npos;
+    const std::u16string user =
+        proxy.user.empty() ? u"" : to_utf16(percent_encode_unsafe(to_utf8(proxy.user))) + u"@";
+    return std::u16string(found->prefix) + user + (literal ? u"[" + proxy.host + u"]" : proxy.host) + u":" +
+           to_utf16(std::to_string(proxy.port));
+}
+
+}  // namespace vantlow

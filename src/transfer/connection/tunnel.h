@@ -1,0 +1,73 @@
+// The handshakes that open a tunnel through a connected proxy.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <string>
+
+#include "base/log.h"
+#include "transfer/connection/stream.h"
+
+namespace vantlow {
+
+/// The proxy that a connection goes through, as far as this folder needs to know it.
+struct ProxyPlan {
+    enum : int { direct = 0, socks4 = 4, socks5 = 5, http = 10, http_tunnel = 11 };
+
+    int kind = direct;  ///< any other value than those above is a direct connection too
+    std::string host;
+    std::uint16_t port = 0;
+    std::string user;  ///< in the ANSI code page; empty: none
+    std::string password;
+    /// Names are turned into addresses here, not by the proxy (SOCKS only).
+    bool resolve_here = false;
+
+    /// True when there is a proxy at all.
+    [[nodiscard]] bool is_used() const noexcept {
+        return kind == socks4 || kind == socks5 || kind == http || kind == http_tunnel;
+    }
+    /// True when requests for such an address go to the proxy itself, in their absolute form.
+    [[nodiscard]] bool takes_requests(bool secure) const noexcept { return kind == http && !secure; }
+};
+
+/// What a tunnel through a proxy is asked for.
+struct TunnelTarget {
+    std::uint8_t command = 1;             ///< 1 connect, 2 bind
+    std::array<std::uint8_t, 4> ipv4{};   ///< network order; all zero: unknown
+    std::array<std::uint8_t, 16> ipv6{};  ///< all zero: absent
+    std::string host;                     ///< without brackets; may be empty
+    std::uint16_t port = 0;
+    bool want_connect = false;  ///< a CONNECT tunnel through a proxy of kind 10 too
+    bool close_on_failure = true;
+};
+
+/// A connected proxy: what a handshake reads and writes. Each wait has the connection's time-out.
+class ProxyWire {
+  public:
+    ProxyWire() = default;
+    ProxyWire(const ProxyWire&) = delete;
+    ProxyWire& operator=(const ProxyWire&) = delete;
+    virtual ~ProxyWire() = default;
+
+    /// All of it, or `transient`.
+    virtual Result send(std::span<const std::byte> bytes) = 0;
+    /// Exactly that many before `until`; `transient` when the proxy closed or the time passed.
+    virtual Result receive(std::span<std::byte> into, Clock::time_point until) = 0;
+    /// A time-out from now.
+    [[nodiscard]] virtual Clock::time_point time_out() const = 0;
+};
+
+// Each of these speaks one handshake, byte values logged, so that a person can see where it stopped. `port`
+// gets the port that the proxy reports. `transient` when the proxy closed or was silent, `tunnel_refused`
+// when the request cannot be made or a repetition will not mend the refusal, else `proxy_refused`.
+
+/// SOCKS4, and SOCKS4a for a name without an address.
+Result open_socks4(ProxyWire& wire, LogSink& log, const ProxyPlan& proxy, const TunnelTarget& target,
+                   std::uint16_t& port);
+/// SOCKS5 (RFC 1928) without authentication or with user name and password (RFC 1929).
+Result open_socks5(ProxyWire& wire, LogSink& log, const ProxyPlan& proxy, const TunnelTarget& target,
+                   std::uint16_t& port);
+/// HTTP CONNECT (RFC 9110, 9.3.6).
+Result open_connect(ProxyWire& wire, LogSink& log, const ProxyPlan& proxy, const TunnelTarget& target);
+
+}  // namespace vantlow
