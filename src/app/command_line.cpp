@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "app/get_command.h"
+#include "app/link_commands.h"
 #include "app/version_command.h"
 #include "base/text.h"
 
@@ -11,6 +12,7 @@ namespace {
 
 void add_commands(CommandSet& commands) {
     add_get_command(commands);
+    add_link_commands(commands);
 }
 
 void add_global_options(CLI::App& app, GlobalOptions& global, std::string& data_folder,
