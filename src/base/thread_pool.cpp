@@ -27,18 +27,21 @@ void ThreadPool::start(Running& running, std::function<void()> work) {
     running.pool_ = this;
     running.work_ = std::make_shared<Running::Work>();
     running.work_->run = std::move(work);
-    const std::lock_guard guard(mutex_);
-    if (idle_.empty()) {
-        workers_.push_back(std::make_unique<Worker>());
-        Worker& worker = *workers_.back();
-        worker.next = running.work_;
-        worker.thread = std::thread([this, &worker] { serve(worker); });
-        return;
+    Worker* worker = nullptr;
+    {
+        const std::lock_guard guard(mutex_);
+        if (idle_.empty()) {
+            workers_.push_back(std::make_unique<Worker>());
+            worker = workers_.back().get();
+            worker->next = running.work_;
+            worker->thread = std::thread([this, worker] { serve(*worker); });
+            return;
+        }
+        worker = idle_.back();
+        idle_.pop_back();
+        worker->next = running.work_;
     }
-    Worker& worker = *idle_.back();
-    idle_.pop_back();
-    worker.next = running.work_;
-    worker.woken.notify_one();
+    worker->woken.notify_one();  // outside the lock, which it would only wake up to wait for
 }
 
 void ThreadPool::serve(Worker& worker) {
@@ -53,7 +56,9 @@ void ThreadPool::serve(Worker& worker) {
         guard.lock();
         work->done = true;
         idle_.push_back(&worker);
+        guard.unlock();
         work->ended.notify_all();
+        guard.lock();
     }
 }
 

@@ -74,13 +74,14 @@ Result CTransferMainThread::response_accepted(CTransferSubThread& asker, const S
         notice_.clear();
         news_there_ = true;
     }
-    bool known = false;
+    std::int64_t size = 0;
     {
         const std::lock_guard guard(lock_);
-        known = job_.file_size > 0 && !only_one_;
+        size = only_one_ ? 0 : job_.file_size;
     }
-    size_reported_ = known && !encoded_ && !answer.ranges_denied;
-    news_.notify_all();
+    size_reported_ = size > 0 && !encoded_ && !answer.ranges_denied;
+    // A file that nobody else could take a part of is no reason to wake the main thread.
+    if (size > services_.settings.number(setting::split_size)) news_.notify_all();
     return {};
 }
 
