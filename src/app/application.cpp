@@ -1,5 +1,7 @@
 #include "app/application.h"
 
+#include "app/job_runner.h"
+#include "app/store_command.h"
 #include "platform/file.h"
 #include "platform/process.h"
 #include "platform/socket.h"
@@ -23,8 +25,27 @@ bool CFerrywellApp::start(const StartOptions& options, std::string& error) {
     user_name_ = user_logon_name();
     const DataFolderSources sources{settings_->text(u"Settings", u"DataFolder"), program_file_, user_name_,
                                     user_data_folder(), path_separator()};
-    data_folder_ = options.data_folder.empty() ? vantlow::data_folder(sources) : options.data_folder;
+    folder_named_ = !options.data_folder.empty();
+    data_folder_ = folder_named_ ? absolute_path(options.data_folder)
+                                 : absolute_path(writable_data_folder(sources, can_write_below));
     return true;
+}
+
+JobStore* CFerrywellApp::job_store(std::string& error) {
+    if (store_) return store_.get();
+    store_ = JobStore::open({data_folder_, user_download_folder(), folder_lock_.is_mine()}, error);
+    if (!store_) return nullptr;
+    // What was rescued is made safe before anything else happens to it.
+    std::string failure;
+    const bool rescued = store_->is_dirty() && !store_->notes().empty() && folder_lock_.is_mine();
+    if (rescued && !store_->save(*settings_, failure)) complain(failure);
+    for (const std::string& note : store_->notes()) complain(note);
+    return store_.get();
+}
+
+bool CFerrywellApp::save_store(std::string& error) {
+    if (!store_ || !store_->is_dirty()) return true;
+    return runner_ != nullptr ? runner_->save_soon(error) : store_->save(*settings_, error);
 }
 
 }  // namespace vantlow

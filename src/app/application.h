@@ -6,6 +6,8 @@
 
 #include "platform/stop.h"
 #include "runtime/tables.h"
+#include "store/data_folder_lock.h"
+#include "store/job_store.h"
 #include "store/settings.h"
 
 namespace vantlow {
@@ -15,6 +17,8 @@ struct StartOptions {
     std::u16string settings_file;  ///< empty: the user's own store
     std::u16string data_folder;    ///< empty: as the settings say
 };
+
+class JobRunner;
 
 /// Lives for the whole process. Libraries stay loaded until it ends.
 class CFerrywellApp {
@@ -37,6 +41,21 @@ class CFerrywellApp {
     /// The language file that the settings name ("name.lng"); empty for the built-in texts.
     [[nodiscard]] const std::u16string& language_file() const noexcept { return language_file_; }
 
+    /// True when the command line or the environment named the data folder.
+    [[nodiscard]] bool is_folder_named() const noexcept { return folder_named_; }
+
+    /// The lock of the data folder, held by commands that work on it.
+    [[nodiscard]] DataFolderLock& folder_lock() noexcept { return folder_lock_; }
+    /// The job store of the data folder, loaded by the first call, which also tells on stderr what the
+    /// loading has to tell. Null, with the reason in `error`, when it cannot be had. The calling thread owns
+    /// it.
+    JobStore* job_store(std::string& error);
+    /// Saves the store where something changed.
+    bool save_store(std::string& error);
+    /// Who runs the jobs of this process; null when nobody does.
+    [[nodiscard]] JobRunner* runner() noexcept { return runner_; }
+    void set_runner(JobRunner* runner) noexcept { runner_ = runner; }
+
   private:
     StopSource stop_;
     std::unique_ptr<Settings> settings_;
@@ -46,6 +65,10 @@ class CFerrywellApp {
     std::u16string user_name_;
     std::u16string data_folder_;
     std::u16string language_file_;
+    bool folder_named_ = false;
+    DataFolderLock folder_lock_;
+    std::unique_ptr<JobStore> store_;
+    JobRunner* runner_ = nullptr;
 };
 
 }  // namespace vantlow

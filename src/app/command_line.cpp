@@ -3,7 +3,7 @@
 #include <utility>
 
 #include "app/get_command.h"
-#include "app/link_commands.h"
+#include "app/store_commands.h"
 #include "app/version_command.h"
 #include "base/text.h"
 
@@ -12,7 +12,12 @@ namespace {
 
 void add_commands(CommandSet& commands) {
     add_get_command(commands);
-    add_link_commands(commands);
+    add_add_command(commands);
+    add_list_commands(commands);
+    add_steer_commands(commands);
+    add_category_commands(commands);
+    add_list_file_commands(commands);
+    add_settings_commands(commands);
 }
 
 void add_global_options(CLI::App& app, GlobalOptions& global, std::string& data_folder,
@@ -77,6 +82,7 @@ Command parse_command_line(const std::vector<std::string>& words) {
         }
     }
     command.run = chosen->run;
+    command.on_data_folder = chosen->on_data_folder;
     return command;
 }
 

@@ -5,6 +5,7 @@
 
 #include <functional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "app/application.h"
@@ -33,10 +34,25 @@ class CommandSet {
     /// A word that needs one of the words below it.
     CLI::App& add_group(const std::string& word, const std::string& description);
 
+    /// The same for a command that works on the data folder: it runs in the process that owns the folder. Its
+    /// words are handed to that process where there is one; so it writes through write_stream, takes paths
+    /// through absolute_path and standard input through read_standard_input, all on the calling thread.
+    CLI::App& add_on_data_folder(const std::string& word, const std::string& description, CommandRun run,
+                                 std::function<Complaint()> check = {}) {
+        return add_on_data_folder(root_, word, description, std::move(run), std::move(check));
+    }
+    CLI::App& add_on_data_folder(CLI::App& parent, const std::string& word, const std::string& description,
+                                 CommandRun run, std::function<Complaint()> check = {}) {
+        CLI::App& added = add_below(parent, word, description, std::move(run), std::move(check));
+        entries_.back().on_data_folder = true;
+        return added;
+    }
+
     struct Entry {
         CLI::App* word;
         CommandRun run;
         std::function<Complaint()> check;
+        bool on_data_folder = false;
     };
     /// After parsing: the command that was asked for; null when none was.
     [[nodiscard]] const Entry* chosen() const;

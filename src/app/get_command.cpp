@@ -1,6 +1,5 @@
 #include "app/get_command.h"
 
-#include <iostream>
 #include <optional>
 
 #include "app/get_output.h"
@@ -76,25 +75,29 @@ void add_lines(std::string_view text, std::vector<std::string>& links) {
     }
 }
 
+}  // namespace
+
+Complaint read_run_options(const GetOptions& options, RunOptions& run) {
+    Complaint complaint = read_hash(options, run);
+    return complaint ? complaint : read_proxy(options, run);
+}
+
 Complaint read_links(const GetOptions& options, std::vector<std::string>& links) {
     links = options.links;
     if (options.input_file.empty()) return std::nullopt;
     if (options.input_file == "-") {
-        std::string line;
-        std::string text;
-        while (text.size() < largest_list && std::getline(std::cin, line)) text += line + "\n";
-        add_lines(text, links);
+        add_lines(read_standard_input(largest_list), links);
         return std::nullopt;
     }
     std::vector<std::byte> bytes;
-    if (const FileError error = read_file(to_utf16(options.input_file), largest_list, bytes); !error.ok()) {
+    const std::u16string path = absolute_path(to_utf16(options.input_file));
+    if (const FileError error = read_file(path, largest_list, bytes); !error.ok()) {
         return options.input_file + ": " + error.text();
     }
     add_lines({reinterpret_cast<const char*>(bytes.data()), bytes.size()}, links);
     return std::nullopt;
 }
 
-// The user's .netrc, read when the first job asks for it.
 CredentialLookup netrc_lookup() {
     auto entries = std::make_shared<std::optional<Netrc>>();
     return [entries](const std::string& host) -> std::optional<NetrcEntry> {
@@ -110,6 +113,8 @@ CredentialLookup netrc_lookup() {
         return find_netrc(**entries, host);
     };
 }
+
+namespace {
 
 // The status of all jobs together: that of the only failure, or the one that all failures share.
 class StatusOfAll {
@@ -140,8 +145,7 @@ Exit run_get(CFerrywellApp& app, const GlobalOptions& global, const GetOptions& 
     run.default_agent = u"Vantlow/" + app.version();
     std::vector<std::string> links;
     Complaint complaint = apply_settings(app.settings(), options);
-    if (!complaint) complaint = read_hash(options, run);
-    if (!complaint) complaint = read_proxy(options, run);
+    if (!complaint) complaint = read_run_options(options, run);
     if (!complaint) complaint = read_links(options, links);
     if (complaint) {
         output.complain(*complaint);
@@ -159,7 +163,7 @@ Exit run_get(CFerrywellApp& app, const GlobalOptions& global, const GetOptions& 
         const auto file_jobs = [&](MadeJobs made) {
             if (!made.complaint.empty()) {
                 output.complain(made.complaint);
-                all.add(Code::invalid_url);
+                all.add(Code::unsupported);
             }
             for (JobRequest& request : made.jobs) {
                 const CJobQueue::Id id = queue.next_id();

@@ -3,6 +3,7 @@
 #include <vector>
 
 #include "app/command_line.h"
+#include "app/dispatch.h"
 #include "base/text.h"
 #include "platform/console.h"
 #include "platform/process.h"
@@ -27,7 +28,7 @@ int run(const std::vector<std::string>& words) {
         write_stream(Stream::error, "vantlow: " + *complaint + "\n");
         return static_cast<int>(Exit::usage);
     }
-    return static_cast<int>(command.run(app, command.global));
+    return static_cast<int>(run_command(app, command));
 }
 
 }  // namespace

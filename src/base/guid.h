@@ -5,6 +5,10 @@
 #include <compare>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+#include <string_view>
 
 namespace vantlow {
 
@@ -22,6 +26,23 @@ struct Guid {
             guid.bytes[8 + i] = static_cast<std::uint8_t>(second >> (8 * i));
         }
         return guid;
+    }
+};
+
+/// The usual text of a GUID, "xxxxxxxx-xxxx-xxxx-xxxx-xxxxxxxxxxxx" in lower case; the first three groups are
+/// little-endian numbers in the bytes, as on Windows.
+std::string guid_text(const Guid& guid);
+
+/// The text without what people write differently: lower case, no braces, no hyphens. None when something
+/// else than up to 32 hexadecimal digits is left.
+std::optional<std::string> guid_digits(std::string_view text);
+
+/// The GUID of 32 digits in the order of guid_text(); none for fewer.
+std::optional<Guid> guid_from_digits(std::string_view digits);
+
+struct GuidHash {
+    std::size_t operator()(const Guid& guid) const noexcept {
+        return std::hash<std::string_view>{}({reinterpret_cast<const char*>(guid.bytes.data()), 16});
     }
 };
 

@@ -1,6 +1,8 @@
 // The terminal: what stdout and stderr are, how wide, and Ctrl-C.
 #pragma once
 
+#include <cstddef>
+#include <string>
 #include <string_view>
 
 namespace vantlow {
@@ -15,6 +17,9 @@ int terminal_width(Stream stream) noexcept;
 bool prepare_terminal(Stream stream) noexcept;
 /// Writes UTF-8 text whole, at once, unbuffered. Failures are ignored: there is nobody to tell.
 void write_stream(Stream stream, std::string_view text) noexcept;
+
+/// Standard input up to its end, at most `at_most` bytes of it.
+std::string read_standard_input(std::size_t at_most);
 
 /// Calls `on_interrupt` (from a thread of its own, one call at a time, count from 1) for each Ctrl-C,
 /// SIGTERM, console close or log-off until the object ends. One object at a time.

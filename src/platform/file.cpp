@@ -64,6 +64,16 @@ FileError make_folders(const std::u16string& path) {
     return make_one_folder(path);
 }
 
+bool can_write_below(const std::u16string& folder) {
+    std::u16string there = folder;
+    while (path_kind(there) == PathKind::none) {
+        const std::u16string above = folder_of(there);
+        if (above.empty() || above == there) return false;
+        there = above;
+    }
+    return path_kind(there) == PathKind::folder && can_write_folder(there);
+}
+
 FileError read_file(const std::u16string& path, std::size_t at_most, std::vector<std::byte>& bytes) {
     bytes.clear();
     File file;

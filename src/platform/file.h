@@ -94,6 +94,9 @@ FileError rename_no_replace(const std::u16string& from, const std::u16string& to
 FileError rename_replace(const std::u16string& from, const std::u16string& to) noexcept;
 /// Makes the folder and those above it; fine when it is there.
 FileError make_folders(const std::u16string& path);
+/// True when the folder, or the nearest one above it that is there, can be written. Changes nothing that
+/// stays.
+bool can_write_below(const std::u16string& folder);
 /// Makes renames, new and removed names in the folder survive a power cut. Nothing on Windows, whose file
 /// systems log them.
 FileError sync_folder(const std::u16string& path) noexcept;

@@ -18,6 +18,9 @@ inline FileError ask_hook(FileOperation operation, std::u16string_view path, std
     return hook == nullptr ? FileError{} : hook->before(operation, path, offset, length);
 }
 
+/// True when files can be made in a folder that is there.
+bool can_write_folder(const std::u16string& folder);
+
 /// Makes one folder; fine when it is there.
 FileError make_one_folder(const std::u16string& path);
 

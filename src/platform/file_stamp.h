@@ -8,7 +8,7 @@ namespace vantlow {
 
 struct FileStamp {
     bool there = false;
-    std::int64_t modified = 0;  ///< in the system's own unit
+    std::int64_t modified = 0;  ///< nanoseconds since 1970
     std::int64_t size = 0;
     std::uint64_t identity = 0;  ///< inode or file index
     bool operator==(const FileStamp&) const = default;

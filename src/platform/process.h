@@ -33,6 +33,11 @@ std::string_view platform_name() noexcept;
 /// Sets the thread locale to the system's default locale.
 void set_default_locale() noexcept;
 
+/// Today's date as the user writes short dates ("25.11.2026"); never empty.
+std::u16string short_date_today();
+/// The folder that the user's downloads go to: the system's, or the home folder where none is set.
+std::u16string user_download_folder();
+
 /// Ends the process now, without running anything else: for the second Ctrl-C, and for the end when a thread
 /// is stuck inside the operating system. Streams must have been flushed.
 [[noreturn]] void end_process(int status) noexcept;

@@ -7,6 +7,26 @@
 namespace vantlow {
 namespace {
 
+// "/Downloading/Music/Live", so that a path from below the root is a tail of it that begins at a "/".
+std::u16string path_of(const CClassNode& node) {
+    std::u16string path;
+    for (const CClassNode* at = &node; at != nullptr; at = at->parent) path = u"/" + at->name + path;
+    return path;
+}
+
+bool is_below(const CClassNode& node, const CClassNode& above) noexcept {
+    for (const CClassNode* at = &node; at != nullptr; at = at->parent) {
+        if (at == &above) return true;
+    }
+    return false;
+}
+
+auto place_of(const CClassNode& child) {
+    auto& children = child.parent->children;
+    return std::find_if(children.begin(), children.end(),
+                        [&](const auto& entry) { return entry.get() == &child; });
+}
+
 bool name_less(std::u16string_view a, std::u16string_view b) noexcept {
     return std::lexicographical_compare(a.begin(), a.end(), b.begin(), b.end(), [](char16_t x, char16_t y) {
         return ascii_lower(x) < ascii_lower(y);
@@ -83,6 +103,75 @@ CJobNode& CategoryTree::file(std::unique_ptr<CJobNode> job) {
     if (category == nullptr) category = root_.get();
     job->category = category->identity;
     return *category->jobs.emplace_back(std::move(job));
+}
+
+std::vector<CClassNode*> CategoryTree::all() {
+    std::vector<CClassNode*> found;
+    std::vector<CClassNode*> ahead;
+    if (root_) ahead.push_back(root_.get());
+    while (!ahead.empty()) {
+        CClassNode* node = ahead.back();
+        ahead.pop_back();
+        found.push_back(node);
+        for (auto child = node->children.rbegin(); child != node->children.rend(); ++child) {
+            ahead.push_back(child->get());
+        }
+    }
+    return found;
+}
+
+std::vector<CClassNode*> CategoryTree::find_named(std::u16string_view name) {
+    std::vector<CClassNode*> exact;
+    std::vector<CClassNode*> alike;
+    std::vector<CClassNode*> by_path;
+    const std::u16string tail = u"/" + std::u16string(name);
+    for (CClassNode* node : all()) {
+        if (node->name == name) exact.push_back(node);
+        if (iequals(node->name, name)) alike.push_back(node);
+        if (name.find(u'/') == std::u16string_view::npos) continue;
+        const std::u16string path = path_of(*node);
+        if (path.size() >= tail.size() &&
+            iequals(std::u16string_view(path).substr(path.size() - tail.size()), tail)) {
+            by_path.push_back(node);
+        }
+    }
+    if (!exact.empty()) return exact;
+    return alike.empty() ? by_path : alike;
+}
+
+bool CategoryTree::move(CClassNode& node, CClassNode& parent, Place place) {
+    if (node.parent == nullptr || is_below(parent, node)) return false;
+    const auto at = place_of(node);
+    std::unique_ptr<CClassNode> moved = std::move(*at);
+    node.parent->children.erase(at);
+    insert(std::move(moved), &parent, place);
+    return true;
+}
+
+bool CategoryTree::remove(CClassNode& node) {
+    CClassNode* parent = node.parent;
+    if (parent == nullptr) return false;
+    for (auto& job : node.jobs) {
+        job->category = parent->identity;
+        parent->jobs.push_back(std::move(job));
+    }
+    auto at = place_of(node);
+    const std::unique_ptr<CClassNode> gone = std::move(*at);
+    at = parent->children.erase(at);
+    for (auto& child : gone->children) {
+        child->parent = parent;
+        at = std::next(parent->children.insert(at, std::move(child)));
+    }
+    gone->children.clear();
+    return true;
+}
+
+std::unique_ptr<CJobNode> CategoryTree::take(CClassNode& category, const CJobNode& job) {
+    const auto at = std::find_if(category.jobs.begin(), category.jobs.end(),
+                                 [&](const auto& entry) { return entry.get() == &job; });
+    std::unique_ptr<CJobNode> taken = std::move(*at);
+    category.jobs.erase(at);
+    return taken;
 }
 
 CategoryTree CategoryTree::with_defaults(const std::u16string& folder, const Guid& completed) {

@@ -49,6 +49,20 @@ class CategoryTree {
     /// Files the job under the category whose GUID it carries; under the root, whose GUID it then takes, when
     /// there is no such category. Needs a root.
     CJobNode& file(std::unique_ptr<CJobNode> job);
+    /// The category of this path ("Music/Live", from below the root, or with the root's name in front) or of
+    /// this name alone, letter case ignored where no name is written just so. Empty: none has it; several:
+    /// the name is not enough.
+    [[nodiscard]] std::vector<CClassNode*> find_named(std::u16string_view name);
+    /// All categories, each before those below it.
+    [[nodiscard]] std::vector<CClassNode*> all();
+    /// Puts a category with all that is below it under another one. False when that is the category itself or
+    /// below it, or when the category is the root.
+    bool move(CClassNode& node, CClassNode& parent, Place place = Place::last);
+    /// Removes a category: its jobs go to the one above it, behind those that are there, and its
+    /// sub-categories take its place. False for the root.
+    bool remove(CClassNode& node);
+    /// Takes a job out of its category's list. The job must be in it.
+    static std::unique_ptr<CJobNode> take(CClassNode& category, const CJobNode& job);
     /// What a first start begins with: "Downloading" (zero GUID) with "Completed" under it.
     static CategoryTree with_defaults(const std::u16string& folder, const Guid& completed);
 

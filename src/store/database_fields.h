@@ -4,6 +4,9 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
+
+#include "base/digest.h"
 
 namespace vantlow::database_fields {
 
@@ -23,6 +26,11 @@ inline constexpr std::uint8_t state_tag = 0x54;        // T
 inline constexpr std::uint8_t etag_value = 0x45;           // E
 inline constexpr std::uint8_t last_modified_value = 0x4D;  // M
 inline constexpr std::uint8_t cookie_value = 0x43;         // C, UTF-16LE
+inline constexpr std::uint8_t proxy_value = 0x50;          // P, UTF-16LE
+inline constexpr std::uint8_t mirror_value = 0x41;         // A, UTF-16LE, one for each address
+inline constexpr std::uint8_t size_value = 0x53;           // S, i64
+inline constexpr std::uint8_t hash_value = 0x48;           // H: u8 kind of digest, then the digest
+inline constexpr std::uint8_t pieces_value = 0x47;         // G: u8 kind, i64 length, then the digests
 
 // Bytes of the second group that have no meaning: zero.
 inline constexpr std::size_t unused_block = 16;            // field 2
@@ -35,6 +43,16 @@ inline constexpr std::size_t unused_segment_pair = 2 * 8;  // segment fields 6 a
 inline constexpr std::size_t smallest_job = 83 + 152 + 4 + 1;
 inline constexpr std::size_t smallest_segment = 118;
 inline constexpr std::size_t schedule_size = 1 + 4 + 4 + 8;
+
+// Kinds of digests: md5 1, sha1 2, sha256 3.
+constexpr std::uint8_t digest_number(DigestKind kind) noexcept {
+    return static_cast<std::uint8_t>(static_cast<int>(kind) + 1);
+}
+constexpr std::optional<DigestKind> digest_of_number(std::uint8_t number) noexcept {
+    if (number < 1 || number > 3) return std::nullopt;
+    return static_cast<DigestKind>(number - 1);
+}
+static_assert(digest_number(DigestKind::md5) == 1 && digest_number(DigestKind::sha256) == 3);
 
 /// Bytes of a bit map.
 constexpr std::size_t bit_map_size(std::int32_t bits) noexcept {

@@ -189,9 +189,49 @@ void read_bit_map(FieldReader& in, CJobNode& job) {
                    [](std::byte byte) { return std::to_integer<std::uint8_t>(byte); });
 }
 
+// Digests that are not as long as their kind says are none.
+void read_hash(FieldReader& block, std::size_t length, JobSources& sources) {
+    FieldReader value(block.take(length));
+    const auto kind = fields::digest_of_number(value.u8());
+    const auto digest = value.take(value.left());
+    if (!value.ok() || !kind || digest.size() != digest_size(*kind)) return;
+    sources.whole = ExpectedHash{*kind, {digest.begin(), digest.end()}};
+}
+
+void read_pieces(FieldReader& block, std::size_t length, JobSources& sources) {
+    FieldReader value(block.take(length));
+    const auto kind = fields::digest_of_number(value.u8());
+    const std::int64_t piece = value.i64();
+    const auto hashes = value.take(value.left());
+    if (!value.ok() || !kind || piece <= 0 || hashes.size() % digest_size(*kind) != 0) return;
+    sources.pieces = PieceHashes{*kind, piece, {hashes.begin(), hashes.end()}};
+}
+
+// True when the value was one of those that say where the bytes are to be had.
+bool read_source_value(FieldReader& block, std::uint8_t kind, std::size_t length, JobSources& sources) {
+    switch (kind) {
+        case fields::mirror_value:
+            sources.mirrors.push_back(block.wide(length));
+            return true;
+        case fields::size_value:
+            if (length != 8) return false;
+            sources.size = block.i64();
+            return true;
+        case fields::hash_value:
+            read_hash(block, length, sources);
+            return true;
+        case fields::pieces_value:
+            read_pieces(block, length, sources);
+            return true;
+        default:
+            return false;
+    }
+}
+
 void read_state(FieldReader& in, CJobNode& job) {
     const std::size_t size = in.u32();
     FieldReader block(in.take(size));
+    std::shared_ptr<JobSources> sources;
     while (block.ok() && block.left() > 0) {
         const std::uint8_t kind = block.u8();
         const std::size_t length = block.u32();
@@ -205,11 +245,21 @@ void read_state(FieldReader& in, CJobNode& job) {
             case fields::cookie_value:
                 job.cookie = block.wide(length);
                 break;
-            default:
-                block.skip(length);
+            case fields::proxy_value:
+                job.proxy = block.wide(length);
+                break;
+            default: {
+                auto told = sources ? sources : std::make_shared<JobSources>();
+                if (read_source_value(block, kind, length, *told)) {
+                    sources = std::move(told);
+                } else {
+                    block.skip(length);
+                }
+            }
         }
     }
     if (!block.ok()) in.spoil();
+    job.sources = std::move(sources);
 }
 
 // Null when the record is cut short or damaged.

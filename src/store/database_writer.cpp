@@ -161,26 +161,67 @@ void write_schedule(FieldWriter& out, const CJobNode& job) {
     }
 }
 
-void write_state(FieldWriter& out, const CJobNode& job) {
-    constexpr std::size_t value_head = 1 + 4;
-    const std::array narrow{
-        std::pair(fields::etag_value, std::string_view(job.validators.etag)),
-        std::pair(fields::last_modified_value, std::string_view(job.validators.last_modified))};
-    std::size_t size = job.cookie.empty() ? 0 : value_head + job.cookie.size() * 2;
-    for (const auto& [kind, value] : narrow) size += value.empty() ? 0 : value_head + value.size();
-    if (size == 0) return;
-    out.u8(fields::state_tag);
-    out.count(size);
-    for (const auto& [kind, value] : narrow) {
-        if (value.empty()) continue;
-        out.u8(kind);
-        out.count(value.size());
-        out.raw(value.data(), value.size());
+/// The values of the block tagged T, each with its kind and its length in front.
+class StateWriter {
+  public:
+    explicit StateWriter(FieldWriter& out) : out_(out) {}
+
+    void narrow(std::uint8_t kind, std::string_view value) {
+        if (value.empty()) return;
+        head(kind, value.size());
+        out_.raw(value.data(), value.size());
     }
-    if (job.cookie.empty()) return;
-    out.u8(fields::cookie_value);
-    out.count(job.cookie.size() * 2);
-    out.wide(job.cookie);
+    void wide(std::uint8_t kind, std::u16string_view value) {
+        if (value.empty()) return;
+        head(kind, value.size() * 2);
+        out_.wide(value);
+    }
+    void sources(const JobSources& sources) {
+        for (const std::u16string& mirror : sources.mirrors) wide(fields::mirror_value, mirror);
+        if (sources.size >= 0) {
+            head(fields::size_value, 8);
+            out_.i64(sources.size);
+        }
+        if (sources.whole) {
+            head(fields::hash_value, 1 + sources.whole->digest.size());
+            out_.u8(fields::digest_number(sources.whole->kind));
+            out_.raw(sources.whole->digest.data(), sources.whole->digest.size());
+        }
+        if (sources.pieces) {
+            head(fields::pieces_value, 1 + 8 + sources.pieces->hashes.size());
+            out_.u8(fields::digest_number(sources.pieces->kind));
+            out_.i64(sources.pieces->length);
+            out_.raw(sources.pieces->hashes.data(), sources.pieces->hashes.size());
+        }
+    }
+
+  private:
+    void head(std::uint8_t kind, std::size_t length) {
+        out_.u8(kind);
+        out_.count(length);
+    }
+    FieldWriter& out_;
+};
+
+void write_values(FieldWriter& out, const CJobNode& job) {
+    StateWriter values(out);
+    values.narrow(fields::etag_value, job.validators.etag);
+    values.narrow(fields::last_modified_value, job.validators.last_modified);
+    values.wide(fields::cookie_value, job.cookie);
+    values.wide(fields::proxy_value, job.proxy);
+    if (job.sources) values.sources(*job.sources);
+}
+
+void write_state(FieldWriter& out, const CJobNode& job) {
+    const bool has_any = !job.validators.etag.empty() || !job.validators.last_modified.empty() ||
+                         !job.cookie.empty() || !job.proxy.empty() || job.sources;
+    if (!has_any) return;
+    FieldWriter counter(nullptr);
+    write_values(counter, job);
+    if (counter.written() == 0) return;
+    out.u8(fields::state_tag);
+    out.count(counter.written());
+    write_values(out, job);
 }
 
 void write_job(FieldWriter& out, const CJobNode& job, const Guid& category) {

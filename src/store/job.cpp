@@ -41,6 +41,7 @@ CJobNode::CJobNode(const CJobNode& other)
       password(other.password),
       agent(other.agent),
       cookie(other.cookie),
+      proxy(other.proxy),
       path(other.path),
       file_name(other.file_name),
       locally(other.locally),
@@ -71,6 +72,20 @@ CJobNode::CJobNode(const CJobNode& other)
     for (const auto& segment : other.segments) append_segment(segment->start, segment->end);
     schedule.reserve(other.schedule.size());
     for (const auto& entry : other.schedule) schedule.push_back(std::make_unique<CScheduleNode>(*entry));
+}
+
+std::unique_ptr<CJobNode> CJobNode::twin() const {
+    auto copy = std::make_unique<CJobNode>(*this);
+    copy->identity = identity;
+    for (std::size_t i = 0; i < segments.size(); ++i) {
+        const CJobSeg& from = *segments[i];
+        CJobSeg& to = *copy->segments[i];
+        to.start_time = from.start_time;
+        to.end_time = from.end_time;
+        to.first_block = from.first_block;
+        if (from.find_extra() != nullptr) to.extra() = *from.find_extra();
+    }
+    return copy;
 }
 
 CJobSeg& CJobNode::append_segment(std::int64_t start, std::int64_t end) {

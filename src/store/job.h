@@ -109,6 +109,9 @@ class CJobNode : public CQueueNode {
     CJobNode(const CJobNode& other);
     CJobNode& operator=(const CJobNode&) = delete;
     ~CJobNode() override = default;
+    /// The same job once more, identity and everything of its segments but their workers included: what is
+    /// saved, or handed to who runs it.
+    [[nodiscard]] std::unique_ptr<CJobNode> twin() const;
 
     Guid identity;  ///< of the job itself; zero until it is filed
     Guid category;  ///< of the category that it is filed under
@@ -121,6 +124,7 @@ class CJobNode : public CQueueNode {
     std::u16string password;
     std::u16string agent;
     std::u16string cookie;  ///< the job's own cookies, "name=value; name=value"
+    std::u16string proxy;   ///< the job's own proxy as an address; empty: as the settings say
     /// The local path, folder and file name; ends with a separator while only the folder is known.
     std::u16string path;
     std::u16string file_name;       ///< a name that was asked for; empty: the server or the address gives one

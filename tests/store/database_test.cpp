@@ -75,6 +75,11 @@ std::string full_layout() {
     state.raw("E").n(4, 8).raw("W/\"\xE4tag\"").raw("M").n(4, 29).raw("Tue, 01 Jan 2030 00:00:00 GMT");
     state.raw("C").n(4, 16);
     for (const char16_t c : std::u16string(u"a=b; c=\u20AC")) state.n(2, c);
+    state.raw("P").n(4, 24);
+    for (const char16_t c : std::u16string(u"socks5://p:1")) state.n(2, c);
+    state.raw("A").n(4, 2).n(2, 'm').raw("A").n(4, 2).n(2, 'n').raw("S").n(4, 8).n(8, 620);
+    state.raw("H").n(4, 17).n(1, 1).raw(std::string(16, 'h'));
+    state.raw("G").n(4, 49).n(1, 2).n(8, 621).raw(std::string(40, 'p'));
     out.raw("T").n(4, static_cast<std::int64_t>(state.bytes.size())).raw(state.bytes).raw("]");
     return out.bytes;
 }

@@ -23,6 +23,13 @@ inline std::unique_ptr<CJobNode> full_job() {
     job->password = u"secret";
     job->agent = u"agent/1";
     job->cookie = u"a=b; c=\u20AC";
+    job->proxy = u"socks5://p:1";
+    JobSources sources;
+    sources.mirrors = {u"m", u"n"};
+    sources.size = 620;
+    sources.whole = ExpectedHash{DigestKind::md5, std::vector<std::byte>(16, std::byte{'h'})};
+    sources.pieces = PieceHashes{DigestKind::sha1, 621, std::vector<std::byte>(40, std::byte{'p'})};
+    job->sources = std::make_shared<JobSources>(std::move(sources));
     job->path = u"/d/f.bin";
     job->file_name = u"wanted.bin";
     job->locally = 602;

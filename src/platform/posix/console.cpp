@@ -5,6 +5,7 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <csignal>
@@ -71,6 +72,18 @@ void write_stream(Stream stream, std::string_view text) noexcept {
             return;
         }
     }
+}
+
+std::string read_standard_input(std::size_t at_most) {
+    std::string text;
+    while (text.size() < at_most) {
+        char piece[65536];
+        const ssize_t count = ::read(STDIN_FILENO, piece, std::min(sizeof piece, at_most - text.size()));
+        if (count < 0 && errno == EINTR) continue;
+        if (count <= 0) break;
+        text.append(piece, static_cast<std::size_t>(count));
+    }
+    return text;
 }
 
 struct InterruptWatch::State {

@@ -262,6 +262,10 @@ FileError make_one_folder(const std::u16string& path) {
     return path_kind(path) == PathKind::folder ? FileError{} : error_of(error);
 }
 
+bool can_write_folder(const std::u16string& folder) {
+    return ::faccessat(AT_FDCWD, NativePath(folder).get(), W_OK | X_OK, AT_EACCESS) == 0;
+}
+
 FileError sync_folder(const std::u16string& path) noexcept {
     if (FileError error = ask_hook(FileOperation::flush, path); !error.ok()) return error;
     const NativePath native(path.empty() ? u"." : path);

@@ -7,6 +7,8 @@
 
 #include <cerrno>
 #include <cstdlib>
+#include <ctime>
+#include <string>
 #include <vector>
 
 #include "base/text.h"
@@ -115,6 +117,35 @@ void set_default_locale() noexcept {
     const int parts = LC_CTYPE_MASK | LC_TIME_MASK | LC_COLLATE_MASK;
     // It belongs to the thread until the process ends.
     if (const locale_t locale = ::newlocale(parts, "", nullptr); locale != nullptr) ::uselocale(locale);
+}
+
+std::u16string short_date_today() {
+    const std::time_t now = std::time(nullptr);
+    struct tm local {};
+    char text[64] = {};
+    if (::localtime_r(&now, &local) == nullptr || std::strftime(text, sizeof text, "%x", &local) == 0)
+        return u"today";
+    return to_utf16(text);
+}
+
+// "XDG_DOWNLOAD_DIR" in user-dirs.dirs (xdg-user-dirs): an absolute path or one that begins with $HOME.
+std::u16string user_download_folder() {
+    constexpr std::string_view key = "XDG_DOWNLOAD_DIR=\"";
+    std::vector<std::byte> bytes;
+    const std::u16string home = home_folder();
+    if (!read_file(join_path(user_config_folder(), u"user-dirs.dirs"), 65536, bytes).ok()) return home;
+    const std::string_view text(reinterpret_cast<const char*>(bytes.data()), bytes.size());
+    for (std::string_view line : split(text, '\n')) {
+        line = trim(line);
+        if (!line.starts_with(key)) continue;
+        line.remove_prefix(key.size());
+        line = line.substr(0, line.find('"'));
+        constexpr std::string_view home_variable = "$HOME/";
+        if (line.starts_with(home_variable))
+            return join_path(home, to_utf16(line.substr(home_variable.size())));
+        if (line.starts_with('/')) return to_utf16(line);
+    }
+    return home;
 }
 
 void end_process(int status) noexcept {

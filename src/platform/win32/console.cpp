@@ -61,6 +61,29 @@ void write_stream(Stream stream, std::string_view text) noexcept {
     }
 }
 
+std::string read_standard_input(std::size_t at_most) {
+    HANDLE in = GetStdHandle(STD_INPUT_HANDLE);
+    DWORD mode = 0;
+    const bool is_console = GetConsoleMode(in, &mode) != 0;
+    std::string text;
+    std::u16string typed;
+    while (text.size() < at_most && typed.size() < at_most) {
+        char piece[8192];
+        DWORD count = 0;
+        if (is_console) {
+            auto* const units = reinterpret_cast<wchar_t*>(piece);
+            if (!ReadConsoleW(in, units, sizeof piece / sizeof(wchar_t), &count, nullptr) || count == 0)
+                break;
+            if (units[0] == L'\x1A') break;  // Ctrl-Z
+            typed.append(reinterpret_cast<const char16_t*>(units), count);
+        } else {
+            if (!ReadFile(in, piece, sizeof piece, &count, nullptr) || count == 0) break;
+            text.append(piece, count);
+        }
+    }
+    return is_console ? to_utf8(typed) : text;
+}
+
 struct InterruptWatch::State {
     Handler handler;
     void* context;

@@ -211,6 +211,15 @@ FileError make_one_folder(const std::u16string& path) {
     return path_kind(path) == PathKind::folder ? FileError{} : file_error(error, native);
 }
 
+// The rights of a folder are not all that decides, so a file is made for a moment.
+bool can_write_folder(const std::u16string& folder) {
+    const NativePath path(join_path(folder, u".vantlow-probe"));
+    const Handle file(
+        CreateFileW(path.get(), GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                    nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_TEMPORARY | FILE_FLAG_DELETE_ON_CLOSE, nullptr));
+    return file.is_valid();
+}
+
 FileError sync_folder(const std::u16string& path) noexcept {
     return ask_hook(FileOperation::flush, path);
 }

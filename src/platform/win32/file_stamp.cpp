@@ -5,6 +5,9 @@
 namespace vantlow {
 namespace {
 
+// Of the year 1970 in the system's unit of 100 nanoseconds.
+constexpr std::int64_t year_1970 = 116444736000000000;
+
 std::uint64_t joined(DWORD high, DWORD low) noexcept {
     return (std::uint64_t{high} << 32U) | low;
 }
@@ -19,7 +22,7 @@ FileStamp file_stamp(const std::u16string& path) noexcept {
     if (!file.is_valid() || !GetFileInformationByHandle(file.get(), &about)) return {};
     const auto modified = joined(about.ftLastWriteTime.dwHighDateTime, about.ftLastWriteTime.dwLowDateTime);
     const auto size = joined(about.nFileSizeHigh, about.nFileSizeLow);
-    return {true, static_cast<std::int64_t>(modified), static_cast<std::int64_t>(size),
+    return {true, (static_cast<std::int64_t>(modified) - year_1970) * 100, static_cast<std::int64_t>(size),
             joined(about.nFileIndexHigh, about.nFileIndexLow)};
 }
 

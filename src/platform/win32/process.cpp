@@ -116,6 +116,18 @@ void set_default_locale() noexcept {
     SetThreadLocale(GetSystemDefaultLCID());
 }
 
+std::u16string short_date_today() {
+    wchar_t text[128] = {};
+    const int length =
+        GetDateFormatW(LOCALE_USER_DEFAULT, DATE_SHORTDATE, nullptr, nullptr, text, std::size(text));
+    return length > 1 ? from_wide(text) : std::u16string(u"today");
+}
+
+std::u16string user_download_folder() {
+    const std::u16string folder = known_folder(FOLDERID_Downloads);
+    return folder.empty() ? home_folder() : folder;
+}
+
 void end_process(int status) noexcept {
     TerminateProcess(GetCurrentProcess(), static_cast<UINT>(status));
     std::abort();  // never reached

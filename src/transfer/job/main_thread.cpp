@@ -62,6 +62,7 @@ void CTransferMainThread::run() {
     file_.close();
     {
         const std::lock_guard guard(lock_);
+        if (version_known_) job_.validators = {version_.etag, version_.last_modified};
         job_.result = result.code;
         job_.state = result.ok()                      ? JobState::finished
                      : result.kind() == Kind::stopped ? JobState::stopped
@@ -93,19 +94,42 @@ Result CTransferMainThread::begin() {
         continued_ = opened.ok();
         if (!opened.ok()) log_.line(Direction::note, opened.message() + " The job begins anew.");
     }
-    const std::lock_guard guard(lock_);
-    if (!continued_) {
-        job_.segments.clear();
-        job_.file_size = -1;
-        if (!target.empty()) job_.path = folder_of(target) + path_separator();
-        job_.append_segment(0, unknown_end);
+    std::unique_ptr<CJobNode> safe;
+    {
+        const std::lock_guard guard(lock_);
+        if (!continued_) {
+            job_.segments.clear();
+            job_.file_size = -1;
+            if (!target.empty()) job_.path = folder_of(target) + path_separator();
+        }
+        safe = job_.twin();
+        if (!continued_) job_.append_segment(0, unknown_end);
+        for (auto& segment : job_.segments) segment->worker = nullptr;
+        version_known_ = continued_;
+        if (continued_) version_ = {job_.file_size, job_.validators.last_modified, job_.validators.etag};
+        state_saved_ = continued_.load();
+        only_one_ = job_.whole_file != 0;
     }
-    for (auto& segment : job_.segments) segment->worker = nullptr;
-    version_known_ = continued_;
-    if (continued_) version_ = {job_.file_size, job_.validators.last_modified, job_.validators.etag};
-    state_saved_ = continued_.load();
-    only_one_ = job_.whole_file != 0;
+    remember_safe(std::move(safe));
     return {};
+}
+
+void CTransferMainThread::remember_safe(std::unique_ptr<CJobNode> copy) {
+    const std::lock_guard guard(mutex_);
+    safe_ = std::move(copy);
+}
+
+std::unique_ptr<CJobNode> CTransferMainThread::safe_copy() {
+    std::u16string path;
+    {
+        const std::lock_guard guard(lock_);
+        path = job_.path;
+    }
+    const std::lock_guard guard(mutex_);
+    if (!safe_) return nullptr;
+    std::unique_ptr<CJobNode> copy = safe_->twin();
+    copy->path = std::move(path);
+    return copy;
 }
 
 Result CTransferMainThread::transfer() {
@@ -219,6 +243,10 @@ Result CTransferMainThread::start_over() {
     forget_state();
     if (file_.is_open()) {
         if (Result result = file_.start_over(); !result.ok()) return result;
+    }
+    {
+        const std::lock_guard guard(mutex_);
+        if (safe_) safe_->segments.clear();
     }
     size_reported_ = ranges_proven_ = ranges_promised_ = verify_joints_ = encoded_ = continued_ = false;
     {
@@ -375,12 +403,13 @@ void CTransferMainThread::save_state() {
     {
         const std::lock_guard guard(lock_);
         if (only_one_ || job_.file_size <= 0) return;  // nothing that could be continued
-        snapshot = std::make_unique<CJobNode>(job_);
+        snapshot = job_.twin();
         snapshot->validators = {version_.etag, version_.last_modified};
     }
     snapshot->path = file_.target();
     if (!file_.flush().ok()) return;  // logged; the state on the disk stays true
     const FileError error = write_state(*snapshot);
+    remember_safe(std::move(snapshot));
     if (!error.ok()) log_.line(Direction::error, "The state of the job could not be saved: " + error.text());
 }
 

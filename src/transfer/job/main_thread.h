@@ -58,6 +58,9 @@ class CTransferMainThread : private SubThreadHost, private WrittenListener {
     void join();
     /// Any thread.
     [[nodiscard]] JobProgress progress();
+    /// The job as it was when its positions were last safe on the disk, with the segments that were missing
+    /// then; without segments where nothing could be continued. Null before the job has begun. Any thread.
+    [[nodiscard]] std::unique_ptr<CJobNode> safe_copy();
     /// After join().
     [[nodiscard]] const JobOutcome& outcome() const noexcept { return outcome_; }
 
@@ -97,6 +100,7 @@ class CTransferMainThread : private SubThreadHost, private WrittenListener {
     Result check_hash(bool& matches);
     void save_state();
     FileError write_state(const CJobNode& snapshot);
+    void remember_safe(std::unique_ptr<CJobNode> copy);
     void leave_state(const Result& result);
 
     // Decisions about answers (answers.cpp) and about failures (failures.cpp).
@@ -147,8 +151,9 @@ class CTransferMainThread : private SubThreadHost, private WrittenListener {
     Result last_failure_;
     std::u16string effective_;  ///< where redirects led
     std::string notice_;
-    int attached_ = 0;  ///< sub threads that hold a segment
-    int allowed_ = 1;   ///< connections that the server seems to bear
+    std::unique_ptr<CJobNode> safe_;  ///< what safe_copy() gives
+    int attached_ = 0;                ///< sub threads that hold a segment
+    int allowed_ = 1;                 ///< connections that the server seems to bear
     Clock::time_point grow_at_{};
     std::chrono::seconds back_off_{10};
 

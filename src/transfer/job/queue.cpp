@@ -32,6 +32,7 @@ std::vector<CJobQueue::Id> CJobQueue::start_waiting() {
                     ended_.push_back(id);
                 }
                 changed_.notify_all();
+                if (on_end_) on_end_();
             });
         running->thread->start();
         running_.emplace(id, std::move(running));

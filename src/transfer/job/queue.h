@@ -3,6 +3,7 @@
 
 #include <condition_variable>
 #include <deque>
+#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -14,10 +15,12 @@
 namespace vantlow {
 
 /// Runs jobs in the order in which they were added, at most so many at once. Driven by one thread, which
-/// calls every operation. The services' stop ends the running ones.
+/// calls every operation. The services' stop ends the running ones. `on_end` is called from a job's own
+/// thread when it ended, so that who drives the queue need not wait in wait(); it must return soon.
 class CJobQueue {
   public:
-    explicit CJobQueue(const TransferServices& services) : services_(services) {}
+    explicit CJobQueue(const TransferServices& services, std::function<void()> on_end = {})
+        : services_(services), on_end_(std::move(on_end)) {}
     ~CJobQueue();
     CJobQueue(const CJobQueue&) = delete;
     CJobQueue& operator=(const CJobQueue&) = delete;
@@ -39,6 +42,11 @@ class CJobQueue {
         JobOutcome outcome;
     };
     std::vector<Ended> wait(std::chrono::milliseconds at_most);
+
+    /// Asks a running job to end; wait() tells when it did.
+    void stop(Id id) { running_.at(id)->thread->stop(); }
+    /// The running job as it may be saved: see CTransferMainThread::safe_copy.
+    [[nodiscard]] std::unique_ptr<CJobNode> safe_copy(Id id) { return running_.at(id)->thread->safe_copy(); }
 
     /// Takes the jobs that were never started back out.
     std::vector<Ended> drop_waiting();
@@ -63,6 +71,7 @@ class CJobQueue {
     };
 
     TransferServices services_;
+    std::function<void()> on_end_;
     Id next_id_ = 0;
     std::deque<Waiting> waiting_;
     std::map<Id, std::unique_ptr<Running>> running_;

@@ -33,6 +33,7 @@ std::int64_t bytes_left(const CJobNode& job) {
 
 FileError save_resume_state(const CJobNode& job, const std::u16string& path) {
     CJobNode copy(job);
+    copy.identity = job.identity;
     copy.address = without_credentials(job.address);
     copy.user.clear();
     copy.password.clear();
@@ -90,6 +91,15 @@ ResumeIndex::ResumeIndex(const std::u16string& folder) {
     }
     std::stable_sort(jobs_.begin(), jobs_.end(),
                      [](const auto& a, const auto& b) { return bytes_left(*a) < bytes_left(*b); });
+}
+
+std::unique_ptr<CJobNode> ResumeIndex::take(const Guid& identity) {
+    const auto at =
+        std::find_if(jobs_.begin(), jobs_.end(), [&](const auto& job) { return job->identity == identity; });
+    if (identity.is_zero() || at == jobs_.end()) return nullptr;
+    std::unique_ptr<CJobNode> job = std::move(*at);
+    jobs_.erase(at);
+    return job;
 }
 
 std::unique_ptr<CJobNode> ResumeIndex::take(const std::u16string& address, const std::u16string& name) {

@@ -35,6 +35,9 @@ class ResumeIndex {
     /// one with the most bytes. With a name, only a job with that target. Null when there is none.
     std::unique_ptr<CJobNode> take(const std::u16string& address, const std::u16string& name);
 
+    /// Takes the job of this identity out; null when there is none.
+    std::unique_ptr<CJobNode> take(const Guid& identity);
+
   private:
     std::vector<std::unique_ptr<CJobNode>> jobs_;
 };

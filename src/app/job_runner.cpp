@@ -1,0 +1,244 @@
+#include "app/job_runner.h"
+
+#include <algorithm>
+
+#include "app/get_command.h"
+#include "app/store_command.h"
+#include "base/text.h"
+#include "platform/file_stamp.h"
+#include "transfer/job/file_names.h"
+#include "transfer/job/resume_state.h"
+
+namespace vantlow {
+namespace {
+
+// A store whose saving takes longer is saved by the timer only, not after each change.
+constexpr std::chrono::milliseconds quick_save{250};
+// A disk that did not take it is not asked each second.
+constexpr int ticks_after_failure = 10;
+
+RunOptions options_of(const CJobNode& job, const CFerrywellApp& app) {
+    RunOptions run;
+    GetOptions options;
+    options.proxy = to_utf8(job.proxy);
+    static_cast<void>(read_run_options(options, run));  // was looked at when the job was made
+    if (job.sources) run.hash = job.sources->whole;
+    run.default_agent = u"Vantlow/" + app.version();
+    return run;
+}
+
+void take_positions(CJobNode& job, CJobNode& from) {
+    job.segments = std::move(from.segments);
+    job.file_size = from.file_size;
+    job.validators = from.validators;
+    job.path = from.path;
+}
+
+// The state beside the partial file is newer than what the database knew.
+void adopt_state(CJobNode& job, bool interrupted) {
+    if (!name_of(job.path).empty()) {
+        const auto state = load_resume_state(job.path + std::u16string(state_suffix));
+        if (!state || state->identity != job.identity) return;
+        state->path = job.path;
+        take_positions(job, *state);
+    } else if (interrupted) {
+        ResumeIndex index(folder_of(job.path));
+        if (const auto state = index.take(job.identity)) take_positions(job, *state);
+    }
+}
+
+// The job was cut off between the end of its file and the save that would have told: its partial file is
+// gone, and under its name stands a file of its size that is younger than the job.
+bool ended_unsaved(const CJobNode& job) {
+    if (job.file_size <= 0 || name_of(job.path).empty()) return false;
+    if (path_kind(job.path + std::u16string(partial_suffix)) != PathKind::none) return false;
+    const FileStamp stamp = file_stamp(job.path);
+    return stamp.there && stamp.size == job.file_size && stamp.modified / 1'000'000'000 >= job.created;
+}
+
+}  // namespace
+
+JobRunner::JobRunner(CFerrywellApp& app, JobStore& store, ConnectionServices& connections,
+                     ThreadPool& threads, Events events)
+    : app_(app),
+      store_(store),
+      events_(std::move(events)),
+      stop_(app.stop()),
+      queue_({connections, app.libraries(), app.settings(), stop_, threads}, [this] {
+          if (events_.wake) events_.wake();
+      }) {}
+
+JobRunner::~JobRunner() {
+    stop_.request();
+    while (!running_.empty()) pump(std::chrono::milliseconds(100));
+}
+
+void JobRunner::start(CJobNode& job) {
+    named_.insert(job.identity);
+    if (job.state == JobState::running || job.state == JobState::waiting) return;
+    if (job.state == JobState::finished) {
+        job.segments.clear();
+        job.file_size = -1;
+        job.finished = 0;
+        job.path = folder_of(job.path) + path_separator();
+    }
+    store_.queue_last(job);
+}
+
+void JobRunner::stop(CJobNode& job) {
+    const auto at = running_.find(job.identity);
+    if (at != running_.end()) {
+        at->second.stop_asked = true;
+        queue_.stop(at->second.id);
+    } else if (job.state == JobState::waiting) {
+        store_.set_state(job, JobState::stopped);
+    }
+}
+
+void JobRunner::wait_for_end(const CJobNode& job) {
+    const Guid identity = job.identity;
+    while (running_.contains(identity)) {
+        for (CJobQueue::Ended& ended : queue_.wait(std::chrono::milliseconds(100)))
+            take_end(std::move(ended));
+    }
+}
+
+CJobNode* JobRunner::next_waiting() {
+    for (const auto& [order, job] : store_.waiting()) {
+        if (!only_named_ || named_.contains(job->identity)) return job;
+    }
+    return nullptr;
+}
+
+bool JobRunner::has_work() {
+    return !running_.empty() || (!stop_.requested() && next_waiting() != nullptr);
+}
+
+// Brings the record up to what is on the disk. False when there is nothing left to run.
+bool JobRunner::prepare(CJobNode& job) {
+    const bool interrupted = store_.interrupted().erase(job.identity) > 0;
+    if (interrupted && ended_unsaved(job)) {
+        job.segments.clear();
+        job.result = Code::ok;
+        job.finished = file_stamp(job.path).modified / 1'000'000'000;
+        store_.set_state(job, JobState::finished);
+        return false;
+    }
+    adopt_state(job, interrupted);
+    return true;
+}
+
+bool JobRunner::launch(CJobNode& job) {
+    Running running;
+    running.id = queue_.next_id();
+    running.log = std::make_unique<JobLogFile>(app_.data_folder(), job.identity);
+    running.path = job.path;
+    JobLogFile* const log = running.log.get();
+    const auto listener = [this, log, id = running.id](const CLogNode& line) {
+        log->add(line);
+        if (events_.log_line) events_.log_line(id, line);
+    };
+    RunOptions options = options_of(job, app_);
+    store_.set_state(job, JobState::running);
+    running_.emplace(job.identity, std::move(running));
+    queue_.add(job.twin(), std::move(options), listener);
+    queue_.start_waiting();
+    if (queue_.drop_waiting().empty()) return true;
+    // The limit was lowered a moment ago, or everything is being stopped.
+    running_.erase(job.identity);
+    store_.set_state(job, JobState::waiting);
+    return false;
+}
+
+bool JobRunner::start_next() {
+    if (stop_.requested()) return false;
+    const auto most = static_cast<std::size_t>(app_.settings().number(setting::max_jobs));
+    if (running_.size() >= most) return false;
+    CJobNode* job = next_waiting();
+    if (job == nullptr) return false;
+    return !prepare(*job) || launch(*job);
+}
+
+void JobRunner::take_end(CJobQueue::Ended ended) {
+    const auto at = running_.find(ended.job->identity);
+    CJobNode* record = store_.find(ended.job->identity);
+    const bool stop_asked = at->second.stop_asked;
+    at->second.log->write();
+    running_.erase(at);
+    if (record != nullptr) {
+        auto newer = ended.job->twin();
+        if (ended.outcome.result.kind() == Kind::stopped && !stop_asked) newer->state = JobState::waiting;
+        newer->comment = record->comment;
+        CJobNode& job = store_.replace(*record, std::move(newer));
+        const bool file_it = job.state == JobState::finished && app_.settings().flag(setting::move_completed);
+        if (file_it) store_.move(job, store_.completed());
+    }
+    if (events_.ended) events_.ended(ended);
+}
+
+void JobRunner::pump(std::chrono::milliseconds at_most) {
+    for (CJobQueue::Ended& ended : queue_.wait(at_most)) take_end(std::move(ended));
+    while (start_next()) {
+    }
+}
+
+// The records of running jobs as they may be saved.
+void JobRunner::refresh_records() {
+    for (auto& [identity, running] : running_) {
+        auto copy = queue_.safe_copy(running.id);
+        CJobNode* record = store_.find(identity);
+        if (!copy || record == nullptr) continue;
+        copy->state = JobState::running;
+        copy->comment = record->comment;
+        running.path = copy->path;
+        store_.replace(*record, std::move(copy));
+    }
+}
+
+void JobRunner::tick() {
+    app_.settings().refresh();
+    write_logs();
+    // The name of a file is what makes it found again after a crash.
+    for (auto& [identity, running] : running_) {
+        if (queue_.progress(running.id).path != running.path) store_.touch();
+    }
+    if (pause_ > 0) --pause_;
+    if (!store_.is_dirty() || store_.last_save_took() > quick_save || pause_ > 0) return;
+    std::string error;
+    if (!save(error)) pause_ = ticks_after_failure;
+}
+
+bool JobRunner::save(std::string& error) {
+    refresh_records();
+    const bool saved = store_.save(app_.settings(), error);
+    // A disk that stays full is told of once.
+    if (!saved && error != told_) complain(error);
+    told_ = saved ? std::string() : error;
+    return saved;
+}
+
+bool JobRunner::save_soon(std::string& error) {
+    if (store_.last_save_took() > quick_save) return true;
+    return save(error);
+}
+
+bool JobRunner::close(std::string& error) {
+    stop_.request();
+    while (!running_.empty()) {
+        for (CJobQueue::Ended& ended : queue_.wait(std::chrono::milliseconds(100)))
+            take_end(std::move(ended));
+    }
+    return !store_.is_dirty() || store_.save(app_.settings(), error);
+}
+
+std::optional<JobProgress> JobRunner::progress(const CJobNode& job) {
+    const auto at = running_.find(job.identity);
+    if (at == running_.end()) return std::nullopt;
+    return queue_.progress(at->second.id);
+}
+
+void JobRunner::write_logs() {
+    for (auto& [identity, running] : running_) running.log->write();
+}
+
+}  // namespace vantlow

@@ -1,0 +1,97 @@
+#include "app/job_view.h"
+
+#include <nlohmann/json.hpp>
+
+#include <algorithm>
+
+#include "app/job_runner.h"
+#include "base/text.h"
+#include "store/address.h"
+
+namespace vantlow {
+
+using nlohmann::ordered_json;
+
+JobView::JobView(StoreCommand& command, const CJobNode& shown)
+    : job(shown), category(command.store.category_of(shown)) {
+    if (command.runner != nullptr) progress = command.runner->progress(shown);
+}
+
+std::string JobView::address() const {
+    return to_utf8(without_credentials(job.address) + job.fragment);
+}
+
+std::u16string JobView::path() const {
+    return progress && !progress->path.empty() ? progress->path : job.path;
+}
+
+std::string JobView::folder() const {
+    return to_utf8(folder_of(path()));
+}
+
+std::string JobView::file() const {
+    const std::u16string name = name_of(path());
+    return to_utf8(name.empty() ? job.file_name : name);
+}
+
+std::int64_t JobView::size() const {
+    const std::int64_t size = progress ? progress->size : job.file_size;
+    const bool known = size > 0 || (size == 0 && job.state == JobState::finished);
+    return known ? size : -1;
+}
+
+std::int64_t JobView::done() const {
+    if (progress) return std::max<std::int64_t>(progress->done, 0);
+    if (job.state == JobState::finished) return std::max<std::int64_t>(job.file_size, 0);
+    if (job.file_size <= 0 || job.segments.empty()) return 0;
+    std::int64_t left = 0;
+    for (const auto& segment : job.segments) left += std::max<std::int64_t>(segment->end - segment->start, 0);
+    return std::max<std::int64_t>(job.file_size - left, 0);
+}
+
+ordered_json list_json(const JobView& view) {
+    const CJobNode& job = view.job;
+    const std::int64_t size = view.size();
+    return {{"id", guid_text(job.identity)},
+            {"address", view.address()},
+            {"category", to_utf8(view.category.name)},
+            {"folder", view.folder()},
+            {"file", view.file()},
+            {"size", size < 0 ? ordered_json(nullptr) : ordered_json(size)},
+            {"done", view.done()},
+            {"state", job_state_name(job.state)},
+            {"connections", job.connections},
+            {"comment", to_utf8(job.comment)},
+            {"referer", to_utf8(job.referer)},
+            {"agent", to_utf8(job.agent)}};
+}
+
+ordered_json show_json(const JobView& view) {
+    const CJobNode& job = view.job;
+    ordered_json json = list_json(view);
+    json["path"] = to_utf8(view.path());
+    json["created"] = job.created;
+    json["finished"] = job.finished > 0 ? ordered_json(job.finished) : ordered_json(nullptr);
+    json["result"] = static_cast<std::int32_t>(job.result);
+    const bool failed = job.state == JobState::failed;
+    json["error"] = failed ? ordered_json(std::string(describe(job.result))) : ordered_json(nullptr);
+    json["startMode"] = job.start_mode;
+    ordered_json segments = ordered_json::array();
+    if (view.progress) {
+        for (const auto& missing : view.progress->missing) {
+            segments.push_back({{"start", missing.start}, {"end", missing.end}});
+        }
+    } else {
+        for (const auto& segment : job.segments) {
+            segments.push_back({{"start", segment->start}, {"end", segment->end}});
+        }
+    }
+    json["segments"] = std::move(segments);
+    return json;
+}
+
+std::string dump_json(const ordered_json& json) {
+    return json.dump(-1, ' ', false, ordered_json::error_handler_t::replace);
+}
+
+}  // namespace vantlow

@@ -1,0 +1,152 @@
+// `vantlow export` and `vantlow import`.
+#include <nlohmann/json.hpp>
+
+#include <ctime>
+#include <memory>
+
+#include "app/job_view.h"
+#include "app/store_commands.h"
+#include "base/text.h"
+#include "store/job_list.h"
+
+namespace vantlow {
+namespace {
+
+constexpr std::size_t largest_list = 256 * 1024 * 1024;
+
+struct ListFileOptions {
+    std::string file;
+    std::string category;
+    std::string fields;
+    std::string text_delimiter = "\"";
+    std::string column_delimiter = ",";
+};
+
+// A tab cannot be typed everywhere.
+std::u16string delimiter(const std::string& text) {
+    return text == "\\t" ? u"\t" : to_utf16(text);
+}
+
+JobListFormat format_of(const ListFileOptions& options) {
+    JobListFormat format;
+    format.text_delimiter = delimiter(options.text_delimiter);
+    format.column_delimiter = delimiter(options.column_delimiter);
+    for (const std::string_view name : split(options.fields, ',')) {
+        if (trim(name).empty()) continue;
+        format.fields.push_back(job_list_field(to_utf16(trim(name))));
+    }
+    return format;
+}
+
+// What could not be read back.
+Complaint check_export(const ListFileOptions& options) {
+    const JobListFormat format = format_of(options);
+    for (const std::string_view name : split(options.fields, ',')) {
+        if (!trim(name).empty() && job_list_field(to_utf16(trim(name))) < 0)
+            return "there is no column \"" + std::string(trim(name)) + "\".";
+    }
+    const std::u16string both = format.text_delimiter + format.column_delimiter;
+    if (format.text_delimiter.empty() || format.column_delimiter.empty())
+        return "a delimiter has at least one character.";
+    if (both.find_first_of(u"\r\n") != std::u16string::npos) return "a delimiter stands on one line.";
+    const bool alike = format.text_delimiter.starts_with(format.column_delimiter) ||
+                       format.column_delimiter.starts_with(format.text_delimiter);
+    if (alike) return "the two delimiters must not begin alike.";
+    return std::nullopt;
+}
+
+Exit run_export(StoreCommand& command, const ListFileOptions& options) {
+    CClassNode* category = nullptr;
+    if (!options.category.empty()) {
+        category = find_category(command, options.category);
+        if (category == nullptr) return Exit::failed;
+    }
+    const auto jobs = command.store.jobs_below(category);
+    const std::vector<const CJobNode*> listed(jobs.begin(), jobs.end());
+    const std::string text = write_job_list(listed, format_of(options));
+    const std::u16string path = absolute_path(to_utf16(options.file));
+    // Passwords may stand in it.
+    const FileError error = write_file_atomically(path, std::as_bytes(std::span(text)), Privacy::owner_only);
+    if (!error.ok()) {
+        complain(to_utf8(path) + ": " + error.text());
+        return Exit::failed;
+    }
+    if (command.global.json) {
+        const nlohmann::ordered_json json{{"path", to_utf8(path)}, {"jobs", jobs.size()}};
+        write_stream(Stream::output, dump_json(json) + "\n");
+    } else {
+        print_line(command, std::to_string(jobs.size()) + (jobs.size() == 1 ? " job" : " jobs"));
+    }
+    return Exit::done;
+}
+
+void file_job(StoreCommand& command, std::unique_ptr<CJobNode> job, CClassNode& category) {
+    if (job->path.empty()) job->path = join_path(category.folder, u"");
+    job->created = static_cast<std::int64_t>(std::time(nullptr));
+    job->state = job->start_mode == 0 ? JobState::stopped : JobState::waiting;
+    command.store.add(std::move(job), category);
+}
+
+std::string note_line(const JobListNote& note, const char* what) {
+    return "line " + std::to_string(note.line) + ": " + what + note.text + "\n";
+}
+
+Exit run_import(StoreCommand& command, const ListFileOptions& options) {
+    CClassNode* category = command.store.tree().root();
+    if (!options.category.empty()) category = find_category(command, options.category);
+    if (category == nullptr) return Exit::failed;
+    const std::u16string path = absolute_path(to_utf16(options.file));
+    std::vector<std::byte> bytes;
+    if (const FileError error = read_file(path, largest_list, bytes); !error.ok()) {
+        complain(to_utf8(path) + ": " + error.text());
+        return Exit::failed;
+    }
+    JobList list = read_job_list(bytes);
+    nlohmann::ordered_json ids = nlohmann::ordered_json::array();
+    const std::size_t count = list.jobs.size();
+    for (auto& job : list.jobs) {
+        const CJobNode& added = *job;
+        file_job(command, std::move(job), *category);
+        ids.push_back(guid_text(added.identity));
+    }
+    if (command.global.json) {
+        nlohmann::ordered_json skipped = nlohmann::ordered_json::array();
+        for (const auto& note : list.skipped) skipped.push_back({{"line", note.line}, {"reason", note.text}});
+        const nlohmann::ordered_json json{{"jobs", count}, {"ids", ids}, {"skipped", skipped}};
+        write_stream(Stream::output, dump_json(json) + "\n");
+    } else {
+        std::string text = std::to_string(count) + (count == 1 ? " job\n" : " jobs\n");
+        for (const auto& note : list.skipped) text += note_line(note, "skipped: ");
+        write_stream(Stream::output, text);
+    }
+    std::string notes;
+    for (const auto& note : list.notes) notes += note_line(note, "");
+    if (!command.global.quiet) write_stream(Stream::error, notes);
+    return Exit::done;
+}
+
+}  // namespace
+
+void add_list_file_commands(CommandSet& commands) {
+    const auto from = std::make_shared<ListFileOptions>();
+    CLI::App& out = commands.add_on_data_folder(
+        "export", "Write jobs to a job list file",
+        on_store([from](StoreCommand& command) { return run_export(command, *from); }),
+        [from] { return check_export(*from); });
+    out.add_option("FILE", from->file)->required();
+    out.add_option("--category", from->category, "Only this category and those below it");
+    out.add_option("--fields", from->fields,
+                   "Extra columns: Referer,Folder,Filename,Locally,Username,Password,"
+                   "StartMode,Comment,Threads,UTF-8,Agent");
+    out.add_option("--text-delimiter", from->text_delimiter, "Stands around each value (default \")");
+    out.add_option("--column-delimiter", from->column_delimiter,
+                   "Stands between values (default ,; \\t: a tab)");
+    const auto to = std::make_shared<ListFileOptions>();
+    CLI::App& in = commands.add_on_data_folder(
+        "import", "Make jobs of a job list file, or of a list of links",
+        on_store([to](StoreCommand& command) { return run_import(command, *to); }));
+    in.add_option("FILE", to->file)->required();
+    in.add_option("--category", to->category, "The category to file them in");
+}
+
+}  // namespace vantlow

@@ -1,0 +1,96 @@
+// `vantlow settings ...`.
+#include <nlohmann/json.hpp>
+
+#include <memory>
+
+#include "app/display_text.h"
+#include "app/job_view.h"
+#include "app/store_commands.h"
+#include "base/text.h"
+
+namespace vantlow {
+namespace {
+
+using nlohmann::ordered_json;
+
+struct SettingsOptions {
+    std::string name;
+    std::string value;
+
+    [[nodiscard]] std::u16string section() const { return to_utf16(name.substr(0, name.find('/'))); }
+    [[nodiscard]] std::u16string key() const { return to_utf16(name.substr(name.find('/') + 1)); }
+};
+
+Complaint check_name(const SettingsOptions& options) {
+    const auto slash = options.name.find('/');
+    const bool whole = slash != std::string::npos && slash > 0 && slash + 1 < options.name.size();
+    if (whole) return std::nullopt;
+    return "a setting is named Section/Key, not \"" + options.name + "\".";
+}
+
+Exit run_list(CFerrywellApp& app, const GlobalOptions& global) {
+    std::string text;
+    ordered_json json = ordered_json::object();
+    for (const auto& [section, values] : app.settings().all()) {
+        for (const auto& [key, value] : values) {
+            json[to_utf8(section)][to_utf8(key)] = to_utf8(value);
+            text += printable(to_utf8(section) + "/" + to_utf8(key) + "=" + to_utf8(value)) + "\n";
+        }
+    }
+    write_stream(Stream::output, global.json ? dump_json(json) + "\n" : text);
+    return Exit::done;
+}
+
+Exit run_get_setting(CFerrywellApp& app, const GlobalOptions& global, const SettingsOptions& options) {
+    constexpr std::u16string_view nothing(u"\0", 1);  // no store holds a zero
+    const std::u16string value = app.settings().text(options.section(), options.key(), nothing);
+    const bool there = value != nothing;
+    if (global.json) {
+        write_stream(Stream::output,
+                     dump_json(there ? ordered_json(to_utf8(value)) : ordered_json(nullptr)) + "\n");
+    } else if (there) {
+        write_stream(Stream::output, to_utf8(value) + "\n");
+    } else {
+        complain(options.name + " is not set.");
+    }
+    return there ? Exit::done : Exit::failed;
+}
+
+Exit tell_write(const FileError& error, const std::string& name) {
+    if (error.ok()) return Exit::done;
+    complain(name + " cannot be written: " + error.text());
+    return Exit::failed;
+}
+
+Exit run_set(CFerrywellApp& app, const GlobalOptions& /*global*/, const SettingsOptions& options) {
+    const FileError error = app.settings().write(options.section(), options.key(), to_utf16(options.value));
+    return tell_write(error, options.name);
+}
+
+Exit run_unset(CFerrywellApp& app, const GlobalOptions& /*global*/, const SettingsOptions& options) {
+    return tell_write(app.settings().erase(options.section(), options.key()), options.name);
+}
+
+}  // namespace
+
+void add_settings_commands(CommandSet& commands) {
+    CLI::App& group = commands.add_group("settings", "The settings store");
+    commands.add_below(group, "list", "Everything that is set", run_list);
+    using Run = Exit (*)(CFerrywellApp&, const GlobalOptions&, const SettingsOptions&);
+    const auto add = [&](const char* word, const char* description, Run run, bool has_value) {
+        const auto options = std::make_shared<SettingsOptions>();
+        CLI::App& added = commands.add_below(
+            group, word, description,
+            [options, run](CFerrywellApp& app, const GlobalOptions& global) {
+                return run(app, global, *options);
+            },
+            [options] { return check_name(*options); });
+        added.add_option("SETTING", options->name, "Section/Key")->required();
+        if (has_value) added.add_option("VALUE", options->value)->required();
+    };
+    add("get", "One setting", run_get_setting, false);
+    add("set", "Set one", run_set, true);
+    add("unset", "Back to its default", run_unset, false);
+}
+
+}  // namespace vantlow

@@ -1,0 +1,41 @@
+// What the commands on the job store share.
+#pragma once
+
+#include <functional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "app/command_set.h"
+#include "platform/console.h"
+#include "store/job_store.h"
+
+namespace vantlow {
+
+class JobRunner;
+
+/// What such a command works with.
+struct StoreCommand {
+    CFerrywellApp& app;
+    const GlobalOptions& global;
+    JobStore& store;
+    JobRunner* runner;  ///< who runs the jobs in this process; null when nobody does
+};
+
+/// A command that gets the store of the data folder: it is loaded where this process has not loaded it yet,
+/// and saved behind the command where something changed. Failures to load or save are told and end with
+/// Exit::failed.
+CommandRun on_store(std::function<Exit(StoreCommand&)> command);
+
+/// Writes a line to stdout; with a quiet command nothing.
+void print_line(const StoreCommand& command, const std::string& text);
+/// Writes "vantlow: TEXT" to stderr, control characters taken out.
+void complain(const std::string& text);
+
+/// The jobs that these texts name (GUIDs or unique prefixes of them), in their order, each once. What names
+/// none is complained about and makes `complete` false.
+std::vector<CJobNode*> find_jobs(StoreCommand& command, const std::vector<std::string>& ids, bool& complete);
+/// The category of this name or path; null, with a complaint, when there is none or more than one.
+CClassNode* find_category(StoreCommand& command, const std::string& name);
+
+}  // namespace vantlow

@@ -1,0 +1,51 @@
+#include "store/data_folder_lock.h"
+
+#include <vector>
+
+namespace vantlow {
+namespace {
+
+constexpr std::size_t longest_text = 4096;
+
+std::u16string lock_path(const std::u16string& folder) {
+    return join_path(folder, u".lock");
+}
+
+bool is_unwritable(const FileError& error) noexcept {
+    return error.fault == FileFault::read_only || error.fault == FileFault::access ||
+           error.fault == FileFault::no_space;
+}
+
+}  // namespace
+
+DataFolderLock::Claim DataFolderLock::claim(const std::u16string& folder, FileError& error) {
+    error = make_folders(folder);
+    if (error.ok()) error = file_.open(lock_path(folder), OpenMode::write, Privacy::owner_only);
+    if (!error.ok()) return is_unwritable(error) ? Claim::no_disk : Claim::failed;
+    if (file_.try_lock()) {
+        // What stands in it is an earlier owner's; where it cannot be removed nobody answers there anyway.
+        static_cast<void>(file_.resize(0));
+        return Claim::mine;
+    }
+    file_.close();
+    return Claim::taken;
+}
+
+FileError DataFolderLock::publish(std::string_view where) noexcept {
+    if (FileError error = file_.resize(0); !error.ok()) return error;
+    return file_.write_at(0, std::as_bytes(std::span(where)));
+}
+
+void DataFolderLock::release() noexcept {
+    if (!file_.is_open()) return;
+    static_cast<void>(file_.resize(0));  // a new owner empties it anyway
+    file_.close();
+}
+
+std::string DataFolderLock::read(const std::u16string& folder) {
+    std::vector<std::byte> bytes;
+    if (!read_file(lock_path(folder), longest_text, bytes).ok()) return {};
+    return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
+}
+
+}  // namespace vantlow

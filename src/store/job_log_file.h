@@ -1,0 +1,39 @@
+// The log of a job on the disk: "logs/ID.log" in the data folder, so that it outlives the program.
+#pragma once
+
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "base/guid.h"
+#include "platform/file.h"
+#include "store/job_log.h"
+
+namespace vantlow {
+
+/// Gathers the lines of a running job and appends them to its file. The file of a job that is started often
+/// loses its older half when it grows over 512 KiB.
+class JobLogFile {
+  public:
+    JobLogFile(const std::u16string& data_folder, const Guid& job);
+    JobLogFile(const JobLogFile&) = delete;
+    JobLogFile& operator=(const JobLogFile&) = delete;
+    ~JobLogFile() { write(); }
+
+    /// Any thread. Beyond 1 MiB that was not written yet the older half is lost.
+    void add(const CLogNode& line);
+    /// Appends what was gathered; one thread at a time. What cannot be written is lost: a log must not keep a
+    /// job from running.
+    void write();
+
+  private:
+    std::u16string path_;
+    std::mutex mutex_;
+    std::string gathered_;  ///< guarded by mutex_
+};
+
+/// The lines of a job's log, oldest first; none when there is no log.
+std::vector<CLogNode> read_job_log(const std::u16string& data_folder, const Guid& job);
+void remove_job_log(const std::u16string& data_folder, const Guid& job);
+
+}  // namespace vantlow

@@ -1,0 +1,135 @@
+// The commands on the job store, by the program itself.
+#include <gtest/gtest.h>
+
+#include <nlohmann/json.hpp>
+
+#include "base/text.h"
+#include "store_run.h"
+#include "support/file_server.h"
+
+namespace vantlow::test {
+namespace {
+
+using nlohmann::json;
+
+class StoreCommands : public StoreRun {};
+
+TEST_F(StoreCommands, file_show_move_and_remove_jobs) {
+    const std::string id = add({u"--category", u"Completed", u"--paused", u"--referer", u"http://r/", u"-n",
+                                u"7", u"-d", folder.path(u"\u00E4 b"), u"http://u:secret@h/a%20b?q#f"});
+    const json all = list();
+    ASSERT_EQ(all.size(), 1U);
+    const json expected{{"id", id},
+                        {"address", "http://h/a%20b?q#f"},
+                        {"category", "Completed"},
+                        {"folder", folder.utf8_path("\u00E4 b")},
+                        {"file", ""},
+                        {"size", nullptr},
+                        {"done", 0},
+                        {"state", "stopped"},
+                        {"connections", 7},
+                        {"comment", ""},
+                        {"referer", "http://r/"},
+                        {"agent", ""}};
+    EXPECT_EQ(all[0], expected);
+    EXPECT_EQ(json::parse(ok({u"show", u"--json", to_utf16(id.substr(0, 6))}))["segments"], json::array());
+    EXPECT_EQ(ok({u"show", to_utf16(id)}).find("secret"), std::string::npos);
+
+    ok({u"category", u"add", u"Music", u"--folder", folder.path(u"m")});
+    ok({u"category", u"add", u"Live", u"--parent", u"Music"});
+    ok({u"move", u"Music/Live", to_utf16(id)});
+    EXPECT_EQ(list({u"--category", u"music"})[0]["category"], "Live") << "and those below it";
+    EXPECT_EQ(json::parse(ok({u"category", u"list", u"--json"})).size(), 4U);
+    ok({u"category", u"remove", u"Live"});
+    EXPECT_EQ(list()[0]["category"], "Music");
+    add({u"http://h/in-root"});
+    EXPECT_EQ(list({u"--category", u"Music"}).size(), 1U);
+    ok({u"remove", to_utf16(id)});
+    EXPECT_EQ(list().size(), 1U);
+}
+
+TEST_F(StoreCommands, say_what_is_wrong) {
+    add({u"http://h/a"});
+    struct Case {
+        std::vector<std::u16string> words;
+        int status;
+    };
+    const Case cases[] = {
+        {{u"show", u"0123"}, 1},
+        {{u"list", u"--category", u"none"}, 1},
+        {{u"move", u"none", u"00"}, 1},
+        {{u"category", u"remove", u"Downloading"}, 1},
+        {{u"category", u"add", u"completed"}, 1},
+        {{u"import", folder.path(u"missing")}, 1},
+        {{u"export", folder.path(u"no/folder")}, 1},
+        {{u"export", u"x", u"--fields", u"Size"}, 2},
+        {{u"export", u"x", u"--text-delimiter", u","}, 2},
+        {{u"add"}, 2},
+        {{u"add", u"-o", u"x", u"http://h/a", u"http://h/b"}, 2},
+        {{u"stop"}, 2},
+        {{u"settings", u"get", u"NoSlash"}, 2},
+        {{u"settings", u"get", u"Not/There"}, 1},
+    };
+    for (const Case& c : cases) {
+        const RunResult result = run(c.words);
+        EXPECT_EQ(result.status, c.status) << to_utf8(c.words[0]) << ": " << result.err;
+        EXPECT_FALSE(result.err.empty()) << to_utf8(c.words[0]);
+    }
+    EXPECT_EQ(list().size(), 1U);
+}
+
+TEST_F(StoreCommands, export_and_import_into_another_data_folder) {
+    ok({u"category", u"add", u"Music"});
+    add({u"--category", u"Music", u"-n", u"3", u"--agent", u"a \"b\", c", u"http://h/one"});
+    add({u"http://h/two,three"});
+    const std::u16string file = folder.path(u"jobs.txt");
+    ok({u"export", file, u"--fields", u"Agent,Threads,StartMode"});
+    const RunResult result = run({u"--data-dir", folder.path(u"other"), u"import", file});
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.out, "2 jobs\n");
+    const json other = json::parse(run({u"--data-dir", folder.path(u"other"), u"list", u"--json"}).out);
+    ASSERT_EQ(other.size(), 2U);
+    EXPECT_EQ(other[1]["agent"], "a \"b\", c");
+    EXPECT_EQ(other[1]["connections"], 3);
+    EXPECT_EQ(other[0]["address"], "http://h/two,three");
+    folder.write(u"links", "http://h/1\nnothing\n");
+    EXPECT_EQ(ok({u"import", folder.path(u"links")}), "1 job\nline 2: skipped: no address\n");
+}
+
+TEST_F(StoreCommands, start_runs_jobs_here_and_files_them) {
+    const std::string content = make_content(1, 3'000'000);
+    FileServer server;
+    server.set("/a.bin", {content});
+    server.set("/b.bin", {content});
+    const std::string id = add({u"-d", folder.path(u"d"), server.url16("/a.bin")});
+    const std::string other = add({u"-d", folder.path(u"d"), server.url16("/b.bin")});
+    const std::string bad = add({u"-d", folder.path(u"d"), u"--retries", u"0", u"http://127.0.0.1:1/x"});
+    EXPECT_EQ(run({u"start", to_utf16(id)}).status, 0);
+    EXPECT_EQ(state_of(id), "finished");
+    EXPECT_EQ(state_of(other), "waiting");
+    EXPECT_EQ(json::parse(ok({u"show", to_utf16(id), u"--json"}))["category"], "Completed");
+    EXPECT_TRUE(file_has(folder.path(u"d/a.bin"), content));
+    EXPECT_NE(ok({u"log", to_utf16(id)}).find("Download completed."), std::string::npos);
+    EXPECT_EQ(run({u"--set", u"Connection/Retries=0", u"start", u"--all"}).status, 1);
+    EXPECT_EQ(state_of(other), "finished");
+    EXPECT_EQ(state_of(bad), "failed");
+    ok({u"remove", u"--files", to_utf16(id)});
+    EXPECT_EQ(path_kind(folder.path(u"d/a.bin")), PathKind::none);
+    EXPECT_EQ(path_kind(folder.path(u"d/b.bin")), PathKind::file);
+}
+
+TEST_F(StoreCommands, a_damaged_database_is_rescued_and_told_of) {
+    const std::string id = add({u"http://h/a"});
+    const std::string bytes = folder.read(u"data/.database");
+    folder.write(u"data/.database", bytes.substr(0, bytes.size() / 2));
+    const RunResult result = run({u"list", u"--json"});
+    EXPECT_EQ(json::parse(result.out)[0]["id"], id);
+    EXPECT_NE(result.err.find("damaged"), std::string::npos);
+    EXPECT_EQ(run({u"list"}).err, "") << "both files are whole again";
+    folder.write(u"data/.database", "Q!60" + bytes.substr(4));
+    EXPECT_EQ(run({u"add", u"http://h/b"}).status, 1);
+    EXPECT_EQ(folder.read(u"data/.database"), "Q!60" + bytes.substr(4));
+}
+
+}  // namespace
+}  // namespace vantlow::test

@@ -1,0 +1,193 @@
+#include "store/job_store.h"
+
+#include <gtest/gtest.h>
+
+#include "base/text.h"
+#include "sample_store.h"
+#include "store/data_folder_lock.h"
+#include "store/job_log_file.h"
+#include "support/temp_folder.h"
+
+namespace vantlow {
+namespace {
+
+using test::TempFolder;
+
+std::unique_ptr<JobStore> open(const TempFolder& folder) {
+    std::string error;
+    auto store = JobStore::open({folder.path(), u"/downloads", true}, error);
+    EXPECT_NE(store, nullptr) << error;
+    return store;
+}
+
+void save(JobStore& store) {
+    std::string error;
+    EXPECT_TRUE(store.save(Settings(), error)) << error;
+}
+
+std::unique_ptr<CJobNode> job(std::u16string address, JobState state = JobState::waiting) {
+    auto made = std::make_unique<CJobNode>();
+    made->address = std::move(address);
+    made->state = state;
+    return made;
+}
+
+TEST(JobStore, begins_with_two_categories_and_brings_everything_back) {
+    const TempFolder folder;
+    Guid identity;
+    {
+        const auto store = open(folder);
+        CClassNode& root = *store->tree().root();
+        EXPECT_EQ(root.name, u"Downloading");
+        EXPECT_TRUE(root.identity.is_zero());
+        EXPECT_EQ(root.folder, u"/downloads");
+        ASSERT_EQ(root.children.size(), 1U);
+        EXPECT_FALSE(root.children[0]->identity.is_zero());
+        CClassNode& music = store->add_category(u"Music", u"", root);
+        CClassNode& live = store->add_category(u"Live", u"/live", music);
+        identity = store->add(job(u"http://h/a", JobState::running), live).identity;
+        save(*store);
+        EXPECT_FALSE(store->is_dirty());
+    }
+    const auto store = open(folder);
+    CJobNode* found = store->find(identity);
+    ASSERT_NE(found, nullptr);
+    EXPECT_EQ(store->category_of(*found).name, u"Live");
+    EXPECT_EQ(store->category_of(*found).parent->name, u"Music");
+    EXPECT_EQ(found->state, JobState::waiting) << "nobody runs it";
+    EXPECT_TRUE(store->interrupted().contains(identity));
+    EXPECT_EQ(store->find_by_digits(*guid_digits(guid_text(identity).substr(0, 9))).size(), 1U);
+    EXPECT_TRUE(store->find_by_digits("0123456789abcdef").empty());
+}
+
+TEST(JobStore, jobs_and_subcategories_of_a_removed_category_go_to_the_one_above) {
+    const TempFolder folder;
+    const auto store = open(folder);
+    CClassNode& root = *store->tree().root();
+    CClassNode& a = store->add_category(u"A", u"", root);
+    CClassNode& b = store->add_category(u"B", u"", a);
+    store->add_category(u"C", u"", b);
+    store->add_category(u"Z", u"", root);
+    CJobNode& filed = store->add(job(u"http://h/b"), b);
+    EXPECT_FALSE(store->tree().move(a, b)) << "below itself";
+    ASSERT_TRUE(store->remove_category(b));
+    EXPECT_EQ(&store->category_of(filed), &a);
+    EXPECT_EQ(filed.category, a.identity);
+    EXPECT_EQ(store->tree().find_named(u"a/c").size(), 1U);
+    ASSERT_TRUE(store->remove_category(a));
+    EXPECT_FALSE(store->remove_category(root));
+    std::vector<std::u16string> names;
+    for (const CClassNode* node : store->tree().all()) names.push_back(node->name);
+    EXPECT_EQ(names, (std::vector<std::u16string>{u"Downloading", u"Completed", u"C", u"Z"}));
+    EXPECT_EQ(store->jobs_below(nullptr).size(), 1U);
+    store->move(filed, store->completed());
+    EXPECT_TRUE(store->jobs_below(store->tree().find_named(u"c").front()).empty());
+    store->remove(filed);
+    EXPECT_EQ(store->size(), 0U);
+    EXPECT_TRUE(store->waiting().empty());
+}
+
+TEST(JobStore, keeps_the_order_of_those_that_wait) {
+    const TempFolder folder;
+    const auto store = open(folder);
+    CClassNode& root = *store->tree().root();
+    CJobNode* jobs[3] = {};
+    for (auto& entry : jobs) entry = &store->add(job(u"http://h/x"), root);
+    store->set_state(*jobs[0], JobState::stopped);
+    store->queue_last(*jobs[0]);
+    save(*store);
+    std::vector<Guid> order;
+    const auto again = open(folder);
+    for (const auto& [place, waiting] : again->waiting()) order.push_back(waiting->identity);
+    EXPECT_EQ(order, (std::vector{jobs[1]->identity, jobs[2]->identity, jobs[0]->identity}));
+}
+
+TEST(JobStore, mends_identities_that_two_records_share) {
+    const TempFolder folder;
+    CQoMemFile image;
+    save_database(test::sample_tree(), image);  // the same job three times, and one without an identity
+    folder.write(u".database", {reinterpret_cast<const char*>(image.bytes().data()), image.size()});
+    const auto store = open(folder);
+    EXPECT_EQ(store->size(), 4U);
+    EXPECT_TRUE(store->is_dirty());
+}
+
+TEST(JobStore, never_writes_over_what_a_newer_version_wrote_nor_over_damage) {
+    const TempFolder folder;
+    folder.write(u".database", "Q!60 what only a newer version knows");
+    {
+        const auto store = open(folder);
+        EXPECT_TRUE(store->is_newer());
+        EXPECT_EQ(store->tree().root(), nullptr);
+        std::string error;
+        EXPECT_FALSE(store->save(Settings(), error));
+    }
+    EXPECT_EQ(folder.read(u".database"), "Q!60 what only a newer version knows");
+    folder.write(u".database", "Q!59 damage");
+    const auto store = open(folder);
+    EXPECT_EQ(store->notes().size(), 2U);
+    save(*store);
+    EXPECT_EQ(store->notes().size(), 3U);
+    ASSERT_EQ(folder.names().size(), 3U);
+    EXPECT_EQ(folder.read(folder.names()[2]), "Q!59 damage");
+}
+
+TEST(JobStore, backs_up_once_a_day_where_the_settings_say) {
+    const TempFolder folder;
+    const TempFolder backups;
+    const auto store = open(folder);
+    Settings settings;
+    std::string error;
+    settings.override_value(u"Others", u"BackupTo", backups.path(u"missing"));
+    EXPECT_TRUE(store->save(settings, error)) << "a backup that fails is ignored";
+    settings.override_value(u"Others", u"BackupTo", join_path(backups.path(), u""));
+    EXPECT_TRUE(store->save(settings, error));
+    EXPECT_TRUE(store->save(settings, error));
+    ASSERT_EQ(backups.names().size(), 1U);
+    EXPECT_TRUE(backups.names()[0].ends_with(u".database"));
+    EXPECT_EQ(backups.read(backups.names()[0]), folder.read(u".database"));
+}
+
+TEST(DataFolderLock, has_one_owner_at_a_time_who_says_where_it_is) {
+    const TempFolder folder;
+    FileError error;
+    DataFolderLock first;
+    DataFolderLock second;
+    ASSERT_EQ(first.claim(folder.path(u"new/data"), error), DataFolderLock::Claim::mine);
+    ASSERT_TRUE(first.publish("a long way to the first owner").ok());
+    ASSERT_TRUE(first.publish("here").ok());
+    EXPECT_EQ(second.claim(folder.path(u"new/data"), error), DataFolderLock::Claim::taken);
+    EXPECT_EQ(DataFolderLock::read(folder.path(u"new/data")), "here");
+    first.release();
+    EXPECT_EQ(second.claim(folder.path(u"new/data"), error), DataFolderLock::Claim::mine);
+    EXPECT_EQ(DataFolderLock::read(folder.path(u"new/data")), "");
+}
+
+TEST(JobLogFile, outlives_the_job_and_stays_bounded) {
+    const TempFolder folder;
+    const Guid id = Guid::from_numbers(1, 2);
+    CLogNode line;
+    line.time = 5;
+    line.direction = Direction::received;
+    line.text = "2 3 \xC3\xA4";
+    {
+        JobLogFile log(folder.path(), id);
+        log.add(line);
+        log.write();
+        log.add(line);
+    }
+    const auto lines = read_job_log(folder.path(), id);
+    ASSERT_EQ(lines.size(), 2U);
+    EXPECT_EQ(lines[1].text, line.text);
+    EXPECT_EQ(lines[1].time, 5);
+    EXPECT_EQ(lines[1].direction, Direction::received);
+    line.text = std::string(4000, 'x');
+    for (int i = 0; i < 400; ++i) JobLogFile(folder.path(), id).add(line);
+    EXPECT_LT(folder.read(join_path(u"logs", to_utf16(guid_text(id)) + u".log")).size(), 600000U);
+    EXPECT_EQ(read_job_log(folder.path(), id).back().text, line.text);
+    remove_job_log(folder.path(), id);
+    EXPECT_TRUE(read_job_log(folder.path(), id).empty());
+}
+
+}  // namespace
+}  // namespace vantlow
