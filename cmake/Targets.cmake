@@ -46,10 +46,11 @@ function(vantlow_check_links name)
 endfunction()
 
 # vantlow_runtime_library(name FOLDER folder DESCRIPTION text [LINK target...]): a library that the program loads while
-# it runs, under exactly this name. It exports what it marks as such and nothing else.
+# it runs, under exactly this name. It exports what it marks as such and nothing else. Sources that only this system has
+# stand in the folder's posix/ or win32/.
 function(vantlow_runtime_library name)
     cmake_parse_arguments(PARSE_ARGV 1 arg "" "FOLDER;DESCRIPTION" "LINK")
-    vantlow_find_sources(sources FOLDERS ${arg_FOLDER})
+    vantlow_find_sources(sources FOLDERS ${arg_FOLDER} ${arg_FOLDER}/${system_folder})
     if(NOT sources)
         add_custom_target(${name})
         return()

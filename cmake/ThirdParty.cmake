@@ -31,6 +31,17 @@ add_library(vantlow_zlib INTERFACE)
 add_library(vantlow::zlib ALIAS vantlow_zlib)
 target_link_libraries(vantlow_zlib INTERFACE "${VANTLOW_Z_LIBRARY}")
 
+# TLS: OpenSSL, or what Windows itself has. By its full path: one of our own libraries is called libssl, too.
+add_library(vantlow_tls INTERFACE)
+add_library(vantlow::tls ALIAS vantlow_tls)
+if(WIN32)
+    target_link_libraries(vantlow_tls INTERFACE secur32 crypt32)
+else()
+    find_library(VANTLOW_OPENSSL_LIBRARY NAMES ssl REQUIRED)
+    find_library(VANTLOW_OPENSSL_CRYPTO_LIBRARY NAMES crypto REQUIRED)
+    target_link_libraries(vantlow_tls INTERFACE "${VANTLOW_OPENSSL_LIBRARY}" "${VANTLOW_OPENSSL_CRYPTO_LIBRARY}")
+endif()
+
 # The operating system's own libraries.
 add_library(vantlow_system INTERFACE)
 add_library(vantlow::system ALIAS vantlow_system)

@@ -28,6 +28,12 @@ Complaint apply_settings(Settings& settings, const GetOptions& options) {
     if (options.overwrite == "rename") set(setting::overwrite_rule, 0);
     if (options.overwrite == "overwrite") set(setting::overwrite_rule, 2);
     if (options.overwrite == "cancel") set(setting::overwrite_rule, 1);
+    if (options.insecure) set(setting::verify_peer, 0);
+    if (!options.ca_file.empty()) {
+        const std::u16string path = absolute_path(to_utf16(options.ca_file));
+        if (path_kind(path) != PathKind::file) return "--ca-file: there is no file " + options.ca_file + ".";
+        settings.override_value(u"Connection", u"CAFile", path);
+    }
     if (!options.limit.empty()) {
         const auto rate = parse_rate(options.limit);
         if (!rate || *rate < 0)
@@ -152,7 +158,7 @@ Exit run_get(CFerrywellApp& app, const GlobalOptions& global, const GetOptions& 
         return Exit::usage;
     }
 
-    ConnectionServices connections;
+    ConnectionServices connections(&app.libraries().secur);
     StopSource& stop = app.stop();
     ThreadPool threads;
     const InterruptWatch watch(on_interrupt, &stop);

@@ -78,6 +78,75 @@ typedef void RC4_4_t(VantlowRc4* stream, void* destination, const void* source, 
 /* The same in place. */
 typedef void RC4_3_t(VantlowRc4* stream, void* buffer, size_t size);
 
+/* ---- libsecur: TLS 1.2 and 1.3 (RFC 5246, RFC 8446), the client's side ---- */
+
+/* What is trusted, and the sessions that later connections resume. Any thread may use it. */
+typedef struct VantlowTlsEngine VantlowTlsEngine;
+/* One connection. */
+typedef struct VantlowTls VantlowTls;
+
+/* What TLS operations answer. Failures are for good: the connection can only be freed. */
+enum {
+    VANTLOW_TLS_OK = 0,
+    VANTLOW_TLS_QUIET = -1,       /* nothing came while the transport waited: no failure, call again */
+    VANTLOW_TLS_INTERRUPTED = -2, /* the interrupt said so, or the transport */
+    VANTLOW_TLS_REFUSED = -6,     /* the two sides cannot agree, and will not the next time */
+    VANTLOW_TLS_UNTRUSTED = -21,  /* the certificate of the server was not accepted */
+    VANTLOW_TLS_BROKEN = -30      /* cut, damaged, or ended without TLS's own end */
+};
+
+/* The bytes below TLS. Called from within SSL_Connect, SSL_Recv, SSL_Send and SSL_Free, on their thread. */
+typedef struct VantlowTlsTransport {
+    void* context;
+    /* Up to `size` bytes, waiting for the first one; their number, 0 when the peer sends nothing more,
+       VANTLOW_TLS_QUIET when none came in time, or a failure of the list above. */
+    ptrdiff_t (*receive)(void* context, void* into, size_t size);
+    /* Sends all of it; VANTLOW_TLS_OK or a failure. */
+    int (*send)(void* context, const void* from, size_t size);
+} VantlowTlsTransport;
+
+/* What a connection is to be. The texts are copied. */
+typedef struct VantlowTlsPlan {
+    VantlowTlsTransport transport;
+    const char* host;     /* name or IP literal that the certificate must be for; a name is also sent (SNI) */
+    const char* protocol; /* offered by ALPN (RFC 7301), "http/1.1"; NULL: none */
+    const char* session_key; /* connections with the same text resume each other's sessions; NULL: none */
+    int verify;              /* 0: any certificate will do */
+    int end_without_notice;  /* 1: a closed transport is an end like TLS's own close_notify */
+} VantlowTlsPlan;
+
+/* What was agreed. */
+typedef struct VantlowTlsFacts {
+    int version;       /* 12 or 13 */
+    int resumed;       /* 1: an earlier session went on */
+    char cipher[64];   /* the cipher suite's name */
+    char protocol[16]; /* chosen by ALPN; empty: none */
+} VantlowTlsFacts;
+
+/* Prepares TLS. `roots`: the certificates to trust in PEM or one in DER, `size` bytes, copied; NULL: those of
+   the system. NULL when they cannot be read; `error` (may be NULL, `room` bytes) then says why. Freed by
+   SSL_Exit, after all connections made with it. */
+typedef VantlowTlsEngine* SSL_Init_t(const void* roots, size_t size, char* error, size_t room);
+typedef void SSL_Exit_t(VantlowTlsEngine* engine); /* NULL is fine */
+/* Frees what the calling thread holds besides; the thread may use TLS again. */
+typedef void SSL_Thread_Exit_t(void);
+
+/* A connection that SSL_Connect opens. NULL without memory. */
+typedef VantlowTls* SSL_New_t(VantlowTlsEngine* engine, const VantlowTlsPlan* plan);
+/* Frees the connection; where it still stands the server is told (close_notify). NULL is fine. */
+typedef void SSL_Free_t(VantlowTls* tls);
+/* Asked before each step of what follows; another answer than 0 ends the operation. NULL: none. */
+typedef void SSL_Set_Interrupt_t(VantlowTls* tls, int (*interrupt)(void* context), void* context);
+/* Where a failure's sentence is left (UTF-8, ends with a zero, cut to `room` bytes). NULL: nowhere. */
+typedef void SSL_Set_ErrPtr_t(VantlowTls* tls, char* text, size_t room);
+/* The handshake; `facts` may be NULL. VANTLOW_TLS_QUIET can be followed by another call. */
+typedef int SSL_Connect_t(VantlowTls* tls, VantlowTlsFacts* facts);
+/* Up to `size` (above 0) bytes: their number, 0 at the end that the server announced, or a failure. Waits
+   only while there is nothing to give. */
+typedef ptrdiff_t SSL_Recv_t(VantlowTls* tls, void* into, size_t size);
+/* Sends all of it. */
+typedef int SSL_Send_t(VantlowTls* tls, const void* from, size_t size);
+
 #ifdef __cplusplus
 }
 #endif

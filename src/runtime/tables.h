@@ -53,16 +53,16 @@ struct Crypto5Table : LibraryTable {
 };
 
 struct SecurTable : LibraryTable {
-    void* SSL_Init = nullptr;
-    void* SSL_Exit = nullptr;
-    void* SSL_Thread_Exit = nullptr;
-    void* SSL_New = nullptr;
-    void* SSL_Free = nullptr;
-    void* SSL_Connect = nullptr;
-    void* SSL_Recv = nullptr;
-    void* SSL_Send = nullptr;
-    void* SSL_Set_Interrupt = nullptr;
-    void* SSL_Set_ErrPtr = nullptr;
+    SSL_Init_t* SSL_Init = nullptr;
+    SSL_Exit_t* SSL_Exit = nullptr;
+    SSL_Thread_Exit_t* SSL_Thread_Exit = nullptr;
+    SSL_New_t* SSL_New = nullptr;
+    SSL_Free_t* SSL_Free = nullptr;
+    SSL_Connect_t* SSL_Connect = nullptr;
+    SSL_Recv_t* SSL_Recv = nullptr;
+    SSL_Send_t* SSL_Send = nullptr;
+    SSL_Set_Interrupt_t* SSL_Set_Interrupt = nullptr;
+    SSL_Set_ErrPtr_t* SSL_Set_ErrPtr = nullptr;
     DH_Create_t* DH_Create = nullptr;
     DH_Delete_t* DH_Delete = nullptr;
     DH_ComputeSecret_t* DH_ComputeSecret = nullptr;

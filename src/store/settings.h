@@ -47,6 +47,7 @@ inline constexpr NumberSetting speed_limit{u"Connection", u"Speed Limit", 131072
 inline constexpr NumberSetting connect_timeout{u"Connection", u"ConnTimeout", 60, 10, 3000};      // s
 inline constexpr NumberSetting max_per_server{u"Connection", u"MaxPerServer", 16, 0, 1000000};    // 0: none
 inline constexpr NumberSetting connect_interval{u"Connection", u"ConnectInterval", 0, 0, 60000};  // ms
+inline constexpr NumberSetting verify_peer{u"Connection", u"VerifyPeer", 1, 0, 1};
 }  // namespace setting
 
 /// The store with the run's own values laid over it. Any thread may call.

@@ -119,7 +119,7 @@ class JobTest : public testing::Test {
     Settings settings;
     LibraryTables libraries;
     StopSource stop;
-    ConnectionServices network;
+    ConnectionServices network{&libraries.secur};
     ThreadPool threads;
 };
 

@@ -3,10 +3,17 @@
 #include <algorithm>
 
 #include "base/string_table.h"
+#include "base/text.h"
 #include "transfer/connection/connector.h"
 
 namespace vantlow {
 namespace {
+
+// A connection or a session that was accepted on other terms must not pass for this one.
+std::string trust_key(const TlsPlan& tls) {
+    if (!tls.verify) return " unverified";
+    return " verified for " + tls.host + " by " + to_utf8(tls.ca_file);
+}
 
 std::string reuse_key(const ConnectPlan& plan) {
     std::string key = plan.scheme + "://" + plan.host + ":" + std::to_string(plan.port);
@@ -14,6 +21,7 @@ std::string reuse_key(const ConnectPlan& plan) {
         key += " via " + std::to_string(plan.proxy.kind) + " " + plan.proxy.user + "@" + plan.proxy.host +
                ":" + std::to_string(plan.proxy.port) + (plan.want_connect ? " tunnel" : "");
     }
+    if (plan.tls) key += trust_key(*plan.tls);
     return key;
 }
 
@@ -29,8 +37,12 @@ CBaseSocket::~CBaseSocket() {
 
 void CBaseSocket::use(std::unique_ptr<CReuseNode> node) {
     node_ = std::move(node);
-    node_->stream->attach(&stop_);
-    paced_.emplace(*node_->stream);
+    node_->attach(&stop_, &log_);
+    begin_pacing();
+}
+
+void CBaseSocket::begin_pacing() {
+    paced_.emplace(node_->top());
     paced_->attach(share_, &stop_);
 }
 
@@ -42,6 +54,7 @@ void CBaseSocket::close(bool keep) {
     } else {
         // A body that is not wanted any more may still be on its way: a reset tells the server to stop
         // sending.
+        node_->tls.reset();
         node_->stream->socket().close_with_reset();
     }
     node_.reset();
@@ -50,8 +63,10 @@ void CBaseSocket::close(bool keep) {
 Result CBaseSocket::open(const ConnectPlan& plan) {
     close();
     timeout_ = plan.timeout;
+    host_ = plan.host;
+    port_ = plan.port;
     if (plan.may_reuse) {
-        if (auto kept = services_.reuse.take(reuse_key(plan))) {
+        if (auto kept = services_.reuse.take(reuse_key(plan), stop_)) {
             reused_ = true;
             use(std::move(kept));
             return {};
@@ -99,7 +114,9 @@ Result CBaseSocket::connect_new(const ConnectPlan& plan) {
     if (!socket.ok()) return socket.failure();
     node->stream = std::make_unique<SocketStream>(*std::move(socket));
     use(std::move(node));
-    return direct ? Result{} : open_tunnel(plan);
+    Result result = direct ? Result{} : open_tunnel(plan);
+    if (result.ok() && plan.tls) result = start_tls(*plan.tls);
+    return result;
 }
 
 // The target as its proxy is to be told: a literal as an address, a name as it is unless names are to be
@@ -127,6 +144,26 @@ Result CBaseSocket::open_tunnel(const ConnectPlan& plan) {
     }
     std::uint16_t reported = 0;
     return tunnel(plan.proxy, target, reported);
+}
+
+Result CBaseSocket::start_tls(const TlsPlan& tls) {
+    Outcome<TlsEngines::Engine> engine = services_.tls.engine(tls.ca_file);
+    Result result = engine.ok() ? Result() : engine.failure();
+    if (result.ok()) {
+        TlsPlan plan = tls;
+        if (plan.host.empty()) plan.host = host_;
+        if (plan.session_key.empty()) plan.session_key = host_ + ":" + std::to_string(port_);
+        plan.session_key += trust_key(plan);
+        paced_.reset();
+        node_->tls = std::make_unique<TlsStream>(services_.tls, *std::move(engine), plan, *node_->stream);
+        node_->tls->attach(&stop_, &log_);
+        begin_pacing();
+        result = node_->tls->connect(from_now(timeout_));
+    }
+    if (result.ok()) return result;
+    if (result.kind() != Kind::stopped) log_.line(Direction::error, result.message());
+    close();
+    return result;
 }
 
 namespace {
@@ -166,7 +203,7 @@ Result CBaseSocket::tunnel(const ProxyPlan& proxy, const TunnelTarget& target, s
 }
 
 Result CBaseSocket::send_all(std::span<const std::byte> bytes) {
-    return node_->stream->write(bytes, from_now(timeout_));
+    return node_->top().write(bytes, from_now(timeout_));
 }
 
 Result CBaseSocket::receive_exactly(std::span<std::byte> into, Clock::time_point until) {

@@ -11,16 +11,21 @@
 #include "transfer/connection/resolver.h"
 #include "transfer/connection/reuse.h"
 #include "transfer/connection/server_slots.h"
+#include "transfer/connection/tls.h"
 #include "transfer/connection/tunnel.h"
 
 namespace vantlow {
 
 /// What all connections of the program share. Outlives every connection.
 struct ConnectionServices {
+    /// Without the TLS library (null) secured connections are refused. It outlives the object.
+    explicit ConnectionServices(const SecurTable* tls_library = nullptr) : tls(tls_library) {}
+
     Resolver resolver;
     ConnectionSets sets;
     ServerSlots slots;
-    ReusePool reuse;  // after the slots that its connections hold
+    TlsEngines tls;
+    ReusePool reuse;  // after what its connections hold
 };
 
 /// Everything that opening a connection needs to be told.
@@ -31,8 +36,9 @@ struct ConnectPlan {
     ProxyPlan proxy;
     std::chrono::milliseconds timeout{60000};  ///< of connecting and of each handshake read
     ServerLimits limits;
-    bool may_reuse = true;      ///< a connection kept from an earlier request will do
-    bool want_connect = false;  ///< a proxy of kind 10 is asked for a tunnel too: for all but HTTP requests
+    std::optional<TlsPlan> tls;  ///< TLS before the protocol speaks
+    bool may_reuse = true;       ///< a connection kept from an earlier request will do
+    bool want_connect = false;   ///< a proxy of kind 10 is asked for a tunnel too: for all but HTTP requests
 };
 
 /// The base of the objects that talk over TCP. Belongs to the one thread that made it.
@@ -44,8 +50,15 @@ class CBaseSocket {
     CBaseSocket(const CBaseSocket&) = delete;
     CBaseSocket& operator=(const CBaseSocket&) = delete;
 
-    /// Opens the connection: one kept for reuse where the plan allows it, else a new one through the proxy.
+    /// Opens the connection: one kept for reuse where the plan allows it, else a new one through the proxy,
+    /// with TLS where the plan asks for it.
     Result open(const ConnectPlan& plan);
+    /// Begins TLS on the open connection (after "AUTH TLS", say), within the plan's time-out. Everything goes
+    /// through it from then on. On failure, which is logged, the connection is closed: `not_trusted`,
+    /// `server_error` when the two sides have nothing in common, `unsupported` without a TLS library,
+    /// `transient`.
+    Result start_tls(const TlsPlan& tls);
+    [[nodiscard]] bool is_secured() const noexcept { return node_ != nullptr && node_->tls != nullptr; }
     /// Ends it. `keep` when the last answer was read whole and the server wants to go on: the connection is
     /// kept for the next request to the same server.
     void close(bool keep = false);
@@ -77,12 +90,15 @@ class CBaseSocket {
     Outcome<std::vector<SocketAddress>> resolve(const std::string& host, std::uint16_t port);
     Result open_tunnel(const ConnectPlan& plan);
     void use(std::unique_ptr<CReuseNode> node);
+    void begin_pacing();
 
     ConnectionServices& services_;
     LogSink& log_;
     const StopSource& stop_;
     SpeedShare* share_;
     std::chrono::milliseconds timeout_{60000};
+    std::string host_;  ///< that the connection was opened to, and its port
+    std::uint16_t port_ = 0;
     bool reused_ = false;
     std::unique_ptr<CReuseNode> node_;
     std::optional<PacedStream> paced_;  // reads from node_

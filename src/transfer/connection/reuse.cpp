@@ -12,7 +12,7 @@ constexpr std::chrono::seconds longest_idle{15};
 
 }  // namespace
 
-std::unique_ptr<CReuseNode> ReusePool::take(const std::string& key) {
+std::unique_ptr<CReuseNode> ReusePool::take(const std::string& key, const StopSource& stop) {
     std::list<std::unique_ptr<CReuseNode>> stale;  // closed after the lock is given back
     const std::lock_guard guard(mutex_);
     const auto oldest = Clock::now() - longest_idle;
@@ -23,7 +23,8 @@ std::unique_ptr<CReuseNode> ReusePool::take(const std::string& key) {
             return nullptr;
         }
         if ((*at)->key != key) continue;
-        if ((*at)->stream->socket().is_quiet()) {
+        (*at)->attach(&stop, nullptr);
+        if ((*at)->is_quiet()) {
             std::unique_ptr<CReuseNode> node = std::move(*at);
             idle_.erase(at);
             return node;
@@ -36,7 +37,7 @@ std::unique_ptr<CReuseNode> ReusePool::take(const std::string& key) {
 
 void ReusePool::keep(std::unique_ptr<CReuseNode> node) {
     node->since = Clock::now();
-    node->stream->attach(nullptr);
+    node->attach(nullptr, nullptr);
     std::unique_ptr<CReuseNode> surplus;
     const std::lock_guard guard(mutex_);
     idle_.push_back(std::move(node));

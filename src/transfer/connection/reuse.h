@@ -8,6 +8,7 @@
 
 #include "transfer/connection/server_slots.h"
 #include "transfer/connection/socket_stream.h"
+#include "transfer/connection/tls.h"
 
 namespace vantlow {
 
@@ -16,9 +17,23 @@ class CReuseNode {
   public:
     virtual ~CReuseNode() = default;
 
-    std::string key;     ///< what the connection may be reused for: scheme, host, port, proxy
+    /// The stage that the protocol speaks to.
+    [[nodiscard]] ByteStream& top() noexcept {
+        if (tls) return *tls;
+        return *stream;
+    }
+    /// Whose stop ends the waits from now on, and who hears of trouble; null: waits fail at once.
+    void attach(const StopSource* stop, LogSink* log) noexcept {
+        stream->attach(stop);
+        if (tls) tls->attach(stop, log);
+    }
+    /// True when the peer neither closed nor sent anything. Needs a stop.
+    [[nodiscard]] bool is_quiet() noexcept { return tls ? tls->is_quiet() : stream->socket().is_quiet(); }
+
+    std::string key;     ///< what the connection may be reused for: scheme, host, port, proxy, trust
     std::string server;  ///< whose slot it holds
     std::unique_ptr<SocketStream> stream;
+    std::unique_ptr<TlsStream> tls;  ///< over the stream; null: none
     ServerSlots::Slot slot;
     Clock::time_point since{};
 };
@@ -27,8 +42,8 @@ class CReuseNode {
 class ReusePool {
   public:
     /// The newest connection of that key that the server has neither closed nor spoken on; null when none is
-    /// left.
-    std::unique_ptr<CReuseNode> take(const std::string& key);
+    /// left. Its waits end on that stop.
+    std::unique_ptr<CReuseNode> take(const std::string& key, const StopSource& stop);
     void keep(std::unique_ptr<CReuseNode> node);
     /// Closes the oldest idle connection that holds a slot of this server; false when there is none. For a
     /// connection of another key that finds no slot free.

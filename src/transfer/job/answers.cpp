@@ -32,6 +32,8 @@ SourcePlan CTransferMainThread::plan() {
     }
     plan.proxy = options_.proxy;
     plan.timeout = std::chrono::seconds(settings.number(setting::connect_timeout));
+    plan.trust.verify = settings.flag(setting::verify_peer);
+    plan.trust.ca_file = settings.text(u"Connection", u"CAFile");
     plan.limits.most = settings.number(setting::max_per_server);
     plan.limits.interval = std::chrono::milliseconds(settings.number(setting::connect_interval));
     plan.receive_buffer = static_cast<std::size_t>(settings.number(setting::connection_buffer)) * 1024;

@@ -39,6 +39,11 @@ bool same_server(const Target& a, const Target& b) {
     return a.scheme == b.scheme && iequals(a.host, b.host) && a.port == b.port;
 }
 
+bool is_secured(const Target& target) {
+    const Protocol* const protocol = find_protocol(to_utf16(target.scheme) + u"://");
+    return protocol != nullptr && protocol->secured;
+}
+
 class HttpSource : public Source {
   public:
     explicit HttpSource(const SourceContext& context)
@@ -74,10 +79,13 @@ HttpRequest make_request(const SourcePlan& plan, const Target& target, std::int6
     request.port = target.port;
     request.explicit_port = target.explicit_port;
     request.path = target.path;
-    request.through_proxy = plan.proxy.takes_requests(target.scheme == "https");
+    request.through_proxy = plan.proxy.takes_requests(is_secured(target));
     request.proxy_user = plan.proxy.user;
     request.proxy_password = plan.proxy.password;
-    request.referer = to_ansi(plan.referer);
+    // What was read in secret is not told in the clear (RFC 9110, 10.1.3).
+    const Protocol* const referring = find_protocol(plan.referer);
+    const bool telling = referring == nullptr || !referring->secured || is_secured(target);
+    if (telling) request.referer = to_ansi(plan.referer);
     request.automatic_referer = plan.automatic_referer;
     request.agent = to_ansi(plan.agent);
     request.start = offset;
@@ -103,7 +111,11 @@ Result HttpSource::ask(const SourcePlan& plan, const Target& target, std::int64_
     connect.proxy = plan.proxy;
     connect.timeout = plan.timeout;
     connect.limits = plan.limits;
-    connect.want_connect = target.scheme == "https";
+    connect.want_connect = is_secured(target);
+    if (is_secured(target)) {
+        connect.tls = plan.trust;
+        connect.tls->protocol = "http/1.1";
+    }
     const HttpRequest request = make_request(plan, target, offset);
     Result result = conversation_.ask(connect, request, head);
     if (result.ok() && head.status == 400 && socket_.is_reused()) {
@@ -124,10 +136,6 @@ Result HttpSource::open(const SourcePlan& plan, std::int64_t offset, SourceAnswe
         if (!target) {
             context_.log.line(Direction::error, message_text(Message::invalid_url));
             return {Code::invalid_url, "Invalid URL: " + to_utf8(without_credentials(address))};
-        }
-        if (target->scheme != "http") {
-            return {Code::unsupported,
-                    "No TLS library: " + target->scheme + ":// addresses cannot be fetched."};
         }
         HttpHead head;
         if (Result result = ask(plan, *target, offset, head); !result.ok()) return result;

@@ -10,8 +10,8 @@ namespace vantlow {
 namespace {
 
 constexpr std::array protocols{
-    Protocol{u"http://", make_http_source},
-    Protocol{u"https://", make_http_source},
+    Protocol{u"http://", false, make_http_source},
+    Protocol{u"https://", true, make_http_source},
 };
 
 // What people hand over although nothing can fetch it yet.

@@ -24,6 +24,7 @@ struct SourcePlan {
     bool automatic_referer = false;
     bool utf8 = true;
     ProxyPlan proxy;
+    TlsPlan trust;  ///< for addresses that are secured
     std::chrono::milliseconds timeout{60000};
     std::chrono::milliseconds silence{
         30000};  ///< without a byte of the body: the connection counts as broken
@@ -74,6 +75,7 @@ struct SourceContext {
 /// One protocol: the scheme with its "://" and what makes its sources.
 struct Protocol {
     std::u16string_view scheme;
+    bool secured;  ///< TLS from the first byte
     std::unique_ptr<Source> (*make)(const SourceContext& context);
 };
 
