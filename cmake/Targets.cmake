@@ -45,12 +45,16 @@ function(vantlow_check_links name)
     set_target_properties(check_links_${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/check_links")
 endfunction()
 
-# vantlow_runtime_library(name FOLDER folder DESCRIPTION text [LINK target...]): a library that the program loads while
+# vantlow_runtime_library(name FOLDER folder... DESCRIPTION text [LINK target...]): a library that the program loads while
 # it runs, under exactly this name. It exports what it marks as such and nothing else. Sources that only this system has
-# stand in the folder's posix/ or win32/.
+# stand in a folder's posix/ or win32/.
 function(vantlow_runtime_library name)
-    cmake_parse_arguments(PARSE_ARGV 1 arg "" "FOLDER;DESCRIPTION" "LINK")
-    vantlow_find_sources(sources FOLDERS ${arg_FOLDER} ${arg_FOLDER}/${system_folder})
+    cmake_parse_arguments(PARSE_ARGV 1 arg "" "DESCRIPTION" "FOLDER;LINK")
+    set(folders)
+    foreach(folder IN LISTS arg_FOLDER)
+        list(APPEND folders ${folder} ${folder}/${system_folder})
+    endforeach()
+    vantlow_find_sources(sources FOLDERS ${folders})
     if(NOT sources)
         add_custom_target(${name})
         return()

@@ -42,6 +42,23 @@ else()
     target_link_libraries(vantlow_tls INTERFACE "${VANTLOW_OPENSSL_LIBRARY}" "${VANTLOW_OPENSSL_CRYPTO_LIBRARY}")
 endif()
 
+# SSH. No Windows system and no package has it for there: what was built from source below build/ is taken.
+if(WIN32)
+    find_library(VANTLOW_SSH2_LIBRARY NAMES libssh2.a PATHS "${CMAKE_SOURCE_DIR}/build/windows-ssh2/lib"
+        NO_DEFAULT_PATH NO_CMAKE_FIND_ROOT_PATH)
+    find_path(VANTLOW_SSH2_INCLUDE libssh2.h PATHS "${CMAKE_SOURCE_DIR}/build/windows-ssh2/include"
+        NO_DEFAULT_PATH NO_CMAKE_FIND_ROOT_PATH)
+else()
+    find_library(VANTLOW_SSH2_LIBRARY NAMES ssh2 REQUIRED)
+    find_path(VANTLOW_SSH2_INCLUDE libssh2.h REQUIRED)
+endif()
+if(VANTLOW_SSH2_LIBRARY AND VANTLOW_SSH2_INCLUDE)
+    add_library(vantlow_ssh2 INTERFACE)
+    add_library(vantlow::ssh2 ALIAS vantlow_ssh2)
+    target_include_directories(vantlow_ssh2 SYSTEM INTERFACE "${VANTLOW_SSH2_INCLUDE}")
+    target_link_libraries(vantlow_ssh2 INTERFACE "${VANTLOW_SSH2_LIBRARY}")
+endif()
+
 # The operating system's own libraries.
 add_library(vantlow_system INTERFACE)
 add_library(vantlow::system ALIAS vantlow_system)

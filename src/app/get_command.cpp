@@ -122,6 +122,23 @@ CredentialLookup netrc_lookup() {
 
 namespace {
 
+// Servers that SSH does not know are accepted as the words say, else the person is asked.
+SshRules ssh_rules(const GetOptions& options, GetOutput& output, const StopSource& stop) {
+    SshRules rules;
+    rules.folder = join_path(home_folder(), u".ssh");
+    if (!options.key_file.empty()) rules.key_file = absolute_path(to_utf16(options.key_file));
+    HostKeys::Ask ask = [](const std::string&, const std::string&) { return true; };
+    if (!options.accept_host_key) {
+        ask = [&output, &stop](const std::string& host, const std::string& fingerprint) {
+            return output.ask_yes_or_no("The server " + host + " is not known. Its key is " + fingerprint +
+                                            ".\nTrust it from now on? (yes/no) ",
+                                        stop);
+        };
+    }
+    rules.hosts = std::make_shared<HostKeys>(rules.folder, std::move(ask));
+    return rules;
+}
+
 // The status of all jobs together: that of the only failure, or the one that all failures share.
 class StatusOfAll {
   public:
@@ -162,6 +179,7 @@ Exit run_get(CFerrywellApp& app, const GlobalOptions& global, const GetOptions& 
     StopSource& stop = app.stop();
     ThreadPool threads;
     const InterruptWatch watch(on_interrupt, &stop);
+    run.ssh = ssh_rules(options, output, stop);
     StatusOfAll all;
     {
         CJobQueue queue({connections, app.libraries(), app.settings(), stop, threads});

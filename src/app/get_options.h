@@ -25,6 +25,8 @@ struct GetOptions {
     std::string limit;
     std::optional<std::int64_t> retries;
     std::optional<std::int64_t> retry_delay;
+    std::string key_file;  ///< a private key for SSH
+    bool accept_host_key = false;
     std::string ca_file;
     bool insecure = false;
     std::string hash;       ///< "ALGO:HEX"

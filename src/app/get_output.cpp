@@ -1,5 +1,6 @@
 #include "app/get_output.h"
 
+#include <algorithm>
 #include <nlohmann/json.hpp>
 
 #include "base/text.h"
@@ -31,11 +32,17 @@ ordered_json path_or_null(const std::u16string& path) {
     return known ? ordered_json(to_utf8(path)) : ordered_json(nullptr);
 }
 
-std::string plain_line(std::string_view text) {
-    std::string line(text);
-    for (char& c : line) {
-        if (static_cast<unsigned char>(c) < 0x20 || c == 0x7F) c = ' ';
+std::string plain_text(std::string_view text) {
+    std::string plain(text);
+    for (char& c : plain) {
+        if ((static_cast<unsigned char>(c) < 0x20 && c != '\n') || c == 0x7F) c = ' ';
     }
+    return plain;
+}
+
+std::string plain_line(std::string_view text) {
+    std::string line = plain_text(text);
+    std::replace(line.begin(), line.end(), '\n', ' ');
     return line;
 }
 
@@ -113,7 +120,17 @@ void GetOutput::tell_notice(Shown& shown, const JobProgress& progress) {
     if (!global_.quiet && !global_.json) complain(shown.address + ": " + progress.notice + " (going on)");
 }
 
+bool GetOutput::ask_yes_or_no(const std::string& question, const StopSource& stop) {
+    if (global_.json || !is_terminal(Stream::error)) return false;
+    asking_ = true;
+    write_stream(Stream::error, "\n" + plain_text(question));
+    const auto answer = read_terminal_line(stop);
+    asking_ = false;
+    return answer && (iequals(trim(*answer), "yes") || iequals(trim(*answer), "y"));
+}
+
 void GetOutput::show(CJobQueue& queue) {
+    if (asking_) return;
     flush_log();
     const auto now = Clock::now();
     std::vector<JobLine> lines;

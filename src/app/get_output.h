@@ -1,6 +1,7 @@
 // What `vantlow get` tells: to a person, to a program, to a terminal.
 #pragma once
 
+#include <atomic>
 #include <map>
 #include <mutex>
 #include <set>
@@ -27,6 +28,9 @@ class GetOutput {
     /// The running jobs, often: redraws the terminal ten times a second, reports progress twice a second.
     void show(CJobQueue& queue);
     void ended(const CJobQueue::Ended& job);
+    /// Asks the person at the terminal (any thread; the display stands still meanwhile). False for any other
+    /// answer than "yes", without a terminal, and when a stop is requested.
+    bool ask_yes_or_no(const std::string& question, const StopSource& stop);
     /// A complaint that belongs to no job.
     void complain(const std::string& text);
     /// Takes the progress display away.
@@ -55,6 +59,7 @@ class GetOutput {
     std::int64_t finished_bytes_ = 0;
     Totals totals_;
     Clock::time_point drawn_{};
+    std::atomic<bool> asking_{false};
     std::mutex mutex_;
     std::vector<std::string> log_lines_;  ///< guarded by mutex_
 };

@@ -42,6 +42,9 @@ void add_get_command(CommandSet& commands) {
     add_job_options(get, *options);
     get.add_option("-j,--jobs", options->jobs, "Jobs at once (default 3)")->check(CLI::Range(1, 1000));
     get.add_option("--limit", options->limit, "Bytes a second for all connections together (500K, 2M)");
+    get.add_option("--key", options->key_file, "Private key for SFTP")->check(CLI::ExistingFile);
+    get.add_flag("--accept-host-key", options->accept_host_key,
+                 "Trust SFTP servers that are not known yet, and remember them");
     get.add_option("--ca-file", options->ca_file, "Trusted certificates for TLS");
     get.add_flag("--insecure", options->insecure, "Do not check certificates");
     get.add_option("--overwrite", options->overwrite, "When the target exists: rename, overwrite or cancel")

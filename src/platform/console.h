@@ -2,8 +2,11 @@
 #pragma once
 
 #include <cstddef>
+#include <optional>
 #include <string>
 #include <string_view>
+
+#include "platform/stop.h"
 
 namespace vantlow {
 
@@ -20,6 +23,10 @@ void write_stream(Stream stream, std::string_view text) noexcept;
 
 /// Standard input up to its end, at most `at_most` bytes of it.
 std::string read_standard_input(std::size_t at_most);
+
+/// Reads one line from the standard input where that is a terminal, without its line end. None without a
+/// terminal, at the input's end, and when a stop is requested.
+std::optional<std::string> read_terminal_line(const StopSource& stop);
 
 /// Calls `on_interrupt` (from a thread of its own, one call at a time, count from 1) for each Ctrl-C,
 /// SIGTERM, console close or log-off until the object ends. One object at a time.

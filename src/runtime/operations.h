@@ -147,6 +147,80 @@ typedef ptrdiff_t SSL_Recv_t(VantlowTls* tls, void* into, size_t size);
 /* Sends all of it. */
 typedef int SSL_Send_t(VantlowTls* tls, const void* from, size_t size);
 
+/* ---- libssh: SFTP (version 3 over SSH, RFC 4253), spoken to in the words of FTP ---- */
+
+/* One connection. */
+typedef struct VantlowSsh VantlowSsh;
+
+enum {
+    VANTLOW_SSH_OK = 0,
+    VANTLOW_SSH_QUIET = -1,      /* nothing came while the transport waited: no failure, call again */
+    VANTLOW_SSH_TRANSPORT = -2,  /* the transport failed: its owner knows why */
+    VANTLOW_SSH_NO_FILES = -6,   /* the two sides cannot agree, or the server has no SFTP */
+    VANTLOW_SSH_REFUSED = -20,   /* no login was accepted */
+    VANTLOW_SSH_UNTRUSTED = -21, /* the server's key is not the known one, or was not accepted */
+    VANTLOW_SSH_BROKEN = -30     /* cut or damaged */
+};
+
+/* The bytes below. Called from within the operations on their thread. */
+typedef struct VantlowSshTransport {
+    void* context;
+    /* Up to `size` bytes, waiting for the first one; their number, 0 when the peer sends nothing more,
+       VANTLOW_SSH_QUIET when none came in time, or VANTLOW_SSH_TRANSPORT. */
+    ptrdiff_t (*receive)(void* context, void* into, size_t size);
+    /* Sends all of it; VANTLOW_SSH_OK or VANTLOW_SSH_TRANSPORT. */
+    int (*send)(void* context, const void* from, size_t size);
+} VantlowSshTransport;
+
+/* Who logs in, and which server is the right one. Needed during Sftp_Connect only. */
+typedef struct VantlowSshLogin {
+    const char* host; /* as the known hosts name it */
+    int port;
+    const char* user;
+    const char* password;    /* NULL: none; also tried as the pass phrase of an encrypted key */
+    const char* const* keys; /* texts of private keys (PEM, OpenSSH), tried in this order */
+    size_t key_count;
+    size_t first_keys; /* so many of them were asked for and come before the password */
+    int use_agent;
+    const char* known_hosts; /* text in the form of OpenSSH's known_hosts; NULL: none */
+    size_t known_hosts_size;
+    /* Asked about a server whose key is not known: its fingerprint ("ED25519 SHA256:...") and the line that
+       would make it known. Another answer than 0 accepts it. NULL refuses. */
+    int (*accept)(void* context, const char* fingerprint, const char* known_hosts_line);
+    void* accept_context;
+} VantlowSshLogin;
+
+/* A connection that Sftp_Connect opens; NULL without memory. */
+typedef VantlowSsh* SSH_Init_t(const VantlowSshTransport* transport);
+/* Frees it; where it still stands it ends without a word to the server. NULL is fine. */
+typedef void SSH_Exit_t(VantlowSsh* ssh);
+/* How many bytes are received at once, 32 KiB to 4 MiB (before Sftp_Connect; 256 KiB otherwise). */
+typedef void SSH_Settings_t(VantlowSsh* ssh, size_t receive_buffer);
+/* Where a failure's sentence is left (UTF-8, ends with a zero, cut to `room` bytes). NULL: nowhere. */
+typedef void SSH_SetErrPtr_t(VantlowSsh* ssh, char* text, size_t room);
+/* Key exchange, the server's key, the login, SFTP. VANTLOW_SSH_QUIET is a time-out here: a failure. */
+typedef int Sftp_Connect_t(VantlowSsh* ssh, const VantlowSshLogin* login);
+/* One command: "CWD path", "TYPE I", "MDTM name", "SIZE name", "REST offset", "RETR name", "ABOR", "NOOP".
+   `reply` (`room` bytes) gets the answer in FTP's form, "125 transfer starting. (Restarting at 0)" for
+   one. VANTLOW_SSH_OK when there is an answer, whatever it says. */
+typedef int SSH_Send_t(VantlowSsh* ssh, const char* command, char* reply, size_t room);
+/* Up to `size` bytes of the file that RETR opened: their number, 0 at its end, or a failure. Reads ahead by
+   some multiples of `size`. */
+typedef ptrdiff_t SSH_Recv_t(VantlowSsh* ssh, void* into, size_t size);
+/* Tells the server that this is the end. The handle is still to be freed. */
+typedef void SSH_Disconnect_t(VantlowSsh* ssh);
+
+/* ---- libsecur: one-time passwords (RFC 2289) ---- */
+
+/* Room for a response with its terminating zero. */
+enum { VANTLOW_OPIE_ROOM = 17 };
+
+/* Answers a challenge: `algorithm` is "otp-md4", "otp-md5" or "otp-sha1", `sequence` 0 or more, `seed` and
+   `secret` are texts. Writes 16 hexadecimal digits and a zero to `response`. 0, or -1 when an argument is not
+   one of these or the algorithm is not there. */
+typedef int opieKeyGenerate_t(const char* algorithm, int sequence, const char* seed, const char* secret,
+                              char* response);
+
 #ifdef __cplusplus
 }
 #endif

@@ -28,14 +28,14 @@ struct SslTable : LibraryTable {
 };
 
 struct SshTable : LibraryTable {
-    void* SSH_Init = nullptr;
-    void* SSH_Exit = nullptr;
-    void* Sftp_Connect = nullptr;
-    void* SSH_Disconnect = nullptr;
-    void* SSH_Send = nullptr;
-    void* SSH_Recv = nullptr;
-    void* SSH_Settings = nullptr;
-    void* SSH_SetErrPtr = nullptr;
+    SSH_Init_t* SSH_Init = nullptr;
+    SSH_Exit_t* SSH_Exit = nullptr;
+    Sftp_Connect_t* Sftp_Connect = nullptr;
+    SSH_Disconnect_t* SSH_Disconnect = nullptr;
+    SSH_Send_t* SSH_Send = nullptr;
+    SSH_Recv_t* SSH_Recv = nullptr;
+    SSH_Settings_t* SSH_Settings = nullptr;
+    SSH_SetErrPtr_t* SSH_SetErrPtr = nullptr;
     ZLib_InflateInit_t* ZLib_InflateInit = nullptr;
     GZ_InflateInit_t* GZ_InflateInit = nullptr;
     ZLib_InflateEnd_t* ZLib_InflateEnd = nullptr;
@@ -77,7 +77,7 @@ struct SecurTable : LibraryTable {
     void* HMAC_SHA256 = nullptr;
     void* RC4_Create_RTMPE = nullptr;
     void* RTMPE9_Signature = nullptr;
-    void* opieKeyGenerate = nullptr;
+    opieKeyGenerate_t* opieKeyGenerate = nullptr;
     void* Digest2617 = nullptr;
     void* wx_1 = nullptr;
     void* wx_4 = nullptr;

@@ -48,6 +48,15 @@ inline constexpr NumberSetting connect_timeout{u"Connection", u"ConnTimeout", 60
 inline constexpr NumberSetting max_per_server{u"Connection", u"MaxPerServer", 16, 0, 1000000};    // 0: none
 inline constexpr NumberSetting connect_interval{u"Connection", u"ConnectInterval", 0, 0, 60000};  // ms
 inline constexpr NumberSetting verify_peer{u"Connection", u"VerifyPeer", 1, 0, 1};
+inline constexpr NumberSetting enable_feat{u"Transfer", u"EnableFEAT", 1, -2147483648LL, 2147483647LL};
+inline constexpr NumberSetting ftp_passive{u"Transfer", u"Passive", 1, 0, 1};
+inline constexpr NumberSetting nat_in_port{u"Transfer", u"UseNATinPORT 2", 1, 0, 1};
+inline constexpr NumberSetting trace_list{u"Logs", u"TraceLIST", 1, 0, 1};
+inline constexpr NumberSetting ssh_buffer{u"Performance", u"SSH_RecvBufSize", 256, 32, 4096};  // KiB
+/// Extensions of files that FTP never transfers as text.
+inline constexpr std::u16string_view binary_types =
+    u".EXE;.RAR;.ZIP;.7Z;.TAR;.GZ;.BZ;.BZ2;.ISO;.Z;.TGZ;.wav;.flv;.f4v;.mp3;.mpg;.mpeg;.mp4;.3gp;.ogg;.mov;"
+    u".amr;.ra;.rm;.rmvb;.avi;.wma;.wmv;.asf";
 }  // namespace setting
 
 /// The store with the run's own values laid over it. Any thread may call.

@@ -59,6 +59,26 @@ bool prepare_terminal(Stream stream) noexcept {
     return kind != nullptr && *kind != '\0' && std::string_view(kind) != "dumb";
 }
 
+std::optional<std::string> read_terminal_line(const StopSource& stop) {
+    constexpr std::size_t longest_line = 4096;
+    constexpr int step_ms = 100;  // where the system had no event for the stop
+    if (::isatty(STDIN_FILENO) != 1) return std::nullopt;
+    std::string line;
+    while (line.size() < longest_line && !stop.requested()) {
+        pollfd entries[2] = {{STDIN_FILENO, POLLIN, 0}, {static_cast<int>(stop.wake().native()), POLLIN, 0}};
+        const int count = ::poll(entries, 2, step_ms);
+        if (count < 0 && errno != EINTR) return std::nullopt;
+        if (count <= 0 || entries[0].revents == 0) continue;
+        char c = 0;
+        const ssize_t got = ::read(STDIN_FILENO, &c, 1);
+        if (got == 0) return std::nullopt;
+        if (got < 0 && errno != EINTR && errno != EAGAIN) return std::nullopt;
+        if (got == 1 && c == '\n') return line;
+        if (got == 1) line += c;
+    }
+    return std::nullopt;
+}
+
 void write_stream(Stream stream, std::string_view text) noexcept {
     const int fd = descriptor_of(stream);
     while (!text.empty()) {

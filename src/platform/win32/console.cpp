@@ -50,6 +50,31 @@ bool prepare_terminal(Stream stream) noexcept {
     return SetConsoleMode(console, mode | ENABLE_PROCESSED_OUTPUT | ENABLE_VIRTUAL_TERMINAL_PROCESSING) != 0;
 }
 
+// Once a key was pressed the console is read as far as the line's end; until then a stop is heard.
+std::optional<std::string> read_terminal_line(const StopSource& stop) {
+    constexpr DWORD step_ms = 100;
+    HANDLE input = GetStdHandle(STD_INPUT_HANDLE);
+    DWORD mode = 0;
+    if (!GetConsoleMode(input, &mode)) return std::nullopt;
+    while (!stop.requested()) {
+        INPUT_RECORD record{};
+        DWORD count = 0;
+        if (WaitForSingleObject(input, step_ms) != WAIT_OBJECT_0) continue;
+        if (!PeekConsoleInputW(input, &record, 1, &count)) return std::nullopt;
+        const bool is_key = count > 0 && record.EventType == KEY_EVENT && record.Event.KeyEvent.bKeyDown;
+        if (!is_key) {
+            if (!ReadConsoleInputW(input, &record, 1, &count)) return std::nullopt;
+            continue;
+        }
+        wchar_t text[256];
+        if (!ReadConsoleW(input, text, 256, &count, nullptr) || count == 0) return std::nullopt;
+        std::string line = to_utf8(from_wide({text, count}));
+        while (!line.empty() && (line.back() == '\n' || line.back() == '\r')) line.pop_back();
+        return line;
+    }
+    return std::nullopt;
+}
+
 void write_stream(Stream stream, std::string_view text) noexcept {
     HANDLE out = handle_of(stream);
     if (is_terminal(stream)) return write_console(out, to_utf16(text));

@@ -46,6 +46,23 @@ void CBaseSocket::begin_pacing() {
     paced_->attach(share_, &stop_);
 }
 
+void CBaseSocket::adopt(TcpSocket socket, std::chrono::milliseconds timeout) {
+    close();
+    timeout_ = timeout;
+    reused_ = false;
+    auto node = std::make_unique<CReuseNode>();
+    node->stream = std::make_unique<SocketStream>(std::move(socket));
+    use(std::move(node));
+}
+
+std::optional<SocketAddress> CBaseSocket::local_address() const {
+    return node_ ? node_->stream->socket().local_address() : std::nullopt;
+}
+
+std::optional<SocketAddress> CBaseSocket::peer_address() const {
+    return node_ ? node_->stream->socket().peer_address() : std::nullopt;
+}
+
 void CBaseSocket::close(bool keep) {
     paced_.reset();
     if (!node_) return;

@@ -1,6 +1,7 @@
 // One connection to one server: resolve, connect, tunnel, then bytes.
 #pragma once
 
+#include <any>
 #include <memory>
 #include <optional>
 #include <string>
@@ -75,6 +76,15 @@ class CBaseSocket {
     Result receive_exactly(std::span<std::byte> into) { return receive_exactly(into, from_now(timeout_)); }
     Result receive_exactly(std::span<std::byte> into, Clock::time_point until);
     Result receive_byte(std::byte& into) { return receive_exactly({&into, 1}); }
+
+    /// Takes over a connection that the other side opened. `timeout` is that of each send.
+    void adopt(TcpSocket socket, std::chrono::milliseconds timeout);
+    /// What a protocol wants to be remembered while the connection is open, also when it is kept for reuse;
+    /// empty at first.
+    [[nodiscard]] std::any& notes() noexcept { return node_->notes; }
+    /// This end and the other end (a proxy, where one stands between); none without a connection.
+    [[nodiscard]] std::optional<SocketAddress> local_address() const;
+    [[nodiscard]] std::optional<SocketAddress> peer_address() const;
 
   protected:
     /// Opens a tunnel through the connected proxy before the protocol speaks. `port` gets the port that the

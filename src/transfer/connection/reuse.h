@@ -1,6 +1,7 @@
 // Connections that are kept for the next request to the same server.
 #pragma once
 
+#include <any>
 #include <list>
 #include <memory>
 #include <mutex>
@@ -36,6 +37,7 @@ class CReuseNode {
     std::unique_ptr<TlsStream> tls;  ///< over the stream; null: none
     ServerSlots::Slot slot;
     Clock::time_point since{};
+    std::any notes;  ///< what its protocol remembers of it
 };
 
 /// The kept connections, bounded in number and age. Any thread may call.

@@ -4,6 +4,7 @@
 #include "base/safe_name.h"
 #include "base/string_table.h"
 #include "base/text.h"
+#include "platform/process.h"
 #include "transfer/job/main_thread.h"
 
 namespace vantlow {
@@ -37,9 +38,24 @@ SourcePlan CTransferMainThread::plan() {
     plan.limits.most = settings.number(setting::max_per_server);
     plan.limits.interval = std::chrono::milliseconds(settings.number(setting::connect_interval));
     plan.receive_buffer = static_cast<std::size_t>(settings.number(setting::connection_buffer)) * 1024;
+    plan.ftp = ftp_rules();
+    plan.ssh = options_.ssh;
+    plan.ssh_buffer = static_cast<std::size_t>(settings.number(setting::ssh_buffer)) * 1024;
     const std::lock_guard guard(mutex_);
     if (!effective_.empty()) plan.address = effective_;
     return plan;
+}
+
+FtpRules CTransferMainThread::ftp_rules() const {
+    const Settings& settings = services_.settings;
+    FtpRules rules;
+    rules.features = settings.flag(setting::enable_feat);
+    rules.passive = settings.flag(setting::ftp_passive);
+    rules.trace_listings = settings.flag(setting::trace_list);
+    if (settings.flag(setting::nat_in_port)) rules.mapped_address = settings.text(u"Transfer", u"NATAddress");
+    rules.binary_types = settings.text(u"Transfer", u"BinaryTypes", setting::binary_types);
+    rules.client_version = product_version();
+    return rules;
 }
 
 FileRules CTransferMainThread::file_rules() const {

@@ -25,6 +25,7 @@ struct RunOptions {
     bool keep_state = true;  ///< save the job's state beside the partial file while it runs
     std::optional<ExpectedHash> hash;
     ProxyPlan proxy;
+    SshRules ssh;
     std::u16string default_agent;  ///< for jobs without an agent of their own
 };
 
@@ -85,6 +86,7 @@ class CTransferMainThread : private SubThreadHost, private WrittenListener {
     Result transfer();
     Result begin();
     FileRules file_rules() const;
+    FtpRules ftp_rules() const;
     void wait_for_news(Clock::time_point until);
     std::optional<Result> look();
     std::optional<Result> idle_end();

@@ -4,14 +4,16 @@
 
 #include "base/text.h"
 #include "store/address.h"
+#include "transfer/job/ftp_source.h"
 #include "transfer/job/http_source.h"
 
 namespace vantlow {
 namespace {
 
 constexpr std::array protocols{
-    Protocol{u"http://", false, make_http_source},
-    Protocol{u"https://", true, make_http_source},
+    Protocol{u"http://", false, make_http_source}, Protocol{u"https://", true, make_http_source},
+    Protocol{u"ftp://", false, make_ftp_source},   Protocol{u"ftps://", true, make_ftp_source},
+    Protocol{u"sftp://", false, make_ftp_source},
 };
 
 // What people hand over although nothing can fetch it yet.
@@ -37,11 +39,14 @@ std::string why_not_fetched(std::u16string_view address) {
     return "This kind of address cannot be fetched: " + to_utf8(without_credentials(address));
 }
 
-const Protocol* find_protocol(std::u16string_view address) noexcept {
+const Protocol* find_protocol(std::u16string_view address) {
     for (const Protocol& protocol : protocols) {
         if (istarts_with(address, protocol.scheme)) return &protocol;
     }
-    return nullptr;
+    // An address without a scheme is an FTP address.
+    static constexpr Protocol without_scheme{u"", false, make_ftp_source};
+    return address.find(u"://") == std::u16string_view::npos && parse_target(address) ? &without_scheme
+                                                                                      : nullptr;
 }
 
 }  // namespace vantlow

@@ -8,9 +8,20 @@
 
 #include "runtime/tables.h"
 #include "transfer/connection/base_socket.h"
+#include "transfer/job/host_keys.h"
 #include "transfer/job/version_rule.h"
 
 namespace vantlow {
+
+/// How FTP is spoken.
+struct FtpRules {
+    bool features = true;           ///< ask for the server's features
+    bool passive = true;            ///< the server waits for data connections
+    bool trace_listings = true;     ///< listings go to the log whole
+    std::u16string mapped_address;  ///< IPv4, announced in PORT; empty: the local address
+    std::u16string binary_types;    ///< ".EXE;.ZIP": never as text
+    std::u16string client_version;
+};
 
 /// What a job wants from one connection, with the settings as they are at this moment.
 struct SourcePlan {
@@ -30,6 +41,9 @@ struct SourcePlan {
         30000};  ///< without a byte of the body: the connection counts as broken
     ServerLimits limits;
     std::size_t receive_buffer = 64 * 1024;  ///< bytes, where a decoder stands between connection and file
+    FtpRules ftp;
+    SshRules ssh;
+    std::size_t ssh_buffer = 256 * 1024;  ///< bytes that SSH receives at once
 };
 
 /// What the server granted.
@@ -75,7 +89,7 @@ struct SourceContext {
 /// One protocol: the scheme with its "://" and what makes its sources.
 struct Protocol {
     std::u16string_view scheme;
-    bool secured;  ///< TLS from the first byte
+    bool secured;  ///< TLS before anything that matters is said
     std::unique_ptr<Source> (*make)(const SourceContext& context);
 };
 
@@ -83,6 +97,6 @@ struct Protocol {
 std::string why_not_fetched(std::u16string_view address);
 
 /// The protocol of an address; null when none is known for its scheme.
-const Protocol* find_protocol(std::u16string_view address) noexcept;
+const Protocol* find_protocol(std::u16string_view address);
 
 }  // namespace vantlow

@@ -1,0 +1,129 @@
+// Is it the server that it was: its key against the known hosts.
+#include <algorithm>
+#include <array>
+#include <memory>
+#include <string>
+
+#include "runtime/ssh/sftp/base64.h"
+#include "runtime/ssh/sftp/session.h"
+
+namespace vantlow::ssh {
+namespace {
+
+struct KeyKind {
+    const char* method;
+    int session_type;  ///< LIBSSH2_HOSTKEY_TYPE_
+    int known_type;    ///< LIBSSH2_KNOWNHOST_KEY_
+    const char* shown;
+};
+constexpr std::array kinds{
+    KeyKind{"ssh-ed25519", LIBSSH2_HOSTKEY_TYPE_ED25519, LIBSSH2_KNOWNHOST_KEY_ED25519, "ED25519"},
+    KeyKind{"ecdsa-sha2-nistp256", LIBSSH2_HOSTKEY_TYPE_ECDSA_256, LIBSSH2_KNOWNHOST_KEY_ECDSA_256, "ECDSA"},
+    KeyKind{"ecdsa-sha2-nistp384", LIBSSH2_HOSTKEY_TYPE_ECDSA_384, LIBSSH2_KNOWNHOST_KEY_ECDSA_384, "ECDSA"},
+    KeyKind{"ecdsa-sha2-nistp521", LIBSSH2_HOSTKEY_TYPE_ECDSA_521, LIBSSH2_KNOWNHOST_KEY_ECDSA_521, "ECDSA"},
+    KeyKind{"rsa-sha2-512", LIBSSH2_HOSTKEY_TYPE_RSA, LIBSSH2_KNOWNHOST_KEY_SSHRSA, "RSA"},
+    KeyKind{"rsa-sha2-256", LIBSSH2_HOSTKEY_TYPE_RSA, LIBSSH2_KNOWNHOST_KEY_SSHRSA, "RSA"},
+    KeyKind{"ssh-rsa", LIBSSH2_HOSTKEY_TYPE_RSA, LIBSSH2_KNOWNHOST_KEY_SSHRSA, "RSA"}};
+
+struct FreeKnownHosts {
+    void operator()(LIBSSH2_KNOWNHOSTS* hosts) const { libssh2_knownhost_free(hosts); }
+};
+using KnownHosts = std::unique_ptr<LIBSSH2_KNOWNHOSTS, FreeKnownHosts>;
+
+// Lines that cannot be read (markers, kinds of keys of later days) are passed over, as OpenSSH does.
+KnownHosts read_known_hosts(VantlowSsh& ssh) {
+    KnownHosts hosts(libssh2_knownhost_init(ssh.session));
+    if (!hosts || ssh.login->known_hosts == nullptr) return hosts;
+    const std::string text(ssh.login->known_hosts, ssh.login->known_hosts_size);
+    for (std::size_t at = 0; at < text.size();) {
+        const auto end = std::min(text.find('\n', at), text.size());
+        if (end > at && text[at] != '#' && text[at] != '@') {
+            // With its line end: libssh2 looks for one even behind what it was given.
+            libssh2_knownhost_readline(hosts.get(), text.data() + at, end - at + (end < text.size() ? 1 : 0),
+                                       LIBSSH2_KNOWNHOST_FILE_OPENSSH);
+        }
+        at = end + 1;
+    }
+    return hosts;
+}
+
+int check(VantlowSsh& ssh, const KnownHosts& hosts, const char* key, std::size_t size, int type) {
+    return libssh2_knownhost_checkp(hosts.get(), ssh.login->host, ssh.login->port, key, size,
+                                    LIBSSH2_KNOWNHOST_TYPE_PLAIN | LIBSSH2_KNOWNHOST_KEYENC_RAW | type,
+                                    nullptr);
+}
+
+// Whether a key of that kind, whatever it is, is known for the server.
+bool is_known_kind(VantlowSsh& ssh, const KnownHosts& hosts, const KeyKind& kind) {
+    return check(ssh, hosts, "?", 1, kind.known_type) == LIBSSH2_KNOWNHOST_CHECK_MISMATCH;
+}
+
+std::string known_hosts_name(const VantlowSshLogin& login) {
+    if (login.port == 22) return login.host;
+    return "[" + std::string(login.host) + "]:" + std::to_string(login.port);
+}
+
+std::string known_hosts_line(VantlowSsh& ssh, const KnownHosts& hosts, const char* key, std::size_t size,
+                             int type) {
+    struct libssh2_knownhost* added = nullptr;
+    const std::string name = known_hosts_name(*ssh.login);
+    if (libssh2_knownhost_addc(hosts.get(), name.c_str(), nullptr, key, size, nullptr, 0,
+                               LIBSSH2_KNOWNHOST_TYPE_PLAIN | LIBSSH2_KNOWNHOST_KEYENC_RAW | type,
+                               &added) != 0)
+        return {};
+    std::string line(size * 2 + name.size() + 256, '\0');
+    std::size_t length = 0;
+    if (libssh2_knownhost_writeline(hosts.get(), added, line.data(), line.size(), &length,
+                                    LIBSSH2_KNOWNHOST_FILE_OPENSSH) != 0)
+        return {};
+    line.resize(length);
+    while (!line.empty() && line.back() == '\n') line.pop_back();
+    return line;
+}
+
+}  // namespace
+
+void prefer_known_keys(VantlowSsh& ssh) {
+    const KnownHosts hosts = read_known_hosts(ssh);
+    if (!hosts) return;
+    std::string known;
+    std::string others;
+    for (const KeyKind& kind : kinds) {
+        std::string& list = is_known_kind(ssh, hosts, kind) ? known : others;
+        list += (list.empty() ? "" : ",") + std::string(kind.method);
+    }
+    if (!known.empty()) others = known + (others.empty() ? "" : "," + others);
+    libssh2_session_method_pref(ssh.session, LIBSSH2_METHOD_HOSTKEY, others.c_str());
+}
+
+int check_server(VantlowSsh& ssh) {
+    std::size_t size = 0;
+    int type = 0;
+    const char* const key = libssh2_session_hostkey(ssh.session, &size, &type);
+    const char* const hash = libssh2_hostkey_hash(ssh.session, LIBSSH2_HOSTKEY_HASH_SHA256);
+    const KnownHosts hosts = read_known_hosts(ssh);
+    const KeyKind* kind = nullptr;
+    bool any_known = false;
+    for (const KeyKind& one : kinds) {
+        if (kind == nullptr && one.session_type == type) kind = &one;
+        any_known = any_known || (hosts && is_known_kind(ssh, hosts, one));
+    }
+    if (key == nullptr || hash == nullptr || !hosts || kind == nullptr)
+        return ssh.fail(VANTLOW_SSH_UNTRUSTED, "The server's key is of an unknown kind.");
+    if (check(ssh, hosts, key, size, kind->known_type) == LIBSSH2_KNOWNHOST_CHECK_MATCH)
+        return VANTLOW_SSH_OK;
+    const std::string fingerprint = std::string(kind->shown) + " SHA256:" +
+                                    base64_unpadded(reinterpret_cast<const unsigned char*>(hash), 32);
+    if (any_known) {
+        return ssh.fail(VANTLOW_SSH_UNTRUSTED, "The server's key has changed: it is now " + fingerprint +
+                                                   ". Somebody may be in between; if the change is known, "
+                                                   "remove the old key from the known hosts.");
+    }
+    const std::string line = known_hosts_line(ssh, hosts, key, size, kind->known_type);
+    if (ssh.login->accept != nullptr &&
+        ssh.login->accept(ssh.login->accept_context, fingerprint.c_str(), line.c_str()) != 0)
+        return VANTLOW_SSH_OK;
+    return ssh.fail(VANTLOW_SSH_UNTRUSTED, "The server's key is not known: " + fingerprint + ".");
+}
+
+}  // namespace vantlow::ssh

@@ -1,0 +1,171 @@
+#include "transfer/ftp/conversation.h"
+
+#include <any>
+
+#include "base/string_table.h"
+#include "transfer/ftp/dialogue.h"
+
+namespace vantlow {
+namespace {
+
+// How long the end of a transfer may hold up a connection that a new login would replace.
+constexpr std::chrono::milliseconds longest_goodbye{1000};
+constexpr int most_stray_replies = 4;
+
+// What makes a kept control connection the right one: the login and the folder it stands in.
+std::string kept_as(const FtpPlan& plan) {
+    return (plan.tls ? "ftps\n" : "ftp\n") + plan.user + '\n' + plan.password + '\n' + plan.path.folder;
+}
+
+}  // namespace
+
+Result FtpConversation::open(const FtpPlan& plan, std::int64_t offset, FtpFile& file) {
+    body_.reset();
+    bool dead = false;
+    Result result = attempt(plan, offset, file, dead);
+    if (dead) {
+        // The kept connection had ended meanwhile.
+        FtpPlan fresh = plan;
+        fresh.connect.may_reuse = false;
+        result = attempt(fresh, offset, file, dead);
+    }
+    return result;
+}
+
+Result FtpConversation::attempt(const FtpPlan& plan, std::int64_t offset, FtpFile& file, bool& dead) {
+    ConnectPlan connect = plan.connect;
+    connect.scheme = kept_as(plan);
+    state_ = State::idle;
+    file = {};
+    if (Result result = socket_.open(connect); !result.ok()) return result;
+    control_.reset();
+    control_.trace_listings(plan.trace_listings);
+    const bool reused = socket_.is_reused();
+    Result result;
+    if (const auto* kept = std::any_cast<FtpSession>(&socket_.notes()); reused && kept != nullptr) {
+        session_ = *kept;
+    } else {
+        session_ = {};
+        result = ftp_log_in(socket_, control_, plan, session_, log_);
+    }
+    if (result.ok()) result = begin(plan, offset, file);
+    dead = !result.ok() && reused && !control_.heard_something() && result.kind() == Kind::retry_later;
+    if (!result.ok()) fail();
+    return result;
+}
+
+void FtpConversation::fail() {
+    body_.reset();
+    data_.close();
+    socket_.close();
+    state_ = State::idle;
+}
+
+Result FtpConversation::begin(const FtpPlan& plan, std::int64_t offset, FtpFile& file) {
+    if (Result result = ftp_ask_about_file(control_, plan, session_, file, log_); !result.ok()) return result;
+    if (Result result = data_.prepare(socket_, control_, plan, session_); !result.ok()) return result;
+    if (Result result = ftp_restart_at(control_, plan, session_, offset, file); !result.ok()) return result;
+    if (Result result = retrieve(plan, file); !result.ok()) return name_folder(plan, std::move(result));
+    if (Result result = data_.begin(socket_, plan, session_); !result.ok()) return result;
+    body_ = make_ftp_body(data_.socket(), plan, session_.compressed);
+    position_ = file.granted;
+    size_ = file.size;
+    return {};
+}
+
+Result FtpConversation::retrieve(const FtpPlan& plan, FtpFile& file) {
+    FtpReply reply;
+    Result result = control_.ask("RETR " + plan.path.file, reply, from_now(plan.connect.timeout));
+    if (result.ok()) result = ftp_retrieve_result(reply, log_);
+    if (!result.ok()) return result;
+    // A server may say at once that it has sent all of a small file.
+    state_ = reply.is_success() ? State::done : State::receiving;
+    if (file.size < 0 && file.granted == 0 && !plan.text_mode && !session_.compressed)
+        file.size = parse_announced_size(reply).value_or(-1);
+    return {};
+}
+
+// A name that cannot be fetched but entered is a folder's: that is what the person is told.
+Result FtpConversation::name_folder(const FtpPlan& plan, Result refused) {
+    if (refused.code != Code::server_error) return refused;
+    FtpReply reply;
+    Result result = control_.ask("CWD " + plan.path.file, reply, from_now(plan.connect.timeout));
+    if (!result.ok() || !reply.is_success()) return refused;
+    return {Code::server_error, "The address names a folder, not a file: " + plan.path.file};
+}
+
+Moved FtpConversation::read(std::span<std::byte> into, Clock::time_point until) {
+    if (state_ == State::idle || !body_) return Moved::closed();
+    if (state_ == State::receiving || state_ == State::done) {
+        const Moved moved = body_->read(into, until);
+        if (moved.state == Moved::State::data) position_ += static_cast<std::int64_t>(moved.bytes);
+        if (moved.state != Moved::State::closed) return moved;
+        if (state_ == State::done) return moved;
+        data_.close();
+        state_ = State::ending;
+    }
+    return last_word(until);
+}
+
+// The data connection ended; only the server's reply tells whether that was all.
+Moved FtpConversation::last_word(Clock::time_point until) {
+    FtpReply reply;
+    const Moved moved = control_.next(reply, until);
+    if (moved.state == Moved::State::quiet || moved.code == Code::stopped) return moved;
+    const bool all_there = size_ >= 0 && position_ >= size_;
+    if (moved.state == Moved::State::data && reply.is_success()) {
+        state_ = State::done;
+        return Moved::closed();
+    }
+    if (moved.state == Moved::State::data && !reply.says_goodbye()) state_ = State::done;
+    if (state_ != State::done) socket_.close();
+    if (all_there) return Moved::closed();
+    if (moved.state == Moved::State::data) {
+        log_.line(Direction::error, "The transfer was cut short: " + reply.text());
+    }
+    return Moved::failed(Code::transient);
+}
+
+// All bytes came: takes the end of the data connection and the server's last word.
+bool FtpConversation::read_to_end() {
+    const auto until = from_now(longest_goodbye);
+    std::array<std::byte, 512> rest;
+    for (;;) {
+        const Moved moved = read(rest, until);
+        if (moved.state == Moved::State::closed) return state_ == State::done;
+        if (moved.state != Moved::State::data) return false;
+    }
+}
+
+// In the middle of a transfer: ABOR, and a NOOP behind it whose answer cannot be taken for anything else.
+bool FtpConversation::abort() {
+    const auto until = from_now(longest_goodbye);
+    if (!control_.send("ABOR").ok()) return false;
+    data_.close();
+    FtpReply reply;
+    if (!control_.read(reply, until).ok() || !control_.send("NOOP").ok()) return false;
+    for (int i = 0; i < most_stray_replies; ++i) {
+        if (!control_.read(reply, until).ok()) return false;
+        if (reply.code == 200) return true;
+    }
+    return false;
+}
+
+void FtpConversation::finish() {
+    bool keep = state_ == State::done;
+    if (state_ == State::receiving || state_ == State::ending) {
+        const bool all_there = size_ >= 0 && position_ >= size_;
+        keep = all_there || state_ == State::ending ? read_to_end() : abort();
+    }
+    body_.reset();
+    data_.close();
+    state_ = State::idle;
+    if (keep && socket_.is_open() && control_.is_clean()) {
+        socket_.notes() = session_;
+        socket_.close(true);
+    } else {
+        socket_.close();
+    }
+}
+
+}  // namespace vantlow

@@ -1,0 +1,49 @@
+// FTP: the dialogue on the control connection and the transfer beside it.
+#pragma once
+
+#include "transfer/ftp/body.h"
+#include "transfer/ftp/data_connection.h"
+#include "transfer/ftp/transfer.h"
+
+namespace vantlow {
+
+class FtpConversation : public FtpTransfer {
+  public:
+    FtpConversation(ConnectionServices& services, LogSink& log, const StopSource& stop, SpeedShare* share)
+        : log_(log),
+          socket_(services, log, stop),
+          control_(socket_, log),
+          data_(services, log, stop, share) {}
+
+    Result open(const FtpPlan& plan, std::int64_t offset, FtpFile& file) override;
+    Moved read(std::span<std::byte> into, Clock::time_point until) override;
+    void finish() override;
+
+  private:
+    enum class State {
+        idle,
+        receiving,  ///< bytes come
+        ending,     ///< no more bytes; the server's last word is awaited
+        done,       ///< the control connection stands before the next command
+    };
+    Result attempt(const FtpPlan& plan, std::int64_t offset, FtpFile& file, bool& dead);
+    Result begin(const FtpPlan& plan, std::int64_t offset, FtpFile& file);
+    Result retrieve(const FtpPlan& plan, FtpFile& file);
+    Result name_folder(const FtpPlan& plan, Result refused);
+    Moved last_word(Clock::time_point until);
+    bool read_to_end();
+    bool abort();
+    void fail();
+
+    LogSink& log_;
+    CBaseSocket socket_;
+    FtpControl control_;
+    FtpDataConnection data_;
+    std::unique_ptr<FtpBody> body_;  // reads from data_
+    FtpSession session_;
+    State state_ = State::idle;
+    std::int64_t position_ = 0;
+    std::int64_t size_ = -1;
+};
+
+}  // namespace vantlow

@@ -1,0 +1,23 @@
+// The part of the dialogue that FTP and SFTP share: what is the file like, from where, give it.
+#pragma once
+
+#include "transfer/ftp/channel.h"
+#include "transfer/ftp/login.h"
+#include "transfer/ftp/plan.h"
+
+namespace vantlow {
+
+/// MDTM, TYPE, SIZE, MODE Z; where the server has no SIZE or MDTM, a listing (STAT) tells. What stays unknown
+/// is no failure.
+Result ftp_ask_about_file(FtpChannel& channel, const FtpPlan& plan, FtpSession& session, FtpFile& file,
+                          LogSink& log);
+
+/// REST: sets `file.granted` to the offset, or to 0 where the server cannot restart.
+Result ftp_restart_at(FtpChannel& channel, const FtpPlan& plan, FtpSession& session, std::int64_t offset,
+                      FtpFile& file);
+
+/// What the reply to RETR means: success for 125, 150 and 2xx. `server_error` when the server has no such
+/// file, `busy` when it may have it later.
+Result ftp_retrieve_result(const FtpReply& reply, LogSink& log);
+
+}  // namespace vantlow

@@ -1,0 +1,48 @@
+// Which SSH servers are known, and this user's keys.
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+namespace vantlow {
+
+/// The known hosts of one user: a file in OpenSSH's form, shared with other programs. Any thread may call.
+class HostKeys {
+  public:
+    /// Whether a server that is not known is to be trusted from now on: its name and its key's fingerprint.
+    /// Called by one thread at a time.
+    using Ask = std::function<bool(const std::string& host, const std::string& fingerprint)>;
+
+    /// `folder` is where known_hosts stands, ~/.ssh. Without `ask` no further server is accepted.
+    explicit HostKeys(std::u16string folder, Ask ask = {});
+
+    /// The file's text; empty where there is none.
+    [[nodiscard]] std::string known() const;
+    /// Asks, and writes the line down where the answer is yes. A server that another thread asked about
+    /// meanwhile is not asked about again.
+    bool accept(const std::string& host, const std::string& fingerprint, const std::string& line);
+
+  private:
+    void remember(const std::string& line) const;
+
+    std::u16string folder_;
+    Ask ask_;
+    std::mutex mutex_;                   ///< held while asking
+    std::vector<std::string> accepted_;  ///< lines of this run; guarded by mutex_
+};
+
+/// The user's side of SSH.
+struct SshRules {
+    std::u16string folder;            ///< where the keys stand; empty: ~/.ssh
+    std::u16string key_file;          ///< asked for by name; empty: none
+    std::shared_ptr<HostKeys> hosts;  ///< null: those of the folder, no further ones
+};
+
+/// The texts of the private keys: the named one first, then id_ed25519, id_ecdsa and id_rsa of the folder, as
+/// far as they can be read.
+std::vector<std::string> read_private_keys(const std::u16string& folder, const std::u16string& key_file);
+
+}  // namespace vantlow

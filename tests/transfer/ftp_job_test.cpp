@@ -1,0 +1,255 @@
+// FTP jobs against a server that does what no real one does.
+#include "job_fixture.h"
+#include "support/fake_ftp.h"
+
+namespace vantlow::test {
+namespace {
+
+const std::string content = make_content(21, 300'000);
+
+class FtpJobTest : public JobTest {
+  protected:
+    JobOutcome fetch(const FakeFtp& server, int connections = 1, std::string_view path = "/dir/file.bin",
+                     std::string_view login = {}) {
+        auto job = make_job(server.url16(path, login), connections);
+        job->silence_limit = 2;
+        job->retry_by_settings = 0;
+        job->retries = 20;
+        return run(*job);
+    }
+    void expect_content(const JobOutcome& outcome) {
+        EXPECT_EQ(outcome.result.code, Code::ok) << outcome.result.message() << "\n" << log.all();
+        EXPECT_TRUE(file_has(outcome.path, content));
+        if (outcome.result.ok()) {
+            EXPECT_TRUE(remove_file(outcome.path).ok());
+        }
+    }
+};
+
+TEST_F(FtpJobTest, SpeaksInThisOrder) {
+    FakeFtp server({.content = content,
+                    .answers = {{"FEAT", "211-Features:\n UTF8\n SIZE\n211 End"}, {"CLNT", "200 Hello"}},
+                    .bytes_at_once = 3});
+    expect_content(fetch(server, 1, "/a%20dir/file.bin", "joe:s%20crt@"));
+    auto commands = server.commands();
+    const auto pasv = std::find(commands.begin(), commands.end(), "PASV");
+    EXPECT_NE(pasv, commands.end());
+    EXPECT_EQ(commands, (std::vector<std::string>{"USER joe", "PASS s crt", "FEAT", commands[3],
+                                                  "OPTS UTF8 ON", "CWD a dir", "MDTM file.bin", "TYPE I",
+                                                  "SIZE file.bin", "PASV", "REST 0", "RETR file.bin"}));
+    EXPECT_TRUE(commands[3].starts_with("CLNT Vantlow "));
+    EXPECT_TRUE(log.has("Socket connected, waiting for welcome message."));
+    EXPECT_TRUE(log.has("PASS ********"));
+    EXPECT_TRUE(log.has("Login successfully."));
+    EXPECT_FALSE(log.has("s crt"));
+}
+
+TEST_F(FtpJobTest, AnonymousLoginAndOneTimePasswords) {
+    FakeFtp anonymous({.content = content});
+    set(setting::enable_feat, 0);
+    expect_content(fetch(anonymous));
+    EXPECT_EQ(anonymous.count("USER anonymous"), 1U);
+    EXPECT_EQ(anonymous.count("PASS IEUser@"), 1U);
+    EXPECT_EQ(anonymous.count("FEAT"), 0U);
+    EXPECT_EQ(anonymous.count("OPTS"), 0U);
+    FakeFtp otp({.content = content, .answers = {{"USER", "331 Response to otp-md5 99 TeSt required"}}});
+    expect_content(fetch(otp, 1, "/file.bin", "joe:This%20is%20a%20test.@"));
+    EXPECT_EQ(otp.count("PASS 50FE1962C4965880"), 1U);
+}
+
+TEST_F(FtpJobTest, RefusalsEndOrRepeatTheJob) {
+    struct Case {
+        const char* command;
+        const char* reply;
+        Code code;
+        bool again;  // the job goes on, asking again
+    };
+    const Case cases[] = {{"PASS", "530 Login incorrect", Code::credentials_refused, false},
+                          {"PASS", "530 Too many users", Code::busy, true},
+                          {"USER", "530 No", Code::credentials_refused, false},
+                          {"CWD", "550 None such", Code::server_error, false},
+                          {"RETR", "550 None such", Code::server_error, false},
+                          {"RETR", "450 In use", Code::busy, true},
+                          {"RETR", "500 What?", Code::transient, true},
+                          {"TYPE", "500 What?", Code::transient, true},
+                          {"SIZE", "421 Good night", Code::busy, true},
+                          {"MDTM", "!", Code::transient, true}};
+    for (const Case& c : cases) {
+        SCOPED_TRACE(std::string(c.command) + " " + c.reply);
+        FakeFtp::Rules rules{.content = content};
+        rules.answers[c.command] = c.reply;
+        if (std::string(c.reply).starts_with("550") && rules.answers.count("CWD") == 0)
+            rules.answers["CWD file.bin"] = "550 Not a folder";
+        FakeFtp server(rules);
+        auto job = make_job(server.url16("/dir/file.bin"));
+        job->retry_by_settings = 0;
+        job->retries = 2;
+        const JobOutcome outcome = run(*job);
+        EXPECT_EQ(outcome.result.code, c.code) << outcome.result.message();
+        EXPECT_EQ(server.count("USER"), c.again ? 3U : 1U);
+    }
+    EXPECT_TRUE(log.has("Login unsuccessfully."));
+    EXPECT_TRUE(log.has("FTP command error."));
+    EXPECT_TRUE(only({}));
+}
+
+TEST_F(FtpJobTest, DataConnectionsInEveryWay) {
+    struct Case {
+        const char* name;
+        FakeFtp::Rules rules;
+        bool ipv6;
+        int passive;
+        const char* command;
+    };
+    const Case cases[] = {
+        {"passive", {.content = content}, false, 1, "PASV"},
+        {"a private address announced", {.content = content, .passive_host = "10,1,2,3"}, false, 1, "PASV"},
+        {"EPSV where PASV is refused",
+         {.content = content, .answers = {{"PASV", "502 No"}}},
+         false,
+         1,
+         "EPSV"},
+        {"PORT where both are",
+         {.content = content, .answers = {{"PASV", "502 No"}, {"EPSV", "502 No"}}},
+         false,
+         1,
+         "PORT 127,0,0,1,"},
+        {"PORT where nobody listens",
+         {.content = content, .answers = {{"PASV", "227 (127,0,0,1,0,1)"}}},
+         false,
+         1,
+         "PORT"},
+        {"active", {.content = content}, false, 0, "PORT"},
+        {"passive where PORT is refused",
+         {.content = content, .answers = {{"PORT", "500 No"}}},
+         false,
+         0,
+         "PASV"},
+        {"IPv6", {.content = content}, true, 1, "EPSV"},
+        {"active on IPv6", {.content = content}, true, 0, "EPRT |2|::1|"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        set(setting::ftp_passive, c.passive);
+        FakeFtp server(c.rules, c.ipv6);
+        expect_content(fetch(server, 2));
+        EXPECT_GT(server.count(c.command), 0U);
+    }
+    settings.override_value(u"Transfer", u"NATAddress", u"203.0.113.7");
+    set(setting::ftp_passive, 0);
+    FakeFtp mapped({.content = content});
+    expect_content(fetch(mapped));
+    EXPECT_EQ(mapped.count("PORT 203,0,113,7,"), 1U);
+    set(setting::nat_in_port, 0);
+    FakeFtp local({.content = content});
+    expect_content(fetch(local));
+    EXPECT_EQ(local.count("PORT 127,0,0,1,"), 1U);
+}
+
+TEST_F(FtpJobTest, BrokenTransfersGoOn) {
+    const FakeFtp::Rules cases[] = {{.content = content, .cut_after = 70'000},
+                                    {.content = content, .cut_after = 70'000, .silent_cut = true}};
+    for (const auto& rules : cases) {
+        FakeFtp server(rules);
+        expect_content(fetch(server, 2));
+        EXPECT_GE(server.count("REST 70000"), 1U);
+    }
+}
+
+TEST_F(FtpJobTest, ServersWithoutRestSizeOrTime) {
+    FakeFtp no_rest({.content = content, .answers = {{"REST", "502 No"}}, .rate = 1'000'000});
+    expect_content(fetch(no_rest, 4));
+    EXPECT_EQ(no_rest.count("RETR"), 1U);
+    FakeFtp no_size({.content = content, .answers = {{"SIZE", "502 No"}, {"MDTM", "502 No"}}});
+    expect_content(fetch(no_size, 4));
+    EXPECT_TRUE(log.has("File size unknown, can't start other parts."));
+    FakeFtp listed(
+        {.content = content,
+         .answers = {{"SIZE", "550 No"},
+                     {"MDTM", "502 No"},
+                     {"STAT", "213-Status\n-rw-r--r-- 1 u g 300000 Jan 1 10:00 file.bin\n213 End"}},
+         .rate = 2'000'000});
+    expect_content(fetch(listed, 3));
+    EXPECT_GE(listed.count("RETR"), 3U) << "the size in the listing was not used";
+}
+
+TEST_F(FtpJobTest, GoesOnWithTheLoginsThatTheServerBears) {
+    FakeFtp server({.content = content, .rate = 200'000, .most_logins = 2});
+    expect_content(fetch(server, 5));
+    EXPECT_LE(server.count("USER"), 12U);
+}
+
+TEST_F(FtpJobTest, AControlConnectionServesSeveralSegmentsAndFiles) {
+    FakeFtp server({.content = content});
+    expect_content(fetch(server));
+    expect_content(fetch(server));
+    EXPECT_EQ(server.count("USER"), 1U);
+    // A server that does not take ABOR gets a new login.
+    FakeFtp strict({.content = make_content(21, 4'000'000), .answers = {{"ABOR", "!"}}, .rate = 4'000'000});
+    auto job = make_job(strict.url16(), 3);
+    const JobOutcome outcome = run(*job);
+    EXPECT_EQ(outcome.result.code, Code::ok) << log.all();
+    EXPECT_TRUE(file_has_content(outcome.path, 21, 4'000'000));
+}
+
+TEST_F(FtpJobTest, FoldersAndTextFiles) {
+    FakeFtp server({.content = "one\r\ntwo\r\n\rthree\r"});
+    const JobOutcome folder_outcome = fetch(server, 1, "/dir/");
+    EXPECT_EQ(folder_outcome.result.code, Code::unsupported);
+    EXPECT_NE(folder_outcome.result.message().find("names a folder"), std::string::npos);
+    FakeFtp refusing({.content = content, .answers = {{"RETR", "550 Not a plain file"}}});
+    EXPECT_NE(fetch(refusing, 1, "/dir").result.message().find("names a folder"), std::string::npos);
+
+    const JobOutcome text = fetch(server, 2, "/notes.txt;type=a");
+    EXPECT_EQ(text.result.code, Code::ok) << log.all();
+    EXPECT_EQ(server.count("TYPE A"), 1U);
+    const bool windows = path_separator() == u'\\';
+    EXPECT_TRUE(
+        file_has(folder.path(u"notes.txt"), windows ? "one\r\ntwo\r\n\rthree\r" : "one\ntwo\n\rthree\r"));
+    EXPECT_EQ(fetch(server, 1, "/a.zip;type=a").result.code, Code::ok);
+    EXPECT_EQ(server.count("TYPE A"), 1U) << "an archive was transferred as text";
+}
+
+TEST_F(FtpJobTest, AChangedFileIsFetchedAnew) {
+    auto rules = FakeFtp::Rules{.content = content, .rate = 300'000};
+    FakeFtp old_server(rules);
+    auto job = make_job(old_server.url16());
+    {
+        Run running(*this, *job, {});
+        ASSERT_TRUE(running.wait_for_done(60'000));
+        running.thread().stop();
+    }
+    const std::uint16_t port = old_server.server().port();
+    old_server.server().stop();
+    // The same address with another time, and bytes that differ from the first on.
+    const std::string other = make_content(22, content.size());
+    rules.content = other;
+    rules.answers["MDTM"] = "213 20250101000000";
+    rules.rate = 0;
+    FakeFtp new_server(rules, false, port);
+    auto earlier = earlier_job(new_server.url16());
+    ASSERT_NE(earlier, nullptr);
+    const JobOutcome outcome = run(*earlier);
+    EXPECT_EQ(outcome.result.code, Code::ok) << log.all();
+    EXPECT_TRUE(file_has(outcome.path, other));
+}
+
+TEST_F(FtpJobTest, StopsAtOnceWhereverItWaits) {
+    for (const char* command : {"USER", "PASV", "RETR", "FEAT"}) {
+        SCOPED_TRACE(command);
+        FakeFtp::Rules rules{.content = content};
+        rules.answers[command] = "";
+        FakeFtp server(rules);
+        auto job = make_job(server.url16());
+        Run running(*this, *job, {});
+        ASSERT_TRUE(server.server().wait_for_connections(1));
+        while (server.count(command) == 0) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        const auto asked = Clock::now();
+        running.thread().stop();
+        EXPECT_EQ(running.end().result.code, Code::stopped);
+        EXPECT_LT(Clock::now() - asked, std::chrono::milliseconds(500));
+    }
+}
+
+}  // namespace
+}  // namespace vantlow::test

@@ -1,0 +1,168 @@
+// FTP and SFTP jobs against real servers.
+#include "job_fixture.h"
+#include "support/server_process.h"
+
+namespace vantlow::test {
+namespace {
+
+constexpr std::int64_t size = 3'000'000;
+const std::string content = make_content(31, static_cast<std::size_t>(size));
+
+class FtpServersTest : public JobTest {
+  protected:
+    void expect_fetched(const std::u16string& address, int connections = 3,
+                        vantlow::RunOptions options = {}) {
+        auto job = make_job(address, connections);
+        const JobOutcome outcome = run(*job, std::move(options));
+        EXPECT_EQ(outcome.result.code, Code::ok) << outcome.result.message() << "\n" << log.all();
+        EXPECT_TRUE(file_has(outcome.path, content));
+        if (outcome.result.ok()) {
+            EXPECT_TRUE(remove_file(outcome.path).ok());
+        }
+    }
+    // Stopped in the middle, then continued: nothing is fetched twice.
+    void expect_continued(const std::u16string& address, const vantlow::RunOptions& options = {}) {
+        set(setting::limit, 1);
+        set(setting::speed_limit, 2'000'000);
+        auto job = make_job(address, 2);
+        {
+            Run running(*this, *job, options);
+            ASSERT_TRUE(running.wait_for_done(size / 4)) << log.all();
+            running.thread().stop();
+            EXPECT_EQ(running.end().result.code, Code::stopped);
+        }
+        set(setting::limit, 0);
+        auto earlier = earlier_job(address, 2);
+        ASSERT_NE(earlier, nullptr);
+        earlier->address = address;  // with its credentials, which no state holds
+        const JobOutcome outcome = run(*earlier, options);
+        EXPECT_EQ(outcome.result.code, Code::ok) << outcome.result.message() << log.all();
+        EXPECT_LT(outcome.received, size - size / 4 + 1);
+        EXPECT_TRUE(file_has(outcome.path, content));
+        EXPECT_TRUE(log.has("The file on the server is the same as the file on the local machine."));
+    }
+};
+
+TEST_F(FtpServersTest, VsftpdAnonymous) {
+    if (!Vsftpd::available()) GTEST_SKIP() << Vsftpd::missing;
+    Vsftpd server;
+    ASSERT_TRUE(make_folders(server.documents().path(u"a dir")).ok());
+    server.documents().write(u"a dir/\u00e4 b.bin", content);
+    expect_fetched(server.url16("/a%20dir/\xC3\xA4%20b.bin"));
+    set(setting::ftp_passive, 0);
+    expect_fetched(server.url16("/a%20dir/\xC3\xA4%20b.bin"));
+    set(setting::ftp_passive, 1);
+    expect_continued(server.url16("/a%20dir/\xC3\xA4%20b.bin"));
+}
+
+TEST_F(FtpServersTest, VsftpdOnIpv6AndWithFewLogins) {
+    if (!Vsftpd::available()) GTEST_SKIP() << Vsftpd::missing;
+    Vsftpd server("max_per_ip=2\nanon_max_rate=3000000", true);
+    server.documents().write(u"x.bin", content);
+    expect_fetched(server.url16("/x.bin"), 4);
+    EXPECT_TRUE(log.has("EPSV"));
+    EXPECT_TRUE(log.has("421")) << log.all();
+}
+
+TEST_F(FtpServersTest, ProftpdWithPasswordAndCompression) {
+    if (!Proftpd::available()) GTEST_SKIP() << Proftpd::missing;
+    Proftpd plain;
+    plain.documents().write(u"x.bin", content);
+    expect_fetched(plain.url16("/x.bin"));
+    auto job = make_job(plain.url16("/x.bin", "ftp", "wrong"));
+    EXPECT_EQ(run(*job).result.code, Code::credentials_refused);
+    expect_continued(plain.url16("/x.bin"));
+    Proftpd deflating("LoadModule mod_deflate.c\nDeflateEngine on");
+    deflating.documents().write(u"z.bin", content);
+    expect_fetched(deflating.url16("/z.bin"));
+    EXPECT_TRUE(log.has("> MODE Z") || log.count("MODE Z") >= 2);
+}
+
+TEST_F(FtpServersTest, TlsThatResumesItsSessionOnDataConnections) {
+    if (!Vsftpd::available() || !Proftpd::available()) GTEST_SKIP() << Vsftpd::missing << Proftpd::missing;
+    const TempFolder keys;
+    const std::string file = make_certificate(keys);
+    const std::string vsftpd_lines =
+        "ssl_enable=YES\nallow_anon_ssl=YES\nforce_anon_logins_ssl=YES\n"
+        "force_anon_data_ssl=YES\nrequire_ssl_reuse=YES\nrsa_cert_file=" +
+        file;
+    const std::string proftpd_lines =
+        "LoadModule mod_tls.c\nTLSEngine on\nTLSRequired on\n"
+        "TLSRSACertificateFile " +
+        file + "\nTLSRSACertificateKeyFile " + file + "\nTLSLog none\n";
+    Vsftpd strict(vsftpd_lines);
+    Proftpd strict_too(proftpd_lines);
+    Proftpd lax(proftpd_lines + "TLSOptions NoSessionReuseRequired");
+    auto untrusted = make_job(strict.url16("/x.bin", "ftps"));
+    EXPECT_EQ(run(*untrusted).result.code, Code::not_trusted);
+    settings.override_value(u"Connection", u"CAFile", keys.path(u"cert.pem"));
+    for (const ServerProcess* server :
+         {static_cast<ServerProcess*>(&strict), static_cast<ServerProcess*>(&strict_too),
+          static_cast<ServerProcess*>(&lax)}) {
+        server->documents().write(u"x.bin", content);
+    }
+    expect_fetched(strict.url16("/x.bin", "ftps"), 4);
+    expect_fetched(strict_too.url16("/x.bin", "ftps"), 4);
+    expect_fetched(lax.url16("/x.bin", "ftps"), 4);
+    EXPECT_TRUE(log.has("PROT P"));
+    Vsftpd plain;
+    auto refused = make_job(plain.url16("/x.bin", "ftps"));
+    EXPECT_EQ(run(*refused).result.code, Code::server_error) << "a server without TLS got the password";
+    EXPECT_TRUE(log.has("AUTH SSL"));
+}
+
+class SftpTest : public FtpServersTest {
+  protected:
+    vantlow::RunOptions rules(const TempFolder& ssh, bool accept, const std::u16string& key = {}) {
+        vantlow::RunOptions options;
+        options.ssh.folder = ssh.path();
+        options.ssh.key_file = key;
+        options.ssh.hosts = std::make_shared<HostKeys>(
+            ssh.path(),
+            accept ? HostKeys::Ask([this](const std::string&, const std::string&) { return ++asked > 0; })
+                   : HostKeys::Ask());
+        return options;
+    }
+    JobOutcome fetch(const std::u16string& address, const vantlow::RunOptions& options) {
+        auto job = make_job(address, 3);
+        return run(*job, options);
+    }
+    std::atomic<int> asked{0};
+};
+
+TEST_F(SftpTest, KnownHostsAndKeys) {
+    if (!Sshd::available()) GTEST_SKIP() << Sshd::missing;
+    if (libraries.ssh.Sftp_Connect == nullptr) GTEST_SKIP() << "no SFTP in libssh";
+    Sshd server;
+    server.documents().write(u"x.bin", content);
+    const TempFolder ssh;
+    const std::u16string address = server.url16("x.bin");
+    for (const char16_t* key : {u"id_ed25519", u"id_ecdsa"}) {
+        const std::u16string path = server.key_folder().path(key);
+        EXPECT_EQ(fetch(address, rules(ssh, false, path)).result.code,
+                  asked == 0 ? Code::not_trusted : Code::ok);
+        (void)remove_file(folder.path(u"x.bin"));
+        expect_fetched(address, 3, rules(ssh, true, path));
+        EXPECT_EQ(asked, 1) << "a known server was asked about again";
+    }
+    EXPECT_TRUE(ssh.read(u"known_hosts").starts_with("[127.0.0.1]:"));
+    // The keys of the folder are found without being named.
+    const TempFolder& own = server.key_folder();
+    own.write(u"known_hosts", "# a remark\n" + ssh.read(u"known_hosts"));
+    expect_continued(address, rules(own, false));
+    ASSERT_TRUE(remove_file(folder.path(u"x.bin")).ok());
+
+    const TempFolder nobody;
+    nobody.write(u"known_hosts", ssh.read(u"known_hosts"));
+    EXPECT_EQ(fetch(address, rules(nobody, true)).result.code, Code::credentials_refused);
+    const JobOutcome missing = fetch(server.url16("none.bin"), rules(own, false));
+    EXPECT_EQ(missing.result.code, Code::server_error) << missing.result.message();
+    network.reuse.clear();
+    server.change_key();
+    const JobOutcome changed = fetch(address, rules(own, true));
+    EXPECT_EQ(changed.result.code, Code::not_trusted);
+    EXPECT_NE(changed.result.message().find("has changed"), std::string::npos);
+}
+
+}  // namespace
+}  // namespace vantlow::test
