@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "app/get_command.h"
+#include "app/link_commands.h"
 #include "app/store_commands.h"
 #include "app/version_command.h"
 #include "base/text.h"
@@ -12,6 +13,7 @@ namespace {
 
 void add_commands(CommandSet& commands) {
     add_get_command(commands);
+    add_link_commands(commands);
     add_add_command(commands);
     add_list_commands(commands);
     add_steer_commands(commands);

@@ -1,17 +1,30 @@
 #include "app/documents.h"
 
+#include <algorithm>
+#include <limits>
+
+#include "app/metafile_plans.h"
 #include "base/text.h"
+#include "ed2k/link.h"
 #include "store/address.h"
 
 namespace vantlow {
 namespace {
 
-JobPlans read_torrent(std::span<const std::byte> /*bytes*/, const DocumentOptions& options) {
-    return {{}, to_utf8(options.origin) + ": torrents cannot be fetched yet."};
+JobPlans read_torrent(std::span<const std::byte> /*bytes*/, const DocumentOptions& /*options*/) {
+    return {{}, "torrents cannot be fetched yet."};
 }
 
 constexpr DocumentKind documents[] = {
     {u".torrent", "application/x-bittorrent", read_torrent},
+    {u".metalink", "application/metalink+xml", read_metalink},
+    {u".meta4", "application/metalink4+xml", read_metalink},
+    {u".asx", "video/x-ms-asf", read_asx},
+    {u".asx", "video/x-ms-asx", read_asx},
+    {u".wax", "audio/x-ms-wax", read_asx},
+    {u".wvx", "video/x-ms-wvx", read_asx},
+    {u".smil", "application/smil+xml", read_smil},
+    {u".smi", "application/smil", read_smil},
 };
 
 bool ends_with(std::u16string_view text, std::u16string_view end) noexcept {
@@ -49,6 +62,18 @@ const DocumentKind* document_by_type(std::string_view media_type) noexcept {
 JobPlans plan_link(const std::u16string& address) {
     JobPlan plan;
     plan.address = address;
+    CED2KLink file;
+    // Also the form with backslashes, which no scheme test recognises.
+    if (istarts_with(address, u"ed2k:")) {
+        if (!file.parse(address) || !file.is_hash_valid())
+            return {{}, to_utf8(address) + ": not the eDonkey link of a file."};
+        constexpr auto largest = static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max());
+        plan.address = file.format();
+        plan.name = file.file_name();
+        std::replace_if(
+            plan.name.begin(), plan.name.end(), [](char16_t c) { return c == u'/' || c == u'\\'; }, u'_');
+        plan.size = file.file_size() <= largest ? static_cast<std::int64_t>(file.file_size()) : -1;
+    }
     JobPlans plans;
     plans.plans.push_back(std::move(plan));
     return plans;

@@ -16,6 +16,7 @@ Exit exit_of(const Result& result) noexcept {
             return Exit::hash;
         case Code::cancelled:
         case Code::invalid_url:
+        case Code::unsupported:
             return Exit::failed;
         case Code::stopped:
             return Exit::interrupted;

@@ -187,7 +187,7 @@ Exit run_get(CFerrywellApp& app, const GlobalOptions& global, const GetOptions& 
         const auto file_jobs = [&](MadeJobs made) {
             if (!made.complaint.empty()) {
                 output.complain(made.complaint);
-                all.add(Code::unsupported);
+                all.add(Code::invalid_url);
             }
             for (JobRequest& request : made.jobs) {
                 const CJobQueue::Id id = queue.next_id();

@@ -32,6 +32,7 @@ struct GetOptions {
     std::string hash;       ///< "ALGO:HEX"
     std::string overwrite;  ///< "rename", "overwrite" or "cancel"
     bool no_resume = false;
+    std::string select;  ///< "1,3-5": which files of a metafile; empty: all
 };
 
 }  // namespace vantlow

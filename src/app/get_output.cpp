@@ -1,8 +1,8 @@
 #include "app/get_output.h"
 
 #include <algorithm>
-#include <nlohmann/json.hpp>
 
+#include "app/json_text.h"
 #include "base/text.h"
 #include "platform/console.h"
 #include "platform/file.h"
@@ -16,11 +16,6 @@ using nlohmann::ordered_json;
 
 constexpr std::chrono::milliseconds draw_interval{100};
 constexpr std::chrono::milliseconds tell_interval{500};  // progress events, at most twice a second
-
-// Invalid UTF-8 (a file name of another code page) must not end the output.
-std::string dump(const ordered_json& json) {
-    return json.dump(-1, ' ', false, ordered_json::error_handler_t::replace);
-}
 
 ordered_json size_or_null(std::int64_t size) {
     return size >= 0 ? ordered_json(size) : ordered_json(nullptr);
@@ -95,22 +90,22 @@ void GetOutput::close() {
 void GetOutput::tell_start(Shown& shown, const std::u16string& path, std::int64_t size) {
     if (shown.start_told || !global_.json) return;
     shown.start_told = true;
-    write_line(Stream::output, dump({{"event", "start"},
-                                     {"address", shown.address},
-                                     {"path", path_or_null(path)},
-                                     {"size", size_or_null(size)}}));
+    write_line(Stream::output, json_line({{"event", "start"},
+                                          {"address", shown.address},
+                                          {"path", path_or_null(path)},
+                                          {"size", size_or_null(size)}}));
 }
 
 void GetOutput::tell_progress(Shown& shown, const JobProgress& progress, double speed) {
     const auto now = Clock::now();
     if (!global_.json || now - shown.told < tell_interval) return;
     shown.told = now;
-    write_line(Stream::output, dump({{"event", "progress"},
-                                     {"address", shown.address},
-                                     {"done", progress.done},
-                                     {"size", size_or_null(progress.size)},
-                                     {"speed", static_cast<std::int64_t>(speed)},
-                                     {"connections", progress.connections}}));
+    write_line(Stream::output, json_line({{"event", "progress"},
+                                          {"address", shown.address},
+                                          {"done", progress.done},
+                                          {"size", size_or_null(progress.size)},
+                                          {"speed", static_cast<std::int64_t>(speed)},
+                                          {"connections", progress.connections}}));
 }
 
 // What a job has trouble with is told once, not at every attempt.
@@ -169,15 +164,16 @@ void GetOutput::ended(const CJobQueue::Ended& job) {
     if (outcome.result.kind() != Kind::stopped) ++(ok ? totals_.done : totals_.failed);
     if (global_.json) {
         tell_start(shown, outcome.path, outcome.size);
-        write_line(Stream::output,
-                   dump({{"event", "end"},
-                         {"address", shown.address},
-                         {"path", path_or_null(outcome.path)},
-                         {"size", size_or_null(outcome.size)},
-                         {"received", outcome.received},
-                         {"seconds", outcome.seconds},
-                         {"result", static_cast<std::int32_t>(outcome.result.code)},
-                         {"error", ok ? ordered_json(nullptr) : ordered_json(outcome.result.message())}}));
+        write_line(
+            Stream::output,
+            json_line({{"event", "end"},
+                       {"address", shown.address},
+                       {"path", path_or_null(outcome.path)},
+                       {"size", size_or_null(outcome.size)},
+                       {"received", outcome.received},
+                       {"seconds", outcome.seconds},
+                       {"result", static_cast<std::int32_t>(outcome.result.code)},
+                       {"error", ok ? ordered_json(nullptr) : ordered_json(outcome.result.message())}}));
     } else if (ok && !global_.quiet) {
         write_line(Stream::output, to_utf8(outcome.path));
     }

@@ -2,6 +2,8 @@
 
 #include <memory>
 
+#include "app/selection.h"
+
 namespace vantlow {
 
 void add_job_options(CLI::App& word, GetOptions& options) {
@@ -22,6 +24,7 @@ void add_job_options(CLI::App& word, GetOptions& options) {
     word.add_option("--retries", options.retries, "Retry limit")->check(CLI::Range(0, 100000));
     word.add_option("--retry-delay", options.retry_delay, "Seconds between attempts")
         ->check(CLI::Range(0, 86400));
+    word.add_option("--select", options.select, "Which files of a metafile: 1,3-5 (default: all)");
     word.add_option("--hash", options.hash, "ALGO:HEX (md5, sha1, sha256): checked at the end");
 }
 
@@ -30,6 +33,8 @@ Complaint check_job_options(const GetOptions& options) {
     const bool one_link = options.links.size() == 1 && options.input_file.empty();
     if (!options.output.empty() && !one_link) return "--output names the file of one link.";
     if (!options.hash.empty() && !one_link) return "--hash is the hash of one link's file.";
+    if (!is_selection(options.select))
+        return "--select takes numbers and ranges (1,3-5), not \"" + options.select + "\".";
     return std::nullopt;
 }
 

@@ -6,6 +6,7 @@
 
 #include "base/safe_name.h"
 #include "base/text.h"
+#include "meta/metalink.h"
 #include "platform/file.h"
 #include "platform/process.h"
 #include "store/address.h"
@@ -131,6 +132,11 @@ std::unique_ptr<CJobNode> JobFactory::job_for(JobPlan plan) {
 
 MadeJobs JobFactory::make_from_plans(JobPlans plans) {
     MadeJobs made;
+    if (plans.plans.size() > 1 && (!name_.empty() || !options_.hash.empty())) {
+        return {{},
+                std::string(name_.empty() ? "--hash" : "--output") + " is for one file, but there are " +
+                    std::to_string(plans.plans.size()) + "; --select chooses one."};
+    }
     made.complaint = std::move(plans.complaint);
     for (JobPlan& plan : plans.plans) {
         const JobKind kind = job_kind(plan.address);
@@ -139,12 +145,13 @@ MadeJobs JobFactory::make_from_plans(JobPlans plans) {
     return made;
 }
 
-MadeJobs JobFactory::make_from_file(const DocumentKind& kind, const std::u16string& path,
-                                    std::u16string fragment) {
-    std::vector<std::byte> bytes;
-    if (const FileError error = read_file(path, largest_document, bytes); !error.ok())
-        return {{}, to_utf8(path) + ": " + error.text()};
-    return make_from_plans(kind.read(bytes, {path, std::move(fragment), {}}));
+MadeJobs JobFactory::make_from_bytes(const DocumentKind& kind, std::span<const std::byte> bytes,
+                                     std::u16string origin, std::u16string fragment) {
+    const std::string shown = to_utf8(without_credentials(origin));
+    JobPlans plans = kind.read(bytes, {std::move(origin), std::move(fragment), options_.select});
+    if (plans.plans.empty() && plans.complaint.empty()) plans.complaint = "nothing in it can be fetched.";
+    if (!plans.complaint.empty()) plans.complaint = shown + ": " + plans.complaint;
+    return make_from_plans(std::move(plans));
 }
 
 MadeJobs JobFactory::make(const std::string& link) {
@@ -152,12 +159,21 @@ MadeJobs JobFactory::make(const std::string& link) {
     // A document on this machine: only what is there is one.
     std::u16string path = address;
     std::u16string fragment;
-    if (path_kind(path) != PathKind::file) fragment = take_fragment(path);
-    const DocumentKind* document = document_by_name(path);
-    if (document != nullptr && path_kind(path) == PathKind::file) {
-        return make_from_file(*document, path, fragment.empty() ? fragment : fragment.substr(1));
+    if (path_kind(path) != PathKind::file) {
+        const auto hash = path.find(u'#', path.find(u'.'));
+        MetalinkPath split = split_metalink_path(path);
+        if (split.fragment.empty() && hash != std::u16string::npos) {
+            split = {path.substr(0, hash), path.substr(hash + 1)};
+        }
+        path = std::move(split.file);
+        fragment = std::move(split.fragment);
     }
-    return make_from_plans(plan_link(address));
+    const DocumentKind* document = document_by_name(path);
+    if (document == nullptr || path_kind(path) != PathKind::file) return make_from_plans(plan_link(address));
+    std::vector<std::byte> bytes;
+    if (const FileError error = read_file(path, largest_document, bytes); !error.ok())
+        return {{}, to_utf8(path) + ": " + error.text()};
+    return make_from_bytes(*document, bytes, path, std::move(fragment));
 }
 
 }  // namespace vantlow

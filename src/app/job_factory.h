@@ -42,7 +42,8 @@ class JobFactory {
     MadeJobs make(const std::string& link);
 
   private:
-    MadeJobs make_from_file(const DocumentKind& kind, const std::u16string& path, std::u16string fragment);
+    MadeJobs make_from_bytes(const DocumentKind& kind, std::span<const std::byte> bytes,
+                             std::u16string origin, std::u16string fragment);
     MadeJobs make_from_plans(JobPlans plans);
     std::unique_ptr<CJobNode> job_for(JobPlan plan);
     std::unique_ptr<CJobNode> new_job(const std::u16string& folder);

@@ -2,6 +2,7 @@
 
 #include <gcrypt.h>
 
+#include <array>
 #include <mutex>
 
 #include "base/text.h"
@@ -19,43 +20,44 @@ void prepare_library() {
     });
 }
 
-int algorithm(DigestKind kind) noexcept {
-    switch (kind) {
-        case DigestKind::md5:
-            return GCRY_MD_MD5;
-        case DigestKind::sha1:
-            return GCRY_MD_SHA1;
-        case DigestKind::sha256:
-            return GCRY_MD_SHA256;
-    }
-    return GCRY_MD_NONE;
+struct Kind {
+    DigestKind kind;
+    int algorithm;
+    std::size_t size;
+    std::string_view name;
+    std::string_view other_name;
+};
+constexpr std::array kinds{
+    Kind{DigestKind::md4, GCRY_MD_MD4, 16, "md4", "md4"},
+    Kind{DigestKind::md5, GCRY_MD_MD5, 16, "md5", "md5"},
+    Kind{DigestKind::sha1, GCRY_MD_SHA1, 20, "sha1", "sha-1"},
+    Kind{DigestKind::sha256, GCRY_MD_SHA256, 32, "sha256", "sha-256"},
+    Kind{DigestKind::sha384, GCRY_MD_SHA384, 48, "sha384", "sha-384"},
+    Kind{DigestKind::sha512, GCRY_MD_SHA512, 64, "sha512", "sha-512"},
+};
+
+const Kind& row_of(DigestKind kind) noexcept {
+    const auto index = static_cast<std::size_t>(kind);
+    return kinds[index < kinds.size() ? index : 0];
 }
 
 }  // namespace
 
 std::optional<DigestKind> digest_kind(std::string_view name) noexcept {
-    if (iequals(name, "md5")) return DigestKind::md5;
-    if (iequals(name, "sha1") || iequals(name, "sha-1")) return DigestKind::sha1;
-    if (iequals(name, "sha256") || iequals(name, "sha-256")) return DigestKind::sha256;
+    for (const Kind& row : kinds) {
+        if (iequals(name, row.name) || iequals(name, row.other_name)) return row.kind;
+    }
     return std::nullopt;
 }
 
 std::size_t digest_size(DigestKind kind) noexcept {
-    switch (kind) {
-        case DigestKind::md5:
-            return 16;
-        case DigestKind::sha1:
-            return 20;
-        case DigestKind::sha256:
-            return 32;
-    }
-    return 0;
+    return row_of(kind).size;
 }
 
 Digest::Digest(DigestKind kind) : kind_(kind), handle_(nullptr) {
     prepare_library();
     gcry_md_hd_t handle = nullptr;
-    if (gcry_md_open(&handle, algorithm(kind), 0) == 0) handle_ = handle;
+    if (gcry_md_open(&handle, row_of(kind).algorithm, 0) == 0) handle_ = handle;
 }
 
 Digest::~Digest() {
@@ -70,7 +72,7 @@ std::vector<std::byte> Digest::finish() {
     // Without a handle (the library refused the algorithm) there is no digest: an empty one matches nothing.
     if (handle_ == nullptr) return {};
     const auto* digest = reinterpret_cast<const std::byte*>(
-        gcry_md_read(static_cast<gcry_md_hd_t>(handle_), algorithm(kind_)));
+        gcry_md_read(static_cast<gcry_md_hd_t>(handle_), row_of(kind_).algorithm));
     return {digest, digest + digest_size(kind_)};
 }
 

@@ -9,15 +9,16 @@
 
 namespace vantlow {
 
-enum class DigestKind { md5, sha1, sha256 };
+enum class DigestKind { md4, md5, sha1, sha256, sha384, sha512 };
 
-/// The kind that a name means ("md5", "sha1", "sha-1", "sha256", "sha-256", any letter case).
+/// The kind that a name means ("md4", "md5", "sha1", "sha256", "sha384", "sha512", any letter case, a hyphen
+/// behind "sha" allowed).
 std::optional<DigestKind> digest_kind(std::string_view name) noexcept;
 
-/// Bytes of a digest: 16, 20 or 32.
+/// Bytes of a digest: 16 to 64.
 std::size_t digest_size(DigestKind kind) noexcept;
 
-/// A running digest (FIPS 180-4, RFC 1321). One thread at a time.
+/// A running digest (FIPS 180-4, RFC 1320, RFC 1321). One thread at a time.
 class Digest {
   public:
     explicit Digest(DigestKind kind);

@@ -76,6 +76,10 @@ std::string Nginx::configuration(std::string_view server_lines, std::string_view
     text += "default_type application/octet-stream;\n" + std::string(http_lines) + "\n";
     text += "server {\nlisten 127.0.0.1:" + std::to_string(port_) + ";\nabsolute_redirect off;\n";
     text += "root " + documents_.utf8_path() + ";\n" + std::string(server_lines) + "\n}\n}\n";
+    constexpr std::string_view mark = "{{documents}}";
+    for (auto at = text.find(mark); at != std::string::npos; at = text.find(mark)) {
+        text.replace(at, mark.size(), documents_.utf8_path() + "/");
+    }
     return text;
 }
 

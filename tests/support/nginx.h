@@ -19,8 +19,8 @@ class Nginx {
     static bool available();
 
     /// Begins with an empty document folder and the server block's further lines, for example
-    /// "gzip on; gzip_types *; location /limited/ { limit_rate 100k; }". Throws std::runtime_error when it
-    /// does not start.
+    /// "gzip on; gzip_types *; location /limited/ { limit_rate 100k; }"; "{{documents}}" in them stands for
+    /// the document folder. Throws std::runtime_error when it does not start.
     explicit Nginx(std::string_view server_lines = {}, std::string_view http_lines = {});
     ~Nginx();
     Nginx(const Nginx&) = delete;

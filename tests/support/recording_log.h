@@ -27,6 +27,11 @@ class RecordingLog : public LogSink {
         changed_.notify_all();
     }
 
+    void clear() {
+        const std::lock_guard guard(mutex_);
+        lines_.clear();
+    }
+
     [[nodiscard]] std::vector<Line> lines() const {
         const std::lock_guard guard(mutex_);
         return lines_;

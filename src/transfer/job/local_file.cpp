@@ -138,10 +138,16 @@ Result CLocalFile::allocate(std::int64_t size) {
 
 Result CLocalFile::write(std::int64_t offset, std::span<const std::byte> bytes) {
     if (bytes.empty()) return {};
-    FileError error = behind_ ? behind_->add(offset, bytes) : file_.write_at(offset, bytes);
+    FileError error = behind_ ? behind_->add(offset, bytes) : write_in_turn(offset, bytes);
     if (!error.ok()) return failure(error, partial_path());
     if (!behind_) listener_.written(offset, static_cast<std::int64_t>(bytes.size()));
     return {};
+}
+
+// The system lets one write at a time into a file, and those that wait for it spin. Here they sleep.
+FileError CLocalFile::write_in_turn(std::int64_t offset, std::span<const std::byte> bytes) {
+    const std::lock_guard guard(turn_);
+    return file_.write_at(offset, bytes);
 }
 
 Result CLocalFile::drain() {

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <mutex>
 #include <span>
 #include <string>
 
@@ -71,6 +72,7 @@ class CLocalFile {
     enum class Claim { mine, taken, failed };
     Claim claim_partial(FileError& error);
     Result choose_target(const std::u16string& folder, const std::u16string& name);
+    FileError write_in_turn(std::int64_t offset, std::span<const std::byte> bytes);
     Result failure(const FileError& error, const std::u16string& path);
     void set_up(const FileRules& rules);
 
@@ -79,6 +81,7 @@ class CLocalFile {
     FileRules rules_;
     std::u16string target_;
     File file_;
+    std::mutex turn_;                      ///< whose turn it is to write
     std::unique_ptr<WriteBehind> behind_;  ///< only where the connections gather less than the disk wants
 };
 

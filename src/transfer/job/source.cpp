@@ -33,8 +33,7 @@ std::string why_not_fetched(std::u16string_view address) {
     if (find_protocol(address) != nullptr) return {};
     for (const Network& network : networks) {
         if (!istarts_with(address, network.prefix)) continue;
-        return "The " + std::string(network.name) + " network cannot be used yet: " + to_utf8(address) +
-               " was not fetched.";
+        return "The " + std::string(network.name) + " network cannot be used yet.";
     }
     return "This kind of address cannot be fetched: " + to_utf8(without_credentials(address));
 }

@@ -1,0 +1,18 @@
+// Which of a document's files are meant.
+#pragma once
+
+#include <cstddef>
+#include <optional>
+#include <string_view>
+#include <vector>
+
+namespace vantlow {
+
+/// True when the text has the form of --select: numbers and ranges from 1 on, "1,3-5", "4-" to the last.
+bool is_selection(std::string_view text) noexcept;
+
+/// The indexes (from 0 on) of `count` things that the text selects, in their order, each once. None when it
+/// has another form or selects nothing that is there. An empty text selects all.
+std::optional<std::vector<std::size_t>> select(std::string_view text, std::size_t count);
+
+}  // namespace vantlow

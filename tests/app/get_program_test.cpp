@@ -1,0 +1,278 @@
+// `vantlow get` as its user meets it: the words, what is printed, the exit status, what is left in the
+// folder.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <chrono>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+#include "base/text.h"
+#include "platform/file.h"
+#include "platform/socket.h"
+#include "support/content.h"
+#include "support/file_server.h"
+#include "support/process_run.h"
+#include "support/temp_folder.h"
+
+namespace vantlow::test {
+namespace {
+
+using Words = std::vector<std::u16string>;
+using std::chrono::milliseconds;
+
+const std::string content = make_content(3, 2'000'000);
+
+// The lines of a text, without their ends, the last one complete.
+std::vector<std::string> lines_of(const std::string& text) {
+    std::vector<std::string> lines;
+    for (std::string_view line : split(text, '\n')) {
+        if (!line.empty() && line.back() == '\r') line.remove_suffix(1);
+        lines.emplace_back(line);
+    }
+    if (!lines.empty() && lines.back().empty()) lines.pop_back();
+    return lines;
+}
+
+class GetProgram : public testing::Test {
+  protected:
+    GetProgram() { start_sockets(); }
+
+    [[nodiscard]] Words words(const Words& more) const {
+        Words all = {u"get", u"--settings", own.path(u"settings.ini")};
+        if (std::find(more.begin(), more.end(), u"-d") == more.end())
+            all.insert(all.end(), {u"-d", folder.path()});
+        all.insert(all.end(), more.begin(), more.end());
+        return all;
+    }
+    [[nodiscard]] RunResult get(const Words& more, RunOptions options = {}) const {
+        return run_vantlow(words(more), options);
+    }
+    [[nodiscard]] std::unique_ptr<RunningProgram> begin(const Words& more) const {
+        return std::make_unique<RunningProgram>(vantlow_program(), words(more));
+    }
+    // Waits until the program has told that this much is there.
+    static bool reached(const RunningProgram& program, std::int64_t bytes) {
+        const auto end = Clock::now() + std::chrono::seconds(20);
+        while (Clock::now() < end) {
+            const std::string told = program.out();
+            for (const std::string_view line : split(told, '\n')) {
+                const auto event = nlohmann::json::parse(line, nullptr, false);
+                if (event.is_object() && event.value("event", "") == "progress" &&
+                    event.value("done", 0LL) >= bytes)
+                    return true;
+            }
+            std::this_thread::sleep_for(milliseconds(20));
+        }
+        return false;
+    }
+
+    TempFolder folder;
+    TempFolder own;
+};
+
+TEST_F(GetProgram, PrintsWhereTheFileIsAndLeavesNothingElse) {
+    FileServer server(FileResource{.content = content});
+    const RunResult result = get({server.url16()});
+    EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_EQ(lines_of(result.out), std::vector<std::string>{to_utf8(folder.path(u"file.bin"))});
+    EXPECT_EQ(result.err, "");
+    EXPECT_EQ(folder.names(), std::vector<std::u16string>{u"file.bin"});
+    EXPECT_TRUE(file_has(folder.path(u"file.bin"), content));
+}
+
+TEST_F(GetProgram, TellsProgramsWhatHappens) {
+    FileServer server(FileResource{.content = content, .rate = 2'500'000});
+    server.set("/none", FileResource{.status = 404, .reason = "Nowhere"});
+    const RunResult result = get({u"--json", u"-n", u"1", server.url16(), server.url16("/none")});
+    EXPECT_EQ(result.status, 4) << result.err;
+    int ends = 0;
+    int progress = 0;
+    for (const std::string& line : lines_of(result.out)) {
+        const auto event = nlohmann::json::parse(line, nullptr, false);
+        ASSERT_TRUE(event.is_object()) << line;
+        if (event["event"] == "progress") {
+            ++progress;
+            EXPECT_EQ(event["connections"], 1);
+        }
+        if (event["event"] != "end") continue;
+        ++ends;
+        const bool good = event["address"] == server.url();
+        EXPECT_EQ(event["error"].is_null(), good) << line;
+        EXPECT_EQ(event["result"] == 0, good) << line;
+        if (good) {
+            EXPECT_EQ(event["size"], content.size());
+            EXPECT_EQ(event["received"], content.size());
+            EXPECT_EQ(event["path"], to_utf8(folder.path(u"file.bin")));
+            EXPECT_GT(event["seconds"].get<double>(), 0.3);
+        } else {
+            EXPECT_NE(event["error"].get<std::string>().find("Nowhere"), std::string::npos) << line;
+        }
+    }
+    EXPECT_EQ(ends, 2);
+    EXPECT_GE(progress, 1);
+    EXPECT_LE(progress, 4) << "at most twice a second";
+}
+
+TEST_F(GetProgram, EndsWithTheStatusOfWhatWentWrong) {
+    FileServer server(FileResource{.content = content});
+    server.set("/401", FileResource{.status = 401, .reason = "Unauthorized"});
+    server.set("/404", FileResource{.status = 404, .reason = "Not Found"});
+    folder.write(u"a-file", "x");
+    const std::u16string url = server.url16();
+    const struct {
+        Words words;
+        int status;
+        const char* says;
+    } cases[] = {
+        {{}, 2, "no link"},
+        {{u"--nonsense", url}, 2, "--nonsense"},
+        {{u"-n", u"65", url}, 2, "64"},
+        {{u"-o", u"one", url, url}, 2, "--output"},
+        {{u"--limit", u"fast", url}, 2, "--limit"},
+        {{u"--hash", u"sha256:12", url}, 2, "--hash"},
+        {{u"--set", u"nonsense", url}, 2, "--set"},
+        {{u"-i", folder.path(u"missing"), u"-q"}, 2, "missing"},
+        {{u"--overwrite", u"cancel", u"-o", u"a-file", url}, 1, "a-file"},
+        {{u"-d", folder.path(u"a-file"), url}, 3, "a-file"},
+        {{server.url16("/404")}, 4, "Not Found"},
+        {{server.url16("/401")}, 5, "Unauthorized"},
+        {{u"--hash", u"md5:00000000000000000000000000000000", url}, 7, "hash"},
+        {{server.url16("/404"), server.url16("/401")}, 1, "Unauthorized"},
+        {{u"gopher://127.0.0.1/x"}, 1, "gopher"},
+    };
+    for (const auto& c : cases) {
+        std::string said;
+        for (const auto& word : c.words) said += to_utf8(word) + " ";
+        SCOPED_TRACE(said);
+        const RunResult result = get(c.words);
+        EXPECT_EQ(result.status, c.status) << result.err;
+        EXPECT_NE(result.err.find(c.says), std::string::npos) << result.err;
+    }
+    EXPECT_EQ(folder.read(u"a-file"), "x");
+}
+
+TEST_F(GetProgram, ReadsAListOfLinks) {
+    FileServer server;
+    std::string list = "# three of them\r\n\r\n";
+    for (const char* name : {"/a", "/b", "/c"}) {
+        server.set(name, FileResource{.content = std::string(name) + content});
+        list += "  " + server.url(name) + "\r\n";
+    }
+    const RunResult result = get({u"-q", u"-i", u"-"}, {.input = list});
+    EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_EQ(result.out, "");
+    EXPECT_EQ(folder.names(), (std::vector<std::u16string>{u"a", u"b", u"c"}));
+    EXPECT_TRUE(file_has(folder.path(u"c"), "/c" + content));
+}
+
+TEST_F(GetProgram, ContinuesAfterBeingKilledAgainAndAgain) {
+    FileServer server(FileResource{.content = content, .rate = 200'000});
+    const Words words = {u"--json", u"-n", u"2", server.url16()};
+    for (const std::int64_t bytes : {300'000, 900'000}) {
+        const auto program = begin(words);
+        ASSERT_TRUE(reached(*program, bytes)) << program->err();
+        std::this_thread::sleep_for(milliseconds(1200));  // a kill costs the last second
+        program->kill();
+        (void)program->wait();
+        EXPECT_FALSE(folder.has(u"file.bin"));
+    }
+    server.change("/file.bin", [](FileResource& resource) { resource.rate = 0; });
+    const RunResult result = get(words);
+    EXPECT_EQ(result.status, 0) << result.err;
+    const std::vector<std::string> lines = lines_of(result.out);
+    const auto end = nlohmann::json::parse(lines.back(), nullptr, false);
+    ASSERT_TRUE(end.is_object()) << result.out;
+    EXPECT_LT(end.value("received", 0LL), 1'200'000) << result.out;
+    EXPECT_TRUE(file_has(folder.path(u"file.bin"), content));
+    EXPECT_EQ(folder.names(), std::vector<std::u16string>{u"file.bin"});
+}
+
+TEST_F(GetProgram, StopsAtCtrlCAndContinues) {
+    FileServer server(FileResource{.content = content, .rate = 500'000});
+    const auto program = begin({u"--json", u"-n", u"2", server.url16()});
+    ASSERT_TRUE(reached(*program, 300'000)) << program->err();
+    if (!program->interrupt()) GTEST_SKIP() << "Ctrl-C cannot be sent here";
+    const RunResult stopped = program->wait();
+    EXPECT_EQ(stopped.status, 130) << stopped.err;
+    EXPECT_NE(stopped.out.find("\"event\":\"end\""), std::string::npos) << stopped.out;
+    EXPECT_TRUE(folder.has(u"file.bin.vantlow"));
+    server.change("/file.bin", [](FileResource& resource) { resource.rate = 0; });
+    EXPECT_EQ(get({server.url16()}).status, 0);
+    EXPECT_TRUE(file_has(folder.path(u"file.bin"), content));
+}
+
+TEST_F(GetProgram, TwoAtOnceOfTheSameAddressMakeTwoFiles) {
+    FileServer server(FileResource{.content = content, .rate = 1'000'000});
+    const auto first = begin({u"--json", server.url16()});
+    ASSERT_TRUE(first->wait_for_output("\"start\"")) << first->err();
+    const RunResult second = get({server.url16()});
+    EXPECT_EQ(second.status, 0) << second.err;
+    EXPECT_EQ(first->wait().status, 0);
+    ASSERT_EQ(folder.names().size(), 2U);
+    for (const auto& name : folder.names()) EXPECT_TRUE(file_has(folder.path(name), content));
+}
+
+TEST_F(GetProgram, ShowsNoSecret) {
+    FileServer server(FileResource{.content = content});
+    std::u16string url = server.url16();
+    url.insert(url.find(u"//") + 2, u"jo:pass-in-address@");
+    for (const Words& more :
+         {Words{url}, Words{u"--user", u"jo", u"--password", u"pass-in-option", server.url16()}}) {
+        for (const char16_t* how : {u"-v", u"--json"}) {
+            Words all = more;
+            all.insert(all.end(), {how, u"--cookie", u"id=pass-in-cookie", u"--overwrite", u"overwrite"});
+            const RunResult result = get(all);
+            EXPECT_EQ(result.status, 0) << result.err;
+            EXPECT_EQ((result.out + result.err).find("pass-in"), std::string::npos)
+                << result.out << result.err;
+        }
+    }
+    bool asked_with = false;
+    for (const auto& request : server.server().requests()) {
+        asked_with = asked_with || request.head.raw.find("pass-in-cookie") != std::string::npos;
+    }
+    EXPECT_TRUE(asked_with) << "the cookie is the server's to see";
+}
+
+TEST_F(GetProgram, ExplainsItself) {
+    const RunResult version = run_vantlow({u"--version"});
+    EXPECT_EQ(version.status, 0);
+    EXPECT_TRUE(version.out.starts_with("Vantlow 2.95\n")) << version.out;
+    EXPECT_NE(version.out.find("libssh"), std::string::npos);
+    const RunResult help = run_vantlow({u"get", u"--help"});
+    EXPECT_EQ(help.status, 0);
+    EXPECT_NE(help.out.find("--connections"), std::string::npos);
+    const RunResult nothing = run_vantlow({u"frobnicate"});
+    EXPECT_EQ(nothing.status, 2);
+    EXPECT_NE(nothing.err, "");
+}
+
+// The limit holds for all connections together, and may change while they run.
+class TimedGetProgram : public GetProgram {};
+
+TEST_F(TimedGetProgram, KeepsTheSpeedLimitAndFollowsTheSettings) {
+    FileServer server(FileResource{.content = make_content(4, 9'000'000)});
+    own.write(u"settings.ini", "[Connection]\nLimit=1\nSpeed Limit=1000000\n");
+    const auto program = begin({u"--json", u"-n", u"4", server.url16()});
+    ASSERT_TRUE(program->wait_for_output("\"start\"")) << program->err();
+    const auto begun = Clock::now();
+    const auto done = [&] {
+        std::int64_t last = 0;
+        for (const std::string_view line : split(program->out(), '\n')) {
+            const auto event = nlohmann::json::parse(line, nullptr, false);
+            if (event.is_object() && event.contains("done")) last = event["done"];
+        }
+        return last;
+    };
+    std::this_thread::sleep_until(begun + milliseconds(5000));
+    const std::int64_t after = done();
+    EXPECT_GT(after, 4'000'000);
+    EXPECT_LT(after, 5'300'000);
+    own.write(u"settings.ini", "[Connection]\nLimit=0\n");
+    EXPECT_EQ(program->wait(std::chrono::seconds(4)).status, 0) << "the limit was to be lifted";
+}
+
+}  // namespace
+}  // namespace vantlow::test
