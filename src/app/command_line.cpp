@@ -5,6 +5,7 @@
 #include "app/get_command.h"
 #include "app/link_commands.h"
 #include "app/store_commands.h"
+#include "app/torrent_commands.h"
 #include "app/version_command.h"
 #include "base/text.h"
 
@@ -20,6 +21,7 @@ void add_commands(CommandSet& commands) {
     add_category_commands(commands);
     add_list_file_commands(commands);
     add_settings_commands(commands);
+    add_torrent_commands(commands);
 }
 
 void add_global_options(CLI::App& app, GlobalOptions& global, std::string& data_folder,

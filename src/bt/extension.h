@@ -1,0 +1,48 @@
+// The extension protocol of peers (BEP 10) and the exchange of metadata over it (BEP 9).
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace vantlow {
+
+/// The number of an extended message on the wire.
+inline constexpr std::uint8_t extended_message = 20;
+/// Under which number this side takes metadata messages.
+inline constexpr std::uint8_t own_metadata_number = 15;
+
+/// What a peer's extension handshake says.
+struct ExtensionHandshake {
+    std::optional<std::int64_t> metadata_size;  ///< bytes of the info value
+    std::optional<std::int64_t> port;           ///< that the peer listens at
+    std::u16string version;                     ///< client name and version
+    /// The number under which the peer takes metadata messages; none when it does not exchange metadata.
+    std::optional<std::int64_t> metadata_number;
+};
+
+/// The whole message, length prefix included. What is zero or empty is left out.
+std::string build_extension_handshake(std::uint32_t metadata_size, std::uint16_t port,
+                                      std::u16string_view version);
+
+/// Reads the payload behind the two bytes 20 and 0. None when it is no dictionary.
+std::optional<ExtensionHandshake> parse_extension_handshake(std::string_view payload);
+
+/// The types of metadata messages.
+enum class MetadataType : std::int64_t { request = 0, data = 1, reject = 2 };
+
+struct MetadataMessage {
+    std::int64_t type = 0;  ///< MetadataType, or one that is not known
+    std::int64_t piece = 0;
+    std::int64_t total_size = 0;  ///< bytes of the info value; 0: not said
+    std::string data;
+};
+
+/// The whole message to a peer that takes metadata under `peer_number`.
+std::string build_metadata_message(std::uint8_t peer_number, const MetadataMessage& message);
+
+/// Reads the payload behind the two bytes 20 and own_metadata_number. None when it holds no type or no piece.
+std::optional<MetadataMessage> parse_metadata_message(std::string_view payload);
+
+}  // namespace vantlow

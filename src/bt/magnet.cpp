@@ -1,0 +1,90 @@
+#include "bt/magnet.h"
+
+#include <algorithm>
+
+#include "base/codes.h"
+#include "base/text.h"
+
+namespace vantlow {
+namespace {
+
+constexpr std::size_t most_decoded = 64;
+// More numbered trackers than these are left out.
+constexpr int most_trackers = 1000;
+
+// The text behind the first `key`, up to the next "&"; none when the key does not occur.
+std::optional<std::string_view> value_of(std::string_view text, std::string_view key) {
+    const std::size_t at = text.find(key);
+    if (at == std::string_view::npos) return std::nullopt;
+    const std::string_view rest = text.substr(at + key.size());
+    return rest.substr(0, rest.find('&'));
+}
+
+// The bytes, the last one filled up with zeroes; none for any other character than those of the alphabet.
+std::optional<std::vector<std::byte>> from_base32(std::string_view text) {
+    const std::size_t size = (text.size() * 5 + 7) / 8;
+    if (size > most_decoded) return std::nullopt;
+    std::vector<std::byte> bytes(size);
+    std::size_t bit = 0;
+    for (const char raw : text) {
+        const char c = ascii_lower(raw);
+        unsigned value = 0;
+        if (c >= 'a' && c <= 'z') {
+            value = static_cast<unsigned>(c - 'a');
+        } else if (c >= '2' && c <= '7') {
+            value = static_cast<unsigned>(c - '2') + 26;
+        } else {
+            return std::nullopt;
+        }
+        for (unsigned mask = 0x10; mask != 0; mask >>= 1U, ++bit) {
+            if ((value & mask) != 0) bytes[bit / 8] |= std::byte{0x80} >> (bit % 8);
+        }
+    }
+    return bytes;
+}
+
+std::optional<InfoHash> read_hash(std::string_view text) {
+    auto bytes = from_base32(text);
+    InfoHash hash{};
+    if (!bytes || bytes->size() != hash.size()) {
+        if (text.size() != 2 * hash.size()) return std::nullopt;
+        bytes = from_hex(text);
+        if (!bytes) return std::nullopt;
+    }
+    std::copy(bytes->begin(), bytes->end(), hash.begin());
+    return hash;
+}
+
+}  // namespace
+
+std::optional<Magnet> parse_magnet(std::string_view text, const std::vector<std::string>& default_trackers) {
+    const auto hash_text = value_of(text, "xt=urn:btih:");
+    if (!hash_text) return std::nullopt;
+    const auto hash = read_hash(*hash_text);
+    if (!hash) return std::nullopt;
+    Magnet magnet;
+    magnet.info_hash = *hash;
+    magnet.name = value_of(text, "dn=").value_or("");
+    if (const auto tracker = value_of(text, "tr=")) magnet.trackers.emplace_back(*tracker);
+    int number = 0;
+    for (; number < most_trackers; ++number) {
+        const auto tracker = value_of(text, "tr." + std::to_string(number) + "=");
+        if (!tracker) break;
+        magnet.trackers.emplace_back(*tracker);
+    }
+    if (number == 0) {
+        magnet.trackers.insert(magnet.trackers.end(), default_trackers.begin(), default_trackers.end());
+    }
+    return magnet;
+}
+
+bool is_magnet(std::string_view text) noexcept {
+    return istarts_with(text, "magnet:?");
+}
+
+std::string tracker_from_magnet(std::string_view text) {
+    // A URL that is not escaped may hold escapes of its own.
+    return text.find("://") == std::string_view::npos ? percent_decode(text) : std::string(text);
+}
+
+}  // namespace vantlow

@@ -1,0 +1,72 @@
+// What a torrent document says (BEP 3, BEP 12).
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "bt/bencode.h"
+
+namespace vantlow {
+
+/// 20 bytes: the SHA-1 digest of an "info" value.
+using InfoHash = std::array<std::byte, 20>;
+
+/// A node of the distributed hash table that a torrent names.
+struct DhtNode {
+    bool is_ipv6 = false;
+    std::array<std::uint8_t, 16> address{};  ///< network order; IPv4 in the first four
+    std::uint16_t port = 0;
+};
+
+/// One parsed torrent. Names and paths are as the document has them: make them safe before they become paths.
+struct CBEMetaInfo {
+    std::vector<std::string> trackers;  ///< URLs, in the document's encoding
+    std::vector<std::string> paths_local;
+    std::vector<std::string> paths_utf8;
+    std::vector<std::uint64_t> sizes;  ///< bytes, one a file, in document order
+    std::string name_local;            ///< filled where name_utf8 is not
+    std::string name_utf8;
+    std::int64_t piece_length = 0;  ///< bytes, as the document says
+    std::string pieces;             ///< 20 bytes a piece
+    std::string info;               ///< the raw bytes of the "info" value
+    InfoHash info_hash{};
+    bool utf8 = false;           ///< the document declares UTF-8
+    bool is_multi_file = false;  ///< has a "files" list: its name is a folder's
+    std::vector<DhtNode> nodes;
+    std::vector<bool> path_is_utf8;  ///< for each file, in which of the two arrays its path stands
+
+    /// A file as text: "\a\b.txt" in a torrent of several, the name in one of a single file.
+    struct File {
+        std::u16string path;
+        std::uint64_t size = 0;
+    };
+    [[nodiscard]] std::vector<File> files() const;
+    [[nodiscard]] std::u16string name() const;
+    /// Bytes of all files; none when that is more than 2^63 - 1.
+    [[nodiscard]] std::optional<std::int64_t> total_size() const noexcept;
+};
+
+/// How a document is read.
+struct MetaInfoRules {
+    std::string_view default_tracker;  ///< of a torrent that names none in "announce"
+    bool metadata_only = false;        ///< the dictionary is the "info" value itself
+    bool utf8 = false;                 ///< with metadata_only: what the whole document would have declared
+};
+
+/// Fills `meta` from a document that `parser` has read; false when it is no torrent. With metadata_only it
+/// ends, successfully, after names and sizes. What is in `meta` after a failure means nothing.
+bool parse_meta_info(const CBEncode& parser, const CBEDictionary& document, const MetaInfoRules& rules,
+                     CBEMetaInfo& meta);
+
+/// UTF-8 as torrents are judged: forms of up to 6 bytes, no overlong ones, none cut off.
+bool is_torrent_utf8(std::string_view bytes) noexcept;
+
+/// The SHA-1 digest of these bytes.
+InfoHash hash_of(std::string_view bytes);
+
+}  // namespace vantlow

@@ -1,0 +1,27 @@
+// Big-endian numbers, as BitTorrent's messages hold them.
+#pragma once
+
+#include <concepts>
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+namespace vantlow {
+
+template <std::unsigned_integral Number>
+void put_number(std::string& bytes, Number value) {
+    for (std::size_t i = sizeof value; i-- > 0;) bytes += static_cast<char>((value >> (8 * i)) & 0xFFU);
+}
+
+/// The number at an offset; the caller knows that it is there.
+template <std::unsigned_integral Number>
+Number get_number(std::string_view bytes, std::size_t offset) noexcept {
+    std::uint64_t value = 0;
+    for (std::size_t i = 0; i < sizeof(Number); ++i) {
+        value = value << 8U | static_cast<unsigned char>(bytes[offset + i]);
+    }
+    return static_cast<Number>(value);
+}
+
+}  // namespace vantlow

@@ -1,0 +1,64 @@
+#include "platform/folder.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <memory>
+#include <string_view>
+
+#include "base/text.h"
+
+namespace vantlow {
+namespace {
+
+FileError failure(int error) noexcept {
+    switch (error) {
+        case 0:
+            return {};
+        case ENOENT:
+        case ENOTDIR:
+            return {FileFault::not_found, error};
+        case EACCES:
+        case EPERM:
+            return {FileFault::access, error};
+        default:
+            return {FileFault::other, error};
+    }
+}
+
+PathKind kind_of_mode(mode_t mode) noexcept {
+    if (S_ISREG(mode)) return PathKind::file;
+    return S_ISDIR(mode) ? PathKind::folder : PathKind::other;
+}
+
+}  // namespace
+
+FileError list_folder(const std::u16string& folder, std::vector<FolderEntry>& entries) {
+    entries.clear();
+    const std::string path = folder.empty() ? "." : to_utf8(folder);
+    const std::unique_ptr<DIR, int (*)(DIR*)> list(::opendir(path.c_str()), &::closedir);
+    if (list == nullptr) return failure(errno);
+    for (;;) {
+        errno = 0;
+        // NOLINTNEXTLINE(concurrency-mt-unsafe): a list of its own
+        const dirent* const found = ::readdir(list.get());
+        if (found == nullptr) return failure(errno);
+        const std::string_view name = found->d_name;
+        if (name == "." || name == "..") continue;
+        struct stat status {};
+        FolderEntry entry;
+        entry.name = to_utf16(name);
+        if (::fstatat(::dirfd(list.get()), found->d_name, &status, AT_SYMLINK_NOFOLLOW) != 0)
+            continue;  // gone
+        entry.is_link = S_ISLNK(status.st_mode);
+        // A link to nothing stays what it is: something else.
+        if (entry.is_link) static_cast<void>(::fstatat(::dirfd(list.get()), found->d_name, &status, 0));
+        entry.kind = kind_of_mode(status.st_mode);
+        entry.size = entry.kind == PathKind::file ? std::int64_t{status.st_size} : 0;
+        entries.push_back(std::move(entry));
+    }
+}
+
+}  // namespace vantlow
