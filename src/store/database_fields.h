@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <iterator>
 #include <optional>
 
 #include "base/digest.h"
@@ -44,15 +45,21 @@ inline constexpr std::size_t smallest_job = 83 + 152 + 4 + 1;
 inline constexpr std::size_t smallest_segment = 118;
 inline constexpr std::size_t schedule_size = 1 + 4 + 4 + 8;
 
-// Kinds of digests: md5 1, sha1 2, sha256 3.
+// The number of a kind of digest in the file: its place here, from 1 on.
+inline constexpr DigestKind numbered_digests[] = {DigestKind::md5, DigestKind::sha1,   DigestKind::sha256,
+                                                  DigestKind::md4, DigestKind::sha384, DigestKind::sha512};
 constexpr std::uint8_t digest_number(DigestKind kind) noexcept {
-    return static_cast<std::uint8_t>(static_cast<int>(kind) + 1);
+    std::uint8_t number = 1;
+    for (const DigestKind other : numbered_digests) {
+        if (other == kind) return number;
+        ++number;
+    }
+    return 0;
 }
 constexpr std::optional<DigestKind> digest_of_number(std::uint8_t number) noexcept {
-    if (number < 1 || number > 3) return std::nullopt;
-    return static_cast<DigestKind>(number - 1);
+    if (number < 1 || number > std::size(numbered_digests)) return std::nullopt;
+    return numbered_digests[number - 1];
 }
-static_assert(digest_number(DigestKind::md5) == 1 && digest_number(DigestKind::sha256) == 3);
 
 /// Bytes of a bit map.
 constexpr std::size_t bit_map_size(std::int32_t bits) noexcept {
