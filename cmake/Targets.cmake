@@ -45,13 +45,13 @@ function(vantlow_check_links name)
     set_target_properties(check_links_${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/check_links")
 endfunction()
 
-# vantlow_runtime_library(name FOLDER folder... DESCRIPTION text [LINK target...]): a library that the program loads while
+# vantlow_runtime_library(name FOLDERS folder... DESCRIPTION text [LINK target...]): a library that the program loads while
 # it runs, under exactly this name. It exports what it marks as such and nothing else. Sources that only this system has
 # stand in a folder's posix/ or win32/.
 function(vantlow_runtime_library name)
-    cmake_parse_arguments(PARSE_ARGV 1 arg "" "DESCRIPTION" "FOLDER;LINK")
+    cmake_parse_arguments(PARSE_ARGV 1 arg "" "DESCRIPTION" "FOLDERS;LINK")
     set(folders)
-    foreach(folder IN LISTS arg_FOLDER)
+    foreach(folder IN LISTS arg_FOLDERS)
         list(APPEND folders ${folder} ${folder}/${system_folder})
     endforeach()
     vantlow_find_sources(sources FOLDERS ${folders})

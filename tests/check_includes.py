@@ -31,8 +31,9 @@ ALLOWED = {
     "meta": {"base"},
     "app": CONVERSATIONS | {"store", "transfer/job", "bt", "ed2k", "media", "meta"},
 }
-# What a library that is loaded at run time is made of: its own folder and the declarations that it exports.
-LIBRARY_MAY = {"runtime/operations.h"}
+# What a library that is loaded at run time is made of: its own folder, the declarations that it exports, and what two of
+# them share.
+LIBRARY_MAY = ("runtime/operations.h", "runtime/login/")
 
 STANDARD = set(
     """algorithm any array atomic barrier bit bitset cassert cctype cerrno cfenv cfloat charconv chrono cinttypes
@@ -80,7 +81,7 @@ def fault_of_own_include(path, target, exists):
     here, there = folder_of(path), folder_of(target)
     if here == "":
         library = path.split("/")[1]
-        if target in LIBRARY_MAY or target.startswith(f"runtime/{library}/"):
+        if target.startswith((*LIBRARY_MAY, f"runtime/{library}/")):
             return None
         return f'a run-time library includes "{target}"'
     if here is None or there is None:

@@ -5,6 +5,11 @@
 #include "base/text.h"
 
 namespace vantlow {
+namespace {
+
+constexpr std::string_view alphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+
+}  // namespace
 
 std::string to_hex(std::span<const std::byte> bytes) {
     constexpr std::string_view digits = "0123456789abcdef";
@@ -31,7 +36,6 @@ std::optional<std::vector<std::byte>> from_hex(std::string_view digits) {
 }
 
 std::string to_base64(std::string_view bytes) {
-    constexpr std::string_view alphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
     std::string out;
     out.reserve((bytes.size() + 2) / 3 * 4);
     for (std::size_t i = 0; i < bytes.size(); i += 3) {
@@ -45,6 +49,24 @@ std::string to_base64(std::string_view bytes) {
         }
     }
     return out;
+}
+
+std::optional<std::vector<std::byte>> from_base64(std::string_view text) {
+    while (text.ends_with('=')) text.remove_suffix(1);
+    std::vector<std::byte> bytes;
+    std::uint32_t bits = 0;
+    unsigned count = 0;
+    for (const char c : text) {
+        const auto value = alphabet.find(c);
+        if (value == std::string_view::npos) return std::nullopt;
+        bits = bits << 6U | static_cast<std::uint32_t>(value);
+        count += 6;
+        if (count < 8) continue;
+        count -= 8;
+        bytes.push_back(static_cast<std::byte>(bits >> count & 0xFFU));
+    }
+    if (count >= 6) return std::nullopt;  // one character stands for nothing
+    return bytes;
 }
 
 }  // namespace vantlow

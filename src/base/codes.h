@@ -19,4 +19,7 @@ std::optional<std::vector<std::byte>> from_hex(std::string_view digits);
 /// RFC 4648 Base64 with the standard alphabet and padding.
 std::string to_base64(std::string_view bytes);
 
+/// The bytes that Base64 text stands for, its padding there or not; none for any other text.
+std::optional<std::vector<std::byte>> from_base64(std::string_view text);
+
 }  // namespace vantlow

@@ -221,6 +221,42 @@ enum { VANTLOW_OPIE_ROOM = 17 };
 typedef int opieKeyGenerate_t(const char* algorithm, int sequence, const char* seed, const char* secret,
                               char* response);
 
+/* ---- libsecur and libssl: logins ---- */
+
+/* What a Digest answer is made of (RFC 2617, RFC 7616). NULL is an empty text; all text is as it goes on the
+   wire. */
+typedef struct VantlowDigest {
+    const char* qop;       /* "auth", "auth-int" (of an empty body), or empty */
+    const char* algorithm; /* "MD5", "MD5-sess", "SHA-256", "SHA-256-sess" in any case; empty: MD5 */
+    const char* nonce;
+    const char* realm;
+    const char* user;
+    const char* password;
+    const char* method;
+    const char* uri;
+    const char* cnonce;
+    const char* nc; /* eight hexadecimal digits */
+} VantlowDigest;
+
+/* libsecur. With a text: its MD5 in 32 hexadecimal digits and a zero byte (a client nonce); else the response
+   for the parts, with MD5 alone. 1 on success; 0 without room or for an algorithm that is not known. */
+typedef int Digest2617_t(const VantlowDigest* parts, const char* text, char* out, size_t room);
+/* libssl. The response for the parts with any of the algorithms: 32 or 64 digits and a zero byte. 1 or 0. */
+typedef int WDigest_Response_t(const VantlowDigest* parts, char* out, size_t room);
+
+/* libsecur. The last message of an NTLM exchange (MS-NLMP), for the server's challenge message, with version
+   2 where the challenge allows it. User (may be DOMAIN\name) and password are UTF-8. The message's size, 0
+   without room and for bytes that are no challenge. Up to 2 KiB and the challenge's size are enough room. */
+typedef size_t NTLM1_ChallengeResponse_t(const void* challenge, size_t challenge_size, const char* user,
+                                         const char* password, void* out, size_t room);
+
+/* libssl. A challenge message as an object: read once, answered as often as needed. */
+typedef struct VantlowNtlm VantlowNtlm;
+typedef VantlowNtlm* NTLM_Challenge_t(const void* challenge, size_t size); /* NULL for other bytes */
+typedef size_t NTLM_Response_t(const VantlowNtlm* ntlm, const char* user, const char* password, void* out,
+                               size_t room);    /* as NTLM1_ChallengeResponse */
+typedef void NTLM_Destroy_t(VantlowNtlm* ntlm); /* NULL is fine */
+
 #ifdef __cplusplus
 }
 #endif

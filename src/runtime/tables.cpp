@@ -73,6 +73,7 @@ void find_operations(SecurTable& table) {
     VANTLOW_FIND(RTMPE9_Signature);
     VANTLOW_FIND(opieKeyGenerate);
     VANTLOW_FIND(Digest2617);
+    VANTLOW_FIND(NTLM1_ChallengeResponse);
     VANTLOW_FIND(wx_1);
     VANTLOW_FIND(wx_4);
     VANTLOW_FIND(wx_5);

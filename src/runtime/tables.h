@@ -21,10 +21,10 @@ struct LibraryTable {
 };
 
 struct SslTable : LibraryTable {
-    void* NTLM_Challenge = nullptr;
-    void* NTLM_Destroy = nullptr;
-    void* NTLM_Response = nullptr;
-    void* WDigest_Response = nullptr;
+    NTLM_Challenge_t* NTLM_Challenge = nullptr;
+    NTLM_Destroy_t* NTLM_Destroy = nullptr;
+    NTLM_Response_t* NTLM_Response = nullptr;
+    WDigest_Response_t* WDigest_Response = nullptr;
 };
 
 struct SshTable : LibraryTable {
@@ -78,7 +78,8 @@ struct SecurTable : LibraryTable {
     void* RC4_Create_RTMPE = nullptr;
     void* RTMPE9_Signature = nullptr;
     opieKeyGenerate_t* opieKeyGenerate = nullptr;
-    void* Digest2617 = nullptr;
+    Digest2617_t* Digest2617 = nullptr;
+    NTLM1_ChallengeResponse_t* NTLM1_ChallengeResponse = nullptr;
     void* wx_1 = nullptr;
     void* wx_4 = nullptr;
     void* wx_5 = nullptr;

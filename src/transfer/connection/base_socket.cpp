@@ -1,7 +1,10 @@
 #include "transfer/connection/base_socket.h"
 
 #include <algorithm>
+#include <utility>
 
+#include "base/codes.h"
+#include "base/digest.h"
 #include "base/string_table.h"
 #include "base/text.h"
 #include "transfer/connection/connector.h"
@@ -9,19 +12,31 @@
 namespace vantlow {
 namespace {
 
+constexpr int most_tunnel_attempts = 4;
+
 // A connection or a session that was accepted on other terms must not pass for this one.
 std::string trust_key(const TlsPlan& tls) {
     if (!tls.verify) return " unverified";
     return " verified for " + tls.host + " by " + to_utf8(tls.ca_file);
 }
 
+// A login that one user got through a proxy is not another's.
+std::string proxy_user(const ProxyPlan& proxy) {
+    if (proxy.user.empty()) return {};
+    const std::string secret = proxy.user + '\0' + proxy.password;
+    Digest digest(DigestKind::sha256);
+    digest.update(std::as_bytes(std::span(secret)));
+    return to_hex(digest.finish()) + "@";
+}
+
 std::string reuse_key(const ConnectPlan& plan) {
     std::string key = plan.scheme + "://" + plan.host + ":" + std::to_string(plan.port);
     if (plan.proxy.is_used()) {
-        key += " via " + std::to_string(plan.proxy.kind) + " " + plan.proxy.user + "@" + plan.proxy.host +
+        key += " via " + std::to_string(plan.proxy.kind) + " " + proxy_user(plan.proxy) + plan.proxy.host +
                ":" + std::to_string(plan.proxy.port) + (plan.want_connect ? " tunnel" : "");
     }
     if (plan.tls) key += trust_key(*plan.tls);
+    if (!plan.owner.empty()) key += " of " + plan.owner;
     return key;
 }
 
@@ -77,6 +92,10 @@ void CBaseSocket::close(bool keep) {
     node_.reset();
 }
 
+void CBaseSocket::claim(const ConnectPlan& plan) {
+    if (node_) node_->key = reuse_key(plan);
+}
+
 Result CBaseSocket::open(const ConnectPlan& plan) {
     close();
     timeout_ = plan.timeout;
@@ -90,7 +109,12 @@ Result CBaseSocket::open(const ConnectPlan& plan) {
         }
     }
     reused_ = false;
-    return connect_new(plan);
+    const auto login = plan.proxy.make_login ? plan.proxy.make_login() : nullptr;
+    for (int attempt = 1;; ++attempt) {
+        Result result = connect_new(plan, login.get());
+        // The proxy ended the connection with its refusal, and there is an answer to that.
+        if (!std::exchange(tunnel_again_, false) || attempt == most_tunnel_attempts) return result;
+    }
 }
 
 Result CBaseSocket::take_slot(const std::string& server, const ServerLimits& limits,
@@ -112,7 +136,7 @@ Outcome<std::vector<SocketAddress>> CBaseSocket::resolve(const std::string& host
     return addresses;
 }
 
-Result CBaseSocket::connect_new(const ConnectPlan& plan) {
+Result CBaseSocket::connect_new(const ConnectPlan& plan, HttpLogin* login) {
     const bool direct = !plan.proxy.is_used();
     const std::string& host = direct ? plan.host : plan.proxy.host;
     const std::uint16_t port = direct ? plan.port : plan.proxy.port;
@@ -131,18 +155,20 @@ Result CBaseSocket::connect_new(const ConnectPlan& plan) {
     if (!socket.ok()) return socket.failure();
     node->stream = std::make_unique<SocketStream>(*std::move(socket));
     use(std::move(node));
-    Result result = direct ? Result{} : open_tunnel(plan);
+    Result result = direct ? Result{} : open_tunnel(plan, login);
     if (result.ok() && plan.tls) result = start_tls(*plan.tls);
     return result;
 }
 
 // The target as its proxy is to be told: a literal as an address, a name as it is unless names are to be
 // turned into addresses here.
-Result CBaseSocket::open_tunnel(const ConnectPlan& plan) {
+Result CBaseSocket::open_tunnel(const ConnectPlan& plan, HttpLogin* login) {
     TunnelTarget target;
     target.host = plan.host;
     target.port = plan.port;
     target.want_connect = plan.want_connect;
+    target.login = login;
+    if (login != nullptr) login->connected(false);
     const bool socks = plan.proxy.kind == ProxyPlan::socks4 || plan.proxy.kind == ProxyPlan::socks5;
     auto address = SocketAddress::from_literal(plan.host, plan.port);
     if (socks && !address && plan.proxy.resolve_here) {
@@ -211,7 +237,7 @@ Result CBaseSocket::tunnel(const ProxyPlan& proxy, const TunnelTarget& target, s
         result = open_socks5(wire, log_, proxy, target, port);
     } else if (proxy.kind == ProxyPlan::http_tunnel ||
                (proxy.kind == ProxyPlan::http && target.want_connect)) {
-        result = open_connect(wire, log_, proxy, target);
+        result = open_connect(wire, log_, proxy, target, target.login, tunnel_again_);
     }
     if (result.ok()) return result;
     if (result.code == Code::transient) log_.line(Direction::error, result.message());

@@ -8,6 +8,7 @@
 
 #include "base/log.h"
 #include "transfer/connection/connection_sets.h"
+#include "transfer/connection/keepsakes.h"
 #include "transfer/connection/pacer.h"
 #include "transfer/connection/resolver.h"
 #include "transfer/connection/reuse.h"
@@ -26,7 +27,8 @@ struct ConnectionServices {
     ConnectionSets sets;
     ServerSlots slots;
     TlsEngines tls;
-    ReusePool reuse;  // after what its connections hold
+    ReusePool reuse;   // after what its connections hold
+    Keepsakes memory;  ///< what the protocols keep
 };
 
 /// Everything that opening a connection needs to be told.
@@ -40,6 +42,7 @@ struct ConnectPlan {
     std::optional<TlsPlan> tls;  ///< TLS before the protocol speaks
     bool may_reuse = true;       ///< a connection kept from an earlier request will do
     bool want_connect = false;   ///< a proxy of kind 10 is asked for a tunnel too: for all but HTTP requests
+    std::string owner;           ///< whose connection a kept one must be; see HttpLogin::owner()
 };
 
 /// The base of the objects that talk over TCP. Belongs to the one thread that made it.
@@ -63,6 +66,8 @@ class CBaseSocket {
     /// Ends it. `keep` when the last answer was read whole and the server wants to go on: the connection is
     /// kept for the next request to the same server.
     void close(bool keep = false);
+    /// The connection has become what this plan asks for (its owner logged in): kept for no other.
+    void claim(const ConnectPlan& plan);
     [[nodiscard]] bool is_open() const noexcept { return node_ != nullptr; }
     /// True when open() took a kept connection: the server may have closed it a moment ago.
     [[nodiscard]] bool is_reused() const noexcept { return reused_; }
@@ -96,9 +101,9 @@ class CBaseSocket {
 
   private:
     Result take_slot(const std::string& server, const ServerLimits& limits, ServerSlots::Slot& slot);
-    Result connect_new(const ConnectPlan& plan);
+    Result connect_new(const ConnectPlan& plan, HttpLogin* login);
     Outcome<std::vector<SocketAddress>> resolve(const std::string& host, std::uint16_t port);
-    Result open_tunnel(const ConnectPlan& plan);
+    Result open_tunnel(const ConnectPlan& plan, HttpLogin* login);
     void use(std::unique_ptr<CReuseNode> node);
     void begin_pacing();
 
@@ -110,6 +115,7 @@ class CBaseSocket {
     std::string host_;  ///< that the connection was opened to, and its port
     std::uint16_t port_ = 0;
     bool reused_ = false;
+    bool tunnel_again_ = false;  ///< the last tunnel failed, and may succeed over a new connection
     std::unique_ptr<CReuseNode> node_;
     std::optional<PacedStream> paced_;  // reads from node_
 };

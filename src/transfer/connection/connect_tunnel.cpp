@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <charconv>
 #include <string_view>
 
@@ -10,6 +11,9 @@ namespace {
 
 constexpr std::size_t longest_answer = 64 * 1024;
 constexpr std::size_t status_at = 9;  // behind "HTTP/1.1 "
+// What a refusal says behind its first line is worth waiting for when there is another login to try.
+constexpr std::chrono::milliseconds longest_wait_for_challenge{2000};
+constexpr int most_rounds = 6;
 
 // The lines of a proxy's answer, read one byte at a time: what comes behind the empty line belongs to the
 // tunnel. Line ends are counted in bytes of either kind: two end a line, four the header.
@@ -19,6 +23,7 @@ class AnswerReader {
 
     /// The next line, logged; false behind the last one.
     Outcome<bool> next(std::string& line, Clock::time_point until);
+    [[nodiscard]] bool is_silent() const noexcept { return total_ == 0; }
 
   private:
     ProxyWire& wire_;
@@ -55,45 +60,139 @@ int status_of(std::string_view line) {
     return status;
 }
 
-std::string connect_line(const TunnelTarget& target) {
+std::string authority(const TunnelTarget& target) {
     const bool literal = target.host.find(':') != std::string::npos;
     // The zone of an address means something on this machine only.
-    return "CONNECT " + (literal ? "[" + target.host.substr(0, target.host.find('%')) + "]" : target.host) +
-           ":" + std::to_string(target.port) + " HTTP/1.1";
+    const std::string host = literal ? "[" + target.host.substr(0, target.host.find('%')) + "]" : target.host;
+    return host + ":" + std::to_string(target.port);
 }
 
-Result refusal(std::string_view line) {
-    const int status = status_of(line);
-    Result result{Code::proxy_refused,
-                  "The proxy refused the connection: " + std::string(line.substr(0, 200))};
-    result.about_credentials = status == 407;
+struct Refusal {
+    std::vector<std::string> challenges;
+    bool closes = false;
+    std::int64_t length = 0;  ///< bytes of the body; negative: unknown
+};
+
+void read_field(std::string_view line, Refusal& refusal) {
+    const auto colon = line.find(':');
+    if (colon == std::string_view::npos) return;
+    const std::string_view name = trim(line.substr(0, colon));
+    const std::string_view value = trim(line.substr(colon + 1));
+    if (iequals(name, "proxy-authenticate")) refusal.challenges.emplace_back(value);
+    if (iequals(name, "connection") || iequals(name, "proxy-connection"))
+        refusal.closes = !iequals(value, "keep-alive");
+    if (iequals(name, "content-length")) refusal.length = parse_decimal(value).value_or(-1);
+    if (iequals(name, "transfer-encoding")) refusal.closes = true;  // not worth reading for its end
+}
+
+class Connecting {
+  public:
+    Connecting(ProxyWire& wire, LogSink& log, const ProxyPlan& proxy, const TunnelTarget& target,
+               HttpLogin* login)
+        : wire_(wire), log_(log), proxy_(proxy), authority_(authority(target)), login_(login) {}
+
+    Result run(bool& again);
+
+  private:
+    Result send_request();
+    Result refused(const std::string& line, AnswerReader& answer, bool& kept);
+    bool skip_body(std::int64_t length);
+
+    ProxyWire& wire_;
+    LogSink& log_;
+    const ProxyPlan& proxy_;
+    std::string authority_;
+    HttpLogin* login_;
+};
+
+Result Connecting::send_request() {
+    std::string line;
+    std::string shown;
+    if (login_ != nullptr) {
+        line = login_->line("CONNECT", authority_);
+        shown = login_->shown();
+    } else if (!proxy_.user.empty()) {
+        line = "Basic " + to_base64(proxy_.user + ":" + proxy_.password);
+        shown = "Basic ********";
+    }
+    std::string request = "CONNECT " + authority_ + " HTTP/1.1\r\n";
+    log_.line(Direction::sent, "CONNECT " + authority_ + " HTTP/1.1");
+    if (!line.empty()) {
+        log_.line(Direction::sent, "Proxy-Authorization: " + shown);
+        request += "Proxy-Authorization: " + line + "\r\n";
+    }
+    request += "\r\n";
+    return wire_.send(std::as_bytes(std::span(request)));
+}
+
+bool Connecting::skip_body(std::int64_t length) {
+    if (length < 0 || length > static_cast<std::int64_t>(longest_answer)) return false;
+    std::array<std::byte, 1024> bin{};
+    const auto until = from_now(longest_wait_for_challenge);
+    while (length > 0) {
+        const auto part = std::min<std::int64_t>(length, static_cast<std::int64_t>(bin.size()));
+        if (!wire_.receive(std::span(bin).first(static_cast<std::size_t>(part)), until).ok()) return false;
+        length -= part;
+    }
+    return true;
+}
+
+// Success when the login has another answer; `kept` tells whether for this connection.
+Result Connecting::refused(const std::string& line, AnswerReader& answer, bool& kept) {
+    Result failure{Code::proxy_refused, "The proxy refused the connection: " + line.substr(0, 200)};
+    failure.about_credentials = status_of(line) == 407;
+    if (status_of(line) != 407 || login_ == nullptr || proxy_.user.empty()) return failure;
+    Refusal refusal;
+    refusal.closes = line.starts_with("HTTP/1.0");
+    std::string field;
+    const auto until = std::min(from_now(longest_wait_for_challenge), wire_.time_out());
+    auto more = answer.next(field, until);
+    for (; more.ok() && *more; more = answer.next(field, until)) read_field(field, refusal);
+    if (!more.ok() && more.failure().kind() == Kind::stopped) return more.failure();
+    kept = more.ok() && !refusal.closes && skip_body(refusal.length);
+    if (login_->challenged(refusal.challenges, kept)) return {};
+    if (!login_->trouble().empty()) failure.detail += " " + login_->trouble();
+    return failure;
+}
+
+Result Connecting::run(bool& again) {
+    for (int round = 0; round < most_rounds; ++round) {
+        AnswerReader answer(wire_, log_);
+        std::string line;
+        Result sent = send_request();
+        auto more = sent.ok() ? answer.next(line, wire_.time_out()) : Outcome<bool>(sent);
+        if (!more.ok()) {
+            // Closed behind the refusal, without a word about it: a new connection does.
+            again = round > 0 && answer.is_silent() && more.failure().code == Code::transient;
+            return more.failure();
+        }
+        if (status_of(line) == 200) {
+            const auto until = wire_.time_out();
+            while (more.ok() && *more) more = answer.next(line, until);
+            if (more.ok() && login_ != nullptr) login_->accepted();
+            return more.ok() ? Result{} : more.failure();
+        }
+        bool kept = false;
+        if (Result result = refused(line, answer, kept); !result.ok()) return result;
+        if (!kept) {
+            again = true;
+            break;
+        }
+    }
+    Result result{Code::proxy_refused, "The proxy refused the credentials."};
+    result.about_credentials = true;
     return result;
 }
 
 }  // namespace
 
-Result open_connect(ProxyWire& wire, LogSink& log, const ProxyPlan& proxy, const TunnelTarget& target) {
+Result open_connect(ProxyWire& wire, LogSink& log, const ProxyPlan& proxy, const TunnelTarget& target,
+                    HttpLogin* login, bool& again) {
     if (target.host.empty() || target.host.find_first_of("\r\n") != std::string::npos) {
         log.line(Direction::error, "No host name for the proxy.");
         return {Code::tunnel_refused, "No host name for the proxy."};
     }
-    std::string request = connect_line(target) + "\r\n";
-    log.line(Direction::sent, connect_line(target));
-    if (!proxy.user.empty()) {
-        log.line(Direction::sent, "Proxy-Authorization: Basic ********");
-        request += "Proxy-Authorization: Basic " + to_base64(proxy.user + ":" + proxy.password) + "\r\n";
-    }
-    request += "\r\n";
-    if (Result result = wire.send(std::as_bytes(std::span(request))); !result.ok()) return result;
-
-    AnswerReader answer(wire, log);
-    std::string line;
-    auto more = answer.next(line, wire.time_out());
-    if (!more.ok()) return more.failure();
-    if (status_of(line) != 200) return refusal(line);
-    const auto until = wire.time_out();
-    while (more.ok() && *more) more = answer.next(line, until);
-    return more.ok() ? Result{} : more.failure();
+    return Connecting(wire, log, proxy, target, login).run(again);
 }
 
 }  // namespace vantlow

@@ -3,9 +3,12 @@
 
 #include <array>
 #include <cstdint>
+#include <functional>
+#include <memory>
 #include <string>
 
 #include "base/log.h"
+#include "transfer/connection/login.h"
 #include "transfer/connection/stream.h"
 
 namespace vantlow {
@@ -21,6 +24,9 @@ struct ProxyPlan {
     std::string password;
     /// Names are turned into addresses here, not by the proxy (SOCKS only).
     bool resolve_here = false;
+
+    /// Makes the login of one connection with an HTTP proxy; empty: Basic with the user above, once.
+    std::function<std::unique_ptr<HttpLogin>()> make_login;
 
     /// True when there is a proxy at all.
     [[nodiscard]] bool is_used() const noexcept {
@@ -39,6 +45,8 @@ struct TunnelTarget {
     std::uint16_t port = 0;
     bool want_connect = false;  ///< a CONNECT tunnel through a proxy of kind 10 too
     bool close_on_failure = true;
+    /// Of an HTTP proxy; null: Basic with the proxy's user, once. Outlives the handshake.
+    HttpLogin* login = nullptr;
 };
 
 /// A connected proxy: what a handshake reads and writes. Each wait has the connection's time-out.
@@ -67,7 +75,9 @@ Result open_socks4(ProxyWire& wire, LogSink& log, const ProxyPlan& proxy, const 
 /// SOCKS5 (RFC 1928) without authentication or with user name and password (RFC 1929).
 Result open_socks5(ProxyWire& wire, LogSink& log, const ProxyPlan& proxy, const TunnelTarget& target,
                    std::uint16_t& port);
-/// HTTP CONNECT (RFC 9110, 9.3.6).
-Result open_connect(ProxyWire& wire, LogSink& log, const ProxyPlan& proxy, const TunnelTarget& target);
+/// HTTP CONNECT (RFC 9110, 9.3.6). `login` may be null. Where it has an answer to a refusal and the proxy
+/// ended the connection, `again` becomes true: the same once more over a new connection.
+Result open_connect(ProxyWire& wire, LogSink& log, const ProxyPlan& proxy, const TunnelTarget& target,
+                    HttpLogin* login, bool& again);
 
 }  // namespace vantlow

@@ -13,6 +13,28 @@ namespace {
 constexpr std::size_t head_step = 32 * 1024;
 constexpr int most_interim_answers = 20;
 constexpr std::size_t most_skipped_body = 64 * 1024;
+// Two schemes with two steps each at a proxy and the same at a server behind it.
+constexpr int most_rounds = 8;
+
+std::string owners(const HttpLogins& logins) {
+    std::string all;
+    for (const HttpLogin* const login : {logins.server, logins.proxy}) {
+        if (login != nullptr) all += login->owner();
+    }
+    return all;
+}
+
+HttpLogin* login_for(const HttpHead& head, const HttpLogins& logins) {
+    if (head.status == 401) return logins.server;
+    return head.status == 407 ? logins.proxy : nullptr;
+}
+
+HttpRequest::Login line_of(HttpLogin& login, const std::string& target) {
+    HttpRequest::Login line;
+    line.value = login.line("GET", target);
+    line.shown = login.shown();
+    return line;
+}
 
 }  // namespace
 
@@ -28,28 +50,70 @@ std::string status_text(const HttpHead& head) {
     return text;
 }
 
-Result HttpConversation::ask(const ConnectPlan& plan, const HttpRequest& request, HttpHead& head) {
+Result HttpConversation::ask(const ConnectPlan& plan, const HttpRequest& request, HttpHead& head,
+                             const HttpLogins& logins) {
+    ConnectPlan next = plan;
+    bool go_on = false;
+    for (int round = 0; round < most_rounds; ++round) {
+        next.owner = owners(logins);
+        if (Result result = ask_once(next, request, head, logins, go_on); !result.ok()) return result;
+        if (head.status != 407 && logins.proxy != nullptr) logins.proxy->accepted();
+        if (head.status != 401 && head.status != 407 && logins.server != nullptr) logins.server->accepted();
+        next.owner = owners(logins);
+        if (!next.owner.empty()) socket_.claim(next);
+        HttpLogin* const login = login_for(head, logins);
+        if (login == nullptr) return {};
+        go_on = stands_for_more();
+        const auto& challenges = head.status == 401 ? head.server_challenges : head.proxy_challenges;
+        if (!login->challenged(challenges, go_on)) return {};
+        if (!go_on) socket_.close();
+    }
+    return {Code::server_error, "The server asks for a login again and again."};
+}
+
+// True when the answer was read whole and the connection goes on.
+bool HttpConversation::stands_for_more() {
+    skip_body();
+    return head_.keep_alive && body_ && body_->is_whole();
+}
+
+Result HttpConversation::ask_once(const ConnectPlan& plan, const HttpRequest& request, HttpHead& head,
+                                  const HttpLogins& logins, bool go_on) {
     body_.reset();
-    bool dead = false;
-    Result result = exchange(plan, request, head, dead);
+    if (!go_on) {
+        if (Result result = open(plan, logins); !result.ok()) return result;
+    }
+    bool dead = go_on || socket_.is_reused();
+    Result result = exchange(plan, request, head, logins, dead);
     if (!dead) return result;
     // The kept connection was closed by the server before it answered: GET may be repeated (RFC 9110, 9.2.2).
     ConnectPlan fresh = plan;
     fresh.may_reuse = false;
-    return exchange(fresh, request, head, dead);
+    if (result = open(fresh, logins); !result.ok()) return result;
+    dead = false;
+    return exchange(fresh, request, head, logins, dead);
 }
 
-Result HttpConversation::exchange(const ConnectPlan& plan, const HttpRequest& request, HttpHead& head,
-                                  bool& dead) {
+Result HttpConversation::open(const ConnectPlan& plan, const HttpLogins& logins) {
     if (Result result = socket_.open(plan); !result.ok()) return result;
+    for (HttpLogin* const login : {logins.server, logins.proxy}) {
+        if (login != nullptr) login->connected(socket_.is_reused() && !plan.owner.empty());
+    }
+    return {};
+}
+
+// `dead` in: the connection may have been closed since its last answer; out: it was.
+Result HttpConversation::exchange(const ConnectPlan& plan, HttpRequest request, HttpHead& head,
+                                  const HttpLogins& logins, bool& dead) {
+    if (logins.proxy != nullptr) request.proxy_login = line_of(*logins.proxy, absolute_target(request));
+    if (logins.server != nullptr) request.login = line_of(*logins.server, request.path);
     received_.clear();
-    const bool reused = socket_.is_reused();
     const auto until = from_now(plan.timeout);
     const std::string bytes = build_request(request, log_);
     bool nothing_came = true;
     Result result = socket_.send_all(std::as_bytes(std::span(bytes)));
     if (result.ok()) result = read_head(until, head_, nothing_came);
-    dead = !result.ok() && reused && nothing_came && result.code == Code::transient;
+    dead = dead && !result.ok() && nothing_came && result.code == Code::transient;
     if (!result.ok()) {
         if (!dead && result.kind() != Kind::stopped) log_.line(Direction::error, result.message());
         socket_.close();
@@ -115,6 +179,7 @@ Result HttpConversation::begin_body(const GzipOperations& gzip, std::size_t buff
 }
 
 void HttpConversation::skip_body() {
+    if (body_) return;
     HttpHead plain = head_;
     plain.coding = ContentCoding::identity;
     std::swap(plain, head_);

@@ -10,6 +10,12 @@
 
 namespace vantlow {
 
+/// The logins that answer a server's and a proxy's challenges; null: challenges are answers like others.
+struct HttpLogins {
+    HttpLogin* server = nullptr;
+    HttpLogin* proxy = nullptr;  ///< of a proxy that gets the requests themselves
+};
+
 /// Speaks HTTP/1.1 (RFC 9112) over one CBaseSocket. Knows no job and follows no redirect: it tells the
 /// answer. Belongs to one thread.
 class HttpConversation {
@@ -19,22 +25,29 @@ class HttpConversation {
     /// Opens the connection (a kept one where there is one), sends the request and reads the header of the
     /// final answer, interim ones skipped. A kept connection that turns out to be dead is replaced by a new
     /// one. The whole exchange up to the end of the header takes at most the plan's time-out beyond the
-    /// connecting itself, however slowly the server dribbles.
-    Result ask(const ConnectPlan& plan, const HttpRequest& request, HttpHead& head);
+    /// connecting itself, however slowly the server dribbles. With logins a refusal (401, 407) that they have
+    /// an answer to is answered, over the same connection where that goes on, else over a new one.
+    Result ask(const ConnectPlan& plan, const HttpRequest& request, HttpHead& head,
+               const HttpLogins& logins = {});
 
     /// Begins the body of the answer to the last ask().
     Result begin_body(const GzipOperations& gzip, std::size_t buffer_size);
     Moved read(std::span<std::byte> into, Clock::time_point until) { return body_->read(into, until); }
 
     /// Reads away a short body that nobody wants (a redirect's, an error's), so that the connection can be
-    /// kept.
+    /// kept. Nothing when its reading was begun.
     void skip_body();
     /// Ends the conversation. The connection is kept for reuse when the answer was read whole and the server
     /// agreed.
     void finish();
 
   private:
-    Result exchange(const ConnectPlan& plan, const HttpRequest& request, HttpHead& head, bool& dead);
+    Result ask_once(const ConnectPlan& plan, const HttpRequest& request, HttpHead& head,
+                    const HttpLogins& logins, bool go_on);
+    Result open(const ConnectPlan& plan, const HttpLogins& logins);
+    Result exchange(const ConnectPlan& plan, HttpRequest request, HttpHead& head, const HttpLogins& logins,
+                    bool& dead);
+    bool stands_for_more();
     Result read_head(Clock::time_point until, HttpHead& head, bool& dead);
     Result parse_one(std::size_t end, HttpHead& head);
 

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "base/text.h"
+#include "transfer/http/challenge.h"
 #include "transfer/http/parameter.h"
 
 namespace vantlow {
@@ -12,10 +13,10 @@ namespace {
 
 using Field = void (*)(HttpHead&, std::string_view value);
 
-void read_schemes(std::vector<std::string>& schemes, std::string_view value) {
-    const std::string word = ascii_lower(value.substr(0, value.find_first_of(" \t,")));
-    constexpr std::array known{"negotiate", "ntlm", "digest", "basic"};
-    if (std::find(known.begin(), known.end(), word) != known.end()) schemes.push_back(word);
+void read_schemes(std::vector<std::string>& schemes, std::vector<std::string>& challenges,
+                  std::string_view value) {
+    challenges.emplace_back(value);
+    for (AuthChallenge& challenge : read_challenges(value)) schemes.push_back(std::move(challenge.scheme));
 }
 
 void read_connection(HttpHead& head, std::string_view value) {
@@ -85,8 +86,10 @@ struct FieldRow {
 
 constexpr std::array fields{
     FieldRow{"server", [](HttpHead& h, std::string_view v) { h.server = v; }},
-    FieldRow{"proxy-authenticate", [](HttpHead& h, std::string_view v) { read_schemes(h.proxy_schemes, v); }},
-    FieldRow{"www-authenticate", [](HttpHead& h, std::string_view v) { read_schemes(h.server_schemes, v); }},
+    FieldRow{"proxy-authenticate",
+             [](HttpHead& h, std::string_view v) { read_schemes(h.proxy_schemes, h.proxy_challenges, v); }},
+    FieldRow{"www-authenticate",
+             [](HttpHead& h, std::string_view v) { read_schemes(h.server_schemes, h.server_challenges, v); }},
     FieldRow{"location", [](HttpHead& h, std::string_view v) { h.location = v; }},
     FieldRow{"connection", read_connection},
     FieldRow{"proxy-connection", read_connection},

@@ -52,6 +52,8 @@ struct HttpHead {
     std::vector<std::string>
         server_schemes;  ///< offered by www-authenticate: "negotiate", "ntlm", "digest", "basic"
     std::vector<std::string> proxy_schemes;
+    std::vector<std::string> server_challenges;  ///< the www-authenticate fields as sent
+    std::vector<std::string> proxy_challenges;
     std::optional<std::int64_t> icy_metaint;
 };
 

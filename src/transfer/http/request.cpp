@@ -22,14 +22,24 @@ RequestLine absolute_form(const HttpRequest& request) {
         credentials = request.user + (request.password.empty() ? "" : ":" + request.password) + "@";
         shown = request.user + (request.password.empty() ? "" : std::string(":") + mask) + "@";
     }
-    const std::string head = "GET " + request.scheme + "://";
-    const std::string tail =
-        with_port(request, request.port != default_port(request.scheme)) + request.path + " HTTP/1.1";
-    return {head + credentials + tail, head + shown + tail};
+    std::string line = "GET " + absolute_target(request) + " HTTP/1.1";
+    std::string shown_line = line;
+    const std::size_t host_at = line.find("://") + 3;
+    return {line.insert(host_at, credentials), shown_line.insert(host_at, shown)};
 }
 
 RequestLine secret(const std::string& name, const std::string& value) {
     return {name + value, name + mask};
+}
+
+void add_login(std::vector<RequestLine>& lines, const std::string& name,
+               const std::optional<HttpRequest::Login>& login, const std::string& user,
+               const std::string& password) {
+    if (login) {
+        if (!login->value.empty()) lines.push_back({name + login->value, name + login->shown});
+    } else if (!user.empty()) {
+        lines.push_back(secret(name + "Basic ", to_base64(user + ":" + password)));
+    }
 }
 
 RequestLine plain(const std::string& text) {
@@ -53,20 +63,22 @@ std::uint16_t default_port(const std::string& scheme) noexcept {
     return 80;
 }
 
+std::string absolute_target(const HttpRequest& request) {
+    return request.scheme + "://" + with_port(request, request.port != default_port(request.scheme)) +
+           request.path;
+}
+
 std::vector<RequestLine> request_lines(const HttpRequest& request) {
     std::vector<RequestLine> lines;
     if (request.through_proxy) {
         lines.push_back(absolute_form(request));
-        if (!request.proxy_user.empty()) {
-            lines.push_back(secret("Proxy-Authorization: Basic ",
-                                   to_base64(request.proxy_user + ":" + request.proxy_password)));
-        }
+        add_login(lines, "Proxy-Authorization: ", request.proxy_login, request.proxy_user,
+                  request.proxy_password);
     } else {
         lines.push_back(plain("GET " + request.path + " HTTP/1.1"));
     }
-    if (!request.user.empty() && request.scheme != "ftp") {
-        lines.push_back(secret("Authorization: Basic ", to_base64(request.user + ":" + request.password)));
-    }
+    if (request.scheme != "ftp")
+        add_login(lines, "Authorization: ", request.login, request.user, request.password);
     lines.push_back(plain("Accept: */*"));
     if (!request.referer.empty()) {
         lines.push_back(plain("Referer: " + request.referer));

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -11,16 +12,24 @@ namespace vantlow {
 
 /// What a request says. All text is as it goes on the wire (escaped, in its code page) and without line ends.
 struct HttpRequest {
+    /// What stands behind "Authorization: " and what the log shows of it; an empty value is no line.
+    struct Login {
+        std::string value;
+        std::string shown;
+    };
+
     std::string scheme = "http";  ///< "http", "https", or "ftp" through an HTTP proxy
     std::string host;             ///< in brackets when it is an IPv6 literal
     std::uint16_t port = 80;
     bool explicit_port = false;  ///< the address names its port
     std::string path = "/";      ///< with its leading slash and its query
-    std::string user;            ///< server credentials; empty: none
+    std::string user;            ///< server credentials for Basic, and for "ftp"; empty: none
     std::string password;
+    std::optional<Login> login;  ///< in place of Basic
     bool through_proxy = false;  ///< the absolute form, to an HTTP proxy without a tunnel
     std::string proxy_user;      ///< empty: none
     std::string proxy_password;
+    std::optional<Login> proxy_login;  ///< in place of Basic
     std::string referer;
     bool automatic_referer = false;  ///< the site's root where there is no referer
     std::string agent;
@@ -36,6 +45,9 @@ struct RequestLine {
 
 /// The port that a scheme stands for: 80, 443 or 21.
 std::uint16_t default_port(const std::string& scheme) noexcept;
+
+/// What a proxy is asked for: "http://host:port/path", without credentials.
+std::string absolute_target(const HttpRequest& request);
 
 /// The lines, the empty one at the end not included. Characters that would end a line early are removed.
 std::vector<RequestLine> request_lines(const HttpRequest& request);

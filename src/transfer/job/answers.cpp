@@ -5,6 +5,7 @@
 #include "base/string_table.h"
 #include "base/text.h"
 #include "platform/process.h"
+#include "transfer/http/login.h"
 #include "transfer/job/main_thread.h"
 
 namespace vantlow {
@@ -32,6 +33,8 @@ SourcePlan CTransferMainThread::plan() {
         plan.silence = std::chrono::seconds(std::max(job_.silence_limit, 1));
     }
     plan.proxy = options_.proxy;
+    if (!plan.proxy.user.empty())
+        add_login(plan.proxy, services_.libraries, &services_.connections.memory.of<LoginMemory>());
     plan.timeout = std::chrono::seconds(settings.number(setting::connect_timeout));
     plan.trust.verify = settings.flag(setting::verify_peer);
     plan.trust.ca_file = settings.text(u"Connection", u"CAFile");

@@ -121,6 +121,8 @@ AfterFailure CTransferMainThread::after_failure(CTransferSubThread& asker, const
         back_off(attempt.server_asks);
         return {};
     }
+    // The same credentials again would lock somebody's account, and bring nothing.
+    if (result.code == Code::credentials_refused || result.about_credentials) return fail_for_good(result);
     if (result.code == Code::range_ignored && ++ignored_ranges_ > 2) return restart_without_ranges(attempt);
     if (result.kind() == Kind::retry_later) {
         if (attempt.accepted && attempt.fruitless >= most_dead_ends) {

@@ -8,6 +8,7 @@
 #include "store/address.h"
 #include "transfer/http/content_name.h"
 #include "transfer/http/conversation.h"
+#include "transfer/http/login.h"
 
 namespace vantlow {
 namespace {
@@ -48,6 +49,7 @@ class HttpSource : public Source {
   public:
     explicit HttpSource(const SourceContext& context)
         : context_(context),
+          logins_(context.services.memory.of<LoginMemory>()),
           socket_(context.services, context.log, context.stop, context.share),
           conversation_(socket_, context.log) {}
 
@@ -67,6 +69,9 @@ class HttpSource : public Source {
     Result accept_part(const HttpHead& head, std::int64_t offset, SourceAnswer& answer);
 
     SourceContext context_;
+    LoginMemory& logins_;
+    bool had_user_ = false;  ///< the last request was made with credentials for whoever refused it
+    std::string trouble_;    ///< why the last refusal has no answer
     CBaseSocket socket_;
     HttpConversation conversation_;
     std::optional<std::chrono::seconds> retry_after_;
@@ -117,13 +122,21 @@ Result HttpSource::ask(const SourcePlan& plan, const Target& target, std::int64_
         connect.tls->protocol = "http/1.1";
     }
     const HttpRequest request = make_request(plan, target, offset);
-    Result result = conversation_.ask(connect, request, head);
+    const LoginIdentity identity{target.scheme + "://" + target.host + ":" + std::to_string(target.port),
+                                 request.user, request.password};
+    SchemeLogin server(identity, LoginOperations::of(context_.libraries), &logins_);
+    std::unique_ptr<HttpLogin> proxy;
+    if (request.through_proxy && plan.proxy.make_login) proxy = plan.proxy.make_login();
+    const HttpLogins logins{request.scheme == "ftp" ? nullptr : &server, proxy.get()};
+    Result result = conversation_.ask(connect, request, head, logins);
+    had_user_ = !(head.status == 407 ? request.proxy_user : request.user).empty();
+    trouble_ = head.status == 407 && proxy ? proxy->trouble() : server.trouble();
     if (result.ok() && head.status == 400 && socket_.is_reused()) {
         // Whatever the server did not understand may have been the end of the answer before: once more,
         // afresh.
         socket_.close();
         connect.may_reuse = false;
-        result = conversation_.ask(connect, request, head);
+        result = conversation_.ask(connect, request, head, logins);
     }
     return result;
 }
@@ -191,7 +204,9 @@ Result HttpSource::refuse(const HttpHead& head, SourceAnswer& answer) {
     if (head.status == 401 || head.status == 407) {
         context_.log.line(Direction::error, text);
         const std::string who = head.status == 407 ? "The proxy" : "The server";
-        return {Code::credentials_refused, who + " refused the credentials: " + text};
+        const std::string what =
+            had_user_ ? " refused the credentials: " : " wants a user name and a password: ";
+        return {Code::credentials_refused, who + what + text + (trouble_.empty() ? "" : ". " + trouble_)};
     }
     const std::string message = std::string(message_text(Message::http_server_error)) + " (" + text + ")";
     context_.log.line(Direction::error, message);

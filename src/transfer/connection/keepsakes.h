@@ -1,0 +1,37 @@
+// What protocols keep for all connections of the program, without this folder knowing what it is.
+#pragma once
+
+#include <map>
+#include <memory>
+#include <mutex>
+#include <typeindex>
+
+namespace vantlow {
+
+/// The base of something that is kept.
+class Keepsake {
+  public:
+    Keepsake() = default;
+    Keepsake(const Keepsake&) = delete;
+    Keepsake& operator=(const Keepsake&) = delete;
+    virtual ~Keepsake() = default;
+};
+
+/// One object of each type, made when it is first asked for. Any thread may call; the objects guard
+/// themselves.
+class Keepsakes {
+  public:
+    template <class T>
+    T& of() {
+        const std::lock_guard guard(mutex_);
+        std::unique_ptr<Keepsake>& kept = kept_[typeid(T)];
+        if (!kept) kept = std::make_unique<T>();
+        return static_cast<T&>(*kept);
+    }
+
+  private:
+    std::mutex mutex_;
+    std::map<std::type_index, std::unique_ptr<Keepsake>> kept_;  ///< guarded by mutex_
+};
+
+}  // namespace vantlow
