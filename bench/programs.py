@@ -14,6 +14,7 @@ class Task:
     base: str  # the server's address, ending with /
     port: int
     scratch: str  # for lists and settings
+    trusted: str = None  # the certificate of a server with TLS
 
     def links(self):
         return [self.base + path for path in self.scenario.paths()]
@@ -68,6 +69,8 @@ class Vantlow(Program):
         scenario = task.scenario
         settings = task.text_file("settings.ini", [])
         words = [self.path, "--settings", settings, "-q", "get", "-n", str(scenario.connections)]
+        if task.trusted:
+            words += ["--ca-file", task.trusted]
         if scenario.endless_retries:
             words += ["--retries", "1000", "--retry-delay", "0"]
         if task.is_list():
@@ -90,7 +93,8 @@ class Curl(Program):
             return [self.path, "-q", "-fsS", "--parallel", "--parallel-max", str(scenario.jobs), "-K", path]
         if scenario.endless_retries:
             return ["sh", "-c", self.LOOP, self.path, task.name(), task.links()[0]]
-        return [self.path, "-q", "-fsS", "-o", task.name(), task.links()[0]]
+        trust = ["--cacert", task.trusted] if task.trusted else []
+        return [self.path, "-q", "-fsS", *trust, "-o", task.name(), task.links()[0]]
 
 
 class Aria2(Program):
@@ -101,6 +105,8 @@ class Aria2(Program):
         count = str(scenario.connections)
         words = [self.path, "--no-conf", "--quiet", "--file-allocation=none"]
         words += ["-x" + count, "-s" + count, "-k1M"]
+        if task.trusted:
+            words += ["--ca-certificate=" + task.trusted]
         if scenario.endless_retries:
             words += ["--max-tries=0", "--retry-wait=0"]
         if task.is_list():
@@ -120,7 +126,9 @@ class Axel(Program):
             lines = [f"-o {os.path.basename(link)} {link}" for link in task.links()]
             words = ["xargs", "-a", task.text_file("axel.list", lines), "-n", "3", "-P", str(scenario.jobs)]
             return words + [self.path, "-q", "-n", "1"]
-        return [self.path, "-q", "-n", str(scenario.connections), "-o", task.name(), task.links()[0]]
+        # It knows no addresses in certificates: the check is left out for it.
+        trust = ["--insecure"] if task.trusted else []
+        return [self.path, "-q", *trust, "-n", str(scenario.connections), "-o", task.name(), task.links()[0]]
 
 
 def write_home(home):

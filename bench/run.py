@@ -71,7 +71,7 @@ class Bench:
     def server(self, scenario):
         if scenario.scripted is not None:
             return servers.Scripted(self.tool("server"), scenario.scripted, self.www)
-        return servers.Nginx(self.subfolder("nginx"), self.www, scenario.nginx)
+        return servers.Nginx(self.subfolder("nginx"), self.www, scenario.nginx, scenario.tls)
 
     def measure(self, scenario, command, out):
         """Runs the words in the folder `out`; what the measuring program reports."""
@@ -106,8 +106,10 @@ class Bench:
         """One program's run on a fresh server and an empty folder; None where it can't do the scenario."""
         out = self.subfolder("out")
         with self.server(scenario) as server:
-            base = f"http://127.0.0.1:{server.port}/"
-            command = program.command(programs.Task(scenario, base, server.port, self.scratch))
+            scheme = "https" if scenario.tls else "http"
+            base = f"{scheme}://127.0.0.1:{server.port}/"
+            trusted = server.certificate if scenario.tls else None
+            command = program.command(programs.Task(scenario, base, server.port, self.scratch, trusted))
             if command is None:
                 return None
             wait_idle(self.options.wait_idle)

@@ -15,6 +15,7 @@ class Scenario:
     files: tuple  # (path on the server, bytes)
     scripted: tuple = None  # the scripted server's flags; None: nginx
     nginx: str = ""  # further lines of nginx's server block
+    tls: bool = False  # nginx over TLS, its certificate checked
     connections: int = 1  # of each job
     jobs: int = 1  # at once; more than one file: fetched by a list
     floor: bool = False  # the floor program takes part
@@ -37,6 +38,15 @@ BIG = (("big.bin", 1024 * MIB),)
 SCENARIOS = (
     Scenario("big1", "1 GiB into memory, 1 connection, nginx", BIG, floor=True),
     Scenario("big8", "1 GiB into memory, 8 connections, nginx", BIG, connections=8, floor=True),
+    Scenario("tls1", "1 GiB into memory over TLS 1.3, 1 connection, nginx", BIG, nginx="ssl_protocols TLSv1.3;", tls=True),
+    Scenario(
+        "tls8",
+        "1 GiB into memory over TLS 1.3, 8 connections, nginx",
+        BIG,
+        nginx="ssl_protocols TLSv1.3;",
+        tls=True,
+        connections=8,
+    ),
     Scenario(
         "limited8",
         "128 MiB, 8 connections of 4 MiB/s each, nginx",

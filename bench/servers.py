@@ -18,7 +18,7 @@ http {{
     access_log off; sendfile on; tcp_nopush on; keepalive_requests 100000; default_type application/octet-stream;
     client_body_temp_path {folder}/t1; proxy_temp_path {folder}/t2; fastcgi_temp_path {folder}/t3;
     uwsgi_temp_path {folder}/t4; scgi_temp_path {folder}/t5;
-    server {{ listen 127.0.0.1:{port} backlog=1024; root {www}; {extra} }}
+    server {{ listen 127.0.0.1:{port} {tls} backlog=1024; root {www}; {extra} }}
 }}
 """
 
@@ -89,13 +89,27 @@ class Scripted(Server):
         self.port = int(words[1])
 
 
+def make_certificate(folder):
+    """A certificate for 127.0.0.1 that nobody else vouches for, and its key; their paths."""
+    certificate, key = os.path.join(folder, "bench.pem"), os.path.join(folder, "bench.key")
+    if not os.path.exists(certificate):
+        words = ["openssl", "req", "-x509", "-newkey", "rsa:2048", "-nodes", "-days", "2", "-subj", "/CN=127.0.0.1"]
+        words += ["-addext", "subjectAltName=IP:127.0.0.1", "-keyout", key, "-out", certificate]
+        subprocess.run(words, check=True, capture_output=True)
+    return certificate, key
+
+
 class Nginx(Server):
-    def __init__(self, folder, www, extra):
+    def __init__(self, folder, www, extra, tls=False):
         program = shutil.which("nginx") or shutil.which("nginx", path="/usr/sbin:/usr/local/sbin")
         if not program:
             raise ServerError("nginx is not installed")
         os.makedirs(folder, exist_ok=True)
         port = free_port()
+        self.certificate = None
+        if tls:
+            self.certificate, key = make_certificate(folder)
+            extra = f"ssl_certificate {self.certificate}; ssl_certificate_key {key}; " + extra
         conf = os.path.join(folder, "nginx.conf")
         with open(conf, "w") as file:
             file.write(
@@ -104,6 +118,7 @@ class Nginx(Server):
                     www=www,
                     port=port,
                     extra=extra,
+                    tls="ssl" if tls else "",
                     workers=os.cpu_count(),
                     user="user root;" if os.geteuid() == 0 else "",
                 )

@@ -1,0 +1,106 @@
+// TLS over SChannel: what the files of this folder share.
+#pragma once
+
+// clang-format off
+#include <winsock2.h>
+#include <windows.h>
+#include <ws2tcpip.h>
+#include <wincrypt.h>
+// clang-format on
+#define SECURITY_WIN32
+#include <sspi.h>
+
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "runtime/operations.h"
+#include "runtime/secur/tls_words.h"
+
+namespace vantlow::secur {
+
+/// SChannel's credentials: it keeps sessions by them and the server's name, so connections that may resume
+/// each other's sessions share one.
+class Credentials {
+  public:
+    Credentials() = default;
+    Credentials(const Credentials&) = delete;
+    Credentials& operator=(const Credentials&) = delete;
+    ~Credentials();
+    SECURITY_STATUS acquire() noexcept;
+    [[nodiscard]] CredHandle* handle() noexcept { return &handle_; }
+
+  private:
+    CredHandle handle_{};
+    bool acquired_ = false;
+};
+
+/// A store of certificates in memory, closed with the object.
+class CertificateStore {
+  public:
+    CertificateStore() = default;
+    CertificateStore(const CertificateStore&) = delete;
+    CertificateStore& operator=(const CertificateStore&) = delete;
+    ~CertificateStore();
+    [[nodiscard]] HCERTSTORE handle() const noexcept { return handle_; }
+    /// Opens it and puts the certificates of a PEM or DER text in; false when there is none.
+    bool fill(std::string_view text);
+    /// Opens it as a view of both.
+    bool join(HCERTSTORE one, HCERTSTORE other) noexcept;
+    [[nodiscard]] bool has(const CERT_CONTEXT* certificate) const noexcept;
+
+  private:
+    HCERTSTORE handle_ = nullptr;
+};
+
+/// Judges the certificate that a server showed. `roots`: what is trusted; null: what the system trusts. The
+/// sentence of what is wrong with it; empty: nothing.
+std::string certificate_fault(const CERT_CONTEXT* certificate, const std::string& host,
+                              const CertificateStore* roots);
+
+std::wstring to_wide(std::string_view utf8);
+std::string from_wide(std::wstring_view wide);
+/// The system's sentence for a status.
+std::string status_words(SECURITY_STATUS status);
+
+}  // namespace vantlow::secur
+
+struct VantlowTlsEngine {
+    std::unique_ptr<vantlow::secur::CertificateStore> roots;  ///< null: the system's
+    std::mutex mutex;
+    std::map<std::string, std::shared_ptr<vantlow::secur::Credentials>> credentials;  ///< guarded by mutex
+};
+
+struct VantlowTls {
+    VantlowTlsEngine* engine = nullptr;
+    VantlowTlsTransport transport{};
+    std::string host;
+    std::wstring target;
+    std::string protocol;
+    bool verify = true;
+    bool end_without_notice = false;
+
+    std::shared_ptr<vantlow::secur::Credentials> credentials;
+    CtxtHandle context{};
+    bool has_context = false;
+    bool connected = false;
+    bool ended = false;  ///< by the server's close_notify
+    SecPkgContext_StreamSizes sizes{};
+
+    // What was received: decrypted bytes for the caller, then bytes that are still encrypted.
+    std::vector<char> buffer;
+    size_t plain_at = 0;
+    size_t plain_size = 0;
+    size_t raw_at = 0;
+    size_t raw_end = 0;
+    std::vector<char> outgoing;
+
+    bool at_end = false;  ///< the transport sends nothing more
+    bool failed = false;
+    int failure = VANTLOW_TLS_OK;
+    int (*interrupt)(void*) = nullptr;
+    void* interrupt_context = nullptr;
+    vantlow::secur::ErrorText error;
+};
