@@ -5,8 +5,8 @@
 #include <string>
 #include <string_view>
 
-#include "support/process_run.h"
 #include "support/temp_folder.h"
+#include "support/unix_shell.h"
 
 namespace vantlow::test {
 
@@ -30,6 +30,7 @@ class Certificates {
     /// Makes NAME.pem and NAME.key, and NAME.der with the revocation answer of one that is revoked.
     void make(const std::string& name, const CertificateWishes& wishes = {});
     [[nodiscard]] std::u16string authority() const { return folder_.path(u"ca.pem"); }
+    /// Where a file of it stands, as programs like openssl and nginx name it.
     [[nodiscard]] std::string file(const std::string& name) const;
     [[nodiscard]] const TempFolder& folder() const noexcept { return folder_; }
 
@@ -41,9 +42,7 @@ class Certificates {
 class OpensslServer {
   public:
     /// `more`: further words of its command line.
-    OpensslServer(const Certificates& certificates, const std::string& name,
-                  std::vector<std::u16string> more = {});
-    ~OpensslServer();
+    OpensslServer(const Certificates& certificates, const std::string& name, const std::string& more = {});
     OpensslServer(const OpensslServer&) = delete;
     OpensslServer& operator=(const OpensslServer&) = delete;
 
@@ -56,7 +55,7 @@ class OpensslServer {
   private:
     std::uint16_t port_ = 0;
     TempFolder documents_;
-    std::unique_ptr<RunningProgram> program_;
+    std::unique_ptr<ShellProgram> program_;
 };
 
 }  // namespace vantlow::test

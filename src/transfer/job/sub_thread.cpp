@@ -72,6 +72,7 @@ void CTransferSubThread::run() {
     }
     close_source(!last.ok());
     gather_.release();
+    if (tools_.libraries.secur.SSL_Thread_Exit != nullptr) tools_.libraries.secur.SSL_Thread_Exit();
     if (segment != nullptr) host_.release(*this);
     host_.ended(*this, last);
 }

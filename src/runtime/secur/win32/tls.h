@@ -10,6 +10,8 @@
 #define SECURITY_WIN32
 #include <sspi.h>
 
+#include <functional>
+#include <future>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -55,10 +57,30 @@ class CertificateStore {
     HCERTSTORE handle_ = nullptr;
 };
 
-/// Judges the certificate that a server showed. `roots`: what is trusted; null: what the system trusts. The
-/// sentence of what is wrong with it; empty: nothing.
-std::string certificate_fault(const CERT_CONTEXT* certificate, const std::string& host,
-                              const CertificateStore* roots);
+/// Work of the system that cannot be called back, off the threads that must be able to stop. What was left
+/// behind is waited for at the end.
+class Errands {
+  public:
+    /// Runs it; false when `interrupted` came before its end.
+    bool run(std::function<void()> work, const std::function<bool()>& interrupted);
+
+  private:
+    std::mutex mutex_;
+    std::vector<std::future<void>> left_behind_;  ///< guarded by mutex_
+};
+
+struct Verdict {
+    std::string fault;       ///< the sentence of what is wrong; empty: nothing
+    bool unfounded = false;  ///< nobody who is known here vouches for it: fetch_issuers() may mend that
+};
+
+/// Judges the certificate that a server showed by what is on this machine. `roots`: what is trusted; null:
+/// what the system trusts.
+Verdict judge(const CERT_CONTEXT* certificate, const std::string& host, const CertificateStore* roots);
+
+/// Has the system look in the network for the certificates that are missing between this one and a root, and
+/// for the root itself where the system gets its roots one by one. Takes seconds.
+void fetch_issuers(const CERT_CONTEXT* certificate) noexcept;
 
 std::wstring to_wide(std::string_view utf8);
 std::string from_wide(std::wstring_view wide);
@@ -69,6 +91,7 @@ std::string status_words(SECURITY_STATUS status);
 
 struct VantlowTlsEngine {
     std::unique_ptr<vantlow::secur::CertificateStore> roots;  ///< null: the system's
+    vantlow::secur::Errands errands;
     std::mutex mutex;
     std::map<std::string, std::shared_ptr<vantlow::secur::Credentials>> credentials;  ///< guarded by mutex
 };

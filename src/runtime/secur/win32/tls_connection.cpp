@@ -20,6 +20,9 @@ constexpr ULONG wanted_context = ISC_REQ_SEQUENCE_DETECT | ISC_REQ_REPLAY_DETECT
                                  ISC_REQ_EXTENDED_ERROR | ISC_REQ_ALLOCATE_MEMORY | ISC_REQ_STREAM |
                                  ISC_REQ_MANUAL_CRED_VALIDATION | ISC_REQ_USE_SUPPLIED_CREDS;
 
+constexpr char alert_record = 21;  // content types (RFC 8446, 5.1)
+constexpr char handshake_record = 22;
+
 int fail(VantlowTls& tls, int result, std::string_view sentence) noexcept {
     tls.failed = true;
     tls.failure = result;
@@ -127,7 +130,9 @@ int handshake_step(VantlowTls& tls, SECURITY_STATUS& status) {
 
 // TLS begins with a handshake or an alert record (RFC 8446, 5.1).
 bool is_other_protocol(const VantlowTls& tls) noexcept {
-    return tls.raw_end > tls.raw_at && tls.buffer[tls.raw_at] != 0x16 && tls.buffer[tls.raw_at] != 0x15;
+    if (tls.raw_end == tls.raw_at) return false;
+    const char type = tls.buffer[tls.raw_at];
+    return type != handshake_record && type != alert_record;
 }
 
 int shake_hands(VantlowTls& tls) {
@@ -152,13 +157,34 @@ int shake_hands(VantlowTls& tls) {
 
 int check_certificate(VantlowTls& tls) {
     if (!tls.verify) return VANTLOW_TLS_OK;
-    const CERT_CONTEXT* certificate = nullptr;
+    const CERT_CONTEXT* shown_one = nullptr;
     if (QueryContextAttributesW(&tls.context, SECPKG_ATTR_REMOTE_CERT_CONTEXT,
-                                static_cast<void*>(&certificate)) != SEC_E_OK)
+                                static_cast<void*>(&shown_one)) != SEC_E_OK)
         return fail(tls, VANTLOW_TLS_UNTRUSTED, shown(tls.host) + " showed no certificate.");
-    const std::string fault = certificate_fault(certificate, tls.host, tls.engine->roots.get());
-    CertFreeCertificateContext(certificate);
-    return fault.empty() ? VANTLOW_TLS_OK : fail(tls, VANTLOW_TLS_UNTRUSTED, fault);
+    const std::shared_ptr<const CERT_CONTEXT> certificate(shown_one, CertFreeCertificateContext);
+    const CertificateStore* const roots = tls.engine->roots.get();
+    Verdict verdict = judge(certificate.get(), tls.host, roots);
+    if (verdict.unfounded && roots == nullptr) {
+        const auto fetch = [certificate] { fetch_issuers(certificate.get()); };
+        if (!tls.engine->errands.run(fetch, [&tls] { return is_interrupted(tls); }))
+            return fail(tls, VANTLOW_TLS_INTERRUPTED, "Stopped.");
+        verdict = judge(certificate.get(), tls.host, roots);
+    }
+    return verdict.fault.empty() ? VANTLOW_TLS_OK : fail(tls, VANTLOW_TLS_UNTRUSTED, verdict.fault);
+}
+
+// Not every system keeps to the versions that the credentials allow.
+int check_version(VantlowTls& tls) {
+    SecPkgContext_ConnectionInfo connection{};
+    const SECURITY_STATUS status =
+        QueryContextAttributesW(&tls.context, SECPKG_ATTR_CONNECTION_INFO, &connection);
+    if (status != SEC_E_OK) return fail_in_handshake(tls, status);
+    constexpr DWORD too_old =
+        SP_PROT_SSL2_CLIENT | SP_PROT_SSL3_CLIENT | SP_PROT_TLS1_0_CLIENT | SP_PROT_TLS1_1_CLIENT;
+    if ((connection.dwProtocol & too_old) == 0) return VANTLOW_TLS_OK;
+    return fail(
+        tls, VANTLOW_TLS_REFUSED,
+        "The TLS handshake with " + shown(tls.host) + " failed: it has no version newer than TLS 1.1.");
 }
 
 void copy_text(char* into, size_t room, std::string_view text) noexcept {
@@ -189,6 +215,7 @@ int decrypt_next(VantlowTls& tls, bool& more) {
     std::array<SecBuffer, 4> parts{};
     parts[0] = {static_cast<ULONG>(tls.raw_end - tls.raw_at), SECBUFFER_DATA, tls.buffer.data() + tls.raw_at};
     SecBufferDesc list{SECBUFFER_VERSION, 4, parts.data()};
+    const bool is_alert = tls.buffer[tls.raw_at] == alert_record;
     const SECURITY_STATUS status = DecryptMessage(&tls.context, &list, 0, nullptr);
     more = status == SEC_E_INCOMPLETE_MESSAGE;
     if (more) return VANTLOW_TLS_OK;
@@ -204,7 +231,8 @@ int decrypt_next(VantlowTls& tls, bool& more) {
         tls.plain_size = part.cbBuffer;
     }
     tls.raw_at = tls.raw_end - rest;
-    tls.ended = status == SEC_I_CONTEXT_EXPIRED;
+    // Wine says that all is well with a close_notify, too; alerts that are failures it tells.
+    tls.ended = status == SEC_I_CONTEXT_EXPIRED || (is_alert && status == SEC_E_OK && tls.plain_size == 0);
     if (status != SEC_I_RENEGOTIATE) return VANTLOW_TLS_OK;
     SECURITY_STATUS after = SEC_E_OK;  // a ticket or new keys (RFC 8446, 4.6)
     if (const int sent = handshake_step(tls, after); sent != VANTLOW_TLS_OK) return sent;
@@ -331,6 +359,7 @@ extern "C" VANTLOW_EXPORT int SSL_Connect(VantlowTls* tls, VantlowTlsFacts* fact
     if (tls->failed) return tls->failure;
     try {
         if (const int result = shake_hands(*tls); result != VANTLOW_TLS_OK) return result;
+        if (const int result = check_version(*tls); result != VANTLOW_TLS_OK) return result;
         if (const int result = check_certificate(*tls); result != VANTLOW_TLS_OK) return result;
         const SECURITY_STATUS status =
             QueryContextAttributesW(&tls->context, SECPKG_ATTR_STREAM_SIZES, &tls->sizes);

@@ -1,6 +1,7 @@
 // What is trusted, and what is said about a certificate that is not.
 #include <algorithm>
 #include <array>
+#include <chrono>
 #include <cstring>
 
 #include "runtime/secur/win32/tls.h"
@@ -62,7 +63,13 @@ bool is_for_address(const CERT_CONTEXT* certificate, const std::vector<BYTE>& ad
 
 class Chain {
   public:
-    Chain(const CERT_CONTEXT* certificate, HCERTSTORE more) {
+    static constexpr DWORD with_what_is_here =
+        CERT_CHAIN_CACHE_END_CERT | CERT_CHAIN_REVOCATION_CHECK_END_CERT |
+        CERT_CHAIN_REVOCATION_CHECK_CACHE_ONLY |
+        CERT_CHAIN_CACHE_ONLY_URL_RETRIEVAL;  // a stapled answer lies beside the certificate
+    static constexpr DWORD with_the_network = CERT_CHAIN_CACHE_END_CERT;
+
+    Chain(const CERT_CONTEXT* certificate, HCERTSTORE more, DWORD flags) {
         CERT_CHAIN_PARA wanted{};
         std::array<char, 32> server_use{};
         std::strncpy(server_use.data(), szOID_PKIX_KP_SERVER_AUTH, server_use.size() - 1);
@@ -71,10 +78,6 @@ class Chain {
         wanted.RequestedUsage.dwType = USAGE_MATCH_TYPE_OR;
         wanted.RequestedUsage.Usage.cUsageIdentifier = 1;
         wanted.RequestedUsage.Usage.rgpszUsageIdentifier = uses.data();
-        // A stapled answer lies beside the certificate; nothing is fetched, so that a stop need not wait for
-        // it.
-        const DWORD flags = CERT_CHAIN_CACHE_END_CERT | CERT_CHAIN_REVOCATION_CHECK_END_CERT |
-                            CERT_CHAIN_REVOCATION_CHECK_CACHE_ONLY | CERT_CHAIN_CACHE_ONLY_URL_RETRIEVAL;
         if (CertGetCertificateChain(nullptr, certificate, nullptr, more, &wanted, flags, nullptr, &chain_) ==
             0)
             chain_ = nullptr;
@@ -87,6 +90,10 @@ class Chain {
     [[nodiscard]] const CERT_CHAIN_CONTEXT* get() const noexcept { return chain_; }
     [[nodiscard]] bool is_empty() const noexcept {
         return chain_ == nullptr || chain_->cChain == 0 || chain_->rgpChain[0]->cElement == 0;
+    }
+    [[nodiscard]] DWORD errors() const noexcept { return chain_->TrustStatus.dwErrorStatus; }
+    [[nodiscard]] bool is_unfounded() const noexcept {
+        return (errors() & (CERT_TRUST_IS_UNTRUSTED_ROOT | CERT_TRUST_IS_PARTIAL_CHAIN)) != 0;
     }
     [[nodiscard]] bool is_alone() const noexcept { return chain_->rgpChain[0]->cElement == 1; }
     [[nodiscard]] bool holds_one_of(const CertificateStore& store) const noexcept {
@@ -118,12 +125,11 @@ std::string chain_fault(const Chain& chain, const CERT_CONTEXT* certificate, con
                         const CertificateStore* roots) {
     if (chain.is_empty())
         return certificate_sentence(CertificateFault::other, host, "its chain cannot be built");
-    const DWORD errors = chain.get()->TrustStatus.dwErrorStatus;
+    const DWORD errors = chain.errors();
     if ((errors & CERT_TRUST_IS_REVOKED) != 0)
         return certificate_sentence(CertificateFault::revoked, host, {});
-    const bool unfounded = (errors & (CERT_TRUST_IS_UNTRUSTED_ROOT | CERT_TRUST_IS_PARTIAL_CHAIN)) != 0;
     // Whoever names certificates trusts these and no others, be they roots or not.
-    const bool trusted = roots == nullptr ? !unfounded : chain.holds_one_of(*roots);
+    const bool trusted = roots == nullptr ? !chain.is_unfounded() : chain.holds_one_of(*roots);
     if (!trusted && chain.is_alone() && is_self_signed(certificate))
         return certificate_sentence(CertificateFault::self_signed, host, {});
     if (!trusted) {
@@ -229,14 +235,31 @@ bool CertificateStore::has(const CERT_CONTEXT* certificate) const noexcept {
     return true;
 }
 
-std::string certificate_fault(const CERT_CONTEXT* certificate, const std::string& host,
-                              const CertificateStore* roots) {
+Verdict judge(const CERT_CONTEXT* certificate, const std::string& host, const CertificateStore* roots) {
     CertificateStore all;
     if (!all.join(certificate->hCertStore, roots != nullptr ? roots->handle() : nullptr))
-        return certificate_sentence(CertificateFault::other, host, "it cannot be checked");
-    const Chain chain(certificate, all.handle());
+        return {certificate_sentence(CertificateFault::other, host, "it cannot be checked")};
+    const Chain chain(certificate, all.handle(), Chain::with_what_is_here);
     std::string fault = chain_fault(chain, certificate, host, roots);
-    return fault.empty() ? policy_fault(chain, certificate, host, roots != nullptr) : fault;
+    if (fault.empty()) fault = policy_fault(chain, certificate, host, roots != nullptr);
+    const bool unfounded = !chain.is_empty() && chain.is_unfounded();
+    return {fault, !fault.empty() && unfounded};
+}
+
+void fetch_issuers(const CERT_CONTEXT* certificate) noexcept {
+    const Chain chain(certificate, certificate->hCertStore, Chain::with_the_network);
+}
+
+bool Errands::run(std::function<void()> work, const std::function<bool()>& interrupted) {
+    constexpr std::chrono::milliseconds step{50};
+    std::future<void> done = std::async(std::launch::async, std::move(work));
+    while (done.wait_for(step) != std::future_status::ready) {
+        if (!interrupted()) continue;
+        const std::lock_guard guard(mutex_);
+        left_behind_.push_back(std::move(done));
+        return false;
+    }
+    return true;
 }
 
 }  // namespace vantlow::secur
