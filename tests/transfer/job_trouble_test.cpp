@@ -1,5 +1,10 @@
 // Servers and networks that fail: each job ends with the right file or a clear error.
+#include <atomic>
+#include <string_view>
+#include <thread>
+
 #include "job_fixture.h"
+#include "support/fault_hook.h"
 
 namespace vantlow::test {
 namespace {
@@ -100,6 +105,47 @@ TEST_F(JobTest, AServerThatCannotResumeIsReadByOneConnection) {
     EXPECT_EQ(outcome.result.code, Code::ok) << outcome.result.message() << log.all();
     EXPECT_EQ(outcome.received, static_cast<std::int64_t>(size));
     EXPECT_TRUE(file_has(folder.path(u"strict.bin"), content));
+}
+
+// Holds the write of a file's last bytes until the log says something.
+class HoldLastWrite : public FileHook {
+  public:
+    HoldLastWrite(const RecordingLog& log, std::string_view until, std::int64_t end)
+        : log_(log), until_(until), end_(end) {}
+    FileError before(FileOperation operation, std::u16string_view, std::int64_t offset,
+                     std::int64_t length) noexcept override {
+        if (operation != FileOperation::write || offset + length != end_ || reached.exchange(true)) return {};
+        released = log_.wait_for(until_);
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        return {};
+    }
+    std::atomic<bool> reached{false};
+    std::atomic<bool> released{false};
+
+  private:
+    const RecordingLog& log_;
+    const std::string_view until_;
+    const std::int64_t end_;
+};
+
+// The second connection gets the whole file, too, while the first one writes its last bytes.
+TEST_F(JobTest, AnAnswerFromZeroAtTheVeryEndSpoilsNothing) {
+    const std::string whole = make_content(9, 200'000);
+    HoldLastWrite hold(log, message_text(Message::cannot_resume), static_cast<std::int64_t>(whole.size()));
+    FileServer server(FileResource{.content = whole, .accept_ranges = false});
+    server.set_interceptor([&](Exchange& exchange) {
+        while (exchange.request().range_first && !hold.reached &&
+               exchange.stall(std::chrono::milliseconds(2))) {
+        }
+        return false;
+    });
+    auto job = make_job(server.url16(), 2);
+    {
+        const HookInPlace in_place(hold);
+        EXPECT_EQ(run(*job).result.code, Code::ok) << log.all();
+    }
+    EXPECT_TRUE(hold.released) << log.all();
+    EXPECT_TRUE(file_has(folder.path(u"file.bin"), whole)) << log.all();
 }
 
 TEST_F(JobTest, WrongRangesNeverReachTheFile) {

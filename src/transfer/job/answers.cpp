@@ -193,7 +193,9 @@ Result CTransferMainThread::become_only(CTransferSubThread& asker, const SourceA
                 [&](const auto& segment) { return segment->worker != nullptr && segment->worker != &asker; });
             if (another) return Code::handed_over;
         }
-        only_one_ = true;
+        // The others may have written everything in the meantime: then the job is about to end well.
+        if (is_complete()) return Code::handed_over;
+        only_one_ = taking_over_ = true;
         for (const auto& segment : job_.segments) {
             if (segment->worker != nullptr && segment->worker != &asker) segment->worker->retire();
         }
@@ -211,6 +213,7 @@ Result CTransferMainThread::become_only(CTransferSubThread& asker, const SourceA
     {
         const std::lock_guard guard(lock_);
         job_.whole_file = 1;
+        taking_over_ = false;
         job_.segments.clear();
         CJobSeg& all = job_.append_segment(0, unknown_end);
         all.worker = &asker;

@@ -139,7 +139,8 @@ class CTransferMainThread : private SubThreadHost, private WrittenListener {
     BusyLock lock_;            ///< the job lock: job_, its segments, and the three below
     ResourceVersion version_;  ///< of the first answer, or of an earlier run's
     bool version_known_ = false;
-    bool only_one_ = false;  ///< one connection from zero: the server cannot resume
+    bool only_one_ = false;     ///< one connection from zero: the server cannot resume
+    bool taking_over_ = false;  ///< one connection is about to throw the others' bytes away; guarded by lock_
 
     std::mutex mutex_;
     std::condition_variable_any news_;
