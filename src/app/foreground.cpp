@@ -17,7 +17,7 @@ void on_interrupt(void* context, int count) {
 Exit run_in_foreground(StoreCommand& command, const std::vector<CJobNode*>& jobs, bool all) {
     CFerrywellApp& app = command.app;
     GetOutput output(command.global);
-    ConnectionServices connections;
+    ConnectionServices connections(&app.libraries().secur);
     ThreadPool threads;
     const InterruptWatch watch(on_interrupt, &app.stop());
     bool failed = false;

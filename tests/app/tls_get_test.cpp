@@ -1,20 +1,19 @@
 // What the program makes of certificates: its exit status and its words.
 #include <gtest/gtest.h>
 
-#include "base/text.h"
+#include "store_run.h"
 #include "support/certificates.h"
-#include "support/process_run.h"
 
 namespace vantlow::test {
 namespace {
 
-TEST(TlsOfGet, ACertificateThatIsNotTrustedEndsWithSixUnlessItIsNamedOrNobodyAsks) {
+using TlsOfTheProgram = StoreRun;
+
+TEST_F(TlsOfTheProgram, ACertificateThatIsNotTrustedEndsWithSixUnlessItIsNamedOrNobodyAsks) {
     if (!Certificates::available()) GTEST_SKIP() << Certificates::missing;
     Certificates certificates;
     certificates.make("good");
     OpensslServer server(certificates, "good");
-    const TempFolder folder;
-    const std::u16string settings = folder.write(u"settings.ini", "");
     const struct {
         std::vector<std::u16string> words;
         int status;
@@ -27,13 +26,16 @@ TEST(TlsOfGet, ACertificateThatIsNotTrustedEndsWithSixUnlessItIsNamedOrNobodyAsk
         {{u"--ca-file", folder.path(u"none.pem")}, 2, "--ca-file"},
     };
     for (const auto& one : cases) {
-        std::vector<std::u16string> words{u"--settings", settings,      u"get",
-                                          u"-d",         folder.path(), server.url()};
+        std::vector<std::u16string> words{u"get", u"-d", folder.path(), server.url()};
         words.insert(words.end(), one.words.begin(), one.words.end());
-        const RunResult result = run_vantlow(words);
+        const RunResult result = run(words);
         EXPECT_EQ(result.status, one.status) << result.err;
         EXPECT_NE(result.err.find(one.told), std::string::npos) << result.err;
     }
+    const std::string id = add({u"-d", folder.path(), u"-o", u"filed", server.url()});
+    EXPECT_EQ(run({u"start", to_utf16(id)}).status, 1);
+    ok({u"--set", u"Connection/VerifyPeer=0", u"start", to_utf16(id)});
+    EXPECT_EQ(folder.read(u"filed"), OpensslServer::body);
 }
 
 }  // namespace

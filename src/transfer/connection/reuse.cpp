@@ -13,26 +13,27 @@ constexpr std::chrono::seconds longest_idle{15};
 }  // namespace
 
 std::unique_ptr<CReuseNode> ReusePool::take(const std::string& key, const StopSource& stop) {
+    // Looked at one after another, without the lock: the dead ones are closed on the way.
+    while (std::unique_ptr<CReuseNode> node = take_newest(key)) {
+        node->attach(&stop, nullptr);
+        if (node->is_quiet()) return node;
+    }
+    return nullptr;
+}
+
+std::unique_ptr<CReuseNode> ReusePool::take_newest(const std::string& key) {
     std::list<std::unique_ptr<CReuseNode>> stale;  // closed after the lock is given back
     const std::lock_guard guard(mutex_);
     const auto oldest = Clock::now() - longest_idle;
-    for (auto at = idle_.end(); at != idle_.begin();) {
-        --at;
-        if ((*at)->since < oldest) {
-            stale.splice(stale.end(), idle_, idle_.begin(), std::next(at));
-            return nullptr;
-        }
-        if ((*at)->key != key) continue;
-        (*at)->attach(&stop, nullptr);
-        if ((*at)->is_quiet()) {
-            std::unique_ptr<CReuseNode> node = std::move(*at);
-            idle_.erase(at);
-            return node;
-        }
-        const auto dead = at++;
-        stale.splice(stale.end(), idle_, dead);
-    }
-    return nullptr;
+    const auto fresh =
+        std::find_if(idle_.begin(), idle_.end(), [&](const auto& node) { return node->since >= oldest; });
+    stale.splice(stale.end(), idle_, idle_.begin(), fresh);
+    const auto newest =
+        std::find_if(idle_.rbegin(), idle_.rend(), [&](const auto& node) { return node->key == key; });
+    if (newest == idle_.rend()) return nullptr;
+    std::unique_ptr<CReuseNode> node = std::move(*newest);
+    idle_.erase(std::next(newest).base());
+    return node;
 }
 
 void ReusePool::keep(std::unique_ptr<CReuseNode> node) {

@@ -53,6 +53,8 @@ class ReusePool {
     void clear();
 
   private:
+    std::unique_ptr<CReuseNode> take_newest(const std::string& key);
+
     std::mutex mutex_;
     std::list<std::unique_ptr<CReuseNode>> idle_;  ///< oldest first; guarded by mutex_
 };

@@ -44,12 +44,18 @@ Outcome<TlsEngines::Engine> TlsEngines::engine(const std::u16string& ca_file) {
     if (!available())
         return Result(Code::unsupported, missing_library_text("libsecur") + " There is no TLS without it.");
     const FileStamp stamp = ca_file.empty() ? FileStamp{} : file_stamp(ca_file);
-    const std::lock_guard guard(mutex_);
-    Known& known = engines_[ca_file];
-    if (known.engine && known.stamp == stamp) return known.engine;
+    const auto find = [&]() -> Engine {
+        const std::lock_guard guard(mutex_);
+        const auto known = engines_.find(ca_file);
+        return known != engines_.end() && known->second.stamp == stamp ? known->second.engine : nullptr;
+    };
+    if (Engine known = find()) return known;
     Outcome<Engine> made = make(ca_file);
     if (!made.ok()) return made;
-    known = {stamp, *made};
+    // Another connection may have been as fast: its engine has the sessions then.
+    if (Engine known = find()) return known;
+    const std::lock_guard guard(mutex_);
+    engines_[ca_file] = {stamp, *made};
     return made;
 }
 
