@@ -57,6 +57,9 @@ if(VANTLOW_SSH2_LIBRARY AND VANTLOW_SSH2_INCLUDE)
     add_library(vantlow::ssh2 ALIAS vantlow_ssh2)
     target_include_directories(vantlow_ssh2 SYSTEM INTERFACE "${VANTLOW_SSH2_INCLUDE}")
     target_link_libraries(vantlow_ssh2 INTERFACE "${VANTLOW_SSH2_LIBRARY}")
+    if(WIN32)
+        target_link_libraries(vantlow_ssh2 INTERFACE ws2_32 bcrypt crypt32)
+    endif()
 endif()
 
 # The operating system's own libraries.
