@@ -1,7 +1,7 @@
 // The floor that downloads are held against: N connections ask for N equal ranges of one file; a thread each
 // receives into a buffer and writes it where it belongs, and nothing else.
 //
-//   floor PORT PATH SIZE CONNECTIONS FILE
+//   floor PORT PATH SIZE CONNECTIONS FILE [ftp]
 #define _GNU_SOURCE
 #include <arpa/inet.h>
 #include <fcntl.h>
@@ -21,6 +21,7 @@ enum { buffer_size = 2 << 20, max_connections = 64, head_size = 4096 };
 static int port;
 static const char* path;
 static int file;
+static int ftp;
 
 struct part {
     int64_t begin, end;
@@ -42,11 +43,52 @@ static void write_all(const char* data, size_t size, int64_t offset) {
     }
 }
 
-static int ask(const struct part* part) {
+static int connect_to(int to_port) {
     int fd = socket(AF_INET, SOCK_STREAM, 0);
-    struct sockaddr_in to = {.sin_family = AF_INET, .sin_port = htons((uint16_t)port)};
+    struct sockaddr_in to = {.sin_family = AF_INET, .sin_port = htons((uint16_t)to_port)};
     to.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     if (fd < 0 || connect(fd, (struct sockaddr*)&to, sizeof to)) fail("connect");
+    return fd;
+}
+
+// The last line of the next reply, which must begin with that digit.
+static void expect(FILE* control, char* line, int line_size, char digit) {
+    do {
+        if (!fgets(line, line_size, control)) fail("control");
+    } while (strlen(line) < 4 || line[3] != ' ');
+    if (line[0] != digit) {
+        fprintf(stderr, "unexpected reply: %s", line);
+        exit(1);
+    }
+}
+
+// Logs in and asks for the part; the data connection. The control connection stays open.
+static int ask_ftp(const struct part* part) {
+    int fd = connect_to(port);
+    FILE* control = fdopen(fd, "r");
+    char line[1024];
+    unsigned high, low;
+    if (!control) fail("fdopen");
+    expect(control, line, sizeof line, '2');
+    dprintf(fd, "USER anonymous\r\n");
+    expect(control, line, sizeof line, '3');
+    dprintf(fd, "PASS floor@\r\n");
+    expect(control, line, sizeof line, '2');
+    dprintf(fd, "TYPE I\r\n");
+    expect(control, line, sizeof line, '2');
+    dprintf(fd, "PASV\r\n");
+    expect(control, line, sizeof line, '2');
+    if (sscanf(line, "227 Entering Passive Mode (127,0,0,1,%u,%u)", &high, &low) != 2) fail("PASV");
+    int data = connect_to((int)(high * 256 + low));
+    dprintf(fd, "REST %" PRId64 "\r\n", part->begin);
+    expect(control, line, sizeof line, '3');
+    dprintf(fd, "RETR %s\r\n", path + 1);
+    expect(control, line, sizeof line, '1');
+    return data;
+}
+
+static int ask(const struct part* part) {
+    int fd = connect_to(port);
     char request[1024];
     int size = snprintf(request, sizeof request,
                         "GET %s HTTP/1.1\r\nHost: 127.0.0.1\r\nRange: bytes=%" PRId64 "-%" PRId64 "\r\n\r\n",
@@ -80,8 +122,8 @@ static void* receive(void* argument) {
     const struct part* part = argument;
     char* buffer = aligned_alloc(4096, buffer_size);
     if (!buffer) fail("memory");
-    int fd = ask(part);
-    int64_t at = pass_head(fd, part);
+    int fd = ftp ? ask_ftp(part) : ask(part);
+    int64_t at = ftp ? part->begin : pass_head(fd, part);
     while (at < part->end) {
         size_t wanted = buffer_size;
         if ((int64_t)wanted > part->end - at) wanted = (size_t)(part->end - at);
@@ -96,7 +138,8 @@ static void* receive(void* argument) {
 }
 
 int main(int argc, char** argv) {
-    if (argc != 6) return 2;
+    if (argc != 6 && argc != 7) return 2;
+    ftp = argc == 7;
     port = atoi(argv[1]);
     path = argv[2];
     int64_t size = atoll(argv[3]);

@@ -15,6 +15,11 @@ class Task:
     port: int
     scratch: str  # for lists and settings
     trusted: str = None  # the certificate of a server with TLS
+    server: object = None  # what else it has to tell
+
+    @property
+    def scheme(self):
+        return self.scenario.scheme
 
     def links(self):
         return [self.base + path for path in self.scenario.paths()]
@@ -59,7 +64,8 @@ class Floor(Program):
         if not scenario.floor:
             return None
         path, size = scenario.files[0]
-        return [self.path, str(task.port), "/" + path, str(size), str(scenario.connections), task.name()]
+        words = [self.path, str(task.port), "/" + path, str(size), str(scenario.connections), task.name()]
+        return words + (["ftp"] if task.scheme == "ftp" else [])
 
 
 class Vantlow(Program):
@@ -73,6 +79,8 @@ class Vantlow(Program):
             words += ["--ca-file", task.trusted]
         if scenario.endless_retries:
             words += ["--retries", "1000", "--retry-delay", "0"]
+        if task.scheme == "sftp":
+            words += ["--accept-host-key", "--key", task.server.key]
         if task.is_list():
             return words + ["-j", str(scenario.jobs), "-i", task.text_file("list", task.links())]
         return words + ["-o", task.name(), *task.links()]
@@ -93,8 +101,14 @@ class Curl(Program):
             return [self.path, "-q", "-fsS", "--parallel", "--parallel-max", str(scenario.jobs), "-K", path]
         if scenario.endless_retries:
             return ["sh", "-c", self.LOOP, self.path, task.name(), task.links()[0]]
-        trust = ["--cacert", task.trusted] if task.trusted else []
-        return [self.path, "-q", "-fsS", *trust, "-o", task.name(), task.links()[0]]
+        words = [self.path, "-q", "-fsS", "-o", task.name()]
+        words += ["--cacert", task.trusted] if task.trusted else []
+        if task.scheme == "ftps":
+            # What curl calls ftps has TLS before the first word.
+            return words + ["--ssl-reqd", task.links()[0].replace("ftps:", "ftp:")]
+        if task.scheme == "sftp":
+            words += ["-k", "-u", "root:", "--key", task.server.key, "--pubkey", task.server.key + ".pub"]
+        return words + task.links()
 
 
 class Aria2(Program):
@@ -103,6 +117,8 @@ class Aria2(Program):
     def command(self, task):
         scenario = task.scenario
         count = str(scenario.connections)
+        if task.scheme in ("ftps", "sftp"):
+            return None  # it has no TLS for FTP and no keys for SSH
         words = [self.path, "--no-conf", "--quiet", "--file-allocation=none"]
         words += ["-x" + count, "-s" + count, "-k1M"]
         if task.trusted:
@@ -119,7 +135,7 @@ class Axel(Program):
 
     def command(self, task):
         scenario = task.scenario
-        if scenario.peak_after:
+        if scenario.peak_after or task.scheme in ("ftps", "sftp"):
             return None
         if task.is_list():
             # One link a process: as many processes at once as the others have jobs.
@@ -129,6 +145,25 @@ class Axel(Program):
         # It knows no addresses in certificates: the check is left out for it.
         trust = ["--insecure"] if task.trusted else []
         return [self.path, "-q", *trust, "-n", str(scenario.connections), "-o", task.name(), task.links()[0]]
+
+
+class Lftp(Program):
+    name = "lftp"
+
+    def command(self, task):
+        scenario = task.scenario
+        if task.scheme in ("http", "https") or task.is_list():
+            return None
+        link = task.links()[0].replace("ftps:", "ftp:")
+        settings = "set cmd:fail-exit yes; "
+        if task.scheme == "ftps":
+            settings += f"set ssl:ca-file {task.trusted}; set ftp:ssl-force yes; "
+            settings += "set ftp:ssl-protect-data yes; set ftp:ssl-allow-anonymous yes; "
+        if task.scheme == "sftp":
+            ssh = f"ssh -a -x -i {task.server.key} -o StrictHostKeyChecking=no -o UserKnownHostsFile=/dev/null"
+            settings += f"set sftp:connect-program '{ssh}'; "
+            link = link.replace("root@", "root:@")
+        return [self.path, "-c", f"{settings}pget -n {scenario.connections} {link} -o {task.name()}"]
 
 
 def write_home(home):
@@ -142,7 +177,7 @@ def environment(home):
     return {"PATH": os.environ.get("PATH", "/usr/bin:/bin"), "HOME": home, "LC_ALL": "C.UTF-8"}
 
 
-PEERS = ((Curl, "curl"), (Aria2, "aria2c"), (Axel, "axel"))
+PEERS = ((Curl, "curl"), (Aria2, "aria2c"), (Axel, "axel"), (Lftp, "lftp"))
 
 
 def find_programs(floor, vantlow):

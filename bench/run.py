@@ -71,6 +71,10 @@ class Bench:
     def server(self, scenario):
         if scenario.scripted is not None:
             return servers.Scripted(self.tool("server"), scenario.scripted, self.www)
+        if scenario.scheme in ("ftp", "ftps"):
+            return servers.Vsftpd(self.subfolder("vsftpd"), self.www, scenario.scheme == "ftps")
+        if scenario.scheme == "sftp":
+            return servers.Sshd(self.subfolder("sshd"), self.www)
         return servers.Nginx(self.subfolder("nginx"), self.www, scenario.nginx, scenario.tls)
 
     def measure(self, scenario, command, out):
@@ -106,10 +110,9 @@ class Bench:
         """One program's run on a fresh server and an empty folder; None where it can't do the scenario."""
         out = self.subfolder("out")
         with self.server(scenario) as server:
-            scheme = "https" if scenario.tls else "http"
-            base = f"{scheme}://127.0.0.1:{server.port}/"
-            trusted = server.certificate if scenario.tls else None
-            command = program.command(programs.Task(scenario, base, server.port, self.scratch, trusted))
+            base = server.base("https" if scenario.tls else scenario.scheme)
+            trusted = server.certificate if scenario.tls or scenario.scheme == "ftps" else None
+            command = program.command(programs.Task(scenario, base, server.port, self.scratch, trusted, server))
             if command is None:
                 return None
             wait_idle(self.options.wait_idle)

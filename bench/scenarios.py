@@ -14,6 +14,7 @@ class Scenario:
     title: str
     files: tuple  # (path on the server, bytes)
     scripted: tuple = None  # the scripted server's flags; None: nginx
+    scheme: str = "http"  # or ftp, ftps (vsftpd), sftp (OpenSSH)
     nginx: str = ""  # further lines of nginx's server block
     tls: bool = False  # nginx over TLS, its certificate checked
     connections: int = 1  # of each job
@@ -47,6 +48,11 @@ SCENARIOS = (
         tls=True,
         connections=8,
     ),
+    Scenario("ftp1", "1 GiB, 1 connection, vsftpd", BIG, scheme="ftp", floor=True),
+    Scenario("ftp4", "1 GiB, 4 connections, vsftpd", BIG, scheme="ftp", connections=4, floor=True),
+    Scenario("ftps4", "1 GiB, 4 connections, TLS, vsftpd", BIG, scheme="ftps", connections=4),
+    Scenario("sftp1", "1 GiB, 1 connection, OpenSSH", BIG, scheme="sftp"),
+    Scenario("sftp4", "1 GiB, 4 connections, OpenSSH", BIG, scheme="sftp", connections=4),
     Scenario(
         "limited8",
         "128 MiB, 8 connections of 4 MiB/s each, nginx",

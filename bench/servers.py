@@ -67,8 +67,22 @@ class Server:
             self.process.wait()
         self.process.stdout.close()
 
+    def base(self, scheme):
+        """The address of what it serves, ending with /."""
+        return f"{scheme}://127.0.0.1:{self.port}/"
+
     def wait_ready(self):
         raise NotImplementedError
+
+    def wait_for_port(self, name):
+        end = time.monotonic() + 10
+        while time.monotonic() < end and self.process.poll() is None:
+            try:
+                socket.create_connection(("127.0.0.1", self.port), 1).close()
+                return
+            except OSError:
+                time.sleep(0.02)
+        raise ServerError(f"{name} did not start")
 
     def pids(self):
         return [self.process.pid]
@@ -126,16 +140,103 @@ class Nginx(Server):
         super().__init__([program, "-c", conf, "-e", os.path.join(folder, "error.log")], port)
 
     def wait_ready(self):
-        end = time.monotonic() + 10
-        while time.monotonic() < end and self.process.poll() is None:
-            try:
-                socket.create_connection(("127.0.0.1", self.port), 1).close()
-                return
-            except OSError:
-                time.sleep(0.02)
-        raise ServerError("nginx did not start")
+        self.wait_for_port("nginx")
 
     def pids(self):
         pid = self.process.pid
         with open(f"/proc/{pid}/task/{pid}/children") as file:
             return [pid, *map(int, file.read().split())]
+
+
+def find_server(word):
+    program = shutil.which(word) or shutil.which(word, path="/usr/sbin:/usr/local/sbin")
+    if not program or os.geteuid() != 0:
+        raise ServerError(f"{word} is not installed, or this is not root")
+    return program
+
+
+VSFTPD_CONF = """
+listen=YES
+listen_ipv6=NO
+listen_address=127.0.0.1
+listen_port={port}
+background=NO
+anonymous_enable=YES
+local_enable=NO
+anon_root={www}
+secure_chroot_dir={empty}
+pam_service_name=other
+seccomp_sandbox=NO
+"""
+
+
+class Vsftpd(Server):
+    """Anonymous; with a certificate of its own where TLS is wanted."""
+
+    def __init__(self, folder, www, tls):
+        program = find_server("vsftpd")
+        empty = os.path.join(folder, "empty")
+        os.makedirs(empty, exist_ok=True)
+        for path in (os.path.dirname(os.path.dirname(folder)), os.path.dirname(folder), www):
+            os.chmod(path, 0o755)
+        port = free_port()
+        text = VSFTPD_CONF.format(port=port, www=www, empty=empty)
+        self.certificate = os.path.join(folder, "cert.pem")
+        if tls:
+            key = os.path.join(folder, "key.pem")
+            self.make_certificate(key)
+            text += f"ssl_enable=YES\nallow_anon_ssl=YES\nrsa_cert_file={self.certificate}\n"
+            text += f"rsa_private_key_file={key}\n"
+        conf = os.path.join(folder, "vsftpd.conf")
+        with open(conf, "w") as file:
+            file.write(text)
+        super().__init__([program, conf], port)
+
+    def make_certificate(self, key):
+        if os.path.exists(self.certificate):
+            return
+        words = ["openssl", "req", "-x509", "-newkey", "rsa:2048", "-nodes", "-days", "2", "-subj", "/CN=127.0.0.1"]
+        words += ["-addext", "subjectAltName=IP:127.0.0.1", "-keyout", key, "-out", self.certificate]
+        subprocess.run(words, check=True, capture_output=True)
+
+    def wait_ready(self):
+        self.wait_for_port("vsftpd")
+
+
+SSHD_CONF = """
+Port {port}
+ListenAddress 127.0.0.1
+HostKey {host_key}
+AuthorizedKeysFile {key}.pub
+PidFile none
+StrictModes no
+UsePAM no
+PermitRootLogin yes
+MaxStartups 100
+Subsystem sftp internal-sftp
+"""
+
+
+class Sshd(Server):
+    """OpenSSH, root with a key of its own."""
+
+    def __init__(self, folder, www):
+        program = find_server("sshd")
+        self.www = www
+        self.key = os.path.join(folder, "id")
+        host_key = os.path.join(folder, "host_key")
+        os.makedirs("/run/sshd", exist_ok=True)
+        for key in (self.key, host_key):
+            if not os.path.exists(key):
+                subprocess.run(["ssh-keygen", "-q", "-t", "ed25519", "-N", "", "-f", key], check=True)
+        port = free_port()
+        conf = os.path.join(folder, "sshd_config")
+        with open(conf, "w") as file:
+            file.write(SSHD_CONF.format(port=port, host_key=host_key, key=self.key))
+        super().__init__([program, "-D", "-f", conf], port)
+
+    def base(self, scheme):
+        return f"{scheme}://root@127.0.0.1:{self.port}{self.www}/"
+
+    def wait_ready(self):
+        self.wait_for_port("sshd")
