@@ -34,6 +34,7 @@ constexpr std::array rows{
     Row{Code::range_ignored, Kind::retry_later,
         "The server does NOT fulfill the partial GET request for the resource."},
     Row{Code::joint_unsure, Kind::retry_later, "The version on the server must be compared."},
+    Row{Code::moved, Kind::final, "The server redirects too often."},
     Row{Code::stopped, Kind::stopped, "Stopped."},
     Row{Code::handed_over, Kind::stopped, "Handed over to another connection."},
     Row{Code::local_file, Kind::ask_user, "Writing to file error."},

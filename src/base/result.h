@@ -32,6 +32,7 @@ enum class Code : std::int32_t {
     busy = -31,                 ///< the server asked to come back later (408, 429, 5xx)
     range_ignored = -32,        ///< the server does not fulfil the range that was asked for
     joint_unsure = -33,         ///< ask again with an overlap: the validators cannot tell the versions apart
+    moved = -34,                ///< redirected to an address of another protocol, which is asked next
     stopped = -50,              ///< the job was stopped while it waited or received
     handed_over = -51,          ///< the segment was given to another connection
     local_file = -60,           ///< the local file could not be created, written or extended
@@ -59,8 +60,8 @@ std::string_view describe(Code code) noexcept;
 /// A code with what is known beside it. Cheap to pass while all is well: no memory is held then.
 struct [[nodiscard]] Result {
     Code code = Code::ok;
-    int system_error = 0;  ///< the operating system's number, 0 where none belongs to the failure
-    std::string detail;    ///< UTF-8 sentence for the person; empty: describe(code) serves
+    int system_error = 0;            ///< the operating system's number, 0 where none belongs to the failure
+    std::string detail;              ///< UTF-8 sentence for the person; empty: describe(code) serves
     bool about_credentials = false;  ///< a refusal for want of the right user name and password
 
     Result() = default;

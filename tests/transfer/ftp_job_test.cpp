@@ -234,6 +234,29 @@ TEST_F(FtpJobTest, AChangedFileIsFetchedAnew) {
     EXPECT_TRUE(file_has(outcome.path, other));
 }
 
+TEST_F(FtpJobTest, RedirectsFromHttpLeadHere) {
+    FakeFtp server({.content = content});
+    ScriptedServer http([&](Exchange& exchange) {
+        exchange.answer(302, "Found", "", {{"Location", server.url("/dir/file.bin")}});
+    });
+    auto job = make_job(http.url16("/go"), 3);
+    job->user = u"joe";
+    job->password = u"not for others";
+    expect_content(run(*job));
+    EXPECT_EQ(server.count("USER joe"), 0U) << "credentials went to another server";
+    // Through a proxy that takes requests it is the proxy that speaks FTP.
+    ScriptedServer proxy([&](Exchange& exchange) {
+        EXPECT_TRUE(exchange.request().target.starts_with("ftp://joe:pw@127.0.0.1:"));
+        exchange.answer(200, "OK", content);
+    });
+    auto by_proxy = make_job(server.url16("/file.bin", "joe:pw@"));
+    vantlow::RunOptions options;
+    options.proxy.kind = ProxyPlan::http;
+    options.proxy.host = "127.0.0.1";
+    options.proxy.port = proxy.port();
+    expect_content(run(*by_proxy, options));
+}
+
 TEST_F(FtpJobTest, StopsAtOnceWhereverItWaits) {
     for (const char* command : {"USER", "PASV", "RETR", "FEAT"}) {
         SCOPED_TRACE(command);

@@ -65,9 +65,17 @@ Result FtpSource::make_plan(const SourcePlan& plan, const Target& target, FtpPla
     ftp.connect.timeout = plan.timeout;
     ftp.connect.limits = plan.limits;
     ftp.connect.want_connect = true;
-    const bool in_address = !target.user.empty();
-    ftp.user = wire(in_address ? target.user : plan.user, plan.utf8);
-    ftp.password = wire(in_address ? target.password : plan.password, plan.utf8);
+    // The job's own credentials are for its own server: a redirect may lead to another one.
+    const auto origin = parse_target(plan.origin, plan.utf8);
+    const bool own = origin && origin->scheme == target.scheme && iequals(origin->host, target.host) &&
+                     origin->port == target.port;
+    if (!target.user.empty()) {
+        ftp.user = wire(target.user, plan.utf8);
+        ftp.password = wire(target.password, plan.utf8);
+    } else if (own) {
+        ftp.user = wire(plan.user.empty() ? origin->user : plan.user, plan.utf8);
+        ftp.password = wire(plan.user.empty() ? origin->password : plan.password, plan.utf8);
+    }
     if (!fits_a_command(ftp.user) || !fits_a_command(ftp.password))
         return fail(Code::credentials_refused, "The user name or the password holds a line end.");
     if (target.scheme == "ftps") ftp.tls = plan.trust;

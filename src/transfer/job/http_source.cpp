@@ -159,7 +159,10 @@ Result HttpSource::open(const SourcePlan& plan, std::int64_t offset, SourceAnswe
             return result;
         }
         if (!is_redirect(head)) return refuse(head, answer);
-        if (Result result = redirect(head, *target, address); !result.ok()) return result;
+        if (Result result = redirect(head, *target, address); !result.ok()) {
+            answer.address = address;
+            return result;
+        }
     }
     return Code::too_many_redirects;
 }
@@ -177,7 +180,8 @@ Result HttpSource::redirect(const HttpHead& head, const Target& from, std::u16st
     context_.log.line(Direction::note,
                       message(Message::redirect_to, {to_utf8(without_credentials(address))}));
     const Protocol* protocol = find_protocol(address);
-    if (protocol == nullptr || protocol->make != make_http_source) {
+    if (protocol != nullptr && protocol->make != make_http_source) return Code::moved;
+    if (protocol == nullptr) {
         return {Code::unsupported, "The server redirects to " + to_utf8(without_credentials(address)) +
                                        ", a kind of address that cannot be fetched from here."};
     }

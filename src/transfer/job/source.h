@@ -67,7 +67,8 @@ class Source {
     Source& operator=(const Source&) = delete;
     virtual ~Source() = default;
 
-    /// Connects and asks for the bytes from `offset` on.
+    /// Connects and asks for the bytes from `offset` on. `moved` when the server redirects to an address of
+    /// another protocol, which the answer then holds.
     virtual Result open(const SourcePlan& plan, std::int64_t offset, SourceAnswer& answer) = 0;
     /// The next bytes; `closed` at the end of what the server gives.
     virtual Moved read(std::span<std::byte> into, Clock::time_point until) = 0;

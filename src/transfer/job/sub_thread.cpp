@@ -16,6 +16,8 @@ constexpr std::chrono::milliseconds flush_interval{250};
 constexpr std::chrono::milliseconds measure_interval{250};
 // So many measures make a speed that others are compared with; a connection that stands still has one too.
 constexpr int settling_measures = 4;
+// From one protocol to another: more often than this is no way to a file.
+constexpr int most_moves = 3;
 // How much of a joint is compared at once.
 constexpr std::size_t joint_step = 16 * kib;
 
@@ -131,19 +133,31 @@ Result CTransferSubThread::run_segment() {
     return result;
 }
 
+// Asks at the plan's address, and where another protocol is to be asked, there.
+Result CTransferSubThread::open_at(SourcePlan plan, SourceAnswer& answer) {
+    for (int moves = 0; moves <= most_moves; ++moves) {
+        const Protocol* protocol = find_protocol(plan.address);
+        if (protocol == nullptr) return {Code::unsupported, why_not_fetched(plan.address)};
+        node_.connections = 1;
+        source_ = protocol->make({tools_.services, tools_.libraries, tools_.log, stop_, &share_});
+        Result result = source_->open(plan, asked_, answer);
+        if (result.code != Code::moved) return result;
+        plan.address = answer.address;
+        answer = {};
+    }
+    return Code::moved;
+}
+
 Result CTransferSubThread::open_source() {
     const SourcePlan plan = host_.plan();
     silence_ = plan.silence;
     server_asks_.reset();
     told_size_ = -1;
-    const Protocol* protocol = find_protocol(plan.address);
-    if (protocol == nullptr) return {Code::unsupported, why_not_fetched(plan.address)};
     const std::int64_t overlap = host_.overlap_before(*this);
     asked_ = position() - overlap;
     SourceAnswer answer;
-    node_.connections = 1;
-    source_ = protocol->make({tools_.services, tools_.libraries, tools_.log, stop_, &share_});
-    Result result = source_->open(plan, asked_, answer);
+    Result result = open_at(plan, answer);
+    if (!result.ok() && !source_) return result;
     if (!result.ok()) {
         server_asks_ = source_->retry_after();
         if (result.code == Code::range_ignored) told_size_ = answer.version.size;

@@ -122,6 +122,7 @@ class CTransferSubThread {
     void run();
     Result run_segment();
     Result open_source();
+    Result open_at(SourcePlan plan, SourceAnswer& answer);
     Result receive();
     Result moved_failure(const Moved& moved) const;
     Result flush();

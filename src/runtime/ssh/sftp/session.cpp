@@ -1,5 +1,10 @@
 #include "runtime/ssh/sftp/session.h"
 
+#ifndef _WIN32
+#include <poll.h>
+#include <sys/socket.h>
+#endif
+
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
@@ -15,12 +20,46 @@ constexpr int most_tries_to_free = 8;
 // libssh2 wants a socket although it never touches one here; this is none.
 constexpr libssh2_socket_t no_socket = static_cast<libssh2_socket_t>(0x7FFFFFFE);
 
+// An agent may ask its user first; somebody who is not there must not hold up the connection for ever.
+constexpr int longest_agent_ms = 15000;
+
+#ifdef _WIN32
+// The agents of Windows are not reached over sockets.
+bool wait_for_agent(libssh2_socket_t /*socket*/) {
+    return false;
+}
+#else
+bool wait_for_agent(libssh2_socket_t socket) {
+    pollfd entry{socket, POLLIN, 0};
+    return ::poll(&entry, 1, longest_agent_ms) == 1;
+}
+#endif
+
 VantlowSsh& owner(void** abstract) {
     return *static_cast<VantlowSsh*>(*abstract);
 }
 
-ssize_t take_received(libssh2_socket_t /*socket*/, void* into, std::size_t size, int /*flags*/,
-                      void** abstract) {
+#ifdef _WIN32
+int socket_size(std::size_t size) {
+    return static_cast<int>(size);
+}
+#else
+std::size_t socket_size(std::size_t size) {
+    return size;
+}
+#endif
+
+// libssh2 talks to the key agent through the same two operations, over a socket of its own.
+ssize_t agent_bytes(ssize_t result) {
+    return result >= 0 ? result : -ECONNRESET;
+}
+
+ssize_t take_received(libssh2_socket_t socket, void* into, std::size_t size, int flags, void** abstract) {
+    if (socket != no_socket) {
+        return wait_for_agent(socket)
+                   ? agent_bytes(::recv(socket, static_cast<char*>(into), socket_size(size), flags))
+                   : -ETIMEDOUT;
+    }
     VantlowSsh& ssh = owner(abstract);
     if (ssh.dead) return -ECONNRESET;
     if (ssh.taken == ssh.filled) return -EAGAIN;
@@ -30,8 +69,9 @@ ssize_t take_received(libssh2_socket_t /*socket*/, void* into, std::size_t size,
     return static_cast<ssize_t>(bytes);
 }
 
-ssize_t send_all(libssh2_socket_t /*socket*/, const void* from, std::size_t size, int /*flags*/,
-                 void** abstract) {
+ssize_t send_all(libssh2_socket_t socket, const void* from, std::size_t size, int flags, void** abstract) {
+    if (socket != no_socket)
+        return agent_bytes(::send(socket, static_cast<const char*>(from), socket_size(size), flags));
     VantlowSsh& ssh = owner(abstract);
     if (ssh.dead || ssh.transport.send(ssh.transport.context, from, size) != VANTLOW_SSH_OK)
         return -ECONNRESET;

@@ -1,0 +1,48 @@
+// `vantlow get` with SSH: the words, the agent, the known hosts of the home folder.
+#include <gtest/gtest.h>
+
+#include "support/content.h"
+#include "support/process_run.h"
+#include "support/server_process.h"
+#include "support/temp_folder.h"
+
+namespace vantlow::test {
+namespace {
+
+const std::string content = make_content(41, 500'000);
+
+TEST(SftpProgram, KeysAgentsAndHostsThatAreNotKnown) {
+    if (!Sshd::available()) GTEST_SKIP() << Sshd::missing;
+    Sshd server;
+    server.documents().write(u"a file.bin", content);
+    const std::u16string link = server.url16("a%20file.bin");
+    const TempFolder home;
+    const TempFolder folder;
+    RunOptions options;
+    options.folder = folder.path();
+    options.environment = {{"HOME", home.path()}, {"SSH_AUTH_SOCK", home.path(u"agent")}};
+    const std::u16string key = server.key_folder().path(u"id_ed25519");
+
+    const RunResult unknown = run_vantlow({u"get", u"--key", key, link}, options);
+    EXPECT_EQ(unknown.status, 6) << unknown.err;
+    EXPECT_NE(unknown.err.find("SHA256:"), std::string::npos);
+    const RunResult no_key = run_vantlow({u"get", u"--accept-host-key", link}, options);
+    EXPECT_EQ(no_key.status, 5) << no_key.err;
+    const RunResult named = run_vantlow({u"get", u"-o", u"named", u"--key", key, link}, options);
+    EXPECT_EQ(named.status, 0) << named.err;
+    EXPECT_TRUE(file_has(folder.path(u"named"), content));
+
+    RunningProgram agent(u"/usr/bin/ssh-agent", {u"-D", u"-a", home.path(u"agent")});
+    RunResult added;
+    for (int i = 0; i < 100 && added.status != 0; ++i) {
+        added = run_program(u"/usr/bin/ssh-add", {u"-q", key}, options);
+        if (added.status != 0) std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+    ASSERT_EQ(added.status, 0) << added.err;
+    const RunResult by_agent = run_vantlow({u"get", link}, options);
+    EXPECT_EQ(by_agent.status, 0) << by_agent.err;
+    EXPECT_TRUE(file_has(folder.path(u"a file.bin"), content));
+}
+
+}  // namespace
+}  // namespace vantlow::test
