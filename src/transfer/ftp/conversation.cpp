@@ -11,6 +11,8 @@ namespace {
 // How long the end of a transfer may hold up a connection that a new login would replace.
 constexpr std::chrono::milliseconds longest_goodbye{1000};
 constexpr int most_stray_replies = 4;
+// Where servers expect TLS from the first byte, without AUTH.
+constexpr std::uint16_t implicit_tls_port = 990;
 
 // What makes a kept control connection the right one: the login and the folder it stands in.
 std::string kept_as(const FtpPlan& plan) {
@@ -37,6 +39,8 @@ Result FtpConversation::attempt(const FtpPlan& plan, std::int64_t offset, FtpFil
     connect.scheme = kept_as(plan);
     state_ = State::idle;
     file = {};
+    session_ = {};
+    if (plan.tls && connect.port == implicit_tls_port) connect.tls = ftp_control_tls(*plan.tls, session_);
     if (Result result = socket_.open(connect); !result.ok()) return result;
     control_.reset();
     control_.trace_listings(plan.trace_listings);
@@ -45,7 +49,6 @@ Result FtpConversation::attempt(const FtpPlan& plan, std::int64_t offset, FtpFil
     if (const auto* kept = std::any_cast<FtpSession>(&socket_.notes()); reused && kept != nullptr) {
         session_ = *kept;
     } else {
-        session_ = {};
         result = ftp_log_in(socket_, control_, plan, session_, log_);
     }
     if (result.ok()) result = begin(plan, offset, file);

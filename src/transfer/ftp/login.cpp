@@ -56,7 +56,7 @@ Result Login::welcome() {
 }
 
 Result Login::secure() {
-    if (!plan_.tls) return {};
+    if (!plan_.tls || socket_.is_secured()) return {};
     FtpReply reply;
     for (const char* command : {"AUTH TLS", "AUTH SSL"}) {
         if (Result result = ask(command, reply); !result.ok()) return result;
@@ -69,12 +69,7 @@ Result Login::secure() {
 Result Login::begin_tls() {
     // Whatever was said in the clear behind the reply would count as said in secret.
     if (!control_.is_clean()) return {Code::server_error, "The server speaks before TLS has begun."};
-    // A server may insist that data connections resume the session of their own control connection.
-    static std::atomic<std::uint64_t> sessions{0};
-    session_.tls_session = "ftp " + std::to_string(++sessions);
-    TlsPlan tls = *plan_.tls;
-    tls.session_key = session_.tls_session;
-    return socket_.start_tls(tls);
+    return socket_.start_tls(ftp_control_tls(*plan_.tls, session_));
 }
 
 Result Login::refused(const FtpReply& reply) {
@@ -173,6 +168,15 @@ Result Login::folder() {
 }
 
 }  // namespace
+
+// A server may insist that data connections resume the session of their own control connection.
+TlsPlan ftp_control_tls(const TlsPlan& trust, FtpSession& session) {
+    static std::atomic<std::uint64_t> sessions{0};
+    session.tls_session = "ftp " + std::to_string(++sessions);
+    TlsPlan tls = trust;
+    tls.session_key = session.tls_session;
+    return tls;
+}
 
 Result ftp_log_in(CBaseSocket& socket, FtpControl& control, const FtpPlan& plan, FtpSession& session,
                   LogSink& log) {

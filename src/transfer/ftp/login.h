@@ -23,6 +23,9 @@ struct FtpSession {
     bool no_listing = false;
 };
 
+/// The TLS of a control connection that begins now, with a session of its own for its data connections.
+TlsPlan ftp_control_tls(const TlsPlan& trust, FtpSession& session);
+
 /// Welcome, TLS, user, password, protection, features, folder, in this order. `credentials_refused`, `busy`
 /// (the server has too many users), `server_error` (no such folder; no TLS where it is wanted), `transient`.
 Result ftp_log_in(CBaseSocket& socket, FtpControl& control, const FtpPlan& plan, FtpSession& session,

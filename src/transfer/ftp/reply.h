@@ -26,7 +26,7 @@ struct FtpReply {
 class FtpReplyReader {
   public:
     static constexpr std::size_t longest_line = 16 * 1024;
-    static constexpr std::size_t longest_reply = 512 * 1024;
+    static constexpr std::size_t longest_reply = 4 * 1024 * 1024;
 
     void add(std::string_view bytes);
     /// The next whole reply; none while it is not there yet.
