@@ -181,23 +181,15 @@ class Vsftpd(Server):
             os.chmod(path, 0o755)
         port = free_port()
         text = VSFTPD_CONF.format(port=port, www=www, empty=empty)
-        self.certificate = os.path.join(folder, "cert.pem")
+        self.certificate = None
         if tls:
-            key = os.path.join(folder, "key.pem")
-            self.make_certificate(key)
+            self.certificate, key = make_certificate(folder)
             text += f"ssl_enable=YES\nallow_anon_ssl=YES\nrsa_cert_file={self.certificate}\n"
             text += f"rsa_private_key_file={key}\n"
         conf = os.path.join(folder, "vsftpd.conf")
         with open(conf, "w") as file:
             file.write(text)
         super().__init__([program, conf], port)
-
-    def make_certificate(self, key):
-        if os.path.exists(self.certificate):
-            return
-        words = ["openssl", "req", "-x509", "-newkey", "rsa:2048", "-nodes", "-days", "2", "-subj", "/CN=127.0.0.1"]
-        words += ["-addext", "subjectAltName=IP:127.0.0.1", "-keyout", key, "-out", self.certificate]
-        subprocess.run(words, check=True, capture_output=True)
 
     def wait_ready(self):
         self.wait_for_port("vsftpd")
