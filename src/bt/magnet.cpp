@@ -55,6 +55,17 @@ std::optional<InfoHash> read_hash(std::string_view text) {
     return hash;
 }
 
+std::string percent_encode(std::string_view text) {
+    std::string out;
+    for (const char c : text) {
+        const bool plain = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
+                           c == '-' || c == '_' || c == '.' || c == '~';
+        out +=
+            plain ? std::string(1, c) : print("%%%02X", static_cast<unsigned>(static_cast<unsigned char>(c)));
+    }
+    return out;
+}
+
 }  // namespace
 
 std::optional<Magnet> parse_magnet(std::string_view text, const std::vector<std::string>& default_trackers) {
@@ -85,6 +96,17 @@ bool is_magnet(std::string_view text) noexcept {
 std::string tracker_from_magnet(std::string_view text) {
     // A URL that is not escaped may hold escapes of its own.
     return text.find("://") == std::string_view::npos ? percent_decode(text) : std::string(text);
+}
+
+std::string make_magnet(const InfoHash& hash, std::string_view name,
+                        const std::vector<std::string>& trackers) {
+    std::string link = "magnet:?xt=urn:btih:" + to_hex(hash);
+    if (!name.empty()) link += "&dn=" + percent_encode(name);
+    int number = 0;
+    for (const std::string& tracker : trackers) {
+        if (!tracker.empty()) link += "&tr." + std::to_string(number++) + "=" + percent_encode(tracker);
+    }
+    return link;
 }
 
 }  // namespace vantlow

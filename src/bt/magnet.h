@@ -27,4 +27,9 @@ bool is_magnet(std::string_view text) noexcept;
 /// The URL that a tracker of a magnet link means: links carry it escaped or not.
 std::string tracker_from_magnet(std::string_view text);
 
+/// The link of a torrent from which parse_magnet() reads hash, name and all of the trackers again, in
+/// hexadecimal digits and escaped.
+std::string make_magnet(const InfoHash& hash, std::string_view name,
+                        const std::vector<std::string>& trackers);
+
 }  // namespace vantlow

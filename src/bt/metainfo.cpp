@@ -195,6 +195,13 @@ bool parse_meta_info(const CBEncode& parser, const CBEDictionary& document, cons
     return true;
 }
 
+void add_nodes(const CBEMetaInfo& meta, const BtdhtTable& table) {
+    for (const DhtNode& node : meta.nodes) {
+        auto* const add = node.is_ipv6 ? table.BTDHT_AddNodeV6 : table.BTDHT_AddNode;
+        if (add != nullptr) add(node.address.data(), node.port);
+    }
+}
+
 std::vector<CBEMetaInfo::File> CBEMetaInfo::files() const {
     std::vector<File> list;
     list.reserve(sizes.size());

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "bt/bencode.h"
+#include "runtime/tables.h"
 
 namespace vantlow {
 
@@ -62,6 +63,9 @@ struct MetaInfoRules {
 /// ends, successfully, after names and sizes. What is in `meta` after a failure means nothing.
 bool parse_meta_info(const CBEncode& parser, const CBEDictionary& document, const MetaInfoRules& rules,
                      CBEMetaInfo& meta);
+
+/// Tells the hash table of the torrent's nodes; nothing where its library is not loaded.
+void add_nodes(const CBEMetaInfo& meta, const BtdhtTable& table);
 
 /// UTF-8 as torrents are judged: forms of up to 6 bytes, no overlong ones, none cut off.
 bool is_torrent_utf8(std::string_view bytes) noexcept;

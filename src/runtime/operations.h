@@ -257,6 +257,12 @@ typedef size_t NTLM_Response_t(const VantlowNtlm* ntlm, const char* user, const 
                                size_t room);    /* as NTLM1_ChallengeResponse */
 typedef void NTLM_Destroy_t(VantlowNtlm* ntlm); /* NULL is fine */
 
+/* ---- libBTDHT: the distributed hash table of BitTorrent ---- */
+
+/* Tells the table of a node: address (4 bytes, or 16, in network order) and port. */
+typedef void BTDHT_AddNode_t(const uint8_t* address, uint16_t port);
+typedef void BTDHT_AddNodeV6_t(const uint8_t* address, uint16_t port);
+
 #ifdef __cplusplus
 }
 #endif

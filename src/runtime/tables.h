@@ -116,8 +116,8 @@ struct BtdhtTable : LibraryTable {
     void* BTDHT_StartAnnounce = nullptr;
     void* BTDHT_StopAnnounce = nullptr;
     void* BTDHT_GetPeers = nullptr;
-    void* BTDHT_AddNode = nullptr;
-    void* BTDHT_AddNodeV6 = nullptr;
+    BTDHT_AddNode_t* BTDHT_AddNode = nullptr;
+    BTDHT_AddNodeV6_t* BTDHT_AddNodeV6 = nullptr;
     void* UTP_Srv_Init = nullptr;
     void* UTP_Srv_Send = nullptr;
     void* UTP_Cli_Open = nullptr;

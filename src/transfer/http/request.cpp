@@ -13,6 +13,11 @@ std::string with_port(const HttpRequest& request, bool port) {
     return port ? request.host + ":" + std::to_string(request.port) : request.host;
 }
 
+// The first line as the log may show it.
+std::string shown_path(const HttpRequest& request) {
+    return request.shown_path.empty() ? request.path : request.shown_path;
+}
+
 // "GET http://host:port/path": what an HTTP proxy is asked. An FTP address carries its credentials in the
 // host.
 RequestLine absolute_form(const HttpRequest& request) {
@@ -22,8 +27,10 @@ RequestLine absolute_form(const HttpRequest& request) {
         credentials = request.user + (request.password.empty() ? "" : ":" + request.password) + "@";
         shown = request.user + (request.password.empty() ? "" : std::string(":") + mask) + "@";
     }
+    HttpRequest seen = request;
+    seen.path = shown_path(request);
     std::string line = "GET " + absolute_target(request) + " HTTP/1.1";
-    std::string shown_line = line;
+    std::string shown_line = "GET " + absolute_target(seen) + " HTTP/1.1";
     const std::size_t host_at = line.find("://") + 3;
     return {line.insert(host_at, credentials), shown_line.insert(host_at, shown)};
 }
@@ -75,7 +82,7 @@ std::vector<RequestLine> request_lines(const HttpRequest& request) {
         add_login(lines, "Proxy-Authorization: ", request.proxy_login, request.proxy_user,
                   request.proxy_password);
     } else {
-        lines.push_back(plain("GET " + request.path + " HTTP/1.1"));
+        lines.push_back({"GET " + request.path + " HTTP/1.1", "GET " + shown_path(request) + " HTTP/1.1"});
     }
     if (request.scheme != "ftp")
         add_login(lines, "Authorization: ", request.login, request.user, request.password);
@@ -93,6 +100,7 @@ std::vector<RequestLine> request_lines(const HttpRequest& request) {
     if (!request.cookie.empty()) lines.push_back(secret("Cookie: ", request.cookie));
     lines.push_back(plain("Pragma: no-cache"));
     lines.push_back(plain("Cache-Control: no-cache"));
+    for (const std::string& line : request.extra) lines.push_back(plain(line));
     for (RequestLine& line : lines) {
         remove_line_breaks(line.text);
         remove_line_breaks(line.shown);

@@ -33,8 +33,10 @@ struct HttpRequest {
     std::string referer;
     bool automatic_referer = false;  ///< the site's root where there is no referer
     std::string agent;
-    std::string cookie;      ///< the whole text of the Cookie line; empty: no line
-    std::int64_t start = 0;  ///< first byte wanted; 0 asks for the whole
+    std::string cookie;              ///< the whole text of the Cookie line; empty: no line
+    std::int64_t start = 0;          ///< first byte wanted; 0 asks for the whole
+    std::vector<std::string> extra;  ///< further lines, behind all others
+    std::string shown_path;          ///< what the log shows of the path; empty: the path itself
 };
 
 /// One line with what the log may show of it: credentials and cookies are masked there.

@@ -1,0 +1,58 @@
+// One announce: what is said of a torrent job, and how it is written for each kind of tracker.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "base/guid.h"
+#include "bt/metainfo.h"
+#include "bt/peer_store.h"
+#include "transfer/connection/base_socket.h"
+
+namespace vantlow {
+
+enum class AnnounceEvent : std::uint32_t { none = 0, completed = 1, started = 2, stopped = 3 };  // BEP 15
+
+/// "started" and its kin; empty for none.
+std::string_view event_name(AnnounceEvent event) noexcept;
+
+/// "-VL2950-" and twelve hexadecimal digits of the last six bytes of the GUID.
+std::string make_peer_id(const Guid& guid);
+
+/// A torrent job as its trackers and peers know it. Outlives its announce threads; the counters may change
+/// while they run.
+struct TorrentIdentity {
+    InfoHash info_hash{};
+    std::string peer_id;     ///< 20 characters
+    std::uint16_t port = 0;  ///< that peers may connect to; 0: none
+    ProxyPlan proxy;
+    std::atomic<std::int64_t> uploaded{0};  ///< bytes
+    std::atomic<std::int64_t> downloaded{0};
+    std::atomic<std::int64_t> left{0};
+    PeerStore peers;
+};
+
+/// Blanks at the ends go, backslashes become slashes, and a URL without a path gets one.
+std::string normalise_tracker(std::string_view url);
+
+/// The URL with what looks like a key to a private tracker masked, for logs.
+std::string without_keys(std::string_view url);
+
+/// The address that an HTTP tracker is asked at.
+std::string http_announce_url(std::string_view tracker, const TorrentIdentity& job, AnnounceEvent event,
+                              std::uint32_t numwant);
+
+/// The datagrams of BEP 15.
+namespace udp_tracker {
+inline constexpr std::size_t connect_answer_size = 16;
+inline constexpr std::size_t announce_answer_size = 20;
+enum Action : std::uint32_t { connect = 0, announce = 1, error = 3 };
+
+std::string connect_request(std::uint32_t transaction);
+std::string announce_request(std::string_view connection, std::uint32_t transaction,
+                             const TorrentIdentity& job, AnnounceEvent event, std::uint32_t numwant);
+}  // namespace udp_tracker
+
+}  // namespace vantlow

@@ -1,0 +1,192 @@
+#include "bt/announce_thread.h"
+
+#include <algorithm>
+
+#include "base/string_table.h"
+#include "base/text.h"
+#include "bt/torrent_settings.h"
+#include "platform/udp_socket.h"
+
+namespace vantlow {
+namespace {
+
+constexpr std::chrono::seconds longest_goodbye{2};
+constexpr std::chrono::seconds first_pause{60};
+constexpr std::chrono::seconds longest_pause{1800};
+
+// A tracker's own words: one line, harmless on its way to a log.
+std::string one_line(std::string_view text) {
+    constexpr std::size_t longest = 500;
+    std::string line(text.substr(0, longest));
+    for (char& c : line) {
+        if (static_cast<unsigned char>(c) < 0x20 || c == 0x7F) c = ' ';
+    }
+    return to_utf8(to_utf16(line));
+}
+
+}  // namespace
+
+CBTAnnounceThread::CBTAnnounceThread(const AnnounceServices& services, TorrentIdentity& job,
+                                     std::string tracker, AnnounceEvent initial, LogSink& log,
+                                     StopSource& parent)
+    : services_(services),
+      job_(job),
+      tracker_(std::move(tracker)),
+      initial_(initial),
+      log_(log),
+      stop_(parent) {}
+
+CBTAnnounceThread::~CBTAnnounceThread() {
+    abandon();
+    join();
+}
+
+void CBTAnnounceThread::start() {
+    thread_ = std::thread([this] {
+        run();
+        ended_ = true;
+    });
+}
+
+void CBTAnnounceThread::abandon() noexcept {
+    stop_.request();
+    last_stop_.request();
+}
+
+void CBTAnnounceThread::join() {
+    if (thread_.joinable()) thread_.join();
+}
+
+AnnounceReport CBTAnnounceThread::report() const {
+    const std::lock_guard guard(mutex_);
+    return report_;
+}
+
+std::uint32_t CBTAnnounceThread::numwant() const {
+    return static_cast<std::uint32_t>(services_.settings.number(setting::numwant));
+}
+
+void CBTAnnounceThread::run() {
+    if (normalise_tracker(tracker_).empty()) return;
+    if (!announce(tracker_, initial_) || initial_ != AnnounceEvent::started) return;
+    while (!stop_.requested() && interval_ != 0) {
+        if (stop_.wait_for(std::chrono::seconds(interval_))) break;
+        announce(tracker_, AnnounceEvent::none);
+    }
+    announce(tracker_, AnnounceEvent::stopped);
+}
+
+bool CBTAnnounceThread::announce(std::string_view tracker, AnnounceEvent event) {
+    if (!busy_.try_lock()) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        return false;
+    }
+    stopping_ = event == AnnounceEvent::stopped;
+    const bool ok = announce_now(normalise_tracker(tracker), event);
+    announced_ = true;
+    busy_.unlock();
+    return ok;
+}
+
+bool CBTAnnounceThread::announce_now(const std::string& url, AnnounceEvent event) {
+    log_.line(Direction::note, "Parsing " + without_keys(url));
+    auto respond = istarts_with(url, "udp://") ? ask_udp(url, event) : ask_http(url, event);
+    if (respond.ok()) return accept(*std::move(respond));
+    refuse(respond.failure());
+    return false;
+}
+
+// A valid answer, which may still be the tracker's refusal.
+bool CBTAnnounceThread::accept(CBETrackerRespond respond) {
+    const std::string text = one_line(respond.text);
+    if (!text.empty()) log_.line(Direction::error, text);
+    if (respond.own && job_.port != 0) {
+        respond.own->set_port(job_.port);
+        job_.peers.add_own(*respond.own);
+    }
+    interval_ = respond.interval;
+    AnnounceReport report;
+    report.ok = !respond.is_failure;
+    report.interval = respond.interval;
+    report.peers = respond.peers();
+    (respond.is_failure ? report.failure : report.warning) = text;
+    const std::size_t added = job_.peers.add(report.peers);
+    if (!respond.is_failure) {
+        log_.line(Direction::note,
+                  print("Tracker: %zu peers, %zu of them new; next announce in %lld s.", report.peers.size(),
+                        added, static_cast<long long>(respond.interval)));
+    }
+    const std::lock_guard guard(mutex_);
+    report_ = std::move(report);
+    return true;
+}
+
+void CBTAnnounceThread::refuse(const Result& result) {
+    AnnounceReport report;
+    report.failure = one_line(result.message());
+    report.interval = interval_;
+    const std::lock_guard guard(mutex_);
+    report_ = std::move(report);
+}
+
+void CBTAnnounceThread::note_own_address(const SocketAddress& local) {
+    if (job_.port == 0) return;
+    SocketAddress own = local;
+    own.set_port(job_.port);
+    job_.peers.add_own(own);
+}
+
+void CBTAnnounceService::start(const std::vector<std::string>& trackers, AnnounceEvent initial) {
+    std::vector<std::string> seen;
+    for (const std::string& tracker : trackers) {
+        const std::string url = normalise_tracker(tracker);
+        if (url.empty() || std::find(seen.begin(), seen.end(), url) != seen.end()) continue;
+        seen.push_back(url);
+        threads_.push_back(std::make_unique<CBTAnnounceThread>(services_, job_, url, initial, log_, parent_));
+        pauses_.push_back({first_pause, {}});
+        threads_.back()->start();
+    }
+}
+
+bool CBTAnnounceService::is_running() const noexcept {
+    return std::any_of(threads_.begin(), threads_.end(),
+                       [](const auto& thread) { return !thread->has_ended(); });
+}
+
+bool CBTAnnounceService::has_asked_all() const noexcept {
+    return std::all_of(threads_.begin(), threads_.end(),
+                       [](const auto& thread) { return thread->has_announced() || thread->has_ended(); });
+}
+
+void CBTAnnounceService::ask_to_stop() {
+    for (const auto& thread : threads_) thread->stop();
+    if (!goodbye_until_) goodbye_until_ = Clock::now() + longest_goodbye;
+}
+
+void CBTAnnounceService::stop() {
+    ask_to_stop();
+    const StopSource never;
+    while (is_running() && Clock::now() < *goodbye_until_) never.wait_for(std::chrono::milliseconds(5));
+    for (const auto& thread : threads_) thread->abandon();
+    threads_.clear();
+    pauses_.clear();
+    goodbye_until_.reset();
+}
+
+void CBTAnnounceService::revive() {
+    const auto now = Clock::now();
+    for (std::size_t i = 0; i < threads_.size(); ++i) {
+        if (!threads_[i]->has_ended() || parent_.requested()) continue;
+        Pause& pause = pauses_[i];
+        if (pause.until == Clock::time_point{}) {
+            pause.until = now + pause.length;
+        } else if (now >= pause.until) {
+            pause = {std::min(pause.length * 2, longest_pause), {}};
+            threads_[i] = std::make_unique<CBTAnnounceThread>(services_, job_, threads_[i]->tracker(),
+                                                              AnnounceEvent::started, log_, parent_);
+            threads_[i]->start();
+        }
+    }
+}
+
+}  // namespace vantlow

@@ -1,0 +1,151 @@
+// Announcing a torrent job to one tracker, again and again.
+#pragma once
+
+#include <mutex>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "base/busy_lock.h"
+#include "base/log.h"
+#include "bt/announce.h"
+#include "bt/tracker_answer.h"
+#include "runtime/tables.h"
+#include "store/settings.h"
+
+namespace vantlow {
+
+/// What all announces share. Outlives them.
+struct AnnounceServices {
+    ConnectionServices& connections;
+    const LibraryTables& libraries;
+    const Settings& settings;
+    std::chrono::seconds udp_timeout{60};  ///< for each answer of a UDP tracker
+};
+
+/// What an announce came to.
+struct AnnounceReport {
+    bool ok = false;            ///< a valid answer without a failure
+    std::int64_t interval = 0;  ///< seconds; 0: the tracker wants no further announce
+    std::vector<SocketAddress> peers;
+    std::string failure;  ///< UTF-8: the tracker's reason, or what went wrong
+    std::string warning;  ///< the tracker's
+};
+
+/// One thread for one tracker: the initial event, announces at the tracker's interval, and "stopped" at the
+/// end. Its members are used by its own thread but where it says so.
+class CBTAnnounceThread {
+  public:
+    /// `job` and `log` outlive the thread; a stop of `parent` counts as stop().
+    CBTAnnounceThread(const AnnounceServices& services, TorrentIdentity& job, std::string tracker,
+                      AnnounceEvent initial, LogSink& log, StopSource& parent);
+    ~CBTAnnounceThread();
+    CBTAnnounceThread(const CBTAnnounceThread&) = delete;
+    CBTAnnounceThread& operator=(const CBTAnnounceThread&) = delete;
+
+    void start();
+    /// Ends the repetition; one last announce says "stopped". Any thread.
+    void stop() noexcept { stop_.request(); }
+    /// Ends everything at once, the last announce too. Any thread.
+    void abandon() noexcept;
+    void join();
+    /// True once an announce came to its end, whatever it brought. Any thread.
+    [[nodiscard]] bool has_announced() const noexcept { return announced_; }
+    /// True once the thread has nothing more to do. Any thread.
+    [[nodiscard]] bool has_ended() const noexcept { return ended_; }
+
+    /// One request and its answer; true when the answer was valid. Peers go to the job, the interval stays
+    /// with this object. False at once while another announce of this object runs.
+    bool announce(std::string_view tracker, AnnounceEvent event);
+    /// The last announce. Any thread.
+    [[nodiscard]] AnnounceReport report() const;
+    [[nodiscard]] const std::string& tracker() const noexcept { return tracker_; }
+
+  private:
+    void run();
+    bool announce_now(const std::string& url, AnnounceEvent event);
+    // Over HTTP (http_announce.cpp).
+    Outcome<CBETrackerRespond> ask_http(const std::string& url, AnnounceEvent event);
+    Result fetch(const std::string& url, bool second_attempt, std::string& body);
+    [[nodiscard]] TlsPlan trust_for(const std::string& host) const;
+    void prefer_ipv6(ConnectPlan& plan);
+    void resolve_named(CBETrackerRespond& respond);
+    void learn_own_address(const std::string& url);
+    // Over UDP (udp_announce.cpp).
+    Outcome<CBETrackerRespond> ask_udp(const std::string& url, AnnounceEvent event);
+    Result udp_connect(class UdpChannel& channel);
+    Outcome<std::string> udp_exchange(class UdpChannel& channel, const std::string& request,
+                                      std::size_t wanted, int receives);
+    Result check_answer(std::string_view answer, std::uint32_t action);
+    void make_transaction();
+
+    bool accept(CBETrackerRespond respond);
+    void refuse(const Result& result);
+    void note_own_address(const SocketAddress& local);
+    [[nodiscard]] StopSource& active_stop() noexcept { return stopping_ ? last_stop_ : stop_; }
+    [[nodiscard]] std::uint32_t numwant() const;
+
+    AnnounceServices services_;
+    TorrentIdentity& job_;
+    const std::string tracker_;
+    const AnnounceEvent initial_;
+    LogSink& log_;
+    StopSource stop_;
+    StopSource last_stop_;  ///< of the "stopped" announce, which begins after stop_
+    BusyLock busy_;
+    bool stopping_ = false;  ///< the announce being made carries "stopped"
+    std::int64_t interval_ = 0;
+    std::uint32_t transaction_ = 0;  ///< 0: none is held
+    std::string connection_;         ///< the 8 bytes of a UDP tracker
+
+    mutable std::mutex mutex_;
+    AnnounceReport report_;  ///< guarded by mutex_
+    std::atomic<bool> announced_{false};
+    std::atomic<bool> ended_{false};
+    std::thread thread_;  ///< last
+};
+
+/// The threads of one torrent job, one a tracker. Belongs to one thread.
+class CBTAnnounceService {
+  public:
+    CBTAnnounceService(const AnnounceServices& services, TorrentIdentity& job, LogSink& log,
+                       StopSource& parent)
+        : services_(services), job_(job), log_(log), parent_(parent) {}
+    ~CBTAnnounceService() { stop(); }
+    CBTAnnounceService(const CBTAnnounceService&) = delete;
+    CBTAnnounceService& operator=(const CBTAnnounceService&) = delete;
+
+    /// Begins with each tracker that is named, once each.
+    void start(const std::vector<std::string>& trackers, AnnounceEvent initial = AnnounceEvent::started);
+    /// Begins to tell every tracker "stopped". stop() waits for the answers.
+    void ask_to_stop();
+    /// Tells every tracker "stopped" and waits for the answers until 2 s after it was asked to; then ends
+    /// what is left.
+    void stop();
+    /// Begins again with trackers whose thread ended for a failure, each after a pause that doubles from one
+    /// minute to half an hour. Call now and then.
+    void revive();
+    [[nodiscard]] bool is_running() const noexcept;
+    /// True once every tracker has answered, or failed, for the first time.
+    [[nodiscard]] bool has_asked_all() const noexcept;
+    [[nodiscard]] const std::vector<std::unique_ptr<CBTAnnounceThread>>& threads() const noexcept {
+        return threads_;
+    }
+
+  private:
+    struct Pause {
+        std::chrono::seconds length{60};
+        Clock::time_point until{};  ///< epoch: not pausing
+    };
+
+    AnnounceServices services_;
+    TorrentIdentity& job_;
+    LogSink& log_;
+    StopSource& parent_;
+    std::vector<std::unique_ptr<CBTAnnounceThread>> threads_;
+    std::vector<Pause> pauses_;  ///< of the thread at the same index
+    std::optional<Clock::time_point> goodbye_until_;
+};
+
+}  // namespace vantlow

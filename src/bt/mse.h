@@ -1,0 +1,171 @@
+// Message stream encryption: the obfuscated handshake of BitTorrent peers, and the streams behind it.
+#pragma once
+
+#include <array>
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <random>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "bt/metainfo.h"
+#include "runtime/tables.h"
+
+namespace vantlow {
+
+/// What a connection has received and nobody has taken yet. Shared by a CBTMSE and the connection.
+class PeerBuffer {
+  public:
+    void append(std::string_view bytes) { bytes_ += bytes; }
+    [[nodiscard]] std::size_t size() const noexcept { return bytes_.size(); }
+    [[nodiscard]] std::string_view view() const noexcept { return bytes_; }
+    [[nodiscard]] char* data() noexcept { return bytes_.data(); }
+    /// Takes bytes off the front; the rest moves forward.
+    void remove(std::size_t count) { bytes_.erase(0, count); }
+
+  private:
+    std::string bytes_;
+};
+
+/// What a step of the exchange did.
+enum class MseStep {
+    more,    ///< it needs bytes that are not there yet: the same again when they are
+    done,    ///< the next one
+    failed,  ///< there is no going on: another protocol, another torrent, or no library
+};
+
+/// Plaintext, or everything in RC4, behind the handshake.
+enum class CryptoMethod : std::uint32_t { plaintext = 1, rc4 = 2 };
+
+/// Frees what the library made.
+struct CryptoDeleter {
+    RC4_Delete_t* free_rc4 = nullptr;
+    DH_Delete_t* free_dh = nullptr;
+    void operator()(VantlowRc4* stream) const { free_rc4(stream); }
+    void operator()(VantlowDh* dh) const { free_dh(dh); }
+};
+
+/// One connection's exchange and its streams. The steps of a role are called in their order. Outgoing bytes
+/// are appended to `out`. One thread at a time.
+class CBTMSE {
+  public:
+    static constexpr std::size_t key_size = 96;
+    static constexpr std::size_t longest_padding = 511;
+    static constexpr std::size_t no_bound = std::size_t{1} << 40U;
+    using Key = std::array<std::byte, key_size>;
+
+    /// `libraries` and `buffer` outlive the object.
+    CBTMSE(const SecurTable& libraries, PeerBuffer& buffer) : libraries_(libraries), buffer_(buffer) {}
+
+    // Both roles.
+
+    /// Ya or Yb and its padding; `failed` without the library's operations.
+    MseStep send_public_key(std::string& out);
+
+    // The side that calls.
+
+    /// Takes Yb; SKEY is the torrent's info hash.
+    MseStep receive_yb(const InfoHash& skey);
+    /// `setting` is the "Crypto" setting: what is offered, both where it is 0. The payload goes with it.
+    MseStep send_request(const InfoHash& skey, std::uint32_t setting, std::string_view payload,
+                         std::string& out);
+    /// Looks for the encrypted verification constant and takes everything up to its end. `failed` when it
+    /// does not begin within the first `farthest` bytes.
+    MseStep find_vc(std::size_t farthest = no_bound);
+    /// Takes crypto_select and the length of PadD, which the caller takes then.
+    MseStep read_select(std::uint16_t& pad_length);
+
+    // The side that is called.
+
+    MseStep receive_ya();
+    /// Looks for the first hash and takes the next, which tells the torrent among these. `failed` when it
+    /// does not begin within the first `farthest` bytes.
+    MseStep find_request(std::span<const InfoHash> torrents, std::size_t farthest = no_bound);
+    /// Takes VC, crypto_provide and the length of PadC, which the caller takes then; answers with the
+    /// "Crypto" setting, or, where it is 0, with RC4 if the other side provides it.
+    MseStep answer(std::uint32_t setting, std::uint16_t& pad_length, std::string& out);
+    /// The torrent that find_request() found.
+    [[nodiscard]] const InfoHash& torrent() const noexcept { return torrent_; }
+
+    // The streams.
+
+    /// Takes so many bytes of the handshake that are encrypted whatever the method is, once all are there.
+    MseStep take_handshake(std::size_t count, std::string& bytes);
+    /// Takes at most `most` bytes of what is buffered, decrypted by the method.
+    std::string read_payload(std::size_t most);
+    /// The bytes as they go out.
+    [[nodiscard]] std::string write_payload(std::string_view bytes);
+    [[nodiscard]] std::uint32_t method() const noexcept { return method_; }
+
+  private:
+    using Deleter = CryptoDeleter;
+    using Rc4 = std::unique_ptr<VantlowRc4, Deleter>;
+
+    [[nodiscard]] bool has_libraries() const noexcept;
+    MseStep take_public_key();
+    MseStep find(std::string_view mark, std::size_t farthest, std::size_t& at) const;
+    Rc4 make_stream(std::string_view label, const InfoHash& skey) const;
+    [[nodiscard]] std::string secret_hash(std::string_view label) const;
+    [[nodiscard]] std::string torrent_hash(const InfoHash& skey) const;
+    std::string padding();
+    std::string encrypted(std::string bytes);
+
+    const SecurTable& libraries_;
+    PeerBuffer& buffer_;
+    std::unique_ptr<VantlowDh, Deleter> dh_;
+    Rc4 outgoing_;
+    Rc4 incoming_;
+    std::uint32_t method_ = 0;  ///< 0: not decided yet
+    std::uint32_t offered_ = 0;
+    std::string encrypted_vc_;
+    Key secret_{};
+    InfoHash torrent_{};
+    std::mt19937 random_;
+};
+
+/// The whole exchange of one role over any division of the bytes: append to the buffer, then advance().
+/// What is buffered at the end belongs to the streams. The one who owns it gives up after 30 s.
+class MseExchange {
+  public:
+    static constexpr std::chrono::seconds patience{30};
+
+    /// The side that calls: this torrent, and the payload that goes with the request.
+    MseExchange(const SecurTable& libraries, PeerBuffer& buffer, const InfoHash& torrent,
+                std::uint32_t setting, std::string payload);
+    /// The side that is called, for any of these torrents.
+    MseExchange(const SecurTable& libraries, PeerBuffer& buffer, std::vector<InfoHash> torrents,
+                std::uint32_t setting);
+
+    /// Goes on as far as the buffered bytes allow; `more` until it is `done` or `failed` for good. Fails too
+    /// where a sync point does not come within the longest padding.
+    MseStep advance(std::string& out);
+    /// What came with the request (the side that is called).
+    [[nodiscard]] const std::string& payload() const noexcept { return payload_; }
+    [[nodiscard]] CBTMSE& streams() noexcept { return mse_; }
+    [[nodiscard]] const CBTMSE& streams() const noexcept { return mse_; }
+
+  private:
+    enum class State { begin, key, sync, head, pad, payload_size, payload, done, failed };
+    MseStep step(std::string& out);
+    MseStep step_as_caller(std::string& out);
+    MseStep step_as_called(std::string& out);
+
+    PeerBuffer& buffer_;
+    CBTMSE mse_;
+    const bool calls_;
+    std::vector<InfoHash> torrents_;  ///< one where it calls
+    std::uint32_t setting_;
+    std::string payload_;
+    State state_ = State::begin;
+    std::uint16_t expected_ = 0;  ///< bytes of what is taken next
+};
+
+/// True when these first bytes are those of the plain handshake, as far as they go.
+bool looks_plain(std::string_view bytes) noexcept;
+
+}  // namespace vantlow

@@ -1,0 +1,96 @@
+#include "bt/peer_store.h"
+
+#include <algorithm>
+
+#include "base/text.h"
+#include "bt/wire.h"
+
+namespace vantlow {
+namespace {
+
+// The unspecified address, multicast, what is broadcast, and the port that nobody listens at.
+bool can_be_a_peer(const SocketAddress& address) noexcept {
+    if (address.size() == 0 || address.port() == 0) return false;
+    if (address.is_ipv6()) {
+        const auto bytes = address.ipv6();
+        const bool unspecified = std::all_of(bytes.begin(), bytes.end(), [](auto byte) { return byte == 0; });
+        return !unspecified && bytes[0] != 0xFF;
+    }
+    const auto bytes = address.ipv4();
+    return bytes[0] != 0 && bytes[0] < 224;
+}
+
+}  // namespace
+
+PeerStore::Key PeerStore::key_of(const SocketAddress& address) {
+    Key key;
+    put_number(key, address.port());
+    if (address.is_ipv6()) {
+        for (const std::uint8_t byte : address.ipv6()) key += static_cast<char>(byte);
+    } else {
+        for (const std::uint8_t byte : address.ipv4()) key += static_cast<char>(byte);
+    }
+    return key;
+}
+
+void PeerStore::add_own(const SocketAddress& address) {
+    const Key key = key_of(address);
+    const std::lock_guard guard(mutex_);
+    if (std::find(own_.begin(), own_.end(), key) != own_.end()) return;
+    own_.push_back(key);
+    std::erase_if(peers_, [&](const SocketAddress& peer) { return key_of(peer) == key; });
+}
+
+bool PeerStore::is_own(const SocketAddress& address) const {
+    const Key key = key_of(address);
+    const std::lock_guard guard(mutex_);
+    return std::find(own_.begin(), own_.end(), key) != own_.end();
+}
+
+std::size_t PeerStore::add(std::span<const SocketAddress> peers) {
+    const std::lock_guard guard(mutex_);
+    std::size_t added = 0;
+    for (const SocketAddress& peer : peers) {
+        if (peers_.size() >= most_peers) break;
+        if (!can_be_a_peer(peer)) continue;
+        Key key = key_of(peer);
+        if (std::find(own_.begin(), own_.end(), key) != own_.end()) continue;
+        const auto place = std::lower_bound(known_.begin(), known_.end(), key);
+        if (place != known_.end() && *place == key) continue;
+        known_.insert(place, std::move(key));
+        peers_.push_back(peer);
+        ++added;
+    }
+    return added;
+}
+
+std::vector<SocketAddress> PeerStore::peers() const {
+    const std::lock_guard guard(mutex_);
+    return peers_;
+}
+
+std::size_t PeerStore::size() const {
+    const std::lock_guard guard(mutex_);
+    return peers_.size();
+}
+
+std::string peer_text(const SocketAddress& peer) {
+    const std::string port = ":" + std::to_string(peer.port());
+    return peer.is_ipv6() ? "[" + peer.host() + "]" + port : peer.host() + port;
+}
+
+SocketAddress ipv4_peer(std::string_view bytes) {
+    const auto part = [&](std::size_t i) { return unsigned{static_cast<unsigned char>(bytes[i])}; };
+    const std::string text = print("%u.%u.%u.%u", part(0), part(1), part(2), part(3));
+    return SocketAddress::from_literal(text, get_number<std::uint16_t>(bytes, 4)).value_or(SocketAddress());
+}
+
+SocketAddress ipv6_peer(std::string_view bytes) {
+    std::string text;
+    for (std::size_t i = 0; i < 16; i += 2) {
+        text += print(i == 0 ? "%x" : ":%x", unsigned{get_number<std::uint16_t>(bytes, i)});
+    }
+    return SocketAddress::from_literal(text, get_number<std::uint16_t>(bytes, 16)).value_or(SocketAddress());
+}
+
+}  // namespace vantlow

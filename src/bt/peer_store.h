@@ -1,0 +1,46 @@
+// The peers that a torrent job has heard of.
+#pragma once
+
+#include <cstddef>
+#include <mutex>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "platform/socket.h"
+
+namespace vantlow {
+
+/// IPv4 and IPv6 addresses, each once, without this side's own and without what cannot be a peer. Keeps the
+/// first 4,000 that it is told. Any thread may call.
+class PeerStore {
+  public:
+    static constexpr std::size_t most_peers = 4000;
+
+    /// Addresses that stand for this side, from now on.
+    void add_own(const SocketAddress& address);
+    [[nodiscard]] bool is_own(const SocketAddress& address) const;
+    /// Returns how many were new.
+    std::size_t add(std::span<const SocketAddress> peers);
+    [[nodiscard]] std::vector<SocketAddress> peers() const;
+    [[nodiscard]] std::size_t size() const;
+
+  private:
+    using Key = std::string;  ///< the bytes of the address and its port
+    static Key key_of(const SocketAddress& address);
+
+    mutable std::mutex mutex_;
+    // Guarded by mutex_.
+    std::vector<Key> known_;  ///< sorted
+    std::vector<Key> own_;
+    std::vector<SocketAddress> peers_;  ///< in the order of coming
+};
+
+/// "ip:port", "[ip]:port" for IPv6.
+std::string peer_text(const SocketAddress& peer);
+
+/// An address and its port from their bytes in network order.
+SocketAddress ipv4_peer(std::string_view six_bytes);
+SocketAddress ipv6_peer(std::string_view eighteen_bytes);
+
+}  // namespace vantlow

@@ -1,0 +1,80 @@
+#include "bt/tracker_answer.h"
+
+#include <algorithm>
+#include <limits>
+
+#include "bt/peer_store.h"
+
+namespace vantlow {
+namespace {
+
+constexpr std::size_t ipv4_entry = 6;
+constexpr std::size_t ipv6_entry = 18;
+
+void read_compact(std::string_view bytes, bool ipv6, CBETrackerRespond& respond) {
+    const std::size_t size = ipv6 ? ipv6_entry : ipv4_entry;
+    for (; bytes.size() >= size; bytes.remove_prefix(size)) {
+        (ipv6 ? respond.ipv6 : respond.ipv4).push_back(ipv6 ? ipv6_peer(bytes) : ipv4_peer(bytes));
+    }
+}
+
+bool read_list(const CBEList& list, CBETrackerRespond& respond) {
+    for (const auto& item : list.items) {
+        const CBEDictionary* const peer = as_dictionary(item.get());
+        const CBEInteger* const port = peer != nullptr ? peer->find_integer("port") : nullptr;
+        const CBEString* const ip = peer != nullptr ? peer->find_string("ip") : nullptr;
+        if (port == nullptr || ip == nullptr) return false;
+        if (port->value < 1 || port->value > std::numeric_limits<std::uint16_t>::max()) continue;
+        const auto number = static_cast<std::uint16_t>(port->value);
+        const auto address = SocketAddress::from_literal(ip->data, number);
+        if (!address) {
+            respond.named.push_back({ip->data, number});
+        } else {
+            (address->is_ipv6() ? respond.ipv6 : respond.ipv4).push_back(*address);
+        }
+    }
+    return true;
+}
+
+void read_own_address(const CBEDictionary& answer, CBETrackerRespond& respond) {
+    const CBEString* const own = answer.find_string("external ip");
+    if (own == nullptr) return;
+    if (own->data.size() == 4) respond.own = ipv4_peer(own->data + std::string(2, '\0'));
+    if (own->data.size() == 16) respond.own = ipv6_peer(own->data + std::string(2, '\0'));
+}
+
+}  // namespace
+
+std::vector<SocketAddress> CBETrackerRespond::peers() const {
+    std::vector<SocketAddress> all = ipv4;
+    all.insert(all.end(), ipv6.begin(), ipv6.end());
+    return all;
+}
+
+std::optional<CBETrackerRespond> read_tracker_answer(const CBEDictionary& answer, bool ipv6_compact) {
+    CBETrackerRespond respond;
+    for (const char* key : {"failure reason", "warning message"}) {
+        const CBEObject* const value = answer.find(key);
+        if (value == nullptr) continue;
+        const CBEString* const text = as_string(value);
+        if (text == nullptr) return std::nullopt;
+        respond.text = text->data;
+        respond.is_failure = key[0] == 'f';
+        if (respond.is_failure) return respond;
+    }
+    const CBEInteger* const interval = answer.find_integer("interval");
+    const CBEObject* const peers = answer.find("peers");
+    if (interval == nullptr || peers == nullptr) return std::nullopt;
+    constexpr std::int64_t longest = std::numeric_limits<std::int32_t>::max();
+    respond.interval = std::clamp<std::int64_t>(interval->value, 0, longest);
+    if (const CBEString* const compact = as_string(peers)) {
+        read_compact(compact->data, ipv6_compact, respond);
+    } else if (const CBEList* const list = as_list(peers); list == nullptr || !read_list(*list, respond)) {
+        return std::nullopt;
+    }
+    if (const CBEString* const more = answer.find_string("peers6")) read_compact(more->data, true, respond);
+    read_own_address(answer, respond);
+    return respond;
+}
+
+}  // namespace vantlow

@@ -1,0 +1,38 @@
+// What a tracker answers (BEP 3, BEP 7, BEP 15, BEP 23).
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "bt/bencode_value.h"
+#include "platform/socket.h"
+
+namespace vantlow {
+
+/// A peer that a tracker named by a text that is no address.
+struct NamedPeer {
+    std::string host;
+    std::uint16_t port = 0;
+};
+
+/// A parsed answer.
+struct CBETrackerRespond {
+    std::string text;           ///< of a failure or a warning, as sent
+    bool is_failure = false;    ///< the tracker refused
+    std::int64_t interval = 0;  ///< seconds until the next announce; 0: none is wanted
+    std::vector<SocketAddress> ipv4;
+    std::vector<SocketAddress> ipv6;
+    std::vector<NamedPeer> named;
+    std::optional<SocketAddress> own;  ///< this side's address as the tracker sees it, port 0 (BEP 24)
+
+    [[nodiscard]] std::vector<SocketAddress> peers() const;
+};
+
+/// Reads the dictionary of an HTTP answer. None when it is to be refused. `ipv6_compact`: the string "peers"
+/// holds entries of 18 bytes, not of 6.
+std::optional<CBETrackerRespond> read_tracker_answer(const CBEDictionary& answer, bool ipv6_compact);
+
+}  // namespace vantlow

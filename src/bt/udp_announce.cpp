@@ -1,0 +1,151 @@
+// Announcing over UDP (BEP 15).
+#include "base/string_table.h"
+#include "base/text.h"
+#include "bt/announce_thread.h"
+#include "bt/udp_channel.h"
+#include "bt/wire.h"
+#include "platform/process.h"
+#include "store/address.h"
+
+namespace vantlow {
+namespace {
+
+constexpr std::size_t action_at = 0;
+constexpr std::size_t transaction_at = 4;
+constexpr std::size_t text_at = 8;
+constexpr std::size_t connection_at = 8;
+constexpr std::size_t interval_at = 8;
+// A request that is lost is sent again when no answer came for a quarter of the whole wait, and once more.
+constexpr int sends = 3;
+
+struct Server {
+    std::string host;
+    std::uint16_t port = 0;
+};
+
+// The host and the port of "udp://host:port/...".
+std::optional<Server> server_of(const std::string& url) {
+    constexpr std::size_t scheme = 6;
+    const auto target = parse_target(to_utf16("http://" + url.substr(scheme)));
+    if (!target || !target->explicit_port) return std::nullopt;
+    return Server{target->host, target->port};
+}
+
+std::uint32_t random_number() {
+    unsigned char bytes[16];
+    random_guid(bytes);
+    return std::uint32_t{bytes[0]} << 24U | std::uint32_t{bytes[1]} << 16U | std::uint32_t{bytes[2]} << 8U |
+           bytes[3];
+}
+
+void read_entries(std::string_view bytes, bool ipv6, CBETrackerRespond& respond) {
+    const std::size_t size = ipv6 ? 18 : 6;
+    for (; bytes.size() >= size; bytes.remove_prefix(size)) {
+        if (ipv6) {
+            respond.ipv6.push_back(ipv6_peer(bytes));
+        } else if (get_number<std::uint32_t>(bytes, 0) != 0) {
+            respond.ipv4.push_back(ipv4_peer(bytes));
+        }
+    }
+}
+
+}  // namespace
+
+void CBTAnnounceThread::make_transaction() {
+    while (transaction_ == 0) transaction_ = random_number();
+}
+
+Outcome<CBETrackerRespond> CBTAnnounceThread::ask_udp(const std::string& url, AnnounceEvent event) {
+    const auto server = server_of(url);
+    if (!server) {
+        log_.line(Direction::error, message_text(Message::invalid_url));
+        return Result(Code::invalid_url, "A UDP tracker's address needs a host and a port.");
+    }
+    const std::chrono::seconds timeout(services_.settings.number(setting::connect_timeout));
+    UdpChannel channel(services_.connections, log_, active_stop());
+    if (Result result = channel.open(server->host, server->port, job_.proxy, timeout); !result.ok())
+        return result;
+    if (const auto local = channel.local_address()) note_own_address(*local);
+    if (Result result = udp_connect(channel); !result.ok()) return result;
+    log_.line(Direction::note, message_text(Message::connected));
+    make_transaction();
+    auto answer = udp_exchange(
+        channel, udp_tracker::announce_request(connection_, transaction_, job_, event, numwant()),
+        udp_tracker::announce_answer_size, 2);
+    if (!answer.ok()) return answer.failure();
+    if (Result result = check_answer(*answer, udp_tracker::announce); !result.ok()) return result;
+    CBETrackerRespond respond;
+    respond.interval = std::min<std::uint32_t>(get_number<std::uint32_t>(*answer, interval_at), 0x7FFFFFFF);
+    read_entries(std::string_view(*answer).substr(udp_tracker::announce_answer_size), channel.is_ipv6(),
+                 respond);
+    return respond;
+}
+
+Result CBTAnnounceThread::udp_connect(UdpChannel& channel) {
+    make_transaction();
+    auto answer = udp_exchange(channel, udp_tracker::connect_request(transaction_),
+                               udp_tracker::connect_answer_size, 0);
+    if (!answer.ok()) return answer.failure();
+    if (Result result = check_answer(*answer, udp_tracker::connect); !result.ok()) return result;
+    connection_ = answer->substr(connection_at, 8);
+    transaction_ = 0;
+    return {};
+}
+
+// Sends a request and collects datagrams until `wanted` bytes are in, from at most `receives` of them (0: any
+// number within the time).
+Outcome<std::string> CBTAnnounceThread::udp_exchange(UdpChannel& channel, const std::string& request,
+                                                     std::size_t wanted, int receives) {
+    const auto most = static_cast<std::size_t>(services_.settings.number(setting::connection_buffer)) * 1024;
+    const auto until = from_now(services_.udp_timeout);
+    const auto step = std::chrono::duration_cast<std::chrono::milliseconds>(services_.udp_timeout) / 4;
+    std::string answer;
+    int received = 0;
+    for (int sent = 0;;) {
+        if (answer.empty() && sent < sends) {
+            if (Result result = channel.send(request); !result.ok()) return result;
+            ++sent;
+        }
+        const bool again = answer.empty() && sent < sends;
+        const auto wait = again ? std::min(from_now(step * sent), until) : until;
+        auto datagram = channel.receive(most, wait);
+        if (!datagram.ok()) {
+            if (datagram.failure().code == Code::stopped) return datagram.failure();
+            const bool silent = datagram.failure().system_error == 0;
+            if (silent && again && Clock::now() < until) continue;
+            if (silent) log_.line(Direction::error, datagram.failure().message());
+            return datagram.failure();
+        }
+        answer += *datagram;
+        // An error may be shorter than the answer that was awaited.
+        const bool is_error =
+            answer.size() >= text_at && get_number<std::uint32_t>(answer, action_at) == udp_tracker::error;
+        if (answer.size() >= wanted || is_error) return answer;
+        if (++received == receives) return Result(Code::server_error, "The tracker's answer is too short.");
+        if (answer.size() > most) return Result(Code::server_error, "The tracker's answer is too long.");
+    }
+}
+
+// The first eight bytes are there.
+Result CBTAnnounceThread::check_answer(std::string_view answer, std::uint32_t action) {
+    const auto got = get_number<std::uint32_t>(answer, action_at);
+    if (got == udp_tracker::error) {
+        std::string text(answer.substr(text_at, 500));
+        text.resize(text.find_last_not_of(std::string_view("\0 \r\n", 4)) + 1);
+        for (char& c : text) {
+            if (static_cast<unsigned char>(c) < 0x20) c = ' ';
+        }
+        if (text.empty()) text = "The tracker refused without a reason.";
+        log_.line(Direction::error, text);
+        return {Code::server_error, text};
+    }
+    if (got != action) return {Code::server_error, "The tracker's answer belongs to another request."};
+    if (get_number<std::uint32_t>(answer, transaction_at) != transaction_) {
+        constexpr std::string_view text = "Got a message with incorrect transaction id.";
+        log_.line(Direction::error, text);
+        return {Code::server_error, std::string(text)};
+    }
+    return {};
+}
+
+}  // namespace vantlow

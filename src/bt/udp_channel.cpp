@@ -1,0 +1,215 @@
+#include "bt/udp_channel.h"
+
+#include <algorithm>
+#include <array>
+
+#include "base/string_table.h"
+#include "base/text.h"
+#include "bt/peer_store.h"
+#include "bt/wire.h"
+#include "transfer/connection/tunnel.h"
+
+namespace vantlow {
+namespace {
+
+constexpr std::uint8_t udp_associate = 3;
+enum AddressType : unsigned char { type_ipv4 = 1, type_name = 3, type_ipv6 = 4 };
+
+// Remembers what came since the last request was sent: the handshake itself tells the port only.
+class RememberingWire : public ProxyWire {
+  public:
+    RememberingWire(CBaseSocket& socket, std::chrono::milliseconds timeout)
+        : socket_(socket), timeout_(timeout) {}
+    Result send(std::span<const std::byte> bytes) override {
+        reply_.clear();
+        return socket_.send_all(bytes);
+    }
+    Result receive(std::span<std::byte> into, Clock::time_point until) override {
+        Result result = socket_.receive_exactly(into, until);
+        if (result.ok()) reply_.append(reinterpret_cast<const char*>(into.data()), into.size());
+        return result;
+    }
+    [[nodiscard]] Clock::time_point time_out() const override { return from_now(timeout_); }
+    [[nodiscard]] const std::string& reply() const noexcept { return reply_; }
+
+  private:
+    CBaseSocket& socket_;
+    std::chrono::milliseconds timeout_;
+    std::string reply_;
+};
+
+// Bytes of address and port behind the type byte at `at`; 0 when there are not that many.
+std::size_t address_size(std::string_view bytes, std::size_t at) noexcept {
+    if (bytes.size() < at + 2) return 0;
+    std::size_t size = 0;
+    if (bytes[at] == type_ipv4) size = 4 + 2;
+    if (bytes[at] == type_ipv6) size = 16 + 2;
+    if (bytes[at] == type_name) size = 1 + std::size_t{static_cast<unsigned char>(bytes[at + 1])} + 2;
+    return bytes.size() - (at + 1) >= size ? size : 0;
+}
+
+std::string relay_header(const std::string& host, std::uint16_t port) {
+    std::string header(3, '\0');  // reserved, no fragment
+    if (const auto address = SocketAddress::from_literal(host, port)) {
+        header += static_cast<char>(address->is_ipv6() ? type_ipv6 : type_ipv4);
+        if (address->is_ipv6()) {
+            for (const std::uint8_t byte : address->ipv6()) header += static_cast<char>(byte);
+        } else {
+            for (const std::uint8_t byte : address->ipv4()) header += static_cast<char>(byte);
+        }
+    } else {
+        header += static_cast<char>(type_name);
+        header += static_cast<char>(host.size());
+        header += host;
+    }
+    put_number(header, port);
+    return header;
+}
+
+}  // namespace
+
+/// The connection to the proxy that keeps the relay open.
+class UdpChannel::Association : public CBaseSocket {
+  public:
+    using CBaseSocket::CBaseSocket;
+    /// What the proxy answered, from its first byte on.
+    std::string reply;
+
+  protected:
+    Result tunnel(const ProxyPlan& proxy, const TunnelTarget& /*target*/, std::uint16_t& port) override {
+        TunnelTarget any;  // this side's address and port: not known yet
+        any.command = udp_associate;
+        RememberingWire wire(*this, timeout);
+        Result result = open_socks5(wire, log(), proxy, any, port);
+        reply = wire.reply();
+        if (!result.ok()) close();
+        return result;
+    }
+
+  public:
+    std::chrono::milliseconds timeout{60000};
+};
+
+UdpChannel::UdpChannel(ConnectionServices& services, LogSink& log, const StopSource& stop)
+    : services_(services), log_(log), stop_(stop) {}
+UdpChannel::~UdpChannel() = default;
+
+Result UdpChannel::open(const std::string& host, std::uint16_t port, const ProxyPlan& proxy,
+                        std::chrono::milliseconds timeout) {
+    association_.reset();
+    header_.clear();
+    if (!proxy.is_used()) return open_direct(host, port);
+    if (proxy.kind == ProxyPlan::socks5) return open_association(host, port, proxy, timeout);
+    Result result(Code::unsupported, "A UDP tracker cannot be asked through this kind of proxy.");
+    log_.line(Direction::error, result.message());
+    return result;
+}
+
+Result UdpChannel::open_direct(const std::string& host, std::uint16_t port) {
+    log_.line(Direction::note, message(Message::connecting_to, {host, std::int64_t{port}}));
+    auto addresses = services_.resolver.resolve(host, port, stop_);
+    if (!addresses.ok()) {
+        if (addresses.failure().kind() != Kind::stopped)
+            log_.line(Direction::error, message_text(Message::not_resolved));
+        return addresses.failure();
+    }
+    // IPv4 first: a broken IPv6 route swallows datagrams and says nothing.
+    std::stable_partition(addresses->begin(), addresses->end(),
+                          [](const SocketAddress& address) { return !address.is_ipv6(); });
+    Result failure(Code::not_resolved);
+    for (const SocketAddress& address : *addresses) {
+        auto socket = UdpSocket::connect(address);
+        if (socket.ok()) {
+            socket_ = *std::move(socket);
+            is_ipv6_ = address.is_ipv6();
+            return {};
+        }
+        failure = socket.failure();
+    }
+    return fail(failure.system_error);
+}
+
+Result UdpChannel::open_association(const std::string& host, std::uint16_t port, const ProxyPlan& proxy,
+                                    std::chrono::milliseconds timeout) {
+    if (host.size() > 255) return {Code::invalid_url, "The tracker's host name is too long."};
+    association_ = std::make_unique<Association>(services_, log_, stop_);
+    association_->timeout = timeout;
+    ConnectPlan plan;
+    plan.scheme = "udp";
+    plan.host = host;
+    plan.port = port;
+    plan.proxy = proxy;
+    plan.proxy.resolve_here = false;  // nothing is to be resolved for the association itself
+    plan.timeout = timeout;
+    plan.may_reuse = false;
+    if (Result result = association_->open(plan); !result.ok()) return result;
+    std::string named = host;
+    if (proxy.resolve_here) {
+        const auto addresses = services_.resolver.resolve(host, port, stop_);
+        if (!addresses.ok()) return addresses.failure();
+        named = addresses->front().host();
+    }
+    header_ = relay_header(named, port);
+    const std::string_view reply = association_->reply;
+    constexpr std::size_t type_at = 3;
+    const std::size_t size = address_size(reply, type_at);
+    if (size == 0) return {Code::proxy_refused, "The proxy named no relay."};
+    SocketAddress relay;
+    if (reply[type_at] == type_ipv4) relay = ipv4_peer(reply.substr(type_at + 1));
+    if (reply[type_at] == type_ipv6) relay = ipv6_peer(reply.substr(type_at + 1));
+    const bool same_machine = relay.size() == 0 || relay.host() == "0.0.0.0" || relay.host() == "::";
+    if (same_machine) {
+        const auto addresses = services_.resolver.resolve(proxy.host, proxy.port, stop_);
+        if (!addresses.ok()) return addresses.failure();
+        relay = addresses->front();
+        relay.set_port(get_number<std::uint16_t>(reply, type_at + 1 + size - 2));
+    }
+    auto socket = UdpSocket::connect(relay);
+    if (!socket.ok()) return fail(socket.failure().system_error);
+    socket_ = *std::move(socket);
+    is_ipv6_ = header_[type_at] == type_ipv6;
+    return {};
+}
+
+Result UdpChannel::fail(int system_error) {
+    const std::string text = message(Message::socket_error, {std::int64_t{system_error}});
+    log_.line(Direction::error, text);
+    return {Code::transient, text + " " + socket_error_text(system_error), system_error};
+}
+
+Result UdpChannel::send(std::string_view datagram) {
+    const std::string whole = header_ + std::string(datagram);
+    const IoStep step = socket_.send(std::as_bytes(std::span(whole)));
+    // A full queue loses a datagram as the network may: the answer's time-out finds it.
+    if (step.state == IoStep::State::failed) return fail(step.system_error);
+    return {};
+}
+
+Outcome<std::string> UdpChannel::receive(std::size_t most, Clock::time_point until) {
+    std::string buffer;
+    for (;;) {
+        const Ready ready = socket_.wait(time_left(until), stop_);
+        if (ready == Ready::stopped) return Result(Code::stopped);
+        if (ready == Ready::timeout)
+            return Result(Code::transient, std::string(message_text(Message::timeout)));
+        if (ready == Ready::failed) {
+            log_.line(Direction::error, message_text(Message::socket_function_error));
+            return Result(Code::transient, std::string(message_text(Message::socket_function_error)));
+        }
+        buffer.resize(most + header_.size() + 32);
+        const IoStep step = socket_.receive(std::as_writable_bytes(std::span(buffer)));
+        if (step.state == IoStep::State::would_block) continue;
+        if (step.state != IoStep::State::moved) return fail(step.system_error);
+        buffer.resize(step.bytes);
+        if (header_.empty()) return buffer;
+        const std::size_t size = address_size(buffer, 3);
+        if (size != 0 && buffer[2] == 0) return buffer.substr(4 + size);
+        // Fragments and what has no header are dropped.
+    }
+}
+
+std::optional<SocketAddress> UdpChannel::local_address() const {
+    return association_ ? std::nullopt : socket_.local_address();
+}
+
+}  // namespace vantlow
