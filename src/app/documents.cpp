@@ -4,19 +4,17 @@
 #include <limits>
 
 #include "app/metafile_plans.h"
+#include "app/torrent_plans.h"
 #include "base/text.h"
+#include "bt/magnet.h"
 #include "ed2k/link.h"
 #include "store/address.h"
 
 namespace vantlow {
 namespace {
 
-JobPlans read_torrent(std::span<const std::byte> /*bytes*/, const DocumentOptions& /*options*/) {
-    return {{}, "torrents cannot be fetched yet."};
-}
-
 constexpr DocumentKind documents[] = {
-    {u".torrent", "application/x-bittorrent", read_torrent},
+    {u".torrent", "application/x-bittorrent", read_torrent_plan},
     {u".metalink", "application/metalink+xml", read_metalink},
     {u".meta4", "application/metalink4+xml", read_metalink},
     {u".asx", "video/x-ms-asf", read_asx},
@@ -60,6 +58,7 @@ const DocumentKind* document_by_type(std::string_view media_type) noexcept {
 }
 
 JobPlans plan_link(const std::u16string& address) {
+    if (is_magnet(to_utf8(address))) return plan_magnet(address);
     JobPlan plan;
     plan.address = address;
     CED2KLink file;

@@ -1,11 +1,14 @@
 #include "app/get_command.h"
 
+#include <deque>
+#include <map>
 #include <optional>
 
 #include "app/get_output.h"
 #include "app/job_factory.h"
 #include "app/netrc.h"
 #include "app/rate_text.h"
+#include "app/torrent_desk.h"
 #include "base/codes.h"
 #include "base/text.h"
 #include "platform/console.h"
@@ -155,6 +158,54 @@ class StatusOfAll {
     Exit status_ = Exit::done;
 };
 
+/// The torrents of one `get`: their trackers are asked, their peers told; then they end, as nobody can fetch
+/// from peers yet.
+class TorrentsOfGet {
+  public:
+    TorrentsOfGet(const AnnounceServices& services, StopSource& stop, const ProxyPlan& proxy,
+                  GetOutput& output, StatusOfAll& all)
+        : desk_(services, stop), proxy_(proxy), output_(output), all_(all) {}
+
+    void add(CJobQueue::Id id, std::unique_ptr<CJobNode> job, CJobLog::Listener listener) {
+        waiting_.push_back({id, std::move(job), std::move(listener)});
+    }
+    [[nodiscard]] bool has_work() const noexcept { return !waiting_.empty() || !asked_.empty(); }
+    void look() {
+        while (!waiting_.empty() && !desk_.is_full()) {
+            Torrent next = std::move(waiting_.front());
+            waiting_.pop_front();
+            desk_.begin(*next.job, proxy_, std::move(next.listener));
+            asked_.emplace(next.job->identity, std::move(next));
+        }
+        std::vector<CJobQueue::Ended> ended;
+        desk_.look([&](const Guid& identity, const std::string& summary) {
+            Torrent torrent = std::move(asked_.at(identity));
+            asked_.erase(identity);
+            JobOutcome outcome;
+            outcome.result = {Code::unsupported, summary};
+            ended.push_back({torrent.id, std::move(torrent.job), std::move(outcome)});
+        });
+        for (const CJobQueue::Ended& one : ended) {
+            all_.add(one.outcome.result);
+            output_.ended(one);
+            desk_.end(one.job->identity);
+        }
+    }
+
+  private:
+    struct Torrent {
+        CJobQueue::Id id = 0;
+        std::unique_ptr<CJobNode> job;
+        CJobLog::Listener listener;
+    };
+    TorrentDesk desk_;
+    const ProxyPlan& proxy_;
+    GetOutput& output_;
+    StatusOfAll& all_;
+    std::deque<Torrent> waiting_;
+    std::map<Guid, Torrent> asked_;
+};
+
 void on_interrupt(void* context, int count) {
     if (count > 1) end_process(static_cast<int>(Exit::interrupted));
     static_cast<StopSource*>(context)->request();
@@ -184,24 +235,31 @@ Exit run_get(CFerrywellApp& app, const GlobalOptions& global, const GetOptions& 
     {
         CJobQueue queue({connections, app.libraries(), app.settings(), stop, threads});
         JobFactory factory(options, netrc_lookup());
+        TorrentsOfGet torrents({connections, app.libraries(), app.settings()}, stop, run.proxy, output, all);
         const auto file_jobs = [&](MadeJobs made) {
             if (!made.complaint.empty()) {
                 output.complain(made.complaint);
                 all.add(Code::invalid_url);
             }
             for (JobRequest& request : made.jobs) {
-                const CJobQueue::Id id = queue.next_id();
+                const bool is_torrent = request.kind == JobKind::torrent;
+                const CJobQueue::Id id = is_torrent ? queue.take_id() : queue.next_id();
                 CJobLog::Listener listener;
                 if (global.verbose)
                     listener = [&output, id](const CLogNode& line) { output.log_line(id, line); };
+                if (is_torrent) {
+                    torrents.add(id, std::move(request.job), std::move(listener));
+                    continue;
+                }
                 queue.add(std::move(request.job), run, std::move(listener));
             }
         };
         for (const std::string& link : links) file_jobs(factory.make(link));
         links.clear();
         auto next_refresh = from_now(std::chrono::seconds(1));
-        while ((queue.waiting() > 0 && !stop.requested()) || queue.running() > 0) {
+        while (((queue.waiting() > 0 || torrents.has_work()) && !stop.requested()) || queue.running() > 0) {
             queue.start_waiting();
+            torrents.look();
             for (const CJobQueue::Ended& ended : queue.wait(output.interval())) {
                 all.add(ended.outcome.result);
                 output.ended(ended);

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "app/get_command.h"
+#include "app/job_plan.h"
 #include "app/store_command.h"
 #include "base/text.h"
 #include "platform/file_stamp.h"
@@ -64,9 +65,11 @@ JobRunner::JobRunner(CFerrywellApp& app, JobStore& store, ConnectionServices& co
       store_(store),
       events_(std::move(events)),
       stop_(app.stop()),
-      queue_({connections, app.libraries(), app.settings(), stop_, threads}, [this] {
-          if (events_.wake) events_.wake();
-      }) {}
+      queue_({connections, app.libraries(), app.settings(), stop_, threads},
+             [this] {
+                 if (events_.wake) events_.wake();
+             }),
+      desk_({connections, app.libraries(), app.settings()}, stop_) {}
 
 JobRunner::~JobRunner() {
     stop_.request();
@@ -75,6 +78,7 @@ JobRunner::~JobRunner() {
 
 void JobRunner::start(CJobNode& job) {
     named_.insert(job.identity);
+    new_torrents_ = true;
     if (job.state == JobState::running || job.state == JobState::waiting) return;
     if (job.state == JobState::finished) {
         job.segments.clear();
@@ -86,6 +90,7 @@ void JobRunner::start(CJobNode& job) {
 }
 
 void JobRunner::stop(CJobNode& job) {
+    end_torrent(job.identity);
     const auto at = running_.find(job.identity);
     if (at != running_.end()) {
         at->second.stop_asked = true;
@@ -105,13 +110,14 @@ void JobRunner::wait_for_end(const CJobNode& job) {
 
 CJobNode* JobRunner::next_waiting() {
     for (const auto& [order, job] : store_.waiting()) {
-        if (!only_named_ || named_.contains(job->identity)) return job;
+        if (may_run(*job) && job_kind(job->address) != JobKind::torrent) return job;
     }
     return nullptr;
 }
 
 bool JobRunner::has_work() {
-    return !running_.empty() || (!stop_.requested() && next_waiting() != nullptr);
+    if (!running_.empty()) return true;
+    return !stop_.requested() && (desk_.is_asking() || next_waiting() != nullptr);
 }
 
 // Brings the record up to what is on the disk. False when there is nothing left to run.
@@ -180,6 +186,52 @@ void JobRunner::pump(std::chrono::milliseconds at_most) {
     for (CJobQueue::Ended& ended : queue_.wait(at_most)) take_end(std::move(ended));
     while (start_next()) {
     }
+    if (new_torrents_) look_for_torrents();
+    look_at_torrents();
+}
+
+// The torrents among the jobs that wait, as far as the desk has room.
+void JobRunner::look_for_torrents() {
+    new_torrents_ = false;
+    std::vector<CJobNode*> found;
+    for (const auto& [order, job] : store_.waiting()) {
+        if (stop_.requested() || found.size() >= TorrentDesk::most_at_once) break;
+        if (job_kind(job->address) == JobKind::torrent && may_run(*job) && !desk_.has(job->identity))
+            found.push_back(job);
+    }
+    for (CJobNode* job : found) {
+        if (!desk_.is_full()) begin_torrent(*job);
+    }
+}
+
+void JobRunner::begin_torrent(CJobNode& job) {
+    Torrent& torrent = torrents_[job.identity];
+    torrent.id = queue_.take_id();
+    torrent.log = std::make_unique<JobLogFile>(app_.data_folder(), job.identity);
+    desk_.begin(job, options_of(job, app_).proxy,
+                [this, log = torrent.log.get(), id = torrent.id](const CLogNode& line) {
+                    log->add(line);
+                    if (events_.log_line) events_.log_line(id, line);
+                });
+}
+
+void JobRunner::end_torrent(const Guid& identity) {
+    desk_.end(identity);
+    const auto at = torrents_.find(identity);
+    if (at == torrents_.end()) return;
+    at->second.log->write();
+    torrents_.erase(at);
+}
+
+// Each is told once as one that could not be fetched, and goes on waiting.
+void JobRunner::look_at_torrents() {
+    desk_.look([this](const Guid& identity, const std::string& summary) {
+        const CJobNode* record = store_.find(identity);
+        if (record == nullptr || !events_.ended) return;
+        CJobQueue::Ended told{torrents_.at(identity).id, record->twin(), {}};
+        told.outcome.result = {Code::unsupported, summary};
+        events_.ended(told);
+    });
 }
 
 // The records of running jobs as they may be saved.
@@ -197,6 +249,7 @@ void JobRunner::refresh_records() {
 
 void JobRunner::tick() {
     app_.settings().refresh();
+    look_for_torrents();
     write_logs();
     // The name of a file is what makes it found again after a crash.
     for (auto& [identity, running] : running_) {
@@ -224,10 +277,12 @@ bool JobRunner::save_soon(std::string& error) {
 
 bool JobRunner::close(std::string& error) {
     stop_.request();
+    desk_.end_all();
     while (!running_.empty()) {
         for (CJobQueue::Ended& ended : queue_.wait(std::chrono::milliseconds(100)))
             take_end(std::move(ended));
     }
+    write_logs();
     return !store_.is_dirty() || store_.save(app_.settings(), error);
 }
 
@@ -239,6 +294,7 @@ std::optional<JobProgress> JobRunner::progress(const CJobNode& job) {
 
 void JobRunner::write_logs() {
     for (auto& [identity, running] : running_) running.log->write();
+    for (auto& [identity, torrent] : torrents_) torrent.log->write();
 }
 
 }  // namespace vantlow

@@ -9,6 +9,7 @@
 #include <unordered_set>
 
 #include "app/application.h"
+#include "app/torrent_desk.h"
 #include "store/job_log_file.h"
 #include "store/job_store.h"
 #include "transfer/job/queue.h"
@@ -75,6 +76,13 @@ class JobRunner {
     void take_end(CJobQueue::Ended ended);
     void refresh_records();
     CJobNode* next_waiting();
+    [[nodiscard]] bool may_run(const CJobNode& job) const {
+        return !only_named_ || named_.contains(job.identity);
+    }
+    void look_for_torrents();
+    void look_at_torrents();
+    void begin_torrent(CJobNode& job);
+    void end_torrent(const Guid& identity);
 
     CFerrywellApp& app_;
     JobStore& store_;
@@ -86,6 +94,15 @@ class JobRunner {
     bool only_named_ = false;
     int pause_ = 0;     ///< ticks until a save that failed is tried again
     std::string told_;  ///< the failure that was told last
+
+    // Torrents stay among the jobs that wait; who can fetch from peers takes them from there one day.
+    struct Torrent {
+        CJobQueue::Id id = 0;
+        std::unique_ptr<JobLogFile> log;
+    };
+    std::unordered_map<Guid, Torrent, GuidHash> torrents_;
+    bool new_torrents_ = true;  ///< some may wait that nobody looks after
+    TorrentDesk desk_;          // after the logs that it writes
 };
 
 }  // namespace vantlow

@@ -9,6 +9,8 @@
 #include "app/metafile_plans.h"
 #include "base/codes.h"
 #include "base/text.h"
+#include "bt/magnet.h"
+#include "bt/torrent_settings.h"
 #include "ed2k/link.h"
 #include "meta/playlist.h"
 #include "platform/console.h"
@@ -54,7 +56,8 @@ ordered_json kind_name(std::u16string_view address) {
     return end == std::string::npos ? "ftp" : ascii_lower(text.substr(0, end));
 }
 
-Exit run_link(const GlobalOptions& global, const std::string& link) {
+Exit run_link(const GlobalOptions& global, const std::string& link,
+              const std::vector<std::string>& magnet_trackers) {
     const std::u16string address = to_utf16(link);
     const SplitAddress split = split_address(address);
     ordered_json json{{"recognised", split.port != 0},       {"kind", kind_name(address)},
@@ -66,6 +69,10 @@ Exit run_link(const GlobalOptions& global, const std::string& link) {
         json["ed2k"] = {{"name", to_utf8(file.file_name())},
                         {"size", file.file_size()},
                         {"hash", to_utf8(file.hash_text())}};
+    }
+    if (const auto magnet = is_magnet(link) ? parse_magnet(link, magnet_trackers) : std::nullopt) {
+        json["magnet"] = {
+            {"hash", to_hex(magnet->info_hash)}, {"name", magnet->name}, {"trackers", magnet->trackers}};
     }
     if (global.json) {
         print_line(json_line(json));
@@ -209,7 +216,9 @@ void add_link_commands(CommandSet& commands) {
     const auto address = std::make_shared<std::string>();
     commands
         .add("link", "What an address is made of",
-             [address](CFerrywellApp&, const GlobalOptions& global) { return run_link(global, *address); })
+             [address](CFerrywellApp& app, const GlobalOptions& global) {
+                 return run_link(global, *address, default_magnet_trackers(app.settings()));
+             })
         .add_option("ADDRESS", *address, "The address")
         ->required();
 

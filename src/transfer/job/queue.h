@@ -32,6 +32,8 @@ class CJobQueue {
     Id add(std::unique_ptr<CJobNode> job, RunOptions options, CJobLog::Listener log_listener = {});
     /// The id that the next job gets.
     [[nodiscard]] Id next_id() const noexcept { return next_id_; }
+    /// An id for a job that somebody else runs.
+    Id take_id() noexcept { return next_id_++; }
 
     /// Starts waiting jobs up to "MaxJobs" of the settings; returns the ids of those that it started.
     std::vector<Id> start_waiting();

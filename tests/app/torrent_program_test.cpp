@@ -1,0 +1,129 @@
+// Torrents as the user meets them: the program, a tracker, a folder.
+#include <gtest/gtest.h>
+
+#include <nlohmann/json.hpp>
+
+#include "base/text.h"
+#include "support/process_run.h"
+#include "support/scripted_server.h"
+#include "support/temp_folder.h"
+
+namespace vantlow {
+namespace {
+
+using nlohmann::json;
+using test::Exchange;
+using test::run_vantlow;
+using test::ScriptedServer;
+
+/// A tracker that knows one peer, and a torrent that names it.
+struct TorrentWorld {
+    TorrentWorld()
+        : tracker([](Exchange& exchange) {
+              exchange.answer(200, "OK",
+                              "d8:intervali900e5:peers6:\x01\x02\x03\x04\x1A\xE1"
+                              "e");
+          }) {
+        const test::RunResult made =
+            run_vantlow({u"torrent", u"make", folder.write(u"data ä.bin", std::string(50000, 'x')),
+                         u"--tracker", tracker.url16("/0123456789abcdefghij/announce"), u"-q"});
+        EXPECT_EQ(made.status, 0) << made.err;
+    }
+    test::RunResult run(std::vector<std::u16string> words) {
+        words.insert(words.begin(),
+                     {u"--settings", folder.path(u"settings.ini"), u"--data-dir", folder.path(u"data")});
+        return run_vantlow(words, {.folder = folder.path()});
+    }
+    [[nodiscard]] std::vector<std::string> events() const {
+        std::vector<std::string> list;
+        for (const auto& request : tracker.requests()) {
+            const std::string& target = request.head.target;
+            const auto at = target.find("&event=");
+            list.push_back(at == std::string::npos ? "" : target.substr(at + 7, 7));
+        }
+        return list;
+    }
+
+    test::TempFolder folder;
+    ScriptedServer tracker;
+    std::u16string torrent = folder.path(u"data ä.bin.torrent");
+};
+
+TEST(TorrentProgram, GetAsksTheTrackersAndSaysThatItCannotFetch) {
+    TorrentWorld world;
+    const test::RunResult result = world.run({u"get", world.torrent, u"--json"});
+    EXPECT_EQ(result.status, 1);
+    const json end = json::parse(result.out.substr(result.out.find("{\"event\":\"end\"")));
+    EXPECT_EQ(end["result"], -10);
+    EXPECT_NE(end["error"].get<std::string>().find("1 peers are known"), std::string::npos) << end;
+    EXPECT_EQ(world.events(), (std::vector<std::string>{"started", "stopped"}));
+
+    const test::RunResult shown = world.run({u"get", world.torrent});
+    EXPECT_NE(shown.err.find("cannot be fetched"), std::string::npos) << shown.err;
+    EXPECT_EQ(shown.err.find("0123456789abcdefghij"), std::string::npos)
+        << "a key on the terminal: " << shown.err;
+
+    const test::RunResult magnet = world.run({u"get", u"magnet:?xt=urn:btih:123"});
+    EXPECT_EQ(magnet.status, 1);
+    EXPECT_NE(magnet.err.find("no info hash"), std::string::npos) << magnet.err;
+}
+
+TEST(TorrentProgram, AFiledTorrentStaysWaitingAndItsLogNamesThePeers) {
+    TorrentWorld world;
+    const test::RunResult added = world.run({u"add", world.torrent});
+    ASSERT_EQ(added.status, 0) << added.err;
+    const std::u16string id = to_utf16(trim(added.out.substr(0, added.out.find('\n'))));
+    const test::RunResult started = world.run({u"start", id});
+    EXPECT_EQ(started.status, 1);
+    EXPECT_NE(started.err.find("cannot be fetched"), std::string::npos) << started.err;
+    EXPECT_EQ(world.events(), (std::vector<std::string>{"started", "stopped"}));
+    const json list = json::parse(world.run({u"list", u"--json"}).out);
+    ASSERT_EQ(list.size(), 1U);
+    EXPECT_EQ(list[0]["state"], "waiting");
+    EXPECT_EQ(list[0]["size"], 50000);
+    const test::RunResult log = world.run({u"log", id});
+    EXPECT_NE(log.out.find("Peer: 1.2.3.4:6881"), std::string::npos) << log.out;
+    EXPECT_EQ(log.out.find("0123456789abcdefghij"), std::string::npos) << "a key in the log: " << log.out;
+}
+
+TEST(TorrentProgram, AnnounceTellsEachTrackersAnswer) {
+    TorrentWorld world;
+    const test::RunResult result =
+        world.run({u"torrent", u"announce", world.torrent, u"--event", u"completed", u"--json"});
+    EXPECT_EQ(result.status, 0) << result.err;
+    const json answer = json::parse(result.out);
+    ASSERT_EQ(answer.size(), 1U);
+    EXPECT_EQ(answer[0]["ok"], true);
+    EXPECT_EQ(answer[0]["interval"], 900);
+    EXPECT_EQ(answer[0]["peers"], json::array({"1.2.3.4:6881"}));
+    EXPECT_EQ(answer[0]["failure"], nullptr);
+    const std::string target = world.tracker.requests().at(0).head.target;
+    EXPECT_NE(target.find("&downloaded=50000&left=0&"), std::string::npos) << target;
+    world.tracker.set_handler(
+        [](Exchange& exchange) { exchange.answer(200, "OK", "d14:failure reason4:nopee"); });
+    const test::RunResult refused = world.run({u"torrent", u"announce", world.torrent, u"--json"});
+    EXPECT_EQ(refused.status, 1);
+    EXPECT_EQ(json::parse(refused.out)[0]["failure"], "nope");
+    EXPECT_EQ(world.run({u"torrent", u"announce", world.torrent, u"--event", u"x"}).status, 2);
+}
+
+TEST(TorrentProgram, ShowAndLinkTellWhatAMagnetLinkSays) {
+    TorrentWorld world;
+    const std::u16string link =
+        u"magnet:?xt=urn:btih:AERUKZ4JVPG67K6N54ASGRLHRGV433YB&dn=a%20b&tr=http%3A%2F%2Fx&tr.0=http://y";
+    const json shown = json::parse(world.run({u"torrent", u"show", link, u"--json"}).out);
+    EXPECT_EQ(shown["infoHash"], "0123456789abcdefabcdef0123456789abcdef01");
+    EXPECT_EQ(shown["trackers"], json::array({"http%3A%2F%2Fx", "http://y"}));
+    const json told = json::parse(world.run({u"link", link, u"--json"}).out);
+    EXPECT_EQ(told["magnet"]["hash"], shown["infoHash"]);
+    EXPECT_EQ(told["magnet"]["name"], "a%20b");
+    const test::RunResult torrent = world.run({u"torrent", u"show", world.torrent, u"--json"});
+    const json file = json::parse(torrent.out);
+    EXPECT_EQ(file["utf8"], true);
+    EXPECT_EQ(file["pieces"], 4);
+    EXPECT_EQ(file["files"], json::parse(R"([{"path": "data ä.bin", "size": 50000}])"));
+    EXPECT_EQ(world.run({u"torrent", u"show", world.folder.path(u"data ä.bin")}).status, 1);
+}
+
+}  // namespace
+}  // namespace vantlow
