@@ -9,6 +9,7 @@
 #include "app/netrc.h"
 #include "app/rate_text.h"
 #include "app/torrent_desk.h"
+#include "app/torrent_plans.h"
 #include "base/codes.h"
 #include "base/text.h"
 #include "platform/console.h"
@@ -162,9 +163,9 @@ class StatusOfAll {
 /// from peers yet.
 class TorrentsOfGet {
   public:
-    TorrentsOfGet(const AnnounceServices& services, StopSource& stop, const ProxyPlan& proxy,
+    TorrentsOfGet(const AnnounceServices& services, StopSource& stop, const ProxyPlan& proxy, bool json,
                   GetOutput& output, StatusOfAll& all)
-        : desk_(services, stop), proxy_(proxy), output_(output), all_(all) {}
+        : desk_(services, stop), proxy_(proxy), json_(json), output_(output), all_(all) {}
 
     void add(CJobQueue::Id id, std::unique_ptr<CJobNode> job, CJobLog::Listener listener) {
         waiting_.push_back({id, std::move(job), std::move(listener)});
@@ -183,6 +184,7 @@ class TorrentsOfGet {
             asked_.erase(identity);
             JobOutcome outcome;
             outcome.result = {Code::unsupported, summary};
+            if (!json_) torrent.job->address = shown_torrent(torrent.job->address);
             ended.push_back({torrent.id, std::move(torrent.job), std::move(outcome)});
         });
         for (const CJobQueue::Ended& one : ended) {
@@ -200,6 +202,7 @@ class TorrentsOfGet {
     };
     TorrentDesk desk_;
     const ProxyPlan& proxy_;
+    const bool json_;
     GetOutput& output_;
     StatusOfAll& all_;
     std::deque<Torrent> waiting_;
@@ -235,7 +238,8 @@ Exit run_get(CFerrywellApp& app, const GlobalOptions& global, const GetOptions& 
     {
         CJobQueue queue({connections, app.libraries(), app.settings(), stop, threads});
         JobFactory factory(options, netrc_lookup());
-        TorrentsOfGet torrents({connections, app.libraries(), app.settings()}, stop, run.proxy, output, all);
+        TorrentsOfGet torrents({connections, app.libraries(), app.settings()}, stop, run.proxy, global.json,
+                               output, all);
         const auto file_jobs = [&](MadeJobs made) {
             if (!made.complaint.empty()) {
                 output.complain(made.complaint);

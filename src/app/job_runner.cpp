@@ -5,6 +5,7 @@
 #include "app/get_command.h"
 #include "app/job_plan.h"
 #include "app/store_command.h"
+#include "app/torrent_plans.h"
 #include "base/text.h"
 #include "platform/file_stamp.h"
 #include "transfer/job/file_names.h"
@@ -229,6 +230,7 @@ void JobRunner::look_at_torrents() {
         const CJobNode* record = store_.find(identity);
         if (record == nullptr || !events_.ended) return;
         CJobQueue::Ended told{torrents_.at(identity).id, record->twin(), {}};
+        told.job->address = shown_torrent(told.job->address);
         told.outcome.result = {Code::unsupported, summary};
         events_.ended(told);
     });

@@ -52,4 +52,10 @@ JobPlans plan_magnet(const std::u16string& address) {
     return plans;
 }
 
+std::u16string shown_torrent(std::u16string_view address) {
+    const auto magnet = parse_magnet(to_utf8(address), {});
+    if (!magnet) return std::u16string(address);
+    return to_utf16(make_magnet(magnet->info_hash, percent_decode(magnet->name), {}));
+}
+
 }  // namespace vantlow

@@ -12,4 +12,7 @@ JobPlans read_torrent_plan(std::span<const std::byte> bytes, const DocumentOptio
 /// The job of a magnet link.
 JobPlans plan_magnet(const std::u16string& address);
 
+/// A torrent job's address for people: without its trackers, whose addresses may hold keys.
+std::u16string shown_torrent(std::u16string_view address);
+
 }  // namespace vantlow

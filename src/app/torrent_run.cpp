@@ -46,9 +46,11 @@ std::unique_ptr<TorrentRun> TorrentRun::begin(const CJobNode& job, const Announc
 }
 
 void TorrentRun::look() {
-    const std::vector<SocketAddress> known = identity_.peers.peers();
-    for (; logged_ < std::min(known.size(), most_logged); ++logged_) {
-        log_.line(Direction::note, "Peer: " + peer_text(known[logged_]));
+    if (logged_ < std::min(peers(), most_logged)) {
+        const std::vector<SocketAddress> known = identity_.peers.peers();
+        for (; logged_ < std::min(known.size(), most_logged); ++logged_) {
+            log_.line(Direction::note, "Peer: " + peer_text(known[logged_]));
+        }
     }
     if (!told_ && has_asked_all()) {
         told_ = true;

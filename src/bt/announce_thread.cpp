@@ -107,6 +107,7 @@ bool CBTAnnounceThread::accept(CBETrackerRespond respond) {
     interval_ = respond.interval;
     AnnounceReport report;
     report.ok = !respond.is_failure;
+    report.is_last = respond.interval == 0;
     report.interval = respond.interval;
     report.peers = respond.peers();
     (respond.is_failure ? report.failure : report.warning) = text;
@@ -176,7 +177,7 @@ void CBTAnnounceService::stop() {
 void CBTAnnounceService::revive() {
     const auto now = Clock::now();
     for (std::size_t i = 0; i < threads_.size(); ++i) {
-        if (!threads_[i]->has_ended() || parent_.requested()) continue;
+        if (!threads_[i]->has_ended() || parent_.requested() || threads_[i]->report().is_last) continue;
         Pause& pause = pauses_[i];
         if (pause.until == Clock::time_point{}) {
             pause.until = now + pause.length;

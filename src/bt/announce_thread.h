@@ -27,7 +27,8 @@ struct AnnounceServices {
 /// What an announce came to.
 struct AnnounceReport {
     bool ok = false;            ///< a valid answer without a failure
-    std::int64_t interval = 0;  ///< seconds; 0: the tracker wants no further announce
+    bool is_last = false;       ///< the tracker wants no further announce
+    std::int64_t interval = 0;  ///< seconds until the next announce
     std::vector<SocketAddress> peers;
     std::string failure;  ///< UTF-8: the tracker's reason, or what went wrong
     std::string warning;  ///< the tracker's
@@ -68,6 +69,11 @@ class CBTAnnounceThread {
     // Over HTTP (http_announce.cpp).
     Outcome<CBETrackerRespond> ask_http(const std::string& url, AnnounceEvent event);
     Result fetch(const std::string& url, bool second_attempt, std::string& body);
+    ConnectPlan plan_for(const struct Target& target, bool second_attempt);
+    Result ask(class HttpConversation& conversation, const ConnectPlan& plan, const Target& target,
+               struct HttpHead& head);
+    Result take_answer(HttpConversation& conversation, const HttpHead& head,
+                       std::chrono::milliseconds timeout, std::string& body);
     [[nodiscard]] TlsPlan trust_for(const std::string& host) const;
     void prefer_ipv6(ConnectPlan& plan);
     void resolve_named(CBETrackerRespond& respond);
@@ -123,8 +129,8 @@ class CBTAnnounceService {
     /// Tells every tracker "stopped" and waits for the answers until 2 s after it was asked to; then ends
     /// what is left.
     void stop();
-    /// Begins again with trackers whose thread ended for a failure, each after a pause that doubles from one
-    /// minute to half an hour. Call now and then.
+    /// Begins again with trackers that could not be asked, each after a pause that doubles from one minute to
+    /// half an hour. One that refused is left alone. Call now and then.
     void revive();
     [[nodiscard]] bool is_running() const noexcept;
     /// True once every tracker has answered, or failed, for the first time.

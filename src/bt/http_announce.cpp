@@ -9,6 +9,7 @@
 #include "platform/udp_socket.h"
 #include "store/address.h"
 #include "transfer/http/conversation.h"
+#include "transfer/http/login.h"
 
 namespace vantlow {
 namespace {
@@ -92,55 +93,73 @@ Outcome<CBETrackerRespond> CBTAnnounceThread::ask_http(const std::string& url, A
 
 // One request, redirects followed, and the whole body of the answer.
 Result CBTAnnounceThread::fetch(const std::string& url, bool second_attempt, std::string& body) {
-    const StopSource& stop = active_stop();
-    const std::chrono::seconds timeout(services_.settings.number(setting::connect_timeout));
-    const auto buffer = static_cast<std::size_t>(services_.settings.number(setting::data_buffer)) * 1024;
     std::string address = url;
     for (int redirects = 0; redirects <= most_redirects; ++redirects) {
         const auto target = parse_target(to_utf16(address));
-        const bool secured = target && target->scheme == "https";
-        if (!target || (target->scheme != "http" && !secured)) {
+        if (!target || (target->scheme != "http" && target->scheme != "https")) {
             log_.line(Direction::error, message_text(Message::invalid_url));
             return {Code::invalid_url, "The tracker's address cannot be used: " + without_keys(address)};
         }
-        ConnectPlan plan;
-        plan.scheme = target->scheme;
-        plan.host = target->host;
-        plan.port = target->port;
-        plan.proxy = job_.proxy;
-        plan.timeout = timeout;
-        plan.want_connect = secured;
-        if (secured) plan.tls = trust_for(target->host);
-        // The other family, where the tracker has it: the first attempt takes whichever answers.
-        if (second_attempt && !job_.proxy.is_used()) prefer_ipv6(plan);
-        CBaseSocket socket(services_.connections, log_, stop);
+        const ConnectPlan plan = plan_for(*target, second_attempt);
+        CBaseSocket socket(services_.connections, log_, active_stop());
         HttpConversation conversation(socket, log_);
         HttpHead head;
-        if (Result result = conversation.ask(plan, make_request(*target, job_.proxy), head); !result.ok())
-            return result;
-        if (is_redirect(head)) {
-            address = resolve_redirect(head.location,
-                                       {target->scheme, target->host_text(), target->port, target->path});
-            log_.line(Direction::note, message(Message::redirect_to, {without_keys(address)}));
-            conversation.skip_body();
-            conversation.finish();
-            continue;
-        }
-        if (head.status < 200 || head.status >= 300) {
-            Result result(Code::server_error, std::string(message_text(Message::http_server_error)) + " (" +
-                                                  status_text(head) + ")");
-            log_.line(Direction::error, result.message());
-            return result;
-        }
-        const SshTable& ssh = services_.libraries.ssh;
-        const GzipOperations gzip{ssh.GZ_InflateInit, ssh.ZLib_Inflate, ssh.ZLib_InflateEnd};
-        Result result = conversation.begin_body(gzip, buffer);
-        if (result.ok()) result = read_body(conversation, from_now(timeout), body);
-        if (!result.ok() && result.kind() != Kind::stopped) log_.line(Direction::error, result.message());
-        if (result.ok()) conversation.finish();
-        return result;
+        if (Result result = ask(conversation, plan, *target, head); !result.ok()) return result;
+        if (!is_redirect(head)) return take_answer(conversation, head, plan.timeout, body);
+        address = resolve_redirect(head.location,
+                                   {target->scheme, target->host_text(), target->port, target->path});
+        log_.line(Direction::note, message(Message::redirect_to, {without_keys(address)}));
+        conversation.skip_body();
+        conversation.finish();
     }
     return Code::too_many_redirects;
+}
+
+ConnectPlan CBTAnnounceThread::plan_for(const Target& target, bool second_attempt) {
+    const bool secured = target.scheme == "https";
+    ConnectPlan plan;
+    plan.scheme = target.scheme;
+    plan.host = target.host;
+    plan.port = target.port;
+    plan.proxy = job_.proxy;
+    if (plan.proxy.is_used())
+        add_login(plan.proxy, services_.libraries, &services_.connections.memory.of<LoginMemory>());
+    plan.timeout = std::chrono::seconds(services_.settings.number(setting::connect_timeout));
+    plan.want_connect = secured;
+    if (secured) plan.tls = trust_for(target.host);
+    // The other family, where the tracker has it: the first attempt takes whichever answers.
+    if (second_attempt && !job_.proxy.is_used()) prefer_ipv6(plan);
+    return plan;
+}
+
+Result CBTAnnounceThread::take_answer(HttpConversation& conversation, const HttpHead& head,
+                                      std::chrono::milliseconds timeout, std::string& body) {
+    const SshTable& ssh = services_.libraries.ssh;
+    const GzipOperations gzip{ssh.GZ_InflateInit, ssh.ZLib_Inflate, ssh.ZLib_InflateEnd};
+    const auto buffer = static_cast<std::size_t>(services_.settings.number(setting::data_buffer)) * 1024;
+    Result result;
+    if (head.status < 200 || head.status >= 300) {
+        result = {Code::server_error,
+                  std::string(message_text(Message::http_server_error)) + " (" + status_text(head) + ")"};
+    }
+    if (result.ok()) result = conversation.begin_body(gzip, buffer);
+    if (result.ok()) result = read_body(conversation, from_now(timeout), body);
+    if (!result.ok() && result.kind() != Kind::stopped) log_.line(Direction::error, result.message());
+    if (result.ok()) conversation.finish();
+    return result;
+}
+
+// Asks once, with the logins that the tracker and the proxy want.
+Result CBTAnnounceThread::ask(HttpConversation& conversation, const ConnectPlan& plan, const Target& target,
+                              HttpHead& head) {
+    const HttpRequest request = make_request(target, job_.proxy);
+    const LoginIdentity identity{target.scheme + "://" + target.host + ":" + std::to_string(target.port),
+                                 request.user, request.password};
+    SchemeLogin server(identity, LoginOperations::of(services_.libraries),
+                       &services_.connections.memory.of<LoginMemory>());
+    std::unique_ptr<HttpLogin> proxy;
+    if (request.through_proxy && plan.proxy.make_login) proxy = plan.proxy.make_login();
+    return conversation.ask(plan, request, head, {&server, proxy.get()});
 }
 
 TlsPlan CBTAnnounceThread::trust_for(const std::string& host) const {

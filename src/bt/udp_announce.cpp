@@ -17,6 +17,9 @@ constexpr std::size_t connection_at = 8;
 constexpr std::size_t interval_at = 8;
 // A request that is lost is sent again when no answer came for a quarter of the whole wait, and once more.
 constexpr int sends = 3;
+// Nobody divides an answer on purpose: the rest of a short one comes soon or never.
+constexpr std::chrono::seconds wait_for_rest{3};
+constexpr const char* short_answer = "The tracker's answer is too short: it may not serve this torrent.";
 
 struct Server {
     std::string host;
@@ -97,7 +100,7 @@ Result CBTAnnounceThread::udp_connect(UdpChannel& channel) {
 Outcome<std::string> CBTAnnounceThread::udp_exchange(UdpChannel& channel, const std::string& request,
                                                      std::size_t wanted, int receives) {
     const auto most = static_cast<std::size_t>(services_.settings.number(setting::connection_buffer)) * 1024;
-    const auto until = from_now(services_.udp_timeout);
+    auto until = from_now(services_.udp_timeout);
     const auto step = std::chrono::duration_cast<std::chrono::milliseconds>(services_.udp_timeout) / 4;
     std::string answer;
     int received = 0;
@@ -113,15 +116,17 @@ Outcome<std::string> CBTAnnounceThread::udp_exchange(UdpChannel& channel, const 
             if (datagram.failure().code == Code::stopped) return datagram.failure();
             const bool silent = datagram.failure().system_error == 0;
             if (silent && again && Clock::now() < until) continue;
+            const bool too_short = silent && !answer.empty();
             if (silent) log_.line(Direction::error, datagram.failure().message());
-            return datagram.failure();
+            return too_short ? Result(Code::server_error, short_answer) : datagram.failure();
         }
+        if (answer.empty()) until = std::min(until, from_now(wait_for_rest));
         answer += *datagram;
         // An error may be shorter than the answer that was awaited.
         const bool is_error =
             answer.size() >= text_at && get_number<std::uint32_t>(answer, action_at) == udp_tracker::error;
         if (answer.size() >= wanted || is_error) return answer;
-        if (++received == receives) return Result(Code::server_error, "The tracker's answer is too short.");
+        if (++received == receives) return Result(Code::server_error, short_answer);
         if (answer.size() > most) return Result(Code::server_error, "The tracker's answer is too long.");
     }
 }

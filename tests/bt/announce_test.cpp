@@ -172,6 +172,27 @@ TEST(HttpAnnounce, AsksAndTakesPeersAlsoOutOfGzip) {
     EXPECT_FALSE(a.log.has("0123456789abcdef/")) << "a key in the log: " << a.log.all();
 }
 
+TEST(HttpAnnounce, GoesThroughAProxyAndFollowsRedirects) {
+    Announcing a;
+    ScriptedServer proxy([&](Exchange& exchange) {
+        if (exchange.request().target.starts_with("http://tracker.invalid/a?"))
+            exchange.answer(302, "Found", "", {{"Location", "/b?x=1"}});
+        else
+            exchange.answer(200, "OK", "d8:intervali60e5:peers0:e");
+    });
+    a.job.proxy.kind = ProxyPlan::http;
+    a.job.proxy.host = "127.0.0.1";
+    a.job.proxy.port = proxy.port();
+    a.job.proxy.user = "me";
+    a.job.proxy.password = "secret";
+    const AnnounceReport report = a.announce("http://tracker.invalid/a");
+    EXPECT_TRUE(report.ok) << report.failure << a.log.all();
+    ASSERT_EQ(proxy.request_count(), 2U);
+    EXPECT_EQ(proxy.requests()[1].head.target, "http://tracker.invalid/b?x=1");
+    EXPECT_EQ(proxy.requests()[1].head.field("Proxy-Authorization"), "Basic bWU6c2VjcmV0");
+    EXPECT_FALSE(a.log.has("bWU6c2VjcmV0"));
+}
+
 TEST(HttpAnnounce, AsksOnceMoreAndThenReadsLongEntries) {
     Announcing a;
     std::atomic<int> requests{0};
@@ -191,6 +212,22 @@ TEST(HttpAnnounce, AsksOnceMoreAndThenReadsLongEntries) {
     });
     EXPECT_FALSE(a.announce(server.url("/a")).ok);
     EXPECT_EQ(requests, 4);
+}
+
+TEST(HttpAnnounce, LogsInWhereTheTrackerAsksForIt) {
+    Announcing a;
+    ScriptedServer server([&](Exchange& exchange) {
+        const auto login = exchange.request().field("Authorization").value_or("");
+        if (login.starts_with("Digest ") && login.find("username=\"me\"") != std::string::npos)
+            exchange.answer(200, "OK", "d8:intervali60e5:peers0:e");
+        else
+            exchange.answer(401, "Who?", "",
+                            {{"WWW-Authenticate", "Digest realm=\"r\", nonce=\"n\", qop=\"auth\""}});
+    });
+    const std::string url = "http://me:secret@" + server.host() + ":" + std::to_string(server.port()) + "/a";
+    const AnnounceReport report = a.announce(url);
+    EXPECT_TRUE(report.ok) << report.failure << a.log.all();
+    EXPECT_FALSE(a.log.has("secret")) << a.log.all();
 }
 
 TEST(HttpAnnounce, SaysWhatTheTrackerSaidAndRefusesTheRest) {

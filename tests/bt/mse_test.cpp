@@ -65,8 +65,8 @@ TEST(MessageStreamEncryption, BothRolesAgreeHoweverTheBytesAreDivided) {
             EXPECT_EQ(pair.called.streams().torrent(), torrent(2));
             EXPECT_EQ(pair.caller.streams().method(), 2U);
             // Both directions, in parts that do not match.
-            const std::string there =
-                pair.caller.streams().write_payload("abc") + pair.caller.streams().write_payload("defgh");
+            std::string there = pair.caller.streams().write_payload("abc");
+            there += pair.caller.streams().write_payload("defgh");
             EXPECT_NE(there, "abcdefgh");
             pair.called_buffer.append(there);
             EXPECT_EQ(pair.called.streams().read_payload(5), "abcde");
