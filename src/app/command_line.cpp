@@ -2,8 +2,10 @@
 
 #include <utility>
 
+#include "app/combine_command.h"
 #include "app/get_command.h"
 #include "app/link_commands.h"
+#include "app/media_command.h"
 #include "app/store_commands.h"
 #include "app/torrent_commands.h"
 #include "app/version_command.h"
@@ -22,6 +24,8 @@ void add_commands(CommandSet& commands) {
     add_list_file_commands(commands);
     add_settings_commands(commands);
     add_torrent_commands(commands);
+    add_combine_command(commands);
+    add_media_command(commands);
 }
 
 void add_global_options(CLI::App& app, GlobalOptions& global, std::string& data_folder,

@@ -1,6 +1,8 @@
 #include "platform/file.h"
 
 #include <algorithm>
+#include <memory>
+#include <new>
 
 #include "platform/file_hook.h"
 #include "platform/system_text.h"
@@ -35,6 +37,7 @@ const char* fault_text(FileFault fault) noexcept {
 }
 
 constexpr std::size_t read_step = 65536;
+constexpr std::int64_t copy_step = 1024 * 1024;
 
 FileError write_whole(const std::u16string& path, std::span<const std::byte> bytes, Privacy privacy) {
     File file;
@@ -53,6 +56,25 @@ void set_file_hook(FileHook* hook) noexcept {
 
 std::string FileError::text() const {
     return system_error != 0 ? system_text(system_error) : fault_text(fault);
+}
+
+FileError File::copy_through_memory(const File& from, std::int64_t from_offset, std::int64_t to_offset,
+                                    std::int64_t count) noexcept {
+    const auto room = static_cast<std::size_t>(std::clamp<std::int64_t>(count, 1, copy_step));
+    const std::unique_ptr<std::byte[]> space(new (std::nothrow) std::byte[room]);
+    if (space == nullptr) return {FileFault::other, 0};
+    while (count > 0) {
+        const auto part = static_cast<std::size_t>(std::min<std::int64_t>(count, copy_step));
+        std::size_t got = 0;
+        const std::span<std::byte> bytes(space.get(), part);
+        if (FileError error = from.read_at(from_offset, bytes, got); !error.ok()) return error;
+        if (got < part) return {FileFault::other, 0};
+        if (FileError error = write_at(to_offset, bytes); !error.ok()) return error;
+        from_offset += static_cast<std::int64_t>(part);
+        to_offset += static_cast<std::int64_t>(part);
+        count -= static_cast<std::int64_t>(part);
+    }
+    return {};
 }
 
 FileError make_folders(const std::u16string& path) {

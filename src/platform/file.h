@@ -65,6 +65,10 @@ class File {
     FileError write_at(std::int64_t offset, std::span<const std::byte> bytes) noexcept;
     /// Reads up to the end of the file; `got` may be short only there.
     FileError read_at(std::int64_t offset, std::span<std::byte> into, std::size_t& got) const noexcept;
+    /// Writes a range of another file at an offset of this one, without the bytes passing through the program
+    /// where the system can do that. Fails when the other file ends before; what was written stays.
+    FileError copy_from(const File& from, std::int64_t from_offset, std::int64_t to_offset,
+                        std::int64_t count) noexcept;
     /// Bytes, or -1 on failure.
     [[nodiscard]] std::int64_t size() const noexcept;
     /// Sets the end of the file.
@@ -79,6 +83,10 @@ class File {
     bool try_lock() noexcept;
 
   private:
+    /// The same with a buffer, through read_at and write_at.
+    FileError copy_through_memory(const File& from, std::int64_t from_offset, std::int64_t to_offset,
+                                  std::int64_t count) noexcept;
+
     static constexpr std::intptr_t invalid = -1;
     std::intptr_t native_ = invalid;
     std::u16string path_;  ///< as it was opened

@@ -181,6 +181,27 @@ FileError File::read_at(std::int64_t offset, std::span<std::byte> into, std::siz
     return {};
 }
 
+FileError File::copy_from(const File& from, std::int64_t from_offset, std::int64_t to_offset,
+                          std::int64_t count) noexcept {
+    if (FileError error = ask_hook(FileOperation::write, path_, to_offset, count); !error.ok()) return error;
+    while (count > 0) {
+        off64_t source = from_offset;
+        off64_t target = to_offset;
+        const ssize_t copied = ::copy_file_range(descriptor(from.native_), &source, descriptor(native_),
+                                                 &target, static_cast<std::size_t>(count), 0);
+        if (copied < 0 && errno == EINTR) continue;
+        // Other file systems on either side, or a system that cannot do it: it says which in many ways.
+        if (copied < 0 && (errno == EXDEV || errno == EBADF || errno == ETXTBSY || is_no_such_service(errno)))
+            break;
+        if (copied < 0) return error_of(errno);
+        if (copied == 0) break;  // the end, or a file that only seems to be empty
+        from_offset += copied;
+        to_offset += copied;
+        count -= copied;
+    }
+    return count == 0 ? FileError{} : copy_through_memory(from, from_offset, to_offset, count);
+}
+
 std::int64_t File::size() const noexcept {
     struct stat status {};
     return ::fstat(descriptor(native_), &status) == 0 ? status.st_size : -1;

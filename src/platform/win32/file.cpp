@@ -138,6 +138,12 @@ FileError File::read_at(std::int64_t offset, std::span<std::byte> into, std::siz
     return {};
 }
 
+FileError File::copy_from(const File& from, std::int64_t from_offset, std::int64_t to_offset,
+                          std::int64_t count) noexcept {
+    // There is no call for a part of a file.
+    return copy_through_memory(from, from_offset, to_offset, count);
+}
+
 std::int64_t File::size() const noexcept {
     LARGE_INTEGER size{};
     return GetFileSizeEx(handle(native_), &size) ? size.QuadPart : -1;

@@ -1,0 +1,106 @@
+#include "media/combine.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "base/text.h"
+#include "media/flv_join.h"
+#include "media/media_input.h"
+#include "media/media_kind.h"
+#include "media/media_output.h"
+#include "media/mp4_join.h"
+#include "platform/file_stamp.h"
+
+namespace vantlow {
+namespace {
+
+constexpr std::uint32_t whole = 10'000;
+
+// The joined file must not be read while it is written.
+bool is_one_of_the_pieces(const CombineJob& job) {
+    const FileStamp output = file_stamp(job.output);
+    return std::any_of(job.pieces.begin(), job.pieces.end(), [&](const std::u16string& piece) {
+        const FileStamp stamp = file_stamp(piece);
+        return (output.there && stamp.there && stamp == output && stamp.identity != 0) ||
+               absolute_path(piece) == absolute_path(job.output);
+    });
+}
+
+std::int64_t total_size(const CombineJob& job) {
+    std::int64_t total = 0;
+    for (const std::u16string& path : job.pieces) {
+        const FileStamp stamp = file_stamp(path);
+        if (stamp.there) total += stamp.size;
+    }
+    return total;
+}
+
+Result join(const CombineJob& job, CombineControl& control, MediaOutput& output, CombineOutcome& outcome) {
+    if (job.pieces.empty()) return {Code::unsupported, "no pieces to join"};
+    if (is_one_of_the_pieces(job)) {
+        return {Code::local_file, to_utf8(job.output) + ": the output is one of the pieces"};
+    }
+    MediaInput first;
+    if (Result result = first.open(job.pieces.front()); !result.ok()) return result;
+    const MediaKind kind = media_kind(first);
+    if (kind == MediaKind::other) return first.damaged(0, "neither FLV nor MP4");
+    control.begin(total_size(job));
+    if (Result result = output.open(job.output); !result.ok()) return result;
+    return kind == MediaKind::flv ? join_flv(job.pieces, control, output, outcome)
+                                  : join_mp4(job.pieces, control, output, outcome);
+}
+
+}  // namespace
+
+void CombineControl::wrote(std::int64_t bytes) {
+    written_ += bytes;
+    if (total_ <= 0 || !listener_) return;
+    // As a fraction first: the product of large sizes would overflow.
+    const double part = static_cast<double>(written_) / static_cast<double>(total_);
+    const auto value = static_cast<std::uint32_t>(std::min(part, 1.0) * whole);
+    if (value < told_ + combine_progress_step) return;
+    told_ = value;
+    listener_(combine_progress_message, value);
+}
+
+void CombineControl::finish() const {
+    if (listener_) listener_(combine_progress_message, whole);
+}
+
+CombineOutcome combine_media(const CombineJob& job, CombineControl& control) {
+    CombineOutcome outcome;
+    MediaOutput output;
+    outcome.result = join(job, control, output, outcome);
+    if (outcome.result.ok() && control.is_cancelled()) outcome.result = Code::stopped;
+    if (outcome.result.ok()) outcome.result = output.commit();
+    if (outcome.result.ok()) {
+        outcome.bytes = output.position();
+        control.finish();
+    }
+    return outcome;
+}
+
+CCombineMediaThread::CCombineMediaThread(CombineJob job, CombineListener listener)
+    : job_(std::move(job)), control_(std::move(listener)), thread_([this] {
+          outcome_ = combine_media(job_, control_);
+          const std::lock_guard guard(mutex_);
+          ended_ = true;
+          changed_.notify_all();
+      }) {}
+
+CCombineMediaThread::~CCombineMediaThread() {
+    cancel();
+    if (thread_.joinable()) thread_.join();
+}
+
+bool CCombineMediaThread::wait_for(std::chrono::milliseconds time) {
+    std::unique_lock guard(mutex_);
+    return changed_.wait_for(guard, time, [this] { return ended_; });
+}
+
+CombineOutcome CCombineMediaThread::wait() {
+    thread_.join();
+    return std::move(outcome_);
+}
+
+}  // namespace vantlow

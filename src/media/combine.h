@@ -1,0 +1,98 @@
+// Joining downloaded pieces of a film into one file, without encoding anything anew.
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "base/result.h"
+
+namespace vantlow {
+
+/// What is joined. All pieces are of one kind, FLV or MP4; the first one tells which.
+struct CombineJob {
+    std::vector<std::u16string> pieces;
+    std::u16string output;  ///< replaced when it is there, once the joined file is whole; none of the pieces
+};
+
+/// How a run ended.
+struct CombineOutcome {
+    Result result;           ///< `stopped` when it was cancelled; after any failure there is no output
+    std::int64_t bytes = 0;  ///< of the joined file
+    double seconds = 0;      ///< its duration
+    std::vector<std::string> notes;  ///< what the person should know all the same, UTF-8 sentences
+    std::size_t skipped = 0;         ///< pieces that could not be opened
+};
+
+/// The message by which progress is told to a window: the first user message + 2, with the value (hundredths
+/// of a percent) as its first parameter.
+inline constexpr std::uint32_t combine_progress_message = 1026;
+/// A value that has grown by less than this is not told.
+inline constexpr std::uint32_t combine_progress_step = 50;
+
+/// Receives combine_progress_message and a value from 0 to 10,000; called on the worker's thread.
+using CombineListener = std::function<void(std::uint32_t message, std::uint32_t value)>;
+
+/// What a running join shares with its surroundings: progress outwards, the wish to cancel inwards.
+class CombineControl {
+  public:
+    explicit CombineControl(CombineListener listener) : listener_(std::move(listener)) {}
+
+    /// Any thread may call.
+    void cancel() noexcept { cancelled_.store(true, std::memory_order_relaxed); }
+    [[nodiscard]] bool is_cancelled() const noexcept { return cancelled_.load(std::memory_order_relaxed); }
+
+    // Of the worker.
+    void begin(std::int64_t total_input) noexcept { total_ = total_input; }
+    /// Counts output bytes, and tells when they have moved the value far enough.
+    void wrote(std::int64_t bytes);
+    /// The last report: all is there.
+    void finish() const;
+
+  private:
+    CombineListener listener_;
+    std::atomic<bool> cancelled_{false};
+    std::int64_t written_ = 0;
+    std::int64_t total_ = 0;
+    std::uint32_t told_ = 0;
+};
+
+/// Joins the pieces on the calling thread. The output's name appears when all is done; until then the bytes
+/// are in `output + ".joining"`.
+CombineOutcome combine_media(const CombineJob& job, CombineControl& control);
+
+/// The same on a thread of its own, which starts with the object.
+class CCombineMediaThread {
+  public:
+    CCombineMediaThread(CombineJob job, CombineListener listener);
+    /// Cancels and waits.
+    ~CCombineMediaThread();
+    CCombineMediaThread(const CCombineMediaThread&) = delete;
+    CCombineMediaThread& operator=(const CCombineMediaThread&) = delete;
+
+    /// Asks the thread to stop after the current tag; the partial output is removed. Any thread may call.
+    void cancel() noexcept { control_.cancel(); }
+    /// True as soon as it has ended; false when it has not within the time.
+    bool wait_for(std::chrono::milliseconds time);
+    /// Waits for the end. Once.
+    CombineOutcome wait();
+
+  private:
+    const CombineJob job_;
+    CombineControl control_;
+    CombineOutcome outcome_;
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    bool ended_ = false;  ///< guarded by mutex_
+    std::thread thread_;
+};
+
+}  // namespace vantlow

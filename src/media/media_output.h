@@ -1,0 +1,50 @@
+// The file that is being joined.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <string>
+
+#include "base/result.h"
+#include "platform/file.h"
+
+namespace vantlow {
+
+/// Written as `name + ".joining"`, which takes the final name when all is there and goes away otherwise. For
+/// one thread.
+class MediaOutput {
+  public:
+    MediaOutput() = default;
+    /// Removes what was not committed.
+    ~MediaOutput();
+    MediaOutput(const MediaOutput&) = delete;
+    MediaOutput& operator=(const MediaOutput&) = delete;
+
+    Result open(const std::u16string& name);
+    /// Appends.
+    Result write(std::span<const std::byte> bytes);
+    /// Appends a range of another file, inside the system where it can do that. The range must be there.
+    Result copy(const File& from, std::int64_t offset, std::int64_t count);
+    /// Over what is there already.
+    Result write_at(std::int64_t offset, std::span<const std::byte> bytes);
+    /// Moves everything from the offset on by so many bytes, towards the end or (negative) the beginning,
+    /// and the end of the file with it.
+    Result shift(std::int64_t offset, std::int64_t by);
+    /// Where the next byte is appended: the size so far.
+    [[nodiscard]] std::int64_t position() const noexcept { return position_; }
+    /// Leaves a gap that write_at fills later.
+    void skip(std::int64_t count) noexcept { position_ += count; }
+    /// Gives the file its name. It is not forced onto the disk: the pieces are there still.
+    Result commit();
+
+  private:
+    [[nodiscard]] Result failure(const FileError& error) const;
+
+    std::u16string name_;
+    std::u16string working_name_;
+    File file_;
+    std::int64_t position_ = 0;
+};
+
+}  // namespace vantlow

@@ -1,0 +1,75 @@
+#include "media/mp4_box.h"
+
+#include "media/big_endian.h"
+
+namespace vantlow {
+namespace {
+
+constexpr std::int64_t short_header = 8;
+constexpr std::int64_t long_header = 16;
+
+}  // namespace
+
+std::string fourcc_text(FourCC code) {
+    std::string text;
+    for (unsigned shift = 32; shift > 0; shift -= 8) {
+        const char c = static_cast<char>(code >> (shift - 8) & 0xFFU);
+        text += c >= ' ' && c < 0x7F ? c : '?';
+    }
+    return text;
+}
+
+bool BoxWalker::next(Mp4Box& box) {
+    // Up to seven bytes at the end are padding, as QuickTime has it behind user data.
+    if (!failure_.ok() || end_ - at_ < short_header) return false;
+    const MediaInput& input = window_->input();
+    const std::byte* header = window_->at(at_, short_header);
+    if (header == nullptr) {
+        failure_ = input.read_failure(at_);
+        return false;
+    }
+    std::uint64_t size = load_u32(header);
+    box.type = load_u32(header + 4);
+    box.offset = at_;
+    box.body = at_ + short_header;
+    if (size == 1) {
+        header = window_->at(at_, long_header);
+        size = header == nullptr ? 0 : load_u64(header + short_header);
+        box.body = at_ + long_header;
+    } else if (size == 0) {
+        size = static_cast<std::uint64_t>(end_ - at_);  // up to the end
+    }
+    if (size < static_cast<std::uint64_t>(box.body - at_) || size > static_cast<std::uint64_t>(end_ - at_)) {
+        failure_ = input.damaged(at_, "the box \"" + fourcc_text(box.type) +
+                                          "\" goes beyond the end of what it stands in, or is no box");
+        return false;
+    }
+    at_ += static_cast<std::int64_t>(size);
+    box.end = at_;
+    return true;
+}
+
+bool find_box(InputWindow& window, const Mp4Box& parent, std::string_view path, Mp4Box& found,
+              Result& failure) {
+    found = parent;
+    while (!path.empty()) {
+        const FourCC type = fourcc(path);
+        path.remove_prefix(path.size() > 4 ? 5 : path.size());
+        BoxWalker walker(window, found);
+        bool there = false;
+        while (!there && walker.next(found)) there = found.type == type;
+        if (!walker.failure().ok()) failure = walker.failure();
+        if (!there) return false;
+    }
+    return true;
+}
+
+Outcome<std::vector<std::byte>> read_range(const MediaInput& input, std::int64_t begin, std::int64_t end,
+                                           std::int64_t at_most) {
+    if (end - begin > at_most) return input.damaged(begin, "a box that is too large");
+    std::vector<std::byte> bytes(static_cast<std::size_t>(end - begin));
+    if (!input.read(begin, bytes)) return input.read_failure(begin);
+    return bytes;
+}
+
+}  // namespace vantlow

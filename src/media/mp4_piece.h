@@ -1,0 +1,98 @@
+// What an MP4 file says of its tracks (ISO/IEC 14496-12, 8). Tables of samples stay in the file: only their
+// places are kept.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+#include "base/result.h"
+#include "media/media_input.h"
+#include "media/mp4_box.h"
+
+namespace vantlow {
+
+/// A table of entries of one size in the file.
+struct Mp4Table {
+    std::int64_t offset = 0;  ///< of the first entry
+    std::uint32_t count = 0;  ///< as many as are there
+    std::uint8_t version = 0;
+    bool present = false;
+};
+
+/// An entry of an edit list: what of the media is shown next.
+struct Mp4Edit {
+    std::int64_t duration = 0;    ///< in ticks of the movie; 0 in the last one may mean: to the end
+    std::int64_t media_time = 0;  ///< in ticks of the track; -1: nothing is shown
+    std::int32_t rate = 0x10000;  ///< 16.16
+};
+
+/// Descriptions of groups of samples of one type, and which samples are in them.
+struct Mp4Groups {
+    FourCC type = 0;
+    std::uint32_t parameter = 0;      ///< of the type, 0 where it has none
+    std::uint32_t default_index = 0;  ///< of samples that the map does not name; from 1, 0: in no group
+    std::vector<std::vector<std::byte>> entries;
+    Mp4Table map;  ///< sample_count, group_description_index
+};
+
+/// What holds for the samples of a track's fragments unless they say otherwise.
+struct Mp4FragmentDefaults {
+    std::uint32_t description = 1;
+    std::uint32_t duration = 0;
+    std::uint32_t size = 0;
+    std::uint32_t flags = 0;
+};
+
+struct Mp4Track {
+    std::int64_t offset = 0;  ///< of the track's box
+    std::uint32_t id = 0;
+    FourCC kind = 0;  ///< the handler: "vide", "soun", ...
+    std::uint32_t timescale = 0;
+    std::uint16_t language = 0;  ///< packed ISO 639-2
+    std::uint64_t duration = 0;  ///< as the media header says
+    std::vector<Mp4Edit> edits;
+
+    // Whole boxes, to be written as they are; empty where there is none. The track header is rewritten.
+    std::vector<std::byte> header;
+    std::vector<std::byte> handler;
+    std::vector<std::byte> media_header;
+    std::vector<std::byte> references;
+    std::vector<std::byte> user_data;
+
+    std::int64_t descriptions_offset = 0;
+    std::vector<std::vector<std::byte>> descriptions;  ///< sample entries, whole
+    std::vector<Mp4Groups> groups;
+
+    Mp4Table times;         ///< stts
+    Mp4Table compositions;  ///< ctts
+    Mp4Table chunk_runs;    ///< stsc
+    Mp4Table chunks;        ///< stco or co64
+    Mp4Table sync;          ///< stss; where it is absent all samples are
+    Mp4Table sizes;         ///< stsz or stz2, empty when all samples have one size
+    bool long_offsets = false;
+    unsigned size_bits = 32;
+    std::uint32_t one_size = 0;
+    std::uint32_t samples = 0;
+    Mp4FragmentDefaults fragment;
+};
+
+struct Mp4Piece {
+    std::vector<std::byte> movie_header;            ///< whole box
+    std::vector<std::vector<std::byte>> user_data;  ///< whole boxes of the movie: udta, meta
+    std::uint32_t timescale = 0;
+    std::uint64_t duration = 0;  ///< as the movie header says
+    FourCC brand = 0;            ///< 0: no file type box, as in old QuickTime files
+    bool is_quicktime = false;
+    bool is_fragmented = false;    ///< there are movie fragments
+    std::vector<Mp4Track> tracks;  ///< without hint tracks
+};
+
+/// Sample groups of so many types a track are kept.
+inline constexpr std::size_t most_groups = 4;
+
+/// Reads the movie box and what stands beside it. Fails, naming the place, for what is damaged, encrypted,
+/// compressed or keeps its media elsewhere.
+Outcome<Mp4Piece> read_mp4_piece(const MediaInput& input);
+
+}  // namespace vantlow

@@ -1,0 +1,43 @@
+// Which bytes of a piece are media, and where they go.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+namespace vantlow {
+
+/// A set of byte ranges of one file, kept small: neighbours are joined, and where there are too many the
+/// smallest gaps between them are taken along.
+class MediaRanges {
+  public:
+    struct Range {
+        std::int64_t begin = 0;
+        std::int64_t end = 0;
+        std::int64_t target = 0;  ///< where the range stands among all of them, once close() was called
+    };
+
+    explicit MediaRanges(std::size_t most = 65536) : most_(most) {}
+
+    /// In any order; ranges may overlap.
+    void add(std::int64_t begin, std::int64_t end);
+    /// No further range comes: sorts and joins them, and lays them behind one another.
+    void close();
+    [[nodiscard]] const std::vector<Range>& ranges() const noexcept { return ranges_; }
+    /// Bytes of all ranges.
+    [[nodiscard]] std::int64_t size() const noexcept { return size_; }
+    /// Where a byte of the file stands among the ranges. A byte outside of them (of an empty chunk) is put
+    /// at the end of the range before it.
+    [[nodiscard]] std::int64_t target_of(std::int64_t offset) const;
+
+  private:
+    void join(std::int64_t gap);
+
+    std::size_t most_;
+    std::int64_t gap_ = 0;  ///< bytes between two ranges that are taken along
+    std::int64_t size_ = 0;
+    std::vector<Range> ranges_;
+    mutable std::size_t last_ = 0;  ///< the range that was asked for last
+};
+
+}  // namespace vantlow
