@@ -10,6 +10,7 @@ border finds the first picture behind it. Ends with 1 where one of these does no
 
 import json
 import os
+import random
 import subprocess
 import sys
 import tempfile
@@ -154,6 +155,18 @@ def scenario_sound_is_longer():
 def scenario_mp3():
     mp3 = ["-c:a", "libmp3lame"]
     check_film([make("a.mp4", *X264, *mp3), make("b.mp4", *X264, *mp3, seconds=1.1)])
+
+
+def scenario_amr():
+    # Speech of no meaning: frames of 12.2 kbit/s. There is a muxer and a decoder in ffmpeg, but no coder.
+    noise = random.Random(1)
+    for name, frames in (("a", 75), ("b", 40)):
+        with open(name + ".amr", "wb") as file:
+            file.write(b"#!AMR\n" + b"".join(b"\x3c" + noise.randbytes(31) for _ in range(frames)))
+        run(["ffmpeg", "-v", "error", "-y", "-i", name + ".amr", "-c", "copy", name + ".3gp"])
+    check_film(["a.3gp", "b.3gp", "a.3gp"], seek=False)
+    with open("out.mp4", "rb") as file:
+        assert b"samr" in file.read()
 
 
 def scenario_fragments():
