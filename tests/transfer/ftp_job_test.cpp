@@ -52,6 +52,11 @@ TEST_F(FtpJobTest, AnonymousLoginAndOneTimePasswords) {
     EXPECT_EQ(anonymous.count("PASS IEUser@"), 1U);
     EXPECT_EQ(anonymous.count("FEAT"), 0U);
     EXPECT_EQ(anonymous.count("OPTS"), 0U);
+    FakeFtp beside({.content = content});
+    auto job = make_job(beside.url16("/file.bin", "joe@"));
+    job->password = u"beside it";
+    expect_content(run(*job));
+    EXPECT_EQ(beside.count("USER joe") + beside.count("PASS beside it"), 2U);
     FakeFtp otp({.content = content, .answers = {{"USER", "331 Response to otp-md5 99 TeSt required"}}});
     expect_content(fetch(otp, 1, "/file.bin", "joe:This%20is%20a%20test.@"));
     EXPECT_EQ(otp.count("PASS 50FE1962C4965880"), 1U);

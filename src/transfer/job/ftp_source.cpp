@@ -52,6 +52,22 @@ std::string wire(std::u16string_view text, bool utf8) {
     return utf8 ? to_utf8(text) : to_ansi(text);
 }
 
+// The job's own credentials are for its own server: a redirect may lead to another one.
+void add_login(const SourcePlan& plan, const Target& target, FtpPlan& ftp) {
+    const auto origin = parse_target(plan.origin, plan.utf8);
+    const bool own = origin && origin->scheme == target.scheme && iequals(origin->host, target.host) &&
+                     origin->port == target.port;
+    if (!target.user.empty()) {
+        ftp.user = wire(target.user, plan.utf8);
+        // "ftp://user@host" and a password beside it belong together.
+        const bool beside = target.password.empty() && own && (plan.user.empty() || plan.user == target.user);
+        ftp.password = wire(beside ? plan.password : target.password, plan.utf8);
+    } else if (own) {
+        ftp.user = wire(plan.user.empty() ? origin->user : plan.user, plan.utf8);
+        ftp.password = wire(plan.user.empty() ? origin->password : plan.password, plan.utf8);
+    }
+}
+
 Result FtpSource::make_plan(const SourcePlan& plan, const Target& target, FtpPlan& ftp) const {
     const std::string address = to_utf8(without_credentials(plan.address));
     auto path = parse_ftp_path(target.path);
@@ -65,17 +81,7 @@ Result FtpSource::make_plan(const SourcePlan& plan, const Target& target, FtpPla
     ftp.connect.timeout = plan.timeout;
     ftp.connect.limits = plan.limits;
     ftp.connect.want_connect = true;
-    // The job's own credentials are for its own server: a redirect may lead to another one.
-    const auto origin = parse_target(plan.origin, plan.utf8);
-    const bool own = origin && origin->scheme == target.scheme && iequals(origin->host, target.host) &&
-                     origin->port == target.port;
-    if (!target.user.empty()) {
-        ftp.user = wire(target.user, plan.utf8);
-        ftp.password = wire(target.password, plan.utf8);
-    } else if (own) {
-        ftp.user = wire(plan.user.empty() ? origin->user : plan.user, plan.utf8);
-        ftp.password = wire(plan.user.empty() ? origin->password : plan.password, plan.utf8);
-    }
+    add_login(plan, target, ftp);
     if (!fits_a_command(ftp.user) || !fits_a_command(ftp.password))
         return fail(Code::credentials_refused, "The user name or the password holds a line end.");
     if (target.scheme == "ftps") ftp.tls = plan.trust;

@@ -3,6 +3,7 @@
 #include <cstring>
 #include <string>
 
+#include "runtime/ssh/sftp/public_key.h"
 #include "runtime/ssh/sftp/session.h"
 
 namespace vantlow::ssh {
@@ -65,9 +66,11 @@ bool Login::try_keys(std::size_t from, std::size_t to) {
     if (!offers("publickey")) return false;
     for (std::size_t i = from; i < to; ++i) {
         const char* const key = login_.keys[i];
+        const std::string half = public_key_of(key);
         const long result = ssh_.drive(waited_, [&] {
             return libssh2_userauth_publickey_frommemory(ssh_.session, login_.user, std::strlen(login_.user),
-                                                         nullptr, 0, key, std::strlen(key), login_.password);
+                                                         half.empty() ? nullptr : half.c_str(), half.size(),
+                                                         key, std::strlen(key), login_.password);
         });
         if (settled(result)) return true;
     }
