@@ -32,8 +32,7 @@ int fail(VantlowTls& tls, int result, std::string_view sentence) noexcept {
 
 int fail_in_handshake(VantlowTls& tls, SECURITY_STATUS status) {
     // What a repetition might mend.
-    const bool passing = status == SEC_E_INTERNAL_ERROR || status == SEC_E_INSUFFICIENT_MEMORY ||
-                         status == SEC_E_MESSAGE_ALTERED;
+    const bool passing = status == SEC_E_INSUFFICIENT_MEMORY || status == SEC_E_MESSAGE_ALTERED;
     return fail(tls, passing ? VANTLOW_TLS_BROKEN : VANTLOW_TLS_REFUSED,
                 "The TLS handshake with " + shown(tls.host) + " failed: " + status_words(status) + ".");
 }

@@ -8,6 +8,7 @@
 // clang-format on
 
 #include <array>
+#include <cstdio>
 #include <new>
 
 namespace vantlow::secur {
@@ -24,6 +25,20 @@ SECURITY_STATUS acquire_with(void* wanted, CredHandle* handle) noexcept {
     TimeStamp until{};
     return AcquireCredentialsHandleW(nullptr, package.data(), SECPKG_CRED_OUTBOUND, nullptr, wanted, nullptr,
                                      nullptr, handle, &until);
+}
+
+// What servers that have nothing in common with this system lead to; the system's own words point elsewhere.
+const char* known_words(SECURITY_STATUS status) noexcept {
+    switch (status) {
+        case SEC_E_ALGORITHM_MISMATCH:
+        case SEC_E_UNSUPPORTED_FUNCTION:
+            return "the two sides have no version or cipher suite in common";
+        case SEC_E_ILLEGAL_MESSAGE:
+        case SEC_E_INTERNAL_ERROR:
+            return "the server refused, or sent what is no right answer";
+        default:
+            return nullptr;
+    }
 }
 
 }  // namespace
@@ -69,13 +84,17 @@ std::string from_wide(std::wstring_view wide) {
 }
 
 std::string status_words(SECURITY_STATUS status) {
+    if (const char* const known = known_words(status)) return known;
     std::array<wchar_t, 300> text{};
     const DWORD length = FormatMessageW(
         FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS | FORMAT_MESSAGE_MAX_WIDTH_MASK, nullptr,
         static_cast<DWORD>(status), 0, text.data(), static_cast<DWORD>(text.size()), nullptr);
     std::string words = from_wide({text.data(), length});
     while (!words.empty() && (words.back() == ' ' || words.back() == '.')) words.pop_back();
-    return words.empty() ? "error " + std::to_string(static_cast<unsigned long>(status)) : words;
+    if (!words.empty()) return words;
+    std::array<char, 24> number{};
+    std::snprintf(number.data(), number.size(), "error 0x%08lx", static_cast<unsigned long>(status));
+    return number.data();
 }
 
 }  // namespace vantlow::secur
