@@ -1,8 +1,5 @@
 #include "runtime/secur/tls_words.h"
 
-#include <algorithm>
-#include <cstring>
-
 namespace vantlow::secur {
 namespace {
 
@@ -56,9 +53,7 @@ std::string certificate_sentence(CertificateFault fault, std::string_view host, 
 
 void ErrorText::write(std::string_view sentence) noexcept {
     if (room_ == 0) return;
-    const std::size_t bytes = std::min(sentence.size(), room_ - 1);
-    std::memcpy(text_, sentence.data(), bytes);
-    text_[bytes] = '\0';
+    text_[sentence.copy(text_, room_ - 1)] = '\0';
 }
 
 }  // namespace vantlow::secur

@@ -2,9 +2,6 @@
 #include <openssl/err.h>
 #include <openssl/x509v3.h>
 
-#include <algorithm>
-#include <cstring>
-
 #include "runtime/secur/posix/tls_transport.h"
 
 using namespace vantlow::secur;
@@ -120,9 +117,7 @@ void begin_step(VantlowTls& tls) noexcept {
 }
 
 void copy_text(char* into, std::size_t room, std::string_view text) noexcept {
-    const std::size_t bytes = std::min(text.size(), room - 1);
-    std::memcpy(into, text.data(), bytes);
-    into[bytes] = '\0';
+    into[text.copy(into, room - 1)] = '\0';
 }
 
 void tell(const SSL* ssl, VantlowTlsFacts& facts) noexcept {

@@ -187,9 +187,7 @@ int check_version(VantlowTls& tls) {
 }
 
 void copy_text(char* into, size_t room, std::string_view text) noexcept {
-    const size_t bytes = std::min(text.size(), room - 1);
-    std::memcpy(into, text.data(), bytes);
-    into[bytes] = '\0';
+    into[text.copy(into, room - 1)] = '\0';
 }
 
 void tell(VantlowTls& tls, VantlowTlsFacts& facts) {
