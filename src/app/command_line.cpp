@@ -26,6 +26,7 @@ void add_commands(CommandSet& commands) {
     add_torrent_commands(commands);
     add_combine_command(commands);
     add_media_command(commands);
+    add_proxy_commands(commands);
 }
 
 void add_global_options(CLI::App& app, GlobalOptions& global, std::string& data_folder,

@@ -1,5 +1,6 @@
 #include "app/foreground.h"
 
+#include "app/dial_up.h"
 #include "app/get_output.h"
 #include "app/job_runner.h"
 #include "platform/process.h"
@@ -28,6 +29,12 @@ Exit run_in_foreground(StoreCommand& command, const std::vector<CJobNode*>& jobs
     };
     if (command.global.verbose) {
         events.log_line = [&](CJobQueue::Id id, const CLogNode& line) { output.log_line(id, line); };
+    }
+    CJobLog dial_log(command.global.verbose ? [&output](const CLogNode& line) { output.log_line(0, line); }
+                                            : CJobLog::Listener());
+    if (const Result dialled = dial_as_set(app, dial_log); !dialled.ok()) {
+        output.complain(dialled.message());
+        return exit_of(dialled);
     }
     std::string error;
     bool saved = true;

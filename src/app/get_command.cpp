@@ -4,9 +4,11 @@
 #include <map>
 #include <optional>
 
+#include "app/dial_up.h"
 #include "app/get_output.h"
 #include "app/job_factory.h"
 #include "app/netrc.h"
+#include "app/program_proxies.h"
 #include "app/rate_text.h"
 #include "app/torrent_desk.h"
 #include "app/torrent_plans.h"
@@ -16,6 +18,7 @@
 #include "platform/file.h"
 #include "platform/process.h"
 #include "store/proxy_address.h"
+#include "transfer/job/proxy_rules.h"
 #include "transfer/job/queue.h"
 
 namespace vantlow {
@@ -68,11 +71,7 @@ Complaint read_proxy(const GetOptions& options, RunOptions& run) {
     if (!proxy) {
         return "--proxy takes http://, connect://, socks4:// or socks5:// with [user:password@]host:port.";
     }
-    run.proxy.kind = proxy->kind;
-    run.proxy.host = to_utf8(proxy->host);
-    run.proxy.port = static_cast<std::uint16_t>(proxy->port);
-    run.proxy.user = to_ansi(proxy->user);
-    run.proxy.password = to_ansi(proxy->password);
+    run.proxy = proxy_plan(*proxy);
     return std::nullopt;
 }
 
@@ -88,6 +87,10 @@ void add_lines(std::string_view text, std::vector<std::string>& links) {
 }  // namespace
 
 Complaint read_run_options(const GetOptions& options, RunOptions& run) {
+    if (options.cookie.starts_with('@') &&
+        path_kind(absolute_path(to_utf16(options.cookie.substr(1)))) != PathKind::file) {
+        return "--cookie: there is no file " + options.cookie.substr(1) + ".";
+    }
     Complaint complaint = read_hash(options, run);
     return complaint ? complaint : read_proxy(options, run);
 }
@@ -223,6 +226,7 @@ Exit run_get(CFerrywellApp& app, const GlobalOptions& global, const GetOptions& 
     std::vector<std::string> links;
     Complaint complaint = apply_settings(app.settings(), options);
     if (!complaint) complaint = read_run_options(options, run);
+    if (!complaint) complaint = add_program_proxies(app, run);
     if (!complaint) complaint = read_links(options, links);
     if (complaint) {
         output.complain(*complaint);
@@ -233,6 +237,12 @@ Exit run_get(CFerrywellApp& app, const GlobalOptions& global, const GetOptions& 
     StopSource& stop = app.stop();
     ThreadPool threads;
     const InterruptWatch watch(on_interrupt, &stop);
+    CJobLog dial_log(global.verbose ? [&output](const CLogNode& line) { output.log_line(0, line); }
+                                    : CJobLog::Listener());
+    if (const Result dialled = dial_as_set(app, dial_log); !dialled.ok()) {
+        output.complain(dialled.message());
+        return exit_of(dialled);
+    }
     run.ssh = ssh_rules(options, output, stop);
     StatusOfAll all;
     {

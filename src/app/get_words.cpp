@@ -17,7 +17,8 @@ void add_job_options(CLI::App& word, GetOptions& options) {
     word.add_option("--password", options.password, "Password");
     word.add_option("--referer", options.referer, "Referer");
     word.add_option("--agent", options.agent, "User agent");
-    word.add_option("--cookie", options.cookie, "Cookies, \"name=value; name=value\"");
+    word.add_option("--cookie", options.cookie,
+                    "Cookies, \"name=value; name=value\", or @FILE, a cookies.txt");
     word.add_option(
         "--proxy", options.proxy,
         "http://, connect:// (always tunnels), socks4:// or socks5://, [user:password@]host:port");

@@ -91,6 +91,8 @@ void JobFactory::apply_request(CJobNode& job) {
     job.referer = to_utf16(options_.referer);
     job.agent = to_utf16(options_.agent);
     job.cookie = to_utf16(options_.cookie);
+    // A file is named from the folder that the person stands in.
+    if (job.cookie.starts_with(u'@')) job.cookie = u"@" + absolute_path(job.cookie.substr(1));
     job.connections = options_.connections;
     job.max_threads = options_.connections;
     job.retry_by_settings = options_.retries ? 0 : 1;

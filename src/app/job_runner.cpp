@@ -4,6 +4,7 @@
 
 #include "app/get_command.h"
 #include "app/job_plan.h"
+#include "app/program_proxies.h"
 #include "app/store_command.h"
 #include "app/torrent_plans.h"
 #include "base/text.h"
@@ -19,11 +20,14 @@ constexpr std::chrono::milliseconds quick_save{250};
 // A disk that did not take it is not asked each second.
 constexpr int ticks_after_failure = 10;
 
-RunOptions options_of(const CJobNode& job, const CFerrywellApp& app) {
+RunOptions options_of(const CJobNode& job, CFerrywellApp& app, Complaint& complaint) {
     RunOptions run;
     GetOptions options;
     options.proxy = to_utf8(job.proxy);
     static_cast<void>(read_run_options(options, run));  // was looked at when the job was made
+    complaint = add_program_proxies(app, run);
+    // Without the proxy that was asked for nothing is fetched: going directly may be what must not be.
+    if (complaint) run.proxy.kind = CProxyNode::http_tunnel;
     if (job.sources) run.hash = job.sources->whole;
     run.default_agent = u"Vantlow/" + app.version();
     return run;
@@ -145,7 +149,17 @@ bool JobRunner::launch(CJobNode& job) {
         log->add(line);
         if (events_.log_line) events_.log_line(id, line);
     };
-    RunOptions options = options_of(job, app_);
+    Complaint complaint;
+    RunOptions options = options_of(job, app_, complaint);
+    if (complaint) {
+        CLogNode line;
+        line.time = std::chrono::duration_cast<std::chrono::milliseconds>(
+                        std::chrono::system_clock::now().time_since_epoch())
+                        .count();
+        line.direction = Direction::error;
+        line.text = *complaint;
+        listener(line);
+    }
     store_.set_state(job, JobState::running);
     running_.emplace(job.identity, std::move(running));
     queue_.add(job.twin(), std::move(options), listener);

@@ -22,6 +22,18 @@ constexpr std::array schemes{
 };
 constexpr std::int32_t socks_port = 1080;
 
+// A user name that ends nothing early: everything but letters, digits and "-._~" as %XX (RFC 3986, 2.3).
+std::u16string escaped(const std::u16string& text) {
+    std::string out;
+    for (const char c : to_utf8(text)) {
+        const bool plain = (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') ||
+                           std::string_view("-._~").find(c) != std::string_view::npos;
+        out +=
+            plain ? std::string(1, c) : print("%%%02X", static_cast<unsigned>(static_cast<unsigned char>(c)));
+    }
+    return to_utf16(out);
+}
+
 }  // namespace
 
 std::optional<CProxyNode> parse_proxy(std::u16string_view text) {
@@ -51,8 +63,7 @@ std::u16string proxy_text(const CProxyNode& proxy) {
                                     [&](const Scheme& one) { return one.kind == proxy.kind; });
     if (found == schemes.end()) return u"direct";
     const bool literal = proxy.host.find(u':') != std::u16string::npos;
-    const std::u16string user =
-        proxy.user.empty() ? u"" : to_utf16(percent_encode_unsafe(to_utf8(proxy.user))) + u"@";
+    const std::u16string user = proxy.user.empty() ? u"" : escaped(proxy.user) + u"@";
     return std::u16string(found->prefix) + user + (literal ? u"[" + proxy.host + u"]" : proxy.host) + u":" +
            to_utf16(std::to_string(proxy.port));
 }

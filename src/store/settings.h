@@ -46,6 +46,8 @@ inline constexpr NumberSetting limit{u"Connection", u"Limit", 0, 0, 1};
 inline constexpr NumberSetting speed_limit{u"Connection", u"Speed Limit", 131072, 1, 1LL << 50};  // bytes/s
 inline constexpr NumberSetting connect_timeout{u"Connection", u"ConnTimeout", 60, 10, 3000};      // s
 inline constexpr NumberSetting max_per_server{u"Connection", u"MaxPerServer", 16, 0, 1000000};    // 0: none
+inline constexpr NumberSetting proxy_resolves{u"Connection", u"ProxyResolve", 1, 0, 1};  // names, by SOCKS
+inline constexpr NumberSetting get_cookie{u"Download", u"GetCookie", 0, 0, 1};           // the system's
 inline constexpr NumberSetting connect_interval{u"Connection", u"ConnectInterval", 0, 0, 60000};  // ms
 inline constexpr NumberSetting verify_peer{u"Connection", u"VerifyPeer", 1, 0, 1};
 inline constexpr NumberSetting enable_feat{u"Transfer", u"EnableFEAT", 1, -2147483648LL, 2147483647LL};

@@ -145,7 +145,7 @@ Request socks5_request(LogSink& log, const TunnelTarget& target) {
         kind = "IP V6";
         request.byte(4).address(target.ipv6);
     } else if (!is_known(target.ipv4) && !target.host.empty()) {
-        kind = "DOMAINNAME";
+        kind = target.name_words;
         request.byte(3).byte(static_cast<unsigned>(target.host.size())).text(target.host);
     } else {
         request.byte(1).address(target.ipv4);

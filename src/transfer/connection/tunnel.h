@@ -45,6 +45,7 @@ struct TunnelTarget {
     std::uint16_t port = 0;
     bool want_connect = false;  ///< a CONNECT tunnel through a proxy of kind 10 too
     bool close_on_failure = true;
+    const char* name_words = "DOMAINNAME";  ///< what the log says of a SOCKS5 request with a name
     /// Of an HTTP proxy; null: Basic with the proxy's user, once. Outlives the handshake.
     HttpLogin* login = nullptr;
 };

@@ -66,10 +66,15 @@ void read_cookie(HttpHead& head, std::string_view value) {
     SetCookie cookie;
     cookie.pair = std::string(trim(value.substr(0, end)));
     if (end != std::string_view::npos) {
-        const std::string_view attributes = value.substr(end + 1);
-        cookie.expires = parameter(attributes, "expires");
-        cookie.domain = parameter(attributes, "domain");
-        cookie.path = parameter(attributes, "path");
+        // Of an attribute that occurs twice the last one counts (RFC 6265, 5.3).
+        std::string_view attributes = value.substr(end + 1);
+        while (auto one = next_parameter(attributes)) {
+            if (one->name == "expires") cookie.expires = std::move(one->value);
+            if (one->name == "domain") cookie.domain = std::move(one->value);
+            if (one->name == "path") cookie.path = std::move(one->value);
+            if (one->name == "max-age") cookie.max_age = std::move(one->value);
+            if (one->name == "secure") cookie.secure = true;
+        }
     }
     head.cookies.push_back(std::move(cookie));
 }

@@ -17,6 +17,8 @@ struct SetCookie {
     std::string expires;
     std::string domain;
     std::string path;
+    std::string max_age;
+    bool secure = false;
 };
 
 enum class AcceptRanges { unsaid, bytes, none };

@@ -5,8 +5,10 @@
 #include "base/string_table.h"
 #include "base/text.h"
 #include "platform/process.h"
+#include "store/address.h"
 #include "transfer/http/login.h"
 #include "transfer/job/main_thread.h"
+#include "transfer/job/proxy_rules.h"
 
 namespace vantlow {
 namespace {
@@ -32,9 +34,6 @@ SourcePlan CTransferMainThread::plan() {
         plan.utf8 = job_.utf8 != 0;
         plan.silence = std::chrono::seconds(std::max(job_.silence_limit, 1));
     }
-    plan.proxy = options_.proxy;
-    if (!plan.proxy.user.empty())
-        add_login(plan.proxy, services_.libraries, &services_.connections.memory.of<LoginMemory>());
     plan.timeout = std::chrono::seconds(settings.number(setting::connect_timeout));
     plan.trust.verify = settings.flag(setting::verify_peer);
     plan.trust.ca_file = settings.text(u"Connection", u"CAFile");
@@ -44,9 +43,30 @@ SourcePlan CTransferMainThread::plan() {
     plan.ftp = ftp_rules();
     plan.ssh = options_.ssh;
     plan.ssh_buffer = static_cast<std::size_t>(settings.number(setting::ssh_buffer)) * 1024;
-    const std::lock_guard guard(mutex_);
-    if (!effective_.empty()) plan.address = effective_;
+    plan.system_cookies = settings.flag(setting::get_cookie);
+    plan.cookie_file = settings.text(u"Download", u"CookieFile");
+    if (plan.cookie.starts_with(u'@')) {
+        plan.cookie_file = plan.cookie.substr(1);
+        plan.cookie.clear();
+    }
+    {
+        const std::lock_guard guard(mutex_);
+        if (!effective_.empty()) plan.address = effective_;
+    }
+    choose_proxy(plan);
     return plan;
+}
+
+void CTransferMainThread::choose_proxy(SourcePlan& plan) const {
+    plan.proxy = options_.proxy;
+    plan.proxy_rules = options_.proxy_rules;
+    if (options_.proxy_rules) {
+        const auto target = parse_target(plan.address, plan.utf8);
+        if (target) plan.proxy = options_.proxy_rules->choose(target->scheme, target->host, target->port);
+    }
+    plan.proxy.resolve_here = !services_.settings.flag(setting::proxy_resolves);
+    if (!plan.proxy.user.empty())
+        add_login(plan.proxy, services_.libraries, &services_.connections.memory.of<LoginMemory>());
 }
 
 FtpRules CTransferMainThread::ftp_rules() const {

@@ -4,16 +4,19 @@
 
 #include "base/string_table.h"
 #include "base/text.h"
+#include "platform/file.h"
 #include "platform/process.h"
 #include "store/address.h"
 #include "transfer/http/content_name.h"
 #include "transfer/http/conversation.h"
 #include "transfer/http/login.h"
+#include "transfer/job/http_request.h"
 
 namespace vantlow {
 namespace {
 
 constexpr int most_redirects = 20;
+constexpr std::size_t largest_cookie_file = 8 * 1024 * 1024;
 
 GzipOperations gzip_operations(const SshTable& table) {
     return {table.GZ_InflateInit, table.ZLib_Inflate, table.ZLib_InflateEnd};
@@ -36,20 +39,12 @@ bool is_busy(int status) {
     return status == 408 || status == 429 || status >= 500;
 }
 
-bool same_server(const Target& a, const Target& b) {
-    return a.scheme == b.scheme && iequals(a.host, b.host) && a.port == b.port;
-}
-
-bool is_secured(const Target& target) {
-    const Protocol* const protocol = find_protocol(to_utf16(target.scheme) + u"://");
-    return protocol != nullptr && protocol->secured;
-}
-
 class HttpSource : public Source {
   public:
     explicit HttpSource(const SourceContext& context)
         : context_(context),
           logins_(context.services.memory.of<LoginMemory>()),
+          cookies_(context.services.memory.of<CookieJar>()),
           socket_(context.services, context.log, context.stop, context.share),
           conversation_(socket_, context.log) {}
 
@@ -61,6 +56,7 @@ class HttpSource : public Source {
     [[nodiscard]] std::optional<std::chrono::seconds> retry_after() const override { return retry_after_; }
 
   private:
+    void load_cookies(const std::u16string& path);
     Result ask(const SourcePlan& plan, const Target& target, std::int64_t offset, HttpHead& head);
     Result redirect(const HttpHead& head, const Target& from, std::u16string& address);
     Result refuse(const HttpHead& head, SourceAnswer& answer);
@@ -70,43 +66,14 @@ class HttpSource : public Source {
 
     SourceContext context_;
     LoginMemory& logins_;
-    bool had_user_ = false;  ///< the last request was made with credentials for whoever refused it
-    std::string trouble_;    ///< why the last refusal has no answer
+    CookieJar& cookies_;
+    bool had_user_ = false;      ///< the last request was made with credentials for whoever refused it
+    bool in_the_clear_ = false;  ///< redirects led from a server with TLS to this one without
+    std::string trouble_;        ///< why the last refusal has no answer
     CBaseSocket socket_;
     HttpConversation conversation_;
     std::optional<std::chrono::seconds> retry_after_;
 };
-
-HttpRequest make_request(const SourcePlan& plan, const Target& target, std::int64_t offset) {
-    HttpRequest request;
-    request.scheme = target.scheme;
-    request.host = target.host_text();
-    request.port = target.port;
-    request.explicit_port = target.explicit_port;
-    request.path = target.path;
-    request.through_proxy = plan.proxy.takes_requests(is_secured(target));
-    request.proxy_user = plan.proxy.user;
-    request.proxy_password = plan.proxy.password;
-    // What was read in secret is not told in the clear (RFC 9110, 10.1.3).
-    const Protocol* const referring = find_protocol(plan.referer);
-    const bool telling = referring == nullptr || !referring->secured || is_secured(target);
-    if (telling) request.referer = to_ansi(plan.referer);
-    request.automatic_referer = plan.automatic_referer;
-    request.agent = to_ansi(plan.agent);
-    request.start = offset;
-    // Credentials and cookies belong to the job's own server; those in an address to the server that it
-    // names.
-    const auto origin = parse_target(plan.origin, plan.utf8);
-    if (!target.user.empty()) {
-        request.user = to_ansi(target.user);
-        request.password = to_ansi(target.password);
-    } else if (origin && same_server(*origin, target)) {
-        request.user = to_ansi(plan.user.empty() ? origin->user : plan.user);
-        request.password = to_ansi(plan.user.empty() ? origin->password : plan.password);
-    }
-    if (origin && same_server(*origin, target)) request.cookie = to_ansi(plan.cookie);
-    return request;
-}
 
 Result HttpSource::ask(const SourcePlan& plan, const Target& target, std::int64_t offset, HttpHead& head) {
     ConnectPlan connect;
@@ -121,7 +88,7 @@ Result HttpSource::ask(const SourcePlan& plan, const Target& target, std::int64_
         connect.tls = plan.trust;
         connect.tls->protocol = "http/1.1";
     }
-    const HttpRequest request = make_request(plan, target, offset);
+    const HttpRequest request = make_http_request(plan, target, offset, cookies_, in_the_clear_);
     const LoginIdentity identity{target.scheme + "://" + target.host + ":" + std::to_string(target.port),
                                  request.user, request.password};
     SchemeLogin server(identity, LoginOperations::of(context_.libraries), &logins_);
@@ -131,6 +98,8 @@ Result HttpSource::ask(const SourcePlan& plan, const Target& target, std::int64_
     Result result = conversation_.ask(connect, request, head, logins);
     had_user_ = !(head.status == 407 ? request.proxy_user : request.user).empty();
     trouble_ = head.status == 407 && proxy ? proxy->trouble() : server.trouble();
+    if (result.ok())
+        cookies_.take(head.cookies, {target.host, target.path, is_secured(target)}, std::time(nullptr));
     if (result.ok() && head.status == 400 && socket_.is_reused()) {
         // Whatever the server did not understand may have been the end of the answer before: once more,
         // afresh.
@@ -143,6 +112,9 @@ Result HttpSource::ask(const SourcePlan& plan, const Target& target, std::int64_
 
 Result HttpSource::open(const SourcePlan& plan, std::int64_t offset, SourceAnswer& answer) {
     retry_after_.reset();
+    load_cookies(plan.cookie_file);
+    SourcePlan hop = plan;
+    bool was_secured = false;
     std::u16string address = plan.address;
     for (int redirects = 0; redirects <= most_redirects; ++redirects) {
         const auto target = parse_target(address, plan.utf8);
@@ -150,8 +122,11 @@ Result HttpSource::open(const SourcePlan& plan, std::int64_t offset, SourceAnswe
             context_.log.line(Direction::error, message_text(Message::invalid_url));
             return {Code::invalid_url, "Invalid URL: " + to_utf8(without_credentials(address))};
         }
+        in_the_clear_ = was_secured && !is_secured(*target);
+        was_secured = was_secured || is_secured(*target);
+        hop.proxy = proxy_for(plan, *target, context_);
         HttpHead head;
-        if (Result result = ask(plan, *target, offset, head); !result.ok()) return result;
+        if (Result result = ask(hop, *target, offset, head); !result.ok()) return result;
         if (head.status >= 200 && head.status < 300) {
             answer.address = address;
             Result result = accept(plan, *target, head, offset, answer);
@@ -165,6 +140,17 @@ Result HttpSource::open(const SourcePlan& plan, std::int64_t offset, SourceAnswe
         }
     }
     return Code::too_many_redirects;
+}
+
+void HttpSource::load_cookies(const std::u16string& path) {
+    if (path.empty() || !cookies_.begin_file(path)) return;
+    std::vector<std::byte> bytes;
+    if (const FileError error = read_file(path, largest_cookie_file, bytes); !error.ok()) {
+        context_.log.line(Direction::error, to_utf8(path) + ": " + error.text());
+        return;
+    }
+    cookies_.add(parse_cookies_txt({reinterpret_cast<const char*>(bytes.data()), bytes.size()}),
+                 std::time(nullptr));
 }
 
 Result HttpSource::redirect(const HttpHead& head, const Target& from, std::u16string& address) {

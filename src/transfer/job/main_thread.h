@@ -25,6 +25,7 @@ struct RunOptions {
     bool keep_state = true;  ///< save the job's state beside the partial file while it runs
     std::optional<ExpectedHash> hash;
     ProxyPlan proxy;
+    std::shared_ptr<const ProxyRules> proxy_rules;  ///< in place of `proxy` where they are given
     SshRules ssh;
     std::u16string default_agent;  ///< for jobs without an agent of their own
 };
@@ -86,6 +87,7 @@ class CTransferMainThread : private SubThreadHost, private WrittenListener {
     Result transfer();
     Result begin();
     FileRules file_rules() const;
+    void choose_proxy(SourcePlan& plan) const;
     FtpRules ftp_rules() const;
     void wait_for_news(Clock::time_point until);
     std::optional<Result> look();

@@ -23,6 +23,8 @@ struct FtpRules {
     std::u16string client_version;
 };
 
+class ProxyRules;
+
 /// What a job wants from one connection, with the settings as they are at this moment.
 struct SourcePlan {
     std::u16string address;  ///< where to go: the job's address, or where it was redirected to
@@ -34,8 +36,11 @@ struct SourcePlan {
     std::u16string cookie;
     bool automatic_referer = false;
     bool utf8 = true;
-    ProxyPlan proxy;
-    TlsPlan trust;  ///< for addresses that are secured
+    ProxyPlan proxy;                                ///< for `address`
+    std::shared_ptr<const ProxyRules> proxy_rules;  ///< for where redirects lead; null: `proxy` for all
+    bool system_cookies = false;                    ///< the system's cookies are sent too
+    std::u16string cookie_file;                     ///< a cookies.txt whose cookies are sent; empty: none
+    TlsPlan trust;                                  ///< for addresses that are secured
     std::chrono::milliseconds timeout{60000};
     std::chrono::milliseconds silence{
         30000};  ///< without a byte of the body: the connection counts as broken

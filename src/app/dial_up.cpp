@@ -1,0 +1,19 @@
+#include "app/dial_up.h"
+
+#include "platform/dial_up.h"
+
+namespace vantlow {
+
+Result dial_as_set(CFerrywellApp& app, LogSink& log) {
+    DialUpPlan plan;
+    plan.entry = app.settings().text(u"Dial Up", u"Entry");
+    if (plan.entry.empty()) return {};
+    plan.user = app.settings().text(u"Dial Up", u"Username");
+    plan.password = app.settings().text(u"Dial Up", u"Password");
+    const RasTable& ras = app.libraries().ras;
+    const DialUpOperations operations{ras.RasEnumConnectionsW, ras.RasGetEntryDialParamsW, ras.RasDialW,
+                                      ras.RasHangUpW, ras.RasGetErrorStringW};
+    return dial_up(operations, plan, app.stop(), log);
+}
+
+}  // namespace vantlow

@@ -1,0 +1,94 @@
+#include "store/proxy_list.h"
+
+#include <span>
+
+#include "base/codes.h"
+#include "base/text.h"
+#include "platform/secret.h"
+#include "store/proxy_address.h"
+
+namespace vantlow {
+namespace {
+
+constexpr std::string_view first_line = "# Vantlow proxy list 1";
+constexpr std::size_t largest_file = 4 * 1024 * 1024;
+
+std::string text_of(std::span<const std::byte> bytes) {
+    return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
+}
+
+// "kind:bytes in Base64", or nothing for no password.
+bool append_password(const CProxyNode& proxy, std::string& line) {
+    if (proxy.password.empty()) return true;
+    const std::string password = to_utf8(proxy.password);
+    const auto kept = protect_secret(std::as_bytes(std::span(password)));
+    if (!kept) return false;
+    line += "\t" + std::string(secret_kind()) + ":" + to_base64(text_of(*kept));
+    return true;
+}
+
+std::u16string read_password(std::string_view text) {
+    const auto colon = text.find(':');
+    if (colon == std::string_view::npos) return {};
+    const std::string_view kind = text.substr(0, colon);
+    const auto kept = from_base64(text.substr(colon + 1));
+    if (!kept || (kind != secret_kind() && kind != "plain")) return {};
+    const auto secret = kind == "plain" ? kept : unprotect_secret(*kept);
+    return secret ? to_utf16(text_of(*secret)) : std::u16string();
+}
+
+}  // namespace
+
+std::string write_proxy_list(const std::vector<CProxyNode>& proxies) {
+    std::string text = std::string(first_line) + "\n";
+    for (const CProxyNode& proxy : proxies) {
+        text += to_utf8(proxy_text(proxy));
+        if (!append_password(proxy, text)) return {};
+        text += "\n";
+    }
+    return text;
+}
+
+std::size_t read_proxy_list(std::string_view text, std::vector<CProxyNode>& proxies) {
+    std::size_t number = 0;
+    for (std::string_view line : split(text, '\n')) {
+        ++number;
+        if (line.ends_with('\r')) line.remove_suffix(1);
+        if (line.empty() || line.front() == '#') continue;
+        const auto tab = line.find('\t');
+        auto proxy = parse_proxy(to_utf16(line.substr(0, tab)));
+        if (!proxy || proxies.size() == most_proxies) return number;
+        if (tab != std::string_view::npos) proxy->password = read_password(line.substr(tab + 1));
+        proxies.push_back(*std::move(proxy));
+    }
+    return 0;
+}
+
+bool load_proxies(const std::u16string& data_folder, std::vector<CProxyNode>& proxies, std::string& error) {
+    const std::u16string path = join_path(data_folder, proxy_list_name);
+    std::vector<std::byte> bytes;
+    if (const FileError fault = read_file(path, largest_file, bytes); !fault.ok()) {
+        if (fault.fault == FileFault::not_found) return true;
+        error = to_utf8(path) + " cannot be read: " + fault.text();
+        return false;
+    }
+    const std::size_t bad = read_proxy_list(text_of(bytes), proxies);
+    if (bad != 0) error = to_utf8(path) + ", line " + std::to_string(bad) + ": this is no proxy.";
+    return bad == 0;
+}
+
+bool save_proxies(const std::u16string& data_folder, const std::vector<CProxyNode>& proxies,
+                  std::string& error) {
+    const std::u16string path = join_path(data_folder, proxy_list_name);
+    const std::string text = write_proxy_list(proxies);
+    if (text.empty()) {
+        error = "The system does not keep the password.";
+        return false;
+    }
+    FileError fault = make_folders(data_folder);
+    if (fault.ok()) fault = write_file_atomically(path, std::as_bytes(std::span(text)), Privacy::owner_only);
+    if (!fault.ok()) error = to_utf8(path) + " cannot be written: " + fault.text();
+    return fault.ok();
+}
+
+}  // namespace vantlow

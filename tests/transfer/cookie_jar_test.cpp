@@ -1,0 +1,99 @@
+// Cookies: who may set them, who gets them, for how long.
+#include "transfer/http/cookie_jar.h"
+
+#include <gtest/gtest.h>
+
+#include <array>
+
+#include "transfer/http/head.h"
+
+namespace vantlow {
+namespace {
+
+constexpr std::int64_t now = 1'000'000'000;
+
+std::vector<SetCookie> set_by(const std::string& value) {
+    const auto head = parse_head("HTTP/1.1 200 OK\r\nSet-Cookie: " + value + "\r\n\r\n");
+    return head.ok() ? head->cookies : std::vector<SetCookie>{};
+}
+
+TEST(CookieJar, GivesACookieToThoseItIsFor) {
+    struct Case {
+        const char* set;
+        CookieTarget from;
+        CookieTarget to;
+        const char* sent;
+    };
+    const CookieTarget www{"www.Example.com", "/a/b?c=/d", false};
+    const CookieTarget tls{"www.example.com", "/a/b", true};
+    const std::array cases{
+        Case{"n=v", www, www, "n=v"},
+        Case{"n=v", www, {"www.example.com", "/a/other", false}, "n=v"},
+        Case{"n=v", www, {"www.example.com", "/ab", false}, ""},
+        Case{"n=v", www, {"below.www.example.com", "/a/b", false}, ""},
+        Case{"n=v; Domain=.example.com; path=/", www, {"other.example.com", "/", false}, "n=v"},
+        Case{"n=v; domain=example.com; path=/", www, {"badexample.com", "/", false}, ""},
+        Case{"n=v; domain=other.com; path=/", www, {"other.com", "/", false}, ""},
+        Case{"n=v; domain=com; path=/", www, {"any.com", "/", false}, ""},
+        Case{"n=v; domain=0.0.1; path=/", {"127.0.0.1", "/", false}, {"127.0.0.1", "/", false}, ""},
+        Case{"n=v; Secure", tls, www, ""},
+        Case{"n=v; Secure", tls, tls, "n=v"},
+        Case{"n=v; Secure", www, tls, ""},
+        Case{"__Host-n=v; Secure; path=/", tls, tls, "__Host-n=v"},
+        Case{"__Host-n=v; Secure; path=/; domain=example.com", tls, tls, ""},
+        Case{"n=v; max-age=0", www, www, ""},
+        Case{"n=v; max-age=10; expires=Thu, 01 Jan 1970 00:00:00 GMT", www, www, "n=v"},
+        Case{"n=v; expires=Thu, 01-Jan-70 00:00:10 GMT", www, www, ""},
+        Case{"n=v; path=relative", www, www, "n=v"},
+        Case{"=v", www, www, ""},
+        Case{"n", www, www, ""},
+    };
+    for (const Case& one : cases) {
+        CookieJar jar;
+        jar.take(set_by(one.set), one.from, now);
+        EXPECT_EQ(jar.cookies_for(one.to, now), one.sent) << one.set << " to " << one.to.host << one.to.path;
+    }
+}
+
+TEST(CookieJar, ReplacesOrdersAndForgets) {
+    CookieJar jar;
+    const CookieTarget site{"h.example", "/a/b/c", false};
+    for (const char* set : {"a=1; path=/", "b=1; path=/a/b", "c=1; path=/; max-age=5", "a=2; path=/"})
+        jar.take(set_by(set), site, now);
+    EXPECT_EQ(jar.cookies_for(site, now), "b=1; a=2; c=1");
+    EXPECT_EQ(jar.cookies_for(site, now + 5), "b=1; a=2");
+    jar.take(set_by("b=; path=/a/b; max-age=-1"), site, now);
+    EXPECT_EQ(jar.cookies_for(site, now), "a=2; c=1");
+    for (int i = 0; i < 4000; ++i) jar.take(set_by("n" + std::to_string(i) + "=v; path=/"), site, now);
+    EXPECT_EQ(jar.cookies_for(site, now).find("a=2"), std::string::npos) << "the oldest went";
+    EXPECT_NE(jar.cookies_for(site, now).find("n3999=v"), std::string::npos);
+    EXPECT_EQ(join_cookies("a=1; b=2", "b=3; c=4"), "a=1; b=2; c=4");
+    EXPECT_EQ(join_cookies("", " c=4 ;"), "c=4");
+}
+
+TEST(CookieJar, ReadsCookiesTxt) {
+    CookieJar jar;
+    jar.add(parse_cookies_txt("# Netscape HTTP Cookie File\r\n"
+                              ".site.example\tTRUE\t/\tFALSE\t0\tall\t1\r\n"
+                              "#HttpOnly_www.site.example\tFALSE\t/x\tTRUE\t2000000000\tone\t2\n"
+                              "www.site.example\tFALSE\t/\tFALSE\t5\told\t3\n"
+                              "www.site.example FALSE / FALSE 0 blanks 4\n"
+                              "www.site.example\tFALSE\t/\tFALSE\t0\tempty\n"),
+            now);
+    EXPECT_EQ(jar.cookies_for({"www.site.example", "/x/y", true}, now), "one=2; all=1; empty=");
+    EXPECT_EQ(jar.cookies_for({"www.site.example", "/x/y", false}, now), "all=1; empty=");
+    EXPECT_EQ(jar.cookies_for({"b.site.example", "/", false}, now), "all=1");
+    EXPECT_TRUE(jar.begin_file(u"f"));
+    EXPECT_FALSE(jar.begin_file(u"f"));
+}
+
+TEST(CookieJar, ReadsDatesAsServersWriteThem) {
+    for (const char* text : {"Sun, 06 Nov 1994 08:49:37 GMT", "Sunday, 06-Nov-94 08:49:37 GMT",
+                             "Sun Nov  6 08:49:37 1994", "06 november 1994, 08:49:37"})
+        EXPECT_EQ(parse_cookie_date(text), 784111777) << text;
+    for (const char* text : {"", "soon", "06 Nov 1994", "06 Nov 1994 25:00:00", "32 Nov 1994 08:49:37"})
+        EXPECT_FALSE(parse_cookie_date(text)) << text;
+}
+
+}  // namespace
+}  // namespace vantlow
