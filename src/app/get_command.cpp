@@ -166,9 +166,9 @@ class StatusOfAll {
 /// from peers yet.
 class TorrentsOfGet {
   public:
-    TorrentsOfGet(const AnnounceServices& services, StopSource& stop, const ProxyPlan& proxy, bool json,
+    TorrentsOfGet(const AnnounceServices& services, StopSource& stop, ProxyPlan proxy, bool json,
                   GetOutput& output, StatusOfAll& all)
-        : desk_(services, stop), proxy_(proxy), json_(json), output_(output), all_(all) {}
+        : desk_(services, stop), proxy_(std::move(proxy)), json_(json), output_(output), all_(all) {}
 
     void add(CJobQueue::Id id, std::unique_ptr<CJobNode> job, CJobLog::Listener listener) {
         waiting_.push_back({id, std::move(job), std::move(listener)});
@@ -204,7 +204,7 @@ class TorrentsOfGet {
         CJobLog::Listener listener;
     };
     TorrentDesk desk_;
-    const ProxyPlan& proxy_;
+    const ProxyPlan proxy_;
     const bool json_;
     GetOutput& output_;
     StatusOfAll& all_;
@@ -248,8 +248,8 @@ Exit run_get(CFerrywellApp& app, const GlobalOptions& global, const GetOptions& 
     {
         CJobQueue queue({connections, app.libraries(), app.settings(), stop, threads});
         JobFactory factory(options, netrc_lookup());
-        TorrentsOfGet torrents({connections, app.libraries(), app.settings()}, stop, run.proxy, global.json,
-                               output, all);
+        TorrentsOfGet torrents({connections, app.libraries(), app.settings()}, stop, torrent_proxy(run),
+                               global.json, output, all);
         const auto file_jobs = [&](MadeJobs made) {
             if (!made.complaint.empty()) {
                 output.complain(made.complaint);

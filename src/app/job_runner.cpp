@@ -33,6 +33,16 @@ RunOptions options_of(const CJobNode& job, CFerrywellApp& app, Complaint& compla
     return run;
 }
 
+CLogNode error_line(const std::string& text) {
+    CLogNode line;
+    line.time = std::chrono::duration_cast<std::chrono::milliseconds>(
+                    std::chrono::system_clock::now().time_since_epoch())
+                    .count();
+    line.direction = Direction::error;
+    line.text = text;
+    return line;
+}
+
 void take_positions(CJobNode& job, CJobNode& from) {
     job.segments = std::move(from.segments);
     job.file_size = from.file_size;
@@ -151,15 +161,7 @@ bool JobRunner::launch(CJobNode& job) {
     };
     Complaint complaint;
     RunOptions options = options_of(job, app_, complaint);
-    if (complaint) {
-        CLogNode line;
-        line.time = std::chrono::duration_cast<std::chrono::milliseconds>(
-                        std::chrono::system_clock::now().time_since_epoch())
-                        .count();
-        line.direction = Direction::error;
-        line.text = *complaint;
-        listener(line);
-    }
+    if (complaint) listener(error_line(*complaint));
     store_.set_state(job, JobState::running);
     running_.emplace(job.identity, std::move(running));
     queue_.add(job.twin(), std::move(options), listener);
@@ -223,7 +225,10 @@ void JobRunner::begin_torrent(CJobNode& job) {
     Torrent& torrent = torrents_[job.identity];
     torrent.id = queue_.take_id();
     torrent.log = std::make_unique<JobLogFile>(app_.data_folder(), job.identity);
-    desk_.begin(job, options_of(job, app_).proxy,
+    Complaint complaint;
+    const RunOptions options = options_of(job, app_, complaint);
+    if (complaint) torrent.log->add(error_line(*complaint));
+    desk_.begin(job, torrent_proxy(options),
                 [this, log = torrent.log.get(), id = torrent.id](const CLogNode& line) {
                     log->add(line);
                     if (events_.log_line) events_.log_line(id, line);

@@ -2,7 +2,15 @@
 
 #include <algorithm>
 
+#include "transfer/job/proxy_rules.h"
+
 namespace vantlow {
+
+ProxyPlan torrent_proxy(const RunOptions& run) {
+    // Trackers are web servers for the most part: what is meant for those is meant for them.
+    if (run.proxy.kind != ProxyPlan::direct || !run.proxy_rules) return run.proxy;
+    return run.proxy_rules->choose("http", {}, 0);
+}
 
 bool TorrentDesk::is_asking() const noexcept {
     return std::any_of(runs_.begin(), runs_.end(), [](const auto& entry) { return !entry.second.told; });

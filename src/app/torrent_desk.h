@@ -8,8 +8,12 @@
 
 #include "app/torrent_run.h"
 #include "base/guid.h"
+#include "transfer/job/main_thread.h"
 
 namespace vantlow {
+
+/// The one proxy that a torrent's trackers and peers are reached through, as far as `run` has any.
+ProxyPlan torrent_proxy(const RunOptions& run);
 
 /// Looks after torrent jobs, each under its identity. Used from one thread.
 class TorrentDesk {
