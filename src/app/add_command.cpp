@@ -28,7 +28,10 @@ Exit run_add(StoreCommand& command, const AddOptions& options) {
     CClassNode* category = command.store.tree().root();
     if (!options.category.empty()) category = find_category(command, options.category);
     if (category == nullptr) return Exit::failed;
-    const AddedJobs added = add_jobs(command, options.job, links, *category, options.paused);
+    // As for `get` it is the current folder, where neither another one nor a category with one is named.
+    GetOptions asked = options.job;
+    if (asked.folder.empty() && options.category.empty()) asked.folder = ".";
+    const AddedJobs added = add_jobs(command, asked, links, *category, options.paused);
     nlohmann::ordered_json ids = nlohmann::ordered_json::array();
     for (const CJobNode* job : added.jobs) {
         const std::string id = guid_text(job->identity);
@@ -54,7 +57,8 @@ void add_add_command(CommandSet& commands) {
         on_store([options](StoreCommand& command) { return run_add(command, *options); }),
         [options] { return check_add(*options); });
     add_job_options(add, options->job);
-    add.add_option("--category", options->category, "The category to file them in");
+    add.add_option("--category", options->category,
+                   "The category to file them in; without --dir they are saved in its folder");
     add.add_flag("--paused", options->paused, "They wait for 'vantlow start'");
 }
 

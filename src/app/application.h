@@ -4,6 +4,7 @@
 #include <memory>
 #include <string>
 
+#include "platform/frame.h"
 #include "platform/stop.h"
 #include "runtime/tables.h"
 #include "store/data_folder_lock.h"
@@ -46,6 +47,8 @@ class CFerrywellApp {
 
     /// The lock of the data folder, held by commands that work on it.
     [[nodiscard]] DataFolderLock& folder_lock() noexcept { return folder_lock_; }
+    /// The claim to be the one instance of this user session.
+    [[nodiscard]] SessionClaim& session() noexcept { return session_; }
     /// The job store of the data folder, loaded by the first call, which also tells on stderr what the
     /// loading has to tell. Null, with the reason in `error`, when it cannot be had. The calling thread owns
     /// it.
@@ -66,6 +69,7 @@ class CFerrywellApp {
     std::u16string data_folder_;
     std::u16string language_file_;
     bool folder_named_ = false;
+    SessionClaim session_;
     DataFolderLock folder_lock_;
     std::unique_ptr<JobStore> store_;
     JobRunner* runner_ = nullptr;

@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "app/combine_command.h"
+#include "app/desktop.h"
 #include "app/get_command.h"
 #include "app/link_commands.h"
 #include "app/media_command.h"
@@ -27,6 +28,7 @@ void add_commands(CommandSet& commands) {
     add_combine_command(commands);
     add_media_command(commands);
     add_proxy_commands(commands);
+    add_quit_command(commands);
 }
 
 void add_global_options(CLI::App& app, GlobalOptions& global, std::string& data_folder,
@@ -48,6 +50,15 @@ Command complain(std::string text) {
     return command;
 }
 
+Command desktop_command(Command command, std::vector<std::string> links) {
+    if (const Complaint complaint = check_desktop_links(links)) return complain(*complaint);
+    command.place = Place::desktop;
+    command.run = [links = std::move(links)](CFerrywellApp& app, const GlobalOptions& global) {
+        return run_desktop(app, global, links);
+    };
+    return command;
+}
+
 // The innermost word that was said.
 const CLI::App& innermost(const CLI::App& app) {
     const auto below = app.get_subcommands();
@@ -66,6 +77,10 @@ Command parse_command_line(const std::vector<std::string>& words) {
     app.set_help_flag("-h,--help", "This text");
     app.add_flag("--version", version, "Version, platform and run-time libraries");
     add_global_options(app, command.global, data_folder, settings_file);
+    std::vector<std::string> links;
+    app.add_option("LINK", links,
+                   "Links and files to fetch with the resident program, which starts where it does "
+                   "not run yet");
     CommandSet commands(app);
     add_commands(commands);
     try {
@@ -84,14 +99,16 @@ Command parse_command_line(const std::vector<std::string>& words) {
         return command;
     }
     const CommandSet::Entry* chosen = commands.chosen();
-    if (chosen == nullptr) return complain("what shall be done? Say 'vantlow get LINK'.");
+    if (chosen == nullptr) return desktop_command(std::move(command), std::move(links));
+    // What the command itself had no place for.
+    if (!links.empty()) return complain(chosen->word->get_name() + ": what is \"" + links.front() + "\"?");
     if (chosen->check) {
         if (const Complaint complaint = chosen->check()) {
             return complain(chosen->word->get_name() + ": " + *complaint);
         }
     }
     command.run = chosen->run;
-    command.on_data_folder = chosen->on_data_folder;
+    command.place = chosen->place;
     return command;
 }
 

@@ -12,9 +12,9 @@ namespace vantlow {
 struct Command {
     CommandRun run;  ///< empty: `text` is all
     GlobalOptions global;
-    bool on_data_folder = false;  ///< it runs in the process that owns the data folder
-    std::string text;             ///< help to print to stdout, or a complaint for stderr
-    Exit status = Exit::done;     ///< that `text` ends with
+    Place place = Place::here;
+    std::string text;          ///< help to print to stdout, or a complaint for stderr
+    Exit status = Exit::done;  ///< that `text` ends with
 };
 
 /// Reads the words (UTF-8, without the program's name).

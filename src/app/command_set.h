@@ -17,6 +17,14 @@ namespace vantlow {
 /// What a command does, after the application has started and --set was applied.
 using CommandRun = std::function<Exit(CFerrywellApp& app, const GlobalOptions& global)>;
 
+/// Where a command runs.
+enum class Place {
+    here,
+    data_folder,  ///< in the process that owns the data folder; here where there is none
+    desktop,      ///< in the running instance; where there is none this process becomes it
+    quit,         ///< in the running instance, which ends
+};
+
 /// The commands below one root. A command's options live in what its `run` holds (a shared pointer).
 class CommandSet {
   public:
@@ -44,7 +52,14 @@ class CommandSet {
     CLI::App& add_on_data_folder(CLI::App& parent, const std::string& word, const std::string& description,
                                  CommandRun run, std::function<Complaint()> check = {}) {
         CLI::App& added = add_below(parent, word, description, std::move(run), std::move(check));
-        entries_.back().on_data_folder = true;
+        entries_.back().place = Place::data_folder;
+        return added;
+    }
+
+    /// The same for a command that runs somewhere else.
+    CLI::App& add_at(Place place, const std::string& word, const std::string& description, CommandRun run) {
+        CLI::App& added = add_below(root_, word, description, std::move(run));
+        entries_.back().place = place;
         return added;
     }
 
@@ -52,7 +67,7 @@ class CommandSet {
         CLI::App* word;
         CommandRun run;
         std::function<Complaint()> check;
-        bool on_data_folder = false;
+        Place place = Place::here;
     };
     /// After parsing: the command that was asked for; null when none was.
     [[nodiscard]] const Entry* chosen() const;

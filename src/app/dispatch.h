@@ -1,12 +1,16 @@
 // Where a command runs: here, or in the process that owns the data folder.
 #pragma once
 
+#include <string>
+#include <vector>
+
 #include "app/command_line.h"
 
 namespace vantlow {
 
-/// Runs a command. One on the data folder gets the folder's lock first; where another process has the folder,
-/// it is waited for some seconds.
-Exit run_command(CFerrywellApp& app, const Command& command);
+/// Runs a command, which these words said. One on the data folder is handed to the process that owns the
+/// folder; where that does not answer, the folder is waited for some seconds. A desktop start without a data
+/// folder named goes to the instance of this user session, whichever folder that has.
+Exit run_command(CFerrywellApp& app, const Command& command, const std::vector<std::string>& words);
 
 }  // namespace vantlow

@@ -161,7 +161,7 @@ MadeJobs JobFactory::make(const std::string& link) {
     // A document on this machine: only what is there is one.
     std::u16string path = address;
     std::u16string fragment;
-    if (path_kind(path) != PathKind::file) {
+    if (path_kind(absolute_path(path)) != PathKind::file) {
         const auto hash = path.find(u'#', path.find(u'.'));
         MetalinkPath split = split_metalink_path(path);
         if (split.fragment.empty() && hash != std::u16string::npos) {
@@ -171,7 +171,9 @@ MadeJobs JobFactory::make(const std::string& link) {
         fragment = std::move(split.fragment);
     }
     const DocumentKind* document = document_by_name(path);
-    if (document == nullptr || path_kind(path) != PathKind::file) return make_from_plans(plan_link(address));
+    const std::u16string file = absolute_path(path);
+    if (document == nullptr || path_kind(file) != PathKind::file) return make_from_plans(plan_link(address));
+    path = file;
     std::vector<std::byte> bytes;
     if (const FileError error = read_file(path, largest_document, bytes); !error.ok())
         return {{}, to_utf8(path) + ": " + error.text()};

@@ -200,11 +200,15 @@ void JobRunner::take_end(CJobQueue::Ended ended) {
 }
 
 void JobRunner::pump(std::chrono::milliseconds at_most) {
-    for (CJobQueue::Ended& ended : queue_.wait(at_most)) take_end(std::move(ended));
-    while (start_next()) {
+    bool changed = false;
+    for (CJobQueue::Ended& ended : queue_.wait(at_most)) {
+        take_end(std::move(ended));
+        changed = true;
     }
+    while (start_next()) changed = true;
     if (new_torrents_) look_for_torrents();
     look_at_torrents();
+    if (changed) save_after_event();
 }
 
 // The torrents among the jobs that wait, as far as the desk has room.
@@ -255,6 +259,17 @@ void JobRunner::look_at_torrents() {
     });
 }
 
+// A job that began or ended is what must not be forgotten, but saving must not become what jobs wait for.
+void JobRunner::save_after_event() {
+    constexpr int saving_at_most = 10;  // one part of the time in so many
+    const auto now = Clock::now();
+    if (!store_.is_dirty() || pause_ > 0 || store_.last_save_took() > quick_save || now < next_event_save_)
+        return;
+    std::string error;  // told
+    if (!save(error)) pause_ = ticks_after_failure;
+    next_event_save_ = now + saving_at_most * store_.last_save_took();
+}
+
 // The records of running jobs as they may be saved.
 void JobRunner::refresh_records() {
     for (auto& [identity, running] : running_) {
@@ -283,6 +298,7 @@ void JobRunner::tick() {
 }
 
 bool JobRunner::save(std::string& error) {
+    if (store_.is_newer()) return true;  // stays as it is
     refresh_records();
     const bool saved = store_.save(app_.settings(), error);
     // A disk that stays full is told of once.

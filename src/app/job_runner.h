@@ -75,6 +75,7 @@ class JobRunner {
     bool launch(CJobNode& job);
     void take_end(CJobQueue::Ended ended);
     void refresh_records();
+    void save_after_event();
     CJobNode* next_waiting();
     [[nodiscard]] bool may_run(const CJobNode& job) const {
         return !only_named_ || named_.contains(job.identity);
@@ -92,6 +93,7 @@ class JobRunner {
     std::unordered_map<Guid, Running, GuidHash> running_;
     std::unordered_set<Guid, GuidHash> named_;
     bool only_named_ = false;
+    Clock::time_point next_event_save_{};
     int pause_ = 0;     ///< ticks until a save that failed is tried again
     std::string told_;  ///< the failure that was told last
 

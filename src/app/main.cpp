@@ -28,7 +28,7 @@ int run(const std::vector<std::string>& words) {
         write_stream(Stream::error, "vantlow: " + *complaint + "\n");
         return static_cast<int>(Exit::usage);
     }
-    return static_cast<int>(run_command(app, command));
+    return static_cast<int>(run_command(app, command, words));
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 
 #include "app/display_text.h"
 #include "app/job_view.h"
+#include "app/monitor.h"
 #include "app/store_commands.h"
 #include "base/text.h"
 
@@ -63,12 +64,15 @@ Exit tell_write(const FileError& error, const std::string& name) {
 }
 
 Exit run_set(CFerrywellApp& app, const GlobalOptions& /*global*/, const SettingsOptions& options) {
-    const FileError error = app.settings().write(options.section(), options.key(), to_utf16(options.value));
+    FileError error = app.settings().write(options.section(), options.key(), to_utf16(options.value));
+    if (error.ok()) error = follow_setting(app, options.section(), options.key());
     return tell_write(error, options.name);
 }
 
 Exit run_unset(CFerrywellApp& app, const GlobalOptions& /*global*/, const SettingsOptions& options) {
-    return tell_write(app.settings().erase(options.section(), options.key()), options.name);
+    FileError error = app.settings().erase(options.section(), options.key());
+    if (error.ok()) error = follow_setting(app, options.section(), options.key());
+    return tell_write(error, options.name);
 }
 
 }  // namespace

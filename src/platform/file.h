@@ -125,7 +125,20 @@ std::u16string join_path(std::u16string_view folder, std::u16string_view name);
 /// part behind.
 std::u16string folder_of(std::u16string_view path);
 std::u16string name_of(std::u16string_view path);
+/// Relative paths are meant from the thread's CurrentFolder, else from the process's current folder.
 std::u16string absolute_path(const std::u16string& path);
+
+/// While it lives, relative paths that its thread makes absolute are meant from this folder: for words that
+/// were said in another process. One at a time in a thread.
+class CurrentFolder {
+  public:
+    explicit CurrentFolder(std::u16string folder);
+    ~CurrentFolder();
+    CurrentFolder(const CurrentFolder&) = delete;
+    CurrentFolder& operator=(const CurrentFolder&) = delete;
+    /// The calling thread's; empty where it has none.
+    static const std::u16string& get() noexcept;
+};
 
 /// What File and the functions above are about to do; tests put a hook in front of them.
 enum class FileOperation { open, write, read, resize, flush, lock, remove, rename };

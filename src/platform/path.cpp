@@ -1,5 +1,7 @@
 #include "platform/file.h"
 
+#include <utility>
+
 namespace vantlow {
 namespace {
 
@@ -13,7 +15,21 @@ std::size_t last_separator(std::u16string_view path) noexcept {
     return at == 0 ? std::u16string_view::npos : at - 1;
 }
 
+thread_local std::u16string current_folder;
+
 }  // namespace
+
+CurrentFolder::CurrentFolder(std::u16string folder) {
+    current_folder = std::move(folder);
+}
+
+CurrentFolder::~CurrentFolder() {
+    current_folder.clear();
+}
+
+const std::u16string& CurrentFolder::get() noexcept {
+    return current_folder;
+}
 
 std::u16string join_path(std::u16string_view folder, std::u16string_view name) {
     std::u16string path(folder);

@@ -131,5 +131,25 @@ TEST_F(StoreCommands, a_damaged_database_is_rescued_and_told_of) {
     EXPECT_EQ(folder.read(u"data/.database"), "Q!60" + bytes.substr(4));
 }
 
+TEST_F(StoreCommands, associations_are_made_when_asked_for_and_taken_back) {
+    if (path_separator() == u'\\') GTEST_SKIP() << "the registry belongs to the user who runs the tests";
+    const std::string before =
+        "# mine\n[Default Applications]\nx-scheme-handler/magnet=other.desktop;\ntext/plain=ed.desktop\n";
+    ASSERT_TRUE(make_folders(folder.path(u"xdg-config")).ok());
+    folder.write(u"xdg-config/mimeapps.list", before);
+    const auto entry = [&] { return folder.read(u"xdg-data/applications/vantlow.desktop"); };
+    ok({u"settings", u"set", u"Monitor/magnet", u"1"});
+    ok({u"settings", u"set", u"Monitor/.torrent", u"1"});
+    EXPECT_NE(folder.read(u"xdg-config/mimeapps.list").find("magnet=vantlow.desktop;other.desktop;"),
+              std::string::npos);
+    EXPECT_NE(entry().find("MimeType=application/x-bittorrent;x-scheme-handler/magnet;\n"),
+              std::string::npos);
+    EXPECT_NE(entry().find("Exec=\"" + to_utf8(vantlow_program()) + "\" %U\n"), std::string::npos) << entry();
+    ok({u"settings", u"set", u"Monitor/.torrent", u"0"});
+    ok({u"settings", u"unset", u"Monitor/magnet"});
+    EXPECT_EQ(folder.read(u"xdg-config/mimeapps.list"), before);
+    EXPECT_FALSE(folder.has(u"xdg-data/applications/vantlow.desktop"));
+}
+
 }  // namespace
 }  // namespace vantlow::test

@@ -15,6 +15,7 @@
 #include <system_error>
 #include <thread>
 
+#include "platform/console_capture.h"
 #include "platform/wake.h"
 
 namespace vantlow {
@@ -44,7 +45,7 @@ void count_signal(int /*number*/) {
 }  // namespace
 
 bool is_terminal(Stream stream) noexcept {
-    return ::isatty(descriptor_of(stream)) == 1;
+    return ConsoleCapture::current() == nullptr && ::isatty(descriptor_of(stream)) == 1;
 }
 
 int terminal_width(Stream stream) noexcept {
@@ -80,6 +81,7 @@ std::optional<std::string> read_terminal_line(const StopSource& stop) {
 }
 
 void write_stream(Stream stream, std::string_view text) noexcept {
+    if (ConsoleCapture* const capture = ConsoleCapture::current()) return capture->write(stream, text);
     const int fd = descriptor_of(stream);
     while (!text.empty()) {
         const ssize_t count = ::write(fd, text.data(), text.size());
@@ -95,6 +97,7 @@ void write_stream(Stream stream, std::string_view text) noexcept {
 }
 
 std::string read_standard_input(std::size_t at_most) {
+    if (ConsoleCapture* const capture = ConsoleCapture::current()) return capture->take_input();
     std::string text;
     while (text.size() < at_most) {
         char piece[65536];

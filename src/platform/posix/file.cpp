@@ -326,12 +326,16 @@ char16_t path_separator() noexcept {
 
 std::u16string absolute_path(const std::u16string& path) {
     if (path.starts_with(u'/')) return path;
-    std::string current(4096, '\0');
-    if (::getcwd(current.data(), current.size()) == nullptr) return path;
-    current.resize(current.find('\0'));
+    std::u16string current = CurrentFolder::get();
+    if (current.empty()) {
+        std::string own(4096, '\0');
+        if (::getcwd(own.data(), own.size()) == nullptr) return path;
+        own.resize(own.find('\0'));
+        current = to_utf16(own);
+    }
     std::u16string_view rest = path;
     while (rest.starts_with(u"./")) rest.remove_prefix(2);
-    return join_path(to_utf16(current), rest == u"." ? std::u16string_view{} : rest);
+    return join_path(current, rest == u"." ? std::u16string_view{} : rest);
 }
 
 }  // namespace vantlow

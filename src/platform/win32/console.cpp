@@ -4,6 +4,7 @@
 #include <mutex>
 
 #include "base/text.h"
+#include "platform/console_capture.h"
 #include "platform/win32/native.h"
 
 namespace vantlow {
@@ -33,7 +34,7 @@ void write_console(HANDLE console, std::u16string_view text) noexcept {
 
 bool is_terminal(Stream stream) noexcept {
     DWORD mode = 0;
-    return GetConsoleMode(handle_of(stream), &mode) != 0;
+    return ConsoleCapture::current() == nullptr && GetConsoleMode(handle_of(stream), &mode) != 0;
 }
 
 int terminal_width(Stream stream) noexcept {
@@ -76,6 +77,7 @@ std::optional<std::string> read_terminal_line(const StopSource& stop) {
 }
 
 void write_stream(Stream stream, std::string_view text) noexcept {
+    if (ConsoleCapture* const capture = ConsoleCapture::current()) return capture->write(stream, text);
     HANDLE out = handle_of(stream);
     if (is_terminal(stream)) return write_console(out, to_utf16(text));
     while (!text.empty()) {
@@ -87,6 +89,7 @@ void write_stream(Stream stream, std::string_view text) noexcept {
 }
 
 std::string read_standard_input(std::size_t at_most) {
+    if (ConsoleCapture* const capture = ConsoleCapture::current()) return capture->take_input();
     HANDLE in = GetStdHandle(STD_INPUT_HANDLE);
     DWORD mode = 0;
     const bool is_console = GetConsoleMode(in, &mode) != 0;

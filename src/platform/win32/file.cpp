@@ -256,6 +256,12 @@ char16_t path_separator() noexcept {
 
 std::u16string absolute_path(const std::u16string& path) {
     if (path.empty()) return absolute_path(u".");
+    const bool relative = path[0] != u'\\' && path[0] != u'/' && (path.size() < 2 || path[1] != u':');
+    if (const std::u16string& folder = CurrentFolder::get(); relative && !folder.empty()) {
+        const std::u16string from_there = join_path(folder, path);
+        const bool whole = from_there.size() > 1 && (from_there[1] == u':' || from_there[0] == u'\\');
+        if (whole) return absolute_path(from_there);
+    }
     std::wstring whole(MAX_PATH, L'\0');
     for (;;) {
         const DWORD length =

@@ -66,8 +66,10 @@ Result CLocalFile::choose_target(const std::u16string& folder, const std::u16str
     if (rules_.overwrite == rule_rename) {
         log_.line(Direction::note, message_text(Message::destination_exists));
         const auto is_taken = [&](const std::u16string& candidate) {
+            // A partial file without a state may be an abandoned one, which is used again: see
+            // claim_partial().
             const std::u16string path = join_path(folder, candidate);
-            return is_there(path) || is_there(path + std::u16string(partial_suffix));
+            return is_there(path) || is_there(path + std::u16string(state_suffix));
         };
         target_ = join_path(folder, free_name(name, is_taken));
         log_.line(Direction::note, "The file is saved as " + to_utf8(target_));

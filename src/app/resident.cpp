@@ -1,0 +1,139 @@
+#include "app/resident.h"
+
+#include "app/command_line.h"
+#include "app/hand_over.h"
+#include "app/store_command.h"
+#include "base/text.h"
+#include "platform/console_capture.h"
+#include "platform/process.h"
+
+namespace vantlow {
+namespace {
+
+CommandAnswer run_words(CFerrywellApp& app, const Command& command) {
+    CommandAnswer answer;
+    if (!command.run) {
+        (command.status == Exit::done ? answer.output : answer.error) = command.text;
+        answer.status = command.status;
+        return answer;
+    }
+    if (!command.global.set.empty()) complain("--set does not reach the instance that runs already.");
+    app.settings().refresh();
+    answer.status = command.run(app, command.global);
+    return answer;
+}
+
+}  // namespace
+
+Resident::~Resident() {
+    app_.set_runner(nullptr);
+    runner_.reset();
+    frame_.reset();
+}
+
+bool Resident::open(JobStore& store, Frame::Role role, JobRunner::Events events, std::string& error) {
+    Frame::Events frame;
+    frame.on_timer = [this](int timer) { on_timer(timer); };
+    frame.on_request = [this](const std::string& request) { return on_request(request); };
+    frame.on_session_end = [this] { close(); };
+    frame_ = Frame::open(app_.data_folder(), role, std::move(frame), error);
+    if (!frame_) return false;
+    events.wake = [this] { wake(); };
+    runner_ = std::make_unique<JobRunner>(app_, store, connections_, threads_, std::move(events));
+    app_.set_runner(runner_.get());
+    if (role == Frame::Role::main) app_.session().publish(frame_->address());
+    const FileError published = app_.folder_lock().publish(frame_->address());
+    if (!published.ok()) error = "The data folder cannot be written: " + published.text();
+    return published.ok();
+}
+
+void Resident::end_when_idle(Display display) {
+    ends_when_idle_ = true;
+    display_ = std::move(display);
+}
+
+// Any thread. One message for all the ends until the frame gets to it.
+void Resident::wake() {
+    if (woken_.exchange(true)) return;
+    frame_->post([this] {
+        woken_ = false;
+        runner_->pump();
+        look_whether_idle();
+    });
+}
+
+void Resident::look_whether_idle() {
+    if (ends_when_idle_ && !runner_->has_work()) frame_->quit();
+}
+
+void Resident::on_timer(int timer) {
+    std::string error;  // told by the runner
+    switch (timer) {
+        case tick_timer:
+            runner_->tick();
+            runner_->pump();
+            look_whether_idle();
+            break;
+        case save_timer:
+            static_cast<void>(runner_->save(error));
+            break;
+        case display_timer:
+            display_.show();
+            break;
+        default:
+            break;
+    }
+}
+
+std::string Resident::on_request(const std::string& request) {
+    const auto words = decode_words(request);
+    if (!words) return encode(CommandAnswer{Exit::usage, {}, "vantlow: not understood.\n"});
+    ConsoleCapture capture(words->input);
+    const CurrentFolder folder(to_utf16(words->folder));
+    const Command command = parse_command_line(words->words);
+    CommandAnswer answer;
+    if (command.run && command.place == Place::quit) {
+        answer.status = close() ? Exit::done : Exit::failed;
+        frame_->quit();
+    } else {
+        answer = run_words(app_, command);
+        wake();
+    }
+    answer.output += capture.output();
+    answer.error += capture.error();
+    return encode(answer);
+}
+
+bool Resident::close() {
+    if (std::exchange(closed_, true)) return saved_;
+    std::string error;
+    saved_ = runner_->close(error);
+    if (!saved_) complain(error);
+    return saved_;
+}
+
+void Resident::on_interrupt(void* context, int count) {
+    if (count > 1) end_process(static_cast<int>(Exit::interrupted));
+    auto* const resident = static_cast<Resident*>(context);
+    resident->app_.stop().request();
+    resident->frame_->quit();
+}
+
+Exit Resident::run() {
+    const InterruptWatch watch(&on_interrupt, this);
+    frame_->set_timer(tick_timer, std::chrono::seconds(1));
+    frame_->set_timer(save_timer, std::chrono::seconds(app_.settings().number(setting::save_interval)));
+    if (display_.interval.count() > 0) frame_->set_timer(display_timer, display_.interval);
+    wake();
+    frame_->run();
+    const bool saved = close();
+    const Exit status = app_.stop().requested() ? Exit::interrupted : saved ? Exit::done : Exit::failed;
+    // A name that the system is still looking up cannot be called back; everything is saved.
+    if (!connections_.resolver.settle(std::chrono::milliseconds(50))) {
+        frame_.reset();  // its answers are sent
+        end_process(static_cast<int>(status));
+    }
+    return status;
+}
+
+}  // namespace vantlow

@@ -1,0 +1,59 @@
+// A process that stays with its data folder: it runs the jobs, and the commands that other starts hand over.
+#pragma once
+
+#include <atomic>
+#include <memory>
+#include <string>
+
+#include "app/exit.h"
+#include "app/job_runner.h"
+#include "platform/console.h"
+#include "platform/frame.h"
+
+namespace vantlow {
+
+/// The instance behind the desktop start, and the same for as long as `vantlow start` runs jobs. Holds the
+/// lock of the data folder already. Made and used by the thread that owns the store.
+class Resident {
+  public:
+    struct Display {
+        std::chrono::milliseconds interval{0};  ///< 0: nothing is shown
+        std::function<void()> show;
+    };
+    explicit Resident(CFerrywellApp& app) : app_(app), connections_(&app.libraries().secur) {}
+    ~Resident();
+    Resident(const Resident&) = delete;
+    Resident& operator=(const Resident&) = delete;
+
+    /// Opens the frame and tells in the data folder where it is.
+    bool open(JobStore& store, Frame::Role role, JobRunner::Events events, std::string& error);
+    [[nodiscard]] JobRunner& runner() noexcept { return *runner_; }
+    /// Ends when nothing is left to run, instead of staying until it is told to.
+    void end_when_idle(Display display);
+    /// Runs until quit, Ctrl-C (a second one does not wait), the end of the session, or idleness; then ends
+    /// all jobs and saves everything. Exit::failed when that could not be saved, Exit::interrupted after
+    /// Ctrl-C.
+    Exit run();
+
+  private:
+    enum Timer { tick_timer = 1, save_timer = 2, display_timer = 3 };
+    void on_timer(int timer);
+    std::string on_request(const std::string& request);
+    void wake();
+    void look_whether_idle();
+    bool close();
+    static void on_interrupt(void* context, int count);
+
+    CFerrywellApp& app_;
+    ConnectionServices connections_;
+    ThreadPool threads_;
+    std::unique_ptr<Frame> frame_;
+    std::unique_ptr<JobRunner> runner_;
+    Display display_;
+    bool ends_when_idle_ = false;
+    bool closed_ = false;
+    bool saved_ = true;
+    std::atomic<bool> woken_{false};
+};
+
+}  // namespace vantlow

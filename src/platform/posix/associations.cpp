@@ -1,0 +1,130 @@
+// A desktop entry in the user's applications and the defaults of mimeapps.list (freedesktop.org's desktop
+// entry and MIME applications specifications).
+#include "platform/associations.h"
+
+#include <algorithm>
+#include <vector>
+
+#include "base/text.h"
+#include "platform/ini_text.h"
+#include "platform/process.h"
+
+namespace vantlow {
+namespace {
+
+constexpr std::u16string_view entry_name = u"vantlow.desktop";
+constexpr std::u16string_view defaults_section = u"Default Applications";
+constexpr std::u16string_view entry_section = u"Desktop Entry";
+constexpr std::size_t largest_list = 1U << 20U;
+constexpr std::array<std::u16string_view, 3> types{u"application/x-bittorrent", u"x-scheme-handler/ed2k",
+                                                   u"x-scheme-handler/magnet"};
+
+std::u16string_view type_of(Association kind) noexcept {
+    return types[static_cast<std::size_t>(kind)];
+}
+
+std::u16string entry_path() {
+    return join_path(join_path(folder_of(user_data_folder()), u"applications"), entry_name);
+}
+
+std::u16string defaults_path() {
+    return join_path(user_config_folder(), u"mimeapps.list");
+}
+
+FileError load(const std::u16string& path, IniText& text) {
+    std::vector<std::byte> bytes;
+    const FileError error = read_file(path, largest_list, bytes);
+    if (error.fault == FileFault::not_found) return {};
+    if (!error.ok()) return error;
+    const bool readable = text.parse({reinterpret_cast<const char*>(bytes.data()), bytes.size()});
+    return readable ? FileError{} : FileError{FileFault::other, 0};
+}
+
+FileError store(const std::u16string& path, const IniText& text) {
+    if (FileError error = make_folders(folder_of(path)); !error.ok()) return error;
+    const std::string bytes = text.bytes();
+    return write_file_atomically(path, std::as_bytes(std::span(bytes)));
+}
+
+// The entries of a list "a;b;" but this program's own.
+std::u16string others(std::u16string_view list) {
+    std::u16string rest;
+    while (!list.empty()) {
+        const auto end = std::min(list.find(u';'), list.size());
+        const std::u16string_view entry = list.substr(0, end);
+        if (!entry.empty() && entry != entry_name) rest += std::u16string(entry) + u";";
+        list.remove_prefix(std::min(end + 1, list.size()));
+    }
+    return rest;
+}
+
+// A word of "Exec": in quotation marks, what means something in them escaped, "%" doubled.
+std::u16string exec_word(std::u16string_view program) {
+    std::u16string word = u"\"";
+    for (const char16_t c : program) {
+        if (c == u'"' || c == u'`' || c == u'$' || c == u'\\')
+            word += u"\\\\";  // escaped twice: as a string too
+        if (c == u'%') word.push_back(u'%');
+        word.push_back(c);
+    }
+    return word + u"\"";
+}
+
+bool is_own(const IniText& defaults, std::u16string_view type) {
+    const std::u16string* const list = defaults.find(defaults_section, type);
+    return list != nullptr && others(*list).size() < list->size() &&
+           list->find(entry_name) != std::u16string::npos;
+}
+
+// The entry names what the defaults give this program; without any it is not there.
+FileError write_entry(const IniText& defaults, const std::u16string* program) {
+    std::u16string mine;
+    for (const std::u16string_view type : types) {
+        if (is_own(defaults, type)) mine += std::u16string(type) + u";";
+    }
+    if (mine.empty()) {
+        const FileError error = remove_file(entry_path());
+        return error.fault == FileFault::not_found ? FileError{} : error;
+    }
+    IniText entry;
+    if (FileError error = load(entry_path(), entry); !error.ok()) return error;
+    entry.set(entry_section, u"Type", u"Application");
+    entry.set(entry_section, u"Name", u"Vantlow");
+    entry.set(entry_section, u"NoDisplay", u"true");
+    if (program != nullptr) entry.set(entry_section, u"Exec", exec_word(*program) + u" %U");
+    entry.set(entry_section, u"MimeType", mine);
+    return store(entry_path(), entry);
+}
+
+}  // namespace
+
+FileError associate(Association kind, const std::u16string& program) {
+    IniText defaults;
+    if (FileError error = load(defaults_path(), defaults); !error.ok()) return error;
+    const std::u16string* const before = defaults.find(defaults_section, type_of(kind));
+    const std::u16string rest = before != nullptr ? others(*before) : std::u16string();
+    if (!defaults.set(defaults_section, type_of(kind), std::u16string(entry_name) + u";" + rest))
+        return {FileFault::other, 0};
+    if (FileError error = write_entry(defaults, &program); !error.ok()) return error;
+    return store(defaults_path(), defaults);
+}
+
+FileError dissociate(Association kind) {
+    IniText defaults;
+    if (FileError error = load(defaults_path(), defaults); !error.ok()) return error;
+    if (!is_own(defaults, type_of(kind))) return {};
+    const std::u16string rest = others(*defaults.find(defaults_section, type_of(kind)));
+    if (rest.empty()) {
+        defaults.erase(defaults_section, type_of(kind));
+    } else {
+        defaults.set(defaults_section, type_of(kind), rest);
+    }
+    if (FileError error = store(defaults_path(), defaults); !error.ok()) return error;
+    return write_entry(defaults, nullptr);
+}
+
+std::array<unsigned, link_formats.size()> register_link_formats() noexcept {
+    return {};
+}
+
+}  // namespace vantlow

@@ -1,0 +1,41 @@
+#include "platform/posix/runtime_folder.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+#include "base/text.h"
+#include "platform/process.h"
+#include "platform/system_text.h"
+
+namespace vantlow {
+namespace {
+
+// A socket's path has at most 107 bytes, 24 of them for its name.
+constexpr std::size_t longest_folder = 83;
+
+bool is_own_folder(const std::string& path) noexcept {
+    struct stat status {};
+    return ::lstat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode) && status.st_uid == ::geteuid() &&
+           (status.st_mode & 077U) == 0;
+}
+
+bool make_own_folder(const std::string& path) noexcept {
+    return (::mkdir(path.c_str(), 0700) == 0 || errno == EEXIST) && is_own_folder(path);
+}
+
+}  // namespace
+
+std::string runtime_folder(std::string& error) {
+    if (const auto named = environment("XDG_RUNTIME_DIR"); named && named->starts_with(u'/')) {
+        const std::string folder = to_utf8(*named) + "/vantlow";
+        if (folder.size() <= longest_folder && make_own_folder(folder)) return folder;
+    }
+    const std::string folder = "/tmp/vantlow-" + std::to_string(::geteuid());
+    if (make_own_folder(folder)) return folder;
+    error = folder + " is not a folder of this user alone";
+    return {};
+}
+
+}  // namespace vantlow

@@ -1,0 +1,177 @@
+// The resident program, and what other starts of it hand over.
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <thread>
+
+#include "app/hand_over.h"
+#include "store_run.h"
+#include "support/file_server.h"
+
+namespace vantlow::test {
+namespace {
+
+using nlohmann::json;
+using namespace std::chrono_literals;
+
+class Instance : public StoreRun {
+  protected:
+    void begin(const std::vector<std::u16string>& words = {}) {
+        program = std::make_unique<RunningProgram>(vantlow_program(), words, environment());
+        ASSERT_TRUE(eventually([&] { return !data_file(u"data/.lock").empty(); })) << program->err();
+    }
+    std::string data_file(std::u16string_view name) const {
+        return folder.has(name) ? folder.read(name) : std::string();
+    }
+    void quit() {
+        ok({u"quit"});
+        EXPECT_EQ(program->wait(20s).status, 0) << program->err();
+    }
+    static bool eventually(const std::function<bool()>& condition, std::chrono::seconds at_most = 20s) {
+        const auto until = std::chrono::steady_clock::now() + at_most;
+        while (!condition()) {
+            if (std::chrono::steady_clock::now() > until) return false;
+            std::this_thread::sleep_for(20ms);
+        }
+        return true;
+    }
+    bool comes_to(const std::string& id, const std::string& state) {
+        return eventually([&] { return state_of(id) == state; });
+    }
+    std::string add_from(const FileServer& server, std::string_view path) {
+        // One connection: each answer is held behind its first bytes.
+        return add({u"-n", u"1", u"-d", folder.path(u"out"), server.url16(path)});
+    }
+
+    std::unique_ptr<RunningProgram> program;
+};
+
+TEST_F(Instance, gets_the_words_of_other_starts_exactly) {
+    begin();
+    const std::u16string words =
+        u"say \"it's\" \\\"back\\\\slash\\ \u00E4\u20AC\U0001F600 %1 $HOME *  two  blanks " +
+        std::u16string(30000, u'x');
+    const std::string id = add({u"--paused", u"-d", u"below here", u"--referer", words, u"http://h/a"});
+    const json job = list()[0];
+    EXPECT_EQ(job["referer"], to_utf8(words));
+    EXPECT_EQ(job["folder"], folder.utf8_path("below here")) << "relative to where the words were said";
+    const RunResult wrong = run({u"show", u"zz"});
+    EXPECT_EQ(wrong.status, 1);
+    EXPECT_NE(wrong.err.find("no job zz"), std::string::npos);
+    RunOptions piped = environment();
+    piped.input = "http://h/one\r\n# not this\nhttp://h/two\n";
+    EXPECT_EQ(run_vantlow({u"add", u"--paused", u"-i", u"-"}, piped).status, 0);
+    EXPECT_EQ(list().size(), 3U);
+    EXPECT_NE(data_file(u"data/.database"), "") << "what was filed is saved when the command is answered";
+    quit();
+    EXPECT_EQ(list().size(), 3U);
+    EXPECT_EQ(run({u"quit"}).status, 1) << "there is none any more";
+}
+
+TEST_F(Instance, takes_the_links_of_a_second_start) {
+    FileServer server;
+    server.set("/a.bin", {"the content"});
+    begin();
+    const auto second = [&](const std::vector<std::u16string>& words) { return run(words).status; };
+    EXPECT_EQ(second({}), 0);
+    EXPECT_EQ(second({server.url16("/a.bin")}), 0);
+    folder.write(
+        u"two.meta4",
+        "<metalink xmlns=\"urn:ietf:params:xml:ns:metalink\"><file name=\"x\"><url>http://127.0.0.1:1/x</url>"
+        "</file></metalink>");
+    EXPECT_EQ(second({u"two.meta4"}), 0);
+    EXPECT_EQ(second({u"lits"}), 2) << "a mistyped command";
+    ASSERT_EQ(list().size(), 2U);
+    EXPECT_TRUE(eventually([&] { return list({u"--category", u"Completed"}).size() == 1; }));
+    quit();
+}
+
+TEST_F(Instance, runs_so_many_jobs_at_once_and_the_next_move_up) {
+    FileServer server;
+    FileResource held{make_content(3, 400'000)};
+    held.hold_after = 100'000;
+    for (const char* path : {"/a", "/b", "/c"}) server.set(path, held);
+    begin({u"--set", u"Performance/MaxJobs=2"});
+    const std::string a = add_from(server, "/a");
+    const std::string bad = add({u"--retries", u"0", u"http://127.0.0.1:1/x"});
+    EXPECT_TRUE(comes_to(bad, "failed"));
+    const std::string b = add_from(server, "/b");
+    const std::string c = add_from(server, "/c");
+    EXPECT_TRUE(comes_to(b, "running"));
+    EXPECT_EQ(state_of(a), "running");
+    EXPECT_EQ(state_of(c), "waiting");
+    ok({u"stop", to_utf16(a)});
+    EXPECT_EQ(state_of(a), "stopped") << "when the command is answered";
+    EXPECT_TRUE(comes_to(c, "running"));
+    ok({u"start", to_utf16(a)});
+    EXPECT_EQ(state_of(a), "waiting");
+    ok({u"remove", u"--files", to_utf16(b)});
+    EXPECT_TRUE(comes_to(a, "running"));
+    server.release();
+    EXPECT_TRUE(comes_to(a, "finished"));
+    EXPECT_TRUE(comes_to(c, "finished"));
+    EXPECT_TRUE(file_has_content(folder.path(u"out/a"), 3, 400'000));
+    EXPECT_FALSE(folder.has(u"out/b.vantlow"));
+    EXPECT_NE(ok({u"log", to_utf16(a)}).find("Download completed."), std::string::npos);
+    quit();
+}
+
+TEST_F(Instance, goes_on_where_it_was_ended_or_killed) {
+    FileServer server;
+    FileResource held{make_content(4, 3'000'000)};
+    held.hold_after = 1'000'000;
+    server.set("/a", held);
+    begin();
+    const std::string id = add_from(server, "/a");
+    const auto has_some = [&] { return list()[0]["done"].get<int>() >= 500'000; };
+    EXPECT_TRUE(eventually(has_some));
+    quit();
+    EXPECT_EQ(state_of(id), "waiting") << "it was not the user who stopped it";
+    EXPECT_TRUE(has_some());
+    begin();
+    EXPECT_TRUE(comes_to(id, "running"));
+    std::this_thread::sleep_for(1500ms);  // its positions are saved
+    program->kill();
+    program->wait();
+    server.release();
+    begin();
+    EXPECT_TRUE(comes_to(id, "finished"));
+    EXPECT_TRUE(file_has_content(folder.path(u"out/a"), 4, 3'000'000));
+    quit();
+}
+
+TEST_F(Instance, a_start_in_the_foreground_answers_other_terminals) {
+    FileServer server;
+    FileResource held{make_content(5, 400'000)};
+    held.hold_after = 100'000;
+    server.set("/a", held);
+    const std::string id = add_from(server, "/a");
+    const std::string other = add_from(server, "/a");
+    begin({u"start", to_utf16(id)});
+    EXPECT_TRUE(comes_to(id, "running"));
+    EXPECT_EQ(state_of(other), "waiting") << "only the job that was named";
+    ok({u"start", to_utf16(other)});
+    EXPECT_TRUE(comes_to(other, "running"));
+    server.release();
+    const RunResult result = program->wait();
+    EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_EQ(state_of(other), "finished");
+}
+
+TEST(HandOver, survives_bytes_of_every_kind) {
+    const HandedOver words{{"", "a b", std::string("\xFF\0\"", 3)}, "/f", "in\nput"};
+    const std::string bytes = encode(words);
+    const auto back = decode_words(bytes);
+    ASSERT_TRUE(back.has_value());
+    EXPECT_EQ(back->words, words.words);
+    EXPECT_EQ(back->folder, words.folder);
+    EXPECT_EQ(back->input, words.input);
+    for (std::size_t i = 0; i < bytes.size(); ++i) EXPECT_FALSE(decode_words(bytes.substr(0, i)).has_value());
+    EXPECT_FALSE(decode_words("VW1\xFF\xFF\xFF\xFF").has_value());
+    EXPECT_FALSE(decode_answer(bytes).has_value());
+}
+
+}  // namespace
+}  // namespace vantlow::test
