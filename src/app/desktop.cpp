@@ -1,5 +1,6 @@
 #include "app/desktop.h"
 
+#include "app/dial_up.h"
 #include "app/job_runner.h"
 #include "app/monitor.h"
 #include "app/resident.h"
@@ -59,6 +60,8 @@ Exit run_desktop(CFerrywellApp& app, const GlobalOptions& global, const std::vec
         complain(error);
         return Exit::failed;
     }
+    CJobLog dial_log;
+    if (const Result dialled = dial_as_set(app, dial_log); !dialled.ok()) complain(dialled.message());
     associate_as_set(app);
     register_link_formats();
     if (app.settings().number(u"Others", u"Start All", 0) != 0) start_all(*store, resident.runner());

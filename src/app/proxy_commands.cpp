@@ -186,14 +186,14 @@ void add_proxy_commands(CommandSet& commands) {
         };
     };
     CLI::App& group = commands.add_group("proxy", "The proxy list and its tester");
-    commands.add_below(group, "list", "The proxies with their numbers", run_list);
+    commands.add_on_data_folder(group, "list", "The proxies with their numbers", run_list);
     commands
-        .add_below(group, "add", "Add a proxy; prints its number", run(run_add),
-                   [options] { return check_address(*options); })
+        .add_on_data_folder(group, "add", "Add a proxy; prints its number", run(run_add),
+                            [options] { return check_address(*options); })
         .add_option("URL", options->which,
                     "http://, connect://, socks4:// or socks5://, [user:password@]host:port")
         ->required();
-    commands.add_below(group, "remove", "Remove a proxy", run(run_remove))
+    commands.add_on_data_folder(group, "remove", "Remove a proxy", run(run_remove))
         .add_option("N", options->which, "Its number")
         ->required();
     CLI::App& test =
