@@ -3,15 +3,17 @@
 #include <thread>
 
 #include "app/display_text.h"
+#include "app/get_command.h"
 #include "app/json_text.h"
+#include "app/program_proxies.h"
 #include "app/torrent_commands.h"
+#include "app/torrent_desk.h"
 #include "base/text.h"
 #include "bt/announce_thread.h"
 #include "bt/peer_probe.h"
 #include "platform/console.h"
 #include "platform/process.h"
 #include "store/address.h"
-#include "store/proxy_address.h"
 
 namespace vantlow {
 namespace {
@@ -58,7 +60,7 @@ AnnounceEvent event_of(const std::string& name) noexcept {
     return AnnounceEvent::none;
 }
 
-bool prepare(const AnnounceOptions& options, const TorrentFacts& facts, TorrentIdentity& job) {
+void prepare(const AnnounceOptions& options, const TorrentFacts& facts, TorrentIdentity& job) {
     job.info_hash = facts.meta.info_hash;
     Guid guid;
     unsigned char bytes[16];
@@ -71,15 +73,17 @@ bool prepare(const AnnounceOptions& options, const TorrentFacts& facts, TorrentI
     const bool complete = options.event == "completed";
     job.left = complete ? 0 : total;
     job.downloaded = complete ? total : 0;
-    if (options.proxy.empty()) return true;
-    const auto proxy = parse_proxy(to_utf16(options.proxy));
-    if (!proxy) return false;
-    job.proxy.kind = proxy->kind;
-    job.proxy.host = to_utf8(proxy->host);
-    job.proxy.port = static_cast<std::uint16_t>(proxy->port);
-    job.proxy.user = to_ansi(proxy->user);
-    job.proxy.password = to_ansi(proxy->password);
-    return true;
+}
+
+// --proxy, else the program's own.
+Complaint choose_proxy(CFerrywellApp& app, const AnnounceOptions& options, TorrentIdentity& job) {
+    GetOptions words;
+    words.proxy = options.proxy;
+    RunOptions run;
+    Complaint complaint = read_run_options(words, run);
+    if (!complaint) complaint = add_program_proxies(app, run);
+    job.proxy = torrent_proxy(run);
+    return complaint;
 }
 
 // The trackers to ask, each once.
@@ -212,9 +216,9 @@ Exit run_announce(CFerrywellApp& app, const GlobalOptions& global, const Announc
     const auto facts = read_torrent(options.torrent, app.settings(), complaint);
     if (!facts) return complain(complaint);
     TorrentIdentity job;
-    if (!prepare(options, *facts, job))
-        return complain("--proxy takes http://, connect://, socks4:// or socks5://[user:password@]host:port.",
-                        Exit::usage);
+    prepare(options, *facts, job);
+    if (const Complaint wrong = choose_proxy(app, options, job)) return complain(*wrong, Exit::usage);
+    add_nodes(facts->meta, app.libraries().btdht);
     const InterruptWatch watch(on_interrupt, &app.stop());
     ConnectionServices connections(&app.libraries().secur);
     const AnnounceServices services{connections, app.libraries(), app.settings()};
