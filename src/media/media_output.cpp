@@ -35,7 +35,9 @@ Result MediaOutput::open(const std::u16string& name) {
     if (!file.try_lock() || path_kind(working_name_) != PathKind::file)
         return {Code::local_file, to_utf8(working_name_) + ": another run is writing it"};
     file_ = std::move(file);
-    return failure(file_.resize(0));
+    // An empty file is not emptied: some file systems write all of an emptied one to the disk when it is
+    // closed.
+    return file_.size() == 0 ? Result{} : failure(file_.resize(0));
 }
 
 Result MediaOutput::write(std::span<const std::byte> bytes) {
