@@ -14,7 +14,6 @@ namespace {
 
 constexpr std::u16string_view entry_name = u"vantlow.desktop";
 constexpr std::u16string_view defaults_section = u"Default Applications";
-constexpr std::u16string_view entry_section = u"Desktop Entry";
 constexpr std::size_t largest_list = 1U << 20U;
 constexpr std::array<std::u16string_view, 3> types{u"application/x-bittorrent", u"x-scheme-handler/ed2k",
                                                    u"x-scheme-handler/magnet"};
@@ -76,6 +75,17 @@ bool is_own(const IniText& defaults, std::u16string_view type) {
            list->find(entry_name) != std::u16string::npos;
 }
 
+// The entry's lines but the one of its types.
+FileError read_entry(std::string& text) {
+    std::vector<std::byte> bytes;
+    if (FileError error = read_file(entry_path(), largest_list, bytes); !error.ok()) return error;
+    const std::string_view whole(reinterpret_cast<const char*>(bytes.data()), bytes.size());
+    for (const std::string_view line : split(whole, '\n')) {
+        if (!line.empty() && !line.starts_with("MimeType=")) text.append(line).append("\n");
+    }
+    return {};
+}
+
 // The entry names what the defaults give this program; without any it is not there.
 FileError write_entry(const IniText& defaults, const std::u16string* program) {
     std::u16string mine;
@@ -86,14 +96,17 @@ FileError write_entry(const IniText& defaults, const std::u16string* program) {
         const FileError error = remove_file(entry_path());
         return error.fault == FileFault::not_found ? FileError{} : error;
     }
-    IniText entry;
-    if (FileError error = load(entry_path(), entry); !error.ok()) return error;
-    entry.set(entry_section, u"Type", u"Application");
-    entry.set(entry_section, u"Name", u"Vantlow");
-    entry.set(entry_section, u"NoDisplay", u"true");
-    if (program != nullptr) entry.set(entry_section, u"Exec", exec_word(*program) + u" %U");
-    entry.set(entry_section, u"MimeType", mine);
-    return store(entry_path(), entry);
+    // Not through the settings' own notation: a value in quotation marks means something else in it.
+    std::string text;
+    if (program != nullptr) {
+        text = "[Desktop Entry]\nType=Application\nName=Vantlow\nNoDisplay=true\nExec=" +
+               to_utf8(exec_word(*program)) + " %U\n";
+    } else if (FileError error = read_entry(text); !error.ok()) {
+        return error;
+    }
+    text += "MimeType=" + to_utf8(mine) + "\n";
+    if (FileError error = make_folders(folder_of(entry_path())); !error.ok()) return error;
+    return write_file_atomically(entry_path(), std::as_bytes(std::span(text)));
 }
 
 }  // namespace
