@@ -38,10 +38,14 @@ RealServer::RealServer(const std::u16string& program, const Arguments& arguments
     // Somebody may take the free port before it does: again with another one then.
     for (int attempt = 0; attempt < 3; ++attempt) {
         port_ = port != 0 ? port : closed_port();
-        program_ = std::make_unique<RunningProgram>(program, arguments(folder_, port_));
+        // Into a file: helpers that outlive a server for a while would keep a pipe open.
+        std::vector<std::u16string> words{u"-c", u"exec \"$@\" >\"$0\" 2>&1", folder_.path(u"output"),
+                                          program};
+        for (std::u16string& word : arguments(folder_, port_)) words.push_back(std::move(word));
+        program_ = std::make_unique<RunningProgram>(u"/bin/sh", words);
         if (wait_until_it_accepts()) return;
     }
-    throw std::runtime_error(to_utf8(program) + " does not start: " + program_->err());
+    throw std::runtime_error(to_utf8(program) + " does not start: " + folder_.read(u"output"));
 }
 
 RealServer::~RealServer() {
