@@ -31,6 +31,7 @@ inline constexpr std::uint8_t proxy_value = 0x50;          // P, UTF-16LE
 inline constexpr std::uint8_t mirror_value = 0x41;         // A, UTF-16LE, one for each address
 inline constexpr std::uint8_t size_value = 0x53;           // S, i64
 inline constexpr std::uint8_t hash_value = 0x48;           // H: u8 kind of digest, then the digest
+inline constexpr std::uint8_t map_mark_value = 0x4B;       // K: what the bit map was made for
 inline constexpr std::uint8_t pieces_value = 0x47;         // G: u8 kind, i64 length, then the digests
 
 // Bytes of the second group that have no meaning: zero.

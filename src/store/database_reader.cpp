@@ -239,6 +239,9 @@ void read_state(FieldReader& in, CJobNode& job) {
             case fields::etag_value:
                 job.validators.etag = block.narrow(length);
                 break;
+            case fields::map_mark_value:
+                job.bit_map_mark = block.narrow(length);
+                break;
             case fields::last_modified_value:
                 job.validators.last_modified = block.narrow(length);
                 break;

@@ -209,12 +209,13 @@ void write_values(FieldWriter& out, const CJobNode& job) {
     values.narrow(fields::last_modified_value, job.validators.last_modified);
     values.wide(fields::cookie_value, job.cookie);
     values.wide(fields::proxy_value, job.proxy);
+    if (has_bit_map(job)) values.narrow(fields::map_mark_value, job.bit_map_mark);
     if (job.sources) values.sources(*job.sources);
 }
 
 void write_state(FieldWriter& out, const CJobNode& job) {
     const bool has_any = !job.validators.etag.empty() || !job.validators.last_modified.empty() ||
-                         !job.cookie.empty() || !job.proxy.empty() || job.sources;
+                         !job.cookie.empty() || !job.proxy.empty() || job.sources || has_bit_map(job);
     if (!has_any) return;
     FieldWriter counter(nullptr);
     write_values(counter, job);

@@ -67,6 +67,7 @@ CJobNode::CJobNode(const CJobNode& other)
       validators(other.validators),
       bit_map(other.bit_map),
       bit_count(other.bit_count),
+      bit_map_mark(other.bit_map_mark),
       sources(other.sources) {
     segments.reserve(other.segments.size());
     for (const auto& segment : other.segments) append_segment(segment->start, segment->end);

@@ -153,6 +153,7 @@ class CJobNode : public CQueueNode {
     std::vector<std::unique_ptr<CScheduleNode>> schedule;
     std::vector<std::uint8_t> bit_map;          ///< finished blocks, one bit each, or empty
     std::int32_t bit_count = 0;                 ///< bits of `bit_map`, which has (bit_count + 7) / 8 bytes
+    std::string bit_map_mark;                   ///< what the map was made for: those who read it know
     std::shared_ptr<const JobSources> sources;  ///< null for a job of one address without hashes
 
     /// Appends a segment; callers keep the order of the file.

@@ -19,17 +19,28 @@ constexpr int most_ignored_ranges = 2;
 
 }  // namespace
 
-SourcePlan CTransferMainThread::plan() {
+SourcePlan CTransferMainThread::plan(CTransferSubThread& asker) {
     const Settings& settings = services_.settings;
     SourcePlan plan;
     {
         const std::lock_guard guard(lock_);
-        plan.address = plan.origin = job_.address;
-        plan.user = job_.user;
-        plan.password = job_.password;
+        if (asker.mirror == MirrorSet::none) {
+            asker.mirror = mirrors_.choose(job_.thread_limit(),
+                                           [&](int mirror) { return may_serve(mirror, *asker.segment); });
+            // Somebody else was faster: the failure to come looks for the next chance.
+            if (asker.mirror == MirrorSet::none) return plan;
+            ++mirrors_.at(asker.mirror).connections;
+        }
+        const Mirror& mirror = mirrors_.at(asker.mirror);
+        plan.origin = mirror.address;
+        plan.address = mirror.effective.empty() ? mirror.address : mirror.effective;
+        if (mirror.own_server) {
+            plan.user = job_.user;
+            plan.password = job_.password;
+            plan.cookie = job_.cookie;
+        }
         plan.referer = job_.referer;
         plan.agent = job_.agent.empty() ? options_.default_agent : job_.agent;
-        plan.cookie = job_.cookie;
         plan.automatic_referer = job_.automatic_referer != 0;
         plan.utf8 = job_.utf8 != 0;
         plan.silence = std::chrono::seconds(std::max(job_.silence_limit, 1));
@@ -48,10 +59,6 @@ SourcePlan CTransferMainThread::plan() {
     if (plan.cookie.starts_with(u'@')) {
         plan.cookie_file = plan.cookie.substr(1);
         plan.cookie.clear();
-    }
-    {
-        const std::lock_guard guard(mutex_);
-        if (!effective_.empty()) plan.address = effective_;
     }
     choose_proxy(plan);
     return plan;
@@ -95,10 +102,19 @@ Result CTransferMainThread::response_accepted(CTransferSubThread& asker, const S
                                               std::int64_t asked) {
     if (Result result = check_version(asker, answer, asked); !result.ok()) return result;
     if (answer.granted != asked || (answer.encoded && asked > 0)) return cannot_resume(asker, answer);
-    if (!answer.whole && !ranges_proven_.exchange(true))
-        log_.line(Direction::note, message_text(Message::can_resume));
-    if (answer.ranges_promised) ranges_promised_ = true;
-    ignored_ranges_ = 0;
+    bool is_news = false;
+    {
+        const std::lock_guard guard(lock_);
+        Mirror& mirror = mirrors_.at(asker.mirror);
+        is_news = !answer.whole && !std::exchange(mirror.ranges_proven, true);
+        mirror.ranges_promised = mirror.ranges_promised || answer.ranges_promised;
+        mirror.ignored_ranges = 0;
+        mirror.answered = true;
+        if (!mirror.version_known) mirror.version = answer.version;
+        mirror.version_known = true;
+        mirror.effective = answer.address;
+    }
+    if (is_news) log_.line(Direction::note, message_text(Message::can_resume));
     if (continued_.exchange(false)) log_.line(Direction::note, message_text(Message::same_file));
     accepted_once_ = true;
     bool first = false;
@@ -111,7 +127,6 @@ Result CTransferMainThread::response_accepted(CTransferSubThread& asker, const S
     }
     {
         const std::lock_guard guard(mutex_);
-        effective_ = answer.address;
         notice_.clear();
         news_there_ = true;
     }
@@ -130,10 +145,16 @@ Result CTransferMainThread::response_accepted(CTransferSubThread& asker, const S
 Result CTransferMainThread::check_version(CTransferSubThread& asker, const SourceAnswer& answer,
                                           std::int64_t asked) {
     ResourceVersion known;
+    bool several = false;
     {
         const std::lock_guard guard(lock_);
-        if (!version_known_) return {};
-        known = version_;
+        several = mirrors_.are_several();
+        if (version_known_) known = version_;
+        // Of the rest each server has its own idea.
+        const Mirror& mirror = mirrors_.at(asker.mirror);
+        if (several) known = mirror.version_known ? mirror.version : ResourceVersion{known.size, {}, {}};
+        if (job_.sources && job_.sources->size >= 0) known.size = job_.sources->size;
+        if (!version_known_ && known.size < 0) return {};
     }
     switch (compare_versions(known, answer.version)) {
         case VersionMatch::same:
@@ -148,6 +169,8 @@ Result CTransferMainThread::check_version(CTransferSubThread& asker, const Sourc
         case VersionMatch::unsure:
             break;
     }
+    // Where there are several, the joints are compared, or the pieces are checked, from the beginning.
+    if (several) return {};
     // Ask again with an overlap, unless this is such an answer already or there is nothing to compare with.
     const bool overlapped = asked < asker.position();
     verify_joints_ = true;
@@ -161,10 +184,12 @@ Result CTransferMainThread::adopt(CTransferSubThread& asker, const SourceAnswer&
     if (!file_.is_open()) {
         if (Result result = open_file(answer); !result.ok()) return result;
     }
-    const std::int64_t size = answer.version.size;
+    std::int64_t size = answer.version.size;
+    if (size < 0 && !answer.encoded && job_.sources) size = job_.sources->size;
     {
         const std::lock_guard guard(lock_);
         version_ = answer.version;
+        version_.size = size;
         version_known_ = true;
         job_.validators = {answer.version.etag, answer.version.last_modified};
         job_.path = file_.target();
@@ -172,6 +197,7 @@ Result CTransferMainThread::adopt(CTransferSubThread& asker, const SourceAnswer&
         asker.segment->end = size >= 0 ? size : unknown_end;
         asker.set_limit(asker.segment->end);
     }
+    begin_pieces();
     if (size < 0) log_.line(Direction::note, message_text(Message::size_unknown));
     if (size == 0) return file_.start_over();
     return file_.allocate(size);
@@ -195,10 +221,22 @@ Result CTransferMainThread::cannot_resume(CTransferSubThread& asker, const Sourc
         log_.line(Direction::error, message_text(Message::cannot_resume));
         return Code::cannot_resume;
     }
-    if (ranges_proven_ && ignored_ranges_.fetch_add(1) < most_ignored_ranges) {
+    bool is_believed = true;
+    bool is_only_choice = true;
+    {
+        const std::lock_guard guard(lock_);
+        Mirror& mirror = mirrors_.at(asker.mirror);
+        is_believed = !mirror.ranges_proven || mirror.ignored_ranges++ >= most_ignored_ranges;
+        if (is_believed) mirror.no_ranges = true;
+        for (int other = 0; other < mirrors_.count(); ++other) {
+            if (mirrors_.is_usable(other) && !mirrors_.at(other).no_ranges) is_only_choice = false;
+        }
+    }
+    if (!is_believed) {
         log_.line(Direction::error, message_text(Message::partial_refused));
         return Code::range_ignored;
     }
+    if (!is_only_choice) return Code::cannot_resume;
     log_.line(Direction::note, message_text(Message::cannot_resume));
     return become_only(asker, answer);
 }
@@ -227,6 +265,7 @@ Result CTransferMainThread::become_only(CTransferSubThread& asker, const SourceA
         if (!alone) return stop_.reason();
     }
     forget_state();
+    forget_pieces();
     if (file_.is_open()) {
         if (Result result = file_.start_over(); !result.ok()) return result;
     }
@@ -244,8 +283,8 @@ Result CTransferMainThread::become_only(CTransferSubThread& asker, const SourceA
     size_reported_ = verify_joints_ = continued_ = false;
     accepted_once_ = true;
     if (Result result = adopt(asker, answer); !result.ok()) return result;
-    const std::lock_guard guard(mutex_);
-    effective_ = answer.address;
+    const std::lock_guard guard(lock_);
+    mirrors_.at(asker.mirror).effective = answer.address;
     return {};
 }
 

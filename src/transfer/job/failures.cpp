@@ -13,14 +13,15 @@ namespace {
 constexpr int most_late_refusals = 5;
 // An answer that ends at the same byte this often in a row will end there for ever.
 constexpr int most_dead_ends = 10;
-constexpr std::chrono::seconds longest_back_off{300};
 
 }  // namespace
 
-bool CTransferMainThread::others_receive(const CTransferSubThread& asker) {
+bool CTransferMainThread::others_receive(const CTransferSubThread& asker, bool same_mirror) {
     const std::lock_guard guard(lock_);
     return std::any_of(job_.segments.begin(), job_.segments.end(), [&](const auto& segment) {
-        return segment->worker != nullptr && segment->worker != &asker && segment->worker->is_active();
+        const CTransferSubThread* worker = segment->worker;
+        return worker != nullptr && worker != &asker && worker->is_active() &&
+               (!same_mirror || worker->mirror == asker.mirror);
     });
 }
 
@@ -36,34 +37,35 @@ AfterFailure CTransferMainThread::fail_for_good(const Result& result) {
 
 // The server bears no more connections than those that receive now; later it is asked again, more and more
 // rarely.
-void CTransferMainThread::back_off(std::optional<std::chrono::seconds> server_asks) {
-    int active = 0;
-    {
-        const std::lock_guard guard(lock_);
-        for (const auto& segment : job_.segments) {
-            if (segment->worker != nullptr && segment->worker->is_active()) ++active;
-        }
-    }
-    const std::lock_guard guard(mutex_);
-    allowed_ = std::max(active, 1);
-    grow_at_ = Clock::now() + std::max(back_off_, server_asks.value_or(std::chrono::seconds(0)));
-    back_off_ = std::min(back_off_ * 2, longest_back_off);
+void CTransferMainThread::back_off(int mirror, std::optional<std::chrono::seconds> server_asks) {
+    const std::lock_guard guard(lock_);
+    const auto active = std::count_if(job_.segments.begin(), job_.segments.end(), [&](const auto& segment) {
+        return segment->worker != nullptr && segment->worker->is_active() &&
+               segment->worker->mirror == mirror;
+    });
+    mirrors_.back_off(mirror, static_cast<int>(active), server_asks);
+}
+
+// Called with the job lock held.
+RetryCase CTransferMainThread::retry_case(int errors, int fruitless, const FailedAttempt& attempt) const {
+    const Settings& settings = services_.settings;
+    const std::int64_t limit = settings.flag(setting::always_retry) ? -1 : settings.number(setting::retries);
+    RetryCase retry;
+    retry.errors = errors;
+    retry.fruitless = fruitless;
+    retry.server_asks = attempt.server_asks;
+    retry.limit = job_.own_retry_limit().value_or(static_cast<std::int32_t>(limit));
+    retry.delay = job_.retry_delay;
+    retry.longest_pause = std::chrono::seconds(job_.longest_pause);
+    return retry;
 }
 
 AfterFailure CTransferMainThread::retry(CTransferSubThread& asker, const FailedAttempt& attempt) {
-    const Settings& settings = services_.settings;
-    RetryCase retry;
-    retry.errors = attempt.errors;
-    retry.fruitless = attempt.fruitless;
-    retry.server_asks = attempt.server_asks;
-    retry.limit = settings.flag(setting::always_retry) ? -1 : settings.number(setting::retries);
+    RetryDecision decision;
     {
         const std::lock_guard guard(lock_);
-        retry.limit = job_.own_retry_limit().value_or(static_cast<std::int32_t>(retry.limit));
-        retry.delay = job_.retry_delay;
-        retry.longest_pause = std::chrono::seconds(job_.longest_pause);
+        decision = decide_retry(retry_case(attempt.errors, attempt.fruitless, attempt));
     }
-    const RetryDecision decision = decide_retry(retry);
     {
         const std::lock_guard guard(mutex_);
         last_failure_ = attempt.result;
@@ -108,7 +110,11 @@ AfterFailure CTransferMainThread::after_failure(CTransferSubThread& asker, const
     if (result.kind() == Kind::stopped || asker.is_retired()) return {};
     if (result.code == Code::local_file || result.code == Code::cancelled) return fail_for_good(result);
     if (result.code == Code::joint_unsure) return {true, {}, false};
+    if (mirrors_.are_several()) return after_mirror_failure(asker, attempt);
     if (result.kind() == Kind::restart) {
+        // A new start would not help: the size was known before.
+        if (job_.sources && job_.sources->size >= 0 && result.code == Code::size_differs)
+            return fail_for_good(result);
         ask_for_restart(result, false);
         return {};
     }
@@ -117,13 +123,20 @@ AfterFailure CTransferMainThread::after_failure(CTransferSubThread& asker, const
         return {};
     }
     // A further connection that the server doesn't want: the others go on with its part.
-    if (!attempt.accepted && attempt.segment_untouched && others_receive(asker)) {
-        back_off(attempt.server_asks);
+    if (!attempt.accepted && attempt.segment_untouched && others_receive(asker, false)) {
+        back_off(asker.mirror, attempt.server_asks);
         return {};
     }
     // The same credentials again would lock somebody's account, and bring nothing.
     if (result.code == Code::credentials_refused || result.about_credentials) return fail_for_good(result);
-    if (result.code == Code::range_ignored && ++ignored_ranges_ > 2) return restart_without_ranges(attempt);
+    if (result.code == Code::range_ignored) {
+        bool is_enough = false;
+        {
+            const std::lock_guard guard(lock_);
+            is_enough = ++mirrors_.at(asker.mirror).ignored_ranges > 2;
+        }
+        if (is_enough) return restart_without_ranges(attempt);
+    }
     if (result.kind() == Kind::retry_later) {
         if (attempt.accepted && attempt.fruitless >= most_dead_ends) {
             return fail_for_good(
@@ -133,9 +146,10 @@ AfterFailure CTransferMainThread::after_failure(CTransferSubThread& asker, const
     }
     {
         // Where a redirect led may be gone: the way is asked for again.
-        const std::lock_guard guard(mutex_);
-        if (!effective_.empty() && effective_ != job_.address) {
-            effective_.clear();
+        const std::lock_guard guard(lock_);
+        Mirror& mirror = mirrors_.at(asker.mirror);
+        if (!mirror.effective.empty() && mirror.effective != mirror.address) {
+            mirror.effective.clear();
             return {true, {}, false};
         }
     }

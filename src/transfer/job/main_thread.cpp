@@ -20,6 +20,17 @@ constexpr std::size_t hash_step = 256 * 1024;
 // What a full disk is given back so that the job's state can be written.
 constexpr std::int64_t state_room = 256 * 1024;
 
+// Complete segments say nothing, and may stand within a range that is fetched again. One stays: a job
+// without any has not begun.
+void drop_complete_segments(CJobNode& job) {
+    const auto is_complete = [](const auto& segment) { return segment->start >= segment->end; };
+    if (std::all_of(job.segments.begin(), job.segments.end(), is_complete)) {
+        job.segments.resize(std::min<std::size_t>(job.segments.size(), 1));
+    } else {
+        std::erase_if(job.segments, is_complete);
+    }
+}
+
 }  // namespace
 
 CTransferMainThread::CTransferMainThread(CJobNode& job, const TransferServices& services, RunOptions options,
@@ -54,6 +65,7 @@ void CTransferMainThread::run() {
     Result result = transfer();
     retire_all();
     reap(true);
+    end_pieces();
     if (result.code == Code::ok || result.code == Code::finished_empty) {
         Result finished = finish();
         if (!finished.ok()) result = std::move(finished);
@@ -84,7 +96,10 @@ Result CTransferMainThread::begin() {
     {
         const std::lock_guard guard(lock_);
         job_.state = JobState::running;
-        if (!job_.segments.empty() && job_.file_size > 0) {
+        mirrors_.begin(job_);
+        const std::int64_t expected = job_.sources ? job_.sources->size : -1;
+        const bool is_of_this_size = expected < 0 || expected == job_.file_size;
+        if (!job_.segments.empty() && job_.file_size > 0 && is_of_this_size) {
             target = job_.path;
             needed = written_end(job_);
         }
@@ -109,8 +124,14 @@ Result CTransferMainThread::begin() {
         if (continued_) version_ = {job_.file_size, job_.validators.last_modified, job_.validators.etag};
         state_saved_ = continued_.load();
         only_one_ = job_.whole_file != 0;
+        if (continued_ && !mirrors_.are_several()) {
+            mirrors_.at(0).version = version_;
+            mirrors_.at(0).version_known = true;
+        }
+        verify_joints_ = mirrors_.are_several() && piece_hashes() == nullptr;
     }
     remember_safe(std::move(safe));
+    if (continued_) begin_pieces();
     return {};
 }
 
@@ -138,17 +159,38 @@ Result CTransferMainThread::transfer() {
         return {Code::unsupported, std::move(why)};
     }
     if (Result result = begin(); !result.ok()) return result;
-    next_save_ = Clock::now() + save_interval;
-    if (!start_one()) return {};  // every segment of an earlier run was complete
     for (;;) {
+        if (Result result = fetch_missing(); !result.ok()) return result;
+        retire_all();
+        reap(true);
+        if (Result result = file_.drain(); !result.ok()) return result;
+        bool matches = true;
+        if (Result result = check_hashes(matches); !result.ok()) return result;
+        if (matches || !try_other_mirror()) {
+            hash_matches_ = matches;
+            return job_.file_size == 0 ? Result(Code::finished_empty) : Result();
+        }
+    }
+}
+
+// Until every segment is complete and every piece is right.
+Result CTransferMainThread::fetch_missing() {
+    next_save_ = Clock::now() + save_interval;
+    start_one();  // nothing to start where every segment of an earlier run was complete
+    for (;;) {
+        if (const auto result = look()) return *result;
         Clock::time_point until = next_save_;
         {
-            const std::lock_guard guard(mutex_);
-            if (grow_at_ > Clock::now()) until = std::min(until, grow_at_);
+            const std::lock_guard guard(lock_);
+            const auto chance = mirrors_.next_chance();
+            if (chance && *chance > Clock::now()) until = std::min(until, *chance);
         }
         wait_for_news(until);
         if (stop_.requested()) return stop_.reason();
         if (auto result = look()) return *result;
+        take_back_from_left();
+        // The first connection may have ended without a word about the size.
+        if (subs_.empty() && mirrors_.are_several()) start_one();
         grow();
         replace_slow();
         if (auto result = idle_end()) return *result;
@@ -181,14 +223,19 @@ std::optional<Result> CTransferMainThread::look() {
     }
     const std::lock_guard guard(lock_);
     if (!is_complete()) return std::nullopt;
-    return job_.file_size == 0 ? Result(Code::finished_empty) : Result();
+    return Result();
 }
 
 // No thread is left although the job isn't complete: it ends with the last failure.
 std::optional<Result> CTransferMainThread::idle_end() {
-    if (!subs_.empty()) return std::nullopt;
+    if (!subs_.empty() || (pieces_ && pieces_->is_busy())) return std::nullopt;
+    {
+        const std::lock_guard guard(lock_);
+        const auto chance = mirrors_.next_chance();
+        if (chance && *chance > Clock::now()) return std::nullopt;
+    }
     const std::lock_guard guard(mutex_);
-    if (fatal_ || restart_ || news_there_ || grow_at_ > Clock::now()) return std::nullopt;
+    if (fatal_ || restart_ || news_there_) return std::nullopt;
     if (last_failure_.ok()) return Result(Code::transient, "No connection is left.");
     return last_failure_;
 }
@@ -233,14 +280,27 @@ Result CTransferMainThread::start_over() {
     {
         const std::lock_guard guard(mutex_);
         whole = std::exchange(restart_whole_, false);
-        effective_.clear();
         if (!whole) notice_ = message_text(Message::server_newer);
     }
     if (!whole) {
         if (++restarts_ > most_restarts) return Code::keeps_changing;
         log_.line(Direction::note, message_text(Message::server_newer));
     }
+    {
+        const std::lock_guard guard(lock_);
+        mirrors_.pardon_different();
+        if (whole) only_one_ = true;
+        if (whole) job_.whole_file = 1;
+    }
+    if (Result result = begin_anew(); !result.ok()) return result;
+    start_one();
+    return {};
+}
+
+// Nothing of the file is kept; no connection is at work.
+Result CTransferMainThread::begin_anew() {
     forget_state();
+    forget_pieces();
     if (file_.is_open()) {
         if (Result result = file_.start_over(); !result.ok()) return result;
     }
@@ -248,26 +308,49 @@ Result CTransferMainThread::start_over() {
         const std::lock_guard guard(mutex_);
         if (safe_) safe_->segments.clear();
     }
-    size_reported_ = ranges_proven_ = ranges_promised_ = verify_joints_ = encoded_ = continued_ = false;
+    size_reported_ = encoded_ = continued_ = false;
     {
         const std::lock_guard guard(lock_);
+        mirrors_.forget_answers();
+        verify_joints_ = mirrors_.are_several() && piece_hashes() == nullptr;
         job_.segments.clear();
         job_.append_segment(0, unknown_end);
         job_.file_size = -1;
         version_known_ = false;
-        if (whole) only_one_ = true;
-        if (whole) job_.whole_file = 1;
     }
-    start_one();
     return {};
 }
 
 bool CTransferMainThread::start_one() {
+    std::vector<bool> tried(static_cast<std::size_t>(mirrors_.count()));
+    for (;;) {
+        int mirror = MirrorSet::none;
+        {
+            const std::lock_guard guard(lock_);
+            mirror = mirrors_.choose(job_.thread_limit(),
+                                     [&](int i) { return !tried[static_cast<std::size_t>(i)]; });
+        }
+        if (mirror == MirrorSet::none) return false;
+        if (start_with(mirror)) return true;
+        // Work that this mirror may not do may be left for another.
+        tried[static_cast<std::size_t>(mirror)] = true;
+    }
+}
+
+bool CTransferMainThread::start_with(int mirror) {
     SubThreadHost& host = *this;
     auto sub = std::make_unique<CTransferSubThread>(
         host, SubThreadTools{services_.connections, services_.libraries, services_.settings, log_, stop_,
                              services_.threads});
-    if (!take_work(*sub)) return false;
+    sub->mirror = mirror;
+    if (!take_work(*sub)) {
+        sub->mirror = MirrorSet::none;
+        return false;
+    }
+    {
+        const std::lock_guard guard(lock_);
+        ++mirrors_.at(mirror).connections;
+    }
     subs_.push_back(std::move(sub));
     subs_.back()->start();
     return true;
@@ -277,21 +360,11 @@ bool CTransferMainThread::start_one() {
 // many as the job and the server allow.
 void CTransferMainThread::grow() {
     if (!size_reported_) return;
-    const auto now = Clock::now();
     std::size_t limit = 0;
     {
         const std::lock_guard guard(mutex_);
-        if (now < grow_at_) return;
-        // A server that refused once is asked for one more at a time.
-        if (allowed_ < job_.thread_limit() && grow_at_ != Clock::time_point{}) {
-            ++allowed_;
-            grow_at_ = now + back_off_;
-        } else if (grow_at_ == Clock::time_point{}) {
-            allowed_ = job_.thread_limit();
-        }
-        limit = static_cast<std::size_t>(std::max(std::min(allowed_, job_.thread_limit() - halted_), 0));
+        limit = static_cast<std::size_t>(std::max(job_.thread_limit() - halted_, 0));
     }
-    if (!ranges_proven_ && !ranges_promised_) limit = std::min<std::size_t>(limit, 2);
     while (subs_.size() < limit && start_one()) {
     }
 }
@@ -300,7 +373,7 @@ void CTransferMainThread::grow() {
 // left to cut: it is ended, and grow() gives its segment to a new one.
 void CTransferMainThread::replace_slow() {
     constexpr int most_replaced = 16;
-    if (!size_reported_ || !ranges_proven_ || replaced_ >= most_replaced) return;
+    if (!size_reported_ || replaced_ >= most_replaced) return;
     if (subs_.size() >= static_cast<std::size_t>(job_.thread_limit())) return;
     const std::lock_guard guard(lock_);
     std::vector<PaceItem> items;
@@ -316,7 +389,11 @@ void CTransferMainThread::replace_slow() {
             {segment->end - worker->position(), worker->bytes_per_second(), worker->is_settled()});
     }
     if (const auto slow = choose_takeover(items, best_speed_)) {
-        job_.segments[*slow]->worker->retire();
+        CTransferSubThread& worker = *job_.segments[*slow]->worker;
+        Mirror* mirror = worker.mirror == MirrorSet::none ? nullptr : &mirrors_.at(worker.mirror);
+        if (mirror != nullptr && !mirror->ranges_proven) return;
+        if (mirror != nullptr) ++mirror->failures;
+        worker.retire();
         ++replaced_;
     }
 }
@@ -347,8 +424,21 @@ JobProgress CTransferMainThread::progress() {
     return progress;
 }
 
-Result CTransferMainThread::check_hash(bool& matches) {
-    Digest digest(options_.hash->kind);
+// The hash that was asked for, and the one that the job's sources name.
+Result CTransferMainThread::check_hashes(bool& matches) {
+    matches = true;
+    if (options_.hash) {
+        if (Result result = check_hash(*options_.hash, matches); !result.ok() || !matches) return result;
+    }
+    if (!job_.sources || !job_.sources->whole) return {};
+    const ExpectedHash& named = *job_.sources->whole;
+    const bool is_checked =
+        options_.hash && options_.hash->kind == named.kind && options_.hash->digest == named.digest;
+    return is_checked ? Result{} : check_hash(named, matches);
+}
+
+Result CTransferMainThread::check_hash(const ExpectedHash& expected, bool& matches) {
+    Digest digest(expected.kind);
     std::vector<std::byte> buffer(hash_step);
     for (std::int64_t at = 0; at < job_.file_size;) {
         if (stop_.requested()) return stop_.reason();
@@ -359,16 +449,12 @@ Result CTransferMainThread::check_hash(bool& matches) {
         digest.update(part);
         at += static_cast<std::int64_t>(bytes);
     }
-    matches = digest.finish() == options_.hash->digest;
+    matches = digest.finish() == expected.digest;
     return {};
 }
 
 Result CTransferMainThread::finish() {
-    bool matches = true;
-    if (Result result = file_.drain(); !result.ok()) return result;
-    if (options_.hash) {
-        if (Result result = check_hash(matches); !result.ok()) return result;
-    }
+    const bool matches = hash_matches_;
     const std::u16string state = file_.state_path();
     if (Result result = file_.finish(job_.file_size, matches ? std::u16string_view{} : wrong_hash_suffix);
         !result.ok())
@@ -405,6 +491,7 @@ void CTransferMainThread::save_state() {
         if (only_one_ || job_.file_size <= 0) return;  // nothing that could be continued
         snapshot = job_.twin();
         snapshot->validators = {version_.etag, version_.last_modified};
+        drop_complete_segments(*snapshot);
     }
     snapshot->path = file_.target();
     if (!file_.flush().ok()) return;  // logged; the state on the disk stays true

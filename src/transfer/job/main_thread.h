@@ -3,6 +3,7 @@
 
 #include <condition_variable>
 #include <functional>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -14,7 +15,11 @@
 #include "base/digest.h"
 #include "store/job.h"
 #include "transfer/job/local_file.h"
+#include "transfer/job/mirrors.h"
+#include "transfer/job/origins.h"
+#include "transfer/job/piece_check.h"
 #include "transfer/job/progress.h"
+#include "transfer/job/retry_rule.h"
 #include "transfer/job/sub_thread.h"
 #include "transfer/job/version_rule.h"
 
@@ -69,7 +74,8 @@ class CTransferMainThread : private SubThreadHost, private WrittenListener {
   private:
     // What sub threads ask for (SubThreadHost, WrittenListener).
     bool take_work(CTransferSubThread& asker) override;
-    SourcePlan plan() override;
+    SourcePlan plan(CTransferSubThread& asker) override;
+    void delivered(const CTransferSubThread& asker, std::int64_t offset, std::int64_t bytes) override;
     std::int64_t overlap_before(const CTransferSubThread& asker) override;
     std::int64_t overlap_behind(const CTransferSubThread& asker) override;
     Result response_accepted(CTransferSubThread& asker, const SourceAnswer& answer,
@@ -84,8 +90,9 @@ class CTransferMainThread : private SubThreadHost, private WrittenListener {
 
     // The main thread's walk (main_thread.cpp).
     void run();
-    Result transfer();
     Result begin();
+    Result transfer();
+    Result fetch_missing();
     FileRules file_rules() const;
     void choose_proxy(SourcePlan& plan) const;
     FtpRules ftp_rules() const;
@@ -95,13 +102,16 @@ class CTransferMainThread : private SubThreadHost, private WrittenListener {
     void reap(bool all);
     void retire_all();
     Result start_over();
+    Result begin_anew();
     void grow();
     bool start_one();
+    bool start_with(int mirror);
     void replace_slow();
     void forget_state();
     void remove_state(const std::u16string& path);
     Result finish();
-    Result check_hash(bool& matches);
+    Result check_hashes(bool& matches);
+    Result check_hash(const ExpectedHash& expected, bool& matches);
     void save_state();
     FileError write_state(const CJobNode& snapshot);
     void remember_safe(std::unique_ptr<CJobNode> copy);
@@ -114,14 +124,42 @@ class CTransferMainThread : private SubThreadHost, private WrittenListener {
     Result adopt(CTransferSubThread& asker, const SourceAnswer& answer);
     Result open_file(const SourceAnswer& answer);
     AfterFailure fail_for_good(const Result& result);
+    RetryCase retry_case(int errors, int fruitless, const FailedAttempt& attempt) const;
     AfterFailure retry(CTransferSubThread& asker, const FailedAttempt& attempt);
     AfterFailure restart_without_ranges(const FailedAttempt& attempt);
     void ask_for_restart(const Result& why, bool whole);
     void rewind(CTransferSubThread& asker);
-    void back_off(std::optional<std::chrono::seconds> server_asks);
+    void back_off(int mirror, std::optional<std::chrono::seconds> server_asks);
     bool told_other_size(std::int64_t size);
-    bool others_receive(const CTransferSubThread& asker);
+    bool others_receive(const CTransferSubThread& asker, bool same_mirror);
+
+    // Several mirrors (mirror_failures.cpp).
+    AfterFailure after_mirror_failure(CTransferSubThread& asker, const FailedAttempt& attempt);
+    std::string note_failure(const CTransferSubThread& asker, const FailedAttempt& attempt);
+    std::string note_joint(const CTransferSubThread& asker, const FailedAttempt& attempt);
+    AfterFailure next_mirror(CTransferSubThread& asker);
+    AfterFailure no_mirror_left();
+    std::string leave_mirror(int mirror, const Result& why, const CTransferSubThread* asker);
+    void take_back_from_left();
+    bool try_other_mirror();
+    [[nodiscard]] int mirror_with_most() const;
+    void keep_only_from(int mirror);
+    [[nodiscard]] bool may_serve(int mirror, const CJobSeg& segment);
+
+    // Pieces and their hashes (pieces.cpp).
+    [[nodiscard]] const PieceHashes* piece_hashes() const noexcept;
+    void begin_pieces();
+    void forget_pieces();
+    void end_pieces();
+    std::vector<std::size_t> find_whole_pieces(std::int64_t begin, std::int64_t end);
+    [[nodiscard]] bool is_missing(std::int64_t begin, std::int64_t end) const;
+    void piece_checked(std::size_t piece, const Result& result);
+    std::string refuse_piece(std::size_t piece);
+    void give_back(std::int64_t begin, std::int64_t end);
+    [[nodiscard]] std::int64_t cut_at(std::int64_t wanted, std::int64_t begin, std::int64_t split_size) const;
+    [[nodiscard]] bool is_suspect(const CJobSeg& segment) const;
     [[nodiscard]] std::optional<std::size_t> segment_to_go_on_with(const CTransferSubThread& asker) const;
+    std::vector<std::size_t> advance(std::int64_t offset, std::int64_t bytes);
     CJobSeg* choose_segment(const CTransferSubThread& asker, std::int64_t split_size);
     [[nodiscard]] bool is_complete() const;
     CJobSeg* cut_segment(std::size_t index, std::int64_t start);
@@ -138,11 +176,23 @@ class CTransferMainThread : private SubThreadHost, private WrittenListener {
     Clock::time_point next_save_{};
     std::vector<std::unique_ptr<CTransferSubThread>> subs_;  ///< the main thread's
 
-    BusyLock lock_;            ///< the job lock: job_, its segments, and the three below
+    BusyLock lock_;            ///< the job lock: job_, its segments, and those below
     ResourceVersion version_;  ///< of the first answer, or of an earlier run's
     bool version_known_ = false;
     bool only_one_ = false;     ///< one connection from zero: the server cannot resume
     bool taking_over_ = false;  ///< one connection is about to throw the others' bytes away; guarded by lock_
+    MirrorSet mirrors_;
+    Origins origins_;                     ///< kept where bytes may have to be blamed on a mirror
+    std::unique_ptr<PieceCheck> pieces_;  ///< made once the size is known; null without piece hashes
+    enum class PieceState : std::uint8_t { missing, waits, good };
+    std::vector<PieceState> piece_states_;
+    std::size_t good_pieces_ = 0;
+    struct Suspicion {
+        std::vector<int> mirrors;  ///< that gave bad copies of it, or parts of them
+        std::size_t copies = 0;
+    };
+    std::map<std::size_t, Suspicion> suspects_;  ///< by piece
+    std::vector<int> to_take_back_;  ///< mirrors that were left for wrong bytes: see take_back_from_left()
 
     std::mutex mutex_;
     std::condition_variable_any news_;
@@ -154,27 +204,21 @@ class CTransferMainThread : private SubThreadHost, private WrittenListener {
     bool restart_whole_ = false;  ///< the restart asks for the whole by one connection
     int halted_ = 0;              ///< connections that reached the retry limit
     Result last_failure_;
-    std::u16string effective_;  ///< where redirects led
     std::string notice_;
     std::unique_ptr<CJobNode> safe_;  ///< what safe_copy() gives
     int attached_ = 0;                ///< sub threads that hold a segment
-    int allowed_ = 1;                 ///< connections that the server seems to bear
-    Clock::time_point grow_at_{};
-    std::chrono::seconds back_off_{10};
 
     std::atomic<bool> size_reported_{false};
-    std::atomic<bool> ranges_promised_{false};
-    std::atomic<bool> ranges_proven_{false};
     std::atomic<bool> accepted_once_{false};
     std::atomic<bool> verify_joints_{false};
     std::atomic<bool> encoded_{false};
     std::atomic<bool> state_saved_{false};
     std::atomic<bool> continued_{false};  ///< an earlier run's file is continued and was not verified yet
-    std::atomic<int> ignored_ranges_{0};
     std::atomic<int> late_refusals_{0};
     std::atomic<std::int64_t> received_{0};
     std::atomic<std::int64_t> best_speed_{0};  ///< of the segments that were finished, bytes per second
     int restarts_ = 0;                         ///< the main thread's
+    bool hash_matches_ = true;                 ///< of the whole file; the main thread's
     int replaced_ = 0;                         ///< slow connections replaced; the main thread's
 
     ThreadPool::Running thread_;  ///< last

@@ -38,6 +38,8 @@ FileError save_resume_state(const CJobNode& job, const std::u16string& path) {
     copy.user.clear();
     copy.password.clear();
     copy.cookie.clear();
+    // Its words name the mirrors and hashes again; the map of checked pieces says what it belongs to.
+    copy.sources.reset();
     CQoMemFile file;
     save_single_job(copy, file);
     return write_file_atomically(path, file.bytes(), Privacy::owner_only);

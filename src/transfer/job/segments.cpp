@@ -41,14 +41,16 @@ CJobSeg* CTransferMainThread::choose_segment(const CTransferSubThread& asker, st
     std::vector<WorkItem> items;
     for (const auto& segment : job_.segments) {
         const bool active = segment->worker != nullptr;
-        const bool fixed = active && segment->end == unknown_end;
+        const bool fixed =
+            active ? segment->end == unknown_end || is_suspect(*segment) : !may_serve(asker.mirror, *segment);
         const std::int64_t start =
             active ? std::max(segment->start, segment->worker->position()) : segment->start;
         items.push_back({start, fixed ? start : segment->end, active});
     }
     const auto take = choose_work(items, split_size);
     if (!take) return nullptr;
-    return take->cut ? cut_segment(take->index, take->start) : job_.segments[take->index].get();
+    if (!take->cut) return job_.segments[take->index].get();
+    return cut_segment(take->index, cut_at(take->start, items[take->index].start, split_size));
 }
 
 bool CTransferMainThread::take_work(CTransferSubThread& asker) {
@@ -58,6 +60,7 @@ bool CTransferMainThread::take_work(CTransferSubThread& asker) {
     {
         const std::lock_guard guard(lock_);
         const auto is_taken = [](const auto& segment) { return segment->worker != nullptr; };
+        if (asker.mirror != MirrorSet::none && !mirrors_.is_usable(asker.mirror)) return false;
         if (only_one_ && std::any_of(job_.segments.begin(), job_.segments.end(), is_taken)) return false;
         // What is complete needs no record: the gap that it leaves says as much. One record stays, so that a
         // job that is complete is not taken for one that never began.
@@ -79,10 +82,12 @@ bool CTransferMainThread::take_work(CTransferSubThread& asker) {
 // Called with the job lock held.
 bool CTransferMainThread::is_complete() const {
     return job_.file_size >= 0 && !taking_over_ &&
-           std::all_of(job_.segments.begin(), job_.segments.end(), [this](const auto& segment) {
-               const bool compares = verify_joints_ && segment->worker != nullptr;
-               return segment->start >= segment->end && !compares;
-           });
+           std::all_of(job_.segments.begin(), job_.segments.end(),
+                       [this](const auto& segment) {
+                           const bool compares = verify_joints_ && segment->worker != nullptr;
+                           return segment->start >= segment->end && !compares;
+                       }) &&
+           good_pieces_ == piece_states_.size();
 }
 
 bool CTransferMainThread::release(CTransferSubThread& asker) {
@@ -111,15 +116,36 @@ bool CTransferMainThread::release(CTransferSubThread& asker) {
 }
 
 void CTransferMainThread::written(std::int64_t offset, std::int64_t bytes) {
-    const std::lock_guard guard(lock_);
+    std::vector<std::size_t> whole;
+    {
+        const std::lock_guard guard(lock_);
+        whole = advance(offset, bytes);
+    }
+    for (const std::size_t piece : whole) pieces_->add(piece);
+}
+
+// Called with the job lock held; the pieces that are whole now.
+std::vector<std::size_t> CTransferMainThread::advance(std::int64_t offset, std::int64_t bytes) {
     for (auto& segment : job_.segments) {
         if (segment->start != offset || segment->end <= offset) continue;
         segment->start = std::min(offset + bytes, segment->end);
-        return;
+        return pieces_ ? find_whole_pieces(offset, segment->start) : std::vector<std::size_t>();
     }
+    return {};
+}
+
+void CTransferMainThread::delivered(const CTransferSubThread& asker, std::int64_t offset,
+                                    std::int64_t bytes) {
+    const std::lock_guard guard(lock_);
+    if (mirrors_.are_several() || pieces_) origins_.add(offset, offset + bytes, asker.mirror);
 }
 
 void CTransferMainThread::ended(CTransferSubThread& asker, const Result& last) {
+    {
+        const std::lock_guard guard(lock_);
+        if (asker.mirror != MirrorSet::none) --mirrors_.at(asker.mirror).connections;
+        asker.mirror = MirrorSet::none;
+    }
     {
         const std::lock_guard guard(mutex_);
         ended_.push_back(&asker);

@@ -149,7 +149,7 @@ Result CTransferSubThread::open_at(SourcePlan plan, SourceAnswer& answer) {
 }
 
 Result CTransferSubThread::open_source() {
-    const SourcePlan plan = host_.plan();
+    const SourcePlan plan = host_.plan(*this);
     silence_ = plan.silence;
     server_asks_.reset();
     told_size_ = -1;
@@ -271,6 +271,7 @@ Result CTransferSubThread::flush() {
     const std::int64_t bytes = std::min(static_cast<std::int64_t>(gathered_), limit() - offset);
     gathered_ = 0;
     if (bytes <= 0) return {};
+    host_.delivered(*this, offset, bytes);
     return host_.file().write(offset, gather_.bytes().first(static_cast<std::size_t>(bytes)));
 }
 

@@ -47,7 +47,9 @@ class SubThreadHost {
     /// Takes work: gives the asker a segment (sets its range) or nothing, in which case it ends.
     virtual bool take_work(CTransferSubThread& asker) = 0;
     /// Whom to ask for what, with the settings as they are now.
-    virtual SourcePlan plan() = 0;
+    virtual SourcePlan plan(CTransferSubThread& asker) = 0;
+    /// These bytes of the asker's answer are about to be written.
+    virtual void delivered(const CTransferSubThread& asker, std::int64_t offset, std::int64_t bytes) = 0;
     /// How many bytes before the asker's position are to be fetched again and compared with the file.
     virtual std::int64_t overlap_before(const CTransferSubThread& asker) = 0;
     /// How many bytes behind the end of the asker's segment are there to be compared.
@@ -109,6 +111,9 @@ class CTransferSubThread {
 
     /// The segment at work, null when idle. Changed by the host under the job's lock.
     CJobSeg* segment = nullptr;
+    /// Which of the job's mirrors it fetches from; MirrorSet::none while it has none. Changed by the host
+    /// under the job's lock.
+    int mirror = -1;
     /// True once a segment was finished; changed by this thread.
     bool finished_one = false;
     /// Begins at a position, before anything was received for it. By the host, from this thread or before

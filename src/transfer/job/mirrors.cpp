@@ -1,0 +1,140 @@
+#include "transfer/job/mirrors.h"
+
+#include <algorithm>
+
+#include "base/text.h"
+#include "store/address.h"
+#include "transfer/job/mirror_rule.h"
+
+namespace vantlow {
+namespace {
+
+constexpr std::chrono::seconds longest_back_off{300};
+
+bool is_same_server(const std::u16string& a, const std::u16string& b) {
+    const auto first = parse_target(a);
+    const auto second = parse_target(b);
+    return first && second && first->scheme == second->scheme && iequals(first->host, second->host) &&
+           first->port == second->port;
+}
+
+bool is_different(const Result& why) noexcept {
+    return why.kind() == Kind::restart;
+}
+
+}  // namespace
+
+void MirrorSet::begin(const CJobNode& job) {
+    mirrors_.clear();
+    only_ = none;
+    const auto add = [this, &job](const std::u16string& address) {
+        const bool is_known = std::any_of(mirrors_.begin(), mirrors_.end(),
+                                          [&](const Mirror& mirror) { return mirror.address == address; });
+        if (is_known || count() >= most_mirrors) return;
+        Mirror& mirror = mirrors_.emplace_back();
+        mirror.address = address;
+        mirror.own_server = address == job.address || is_same_server(address, job.address);
+    };
+    add(job.address);
+    if (!job.sources) return;
+    for (const std::u16string& address : job.sources->mirrors) {
+        // The job's own may be written with credentials that the list lacks.
+        if (without_credentials(address) != without_credentials(job.address)) add(address);
+    }
+}
+
+bool MirrorSet::is_usable(int mirror) const noexcept {
+    return !mirrors_[static_cast<std::size_t>(mirror)].left && (only_ == none || only_ == mirror);
+}
+
+bool MirrorSet::is_any_usable() const noexcept {
+    for (int i = 0; i < count(); ++i) {
+        if (is_usable(i)) return true;
+    }
+    return false;
+}
+
+bool MirrorSet::is_free(int index, int thread_limit, Clock::time_point now) {
+    Mirror& mirror = at(index);
+    if (!is_usable(index) || now < mirror.not_before || now < mirror.grow_at) return false;
+    if (mirror.grow_at == Clock::time_point{}) {
+        mirror.allowed = thread_limit;
+    } else if (mirror.allowed < thread_limit && mirror.connections >= mirror.allowed) {
+        // A server that refused once is asked for one more at a time.
+        ++mirror.allowed;
+        mirror.grow_at = now + mirror.back_off;
+    }
+    int limit = mirror.allowed;
+    // One until a mirror has answered, two until it has shown that it answers ranges.
+    if (!mirror.answered) limit = std::min(limit, are_several() ? 1 : limit);
+    if (!mirror.ranges_proven && !mirror.ranges_promised) limit = std::min(limit, 2);
+    return mirror.connections < limit;
+}
+
+int MirrorSet::choose(int thread_limit, const std::function<bool(int)>& may) {
+    const auto now = Clock::now();
+    std::vector<MirrorItem> items;
+    for (int i = 0; i < count(); ++i) {
+        const bool usable = may(i) && is_free(i, thread_limit, now);
+        items.push_back({at(i).connections, at(i).failures, usable});
+    }
+    const auto chosen = choose_mirror(items);
+    return chosen ? static_cast<int>(*chosen) : none;
+}
+
+std::optional<Clock::time_point> MirrorSet::next_chance() const {
+    std::optional<Clock::time_point> earliest;
+    for (int i = 0; i < count(); ++i) {
+        if (!is_usable(i)) continue;
+        const Mirror& mirror = mirrors_[static_cast<std::size_t>(i)];
+        const auto chance = std::max(mirror.not_before, mirror.grow_at);
+        if (!earliest || chance < *earliest) earliest = chance;
+    }
+    return earliest;
+}
+
+void MirrorSet::back_off(int index, int active, std::optional<std::chrono::seconds> server_asks) {
+    Mirror& mirror = at(index);
+    mirror.allowed = std::max(active, 1);
+    mirror.grow_at = Clock::now() + std::max(mirror.back_off, server_asks.value_or(std::chrono::seconds(0)));
+    mirror.back_off = std::min(mirror.back_off * 2, longest_back_off);
+}
+
+void MirrorSet::leave(int index, const Result& why) {
+    at(index).left = true;
+    at(index).why = why;
+    if (only_ == index) only_ = none;
+}
+
+bool MirrorSet::pardon_different() {
+    bool any = false;
+    for (Mirror& mirror : mirrors_) {
+        if (!mirror.left || !is_different(mirror.why)) continue;
+        mirror.left = false;
+        any = true;
+    }
+    return any;
+}
+
+bool MirrorSet::is_any_different() const noexcept {
+    return std::any_of(mirrors_.begin(), mirrors_.end(),
+                       [](const Mirror& mirror) { return mirror.left && is_different(mirror.why); });
+}
+
+void MirrorSet::forget_answers() {
+    for (Mirror& mirror : mirrors_) {
+        mirror.effective.clear();
+        mirror.version_known = mirror.ranges_promised = mirror.ranges_proven = mirror.no_ranges = false;
+    }
+}
+
+Result MirrorSet::why_none() const {
+    const auto other = std::find_if(mirrors_.begin(), mirrors_.end(), [](const Mirror& mirror) {
+        return mirror.left && mirror.why.code != Code::hash_differs;
+    });
+    if (!are_several()) return mirrors_.front().why;
+    if (other == mirrors_.end()) return {Code::hash_differs, "Every mirror gave wrong bytes."};
+    return {other->why.code, "No mirror is left: " + other->why.message()};
+}
+
+}  // namespace vantlow

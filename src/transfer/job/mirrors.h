@@ -1,0 +1,89 @@
+// The addresses that a job fetches from, and what is known of each server.
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "base/result.h"
+#include "platform/socket.h"
+#include "store/job.h"
+#include "transfer/job/version_rule.h"
+
+namespace vantlow {
+
+/// One address of a job. Most jobs have one.
+struct Mirror {
+    std::u16string address;
+    std::u16string effective;  ///< where redirects led; empty: not known
+    bool own_server = true;    ///< the job's credentials and cookies belong to it
+    ResourceVersion version;   ///< of its first answer
+    bool version_known = false;
+
+    int connections = 0;  ///< sub threads that use it
+    int failures = 0;
+    int errors = 0;     ///< failures that count towards the retry limit
+    int fruitless = 0;  ///< attempts in a row that brought nothing new
+    int ignored_ranges = 0;
+    bool answered = false;
+    bool ranges_promised = false;
+    bool ranges_proven = false;
+    bool no_ranges = false;  ///< gives the whole only
+
+    int allowed = 1;              ///< connections that it seems to bear
+    Clock::time_point grow_at{};  ///< when it is asked for more again; zero: it never refused one
+    std::chrono::seconds back_off{10};
+    Clock::time_point not_before{};  ///< nothing is asked of it earlier
+
+    bool left = false;  ///< nothing more is asked of it
+    Result why;         ///< why it was left
+};
+
+/// The mirrors of one job. Plain bookkeeping: guarded by the job's lock.
+class MirrorSet {
+  public:
+    static constexpr int none = -1;
+    static constexpr int most_mirrors = 1000;
+
+    /// The job's own address first, then the others that its sources name.
+    void begin(const CJobNode& job);
+
+    [[nodiscard]] Mirror& at(int mirror) { return mirrors_[static_cast<std::size_t>(mirror)]; }
+    [[nodiscard]] int count() const noexcept { return static_cast<int>(mirrors_.size()); }
+    [[nodiscard]] bool are_several() const noexcept { return mirrors_.size() > 1; }
+    /// Not left, and not shut out by the only one that is to be used.
+    [[nodiscard]] bool is_usable(int mirror) const noexcept;
+    [[nodiscard]] bool is_any_usable() const noexcept;
+
+    /// The mirror that gets the next connection, among those for which `may` is true; `none` when no mirror
+    /// may have one now.
+    int choose(int thread_limit, const std::function<bool(int)>& may);
+    /// When a usable mirror may be asked (more) at the earliest; none when there is nothing to wait for.
+    [[nodiscard]] std::optional<Clock::time_point> next_chance() const;
+    /// It bears no more connections than `active`; later it is asked again, more and more rarely.
+    void back_off(int mirror, int active, std::optional<std::chrono::seconds> server_asks);
+
+    void leave(int mirror, const Result& why);
+    /// Those that were left because they differed from what another one gave get another chance.
+    bool pardon_different();
+    [[nodiscard]] bool is_any_different() const noexcept;
+    /// From now on one mirror alone, until it is left.
+    void use_only(int mirror) noexcept { only_ = mirror; }
+    [[nodiscard]] int only() const noexcept { return only_; }
+    /// Nothing is known of the servers any more, after a change of the resource.
+    void forget_answers();
+
+    /// What ends the job when no mirror is usable: a wrong hash where every mirror gave wrong bytes.
+    [[nodiscard]] Result why_none() const;
+
+  private:
+    bool is_free(int mirror, int thread_limit, Clock::time_point now);
+
+    std::vector<Mirror> mirrors_;
+    int only_ = none;
+};
+
+}  // namespace vantlow

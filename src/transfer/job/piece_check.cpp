@@ -1,0 +1,91 @@
+#include "transfer/job/piece_check.h"
+
+#include <algorithm>
+#include <utility>
+#include <vector>
+
+namespace vantlow {
+namespace {
+
+// Small enough to stay in the processor's own cache between reading and hashing.
+constexpr std::size_t step = 256 * 1024;
+
+}  // namespace
+
+PieceCheck::PieceCheck(const PieceHashes& hashes, std::int64_t size, CLocalFile& file, ThreadPool& threads,
+                       const StopSource& stop, Report report)
+    : hashes_(hashes), size_(size), file_(file), threads_(threads), stop_(stop), report_(std::move(report)) {}
+
+void PieceCheck::add(std::size_t piece) {
+    bool first = false;
+    {
+        const std::lock_guard guard(mutex_);
+        if (ending_) return;
+        waiting_.push_back(piece);
+        first = !std::exchange(started_, true);
+    }
+    if (first) {
+        threads_.start(thread_, [this] { run(); });
+    } else {
+        news_.notify_all();
+    }
+}
+
+void PieceCheck::reset() {
+    std::unique_lock guard(mutex_);
+    waiting_.clear();
+    news_.wait(guard, [this] { return !checking_; });
+}
+
+void PieceCheck::stop() {
+    {
+        const std::lock_guard guard(mutex_);
+        ending_ = true;
+        waiting_.clear();
+    }
+    news_.notify_all();
+    thread_.join();
+}
+
+bool PieceCheck::is_busy() const {
+    const std::lock_guard guard(mutex_);
+    return checking_ || !waiting_.empty();
+}
+
+void PieceCheck::run() {
+    for (;;) {
+        std::size_t piece = 0;
+        {
+            std::unique_lock guard(mutex_);
+            const auto wanted = [this] { return ending_ || !waiting_.empty(); };
+            if (!news_.wait(guard, stop_.token(), wanted) || ending_) return;
+            piece = waiting_.front();
+            waiting_.pop_front();
+            checking_ = true;
+        }
+        const Result result = check(piece);
+        if (result.kind() != Kind::stopped) report_(piece, result);
+        {
+            const std::lock_guard guard(mutex_);
+            checking_ = false;
+        }
+        news_.notify_all();
+    }
+}
+
+Result PieceCheck::check(std::size_t piece) {
+    Digest digest(hashes_.kind);
+    std::vector<std::byte> buffer(step);
+    for (std::int64_t at = begin_of(piece); at < end_of(piece);) {
+        if (stop_.requested()) return stop_.reason();
+        const auto bytes = std::min<std::int64_t>(end_of(piece) - at, static_cast<std::int64_t>(step));
+        const auto part = std::span(buffer).first(static_cast<std::size_t>(bytes));
+        if (Result result = file_.read(at, part); !result.ok()) return result;
+        digest.update(part);
+        at += bytes;
+    }
+    const std::vector<std::byte> found = digest.finish();
+    return std::ranges::equal(found, hashes_.hash(piece)) ? Result{} : Result(Code::hash_differs);
+}
+
+}  // namespace vantlow
