@@ -48,6 +48,9 @@ void take_positions(CJobNode& job, CJobNode& from) {
     job.file_size = from.file_size;
     job.validators = from.validators;
     job.path = from.path;
+    job.bit_map = std::move(from.bit_map);
+    job.bit_count = from.bit_count;
+    job.bit_map_mark = from.bit_map_mark;
 }
 
 // The state beside the partial file is newer than what the database knew.

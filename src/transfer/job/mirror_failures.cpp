@@ -83,15 +83,21 @@ std::string CTransferMainThread::note_joint(const CTransferSubThread& asker, con
     constexpr std::int64_t reach = 4096;
     const bool is_behind = asker.position() >= asker.limit();
     const std::int64_t begin = is_behind ? asker.limit() : attempt.asked;
-    const std::int64_t end = is_behind ? asker.limit() + reach : asker.position();
+    std::int64_t end = is_behind ? asker.limit() + reach : asker.position();
+    for (const auto& segment : job_.segments) {
+        if (is_behind && segment->start >= begin && segment->start < segment->end)
+            end = std::min(end, segment->start);
+    }
+    // What was compared with is fetched again already, or about to be: this answer is compared with that.
+    const auto look_again = [&] {
+        mirrors_.at(asker.mirror).not_before = Clock::now() + short_pause;
+        return std::string();
+    };
+    if (begin >= end || is_missing(begin, end)) return look_again();
     int blamed = asker.mirror;
-    for (const int other : origins_.of(begin, std::max(begin, end))) {
+    for (const int other : origins_.of(begin, end)) {
         if (other == Origins::unknown || other == asker.mirror) continue;
-        if (mirrors_.at(other).left) {
-            // What it gave is about to be fetched again: this answer is compared with that then.
-            mirrors_.at(asker.mirror).not_before = Clock::now() + short_pause;
-            return {};
-        }
+        if (mirrors_.at(other).left) return look_again();
         blamed = std::max(blamed, other);
     }
     return leave_mirror(blamed, attempt.result, &asker);
