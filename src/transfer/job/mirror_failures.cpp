@@ -61,7 +61,8 @@ std::string CTransferMainThread::note_failure(const CTransferSubThread& asker, c
     }
     if (result.kind() != Kind::retry_later) {
         // Where a redirect led may be gone: the way is asked for again.
-        const bool was_led = !mirror.effective.empty() && mirror.effective != mirror.address;
+        const bool was_led = !result.about_credentials && result.code != Code::credentials_refused &&
+                             !mirror.effective.empty() && mirror.effective != mirror.address;
         mirror.effective.clear();
         return was_led ? std::string() : leave_mirror(index, result, &asker);
     }
