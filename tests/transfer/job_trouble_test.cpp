@@ -132,7 +132,8 @@ class HoldLastWrite : public FileHook {
 TEST_F(JobTest, AnAnswerFromZeroAtTheVeryEndSpoilsNothing) {
     const std::string whole = make_content(9, 200'000);
     HoldLastWrite hold(log, message_text(Message::cannot_resume), static_cast<std::int64_t>(whole.size()));
-    FileServer server(FileResource{.content = whole, .accept_ranges = false});
+    // Slow enough that the first connection notices where it was cut, and flows on from there.
+    FileServer server(FileResource{.content = whole, .accept_ranges = false, .rate = 2'000'000});
     server.set_interceptor([&](Exchange& exchange) {
         while (exchange.request().range_first && !hold.reached &&
                exchange.stall(std::chrono::milliseconds(2))) {

@@ -252,7 +252,7 @@ Result CTransferMainThread::become_only(CTransferSubThread& asker, const SourceA
             if (another) return Code::handed_over;
         }
         // The others may have written everything in the meantime: then the job is about to end well.
-        if (is_complete()) return Code::handed_over;
+        if (is_all_there()) return Code::handed_over;
         only_one_ = taking_over_ = true;
         for (const auto& segment : job_.segments) {
             if (segment->worker != nullptr && segment->worker != &asker) segment->worker->retire();

@@ -161,6 +161,7 @@ class CTransferMainThread : private SubThreadHost, private WrittenListener {
     [[nodiscard]] std::optional<std::size_t> segment_to_go_on_with(const CTransferSubThread& asker) const;
     std::vector<std::size_t> advance(std::int64_t offset, std::int64_t bytes);
     CJobSeg* choose_segment(const CTransferSubThread& asker, std::int64_t split_size);
+    [[nodiscard]] bool is_all_there() const;
     [[nodiscard]] bool is_complete() const;
     CJobSeg* cut_segment(std::size_t index, std::int64_t start);
 

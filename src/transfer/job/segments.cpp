@@ -80,14 +80,17 @@ bool CTransferMainThread::take_work(CTransferSubThread& asker) {
 }
 
 // Called with the job lock held.
-bool CTransferMainThread::is_complete() const {
+bool CTransferMainThread::is_all_there() const {
     return job_.file_size >= 0 && !taking_over_ &&
-           std::all_of(job_.segments.begin(), job_.segments.end(),
-                       [this](const auto& segment) {
-                           const bool compares = verify_joints_ && segment->worker != nullptr;
-                           return segment->start >= segment->end && !compares;
-                       }) &&
-           good_pieces_ == piece_states_.size();
+           std::all_of(job_.segments.begin(), job_.segments.end(), [this](const auto& segment) {
+               const bool compares = verify_joints_ && segment->worker != nullptr;
+               return segment->start >= segment->end && !compares;
+           });
+}
+
+// Called with the job lock held.
+bool CTransferMainThread::is_complete() const {
+    return is_all_there() && good_pieces_ == piece_states_.size();
 }
 
 bool CTransferMainThread::release(CTransferSubThread& asker) {
