@@ -122,6 +122,7 @@ Result Mp4Joiner::look_at(const std::u16string& path) {
     piece.movie = *std::move(movie);
     piece.scan = *std::move(scan);
     piece.media_start = pieces_.empty() ? 0 : media_size();
+    piece.scan.ranges.place(piece.media_start);
     if (Result result = match_tracks(input, piece); !result.ok()) return result;
     pieces_.push_back(std::move(piece));
     return {};
@@ -339,10 +340,18 @@ Result Mp4Joiner::write_movie() {
         return boxes;
     };
     BoxBuilder boxes = build(false);
-    const bool long_offsets = static_cast<std::uint64_t>(boxes.size() + media_header + last_chunk) > most_32;
+    const bool long_offsets =
+        static_cast<std::uint64_t>(boxes.size() + media_header + media_alignment + 8 + last_chunk) > most_32;
     if (long_offsets) boxes = build(true);
     if (!boxes.fits()) return {Code::unsupported, "the movie box would become larger than 4 GiB"};
 
+    // Large media begins at a block's beginning, which the pieces' places in it count on.
+    if (media_size() >= large_media) {
+        const std::int64_t behind = boxes.size() + 8 + media_header;
+        boxes.begin("free");
+        for (std::int64_t at = behind; at % media_alignment != 0; ++at) boxes.put(0, 1);
+        boxes.end();
+    }
     const std::int64_t media_position = boxes.size() + media_header;
     sizes_ = std::move(sizes);
     if (Result result = write_tables(boxes, media_position, long_offsets); !result.ok()) return result;
@@ -383,13 +392,16 @@ Result Mp4Joiner::write_tables(const BoxBuilder& boxes, std::int64_t media_posit
 }
 
 Result Mp4Joiner::copy_media() {
+    const std::int64_t begin = output_.position();
     for (const Piece& piece : pieces_) {
         MediaInput input;
         if (Result result = reopen(piece, input); !result.ok()) return result;
         for (const MediaRanges::Range& range : piece.scan.ranges.ranges()) {
+            output_.skip(begin + piece.media_start + range.target - output_.position());
             for (std::int64_t at = range.begin; at < range.end;) {
                 if (control_.is_cancelled()) return Code::stopped;
-                const std::int64_t count = std::min(copy_step, range.end - at);
+                // Up to a block's beginning first, from where whole blocks go on.
+                const std::int64_t count = std::min(copy_step - at % media_alignment, range.end - at);
                 if (Result result = output_.copy(input.file(), at, count); !result.ok()) return result;
                 control_.wrote(count);
                 at += count;

@@ -43,8 +43,16 @@ void MediaRanges::join(std::int64_t gap) {
 void MediaRanges::close() {
     join(gap_);
     ranges_.shrink_to_fit();
+    place(0);
+}
+
+void MediaRanges::place(std::int64_t media_start) {
     size_ = 0;
     for (Range& range : ranges_) {
+        if (range.end - range.begin >= large_media) {
+            const std::int64_t apart = (range.begin - media_start - size_) % media_alignment;
+            size_ += apart < 0 ? apart + media_alignment : apart;
+        }
         range.target = size_;
         size_ += range.end - range.begin;
     }

@@ -7,6 +7,11 @@
 
 namespace vantlow {
 
+/// Copying inside the system is fastest where source and target stand alike in blocks of so many bytes.
+inline constexpr std::int64_t media_alignment = 65536;
+/// Ranges of so many bytes and more are worth it.
+inline constexpr std::int64_t large_media = std::int64_t{32} * 1024 * 1024;
+
 /// A set of byte ranges of one file, kept small: neighbours are joined, and where there are too many the
 /// smallest gaps between them are taken along.
 class MediaRanges {
@@ -23,6 +28,9 @@ class MediaRanges {
     void add(std::int64_t begin, std::int64_t end);
     /// No further range comes: sorts and joins them, and lays them behind one another.
     void close();
+    /// Lays them out again for a place in the joined media: large ones so that they can be copied fastest,
+    /// with up to media_alignment bytes of nothing in front.
+    void place(std::int64_t media_start);
     [[nodiscard]] const std::vector<Range>& ranges() const noexcept { return ranges_; }
     /// Bytes of all ranges.
     [[nodiscard]] std::int64_t size() const noexcept { return size_; }
