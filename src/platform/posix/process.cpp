@@ -39,7 +39,7 @@ Account own_account() {
     return {to_utf16(record.pw_name), to_utf16(record.pw_dir)};
 }
 
-// A folder named by the environment; relative ones must be ignored (XDG base directory specification).
+// A folder named by the environment; relative ones must be ignored (XDG base directories).
 std::u16string folder_variable(std::string_view name) {
     const auto value = environment(name);
     return value && value->starts_with(u'/') ? *value : std::u16string{};
