@@ -277,6 +277,8 @@ Exit run_get(CFerrywellApp& app, const GlobalOptions& global, const GetOptions& 
             for (const CJobQueue::Ended& ended : queue.wait(output.interval())) {
                 all.add(ended.outcome.result);
                 output.ended(ended);
+                if (!ended.outcome.result.ok() || stop.requested()) continue;
+                if (auto made = factory.follow(*ended.job, ended.outcome)) file_jobs(std::move(*made));
             }
             output.show(queue);
             if (Clock::now() >= next_refresh) {

@@ -48,6 +48,12 @@ Place place_below(std::u16string folder, std::u16string_view name) {
     return {std::move(folder), name.empty() ? std::u16string() : safe_file_name(name)};
 }
 
+// Bytes that no text has: the same media type is said of films.
+bool looks_binary(std::span<const std::byte> bytes) {
+    const auto begin = bytes.first(std::min<std::size_t>(bytes.size(), 1024));
+    return std::find(begin.begin(), begin.end(), std::byte{0}) != begin.end();
+}
+
 }  // namespace
 
 JobFactory::JobFactory(const GetOptions& options, CredentialLookup credentials)
@@ -156,8 +162,60 @@ MadeJobs JobFactory::make_from_bytes(const DocumentKind& kind, std::span<const s
     return make_from_plans(std::move(plans));
 }
 
+// "metalink://" in front of where the document is; without a scheme of its own that is an HTTP server.
+MadeJobs JobFactory::make_metalink(std::u16string address) {
+    if (address.find(u"://") == std::u16string::npos) address.insert(0, u"http://");
+    MadeJobs made = make_from_plans(plan_link(address));
+    for (const JobRequest& request : made.jobs) metalinks_.insert(request.job->identity);
+    return made;
+}
+
+std::optional<MadeJobs> JobFactory::follow(const CJobNode& job, const JobOutcome& outcome) {
+    if (job.sources || outcome.size > static_cast<std::int64_t>(largest_document)) return std::nullopt;
+    const auto target = parse_target(job.address);
+    const bool is_metalink = metalinks_.erase(job.identity) > 0;
+    const DocumentKind* kind =
+        is_metalink ? document_by_name(u"x.metalink") : document_by_type(outcome.media_type);
+    if (kind == nullptr) kind = document_by_name(name_of(outcome.path));
+    if (kind == nullptr && target)
+        kind = document_by_name(to_utf16(target->path.substr(0, target->path.find('?'))));
+    if (kind == nullptr) return std::nullopt;
+    std::vector<std::byte> bytes;
+    if (!read_file(outcome.path, largest_document, bytes).ok()) return std::nullopt;
+    if (kind->suffix != u".torrent" && looks_binary(bytes)) return std::nullopt;
+    MadeJobs made =
+        make_from_bytes(*kind, bytes, job.address, job.fragment.empty() ? u"" : job.fragment.substr(1));
+    if (made.jobs.empty()) {
+        // What only its name or type took for a document is an ordinary file.
+        if (is_metalink) return made;
+        return std::nullopt;
+    }
+    for (JobRequest& request : made.jobs) {
+        if (request.kind == JobKind::transfer && !request.job->sources) {
+            // One that has sources is what a document named: it is not taken for a document itself.
+            JobSources one;
+            one.mirrors.push_back(request.job->address);
+            request.job->sources = std::make_shared<const JobSources>(std::move(one));
+        }
+        const auto next = parse_target(request.job->address);
+        const bool same = target && next && next->scheme == target->scheme && next->host == target->host &&
+                          next->port == target->port;
+        if (same) continue;
+        // These were given for the server of the document.
+        request.job->user.clear();
+        request.job->password.clear();
+        if (!request.job->cookie.starts_with(u'@')) request.job->cookie.clear();
+    }
+    if (const FileError error = remove_file(outcome.path); !error.ok() && made.complaint.empty())
+        made.complaint = to_utf8(outcome.path) + ": " + error.text();
+    return made;
+}
+
 MadeJobs JobFactory::make(const std::string& link) {
     const std::u16string address = to_utf16(link);
+    constexpr std::u16string_view scheme = u"metalink://";
+    if (istarts_with(address, scheme) && address.size() > scheme.size())
+        return make_metalink(address.substr(scheme.size()));
     // A document on this machine: only what is there is one.
     std::u16string path = address;
     std::u16string fragment;

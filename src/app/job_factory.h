@@ -4,6 +4,8 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -12,6 +14,7 @@
 #include "app/job_plan.h"
 #include "app/netrc.h"
 #include "store/job.h"
+#include "transfer/job/progress.h"
 #include "transfer/job/resume_state.h"
 
 namespace vantlow {
@@ -40,11 +43,15 @@ class JobFactory {
 
     /// The jobs of one link, or of a document on this machine (UTF-8).
     MadeJobs make(const std::string& link);
+    /// What a job of this factory's that ended well has fetched may be a document, by its media type or its
+    /// name: then its jobs, and its file is gone. None when it is an ordinary file, which stays.
+    std::optional<MadeJobs> follow(const CJobNode& job, const JobOutcome& outcome);
 
   private:
     MadeJobs make_from_bytes(const DocumentKind& kind, std::span<const std::byte> bytes,
                              std::u16string origin, std::u16string fragment);
     MadeJobs make_from_plans(JobPlans plans);
+    MadeJobs make_metalink(std::u16string address);
     std::unique_ptr<CJobNode> job_for(JobPlan plan);
     std::unique_ptr<CJobNode> new_job(const std::u16string& folder);
     ResumeIndex& earlier_in(const std::u16string& folder);
@@ -57,6 +64,7 @@ class JobFactory {
     std::u16string folder_;
     std::u16string name_;
     std::map<std::u16string, ResumeIndex> earlier_;  ///< by folder
+    std::set<Guid> metalinks_;                       ///< jobs of "metalink://" addresses
 };
 
 }  // namespace vantlow

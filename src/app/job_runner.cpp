@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "app/get_command.h"
+#include "app/job_factory.h"
 #include "app/job_plan.h"
 #include "app/program_proxies.h"
 #include "app/store_command.h"
@@ -196,10 +197,40 @@ void JobRunner::take_end(CJobQueue::Ended ended) {
         if (ended.outcome.result.kind() == Kind::stopped && !stop_asked) newer->state = JobState::waiting;
         newer->comment = record->comment;
         CJobNode& job = store_.replace(*record, std::move(newer));
-        const bool file_it = job.state == JobState::finished && app_.settings().flag(setting::move_completed);
+        const bool followed = ended.outcome.result.ok() && follow(job, ended.outcome);
+        const bool file_it =
+            !followed && job.state == JobState::finished && app_.settings().flag(setting::move_completed);
         if (file_it) store_.move(job, store_.completed());
     }
     if (events_.ended) events_.ended(ended);
+}
+
+// A document that was fetched becomes the jobs that it names, in its place: its record goes with its file.
+bool JobRunner::follow(CJobNode& job, const JobOutcome& outcome) {
+    GetOptions options;
+    options.folder = to_utf8(folder_of(outcome.path));
+    options.connections = job.connections;
+    options.user = to_utf8(job.user);
+    options.password = to_utf8(job.password);
+    options.referer = to_utf8(job.referer);
+    options.agent = to_utf8(job.agent);
+    options.cookie = to_utf8(job.cookie);
+    JobFactory factory(options, netrc_lookup());
+    auto made = factory.follow(job, outcome);
+    if (!made) return false;
+    if (!made->complaint.empty()) complain(made->complaint);
+    CClassNode* category = store_.tree().find(job.category);
+    if (category == nullptr) category = store_.tree().root();
+    for (JobRequest& request : made->jobs) {
+        request.job->proxy = job.proxy;
+        request.job->state = JobState::waiting;
+        if (only_named_ && named_.contains(job.identity)) named_.insert(request.job->identity);
+        store_.add(std::move(request.job), *category);
+    }
+    if (made->jobs.empty()) return false;
+    store_.remove(job);
+    new_torrents_ = true;
+    return true;
 }
 
 void JobRunner::pump(std::chrono::milliseconds at_most) {

@@ -74,6 +74,7 @@ class JobRunner {
     bool prepare(CJobNode& job);
     bool launch(CJobNode& job);
     void take_end(CJobQueue::Ended ended);
+    bool follow(CJobNode& job, const JobOutcome& outcome);
     void refresh_records();
     void save_after_event();
     CJobNode* next_waiting();

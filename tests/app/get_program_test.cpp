@@ -236,6 +236,52 @@ TEST_F(GetProgram, ShowsNoSecret) {
     EXPECT_TRUE(asked_with) << "the cookie is the server's to see";
 }
 
+// The metafile's own name, what the server says of it, or the address's scheme tells.
+TEST_F(GetProgram, FollowsMetafilesThatItFetches) {
+    FileServer server(FileResource{.content = content});
+    const std::string link =
+        "<?xml version=\"1.0\"?><metalink xmlns=\"urn:ietf:params:xml:ns:metalink\"><file "
+        "name=\"film.bin\"><url>" +
+        server.url() + "</url></file></metalink>";
+    server.set("/by-name.meta4", FileResource{.content = link});
+    server.set("/by-type",
+               FileResource{.content = link, .more = {{"Content-Type", "application/metalink4+xml"}}});
+    server.set("/by-scheme", FileResource{.content = link});
+    server.set("/self.asx", FileResource{.content = "<asx><entry><ref href=\"" + server.url("/self.asx") +
+                                                    "\"/></entry></asx>"});
+    server.set("/film.asf", FileResource{.content = std::string("0&\0\0http://x/", 12),
+                                         .more = {{"Content-Type", "video/x-ms-asf"}}});
+    std::u16string by_scheme = server.url16("/by-scheme");
+    by_scheme.replace(0, 7, u"metalink://");
+    for (const std::u16string& address :
+         {server.url16("/by-name.meta4"), server.url16("/by-type"), by_scheme}) {
+        const RunResult result = get({u"--user", u"jo", u"--password", u"secret", address});
+        EXPECT_EQ(result.status, 0) << result.err;
+        EXPECT_EQ(folder.names(), std::vector<std::u16string>{u"film.bin"}) << to_utf8(address);
+        EXPECT_TRUE(file_has(folder.path(u"film.bin"), content));
+        ASSERT_TRUE(remove_file(folder.path(u"film.bin")).ok());
+    }
+    EXPECT_EQ(get({server.url16("/self.asx")}).status, 0);
+    EXPECT_EQ(get({server.url16("/film.asf")}).status, 0);
+    EXPECT_EQ(folder.names(), (std::vector<std::u16string>{u"film.asf", u"self.asx"}));
+}
+
+// Credentials for the server of a metafile are not for those that it names.
+TEST_F(GetProgram, KeepsCredentialsFromTheServersThatAMetafileNames) {
+    FileServer other(FileResource{.content = content});
+    FileServer server;
+    server.set("/list.asx",
+               FileResource{.content = "<asx><entry><ref href=\"" + other.url() + "\"/></entry></asx>"});
+    const RunResult result =
+        get({u"--user", u"jo", u"--password", u"secret", u"--cookie", u"a=b", server.url16("/list.asx")});
+    EXPECT_EQ(result.status, 0) << result.err;
+    ASSERT_GE(other.server().request_count(), 1U);
+    for (const auto& request : other.server().requests()) {
+        EXPECT_EQ(request.head.field("Authorization"), std::nullopt);
+        EXPECT_EQ(request.head.field("Cookie"), std::nullopt);
+    }
+}
+
 TEST_F(GetProgram, ExplainsItself) {
     const RunResult version = run_vantlow({u"--version"});
     EXPECT_EQ(version.status, 0);

@@ -192,6 +192,7 @@ Result CTransferMainThread::adopt(CTransferSubThread& asker, const SourceAnswer&
         version_.size = size;
         version_known_ = true;
         job_.validators = {answer.version.etag, answer.version.last_modified};
+        outcome_.media_type = answer.media_type;
         job_.path = file_.target();
         job_.file_size = size;
         asker.segment->end = size >= 0 ? size : unknown_end;

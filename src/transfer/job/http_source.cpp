@@ -226,6 +226,7 @@ Result HttpSource::accept(const SourcePlan& plan, const Target& target, const Ht
     answer.ranges_denied = head.accept_ranges == AcceptRanges::none || answer.encoded;
     answer.version.last_modified = head.last_modified;
     answer.version.etag = head.etag;
+    answer.media_type = head.content_type;
     if (head.status == 206) {
         if (Result result = accept_part(head, offset, answer); !result.ok()) return result;
     } else {

@@ -33,6 +33,7 @@ struct JobOutcome {
     std::int64_t size = -1;
     std::int64_t received = 0;
     double seconds = 0;
+    std::string media_type{};  ///< as the server said, lower case, without parameters; may be empty
 };
 
 }  // namespace vantlow

@@ -61,6 +61,7 @@ struct SourceAnswer {
     ResourceVersion version;
     std::u16string name;     ///< suggested by the server, or from the address; not made safe; may be empty
     std::u16string address;  ///< where the answer came from, redirects followed
+    std::string media_type;  ///< lower case, without parameters; empty: unsaid
 };
 
 /// A conversation about one resource over one connection. Owned and used by one thread; destroying it ends
