@@ -11,7 +11,8 @@ namespace vantlow {
 
 template <std::unsigned_integral Number>
 void put_number(std::string& bytes, Number value) {
-    for (std::size_t i = sizeof value; i-- > 0;) bytes += static_cast<char>((std::uint64_t{value} >> (8 * i)) & 0xFFU);
+    for (std::size_t i = sizeof value; i-- > 0;)
+        bytes += static_cast<char>((std::uint64_t{value} >> (8 * i)) & 0xFFU);
 }
 
 /// The number at an offset; the caller knows that it is there.
