@@ -68,7 +68,7 @@ MediaProperty number_property(std::string name, double value) {
 std::string language_of(std::uint16_t packed) {
     std::string letters;
     for (unsigned shift = 15; shift > 0; shift -= 5)
-        letters += static_cast<char>((packed >> (shift - 5) & 0x1FU) + 0x60);
+        letters += static_cast<char>((std::uint32_t{packed} >> (shift - 5) & 0x1FU) + 0x60);
     const bool is_text = letters.find_first_not_of("abcdefghijklmnopqrstuvwxyz") == std::string::npos;
     return is_text ? letters : "und";
 }

@@ -306,7 +306,8 @@ TEST_F(TimedGetProgram, KeepsTheSpeedLimitAndFollowsTheSettings) {
     const auto begun = Clock::now();
     const auto done = [&] {
         std::int64_t last = 0;
-        for (const std::string_view line : split(program->out(), '\n')) {
+        const std::string told = program->out();
+        for (const std::string_view line : split(told, '\n')) {
             const auto event = nlohmann::json::parse(line, nullptr, false);
             if (event.is_object() && event.contains("done")) last = event["done"];
         }

@@ -60,7 +60,8 @@ bool CTransferMainThread::take_work(CTransferSubThread& asker) {
     {
         const std::lock_guard guard(lock_);
         const auto is_taken = [](const auto& segment) { return segment->worker != nullptr; };
-        if (asker.mirror != MirrorSet::none && !mirrors_.is_usable(asker.mirror)) return false;
+        // One that waited for a mirror in vain, until others had done its work, ends.
+        if (asker.mirror == MirrorSet::none || !mirrors_.is_usable(asker.mirror)) return false;
         if (only_one_ && std::any_of(job_.segments.begin(), job_.segments.end(), is_taken)) return false;
         // What is complete needs no record: the gap that it leaves says as much. One record stays, so that a
         // job that is complete is not taken for one that never began.
@@ -173,14 +174,14 @@ std::int64_t CTransferMainThread::overlap_before(const CTransferSubThread& asker
     std::int64_t end_before = 0;
     for (const auto& segment : job_.segments) {
         if (segment.get() == asker.segment) break;
-        end_before = segment->end;
+        if (segment->start < segment->end) end_before = segment->end;
     }
     // Only what was handed to the system can be read back.
     const std::int64_t there = std::min(asker.segment->start, asker.position());
     return asker.position() == there ? std::clamp<std::int64_t>(there - end_before, 0, joint) : 0;
 }
 
-// How much the next segment has written behind this one's end.
+// How much the next segment has written behind this one's end; negative: it is about to write there.
 std::int64_t CTransferMainThread::overlap_behind(const CTransferSubThread& asker) {
     constexpr std::int64_t joint = 4 * 1024;
     if (!verify_joints_ || asker.segment == nullptr) return 0;
@@ -190,6 +191,7 @@ std::int64_t CTransferMainThread::overlap_behind(const CTransferSubThread& asker
     for (const auto& segment : job_.segments) {
         if (segment->start >= end && segment.get() != asker.segment && segment->start < segment->end) {
             next = segment->start;
+            if (next == end && segment->worker != nullptr && segment->worker->is_active()) return -1;
             break;
         }
     }

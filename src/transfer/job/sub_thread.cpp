@@ -194,6 +194,20 @@ Result CTransferSubThread::compare(std::int64_t offset, std::int64_t bytes) {
     return {};
 }
 
+// The joint with the next segment. Where that one's first bytes are on their way they are waited for: nobody
+// would look at the joint later. One that stays silent is asked for anew, and compares with what is in front
+// of it.
+Result CTransferSubThread::compare_behind() {
+    constexpr std::chrono::milliseconds step{20};
+    const auto until = from_now(silence_);
+    std::int64_t behind = host_.overlap_behind(*this);
+    while (behind < 0 && Clock::now() < until) {
+        if (stop_.wait_for(step)) return stop_.reason();
+        behind = host_.overlap_behind(*this);
+    }
+    return compare(limit(), behind);
+}
+
 Result CTransferSubThread::moved_failure(const Moved& moved) const {
     switch (moved.state) {
         case Moved::State::quiet:
@@ -229,7 +243,7 @@ Result CTransferSubThread::receive() {
         if (left <= 0) {
             if (Result result = flush(); !result.ok()) return result;
             // All of the segment is there; only bytes that contradict its neighbour's are news now.
-            Result joint = compare(limit(), host_.overlap_behind(*this));
+            Result joint = compare_behind();
             return joint.code == Code::resource_changed ? joint : Result{};
         }
         const std::size_t room = gather_.size() - gathered_;

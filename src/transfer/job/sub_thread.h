@@ -52,7 +52,8 @@ class SubThreadHost {
     virtual void delivered(const CTransferSubThread& asker, std::int64_t offset, std::int64_t bytes) = 0;
     /// How many bytes before the asker's position are to be fetched again and compared with the file.
     virtual std::int64_t overlap_before(const CTransferSubThread& asker) = 0;
-    /// How many bytes behind the end of the asker's segment are there to be compared.
+    /// How many bytes behind the end of the asker's segment are there to be compared; negative: none yet, but
+    /// they are on their way.
     virtual std::int64_t overlap_behind(const CTransferSubThread& asker) = 0;
     /// The server answered; 0 to go on. `asked` is the offset that was asked for.
     virtual Result response_accepted(CTransferSubThread& asker, const SourceAnswer& answer,
@@ -131,6 +132,7 @@ class CTransferSubThread {
     Result receive();
     Result moved_failure(const Moved& moved) const;
     Result flush();
+    Result compare_behind();
     Result compare(std::int64_t offset, std::int64_t bytes);
     bool try_again(const Result& result);
     void close_source(bool reset);

@@ -2,7 +2,9 @@
 #include <algorithm>
 #include <array>
 #include <memory>
+#include <span>
 #include <string>
+#include <string_view>
 
 #include "runtime/ssh/sftp/base64.h"
 #include "runtime/ssh/sftp/session.h"
@@ -88,12 +90,23 @@ void prefer_known_keys(VantlowSsh& ssh) {
     if (!hosts) return;
     std::string known;
     std::string others;
+    // Naming only what the library supports also keeps it from striking the rest out of its own copy,
+    // which 1.10 does with memcpy over itself.
+    const char** supported = nullptr;
+    const int count = libssh2_session_supported_algs(ssh.session, LIBSSH2_METHOD_HOSTKEY, &supported);
+    const std::span<const char* const> methods(supported, count > 0 ? static_cast<std::size_t>(count) : 0);
+    const auto is_supported = [&](const KeyKind& kind) {
+        return std::any_of(methods.begin(), methods.end(),
+                           [&](const char* method) { return std::string_view(method) == kind.method; });
+    };
     for (const KeyKind& kind : kinds) {
+        if (!is_supported(kind)) continue;
         std::string& list = is_known_kind(ssh, hosts, kind) ? known : others;
         list += (list.empty() ? "" : ",") + std::string(kind.method);
     }
     if (!known.empty()) others = known + (others.empty() ? "" : "," + others);
-    libssh2_session_method_pref(ssh.session, LIBSSH2_METHOD_HOSTKEY, others.c_str());
+    if (count > 0) libssh2_free(ssh.session, supported);
+    if (!others.empty()) libssh2_session_method_pref(ssh.session, LIBSSH2_METHOD_HOSTKEY, others.c_str());
 }
 
 int check_server(VantlowSsh& ssh) {
