@@ -58,7 +58,7 @@ class MirrorJobTest : public JobTest {
     void expect_right(CJobNode& job) {
         const JobOutcome outcome = run(job);
         EXPECT_EQ(outcome.result.code, Code::ok) << outcome.result.message() << "\n" << log.all();
-        EXPECT_TRUE(file_has(folder.path(u"file.bin"), content));
+        EXPECT_TRUE(file_has(folder.path(u"file.bin"), content)) << log.all();
         EXPECT_TRUE(only({u"file.bin"}));
     }
 

@@ -15,6 +15,8 @@ constexpr int most_silent_attempts = 3;
 // An answer that ends at the same byte this often in a row will end there for ever.
 constexpr int most_dead_ends = 10;
 constexpr int most_ignored_ranges = 2;
+// Bytes that it gave itself: they may have been replaced while they were compared, but hardly this often.
+constexpr int most_contradictions = 3;
 // Where nothing can be done now although somebody might do it.
 constexpr std::chrono::milliseconds short_pause{200};
 
@@ -96,7 +98,10 @@ std::string CTransferMainThread::note_joint(const CTransferSubThread& asker, con
     };
     if (begin >= end || is_missing(begin, end)) return look_again();
     int blamed = asker.mirror;
-    for (const int other : origins_.of(begin, end)) {
+    const std::vector<int> givers = origins_.of(begin, end);
+    const bool is_its_own = givers.size() == 1 && givers.front() == asker.mirror;
+    if (is_its_own && ++mirrors_.at(asker.mirror).contradictions <= most_contradictions) return look_again();
+    for (const int other : givers) {
         if (other == Origins::unknown || other == asker.mirror) continue;
         if (mirrors_.at(other).left) return look_again();
         blamed = std::max(blamed, other);

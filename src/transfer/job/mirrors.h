@@ -28,6 +28,7 @@ struct Mirror {
     int errors = 0;     ///< failures that count towards the retry limit
     int fruitless = 0;  ///< attempts in a row that brought nothing new
     int ignored_ranges = 0;
+    int contradictions = 0;  ///< times that two of its own answers did not fit together
     bool answered = false;
     bool ranges_promised = false;
     bool ranges_proven = false;

@@ -82,7 +82,7 @@ bool CTransferMainThread::take_work(CTransferSubThread& asker) {
 
 // Called with the job lock held.
 bool CTransferMainThread::is_all_there() const {
-    return job_.file_size >= 0 && !taking_over_ &&
+    return job_.file_size >= 0 && !taking_over_ && to_take_back_.empty() &&
            std::all_of(job_.segments.begin(), job_.segments.end(), [this](const auto& segment) {
                const bool compares = verify_joints_ && segment->worker != nullptr;
                return segment->start >= segment->end && !compares;

@@ -96,9 +96,13 @@ class WindowsProcess : public ProcessBackend {
         // A group of its own, so that Ctrl-Break reaches it alone.
         const DWORD flags = CREATE_UNICODE_ENVIRONMENT | CREATE_NEW_PROCESS_GROUP;
         const wchar_t* folder = options.folder.empty() ? nullptr : wide(options.folder);
-        if (CreateProcessW(wide(path), reinterpret_cast<wchar_t*>(line.data()), nullptr, nullptr, TRUE, flags,
-                           variables.data(), folder, &start, &made) == 0) {
-            fail(to_utf8(path));
+        // Under Wine a start fails now and then for no fault of the program: the new process is gone before
+        // it could report back, which this error says.
+        for (int tries = 0;
+             CreateProcessW(wide(path), reinterpret_cast<wchar_t*>(line.data()), nullptr, nullptr, TRUE,
+                            flags, variables.data(), folder, &start, &made) == 0;
+             ++tries) {
+            if (GetLastError() != ERROR_INTERNAL_ERROR || tries == 3) fail(to_utf8(path));
         }
         CloseHandle(made.hThread);
         process_.value = made.hProcess;
