@@ -50,15 +50,13 @@ void CTransferSubThread::begin_at(std::int64_t position, std::int64_t end) noexc
 
 void CTransferSubThread::run() {
     Result last;
-    std::int64_t continued_at = -1;  // where the open answer would go on
     while (segment != nullptr || host_.take_work(*this)) {
         // The range that was asked for is open-ended: when the next segment begins where the last one ended,
-        // the answer simply goes on.
-        if (source_ && position() != continued_at) close_source(false);
+        // the answer simply goes on. Unless some of that was read already, to compare it.
+        if (source_ && position() != answer_at_) close_source(false);
         last = run_segment();
         if (last.ok()) {
             tools_.log.line(Direction::note, message(Message::finished_at, {position()}));
-            continued_at = position();
             finished_one = true;
             if (host_.release(*this)) break;
             const auto pause = tools_.settings.number(setting::suspend_interval);
@@ -67,7 +65,6 @@ void CTransferSubThread::run() {
         }
         close_source(true);
         if (!try_again(last)) break;
-        continued_at = -1;
     }
     if (stop_.requested() && segment != nullptr) {
         tools_.log.line(Direction::note, message(Message::cancelled_at, {position()}));
@@ -166,6 +163,7 @@ Result CTransferSubThread::open_source() {
     result = host_.response_accepted(*this, answer, asked_);
     if (!result.ok()) return result;
     accepted_ = true;
+    answer_at_ = answer.granted;
     tools_.log.line(Direction::note, message_text(Message::start_receiving));
     return position() > asked_ && answer.granted == asked_ ? compare(asked_, position() - asked_) : Result{};
 }
@@ -181,6 +179,7 @@ Result CTransferSubThread::compare(std::int64_t offset, std::int64_t bytes) {
             static_cast<std::size_t>(std::min<std::int64_t>(bytes, static_cast<std::int64_t>(joint_step)));
         const Moved moved = source_->read(std::span(fetched).first(most), quiet_until);
         if (moved.state != Moved::State::data) return moved_failure(moved);
+        answer_at_ += static_cast<std::int64_t>(moved.bytes);
         const auto stored_part = std::span(stored).first(moved.bytes);
         if (Result result = host_.file().read(offset, stored_part); !result.ok()) return result;
         if (std::memcmp(fetched.data(), stored.data(), moved.bytes) != 0) {
@@ -256,6 +255,7 @@ Result CTransferSubThread::receive() {
         if (moved.state == Moved::State::data) {
             last_data = now;
             gathered_ += moved.bytes;
+            answer_at_ += static_cast<std::int64_t>(moved.bytes);
             host_.count_received(static_cast<std::int64_t>(moved.bytes));
             position_.fetch_add(static_cast<std::int64_t>(moved.bytes), std::memory_order_relaxed);
         }

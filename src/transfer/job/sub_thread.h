@@ -161,6 +161,7 @@ class CTransferSubThread {
     std::int64_t asked_ = 0;
     std::int64_t best_ = 0;  ///< the furthest position of any attempt on this segment
     std::int64_t segment_start_ = 0;
+    std::int64_t answer_at_ = 0;  ///< offset of the next byte that the open answer gives
     bool accepted_ = false;
     int errors_ = 0;
     int fruitless_ = 0;
