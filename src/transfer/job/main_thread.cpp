@@ -188,7 +188,6 @@ Result CTransferMainThread::fetch_missing() {
         wait_for_news(until);
         if (stop_.requested()) return stop_.reason();
         if (auto result = look()) return *result;
-        take_back_from_left();
         // The first connection may have ended without a word about the size.
         if (subs_.empty() && mirrors_.are_several()) start_one();
         grow();
@@ -221,6 +220,7 @@ std::optional<Result> CTransferMainThread::look() {
         if (!result.ok()) return result;
         return std::nullopt;
     }
+    take_back_from_left();
     const std::lock_guard guard(lock_);
     if (!is_complete()) return std::nullopt;
     return Result();
