@@ -181,12 +181,14 @@ TEST(FileServer, ServesRangesRefusesAndBreaks) {
 
     files.change("/file.bin", [](FileResource& resource) {
         resource.close_after = -1;
-        resource.hold_after = 0;
+        resource.hold_after = 1;
     });
     files.set_most_connections(1);
+    ASSERT_TRUE(server.wait_for_open(0)) << "else the next one is one too many";
+    const std::int64_t before = server.body_sent();
     Client held(server);
     held.send("GET /file.bin HTTP/1.1\r\n\r\n");
-    ASSERT_TRUE(server.wait_for_requests(5));
+    ASSERT_TRUE(server.wait_for_body_sent(before + 1));
     EXPECT_TRUE(ask("").starts_with("HTTP/1.1 503 "));
     EXPECT_EQ(files.refused(), 1);
     files.release();

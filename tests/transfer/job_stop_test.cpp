@@ -56,7 +56,7 @@ TEST_F(TimedStopTest, WhileItWaitsForAPlaceAtTheServerOrForItsSpeed) {
     FileServer server(FileResource{.content = make_content(6, 100'000), .hold_after = 10});
     auto first = make_job(server.url16());
     Run running(*this, *first, {});
-    ASSERT_TRUE(server.server().wait_for_requests(1));
+    ASSERT_TRUE(log.wait_for("Start receiving data."));
     stop_when(server.url16("/file.bin?second"), [&] { return true; });
     EXPECT_EQ(server.server().connection_count(), 1U);
     running.thread().stop();
