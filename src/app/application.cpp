@@ -19,11 +19,11 @@ bool CFerrywellApp::start(const StartOptions& options, std::string& error) {
     }
     settings_ = std::make_unique<Settings>(
         options.settings_file.empty() ? open_user_settings() : open_settings_file(options.settings_file));
-    const std::u16string language = settings_->text(u"Settings", u"Language");
+    const std::u16string language = settings_->text(setting::language);
     if (!language.empty()) language_file_ = language + u".lng";
     version_ = product_version();
     user_name_ = user_logon_name();
-    const DataFolderSources sources{settings_->text(u"Settings", u"DataFolder"), program_file_, user_name_,
+    const DataFolderSources sources{settings_->text(setting::data_folder), program_file_, user_name_,
                                     user_data_folder(), path_separator()};
     folder_named_ = !options.data_folder.empty();
     data_folder_ = folder_named_ ? absolute_path(options.data_folder)

@@ -64,7 +64,7 @@ Exit run_desktop(CFerrywellApp& app, const GlobalOptions& global, const std::vec
     if (const Result dialled = dial_as_set(app, dial_log); !dialled.ok()) complain(dialled.message());
     associate_as_set(app);
     register_link_formats();
-    if (app.settings().number(u"Others", u"Start All", 0) != 0) start_all(*store, resident.runner());
+    if (app.settings().flag(setting::start_all)) start_all(*store, resident.runner());
     if (!links.empty()) static_cast<void>(run_desktop(app, global, links));  // complained about; it stays
     return resident.run();
 }

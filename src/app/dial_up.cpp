@@ -6,10 +6,10 @@ namespace vantlow {
 
 Result dial_as_set(CFerrywellApp& app, LogSink& log) {
     DialUpPlan plan;
-    plan.entry = app.settings().text(u"Dial Up", u"Entry");
+    plan.entry = app.settings().text(setting::dial_up_entry);
     if (plan.entry.empty()) return {};
-    plan.user = app.settings().text(u"Dial Up", u"Username");
-    plan.password = app.settings().text(u"Dial Up", u"Password");
+    plan.user = app.settings().text(setting::dial_up_user);
+    plan.password = app.settings().text(setting::dial_up_password);
     const RasTable& ras = app.libraries().ras;
     const DialUpOperations operations{ras.RasEnumConnectionsW, ras.RasGetEntryDialParamsW, ras.RasDialW,
                                       ras.RasHangUpW, ras.RasGetErrorStringW};

@@ -39,7 +39,7 @@ Complaint apply_settings(Settings& settings, const GetOptions& options) {
     if (!options.ca_file.empty()) {
         const std::u16string path = absolute_path(to_utf16(options.ca_file));
         if (path_kind(path) != PathKind::file) return "--ca-file: there is no file " + options.ca_file + ".";
-        settings.override_value(u"Connection", u"CAFile", path);
+        settings.override_value(setting::ca_file.section, setting::ca_file.key, path);
     }
     if (!options.limit.empty()) {
         const auto rate = parse_rate(options.limit);

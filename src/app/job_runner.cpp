@@ -336,8 +336,8 @@ bool JobRunner::save(std::string& error) {
     refresh_records();
     const bool saved = store_.save(app_.settings(), error);
     // A disk that stays full is told of once.
-    if (!saved && error != told_) complain(error);
-    told_ = saved ? std::string() : error;
+    if (!error.empty() && error != told_) complain(error);
+    told_ = error;
     return saved;
 }
 

@@ -63,7 +63,7 @@ Complaint take_environment(RunOptions& run) {
 Complaint add_program_proxies(CFerrywellApp& app, RunOptions& run) {
     Complaint complaint;
     if (!run.proxy.is_used()) {
-        const std::u16string text = app.settings().text(u"Connection", u"Proxy");
+        const std::u16string text = app.settings().text(setting::proxy);
         if (text.empty()) {
             complaint = take_environment(run);
         } else if (!iequals(text, u"none")) {

@@ -5,9 +5,11 @@
 
 #include "app/display_text.h"
 #include "app/job_view.h"
+#include "app/known_settings.h"
 #include "app/monitor.h"
 #include "app/store_commands.h"
 #include "base/text.h"
+#include "store/address.h"
 
 namespace vantlow {
 namespace {
@@ -29,14 +31,46 @@ Complaint check_name(const SettingsOptions& options) {
     return "a setting is named Section/Key, not \"" + options.name + "\".";
 }
 
+// The value as it may stand on a screen.
+std::string shown(std::u16string_view section, std::u16string_view key, const std::u16string& value) {
+    const auto is = [&](const TextSetting& setting) {
+        return iequals(section, setting.section) && iequals(key, setting.key);
+    };
+    if (is(setting::dial_up_password) && !value.empty()) return "********";
+    if (is(setting::proxy)) return to_utf8(without_credentials(value));
+    return to_utf8(value);
+}
+
 Exit run_list(CFerrywellApp& app, const GlobalOptions& global) {
     std::string text;
     ordered_json json = ordered_json::object();
     for (const auto& [section, values] : app.settings().all()) {
         for (const auto& [key, value] : values) {
-            json[to_utf8(section)][to_utf8(key)] = to_utf8(value);
-            text += printable(to_utf8(section) + "/" + to_utf8(key) + "=" + to_utf8(value)) + "\n";
+            const std::string told = shown(section, key, value);
+            json[to_utf8(section)][to_utf8(key)] = told;
+            text += printable(to_utf8(section) + "/" + to_utf8(key) + "=" + told) + "\n";
         }
+    }
+    write_stream(Stream::output, global.json ? dump_json(json) + "\n" : text);
+    return Exit::done;
+}
+
+// What can be set, whether it is set or not.
+Exit run_describe(CFerrywellApp& /*app*/, const GlobalOptions& global) {
+    std::string text;
+    ordered_json json = ordered_json::array();
+    for (const KnownSetting& known : known_settings()) {
+        const auto bound = [](const auto& number) { return number ? ordered_json(*number) : nullptr; };
+        json.push_back({{"section", known.section},
+                        {"key", known.key},
+                        {"default", known.standard},
+                        {"smallest", bound(known.smallest)},
+                        {"largest", bound(known.largest)},
+                        {"meaning", known.meaning}});
+        text += known.section + "/" + known.key + "=" + known.standard + "\n    " + known.meaning;
+        if (known.smallest)
+            text += " (" + std::to_string(*known.smallest) + " to " + std::to_string(*known.largest) + ")";
+        text += "\n";
     }
     write_stream(Stream::output, global.json ? dump_json(json) + "\n" : text);
     return Exit::done;
@@ -80,6 +114,8 @@ Exit run_unset(CFerrywellApp& app, const GlobalOptions& /*global*/, const Settin
 void add_settings_commands(CommandSet& commands) {
     CLI::App& group = commands.add_group("settings", "The settings store");
     commands.add_below(group, "list", "Everything that is set", run_list);
+    commands.add_below(group, "describe", "Everything that can be set: default, meaning, bounds",
+                       run_describe);
     using Run = Exit (*)(CFerrywellApp&, const GlobalOptions&, const SettingsOptions&);
     const auto add = [&](const char* word, const char* description, Run run, bool has_value) {
         const auto options = std::make_shared<SettingsOptions>();

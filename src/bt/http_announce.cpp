@@ -165,7 +165,7 @@ Result CBTAnnounceThread::ask(HttpConversation& conversation, const ConnectPlan&
 TlsPlan CBTAnnounceThread::trust_for(const std::string& host) const {
     TlsPlan trust;
     trust.verify = services_.settings.flag(setting::verify_peer);
-    trust.ca_file = services_.settings.text(u"Connection", u"CAFile");
+    trust.ca_file = services_.settings.text(setting::ca_file);
     trust.protocol = "http/1.1";
     trust.host = host;
     return trust;

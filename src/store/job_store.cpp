@@ -223,19 +223,19 @@ bool JobStore::save(const Settings& settings, std::string& error) {
         return false;
     }
     dirty_ = false;
-    back_up(settings, image.bytes());
+    const FileError backup = back_up(settings, image.bytes());
     save_took_ =
         std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - begin);
+    if (!backup.ok()) error = "The backup of the job database cannot be written: " + backup.text();
     if (!copy.ok()) error = "The copy of the job database cannot be written: " + copy.text();
     return copy.ok();
 }
 
 // A whole backup each day, written over by the later saves of that day.
-void JobStore::back_up(const Settings& settings, std::span<const std::byte> image) const {
-    const std::u16string folder = settings.text(u"Others", u"BackupTo");
-    if (folder.empty()) return;
-    static_cast<void>(
-        write_file_atomically(backup_path(folder, short_date_today()), image, Privacy::owner_only));
+FileError JobStore::back_up(const Settings& settings, std::span<const std::byte> image) const {
+    const std::u16string folder = settings.text(setting::backup_to);
+    if (folder.empty()) return {};
+    return write_file_atomically(backup_path(folder, short_date_today()), image, Privacy::owner_only);
 }
 
 }  // namespace vantlow

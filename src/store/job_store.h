@@ -69,7 +69,7 @@ class JobStore {
     void touch() noexcept { dirty_ = true; }
     [[nodiscard]] bool is_dirty() const noexcept { return dirty_; }
     /// Writes the database, its copy, and today's backup where the settings name a folder for it. A failure
-    /// leaves the store dirty; the sentence says what failed. Failures of the backup are ignored.
+    /// leaves the store dirty; the sentence says what failed. A failure of the backup is only told.
     bool save(const Settings& settings, std::string& error);
     [[nodiscard]] std::chrono::milliseconds last_save_took() const noexcept { return save_took_; }
 
@@ -82,7 +82,7 @@ class JobStore {
     void take(StoredDatabase stored);
     void make_whole();
     void file(CJobNode& job, CClassNode& category);
-    void back_up(const Settings& settings, std::span<const std::byte> image) const;
+    FileError back_up(const Settings& settings, std::span<const std::byte> image) const;
 
     Options options_;
     CategoryTree tree_;

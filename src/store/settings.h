@@ -11,55 +11,9 @@
 #include <string_view>
 
 #include "platform/settings_backend.h"
+#include "store/setting_table.h"
 
 namespace vantlow {
-
-/// A number among the settings: where it stands, its default and what its reader makes of values out of
-/// bounds.
-struct NumberSetting {
-    std::u16string_view section;
-    std::u16string_view key;
-    std::int64_t standard;
-    std::int64_t smallest;  ///< smaller values become this one
-    std::int64_t largest;   ///< larger values become this one
-};
-
-/// The settings that this program reads, in one place each (docs are made from here).
-namespace setting {
-inline constexpr NumberSetting split_size{u"Settings", u"Split Size", 262144, 1024, 67108864};
-inline constexpr NumberSetting split_time{u"Streaming", u"Split Time", 20000, 10000, 300000};
-inline constexpr NumberSetting only_own_part{u"Connection", u"OnlyOwnPart", 0, 0, 1};
-inline constexpr NumberSetting always_retry{u"Connection", u"Always", 1, 0, 1};
-inline constexpr NumberSetting retries{u"Connection", u"Retries", 100, 0, 100000};
-inline constexpr NumberSetting suspend_interval{u"Performance", u"SuspendInterval", 1, 0, 2000};  // ms
-inline constexpr NumberSetting connection_buffer{u"Performance", u"ConnBufSize", 64, 16, 4096};   // KiB
-inline constexpr NumberSetting data_buffer{u"Performance", u"DataBufSize", 512, 16, 4096};        // KiB
-inline constexpr NumberSetting disk_buffer{u"Performance", u"DiskBufSize", 256, 256, 16384};      // KiB
-inline constexpr NumberSetting max_jobs{u"Performance", u"MaxJobs", 3, 1, 1000};
-inline constexpr NumberSetting save_interval{u"Performance", u"SaveDatabaseInterval", 120, 10, 900};  // s
-inline constexpr NumberSetting move_completed{u"Download", u"MoveCompleted", 1, 0, 1};
-inline constexpr NumberSetting resume{u"Download", u"Resume", 1, 0, 1};
-inline constexpr NumberSetting overwrite_rule{u"Download", u"FileOverwriteRule", 0, -2147483648LL,
-                                              2147483647LL};
-inline constexpr NumberSetting allocate_space{u"Download", u"AllocFileSpace", 0, 0, 1};
-inline constexpr NumberSetting limit{u"Connection", u"Limit", 0, 0, 1};
-inline constexpr NumberSetting speed_limit{u"Connection", u"Speed Limit", 131072, 1, 1LL << 50};  // bytes/s
-inline constexpr NumberSetting connect_timeout{u"Connection", u"ConnTimeout", 60, 10, 3000};      // s
-inline constexpr NumberSetting max_per_server{u"Connection", u"MaxPerServer", 16, 0, 1000000};    // 0: none
-inline constexpr NumberSetting proxy_resolves{u"Connection", u"ProxyResolve", 1, 0, 1};  // names, by SOCKS
-inline constexpr NumberSetting get_cookie{u"Download", u"GetCookie", 0, 0, 1};           // the system's
-inline constexpr NumberSetting connect_interval{u"Connection", u"ConnectInterval", 0, 0, 60000};  // ms
-inline constexpr NumberSetting verify_peer{u"Connection", u"VerifyPeer", 1, 0, 1};
-inline constexpr NumberSetting enable_feat{u"Transfer", u"EnableFEAT", 1, -2147483648LL, 2147483647LL};
-inline constexpr NumberSetting ftp_passive{u"Transfer", u"Passive", 1, 0, 1};
-inline constexpr NumberSetting nat_in_port{u"Transfer", u"UseNATinPORT 2", 1, 0, 1};
-inline constexpr NumberSetting trace_list{u"Logs", u"TraceLIST", 1, 0, 1};
-inline constexpr NumberSetting ssh_buffer{u"Performance", u"SSH_RecvBufSize", 256, 32, 4096};  // KiB
-/// Extensions of files that FTP never transfers as text.
-inline constexpr std::u16string_view binary_types =
-    u".EXE;.RAR;.ZIP;.7Z;.TAR;.GZ;.BZ;.BZ2;.ISO;.Z;.TGZ;.wav;.flv;.f4v;.mp3;.mpg;.mpeg;.mp4;.3gp;.ogg;.mov;"
-    u".amr;.ra;.rm;.rmvb;.avi;.wma;.wmv;.asf";
-}  // namespace setting
 
 /// The store with the run's own values laid over it. Any thread may call.
 class Settings {
@@ -70,6 +24,9 @@ class Settings {
 
     [[nodiscard]] std::u16string text(std::u16string_view section, std::u16string_view key,
                                       std::u16string_view standard = {}) const;
+    [[nodiscard]] std::u16string text(const TextSetting& setting) const {
+        return text(setting.section, setting.key, setting.standard);
+    }
     /// A number in decimal ("-5", "0x" is not known); the default when there is none or it cannot be read. A
     /// number too large for 64 bits is the largest one of its sign.
     [[nodiscard]] std::int64_t number(std::u16string_view section, std::u16string_view key,

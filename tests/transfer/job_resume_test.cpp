@@ -234,10 +234,11 @@ TEST_F(ResumeTest, SavedPositionsAreOnTheDisk) {
         auto job = make_job(server.url16(), 2);
         Run running(*this, *job, {});
         const auto until = Clock::now() + std::chrono::seconds(10);
-        while (recorder.count(FileOperation::rename, u"vantlow-job") == 0 && Clock::now() < until) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(5));
-        }
-        ASSERT_GT(recorder.count(FileOperation::rename, u"vantlow-job"), 0U);
+        const auto is_saved = [&] {
+            return path_kind(folder.path(u"file.bin.vantlow-job")) == PathKind::file;
+        };
+        while (!is_saved() && Clock::now() < until) std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        ASSERT_TRUE(is_saved());
         // The power goes: the state as it is, and the partial file without what was not flushed.
         const std::string state = folder.read(u"file.bin.vantlow-job");
         lost = recorder.unflushed(folder.path(u"file.bin.vantlow"));

@@ -199,8 +199,8 @@ TEST_F(MirrorJobTest, DeadAndClumsyMirrorsAreCopedWith) {
 }
 
 TEST_F(MirrorJobTest, CheckedPiecesSurviveAStopAndDamageIsFound) {
-    serve({.content = content, .rate = 600'000});
-    serve({.content = content, .rate = 600'000});
+    serve({.content = content, .rate = 300'000});
+    serve({.content = content, .rate = 300'000});
     auto job = job_of(with_pieces | with_whole);
     {
         Run running(*this, *job, {});

@@ -47,7 +47,7 @@ SourcePlan CTransferMainThread::plan(CTransferSubThread& asker) {
     }
     plan.timeout = std::chrono::seconds(settings.number(setting::connect_timeout));
     plan.trust.verify = settings.flag(setting::verify_peer);
-    plan.trust.ca_file = settings.text(u"Connection", u"CAFile");
+    plan.trust.ca_file = settings.text(setting::ca_file);
     plan.limits.most = settings.number(setting::max_per_server);
     plan.limits.interval = std::chrono::milliseconds(settings.number(setting::connect_interval));
     plan.receive_buffer = static_cast<std::size_t>(settings.number(setting::connection_buffer)) * 1024;
@@ -55,7 +55,7 @@ SourcePlan CTransferMainThread::plan(CTransferSubThread& asker) {
     plan.ssh = options_.ssh;
     plan.ssh_buffer = static_cast<std::size_t>(settings.number(setting::ssh_buffer)) * 1024;
     plan.system_cookies = settings.flag(setting::get_cookie);
-    plan.cookie_file = settings.text(u"Download", u"CookieFile");
+    plan.cookie_file = settings.text(setting::cookie_file);
     if (plan.cookie.starts_with(u'@')) {
         plan.cookie_file = plan.cookie.substr(1);
         plan.cookie.clear();
@@ -82,8 +82,8 @@ FtpRules CTransferMainThread::ftp_rules() const {
     rules.features = settings.flag(setting::enable_feat);
     rules.passive = settings.flag(setting::ftp_passive);
     rules.trace_listings = settings.flag(setting::trace_list);
-    if (settings.flag(setting::nat_in_port)) rules.mapped_address = settings.text(u"Transfer", u"NATAddress");
-    rules.binary_types = settings.text(u"Transfer", u"BinaryTypes", setting::binary_types);
+    if (settings.flag(setting::nat_in_port)) rules.mapped_address = settings.text(setting::nat_address);
+    rules.binary_types = settings.text(setting::binary_types);
     rules.client_version = product_version();
     return rules;
 }
