@@ -16,7 +16,7 @@ namespace vantlow {
 struct Guid {
     std::array<std::uint8_t, 16> bytes{};
 
-    auto operator<=>(const Guid&) const = default;
+    auto operator<=>(const Guid&) const = default;  // NOLINT(modernize-use-nullptr): its own zero
     [[nodiscard]] bool is_zero() const noexcept { return *this == Guid{}; }
     /// The GUID whose bytes, read as two little-endian 64-bit numbers, are these.
     static Guid from_numbers(std::uint64_t first, std::uint64_t second) noexcept {
