@@ -38,6 +38,7 @@ inline constexpr NumberSetting disk_buffer{u"Performance", u"DiskBufSize", 256, 
 inline constexpr NumberSetting max_jobs{u"Performance", u"MaxJobs", 3, 1, 1000};
 inline constexpr NumberSetting save_interval{u"Performance", u"SaveDatabaseInterval", 120, 10, 900};  // s
 inline constexpr NumberSetting move_completed{u"Download", u"MoveCompleted", 1, 0, 1};
+inline constexpr NumberSetting mark_zone{u"Download", u"MarkZone", 1, 0, 1};  // as the internet's, on Windows
 inline constexpr NumberSetting resume{u"Download", u"Resume", 1, 0, 1};
 inline constexpr NumberSetting overwrite_rule{u"Download", u"FileOverwriteRule", 0, -2147483648LL,
                                               2147483647LL};
