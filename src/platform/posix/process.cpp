@@ -82,6 +82,10 @@ std::u16string product_version() {
     return to_utf16(VANTLOW_VERSION);
 }
 
+bool belongs_to_packages(std::u16string_view folder) noexcept {
+    return folder.starts_with(u"/usr/") && !folder.starts_with(u"/usr/local/");
+}
+
 std::u16string user_logon_name() {
     return own_account().name;
 }
