@@ -24,10 +24,13 @@ bool CFerrywellApp::start(const StartOptions& options, std::string& error) {
     version_ = product_version();
     user_name_ = user_logon_name();
     const DataFolderSources sources{settings_->text(setting::data_folder), program_file_, user_name_,
-                                    user_data_folder(), path_separator()};
+                                    folder_of(user_data_folder()), path_separator()};
+    const auto can_keep = [](const std::u16string& folder) {
+        return !belongs_to_packages(folder) && can_write_below(folder);
+    };
     folder_named_ = !options.data_folder.empty();
     data_folder_ = folder_named_ ? absolute_path(options.data_folder)
-                                 : absolute_path(writable_data_folder(sources, can_write_below));
+                                 : absolute_path(writable_data_folder(sources, can_keep));
     return true;
 }
 

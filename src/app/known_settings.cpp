@@ -44,9 +44,9 @@ std::vector<KnownSetting> list_of(const Each&... settings) {
 std::vector<KnownSetting> known_settings() {
     using namespace setting;
     std::vector<KnownSetting> all =
-        list_of(max_jobs, resume, overwrite_rule, allocate_space, move_completed, start_all, save_interval,
-                backup_to, data_folder, language, split_size, only_own_part, suspend_interval, max_per_server,
-                connect_interval, connect_timeout, always_retry, retries, limit, speed_limit,
+        list_of(max_jobs, resume, overwrite_rule, allocate_space, move_completed, mark_zone, start_all,
+                save_interval, backup_to, data_folder, language, split_size, only_own_part, suspend_interval,
+                max_per_server, connect_interval, connect_timeout, always_retry, retries, limit, speed_limit,
                 connection_buffer, data_buffer, disk_buffer, ssh_buffer, verify_peer, ca_file, proxy,
                 proxy_resolves, get_cookie, cookie_file, enable_feat, ftp_passive, nat_in_port, nat_address,
                 binary_types, trace_list, dial_up_entry, dial_up_user, dial_up_password, monitor_torrent,

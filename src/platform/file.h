@@ -141,7 +141,7 @@ class CurrentFolder {
 };
 
 /// What File and the functions above are about to do; tests put a hook in front of them.
-enum class FileOperation { open, write, read, resize, flush, lock, remove, rename };
+enum class FileOperation { open, write, read, resize, flush, lock, remove, rename, mark };
 /// Asked before each operation with its path (empty where only a handle is known), offset and length; an
 /// error that it returns is the operation's result, nothing is done then. Called from any thread. For tests:
 /// the program itself sets none.

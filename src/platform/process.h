@@ -27,6 +27,9 @@ std::u16string user_data_folder();
 std::u16string user_config_folder();
 /// The home folder, where .netrc stands.
 std::u16string home_folder();
+/// True for folders that hold what packages bring and nothing else: no program keeps data there, even where
+/// it could (FHS 3.0, 4.1: "/usr", which leaves "/usr/local" to the machine's own people).
+bool belongs_to_packages(std::u16string_view folder) noexcept;
 /// "Linux x86_64" or "Windows x86_64": what this program was built for.
 std::string_view platform_name() noexcept;
 

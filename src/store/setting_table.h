@@ -44,6 +44,8 @@ inline constexpr NumberSetting allocate_space{
     u"Download", u"AllocFileSpace", 0, 0, 1, "1: the file's space is taken before its first byte is written"};
 inline constexpr NumberSetting move_completed{
     u"Download", u"MoveCompleted", 1, 0, 1, "1: finished jobs are filed under \"Completed\""};
+inline constexpr NumberSetting mark_zone{
+    u"Download", u"MarkZone", 1, 0, 1, "1: fetched files are marked as coming from the internet (Windows)"};
 inline constexpr NumberSetting start_all{
     u"Others", u"Start All", 0, 0, 1, "1: the resident program starts every job that is not finished"};
 inline constexpr NumberSetting save_interval{

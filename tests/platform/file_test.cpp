@@ -9,6 +9,7 @@
 #include <thread>
 
 #include "base/text.h"
+#include "platform/origin_mark.h"
 #include "support/fault_hook.h"
 #include "support/temp_folder.h"
 
@@ -31,6 +32,12 @@ class Files : public testing::Test {
     test::TempFolder folder{test::TempFolder::Name::foreign};
     const std::u16string path = folder.path(u"\u00e4\u65e5\U0001F4C4.bin");
 };
+
+TEST(ZoneIdentifier, TellsAddressesAndNothingThatBeginsALineOfItsOwn) {
+    EXPECT_EQ(zone_identifier({"https://host/a?b=c", "https://site/"}),
+              "[ZoneTransfer]\r\nZoneId=3\r\nReferrerUrl=https://site/\r\nHostUrl=https://host/a?b=c\r\n");
+    EXPECT_EQ(zone_identifier({"http://host/a\r\nZoneId=0", ""}), "[ZoneTransfer]\r\nZoneId=3\r\n");
+}
 
 TEST_F(Files, PositionedReadsAndWrites) {
     File file;

@@ -30,6 +30,11 @@ TEST(Process, KnowsItself) {
     }
     EXPECT_EQ(name_of(user_data_folder()).size(), 7U);
     EXPECT_NE(environment("PATH").value_or(u""), u"");
+    const bool has_packages = path_separator() == u'/';
+    EXPECT_EQ(belongs_to_packages(u"/usr/lib/vantlow/root's temp"), has_packages);
+    for (const char16_t* folder : {u"/usr/local/lib/vantlow", u"/usra", u"C:\\usr\\", u""}) {
+        EXPECT_FALSE(belongs_to_packages(folder));
+    }
     EXPECT_EQ(environment("VANTLOW_NO_SUCH_VARIABLE"), std::nullopt);
 }
 

@@ -82,6 +82,10 @@ std::u16string product_version() {
     return to_utf16(VANTLOW_VERSION);
 }
 
+bool belongs_to_packages(std::u16string_view folder) noexcept {
+    return folder.starts_with(u"/usr/") && !folder.starts_with(u"/usr/local/");
+}
+
 std::u16string user_logon_name() {
     return own_account().name;
 }
@@ -132,7 +136,7 @@ std::u16string short_date_today() {
 std::u16string user_download_folder() {
     constexpr std::string_view key = "XDG_DOWNLOAD_DIR=\"";
     std::vector<std::byte> bytes;
-    const std::u16string home = home_folder();
+    std::u16string home = home_folder();
     if (!read_file(join_path(user_config_folder(), u"user-dirs.dirs"), 65536, bytes).ok()) return home;
     const std::string_view text(reinterpret_cast<const char*>(bytes.data()), bytes.size());
     for (std::string_view line : split(text, '\n')) {

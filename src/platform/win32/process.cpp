@@ -88,6 +88,10 @@ std::u16string product_version() {
     return version;
 }
 
+bool belongs_to_packages(std::u16string_view) noexcept {
+    return false;
+}
+
 std::u16string user_logon_name() {
     wchar_t name[257] = {};  // UNLEN and the zero
     DWORD size = std::size(name);

@@ -182,11 +182,20 @@ Result CLocalFile::start_over() {
     return shrink(0);
 }
 
-Result CLocalFile::finish(std::int64_t size, std::u16string_view suffix) {
+// Before the file has its name, under which it could be opened unmarked.
+void CLocalFile::mark(const FileOrigin& origin) {
+    const FileError error = mark_origin(partial_path(), origin);
+    if (error.ok()) return;
+    log_.line(Direction::note, "The file could not be marked as coming from the internet: " + error.text());
+}
+
+Result CLocalFile::finish(std::int64_t size, std::u16string_view suffix,
+                          const std::optional<FileOrigin>& origin) {
     if (Result result = drain(); !result.ok()) return result;
     if (file_.size() != size) {
         if (FileError error = file_.resize(size); !error.ok()) return failure(error, partial_path());
     }
+    if (origin) mark(*origin);
     // On the disk before it has its name: a power cut must not leave a whole name with half a file.
     if (Result result = flush(); !result.ok()) return result;
     const std::u16string partial = partial_path();

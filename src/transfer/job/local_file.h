@@ -4,12 +4,14 @@
 #include <cstdint>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <span>
 #include <string>
 
 #include "base/log.h"
 #include "base/result.h"
 #include "platform/file.h"
+#include "platform/origin_mark.h"
 #include "transfer/job/file_names.h"
 #include "transfer/job/write_behind.h"
 
@@ -57,8 +59,9 @@ class CLocalFile {
     Result start_over();
     /// The finished file is `size` bytes long, safe on the disk, and takes its name. With a suffix it takes
     /// its name with that behind it. When somebody else took the name meanwhile the overwrite rule is applied
-    /// again.
-    Result finish(std::int64_t size, std::u16string_view suffix = {});
+    /// again. With an origin the file is marked with it before; that this failed is only logged.
+    Result finish(std::int64_t size, std::u16string_view suffix = {},
+                  const std::optional<FileOrigin>& origin = std::nullopt);
     /// Closes and removes the partial file.
     void discard();
     void close();
@@ -73,6 +76,7 @@ class CLocalFile {
     Claim claim_partial(FileError& error);
     Result choose_target(const std::u16string& folder, const std::u16string& name);
     FileError write_in_turn(std::int64_t offset, std::span<const std::byte> bytes);
+    void mark(const FileOrigin& origin);
     Result failure(const FileError& error, const std::u16string& path);
     void set_up(const FileRules& rules);
 

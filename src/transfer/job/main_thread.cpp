@@ -6,6 +6,7 @@
 
 #include "base/string_table.h"
 #include "base/text.h"
+#include "store/address.h"
 #include "transfer/job/resume_state.h"
 #include "transfer/job/work_rule.h"
 
@@ -453,12 +454,21 @@ Result CTransferMainThread::check_hash(const ExpectedHash& expected, bool& match
     return {};
 }
 
+// What the finished file is marked with: where its bytes came from, redirects followed as far as known.
+std::optional<FileOrigin> CTransferMainThread::origin() {
+    if (!services_.settings.flag(setting::mark_zone)) return std::nullopt;
+    const std::lock_guard guard(lock_);
+    const Mirror* from = &mirrors_.at(0);
+    for (int i = 0; i < mirrors_.count() && from->effective.empty(); ++i) from = &mirrors_.at(i);
+    const std::u16string& address = from->effective.empty() ? job_.address : from->effective;
+    return FileOrigin{to_utf8(without_credentials(address)), to_utf8(without_credentials(job_.referer))};
+}
+
 Result CTransferMainThread::finish() {
     const bool matches = hash_matches_;
     const std::u16string state = file_.state_path();
-    if (Result result = file_.finish(job_.file_size, matches ? std::u16string_view{} : wrong_hash_suffix);
-        !result.ok())
-        return result;
+    const std::u16string_view suffix = matches ? std::u16string_view{} : wrong_hash_suffix;
+    if (Result result = file_.finish(job_.file_size, suffix, origin()); !result.ok()) return result;
     remove_state(state);
     {
         const std::lock_guard guard(lock_);

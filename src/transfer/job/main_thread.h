@@ -110,6 +110,7 @@ class CTransferMainThread : private SubThreadHost, private WrittenListener {
     void forget_state();
     void remove_state(const std::u16string& path);
     Result finish();
+    std::optional<FileOrigin> origin();
     Result check_hashes(bool& matches);
     Result check_hash(const ExpectedHash& expected, bool& matches);
     void save_state();

@@ -1,0 +1,150 @@
+#!/usr/bin/env python3
+"""make_deb.py BUILD FOLDER: a Debian package of a Linux build, into the folder; prints its path.
+
+The program and the libraries that it loads stand in /usr/lib/vantlow: it looks for them beside itself. The same
+build gives the same bytes."""
+
+import gzip
+import os
+import pathlib
+import shutil
+import subprocess
+import sys
+import tempfile
+import time
+
+import completions
+import man_page
+import origins
+import words
+
+ROOT = pathlib.Path(__file__).resolve().parents[1]
+REVISION = "1"
+MAINTAINER = "{} <{}>".format(
+    os.environ.get("DEBFULLNAME", "The Vantlow developers"), os.environ.get("DEBEMAIL", "vantlow@vantlow.invalid")
+)
+LIBRARIES = ["libssl.so", "libssh.so", "libsecur.so", "libcrypto5.so"]
+DESCRIPTION = """\
+download manager that never gives a wrong file
+ Vantlow fetches files over HTTP, HTTPS, FTP, FTPS and SFTP: over several
+ connections and from several mirrors at once, across crashes and bad
+ networks. What was interrupted goes on, also after a kill or a power cut;
+ a finished name only ever shows the finished file.
+ .
+ It works in the terminal (vantlow get LINK) and as a resident program that
+ files jobs and runs them."""
+
+
+def write(path, data, mode=0o644):
+    path.parent.mkdir(parents=True, exist_ok=True)
+    path.write_bytes(data.encode() if isinstance(data, str) else data)
+    path.chmod(mode)
+
+
+def packed(text):
+    return gzip.compress(text.encode(), 9, mtime=0)
+
+
+def place_programs(build, tree):
+    """Copies the program and its libraries, without what only debuggers read."""
+    names = ["vantlow", *(n for n in LIBRARIES if (build / "bin" / n).exists())]
+    for name in names:
+        target = tree / "usr/lib/vantlow" / name
+        target.parent.mkdir(parents=True, exist_ok=True)
+        shutil.copyfile(build / "bin" / name, target)
+        origins.run("strip", "--strip-unneeded", "--remove-section=.comment", "--remove-section=.note", target)
+        target.chmod(0o644 if target.suffix == ".so" else 0o755)
+    (tree / "usr/bin").mkdir(parents=True)
+    (tree / "usr/bin/vantlow").symlink_to("../lib/vantlow/vantlow")
+    return names
+
+
+def dependencies(tree, names):
+    with tempfile.TemporaryDirectory() as folder:
+        write(pathlib.Path(folder, "debian/control"), "Source: vantlow\n\nPackage: vantlow\nArchitecture: any\n")
+        files = [f"-e{tree}/usr/lib/vantlow/{name}" for name in names]
+        return origins.run("dpkg-shlibdeps", "-O", *files, cwd=folder).strip().removeprefix("shlibs:Depends=")
+
+
+def copyright_text(packages, depends):
+    lines = ["Vantlow's own sources:", "", (ROOT / "LICENSE").read_text(encoding="utf-8"), ""]
+    lines += ["Parts of these packages are inside the programs; their own texts follow below:", ""]
+    lines += [f"    {p.name} {p.version}" for p in packages]
+    lines += ["", "It loads shared libraries of the system, under the terms in /usr/share/doc/PACKAGE/copyright:", ""]
+    lines += [f"    {d}" for d in depends.split(", ")]
+    lines += ["", origins.RELINK.format(preset="linux-release")]
+    texts = {}
+    for p in packages:
+        texts.setdefault(p.copyright, []).append(p)
+    for path, those in texts.items():
+        lines += ["=" * 78, ", ".join(f"{p.name} {p.version}" for p in those), "=" * 78, ""]
+        lines += [path.read_text(encoding="utf-8", errors="replace"), ""]
+    return "\n".join(lines)
+
+
+def place_texts(build, tree, version, seconds, names, depends):
+    program = build / "bin/vantlow"
+    share = tree / "usr/share"
+    root = words.read_command(program)
+    write(share / "man/man1/vantlow.1.gz", packed(man_page.page(program, version, seconds)))
+    write(share / "bash-completion/completions/vantlow", completions.bash(root))
+    write(share / "zsh/vendor-completions/_vantlow", completions.zsh(root))
+    documents = share / "doc/vantlow"
+    packages = origins.packages_inside(build, [f"bin/{name}" for name in names])
+    write(documents / "copyright", copyright_text(packages, depends))
+    write(documents / "changelog.gz", packed((ROOT / "CHANGELOG.md").read_text(encoding="utf-8")))
+    date = time.strftime("%a, %d %b %Y %H:%M:%S +0000", time.gmtime(seconds))
+    entry = f"vantlow ({version}-{REVISION}) unstable; urgency=medium\n\n  * Version {version}: see changelog.gz.\n"
+    write(documents / "changelog.Debian.gz", packed(f"{entry}\n -- {MAINTAINER}  {date}\n"))
+    for path in [ROOT / "README.md", *sorted((ROOT / "docs").glob("*.md"))]:
+        write(documents / path.relative_to(ROOT), path.read_bytes())
+
+
+def write_control(tree, version, depends):
+    files = sorted(p for p in tree.rglob("*") if p.is_file() and not p.is_symlink())
+    size = sum(-(-p.stat().st_size // 1024) for p in files)
+    control = {
+        "Package": "vantlow",
+        "Version": f"{version}-{REVISION}",
+        "Section": "net",
+        "Priority": "optional",
+        "Architecture": origins.run("dpkg", "--print-architecture").strip(),
+        "Maintainer": MAINTAINER,
+        "Installed-Size": str(size),
+        "Depends": depends,
+        "Recommends": "ca-certificates",
+        "Description": DESCRIPTION,
+    }
+    sums = origins.run("md5sum", *(p.relative_to(tree) for p in files), cwd=tree)
+    write(tree / "DEBIAN/md5sums", sums)
+    write(tree / "DEBIAN/control", "".join(f"{name}: {value}\n" for name, value in control.items()))
+    return f"vantlow_{control['Version']}_{control['Architecture']}.deb"
+
+
+def build_package(build, folder):
+    version, seconds = origins.version_of(ROOT), origins.source_date(ROOT)
+    folder.mkdir(parents=True, exist_ok=True)
+    with tempfile.TemporaryDirectory() as work:
+        tree = pathlib.Path(work, "tree")
+        tree.mkdir(mode=0o755)
+        names = place_programs(build, tree)
+        depends = dependencies(tree, names)
+        place_texts(build, tree, version, seconds, names, depends)
+        name = write_control(tree, version, depends)
+        for path in sorted(tree.rglob("*"), reverse=True):
+            if path.is_dir():
+                path.chmod(0o755)
+            os.utime(path, (seconds, seconds), follow_symlinks=False)
+        # One thread: how the data is cut up for several would show in the bytes.
+        surroundings = os.environ | {"SOURCE_DATE_EPOCH": str(seconds), "DPKG_DEB_THREADS_MAX": "1"}
+        new = folder / (name + ".new")
+        origins.run("dpkg-deb", "--root-owner-group", "-Zxz", "--build", tree, new, env=surroundings)
+        return new.replace(folder / name)
+
+
+if __name__ == "__main__":
+    os.umask(0o022)
+    try:
+        print(build_package(pathlib.Path(sys.argv[1]).resolve(), pathlib.Path(sys.argv[2])))
+    except subprocess.CalledProcessError as error:
+        sys.exit(f"{error}\n{error.stderr}")
