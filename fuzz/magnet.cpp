@@ -9,7 +9,9 @@ void vantlow::fuzz::run(std::string_view input) {
     const auto magnet = parse_magnet(input, {"udp://t:1"});
     if (!magnet) return;
     std::vector<std::string> trackers;
-    for (const std::string& tracker : magnet->trackers) trackers.push_back(tracker_from_magnet(tracker));
+    for (const std::string& tracker : magnet->trackers) {
+        if (!tracker_from_magnet(tracker).empty()) trackers.push_back(tracker_from_magnet(tracker));
+    }
     const std::string name = percent_decode(magnet->name);
     const std::string link = make_magnet(magnet->info_hash, name, trackers);
     CHECK(is_magnet(link));

@@ -2,5 +2,5 @@
 #include "join.h"
 
 void vantlow::fuzz::run(std::string_view input) {
-    join_pieces(input);
+    join_pieces(input, true);
 }

@@ -1,16 +1,21 @@
 // Message stream encryption, in both roles, over any division of the bytes. The key agreement gives one fixed
-// secret here and RC4 changes nothing, so that the input can get through.
+// secret here and RC4 changes next to nothing, so that the input can get through.
 #include <algorithm>
 #include <cstring>
 
 #include "bt/mse.h"
 #include "fuzz.h"
 
+/// A stream cipher that changes the first eight bytes, so that the verification constant is a mark, and no
+/// other.
+struct VantlowRc4 {
+    unsigned char position = 0;
+};
+
 namespace vantlow::fuzz {
 namespace {
 
 VantlowDh* const some_keys = reinterpret_cast<VantlowDh*>(std::uintptr_t{16});
-VantlowRc4* const some_stream = reinterpret_cast<VantlowRc4*>(std::uintptr_t{16});
 
 SecurTable fixed_operations() {
     SecurTable table;
@@ -23,12 +28,16 @@ SecurTable fixed_operations() {
     table.DH_GetPublicKey = write;
     table.DH_GetSecret = write;
     table.DH_ComputeSecret = [](VantlowDh*, const void*, std::size_t size) { return static_cast<int>(size); };
-    table.RC4_Create = [](const void*, std::size_t, std::size_t) { return some_stream; };
-    table.RC4_Delete = [](VantlowRc4*) {};
-    table.RC4_4 = [](VantlowRc4*, void* to, const void* from, std::size_t size) {
-        if (to != from) std::memcpy(to, from, size);
+    table.RC4_Create = [](const void*, std::size_t, std::size_t) { return new VantlowRc4; };
+    table.RC4_Delete = [](VantlowRc4* stream) { delete stream; };
+    table.RC4_3 = [](VantlowRc4* stream, void* buffer, std::size_t size) {
+        auto* const bytes = static_cast<unsigned char*>(buffer);
+        for (std::size_t i = 0; i < size && stream->position < 8; ++i) bytes[i] ^= ++stream->position;
     };
-    table.RC4_3 = [](VantlowRc4*, void*, std::size_t) {};
+    table.RC4_4 = [](VantlowRc4* stream, void* to, const void* from, std::size_t size) {
+        CHECK(stream->position == 8);
+        std::memcpy(to, from, size);
+    };
     return table;
 }
 

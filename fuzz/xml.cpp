@@ -3,12 +3,13 @@
 #include "meta/xml_simple.h"
 
 void vantlow::fuzz::run(std::string_view input) {
-    const std::string tag(take_until(input, '\n'));
+    std::string tag(take_until(input, '\n'));
+    if (tag.empty()) tag = "file";
     CHECK(decode_entities(input).size() <= input.size());
     CHECK(trim_space(input).size() <= input.size());
     const CXMLSimple document{std::string(input)};
     std::size_t elements = 0;
-    XmlSiblings siblings(document.document(), tag.empty() ? "file" : tag);
+    XmlSiblings siblings(document.document(), tag);
     while (const auto element = siblings.next()) {
         ++elements;
         CHECK(element->text.size() == element->lower.size() && element->text.size() >= 2);
