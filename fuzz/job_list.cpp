@@ -1,5 +1,6 @@
 // Job list files: the list that is written of a list's jobs has the same jobs.
 #include "store/job_list.h"
+#include "base/text.h"
 #include "fuzz.h"
 
 void vantlow::fuzz::run(std::string_view input) {
@@ -13,7 +14,10 @@ void vantlow::fuzz::run(std::string_view input) {
     const JobList again = read_job_list(bytes_of(written));
     CHECK(again.jobs.size() == list.jobs.size() && again.skipped.empty());
     for (std::size_t i = 0; i < jobs.size(); ++i) {
-        CHECK(again.jobs[i]->address == list.jobs[i]->address);
+        // What is no text is not written.
+        const std::u16string& address = list.jobs[i]->address;
+        if (to_utf16(to_utf8(address)) == address && is_utf8(to_utf8(address)))
+            CHECK(again.jobs[i]->address == address);
         CHECK(again.jobs[i]->connections == list.jobs[i]->connections);
     }
 }

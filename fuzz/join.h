@@ -16,7 +16,7 @@ inline CombineOutcome join(const std::vector<std::u16string>& pieces, const std:
 }
 
 /// The input is one piece, or two: the first four bytes say where the second one begins. What was joined can
-/// be joined again; with `as_long` it is as long then.
+/// be joined again; with `as_long` it is no shorter then.
 inline void join_pieces(std::string_view input, bool as_long) {
     if (input.size() < 4) return;
     std::size_t first = 0;
@@ -31,7 +31,8 @@ inline void join_pieces(std::string_view input, bool as_long) {
     CHECK(joined.bytes <= static_cast<std::int64_t>(input.size()) * 64 + 65536);
     const CombineOutcome again = join({output}, scratch_folder() + u"/again");
     CHECK(again.result.ok());
-    if (as_long) CHECK(again.seconds > joined.seconds - 0.01 && again.seconds < joined.seconds + 0.01);
+    // A pause behind a sample that is shown late is that sample's from then on, so it may be longer.
+    if (as_long) CHECK(again.seconds > joined.seconds - 0.01);
     std::filesystem::remove(to_utf8(output), error);
 }
 

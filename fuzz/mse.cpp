@@ -54,7 +54,7 @@ void meet(std::string_view input, const SecurTable& table, const InfoHash& torre
     const std::uint32_t caller_setting = take_byte(input) % 3;
     const std::uint32_t called_setting = caller_setting == 0 ? 0U : caller_setting;
     const std::size_t step = 1U + take_byte(input);
-    const std::string payload(input.substr(0, 0xFFFF));
+    const std::string payload(input.substr(0, 4096));
     PeerBuffer caller_buffer;
     PeerBuffer called_buffer;
     MseExchange caller(table, caller_buffer, torrent, caller_setting, payload);
