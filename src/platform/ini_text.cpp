@@ -93,7 +93,7 @@ bool IniText::parse(std::string_view bytes) {
         const std::size_t end = std::min(bytes.find('\n'), bytes.size());
         std::string_view text = bytes.substr(0, end);
         bytes.remove_prefix(std::min(end + 1, bytes.size()));
-        if (text.ends_with('\r')) text.remove_suffix(1);
+        while (text.ends_with('\r')) text.remove_suffix(1);
         lines_.push_back(read_line(text, section));
         section = lines_.back().section;
     }
