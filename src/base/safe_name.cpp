@@ -66,12 +66,18 @@ std::u16string safe_file_name(std::u16string_view name, std::u16string_view othe
     std::u16string safe(name);
     std::replace_if(safe.begin(), safe.end(), is_refused, u'_');
     trim_ends(safe);
-    if (!fits(safe)) {
+    const auto fit = [&safe] {
+        if (fits(safe)) return;
         shorten(safe);
         trim_ends(safe);
-    }
+    };
+    fit();
     if (safe.empty()) safe = std::u16string(otherwise);
-    if (is_device(safe)) safe.insert(safe.begin(), u'_');
+    // Only now: a name may have become a device's by being cut.
+    if (is_device(safe)) {
+        safe.insert(safe.begin(), u'_');
+        fit();
+    }
     return safe;
 }
 

@@ -83,7 +83,6 @@ class CBTAnnounceThread {
     Result udp_connect(class UdpChannel& channel);
     Outcome<std::string> udp_exchange(class UdpChannel& channel, const std::string& request,
                                       std::size_t wanted, int receives);
-    Result check_answer(std::string_view answer, std::uint32_t action);
     void make_transaction();
 
     bool accept(CBETrackerRespond respond);

@@ -3,13 +3,16 @@
 #include <algorithm>
 #include <limits>
 
-#include "bt/peer_store.h"
+#include "bt/announce.h"
+#include "bt/wire.h"
 
 namespace vantlow {
 namespace {
 
 constexpr std::size_t ipv4_entry = 6;
 constexpr std::size_t ipv6_entry = 18;
+constexpr std::size_t udp_head = 8;  // action and transaction
+constexpr const char* short_answer = "The tracker's answer is too short.";
 
 void read_compact(std::string_view bytes, bool ipv6, CBETrackerRespond& respond) {
     const std::size_t size = ipv6 ? ipv6_entry : ipv4_entry;
@@ -74,6 +77,42 @@ std::optional<CBETrackerRespond> read_tracker_answer(const CBEDictionary& answer
     }
     if (const CBEString* const more = answer.find_string("peers6")) read_compact(more->data, true, respond);
     read_own_address(answer, respond);
+    return respond;
+}
+
+Result check_udp_answer(std::string_view answer, std::uint32_t action, std::uint32_t transaction) {
+    if (answer.size() < udp_head) return {Code::server_error, short_answer};
+    const auto got = get_number<std::uint32_t>(answer, 0);
+    if (got == udp_tracker::error) {
+        std::string text(answer.substr(udp_head, 500));
+        text.resize(text.find_last_not_of(std::string_view("\0 \r\n", 4)) + 1);
+        for (char& c : text) {
+            if (static_cast<unsigned char>(c) < 0x20) c = ' ';
+        }
+        if (text.empty()) text = "The tracker refused without a reason.";
+        return {Code::server_error, text};
+    }
+    if (got != action) return {Code::server_error, "The tracker's answer belongs to another request."};
+    if (get_number<std::uint32_t>(answer, 4) != transaction)
+        return {Code::server_error, "Got a message with incorrect transaction id."};
+    return {};
+}
+
+Outcome<CBETrackerRespond> read_udp_announce(std::string_view answer, std::uint32_t transaction, bool ipv6) {
+    if (Result result = check_udp_answer(answer, udp_tracker::announce, transaction); !result.ok())
+        return result;
+    if (answer.size() < udp_tracker::announce_answer_size) return Result(Code::server_error, short_answer);
+    CBETrackerRespond respond;
+    respond.interval = std::min<std::uint32_t>(get_number<std::uint32_t>(answer, udp_head), 0x7FFFFFFF);
+    const std::size_t size = ipv6 ? ipv6_entry : ipv4_entry;
+    answer.remove_prefix(udp_tracker::announce_answer_size);
+    for (; answer.size() >= size; answer.remove_prefix(size)) {
+        if (ipv6) {
+            respond.ipv6.push_back(ipv6_peer(answer));
+        } else if (get_number<std::uint32_t>(answer, 0) != 0) {
+            respond.ipv4.push_back(ipv4_peer(answer));
+        }
+    }
     return respond;
 }
 

@@ -35,4 +35,10 @@ struct CBETrackerRespond {
 /// holds entries of 18 bytes, not of 6.
 std::optional<CBETrackerRespond> read_tracker_answer(const CBEDictionary& answer, bool ipv6_compact);
 
+/// Whether a datagram answers the request with this action and transaction (BEP 15); `server_error` with the
+/// tracker's reason, or with another sentence.
+Result check_udp_answer(std::string_view answer, std::uint32_t action, std::uint32_t transaction);
+/// Reads the answer to an announce; fails as check_udp_answer() does. `ipv6`: entries have 18 bytes, not 6.
+Outcome<CBETrackerRespond> read_udp_announce(std::string_view answer, std::uint32_t transaction, bool ipv6);
+
 }  // namespace vantlow

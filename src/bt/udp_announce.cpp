@@ -11,10 +11,8 @@ namespace vantlow {
 namespace {
 
 constexpr std::size_t action_at = 0;
-constexpr std::size_t transaction_at = 4;
 constexpr std::size_t text_at = 8;
 constexpr std::size_t connection_at = 8;
-constexpr std::size_t interval_at = 8;
 // A request that is lost is sent again when no answer came for a quarter of the whole wait, and once more.
 constexpr int sends = 3;
 // Nobody divides an answer on purpose: the rest of a short one comes soon or never.
@@ -41,17 +39,6 @@ std::uint32_t random_number() {
            bytes[3];
 }
 
-void read_entries(std::string_view bytes, bool ipv6, CBETrackerRespond& respond) {
-    const std::size_t size = ipv6 ? 18 : 6;
-    for (; bytes.size() >= size; bytes.remove_prefix(size)) {
-        if (ipv6) {
-            respond.ipv6.push_back(ipv6_peer(bytes));
-        } else if (get_number<std::uint32_t>(bytes, 0) != 0) {
-            respond.ipv4.push_back(ipv4_peer(bytes));
-        }
-    }
-}
-
 }  // namespace
 
 void CBTAnnounceThread::make_transaction() {
@@ -76,11 +63,8 @@ Outcome<CBETrackerRespond> CBTAnnounceThread::ask_udp(const std::string& url, An
         channel, udp_tracker::announce_request(connection_, transaction_, job_, event, numwant()),
         udp_tracker::announce_answer_size, 2);
     if (!answer.ok()) return answer.failure();
-    if (Result result = check_answer(*answer, udp_tracker::announce); !result.ok()) return result;
-    CBETrackerRespond respond;
-    respond.interval = std::min<std::uint32_t>(get_number<std::uint32_t>(*answer, interval_at), 0x7FFFFFFF);
-    read_entries(std::string_view(*answer).substr(udp_tracker::announce_answer_size), channel.is_ipv6(),
-                 respond);
+    auto respond = read_udp_announce(*answer, transaction_, channel.is_ipv6());
+    if (!respond.ok()) log_.line(Direction::error, respond.failure().message());
     return respond;
 }
 
@@ -89,7 +73,10 @@ Result CBTAnnounceThread::udp_connect(UdpChannel& channel) {
     auto answer = udp_exchange(channel, udp_tracker::connect_request(transaction_),
                                udp_tracker::connect_answer_size, 0);
     if (!answer.ok()) return answer.failure();
-    if (Result result = check_answer(*answer, udp_tracker::connect); !result.ok()) return result;
+    if (Result result = check_udp_answer(*answer, udp_tracker::connect, transaction_); !result.ok()) {
+        log_.line(Direction::error, result.message());
+        return result;
+    }
     connection_ = answer->substr(connection_at, 8);
     transaction_ = 0;
     return {};
@@ -129,28 +116,6 @@ Outcome<std::string> CBTAnnounceThread::udp_exchange(UdpChannel& channel, const 
         if (++received == receives) return Result(Code::server_error, short_answer);
         if (answer.size() > most) return Result(Code::server_error, "The tracker's answer is too long.");
     }
-}
-
-// The first eight bytes are there.
-Result CBTAnnounceThread::check_answer(std::string_view answer, std::uint32_t action) {
-    const auto got = get_number<std::uint32_t>(answer, action_at);
-    if (got == udp_tracker::error) {
-        std::string text(answer.substr(text_at, 500));
-        text.resize(text.find_last_not_of(std::string_view("\0 \r\n", 4)) + 1);
-        for (char& c : text) {
-            if (static_cast<unsigned char>(c) < 0x20) c = ' ';
-        }
-        if (text.empty()) text = "The tracker refused without a reason.";
-        log_.line(Direction::error, text);
-        return {Code::server_error, text};
-    }
-    if (got != action) return {Code::server_error, "The tracker's answer belongs to another request."};
-    if (get_number<std::uint32_t>(answer, transaction_at) != transaction_) {
-        constexpr std::string_view text = "Got a message with incorrect transaction id.";
-        log_.line(Direction::error, text);
-        return {Code::server_error, std::string(text)};
-    }
-    return {};
 }
 
 }  // namespace vantlow

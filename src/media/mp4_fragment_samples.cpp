@@ -31,7 +31,13 @@ class FragmentSamples {
   public:
     FragmentSamples(const MediaInput& input, const Mp4Piece& piece, SampleSink& sink,
                     std::vector<std::int64_t>& ends)
-        : input_(input), piece_(piece), sink_(sink), ends_(ends), zeros_(ends.size()), window_(input) {}
+        : input_(input),
+          piece_(piece),
+          sink_(sink),
+          ends_(ends),
+          zeros_(ends.size()),
+          begun_(ends.size()),
+          window_(input) {}
 
     Result walk();
 
@@ -67,7 +73,8 @@ class FragmentSamples {
     SampleSink& sink_;
     std::vector<std::int64_t>& ends_;
     std::vector<std::optional<std::int64_t>>
-        zeros_;  // the time, as fragments tell it, of a track's first sample
+        zeros_;                // the time, as fragments tell it, of a track's first sample
+    std::vector<bool> begun_;  // a fragment had a sample of that track
     InputWindow window_;
     std::int64_t data_end_ = 0;  // behind the last run's bytes
     Result failure_;
@@ -128,7 +135,8 @@ bool FragmentSamples::read_time(const Mp4Box& traf, const Fragment& fragment) {
     const std::uint64_t told = is_long ? load_u64(time) : load_u32(time + 4);
     if (told > static_cast<std::uint64_t>(longest_media_time)) return fail(box.offset, "an impossible time");
     const auto start = static_cast<std::int64_t>(told);
-    if (!zero) {
+    // A fragment of a track without samples, as some writers begin with, says nothing of the first one.
+    if (!zero || !begun_[fragment.track]) {
         zero = start - next;
         sink_.begins_at(fragment.track, *zero);
         return true;
@@ -183,6 +191,7 @@ bool FragmentSamples::take(const Fragment& fragment, const Mp4Box& box, SampleRu
     data_end_ += static_cast<std::int64_t>(bytes);
     next += std::int64_t{samples.duration} * samples.count;
     if (next > longest_media_time) return fail(box.offset, "the track is impossibly long");
+    begun_[fragment.track] = true;
     const bool go_on = sink_.take(fragment.track, samples);
     samples.starts_chunk = false;
     return go_on;

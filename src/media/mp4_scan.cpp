@@ -119,9 +119,11 @@ PieceTimes times_of(const Mp4Piece& piece, const Mp4Track& track, const TrackSca
     if (late > 0) times.edits.push_back({late, -1});
     for (const Mp4Edit& edit : track.edits) {
         const std::int64_t rest = scan.last_shown - std::max<std::int64_t>(edit.media_time, 0);
-        const std::int64_t duration = edit.duration == 0 && &edit == &track.edits.back()
-                                          ? in_joined(rest)
-                                          : scale_time(edit.duration, joined, piece.timescale);
+        std::int64_t duration = edit.duration == 0 && &edit == &track.edits.back()
+                                    ? in_joined(rest)
+                                    : scale_time(edit.duration, joined, piece.timescale);
+        // What is shown for less than a tick must not become "all of it", as no edit would mean.
+        if (edit.duration > 0) duration = std::max<std::int64_t>(duration, 1);
         times.edits.push_back({duration, edit.media_time < 0 ? -1 : in_joined(edit.media_time), edit.rate});
     }
     return times;

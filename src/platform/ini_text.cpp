@@ -43,7 +43,9 @@ std::string write_value(std::u16string_view value) {
 }
 
 bool can_be_name(std::string_view name) noexcept {
-    return trim(name) == name && std::none_of(name.begin(), name.end(), is_control);
+    // At the file's beginning a byte order mark would not be read as a part of the name.
+    return trim(name) == name && !name.starts_with(byte_order_mark) &&
+           std::none_of(name.begin(), name.end(), is_control);
 }
 
 bool can_be_key(std::string_view key) noexcept {
@@ -81,7 +83,7 @@ bool IniText::parse(std::string_view bytes) {
     if (bytes.find('\0') != std::string_view::npos) return false;  // UTF-16, or no text at all
     lines_.clear();
     sections_.clear();
-    if (bytes.starts_with(byte_order_mark)) bytes.remove_prefix(byte_order_mark.size());
+    while (bytes.starts_with(byte_order_mark)) bytes.remove_prefix(byte_order_mark.size());
     const std::size_t first_end = bytes.find('\n');
     const bool two_bytes =
         first_end != std::string_view::npos && first_end > 0 && bytes[first_end - 1] == '\r';
@@ -91,7 +93,7 @@ bool IniText::parse(std::string_view bytes) {
         const std::size_t end = std::min(bytes.find('\n'), bytes.size());
         std::string_view text = bytes.substr(0, end);
         bytes.remove_prefix(std::min(end + 1, bytes.size()));
-        if (text.ends_with('\r')) text.remove_suffix(1);
+        while (text.ends_with('\r')) text.remove_suffix(1);
         lines_.push_back(read_line(text, section));
         section = lines_.back().section;
     }

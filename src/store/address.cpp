@@ -231,8 +231,10 @@ std::u16string without_credentials(std::u16string_view address) {
     const std::size_t start = has_scheme ? mark + 3 : 0;
     const std::u16string_view rest = address.substr(start);
     std::size_t end = server_end(rest);
-    // A password with one of the marks in it, as people write them: the address leads nowhere, but is shown.
-    if (!read_server(cut_server(rest.substr(0, end)).host_and_port, 1)) end = rest.size();
+    // A password with one of the marks in it, as people write them, or an address inside another: it leads
+    // nowhere, but is shown.
+    if (scheme == nullptr || !read_server(cut_server(rest.substr(0, end)).host_and_port, 1))
+        end = rest.size();
     const auto at = rest.substr(0, end).rfind(u'@');
     return std::u16string(address.substr(0, start)).append(at == none ? rest : rest.substr(at + 1));
 }

@@ -183,8 +183,8 @@ bool set_value(CJobNode& job, int field, const std::u16string& value) {
 // Why the text is no address that a job could fetch; empty when it is one.
 std::string fault_of_address(std::u16string_view address) {
     if (address.empty()) return "no address";
-    if (address.find_first_of(std::u16string_view(u" \t\0", 3)) != std::u16string_view::npos)
-        return "no address: there are blanks in it";
+    const auto is_blank = [](char16_t c) { return c <= u' ' || c == 0x7F; };
+    if (std::any_of(address.begin(), address.end(), is_blank)) return "no address: there are blanks in it";
     const bool has_scheme =
         address.find(u"://") != std::u16string_view::npos || istarts_with(address, u"magnet:?");
     if (!has_scheme && address.find_first_of(u"./") == std::u16string_view::npos) return "no address";

@@ -98,6 +98,8 @@ TEST(SafeFileName, is_one_name_in_the_folder_on_both_systems) {
     const std::u16string long_name = safe_file_name(std::u16string(300, u'\u4F60') + u".tar.gz");
     EXPECT_LE(to_utf8(long_name).size(), 200U);
     EXPECT_TRUE(long_name.ends_with(u".gz"));
+    const std::u16string device = safe_file_name(u"con." + std::u16string(196, u'a'));
+    EXPECT_TRUE(device.starts_with(u"_con.") && device.size() <= 200) << to_utf8(device);
     std::u16string faces;
     while (faces.size() < 300) faces += u"\U0001F600";
     const std::string cut = to_utf8(safe_file_name(faces));

@@ -162,6 +162,7 @@ TEST(WithoutCredentials, hides_them_also_where_the_address_is_wrong) {
         {u"ftp://u:p#w/d@h/f", u"ftp://h/f"},
         {u"http://u:p@/x", u"http:///x"},
         {u"u:p@h/f?next=http://i/", u"h/f?next=http://i/"},
+        {u"x@ftp://user:password@h/f", u"h/f"},
         {u"magnet:?dn=a@b", u"magnet:?dn=a@b"},
     };
     for (const Case& c : cases) EXPECT_EQ(without_credentials(c.address), c.shown);

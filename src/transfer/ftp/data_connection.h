@@ -12,7 +12,7 @@ namespace vantlow {
 class FtpDataConnection {
   public:
     FtpDataConnection(ConnectionServices& services, LogSink& log, const StopSource& stop, SpeedShare* share)
-        : socket_(services, log, stop, share), stop_(stop), log_(log) {}
+        : socket_(services, log, stop, share), stop_(stop) {}
 
     /// Before the transfer is asked for: connects to where the server waits (PASV, EPSV), or waits itself and
     /// says where (PORT, EPRT). The other way is tried where one is refused.
@@ -35,7 +35,6 @@ class FtpDataConnection {
 
     CBaseSocket socket_;
     const StopSource& stop_;
-    LogSink& log_;
     TcpListener listener_;
     bool waits_ = false;  ///< this side listens
 };

@@ -208,7 +208,7 @@ Result HttpSource::accept_part(const HttpHead& head, std::int64_t offset, Source
                         *head.range_last >= *head.range_first && *head.range_first == offset &&
                         head.content_type != "multipart/byteranges" &&
                         (!head.range_total || *head.range_total > *head.range_last) &&
-                        (!head.length || *head.length == *head.range_last - *head.range_first + 1);
+                        (!head.length || *head.length - 1 == *head.range_last - *head.range_first);
     if (!usable) {
         context_.log.line(Direction::error, message_text(Message::partial_refused));
         return Code::range_ignored;

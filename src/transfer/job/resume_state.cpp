@@ -51,6 +51,7 @@ std::unique_ptr<CJobNode> load_resume_state(const std::u16string& path) {
     CategoryTree tree;
     const DatabaseLoad load = load_database(bytes, tree);
     if (load.status != DatabaseLoad::Status::loaded || !load.complete || load.jobs != 1) return nullptr;
+    if (tree.root()->jobs.empty()) return nullptr;  // filed elsewhere: nothing that this program writes
     std::unique_ptr<CJobNode> job = std::move(tree.root()->jobs.front());
     return is_consistent(*job) ? std::move(job) : nullptr;
 }

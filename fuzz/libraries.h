@@ -1,0 +1,34 @@
+// The operations of the run-time libraries, linked in here so that their parsers are watched, too.
+#pragma once
+
+#include "transfer/ftp/plan.h"
+#include "transfer/http/body.h"
+#include "transfer/http/login.h"
+
+extern "C" {
+GZ_InflateInit_t GZ_InflateInit;
+ZLib_InflateInit_t ZLib_InflateInit;
+ZLib_Inflate_t ZLib_Inflate;
+ZLib_InflateEnd_t ZLib_InflateEnd;
+Digest2617_t Digest2617;
+NTLM1_ChallengeResponse_t NTLM1_ChallengeResponse;
+NTLM_Challenge_t NTLM_Challenge;
+NTLM_Response_t NTLM_Response;
+NTLM_Destroy_t NTLM_Destroy;
+WDigest_Response_t WDigest_Response;
+}
+
+namespace vantlow::fuzz {
+
+inline GzipOperations gzip_operations() {
+    return {GZ_InflateInit, ZLib_Inflate, ZLib_InflateEnd};
+}
+inline InflateOperations zlib_operations() {
+    return {ZLib_InflateInit, ZLib_Inflate, ZLib_InflateEnd};
+}
+inline LoginOperations login_operations() {
+    return {
+        {Digest2617, WDigest_Response}, NTLM1_ChallengeResponse, NTLM_Challenge, NTLM_Response, NTLM_Destroy};
+}
+
+}  // namespace vantlow::fuzz

@@ -1,0 +1,44 @@
+// Torrent documents, from their bytes to the job that is made of them.
+#include "bt/metainfo.h"
+#include "app/torrent_plans.h"
+#include "bt/make_torrent.h"
+#include "fuzz.h"
+
+namespace vantlow::fuzz {
+namespace {
+
+bool read(std::string_view document, const MetaInfoRules& rules, CBEMetaInfo& meta) {
+    CBEncode parser;
+    if (!parser.load_memory(document)) return false;
+    const auto tree = parser.parse_document();
+    return tree && parse_meta_info(parser, *tree, rules, meta);
+}
+
+}  // namespace
+
+void run(std::string_view input) {
+    CBEMetaInfo metadata;
+    static_cast<void>(read(input, {.metadata_only = true, .utf8 = true}, metadata));
+    read_torrent_plan(bytes_of(input), {});
+    CBEMetaInfo meta;
+    if (!read(input, {.default_tracker = "http://t/announce"}, meta)) return;
+    CHECK(meta.files().size() == meta.sizes.size());
+    CHECK(meta.path_is_utf8.size() == meta.paths_local.size() + meta.paths_utf8.size());
+    CHECK(meta.info.size() <= input.size() && meta.pieces.size() <= input.size());
+    add_nodes(meta, {});
+    static_cast<void>(meta.name());
+    static_cast<void>(meta.total_size());
+    if (meta.info.empty()) return;
+    CHECK(meta.info_hash == hash_of(meta.info));
+    // Of a damaged value a part stands there: what is made of it need not say the same.
+    CBEncode value;
+    const bool loaded = value.load_memory(meta.info);
+    CHECK(loaded);
+    value.write(value.parse_value().get());
+    CBEMetaInfo again;
+    if (value.output() != meta.info) return;
+    if (read(torrent_from_metadata(meta.trackers, meta.info, 1), {}, again))
+        CHECK(again.info_hash == meta.info_hash && again.info == meta.info);
+}
+
+}  // namespace vantlow::fuzz

@@ -1,0 +1,6 @@
+// MP4 pieces, joined.
+#include "join.h"
+
+void vantlow::fuzz::run(std::string_view input) {
+    join_pieces(input, true);
+}
