@@ -200,12 +200,12 @@ TEST_F(ResumeTest, AFullDiskKeepsWhatIsThere) {
     EXPECT_TRUE(only({u"file.bin"}));
 }
 
-TEST_F(ResumeTest, EveryFailingFileOperationIsTold) {
+TEST_F(ResumeTest, EveryFailingOperationIsTold) {
     FileServer server(FileResource{.content = content});
-    const std::pair<FileOperation, FileFault> cases[] = {{FileOperation::open, FileFault::access},
-                                                         {FileOperation::write, FileFault::no_space},
-                                                         {FileOperation::flush, FileFault::other},
-                                                         {FileOperation::rename, FileFault::access}};
+    const std::pair<Operation, FileFault> cases[] = {{Operation::open, FileFault::access},
+                                                     {Operation::write, FileFault::no_space},
+                                                     {Operation::flush, FileFault::other},
+                                                     {Operation::rename, FileFault::access}};
     for (const auto& [operation, fault] : cases) {
         SCOPED_TRACE(static_cast<int>(operation));
         FailNth failing(operation, 1, fault, 1, u"file");
@@ -234,10 +234,10 @@ TEST_F(ResumeTest, SavedPositionsAreOnTheDisk) {
         auto job = make_job(server.url16(), 2);
         Run running(*this, *job, {});
         const auto until = Clock::now() + std::chrono::seconds(10);
-        while (recorder.count(FileOperation::rename, u"vantlow-job") == 0 && Clock::now() < until) {
+        while (recorder.count(Operation::rename, u"vantlow-job") == 0 && Clock::now() < until) {
             std::this_thread::sleep_for(std::chrono::milliseconds(5));
         }
-        ASSERT_GT(recorder.count(FileOperation::rename, u"vantlow-job"), 0U);
+        ASSERT_GT(recorder.count(Operation::rename, u"vantlow-job"), 0U);
         // The power goes: the state as it is, and the partial file without what was not flushed.
         const std::string state = folder.read(u"file.bin.vantlow-job");
         lost = recorder.unflushed(folder.path(u"file.bin.vantlow"));

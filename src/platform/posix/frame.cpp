@@ -19,10 +19,12 @@
 
 #include "base/text.h"
 #include "platform/deadline.h"
+#include "platform/fault_hook.h"
 #include "platform/file.h"
 #include "platform/posix/runtime_folder.h"
 #include "platform/stop.h"
 #include "platform/system_text.h"
+#include "platform/thread.h"
 
 namespace vantlow {
 namespace {
@@ -31,7 +33,7 @@ using Clock = std::chrono::steady_clock;
 
 constexpr std::size_t largest_message = 64U << 20U;
 constexpr std::size_t largest_answer = 1U << 30U;
-constexpr int listeners = 4;
+constexpr std::size_t listeners = 4;
 constexpr std::chrono::milliseconds request_time{10000};
 constexpr std::chrono::milliseconds answer_time{5000};
 
@@ -76,6 +78,7 @@ bool wait_for(int fd, short events, const Deadline& deadline, const StopSource* 
 
 bool send_all(int fd, std::string_view bytes, const Deadline& deadline, const StopSource* stop) noexcept {
     while (!bytes.empty()) {
+        if (ask_hook(Operation::send) != 0) return false;
         const ssize_t count = ::send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
         if (count > 0) {
             bytes.remove_prefix(static_cast<std::size_t>(count));
@@ -91,6 +94,7 @@ bool send_all(int fd, std::string_view bytes, const Deadline& deadline, const St
 bool receive_all(int fd, char* into, std::size_t size, const Deadline& deadline,
                  const StopSource* stop) noexcept {
     while (size > 0) {
+        if (ask_hook(Operation::receive) != 0) return false;
         const ssize_t count = ::recv(fd, into, size, MSG_DONTWAIT);
         if (count > 0) {
             into += count;
@@ -203,8 +207,9 @@ bool SocketFrame::listen(const std::u16string& name, std::string& error) {
     if (folder.empty()) return false;
     const std::string path = folder + "/" + socket_name(name);
     sockaddr_un address{};
-    listener_.reset(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     ::unlink(path.c_str());  // of an owner that was killed: there is one owner at a time
+    errno = ask_hook(Operation::listen);
+    if (errno == 0) listener_.reset(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     const bool listening =
         listener_.get() >= 0 && make_address(path, address) &&
         ::bind(listener_.get(), reinterpret_cast<sockaddr*>(&address), sizeof address) == 0 &&
@@ -214,8 +219,15 @@ bool SocketFrame::listen(const std::u16string& name, std::string& error) {
         return false;
     }
     path_ = path;
-    for (int i = 0; i < listeners; ++i) threads_.emplace_back([this] { serve(); });
-    return true;
+    Result started;
+    while (threads_.size() < listeners && started.ok()) {
+        std::thread thread;
+        started = start_thread(thread, [this] { serve(); });
+        if (started.ok()) threads_.push_back(std::move(thread));
+    }
+    // One is enough to hear others.
+    if (threads_.empty()) error = started.message();
+    return !threads_.empty();
 }
 
 void SocketFrame::set_timer(int id, std::chrono::milliseconds period) {
@@ -299,7 +311,8 @@ void SocketFrame::converse(int fd) {
 
 void SocketFrame::serve() noexcept {
     while (wait_for(listener_.get(), POLLIN, Deadline(std::chrono::milliseconds(-1)), &stop_)) {
-        const Descriptor peer(::accept4(listener_.get(), nullptr, nullptr, SOCK_CLOEXEC));
+        errno = ask_hook(Operation::accept);
+        const Descriptor peer(errno != 0 ? -1 : ::accept4(listener_.get(), nullptr, nullptr, SOCK_CLOEXEC));
         if (peer.get() >= 0) {
             try {
                 converse(peer.get());
@@ -327,7 +340,8 @@ FrameAnswer ask_frame(const std::string& address, std::string_view request, cons
     if (request.size() > largest_message || !make_address(address, where)) return {};
     const Descriptor fd(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
     const auto* const to = reinterpret_cast<const sockaddr*>(&where);
-    if (fd.get() < 0 || ::connect(fd.get(), to, sizeof where) != 0) return {};
+    if (fd.get() < 0 || ask_hook(Operation::connect) != 0 || ::connect(fd.get(), to, sizeof where) != 0)
+        return {};
     const Deadline forever(std::chrono::milliseconds(-1));
     if (!send_message(fd.get(), request, forever, &stop)) return {};
     FrameAnswer answer;

@@ -6,6 +6,7 @@
 #include <cerrno>
 
 #include "base/text.h"
+#include "platform/fault_hook.h"
 #include "platform/process.h"
 #include "platform/system_text.h"
 
@@ -22,6 +23,7 @@ bool is_own_folder(const std::string& path) noexcept {
 }
 
 bool make_own_folder(const std::string& path) noexcept {
+    if (ask_hook(Operation::make_folder, to_utf16(path)) != 0) return false;
     return (::mkdir(path.c_str(), 0700) == 0 || errno == EEXIST) && is_own_folder(path);
 }
 

@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "base/text.h"
+#include "platform/fault_hook.h"
 #include "platform/stop.h"
 #include "platform/system_text.h"
 #include "platform/win32/native.h"
@@ -106,6 +107,10 @@ WindowFrame::~WindowFrame() {
 }
 
 bool WindowFrame::make(Role role, std::string& error) {
+    if (const int refused = ask_hook(Operation::listen); refused != 0) {
+        error = "The main frame cannot be made: " + system_text(refused);
+        return false;
+    }
     window_ = make_window(frame_class, nullptr, &procedure, this);
     // Without a desktop (a service) there are no top-level windows: who knows the address reaches it all the
     // same.
@@ -226,6 +231,7 @@ LRESULT CALLBACK Client::procedure(HWND window, UINT message, WPARAM first, LPAR
 
 FrameAnswer Client::ask(HWND frame, std::string_view request, const StopSource& stop) {
     DWORD process = 0;
+    if (ask_hook(Operation::connect) != 0) return {};
     if (window_ == nullptr || GetWindowThreadProcessId(frame, &process) == 0) return {};
     const Handle owner(OpenProcess(SYNCHRONIZE, FALSE, process));
     // The frame may bring its window to the front, which only who is in front may allow.
