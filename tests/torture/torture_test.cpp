@@ -35,6 +35,23 @@ Said get(const TempFolder& folder, const std::string& address) {
                               "--retry-delay", "0", "--set", "Settings/Split Size=16384", address});
 }
 
+// The file that the program says it wrote.
+void look_for_told(const TempFolder& folder, const std::string& content, const Said& said) {
+    // Under another name where the first could not be had.
+    for (const char* name : {"out/file.bin", "out/file(1).bin"}) {
+        const std::u16string path = folder.path(to_utf16(name));
+        if (path_kind(path) != PathKind::none) {
+            EXPECT_TRUE(file_has(path, content));
+        }
+        if (said.out.find(to_utf8(path)) != std::string::npos) {
+            EXPECT_NE(path_kind(path), PathKind::none);
+        }
+    }
+    if (said.status == Exit::done) {
+        EXPECT_NE(said.out.find("bin\n"), std::string::npos);
+    }
+}
+
 // A name shows the whole right file or nothing.
 void look_for(const TempFolder& folder, std::u16string_view name, const std::string& content,
               const Said& said) {
@@ -80,12 +97,11 @@ TEST(Torture, FetchingOverHttp) {
     resource.rate = 8'000'000;
     FileServer server(resource);
     const std::string address = "http://localhost:" + std::to_string(server.server().port()) + "/file.bin";
-    torment({[](const TempFolder&) {},
-             [&](const TempFolder& folder) { return get(folder, address); },
-             [&](const TempFolder& folder, const Said& said) {
-                 look_for(folder, u"out/file.bin", resource.content, said);
-             },
-             {"localhost"}});
+    torment(
+        {[](const TempFolder&) {},
+         [&](const TempFolder& folder) { return get(folder, address); },
+         [&](const TempFolder& folder, const Said& said) { look_for_told(folder, resource.content, said); },
+         {"localhost"}});
 }
 
 TEST(Torture, FetchingOverFtp) {
@@ -93,9 +109,7 @@ TEST(Torture, FetchingOverFtp) {
     FakeFtp server({.content = content, .rate = 8'000'000});
     torment({[](const TempFolder&) {},
              [&](const TempFolder& folder) { return get(folder, server.url()); },
-             [&](const TempFolder& folder, const Said& said) {
-                 look_for(folder, u"out/file.bin", content, said);
-             },
+             [&](const TempFolder& folder, const Said& said) { look_for_told(folder, content, said); },
              {"127.0.0.1"}});
 }
 
@@ -161,7 +175,7 @@ TEST(Torture, RunningAFiledJob) {
                  return run_apart(folder, {"start", id});
              },
              [&](const TempFolder& folder, const Said& said) {
-                 look_for(folder, u"out/file.bin", resource.content, said);
+                 look_for_told(folder, resource.content, said);
                  const StoredDatabase stored = load_database_files(folder.path(u"data"));
                  EXPECT_TRUE(stored.error.ok() && !stored.damaged);
              },
@@ -184,7 +198,11 @@ void torment_combine(const std::vector<std::string>& pieces, const std::string& 
              [&](const TempFolder& folder, const Said& said) {
                  const std::u16string film = to_utf16("film" + kind);
                  if (joined.empty()) joined = folder.read(film);
-                 look_for(folder, film, joined, said);
+                 // The pieces that can be had are joined without the others, and the failure says so.
+                 const bool told_short = said.status != Exit::done &&
+                                         (said.err.find("(skipped)") != std::string::npos ||
+                                          said.err.find("what comes before was taken") != std::string::npos);
+                 if (!told_short) look_for(folder, film, joined, said);
                  for (std::size_t i = 0; i < pieces.size(); ++i)
                      EXPECT_EQ(folder.read(to_utf16("piece" + std::to_string(i) + kind)), pieces[i]);
              }});
@@ -262,9 +280,7 @@ void torment_announce(const std::string& tracker) {
 
 TEST(Torture, AnnouncingOverHttp) {
     ScriptedServer server([](Exchange& exchange) {
-        exchange.answer(200, "OK",
-                        "d8:intervali900e5:peers6:\x05\x06\x07\x08\x00\x50"
-                        "e"s);
+        exchange.answer(200, "OK", "d8:intervali900e5:peersld2:ip7:5.6.7.84:porti80eeee");
     });
     torment_announce("http://localhost:" + std::to_string(server.port()) + "/announce");
 }

@@ -34,6 +34,8 @@ using Clock = std::chrono::steady_clock;
 constexpr std::size_t largest_message = 64U << 20U;
 constexpr std::size_t largest_answer = 1U << 30U;
 constexpr std::size_t listeners = 4;
+// How often a stop is looked for where the system had no event for it.
+constexpr int blind_step_ms = 20;
 constexpr std::chrono::milliseconds request_time{10000};
 constexpr std::chrono::milliseconds answer_time{5000};
 
@@ -66,13 +68,16 @@ bool make_address(const std::string& path, sockaddr_un& address) noexcept {
 
 // Waits for the descriptor, the end of the time or a stop; false for the last two.
 bool wait_for(int fd, short events, const Deadline& deadline, const StopSource* stop) noexcept {
+    const bool blind = stop != nullptr && stop->wake().native() < 0;
     for (;;) {
         pollfd entries[] = {{fd, events, 0},
                             {stop != nullptr ? static_cast<int>(stop->wake().native()) : -1, POLLIN, 0}};
-        const int count = ::poll(entries, 2, deadline.left());
-        if (count < 0 && errno == EINTR) continue;
-        if (count <= 0 || entries[1].revents != 0) return false;
-        return true;
+        const int left = deadline.left();
+        const bool step = blind && (left < 0 || left > blind_step_ms);
+        const int count = ::poll(entries, 2, step ? blind_step_ms : left);
+        if (stop != nullptr && stop->requested()) return false;
+        if ((count < 0 && errno == EINTR) || (count == 0 && step)) continue;
+        return count > 0;
     }
 }
 

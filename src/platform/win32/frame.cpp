@@ -28,6 +28,8 @@ constexpr ULONG_PTR request_kind = 0x52574C56;  // "VLWR"
 constexpr ULONG_PTR answer_kind = 0x41574C56;   // "VLWA"
 constexpr std::size_t largest_message = 64U << 20U;
 constexpr UINT send_time_ms = 30000;
+// How often a stop is looked for where the system had no event for it.
+constexpr DWORD blind_step_ms = 50;
 constexpr UINT wm_work = WM_APP + 1;
 constexpr UINT_PTR first_timer = 1;
 
@@ -238,13 +240,18 @@ FrameAnswer Client::ask(HWND frame, std::string_view request, const StopSource& 
     AllowSetForegroundWindow(process);
     if (!send_data(frame, window_, request_kind, request)) return {};
     answer_.state = FrameAnswer::State::lost;
-    HANDLE handles[] = {reinterpret_cast<HANDLE>(stop.wake().native()), owner.get()};
-    const DWORD count = owner.is_valid() ? 2 : 1;
-    while (answer_.state == FrameAnswer::State::lost) {
-        const DWORD woken = MsgWaitForMultipleObjects(count, handles, FALSE, INFINITE, QS_ALLINPUT);
+    // The system may have had no event for the stop.
+    const bool blind = stop.wake().native() == -1;
+    HANDLE handles[2] = {};
+    DWORD count = 0;
+    if (!blind) handles[count++] = reinterpret_cast<HANDLE>(stop.wake().native());
+    if (owner.is_valid()) handles[count++] = owner.get();
+    while (answer_.state == FrameAnswer::State::lost && !stop.requested()) {
+        const DWORD woken =
+            MsgWaitForMultipleObjects(count, handles, FALSE, blind ? blind_step_ms : INFINITE, QS_ALLINPUT);
         MSG message{};
         while (PeekMessageW(&message, nullptr, 0, 0, PM_REMOVE)) DispatchMessageW(&message);
-        if (woken != WAIT_OBJECT_0 + count) break;
+        if (woken != WAIT_OBJECT_0 + count && woken != WAIT_TIMEOUT) break;
     }
     return std::move(answer_);
 }
