@@ -227,8 +227,9 @@ class Tormentor {
     }
 
   private:
-    static std::vector<int> choose(int count) {
-        const auto [first, spread] = sample();
+    [[nodiscard]] std::vector<int> choose(int count) const {
+        const int first = std::max(sample().first / scenario_.thinner, 1);
+        const int spread = std::max(sample().spread / scenario_.thinner, 1);
         std::vector<int> chosen;
         for (int n = 1; n <= std::min(count, first); ++n) chosen.push_back(n);
         const int rest = count - first;

@@ -35,6 +35,8 @@ struct Scenario {
     /// What the message of a failure names beside the folder's path: a host, for example. One of them will
     /// do.
     std::vector<std::string> subjects{};
+    /// Takes so much less of each kind: for what takes long and has much of it.
+    int thinner = 1;
 };
 
 /// Fails every operation that the scenario asks of the system, one a run; where there are very many of a kind

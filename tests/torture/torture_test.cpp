@@ -110,7 +110,8 @@ TEST(Torture, FetchingOverFtp) {
     torment({[](const TempFolder&) {},
              [&](const TempFolder& folder) { return get(folder, server.url()); },
              [&](const TempFolder& folder, const Said& said) { look_for_told(folder, content, said); },
-             {"127.0.0.1"}});
+             {"127.0.0.1"},
+             3});
 }
 
 TEST(Torture, FilingAJob) {
@@ -179,7 +180,7 @@ TEST(Torture, RunningAFiledJob) {
                  const StoredDatabase stored = load_database_files(folder.path(u"data"));
                  EXPECT_TRUE(stored.error.ok() && !stored.damaged);
              },
-             {"127.0.0.1"}});
+             {"127.0.0.1", "/vantlow-"}});
 }
 
 // Joins pieces; the output is the right one or not there.

@@ -231,7 +231,7 @@ bool SocketFrame::listen(const std::u16string& name, std::string& error) {
         if (started.ok()) threads_.push_back(std::move(thread));
     }
     // One is enough to hear others.
-    if (threads_.empty()) error = started.message();
+    if (threads_.empty()) error = path + ": " + started.message();
     return !threads_.empty();
 }
 
