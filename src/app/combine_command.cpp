@@ -97,7 +97,9 @@ Exit run_combine(const GlobalOptions& global, const CombineOptions& options) {
         write_stream(Stream::error, "vantlow: " + printable(note) + "\n");
     if (outcome.result.kind() == Kind::stopped) return Exit::interrupted;
     if (!outcome.result.ok()) {
-        write_stream(Stream::error, "vantlow: " + printable(outcome.result.message()) + "\n");
+        // What is no file's failure names none.
+        const std::string of = outcome.result.code == Code::transient ? options.output + ": " : "";
+        write_stream(Stream::error, "vantlow: " + printable(of + outcome.result.message()) + "\n");
         return Exit::failed;
     }
     if (global.json) {

@@ -159,7 +159,10 @@ Exit run_test(CFerrywellApp& app, const GlobalOptions& global, const ProxyOption
     const InterruptWatch watch([](void* stop, int) { static_cast<StopSource*>(stop)->request(); },
                                &app.stop());
     CValidateThread thread(connections, log, app.stop(), std::move(plan), tested);
-    thread.start();
+    if (const Result started = thread.start(); !started.ok()) {
+        complain(started.message());
+        return Exit::failed;
+    }
     thread.join();
     if (global.json) write_stream(Stream::output, dump_json(json) + "\n");
     if (app.stop().requested()) return Exit::interrupted;

@@ -43,7 +43,8 @@ bool Resident::open(JobStore& store, Frame::Role role, JobRunner::Events events,
     app_.set_runner(runner_.get());
     if (role == Frame::Role::main) app_.session().publish(frame_->address());
     const FileError published = app_.folder_lock().publish(frame_->address());
-    if (!published.ok()) error = "The data folder cannot be written: " + published.text();
+    if (!published.ok())
+        error = "The data folder " + to_utf8(app_.data_folder()) + " cannot be written: " + published.text();
     return published.ok();
 }
 

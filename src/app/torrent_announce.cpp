@@ -1,6 +1,6 @@
 #include <algorithm>
+#include <functional>
 #include <mutex>
-#include <thread>
 
 #include "app/display_text.h"
 #include "app/get_command.h"
@@ -13,6 +13,7 @@
 #include "bt/peer_probe.h"
 #include "platform/console.h"
 #include "platform/process.h"
+#include "platform/thread_pool.h"
 #include "store/address.h"
 
 namespace vantlow {
@@ -124,9 +125,10 @@ std::vector<AnnounceReport> ask_all(const AnnounceServices& services, TorrentIde
                                     const std::vector<std::string>& trackers, AnnounceEvent event,
                                     bool verbose, StopSource& stop) {
     std::vector<AnnounceReport> reports(trackers.size());
-    std::vector<std::jthread> threads;
+    ThreadPool pool;
+    std::vector<ThreadPool::Running> threads(trackers.size());
     for (std::size_t i = 0; i < trackers.size(); ++i) {
-        threads.emplace_back([&, i] {
+        const std::function<void()> ask = [&, i] {
             ConsoleLog log(std::to_string(i + 1), verbose);
             CBTAnnounceThread one(services, job, trackers[i], event, log, stop);
             // Ctrl-C ends the last announce of a torrent too.
@@ -135,7 +137,8 @@ std::vector<AnnounceReport> ask_all(const AnnounceServices& services, TorrentIde
             reports[i] = one.report();
             std::erase_if(reports[i].peers,
                           [&](const SocketAddress& peer) { return job.peers.is_own(peer); });
-        });
+        };
+        if (!pool.start(threads[i], ask).ok()) ask();
     }
     threads.clear();
     return reports;

@@ -129,8 +129,8 @@ std::optional<TorrentFacts> read_torrent(const std::string& file_or_magnet, cons
         return facts;
     }
     CBEncode parser;
-    if (!parser.load_file(to_utf16(file_or_magnet))) {
-        complaint = file_or_magnet + ": the file is empty, too large or cannot be read.";
+    if (const Result loaded = parser.load_file(to_utf16(file_or_magnet)); !loaded.ok()) {
+        complaint = file_or_magnet + ": " + loaded.message();
         return std::nullopt;
     }
     const auto document = parser.parse_document();

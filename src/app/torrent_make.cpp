@@ -11,6 +11,7 @@
 #include "bt/make_torrent.h"
 #include "platform/console.h"
 #include "platform/process.h"
+#include "platform/thread_pool.h"
 
 namespace vantlow {
 namespace {
@@ -38,8 +39,13 @@ Exit complain(const Result& result) {
 Outcome<std::string> hash_with_progress(const TorrentSource& source, std::int64_t piece_length,
                                         unsigned threads, const StopSource& stop, bool draw) {
     std::atomic<std::int64_t> done{0};
-    auto hashing = std::async(std::launch::async,
-                              [&] { return hash_pieces(source, piece_length, threads, stop, done); });
+    std::packaged_task<Outcome<std::string>()> task(
+        [&] { return hash_pieces(source, piece_length, threads, stop, done); });
+    auto hashing = task.get_future();
+    ThreadPool pool;
+    ThreadPool::Running running;
+    // Without a thread for it this one does the work, and draws nothing meanwhile.
+    if (!pool.start(running, [&task] { task(); }).ok()) task();
     ProgressView view(draw, !environment("NO_COLOR").has_value());
     SpeedMeter speed;
     while (hashing.wait_for(draw_interval) != std::future_status::ready) {

@@ -5,6 +5,7 @@
 #include "base/string_table.h"
 #include "base/text.h"
 #include "bt/torrent_settings.h"
+#include "platform/thread.h"
 #include "platform/udp_socket.h"
 
 namespace vantlow {
@@ -42,10 +43,14 @@ CBTAnnounceThread::~CBTAnnounceThread() {
 }
 
 void CBTAnnounceThread::start() {
-    thread_ = std::thread([this] {
+    const Result started = start_thread(thread_, [this] {
         run();
         ended_ = true;
     });
+    if (started.ok()) return;
+    log_.line(Direction::error, started.message());
+    refuse(started);
+    ended_ = true;
 }
 
 void CBTAnnounceThread::abandon() noexcept {

@@ -50,11 +50,15 @@ void CBEncode::reset() {
     output_.clear();
 }
 
-bool CBEncode::load_file(const std::u16string& path) {
+Result CBEncode::load_file(const std::u16string& path) {
     reset();
     std::vector<std::byte> bytes;
-    if (!read_file(path, largest_file, bytes).ok() || bytes.empty()) return false;
-    return load_memory(bytes);
+    const FileError error = read_file(path, largest_file, bytes);
+    const bool too_large = error.fault == FileFault::no_space && error.system_error == 0;
+    if (!error.ok() && !too_large) return {Code::local_file, error.text(), error.system_error};
+    if (error.ok() && bytes.empty()) return {Code::unsupported, "the file is empty."};
+    if (too_large || !load_memory(bytes)) return {Code::unsupported, "the file is too large."};
+    return {};
 }
 
 bool CBEncode::load_memory(std::span<const std::byte> bytes) {

@@ -7,6 +7,7 @@
 #include <string_view>
 
 #include "base/mem_file.h"
+#include "base/result.h"
 #include "bt/bencode_value.h"
 
 namespace vantlow {
@@ -22,9 +23,8 @@ class CBEncode {
     /// The longest document that load_file() takes.
     static constexpr std::size_t largest_file = std::size_t{256} << 20U;
 
-    /// Takes a whole file as the document. False, and no document, when it is empty, too large or cannot be
-    /// read.
-    bool load_file(const std::u16string& path);
+    /// Takes a whole file as the document; there is none when it is empty, too large or cannot be read.
+    Result load_file(const std::u16string& path);
     /// Takes a copy of these bytes as the document. False without memory.
     bool load_memory(std::span<const std::byte> bytes);
     bool load_memory(std::string_view bytes) { return load_memory(std::as_bytes(std::span(bytes))); }

@@ -10,6 +10,7 @@
 #include "base/text.h"
 #include "platform/file.h"
 #include "platform/folder.h"
+#include "platform/thread_pool.h"
 
 namespace vantlow {
 namespace {
@@ -214,8 +215,12 @@ Outcome<std::string> hash_pieces(const TorrentSource& source, std::int64_t piece
     if (threads == 0) threads = std::max(1U, std::thread::hardware_concurrency());
     threads = static_cast<unsigned>(std::min<std::size_t>(threads, pieces));
     {
-        std::vector<std::jthread> workers;
-        for (unsigned i = 1; i < threads; ++i) workers.emplace_back([&] { PieceHasher(shared).run(); });
+        // With fewer threads than wanted it only takes longer.
+        ThreadPool pool;
+        std::vector<ThreadPool::Running> workers(threads - 1);
+        for (auto& worker : workers) {
+            if (!pool.start(worker, [&] { PieceHasher(shared).run(); }).ok()) break;
+        }
         PieceHasher(shared).run();
     }
     if (shared.over) return shared.result;

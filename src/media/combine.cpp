@@ -10,6 +10,7 @@
 #include "media/media_output.h"
 #include "media/mp4_join.h"
 #include "platform/file_stamp.h"
+#include "platform/thread.h"
 
 namespace vantlow {
 namespace {
@@ -81,12 +82,17 @@ CombineOutcome combine_media(const CombineJob& job, CombineControl& control) {
 }
 
 CCombineMediaThread::CCombineMediaThread(CombineJob job, CombineListener listener)
-    : job_(std::move(job)), control_(std::move(listener)), thread_([this] {
-          outcome_ = combine_media(job_, control_);
-          const std::lock_guard guard(mutex_);
-          ended_ = true;
-          changed_.notify_all();
-      }) {}
+    : job_(std::move(job)), control_(std::move(listener)) {
+    Result started = start_thread(thread_, [this] {
+        outcome_ = combine_media(job_, control_);
+        const std::lock_guard guard(mutex_);
+        ended_ = true;
+        changed_.notify_all();
+    });
+    if (started.ok()) return;
+    outcome_.result = std::move(started);
+    ended_ = true;
+}
 
 CCombineMediaThread::~CCombineMediaThread() {
     cancel();
@@ -99,7 +105,7 @@ bool CCombineMediaThread::wait_for(std::chrono::milliseconds time) {
 }
 
 CombineOutcome CCombineMediaThread::wait() {
-    thread_.join();
+    if (thread_.joinable()) thread_.join();
     return std::move(outcome_);
 }
 

@@ -29,7 +29,7 @@ struct CombineOutcome {
     std::int64_t bytes = 0;  ///< of the joined file
     double seconds = 0;      ///< its duration
     std::vector<std::string> notes;  ///< what the person should know all the same, UTF-8 sentences
-    std::size_t skipped = 0;         ///< pieces that could not be opened
+    std::size_t skipped = 0;         ///< pieces that could not be opened, or not be read to their end
 };
 
 /// The message by which progress is told to a window: the first user message + 2, with the value (hundredths

@@ -100,7 +100,8 @@ Result FlvJoiner::join_piece(const MediaInput& input) {
         const auto bytes =
             buffer_.bytes().first(static_cast<std::size_t>(std::min<std::uint64_t>(left, buffer_size)));
         if (!input.read(offset, bytes)) {
-            note(input, offset, "cannot be read any further: what comes before was taken");
+            ++outcome_.skipped;
+            outcome_.notes.push_back(input.read_failure(offset).message() + ": what comes before was taken");
             break;
         }
         std::size_t taken = 0;

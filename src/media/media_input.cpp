@@ -17,7 +17,9 @@ Result MediaInput::open(const std::u16string& path) {
 
 bool MediaInput::read(std::int64_t offset, std::span<std::byte> into) const noexcept {
     std::size_t got = 0;
-    return file_.read_at(offset, into, got).ok() && got == into.size();
+    const FileError error = file_.read_at(offset, into, got);
+    if (!error.ok() && read_error_.ok()) read_error_ = error;
+    return error.ok() && got == into.size();
 }
 
 Result MediaInput::read_failure(std::int64_t offset) const {
@@ -25,6 +27,11 @@ Result MediaInput::read_failure(std::int64_t offset) const {
 }
 
 Result MediaInput::damaged(std::int64_t offset, std::string_view what) const {
+    if (!read_error_.ok()) {
+        return {Code::local_file,
+                to_utf8(path_) + ": " + read_error_.text() + " (at offset " + std::to_string(offset) + ")",
+                read_error_.system_error};
+    }
     return {Code::unsupported,
             to_utf8(path_) + ": " + std::string(what) + " (at offset " + std::to_string(offset) + ")"};
 }

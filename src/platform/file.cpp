@@ -4,7 +4,7 @@
 #include <memory>
 #include <new>
 
-#include "platform/file_hook.h"
+#include "platform/file_parts.h"
 #include "platform/system_text.h"
 
 namespace vantlow {
@@ -47,12 +47,6 @@ FileError write_whole(const std::u16string& path, std::span<const std::byte> byt
 }
 
 }  // namespace
-
-std::atomic<FileHook*> current_file_hook{nullptr};
-
-void set_file_hook(FileHook* hook) noexcept {
-    current_file_hook.store(hook, std::memory_order_release);
-}
 
 std::string FileError::text() const {
     return system_error != 0 ? system_text(system_error) : fault_text(fault);

@@ -2,7 +2,6 @@
 // separators on Windows and "/" on Linux.
 #pragma once
 
-#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <optional>
@@ -139,21 +138,5 @@ class CurrentFolder {
     /// The calling thread's; empty where it has none.
     static const std::u16string& get() noexcept;
 };
-
-/// What File and the functions above are about to do; tests put a hook in front of them.
-enum class FileOperation { open, write, read, resize, flush, lock, remove, rename, mark };
-/// Asked before each operation with its path (empty where only a handle is known), offset and length; an
-/// error that it returns is the operation's result, nothing is done then. Called from any thread. For tests:
-/// the program itself sets none.
-class FileHook {
-  public:
-    FileHook() = default;
-    FileHook(const FileHook&) = delete;
-    FileHook& operator=(const FileHook&) = delete;
-    virtual ~FileHook() = default;
-    virtual FileError before(FileOperation operation, std::u16string_view path, std::int64_t offset,
-                             std::int64_t length) noexcept = 0;
-};
-void set_file_hook(FileHook* hook) noexcept;
 
 }  // namespace vantlow

@@ -209,7 +209,8 @@ bool JobStore::save(const Settings& settings, std::string& error) {
         std::u16string kept_as;
         const FileError kept = keep_damaged_database(options_.folder, kept_as);
         if (!kept.ok() && kept.fault != FileFault::not_found) {
-            error = "The damaged job database cannot be put aside: " + kept.text();
+            error = "The damaged job database in " + to_utf8(options_.folder) +
+                    " cannot be put aside: " + kept.text();
             return false;
         }
         if (kept.ok()) notes_.push_back("The damaged file is kept as " + to_utf8(kept_as) + ".");
@@ -227,7 +228,9 @@ bool JobStore::save(const Settings& settings, std::string& error) {
     save_took_ =
         std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - begin);
     if (!backup.ok()) error = "The backup of the job database cannot be written: " + backup.text();
-    if (!copy.ok()) error = "The copy of the job database cannot be written: " + copy.text();
+    if (!copy.ok())
+        error = "The copy of the job database in " + to_utf8(options_.folder) +
+                " cannot be written: " + copy.text();
     return copy.ok();
 }
 

@@ -177,12 +177,12 @@ TEST(Bencode, BearsAnyDepthAndAnySize) {
 TEST(Bencode, LoadsWholeFilesOnly) {
     const test::TempFolder folder;
     CBEncode parser;
-    EXPECT_TRUE(parser.load_file(folder.write(u"a.torrent", "d1:ai1ee")));
+    EXPECT_TRUE(parser.load_file(folder.write(u"a.torrent", "d1:ai1ee")).ok());
     EXPECT_NE(parser.parse_document(), nullptr);
-    EXPECT_FALSE(parser.load_file(folder.write(u"empty.torrent", "")));
+    EXPECT_FALSE(parser.load_file(folder.write(u"empty.torrent", "")).ok());
     EXPECT_EQ(parser.parse_document(), nullptr);
-    EXPECT_FALSE(parser.load_file(folder.path(u"none.torrent")));
-    EXPECT_FALSE(parser.load_file(folder.path()));
+    EXPECT_FALSE(parser.load_file(folder.path(u"none.torrent")).ok());
+    EXPECT_FALSE(parser.load_file(folder.path()).ok());
 }
 
 }  // namespace

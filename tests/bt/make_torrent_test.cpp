@@ -159,7 +159,7 @@ std::u16string found_program(std::u16string_view name) {
 CBEMetaInfo read_torrent_file(const std::u16string& path) {
     CBEMetaInfo meta;
     CBEncode parser;
-    EXPECT_TRUE(parser.load_file(path));
+    EXPECT_TRUE(parser.load_file(path).ok());
     const auto document = parser.parse_document();
     EXPECT_TRUE(document && parse_meta_info(parser, *document, {}, meta));
     return meta;

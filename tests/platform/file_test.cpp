@@ -213,14 +213,13 @@ TEST_F(Files, AnAtomicWriteLeavesTheOldFileWhereverItFails) {
         const test::HookInPlace in_place(log);
         ASSERT_TRUE(write_file_atomically(path, bytes_of("newer"), Privacy::owner_only).ok());
     }
-    std::vector<FileOperation> order;
+    std::vector<Operation> order;
     for (const auto& entry : log.entries()) order.push_back(entry.operation);
-    const auto flushed = std::find(order.begin(), order.end(), FileOperation::flush);
-    const auto renamed = std::find(order.begin(), order.end(), FileOperation::rename);
-    EXPECT_LT(std::find(order.begin(), order.end(), FileOperation::write), flushed);
+    const auto flushed = std::find(order.begin(), order.end(), Operation::flush);
+    const auto renamed = std::find(order.begin(), order.end(), Operation::rename);
+    EXPECT_LT(std::find(order.begin(), order.end(), Operation::write), flushed);
     EXPECT_LT(flushed, renamed) << "the bytes must be on the disk before the name points to them";
-    for (const FileOperation broken :
-         {FileOperation::open, FileOperation::write, FileOperation::flush, FileOperation::rename}) {
+    for (const Operation broken : {Operation::open, Operation::write, Operation::flush, Operation::rename}) {
         test::FailNth hook(broken, 1, FileFault::no_space);
         const test::HookInPlace in_place(hook);
         EXPECT_EQ(write_file_atomically(path, bytes_of("x")).fault, FileFault::no_space);
@@ -244,13 +243,13 @@ TEST_F(Files, TheHookSeesEveryOperationAndItsAnswerCounts) {
     }
     const auto entries = log.entries();
     ASSERT_EQ(entries.size(), 6U);
-    EXPECT_EQ(entries[1].operation, FileOperation::write);
+    EXPECT_EQ(entries[1].operation, Operation::write);
     EXPECT_EQ(entries[1].path, path);
     EXPECT_EQ(entries[1].offset, 3);
     EXPECT_EQ(entries[1].length, 3);
-    EXPECT_EQ(entries[3].operation, FileOperation::resize);
+    EXPECT_EQ(entries[3].operation, Operation::resize);
     EXPECT_EQ(entries[3].length, 10);
-    test::FailNth hook(FileOperation::write, 2, FileFault::no_space);
+    test::FailNth hook(Operation::write, 2, FileFault::no_space);
     const test::HookInPlace in_place(hook);
     EXPECT_TRUE(file.write_at(0, bytes_of("A")).ok());
     const FileError error = file.write_at(1, bytes_of("B"));

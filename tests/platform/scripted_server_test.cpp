@@ -223,7 +223,7 @@ TEST(FaultHook, FailsWhatItWasToldTo) {
     File file;
     ASSERT_TRUE(file.open(folder.path(u"f"), OpenMode::create_new).ok());
     {
-        FailNth second(FileOperation::write, 2, FileFault::access);
+        FailNth second(Operation::write, 2, FileFault::access);
         const HookInPlace in_place(second);
         EXPECT_TRUE(file.write_at(0, bytes).ok());
         EXPECT_EQ(file.write_at(100, bytes).fault, FileFault::access);

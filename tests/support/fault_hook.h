@@ -1,4 +1,4 @@
-// Files that fail: hooks in front of the file operations.
+// A system that fails: hooks in front of what is asked of it.
 #pragma once
 
 #include <algorithm>
@@ -9,35 +9,56 @@
 #include <utility>
 #include <vector>
 
+#include "platform/fault_hook.h"
 #include "platform/file.h"
+#include "platform/socket.h"
 
 namespace vantlow::test {
 
-/// Puts a hook in front of all file operations for as long as it lives. One at a time. It must outlive every
-/// thread that works with files.
+/// The numbers that this system fails with for such a reason.
+int error_number(FileFault fault) noexcept;
+int error_number(SocketFault fault) noexcept;
+/// Of the name functions, when nobody answers.
+int name_error_number() noexcept;
+
+/// Puts a hook in front of all operations for as long as it lives. One at a time. It must outlive every
+/// thread that works with files and sockets.
 class HookInPlace {
   public:
-    explicit HookInPlace(FileHook& hook) { set_file_hook(&hook); }
-    ~HookInPlace() { set_file_hook(nullptr); }
+    explicit HookInPlace(FaultHook& hook) { set_fault_hook(&hook); }
+    ~HookInPlace() { set_fault_hook(nullptr); }
     HookInPlace(const HookInPlace&) = delete;
     HookInPlace& operator=(const HookInPlace&) = delete;
 };
 
+/// While it lives, its thread is one of the test's own: a server's, whose operations no hook should fail.
+class OutsideOfFaults {
+  public:
+    OutsideOfFaults() noexcept;
+    ~OutsideOfFaults();
+    OutsideOfFaults(const OutsideOfFaults&) = delete;
+    OutsideOfFaults& operator=(const OutsideOfFaults&) = delete;
+    /// Whether the calling thread is.
+    static bool is_here() noexcept;
+
+  private:
+    bool before_;
+};
+
 /// Fails one kind of operation from its n-th time on (from 1), for a number of times, where the path holds
 /// `part`.
-class FailNth : public FileHook {
+class FailNth : public FaultHook {
   public:
-    FailNth(FileOperation kind, int n, FileFault fault, int times = 1, std::u16string part = {})
+    FailNth(Operation kind, int n, FileFault fault, int times = 1, std::u16string part = {})
         : kind_(kind), first_(n), times_(times), fault_(fault), part_(std::move(part)) {}
 
-    FileError before(FileOperation operation, std::u16string_view path, std::int64_t,
-                     std::int64_t) noexcept override {
-        if (operation != kind_ || path.find(part_) == std::u16string_view::npos) return {};
+    int before(Operation operation, std::u16string_view path, std::int64_t, std::int64_t) noexcept override {
+        if (operation != kind_ || path.find(part_) == std::u16string_view::npos) return 0;
         const std::lock_guard guard(mutex_);
         ++seen_;
         const bool fails = seen_ >= first_ && seen_ - first_ < times_;
         if (fails) ++failed_;
-        return fails ? FileError{fault_, 0} : FileError{};
+        return fails ? error_number(fault_) : 0;
     }
     /// How often an operation was failed: zero means that the test did not reach what it wanted to break.
     [[nodiscard]] int failed() const {
@@ -46,7 +67,7 @@ class FailNth : public FileHook {
     }
 
   private:
-    const FileOperation kind_;
+    const Operation kind_;
     const int first_;
     const int times_;
     const FileFault fault_;
@@ -58,21 +79,21 @@ class FailNth : public FileHook {
 
 /// A disk with room for so many bytes; what was written counts, wherever it went, and nothing ever frees room
 /// but free().
-class FullDisk : public FileHook {
+class FullDisk : public FaultHook {
   public:
     explicit FullDisk(std::int64_t room) : room_(room) {}
 
-    FileError before(FileOperation operation, std::u16string_view, std::int64_t,
-                     std::int64_t length) noexcept override {
-        if (operation != FileOperation::write && operation != FileOperation::resize) return {};
+    int before(Operation operation, std::u16string_view, std::int64_t,
+               std::int64_t length) noexcept override {
+        if (operation != Operation::write && operation != Operation::resize) return 0;
         const std::lock_guard guard(mutex_);
         if (length > room_) {
             ++refused_;
-            return {FileFault::no_space, 0};
+            return error_number(FileFault::no_space);
         }
         // Space that is promised but not written is not taken off: the writes that follow take it.
-        if (operation == FileOperation::write) room_ -= length;
-        return {};
+        if (operation == Operation::write) room_ -= length;
+        return 0;
     }
     void free(std::int64_t bytes) {
         const std::lock_guard guard(mutex_);
@@ -90,10 +111,10 @@ class FullDisk : public FileHook {
 };
 
 /// Records the operations and knows which written ranges were not flushed since: what a power cut may take.
-class RecordingHook : public FileHook {
+class RecordingHook : public FaultHook {
   public:
     struct Entry {
-        FileOperation operation = FileOperation::open;
+        Operation operation = Operation::open;
         std::u16string path;
         std::int64_t offset = 0;
         std::int64_t length = 0;
@@ -103,19 +124,21 @@ class RecordingHook : public FileHook {
         std::int64_t length = 0;
     };
 
-    FileError before(FileOperation operation, std::u16string_view path, std::int64_t offset,
-                     std::int64_t length) noexcept override {
+    int before(Operation operation, std::u16string_view path, std::int64_t offset,
+               std::int64_t length) noexcept override {
+        // What is only looked at changes nothing, and what has no name is no file's.
+        if (operation > Operation::rename || operation == Operation::size) return 0;
         const std::lock_guard guard(mutex_);
         entries_.push_back({operation, std::u16string(path), offset, length});
-        if (operation == FileOperation::write) unflushed_[std::u16string(path)].push_back({offset, length});
-        if (operation == FileOperation::flush) unflushed_.erase(std::u16string(path));
-        return {};
+        if (operation == Operation::write) unflushed_[std::u16string(path)].push_back({offset, length});
+        if (operation == Operation::flush) unflushed_.erase(std::u16string(path));
+        return 0;
     }
     [[nodiscard]] std::vector<Entry> entries() const {
         const std::lock_guard guard(mutex_);
         return entries_;
     }
-    [[nodiscard]] std::size_t count(FileOperation operation, std::u16string_view part = {}) const {
+    [[nodiscard]] std::size_t count(Operation operation, std::u16string_view part = {}) const {
         const std::lock_guard guard(mutex_);
         const auto fits = [&](const Entry& entry) {
             return entry.operation == operation && entry.path.find(part) != std::u16string::npos;

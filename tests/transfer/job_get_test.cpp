@@ -283,14 +283,14 @@ TEST_F(JobTest, MarksTheFileBeforeItHasItsNameWithWhereItCameFrom) {
         ASSERT_EQ(fetch().result.code, Code::ok) << log.all();
         const auto entries = hook.entries();
         const auto begin = std::find_if(entries.begin(), entries.end(), [](const auto& entry) {
-            return entry.operation == FileOperation::mark;
+            return entry.operation == Operation::mark;
         });
         ASSERT_NE(begin, entries.end());
         EXPECT_EQ(to_utf8(begin->path), to_utf8(folder.path(u"file.bin.vantlow")));
         EXPECT_EQ(begin->length, static_cast<std::int64_t>(origin.size())) << origin;
         EXPECT_TRUE(std::any_of(begin, entries.end(),
-                                [](const auto& entry) { return entry.operation == FileOperation::rename; }));
-        EXPECT_EQ(hook.count(FileOperation::mark), 1U);
+                                [](const auto& entry) { return entry.operation == Operation::rename; }));
+        EXPECT_EQ(hook.count(Operation::mark), 1U);
     }
     std::vector<std::byte> mark;
     const FileError read = read_file(folder.path(u"file.bin:Zone.Identifier"), 4096, mark);
@@ -300,7 +300,7 @@ TEST_F(JobTest, MarksTheFileBeforeItHasItsNameWithWhereItCameFrom) {
     }
     ASSERT_TRUE(only({u"file.bin"}));
     {
-        FailNth failing(FileOperation::mark, 1, FileFault::access);
+        FailNth failing(Operation::mark, 1, FileFault::access);
         const HookInPlace in_place(failing);
         EXPECT_EQ(fetch().result.code, Code::ok) << "the mark is not worth a job";
         EXPECT_TRUE(log.has("The file could not be marked as coming from the internet")) << log.all();
@@ -309,7 +309,7 @@ TEST_F(JobTest, MarksTheFileBeforeItHasItsNameWithWhereItCameFrom) {
     RecordingHook hook;
     const HookInPlace in_place(hook);
     EXPECT_EQ(fetch().result.code, Code::ok);
-    EXPECT_EQ(hook.count(FileOperation::mark), 0U);
+    EXPECT_EQ(hook.count(Operation::mark), 0U);
 }
 
 TEST_F(JobTest, CredentialsDoNotFollowARedirectToAnotherServer) {

@@ -200,12 +200,12 @@ TEST_F(ResumeTest, AFullDiskKeepsWhatIsThere) {
     EXPECT_TRUE(only({u"file.bin"}));
 }
 
-TEST_F(ResumeTest, EveryFailingFileOperationIsTold) {
+TEST_F(ResumeTest, EveryFailingOperationIsTold) {
     FileServer server(FileResource{.content = content});
-    const std::pair<FileOperation, FileFault> cases[] = {{FileOperation::open, FileFault::access},
-                                                         {FileOperation::write, FileFault::no_space},
-                                                         {FileOperation::flush, FileFault::other},
-                                                         {FileOperation::rename, FileFault::access}};
+    const std::pair<Operation, FileFault> cases[] = {{Operation::open, FileFault::access},
+                                                     {Operation::write, FileFault::no_space},
+                                                     {Operation::flush, FileFault::other},
+                                                     {Operation::rename, FileFault::access}};
     for (const auto& [operation, fault] : cases) {
         SCOPED_TRACE(static_cast<int>(operation));
         FailNth failing(operation, 1, fault, 1, u"file");

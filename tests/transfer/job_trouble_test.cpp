@@ -108,16 +108,16 @@ TEST_F(JobTest, AServerThatCannotResumeIsReadByOneConnection) {
 }
 
 // Holds the write of a file's last bytes until the log says something.
-class HoldLastWrite : public FileHook {
+class HoldLastWrite : public FaultHook {
   public:
     HoldLastWrite(const RecordingLog& log, std::string_view until, std::int64_t end)
         : log_(log), until_(until), end_(end) {}
-    FileError before(FileOperation operation, std::u16string_view, std::int64_t offset,
-                     std::int64_t length) noexcept override {
-        if (operation != FileOperation::write || offset + length != end_ || reached.exchange(true)) return {};
+    int before(Operation operation, std::u16string_view, std::int64_t offset,
+               std::int64_t length) noexcept override {
+        if (operation != Operation::write || offset + length != end_ || reached.exchange(true)) return 0;
         released = log_.wait_for(until_);
         std::this_thread::sleep_for(std::chrono::milliseconds(20));
-        return {};
+        return 0;
     }
     std::atomic<bool> reached{false};
     std::atomic<bool> released{false};

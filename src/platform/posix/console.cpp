@@ -12,10 +12,11 @@
 #include <cstdint>
 #include <cstdlib>
 #include <memory>
-#include <system_error>
 #include <thread>
 
 #include "platform/console_capture.h"
+#include "platform/fault_hook.h"
+#include "platform/thread.h"
 #include "platform/wake.h"
 
 namespace vantlow {
@@ -140,9 +141,9 @@ InterruptWatch::State::~State() {
 }
 
 bool InterruptWatch::State::begin() {
-    counter = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+    if (ask_hook(Operation::make_event) == 0) counter = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
     if (counter < 0 || end.native() < 0) return false;
-    thread = std::thread([this] { run(); });
+    if (!start_thread(thread, [this] { run(); }).ok()) return false;
     signal_counter.store(counter);
     struct sigaction action {};
     action.sa_handler = &count_signal;
@@ -172,12 +173,8 @@ void InterruptWatch::State::run() noexcept {
 
 InterruptWatch::InterruptWatch(Handler handler, void* context) : state_(nullptr) {
     auto state = std::make_unique<State>(handler, context);
-    try {
-        // Where it cannot begin, the signals keep ending the process.
-        if (state->begin()) state_ = state.release();
-    } catch (const std::system_error&) {
-        // no thread left
-    }
+    // Where it cannot begin, the signals keep ending the process.
+    if (state->begin()) state_ = state.release();
 }
 
 InterruptWatch::~InterruptWatch() {

@@ -14,7 +14,7 @@
 #include <utility>
 
 #include "base/text.h"
-#include "platform/file_hook.h"
+#include "platform/file_parts.h"
 
 namespace vantlow {
 namespace {
@@ -54,7 +54,7 @@ FileFault fault_of(int error) noexcept {
 }
 
 FileError error_of(int error) noexcept {
-    return {fault_of(error), error};
+    return file_error_of(error);
 }
 
 /// Repeats a call that a signal cut short; the error of its end.
@@ -115,6 +115,10 @@ FileError link_and_unlink(const char* from, const char* to) noexcept {
 
 }  // namespace
 
+FileError file_error_of(int system_error) noexcept {
+    return {fault_of(system_error), system_error};
+}
+
 File::File(File&& other) noexcept
     : native_(std::exchange(other.native_, invalid)), path_(std::move(other.path_)) {}
 
@@ -134,7 +138,7 @@ File::~File() {
 FileError File::open(const std::u16string& path, OpenMode mode, Privacy privacy) {
     close();
     path_ = path;
-    if (FileError error = ask_hook(FileOperation::open, path); !error.ok()) return error;
+    if (FileError error = ask_file_hook(Operation::open, path); !error.ok()) return error;
     const NativePath native(path);
     const mode_t rights = privacy == Privacy::owner_only ? 0600 : 0666;
     int fd = -1;
@@ -155,7 +159,7 @@ void File::close() noexcept {
 
 FileError File::write_at(std::int64_t offset, std::span<const std::byte> bytes) noexcept {
     const auto length = static_cast<std::int64_t>(bytes.size());
-    if (FileError error = ask_hook(FileOperation::write, path_, offset, length); !error.ok()) return error;
+    if (FileError error = ask_file_hook(Operation::write, path_, offset, length); !error.ok()) return error;
     while (!bytes.empty()) {
         const ssize_t count = ::pwrite(descriptor(native_), bytes.data(), bytes.size(), offset);
         if (count < 0 && errno == EINTR) continue;
@@ -169,7 +173,7 @@ FileError File::write_at(std::int64_t offset, std::span<const std::byte> bytes) 
 FileError File::read_at(std::int64_t offset, std::span<std::byte> into, std::size_t& got) const noexcept {
     got = 0;
     const auto length = static_cast<std::int64_t>(into.size());
-    if (FileError error = ask_hook(FileOperation::read, path_, offset, length); !error.ok()) return error;
+    if (FileError error = ask_file_hook(Operation::read, path_, offset, length); !error.ok()) return error;
     while (got < into.size()) {
         const auto at = offset + static_cast<std::int64_t>(got);
         const ssize_t count = read_some(descriptor(native_), into.subspan(got), at);
@@ -183,7 +187,7 @@ FileError File::read_at(std::int64_t offset, std::span<std::byte> into, std::siz
 
 FileError File::copy_from(const File& from, std::int64_t from_offset, std::int64_t to_offset,
                           std::int64_t count) noexcept {
-    if (FileError error = ask_hook(FileOperation::write, path_, to_offset, count); !error.ok()) return error;
+    if (FileError error = ask_file_hook(Operation::write, path_, to_offset, count); !error.ok()) return error;
     while (count > 0) {
         off64_t source = from_offset;
         off64_t target = to_offset;
@@ -203,17 +207,18 @@ FileError File::copy_from(const File& from, std::int64_t from_offset, std::int64
 }
 
 std::int64_t File::size() const noexcept {
+    if (ask_hook(Operation::size, path_) != 0) return -1;
     struct stat status {};
     return ::fstat(descriptor(native_), &status) == 0 ? status.st_size : -1;
 }
 
 FileError File::resize(std::int64_t size) noexcept {
-    if (FileError error = ask_hook(FileOperation::resize, path_, size, 0); !error.ok()) return error;
+    if (FileError error = ask_file_hook(Operation::resize, path_, size, 0); !error.ok()) return error;
     return repeat([&] { return ::ftruncate(descriptor(native_), size); });
 }
 
 FileError File::allocate(std::int64_t size) noexcept {
-    if (FileError error = ask_hook(FileOperation::resize, path_, 0, size); !error.ok()) return error;
+    if (FileError error = ask_file_hook(Operation::resize, path_, 0, size); !error.ok()) return error;
     const int fd = descriptor(native_);
     const std::int64_t before = this->size();
     if (size > 0 && before >= 0) {
@@ -228,20 +233,21 @@ FileError File::allocate(std::int64_t size) noexcept {
 }
 
 FileError File::flush() noexcept {
-    if (FileError error = ask_hook(FileOperation::flush, path_); !error.ok()) return error;
+    if (FileError error = ask_file_hook(Operation::flush, path_); !error.ok()) return error;
     const FileError error = repeat([&] { return ::fdatasync(descriptor(native_)); });
     // EINVAL: a device or a pipe, which has no disk behind it.
     return error.system_error == EINVAL ? FileError{} : error;
 }
 
 bool File::try_lock() noexcept {
-    if (!ask_hook(FileOperation::lock, path_).ok()) return false;
+    if (ask_hook(Operation::lock, path_) != 0) return false;
     const FileError error = repeat([&] { return ::flock(descriptor(native_), LOCK_EX | LOCK_NB); });
     // A file system without locks must not keep anybody from working.
     return error.ok() || error.system_error == ENOLCK || is_no_such_service(error.system_error);
 }
 
 PathKind path_kind(const std::u16string& path) noexcept {
+    if (ask_hook(Operation::inspect, path) != 0) return PathKind::other;
     const NativePath native(path);
     struct stat status {};
     if (::stat(native.get(), &status) == 0) {
@@ -255,13 +261,13 @@ PathKind path_kind(const std::u16string& path) noexcept {
 }
 
 FileError remove_file(const std::u16string& path) noexcept {
-    if (FileError error = ask_hook(FileOperation::remove, path); !error.ok()) return error;
+    if (FileError error = ask_file_hook(Operation::remove, path); !error.ok()) return error;
     const NativePath native(path);
     return repeat([&] { return ::unlink(native.get()); });
 }
 
 FileError rename_no_replace(const std::u16string& from, const std::u16string& to) noexcept {
-    if (FileError error = ask_hook(FileOperation::rename, from); !error.ok()) return error;
+    if (FileError error = ask_file_hook(Operation::rename, from); !error.ok()) return error;
     const NativePath old_name(from);
     const NativePath new_name(to);
     const FileError error = repeat([&] {
@@ -271,24 +277,26 @@ FileError rename_no_replace(const std::u16string& from, const std::u16string& to
 }
 
 FileError rename_replace(const std::u16string& from, const std::u16string& to) noexcept {
-    if (FileError error = ask_hook(FileOperation::rename, from); !error.ok()) return error;
+    if (FileError error = ask_file_hook(Operation::rename, from); !error.ok()) return error;
     const NativePath old_name(from);
     const NativePath new_name(to);
     return repeat([&] { return ::rename(old_name.get(), new_name.get()); });
 }
 
 FileError make_one_folder(const std::u16string& path) {
+    if (FileError error = ask_file_hook(Operation::make_folder, path); !error.ok()) return error;
     if (::mkdir(NativePath(path).get(), 0777) == 0) return {};
     const int error = errno;
     return path_kind(path) == PathKind::folder ? FileError{} : error_of(error);
 }
 
 bool can_write_folder(const std::u16string& folder) {
-    return ::faccessat(AT_FDCWD, NativePath(folder).get(), W_OK | X_OK, AT_EACCESS) == 0;
+    return ask_hook(Operation::inspect, folder) == 0 &&
+           ::faccessat(AT_FDCWD, NativePath(folder).get(), W_OK | X_OK, AT_EACCESS) == 0;
 }
 
 FileError sync_folder(const std::u16string& path) noexcept {
-    if (FileError error = ask_hook(FileOperation::flush, path); !error.ok()) return error;
+    if (FileError error = ask_file_hook(Operation::flush, path); !error.ok()) return error;
     const NativePath native(path.empty() ? u"." : path);
     int fd = -1;
     FileError error = repeat([&] { return fd = ::open(native.get(), O_RDONLY | O_DIRECTORY | O_CLOEXEC); });
@@ -303,6 +311,7 @@ FileError sync_folder(const std::u16string& path) noexcept {
 FileError list_files(const std::u16string& folder, std::u16string_view suffix,
                      std::vector<std::u16string>& names) {
     names.clear();
+    if (FileError error = ask_file_hook(Operation::list_folder, folder); !error.ok()) return error;
     const std::unique_ptr<DIR, int (*)(DIR*)> list(
         ::opendir(NativePath(folder.empty() ? u"." : folder).get()), &::closedir);
     if (list == nullptr) return error_of(errno);

@@ -3,10 +3,12 @@
 #include <sys/stat.h>
 
 #include "base/text.h"
+#include "platform/fault_hook.h"
 
 namespace vantlow {
 
 FileStamp file_stamp(const std::u16string& path) noexcept {
+    if (ask_hook(Operation::inspect, path) != 0) return {};
     struct stat status {};
     if (::stat(to_utf8(path).c_str(), &status) != 0) return {};
     const std::int64_t nanoseconds =

@@ -9,24 +9,10 @@
 #include <string_view>
 
 #include "base/text.h"
+#include "platform/file_parts.h"
 
 namespace vantlow {
 namespace {
-
-FileError failure(int error) noexcept {
-    switch (error) {
-        case 0:
-            return {};
-        case ENOENT:
-        case ENOTDIR:
-            return {FileFault::not_found, error};
-        case EACCES:
-        case EPERM:
-            return {FileFault::access, error};
-        default:
-            return {FileFault::other, error};
-    }
-}
 
 PathKind kind_of_mode(mode_t mode) noexcept {
     if (S_ISREG(mode)) return PathKind::file;
@@ -37,14 +23,15 @@ PathKind kind_of_mode(mode_t mode) noexcept {
 
 FileError list_folder(const std::u16string& folder, std::vector<FolderEntry>& entries) {
     entries.clear();
+    if (FileError error = ask_file_hook(Operation::list_folder, folder); !error.ok()) return error;
     const std::string path = folder.empty() ? "." : to_utf8(folder);
     const std::unique_ptr<DIR, int (*)(DIR*)> list(::opendir(path.c_str()), &::closedir);
-    if (list == nullptr) return failure(errno);
+    if (list == nullptr) return file_error_of(errno);
     for (;;) {
         errno = 0;
         // NOLINTNEXTLINE(concurrency-mt-unsafe): a list of its own
         const dirent* const found = ::readdir(list.get());
-        if (found == nullptr) return failure(errno);
+        if (found == nullptr) return file_error_of(errno);
         const std::string_view name = found->d_name;
         if (name == "." || name == "..") continue;
         struct stat status {};

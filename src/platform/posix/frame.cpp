@@ -19,10 +19,12 @@
 
 #include "base/text.h"
 #include "platform/deadline.h"
+#include "platform/fault_hook.h"
 #include "platform/file.h"
 #include "platform/posix/runtime_folder.h"
 #include "platform/stop.h"
 #include "platform/system_text.h"
+#include "platform/thread.h"
 
 namespace vantlow {
 namespace {
@@ -31,7 +33,9 @@ using Clock = std::chrono::steady_clock;
 
 constexpr std::size_t largest_message = 64U << 20U;
 constexpr std::size_t largest_answer = 1U << 30U;
-constexpr int listeners = 4;
+constexpr std::size_t listeners = 4;
+// How often a stop is looked for where the system had no event for it.
+constexpr int blind_step_ms = 20;
 constexpr std::chrono::milliseconds request_time{10000};
 constexpr std::chrono::milliseconds answer_time{5000};
 
@@ -64,18 +68,22 @@ bool make_address(const std::string& path, sockaddr_un& address) noexcept {
 
 // Waits for the descriptor, the end of the time or a stop; false for the last two.
 bool wait_for(int fd, short events, const Deadline& deadline, const StopSource* stop) noexcept {
+    const bool blind = stop != nullptr && stop->wake().native() < 0;
     for (;;) {
         pollfd entries[] = {{fd, events, 0},
                             {stop != nullptr ? static_cast<int>(stop->wake().native()) : -1, POLLIN, 0}};
-        const int count = ::poll(entries, 2, deadline.left());
-        if (count < 0 && errno == EINTR) continue;
-        if (count <= 0 || entries[1].revents != 0) return false;
-        return true;
+        const int left = deadline.left();
+        const bool step = blind && (left < 0 || left > blind_step_ms);
+        const int count = ::poll(entries, 2, step ? blind_step_ms : left);
+        if (stop != nullptr && stop->requested()) return false;
+        if ((count < 0 && errno == EINTR) || (count == 0 && step)) continue;
+        return count > 0;
     }
 }
 
 bool send_all(int fd, std::string_view bytes, const Deadline& deadline, const StopSource* stop) noexcept {
     while (!bytes.empty()) {
+        if (ask_hook(Operation::send) != 0) return false;
         const ssize_t count = ::send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
         if (count > 0) {
             bytes.remove_prefix(static_cast<std::size_t>(count));
@@ -91,6 +99,7 @@ bool send_all(int fd, std::string_view bytes, const Deadline& deadline, const St
 bool receive_all(int fd, char* into, std::size_t size, const Deadline& deadline,
                  const StopSource* stop) noexcept {
     while (size > 0) {
+        if (ask_hook(Operation::receive) != 0) return false;
         const ssize_t count = ::recv(fd, into, size, MSG_DONTWAIT);
         if (count > 0) {
             into += count;
@@ -203,8 +212,9 @@ bool SocketFrame::listen(const std::u16string& name, std::string& error) {
     if (folder.empty()) return false;
     const std::string path = folder + "/" + socket_name(name);
     sockaddr_un address{};
-    listener_.reset(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     ::unlink(path.c_str());  // of an owner that was killed: there is one owner at a time
+    errno = ask_hook(Operation::listen);
+    if (errno == 0) listener_.reset(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     const bool listening =
         listener_.get() >= 0 && make_address(path, address) &&
         ::bind(listener_.get(), reinterpret_cast<sockaddr*>(&address), sizeof address) == 0 &&
@@ -214,8 +224,15 @@ bool SocketFrame::listen(const std::u16string& name, std::string& error) {
         return false;
     }
     path_ = path;
-    for (int i = 0; i < listeners; ++i) threads_.emplace_back([this] { serve(); });
-    return true;
+    Result started;
+    while (threads_.size() < listeners && started.ok()) {
+        std::thread thread;
+        started = start_thread(thread, [this] { serve(); });
+        if (started.ok()) threads_.push_back(std::move(thread));
+    }
+    // One is enough to hear others.
+    if (threads_.empty()) error = path + ": " + started.message();
+    return !threads_.empty();
 }
 
 void SocketFrame::set_timer(int id, std::chrono::milliseconds period) {
@@ -299,7 +316,8 @@ void SocketFrame::converse(int fd) {
 
 void SocketFrame::serve() noexcept {
     while (wait_for(listener_.get(), POLLIN, Deadline(std::chrono::milliseconds(-1)), &stop_)) {
-        const Descriptor peer(::accept4(listener_.get(), nullptr, nullptr, SOCK_CLOEXEC));
+        errno = ask_hook(Operation::accept);
+        const Descriptor peer(errno != 0 ? -1 : ::accept4(listener_.get(), nullptr, nullptr, SOCK_CLOEXEC));
         if (peer.get() >= 0) {
             try {
                 converse(peer.get());
@@ -327,7 +345,8 @@ FrameAnswer ask_frame(const std::string& address, std::string_view request, cons
     if (request.size() > largest_message || !make_address(address, where)) return {};
     const Descriptor fd(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
     const auto* const to = reinterpret_cast<const sockaddr*>(&where);
-    if (fd.get() < 0 || ::connect(fd.get(), to, sizeof where) != 0) return {};
+    if (fd.get() < 0 || ask_hook(Operation::connect) != 0 || ::connect(fd.get(), to, sizeof where) != 0)
+        return {};
     const Deadline forever(std::chrono::milliseconds(-1));
     if (!send_message(fd.get(), request, forever, &stop)) return {};
     FrameAnswer answer;

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "base/text.h"
+#include "platform/fault_hook.h"
 
 namespace vantlow {
 
@@ -22,14 +23,16 @@ Library::~Library() {
 bool Library::load(const std::u16string& path) noexcept {
     // A bare name would be looked for in the system's folders.
     const std::string native = to_utf8(path);
-    void* const loaded = native.starts_with('/') ? ::dlopen(native.c_str(), RTLD_NOW | RTLD_LOCAL) : nullptr;
+    const bool may_load = native.starts_with('/') && ask_hook(Operation::load_library, path) == 0;
+    void* const loaded = may_load ? ::dlopen(native.c_str(), RTLD_NOW | RTLD_LOCAL) : nullptr;
     if (native_ != nullptr) ::dlclose(native_);
     native_ = loaded;
     return loaded != nullptr;
 }
 
 void* Library::find(const char* operation) const noexcept {
-    return native_ == nullptr ? nullptr : ::dlsym(native_, operation);
+    if (native_ == nullptr || ask_hook(Operation::find_operation, to_utf16(operation)) != 0) return nullptr;
+    return ::dlsym(native_, operation);
 }
 
 std::u16string Library::file_name(std::string_view library) {

@@ -6,6 +6,7 @@
 #include <cerrno>
 
 #include "base/text.h"
+#include "platform/fault_hook.h"
 #include "platform/process.h"
 #include "platform/system_text.h"
 
@@ -21,8 +22,12 @@ bool is_own_folder(const std::string& path) noexcept {
            (status.st_mode & 077U) == 0;
 }
 
-bool make_own_folder(const std::string& path) noexcept {
-    return (::mkdir(path.c_str(), 0700) == 0 || errno == EEXIST) && is_own_folder(path);
+// Its errno is why there is no folder; 0: somebody else's stands there.
+bool make_own_folder(const std::string& path) {
+    errno = ask_hook(Operation::make_folder, to_utf16(path));
+    if (errno != 0 || (::mkdir(path.c_str(), 0700) != 0 && errno != EEXIST)) return false;
+    errno = 0;
+    return is_own_folder(path);
 }
 
 }  // namespace
@@ -34,7 +39,7 @@ std::string runtime_folder(std::string& error) {
     }
     const std::string folder = "/tmp/vantlow-" + std::to_string(::geteuid());
     if (make_own_folder(folder)) return folder;
-    error = folder + " is not a folder of this user alone";
+    error = folder + (errno != 0 ? ": " + system_text(errno) : " is not a folder of this user alone");
     return {};
 }
 

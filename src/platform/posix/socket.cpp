@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "platform/deadline.h"
+#include "platform/fault_hook.h"
 #include "platform/name_functions.h"
 #include "platform/net_headers.h"
 #include "platform/resolve_error.h"
@@ -40,6 +41,7 @@ void set_option(std::intptr_t native, int level, int name, int value) noexcept {
 
 template <class Query>
 std::optional<SocketAddress> ask_address(std::intptr_t native, Query query) {
+    if (ask_hook(Operation::own_address) != 0) return std::nullopt;
     sockaddr_storage storage{};
     socklen_t size = sizeof storage;
     if (query(descriptor(native), reinterpret_cast<sockaddr*>(&storage), &size) != 0) return std::nullopt;
@@ -58,6 +60,10 @@ struct SocketWaiter {
     static std::intptr_t native(const TcpSocket& socket) noexcept { return socket.native_; }
     /// A stream socket of the address's kind, ready for use.
     static TcpSocket make(const SocketAddress& kind) noexcept {
+        if (const int error = ask_hook(Operation::make_socket); error != 0) {
+            errno = error;
+            return TcpSocket();
+        }
         const int family = kind.is_ipv6() ? AF_INET6 : AF_INET;
         return TcpSocket(::socket(family, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, IPPROTO_TCP));
     }
@@ -138,6 +144,7 @@ Outcome<TcpSocket> TcpSocket::begin_connect(const SocketAddress& to) {
     TcpSocket socket = SocketWaiter::make(to);
     if (!socket.is_open()) return failure(errno);
     socket.set_no_delay();
+    if (const int error = ask_hook(Operation::connect); error != 0) return failure(error);
     const auto* address = static_cast<const sockaddr*>(to.data());
     const int result = ::connect(descriptor(socket.native_), address, static_cast<socklen_t>(to.size()));
     // After a signal the connection is established meanwhile, as if it were non-blocking.
@@ -146,7 +153,8 @@ Outcome<TcpSocket> TcpSocket::begin_connect(const SocketAddress& to) {
 }
 
 int TcpSocket::connect_error() const noexcept {
-    int error = 0;
+    int error = ask_hook(Operation::connect_end);
+    if (error != 0) return error;
     socklen_t size = sizeof error;
     if (::getsockopt(descriptor(native_), SOL_SOCKET, SO_ERROR, &error, &size) != 0) return errno;
     return error;
@@ -154,6 +162,7 @@ int TcpSocket::connect_error() const noexcept {
 
 IoStep TcpSocket::read(std::span<std::byte> into) noexcept {
     if (into.empty()) return {IoStep::State::moved, 0, 0};
+    if (const int error = ask_hook(Operation::receive); error != 0) return failed_step(error);
     for (;;) {
         const ssize_t count = ::recv(descriptor(native_), into.data(), into.size(), 0);
         if (count > 0) return {IoStep::State::moved, static_cast<std::size_t>(count), 0};
@@ -163,6 +172,7 @@ IoStep TcpSocket::read(std::span<std::byte> into) noexcept {
 }
 
 IoStep TcpSocket::write(std::span<const std::byte> from) noexcept {
+    if (const int error = ask_hook(Operation::send); error != 0) return failed_step(error);
     for (;;) {
         const ssize_t count = ::send(descriptor(native_), from.data(), from.size(), MSG_NOSIGNAL);
         if (count >= 0) return {IoStep::State::moved, static_cast<std::size_t>(count), 0};
@@ -171,6 +181,7 @@ IoStep TcpSocket::write(std::span<const std::byte> from) noexcept {
 }
 
 bool TcpSocket::is_quiet() noexcept {
+    if (ask_hook(Operation::receive) != 0) return false;
     for (;;) {
         std::byte byte{};
         const ssize_t count = ::recv(descriptor(native_), &byte, 1, MSG_PEEK);
@@ -198,7 +209,7 @@ std::optional<SocketAddress> TcpSocket::peer_address() const {
 
 Ready SocketWaiter::wait(std::span<SocketWait> sockets, std::chrono::milliseconds at_most,
                          const StopSource& stop) {
-    if (sockets.size() > most_sockets) return Ready::failed;
+    if (sockets.size() > most_sockets || ask_hook(Operation::wait) != 0) return Ready::failed;
     pollfd entries[most_sockets + 1];
     bool is_ready = false;
     for (std::size_t i = 0; i < sockets.size(); ++i) {
@@ -241,6 +252,7 @@ Outcome<TcpListener> TcpListener::listen(const SocketAddress& at, int backlog) {
     listener.socket_ = SocketWaiter::make(at);
     if (!listener.socket_.is_open()) return failure(errno);
     const std::intptr_t native = SocketWaiter::native(listener.socket_);
+    if (const int error = ask_hook(Operation::listen); error != 0) return failure(error);
     set_option(native, SOL_SOCKET, SO_REUSEADDR, 1);
     if (at.is_ipv6()) set_option(native, IPPROTO_IPV6, IPV6_V6ONLY, 1);
     const auto* address = static_cast<const sockaddr*>(at.data());
@@ -257,6 +269,7 @@ Outcome<TcpSocket> TcpListener::accept(std::chrono::milliseconds at_most, const 
         if (ready == Ready::stopped) return Code::stopped;
         if (ready == Ready::timeout) return Result(Code::transient, "Nobody connected.");
         if (ready == Ready::failed || !socket_.is_open()) return failure(EBADF);
+        if (const int error = ask_hook(Operation::accept); error != 0) return failure(error);
         const int native = descriptor(SocketWaiter::native(socket_));
         TcpSocket socket(::accept4(native, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
         if (socket.is_open()) {

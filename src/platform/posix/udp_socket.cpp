@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "platform/deadline.h"
+#include "platform/fault_hook.h"
 #include "platform/net_headers.h"
 
 namespace vantlow {
@@ -53,6 +54,7 @@ void UdpSocket::close() noexcept {
 
 Outcome<UdpSocket> UdpSocket::make(const SocketAddress& kind) {
     if (kind.size() == 0) return failure(EAFNOSUPPORT);
+    if (const int error = ask_hook(Operation::make_socket); error != 0) return failure(error);
     const int family = kind.is_ipv6() ? AF_INET6 : AF_INET;
     UdpSocket socket(::socket(family, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, IPPROTO_UDP));
     if (!socket.is_open()) return failure(errno);
@@ -62,6 +64,7 @@ Outcome<UdpSocket> UdpSocket::make(const SocketAddress& kind) {
 Outcome<UdpSocket> UdpSocket::connect(const SocketAddress& to) {
     auto socket = make(to);
     if (!socket.ok()) return socket;
+    if (const int error = ask_hook(Operation::connect); error != 0) return failure(error);
     const auto* address = static_cast<const sockaddr*>(to.data());
     if (::connect(descriptor(socket->native_), address, static_cast<socklen_t>(to.size())) != 0)
         return failure(errno);
@@ -71,6 +74,7 @@ Outcome<UdpSocket> UdpSocket::connect(const SocketAddress& to) {
 Outcome<UdpSocket> UdpSocket::bind(const SocketAddress& at) {
     auto socket = make(at);
     if (!socket.ok()) return socket;
+    if (const int error = ask_hook(Operation::listen); error != 0) return failure(error);
     const auto* address = static_cast<const sockaddr*>(at.data());
     if (::bind(descriptor(socket->native_), address, static_cast<socklen_t>(at.size())) != 0)
         return failure(errno);
@@ -78,6 +82,7 @@ Outcome<UdpSocket> UdpSocket::bind(const SocketAddress& at) {
 }
 
 IoStep UdpSocket::send(std::span<const std::byte> datagram) noexcept {
+    if (const int error = ask_hook(Operation::send); error != 0) return {IoStep::State::failed, 0, error};
     for (;;) {
         const ssize_t count = ::send(descriptor(native_), datagram.data(), datagram.size(), MSG_NOSIGNAL);
         if (count >= 0 || errno != EINTR) return step_of(count);
@@ -85,6 +90,7 @@ IoStep UdpSocket::send(std::span<const std::byte> datagram) noexcept {
 }
 
 IoStep UdpSocket::receive(std::span<std::byte> into) noexcept {
+    if (const int error = ask_hook(Operation::receive); error != 0) return {IoStep::State::failed, 0, error};
     for (;;) {
         const ssize_t count = ::recv(descriptor(native_), into.data(), into.size(), 0);
         if (count >= 0 || errno != EINTR) return step_of(count);
@@ -92,6 +98,7 @@ IoStep UdpSocket::receive(std::span<std::byte> into) noexcept {
 }
 
 IoStep UdpSocket::send_to(std::span<const std::byte> datagram, const SocketAddress& to) noexcept {
+    if (const int error = ask_hook(Operation::send); error != 0) return {IoStep::State::failed, 0, error};
     const auto* address = static_cast<const sockaddr*>(to.data());
     for (;;) {
         const ssize_t count = ::sendto(descriptor(native_), datagram.data(), datagram.size(), MSG_NOSIGNAL,
@@ -101,6 +108,7 @@ IoStep UdpSocket::send_to(std::span<const std::byte> datagram, const SocketAddre
 }
 
 IoStep UdpSocket::receive_from(std::span<std::byte> into, SocketAddress& from) noexcept {
+    if (const int error = ask_hook(Operation::receive); error != 0) return {IoStep::State::failed, 0, error};
     for (;;) {
         sockaddr_storage storage{};
         socklen_t size = sizeof storage;
@@ -112,6 +120,7 @@ IoStep UdpSocket::receive_from(std::span<std::byte> into, SocketAddress& from) n
 }
 
 Ready UdpSocket::wait(std::chrono::milliseconds at_most, const StopSource& stop) noexcept {
+    if (ask_hook(Operation::wait) != 0) return Ready::failed;
     const bool blind = stop.wake().native() < 0;
     const Deadline deadline(at_most);
     for (;;) {
@@ -127,6 +136,7 @@ Ready UdpSocket::wait(std::chrono::milliseconds at_most, const StopSource& stop)
 }
 
 std::optional<SocketAddress> UdpSocket::local_address() const {
+    if (ask_hook(Operation::own_address) != 0) return std::nullopt;
     sockaddr_storage storage{};
     socklen_t size = sizeof storage;
     if (::getsockname(descriptor(native_), reinterpret_cast<sockaddr*>(&storage), &size) != 0)

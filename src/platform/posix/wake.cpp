@@ -9,6 +9,7 @@
 #include <thread>
 
 #include "platform/deadline.h"
+#include "platform/fault_hook.h"
 
 namespace vantlow {
 namespace {
@@ -31,7 +32,8 @@ bool wait_for_flag(const std::atomic<bool>& flag, const Deadline& deadline) noex
 
 }  // namespace
 
-WakeEvent::WakeEvent() : native_(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
+WakeEvent::WakeEvent()
+    : native_(ask_hook(Operation::make_event) != 0 ? -1 : ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
 
 WakeEvent::~WakeEvent() {
     if (native_ >= 0) ::close(descriptor(native_));

@@ -2,6 +2,7 @@
 
 #include <optional>
 
+#include "platform/fault_hook.h"
 #include "platform/win32/native.h"
 // after the system's own
 #include <shlobj.h>
@@ -27,11 +28,13 @@ std::u16string open_command(std::u16string_view program) {
 }
 
 LSTATUS write_value(const std::u16string& key, const wchar_t* name, const std::u16string& text) noexcept {
+    if (const int error = ask_hook(Operation::write_setting, key); error != 0) return error;
     const auto size = static_cast<DWORD>((text.size() + 1) * sizeof(char16_t));
     return RegSetKeyValueW(HKEY_CURRENT_USER, wide(key), name, REG_SZ, text.c_str(), size);
 }
 
 std::optional<std::u16string> read_value(const std::u16string& key, const wchar_t* name) {
+    if (ask_hook(Operation::read_setting, key) != 0) return std::nullopt;
     std::wstring text(32768, L'\0');
     auto size = static_cast<DWORD>(text.size() * sizeof(wchar_t));
     const LSTATUS error =

@@ -4,7 +4,7 @@
 #include <memory>
 #include <utility>
 
-#include "platform/file_hook.h"
+#include "platform/file_parts.h"
 #include "platform/win32/native.h"
 #include "platform/win32/owner_only.h"
 
@@ -65,6 +65,10 @@ FileError move_file(const NativePath& from, const NativePath& to, DWORD flags) n
 
 }  // namespace
 
+FileError file_error_of(int system_error) noexcept {
+    return file_error(static_cast<DWORD>(system_error));
+}
+
 File::File(File&& other) noexcept
     : native_(std::exchange(other.native_, invalid)), path_(std::move(other.path_)) {}
 
@@ -84,7 +88,7 @@ File::~File() {
 FileError File::open(const std::u16string& path, OpenMode mode, Privacy privacy) {
     close();
     path_ = path;
-    if (FileError error = ask_hook(FileOperation::open, path); !error.ok()) return error;
+    if (FileError error = ask_file_hook(Operation::open, path); !error.ok()) return error;
     const NativePath native(path);
     const OwnerOnly security(privacy == Privacy::owner_only);
     if (!security.ok()) return security.error();
@@ -106,7 +110,7 @@ void File::close() noexcept {
 
 FileError File::write_at(std::int64_t offset, std::span<const std::byte> bytes) noexcept {
     const auto length = static_cast<std::int64_t>(bytes.size());
-    if (FileError error = ask_hook(FileOperation::write, path_, offset, length); !error.ok()) return error;
+    if (FileError error = ask_file_hook(Operation::write, path_, offset, length); !error.ok()) return error;
     while (!bytes.empty()) {
         OVERLAPPED position = at_position(offset);
         const auto part = static_cast<DWORD>(std::min(bytes.size(), most_at_once));
@@ -122,7 +126,7 @@ FileError File::write_at(std::int64_t offset, std::span<const std::byte> bytes) 
 FileError File::read_at(std::int64_t offset, std::span<std::byte> into, std::size_t& got) const noexcept {
     got = 0;
     const auto length = static_cast<std::int64_t>(into.size());
-    if (FileError error = ask_hook(FileOperation::read, path_, offset, length); !error.ok()) return error;
+    if (FileError error = ask_file_hook(Operation::read, path_, offset, length); !error.ok()) return error;
     while (got < into.size()) {
         OVERLAPPED position = at_position(offset + static_cast<std::int64_t>(got));
         const auto part = static_cast<DWORD>(std::min(into.size() - got, most_at_once));
@@ -140,33 +144,34 @@ FileError File::read_at(std::int64_t offset, std::span<std::byte> into, std::siz
 
 FileError File::copy_from(const File& from, std::int64_t from_offset, std::int64_t to_offset,
                           std::int64_t count) noexcept {
-    // There is no call for a part of a file.
+    // There is no call for a part of a file: both sides are asked for by themselves.
     return copy_through_memory(from, from_offset, to_offset, count);
 }
 
 std::int64_t File::size() const noexcept {
+    if (ask_hook(Operation::size, path_) != 0) return -1;
     LARGE_INTEGER size{};
     return GetFileSizeEx(handle(native_), &size) ? size.QuadPart : -1;
 }
 
 FileError File::resize(std::int64_t size) noexcept {
-    if (FileError error = ask_hook(FileOperation::resize, path_, size, 0); !error.ok()) return error;
+    if (FileError error = ask_file_hook(Operation::resize, path_, size, 0); !error.ok()) return error;
     return set_end(native_, size);
 }
 
 FileError File::allocate(std::int64_t size) noexcept {
-    if (FileError error = ask_hook(FileOperation::resize, path_, 0, size); !error.ok()) return error;
+    if (FileError error = ask_file_hook(Operation::resize, path_, 0, size); !error.ok()) return error;
     // The end of a file that is not sparse takes the room up to it.
     return set_end(native_, size);
 }
 
 FileError File::flush() noexcept {
-    if (FileError error = ask_hook(FileOperation::flush, path_); !error.ok()) return error;
+    if (FileError error = ask_file_hook(Operation::flush, path_); !error.ok()) return error;
     return FlushFileBuffers(handle(native_)) ? FileError{} : last_error();
 }
 
 bool File::try_lock() noexcept {
-    if (!ask_hook(FileOperation::lock, path_).ok()) return false;
+    if (ask_hook(Operation::lock, path_) != 0) return false;
     OVERLAPPED position = at_position(lock_offset);
     const DWORD flags = LOCKFILE_EXCLUSIVE_LOCK | LOCKFILE_FAIL_IMMEDIATELY;
     if (LockFileEx(handle(native_), flags, 0, 1, 0, &position)) return true;
@@ -176,6 +181,7 @@ bool File::try_lock() noexcept {
 }
 
 PathKind path_kind(const std::u16string& path) noexcept {
+    if (ask_hook(Operation::inspect, path) != 0) return PathKind::other;
     const NativePath native(path);
     const DWORD attributes = GetFileAttributesW(native.get());
     if (attributes != INVALID_FILE_ATTRIBUTES) return is_file(attributes) ? PathKind::file : PathKind::folder;
@@ -187,18 +193,18 @@ PathKind path_kind(const std::u16string& path) noexcept {
 }
 
 FileError remove_file(const std::u16string& path) noexcept {
-    if (FileError error = ask_hook(FileOperation::remove, path); !error.ok()) return error;
+    if (FileError error = ask_file_hook(Operation::remove, path); !error.ok()) return error;
     const NativePath native(path);
     return DeleteFileW(native.get()) ? FileError{} : file_error(GetLastError(), native);
 }
 
 FileError rename_no_replace(const std::u16string& from, const std::u16string& to) noexcept {
-    if (FileError error = ask_hook(FileOperation::rename, from); !error.ok()) return error;
+    if (FileError error = ask_file_hook(Operation::rename, from); !error.ok()) return error;
     return move_file(NativePath(from), NativePath(to), 0);
 }
 
 FileError rename_replace(const std::u16string& from, const std::u16string& to) noexcept {
-    if (FileError error = ask_hook(FileOperation::rename, from); !error.ok()) return error;
+    if (FileError error = ask_file_hook(Operation::rename, from); !error.ok()) return error;
     const NativePath old_name(from);
     const NativePath new_name(to);
     FileError error = move_file(old_name, new_name, MOVEFILE_REPLACE_EXISTING);
@@ -211,6 +217,7 @@ FileError rename_replace(const std::u16string& from, const std::u16string& to) n
 }
 
 FileError make_one_folder(const std::u16string& path) {
+    if (FileError error = ask_file_hook(Operation::make_folder, path); !error.ok()) return error;
     const NativePath native(path);
     if (CreateDirectoryW(native.get(), nullptr)) return {};
     const DWORD error = GetLastError();
@@ -219,6 +226,7 @@ FileError make_one_folder(const std::u16string& path) {
 
 // The rights of a folder are not all that decides, so a file is made for a moment.
 bool can_write_folder(const std::u16string& folder) {
+    if (ask_hook(Operation::inspect, folder) != 0) return false;
     const NativePath path(join_path(folder, u".vantlow-probe"));
     const Handle file(
         CreateFileW(path.get(), GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
@@ -227,12 +235,13 @@ bool can_write_folder(const std::u16string& folder) {
 }
 
 FileError sync_folder(const std::u16string& path) noexcept {
-    return ask_hook(FileOperation::flush, path);
+    return ask_file_hook(Operation::flush, path);
 }
 
 FileError list_files(const std::u16string& folder, std::u16string_view suffix,
                      std::vector<std::u16string>& names) {
     names.clear();
+    if (FileError error = ask_file_hook(Operation::list_folder, folder); !error.ok()) return error;
     const NativePath pattern(join_path(folder.empty() ? u"." : folder, u"*"));
     WIN32_FIND_DATAW entry{};
     HANDLE list = FindFirstFileExW(pattern.get(), FindExInfoBasic, &entry, FindExSearchNameMatch, nullptr, 0);

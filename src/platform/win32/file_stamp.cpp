@@ -1,5 +1,6 @@
 #include "platform/file_stamp.h"
 
+#include "platform/fault_hook.h"
 #include "platform/win32/native.h"
 
 namespace vantlow {
@@ -15,6 +16,7 @@ std::uint64_t joined(DWORD high, DWORD low) noexcept {
 }  // namespace
 
 FileStamp file_stamp(const std::u16string& path) noexcept {
+    if (ask_hook(Operation::inspect, path) != 0) return {};
     const DWORD share = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
     const Handle file(CreateFileW(NativePath(path).get(), FILE_READ_ATTRIBUTES, share, nullptr, OPEN_EXISTING,
                                   FILE_FLAG_BACKUP_SEMANTICS, nullptr));

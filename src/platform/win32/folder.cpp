@@ -2,12 +2,14 @@
 
 #include <memory>
 
+#include "platform/file_parts.h"
 #include "platform/win32/native.h"
 
 namespace vantlow {
 
 FileError list_folder(const std::u16string& folder, std::vector<FolderEntry>& entries) {
     entries.clear();
+    if (FileError error = ask_file_hook(Operation::list_folder, folder); !error.ok()) return error;
     const NativePath pattern(join_path(folder.empty() ? u"." : folder, u"*"));
     WIN32_FIND_DATAW found{};
     HANDLE list = FindFirstFileExW(pattern.get(), FindExInfoBasic, &found, FindExSearchNameMatch, nullptr, 0);

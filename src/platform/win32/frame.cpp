@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "base/text.h"
+#include "platform/fault_hook.h"
 #include "platform/stop.h"
 #include "platform/system_text.h"
 #include "platform/win32/native.h"
@@ -27,6 +28,8 @@ constexpr ULONG_PTR request_kind = 0x52574C56;  // "VLWR"
 constexpr ULONG_PTR answer_kind = 0x41574C56;   // "VLWA"
 constexpr std::size_t largest_message = 64U << 20U;
 constexpr UINT send_time_ms = 30000;
+// How often a stop is looked for where the system had no event for it.
+constexpr DWORD blind_step_ms = 50;
 constexpr UINT wm_work = WM_APP + 1;
 constexpr UINT_PTR first_timer = 1;
 
@@ -106,6 +109,10 @@ WindowFrame::~WindowFrame() {
 }
 
 bool WindowFrame::make(Role role, std::string& error) {
+    if (const int refused = ask_hook(Operation::listen); refused != 0) {
+        error = "The main frame cannot be made: " + system_text(refused);
+        return false;
+    }
     window_ = make_window(frame_class, nullptr, &procedure, this);
     // Without a desktop (a service) there are no top-level windows: who knows the address reaches it all the
     // same.
@@ -226,19 +233,25 @@ LRESULT CALLBACK Client::procedure(HWND window, UINT message, WPARAM first, LPAR
 
 FrameAnswer Client::ask(HWND frame, std::string_view request, const StopSource& stop) {
     DWORD process = 0;
+    if (ask_hook(Operation::connect) != 0) return {};
     if (window_ == nullptr || GetWindowThreadProcessId(frame, &process) == 0) return {};
     const Handle owner(OpenProcess(SYNCHRONIZE, FALSE, process));
     // The frame may bring its window to the front, which only who is in front may allow.
     AllowSetForegroundWindow(process);
     if (!send_data(frame, window_, request_kind, request)) return {};
     answer_.state = FrameAnswer::State::lost;
-    HANDLE handles[] = {reinterpret_cast<HANDLE>(stop.wake().native()), owner.get()};
-    const DWORD count = owner.is_valid() ? 2 : 1;
-    while (answer_.state == FrameAnswer::State::lost) {
-        const DWORD woken = MsgWaitForMultipleObjects(count, handles, FALSE, INFINITE, QS_ALLINPUT);
+    // The system may have had no event for the stop.
+    const bool blind = stop.wake().native() == -1;
+    HANDLE handles[2] = {};
+    DWORD count = 0;
+    if (!blind) handles[count++] = reinterpret_cast<HANDLE>(stop.wake().native());
+    if (owner.is_valid()) handles[count++] = owner.get();
+    while (answer_.state == FrameAnswer::State::lost && !stop.requested()) {
+        const DWORD woken =
+            MsgWaitForMultipleObjects(count, handles, FALSE, blind ? blind_step_ms : INFINITE, QS_ALLINPUT);
         MSG message{};
         while (PeekMessageW(&message, nullptr, 0, 0, PM_REMOVE)) DispatchMessageW(&message);
-        if (woken != WAIT_OBJECT_0 + count) break;
+        if (woken != WAIT_OBJECT_0 + count && woken != WAIT_TIMEOUT) break;
     }
     return std::move(answer_);
 }

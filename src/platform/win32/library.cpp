@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "base/text.h"
+#include "platform/fault_hook.h"
 #include "platform/win32/native.h"
 
 namespace vantlow {
@@ -42,14 +43,15 @@ Library::~Library() {
 
 bool Library::load(const std::u16string& path) noexcept {
     // A bare name would be looked for in the system's folders.
-    HMODULE loaded = is_full_path(path) ? load_module(path) : nullptr;
+    const bool may_load = is_full_path(path) && ask_hook(Operation::load_library, path) == 0;
+    HMODULE loaded = may_load ? load_module(path) : nullptr;
     if (native_ != nullptr) FreeLibrary(module_of(native_));
     native_ = loaded;
     return loaded != nullptr;
 }
 
 void* Library::find(const char* operation) const noexcept {
-    if (native_ == nullptr) return nullptr;
+    if (native_ == nullptr || ask_hook(Operation::find_operation, to_utf16(operation)) != 0) return nullptr;
     return reinterpret_cast<void*>(GetProcAddress(module_of(native_), operation));
 }
 

@@ -1,6 +1,7 @@
 #include "platform/name_functions.h"
 
 #include "base/text.h"
+#include "platform/fault_hook.h"
 #include "platform/net_headers.h"
 #include "platform/resolve_error.h"
 #include "platform/system_text.h"
@@ -15,8 +16,11 @@ void* find_in_system(std::string_view library, const char* operation) {
     const UINT length = GetSystemDirectoryW(folder, MAX_PATH);
     if (length == 0 || length >= MAX_PATH) return nullptr;
     const std::u16string path = from_wide({folder, length}) + u"\\" + to_utf16(library);
+    if (ask_hook(Operation::load_library, path) != 0) return nullptr;
     HMODULE module = LoadLibraryW(wide(path));
-    return module == nullptr ? nullptr : reinterpret_cast<void*>(GetProcAddress(module, operation));
+    return module == nullptr || ask_hook(Operation::find_operation, to_utf16(operation)) != 0
+               ? nullptr
+               : reinterpret_cast<void*>(GetProcAddress(module, operation));
 }
 
 }  // namespace

@@ -2,14 +2,14 @@
 
 #include <span>
 
-#include "platform/file_hook.h"
+#include "platform/file_parts.h"
 #include "platform/win32/native.h"
 
 namespace vantlow {
 
 FileError mark_origin(const std::u16string& path, const FileOrigin& origin) {
     const std::string text = zone_identifier(origin);
-    FileError error = ask_hook(FileOperation::mark, path, 0, static_cast<std::int64_t>(text.size()));
+    FileError error = ask_file_hook(Operation::mark, path, 0, static_cast<std::int64_t>(text.size()));
     if (!error.ok() || !can_bear_mark(path)) return error;
     File stream;
     // With its folder: "a:Zone.Identifier" would be a file on drive A.

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "base/text.h"
+#include "platform/fault_hook.h"
 #include "platform/win32/native.h"
 
 namespace vantlow {
@@ -19,6 +20,8 @@ class RegistryKey {
   public:
     /// Opens a key of the current user; `error` says how that went.
     RegistryKey(const std::u16string& path, REGSAM access, bool create, LSTATUS& error) {
+        error = ask_hook(create ? Operation::write_setting : Operation::read_setting, path);
+        if (error != ERROR_SUCCESS) return;
         error = create ? RegCreateKeyExW(HKEY_CURRENT_USER, wide(path), 0, nullptr, 0, access, nullptr, &key_,
                                          nullptr)
                        : RegOpenKeyExW(HKEY_CURRENT_USER, wide(path), 0, access, &key_);
@@ -68,6 +71,7 @@ std::optional<std::u16string> text_of(DWORD type, const std::vector<std::byte>& 
 }
 
 std::optional<std::u16string> query(HKEY key, const std::u16string& name) {
+    if (ask_hook(Operation::read_setting, name) != 0) return std::nullopt;
     std::vector<std::byte> data(512);
     for (;;) {
         DWORD type = 0;
@@ -155,7 +159,8 @@ FileError RegistrySettings::write(std::u16string_view section, std::u16string_vi
     const std::u16string text(value.substr(0, value.find(u'\0')));
     const auto* bytes = reinterpret_cast<const BYTE*>(text.c_str());
     const auto size = static_cast<DWORD>((text.size() + 1) * sizeof(char16_t));
-    error = RegSetValueExW(opened.get(), wide(name), 0, REG_SZ, bytes, size);
+    error = ask_hook(Operation::write_setting, key);
+    if (error == ERROR_SUCCESS) error = RegSetValueExW(opened.get(), wide(name), 0, REG_SZ, bytes, size);
     stamps_ = take_stamps();
     return file_error(static_cast<DWORD>(error));
 }
@@ -165,6 +170,7 @@ FileError RegistrySettings::erase(std::u16string_view section, std::u16string_vi
     const std::lock_guard own(mutex_);
     LSTATUS error = ERROR_SUCCESS;
     const RegistryKey opened(section_path(section), KEY_SET_VALUE, false, error);
+    if (error == ERROR_SUCCESS) error = ask_hook(Operation::write_setting, key);
     if (error == ERROR_SUCCESS) error = RegDeleteValueW(opened.get(), wide(std::u16string(key)));
     stamps_ = take_stamps();
     return error == ERROR_FILE_NOT_FOUND ? FileError{} : file_error(static_cast<DWORD>(error));

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "platform/deadline.h"
+#include "platform/fault_hook.h"
 #include "platform/net_headers.h"
 #include "platform/system_text.h"
 #include "platform/win32/native.h"
@@ -46,6 +47,7 @@ bool make_non_blocking(SOCKET socket) noexcept {
 
 template <class Query>
 std::optional<SocketAddress> ask_address(std::intptr_t native, Query query) {
+    if (ask_hook(Operation::own_address) != 0) return std::nullopt;
     sockaddr_storage storage{};
     int size = sizeof storage;
     if (query(socket_of(native), reinterpret_cast<sockaddr*>(&storage), &size) != 0) return std::nullopt;
@@ -75,6 +77,10 @@ struct SocketWaiter {
 
     /// A stream socket of the address's kind, ready for use.
     static TcpSocket make(const SocketAddress& kind) noexcept {
+        if (const int error = ask_hook(Operation::make_socket); error != 0) {
+            WSASetLastError(error);
+            return TcpSocket();
+        }
         const DWORD flags = WSA_FLAG_OVERLAPPED | WSA_FLAG_NO_HANDLE_INHERIT;
         const int family = kind.is_ipv6() ? AF_INET6 : AF_INET;
         const SOCKET made = WSASocketW(family, SOCK_STREAM, IPPROTO_TCP, nullptr, 0, flags);
@@ -171,6 +177,7 @@ Outcome<TcpSocket> TcpSocket::begin_connect(const SocketAddress& to) {
     TcpSocket socket = SocketWaiter::make(to);
     if (!socket.is_open()) return failure(WSAGetLastError());
     socket.set_no_delay();
+    if (const int error = ask_hook(Operation::connect); error != 0) return failure(error);
     const auto* address = static_cast<const sockaddr*>(to.data());
     if (connect(socket_of(socket.native_), address, static_cast<int>(to.size())) != 0) {
         if (const int error = WSAGetLastError(); error != WSAEWOULDBLOCK) return failure(error);
@@ -180,7 +187,8 @@ Outcome<TcpSocket> TcpSocket::begin_connect(const SocketAddress& to) {
 
 int TcpSocket::connect_error() const noexcept {
     if (event_error_ != 0) return event_error_;
-    int error = 0;
+    int error = ask_hook(Operation::connect_end);
+    if (error != 0) return error;
     int size = sizeof error;
     const int result =
         getsockopt(socket_of(native_), SOL_SOCKET, SO_ERROR, reinterpret_cast<char*>(&error), &size);
@@ -189,6 +197,7 @@ int TcpSocket::connect_error() const noexcept {
 
 IoStep TcpSocket::read(std::span<std::byte> into) noexcept {
     if (into.empty()) return {IoStep::State::moved, 0, 0};
+    if (const int error = ask_hook(Operation::receive); error != 0) return {IoStep::State::failed, 0, error};
     const int count =
         recv(socket_of(native_), reinterpret_cast<char*>(into.data()), length_of(into.size()), 0);
     if (count > 0) return {IoStep::State::moved, static_cast<std::size_t>(count), 0};
@@ -196,6 +205,7 @@ IoStep TcpSocket::read(std::span<std::byte> into) noexcept {
 }
 
 IoStep TcpSocket::write(std::span<const std::byte> from) noexcept {
+    if (const int error = ask_hook(Operation::send); error != 0) return {IoStep::State::failed, 0, error};
     const auto* bytes = reinterpret_cast<const char*>(from.data());
     const int count = send(socket_of(native_), bytes, length_of(from.size()), 0);
     if (count >= 0) return {IoStep::State::moved, static_cast<std::size_t>(count), 0};
@@ -203,6 +213,7 @@ IoStep TcpSocket::write(std::span<const std::byte> from) noexcept {
 }
 
 bool TcpSocket::is_quiet() noexcept {
+    if (ask_hook(Operation::receive) != 0) return false;
     char byte = 0;
     const int count = recv(socket_of(native_), &byte, 1, MSG_PEEK);
     return count < 0 && WSAGetLastError() == WSAEWOULDBLOCK;
@@ -286,7 +297,7 @@ bool SocketWaiter::look(std::span<SocketWait> sockets) noexcept {
 
 Ready SocketWaiter::wait(std::span<SocketWait> sockets, std::chrono::milliseconds at_most,
                          const StopSource& stop) {
-    if (sockets.size() > most_sockets) return Ready::failed;
+    if (sockets.size() > most_sockets || ask_hook(Operation::wait) != 0) return Ready::failed;
     const bool has_stop_event = stop.wake().native() != -1;
     bool blind = !has_stop_event;
     WSAEVENT events[most_sockets + 1];
@@ -336,6 +347,7 @@ Outcome<TcpListener> TcpListener::listen(const SocketAddress& at, int backlog) {
     TcpListener listener;
     listener.socket_ = SocketWaiter::make(at);
     if (!listener.socket_.is_open()) return failure(WSAGetLastError());
+    if (const int error = ask_hook(Operation::listen); error != 0) return failure(error);
     const SOCKET native = SocketWaiter::native(listener.socket_);
     // Nobody else may listen at the same port, which the system would allow.
     set_option(static_cast<std::intptr_t>(native), SOL_SOCKET, SO_EXCLUSIVEADDRUSE, 1);
@@ -353,6 +365,7 @@ Outcome<TcpSocket> TcpListener::accept(std::chrono::milliseconds at_most, const 
         if (ready == Ready::stopped) return Code::stopped;
         if (ready == Ready::timeout) return Result(Code::transient, "Nobody connected.");
         if (ready == Ready::failed || !socket_.is_open()) return failure(WSAENOTSOCK);
+        if (const int error = ask_hook(Operation::accept); error != 0) return failure(error);
         const SOCKET accepted = ::accept(SocketWaiter::native(socket_), nullptr, nullptr);
         if (accepted == INVALID_SOCKET) {
             if (const int error = WSAGetLastError(); !is_passing_accept_error(error)) return failure(error);

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "platform/deadline.h"
+#include "platform/fault_hook.h"
 #include "platform/net_headers.h"
 #include "platform/win32/native.h"
 
@@ -63,6 +64,7 @@ void UdpSocket::close() noexcept {
 
 Outcome<UdpSocket> UdpSocket::make(const SocketAddress& kind) {
     if (kind.size() == 0) return failure(WSAEAFNOSUPPORT);
+    if (const int error = ask_hook(Operation::make_socket); error != 0) return failure(error);
     const int family = kind.is_ipv6() ? AF_INET6 : AF_INET;
     const SOCKET made = WSASocketW(family, SOCK_DGRAM, IPPROTO_UDP, nullptr, 0,
                                    WSA_FLAG_OVERLAPPED | WSA_FLAG_NO_HANDLE_INHERIT);
@@ -79,6 +81,7 @@ Outcome<UdpSocket> UdpSocket::make(const SocketAddress& kind) {
 Outcome<UdpSocket> UdpSocket::connect(const SocketAddress& to) {
     auto socket = make(to);
     if (!socket.ok()) return socket;
+    if (const int error = ask_hook(Operation::connect); error != 0) return failure(error);
     const auto* address = static_cast<const sockaddr*>(to.data());
     if (::connect(socket_of(socket->native_), address, static_cast<int>(to.size())) != 0)
         return failure(WSAGetLastError());
@@ -88,6 +91,7 @@ Outcome<UdpSocket> UdpSocket::connect(const SocketAddress& to) {
 Outcome<UdpSocket> UdpSocket::bind(const SocketAddress& at) {
     auto socket = make(at);
     if (!socket.ok()) return socket;
+    if (const int error = ask_hook(Operation::listen); error != 0) return failure(error);
     const auto* address = static_cast<const sockaddr*>(at.data());
     if (::bind(socket_of(socket->native_), address, static_cast<int>(at.size())) != 0)
         return failure(WSAGetLastError());
@@ -95,6 +99,7 @@ Outcome<UdpSocket> UdpSocket::bind(const SocketAddress& at) {
 }
 
 IoStep UdpSocket::send(std::span<const std::byte> datagram) noexcept {
+    if (const int error = ask_hook(Operation::send); error != 0) return {IoStep::State::failed, 0, error};
     const int count = ::send(socket_of(native_), reinterpret_cast<const char*>(datagram.data()),
                              length_of(datagram.size()), 0);
     return count >= 0 ? IoStep{IoStep::State::moved, static_cast<std::size_t>(count), 0} : failed_step();
@@ -106,6 +111,7 @@ IoStep UdpSocket::receive(std::span<std::byte> into) noexcept {
 }
 
 IoStep UdpSocket::send_to(std::span<const std::byte> datagram, const SocketAddress& to) noexcept {
+    if (const int error = ask_hook(Operation::send); error != 0) return {IoStep::State::failed, 0, error};
     const int count =
         sendto(socket_of(native_), reinterpret_cast<const char*>(datagram.data()), length_of(datagram.size()),
                0, static_cast<const sockaddr*>(to.data()), static_cast<int>(to.size()));
@@ -113,6 +119,7 @@ IoStep UdpSocket::send_to(std::span<const std::byte> datagram, const SocketAddre
 }
 
 IoStep UdpSocket::receive_from(std::span<std::byte> into, SocketAddress& from) noexcept {
+    if (const int error = ask_hook(Operation::receive); error != 0) return {IoStep::State::failed, 0, error};
     sockaddr_storage storage{};
     int size = sizeof storage;
     const int count = recvfrom(socket_of(native_), reinterpret_cast<char*>(into.data()),
@@ -125,6 +132,7 @@ IoStep UdpSocket::receive_from(std::span<std::byte> into, SocketAddress& from) n
 }
 
 Ready UdpSocket::wait(std::chrono::milliseconds at_most, const StopSource& stop) noexcept {
+    if (ask_hook(Operation::wait) != 0) return Ready::failed;
     const bool blind = stop.wake().native() == -1;
     WSAEVENT events[2] = {reinterpret_cast<WSAEVENT>(event_),
                           blind ? nullptr : reinterpret_cast<WSAEVENT>(stop.wake().native())};
@@ -145,6 +153,7 @@ Ready UdpSocket::wait(std::chrono::milliseconds at_most, const StopSource& stop)
 }
 
 std::optional<SocketAddress> UdpSocket::local_address() const {
+    if (ask_hook(Operation::own_address) != 0) return std::nullopt;
     sockaddr_storage storage{};
     int size = sizeof storage;
     if (getsockname(socket_of(native_), reinterpret_cast<sockaddr*>(&storage), &size) != 0)

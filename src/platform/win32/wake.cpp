@@ -4,6 +4,7 @@
 #include <thread>
 
 #include "platform/deadline.h"
+#include "platform/fault_hook.h"
 #include "platform/win32/native.h"
 
 namespace vantlow {
@@ -16,6 +17,7 @@ HANDLE handle(std::intptr_t native) noexcept {
 }
 
 std::intptr_t make_event() noexcept {
+    if (ask_hook(Operation::make_event) != 0) return -1;
     HANDLE made = CreateEventW(nullptr, TRUE, FALSE, nullptr);
     return made == nullptr ? -1 : reinterpret_cast<std::intptr_t>(made);
 }

@@ -1,6 +1,7 @@
 #include "transfer/connection/resolver.h"
 
 #include "base/string_table.h"
+#include "platform/thread.h"
 
 namespace vantlow {
 namespace {
@@ -44,7 +45,15 @@ std::shared_ptr<Resolver::Question> Resolver::ask(const Key& key) {
     questions_[key] = question;
     waiting_.push_back(key);
     if (busy_ + waiting_.size() > threads_.size() && threads_.size() < most_threads) {
-        threads_.emplace_back([this] { work(); });
+        std::thread thread;
+        const Result started = start_thread(thread, [this] { work(); });
+        if (started.ok()) threads_.push_back(std::move(thread));
+        if (threads_.empty()) {
+            waiting_.pop_back();
+            question->answered = true;
+            question->answer.error = started.system_error;
+            question->answer.text = started.message();
+        }
     }
     return question;
 }

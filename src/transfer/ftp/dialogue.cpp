@@ -104,8 +104,11 @@ Result ftp_restart_at(FtpChannel& channel, const FtpPlan& plan, FtpSession& sess
     file.granted = 0;
     file.can_restart = session.can_restart.value_or(false);
     const bool known = session.can_restart.has_value();
-    // At zero it is asked to learn whether the server can restart at all.
-    if (plan.text_mode || (known && (offset == 0 || !file.can_restart))) return {};
+    // At zero it is asked to learn whether the server can restart at all, and to take back what was said for
+    // an earlier file: some servers go by it until they are told something else.
+    const bool is_said = offset == 0 && session.restart_said == 0;
+    if (plan.text_mode || (known && (is_said || !file.can_restart))) return {};
+    session.restart_said = offset;
     FtpReply reply;
     Result result = channel.ask("REST " + std::to_string(offset), reply, from_now(plan.connect.timeout));
     if (!result.ok()) return result;

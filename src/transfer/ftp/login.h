@@ -13,6 +13,7 @@ struct FtpSession {
     bool compressed = false;          ///< MODE Z is on
     char type = 0;                    ///< of the last TYPE command
     std::optional<bool> can_restart;  ///< whether REST was taken
+    std::int64_t restart_said = 0;    ///< with the last REST
     std::string tls_session;          ///< what its data connections resume; empty: in the clear
     // Not to be asked again.
     bool no_pasv = false;

@@ -5,6 +5,7 @@
 #include "base/codes.h"
 #include "base/string_table.h"
 #include "base/text.h"
+#include "platform/thread.h"
 #include "transfer/http/head.h"
 
 namespace vantlow {
@@ -115,8 +116,8 @@ CValidateThread::CValidateThread(ConnectionServices& services, LogSink& log, con
                                  ValidatePlan plan, std::function<void(std::size_t, const ProxyTest&)> tested)
     : services_(services), log_(log), stop_(stop), plan_(std::move(plan)), tested_(std::move(tested)) {}
 
-void CValidateThread::start() {
-    thread_ = std::thread([this] { run(); });
+Result CValidateThread::start() {
+    return start_thread(thread_, [this] { run(); });
 }
 
 void CValidateThread::join() {

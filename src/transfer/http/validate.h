@@ -39,7 +39,8 @@ class CValidateThread {
     CValidateThread(const CValidateThread&) = delete;
     CValidateThread& operator=(const CValidateThread&) = delete;
 
-    void start();
+    /// Fails where the system gives no further thread.
+    Result start();
     void join();
 
   private:

@@ -49,8 +49,19 @@ CTransferMainThread::~CTransferMainThread() {
     join();
 }
 
-void CTransferMainThread::start() {
-    services_.threads.start(thread_, [this] { run(); });
+Result CTransferMainThread::start() {
+    return services_.threads.start(thread_, [this] { run(); });
+}
+
+void CTransferMainThread::end_unstarted(const Result& why) {
+    log_.line(Direction::error, why.message());
+    {
+        const std::lock_guard guard(lock_);
+        job_.result = why.code;
+        job_.state = JobState::failed;
+    }
+    outcome_.result = why;
+    on_end_();
 }
 
 void CTransferMainThread::join() {
@@ -189,8 +200,8 @@ Result CTransferMainThread::fetch_missing() {
         wait_for_news(until);
         if (stop_.requested()) return stop_.reason();
         if (auto result = look()) return *result;
-        // The first connection may have ended without a word about the size.
-        if (subs_.empty() && mirrors_.are_several()) start_one();
+        // The first connection may have ended without a word about the size, or had no thread a moment ago.
+        if (subs_.empty() && (mirrors_.are_several() || no_thread_left_)) start_one();
         grow();
         replace_slow();
         if (auto result = idle_end()) return *result;
@@ -352,9 +363,27 @@ bool CTransferMainThread::start_with(int mirror) {
         const std::lock_guard guard(lock_);
         ++mirrors_.at(mirror).connections;
     }
+    const Result started = sub->start();
+    no_thread_left_ = !started.ok();
+    if (!started.ok()) {
+        not_started(*sub, started);
+        return false;
+    }
     subs_.push_back(std::move(sub));
-    subs_.back()->start();
     return true;
+}
+
+// The others go on with its part. No news, which would have it tried again at once.
+void CTransferMainThread::not_started(CTransferSubThread& sub, const Result& why) {
+    {
+        const std::lock_guard guard(lock_);
+        --mirrors_.at(sub.mirror).connections;
+        sub.segment->worker = nullptr;
+        sub.segment = nullptr;
+    }
+    const std::lock_guard guard(mutex_);
+    --attached_;
+    last_failure_ = why;
 }
 
 // Adds connections once the size is known: one until the server has shown that it answers ranges, then as

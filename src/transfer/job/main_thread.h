@@ -59,7 +59,10 @@ class CTransferMainThread : private SubThreadHost, private WrittenListener {
     CTransferMainThread(const CTransferMainThread&) = delete;
     CTransferMainThread& operator=(const CTransferMainThread&) = delete;
 
-    void start();
+    /// Fails where the system gives no further thread; the job then stays as it was.
+    Result start();
+    /// Ends a job that could not be started.
+    void end_unstarted(const Result& why);
     /// Asks the job to end; its positions are kept. Any thread.
     void stop() noexcept { stop_.request(); }
     void join();
@@ -106,6 +109,7 @@ class CTransferMainThread : private SubThreadHost, private WrittenListener {
     void grow();
     bool start_one();
     bool start_with(int mirror);
+    void not_started(CTransferSubThread& sub, const Result& why);
     void replace_slow();
     void forget_state();
     void remove_state(const std::u16string& path);
@@ -220,8 +224,9 @@ class CTransferMainThread : private SubThreadHost, private WrittenListener {
     std::atomic<std::int64_t> received_{0};
     std::atomic<std::int64_t> best_speed_{0};  ///< of the segments that were finished, bytes per second
     int restarts_ = 0;                         ///< the main thread's
-    bool hash_matches_ = true;                 ///< of the whole file; the main thread's
-    int replaced_ = 0;                         ///< slow connections replaced; the main thread's
+    bool no_thread_left_ = false;  ///< for the connection that was started last; the main thread's
+    bool hash_matches_ = true;     ///< of the whole file; the main thread's
+    int replaced_ = 0;             ///< slow connections replaced; the main thread's
 
     ThreadPool::Running thread_;  ///< last
 };

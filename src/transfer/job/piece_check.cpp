@@ -17,18 +17,18 @@ PieceCheck::PieceCheck(const PieceHashes& hashes, std::int64_t size, CLocalFile&
     : hashes_(hashes), size_(size), file_(file), threads_(threads), stop_(stop), report_(std::move(report)) {}
 
 void PieceCheck::add(std::size_t piece) {
-    bool first = false;
+    Result started;
     {
         const std::lock_guard guard(mutex_);
         if (ending_) return;
         waiting_.push_back(piece);
-        first = !std::exchange(started_, true);
+        if (!started_) started = threads_.start(thread_, [this] { run(); });
+        started_ = started.ok();
+        if (!started_) waiting_.clear();
     }
-    if (first) {
-        threads_.start(thread_, [this] { run(); });
-    } else {
-        news_.notify_all();
-    }
+    news_.notify_all();
+    if (!started.ok())
+        report_(piece, {Code::local_file, "The pieces cannot be checked. " + started.message()});
 }
 
 void PieceCheck::reset() {

@@ -7,8 +7,8 @@
 #include <functional>
 #include <mutex>
 
-#include "base/thread_pool.h"
 #include "platform/stop.h"
+#include "platform/thread_pool.h"
 #include "store/job_sources.h"
 #include "transfer/job/local_file.h"
 

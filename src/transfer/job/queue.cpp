@@ -17,25 +17,32 @@ std::vector<CJobQueue::Id> CJobQueue::start_waiting() {
     std::vector<Id> started;
     const auto most = static_cast<std::size_t>(services_.settings.number(setting::max_jobs));
     while (!waiting_.empty() && running_.size() < most && !services_.stop.requested()) {
-        Waiting next = std::move(waiting_.front());
-        waiting_.pop_front();
+        Waiting& next = waiting_.front();
         auto running = std::make_unique<Running>();
         running->job = std::move(next.job);
-        running->log = std::make_unique<CJobLog>(std::move(next.listener));
+        running->log = std::make_unique<CJobLog>(next.listener);
         running->node.job = running->job.get();
         running->node.started = static_cast<std::int64_t>(std::time(nullptr));
         const Id id = next.id;
-        running->thread = std::make_unique<CTransferMainThread>(
-            *running->job, services_, std::move(next.options), *running->log, [this, id] {
-                {
-                    const std::lock_guard guard(mutex_);
-                    ended_.push_back(id);
-                }
-                changed_.notify_all();
-                if (on_end_) on_end_();
-            });
-        running->thread->start();
+        running->thread = std::make_unique<CTransferMainThread>(*running->job, services_, next.options,
+                                                                *running->log, [this, id] {
+                                                                    {
+                                                                        const std::lock_guard guard(mutex_);
+                                                                        ended_.push_back(id);
+                                                                    }
+                                                                    changed_.notify_all();
+                                                                    if (on_end_) on_end_();
+                                                                });
+        const Result began = running->thread->start();
+        if (!began.ok() && !running_.empty()) {
+            // A thread is free at the latest when one of these ends.
+            running->thread.reset();
+            next.job = std::move(running->job);
+            break;
+        }
+        if (!began.ok()) running->thread->end_unstarted(began);
         running_.emplace(id, std::move(running));
+        waiting_.pop_front();
         started.push_back(id);
     }
     return started;

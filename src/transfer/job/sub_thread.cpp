@@ -33,8 +33,8 @@ CTransferSubThread::~CTransferSubThread() {
     tools_.services.sets.transfers.remove(node_);
 }
 
-void CTransferSubThread::start() {
-    tools_.threads.start(thread_, [this] { run(); });
+Result CTransferSubThread::start() {
+    return tools_.threads.start(thread_, [this] { run(); });
 }
 
 void CTransferSubThread::join() {

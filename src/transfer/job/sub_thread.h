@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "base/buffer.h"
-#include "base/thread_pool.h"
+#include "platform/thread_pool.h"
 #include "store/job.h"
 #include "transfer/job/local_file.h"
 #include "transfer/job/source.h"
@@ -87,7 +87,8 @@ class CTransferSubThread {
     CTransferSubThread(const CTransferSubThread&) = delete;
     CTransferSubThread& operator=(const CTransferSubThread&) = delete;
 
-    void start();
+    /// Fails where the system gives no further thread.
+    Result start();
     /// Ends this connection only; what it received is kept and its segment becomes idle.
     void retire() noexcept { stop_.request(Code::handed_over); }
     [[nodiscard]] bool is_retired() const noexcept { return stop_.requested(); }

@@ -252,7 +252,12 @@ void fetch_issuers(const CERT_CONTEXT* certificate) noexcept {
 
 bool Errands::run(std::function<void()> work, const std::function<bool()>& interrupted) {
     constexpr std::chrono::milliseconds step{50};
-    std::future<void> done = std::async(std::launch::async, std::move(work));
+    std::future<void> done;
+    try {
+        done = std::async(std::launch::async, std::move(work));
+    } catch (const std::system_error&) {
+        return true;  // no thread left for it: what is here already has to do
+    }
     while (done.wait_for(step) != std::future_status::ready) {
         if (!interrupted()) continue;
         const std::lock_guard guard(mutex_);

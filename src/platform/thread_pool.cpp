@@ -1,6 +1,8 @@
-#include "base/thread_pool.h"
+#include "platform/thread_pool.h"
 
 #include <utility>
+
+#include "platform/thread.h"
 
 namespace vantlow {
 
@@ -22,7 +24,7 @@ void ThreadPool::Running::join() {
     work_.reset();
 }
 
-void ThreadPool::start(Running& running, std::function<void()> work) {
+Result ThreadPool::start(Running& running, std::function<void()> work) {
     running.join();
     running.pool_ = this;
     running.work_ = std::make_shared<Running::Work>();
@@ -34,14 +36,19 @@ void ThreadPool::start(Running& running, std::function<void()> work) {
             workers_.push_back(std::make_unique<Worker>());
             worker = workers_.back().get();
             worker->next = running.work_;
-            worker->thread = std::thread([this, worker] { serve(*worker); });
-            return;
+            Result started = start_thread(worker->thread, [this, worker] { serve(*worker); });
+            if (!started.ok()) {
+                workers_.pop_back();
+                running.work_.reset();
+            }
+            return started;
         }
         worker = idle_.back();
         idle_.pop_back();
         worker->next = running.work_;
     }
     worker->woken.notify_one();  // outside the lock, which it would only wake up to wait for
+    return {};
 }
 
 void ThreadPool::serve(Worker& worker) {

@@ -1,4 +1,4 @@
-#include "base/thread_pool.h"
+#include "platform/thread_pool.h"
 
 #include <gtest/gtest.h>
 

@@ -8,6 +8,8 @@
 #include <thread>
 #include <vector>
 
+#include "base/result.h"
+
 namespace vantlow {
 
 /// Keeps the threads that have nothing to do for the next piece of work. Any thread may call. Outlives
@@ -41,8 +43,9 @@ class ThreadPool {
         std::shared_ptr<Work> work_;
     };
 
-    /// Begins the work on an idle thread, or on a new one: it never waits for other work.
-    void start(Running& running, std::function<void()> work);
+    /// Begins the work on an idle thread, or on a new one: it never waits for other work. Fails where the
+    /// system gives no further thread; nothing runs then.
+    Result start(Running& running, std::function<void()> work);
 
   private:
     struct Worker {

@@ -1,0 +1,28 @@
+#include "app/program.h"
+
+#include "app/command_line.h"
+#include "app/dispatch.h"
+#include "platform/console.h"
+
+namespace vantlow {
+
+Exit run_program(const std::vector<std::string>& words) {
+    const Command command = parse_command_line(words);
+    if (!command.run) {
+        write_stream(command.status == Exit::done ? Stream::output : Stream::error, command.text);
+        return command.status;
+    }
+    CFerrywellApp app;
+    std::string error;
+    if (!app.start({command.global.settings_file, command.global.data_folder}, error)) {
+        write_stream(Stream::error, "vantlow: " + error + "\n");
+        return Exit::failed;
+    }
+    if (const Complaint complaint = apply_overrides(command.global, app.settings())) {
+        write_stream(Stream::error, "vantlow: " + *complaint + "\n");
+        return Exit::usage;
+    }
+    return run_command(app, command, words);
+}
+
+}  // namespace vantlow

@@ -1,0 +1,74 @@
+// What tests put between this folder and the operating system.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <string_view>
+
+namespace vantlow {
+
+/// What is about to be asked of the system.
+enum class Operation {
+    // Files and folders. The name is the path as the caller gave it.
+    open,
+    read,
+    write,
+    resize,
+    flush,
+    lock,
+    size,
+    remove,
+    rename,
+    mark,     ///< as fetched from the internet
+    inspect,  ///< what stands under a name, when it was changed, whether it may be written
+    make_folder,
+    list_folder,
+    // Sockets, TCP and UDP alike, and the frame's.
+    make_socket,
+    connect,
+    connect_end,  ///< what became of a connect
+    listen,       ///< binding too
+    accept,
+    receive,
+    send,
+    wait,
+    own_address,  ///< the addresses of a socket's two ends
+    // The rest.
+    resolve,         ///< the name is the host
+    make_event,      ///< what wakes waits
+    start_thread,    ///< fails with a number of <cerrno> on every system
+    load_library,    ///< the name is the path
+    find_operation,  ///< in a loaded library
+    read_setting,    ///< in the system's own store, where it has one; the name is the key
+    write_setting,
+    last = write_setting
+};
+
+/// Asked before each operation, with what it is called by (empty where only a handle is known), and for files
+/// with offset and length. Called from any thread. For tests: the program itself sets none.
+class FaultHook {
+  public:
+    FaultHook() = default;
+    FaultHook(const FaultHook&) = delete;
+    FaultHook& operator=(const FaultHook&) = delete;
+    virtual ~FaultHook() = default;
+    /// 0 to go on; else nothing is done, and this number of the system is what it failed with.
+    virtual int before(Operation operation, std::u16string_view name, std::int64_t offset,
+                       std::int64_t length) noexcept = 0;
+};
+
+/// One hook at a time; null for none. It outlives every thread that may be in the middle of asking it.
+void set_fault_hook(FaultHook* hook) noexcept;
+
+extern std::atomic<FaultHook*> current_fault_hook;
+
+/// The hook's answer; without a hook one load.
+inline int ask_hook(Operation operation, std::u16string_view name = {}, std::int64_t offset = 0,
+                    std::int64_t length = 0) noexcept {
+    FaultHook* const hook = current_fault_hook.load(std::memory_order_acquire);
+    if (hook == nullptr) [[likely]]
+        return 0;
+    return hook->before(operation, name, offset, length);
+}
+
+}  // namespace vantlow

@@ -1,0 +1,314 @@
+#include "torture/torment.h"
+
+#include <atomic>
+#include <cerrno>
+#include <condition_variable>
+#include <cstdlib>
+#include <filesystem>
+#include <iostream>
+#include <mutex>
+#include <optional>
+#include <set>
+#include <system_error>
+#include <thread>
+
+#include "app/program.h"
+#include "base/text.h"
+#include "platform/console_capture.h"
+#include "platform/process.h"
+#include "platform/resolve_error.h"
+#include "platform/system_text.h"
+#include "support/fault_hook.h"
+
+namespace vantlow::test {
+namespace {
+
+using std::chrono::seconds;
+
+constexpr std::size_t operation_count = static_cast<std::size_t>(Operation::last) + 1;
+constexpr std::array<const char*, operation_count> operation_names{
+    "open",         "read",           "write",        "resize",       "flush",       "lock",
+    "size",         "remove",         "rename",       "inspect",      "make_folder", "list_folder",
+    "make_socket",  "connect",        "connect_end",  "listen",       "accept",      "receive",
+    "send",         "wait",           "own_address",  "resolve",      "make_event",  "start_thread",
+    "load_library", "find_operation", "read_setting", "write_setting"};
+
+using Counts = std::array<int, operation_count>;
+
+// How many of a kind fail, one a run: all of the first, then some of the rest.
+struct Sample {
+    int first;
+    int spread;
+};
+
+Sample sample() {
+    // Everything is slower by far under Wine.
+    return path_separator() == u'\\' ? Sample{4, 3} : Sample{40, 12};
+}
+
+// What operations of that kind really fail with; the n-th one decides which of several.
+int number_for(Operation operation, int n) {
+    const bool odd = n % 2 != 0;
+    switch (operation) {
+        case Operation::write:
+        case Operation::resize:
+        case Operation::make_folder:
+            return error_number(odd ? FileFault::no_space : FileFault::other);
+        case Operation::open:
+            return error_number(odd ? FileFault::access : FileFault::other);
+        case Operation::lock:
+        case Operation::remove:
+        case Operation::rename:
+        case Operation::inspect:
+        case Operation::list_folder:
+        case Operation::read_setting:
+        case Operation::write_setting:
+            return error_number(FileFault::access);
+        case Operation::read:
+        case Operation::flush:
+        case Operation::size:
+            return error_number(FileFault::other);
+        case Operation::make_socket:
+        case Operation::listen:
+        case Operation::accept:
+        case Operation::wait:
+        case Operation::own_address:
+            return error_number(SocketFault::no_descriptors);
+        case Operation::connect:
+            return error_number(odd ? SocketFault::unreachable : SocketFault::no_descriptors);
+        case Operation::connect_end:
+            return error_number(odd ? SocketFault::refused : SocketFault::timed_out);
+        case Operation::receive:
+        case Operation::send:
+            return error_number(odd ? SocketFault::reset : SocketFault::timed_out);
+        case Operation::resolve:
+            return name_error_number();
+        case Operation::start_thread:
+            return EAGAIN;
+        case Operation::make_event:
+        case Operation::load_library:
+        case Operation::find_operation:
+            break;
+    }
+    return error_number(FileFault::not_found);
+}
+
+// The system's words for it.
+std::string reason_of(Operation operation, int number) {
+    if (operation == Operation::resolve) return name_error_text(number);
+    if (operation == Operation::start_thread) return std::generic_category().message(number);
+    return system_text(number);
+}
+
+// Operations whose answer has no room for a reason: yes or no, there or not.
+bool has_reason(Operation operation) {
+    static const std::set<Operation> without{
+        Operation::lock,        Operation::size,       Operation::inspect,      Operation::wait,
+        Operation::own_address, Operation::make_event, Operation::load_library, Operation::find_operation};
+    return !without.contains(operation);
+}
+
+/// Counts the program's operations, and fails one.
+class OneFault : public FaultHook {
+  public:
+    OneFault() = default;
+    OneFault(Operation operation, int n) : operation_(operation), n_(n), number_(number_for(operation, n)) {}
+
+    int before(Operation operation, std::u16string_view name, std::int64_t, std::int64_t) noexcept override {
+        if (OutsideOfFaults::is_here()) return 0;
+        const std::lock_guard guard(mutex_);
+        const int n = ++counts_[static_cast<std::size_t>(operation)];
+        if (operation != operation_ || n != n_) return 0;
+        failed_ = true;
+        name_ = to_utf8(name);
+        return number_;
+    }
+    [[nodiscard]] Counts counts() const {
+        const std::lock_guard guard(mutex_);
+        return counts_;
+    }
+    [[nodiscard]] bool has_failed() const {
+        const std::lock_guard guard(mutex_);
+        return failed_;
+    }
+    [[nodiscard]] std::string name() const {
+        const std::lock_guard guard(mutex_);
+        return name_;
+    }
+    [[nodiscard]] std::string reason() const { return reason_of(operation_, number_); }
+
+  private:
+    const Operation operation_ = Operation::open;
+    const int n_ = 0;  ///< from 1; 0: none
+    const int number_ = 0;
+    mutable std::mutex mutex_;
+    Counts counts_{};  ///< these three: guarded by mutex_
+    bool failed_ = false;
+    std::string name_;
+};
+
+/// Ends the process when a run takes too long: what hangs cannot be called back.
+class Watchdog {
+  public:
+    Watchdog() : thread_([this] { watch(); }) {}
+    ~Watchdog() {
+        {
+            const std::lock_guard guard(mutex_);
+            ended_ = true;
+        }
+        changed_.notify_all();
+        thread_.join();
+    }
+    void begin(std::string what) {
+        {
+            const std::lock_guard guard(mutex_);
+            what_ = std::move(what);
+            ++run_;
+        }
+        changed_.notify_all();
+    }
+
+  private:
+    void watch() {
+        constexpr seconds limit{40};
+        std::unique_lock guard(mutex_);
+        while (!ended_) {
+            const int run = run_;
+            if (changed_.wait_for(guard, limit, [&] { return ended_ || run_ != run; })) continue;
+            std::cerr << "hangs: " << what_ << std::endl;
+            std::abort();
+        }
+    }
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    std::string what_;  ///< these three: guarded by mutex_
+    int run_ = 0;
+    bool ended_ = false;
+    std::thread thread_;  ///< last
+};
+
+// Open descriptors and threads of this process; nothing where the system does not list them.
+struct Holdings {
+    std::ptrdiff_t descriptors = 0;
+    std::ptrdiff_t threads = 0;
+};
+
+Holdings holdings() {
+    const auto count = [](const char* folder) {
+        const std::filesystem::directory_iterator entries(folder);
+        return std::distance(begin(entries), end(entries));
+    };
+    if (!std::filesystem::exists("/proc/self/fd")) return {};
+    return {count("/proc/self/fd"), count("/proc/self/task")};
+}
+
+class Tormentor {
+  public:
+    explicit Tormentor(const Scenario& scenario) : scenario_(scenario) {}
+
+    void run() {
+        const auto only = environment("VANTLOW_TORTURE_CASE");  // "receive 7": that one case again
+        run_with(nullptr, "warming up");                        // what is opened once for the process
+        if (testing::Test::HasFailure()) return;
+        held_ = holdings();
+        OneFault counter;
+        run_with(&counter, "counting");
+        const Counts counts = counter.counts();
+        for (std::size_t kind = 0; kind < operation_count; ++kind) {
+            for (const int n : choose(counts[kind])) {
+                const std::string name = operation_names[kind] + (" " + std::to_string(n));
+                if (only && to_utf8(*only) != name) continue;
+                OneFault fault(static_cast<Operation>(kind), n);
+                run_with(&fault, name + " of " + std::to_string(counts[kind]), static_cast<Operation>(kind));
+            }
+        }
+        EXPECT_GT(failed_, 0) << "nothing was failed";
+        std::cout << failed_ << " faults, " << survived_ << " survived" << std::endl;
+    }
+
+  private:
+    [[nodiscard]] std::vector<int> choose(int count) const {
+        const int first = std::max(sample().first / scenario_.thinner, 1);
+        const int spread = std::max(sample().spread / scenario_.thinner, 1);
+        std::vector<int> chosen;
+        for (int n = 1; n <= std::min(count, first); ++n) chosen.push_back(n);
+        const int rest = count - first;
+        const int more = std::min(rest, spread);
+        for (int i = 1; i <= more; ++i) chosen.push_back(first + rest * i / more);
+        return chosen;
+    }
+
+    void run_with(OneFault* fault, const std::string& name, std::optional<Operation> operation = {}) {
+        const testing::ScopedTrace trace(__FILE__, __LINE__, name);
+        watchdog_.begin(name);
+        const TempFolder folder;
+        scenario_.prepare(folder);
+        Said said;
+        {
+            std::optional<HookInPlace> in_place;
+            if (fault != nullptr) in_place.emplace(*fault);
+            said = scenario_.run(folder);
+        }
+        const bool failed = fault != nullptr && fault->has_failed();
+        if (!failed) {
+            EXPECT_TRUE(operation || said.status == Exit::done) << said.err;
+        } else {
+            ++failed_;
+            if (said.status == Exit::done) ++survived_;
+        }
+        const testing::ScopedTrace words(
+            __FILE__, __LINE__, (failed ? "failed " + fault->name() + "\n" : "") + said.out + said.err);
+        if (failed && said.status != Exit::done) look_at_message(said, *operation, *fault, folder);
+        scenario_.look(folder, said);
+        look_at_holdings();
+    }
+
+    // A person reads what failed, and why.
+    void look_at_message(const Said& said, Operation operation, const OneFault& fault,
+                         const TempFolder& folder) const {
+        const std::string text = said.err + said.out;
+        if (has_reason(operation)) {
+            EXPECT_NE(text.find(fault.reason()), std::string::npos) << "the reason is " << fault.reason();
+        }
+        bool names_something = text.find(folder.utf8_path()) != std::string::npos;
+        for (const std::string& subject : scenario_.subjects)
+            names_something = names_something || text.find(subject) != std::string::npos;
+        EXPECT_TRUE(names_something) << "the message names neither a file nor a host";
+    }
+
+    // Servers' threads of the test itself end a little later.
+    void look_at_holdings() {
+        const auto until = std::chrono::steady_clock::now() + seconds(10);
+        auto now = holdings();
+        while ((now.descriptors > held_.descriptors || now.threads > held_.threads) &&
+               std::chrono::steady_clock::now() < until) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+            now = holdings();
+        }
+        EXPECT_LE(now.descriptors, held_.descriptors) << "descriptors are left open";
+        EXPECT_LE(now.threads, held_.threads) << "threads are left";
+    }
+
+    const Scenario& scenario_;
+    Watchdog watchdog_;
+    Holdings held_{1'000'000, 1'000'000};  ///< any, until it is known
+    int failed_ = 0;
+    int survived_ = 0;
+};
+
+}  // namespace
+
+Said run_here(const std::vector<std::string>& words) {
+    Said said;
+    ConsoleCapture capture{{}};
+    said.status = run_program(words);
+    said.out = capture.output();
+    said.err = capture.error();
+    return said;
+}
+
+void torment(const Scenario& scenario) {
+    Tormentor(scenario).run();
+}
+
+}  // namespace vantlow::test
