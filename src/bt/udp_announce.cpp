@@ -32,6 +32,11 @@ std::optional<Server> server_of(const std::string& url) {
     return Server{target->host, target->port};
 }
 
+// An error may be shorter than the answer that was awaited.
+bool is_error(std::string_view answer) noexcept {
+    return answer.size() >= text_at && get_number<std::uint32_t>(answer, action_at) == udp_tracker::error;
+}
+
 std::uint32_t random_number() {
     unsigned char bytes[16];
     random_guid(bytes);
@@ -109,10 +114,7 @@ Outcome<std::string> CBTAnnounceThread::udp_exchange(UdpChannel& channel, const 
         }
         if (answer.empty()) until = std::min(until, from_now(wait_for_rest));
         answer += *datagram;
-        // An error may be shorter than the answer that was awaited.
-        const bool is_error =
-            answer.size() >= text_at && get_number<std::uint32_t>(answer, action_at) == udp_tracker::error;
-        if (answer.size() >= wanted || is_error) return answer;
+        if (answer.size() >= wanted || is_error(answer)) return answer;
         if (++received == receives) return Result(Code::server_error, short_answer);
         if (answer.size() > most) return Result(Code::server_error, "The tracker's answer is too long.");
     }

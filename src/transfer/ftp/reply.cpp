@@ -57,26 +57,27 @@ bool FtpReplyReader::take_line(std::string_view line) {
 }
 
 std::optional<FtpReply> FtpReplyReader::take() {
-    while (!broken_) {
-        const auto end = bytes_.find('\n', searched_);
-        if (end == std::string::npos) {
-            searched_ = bytes_.size();
-            broken_ = bytes_.size() > longest_line;
-            return std::nullopt;
-        }
-        std::string_view line(bytes_.data(), end);
+    std::size_t taken = 0;
+    bool whole = false;
+    while (!broken_ && !whole) {
+        const auto end = bytes_.find('\n', std::max(taken, searched_));
+        if (end == std::string::npos) break;
+        std::string_view line(bytes_.data() + taken, end - taken);
         while (!line.empty() && line.back() == '\r') line.remove_suffix(1);
-        reply_size_ += end;
-        broken_ = end > longest_line || reply_size_ > longest_reply;
-        if (broken_) break;
-        const bool whole = take_line(line);
-        bytes_.erase(0, end + 1);
-        searched_ = 0;
-        if (!whole) continue;
-        reply_size_ = 0;
-        return std::exchange(reply_, {});
+        // The line ends count, too: empty lines are not taken without end.
+        reply_size_ += end - taken + 1;
+        broken_ = end - taken > longest_line || reply_size_ > longest_reply;
+        if (!broken_) whole = take_line(line);
+        taken = end + 1;
     }
-    return std::nullopt;
+    bytes_.erase(0, taken);
+    searched_ = whole ? 0 : bytes_.size();
+    if (!whole) {
+        broken_ = broken_ || bytes_.size() > longest_line;
+        return std::nullopt;
+    }
+    reply_size_ = 0;
+    return std::exchange(reply_, {});
 }
 
 }  // namespace vantlow
