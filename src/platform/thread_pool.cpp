@@ -1,5 +1,6 @@
 #include "platform/thread_pool.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "platform/thread.h"
@@ -13,6 +14,7 @@ ThreadPool::~ThreadPool() {
         for (const auto& worker : workers_) worker->woken.notify_one();
     }
     for (const auto& worker : workers_) worker->thread.join();
+    if (leaving_.joinable()) leaving_.join();
 }
 
 void ThreadPool::Running::join() {
@@ -54,7 +56,8 @@ Result ThreadPool::start(Running& running, std::function<void()> work) {
 void ThreadPool::serve(Worker& worker) {
     std::unique_lock guard(mutex_);
     for (;;) {
-        worker.woken.wait(guard, [&] { return worker.next || closing_; });
+        if (!worker.woken.wait_for(guard, idle_life_, [&] { return worker.next || closing_; }))
+            return leave(worker, std::move(guard));
         const std::shared_ptr<Running::Work> work = std::exchange(worker.next, nullptr);
         if (!work) return;
         guard.unlock();
@@ -67,6 +70,18 @@ void ThreadPool::serve(Worker& worker) {
         work->ended.notify_all();
         guard.lock();
     }
+}
+
+// An idle thread ends. It cannot join itself, so it joins the one that did so before it.
+void ThreadPool::leave(Worker& worker, std::unique_lock<std::mutex> guard) {
+    std::erase(idle_, &worker);
+    const auto at =
+        std::find_if(workers_.begin(), workers_.end(), [&](const auto& one) { return one.get() == &worker; });
+    const std::unique_ptr<Worker> own = std::move(*at);
+    workers_.erase(at);
+    std::thread before = std::exchange(leaving_, std::move(own->thread));
+    guard.unlock();
+    if (before.joinable()) before.join();
 }
 
 }  // namespace vantlow

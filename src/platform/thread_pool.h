@@ -1,6 +1,7 @@
 // Threads that outlive what they run, so that a short piece of work does not pay for a new one.
 #pragma once
 
+#include <chrono>
 #include <condition_variable>
 #include <functional>
 #include <memory>
@@ -12,11 +13,12 @@
 
 namespace vantlow {
 
-/// Keeps the threads that have nothing to do for the next piece of work. Any thread may call. Outlives
-/// everything that it runs; its end joins all of its threads.
+/// Keeps the threads that have nothing to do for the next piece of work, for some seconds. Any thread may
+/// call. Outlives everything that it runs; its end joins all of its threads.
 class ThreadPool {
   public:
-    ThreadPool() = default;
+    explicit ThreadPool(std::chrono::milliseconds idle_life = std::chrono::seconds(10))
+        : idle_life_(idle_life) {}
     ThreadPool(const ThreadPool&) = delete;
     ThreadPool& operator=(const ThreadPool&) = delete;
     ~ThreadPool();
@@ -54,11 +56,15 @@ class ThreadPool {
         std::thread thread;
     };
     void serve(Worker& worker);
+    void leave(Worker& worker, std::unique_lock<std::mutex> guard);
+
+    const std::chrono::milliseconds idle_life_;
 
     std::mutex mutex_;
     bool closing_ = false;       ///< guarded by mutex_, like the two below
     std::vector<Worker*> idle_;  ///< the one that stopped last is taken first
     std::vector<std::unique_ptr<Worker>> workers_;
+    std::thread leaving_;  ///< the one that ended last; the next one joins it
 };
 
 }  // namespace vantlow
