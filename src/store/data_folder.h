@@ -21,9 +21,9 @@ struct DataFolderSources {
 std::u16string data_folder(const DataFolderSources& sources);
 
 /// The same, but where the setting names no folder and the program's cannot be written (or is not to be:
-/// belongs_to_packages), "vantlow" in the user's folder for application data. A folder that the setting names stays the data folder, written or not:
-/// jobs must not seem lost because a disk is absent. `can_write` is asked with the data folder, which need
-/// not exist yet.
+/// belongs_to_packages), "vantlow" in the user's folder for application data. A folder that the setting names
+/// stays the data folder, written or not: jobs must not seem lost because a disk is absent. `can_write` is
+/// asked with the data folder, which need not exist yet.
 std::u16string writable_data_folder(const DataFolderSources& sources,
                                     const std::function<bool(const std::u16string&)>& can_write);
 

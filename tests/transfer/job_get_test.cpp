@@ -282,9 +282,8 @@ TEST_F(JobTest, MarksTheFileBeforeItHasItsNameWithWhereItCameFrom) {
         const HookInPlace in_place(hook);
         ASSERT_EQ(fetch().result.code, Code::ok) << log.all();
         const auto entries = hook.entries();
-        const auto begin = std::find_if(entries.begin(), entries.end(), [](const auto& entry) {
-            return entry.operation == Operation::mark;
-        });
+        const auto begin = std::find_if(entries.begin(), entries.end(),
+                                        [](const auto& entry) { return entry.operation == Operation::mark; });
         ASSERT_NE(begin, entries.end());
         EXPECT_EQ(to_utf8(begin->path), to_utf8(folder.path(u"file.bin.vantlow")));
         EXPECT_EQ(begin->length, static_cast<std::int64_t>(origin.size())) << origin;
