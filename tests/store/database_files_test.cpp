@@ -107,7 +107,7 @@ class Witness : public FaultHook {
         }
         if (operation == Operation::rename && unflushed_.contains(std::u16string(path))) early_rename_ = true;
         moments_.push_back({read(u".database"), read(u".database.copy")});
-        return count_ == fail_at_ ? error_number(FileFault::no_space) : 0;
+        return count_ == fail_at_ ? test::error_number(FileFault::no_space) : 0;
     }
     std::vector<std::pair<std::string, std::string>> moments_;
     std::set<std::u16string> unflushed_;

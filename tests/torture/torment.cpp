@@ -27,11 +27,11 @@ using std::chrono::seconds;
 
 constexpr std::size_t operation_count = static_cast<std::size_t>(Operation::last) + 1;
 constexpr std::array<const char*, operation_count> operation_names{
-    "open",         "read",           "write",        "resize",       "flush",       "lock",
-    "size",         "remove",         "rename",       "inspect",      "make_folder", "list_folder",
-    "make_socket",  "connect",        "connect_end",  "listen",       "accept",      "receive",
-    "send",         "wait",           "own_address",  "resolve",      "make_event",  "start_thread",
-    "load_library", "find_operation", "read_setting", "write_setting"};
+    "open",         "read",         "write",          "resize",       "flush",        "lock",
+    "size",         "remove",       "rename",         "mark",         "inspect",      "make_folder",
+    "list_folder",  "make_socket",  "connect",        "connect_end",  "listen",       "accept",
+    "receive",      "send",         "wait",           "own_address",  "resolve",      "make_event",
+    "start_thread", "load_library", "find_operation", "read_setting", "write_setting"};
 
 using Counts = std::array<int, operation_count>;
 
@@ -59,6 +59,7 @@ int number_for(Operation operation, int n) {
         case Operation::lock:
         case Operation::remove:
         case Operation::rename:
+        case Operation::mark:
         case Operation::inspect:
         case Operation::list_folder:
         case Operation::read_setting:

@@ -66,7 +66,7 @@ class JobTest : public testing::Test {
         Run(JobTest& test, CJobNode& job, RunOptions options)
             : thread_(job, {test.network, test.libraries, test.settings, test.stop, test.threads},
                       std::move(options), test.log, [this] { done_.set_value(); }) {
-            thread_.start();
+            EXPECT_EQ(thread_.start().code, Code::ok);
         }
         ~Run() {
             thread_.stop();
