@@ -127,7 +127,7 @@ class RecordingHook : public FaultHook {
     int before(Operation operation, std::u16string_view path, std::int64_t offset,
                std::int64_t length) noexcept override {
         // What is only looked at changes nothing, and what has no name is no file's.
-        if (operation > Operation::rename || operation == Operation::size) return 0;
+        if (operation > Operation::mark || operation == Operation::size) return 0;
         const std::lock_guard guard(mutex_);
         entries_.push_back({operation, std::u16string(path), offset, length});
         if (operation == Operation::write) unflushed_[std::u16string(path)].push_back({offset, length});
