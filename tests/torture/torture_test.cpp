@@ -102,6 +102,7 @@ TEST(Torture, FetchingOverHttp) {
          [&](const TempFolder& folder) { return get(folder, address); },
          [&](const TempFolder& folder, const Said& said) { look_for_told(folder, resource.content, said); },
          {"localhost"}});
+    EXPECT_GE(server.server().most_open_connections(), 4);
 }
 
 TEST(Torture, FetchingOverFtp) {
