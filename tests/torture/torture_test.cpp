@@ -1,8 +1,6 @@
 // Whole runs of the program, in which one operation of the system after the other fails once.
 #include <gtest/gtest.h>
 
-#include <regex>
-
 #include "base/text.h"
 #include "media/sample_mp4.h"
 #include "platform/file.h"
@@ -181,7 +179,7 @@ TEST(Torture, RunningAFiledJob) {
                  const StoredDatabase stored = load_database_files(folder.path(u"data"));
                  EXPECT_TRUE(stored.error.ok() && !stored.damaged);
              },
-             {"127.0.0.1", "/vantlow-"}});
+             {"127.0.0.1", "/vantlow-", "main frame"}});
 }
 
 // Joins pieces; the output is the right one or not there.
@@ -235,8 +233,10 @@ TEST(Torture, CombiningMp4) {
     torment_combine({make_mp4({track}, false), make_mp4({track}, true)}, ".mp4");
 }
 
-std::string without_date(const std::string& torrent) {
-    return std::regex_replace(torrent, std::regex("13:creation datei[0-9]+e"), "");
+std::string without_date(std::string torrent) {
+    const auto at = torrent.find("13:creation date");
+    if (at != std::string::npos) torrent.erase(at, torrent.find('e', at + 16) + 1 - at);
+    return torrent;
 }
 
 TEST(Torture, MakingATorrent) {

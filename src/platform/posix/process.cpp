@@ -119,8 +119,9 @@ std::string_view platform_name() noexcept {
 void set_default_locale() noexcept {
     // Numbers and messages stay as they are: both are read by programs.
     const int parts = LC_CTYPE_MASK | LC_TIME_MASK | LC_COLLATE_MASK;
-    // It belongs to the thread until the process ends.
-    if (const locale_t locale = ::newlocale(parts, "", nullptr); locale != nullptr) ::uselocale(locale);
+    // Threads keep it until the process ends.
+    static const locale_t locale = ::newlocale(parts, "", nullptr);
+    if (locale != nullptr) ::uselocale(locale);
 }
 
 std::u16string short_date_today() {
