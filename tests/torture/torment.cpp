@@ -19,6 +19,7 @@
 #include "platform/process.h"
 #include "platform/resolve_error.h"
 #include "platform/system_text.h"
+#include "runtime/tables.h"
 #include "support/fault_hook.h"
 
 namespace vantlow::test {
@@ -310,6 +311,9 @@ class Tormentor {
 }  // namespace
 
 Said run_here(const std::vector<std::string>& words) {
+    // A process loads them once, and the compiler's own run-time library on Windows counts on that: each time
+    // that it comes with a library it takes one of some thousand slots for thread-local storage for good.
+    static const LibraryTables stays_loaded = load_libraries(folder_of(program_path()));
     Said said;
     ConsoleCapture capture{{}};
     said.status = run_program(words);
