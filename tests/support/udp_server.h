@@ -20,6 +20,7 @@ class UdpServer {
     using Handler = std::function<std::vector<std::string>(const std::string& datagram)>;
 
     explicit UdpServer(Handler handler, const char* address = "127.0.0.1") : handler_(std::move(handler)) {
+        if (!start_sockets()) throw std::runtime_error("no sockets");
         auto socket = UdpSocket::bind(*SocketAddress::from_literal(address, 0));
         if (!socket.ok()) throw std::runtime_error("no UDP socket: " + socket.failure().message());
         socket_ = *std::move(socket);
