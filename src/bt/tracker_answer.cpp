@@ -104,15 +104,10 @@ Outcome<CBETrackerRespond> read_udp_announce(std::string_view answer, std::uint3
     if (answer.size() < udp_tracker::announce_answer_size) return Result(Code::server_error, short_answer);
     CBETrackerRespond respond;
     respond.interval = std::min<std::uint32_t>(get_number<std::uint32_t>(answer, udp_head), 0x7FFFFFFF);
-    const std::size_t size = ipv6 ? ipv6_entry : ipv4_entry;
-    answer.remove_prefix(udp_tracker::announce_answer_size);
-    for (; answer.size() >= size; answer.remove_prefix(size)) {
-        if (ipv6) {
-            respond.ipv6.push_back(ipv6_peer(answer));
-        } else if (get_number<std::uint32_t>(answer, 0) != 0) {
-            respond.ipv4.push_back(ipv4_peer(answer));
-        }
-    }
+    read_compact(answer.substr(udp_tracker::announce_answer_size), ipv6, respond);
+    // 0.0.0.0 is nobody.
+    std::erase_if(respond.ipv4,
+                  [](const SocketAddress& peer) { return peer.ipv4() == SocketAddress().ipv4(); });
     return respond;
 }
 

@@ -25,8 +25,6 @@ class MediaInput {
 
     /// Fills `into` from the offset on; false when the file ends before or cannot be read.
     [[nodiscard]] bool read(std::int64_t offset, std::span<std::byte> into) const noexcept;
-    /// False once a read failed that did not only go beyond the end.
-    [[nodiscard]] bool is_readable() const noexcept { return read_error_.ok(); }
     /// What a failed read means.
     [[nodiscard]] Result read_failure(std::int64_t offset) const;
     /// A failure that names the piece and the place; where the piece could not be read, that is what is wrong

@@ -71,4 +71,7 @@ inline int ask_hook(Operation operation, std::u16string_view name = {}, std::int
     return hook->before(operation, name, offset, length);
 }
 
+/// The same for a name in UTF-8: it is converted for a hook only.
+int ask_hook(Operation operation, std::string_view utf8_name) noexcept;
+
 }  // namespace vantlow

@@ -1,7 +1,6 @@
 #include <algorithm>
 #include <memory>
 
-#include "base/text.h"
 #include "platform/fault_hook.h"
 #include "platform/name_functions.h"
 #include "platform/net_headers.h"
@@ -37,7 +36,7 @@ NameAnswer resolve_name(const std::string& host, std::uint16_t port) {
         answer.addresses.push_back(*literal);
         return answer;
     }
-    if (const int error = ask_hook(Operation::resolve, to_utf16(host)); error != 0) return failed(error);
+    if (const int error = ask_hook(Operation::resolve, host); error != 0) return failed(error);
     addrinfo hints{};
     hints.ai_family = AF_UNSPEC;
     hints.ai_socktype = SOCK_STREAM;

@@ -53,15 +53,11 @@ FileFault fault_of(int error) noexcept {
     }
 }
 
-FileError error_of(int error) noexcept {
-    return file_error_of(error);
-}
-
 /// Repeats a call that a signal cut short; the error of its end.
 template <class Call>
 FileError repeat(Call call) noexcept {
     while (call() < 0) {
-        if (errno != EINTR) return error_of(errno);
+        if (errno != EINTR) return file_error_of(errno);
     }
     return {};
 }
@@ -106,10 +102,10 @@ bool is_no_such_service(int error) noexcept {
 
 // For file systems that cannot rename without replacing: a second name is only made where there is none.
 FileError link_and_unlink(const char* from, const char* to) noexcept {
-    if (::link(from, to) == 0) return ::unlink(from) == 0 ? FileError{} : error_of(errno);
-    if (errno != EPERM && errno != EMLINK && !is_no_such_service(errno)) return error_of(errno);
+    if (::link(from, to) == 0) return ::unlink(from) == 0 ? FileError{} : file_error_of(errno);
+    if (errno != EPERM && errno != EMLINK && !is_no_such_service(errno)) return file_error_of(errno);
     struct stat status {};
-    if (::lstat(to, &status) == 0) return error_of(EEXIST);
+    if (::lstat(to, &status) == 0) return file_error_of(EEXIST);
     return repeat([&] { return ::rename(from, to); });
 }
 
@@ -148,7 +144,7 @@ FileError File::open(const std::u16string& path, OpenMode mode, Privacy privacy)
     native_ = fd;
     struct stat status {};
     // A folder can be opened for reading, but not read.
-    if (::fstat(fd, &status) == 0 && S_ISDIR(status.st_mode)) error = error_of(EISDIR);
+    if (::fstat(fd, &status) == 0 && S_ISDIR(status.st_mode)) error = file_error_of(EISDIR);
     if (!error.ok()) close();
     return error;
 }
@@ -163,7 +159,7 @@ FileError File::write_at(std::int64_t offset, std::span<const std::byte> bytes) 
     while (!bytes.empty()) {
         const ssize_t count = ::pwrite(descriptor(native_), bytes.data(), bytes.size(), offset);
         if (count < 0 && errno == EINTR) continue;
-        if (count <= 0) return error_of(count < 0 ? errno : EIO);
+        if (count <= 0) return file_error_of(count < 0 ? errno : EIO);
         offset += count;
         bytes = bytes.subspan(static_cast<std::size_t>(count));
     }
@@ -178,7 +174,7 @@ FileError File::read_at(std::int64_t offset, std::span<std::byte> into, std::siz
         const auto at = offset + static_cast<std::int64_t>(got);
         const ssize_t count = read_some(descriptor(native_), into.subspan(got), at);
         if (count < 0 && errno == EINTR) continue;
-        if (count < 0) return error_of(errno);
+        if (count < 0) return file_error_of(errno);
         if (count == 0) break;
         got += static_cast<std::size_t>(count);
     }
@@ -197,7 +193,7 @@ FileError File::copy_from(const File& from, std::int64_t from_offset, std::int64
         // Other file systems on either side, or a system that cannot do it: it says which in many ways.
         if (copied < 0 && (errno == EXDEV || errno == EBADF || errno == ETXTBSY || is_no_such_service(errno)))
             break;
-        if (copied < 0) return error_of(errno);
+        if (copied < 0) return file_error_of(errno);
         if (copied == 0) break;  // the end, or a file that only seems to be empty
         from_offset += copied;
         to_offset += copied;
@@ -287,7 +283,7 @@ FileError make_one_folder(const std::u16string& path) {
     if (FileError error = ask_file_hook(Operation::make_folder, path); !error.ok()) return error;
     if (::mkdir(NativePath(path).get(), 0777) == 0) return {};
     const int error = errno;
-    return path_kind(path) == PathKind::folder ? FileError{} : error_of(error);
+    return path_kind(path) == PathKind::folder ? FileError{} : file_error_of(error);
 }
 
 bool can_write_folder(const std::u16string& folder) {
@@ -314,12 +310,12 @@ FileError list_files(const std::u16string& folder, std::u16string_view suffix,
     if (FileError error = ask_file_hook(Operation::list_folder, folder); !error.ok()) return error;
     const std::unique_ptr<DIR, int (*)(DIR*)> list(
         ::opendir(NativePath(folder.empty() ? u"." : folder).get()), &::closedir);
-    if (list == nullptr) return error_of(errno);
+    if (list == nullptr) return file_error_of(errno);
     for (;;) {
         errno = 0;
         // NOLINTNEXTLINE(concurrency-mt-unsafe): a list of its own
         const dirent* const entry = ::readdir(list.get());
-        if (entry == nullptr) return error_of(errno);
+        if (entry == nullptr) return file_error_of(errno);
         const std::u16string name = to_utf16(entry->d_name);
         if (!name.ends_with(suffix)) continue;
         const bool known = entry->d_type != DT_UNKNOWN && entry->d_type != DT_LNK;

@@ -31,7 +31,7 @@ bool Library::load(const std::u16string& path) noexcept {
 }
 
 void* Library::find(const char* operation) const noexcept {
-    if (native_ == nullptr || ask_hook(Operation::find_operation, to_utf16(operation)) != 0) return nullptr;
+    if (native_ == nullptr || ask_hook(Operation::find_operation, operation) != 0) return nullptr;
     return ::dlsym(native_, operation);
 }
 

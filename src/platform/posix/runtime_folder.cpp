@@ -24,7 +24,7 @@ bool is_own_folder(const std::string& path) noexcept {
 
 // Its errno is why there is no folder; 0: somebody else's stands there.
 bool make_own_folder(const std::string& path) {
-    errno = ask_hook(Operation::make_folder, to_utf16(path));
+    errno = ask_hook(Operation::make_folder, path);
     if (errno != 0 || (::mkdir(path.c_str(), 0700) != 0 && errno != EEXIST)) return false;
     errno = 0;
     return is_own_folder(path);

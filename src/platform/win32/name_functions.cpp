@@ -18,7 +18,7 @@ void* find_in_system(std::string_view library, const char* operation) {
     const std::u16string path = from_wide({folder, length}) + u"\\" + to_utf16(library);
     if (ask_hook(Operation::load_library, path) != 0) return nullptr;
     HMODULE module = LoadLibraryW(wide(path));
-    return module == nullptr || ask_hook(Operation::find_operation, to_utf16(operation)) != 0
+    return module == nullptr || ask_hook(Operation::find_operation, operation) != 0
                ? nullptr
                : reinterpret_cast<void*>(GetProcAddress(module, operation));
 }
