@@ -198,9 +198,7 @@ std::optional<MadeJobs> JobFactory::follow(const CJobNode& job, const JobOutcome
             request.job->sources = std::make_shared<const JobSources>(std::move(one));
         }
         const auto next = parse_target(request.job->address);
-        const bool same = target && next && next->scheme == target->scheme && next->host == target->host &&
-                          next->port == target->port;
-        if (same) continue;
+        if (target && next && is_same_server(*target, *next)) continue;
         // These were given for the server of the document.
         request.job->user.clear();
         request.job->password.clear();

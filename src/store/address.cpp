@@ -222,6 +222,10 @@ std::optional<Target> parse_target(std::u16string_view address, bool utf8) {
     return target;
 }
 
+bool is_same_server(const Target& a, const Target& b) noexcept {
+    return a.scheme == b.scheme && a.port == b.port && iequals(a.host, b.host);
+}
+
 std::u16string without_credentials(std::u16string_view address) {
     const Scheme* scheme = find_scheme(address);
     if (scheme != nullptr && scheme->form != Form::server) return std::u16string(address);

@@ -59,6 +59,10 @@ struct Target {
 /// (UTF-8 all the same where the code page lacks one of them).
 std::optional<Target> parse_target(std::u16string_view address, bool utf8 = true);
 
+/// Whether both name the same server: what is given for one (a login, cookies) may be told to the other. Host
+/// names are compared without regard to letter case (RFC 4343).
+bool is_same_server(const Target& a, const Target& b) noexcept;
+
 /// The address without user name and password, for logs and files. Of an address whose server part cannot be
 /// read, everything up to the last "@" is taken for credentials.
 std::u16string without_credentials(std::u16string_view address);

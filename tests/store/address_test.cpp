@@ -66,6 +66,16 @@ std::string told(const std::optional<Target>& target) {
            (target->explicit_port ? "! " : " ") + target->path;
 }
 
+TEST(IsSameServer, goes_by_scheme_name_in_any_case_and_port) {
+    const auto same = [](std::u16string_view a, std::u16string_view b) {
+        return is_same_server(*parse_target(a), *parse_target(b));
+    };
+    EXPECT_TRUE(same(u"http://Mirror.Example/a", u"HTTP://ann:pw@mirror.example:80/b"));
+    EXPECT_FALSE(same(u"http://mirror.example/", u"https://mirror.example/"));
+    EXPECT_FALSE(same(u"http://mirror.example/", u"http://mirror.example:8080/"));
+    EXPECT_FALSE(same(u"http://mirror.example/", u"http://mirror.example.org/"));
+}
+
 TEST(ParseTarget, finds_server_and_path_as_a_browser_would) {
     struct Case {
         std::u16string address;

@@ -23,10 +23,6 @@ std::string cookies_of(const SourcePlan& plan, const Target& target, bool job_co
 
 }  // namespace
 
-bool same_server(const Target& a, const Target& b) {
-    return a.scheme == b.scheme && iequals(a.host, b.host) && a.port == b.port;
-}
-
 bool is_secured(const Target& target) {
     const Protocol* const protocol = find_protocol(to_utf16(target.scheme + "://"));
     return protocol != nullptr && protocol->secured;
@@ -55,7 +51,7 @@ HttpRequest make_http_request(const SourcePlan& plan, const Target& target, std:
     request.agent = to_ansi(plan.agent);
     request.start = offset;
     const auto origin = parse_target(plan.origin, plan.utf8);
-    const bool own = origin && same_server(*origin, target);
+    const bool own = origin && is_same_server(*origin, target);
     // An address that a server redirects to in the clear may be anybody's.
     if (in_the_clear || (origin && is_secured(*origin) && !is_secured(target))) return request;
     if (!target.user.empty()) {

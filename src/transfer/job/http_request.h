@@ -8,8 +8,6 @@
 
 namespace vantlow {
 
-/// Same scheme, name and port: what credentials belong to.
-bool same_server(const Target& a, const Target& b);
 /// TLS stands between this side and the server.
 bool is_secured(const Target& target);
 

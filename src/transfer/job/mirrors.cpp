@@ -2,7 +2,6 @@
 
 #include <algorithm>
 
-#include "base/text.h"
 #include "store/address.h"
 #include "transfer/job/mirror_rule.h"
 
@@ -10,13 +9,6 @@ namespace vantlow {
 namespace {
 
 constexpr std::chrono::seconds longest_back_off{300};
-
-bool is_same_server(const std::u16string& a, const std::u16string& b) {
-    const auto first = parse_target(a);
-    const auto second = parse_target(b);
-    return first && second && first->scheme == second->scheme && iequals(first->host, second->host) &&
-           first->port == second->port;
-}
 
 bool is_different(const Result& why) noexcept {
     return why.kind() == Kind::restart;
@@ -27,13 +19,15 @@ bool is_different(const Result& why) noexcept {
 void MirrorSet::begin(const CJobNode& job) {
     mirrors_.clear();
     only_ = none;
-    const auto add = [this, &job](const std::u16string& address) {
+    const auto own = parse_target(job.address);
+    const auto add = [&](const std::u16string& address) {
         const bool is_known = std::any_of(mirrors_.begin(), mirrors_.end(),
                                           [&](const Mirror& mirror) { return mirror.address == address; });
         if (is_known || count() >= most_mirrors) return;
         Mirror& mirror = mirrors_.emplace_back();
         mirror.address = address;
-        mirror.own_server = address == job.address || is_same_server(address, job.address);
+        const auto target = parse_target(address);
+        mirror.own_server = address == job.address || (own && target && is_same_server(*own, *target));
     };
     add(job.address);
     if (!job.sources) return;
