@@ -96,31 +96,37 @@ class CTransferMainThread : private SubThreadHost, private WrittenListener {
     Result begin();
     Result transfer();
     Result fetch_missing();
-    FileRules file_rules() const;
-    void choose_proxy(SourcePlan& plan) const;
-    FtpRules ftp_rules() const;
     void wait_for_news(Clock::time_point until);
     std::optional<Result> look();
     std::optional<Result> idle_end();
-    void reap(bool all);
-    void retire_all();
     Result start_over();
     Result begin_anew();
+
+    // Its connections (crew.cpp).
+    void reap(bool all);
+    void retire_all();
     void grow();
     bool start_one();
     bool start_with(int mirror);
     void not_started(CTransferSubThread& sub, const Result& why);
     void replace_slow();
-    void forget_state();
-    void remove_state(const std::u16string& path);
-    Result finish();
-    std::optional<FileOrigin> origin();
-    Result check_hashes(bool& matches);
-    Result check_hash(const ExpectedHash& expected, bool& matches);
+
+    // What is on the disk for later (safekeeping.cpp).
     void save_state();
     FileError write_state(const CJobNode& snapshot);
     void remember_safe(std::unique_ptr<CJobNode> copy);
     void leave_state(const Result& result);
+    void forget_state();
+    void remove_state(const std::u16string& path);
+    Result check_hashes(bool& matches);
+    Result check_hash(const ExpectedHash& expected, bool& matches);
+    std::optional<FileOrigin> origin();
+    Result finish();
+
+    // What a connection and the file are told (plans.cpp).
+    FileRules file_rules() const;
+    void choose_proxy(SourcePlan& plan) const;
+    FtpRules ftp_rules() const;
 
     // Decisions about answers (answers.cpp) and about failures (failures.cpp).
     Result check_version(CTransferSubThread& asker, const SourceAnswer& answer, std::int64_t asked);

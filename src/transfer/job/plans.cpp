@@ -1,0 +1,91 @@
+// From the job, the run's wishes and the settings as they are now to what a connection and the file are told.
+#include <algorithm>
+
+#include "platform/process.h"
+#include "store/address.h"
+#include "transfer/http/login.h"
+#include "transfer/job/main_thread.h"
+#include "transfer/job/proxy_rules.h"
+
+namespace vantlow {
+
+SourcePlan CTransferMainThread::plan(CTransferSubThread& asker) {
+    const Settings& settings = services_.settings;
+    SourcePlan plan;
+    {
+        const std::lock_guard guard(lock_);
+        if (asker.mirror == MirrorSet::none) {
+            asker.mirror = mirrors_.choose(job_.thread_limit(),
+                                           [&](int mirror) { return may_serve(mirror, *asker.segment); });
+            // Somebody else was faster: the failure to come looks for the next chance.
+            if (asker.mirror == MirrorSet::none) return plan;
+            ++mirrors_.at(asker.mirror).connections;
+        }
+        const Mirror& mirror = mirrors_.at(asker.mirror);
+        plan.origin = mirror.address;
+        plan.address = mirror.effective.empty() ? mirror.address : mirror.effective;
+        if (mirror.own_server) {
+            plan.user = job_.user;
+            plan.password = job_.password;
+            plan.cookie = job_.cookie;
+        }
+        plan.referer = job_.referer;
+        plan.agent = job_.agent.empty() ? options_.default_agent : job_.agent;
+        plan.automatic_referer = job_.automatic_referer != 0;
+        plan.utf8 = job_.utf8 != 0;
+        plan.silence = std::chrono::seconds(std::max(job_.silence_limit, 1));
+    }
+    plan.timeout = std::chrono::seconds(settings.number(setting::connect_timeout));
+    plan.trust.verify = settings.flag(setting::verify_peer);
+    plan.trust.ca_file = settings.text(setting::ca_file);
+    plan.limits.most = settings.number(setting::max_per_server);
+    plan.limits.interval = std::chrono::milliseconds(settings.number(setting::connect_interval));
+    plan.receive_buffer = static_cast<std::size_t>(settings.number(setting::connection_buffer)) * 1024;
+    plan.ftp = ftp_rules();
+    plan.ssh = options_.ssh;
+    plan.ssh_buffer = static_cast<std::size_t>(settings.number(setting::ssh_buffer)) * 1024;
+    plan.system_cookies = settings.flag(setting::get_cookie);
+    plan.cookie_file = settings.text(setting::cookie_file);
+    if (plan.cookie.starts_with(u'@')) {
+        plan.cookie_file = plan.cookie.substr(1);
+        plan.cookie.clear();
+    }
+    choose_proxy(plan);
+    return plan;
+}
+
+void CTransferMainThread::choose_proxy(SourcePlan& plan) const {
+    plan.proxy = options_.proxy;
+    plan.proxy_rules = options_.proxy_rules;
+    if (options_.proxy_rules) {
+        const auto target = parse_target(plan.address, plan.utf8);
+        if (target) plan.proxy = options_.proxy_rules->choose(target->scheme, target->host, target->port);
+    }
+    plan.proxy.resolve_here = !services_.settings.flag(setting::proxy_resolves);
+    if (!plan.proxy.user.empty())
+        add_login(plan.proxy, services_.libraries, &services_.connections.memory.of<LoginMemory>());
+}
+
+FtpRules CTransferMainThread::ftp_rules() const {
+    const Settings& settings = services_.settings;
+    FtpRules rules;
+    rules.features = settings.flag(setting::enable_feat);
+    rules.passive = settings.flag(setting::ftp_passive);
+    rules.trace_listings = settings.flag(setting::trace_list);
+    if (settings.flag(setting::nat_in_port)) rules.mapped_address = settings.text(setting::nat_address);
+    rules.binary_types = settings.text(setting::binary_types);
+    rules.client_version = product_version();
+    return rules;
+}
+
+FileRules CTransferMainThread::file_rules() const {
+    const Settings& settings = services_.settings;
+    FileRules rules;
+    rules.overwrite = settings.number(setting::overwrite_rule);
+    rules.allocate = settings.flag(setting::allocate_space);
+    rules.disk_buffer = static_cast<std::size_t>(settings.number(setting::disk_buffer)) * 1024;
+    rules.data_buffer = static_cast<std::size_t>(settings.number(setting::data_buffer)) * 1024;
+    return rules;
+}
+
+}  // namespace vantlow

@@ -1,0 +1,171 @@
+// What outlives a run: the job's saved state while it runs, the checked and finished file at its end.
+#include <algorithm>
+#include <array>
+
+#include "base/string_table.h"
+#include "base/text.h"
+#include "store/address.h"
+#include "transfer/job/main_thread.h"
+#include "transfer/job/resume_state.h"
+
+namespace vantlow {
+namespace {
+
+constexpr std::size_t hash_step = 256 * 1024;
+// What a full disk is given back so that the job's state can be written.
+constexpr std::int64_t state_room = 256 * 1024;
+
+// Complete segments say nothing, and may stand within a range that is fetched again. One stays: a job
+// without any has not begun.
+void drop_complete_segments(CJobNode& job) {
+    const auto is_complete = [](const auto& segment) { return segment->start >= segment->end; };
+    if (std::all_of(job.segments.begin(), job.segments.end(), is_complete)) {
+        job.segments.resize(std::min<std::size_t>(job.segments.size(), 1));
+    } else {
+        std::erase_if(job.segments, is_complete);
+    }
+}
+
+}  // namespace
+
+void CTransferMainThread::remember_safe(std::unique_ptr<CJobNode> copy) {
+    const std::lock_guard guard(mutex_);
+    safe_ = std::move(copy);
+}
+
+std::unique_ptr<CJobNode> CTransferMainThread::safe_copy() {
+    std::u16string path;
+    {
+        const std::lock_guard guard(lock_);
+        path = job_.path;
+    }
+    const std::lock_guard guard(mutex_);
+    if (!safe_) return nullptr;
+    std::unique_ptr<CJobNode> copy = safe_->twin();
+    copy->path = std::move(path);
+    return copy;
+}
+
+// Nothing of what the state on the disk says will be true in a moment.
+void CTransferMainThread::forget_state() {
+    remove_state(file_.state_path());
+}
+
+void CTransferMainThread::remove_state(const std::u16string& path) {
+    if (!state_saved_.exchange(false)) return;
+    if (const FileError error = remove_file(path); !error.ok() && error.fault != FileFault::not_found) {
+        log_.line(Direction::error, "The state " + to_utf8(path) + " could not be removed: " + error.text());
+    }
+}
+
+// The hash that was asked for, and the one that the job's sources name.
+Result CTransferMainThread::check_hashes(bool& matches) {
+    matches = true;
+    if (options_.hash) {
+        if (Result result = check_hash(*options_.hash, matches); !result.ok() || !matches) return result;
+    }
+    if (!job_.sources || !job_.sources->whole) return {};
+    const ExpectedHash& named = *job_.sources->whole;
+    const bool is_checked =
+        options_.hash && options_.hash->kind == named.kind && options_.hash->digest == named.digest;
+    return is_checked ? Result{} : check_hash(named, matches);
+}
+
+Result CTransferMainThread::check_hash(const ExpectedHash& expected, bool& matches) {
+    Digest digest(expected.kind);
+    std::vector<std::byte> buffer(hash_step);
+    for (std::int64_t at = 0; at < job_.file_size;) {
+        if (stop_.requested()) return stop_.reason();
+        const auto bytes = static_cast<std::size_t>(
+            std::min<std::int64_t>(job_.file_size - at, static_cast<std::int64_t>(hash_step)));
+        const auto part = std::span(buffer).first(bytes);
+        if (Result result = file_.read(at, part); !result.ok()) return result;
+        digest.update(part);
+        at += static_cast<std::int64_t>(bytes);
+    }
+    matches = digest.finish() == expected.digest;
+    return {};
+}
+
+// What the finished file is marked with: where its bytes came from, redirects followed as far as known.
+std::optional<FileOrigin> CTransferMainThread::origin() {
+    if (!services_.settings.flag(setting::mark_zone)) return std::nullopt;
+    const std::lock_guard guard(lock_);
+    const Mirror* from = &mirrors_.at(0);
+    for (int i = 0; i < mirrors_.count() && from->effective.empty(); ++i) from = &mirrors_.at(i);
+    const std::u16string& address = from->effective.empty() ? job_.address : from->effective;
+    return FileOrigin{to_utf8(without_credentials(address)), to_utf8(without_credentials(job_.referer))};
+}
+
+Result CTransferMainThread::finish() {
+    const bool matches = hash_matches_;
+    const std::u16string state = file_.state_path();
+    const std::u16string_view suffix = matches ? std::u16string_view{} : wrong_hash_suffix;
+    if (Result result = file_.finish(job_.file_size, suffix, origin()); !result.ok()) return result;
+    remove_state(state);
+    {
+        const std::lock_guard guard(lock_);
+        job_.path = file_.target();
+        job_.segments.clear();
+    }
+    if (!matches) {
+        const std::string text =
+            std::string(describe(Code::hash_differs)) + " The file is kept as " + to_utf8(file_.target());
+        log_.line(Direction::error, text);
+        return {Code::hash_differs, text};
+    }
+    log_.line(Direction::note, message_text(Message::download_completed));
+    return {};
+}
+
+FileError CTransferMainThread::write_state(const CJobNode& snapshot) {
+    const FileError error = save_resume_state(snapshot, file_.state_path());
+    if (error.ok()) state_saved_ = true;
+    return error;
+}
+
+// Positions first, then the bytes up to them onto the disk, then the positions: after a power cut they never
+// promise bytes that are not there.
+void CTransferMainThread::save_state() {
+    if (!options_.keep_state || !file_.is_open() || encoded_) return;
+    std::unique_ptr<CJobNode> snapshot;
+    {
+        const std::lock_guard guard(lock_);
+        if (only_one_ || job_.file_size <= 0) return;  // nothing that could be continued
+        snapshot = job_.twin();
+        snapshot->validators = {version_.etag, version_.last_modified};
+        drop_complete_segments(*snapshot);
+    }
+    snapshot->path = file_.target();
+    if (!file_.flush().ok()) return;  // logged; the state on the disk stays true
+    const FileError error = write_state(*snapshot);
+    remember_safe(std::move(snapshot));
+    if (!error.ok()) log_.line(Direction::error, "The state of the job could not be saved: " + error.text());
+}
+
+// The job did not end well: what is there is kept for the next run, where there is anything worth it.
+void CTransferMainThread::leave_state(const Result& result) {
+    if (!file_.is_open()) return;
+    Result drained = file_.drain();  // a failure is logged, and what it lost counts as not received
+    const bool useless = result.code == Code::keeps_changing;
+    bool anything = false;
+    {
+        const std::lock_guard guard(lock_);
+        anything = job_.file_size > 0 && written_end(job_) > 0 && !useless;
+    }
+    if (!anything && !drained.ok()) anything = true;
+    if (!anything && !(result.kind() == Kind::stopped && job_.file_size <= 0)) {
+        forget_state();
+        file_.discard();
+        return;
+    }
+    save_state();
+    if (state_saved_ || !options_.keep_state || job_.file_size <= 0) return;
+    // The disk is full: the job gives back a little of what it wrote, so that the state of the rest finds
+    // room.
+    const std::int64_t end = give_back_tail(job_, state_room);
+    if (!file_.shrink(end).ok()) return;
+    save_state();
+}
+
+}  // namespace vantlow
