@@ -3,8 +3,6 @@
 
 #include "app/command_set.h"
 #include "app/get_options.h"
-#include "app/job_factory.h"
-#include "transfer/job/main_thread.h"
 
 namespace vantlow {
 
@@ -16,15 +14,6 @@ void add_job_options(CLI::App& word, GetOptions& options);
 
 /// What is wrong with options that name one file while several links are meant.
 Complaint check_job_options(const GetOptions& options);
-
-/// What the options say of a job's run: its proxy, and the hash of its file.
-Complaint read_run_options(const GetOptions& options, RunOptions& run);
-
-/// The links of the words and of the file that --input names.
-Complaint read_links(const GetOptions& options, std::vector<std::string>& links);
-
-/// The user's .netrc, read when the first job asks for it.
-CredentialLookup netrc_lookup();
 
 /// Runs the whole command. The application's settings get the command's overrides; its stop is requested by
 /// Ctrl-C.

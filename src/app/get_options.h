@@ -6,6 +6,10 @@
 #include <string>
 #include <vector>
 
+#include "app/global_options.h"
+#include "store/settings.h"
+#include "transfer/job/main_thread.h"
+
 namespace vantlow {
 
 /// `vantlow get`.
@@ -34,5 +38,14 @@ struct GetOptions {
     bool no_resume = false;
     std::string select;  ///< "1,3-5": which files of a metafile; empty: all
 };
+
+/// What the options say of a job's run: its proxy, and the hash of its file.
+Complaint read_run_options(const GetOptions& options, RunOptions& run);
+
+/// Puts what the options say in place of the settings, for this run only.
+Complaint override_settings(Settings& settings, const GetOptions& options);
+
+/// The links of the words and of the file that --input names.
+Complaint read_links(const GetOptions& options, std::vector<std::string>& links);
 
 }  // namespace vantlow

@@ -19,9 +19,6 @@
 
 namespace vantlow {
 
-/// Credentials for a host, from the user's file; empty when there are none.
-using CredentialLookup = std::function<std::optional<NetrcEntry>(const std::string& host)>;
-
 /// A job, and who carries it out. Mirrors and hashes, where there are any, stand in job->sources.
 struct JobRequest {
     JobKind kind = JobKind::transfer;

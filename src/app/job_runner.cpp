@@ -2,7 +2,6 @@
 
 #include <algorithm>
 
-#include "app/get_command.h"
 #include "app/job_factory.h"
 #include "app/job_plan.h"
 #include "app/program_proxies.h"

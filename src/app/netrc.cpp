@@ -1,13 +1,19 @@
 #include "app/netrc.h"
 
 #include <algorithm>
+#include <cstddef>
+#include <memory>
 #include <utility>
+#include <vector>
 
 #include "base/text.h"
+#include "platform/file.h"
+#include "platform/process.h"
 
 namespace vantlow {
 namespace {
 
+constexpr std::size_t largest_netrc = 256 * 1024;
 struct Word {
     std::string text;
     bool quoted = false;
@@ -135,6 +141,22 @@ std::optional<NetrcEntry> find_netrc(const Netrc& entries, std::string_view host
     NetrcEntry answer = *found;
     if (!login.empty()) answer.login = login;
     return answer;
+}
+
+CredentialLookup netrc_lookup() {
+    auto entries = std::make_shared<std::optional<Netrc>>();
+    return [entries](const std::string& host) -> std::optional<NetrcEntry> {
+        if (!*entries) {
+            std::vector<std::byte> bytes;
+            const std::u16string path =
+                join_path(home_folder(), path_separator() == u'\\' ? u"_netrc" : u".netrc");
+            const bool there = read_file(path, largest_netrc, bytes).ok();
+            *entries = parse_netrc(
+                there ? std::string_view(reinterpret_cast<const char*>(bytes.data()), bytes.size())
+                      : std::string_view{});
+        }
+        return find_netrc(**entries, host);
+    };
 }
 
 }  // namespace vantlow

@@ -1,6 +1,7 @@
-// Credentials from the text of a .netrc file.
+// Credentials from a .netrc file.
 #pragma once
 
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -31,5 +32,12 @@ Netrc parse_netrc(std::string_view text);
 /// first of them that is for this login or names none, and the answer has it as its login.
 std::optional<NetrcEntry> find_netrc(const Netrc& entries, std::string_view host,
                                      std::string_view login = {});
+
+/// Credentials for a host, from the user's file; none when it names none.
+using CredentialLookup = std::function<std::optional<NetrcEntry>(const std::string& host)>;
+
+/// The user's .netrc (_netrc on Windows), read when it is asked for the first time. A file that is missing or
+/// cannot be read names nobody.
+CredentialLookup netrc_lookup();
 
 }  // namespace vantlow

@@ -1,6 +1,5 @@
 #include "app/store_jobs.h"
 
-#include "app/get_command.h"
 #include "app/job_factory.h"
 #include "base/text.h"
 

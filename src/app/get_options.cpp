@@ -1,0 +1,100 @@
+#include "app/get_options.h"
+
+#include "app/rate_text.h"
+#include "base/codes.h"
+#include "base/text.h"
+#include "platform/console.h"
+#include "platform/file.h"
+#include "store/proxy_address.h"
+#include "transfer/job/proxy_rules.h"
+
+namespace vantlow {
+namespace {
+
+constexpr std::size_t largest_list = 256 * 1024 * 1024;
+
+Complaint read_hash(const GetOptions& options, RunOptions& run) {
+    if (options.hash.empty()) return std::nullopt;
+    const auto colon = options.hash.find(':');
+    const auto kind = digest_kind(std::string_view(options.hash).substr(0, colon));
+    const auto digest = colon == std::string::npos
+                            ? std::nullopt
+                            : from_hex(std::string_view(options.hash).substr(colon + 1));
+    if (!kind || !digest || digest->size() != digest_size(*kind)) {
+        return "--hash takes md5:, sha1: or sha256: and the digest in hexadecimal digits.";
+    }
+    run.hash = ExpectedHash{*kind, *digest};
+    return std::nullopt;
+}
+
+Complaint read_proxy(const GetOptions& options, RunOptions& run) {
+    if (options.proxy.empty()) return std::nullopt;
+    const auto proxy = parse_proxy(to_utf16(options.proxy));
+    if (!proxy) {
+        return "--proxy takes http://, connect://, socks4:// or socks5:// with [user:password@]host:port.";
+    }
+    run.proxy = proxy_plan(*proxy);
+    return std::nullopt;
+}
+
+void add_lines(std::string_view text, std::vector<std::string>& links) {
+    if (text.starts_with("\xEF\xBB\xBF")) text.remove_prefix(3);
+    for (std::string_view line : split(text, '\n')) {
+        if (!line.empty() && line.back() == '\r') line.remove_suffix(1);
+        line = trim(line);
+        if (!line.empty() && line.front() != '#') links.emplace_back(line);
+    }
+}
+
+}  // namespace
+
+Complaint override_settings(Settings& settings, const GetOptions& options) {
+    const auto set = [&](const NumberSetting& setting, std::int64_t value) {
+        settings.override_value(setting.section, setting.key, to_utf16(std::to_string(value)));
+    };
+    if (options.jobs) set(setting::max_jobs, *options.jobs);
+    if (options.overwrite == "rename") set(setting::overwrite_rule, 0);
+    if (options.overwrite == "overwrite") set(setting::overwrite_rule, 2);
+    if (options.overwrite == "cancel") set(setting::overwrite_rule, 1);
+    if (options.insecure) set(setting::verify_peer, 0);
+    if (!options.ca_file.empty()) {
+        const std::u16string path = absolute_path(to_utf16(options.ca_file));
+        if (path_kind(path) != PathKind::file) return "--ca-file: there is no file " + options.ca_file + ".";
+        settings.override_value(setting::ca_file.section, setting::ca_file.key, path);
+    }
+    if (!options.limit.empty()) {
+        const auto rate = parse_rate(options.limit);
+        if (!rate || *rate < 0)
+            return "--limit takes bytes a second (500K, 2M), not \"" + options.limit + "\".";
+        set(setting::limit, *rate > 0 ? 1 : 0);
+        if (*rate > 0) set(setting::speed_limit, *rate);
+    }
+    return std::nullopt;
+}
+
+Complaint read_run_options(const GetOptions& options, RunOptions& run) {
+    if (options.cookie.starts_with('@') &&
+        path_kind(absolute_path(to_utf16(options.cookie.substr(1)))) != PathKind::file) {
+        return "--cookie: there is no file " + options.cookie.substr(1) + ".";
+    }
+    Complaint complaint = read_hash(options, run);
+    return complaint ? complaint : read_proxy(options, run);
+}
+
+Complaint read_links(const GetOptions& options, std::vector<std::string>& links) {
+    links = options.links;
+    if (options.input_file.empty()) return std::nullopt;
+    if (options.input_file == "-") {
+        add_lines(read_standard_input(largest_list), links);
+        return std::nullopt;
+    }
+    std::vector<std::byte> bytes;
+    const std::u16string path = absolute_path(to_utf16(options.input_file));
+    if (const FileError error = read_file(path, largest_list, bytes); !error.ok()) {
+        return options.input_file + ": " + error.text();
+    }
+    add_lines({reinterpret_cast<const char*>(bytes.data()), bytes.size()}, links);
+    return std::nullopt;
+}
+
+}  // namespace vantlow
