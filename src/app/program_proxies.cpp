@@ -14,11 +14,11 @@ namespace vantlow {
 namespace {
 
 std::optional<std::u16string> variable(const std::string& name, bool upper_too = true) {
-    if (const auto value = environment(name); value && !value->empty()) return value;
+    if (auto value = environment(name); value && !value->empty()) return value;
     if (!upper_too) return std::nullopt;
     std::string upper = name;
     for (char& c : upper) c = c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c;
-    const auto value = environment(upper);
+    auto value = environment(upper);
     return value && !value->empty() ? value : std::nullopt;
 }
 
