@@ -104,7 +104,12 @@ void JobFactory::apply_request(CJobNode& job) {
     job.retry_by_settings = options_.retries ? 0 : 1;
     if (options_.retries) job.retries = static_cast<std::int32_t>(*options_.retries);
     job.retry_delay = static_cast<std::int32_t>(options_.retry_delay.value_or(-1));
-    if (!job.user.empty() || !credentials_) return;
+    if (job.user.empty()) look_up_login(job);
+}
+
+// What the user's file says of the job's server, unless the address itself says it.
+void JobFactory::look_up_login(CJobNode& job) {
+    if (!credentials_) return;
     const auto target = parse_target(job.address);
     if (!target || !target->user.empty()) return;
     if (const auto found = credentials_(target->host)) {
@@ -203,6 +208,7 @@ std::optional<MadeJobs> JobFactory::follow(const CJobNode& job, const JobOutcome
         request.job->user.clear();
         request.job->password.clear();
         if (!request.job->cookie.starts_with(u'@')) request.job->cookie.clear();
+        look_up_login(*request.job);
     }
     if (const FileError error = remove_file(outcome.path); !error.ok() && made.complaint.empty())
         made.complaint = to_utf8(outcome.path) + ": " + error.text();

@@ -55,6 +55,7 @@ class JobFactory {
     void forget_earlier(const std::u16string& folder, const std::u16string& address,
                         const std::u16string& name);
     void apply_request(CJobNode& job);
+    void look_up_login(CJobNode& job);
 
     const GetOptions& options_;
     CredentialLookup credentials_;

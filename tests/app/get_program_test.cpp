@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "base/codes.h"
 #include "base/text.h"
 #include "platform/file.h"
 #include "platform/socket.h"
@@ -280,6 +281,12 @@ TEST_F(GetProgram, KeepsCredentialsFromTheServersThatAMetafileNames) {
         EXPECT_EQ(request.head.field("Authorization"), std::nullopt);
         EXPECT_EQ(request.head.field("Cookie"), std::nullopt);
     }
+    // What the user's own file says of that server is.
+    own.write(path_separator() == u'\\' ? u"_netrc" : u".netrc", "machine 127.0.0.1 login ann password pw\n");
+    const RunOptions at_home{.environment = {{"HOME", own.path()}, {"USERPROFILE", own.path()}}};
+    EXPECT_EQ(get({u"--user", u"jo", u"--password", u"secret", server.url16("/list.asx")}, at_home).status,
+              0);
+    EXPECT_EQ(other.server().requests().back().head.field("Authorization"), "Basic " + to_base64("ann:pw"));
 }
 
 TEST_F(GetProgram, ExplainsItself) {
