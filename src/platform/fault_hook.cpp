@@ -4,14 +4,31 @@
 
 namespace vantlow {
 
+namespace {
+
+std::atomic<int> askers{0};
+
+}  // namespace
+
 std::atomic<FaultHook*> current_fault_hook{nullptr};
 
 void set_fault_hook(FaultHook* hook) noexcept {
-    current_fault_hook.store(hook, std::memory_order_release);
+    current_fault_hook.store(hook);
+    for (int count = askers.load(); count != 0; count = askers.load()) askers.wait(count);
+}
+
+// Counted first and looked at again then: whoever takes the hook away either sees the count or is seen.
+int ask_hook_in_place(Operation operation, std::u16string_view name, std::int64_t offset,
+                      std::int64_t length) noexcept {
+    ++askers;
+    FaultHook* const hook = current_fault_hook.load();
+    const int error = hook == nullptr ? 0 : hook->before(operation, name, offset, length);
+    if (--askers == 0) askers.notify_all();
+    return error;
 }
 
 int ask_hook(Operation operation, std::string_view utf8_name) noexcept {
-    if (current_fault_hook.load(std::memory_order_acquire) == nullptr) return 0;
+    if (current_fault_hook.load(std::memory_order_relaxed) == nullptr) return 0;
     return ask_hook(operation, to_utf16(utf8_name));
 }
 

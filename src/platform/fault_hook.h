@@ -57,18 +57,20 @@ class FaultHook {
                        std::int64_t length) noexcept = 0;
 };
 
-/// One hook at a time; null for none. It outlives every thread that may be in the middle of asking it.
+/// Puts a hook in place of the one before; null for none. Comes back when nobody is in the middle of asking
+/// the one before, which may go then. Not from within a hook.
 void set_fault_hook(FaultHook* hook) noexcept;
 
 extern std::atomic<FaultHook*> current_fault_hook;
+int ask_hook_in_place(Operation operation, std::u16string_view name, std::int64_t offset,
+                      std::int64_t length) noexcept;
 
 /// The hook's answer; without a hook one load.
 inline int ask_hook(Operation operation, std::u16string_view name = {}, std::int64_t offset = 0,
                     std::int64_t length = 0) noexcept {
-    FaultHook* const hook = current_fault_hook.load(std::memory_order_acquire);
-    if (hook == nullptr) [[likely]]
+    if (current_fault_hook.load(std::memory_order_relaxed) == nullptr) [[likely]]
         return 0;
-    return hook->before(operation, name, offset, length);
+    return ask_hook_in_place(operation, name, offset, length);
 }
 
 /// The same for a name in UTF-8: it is converted for a hook only.

@@ -232,15 +232,17 @@ TEST(HttpAnnounce, LogsInWhereTheTrackerAsksForIt) {
 
 TEST(HttpAnnounce, SaysWhatTheTrackerSaidAndRefusesTheRest) {
     Announcing a;
-    std::string body = "d14:failure reason9:not \x1B[31me";
-    ScriptedServer server([&](Exchange& exchange) { exchange.answer(200, "OK", body); });
+    const auto answer = [](const std::string& body) {
+        return [body](Exchange& exchange) { exchange.answer(200, "OK", body); };
+    };
+    ScriptedServer server(answer("d14:failure reason9:not \x1B[31me"));
     AnnounceReport report = a.announce(server.url("/a"));
     EXPECT_TRUE(a.returned) << "a refusal is a valid answer";
     EXPECT_FALSE(report.ok);
     EXPECT_EQ(report.failure, "not  [31m");
     EXPECT_EQ(a.log.texts(Direction::error), (Texts{"not  [31m"}));
     for (const std::string& bad : {"le"s, "<html>"s, ""s, "d8:intervali60ee"s, std::string(3 << 20, 'l')}) {
-        body = bad;
+        server.set_handler(answer(bad));
         report = a.announce(server.url("/a"));
         EXPECT_FALSE(report.ok || a.returned) << bad.substr(0, 20);
         EXPECT_FALSE(report.failure.empty());

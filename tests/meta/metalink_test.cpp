@@ -197,7 +197,8 @@ TEST(Metalink, BrokenFilesYieldFewerRecordsInLittleTime) {
     many.clear();
     for (int i = 0; i < 200'000; ++i) many += "<file name=\"x\"></file>";
     EXPECT_EQ(read("<files>" + many + "</files>").size(), 200'000U);
-    EXPECT_LT(std::chrono::steady_clock::now() - begun, std::chrono::seconds(10));
+    // Minutes where time grows with the square; the rest is for sanitizers on a busy machine.
+    EXPECT_LT(std::chrono::steady_clock::now() - begun, std::chrono::seconds(60));
 }
 
 TEST(Metalink, AFragmentBehindTheExtensionSelects) {

@@ -21,8 +21,7 @@ int error_number(SocketFault fault) noexcept;
 /// Of the name functions, when nobody answers.
 int name_error_number() noexcept;
 
-/// Puts a hook in front of all operations for as long as it lives. One at a time. It must outlive every
-/// thread that works with files and sockets.
+/// Puts a hook in front of all operations for as long as it lives. One at a time.
 class HookInPlace {
   public:
     explicit HookInPlace(FaultHook& hook) { set_fault_hook(&hook); }
