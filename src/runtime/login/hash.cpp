@@ -92,13 +92,6 @@ Bytes desl(View key, View bytes) {
     return result;
 }
 
-Bytes random_bytes(std::size_t count) {
-    Bytes bytes(count);
-    if (!start_gcrypt()) return {};
-    gcry_create_nonce(bytes.data(), bytes.size());
-    return bytes;
-}
-
 void wipe(Bytes& bytes) noexcept {
     volatile std::uint8_t* at = bytes.data();
     for (std::size_t i = 0; i < bytes.size(); ++i) at[i] = 0;

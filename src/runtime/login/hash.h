@@ -26,8 +26,6 @@ Bytes digest(Hash kind, std::initializer_list<View> pieces);
 Bytes hmac_md5(View key, std::initializer_list<View> pieces);
 /// "DESL": the 8 bytes encrypted with DES under each third of the 16-byte key, padded with zeroes; 24 bytes.
 Bytes desl(View key, View bytes);
-/// Bytes that nobody can guess.
-Bytes random_bytes(std::size_t count);
 
 /// Overwrites what was a secret.
 void wipe(Bytes& bytes) noexcept;

@@ -4,6 +4,8 @@
 #include <chrono>
 #include <cstring>
 
+#include "runtime/login/random.h"
+
 namespace vantlow::login {
 namespace {
 
@@ -176,11 +178,10 @@ std::optional<NtlmChallenge> NtlmChallenge::parse(View bytes) {
     return challenge;
 }
 
-NtlmChance NtlmChance::now() {
+std::optional<NtlmChance> NtlmChance::now() {
     constexpr std::uint64_t from_1601_to_1970 = 11644473600ULL * 10'000'000;
     NtlmChance chance;
-    const Bytes random = random_bytes(chance.client_nonce.size());
-    std::copy(random.begin(), random.end(), chance.client_nonce.begin());
+    if (!fill_random(chance.client_nonce)) return std::nullopt;
     const auto since_1970 = std::chrono::system_clock::now().time_since_epoch();
     chance.time =
         from_1601_to_1970 +
@@ -192,7 +193,8 @@ NtlmChance NtlmChance::now() {
 }
 
 Bytes ntlm_response(const NtlmChallenge& challenge, std::string_view user, std::string_view password,
-                    const NtlmChance& chance) {
+                    const std::optional<NtlmChance>& chance) {
+    if (!chance) return {};
     std::string_view domain;
     if (const auto slash = user.find('\\'); slash != std::string_view::npos) {
         domain = user.substr(0, slash);
@@ -204,7 +206,7 @@ Bytes ntlm_response(const NtlmChallenge& challenge, std::string_view user, std::
     if (nt_hash.empty()) return {};
     const bool v2 = !challenge.target_info.empty();
     const Answers answers =
-        v2 ? answer_v2(challenge, nt_hash, user, domain, chance) : answer_v1(challenge, nt_hash, chance);
+        v2 ? answer_v2(challenge, nt_hash, user, domain, *chance) : answer_v1(challenge, nt_hash, *chance);
     wipe(nt_hash);
     if (answers.nt.empty()) return {};
     std::uint32_t flags = challenge.flags & kept_flags;

@@ -3,8 +3,10 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdint>
 #include <new>
 
+#include "runtime/login/random.h"
 #include "runtime/operations.h"
 #include "runtime/secur/gcrypt_start.h"
 
@@ -44,9 +46,8 @@ int write_number(gcry_mpi_t number, void* buffer, std::size_t size) noexcept {
 bool make_keys(VantlowDh& dh, const void* generator, std::size_t generator_size) noexcept {
     gcry_mpi_t base = read_number(generator, generator_size);
     if (base == nullptr) return false;
-    std::array<unsigned char, exponent_size> random{};
-    gcry_randomize(random.data(), random.size(), GCRY_STRONG_RANDOM);
-    dh.exponent = read_number(random.data(), random.size());
+    std::array<std::uint8_t, exponent_size> random{};
+    if (vantlow::login::fill_random(random)) dh.exponent = read_number(random.data(), random.size());
     random.fill(0);
     dh.public_key = gcry_mpi_new(0);
     if (dh.exponent != nullptr) gcry_mpi_powm(dh.public_key, base, dh.exponent, dh.prime);
