@@ -10,6 +10,8 @@
 namespace vantlow {
 namespace {
 
+constexpr std::chrono::seconds give_back_interval{30};
+
 CommandAnswer run_words(CFerrywellApp& app, const Command& command) {
     CommandAnswer answer;
     if (!command.run) {
@@ -58,6 +60,7 @@ void Resident::wake() {
     if (woken_.exchange(true)) return;
     frame_->post([this] {
         woken_ = false;
+        used_memory_ = true;
         runner_->pump();
         look_whether_idle();
     });
@@ -67,6 +70,16 @@ void Resident::look_whether_idle() {
     if (ends_when_idle_ && !runner_->has_work()) frame_->quit();
 }
 
+// What jobs and answers held goes back to the system while nobody waits for it.
+void Resident::look_at_memory() {
+    used_memory_ = used_memory_ || runner_->running() > 0;
+    const Clock::time_point now = Clock::now();
+    if (!used_memory_ || now < next_give_back_) return;
+    used_memory_ = false;
+    next_give_back_ = now + give_back_interval;
+    give_back_memory();
+}
+
 void Resident::on_timer(int timer) {
     std::string error;  // told by the runner
     switch (timer) {
@@ -74,6 +87,7 @@ void Resident::on_timer(int timer) {
             runner_->tick();
             runner_->pump();
             look_whether_idle();
+            look_at_memory();
             break;
         case save_timer:
             static_cast<void>(runner_->save(error));

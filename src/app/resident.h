@@ -41,6 +41,7 @@ class Resident {
     std::string on_request(const std::string& request);
     void wake();
     void look_whether_idle();
+    void look_at_memory();
     bool close();
     static void on_interrupt(void* context, int count);
 
@@ -51,6 +52,8 @@ class Resident {
     std::unique_ptr<JobRunner> runner_;
     Display display_;
     bool ends_when_idle_ = false;
+    bool used_memory_ = false;  ///< since some was given back last
+    Clock::time_point next_give_back_{};
     bool closed_ = false;
     bool saved_ = true;
     std::atomic<bool> woken_{false};

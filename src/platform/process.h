@@ -45,6 +45,9 @@ std::u16string user_download_folder();
 /// is stuck inside the operating system. Streams must have been flushed.
 [[noreturn]] void end_process(int status) noexcept;
 
+/// Gives memory back to the system that the C library keeps although nothing is in it; some milliseconds.
+void give_back_memory() noexcept;
+
 /// Text in the system's ANSI code page and back. Characters that the code page lacks become '?'.
 std::string to_ansi(std::u16string_view text);
 std::u16string from_ansi(std::string_view bytes);

@@ -1,6 +1,7 @@
 #include "platform/process.h"
 
 #include <locale.h>  // NOLINT(modernize-deprecated-headers): the POSIX one
+#include <malloc.h>
 #include <pwd.h>
 #include <sys/random.h>
 #include <unistd.h>
@@ -155,6 +156,11 @@ std::u16string user_download_folder() {
 
 void end_process(int status) noexcept {
     ::_exit(status);
+}
+
+// Each of up to eight arenas a processor keeps what its threads held at most.
+void give_back_memory() noexcept {
+    ::malloc_trim(0);
 }
 
 std::string to_ansi(std::u16string_view text) {

@@ -137,6 +137,9 @@ void end_process(int status) noexcept {
     std::abort();  // never reached
 }
 
+// The heap of this system gives large free blocks back by itself.
+void give_back_memory() noexcept {}
+
 std::string to_ansi(std::u16string_view text) {
     if (text.empty()) return {};
     const bool utf8 = GetACP() == CP_UTF8;  // which takes neither flag nor replacement
