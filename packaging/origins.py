@@ -65,7 +65,7 @@ def package(name):
 
 
 def own_sources(build):
-    """Packages that were built from source beside the build (build/windows-ssh2)."""
+    """Packages that were built from source beside the build (build/linux-ssh2, build/windows-ssh2)."""
     for versions in sorted(build.parent.glob("*/sources/versions")):
         for line in versions.read_text(encoding="utf-8").splitlines():
             name, version = line.split()

@@ -153,13 +153,15 @@ void Sshd::make_key(const TempFolder& folder, const char16_t* name, const char16
 Sshd::Sshd(std::string_view lines) {
     make_key(keys_, u"id_ed25519", u"ed25519");
     make_key(keys_, u"id_ecdsa", u"ecdsa");
+    make_key(keys_, u"id_rsa", u"rsa");
     make_key(prefix_, u"host_key", u"ed25519");
     run(lines);
 }
 
 void Sshd::run(std::string_view lines) {
     (void)make_folders(u"/run/sshd");  // its packages' start would make it
-    prefix_.write(u"authorized", keys_.read(u"id_ed25519.pub") + keys_.read(u"id_ecdsa.pub"));
+    prefix_.write(u"authorized",
+                  keys_.read(u"id_ed25519.pub") + keys_.read(u"id_ecdsa.pub") + keys_.read(u"id_rsa.pub"));
     start(u"/usr/sbin/sshd", "127.0.0.1", [&] {
         const std::string folder = prefix_.utf8_path();
         std::string text = "Port " + std::to_string(port_) + "\nListenAddress 127.0.0.1\nStrictModes no\n";

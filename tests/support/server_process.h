@@ -63,7 +63,7 @@ class Proftpd : public ServerProcess {
                                        std::string_view password = "secret") const;
 };
 
-/// OpenSSH: the user that runs the tests, with the keys of key_folder() (id_ed25519, id_ecdsa).
+/// OpenSSH: the user that runs the tests, with the keys of key_folder() (id_ed25519, id_ecdsa, id_rsa).
 class Sshd : public ServerProcess {
   public:
     static constexpr const char* missing = "OpenSSH's server is not installed";

@@ -137,7 +137,7 @@ TEST_F(SftpTest, KnownHostsAndKeys) {
     server.documents().write(u"x.bin", content);
     const TempFolder ssh;
     const std::u16string address = server.url16("x.bin");
-    for (const char16_t* key : {u"id_ed25519", u"id_ecdsa"}) {
+    for (const char16_t* key : {u"id_ed25519", u"id_ecdsa", u"id_rsa"}) {
         const std::u16string path = server.key_folder().path(key);
         EXPECT_EQ(fetch(address, rules(ssh, false, path)).result.code,
                   asked == 0 ? Code::not_trusted : Code::ok);
@@ -148,7 +148,8 @@ TEST_F(SftpTest, KnownHostsAndKeys) {
     EXPECT_TRUE(ssh.read(u"known_hosts").starts_with("[127.0.0.1]:"));
     // The keys of the folder are found without being named.
     const TempFolder& own = server.key_folder();
-    own.write(u"known_hosts", "# a remark\n" + ssh.read(u"known_hosts"));
+    own.write(u"known_hosts",
+              "# a remark\ntorn ssh-ed25519 AAAAC3NzaC1lZDI1NTE5AAAAI9x\n" + ssh.read(u"known_hosts"));
     expect_continued(address, rules(own, false));
     ASSERT_TRUE(remove_file(folder.path(u"x.bin")).ok());
 

@@ -23,6 +23,13 @@ inline std::string base64_unpadded(const unsigned char* bytes, std::size_t size)
     return text;
 }
 
+/// With padding, which libssh2 needs where it decodes: 1.11 makes too little room for a text without.
+inline std::string base64_padded(const unsigned char* bytes, std::size_t size) {
+    std::string text = base64_unpadded(bytes, size);
+    text.append((4 - text.size() % 4) % 4, '=');
+    return text;
+}
+
 /// The bytes of a base64 text; anything that is no digit is passed over.
 inline std::string base64_decoded(std::string_view text) {
     std::string bytes;

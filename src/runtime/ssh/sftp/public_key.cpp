@@ -47,7 +47,7 @@ std::string public_key_of(const std::string& private_key) {
     const auto kind = take_string(inner);
     if (!kind || kind->empty() || kind->find(' ') != std::string_view::npos) return {};
     return std::string(*kind) + " " +
-           base64_unpadded(reinterpret_cast<const unsigned char*>(key->data()), key->size()) + " key";
+           base64_padded(reinterpret_cast<const unsigned char*>(key->data()), key->size()) + " key";
 }
 
 }  // namespace vantlow::ssh

@@ -32,6 +32,18 @@ struct FreeKnownHosts {
 };
 using KnownHosts = std::unique_ptr<LIBSSH2_KNOWNHOSTS, FreeKnownHosts>;
 
+// Whether a line's key, its third word, has all its digits and padding: see base64_padded.
+bool has_whole_key(std::string_view line) {
+    constexpr std::string_view blanks = " \t\r";
+    for (int word = 0; word < 2; ++word) {
+        line.remove_prefix(std::min(line.find_first_not_of(blanks), line.size()));
+        line.remove_prefix(std::min(line.find_first_of(blanks), line.size()));
+    }
+    line.remove_prefix(std::min(line.find_first_not_of(blanks), line.size()));
+    const std::size_t size = std::min(line.find_first_of(blanks), line.size());
+    return size > 0 && size % 4 == 0;
+}
+
 // Lines that cannot be read (markers, kinds of keys of later days) are passed over, as OpenSSH does.
 KnownHosts read_known_hosts(VantlowSsh& ssh) {
     KnownHosts hosts(libssh2_knownhost_init(ssh.session));
@@ -39,7 +51,8 @@ KnownHosts read_known_hosts(VantlowSsh& ssh) {
     const std::string text(ssh.login->known_hosts, ssh.login->known_hosts_size);
     for (std::size_t at = 0; at < text.size();) {
         const auto end = std::min(text.find('\n', at), text.size());
-        if (end > at && text[at] != '#' && text[at] != '@') {
+        if (text[at] != '#' && text[at] != '@' &&
+            has_whole_key(std::string_view(text).substr(at, end - at))) {
             // With its line end: libssh2 looks for one even behind what it was given.
             libssh2_knownhost_readline(hosts.get(), text.data() + at, end - at + (end < text.size() ? 1 : 0),
                                        LIBSSH2_KNOWNHOST_FILE_OPENSSH);

@@ -85,17 +85,20 @@ bool start_library() {
     return started;
 }
 
-// A function pointer as libssh2 takes all of them.
 template <class Function>
-void* erased(Function* function) {
-    return reinterpret_cast<void*>(function);
+void set_callback(VantlowSsh& ssh, int which, Function* function) {
+#if LIBSSH2_VERSION_NUM >= 0x010b01
+    libssh2_session_callback_set2(ssh.session, which, reinterpret_cast<libssh2_cb_generic*>(function));
+#else
+    libssh2_session_callback_set(ssh.session, which, reinterpret_cast<void*>(function));
+#endif
 }
 
 bool make_session(VantlowSsh& ssh) {
     ssh.session = libssh2_session_init_ex(nullptr, nullptr, nullptr, &ssh);
     if (ssh.session == nullptr) return false;
-    libssh2_session_callback_set(ssh.session, LIBSSH2_CALLBACK_RECV, erased(&take_received));
-    libssh2_session_callback_set(ssh.session, LIBSSH2_CALLBACK_SEND, erased(&send_all));
+    set_callback(ssh, LIBSSH2_CALLBACK_RECV, &take_received);
+    set_callback(ssh, LIBSSH2_CALLBACK_SEND, &send_all);
     libssh2_session_set_blocking(ssh.session, 0);
     // What processors have instructions for, first.
     for (const int direction : {LIBSSH2_METHOD_CRYPT_CS, LIBSSH2_METHOD_CRYPT_SC}) {
