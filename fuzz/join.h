@@ -6,7 +6,6 @@
 #include "base/text.h"
 #include "fuzz.h"
 #include "media/combine.h"
-#include "media/media_show.h"
 
 namespace vantlow::fuzz {
 

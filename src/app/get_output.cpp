@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "app/json_text.h"
+#include "app/store_command.h"
 #include "base/text.h"
 #include "platform/console.h"
 #include "platform/file.h"
@@ -85,6 +86,7 @@ void GetOutput::complain(const std::string& text) {
 void GetOutput::close() {
     flush_log();
     view_.clear();
+    complain_of_lost_output();
 }
 
 void GetOutput::tell_start(Shown& shown, const std::u16string& path, std::int64_t size) {

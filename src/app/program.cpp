@@ -2,11 +2,14 @@
 
 #include "app/command_line.h"
 #include "app/dispatch.h"
+#include "app/store_command.h"
 #include "platform/console.h"
 
 namespace vantlow {
 
-Exit run_program(const std::vector<std::string>& words) {
+namespace {
+
+Exit run(const std::vector<std::string>& words) {
     const Command command = parse_command_line(words);
     if (!command.run) {
         write_stream(command.status == Exit::done ? Stream::output : Stream::error, command.text);
@@ -23,6 +26,14 @@ Exit run_program(const std::vector<std::string>& words) {
         return Exit::usage;
     }
     return run_command(app, command, words);
+}
+
+}  // namespace
+
+Exit run_program(const std::vector<std::string>& words) {
+    const Exit status = run(words);
+    // What nobody got has not been said.
+    return complain_of_lost_output() && status == Exit::done ? Exit::failed : status;
 }
 
 }  // namespace vantlow

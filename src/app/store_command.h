@@ -31,6 +31,8 @@ CommandRun on_store(std::function<Exit(StoreCommand&)> command);
 void print_line(const StoreCommand& command, const std::string& text);
 /// Writes "vantlow: TEXT" to stderr, control characters taken out.
 void complain(const std::string& text);
+/// Says so where output could not be written, once; true then.
+bool complain_of_lost_output();
 
 /// The jobs that these texts name (GUIDs or unique prefixes of them), in their order, each once. What names
 /// none is complained about and makes `complete` false.

@@ -1,49 +1,13 @@
 #include "bt/peer_probe.h"
 
-#include "base/codes.h"
 #include "base/string_table.h"
-#include "base/text.h"
 #include "bt/mse.h"
 #include "bt/torrent_settings.h"
-#include "bt/wire.h"
 
 namespace vantlow {
 namespace {
 
-constexpr std::string_view protocol =
-    "\x13"
-    "BitTorrent protocol";
-constexpr std::size_t handshake_size = 68;
-constexpr std::size_t reserved_at = 20;
-constexpr std::size_t torrent_at = 28;
-constexpr std::size_t peer_id_at = 48;
-constexpr unsigned char extension_bit = 0x10;  // of the sixth reserved byte
 constexpr std::chrono::seconds listening{10};
-// Bitfields of the largest torrents and metadata pieces are shorter.
-constexpr std::uint32_t longest_message = 1024 * 1024;
-constexpr int most_messages = 100;
-
-std::string message_name(unsigned number) {
-    constexpr std::string_view names[] = {"choke",    "unchoke", "interested", "not interested", "have",
-                                          "bitfield", "request", "piece",      "cancel",         "port"};
-    if (number < std::size(names)) return std::string(names[number]);
-    switch (number) {  // BEP 6, BEP 10
-        case 13:
-            return "suggest piece";
-        case 14:
-            return "have all";
-        case 15:
-            return "have none";
-        case 16:
-            return "reject request";
-        case 17:
-            return "allowed fast";
-        case extended_message:
-            return "extended";
-        default:
-            return "message " + std::to_string(number);
-    }
-}
 
 /// The connection to the peer with the encryption on it, if there is any.
 class PeerChannel {
@@ -127,38 +91,15 @@ Result PeerChannel::receive(std::size_t count, std::string& bytes, Clock::time_p
     return {};
 }
 
-Result take_handshake(PeerChannel& channel, const InfoHash& torrent, Clock::time_point until,
-                      ProbeReport& report) {
-    std::string bytes;
-    if (Result result = channel.receive(handshake_size, bytes, until); !result.ok()) return result;
-    if (!bytes.starts_with(protocol)) return {Code::unsupported, "This is no BitTorrent peer."};
-    const std::string_view hash(reinterpret_cast<const char*>(torrent.data()), torrent.size());
-    if (std::string_view(bytes).substr(torrent_at, torrent.size()) != hash)
-        return {Code::unsupported, "The peer speaks of another torrent."};
-    report.reserved = to_hex(std::as_bytes(std::span(bytes)).subspan(reserved_at, 8));
-    report.peer_id = bytes.substr(peer_id_at);
-    return {};
-}
-
-// Messages up to the peer's extension handshake. Silence is no failure: a peer need not say anything.
-Result listen(PeerChannel& channel, Clock::time_point until, ProbeReport& report) {
-    std::string bytes;
-    for (int count = 0; count < most_messages && !report.extension; ++count) {
-        if (Result result = channel.receive(4, bytes, until); !result.ok()) return result;
-        const auto size = get_number<std::uint32_t>(bytes, 0);
-        if (size > longest_message) return {Code::unsupported, "The peer's message is too long."};
-        if (size == 0) continue;  // keeps the connection alive
-        if (Result result = channel.receive(size, bytes, until); !result.ok()) return result;
-        const auto number = static_cast<unsigned char>(bytes[0]);
-        report.messages.push_back(message_name(number));
-        if (number == extended_message && size > 2 && bytes[1] == 0)
-            report.extension = parse_extension_handshake(std::string_view(bytes).substr(2));
-    }
-    return {};
+// One part of what the peer says.
+Result hear(PeerChannel& channel, PeerListener& peer, Clock::time_point until) {
+    std::string part;
+    if (Result result = channel.receive(peer.wanted(), part, until); !result.ok()) return result;
+    return peer.take(part);
 }
 
 Result converse(PeerChannel& channel, const AnnounceServices& services, const TorrentIdentity& job,
-                const ConnectPlan& plan, ProbeMode mode, ProbeReport& report) {
+                const ConnectPlan& plan, ProbeMode mode, PeerListener& peer, std::string& encryption) {
     if (Result result = channel.open(plan); !result.ok()) return result;
     const std::string handshake = build_peer_handshake(job.info_hash, job.peer_id);
     Result result;
@@ -169,26 +110,16 @@ Result converse(PeerChannel& channel, const AnnounceServices& services, const To
         result = channel.send(handshake);
     }
     if (!result.ok()) return result;
-    report.encryption = channel.encryption();
+    encryption = channel.encryption();
     const auto until = from_now(listening);
-    if (Result taken = take_handshake(channel, job.info_hash, until, report); !taken.ok()) return taken;
-    report.ok = true;
-    const auto flags = static_cast<unsigned char>(from_hex(report.reserved)->at(5));
-    if ((flags & extension_bit) == 0) return {};
-    if (Result sent = channel.send(build_extension_handshake(0, job.port, u"Vantlow/2.95")); !sent.ok())
-        return sent;
-    return listen(channel, until, report);
+    result = hear(channel, peer, until);
+    if (!result.ok() || peer.wanted() == 0) return result;
+    result = channel.send(build_extension_handshake(0, job.port, u"Vantlow/2.95"));
+    while (result.ok() && peer.wanted() != 0) result = hear(channel, peer, until);
+    return result;
 }
 
 }  // namespace
-
-std::string build_peer_handshake(const InfoHash& torrent, std::string_view peer_id) {
-    std::string bytes(protocol);
-    bytes.append(8, '\0');
-    bytes[reserved_at + 5] = static_cast<char>(extension_bit);
-    bytes.append(reinterpret_cast<const char*>(torrent.data()), torrent.size());
-    return bytes.append(peer_id);
-}
 
 ProbeReport probe_peer(const AnnounceServices& services, const TorrentIdentity& job, const std::string& host,
                        std::uint16_t port, ProbeMode mode, LogSink& log, const StopSource& stop) {
@@ -202,8 +133,10 @@ ProbeReport probe_peer(const AnnounceServices& services, const TorrentIdentity& 
     plan.may_reuse = false;
     ProbeReport report;
     PeerChannel channel(services, log, stop);
-    if (Result result = converse(channel, services, job, plan, mode, report); !result.ok())
-        report.failure = result.message();
+    PeerListener peer(job.info_hash);
+    const Result result = converse(channel, services, job, plan, mode, peer, report.encryption);
+    static_cast<PeerWords&>(report) = peer.words();
+    if (!result.ok()) report.failure = result.message();
     return report;
 }
 

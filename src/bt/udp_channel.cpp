@@ -5,15 +5,13 @@
 
 #include "base/string_table.h"
 #include "base/text.h"
-#include "bt/peer_store.h"
-#include "bt/wire.h"
+#include "bt/udp_relay.h"
 #include "transfer/connection/tunnel.h"
 
 namespace vantlow {
 namespace {
 
 constexpr std::uint8_t udp_associate = 3;
-enum AddressType : unsigned char { type_ipv4 = 1, type_name = 3, type_ipv6 = 4 };
 
 // Remembers what came since the last request was sent: the handshake itself tells the port only.
 class RememberingWire : public ProxyWire {
@@ -37,34 +35,6 @@ class RememberingWire : public ProxyWire {
     std::chrono::milliseconds timeout_;
     std::string reply_;
 };
-
-// Bytes of address and port behind the type byte at `at`; 0 when there are not that many.
-std::size_t address_size(std::string_view bytes, std::size_t at) noexcept {
-    if (bytes.size() < at + 2) return 0;
-    std::size_t size = 0;
-    if (bytes[at] == type_ipv4) size = 4 + 2;
-    if (bytes[at] == type_ipv6) size = 16 + 2;
-    if (bytes[at] == type_name) size = 1 + std::size_t{static_cast<unsigned char>(bytes[at + 1])} + 2;
-    return bytes.size() - (at + 1) >= size ? size : 0;
-}
-
-std::string relay_header(const std::string& host, std::uint16_t port) {
-    std::string header(3, '\0');  // reserved, no fragment
-    if (const auto address = SocketAddress::from_literal(host, port)) {
-        header += static_cast<char>(address->is_ipv6() ? type_ipv6 : type_ipv4);
-        if (address->is_ipv6()) {
-            for (const std::uint8_t byte : address->ipv6()) header += static_cast<char>(byte);
-        } else {
-            for (const std::uint8_t byte : address->ipv4()) header += static_cast<char>(byte);
-        }
-    } else {
-        header += static_cast<char>(type_name);
-        header += static_cast<char>(host.size());
-        header += host;
-    }
-    put_number(header, port);
-    return header;
-}
 
 }  // namespace
 
@@ -150,24 +120,21 @@ Result UdpChannel::open_association(const std::string& host, std::uint16_t port,
         named = addresses->front().host();
     }
     header_ = relay_header(named, port);
-    const std::string_view reply = association_->reply;
-    constexpr std::size_t type_at = 3;
-    const std::size_t size = address_size(reply, type_at);
-    if (size == 0) return {Code::proxy_refused, "The proxy named no relay."};
+    const auto named_relay = relay_of(association_->reply);
+    if (!named_relay) return {Code::proxy_refused, "The proxy named no relay."};
     SocketAddress relay;
-    if (reply[type_at] == type_ipv4) relay = ipv4_peer(reply.substr(type_at + 1));
-    if (reply[type_at] == type_ipv6) relay = ipv6_peer(reply.substr(type_at + 1));
-    const bool same_machine = relay.size() == 0 || relay.host() == "0.0.0.0" || relay.host() == "::";
-    if (same_machine) {
+    if (named_relay->address) {
+        relay = *named_relay->address;
+    } else {
         const auto addresses = services_.resolver.resolve(proxy.host, proxy.port, stop_);
         if (!addresses.ok()) return addresses.failure();
         relay = addresses->front();
-        relay.set_port(get_number<std::uint16_t>(reply, type_at + 1 + size - 2));
+        relay.set_port(named_relay->port);
     }
     auto socket = UdpSocket::connect(relay);
     if (!socket.ok()) return fail(socket.failure().system_error);
     socket_ = *std::move(socket);
-    is_ipv6_ = header_[type_at] == type_ipv6;
+    is_ipv6_ = names_ipv6(header_);
     return {};
 }
 
@@ -202,8 +169,7 @@ Outcome<std::string> UdpChannel::receive(std::size_t most, Clock::time_point unt
         if (step.state != IoStep::State::moved) return fail(step.system_error);
         buffer.resize(step.bytes);
         if (header_.empty()) return buffer;
-        const std::size_t size = address_size(buffer, 3);
-        if (size != 0 && buffer[2] == 0) return buffer.substr(4 + size);
+        if (const auto content = relayed(buffer)) return std::string(*content);
         // Fragments and what has no header are dropped.
     }
 }

@@ -76,6 +76,8 @@ Result MediaOutput::shift(std::int64_t offset, std::int64_t by) {
 }
 
 Result MediaOutput::commit() {
+    // On the disk before it has its name: a power cut must not leave a whole name with half a film.
+    if (Result result = failure(file_.flush()); !result.ok()) return result;
     file_.close();
     const FileError error = rename_replace(working_name_, name_);
     if (error.ok()) return {};

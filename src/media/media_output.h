@@ -35,7 +35,7 @@ class MediaOutput {
     [[nodiscard]] std::int64_t position() const noexcept { return position_; }
     /// Leaves a gap that write_at fills later.
     void skip(std::int64_t count) noexcept { position_ += count; }
-    /// Gives the file its name. It is not forced onto the disk: the pieces are there still.
+    /// Forces the file onto the disk and gives it its name.
     Result commit();
 
   private:

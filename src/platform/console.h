@@ -18,8 +18,14 @@ bool is_terminal(Stream stream) noexcept;
 int terminal_width(Stream stream) noexcept;
 /// Prepares a terminal for UTF-8 and for cursor movement; false when it cannot move its cursor.
 bool prepare_terminal(Stream stream) noexcept;
-/// Writes UTF-8 text whole, at once, unbuffered. Failures are ignored: there is nobody to tell.
+/// To be called at the start of the process, before it opens anything: no file gets the number of a standard
+/// stream that the process was started without, and a pipe that nobody reads ends no process.
+void prepare_streams() noexcept;
+/// Writes UTF-8 text whole, at once, unbuffered. Of a failure on the error stream there is nobody to tell;
+/// that on the output can be asked for.
 void write_stream(Stream stream, std::string_view text) noexcept;
+/// The system's number of the first failure on the output since it was asked for; 0: everything was written.
+int take_output_failure() noexcept;
 
 /// Standard input up to its end, at most `at_most` bytes of it.
 std::string read_standard_input(std::size_t at_most);

@@ -41,7 +41,10 @@ enum class Operation {
     find_operation,  ///< in a loaded library
     read_setting,    ///< in the system's own store, where it has one; the name is the key
     write_setting,
-    last = write_setting
+    tell,     ///< text for a standard stream
+    protect,  ///< a secret, where the system encrypts it; and the way back
+    dial,     ///< a connection of the system's phone book
+    last = dial
 };
 
 /// Asked before each operation, with what it is called by (empty where only a handle is known), and for files

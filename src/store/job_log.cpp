@@ -21,8 +21,15 @@ bool is_control(char16_t c) noexcept {
     return c < 0x20 || (c >= 0x7F && c <= 0x9F) || c == 0x2028 || c == 0x2029;
 }
 
+std::int64_t now_in_milliseconds() noexcept {
+    using namespace std::chrono;
+    return duration_cast<milliseconds>(system_clock::now().time_since_epoch()).count();
+}
+
+}  // namespace
+
 // What a server sent must not move the cursor of the terminal that shows it, nor make two lines of one.
-std::string printable(std::string_view text) {
+std::string log_text(std::string_view text) {
     std::u16string units = to_utf16(cut(text, CLogNode::max_length));
     char16_t before = 0;
     for (char16_t& c : units) {
@@ -34,20 +41,13 @@ std::string printable(std::string_view text) {
     return to_utf8(units);
 }
 
-std::int64_t now_in_milliseconds() noexcept {
-    using namespace std::chrono;
-    return duration_cast<milliseconds>(system_clock::now().time_since_epoch()).count();
-}
-
-}  // namespace
-
 void CJobLog::line(Direction direction, std::string_view text) {
     // Writers of a log are in the middle of something else: where memory is lacking they do without the line.
     try {
         CLogNode node;
         node.time = now_in_milliseconds();
         node.direction = direction;
-        node.text = printable(text);
+        node.text = log_text(text);
         {
             const std::lock_guard guard(mutex_);
             lines_.push_back(node);

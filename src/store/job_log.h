@@ -24,6 +24,10 @@ class CLogNode {
     static constexpr std::size_t max_length = 4096;
 };
 
+/// The text as a line holds it: no control characters, no bytes that are not UTF-8, at most
+/// CLogNode::max_length bytes.
+std::string log_text(std::string_view text);
+
 /// Keeps the last lines (1,000) and hands each on to a listener. Any thread may write; the listener is called
 /// one line at a time and must not write to the log itself.
 class CJobLog : public LogSink {

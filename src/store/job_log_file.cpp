@@ -34,8 +34,7 @@ JobLogFile::JobLogFile(const std::u16string& data_folder, const Guid& job)
 
 void JobLogFile::add(const CLogNode& line) {
     const std::lock_guard guard(mutex_);
-    gathered_ += std::to_string(line.time) + " " + std::to_string(static_cast<int>(line.direction)) + " " +
-                 line.text + "\n";
+    gathered_ += write_log_line(line);
     if (gathered_.size() > most_gathered) gathered_ = newer_half(gathered_);
 }
 
@@ -57,23 +56,32 @@ void JobLogFile::write() {
         shorten_log(path_);
 }
 
-std::vector<CLogNode> read_job_log(const std::u16string& data_folder, const Guid& job) {
+std::string write_log_line(const CLogNode& line) {
+    return std::to_string(line.time) + " " + std::to_string(static_cast<int>(line.direction)) + " " +
+           line.text + "\n";
+}
+
+std::vector<CLogNode> read_log_lines(std::string_view text) {
     std::vector<CLogNode> lines;
-    std::vector<std::byte> bytes;
-    if (!read_file(log_path(data_folder, job), 2 * (largest_log + most_gathered), bytes).ok()) return lines;
-    for (std::string_view text : split({reinterpret_cast<const char*>(bytes.data()), bytes.size()}, '\n')) {
-        const auto first = text.find(' ');
-        const auto time = parse_decimal(text.substr(0, first));
-        if (!time || first == std::string_view::npos || text.size() < first + 3) continue;
-        const int direction = text[first + 1] - '0';
+    for (std::string_view entry : split(text, '\n')) {
+        const auto first = entry.find(' ');
+        const auto time = parse_decimal(entry.substr(0, first));
+        if (!time || first == std::string_view::npos || entry.size() < first + 3) continue;
+        const int direction = entry[first + 1] - '0';
         if (direction < 0 || direction > 3) continue;
         CLogNode line;
         line.time = *time;
         line.direction = static_cast<Direction>(direction);
-        line.text = text.substr(first + 3);
+        line.text = log_text(entry.substr(first + 3));
         lines.push_back(std::move(line));
     }
     return lines;
+}
+
+std::vector<CLogNode> read_job_log(const std::u16string& data_folder, const Guid& job) {
+    std::vector<std::byte> bytes;
+    if (!read_file(log_path(data_folder, job), 2 * (largest_log + most_gathered), bytes).ok()) return {};
+    return read_log_lines({reinterpret_cast<const char*>(bytes.data()), bytes.size()});
 }
 
 void remove_job_log(const std::u16string& data_folder, const Guid& job) {

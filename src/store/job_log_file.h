@@ -3,6 +3,7 @@
 
 #include <mutex>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "base/guid.h"
@@ -31,6 +32,11 @@ class JobLogFile {
     std::mutex mutex_;
     std::string gathered_;  ///< guarded by mutex_
 };
+
+/// A line as it stands in the file, with its end.
+std::string write_log_line(const CLogNode& line);
+/// The lines of a file, oldest first; what is none is left out.
+std::vector<CLogNode> read_log_lines(std::string_view text);
 
 /// The lines of a job's log, oldest first; none when there is no log.
 std::vector<CLogNode> read_job_log(const std::u16string& data_folder, const Guid& job);

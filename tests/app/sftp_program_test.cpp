@@ -1,6 +1,7 @@
 // `vantlow get` with SSH: the words, the agent, the known hosts of the home folder.
 #include <gtest/gtest.h>
 
+#include "platform/file.h"
 #include "support/content.h"
 #include "support/process_run.h"
 #include "support/server_process.h"
@@ -28,6 +29,17 @@ TEST(SftpProgram, KeysAgentsAndHostsThatAreNotKnown) {
     EXPECT_NE(unknown.err.find("SHA256:"), std::string::npos);
     const RunResult no_key = run_vantlow({u"get", u"--accept-host-key", link}, options);
     EXPECT_EQ(no_key.status, 5) << no_key.err;
+    const std::u16string half = server.key_folder().path(u"id_ed25519.pub");
+    const RunResult public_key = run_vantlow({u"get", u"--accept-host-key", u"--key", half, link}, options);
+    EXPECT_EQ(public_key.status, 5) << public_key.err;
+    EXPECT_NE(public_key.err.find("is no private key"), std::string::npos) << public_key.err;
+    // Who could not look whether a server is another one than before must not accept it as a new one.
+    const TempFolder other_home;
+    ASSERT_TRUE(make_folders(other_home.path(u".ssh/known_hosts")).ok());
+    RunOptions unreadable = options;
+    unreadable.environment[0].second = other_home.path();
+    const RunResult blind = run_vantlow({u"get", u"--accept-host-key", u"--key", key, link}, unreadable);
+    EXPECT_EQ(blind.status, 6) << blind.err;
     const RunResult named = run_vantlow({u"get", u"-o", u"named", u"--key", key, link}, options);
     EXPECT_EQ(named.status, 0) << named.err;
     EXPECT_TRUE(file_has(folder.path(u"named"), content));

@@ -1,12 +1,6 @@
 #include "support/certificates.h"
 
-#include <chrono>
-#include <stdexcept>
-#include <thread>
-
 #include "base/text.h"
-#include "platform/socket.h"
-#include "support/scripted_server.h"
 #include "support/unix_shell.h"
 
 namespace vantlow::test {
@@ -36,14 +30,6 @@ distinguished_name = any_name
 
 std::string new_key(const std::string& name) {
     return " -newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes -config ca.cnf -keyout " + name + ".key";
-}
-
-bool accepts(std::uint16_t port) {
-    const StopSource never;
-    auto socket = TcpSocket::begin_connect(*SocketAddress::from_literal("127.0.0.1", port));
-    return socket &&
-           wait_socket(*socket, Interest::write, std::chrono::milliseconds(1000), never) == Ready::yes &&
-           socket->connect_error() == 0;
 }
 
 }  // namespace
@@ -90,25 +76,16 @@ std::string Certificates::file(const std::string& name) const {
 }
 
 OpensslServer::OpensslServer(const Certificates& certificates, const std::string& name,
-                             const std::string& more) {
+                             const std::string& more)
+    : server_(documents_, [&](std::uint16_t port) {
+          return "openssl s_server -quiet -HTTP -accept 127.0.0.1:" + std::to_string(port) + " -cert " +
+                 certificates.file(name + ".pem") + " -key " + certificates.file(name + ".key") + " " + more;
+      }) {
     put(u"answer", "HTTP/1.1 200 OK\r\nContent-Length: 5\r\nConnection: close\r\n\r\nhello");
-    for (int attempt = 0; attempt < 3; ++attempt) {
-        port_ = closed_port();
-        program_ = std::make_unique<ShellProgram>(
-            documents_, "openssl s_server -quiet -HTTP -accept 127.0.0.1:" + std::to_string(port_) +
-                            " -cert " + certificates.file(name + ".pem") + " -key " +
-                            certificates.file(name + ".key") + " " + more);
-        const auto end = Clock::now() + std::chrono::seconds(4);
-        while (Clock::now() < end) {
-            if (accepts(port_)) return;
-            std::this_thread::sleep_for(std::chrono::milliseconds(5));
-        }
-    }
-    throw std::runtime_error("openssl s_server does not start");
 }
 
 std::u16string OpensslServer::url(std::u16string_view host) const {
-    return u"https://" + std::u16string(host) + u":" + to_utf16(std::to_string(port_)) + u"/answer";
+    return u"https://" + std::u16string(host) + u":" + to_utf16(std::to_string(port())) + u"/answer";
 }
 
 }  // namespace vantlow::test

@@ -1,12 +1,11 @@
 // Certificates of an authority that lives as long as a test: right ones, and each wrong in its own way.
 #pragma once
 
-#include <memory>
 #include <string>
 #include <string_view>
 
+#include "support/shell_server.h"
 #include "support/temp_folder.h"
-#include "support/unix_shell.h"
 
 namespace vantlow::test {
 
@@ -49,13 +48,12 @@ class OpensslServer {
     static constexpr std::string_view body = "hello";
     /// A whole answer, its header included, to requests for "/NAME".
     void put(std::u16string_view name, std::string_view answer) const { documents_.write(name, answer); }
-    [[nodiscard]] std::uint16_t port() const noexcept { return port_; }
+    [[nodiscard]] std::uint16_t port() const noexcept { return server_.port(); }
     [[nodiscard]] std::u16string url(std::u16string_view host = u"localhost") const;
 
   private:
-    std::uint16_t port_ = 0;
     TempFolder documents_;
-    std::unique_ptr<ShellProgram> program_;
+    ShellServer server_;
 };
 
 }  // namespace vantlow::test

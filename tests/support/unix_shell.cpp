@@ -48,7 +48,7 @@ void run_in_shell(const TempFolder& folder, const std::string& commands) {
 }
 
 ShellProgram::ShellProgram(const TempFolder& folder, const std::string& command) {
-    run_in_shell(folder, "exec >/dev/null 2>&1\ntimeout 120 " + command + " &\necho $! >" +
+    run_in_shell(folder, "exec >/dev/null 2>&1\ntimeout 300 " + command + " &\necho $! >" +
                              quoted(scratch_.path(u"id")));
 }
 

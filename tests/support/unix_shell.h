@@ -19,7 +19,7 @@ bool has_unix_program(const std::string& path);
 /// do.
 void run_in_shell(const TempFolder& folder, const std::string& commands);
 
-/// A program that runs beside the test, at most two minutes; ended by its id when the object ends.
+/// A program that runs beside the test, at most five minutes; ended by its id when the object ends.
 class ShellProgram {
   public:
     /// One simple command, whose working folder is `folder`.

@@ -29,11 +29,12 @@ using std::chrono::seconds;
 
 constexpr std::size_t operation_count = static_cast<std::size_t>(Operation::last) + 1;
 constexpr std::array<const char*, operation_count> operation_names{
-    "open",         "read",         "write",          "resize",       "flush",        "lock",
-    "size",         "remove",       "rename",         "mark",         "inspect",      "make_folder",
-    "list_folder",  "make_socket",  "connect",        "connect_end",  "listen",       "accept",
-    "receive",      "send",         "wait",           "own_address",  "resolve",      "make_event",
-    "start_thread", "load_library", "find_operation", "read_setting", "write_setting"};
+    "open",         "read",         "write",          "resize",       "flush",         "lock",
+    "size",         "remove",       "rename",         "mark",         "inspect",       "make_folder",
+    "list_folder",  "make_socket",  "connect",        "connect_end",  "listen",        "accept",
+    "receive",      "send",         "wait",           "own_address",  "resolve",       "make_event",
+    "start_thread", "load_library", "find_operation", "read_setting", "write_setting", "tell",
+    "protect",      "dial"};
 
 using Counts = std::array<int, operation_count>;
 
@@ -53,6 +54,7 @@ int number_for(Operation operation, int n) {
     const bool odd = n % 2 != 0;
     switch (operation) {
         case Operation::write:
+        case Operation::tell:
         case Operation::resize:
         case Operation::make_folder:
             return error_number(odd ? FileFault::no_space : FileFault::other);
@@ -66,6 +68,8 @@ int number_for(Operation operation, int n) {
         case Operation::list_folder:
         case Operation::read_setting:
         case Operation::write_setting:
+        case Operation::protect:
+        case Operation::dial:
             return error_number(FileFault::access);
         case Operation::read:
         case Operation::flush:
@@ -106,8 +110,9 @@ std::string reason_of(Operation operation, int number) {
 // Operations whose answer has no room for a reason: yes or no, there or not.
 bool has_reason(Operation operation) {
     static const std::set<Operation> without{
-        Operation::lock,        Operation::size,       Operation::inspect,      Operation::wait,
-        Operation::own_address, Operation::make_event, Operation::load_library, Operation::find_operation};
+        Operation::lock,       Operation::size,         Operation::inspect,
+        Operation::wait,       Operation::own_address,  Operation::protect,
+        Operation::make_event, Operation::load_library, Operation::find_operation};
     return !without.contains(operation);
 }
 
@@ -282,7 +287,8 @@ class Tormentor {
         if (has_reason(operation)) {
             EXPECT_NE(text.find(fault.reason()), std::string::npos) << "the reason is " << fault.reason();
         }
-        bool names_something = text.find(folder.utf8_path()) != std::string::npos;
+        bool names_something = text.find(folder.utf8_path()) != std::string::npos ||
+                               text.find("standard output") != std::string::npos;
         for (const std::string& subject : scenario_.subjects)
             names_something = names_something || text.find(subject) != std::string::npos;
         EXPECT_TRUE(names_something) << "the message names neither a file nor a host";

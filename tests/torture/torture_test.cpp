@@ -6,9 +6,12 @@
 #include "platform/file.h"
 #include "platform/socket.h"
 #include "store/database_files.h"
+#include "support/certificates.h"
 #include "support/content.h"
 #include "support/fake_ftp.h"
 #include "support/file_server.h"
+#include "support/server_process.h"
+#include "support/shell_server.h"
 #include "support/udp_server.h"
 #include "torture/torment.h"
 
@@ -28,9 +31,23 @@ Said run_apart(const TempFolder& folder, std::vector<std::string> words) {
     return run_here(words);
 }
 
+std::vector<std::string> get_words(const TempFolder& folder, const std::string& address) {
+    return {"get",
+            "-n",
+            "4",
+            "-d",
+            folder.utf8_path("out"),
+            "-o",
+            "file.bin",
+            "--retry-delay",
+            "0",
+            "--set",
+            "Settings/Split Size=16384",
+            address};
+}
+
 Said get(const TempFolder& folder, const std::string& address) {
-    return run_apart(folder, {"get", "-n", "4", "-d", folder.utf8_path("out"), "-o", "file.bin",
-                              "--retry-delay", "0", "--set", "Settings/Split Size=16384", address});
+    return run_apart(folder, get_words(folder, address));
 }
 
 // The file that the program says it wrote.
@@ -46,7 +63,8 @@ void look_for_told(const TempFolder& folder, const std::string& content, const S
         }
     }
     if (said.status == Exit::done) {
-        EXPECT_NE(said.out.find("bin\n"), std::string::npos);
+        const bool told = said.out.find("bin\n") != std::string::npos;
+        EXPECT_TRUE(told || said.err.find("standard output") != std::string::npos);
     }
 }
 
@@ -111,6 +129,91 @@ TEST(Torture, FetchingOverFtp) {
              [&](const TempFolder& folder, const Said& said) { look_for_told(folder, content, said); },
              {"127.0.0.1"},
              3});
+}
+
+// From real servers: the program's words before the address.
+void torment_real(const std::string& address, const std::string& content,
+                  const std::vector<std::string>& subjects, const std::vector<std::string>& words,
+                  int thinner) {
+    constexpr std::string_view start = "Start receiving data.";
+    const auto fetch = [&](const TempFolder& folder, bool verbose) {
+        std::vector<std::string> all = get_words(folder, address);
+        all.insert(all.end(), words.begin(), words.end());
+        if (verbose) all.emplace_back("-v");
+        return run_apart(folder, all);
+    };
+    const TempFolder first;
+    const Said said = fetch(first, true);
+    ASSERT_EQ(said.status, Exit::done) << said.err;
+    int receiving = 0;
+    for (auto at = said.err.find(start); at != std::string::npos; at = said.err.find(start, at + 1))
+        ++receiving;
+    EXPECT_GE(receiving, 4) << said.err;
+    torment({[](const TempFolder&) {}, [&](const TempFolder& folder) { return fetch(folder, false); },
+             [&](const TempFolder& folder, const Said& result) { look_for_told(folder, content, result); },
+             subjects, thinner});
+}
+
+TEST(Torture, FetchingOverTls) {
+    if (!Certificates::available() || !has_unix_program("/usr/sbin/nginx")) GTEST_SKIP() << "no nginx";
+    const std::string content = make_content(6, 300'000);
+    Certificates certificates;
+    certificates.make("good");
+    const TempFolder folder;
+    folder.write(u"file.bin", content);
+    const ShellServer nginx(folder, [&](std::uint16_t port) {
+        const std::string here = unix_path(folder.path()).value_or("");
+        std::string text =
+            "daemon off;\nmaster_process off;\nuser root;\npid nginx.pid;\nevents {}\nhttp {\n";
+        text += "access_log off;\n";
+        for (const std::string kind : {"client_body", "proxy", "fastcgi", "uwsgi", "scgi"})
+            text += kind + "_temp_path " + kind + ";\n";
+        text += "server {\nlisten 127.0.0.1:" + std::to_string(port) + " ssl;\nroot " + here +
+                ";\nlimit_rate 1m;\nssl_protocols TLSv1.2 TLSv1.3;\nssl_certificate " +
+                certificates.file("good.pem") + ";\nssl_certificate_key " + certificates.file("good.key") +
+                ";\n}\n}\n";
+        folder.write(u"nginx.conf", text);
+        return "/usr/sbin/nginx -p " + here + " -c " + here + "/nginx.conf -e " + here + "/error.log";
+    });
+    torment_real("https://localhost:" + std::to_string(nginx.port()) + "/file.bin", content,
+                 {"localhost", "/ca.pem"}, {"--ca-file", to_utf8(certificates.authority())}, 3);
+}
+
+TEST(Torture, FetchingOverSftp) {
+    if (!has_unix_program("/usr/sbin/sshd")) GTEST_SKIP() << "no OpenSSH server";
+    const std::string content = make_content(7, 300'000);
+    const OtherHome home;
+    const TempFolder folder;
+    folder.write(u"file.bin", content);
+    run_in_shell(folder,
+                 "mkdir -p /run/sshd; ssh-keygen -q -t ed25519 -N '' -f key && "
+                 "ssh-keygen -q -t ed25519 -N '' -f host_key && id -un >user");
+    const std::string here = unix_path(folder.path()).value_or("");
+    const ShellServer sshd(folder, [&](std::uint16_t port) {
+        folder.write(u"config", "Port " + std::to_string(port) + "\nListenAddress 127.0.0.1\nHostKey " +
+                                    here + "/host_key\nAuthorizedKeysFile " + here +
+                                    "/key.pub\nStrictModes no\nPidFile none\nUsePAM no\n"
+                                    "PermitRootLogin yes\nMaxStartups 100\nSubsystem sftp internal-sftp\n");
+        return "/usr/sbin/sshd -D -f " + here + "/config";
+    });
+    const std::string user = folder.read(u"user");
+    torment_real("sftp://" + user.substr(0, user.find('\n')) + "@127.0.0.1:" + std::to_string(sshd.port()) +
+                     here + "/file.bin",
+                 content, {"127.0.0.1"},
+                 {"--limit", "1M", "--accept-host-key", "--key", folder.utf8_path("key")}, 12);
+}
+
+TEST(Torture, FetchingOverFtps) {
+    if (!Vsftpd::available()) GTEST_SKIP() << Vsftpd::missing;
+    const std::string content = make_content(8, 300'000);
+    const TempFolder keys;
+    const Vsftpd server(
+        "ssl_enable=YES\nallow_anon_ssl=YES\nforce_anon_logins_ssl=YES\nforce_anon_data_ssl=YES\n"
+        "require_ssl_reuse=YES\nanon_max_rate=2000000\nrsa_cert_file=" +
+        make_certificate(keys));
+    server.documents().write(u"file.bin", content);
+    torment_real(to_utf8(server.url16("/file.bin", "ftps")), content, {"127.0.0.1", "/cert.pem"},
+                 {"--ca-file", keys.utf8_path("cert.pem")}, 8);
 }
 
 TEST(Torture, FilingAJob) {

@@ -1,5 +1,6 @@
 #include "platform/console.h"
 
+#include <fcntl.h>
 #include <poll.h>
 #include <sys/eventfd.h>
 #include <sys/ioctl.h>
@@ -15,6 +16,7 @@
 #include <thread>
 
 #include "platform/console_capture.h"
+#include "platform/console_write.h"
 #include "platform/fault_hook.h"
 #include "platform/thread.h"
 #include "platform/wake.h"
@@ -81,8 +83,17 @@ std::optional<std::string> read_terminal_line(const StopSource& stop) {
     return std::nullopt;
 }
 
-void write_stream(Stream stream, std::string_view text) noexcept {
-    if (ConsoleCapture* const capture = ConsoleCapture::current()) return capture->write(stream, text);
+void prepare_streams() noexcept {
+    std::signal(SIGPIPE, SIG_IGN);
+    // Opened the wrong way round, so that they go on failing.
+    for (const int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+        if (::fcntl(fd, F_GETFD) >= 0) continue;
+        const int got = ::open("/dev/null", fd == STDIN_FILENO ? O_WRONLY : O_RDONLY);
+        if (got >= 0 && got != fd) ::close(got);  // cannot be: the lowest free number is taken
+    }
+}
+
+int write_to_system(Stream stream, std::string_view text) noexcept {
     const int fd = descriptor_of(stream);
     while (!text.empty()) {
         const ssize_t count = ::write(fd, text.data(), text.size());
@@ -92,9 +103,10 @@ void write_stream(Stream stream, std::string_view text) noexcept {
             pollfd entry{fd, POLLOUT, 0};  // somebody made the stream non-blocking
             ::poll(&entry, 1, -1);
         } else if (count == 0 || errno != EINTR) {
-            return;
+            return count == 0 ? EIO : errno;
         }
     }
+    return 0;
 }
 
 std::string read_standard_input(std::size_t at_most) {

@@ -35,6 +35,8 @@ IoStep failed_step(int error) noexcept {
     return {IoStep::State::failed, 0, error};
 }
 
+// Options are wishes: without one a connection is slower or a dead peer is found later, and nothing is wrong.
+// So nobody hears of a failure, and no hook is asked.
 void set_option(std::intptr_t native, int level, int name, int value) noexcept {
     ::setsockopt(descriptor(native), level, name, &value, sizeof value);
 }

@@ -5,6 +5,7 @@
 
 #include "base/text.h"
 #include "platform/console_capture.h"
+#include "platform/console_write.h"
 #include "platform/win32/native.h"
 
 namespace vantlow {
@@ -18,16 +19,18 @@ HANDLE handle_of(Stream stream) noexcept {
     return GetStdHandle(stream == Stream::output ? STD_OUTPUT_HANDLE : STD_ERROR_HANDLE);
 }
 
-void write_console(HANDLE console, std::u16string_view text) noexcept {
+DWORD write_console(HANDLE console, std::u16string_view text) noexcept {
     while (!text.empty()) {
         const auto* from = reinterpret_cast<const wchar_t*>(text.data());
         auto part = static_cast<DWORD>(std::min(text.size(), most_at_once));
         // A pair of surrogates goes in one piece.
         if (part < text.size() && part > 1 && (text[part - 1] & 0xFC00) == 0xD800) --part;
         DWORD count = 0;
-        if (!WriteConsoleW(console, from, part, &count, nullptr) || count == 0) return;
+        if (!WriteConsoleW(console, from, part, &count, nullptr)) return GetLastError();
+        if (count == 0) return ERROR_WRITE_FAULT;
         text.remove_prefix(count);
     }
+    return ERROR_SUCCESS;
 }
 
 }  // namespace
@@ -76,16 +79,20 @@ std::optional<std::string> read_terminal_line(const StopSource& stop) {
     return std::nullopt;
 }
 
-void write_stream(Stream stream, std::string_view text) noexcept {
-    if (ConsoleCapture* const capture = ConsoleCapture::current()) return capture->write(stream, text);
+void prepare_streams() noexcept {}  // handles are not numbers that the next file gets
+
+int write_to_system(Stream stream, std::string_view text) noexcept {
     HANDLE out = handle_of(stream);
-    if (is_terminal(stream)) return write_console(out, to_utf16(text));
+    if (out == nullptr) return 0;  // started without a console, by the desktop: nobody is to be told anything
+    if (is_terminal(stream)) return static_cast<int>(write_console(out, to_utf16(text)));
     while (!text.empty()) {
         const auto part = static_cast<DWORD>(std::min(text.size(), std::size_t{1} << 20U));
         DWORD count = 0;
-        if (!WriteFile(out, text.data(), part, &count, nullptr) || count == 0) return;
+        if (!WriteFile(out, text.data(), part, &count, nullptr)) return static_cast<int>(GetLastError());
+        if (count == 0) return ERROR_WRITE_FAULT;
         text.remove_prefix(count);
     }
+    return 0;
 }
 
 std::string read_standard_input(std::size_t at_most) {

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "base/text.h"
+#include "platform/fault_hook.h"
 
 namespace vantlow {
 namespace {
@@ -107,9 +108,11 @@ Result dial_up(const DialUpOperations& operations, const DialUpPlan& plan, const
     log.line(Direction::note, "Dialling " + to_utf8(plan.entry));
     outcome = still_dialling;
     HRASCONN line = nullptr;
+    const auto hooked = static_cast<DWORD>(ask_hook(Operation::dial, plan.entry));
     constexpr DWORD with_context = 2;  // the kind of the function that is told
-    const DWORD error =
-        dial(nullptr, nullptr, params.get(), with_context, reinterpret_cast<void*>(on_state), &line);
+    const DWORD error = hooked != 0 ? hooked
+                                    : dial(nullptr, nullptr, params.get(), with_context,
+                                           reinterpret_cast<void*>(on_state), &line);
     SecureZeroMemory(params.get(), sizeof(RASDIALPARAMSW));
     if (error == ERROR_SUCCESS) return wait_for_line(operations, line, stop);
     if (const auto drop = as<HangUp>(operations.hang_up); drop != nullptr && line != nullptr) drop(line);

@@ -4,6 +4,8 @@
 
 #include <wincrypt.h>
 
+#include "platform/fault_hook.h"
+
 namespace vantlow {
 namespace {
 
@@ -28,6 +30,7 @@ std::string_view secret_kind() noexcept {
 }
 
 std::optional<std::vector<std::byte>> protect_secret(std::span<const std::byte> secret) {
+    if (ask_hook(Operation::protect) != 0) return std::nullopt;
     DATA_BLOB in = blob_of(secret);
     DATA_BLOB out{};
     if (!CryptProtectData(&in, nullptr, nullptr, nullptr, nullptr, CRYPTPROTECT_UI_FORBIDDEN, &out))
@@ -36,6 +39,7 @@ std::optional<std::vector<std::byte>> protect_secret(std::span<const std::byte> 
 }
 
 std::optional<std::vector<std::byte>> unprotect_secret(std::span<const std::byte> kept) {
+    if (ask_hook(Operation::protect) != 0) return std::nullopt;
     DATA_BLOB in = blob_of(kept);
     DATA_BLOB out{};
     if (!CryptUnprotectData(&in, nullptr, nullptr, nullptr, nullptr, CRYPTPROTECT_UI_FORBIDDEN, &out))

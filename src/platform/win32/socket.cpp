@@ -36,6 +36,8 @@ int length_of(std::size_t size) noexcept {
     return static_cast<int>(std::min<std::size_t>(size, INT_MAX));
 }
 
+// Options are wishes: without one a connection is slower or a dead peer is found later, and nothing is wrong.
+// So nobody hears of a failure, and no hook is asked.
 void set_option(std::intptr_t native, int level, int name, int value) noexcept {
     setsockopt(socket_of(native), level, name, reinterpret_cast<const char*>(&value), sizeof value);
 }

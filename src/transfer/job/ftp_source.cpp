@@ -38,10 +38,11 @@ class FtpSource : public Source {
     Result make_plan(const SourcePlan& plan, const Target& target, FtpPlan& ftp) const;
     Result add_ssh(const SourcePlan& plan, FtpPlan& ftp) const;
     std::unique_ptr<FtpTransfer> make_transfer(const std::string& scheme) const;
-    Result fail(Code code, std::string text) const {
-        context_.log.line(Direction::error, text);
-        return {code, std::move(text)};
+    Result fail(Result result) const {
+        context_.log.line(Direction::error, result.message());
+        return result;
     }
+    Result fail(Code code, std::string text) const { return fail(Result(code, std::move(text))); }
 
     SourceContext context_;
     std::unique_ptr<Source> by_proxy_;
@@ -120,14 +121,15 @@ Result FtpSource::add_ssh(const SourcePlan& plan, FtpPlan& ftp) const {
     }
     const std::u16string folder =
         plan.ssh.folder.empty() ? join_path(home_folder(), u".ssh") : plan.ssh.folder;
-    if (!plan.ssh.key_file.empty() && path_kind(plan.ssh.key_file) != PathKind::file) {
-        return fail(Code::credentials_refused, "The key " + to_utf8(plan.ssh.key_file) + " cannot be read.");
-    }
+    auto keys = read_private_keys(folder, plan.ssh.key_file);
+    if (!keys.ok()) return fail(keys.failure());
     const std::shared_ptr<HostKeys> hosts =
         plan.ssh.hosts ? plan.ssh.hosts : std::make_shared<HostKeys>(folder);
-    ftp.ssh.keys = read_private_keys(folder, plan.ssh.key_file);
-    ftp.ssh.first_keys = !plan.ssh.key_file.empty() && !ftp.ssh.keys.empty() ? 1 : 0;
-    ftp.ssh.known_hosts = hosts->known();
+    auto known = hosts->known();
+    if (!known.ok()) return fail(known.failure());
+    ftp.ssh.keys = *std::move(keys);
+    ftp.ssh.first_keys = plan.ssh.key_file.empty() ? 0 : 1;
+    ftp.ssh.known_hosts = *std::move(known);
     ftp.ssh.accept = [hosts](const std::string& host, const std::string& fingerprint,
                              const std::string& line) { return hosts->accept(host, fingerprint, line); };
     ftp.ssh.receive_buffer = plan.ssh_buffer;

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "base/text.h"
 #include "platform/file.h"
 
 namespace vantlow {
@@ -11,18 +12,30 @@ constexpr std::u16string_view known_hosts_name = u"known_hosts";
 constexpr std::size_t largest_known_hosts = 16 * 1024 * 1024;
 constexpr std::size_t largest_key = 64 * 1024;
 
-std::string read_text(const std::u16string& path, std::size_t at_most) {
+FileError read_text(const std::u16string& path, std::size_t at_most, std::string& text) {
     std::vector<std::byte> bytes;
-    if (!read_file(path, at_most, bytes).ok()) return {};
-    return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
+    FileError error = read_file(path, at_most, bytes);
+    text.assign(reinterpret_cast<const char*>(bytes.data()), bytes.size());
+    return error;
+}
+
+bool is_private_key(std::string_view text) noexcept {
+    return text.find("PRIVATE KEY") != std::string_view::npos;
 }
 
 }  // namespace
 
 HostKeys::HostKeys(std::u16string folder, Ask ask) : folder_(std::move(folder)), ask_(std::move(ask)) {}
 
-std::string HostKeys::known() const {
-    return read_text(join_path(folder_, known_hosts_name), largest_known_hosts);
+Outcome<std::string> HostKeys::known() const {
+    const std::u16string path = join_path(folder_, known_hosts_name);
+    std::string text;
+    const FileError error = read_text(path, largest_known_hosts, text);
+    if (error.ok()) return text;
+    if (error.fault == FileFault::not_found) return std::string();
+    return Result(Code::not_trusted,
+                  "The known servers cannot be read from " + to_utf8(path) + ": " + error.text(),
+                  error.system_error);
 }
 
 bool HostKeys::accept(const std::string& host, const std::string& fingerprint, const std::string& line) {
@@ -48,15 +61,25 @@ void HostKeys::remember(const std::string& line) const {
     static_cast<void>(file.write_at(end, std::as_bytes(std::span(text))));
 }
 
-std::vector<std::string> read_private_keys(const std::u16string& folder, const std::u16string& key_file) {
+Outcome<std::vector<std::string>> read_private_keys(const std::u16string& folder,
+                                                    const std::u16string& key_file) {
     std::vector<std::string> keys;
-    const auto add = [&](const std::u16string& path) {
-        std::string text = read_text(path, largest_key);
-        if (text.find("PRIVATE KEY") != std::string::npos) keys.push_back(std::move(text));
-    };
-    if (!key_file.empty()) add(key_file);
-    for (const std::u16string_view name : {u"id_ed25519", u"id_ecdsa", u"id_rsa"})
-        add(join_path(folder, name));
+    if (!key_file.empty()) {
+        std::string text;
+        const FileError error = read_text(key_file, largest_key, text);
+        const std::string key = "The key " + to_utf8(key_file);
+        if (!error.ok()) {
+            return Result(Code::credentials_refused, key + " cannot be read: " + error.text(),
+                          error.system_error);
+        }
+        if (!is_private_key(text)) return Result(Code::credentials_refused, key + " is no private key.");
+        keys.push_back(std::move(text));
+    }
+    for (const std::u16string_view name : {u"id_ed25519", u"id_ecdsa", u"id_rsa"}) {
+        std::string text;
+        if (read_text(join_path(folder, name), largest_key, text).ok() && is_private_key(text))
+            keys.push_back(std::move(text));
+    }
     return keys;
 }
 

@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "base/result.h"
+
 namespace vantlow {
 
 /// The known hosts of one user: a file in OpenSSH's form, shared with other programs. Any thread may call.
@@ -19,8 +21,9 @@ class HostKeys {
     /// `folder` is where known_hosts stands, ~/.ssh. Without `ask` no further server is accepted.
     explicit HostKeys(std::u16string folder, Ask ask = {});
 
-    /// The file's text; empty where there is none.
-    [[nodiscard]] std::string known() const;
+    /// The file's text; empty where there is none. `not_trusted` where it cannot be read: a server that it
+    /// tells to be another one would pass as a new one.
+    [[nodiscard]] Outcome<std::string> known() const;
     /// Asks, and writes the line down where the answer is yes. A server that another thread asked about
     /// meanwhile is not asked about again.
     bool accept(const std::string& host, const std::string& fingerprint, const std::string& line);
@@ -42,7 +45,8 @@ struct SshRules {
 };
 
 /// The texts of the private keys: the named one first, then id_ed25519, id_ecdsa and id_rsa of the folder, as
-/// far as they can be read.
-std::vector<std::string> read_private_keys(const std::u16string& folder, const std::u16string& key_file);
+/// far as they can be read. `credentials_refused` where the named one cannot, or is none.
+Outcome<std::vector<std::string>> read_private_keys(const std::u16string& folder,
+                                                    const std::u16string& key_file);
 
 }  // namespace vantlow
