@@ -62,11 +62,6 @@ class PieceReader {
     Result failure_;
 };
 
-// The body of a whole box that was loaded: behind the shortest header that it can have.
-const std::byte* body_of(const std::vector<std::byte>& whole) noexcept {
-    return whole.data() + (load_u32(whole.data()) == 1 ? 16 : 8);
-}
-
 bool PieceReader::load(const Mp4Box& box, Bytes& whole, std::size_t least_body) {
     if (box.body_size() < static_cast<std::int64_t>(least_body))
         return fail(box.offset, "a box that is too short");
@@ -92,10 +87,11 @@ bool PieceReader::need(const Mp4Box& parent, std::string_view path, Bytes& whole
 bool PieceReader::read_type(const Mp4Box& box) {
     Bytes whole;
     if (!load(box, whole, 8)) return false;
-    const std::byte* const body = body_of(whole);
-    piece_.brand = load_u32(body);
-    for (const std::byte* at = body; at + 4 <= whole.data() + whole.size(); at += 4) {
-        if (load_u32(at) == fourcc("qt  ") && at != body + 4) piece_.is_quicktime = true;
+    const auto body = body_of(whole);
+    piece_.brand = load_u32(body.data());
+    for (std::size_t at = 0; at + 4 <= body.size(); at += 4) {
+        constexpr std::size_t version_at = 4;
+        if (load_u32(&body[at]) == fourcc("qt  ") && at != version_at) piece_.is_quicktime = true;
     }
     return true;
 }
@@ -124,12 +120,11 @@ bool PieceReader::read_movie(const Mp4Box& movie) {
     if (find(movie, "cmov", found))
         return fail(found.offset, "the movie box is compressed, which is not supported");
     if (!failure_.ok() || !need(movie, "mvhd", piece_.movie_header, 100)) return false;
-    const std::byte* const header = body_of(piece_.movie_header);
+    const auto header = body_of(piece_.movie_header);
     const bool is_long = header[0] == std::byte{1};
-    if (is_long && piece_.movie_header.size() < 8 + 112)
-        return fail(movie.offset, "a movie header that is too short");
-    piece_.timescale = load_u32(header + (is_long ? 20 : 12));
-    piece_.duration = is_long ? load_u64(header + 24) : load_u32(header + 16);
+    if (is_long && header.size() < 112) return fail(movie.offset, "a movie header that is too short");
+    piece_.timescale = load_u32(&header[is_long ? 20 : 12]);
+    piece_.duration = is_long ? load_u64(&header[24]) : load_u32(&header[16]);
     if (piece_.timescale == 0 || piece_.timescale > largest_timescale) {
         return fail(movie.offset, "a movie with an impossible time scale");
     }
@@ -190,25 +185,24 @@ bool PieceReader::read_track(const Mp4Box& box, Mp4Track& track) {
 
 bool PieceReader::read_headers(const Mp4Box& box, Mp4Track& track) {
     if (!need(box, "tkhd", track.header, 84)) return false;
-    const std::byte* const header = body_of(track.header);
+    const auto header = body_of(track.header);
     const bool is_long = header[0] == std::byte{1};
-    if (is_long && track.header.size() < 8 + 96) return fail(box.offset, "a track header that is too short");
-    track.id = load_u32(header + (is_long ? 20 : 12));
+    if (is_long && header.size() < 96) return fail(box.offset, "a track header that is too short");
+    track.id = load_u32(&header[is_long ? 20 : 12]);
 
     Bytes media;
     if (!need(box, "mdia/mdhd", media, 24)) return false;
-    const std::byte* const body = body_of(media);
+    const auto body = body_of(media);
     const bool long_media = body[0] == std::byte{1};
-    if (long_media && media.size() < 8 + 36) return fail(box.offset, "a media header that is too short");
-    track.timescale = load_u32(body + (long_media ? 20 : 12));
-    track.duration = long_media ? load_u64(body + 24) : load_u32(body + 16);
-    track.language = load_u16(body + (long_media ? 32 : 20));
+    if (long_media && body.size() < 36) return fail(box.offset, "a media header that is too short");
+    track.timescale = load_u32(&body[long_media ? 20 : 12]);
+    track.language = load_u16(&body[long_media ? 32 : 20]);
     if (track.timescale == 0 || track.timescale > largest_timescale) {
         return fail(box.offset, "a track with an impossible time scale");
     }
 
     if (!need(box, "mdia/hdlr", track.handler, 12)) return false;
-    track.kind = load_u32(body_of(track.handler) + 8);
+    track.kind = load_u32(&body_of(track.handler)[8]);
     (void)load(box, "tref", track.references);
     (void)load(box, "udta", track.user_data);
     return failure_.ok();
@@ -217,14 +211,12 @@ bool PieceReader::read_headers(const Mp4Box& box, Mp4Track& track) {
 bool PieceReader::read_edits(const Mp4Box& box, Mp4Track& track) {
     Bytes whole;
     if (!load(box, "edts/elst", whole, 8)) return failure_.ok();
-    const std::byte* at = body_of(whole);
-    const bool is_long = at[0] == std::byte{1};
+    const auto body = body_of(whole);
+    const bool is_long = body[0] == std::byte{1};
     const std::size_t entry_size = is_long ? 20 : 12;
-    const std::uint32_t count = load_u32(at + 4);
-    at += 8;
-    if (count > static_cast<std::size_t>(whole.data() + whole.size() - at) / entry_size) {
-        return fail(box.offset, "an edit list that is too short");
-    }
+    const std::uint32_t count = load_u32(&body[4]);
+    if (count > (body.size() - 8) / entry_size) return fail(box.offset, "an edit list that is too short");
+    const std::byte* at = body.data() + 8;
     constexpr std::int64_t longest = std::int64_t{1} << 60;
     for (std::uint32_t i = 0; i < count; ++i, at += entry_size) {
         Mp4Edit edit;
@@ -292,7 +284,6 @@ bool PieceReader::read_table(const Mp4Box& parent, std::string_view type, std::i
     if (!find(parent, type, box)) return failure_.ok();
     const std::byte* const head = box.body_size() < 8 ? nullptr : window_.at(box.body, 8);
     if (head == nullptr) return fail(box.offset, "a box that is too short");
-    table.version = std::to_integer<std::uint8_t>(head[0]);
     table.count = load_u32(head + 4);
     table.offset = box.body + 8;
     table.present = true;
@@ -317,7 +308,7 @@ bool PieceReader::read_sizes(const Mp4Box& table, Mp4Track& track) {
     }
     if (!compact) track.one_size = load_u32(head + 4);
     if (track.one_size != 0) return true;
-    track.sizes = {box.body + 12, track.samples, 0, true};
+    track.sizes = {box.body + 12, track.samples, true};
     const std::uint64_t bytes = (std::uint64_t{track.samples} * track.size_bits + 7) / 8;
     if (bytes > static_cast<std::uint64_t>(box.end - track.sizes.offset)) {
         return fail(box.offset, "the table of sample sizes is shorter than it says");
@@ -369,7 +360,7 @@ bool PieceReader::read_groups(const Mp4Box& table, Mp4Track& track) {
 bool PieceReader::read_group_entries(const Mp4Box& box, Mp4Track& track) {
     Bytes whole;
     if (!load(box, whole, 12)) return false;
-    const std::byte* at = body_of(whole);
+    const std::byte* at = body_of(whole).data();
     const std::byte* const end = whole.data() + whole.size();
     const unsigned version = std::to_integer<unsigned>(at[0]);
     Mp4Groups groups;

@@ -57,6 +57,23 @@ std::vector<SampleTrack::Sample> samples(std::string_view letters, std::uint32_t
     return list;
 }
 
+// The film with a header of version 1 in a box with a size of 64 bits, so many bytes long.
+std::string with_long_header(std::string film, std::string_view type, std::size_t length,
+                             const std::vector<std::string_view>& parents) {
+    const auto number = [&film](std::size_t at) { return reinterpret_cast<std::byte*>(film.data()) + at; };
+    const std::size_t at = film.find(type) - 4;
+    const std::uint32_t old_size = load_u32(number(at));
+    film.replace(at, old_size, std::string(16 + length, '\0').replace(4, 4, type).replace(16, 1, "\1"));
+    store_big(number(at), 1, 4);
+    store_big(number(at + 8), 16 + length, 8);
+    store_big(number(at + 36), 1000, 4);  // time scale, or a track's number
+    for (const std::string_view parent : parents) {
+        const std::size_t place = film.find(parent) - 4;
+        store_big(number(place), load_u32(number(place)) + 16 + length - old_size, 4);
+    }
+    return film;
+}
+
 class Mp4Join : public testing::Test {
   protected:
     CombineOutcome join(const std::vector<std::string>& pieces) {
@@ -189,7 +206,13 @@ TEST_F(Mp4Join, DamagedPiecesAreNamed) {
         store_big(reinterpret_cast<std::byte*>(bytes.data()) + bytes.find(box) + 4 + at, value, 4);
         return bytes;
     };
+    ASSERT_TRUE(join({with_long_header(good, "mvhd", 112, {"moov"})}).result.ok());
+    ASSERT_TRUE(join({with_long_header(good, "tkhd", 96, {"moov", "trak"})}).result.ok());
+    ASSERT_TRUE(remove_file(folder_.path(u"out.mp4")).ok());
     const std::pair<std::string, std::string> cases[] = {
+        {with_long_header(good, "mvhd", 104, {"moov"}), "a movie header that is too short"},
+        {with_long_header(good, "tkhd", 88, {"moov", "trak"}), "a track header that is too short"},
+        {with_long_header(good, "mdhd", 28, {"moov", "trak", "mdia"}), "a media header that is too short"},
         {good.substr(0, good.size() - 1), "\"moov\" goes beyond"},
         {good.substr(0, good.find("moov") - 4), "no movie box"},
         {"    ftyp nothing", "is no box"},
