@@ -8,10 +8,13 @@
 namespace vantlow {
 namespace {
 
-// Boxes that are held in memory are small in all files that make sense.
+// Boxes that are held in memory are small in all files that make sense, and few.
 constexpr std::int64_t largest_small_box = 1024 * 1024;
 constexpr std::int64_t largest_user_data = 16 * 1024 * 1024;
+constexpr std::int64_t most_held = 64 * 1024 * 1024;
 constexpr std::size_t most_tracks = 256;
+constexpr std::size_t most_descriptions = 1000;
+constexpr std::uint32_t most_group_entries = 1000;
 constexpr std::uint32_t largest_timescale = 1U << 30U;
 
 Mp4Box whole_file(const MediaInput& input) {
@@ -37,13 +40,15 @@ class PieceReader {
     }
     // False where the box is absent (no failure) or unreadable (failure).
     bool load(const Mp4Box& parent, std::string_view path, Bytes& whole, std::size_t least_body = 0);
-    bool load(const Mp4Box& box, Bytes& whole, std::size_t least_body);
+    bool load(const Mp4Box& box, Bytes& whole, std::size_t least_body,
+              std::int64_t largest = largest_small_box);
     bool need(const Mp4Box& parent, std::string_view path, Bytes& whole, std::size_t least_body);
 
     bool read_file(Mp4Box& movie);
     bool read_type(const Mp4Box& box);
     bool read_movie(const Mp4Box& movie);
     bool read_defaults(const Mp4Box& extends);
+    bool read_user_data(const Mp4Box& box);
     bool read_track(const Mp4Box& box, Mp4Track& track);
     bool read_headers(const Mp4Box& box, Mp4Track& track);
     bool read_edits(const Mp4Box& box, Mp4Track& track);
@@ -59,18 +64,24 @@ class PieceReader {
     const MediaInput& input_;
     InputWindow window_;
     Mp4Piece piece_;
+    std::int64_t held_ = 0;       // bytes of all boxes that were loaded
+    std::int64_t user_data_ = 0;  // of those with the movie's user data
     Result failure_;
 };
 
-bool PieceReader::load(const Mp4Box& box, Bytes& whole, std::size_t least_body) {
+bool PieceReader::load(const Mp4Box& box, Bytes& whole, std::size_t least_body, std::int64_t largest) {
     if (box.body_size() < static_cast<std::int64_t>(least_body))
         return fail(box.offset, "a box that is too short");
-    auto bytes = read_range(input_, box.offset, box.end, largest_small_box);
+    held_ += box.end - box.offset;
+    if (held_ > most_held) return fail(box.offset, "too much in the movie box");
+    auto bytes = read_range(input_, box.offset, box.end, largest);
     if (!bytes) {
         failure_ = bytes.failure();
         return false;
     }
     whole = *std::move(bytes);
+    // "Up to the end of what it stands in" is somewhere else where the box is written again.
+    if (load_u32(whole.data()) == 0) store_big(whole.data(), whole.size(), 4);
     return true;
 }
 
@@ -142,9 +153,7 @@ bool PieceReader::read_movie(const Mp4Box& movie) {
             // How to send a track over a network: nothing that could be played.
             if (!is_hint) piece_.tracks.push_back(std::move(track));
         } else if (box.type == fourcc("udta") || box.type == fourcc("meta")) {
-            // Larger ones are left out: title and cover are no reason to fail.
-            auto bytes = read_range(input_, box.offset, box.end, largest_user_data);
-            if (bytes) piece_.user_data.push_back(*std::move(bytes));
+            if (!read_user_data(box)) return false;
         }
     }
     failure_ = walker.failure();
@@ -152,6 +161,13 @@ bool PieceReader::read_movie(const Mp4Box& movie) {
     Mp4Box extends;
     if (find(movie, "mvex", extends)) return read_defaults(extends);
     return failure_.ok();
+}
+
+bool PieceReader::read_user_data(const Mp4Box& box) {
+    // What is too large is left out: title and cover are no reason to fail.
+    if (box.end - box.offset > largest_user_data - user_data_) return true;
+    user_data_ += box.end - box.offset;
+    return load(box, piece_.user_data.emplace_back(), 0, largest_user_data);
 }
 
 bool PieceReader::read_defaults(const Mp4Box& extends) {
@@ -218,16 +234,18 @@ bool PieceReader::read_edits(const Mp4Box& box, Mp4Track& track) {
     if (count > (body.size() - 8) / entry_size) return fail(box.offset, "an edit list that is too short");
     const std::byte* at = body.data() + 8;
     constexpr std::int64_t longest = std::int64_t{1} << 60;
+    std::int64_t total = 0;
     for (std::uint32_t i = 0; i < count; ++i, at += entry_size) {
         Mp4Edit edit;
         edit.duration = static_cast<std::int64_t>(is_long ? load_u64(at) : load_u32(at));
         edit.media_time = is_long ? static_cast<std::int64_t>(load_u64(at + 8))
                                   : static_cast<std::int32_t>(load_u32(at + 4));
         edit.rate = static_cast<std::int32_t>(load_u32(at + entry_size - 4));
-        if (edit.duration < 0 || edit.duration > longest || edit.media_time < -1 ||
+        if (edit.duration < 0 || edit.duration > longest - total || edit.media_time < -1 ||
             edit.media_time > longest) {
             return fail(box.offset, "an edit list with impossible times");
         }
+        total += edit.duration;
         track.edits.push_back(edit);
     }
     return true;
@@ -267,6 +285,8 @@ bool PieceReader::read_descriptions(const Mp4Box& table, Mp4Track& track) {
         if (entry.type == fourcc("encv") || entry.type == fourcc("enca") || entry.type == fourcc("enct")) {
             return fail(entry.offset, "the media is encrypted");
         }
+        if (track.descriptions.size() == most_descriptions)
+            return fail(entry.offset, "too many sample descriptions");
         Bytes whole;
         if (!load(entry, whole, 8)) return false;
         // In the form with the short size, as it is written.
@@ -374,6 +394,7 @@ bool PieceReader::read_group_entries(const Mp4Box& box, Mp4Track& track) {
     const std::uint32_t one_length = number();
     if (version > 1) groups.default_index = number();
     const std::uint32_t count = number();
+    if (count > most_group_entries) return true;
     for (std::uint32_t i = 0; i < count; ++i) {
         if (one_length == 0 && left() < 4) return true;
         const std::uint32_t length = one_length == 0 ? number() : one_length;
