@@ -83,6 +83,7 @@ TEST(Announce, WritesUrlsAsTrackersKnowThem) {
     EXPECT_EQ(make_peer_id(guid), "-VL2950-a5b4c3d2e1f0");
     EXPECT_EQ(without_keys("http://u:p@t/0123456789abcdef0123/announce?passkey=ABCDEFGHIJKLMNOPQ&x=1"),
               "http://********@t/********/announce?passkey=********&x=1");
+    EXPECT_EQ(without_keys("http://t?passkey=ABCDEFGHIJKLMNOPQ/"), "http://t?passkey=********/");
 }
 
 TEST(Announce, ReadsAnswersAndRefusesWhatIsNone) {
