@@ -30,8 +30,8 @@ struct AnnounceReport {
     bool is_last = false;       ///< the tracker wants no further announce
     std::int64_t interval = 0;  ///< seconds until the next announce
     std::vector<SocketAddress> peers;
-    std::string failure;  ///< UTF-8: the tracker's reason, or what went wrong
-    std::string warning;  ///< the tracker's
+    std::string failure;  ///< the tracker's reason, one line, its bytes as sent; or what went wrong
+    std::string warning;  ///< the tracker's, likewise
 };
 
 /// One thread for one tracker: the initial event, announces at the tracker's interval, and "stopped" at the
@@ -103,6 +103,7 @@ class CBTAnnounceThread {
     std::int64_t interval_ = 0;
     std::uint32_t transaction_ = 0;  ///< 0: none is held
     std::string connection_;         ///< the 8 bytes of a UDP tracker
+    std::string answered_;           ///< how its answer to the connect request began
 
     mutable std::mutex mutex_;
     AnnounceReport report_;  ///< guarded by mutex_

@@ -75,6 +75,7 @@ Outcome<CBETrackerRespond> CBTAnnounceThread::ask_udp(const std::string& url, An
 
 Result CBTAnnounceThread::udp_connect(UdpChannel& channel) {
     make_transaction();
+    answered_.clear();
     auto answer = udp_exchange(channel, udp_tracker::connect_request(transaction_),
                                udp_tracker::connect_answer_size, 0);
     if (!answer.ok()) return answer.failure();
@@ -82,6 +83,7 @@ Result CBTAnnounceThread::udp_connect(UdpChannel& channel) {
         log_.line(Direction::error, result.message());
         return result;
     }
+    answered_ = answer->substr(0, connection_at);
     connection_ = answer->substr(connection_at, 8);
     transaction_ = 0;
     return {};
@@ -104,6 +106,9 @@ Outcome<std::string> CBTAnnounceThread::udp_exchange(UdpChannel& channel, const 
         const bool again = answer.empty() && sent < sends;
         const auto wait = again ? std::min(from_now(step * sent), until) : until;
         auto datagram = channel.receive(most, wait);
+        // A connect request that was sent twice may be answered twice.
+        while (datagram.ok() && answer.empty() && !answered_.empty() && datagram->starts_with(answered_))
+            datagram = channel.receive(most, wait);
         if (!datagram.ok()) {
             if (datagram.failure().code == Code::stopped) return datagram.failure();
             const bool silent = datagram.failure().system_error == 0;

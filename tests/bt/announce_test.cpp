@@ -305,6 +305,13 @@ TEST(UdpAnnounce, EndsWithWhatIsWrong) {
              return is_connect(d) ? std::vector{whole} : std::vector{whole.substr(0, 12), whole.substr(12)};
          },
          true, ""},
+        {"the connection twice, as a request that was sent twice is answered",
+         [=](const std::string& d) {
+             std::vector<std::string> answers = udp_answer(d, "");
+             if (is_connect(d)) answers.push_back(answers[0].substr(0, 8) + "connid34");
+             return answers;
+         },
+         true, ""},
         {"in three datagrams",
          [=](const std::string& d) {
              const std::string whole = udp_answer(d, "")[0];
