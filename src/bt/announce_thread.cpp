@@ -12,7 +12,6 @@ namespace vantlow {
 namespace {
 
 constexpr std::chrono::seconds longest_goodbye{2};
-constexpr std::chrono::seconds first_pause{60};
 constexpr std::chrono::seconds longest_pause{1800};
 
 }  // namespace
@@ -139,7 +138,7 @@ void CBTAnnounceService::start(const std::vector<std::string>& trackers, Announc
         if (url.empty() || std::find(seen.begin(), seen.end(), url) != seen.end()) continue;
         seen.push_back(url);
         threads_.push_back(std::make_unique<CBTAnnounceThread>(services_, job_, url, initial, log_, parent_));
-        pauses_.push_back({first_pause, {}});
+        pauses_.emplace_back();
         threads_.back()->start();
     }
 }

@@ -141,7 +141,7 @@ class CBTAnnounceService {
 
   private:
     struct Pause {
-        std::chrono::seconds length{60};
+        std::chrono::seconds length{60};  ///< of the next one
         Clock::time_point until{};  ///< epoch: not pausing
     };
 

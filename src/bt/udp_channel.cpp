@@ -52,11 +52,7 @@ std::string relay_header(const std::string& host, std::uint16_t port) {
     std::string header(3, '\0');  // reserved, no fragment
     if (const auto address = SocketAddress::from_literal(host, port)) {
         header += static_cast<char>(address->is_ipv6() ? type_ipv6 : type_ipv4);
-        if (address->is_ipv6()) {
-            for (const std::uint8_t byte : address->ipv6()) header += static_cast<char>(byte);
-        } else {
-            for (const std::uint8_t byte : address->ipv4()) header += static_cast<char>(byte);
-        }
+        header += address_bytes(*address);
     } else {
         header += static_cast<char>(type_name);
         header += static_cast<char>(host.size());
@@ -72,8 +68,8 @@ std::string relay_header(const std::string& host, std::uint16_t port) {
 class UdpChannel::Association : public CBaseSocket {
   public:
     using CBaseSocket::CBaseSocket;
-    /// What the proxy answered, from its first byte on.
-    std::string reply;
+    std::chrono::milliseconds timeout{60000};  ///< of connecting and of each answer
+    std::string reply;                         ///< of the proxy, from its first byte on
 
   protected:
     Result tunnel(const ProxyPlan& proxy, const TunnelTarget& /*target*/, std::uint16_t& port) override {
@@ -85,9 +81,6 @@ class UdpChannel::Association : public CBaseSocket {
         if (!result.ok()) close();
         return result;
     }
-
-  public:
-    std::chrono::milliseconds timeout{60000};
 };
 
 UdpChannel::UdpChannel(ConnectionServices& services, LogSink& log, const StopSource& stop)
@@ -157,6 +150,7 @@ Result UdpChannel::open_association(const std::string& host, std::uint16_t port,
     SocketAddress relay;
     if (reply[type_at] == type_ipv4) relay = ipv4_peer(reply.substr(type_at + 1));
     if (reply[type_at] == type_ipv6) relay = ipv6_peer(reply.substr(type_at + 1));
+    // A relay that is named by no address, too, is looked for where the proxy is.
     const bool same_machine = relay.size() == 0 || relay.host() == "0.0.0.0" || relay.host() == "::";
     if (same_machine) {
         const auto addresses = services_.resolver.resolve(proxy.host, proxy.port, stop_);
