@@ -81,6 +81,7 @@ class CBTAnnounceThread {
     // Over UDP (udp_announce.cpp).
     Outcome<CBETrackerRespond> ask_udp(const std::string& url, AnnounceEvent event);
     Result udp_connect(class UdpChannel& channel);
+    Outcome<std::string> receive_fresh(class UdpChannel& channel, std::size_t most, Clock::time_point until);
     Outcome<std::string> udp_exchange(class UdpChannel& channel, const std::string& request,
                                       std::size_t wanted, int receives);
     void make_transaction();
@@ -142,7 +143,7 @@ class CBTAnnounceService {
   private:
     struct Pause {
         std::chrono::seconds length{60};  ///< of the next one
-        Clock::time_point until{};  ///< epoch: not pausing
+        Clock::time_point until{};        ///< epoch: not pausing
     };
 
     AnnounceServices services_;

@@ -89,6 +89,15 @@ Result CBTAnnounceThread::udp_connect(UdpChannel& channel) {
     return {};
 }
 
+// The next datagram that is no second answer to a connect request that was sent twice.
+Outcome<std::string> CBTAnnounceThread::receive_fresh(UdpChannel& channel, std::size_t most,
+                                                      Clock::time_point until) {
+    for (;;) {
+        auto datagram = channel.receive(most, until);
+        if (!datagram.ok() || answered_.empty() || !datagram->starts_with(answered_)) return datagram;
+    }
+}
+
 // Sends a request and collects datagrams until `wanted` bytes are in, from at most `receives` of them (0: any
 // number within the time).
 Outcome<std::string> CBTAnnounceThread::udp_exchange(UdpChannel& channel, const std::string& request,
@@ -105,10 +114,7 @@ Outcome<std::string> CBTAnnounceThread::udp_exchange(UdpChannel& channel, const 
         }
         const bool again = answer.empty() && sent < sends;
         const auto wait = again ? std::min(from_now(step * sent), until) : until;
-        auto datagram = channel.receive(most, wait);
-        // A connect request that was sent twice may be answered twice.
-        while (datagram.ok() && answer.empty() && !answered_.empty() && datagram->starts_with(answered_))
-            datagram = channel.receive(most, wait);
+        auto datagram = answer.empty() ? receive_fresh(channel, most, wait) : channel.receive(most, wait);
         if (!datagram.ok()) {
             if (datagram.failure().code == Code::stopped) return datagram.failure();
             const bool silent = datagram.failure().system_error == 0;
