@@ -78,7 +78,6 @@ void run(std::string_view input) {
     InfoHash torrent{};
     torrent.fill(std::byte{'t'});
     const std::uint8_t role = take_byte(input);
-    looks_plain(input);
     if (role % 3 == 2) return meet(input, table, torrent);
     const std::size_t step = 1U + take_byte(input);
     PeerBuffer buffer;

@@ -54,7 +54,7 @@ std::string normalise_tracker(std::string_view url) {
 std::string without_keys(std::string_view url) {
     constexpr std::size_t shortest_key = 16;
     const auto host = url.find("://");
-    auto path = host == std::string_view::npos ? 0 : url.find('/', host + 3);
+    auto path = host == std::string_view::npos ? 0 : url.find_first_of("/?#", host + 3);
     if (path == std::string_view::npos) path = url.size();
     std::string text(url.substr(0, path));
     // What stands in front of "@" are credentials.

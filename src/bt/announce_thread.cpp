@@ -12,18 +12,7 @@ namespace vantlow {
 namespace {
 
 constexpr std::chrono::seconds longest_goodbye{2};
-constexpr std::chrono::seconds first_pause{60};
 constexpr std::chrono::seconds longest_pause{1800};
-
-// A tracker's own words: one line, harmless on its way to a log.
-std::string one_line(std::string_view text) {
-    constexpr std::size_t longest = 500;
-    std::string line(text.substr(0, longest));
-    for (char& c : line) {
-        if (static_cast<unsigned char>(c) < 0x20 || c == 0x7F) c = ' ';
-    }
-    return to_utf8(to_utf16(line));
-}
 
 }  // namespace
 
@@ -149,7 +138,7 @@ void CBTAnnounceService::start(const std::vector<std::string>& trackers, Announc
         if (url.empty() || std::find(seen.begin(), seen.end(), url) != seen.end()) continue;
         seen.push_back(url);
         threads_.push_back(std::make_unique<CBTAnnounceThread>(services_, job_, url, initial, log_, parent_));
-        pauses_.push_back({first_pause, {}});
+        pauses_.emplace_back();
         threads_.back()->start();
     }
 }

@@ -30,8 +30,8 @@ struct AnnounceReport {
     bool is_last = false;       ///< the tracker wants no further announce
     std::int64_t interval = 0;  ///< seconds until the next announce
     std::vector<SocketAddress> peers;
-    std::string failure;  ///< UTF-8: the tracker's reason, or what went wrong
-    std::string warning;  ///< the tracker's
+    std::string failure;  ///< the tracker's reason, one line, its bytes as sent; or what went wrong
+    std::string warning;  ///< the tracker's, likewise
 };
 
 /// One thread for one tracker: the initial event, announces at the tracker's interval, and "stopped" at the
@@ -81,6 +81,7 @@ class CBTAnnounceThread {
     // Over UDP (udp_announce.cpp).
     Outcome<CBETrackerRespond> ask_udp(const std::string& url, AnnounceEvent event);
     Result udp_connect(class UdpChannel& channel);
+    Outcome<std::string> receive_fresh(class UdpChannel& channel, std::size_t most, Clock::time_point until);
     Outcome<std::string> udp_exchange(class UdpChannel& channel, const std::string& request,
                                       std::size_t wanted, int receives);
     void make_transaction();
@@ -103,6 +104,7 @@ class CBTAnnounceThread {
     std::int64_t interval_ = 0;
     std::uint32_t transaction_ = 0;  ///< 0: none is held
     std::string connection_;         ///< the 8 bytes of a UDP tracker
+    std::string answered_;           ///< how its answer to the connect request began
 
     mutable std::mutex mutex_;
     AnnounceReport report_;  ///< guarded by mutex_
@@ -140,8 +142,8 @@ class CBTAnnounceService {
 
   private:
     struct Pause {
-        std::chrono::seconds length{60};
-        Clock::time_point until{};  ///< epoch: not pausing
+        std::chrono::seconds length{60};  ///< of the next one
+        Clock::time_point until{};        ///< epoch: not pausing
     };
 
     AnnounceServices services_;

@@ -45,7 +45,7 @@ MseStep CBTMSE::send_public_key(std::string& out) {
         const auto group = from_hex(prime);
         const std::byte generator{2};
         dh_ = {libraries_.DH_Create(group->data(), group->size(), &generator, 1),
-               Deleter{libraries_.RC4_Delete, libraries_.DH_Delete}};
+               CryptoDeleter{libraries_.RC4_Delete, libraries_.DH_Delete}};
     }
     Key key{};
     if (!dh_ || libraries_.DH_GetPublicKey(dh_.get(), key.data(), key.size()) != int{key_size})
@@ -76,7 +76,7 @@ MseStep CBTMSE::take_public_key() {
 CBTMSE::Rc4 CBTMSE::make_stream(std::string_view label, const InfoHash& skey) const {
     const std::string key = sha1(std::string(label) + bytes_of(secret_) + bytes_of(skey));
     return {libraries_.RC4_Create(key.data(), key.size(), discarded),
-            Deleter{libraries_.RC4_Delete, libraries_.DH_Delete}};
+            CryptoDeleter{libraries_.RC4_Delete, libraries_.DH_Delete}};
 }
 
 std::string CBTMSE::secret_hash(std::string_view label) const {
@@ -206,14 +206,6 @@ std::string CBTMSE::write_payload(std::string_view bytes) {
     if (method_ != rc4_bit) return std::string(bytes);
     libraries_.RC4_4(outgoing_.get(), out.data(), bytes.data(), bytes.size());
     return out;
-}
-
-bool looks_plain(std::string_view bytes) noexcept {
-    constexpr std::string_view greeting =
-        "\x13"
-        "BitTorrent protocol";
-    const std::size_t size = std::min(bytes.size(), greeting.size());
-    return bytes.substr(0, size) == greeting.substr(0, size);
 }
 
 }  // namespace vantlow

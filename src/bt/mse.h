@@ -6,7 +6,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
-#include <optional>
 #include <random>
 #include <span>
 #include <string>
@@ -103,8 +102,7 @@ class CBTMSE {
     [[nodiscard]] std::uint32_t method() const noexcept { return method_; }
 
   private:
-    using Deleter = CryptoDeleter;
-    using Rc4 = std::unique_ptr<VantlowRc4, Deleter>;
+    using Rc4 = std::unique_ptr<VantlowRc4, CryptoDeleter>;
 
     [[nodiscard]] bool has_libraries() const noexcept;
     MseStep take_public_key();
@@ -117,7 +115,7 @@ class CBTMSE {
 
     const SecurTable& libraries_;
     PeerBuffer& buffer_;
-    std::unique_ptr<VantlowDh, Deleter> dh_;
+    std::unique_ptr<VantlowDh, CryptoDeleter> dh_;
     Rc4 outgoing_;
     Rc4 incoming_;
     std::uint32_t method_ = 0;  ///< 0: not decided yet
@@ -129,7 +127,7 @@ class CBTMSE {
 };
 
 /// The whole exchange of one role over any division of the bytes: append to the buffer, then advance().
-/// What is buffered at the end belongs to the streams. The one who owns it gives up after 30 s.
+/// What is buffered at the end belongs to the streams. The one who owns it gives up after `patience`.
 class MseExchange {
   public:
     static constexpr std::chrono::seconds patience{30};
@@ -164,8 +162,5 @@ class MseExchange {
     State state_ = State::begin;
     std::uint16_t expected_ = 0;  ///< bytes of what is taken next
 };
-
-/// True when these first bytes are those of the plain handshake, as far as they go.
-bool looks_plain(std::string_view bytes) noexcept;
 
 }  // namespace vantlow

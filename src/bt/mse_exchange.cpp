@@ -1,4 +1,5 @@
 #include "bt/mse.h"
+#include "bt/wire.h"
 
 namespace vantlow {
 namespace {
@@ -93,8 +94,7 @@ MseStep MseExchange::step_as_called(std::string& out) {
         case State::payload_size:
             result = mse_.take_handshake(2, bytes);
             if (result != MseStep::done) return result;
-            expected_ = static_cast<std::uint16_t>(static_cast<unsigned char>(bytes[0]) << 8U |
-                                                   static_cast<unsigned char>(bytes[1]));
+            expected_ = get_number<std::uint16_t>(bytes, 0);
             state_ = State::payload;
             return result;
         case State::payload:

@@ -23,13 +23,8 @@ bool can_be_a_peer(const SocketAddress& address) noexcept {
 }  // namespace
 
 PeerStore::Key PeerStore::key_of(const SocketAddress& address) {
-    Key key;
+    Key key = address_bytes(address);
     put_number(key, address.port());
-    if (address.is_ipv6()) {
-        for (const std::uint8_t byte : address.ipv6()) key += static_cast<char>(byte);
-    } else {
-        for (const std::uint8_t byte : address.ipv4()) key += static_cast<char>(byte);
-    }
     return key;
 }
 
@@ -77,6 +72,11 @@ std::size_t PeerStore::size() const {
 std::string peer_text(const SocketAddress& peer) {
     const std::string port = ":" + std::to_string(peer.port());
     return peer.is_ipv6() ? "[" + peer.host() + "]" + port : peer.host() + port;
+}
+
+std::string address_bytes(const SocketAddress& address) {
+    const auto text = [](const auto& bytes) { return std::string(bytes.begin(), bytes.end()); };
+    return address.is_ipv6() ? text(address.ipv6()) : text(address.ipv4());
 }
 
 SocketAddress ipv4_peer(std::string_view bytes) {

@@ -39,6 +39,8 @@ class PeerStore {
 /// "ip:port", "[ip]:port" for IPv6.
 std::string peer_text(const SocketAddress& peer);
 
+/// The bytes of an address in network order: 4 or 16.
+std::string address_bytes(const SocketAddress& address);
 /// An address and its port from their bytes in network order.
 SocketAddress ipv4_peer(std::string_view six_bytes);
 SocketAddress ipv6_peer(std::string_view eighteen_bytes);

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <limits>
 
+#include "base/text.h"
 #include "bt/announce.h"
 #include "bt/wire.h"
 
@@ -48,6 +49,15 @@ void read_own_address(const CBEDictionary& answer, CBETrackerRespond& respond) {
 
 }  // namespace
 
+std::string one_line(std::string_view text) {
+    constexpr std::size_t longest = 500;
+    std::string line(text.substr(0, longest));
+    for (char& c : line) {
+        if (static_cast<unsigned char>(c) < 0x20 || c == 0x7F) c = ' ';
+    }
+    return line;
+}
+
 std::vector<SocketAddress> CBETrackerRespond::peers() const {
     std::vector<SocketAddress> all = ipv4;
     all.insert(all.end(), ipv6.begin(), ipv6.end());
@@ -84,13 +94,10 @@ Result check_udp_answer(std::string_view answer, std::uint32_t action, std::uint
     if (answer.size() < udp_head) return {Code::server_error, short_answer};
     const auto got = get_number<std::uint32_t>(answer, 0);
     if (got == udp_tracker::error) {
-        std::string text(answer.substr(udp_head, 500));
-        text.resize(text.find_last_not_of(std::string_view("\0 \r\n", 4)) + 1);
-        for (char& c : text) {
-            if (static_cast<unsigned char>(c) < 0x20) c = ' ';
-        }
-        if (text.empty()) text = "The tracker refused without a reason.";
-        return {Code::server_error, text};
+        const std::string text = one_line(answer.substr(udp_head));
+        const std::string_view reason = trim(text);
+        return {Code::server_error,
+                reason.empty() ? "The tracker refused without a reason." : std::string(reason)};
     }
     if (got != action) return {Code::server_error, "The tracker's answer belongs to another request."};
     if (get_number<std::uint32_t>(answer, 4) != transaction)

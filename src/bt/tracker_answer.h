@@ -31,6 +31,9 @@ struct CBETrackerRespond {
     [[nodiscard]] std::vector<SocketAddress> peers() const;
 };
 
+/// A tracker's words for logs: 500 bytes of them at most, without control characters.
+std::string one_line(std::string_view text);
+
 /// Reads the dictionary of an HTTP answer. None when it is to be refused. `ipv6_compact`: the string "peers"
 /// holds entries of 18 bytes, not of 6.
 std::optional<CBETrackerRespond> read_tracker_answer(const CBEDictionary& answer, bool ipv6_compact);

@@ -75,6 +75,7 @@ Outcome<CBETrackerRespond> CBTAnnounceThread::ask_udp(const std::string& url, An
 
 Result CBTAnnounceThread::udp_connect(UdpChannel& channel) {
     make_transaction();
+    answered_.clear();
     auto answer = udp_exchange(channel, udp_tracker::connect_request(transaction_),
                                udp_tracker::connect_answer_size, 0);
     if (!answer.ok()) return answer.failure();
@@ -82,9 +83,19 @@ Result CBTAnnounceThread::udp_connect(UdpChannel& channel) {
         log_.line(Direction::error, result.message());
         return result;
     }
+    answered_ = answer->substr(0, connection_at);
     connection_ = answer->substr(connection_at, 8);
     transaction_ = 0;
     return {};
+}
+
+// The next datagram that is no second answer to a connect request that was sent twice.
+Outcome<std::string> CBTAnnounceThread::receive_fresh(UdpChannel& channel, std::size_t most,
+                                                      Clock::time_point until) {
+    for (;;) {
+        auto datagram = channel.receive(most, until);
+        if (!datagram.ok() || answered_.empty() || !datagram->starts_with(answered_)) return datagram;
+    }
 }
 
 // Sends a request and collects datagrams until `wanted` bytes are in, from at most `receives` of them (0: any
@@ -103,7 +114,7 @@ Outcome<std::string> CBTAnnounceThread::udp_exchange(UdpChannel& channel, const 
         }
         const bool again = answer.empty() && sent < sends;
         const auto wait = again ? std::min(from_now(step * sent), until) : until;
-        auto datagram = channel.receive(most, wait);
+        auto datagram = answer.empty() ? receive_fresh(channel, most, wait) : channel.receive(most, wait);
         if (!datagram.ok()) {
             if (datagram.failure().code == Code::stopped) return datagram.failure();
             const bool silent = datagram.failure().system_error == 0;

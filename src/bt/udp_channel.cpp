@@ -42,8 +42,8 @@ class RememberingWire : public ProxyWire {
 class UdpChannel::Association : public CBaseSocket {
   public:
     using CBaseSocket::CBaseSocket;
-    /// What the proxy answered, from its first byte on.
-    std::string reply;
+    std::chrono::milliseconds timeout{60000};  ///< of connecting and of each answer
+    std::string reply;                         ///< of the proxy, from its first byte on
 
   protected:
     Result tunnel(const ProxyPlan& proxy, const TunnelTarget& /*target*/, std::uint16_t& port) override {
@@ -55,9 +55,6 @@ class UdpChannel::Association : public CBaseSocket {
         if (!result.ok()) close();
         return result;
     }
-
-  public:
-    std::chrono::milliseconds timeout{60000};
 };
 
 UdpChannel::UdpChannel(ConnectionServices& services, LogSink& log, const StopSource& stop)

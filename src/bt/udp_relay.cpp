@@ -28,11 +28,7 @@ std::string relay_header(const std::string& host, std::uint16_t port) {
     std::string header(type_at, '\0');  // reserved, no fragment
     if (const auto address = SocketAddress::from_literal(host, port)) {
         header += static_cast<char>(address->is_ipv6() ? type_ipv6 : type_ipv4);
-        if (address->is_ipv6()) {
-            for (const std::uint8_t byte : address->ipv6()) header += static_cast<char>(byte);
-        } else {
-            for (const std::uint8_t byte : address->ipv4()) header += static_cast<char>(byte);
-        }
+        header += address_bytes(*address);
     } else {
         header += static_cast<char>(type_name);
         header += static_cast<char>(host.size());
@@ -60,6 +56,7 @@ std::optional<UdpRelay> relay_of(std::string_view reply) {
     if (reply[type_at] == type_ipv6) address = ipv6_peer(reply.substr(address_at));
     UdpRelay relay;
     relay.port = get_number<std::uint16_t>(reply, address_at + size - 2);
+    // A relay that is named by no address, too, is looked for where the proxy is.
     const bool same_machine = address.size() == 0 || address.host() == "0.0.0.0" || address.host() == "::";
     if (!same_machine) relay.address = address;
     return relay;

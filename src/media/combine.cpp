@@ -17,13 +17,12 @@ namespace {
 
 constexpr std::uint32_t whole = 10'000;
 
-// The joined file must not be read while it is written.
-bool is_one_of_the_pieces(const CombineJob& job) {
-    const FileStamp output = file_stamp(job.output);
-    return std::any_of(job.pieces.begin(), job.pieces.end(), [&](const std::u16string& piece) {
+bool is_one_of_the_pieces(const std::u16string& path, const std::vector<std::u16string>& pieces) {
+    const FileStamp file = file_stamp(path);
+    return std::any_of(pieces.begin(), pieces.end(), [&](const std::u16string& piece) {
         const FileStamp stamp = file_stamp(piece);
-        return (output.there && stamp.there && stamp == output && stamp.identity != 0) ||
-               absolute_path(piece) == absolute_path(job.output);
+        return (file.there && stamp.there && stamp == file && stamp.identity != 0) ||
+               absolute_path(piece) == absolute_path(path);
     });
 }
 
@@ -38,8 +37,10 @@ std::int64_t total_size(const CombineJob& job) {
 
 Result join(const CombineJob& job, CombineControl& control, MediaOutput& output, CombineOutcome& outcome) {
     if (job.pieces.empty()) return {Code::unsupported, "no pieces to join"};
-    if (is_one_of_the_pieces(job)) {
-        return {Code::local_file, to_utf8(job.output) + ": the output is one of the pieces"};
+    // What is written must not be what is read.
+    for (const std::u16string& path : {job.output, job.output + u".joining"}) {
+        if (is_one_of_the_pieces(path, job.pieces))
+            return {Code::local_file, to_utf8(path) + ": the output is one of the pieces"};
     }
     MediaInput first;
     if (Result result = first.open(job.pieces.front()); !result.ok()) return result;

@@ -20,7 +20,9 @@ namespace vantlow {
 /// What is joined. All pieces are of one kind, FLV or MP4; the first one tells which.
 struct CombineJob {
     std::vector<std::u16string> pieces;
-    std::u16string output;  ///< replaced when it is there, once the joined file is whole; none of the pieces
+    /// Replaced when it is there, once the joined file is whole. Neither it nor `output + ".joining"`, which
+    /// has the bytes until then, is one of the pieces.
+    std::u16string output;
 };
 
 /// How a run ended.
@@ -65,8 +67,7 @@ class CombineControl {
     std::uint32_t told_ = 0;
 };
 
-/// Joins the pieces on the calling thread. The output's name appears when all is done; until then the bytes
-/// are in `output + ".joining"`.
+/// Joins the pieces on the calling thread. The output's name appears when all is done.
 CombineOutcome combine_media(const CombineJob& job, CombineControl& control);
 
 /// The same on a thread of its own, which starts with the object.

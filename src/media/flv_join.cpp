@@ -81,6 +81,7 @@ Result FlvJoiner::reserve_metadata() {
             if (const auto own = FlvMetadata::find(piece, tags_before_metadata))
                 count += own->keyframe_count();
         }
+        count = std::min(count, most_keyframes);
         expected.keyframe_positions.resize(count);
         expected.keyframe_times.resize(count);
         metadata_->set_totals(expected);

@@ -5,8 +5,8 @@
 namespace vantlow {
 namespace {
 
-constexpr std::int64_t short_header = 8;
-constexpr std::int64_t long_header = 16;
+constexpr std::size_t short_header = 8;
+constexpr std::size_t long_header = 16;
 
 }  // namespace
 
@@ -21,7 +21,7 @@ std::string fourcc_text(FourCC code) {
 
 bool BoxWalker::next(Mp4Box& box) {
     // Up to seven bytes at the end are padding, as QuickTime has it behind user data.
-    if (!failure_.ok() || end_ - at_ < short_header) return false;
+    if (!failure_.ok() || end_ - at_ < std::int64_t{short_header}) return false;
     const MediaInput& input = window_->input();
     const std::byte* header = window_->at(at_, short_header);
     if (header == nullptr) {
@@ -31,11 +31,11 @@ bool BoxWalker::next(Mp4Box& box) {
     std::uint64_t size = load_u32(header);
     box.type = load_u32(header + 4);
     box.offset = at_;
-    box.body = at_ + short_header;
+    box.body = at_ + std::int64_t{short_header};
     if (size == 1) {
         header = window_->at(at_, long_header);
         size = header == nullptr ? 0 : load_u64(header + short_header);
-        box.body = at_ + long_header;
+        box.body = at_ + std::int64_t{long_header};
     } else if (size == 0) {
         size = static_cast<std::uint64_t>(end_ - at_);  // up to the end
     }
@@ -62,6 +62,10 @@ bool find_box(InputWindow& window, const Mp4Box& parent, std::string_view path, 
         if (!there) return false;
     }
     return true;
+}
+
+std::span<const std::byte> body_of(const std::vector<std::byte>& whole) noexcept {
+    return std::span(whole).subspan(load_u32(whole.data()) == 1 ? long_header : short_header);
 }
 
 Outcome<std::vector<std::byte>> read_range(const MediaInput& input, std::int64_t begin, std::int64_t end,

@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -56,6 +57,9 @@ class BoxWalker {
 /// `failure` is set where boxes are damaged.
 bool find_box(InputWindow& window, const Mp4Box& parent, std::string_view path, Mp4Box& found,
               Result& failure);
+
+/// The body of a whole box in memory, behind a header of either length.
+std::span<const std::byte> body_of(const std::vector<std::byte>& whole) noexcept;
 
 /// All bytes of a range; a failure where it is longer than `at_most` or cannot be read.
 Outcome<std::vector<std::byte>> read_range(const MediaInput& input, std::int64_t begin, std::int64_t end,

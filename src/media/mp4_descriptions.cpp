@@ -65,21 +65,19 @@ std::vector<RateField> rate_fields(const std::vector<std::byte>& entry) {
     return fields;
 }
 
-// Takes the greater of two entries' rates over into the first; false, and nothing changed, where the entries
-// differ in anything else.
-bool merge_rates(std::vector<std::byte>& entry, std::vector<std::byte> other) {
-    const std::vector<RateField> fields = rate_fields(entry);
-    if (entry.size() != other.size() || fields != rate_fields(other)) return false;
-    std::vector<std::byte> merged = entry;
+std::vector<std::byte> without_rates(std::vector<std::byte> entry, const std::vector<RateField>& fields) {
+    for (const RateField& field : fields) store_big(&entry[field.at], 0, field.size);
+    return entry;
+}
+
+// Takes the greater of two entries' rates over into the first one.
+void raise_rates(std::vector<std::byte>& entry, const std::vector<std::byte>& other,
+                 const std::vector<RateField>& fields) {
     for (const RateField& field : fields) {
         const std::uint64_t greater =
             std::max(load_big(&entry[field.at], field.size), load_big(&other[field.at], field.size));
-        store_big(&merged[field.at], greater, field.size);
-        store_big(&other[field.at], greater, field.size);
+        store_big(&entry[field.at], greater, field.size);
     }
-    if (merged != other) return false;
-    entry = std::move(merged);
-    return true;
 }
 
 FourCC family_of(FourCC format) noexcept {
@@ -113,9 +111,14 @@ std::uint32_t DescriptionList::add(const std::vector<std::byte>& original) {
     // The joined file has one data reference: itself.
     if (entry.size() >= entry_header) store_big(&entry[entry_header - 2], 1, 2);
     if (!entries_.empty() && !codec_of(entries_.front()).is_same(codec_of(entry))) return 0;
+    const std::vector<RateField> fields = rate_fields(entry);
+    std::vector<std::byte> key = without_rates(entry, fields);
     for (std::size_t i = 0; i < entries_.size(); ++i) {
-        if (merge_rates(entries_[i], entry)) return static_cast<std::uint32_t>(i + 1);
+        if (keys_[i] != key || rate_fields(entries_[i]) != fields) continue;
+        raise_rates(entries_[i], entry, fields);
+        return static_cast<std::uint32_t>(i + 1);
     }
+    keys_.push_back(std::move(key));
     entries_.push_back(std::move(entry));
     return static_cast<std::uint32_t>(entries_.size());
 }

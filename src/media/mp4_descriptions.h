@@ -34,6 +34,7 @@ class DescriptionList {
 
   private:
     std::vector<std::vector<std::byte>> entries_;
+    std::vector<std::vector<std::byte>> keys_;  ///< the same without rates
 };
 
 }  // namespace vantlow

@@ -26,6 +26,7 @@ constexpr std::uint32_t has_composition = 0x000800;
 constexpr std::uint32_t is_no_sync = 0x010000;
 
 constexpr std::int64_t longest_gap = 0x7FFFFFFF;
+constexpr std::string_view too_long = "the track is impossibly long";
 
 class FragmentSamples {
   public:
@@ -189,8 +190,10 @@ bool FragmentSamples::take(const Fragment& fragment, const Mp4Box& box, SampleRu
     // Writers that do not know how long a fragment's last sample lasts say 0; times rise all the same.
     samples.duration = std::max(samples.duration, 1U);
     data_end_ += static_cast<std::int64_t>(bytes);
-    next += std::int64_t{samples.duration} * samples.count;
-    if (next > longest_media_time) return fail(box.offset, "the track is impossibly long");
+    const std::uint64_t length = std::uint64_t{samples.duration} * samples.count;
+    if (length > static_cast<std::uint64_t>(longest_media_time)) return fail(box.offset, too_long);
+    next += static_cast<std::int64_t>(length);
+    if (next > longest_media_time) return fail(box.offset, too_long);
     begun_[fragment.track] = true;
     const bool go_on = sink_.take(fragment.track, samples);
     samples.starts_chunk = false;

@@ -10,9 +10,10 @@ namespace {
 
 constexpr std::uint64_t most_32 = std::numeric_limits<std::uint32_t>::max();
 
-// The fields that a movie's, a track's and a media header begin with, read from a whole box.
+// The fields that a movie's and a track's header begin with, read from a whole box.
 struct Times {
     bool is_long = false;
+    std::uint32_t flags = 0;
     std::uint64_t created = 0;
     std::uint64_t modified = 0;
     const std::byte* behind = nullptr;
@@ -20,8 +21,9 @@ struct Times {
 
 Times read_times(const std::vector<std::byte>& whole) {
     Times times;
-    const std::byte* at = whole.data() + (load_u32(whole.data()) == 1 ? 16 : 8);
+    const std::byte* const at = body_of(whole).data();
     times.is_long = *at == std::byte{1};
+    times.flags = load_u24(at + 1);
     const std::size_t width = times.is_long ? 8 : 4;
     times.created = load_big(at + 4, width);
     times.modified = load_big(at + 4 + width, width);
@@ -102,9 +104,7 @@ void MovieWriter::put_track_header(const JoinedTrackBoxes& track) {
     const Times times = read_times(track.model->header);
     const bool is_long = needs_long(times, duration);
     const std::size_t width = is_long ? 8 : 4;
-    const std::byte* const flags =
-        track.model->header.data() + (load_u32(track.model->header.data()) == 1 ? 17 : 9);
-    boxes_.begin_full("tkhd", is_long ? 1 : 0, load_u24(flags));
+    boxes_.begin_full("tkhd", is_long ? 1 : 0, times.flags);
     boxes_.put(times.created, width);
     boxes_.put(times.modified, width);
     boxes_.put(track.id, 4);
@@ -116,21 +116,22 @@ void MovieWriter::put_track_header(const JoinedTrackBoxes& track) {
 }
 
 void MovieWriter::put_references(const JoinedTrackBoxes& track) {
-    const std::vector<std::byte>& whole = track.model->references;
-    if (whole.empty() || track.id != track.model->id) return;  // ids of another piece mean other tracks
+    if (track.model->references.empty()) return;
+    if (track.id != track.model->id) return;  // ids of another piece mean other tracks
+    const auto body = body_of(track.model->references);
     BoxBuilder kept;
-    std::size_t at = 8;
-    while (at + 8 <= whole.size()) {
-        const std::size_t size = load_u32(&whole[at]);
-        if (size < 8 || size > whole.size() - at) return;
+    std::size_t at = 0;
+    while (at + 8 <= body.size()) {
+        const std::size_t size = load_u32(&body[at]);
+        if (size < 8 || size > body.size() - at) return;
         const std::size_t before = kept.bytes().size();
-        kept.begin(std::string_view(reinterpret_cast<const char*>(&whole[at + 4]), 4));
+        kept.begin(std::string_view(reinterpret_cast<const char*>(&body[at + 4]), 4));
         for (std::size_t id = at + 8; id + 4 <= at + size; id += 4) {
             const bool there =
                 std::any_of(tracks_.begin(), tracks_.end(), [&](const JoinedTrackBoxes& other) {
-                    return other.id == load_u32(&whole[id]) && other.id == other.model->id;
+                    return other.id == load_u32(&body[id]) && other.id == other.model->id;
                 });
-            if (there) kept.put(load_u32(&whole[id]), 4);
+            if (there) kept.put(load_u32(&body[id]), 4);
         }
         if (kept.bytes().size() == before + 8) return;  // nothing that is left would be referred to
         kept.end();

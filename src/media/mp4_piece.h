@@ -16,7 +16,6 @@ namespace vantlow {
 struct Mp4Table {
     std::int64_t offset = 0;  ///< of the first entry
     std::uint32_t count = 0;  ///< as many as are there
-    std::uint8_t version = 0;
     bool present = false;
 };
 
@@ -50,7 +49,6 @@ struct Mp4Track {
     FourCC kind = 0;  ///< the handler: "vide", "soun", ...
     std::uint32_t timescale = 0;
     std::uint16_t language = 0;  ///< packed ISO 639-2
-    std::uint64_t duration = 0;  ///< as the media header says
     std::vector<Mp4Edit> edits;
 
     // Whole boxes, to be written as they are; empty where there is none. The track header is rewritten.

@@ -123,6 +123,8 @@ class SyncCursor {
         return count;
     }
 
+    [[nodiscard]] bool failed() const noexcept { return cursor_.failed(); }
+
   private:
     void load(std::uint32_t from) {
         while (!all_ && next_ < from) {
@@ -167,7 +169,9 @@ class TableSamples {
     bool next_chunk();
     [[nodiscard]] bool any_failed() const {
         return chunks_.failed() || chunk_runs_.failed() || sizes_.failed() || times_.failed() ||
-               compositions_.failed();
+               compositions_.failed() || sync_.failed() ||
+               std::any_of(groups_.begin(), groups_.end(),
+                           [](const RunCursor& group) { return group.failed(); });
     }
 
     const MediaInput& input_;
@@ -249,8 +253,10 @@ bool TableSamples::next(SampleRun& run) {
         return fail("samples lie beyond the end of the file, at " + std::to_string(offset_));
     }
     offset_ += static_cast<std::int64_t>(bytes);
-    time_ += static_cast<std::int64_t>(run.duration) * count;
-    if (time_ > longest_media_time) return fail("the track is impossibly long");
+    const std::uint64_t length = std::uint64_t{run.duration} * count;
+    if (length > static_cast<std::uint64_t>(longest_media_time - time_))
+        return fail("the track is impossibly long");
+    time_ += static_cast<std::int64_t>(length);
     sample_ += count;
     left_in_chunk_ -= count;
     chunk_is_new_ = false;

@@ -46,7 +46,7 @@ std::size_t mp4_entry_size(Mp4TableKind kind, bool long_offsets) noexcept {
 }
 
 void TableOutput::put(std::uint64_t value, std::size_t bytes) {
-    if (output_ == nullptr) return;
+    if (output_ == nullptr || !failure_.ok()) return;
     if (buffer_.size() + bytes > write_buffer) (void)flush();  // a failure is kept for the end
     buffer_.resize(buffer_.size() + bytes);
     store_big(buffer_.data() + buffer_.size() - bytes, value, bytes);

@@ -102,8 +102,8 @@ double clip_time(const XmlText& element, std::string_view name, std::string_view
     return clock_seconds(value.value_or(std::string_view{}));
 }
 
-// Walks through the body's tags in their order. A tag that was once not closed is not closed later either:
-// remembering it keeps the walk in one pass.
+// Walks through the body's tags in their order. A tag that was once not closed is not closed later either,
+// and the next ">" is the same for all tags in front of it: remembering both keeps the walk in one pass.
 class MediaElements {
   public:
     explicit MediaElements(const XmlText& body) : left_(body) {}
@@ -124,19 +124,25 @@ class MediaElements {
     }
 
   private:
-    [[nodiscard]] std::optional<std::size_t> tag_here() const {
+    // Whether the tag at the front is an element by itself.
+    [[nodiscard]] bool is_alone() {
+        const std::size_t left = left_.lower.size();
+        if (left < from_end_) from_end_ = left - std::min(left_.lower.find('>'), left);
+        return from_end_ != 0 && left_.lower[left - from_end_ - 1] == '/';
+    }
+
+    [[nodiscard]] std::optional<std::size_t> tag_here() {
         const std::string_view name = left_.lower.substr(1);
         for (std::size_t i = 0; i < media_tags.size(); ++i) {
             if (!name.starts_with(media_tags[i])) continue;
-            const auto end = left_.lower.find('>');
-            const bool is_alone = end != none && left_.lower[end - 1] == '/';
-            return unclosed_[i] && !is_alone ? std::nullopt : std::optional(i);
+            return unclosed_[i] && !is_alone() ? std::nullopt : std::optional(i);
         }
         return std::nullopt;
     }
 
     XmlText left_;
     std::array<bool, media_tags.size()> unclosed_{};
+    std::size_t from_end_ = none;  // characters from the next ">" on; 0: there is none
 };
 
 // Digits with an optional fraction, taken off the front.

@@ -83,6 +83,7 @@ TEST(Announce, WritesUrlsAsTrackersKnowThem) {
     EXPECT_EQ(make_peer_id(guid), "-VL2950-a5b4c3d2e1f0");
     EXPECT_EQ(without_keys("http://u:p@t/0123456789abcdef0123/announce?passkey=ABCDEFGHIJKLMNOPQ&x=1"),
               "http://********@t/********/announce?passkey=********&x=1");
+    EXPECT_EQ(without_keys("http://t?passkey=ABCDEFGHIJKLMNOPQ/"), "http://t?passkey=********/");
 }
 
 TEST(Announce, ReadsAnswersAndRefusesWhatIsNone) {
@@ -302,6 +303,13 @@ TEST(UdpAnnounce, EndsWithWhatIsWrong) {
          [=](const std::string& d) {
              const std::string whole = udp_answer(d, "\x01\x02\x03\x04\0\x50"s)[0];
              return is_connect(d) ? std::vector{whole} : std::vector{whole.substr(0, 12), whole.substr(12)};
+         },
+         true, ""},
+        {"the connection twice, as a request that was sent twice is answered",
+         [=](const std::string& d) {
+             std::vector<std::string> answers = udp_answer(d, "");
+             if (is_connect(d)) answers.push_back(answers[0].substr(0, 8) + "connid34");
+             return answers;
          },
          true, ""},
         {"in three datagrams",

@@ -174,6 +174,18 @@ TEST_F(FlvJoin, LeavesNoOutputWhereItFails) {
     }
 }
 
+TEST_F(FlvJoin, WritesNoneOfItsPieces) {
+    const std::string film = head + metadata({{"duration", 1}}) + tag(9, 0, key);
+    for (const std::u16string name : {u"out.flv", u"out.flv.joining"}) {
+        const CombineJob job{{folder_.write(u"piece1.flv", film), folder_.write(name, film)},
+                             folder_.path(u"out.flv")};
+        CombineControl control({});
+        EXPECT_EQ(combine_media(job, control).result.code, Code::local_file);
+        EXPECT_EQ(folder_.read(name), film);
+        ASSERT_TRUE(remove_file(folder_.path(name)).ok());
+    }
+}
+
 TEST_F(FlvJoin, TellsProgressInStepsAndStopsWhenCancelled) {
     std::string piece = head + metadata({{"duration", 1}});
     for (std::uint32_t i = 0; i < 2000; ++i) piece += tag(8, i, std::string(1000, 's'));

@@ -57,6 +57,31 @@ std::vector<SampleTrack::Sample> samples(std::string_view letters, std::uint32_t
     return list;
 }
 
+// The film with other bytes in place of a box, which stands in these.
+std::string replaced(std::string film, std::string_view type, std::string_view by,
+                     const std::vector<std::string_view>& parents) {
+    const auto number = [&film](std::size_t at) { return reinterpret_cast<std::byte*>(film.data()) + at; };
+    const std::size_t at = film.find(type) - 4;
+    const std::uint32_t old_size = load_u32(number(at));
+    film.replace(at, old_size, by);
+    for (const std::string_view parent : parents) {
+        const std::size_t place = film.find(parent) - 4;
+        store_big(number(place), load_u32(number(place)) + by.size() - old_size, 4);
+    }
+    return film;
+}
+
+// A header of version 1 in a box with a size of 64 bits, so many bytes long.
+std::string long_header(std::string_view type, std::size_t length) {
+    BoxBuilder box;
+    box.put(1, 4);
+    box.put(fourcc(type), 4);
+    box.put(16 + length, 8);
+    box.put(1, 1);
+    for (std::size_t at = 1; at < length; ++at) box.put(at == 22 ? 1 : 0, 1);  // time scale or track number
+    return {reinterpret_cast<const char*>(box.bytes().data()), box.bytes().size()};
+}
+
 class Mp4Join : public testing::Test {
   protected:
     CombineOutcome join(const std::vector<std::string>& pieces) {
@@ -175,6 +200,11 @@ TEST_F(Mp4Join, DescriptionsOfAnotherConfigurationAreAddedOfAnotherCodecRefused)
             piece("avc1", with_rate('\x01'))});
     ASSERT_EQ(piece_.tracks[0].descriptions.size(), 1U) << "a bit rate is no other configuration";
     EXPECT_EQ(piece_.tracks[0].descriptions[0].back(), std::byte{9});
+    // One that reaches "up to the end" reaches no further where others follow it.
+    std::string last = piece("avc1", "one");
+    last.replace(last.find("avc1") - 4, 4, 4, '\0');
+    tracks = joined({last, piece("avc1", "two")});
+    EXPECT_EQ(tracks[0].back().description, 1U);
 
     const CombineOutcome refused = join({piece("avc1", "one"), piece("hvc1", "one")});
     EXPECT_NE(refused.result.message().find("p2.mp4: the video is hvc1, that of the pieces before is avc1"),
@@ -189,7 +219,35 @@ TEST_F(Mp4Join, DamagedPiecesAreNamed) {
         store_big(reinterpret_cast<std::byte*>(bytes.data()) + bytes.find(box) + 4 + at, value, 4);
         return bytes;
     };
+    const auto with_long_header = [&good](std::string_view type, std::size_t length,
+                                          const std::vector<std::string_view>& parents) {
+        return replaced(good, type, long_header(type, length), parents);
+    };
+    ASSERT_TRUE(join({with_long_header("mvhd", 112, {"moov"})}).result.ok());
+    ASSERT_TRUE(join({with_long_header("tkhd", 96, {"moov", "trak"})}).result.ok());
+    ASSERT_TRUE(remove_file(folder_.path(u"out.mp4")).ok());
+    std::string entries;
+    for (int i = 0; i < 1001; ++i) entries += good.substr(good.find("test") - 4, 17);
+    // Together they last for a multiple of 2^64 ticks.
+    BoxBuilder edits;
+    edits.begin_full("elst", 1, 0);
+    edits.put(16, 4);
+    for (int i = 0; i < 16; ++i) {
+        edits.put(std::uint64_t{1} << 60U, 8);
+        edits.put(static_cast<std::uint64_t>(-1), 8);
+        edits.put(0x10000, 4);
+    }
+    edits.end();
+    const std::string_view pauses(reinterpret_cast<const char*>(edits.bytes().data()), edits.bytes().size());
     const std::pair<std::string, std::string> cases[] = {
+        {with_long_header("mvhd", 104, {"moov"}), "a movie header that is too short"},
+        {with_long_header("tkhd", 88, {"moov", "trak"}), "a track header that is too short"},
+        {with_long_header("mdhd", 28, {"moov", "trak", "mdia"}), "a media header that is too short"},
+        {replaced(good, "test", entries, {"moov", "trak", "mdia", "minf", "stbl", "stsd"}),
+         "too many sample descriptions"},
+        {replaced(make_mp4({{"vide", 1000, samples("abcd", 40), {{30, 0}}}}), "elst", pauses,
+                  {"moov", "trak", "edts"}),
+         "impossible times"},
         {good.substr(0, good.size() - 1), "\"moov\" goes beyond"},
         {good.substr(0, good.find("moov") - 4), "no movie box"},
         {"    ftyp nothing", "is no box"},

@@ -75,6 +75,9 @@ TEST(Playlist, UnclosedElementsCostOnePass) {
     std::string text = "<smil><body>";
     for (int i = 0; i < 300'000; ++i) text += "<video src=\"x\"><audio src=\"y\">";
     EXPECT_TRUE(CSMILSimple::read(bytes_of(text + "</body></smil>")).clips.empty());
+    text = "<smil><body>";
+    for (int i = 0; i < 1'500'000; ++i) text += "<ref";
+    EXPECT_TRUE(CSMILSimple::read(bytes_of(text + "</body></smil>")).clips.empty());
 }
 
 TEST(Playlist, ReadsClockValues) {
