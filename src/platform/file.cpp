@@ -30,6 +30,8 @@ const char* fault_text(FileFault fault) noexcept {
             return "The name is too long";
         case FileFault::in_use:
             return "The file is in use";
+        case FileFault::too_large:
+            return "The file is too large";
         case FileFault::other:
             break;
     }
@@ -109,7 +111,7 @@ FileError read_file(const std::u16string& path, std::size_t at_most, std::vector
         const bool too_long = error.ok() && filled > at_most;
         if (!error.ok() || too_long || got < rest.size()) {
             bytes.resize(error.ok() && !too_long ? filled : 0);
-            return too_long ? FileError{FileFault::no_space, 0} : error;
+            return too_long ? FileError{FileFault::too_large, 0} : error;
         }
         room = filled + std::max(filled, read_step);
     }

@@ -82,7 +82,7 @@ FileError SettingsFile::change(Change change) {
     if (!change(changed)) return {FileFault::other, 0};
     const std::string bytes = changed.bytes();
     if (bytes == text_.bytes()) return {};
-    if (bytes.size() > largest_file) return {FileFault::no_space, 0};
+    if (bytes.size() > largest_file) return {FileFault::too_large, 0};
     const FileError error =
         write_file_atomically(path_, std::as_bytes(std::span(bytes)), Privacy::owner_only);
     if (!error.ok()) return error;

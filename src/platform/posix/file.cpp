@@ -48,6 +48,8 @@ FileFault fault_of(int error) noexcept {
         case EBUSY:
         case ETXTBSY:
             return FileFault::in_use;
+        case EFBIG:
+            return FileFault::too_large;
         default:
             return FileFault::other;
     }
