@@ -1,12 +1,10 @@
 // What the logins compute with: libgcrypt's digests and DES.
 #pragma once
 
-#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <initializer_list>
 #include <span>
-#include <string>
 #include <string_view>
 #include <vector>
 
@@ -28,10 +26,6 @@ Bytes hmac_md5(View key, std::initializer_list<View> pieces);
 Bytes desl(View key, View bytes);
 /// Bytes that nobody can guess.
 Bytes random_bytes(std::size_t count);
-
-/// Overwrites what was a secret.
-void wipe(Bytes& bytes) noexcept;
-void wipe(std::string& text) noexcept;
 
 inline View view(std::string_view text) {
     return {reinterpret_cast<const std::uint8_t*>(text.data()), text.size()};

@@ -4,6 +4,8 @@
 #include <chrono>
 #include <cstring>
 
+#include "runtime/wipe.h"
+
 namespace vantlow::login {
 namespace {
 
@@ -63,6 +65,7 @@ std::uint32_t upper_point(std::uint32_t c) {
 
 Bytes utf16(std::string_view text, bool upper = false) {
     Bytes out;
+    out.reserve(2 * text.size());  // growing would leave pieces of a password behind
     while (!text.empty()) {
         std::uint32_t point = next_point(text);
         if (upper) point = upper_point(point);
