@@ -3,8 +3,10 @@
 #include <algorithm>
 #include <memory>
 #include <new>
+#include <utility>
 
 #include "platform/file_parts.h"
+#include "platform/folder.h"
 #include "platform/system_text.h"
 
 namespace vantlow {
@@ -54,6 +56,22 @@ std::string FileError::text() const {
     return system_error != 0 ? system_text(system_error) : fault_text(fault);
 }
 
+File::File(File&& other) noexcept
+    : native_(std::exchange(other.native_, invalid)), path_(std::move(other.path_)) {}
+
+File& File::operator=(File&& other) noexcept {
+    if (this != &other) {
+        close();
+        native_ = std::exchange(other.native_, invalid);
+        path_ = std::move(other.path_);
+    }
+    return *this;
+}
+
+File::~File() {
+    close();
+}
+
 FileError File::copy_through_memory(const File& from, std::int64_t from_offset, std::int64_t to_offset,
                                     std::int64_t count) noexcept {
     const auto room = static_cast<std::size_t>(std::clamp<std::int64_t>(count, 1, copy_step));
@@ -90,6 +108,18 @@ bool can_write_below(const std::u16string& folder) {
         there = above;
     }
     return path_kind(there) == PathKind::folder && can_write_folder(there);
+}
+
+FileError list_files(const std::u16string& folder, std::u16string_view suffix,
+                     std::vector<std::u16string>& names) {
+    names.clear();
+    std::vector<FolderEntry> entries;
+    const FileError error = list_folder(folder, entries);
+    for (FolderEntry& entry : entries) {
+        if (entry.kind == PathKind::file && entry.name.ends_with(suffix))
+            names.push_back(std::move(entry.name));
+    }
+    return error;
 }
 
 FileError read_file(const std::u16string& path, std::size_t at_most, std::vector<std::byte>& bytes) {

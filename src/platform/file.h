@@ -108,7 +108,7 @@ bool can_write_below(const std::u16string& folder);
 /// Makes renames, new and removed names in the folder survive a power cut. Nothing on Windows, whose file
 /// systems log them.
 FileError sync_folder(const std::u16string& path) noexcept;
-/// Names (not paths) of the files in a folder that end with `suffix`, in no order.
+/// Names (not paths) of the files in a folder that end with `suffix`, in no order; links to files among them.
 FileError list_files(const std::u16string& folder, std::u16string_view suffix,
                      std::vector<std::u16string>& names);
 /// The whole file; fails with too_large when it is longer than `at_most` bytes.
