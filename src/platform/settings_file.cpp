@@ -113,9 +113,7 @@ FileError SettingsFile::erase(std::u16string_view section, std::u16string_view k
 
 SettingsBackend::Values SettingsFile::all() {
     const std::lock_guard own(mutex_);
-    Values values;
-    for (const auto& [name, section] : text_.sections()) values[name] = {section.begin(), section.end()};
-    return values;
+    return text_.sections();
 }
 
 bool SettingsFile::refresh() {
