@@ -212,7 +212,7 @@ void SocketFrame::serve() noexcept {
             } catch (const std::exception&) {
                 // no memory for this request: its sender sees the end of the connection
             }
-        } else if (errno == EMFILE || errno == ENFILE || errno == ENOMEM) {
+        } else if (errno != EAGAIN && errno != EINTR && errno != ECONNABORTED) {  // no descriptor, no memory
             stop_.wait_for(std::chrono::milliseconds(100));
         }
     }

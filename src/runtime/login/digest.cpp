@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
-#include "runtime/wipe.h"
+#include "runtime/login/wipe.h"
 
 namespace vantlow::login {
 namespace {

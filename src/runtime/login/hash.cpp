@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <array>
 
-#include "runtime/wipe.h"
+#include "runtime/login/wipe.h"
 
 namespace vantlow::login {
 namespace {

@@ -4,7 +4,7 @@
 #include <chrono>
 #include <cstring>
 
-#include "runtime/wipe.h"
+#include "runtime/login/wipe.h"
 
 namespace vantlow::login {
 namespace {

@@ -5,9 +5,9 @@
 #include <array>
 #include <new>
 
+#include "runtime/login/wipe.h"
 #include "runtime/operations.h"
 #include "runtime/secur/gcrypt_start.h"
-#include "runtime/wipe.h"
 
 struct VantlowDh {
     gcry_mpi_t prime = nullptr;
@@ -48,7 +48,7 @@ bool make_keys(VantlowDh& dh, const void* generator, std::size_t generator_size)
     std::array<unsigned char, exponent_size> random{};
     gcry_randomize(random.data(), random.size(), GCRY_STRONG_RANDOM);
     dh.exponent = read_number(random.data(), random.size());
-    vantlow::wipe(random);
+    vantlow::login::wipe(random);
     dh.public_key = gcry_mpi_new(0);
     if (dh.exponent != nullptr) gcry_mpi_powm(dh.public_key, base, dh.exponent, dh.prime);
     gcry_mpi_release(base);

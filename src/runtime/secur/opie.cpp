@@ -7,9 +7,9 @@
 #include <cstring>
 #include <string>
 
+#include "runtime/login/wipe.h"
 #include "runtime/operations.h"
 #include "runtime/secur/gcrypt_start.h"
-#include "runtime/wipe.h"
 
 namespace {
 
@@ -57,12 +57,13 @@ int opieKeyGenerate(const char* algorithm, int sequence, const char* seed, const
                         vantlow::secur::start_gcrypt() && gcry_md_test_algo(found->digest) == 0;
     if (!usable) return -1;
     std::string start;
-    start.reserve(std::strlen(seed) + std::strlen(secret));  // growing would leave pieces of the secret behind
+    start.reserve(std::strlen(seed) +
+                  std::strlen(secret));  // growing would leave pieces of the secret behind
     start += seed;
     for (char& c : start) c = c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
     start += secret;
     Key key = hash(found->digest, start.data(), start.size());
-    vantlow::wipe(start);
+    vantlow::login::wipe(start);
     for (int i = 0; i < sequence; ++i) key = hash(found->digest, key.data(), key.size());
     for (std::size_t i = 0; i < key.size(); ++i) std::snprintf(response + 2 * i, 3, "%02X", key[i]);
     return 0;

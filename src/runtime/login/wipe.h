@@ -3,7 +3,7 @@
 
 #include <cstddef>
 
-namespace vantlow {
+namespace vantlow::login {
 
 /// Overwrites the bytes of a string, vector or array with zeros, in a way that no compiler leaves out because
 /// nobody reads them afterwards.
@@ -13,4 +13,4 @@ void wipe(Bytes& bytes) noexcept {
     for (std::size_t i = 0; i < bytes.size(); ++i) at[i] = 0;
 }
 
-}  // namespace vantlow
+}  // namespace vantlow::login
