@@ -172,6 +172,12 @@ bool istarts_with(std::u16string_view text, std::u16string_view prefix) noexcept
     return text.size() >= prefix.size() && iequals(text.substr(0, prefix.size()), prefix);
 }
 
+bool NameLess::operator()(std::u16string_view a, std::u16string_view b) const noexcept {
+    return std::lexicographical_compare(a.begin(), a.end(), b.begin(), b.end(), [](char16_t x, char16_t y) {
+        return ascii_lower(x) < ascii_lower(y);
+    });
+}
+
 std::string_view trim(std::string_view text) noexcept {
     const auto first = text.find_first_not_of(" \t");
     if (first == std::string_view::npos) return {};

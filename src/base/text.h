@@ -27,6 +27,11 @@ bool iequals(std::string_view a, std::string_view b) noexcept;
 bool iequals(std::u16string_view a, std::u16string_view b) noexcept;
 bool istarts_with(std::string_view text, std::string_view prefix) noexcept;
 bool istarts_with(std::u16string_view text, std::u16string_view prefix) noexcept;
+/// An order of names, for containers; names that differ in letter case only are equal in it.
+struct NameLess {
+    using is_transparent = void;
+    bool operator()(std::u16string_view a, std::u16string_view b) const noexcept;
+};
 
 /// The text without blanks and tabs at its ends.
 std::string_view trim(std::string_view text) noexcept;

@@ -54,7 +54,7 @@ Result CBEncode::load_file(const std::u16string& path) {
     reset();
     std::vector<std::byte> bytes;
     const FileError error = read_file(path, largest_file, bytes);
-    const bool too_large = error.fault == FileFault::no_space && error.system_error == 0;
+    const bool too_large = error.fault == FileFault::too_large;
     if (!error.ok() && !too_large) return {Code::local_file, error.text(), error.system_error};
     if (error.ok() && bytes.empty()) return {Code::unsupported, "the file is empty."};
     if (too_large || !load_memory(bytes)) return {Code::unsupported, "the file is too large."};

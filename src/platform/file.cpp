@@ -3,8 +3,10 @@
 #include <algorithm>
 #include <memory>
 #include <new>
+#include <utility>
 
 #include "platform/file_parts.h"
+#include "platform/folder.h"
 #include "platform/system_text.h"
 
 namespace vantlow {
@@ -30,6 +32,8 @@ const char* fault_text(FileFault fault) noexcept {
             return "The name is too long";
         case FileFault::in_use:
             return "The file is in use";
+        case FileFault::too_large:
+            return "The file is too large";
         case FileFault::other:
             break;
     }
@@ -50,6 +54,22 @@ FileError write_whole(const std::u16string& path, std::span<const std::byte> byt
 
 std::string FileError::text() const {
     return system_error != 0 ? system_text(system_error) : fault_text(fault);
+}
+
+File::File(File&& other) noexcept
+    : native_(std::exchange(other.native_, invalid)), path_(std::move(other.path_)) {}
+
+File& File::operator=(File&& other) noexcept {
+    if (this != &other) {
+        close();
+        native_ = std::exchange(other.native_, invalid);
+        path_ = std::move(other.path_);
+    }
+    return *this;
+}
+
+File::~File() {
+    close();
 }
 
 FileError File::copy_through_memory(const File& from, std::int64_t from_offset, std::int64_t to_offset,
@@ -90,6 +110,18 @@ bool can_write_below(const std::u16string& folder) {
     return path_kind(there) == PathKind::folder && can_write_folder(there);
 }
 
+FileError list_files(const std::u16string& folder, std::u16string_view suffix,
+                     std::vector<std::u16string>& names) {
+    names.clear();
+    std::vector<FolderEntry> entries;
+    const FileError error = list_folder(folder, entries);
+    for (FolderEntry& entry : entries) {
+        if (entry.kind == PathKind::file && entry.name.ends_with(suffix))
+            names.push_back(std::move(entry.name));
+    }
+    return error;
+}
+
 FileError read_file(const std::u16string& path, std::size_t at_most, std::vector<std::byte>& bytes) {
     bytes.clear();
     File file;
@@ -109,7 +141,7 @@ FileError read_file(const std::u16string& path, std::size_t at_most, std::vector
         const bool too_long = error.ok() && filled > at_most;
         if (!error.ok() || too_long || got < rest.size()) {
             bytes.resize(error.ok() && !too_long ? filled : 0);
-            return too_long ? FileError{FileFault::no_space, 0} : error;
+            return too_long ? FileError{FileFault::too_large, 0} : error;
         }
         room = filled + std::max(filled, read_step);
     }

@@ -25,6 +25,7 @@ enum class FileFault {
     read_only,
     name_too_long,
     in_use,
+    too_large,  ///< for whoever reads it, or for its file system
     other
 };
 
@@ -107,10 +108,10 @@ bool can_write_below(const std::u16string& folder);
 /// Makes renames, new and removed names in the folder survive a power cut. Nothing on Windows, whose file
 /// systems log them.
 FileError sync_folder(const std::u16string& path) noexcept;
-/// Names (not paths) of the files in a folder that end with `suffix`, in no order.
+/// Names (not paths) of the files in a folder that end with `suffix`, in no order; links to files among them.
 FileError list_files(const std::u16string& folder, std::u16string_view suffix,
                      std::vector<std::u16string>& names);
-/// The whole file; fails with no_space when it is longer than `at_most`.
+/// The whole file; fails with too_large when it is longer than `at_most` bytes.
 FileError read_file(const std::u16string& path, std::size_t at_most, std::vector<std::byte>& bytes);
 /// Replaces the file by one with these bytes: readers see the old one or the new one whole, also after a
 /// power cut. Leaves the old one when it fails. `name + ".new"` is used meanwhile.

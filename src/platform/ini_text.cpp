@@ -55,12 +55,6 @@ bool can_be_key(std::string_view key) noexcept {
 
 }  // namespace
 
-bool NameLess::operator()(std::u16string_view a, std::u16string_view b) const noexcept {
-    return std::lexicographical_compare(a.begin(), a.end(), b.begin(), b.end(), [](char16_t x, char16_t y) {
-        return ascii_lower(x) < ascii_lower(y);
-    });
-}
-
 IniText::Line IniText::read_line(std::string_view text, const std::u16string& section) {
     Line line{std::string(text), LineKind::other, section, {}};
     const std::string_view content = trim(text);

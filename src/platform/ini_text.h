@@ -7,13 +7,9 @@
 #include <string_view>
 #include <vector>
 
-namespace vantlow {
+#include "base/text.h"
 
-/// Orders names without regard to ASCII letter case.
-struct NameLess {
-    using is_transparent = void;
-    bool operator()(std::u16string_view a, std::u16string_view b) const noexcept;
-};
+namespace vantlow {
 
 class IniText {
   public:

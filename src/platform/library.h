@@ -3,6 +3,7 @@
 
 #include <string>
 #include <string_view>
+#include <utility>
 
 namespace vantlow {
 
@@ -10,8 +11,11 @@ namespace vantlow {
 class Library {
   public:
     Library() = default;
-    Library(Library&& other) noexcept;
-    Library& operator=(Library&& other) noexcept;
+    Library(Library&& other) noexcept : native_(std::exchange(other.native_, nullptr)) {}
+    Library& operator=(Library&& other) noexcept {
+        std::swap(native_, other.native_);
+        return *this;
+    }
     ~Library();
 
     /// Loads the file of this full path; false when it is missing or cannot be loaded.

@@ -1,7 +1,8 @@
-// The three name functions and where they come from.
+// The three name functions, where they come from, and what their errors mean.
 #pragma once
 
 #include <cstdint>
+#include <string>
 #include <string_view>
 
 struct addrinfo;
@@ -30,5 +31,10 @@ NameFunctions built_in_name_functions() noexcept;
 
 /// The ones of this process: chosen by the first call, remembered for all later ones.
 const NameFunctions& name_functions() noexcept;
+
+/// True when the name does not exist, rather than nobody having answered.
+bool is_definite_name_error(int error) noexcept;
+/// The error as a sentence, UTF-8. Asked at once: of one kind only errno knows more.
+std::string name_error_text(int error);
 
 }  // namespace vantlow

@@ -4,7 +4,6 @@
 #include "platform/fault_hook.h"
 #include "platform/name_functions.h"
 #include "platform/net_headers.h"
-#include "platform/resolve_error.h"
 #include "platform/socket.h"
 
 namespace vantlow {

@@ -7,6 +7,7 @@
 #include <string>
 #include <string_view>
 
+#include "base/text.h"
 #include "platform/file.h"
 
 namespace vantlow {
@@ -20,7 +21,8 @@ class SettingsBackend {
     SettingsBackend& operator=(const SettingsBackend&) = delete;
     virtual ~SettingsBackend() = default;
 
-    using Values = std::map<std::u16string, std::map<std::u16string, std::u16string>>;
+    using Section = std::map<std::u16string, std::u16string, NameLess>;
+    using Values = std::map<std::u16string, Section, NameLess>;
 
     [[nodiscard]] virtual std::optional<std::u16string> read(std::u16string_view section,
                                                              std::u16string_view key) = 0;

@@ -82,7 +82,7 @@ FileError SettingsFile::change(Change change) {
     if (!change(changed)) return {FileFault::other, 0};
     const std::string bytes = changed.bytes();
     if (bytes == text_.bytes()) return {};
-    if (bytes.size() > largest_file) return {FileFault::no_space, 0};
+    if (bytes.size() > largest_file) return {FileFault::too_large, 0};
     const FileError error =
         write_file_atomically(path_, std::as_bytes(std::span(bytes)), Privacy::owner_only);
     if (!error.ok()) return error;
@@ -113,9 +113,7 @@ FileError SettingsFile::erase(std::u16string_view section, std::u16string_view k
 
 SettingsBackend::Values SettingsFile::all() {
     const std::lock_guard own(mutex_);
-    Values values;
-    for (const auto& [name, section] : text_.sections()) values[name] = {section.begin(), section.end()};
-    return values;
+    return text_.sections();
 }
 
 bool SettingsFile::refresh() {

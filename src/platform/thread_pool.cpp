@@ -31,25 +31,22 @@ Result ThreadPool::start(Running& running, std::function<void()> work) {
     running.pool_ = this;
     running.work_ = std::make_shared<Running::Work>();
     running.work_->run = std::move(work);
-    Worker* worker = nullptr;
-    {
-        const std::lock_guard guard(mutex_);
-        if (idle_.empty()) {
-            workers_.push_back(std::make_unique<Worker>());
-            worker = workers_.back().get();
-            worker->next = running.work_;
-            Result started = start_thread(worker->thread, [this, worker] { serve(*worker); });
-            if (!started.ok()) {
-                workers_.pop_back();
-                running.work_.reset();
-            }
-            return started;
-        }
-        worker = idle_.back();
-        idle_.pop_back();
+    const std::lock_guard guard(mutex_);
+    if (idle_.empty()) {
+        Worker* const worker = workers_.emplace_back(std::make_unique<Worker>()).get();
         worker->next = running.work_;
+        Result started = start_thread(worker->thread, [this, worker] { serve(*worker); });
+        if (!started.ok()) {
+            workers_.pop_back();
+            running.work_.reset();
+        }
+        return started;
     }
-    worker->woken.notify_one();  // outside the lock, which it would only wake up to wait for
+    Worker* const worker = idle_.back();
+    idle_.pop_back();
+    worker->next = running.work_;
+    // Within the lock: without it the worker may see the work by itself, do it and be gone.
+    worker->woken.notify_one();
     return {};
 }
 

@@ -7,8 +7,10 @@
 
 namespace vantlow {
 
-/// A manual-reset event of the operating system: once set it stays set until reset() and wakes everybody who
-/// waits for it, now and later. Any thread may call any operation.
+class Deadline;
+
+/// An event of the operating system: once set it stays set, and wakes everybody who waits for it, now and
+/// later. Any thread may call any operation.
 class WakeEvent {
   public:
     WakeEvent();
@@ -17,7 +19,6 @@ class WakeEvent {
     WakeEvent& operator=(const WakeEvent&) = delete;
 
     void set() noexcept;
-    void reset() noexcept;
     /// True when the event is set before the time is over. A negative time waits without end.
     bool wait(std::chrono::milliseconds at_most) const noexcept;
 
@@ -26,6 +27,9 @@ class WakeEvent {
     [[nodiscard]] std::intptr_t native() const noexcept { return native_; }
 
   private:
+    /// The wait where the system gives none.
+    bool poll_flag(const Deadline& deadline) const noexcept;
+
     std::intptr_t native_;  ///< -1 when the system had no event left: flag_ is polled then
     std::atomic<bool> flag_{false};
 };

@@ -27,12 +27,6 @@ auto place_of(const CClassNode& child) {
                         [&](const auto& entry) { return entry.get() == &child; });
 }
 
-bool name_less(std::u16string_view a, std::u16string_view b) noexcept {
-    return std::lexicographical_compare(a.begin(), a.end(), b.begin(), b.end(), [](char16_t x, char16_t y) {
-        return ascii_lower(x) < ascii_lower(y);
-    });
-}
-
 }  // namespace
 
 CClassNode::~CClassNode() {
@@ -77,32 +71,10 @@ CClassNode& CategoryTree::insert(std::unique_ptr<CClassNode> node, CClassNode* p
     if (place == Place::sorted) {
         at = std::upper_bound(
             parent->children.begin(), at, inserted.name,
-            [](const auto& name, const auto& child) { return name_less(name, child->name); });
+            [](const auto& name, const auto& child) { return NameLess()(name, child->name); });
     }
     parent->children.insert(at, std::move(node));
     return inserted;
-}
-
-CClassNode* CategoryTree::find(const Guid& guid) noexcept {
-    std::vector<CClassNode*> ahead;
-    if (root_) ahead.push_back(root_.get());
-    while (!ahead.empty()) {
-        CClassNode* node = ahead.back();
-        ahead.pop_back();
-        if (node->identity == guid) return node;
-        // Backwards, so that the first child is looked at first.
-        for (auto child = node->children.rbegin(); child != node->children.rend(); ++child) {
-            ahead.push_back(child->get());
-        }
-    }
-    return nullptr;
-}
-
-CJobNode& CategoryTree::file(std::unique_ptr<CJobNode> job) {
-    CClassNode* category = find(job->category);
-    if (category == nullptr) category = root_.get();
-    job->category = category->identity;
-    return *category->jobs.emplace_back(std::move(job));
 }
 
 std::vector<CClassNode*> CategoryTree::all() {
@@ -113,11 +85,19 @@ std::vector<CClassNode*> CategoryTree::all() {
         CClassNode* node = ahead.back();
         ahead.pop_back();
         found.push_back(node);
+        // Backwards, so that the first child is the next one.
         for (auto child = node->children.rbegin(); child != node->children.rend(); ++child) {
             ahead.push_back(child->get());
         }
     }
     return found;
+}
+
+CClassNode* CategoryTree::find(const Guid& guid) {
+    const std::vector<CClassNode*> nodes = all();
+    const auto at = std::find_if(nodes.begin(), nodes.end(),
+                                 [&](const CClassNode* node) { return node->identity == guid; });
+    return at == nodes.end() ? nullptr : *at;
 }
 
 std::vector<CClassNode*> CategoryTree::find_named(std::u16string_view name) {

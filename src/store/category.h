@@ -45,10 +45,7 @@ class CategoryTree {
     /// last or in the order of the names (without regard to ASCII letter case; behind its equals). A reserved
     /// GUID becomes zero.
     CClassNode& insert(std::unique_ptr<CClassNode> node, CClassNode* parent, Place place = Place::last);
-    [[nodiscard]] CClassNode* find(const Guid& guid) noexcept;
-    /// Files the job under the category whose GUID it carries; under the root, whose GUID it then takes, when
-    /// there is no such category. Needs a root.
-    CJobNode& file(std::unique_ptr<CJobNode> job);
+    [[nodiscard]] CClassNode* find(const Guid& guid);
     /// The category of this path ("Music/Live", from below the root, or with the root's name in front) or of
     /// this name alone, letter case ignored where no name is written just so. Empty: none has it; several:
     /// the name is not enough.

@@ -3,11 +3,6 @@
 #include <algorithm>
 
 namespace vantlow {
-namespace {
-
-constexpr std::int32_t most_connections = 64;
-
-}  // namespace
 
 CJobSeg::Extra& CJobSeg::extra() {
     if (!extra_) extra_ = std::make_unique<Extra>();

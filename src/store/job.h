@@ -90,6 +90,9 @@ class CJobSeg {
     std::unique_ptr<Extra> extra_;
 };
 
+/// No job has more at once, whatever a file or a person says.
+inline constexpr std::int32_t most_connections = 64;
+
 /// The states that lists show; saved with the job.
 enum class JobState : std::int32_t { waiting = 0, running = 1, stopped = 2, finished = 3, failed = 4 };
 std::string_view job_state_name(JobState state) noexcept;
@@ -158,7 +161,7 @@ class CJobNode : public CQueueNode {
 
     /// Appends a segment; callers keep the order of the file.
     CJobSeg& append_segment(std::int64_t start, std::int64_t end);
-    /// The most connections that the job may have: max_threads or connections, 1 to 64.
+    /// The most connections that the job may have: max_threads or connections, 1 to most_connections.
     [[nodiscard]] std::int32_t thread_limit() const noexcept;
     /// How often a connection of this job tries again (-1: without limit); none where the settings decide.
     [[nodiscard]] std::optional<std::int32_t> own_retry_limit() const noexcept;

@@ -11,8 +11,6 @@
 namespace vantlow {
 namespace {
 
-constexpr std::int32_t most_connections = 64;
-
 std::u16string decoded(std::span<const std::byte> bytes) {
     const std::string_view text(reinterpret_cast<const char*>(bytes.data()), bytes.size());
     if (text.starts_with("\xFF\xFE")) {

@@ -1,5 +1,7 @@
 #include "store/job_log_file.h"
 
+#include <algorithm>
+
 #include "base/text.h"
 
 namespace vantlow {

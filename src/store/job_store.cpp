@@ -2,11 +2,18 @@
 
 #include <algorithm>
 #include <iterator>
+#include <limits>
 
 #include "base/text.h"
 #include "platform/process.h"
 
 namespace vantlow {
+namespace {
+
+// Nobody counts so far: a larger order stands in a damaged file, and would leave no room behind it.
+constexpr std::int32_t largest_order = std::numeric_limits<std::int32_t>::max() / 2;
+
+}  // namespace
 
 Guid new_guid() {
     unsigned char bytes[16];
@@ -47,7 +54,7 @@ void JobStore::take(StoredDatabase stored) {
 }
 
 // What no database of this program holds, but a damaged or foreign one may: identities that are missing or
-// not unique, jobs that run although nobody runs them.
+// not unique, jobs that run although nobody runs them, orders behind which there is no room.
 void JobStore::make_whole() {
     std::set<Guid> categories;
     for (CClassNode* category : tree_.all()) {
@@ -69,6 +76,21 @@ void JobStore::make_whole() {
             file(*job, *category);
         }
     }
+    if (last_order_ > largest_order) renumber();
+}
+
+// Gives the jobs small orders, in the order that they have.
+void JobStore::renumber() {
+    std::vector<CJobNode*> jobs = jobs_below(nullptr);
+    std::stable_sort(jobs.begin(), jobs.end(),
+                     [](const CJobNode* a, const CJobNode* b) { return a->order < b->order; });
+    waiting_.clear();
+    last_order_ = 0;
+    for (CJobNode* job : jobs) {
+        job->order = ++last_order_;
+        if (job->state == JobState::waiting) waiting_.emplace(job->order, job);
+    }
+    dirty_ = true;
 }
 
 void JobStore::file(CJobNode& job, CClassNode& category) {

@@ -81,6 +81,7 @@ class JobStore {
     explicit JobStore(const Options& options) : options_(options) {}
     void take(StoredDatabase stored);
     void make_whole();
+    void renumber();
     void file(CJobNode& job, CClassNode& category);
     FileError back_up(const Settings& settings, std::span<const std::byte> image) const;
 

@@ -8,16 +8,6 @@
 namespace vantlow {
 namespace {
 
-std::u16string lower(std::u16string_view text) {
-    std::u16string out(text);
-    for (char16_t& c : out) c = ascii_lower(c);
-    return out;
-}
-
-std::u16string name_of_value(std::u16string_view section, std::u16string_view key) {
-    return lower(section) + u'\n' + lower(key);
-}
-
 std::optional<std::int64_t> read_number(std::u16string_view text) {
     const std::string narrow = to_utf8(text);
     std::string_view digits = trim(narrow);
@@ -30,14 +20,6 @@ std::optional<std::int64_t> read_number(std::u16string_view text) {
     return negative ? -value : value;
 }
 
-// The entry whose name is the same but for letter case, made under this name where there is none.
-template <class Map>
-auto& entry(Map& map, const std::u16string& name) {
-    const auto at =
-        std::find_if(map.begin(), map.end(), [&](const auto& pair) { return iequals(pair.first, name); });
-    return at != map.end() ? at->second : map[name];
-}
-
 }  // namespace
 
 Settings::Settings() = default;
@@ -46,9 +28,8 @@ Settings::Settings(std::unique_ptr<SettingsBackend> backend) : backend_(std::mov
 std::optional<std::u16string> Settings::find(std::u16string_view section, std::u16string_view key) const {
     {
         const std::lock_guard guard(mutex_);
-        if (!overrides_.empty()) {
-            const auto at = overrides_.find(name_of_value(section, key));
-            if (at != overrides_.end()) return at->second.value;
+        if (const auto own = overrides_.find(section); own != overrides_.end()) {
+            if (const auto at = own->second.find(key); at != own->second.end()) return at->second;
         }
     }
     return backend_ ? backend_->read(section, key) : std::nullopt;
@@ -88,8 +69,7 @@ FileError Settings::erase(std::u16string_view section, std::u16string_view key) 
 void Settings::override_value(std::u16string_view section, std::u16string_view key,
                               std::u16string_view value) {
     const std::lock_guard guard(mutex_);
-    overrides_[name_of_value(section, key)] = {std::u16string(section), std::u16string(key),
-                                               std::u16string(value)};
+    overrides_[std::u16string(section)][std::u16string(key)] = value;
     version_.fetch_add(1, std::memory_order_acq_rel);
 }
 
@@ -101,7 +81,9 @@ SettingsBackend::Values Settings::all() const {
     SettingsBackend::Values values;
     if (backend_) values = backend_->all();
     const std::lock_guard guard(mutex_);
-    for (const auto& [name, own] : overrides_) entry(entry(values, own.section), own.key) = own.value;
+    for (const auto& [section, own] : overrides_) {
+        for (const auto& [key, value] : own) values[section][key] = value;
+    }
     return values;
 }
 

@@ -3,7 +3,6 @@
 
 #include <atomic>
 #include <cstdint>
-#include <map>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -56,12 +55,7 @@ class Settings {
 
     std::unique_ptr<SettingsBackend> backend_;
     mutable std::mutex mutex_;
-    struct Override {
-        std::u16string section;
-        std::u16string key;
-        std::u16string value;
-    };
-    std::map<std::u16string, Override> overrides_;  ///< by lower-case "section\nkey"; guarded by mutex_
+    SettingsBackend::Values overrides_;  ///< guarded by mutex_
     std::atomic<std::uint64_t> version_{1};
 };
 

@@ -77,6 +77,7 @@ std::string full_layout() {
     for (const char16_t c : std::u16string(u"a=b; c=\u20AC")) state.n(2, c);
     state.raw("P").n(4, 24);
     for (const char16_t c : std::u16string(u"socks5://p:1")) state.n(2, c);
+    state.raw("K").n(4, 4).raw("mark");
     state.raw("A").n(4, 2).n(2, 'm').raw("A").n(4, 2).n(2, 'n').raw("S").n(4, 8).n(8, 620);
     state.raw("H").n(4, 17).n(1, 1).raw(std::string(16, 'h'));
     state.raw("G").n(4, 49).n(1, 2).n(8, 621).raw(std::string(40, 'p'));

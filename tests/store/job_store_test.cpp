@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <limits>
+
 #include "base/text.h"
 #include "sample_store.h"
 #include "store/data_folder_lock.h"
@@ -100,6 +102,21 @@ TEST(JobStore, keeps_the_order_of_those_that_wait) {
     const auto again = open(folder);
     for (const auto& [place, waiting] : again->waiting()) order.push_back(waiting->identity);
     EXPECT_EQ(order, (std::vector{jobs[1]->identity, jobs[2]->identity, jobs[0]->identity}));
+}
+
+TEST(JobStore, a_new_job_is_the_last_one_whatever_orders_the_file_holds) {
+    const TempFolder folder;
+    {
+        const auto store = open(folder);
+        store->add(job(u"http://h/second"), *store->tree().root()).order = std::numeric_limits<int>::max();
+        store->add(job(u"http://h/first"), *store->tree().root()).order = std::numeric_limits<int>::min();
+        save(*store);
+    }
+    const auto store = open(folder);
+    store->add(job(u"http://h/third"), *store->tree().root());
+    std::u16string order;
+    for (const auto& [place, waiting] : store->waiting()) order += waiting->address.substr(9) + u" ";
+    EXPECT_EQ(order, u"first second third ");
 }
 
 TEST(JobStore, mends_identities_that_two_records_share) {

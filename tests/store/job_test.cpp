@@ -69,20 +69,6 @@ TEST(CategoryTree, sorts_without_regard_to_letter_case_and_behind_equals) {
     EXPECT_EQ(order, u"Alpha alpha2 beta Beta a ");
 }
 
-TEST(CategoryTree, files_a_job_under_its_category_or_else_under_the_root) {
-    CategoryTree tree = test::sample_tree();
-    auto job = std::make_unique<CJobNode>();
-    job->category = Guid::from_numbers(0x99, 0);
-    CJobNode& filed = tree.file(std::move(job));
-    EXPECT_EQ(tree.find(Guid::from_numbers(0x99, 0))->jobs.back().get(), &filed);
-
-    job = std::make_unique<CJobNode>();
-    job->category = Guid::from_numbers(0x12345, 0);
-    CJobNode& stray = tree.file(std::move(job));
-    EXPECT_EQ(tree.root()->jobs.back().get(), &stray);
-    EXPECT_EQ(stray.category, tree.root()->identity);
-}
-
 TEST(CategoryTree, never_holds_a_category_that_the_database_would_take_for_a_marker) {
     CategoryTree tree;
     tree.insert(test::category(u"Root", 1), nullptr);

@@ -55,6 +55,7 @@ inline std::unique_ptr<CJobNode> full_job() {
     job->validators = {"W/\"\xE4tag\"", "Tue, 01 Jan 2030 00:00:00 GMT"};
     job->bit_map = {0xA5, 0x01};
     job->bit_count = 9;
+    job->bit_map_mark = "mark";
     CJobSeg& first = job->append_segment(1, 1000);
     first.start_time = 20;
     first.end_time = 30;

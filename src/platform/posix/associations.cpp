@@ -71,8 +71,9 @@ std::u16string exec_word(std::u16string_view program) {
 
 bool is_own(const IniText& defaults, std::u16string_view type) {
     const std::u16string* const list = defaults.find(defaults_section, type);
-    return list != nullptr && others(*list).size() < list->size() &&
-           list->find(entry_name) != std::u16string::npos;
+    if (list == nullptr) return false;
+    const std::u16string fenced = u";" + *list + u";";
+    return fenced.find(u";" + std::u16string(entry_name) + u";") != std::u16string::npos;
 }
 
 // The entry's lines but the one of its types.

@@ -1,6 +1,5 @@
 #include "platform/file.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <linux/fs.h>
 #include <sys/file.h>
@@ -10,11 +9,11 @@
 
 #include <cerrno>
 #include <cstdio>
-#include <memory>
 #include <utility>
 
 #include "base/text.h"
 #include "platform/file_parts.h"
+#include "platform/posix/native_path.h"
 
 namespace vantlow {
 namespace {
@@ -48,6 +47,8 @@ FileFault fault_of(int error) noexcept {
         case EBUSY:
         case ETXTBSY:
             return FileFault::in_use;
+        case EFBIG:
+            return FileFault::too_large;
         default:
             return FileFault::other;
     }
@@ -61,18 +62,6 @@ FileError repeat(Call call) noexcept {
     }
     return {};
 }
-
-/// A path as the system takes it. A zero inside would cut it: such a path names nothing.
-class NativePath {
-  public:
-    explicit NativePath(const std::u16string& path) : text_(to_utf8(path)) {
-        if (text_.find('\0') != std::string::npos) text_.clear();
-    }
-    [[nodiscard]] const char* get() const noexcept { return text_.c_str(); }
-
-  private:
-    std::string text_;
-};
 
 int open_flags(OpenMode mode) noexcept {
     switch (mode) {
@@ -113,22 +102,6 @@ FileError link_and_unlink(const char* from, const char* to) noexcept {
 
 FileError file_error_of(int system_error) noexcept {
     return {fault_of(system_error), system_error};
-}
-
-File::File(File&& other) noexcept
-    : native_(std::exchange(other.native_, invalid)), path_(std::move(other.path_)) {}
-
-File& File::operator=(File&& other) noexcept {
-    if (this != &other) {
-        close();
-        native_ = std::exchange(other.native_, invalid);
-        path_ = std::move(other.path_);
-    }
-    return *this;
-}
-
-File::~File() {
-    close();
 }
 
 FileError File::open(const std::u16string& path, OpenMode mode, Privacy privacy) {
@@ -302,27 +275,6 @@ FileError sync_folder(const std::u16string& path) noexcept {
     error = repeat([&] { return ::fsync(fd); });
     ::close(fd);
     return error.system_error == EINVAL ? FileError{} : error;
-}
-
-FileError list_files(const std::u16string& folder, std::u16string_view suffix,
-                     std::vector<std::u16string>& names) {
-    names.clear();
-    if (FileError error = ask_file_hook(Operation::list_folder, folder); !error.ok()) return error;
-    const std::unique_ptr<DIR, int (*)(DIR*)> list(
-        ::opendir(NativePath(folder.empty() ? u"." : folder).get()), &::closedir);
-    if (list == nullptr) return file_error_of(errno);
-    for (;;) {
-        errno = 0;
-        // NOLINTNEXTLINE(concurrency-mt-unsafe): a list of its own
-        const dirent* const entry = ::readdir(list.get());
-        if (entry == nullptr) return file_error_of(errno);
-        const std::u16string name = to_utf16(entry->d_name);
-        if (!name.ends_with(suffix)) continue;
-        const bool known = entry->d_type != DT_UNKNOWN && entry->d_type != DT_LNK;
-        const bool file =
-            known ? entry->d_type == DT_REG : path_kind(join_path(folder, name)) == PathKind::file;
-        if (file) names.push_back(name);
-    }
 }
 
 char16_t path_separator() noexcept {

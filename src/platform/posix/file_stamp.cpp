@@ -2,15 +2,15 @@
 
 #include <sys/stat.h>
 
-#include "base/text.h"
 #include "platform/fault_hook.h"
+#include "platform/posix/native_path.h"
 
 namespace vantlow {
 
 FileStamp file_stamp(const std::u16string& path) noexcept {
     if (ask_hook(Operation::inspect, path) != 0) return {};
     struct stat status {};
-    if (::stat(to_utf8(path).c_str(), &status) != 0) return {};
+    if (::stat(NativePath(path).get(), &status) != 0) return {};
     const std::int64_t nanoseconds =
         std::int64_t{status.st_mtim.tv_sec} * 1'000'000'000 + status.st_mtim.tv_nsec;
     return {true, nanoseconds, status.st_size, status.st_ino};

@@ -10,6 +10,7 @@
 
 #include "base/text.h"
 #include "platform/file_parts.h"
+#include "platform/posix/native_path.h"
 
 namespace vantlow {
 namespace {
@@ -24,8 +25,8 @@ PathKind kind_of_mode(mode_t mode) noexcept {
 FileError list_folder(const std::u16string& folder, std::vector<FolderEntry>& entries) {
     entries.clear();
     if (FileError error = ask_file_hook(Operation::list_folder, folder); !error.ok()) return error;
-    const std::string path = folder.empty() ? "." : to_utf8(folder);
-    const std::unique_ptr<DIR, int (*)(DIR*)> list(::opendir(path.c_str()), &::closedir);
+    const std::unique_ptr<DIR, int (*)(DIR*)> list(
+        ::opendir(NativePath(folder.empty() ? u"." : folder).get()), &::closedir);
     if (list == nullptr) return file_error_of(errno);
     for (;;) {
         errno = 0;

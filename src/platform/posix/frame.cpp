@@ -2,15 +2,12 @@
 
 #include <poll.h>
 #include <sys/socket.h>
-#include <sys/stat.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <condition_variable>
 #include <cstdint>
-#include <cstring>
 #include <deque>
 #include <map>
 #include <mutex>
@@ -20,7 +17,7 @@
 #include "base/text.h"
 #include "platform/deadline.h"
 #include "platform/fault_hook.h"
-#include "platform/file.h"
+#include "platform/posix/local_socket.h"
 #include "platform/posix/runtime_folder.h"
 #include "platform/stop.h"
 #include "platform/system_text.h"
@@ -34,117 +31,8 @@ using Clock = std::chrono::steady_clock;
 constexpr std::size_t largest_message = 64U << 20U;
 constexpr std::size_t largest_answer = 1U << 30U;
 constexpr std::size_t listeners = 4;
-// How often a stop is looked for where the system had no event for it.
-constexpr int blind_step_ms = 20;
 constexpr std::chrono::milliseconds request_time{10000};
 constexpr std::chrono::milliseconds answer_time{5000};
-
-/// A descriptor that is closed at the end.
-class Descriptor {
-  public:
-    explicit Descriptor(int fd = -1) noexcept : fd_(fd) {}
-    ~Descriptor() {
-        if (fd_ >= 0) ::close(fd_);
-    }
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-    void reset(int fd) noexcept {
-        if (fd_ >= 0) ::close(fd_);
-        fd_ = fd;
-    }
-    [[nodiscard]] int get() const noexcept { return fd_; }
-
-  private:
-    int fd_;
-};
-
-bool make_address(const std::string& path, sockaddr_un& address) noexcept {
-    address = {};
-    address.sun_family = AF_UNIX;
-    if (path.empty() || path.size() >= sizeof address.sun_path) return false;
-    std::memcpy(address.sun_path, path.data(), path.size());
-    return true;
-}
-
-// Waits for the descriptor, the end of the time or a stop; false for the last two.
-bool wait_for(int fd, short events, const Deadline& deadline, const StopSource* stop) noexcept {
-    const bool blind = stop != nullptr && stop->wake().native() < 0;
-    for (;;) {
-        pollfd entries[] = {{fd, events, 0},
-                            {stop != nullptr ? static_cast<int>(stop->wake().native()) : -1, POLLIN, 0}};
-        const int left = deadline.left();
-        const bool step = blind && (left < 0 || left > blind_step_ms);
-        const int count = ::poll(entries, 2, step ? blind_step_ms : left);
-        if (stop != nullptr && stop->requested()) return false;
-        if ((count < 0 && errno == EINTR) || (count == 0 && step)) continue;
-        return count > 0;
-    }
-}
-
-bool send_all(int fd, std::string_view bytes, const Deadline& deadline, const StopSource* stop) noexcept {
-    while (!bytes.empty()) {
-        if (ask_hook(Operation::send) != 0) return false;
-        const ssize_t count = ::send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
-        if (count > 0) {
-            bytes.remove_prefix(static_cast<std::size_t>(count));
-        } else if (errno == EAGAIN || errno == EWOULDBLOCK) {
-            if (!wait_for(fd, POLLOUT, deadline, stop)) return false;
-        } else if (errno != EINTR) {
-            return false;
-        }
-    }
-    return true;
-}
-
-bool receive_all(int fd, char* into, std::size_t size, const Deadline& deadline,
-                 const StopSource* stop) noexcept {
-    while (size > 0) {
-        if (ask_hook(Operation::receive) != 0) return false;
-        const ssize_t count = ::recv(fd, into, size, MSG_DONTWAIT);
-        if (count > 0) {
-            into += count;
-            size -= static_cast<std::size_t>(count);
-        } else if (count < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) {
-            if (!wait_for(fd, POLLIN, deadline, stop)) return false;
-        } else if (count == 0 || errno != EINTR) {
-            return false;
-        }
-    }
-    return true;
-}
-
-// A message is its length, 4 bytes in the order of this machine, and its bytes.
-bool send_message(int fd, std::string_view message, const Deadline& deadline,
-                  const StopSource* stop) noexcept {
-    const auto length = static_cast<std::uint32_t>(message.size());
-    char head[sizeof length];
-    std::memcpy(head, &length, sizeof length);
-    return send_all(fd, {head, sizeof head}, deadline, stop) && send_all(fd, message, deadline, stop);
-}
-
-bool receive_message(int fd, std::string& message, std::size_t at_most, const Deadline& deadline,
-                     const StopSource* stop) {
-    std::uint32_t length = 0;
-    char head[sizeof length];
-    if (!receive_all(fd, head, sizeof head, deadline, stop)) return false;
-    std::memcpy(&length, head, sizeof length);
-    if (length > at_most) return false;
-    message.clear();
-    // Memory comes with the bytes, not with the promise of them.
-    constexpr std::size_t step = 1U << 20U;
-    while (message.size() < length) {
-        const std::size_t before = message.size();
-        message.resize(std::min<std::size_t>(length, before + step));
-        if (!receive_all(fd, message.data() + before, message.size() - before, deadline, stop)) return false;
-    }
-    return true;
-}
-
-bool is_same_user(int fd) noexcept {
-    ucred peer{};
-    socklen_t size = sizeof peer;
-    return ::getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &peer, &size) == 0 && peer.uid == ::geteuid();
-}
 
 std::string socket_name(const std::u16string& name) {
     std::uint64_t hash = 14695981039346656037U;  // FNV-1a
@@ -324,7 +212,7 @@ void SocketFrame::serve() noexcept {
             } catch (const std::exception&) {
                 // no memory for this request: its sender sees the end of the connection
             }
-        } else if (errno == EMFILE || errno == ENFILE || errno == ENOMEM) {
+        } else if (errno != EAGAIN && errno != EINTR && errno != ECONNABORTED) {  // no descriptor, no memory
             stop_.wait_for(std::chrono::milliseconds(100));
         }
     }
@@ -356,49 +244,5 @@ FrameAnswer ask_frame(const std::string& address, std::string_view request, cons
 }
 
 void bring_to_front(const std::string& /*address*/) noexcept {}
-
-struct SessionClaim::State {
-    File file;
-};
-
-namespace {
-
-std::u16string session_path() {
-    std::string error;
-    const std::string folder = runtime_folder(error);
-    return folder.empty() ? std::u16string() : to_utf16(folder + "/instance");
-}
-
-}  // namespace
-
-SessionClaim::SessionClaim() : state_(std::make_unique<State>()) {}
-
-SessionClaim::~SessionClaim() {
-    if (state_->file.is_open()) static_cast<void>(state_->file.resize(0));
-}
-
-bool SessionClaim::claim() {
-    const std::u16string path = session_path();
-    // Where the session has no folder of its own nobody can be found, so this one is the first.
-    if (path.empty() || !state_->file.open(path, OpenMode::write, Privacy::owner_only).ok()) return true;
-    if (state_->file.try_lock()) {
-        static_cast<void>(state_->file.resize(0));
-        return true;
-    }
-    state_->file.close();
-    return false;
-}
-
-void SessionClaim::publish(const std::string& address) {
-    if (!state_->file.is_open()) return;
-    static_cast<void>(state_->file.write_at(0, std::as_bytes(std::span(address))));
-}
-
-std::string SessionClaim::find() {
-    std::vector<std::byte> bytes;
-    const std::u16string path = session_path();
-    if (path.empty() || !read_file(path, 4096, bytes).ok()) return {};
-    return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
-}
 
 }  // namespace vantlow

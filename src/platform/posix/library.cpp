@@ -2,19 +2,10 @@
 
 #include <dlfcn.h>
 
-#include <utility>
-
 #include "base/text.h"
 #include "platform/fault_hook.h"
 
 namespace vantlow {
-
-Library::Library(Library&& other) noexcept : native_(std::exchange(other.native_, nullptr)) {}
-
-Library& Library::operator=(Library&& other) noexcept {
-    std::swap(native_, other.native_);
-    return *this;
-}
 
 Library::~Library() {
     if (native_ != nullptr) ::dlclose(native_);

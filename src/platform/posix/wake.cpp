@@ -4,9 +4,7 @@
 #include <sys/eventfd.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
-#include <thread>
 
 #include "platform/deadline.h"
 #include "platform/fault_hook.h"
@@ -14,20 +12,8 @@
 namespace vantlow {
 namespace {
 
-constexpr std::chrono::milliseconds poll_step{20};
-
 int descriptor(std::intptr_t native) noexcept {
     return static_cast<int>(native);
-}
-
-bool wait_for_flag(const std::atomic<bool>& flag, const Deadline& deadline) noexcept {
-    for (;;) {
-        if (flag.load(std::memory_order_acquire)) return true;
-        const int left = deadline.left();
-        if (left == 0) return false;
-        std::this_thread::sleep_for(left < 0 ? poll_step
-                                             : std::min(poll_step, std::chrono::milliseconds(left)));
-    }
 }
 
 }  // namespace
@@ -48,17 +34,9 @@ void WakeEvent::set() noexcept {
     }
 }
 
-void WakeEvent::reset() noexcept {
-    flag_.store(false, std::memory_order_release);
-    if (native_ < 0) return;
-    eventfd_t count = 0;
-    while (::read(descriptor(native_), &count, sizeof count) < 0 && errno == EINTR) {
-    }
-}
-
 bool WakeEvent::wait(std::chrono::milliseconds at_most) const noexcept {
     const Deadline deadline(at_most);
-    if (native_ < 0) return wait_for_flag(flag_, deadline);
+    if (native_ < 0) return poll_flag(deadline);
     pollfd entry{descriptor(native_), POLLIN, 0};
     for (;;) {
         const int left = deadline.left();
@@ -67,8 +45,7 @@ bool WakeEvent::wait(std::chrono::milliseconds at_most) const noexcept {
         if (count == 0) {
             if (deadline.left() == 0) return false;
         } else if (errno != EINTR) {
-            return wait_for_flag(flag_,
-                                 deadline);  // no memory for poll: a rare moment, but a stop must arrive
+            return poll_flag(deadline);  // no memory for poll: a rare moment, but a stop must arrive
         }
     }
 }

@@ -69,22 +69,6 @@ FileError file_error_of(int system_error) noexcept {
     return file_error(static_cast<DWORD>(system_error));
 }
 
-File::File(File&& other) noexcept
-    : native_(std::exchange(other.native_, invalid)), path_(std::move(other.path_)) {}
-
-File& File::operator=(File&& other) noexcept {
-    if (this != &other) {
-        close();
-        native_ = std::exchange(other.native_, invalid);
-        path_ = std::move(other.path_);
-    }
-    return *this;
-}
-
-File::~File() {
-    close();
-}
-
 FileError File::open(const std::u16string& path, OpenMode mode, Privacy privacy) {
     close();
     path_ = path;
@@ -236,27 +220,6 @@ bool can_write_folder(const std::u16string& folder) {
 
 FileError sync_folder(const std::u16string& path) noexcept {
     return ask_file_hook(Operation::flush, path);
-}
-
-FileError list_files(const std::u16string& folder, std::u16string_view suffix,
-                     std::vector<std::u16string>& names) {
-    names.clear();
-    if (FileError error = ask_file_hook(Operation::list_folder, folder); !error.ok()) return error;
-    const NativePath pattern(join_path(folder.empty() ? u"." : folder, u"*"));
-    WIN32_FIND_DATAW entry{};
-    HANDLE list = FindFirstFileExW(pattern.get(), FindExInfoBasic, &entry, FindExSearchNameMatch, nullptr, 0);
-    if (list == INVALID_HANDLE_VALUE) {
-        const DWORD error = GetLastError();
-        // The root of an empty drive has not even "." in it.
-        return error == ERROR_FILE_NOT_FOUND ? FileError{} : file_error(error, pattern);
-    }
-    const std::unique_ptr<void, BOOL (*)(HANDLE)> owner(list, [](HANDLE open) { return FindClose(open); });
-    do {
-        const std::u16string name = from_wide(entry.cFileName);
-        if (is_file(entry.dwFileAttributes) && name.ends_with(suffix)) names.push_back(name);
-    } while (FindNextFileW(list, &entry));
-    const DWORD error = GetLastError();
-    return error == ERROR_NO_MORE_FILES ? FileError{} : file_error(error);
 }
 
 char16_t path_separator() noexcept {

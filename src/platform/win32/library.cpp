@@ -1,7 +1,5 @@
 #include "platform/library.h"
 
-#include <utility>
-
 #include "base/text.h"
 #include "platform/fault_hook.h"
 #include "platform/win32/native.h"
@@ -29,13 +27,6 @@ HMODULE load_module(const std::u16string& path) noexcept {
 }
 
 }  // namespace
-
-Library::Library(Library&& other) noexcept : native_(std::exchange(other.native_, nullptr)) {}
-
-Library& Library::operator=(Library&& other) noexcept {
-    std::swap(native_, other.native_);
-    return *this;
-}
 
 Library::~Library() {
     if (native_ != nullptr) FreeLibrary(module_of(native_));

@@ -1,9 +1,8 @@
 #include "platform/name_functions.h"
 
-#include "base/text.h"
 #include "platform/fault_hook.h"
+#include "platform/library.h"
 #include "platform/net_headers.h"
-#include "platform/resolve_error.h"
 #include "platform/system_text.h"
 #include "platform/win32/native.h"
 
@@ -12,11 +11,8 @@ namespace {
 
 // Only the system's own folder is looked into. The library stays loaded: its operations are kept.
 void* find_in_system(std::string_view library, const char* operation) {
-    wchar_t folder[MAX_PATH];
-    const UINT length = GetSystemDirectoryW(folder, MAX_PATH);
-    if (length == 0 || length >= MAX_PATH) return nullptr;
-    const std::u16string path = from_wide({folder, length}) + u"\\" + to_utf16(library);
-    if (ask_hook(Operation::load_library, path) != 0) return nullptr;
+    const std::u16string path = Library::system_path(library);
+    if (path.empty() || ask_hook(Operation::load_library, path) != 0) return nullptr;
     HMODULE module = LoadLibraryW(wide(path));
     return module == nullptr || ask_hook(Operation::find_operation, operation) != 0
                ? nullptr

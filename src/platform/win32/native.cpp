@@ -65,6 +65,8 @@ FileError file_error(DWORD error) noexcept {
             return with(FileFault::read_only);
         case ERROR_FILENAME_EXCED_RANGE:
             return with(FileFault::name_too_long);
+        case ERROR_FILE_TOO_LARGE:
+            return with(FileFault::too_large);
         default:
             return with(FileFault::other);
     }

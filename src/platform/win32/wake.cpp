@@ -1,16 +1,11 @@
 #include "platform/wake.h"
 
-#include <algorithm>
-#include <thread>
-
 #include "platform/deadline.h"
 #include "platform/fault_hook.h"
 #include "platform/win32/native.h"
 
 namespace vantlow {
 namespace {
-
-constexpr std::chrono::milliseconds poll_step{20};
 
 HANDLE handle(std::intptr_t native) noexcept {
     return reinterpret_cast<HANDLE>(native);
@@ -20,16 +15,6 @@ std::intptr_t make_event() noexcept {
     if (ask_hook(Operation::make_event) != 0) return -1;
     HANDLE made = CreateEventW(nullptr, TRUE, FALSE, nullptr);
     return made == nullptr ? -1 : reinterpret_cast<std::intptr_t>(made);
-}
-
-bool wait_for_flag(const std::atomic<bool>& flag, const Deadline& deadline) noexcept {
-    for (;;) {
-        if (flag.load(std::memory_order_acquire)) return true;
-        const int left = deadline.left();
-        if (left == 0) return false;
-        std::this_thread::sleep_for(left < 0 ? poll_step
-                                             : std::min(poll_step, std::chrono::milliseconds(left)));
-    }
 }
 
 }  // namespace
@@ -45,20 +30,15 @@ void WakeEvent::set() noexcept {
     if (native_ != -1) SetEvent(handle(native_));
 }
 
-void WakeEvent::reset() noexcept {
-    flag_.store(false, std::memory_order_release);
-    if (native_ != -1) ResetEvent(handle(native_));
-}
-
 bool WakeEvent::wait(std::chrono::milliseconds at_most) const noexcept {
     const Deadline deadline(at_most);
-    if (native_ == -1) return wait_for_flag(flag_, deadline);
+    if (native_ == -1) return poll_flag(deadline);
     for (;;) {
         const int left = deadline.left();
         const DWORD result =
             WaitForSingleObject(handle(native_), left < 0 ? INFINITE : static_cast<DWORD>(left));
         if (result == WAIT_OBJECT_0) return true;
-        if (result == WAIT_FAILED) return wait_for_flag(flag_, deadline);
+        if (result == WAIT_FAILED) return poll_flag(deadline);
         // The system's waits may end a little early, by their own clock.
         if (deadline.left() == 0) return false;
     }

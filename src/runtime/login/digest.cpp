@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cstring>
 
+#include "runtime/login/wipe.h"
+
 namespace vantlow::login {
 namespace {
 
@@ -33,7 +35,10 @@ std::optional<Algorithm> find_algorithm(const char* name) {
 
 // The digest of the parts with colons between them, in hexadecimal.
 std::string joined(Hash hash, std::initializer_list<std::string_view> parts) {
+    std::size_t size = parts.size();
+    for (const std::string_view one : parts) size += one.size();
     std::string text;
+    text.reserve(size);  // growing would leave pieces of a password behind
     for (const std::string_view& one : parts) {
         if (&one != parts.begin()) text += ':';
         text += one;

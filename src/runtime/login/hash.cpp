@@ -3,6 +3,9 @@
 #include <gcrypt.h>
 
 #include <algorithm>
+#include <array>
+
+#include "runtime/login/wipe.h"
 
 namespace vantlow::login {
 namespace {
@@ -53,7 +56,7 @@ bool des(View seven, View block, std::uint8_t* out) {
     const bool usable = error == 0 || gcry_err_code(error) == GPG_ERR_WEAK_KEY;
     const bool done = usable && gcry_cipher_encrypt(handle, out, 8, block.data(), block.size()) == 0;
     gcry_cipher_close(handle);
-    std::fill(key.begin(), key.end(), std::uint8_t{0});
+    wipe(key);
     return done;
 }
 
@@ -90,16 +93,6 @@ Bytes desl(View key, View bytes) {
     wipe(padded);
     if (!done) result.clear();
     return result;
-}
-
-void wipe(Bytes& bytes) noexcept {
-    volatile std::uint8_t* at = bytes.data();
-    for (std::size_t i = 0; i < bytes.size(); ++i) at[i] = 0;
-}
-
-void wipe(std::string& text) noexcept {
-    volatile char* at = text.data();
-    for (std::size_t i = 0; i < text.size(); ++i) at[i] = 0;
 }
 
 }  // namespace vantlow::login

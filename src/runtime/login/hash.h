@@ -1,12 +1,10 @@
 // What the logins compute with: libgcrypt's digests and DES.
 #pragma once
 
-#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <initializer_list>
 #include <span>
-#include <string>
 #include <string_view>
 #include <vector>
 
@@ -26,10 +24,6 @@ Bytes digest(Hash kind, std::initializer_list<View> pieces);
 Bytes hmac_md5(View key, std::initializer_list<View> pieces);
 /// "DESL": the 8 bytes encrypted with DES under each third of the 16-byte key, padded with zeroes; 24 bytes.
 Bytes desl(View key, View bytes);
-
-/// Overwrites what was a secret.
-void wipe(Bytes& bytes) noexcept;
-void wipe(std::string& text) noexcept;
 
 inline View view(std::string_view text) {
     return {reinterpret_cast<const std::uint8_t*>(text.data()), text.size()};

@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "runtime/login/random.h"
+#include "runtime/login/wipe.h"
 
 namespace vantlow::login {
 namespace {
@@ -65,6 +66,7 @@ std::uint32_t upper_point(std::uint32_t c) {
 
 Bytes utf16(std::string_view text, bool upper = false) {
     Bytes out;
+    out.reserve(2 * text.size());  // growing would leave pieces of a password behind
     while (!text.empty()) {
         std::uint32_t point = next_point(text);
         if (upper) point = upper_point(point);

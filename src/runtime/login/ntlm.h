@@ -1,7 +1,9 @@
 // The NTLM exchange's last message, as MS-NLMP describes it.
 #pragma once
 
+#include <array>
 #include <optional>
+#include <string_view>
 
 #include "runtime/login/hash.h"
 

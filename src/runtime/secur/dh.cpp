@@ -7,6 +7,7 @@
 #include <new>
 
 #include "runtime/login/random.h"
+#include "runtime/login/wipe.h"
 #include "runtime/operations.h"
 #include "runtime/secur/gcrypt_start.h"
 
@@ -48,7 +49,7 @@ bool make_keys(VantlowDh& dh, const void* generator, std::size_t generator_size)
     if (base == nullptr) return false;
     std::array<std::uint8_t, exponent_size> random{};
     if (vantlow::login::fill_random(random)) dh.exponent = read_number(random.data(), random.size());
-    random.fill(0);
+    vantlow::login::wipe(random);
     dh.public_key = gcry_mpi_new(0);
     if (dh.exponent != nullptr) gcry_mpi_powm(dh.public_key, base, dh.exponent, dh.prime);
     gcry_mpi_release(base);

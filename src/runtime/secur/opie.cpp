@@ -7,6 +7,7 @@
 #include <cstring>
 #include <string>
 
+#include "runtime/login/wipe.h"
 #include "runtime/operations.h"
 #include "runtime/secur/gcrypt_start.h"
 
@@ -55,11 +56,14 @@ int opieKeyGenerate(const char* algorithm, int sequence, const char* seed, const
     const bool usable = found != algorithms.end() && sequence >= 0 && sequence <= most_steps &&
                         vantlow::secur::start_gcrypt() && gcry_md_test_algo(found->digest) == 0;
     if (!usable) return -1;
-    std::string start(seed);
+    std::string start;
+    start.reserve(std::strlen(seed) +
+                  std::strlen(secret));  // growing would leave pieces of the secret behind
+    start += seed;
     for (char& c : start) c = c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
     start += secret;
     Key key = hash(found->digest, start.data(), start.size());
-    std::fill(start.begin(), start.end(), '\0');
+    vantlow::login::wipe(start);
     for (int i = 0; i < sequence; ++i) key = hash(found->digest, key.data(), key.size());
     for (std::size_t i = 0; i < key.size(); ++i) std::snprintf(response + 2 * i, 3, "%02X", key[i]);
     return 0;

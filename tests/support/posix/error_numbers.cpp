@@ -26,6 +26,8 @@ int error_number(FileFault fault) noexcept {
             return ENAMETOOLONG;
         case FileFault::in_use:
             return EBUSY;
+        case FileFault::too_large:
+            return EFBIG;
         case FileFault::other:
             break;
     }

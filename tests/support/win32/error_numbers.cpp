@@ -26,6 +26,8 @@ int error_number(FileFault fault) noexcept {
             return ERROR_FILENAME_EXCED_RANGE;
         case FileFault::in_use:
             return ERROR_SHARING_VIOLATION;
+        case FileFault::too_large:
+            return ERROR_FILE_TOO_LARGE;
         case FileFault::other:
             break;
     }

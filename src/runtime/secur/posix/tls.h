@@ -8,7 +8,7 @@
 
 #include "runtime/operations.h"
 #include "runtime/secur/session_store.h"
-#include "runtime/secur/tls_words.h"
+#include "runtime/secur/tls_state.h"
 
 namespace vantlow::secur {
 
@@ -46,23 +46,13 @@ struct VantlowTlsEngine {
     vantlow::secur::SessionStore<vantlow::secur::Session> sessions;
 };
 
-struct VantlowTls {
-    VantlowTlsEngine* engine = nullptr;
-    VantlowTlsTransport transport{};
-    std::string host;
+struct VantlowTls : vantlow::secur::TlsState {
     std::string session_key;
-    bool verify = true;
     std::string fault;  ///< what is wrong with the certificate; empty: nothing
 
     // How the bytes below went, for the result of the operation above.
     int below = VANTLOW_TLS_OK;
-    bool at_end = false;      ///< the transport sends nothing more
     bool may_receive = true;  ///< else only what was received already is looked at
-    bool failed = false;
-    ptrdiff_t failure = VANTLOW_TLS_OK;
 
-    int (*interrupt)(void*) = nullptr;
-    void* interrupt_context = nullptr;
-    vantlow::secur::ErrorText error;
     vantlow::secur::Owned<SSL, SSL_free> ssl;  ///< last: it may use the rest
 };

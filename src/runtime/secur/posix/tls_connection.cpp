@@ -8,12 +8,6 @@ using namespace vantlow::secur;
 
 namespace {
 
-// The dot behind a name says that it is complete; certificates and server names come without it.
-std::string plain_name(std::string_view host) {
-    if (host.size() > 1 && host.back() == '.') host.remove_suffix(1);
-    return std::string(host.substr(0, host.find('%')));
-}
-
 bool set_server_name(SSL* ssl, std::string host) noexcept {
     // SSL_set_tlsext_host_name() without its cast.
     return SSL_ctrl(ssl, SSL_CTRL_SET_TLSEXT_HOSTNAME, TLSEXT_NAMETYPE_host_name, host.data()) == 1;
@@ -52,13 +46,6 @@ bool set_up(VantlowTls& tls, const VantlowTlsPlan& plan) {
     return name_host(ssl, tls.host) && offer_protocol(ssl, plan.protocol == nullptr ? "" : plan.protocol);
 }
 
-ptrdiff_t fail(VantlowTls& tls, int result, std::string_view sentence) noexcept {
-    tls.failed = true;
-    tls.failure = result;
-    tls.error.write(sentence);
-    return result;
-}
-
 bool is_alert(unsigned long code) noexcept {
     return ERR_GET_LIB(code) == ERR_LIB_SSL && ERR_GET_REASON(code) > SSL_AD_REASON_OFFSET;
 }
@@ -79,34 +66,34 @@ bool may_pass(unsigned long code) noexcept {
 }
 
 // The failure that OpenSSL's last step ended with.
-ptrdiff_t explain(VantlowTls& tls, bool in_handshake) {
-    if (tls.below == VANTLOW_TLS_INTERRUPTED) return fail(tls, VANTLOW_TLS_INTERRUPTED, "Stopped.");
+int explain(VantlowTls& tls, bool in_handshake) {
+    if (tls.below == VANTLOW_TLS_INTERRUPTED) return tls.fail(VANTLOW_TLS_INTERRUPTED, "Stopped.");
     const std::string where = in_handshake ? " in the middle of the TLS handshake." : " without ending TLS.";
-    if (tls.at_end) return fail(tls, VANTLOW_TLS_BROKEN, shown(tls.host) + " closed the connection" + where);
+    if (tls.at_end) return tls.fail(VANTLOW_TLS_BROKEN, shown(tls.host) + " closed the connection" + where);
     if (tls.below < 0 && tls.below != VANTLOW_TLS_QUIET) {
-        return fail(tls, tls.below,
-                    "The connection to " + shown(tls.host) + " broke" + (in_handshake ? where : "."));
+        return tls.fail(tls.below,
+                        "The connection to " + shown(tls.host) + " broke" + (in_handshake ? where : "."));
     }
-    if (!tls.fault.empty()) return fail(tls, VANTLOW_TLS_UNTRUSTED, tls.fault);
+    if (!tls.fault.empty()) return tls.fail(VANTLOW_TLS_UNTRUSTED, tls.fault);
     const unsigned long code = ERR_peek_error();
     const std::string words = openssl_words();
     if (ERR_GET_LIB(code) == ERR_LIB_SSL && ERR_GET_REASON(code) == SSL_R_WRONG_VERSION_NUMBER &&
         in_handshake) {
-        return fail(tls, VANTLOW_TLS_REFUSED, shown(tls.host) + " does not speak TLS at this port.");
+        return tls.fail(VANTLOW_TLS_REFUSED, shown(tls.host) + " does not speak TLS at this port.");
     }
     std::string sentence = in_handshake ? "The TLS handshake with " + shown(tls.host) + " failed: "
                                         : "TLS with " + shown(tls.host) + " failed: ";
     sentence += words.empty() ? "unknown error" : words;
     if (is_alert(code)) sentence += " (the server's word)";
     const bool passing = may_pass(code) || (!in_handshake && !is_alert(code));
-    return fail(tls, passing ? VANTLOW_TLS_BROKEN : VANTLOW_TLS_REFUSED, sentence + ".");
+    return tls.fail(passing ? VANTLOW_TLS_BROKEN : VANTLOW_TLS_REFUSED, sentence + ".");
 }
 
-ptrdiff_t explain_safely(VantlowTls& tls, bool in_handshake) noexcept {
+int explain_safely(VantlowTls& tls, bool in_handshake) noexcept {
     try {
         return explain(tls, in_handshake);
     } catch (...) {
-        return fail(tls, VANTLOW_TLS_BROKEN, "Not enough memory.");
+        return tls.fail(VANTLOW_TLS_BROKEN, "Not enough memory.");
     }
 }
 
@@ -114,10 +101,6 @@ void begin_step(VantlowTls& tls) noexcept {
     ERR_clear_error();
     tls.below = VANTLOW_TLS_OK;
     tls.may_receive = true;
-}
-
-void copy_text(char* into, std::size_t room, std::string_view text) noexcept {
-    into[text.copy(into, room - 1)] = '\0';
 }
 
 void tell(const SSL* ssl, VantlowTlsFacts& facts) noexcept {
@@ -136,11 +119,8 @@ void tell(const SSL* ssl, VantlowTlsFacts& facts) noexcept {
 extern "C" VANTLOW_EXPORT VantlowTls* SSL_New(VantlowTlsEngine* engine, const VantlowTlsPlan* plan) {
     try {
         auto tls = std::make_unique<VantlowTls>();
-        tls->engine = engine;
-        tls->transport = plan->transport;
-        tls->host = plain_name(plan->host);
+        tls->begin(engine, *plan);
         tls->session_key = plan->session_key == nullptr ? "" : plan->session_key;
-        tls->verify = plan->verify != 0;
         tls->ssl.reset(SSL_new(engine->context.get()));
         if (!tls->ssl || !set_owner(tls->ssl.get(), *tls) || !set_up(*tls, *plan)) return nullptr;
         return tls.release();
@@ -160,17 +140,8 @@ extern "C" VANTLOW_EXPORT void SSL_Free(VantlowTls* tls) {
     delete tls;
 }
 
-extern "C" VANTLOW_EXPORT void SSL_Set_Interrupt(VantlowTls* tls, int (*interrupt)(void*), void* context) {
-    tls->interrupt = interrupt;
-    tls->interrupt_context = context;
-}
-
-extern "C" VANTLOW_EXPORT void SSL_Set_ErrPtr(VantlowTls* tls, char* text, size_t room) {
-    tls->error.set(text, room);
-}
-
 extern "C" VANTLOW_EXPORT int SSL_Connect(VantlowTls* tls, VantlowTlsFacts* facts) {
-    if (tls->failed) return static_cast<int>(tls->failure);
+    if (tls->failed) return tls->failure;
     begin_step(*tls);
     SSL* const ssl = tls->ssl.get();
     const int done = SSL_do_handshake(ssl);
@@ -179,7 +150,7 @@ extern "C" VANTLOW_EXPORT int SSL_Connect(VantlowTls* tls, VantlowTlsFacts* fact
         return VANTLOW_TLS_OK;
     }
     if (SSL_get_error(ssl, done) == SSL_ERROR_WANT_READ) return VANTLOW_TLS_QUIET;
-    return static_cast<int>(explain_safely(*tls, true));
+    return explain_safely(*tls, true);
 }
 
 extern "C" VANTLOW_EXPORT ptrdiff_t SSL_Recv(VantlowTls* tls, void* into, size_t size) {
@@ -203,17 +174,17 @@ extern "C" VANTLOW_EXPORT ptrdiff_t SSL_Recv(VantlowTls* tls, void* into, size_t
             default:
                 break;
         }
-        const ptrdiff_t failure = explain_safely(*tls, false);
-        return got > 0 ? static_cast<ptrdiff_t>(got) : failure;
+        const int failure = explain_safely(*tls, false);
+        return got > 0 ? static_cast<ptrdiff_t>(got) : ptrdiff_t{failure};
     }
     return static_cast<ptrdiff_t>(got);
 }
 
 extern "C" VANTLOW_EXPORT int SSL_Send(VantlowTls* tls, const void* from, size_t size) {
-    if (tls->failed) return static_cast<int>(tls->failure);
+    if (tls->failed) return tls->failure;
     if (size == 0) return VANTLOW_TLS_OK;
     begin_step(*tls);
     size_t sent = 0;
     if (SSL_write_ex(tls->ssl.get(), from, size, &sent) == 1) return VANTLOW_TLS_OK;
-    return static_cast<int>(explain_safely(*tls, false));
+    return explain_safely(*tls, false);
 }

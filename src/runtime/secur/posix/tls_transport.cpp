@@ -10,7 +10,7 @@ VantlowTls& owner(BIO* bio) noexcept {
 }
 
 bool is_interrupted(VantlowTls& tls) noexcept {
-    if (tls.interrupt == nullptr || tls.interrupt(tls.interrupt_context) == 0) return false;
+    if (!tls.is_interrupted()) return false;
     tls.below = VANTLOW_TLS_INTERRUPTED;
     return true;
 }

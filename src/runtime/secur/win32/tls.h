@@ -19,7 +19,7 @@
 #include <vector>
 
 #include "runtime/operations.h"
-#include "runtime/secur/tls_words.h"
+#include "runtime/secur/tls_state.h"
 
 namespace vantlow::secur {
 
@@ -96,13 +96,9 @@ struct VantlowTlsEngine {
     std::map<std::string, std::shared_ptr<vantlow::secur::Credentials>> credentials;  ///< guarded by mutex
 };
 
-struct VantlowTls {
-    VantlowTlsEngine* engine = nullptr;
-    VantlowTlsTransport transport{};
-    std::string host;
+struct VantlowTls : vantlow::secur::TlsState {
     std::wstring target;
     std::string protocol;
-    bool verify = true;
     bool end_without_notice = false;
 
     std::shared_ptr<vantlow::secur::Credentials> credentials;
@@ -119,11 +115,4 @@ struct VantlowTls {
     size_t raw_at = 0;
     size_t raw_end = 0;
     std::vector<char> outgoing;
-
-    bool at_end = false;  ///< the transport sends nothing more
-    bool failed = false;
-    int failure = VANTLOW_TLS_OK;
-    int (*interrupt)(void*) = nullptr;
-    void* interrupt_context = nullptr;
-    vantlow::secur::ErrorText error;
 };

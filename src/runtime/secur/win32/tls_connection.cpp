@@ -23,22 +23,11 @@ constexpr ULONG wanted_context = ISC_REQ_SEQUENCE_DETECT | ISC_REQ_REPLAY_DETECT
 constexpr char alert_record = 21;  // content types (RFC 8446, 5.1)
 constexpr char handshake_record = 22;
 
-int fail(VantlowTls& tls, int result, std::string_view sentence) noexcept {
-    tls.failed = true;
-    tls.failure = result;
-    tls.error.write(sentence);
-    return result;
-}
-
 int fail_in_handshake(VantlowTls& tls, SECURITY_STATUS status) {
     // What a repetition might mend.
     const bool passing = status == SEC_E_INSUFFICIENT_MEMORY || status == SEC_E_MESSAGE_ALTERED;
-    return fail(tls, passing ? VANTLOW_TLS_BROKEN : VANTLOW_TLS_REFUSED,
-                "The TLS handshake with " + shown(tls.host) + " failed: " + status_words(status) + ".");
-}
-
-bool is_interrupted(VantlowTls& tls) noexcept {
-    return tls.interrupt != nullptr && tls.interrupt(tls.interrupt_context) != 0;
+    return tls.fail(passing ? VANTLOW_TLS_BROKEN : VANTLOW_TLS_REFUSED,
+                    "The TLS handshake with " + shown(tls.host) + " failed: " + status_words(status) + ".");
 }
 
 // More encrypted bytes behind those that are here; VANTLOW_TLS_OK, VANTLOW_TLS_QUIET or a failure.
@@ -50,8 +39,8 @@ int receive_more(VantlowTls& tls) {
         tls.raw_at = 0;
     }
     if (tls.raw_end == tls.buffer.size())
-        return fail(tls, VANTLOW_TLS_BROKEN, name + " sent a TLS record that is too long.");
-    if (is_interrupted(tls)) return fail(tls, VANTLOW_TLS_INTERRUPTED, "Stopped.");
+        return tls.fail(VANTLOW_TLS_BROKEN, name + " sent a TLS record that is too long.");
+    if (tls.is_interrupted()) return tls.fail(VANTLOW_TLS_INTERRUPTED, "Stopped.");
     const ptrdiff_t got = tls.transport.receive(tls.transport.context, tls.buffer.data() + tls.raw_end,
                                                 tls.buffer.size() - tls.raw_end);
     if (got > 0) {
@@ -61,16 +50,16 @@ int receive_more(VantlowTls& tls) {
     if (got == VANTLOW_TLS_QUIET) return VANTLOW_TLS_QUIET;
     const std::string where = tls.connected ? " without ending TLS." : " in the middle of the TLS handshake.";
     tls.at_end = got == 0;
-    if (got == 0) return fail(tls, VANTLOW_TLS_BROKEN, name + " closed the connection" + where);
-    return fail(tls, static_cast<int>(got),
-                "The connection to " + name + " broke" + (tls.connected ? "." : where));
+    if (got == 0) return tls.fail(VANTLOW_TLS_BROKEN, name + " closed the connection" + where);
+    return tls.fail(static_cast<int>(got),
+                    "The connection to " + name + " broke" + (tls.connected ? "." : where));
 }
 
 int send_below(VantlowTls& tls, const void* bytes, size_t size) {
-    if (is_interrupted(tls)) return fail(tls, VANTLOW_TLS_INTERRUPTED, "Stopped.");
+    if (tls.is_interrupted()) return tls.fail(VANTLOW_TLS_INTERRUPTED, "Stopped.");
     const int sent = tls.transport.send(tls.transport.context, bytes, size);
     if (sent == VANTLOW_TLS_OK) return sent;
-    return fail(tls, sent, "The connection to " + shown(tls.host) + " broke.");
+    return tls.fail(sent, "The connection to " + shown(tls.host) + " broke.");
 }
 
 // The list of one protocol for SECBUFFER_APPLICATION_PROTOCOLS (RFC 7301, 3.1, behind SChannel's own head).
@@ -144,7 +133,7 @@ int shake_hands(VantlowTls& tls) {
         if (status == SEC_E_INCOMPLETE_MESSAGE || tls.raw_at == tls.raw_end) {
             if (const int got = receive_more(tls); got != VANTLOW_TLS_OK) return got;
             if (is_other_protocol(tls))
-                return fail(tls, VANTLOW_TLS_REFUSED, shown(tls.host) + " does not speak TLS at this port.");
+                return tls.fail(VANTLOW_TLS_REFUSED, shown(tls.host) + " does not speak TLS at this port.");
         }
         if (const int sent = handshake_step(tls, status); sent != VANTLOW_TLS_OK) return sent;
         // A server that would like a certificate of ours: on without one.
@@ -159,17 +148,17 @@ int check_certificate(VantlowTls& tls) {
     const CERT_CONTEXT* shown_one = nullptr;
     if (QueryContextAttributesW(&tls.context, SECPKG_ATTR_REMOTE_CERT_CONTEXT,
                                 static_cast<void*>(&shown_one)) != SEC_E_OK)
-        return fail(tls, VANTLOW_TLS_UNTRUSTED, shown(tls.host) + " showed no certificate.");
+        return tls.fail(VANTLOW_TLS_UNTRUSTED, shown(tls.host) + " showed no certificate.");
     const std::shared_ptr<const CERT_CONTEXT> certificate(shown_one, CertFreeCertificateContext);
     const CertificateStore* const roots = tls.engine->roots.get();
     Verdict verdict = judge(certificate.get(), tls.host, roots);
     if (verdict.unfounded && roots == nullptr) {
         const auto fetch = [certificate] { fetch_issuers(certificate.get()); };
-        if (!tls.engine->errands.run(fetch, [&tls] { return is_interrupted(tls); }))
-            return fail(tls, VANTLOW_TLS_INTERRUPTED, "Stopped.");
+        if (!tls.engine->errands.run(fetch, [&tls] { return tls.is_interrupted(); }))
+            return tls.fail(VANTLOW_TLS_INTERRUPTED, "Stopped.");
         verdict = judge(certificate.get(), tls.host, roots);
     }
-    return verdict.fault.empty() ? VANTLOW_TLS_OK : fail(tls, VANTLOW_TLS_UNTRUSTED, verdict.fault);
+    return verdict.fault.empty() ? VANTLOW_TLS_OK : tls.fail(VANTLOW_TLS_UNTRUSTED, verdict.fault);
 }
 
 // Not every system keeps to the versions that the credentials allow.
@@ -181,13 +170,8 @@ int check_version(VantlowTls& tls) {
     constexpr DWORD too_old =
         SP_PROT_SSL2_CLIENT | SP_PROT_SSL3_CLIENT | SP_PROT_TLS1_0_CLIENT | SP_PROT_TLS1_1_CLIENT;
     if ((connection.dwProtocol & too_old) == 0) return VANTLOW_TLS_OK;
-    return fail(
-        tls, VANTLOW_TLS_REFUSED,
-        "The TLS handshake with " + shown(tls.host) + " failed: it has no version newer than TLS 1.1.");
-}
-
-void copy_text(char* into, size_t room, std::string_view text) noexcept {
-    into[text.copy(into, room - 1)] = '\0';
+    return tls.fail(VANTLOW_TLS_REFUSED, "The TLS handshake with " + shown(tls.host) +
+                                             " failed: it has no version newer than TLS 1.1.");
 }
 
 void tell(VantlowTls& tls, VantlowTlsFacts& facts) {
@@ -217,8 +201,8 @@ int decrypt_next(VantlowTls& tls, bool& more) {
     more = status == SEC_E_INCOMPLETE_MESSAGE;
     if (more) return VANTLOW_TLS_OK;
     if (status != SEC_E_OK && status != SEC_I_RENEGOTIATE && status != SEC_I_CONTEXT_EXPIRED) {
-        return fail(tls, VANTLOW_TLS_BROKEN,
-                    "TLS with " + shown(tls.host) + " failed: " + status_words(status) + ".");
+        return tls.fail(VANTLOW_TLS_BROKEN,
+                        "TLS with " + shown(tls.host) + " failed: " + status_words(status) + ".");
     }
     size_t rest = 0;
     for (const SecBuffer& part : parts) {
@@ -297,8 +281,8 @@ int transmit(VantlowTls& tls, const char* from, size_t size) {
              {0, SECBUFFER_EMPTY, nullptr}}};
         SecBufferDesc list{SECBUFFER_VERSION, 4, parts.data()};
         if (const SECURITY_STATUS status = EncryptMessage(&tls.context, 0, &list, 0); status != SEC_E_OK) {
-            return fail(tls, VANTLOW_TLS_BROKEN,
-                        "TLS with " + shown(tls.host) + " failed: " + status_words(status) + ".");
+            return tls.fail(VANTLOW_TLS_BROKEN,
+                            "TLS with " + shown(tls.host) + " failed: " + status_words(status) + ".");
         }
         const int sent =
             send_below(tls, bytes, size_t{parts[0].cbBuffer} + parts[1].cbBuffer + parts[2].cbBuffer);
@@ -314,15 +298,9 @@ int transmit(VantlowTls& tls, const char* from, size_t size) {
 extern "C" VANTLOW_EXPORT VantlowTls* SSL_New(VantlowTlsEngine* engine, const VantlowTlsPlan* plan) {
     try {
         auto tls = std::make_unique<VantlowTls>();
-        tls->engine = engine;
-        tls->transport = plan->transport;
-        tls->host = plan->host;
-        tls->host = tls->host.substr(0, tls->host.find('%'));
-        // The dot behind a name says that it is complete; certificates and server names come without it.
-        if (tls->host.size() > 1 && tls->host.back() == '.') tls->host.pop_back();
+        tls->begin(engine, *plan);
         tls->target = to_wide(tls->host);
         tls->protocol = plan->protocol == nullptr ? "" : plan->protocol;
-        tls->verify = plan->verify != 0;
         tls->end_without_notice = plan->end_without_notice != 0;
         tls->buffer.resize(read_buffer);
         tls->credentials = credentials_for(*engine, plan->session_key == nullptr ? "" : plan->session_key);
@@ -343,15 +321,6 @@ extern "C" VANTLOW_EXPORT void SSL_Free(VantlowTls* tls) {
     delete tls;
 }
 
-extern "C" VANTLOW_EXPORT void SSL_Set_Interrupt(VantlowTls* tls, int (*interrupt)(void*), void* context) {
-    tls->interrupt = interrupt;
-    tls->interrupt_context = context;
-}
-
-extern "C" VANTLOW_EXPORT void SSL_Set_ErrPtr(VantlowTls* tls, char* text, size_t room) {
-    tls->error.set(text, room);
-}
-
 extern "C" VANTLOW_EXPORT int SSL_Connect(VantlowTls* tls, VantlowTlsFacts* facts) {
     if (tls->failed) return tls->failure;
     try {
@@ -365,7 +334,7 @@ extern "C" VANTLOW_EXPORT int SSL_Connect(VantlowTls* tls, VantlowTlsFacts* fact
         tls->connected = true;
         return VANTLOW_TLS_OK;
     } catch (...) {
-        return fail(*tls, VANTLOW_TLS_BROKEN, "Not enough memory.");
+        return tls->fail(VANTLOW_TLS_BROKEN, "Not enough memory.");
     }
 }
 
@@ -374,7 +343,7 @@ extern "C" VANTLOW_EXPORT ptrdiff_t SSL_Recv(VantlowTls* tls, void* into, size_t
     try {
         return receive(*tls, static_cast<char*>(into), size);
     } catch (...) {
-        return fail(*tls, VANTLOW_TLS_BROKEN, "Not enough memory.");
+        return tls->fail(VANTLOW_TLS_BROKEN, "Not enough memory.");
     }
 }
 
@@ -383,6 +352,6 @@ extern "C" VANTLOW_EXPORT int SSL_Send(VantlowTls* tls, const void* from, size_t
     try {
         return transmit(*tls, static_cast<const char*>(from), size);
     } catch (...) {
-        return fail(*tls, VANTLOW_TLS_BROKEN, "Not enough memory.");
+        return tls->fail(VANTLOW_TLS_BROKEN, "Not enough memory.");
     }
 }

@@ -126,8 +126,4 @@ extern "C" VANTLOW_EXPORT VantlowTlsEngine* SSL_Init(const void* roots, size_t s
     return nullptr;
 }
 
-extern "C" VANTLOW_EXPORT void SSL_Exit(VantlowTlsEngine* engine) {
-    delete engine;
-}
-
 extern "C" VANTLOW_EXPORT void SSL_Thread_Exit() {}  // SChannel keeps nothing for threads
