@@ -10,7 +10,7 @@ namespace {
 // "/Downloading/Music/Live", so that a path from below the root is a tail of it that begins at a "/".
 std::u16string path_of(const CClassNode& node) {
     std::u16string path;
-    for (const CClassNode* at = &node; at != nullptr; at = at->parent) path = u"/" + at->name + path;
+    for (const CClassNode* at = &node; at != nullptr; at = at->parent) path.insert(0, u"/" + at->name);
     return path;
 }
 
