@@ -51,6 +51,9 @@ class CProxyNode {
     std::int32_t kind = direct;
     std::u16string user;
     std::u16string password;
+    /// The password as its list keeps it, where this user of this machine cannot read it: it goes back as it
+    /// was.
+    std::string sealed_password;
 };
 
 /// The end of a segment whose resource has no known size.

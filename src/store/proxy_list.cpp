@@ -19,7 +19,10 @@ std::string text_of(std::span<const std::byte> bytes) {
 
 // "kind:bytes in Base64", or nothing for no password.
 bool append_password(const CProxyNode& proxy, std::string& line) {
-    if (proxy.password.empty()) return true;
+    if (proxy.password.empty()) {
+        if (!proxy.sealed_password.empty()) line += "\t" + proxy.sealed_password;
+        return true;
+    }
     const std::string password = to_utf8(proxy.password);
     const auto kept = protect_secret(std::as_bytes(std::span(password)));
     if (!kept) return false;
@@ -58,7 +61,10 @@ std::size_t read_proxy_list(std::string_view text, std::vector<CProxyNode>& prox
         const auto tab = line.find('\t');
         auto proxy = parse_proxy(to_utf16(line.substr(0, tab)));
         if (!proxy || proxies.size() == most_proxies) return number;
-        if (tab != std::string_view::npos) proxy->password = read_password(line.substr(tab + 1));
+        if (tab != std::string_view::npos) {
+            proxy->password = read_password(line.substr(tab + 1));
+            if (proxy->password.empty()) proxy->sealed_password = line.substr(tab + 1);
+        }
         proxies.push_back(*std::move(proxy));
     }
     return 0;
