@@ -114,7 +114,7 @@ Outcome<std::string> CBTAnnounceThread::udp_exchange(UdpChannel& channel, const 
         }
         const bool again = answer.empty() && sent < sends;
         const auto wait = again ? std::min(from_now(step * sent), until) : until;
-        auto datagram = answer.empty() ? receive_fresh(channel, most, wait) : channel.receive(most, wait);
+        auto datagram = receive_fresh(channel, most, wait);
         if (!datagram.ok()) {
             if (datagram.failure().code == Code::stopped) return datagram.failure();
             const bool silent = datagram.failure().system_error == 0;
