@@ -8,6 +8,7 @@
 
 #include "app/display_text.h"
 #include "app/progress_view.h"
+#include "app/say.h"
 #include "app/speed_meter.h"
 #include "base/text.h"
 #include "media/combine.h"
@@ -93,14 +94,12 @@ Exit run_combine(const GlobalOptions& global, const CombineOptions& options) {
     job.output = to_utf16(options.output);
     for (const std::string& piece : options.pieces) job.pieces.push_back(to_utf16(piece));
     const CombineOutcome outcome = combine(job, global);
-    for (const std::string& note : outcome.notes)
-        write_stream(Stream::error, "vantlow: " + printable(note) + "\n");
+    for (const std::string& note : outcome.notes) complain(note);
     if (outcome.result.kind() == Kind::stopped) return Exit::interrupted;
     if (!outcome.result.ok()) {
         // What is no file's failure names none.
         const std::string of = outcome.result.code == Code::transient ? options.output + ": " : "";
-        write_stream(Stream::error, "vantlow: " + printable(of + outcome.result.message()) + "\n");
-        return Exit::failed;
+        return complain(of + outcome.result.message());
     }
     if (global.json) {
         const ordered_json answer = {

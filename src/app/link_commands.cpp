@@ -7,13 +7,13 @@
 
 #include "app/json_text.h"
 #include "app/metafile_plans.h"
+#include "app/say.h"
 #include "base/codes.h"
 #include "base/text.h"
 #include "bt/magnet.h"
 #include "bt/torrent_settings.h"
 #include "ed2k/link.h"
 #include "meta/playlist.h"
-#include "platform/console.h"
 #include "platform/file.h"
 #include "store/address.h"
 
@@ -21,15 +21,6 @@ namespace vantlow {
 namespace {
 
 using nlohmann::ordered_json;
-
-void print_line(const std::string& text) {
-    write_stream(Stream::output, text + "\n");
-}
-
-Exit complain(const std::string& text) {
-    write_stream(Stream::error, "vantlow: " + text + "\n");
-    return Exit::failed;
-}
 
 // A value for a person, a line each; nothing for what is not there.
 std::string shown(const ordered_json& value) {
@@ -42,7 +33,7 @@ void print_fields(const ordered_json& fields) {
         if (value.is_object()) {
             print_fields(value);
         } else {
-            print_line(name + ": " + shown(value));
+            say(name + ": " + shown(value));
         }
     }
 }
@@ -75,7 +66,7 @@ Exit run_link(const GlobalOptions& global, const std::string& link,
             {"hash", to_hex(magnet->info_hash)}, {"name", magnet->name}, {"trackers", magnet->trackers}};
     }
     if (global.json) {
-        print_line(json_line(json));
+        print_json(json);
     } else {
         print_fields(json);
     }
@@ -107,7 +98,7 @@ Complaint check_make(const MakeOptions& options) {
 Exit run_make(const MakeOptions& options) {
     CED2KLink::Hash hash{};
     std::ranges::copy(*from_hex(options.hash), hash.begin());  // checked before
-    print_line(to_utf8(CED2KLink(to_utf16(options.name), *parse_size(options.size), hash).format()));
+    say(to_utf8(CED2KLink(to_utf16(options.name), *parse_size(options.size), hash).format()));
     return Exit::done;
 }
 
@@ -169,16 +160,16 @@ void print_metafile(const ordered_json& json) {
     if (json.contains("files")) {
         std::size_t number = 0;
         for (const ordered_json& file : json["files"]) {
-            print_line(std::to_string(++number) + ". " + file_line(file));
-            for (const ordered_json& url : file["urls"]) print_line("   " + shown(url));
+            say(std::to_string(++number) + ". " + file_line(file));
+            for (const ordered_json& url : file["urls"]) say("   " + shown(url));
         }
         return;
     }
-    if (!json["base"].get<std::string>().empty()) print_line("base: " + shown(json["base"]));
+    if (!json["base"].get<std::string>().empty()) say("base: " + shown(json["base"]));
     std::size_t number = 0;
     for (const ordered_json& clip : json["clips"]) {
-        print_line(std::to_string(++number) + ". " + shown(clip["url"]) + "  " + shown(clip["start"]) +
-                   " to " + shown(clip["end"]) + " s  " + shown(clip["title"]));
+        say(std::to_string(++number) + ". " + shown(clip["url"]) + "  " + shown(clip["start"]) + " to " +
+            shown(clip["end"]) + " s  " + shown(clip["title"]));
     }
 }
 
@@ -203,7 +194,7 @@ Exit run_metafile(const GlobalOptions& global, const std::string& file) {
             break;
     }
     if (global.json) {
-        print_line(json_line(json));
+        print_json(json);
     } else {
         print_metafile(json);
     }

@@ -75,7 +75,7 @@ Exit run_export(StoreCommand& command, const ListFileOptions& options) {
         const nlohmann::ordered_json json{{"path", to_utf8(path)}, {"jobs", jobs.size()}};
         write_stream(Stream::output, dump_json(json) + "\n");
     } else {
-        print_line(command, std::to_string(jobs.size()) + (jobs.size() == 1 ? " job" : " jobs"));
+        if (!command.global.quiet) say(std::to_string(jobs.size()) + (jobs.size() == 1 ? " job" : " jobs"));
     }
     return Exit::done;
 }

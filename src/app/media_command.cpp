@@ -5,6 +5,7 @@
 #include <memory>
 
 #include "app/display_text.h"
+#include "app/say.h"
 #include "base/text.h"
 #include "media/media_show.h"
 #include "platform/console.h"
@@ -45,10 +46,7 @@ void add_lines(const std::vector<MediaProperty>& properties, const std::string& 
 
 Exit run_show(const GlobalOptions& global, const std::string& path) {
     const auto description = describe_media(to_utf16(path));
-    if (!description) {
-        write_stream(Stream::error, "vantlow: " + printable(description.failure().message()) + "\n");
-        return Exit::failed;
-    }
+    if (!description) return complain(description.failure().message());
     if (global.json) {
         ordered_json json = {{"kind", description->kind}};
         json.update(json_of(description->properties, false));

@@ -2,7 +2,7 @@
 
 #include "app/command_line.h"
 #include "app/dispatch.h"
-#include "app/store_command.h"
+#include "app/say.h"
 #include "platform/console.h"
 
 namespace vantlow {
@@ -18,12 +18,10 @@ Exit run(const std::vector<std::string>& words) {
     CFerrywellApp app;
     std::string error;
     if (!app.start({command.global.settings_file, command.global.data_folder}, error)) {
-        write_stream(Stream::error, "vantlow: " + error + "\n");
-        return Exit::failed;
+        return complain(error);
     }
     if (const Complaint complaint = apply_overrides(command.global, app.settings())) {
-        write_stream(Stream::error, "vantlow: " + *complaint + "\n");
-        return Exit::usage;
+        return complain(*complaint, Exit::usage);
     }
     return run_command(app, command, words);
 }

@@ -3,10 +3,8 @@
 #include <algorithm>
 #include <unordered_set>
 
-#include "app/display_text.h"
 #include "app/job_runner.h"
 #include "base/text.h"
-#include "platform/system_text.h"
 
 namespace vantlow {
 
@@ -31,20 +29,6 @@ CommandRun on_store(std::function<Exit(StoreCommand&)> command) {
         }
         return status;
     };
-}
-
-void print_line(const StoreCommand& command, const std::string& text) {
-    if (!command.global.quiet) write_stream(Stream::output, text + "\n");
-}
-
-void complain(const std::string& text) {
-    write_stream(Stream::error, "vantlow: " + printable(text) + "\n");
-}
-
-bool complain_of_lost_output() {
-    const int failure = take_output_failure();
-    if (failure != 0) complain("The standard output cannot be written: " + system_text(failure));
-    return failure != 0;
 }
 
 std::vector<CJobNode*> find_jobs(StoreCommand& command, const std::vector<std::string>& ids, bool& complete) {

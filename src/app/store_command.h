@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "app/command_set.h"
+#include "app/say.h"
 #include "platform/console.h"
 #include "store/job_store.h"
 
@@ -26,13 +27,6 @@ struct StoreCommand {
 /// and saved behind the command where something changed. Failures to load or save are told and end with
 /// Exit::failed.
 CommandRun on_store(std::function<Exit(StoreCommand&)> command);
-
-/// Writes a line to stdout; with a quiet command nothing.
-void print_line(const StoreCommand& command, const std::string& text);
-/// Writes "vantlow: TEXT" to stderr, control characters taken out.
-void complain(const std::string& text);
-/// Says so where output could not be written, once; true then.
-bool complain_of_lost_output();
 
 /// The jobs that these texts name (GUIDs or unique prefixes of them), in their order, each once. What names
 /// none is complained about and makes `complete` false.

@@ -6,6 +6,7 @@
 #include "app/get_command.h"
 #include "app/json_text.h"
 #include "app/program_proxies.h"
+#include "app/say.h"
 #include "app/torrent_commands.h"
 #include "app/torrent_desk.h"
 #include "base/text.h"
@@ -27,15 +28,6 @@ constexpr std::int64_t left_unknown = 16384;
 void on_interrupt(void* context, int count) {
     if (count > 1) end_process(static_cast<int>(Exit::interrupted));
     static_cast<StopSource*>(context)->request();
-}
-
-void print_line(const std::string& text) {
-    write_stream(Stream::output, text + "\n");
-}
-
-Exit complain(const std::string& text, Exit status = Exit::failed) {
-    write_stream(Stream::error, "vantlow: " + printable(text) + "\n");
-    return status;
 }
 
 /// The log of one conversation on the terminal, with -v.
@@ -114,10 +106,9 @@ void print_report(const std::string& tracker, const AnnounceReport& report) {
         complain(tracker + ": " + report.failure);
         return;
     }
-    print_line(printable(tracker) + ": " + std::to_string(report.peers.size()) + " peers, next announce in " +
-               std::to_string(report.interval) + " s" +
-               (report.warning.empty() ? "" : " (" + printable(report.warning) + ")"));
-    for (const SocketAddress& peer : report.peers) print_line("  " + peer_text(peer));
+    say(tracker + ": " + std::to_string(report.peers.size()) + " peers, next announce in " +
+        std::to_string(report.interval) + " s" + (report.warning.empty() ? "" : " (" + report.warning + ")"));
+    for (const SocketAddress& peer : report.peers) say("  " + peer_text(peer));
 }
 
 // All trackers at once: the slowest one is waited for, not their sum.
@@ -168,14 +159,14 @@ ordered_json json_of(const ProbeReport& report) {
 void print_probe(const char* mode, const ProbeReport& report) {
     std::string text = std::string(mode) + ": ";
     if (report.ok) {
-        text += "encryption " + report.encryption + ", peer id " + printable(report.peer_id);
-        if (report.extension) text += ", " + printable(to_utf8(report.extension->version));
+        text += "encryption " + report.encryption + ", peer id " + report.peer_id;
+        if (report.extension) text += ", " + to_utf8(report.extension->version);
         if (report.extension && report.extension->metadata_size)
             text += ", metadata of " + std::to_string(*report.extension->metadata_size) + " bytes";
         for (const std::string& name : report.messages) text += ", " + name;
     }
-    if (!report.failure.empty()) text += (report.ok ? "; " : "") + printable(report.failure);
-    print_line(text);
+    if (!report.failure.empty()) text += (report.ok ? "; " : "") + report.failure;
+    say(text);
 }
 
 Exit probe(const AnnounceServices& services, const TorrentIdentity& job, const GlobalOptions& global,
@@ -192,7 +183,7 @@ Exit probe(const AnnounceServices& services, const TorrentIdentity& job, const G
         json[name] = json_of(report);
         if (!global.json) print_probe(name, report);
     }
-    if (global.json) print_line(json_line(json));
+    if (global.json) print_json(json);
     return any ? Exit::done : Exit::failed;
 }
 
@@ -208,7 +199,7 @@ Exit announce(const AnnounceServices& services, TorrentIdentity& job, const Torr
         json.push_back(json_of(trackers[i], reports[i]));
         if (!global.json) print_report(trackers[i], reports[i]);
     }
-    if (global.json) print_line(json_line(json));
+    if (global.json) print_json(json);
     return status;
 }
 

@@ -2,6 +2,7 @@
 
 #include "app/display_text.h"
 #include "app/json_text.h"
+#include "app/say.h"
 #include "base/codes.h"
 #include "base/text.h"
 #include "bt/torrent_settings.h"
@@ -11,10 +12,6 @@ namespace vantlow {
 namespace {
 
 using nlohmann::ordered_json;
-
-void print_line(const std::string& text) {
-    write_stream(Stream::output, text + "\n");
-}
 
 constexpr std::size_t bytes_of_a_piece_hash = 20;
 
@@ -43,34 +40,30 @@ ordered_json json_of(const TorrentFacts& facts) {
 void print_facts(const TorrentFacts& facts) {
     const CBEMetaInfo& meta = facts.meta;
     const std::string name = to_utf8(meta.name());
-    print_line("Name:      " + printable(facts.is_magnet ? percent_decode(name) : name));
-    print_line("Info hash: " + to_hex(meta.info_hash));
+    say("Name:      " + (facts.is_magnet ? percent_decode(name) : name));
+    say("Info hash: " + to_hex(meta.info_hash));
     if (!facts.is_magnet) {
         const auto total = meta.total_size();
-        print_line("Size:      " + (total ? human_size(*total) : std::string("--")));
-        print_line("Pieces:    " + std::to_string(meta.pieces.size() / bytes_of_a_piece_hash) + " of " +
-                   human_size(meta.piece_length));
+        say("Size:      " + (total ? human_size(*total) : std::string("--")));
+        say("Pieces:    " + std::to_string(meta.pieces.size() / bytes_of_a_piece_hash) + " of " +
+            human_size(meta.piece_length));
     }
     for (const std::string& tracker : meta.trackers) {
         if (!tracker.empty()) {
-            print_line("Tracker:   " + printable(facts.is_magnet ? tracker_from_magnet(tracker) : tracker));
+            say("Tracker:   " + (facts.is_magnet ? tracker_from_magnet(tracker) : tracker));
         }
     }
     for (const CBEMetaInfo::File& file : meta.files()) {
-        print_line(print("%12llu  ", static_cast<unsigned long long>(file.size)) +
-                   printable(to_utf8(file.path)));
+        say(print("%12llu  ", static_cast<unsigned long long>(file.size)) + to_utf8(file.path));
     }
 }
 
 Exit run_show(const GlobalOptions& global, const std::string& torrent, const Settings& settings) {
     std::string complaint;
     const auto facts = read_torrent(torrent, settings, complaint);
-    if (!facts) {
-        write_stream(Stream::error, "vantlow: " + printable(complaint) + "\n");
-        return Exit::failed;
-    }
+    if (!facts) return complain(complaint);
     if (global.json) {
-        print_line(json_line(json_of(*facts)));
+        print_json(json_of(*facts));
     } else {
         print_facts(*facts);
     }

@@ -5,6 +5,7 @@
 #include "app/json_text.h"
 #include "app/progress_view.h"
 #include "app/rate_text.h"
+#include "app/say.h"
 #include "app/torrent_commands.h"
 #include "base/codes.h"
 #include "base/text.h"
@@ -29,10 +30,8 @@ bool is_power_of_two(std::int64_t number) noexcept {
     return number > 0 && (number & (number - 1)) == 0;
 }
 
-Exit complain(const Result& result) {
-    if (result.kind() == Kind::stopped) return Exit::interrupted;
-    write_stream(Stream::error, "vantlow: " + printable(result.message()) + "\n");
-    return Exit::failed;
+Exit end_with(const Result& result) {
+    return result.kind() == Kind::stopped ? Exit::interrupted : complain(result.message());
 }
 
 // Hashes on other threads while this one shows how far they are.
@@ -90,21 +89,24 @@ Complaint check_make_torrent(const MakeTorrentOptions& options) {
 Exit run_make_torrent(CFerrywellApp& app, const GlobalOptions& global, const MakeTorrentOptions& options) {
     const InterruptWatch watch(on_interrupt, &app.stop());
     const auto source = find_torrent_source(to_utf16(options.path), app.stop());
-    if (!source.ok()) return complain(source.failure());
+    if (!source.ok()) return end_with(source.failure());
     const std::int64_t piece_length =
         parse_rate(options.piece_length).value_or(choose_piece_length(source->total));
     const bool draw = !global.json && !global.quiet;
     const auto pieces = hash_with_progress(*source, piece_length, options.threads, app.stop(), draw);
-    if (!pieces.ok()) return complain(pieces.failure());
+    if (!pieces.ok()) return end_with(pieces.failure());
     InfoHash hash{};
     const std::string document = torrent_document(*source, piece_length, *pieces, text_of(options), hash);
     const std::u16string path = torrent_path(source->path);
     if (const FileError error = write_torrent(path, document); !error.ok()) {
-        return complain({Code::local_file, to_utf8(path) + ": " + error.text(), error.system_error});
+        return end_with({Code::local_file, to_utf8(path) + ": " + error.text(), error.system_error});
     }
-    const std::string text = global.json ? json_line({{"path", to_utf8(path)}, {"infoHash", to_hex(hash)}})
-                                         : printable(to_utf8(path)) + "\n" + to_hex(hash);
-    if (global.json || !global.quiet) write_stream(Stream::output, text + "\n");
+    if (global.json) {
+        print_json({{"path", to_utf8(path)}, {"infoHash", to_hex(hash)}});
+    } else if (!global.quiet) {
+        say(to_utf8(path));
+        say(to_hex(hash));
+    }
     return Exit::done;
 }
 
