@@ -62,10 +62,14 @@ std::u16string proxy_text(const CProxyNode& proxy) {
     const auto found = std::find_if(schemes.begin(), schemes.end(),
                                     [&](const Scheme& one) { return one.kind == proxy.kind; });
     if (found == schemes.end()) return u"direct";
-    const bool literal = proxy.host.find(u':') != std::u16string::npos;
+    std::u16string host = proxy.host;
+    if (host.find(u':') != std::u16string::npos) {
+        // A zone's "%" is escaped (RFC 6874): the digits of its name could be taken for an escape.
+        if (const auto zone = host.find(u'%'); zone != std::u16string::npos) host.insert(zone + 1, u"25");
+        host = u"[" + host + u"]";
+    }
     const std::u16string user = proxy.user.empty() ? u"" : escaped(proxy.user) + u"@";
-    return std::u16string(found->prefix) + user + (literal ? u"[" + proxy.host + u"]" : proxy.host) + u":" +
-           to_utf16(std::to_string(proxy.port));
+    return std::u16string(found->prefix) + user + host + u":" + to_utf16(std::to_string(proxy.port));
 }
 
 }  // namespace vantlow
