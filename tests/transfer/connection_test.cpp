@@ -104,6 +104,30 @@ TEST(Reuse, KeepsWholeConversationsOnly) {
     EXPECT_FALSE(talk("/d", head)) << "a connection that spoke unasked was used again";
 }
 
+TEST(Reuse, AKeptConnectionMakesRoomForOneThatWaits) {
+    start_sockets();
+    ScriptedServer server([](Exchange& exchange) { exchange.answer(200, "OK"); });
+    ConnectionServices services;
+    RecordingLog log;
+    StopSource stop;
+    ConnectPlan plan;
+    plan.scheme = "http";
+    plan.host = server.host();
+    plan.port = server.port();
+    plan.limits.most = 1;
+    CBaseSocket first(services, log, stop);
+    ASSERT_TRUE(first.open(plan).ok());
+    auto second = std::async(std::launch::async, [&] {
+        CBaseSocket socket(services, log, stop);
+        return socket.open(plan).ok();
+    });
+    EXPECT_EQ(second.wait_for(milliseconds(50)), std::future_status::timeout);
+    first.close(true);
+    EXPECT_EQ(second.wait_for(milliseconds(2000)), std::future_status::ready);
+    stop.request();
+    EXPECT_TRUE(second.get());
+}
+
 // A connection that always has bytes, and a clock that the test moves.
 TEST(Pace, KeepsToTheRateWithinFivePercentAndFollowsChanges) {
     const auto start = Clock::time_point{} + std::chrono::hours(1);

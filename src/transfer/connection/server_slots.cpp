@@ -15,6 +15,24 @@ void ServerSlots::Slot::release() noexcept {
     if (owner_ != nullptr) std::exchange(owner_, nullptr)->give_back(server_);
 }
 
+ServerSlots::Queued::Queued(ServerSlots& owner, std::string server)
+    : owner_(owner), server_(std::move(server)) {
+    const std::lock_guard guard(owner_.mutex_);
+    ++owner_.servers_[server_].queued;
+}
+
+ServerSlots::Queued::~Queued() {
+    const std::lock_guard guard(owner_.mutex_);
+    --owner_.servers_[server_].queued;
+    owner_.forget_if_idle(server_);
+}
+
+bool ServerSlots::is_awaited(const std::string& server) {
+    const std::lock_guard guard(mutex_);
+    const auto entry = servers_.find(server);
+    return entry != servers_.end() && entry->second.queued > 0;
+}
+
 Outcome<ServerSlots::Slot> ServerSlots::acquire(const std::string& server, const ServerLimits& limits,
                                                 const StopSource& stop) {
     std::unique_lock guard(mutex_);
@@ -58,7 +76,8 @@ void ServerSlots::forget_if_idle(const std::string& server) {
     const auto entry = servers_.find(server);
     if (entry == servers_.end()) return;
     const Server& state = entry->second;
-    if (state.used == 0 && state.waiting == 0 && state.next_start <= Clock::now()) servers_.erase(entry);
+    if (state.used == 0 && state.waiting == 0 && state.queued == 0 && state.next_start <= Clock::now())
+        servers_.erase(entry);
 }
 
 }  // namespace vantlow
