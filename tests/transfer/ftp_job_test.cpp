@@ -188,7 +188,7 @@ TEST_F(FtpJobTest, AControlConnectionServesSeveralSegmentsAndFiles) {
     FakeFtp server({.content = content});
     expect_content(fetch(server));
     expect_content(fetch(server));
-    EXPECT_EQ(server.count("USER"), 1U);
+    EXPECT_EQ(server.count("USER"), 1U) << log.all();
     // A server that does not take ABOR gets a new login.
     FakeFtp strict({.content = make_content(21, 4'000'000), .answers = {{"ABOR", "!"}}, .rate = 4'000'000});
     auto job = make_job(strict.url16(), 3);

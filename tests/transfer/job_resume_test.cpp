@@ -257,5 +257,71 @@ TEST_F(ResumeTest, SavedPositionsAreOnTheDisk) {
     EXPECT_TRUE(file_has(folder.path(u"file.bin"), content));
 }
 
+// Holds the first flush until the log says something.
+class HoldFlush : public FaultHook {
+  public:
+    HoldFlush(const RecordingLog& log, std::string_view until) : log_(log), until_(until) {}
+    int before(Operation operation, std::u16string_view, std::int64_t, std::int64_t) noexcept override {
+        if (operation != Operation::flush || reached.exchange(true)) return 0;
+        released = log_.wait_for(until_);
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        return 0;
+    }
+    std::atomic<bool> reached{false};
+    std::atomic<bool> released{false};
+
+  private:
+    const RecordingLog& log_;
+    const std::string_view until_;
+};
+
+// The positions are being saved while an answer makes the job begin anew.
+TEST_F(ResumeTest, NothingIsContinuedOfWhatWasThrownAway) {
+    HoldFlush hold(log, message_text(Message::cannot_resume));
+    FileServer server(FileResource{.content = content, .ignore_range = true, .rate = 200'000});
+    server.set_interceptor([&](Exchange& exchange) {
+        while (exchange.request().range_first && !hold.reached &&
+               exchange.stall(std::chrono::milliseconds(2))) {
+        }
+        return false;
+    });
+    auto job = make_job(server.url16(), 2);
+    {
+        const HookInPlace in_place(hold);
+        Run running(*this, *job, {});
+        ASSERT_TRUE(log.wait_for("Start receiving data.", 2)) << log.all();
+        EXPECT_TRUE(hold.released) << log.all();
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        EXPECT_TRUE(running.thread().safe_copy()->segments.empty());
+        running.thread().stop();
+        EXPECT_EQ(running.end().result.code, Code::stopped);
+    }
+    EXPECT_TRUE(only({u"file.bin.vantlow"})) << "a state that promises what is not there";
+}
+
+// Bytes that wait in the write-behind buffer are no reason to look at no joint.
+TEST_F(ResumeTest, AfterABreakTheJointIsComparedToo) {
+    for (const int data_buffer : {16, 512}) {
+        SCOPED_TRACE(data_buffer);
+        set(setting::data_buffer, data_buffer);
+        FileServer server(
+            FileResource{.content = content, .etag = "", .last_modified = "", .close_after = 70'000});
+        std::atomic<int> requests{0};
+        server.set_interceptor([&](Exchange&) {
+            if (requests++ > 0) {
+                server.change("/file.bin", [](FileResource& r) {
+                    r.content = other_content;
+                    r.close_after = -1;
+                });
+            }
+            return false;
+        });
+        auto job = make_job(server.url16());
+        EXPECT_EQ(run(*job).result.code, Code::ok) << log.all();
+        EXPECT_TRUE(file_has(folder.path(u"file.bin"), other_content));
+        ASSERT_TRUE(remove_file(folder.path(u"file.bin")).ok());
+    }
+}
+
 }  // namespace
 }  // namespace vantlow::test

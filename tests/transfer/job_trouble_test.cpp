@@ -258,5 +258,47 @@ TEST_F(JobTest, ASlowConnectionIsReplacedAtTheEnd) {
     EXPECT_TRUE(file_has(folder.path(u"file.bin"), content));
 }
 
+// Bytes that came before the part was cut lie behind its end: they, too, are part of the joint.
+TEST_F(JobTest, AnAnswerThatRanPastACutFitsItsNeighbour) {
+    const std::string whole = make_content(31, 60'000);
+    std::atomic<bool> second_answered{false};
+    ScriptedServer server([&](Exchange& exchange) {
+        if (exchange.connection() == 1) {
+            exchange.send_head(200, "OK", {{"Content-Length", "60000"}, {"Accept-Ranges", "bytes"}});
+            for (int i = 0; i < 100 && !second_answered; ++i) exchange.stall(std::chrono::milliseconds(2));
+            exchange.send(std::string_view(whole).substr(0, 40'000));
+            exchange.stall(std::chrono::milliseconds(50));
+            exchange.send(std::string_view(whole).substr(40'000));
+            return;
+        }
+        const auto first = static_cast<std::size_t>(exchange.request().range_first.value_or(0));
+        exchange.answer(206, "Partial Content", std::string_view(whole).substr(first),
+                        {{"Content-Range", "bytes " + std::to_string(first) + "-59999/60000"}});
+        second_answered = true;
+    });
+    auto job = make_job(server.url16("/file.bin"), 2);
+    EXPECT_EQ(run(*job).result.code, Code::ok) << log.all();
+    EXPECT_FALSE(log.has("newer, download it again")) << log.all();
+    EXPECT_TRUE(file_has(folder.path(u"file.bin"), whole));
+}
+
+// The first answer told no size and broke; the next ones give the rest in parts.
+TEST_F(JobTest, TheEndOfAPartIsNotTheEndOfTheFile) {
+    FileServer server(FileResource{.content = content, .chunked = true, .close_after = 70'000});
+    server.set_interceptor([](Exchange& exchange) {
+        if (!exchange.request().range_first) return false;
+        const auto first = static_cast<std::size_t>(*exchange.request().range_first);
+        const std::string_view part = std::string_view(content).substr(first, 100'000);
+        return exchange.answer(
+            206, "Partial Content", part,
+            {{"Content-Range", "bytes " + std::to_string(first) + "-" +
+                                   std::to_string(first + part.size() - 1) + "/" + std::to_string(size)},
+             {"Last-Modified", "Sun, 06 Nov 1994 08:49:37 GMT"}});
+    });
+    auto job = make_job(server.url16());
+    EXPECT_EQ(run(*job).result.code, Code::ok) << log.all();
+    EXPECT_TRUE(file_has(folder.path(u"file.bin"), content));
+}
+
 }  // namespace
 }  // namespace vantlow::test

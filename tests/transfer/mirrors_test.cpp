@@ -224,6 +224,50 @@ TEST_F(MirrorJobTest, CheckedPiecesSurviveAStopAndDamageIsFound) {
     EXPECT_TRUE(log.has("Piece 0 (0 to 65536) has a wrong hash")) << log.all();
 }
 
+// An earlier run's word counts only for bytes that are still there.
+TEST_F(MirrorJobTest, PiecesThatWereLostAreCheckedAnew) {
+    FileServer& server = serve({.content = content, .rate = 400'000});
+    auto job = job_of(with_pieces, 2);
+    {
+        Run running(*this, *job, {});
+        ASSERT_TRUE(running.wait_for_done(400'000));
+        running.thread().stop();
+    }
+    auto again = earlier_job(job->address, 1);
+    ASSERT_TRUE(again);
+    again->sources = job->sources;
+    ASSERT_TRUE(remove_file(folder.path(u"file.bin.vantlow")).ok());
+    std::atomic<int> requests{0};
+    server.set_interceptor([&](Exchange&) {
+        server.change("/file.bin",
+                      [&](FileResource& file) { file = {.content = requests++ == 0 ? spoiled() : content}; });
+        return false;
+    });
+    expect_right(*again);
+}
+
+// Its size is known when all of it is there: only then can it be held against what the metafile says.
+TEST_F(MirrorJobTest, ACompressedAnswerIsCheckedLikeAnyOther) {
+    const std::pair<int, std::string> cases[] = {
+        {with_pieces, spoiled()}, {with_pieces | with_size, content + "x"}, {with_size, content + "x"}};
+    for (const auto& [checks, wrong] : cases) {
+        for (const bool has_other : {false, true}) {
+            SCOPED_TRACE(std::to_string(checks) + (has_other ? ", and there is another" : ""));
+            servers.clear();
+            serve({.content = wrong, .gzip = true});
+            if (has_other) serve({.content = content, .delay = std::chrono::milliseconds(100)});
+            auto job = job_of(checks, 1);
+            if (has_other) {
+                expect_right(*job);
+            } else {
+                EXPECT_EQ(run(*job).result.code, Code::hash_differs) << log.all();
+                EXPECT_TRUE(only({u"file.bin.wrong-hash"}));
+            }
+            for (const auto& name : folder.names()) ASSERT_TRUE(remove_file(folder.path(name)).ok());
+        }
+    }
+}
+
 TEST(MirrorRule, TakesTheFewestConnectionsAndFailures) {
     struct Case {
         std::vector<MirrorItem> items;

@@ -38,9 +38,7 @@ Result CTransferMainThread::response_accepted(CTransferSubThread& asker, const S
         const std::lock_guard guard(lock_);
         first = !version_known_;
     }
-    if (first) {
-        if (Result result = adopt(asker, answer); !result.ok()) return result;
-    }
+    if (Result result = first ? adopt(asker, answer) : learn_size(asker, answer); !result.ok()) return result;
     {
         const std::lock_guard guard(mutex_);
         notice_.clear();
@@ -120,6 +118,21 @@ Result CTransferMainThread::adopt(CTransferSubThread& asker, const SourceAnswer&
     return file_.allocate(size);
 }
 
+// The first answer told no size, a later one does: where it ends is not where the file does.
+Result CTransferMainThread::learn_size(CTransferSubThread& asker, const SourceAnswer& answer) {
+    const std::int64_t size = answer.version.size;
+    {
+        const std::lock_guard guard(lock_);
+        if (job_.file_size >= 0 || encoded_ || answer.encoded || size < 0) return {};
+        if (size < asker.position()) return Code::size_differs;
+        version_.size = job_.file_size = size;
+        asker.segment->end = size;
+        asker.set_limit(size);
+    }
+    begin_pieces();
+    return file_.allocate(size);
+}
+
 Result CTransferMainThread::open_file(const SourceAnswer& answer) {
     std::u16string folder;
     std::u16string name;
@@ -176,10 +189,12 @@ Result CTransferMainThread::become_only(CTransferSubThread& asker, const SourceA
         }
     }
     {
-        // The others write their last bytes before the file is emptied under them.
+        // The others write their last bytes before the file is emptied under them, and a save that is under
+        // way tells of nothing that is about to go.
         std::unique_lock guard(mutex_);
-        const bool alone = news_.wait(guard, stop_.token(), [this] { return attached_ == 1; });
+        const bool alone = news_.wait(guard, stop_.token(), [this] { return attached_ == 1 && !saving_; });
         if (!alone) return stop_.reason();
+        if (safe_) safe_->segments.clear();
     }
     forget_state();
     forget_pieces();

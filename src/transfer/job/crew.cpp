@@ -22,6 +22,18 @@ void CTransferMainThread::reap(bool all) {
     }
 }
 
+// The job has all its bytes. A connection whose server still says so is worth a moment: it serves the next
+// job.
+void CTransferMainThread::let_close() {
+    const auto until = from_now(std::chrono::milliseconds(250));
+    const auto is_closing = [](const auto& sub) { return sub->is_closing(); };
+    while (std::any_of(subs_.begin(), subs_.end(), is_closing) && Clock::now() < until) {
+        wait_for_news(until);
+        if (stop_.requested()) return;
+        reap(false);
+    }
+}
+
 void CTransferMainThread::retire_all() {
     for (auto& sub : subs_) sub->retire();
 }

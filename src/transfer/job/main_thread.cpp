@@ -103,7 +103,12 @@ Result CTransferMainThread::begin() {
     if (!target.empty()) {
         const Result opened = file_.resume(target, needed, file_rules());
         continued_ = opened.ok();
-        if (!opened.ok()) log_.line(Direction::note, opened.message() + " The job begins anew.");
+        if (!opened.ok()) {
+            log_.line(Direction::note, opened.message() + " The job begins anew.");
+            // A state whose file is gone; one that another process is at stays.
+            state_saved_ = path_kind(target + std::u16string(partial_suffix)) == PathKind::none;
+            remove_state(target + std::u16string(state_suffix));
+        }
     }
     std::unique_ptr<CJobNode> safe;
     {
@@ -111,6 +116,8 @@ Result CTransferMainThread::begin() {
         if (!continued_) {
             job_.segments.clear();
             job_.file_size = -1;
+            job_.bit_map.clear();  // of bytes that are there no more
+            job_.bit_count = 0;
             if (!target.empty()) job_.path = folder_of(target) + path_separator();
         }
         safe = job_.twin();
@@ -139,6 +146,7 @@ Result CTransferMainThread::transfer() {
     if (Result result = begin(); !result.ok()) return result;
     for (;;) {
         if (Result result = fetch_missing(); !result.ok()) return result;
+        let_close();
         retire_all();
         reap(true);
         if (Result result = file_.drain(); !result.ok()) return result;

@@ -104,6 +104,7 @@ class CTransferMainThread : private SubThreadHost, private WrittenListener {
 
     // Its connections (crew.cpp).
     void reap(bool all);
+    void let_close();
     void retire_all();
     void grow();
     bool start_one();
@@ -113,6 +114,7 @@ class CTransferMainThread : private SubThreadHost, private WrittenListener {
 
     // What is on the disk for later (safekeeping.cpp).
     void save_state();
+    void save_positions();
     FileError write_state(const CJobNode& snapshot);
     void remember_safe(std::unique_ptr<CJobNode> copy);
     void leave_state(const Result& result);
@@ -120,6 +122,9 @@ class CTransferMainThread : private SubThreadHost, private WrittenListener {
     void remove_state(const std::u16string& path);
     Result check_hashes(bool& matches);
     Result check_hash(const ExpectedHash& expected, bool& matches);
+    Result check_decoded(bool& matches);
+    Result digest_of_range(DigestKind kind, std::int64_t begin, std::int64_t end,
+                           std::vector<std::byte>& digest);
     std::optional<FileOrigin> origin();
     Result finish();
 
@@ -133,6 +138,7 @@ class CTransferMainThread : private SubThreadHost, private WrittenListener {
     Result cannot_resume(CTransferSubThread& asker, const SourceAnswer& answer);
     Result become_only(CTransferSubThread& asker, const SourceAnswer& answer);
     Result adopt(CTransferSubThread& asker, const SourceAnswer& answer);
+    Result learn_size(CTransferSubThread& asker, const SourceAnswer& answer);
     Result open_file(const SourceAnswer& answer);
     AfterFailure fail_for_good(const Result& result);
     RetryCase retry_case(int errors, int fruitless, const FailedAttempt& attempt) const;
@@ -219,6 +225,7 @@ class CTransferMainThread : private SubThreadHost, private WrittenListener {
     std::string notice_;
     std::unique_ptr<CJobNode> safe_;  ///< what safe_copy() gives
     int attached_ = 0;                ///< sub threads that hold a segment
+    bool saving_ = false;             ///< the main thread takes positions to the disk
 
     std::atomic<bool> size_reported_{false};
     std::atomic<bool> accepted_once_{false};

@@ -210,6 +210,8 @@ bool CTransferMainThread::try_other_mirror() {
             const bool is_size_known = job_.sources && job_.sources->size >= 0;
             anew = mirrors_.pardon_different() && !is_size_known;
         }
+        // Ranges mean nothing to an answer that is unpacked on its way.
+        anew = anew || encoded_;
         mirrors_.use_only(MirrorSet::none);
         const int best = mirror_with_most();
         if (best == MirrorSet::none) return false;

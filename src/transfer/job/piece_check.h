@@ -6,6 +6,7 @@
 #include <deque>
 #include <functional>
 #include <mutex>
+#include <string_view>
 
 #include "platform/stop.h"
 #include "platform/thread_pool.h"
@@ -13,6 +14,10 @@
 #include "transfer/job/local_file.h"
 
 namespace vantlow {
+
+/// Said where a metafile counts other pieces than the file has.
+inline constexpr std::string_view pieces_do_not_fit =
+    "The piece hashes do not fit the file's size and are not used.";
 
 /// Reads pieces back and hashes them on a thread of its own, which begins with the first piece, so that no
 /// connection waits for a digest. What was just received is read from the system's cache, not from the disk.

@@ -61,7 +61,7 @@ void CTransferMainThread::begin_pieces() {
             verify_joints_ = mirrors_.are_several();
         }
     }
-    if (!fits) log_.line(Direction::note, "The piece hashes do not fit the file's size and are not used.");
+    if (!fits) log_.line(Direction::note, pieces_do_not_fit);
     for (const std::size_t piece : whole) pieces_->add(piece);
 }
 

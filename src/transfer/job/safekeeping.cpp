@@ -61,6 +61,9 @@ void CTransferMainThread::remove_state(const std::u16string& path) {
 // The hash that was asked for, and the one that the job's sources name.
 Result CTransferMainThread::check_hashes(bool& matches) {
     matches = true;
+    if (encoded_ && job_.sources) {
+        if (Result result = check_decoded(matches); !result.ok() || !matches) return result;
+    }
     if (options_.hash) {
         if (Result result = check_hash(*options_.hash, matches); !result.ok() || !matches) return result;
     }
@@ -72,18 +75,50 @@ Result CTransferMainThread::check_hashes(bool& matches) {
 }
 
 Result CTransferMainThread::check_hash(const ExpectedHash& expected, bool& matches) {
-    Digest digest(expected.kind);
+    std::vector<std::byte> digest;
+    Result result = digest_of_range(expected.kind, 0, job_.file_size, digest);
+    matches = result.ok() && digest == expected.digest;
+    return result;
+}
+
+Result CTransferMainThread::digest_of_range(DigestKind kind, std::int64_t begin, std::int64_t end,
+                                            std::vector<std::byte>& digest) {
+    Digest running(kind);
     std::vector<std::byte> buffer(hash_step);
-    for (std::int64_t at = 0; at < job_.file_size;) {
+    while (begin < end) {
         if (stop_.requested()) return stop_.reason();
         const auto bytes = static_cast<std::size_t>(
-            std::min<std::int64_t>(job_.file_size - at, static_cast<std::int64_t>(hash_step)));
+            std::min<std::int64_t>(end - begin, static_cast<std::int64_t>(hash_step)));
         const auto part = std::span(buffer).first(bytes);
-        if (Result result = file_.read(at, part); !result.ok()) return result;
-        digest.update(part);
-        at += static_cast<std::int64_t>(bytes);
+        if (Result result = file_.read(begin, part); !result.ok()) return result;
+        running.update(part);
+        begin += static_cast<std::int64_t>(bytes);
     }
-    matches = digest.finish() == expected.digest;
+    digest = running.finish();
+    return {};
+}
+
+// An answer that was unpacked on its way told no size, so that its size and its pieces could not be looked at
+// before all of it was there.
+Result CTransferMainThread::check_decoded(bool& matches) {
+    const std::int64_t size = job_.file_size;
+    if (job_.sources->size >= 0 && job_.sources->size != size) {
+        matches = false;
+        return {};
+    }
+    const PieceHashes* const hashes = piece_hashes();
+    if (hashes == nullptr) return {};
+    if (static_cast<std::int64_t>(hashes->count()) != (size + hashes->length - 1) / hashes->length) {
+        log_.line(Direction::note, pieces_do_not_fit);
+        return {};
+    }
+    for (std::size_t piece = 0; piece < hashes->count() && matches; ++piece) {
+        std::vector<std::byte> digest;
+        const std::int64_t begin = static_cast<std::int64_t>(piece) * hashes->length;
+        const std::int64_t end = std::min(size, begin + hashes->length);
+        if (Result result = digest_of_range(hashes->kind, begin, end, digest); !result.ok()) return result;
+        matches = std::ranges::equal(digest, hashes->hash(piece));
+    }
     return {};
 }
 
@@ -128,10 +163,24 @@ FileError CTransferMainThread::write_state(const CJobNode& snapshot) {
 // promise bytes that are not there.
 void CTransferMainThread::save_state() {
     if (!options_.keep_state || !file_.is_open() || encoded_) return;
+    {
+        const std::lock_guard guard(mutex_);
+        saving_ = true;
+    }
+    save_positions();
+    {
+        const std::lock_guard guard(mutex_);
+        saving_ = false;
+    }
+    news_.notify_all();
+}
+
+void CTransferMainThread::save_positions() {
     std::unique_ptr<CJobNode> snapshot;
     {
         const std::lock_guard guard(lock_);
-        if (only_one_ || job_.file_size <= 0) return;  // nothing that could be continued
+        // Nothing that could be continued, or that will be there in a moment.
+        if (only_one_ || taking_over_ || job_.file_size <= 0) return;
         snapshot = job_.twin();
         snapshot->validators = {version_.etag, version_.last_modified};
         drop_complete_segments(*snapshot);

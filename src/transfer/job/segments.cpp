@@ -130,12 +130,13 @@ void CTransferMainThread::written(std::int64_t offset, std::int64_t bytes) {
 
 // Called with the job lock held; the pieces that are whole now.
 std::vector<std::size_t> CTransferMainThread::advance(std::int64_t offset, std::int64_t bytes) {
+    // Parts of neighbours that met on their way are written as one.
+    std::int64_t at = offset;
     for (auto& segment : job_.segments) {
-        if (segment->start != offset || segment->end <= offset) continue;
-        segment->start = std::min(offset + bytes, segment->end);
-        return pieces_ ? find_whole_pieces(offset, segment->start) : std::vector<std::size_t>();
+        if (segment->start != at || segment->end <= at) continue;
+        at = segment->start = std::min(offset + bytes, segment->end);
     }
-    return {};
+    return pieces_ ? find_whole_pieces(offset, at) : std::vector<std::size_t>();
 }
 
 void CTransferMainThread::delivered(const CTransferSubThread& asker, std::int64_t offset,
@@ -170,6 +171,8 @@ void CTransferMainThread::end_found(CTransferSubThread& asker) {
 std::int64_t CTransferMainThread::overlap_before(const CTransferSubThread& asker) {
     constexpr std::int64_t joint = 16 * 1024;
     if (!verify_joints_) return 0;
+    // What the asker received may still be held back. A disk that does not take it says so at the next write.
+    static_cast<void>(file_.drain());
     const std::lock_guard guard(lock_);
     std::int64_t end_before = 0;
     for (const auto& segment : job_.segments) {

@@ -1,7 +1,6 @@
 #include "transfer/job/sub_thread.h"
 
 #include <algorithm>
-#include <cstring>
 
 #include "base/string_table.h"
 #include "base/text.h"
@@ -43,6 +42,7 @@ void CTransferSubThread::join() {
 
 void CTransferSubThread::begin_at(std::int64_t position, std::int64_t end) noexcept {
     gathered_ = 0;
+    past_end_.clear();
     segment_start_ = best_ = position;
     position_.store(position, std::memory_order_relaxed);
     limit_.store(end, std::memory_order_relaxed);
@@ -58,7 +58,9 @@ void CTransferSubThread::run() {
         if (last.ok()) {
             tools_.log.line(Direction::note, message(Message::finished_at, {position()}));
             finished_one = true;
+            closing_ = true;
             if (host_.release(*this)) break;
+            closing_ = false;
             const auto pause = tools_.settings.number(setting::suspend_interval);
             if (stop_.wait_for(std::chrono::milliseconds(pause))) break;
             continue;
@@ -72,6 +74,7 @@ void CTransferSubThread::run() {
     close_source(!last.ok());
     gather_.release();
     if (tools_.libraries.secur.SSL_Thread_Exit != nullptr) tools_.libraries.secur.SSL_Thread_Exit();
+    closing_ = false;
     if (segment != nullptr) host_.release(*this);
     host_.ended(*this, last);
 }
@@ -172,7 +175,6 @@ Result CTransferSubThread::open_source() {
 // together.
 Result CTransferSubThread::compare(std::int64_t offset, std::int64_t bytes) {
     std::vector<std::byte> fetched(joint_step);
-    std::vector<std::byte> stored(joint_step);
     auto quiet_until = from_now(silence_);
     while (bytes > 0) {
         const auto most =
@@ -180,12 +182,8 @@ Result CTransferSubThread::compare(std::int64_t offset, std::int64_t bytes) {
         const Moved moved = source_->read(std::span(fetched).first(most), quiet_until);
         if (moved.state != Moved::State::data) return moved_failure(moved);
         answer_at_ += static_cast<std::int64_t>(moved.bytes);
-        const auto stored_part = std::span(stored).first(moved.bytes);
-        if (Result result = host_.file().read(offset, stored_part); !result.ok()) return result;
-        if (std::memcmp(fetched.data(), stored.data(), moved.bytes) != 0) {
-            return {Code::resource_changed,
-                    "The bytes around " + std::to_string(offset) + " differ from those received before."};
-        }
+        if (Result result = hold_against_file(offset, std::span(fetched).first(moved.bytes)); !result.ok())
+            return result;
         offset += static_cast<std::int64_t>(moved.bytes);
         bytes -= static_cast<std::int64_t>(moved.bytes);
         quiet_until = from_now(silence_);
@@ -204,7 +202,23 @@ Result CTransferSubThread::compare_behind() {
         if (stop_.wait_for(step)) return stop_.reason();
         behind = host_.overlap_behind(*this);
     }
-    return compare(limit(), behind);
+    // What came before the part was cut lies behind its end already.
+    const auto here = std::min<std::int64_t>(behind, static_cast<std::int64_t>(past_end_.size()));
+    if (here > 0) {
+        if (Result result =
+                hold_against_file(limit(), std::span(past_end_).first(static_cast<std::size_t>(here)));
+            !result.ok())
+            return result;
+    }
+    return compare(limit() + here, behind - here);
+}
+
+Result CTransferSubThread::hold_against_file(std::int64_t offset, std::span<const std::byte> fetched) {
+    std::vector<std::byte> stored(fetched.size());
+    if (Result result = host_.file().read(offset, stored); !result.ok()) return result;
+    if (std::ranges::equal(fetched, stored)) return {};
+    return {Code::resource_changed,
+            "The bytes around " + std::to_string(offset) + " differ from those received before."};
 }
 
 Result CTransferSubThread::moved_failure(const Moved& moved) const {
@@ -282,7 +296,12 @@ Result CTransferSubThread::receive() {
 Result CTransferSubThread::flush() {
     flushed_ = Clock::now();
     const std::int64_t offset = position() - static_cast<std::int64_t>(gathered_);
-    const std::int64_t bytes = std::min(static_cast<std::int64_t>(gathered_), limit() - offset);
+    const std::int64_t end = limit();
+    const std::int64_t bytes = std::min(static_cast<std::int64_t>(gathered_), end - offset);
+    if (position() > end && offset <= end) {
+        const auto behind = gather_.bytes().first(gathered_).subspan(static_cast<std::size_t>(end - offset));
+        past_end_.assign(behind.begin(), behind.end());
+    }
     gathered_ = 0;
     if (bytes <= 0) return {};
     host_.delivered(*this, offset, bytes);

@@ -104,6 +104,8 @@ class CTransferSubThread {
         return speed_.load(std::memory_order_relaxed);
     }
 
+    /// It has given back a complete segment, and closes its connection where there is no other.
+    [[nodiscard]] bool is_closing() const noexcept { return closing_; }
     /// True when the speed has been measured for a while.
     [[nodiscard]] bool is_settled() const noexcept {
         return is_active() && settled_.load(std::memory_order_relaxed);
@@ -135,6 +137,7 @@ class CTransferSubThread {
     Result flush();
     Result compare_behind();
     Result compare(std::int64_t offset, std::int64_t bytes);
+    Result hold_against_file(std::int64_t offset, std::span<const std::byte> fetched);
     bool try_again(const Result& result);
     void close_source(bool reset);
     void measure(std::size_t bytes, Clock::time_point now);
@@ -147,10 +150,12 @@ class CTransferSubThread {
     std::unique_ptr<Source> source_;
     PageBuffer gather_;
     std::size_t gathered_ = 0;               ///< bytes in gather_, the last of which lies before position_
+    std::vector<std::byte> past_end_;        ///< what was received behind the segment's end when that was cut
     std::atomic<std::int64_t> position_{0};  ///< the next byte to receive
     std::atomic<std::int64_t> limit_{0};     ///< where the segment ends now
     std::atomic<std::int64_t> speed_{0};
     std::atomic<bool> settled_{false};
+    std::atomic<bool> closing_{false};
     int measures_ = 0;  ///< on this segment, since it is received
     std::int64_t segment_speed_ = 0;
     std::int64_t told_size_ = -1;
