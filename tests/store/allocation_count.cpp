@@ -13,6 +13,10 @@ void* operator new(std::size_t size) {
     if (void* memory = std::malloc(size > 0 ? size : 1)) return memory;
     throw std::bad_alloc();
 }
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+    asked_for += size;
+    return std::malloc(size > 0 ? size : 1);
+}
 void operator delete(void* memory) noexcept {
     std::free(memory);
 }

@@ -129,10 +129,16 @@ int connect(VantlowSsh& ssh) {
 }  // namespace
 
 VantlowSsh::~VantlowSsh() {
-    dead = true;
+    dead = true;  // nothing is sent any more
     if (session == nullptr) return;
-    for (int i = 0; i < most_tries_to_free && libssh2_session_free(session) == LIBSSH2_ERROR_EAGAIN; ++i) {
-    }
+    const auto insist = [](auto step) {
+        for (int i = 0; i < most_tries_to_free && step() == LIBSSH2_ERROR_EAGAIN; ++i) {
+        }
+    };
+    // What a transfer that was cut left behind goes with these only.
+    if (file != nullptr) insist([this] { return libssh2_sftp_close_handle(file); });
+    if (sftp != nullptr) insist([this] { return libssh2_sftp_shutdown(sftp); });
+    insist([this] { return libssh2_session_free(session); });
 }
 
 int VantlowSsh::fail(int code, const std::string& text) {
