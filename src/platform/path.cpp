@@ -15,20 +15,22 @@ std::size_t last_separator(std::u16string_view path) noexcept {
     return at == 0 ? std::u16string_view::npos : at - 1;
 }
 
-thread_local std::u16string current_folder;
+// No string itself: mingw-w64 gives a thread's variables back before it destroys them.
+thread_local const std::u16string* current_folder = nullptr;  // its CurrentFolder's
 
 }  // namespace
 
 CurrentFolder::CurrentFolder(std::u16string folder) {
-    current_folder = std::move(folder);
+    current_folder = new const std::u16string(std::move(folder));
 }
 
 CurrentFolder::~CurrentFolder() {
-    current_folder.clear();
+    delete std::exchange(current_folder, nullptr);
 }
 
 const std::u16string& CurrentFolder::get() noexcept {
-    return current_folder;
+    static const std::u16string none;
+    return current_folder != nullptr ? *current_folder : none;
 }
 
 std::u16string join_path(std::u16string_view folder, std::u16string_view name) {
