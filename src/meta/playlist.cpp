@@ -154,12 +154,15 @@ struct Amount {
 
 Amount take_amount(std::string_view& text) noexcept {
     const auto is_digit = [&] { return !text.empty() && text.front() >= '0' && text.front() <= '9'; };
+    constexpr std::size_t longest = 15;  // digits; no recording lasts that long, and a double holds them
     Amount amount;
     amount.whole = true;
+    std::size_t length = 0;
     for (; is_digit(); text.remove_prefix(1)) {
         amount.value = amount.value * 10 + (text.front() - '0');
-        amount.there = true;
+        ++length;
     }
+    amount.there = length > 0 && length <= longest;
     if (!amount.there || !text.starts_with('.')) return amount;
     text.remove_prefix(1);
     amount.whole = false;

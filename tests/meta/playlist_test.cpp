@@ -81,7 +81,7 @@ TEST(Playlist, UnclosedElementsCostOnePass) {
 }
 
 TEST(Playlist, ReadsClockValues) {
-    for (const auto& [text, seconds] : {std::pair{"1:02:03", 3723.0},
+    for (const auto& [text, seconds] : {std::pair<std::string, double>{"1:02:03", 3723.0},
                                         {"02:03", 123.0},
                                         {"00:00:01.5", 1.5},
                                         {"12.5s", 12.5},
@@ -96,6 +96,8 @@ TEST(Playlist, ReadsClockValues) {
                                         {"5 days", 0.0},
                                         {"1:2:3:4", 3723.0},
                                         {"1:", 0.0},
+                                        {std::string(400, '1'), 0.0},
+                                        {"999999999999999h", 999'999'999'999'999.0 * 3600},
                                         {"1:2:x", 62.0}}) {
         EXPECT_DOUBLE_EQ(clock_seconds(text), seconds) << text;
     }
