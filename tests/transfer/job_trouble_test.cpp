@@ -107,31 +107,14 @@ TEST_F(JobTest, AServerThatCannotResumeIsReadByOneConnection) {
     EXPECT_TRUE(file_has(folder.path(u"strict.bin"), content));
 }
 
-// Holds the write of a file's last bytes until the log says something.
-class HoldLastWrite : public FaultHook {
-  public:
-    HoldLastWrite(const RecordingLog& log, std::string_view until, std::int64_t end)
-        : log_(log), until_(until), end_(end) {}
-    int before(Operation operation, std::u16string_view, std::int64_t offset,
-               std::int64_t length) noexcept override {
-        if (operation != Operation::write || offset + length != end_ || reached.exchange(true)) return 0;
-        released = log_.wait_for(until_);
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
-        return 0;
-    }
-    std::atomic<bool> reached{false};
-    std::atomic<bool> released{false};
-
-  private:
-    const RecordingLog& log_;
-    const std::string_view until_;
-    const std::int64_t end_;
-};
-
 // The second connection gets the whole file, too, while the first one writes its last bytes.
 TEST_F(JobTest, AnAnswerFromZeroAtTheVeryEndSpoilsNothing) {
     const std::string whole = make_content(9, 200'000);
-    HoldLastWrite hold(log, message_text(Message::cannot_resume), static_cast<std::int64_t>(whole.size()));
+    const auto end = static_cast<std::int64_t>(whole.size());
+    HoldUntilLogged hold(log, message_text(Message::cannot_resume),
+                         [end](Operation operation, std::int64_t written_to) {
+                             return operation == Operation::write && written_to == end;
+                         });
     // Slow enough that the first connection notices where it was cut, and flows on from there.
     FileServer server(FileResource{.content = whole, .accept_ranges = false, .rate = 2'000'000});
     server.set_interceptor([&](Exchange& exchange) {
@@ -282,22 +265,42 @@ TEST_F(JobTest, AnAnswerThatRanPastACutFitsItsNeighbour) {
     EXPECT_TRUE(file_has(folder.path(u"file.bin"), whole));
 }
 
-// The first answer told no size and broke; the next ones give the rest in parts.
+// The first answer told no size and broke; the next ones give the rest in parts. A size that no part tells is
+// where the server has no more to give: it says so (416), gives a part without a new byte, or the whole.
 TEST_F(JobTest, TheEndOfAPartIsNotTheEndOfTheFile) {
-    FileServer server(FileResource{.content = content, .chunked = true, .close_after = 70'000});
-    server.set_interceptor([](Exchange& exchange) {
-        if (!exchange.request().range_first) return false;
-        const auto first = static_cast<std::size_t>(*exchange.request().range_first);
-        const std::string_view part = std::string_view(content).substr(first, 100'000);
-        return exchange.answer(
-            206, "Partial Content", part,
-            {{"Content-Range", "bytes " + std::to_string(first) + "-" +
-                                   std::to_string(first + part.size() - 1) + "/" + std::to_string(size)},
-             {"Last-Modified", "Sun, 06 Nov 1994 08:49:37 GMT"}});
-    });
-    auto job = make_job(server.url16());
-    EXPECT_EQ(run(*job).result.code, Code::ok) << log.all();
-    EXPECT_TRUE(file_has(folder.path(u"file.bin"), content));
+    enum class AtEnd { told_before, refuses, refuses_with_size, gives_whole, gives_nothing_new };
+    for (const AtEnd at_end : {AtEnd::told_before, AtEnd::refuses, AtEnd::refuses_with_size,
+                               AtEnd::gives_whole, AtEnd::gives_nothing_new}) {
+        SCOPED_TRACE(static_cast<int>(at_end));
+        FileResource resource{.content = content, .chunked = true, .close_after = 70'000, .break_times = 1};
+        // Without them each answer begins with some bytes that are there already.
+        if (at_end == AtEnd::gives_nothing_new) resource.etag = resource.last_modified = {};
+        resource.ignore_range = at_end == AtEnd::gives_whole;
+        FileServer server(resource);
+        server.set_interceptor([at_end](Exchange& exchange) {
+            if (!exchange.request().range_first) return false;
+            const auto first = static_cast<std::size_t>(*exchange.request().range_first);
+            const std::string total = std::to_string(content.size());
+            if (first >= content.size()) {
+                if (at_end == AtEnd::gives_whole) return false;
+                Headers fields;
+                if (at_end == AtEnd::refuses_with_size) fields = {{"Content-Range", "bytes */" + total}};
+                return exchange.answer(416, "Range Not Satisfiable", {}, fields);
+            }
+            const std::string_view part = std::string_view(content).substr(first, 100'000);
+            const std::string range =
+                std::to_string(first) + "-" + std::to_string(first + part.size() - 1) + "/";
+            Headers fields{
+                {"Content-Range", "bytes " + range + (at_end == AtEnd::told_before ? total : "*")}};
+            if (at_end != AtEnd::gives_nothing_new)
+                fields.emplace_back("Last-Modified", "Sun, 06 Nov 1994 08:49:37 GMT");
+            return exchange.answer(206, "Partial Content", part, fields);
+        });
+        auto job = make_job(server.url16());
+        EXPECT_EQ(run(*job).result.code, Code::ok) << log.all();
+        EXPECT_TRUE(file_has(folder.path(u"file.bin"), content));
+        ASSERT_TRUE(remove_file(folder.path(u"file.bin")).ok());
+    }
 }
 
 }  // namespace

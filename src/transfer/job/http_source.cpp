@@ -189,6 +189,7 @@ Result HttpSource::refuse(const HttpHead& head, SourceAnswer& answer) {
     const std::string text = status_text(head);
     if (head.status == 416) {
         answer.version.size = head.range_total.value_or(-1);
+        answer.beyond_end = true;
         return {Code::range_ignored, "The server has no bytes there: " + text};
     }
     if (head.status == 401 || head.status == 407) {
@@ -216,6 +217,7 @@ Result HttpSource::accept_part(const HttpHead& head, std::int64_t offset, Source
     answer.granted = offset;
     answer.ranges_promised = true;
     answer.version.size = head.range_total.value_or(-1);
+    answer.may_go_on = !head.range_total;
     return {};
 }
 

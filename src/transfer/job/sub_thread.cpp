@@ -157,6 +157,8 @@ Result CTransferSubThread::open_source() {
     asked_ = position() - overlap;
     SourceAnswer answer;
     Result result = open_at(plan, answer);
+    beyond_end_ = answer.beyond_end;
+    may_go_on_ = answer.may_go_on;
     if (!result.ok() && !source_) return result;
     if (!result.ok()) {
         server_asks_ = source_->retry_after();
@@ -167,8 +169,22 @@ Result CTransferSubThread::open_source() {
     if (!result.ok()) return result;
     accepted_ = true;
     answer_at_ = answer.granted;
+    answered_from_ = position();
     tools_.log.line(Direction::note, message_text(Message::start_receiving));
     return position() > asked_ && answer.granted == asked_ ? compare(asked_, position() - asked_) : Result{};
+}
+
+// The answer ended, and nobody has told where the resource does: whether anything is behind a part is asked.
+Result CTransferSubThread::ask_for_more(bool& there_is) {
+    there_is = false;
+    // An answer that gave nothing new had nothing more to give.
+    if (!may_go_on_ || position() == answered_from_) return {};
+    close_source(false);
+    Result result = open_source();
+    there_is = result.ok();
+    node_.active = there_is;
+    const bool is_end = beyond_end_ && asked_ == position() && (told_size_ < 0 || told_size_ == asked_);
+    return is_end ? Result{} : result;
 }
 
 // Fetches bytes that are in the file already and compares: the joint of two answers that no validator holds
@@ -282,6 +298,10 @@ Result CTransferSubThread::receive() {
         if (moved.state == Moved::State::data || still_quiet) continue;
         if (Result result = flush(); !result.ok()) return result;
         if (moved.state == Moved::State::closed && limit() == unknown_end) {
+            bool goes_on = false;
+            if (Result result = ask_for_more(goes_on); !result.ok()) return result;
+            last_data = Clock::now();
+            if (goes_on) continue;
             host_.end_found(*this);
             return {};
         }

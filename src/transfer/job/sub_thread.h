@@ -132,6 +132,7 @@ class CTransferSubThread {
     Result run_segment();
     Result open_source();
     Result open_at(SourcePlan plan, SourceAnswer& answer);
+    Result ask_for_more(bool& there_is);
     Result receive();
     Result moved_failure(const Moved& moved) const;
     Result flush();
@@ -167,7 +168,10 @@ class CTransferSubThread {
     std::int64_t asked_ = 0;
     std::int64_t best_ = 0;  ///< the furthest position of any attempt on this segment
     std::int64_t segment_start_ = 0;
-    std::int64_t answer_at_ = 0;  ///< offset of the next byte that the open answer gives
+    std::int64_t answer_at_ = 0;      ///< offset of the next byte that the open answer gives
+    bool may_go_on_ = false;          ///< SourceAnswer::may_go_on of the open answer
+    bool beyond_end_ = false;         ///< SourceAnswer::beyond_end of the last one
+    std::int64_t answered_from_ = 0;  ///< the position when the open answer was accepted
     bool accepted_ = false;
     int errors_ = 0;
     int fruitless_ = 0;
