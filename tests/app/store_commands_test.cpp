@@ -132,7 +132,7 @@ TEST_F(StoreCommands, a_damaged_database_is_rescued_and_told_of) {
 }
 
 TEST_F(StoreCommands, associations_are_made_when_asked_for_and_taken_back) {
-    if (path_separator() == u'\\') GTEST_SKIP() << "the registry belongs to the user who runs the tests";
+    if (path_separator() == u'\\') GTEST_SKIP() << "the registry is the user's; see the tests of platform";
     const std::string before =
         "# mine\n[Default Applications]\nx-scheme-handler/magnet=other.desktop;\ntext/plain=ed.desktop\n";
     ASSERT_TRUE(make_folders(folder.path(u"xdg-config")).ok());

@@ -14,6 +14,8 @@ constexpr std::u16string_view classes = u"Software\\Classes\\";
 constexpr std::u16string_view file_class = u"Vantlow";
 // Beside a default value that was replaced: what it was.
 constexpr const wchar_t* before_value = L"Vantlow.Before";
+// Beside a default command of this program: 1.
+constexpr const wchar_t* own_mark = L"Vantlow";
 
 std::u16string key_of(std::u16string_view name) {
     return std::u16string(classes).append(name);
@@ -50,22 +52,31 @@ LSTATUS take_over(const std::u16string& key, const std::u16string& text, bool ow
     return write_value(key, nullptr, text);
 }
 
-// True when there was something to give back.
-bool give_back(const std::u16string& key) {
-    const auto before = read_value(key, before_value);
-    if (before) {
-        write_value(key, nullptr, *before);
-    } else {
-        RegDeleteKeyValueW(HKEY_CURRENT_USER, wide(key), nullptr);
-    }
-    RegDeleteKeyValueW(HKEY_CURRENT_USER, wide(key), before_value);
-    return before.has_value();
+// What is not there needs no removal.
+LSTATUS remove_value(const std::u16string& key, const wchar_t* name) noexcept {
+    if (const int error = ask_hook(Operation::write_setting, key); error != 0) return error;
+    const LSTATUS error = RegDeleteKeyValueW(HKEY_CURRENT_USER, wide(key), name);
+    return error == ERROR_FILE_NOT_FOUND ? ERROR_SUCCESS : error;
+}
+
+LSTATUS remove_key(const std::u16string& key) noexcept {
+    if (const int error = ask_hook(Operation::write_setting, key); error != 0) return error;
+    const LSTATUS error = RegDeleteTreeW(HKEY_CURRENT_USER, wide(key));
+    return error == ERROR_FILE_NOT_FOUND ? ERROR_SUCCESS : error;
+}
+
+// What was before is the default value again, or there is none. The memory of it goes last, and behind the
+// mark: a key that is this program's and remembers nothing would be removed.
+LSTATUS give_back(const std::u16string& key, const std::optional<std::u16string>& before) {
+    LSTATUS error = before ? write_value(key, nullptr, *before) : remove_value(key, nullptr);
+    if (error == ERROR_SUCCESS) error = remove_value(key, own_mark);
+    return error == ERROR_SUCCESS ? remove_value(key, before_value) : error;
 }
 
 // A default command of this program, whichever folder it stood in.
 bool is_own_command(const std::u16string& key) {
     const auto command = read_value(key, nullptr);
-    return command && read_value(key, L"Vantlow") == u"1";
+    return command && read_value(key, own_mark) == u"1";
 }
 
 LSTATUS write_open_keys(const std::u16string& key, const std::u16string& program) {
@@ -73,7 +84,7 @@ LSTATUS write_open_keys(const std::u16string& key, const std::u16string& program
     LSTATUS error = write_value(key + u"\\DefaultIcon", nullptr, program + u",0");
     if (error == ERROR_SUCCESS)
         error = take_over(command_key, open_command(program), is_own_command(command_key));
-    if (error == ERROR_SUCCESS) error = write_value(command_key, L"Vantlow", u"1");
+    if (error == ERROR_SUCCESS) error = write_value(command_key, own_mark, u"1");
     return error;
 }
 
@@ -91,6 +102,24 @@ LSTATUS take_links(std::u16string_view scheme, const std::u16string& program) {
     return error == ERROR_SUCCESS ? write_open_keys(key, program) : error;
 }
 
+LSTATUS give_back_files() {
+    const std::u16string extension = key_of(u".torrent");
+    if (read_value(extension, nullptr) == file_class) {
+        const LSTATUS error = give_back(extension, read_value(extension, before_value));
+        if (error != ERROR_SUCCESS) return error;
+    }
+    return remove_key(key_of(file_class));
+}
+
+LSTATUS give_back_links(std::u16string_view scheme) {
+    const std::u16string key = key_of(scheme);
+    const std::u16string command_key = key + u"\\shell\\open\\command";
+    if (!is_own_command(command_key)) return ERROR_SUCCESS;
+    const auto before = read_value(command_key, before_value);
+    if (!before) return remove_key(key);
+    return give_back(command_key, before);
+}
+
 }  // namespace
 
 FileError associate(Association kind, const std::u16string& program) {
@@ -101,19 +130,10 @@ FileError associate(Association kind, const std::u16string& program) {
 }
 
 FileError dissociate(Association kind) {
-    if (kind == Association::torrent_files) {
-        const std::u16string extension = key_of(u".torrent");
-        if (read_value(extension, nullptr) == file_class) give_back(extension);
-        RegDeleteTreeW(HKEY_CURRENT_USER, wide(key_of(file_class)));
-    } else {
-        const std::u16string key = key_of(scheme_of(kind));
-        const std::u16string command_key = key + u"\\shell\\open\\command";
-        if (!is_own_command(command_key)) return {};
-        RegDeleteKeyValueW(HKEY_CURRENT_USER, wide(command_key), L"Vantlow");
-        if (!give_back(command_key)) RegDeleteTreeW(HKEY_CURRENT_USER, wide(key));
-    }
+    const LSTATUS error =
+        kind == Association::torrent_files ? give_back_files() : give_back_links(scheme_of(kind));
     SHChangeNotify(SHCNE_ASSOCCHANGED, SHCNF_IDLIST, nullptr, nullptr);
-    return {};
+    return file_error(static_cast<DWORD>(error));
 }
 
 std::array<unsigned, link_formats.size()> register_link_formats() noexcept {
