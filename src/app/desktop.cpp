@@ -1,5 +1,7 @@
 #include "app/desktop.h"
 
+#include <algorithm>
+
 #include "app/dial_up.h"
 #include "app/job_runner.h"
 #include "app/monitor.h"
@@ -23,8 +25,8 @@ std::string plain_path(const std::string& link) {
 
 // Files the links' jobs in the first category, and starts them.
 Exit add_and_start(StoreCommand& command, const std::vector<std::string>& links) {
-    std::vector<std::string> plain;
-    for (const std::string& link : links) plain.push_back(plain_path(link));
+    std::vector<std::string> plain(links.size());
+    std::transform(links.begin(), links.end(), plain.begin(), plain_path);
     const AddedJobs added = add_jobs(command, {}, plain, *command.store.tree().root(), false);
     for (CJobNode* job : added.jobs) command.runner->start(*job);
     command.runner->pump();

@@ -60,18 +60,18 @@ CAMF0::Place CAMF0::find(std::u16string_view name) const {
 bool CAMF0::GetValue(std::u16string_view name, AmfFound& out, int expected_type) const {
     const CAMFObject::Entry* const entry = find(name).entry;
     if (entry == nullptr) return false;
-    CAMFBase* const value = entry->value.get();
-    if (expected_type >= 0 && expected_type != value->type) return false;
-    if (const auto* number = dynamic_cast<const CAMFNumber*>(value)) {
+    CAMFBase& value = *entry->value;
+    if (expected_type >= 0 && expected_type != value.type) return false;
+    if (const auto* number = dynamic_cast<const CAMFNumber*>(&value)) {
         out = number->value;
-    } else if (const auto* boolean = dynamic_cast<const CAMFBoolean*>(value)) {
+    } else if (const auto* boolean = dynamic_cast<const CAMFBoolean*>(&value)) {
         out = std::int32_t{boolean->value != 0};
-    } else if (const auto* string = dynamic_cast<const CAMFString*>(value)) {
+    } else if (const auto* string = dynamic_cast<const CAMFString*>(&value)) {
         out = string->ToString();
-    } else if (const auto* date = dynamic_cast<const CAMFDate*>(value)) {
+    } else if (const auto* date = dynamic_cast<const CAMFDate*>(&value)) {
         out = date->file_time();
-    } else if (value->is_container()) {
-        out = value;
+    } else if (value.is_container()) {
+        out = &value;
     } else {
         return false;
     }
@@ -87,7 +87,9 @@ bool CAMF0::SetValue(std::u16string_view name, std::span<const std::byte> encode
     if (place.entry != nullptr) {
         place.entry->value = std::move(value);
     } else {
-        place.last->entries.push_back({std::make_unique<CAMFString>(name), std::move(value)});
+        CAMFObject::Entry& added = place.last->entries.emplace_back();
+        added.name = std::make_unique<CAMFString>(name);
+        added.value = std::move(value);
     }
     return true;
 }

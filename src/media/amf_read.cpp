@@ -58,7 +58,8 @@ std::unique_ptr<CAMFBase> CAMFBase::parse(AmfInput& input) {
     ++input.level;
     const bool ok = value->read(input);
     --input.level;
-    return ok ? std::move(value) : nullptr;
+    if (!ok) value.reset();
+    return value;
 }
 
 bool CAMFBase::Read(const std::byte*& cursor, const std::byte* end) {
@@ -136,7 +137,8 @@ bool CAMFObject::read_entries(AmfInput& input) {
             input.cursor += 3;
             return true;
         }
-        Entry entry{std::make_unique<CAMFString>(std::u16string_view()), nullptr};
+        Entry entry;
+        entry.name = std::make_unique<CAMFString>(std::u16string_view());
         if (!entry.name->read(input)) return false;
         entry.value = parse(input);
         if (entry.value == nullptr) return false;
@@ -153,7 +155,8 @@ bool CAMFMixedArray::read(AmfInput& input) {
             input.cursor += 3;
             return true;
         }
-        Entry entry{std::make_unique<CAMFString>(std::u16string_view()), nullptr};
+        Entry entry;
+        entry.name = std::make_unique<CAMFString>(std::u16string_view());
         const std::byte* const before = input.cursor;
         if (!entry.name->read(input)) {
             // Metadata that was cut off: what is there counts.

@@ -129,8 +129,7 @@ Timeline lay_out(const std::vector<std::uint32_t>& timescales,
     layouts.reserve(timescales.size());
     for (const std::uint32_t timescale : timescales) layouts.emplace_back(timescale);
     Timeline timeline;
-    for (std::size_t number = 0; number < pieces.size(); ++number) {
-        const std::vector<PieceTimes>& piece = pieces[number];
+    for (const std::vector<PieceTimes>& piece : pieces) {
         std::int64_t begin = 0;
         for (std::size_t i = 0; i < layouts.size(); ++i)
             begin = std::max(begin, layouts[i].earliest(piece[i]));

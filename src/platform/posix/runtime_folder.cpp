@@ -34,10 +34,10 @@ bool make_own_folder(const std::string& path) {
 
 std::string runtime_folder(std::string& error) {
     if (const auto named = environment("XDG_RUNTIME_DIR"); named && named->starts_with(u'/')) {
-        const std::string folder = to_utf8(*named) + "/vantlow";
+        std::string folder = to_utf8(*named) + "/vantlow";
         if (folder.size() <= longest_folder && make_own_folder(folder)) return folder;
     }
-    const std::string folder = "/tmp/vantlow-" + std::to_string(::geteuid());
+    std::string folder = "/tmp/vantlow-" + std::to_string(::geteuid());
     if (make_own_folder(folder)) return folder;
     error = folder + (errno != 0 ? ": " + system_text(errno) : " is not a folder of this user alone");
     return {};

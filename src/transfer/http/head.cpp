@@ -61,6 +61,14 @@ void read_content_range(HttpHead& head, std::string_view value) {
     head.range_last = parse_decimal(trim(range.substr(dash + 1)));
 }
 
+// Where an attribute's text goes; null for one that is not looked at.
+std::string* attribute_of(SetCookie& cookie, std::string_view name) {
+    if (name == "expires") return &cookie.expires;
+    if (name == "domain") return &cookie.domain;
+    if (name == "path") return &cookie.path;
+    return name == "max-age" ? &cookie.max_age : nullptr;
+}
+
 void read_cookie(HttpHead& head, std::string_view value) {
     const auto end = value.find(';');
     SetCookie cookie;
@@ -69,11 +77,8 @@ void read_cookie(HttpHead& head, std::string_view value) {
         // Of an attribute that occurs twice the last one counts (RFC 6265, 5.3).
         std::string_view attributes = value.substr(end + 1);
         while (auto one = next_parameter(attributes)) {
-            if (one->name == "expires") cookie.expires = std::move(one->value);
-            if (one->name == "domain") cookie.domain = std::move(one->value);
-            if (one->name == "path") cookie.path = std::move(one->value);
-            if (one->name == "max-age") cookie.max_age = std::move(one->value);
             if (one->name == "secure") cookie.secure = true;
+            if (std::string* attribute = attribute_of(cookie, one->name)) *attribute = std::move(one->value);
         }
     }
     head.cookies.push_back(std::move(cookie));
