@@ -142,13 +142,18 @@ void torment_real(const std::string& address, const std::string& content,
         if (verbose) all.emplace_back("-v");
         return run_apart(folder, all);
     };
-    const TempFolder first;
-    const Said said = fetch(first, true);
-    ASSERT_EQ(said.status, Exit::done) << said.err;
+    // On a busy machine one connection may have all before the others are logged in.
     int receiving = 0;
-    for (auto at = said.err.find(start); at != std::string::npos; at = said.err.find(start, at + 1))
-        ++receiving;
-    EXPECT_GE(receiving, 4) << said.err;
+    std::string told;
+    for (int attempt = 0; attempt < 5 && receiving < 4; ++attempt) {
+        const TempFolder first;
+        const Said said = fetch(first, true);
+        ASSERT_EQ(said.status, Exit::done) << said.err;
+        told = said.err;
+        receiving = 0;
+        for (auto at = told.find(start); at != std::string::npos; at = told.find(start, at + 1)) ++receiving;
+    }
+    EXPECT_GE(receiving, 4) << told;
     torment({[](const TempFolder&) {}, [&](const TempFolder& folder) { return fetch(folder, false); },
              [&](const TempFolder& folder, const Said& result) { look_for_told(folder, content, result); },
              subjects, thinner});

@@ -173,7 +173,7 @@ TEST_F(FtpJobTest, ServersWithoutRestSizeOrTime) {
          .answers = {{"SIZE", "550 No"},
                      {"MDTM", "502 No"},
                      {"STAT", "213-Status\n-rw-r--r-- 1 u g 300000 Jan 1 10:00 file.bin\n213 End"}},
-         .rate = 2'000'000});
+         .rate = 300'000});
     expect_content(fetch(listed, 3));
     EXPECT_GE(listed.count("RETR"), 3U) << "the size in the listing was not used";
 }
