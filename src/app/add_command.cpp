@@ -5,7 +5,7 @@
 
 #include "app/get_command.h"
 #include "app/job_runner.h"
-#include "app/job_view.h"
+#include "app/json_text.h"
 #include "app/store_commands.h"
 #include "app/store_jobs.h"
 #include "base/text.h"
@@ -38,7 +38,7 @@ Exit run_add(StoreCommand& command, const AddOptions& options) {
         ids.push_back(id);
         if (!command.global.json) write_stream(Stream::output, id + "\n");
     }
-    if (command.global.json) write_stream(Stream::output, dump_json(ids) + "\n");
+    if (command.global.json) print_json(ids);
     return added.complete ? Exit::done : Exit::failed;
 }
 

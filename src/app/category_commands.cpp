@@ -4,7 +4,8 @@
 #include <memory>
 
 #include "app/display_text.h"
-#include "app/job_view.h"
+#include "app/json_text.h"
+#include "app/store_command.h"
 #include "app/store_commands.h"
 #include "base/text.h"
 
@@ -42,7 +43,7 @@ Exit run_list(StoreCommand& command) {
         text += std::string(static_cast<std::size_t>(depth_of(*node)) * 2, ' ') + printable(name) + "  (" +
                 std::to_string(node->jobs.size()) + ")  " + printable(to_utf8(node->folder)) + "\n";
     }
-    write_stream(Stream::output, command.global.json ? dump_json(all) + "\n" : text);
+    write_stream(Stream::output, command.global.json ? json_line(all) + "\n" : text);
     return Exit::done;
 }
 

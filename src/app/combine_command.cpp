@@ -7,6 +7,7 @@
 #include <memory>
 
 #include "app/display_text.h"
+#include "app/json_text.h"
 #include "app/progress_view.h"
 #include "app/say.h"
 #include "app/speed_meter.h"
@@ -102,10 +103,7 @@ Exit run_combine(const GlobalOptions& global, const CombineOptions& options) {
         return complain(of + outcome.result.message());
     }
     if (global.json) {
-        const ordered_json answer = {
-            {"path", options.output}, {"bytes", outcome.bytes}, {"seconds", outcome.seconds}};
-        write_stream(Stream::output,
-                     answer.dump(-1, ' ', false, ordered_json::error_handler_t::replace) + "\n");
+        print_json({{"path", options.output}, {"bytes", outcome.bytes}, {"seconds", outcome.seconds}});
     } else if (!global.quiet) {
         write_stream(Stream::output, options.output + "\n");
     }

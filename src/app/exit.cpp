@@ -1,5 +1,10 @@
 #include "app/exit.h"
 
+#include "app/say.h"
+#include "platform/process.h"
+#include "platform/stop.h"
+#include "transfer/connection/resolver.h"
+
 namespace vantlow {
 
 Exit exit_of(const Result& result) noexcept {
@@ -23,6 +28,21 @@ Exit exit_of(const Result& result) noexcept {
         default:
             return Exit::network;
     }
+}
+
+Exit final_status(Exit status) {
+    // What nobody got has not been said.
+    return complain_of_lost_output() && status == Exit::done ? Exit::failed : status;
+}
+
+Exit leave(Resolver& resolver, Exit status) {
+    if (!resolver.settle(std::chrono::milliseconds(50))) end_process(static_cast<int>(final_status(status)));
+    return status;
+}
+
+void stop_at_interrupt(void* stop_source, int count) {
+    if (count > 1) end_process(static_cast<int>(Exit::interrupted));
+    static_cast<StopSource*>(stop_source)->request();
 }
 
 }  // namespace vantlow

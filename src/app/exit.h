@@ -5,6 +5,8 @@
 
 namespace vantlow {
 
+class Resolver;
+
 /// Exit statuses of the program.
 enum class Exit : int {
     done = 0,
@@ -20,5 +22,16 @@ enum class Exit : int {
 
 /// The status that a job's result stands for.
 Exit exit_of(const Result& result) noexcept;
+
+/// What the process ends with: this status, unless output was lost, which is told here and is no success.
+Exit final_status(Exit status);
+
+/// The end of a command that looked names up. One that the system is still looking up cannot be called back:
+/// the process ends here then, with final_status(), so that everything must be saved before.
+Exit leave(Resolver& resolver, Exit status);
+
+/// For an InterruptWatch whose context is a StopSource: requests the stop; from the second time on the
+/// process ends at once, with Exit::interrupted.
+void stop_at_interrupt(void* stop_source, int count);
 
 }  // namespace vantlow

@@ -27,11 +27,6 @@ SshRules ssh_rules(const GetOptions& options, GetOutput& output, const StopSourc
     return rules;
 }
 
-void on_interrupt(void* context, int count) {
-    if (count > 1) end_process(static_cast<int>(Exit::interrupted));
-    static_cast<StopSource*>(context)->request();
-}
-
 }  // namespace
 
 Exit run_get(CFerrywellApp& app, const GlobalOptions& global, const GetOptions& options) {
@@ -51,7 +46,7 @@ Exit run_get(CFerrywellApp& app, const GlobalOptions& global, const GetOptions& 
     ConnectionServices connections(&app.libraries().secur);
     StopSource& stop = app.stop();
     ThreadPool threads;
-    const InterruptWatch watch(on_interrupt, &stop);
+    const InterruptWatch watch(stop_at_interrupt, &stop);
     CJobLog dial_log(global.verbose ? [&output](const CLogNode& line) { output.log_line(0, line); }
                                     : CJobLog::Listener());
     if (const Result dialled = dial_as_set(app, dial_log); !dialled.ok()) {
@@ -70,10 +65,7 @@ Exit run_get(CFerrywellApp& app, const GlobalOptions& global, const GetOptions& 
     }
     output.close();
     if (stop.requested()) status = Exit::interrupted;
-    // A name that the system is still looking up cannot be called back; everything is saved, so the process
-    // ends.
-    if (!connections.resolver.settle(std::chrono::milliseconds(50))) end_process(static_cast<int>(status));
-    return status;
+    return leave(connections.resolver, status);
 }
 
 }  // namespace vantlow

@@ -3,7 +3,7 @@
 #include <algorithm>
 
 #include "app/json_text.h"
-#include "app/store_command.h"
+#include "app/say.h"
 #include "base/text.h"
 #include "platform/console.h"
 #include "platform/file.h"

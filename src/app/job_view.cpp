@@ -90,8 +90,4 @@ ordered_json show_json(const JobView& view) {
     return json;
 }
 
-std::string dump_json(const ordered_json& json) {
-    return json.dump(-1, ' ', false, ordered_json::error_handler_t::replace);
-}
-
 }  // namespace vantlow

@@ -31,7 +31,4 @@ nlohmann::ordered_json list_json(const JobView& view);
 /// What `show --json` tells: the same and more.
 nlohmann::ordered_json show_json(const JobView& view);
 
-/// JSON on one line; text that is not UTF-8 does not end it.
-std::string dump_json(const nlohmann::ordered_json& json);
-
 }  // namespace vantlow

@@ -7,6 +7,7 @@
 #include "app/display_text.h"
 #include "app/job_runner.h"
 #include "app/job_view.h"
+#include "app/json_text.h"
 #include "app/store_commands.h"
 #include "base/text.h"
 #include "store/job_log_file.h"
@@ -52,7 +53,7 @@ Exit run_list(StoreCommand& command, const std::string& category_name) {
             text += list_line(view);
         }
     }
-    if (command.global.json) text = dump_json(all) + "\n";
+    if (command.global.json) text = json_line(all) + "\n";
     write_stream(Stream::output, text);
     return Exit::done;
 }
@@ -106,7 +107,7 @@ Exit run_show(StoreCommand& command, const std::string& id) {
     const CJobNode* job = one_job(command, id);
     if (job == nullptr) return Exit::failed;
     const JobView view(command, *job);
-    write_stream(Stream::output, command.global.json ? dump_json(show_json(view)) + "\n" : show_text(view));
+    write_stream(Stream::output, command.global.json ? json_line(show_json(view)) + "\n" : show_text(view));
     return Exit::done;
 }
 
@@ -126,7 +127,7 @@ Exit run_log(StoreCommand& command, const std::string& id) {
             text += time_text(line.time / 1000) + " " + marks[mark] + printable(line.text) + "\n";
         }
     }
-    if (command.global.json) text = dump_json(all) + "\n";
+    if (command.global.json) text = json_line(all) + "\n";
     write_stream(Stream::output, text);
     return Exit::done;
 }

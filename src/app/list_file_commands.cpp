@@ -4,7 +4,8 @@
 #include <ctime>
 #include <memory>
 
-#include "app/job_view.h"
+#include "app/json_text.h"
+#include "app/store_command.h"
 #include "app/store_commands.h"
 #include "base/text.h"
 #include "store/job_list.h"
@@ -73,7 +74,7 @@ Exit run_export(StoreCommand& command, const ListFileOptions& options) {
     }
     if (command.global.json) {
         const nlohmann::ordered_json json{{"path", to_utf8(path)}, {"jobs", jobs.size()}};
-        write_stream(Stream::output, dump_json(json) + "\n");
+        print_json(json);
     } else {
         if (!command.global.quiet) say(std::to_string(jobs.size()) + (jobs.size() == 1 ? " job" : " jobs"));
     }
@@ -113,7 +114,7 @@ Exit run_import(StoreCommand& command, const ListFileOptions& options) {
         nlohmann::ordered_json skipped = nlohmann::ordered_json::array();
         for (const auto& note : list.skipped) skipped.push_back({{"line", note.line}, {"reason", note.text}});
         const nlohmann::ordered_json json{{"jobs", count}, {"ids", ids}, {"skipped", skipped}};
-        write_stream(Stream::output, dump_json(json) + "\n");
+        print_json(json);
     } else {
         std::string text = std::to_string(count) + (count == 1 ? " job\n" : " jobs\n");
         for (const auto& note : list.skipped) text += note_line(note, "skipped: ");

@@ -5,6 +5,7 @@
 #include <memory>
 
 #include "app/display_text.h"
+#include "app/json_text.h"
 #include "app/say.h"
 #include "base/text.h"
 #include "media/media_show.h"
@@ -50,8 +51,7 @@ Exit run_show(const GlobalOptions& global, const std::string& path) {
     if (global.json) {
         ordered_json json = {{"kind", description->kind}};
         json.update(json_of(description->properties, false));
-        write_stream(Stream::output,
-                     json.dump(-1, ' ', false, ordered_json::error_handler_t::replace) + "\n");
+        print_json(json);
         return Exit::done;
     }
     std::string lines;

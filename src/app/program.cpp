@@ -29,9 +29,7 @@ Exit run(const std::vector<std::string>& words) {
 }  // namespace
 
 Exit run_program(const std::vector<std::string>& words) {
-    const Exit status = run(words);
-    // What nobody got has not been said.
-    return complain_of_lost_output() && status == Exit::done ? Exit::failed : status;
+    return final_status(run(words));
 }
 
 }  // namespace vantlow

@@ -6,7 +6,7 @@
 #include <mutex>
 
 #include "app/display_text.h"
-#include "app/job_view.h"
+#include "app/json_text.h"
 #include "app/store_command.h"
 #include "app/store_commands.h"
 #include "base/text.h"
@@ -62,7 +62,7 @@ Exit run_list(CFerrywellApp& app, const GlobalOptions& global) {
         json.push_back(std::move(one));
         text += std::to_string(i + 1) + "  " + printable(to_utf8(proxy_text(proxies[i]))) + "\n";
     }
-    write_stream(Stream::output, global.json ? dump_json(json) + "\n" : text);
+    write_stream(Stream::output, global.json ? json_line(json) + "\n" : text);
     return Exit::done;
 }
 
@@ -156,17 +156,16 @@ Exit run_test(CFerrywellApp& app, const GlobalOptions& global, const ProxyOption
     };
     TestLog log(global.verbose);
     ConnectionServices connections;
-    const InterruptWatch watch([](void* stop, int) { static_cast<StopSource*>(stop)->request(); },
-                               &app.stop());
+    const InterruptWatch watch(stop_at_interrupt, &app.stop());
     CValidateThread thread(connections, log, app.stop(), std::move(plan), tested);
     if (const Result started = thread.start(); !started.ok()) {
         complain(started.message());
         return Exit::failed;
     }
     thread.join();
-    if (global.json) write_stream(Stream::output, dump_json(json) + "\n");
-    if (app.stop().requested()) return Exit::interrupted;
-    return all_ok ? Exit::done : Exit::failed;
+    if (global.json) print_json(json);
+    const Exit status = all_ok ? Exit::done : Exit::failed;
+    return leave(connections.resolver, app.stop().requested() ? Exit::interrupted : status);
 }
 
 Complaint check_address(const ProxyOptions& options) {

@@ -146,7 +146,7 @@ Exit Resident::run() {
     // A name that the system is still looking up cannot be called back; everything is saved.
     if (!connections_.resolver.settle(std::chrono::milliseconds(50))) {
         frame_.reset();  // its answers are sent
-        end_process(static_cast<int>(status));
+        end_process(static_cast<int>(final_status(status)));
     }
     return status;
 }

@@ -4,9 +4,10 @@
 #include <memory>
 
 #include "app/display_text.h"
-#include "app/job_view.h"
+#include "app/json_text.h"
 #include "app/known_settings.h"
 #include "app/monitor.h"
+#include "app/say.h"
 #include "app/store_commands.h"
 #include "base/text.h"
 #include "store/address.h"
@@ -51,7 +52,7 @@ Exit run_list(CFerrywellApp& app, const GlobalOptions& global) {
             text += printable(to_utf8(section) + "/" + to_utf8(key) + "=" + told) + "\n";
         }
     }
-    write_stream(Stream::output, global.json ? dump_json(json) + "\n" : text);
+    write_stream(Stream::output, global.json ? json_line(json) + "\n" : text);
     return Exit::done;
 }
 
@@ -72,7 +73,7 @@ Exit run_describe(CFerrywellApp& /*app*/, const GlobalOptions& global) {
             text += " (" + std::to_string(*known.smallest) + " to " + std::to_string(*known.largest) + ")";
         text += "\n";
     }
-    write_stream(Stream::output, global.json ? dump_json(json) + "\n" : text);
+    write_stream(Stream::output, global.json ? json_line(json) + "\n" : text);
     return Exit::done;
 }
 
@@ -81,8 +82,7 @@ Exit run_get_setting(CFerrywellApp& app, const GlobalOptions& global, const Sett
     const std::u16string value = app.settings().text(options.section(), options.key(), nothing);
     const bool there = value != nothing;
     if (global.json) {
-        write_stream(Stream::output,
-                     dump_json(there ? ordered_json(to_utf8(value)) : ordered_json(nullptr)) + "\n");
+        print_json(there ? ordered_json(to_utf8(value)) : ordered_json(nullptr));
     } else if (there) {
         write_stream(Stream::output, to_utf8(value) + "\n");
     } else {

@@ -25,11 +25,6 @@ using nlohmann::ordered_json;
 // What a magnet link does not tell: more than nothing, so that trackers give seeders too.
 constexpr std::int64_t left_unknown = 16384;
 
-void on_interrupt(void* context, int count) {
-    if (count > 1) end_process(static_cast<int>(Exit::interrupted));
-    static_cast<StopSource*>(context)->request();
-}
-
 /// The log of one conversation on the terminal, with -v.
 class ConsoleLog : public LogSink {
   public:
@@ -213,15 +208,13 @@ Exit run_announce(CFerrywellApp& app, const GlobalOptions& global, const Announc
     prepare(options, *facts, job);
     if (const Complaint wrong = choose_proxy(app, options, job)) return complain(*wrong, Exit::usage);
     add_nodes(facts->meta, app.libraries().btdht);
-    const InterruptWatch watch(on_interrupt, &app.stop());
+    const InterruptWatch watch(stop_at_interrupt, &app.stop());
     ConnectionServices connections(&app.libraries().secur);
     const AnnounceServices services{connections, app.libraries(), app.settings()};
     Exit status = options.probe.empty() ? announce(services, job, *facts, global, options, app.stop())
                                         : probe(services, job, global, options, app.stop());
     if (app.stop().requested()) status = Exit::interrupted;
-    // A name that the system is still looking up cannot be called back.
-    if (!connections.resolver.settle(std::chrono::milliseconds(50))) end_process(static_cast<int>(status));
-    return status;
+    return leave(connections.resolver, status);
 }
 
 }  // namespace vantlow

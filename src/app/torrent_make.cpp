@@ -21,11 +21,6 @@ constexpr std::int64_t shortest_piece = 1024;
 constexpr std::int64_t longest_piece = std::int64_t{128} << 20U;
 constexpr std::chrono::milliseconds draw_interval{100};
 
-void on_interrupt(void* context, int count) {
-    if (count > 1) end_process(static_cast<int>(Exit::interrupted));
-    static_cast<StopSource*>(context)->request();
-}
-
 bool is_power_of_two(std::int64_t number) noexcept {
     return number > 0 && (number & (number - 1)) == 0;
 }
@@ -87,7 +82,7 @@ Complaint check_make_torrent(const MakeTorrentOptions& options) {
 }
 
 Exit run_make_torrent(CFerrywellApp& app, const GlobalOptions& global, const MakeTorrentOptions& options) {
-    const InterruptWatch watch(on_interrupt, &app.stop());
+    const InterruptWatch watch(stop_at_interrupt, &app.stop());
     const auto source = find_torrent_source(to_utf16(options.path), app.stop());
     if (!source.ok()) return end_with(source.failure());
     const std::int64_t piece_length =

@@ -38,7 +38,7 @@ std::int64_t total_size(const CombineJob& job) {
 Result join(const CombineJob& job, CombineControl& control, MediaOutput& output, CombineOutcome& outcome) {
     if (job.pieces.empty()) return {Code::unsupported, "no pieces to join"};
     // What is written must not be what is read.
-    for (const std::u16string& path : {job.output, job.output + u".joining"}) {
+    for (const std::u16string& path : {job.output, MediaOutput::working_name(job.output)}) {
         if (is_one_of_the_pieces(path, job.pieces))
             return {Code::local_file, to_utf8(path) + ": the output is one of the pieces"};
     }

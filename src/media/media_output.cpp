@@ -25,7 +25,7 @@ Result MediaOutput::failure(const FileError& error) const {
 
 Result MediaOutput::open(const std::u16string& name) {
     name_ = name;
-    working_name_ = name + u".joining";
+    working_name_ = working_name(name);
     if (const PathKind kind = path_kind(name); kind == PathKind::folder) {
         return {Code::local_file, to_utf8(name) + ": this is a folder"};
     }

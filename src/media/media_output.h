@@ -21,6 +21,9 @@ class MediaOutput {
     MediaOutput(const MediaOutput&) = delete;
     MediaOutput& operator=(const MediaOutput&) = delete;
 
+    /// What a file is called until it is whole.
+    static std::u16string working_name(const std::u16string& name) { return name + u".joining"; }
+
     Result open(const std::u16string& name);
     /// Appends.
     Result write(std::span<const std::byte> bytes);

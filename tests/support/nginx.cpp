@@ -19,13 +19,6 @@ std::u16string program_file() {
     return {};
 }
 
-bool accepts(std::uint16_t port) {
-    const StopSource never;
-    auto socket = TcpSocket::begin_connect(*SocketAddress::from_literal("127.0.0.1", port));
-    return socket && wait_socket(*socket, Interest::write, milliseconds(1000), never) == Ready::yes &&
-           socket->connect_error() == 0;
-}
-
 }  // namespace
 
 bool Nginx::available() {

@@ -9,18 +9,6 @@
 #include "support/scripted_server.h"
 
 namespace vantlow::test {
-namespace {
-
-bool accepts(std::uint16_t port) {
-    const StopSource never;
-    auto socket = TcpSocket::begin_connect(*SocketAddress::from_literal("127.0.0.1", port));
-    return socket &&
-           wait_socket(*socket, Interest::write, std::chrono::milliseconds(1000), never) == Ready::yes &&
-           socket->connect_error() == 0;
-}
-
-}  // namespace
-
 std::u16string installed_program(std::u16string_view name) {
     if (path_separator() != u'/') return {};
     for (const char16_t* folder : {u"/usr/sbin", u"/usr/bin", u"/usr/local/sbin", u"/usr/local/bin"}) {

@@ -369,4 +369,12 @@ std::uint16_t closed_port() {
     return listener->address().value_or(SocketAddress()).port();
 }
 
+bool accepts(std::uint16_t port, const std::string& host) {
+    const StopSource never;
+    auto socket = TcpSocket::begin_connect(*SocketAddress::from_literal(host, port));
+    return socket &&
+           wait_socket(*socket, Interest::write, std::chrono::milliseconds(1000), never) == Ready::yes &&
+           socket->connect_error() == 0;
+}
+
 }  // namespace vantlow::test

@@ -198,5 +198,7 @@ class ScriptedServer {
 
 /// A port at which nobody listens.
 std::uint16_t closed_port();
+/// Whether somebody listens there, a server program that was just started; tried for a second at most.
+bool accepts(std::uint16_t port, const std::string& host = "127.0.0.1");
 
 }  // namespace vantlow::test

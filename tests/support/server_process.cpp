@@ -22,13 +22,6 @@ bool is_root() {
     return user_logon_name() == u"root";
 }
 
-bool accepts(const std::string& host, std::uint16_t port) {
-    const StopSource never;
-    auto socket = TcpSocket::begin_connect(*SocketAddress::from_literal(host, port));
-    return socket && wait_socket(*socket, Interest::write, milliseconds(1000), never) == Ready::yes &&
-           socket->connect_error() == 0;
-}
-
 // Where the tests' own copy of proftpd stands: its package and vsftpd's cannot be installed together.
 std::u16string proftpd_root() {
     return join_path(folder_of(folder_of(folder_of(program_path()))), u"proftpd");
@@ -55,7 +48,7 @@ void ServerProcess::start(const std::u16string& program, const std::string& host
         program_ = std::make_unique<RunningProgram>(program, arguments(), options);
         const auto end = Clock::now() + std::chrono::seconds(10);
         while (program_->is_running() && Clock::now() < end) {
-            if (accepts(host, port_)) return;
+            if (accepts(port_, host)) return;
             std::this_thread::sleep_for(milliseconds(5));
         }
     }

@@ -8,18 +8,6 @@
 #include "support/scripted_server.h"
 
 namespace vantlow::test {
-namespace {
-
-bool accepts(std::uint16_t port) {
-    const StopSource never;
-    auto socket = TcpSocket::begin_connect(*SocketAddress::from_literal("127.0.0.1", port));
-    return socket &&
-           wait_socket(*socket, Interest::write, std::chrono::milliseconds(1000), never) == Ready::yes &&
-           socket->connect_error() == 0;
-}
-
-}  // namespace
-
 ShellServer::ShellServer(const TempFolder& folder,
                          const std::function<std::string(std::uint16_t port)>& command) {
     std::string words;

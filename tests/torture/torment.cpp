@@ -6,7 +6,6 @@
 #include <cstdlib>
 #include <filesystem>
 #include <iostream>
-#include <list>
 #include <mutex>
 #include <optional>
 #include <set>
@@ -211,14 +210,6 @@ Holdings holdings() {
     return {count("/proc/self/fd"), count("/proc/self/task")};
 }
 
-// A hook outlives its time in place: a server's thread may have found it just before it was taken out, and
-// ask it a moment later.
-template <class... Of>
-OneFault& lasting_fault(Of... of) {
-    static auto* const all = new std::list<OneFault>();
-    return all->emplace_back(of...);
-}
-
 class Tormentor {
   public:
     explicit Tormentor(const Scenario& scenario) : scenario_(scenario) {}
@@ -228,14 +219,14 @@ class Tormentor {
         run_with(nullptr, "warming up");                        // what is opened once for the process
         if (testing::Test::HasFailure()) return;
         held_ = holdings();
-        OneFault& counter = lasting_fault();
+        OneFault counter;
         run_with(&counter, "counting");
         const Counts counts = counter.counts();
         for (std::size_t kind = 0; kind < operation_count; ++kind) {
             for (const int n : choose(counts[kind])) {
                 const std::string name = operation_names[kind] + (" " + std::to_string(n));
                 if (only && to_utf8(*only) != name) continue;
-                OneFault& fault = lasting_fault(static_cast<Operation>(kind), n);
+                OneFault fault(static_cast<Operation>(kind), n);
                 run_with(&fault, name + " of " + std::to_string(counts[kind]), static_cast<Operation>(kind));
             }
         }

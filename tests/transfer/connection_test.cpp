@@ -65,6 +65,14 @@ TEST(Slots, BoundAndSpaceTheConnectionsToOneServer) {
     EXPECT_GE(Clock::now() - begun, milliseconds(119));
 }
 
+ConnectPlan plan_for(const ScriptedServer& server) {
+    ConnectPlan plan;
+    plan.scheme = "http";
+    plan.host = server.host();
+    plan.port = server.port();
+    return plan;
+}
+
 TEST(Reuse, KeepsWholeConversationsOnly) {
     start_sockets();
     ScriptedServer server([](Exchange& exchange) {
@@ -78,10 +86,7 @@ TEST(Reuse, KeepsWholeConversationsOnly) {
     ConnectionServices services;
     RecordingLog log;
     StopSource stop;
-    ConnectPlan plan;
-    plan.scheme = "http";
-    plan.host = server.host();
-    plan.port = server.port();
+    ConnectPlan plan = plan_for(server);
     const auto talk = [&](const char* path, std::size_t answer_bytes) {
         CBaseSocket socket(services, log, stop);
         EXPECT_TRUE(socket.open(plan).ok());
@@ -110,10 +115,7 @@ TEST(Reuse, AKeptConnectionMakesRoomForOneThatWaits) {
     ConnectionServices services;
     RecordingLog log;
     StopSource stop;
-    ConnectPlan plan;
-    plan.scheme = "http";
-    plan.host = server.host();
-    plan.port = server.port();
+    ConnectPlan plan = plan_for(server);
     plan.limits.most = 1;
     CBaseSocket first(services, log, stop);
     ASSERT_TRUE(first.open(plan).ok());

@@ -3,10 +3,14 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <chrono>
+#include <functional>
 #include <future>
 #include <memory>
 #include <string>
+#include <string_view>
+#include <thread>
 
 #include "base/string_table.h"
 #include "base/text.h"
@@ -15,6 +19,7 @@
 #include "runtime/tables.h"
 #include "store/settings.h"
 #include "support/content.h"
+#include "support/fault_hook.h"
 #include "support/file_server.h"
 #include "support/recording_log.h"
 #include "support/temp_folder.h"
@@ -23,6 +28,30 @@
 #include "transfer/job/resume_state.h"
 
 namespace vantlow::test {
+
+/// Holds the first operation that is looked for until the log says something, and a moment longer, in which
+/// whoever said it comes to what it leads to.
+class HoldUntilLogged : public FaultHook {
+  public:
+    /// `end`: where the bytes of a file's operation end.
+    using Wanted = std::function<bool(Operation operation, std::int64_t end)>;
+    HoldUntilLogged(const RecordingLog& log, std::string_view until, Wanted wanted)
+        : log_(log), until_(until), wanted_(std::move(wanted)) {}
+    int before(Operation operation, std::u16string_view, std::int64_t offset,
+               std::int64_t length) noexcept override {
+        if (!wanted_(operation, offset + length) || reached.exchange(true)) return 0;
+        released = log_.wait_for(until_);
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        return 0;
+    }
+    std::atomic<bool> reached{false};
+    std::atomic<bool> released{false};
+
+  private:
+    const RecordingLog& log_;
+    const std::string_view until_;
+    const Wanted wanted_;
+};
 
 /// Everything that a job needs, small and fast: no pauses between attempts, a split size that small contents
 /// are cut by.

@@ -257,27 +257,10 @@ TEST_F(ResumeTest, SavedPositionsAreOnTheDisk) {
     EXPECT_TRUE(file_has(folder.path(u"file.bin"), content));
 }
 
-// Holds the first flush until the log says something.
-class HoldFlush : public FaultHook {
-  public:
-    HoldFlush(const RecordingLog& log, std::string_view until) : log_(log), until_(until) {}
-    int before(Operation operation, std::u16string_view, std::int64_t, std::int64_t) noexcept override {
-        if (operation != Operation::flush || reached.exchange(true)) return 0;
-        released = log_.wait_for(until_);
-        std::this_thread::sleep_for(std::chrono::milliseconds(50));
-        return 0;
-    }
-    std::atomic<bool> reached{false};
-    std::atomic<bool> released{false};
-
-  private:
-    const RecordingLog& log_;
-    const std::string_view until_;
-};
-
 // The positions are being saved while an answer makes the job begin anew.
 TEST_F(ResumeTest, NothingIsContinuedOfWhatWasThrownAway) {
-    HoldFlush hold(log, message_text(Message::cannot_resume));
+    HoldUntilLogged hold(log, message_text(Message::cannot_resume),
+                         [](Operation operation, std::int64_t) { return operation == Operation::flush; });
     FileServer server(FileResource{.content = content, .ignore_range = true, .rate = 200'000});
     server.set_interceptor([&](Exchange& exchange) {
         while (exchange.request().range_first && !hold.reached &&

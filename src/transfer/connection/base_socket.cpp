@@ -84,7 +84,7 @@ void CBaseSocket::close(bool keep) {
     if (keep) {
         const std::string server = node_->server;
         services_.reuse.keep(std::move(node_));
-        // Its place may be what another connection waits for. One that begins to wait now finds it itself.
+        // Its place may be what another connection waits for; one that begins to wait now finds it itself.
         if (services_.slots.is_awaited(server)) services_.reuse.drop_one(server);
     } else {
         // A body that is not wanted any more may still be on its way: a reset tells the server to stop
@@ -122,13 +122,9 @@ Result CBaseSocket::open(const ConnectPlan& plan) {
 
 Result CBaseSocket::take_slot(const std::string& server, const ServerLimits& limits,
                               ServerSlots::Slot& slot) {
-    // An idle connection of another kind must not keep this one waiting, nor one that becomes idle meanwhile.
-    std::optional<ServerSlots::Queued> queued;
-    if (limits.most > 0) queued.emplace(services_.slots, server);
-    if (limits.most > 0 && static_cast<std::int64_t>(services_.slots.used(server)) >= limits.most) {
-        services_.reuse.drop_one(server);
-    }
-    Outcome<ServerSlots::Slot> got = services_.slots.acquire(server, limits, stop_);
+    // An idle connection of another kind must not keep this one waiting.
+    Outcome<ServerSlots::Slot> got =
+        services_.slots.acquire(server, limits, stop_, [&] { services_.reuse.drop_one(server); });
     if (!got.ok()) return got.failure();
     slot = *std::move(got);
     return {};

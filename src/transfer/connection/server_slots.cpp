@@ -15,38 +15,31 @@ void ServerSlots::Slot::release() noexcept {
     if (owner_ != nullptr) std::exchange(owner_, nullptr)->give_back(server_);
 }
 
-ServerSlots::Queued::Queued(ServerSlots& owner, std::string server)
-    : owner_(owner), server_(std::move(server)) {
-    const std::lock_guard guard(owner_.mutex_);
-    ++owner_.servers_[server_].queued;
-}
-
-ServerSlots::Queued::~Queued() {
-    const std::lock_guard guard(owner_.mutex_);
-    --owner_.servers_[server_].queued;
-    owner_.forget_if_idle(server_);
-}
-
 bool ServerSlots::is_awaited(const std::string& server) {
     const std::lock_guard guard(mutex_);
     const auto entry = servers_.find(server);
-    return entry != servers_.end() && entry->second.queued > 0;
+    return entry != servers_.end() && entry->second.waiting > 0;
 }
 
 Outcome<ServerSlots::Slot> ServerSlots::acquire(const std::string& server, const ServerLimits& limits,
-                                                const StopSource& stop) {
+                                                const StopSource& stop,
+                                                const std::function<void()>& make_room) {
     std::unique_lock guard(mutex_);
     Server& entry = servers_[server];  // stays while somebody waits or holds a slot
+    const auto is_free = [&] { return limits.most <= 0 || entry.used < limits.most; };
     ++entry.waiting;
-    const bool free =
-        freed_.wait(guard, stop.token(), [&] { return limits.most <= 0 || entry.used < limits.most; });
+    if (make_room && !is_free()) {
+        guard.unlock();
+        make_room();
+        guard.lock();
+    }
+    const bool free = freed_.wait(guard, stop.token(), is_free);
+    --entry.waiting;
     if (!free || stop.requested()) {
-        --entry.waiting;
         forget_if_idle(server);
         return stop.reason();
     }
     ++entry.used;
-    --entry.waiting;
     const auto start = std::max(Clock::now(), entry.next_start);
     entry.next_start = start + limits.interval;
     guard.unlock();
@@ -54,12 +47,6 @@ Outcome<ServerSlots::Slot> ServerSlots::acquire(const std::string& server, const
     const auto pause = time_left(start);
     if (pause.count() > 0 && stop.wait_for(pause)) return stop.reason();
     return slot;
-}
-
-std::size_t ServerSlots::used(const std::string& server) {
-    const std::lock_guard guard(mutex_);
-    const auto entry = servers_.find(server);
-    return entry == servers_.end() ? 0 : static_cast<std::size_t>(entry->second.used);
 }
 
 void ServerSlots::give_back(const std::string& server) noexcept {
@@ -76,8 +63,7 @@ void ServerSlots::forget_if_idle(const std::string& server) {
     const auto entry = servers_.find(server);
     if (entry == servers_.end()) return;
     const Server& state = entry->second;
-    if (state.used == 0 && state.waiting == 0 && state.queued == 0 && state.next_start <= Clock::now())
-        servers_.erase(entry);
+    if (state.used == 0 && state.waiting == 0 && state.next_start <= Clock::now()) servers_.erase(entry);
 }
 
 }  // namespace vantlow

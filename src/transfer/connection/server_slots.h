@@ -2,6 +2,7 @@
 #pragma once
 
 #include <condition_variable>
+#include <functional>
 #include <map>
 #include <mutex>
 #include <string>
@@ -37,29 +38,17 @@ class ServerSlots {
         std::string server_;
     };
 
-    /// While it lives somebody waits at this server for a place that an idle connection may hold.
-    class Queued {
-      public:
-        Queued(ServerSlots& owner, std::string server);
-        ~Queued();
-        Queued(const Queued&) = delete;
-        Queued& operator=(const Queued&) = delete;
-
-      private:
-        ServerSlots& owner_;
-        const std::string server_;
-    };
+    /// Waits for a place; `stopped` when the stop comes first. Where none is free `make_room` is called once,
+    /// before the wait and after is_awaited() has become true: it may end a connection that is idle.
+    Outcome<Slot> acquire(const std::string& server, const ServerLimits& limits, const StopSource& stop,
+                          const std::function<void()>& make_room = {});
+    /// Whether somebody waits for a place at this server.
     [[nodiscard]] bool is_awaited(const std::string& server);
-
-    /// Waits for a place; `stopped` when the stop comes first.
-    Outcome<Slot> acquire(const std::string& server, const ServerLimits& limits, const StopSource& stop);
-    [[nodiscard]] std::size_t used(const std::string& server);
 
   private:
     struct Server {
         std::int64_t used = 0;
         std::int64_t waiting = 0;
-        std::int64_t queued = 0;
         Clock::time_point next_start{};
     };
     void give_back(const std::string& server) noexcept;

@@ -42,9 +42,8 @@ std::u16string disposition_name(std::string_view field) {
         if (parameter->name == "filename*") {
             if (auto name = extended_value(parameter->value)) return *name;
         } else if (parameter->name == "filename" && plain.empty()) {
-            // Browsers decode escapes that some servers send here against RFC 6266; a name that is meant to
-            // hold
-            // "%20" is the rarer case.
+            // Browsers decode escapes that some servers send here against RFC 6266; a name that is meant
+            // to hold "%20" is the rarer case.
             plain = decode_name(percent_decode(parameter->value));
         }
     }

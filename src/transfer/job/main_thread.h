@@ -123,8 +123,6 @@ class CTransferMainThread : private SubThreadHost, private WrittenListener {
     Result check_hashes(bool& matches);
     Result check_hash(const ExpectedHash& expected, bool& matches);
     Result check_decoded(bool& matches);
-    Result digest_of_range(DigestKind kind, std::int64_t begin, std::int64_t end,
-                           std::vector<std::byte>& digest);
     std::optional<FileOrigin> origin();
     Result finish();
 

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <utility>
-#include <vector>
 
 namespace vantlow {
 namespace {
@@ -11,6 +10,22 @@ namespace {
 constexpr std::size_t step = 256 * 1024;
 
 }  // namespace
+
+Result digest_of_range(CLocalFile& file, DigestKind kind, std::int64_t begin, std::int64_t end,
+                       const StopSource& stop, std::vector<std::byte>& digest) {
+    Digest running(kind);
+    std::vector<std::byte> buffer(step);
+    while (begin < end) {
+        if (stop.requested()) return stop.reason();
+        const auto bytes = std::min<std::int64_t>(end - begin, static_cast<std::int64_t>(step));
+        const auto part = std::span(buffer).first(static_cast<std::size_t>(bytes));
+        if (Result result = file.read(begin, part); !result.ok()) return result;
+        running.update(part);
+        begin += bytes;
+    }
+    digest = running.finish();
+    return {};
+}
 
 PieceCheck::PieceCheck(const PieceHashes& hashes, std::int64_t size, CLocalFile& file, ThreadPool& threads,
                        const StopSource& stop, Report report)
@@ -74,17 +89,9 @@ void PieceCheck::run() {
 }
 
 Result PieceCheck::check(std::size_t piece) {
-    Digest digest(hashes_.kind);
-    std::vector<std::byte> buffer(step);
-    for (std::int64_t at = begin_of(piece); at < end_of(piece);) {
-        if (stop_.requested()) return stop_.reason();
-        const auto bytes = std::min<std::int64_t>(end_of(piece) - at, static_cast<std::int64_t>(step));
-        const auto part = std::span(buffer).first(static_cast<std::size_t>(bytes));
-        if (Result result = file_.read(at, part); !result.ok()) return result;
-        digest.update(part);
-        at += bytes;
-    }
-    const std::vector<std::byte> found = digest.finish();
+    std::vector<std::byte> found;
+    Result result = digest_of_range(file_, hashes_.kind, begin_of(piece), end_of(piece), stop_, found);
+    if (!result.ok()) return result;
     return std::ranges::equal(found, hashes_.hash(piece)) ? Result{} : Result(Code::hash_differs);
 }
 

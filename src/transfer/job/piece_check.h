@@ -7,6 +7,7 @@
 #include <functional>
 #include <mutex>
 #include <string_view>
+#include <vector>
 
 #include "platform/stop.h"
 #include "platform/thread_pool.h"
@@ -18,6 +19,10 @@ namespace vantlow {
 /// Said where a metafile counts other pieces than the file has.
 inline constexpr std::string_view pieces_do_not_fit =
     "The piece hashes do not fit the file's size and are not used.";
+
+/// The digest of bytes of the file. Any thread; ends with the stop's reason when that comes.
+Result digest_of_range(CLocalFile& file, DigestKind kind, std::int64_t begin, std::int64_t end,
+                       const StopSource& stop, std::vector<std::byte>& digest);
 
 /// Reads pieces back and hashes them on a thread of its own, which begins with the first piece, so that no
 /// connection waits for a digest. What was just received is read from the system's cache, not from the disk.

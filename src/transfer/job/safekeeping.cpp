@@ -1,6 +1,5 @@
 // What outlives a run: the job's saved state while it runs, the checked and finished file at its end.
 #include <algorithm>
-#include <array>
 
 #include "base/string_table.h"
 #include "base/text.h"
@@ -11,7 +10,6 @@
 namespace vantlow {
 namespace {
 
-constexpr std::size_t hash_step = 256 * 1024;
 // What a full disk is given back so that the job's state can be written.
 constexpr std::int64_t state_room = 256 * 1024;
 
@@ -76,26 +74,9 @@ Result CTransferMainThread::check_hashes(bool& matches) {
 
 Result CTransferMainThread::check_hash(const ExpectedHash& expected, bool& matches) {
     std::vector<std::byte> digest;
-    Result result = digest_of_range(expected.kind, 0, job_.file_size, digest);
+    Result result = digest_of_range(file_, expected.kind, 0, job_.file_size, stop_, digest);
     matches = result.ok() && digest == expected.digest;
     return result;
-}
-
-Result CTransferMainThread::digest_of_range(DigestKind kind, std::int64_t begin, std::int64_t end,
-                                            std::vector<std::byte>& digest) {
-    Digest running(kind);
-    std::vector<std::byte> buffer(hash_step);
-    while (begin < end) {
-        if (stop_.requested()) return stop_.reason();
-        const auto bytes = static_cast<std::size_t>(
-            std::min<std::int64_t>(end - begin, static_cast<std::int64_t>(hash_step)));
-        const auto part = std::span(buffer).first(bytes);
-        if (Result result = file_.read(begin, part); !result.ok()) return result;
-        running.update(part);
-        begin += static_cast<std::int64_t>(bytes);
-    }
-    digest = running.finish();
-    return {};
 }
 
 // An answer that was unpacked on its way told no size, so that its size and its pieces could not be looked at
@@ -116,7 +97,8 @@ Result CTransferMainThread::check_decoded(bool& matches) {
         std::vector<std::byte> digest;
         const std::int64_t begin = static_cast<std::int64_t>(piece) * hashes->length;
         const std::int64_t end = std::min(size, begin + hashes->length);
-        if (Result result = digest_of_range(hashes->kind, begin, end, digest); !result.ok()) return result;
+        if (Result result = digest_of_range(file_, hashes->kind, begin, end, stop_, digest); !result.ok())
+            return result;
         matches = std::ranges::equal(digest, hashes->hash(piece));
     }
     return {};
