@@ -15,7 +15,7 @@ namespace {
 constexpr std::int64_t longest_piece = 10'000'000;  // seconds
 constexpr double longest_film = 9e9;                // seconds: nanoseconds of it fit in 63 bits
 constexpr std::uint64_t finest_timescale = 10'000'000;
-constexpr std::uint64_t longest_sample = 0x7FFFFFFF;
+constexpr std::uint64_t most_ticks = 0x7FFFFFFF;
 
 std::string kind_text(FourCC kind) {
     return kind == fourcc("vide")   ? "video"
@@ -115,13 +115,14 @@ Result Mp4Planner::match_tracks(const MediaInput& input, JoinedPiece& piece) {
     return {};
 }
 
-// Whether no sample of any piece lasts longer than tables can say when time is counted so.
+// Whether tables can say how long each sample of each piece lasts, and how late it is shown, when time is
+// counted so.
 bool Mp4Planner::fits(std::size_t track, std::uint64_t timescale) const {
     for (const JoinedPiece& piece : plan_.pieces) {
         for (std::size_t i = 0; i < piece.joined.size(); ++i) {
             if (piece.joined[i] != track) continue;
-            const std::uint64_t longest = piece.scan.tracks[i].longest_sample;
-            if (longest * timescale / piece.movie.tracks[i].timescale > longest_sample) return false;
+            const std::uint64_t longest = piece.scan.tracks[i].longest_entry;
+            if (longest * timescale / piece.movie.tracks[i].timescale > most_ticks) return false;
         }
     }
     return true;

@@ -1,6 +1,7 @@
 #include "media/mp4_scan.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <limits>
 #include <utility>
 
@@ -31,7 +32,8 @@ class ScanSink : public SampleSink {
         scan.first_shown = std::min(scan.first_shown, shown);
         scan.last_shown = std::max(scan.last_shown, shown + length);
         scan.duration = run.decode_time + length;
-        scan.longest_sample = std::max(scan.longest_sample, run.duration);
+        const auto apart = static_cast<std::uint64_t>(std::abs(std::int64_t{run.composition}));
+        scan.longest_entry = std::max({scan.longest_entry, std::uint64_t{run.duration}, apart});
         scan.samples += run.count;
         scan_.ranges.add(run.offset, run.offset + std::int64_t{run.size} * run.count);
         too_many_ = scan.samples > most_samples_;

@@ -14,11 +14,13 @@ namespace vantlow {
 /// One track of a piece, in its own ticks.
 struct TrackScan {
     std::uint64_t samples = 0;
-    std::int64_t duration = 0;         ///< from the first sample's decoding to the last one's end
-    std::int64_t first_shown = 0;      ///< the earliest time at which a sample is shown
-    std::int64_t last_shown = 0;       ///< when the last one's showing ends
-    std::int64_t zero = 0;             ///< what fragments call the time of the first sample
-    std::uint32_t longest_sample = 0;  ///< greatest duration of one
+    std::int64_t duration = 0;     ///< from the first sample's decoding to the last one's end
+    std::int64_t first_shown = 0;  ///< the earliest time at which a sample is shown
+    std::int64_t last_shown = 0;   ///< when the last one's showing ends
+    std::int64_t zero = 0;         ///< what fragments call the time of the first sample
+    /// The greatest time that its tables have to say of one sample: how long it lasts, or how far its showing
+    /// is from its decoding.
+    std::uint64_t longest_entry = 0;
 };
 
 struct PieceScan {

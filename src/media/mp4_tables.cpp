@@ -127,7 +127,8 @@ void TrackTables::take_one_by_one(const SampleRun& run) {
 // How long a sample lasts is only known when the next one comes: up to that.
 void TrackTables::place(std::int64_t time, std::uint32_t count, std::int64_t duration,
                         std::int64_t composition) {
-    // Beyond what the table can say: a number that wraps around would be another time altogether.
+    // Rounding may lead a tick beyond what the table can say: a number that wraps around is another time
+    // altogether.
     composition = std::clamp<std::int64_t>(composition, std::numeric_limits<std::int32_t>::min(),
                                            std::numeric_limits<std::int32_t>::max());
     if (has_last_) add_to(durations_, Mp4TableKind::stts, 1, static_cast<std::uint64_t>(time - last_time_));

@@ -180,6 +180,19 @@ TEST_F(Mp4Join, EditsAreKeptWhereTheyHideSomething) {
     EXPECT_NEAR(outcome_.seconds, 0.090, 1e-6);
 }
 
+// Counted in the first piece's ticks, a sample of the second is shown later than a table can say.
+TEST_F(Mp4Join, ADelayThatNoTableCanSayIsRefused) {
+    const SampleTrack fine{"vide", 24'000'000, samples("ab", 24'000'000)};
+    SampleTrack coarse{"vide", 1000, samples("cd", 1000)};
+    coarse.samples[1].composition = 80'000;
+    joined({make_mp4({fine}), make_mp4({coarse})});
+    EXPECT_NEAR(outcome_.seconds, 84, 0.001);
+    coarse.samples[1].composition = 100'000;
+    const CombineOutcome refused = join({make_mp4({fine}), make_mp4({coarse})});
+    EXPECT_EQ(refused.result.code, Code::unsupported);
+    EXPECT_NE(refused.result.message().find("too different"), std::string::npos) << refused.result.message();
+}
+
 TEST_F(Mp4Join, DescriptionsOfAnotherConfigurationAreAddedOfAnotherCodecRefused) {
     const auto piece = [](std::string format, std::string configuration) {
         return make_mp4({{"vide", 1000, samples("ab", 40), {}, std::move(format), std::move(configuration)}});
