@@ -37,7 +37,8 @@ class FtpServersTest : public JobTest {
         earlier->address = address;  // with its credentials, which no state holds
         const JobOutcome outcome = run(*earlier, options);
         EXPECT_EQ(outcome.result.code, Code::ok) << outcome.result.message() << log.all();
-        EXPECT_LT(outcome.received, size - size / 4 + 1);
+        // But for what a connection got past the place where its part was cut.
+        EXPECT_LT(outcome.received, size - size / 4 + 256 * 1024);
         EXPECT_TRUE(file_has(outcome.path, content));
         EXPECT_TRUE(log.has("The file on the server is the same as the file on the local machine."));
     }
