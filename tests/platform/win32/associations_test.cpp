@@ -4,7 +4,6 @@
 #include <windows.h>
 
 #include "base/codes.h"
-#include "base/text.h"
 #include "platform/process.h"
 #include "support/fault_hook.h"
 

@@ -6,8 +6,6 @@
 #include <ras.h>
 #include <raserror.h>
 
-#include <thread>
-
 #include "support/fault_hook.h"
 #include "support/recording_log.h"
 

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include "store/proxy_address.h"
 #include "store/proxy_list.h"
 #include "support/fault_hook.h"
 #include "support/temp_folder.h"
@@ -10,12 +11,7 @@ namespace {
 // The system encrypts passwords, and refuses now and then.
 TEST(SealedPassword, IsNeitherWrittenInTheClearNorLostWhereTheSystemRefuses) {
     const test::TempFolder folder;
-    CProxyNode proxy;
-    proxy.kind = 5;
-    proxy.host = u"h";
-    proxy.port = 1;
-    proxy.user = u"us";
-    proxy.password = u"s\u00E9cret";
+    const CProxyNode proxy = *parse_proxy(u"socks5://us:s\u00E9cret@h:1");
     std::string error;
     ASSERT_TRUE(save_proxies(folder.path(), {proxy}, error)) << error;
     const std::string before = folder.read(u".proxy");
