@@ -35,9 +35,10 @@ Exit final_status(Exit status) {
     return complain_of_lost_output() && status == Exit::done ? Exit::failed : status;
 }
 
-Exit leave(Resolver& resolver, Exit status) {
-    if (!resolver.settle(std::chrono::milliseconds(50))) end_process(static_cast<int>(final_status(status)));
-    return status;
+Exit leave(Resolver& resolver, Exit status, const std::function<void()>& last) {
+    if (resolver.settle(std::chrono::milliseconds(50))) return status;
+    if (last) last();
+    end_process(static_cast<int>(final_status(status)));
 }
 
 void stop_at_interrupt(void* stop_source, int count) {

@@ -1,6 +1,8 @@
 // How the program ends.
 #pragma once
 
+#include <functional>
+
 #include "base/result.h"
 
 namespace vantlow {
@@ -27,8 +29,8 @@ Exit exit_of(const Result& result) noexcept;
 Exit final_status(Exit status);
 
 /// The end of a command that looked names up. One that the system is still looking up cannot be called back:
-/// the process ends here then, with final_status(), so that everything must be saved before.
-Exit leave(Resolver& resolver, Exit status);
+/// the process ends here then, after `last`, with final_status(), so that everything must be saved before.
+Exit leave(Resolver& resolver, Exit status, const std::function<void()>& last = {});
 
 /// For an InterruptWatch whose context is a StopSource: requests the stop; from the second time on the
 /// process ends at once, with Exit::interrupted.

@@ -143,12 +143,7 @@ Exit Resident::run() {
     frame_->run();
     const bool saved = close();
     const Exit status = app_.stop().requested() ? Exit::interrupted : saved ? Exit::done : Exit::failed;
-    // A name that the system is still looking up cannot be called back; everything is saved.
-    if (!connections_.resolver.settle(std::chrono::milliseconds(50))) {
-        frame_.reset();  // its answers are sent
-        end_process(static_cast<int>(final_status(status)));
-    }
-    return status;
+    return leave(connections_.resolver, status, [this] { frame_.reset(); });  // its answers are sent
 }
 
 }  // namespace vantlow
