@@ -35,8 +35,9 @@ class ScanSink : public SampleSink {
         const auto apart = static_cast<std::uint64_t>(std::abs(std::int64_t{run.composition}));
         scan.longest_entry = std::max({scan.longest_entry, std::uint64_t{run.duration}, apart});
         scan.samples += run.count;
+        samples_ += run.count;
         scan_.ranges.add(run.offset, run.offset + std::int64_t{run.size} * run.count);
-        too_many_ = scan.samples > most_samples_;
+        too_many_ = samples_ > most_samples_;
         return !too_many_ && !control_.is_cancelled();
     }
 
@@ -46,6 +47,7 @@ class ScanSink : public SampleSink {
   private:
     PieceScan scan_;
     std::uint64_t most_samples_;
+    std::uint64_t samples_ = 0;  // of all tracks
     const CombineControl& control_;
     bool too_many_ = false;
 };
@@ -75,8 +77,9 @@ Lead lead_of(const std::vector<Mp4Edit>& edits, std::int64_t joined, std::int64_
 
 Outcome<PieceScan> scan_mp4_piece(const MediaInput& input, const Mp4Piece& piece,
                                   const CombineControl& control) {
-    // Samples have bytes, so that there are not more of them than bytes, but for a few empty ones.
-    const auto most_samples = std::max<std::uint64_t>(static_cast<std::uint64_t>(input.size()), 65536);
+    // Samples have bytes, so that all tracks together have not more of them than bytes, but for a few empty
+    // ones.
+    const auto most_samples = std::max(static_cast<std::uint64_t>(input.size()), most_empty_samples);
     ScanSink sink(piece.tracks.size(), most_samples, control);
     if (Result result = walk_samples(input, piece, sink); !result.ok()) return result;
     if (sink.has_too_many()) return input.damaged(0, "more samples than the file can hold");

@@ -227,11 +227,21 @@ TEST_F(Mp4Join, DescriptionsOfAnotherConfigurationAreAddedOfAnotherCodecRefused)
 
 TEST_F(Mp4Join, DamagedPiecesAreNamed) {
     const std::string good = make_mp4({{"vide", 1000, samples("abcd", 40)}});
-    const auto changed = [&good](std::string_view box, std::size_t at, std::uint64_t value) {
-        std::string bytes = good;
+    const auto changed_in = [](std::string bytes, std::string_view box, std::size_t at, std::uint64_t value) {
         store_big(reinterpret_cast<std::byte*>(bytes.data()) + bytes.find(box) + 4 + at, value, 4);
         return bytes;
     };
+    const auto changed = [&](std::string_view box, std::size_t at, std::uint64_t value) {
+        return changed_in(good, box, at, value);
+    };
+    // A run that tells nothing of its samples: they are empty. No track alone has too many of them.
+    const std::string fragments =
+        make_mp4({{"vide", 1000, samples("abcd", 40)}, {"soun", 8000, samples("ABCD", 160)}}, true);
+    const auto with_empty_samples = [&](std::uint64_t count) {
+        return changed_in(changed_in(fragments, "trun", 0, 0), "trun", 4, count);
+    };
+    ASSERT_TRUE(join({with_empty_samples(60'000)}).result.ok());
+    ASSERT_TRUE(remove_file(folder_.path(u"out.mp4")).ok());
     const auto with_long_header = [&good](std::string_view type, std::size_t length,
                                           const std::vector<std::string_view>& parents) {
         return replaced(good, type, long_header(type, length), parents);
@@ -271,6 +281,7 @@ TEST_F(Mp4Join, DamagedPiecesAreNamed) {
         {changed("stsz", 4, 0x10000000), "beyond the end of the file"},
         {changed("stsc", 16, 7), "a description that is not there"},
         {changed("stsc", 12, 0), "more samples than its chunks hold"},
+        {with_empty_samples(65'533), "more samples than the file can hold"},
         {changed("mdhd", 12, 0), "impossible time scale"},
         {changed("test", static_cast<std::size_t>(-4), fourcc("encv")), "encrypted"},
     };
