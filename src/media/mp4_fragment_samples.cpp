@@ -25,7 +25,6 @@ constexpr std::uint32_t has_composition = 0x000800;
 // Of a sample's flags.
 constexpr std::uint32_t is_no_sync = 0x010000;
 
-constexpr std::int64_t longest_gap = 0x7FFFFFFF;
 constexpr std::string_view too_long = "the track is impossibly long";
 
 class FragmentSamples {
@@ -143,7 +142,7 @@ bool FragmentSamples::read_time(const Mp4Box& traf, const Fragment& fragment) {
         return true;
     }
     const std::int64_t gap = start - *zero - next;
-    if (gap > 0 && gap <= longest_gap) next += gap;
+    if (gap > 0 && gap <= longest_table_time) next += gap;
     return true;
 }
 

@@ -8,6 +8,7 @@
 
 #include "base/text.h"
 #include "media/media_kind.h"
+#include "media/mp4_samples.h"
 
 namespace vantlow {
 namespace {
@@ -15,7 +16,6 @@ namespace {
 constexpr std::int64_t longest_piece = 10'000'000;  // seconds
 constexpr double longest_film = 9e9;                // seconds: nanoseconds of it fit in 63 bits
 constexpr std::uint64_t finest_timescale = 10'000'000;
-constexpr std::uint64_t most_ticks = 0x7FFFFFFF;
 
 std::string kind_text(FourCC kind) {
     return kind == fourcc("vide")   ? "video"
@@ -122,7 +122,7 @@ bool Mp4Planner::fits(std::size_t track, std::uint64_t timescale) const {
         for (std::size_t i = 0; i < piece.joined.size(); ++i) {
             if (piece.joined[i] != track) continue;
             const std::uint64_t longest = piece.scan.tracks[i].longest_entry;
-            if (longest * timescale / piece.movie.tracks[i].timescale > most_ticks) return false;
+            if (longest * timescale / piece.movie.tracks[i].timescale > longest_table_time) return false;
         }
     }
     return true;

@@ -54,6 +54,8 @@ Result walk_fragment_samples(const MediaInput& input, const Mp4Piece& piece, Sam
 
 /// Decoding times stay below this.
 inline constexpr std::int64_t longest_media_time = std::int64_t{1} << 60;
+/// The longest time that tables of samples can say of one of them, ticks.
+inline constexpr std::int64_t longest_table_time = 0x7FFFFFFF;
 
 /// Entries of a table in the file, one after the other.
 class TableCursor {

@@ -3,12 +3,12 @@
 #include <algorithm>
 #include <utility>
 
+#include "media/mp4_samples.h"
+
 namespace vantlow {
 namespace {
 
 constexpr std::int64_t second = 1'000'000'000;  // nanoseconds
-// A sample cannot last longer than its table can say.
-constexpr std::int64_t longest_sample = 0x7FFFFFFF;
 
 // One joined track while pieces are added to it.
 class TrackLayout {
@@ -58,7 +58,7 @@ class TrackLayout {
 
     void add_plain(const PieceTimes& piece, std::int64_t at) {
         std::int64_t start = at - piece.lead - shift_;
-        if (open_ && start - media_end_ > longest_sample) close();
+        if (open_ && start - media_end_ > longest_table_time) close();
         if (!open_) {
             start = media_end_;
             shift_ = at - piece.lead - start;
