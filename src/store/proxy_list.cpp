@@ -56,7 +56,7 @@ std::size_t read_proxy_list(std::string_view text, std::vector<CProxyNode>& prox
     std::size_t number = 0;
     for (std::string_view line : split(text, '\n')) {
         ++number;
-        if (line.ends_with('\r')) line.remove_suffix(1);
+        while (line.ends_with('\r')) line.remove_suffix(1);
         if (line.empty() || line.front() == '#') continue;
         const auto tab = line.find('\t');
         auto proxy = parse_proxy(to_utf16(line.substr(0, tab)));

@@ -43,7 +43,7 @@ TEST(ProxyList, ADamagedLineIsToldAndAnAbsentFileIsEmpty) {
     EXPECT_NE(error.find("line 4"), std::string::npos) << error;
     proxies.clear();
     // A password that was kept by another user, or elsewhere, is not one.
-    EXPECT_EQ(read_proxy_list("http://us@a:1\tother:AAAA\nhttp://us@b:1\tplain:!!\n", proxies), 0U);
+    EXPECT_EQ(read_proxy_list("http://us@a:1\tother:AAAA\r\r\nhttp://us@b:1\tplain:!!\n", proxies), 0U);
     EXPECT_TRUE(proxies.size() == 2 && proxies[0].password.empty() && proxies[1].password.empty());
     EXPECT_NE(write_proxy_list(proxies).find("\tother:AAAA\n"), std::string::npos) << "it is not lost";
 }
