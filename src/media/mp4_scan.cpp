@@ -37,11 +37,10 @@ class ScanSink : public SampleSink {
         scan.samples += run.count;
         samples_ += run.count;
         scan_.ranges.add(run.offset, run.offset + std::int64_t{run.size} * run.count);
-        too_many_ = samples_ > most_samples_;
-        return !too_many_ && !control_.is_cancelled();
+        return !has_too_many() && !control_.is_cancelled();
     }
 
-    [[nodiscard]] bool has_too_many() const noexcept { return too_many_; }
+    [[nodiscard]] bool has_too_many() const noexcept { return samples_ > most_samples_; }
     [[nodiscard]] PieceScan& scan() noexcept { return scan_; }
 
   private:
@@ -49,7 +48,6 @@ class ScanSink : public SampleSink {
     std::uint64_t most_samples_;
     std::uint64_t samples_ = 0;  // of all tracks
     const CombineControl& control_;
-    bool too_many_ = false;
 };
 
 // What of the media comes before the first moment that is shown, and how long nothing is shown before that.

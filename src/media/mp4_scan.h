@@ -29,7 +29,7 @@ struct PieceScan {
 };
 
 /// So many samples a piece may have even when it has fewer bytes, in all tracks together.
-constexpr std::uint64_t most_empty_samples = 65536;
+inline constexpr std::uint64_t most_empty_samples = 65536;
 
 /// Goes through all samples once. Code::stopped when it was cancelled.
 Outcome<PieceScan> scan_mp4_piece(const MediaInput& input, const Mp4Piece& piece,

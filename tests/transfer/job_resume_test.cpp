@@ -31,11 +31,10 @@ class ResumeTest : public JobTest {
 TEST_F(ResumeTest, ContinuesFromWhatIsThere) {
     FileServer server(FileResource{.content = content, .hold_after = 100'000});
     interrupt(server, 200'000);
-    const JobOutcome outcome = go_on(server);
+    // One connection: where two cut each other's segments, what was sent beyond a cut comes twice.
+    const JobOutcome outcome = go_on(server, 1);
     EXPECT_EQ(outcome.result.code, Code::ok) << log.all();
-    // What both connections had, 100,000 bytes each, is kept. When one cuts the other's segment, what was
-    // sent beyond the cut comes twice: less than either had.
-    EXPECT_LT(outcome.received, static_cast<std::int64_t>(size - 100'000));
+    EXPECT_LE(outcome.received, static_cast<std::int64_t>(size - 200'000));
     EXPECT_TRUE(file_has(folder.path(u"file.bin"), content));
     EXPECT_TRUE(only({u"file.bin"}));
 }
