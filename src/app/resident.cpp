@@ -128,9 +128,8 @@ bool Resident::close() {
 }
 
 void Resident::on_interrupt(void* context, int count) {
-    if (count > 1) end_process(static_cast<int>(Exit::interrupted));
     auto* const resident = static_cast<Resident*>(context);
-    resident->app_.stop().request();
+    stop_at_interrupt(&resident->app_.stop(), count);
     resident->frame_->quit();
 }
 
