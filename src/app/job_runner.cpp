@@ -226,9 +226,9 @@ bool JobRunner::follow(CJobNode& job, const JobOutcome& outcome) {
         if (only_named_ && named_.contains(job.identity)) named_.insert(request.job->identity);
         store_.add(std::move(request.job), *category);
     }
-    if (made->jobs.empty()) return false;
+    new_torrents_ = new_torrents_ || !made->jobs.empty();
+    if (made->jobs.empty() || made->document_stays) return false;
     store_.remove(job);
-    new_torrents_ = true;
     return true;
 }
 
