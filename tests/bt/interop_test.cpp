@@ -87,6 +87,11 @@ TEST(RealTrackers, OpentrackerTellsPeersOverBothProtocols) {
                                            "\naccess.whitelist " + test::unix_path(white) + "\n");
     RunningProgram tracker(program, {u"-f", config}, {.folder = swarm.folder.path()});
     ASSERT_TRUE(test::wait_until_it_accepts(tracker, port)) << tracker.err();
+    // It listens before it has read which torrents are listed.
+    const auto end = Clock::now() + std::chrono::seconds(10);
+    while (!swarm.announce("http://" + address + "/announce", AnnounceEvent::none, 7001).ok &&
+           Clock::now() < end)
+        std::this_thread::sleep_for(milliseconds(20));
     for (const std::string scheme : {"http://", "udp://"}) {
         const std::string url = scheme + address + "/announce";
         const std::uint16_t base = scheme == "http://" ? 7001 : 8001;
