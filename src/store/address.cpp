@@ -67,11 +67,6 @@ const Scheme* find_misspelt_scheme(std::u16string_view address) noexcept {
     return nullptr;
 }
 
-// The scheme of an address that may lead somewhere.
-const Scheme* find_usable_scheme(std::u16string_view address) noexcept {
-    return find_misspelt_scheme(address) == nullptr ? find_scheme(address) : nullptr;
-}
-
 // "user:password@host:port": the password may hold an "@", a host cannot.
 struct ServerPart {
     std::u16string_view user;
@@ -177,10 +172,35 @@ std::size_t server_end(std::u16string_view rest) noexcept {
     return std::min(rest.find_first_of(u"/?#"), rest.size());
 }
 
+// Where the credentials of an address stand, with their "@"; an empty range where there are none.
+struct Range {
+    std::size_t start = 0;
+    std::size_t end = 0;
+};
+
+Range find_credentials(std::u16string_view address) {
+    const Scheme* scheme = find_scheme(address);
+    if (scheme != nullptr && scheme->form != Form::server) return {};
+    // The slashes of "://" are the first ones, unless an address stands inside another.
+    const auto mark = address.find(u"://");
+    const bool has_scheme = mark != none && address.find_first_of(u"/?#@") == mark + 1;
+    std::size_t start = has_scheme ? mark + 3 : 0;
+    if (const Scheme* const misspelt = find_misspelt_scheme(address))
+        start = std::min(address.find_first_not_of(u"/\\", misspelt->prefix.size() - 2), address.size());
+    const std::u16string_view rest = address.substr(start);
+    std::size_t end = server_end(rest);
+    // A password with one of the marks in it, as people write them, or an address inside another: it leads
+    // nowhere, but is shown.
+    if (scheme == nullptr || !read_server(cut_server(rest.substr(0, end)).host_and_port, 1))
+        end = rest.size();
+    const auto at = rest.substr(0, end).rfind(u'@');
+    return {start, at == none ? start : start + at + 1};
+}
+
 }  // namespace
 
 LinkKind link_kind(std::u16string_view address) noexcept {
-    const Scheme* scheme = find_usable_scheme(address);
+    const Scheme* scheme = find_misspelt_scheme(address) == nullptr ? find_scheme(address) : nullptr;
     if (scheme == nullptr) return LinkKind::unknown;
     switch (scheme->form) {
         case Form::server:
@@ -221,11 +241,12 @@ SplitAddress split_address(std::u16string_view address) {
 }
 
 std::optional<Target> parse_target(std::u16string_view address, bool utf8) {
-    const Scheme* scheme = find_usable_scheme(address);
+    const Scheme* scheme = find_scheme(address);
     if (scheme == nullptr || scheme->form != Form::server) return std::nullopt;
     const std::u16string_view rest = address.substr(scheme->prefix.size());
     const auto end = server_end(rest);
     const ServerPart part = cut_server(rest.substr(0, end));
+    if (scheme->prefix.empty() && find_misspelt_scheme(part.host_and_port) != nullptr) return std::nullopt;
     const auto server = read_server(part.host_and_port, scheme->port);
     if (!server) return std::nullopt;
     Target target;
@@ -264,22 +285,15 @@ bool is_same_server(const Target& a, const Target& b) noexcept {
 }
 
 std::u16string without_credentials(std::u16string_view address) {
-    const Scheme* scheme = find_scheme(address);
-    if (scheme != nullptr && scheme->form != Form::server) return std::u16string(address);
-    // The slashes of "://" are the first ones, unless an address stands inside another.
-    const auto mark = address.find(u"://");
-    const bool has_scheme = mark != none && address.find_first_of(u"/?#@") == mark + 1;
-    std::size_t start = has_scheme ? mark + 3 : 0;
-    if (const Scheme* const misspelt = find_misspelt_scheme(address))
-        start = std::min(address.find_first_not_of(u"/\\", misspelt->prefix.size() - 2), address.size());
-    const std::u16string_view rest = address.substr(start);
-    std::size_t end = server_end(rest);
-    // A password with one of the marks in it, as people write them, or an address inside another: it leads
-    // nowhere, but is shown.
-    if (scheme == nullptr || !read_server(cut_server(rest.substr(0, end)).host_and_port, 1))
-        end = rest.size();
-    const auto at = rest.substr(0, end).rfind(u'@');
-    return std::u16string(address.substr(0, start)).append(at == none ? rest : rest.substr(at + 1));
+    const auto [start, end] = find_credentials(address);
+    return std::u16string(address.substr(0, start)).append(address.substr(end));
+}
+
+std::u16string without_password(std::u16string_view address) {
+    const auto [start, end] = find_credentials(address);
+    const auto colon = address.substr(0, end).find(u':', start);
+    if (colon == none) return std::u16string(address);
+    return std::u16string(address.substr(0, colon)).append(u"@").append(address.substr(end));
 }
 
 }  // namespace vantlow

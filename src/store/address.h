@@ -72,4 +72,7 @@ bool is_same_server(const Target& a, const Target& b) noexcept;
 /// read, everything up to the last "@" is taken for credentials.
 std::u16string without_credentials(std::u16string_view address);
 
+/// The same, but the user name stays.
+std::u16string without_password(std::u16string_view address);
+
 }  // namespace vantlow

@@ -146,6 +146,7 @@ TEST(ParseTarget, refuses_what_names_no_server) {
                                     u"http://u:p?w@h/",
                                     u"http:/host/x",
                                     u"FTP:\\\\host\\x",
+                                    u"x@https:/y",
                                     u"https:"}) {
         EXPECT_EQ(told(parse_target(address)), "none") << testing::PrintToString(std::u16string(address));
     }
