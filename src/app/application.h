@@ -2,10 +2,12 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "platform/frame.h"
 #include "platform/stop.h"
+#include "runtime/host_names.h"
 #include "runtime/tables.h"
 #include "store/data_folder_lock.h"
 #include "store/job_store.h"
@@ -63,6 +65,7 @@ class CFerrywellApp {
     StopSource stop_;
     std::unique_ptr<Settings> settings_;
     LibraryTables libraries_;
+    std::optional<HostNameScope> host_names_;
     std::u16string program_file_;
     std::u16string version_;
     std::u16string user_name_;

@@ -27,7 +27,10 @@ RunOptions options_of(const CJobNode& job, CFerrywellApp& app, Complaint& compla
     static_cast<void>(read_run_options(options, run));  // was looked at when the job was made
     complaint = add_program_proxies(app, run);
     // Without the proxy that was asked for nothing is fetched: going directly may be what must not be.
-    if (complaint) run.proxy.kind = CProxyNode::http_tunnel;
+    if (complaint) {
+        run.proxy.kind = CProxyNode::http_tunnel;
+        run.proxy.trouble = *complaint;
+    }
     if (job.sources) run.hash = job.sources->whole;
     run.default_agent = u"Vantlow/" + app.version();
     return run;
