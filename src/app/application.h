@@ -55,7 +55,7 @@ class CFerrywellApp {
     /// loading has to tell. Null, with the reason in `error`, when it cannot be had. The calling thread owns
     /// it.
     JobStore* job_store(std::string& error);
-    /// Saves the store where something changed.
+    /// Saves the store where something changed and nobody runs its jobs.
     bool save_store(std::string& error);
     /// Who runs the jobs of this process; null when nobody does.
     [[nodiscard]] JobRunner* runner() noexcept { return runner_; }
