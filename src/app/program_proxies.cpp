@@ -26,7 +26,7 @@ Complaint take_setting(CFerrywellApp& app, const std::u16string& text, RunOption
     const auto number = parse_decimal(to_utf8(text));
     if (!number) {
         const auto proxy = parse_proxy(text);
-        if (!proxy) return "the setting Connection/Proxy names no proxy.";
+        if (!proxy) return "the setting Connection/Proxy is not the address of a proxy.";
         run.proxy = proxy_plan(*proxy);
         return std::nullopt;
     }
@@ -34,7 +34,8 @@ Complaint take_setting(CFerrywellApp& app, const std::u16string& text, RunOption
     std::string error;
     if (!load_proxies(app.data_folder(), list, error)) return error;
     if (*number < 1 || *number > static_cast<std::int64_t>(list.size()))
-        return "the proxy list has no number " + std::to_string(*number) + ", which Connection/Proxy names.";
+        return "the proxy list has no number " + std::to_string(*number) +
+               ", which the setting Connection/Proxy asks for.";
     run.proxy = proxy_plan(list[static_cast<std::size_t>(*number) - 1]);
     return std::nullopt;
 }
@@ -48,7 +49,8 @@ Complaint take_environment(RunOptions& run) {
         const auto value = variable(name, scheme != std::string_view("http"));
         if (!value) continue;
         const auto proxy = parse_proxy(*value);
-        if (!proxy) return std::string(name) + " in the environment names no proxy that can be used.";
+        if (!proxy)
+            return std::string(name) + " in the environment is not the address of a proxy that can be used.";
         rules->set(scheme, proxy_plan(*proxy));
         any = true;
     }

@@ -94,7 +94,7 @@ Result FtpConversation::name_folder(const FtpPlan& plan, Result refused) {
     FtpReply reply;
     Result result = control_.ask("CWD " + plan.path.file, reply, from_now(plan.connect.timeout));
     if (!result.ok() || !reply.is_success()) return refused;
-    return {Code::server_error, "The address names a folder, not a file: " + plan.path.file};
+    return {Code::server_error, "The address names a folder, not a file."};
 }
 
 Moved FtpConversation::read(std::span<std::byte> into, Clock::time_point until) {

@@ -35,7 +35,7 @@ std::string why_not_fetched(std::u16string_view address) {
         if (!istarts_with(address, network.prefix)) continue;
         return "The " + std::string(network.name) + " network cannot be used yet.";
     }
-    return "This kind of address cannot be fetched: " + to_utf8(without_credentials(address));
+    return "This kind of address cannot be fetched.";
 }
 
 const Protocol* find_protocol(std::u16string_view address) {
