@@ -135,7 +135,8 @@ TEST_F(ResumeTest, AResourceThatKeepsChangingIsTakenFromOneAnswer) {
     FileServer server(FileResource{.content = content, .close_after = 50'000, .break_times = 6});
     int version = 0;
     server.set_interceptor([&](Exchange&) {
-        server.change("/file.bin", [&](FileResource& r) { r.etag = "\"" + std::to_string(++version) + "\""; });
+        server.change("/file.bin",
+                      [&](FileResource& r) { r.etag = "\"" + std::to_string(++version) + "\""; });
         return false;
     });
     auto job = make_job(server.url16(), 1);
@@ -248,14 +249,15 @@ TEST_F(ResumeTest, SavedPositionsAreOnTheDisk) {
 TEST_F(ResumeTest, NothingIsContinuedOfWhatWasThrownAway) {
     HoldUntilLogged hold(log, message_text(Message::cannot_resume),
                          [](Operation operation, std::int64_t) { return operation == Operation::flush; });
-    FileServer server(FileResource{.content = content, .ignore_range = true, .rate = 200'000});
+    FileServer server(FileResource{
+        .content = content, .ignore_range = true, .reset_after = 120'000, .break_times = 1, .rate = 100'000});
     server.set_interceptor([&](Exchange& exchange) {
         while (exchange.request().range_first && !hold.reached &&
                exchange.stall(std::chrono::milliseconds(2))) {
         }
         return false;
     });
-    auto job = make_job(server.url16(), 2);
+    auto job = make_job(server.url16());
     {
         const HookInPlace in_place(hold);
         Run running(*this, *job, {});

@@ -1,5 +1,5 @@
-// Addresses that serve once, versions that change: whole jobs over real sockets. The rules behind them are tried in
-// policy_model_test and policy_test.
+// Addresses that serve once, versions that change: whole jobs over real sockets. The rules behind them are
+// tried in policy_model_test and policy_test.
 #include "job_fixture.h"
 
 namespace vantlow::test {
@@ -61,8 +61,11 @@ TEST_F(OneTimeTest, TheFirstAnswerBringsTheFileWhateverLaterOnesAre) {
                 if (!with_validators) file.etag = file.last_modified = "";
                 FileServer server(file);
                 std::atomic<int> requests{0};
-                server.set_interceptor(
-                    [&](Exchange& exchange) { return requests++ > 0 && c.later(exchange); });
+                server.set_interceptor([&](Exchange& exchange) {
+                    const bool is_later = requests > 0;
+                    if (exchange.request().target == "/file.bin") ++requests;
+                    return is_later && c.later(exchange);
+                });
                 auto job = make_job(server.url16(), connections);
                 const JobOutcome outcome = run(*job);
                 EXPECT_LE(outcome.received, static_cast<std::int64_t>(size)) << "begun anew";
@@ -99,7 +102,8 @@ TEST_F(OneTimeTest, ARetryLimitEndsAJobThatNobodyServes) {
 // While it waits, it says what for.
 TEST_F(OneTimeTest, AWaitHasAReasonAndANextTry) {
     FileServer server(FileResource{.content = content});
-    server.set_interceptor([](Exchange& exchange) { return exchange.answer(503, "Service Unavailable", ""); });
+    server.set_interceptor(
+        [](Exchange& exchange) { return exchange.answer(503, "Service Unavailable", ""); });
     auto job = make_job(server.url16());
     job->retry_delay = 60;
     Run running(*this, *job, {});

@@ -74,7 +74,8 @@ Result JobPolicy::check_version(const Worker& worker, const SourceAnswer& answer
     if (job_.sources && job_.sources->size >= 0) known.size = job_.sources->size;
     const ResourceVersion* const earlier = version_known_ ? &version_ : previous_ ? &*previous_ : nullptr;
     if (!several && earlier != nullptr && is_other_content(*earlier, answer.version)) {
-        const std::string type = answer.version.media_type.empty() ? "another type" : answer.version.media_type;
+        const std::string type =
+            answer.version.media_type.empty() ? "another type" : answer.version.media_type;
         return {Code::other_content, "The server gives something else in place of the file (" + type + ")."};
     }
     if (!version_known_ && known.size < 0) return {};
@@ -89,7 +90,8 @@ Result JobPolicy::check_version(const Worker& worker, const SourceAnswer& answer
 // One connection from zero asked for the whole once more: nothing of what came before is kept.
 Verdict JobPolicy::begins_anew(const SourceAnswer& answer) {
     if (is_other_content(version_, answer.version))
-        return {Verdict::Next::refuse, {Code::other_content, "The server gives something else in place of the file."}};
+        return {Verdict::Next::refuse,
+                {Code::other_content, "The server gives something else in place of the file."}};
     if (job_.sources && job_.sources->size >= 0 && answer.version.size >= 0 &&
         job_.sources->size != answer.version.size)
         return {Verdict::Next::refuse, Code::size_differs};
@@ -121,7 +123,6 @@ void JobPolicy::accept(Worker& worker, const SourceAnswer& answer, VersionMatch 
     worker.receiving = true;
     worker.open_at = -1;
     accepted_once_ = true;
-    late_refusals_ = 0;
     if (match == VersionMatch::same) contradictions_ = 0;
     notice_.clear();
 }
@@ -182,7 +183,8 @@ Verdict JobPolicy::cannot_resume(Worker& worker, const SourceAnswer& answer, Ver
     // The same resource by size and validators, or nothing of what is there is thrown away for it.
     const bool is_vague = version_.size >= 0 && answer.version.size < 0 && match != VersionMatch::same;
     if (!mirrors_.are_several() && version_known_ && is_vague)
-        return refuse({Code::other_content, "The server gives something of unknown size in place of a part."});
+        return refuse(
+            {Code::other_content, "The server gives something of unknown size in place of a part."});
     const bool is_believed = !mirror.ranges_proven || mirror.ignored_ranges++ >= most_ignored_ranges;
     bool is_only_choice = true;
     if (is_believed) mirror.no_ranges = true;
@@ -196,8 +198,8 @@ Verdict JobPolicy::cannot_resume(Worker& worker, const SourceAnswer& answer, Ver
     if (!is_only_choice) return refuse(Code::cannot_resume);
     note(Direction::note, message_text(Message::cannot_resume));
     const bool another = only_one_ && std::ranges::any_of(segments_.workers(), [&](const Worker* other) {
-        return other != &worker && other->has_work();
-    });
+                             return other != &worker && other->has_work();
+                         });
     // The others may have written everything in the meantime: then the job is about to end well.
     if (another || is_all_there()) return refuse(Code::handed_over);
     only_one_ = taking_over_ = true;
@@ -227,8 +229,8 @@ void JobPolicy::begin_anew() {
         note(Direction::note, notice_);
         mixes_ = false;
         if (++restarts_ > most_restarts && !mirrors_.are_several()) {
-            // Nothing holds still long enough for two answers of one version. A hash may tell whether parts of
-            // two fit after all; else one single answer brings the whole.
+            // Nothing holds still long enough for two answers of one version. A hash may tell whether parts
+            // of two fit after all; else one single answer brings the whole.
             mixes_ = hash_decides_ && !std::exchange(mixed_before_, true);
             if (!mixes_) {
                 only_one_ = true;

@@ -42,6 +42,7 @@ AfterFailure JobPolicy::failed(Worker& worker, const FailedAttempt& attempt, con
         return {};
     }
     if (result.code == Code::joint_unsure) return {true, {}, false};
+    if (attempt.progressed) late_refusals_ = 0;
     if (mirrors_.are_several()) return failed_mirror(worker, attempt, rules, now);
     const bool is_other_version = result.kind() == Kind::restart;
     if (worker.check && !worker.check->required && (!is_other_version || worker.check->last)) {
@@ -53,8 +54,8 @@ AfterFailure JobPolicy::failed(Worker& worker, const FailedAttempt& attempt, con
     if (!others_receive(worker) && another_tries(worker, now)) return {};
     last_failure_ = result;
     if (is_other_version) return changed_alone(worker, attempt, result, rules, now);
-    const bool told_other = attempt.told_size >= 0 && version_known_ && version_.size >= 0 &&
-                            version_.size != attempt.told_size;
+    const bool told_other =
+        attempt.told_size >= 0 && version_known_ && version_.size >= 0 && version_.size != attempt.told_size;
     if (told_other) return changed_alone(worker, attempt, Code::size_differs, rules, now);
     // The same credentials again would lock somebody's account, and bring nothing.
     if (is_about_credentials(result)) {
@@ -67,8 +68,8 @@ AfterFailure JobPolicy::failed(Worker& worker, const FailedAttempt& attempt, con
     if (attempt.accepted && attempt.fruitless >= most_dead_ends) {
         end_for_good(only_one_ && restarts_ > 0
                          ? Result(Code::keeps_changing)
-                         : Result(Code::server_error, "The server ends the file early, again and again: " +
-                                                          result.message()));
+                         : Result(Code::server_error,
+                                  "The server ends the file early, again and again: " + result.message()));
         return {};
     }
     return retry(worker, attempt, rules, now);
@@ -128,7 +129,8 @@ AfterFailure JobPolicy::refused_alone(Worker& worker, const FailedAttempt& attem
         mirror.effective.clear();
         return {true, {}, false};
     }
-    if (accepted_once_ && attempt.result.code != Code::cannot_resume && ++late_refusals_ <= most_late_refusals)
+    if (accepted_once_ && attempt.result.code != Code::cannot_resume &&
+        ++late_refusals_ <= most_late_refusals)
         return retry(worker, attempt, rules, now);
     end_for_good(attempt.result);
     return {};
@@ -206,7 +208,8 @@ bool JobPolicy::contradicted(Worker& worker, std::int64_t begin, std::int64_t en
     }
     const int mine = answers_.first_of(worker.answer);
     const std::vector<int> there = answers_.versions_in(begin, end);
-    note(Direction::error, "The bytes around " + std::to_string(begin) + " differ from those received before.");
+    note(Direction::error,
+         "The bytes around " + std::to_string(begin) + " differ from those received before.");
     if (there.empty() || there.front() <= mine) {
         // Of a connection that was compared before it wrote anything nothing is there.
         if (there.empty() || there.front() < mine) discard_version(mine, worker);
