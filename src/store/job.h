@@ -19,6 +19,9 @@
 
 namespace vantlow {
 
+/// A fresh identity.
+Guid new_guid();
+
 /// The part of a job that the queues see.
 class CQueueNode {
   public:
