@@ -48,7 +48,7 @@ TEST_F(GetLists, TheSameListAgainSkipsWhatIsFinishedUntilAllIs) {
     const auto asked = server.server().request_count();
     const RunResult again = get({u"-i", own.path(u"list"), u"--json"});
     EXPECT_EQ(again.status, 4);
-    EXPECT_EQ(server.server().requests()[asked].target, "/b") << "a is there, b is not any more";
+    EXPECT_EQ(server.server().requests()[asked].head.target, "/b") << "a is there, b is not any more";
     int skipped = 0;
     for (const json& end : events(again.out, "end")) {
         const bool is_a = end["address"] == server.url("/a");
