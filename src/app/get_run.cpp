@@ -108,14 +108,15 @@ void GetRun::ended(CJobQueue::Ended& job) {
         if (written.ok()) written = pipe_->finish(stop_);
         if (!written.ok()) outcome.result = std::move(written);
     }
-    all_.add(job.outcome.result);
-    output_.ended(job);
-    if (!outcome.result.ok() || stop_.requested() || pipe_ != nullptr) return;
-    if (auto made = factory_.follow(*job.job, job.outcome)) {
-        file(std::move(*made));
-    } else if (memory_ && filed_ > 1) {
-        memory_->add(*job.job, {job.outcome.path, job.outcome.size});
+    all_.add(outcome.result);
+    std::optional<MadeJobs> made;
+    if (outcome.result.ok() && !stop_.requested() && pipe_ == nullptr) {
+        made = factory_.follow(*job.job, outcome);
+        // Before it is told: what was told is not fetched again.
+        if (!made && memory_ && filed_ > 1) memory_->add(*job.job, {outcome.path, outcome.size});
     }
+    output_.ended(job);
+    if (made) file(std::move(*made));
 }
 
 void GetRun::look_for_hopeless() {
