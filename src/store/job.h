@@ -19,8 +19,6 @@
 
 namespace vantlow {
 
-class CTransferSubThread;  // of the transfer engine; the store only carries the reference
-
 /// A fresh identity.
 Guid new_guid();
 
@@ -85,7 +83,7 @@ class CJobSeg {
     std::int64_t start_time = 0;           ///< milliseconds, for time-indexed streams
     std::int64_t end_time = 0;             ///< milliseconds
     std::int64_t first_block = 0;          ///< index of the first whole block that the segment covers
-    CTransferSubThread* worker = nullptr;  ///< works on it now; not saved
+    int worker = 0;                        ///< number of the connection that works on it; 0: none; not saved
 
     /// The extra attributes for changing; they are made when they are not there yet.
     [[nodiscard]] Extra& extra();
@@ -107,6 +105,8 @@ std::string_view job_state_name(JobState state) noexcept;
 struct Validators {
     std::string etag;           ///< as sent, quotes and W/ included; empty when there was none
     std::string last_modified;  ///< as sent; empty when there was none
+    bool strong_date = false;   ///< last_modified was a minute old when it was sent (RFC 9110, 8.8.2.2)
+    std::string media_type{};   ///< of the answer, lower case, without parameters; empty: unsaid
 };
 
 /// What a job was told about its own runs, in place of what the settings say. A plain record; shared by the

@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "base/clock.h"
 #include "base/result.h"
-#include "platform/socket.h"
 
 namespace vantlow {
 
@@ -27,14 +27,13 @@ struct JobProgress {
     };
     std::vector<Missing> missing;
     std::string notice;  ///< the last trouble that the job goes on from, UTF-8; empty when there is none
-
-    /// Why no byte comes while the job tries again and again, UTF-8; empty while the last attempt served.
+    /// Why no connection receives, UTF-8; empty while one does, or the job has just begun.
     std::string waiting_for;
-    int attempts = 0;                           ///< that failed in a row
-    std::optional<Clock::time_point> next_try;  ///< when the next one begins; in the past: it is under way
+    int attempts = 0;  ///< in a row that brought nothing, while `waiting_for` says something
+    std::optional<Clock::time_point> next_try;  ///< when the next attempt is made, where that is not now
+    int restarts = 0;  ///< times that the file on the server was another version, and everything began anew
     /// No connection yet, since the server has as many as it may have: see ServerLimits.
     bool awaits_place = false;
-    int restarts = 0;  ///< times that the job began anew because the server had another version
 };
 
 /// How a job's run ended.
@@ -44,8 +43,8 @@ struct JobOutcome {
     std::int64_t size = -1;
     std::int64_t received = 0;
     double seconds = 0;
+    int restarts = 0;          ///< as in JobProgress: "The file on the server is newer, download it again."
     std::string media_type{};  ///< as the server said, lower case, without parameters; may be empty
-    int restarts = 0;          ///< as JobProgress has them
     bool skipped = false;      ///< the file was there already, as the server has it: nothing was fetched
 };
 
