@@ -19,8 +19,17 @@ struct AddOptions {
     bool paused = false;
 };
 
+// The limit for each server is the program's, so a single job does not raise it; but it is said.
+void say_what_holds(const StoreCommand& command, const GetOptions& options) {
+    const std::int64_t most = command.app.settings().number(setting::max_per_server);
+    if (most == 0 || options.connections.value_or(0) <= most || command.global.quiet) return;
+    complain("The setting Connection/MaxPerServer allows " + std::to_string(most) +
+             " connections to one server, so that a job gets no more.");
+}
+
 Exit run_add(StoreCommand& command, const AddOptions& options) {
     std::vector<std::string> links;
+    if (const Complaint complaint = check_named_files(options.job)) return complain(*complaint, Exit::usage);
     if (const Complaint complaint = read_links(options.job, links)) {
         complain(*complaint);
         return Exit::failed;
@@ -31,6 +40,7 @@ Exit run_add(StoreCommand& command, const AddOptions& options) {
     // As for `get` it is the current folder, where neither another one nor a category with one is named.
     GetOptions asked = options.job;
     if (asked.folder.empty() && options.category.empty()) asked.folder = ".";
+    say_what_holds(command, options.job);
     const AddedJobs added = add_jobs(command, asked, links, *category, options.paused);
     nlohmann::ordered_json ids = nlohmann::ordered_json::array();
     for (const CJobNode* job : added.jobs) {
@@ -44,6 +54,7 @@ Exit run_add(StoreCommand& command, const AddOptions& options) {
 
 Complaint check_add(const AddOptions& options) {
     if (Complaint complaint = check_job_options(options.job)) return complaint;
+    if (options.job.output == "-") return "--output - is for 'vantlow get' alone.";
     RunOptions run;
     return read_run_options(options.job, run);
 }
@@ -57,6 +68,7 @@ void add_add_command(CommandSet& commands) {
         on_store([options](StoreCommand& command) { return run_add(command, *options); }),
         [options] { return check_add(*options); });
     add_job_options(add, options->job);
+    add.add_option("--limit", options->job.limit, "Bytes a second for each of these jobs (500K, 2M)");
     add.add_option("--category", options->category,
                    "The category to file them in; without --dir they are saved in its folder");
     add.add_flag("--paused", options->paused, "They wait for 'vantlow start'");

@@ -35,6 +35,8 @@ class GetOutput {
     void complain(const std::string& text);
     /// Takes the progress display away.
     void close();
+    /// From now on the standard output is somebody else's: nothing is printed where files are.
+    void keep_off_output() noexcept { results_elsewhere_ = true; }
     /// How long show() may be kept waiting.
     [[nodiscard]] std::chrono::milliseconds interval() const noexcept;
 
@@ -44,15 +46,21 @@ class GetOutput {
         bool start_told = false;
         Clock::time_point told{};
         std::string notice;
+        Clock::time_point notice_told{};
+        int attempts = 0;  ///< that were told
+        int restarts = 0;
         SpeedMeter speed;
     };
     void tell_start(Shown& shown, const std::u16string& path, std::int64_t size);
     void tell_progress(Shown& shown, const JobProgress& progress, double speed);
-    void tell_notice(Shown& shown, const JobProgress& progress);
+    void tell_trouble(Shown& shown, const JobProgress& progress);
+    void tell_restarts(Shown& shown, int restarts);
+    void tell_retry(Shown& shown, const JobProgress& progress);
     void write_line(Stream stream, const std::string& text);
     void flush_log();
 
     GlobalOptions global_;
+    bool results_elsewhere_ = false;
     ProgressView view_;
     std::map<CJobQueue::Id, Shown> shown_;
     SpeedMeter total_speed_;

@@ -14,14 +14,14 @@
 #include "transfer/job/source.h"
 
 namespace vantlow {
-namespace {
 
-// --dir and the folder part of --output together.
 std::u16string target_folder(const GetOptions& options) {
     const std::u16string base = to_utf16(options.folder.empty() ? "." : options.folder);
     const std::u16string within = folder_of(to_utf16(options.output));
     return absolute_path(within.empty() ? base : join_path(base, within));
 }
+
+namespace {
 
 // Cuts off what follows the "#" and returns it, with the "#".
 std::u16string take_fragment(std::u16string& address) {
@@ -88,6 +88,7 @@ std::unique_ptr<CJobNode> JobFactory::new_job(const std::u16string& folder) {
 void JobFactory::forget_earlier(const std::u16string& folder, const std::u16string& address,
                                 const std::u16string& name) {
     while (const auto job = earlier_in(folder).take(address, name)) {
+        if (belongs_to_other_ && belongs_to_other_(job->identity)) continue;
         File partial;
         const std::u16string path = job->path + std::u16string(partial_suffix);
         if (partial.open(path, OpenMode::write_existing).ok() && !partial.try_lock()) continue;
@@ -105,8 +106,8 @@ void JobFactory::apply_request(CJobNode& job) {
     job.cookie = to_utf16(options_.cookie);
     // A file is named from the folder that the person stands in.
     if (job.cookie.starts_with(u'@')) job.cookie = u"@" + absolute_path(job.cookie.substr(1));
-    job.connections = options_.connections;
-    job.max_threads = options_.connections;
+    job.rules = job_rules(options_);
+    job.connections = job.max_threads = options_.connections.value_or(standard_connections);
     job.retry_by_settings = options_.retries ? 0 : 1;
     if (options_.retries) job.retries = static_cast<std::int32_t>(*options_.retries);
     job.retry_delay = static_cast<std::int32_t>(options_.retry_delay.value_or(-1));

@@ -19,6 +19,9 @@
 
 namespace vantlow {
 
+/// The folder that the options name: --dir and the folder part of --output together.
+std::u16string target_folder(const GetOptions& options);
+
 /// A job, and who carries it out. Mirrors and hashes, where there are any, stand in job->sources.
 struct JobRequest {
     JobKind kind = JobKind::transfer;
@@ -39,6 +42,10 @@ class JobFactory {
   public:
     /// Looks through the folder for unfinished jobs. `options` outlives the factory.
     JobFactory(const GetOptions& options, CredentialLookup credentials);
+    /// Tells of unfinished jobs that are somebody's: --no-resume leaves their files alone.
+    void spare(std::function<bool(const Guid&)> belongs_to_other) {
+        belongs_to_other_ = std::move(belongs_to_other);
+    }
 
     /// The jobs of one link, or of a document on this machine (UTF-8).
     MadeJobs make(const std::string& link);
@@ -62,6 +69,7 @@ class JobFactory {
 
     const GetOptions& options_;
     CredentialLookup credentials_;
+    std::function<bool(const Guid&)> belongs_to_other_;
     std::u16string folder_;
     std::u16string name_;
     std::map<std::u16string, ResumeIndex> earlier_;  ///< by folder

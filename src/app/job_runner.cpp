@@ -9,6 +9,7 @@
 #include "app/torrent_plans.h"
 #include "base/text.h"
 #include "platform/file_stamp.h"
+#include "platform/process.h"
 #include "transfer/job/file_names.h"
 #include "transfer/job/resume_state.h"
 
@@ -32,6 +33,12 @@ RunOptions options_of(const CJobNode& job, CFerrywellApp& app, Complaint& compla
         run.proxy.trouble = *complaint;
     }
     if (job.sources) run.hash = job.sources->whole;
+    run.ssh.folder = join_path(home_folder(), u".ssh");
+    if (job.rules) run.ssh.key_file = job.rules->key_file;
+    // Nobody is there to be asked.
+    HostKeys::Ask accept;
+    if (job.rules && job.rules->accept_host_key) accept = [](const auto&, const auto&) { return true; };
+    run.ssh.hosts = std::make_shared<HostKeys>(run.ssh.folder, std::move(accept));
     run.default_agent = u"Vantlow/" + app.version();
     return run;
 }
@@ -283,6 +290,7 @@ bool JobRunner::follow(CJobNode& job, const JobOutcome& outcome) {
     if (category == nullptr) category = store_.tree().root();
     for (JobRequest& request : made->jobs) {
         request.job->proxy = job.proxy;
+        request.job->rules = job.rules;
         request.job->state = JobState::waiting;
         if (only_named_ && named_.contains(job.identity)) named_.insert(request.job->identity);
         store_.add(std::move(request.job), *category);

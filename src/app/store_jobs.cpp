@@ -32,7 +32,9 @@ AddedJobs add_jobs(StoreCommand& command, const GetOptions& options, const std::
     AddedJobs added;
     GetOptions with_folder = options;
     if (with_folder.folder.empty()) with_folder.folder = to_utf8(category.folder);
+    with_folder.limits_each = true;
     JobFactory factory(with_folder, netrc_lookup());
+    factory.spare([&](const Guid& identity) { return command.store.find(identity) != nullptr; });
     for (const std::string& link : links) {
         MadeJobs made = factory.make(link);
         if (!made.complaint.empty()) {
