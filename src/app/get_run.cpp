@@ -1,6 +1,6 @@
 #include "app/get_run.h"
 
-#include "app/torrent_plans.h"
+#include "engine/torrent_plans.h"
 
 namespace vantlow {
 

@@ -2,7 +2,7 @@
 
 #include <memory>
 
-#include "app/selection.h"
+#include "engine/selection.h"
 
 namespace vantlow {
 

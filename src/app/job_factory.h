@@ -9,10 +9,10 @@
 #include <string>
 #include <vector>
 
-#include "app/documents.h"
 #include "app/get_options.h"
-#include "app/job_plan.h"
-#include "app/netrc.h"
+#include "engine/documents.h"
+#include "engine/job_plan.h"
+#include "engine/netrc.h"
 #include "store/job.h"
 #include "transfer/job/progress.h"
 #include "transfer/job/resume_state.h"

@@ -3,11 +3,11 @@
 #include <algorithm>
 
 #include "app/job_factory.h"
-#include "app/job_plan.h"
 #include "app/program_proxies.h"
 #include "app/store_command.h"
-#include "app/torrent_plans.h"
 #include "base/text.h"
+#include "engine/job_plan.h"
+#include "engine/torrent_plans.h"
 #include "platform/file_stamp.h"
 #include "transfer/job/file_names.h"
 #include "transfer/job/resume_state.h"

@@ -5,7 +5,7 @@
 #include "app/display_text.h"
 #include "app/get_command.h"
 #include "app/json_text.h"
-#include "app/program_proxies.h"
+#include "app/engine_texts.h"
 #include "app/say.h"
 #include "app/torrent_commands.h"
 #include "app/torrent_desk.h"

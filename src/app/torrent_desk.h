@@ -6,8 +6,8 @@
 #include <memory>
 #include <string>
 
-#include "app/torrent_run.h"
 #include "base/guid.h"
+#include "engine/torrent_run.h"
 #include "transfer/job/main_thread.h"
 
 namespace vantlow {

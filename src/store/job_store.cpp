@@ -35,6 +35,13 @@ std::unique_ptr<JobStore> JobStore::open(const Options& options, std::string& er
     return store;
 }
 
+std::unique_ptr<JobStore> JobStore::in_memory(const std::u16string& download_folder) {
+    // NOLINTNEXTLINE(modernize-make-unique): the constructor is private
+    std::unique_ptr<JobStore> store(new JobStore({{}, download_folder, false}));
+    store->tree_ = CategoryTree::with_defaults(download_folder, new_guid());
+    return store;
+}
+
 void JobStore::take(StoredDatabase stored) {
     notes_ = std::move(stored.notes);
     newer_ = stored.status == DatabaseLoad::Status::newer;
@@ -192,6 +199,24 @@ void JobStore::queue_last(CJobNode& job) {
     touch();
 }
 
+void JobStore::swap_places(CJobNode& a, CJobNode& b) {
+    waiting_.erase({a.order, &a});
+    waiting_.erase({b.order, &b});
+    std::swap(a.order, b.order);
+    waiting_.emplace(a.order, &a);
+    waiting_.emplace(b.order, &b);
+    touch();
+}
+
+void JobStore::queue_first(CJobNode& job) {
+    if (waiting_.begin()->second == &job) return;
+    if (waiting_.begin()->first <= -largest_order) renumber();
+    waiting_.erase({job.order, &job});
+    job.order = waiting_.begin()->first - 1;
+    waiting_.emplace(job.order, &job);
+    touch();
+}
+
 CClassNode& JobStore::add_category(std::u16string name, std::u16string folder, CClassNode& parent) {
     auto node = std::make_unique<CClassNode>();
     node->identity = new_guid();
@@ -218,6 +243,7 @@ CClassNode& JobStore::completed() {
 }
 
 bool JobStore::save(const Settings& settings, std::string& error) {
+    if (is_in_memory()) return true;
     if (newer_) {
         error = "The job database is of a newer version and is not written.";
         return false;

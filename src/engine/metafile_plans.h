@@ -3,7 +3,7 @@
 
 #include <span>
 
-#include "app/documents.h"
+#include "engine/documents.h"
 #include "meta/metalink.h"
 
 namespace vantlow {

@@ -1,9 +1,9 @@
-#include "app/metafile_plans.h"
+#include "engine/metafile_plans.h"
 
 #include <algorithm>
 
-#include "app/selection.h"
 #include "base/text.h"
+#include "engine/selection.h"
 #include "meta/playlist.h"
 #include "store/address.h"
 
@@ -36,12 +36,11 @@ std::optional<PieceHashes> usable_pieces(const CMetalinkNode& file) {
 }
 
 std::string shown_name(const CMetalinkNode& file, std::size_t index) {
-    return file.name.empty() ? "file " + std::to_string(index + 1) : "\"" + file.name + "\"";
+    return file.name.empty() ? "#" + std::to_string(index + 1) : file.name;
 }
 
-void complain(JobPlans& plans, const std::string& text) {
-    if (!plans.complaint.empty()) plans.complaint += " ";
-    plans.complaint += text;
+void add_fault(JobPlans& plans, DraftFault::Kind kind, std::string item) {
+    plans.faults.push_back({kind, {}, std::move(item)});
 }
 
 void plan_mirrors(const CMetalinkNode& file, std::size_t index, JobPlans& plans) {
@@ -53,7 +52,7 @@ void plan_mirrors(const CMetalinkNode& file, std::size_t index, JobPlans& plans)
         if (is_mirror(url) && is_new) sources->mirrors.push_back(address);
     }
     if (sources->mirrors.empty()) {
-        complain(plans, shown_name(file, index) + " has no address that could be fetched.");
+        add_fault(plans, DraftFault::Kind::no_address, shown_name(file, index));
         return;
     }
     sources->size = file.size;
@@ -68,13 +67,15 @@ void plan_mirrors(const CMetalinkNode& file, std::size_t index, JobPlans& plans)
 }
 
 void append(JobPlans& plans, JobPlans more) {
-    if (!more.complaint.empty()) complain(plans, more.complaint);
+    std::move(more.faults.begin(), more.faults.end(), std::back_inserter(plans.faults));
     std::move(more.plans.begin(), more.plans.end(), std::back_inserter(plans.plans));
 }
 
-std::string nothing_chosen(const DocumentOptions& options) {
-    return "nothing in it is named \"" +
-           (options.fragment.empty() ? options.select : to_utf8(options.fragment)) + "\".";
+JobPlans nothing_chosen(const DocumentOptions& options) {
+    JobPlans plans;
+    add_fault(plans, DraftFault::Kind::not_chosen,
+              options.fragment.empty() ? options.select : to_utf8(options.fragment));
+    return plans;
 }
 
 std::string absolute_url(const CMetafileNode& clip, const std::u16string& origin) {
@@ -93,12 +94,12 @@ JobPlans plan_clips(const Playlist& list, const DocumentOptions& options) {
     JobPlans plans;
     const auto chosen =
         select(options.fragment.empty() ? options.select : to_utf8(options.fragment), list.clips.size());
-    if (!chosen) return {{}, nothing_chosen(options)};
+    if (!chosen) return nothing_chosen(options);
     for (const std::size_t index : *chosen) {
         const CMetafileNode& clip = list.clips[index];
         const std::string url = absolute_url(clip, options.origin);
         if (link_kind(to_utf16(url)) != LinkKind::transfer || url.empty()) {
-            complain(plans, "\"" + clip.url + "\" cannot be fetched.");
+            add_fault(plans, DraftFault::Kind::not_fetchable, clip.url);
             continue;
         }
         JobPlan plan;
@@ -134,7 +135,7 @@ JobPlans read_metalink(std::span<const std::byte> bytes, const DocumentOptions& 
     const CMetalink metalink(bytes);
     if (metalink.files().empty()) return {};
     const auto chosen = choose_files(metalink.files(), options);
-    if (!chosen) return {{}, nothing_chosen(options)};
+    if (!chosen) return nothing_chosen(options);
     JobPlans plans;
     for (const std::size_t index : *chosen) {
         const CMetalinkNode& file = metalink.files()[index];

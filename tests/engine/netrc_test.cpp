@@ -1,4 +1,4 @@
-#include "app/netrc.h"
+#include "engine/netrc.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "app/torrent_plans.h"
+#include "engine/torrent_plans.h"
 
 #include <algorithm>
 
@@ -16,21 +16,24 @@ std::u16string one_name(std::u16string name) {
     return name;
 }
 
-JobPlans refuse(const char* why) {
-    return {{}, why};
+JobPlans refuse(DraftFault::Kind why, std::u16string subject = {}) {
+    JobPlans plans;
+    plans.faults.push_back({why, std::move(subject)});
+    return plans;
 }
 
 }  // namespace
 
 JobPlans read_torrent_plan(std::span<const std::byte> bytes, const DocumentOptions& /*options*/) {
     CBEncode parser;
-    if (!parser.load_memory(bytes)) return refuse("there is not enough memory for it.");
+    if (!parser.load_memory(bytes)) return refuse(DraftFault::Kind::no_memory);
     const auto document = parser.parse_document();
     CBEMetaInfo meta;
-    if (!document || !parse_meta_info(parser, *document, {}, meta)) return refuse("it is not a torrent.");
-    if (meta.info.empty()) return refuse("it has no info hash.");
+    if (!document || !parse_meta_info(parser, *document, {}, meta))
+        return refuse(DraftFault::Kind::no_torrent);
+    if (meta.info.empty()) return refuse(DraftFault::Kind::no_info_hash);
     const auto total = meta.total_size();
-    if (!total) return refuse("the sizes in it cannot be right.");
+    if (!total) return refuse(DraftFault::Kind::wrong_sizes);
     JobPlan plan;
     plan.address = to_utf16(make_magnet(meta.info_hash, to_utf8(meta.name()), meta.trackers));
     plan.name = one_name(meta.name());
@@ -42,7 +45,7 @@ JobPlans read_torrent_plan(std::span<const std::byte> bytes, const DocumentOptio
 
 JobPlans plan_magnet(const std::u16string& address) {
     const auto magnet = parse_magnet(to_utf8(address), {});
-    if (!magnet) return {{}, to_utf8(address) + ": the magnet link holds no info hash."};
+    if (!magnet) return refuse(DraftFault::Kind::no_info_hash, address);
     JobPlan plan;
     plan.address = address;
     plan.name = one_name(to_utf16(percent_decode(magnet->name)));

@@ -1,14 +1,13 @@
-#include "app/documents.h"
+#include "engine/documents.h"
 
 #include <algorithm>
 #include <limits>
 
-#include "app/metafile_plans.h"
-#include "app/torrent_plans.h"
 #include "base/text.h"
 #include "bt/magnet.h"
 #include "ed2k/link.h"
-#include "store/address.h"
+#include "engine/metafile_plans.h"
+#include "engine/torrent_plans.h"
 
 namespace vantlow {
 namespace {
@@ -30,17 +29,6 @@ bool ends_with(std::u16string_view text, std::u16string_view end) noexcept {
 }
 
 }  // namespace
-
-JobKind job_kind(std::u16string_view address) noexcept {
-    switch (link_kind(address)) {
-        case LinkKind::torrent:
-            return JobKind::torrent;
-        case LinkKind::edonkey:
-            return JobKind::edonkey;
-        default:
-            return JobKind::transfer;
-    }
-}
 
 const DocumentKind* document_by_name(std::u16string_view name) noexcept {
     for (const DocumentKind& kind : documents) {
@@ -64,8 +52,11 @@ JobPlans plan_link(const std::u16string& address) {
     CED2KLink file;
     // Also the form with backslashes, which no scheme test recognises.
     if (istarts_with(address, u"ed2k:")) {
-        if (!file.parse(address) || !file.is_hash_valid())
-            return {{}, to_utf8(address) + ": not the eDonkey link of a file."};
+        if (!file.parse(address) || !file.is_hash_valid()) {
+            JobPlans none;
+            none.faults.push_back({DraftFault::Kind::no_file_link, address});
+            return none;
+        }
         constexpr auto largest = static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max());
         plan.address = file.format();
         plan.name = file.file_name();

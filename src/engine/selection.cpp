@@ -1,4 +1,4 @@
-#include "app/selection.h"
+#include "engine/selection.h"
 
 #include <algorithm>
 #include <limits>

@@ -7,7 +7,7 @@
 #include <string>
 #include <string_view>
 
-#include "app/job_plan.h"
+#include "engine/job_plan.h"
 
 namespace vantlow {
 
@@ -18,7 +18,8 @@ struct DocumentOptions {
     std::string select;       ///< --select: "1,3-5"; empty: all
 };
 
-/// One kind of document. Readers get bytes and give plans; they touch nothing else.
+/// One kind of document. Readers get bytes and give plans; they touch nothing else. Their faults have no
+/// subject: who reads a document knows what it is called.
 struct DocumentKind {
     std::u16string_view suffix;   ///< of a file's name, lower case, with its dot
     std::string_view media_type;  ///< lower case; empty: none

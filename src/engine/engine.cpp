@@ -1,0 +1,250 @@
+#include "engine/engine.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "base/text.h"
+
+namespace vantlow {
+namespace {
+
+using Fault = Done::Fault;
+
+}  // namespace
+
+Engine::Engine(std::unique_ptr<JobStore> store, Options options)
+    : store_(std::move(store)),
+      options_(std::move(options)),
+      questions_(options_.question_time,
+                 [this] {
+                     questions_changed_ = true;
+                     if (wake_) wake_();
+                 }),
+      saver_(
+          *store_, options_.settings, [this] { refresh_records(); },
+          [this](const std::string& why) {
+              tell([&why](EngineListener& listener) { listener.not_saved(why); });
+          }),
+      settings_version_(options_.settings.version()) {
+    for (CJobNode* job : store_->jobs_below(nullptr)) decide_kind(*job);
+}
+
+Engine::~Engine() = default;
+
+void Engine::run(ConnectionServices& connections, ThreadPool& threads, std::function<void()> wake) {
+    wake_ = std::move(wake);
+    runner_ = std::make_unique<SessionRunner>(SessionRunner::Tools{
+        *store_, changes_, questions_, *options_.sessions, options_.settings, options_.libraries, connections,
+        threads, options_.stop, in_memory() ? std::u16string() : options_.data_folder, options_.data_folder,
+        options_.agent, wake_, options_.gathers_log});
+}
+
+void Engine::run_only_started() {
+    runner_->only_named();
+}
+
+void Engine::refresh_records() {
+    if (runner_) runner_->refresh_records();
+}
+
+void Engine::pump(std::chrono::milliseconds at_most) {
+    if (at_most.count() > 0) runner_->wait(at_most);
+    const std::uint64_t before = changes_.revision();
+    take_ends();
+    take_answers();
+    runner_->start_waiting();
+    take_ends();  // of those that nobody carries out
+    if (changes_.revision() != before) saver_.save_after_event();
+    tell_questions();
+    deliver();
+}
+
+void Engine::take_ends() {
+    if (options_.gathers_log) {
+        const std::vector<LogLine> lines = runner_->take_log();
+        if (!lines.empty()) tell([&lines](EngineListener& listener) { listener.logged(lines); });
+    }
+    for (const JobEnd& end : runner_->take_ends()) take_end(end);
+}
+
+void Engine::take_end(const JobEnd& end) {
+    tell([&end](EngineListener& listener) { listener.ended(end); });
+    CJobNode* const record = store_->find(end.job->identity);
+    if (end.goes_on || record == nullptr) return;
+    if (const auto at = leaving_.find(record->identity); at != leaving_.end()) {
+        const bool with_files = at->second;
+        leaving_.erase(at);
+        if (remove_now(*record, with_files).ok()) return;
+    }
+    if (end.outcome.result.ok() && follow(*record, end)) return;
+    if (in_memory()) {
+        const bool over = record->state == JobState::finished || record->state == JobState::failed;
+        if (over || end.stop_asked) store_->remove(*record);
+        return;
+    }
+    if (end.question && record->state == JobState::failed) questions_.leave(*end.question);
+    if (record->state == JobState::finished && options_.settings.flag(setting::move_completed)) {
+        store_->move(*record, store_->completed());
+        changes_.job(record->identity, job_field::category);
+    }
+}
+
+// A document that was fetched becomes the jobs that it names, in its place: its record goes with its file.
+bool Engine::follow(CJobNode& document, const JobEnd& end) {
+    std::optional<MadeJobs> made;
+    if (maker_) {
+        made = maker_->follow(*end.job, end.outcome);
+    } else {
+        JobMaker maker(draft_of(document, end.outcome), options_.credentials);
+        made = maker.follow(document, end.outcome);
+    }
+    if (!made) return false;
+    Followed followed{document.identity, {}, std::move(made->faults)};
+    const bool named = runner_->is_named(document.identity);
+    for (auto& job : made->jobs) {
+        followed.jobs.push_back(file_made(std::move(job), document.category));
+        if (named) runner_->name(followed.jobs.back());
+    }
+    if (!followed.jobs.empty()) {
+        changes_.job(document.identity, job_field::removed);
+        store_->remove(document);
+    }
+    tell([&followed](EngineListener& listener) { listener.followed(followed); });
+    return !followed.jobs.empty();
+}
+
+void Engine::take_answers() {
+    for (const QuestionBoard::Answered& one : questions_.take_answered()) {
+        CJobNode* const job = store_->find(one.question.job);
+        if (one.lapsed || job == nullptr || one.answer.user.empty()) continue;
+        job->user = one.answer.user;
+        job->password = one.answer.password;
+        changes_.job(job->identity, job_field::options);
+        static_cast<void>(start(job->identity));
+    }
+}
+
+void Engine::tell_questions() {
+    if (!questions_changed_.exchange(false)) return;
+    changes_.questions();
+    const std::vector<Question> open = questions_.open();
+    tell([&open](EngineListener& listener) { listener.asked(open); });
+}
+
+void Engine::deliver() {
+    const auto now = std::chrono::steady_clock::now();
+    if (listeners_.empty() || now < next_delivery_) return;
+    next_delivery_ = now + options_.change_interval;
+    if (runner_) runner_->note_progress();
+    if (!changes_.has_news()) return;
+    const Changes changes = changes_.deliver();
+    tell([&changes](EngineListener& listener) { listener.changed(changes); });
+}
+
+void Engine::tick() {
+    options_.settings.refresh();
+    if (std::exchange(settings_version_, options_.settings.version()) != settings_version_)
+        changes_.settings();
+    if (runner_) runner_->tick();
+    saver_.tick();
+}
+
+bool Engine::save(std::string& error) {
+    return saver_.save(error);
+}
+
+bool Engine::save_soon(std::string& error) {
+    return runner_ ? saver_.save_soon(error) : !store_->is_dirty() || saver_.save(error);
+}
+
+bool Engine::close(std::string& error) {
+    if (runner_) {
+        runner_->stop_all();
+        runner_->wait_for_all();
+        take_ends();
+        runner_->write_logs();
+    }
+    return !store_->is_dirty() || store_->save(options_.settings, error);
+}
+
+// ---- Looking.
+
+std::vector<const CJobNode*> Engine::find_by_digits(std::string_view digits) const {
+    const auto found = store_->find_by_digits(digits);
+    return {found.begin(), found.end()};
+}
+
+std::vector<const CJobNode*> Engine::jobs_below(const CClassNode* category) const {
+    CClassNode* const node = category == nullptr ? nullptr : store_->tree().find(category->identity);
+    const auto jobs = store_->jobs_below(node);
+    return {jobs.begin(), jobs.end()};
+}
+
+const CClassNode* Engine::find_category(const Guid& category) const {
+    return store_->tree().find(category);
+}
+
+std::vector<const CClassNode*> Engine::find_category(std::u16string_view name) const {
+    const auto found = store_->tree().find_named(name);
+    return {found.begin(), found.end()};
+}
+
+std::vector<const CClassNode*> Engine::categories() const {
+    const auto all = store_->tree().all();
+    return {all.begin(), all.end()};
+}
+
+std::optional<JobProgress> Engine::progress(const Guid& job) const {
+    return runner_ ? runner_->progress(job) : std::nullopt;
+}
+
+std::vector<SessionConnection> Engine::connections(const Guid& job) const {
+    return runner_ ? runner_->connections(job) : std::vector<SessionConnection>();
+}
+
+std::vector<RunningJob> Engine::running_jobs() const {
+    return runner_ ? runner_->running_jobs() : std::vector<RunningJob>();
+}
+
+std::size_t Engine::waiting() const {
+    return runner_ ? runner_->waiting() : store_->waiting().size();
+}
+
+std::vector<CLogNode> Engine::log_of(const Guid& job) {
+    if (runner_) runner_->write_logs();
+    return read_job_log(options_.data_folder, job);
+}
+
+// ---- Doing: see also job_operations.cpp and category_operations.cpp.
+
+Done Engine::answer(std::uint64_t question, QuestionAnswer answer) {
+    if (!questions_.answer(question, std::move(answer))) return {Fault::no_question};
+    return {};
+}
+
+Done Engine::set_setting(std::u16string_view section, std::u16string_view key, std::u16string_view value) {
+    const FileError error = options_.settings.write(section, key, value);
+    if (!error.ok()) return {Fault::setting, error};
+    changes_.settings();
+    return {};
+}
+
+Done Engine::unset_setting(std::u16string_view section, std::u16string_view key) {
+    const FileError error = options_.settings.erase(section, key);
+    if (!error.ok()) return {Fault::setting, error};
+    changes_.settings();
+    return {};
+}
+
+Done Engine::set_limit(std::optional<std::int64_t> rate) {
+    const auto write = [this](const NumberSetting& setting, std::int64_t value) {
+        return set_setting(setting.section, setting.key, to_utf16(std::to_string(value)));
+    };
+    if (rate && *rate <= 0) return {Fault::bad_value};
+    if (rate) {
+        if (Done done = write(setting::speed_limit, *rate); !done.ok()) return done;
+    }
+    return write(setting::limit, rate ? 1 : 0);
+}
+
+}  // namespace vantlow
