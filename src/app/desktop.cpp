@@ -3,16 +3,18 @@
 #include <algorithm>
 
 #include "app/dial_up.h"
-#include "app/job_runner.h"
+#include "app/engine_voice.h"
 #include "app/monitor.h"
 #include "app/resident.h"
 #include "app/store_command.h"
-#include "app/store_jobs.h"
 #include "base/text.h"
 #include "platform/associations.h"
 
 namespace vantlow {
 namespace {
+
+// Whoever is asked may be away for a while; a job that waits for an answer keeps its place so long.
+constexpr std::chrono::minutes question_patience{5};
 
 // Desktops name files as links too (RFC 8089): "file:///a%20b".
 std::string plain_path(const std::string& link) {
@@ -27,15 +29,18 @@ std::string plain_path(const std::string& link) {
 Exit add_and_start(StoreCommand& command, const std::vector<std::string>& links) {
     std::vector<std::string> plain(links.size());
     std::transform(links.begin(), links.end(), plain.begin(), plain_path);
-    const AddedJobs added = add_jobs(command, {}, plain, *command.store.tree().root(), false);
-    for (CJobNode* job : added.jobs) command.runner->start(*job);
-    command.runner->pump();
-    return added.complete ? Exit::done : Exit::failed;
+    JobDraft draft;
+    draft.links = std::move(plain);
+    const Added added = command.engine.add(draft);
+    for (const DraftFault& fault : added.faults) complain(text_of(fault));
+    for (const Guid& job : added.jobs) static_cast<void>(command.engine.start(job));
+    command.engine.pump();
+    return added.faults.empty() ? Exit::done : Exit::failed;
 }
 
-void start_all(JobStore& store, JobRunner& runner) {
-    for (CJobNode* job : store.jobs_below(nullptr)) {
-        if (job->state != JobState::finished) runner.start(*job);
+void start_all(Engine& engine) {
+    for (const CJobNode* job : engine.jobs_below(nullptr)) {
+        if (job->state != JobState::finished) static_cast<void>(engine.start(job->identity));
     }
 }
 
@@ -51,24 +56,26 @@ Complaint check_desktop_links(const std::vector<std::string>& links) {
 }
 
 Exit run_desktop(CFerrywellApp& app, const GlobalOptions& global, const std::vector<std::string>& links) {
-    if (app.runner() != nullptr) {
+    if (app.runs_jobs()) {
         if (links.empty()) return Exit::done;
         return on_store([&](StoreCommand& command) { return add_and_start(command, links); })(app, global);
     }
     std::string error;
-    JobStore* const store = app.job_store(error);
-    Resident resident(app);
-    if (store == nullptr || !resident.open(*store, Frame::Role::main, {}, error)) {
-        complain(error);
-        return Exit::failed;
-    }
+    Engine* const engine = app.engine(error);
+    if (engine == nullptr) return complain(error);
+    EngineVoice voice;
+    Resident resident(app, *engine);
+    if (!resident.open(Frame::Role::main, question_patience, false, error)) return complain(error);
+    engine->add_listener(voice);
     CJobLog dial_log;
     if (const Result dialled = dial_as_set(app, dial_log); !dialled.ok()) complain(dialled.message());
     associate_as_set(app);
     register_link_formats();
-    if (app.settings().flag(setting::start_all)) start_all(*store, resident.runner());
+    if (app.settings().flag(setting::start_all)) start_all(*engine);
     if (!links.empty()) static_cast<void>(run_desktop(app, global, links));  // complained about; it stays
-    return resident.run();
+    const Exit status = resident.run();
+    engine->remove_listener(voice);
+    return status;
 }
 
 void add_quit_command(CommandSet& commands) {

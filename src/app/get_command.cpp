@@ -2,7 +2,6 @@
 
 #include "app/dial_up.h"
 #include "app/get_run.h"
-#include "app/program_proxies.h"
 #include "base/text.h"
 #include "platform/console.h"
 #include "platform/process.h"
@@ -10,33 +9,23 @@
 namespace vantlow {
 namespace {
 
-// Servers that SSH does not know are accepted as the words say, else the person is asked.
-SshRules ssh_rules(const GetOptions& options, GetOutput& output, const StopSource& stop) {
-    SshRules rules;
-    rules.folder = join_path(home_folder(), u".ssh");
-    if (!options.key_file.empty()) rules.key_file = absolute_path(to_utf16(options.key_file));
-    HostKeys::Ask ask = [](const std::string&, const std::string&) { return true; };
-    if (!options.accept_host_key) {
-        ask = [&output, &stop](const std::string& host, const std::string& fingerprint) {
-            return output.ask_yes_or_no("The server " + host + " is not known. Its key is " + fingerprint +
-                                            ".\nTrust it from now on? (yes/no) ",
-                                        stop);
-        };
-    }
-    rules.hosts = std::make_shared<HostKeys>(rules.folder, std::move(ask));
-    return rules;
+// Once for all jobs, before the first of them begins.
+Complaint look_at_proxies(CFerrywellApp& app, const GetOptions& options) {
+    CJobNode job;
+    job.proxy = to_utf16(options.proxy);
+    ProxyFault fault;
+    static_cast<void>(run_options_of(job, app.settings(), app.data_folder(), fault));
+    return text_of(fault);
 }
 
 }  // namespace
 
 Exit run_get(CFerrywellApp& app, const GlobalOptions& global, const GetOptions& options) {
     GetOutput output(global);
-    RunOptions run;
-    run.default_agent = u"Vantlow/" + app.version();
     std::vector<std::string> links;
     Complaint complaint = override_settings(app.settings(), options);
-    if (!complaint) complaint = read_run_options(options, run);
-    if (!complaint) complaint = add_program_proxies(app, run);
+    if (!complaint) complaint = check_draft(options);
+    if (!complaint) complaint = look_at_proxies(app, options);
     if (!complaint) complaint = read_links(options, links);
     if (complaint) {
         output.complain(*complaint);
@@ -53,14 +42,16 @@ Exit run_get(CFerrywellApp& app, const GlobalOptions& global, const GetOptions& 
         output.complain(dialled.message());
         return exit_of(dialled);
     }
-    run.ssh = ssh_rules(options, output, stop);
     Exit status = Exit::done;
     {
-        GetRun jobs({connections, app.libraries(), app.settings(), stop, threads}, global, options, run,
-                    output);
-        for (const std::string& link : links) jobs.add(link);
-        links.clear();
-        jobs.drive([&app] { app.settings().refresh(); });
+        Engine engine(JobStore::in_memory(absolute_path(u".")), app.engine_options());
+        GetRun jobs(engine, output, stop, threads);
+        engine.run({connections, threads, {}, jobs.question_time(), global.verbose});
+        JobDraft draft = draft_of(options, u".");
+        draft.links = std::move(links);
+        jobs.add(draft);
+        draft = {};
+        jobs.drive();
         status = jobs.status();
     }
     output.close();

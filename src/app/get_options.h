@@ -7,8 +7,8 @@
 #include <vector>
 
 #include "app/global_options.h"
+#include "engine/draft.h"
 #include "store/settings.h"
-#include "transfer/job/main_thread.h"
 
 namespace vantlow {
 
@@ -39,8 +39,12 @@ struct GetOptions {
     std::string select;  ///< "1,3-5": which files of a metafile; empty: all
 };
 
-/// What the options say of a job's run: its proxy, and the hash of its file.
-Complaint read_run_options(const GetOptions& options, RunOptions& run);
+/// What is wrong with the options that the option parser cannot see: the proxy, the hash, the cookies' file.
+Complaint check_draft(const GetOptions& options);
+
+/// The draft that the options ask for, without its links; they were checked. `folder` is the one without
+/// --dir. Paths are meant from the thread's current folder.
+JobDraft draft_of(const GetOptions& options, const std::u16string& folder);
 
 /// Puts what the options say in place of the settings, for this run only.
 Complaint override_settings(Settings& settings, const GetOptions& options);

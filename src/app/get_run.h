@@ -1,90 +1,31 @@
 // The jobs of one `vantlow get`, from its links to the last of them that ends.
 #pragma once
 
-#include <deque>
-#include <map>
-#include <memory>
-#include <string>
+#include <functional>
+#include <vector>
 
-#include "app/exit.h"
 #include "app/get_options.h"
-#include "app/get_output.h"
-#include "app/job_factory.h"
-#include "app/torrent_desk.h"
-#include "transfer/job/queue.h"
+#include "app/terminal_client.h"
 
 namespace vantlow {
 
-/// The status of all jobs together: that of the only failure, or the one that all failures share.
-class StatusOfAll {
+/// An engine with a store in memory, and a terminal. Used from one thread, which drives the engine. All that
+/// it is given outlives it.
+class GetRun : public TerminalClient {
   public:
-    void add(const Result& result) {
-        const Exit status = exit_of(result);
-        if (status == Exit::done) return;
-        status_ = failed_ && status != status_ ? Exit::failed : status;
-        failed_ = true;
-    }
-    [[nodiscard]] Exit status() const noexcept { return status_; }
+    GetRun(Engine& engine, GetOutput& output, StopSource& stop, ThreadPool& threads)
+        : TerminalClient(engine, output, stop, threads) {}
 
-  private:
-    bool failed_ = false;
-    Exit status_ = Exit::done;
-};
-
-/// The torrents of one `get`: their trackers are asked, their peers told; then they end, as nobody can fetch
-/// from peers yet.
-class TorrentsOfGet {
-  public:
-    TorrentsOfGet(const AnnounceServices& services, StopSource& stop, ProxyPlan proxy, bool json,
-                  GetOutput& output, StatusOfAll& all)
-        : desk_(services, stop), proxy_(std::move(proxy)), json_(json), output_(output), all_(all) {}
-
-    void add(CJobQueue::Id id, std::unique_ptr<CJobNode> job, CJobLog::Listener listener) {
-        waiting_.push_back({id, std::move(job), std::move(listener)});
-    }
-    [[nodiscard]] bool has_work() const noexcept { return !waiting_.empty() || !asked_.empty(); }
-    void look();
-
-  private:
-    struct Torrent {
-        CJobQueue::Id id = 0;
-        std::unique_ptr<CJobNode> job;
-        CJobLog::Listener listener;
-    };
-    TorrentDesk desk_;
-    const ProxyPlan proxy_;
-    const bool json_;
-    GetOutput& output_;
-    StatusOfAll& all_;
-    std::deque<Torrent> waiting_;
-    std::map<Guid, Torrent> asked_;
-};
-
-/// Used from one thread, which drives the queue. All that it is given outlives it.
-class GetRun {
-  public:
-    GetRun(const TransferServices& services, const GlobalOptions& global, const GetOptions& options,
-           const RunOptions& run, GetOutput& output);
-
-    /// Files the jobs of one link or document.
-    void add(const std::string& link) { file(factory_.make(link)); }
+    /// Files the jobs of a draft.
+    void add(const JobDraft& draft);
     /// Until every job has ended, those included that fetched documents name; after a stop, until the running
-    /// ones have. `tick` is called about once a second.
-    void drive(const std::function<void()>& tick);
-    [[nodiscard]] Exit status() const noexcept { return all_.status(); }
+    /// ones have.
+    void drive();
+
+    void ended(const JobEnd& end) override;
 
   private:
-    void file(MadeJobs made);
-    void ended(const CJobQueue::Ended& job);
-
-    const bool verbose_;
-    const RunOptions& run_;
-    StopSource& stop_;
-    GetOutput& output_;
-    StatusOfAll all_;
-    CJobQueue queue_;
-    JobFactory factory_;
-    TorrentsOfGet torrents_;
+    std::vector<Guid> settled_;  ///< jobs that nobody waits for any more
 };
 
 }  // namespace vantlow

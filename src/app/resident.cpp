@@ -28,21 +28,19 @@ CommandAnswer run_words(CFerrywellApp& app, const Command& command) {
 }  // namespace
 
 Resident::~Resident() {
-    app_.set_runner(nullptr);
-    runner_.reset();
+    engine_.end_running();
     frame_.reset();
 }
 
-bool Resident::open(JobStore& store, Frame::Role role, JobRunner::Events events, std::string& error) {
+bool Resident::open(Frame::Role role, std::chrono::milliseconds question_time, bool gathers_log,
+                    std::string& error) {
     Frame::Events frame;
     frame.on_timer = [this](int timer) { on_timer(timer); };
     frame.on_request = [this](const std::string& request) { return on_request(request); };
     frame.on_session_end = [this] { close(); };
     frame_ = Frame::open(app_.data_folder(), role, std::move(frame), error);
     if (!frame_) return false;
-    events.wake = [this] { wake(); };
-    runner_ = std::make_unique<JobRunner>(app_, store, connections_, threads_, std::move(events));
-    app_.set_runner(runner_.get());
+    engine_.run({connections_, threads_, [this] { wake(); }, question_time, gathers_log});
     if (role == Frame::Role::main) app_.session().publish(frame_->address());
     const FileError published = app_.folder_lock().publish(frame_->address());
     if (!published.ok())
@@ -61,18 +59,18 @@ void Resident::wake() {
     frame_->post([this] {
         woken_ = false;
         used_memory_ = true;
-        runner_->pump();
+        engine_.pump();
         look_whether_idle();
     });
 }
 
 void Resident::look_whether_idle() {
-    if (ends_when_idle_ && !runner_->has_work()) frame_->quit();
+    if (ends_when_idle_ && !engine_.has_work()) frame_->quit();
 }
 
 // What jobs and answers held goes back to the system while nobody waits for it.
 void Resident::look_at_memory() {
-    used_memory_ = used_memory_ || runner_->running() > 0;
+    used_memory_ = used_memory_ || engine_.running() > 0;
     const Clock::time_point now = Clock::now();
     if (!used_memory_ || now < next_give_back_) return;
     used_memory_ = false;
@@ -81,16 +79,16 @@ void Resident::look_at_memory() {
 }
 
 void Resident::on_timer(int timer) {
-    std::string error;  // told by the runner
+    std::string error;  // told by the engine
     switch (timer) {
         case tick_timer:
-            runner_->tick();
-            runner_->pump();
+            engine_.tick();
+            engine_.pump();
             look_whether_idle();
             look_at_memory();
             break;
         case save_timer:
-            static_cast<void>(runner_->save(error));
+            static_cast<void>(engine_.save(error));
             break;
         case display_timer:
             display_.show();
@@ -122,7 +120,7 @@ std::string Resident::on_request(const std::string& request) {
 bool Resident::close() {
     if (std::exchange(closed_, true)) return saved_;
     std::string error;
-    saved_ = runner_->close(error);
+    saved_ = engine_.close(error);
     if (!saved_) complain(error);
     return saved_;
 }

@@ -15,11 +15,6 @@ using Fault = Done::Fault;
 Engine::Engine(std::unique_ptr<JobStore> store, Options options)
     : store_(std::move(store)),
       options_(std::move(options)),
-      questions_(options_.question_time,
-                 [this] {
-                     questions_changed_ = true;
-                     if (wake_) wake_();
-                 }),
       saver_(
           *store_, options_.settings, [this] { refresh_records(); },
           [this](const std::string& why) {
@@ -31,12 +26,22 @@ Engine::Engine(std::unique_ptr<JobStore> store, Options options)
 
 Engine::~Engine() = default;
 
-void Engine::run(ConnectionServices& connections, ThreadPool& threads, std::function<void()> wake) {
-    wake_ = std::move(wake);
-    runner_ = std::make_unique<SessionRunner>(SessionRunner::Tools{
-        *store_, changes_, questions_, *options_.sessions, options_.settings, options_.libraries, connections,
-        threads, options_.stop, in_memory() ? std::u16string() : options_.data_folder, options_.data_folder,
-        options_.agent, wake_, options_.gathers_log});
+void Engine::run(Running running) {
+    gathers_log_ = running.gathers_log;
+    questions_.open_for(running.question_time, [this, wake = running.wake] {
+        questions_changed_ = true;
+        if (wake) wake();
+    });
+    runner_ = std::make_unique<SessionRunner>(
+        SessionRunner::Tools{*store_, changes_, questions_, *options_.sessions, options_.settings,
+                             options_.libraries, running.connections, running.threads, options_.stop,
+                             in_memory() ? std::u16string() : options_.data_folder, options_.data_folder,
+                             options_.agent, std::move(running.wake), running.gathers_log});
+}
+
+void Engine::end_running() {
+    runner_.reset();
+    questions_.open_for({}, {});
 }
 
 void Engine::run_only_started() {
@@ -60,7 +65,7 @@ void Engine::pump(std::chrono::milliseconds at_most) {
 }
 
 void Engine::take_ends() {
-    if (options_.gathers_log) {
+    if (gathers_log_) {
         const std::vector<LogLine> lines = runner_->take_log();
         if (!lines.empty()) tell([&lines](EngineListener& listener) { listener.logged(lines); });
     }

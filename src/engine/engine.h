@@ -85,9 +85,7 @@ class Engine {
         std::u16string agent;            ///< of jobs without one of their own
         CredentialLookup credentials{};  ///< the user's file of logins
         const SessionTable* sessions = &standard_sessions();
-        std::chrono::milliseconds question_time{0};  ///< how long a question stays open; 0: nobody is asked
         std::chrono::milliseconds change_interval{250};  ///< between two calls of EngineListener::changed
-        bool gathers_log = false;                        ///< EngineListener::logged is called
     };
     Engine(std::unique_ptr<JobStore> store, Options options);
     ~Engine();
@@ -96,9 +94,18 @@ class Engine {
 
     // ---- Running. Without it jobs are only filed.
 
-    /// From now on pump() runs the jobs that wait. `wake` (any thread) asks for a pump() soon.
-    void run(ConnectionServices& connections, ThreadPool& threads, std::function<void()> wake = {});
+    struct Running {
+        ConnectionServices& connections;
+        ThreadPool& threads;
+        std::function<void()> wake{};                ///< any thread: asks for a pump() soon
+        std::chrono::milliseconds question_time{0};  ///< how long a question stays open; 0: nobody is asked
+        bool gathers_log = false;                    ///< EngineListener::logged is called
+    };
+    /// From now on pump() runs the jobs that wait.
+    void run(Running running);
     [[nodiscard]] bool runs() const noexcept { return runner_ != nullptr; }
+    /// Back to filing only: waits until everything that ran has ended. Nobody is woken from then on.
+    void end_running();
     /// Only jobs that start() names are run from now on.
     void run_only_started();
     /// Takes in what ended, starts what may start, tells listeners. Waits up to `at_most` for an end.
@@ -131,6 +138,8 @@ class Engine {
     [[nodiscard]] std::vector<RunningJob> running_jobs() const;
     [[nodiscard]] std::size_t running() const noexcept { return runner_ ? runner_->running() : 0; }
     [[nodiscard]] std::size_t waiting() const;
+    /// True while the record of the job says that it runs.
+    [[nodiscard]] bool is_running(const Guid& job) const { return runner_ && runner_->takes_place(job); }
     [[nodiscard]] bool has_work() const { return runner_ && runner_->has_work(); }
     [[nodiscard]] std::vector<Question> questions() const { return questions_.open(); }
     /// The lines of a job's log, oldest first.
@@ -209,7 +218,7 @@ class Engine {
     Options options_;
     ChangeLog changes_;
     std::atomic<bool> questions_changed_{false};
-    std::function<void()> wake_;  ///< set before any other thread may call it
+    bool gathers_log_ = false;
     QuestionBoard questions_;
     Saver saver_;
     std::vector<EngineListener*> listeners_;

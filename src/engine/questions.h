@@ -19,35 +19,23 @@ namespace vantlow {
 /// What is asked.
 enum class QuestionKind {
     host_key,     ///< is this SSH server to be trusted from now on
-    certificate,  ///< is this job to go on although the certificate of its server is not trusted
     credentials,  ///< which login does this server take
-    overwrite,    ///< what is to become of the file that has the job's name
-    files,        ///< which files of the document are wanted
 };
 
 /// An answer; each kind of question reads its own members.
 struct QuestionAnswer {
-    bool yes = false;                 ///< host_key, certificate: trust it. overwrite: replace the file
-    bool rename = false;              ///< overwrite: keep both
-    std::u16string user;              ///< credentials; empty: none are given
-    std::u16string password;          ///< credentials
-    std::vector<std::size_t> chosen;  ///< files: their places in Question::files
+    bool yes = false;         ///< host_key: trust it
+    std::u16string user;      ///< credentials; empty: none are given
+    std::u16string password;  ///< credentials
 };
 
 /// An open question. A plain record: what stands in it is data, clients make sentences of it.
 struct Question {
-    struct File {
-        std::u16string name;
-        std::int64_t size = -1;  ///< bytes; -1: unsaid
-    };
-
     std::uint64_t id = 0;  ///< given by the board; never used twice in a run
     QuestionKind kind = QuestionKind::host_key;
     Guid job;                 ///< zero: the question is about no single job
     std::string server;       ///< host, with its port where that is not the usual one
     std::string fingerprint;  ///< of the key or certificate; as SSH and TLS tools write it
-    std::u16string path;      ///< overwrite: the file that is there
-    std::vector<File> files;  ///< files: to choose from
     QuestionAnswer standard;  ///< what holds when nobody answers in time
     std::chrono::steady_clock::time_point until{};  ///< given by the board
 };
@@ -60,12 +48,17 @@ class QuestionBoard {
   public:
     using Clock = std::chrono::steady_clock;
 
-    /// `time`: how long a question stays open; 0: the default holds at once, nobody can be asked. `changed`
-    /// is called without a lock whenever a question came or went, from whichever thread; it must return soon.
-    explicit QuestionBoard(std::chrono::milliseconds time, std::function<void()> changed = {})
-        : time_(time), changed_(std::move(changed)) {}
+    QuestionBoard() = default;
     QuestionBoard(const QuestionBoard&) = delete;
     QuestionBoard& operator=(const QuestionBoard&) = delete;
+
+    /// Before anybody asks, and once nobody does any more; not from any thread. `time`: how long a question
+    /// stays open; 0, as in the beginning: the default holds at once, nobody can be asked. `changed` is
+    /// called without a lock whenever a question came or went, from whichever thread; it must return soon.
+    void open_for(std::chrono::milliseconds time, std::function<void()> changed = {}) {
+        time_ = time;
+        changed_ = std::move(changed);
+    }
 
     /// Waits for an answer, for the time of the board, or until `stop` is requested; then the default holds.
     /// Who asks the same (kind, server and fingerprint) while it is open waits for the same answer.
@@ -102,8 +95,8 @@ class QuestionBoard {
         if (changed_) changed_();
     }
 
-    const std::chrono::milliseconds time_;
-    const std::function<void()> changed_;
+    std::chrono::milliseconds time_{0};
+    std::function<void()> changed_;
     mutable std::mutex mutex_;
     std::condition_variable_any answered_;
     std::map<std::uint64_t, Entry> entries_;  ///< guarded by mutex_, like the ones below

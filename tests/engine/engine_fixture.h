@@ -124,10 +124,9 @@ class EngineTest : public testing::Test {
     void start(std::unique_ptr<JobStore> store, std::chrono::milliseconds question_time) {
         Engine::Options options{settings, libraries, stop, folder.path(u"data"), u"Test/1"};
         options.sessions = &table;
-        options.question_time = question_time;
         options.change_interval = {};
         engine = std::make_unique<Engine>(std::move(store), std::move(options));
-        engine->run(connections, threads);
+        engine->run({connections, threads, {}, question_time});
         engine->add_listener(ears);
     }
 

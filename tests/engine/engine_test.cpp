@@ -312,7 +312,8 @@ TEST_F(EngineTest, WhatTheEndOfTheProgramStopsGoesOnWithTheNext) {
 }
 
 TEST(Questions, EveryoneWhoAsksTheSameGetsTheOneAnswer) {
-    QuestionBoard board(std::chrono::seconds(20));
+    QuestionBoard board;
+    board.open_for(std::chrono::seconds(20));
     const StopSource never;
     const auto ask = [&](const char* server) {
         Question question;
@@ -340,15 +341,18 @@ TEST(Questions, HaveADefaultAfterATimeAStopOrWithoutAnybodyToAsk) {
     Question question;
     question.standard.yes = true;
     StopSource stop;
-    EXPECT_TRUE(QuestionBoard(std::chrono::milliseconds(0)).ask(question, stop).yes);
-    EXPECT_TRUE(QuestionBoard(std::chrono::milliseconds(20)).ask(question, stop).yes);
-    QuestionBoard board(std::chrono::seconds(20));
+    QuestionBoard board;
+    EXPECT_TRUE(board.ask(question, stop).yes);
+    board.open_for(std::chrono::milliseconds(20));
+    EXPECT_TRUE(board.ask(question, stop).yes);
+    board.open_for(std::chrono::seconds(20));
     auto asked = std::async(std::launch::async, [&] { return board.ask(question, stop).yes; });
     while (board.open().empty()) std::this_thread::yield();
     stop.request();
     EXPECT_TRUE(asked.get());
 
-    QuestionBoard left(std::chrono::seconds(20));
+    QuestionBoard left;
+    left.open_for(std::chrono::seconds(20));
     question.job = new_guid();
     left.leave(question);
     left.leave(question);
