@@ -21,6 +21,7 @@ void add_commands(CommandSet& commands) {
     add_add_command(commands);
     add_list_commands(commands);
     add_steer_commands(commands);
+    add_question_commands(commands);
     add_category_commands(commands);
     add_list_file_commands(commands);
     add_settings_commands(commands);
@@ -43,9 +44,9 @@ void add_global_options(CLI::App& app, GlobalOptions& global, std::string& data_
     app.add_flag("-v,--verbose", global.verbose, "The job log, line by line, to stderr");
 }
 
-Command complain(std::string text) {
+Command complain(const std::string& text, const std::string& words = "vantlow") {
     Command command;
-    command.text = "vantlow: " + std::move(text) + "\nTry 'vantlow --help'.\n";
+    command.text = "vantlow: " + text + "\nTry '" + words + " --help'.\n";
     command.status = Exit::usage;
     return command;
 }
@@ -59,10 +60,28 @@ Command desktop_command(Command command, std::vector<std::string> links) {
     return command;
 }
 
-// The innermost word that was said.
-const CLI::App& innermost(const CLI::App& app) {
-    const auto below = app.get_subcommands();
-    return below.empty() ? app : innermost(*below.front());
+// The words that were said, the program's own name in front.
+std::string said_words(const CLI::App& app) {
+    std::string words = app.get_name();
+    for (const CLI::App* word : app.get_subcommands()) words += " " + said_words(*word);
+    return words;
+}
+
+// The help of the innermost word that was said, its usage line with all words in front of it, and the options
+// that every word takes.
+std::string help_of(const CLI::App& app) {
+    const CLI::App* word = &app;
+    std::string before;
+    while (!word->get_subcommands().empty()) {
+        before += (before.empty() ? "" : " ") + word->get_name();
+        word = word->get_subcommands().front();
+    }
+    if (word == &app) return app.help();
+    const auto global = app.get_options([&app](const CLI::Option* option) {
+        const bool is_own = option == app.get_help_ptr() || option->check_name("--version");
+        return option->nonpositional() && !is_own;
+    });
+    return word->help(before) + CLI::Formatter().make_group("Global options", false, global);
 }
 
 }  // namespace
@@ -87,10 +106,10 @@ Command parse_command_line(const std::vector<std::string>& words) {
         std::vector<std::string> reversed(words.rbegin(), words.rend());
         app.parse(std::move(reversed));
     } catch (const CLI::CallForHelp&) {
-        command.text = innermost(app).help();
+        command.text = help_of(app);
         return command;
     } catch (const CLI::ParseError& error) {
-        return complain(error.what());
+        return complain(error.what(), said_words(app));
     }
     command.global.data_folder = to_utf16(data_folder);
     command.global.settings_file = to_utf16(settings_file);
@@ -104,7 +123,7 @@ Command parse_command_line(const std::vector<std::string>& words) {
     if (!links.empty()) return complain(chosen->word->get_name() + ": what is \"" + links.front() + "\"?");
     if (chosen->check) {
         if (const Complaint complaint = chosen->check()) {
-            return complain(chosen->word->get_name() + ": " + *complaint);
+            return complain(chosen->word->get_name() + ": " + *complaint, said_words(app));
         }
     }
     command.run = chosen->run;

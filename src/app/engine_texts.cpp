@@ -92,6 +92,11 @@ std::string text_of(const Question& question) {
         case QuestionKind::host_key:
             return "The server " + question.server + " is not known. Its key is " + question.fingerprint +
                    ".\nTrust it from now on? (yes/no)";
+        case QuestionKind::certificate:
+            return "The certificate of " + question.server +
+                   " is not trusted. Fetch this file all the same, without checking it? (yes/no)";
+        case QuestionKind::overwrite:
+            return to_utf8(question.path) + " is there already. Replace it, or keep both? (yes/no/rename)";
         case QuestionKind::credentials:
             return question.server + " wants another user name and password. Which ones? (USER:PASSWORD)";
     }
@@ -107,9 +112,10 @@ std::optional<QuestionAnswer> read_answer(const Question& question, std::string_
         answer.password = to_utf16(text.substr(colon + 1));
         return answer;
     }
+    answer.rename = question.kind == QuestionKind::overwrite && iequals(trim(text), "rename");
     answer.yes = iequals(trim(text), "yes") || iequals(trim(text), "y");
     const bool is_no = iequals(trim(text), "no") || iequals(trim(text), "n");
-    if (!answer.yes && !is_no) return std::nullopt;
+    if (!answer.yes && !answer.rename && !is_no) return std::nullopt;
     return answer;
 }
 

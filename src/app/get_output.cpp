@@ -2,8 +2,10 @@
 
 #include <algorithm>
 
+#include "app/job_view.h"
 #include "app/json_text.h"
 #include "app/say.h"
+#include "base/string_table.h"
 #include "base/text.h"
 #include "engine/torrent_plans.h"
 #include "platform/console.h"
@@ -18,6 +20,7 @@ using nlohmann::ordered_json;
 
 constexpr std::chrono::milliseconds draw_interval{100};
 constexpr std::chrono::milliseconds tell_interval{500};  // progress events, at most twice a second
+constexpr std::chrono::hours remind_interval{1};
 
 ordered_json size_or_null(std::int64_t size) {
     return size >= 0 ? ordered_json(size) : ordered_json(nullptr);
@@ -35,6 +38,11 @@ std::string plain_text(std::string_view text) {
         if ((static_cast<unsigned char>(c) < 0x20 && c != '\n') || c == 0x7F) c = ' ';
     }
     return plain;
+}
+
+// A sentence about an address, which many sentences name themselves.
+std::string about(const std::string& address, const std::string& text) {
+    return text.find(address) != std::string::npos ? text : address + ": " + text;
 }
 
 std::string plain_line(std::string_view text) {
@@ -117,11 +125,45 @@ void GetOutput::tell_progress(Shown& shown, const JobProgress& progress, double 
                                           {"connections", progress.connections}}));
 }
 
-// What a job has trouble with is told once, not at every attempt.
-void GetOutput::tell_notice(Shown& shown, const JobProgress& progress) {
-    if (progress.notice.empty() || progress.notice == shown.notice) return;
-    shown.notice = progress.notice;
-    if (!global_.quiet && !global_.json) complain(shown.address + ": " + progress.notice + " (going on)");
+// What a job has trouble with is told once, not at every attempt; where nobody sees the count go up, once an
+// hour.
+void GetOutput::tell_trouble(Shown& shown, const JobProgress& progress) {
+    tell_restarts(shown, progress.restarts);
+    if (global_.json) return tell_retry(shown, progress);
+    const bool waits = !progress.waiting_for.empty();
+    const std::string& trouble = waits ? progress.waiting_for : progress.notice;
+    if (trouble.empty() || trouble == message_text(Message::server_newer)) return;
+    const auto now = Clock::now();
+    const bool is_due = waits && !view_.is_drawing() && now - shown.notice_told >= remind_interval;
+    if (trouble == shown.notice && !is_due) return;
+    shown.notice = trouble;
+    shown.notice_told = now;
+    if (global_.quiet) return;
+    complain(about(shown.address, waits ? wait_text(progress, now) : trouble + " (going on)"));
+}
+
+// Everything that was there is fetched once more: nobody is to wonder why.
+void GetOutput::tell_restarts(Shown& shown, int restarts) {
+    if (restarts <= shown.restarts) return;
+    shown.restarts = restarts;
+    if (global_.json) {
+        write_line(Stream::output, json_line({{"event", "restart"},
+                                              {"address", shown.address},
+                                              {"reason", message_text(Message::server_newer)}}));
+    } else if (!global_.quiet) {
+        complain(about(shown.address, std::string(message_text(Message::server_newer))));
+    }
+}
+
+void GetOutput::tell_retry(Shown& shown, const JobProgress& progress) {
+    const auto now = Clock::now();
+    const bool is_news = !progress.waiting_for.empty() && progress.attempts != shown.attempts;
+    if (!is_news || now - shown.notice_told < tell_interval) return;
+    shown.attempts = progress.attempts;
+    shown.notice_told = now;
+    ordered_json event{{"event", "retry"}, {"address", shown.address}};
+    add_wait(event, progress);
+    write_line(Stream::output, json_line(event));
 }
 
 bool GetOutput::can_ask() const {
@@ -143,6 +185,7 @@ void GetOutput::show(const Engine& engine) {
     const auto now = Clock::now();
     std::vector<JobLine> lines;
     std::int64_t received = finished_bytes_;
+    std::size_t without_place = 0;
     for (RunningJob& running : engine.running_jobs()) {
         Shown& shown = shown_[running.number];
         if (shown.address.empty()) shown.address = shown_address(*running.job);
@@ -154,12 +197,18 @@ void GetOutput::show(const Engine& engine) {
             tell_start(shown, progress.path, progress.size);
             tell_progress(shown, progress, speed);
         }
-        tell_notice(shown, progress);
-        lines.push_back(
-            {named ? to_utf8(name_of(progress.path)) : shown.address, std::move(progress), speed});
+        tell_trouble(shown, progress);
+        if (progress.awaits_place) {
+            ++without_place;
+            continue;
+        }
+        std::string waits = wait_text(progress, now);
+        lines.push_back({named ? to_utf8(name_of(progress.path)) : shown.address, std::move(progress), speed,
+                         std::move(waits)});
     }
-    totals_.running = engine.running();
-    totals_.waiting = engine.waiting();
+    // A job that has no place at its server yet is started, but nobody would call it running.
+    totals_.running = engine.running() - without_place;
+    totals_.waiting = engine.waiting() + without_place;
     totals_.received = received;
     totals_.speed = total_speed_.update(received, now);
     if (now - drawn_ < draw_interval) return;
@@ -167,32 +216,33 @@ void GetOutput::show(const Engine& engine) {
     view_.draw(lines, totals_);
 }
 
-void GetOutput::ended(const JobEnd& end) {
+void GetOutput::ended(std::size_t number, const CJobNode& job, const JobOutcome& outcome) {
     flush_log();
-    Shown& shown = shown_[end.number];
-    if (shown.address.empty()) shown.address = shown_address(*end.job);
-    const JobOutcome& outcome = end.outcome;
+    Shown& shown = shown_[number];
+    if (shown.address.empty()) shown.address = shown_address(job);
     const bool ok = outcome.result.ok();
     finished_bytes_ += outcome.received;
+    tell_restarts(shown, outcome.restarts);
     if (outcome.result.kind() != Kind::stopped) ++(ok ? totals_.done : totals_.failed);
     if (global_.json) {
         tell_start(shown, outcome.path, outcome.size);
-        write_line(
-            Stream::output,
-            json_line({{"event", "end"},
-                       {"address", shown.address},
-                       {"path", path_or_null(outcome.path)},
-                       {"size", size_or_null(outcome.size)},
-                       {"received", outcome.received},
-                       {"seconds", outcome.seconds},
-                       {"result", static_cast<std::int32_t>(outcome.result.code)},
-                       {"error", ok ? ordered_json(nullptr) : ordered_json(outcome.result.message())}}));
+        ordered_json event{{"event", "end"},
+                           {"address", shown.address},
+                           {"path", path_or_null(outcome.path)},
+                           {"size", size_or_null(outcome.size)},
+                           {"received", outcome.received},
+                           {"seconds", outcome.seconds},
+                           {"result", plain_result(outcome.result.code)},
+                           {"error", ok ? ordered_json(nullptr) : ordered_json(outcome.result.message())}};
+        if (outcome.skipped) event["skipped"] = true;
+        write_line(Stream::output, json_line(event));
     } else if (ok && !global_.quiet) {
-        write_line(Stream::output, to_utf8(outcome.path));
+        if (outcome.skipped) complain(to_utf8(outcome.path) + " is there already and is not fetched again.");
+        if (!results_elsewhere_) write_line(Stream::output, to_utf8(outcome.path));
     }
     if (!ok && outcome.result.kind() != Kind::stopped)
-        complain(shown.address + ": " + outcome.result.message());
-    shown_.erase(end.number);
+        complain(about(shown.address, outcome.result.message()));
+    shown_.erase(number);
 }
 
 }  // namespace vantlow

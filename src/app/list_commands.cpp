@@ -7,6 +7,7 @@
 #include "app/display_text.h"
 #include "app/job_view.h"
 #include "app/json_text.h"
+#include "app/progress_lines.h"
 #include "app/store_commands.h"
 #include "base/text.h"
 
@@ -26,13 +27,23 @@ std::string done_text(const JobView& view) {
     return std::to_string(view.done() * 100 / size) + " % of " + human_size(size);
 }
 
+// Why the job failed, or what it waits for.
+std::string trouble_of(const JobView& view) {
+    std::string why = view.error();
+    if (view.progress && view.progress->awaits_place)
+        return "waits for a connection to the server to be free";
+    return view.progress ? wait_text(*view.progress, Clock::now()) : why;
+}
+
 std::string list_line(const JobView& view) {
     constexpr std::size_t shown_digits = 8;
     std::string name = view.file();
     if (name.empty()) name = view.address();
+    const std::string why = trouble_of(view);
     return guid_text(view.job.identity).substr(0, shown_digits) + "  " +
-           padded(std::string(job_state_name(view.job.state)), 9) + padded(done_text(view), 18) +
-           padded(shorten(printable(to_utf8(view.category.name)), 14), 15) + printable(name) + "\n";
+           padded(std::string(job_state_name(view.state())), 9) + padded(done_text(view), 18) +
+           padded(shorten(printable(to_utf8(view.category.name)), 14), 15) + printable(name) +
+           (why.empty() ? "" : "  " + printable(why)) + "\n";
 }
 
 Exit run_list(StoreCommand& command, const std::string& category_name) {
@@ -74,8 +85,8 @@ std::string show_text(const JobView& view) {
     row("Id", guid_text(job.identity));
     row("Address", view.address());
     row("Category", to_utf8(view.category.name));
-    row("State", std::string(job_state_name(job.state)));
-    if (job.state == JobState::failed) row("Error", std::string(describe(job.result)));
+    row("State", std::string(job_state_name(view.state())));
+    row(job.state == JobState::failed ? "Error" : "Waiting for", trouble_of(view));
     row("Folder", view.folder());
     row("File", view.file());
     row("Done", done_text(view));

@@ -14,8 +14,9 @@ struct SteerOptions {
     bool files = false;
 };
 
-Complaint check_ids(const SteerOptions& options) {
-    if (options.ids.empty() && !options.all) return "name jobs, or say --all.";
+Complaint check_ids(const SteerOptions& options, bool has_all) {
+    if (options.ids.empty() && !options.all)
+        return has_all ? "name jobs, or say --all." : "name the jobs that are to be removed.";
     if (!options.ids.empty() && options.all) return "name jobs or say --all, not both.";
     return std::nullopt;
 }
@@ -77,7 +78,7 @@ void add_steer_commands(CommandSet& commands) {
         CLI::App& app = commands.add_on_data_folder(
             word, description,
             on_store([options, run](StoreCommand& command) { return run(command, *options); }),
-            [options] { return check_ids(*options); });
+            [options, has_all] { return check_ids(*options, has_all); });
         app.add_option("ID", options->ids, "The jobs' ids, or the beginnings of them");
         if (has_all) app.add_flag("--all", options->all, "All jobs");
         return {app, *options};

@@ -22,9 +22,9 @@ std::chrono::milliseconds TerminalClient::question_time() const {
     return output_.can_ask() ? question_patience : std::chrono::milliseconds(0);
 }
 
-void TerminalClient::tell_end(const JobEnd& end) {
-    all_.add(end.outcome.result);
-    output_.ended(end);
+void TerminalClient::tell_end(const JobEnd& end, const JobOutcome& outcome) {
+    all_.add(outcome.result);
+    output_.ended(end.number, *end.job, outcome);
 }
 
 void TerminalClient::followed(const Followed& followed) {

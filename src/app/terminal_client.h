@@ -40,13 +40,14 @@ class TerminalClient : public EngineVoice {
     [[nodiscard]] std::chrono::milliseconds question_time() const;
     [[nodiscard]] Exit status() const noexcept { return all_.status(); }
 
-    void ended(const JobEnd& end) override { tell_end(end); }
+    void ended(const JobEnd& end) override { tell_end(end, end.outcome); }
     void followed(const Followed& followed) override;
     void asked(const std::vector<Question>& open) override;
     void logged(const std::vector<LogLine>& lines) override;
 
   protected:
-    void tell_end(const JobEnd& end);
+    /// `outcome`: as it is to be told.
+    void tell_end(const JobEnd& end, const JobOutcome& outcome);
     void say_wrong(const std::string& text) override { output_.complain(text); }
 
     Engine& engine_;

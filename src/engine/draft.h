@@ -2,13 +2,14 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "base/guid.h"
 #include "platform/file.h"
-#include "store/job_sources.h"
+#include "store/job.h"
 
 namespace vantlow {
 
@@ -28,6 +29,7 @@ struct JobDraft {
     std::optional<std::int32_t> retries;
     std::optional<std::int32_t> retry_delay;  ///< seconds
     std::optional<ExpectedHash> hash;         ///< of the one file that is asked for
+    std::shared_ptr<const JobRules> rules;    ///< null: the jobs go by the settings alone
     std::string select;                       ///< which files of a document: "1,3-5"; empty: all
     bool fresh = false;                       ///< what an earlier run left is removed, not continued
     bool paused = false;                      ///< the jobs are filed stopped

@@ -32,11 +32,11 @@ void Engine::run(Running running) {
         questions_changed_ = true;
         if (wake) wake();
     });
-    runner_ = std::make_unique<SessionRunner>(
-        SessionRunner::Tools{*store_, changes_, questions_, *options_.sessions, options_.settings,
-                             options_.libraries, running.connections, running.threads, options_.stop,
-                             in_memory() ? std::u16string() : options_.data_folder, options_.data_folder,
-                             options_.agent, std::move(running.wake), running.gathers_log});
+    runner_ = std::make_unique<SessionRunner>(SessionRunner::Tools{
+        *store_, changes_, questions_, *options_.sessions, options_.settings, options_.libraries,
+        running.connections, running.threads, options_.stop,
+        in_memory() ? std::u16string() : options_.data_folder, options_.data_folder, options_.agent,
+        std::move(running.wake), running.gathers_log, options_.keeps_state});
 }
 
 void Engine::end_running() {
@@ -97,6 +97,7 @@ void Engine::take_end(const JobEnd& end) {
 // A document that was fetched becomes the jobs that it names, in its place: its record goes with its file.
 bool Engine::follow(CJobNode& document, const JobEnd& end) {
     std::optional<MadeJobs> made;
+    if (!options_.follows) return false;
     if (maker_) {
         made = maker_->follow(*end.job, end.outcome);
     } else {
@@ -104,26 +105,49 @@ bool Engine::follow(CJobNode& document, const JobEnd& end) {
         made = maker.follow(document, end.outcome);
     }
     if (!made) return false;
-    Followed followed{document.identity, {}, std::move(made->faults)};
+    Followed followed{document.identity, !made->jobs.empty(), {}, std::move(made->faults)};
     const bool named = runner_->is_named(document.identity);
-    for (auto& job : made->jobs) {
-        followed.jobs.push_back(file_made(std::move(job), document.category));
-        if (named) runner_->name(followed.jobs.back());
+    file_made(std::move(made->jobs), document.category, followed.jobs);
+    for (const Guid& job : followed.jobs) {
+        if (named) runner_->name(job);
     }
-    if (!followed.jobs.empty()) {
+    if (followed.gave_way) {
         changes_.job(document.identity, job_field::removed);
         store_->remove(document);
     }
     tell([&followed](EngineListener& listener) { listener.followed(followed); });
-    return !followed.jobs.empty();
+    return followed.gave_way;
+}
+
+// What was answered becomes a rule of the job's own. False where it is to stay as it is.
+bool Engine::take_answer(CJobNode& job, const QuestionBoard::Answered& one) {
+    JobRules rules = job.rules ? *job.rules : JobRules();
+    const QuestionAnswer& answer = one.answer;
+    switch (one.question.kind) {
+        case QuestionKind::credentials:
+            if (answer.user.empty()) return false;
+            job.user = answer.user;
+            job.password = answer.password;
+            return true;
+        case QuestionKind::certificate:
+            rules.insecure = true;
+            break;
+        case QuestionKind::overwrite:
+            rules.overwrite = answer.yes ? 2 : 0;
+            break;
+        case QuestionKind::host_key:
+            return false;
+    }
+    if (!answer.yes && !answer.rename) return false;
+    job.rules = std::make_shared<const JobRules>(std::move(rules));
+    return true;
 }
 
 void Engine::take_answers() {
     for (const QuestionBoard::Answered& one : questions_.take_answered()) {
         CJobNode* const job = store_->find(one.question.job);
-        if (one.lapsed || job == nullptr || one.answer.user.empty()) continue;
-        job->user = one.answer.user;
-        job->password = one.answer.password;
+        if (one.lapsed || job == nullptr || !take_answer(*job, one)) continue;
+        store_->touch();
         changes_.job(job->identity, job_field::options);
         static_cast<void>(start(job->identity));
     }

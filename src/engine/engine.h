@@ -85,6 +85,8 @@ class Engine {
         std::u16string agent;            ///< of jobs without one of their own
         CredentialLookup credentials{};  ///< the user's file of logins
         const SessionTable* sessions = &standard_sessions();
+        bool follows = true;      ///< a fetched document gives way to what it names
+        bool keeps_state = true;  ///< beside partial files, so that a later run continues them
         std::chrono::milliseconds change_interval{250};  ///< between two calls of EngineListener::changed
     };
     Engine(std::unique_ptr<JobStore> store, Options options);
@@ -152,6 +154,8 @@ class Engine {
 
     /// Files the jobs of a draft's links. What an earlier run left of one of them in its folder is continued.
     Added add(const JobDraft& draft);
+    /// From now on only jobs are filed of which this says true; what becomes of the others is the client's.
+    void file_only(std::function<bool(const CJobNode&)> wanted) { wanted_ = std::move(wanted); }
     /// Files a job that somebody else has made, of a job list.
     Guid file(std::unique_ptr<CJobNode> job, const Guid& category);
     /// The job waits for its turn, behind the others, or is left alone where it waits or runs already. A
@@ -199,12 +203,14 @@ class Engine {
     [[nodiscard]] bool in_memory() const noexcept { return store_->is_in_memory(); }
     [[nodiscard]] CClassNode* category_or_first(const Guid& category);
     static Done look_at_name(const CClassNode& parent, std::u16string_view name, const CClassNode* own);
-    Guid file_made(std::unique_ptr<CJobNode> job, const Guid& category);
+    void file_made(std::vector<std::unique_ptr<CJobNode>> jobs, const Guid& category,
+                   std::vector<Guid>& filed);
     void detach(CJobNode& job) const;
     void take_ends();
     void take_end(const JobEnd& end);
     bool follow(CJobNode& document, const JobEnd& end);
     void take_answers();
+    static bool take_answer(CJobNode& job, const QuestionBoard::Answered& one);
     void tell_questions();
     void deliver();
     Done remove_now(CJobNode& job, bool with_files);
@@ -222,6 +228,7 @@ class Engine {
     QuestionBoard questions_;
     Saver saver_;
     std::vector<EngineListener*> listeners_;
+    std::function<bool(const CJobNode&)> wanted_;
     std::uint64_t settings_version_;
     std::unordered_map<Guid, bool, GuidHash> leaving_;  ///< to be removed when they have ended: with files?
     std::unique_ptr<JobMaker> maker_;                   ///< of the one draft of an engine in memory

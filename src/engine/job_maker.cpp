@@ -76,6 +76,7 @@ JobDraft draft_of(const CJobNode& document, const JobOutcome& outcome) {
     draft.agent = document.agent;
     draft.cookie = document.cookie;
     draft.proxy = document.proxy;
+    draft.rules = document.rules;
     return draft;
 }
 
@@ -100,6 +101,7 @@ std::unique_ptr<CJobNode> JobMaker::new_job(const std::u16string& folder) {
 void JobMaker::forget_earlier(const std::u16string& folder, const std::u16string& address,
                               const std::u16string& name) {
     while (const auto job = earlier_in(folder).take(address, name)) {
+        if (is_somebodys_ && is_somebodys_(job->identity)) continue;
         File partial;
         const std::u16string path = job->path + std::u16string(partial_suffix);
         if (partial.open(path, OpenMode::write_existing).ok() && !partial.try_lock()) continue;
@@ -116,6 +118,7 @@ void JobMaker::apply_request(CJobNode& job) {
     job.agent = draft_.agent;
     job.cookie = draft_.cookie;
     job.proxy = draft_.proxy;
+    job.rules = draft_.rules;
     job.connections = draft_.connections;
     job.max_threads = draft_.connections;
     job.retry_by_settings = draft_.retries ? 0 : 1;

@@ -1,6 +1,7 @@
 // From a link or a document to jobs.
 #pragma once
 
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -32,6 +33,10 @@ class JobMaker {
     /// must be named.
     JobMaker(JobDraft draft, CredentialLookup credentials);
 
+    /// Tells of unfinished jobs that are somebody's: their files are left alone where the draft is to begin
+    /// anew.
+    void spare(std::function<bool(const Guid&)> is_somebodys) { is_somebodys_ = std::move(is_somebodys); }
+
     /// The jobs of one link, or of a document on this machine (UTF-8).
     MadeJobs make(const std::string& link);
     /// What a job that ended well has fetched may be a document, by its kind, its media type or its name:
@@ -55,6 +60,7 @@ class JobMaker {
 
     const JobDraft draft_;
     CredentialLookup credentials_;
+    std::function<bool(const Guid&)> is_somebodys_;
     std::map<std::u16string, ResumeIndex> earlier_;  ///< by folder
 };
 

@@ -56,9 +56,13 @@ void Engine::detach(CJobNode& job) const {
     forget_run(job);
 }
 
-Guid Engine::file_made(std::unique_ptr<CJobNode> job, const Guid& category) {
-    detach(*job);
-    return file(std::move(job), category);
+void Engine::file_made(std::vector<std::unique_ptr<CJobNode>> jobs, const Guid& category,
+                       std::vector<Guid>& filed) {
+    for (auto& job : jobs) {
+        if (wanted_ && !wanted_(*job)) continue;
+        detach(*job);
+        filed.push_back(file(std::move(job), category));
+    }
 }
 
 Guid Engine::file(std::unique_ptr<CJobNode> job, const Guid& category) {
@@ -82,10 +86,11 @@ Added Engine::add(const JobDraft& draft) {
     common.links.clear();
     if (common.folder.empty()) common.folder = category->folder;
     auto maker = std::make_unique<JobMaker>(std::move(common), options_.credentials);
+    maker->spare([this](const Guid& job) { return store_->find(job) != nullptr; });
     for (const std::string& link : draft.links) {
         MadeJobs made = maker->make(link);
         std::move(made.faults.begin(), made.faults.end(), std::back_inserter(added.faults));
-        for (auto& job : made.jobs) added.jobs.push_back(file_made(std::move(job), draft.category));
+        file_made(std::move(made.jobs), draft.category, added.jobs);
     }
     if (in_memory()) maker_ = std::move(maker);
     return added;

@@ -12,8 +12,9 @@ namespace vantlow {
 
 /// A job whose file was a document, and what it became.
 struct Followed {
-    Guid document;                   ///< its record is gone, unless nothing came of it
-    std::vector<Guid> jobs;          ///< that took its place
+    Guid document;
+    bool gave_way = false;           ///< false: nothing came of it, and it stays
+    std::vector<Guid> jobs;          ///< that took its place and were filed
     std::vector<DraftFault> faults;  ///< why there are none, or not all
 };
 

@@ -81,6 +81,7 @@ SessionEnd PlainSession::take_end() {
 }
 
 bool PlainSession::ask_for_host_key(const std::string& host, const std::string& fingerprint) {
+    if (job_->rules && job_->rules->accept_host_key) return true;
     asked_for_trust_ = true;
     Question question;
     question.kind = QuestionKind::host_key;
@@ -97,6 +98,15 @@ std::optional<Question> PlainSession::question_of(const JobOutcome& outcome) con
     question.server = server_;
     if (outcome.result.code == Code::credentials_refused || outcome.result.about_credentials) {
         question.kind = QuestionKind::credentials;
+        return question;
+    }
+    if (outcome.result.code == Code::not_trusted && !asked_for_trust_) {
+        question.kind = QuestionKind::certificate;
+        return question;
+    }
+    if (outcome.result.code == Code::cancelled) {
+        question.kind = QuestionKind::overwrite;
+        question.path = outcome.path;
         return question;
     }
     return std::nullopt;

@@ -19,12 +19,15 @@ namespace vantlow {
 /// What is asked.
 enum class QuestionKind {
     host_key,     ///< is this SSH server to be trusted from now on
+    certificate,  ///< is this job to go on although the certificate of its server is not trusted
     credentials,  ///< which login does this server take
+    overwrite,    ///< what is to become of the file that has the job's name
 };
 
 /// An answer; each kind of question reads its own members.
 struct QuestionAnswer {
-    bool yes = false;         ///< host_key: trust it
+    bool yes = false;         ///< host_key, certificate: trust it; overwrite: the file is replaced
+    bool rename = false;      ///< overwrite: both are kept
     std::u16string user;      ///< credentials; empty: none are given
     std::u16string password;  ///< credentials
 };
@@ -36,6 +39,7 @@ struct Question {
     Guid job;                 ///< zero: the question is about no single job
     std::string server;       ///< host, with its port where that is not the usual one
     std::string fingerprint;  ///< of the key or certificate; as SSH and TLS tools write it
+    std::u16string path;      ///< overwrite: the file that is there
     QuestionAnswer standard;  ///< what holds when nobody answers in time
     std::chrono::steady_clock::time_point until{};  ///< given by the board
 };

@@ -51,6 +51,7 @@ void take_positions(CJobNode& record, CJobNode& from) {
 void take_end(CJobNode& record, CJobNode& from) {
     take_positions(record, from);
     record.result = from.result;
+    record.error = std::move(from.error);
     record.finished = from.finished;
 }
 

@@ -99,6 +99,7 @@ RunOptions run_options_of(const CJobNode& job, const Settings& settings, const s
     if (fault.ok()) fault = add_program_proxies(settings, data_folder, run);
     if (!fault.ok()) run.proxy.kind = CProxyNode::http_tunnel;
     if (job.sources) run.hash = job.sources->whole;
+    if (job.rules) run.ssh.key_file = job.rules->key_file;
     return run;
 }
 

@@ -51,6 +51,7 @@ SessionRunner::Entry& SessionRunner::make_entry(const CJobNode& job, const Sessi
     ProxyFault fault;
     RunOptions options = run_options_of(job, tools_.settings, tools_.proxies_in, fault);
     options.default_agent = tools_.agent;
+    options.keep_state = tools_.keeps_state;
     if (!fault.ok()) entry.log->line(Direction::error, fault.text_for_people());
     const auto on_end = [this, identity = job.identity] {
         {

@@ -66,6 +66,7 @@ class SessionRunner {
         std::u16string agent;        ///< of jobs without one of their own
         std::function<void()> wake;  ///< any thread: take_ends() has something
         bool gathers_log = false;    ///< take_log() is called
+        bool keeps_state = true;     ///< beside partial files
     };
     explicit SessionRunner(Tools tools);
     ~SessionRunner();

@@ -59,11 +59,13 @@ CJobNode::CJobNode(const CJobNode& other)
       finished(other.finished),
       state(other.state),
       result(other.result),
+      error(other.error),
       validators(other.validators),
       bit_map(other.bit_map),
       bit_count(other.bit_count),
       bit_map_mark(other.bit_map_mark),
-      sources(other.sources) {
+      sources(other.sources),
+      rules(other.rules) {
     segments.reserve(other.segments.size());
     for (const auto& segment : other.segments) append_segment(segment->start, segment->end);
     schedule.reserve(other.schedule.size());

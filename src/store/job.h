@@ -106,6 +106,19 @@ struct Validators {
     std::string last_modified;  ///< as sent; empty when there was none
 };
 
+/// What a job was told about its own runs, in place of what the settings say. A plain record; shared by the
+/// copies of a job and not changed once a job has it.
+struct JobRules {
+    std::optional<std::int32_t> overwrite;  ///< as the setting "FileOverwriteRule"; none: as the settings say
+    bool skip_existing = false;             ///< a file that is there already, unchanged, is not fetched again
+    bool insecure = false;                  ///< certificates are not checked
+    bool accept_host_key = false;           ///< SSH servers that are not known yet are trusted
+    std::u16string ca_file;                 ///< trusted roots for TLS; empty: as the settings say
+    std::u16string key_file;                ///< a private key for SSH; empty: none by name
+    std::int64_t speed_limit = 0;           ///< bytes a second for all of its connections; 0: none of its own
+    bool operator==(const JobRules&) const = default;
+};
+
 /// One job. Owns its segments and its schedule.
 class CJobNode : public CQueueNode {
   public:
@@ -154,6 +167,7 @@ class CJobNode : public CQueueNode {
     std::int64_t finished = 0;           ///< seconds since 1970, 0 while it isn't
     JobState state = JobState::waiting;
     Code result = Code::ok;  ///< of the last run
+    std::string error;       ///< why that failed, UTF-8; empty: describe(result) is all that is known
     Validators validators;
     std::vector<std::unique_ptr<CJobSeg>> segments;  ///< in file order
     std::vector<std::unique_ptr<CScheduleNode>> schedule;
@@ -161,6 +175,7 @@ class CJobNode : public CQueueNode {
     std::int32_t bit_count = 0;                 ///< bits of `bit_map`, which has (bit_count + 7) / 8 bytes
     std::string bit_map_mark;                   ///< what the map was made for: those who read it know
     std::shared_ptr<const JobSources> sources;  ///< null for a job of one address without hashes
+    std::shared_ptr<const JobRules> rules;      ///< null for a job that goes by the settings alone
 
     /// Appends a segment; callers keep the order of the file.
     CJobSeg& append_segment(std::int64_t start, std::int64_t end);

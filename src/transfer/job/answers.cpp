@@ -1,8 +1,11 @@
 // What a job makes of a server's answer: versions, resuming, the size, the file.
 #include <algorithm>
+#include <chrono>
 
 #include "base/safe_name.h"
 #include "base/string_table.h"
+#include "base/text.h"
+#include "transfer/http/head.h"
 #include "transfer/job/main_thread.h"
 
 namespace vantlow {
@@ -11,6 +14,22 @@ namespace {
 // A server that has answered ranges in this run and now ignores one is asked again this often before the job
 // believes it.
 constexpr int most_ignored_ranges = 2;
+
+// Seconds since 1970 from what a server told: a date of HTTP, or the digits of FTP (RFC 3659, 2.3).
+std::optional<std::int64_t> time_of_change(std::string_view text) {
+    if (const auto date = parse_http_date(text)) return date;
+    const auto digits = parse_decimal(text.substr(0, 14));
+    if (text.size() < 14 || !digits) return std::nullopt;
+    namespace c = std::chrono;
+    const std::int64_t day = *digits / 1'000'000;
+    const std::int64_t second = *digits % 1'000'000;
+    const c::year_month_day date{c::year(static_cast<int>(day / 10000)),
+                                 c::month(static_cast<unsigned>(day / 100 % 100)),
+                                 c::day(static_cast<unsigned>(day % 100))};
+    if (!date.ok()) return std::nullopt;
+    return c::sys_days(date).time_since_epoch().count() * std::int64_t{86400} + second / 10000 * 3600 +
+           second / 100 % 100 * 60 + second % 100;
+}
 
 }  // namespace
 
@@ -42,6 +61,9 @@ Result CTransferMainThread::response_accepted(CTransferSubThread& asker, const S
     {
         const std::lock_guard guard(mutex_);
         notice_.clear();
+        waiting_for_.clear();
+        attempts_ = 0;
+        next_try_.reset();
         news_there_ = true;
     }
     std::int64_t size = 0;
@@ -142,7 +164,10 @@ Result CTransferMainThread::open_file(const SourceAnswer& answer) {
         name = job_.file_name;
     }
     if (name.empty()) name = safe_file_name(answer.name);
-    return file_.begin(folder, name, file_rules());
+    FileRules rules = file_rules();
+    if (!answer.encoded) rules.server_size = answer.version.size;
+    rules.server_time = time_of_change(answer.version.last_modified);
+    return file_.begin(folder, name, rules);
 }
 
 // The server gave the whole resource although a later part was asked for.

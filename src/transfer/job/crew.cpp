@@ -58,7 +58,7 @@ bool CTransferMainThread::start_with(int mirror) {
     SubThreadHost& host = *this;
     auto sub = std::make_unique<CTransferSubThread>(
         host, SubThreadTools{services_.connections, services_.libraries, services_.settings, log_, stop_,
-                             services_.threads});
+                             services_.threads, pace_});
     sub->mirror = mirror;
     if (!take_work(*sub)) {
         sub->mirror = MirrorSet::none;

@@ -106,6 +106,18 @@ void CTransferMainThread::ask_for_restart(const Result& why, bool whole) {
 }
 
 AfterFailure CTransferMainThread::after_failure(CTransferSubThread& asker, const FailedAttempt& attempt) {
+    const AfterFailure after = decide(asker, attempt);
+    if (after.again && attempt.result.kind() == Kind::retry_later &&
+        attempt.result.code != Code::joint_unsure) {
+        const std::lock_guard guard(mutex_);
+        waiting_for_ = attempt.result.message();
+        attempts_ = std::max(attempts_, attempt.fruitless);
+        next_try_ = Clock::now() + after.wait;
+    }
+    return after;
+}
+
+AfterFailure CTransferMainThread::decide(CTransferSubThread& asker, const FailedAttempt& attempt) {
     const Result& result = attempt.result;
     if (result.kind() == Kind::stopped || asker.is_retired()) return {};
     if (result.code == Code::local_file || result.code == Code::cancelled) return fail_for_good(result);

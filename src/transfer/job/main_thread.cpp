@@ -5,6 +5,7 @@
 
 #include "base/string_table.h"
 #include "base/text.h"
+#include "platform/file_stamp.h"
 #include "store/address.h"
 #include "transfer/job/resume_state.h"
 
@@ -42,6 +43,7 @@ void CTransferMainThread::end_unstarted(const Result& why) {
     {
         const std::lock_guard guard(lock_);
         job_.result = why.code;
+        job_.error = why.message();
         job_.state = JobState::failed;
     }
     outcome_.result = why;
@@ -66,20 +68,33 @@ void CTransferMainThread::run() {
         Result finished = finish();
         if (!finished.ok()) result = std::move(finished);
     }
-    if (!result.ok()) leave_state(result);
+    outcome_.skipped = result.code == Code::cancelled && file_.is_skipped();
+    if (outcome_.skipped) {
+        result = {};
+    } else if (!result.ok()) {
+        leave_state(result);
+    }
     file_.close();
     {
         const std::lock_guard guard(lock_);
         if (version_known_) job_.validators = {version_.etag, version_.last_modified};
         job_.result = result.code;
+        const bool failed = !result.ok() && result.kind() != Kind::stopped;
+        job_.error = failed ? result.message() : std::string();
         job_.state = result.ok()                      ? JobState::finished
                      : result.kind() == Kind::stopped ? JobState::stopped
                                                       : JobState::failed;
         if (result.ok()) job_.finished = static_cast<std::int64_t>(std::time(nullptr));
         outcome_.size = job_.file_size;
+        if (outcome_.skipped) {
+            job_.path = file_.target();
+            job_.segments.clear();
+            outcome_.size = job_.file_size = file_stamp(job_.path).size;
+        }
     }
     outcome_.path = file_.target();
     outcome_.received = received_;
+    outcome_.restarts = restarts_;
     outcome_.seconds = std::chrono::duration<double>(Clock::now() - started_).count();
     outcome_.result = std::move(result);
     on_end_();
@@ -92,6 +107,7 @@ Result CTransferMainThread::begin() {
     {
         const std::lock_guard guard(lock_);
         job_.state = JobState::running;
+        pace_.limit = job_.rules ? job_.rules->speed_limit : 0;
         mirrors_.begin(job_);
         const std::int64_t expected = job_.sources ? job_.sources->size : -1;
         const bool is_of_this_size = expected < 0 || expected == job_.file_size;
@@ -283,7 +299,9 @@ JobProgress CTransferMainThread::progress() {
         progress.size = job_.file_size;
         progress.path = job_.path;
         std::int64_t left = 0;
+        progress.head = unknown_end;
         for (const auto& segment : job_.segments) {
+            if (segment->start < segment->end) progress.head = std::min(progress.head, segment->start);
             const bool active = segment->worker != nullptr && segment->worker->is_active();
             const std::int64_t start = segment->worker != nullptr
                                            ? std::max(segment->start, segment->worker->position())
@@ -294,10 +312,17 @@ JobProgress CTransferMainThread::progress() {
             left += segment->end - start;
             if (segment->end == unknown_end) progress.done = start;
         }
+        if (progress.head == unknown_end) progress.head = std::max<std::int64_t>(job_.file_size, 0);
         if (job_.file_size > 0) progress.done = job_.file_size - left;
     }
+    progress.restarts = restarts_;
+    progress.awaits_place = progress.connections == 0 && awaiting_place_ > 0;
     const std::lock_guard guard(mutex_);
     progress.notice = notice_;
+    if (progress.connections > 0) return progress;
+    progress.waiting_for = waiting_for_;
+    progress.attempts = attempts_;
+    progress.next_try = next_try_;
     return progress;
 }
 

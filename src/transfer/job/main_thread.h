@@ -85,6 +85,7 @@ class CTransferMainThread : private SubThreadHost, private WrittenListener {
                              std::int64_t asked) override;
     void end_found(CTransferSubThread& asker) override;
     AfterFailure after_failure(CTransferSubThread& asker, const FailedAttempt& attempt) override;
+    AfterFailure decide(CTransferSubThread& asker, const FailedAttempt& attempt);
     bool release(CTransferSubThread& asker) override;
     void ended(CTransferSubThread& asker, const Result& last) override;
     CLocalFile& file() override { return file_; }
@@ -190,6 +191,7 @@ class CTransferMainThread : private SubThreadHost, private WrittenListener {
     JobOutcome outcome_;
     Clock::time_point started_{};
     Clock::time_point next_save_{};
+    JobPace pace_;
     std::vector<std::unique_ptr<CTransferSubThread>> subs_;  ///< the main thread's
 
     BusyLock lock_;            ///< the job lock: job_, its segments, and those below
@@ -221,6 +223,9 @@ class CTransferMainThread : private SubThreadHost, private WrittenListener {
     int halted_ = 0;              ///< connections that reached the retry limit
     Result last_failure_;
     std::string notice_;
+    std::string waiting_for_;  ///< these three: see JobProgress
+    int attempts_ = 0;
+    std::optional<Clock::time_point> next_try_;
     std::unique_ptr<CJobNode> safe_;  ///< what safe_copy() gives
     int attached_ = 0;                ///< sub threads that hold a segment
     bool saving_ = false;             ///< the main thread takes positions to the disk
@@ -234,7 +239,8 @@ class CTransferMainThread : private SubThreadHost, private WrittenListener {
     std::atomic<int> late_refusals_{0};
     std::atomic<std::int64_t> received_{0};
     std::atomic<std::int64_t> best_speed_{0};  ///< of the segments that were finished, bytes per second
-    int restarts_ = 0;                         ///< the main thread's
+    std::atomic<int> restarts_{0};             ///< counted by the main thread
+    std::atomic<int> awaiting_place_{0};       ///< connections that the server has no room for
     bool no_thread_left_ = false;  ///< for the connection that was started last; the main thread's
     bool hash_matches_ = true;     ///< of the whole file; the main thread's
     int replaced_ = 0;             ///< slow connections replaced; the main thread's

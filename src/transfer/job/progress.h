@@ -2,10 +2,12 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "base/result.h"
+#include "platform/socket.h"
 
 namespace vantlow {
 
@@ -14,6 +16,7 @@ struct JobProgress {
     std::int64_t size = -1;     ///< bytes; -1 while unknown
     std::int64_t done = 0;      ///< bytes of the file that are there
     std::int64_t received = 0;  ///< body bytes taken from the network in this run
+    std::int64_t head = 0;      ///< bytes from the file's beginning that can be read from the partial file
     int connections = 0;        ///< that receive now
     std::u16string path;        ///< where the file will stand; empty while undecided
     /// The ranges that are still missing, in file order; `active` where a connection works on it.
@@ -24,6 +27,14 @@ struct JobProgress {
     };
     std::vector<Missing> missing;
     std::string notice;  ///< the last trouble that the job goes on from, UTF-8; empty when there is none
+
+    /// Why no byte comes while the job tries again and again, UTF-8; empty while the last attempt served.
+    std::string waiting_for;
+    int attempts = 0;                           ///< that failed in a row
+    std::optional<Clock::time_point> next_try;  ///< when the next one begins; in the past: it is under way
+    /// No connection yet, since the server has as many as it may have: see ServerLimits.
+    bool awaits_place = false;
+    int restarts = 0;  ///< times that the job began anew because the server had another version
 };
 
 /// How a job's run ended.
@@ -34,6 +45,8 @@ struct JobOutcome {
     std::int64_t received = 0;
     double seconds = 0;
     std::string media_type{};  ///< as the server said, lower case, without parameters; may be empty
+    int restarts = 0;          ///< as JobProgress has them
+    bool skipped = false;      ///< the file was there already, as the server has it: nothing was fetched
 };
 
 }  // namespace vantlow
