@@ -105,7 +105,8 @@ bool Engine::follow(CJobNode& document, const JobEnd& end) {
         made = maker.follow(document, end.outcome);
     }
     if (!made) return false;
-    Followed followed{document.identity, !made->jobs.empty(), {}, std::move(made->faults)};
+    const bool gives_way = !made->jobs.empty() && !made->document_stays;
+    Followed followed{document.identity, gives_way, {}, std::move(made->faults)};
     const bool named = runner_->is_named(document.identity);
     file_made(std::move(made->jobs), document.category, followed.jobs);
     for (const Guid& job : followed.jobs) {

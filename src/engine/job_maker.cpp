@@ -11,6 +11,7 @@
 #include "store/address.h"
 #include "store/job_store.h"
 #include "transfer/job/file_names.h"
+#include "transfer/job/source.h"
 
 namespace vantlow {
 namespace {
@@ -45,6 +46,11 @@ Place place_below(std::u16string folder, std::u16string_view name) {
 bool looks_binary(std::span<const std::byte> bytes) {
     const auto begin = bytes.first(std::min<std::size_t>(bytes.size(), 1024));
     return std::find(begin.begin(), begin.end(), std::byte{0}) != begin.end();
+}
+
+// Whether this program has what fetches it: nobody fetches from peers yet.
+bool can_be_fetched(const JobPlan& plan) {
+    return kind_of_address(plan.address) == JobKind::transfer && find_protocol(plan.address) != nullptr;
 }
 
 MadeJobs refuse(DraftFault fault) {
@@ -188,12 +194,11 @@ MadeJobs JobMaker::make_link(const std::u16string& address) {
     return make_from_plans(plan_link(address), without_credentials(address));
 }
 
-MadeJobs JobMaker::make_from_bytes(const DocumentKind& kind, std::span<const std::byte> bytes,
-                                   std::u16string origin, std::u16string fragment) {
-    const std::u16string subject = without_credentials(origin);
+JobPlans JobMaker::read_plans(const DocumentKind& kind, std::span<const std::byte> bytes,
+                              std::u16string origin, std::u16string fragment) const {
     JobPlans plans = kind.read(bytes, {std::move(origin), std::move(fragment), draft_.select});
     if (plans.plans.empty() && plans.faults.empty()) plans.faults.push_back({DraftFault::Kind::nothing});
-    return make_from_plans(std::move(plans), subject);
+    return plans;
 }
 
 // "metalink://" in front of where the document is; without a scheme of its own that is an HTTP server.
@@ -228,14 +233,18 @@ std::optional<MadeJobs> JobMaker::follow(const CJobNode& job, const JobOutcome& 
     std::vector<std::byte> bytes;
     if (!read_file(outcome.path, largest_document, bytes).ok()) return std::nullopt;
     if (kind->suffix != u".torrent" && looks_binary(bytes)) return std::nullopt;
-    MadeJobs made =
-        make_from_bytes(*kind, bytes, job.address, job.fragment.empty() ? u"" : job.fragment.substr(1));
-    if (made.jobs.empty()) {
-        // What only its name or type took for a document is an ordinary file.
-        if (kind_of(job) == JobKind::document) return made;
-        return std::nullopt;
-    }
+    JobPlans plans =
+        read_plans(*kind, bytes, job.address, job.fragment.empty() ? u"" : job.fragment.substr(1));
+    const auto fetchable = std::count_if(plans.plans.begin(), plans.plans.end(), can_be_fetched);
+    const bool all_of_it = plans.faults.empty() && fetchable == std::ssize(plans.plans);
+    const bool was_promised = kind_of(job) == JobKind::document;
+    // What only its name or type took for a document, and one that leads nowhere, is an ordinary file.
+    if (fetchable == 0 && !was_promised) return std::nullopt;
+    MadeJobs made = make_from_plans(std::move(plans), without_credentials(job.address));
+    if (made.jobs.empty()) return was_promised ? std::optional(std::move(made)) : std::nullopt;
+    made.document_stays = !all_of_it;
     for (const auto& named : made.jobs) leave_document(job, *named);
+    if (made.document_stays) return made;
     if (const FileError error = remove_file(outcome.path); !error.ok())
         made.faults.push_back({DraftFault::Kind::not_removed, outcome.path, {}, 0, error});
     return made;
@@ -264,7 +273,7 @@ MadeJobs JobMaker::make(const std::string& link) {
     std::vector<std::byte> bytes;
     if (const FileError error = read_file(file, largest_document, bytes); !error.ok())
         return refuse({DraftFault::Kind::unreadable, file, {}, 0, error});
-    return make_from_bytes(*document, bytes, file, std::move(fragment));
+    return make_from_plans(read_plans(*document, bytes, file, std::move(fragment)), file);
 }
 
 }  // namespace vantlow

@@ -24,6 +24,8 @@ namespace vantlow {
 struct MadeJobs {
     std::vector<std::unique_ptr<CJobNode>> jobs;
     std::vector<DraftFault> faults;  ///< why there is nothing, or not everything
+    /// Of a document that was followed: it names more than can be fetched, and its file is left for that.
+    bool document_stays = false;
 };
 
 /// Makes jobs of links: new ones, or those that an earlier run left in their folder. One thread.
@@ -40,12 +42,13 @@ class JobMaker {
     /// The jobs of one link, or of a document on this machine (UTF-8).
     MadeJobs make(const std::string& link);
     /// What a job that ended well has fetched may be a document, by its kind, its media type or its name:
-    /// then its jobs, and its file is gone. None when it is an ordinary file, which stays.
+    /// then its jobs, and its file is gone. None when it is an ordinary file, or a document of which nothing
+    /// can be fetched: that stays as the file that it is.
     std::optional<MadeJobs> follow(const CJobNode& job, const JobOutcome& outcome);
 
   private:
-    MadeJobs make_from_bytes(const DocumentKind& kind, std::span<const std::byte> bytes,
-                             std::u16string origin, std::u16string fragment);
+    [[nodiscard]] JobPlans read_plans(const DocumentKind& kind, std::span<const std::byte> bytes,
+                                      std::u16string origin, std::u16string fragment) const;
     MadeJobs make_from_plans(JobPlans plans, const std::u16string& subject);
     MadeJobs make_metalink(std::u16string address);
     MadeJobs make_link(const std::u16string& address);

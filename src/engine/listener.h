@@ -13,8 +13,8 @@ namespace vantlow {
 /// A job whose file was a document, and what it became.
 struct Followed {
     Guid document;
-    bool gave_way = false;           ///< false: nothing came of it, and it stays
-    std::vector<Guid> jobs;          ///< that took its place and were filed
+    bool gave_way = false;           ///< false: it stays, since something in it cannot be fetched
+    std::vector<Guid> jobs;          ///< that it names and that were filed
     std::vector<DraftFault> faults;  ///< why there are none, or not all
 };
 

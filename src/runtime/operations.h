@@ -25,9 +25,11 @@ enum {
         -1, /* the input is not such a stream, or is damaged; also when memory runs out. It stays so */
 };
 
-/* Begin to inflate a gzip stream, or a zlib stream. NULL without memory. */
+/* Begin to inflate a gzip stream, a zlib stream, or a deflate stream without any wrapping. NULL without
+   memory. */
 typedef VantlowZStream* GZ_InflateInit_t(void);
 typedef VantlowZStream* ZLib_InflateInit_t(void);
+typedef VantlowZStream* Raw_InflateInit_t(void);
 /* Inflates from `in` (*in_size bytes; set to the number taken) into `out` (room for *out_size; set to the
    number written). VANTLOW_Z_MORE with nothing taken and nothing written says that input or room is needed; a
    stream that is cut short never gets to VANTLOW_Z_END. A gzip stream is one member (RFC 1952, 2.2): what

@@ -32,6 +32,7 @@ void find_operations(SshTable& table) {
     VANTLOW_FIND(SSH_SetErrPtr);
     VANTLOW_FIND(ZLib_InflateInit);
     VANTLOW_FIND(GZ_InflateInit);
+    VANTLOW_FIND(Raw_InflateInit);
     VANTLOW_FIND(ZLib_InflateEnd);
     VANTLOW_FIND(ZLib_Inflate);
     VANTLOW_FIND(ZLib_DeflateInit);

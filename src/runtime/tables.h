@@ -38,6 +38,7 @@ struct SshTable : LibraryTable {
     SSH_SetErrPtr_t* SSH_SetErrPtr = nullptr;
     ZLib_InflateInit_t* ZLib_InflateInit = nullptr;
     GZ_InflateInit_t* GZ_InflateInit = nullptr;
+    Raw_InflateInit_t* Raw_InflateInit = nullptr;
     ZLib_InflateEnd_t* ZLib_InflateEnd = nullptr;
     ZLib_Inflate_t* ZLib_Inflate = nullptr;
     ZLib_DeflateInit_t* ZLib_DeflateInit = nullptr;

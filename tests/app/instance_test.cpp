@@ -101,6 +101,7 @@ TEST_F(Instance, tells_what_its_jobs_wait_for) {
 TEST_F(Instance, takes_the_links_of_a_second_start) {
     FileServer server;
     server.set("/a.bin", {"the content"});
+    server.set("/x.asx", {"<asx><entry><ref href=\"mms://127.0.0.1/x\"/></entry></asx>"});
     begin();
     const auto second = [&](const std::vector<std::u16string>& words) { return run(words).status; };
     EXPECT_EQ(second({}), 0);
@@ -111,8 +112,11 @@ TEST_F(Instance, takes_the_links_of_a_second_start) {
         "</file></metalink>");
     EXPECT_EQ(second({u"two.meta4"}), 0);
     EXPECT_EQ(second({u"lits"}), 2) << "a mistyped command";
-    ASSERT_EQ(list().size(), 2U);
-    EXPECT_TRUE(eventually([&] { return list({u"--category", u"Completed"}).size() == 1; }));
+    EXPECT_EQ(second({server.url16("/x.asx")}), 0);
+    ASSERT_EQ(list().size(), 3U);
+    EXPECT_TRUE(eventually([&] {
+        return list({u"--category", u"Completed"}).size() == 2;
+    })) << "a document that leads nowhere is a file";
     quit();
 }
 

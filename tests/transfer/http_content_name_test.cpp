@@ -70,5 +70,13 @@ TEST(ContentName, IsElseTheEndOfThePath) {
     for (const Case& c : cases) EXPECT_EQ(to_utf8(path_name(c.path)), to_utf8(c.name)) << c.path;
 }
 
+TEST(ContentName, TellsAGzipFileByItsTypeOrName) {
+    EXPECT_TRUE(is_gzip_file("application/x-gzip", u"page"));
+    EXPECT_TRUE(is_gzip_file("application/x-compressed", u""));
+    for (const char16_t* name : {u"a.tar.gz", u"A.TGZ", u"drawing.svgz"}) EXPECT_TRUE(is_gzip_file("", name));
+    for (const char16_t* name : {u"a.txt", u"gz", u"a.gz.txt", u"targz", u""})
+        EXPECT_FALSE(is_gzip_file("text/plain", name));
+}
+
 }  // namespace
 }  // namespace vantlow

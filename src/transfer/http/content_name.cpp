@@ -1,5 +1,7 @@
 #include "transfer/http/content_name.h"
 
+#include <algorithm>
+#include <array>
 #include <optional>
 
 #include "base/text.h"
@@ -48,6 +50,16 @@ std::u16string disposition_name(std::string_view field) {
         }
     }
     return plain;
+}
+
+bool is_gzip_file(std::string_view media_type, std::u16string_view name) {
+    constexpr std::array types{"application/gzip",  "application/x-gzip",       "application/x-gunzip",
+                               "application/x-tgz", "application/x-compressed", "application/gzipped"};
+    constexpr std::array<std::u16string_view, 4> endings{u".gz", u".tgz", u".taz", u".svgz"};
+    const auto dot = name.rfind(u'.');
+    const std::u16string_view ending = dot == std::u16string_view::npos ? u"" : name.substr(dot);
+    return std::find(types.begin(), types.end(), media_type) != types.end() ||
+           std::any_of(endings.begin(), endings.end(), [&](auto one) { return iequals(ending, one); });
 }
 
 std::u16string path_name(std::string_view path) {

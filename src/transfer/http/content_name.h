@@ -18,4 +18,8 @@ std::u16string decode_name(std::string_view bytes);
 /// The last part of an address's path, percent-decoded; empty when the path ends with a slash.
 std::u16string path_name(std::string_view path);
 
+/// True for what is a gzip file by its media type (lower case, without parameters) or its name: servers label
+/// it as gzip-coded, and it is not to be unpacked.
+bool is_gzip_file(std::string_view media_type, std::u16string_view name);
+
 }  // namespace vantlow

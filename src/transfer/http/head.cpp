@@ -27,14 +27,25 @@ void read_connection(HttpHead& head, std::string_view value) {
     if (head.closes) head.keep_alive = false;  // whatever else is said (RFC 9112, 9.3)
 }
 
+// Labels that servers put on bytes that are not packed.
+bool is_no_coding(std::string_view word) {
+    constexpr std::array words{"", "identity", "none", "utf-8", "utf8", "aws-chunked"};
+    return std::find(words.begin(), words.end(), word) != words.end();
+}
+
+ContentCoding coding_of(std::string_view word) {
+    if (word == "gzip" || word == "x-gzip") return ContentCoding::gzip;
+    return word == "deflate" ? ContentCoding::deflate : ContentCoding::other;
+}
+
 void read_content_encoding(HttpHead& head, std::string_view value) {
+    const std::string codings = ascii_lower(value);
     // A second field lists a further coding (RFC 9110, 5.3).
-    head.content_encoding += (head.content_encoding.empty() ? "" : ", ") + ascii_lower(value);
-    const std::string& coding = head.content_encoding;
-    if (coding.empty() || coding == "identity") {
-        head.coding = ContentCoding::identity;
-    } else {
-        head.coding = coding == "gzip" || coding == "x-gzip" ? ContentCoding::gzip : ContentCoding::other;
+    head.content_encoding += (head.content_encoding.empty() ? "" : ", ") + codings;
+    for (const std::string_view piece : split(codings, ',')) {
+        const std::string_view word = trim(piece);
+        if (is_no_coding(word)) continue;
+        head.coding = head.coding == ContentCoding::identity ? coding_of(word) : ContentCoding::other;
     }
 }
 
@@ -47,6 +58,7 @@ std::string parameter(std::string_view value, std::string_view name) {
 }
 
 void read_content_range(HttpHead& head, std::string_view value) {
+    head.has_range = true;
     const auto blank = value.find_first_of(" \t=");
     if (blank == std::string_view::npos) return;
     head.range_unit_bytes = iequals(value.substr(0, blank), "bytes");

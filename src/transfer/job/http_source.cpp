@@ -18,10 +18,6 @@ namespace {
 constexpr int most_redirects = 20;
 constexpr std::size_t largest_cookie_file = 8 * 1024 * 1024;
 
-GzipOperations gzip_operations(const SshTable& table) {
-    return {table.GZ_InflateInit, table.ZLib_Inflate, table.ZLib_InflateEnd};
-}
-
 bool is_redirect(const HttpHead& head) {
     switch (head.status) {
         case 301:
@@ -63,6 +59,7 @@ class HttpSource : public Source {
     Result accept(const SourcePlan& plan, const Target& target, const HttpHead& head, std::int64_t offset,
                   SourceAnswer& answer);
     Result accept_part(const HttpHead& head, std::int64_t offset, SourceAnswer& answer);
+    ContentCoding coding_to_undo(const HttpHead& head, const std::u16string& name);
 
     SourceContext context_;
     LoginMemory& logins_;
@@ -210,7 +207,8 @@ Result HttpSource::accept_part(const HttpHead& head, std::int64_t offset, Source
                         head.content_type != "multipart/byteranges" &&
                         (!head.range_total || *head.range_total > *head.range_last) &&
                         (!head.length || *head.length - 1 == *head.range_last - *head.range_first);
-    if (!usable) {
+    // Nothing can be unpacked from its middle on.
+    if (!usable || (answer.encoded && offset > 0)) {
         context_.log.line(Direction::error, message_text(Message::partial_refused));
         return Code::range_ignored;
     }
@@ -221,15 +219,34 @@ Result HttpSource::accept_part(const HttpHead& head, std::int64_t offset, Source
     return {};
 }
 
+// What is to be undone of the answer's content coding; the log tells what is not.
+ContentCoding HttpSource::coding_to_undo(const HttpHead& head, const std::u16string& name) {
+    const bool undone = (head.coding == ContentCoding::gzip && !is_gzip_file(head.content_type, name)) ||
+                        head.coding == ContentCoding::deflate;
+    if (undone) return head.coding;
+    if (!head.content_encoding.empty() && head.content_encoding != "identity") {
+        context_.log.line(Direction::note, "The content coding \"" + head.content_encoding.substr(0, 200) +
+                                               "\" is left as it is: the file is kept as it comes.");
+    }
+    return ContentCoding::identity;
+}
+
 Result HttpSource::accept(const SourcePlan& plan, const Target& target, const HttpHead& head,
                           std::int64_t offset, SourceAnswer& answer) {
-    answer.encoded = head.coding != ContentCoding::identity;
+    answer.name = disposition_name(head.content_disposition);
+    if (answer.name.empty()) answer.name = decode_name(head.content_type_name);
+    if (answer.name.empty()) answer.name = path_name(target.path);
+    const ContentCoding coding = coding_to_undo(head, answer.name);
+    answer.encoded = coding != ContentCoding::identity;
     answer.ranges_promised = head.accept_ranges == AcceptRanges::bytes;
     answer.ranges_denied = head.accept_ranges == AcceptRanges::none || answer.encoded;
     answer.version.last_modified = head.last_modified;
     answer.version.etag = head.etag;
     answer.media_type = head.content_type;
-    if (head.status == 206) {
+    // A part that says nothing of its place answers a request for the whole.
+    const bool whole =
+        head.status != 206 || (offset == 0 && !head.has_range && head.content_type != "multipart/byteranges");
+    if (!whole) {
         if (Result result = accept_part(head, offset, answer); !result.ok()) return result;
     } else {
         answer.whole = true;
@@ -237,10 +254,8 @@ Result HttpSource::accept(const SourcePlan& plan, const Target& target, const Ht
         answer.version.size = answer.encoded ? -1 : head.length.value_or(-1);
         if (head.status == 204 || head.status == 205) answer.version.size = 0;
     }
-    answer.name = disposition_name(head.content_disposition);
-    if (answer.name.empty()) answer.name = decode_name(head.content_type_name);
-    if (answer.name.empty()) answer.name = path_name(target.path);
-    Result result = conversation_.begin_body(gzip_operations(context_.libraries.ssh), plan.receive_buffer);
+    Result result =
+        conversation_.begin_body(coding, UnpackOperations::of(context_.libraries.ssh), plan.receive_buffer);
     if (result.code == Code::unsupported && result.detail.empty()) {
         result.detail = missing_library_text("libssh") + " The answer is compressed and cannot be unpacked.";
     }
