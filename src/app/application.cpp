@@ -39,7 +39,8 @@ Engine::Options CFerrywellApp::engine_options() {
 
 Engine* CFerrywellApp::engine(std::string& error) {
     if (engine_) return engine_.get();
-    auto store = JobStore::open({data_folder_, user_download_folder(), folder_lock_.is_mine()}, error);
+    DataFolderLock* const lock = folder_lock_.is_mine() ? &folder_lock_ : nullptr;
+    auto store = JobStore::open({data_folder_, user_download_folder(), lock != nullptr, lock}, error);
     if (!store) return nullptr;
     // What was rescued is made safe before anything else happens to it.
     std::string failure;

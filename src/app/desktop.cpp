@@ -33,8 +33,8 @@ Exit add_and_start(StoreCommand& command, const std::vector<std::string>& links)
     draft.links = std::move(plain);
     const Added added = command.engine.add(draft);
     for (const DraftFault& fault : added.faults) complain(text_of(fault));
-    for (const Guid& job : added.jobs) static_cast<void>(command.engine.start(job));
-    command.engine.pump();
+    for (const Guid& job : added.jobs)
+        static_cast<void>(command.engine.start(job));  // as soon as they are safe
     return added.faults.empty() ? Exit::done : Exit::failed;
 }
 

@@ -12,7 +12,7 @@ class EngineVoice : public EngineListener {
     void followed(const Followed& followed) override {
         for (const DraftFault& fault : followed.faults) say_wrong(text_of(fault));
     }
-    void not_saved(const std::string& why) override { say_wrong(why); }
+    void store_said(const std::string& text) override { say_wrong(text); }
 
   protected:
     virtual void say_wrong(const std::string& text) { complain(text); }

@@ -36,7 +36,9 @@ bool Resident::open(Frame::Role role, std::chrono::milliseconds question_time, b
                     std::string& error) {
     Frame::Events frame;
     frame.on_timer = [this](int timer) { on_timer(timer); };
-    frame.on_request = [this](const std::string& request) { return on_request(request); };
+    frame.on_request = [this](const std::string& request, const Frame::Events::Reply& reply) {
+        on_request(request, reply);
+    };
     frame.on_session_end = [this] { close(); };
     frame_ = Frame::open(app_.data_folder(), role, std::move(frame), error);
     if (!frame_) return false;
@@ -79,7 +81,6 @@ void Resident::look_at_memory() {
 }
 
 void Resident::on_timer(int timer) {
-    std::string error;  // told by the engine
     switch (timer) {
         case tick_timer:
             engine_.tick();
@@ -88,7 +89,7 @@ void Resident::on_timer(int timer) {
             look_at_memory();
             break;
         case save_timer:
-            static_cast<void>(engine_.save(error));
+            engine_.save_behind();
             break;
         case display_timer:
             display_.show();
@@ -98,9 +99,12 @@ void Resident::on_timer(int timer) {
     }
 }
 
-std::string Resident::on_request(const std::string& request) {
+void Resident::on_request(const std::string& request, const Frame::Events::Reply& reply) {
     const auto words = decode_words(request);
-    if (!words) return encode(CommandAnswer{Exit::usage, {}, "vantlow: not understood.\n"});
+    if (!words) {
+        reply(encode(CommandAnswer{Exit::usage, {}, "vantlow: not understood.\n"}));
+        return;
+    }
     ConsoleCapture capture(words->input);
     const CurrentFolder folder(to_utf16(words->folder));
     const Command command = parse_command_line(words->words);
@@ -110,11 +114,23 @@ std::string Resident::on_request(const std::string& request) {
         frame_->quit();
     } else {
         answer = run_words(app_, command);
-        wake();
     }
     answer.output += capture.output();
     answer.error += capture.error();
-    return encode(answer);
+    if (closed_) {
+        reply(encode(answer));
+        return;
+    }
+    // What a command says is true once it is safe.
+    engine_.settle([this, reply, answer = std::move(answer)](const std::string& failure) mutable {
+        if (!failure.empty()) {
+            answer.status = Exit::failed;
+            answer.output.clear();
+            answer.error += "vantlow: " + failure + "\n";
+        }
+        reply(encode(answer));
+        wake();
+    });
 }
 
 bool Resident::close() {

@@ -40,7 +40,6 @@ Exit run_start(StoreCommand& command, const SteerOptions& options) {
     Exit status = Exit::done;
     if (command.engine.runs()) {
         for (const Guid& job : jobs) static_cast<void>(command.engine.start(job));  // was found a moment ago
-        command.engine.pump();
     } else {
         status = run_in_foreground(command, jobs, options.all);
     }

@@ -11,9 +11,12 @@ CommandRun on_store(std::function<Exit(StoreCommand&)> command) {
         std::string error;
         Engine* const engine = app.engine(error);
         if (engine == nullptr) return complain(error);
-        StoreCommand context{app, global, *engine};
+        StoreCommand context{app, global, *engine, {}};
         const Exit status = command(context);
-        return engine->save_soon(error) ? status : complain(error);
+        // Whoever runs the jobs makes safe what a command changed, and answers for it then.
+        if (!engine->runs() && !engine->save(error)) return complain(error);
+        if (!context.promise.empty()) write_stream(Stream::output, context.promise);
+        return status;
     };
 }
 

@@ -19,11 +19,13 @@ struct StoreCommand {
     CFerrywellApp& app;
     const GlobalOptions& global;
     Engine& engine;
+    std::string promise;  ///< output that is written once the changes are safe, and only then
 };
 
 /// A command that gets the engine of the data folder: the store is loaded where this process has not loaded
 /// it yet, and saved behind the command where something changed. Failures to load or save are told and end
-/// with Exit::failed.
+/// with Exit::failed, and without what the command promises. Where this process runs the jobs, whoever
+/// answers for the command saves, and keeps all output back until then.
 CommandRun on_store(std::function<Exit(StoreCommand&)> command);
 
 /// The jobs that these texts name (GUIDs or unique prefixes of them), in their order, each once. What names

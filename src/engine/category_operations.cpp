@@ -50,7 +50,7 @@ Done Engine::rename_category(const Guid& category, const std::u16string& name) {
     if (Done done = look_at_name(node->parent != nullptr ? *node->parent : *node, name, node); !done.ok())
         return done;
     node->name = name;
-    store_->touch();
+    store_->changed(*node);
     changes_.categories();
     return {};
 }
@@ -62,8 +62,7 @@ Done Engine::move_category(const Guid& category, const Guid& parent) {
     if (above == node->parent) return {};
     if (Done done = look_at_name(*above, node->name, node); !done.ok()) return done;
     if (node->parent == nullptr) return {Fault::first_category};
-    if (!store_->tree().move(*node, *above)) return {Fault::below_itself};
-    store_->touch();
+    if (!store_->move_category(*node, *above)) return {Fault::below_itself};
     changes_.categories();
     return {};
 }

@@ -15,11 +15,10 @@ using Fault = Done::Fault;
 Engine::Engine(std::unique_ptr<JobStore> store, Options options)
     : store_(std::move(store)),
       options_(std::move(options)),
-      saver_(
-          *store_, options_.settings, [this] { refresh_records(); },
-          [this](const std::string& why) {
-              tell([&why](EngineListener& listener) { listener.not_saved(why); });
-          }),
+      saver_(*store_, options_.settings,
+             [this](const std::string& text) {
+                 tell([&text](EngineListener& listener) { listener.store_said(text); });
+             }),
       settings_version_(options_.settings.version()) {
     for (CJobNode* job : store_->jobs_below(nullptr)) decide_kind(*job);
 }
@@ -32,34 +31,52 @@ void Engine::run(Running running) {
         questions_changed_ = true;
         if (wake) wake();
     });
-    runner_ = std::make_unique<SessionRunner>(SessionRunner::Tools{
-        *store_, changes_, questions_, *options_.sessions, options_.settings, options_.libraries,
-        running.connections, running.threads, options_.stop,
-        in_memory() ? std::u16string() : options_.data_folder, options_.data_folder, options_.agent,
-        std::move(running.wake), running.gathers_log, options_.keeps_state});
+    saver_.begin(running.wake);
+    if (!in_memory()) names_ = std::make_unique<NameKeeper>(running.wake);
+    runner_ = std::make_unique<SessionRunner>(
+        SessionRunner::Tools{*store_, changes_, questions_, *options_.sessions, options_.settings,
+                             options_.libraries, running.connections, running.threads, options_.stop,
+                             in_memory() ? std::u16string() : options_.data_folder, options_.data_folder,
+                             options_.agent, std::move(running.wake), running.gathers_log,
+                             options_.keeps_state, names_.get(), [this] { serve(); }});
 }
 
 void Engine::end_running() {
     runner_.reset();
+    names_.reset();
+    saver_.end();
     questions_.open_for({}, {});
+}
+
+// What sessions wait for.
+void Engine::serve() {
+    saver_.work();
+    if (!names_) return;
+    const NameKeeper::Waiting names = names_->take();
+    if (names.empty()) return;
+    for (const auto& naming : names) {
+        CJobNode* const record = store_->find(naming->job);
+        if (record == nullptr) continue;
+        record->path = naming->path;
+        record->file_size = naming->size;
+        store_->changed(*record);
+    }
+    // Where it cannot be made safe the file gets its name all the same: nobody was promised anything.
+    saver_.when_safe([this, names] { names_->let_go(names); });
 }
 
 void Engine::run_only_started() {
     runner_->only_named();
 }
 
-void Engine::refresh_records() {
-    if (runner_) runner_->refresh_records();
-}
-
 void Engine::pump(std::chrono::milliseconds at_most) {
     if (at_most.count() > 0) runner_->wait(at_most);
-    const std::uint64_t before = changes_.revision();
+    serve();
     take_ends();
     take_answers();
     runner_->start_waiting();
     take_ends();  // of those that nobody carries out
-    if (changes_.revision() != before) saver_.save_after_event();
+    saver_.commit();
     tell_questions();
     deliver();
 }
@@ -148,7 +165,7 @@ void Engine::take_answers() {
     for (const QuestionBoard::Answered& one : questions_.take_answered()) {
         CJobNode* const job = store_->find(one.question.job);
         if (one.lapsed || job == nullptr || !take_answer(*job, one)) continue;
-        store_->touch();
+        store_->changed(*job);
         changes_.job(job->identity, job_field::options);
         static_cast<void>(start(job->identity));
     }
@@ -179,12 +196,18 @@ void Engine::tick() {
     saver_.tick();
 }
 
-bool Engine::save(std::string& error) {
-    return saver_.save(error);
+void Engine::settle(JobStore::Settled settled) {
+    saver_.settle(std::move(settled));
 }
 
-bool Engine::save_soon(std::string& error) {
-    return runner_ ? saver_.save_soon(error) : !store_->is_dirty() || saver_.save(error);
+void Engine::save_behind() {
+    if (runner_) runner_->refresh_records();
+    saver_.save_behind();
+}
+
+bool Engine::save(std::string& error) {
+    if (runner_) runner_->refresh_records();
+    return !store_->is_dirty() || store_->save(options_.settings, error);
 }
 
 bool Engine::close(std::string& error) {

@@ -194,10 +194,14 @@ class Engine {
     /// Bytes a second for all connections together; none: no limit.
     Done set_limit(std::optional<std::int64_t> rate);
 
+    /// Tells when everything that was done until now is safe, or why it cannot be made so: at once, or out of
+    /// pump(). Jobs that were added are taken back where it cannot; none is begun before it is. While it
+    /// runs.
+    void settle(JobStore::Settled settled);
+    /// Saves the whole store in the background; while it runs.
+    void save_behind();
     /// What was done until now is on the disk when it returns, or the sentence says why not.
     bool save(std::string& error);
-    /// The same, but a running engine whose store takes long to save leaves it to tick().
-    bool save_soon(std::string& error);
 
   private:
     [[nodiscard]] bool in_memory() const noexcept { return store_->is_in_memory(); }
@@ -214,7 +218,7 @@ class Engine {
     void tell_questions();
     void deliver();
     Done remove_now(CJobNode& job, bool with_files);
-    void refresh_records();
+    void serve();
     template <class Tell>
     void tell(const Tell& tell) {
         for (std::size_t i = 0; i < listeners_.size(); ++i) tell(*listeners_[i]);
@@ -233,6 +237,7 @@ class Engine {
     std::unordered_map<Guid, bool, GuidHash> leaving_;  ///< to be removed when they have ended: with files?
     std::unique_ptr<JobMaker> maker_;                   ///< of the one draft of an engine in memory
     std::chrono::steady_clock::time_point next_delivery_{};
+    std::unique_ptr<NameKeeper> names_;
     std::unique_ptr<SessionRunner> runner_;  // last: it uses the above
 };
 

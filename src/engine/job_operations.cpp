@@ -124,7 +124,7 @@ void Engine::wait_for_ends(const std::vector<Guid>& jobs) {
     if (!runner_) return;
     const auto runs = [this](const Guid& job) { return runner_->takes_place(job); };
     while (std::any_of(jobs.begin(), jobs.end(), runs)) {
-        runner_->wait(std::chrono::milliseconds(100));
+        runner_->wait_and_serve();
         take_ends();
     }
 }
@@ -187,7 +187,7 @@ Done Engine::change(const Guid& job, const JobEdit& edit) {
     set(record->cookie, edit.cookie);
     set(record->proxy, edit.proxy);
     if (edit.connections) record->connections = record->max_threads = *edit.connections;
-    store_->touch();
+    store_->changed(*record);
     changes_.job(job, job_field::options);
     return {};
 }
@@ -228,7 +228,7 @@ Done Engine::rename(const Guid& job, const std::u16string& name) {
         record->path = to;
     }
     record->file_name = name;
-    store_->touch();
+    store_->changed(*record);
     changes_.job(job, job_field::place);
     return {};
 }

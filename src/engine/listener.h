@@ -36,8 +36,9 @@ class EngineListener {
     virtual void asked(const std::vector<Question>& open) { static_cast<void>(open); }
     /// Lines of job logs, where the engine gathers them.
     virtual void logged(const std::vector<LogLine>& lines) { static_cast<void>(lines); }
-    /// The store could not be saved; told once until another reason comes. UTF-8, as the store says it.
-    virtual void not_saved(const std::string& why) { static_cast<void>(why); }
+    /// The store could not be saved (told once until another reason comes), or found something out about its
+    /// folder. UTF-8, as the store says it.
+    virtual void store_said(const std::string& text) { static_cast<void>(text); }
 };
 
 }  // namespace vantlow

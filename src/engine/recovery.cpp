@@ -5,25 +5,11 @@
 #include "platform/file.h"
 #include "platform/file_stamp.h"
 #include "transfer/job/file_names.h"
-#include "transfer/job/resume_state.h"
 
 namespace vantlow {
 namespace {
 
 constexpr std::int64_t nanoseconds_of_a_second = 1'000'000'000;
-
-// The state beside the partial file is newer than what the database knew.
-void adopt_state(CJobNode& job, bool interrupted) {
-    if (!name_of(job.path).empty()) {
-        const auto state = load_resume_state(job.path + std::u16string(state_suffix));
-        if (!state || state->identity != job.identity) return;
-        state->path = job.path;
-        take_positions(job, *state);
-    } else if (interrupted) {
-        ResumeIndex index(folder_of(job.path));
-        if (const auto state = index.take(job.identity)) take_positions(job, *state);
-    }
-}
 
 // The job was cut off between the end of its file and the save that would have told: its partial file is
 // gone, and under its name stands a file of its size that is younger than the job.
@@ -55,7 +41,23 @@ void take_end(CJobNode& record, CJobNode& from) {
     record.finished = from.finished;
 }
 
-bool catch_up_with_disk(CJobNode& record, bool interrupted) {
+// Where the database knew of no name, the states in the folder tell which is the job's.
+void Recovery::adopt_state(CJobNode& job, bool interrupted) {
+    if (!name_of(job.path).empty()) {
+        const auto state = load_resume_state(job.path + std::u16string(state_suffix));
+        if (!state || state->identity != job.identity) return;
+        state->path = job.path;
+        take_positions(job, *state);
+        return;
+    }
+    if (!interrupted) return;
+    const std::u16string folder = folder_of(job.path);
+    auto at = left_behind_.find(folder);
+    if (at == left_behind_.end()) at = left_behind_.emplace(folder, ResumeIndex(folder)).first;
+    if (const auto state = at->second.take(job.identity)) take_positions(job, *state);
+}
+
+bool Recovery::catch_up(CJobNode& record, bool interrupted) {
     if (interrupted && ended_unsaved(record)) {
         record.segments.clear();
         record.result = Code::ok;

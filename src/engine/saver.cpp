@@ -3,44 +3,65 @@
 namespace vantlow {
 namespace {
 
-// A store whose saving takes longer is saved by the timer only, not after each change.
-constexpr std::chrono::milliseconds quick_save{250};
 // A disk that did not take it is not asked each second.
 constexpr int ticks_after_failure = 10;
-// One part of the time in so many, behind the ends of jobs.
-constexpr int saving_at_most = 10;
 
 }  // namespace
 
-bool Saver::save(std::string& error) {
-    if (store_.is_newer() || store_.is_in_memory()) return true;  // stays as it is
-    refresh_();
-    const bool saved = store_.save(settings_, error);
-    // A disk that stays full is told of once.
-    if (!error.empty() && error != told_) failed_(error);
-    told_ = error;
-    return saved;
+void Saver::begin(std::function<void()> wake) {
+    if (store_.is_in_memory()) return;
+    store_.write_behind(settings_, [wake = std::move(wake)] {
+        if (wake) wake();
+    });
+    begun_ = true;
 }
 
-bool Saver::save_soon(std::string& error) {
-    if (!store_.is_dirty() || store_.last_save_took() > quick_save) return true;
-    return save(error);
+void Saver::end() {
+    if (std::exchange(begun_, false)) store_.stop_writing_behind();
 }
 
-void Saver::save_after_event() {
-    const auto now = std::chrono::steady_clock::now();
-    if (!store_.is_dirty() || pause_ > 0 || store_.last_save_took() > quick_save || now < next_event_save_)
-        return;
-    std::string error;  // told
-    if (!save(error)) pause_ = ticks_after_failure;
-    next_event_save_ = now + saving_at_most * store_.last_save_took();
+void Saver::work() {
+    if (writes()) store_.work();
+}
+
+void Saver::commit() {
+    if (!writes() || pause_ > 0) return;
+    store_.commit([this](const std::string& failure) { hear(failure); });
+}
+
+void Saver::settle(JobStore::Settled settled) {
+    if (!writes()) return settled({});
+    store_.commit(std::move(settled), JobStore::OnFailure::remove_added);
+}
+
+void Saver::when_safe(std::function<void()> then) {
+    if (!writes()) return then();
+    store_.commit([then = std::move(then)](const std::string&) { then(); });
+}
+
+void Saver::save_behind() {
+    if (writes() && !store_.is_newer()) store_.save_behind();
+}
+
+void Saver::hear(const std::string& failure) {
+    if (!failure.empty()) pause_ = ticks_after_failure;
+    if (!failure.empty() && failure != said_) say_(failure);
+    said_ = failure;
+    say_notes();
+}
+
+void Saver::say_notes() {
+    while (notes_said_ < store_.notes().size()) say_(store_.notes()[notes_said_++]);
 }
 
 void Saver::tick() {
+    if (!writes()) return;
     if (pause_ > 0) --pause_;
-    if (!store_.is_dirty() || store_.last_save_took() > quick_save || pause_ > 0) return;
-    std::string error;  // told
-    if (!save(error)) pause_ = ticks_after_failure;
+    std::string error;  // stands among the notes
+    if (!store_.is_newer() && !store_.hold_folder(error)) pause_ = ticks_after_failure;
+    say_notes();
+    if (const std::string failure = store_.take_failure(); !failure.empty()) hear(failure);
+    commit();
 }
 
 }  // namespace vantlow

@@ -1,8 +1,6 @@
-// When the store is saved: soon behind what must not be forgotten, and never so often that saving becomes
-// what jobs wait for.
+// How what a running engine changes comes to the disk: changes as they happen, the whole store by the clock.
 #pragma once
 
-#include <chrono>
 #include <functional>
 #include <string>
 
@@ -11,32 +9,45 @@
 
 namespace vantlow {
 
-/// Saves one store. One thread.
+/// Makes the changes of one store safe. A store in memory needs nothing of it. One thread.
 class Saver {
   public:
-    /// `refresh` brings the records of running jobs to what may be saved; `failed` hears of a failure, once
-    /// until another reason comes.
-    Saver(JobStore& store, const Settings& settings, std::function<void()> refresh,
-          std::function<void(const std::string&)> failed)
-        : store_(store), settings_(settings), refresh_(std::move(refresh)), failed_(std::move(failed)) {}
+    /// `say` gets what a person has to be told: a failure, once until another reason comes, and what the
+    /// store finds out about its folder.
+    Saver(JobStore& store, const Settings& settings, std::function<void(const std::string&)> say)
+        : store_(store), settings_(settings), say_(std::move(say)), notes_said_(store.notes().size()) {}
+    Saver(const Saver&) = delete;
+    Saver& operator=(const Saver&) = delete;
 
-    /// False with a sentence when it failed.
-    bool save(std::string& error);
-    /// What a client changed: saved at once, or with the next tick where saving takes long.
-    bool save_soon(std::string& error);
-    /// A job began or ended.
-    void save_after_event();
+    /// From now on the store writes behind; `wake` (any thread) asks for work(). Both outlive end().
+    void begin(std::function<void()> wake);
+    void end();
+    /// Goes on with what is to be written.
+    void work();
+    /// What happened is made safe without anybody's waiting for it.
+    void commit();
+    /// Tells when everything until now is safe, or why it cannot be made so; jobs that were added are taken
+    /// back then.
+    void settle(JobStore::Settled settled);
+    /// The same for what must not happen before it is safe; nothing is taken back.
+    void when_safe(std::function<void()> then);
+    /// Saves the whole store in the background.
+    void save_behind();
     /// Once a second.
     void tick();
 
   private:
+    [[nodiscard]] bool writes() const noexcept { return begun_; }
+    void hear(const std::string& failure);
+    void say_notes();
+
     JobStore& store_;
     const Settings& settings_;
-    std::function<void()> refresh_;
-    std::function<void(const std::string&)> failed_;
-    std::chrono::steady_clock::time_point next_event_save_{};
-    int pause_ = 0;     ///< ticks until a save that failed is tried again
-    std::string told_;  ///< the failure that was told last
+    std::function<void(const std::string&)> say_;
+    std::size_t notes_said_;  ///< of the store's
+    bool begun_ = false;
+    int pause_ = 0;     ///< ticks until what failed is tried again
+    std::string said_;  ///< the failure that was said last
 };
 
 }  // namespace vantlow

@@ -3,13 +3,14 @@
 #include <algorithm>
 #include <utility>
 
-#include "engine/recovery.h"
-
 namespace vantlow {
 namespace {
 
 // More lines than these are not kept for who shows them: nobody reads so fast.
 constexpr std::size_t most_lines = 100000;
+
+// Sessions that end may wait for the names of their files, and others for their trackers.
+constexpr std::chrono::milliseconds serving_step{20};
 
 bool has_settled(const JobSession& session) {
     return session.settled().has_value();
@@ -52,6 +53,11 @@ SessionRunner::Entry& SessionRunner::make_entry(const CJobNode& job, const Sessi
     RunOptions options = run_options_of(job, tools_.settings, tools_.proxies_in, fault);
     options.default_agent = tools_.agent;
     options.keep_state = tools_.keeps_state;
+    if (tools_.names != nullptr) {
+        options.before_name = [this, identity = job.identity](const std::u16string& path, std::int64_t size) {
+            tools_.names->wait_for({identity, path, size});
+        };
+    }
     if (!fault.ok()) entry.log->line(Direction::error, fault.text_for_people());
     const auto on_end = [this, identity = job.identity] {
         {
@@ -69,7 +75,7 @@ SessionRunner::Entry& SessionRunner::make_entry(const CJobNode& job, const Sessi
 
 CJobNode* SessionRunner::next_waiting() const {
     for (const auto& [order, job] : tools_.store.waiting()) {
-        if (!may_run(*job) || sessions_.contains(job->identity)) continue;
+        if (!may_begin(*job)) continue;
         const SessionKind* kind = find_session_kind(tools_.sessions, kind_of(*job));
         if (kind == nullptr || kind->takes_place) return job;
     }
@@ -117,8 +123,11 @@ bool SessionRunner::start_next() {
         return true;
     }
     const bool interrupted = tools_.store.interrupted().erase(job->identity) > 0;
-    if (catch_up_with_disk(*job, interrupted)) return launch(*job, *kind);
+    const bool is_left = recovery_.catch_up(*job, interrupted);
+    if (tools_.store.interrupted().empty()) recovery_.end();
+    if (is_left) return launch(*job, *kind);
     tools_.store.set_state(*job, JobState::finished);
+    if (tools_.settings.flag(setting::move_completed)) tools_.store.move(*job, tools_.store.completed());
     tools_.changes.job(job->identity, job_field::state);
     return true;
 }
@@ -142,7 +151,7 @@ void SessionRunner::start_beside() {
     }
     if (room == 0) return;
     for (const auto& [order, job] : tools_.store.waiting()) {
-        if (sessions_.contains(job->identity) || !may_run(*job)) continue;
+        if (!may_begin(*job)) continue;
         const SessionKind* const kind = find_session_kind(tools_.sessions, kind_of(*job));
         if (kind == nullptr || kind->takes_place || count[kind->kind] >= kind->most_at_once) continue;
         ++count[kind->kind];
@@ -196,7 +205,7 @@ void SessionRunner::take_end_of(Entry& entry, const Guid& identity) {
             tools_.store.set_state(*record,
                                    stopped && !entry.stop_asked ? JobState::waiting : end.job->state);
         }
-        tools_.store.touch();
+        tools_.store.changed(*record);
         tools_.changes.job(identity, job_field::state | job_field::progress | job_field::place);
     }
     JobEnd told{entry.number, std::move(end.job), std::move(end.outcome), std::move(end.question)};
@@ -255,9 +264,16 @@ std::vector<LogLine> SessionRunner::take_log() {
 void SessionRunner::tick() {
     write_logs();
     // The name of a file is what makes it found again after a crash.
-    for (auto& [identity, entry] : sessions_) {
-        if (entry->kind->takes_place && entry->session->progress().path != entry->path) tools_.store.touch();
-    }
+    const auto has_new_name = [](const auto& one) {
+        Entry& entry = *one.second;
+        return entry.kind->takes_place && entry.session->progress().path != entry.path;
+    };
+    if (std::any_of(sessions_.begin(), sessions_.end(), has_new_name)) refresh_records();
+}
+
+void SessionRunner::wait_and_serve() {
+    wait(serving_step);
+    if (tools_.serve) tools_.serve();
 }
 
 void SessionRunner::note_progress() {
@@ -272,8 +288,14 @@ void SessionRunner::refresh_records() {
         CJobNode* const record = tools_.store.find(identity);
         const auto copy = record != nullptr ? entry->session->safe_copy() : nullptr;
         if (!copy) continue;
+        const bool renamed = copy->path != entry->path;
         entry->path = copy->path;
         take_positions(*record, *copy);
+        if (renamed) {
+            tools_.store.changed(*record);
+        } else {
+            tools_.store.moved_on();
+        }
     }
 }
 
@@ -291,7 +313,7 @@ void SessionRunner::stop_all() {
 void SessionRunner::wait_for_all() {
     std::vector<JobEnd> ends;
     while (!sessions_.empty() || !leaving_.empty()) {
-        wait(std::chrono::milliseconds(leaving_.empty() ? 100 : 10));
+        wait_and_serve();
         std::vector<JobEnd> more = take_ends();
         std::move(more.begin(), more.end(), std::back_inserter(ends));
     }

@@ -13,6 +13,8 @@
 #include <vector>
 
 #include "engine/changes.h"
+#include "engine/name_keeper.h"
+#include "engine/recovery.h"
 #include "engine/run_options.h"
 #include "engine/session.h"
 #include "store/job_log_file.h"
@@ -60,13 +62,15 @@ class SessionRunner {
         const LibraryTables& libraries;
         ConnectionServices& connections;
         ThreadPool& threads;
-        StopSource& stop;            ///< of the whole program; a parent of the runner's own
-        std::u16string logs_in;      ///< the data folder that job logs are kept in; empty: none are kept
-        std::u16string proxies_in;   ///< the data folder with the proxy list
-        std::u16string agent;        ///< of jobs without one of their own
-        std::function<void()> wake;  ///< any thread: take_ends() has something
-        bool gathers_log = false;    ///< take_log() is called
-        bool keeps_state = true;     ///< beside partial files
+        StopSource& stop;               ///< of the whole program; a parent of the runner's own
+        std::u16string logs_in;         ///< the data folder that job logs are kept in; empty: none are kept
+        std::u16string proxies_in;      ///< the data folder with the proxy list
+        std::u16string agent;           ///< of jobs without one of their own
+        std::function<void()> wake;     ///< any thread: take_ends() has something
+        bool gathers_log = false;       ///< take_log() is called
+        bool keeps_state = true;        ///< beside partial files
+        NameKeeper* names = nullptr;    ///< whom sessions tell before they name a file; null: nobody
+        std::function<void()> serve{};  ///< called while an end is waited for: sessions may wait for it
     };
     explicit SessionRunner(Tools tools);
     ~SessionRunner();
@@ -84,7 +88,7 @@ class SessionRunner {
     void stop(const Guid& job);
     /// The job is to wait for its turn again once the session that was asked to end has ended.
     bool start_again(const Guid& job);
-    /// Waits up to `at_most` for a session to end.
+    /// Waits up to `at_most` for a session to end; serves nobody meanwhile.
     void wait(std::chrono::milliseconds at_most);
     /// The sessions that ended or settled since the last call. Their records are up to date.
     std::vector<JobEnd> take_ends();
@@ -95,6 +99,8 @@ class SessionRunner {
     void note_progress();
     /// The records of running jobs are brought to what may be saved.
     void refresh_records();
+    /// Waits a moment for an end, and serves.
+    void wait_and_serve();
     /// Asks all sessions to end; start_waiting() begins none from now on.
     void stop_all();
     /// Waits for those that were asked to end, whatever kind they are.
@@ -133,6 +139,10 @@ class SessionRunner {
     [[nodiscard]] bool may_run(const CJobNode& job) const {
         return !only_named_ || named_.contains(job.identity);
     }
+    /// One whose adding is not safe yet may still be taken back.
+    [[nodiscard]] bool may_begin(const CJobNode& job) const {
+        return may_run(job) && !sessions_.contains(job.identity) && !tools_.store.is_unsettled(job);
+    }
     [[nodiscard]] CJobNode* next_waiting() const;
     bool start_next();
     void start_beside();
@@ -152,6 +162,7 @@ class SessionRunner {
     std::vector<std::unique_ptr<Entry>> leaving_;
     std::unordered_map<JobKind, std::size_t> beside_;  ///< sessions of each such kind
     std::unordered_set<Guid, GuidHash> named_;
+    Recovery recovery_;
     std::vector<JobEnd> ends_;
     std::size_t next_number_ = 0;
     std::size_t places_ = 0;  ///< that running jobs take
