@@ -65,14 +65,11 @@ void GetRun::ended(const JobEnd& end) {
         if (written.ok()) written = pipe_->finish(stop_);
         if (!written.ok()) outcome.result = std::move(written);
     }
+    // Before it is told: what was told is not fetched again.
+    if (memory_ && filed_ > 1 && outcome.result.ok() && !end.gave_way)
+        memory_->add(*end.job, {outcome.path, outcome.size});
     tell_end(end, outcome);
     if (end.goes_on) settled_.push_back(job);
-    if (memory_ && outcome.result.ok()) whole_[job] = {end.job->twin(), {outcome.path, outcome.size}};
-}
-
-void GetRun::followed(const Followed& followed) {
-    TerminalClient::followed(followed);
-    if (followed.gave_way) whole_.erase(followed.document);
 }
 
 void GetRun::look_for_hopeless() {
@@ -107,10 +104,6 @@ void GetRun::look_behind() {
     // What settled has been told; here nobody stays for what it does beyond that.
     for (const Guid& job : settled_) static_cast<void>(engine_.remove(job, false));
     settled_.clear();
-    for (const auto& [job, whole] : whole_) {
-        if (filed_ > 1) memory_->add(*whole.job, whole.file);
-    }
-    whole_.clear();
 }
 
 void GetRun::drive() {

@@ -52,7 +52,6 @@ class GetRun : public TerminalClient {
     void drive();
 
     void ended(const JobEnd& end) override;
-    void followed(const Followed& followed) override;
 
   private:
     bool is_wanted(const CJobNode& job);
@@ -69,11 +68,6 @@ class GetRun : public TerminalClient {
     /// Of jobs that never ran: counted down, where those of running ones are counted up.
     std::size_t unused_number_ = std::numeric_limits<std::size_t>::max();
     std::vector<Guid> settled_;  ///< jobs that nobody waits for any more
-    struct Whole {
-        std::unique_ptr<CJobNode> job;
-        ListMemory::Finished file;
-    };
-    std::map<Guid, Whole> whole_;  ///< files that ended well, unless they turn out to be documents
 };
 
 }  // namespace vantlow

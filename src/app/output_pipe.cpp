@@ -5,6 +5,7 @@
 
 #include "base/text.h"
 #include "platform/console.h"
+#include "platform/file.h"
 #include "platform/system_text.h"
 
 namespace vantlow {

@@ -7,7 +7,7 @@
 #include <string>
 
 #include "base/result.h"
-#include "platform/file.h"
+#include "platform/stop.h"
 #include "platform/thread_pool.h"
 
 namespace vantlow {

@@ -23,7 +23,9 @@ Engine::Engine(std::unique_ptr<JobStore> store, Options options)
     for (CJobNode* job : store_->jobs_below(nullptr)) decide_kind(*job);
 }
 
-Engine::~Engine() = default;
+Engine::~Engine() {
+    if (runner_) end_running();
+}
 
 void Engine::run(Running running) {
     gathers_log_ = running.gathers_log;
@@ -86,42 +88,49 @@ void Engine::take_ends() {
         const std::vector<LogLine> lines = runner_->take_log();
         if (!lines.empty()) tell([&lines](EngineListener& listener) { listener.logged(lines); });
     }
-    for (const JobEnd& end : runner_->take_ends()) take_end(end);
+    for (JobEnd& end : runner_->take_ends()) take_end(end);
 }
 
-void Engine::take_end(const JobEnd& end) {
-    tell([&end](EngineListener& listener) { listener.ended(end); });
+void Engine::take_end(JobEnd& end) {
     CJobNode* const record = store_->find(end.job->identity);
-    if (end.goes_on || record == nullptr) return;
-    if (const auto at = leaving_.find(record->identity); at != leaving_.end()) {
+    std::optional<Followed> followed;
+    if (record != nullptr && !end.goes_on && end.outcome.result.ok()) followed = follow(*record, end);
+    end.gave_way = followed && followed->gave_way;
+    tell([&end](EngineListener& listener) { listener.ended(end); });
+    if (followed) tell([&followed](EngineListener& listener) { listener.followed(*followed); });
+    if (record != nullptr && !end.goes_on && !end.gave_way) file_ended(*record, end);
+}
+
+// What becomes of a record whose job ended.
+void Engine::file_ended(CJobNode& record, const JobEnd& end) {
+    if (const auto at = leaving_.find(record.identity); at != leaving_.end()) {
         const bool with_files = at->second;
         leaving_.erase(at);
-        if (remove_now(*record, with_files).ok()) return;
+        if (remove_now(record, with_files).ok()) return;
     }
-    if (end.outcome.result.ok() && follow(*record, end)) return;
     if (in_memory()) {
-        const bool over = record->state == JobState::finished || record->state == JobState::failed;
-        if (over || end.stop_asked) store_->remove(*record);
+        const bool over = record.state == JobState::finished || record.state == JobState::failed;
+        if (over || end.stop_asked) store_->remove(record);
         return;
     }
-    if (end.question && record->state == JobState::failed) questions_.leave(*end.question);
-    if (record->state == JobState::finished && options_.settings.flag(setting::move_completed)) {
-        store_->move(*record, store_->completed());
-        changes_.job(record->identity, job_field::category);
+    if (end.question && record.state == JobState::failed) questions_.leave(*end.question);
+    if (record.state == JobState::finished && options_.settings.flag(setting::move_completed)) {
+        store_->move(record, store_->completed());
+        changes_.job(record.identity, job_field::category);
     }
 }
 
 // A document that was fetched becomes the jobs that it names, in its place: its record goes with its file.
-bool Engine::follow(CJobNode& document, const JobEnd& end) {
+std::optional<Followed> Engine::follow(CJobNode& document, const JobEnd& end) {
+    if (!options_.follows || options_.stop.requested()) return std::nullopt;
     std::optional<MadeJobs> made;
-    if (!options_.follows) return false;
     if (maker_) {
         made = maker_->follow(*end.job, end.outcome);
     } else {
         JobMaker maker(draft_of(document, end.outcome), options_.credentials);
         made = maker.follow(document, end.outcome);
     }
-    if (!made) return false;
+    if (!made) return std::nullopt;
     const bool gives_way = !made->jobs.empty() && !made->document_stays;
     Followed followed{document.identity, gives_way, {}, std::move(made->faults)};
     const bool named = runner_->is_named(document.identity);
@@ -129,12 +138,12 @@ bool Engine::follow(CJobNode& document, const JobEnd& end) {
     for (const Guid& job : followed.jobs) {
         if (named) runner_->name(job);
     }
-    if (followed.gave_way) {
+    if (gives_way) {
         changes_.job(document.identity, job_field::removed);
+        questions_.withdraw(document.identity);
         store_->remove(document);
     }
-    tell([&followed](EngineListener& listener) { listener.followed(followed); });
-    return followed.gave_way;
+    return followed;
 }
 
 // What was answered becomes a rule of the job's own. False where it is to stay as it is.

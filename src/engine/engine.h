@@ -211,8 +211,9 @@ class Engine {
                    std::vector<Guid>& filed);
     void detach(CJobNode& job) const;
     void take_ends();
-    void take_end(const JobEnd& end);
-    bool follow(CJobNode& document, const JobEnd& end);
+    void take_end(JobEnd& end);
+    void file_ended(CJobNode& record, const JobEnd& end);
+    std::optional<Followed> follow(CJobNode& document, const JobEnd& end);
     void take_answers();
     static bool take_answer(CJobNode& job, const QuestionBoard::Answered& one);
     void tell_questions();

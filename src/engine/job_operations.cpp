@@ -72,6 +72,7 @@ Guid Engine::file(std::unique_ptr<CJobNode> job, const Guid& category) {
     decide_kind(*job);
     const CJobNode& filed = store_->add(std::move(job), node);
     changes_.job(filed.identity, job_field::added);
+    if (runner_) runner_->filed();
     return filed.identity;
 }
 

@@ -29,7 +29,7 @@ class EngineListener {
 
     /// Some times a second at most, when anything changed.
     virtual void changed(const Changes& changes) { static_cast<void>(changes); }
-    /// A job ended, or settled: told before anything else becomes of it.
+    /// A job ended, or settled.
     virtual void ended(const JobEnd& end) { static_cast<void>(end); }
     virtual void followed(const Followed& followed) { static_cast<void>(followed); }
     /// The open questions are others than before.

@@ -141,7 +141,7 @@ bool SessionRunner::start_waiting() {
 
 // The jobs that are looked after while their records go on waiting, as far as there is room.
 void SessionRunner::start_beside() {
-    if (stop_.requested()) return;
+    if (stop_.requested() || !std::exchange(look_beside_, false)) return;
     std::vector<std::pair<CJobNode*, const SessionKind*>> found;
     std::unordered_map<JobKind, std::size_t> count = beside_;
     for (const auto& entry : leaving_) ++count[entry->kind->kind];
@@ -221,6 +221,7 @@ void SessionRunner::reap() {
         const bool log_goes = entry->log_goes;
         entry.reset();  // writes its log
         if (log_goes) remove_job_log(tools_.logs_in, end.job->identity);
+        look_beside_ = true;  // there is room
         return true;
     });
 }
@@ -262,6 +263,7 @@ std::vector<LogLine> SessionRunner::take_log() {
 }
 
 void SessionRunner::tick() {
+    look_beside_ = true;
     write_logs();
     // The name of a file is what makes it found again after a crash.
     const auto has_new_name = [](const auto& one) {

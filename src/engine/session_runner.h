@@ -35,7 +35,8 @@ struct JobEnd {
     std::unique_ptr<CJobNode> job;  ///< as the session left it; of one that goes on a copy of its record
     JobOutcome outcome;
     std::optional<Question> question{};
-    bool goes_on = false;  ///< it settled: nobody need wait for it any more
+    bool goes_on = false;   ///< it settled: nobody need wait for it any more
+    bool gave_way = false;  ///< its file was a document, and the jobs that it names took its place
     bool stop_asked = false;
 };
 
@@ -79,7 +80,12 @@ class SessionRunner {
 
     /// From now on only jobs that name() named are run; without it every job that waits is.
     void only_named() noexcept { only_named_ = true; }
-    void name(const Guid& job) { named_.insert(job); }
+    void name(const Guid& job) {
+        named_.insert(job);
+        look_beside_ = true;
+    }
+    /// A job was filed that may wait.
+    void filed() noexcept { look_beside_ = true; }
     [[nodiscard]] bool is_named(const Guid& job) const { return named_.contains(job); }
 
     /// Starts the jobs whose turn it is. True when any began or ended by it.
@@ -167,6 +173,7 @@ class SessionRunner {
     std::size_t next_number_ = 0;
     std::size_t places_ = 0;  ///< that running jobs take
     bool only_named_ = false;
+    bool look_beside_ = true;  ///< jobs may wait that could be looked after beside the others
 
     mutable std::mutex mutex_;
     std::condition_variable changed_;

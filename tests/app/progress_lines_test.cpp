@@ -220,8 +220,8 @@ TEST(ProgressLines, SayWhatAJobWaitsFor) {
     EXPECT_EQ(wait_text(progress, now + 12s), "retry 7: HTTP/1.1 503 Busy");
     const JobLine job{"name.iso", progress, 0, wait_text(progress, now)};
     EXPECT_EQ(render_progress({job}, {}, 79, false)[0],
-              "name.iso                --  retry 7 in 0:12: HTTP/1.1 503 Busy");
-    EXPECT_EQ(render_progress({job}, {}, 40, false)[0], "name.iso        --  retry 7 in…1 503 Busy");
+              "name.iso                 --  retry 7 in 0:12: HTTP/1.1 503 Busy");
+    EXPECT_EQ(render_progress({job}, {}, 40, false)[0], "name.iso        --  retry 7 in… 503 Busy");
 }
 
 }  // namespace
