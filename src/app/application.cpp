@@ -12,6 +12,7 @@ bool CFerrywellApp::start(const StartOptions& options, std::string& error) {
     set_default_locale();
     program_file_ = program_path();
     libraries_ = load_libraries(folder_of(program_file_));
+    host_names_.emplace(libraries_.names);
     if (!start_sockets()) {
         error = "The system's sockets could not be started.";
         return false;

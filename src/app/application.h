@@ -2,11 +2,13 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "engine/engine.h"
 #include "platform/frame.h"
 #include "platform/stop.h"
+#include "runtime/host_names.h"
 #include "runtime/tables.h"
 #include "store/data_folder_lock.h"
 #include "store/settings.h"
@@ -60,6 +62,7 @@ class CFerrywellApp {
     StopSource stop_;
     std::unique_ptr<Settings> settings_;
     LibraryTables libraries_;
+    std::optional<HostNameScope> host_names_;
     std::u16string program_file_;
     std::u16string version_;
     std::u16string user_name_;

@@ -138,18 +138,21 @@ void JobMaker::apply_request(CJobNode& job) {
     }
     job.start_mode = draft_.paused ? 0 : 1;
     job.state = draft_.paused ? JobState::stopped : JobState::waiting;
-    if (job.user.empty()) look_up_login(job);
+    look_up_login(job);
 }
 
-// What the user's file says of the job's server, unless the address itself says it.
+// What the user's file says of the job's server, as far as the address and the draft do not say it: all, or
+// the half that is missing.
 void JobMaker::look_up_login(CJobNode& job) {
-    if (!credentials_) return;
-    const auto target = parse_target(job.address);
-    if (!target || !target->user.empty()) return;
-    if (const auto found = credentials_(target->host)) {
-        job.user = to_utf16(found->login);
-        job.password = to_utf16(found->password);
-    }
+    const auto target = credentials_ ? parse_target(job.address) : std::nullopt;
+    if (!target || !target->password.empty()) return;
+    const std::u16string user = target->user.empty() ? job.user : target->user;
+    const bool is_password_for_it = !job.password.empty() && (job.user.empty() || job.user == user);
+    if (!user.empty() && is_password_for_it) return;
+    const auto found = credentials_(target->host, to_utf8(user));
+    if (!found) return;
+    job.user = to_utf16(found->login);
+    if (!is_password_for_it) job.password = to_utf16(found->password);
 }
 
 std::unique_ptr<CJobNode> JobMaker::job_for(JobPlan plan) {
@@ -222,6 +225,7 @@ void JobMaker::leave_document(const CJobNode& document, CJobNode& named) {
     if (target && next && is_same_server(*target, *next)) return;
     named.user.clear();
     named.password.clear();
+    named.referer.clear();
     if (!named.cookie.starts_with(u'@')) named.cookie.clear();
     look_up_login(named);
 }

@@ -39,7 +39,7 @@ ProxyFault take_setting(const std::u16string& text, const std::u16string& data_f
     return {};
 }
 
-ProxyFault take_environment(RunOptions& run) {
+void take_environment(RunOptions& run) {
     constexpr std::array<std::pair<const char*, const char*>, 4> variables{
         {{"http_proxy", "http"}, {"https_proxy", "https"}, {"ftp_proxy", "ftp"}, {"all_proxy", ""}}};
     auto rules = std::make_shared<ProxyRules>();
@@ -48,14 +48,19 @@ ProxyFault take_environment(RunOptions& run) {
         const auto value = variable(name, scheme != std::string_view("http"));
         if (!value) continue;
         const auto proxy = parse_proxy(*value);
-        if (!proxy) return {ProxyFault::Kind::environment, 0, name};
-        rules->set(scheme, proxy_plan(*proxy));
+        ProxyPlan plan = proxy ? proxy_plan(*proxy) : ProxyPlan();
+        // Only what would go through it is not to be had; it goes nowhere without the proxy that is wanted.
+        if (!plan.is_used()) {
+            plan = {};
+            plan.kind = ProxyPlan::http_tunnel;
+            plan.trouble = std::string(name) + " in the environment names no proxy that can be used.";
+        }
+        rules->set(scheme, std::move(plan));
         any = true;
     }
-    if (!any) return {};
+    if (!any) return;
     rules->set_direct(to_utf8(variable("no_proxy").value_or(u"")));
     run.proxy_rules = std::move(rules);
-    return {};
 }
 
 }  // namespace
@@ -71,8 +76,6 @@ std::string ProxyFault::text_for_people() const {
                    ", which Connection/Proxy names.";
         case Kind::list:
             return text;
-        case Kind::environment:
-            return text + " in the environment names no proxy that can be used.";
         case Kind::job:
             return "the job's own proxy is none.";
     }
@@ -82,9 +85,9 @@ std::string ProxyFault::text_for_people() const {
 ProxyFault add_program_proxies(const Settings& settings, const std::u16string& data_folder, RunOptions& run) {
     if (run.proxy.is_used()) return {};
     const std::u16string text = settings.text(setting::proxy);
-    if (text.empty()) return take_environment(run);
-    if (iequals(text, u"none")) return {};
-    return take_setting(text, data_folder, run);
+    if (!text.empty()) return iequals(text, u"none") ? ProxyFault{} : take_setting(text, data_folder, run);
+    take_environment(run);
+    return {};
 }
 
 RunOptions run_options_of(const CJobNode& job, const Settings& settings, const std::u16string& data_folder,
@@ -97,7 +100,10 @@ RunOptions run_options_of(const CJobNode& job, const Settings& settings, const s
         if (!proxy) fault.kind = ProxyFault::Kind::job;
     }
     if (fault.ok()) fault = add_program_proxies(settings, data_folder, run);
-    if (!fault.ok()) run.proxy.kind = CProxyNode::http_tunnel;
+    if (!fault.ok()) {
+        run.proxy.kind = ProxyPlan::http_tunnel;
+        run.proxy.trouble = fault.text_for_people();
+    }
     if (job.sources) run.hash = job.sources->whole;
     if (job.rules) run.ssh.key_file = job.rules->key_file;
     return run;

@@ -14,11 +14,10 @@ namespace vantlow {
 struct ProxyFault {
     enum class Kind {
         none,
-        setting,      ///< "Connection"/"Proxy" names no proxy
-        number,       ///< it names a number that the proxy list has not: `number`
-        list,         ///< the proxy list cannot be read: `text` says why
-        environment,  ///< the variable `text` names no proxy that can be used
-        job,          ///< the job's own proxy is none
+        setting,  ///< "Connection"/"Proxy" names no proxy
+        number,   ///< it names a number that the proxy list has not: `number`
+        list,     ///< the proxy list cannot be read: `text` says why
+        job,      ///< the job's own proxy is none
     };
     Kind kind = Kind::none;
     std::int64_t number = 0;
@@ -32,7 +31,8 @@ struct ProxyFault {
 /// Gives a run without a proxy of its own the program's: that of "Connection"/"Proxy" (an address as --proxy
 /// takes it, the number of a proxy of the list, or "none"), else those of the environment: http_proxy,
 /// https_proxy, ftp_proxy, all_proxy and no_proxy, in lower case or, but for http_proxy (which a web server
-/// would let its clients set), in upper case.
+/// would let its clients set), in upper case. A variable that cannot be used is a fault only for what would
+/// go through it.
 ProxyFault add_program_proxies(const Settings& settings, const std::u16string& data_folder, RunOptions& run);
 
 /// What the record of a job says of its run, the program's proxies included, but not its agent. Where the

@@ -163,6 +163,9 @@ TEST_F(SftpTest, KnownHostsAndKeys) {
     EXPECT_EQ(fetch(address, rules(nobody, true)).result.code, Code::credentials_refused);
     const JobOutcome missing = fetch(server.url16("none.bin"), rules(own, false));
     EXPECT_EQ(missing.result.code, Code::server_error) << missing.result.message();
+    ASSERT_TRUE(make_folders(server.documents().path(u"sub")).ok());
+    for (const char* name : {"sub", "sub/"})
+        EXPECT_EQ(fetch(server.url16(name), rules(own, false)).result.code, Code::unsupported) << name;
     network.reuse.clear();
     server.change_key();
     const JobOutcome changed = fetch(address, rules(own, true));

@@ -68,7 +68,8 @@ Result FtpConversation::begin(const FtpPlan& plan, std::int64_t offset, FtpFile&
     if (Result result = ftp_ask_about_file(control_, plan, session_, file, log_); !result.ok()) return result;
     if (Result result = data_.prepare(socket_, control_, plan, session_); !result.ok()) return result;
     if (Result result = ftp_restart_at(control_, plan, session_, offset, file); !result.ok()) return result;
-    if (Result result = retrieve(plan, file); !result.ok()) return name_folder(plan, std::move(result));
+    if (Result result = retrieve(plan, file); !result.ok())
+        return ftp_name_folder(control_, plan, std::move(result));
     if (Result result = data_.begin(socket_, plan, session_); !result.ok()) return result;
     body_ = make_ftp_body(data_.socket(), plan, session_.compressed);
     position_ = file.granted;
@@ -86,15 +87,6 @@ Result FtpConversation::retrieve(const FtpPlan& plan, FtpFile& file) {
     if (file.size < 0 && file.granted == 0 && !plan.text_mode && !session_.compressed)
         file.size = parse_announced_size(reply).value_or(-1);
     return {};
-}
-
-// A name that cannot be fetched but entered is a folder's: that is what the person is told.
-Result FtpConversation::name_folder(const FtpPlan& plan, Result refused) {
-    if (refused.code != Code::server_error) return refused;
-    FtpReply reply;
-    Result result = control_.ask("CWD " + plan.path.file, reply, from_now(plan.connect.timeout));
-    if (!result.ok() || !reply.is_success()) return refused;
-    return {Code::server_error, "The address names a folder, not a file: " + plan.path.file};
 }
 
 Moved FtpConversation::read(std::span<std::byte> into, Clock::time_point until) {

@@ -29,7 +29,6 @@ class FtpConversation : public FtpTransfer {
     Result attempt(const FtpPlan& plan, std::int64_t offset, FtpFile& file, bool& dead);
     Result begin(const FtpPlan& plan, std::int64_t offset, FtpFile& file);
     Result retrieve(const FtpPlan& plan, FtpFile& file);
-    Result name_folder(const FtpPlan& plan, Result refused);
     Moved last_word(Clock::time_point until);
     bool read_to_end();
     bool abort();

@@ -10,6 +10,7 @@
 #include "transfer/http/content_name.h"
 #include "transfer/http/conversation.h"
 #include "transfer/http/login.h"
+#include "transfer/http/strict_hosts.h"
 #include "transfer/job/http_request.h"
 
 namespace vantlow {
@@ -41,6 +42,7 @@ class HttpSource : public Source {
         : context_(context),
           logins_(context.services.memory.of<LoginMemory>()),
           cookies_(context.services.memory.of<CookieJar>()),
+          strict_hosts_(context.services.memory.of<StrictHosts>()),
           socket_(context.services, context.log, context.stop, context.share),
           conversation_(socket_, context.log) {}
 
@@ -53,6 +55,8 @@ class HttpSource : public Source {
 
   private:
     void load_cookies(const std::u16string& path);
+    [[nodiscard]] std::u16string secured_where_wanted(const std::u16string& address) const;
+    void remember(const HttpHead& head, const SourcePlan& plan, const Target& target);
     Result ask(const SourcePlan& plan, const Target& target, std::int64_t offset, HttpHead& head);
     Result redirect(const HttpHead& head, const Target& from, std::u16string& address);
     Result refuse(const HttpHead& head, SourceAnswer& answer);
@@ -64,6 +68,7 @@ class HttpSource : public Source {
     SourceContext context_;
     LoginMemory& logins_;
     CookieJar& cookies_;
+    StrictHosts& strict_hosts_;
     bool had_user_ = false;      ///< the last request was made with credentials for whoever refused it
     bool in_the_clear_ = false;  ///< redirects led from a server with TLS to this one without
     std::string trouble_;        ///< why the last refusal has no answer
@@ -95,8 +100,7 @@ Result HttpSource::ask(const SourcePlan& plan, const Target& target, std::int64_
     Result result = conversation_.ask(connect, request, head, logins);
     had_user_ = !(head.status == 407 ? request.proxy_user : request.user).empty();
     trouble_ = head.status == 407 && proxy ? proxy->trouble() : server.trouble();
-    if (result.ok())
-        cookies_.take(head.cookies, {target.host, target.path, is_secured(target)}, std::time(nullptr));
+    if (result.ok()) remember(head, plan, target);
     if (result.ok() && head.status == 400 && socket_.is_reused()) {
         // Whatever the server did not understand may have been the end of the answer before: once more,
         // afresh.
@@ -107,17 +111,43 @@ Result HttpSource::ask(const SourcePlan& plan, const Target& target, std::int64_
     return result;
 }
 
+void HttpSource::remember(const HttpHead& head, const SourcePlan& plan, const Target& target) {
+    const auto now = static_cast<std::int64_t>(std::time(nullptr));
+    cookies_.take(head.cookies, {target.host, target.path, is_secured(target)}, now);
+    if (is_secured(target) && plan.trust.verify) strict_hosts_.take(head.strict_transport, target.host, now);
+}
+
+// The address of a host that wants to be reached over TLS only begins with "https://"; its port 80 is 443
+// then, another one stays (RFC 6797, 8.3).
+std::u16string HttpSource::secured_where_wanted(const std::u16string& address) const {
+    const auto target = parse_target(address);
+    const auto now = static_cast<std::int64_t>(std::time(nullptr));
+    if (!target || target->scheme != "http" || !strict_hosts_.contains(target->host, now)) return address;
+    std::u16string secured = u"https" + address.substr(4);
+    if (target->explicit_port && target->port == 80) {
+        const auto end = std::min(secured.find_first_of(u"/?#", 8), secured.size());
+        const auto colon = secured.rfind(u':', end);
+        secured.erase(colon, end - colon);
+    }
+    return secured;
+}
+
 Result HttpSource::open(const SourcePlan& plan, std::int64_t offset, SourceAnswer& answer) {
     retry_after_.reset();
     load_cookies(plan.cookie_file);
     SourcePlan hop = plan;
+    hop.origin = secured_where_wanted(plan.origin);
     bool was_secured = false;
     std::u16string address = plan.address;
     for (int redirects = 0; redirects <= most_redirects; ++redirects) {
+        if (std::u16string secured = secured_where_wanted(address); secured != address) {
+            context_.log.line(Direction::note, "The host wants to be reached over TLS only.");
+            address = std::move(secured);
+        }
         const auto target = parse_target(address, plan.utf8);
         if (!target) {
             context_.log.line(Direction::error, message_text(Message::invalid_url));
-            return {Code::invalid_url, "Invalid URL: " + to_utf8(without_credentials(address))};
+            return {Code::invalid_url, why_no_target(address)};
         }
         in_the_clear_ = was_secured && !is_secured(*target);
         was_secured = was_secured || is_secured(*target);
@@ -159,7 +189,8 @@ Result HttpSource::redirect(const HttpHead& head, const Target& from, std::u16st
         return {Code::server_error, "The server redirects to an address that cannot be followed: \"" +
                                         std::string(head.location.substr(0, 200)) + "\""};
     }
-    address = decode_name(next);
+    // The server's bytes as they are: read as text they might go out as others.
+    address = to_utf16(percent_encode_unsafe(next));
     context_.log.line(Direction::note,
                       message(Message::redirect_to, {to_utf8(without_credentials(address))}));
     const Protocol* protocol = find_protocol(address);
