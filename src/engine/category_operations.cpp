@@ -29,18 +29,14 @@ Engine::NewCategory Engine::add_category(const std::u16string& name, const std::
     if (above == nullptr) return {{Fault::no_category}, {}};
     if (Done done = look_at_name(*above, name, nullptr); !done.ok()) return {std::move(done), {}};
     const CClassNode& made = store_->add_category(name, folder, *above);
-    changes_.categories();
     return {{}, made.identity};
 }
 
 Done Engine::remove_category(const Guid& category) {
     CClassNode* const node = store_->tree().find(category);
     if (node == nullptr) return {Fault::no_category};
-    std::vector<Guid> moved;
-    for (const auto& job : node->jobs) moved.push_back(job->identity);
     if (!store_->remove_category(*node)) return {Fault::first_category};
     for (const Guid& job : moved) changes_.job(job, job_field::category);
-    changes_.categories();
     return {};
 }
 
@@ -51,7 +47,6 @@ Done Engine::rename_category(const Guid& category, const std::u16string& name) {
         return done;
     node->name = name;
     store_->changed(*node);
-    changes_.categories();
     return {};
 }
 
@@ -63,7 +58,6 @@ Done Engine::move_category(const Guid& category, const Guid& parent) {
     if (Done done = look_at_name(*above, node->name, node); !done.ok()) return done;
     if (node->parent == nullptr) return {Fault::first_category};
     if (!store_->move_category(*node, *above)) return {Fault::below_itself};
-    changes_.categories();
     return {};
 }
 

@@ -8,19 +8,21 @@
 #include <vector>
 
 #include "base/guid.h"
+#include "store/store_changes.h"
 
 namespace vantlow {
 
-/// The sides of a job that change, as bits.
+/// The sides of a job that change, as bits: those of StoreChange, and whether it is there at all.
 namespace job_field {
-inline constexpr std::uint32_t added = 1U << 0U;
-inline constexpr std::uint32_t removed = 1U << 1U;
-inline constexpr std::uint32_t state = 1U << 2U;     ///< state, result, times
-inline constexpr std::uint32_t progress = 1U << 3U;  ///< bytes, connections, size
-inline constexpr std::uint32_t place = 1U << 4U;     ///< folder and name of the file
-inline constexpr std::uint32_t category = 1U << 5U;
-inline constexpr std::uint32_t order = 1U << 6U;    ///< its place among those that wait, or in its list
-inline constexpr std::uint32_t options = 1U << 7U;  ///< what a person says of it: address, login, limits, ...
+inline constexpr std::uint32_t progress =
+    StoreChange::positions;  ///< bytes, size; of a running job connections
+inline constexpr std::uint32_t place = StoreChange::place;
+inline constexpr std::uint32_t state = StoreChange::state;
+inline constexpr std::uint32_t order = StoreChange::order;
+inline constexpr std::uint32_t category = StoreChange::category;
+inline constexpr std::uint32_t options = StoreChange::options;
+inline constexpr std::uint32_t added = 1U << 30U;
+inline constexpr std::uint32_t removed = 1U << 31U;
 }  // namespace job_field
 
 /// One job's changes since somebody looked.
@@ -51,6 +53,8 @@ class ChangeLog {
     explicit ChangeLog(std::size_t most_kept = 20000) : most_kept_(most_kept) {}
 
     void job(const Guid& job, std::uint32_t fields);
+    /// So much changed that the jobs are to be read anew.
+    void everything() { forgotten_ = ++revision_; }
     void categories() { categories_ = ++revision_; }
     void settings() { settings_ = ++revision_; }
     void questions() { questions_ = ++revision_; }

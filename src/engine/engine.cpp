@@ -21,6 +21,25 @@ Engine::Engine(std::unique_ptr<JobStore> store, Options options)
              }),
       settings_version_(options_.settings.version()) {
     for (CJobNode* job : store_->jobs_below(nullptr)) decide_kind(*job);
+    watch_ = store_->watch([this](const StoreChange& change) { note(change); });
+}
+
+void Engine::note(const StoreChange& change) {
+    using What = StoreChange::What;
+    switch (change.what) {
+        case What::job_added:
+            return changes_.job(change.identity, job_field::added);
+        case What::job_changed:
+            return changes_.job(change.identity, change.fields);
+        case What::job_removed:
+            return changes_.job(change.identity, job_field::removed);
+        case What::everything:
+            changes_.everything();
+            break;
+        default:
+            break;
+    }
+    changes_.categories();
 }
 
 Engine::~Engine() {
@@ -61,7 +80,7 @@ void Engine::serve() {
         if (record == nullptr) continue;
         record->path = naming->path;
         record->file_size = naming->size;
-        store_->changed(*record);
+        store_->changed(*record, StoreChange::place | StoreChange::positions);
     }
     // Where it cannot be made safe the file gets its name all the same: nobody was promised anything.
     saver_.when_safe([this, names] { names_->let_go(names); });
@@ -116,7 +135,6 @@ void Engine::file_ended(CJobNode& record, const JobEnd& end) {
     if (end.question && record.state == JobState::failed) questions_.leave(*end.question);
     if (record.state == JobState::finished && options_.settings.flag(setting::move_completed)) {
         store_->move(record, store_->completed());
-        changes_.job(record.identity, job_field::category);
     }
 }
 
@@ -139,7 +157,6 @@ std::optional<Followed> Engine::follow(CJobNode& document, const JobEnd& end) {
         if (named) runner_->name(job);
     }
     if (gives_way) {
-        changes_.job(document.identity, job_field::removed);
         questions_.withdraw(document.identity);
         store_->remove(document);
     }
@@ -174,8 +191,7 @@ void Engine::take_answers() {
     for (const QuestionBoard::Answered& one : questions_.take_answered()) {
         CJobNode* const job = store_->find(one.question.job);
         if (one.lapsed || job == nullptr || !take_answer(*job, one)) continue;
-        store_->changed(*job);
-        changes_.job(job->identity, job_field::options);
+        store_->changed(*job, StoreChange::options);
         static_cast<void>(start(job->identity));
     }
 }

@@ -220,6 +220,7 @@ class Engine {
     void deliver();
     Done remove_now(CJobNode& job, bool with_files);
     void serve();
+    void note(const StoreChange& change);
     template <class Tell>
     void tell(const Tell& tell) {
         for (std::size_t i = 0; i < listeners_.size(); ++i) tell(*listeners_[i]);
@@ -228,6 +229,7 @@ class Engine {
     std::unique_ptr<JobStore> store_;
     Options options_;
     ChangeLog changes_;
+    StoreWatchers::Watch watch_;
     std::atomic<bool> questions_changed_{false};
     bool gathers_log_ = false;
     QuestionBoard questions_;

@@ -71,7 +71,6 @@ Guid Engine::file(std::unique_ptr<CJobNode> job, const Guid& category) {
     if (job->created == 0) job->created = static_cast<std::int64_t>(std::time(nullptr));
     decide_kind(*job);
     const CJobNode& filed = store_->add(std::move(job), node);
-    changes_.job(filed.identity, job_field::added);
     if (runner_) runner_->filed();
     return filed.identity;
 }
@@ -106,7 +105,6 @@ Done Engine::start(const Guid& job) {
     if (record->state == JobState::running || record->state == JobState::waiting) return {};
     if (record->state == JobState::finished) forget_run(*record);
     store_->queue_last(*record);
-    changes_.job(job, job_field::state | job_field::order);
     return {};
 }
 
@@ -116,7 +114,6 @@ Done Engine::stop(const Guid& job) {
     if (runner_) runner_->stop(job);
     if (record->state == JobState::waiting) {
         store_->set_state(*record, JobState::stopped);
-        changes_.job(job, job_field::state);
     }
     return {};
 }
@@ -152,7 +149,6 @@ Done Engine::remove_now(CJobNode& job, bool with_files) {
     } else {
         remove_job_log(options_.data_folder, identity);
     }
-    changes_.job(identity, job_field::removed);
     return {};
 }
 
@@ -162,7 +158,6 @@ Done Engine::move(const Guid& job, const Guid& category) {
     if (record == nullptr) return {Fault::no_job};
     if (node == nullptr) return {Fault::no_category};
     store_->move(*record, *node);
-    changes_.job(job, job_field::category);
     return {};
 }
 
@@ -189,7 +184,6 @@ Done Engine::change(const Guid& job, const JobEdit& edit) {
     set(record->proxy, edit.proxy);
     if (edit.connections) record->connections = record->max_threads = *edit.connections;
     store_->changed(*record);
-    changes_.job(job, job_field::options);
     return {};
 }
 
@@ -213,7 +207,6 @@ Done Engine::reorder(const Guid& job, Order order) {
             if (std::next(at) != waiting.end()) store_->swap_places(*record, *std::next(at)->second);
             break;
     }
-    changes_.job(job, job_field::order);
     return {};
 }
 
@@ -230,7 +223,6 @@ Done Engine::rename(const Guid& job, const std::u16string& name) {
     }
     record->file_name = name;
     store_->changed(*record);
-    changes_.job(job, job_field::place);
     return {};
 }
 

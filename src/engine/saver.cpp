@@ -10,8 +10,9 @@ constexpr int ticks_after_failure = 10;
 
 void Saver::begin(std::function<void()> wake) {
     if (store_.is_in_memory()) return;
-    store_.write_behind(settings_, [wake = std::move(wake)] {
-        if (wake) wake();
+    wake_ = std::move(wake);
+    store_.write_behind(settings_, [this] {
+        if (wake_) wake_();
     });
     begun_ = true;
 }
@@ -21,12 +22,18 @@ void Saver::end() {
 }
 
 void Saver::work() {
-    if (writes()) store_.work();
+    // In steps, so that nobody waits long for his turn.
+    if (writes() && store_.work() && wake_) wake_();
 }
 
 void Saver::commit() {
     if (!writes() || pause_ > 0) return;
-    store_.commit([this](const std::string& failure) { hear(failure); });
+    at_once_ = true;
+    store_.commit([this](const std::string& failure) {
+        // Where nothing had to be made safe nothing is known of the disk.
+        if (!failure.empty() || !at_once_) hear(failure);
+    });
+    at_once_ = false;
 }
 
 void Saver::settle(JobStore::Settled settled) {

@@ -44,10 +44,12 @@ class Saver {
     JobStore& store_;
     const Settings& settings_;
     std::function<void(const std::string&)> say_;
-    std::size_t notes_said_;  ///< of the store's
+    std::size_t notes_said_;      ///< of the store's
+    std::function<void()> wake_;  ///< any thread
     bool begun_ = false;
-    int pause_ = 0;     ///< ticks until what failed is tried again
-    std::string said_;  ///< the failure that was said last
+    bool at_once_ = false;  ///< a commit is being asked for
+    int pause_ = 0;         ///< ticks until what failed is tried again
+    std::string said_;      ///< the failure that was said last
 };
 
 }  // namespace vantlow

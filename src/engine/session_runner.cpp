@@ -86,7 +86,6 @@ CJobNode* SessionRunner::next_waiting() const {
 void SessionRunner::end_without_session(CJobNode& job) {
     job.result = Code::unsupported;
     tools_.store.set_state(job, JobState::failed);
-    tools_.changes.job(job.identity, job_field::state);
     JobEnd end;
     end.number = next_number_++;
     end.job = job.twin();
@@ -108,7 +107,6 @@ bool SessionRunner::launch(CJobNode& job, const SessionKind& kind) {
     if (!began.ok()) entry.session->fail(began);
     ++places_;
     tools_.store.set_state(job, JobState::running);
-    tools_.changes.job(identity, job_field::state);
     return true;
 }
 
@@ -128,7 +126,6 @@ bool SessionRunner::start_next() {
     if (is_left) return launch(*job, *kind);
     tools_.store.set_state(*job, JobState::finished);
     if (tools_.settings.flag(setting::move_completed)) tools_.store.move(*job, tools_.store.completed());
-    tools_.changes.job(job->identity, job_field::state);
     return true;
 }
 
@@ -196,17 +193,13 @@ void SessionRunner::take_end_of(Entry& entry, const Guid& identity) {
     --places_;
     CJobNode* const record = tools_.store.find(identity);
     if (record != nullptr) {
-        take_end(*record, *end.job);
+        auto newer = record->twin();
+        take_end(*newer, *end.job);
+        // A job that only the end of the program stopped goes on when it is run again.
         const bool stopped = end.outcome.result.kind() == Kind::stopped;
-        if (stopped && entry.start_again) {
-            tools_.store.queue_last(*record);
-        } else {
-            // A job that only the end of the program stopped goes on when it is run again.
-            tools_.store.set_state(*record,
-                                   stopped && !entry.stop_asked ? JobState::waiting : end.job->state);
-        }
-        tools_.store.changed(*record);
-        tools_.changes.job(identity, job_field::state | job_field::progress | job_field::place);
+        newer->state = stopped && !entry.stop_asked ? JobState::waiting : end.job->state;
+        tools_.store.update(*record, std::move(newer));
+        if (stopped && entry.start_again) tools_.store.queue_last(*record);
     }
     JobEnd told{entry.number, std::move(end.job), std::move(end.outcome), std::move(end.question)};
     told.stop_asked = entry.stop_asked;
@@ -290,13 +283,13 @@ void SessionRunner::refresh_records() {
         CJobNode* const record = tools_.store.find(identity);
         const auto copy = record != nullptr ? entry->session->safe_copy() : nullptr;
         if (!copy) continue;
-        const bool renamed = copy->path != entry->path;
-        entry->path = copy->path;
-        take_positions(*record, *copy);
+        const bool renamed = std::exchange(entry->path, copy->path) != copy->path;
+        auto newer = record->twin();
+        take_positions(*newer, *copy);
         if (renamed) {
-            tools_.store.changed(*record);
+            tools_.store.update(*record, std::move(newer));
         } else {
-            tools_.store.moved_on();
+            tools_.store.update_positions(*record, std::move(newer));
         }
     }
 }

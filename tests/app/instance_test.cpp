@@ -242,8 +242,9 @@ TEST_F(Instance, files_nothing_that_cannot_be_saved) {
 }
 
 TEST_F(Instance, takes_its_folder_again_when_that_was_removed) {
+    if (path_separator() == u'\\') GTEST_SKIP() << "Windows removes no folder in which a file is open";
     begin();
-    const std::string first = add({u"--paused", u"http://h/first"});
+    add({u"--paused", u"http://h/first"});
     std::filesystem::remove_all(std::filesystem::path(folder.utf8_path("data")));
     EXPECT_TRUE(eventually([&] { return !data_file(u"data/.lock").empty(); })) << "it is reached again";
     add({u"--paused", u"http://h/second"});

@@ -194,11 +194,9 @@ void SocketFrame::take_answer(Request& request, std::string answer) {
 // True when the frame's thread has answered.
 bool SocketFrame::ask(const std::shared_ptr<Request>& request) {
     post([this, request] {
-        events_.on_request(request->text,
-                           [here = std::weak_ptr<SocketFrame*>(here_), request](std::string answer) {
-                               if (const auto frame = here.lock())
-                                   (*frame)->take_answer(*request, std::move(answer));
-                           });
+        events_.on_request(request->text, [here = std::weak_ptr<SocketFrame*>(here_), request](std::string answer) {
+            if (const auto frame = here.lock()) (*frame)->take_answer(*request, std::move(answer));
+        });
     });
     std::unique_lock guard(mutex_);
     changed_.wait(guard, [&] { return closed_ || request->answered; });
