@@ -36,7 +36,6 @@ Done Engine::remove_category(const Guid& category) {
     CClassNode* const node = store_->tree().find(category);
     if (node == nullptr) return {Fault::no_category};
     if (!store_->remove_category(*node)) return {Fault::first_category};
-    for (const Guid& job : moved) changes_.job(job, job_field::category);
     return {};
 }
 

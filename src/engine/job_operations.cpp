@@ -183,7 +183,7 @@ Done Engine::change(const Guid& job, const JobEdit& edit) {
     set(record->cookie, edit.cookie);
     set(record->proxy, edit.proxy);
     if (edit.connections) record->connections = record->max_threads = *edit.connections;
-    store_->changed(*record);
+    store_->changed(*record, StoreChange::options);
     return {};
 }
 
@@ -222,7 +222,7 @@ Done Engine::rename(const Guid& job, const std::u16string& name) {
         record->path = to;
     }
     record->file_name = name;
-    store_->changed(*record);
+    store_->changed(*record, StoreChange::place);
     return {};
 }
 
