@@ -190,7 +190,7 @@ void SessionRunner::wait(std::chrono::milliseconds at_most) {
 void SessionRunner::take_end_of(Entry& entry, const Guid& identity) {
     SessionEnd end = entry.session->take_end();
     if (entry.file) entry.file->write();
-    --places_;
+    --(entry.kind->takes_place ? places_ : beside_[entry.kind->kind]);
     CJobNode* const record = tools_.store.find(identity);
     if (record != nullptr) {
         auto newer = record->twin();
@@ -221,6 +221,7 @@ void SessionRunner::reap() {
 
 // Each is told once as one that need not be waited for, and goes on.
 void SessionRunner::settle() {
+    if (stop_.requested()) return;
     for (auto& [identity, entry] : sessions_) {
         entry->session->look();
         if (entry->told || !has_settled(*entry->session)) continue;
@@ -240,7 +241,8 @@ std::vector<JobEnd> SessionRunner::take_ends() {
     }
     for (const Guid& identity : ended) {
         const auto at = sessions_.find(identity);
-        if (at == sessions_.end()) continue;
+        // Another session of the job may have begun since.
+        if (at == sessions_.end() || !at->second->session->has_ended()) continue;
         const std::unique_ptr<Entry> entry = std::move(at->second);
         sessions_.erase(at);
         take_end_of(*entry, identity);
@@ -330,7 +332,7 @@ std::size_t SessionRunner::waiting() const {
 
 bool SessionRunner::has_work() const {
     for (const auto& [identity, entry] : sessions_) {
-        if (!entry->told) return true;
+        if (!entry->told && (entry->kind->takes_place || !stop_.requested())) return true;
     }
     if (stop_.requested()) return false;
     for (const auto& [order, job] : tools_.store.waiting()) {
