@@ -4,10 +4,9 @@
 #include <memory>
 
 #include "app/get_command.h"
-#include "app/job_runner.h"
 #include "app/json_text.h"
+#include "app/store_command.h"
 #include "app/store_commands.h"
-#include "app/store_jobs.h"
 #include "base/text.h"
 
 namespace vantlow {
@@ -34,29 +33,33 @@ Exit run_add(StoreCommand& command, const AddOptions& options) {
         complain(*complaint);
         return Exit::failed;
     }
-    CClassNode* category = command.store.tree().root();
+    const CClassNode* category = command.engine.first_category();
     if (!options.category.empty()) category = find_category(command, options.category);
     if (category == nullptr) return Exit::failed;
     // As for `get` it is the current folder, where neither another one nor a category with one is named.
-    GetOptions asked = options.job;
-    if (asked.folder.empty() && options.category.empty()) asked.folder = ".";
     say_what_holds(command, options.job);
-    const AddedJobs added = add_jobs(command, asked, links, *category, options.paused);
+    GetOptions asked = options.job;
+    asked.limits_each = true;
+    JobDraft draft = draft_of(asked, options.category.empty() ? u"." : category->folder);
+    draft.links = std::move(links);
+    draft.category = category->identity;
+    draft.paused = options.paused;
+    const Added added = command.engine.add(draft);
+    for (const DraftFault& fault : added.faults) complain(text_of(fault));
     nlohmann::ordered_json ids = nlohmann::ordered_json::array();
-    for (const CJobNode* job : added.jobs) {
-        const std::string id = guid_text(job->identity);
+    for (const Guid& job : added.jobs) {
+        const std::string id = guid_text(job);
         ids.push_back(id);
         if (!command.global.json) command.promise += id + "\n";
     }
     if (command.global.json) command.promise = json_line(ids) + "\n";
-    return added.complete ? Exit::done : Exit::failed;
+    return added.faults.empty() ? Exit::done : Exit::failed;
 }
 
 Complaint check_add(const AddOptions& options) {
     if (Complaint complaint = check_job_options(options.job)) return complaint;
     if (options.job.output == "-") return "--output - is for 'vantlow get' alone.";
-    RunOptions run;
-    return read_run_options(options.job, run);
+    return check_draft(options.job);
 }
 
 }  // namespace

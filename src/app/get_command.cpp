@@ -2,7 +2,6 @@
 
 #include "app/dial_up.h"
 #include "app/get_run.h"
-#include "app/program_proxies.h"
 #include "app/say.h"
 #include "base/text.h"
 #include "platform/console.h"
@@ -12,21 +11,13 @@
 namespace vantlow {
 namespace {
 
-// Servers that SSH does not know are accepted as the words say, else the person is asked.
-SshRules ssh_rules(const GetOptions& options, GetOutput& output, const StopSource& stop) {
-    SshRules rules;
-    rules.folder = join_path(home_folder(), u".ssh");
-    if (!options.key_file.empty()) rules.key_file = absolute_path(to_utf16(options.key_file));
-    HostKeys::Ask ask = [](const std::string&, const std::string&) { return true; };
-    if (!options.accept_host_key) {
-        ask = [&output, &stop](const std::string& host, const std::string& fingerprint) {
-            return output.ask_yes_or_no("The server " + host + " is not known. Its key is " + fingerprint +
-                                            ".\nTrust it from now on? (yes/no) ",
-                                        stop);
-        };
-    }
-    rules.hosts = std::make_shared<HostKeys>(rules.folder, std::move(ask));
-    return rules;
+// Once for all jobs, before the first of them begins.
+Complaint look_at_proxies(CFerrywellApp& app, const GetOptions& options) {
+    CJobNode job;
+    job.proxy = to_utf16(options.proxy);
+    ProxyFault fault;
+    static_cast<void>(run_options_of(job, app.settings(), app.data_folder(), fault));
+    return text_of(fault);
 }
 
 // A list that is a file keeps its name while links are added to it; any other is what it says.
@@ -39,8 +30,7 @@ std::string list_name(const GetOptions& options, const std::vector<std::string>&
 }
 
 // "-o -": the file goes to the standard output, by a folder of its own that is gone afterwards: in the one
-// that
-// --dir names, else where the system keeps temporary files.
+// that --dir names, else where the system keeps temporary files.
 class TemporaryPlace {
   public:
     TemporaryPlace() = default;
@@ -83,11 +73,12 @@ struct GetTools {
 };
 
 Exit run_jobs(CFerrywellApp& app, const GlobalOptions& global, const GetOptions& options,
-              const RunOptions& run, const std::vector<std::string>& links, const GetTools& tools,
-              OutputPipe* pipe) {
-    StopSource& stop = app.stop();
-    GetRun jobs({tools.connections, app.libraries(), app.settings(), stop, tools.threads}, global, options,
-                run, tools.output);
+              std::vector<std::string> links, const GetTools& tools, OutputPipe* pipe) {
+    Engine::Options made = app.engine_options();
+    made.keeps_state = made.follows = pipe == nullptr;
+    Engine engine(JobStore::in_memory(target_folder(options)), std::move(made));
+    GetRun jobs(engine, tools.output, app.stop(), tools.threads, options);
+    engine.run({tools.connections, tools.threads, {}, jobs.question_time(), global.verbose});
     if (pipe != nullptr) {
         jobs.write_to(*pipe);
     } else {
@@ -95,20 +86,23 @@ Exit run_jobs(CFerrywellApp& app, const GlobalOptions& global, const GetOptions&
         if (options.no_resume) memory->forget();
         jobs.remember(std::move(memory));
     }
-    for (const std::string& link : links) jobs.add(link);
-    jobs.drive([&app] { app.settings().refresh(); });
+    JobDraft draft = draft_of(options, u".");
+    draft.links = std::move(links);
+    jobs.add(draft);
+    draft = {};
+    jobs.drive();
+    engine.end_running();
     return jobs.status();
 }
 
-Exit run_to_output(CFerrywellApp& app, const GlobalOptions& global, GetOptions options, RunOptions run,
-                   const std::vector<std::string>& links, const GetTools& tools) {
+Exit run_to_output(CFerrywellApp& app, const GlobalOptions& global, GetOptions options,
+                   std::vector<std::string> links, const GetTools& tools) {
     TemporaryPlace place;
     Complaint complaint = place.use(options);
     if (complaint) return complain(*complaint, Exit::local_file);
-    run.keep_state = false;
     tools.output.keep_off_output();
     OutputPipe pipe(tools.threads);
-    Exit status = run_jobs(app, global, options, run, links, tools, &pipe);
+    Exit status = run_jobs(app, global, options, std::move(links), tools, &pipe);
     if (app.stop().requested()) status = Exit::interrupted;
     if (pipe.is_stuck()) {
         tools.output.close();
@@ -122,12 +116,10 @@ Exit run_to_output(CFerrywellApp& app, const GlobalOptions& global, GetOptions o
 
 Exit run_get(CFerrywellApp& app, const GlobalOptions& global, const GetOptions& options) {
     GetOutput output(global);
-    RunOptions run;
-    run.default_agent = u"Vantlow/" + app.version();
     std::vector<std::string> links;
     Complaint complaint = override_settings(app.settings(), options);
-    if (!complaint) complaint = read_run_options(options, run);
-    if (!complaint) complaint = add_program_proxies(app, run);
+    if (!complaint) complaint = check_draft(options);
+    if (!complaint) complaint = look_at_proxies(app, options);
     if (!complaint) complaint = read_links(options, links);
     const bool to_output = options.output == "-";
     if (!complaint && to_output && global.json)
@@ -147,10 +139,9 @@ Exit run_get(CFerrywellApp& app, const GlobalOptions& global, const GetOptions& 
         output.complain(dialled.message());
         return exit_of(dialled);
     }
-    run.ssh = ssh_rules(options, output, stop);
     const GetTools tools{connections, threads, output};
-    Exit status = to_output ? run_to_output(app, global, options, run, links, tools)
-                            : run_jobs(app, global, options, run, links, tools, nullptr);
+    Exit status = to_output ? run_to_output(app, global, options, std::move(links), tools)
+                            : run_jobs(app, global, options, std::move(links), tools, nullptr);
     output.close();
     if (stop.requested()) status = Exit::interrupted;
     return leave(connections.resolver, status);

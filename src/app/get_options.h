@@ -2,14 +2,13 @@
 #pragma once
 
 #include <cstdint>
-#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "app/global_options.h"
+#include "engine/draft.h"
 #include "store/settings.h"
-#include "transfer/job/main_thread.h"
 
 namespace vantlow {
 
@@ -45,11 +44,15 @@ struct GetOptions {
     std::string select;  ///< "1,3-5": which files of a metafile; empty: all
 };
 
-/// What the options say of a job's run: its proxy, and the hash of its file.
-Complaint read_run_options(const GetOptions& options, RunOptions& run);
+/// What is wrong with the options that the option parser cannot see: the proxy, the hash, the cookies' file.
+Complaint check_draft(const GetOptions& options);
 
-/// What the options say that stays with a job; null where they say nothing of that.
-std::shared_ptr<const JobRules> job_rules(const GetOptions& options);
+/// The draft that the options ask for, without its links; they were checked. `folder` is the one without
+/// --dir. Paths are meant from the thread's current folder.
+JobDraft draft_of(const GetOptions& options, const std::u16string& folder);
+
+/// --dir, or the other folder, and the folder part of --output together.
+std::u16string target_folder(const GetOptions& options, const std::u16string& otherwise = u".");
 
 /// What is wrong with the files and the limit that the options name. Paths are meant from the thread's
 /// current folder.

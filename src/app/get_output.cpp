@@ -7,6 +7,7 @@
 #include "app/say.h"
 #include "base/string_table.h"
 #include "base/text.h"
+#include "engine/torrent_plans.h"
 #include "platform/console.h"
 #include "platform/file.h"
 #include "platform/process.h"
@@ -55,6 +56,12 @@ std::string plain_line(std::string_view text) {
 GetOutput::GetOutput(const GlobalOptions& global)
     : global_(global), view_(!global.quiet && !global.json, !environment("NO_COLOR").has_value()) {}
 
+// For a person without what may be secret; a program gets the address that it knows.
+std::string GetOutput::shown_address(const CJobNode& job) const {
+    const bool for_a_program = global_.json || kind_of(job) != JobKind::torrent;
+    return to_utf8(for_a_program ? without_credentials(job.address) : shown_torrent(job.address));
+}
+
 std::chrono::milliseconds GetOutput::interval() const noexcept {
     return view_.is_drawing() ? draw_interval : std::chrono::milliseconds(250);
 }
@@ -66,10 +73,10 @@ void GetOutput::write_line(Stream stream, const std::string& text) {
     write_stream(stream, text + "\n");
 }
 
-void GetOutput::log_line(CJobQueue::Id id, const CLogNode& line) {
+void GetOutput::log_line(std::size_t number, const CLogNode& line) {
     static constexpr const char* marks[] = {"  ", "> ", "! ", "< "};
-    const std::string text =
-        "[" + std::to_string(id + 1) + "] " + marks[static_cast<int>(line.direction)] + plain_line(line.text);
+    const std::string text = "[" + std::to_string(number + 1) + "] " +
+                             marks[static_cast<int>(line.direction)] + plain_line(line.text);
     const std::lock_guard guard(mutex_);
     log_lines_.push_back(text);
 }
@@ -159,26 +166,30 @@ void GetOutput::tell_retry(Shown& shown, const JobProgress& progress) {
     write_line(Stream::output, json_line(event));
 }
 
-bool GetOutput::ask_yes_or_no(const std::string& question, const StopSource& stop) {
-    if (global_.json || !is_terminal(Stream::error)) return false;
-    asking_ = true;
-    write_stream(Stream::error, "\n" + plain_text(question));
-    const auto answer = read_terminal_line(stop);
-    asking_ = false;
-    return answer && (iequals(trim(*answer), "yes") || iequals(trim(*answer), "y"));
+bool GetOutput::can_ask() const {
+    return !global_.json && is_terminal(Stream::error);
 }
 
-void GetOutput::show(CJobQueue& queue) {
+std::optional<std::string> GetOutput::ask(const std::string& question, const StopSource& stop) {
+    if (!can_ask()) return std::nullopt;
+    asking_ = true;
+    write_stream(Stream::error, "\n" + plain_text(question));
+    auto answer = read_terminal_line(stop);
+    asking_ = false;
+    return answer;
+}
+
+void GetOutput::show(const Engine& engine) {
     if (asking_) return;
     flush_log();
     const auto now = Clock::now();
     std::vector<JobLine> lines;
     std::int64_t received = finished_bytes_;
     std::size_t without_place = 0;
-    for (const CJobQueue::Id id : queue.running_ids()) {
-        Shown& shown = shown_[id];
-        if (shown.address.empty()) shown.address = to_utf8(without_credentials(queue.job(id).address));
-        JobProgress progress = queue.progress(id);
+    for (RunningJob& running : engine.running_jobs()) {
+        Shown& shown = shown_[running.number];
+        if (shown.address.empty()) shown.address = shown_address(*running.job);
+        JobProgress& progress = running.progress;
         received += progress.received;
         const double speed = shown.speed.update(progress.received, now);
         const bool named = !name_of(progress.path).empty();
@@ -196,8 +207,8 @@ void GetOutput::show(CJobQueue& queue) {
                          std::move(waits)});
     }
     // A job that has no place at its server yet is started, but nobody would call it running.
-    totals_.running = queue.running() - without_place;
-    totals_.waiting = queue.waiting() + without_place;
+    totals_.running = engine.running() - without_place;
+    totals_.waiting = engine.waiting() + without_place;
     totals_.received = received;
     totals_.speed = total_speed_.update(received, now);
     if (now - drawn_ < draw_interval) return;
@@ -205,11 +216,10 @@ void GetOutput::show(CJobQueue& queue) {
     view_.draw(lines, totals_);
 }
 
-void GetOutput::ended(const CJobQueue::Ended& job) {
+void GetOutput::ended(std::size_t number, const CJobNode& job, const JobOutcome& outcome) {
     flush_log();
-    Shown& shown = shown_[job.id];
-    if (shown.address.empty()) shown.address = to_utf8(without_credentials(job.job->address));
-    const JobOutcome& outcome = job.outcome;
+    Shown& shown = shown_[number];
+    if (shown.address.empty()) shown.address = shown_address(job);
     const bool ok = outcome.result.ok();
     finished_bytes_ += outcome.received;
     tell_restarts(shown, outcome.restarts);
@@ -232,7 +242,7 @@ void GetOutput::ended(const CJobQueue::Ended& job) {
     }
     if (!ok && outcome.result.kind() != Kind::stopped)
         complain(about(shown.address, outcome.result.message()));
-    shown_.erase(job.id);
+    shown_.erase(number);
 }
 
 }  // namespace vantlow

@@ -3,7 +3,7 @@
 #include <memory>
 
 #include "app/rate_text.h"
-#include "app/selection.h"
+#include "engine/selection.h"
 #include "store/job.h"
 
 namespace vantlow {

@@ -7,7 +7,6 @@
 #include <ctime>
 
 #include "app/display_text.h"
-#include "app/job_runner.h"
 #include "app/json_text.h"
 #include "base/text.h"
 #include "store/address.h"
@@ -17,8 +16,8 @@ namespace vantlow {
 using nlohmann::ordered_json;
 
 JobView::JobView(StoreCommand& command, const CJobNode& shown)
-    : job(shown), category(command.store.category_of(shown)) {
-    if (command.runner != nullptr) progress = command.runner->progress(shown);
+    : job(shown), category(command.engine.category_of(shown)) {
+    progress = command.engine.progress(shown.identity);
 }
 
 std::string JobView::address() const {

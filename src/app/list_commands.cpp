@@ -5,13 +5,11 @@
 #include <memory>
 
 #include "app/display_text.h"
-#include "app/job_runner.h"
 #include "app/job_view.h"
 #include "app/json_text.h"
 #include "app/progress_lines.h"
 #include "app/store_commands.h"
 #include "base/text.h"
-#include "store/job_log_file.h"
 
 namespace vantlow {
 namespace {
@@ -49,14 +47,14 @@ std::string list_line(const JobView& view) {
 }
 
 Exit run_list(StoreCommand& command, const std::string& category_name) {
-    CClassNode* category = nullptr;
+    const CClassNode* category = nullptr;
     if (!category_name.empty()) {
         category = find_category(command, category_name);
         if (category == nullptr) return Exit::failed;
     }
     std::string text;
     ordered_json all = ordered_json::array();
-    for (const CJobNode* job : command.store.jobs_below(category)) {
+    for (const CJobNode* job : command.engine.jobs_below(category)) {
         const JobView view(command, *job);
         if (command.global.json) {
             all.push_back(list_json(view));
@@ -108,10 +106,10 @@ std::string show_text(const JobView& view) {
     return text;
 }
 
-CJobNode* one_job(StoreCommand& command, const std::string& id) {
+const CJobNode* one_job(StoreCommand& command, const std::string& id) {
     bool complete = true;
     const auto jobs = find_jobs(command, {id}, complete);
-    return complete ? jobs.front() : nullptr;
+    return complete ? command.engine.find(jobs.front()) : nullptr;
 }
 
 Exit run_show(StoreCommand& command, const std::string& id) {
@@ -127,10 +125,9 @@ Exit run_log(StoreCommand& command, const std::string& id) {
     static constexpr const char* names[] = {"note", "sent", "error", "received"};
     const CJobNode* job = one_job(command, id);
     if (job == nullptr) return Exit::failed;
-    if (command.runner != nullptr) command.runner->write_logs();
     std::string text;
     ordered_json all = ordered_json::array();
-    for (const CLogNode& line : read_job_log(command.app.data_folder(), job->identity)) {
+    for (const CLogNode& line : command.engine.log_of(job->identity)) {
         const auto mark = static_cast<std::size_t>(line.direction);
         if (command.global.json) {
             all.push_back({{"time", line.time}, {"direction", names[mark]}, {"text", line.text}});
