@@ -125,6 +125,24 @@ class StateWriter {
             out_.raw(sources.pieces->hashes.data(), sources.pieces->hashes.size());
         }
     }
+    void rules(const JobRules& rules) {
+        if (rules.overwrite) {
+            head(fields::overwrite_value, 4);
+            out_.i32(*rules.overwrite);
+        }
+        if (rules.speed_limit > 0) {
+            head(fields::limit_value, 8);
+            out_.i64(rules.speed_limit);
+        }
+        wide(fields::ca_file_value, rules.ca_file);
+        wide(fields::key_file_value, rules.key_file);
+        const std::int32_t switches = (rules.skip_existing ? fields::skip_existing_switch : 0) +
+                                      (rules.insecure ? fields::insecure_switch : 0) +
+                                      (rules.accept_host_key ? fields::accept_host_key_switch : 0);
+        if (switches == 0) return;
+        head(fields::switches_value, 4);
+        out_.i32(switches);
+    }
 
   private:
     void head(std::uint8_t kind, std::size_t length) {
@@ -142,11 +160,14 @@ void write_values(FieldWriter& out, const CJobNode& job) {
     values.wide(fields::proxy_value, job.proxy);
     if (has_bit_map(job)) values.narrow(fields::map_mark_value, job.bit_map_mark);
     if (job.sources) values.sources(*job.sources);
+    values.narrow(fields::error_value, job.error);
+    if (job.rules) values.rules(*job.rules);
 }
 
 void write_state(FieldWriter& out, const CJobNode& job) {
     const bool has_any = !job.validators.etag.empty() || !job.validators.last_modified.empty() ||
-                         !job.cookie.empty() || !job.proxy.empty() || job.sources || has_bit_map(job);
+                         !job.cookie.empty() || !job.proxy.empty() || !job.error.empty() || job.sources ||
+                         job.rules || has_bit_map(job);
     if (!has_any) return;
     FieldWriter counter(nullptr);
     write_values(counter, job);

@@ -35,6 +35,13 @@ std::unique_ptr<JobStore> JobStore::open(const Options& options, std::string& er
     return store;
 }
 
+std::unique_ptr<JobStore> JobStore::in_memory(const std::u16string& download_folder) {
+    // NOLINTNEXTLINE(modernize-make-unique): the constructor is private
+    std::unique_ptr<JobStore> store(new JobStore({{}, download_folder, false}));
+    store->tree_ = CategoryTree::with_defaults(download_folder, new_guid());
+    return store;
+}
+
 void JobStore::take(StoredDatabase stored) {
     notes_ = std::move(stored.notes);
     newer_ = stored.status == DatabaseLoad::Status::newer;
@@ -209,6 +216,25 @@ void JobStore::queue_last(CJobNode& job) {
     job.state = JobState::waiting;
     waiting_.emplace(job.order, &job);
     changed(job, StoreChange::state | StoreChange::order);
+}
+
+void JobStore::swap_places(CJobNode& a, CJobNode& b) {
+    waiting_.erase({a.order, &a});
+    waiting_.erase({b.order, &b});
+    std::swap(a.order, b.order);
+    waiting_.emplace(a.order, &a);
+    waiting_.emplace(b.order, &b);
+    changed(a, StoreChange::order);
+    changed(b, StoreChange::order);
+}
+
+void JobStore::queue_first(CJobNode& job) {
+    if (waiting_.begin()->second == &job) return;
+    if (waiting_.begin()->first <= -largest_order) renumber();
+    waiting_.erase({job.order, &job});
+    job.order = waiting_.begin()->first - 1;
+    waiting_.emplace(job.order, &job);
+    changed(job, StoreChange::order);
 }
 
 CClassNode& JobStore::add_category(std::u16string name, std::u16string folder, CClassNode& parent) {

@@ -42,12 +42,15 @@ class JobStore {
     /// reason in `error`, when the database is there but may not be read. With a database of a newer version
     /// the store is empty, has no root, and is never saved.
     static std::unique_ptr<JobStore> open(const Options& options, std::string& error);
+    /// A store that is on no disk, with the default categories: save() does nothing and succeeds.
+    static std::unique_ptr<JobStore> in_memory(const std::u16string& download_folder);
     JobStore(const JobStore&) = delete;
     JobStore& operator=(const JobStore&) = delete;
 
     /// What a person has to be told about the loading, and later about the folder, UTF-8 sentences.
     [[nodiscard]] const std::vector<std::string>& notes() const noexcept { return notes_; }
     [[nodiscard]] bool is_newer() const noexcept { return newer_; }
+    [[nodiscard]] bool is_in_memory() const noexcept { return options_.folder.empty(); }
 
     [[nodiscard]] CategoryTree& tree() noexcept { return tree_; }
     [[nodiscard]] std::size_t size() const noexcept { return index_.size(); }
@@ -75,6 +78,10 @@ class JobStore {
     void set_state(CJobNode& job, JobState state);
     /// The job becomes the last of those that wait.
     void queue_last(CJobNode& job);
+    /// Of two jobs that wait, each gets the other's place.
+    void swap_places(CJobNode& a, CJobNode& b);
+    /// The job becomes the first of those that wait.
+    void queue_first(CJobNode& job);
     /// The jobs that wait, by their order.
     [[nodiscard]] const std::set<std::pair<std::int32_t, CJobNode*>>& waiting() const noexcept {
         return waiting_;

@@ -231,6 +231,7 @@ void JobStore::end_save(const StoreWriter::Answer& answer) {
 }
 
 bool JobStore::save(const Settings& settings, std::string& error) {
+    if (is_in_memory()) return true;
     writer_->wait();
     take_answers();
     snapshot_.reset();  // one that is begun anew holds more

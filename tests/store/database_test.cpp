@@ -81,6 +81,13 @@ std::string full_layout() {
     state.raw("A").n(4, 2).n(2, 'm').raw("A").n(4, 2).n(2, 'n').raw("S").n(4, 8).n(8, 620);
     state.raw("H").n(4, 17).n(1, 1).raw(std::string(16, 'h'));
     state.raw("G").n(4, 49).n(1, 2).n(8, 621).raw(std::string(40, 'p'));
+    state.raw("R").n(4, 18).raw("HTTP/1.1 503 B\xC3\xBCsy");
+    state.raw("O").n(4, 4).n(4, 630).raw("L").n(4, 8).n(8, 631);
+    state.raw("F").n(4, 14);
+    for (const char16_t c : std::u16string(u"/ca.pem")) state.n(2, c);
+    state.raw("Y").n(4, 14);
+    for (const char16_t c : std::u16string(u"/id_key")) state.n(2, c);
+    state.raw("N").n(4, 4).n(4, 7);
     out.raw("T").n(4, static_cast<std::int64_t>(state.bytes.size())).raw(state.bytes).raw("]");
     return out.bytes;
 }
