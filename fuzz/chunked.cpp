@@ -2,7 +2,7 @@
 #include <array>
 
 #include "fuzz.h"
-#include "transfer/http/chunked.h"
+#include "transfer/connection/chunked.h"
 
 namespace vantlow::fuzz {
 namespace {

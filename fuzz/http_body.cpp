@@ -1,4 +1,4 @@
-// Bodies of HTTP answers (by length, chunked, gzip), some bytes come with the head.
+// Bodies of HTTP answers (by length, chunked, gzip, deflate), some bytes come with the head.
 #include "libraries.h"
 #include "transfer/http/body.h"
 #include "wire.h"
@@ -15,7 +15,8 @@ Body read(const HttpHead& head, std::string_view input, std::size_t early, std::
     early = std::min(early, input.size());
     const auto first = bytes_of(input.substr(0, early));
     Wire wire(input.substr(early));
-    auto body = make_body(head, Inflow(wire.socket(), {first.begin(), first.end()}), gzip_operations(), step);
+    auto body = make_body(head, head.coding, Inflow(wire.socket(), {first.begin(), first.end()}),
+                          unpack_operations(), step);
     CHECK(body.ok());
     Moved last;
     Body all{read_all(**body, step, std::size_t{8} << 20U, last), last.state};
@@ -33,11 +34,11 @@ void run(std::string_view input) {
     const std::size_t early = take_byte(input);
     const std::size_t step = 1U + take_byte(input);
     head.chunked = (kind & 1U) != 0;
-    if ((kind & 2U) != 0) head.coding = ContentCoding::gzip;
+    if ((kind & 2U) != 0) head.coding = (kind & 8U) != 0 ? ContentCoding::deflate : ContentCoding::gzip;
     if (!head.chunked && (kind & 4U) != 0) head.length = take_byte(input);
     const Body divided = read(head, input, early, step);
     const Body whole = read(head, input, 0, 65536);
-    CHECK(head.coding == ContentCoding::gzip || whole.bytes.size() <= input.size());
+    CHECK(head.coding != ContentCoding::identity || whole.bytes.size() <= input.size());
     CHECK(divided.end == whole.end);
     // How much is given before a failure is a matter of the division.
     if (whole.end == Moved::State::closed) CHECK(divided.bytes == whole.bytes);

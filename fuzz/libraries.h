@@ -8,6 +8,7 @@
 extern "C" {
 GZ_InflateInit_t GZ_InflateInit;
 ZLib_InflateInit_t ZLib_InflateInit;
+Raw_InflateInit_t Raw_InflateInit;
 ZLib_Inflate_t ZLib_Inflate;
 ZLib_InflateEnd_t ZLib_InflateEnd;
 Digest2617_t Digest2617;
@@ -20,8 +21,8 @@ WDigest_Response_t WDigest_Response;
 
 namespace vantlow::fuzz {
 
-inline GzipOperations gzip_operations() {
-    return {GZ_InflateInit, ZLib_Inflate, ZLib_InflateEnd};
+inline UnpackOperations unpack_operations() {
+    return {GZ_InflateInit, ZLib_InflateInit, Raw_InflateInit, ZLib_Inflate, ZLib_InflateEnd};
 }
 inline InflateOperations zlib_operations() {
     return {ZLib_InflateInit, ZLib_Inflate, ZLib_InflateEnd};

@@ -11,6 +11,7 @@
 #include "platform/process.h"
 #include "store/address.h"
 #include "transfer/job/file_names.h"
+#include "transfer/job/source.h"
 
 namespace vantlow {
 namespace {
@@ -46,6 +47,11 @@ Place place_below(std::u16string folder, std::u16string_view name) {
         if (!safe.empty()) folder = join_path(folder, safe);
     }
     return {std::move(folder), name.empty() ? std::u16string() : safe_file_name(name)};
+}
+
+// Whether this program has what fetches it: nobody fetches from peers yet.
+bool can_be_fetched(const JobPlan& plan) {
+    return job_kind(plan.address) == JobKind::transfer && find_protocol(plan.address) != nullptr;
 }
 
 // Bytes that no text has: the same media type is said of films.
@@ -104,18 +110,21 @@ void JobFactory::apply_request(CJobNode& job) {
     job.retry_by_settings = options_.retries ? 0 : 1;
     if (options_.retries) job.retries = static_cast<std::int32_t>(*options_.retries);
     job.retry_delay = static_cast<std::int32_t>(options_.retry_delay.value_or(-1));
-    if (job.user.empty()) look_up_login(job);
+    look_up_login(job);
 }
 
-// What the user's file says of the job's server, unless the address itself says it.
+// What the user's file says of the job's server, as far as the address and the words do not say it: all, or
+// the half that is missing.
 void JobFactory::look_up_login(CJobNode& job) {
-    if (!credentials_) return;
-    const auto target = parse_target(job.address);
-    if (!target || !target->user.empty()) return;
-    if (const auto found = credentials_(target->host)) {
-        job.user = to_utf16(found->login);
-        job.password = to_utf16(found->password);
-    }
+    const auto target = credentials_ ? parse_target(job.address) : std::nullopt;
+    if (!target || !target->password.empty()) return;
+    const std::u16string user = target->user.empty() ? job.user : target->user;
+    const bool is_password_for_it = !job.password.empty() && (job.user.empty() || job.user == user);
+    if (!user.empty() && is_password_for_it) return;
+    const auto found = credentials_(target->host, to_utf8(user));
+    if (!found) return;
+    job.user = to_utf16(found->login);
+    if (!is_password_for_it) job.password = to_utf16(found->password);
 }
 
 std::unique_ptr<CJobNode> JobFactory::job_for(JobPlan plan) {
@@ -158,13 +167,13 @@ MadeJobs JobFactory::make_from_plans(JobPlans plans) {
     return made;
 }
 
-MadeJobs JobFactory::make_from_bytes(const DocumentKind& kind, std::span<const std::byte> bytes,
-                                     std::u16string origin, std::u16string fragment) {
+JobPlans JobFactory::read_plans(const DocumentKind& kind, std::span<const std::byte> bytes,
+                                std::u16string origin, std::u16string fragment) const {
     const std::string shown = to_utf8(without_credentials(origin));
     JobPlans plans = kind.read(bytes, {std::move(origin), std::move(fragment), options_.select});
     if (plans.plans.empty() && plans.complaint.empty()) plans.complaint = "nothing in it can be fetched.";
     if (!plans.complaint.empty()) plans.complaint = shown + ": " + plans.complaint;
-    return make_from_plans(std::move(plans));
+    return plans;
 }
 
 // "metalink://" in front of where the document is; without a scheme of its own that is an HTTP server.
@@ -188,13 +197,15 @@ std::optional<MadeJobs> JobFactory::follow(const CJobNode& job, const JobOutcome
     std::vector<std::byte> bytes;
     if (!read_file(outcome.path, largest_document, bytes).ok()) return std::nullopt;
     if (kind->suffix != u".torrent" && looks_binary(bytes)) return std::nullopt;
-    MadeJobs made =
-        make_from_bytes(*kind, bytes, job.address, job.fragment.empty() ? u"" : job.fragment.substr(1));
-    if (made.jobs.empty()) {
-        // What only its name or type took for a document is an ordinary file.
-        if (is_metalink) return made;
-        return std::nullopt;
-    }
+    JobPlans plans =
+        read_plans(*kind, bytes, job.address, job.fragment.empty() ? u"" : job.fragment.substr(1));
+    const auto fetchable = std::count_if(plans.plans.begin(), plans.plans.end(), can_be_fetched);
+    const bool all_of_it = plans.complaint.empty() && fetchable == std::ssize(plans.plans);
+    // What only its name or type took for a document, and one that leads nowhere, is an ordinary file.
+    if (fetchable == 0 && !is_metalink) return std::nullopt;
+    MadeJobs made = make_from_plans(std::move(plans));
+    if (made.jobs.empty()) return is_metalink ? std::optional(std::move(made)) : std::nullopt;
+    made.document_stays = !all_of_it;
     for (JobRequest& request : made.jobs) {
         if (request.kind == JobKind::transfer && !request.job->sources) {
             // One that has sources is what a document named: it is not taken for a document itself.
@@ -207,10 +218,12 @@ std::optional<MadeJobs> JobFactory::follow(const CJobNode& job, const JobOutcome
         // These were given for the server of the document.
         request.job->user.clear();
         request.job->password.clear();
+        request.job->referer.clear();
         if (!request.job->cookie.starts_with(u'@')) request.job->cookie.clear();
         look_up_login(*request.job);
     }
-    if (const FileError error = remove_file(outcome.path); !error.ok() && made.complaint.empty())
+    if (made.document_stays) return made;
+    if (const FileError error = remove_file(outcome.path); !error.ok())
         made.complaint = to_utf8(outcome.path) + ": " + error.text();
     return made;
 }
@@ -239,7 +252,7 @@ MadeJobs JobFactory::make(const std::string& link) {
     std::vector<std::byte> bytes;
     if (const FileError error = read_file(path, largest_document, bytes); !error.ok())
         return {{}, to_utf8(path) + ": " + error.text()};
-    return make_from_bytes(*document, bytes, path, std::move(fragment));
+    return make_from_plans(read_plans(*document, bytes, path, std::move(fragment)));
 }
 
 }  // namespace vantlow

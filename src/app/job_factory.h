@@ -29,6 +29,8 @@ struct JobRequest {
 struct MadeJobs {
     std::vector<JobRequest> jobs;
     std::string complaint;  ///< UTF-8: why there is nothing, or not everything; empty when all is well
+    /// Of a document that was followed: it names more than can be fetched, and its file is left for that.
+    bool document_stays = false;
 };
 
 /// Makes jobs from what the words of a command name: new ones, or those that an earlier run left in their
@@ -41,12 +43,13 @@ class JobFactory {
     /// The jobs of one link, or of a document on this machine (UTF-8).
     MadeJobs make(const std::string& link);
     /// What a job of this factory's that ended well has fetched may be a document, by its media type or its
-    /// name: then its jobs, and its file is gone. None when it is an ordinary file, which stays.
+    /// name: then its jobs, and its file is gone. None when it is an ordinary file, or a document of which
+    /// nothing can be fetched: that stays as the file that it is.
     std::optional<MadeJobs> follow(const CJobNode& job, const JobOutcome& outcome);
 
   private:
-    MadeJobs make_from_bytes(const DocumentKind& kind, std::span<const std::byte> bytes,
-                             std::u16string origin, std::u16string fragment);
+    [[nodiscard]] JobPlans read_plans(const DocumentKind& kind, std::span<const std::byte> bytes,
+                                      std::u16string origin, std::u16string fragment) const;
     MadeJobs make_from_plans(JobPlans plans);
     MadeJobs make_metalink(std::u16string address);
     std::unique_ptr<CJobNode> job_for(JobPlan plan);

@@ -73,8 +73,9 @@ std::u16string safe_file_name(std::u16string_view name, std::u16string_view othe
     };
     fit();
     if (safe.empty()) safe = std::u16string(otherwise);
-    // Only now: a name may have become a device's by being cut.
-    if (is_device(safe)) {
+    // Only now: a name may have become a device's by being cut. One that begins with a dot is hidden on
+    // Linux, and programs read such files for their settings.
+    if (is_device(safe) || safe.starts_with(u'.')) {
         safe.insert(safe.begin(), u'_');
         fit();
     }

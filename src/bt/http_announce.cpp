@@ -134,15 +134,14 @@ ConnectPlan CBTAnnounceThread::plan_for(const Target& target, bool second_attemp
 
 Result CBTAnnounceThread::take_answer(HttpConversation& conversation, const HttpHead& head,
                                       std::chrono::milliseconds timeout, std::string& body) {
-    const SshTable& ssh = services_.libraries.ssh;
-    const GzipOperations gzip{ssh.GZ_InflateInit, ssh.ZLib_Inflate, ssh.ZLib_InflateEnd};
     const auto buffer = static_cast<std::size_t>(services_.settings.number(setting::data_buffer)) * 1024;
     Result result;
     if (head.status < 200 || head.status >= 300) {
         result = {Code::server_error,
                   std::string(message_text(Message::http_server_error)) + " (" + status_text(head) + ")"};
     }
-    if (result.ok()) result = conversation.begin_body(gzip, buffer);
+    if (result.ok())
+        result = conversation.begin_body(head.coding, UnpackOperations::of(services_.libraries.ssh), buffer);
     if (result.ok()) result = read_body(conversation, from_now(timeout), body);
     if (!result.ok() && result.kind() != Kind::stopped) log_.line(Direction::error, result.message());
     if (result.ok()) conversation.finish();

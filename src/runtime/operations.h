@@ -25,9 +25,11 @@ enum {
         -1, /* the input is not such a stream, or is damaged; also when memory runs out. It stays so */
 };
 
-/* Begin to inflate a gzip stream, or a zlib stream. NULL without memory. */
+/* Begin to inflate a gzip stream, a zlib stream, or a deflate stream without any wrapping. NULL without
+   memory. */
 typedef VantlowZStream* GZ_InflateInit_t(void);
 typedef VantlowZStream* ZLib_InflateInit_t(void);
+typedef VantlowZStream* Raw_InflateInit_t(void);
 /* Inflates from `in` (*in_size bytes; set to the number taken) into `out` (room for *out_size; set to the
    number written). VANTLOW_Z_MORE with nothing taken and nothing written says that input or room is needed; a
    stream that is cut short never gets to VANTLOW_Z_END. A gzip stream is one member (RFC 1952, 2.2): what
@@ -256,6 +258,21 @@ typedef VantlowNtlm* NTLM_Challenge_t(const void* challenge, size_t size); /* NU
 typedef size_t NTLM_Response_t(const VantlowNtlm* ntlm, const char* user, const char* password, void* out,
                                size_t room);    /* as NTLM1_ChallengeResponse */
 typedef void NTLM_Destroy_t(VantlowNtlm* ntlm); /* NULL is fine */
+
+/* ---- libnames: host names ---- */
+
+/* Room for every host name with its terminating zero. */
+enum { VANTLOW_NAME_ROOM = 256 };
+
+/* The form of a host name that goes out (UTS 46, non-transitional; RFC 5891): `name` is UTF-8 and ends with a
+   zero, `out` gets ASCII, in lower case where something was changed, and a zero. It may hold characters that
+   no host name has, such as a slash: the caller looks. The size without the zero; 0 for what is no name and
+   without room. Any thread may call. */
+typedef size_t Names_ToAscii_t(const char* name, char* out, size_t room);
+/* Whether everybody may register names right below this one ("com", "co.uk", "github.io"; publicsuffix.org).
+   `domain` is in lower case and ASCII, without dots at its ends. 1 or 0; -1 when there is no list. Any thread
+   may call. */
+typedef int Names_IsPublicSuffix_t(const char* domain);
 
 /* ---- libBTDHT: the distributed hash table of BitTorrent ---- */
 

@@ -92,7 +92,8 @@ TEST(SafeFileName, is_one_name_in_the_folder_on_both_systems) {
         {u"a\u202Egpj.exe", u"a_gpj.exe"},
         {u"a\r\nb\x7F", u"a__b_"},
         {u"README", u"README"},
-        {u".bashrc", u".bashrc"},
+        {u".bashrc", u"_.bashrc"},
+        {u" .. x", u"_.. x"},
     };
     for (const Case& c : cases) EXPECT_EQ(safe_file_name(c.name), c.safe);
     const std::u16string long_name = safe_file_name(std::u16string(300, u'\u4F60') + u".tar.gz");
@@ -100,6 +101,8 @@ TEST(SafeFileName, is_one_name_in_the_folder_on_both_systems) {
     EXPECT_TRUE(long_name.ends_with(u".gz"));
     const std::u16string device = safe_file_name(u"con." + std::u16string(196, u'a'));
     EXPECT_TRUE(device.starts_with(u"_con.") && device.size() <= 200) << to_utf8(device);
+    const std::u16string hidden = safe_file_name(u"." + std::u16string(300, u'a'));
+    EXPECT_TRUE(hidden.starts_with(u"_.a") && hidden.size() <= 200) << to_utf8(hidden);
     std::u16string faces;
     while (faces.size() < 300) faces += u"\U0001F600";
     const std::string cut = to_utf8(safe_file_name(faces));

@@ -54,12 +54,13 @@ class Compression : public testing::Test {
     static const SshTable& ssh() { return tables().ssh; }
 
     void SetUp() override {
-        ASSERT_TRUE(ssh().GZ_InflateInit && ssh().ZLib_InflateInit && ssh().ZLib_Inflate &&
-                    ssh().ZLib_InflateEnd);
+        ASSERT_TRUE(ssh().GZ_InflateInit && ssh().ZLib_InflateInit && ssh().Raw_InflateInit &&
+                    ssh().ZLib_Inflate && ssh().ZLib_InflateEnd);
         ASSERT_TRUE(ssh().ZLib_DeflateInit && ssh().ZLib_Deflate && ssh().ZLib_DeflateEnd && ssh().ZLib_Free);
     }
 
     static Inflater gzip_inflater() { return {ssh().GZ_InflateInit(), ssh().ZLib_InflateEnd}; }
+    static Inflater raw_inflater() { return {ssh().Raw_InflateInit(), ssh().ZLib_InflateEnd}; }
     static Inflater zlib_inflater() { return {ssh().ZLib_InflateInit(), ssh().ZLib_InflateEnd}; }
 
     /// Feeds `in_piece` bytes at a time into room for `out_piece` until the end, damage, or nothing moves any
@@ -108,6 +109,10 @@ TEST_F(Compression, RoundTripsInAnyPieces) {
         for (const int level : {1, 6, 9}) {
             const std::string packed = deflate(content, level);
             EXPECT_EQ(inflate(zlib_inflater().get(), packed).out, content);
+            // Without its two bytes in front and its sum of four behind (RFC 1950, 2.2).
+            const std::string bare = packed.substr(2, packed.size() - 6);
+            const Fed raw = inflate(raw_inflater().get(), bare);
+            EXPECT_TRUE(raw.out == content && raw.state == VANTLOW_Z_END);
             // As bytes arrive one at a time, and as they leave one at a time.
             EXPECT_EQ(deflate(content, level, 1, 4096), packed);
             EXPECT_EQ(deflate(content, level, 4096, 1), packed);

@@ -52,7 +52,7 @@ TEST(SafeFileName, IsOnePlainNameWhateverCame) {
     const Case cases[] = {
         {u"file.zip", "file.zip"},
         {u"no extension", "no extension"},
-        {u".hidden", ".hidden"},
+        {u".hidden", "_.hidden"},
         {u"\u65e5\u672c \u00fc.txt", "\xE6\x97\xA5\xE6\x9C\xAC \xC3\xBC.txt"},
         // No way out of the folder.
         {u"../../etc/passwd", "passwd"},

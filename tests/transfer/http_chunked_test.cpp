@@ -1,4 +1,4 @@
-#include "transfer/http/chunked.h"
+#include "transfer/connection/chunked.h"
 
 #include <gtest/gtest.h>
 
@@ -47,6 +47,7 @@ TEST(ChunkedDecoder, GivesTheSameHoweverTheBytesAreDivided) {
         {"0\r\n\r\n", ""},
         {"000\r\n\r\n", ""},
         {"A\r\n0123456789\r\n0000a\r\n0123456789\r\n0\r\n\r\n", "01234567890123456789"},
+        {"0000000000000005\r\nhello\r\n0000000000000000\r\n\r\n", "hello"},
         {"2\r\n\r\n\r\n1\r\n0\r\n0\r\n\r\n", "\r\n0"},  // data that looks like the coding
         {"5;name=value;other=\"a b\"\r\nhello\r\n0;last\r\n\r\n", "hello"},
         {"5 \r\nhello\r\n0\r\n\r\n", "hello"},  // blanks behind the size, seen from servers
@@ -91,6 +92,7 @@ TEST(ChunkedDecoder, RefusesWhatIsNoChunk) {
         {"1FFFFFFFFFFFFFFFF\r\n", ""},
         {"10000000000000005\r\nhello\r\n", ""},  // would be 5 in 64 bits
         {"8000000000000000\r\n", ""},
+        {"00000000000000005\r\n", ""},  // more digits than any number needs
         {"0\r\n\rX", ""},
     };
     for (const Case& c : cases) {
@@ -114,7 +116,7 @@ TEST(ChunkedDecoder, KeepsWithinBounds) {
     const Decoded many = decode(extensions + "0\r\n\r\n", 1000, 1000);
     EXPECT_EQ(many.state, ChunkStep::State::end) << "a short extension on each of many chunks is no attack";
     // A size as large as there can be is only a promise.
-    const Decoded decoded = decode("7FFFFFFFFFFFFFF\r\nabc", 1000, 10);
+    const Decoded decoded = decode("7FFFFFFFFFFFFFFF\r\nabc", 1000, 10);
     EXPECT_EQ(decoded.state, ChunkStep::State::more);
     EXPECT_EQ(decoded.body, "abc");
 }

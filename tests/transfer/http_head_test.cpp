@@ -194,14 +194,31 @@ TEST(HttpHead, KnowsWhetherTheConnectionStays) {
 }
 
 TEST(HttpHead, TellsContentCodingsApart) {
-    EXPECT_EQ(parsed("Content-Encoding: GZIP\r\n").coding, ContentCoding::gzip);
-    EXPECT_EQ(parsed("Content-Encoding: x-gzip\r\n").coding, ContentCoding::gzip);
-    EXPECT_EQ(parsed("Content-Encoding: identity\r\n").coding, ContentCoding::identity);
-    EXPECT_EQ(parsed("Content-Encoding:\r\n").coding, ContentCoding::identity);
-    EXPECT_EQ(parsed("Content-Encoding: br\r\n").coding, ContentCoding::other);
-    // Twice packed, in one line or in two: undoing one of them would give a wrong file.
-    EXPECT_EQ(parsed("Content-Encoding: gzip, gzip\r\n").coding, ContentCoding::other);
-    EXPECT_EQ(parsed("Content-Encoding: br\r\nContent-Encoding: gzip\r\n").coding, ContentCoding::other);
+    using enum ContentCoding;
+    const std::pair<const char*, ContentCoding> cases[] = {
+        {"GZIP", gzip},
+        {"x-gzip", gzip},
+        {"Deflate", deflate},
+        {"", identity},
+        {"identity", identity},
+        {"identity, identity", identity},
+        {"none", identity},
+        {"UTF-8", identity},
+        {"aws-chunked", identity},
+        {"aws-chunked,gzip", gzip},
+        {"gzip,", gzip},
+        {"br", other},
+        {"zstd", other},
+        {"whatever", other},
+        // Twice packed: undoing one of them would give a wrong file.
+        {"gzip, gzip", other},
+        {"br, gzip", other},
+    };
+    for (const auto& [value, coding] : cases) {
+        EXPECT_EQ(parsed("Content-Encoding: " + std::string(value) + "\r\n").coding, coding) << value;
+    }
+    EXPECT_EQ(parsed("Content-Encoding: identity\r\nContent-Encoding: identity\r\n").coding, identity);
+    EXPECT_EQ(parsed("Content-Encoding: br\r\nContent-Encoding: gzip\r\n").coding, other);
 }
 
 TEST(HttpHead, TakesCookiesSchemesAndContinuedLines) {
@@ -288,6 +305,11 @@ TEST(HttpRedirect, JoinsWhatServersSend) {
         {"./rel", "http://example.org:8080/dir/rel"},
         {"../rel", "http://example.org:8080/rel"},
         {"../../../rel", "http://example.org:8080/rel"},
+        {"a/./b/../c/..", "http://example.org:8080/dir/a/"},
+        {"/a/../../b?c/../d", "http://example.org:8080/b?c/../d"},
+        {"//other.net/%2e%2e/a", "http://other.net/a"},
+        {"http://other.net?a/../b", "http://other.net?a/../b"},
+        {"ftp://f/a/./b/../c", "ftp://f/a/c"},
         {"?other=1", "http://example.org:8080/dir/page?other=1"},
         {"rel?next=http://a/b", "http://example.org:8080/dir/rel?next=http://a/b"},
         {"/a:b", "http://example.org:8080/a:b"},

@@ -98,6 +98,35 @@ TEST_F(JobTest, UnpacksGzipAndSaysWhenItCannot) {
     EXPECT_TRUE(only({u"file.bin"}));
 }
 
+// Servers label archives by their name; the file that was asked for is the archive.
+TEST_F(JobTest, KeepsWhatIsPackedAsItCame) {
+    struct Case {
+        const char* path;
+        Headers labels;
+    };
+    const Case cases[] = {
+        {"/a.tar.gz", {{"Content-Encoding", "gzip"}}},
+        {"/a", {{"Content-Encoding", "x-gzip"}, {"Content-Type", "application/x-tgz; x=y"}}},
+        {"/b", {{"Content-Encoding", "gzip"}, {"Content-Disposition", "attachment; filename=b.tgz"}}},
+        {"/c.bin", {{"Content-Encoding", "br"}}},
+        {"/d.bin", {{"Content-Encoding", "utf-8"}}},
+        {"/e.bin", {{"Content-Encoding", "identity, identity"}}},
+    };
+    const std::string archive = gzip_stored(content);
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.path);
+        FileServer server;
+        server.set(c.path, FileResource{.content = archive, .more = c.labels, .rate = 2'000'000});
+        auto job = make_job(server.url16(c.path), 3);
+        const JobOutcome outcome = run(*job);
+        EXPECT_EQ(outcome.result.code, Code::ok) << log.all();
+        EXPECT_TRUE(file_has(outcome.path, archive));
+        EXPECT_GE(server.server().most_open_connections(), 2) << "in parts, like any file";
+        ASSERT_TRUE(remove_file(outcome.path).ok());
+    }
+    EXPECT_TRUE(log.has("The content coding \"br\" is left as it is: the file is kept as it comes."));
+}
+
 TEST_F(JobTest, NamesComeFromTheServerAndStayInTheFolder) {
     struct Case {
         const char* disposition;
@@ -111,6 +140,7 @@ TEST_F(JobTest, NamesComeFromTheServerAndStayInTheFolder) {
         {"attachment; filename=\"../../etc/passwd\"", "/x", u"passwd"},
         {"attachment; filename=\"C:\\\\Windows\\\\evil.exe\"", "/x", u"evil.exe"},
         {"attachment; filename=\"con.txt\"", "/x", u"_con.txt"},
+        {"attachment; filename=.netrc", "/x", u"_.netrc"},
         {"", "/a%20b%2Fc", u"c"},
         {"", "/noextension", u"noextension"},
         {"", "/folder/?q=1", u"index"},

@@ -166,9 +166,6 @@ TEST_F(JobTest, NonsenseEndsWithAClearErrorInBoundedTime) {
         {"bad chunk size", "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\nzz\r\nabc\r\n"},
         {"huge chunk size",
          "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\nffffffffffffffffff\r\nabc\r\n"},
-        {"unknown coding", "HTTP/1.1 200 OK\r\nContent-Encoding: br\r\nContent-Length: 3\r\n\r\nabc"},
-        {"not gzip",
-         "HTTP/1.1 200 OK\r\nContent-Encoding: gzip\r\nContent-Length: 20\r\n\r\nabcabcabcabcabcabcab"},
     };
     for (const auto& [name, bytes] : cases) {
         SCOPED_TRACE(name);
@@ -193,13 +190,14 @@ TEST_F(JobTest, ABodyThatAlwaysEndsEarlyIsGivenUp) {
     EXPECT_FALSE(folder.has(u"file.bin"));
 }
 
-TEST_F(JobTest, InterimAnswersAreSkipped) {
+TEST_F(JobTest, ClumsyAnswersAreTaken) {
     ScriptedServer server([](Exchange& exchange) {
         exchange.send_raw("HTTP/1.1 100 Continue\r\n\r\nHTTP/1.1 103 Early Hints\r\nLink: x\r\n\r\n");
-        exchange.answer(200, "OK", "abc");
+        // A part that does not say which one: all of it, where all was asked for.
+        exchange.answer(206, "Partial Content", "abc");
     });
     auto job = make_job(server.url16("/x"));
-    EXPECT_EQ(run(*job).result.code, Code::ok);
+    EXPECT_EQ(run(*job).result.code, Code::ok) << log.all();
     EXPECT_TRUE(file_has(folder.path(u"x"), "abc"));
 }
 

@@ -278,7 +278,9 @@ TEST_F(LoginJobs, ATunnelAnswersItsProxysChallenge) {
             } else if (line.starts_with("NTLM TlRMTVNTUAAD")) {
                 exchange.send_raw("HTTP/1.1 200 Connection established\r\n\r\n");
             } else if (line == greeting) {
-                exchange.answer(407, "Proxy", "who?", {{"Proxy-Authenticate", "NTLM " + challenge}});
+                exchange.send_raw(
+                    "HTTP/1.1 407 Proxy\nTransfer-Encoding: chunked\r\nProxy-Authenticate: NTLM " +
+                    challenge + "\n\r\n4\r\nwho?\r\n0\r\nX: y\r\n\r\n\r\n");
             } else {
                 exchange.answer(407, "Proxy", "who?", {{"Proxy-Authenticate", "NTLM"}});
                 if (closes) exchange.close();

@@ -66,9 +66,17 @@ class SocketFrame final : public Frame {
         std::chrono::milliseconds period;
         Clock::time_point next;
     };
+    struct Request {
+        std::string text;
+        std::string answer;  // these two: guarded by mutex_
+        bool answered = false;
+    };
+    void take_answer(Request& request, std::string answer);
     void serve() noexcept;
     void converse(int fd);
-    bool run_in_turn(const std::function<void()>& work);
+    bool wait_for_answer(const Request& request);
+    bool comes_round();
+    bool ask(const std::shared_ptr<Request>& request);
     [[nodiscard]] std::optional<int> due_timer();
     [[nodiscard]] Clock::time_point next_timer() const;
 
@@ -81,11 +89,13 @@ class SocketFrame final : public Frame {
     std::deque<std::function<void()>> work_;  // these three: guarded by mutex_
     bool quitting_ = false;
     bool closed_ = false;
-    std::map<int, Timer> timers_;  // the frame's thread
+    std::map<int, Timer> timers_;  // the frame's thread, like the next one
+    std::shared_ptr<SocketFrame*> here_ = std::make_shared<SocketFrame*>(this);  // what late answers look for
     std::vector<std::thread> threads_;
 };
 
 SocketFrame::~SocketFrame() {
+    here_.reset();
     {
         const std::lock_guard guard(mutex_);
         closed_ = true;
@@ -181,33 +191,50 @@ void SocketFrame::run() {
     quitting_ = false;
 }
 
-// True when the frame's thread has done it; false when it ends instead.
-bool SocketFrame::run_in_turn(const std::function<void()>& work) {
-    bool done = false;  // guarded by mutex_
-    post([&] {
-        work();
-        {
-            const std::lock_guard guard(mutex_);
-            done = true;
-        }
-        changed_.notify_all();
-    });
+void SocketFrame::take_answer(Request& request, std::string answer) {
+    {
+        const std::lock_guard guard(mutex_);
+        request.answer = std::move(answer);
+        request.answered = true;
+    }
+    changed_.notify_all();
+}
+
+// False when the frame ends instead.
+bool SocketFrame::wait_for_answer(const Request& request) {
     std::unique_lock guard(mutex_);
-    changed_.wait(guard, [&] { return closed_ || done; });
-    return done;
+    changed_.wait(guard, [&] { return closed_ || request.answered; });
+    return request.answered;
+}
+
+// True when the frame's thread has nothing older to do.
+bool SocketFrame::comes_round() {
+    const auto turn = std::make_shared<Request>();
+    post([this, turn] { take_answer(*turn, {}); });
+    return wait_for_answer(*turn);
+}
+
+// True when the frame's thread has answered.
+bool SocketFrame::ask(const std::shared_ptr<Request>& request) {
+    post([this, request] {
+        events_.on_request(request->text,
+                           [here = std::weak_ptr<SocketFrame*>(here_), request](std::string answer) {
+                               if (const auto frame = here.lock())
+                                   (*frame)->take_answer(*request, std::move(answer));
+                           });
+    });
+    return wait_for_answer(*request);
 }
 
 void SocketFrame::converse(int fd) {
-    std::string request;
-    std::string answer;
+    const auto request = std::make_shared<Request>();
     std::string go;
     if (!is_same_user(fd)) return;
-    if (!receive_message(fd, request, largest_message, Deadline(request_time), &stop_)) return;
+    if (!receive_message(fd, request->text, largest_message, Deadline(request_time), &stop_)) return;
     if (!send_message(fd, here_mark, Deadline(answer_time), &stop_)) return;
-    if (!run_in_turn([] {}) || !send_message(fd, ready_mark, Deadline(answer_time), &stop_)) return;
+    if (!comes_round() || !send_message(fd, ready_mark, Deadline(answer_time), &stop_)) return;
     if (!receive_message(fd, go, go_mark.size(), Deadline(request_time), &stop_) || go != go_mark) return;
-    if (run_in_turn([&] { answer = events_.on_request(request); }))
-        send_message(fd, answer, Deadline(answer_time), nullptr);
+    if (ask(request)) send_message(fd, request->answer, Deadline(answer_time), nullptr);
 }
 
 void SocketFrame::serve() noexcept {

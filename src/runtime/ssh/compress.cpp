@@ -88,6 +88,7 @@ extern "C" {
 
 VANTLOW_EXPORT ZLib_InflateInit_t ZLib_InflateInit;
 VANTLOW_EXPORT GZ_InflateInit_t GZ_InflateInit;
+VANTLOW_EXPORT Raw_InflateInit_t Raw_InflateInit;
 VANTLOW_EXPORT ZLib_Inflate_t ZLib_Inflate;
 VANTLOW_EXPORT ZLib_InflateEnd_t ZLib_InflateEnd;
 VANTLOW_EXPORT ZLib_DeflateInit_t ZLib_DeflateInit;
@@ -101,6 +102,10 @@ VantlowZStream* ZLib_InflateInit() {
 
 VantlowZStream* GZ_InflateInit() {
     return begin_inflate(largest_window + gzip_wrapping);
+}
+
+VantlowZStream* Raw_InflateInit() {
+    return begin_inflate(-largest_window);  // zlib's mark for a stream without wrapping
 }
 
 int ZLib_Inflate(VantlowZStream* stream, const void* in, std::size_t* in_size, void* out,

@@ -1,9 +1,12 @@
 #include <algorithm>
+#include <array>
 #include <charconv>
 #include <string_view>
+#include <utility>
 
 #include "base/codes.h"
 #include "base/text.h"
+#include "transfer/connection/chunked.h"
 #include "transfer/connection/tunnel.h"
 
 namespace vantlow {
@@ -16,7 +19,7 @@ constexpr std::chrono::milliseconds longest_wait_for_challenge{2000};
 constexpr int most_rounds = 6;
 
 // The lines of a proxy's answer, read one byte at a time: what comes behind the empty line belongs to the
-// tunnel. Line ends are counted in bytes of either kind: two end a line, four the header.
+// tunnel. A line ends with LF, whether or not there is a CR before it (RFC 9112, 2.2).
 class AnswerReader {
   public:
     AnswerReader(ProxyWire& wire, LogSink& log) : wire_(wire), log_(log) {}
@@ -30,7 +33,7 @@ class AnswerReader {
     LogSink& log_;
     std::string stored_;
     std::size_t total_ = 0;
-    int ends_ = 0;
+    bool begun_ = false;  ///< there was a line
 };
 
 Outcome<bool> AnswerReader::next(std::string& line, Clock::time_point until) {
@@ -39,17 +42,18 @@ Outcome<bool> AnswerReader::next(std::string& line, Clock::time_point until) {
         if (Result result = wire_.receive({&byte, 1}, until); !result.ok()) return result;
         if (++total_ > longest_answer) return Result(Code::proxy_refused, "The proxy's answer has no end.");
         const char c = std::to_integer<char>(byte);
-        if (c != '\r' && c != '\n') {
+        if (c != '\n') {
             stored_ += c;
-            ends_ = 0;
             continue;
         }
-        ++ends_;
-        if (ends_ == 4) return false;
-        if (ends_ != 2) continue;
+        if (stored_.ends_with('\r')) stored_.pop_back();
+        if (stored_.empty()) {
+            if (!begun_) continue;  // behind the body of the answer before
+            return false;
+        }
+        begun_ = true;
         log_.line(Direction::received, stored_);
-        line = std::move(stored_);
-        stored_.clear();
+        line = std::exchange(stored_, {});
         return true;
     }
 }
@@ -70,6 +74,7 @@ std::string authority(const TunnelTarget& target) {
 struct Refusal {
     std::vector<std::string> challenges;
     bool closes = false;
+    bool chunked = false;     ///< its end is known whatever `length` says
     std::int64_t length = 0;  ///< bytes of the body; negative: unknown
 };
 
@@ -82,7 +87,10 @@ void read_field(std::string_view line, Refusal& refusal) {
     if (iequals(name, "connection") || iequals(name, "proxy-connection"))
         refusal.closes = !iequals(value, "keep-alive");
     if (iequals(name, "content-length")) refusal.length = parse_decimal(value).value_or(-1);
-    if (iequals(name, "transfer-encoding")) refusal.closes = true;  // not worth reading for its end
+    if (iequals(name, "transfer-encoding")) {
+        refusal.chunked = iequals(value, "chunked");
+        if (!refusal.chunked) refusal.length = -1;
+    }
 }
 
 class Connecting {
@@ -96,7 +104,8 @@ class Connecting {
   private:
     Result send_request();
     Result refused(const std::string& line, AnswerReader& answer, bool& kept);
-    bool skip_body(std::int64_t length);
+    bool skip_body(const Refusal& refusal);
+    bool skip_chunks(Clock::time_point until);
 
     ProxyWire& wire_;
     LogSink& log_;
@@ -125,16 +134,32 @@ Result Connecting::send_request() {
     return wire_.send(std::as_bytes(std::span(request)));
 }
 
-bool Connecting::skip_body(std::int64_t length) {
+// False where the end of the body is not known or not worth waiting for.
+bool Connecting::skip_body(const Refusal& refusal) {
+    const auto until = from_now(longest_wait_for_challenge);
+    if (refusal.chunked) return skip_chunks(until);
+    std::int64_t length = refusal.length;
     if (length < 0 || length > static_cast<std::int64_t>(longest_answer)) return false;
     std::array<std::byte, 1024> bin{};
-    const auto until = from_now(longest_wait_for_challenge);
     while (length > 0) {
         const auto part = std::min<std::int64_t>(length, static_cast<std::int64_t>(bin.size()));
         if (!wire_.receive(std::span(bin).first(static_cast<std::size_t>(part)), until).ok()) return false;
         length -= part;
     }
     return true;
+}
+
+// A byte at a time, so that what follows the last chunk stays where it is.
+bool Connecting::skip_chunks(Clock::time_point until) {
+    ChunkedDecoder decoder;
+    std::array<std::byte, 1> bin{};
+    for (std::size_t total = 0; total < longest_answer; ++total) {
+        std::byte byte{};
+        if (!wire_.receive({&byte, 1}, until).ok()) return false;
+        const ChunkStep step = decoder.decode({&byte, 1}, bin);
+        if (step.state != ChunkStep::State::more) return step.state == ChunkStep::State::end;
+    }
+    return false;
 }
 
 // Success when the login has another answer; `kept` tells whether for this connection.
@@ -149,7 +174,7 @@ Result Connecting::refused(const std::string& line, AnswerReader& answer, bool& 
     auto more = answer.next(field, until);
     for (; more.ok() && *more; more = answer.next(field, until)) read_field(field, refusal);
     if (!more.ok() && more.failure().kind() == Kind::stopped) return more.failure();
-    kept = more.ok() && !refusal.closes && skip_body(refusal.length);
+    kept = more.ok() && !refusal.closes && skip_body(refusal);
     if (login_->challenged(refusal.challenges, kept)) return {};
     if (!login_->trouble().empty()) failure.detail += " " + login_->trouble();
     return failure;

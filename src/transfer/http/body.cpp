@@ -1,19 +1,30 @@
 #include "transfer/http/body.h"
 
 #include <algorithm>
+#include <array>
 #include <cstring>
 
-#include "base/text.h"
-#include "transfer/http/chunked.h"
+#include "transfer/connection/chunked.h"
+#include "transfer/http/unpacking_body.h"
 
 namespace vantlow {
+
+bool is_line_end(std::span<const std::byte> bytes) noexcept {
+    constexpr std::array line_end{std::byte{'\r'}, std::byte{'\n'}};
+    if (bytes.size() == 1 && bytes.front() == line_end.back()) return true;
+    return bytes.size() <= line_end.size() &&
+           std::ranges::equal(bytes, std::span(line_end).first(bytes.size()));
+}
 
 Moved Inflow::read(std::span<std::byte> into, Clock::time_point until) {
     if (!has_early()) return socket_.receive(into, until);
     const std::size_t bytes = std::min(into.size(), early_.size() - taken_);
     std::memcpy(into.data(), early_.data() + taken_, bytes);
     taken_ += bytes;
-    if (!has_early()) std::vector<std::byte>().swap(early_);
+    if (!has_early()) {
+        std::vector<std::byte>().swap(early_);
+        taken_ = 0;
+    }
     return Moved::data(bytes);
 }
 
@@ -33,7 +44,7 @@ class LengthBody : public BodySource {
         if (moved.state == Moved::State::data) left_ -= static_cast<std::int64_t>(moved.bytes);
         return moved;
     }
-    [[nodiscard]] bool is_whole() const noexcept override { return left_ == 0 && !inflow_.has_early(); }
+    [[nodiscard]] bool is_whole() const noexcept override { return left_ == 0 && inflow_.ends_here(); }
 
   private:
     Inflow inflow_;
@@ -73,7 +84,8 @@ class ChunkedBody : public BodySource {
         }
     }
     [[nodiscard]] bool is_whole() const noexcept override {
-        return decoder_.is_done() && from_ == filled_ && !inflow_.has_early();
+        return decoder_.is_done() && is_line_end(std::span(buffer_).subspan(from_, filled_ - from_)) &&
+               inflow_.ends_here();
     }
 
   private:
@@ -84,76 +96,10 @@ class ChunkedBody : public BodySource {
     std::size_t filled_ = 0;
 };
 
-// Inflates what the source below gives; several gzip members in a row are one body (RFC 1952, 2.2).
-class GzipBody : public BodySource {
-  public:
-    GzipBody(std::unique_ptr<BodySource> below, const GzipOperations& operations, std::size_t buffer_size)
-        : below_(std::move(below)),
-          operations_(operations),
-          stream_(operations.begin()),
-          buffer_(buffer_size) {}
-    ~GzipBody() override { operations_.end(stream_); }
-
-    Moved read(std::span<std::byte> into, Clock::time_point until) override {
-        while (stream_ != nullptr) {
-            // Padding behind the last member is what some servers send; gzip itself ignores it.
-            if (at_member_end_ && from_ < filled_ && buffer_[from_] != member_begin) padding_ = true;
-            if (padding_) return skip_rest(until);
-            if (from_ < filled_ || !at_member_end_) {
-                std::size_t in_size = filled_ - from_;
-                std::size_t out_size = into.size();
-                const int state =
-                    operations_.step(stream_, buffer_.data() + from_, &in_size, into.data(), &out_size);
-                if (state == VANTLOW_Z_BAD) return Moved::failed(Code::server_error);
-                from_ += in_size;
-                at_member_end_ = false;
-                if (state == VANTLOW_Z_END) next_member();
-                if (out_size > 0) return Moved::data(out_size);
-                if (in_size > 0) continue;
-            }
-            const Moved moved = below_->read(buffer_, until);
-            // Nothing at all is what some servers make of an empty resource.
-            if (moved.state == Moved::State::closed)
-                return at_member_end_ || !begun_ ? moved : Moved::failed(Code::transient);
-            if (moved.state != Moved::State::data) return moved;
-            begun_ = true;
-            from_ = 0;
-            filled_ = moved.bytes;
-        }
-        return Moved::failed(Code::transient);
-    }
-    [[nodiscard]] bool is_whole() const noexcept override { return below_->is_whole(); }
-
-  private:
-    static constexpr std::byte member_begin{0x1F};  // RFC 1952, 2.3.1
-
-    void next_member() {
-        operations_.end(stream_);
-        stream_ = operations_.begin();
-        at_member_end_ = true;
-    }
-    Moved skip_rest(Clock::time_point until) {
-        for (;;) {
-            const Moved moved = below_->read(buffer_, until);
-            if (moved.state != Moved::State::data) return moved;
-        }
-    }
-
-    std::unique_ptr<BodySource> below_;
-    GzipOperations operations_;
-    VantlowZStream* stream_;
-    std::vector<std::byte> buffer_;
-    std::size_t from_ = 0;
-    std::size_t filled_ = 0;
-    bool begun_ = false;          ///< a byte came
-    bool padding_ = false;        ///< nothing but padding comes any more
-    bool at_member_end_ = false;  ///< a member ended and nothing of another one was seen
-};
-
 }  // namespace
 
-Outcome<std::unique_ptr<BodySource>> make_body(const HttpHead& head, Inflow inflow,
-                                               const GzipOperations& gzip, std::size_t buffer_size) {
+Outcome<std::unique_ptr<BodySource>> make_body(const HttpHead& head, ContentCoding coding, Inflow inflow,
+                                               const UnpackOperations& operations, std::size_t buffer_size) {
     std::unique_ptr<BodySource> body;
     if (head.chunked) {
         body = std::make_unique<ChunkedBody>(std::move(inflow), buffer_size);
@@ -162,15 +108,9 @@ Outcome<std::unique_ptr<BodySource>> make_body(const HttpHead& head, Inflow infl
     } else {
         body = std::make_unique<ClosingBody>(std::move(inflow));
     }
-    if (head.coding == ContentCoding::other) {
-        return Result(Code::unsupported,
-                      "The content coding \"" + head.content_encoding + "\" is not supported.");
-    }
-    if (head.coding == ContentCoding::gzip) {
-        if (!gzip.complete()) return Code::unsupported;  // the caller names the missing library
-        body = std::make_unique<GzipBody>(std::move(body), gzip, buffer_size);
-    }
-    return body;
+    if (coding == ContentCoding::identity || coding == ContentCoding::other) return body;
+    if (!operations.can_undo(coding)) return Code::unsupported;  // the caller names the missing library
+    return make_unpacking_body(std::move(body), coding, operations, buffer_size);
 }
 
 }  // namespace vantlow

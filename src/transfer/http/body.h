@@ -4,7 +4,7 @@
 #include <memory>
 #include <vector>
 
-#include "runtime/operations.h"
+#include "runtime/tables.h"
 #include "transfer/connection/base_socket.h"
 #include "transfer/http/head.h"
 
@@ -24,6 +24,9 @@ class BodySource {
     [[nodiscard]] virtual bool is_whole() const noexcept = 0;
 };
 
+/// True for no bytes at all and for one line end, or what has come of it.
+bool is_line_end(std::span<const std::byte> bytes) noexcept;
+
 /// What was received behind the header together with what the connection brings from now on.
 class Inflow {
   public:
@@ -31,6 +34,8 @@ class Inflow {
     Moved read(std::span<std::byte> into, Clock::time_point until);
     /// True while bytes are here that nobody has taken.
     [[nodiscard]] bool has_early() const noexcept { return taken_ < early_.size(); }
+    /// True when behind the body is nothing, or the empty line that old servers send there (RFC 9112, 2.2).
+    [[nodiscard]] bool ends_here() const noexcept { return is_line_end(std::span(early_).subspan(taken_)); }
 
   private:
     CBaseSocket& socket_;
@@ -38,19 +43,28 @@ class Inflow {
     std::size_t taken_ = 0;
 };
 
-/// What inflates gzip: operations of a run-time library, any of which may be missing.
-struct GzipOperations {
-    GZ_InflateInit_t* begin = nullptr;
+/// What unpacks: operations of a run-time library, any of which may be missing.
+struct UnpackOperations {
+    GZ_InflateInit_t* gzip = nullptr;
+    ZLib_InflateInit_t* zlib = nullptr;
+    Raw_InflateInit_t* raw = nullptr;
     ZLib_Inflate_t* step = nullptr;
     ZLib_InflateEnd_t* end = nullptr;
-    [[nodiscard]] bool complete() const noexcept {
-        return begin != nullptr && step != nullptr && end != nullptr;
+
+    static UnpackOperations of(const SshTable& library) {
+        return {library.GZ_InflateInit, library.ZLib_InflateInit, library.Raw_InflateInit,
+                library.ZLib_Inflate, library.ZLib_InflateEnd};
+    }
+    [[nodiscard]] bool can_undo(ContentCoding coding) const noexcept {
+        const bool begins = coding == ContentCoding::gzip ? gzip != nullptr : zlib != nullptr;
+        return begins && step != nullptr && end != nullptr;
     }
 };
 
-/// The decoders that a header asks for. `unsupported` for a content coding that cannot be undone here, or
-/// when the library that undoes it is missing: such a body must not become a file.
-Outcome<std::unique_ptr<BodySource>> make_body(const HttpHead& head, Inflow inflow,
-                                               const GzipOperations& gzip, std::size_t buffer_size);
+/// The decoders of an answer's body: its transfer coding, and `coding`, which is the head's or, where the
+/// bytes are to be kept as they came, identity. `unsupported` when the library that undoes a coding is
+/// missing.
+Outcome<std::unique_ptr<BodySource>> make_body(const HttpHead& head, ContentCoding coding, Inflow inflow,
+                                               const UnpackOperations& operations, std::size_t buffer_size);
 
 }  // namespace vantlow

@@ -29,6 +29,11 @@ HttpLogin* login_for(const HttpHead& head, const HttpLogins& logins) {
     return head.status == 407 ? logins.proxy : nullptr;
 }
 
+bool begins_like_http(std::string_view bytes) {
+    constexpr std::string_view begin = "HTTP";
+    return begin.starts_with(bytes.substr(0, begin.size()));
+}
+
 HttpRequest::Login line_of(HttpLogin& login, const std::string& target) {
     HttpRequest::Login line;
     line.value = login.line("GET", target);
@@ -136,6 +141,12 @@ Result HttpConversation::read_head(Clock::time_point until, HttpHead& head, bool
     std::array<std::byte, head_step> buffer;
     std::size_t searched = 0;
     for (int interim = 0; interim <= most_interim_answers;) {
+        // An empty line behind the answer before (RFC 9112, 2.2) is nothing.
+        if (searched == 0)
+            received_.erase(0, std::min(received_.find_first_not_of("\r\n"), received_.size()));
+        // Something that is no HTTP at all is told at once, not after a time-out.
+        if (!begins_like_http(received_)) return {Code::server_error, "The answer is not an HTTP response."};
+        nothing_came = nothing_came && received_.empty();
         const std::size_t end = find_head_end(received_, searched);
         if (end != std::string::npos) {
             if (Result result = parse_one(end, head); !result.ok()) return result;
@@ -158,21 +169,17 @@ Result HttpConversation::read_head(Clock::time_point until, HttpHead& head, bool
                 return moved.code == Code::transient ? socket_failure(moved.system_error)
                                                      : Result(moved.code);
         }
-        nothing_came = false;
         received_.append(reinterpret_cast<const char*>(buffer.data()), moved.bytes);
-        // Something that is no HTTP at all is told at once, not after a time-out.
-        if (received_.size() >= 4 && !received_.starts_with("HTTP")) {
-            return {Code::server_error, "The answer is not an HTTP response."};
-        }
     }
     return {Code::server_error, "The server sends interim answers without end."};
 }
 
-Result HttpConversation::begin_body(const GzipOperations& gzip, std::size_t buffer_size) {
+Result HttpConversation::begin_body(ContentCoding coding, const UnpackOperations& operations,
+                                    std::size_t buffer_size) {
     const auto* first = reinterpret_cast<const std::byte*>(received_.data());
     Inflow inflow(socket_, std::vector<std::byte>(first, first + received_.size()));
     received_.clear();
-    auto body = make_body(head_, std::move(inflow), gzip, buffer_size);
+    auto body = make_body(head_, coding, std::move(inflow), operations, buffer_size);
     if (!body.ok()) return body.failure();
     body_ = *std::move(body);
     return {};
@@ -180,28 +187,25 @@ Result HttpConversation::begin_body(const GzipOperations& gzip, std::size_t buff
 
 void HttpConversation::skip_body() {
     if (body_) return;
-    HttpHead plain = head_;
-    plain.coding = ContentCoding::identity;
-    std::swap(plain, head_);
     const bool short_enough =
         head_.chunked || (head_.length && *head_.length <= static_cast<std::int64_t>(most_skipped_body));
-    if (head_.keep_alive && short_enough && begin_body({}, head_step).ok()) {
-        std::vector<std::byte> bin(head_step);
-        std::size_t total = 0;
-        const auto until = from_now(std::chrono::seconds(2));
-        while (total < most_skipped_body) {
-            const Moved moved = body_->read(bin, until);
-            if (moved.state != Moved::State::data) break;
-            total += moved.bytes;
-        }
+    if (!head_.keep_alive || !short_enough || !begin_body(ContentCoding::identity, {}, head_step).ok())
+        return;
+    std::vector<std::byte> bin(head_step);
+    std::size_t total = 0;
+    const auto until = from_now(std::chrono::seconds(2));
+    while (total < most_skipped_body) {
+        const Moved moved = body_->read(bin, until);
+        if (moved.state != Moved::State::data) break;
+        total += moved.bytes;
     }
-    std::swap(plain, head_);
 }
 
 void HttpConversation::finish() {
     // 204 and 304 have no body (RFC 9112, 6.3).
     const bool no_body = head_.status == 204 || head_.status == 304;
-    const bool whole = (body_ && body_->is_whole()) || (no_body && received_.empty());
+    const bool whole =
+        (body_ && body_->is_whole()) || (no_body && is_line_end(std::as_bytes(std::span(received_))));
     body_.reset();
     socket_.close(whole && head_.keep_alive);
 }

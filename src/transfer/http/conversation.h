@@ -30,8 +30,9 @@ class HttpConversation {
     Result ask(const ConnectPlan& plan, const HttpRequest& request, HttpHead& head,
                const HttpLogins& logins = {});
 
-    /// Begins the body of the answer to the last ask().
-    Result begin_body(const GzipOperations& gzip, std::size_t buffer_size);
+    /// Begins the body of the answer to the last ask(). `coding` is undone: the answer's own, or identity to
+    /// keep the bytes as they come.
+    Result begin_body(ContentCoding coding, const UnpackOperations& operations, std::size_t buffer_size);
     Moved read(std::span<std::byte> into, Clock::time_point until) { return body_->read(into, until); }
 
     /// Reads away a short body that nobody wants (a redirect's, an error's), so that the connection can be

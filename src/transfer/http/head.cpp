@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "base/text.h"
+#include "base/uri_path.h"
 #include "transfer/http/challenge.h"
 #include "transfer/http/parameter.h"
 
@@ -27,14 +28,25 @@ void read_connection(HttpHead& head, std::string_view value) {
     if (head.closes) head.keep_alive = false;  // whatever else is said (RFC 9112, 9.3)
 }
 
+// Labels that servers put on bytes that are not packed.
+bool is_no_coding(std::string_view word) {
+    constexpr std::array words{"", "identity", "none", "utf-8", "utf8", "aws-chunked"};
+    return std::find(words.begin(), words.end(), word) != words.end();
+}
+
+ContentCoding coding_of(std::string_view word) {
+    if (word == "gzip" || word == "x-gzip") return ContentCoding::gzip;
+    return word == "deflate" ? ContentCoding::deflate : ContentCoding::other;
+}
+
 void read_content_encoding(HttpHead& head, std::string_view value) {
+    const std::string codings = ascii_lower(value);
     // A second field lists a further coding (RFC 9110, 5.3).
-    head.content_encoding += (head.content_encoding.empty() ? "" : ", ") + ascii_lower(value);
-    const std::string& coding = head.content_encoding;
-    if (coding.empty() || coding == "identity") {
-        head.coding = ContentCoding::identity;
-    } else {
-        head.coding = coding == "gzip" || coding == "x-gzip" ? ContentCoding::gzip : ContentCoding::other;
+    head.content_encoding += (head.content_encoding.empty() ? "" : ", ") + codings;
+    for (const std::string_view piece : split(codings, ',')) {
+        const std::string_view word = trim(piece);
+        if (is_no_coding(word)) continue;
+        head.coding = head.coding == ContentCoding::identity ? coding_of(word) : ContentCoding::other;
     }
 }
 
@@ -47,6 +59,7 @@ std::string parameter(std::string_view value, std::string_view name) {
 }
 
 void read_content_range(HttpHead& head, std::string_view value) {
+    head.has_range = true;
     const auto blank = value.find_first_of(" \t=");
     if (blank == std::string_view::npos) return;
     head.range_unit_bytes = iequals(value.substr(0, blank), "bytes");
@@ -121,6 +134,10 @@ constexpr std::array fields{
              }},
     FieldRow{"retry-after", read_retry_after},
     FieldRow{"set-cookie", read_cookie},
+    FieldRow{"strict-transport-security",
+             [](HttpHead& h, std::string_view v) {
+                 if (h.strict_transport.empty()) h.strict_transport = v;
+             }},
     FieldRow{"icy-metaint", [](HttpHead& h, std::string_view v) { h.icy_metaint = parse_decimal(v); }},
 };
 
@@ -199,6 +216,12 @@ Result for_each_line(std::string_view bytes, Use use) {
     return {};
 }
 
+// An address whose server part begins at `server`.
+std::string without_dots_behind(const std::string& address, std::size_t server) {
+    const auto end = std::min(address.find_first_of("/?", server), address.size());
+    return address.substr(0, end) + remove_dot_segments(address.substr(end));
+}
+
 }  // namespace
 
 std::size_t find_head_end(std::string_view bytes, std::size_t search_from) {
@@ -243,33 +266,24 @@ std::string resolve_redirect(std::string_view location, const RedirectBase& base
     constexpr std::array followed{"http://", "https://", "ftp://",  "ftps://",  "sftp://",
                                   "mms://",  "mmst://",  "rtsp://", "rtspt://", "pnm://"};
     for (const std::string_view scheme : followed) {
-        if (istarts_with(target, scheme)) return target;
+        if (istarts_with(target, scheme)) return without_dots_behind(target, scheme.size());
     }
     // Another scheme ("data:", "javascript:", "file:") has its colon before the first slash or question mark.
     const auto colon = target.find(':');
     if (colon != std::string::npos && colon < target.find_first_of("/?")) return {};
-    if (target.starts_with("//")) return base.scheme + ":" + target;
+    if (target.starts_with("//"))
+        return without_dots_behind(base.scheme + ":" + target, base.scheme.size() + 3);
     const bool default_one = base.port == (base.scheme == "https" ? 443 : 80);
     const std::string site =
         base.scheme + "://" + base.host + (default_one ? "" : ":" + std::to_string(base.port));
     if (target.empty()) return {};
-    if (target.front() == '/') return site + target;
     const std::string path = base.path.substr(0, base.path.find('?'));
-    if (target.front() == '?') return site + path + target;
-    // Relative to the folder of the request (RFC 3986, 5.2.3); dot segments are the server's business, but
-    // those at the front are resolved since servers refuse paths that climb.
-    std::string folder = path.substr(0, path.rfind('/') + 1);
-    for (;;) {
-        if (target.starts_with("./")) {
-            target.erase(0, 2);
-        } else if (target.starts_with("../")) {
-            target.erase(0, 3);
-            if (folder.size() > 1) folder.erase(folder.rfind('/', folder.size() - 2) + 1);
-        } else {
-            break;
-        }
-    }
-    return site + (folder.empty() ? "/" : folder) + target;
+    // Relative to the folder of the request (RFC 3986, 5.2.3).
+    std::string folder;
+    if (target.front() == '?') folder = path;
+    if (target.front() != '?' && target.front() != '/') folder = "/" + path.substr(0, path.rfind('/') + 1);
+    if (folder.starts_with("//")) folder.erase(0, 1);
+    return site + remove_dot_segments(folder + target);
 }
 
 }  // namespace vantlow

@@ -22,7 +22,12 @@ struct SetCookie {
 };
 
 enum class AcceptRanges { unsaid, bytes, none };
-enum class ContentCoding { identity, gzip, other };
+enum class ContentCoding {
+    identity,
+    gzip,     ///< RFC 1952
+    deflate,  ///< RFC 1950, or what many servers take for it: RFC 1951
+    other,    ///< one that is not undone here, several, or a word that nobody knows
+};
 
 /// A response's status and the recognised fields.
 struct HttpHead {
@@ -37,6 +42,7 @@ struct HttpHead {
     std::string last_modified;
     std::string etag;
     std::string content_encoding;  ///< as sent, lower case
+    std::string strict_transport;  ///< the first such field (RFC 6797, 8.1), as sent
     bool keep_alive = false;
     bool closes = false;  ///< the server said "close"
     bool chunked = false;
@@ -46,6 +52,7 @@ struct HttpHead {
     std::optional<std::int64_t> range_first;  ///< of content-range
     std::optional<std::int64_t> range_last;
     std::optional<std::int64_t> range_total;  ///< none when it was "*"
+    bool has_range = false;                   ///< there was a content-range, readable or not
     bool range_unit_bytes = false;
     std::optional<std::int64_t> retry_after;  ///< seconds; a date is turned into them by the caller
     std::string retry_after_date;

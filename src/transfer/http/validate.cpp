@@ -6,6 +6,7 @@
 #include "base/string_table.h"
 #include "base/text.h"
 #include "platform/thread.h"
+#include "runtime/host_names.h"
 #include "transfer/http/head.h"
 
 namespace vantlow {
@@ -40,8 +41,9 @@ std::optional<TestAddress> parse_address(std::string_view text) {
         address.port = static_cast<std::uint16_t>(*port);
         address.explicit_port = true;
     }
-    address.shown_host = server.substr(0, colon);
-    address.host = address.shown_host;
+    const auto host = ascii_host(server.substr(0, colon));
+    if (!host) return std::nullopt;
+    address.shown_host = address.host = *host;
     if (address.host.starts_with('[') && address.host.ends_with(']'))
         address.host = address.host.substr(1, address.host.size() - 2);
     return address.host.empty() ? std::nullopt : std::optional(address);

@@ -43,20 +43,23 @@ HttpRequest make_http_request(const SourcePlan& plan, const Target& target, std:
     request.through_proxy = plan.proxy.takes_requests(is_secured(target));
     request.proxy_user = plan.proxy.user;
     request.proxy_password = plan.proxy.password;
-    // What was read in secret is not told in the clear (RFC 9110, 10.1.3).
+    const auto origin = parse_target(plan.origin, plan.utf8);
+    // It is for the host that it was given for. What was read in secret is not told in the clear (RFC
+    // 9110, 10.1.3).
     const Protocol* const referring = find_protocol(plan.referer);
     const bool telling = referring == nullptr || !referring->secured || is_secured(target);
-    if (telling) request.referer = to_ansi(plan.referer);
+    if (telling && origin && iequals(origin->host, target.host)) request.referer = to_ansi(plan.referer);
     request.automatic_referer = plan.automatic_referer;
     request.agent = to_ansi(plan.agent);
     request.start = offset;
-    const auto origin = parse_target(plan.origin, plan.utf8);
     const bool own = origin && is_same_server(*origin, target);
     // An address that a server redirects to in the clear may be anybody's.
     if (in_the_clear || (origin && is_secured(*origin) && !is_secured(target))) return request;
     if (!target.user.empty()) {
         request.user = to_ansi(target.user);
-        request.password = to_ansi(target.password);
+        // "http://user@host" and a password beside it belong together.
+        const bool beside = target.password.empty() && own && (plan.user.empty() || plan.user == target.user);
+        request.password = to_ansi(beside ? plan.password : target.password);
     } else if (own) {
         request.user = to_ansi(plan.user.empty() ? origin->user : plan.user);
         request.password = to_ansi(plan.user.empty() ? origin->password : plan.password);

@@ -15,8 +15,8 @@ bool is_secured(const Target& target);
 std::string cookie_address(const Target& target);
 
 /// The request for the bytes from `offset` on. Credentials and the job's cookies go to the server that they
-/// belong to, and nothing of that kind to a server without TLS where the job, or `in_the_clear` the redirects
-/// that led here, came from one with it.
+/// belong to, a referer to the job's host, and nothing of that kind to a server without TLS where the job, or
+/// `in_the_clear` the redirects that led here, came from one with it.
 HttpRequest make_http_request(const SourcePlan& plan, const Target& target, std::int64_t offset,
                               const CookieJar& jar, bool in_the_clear);
 

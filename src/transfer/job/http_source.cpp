@@ -10,6 +10,7 @@
 #include "transfer/http/content_name.h"
 #include "transfer/http/conversation.h"
 #include "transfer/http/login.h"
+#include "transfer/http/strict_hosts.h"
 #include "transfer/job/http_request.h"
 
 namespace vantlow {
@@ -17,10 +18,6 @@ namespace {
 
 constexpr int most_redirects = 20;
 constexpr std::size_t largest_cookie_file = 8 * 1024 * 1024;
-
-GzipOperations gzip_operations(const SshTable& table) {
-    return {table.GZ_InflateInit, table.ZLib_Inflate, table.ZLib_InflateEnd};
-}
 
 bool is_redirect(const HttpHead& head) {
     switch (head.status) {
@@ -45,6 +42,7 @@ class HttpSource : public Source {
         : context_(context),
           logins_(context.services.memory.of<LoginMemory>()),
           cookies_(context.services.memory.of<CookieJar>()),
+          strict_hosts_(context.services.memory.of<StrictHosts>()),
           socket_(context.services, context.log, context.stop, context.share),
           conversation_(socket_, context.log) {}
 
@@ -57,16 +55,20 @@ class HttpSource : public Source {
 
   private:
     void load_cookies(const std::u16string& path);
+    [[nodiscard]] std::u16string secured_where_wanted(const std::u16string& address) const;
+    void remember(const HttpHead& head, const SourcePlan& plan, const Target& target);
     Result ask(const SourcePlan& plan, const Target& target, std::int64_t offset, HttpHead& head);
     Result redirect(const HttpHead& head, const Target& from, std::u16string& address);
     Result refuse(const HttpHead& head, SourceAnswer& answer);
     Result accept(const SourcePlan& plan, const Target& target, const HttpHead& head, std::int64_t offset,
                   SourceAnswer& answer);
     Result accept_part(const HttpHead& head, std::int64_t offset, SourceAnswer& answer);
+    ContentCoding coding_to_undo(const HttpHead& head, const std::u16string& name);
 
     SourceContext context_;
     LoginMemory& logins_;
     CookieJar& cookies_;
+    StrictHosts& strict_hosts_;
     bool had_user_ = false;      ///< the last request was made with credentials for whoever refused it
     bool in_the_clear_ = false;  ///< redirects led from a server with TLS to this one without
     std::string trouble_;        ///< why the last refusal has no answer
@@ -98,8 +100,7 @@ Result HttpSource::ask(const SourcePlan& plan, const Target& target, std::int64_
     Result result = conversation_.ask(connect, request, head, logins);
     had_user_ = !(head.status == 407 ? request.proxy_user : request.user).empty();
     trouble_ = head.status == 407 && proxy ? proxy->trouble() : server.trouble();
-    if (result.ok())
-        cookies_.take(head.cookies, {target.host, target.path, is_secured(target)}, std::time(nullptr));
+    if (result.ok()) remember(head, plan, target);
     if (result.ok() && head.status == 400 && socket_.is_reused()) {
         // Whatever the server did not understand may have been the end of the answer before: once more,
         // afresh.
@@ -110,17 +111,43 @@ Result HttpSource::ask(const SourcePlan& plan, const Target& target, std::int64_
     return result;
 }
 
+void HttpSource::remember(const HttpHead& head, const SourcePlan& plan, const Target& target) {
+    const auto now = static_cast<std::int64_t>(std::time(nullptr));
+    cookies_.take(head.cookies, {target.host, target.path, is_secured(target)}, now);
+    if (is_secured(target) && plan.trust.verify) strict_hosts_.take(head.strict_transport, target.host, now);
+}
+
+// The address of a host that wants to be reached over TLS only begins with "https://"; its port 80 is 443
+// then, another one stays (RFC 6797, 8.3).
+std::u16string HttpSource::secured_where_wanted(const std::u16string& address) const {
+    const auto target = parse_target(address);
+    const auto now = static_cast<std::int64_t>(std::time(nullptr));
+    if (!target || target->scheme != "http" || !strict_hosts_.contains(target->host, now)) return address;
+    std::u16string secured = u"https" + address.substr(4);
+    if (target->explicit_port && target->port == 80) {
+        const auto end = std::min(secured.find_first_of(u"/?#", 8), secured.size());
+        const auto colon = secured.rfind(u':', end);
+        secured.erase(colon, end - colon);
+    }
+    return secured;
+}
+
 Result HttpSource::open(const SourcePlan& plan, std::int64_t offset, SourceAnswer& answer) {
     retry_after_.reset();
     load_cookies(plan.cookie_file);
     SourcePlan hop = plan;
+    hop.origin = secured_where_wanted(plan.origin);
     bool was_secured = false;
     std::u16string address = plan.address;
     for (int redirects = 0; redirects <= most_redirects; ++redirects) {
+        if (std::u16string secured = secured_where_wanted(address); secured != address) {
+            context_.log.line(Direction::note, "The host wants to be reached over TLS only.");
+            address = std::move(secured);
+        }
         const auto target = parse_target(address, plan.utf8);
         if (!target) {
             context_.log.line(Direction::error, message_text(Message::invalid_url));
-            return {Code::invalid_url, "Invalid URL: " + to_utf8(without_credentials(address))};
+            return {Code::invalid_url, why_no_target(address)};
         }
         in_the_clear_ = was_secured && !is_secured(*target);
         was_secured = was_secured || is_secured(*target);
@@ -162,7 +189,8 @@ Result HttpSource::redirect(const HttpHead& head, const Target& from, std::u16st
         return {Code::server_error, "The server redirects to an address that cannot be followed: \"" +
                                         std::string(head.location.substr(0, 200)) + "\""};
     }
-    address = decode_name(next);
+    // The server's bytes as they are: read as text they might go out as others.
+    address = to_utf16(percent_encode_unsafe(next));
     context_.log.line(Direction::note,
                       message(Message::redirect_to, {to_utf8(without_credentials(address))}));
     const Protocol* protocol = find_protocol(address);
@@ -210,7 +238,8 @@ Result HttpSource::accept_part(const HttpHead& head, std::int64_t offset, Source
                         head.content_type != "multipart/byteranges" &&
                         (!head.range_total || *head.range_total > *head.range_last) &&
                         (!head.length || *head.length - 1 == *head.range_last - *head.range_first);
-    if (!usable) {
+    // Nothing can be unpacked from its middle on.
+    if (!usable || (answer.encoded && offset > 0)) {
         context_.log.line(Direction::error, message_text(Message::partial_refused));
         return Code::range_ignored;
     }
@@ -221,15 +250,34 @@ Result HttpSource::accept_part(const HttpHead& head, std::int64_t offset, Source
     return {};
 }
 
+// What is to be undone of the answer's content coding; the log tells what is not.
+ContentCoding HttpSource::coding_to_undo(const HttpHead& head, const std::u16string& name) {
+    const bool undone = (head.coding == ContentCoding::gzip && !is_gzip_file(head.content_type, name)) ||
+                        head.coding == ContentCoding::deflate;
+    if (undone) return head.coding;
+    if (!head.content_encoding.empty() && head.content_encoding != "identity") {
+        context_.log.line(Direction::note, "The content coding \"" + head.content_encoding.substr(0, 200) +
+                                               "\" is left as it is: the file is kept as it comes.");
+    }
+    return ContentCoding::identity;
+}
+
 Result HttpSource::accept(const SourcePlan& plan, const Target& target, const HttpHead& head,
                           std::int64_t offset, SourceAnswer& answer) {
-    answer.encoded = head.coding != ContentCoding::identity;
+    answer.name = disposition_name(head.content_disposition);
+    if (answer.name.empty()) answer.name = decode_name(head.content_type_name);
+    if (answer.name.empty()) answer.name = path_name(target.path);
+    const ContentCoding coding = coding_to_undo(head, answer.name);
+    answer.encoded = coding != ContentCoding::identity;
     answer.ranges_promised = head.accept_ranges == AcceptRanges::bytes;
     answer.ranges_denied = head.accept_ranges == AcceptRanges::none || answer.encoded;
     answer.version.last_modified = head.last_modified;
     answer.version.etag = head.etag;
     answer.media_type = head.content_type;
-    if (head.status == 206) {
+    // A part that says nothing of its place answers a request for the whole.
+    const bool whole =
+        head.status != 206 || (offset == 0 && !head.has_range && head.content_type != "multipart/byteranges");
+    if (!whole) {
         if (Result result = accept_part(head, offset, answer); !result.ok()) return result;
     } else {
         answer.whole = true;
@@ -237,10 +285,8 @@ Result HttpSource::accept(const SourcePlan& plan, const Target& target, const Ht
         answer.version.size = answer.encoded ? -1 : head.length.value_or(-1);
         if (head.status == 204 || head.status == 205) answer.version.size = 0;
     }
-    answer.name = disposition_name(head.content_disposition);
-    if (answer.name.empty()) answer.name = decode_name(head.content_type_name);
-    if (answer.name.empty()) answer.name = path_name(target.path);
-    Result result = conversation_.begin_body(gzip_operations(context_.libraries.ssh), plan.receive_buffer);
+    Result result =
+        conversation_.begin_body(coding, UnpackOperations::of(context_.libraries.ssh), plan.receive_buffer);
     if (result.code == Code::unsupported && result.detail.empty()) {
         result.detail = missing_library_text("libssh") + " The answer is compressed and cannot be unpacked.";
     }

@@ -18,8 +18,8 @@ struct ChunkStep {
     std::size_t given = 0;
 };
 
-/// Undoes the coding over any division of the bytes. Sizes up to 15 hexadecimal digits; chunk extensions and
-/// trailer fields are skipped, up to 64 KiB of each.
+/// Undoes the coding over any division of the bytes. Sizes up to 16 hexadecimal digits and 2^63 - 1; chunk
+/// extensions and trailer fields are skipped, up to 64 KiB of each.
 class ChunkedDecoder {
   public:
     /// Decodes from `in` into `out`. With state `end` what is left of `in` belongs to the next answer.

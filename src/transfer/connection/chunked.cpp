@@ -1,7 +1,8 @@
-#include "transfer/http/chunked.h"
+#include "transfer/connection/chunked.h"
 
 #include <algorithm>
 #include <cstring>
+#include <limits>
 #include <optional>
 #include <string_view>
 
@@ -11,13 +12,15 @@ namespace vantlow {
 namespace {
 
 constexpr std::size_t most_skipped = 64 * 1024;
-constexpr int most_digits = 15;
+constexpr int most_digits = 16;
+constexpr std::int64_t largest_begin =
+    std::numeric_limits<std::int64_t>::max() / 16;  // before one more digit
 
 }  // namespace
 
 void ChunkedDecoder::size_digit(char c) {
     if (const auto digit = parse_hexadecimal(std::string_view(&c, 1))) {
-        if (++digits_ > most_digits) {
+        if (++digits_ > most_digits || size_ > largest_begin) {
             state_ = State::bad;
         } else {
             size_ = size_ * 16 + *digit;
