@@ -31,7 +31,7 @@ int depth_of(const CClassNode& node) noexcept {
 Exit run_list(StoreCommand& command) {
     std::string text;
     ordered_json all = ordered_json::array();
-    for (const CClassNode* node : command.store.tree().all()) {
+    for (const CClassNode* node : command.engine.categories()) {
         const std::string name = to_utf8(node->name);
         all.push_back({{"id", guid_text(node->identity)},
                        {"name", name},
@@ -47,65 +47,41 @@ Exit run_list(StoreCommand& command) {
     return Exit::done;
 }
 
-// A name that is not taken beside it, so that it can be said; empty when the complaint was made.
-bool is_free(const CClassNode& parent, const std::string& name, const CClassNode* own = nullptr) {
-    if (name.empty() || name.find_first_of("/\n\r") != std::string::npos) {
-        complain("A category cannot be called \"" + name + "\".");
-        return false;
-    }
-    for (const auto& child : parent.children) {
-        if (child.get() == own || !iequals(child->name, to_utf16(name))) continue;
-        complain("There is a category \"" + to_utf8(child->name) + "\" already.");
-        return false;
-    }
-    return true;
-}
-
 Exit run_add(StoreCommand& command, const CategoryOptions& options) {
-    CClassNode* parent = command.store.tree().root();
+    const CClassNode* parent = command.engine.first_category();
     if (!options.other.empty()) parent = find_category(command, options.other);
-    if (parent == nullptr || !is_free(*parent, options.name)) return Exit::failed;
+    if (parent == nullptr) return Exit::failed;
     std::u16string folder;
     if (!options.folder.empty()) folder = absolute_path(to_utf16(options.folder));
-    command.store.add_category(to_utf16(options.name), folder, *parent);
-    return Exit::done;
+    return exit_of(command.engine.add_category(to_utf16(options.name), folder, parent->identity).done,
+                   options.name);
 }
 
 Exit run_remove(StoreCommand& command, const CategoryOptions& options) {
-    CClassNode* node = find_category(command, options.name);
+    const CClassNode* const node = find_category(command, options.name);
     if (node == nullptr) return Exit::failed;
-    if (command.store.remove_category(*node)) return Exit::done;
-    complain("The first category cannot be removed.");
-    return Exit::failed;
+    return exit_of(command.engine.remove_category(node->identity), options.name);
 }
 
 Exit run_rename(StoreCommand& command, const CategoryOptions& options) {
-    CClassNode* node = find_category(command, options.name);
+    const CClassNode* const node = find_category(command, options.name);
     if (node == nullptr) return Exit::failed;
-    if (!is_free(node->parent != nullptr ? *node->parent : *node, options.other, node)) return Exit::failed;
-    node->name = to_utf16(options.other);
-    command.store.changed(*node);
-    return Exit::done;
+    return exit_of(command.engine.rename_category(node->identity, to_utf16(options.other)), options.other);
 }
 
 Exit run_move(StoreCommand& command, const CategoryOptions& options) {
-    CClassNode* node = find_category(command, options.name);
-    CClassNode* parent = find_category(command, options.other);
+    const CClassNode* const node = find_category(command, options.name);
+    const CClassNode* const parent = find_category(command, options.other);
     if (node == nullptr || parent == nullptr) return Exit::failed;
-    if (parent == node->parent) return Exit::done;
-    if (!is_free(*parent, to_utf8(node->name), node)) return Exit::failed;
-    if (!command.store.move_category(*node, *parent)) {
-        complain("A category cannot be moved below itself, and the first one cannot be moved at all.");
-        return Exit::failed;
-    }
-    return Exit::done;
+    return exit_of(command.engine.move_category(node->identity, parent->identity), options.name);
 }
 
 Exit run_move_jobs(StoreCommand& command, const CategoryOptions& options) {
-    CClassNode* category = find_category(command, options.name);
+    const CClassNode* const category = find_category(command, options.name);
     if (category == nullptr) return Exit::failed;
     bool complete = true;
-    for (CJobNode* job : find_jobs(command, options.ids, complete)) command.store.move(*job, *category);
+    for (const Guid& job : find_jobs(command, options.ids, complete))
+        static_cast<void>(command.engine.move(job, category->identity));  // both were found a moment ago
     return complete ? Exit::done : Exit::failed;
 }
 

@@ -23,6 +23,7 @@ void add_commands(CommandSet& commands, const std::vector<std::string>& words) {
     add_add_command(commands);
     add_list_commands(commands);
     add_steer_commands(commands);
+    add_question_commands(commands);
     add_category_commands(commands);
     add_list_file_commands(commands);
     add_settings_commands(commands);

@@ -2,10 +2,8 @@
 
 #include <algorithm>
 
-#include "app/job_runner.h"
 #include "app/serve.h"
 #include "app/store_command.h"
-#include "app/store_jobs.h"
 #include "base/text.h"
 #include "platform/process.h"
 
@@ -25,9 +23,13 @@ std::string plain_path(const std::string& link) {
 Exit add_and_start(StoreCommand& command, const std::vector<std::string>& links) {
     std::vector<std::string> plain(links.size());
     std::transform(links.begin(), links.end(), plain.begin(), plain_path);
-    const AddedJobs added = add_jobs(command, {}, plain, *command.store.tree().root(), false);
-    for (CJobNode* job : added.jobs) command.runner->start(*job);  // as soon as they are safe
-    return added.complete ? Exit::done : Exit::failed;
+    JobDraft draft;
+    draft.links = std::move(plain);
+    const Added added = command.engine.add(draft);
+    for (const DraftFault& fault : added.faults) complain(text_of(fault));
+    for (const Guid& job : added.jobs)
+        static_cast<void>(command.engine.start(job));  // as soon as they are safe
+    return added.faults.empty() ? Exit::done : Exit::failed;
 }
 
 }  // namespace
@@ -46,7 +48,7 @@ Exit run_desktop(CFerrywellApp& app, const GlobalOptions& global, const std::vec
     const auto take_links = [&] {
         return on_store([&](StoreCommand& command) { return add_and_start(command, links); })(app, global);
     };
-    if (app.runner() != nullptr) {
+    if (app.runs_jobs()) {
         if (!links.empty()) return take_links();
         tell_that_it_runs(app, global);
         return Exit::done;

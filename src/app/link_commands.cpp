@@ -6,13 +6,13 @@
 #include <memory>
 
 #include "app/json_text.h"
-#include "app/metafile_plans.h"
 #include "app/say.h"
 #include "base/codes.h"
 #include "base/text.h"
 #include "bt/magnet.h"
 #include "bt/torrent_settings.h"
 #include "ed2k/link.h"
+#include "engine/metafile_plans.h"
 #include "meta/playlist.h"
 #include "platform/file.h"
 #include "store/address.h"

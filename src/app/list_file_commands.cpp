@@ -1,7 +1,6 @@
 // `vantlow export` and `vantlow import`.
 #include <nlohmann/json.hpp>
 
-#include <ctime>
 #include <memory>
 
 #include "app/json_text.h"
@@ -58,14 +57,13 @@ Complaint check_export(const ListFileOptions& options) {
 }
 
 Exit run_export(StoreCommand& command, const ListFileOptions& options) {
-    CClassNode* category = nullptr;
+    const CClassNode* category = nullptr;
     if (!options.category.empty()) {
         category = find_category(command, options.category);
         if (category == nullptr) return Exit::failed;
     }
-    const auto jobs = command.store.jobs_below(category);
-    const std::vector<const CJobNode*> listed(jobs.begin(), jobs.end());
-    const std::string text = write_job_list(listed, format_of(options));
+    const auto jobs = command.engine.jobs_below(category);
+    const std::string text = write_job_list(jobs, format_of(options));
     const std::u16string path = absolute_path(to_utf16(options.file));
     // Passwords may stand in it.
     const FileError error = write_file_atomically(path, std::as_bytes(std::span(text)), Privacy::owner_only);
@@ -82,19 +80,12 @@ Exit run_export(StoreCommand& command, const ListFileOptions& options) {
     return Exit::done;
 }
 
-void file_job(StoreCommand& command, std::unique_ptr<CJobNode> job, CClassNode& category) {
-    if (job->path.empty()) job->path = join_path(category.folder, u"");
-    job->created = static_cast<std::int64_t>(std::time(nullptr));
-    job->state = job->start_mode == 0 ? JobState::stopped : JobState::waiting;
-    command.store.add(std::move(job), category);
-}
-
 std::string note_line(const JobListNote& note, const char* what) {
     return "line " + std::to_string(note.line) + ": " + what + note.text + "\n";
 }
 
 Exit run_import(StoreCommand& command, const ListFileOptions& options) {
-    CClassNode* category = command.store.tree().root();
+    const CClassNode* category = command.engine.first_category();
     if (!options.category.empty()) category = find_category(command, options.category);
     if (category == nullptr) return Exit::failed;
     const std::u16string path = absolute_path(to_utf16(options.file));
@@ -107,9 +98,8 @@ Exit run_import(StoreCommand& command, const ListFileOptions& options) {
     nlohmann::ordered_json ids = nlohmann::ordered_json::array();
     const std::size_t count = list.jobs.size();
     for (auto& job : list.jobs) {
-        const CJobNode& added = *job;
-        file_job(command, std::move(job), *category);
-        ids.push_back(guid_text(added.identity));
+        job->state = job->start_mode == 0 ? JobState::stopped : JobState::waiting;
+        ids.push_back(guid_text(command.engine.file(std::move(job), category->identity)));
     }
     if (command.global.json) {
         nlohmann::ordered_json skipped = nlohmann::ordered_json::array();

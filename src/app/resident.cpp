@@ -28,13 +28,13 @@ CommandAnswer run_words(CFerrywellApp& app, const Command& command) {
 }  // namespace
 
 Resident::~Resident() {
-    app_.set_runner(nullptr);
-    runner_.reset();
+    engine_.end_running();
     watch_.reset();
     frame_.reset();
 }
 
-bool Resident::open(JobStore& store, Frame::Role role, JobRunner::Events events, std::string& error) {
+bool Resident::open(Frame::Role role, std::chrono::milliseconds question_time, bool gathers_log,
+                    std::string& error) {
     Frame::Events frame;
     frame.on_timer = [this](int timer) { on_timer(timer); };
     frame.on_request = [this](const std::string& request, const Frame::Events::Reply& reply) {
@@ -45,9 +45,7 @@ bool Resident::open(JobStore& store, Frame::Role role, JobRunner::Events events,
     if (!frame_) return false;
     using HangUp = InterruptWatch::HangUp;
     watch_.emplace(&on_interrupt, this, role == Frame::Role::main ? HangUp::is_ignored : HangUp::interrupts);
-    events.wake = [this] { wake(); };
-    runner_ = std::make_unique<JobRunner>(app_, store, connections_, threads_, std::move(events));
-    app_.set_runner(runner_.get());
+    engine_.run({connections_, threads_, [this] { wake(); }, question_time, gathers_log});
     if (role == Frame::Role::main) app_.session().publish(frame_->address());
     return publish(error);
 }
@@ -76,18 +74,18 @@ void Resident::wake() {
     frame_->post([this] {
         woken_ = false;
         used_memory_ = true;
-        runner_->pump();
+        engine_.pump();
         look_whether_idle();
     });
 }
 
 void Resident::look_whether_idle() {
-    if (ends_when_idle_ && !runner_->has_work()) frame_->quit();
+    if (ends_when_idle_ && !engine_.has_work()) frame_->quit();
 }
 
 // What jobs and answers held goes back to the system while nobody waits for it.
 void Resident::look_at_memory() {
-    used_memory_ = used_memory_ || runner_->running() > 0;
+    used_memory_ = used_memory_ || engine_.running() > 0;
     const Clock::time_point now = Clock::now();
     if (!used_memory_ || now < next_give_back_) return;
     used_memory_ = false;
@@ -98,13 +96,13 @@ void Resident::look_at_memory() {
 void Resident::on_timer(int timer) {
     switch (timer) {
         case tick_timer:
-            runner_->tick();
-            runner_->pump();
+            engine_.tick();
+            engine_.pump();
             look_whether_idle();
             look_at_memory();
             break;
         case save_timer:
-            runner_->save();
+            engine_.save_behind();
             break;
         case display_timer:
             display_.show();
@@ -140,7 +138,7 @@ void Resident::on_request(const std::string& request, const Frame::Events::Reply
         return;
     }
     // What a command says is true once it is safe.
-    runner_->settle([this, reply, answer = std::move(answer)](const std::string& failure) mutable {
+    engine_.settle([this, reply, answer = std::move(answer)](const std::string& failure) mutable {
         if (!failure.empty()) {
             answer.status = Exit::failed;
             answer.output.clear();
@@ -154,7 +152,7 @@ void Resident::on_request(const std::string& request, const Frame::Events::Reply
 bool Resident::close() {
     if (std::exchange(closed_, true)) return saved_;
     std::string error;
-    saved_ = runner_->close(error);
+    saved_ = engine_.close(error);
     if (!saved_) complain(error);
     return saved_;
 }

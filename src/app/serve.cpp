@@ -3,6 +3,7 @@
 #include <memory>
 
 #include "app/dial_up.h"
+#include "app/engine_voice.h"
 #include "app/hand_over.h"
 #include "app/monitor.h"
 #include "app/resident.h"
@@ -16,6 +17,8 @@
 namespace vantlow {
 namespace {
 
+// Whoever is asked may be away for a while; a job that waits for an answer keeps its place so long.
+constexpr std::chrono::minutes question_patience{5};
 constexpr std::chrono::seconds start_patience{60};
 constexpr std::chrono::milliseconds step{20};
 constexpr std::size_t longest_output = 1U << 20U;
@@ -25,9 +28,9 @@ struct ServeOptions {
     bool background = false;
 };
 
-void start_all(JobStore& store, JobRunner& runner) {
-    for (CJobNode* job : store.jobs_below(nullptr)) {
-        if (job->state != JobState::finished) runner.start(*job);
+void start_all(Engine& engine) {
+    for (const CJobNode* job : engine.jobs_below(nullptr)) {
+        if (job->state != JobState::finished) static_cast<void>(engine.start(job->identity));
     }
 }
 
@@ -53,7 +56,7 @@ void pass_on(const std::u16string& output) {
 
 Exit run_serve(CFerrywellApp& app, const GlobalOptions& global, const ServeOptions& options,
                const std::vector<std::string>& words) {
-    if (app.runner() != nullptr) {
+    if (app.runs_jobs()) {
         tell_that_it_runs(app, global);
         return Exit::done;
     }
@@ -76,18 +79,23 @@ void tell_that_it_runs(CFerrywellApp& app, const GlobalOptions& global) {
 
 Exit stay_resident(CFerrywellApp& app, const GlobalOptions& global, const std::function<void()>& begin) {
     std::string error;
-    JobStore* const store = app.job_store(error);
-    Resident resident(app);
-    if (store == nullptr || !resident.open(*store, Frame::Role::main, {}, error)) return complain(error);
+    Engine* const engine = app.engine(error);
+    if (engine == nullptr) return complain(error);
+    EngineVoice voice;
+    Resident resident(app, *engine);
+    if (!resident.open(Frame::Role::main, question_patience, false, error)) return complain(error);
+    engine->add_listener(voice);
     CJobLog dial_log;
     if (const Result dialled = dial_as_set(app, dial_log); !dialled.ok()) complain(dialled.message());
     associate_as_set(app);
     register_link_formats();
     // Whoever started it in the background says it.
     if (!global.in_background) tell_that_it_runs(app, global);
-    if (app.settings().flag(setting::start_all)) start_all(*store, resident.runner());
+    if (app.settings().flag(setting::start_all)) start_all(*engine);
     if (begin) begin();
-    return resident.run();
+    const Exit status = resident.run();
+    engine->remove_listener(voice);
+    return status;
 }
 
 Exit start_in_background(CFerrywellApp& app, const GlobalOptions& global, std::vector<std::string> words) {

@@ -6,7 +6,6 @@
 #include <vector>
 
 #include "app/command_set.h"
-#include "app/job_runner.h"
 
 namespace vantlow {
 

@@ -16,6 +16,8 @@ enum class Stream { output, error };
 bool is_terminal(Stream stream) noexcept;
 /// Columns of the terminal behind the stream; 80 when it does not tell.
 int terminal_width(Stream stream) noexcept;
+/// Rows of it; 24 when it does not tell.
+int terminal_height(Stream stream) noexcept;
 /// Prepares a terminal for UTF-8 and for cursor movement; false when it cannot move its cursor.
 bool prepare_terminal(Stream stream) noexcept;
 /// To be called at the start of the process, before it opens anything: no file gets the number of a standard

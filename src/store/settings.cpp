@@ -70,6 +70,12 @@ void Settings::override_value(std::u16string_view section, std::u16string_view k
     version_.fetch_add(1, std::memory_order_acq_rel);
 }
 
+bool Settings::is_overridden(const NumberSetting& setting) const {
+    const std::lock_guard guard(mutex_);
+    const auto own = overrides_.find(setting.section);
+    return own != overrides_.end() && own->second.contains(setting.key);
+}
+
 void Settings::refresh() {
     if (backend_ && backend_->refresh()) version_.fetch_add(1, std::memory_order_acq_rel);
 }

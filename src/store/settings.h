@@ -43,6 +43,9 @@ class Settings {
     /// A value for this run only: it hides the stored one and is never written. Changes take effect at once.
     void override_value(std::u16string_view section, std::u16string_view key, std::u16string_view value);
 
+    /// Whether this run has a value of its own.
+    [[nodiscard]] bool is_overridden(const NumberSetting& setting) const;
+
     /// Looks whether the store was changed by somebody else.
     void refresh();
     /// Counts up with every change that this object knows of: readers on a hot path keep a value until it

@@ -156,6 +156,39 @@ TEST_F(StoreCommands, start_runs_jobs_here_and_files_them) {
     EXPECT_EQ(path_kind(folder.path(u"d/b.bin")), PathKind::file);
 }
 
+TEST_F(StoreCommands, jobs_keep_the_rules_that_they_were_filed_with_and_why_they_failed) {
+    const std::string content = make_content(2, 600'000);
+    FileServer server;
+    server.set("/a.bin", {content});
+    server.set("/gone", FileResource{.status = 410, .reason = "Gone for good"});
+    const std::u16string out = folder.path(u"d");
+    ASSERT_TRUE(make_folders(out).ok());
+    const auto run_with = [&](std::vector<std::u16string> words) {
+        folder.write(u"d/a.bin", "there");
+        words.insert(words.end(), {u"-d", out, server.url16("/a.bin")});
+        const std::string id = add(words);
+        const auto begun = std::chrono::steady_clock::now();
+        static_cast<void>(run({u"start", to_utf16(id)}));
+        const std::chrono::duration<double> took = std::chrono::steady_clock::now() - begun;
+        return std::pair(state_of(id), took.count());
+    };
+    EXPECT_EQ(run_with({u"--overwrite", u"overwrite"}).first, "finished");
+    EXPECT_TRUE(file_has(folder.path(u"d/a.bin"), content));
+    EXPECT_EQ(run_with({u"--overwrite", u"cancel"}).first, "failed");
+    EXPECT_EQ(folder.read(u"d/a.bin"), "there");
+    EXPECT_GT(run_with({u"--limit", u"300K", u"--overwrite", u"overwrite"}).second, 1.0);
+    EXPECT_EQ(run({u"add", u"--ca-file", u"not-there", u"http://h/"}).status, 2);
+
+    const std::string id = add({u"-d", out, server.url16("/gone")});
+    EXPECT_EQ(run({u"start", to_utf16(id)}).status, 1);
+    for (const json& job : list()) {
+        if (job["id"] != id) continue;
+        EXPECT_NE(job.value("error", "").find("410 Gone for good"), std::string::npos) << job;
+    }
+    EXPECT_NE(ok({u"list"}).find("410 Gone for good"), std::string::npos);
+    EXPECT_NE(ok({u"show", to_utf16(id)}).find("410 Gone for good"), std::string::npos);
+}
+
 TEST_F(StoreCommands, a_damaged_database_is_rescued_and_told_of) {
     const std::string id = add({u"http://h/a"});
     const std::string bytes = folder.read(u"data/.database");

@@ -25,6 +25,7 @@ namespace vantlow {
 namespace {
 
 constexpr int standard_width = 80;
+constexpr int standard_height = 24;
 constexpr int watched_signals[] = {SIGHUP, SIGINT, SIGTERM};
 constexpr std::size_t hang_up_index = 0;
 
@@ -56,6 +57,12 @@ int terminal_width(Stream stream) noexcept {
     winsize size{};
     const bool told = ::ioctl(descriptor_of(stream), TIOCGWINSZ, &size) == 0 && size.ws_col > 0;
     return told ? size.ws_col : standard_width;
+}
+
+int terminal_height(Stream stream) noexcept {
+    winsize size{};
+    const bool told = ::ioctl(descriptor_of(stream), TIOCGWINSZ, &size) == 0 && size.ws_row > 0;
+    return told ? size.ws_row : standard_height;
 }
 
 bool prepare_terminal(Stream stream) noexcept {

@@ -66,17 +66,14 @@ class SocketFrame final : public Frame {
         std::chrono::milliseconds period;
         Clock::time_point next;
     };
-    struct Request {
-        std::string text;
+    struct Turn {
         std::string answer;  // these two: guarded by mutex_
-        bool answered = false;
+        bool ended = false;
     };
-    void take_answer(Request& request, std::string answer);
+    void end_turn(Turn& turn, std::string answer);
     void serve() noexcept;
     void converse(int fd);
-    bool wait_for_answer(const Request& request);
-    bool comes_round();
-    bool ask(const std::shared_ptr<Request>& request);
+    bool run_in_turn(const std::function<void(const Events::Reply&)>& work, std::string& answer);
     [[nodiscard]] std::optional<int> due_timer();
     [[nodiscard]] Clock::time_point next_timer() const;
 
@@ -191,50 +188,42 @@ void SocketFrame::run() {
     quitting_ = false;
 }
 
-void SocketFrame::take_answer(Request& request, std::string answer) {
+void SocketFrame::end_turn(Turn& turn, std::string answer) {
     {
         const std::lock_guard guard(mutex_);
-        request.answer = std::move(answer);
-        request.answered = true;
+        turn.answer = std::move(answer);
+        turn.ended = true;
     }
     changed_.notify_all();
 }
 
-// False when the frame ends instead.
-bool SocketFrame::wait_for_answer(const Request& request) {
-    std::unique_lock guard(mutex_);
-    changed_.wait(guard, [&] { return closed_ || request.answered; });
-    return request.answered;
-}
-
-// True when the frame's thread has nothing older to do.
-bool SocketFrame::comes_round() {
-    const auto turn = std::make_shared<Request>();
-    post([this, turn] { take_answer(*turn, {}); });
-    return wait_for_answer(*turn);
-}
-
-// True when the frame's thread has answered.
-bool SocketFrame::ask(const std::shared_ptr<Request>& request) {
-    post([this, request] {
-        events_.on_request(request->text,
-                           [here = std::weak_ptr<SocketFrame*>(here_), request](std::string answer) {
-                               if (const auto frame = here.lock())
-                                   (*frame)->take_answer(*request, std::move(answer));
-                           });
+// The frame's thread does the work; true once that has answered, false when the frame ends instead.
+bool SocketFrame::run_in_turn(const std::function<void(const Events::Reply&)>& work, std::string& answer) {
+    const auto turn = std::make_shared<Turn>();
+    post([this, &work, turn] {
+        work([here = std::weak_ptr<SocketFrame*>(here_), turn](std::string text) {
+            if (const auto frame = here.lock()) (*frame)->end_turn(*turn, std::move(text));
+        });
     });
-    return wait_for_answer(*request);
+    std::unique_lock guard(mutex_);
+    changed_.wait(guard, [&] { return closed_ || turn->ended; });
+    answer = std::move(turn->answer);
+    return turn->ended;
 }
 
 void SocketFrame::converse(int fd) {
-    const auto request = std::make_shared<Request>();
+    std::string request;
+    std::string answer;
     std::string go;
     if (!is_same_user(fd)) return;
-    if (!receive_message(fd, request->text, largest_message, Deadline(request_time), &stop_)) return;
+    if (!receive_message(fd, request, largest_message, Deadline(request_time), &stop_)) return;
     if (!send_message(fd, here_mark, Deadline(answer_time), &stop_)) return;
-    if (!comes_round() || !send_message(fd, ready_mark, Deadline(answer_time), &stop_)) return;
+    if (!run_in_turn([](const auto& reply) { reply({}); }, answer) ||
+        !send_message(fd, ready_mark, Deadline(answer_time), &stop_))
+        return;
     if (!receive_message(fd, go, go_mark.size(), Deadline(request_time), &stop_) || go != go_mark) return;
-    if (ask(request)) send_message(fd, request->answer, Deadline(answer_time), nullptr);
+    if (run_in_turn([&](const auto& reply) { events_.on_request(request, reply); }, answer))
+        send_message(fd, answer, Deadline(answer_time), nullptr);
 }
 
 void SocketFrame::serve() noexcept {

@@ -161,6 +161,8 @@ Result FtpSource::open(const SourcePlan& plan, std::int64_t offset, SourceAnswer
     answer.ranges_denied = !file.can_restart;
     answer.version.size = file.size;
     answer.version.last_modified = file.time;
+    // The file's own time, not one that is made for an answer.
+    answer.version.strong_date = !file.time.empty();
     answer.name = decode_name(ftp.path.file);
     answer.address = plan.address;
     return {};

@@ -147,7 +147,9 @@ Result HttpSource::open(const SourcePlan& plan, std::int64_t offset, SourceAnswe
         const auto target = parse_target(address, plan.utf8);
         if (!target) {
             context_.log.line(Direction::error, message_text(Message::invalid_url));
-            return {Code::invalid_url, why_no_target(address)};
+            const std::string where =
+                redirects == 0 ? std::string() : " " + to_utf8(without_credentials(address));
+            return {Code::invalid_url, why_no_target(address) + where};
         }
         in_the_clear_ = was_secured && !is_secured(*target);
         was_secured = was_secured || is_secured(*target);
@@ -273,7 +275,10 @@ Result HttpSource::accept(const SourcePlan& plan, const Target& target, const Ht
     answer.ranges_denied = head.accept_ranges == AcceptRanges::none || answer.encoded;
     answer.version.last_modified = head.last_modified;
     answer.version.etag = head.etag;
-    answer.media_type = head.content_type;
+    answer.version.media_type = head.content_type;
+    const auto changed = parse_http_date(head.last_modified);
+    const auto sent = parse_http_date(head.date);
+    answer.version.strong_date = changed && sent && is_strong_date(*changed, *sent);
     // A part that says nothing of its place answers a request for the whole.
     const bool whole =
         head.status != 206 || (offset == 0 && !head.has_range && head.content_type != "multipart/byteranges");
