@@ -26,8 +26,8 @@ bool CFerrywellApp::start(const StartOptions& options, std::string& error) {
     user_name_ = user_logon_name();
     const DataFolderSources sources{settings_->text(setting::data_folder), program_file_, user_name_,
                                     folder_of(user_data_folder()), path_separator()};
-    const auto can_keep = [](const std::u16string& folder) {
-        return !belongs_to_packages(folder) && can_write_below(folder);
+    const auto can_keep = [&](const std::u16string& folder) {
+        return !belongs_to_packages(folder) && !is_in_build_folder(program_file_) && can_write_below(folder);
     };
     folder_named_ = !options.data_folder.empty();
     data_folder_ = folder_named_ ? absolute_path(options.data_folder)

@@ -75,7 +75,7 @@ Exit run_remove(StoreCommand& command, const CategoryOptions& options) {
     CClassNode* node = find_category(command, options.name);
     if (node == nullptr) return Exit::failed;
     if (command.store.remove_category(*node)) return Exit::done;
-    complain("The first category stays.");
+    complain("The first category cannot be removed.");
     return Exit::failed;
 }
 
@@ -95,7 +95,7 @@ Exit run_move(StoreCommand& command, const CategoryOptions& options) {
     if (parent == node->parent) return Exit::done;
     if (!is_free(*parent, to_utf8(node->name), node)) return Exit::failed;
     if (!command.store.move_category(*node, *parent)) {
-        complain("A category cannot be put below itself, and the first one stays where it is.");
+        complain("A category cannot be moved below itself, and the first one cannot be moved at all.");
         return Exit::failed;
     }
     return Exit::done;
@@ -112,7 +112,7 @@ Exit run_move_jobs(StoreCommand& command, const CategoryOptions& options) {
 }  // namespace
 
 void add_category_commands(CommandSet& commands) {
-    CLI::App& group = commands.add_group("category", "The tree of categories");
+    CLI::App& group = commands.add_group("category", "Manage the tree of categories");
     const auto add = [&](const char* word, const char* description, auto run) {
         const auto options = std::make_shared<CategoryOptions>();
         CLI::App& app = commands.add_on_data_folder(
@@ -120,13 +120,13 @@ void add_category_commands(CommandSet& commands) {
             on_store([options, run](StoreCommand& command) { return run(command, *options); }));
         return std::pair<CLI::App&, Shared>(app, options);
     };
-    add("list", "The categories",
+    add("list", "List the categories",
         [](StoreCommand& command, const CategoryOptions&) { return run_list(command); });
     {
-        const auto [app, options] = add("add", "A new category", run_add);
+        const auto [app, options] = add("add", "Add a category", run_add);
         app.add_option("NAME", options->name)->required();
-        app.add_option("--parent", options->other, "The category that it stands below");
-        app.add_option("--folder", options->folder, "Where its jobs are saved");
+        app.add_option("--parent", options->other, "The category to put it below");
+        app.add_option("--folder", options->folder, "The folder for the files of its jobs");
     }
     {
         const auto [app, options] =
@@ -134,18 +134,18 @@ void add_category_commands(CommandSet& commands) {
         app.add_option("NAME", options->name)->required();
     }
     {
-        const auto [app, options] = add("rename", "Give a category another name", run_rename);
+        const auto [app, options] = add("rename", "Rename a category", run_rename);
         app.add_option("NAME", options->name)->required();
         app.add_option("NEW", options->other, "Its new name")->required();
     }
     {
-        const auto [app, options] = add("move", "Put a category below another one", run_move);
+        const auto [app, options] = add("move", "Move a category below another one", run_move);
         app.add_option("NAME", options->name)->required();
-        app.add_option("PARENT", options->other, "The category that it will stand below")->required();
+        app.add_option("PARENT", options->other, "The category to put it below")->required();
     }
     const auto options = std::make_shared<CategoryOptions>();
     CLI::App& move = commands.add_on_data_folder(
-        "move", "File jobs in another category",
+        "move", "Move jobs to another category",
         on_store([options](StoreCommand& command) { return run_move_jobs(command, *options); }));
     move.add_option("CATEGORY", options->name)->required();
     move.add_option("ID", options->ids, "The jobs")->required();

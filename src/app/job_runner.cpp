@@ -59,7 +59,7 @@ void take_positions(CJobNode& job, CJobNode& from) {
 // The job was cut off between the end of its file and the save that would have told: its partial file is
 // gone, and under its name stands a file of its size that is younger than the job.
 bool ended_unsaved(const CJobNode& job) {
-    if (job.file_size <= 0 || name_of(job.path).empty()) return false;
+    if (job.file_size < 0 || name_of(job.path).empty()) return false;
     if (path_kind(job.path + std::u16string(partial_suffix)) != PathKind::none) return false;
     const FileStamp stamp = file_stamp(job.path);
     return stamp.there && stamp.size == job.file_size && stamp.modified / 1'000'000'000 >= job.created;
@@ -255,7 +255,8 @@ void JobRunner::take_end(CJobQueue::Ended ended) {
         auto newer = ended.job->twin();
         if (ended.outcome.result.kind() == Kind::stopped && !stop_asked) newer->state = JobState::waiting;
         newer->comment = record->comment;
-        CJobNode& job = store_.replace(*record, std::move(newer));
+        CJobNode& job = *record;
+        store_.update(job, std::move(newer));
         const bool followed = ended.outcome.result.ok() && follow(job, ended.outcome);
         const bool file_it =
             !followed && job.state == JobState::finished && app_.settings().flag(setting::move_completed);
@@ -293,7 +294,8 @@ bool JobRunner::follow(CJobNode& job, const JobOutcome& outcome) {
 }
 
 void JobRunner::pump(std::chrono::milliseconds at_most) {
-    store_.work();
+    // In steps, so that nobody waits long for his turn.
+    if (store_.work() && events_.wake) events_.wake();
     take_names();
     for (CJobQueue::Ended& ended : queue_.wait(at_most)) take_end(std::move(ended));
     while (start_next()) continue;
@@ -353,7 +355,12 @@ void JobRunner::look_at_torrents() {
 // What happened to jobs is made safe without anybody's waiting for it.
 void JobRunner::commit() {
     if (pause_ > 0) return;
-    store_.commit([this](const std::string& error) { tell(error); });
+    at_once_ = true;
+    store_.commit([this](const std::string& error) {
+        // Where nothing had to be made safe nothing is known of the disk.
+        if (!error.empty() || !at_once_) tell(error);
+    });
+    at_once_ = false;
 }
 
 void JobRunner::settle(JobStore::Settled settled) {
@@ -383,9 +390,9 @@ void JobRunner::refresh_records() {
         copy->state = JobState::running;
         copy->comment = record->comment;
         if (renamed) {
-            store_.replace(*record, std::move(copy));
+            store_.update(*record, std::move(copy));
         } else {
-            store_.replace_positions(*record, std::move(copy));
+            store_.update_positions(*record, std::move(copy));
         }
     }
 }

@@ -108,6 +108,7 @@ class JobRunner {
     std::unordered_set<Guid, GuidHash> named_;
     bool only_named_ = false;
     int pause_ = 0;               ///< ticks until what failed is tried again
+    bool at_once_ = false;        ///< a commit is being asked for
     std::string told_;            ///< the failure that was told last
     std::size_t notes_told_ = 0;  ///< of the store's
     /// The states in the folders of jobs that the last process left, read once.

@@ -137,17 +137,17 @@ Exit run_log(StoreCommand& command, const std::string& id) {
 void add_list_commands(CommandSet& commands) {
     const auto category = std::make_shared<std::string>();
     CLI::App& list = commands.add_on_data_folder(
-        "list", "The jobs",
+        "list", "List the jobs",
         on_store([category](StoreCommand& command) { return run_list(command, *category); }));
     list.add_option("--category", *category, "Only this category and those below it");
     const auto shown = std::make_shared<std::string>();
     CLI::App& show = commands.add_on_data_folder(
-        "show", "One job with its segments",
+        "show", "Show one job with its segments",
         on_store([shown](StoreCommand& command) { return run_show(command, *shown); }));
     show.add_option("ID", *shown, "The job's id, or the beginning of it")->required();
     const auto logged = std::make_shared<std::string>();
     CLI::App& log = commands.add_on_data_folder(
-        "log", "The log of one job",
+        "log", "Print the log of one job",
         on_store([logged](StoreCommand& command) { return run_log(command, *logged); }));
     log.add_option("ID", *logged, "The job's id, or the beginning of it")->required();
 }

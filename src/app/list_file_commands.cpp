@@ -48,11 +48,12 @@ Complaint check_export(const ListFileOptions& options) {
     }
     const std::u16string both = format.text_delimiter + format.column_delimiter;
     if (format.text_delimiter.empty() || format.column_delimiter.empty())
-        return "a delimiter has at least one character.";
-    if (both.find_first_of(u"\r\n") != std::u16string::npos) return "a delimiter stands on one line.";
+        return "a delimiter needs at least one character.";
+    if (both.find_first_of(u"\r\n") != std::u16string::npos)
+        return "a delimiter must not contain a line break.";
     const bool alike = format.text_delimiter.starts_with(format.column_delimiter) ||
                        format.column_delimiter.starts_with(format.text_delimiter);
-    if (alike) return "the two delimiters must not begin alike.";
+    if (alike) return "neither delimiter may begin with the other.";
     return std::nullopt;
 }
 
@@ -139,15 +140,15 @@ void add_list_file_commands(CommandSet& commands) {
     out.add_option("--fields", from->fields,
                    "Extra columns: Referer,Folder,Filename,Locally,Username,Password,"
                    "StartMode,Comment,Threads,UTF-8,Agent");
-    out.add_option("--text-delimiter", from->text_delimiter, "Stands around each value (default \")");
+    out.add_option("--text-delimiter", from->text_delimiter, "Put around each value (default: \")");
     out.add_option("--column-delimiter", from->column_delimiter,
-                   "Stands between values (default ,; \\t: a tab)");
+                   "Put between values (default: a comma; \\t is a tab)");
     const auto to = std::make_shared<ListFileOptions>();
     CLI::App& in = commands.add_on_data_folder(
-        "import", "Make jobs of a job list file, or of a list of links",
+        "import", "Add the jobs of a job list file, or of a list of links",
         on_store([to](StoreCommand& command) { return run_import(command, *to); }));
     in.add_option("FILE", to->file)->required();
-    in.add_option("--category", to->category, "The category to file them in");
+    in.add_option("--category", to->category, "The category for the jobs");
 }
 
 }  // namespace vantlow

@@ -27,7 +27,7 @@ Complaint take_setting(CFerrywellApp& app, const std::u16string& text, RunOption
     const auto number = parse_decimal(to_utf8(text));
     if (!number) {
         const auto proxy = parse_proxy(text);
-        if (!proxy) return "the setting Connection/Proxy names no proxy.";
+        if (!proxy) return "the setting Connection/Proxy is not the address of a proxy.";
         run.proxy = proxy_plan(*proxy);
         return std::nullopt;
     }
@@ -35,7 +35,8 @@ Complaint take_setting(CFerrywellApp& app, const std::u16string& text, RunOption
     std::string error;
     if (!load_proxies(app.data_folder(), list, error)) return error;
     if (*number < 1 || *number > static_cast<std::int64_t>(list.size()))
-        return "the proxy list has no number " + std::to_string(*number) + ", which Connection/Proxy names.";
+        return "the proxy list has no number " + std::to_string(*number) +
+               ", which the setting Connection/Proxy asks for.";
     run.proxy = proxy_plan(list[static_cast<std::size_t>(*number) - 1]);
     return std::nullopt;
 }
@@ -54,7 +55,7 @@ void take_environment(RunOptions& run) {
         if (!plan.is_used()) {
             plan = {};
             plan.kind = ProxyPlan::http_tunnel;
-            plan.trouble = std::string(name) + " in the environment names no proxy that can be used.";
+            plan.trouble = std::string(name) + " in the environment is not the address of a proxy that can be used.";
         }
         rules->set(scheme, std::move(plan));
         any = true;

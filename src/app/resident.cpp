@@ -19,7 +19,7 @@ CommandAnswer run_words(CFerrywellApp& app, const Command& command) {
         answer.status = command.status;
         return answer;
     }
-    if (!command.global.set.empty()) complain("--set does not reach the instance that runs already.");
+    if (!command.global.set.empty()) complain("--set has no effect on the Vantlow that is running already.");
     app.settings().refresh();
     answer.status = command.run(app, command.global);
     return answer;
@@ -30,6 +30,7 @@ CommandAnswer run_words(CFerrywellApp& app, const Command& command) {
 Resident::~Resident() {
     app_.set_runner(nullptr);
     runner_.reset();
+    watch_.reset();
     frame_.reset();
 }
 
@@ -42,14 +43,26 @@ bool Resident::open(JobStore& store, Frame::Role role, JobRunner::Events events,
     frame.on_session_end = [this] { close(); };
     frame_ = Frame::open(app_.data_folder(), role, std::move(frame), error);
     if (!frame_) return false;
+    using HangUp = InterruptWatch::HangUp;
+    watch_.emplace(&on_interrupt, this, role == Frame::Role::main ? HangUp::is_ignored : HangUp::interrupts);
     events.wake = [this] { wake(); };
     runner_ = std::make_unique<JobRunner>(app_, store, connections_, threads_, std::move(events));
     app_.set_runner(runner_.get());
     if (role == Frame::Role::main) app_.session().publish(frame_->address());
-    const FileError published = app_.folder_lock().publish(frame_->address());
-    if (!published.ok())
-        error = "The data folder " + to_utf8(app_.data_folder()) + " cannot be written: " + published.text();
-    return published.ok();
+    return publish(error);
+}
+
+// Where the folder is not this process's, a further attempt says what keeps it from being that.
+bool Resident::publish(std::string& error) {
+    using Claim = DataFolderLock::Claim;
+    FileError failure;
+    DataFolderLock& lock = app_.folder_lock();
+    const std::string folder = "The data folder " + to_utf8(app_.data_folder());
+    const Claim claim = lock.is_mine() ? Claim::mine : lock.claim(app_.data_folder(), failure);
+    if (claim == Claim::mine) failure = lock.publish(frame_->address());
+    if (claim == Claim::taken) error = folder + " is in use by another Vantlow.";
+    if (!failure.ok()) error = folder + " cannot be written: " + failure.text();
+    return claim == Claim::mine && failure.ok();
 }
 
 void Resident::end_when_idle(Display display) {
@@ -104,7 +117,10 @@ void Resident::on_timer(int timer) {
 void Resident::on_request(const std::string& request, const Frame::Events::Reply& reply) {
     const auto words = decode_words(request);
     if (!words) {
-        reply(encode(CommandAnswer{Exit::usage, {}, "vantlow: not understood.\n"}));
+        reply(encode(CommandAnswer{
+            Exit::usage,
+            {},
+            "vantlow: The running Vantlow does not understand this command; it may be another version.\n"}));
         return;
     }
     ConsoleCapture capture(words->input);
@@ -150,7 +166,6 @@ void Resident::on_interrupt(void* context, int count) {
 }
 
 Exit Resident::run() {
-    const InterruptWatch watch(&on_interrupt, this);
     frame_->set_timer(tick_timer, std::chrono::seconds(1));
     frame_->set_timer(save_timer, std::chrono::seconds(app_.settings().number(setting::save_interval)));
     if (display_.interval.count() > 0) frame_->set_timer(display_timer, display_.interval);
@@ -158,7 +173,10 @@ Exit Resident::run() {
     frame_->run();
     const bool saved = close();
     const Exit status = app_.stop().requested() ? Exit::interrupted : saved ? Exit::done : Exit::failed;
-    return leave(connections_.resolver, status, [this] { frame_.reset(); });  // its answers are sent
+    return leave(connections_.resolver, status, [this] {
+        watch_.reset();
+        frame_.reset();  // its answers are sent
+    });
 }
 
 }  // namespace vantlow

@@ -3,6 +3,7 @@
 
 #include <atomic>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "app/exit.h"
@@ -43,6 +44,7 @@ class Resident {
     void look_whether_idle();
     void look_at_memory();
     bool close();
+    bool publish(std::string& error);
     static void on_interrupt(void* context, int count);
 
     CFerrywellApp& app_;
@@ -50,6 +52,7 @@ class Resident {
     ThreadPool threads_;
     std::unique_ptr<Frame> frame_;
     std::unique_ptr<JobRunner> runner_;
+    std::optional<InterruptWatch> watch_;  ///< from the frame's beginning on; ends before it
     Display display_;
     bool ends_when_idle_ = false;
     bool used_memory_ = false;  ///< since some was given back last

@@ -17,9 +17,10 @@ struct SteerOptions {
     bool files = false;
 };
 
-Complaint check_ids(const SteerOptions& options) {
-    if (options.ids.empty() && !options.all) return "name jobs, or say --all.";
-    if (!options.ids.empty() && options.all) return "name jobs or say --all, not both.";
+Complaint check_ids(const SteerOptions& options, bool has_all) {
+    if (options.ids.empty() && !has_all) return "name at least one job.";
+    if (options.ids.empty() && !options.all) return "name at least one job, or use --all.";
+    if (!options.ids.empty() && options.all) return "name jobs or use --all, not both.";
     return std::nullopt;
 }
 
@@ -32,7 +33,7 @@ Exit run_start(StoreCommand& command, const SteerOptions& options) {
     std::vector<CJobNode*> jobs = chosen_jobs(command, options, complete);
     std::erase_if(jobs, [&](const CJobNode* job) {
         const bool finished = job->state == JobState::finished;
-        if (finished && !options.all) complain(guid_text(job->identity) + " is finished already.");
+        if (finished && !options.all) complain(guid_text(job->identity) + " has finished already.");
         return finished;
     });
     if (!complete && jobs.empty()) return Exit::failed;
@@ -104,15 +105,15 @@ void add_steer_commands(CommandSet& commands) {
         CLI::App& app = commands.add_on_data_folder(
             word, description,
             on_store([options, run](StoreCommand& command) { return run(command, *options); }),
-            [options] { return check_ids(*options); });
+            [options, has_all] { return check_ids(*options, has_all); });
         app.add_option("ID", options->ids, "The jobs' ids, or the beginnings of them");
         if (has_all) app.add_flag("--all", options->all, "All jobs");
         return {app, *options};
     };
-    add("start", "Run jobs: here, where no instance runs", run_start, true);
-    add("stop", "Stop jobs; what they have stays", run_stop, true);
-    const auto [remove, options] = add("remove", "Remove jobs from the store", run_remove, false);
-    remove.add_flag("--files", options.files, "Their files too");
+    add("start", "Start jobs; in this terminal, where the resident program is not running", run_start, true);
+    add("stop", "Stop jobs; what they have downloaded is kept", run_stop, true);
+    const auto [remove, options] = add("remove", "Remove jobs from the list", run_remove, false);
+    remove.add_flag("--files", options.files, "Delete their files, too");
 }
 
 }  // namespace vantlow

@@ -52,7 +52,7 @@ CClassNode* find_category(StoreCommand& command, const std::string& name) {
     const auto found = command.store.tree().find_named(to_utf16(name));
     if (found.size() == 1) return found.front();
     complain(found.empty() ? "There is no category \"" + name + "\"."
-                           : "More than one category is called \"" + name + "\": say which as PARENT/NAME.");
+                           : "More than one category is called \"" + name + "\": write it as PARENT/NAME.");
     return nullptr;
 }
 

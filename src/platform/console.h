@@ -38,8 +38,11 @@ std::optional<std::string> read_terminal_line(const StopSource& stop);
 /// SIGTERM, console close or log-off until the object ends. One object at a time.
 class InterruptWatch {
   public:
+    /// What the end of the terminal is (SIGHUP): an interrupt like the others, or nothing to a program that
+    /// is meant to outlive it. Where a console ends its programs there is no choice.
+    enum class HangUp { interrupts, is_ignored };
     using Handler = void (*)(void* context, int count);
-    InterruptWatch(Handler handler, void* context);
+    InterruptWatch(Handler handler, void* context, HangUp hang_up = HangUp::interrupts);
     ~InterruptWatch();
     InterruptWatch(const InterruptWatch&) = delete;
     InterruptWatch& operator=(const InterruptWatch&) = delete;

@@ -42,7 +42,6 @@ inline constexpr std::size_t unused_segment_pair = 2 * 8;  // segment fields 6 a
 
 // The least that a record takes in the file, every text of it empty: more of them than fit in what is left of
 // a file cannot be there, whatever a count says.
-inline constexpr std::size_t smallest_job = 83 + 152 + 4 + 1;
 inline constexpr std::size_t smallest_segment = 118;
 inline constexpr std::size_t schedule_size = 1 + 4 + 4 + 8;
 

@@ -226,7 +226,6 @@ std::unique_ptr<CClassNode> read_category(FieldReader& in, const Guid& identity)
     node->folder = in.text();
     const std::int32_t count = in.i32();
     if (!in.ok()) return nullptr;
-    node->jobs.reserve(bounded(count, in.left(), fields::smallest_job));
     for (std::int32_t i = 0; i < count; ++i) {
         auto job = read_job(in);
         if (!job) {

@@ -180,32 +180,33 @@ void write_category_head(FieldWriter& out, const CClassNode& node, std::size_t j
 
 namespace {
 
-void write_category(FieldWriter& out, const CClassNode& node) {
-    write_category_head(out, node, node.jobs.size());
-    for (const auto& job : node.jobs) write_job(out, *job, node.identity);
-}
-
 void write_header(FieldWriter& out) {
     static_assert(database_version == 59);
     out.raw("Q!59", fields::header_size);
 }
 
+}  // namespace
+
 // In the order of a walk that shows each category before its children; without a stack frame for each level.
-void write_tree(FieldWriter& out, const CClassNode& root) {
+void write_categories(FieldWriter& out, const CategoryTree& tree, const WriteJobs& write_jobs) {
     struct Level {
         const CClassNode* node;
         std::size_t next;  // child to come
     };
-    std::vector<Level> above{{&root, 0}};
-    write_category(out, root);
+    std::vector<Level> above;
+    const auto begin = [&](const CClassNode& node) {
+        write_category_head(out, node, node.jobs.size());
+        write_jobs(node);
+        above.push_back({&node, 0});
+    };
+    write_header(out);
+    if (tree.root() != nullptr) begin(*tree.root());
     while (!above.empty()) {
         Level& level = above.back();
         const auto& children = level.node->children;
         if (level.next == 0 && !children.empty()) out.guid(descend_marker());
         if (level.next < children.size()) {
-            const CClassNode& child = *children[level.next++];
-            write_category(out, child);
-            above.push_back({&child, 0});
+            begin(*children[level.next++]);
         } else {
             if (!children.empty()) out.guid(ascend_marker());
             above.pop_back();
@@ -213,22 +214,19 @@ void write_tree(FieldWriter& out, const CClassNode& root) {
     }
 }
 
-}  // namespace
-
 void save_database(const CategoryTree& tree, CQoMemFile& file) {
+    const auto write = [&](FieldWriter& out) {
+        write_categories(out, tree, [&](const CClassNode& node) {
+            for (const auto& job : node.jobs) write_job(out, *job, node.identity);
+        });
+    };
     // Counted first: a database that grew while it was written would for a moment take three times its size.
     FieldWriter counter(nullptr);
-    write_header(counter);
-    if (tree.root() != nullptr) write_tree(counter, *tree.root());
+    write(counter);
     file.reserve(file.size() + counter.written());
     MemFileSink sink(file);
-    save_database(tree, sink);
-}
-
-void save_database(const CategoryTree& tree, ByteSink& sink) {
     FieldWriter out(&sink);
-    write_header(out);
-    if (tree.root() != nullptr) write_tree(out, *tree.root());
+    write(out);
     out.flush();
 }
 

@@ -19,8 +19,6 @@
 
 namespace vantlow {
 
-class CTransferSubThread;  // of the transfer engine; the store only carries the reference
-
 /// A fresh identity.
 Guid new_guid();
 
@@ -85,7 +83,7 @@ class CJobSeg {
     std::int64_t start_time = 0;           ///< milliseconds, for time-indexed streams
     std::int64_t end_time = 0;             ///< milliseconds
     std::int64_t first_block = 0;          ///< index of the first whole block that the segment covers
-    CTransferSubThread* worker = nullptr;  ///< works on it now; not saved
+    int worker = 0;                        ///< number of the connection that works on it; 0: none; not saved
 
     /// The extra attributes for changing; they are made when they are not there yet.
     [[nodiscard]] Extra& extra();
@@ -107,24 +105,12 @@ std::string_view job_state_name(JobState state) noexcept;
 struct Validators {
     std::string etag;           ///< as sent, quotes and W/ included; empty when there was none
     std::string last_modified;  ///< as sent; empty when there was none
+    bool strong_date = false;   ///< last_modified was a minute old when it was sent (RFC 9110, 8.8.2.2)
+    std::string media_type{};   ///< of the answer, lower case, without parameters; empty: unsaid
 };
 
-/// One job. Owns its segments and its schedule.
-class CJobNode : public CQueueNode {
-  public:
-    CJobNode() = default;
-    /// Copies everything but the identity (the copy is a job of its own) and of the segments only start and
-    /// end.
-    CJobNode(const CJobNode& other);
-    CJobNode& operator=(const CJobNode&) = delete;
-    ~CJobNode() override = default;
-    /// The same job once more, identity and everything of its segments but their workers included: what is
-    /// saved, or handed to who runs it.
-    [[nodiscard]] std::unique_ptr<CJobNode> twin() const;
-
-    Guid identity;  ///< of the job itself; zero until it is filed
-    Guid category;  ///< of the category that it is filed under
-
+/// What is known of a job, but for its segments and its timetable.
+struct JobFacts {
     std::u16string address;
     std::u16string fragment;  ///< what followed "#" in the address, with the "#"; never sent
     std::u16string referer;
@@ -158,12 +144,35 @@ class CJobNode : public CQueueNode {
     JobState state = JobState::waiting;
     Code result = Code::ok;  ///< of the last run
     Validators validators;
-    std::vector<std::unique_ptr<CJobSeg>> segments;  ///< in file order
-    std::vector<std::unique_ptr<CScheduleNode>> schedule;
     std::vector<std::uint8_t> bit_map;          ///< finished blocks, one bit each, or empty
     std::int32_t bit_count = 0;                 ///< bits of `bit_map`, which has (bit_count + 7) / 8 bytes
     std::string bit_map_mark;                   ///< what the map was made for: those who read it know
     std::shared_ptr<const JobSources> sources;  ///< null for a job of one address without hashes
+};
+
+/// Where a job stands in its category: see JobSequence.
+struct JobBlock;
+
+/// One job. Owns its segments and its schedule.
+class CJobNode : public CQueueNode, public JobFacts {
+  public:
+    CJobNode() = default;
+    /// Copies everything but the identity (the copy is a job of its own) and of the segments only start and
+    /// end.
+    CJobNode(const CJobNode& other);
+    CJobNode& operator=(const CJobNode&) = delete;
+    ~CJobNode() override = default;
+    /// The same job once more, identity and everything of its segments but their workers included: what is
+    /// saved, or handed to who runs it.
+    [[nodiscard]] std::unique_ptr<CJobNode> twin() const;
+    /// Becomes what the other one is, which is left empty; identity, category and order stay.
+    void take_from(CJobNode& other) noexcept;
+
+    Guid identity;  ///< of the job itself; zero until it is filed
+    Guid category;  ///< of the category that it is filed under
+
+    std::vector<std::unique_ptr<CJobSeg>> segments;  ///< in file order
+    std::vector<std::unique_ptr<CScheduleNode>> schedule;
 
     /// Appends a segment; callers keep the order of the file.
     CJobSeg& append_segment(std::int64_t start, std::int64_t end);
@@ -171,6 +180,10 @@ class CJobNode : public CQueueNode {
     [[nodiscard]] std::int32_t thread_limit() const noexcept;
     /// How often a connection of this job tries again (-1: without limit); none where the settings decide.
     [[nodiscard]] std::optional<std::int32_t> own_retry_limit() const noexcept;
+
+  private:
+    friend class JobSequence;
+    JobBlock* block_ = nullptr;
 };
 
 /// The job's named attributes, in their fixed order, wide and narrow.

@@ -6,9 +6,8 @@
 #include "base/text.h"
 
 namespace vantlow {
-namespace {
 
-std::optional<std::int64_t> read_number(std::u16string_view text) {
+std::optional<std::int64_t> read_setting_number(std::u16string_view text) {
     const std::string narrow = to_utf8(text);
     std::string_view digits = trim(narrow);
     const bool negative = !digits.empty() && digits[0] == '-';
@@ -19,8 +18,6 @@ std::optional<std::int64_t> read_number(std::u16string_view text) {
     const std::int64_t value = parse_decimal(digits).value_or(largest);
     return negative ? -value : value;
 }
-
-}  // namespace
 
 Settings::Settings() = default;
 Settings::Settings(std::unique_ptr<SettingsBackend> backend) : backend_(std::move(backend)) {}
@@ -44,7 +41,7 @@ std::u16string Settings::text(std::u16string_view section, std::u16string_view k
 std::int64_t Settings::number(std::u16string_view section, std::u16string_view key,
                               std::int64_t standard) const {
     const auto value = find(section, key);
-    return value ? read_number(*value).value_or(standard) : standard;
+    return value ? read_setting_number(*value).value_or(standard) : standard;
 }
 
 std::int64_t Settings::number(const NumberSetting& setting) const {

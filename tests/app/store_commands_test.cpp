@@ -69,6 +69,11 @@ TEST_F(StoreCommands, say_what_is_wrong) {
         {{u"stop"}, 2},
         {{u"settings", u"get", u"NoSlash"}, 2},
         {{u"settings", u"get", u"Not/There"}, 1},
+        {{u"settings", u"set", u"Not/There", u"1"}, 2},
+        {{u"settings", u"unset", u"Not/There"}, 2},
+        {{u"settings", u"set", u"Performance/MaxJobs", u"many"}, 2},
+        {{u"--set", u"Performance/MaxJob=5", u"list"}, 2},
+        {{u"--set", u"Performance/MaxJobs=5x", u"list"}, 2},
     };
     for (const Case& c : cases) {
         const RunResult result = run(c.words);
@@ -76,6 +81,39 @@ TEST_F(StoreCommands, say_what_is_wrong) {
         EXPECT_FALSE(result.err.empty()) << to_utf8(c.words[0]);
     }
     EXPECT_EQ(list().size(), 1U);
+}
+
+TEST_F(StoreCommands, name_the_settings_that_may_have_been_meant) {
+    struct Case {
+        const char16_t* said;
+        const char* told;
+    };
+    for (const Case& c : {Case{u"Performance/MaxJob", "Did you mean Performance/MaxJobs?"},
+                          Case{u"download/MaxPerServer", "Did you mean Connection/MaxPerServer?"},
+                          Case{u"Connection/SpeedLimit", "Did you mean Connection/Speed Limit"},
+                          Case{u"Xyzzy/Plugh", "vantlow settings describe"}}) {
+        const RunResult result = run({u"settings", u"set", c.said, u"1"});
+        EXPECT_NE(result.err.find(c.told), std::string::npos) << result.err;
+    }
+    EXPECT_EQ(ok({u"settings", u"get", u"performance/maxjobs"}), "3\n") << "its default";
+    const RunResult large = run({u"settings", u"set", u"Performance/MaxJobs", u"5000"});
+    EXPECT_EQ(large.status, 0);
+    EXPECT_NE(large.err.find("1 to 1000"), std::string::npos) << large.err;
+    EXPECT_EQ(ok({u"settings", u"get", u"Performance/MaxJobs", u"--json"}), "\"5000\"\n");
+    folder.write(u"settings.ini", "[Performance]\nMaxJobs=many\nMinJobs=1\n");
+    const std::string told = run({u"settings", u"list"}).err;
+    EXPECT_NE(told.find("not \"many\""), std::string::npos) << told;
+    EXPECT_NE(told.find("no setting Performance/MinJobs"), std::string::npos) << told;
+    ok({u"settings", u"unset", u"Performance/MinJobs"});
+    EXPECT_EQ(ok({u"settings", u"describe"}).find("Language"), std::string::npos);
+}
+
+TEST_F(StoreCommands, keep_nothing_in_the_folder_that_the_program_was_built_in) {
+    if (path_separator() == u'\\') GTEST_SKIP() << "the user's own folder is the system's there";
+    RunOptions options = environment();
+    options.environment[0].second = u"";  // VANTLOW_DATA_DIR
+    EXPECT_EQ(run_vantlow({u"add", u"--paused", u"http://h/a"}, options).status, 0);
+    EXPECT_TRUE(folder.has(u"xdg-data/vantlow/.database"));
 }
 
 TEST_F(StoreCommands, export_and_import_into_another_data_folder) {

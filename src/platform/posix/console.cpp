@@ -25,7 +25,8 @@ namespace vantlow {
 namespace {
 
 constexpr int standard_width = 80;
-constexpr int watched_signals[] = {SIGINT, SIGTERM, SIGHUP};
+constexpr int watched_signals[] = {SIGHUP, SIGINT, SIGTERM};
+constexpr std::size_t hang_up_index = 0;
 
 int descriptor_of(Stream stream) noexcept {
     return stream == Stream::output ? STDOUT_FILENO : STDERR_FILENO;
@@ -128,7 +129,7 @@ struct InterruptWatch::State {
     State& operator=(const State&) = delete;
     ~State();
 
-    bool begin();
+    bool begin(HangUp hang_up);
     void run() noexcept;
 
     Handler handler;
@@ -152,7 +153,7 @@ InterruptWatch::State::~State() {
     if (counter >= 0) ::close(counter);
 }
 
-bool InterruptWatch::State::begin() {
+bool InterruptWatch::State::begin(HangUp hang_up) {
     if (ask_hook(Operation::make_event) == 0) counter = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
     if (counter < 0 || end.native() < 0) return false;
     if (!start_thread(thread, [this] { run(); }).ok()) return false;
@@ -163,9 +164,12 @@ bool InterruptWatch::State::begin() {
     sigemptyset(&action.sa_mask);
     for (std::size_t i = 0; i < std::size(watched_signals); ++i) {
         ::sigaction(watched_signals[i], &action, &before[i]);
-        // nohup: the program is meant to outlive its terminal.
-        const bool hang_up_ignored = watched_signals[i] == SIGHUP && before[i].sa_handler == SIG_IGN;
-        if (hang_up_ignored) ::sigaction(SIGHUP, &before[i], nullptr);
+    }
+    // nohup: any program can be meant to outlive its terminal.
+    const bool nohup = before[hang_up_index].sa_handler == SIG_IGN;
+    if (nohup || hang_up == HangUp::is_ignored) {
+        action.sa_handler = SIG_IGN;
+        ::sigaction(SIGHUP, &action, nullptr);
     }
     watching = true;
     return true;
@@ -183,10 +187,10 @@ void InterruptWatch::State::run() noexcept {
     }
 }
 
-InterruptWatch::InterruptWatch(Handler handler, void* context) : state_(nullptr) {
+InterruptWatch::InterruptWatch(Handler handler, void* context, HangUp hang_up) : state_(nullptr) {
     auto state = std::make_unique<State>(handler, context);
     // Where it cannot begin, the signals keep ending the process.
-    if (state->begin()) state_ = state.release();
+    if (state->begin(hang_up)) state_ = state.release();
 }
 
 InterruptWatch::~InterruptWatch() {

@@ -144,7 +144,8 @@ BOOL WINAPI InterruptWatch::State::on_event(DWORD kind) {
     return TRUE;
 }
 
-InterruptWatch::InterruptWatch(Handler handler, void* context) : state_(new State{handler, context, 0}) {
+InterruptWatch::InterruptWatch(Handler handler, void* context, HangUp /*hang_up*/)
+    : state_(new State{handler, context, 0}) {
     {
         const std::lock_guard guard(State::mutex);
         State::current = state_;

@@ -9,19 +9,14 @@
 
 namespace vantlow {
 
-SourcePlan CTransferMainThread::plan(CTransferSubThread& asker) {
+SourcePlan CTransferMainThread::plan(Worker& asker) {
     const Settings& settings = services_.settings;
     SourcePlan plan;
     {
         const std::lock_guard guard(lock_);
-        if (asker.mirror == MirrorSet::none) {
-            asker.mirror = mirrors_.choose(job_.thread_limit(),
-                                           [&](int mirror) { return may_serve(mirror, *asker.segment); });
-            // Somebody else was faster: the failure to come looks for the next chance.
-            if (asker.mirror == MirrorSet::none) return plan;
-            ++mirrors_.at(asker.mirror).connections;
-        }
-        const Mirror& mirror = mirrors_.at(asker.mirror);
+        // Somebody else was faster: the failure to come looks for the next chance.
+        if (!policy_.choose_mirror(asker, Clock::now())) return plan;
+        const Mirror& mirror = policy_.mirrors().at(asker.mirror);
         plan.origin = mirror.address;
         plan.address = mirror.effective.empty() ? mirror.address : mirror.effective;
         if (mirror.own_server) {

@@ -2,9 +2,11 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
+#include "base/clock.h"
 #include "base/result.h"
 
 namespace vantlow {
@@ -24,6 +26,11 @@ struct JobProgress {
     };
     std::vector<Missing> missing;
     std::string notice;  ///< the last trouble that the job goes on from, UTF-8; empty when there is none
+    /// Why no connection receives, UTF-8; empty while one does, or the job has just begun.
+    std::string waiting_for;
+    int attempts = 0;  ///< in a row that brought nothing, while `waiting_for` says something
+    std::optional<Clock::time_point> next_try;  ///< when the next attempt is made, where that is not now
+    int restarts = 0;  ///< times that the file on the server was another version, and everything began anew
 };
 
 /// How a job's run ended.
@@ -33,6 +40,7 @@ struct JobOutcome {
     std::int64_t size = -1;
     std::int64_t received = 0;
     double seconds = 0;
+    int restarts = 0;          ///< as in JobProgress: "The file on the server is newer, download it again."
     std::string media_type{};  ///< as the server said, lower case, without parameters; may be empty
 };
 

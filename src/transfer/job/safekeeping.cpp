@@ -108,8 +108,9 @@ Result CTransferMainThread::check_decoded(bool& matches) {
 std::optional<FileOrigin> CTransferMainThread::origin() {
     if (!services_.settings.flag(setting::mark_zone)) return std::nullopt;
     const std::lock_guard guard(lock_);
-    const Mirror* from = &mirrors_.at(0);
-    for (int i = 0; i < mirrors_.count() && from->effective.empty(); ++i) from = &mirrors_.at(i);
+    MirrorSet& mirrors = policy_.mirrors();
+    const Mirror* from = &mirrors.at(0);
+    for (int i = 0; i < mirrors.count() && from->effective.empty(); ++i) from = &mirrors.at(i);
     const std::u16string& address = from->effective.empty() ? job_.address : from->effective;
     return FileOrigin{to_utf8(without_credentials(address)), to_utf8(without_credentials(job_.referer))};
 }
@@ -166,9 +167,8 @@ void CTransferMainThread::save_positions() {
     {
         const std::lock_guard guard(lock_);
         // Nothing that could be continued, or that will be there in a moment.
-        if (only_one_ || taking_over_ || job_.file_size <= 0) return;
+        if (policy_.is_only_one() || policy_.is_taking_over() || job_.file_size <= 0) return;
         snapshot = job_.twin();
-        snapshot->validators = {version_.etag, version_.last_modified};
         drop_complete_segments(*snapshot);
     }
     snapshot->path = file_.target();
