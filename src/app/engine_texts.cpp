@@ -72,9 +72,9 @@ Complaint text_of(const Done& done, const std::string& subject) {
         case Fault::name_taken:
             return "There is a \"" + to_utf8(done.path) + "\" already.";
         case Fault::first_category:
-            return "The first category stays where it is.";
+            return "The first category can be neither moved nor removed.";
         case Fault::below_itself:
-            return "A category cannot be put below itself.";
+            return "A category cannot be moved below itself.";
         case Fault::bad_value:
             return subject + ": this value cannot be used.";
         case Fault::no_question:

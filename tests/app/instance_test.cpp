@@ -12,6 +12,7 @@
 #include "platform/folder.h"
 #include "store_run.h"
 #include "support/file_server.h"
+#include "support/scripted_server.h"
 
 namespace vantlow::test {
 namespace {
@@ -121,6 +122,42 @@ TEST_F(Instance, takes_the_links_of_a_second_start) {
     EXPECT_TRUE(eventually([&] {
         return list({u"--category", u"Completed"}).size() == 2;
     })) << "a document that leads nowhere is a file";
+    quit();
+}
+
+TEST_F(Instance, asks_what_it_cannot_decide_and_goes_on_with_the_answer) {
+    ScriptedServer server([](Exchange& exchange) {
+        const auto login = exchange.request().field("Authorization");
+        if (exchange.request().target == "/locked" && login != "Basic YW5uOnNlY3JldA==") {
+            exchange.answer(401, "Unauthorized", {}, {{"WWW-Authenticate", "Basic realm=\"x\""}});
+        } else {
+            exchange.answer(200, "OK", "content");
+        }
+    });
+    begin();
+    const std::u16string out = folder.path(u"out");
+    ASSERT_TRUE(make_folders(out).ok());
+    folder.write(u"out/there", "mine");
+    const std::string there = add({u"--overwrite", u"cancel", u"-d", out, to_utf16(server.url("/there"))});
+    EXPECT_TRUE(comes_to(there, "failed"));
+    const auto questions = [&] { return json::parse(ok({u"questions", u"--json"})); };
+    EXPECT_TRUE(eventually([&] { return questions().size() == 1; }));
+    EXPECT_EQ(questions()[0]["kind"], "overwrite");
+    EXPECT_EQ(questions()[0]["job"], there);
+    const auto id = [&] { return to_utf16(questions()[0]["id"].dump()); };
+    EXPECT_EQ(run({u"answer", id(), u"perhaps"}).status, 1);
+    ok({u"answer", id(), u"rename"});
+    EXPECT_TRUE(comes_to(there, "finished"));
+    EXPECT_EQ(folder.read(u"out/there"), "mine");
+
+    const std::string locked = add({u"-d", out, to_utf16(server.url("/locked"))});
+    EXPECT_TRUE(comes_to(locked, "failed"));
+    EXPECT_TRUE(eventually([&] { return questions().size() == 1; }));
+    EXPECT_EQ(questions()[0]["kind"], "credentials");
+    ok({u"answer", id(), u"ann:secret"});
+    EXPECT_TRUE(comes_to(locked, "finished"));
+    EXPECT_EQ(folder.read(u"out/locked"), "content");
+    EXPECT_TRUE(questions().empty());
     quit();
 }
 

@@ -113,7 +113,7 @@ TEST(Netrc, FillsInTheHalfThatIsMissing) {
         });
         const MadeJobs made = maker.make(one.address);
         ASSERT_EQ(made.jobs.size(), 1U);
-        EXPECT_EQ(to_utf8(made.jobs[0].job->user + u"/" + made.jobs[0].job->password), one.expected)
+        EXPECT_EQ(to_utf8(made.jobs[0]->user + u"/" + made.jobs[0]->password), one.expected)
             << one.user << " " << one.address;
     }
 }

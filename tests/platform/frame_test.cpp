@@ -18,9 +18,9 @@ TEST(Frame, TakesRequestsUpInTurnAndSaysWhenItIsBusy) {
     const test::TempFolder folder;
     int requests = 0;
     Frame::Events events;
-    events.on_request = [&requests](const std::string& request) {
+    events.on_request = [&requests](const std::string& request, const Frame::Events::Reply& reply) {
         ++requests;
-        return request + " done";
+        reply(request + " done");
     };
     std::promise<std::string> address;
     std::promise<Frame*> opened;
