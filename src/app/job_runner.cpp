@@ -50,6 +50,7 @@ void take_positions(CJobNode& job, CJobNode& from) {
     job.segments = std::move(from.segments);
     job.file_size = from.file_size;
     job.validators = from.validators;
+    job.partial_mark = from.partial_mark;
     job.path = from.path;
     job.bit_map = std::move(from.bit_map);
     job.bit_count = from.bit_count;

@@ -13,6 +13,7 @@ void detach(CJobNode& job) {
     job.segments.clear();
     job.file_size = -1;
     job.validators = {};
+    job.partial_mark = {};
     job.path = folder_of(job.path) + path_separator();
 }
 

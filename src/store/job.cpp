@@ -71,6 +71,7 @@ CJobNode::CJobNode(const CJobNode& other)
       state(other.state),
       result(other.result),
       validators(other.validators),
+      partial_mark(other.partial_mark),
       bit_map(other.bit_map),
       bit_count(other.bit_count),
       bit_map_mark(other.bit_map_mark),

@@ -78,12 +78,12 @@ class CJobSeg {
         std::array<Slot, 3> slots;
     };
 
-    std::int64_t start = 0;                ///< first byte that is not written yet
-    std::int64_t end = 0;                  ///< one past the last byte; unknown_end while the size is unknown
-    std::int64_t start_time = 0;           ///< milliseconds, for time-indexed streams
-    std::int64_t end_time = 0;             ///< milliseconds
-    std::int64_t first_block = 0;          ///< index of the first whole block that the segment covers
-    int worker = 0;                        ///< number of the connection that works on it; 0: none; not saved
+    std::int64_t start = 0;        ///< first byte that is not written yet
+    std::int64_t end = 0;          ///< one past the last byte; unknown_end while the size is unknown
+    std::int64_t start_time = 0;   ///< milliseconds, for time-indexed streams
+    std::int64_t end_time = 0;     ///< milliseconds
+    std::int64_t first_block = 0;  ///< index of the first whole block that the segment covers
+    int worker = 0;                ///< number of the connection that works on it; 0: none; not saved
 
     /// The extra attributes for changing; they are made when they are not there yet.
     [[nodiscard]] Extra& extra();
@@ -107,6 +107,16 @@ struct Validators {
     std::string last_modified;  ///< as sent; empty when there was none
     bool strong_date = false;   ///< last_modified was a minute old when it was sent (RFC 9110, 8.8.2.2)
     std::string media_type{};   ///< of the answer, lower case, without parameters; empty: unsaid
+};
+
+/// What the partial file of an unfinished job is known by.
+struct PartialMark {
+    std::int64_t length = -1;  ///< bytes that it has at least; -1: there is no mark
+    std::int64_t begin = 0;    ///< a range of it that was received
+    std::int64_t end = 0;
+    std::string digest{};  ///< of the range: SHA-256, hexadecimal
+
+    [[nodiscard]] bool is_set() const noexcept { return length >= 0; }
 };
 
 /// One job. Owns its segments and its schedule.
@@ -158,6 +168,7 @@ class CJobNode : public CQueueNode {
     JobState state = JobState::waiting;
     Code result = Code::ok;  ///< of the last run
     Validators validators;
+    PartialMark partial_mark;                        ///< of the partial file that the segments belong to
     std::vector<std::unique_ptr<CJobSeg>> segments;  ///< in file order
     std::vector<std::unique_ptr<CScheduleNode>> schedule;
     std::vector<std::uint8_t> bit_map;          ///< finished blocks, one bit each, or empty

@@ -130,6 +130,8 @@ class CTransferMainThread : private SubThreadHost, private WrittenListener {
     void save_state();
     void save_positions();
     FileError write_state(const CJobNode& snapshot);
+    PartialMark mark_of(const CJobNode& snapshot);
+    bool bears(const PartialMark& mark);
     void remember_safe(std::unique_ptr<CJobNode> copy);
     void leave_state(const Result& result);
     void forget_state();
@@ -158,7 +160,7 @@ class CTransferMainThread : private SubThreadHost, private WrittenListener {
     std::vector<std::unique_ptr<CTransferSubThread>> subs_;  ///< the main thread's
     int next_worker_ = 0;                                    ///< the main thread's
 
-    BusyLock lock_;     ///< the job lock: job_, and these
+    BusyLock lock_;  ///< the job lock: job_, and these
     JobPolicy policy_;
     std::map<int, CTransferSubThread*> by_worker_;
     std::unique_ptr<PieceCheck> pieces_;  ///< made once the size is known; null without piece hashes
