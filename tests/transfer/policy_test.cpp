@@ -112,7 +112,8 @@ TEST_F(PolicyTest, WhatAFurtherConnectionIsRefusedGoesBackToTheOneThatReceives) 
         }
         // What the next case begins with.
         policy.mirrors().forget_answers();
-        policy.mirrors().at(0) = Mirror{u"http://h/f"};
+        policy.mirrors().at(0) = {};
+        policy.mirrors().at(0).address = u"http://h/f";
         policy.mirrors().at(0).connections = 1;
         policy.mirrors().at(0).ranges_promised = policy.mirrors().at(0).answered = true;
     }
