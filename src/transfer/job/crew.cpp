@@ -54,7 +54,7 @@ bool CTransferMainThread::start_one() {
     SubThreadHost& host = *this;
     auto sub = std::make_unique<CTransferSubThread>(
         host, SubThreadTools{services_.connections, services_.libraries, services_.settings, log_, stop_,
-                             services_.threads});
+                             services_.threads, pace_});
     const PolicyRules now_rules = rules();
     Worker& worker = sub->worker();
     worker.id = ++next_worker_;

@@ -147,7 +147,9 @@ Result HttpSource::open(const SourcePlan& plan, std::int64_t offset, SourceAnswe
         const auto target = parse_target(address, plan.utf8);
         if (!target) {
             context_.log.line(Direction::error, message_text(Message::invalid_url));
-            return {Code::invalid_url, why_no_target(address)};
+            const std::string where =
+                redirects == 0 ? std::string() : " " + to_utf8(without_credentials(address));
+            return {Code::invalid_url, why_no_target(address) + where};
         }
         in_the_clear_ = was_secured && !is_secured(*target);
         was_secured = was_secured || is_secured(*target);

@@ -6,6 +6,7 @@
 
 #include "base/string_table.h"
 #include "base/text.h"
+#include "platform/file_stamp.h"
 #include "store/address.h"
 #include "transfer/job/resume_state.h"
 
@@ -42,6 +43,7 @@ void CTransferMainThread::end_unstarted(const Result& why) {
     {
         const std::lock_guard guard(lock_);
         job_.result = why.code;
+        job_.error = why.message();
         job_.state = JobState::failed;
     }
     outcome_.result = why;
@@ -66,16 +68,28 @@ void CTransferMainThread::run() {
         Result finished = finish();
         if (!finished.ok()) result = std::move(finished);
     }
-    if (!result.ok()) leave_state(result);
+    outcome_.skipped = result.code == Code::cancelled && file_.is_skipped();
+    if (outcome_.skipped) {
+        result = {};
+    } else if (!result.ok()) {
+        leave_state(result);
+    }
     file_.close();
     {
         const std::lock_guard guard(lock_);
         job_.result = result.code;
+        const bool failed = !result.ok() && result.kind() != Kind::stopped;
+        job_.error = failed ? result.message() : std::string();
         job_.state = result.ok()                      ? JobState::finished
                      : result.kind() == Kind::stopped ? JobState::stopped
                                                       : JobState::failed;
         if (result.ok()) job_.finished = static_cast<std::int64_t>(std::time(nullptr));
         outcome_.size = job_.file_size;
+        if (outcome_.skipped) {
+            job_.path = file_.target();
+            job_.segments.clear();
+            outcome_.size = job_.file_size = file_stamp(job_.path).size;
+        }
         outcome_.restarts = policy_.restarts();
     }
     outcome_.path = file_.target();
@@ -92,6 +106,7 @@ Result CTransferMainThread::begin() {
     {
         const std::lock_guard guard(lock_);
         job_.state = JobState::running;
+        pace_.limit = job_.rules ? job_.rules->speed_limit : 0;
         const std::int64_t expected = job_.sources ? job_.sources->size : -1;
         const bool is_of_this_size = expected < 0 || expected == job_.file_size;
         if (!job_.segments.empty() && job_.file_size > 0 && is_of_this_size) {
@@ -238,7 +253,9 @@ JobProgress CTransferMainThread::progress() {
         progress.size = job_.file_size;
         progress.path = job_.path;
         std::int64_t left = 0;
+        progress.head = unknown_end;
         for (const auto& segment : job_.segments) {
+            if (segment->start < segment->end) progress.head = std::min(progress.head, segment->start);
             const Worker* const worker = policy_.segments().worker_of(*segment);
             const bool active = worker != nullptr && worker->receiving;
             const std::int64_t start = policy_.segments().position_of(*segment);
@@ -248,9 +265,11 @@ JobProgress CTransferMainThread::progress() {
             left += segment->end - start;
             if (segment->end == unknown_end) progress.done = start;
         }
+        if (progress.head == unknown_end) progress.head = std::max<std::int64_t>(job_.file_size, 0);
         policy_.fill(progress, Clock::now());
         if (job_.file_size > 0) progress.done = job_.file_size - left;
     }
+    progress.awaits_place = progress.connections == 0 && awaiting_place_ > 0;
     return progress;
 }
 

@@ -157,6 +157,7 @@ class CTransferMainThread : private SubThreadHost, private WrittenListener {
     JobOutcome outcome_;
     Clock::time_point started_{};
     Clock::time_point next_save_{};
+    JobPace pace_;
     std::vector<std::unique_ptr<CTransferSubThread>> subs_;  ///< the main thread's
     int next_worker_ = 0;                                    ///< the main thread's
 
@@ -179,8 +180,9 @@ class CTransferMainThread : private SubThreadHost, private WrittenListener {
     std::atomic<bool> state_saved_{false};
     std::atomic<bool> encoded_{false};  ///< the bytes are decoded on their way: nothing can be continued
     std::atomic<std::int64_t> received_{0};
-    bool hash_matches_ = true;  ///< of the whole file; the main thread's
-    int no_thread_left_ = 0;    ///< times in a row that the system gave no thread; the main thread's
+    std::atomic<int> awaiting_place_{0};  ///< connections that the server has no room for
+    bool hash_matches_ = true;            ///< of the whole file; the main thread's
+    int no_thread_left_ = 0;  ///< times in a row that the system gave no thread; the main thread's
 
     ThreadPool::Running thread_;  ///< last
 };

@@ -29,7 +29,9 @@ SourcePlan CTransferMainThread::plan(Worker& asker) {
         plan.automatic_referer = job_.automatic_referer != 0;
         plan.utf8 = job_.utf8 != 0;
         plan.silence = std::chrono::seconds(std::max(job_.silence_limit, 1));
+        plan.limits.further = mirror.answered;
     }
+    plan.limits.awaited = &awaiting_place_;
     plan.timeout = std::chrono::seconds(settings.number(setting::connect_timeout));
     plan.trust.verify = settings.flag(setting::verify_peer);
     plan.trust.ca_file = settings.text(setting::ca_file);
@@ -41,6 +43,10 @@ SourcePlan CTransferMainThread::plan(Worker& asker) {
     plan.ssh_buffer = static_cast<std::size_t>(settings.number(setting::ssh_buffer)) * 1024;
     plan.system_cookies = settings.flag(setting::get_cookie);
     plan.cookie_file = settings.text(setting::cookie_file);
+    if (job_.rules) {
+        plan.trust.verify = plan.trust.verify && !job_.rules->insecure;
+        if (!job_.rules->ca_file.empty()) plan.trust.ca_file = job_.rules->ca_file;
+    }
     if (plan.cookie.starts_with(u'@')) {
         plan.cookie_file = plan.cookie.substr(1);
         plan.cookie.clear();
@@ -77,6 +83,10 @@ FileRules CTransferMainThread::file_rules() const {
     const Settings& settings = services_.settings;
     FileRules rules;
     rules.overwrite = settings.number(setting::overwrite_rule);
+    if (job_.rules) {
+        rules.overwrite = job_.rules->overwrite.value_or(rules.overwrite);
+        rules.skip_existing = job_.rules->skip_existing;
+    }
     rules.allocate = settings.flag(setting::allocate_space);
     rules.disk_buffer = static_cast<std::size_t>(settings.number(setting::disk_buffer)) * 1024;
     rules.data_buffer = static_cast<std::size_t>(settings.number(setting::data_buffer)) * 1024;

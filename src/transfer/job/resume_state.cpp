@@ -41,6 +41,8 @@ FileError save_resume_state(const CJobNode& job, const std::u16string& path) {
     copy.cookie.clear();
     // Its words name the mirrors and hashes again; the map of checked pieces says what it belongs to.
     copy.sources.reset();
+    copy.rules.reset();
+    copy.error.clear();
     CQoMemFile file;
     save_single_job(copy, file);
     return write_file_atomically(path, file.bytes(), Privacy::owner_only);

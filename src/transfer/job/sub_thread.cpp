@@ -23,12 +23,17 @@ constexpr std::size_t joint_step = 16 * kib;
 }  // namespace
 
 CTransferSubThread::CTransferSubThread(SubThreadHost& host, const SubThreadTools& tools)
-    : host_(host), tools_(tools), stop_(tools.job_stop), share_(tools.settings, tools.services.sets) {
+    : host_(host),
+      tools_(tools),
+      stop_(tools.job_stop),
+      share_(tools.settings, tools.services.sets, tools.pace) {
     tools_.services.sets.transfers.add(node_);
+    tools_.pace.connections.add(node_);
 }
 
 CTransferSubThread::~CTransferSubThread() {
     join();
+    tools_.pace.connections.remove(node_);
     tools_.services.sets.transfers.remove(node_);
 }
 

@@ -67,6 +67,7 @@ struct SubThreadTools {
     LogSink& log;
     StopSource& job_stop;
     ThreadPool& threads;
+    JobPace& pace;
 };
 
 /// A thread with one connection and, at a time, one segment.

@@ -1,10 +1,32 @@
 // What a job's connections ask of it: each call is an event for the policy.
 #include <algorithm>
+#include <chrono>
 
 #include "base/safe_name.h"
+#include "base/text.h"
+#include "transfer/http/head.h"
 #include "transfer/job/main_thread.h"
 
 namespace vantlow {
+namespace {
+
+// Seconds since 1970 from what a server told: a date of HTTP, or the digits of FTP (RFC 3659, 2.3).
+std::optional<std::int64_t> time_of_change(std::string_view text) {
+    if (const auto date = parse_http_date(text)) return date;
+    const auto digits = parse_decimal(text.substr(0, 14));
+    if (text.size() < 14 || !digits) return std::nullopt;
+    namespace c = std::chrono;
+    const std::int64_t day = *digits / 1'000'000;
+    const std::int64_t second = *digits % 1'000'000;
+    const c::year_month_day date{c::year(static_cast<int>(day / 10000)),
+                                 c::month(static_cast<unsigned>(day / 100 % 100)),
+                                 c::day(static_cast<unsigned>(day % 100))};
+    if (!date.ok()) return std::nullopt;
+    return c::sys_days(date).time_since_epoch().count() * std::int64_t{86400} + second / 10000 * 3600 +
+           second / 100 % 100 * 60 + second % 100;
+}
+
+}  // namespace
 
 PolicyRules CTransferMainThread::rules() const {
     const Settings& settings = services_.settings;
@@ -38,13 +60,13 @@ bool CTransferMainThread::take_work(CTransferSubThread& asker) {
             seen = events_;
         }
         const PolicyRules now_rules = rules();
-        const Work work = decide([&](JobPolicy& policy) {
-            return policy.take_work(asker.worker(), now_rules, Clock::now());
-        });
+        const Work work = decide(
+            [&](JobPolicy& policy) { return policy.take_work(asker.worker(), now_rules, Clock::now()); });
         std::unique_lock guard(mutex_);
         if (work == Work::taken) ++attached_;
         if (work != Work::later) return work == Work::taken;
-        work_news_.wait_for(guard, asker.stop_source().token(), longest_wait, [&] { return events_ != seen; });
+        work_news_.wait_for(guard, asker.stop_source().token(), longest_wait,
+                            [&] { return events_ != seen; });
         if (asker.stop_source().requested()) return false;
     }
 }
@@ -119,8 +141,7 @@ void CTransferMainThread::agreed(const Worker& asker, std::int64_t begin, std::i
 }
 
 Result CTransferMainThread::contradicted(Worker& asker, std::int64_t begin, std::int64_t end) {
-    const bool is_wrong =
-        decide([&](JobPolicy& policy) { return policy.contradicted(asker, begin, end); });
+    const bool is_wrong = decide([&](JobPolicy& policy) { return policy.contradicted(asker, begin, end); });
     if (!is_wrong) return {};
     return {Code::resource_changed,
             "The bytes around " + std::to_string(begin) + " differ from those received before."};
@@ -129,9 +150,8 @@ Result CTransferMainThread::contradicted(Worker& asker, std::int64_t begin, std:
 Result CTransferMainThread::response_accepted(CTransferSubThread& asker, const SourceAnswer& answer,
                                               std::int64_t asked) {
     const PolicyRules now_rules = rules();
-    const Verdict verdict = decide([&](JobPolicy& policy) {
-        return policy.answered(asker.worker(), answer, asked, now_rules);
-    });
+    const Verdict verdict =
+        decide([&](JobPolicy& policy) { return policy.answered(asker.worker(), answer, asked, now_rules); });
     Result result = verdict.result;
     if (verdict.next == Verdict::Next::adopt) result = adopt(asker, answer);
     if (verdict.next == Verdict::Next::take_whole) result = take_whole(asker, answer);
@@ -175,7 +195,10 @@ Result CTransferMainThread::open_file(const SourceAnswer& answer) {
         name = job_.file_name;
     }
     if (name.empty()) name = safe_file_name(answer.name);
-    return file_.begin(folder, name, file_rules());
+    FileRules rules = file_rules();
+    if (!answer.encoded) rules.server_size = answer.version.size;
+    rules.server_time = time_of_change(answer.version.last_modified);
+    return file_.begin(folder, name, rules);
 }
 
 // This connection goes on alone, from zero; all that was received is thrown away.
@@ -184,8 +207,8 @@ Result CTransferMainThread::take_whole(CTransferSubThread& asker, const SourceAn
         // The others write their last bytes before the file is emptied under them, and a save that is under
         // way tells of nothing that is about to go.
         std::unique_lock guard(mutex_);
-        const bool alone = news_.wait(guard, asker.stop_source().token(),
-                                      [this] { return attached_ == 1 && !saving_; });
+        const bool alone =
+            news_.wait(guard, asker.stop_source().token(), [this] { return attached_ == 1 && !saving_; });
         if (!alone) return asker.stop_source().reason();
         if (safe_) safe_->segments.clear();
     }
@@ -205,9 +228,8 @@ AfterFailure CTransferMainThread::after_failure(CTransferSubThread& asker, const
     // What is rewound is rewound behind everything that was written.
     static_cast<void>(file_.drain());
     const PolicyRules now_rules = rules();
-    return decide([&](JobPolicy& policy) {
-        return policy.failed(asker.worker(), attempt, now_rules, Clock::now());
-    });
+    return decide(
+        [&](JobPolicy& policy) { return policy.failed(asker.worker(), attempt, now_rules, Clock::now()); });
 }
 
 }  // namespace vantlow
