@@ -6,6 +6,7 @@
 #include <optional>
 #include <string>
 
+#include "app/application.h"
 #include "app/exit.h"
 #include "engine/engine.h"
 #include "platform/console.h"

@@ -261,6 +261,18 @@ TEST_F(GetProgram, KeepsCredentialsFromTheServersThatAMetafileNames) {
     EXPECT_EQ(other.server().requests().back().head.field("Authorization"), "Basic " + to_base64("ann:pw"));
 }
 
+TEST_F(GetProgram, AProxyVariableThatCannotBeUsedStopsOnlyWhatGoesThroughIt) {
+    FileServer server(FileResource{.content = "abc"});
+    const RunOptions broken{.environment = {{"ftp_proxy", u"gopher://proxy:70"}}};
+    const RunResult web = get({server.url16("/a.bin")}, broken);
+    EXPECT_EQ(web.status, 0) << web.err;
+    const RunResult ftp =
+        get({u"ftp://127.0.0.1:" + to_utf16(std::to_string(server.server().port())) + u"/a"}, broken);
+    EXPECT_EQ(ftp.status, 4) << ftp.err;
+    EXPECT_NE(ftp.err.find("ftp_proxy in the environment"), std::string::npos) << ftp.err;
+    EXPECT_EQ(server.server().request_count(), 1U);
+}
+
 TEST_F(GetProgram, ExplainsItself) {
     const RunResult version = run_vantlow({u"--version"});
     EXPECT_EQ(version.status, 0);
