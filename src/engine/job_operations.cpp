@@ -53,6 +53,7 @@ void Engine::detach(CJobNode& job) const {
     if (store_->find(job.identity) == nullptr) return;
     job.identity = {};
     job.validators = {};
+    job.partial_mark = {};
     forget_run(job);
 }
 

@@ -27,6 +27,7 @@ void take_positions(CJobNode& record, CJobNode& from) {
     record.segments = std::move(from.segments);
     record.file_size = from.file_size;
     record.validators = std::move(from.validators);
+    record.partial_mark = std::move(from.partial_mark);
     record.path = from.path;
     record.whole_file = from.whole_file;
     record.bit_map = std::move(from.bit_map);

@@ -26,6 +26,9 @@ inline constexpr std::uint8_t state_tag = 0x54;        // T
 // Inside the block tagged T: one byte says what follows, a 32-bit length and the bytes.
 inline constexpr std::uint8_t etag_value = 0x45;           // E
 inline constexpr std::uint8_t last_modified_value = 0x4D;  // M
+inline constexpr std::uint8_t strong_date_value = 0x44;    // D: one byte, 1
+inline constexpr std::uint8_t media_type_value = 0x49;     // I
+inline constexpr std::uint8_t partial_mark_value = 0x58;   // X: i64 length, i64 begin, i64 end, then the digest
 inline constexpr std::uint8_t cookie_value = 0x43;         // C, UTF-16LE
 inline constexpr std::uint8_t proxy_value = 0x50;          // P, UTF-16LE
 inline constexpr std::uint8_t mirror_value = 0x41;         // A, UTF-16LE, one for each address

@@ -155,6 +155,16 @@ bool read_source_value(FieldReader& block, std::uint8_t kind, std::size_t length
     }
 }
 
+void read_mark(FieldReader& block, std::size_t length, PartialMark& mark) {
+    FieldReader value(block.take(length));
+    PartialMark read;
+    read.length = value.i64();
+    read.begin = value.i64();
+    read.end = value.i64();
+    read.digest = value.narrow(value.left());
+    if (value.ok() && read.length >= 0) mark = std::move(read);
+}
+
 // True when the value was one of those that a job is told about its runs.
 bool read_rule(FieldReader& block, std::uint8_t kind, std::size_t length, JobRules& rules) {
     switch (kind) {
@@ -202,6 +212,15 @@ void read_state(FieldReader& in, CJobNode& job) {
                 break;
             case fields::last_modified_value:
                 job.validators.last_modified = block.narrow(length);
+                break;
+            case fields::strong_date_value:
+                job.validators.strong_date = block.narrow(length) == "\1";
+                break;
+            case fields::media_type_value:
+                job.validators.media_type = block.narrow(length);
+                break;
+            case fields::partial_mark_value:
+                read_mark(block, length, job.partial_mark);
                 break;
             case fields::cookie_value:
                 job.cookie = block.wide(length);

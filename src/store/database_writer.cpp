@@ -107,6 +107,14 @@ class StateWriter {
         head(kind, value.size() * 2);
         out_.wide(value);
     }
+    void mark(const PartialMark& mark) {
+        if (!mark.is_set()) return;
+        head(fields::partial_mark_value, 3 * 8 + mark.digest.size());
+        out_.i64(mark.length);
+        out_.i64(mark.begin);
+        out_.i64(mark.end);
+        out_.raw(mark.digest.data(), mark.digest.size());
+    }
     void sources(const JobSources& sources) {
         for (const std::u16string& mirror : sources.mirrors) wide(fields::mirror_value, mirror);
         if (sources.size >= 0) {
@@ -156,6 +164,9 @@ void write_values(FieldWriter& out, const CJobNode& job) {
     StateWriter values(out);
     values.narrow(fields::etag_value, job.validators.etag);
     values.narrow(fields::last_modified_value, job.validators.last_modified);
+    values.narrow(fields::strong_date_value, job.validators.strong_date ? "\1" : "");
+    values.narrow(fields::media_type_value, job.validators.media_type);
+    values.mark(job.partial_mark);
     values.wide(fields::cookie_value, job.cookie);
     values.wide(fields::proxy_value, job.proxy);
     if (has_bit_map(job)) values.narrow(fields::map_mark_value, job.bit_map_mark);
@@ -166,6 +177,7 @@ void write_values(FieldWriter& out, const CJobNode& job) {
 
 void write_state(FieldWriter& out, const CJobNode& job) {
     const bool has_any = !job.validators.etag.empty() || !job.validators.last_modified.empty() ||
+                         !job.validators.media_type.empty() || job.partial_mark.is_set() ||
                          !job.cookie.empty() || !job.proxy.empty() || !job.error.empty() || job.sources ||
                          job.rules || has_bit_map(job);
     if (!has_any) return;

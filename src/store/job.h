@@ -109,6 +109,16 @@ struct Validators {
     std::string media_type{};   ///< of the answer, lower case, without parameters; empty: unsaid
 };
 
+/// What the partial file of an unfinished job is known by.
+struct PartialMark {
+    std::int64_t length = -1;  ///< bytes that it has at least; -1: there is no mark
+    std::int64_t begin = 0;    ///< a range of it that was received
+    std::int64_t end = 0;
+    std::string digest{};  ///< of the range: SHA-256, hexadecimal
+
+    [[nodiscard]] bool is_set() const noexcept { return length >= 0; }
+};
+
 /// What a job was told about its own runs, in place of what the settings say. A plain record; shared by the
 /// copies of a job and not changed once a job has it.
 struct JobRules {
@@ -158,6 +168,7 @@ struct JobFacts {
     Code result = Code::ok;  ///< of the last run
     std::string error;       ///< why that failed, UTF-8; empty: describe(result) is all that is known
     Validators validators;
+    PartialMark partial_mark;                   ///< of the partial file that the segments belong to
     std::vector<std::uint8_t> bit_map;          ///< finished blocks, one bit each, or empty
     std::int32_t bit_count = 0;                 ///< bits of `bit_map`, which has (bit_count + 7) / 8 bytes
     std::string bit_map_mark;                   ///< what the map was made for: those who read it know

@@ -137,6 +137,48 @@ TEST_F(OneTimeTest, GoingOnWithAnotherEntityTagBeginsAnewAndSaysSo) {
     expect_whole(outcome, other_content);
 }
 
+// Somebody put a state and a partial file there, with segments that say that nearly everything is right.
+TEST_F(OneTimeTest, APlantedStateIsLeftAlone) {
+    const std::string planted(size, 'x');
+    FileServer server(FileResource{.content = content});
+    struct Case {
+        const char* what;
+        std::function<void(CJobNode&)> plant;
+    };
+    const Case cases[] = {
+        {"without a mark", [](CJobNode&) {}},
+        {"with a mark of other bytes",
+         [](CJobNode& job) {
+             job.partial_mark = {static_cast<std::int64_t>(size), 0, 16'384, "00ff"};
+         }},
+        {"of a longer file",
+         [](CJobNode& job) {
+             job.partial_mark = {static_cast<std::int64_t>(size) + 1, 0, 0, "00ff"};
+         }},
+        {"of another address", [](CJobNode& job) { job.address = u"http://elsewhere/file.bin"; }},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        log.clear();
+        CJobNode state;
+        state.address = server.url16();
+        state.path = folder.path(u"file.bin");
+        state.file_size = size;
+        state.append_segment(size - 1, size);
+        state.validators = {"\"v1\"", "Sun, 06 Nov 1994 08:49:37 GMT"};
+        c.plant(state);
+        ASSERT_TRUE(save_resume_state(state, folder.path(u"file.bin.vantlow-job")).ok());
+        folder.write(u"file.bin.vantlow", planted);
+        auto job = earlier_job(server.url16());
+        if (!job) job = make_job(server.url16());
+        EXPECT_EQ(run(*job).result.code, Code::ok) << log.all();
+        EXPECT_TRUE(log.has("left alone")) << log.all();
+        EXPECT_TRUE(file_has(folder.path(u"file(1).bin"), content)) << log.all();
+        EXPECT_TRUE(file_has(folder.path(u"file.bin.vantlow"), planted));
+        for (const auto& name : folder.names()) ASSERT_TRUE(remove_file(folder.path(name)).ok());
+    }
+}
+
 // Two machines behind one name have two versions: only answers of the first one are taken.
 TEST_F(OneTimeTest, MachinesThatDisagreeAreToldApart) {
     FileServer server(FileResource{.content = content, .etag = "\"one\"", .close_after = 60'000});

@@ -1,6 +1,6 @@
-// A model of the world around a job's policy: a server that changes versions, machines, refusals and pages at random, connections
-// and a file that are only numbers, and a clock that the model moves. Each run is made of its seed, which a failure
-// tells; VANTLOW_MODEL_SEED runs that one alone and tells what happens.
+// A model of the world around a job's policy: a server that changes versions, machines, refusals and pages at
+// random, connections and a file that are only numbers, and a clock that the model moves. Each run is made of
+// its seed, which a failure tells; VANTLOW_MODEL_SEED runs that one alone and tells what happens.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -44,7 +44,7 @@ struct Given {
     std::int64_t told_size = -1;
     SourceAnswer answer{};
     int version = 0;
-    std::int64_t end = 0;       ///< of the bytes that it has
+    std::int64_t end = 0;        ///< of the bytes that it has
     std::int64_t break_at = -1;  ///< where the connection breaks; -1: nowhere
 };
 
@@ -96,7 +96,8 @@ class ModelServer {
     [[nodiscard]] bool must_serve(bool retries_for_ever) const {
         // One answer has it all and holds; others change nothing about that.
         const bool is_without_trouble = !had_trouble_first_;
-        const bool is_quiet = breaks_at_first_ == 0 && (retries_for_ever || (is_without_trouble && all_breaks_ == 0));
+        const bool is_quiet =
+            breaks_at_first_ == 0 && (retries_for_ever || (is_without_trouble && all_breaks_ == 0));
         if (first_holds_ && is_quiet) return true;
         // Whatever breaks can be asked for again, as often as it takes.
         return retries_for_ever && serves_ == unlimited;
@@ -242,7 +243,7 @@ struct ModelConnection {
     Clock::time_point at;
     Given given;
     std::int64_t asked = 0;
-    std::int64_t open_at = 0;   ///< offset of the next byte of the open answer
+    std::int64_t open_at = 0;  ///< offset of the next byte of the open answer
     std::int64_t gathered = 0;
     bool has_answer = false;
     bool accepted = false;
@@ -264,8 +265,9 @@ class Model {
         job_.append_segment(0, unknown_end);
         policy_.begin(false);
         server_.begin();
-        if (tells_) std::cout << server_.describe() << " -n " << job_.connections << " retries "
-                              << rules_.retry_limit << "\n";
+        if (tells_)
+            std::cout << server_.describe() << " -n " << job_.connections << " retries " << rules_.retry_limit
+                      << "\n";
     }
 
     /// What is wrong with the run; empty where nothing is.
@@ -462,7 +464,8 @@ class Model {
         if (!c.given.refusal.ok()) return fail(c, c.given.refusal, c.given.told_size);
         if (tells_) {
             tell(c, "gets version " + std::to_string(c.given.version) + " from " +
-                        std::to_string(c.given.answer.granted) + " breaks " + std::to_string(c.given.break_at));
+                        std::to_string(c.given.answer.granted) + " breaks " +
+                        std::to_string(c.given.break_at));
         }
         const std::int64_t at = w.position;
         const Verdict verdict = policy_.answered(w, c.given.answer, c.asked, rules_);
@@ -490,8 +493,8 @@ class Model {
 
     void be_alone(ModelConnection& c) {
         if (c.worker.retired) return fail(c, Code::handed_over);
-        const bool others = std::ranges::any_of(
-            connections_, [&](const auto& o) { return &o != &c && o.worker.has_work(); });
+        const bool others =
+            std::ranges::any_of(connections_, [&](const auto& o) { return &o != &c && o.worker.has_work(); });
         c.at = now_ + milliseconds(1);
         if (others) return;
         file_.clear();

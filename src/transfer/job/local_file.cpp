@@ -129,6 +129,10 @@ Result CLocalFile::begin(const std::u16string& folder, const std::u16string& nam
             case Claim::taken:
                 break;
         }
+        if (is_there(state_path())) {
+            log_.line(Direction::note, "The unfinished file " + to_utf8(partial_path()) +
+                                           " is another download's and is left alone.");
+        }
         log_.line(Direction::note, message_text(Message::temporary_exists));
         const auto is_taken = [&](const std::u16string& candidate) {
             const std::u16string path = join_path(folder, candidate);

@@ -75,6 +75,8 @@ class CLocalFile {
     void close();
 
     [[nodiscard]] bool is_open() const noexcept { return file_.is_open(); }
+    /// Bytes that the partial file has now; -1 where that is not known.
+    [[nodiscard]] std::int64_t size() const noexcept { return file_.size(); }
     [[nodiscard]] const std::u16string& target() const noexcept { return target_; }
     [[nodiscard]] std::u16string partial_path() const { return target_ + std::u16string(partial_suffix); }
     [[nodiscard]] std::u16string state_path() const;

@@ -117,8 +117,12 @@ Result CTransferMainThread::begin() {
     bool continued = false;
     if (!target.empty()) {
         const Result opened = file_.resume(target, needed, file_rules());
-        continued = opened.ok();
-        if (!opened.ok()) {
+        continued = opened.ok() && bears(job_.partial_mark);
+        if (opened.ok() && !continued) {
+            log_.line(Direction::error, "The unfinished file " + to_utf8(file_.partial_path()) +
+                                            " is not the one that its state is about. Both are left alone.");
+            file_.close();
+        } else if (!opened.ok()) {
             log_.line(Direction::note, opened.message() + " The job begins anew.");
             // A state whose file is gone; one that another process is at stays.
             state_saved_ = path_kind(target + std::u16string(partial_suffix)) == PathKind::none;
@@ -132,6 +136,7 @@ Result CTransferMainThread::begin() {
             job_.file_size = -1;
             job_.bit_map.clear();  // of bytes that are there no more
             job_.bit_count = 0;
+            job_.partial_mark = {};
             if (!target.empty()) job_.path = folder_of(target) + path_separator();
         }
         safe = job_.twin();

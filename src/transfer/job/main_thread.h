@@ -130,6 +130,8 @@ class CTransferMainThread : private SubThreadHost, private WrittenListener {
     void save_state();
     void save_positions();
     FileError write_state(const CJobNode& snapshot);
+    PartialMark mark_of(const CJobNode& snapshot);
+    bool bears(const PartialMark& mark);
     void remember_safe(std::unique_ptr<CJobNode> copy);
     void leave_state(const Result& result);
     void forget_state();

@@ -10,7 +10,7 @@ namespace vantlow {
 namespace {
 
 // What a saved map of checked pieces belongs to.
-std::string mark_of(const PieceHashes& hashes) {
+std::string piece_mark_of(const PieceHashes& hashes) {
     Digest digest(DigestKind::sha1);
     const std::string head =
         std::to_string(static_cast<int>(hashes.kind)) + " " + std::to_string(hashes.length) + "\n";
@@ -30,7 +30,7 @@ const PieceHashes* CTransferMainThread::piece_hashes() const noexcept {
 void CTransferMainThread::begin_pieces() {
     const PieceHashes* hashes = piece_hashes();
     if (hashes == nullptr) return;
-    const std::string mark = mark_of(*hashes);
+    const std::string mark = piece_mark_of(*hashes);
     bool fits = true;
     const auto begin = [&](JobPolicy& policy) {
         std::vector<std::size_t> whole;

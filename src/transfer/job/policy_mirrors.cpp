@@ -26,7 +26,6 @@ AfterFailure JobPolicy::failed_mirror(Worker& worker, const FailedAttempt& attem
     const int mirror = worker.mirror;
     if (mirror == MirrorSet::none) return next_mirror(worker, now);
     if (!attempt.accepted && others_receive(worker, mirror)) {
-        if (worker.segment != nullptr) segments_.hand_back(*worker.segment);
         mirrors_.back_off(mirror, receiving_from(mirror), attempt.server_asks, now);
         return next_mirror(worker, now);
     }
