@@ -1,10 +1,12 @@
 #!/usr/bin/env python3
 """Kills the resident program at random moments while it fetches and saves.
 
-    bench/kill_store.py --vantlow PROGRAM [--kills 300] [--jobs 12] [--seed N]
+    bench/kill_store.py --vantlow PROGRAM [--kills 300] [--jobs 12] [--seed N] [--slow PROGRAM [--flush 300]]
 
-Jobs are filed, moved and stopped all the while. After each kill the store must hold every job that was answered for; at the
-end every file must be right and nothing else may be left in the folder. Needs nginx.
+Jobs are filed and stopped all the while. After each kill the store must hold every job that was answered for; at the end
+every file must be right and nothing else may be in the folder: no job was begun anew under another name. With --slow it is
+that program (bin/vantlow_slow_disk of a build) that runs and is killed, on a disk whose flushes take so many milliseconds.
+Needs nginx.
 """
 
 import argparse
@@ -51,13 +53,16 @@ def main():
     arguments.add_argument("--kills", type=int, default=300)
     arguments.add_argument("--jobs", type=int, default=12)
     arguments.add_argument("--seed", type=int, default=random.randrange(1 << 30))
+    arguments.add_argument("--slow", help="the resident program in place of --vantlow: bin/vantlow_slow_disk")
+    arguments.add_argument("--flush", type=int, default=300, help="milliseconds that it waits for each flush")
     arguments.add_argument("--verbose", action="store_true", help="the logs of jobs that were fetched more than once")
     options = arguments.parse_args()
     program = str(pathlib.Path(options.vantlow).resolve())
+    resident = str(pathlib.Path(options.slow).resolve()) if options.slow else program
     print("seed", options.seed)
     chance = random.Random(options.seed)
     folder = pathlib.Path(tempfile.mkdtemp(prefix="vantlow-kill-", dir="/dev/shm" if os.path.isdir("/dev/shm") else None))
-    environment = dict(os.environ, HOME=str(folder), XDG_RUNTIME_DIR=str(folder), VANTLOW_DATA_DIR=str(folder / "data"),
+    environment = dict(os.environ, VANTLOW_SLOW_FLUSH=str(options.flush), HOME=str(folder), XDG_RUNTIME_DIR=str(folder), VANTLOW_DATA_DIR=str(folder / "data"),
                        VANTLOW_SETTINGS=str(folder / "settings.ini"))
     (folder / "settings.ini").write_text("[Performance]\nMaxJobs=4\nSaveDatabaseInterval=10\n")
     server = Nginx(folder)
@@ -68,7 +73,7 @@ def main():
         return subprocess.run([program, *words], env=environment, cwd=folder, capture_output=True, text=True)
 
     def start():
-        return subprocess.Popen([program], env=environment, cwd=folder, stderr=subprocess.PIPE, text=True)
+        return subprocess.Popen([resident], env=environment, cwd=folder, stderr=subprocess.PIPE, text=True)
 
     def file_job(number):
         name = f"{number}.bin"
@@ -88,7 +93,7 @@ def main():
             file_job(number)
         number = options.jobs
         for kill in range(options.kills):
-            time.sleep(chance.uniform(0.02, 1.2))
+            time.sleep(chance.uniform(0.02, 5 if options.slow and kill % 4 == 0 else 1.2))
             if chance.random() < 0.15:
                 file_job(number)
                 number += 1
@@ -104,7 +109,8 @@ def main():
             if lost:
                 sys.exit(f"kill {kill}: jobs were lost: {lost}")
             instance = start()
-            run("start", "--all")
+            if not options.slow or chance.random() < 0.5:
+                run("start", "--all")
             if all(jobs[i]["state"] == "finished" for i in filed):
                 file_job(number)
                 number += 1
@@ -123,9 +129,7 @@ def main():
         for identity, name in filed.items():
             if any(other.startswith(name[:-4] + "(") for other in more) and options.verbose:
                 print(f"--- {name}\n{run('log', identity).stdout}")
-        # A job that ended between its file's end and the next save, before its name was saved, is fetched once more.
-        bad = [name for name in more if found[name] not in expected.values()]
-        sys.exit(1 if wrong or bad else 0)
+        sys.exit(1 if wrong or more else 0)
     finally:
         if instance and instance.poll() is None:
             instance.kill()

@@ -23,7 +23,7 @@ REVISION = "1"
 MAINTAINER = "{} <{}>".format(
     os.environ.get("DEBFULLNAME", "The Vantlow developers"), os.environ.get("DEBEMAIL", "vantlow@vantlow.invalid")
 )
-LIBRARIES = ["libssl.so", "libssh.so", "libsecur.so", "libcrypto5.so"]
+LIBRARIES = ["libssl.so", "libssh.so", "libsecur.so", "libcrypto5.so", "libnames.so"]
 DESCRIPTION = """\
 download manager that never gives a wrong file
  Vantlow fetches files over HTTP, HTTPS, FTP, FTPS and SFTP: over several
@@ -92,7 +92,7 @@ def place_texts(build, tree, version, seconds, names, depends):
     documents = share / "doc/vantlow"
     packages = origins.packages_inside(build, [f"bin/{name}" for name in names])
     if any(p.name == "libssh2" for p in packages):
-        reason = "# Built in where the system's own cannot log in with RSA keys at servers of today (tools/ssh2)."
+        reason = "# Built in where the system's own cannot log in with RSA keys at servers of today (tools/recipes/ssh2.sh)."
         tag = "vantlow: embedded-library libssh2 [usr/lib/vantlow/libssh.so]"
         write(share / "lintian/overrides/vantlow", f"{reason}\n{tag}\n")
     write(documents / "copyright", copyright_text(packages, depends))

@@ -12,7 +12,7 @@ import zipfile
 import origins
 
 ROOT = pathlib.Path(__file__).resolve().parents[1]
-LIBRARIES = ["libssl.dll", "libssh.dll", "libsecur.dll", "libcrypto5.dll"]
+LIBRARIES = ["libssl.dll", "libssh.dll", "libsecur.dll", "libcrypto5.dll", "libnames.dll"]
 
 
 def windows_text(text):

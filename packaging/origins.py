@@ -116,8 +116,9 @@ def source_date(root):
 
 
 RELINK = """\
-libgcrypt and libgpg-error are linked statically and are under the GNU Lesser General Public License, version 2.1 or
-later. To run Vantlow with other versions of them, build it from its sources with yours:
+libgcrypt and libgpg-error (and libidn2 with its part of libunistring, where it is named above) are linked statically and
+are under the GNU Lesser General Public License. To run Vantlow with other versions of them, build it from its sources
+with yours (-DVANTLOW_IDN2_LIBRARY=/path/libidn2.a for the last):
 
     cmake --preset {preset} -DVANTLOW_GCRYPT_LIBRARY=/path/libgcrypt.a -DVANTLOW_GPG_ERROR_LIBRARY=/path/libgpg-error.a
     cmake --build --preset {preset}

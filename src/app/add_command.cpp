@@ -36,9 +36,9 @@ Exit run_add(StoreCommand& command, const AddOptions& options) {
     for (const CJobNode* job : added.jobs) {
         const std::string id = guid_text(job->identity);
         ids.push_back(id);
-        if (!command.global.json) write_stream(Stream::output, id + "\n");
+        if (!command.global.json) command.promise += id + "\n";
     }
-    if (command.global.json) print_json(ids);
+    if (command.global.json) command.promise = json_line(ids) + "\n";
     return added.complete ? Exit::done : Exit::failed;
 }
 

@@ -13,6 +13,7 @@ bool CFerrywellApp::start(const StartOptions& options, std::string& error) {
     set_default_locale();
     program_file_ = program_path();
     libraries_ = load_libraries(folder_of(program_file_));
+    host_names_.emplace(libraries_.names);
     if (!start_sockets()) {
         error = "The system's sockets could not be started.";
         return false;
@@ -36,7 +37,8 @@ bool CFerrywellApp::start(const StartOptions& options, std::string& error) {
 
 JobStore* CFerrywellApp::job_store(std::string& error) {
     if (store_) return store_.get();
-    store_ = JobStore::open({data_folder_, user_download_folder(), folder_lock_.is_mine()}, error);
+    DataFolderLock* const lock = folder_lock_.is_mine() ? &folder_lock_ : nullptr;
+    store_ = JobStore::open({data_folder_, user_download_folder(), lock != nullptr, lock}, error);
     if (!store_) return nullptr;
     // What was rescued is made safe before anything else happens to it.
     std::string failure;
@@ -47,8 +49,9 @@ JobStore* CFerrywellApp::job_store(std::string& error) {
 }
 
 bool CFerrywellApp::save_store(std::string& error) {
-    if (!store_ || !store_->is_dirty()) return true;
-    return runner_ != nullptr ? runner_->save_soon(error) : store_->save(*settings_, error);
+    // Whoever runs the jobs makes safe what a command changed, and answers for it then.
+    if (!store_ || runner_ != nullptr || !store_->is_dirty()) return true;
+    return store_->save(*settings_, error);
 }
 
 }  // namespace vantlow

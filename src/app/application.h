@@ -2,10 +2,12 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "platform/frame.h"
 #include "platform/stop.h"
+#include "runtime/host_names.h"
 #include "runtime/tables.h"
 #include "store/data_folder_lock.h"
 #include "store/job_store.h"
@@ -53,7 +55,7 @@ class CFerrywellApp {
     /// loading has to tell. Null, with the reason in `error`, when it cannot be had. The calling thread owns
     /// it.
     JobStore* job_store(std::string& error);
-    /// Saves the store where something changed.
+    /// Saves the store where something changed and nobody runs its jobs.
     bool save_store(std::string& error);
     /// Who runs the jobs of this process; null when nobody does.
     [[nodiscard]] JobRunner* runner() noexcept { return runner_; }
@@ -63,6 +65,7 @@ class CFerrywellApp {
     StopSource stop_;
     std::unique_ptr<Settings> settings_;
     LibraryTables libraries_;
+    std::optional<HostNameScope> host_names_;
     std::u16string program_file_;
     std::u16string version_;
     std::u16string user_name_;

@@ -84,7 +84,7 @@ Exit run_rename(StoreCommand& command, const CategoryOptions& options) {
     if (node == nullptr) return Exit::failed;
     if (!is_free(node->parent != nullptr ? *node->parent : *node, options.other, node)) return Exit::failed;
     node->name = to_utf16(options.other);
-    command.store.touch();
+    command.store.changed(*node);
     return Exit::done;
 }
 
@@ -94,11 +94,10 @@ Exit run_move(StoreCommand& command, const CategoryOptions& options) {
     if (node == nullptr || parent == nullptr) return Exit::failed;
     if (parent == node->parent) return Exit::done;
     if (!is_free(*parent, to_utf8(node->name), node)) return Exit::failed;
-    if (!command.store.tree().move(*node, *parent)) {
+    if (!command.store.move_category(*node, *parent)) {
         complain("A category cannot be put below itself, and the first one stays where it is.");
         return Exit::failed;
     }
-    command.store.touch();
     return Exit::done;
 }
 

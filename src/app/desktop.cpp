@@ -28,8 +28,7 @@ Exit add_and_start(StoreCommand& command, const std::vector<std::string>& links)
     std::vector<std::string> plain(links.size());
     std::transform(links.begin(), links.end(), plain.begin(), plain_path);
     const AddedJobs added = add_jobs(command, {}, plain, *command.store.tree().root(), false);
-    for (CJobNode* job : added.jobs) command.runner->start(*job);
-    command.runner->pump();
+    for (CJobNode* job : added.jobs) command.runner->start(*job);  // as soon as they are safe
     return added.complete ? Exit::done : Exit::failed;
 }
 

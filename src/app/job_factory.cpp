@@ -110,18 +110,21 @@ void JobFactory::apply_request(CJobNode& job) {
     job.retry_by_settings = options_.retries ? 0 : 1;
     if (options_.retries) job.retries = static_cast<std::int32_t>(*options_.retries);
     job.retry_delay = static_cast<std::int32_t>(options_.retry_delay.value_or(-1));
-    if (job.user.empty()) look_up_login(job);
+    look_up_login(job);
 }
 
-// What the user's file says of the job's server, unless the address itself says it.
+// What the user's file says of the job's server, as far as the address and the words do not say it: all, or
+// the half that is missing.
 void JobFactory::look_up_login(CJobNode& job) {
-    if (!credentials_) return;
-    const auto target = parse_target(job.address);
-    if (!target || !target->user.empty()) return;
-    if (const auto found = credentials_(target->host)) {
-        job.user = to_utf16(found->login);
-        job.password = to_utf16(found->password);
-    }
+    const auto target = credentials_ ? parse_target(job.address) : std::nullopt;
+    if (!target || !target->password.empty()) return;
+    const std::u16string user = target->user.empty() ? job.user : target->user;
+    const bool is_password_for_it = !job.password.empty() && (job.user.empty() || job.user == user);
+    if (!user.empty() && is_password_for_it) return;
+    const auto found = credentials_(target->host, to_utf8(user));
+    if (!found) return;
+    job.user = to_utf16(found->login);
+    if (!is_password_for_it) job.password = to_utf16(found->password);
 }
 
 std::unique_ptr<CJobNode> JobFactory::job_for(JobPlan plan) {
@@ -215,6 +218,7 @@ std::optional<MadeJobs> JobFactory::follow(const CJobNode& job, const JobOutcome
         // These were given for the server of the document.
         request.job->user.clear();
         request.job->password.clear();
+        request.job->referer.clear();
         if (!request.job->cookie.starts_with(u'@')) request.job->cookie.clear();
         look_up_login(*request.job);
     }

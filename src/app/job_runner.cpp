@@ -15,8 +15,8 @@
 namespace vantlow {
 namespace {
 
-// A store whose saving takes longer is saved by the timer only, not after each change.
-constexpr std::chrono::milliseconds quick_save{250};
+// How often what jobs wait for is looked at while their ends are waited for.
+constexpr std::chrono::milliseconds ending_step{20};
 // A disk that did not take it is not asked each second.
 constexpr int ticks_after_failure = 10;
 
@@ -27,7 +27,10 @@ RunOptions options_of(const CJobNode& job, CFerrywellApp& app, Complaint& compla
     static_cast<void>(read_run_options(options, run));  // was looked at when the job was made
     complaint = add_program_proxies(app, run);
     // Without the proxy that was asked for nothing is fetched: going directly may be what must not be.
-    if (complaint) run.proxy.kind = CProxyNode::http_tunnel;
+    if (complaint) {
+        run.proxy.kind = CProxyNode::http_tunnel;
+        run.proxy.trouble = *complaint;
+    }
     if (job.sources) run.hash = job.sources->whole;
     run.default_agent = u"Vantlow/" + app.version();
     return run;
@@ -53,19 +56,6 @@ void take_positions(CJobNode& job, CJobNode& from) {
     job.bit_map_mark = from.bit_map_mark;
 }
 
-// The state beside the partial file is newer than what the database knew.
-void adopt_state(CJobNode& job, bool interrupted) {
-    if (!name_of(job.path).empty()) {
-        const auto state = load_resume_state(job.path + std::u16string(state_suffix));
-        if (!state || state->identity != job.identity) return;
-        state->path = job.path;
-        take_positions(job, *state);
-    } else if (interrupted) {
-        ResumeIndex index(folder_of(job.path));
-        if (const auto state = index.take(job.identity)) take_positions(job, *state);
-    }
-}
-
 // The job was cut off between the end of its file and the save that would have told: its partial file is
 // gone, and under its name stands a file of its size that is younger than the job.
 bool ended_unsaved(const CJobNode& job) {
@@ -87,11 +77,17 @@ JobRunner::JobRunner(CFerrywellApp& app, JobStore& store, ConnectionServices& co
              [this] {
                  if (events_.wake) events_.wake();
              }),
-      desk_({connections, app.libraries(), app.settings()}, stop_) {}
+      notes_told_(store.notes().size()),
+      desk_({connections, app.libraries(), app.settings()}, stop_) {
+    store_.write_behind(app.settings(), [this] {
+        if (events_.wake) events_.wake();
+    });
+}
 
 JobRunner::~JobRunner() {
     stop_.request();
     while (!running_.empty()) pump(std::chrono::milliseconds(100));
+    store_.stop_writing_behind();
 }
 
 void JobRunner::start(CJobNode& job) {
@@ -120,15 +116,20 @@ void JobRunner::stop(CJobNode& job) {
 
 void JobRunner::wait_for_end(const CJobNode& job) {
     const Guid identity = job.identity;
-    while (running_.contains(identity)) {
-        for (CJobQueue::Ended& ended : queue_.wait(std::chrono::milliseconds(100)))
-            take_end(std::move(ended));
-    }
+    while (running_.contains(identity)) serve_while_ending();
+}
+
+// Jobs that end may wait for their files' names.
+void JobRunner::serve_while_ending() {
+    take_names();
+    store_.work();
+    for (CJobQueue::Ended& ended : queue_.wait(ending_step)) take_end(std::move(ended));
 }
 
 CJobNode* JobRunner::next_waiting() {
     for (const auto& [order, job] : store_.waiting()) {
-        if (may_run(*job) && job_kind(job->address) != JobKind::torrent) return job;
+        if (may_run(*job) && !store_.is_unsettled(*job) && job_kind(job->address) != JobKind::torrent)
+            return job;
     }
     return nullptr;
 }
@@ -146,10 +147,66 @@ bool JobRunner::prepare(CJobNode& job) {
         job.result = Code::ok;
         job.finished = file_stamp(job.path).modified / 1'000'000'000;
         store_.set_state(job, JobState::finished);
+        if (app_.settings().flag(setting::move_completed)) store_.move(job, store_.completed());
         return false;
     }
     adopt_state(job, interrupted);
     return true;
+}
+
+// The state beside the partial file is newer than what the database knew, where the database knew of one at
+// all.
+void JobRunner::adopt_state(CJobNode& job, bool interrupted) {
+    if (!name_of(job.path).empty()) {
+        const auto state = load_resume_state(job.path + std::u16string(state_suffix));
+        if (!state || state->identity != job.identity) return;
+        state->path = job.path;
+        take_positions(job, *state);
+        return;
+    }
+    if (!interrupted) return;
+    const std::u16string folder = folder_of(job.path);
+    auto at = left_behind_.find(folder);
+    if (at == left_behind_.end()) at = left_behind_.emplace(folder, ResumeIndex(folder)).first;
+    if (const auto state = at->second.take(job.identity)) take_positions(job, *state);
+    if (store_.interrupted().empty()) left_behind_.clear();
+}
+
+// A job's thread: its file is whole, and gets this name once the store would find it again under it. Were the
+// name given first, a process that is killed in between would fetch the file once more, beside the first.
+void JobRunner::record_name(const Guid& identity, const std::u16string& path, std::int64_t size) {
+    const auto naming = std::make_shared<Naming>(Naming{identity, path, size, false});
+    {
+        const std::lock_guard guard(names_mutex_);
+        names_.push_back(naming);
+    }
+    if (events_.wake) events_.wake();
+    std::unique_lock guard(names_mutex_);
+    names_changed_.wait(guard, [&] { return naming->done; });
+}
+
+void JobRunner::take_names() {
+    std::vector<std::shared_ptr<Naming>> names;
+    {
+        const std::lock_guard guard(names_mutex_);
+        names.swap(names_);
+    }
+    if (names.empty()) return;
+    for (const auto& naming : names) {
+        CJobNode* const record = store_.find(naming->identity);
+        if (record == nullptr) continue;
+        record->path = naming->path;
+        record->file_size = naming->size;
+        store_.changed(*record);
+    }
+    // Where it cannot be made safe the file gets its name all the same: nobody was promised anything.
+    store_.commit([this, names](const std::string&) {
+        {
+            const std::lock_guard guard(names_mutex_);
+            for (const auto& naming : names) naming->done = true;
+        }
+        names_changed_.notify_all();
+    });
 }
 
 bool JobRunner::launch(CJobNode& job) {
@@ -165,6 +222,9 @@ bool JobRunner::launch(CJobNode& job) {
     Complaint complaint;
     RunOptions options = options_of(job, app_, complaint);
     if (complaint) listener(error_line(*complaint));
+    options.before_name = [this, identity = job.identity](const std::u16string& path, std::int64_t size) {
+        record_name(identity, path, size);
+    };
     store_.set_state(job, JobState::running);
     running_.emplace(job.identity, std::move(running));
     queue_.add(job.twin(), std::move(options), listener);
@@ -233,15 +293,13 @@ bool JobRunner::follow(CJobNode& job, const JobOutcome& outcome) {
 }
 
 void JobRunner::pump(std::chrono::milliseconds at_most) {
-    bool changed = false;
-    for (CJobQueue::Ended& ended : queue_.wait(at_most)) {
-        take_end(std::move(ended));
-        changed = true;
-    }
-    while (start_next()) changed = true;
+    store_.work();
+    take_names();
+    for (CJobQueue::Ended& ended : queue_.wait(at_most)) take_end(std::move(ended));
+    while (start_next()) continue;
     if (new_torrents_) look_for_torrents();
     look_at_torrents();
-    if (changed) save_after_event();
+    commit();
 }
 
 // The torrents among the jobs that wait, as far as the desk has room.
@@ -292,27 +350,43 @@ void JobRunner::look_at_torrents() {
     });
 }
 
-// A job that began or ended is what must not be forgotten, but saving must not become what jobs wait for.
-void JobRunner::save_after_event() {
-    constexpr int saving_at_most = 10;  // one part of the time in so many
-    const auto now = Clock::now();
-    if (!store_.is_dirty() || pause_ > 0 || store_.last_save_took() > quick_save || now < next_event_save_)
-        return;
-    std::string error;  // told
-    if (!save(error)) pause_ = ticks_after_failure;
-    next_event_save_ = now + saving_at_most * store_.last_save_took();
+// What happened to jobs is made safe without anybody's waiting for it.
+void JobRunner::commit() {
+    if (pause_ > 0) return;
+    store_.commit([this](const std::string& error) { tell(error); });
+}
+
+void JobRunner::settle(JobStore::Settled settled) {
+    store_.commit(std::move(settled), JobStore::OnFailure::remove_added);
+}
+
+// A disk that stays full is told of once.
+void JobRunner::tell(const std::string& failure) {
+    if (!failure.empty()) pause_ = ticks_after_failure;
+    if (!failure.empty() && failure != told_) complain(failure);
+    told_ = failure;
+    tell_notes();
+}
+
+void JobRunner::tell_notes() {
+    while (notes_told_ < store_.notes().size()) complain(store_.notes()[notes_told_++]);
 }
 
 // The records of running jobs as they may be saved.
 void JobRunner::refresh_records() {
     for (auto& [identity, running] : running_) {
         auto copy = queue_.safe_copy(running.id);
-        CJobNode* record = store_.find(identity);
+        CJobNode* const record = store_.find(identity);
         if (!copy || record == nullptr) continue;
+        const bool renamed = copy->path != running.path;
+        running.path = copy->path;
         copy->state = JobState::running;
         copy->comment = record->comment;
-        running.path = copy->path;
-        store_.replace(*record, std::move(copy));
+        if (renamed) {
+            store_.replace(*record, std::move(copy));
+        } else {
+            store_.replace_positions(*record, std::move(copy));
+        }
     }
 }
 
@@ -320,38 +394,29 @@ void JobRunner::tick() {
     app_.settings().refresh();
     look_for_torrents();
     write_logs();
-    // The name of a file is what makes it found again after a crash.
-    for (auto& [identity, running] : running_) {
-        if (queue_.progress(running.id).path != running.path) store_.touch();
-    }
     if (pause_ > 0) --pause_;
-    if (!store_.is_dirty() || store_.last_save_took() > quick_save || pause_ > 0) return;
+    // The name of a file is what makes it found again after a crash.
+    const auto has_new_name = [this](const auto& entry) {
+        return queue_.progress(entry.second.id).path != entry.second.path;
+    };
+    if (std::any_of(running_.begin(), running_.end(), has_new_name)) refresh_records();
     std::string error;
-    if (!save(error)) pause_ = ticks_after_failure;
+    if (!store_.is_newer() && !store_.hold_folder(error)) pause_ = ticks_after_failure;
+    tell_notes();
+    if (const std::string failure = store_.take_failure(); !failure.empty()) tell(failure);
+    commit();
 }
 
-bool JobRunner::save(std::string& error) {
-    if (store_.is_newer()) return true;  // stays as it is
+void JobRunner::save() {
+    if (store_.is_newer()) return;  // stays as it is
     refresh_records();
-    const bool saved = store_.save(app_.settings(), error);
-    // A disk that stays full is told of once.
-    if (!error.empty() && error != told_) complain(error);
-    told_ = error;
-    return saved;
-}
-
-bool JobRunner::save_soon(std::string& error) {
-    if (store_.last_save_took() > quick_save) return true;
-    return save(error);
+    store_.save_behind();
 }
 
 bool JobRunner::close(std::string& error) {
     stop_.request();
     desk_.end_all();
-    while (!running_.empty()) {
-        for (CJobQueue::Ended& ended : queue_.wait(std::chrono::milliseconds(100)))
-            take_end(std::move(ended));
-    }
+    while (!running_.empty()) serve_while_ending();
     write_logs();
     return !store_.is_dirty() || store_.save(app_.settings(), error);
 }

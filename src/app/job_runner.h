@@ -1,25 +1,31 @@
 // Runs the jobs of the store: the queue, and what becomes of jobs that end.
 #pragma once
 
+#include <condition_variable>
 #include <functional>
+#include <map>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <unordered_map>
 #include <unordered_set>
+#include <vector>
 
 #include "app/application.h"
 #include "app/torrent_desk.h"
 #include "store/job_log_file.h"
 #include "store/job_store.h"
 #include "transfer/job/queue.h"
+#include "transfer/job/resume_state.h"
 
 namespace vantlow {
 
 /// The running jobs of one process that owns its data folder. Used from the thread that owns the store.
 ///
 /// A running job works on a twin of its record; the record is brought up to date before each save, with
-/// positions whose bytes are on the disk, and when the job ends.
+/// positions whose bytes are on the disk, and when the job ends. That a job begins, what its file is called
+/// and that it ends is made safe when it happens; its file does not get its name before the store knows it.
 class JobRunner {
   public:
     struct Events {
@@ -48,10 +54,11 @@ class JobRunner {
     /// Once a second: logs to the disk, the settings looked at again, the store saved where something
     /// changed that is worth it.
     void tick();
-    /// The save that the timer asks for. False with a sentence, which stderr got too, when it failed.
-    bool save(std::string& error);
-    /// What a command changed is saved at once, or with the next tick where saving takes long.
-    bool save_soon(std::string& error);
+    /// The save that the timer asks for, in the background. A failure is complained about.
+    void save();
+    /// Tells when what a command changed is safe, or why it cannot be made so; what it added is taken back
+    /// then.
+    void settle(JobStore::Settled settled);
     /// Ends all running jobs, which will wait for their turn when they are run again, and saves.
     bool close(std::string& error);
 
@@ -76,7 +83,13 @@ class JobRunner {
     void take_end(CJobQueue::Ended ended);
     bool follow(CJobNode& job, const JobOutcome& outcome);
     void refresh_records();
-    void save_after_event();
+    void commit();
+    void tell(const std::string& failure);
+    void tell_notes();
+    void record_name(const Guid& identity, const std::u16string& path, std::int64_t size);
+    void take_names();
+    void serve_while_ending();
+    void adopt_state(CJobNode& job, bool interrupted);
     CJobNode* next_waiting();
     [[nodiscard]] bool may_run(const CJobNode& job) const {
         return !only_named_ || named_.contains(job.identity);
@@ -94,9 +107,22 @@ class JobRunner {
     std::unordered_map<Guid, Running, GuidHash> running_;
     std::unordered_set<Guid, GuidHash> named_;
     bool only_named_ = false;
-    Clock::time_point next_event_save_{};
-    int pause_ = 0;     ///< ticks until a save that failed is tried again
-    std::string told_;  ///< the failure that was told last
+    int pause_ = 0;               ///< ticks until what failed is tried again
+    std::string told_;            ///< the failure that was told last
+    std::size_t notes_told_ = 0;  ///< of the store's
+    /// The states in the folders of jobs that the last process left, read once.
+    std::map<std::u16string, ResumeIndex> left_behind_;
+
+    /// A file that is whole and waits for its name.
+    struct Naming {
+        Guid identity;
+        std::u16string path;
+        std::int64_t size = 0;
+        bool done = false;
+    };
+    std::mutex names_mutex_;
+    std::condition_variable names_changed_;
+    std::vector<std::shared_ptr<Naming>> names_;  ///< guarded by names_mutex_, and so is each one's `done`
 
     // Torrents stay among the jobs that wait; who can fetch from peers takes them from there one day.
     struct Torrent {

@@ -114,11 +114,11 @@ Exit run_import(StoreCommand& command, const ListFileOptions& options) {
         nlohmann::ordered_json skipped = nlohmann::ordered_json::array();
         for (const auto& note : list.skipped) skipped.push_back({{"line", note.line}, {"reason", note.text}});
         const nlohmann::ordered_json json{{"jobs", count}, {"ids", ids}, {"skipped", skipped}};
-        print_json(json);
+        command.promise = json_line(json) + "\n";
     } else {
         std::string text = std::to_string(count) + (count == 1 ? " job\n" : " jobs\n");
         for (const auto& note : list.skipped) text += note_line(note, "skipped: ");
-        write_stream(Stream::output, text);
+        command.promise = text;
     }
     std::string notes;
     for (const auto& note : list.notes) notes += note_line(note, "");

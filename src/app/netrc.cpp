@@ -9,6 +9,7 @@
 #include "base/text.h"
 #include "platform/file.h"
 #include "platform/process.h"
+#include "runtime/host_names.h"
 
 namespace vantlow {
 namespace {
@@ -133,7 +134,8 @@ Netrc parse_netrc(std::string_view text) {
 
 std::optional<NetrcEntry> find_netrc(const Netrc& entries, std::string_view host, std::string_view login) {
     const auto fits = [host = without_dot(host), login](const NetrcEntry& entry) {
-        const bool for_host = entry.is_default || iequals(without_dot(entry.machine), host);
+        const auto machine = ascii_host(without_dot(entry.machine));
+        const bool for_host = entry.is_default || (machine && iequals(*machine, host));
         return for_host && (login.empty() || entry.login.empty() || entry.login == login);
     };
     const auto found = std::find_if(entries.begin(), entries.end(), fits);
@@ -145,7 +147,7 @@ std::optional<NetrcEntry> find_netrc(const Netrc& entries, std::string_view host
 
 CredentialLookup netrc_lookup() {
     auto entries = std::make_shared<std::optional<Netrc>>();
-    return [entries](const std::string& host) -> std::optional<NetrcEntry> {
+    return [entries](const std::string& host, const std::string& login) -> std::optional<NetrcEntry> {
         if (!*entries) {
             std::vector<std::byte> bytes;
             const std::u16string path =
@@ -155,7 +157,7 @@ CredentialLookup netrc_lookup() {
                 there ? std::string_view(reinterpret_cast<const char*>(bytes.data()), bytes.size())
                       : std::string_view{});
         }
-        return find_netrc(**entries, host);
+        return find_netrc(**entries, host, login);
     };
 }
 

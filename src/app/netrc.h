@@ -28,13 +28,15 @@ inline constexpr std::size_t most_netrc_entries = 10000;
 /// comment up to the line's end. The text of macros (`macdef`, up to an empty line) is skipped.
 Netrc parse_netrc(std::string_view text);
 
-/// The first entry for the host (case does not matter) or for all hosts; with a login that is not empty the
-/// first of them that is for this login or names none, and the answer has it as its login.
+/// The first entry for the host (case and the way of writing an international name do not matter) or for all
+/// hosts; with a login that is not empty the first of them that is for this login or names none, and the
+/// answer has it as its login.
 std::optional<NetrcEntry> find_netrc(const Netrc& entries, std::string_view host,
                                      std::string_view login = {});
 
-/// Credentials for a host, from the user's file; none when it names none.
-using CredentialLookup = std::function<std::optional<NetrcEntry>(const std::string& host)>;
+/// Credentials for a host and, unless it is empty, this login, from the user's file; none when it names none.
+using CredentialLookup =
+    std::function<std::optional<NetrcEntry>(const std::string& host, const std::string& login)>;
 
 /// The user's .netrc (_netrc on Windows), read when it is asked for the first time. A file that is missing or
 /// cannot be read names nobody.

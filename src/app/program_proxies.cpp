@@ -2,6 +2,7 @@
 
 #include <array>
 #include <optional>
+#include <string_view>
 #include <utility>
 
 #include "base/text.h"
@@ -39,7 +40,7 @@ Complaint take_setting(CFerrywellApp& app, const std::u16string& text, RunOption
     return std::nullopt;
 }
 
-Complaint take_environment(RunOptions& run) {
+void take_environment(RunOptions& run) {
     constexpr std::array<std::pair<const char*, const char*>, 4> variables{
         {{"http_proxy", "http"}, {"https_proxy", "https"}, {"ftp_proxy", "ftp"}, {"all_proxy", ""}}};
     auto rules = std::make_shared<ProxyRules>();
@@ -48,14 +49,19 @@ Complaint take_environment(RunOptions& run) {
         const auto value = variable(name, scheme != std::string_view("http"));
         if (!value) continue;
         const auto proxy = parse_proxy(*value);
-        if (!proxy) return std::string(name) + " in the environment names no proxy that can be used.";
-        rules->set(scheme, proxy_plan(*proxy));
+        ProxyPlan plan = proxy ? proxy_plan(*proxy) : ProxyPlan();
+        // Only what would go through it is not to be had; it goes nowhere without the proxy that is wanted.
+        if (!plan.is_used()) {
+            plan = {};
+            plan.kind = ProxyPlan::http_tunnel;
+            plan.trouble = std::string(name) + " in the environment names no proxy that can be used.";
+        }
+        rules->set(scheme, std::move(plan));
         any = true;
     }
-    if (!any) return std::nullopt;
+    if (!any) return;
     rules->set_direct(to_utf8(variable("no_proxy").value_or(u"")));
     run.proxy_rules = std::move(rules);
-    return std::nullopt;
 }
 
 }  // namespace
@@ -65,7 +71,7 @@ Complaint add_program_proxies(CFerrywellApp& app, RunOptions& run) {
     if (!run.proxy.is_used()) {
         const std::u16string text = app.settings().text(setting::proxy);
         if (text.empty()) {
-            complaint = take_environment(run);
+            take_environment(run);
         } else if (!iequals(text, u"none")) {
             complaint = take_setting(app, text, run);
         }

@@ -36,7 +36,9 @@ Resident::~Resident() {
 bool Resident::open(JobStore& store, Frame::Role role, JobRunner::Events events, std::string& error) {
     Frame::Events frame;
     frame.on_timer = [this](int timer) { on_timer(timer); };
-    frame.on_request = [this](const std::string& request) { return on_request(request); };
+    frame.on_request = [this](const std::string& request, const Frame::Events::Reply& reply) {
+        on_request(request, reply);
+    };
     frame.on_session_end = [this] { close(); };
     frame_ = Frame::open(app_.data_folder(), role, std::move(frame), error);
     if (!frame_) return false;
@@ -81,7 +83,6 @@ void Resident::look_at_memory() {
 }
 
 void Resident::on_timer(int timer) {
-    std::string error;  // told by the runner
     switch (timer) {
         case tick_timer:
             runner_->tick();
@@ -90,7 +91,7 @@ void Resident::on_timer(int timer) {
             look_at_memory();
             break;
         case save_timer:
-            static_cast<void>(runner_->save(error));
+            runner_->save();
             break;
         case display_timer:
             display_.show();
@@ -100,9 +101,12 @@ void Resident::on_timer(int timer) {
     }
 }
 
-std::string Resident::on_request(const std::string& request) {
+void Resident::on_request(const std::string& request, const Frame::Events::Reply& reply) {
     const auto words = decode_words(request);
-    if (!words) return encode(CommandAnswer{Exit::usage, {}, "vantlow: not understood.\n"});
+    if (!words) {
+        reply(encode(CommandAnswer{Exit::usage, {}, "vantlow: not understood.\n"}));
+        return;
+    }
     ConsoleCapture capture(words->input);
     const CurrentFolder folder(to_utf16(words->folder));
     const Command command = parse_command_line(words->words);
@@ -112,11 +116,23 @@ std::string Resident::on_request(const std::string& request) {
         frame_->quit();
     } else {
         answer = run_words(app_, command);
-        wake();
     }
     answer.output += capture.output();
     answer.error += capture.error();
-    return encode(answer);
+    if (closed_) {
+        reply(encode(answer));
+        return;
+    }
+    // What a command says is true once it is safe.
+    runner_->settle([this, reply, answer = std::move(answer)](const std::string& failure) mutable {
+        if (!failure.empty()) {
+            answer.status = Exit::failed;
+            answer.output.clear();
+            answer.error += "vantlow: " + failure + "\n";
+        }
+        reply(encode(answer));
+        wake();
+    });
 }
 
 bool Resident::close() {

@@ -38,7 +38,7 @@ class Resident {
   private:
     enum Timer { tick_timer = 1, save_timer = 2, display_timer = 3 };
     void on_timer(int timer);
-    std::string on_request(const std::string& request);
+    void on_request(const std::string& request, const Frame::Events::Reply& reply);
     void wake();
     void look_whether_idle();
     void look_at_memory();

@@ -39,7 +39,6 @@ Exit run_start(StoreCommand& command, const SteerOptions& options) {
     Exit status = Exit::done;
     if (command.runner != nullptr) {
         for (CJobNode* job : jobs) command.runner->start(*job);
-        command.runner->pump();
     } else {
         status = run_in_foreground(command, jobs, options.all);
     }

@@ -16,7 +16,7 @@ CommandRun on_store(std::function<Exit(StoreCommand&)> command) {
             complain(error);
             return Exit::failed;
         }
-        StoreCommand context{app, global, *store, app.runner()};
+        StoreCommand context{app, global, *store, app.runner(), {}};
         // A tree without a root has nowhere to put anything; why that is was told when it was loaded.
         if (store->tree().root() == nullptr) {
             complain(store->notes().empty() ? "There is no job database." : store->notes().back());
@@ -27,6 +27,7 @@ CommandRun on_store(std::function<Exit(StoreCommand&)> command) {
             complain(error);
             return Exit::failed;
         }
+        if (!context.promise.empty()) write_stream(Stream::output, context.promise);
         return status;
     };
 }

@@ -20,12 +20,14 @@ struct StoreCommand {
     CFerrywellApp& app;
     const GlobalOptions& global;
     JobStore& store;
-    JobRunner* runner;  ///< who runs the jobs in this process; null when nobody does
+    JobRunner* runner;    ///< who runs the jobs in this process; null when nobody does
+    std::string promise;  ///< output that is written once the changes are safe, and only then
 };
 
 /// A command that gets the store of the data folder: it is loaded where this process has not loaded it yet,
 /// and saved behind the command where something changed. Failures to load or save are told and end with
-/// Exit::failed.
+/// Exit::failed, and without what the command promises. Where somebody runs the jobs it is he who saves, and
+/// keeps all output back until then.
 CommandRun on_store(std::function<Exit(StoreCommand&)> command);
 
 /// The jobs that these texts name (GUIDs or unique prefixes of them), in their order, each once. What names

@@ -19,19 +19,6 @@ constexpr int sends = 3;
 constexpr std::chrono::seconds wait_for_rest{3};
 constexpr const char* short_answer = "The tracker's answer is too short: it may not serve this torrent.";
 
-struct Server {
-    std::string host;
-    std::uint16_t port = 0;
-};
-
-// The host and the port of "udp://host:port/...".
-std::optional<Server> server_of(const std::string& url) {
-    constexpr std::size_t scheme = 6;
-    const auto target = parse_target(to_utf16("http://" + url.substr(scheme)));
-    if (!target || !target->explicit_port) return std::nullopt;
-    return Server{target->host, target->port};
-}
-
 // An error may be shorter than the answer that was awaited.
 bool is_error(std::string_view answer) noexcept {
     return answer.size() >= text_at && get_number<std::uint32_t>(answer, action_at) == udp_tracker::error;
@@ -51,10 +38,10 @@ void CBTAnnounceThread::make_transaction() {
 }
 
 Outcome<CBETrackerRespond> CBTAnnounceThread::ask_udp(const std::string& url, AnnounceEvent event) {
-    const auto server = server_of(url);
+    const auto server = parse_target(to_utf16(url));
     if (!server) {
         log_.line(Direction::error, message_text(Message::invalid_url));
-        return Result(Code::invalid_url, "A UDP tracker's address needs a host and a port.");
+        return Result(Code::invalid_url, why_no_target(to_utf16(url)));
     }
     const std::chrono::seconds timeout(services_.settings.number(setting::connect_timeout));
     UdpChannel channel(services_.connections, log_, active_stop());

@@ -43,11 +43,48 @@ const char* fault_text(FileFault fault) noexcept {
 constexpr std::size_t read_step = 65536;
 constexpr std::int64_t copy_step = 1024 * 1024;
 
+// A disk that takes more than this at once lets others wait for seconds.
+constexpr std::int64_t flush_step = 4 * 1024 * 1024;
+
 FileError write_whole(const std::u16string& path, std::span<const std::byte> bytes, Privacy privacy) {
     File file;
     if (FileError error = file.open(path, OpenMode::create_new, privacy); !error.ok()) return error;
     if (FileError error = file.write_at(0, bytes); !error.ok()) return error;
     return file.flush();
+}
+
+FileError write_pieces(const std::u16string& path, std::span<const std::vector<std::byte>> pieces,
+                       Privacy privacy, const std::function<void()>& between) {
+    File file;
+    if (FileError error = file.open(path, OpenMode::create_new, privacy); !error.ok()) return error;
+    std::int64_t written = 0;
+    std::int64_t flushed = 0;
+    for (const std::vector<std::byte>& piece : pieces) {
+        if (FileError error = file.write_at(written, piece); !error.ok()) return error;
+        written += static_cast<std::int64_t>(piece.size());
+        if (between) between();
+        if (written - flushed < flush_step) continue;
+        if (FileError error = file.flush(); !error.ok()) return error;
+        flushed = written;
+    }
+    return file.flush();
+}
+
+// `write` makes the new file under the name that it is given.
+FileError replace_by(const std::u16string& path, const std::function<FileError(const std::u16string&)>& write,
+                     const std::function<void()>& between) {
+    const std::u16string fresh = path + u".new";
+    // What an earlier try left behind, perhaps with other rights or as a link to somewhere.
+    if (FileError error = remove_file(fresh); !error.ok() && error.fault != FileFault::not_found)
+        return error;
+    FileError error = write(fresh);
+    if (error.ok() && between) between();
+    if (error.ok()) error = rename_replace(fresh, path);
+    if (!error.ok()) {
+        (void)remove_file(fresh);  // the first failure is the one to tell
+        return error;
+    }
+    return sync_folder(folder_of(path));
 }
 
 }  // namespace
@@ -149,17 +186,15 @@ FileError read_file(const std::u16string& path, std::size_t at_most, std::vector
 
 FileError write_file_atomically(const std::u16string& path, std::span<const std::byte> bytes,
                                 Privacy privacy) {
-    const std::u16string fresh = path + u".new";
-    // What an earlier try left behind, perhaps with other rights or as a link to somewhere.
-    if (FileError error = remove_file(fresh); !error.ok() && error.fault != FileFault::not_found)
-        return error;
-    FileError error = write_whole(fresh, bytes, privacy);
-    if (error.ok()) error = rename_replace(fresh, path);
-    if (!error.ok()) {
-        (void)remove_file(fresh);  // the first failure is the one to tell
-        return error;
-    }
-    return sync_folder(folder_of(path));
+    return replace_by(path, [&](const std::u16string& fresh) { return write_whole(fresh, bytes, privacy); },
+                      {});
+}
+
+FileError write_file_atomically(const std::u16string& path, std::span<const std::vector<std::byte>> pieces,
+                                Privacy privacy, const std::function<void()>& between) {
+    return replace_by(
+        path, [&](const std::u16string& fresh) { return write_pieces(fresh, pieces, privacy, between); },
+        between);
 }
 
 }  // namespace vantlow

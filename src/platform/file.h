@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <span>
 #include <string>
@@ -117,6 +118,10 @@ FileError read_file(const std::u16string& path, std::size_t at_most, std::vector
 /// power cut. Leaves the old one when it fails. `name + ".new"` is used meanwhile.
 FileError write_file_atomically(const std::u16string& path, std::span<const std::byte> bytes,
                                 Privacy privacy = Privacy::shared);
+/// The same for bytes in pieces. Between two pieces, and before each longer wait for the disk, `between` is
+/// called, if there is one.
+FileError write_file_atomically(const std::u16string& path, std::span<const std::vector<std::byte>> pieces,
+                                Privacy privacy, const std::function<void()>& between);
 
 /// "/" or "\": what join_path puts between.
 char16_t path_separator() noexcept;

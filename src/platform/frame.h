@@ -18,8 +18,10 @@ class Frame {
   public:
     struct Events {
         std::function<void(int timer)> on_timer;
-        /// Another process of this user asks something; the answer goes back to it.
-        std::function<std::string(const std::string& request)> on_request;
+        /// Another process of this user asks something. The answer that `reply` is called with goes back to
+        /// it: once, now or later, from the frame's thread; a call after the frame's end does nothing.
+        using Reply = std::function<void(std::string answer)>;
+        std::function<void(const std::string& request, Reply reply)> on_request;
         /// The session ends, and the process with it when this returns: everything is to be saved in it.
         std::function<void()> on_session_end;
     };

@@ -259,6 +259,21 @@ typedef size_t NTLM_Response_t(const VantlowNtlm* ntlm, const char* user, const 
                                size_t room);    /* as NTLM1_ChallengeResponse */
 typedef void NTLM_Destroy_t(VantlowNtlm* ntlm); /* NULL is fine */
 
+/* ---- libnames: host names ---- */
+
+/* Room for every host name with its terminating zero. */
+enum { VANTLOW_NAME_ROOM = 256 };
+
+/* The form of a host name that goes out (UTS 46, non-transitional; RFC 5891): `name` is UTF-8 and ends with a
+   zero, `out` gets ASCII, in lower case where something was changed, and a zero. It may hold characters that
+   no host name has, such as a slash: the caller looks. The size without the zero; 0 for what is no name and
+   without room. Any thread may call. */
+typedef size_t Names_ToAscii_t(const char* name, char* out, size_t room);
+/* Whether everybody may register names right below this one ("com", "co.uk", "github.io"; publicsuffix.org).
+   `domain` is in lower case and ASCII, without dots at its ends. 1 or 0; -1 when there is no list. Any thread
+   may call. */
+typedef int Names_IsPublicSuffix_t(const char* domain);
+
 /* ---- libBTDHT: the distributed hash table of BitTorrent ---- */
 
 /* Tells the table of a node: address (4 bytes, or 16, in network order) and port. */

@@ -120,6 +120,11 @@ void find_operations(BtdhtTable& table) {
     VANTLOW_FIND(UTP_Cli_Recv);
 }
 
+void find_operations(NamesTable& table) {
+    VANTLOW_FIND(Names_ToAscii);
+    VANTLOW_FIND(Names_IsPublicSuffix);
+}
+
 template <class Table>
 void load(Table& table, const std::u16string& path) {
     table.file = to_utf8(name_of(path));
@@ -138,12 +143,14 @@ LibraryTables load_libraries(const std::u16string& folder) {
     if (const auto path = Library::system_path("rasapi32"); !path.empty()) load(tables.ras, path);
     load(tables.kad, own("libKAD"));
     load(tables.btdht, own("libBTDHT"));
+    load(tables.names, own("libnames"));
     return tables;
 }
 
 std::vector<std::pair<std::string, bool>> loaded_libraries(const LibraryTables& tables) {
-    const std::initializer_list<const LibraryTable*> all = {
-        &tables.ssl, &tables.ssh, &tables.crypto5, &tables.secur, &tables.ras, &tables.kad, &tables.btdht};
+    const std::initializer_list<const LibraryTable*> all = {&tables.ssl,   &tables.ssh,  &tables.crypto5,
+                                                            &tables.secur, &tables.ras,  &tables.kad,
+                                                            &tables.btdht, &tables.names};
     std::vector<std::pair<std::string, bool>> list;
     for (const LibraryTable* const table : all) {
         if (!table->file.empty()) list.emplace_back(table->file, table->library.is_loaded());

@@ -127,6 +127,11 @@ struct BtdhtTable : LibraryTable {
     void* UTP_Cli_Recv = nullptr;
 };
 
+struct NamesTable : LibraryTable {
+    Names_ToAscii_t* Names_ToAscii = nullptr;
+    Names_IsPublicSuffix_t* Names_IsPublicSuffix = nullptr;
+};
+
 /// All of them, in the order in which they are loaded. The operations stay valid while the object lives (also
 /// when it is moved); any thread may read it.
 struct LibraryTables {
@@ -137,6 +142,7 @@ struct LibraryTables {
     RasTable ras;
     KadTable kad;
     BtdhtTable btdht;
+    NamesTable names;
 };
 
 /// Loads every library from the folder (a full path), by its full path: nothing of the same name that stands

@@ -4,7 +4,9 @@
 #include <array>
 
 #include "base/text.h"
+#include "base/uri_path.h"
 #include "platform/process.h"
+#include "runtime/host_names.h"
 
 namespace vantlow {
 namespace {
@@ -52,6 +54,19 @@ const Scheme* find_scheme(std::u16string_view address) noexcept {
     return address.find(u"://") == none ? &no_scheme : nullptr;
 }
 
+// The scheme of "http:/host/x", which lacks a slash; null for other addresses. It would name a server called
+// "http" with an empty port, which nobody writes.
+const Scheme* find_misspelt_scheme(std::u16string_view address) noexcept {
+    for (const Scheme& scheme : schemes) {
+        if (scheme.form != Form::server || istarts_with(address, scheme.prefix)) continue;
+        const std::u16string_view start = scheme.prefix.substr(0, scheme.prefix.size() - 2);
+        if (!istarts_with(address, start)) continue;
+        const std::u16string_view rest = address.substr(start.size());
+        if (rest.empty() || rest.front() == u'/' || rest.front() == u'\\') return &scheme;
+    }
+    return nullptr;
+}
+
 // "user:password@host:port": the password may hold an "@", a host cannot.
 struct ServerPart {
     std::u16string_view user;
@@ -96,9 +111,8 @@ bool is_name_byte(char c) noexcept {
 }
 
 std::optional<std::string> read_name(std::u16string_view text) {
-    std::string name = percent_decode(to_utf8(text));
-    if (name.empty() || !is_utf8(name) || !std::all_of(name.begin(), name.end(), is_name_byte))
-        return std::nullopt;
+    auto name = ascii_host(percent_decode(to_utf8(text)));
+    if (!name || name->empty() || !std::all_of(name->begin(), name->end(), is_name_byte)) return std::nullopt;
     return name;
 }
 
@@ -151,17 +165,42 @@ std::string wire_path(std::u16string_view path, bool utf8) {
     // The code page's stand-in for a character that it lacks would begin a query.
     if (!utf8 && from_ansi(bytes) != path) bytes = to_utf8(path);
     if (!bytes.starts_with('/')) bytes.insert(0, 1, '/');
-    return percent_encode_unsafe(bytes);
+    return percent_encode_unsafe(remove_dot_segments(bytes));
 }
 
 std::size_t server_end(std::u16string_view rest) noexcept {
     return std::min(rest.find_first_of(u"/?#"), rest.size());
 }
 
+// Where the credentials of an address stand, with their "@"; an empty range where there are none.
+struct Range {
+    std::size_t start = 0;
+    std::size_t end = 0;
+};
+
+Range find_credentials(std::u16string_view address) {
+    const Scheme* scheme = find_scheme(address);
+    if (scheme != nullptr && scheme->form != Form::server) return {};
+    // The slashes of "://" are the first ones, unless an address stands inside another.
+    const auto mark = address.find(u"://");
+    const bool has_scheme = mark != none && address.find_first_of(u"/?#@") == mark + 1;
+    std::size_t start = has_scheme ? mark + 3 : 0;
+    if (const Scheme* const misspelt = find_misspelt_scheme(address))
+        start = std::min(address.find_first_not_of(u"/\\", misspelt->prefix.size() - 2), address.size());
+    const std::u16string_view rest = address.substr(start);
+    std::size_t end = server_end(rest);
+    // A password with one of the marks in it, as people write them, or an address inside another: it leads
+    // nowhere, but is shown.
+    if (scheme == nullptr || !read_server(cut_server(rest.substr(0, end)).host_and_port, 1))
+        end = rest.size();
+    const auto at = rest.substr(0, end).rfind(u'@');
+    return {start, at == none ? start : start + at + 1};
+}
+
 }  // namespace
 
 LinkKind link_kind(std::u16string_view address) noexcept {
-    const Scheme* scheme = find_scheme(address);
+    const Scheme* scheme = find_misspelt_scheme(address) == nullptr ? find_scheme(address) : nullptr;
     if (scheme == nullptr) return LinkKind::unknown;
     switch (scheme->form) {
         case Form::server:
@@ -207,6 +246,7 @@ std::optional<Target> parse_target(std::u16string_view address, bool utf8) {
     const std::u16string_view rest = address.substr(scheme->prefix.size());
     const auto end = server_end(rest);
     const ServerPart part = cut_server(rest.substr(0, end));
+    if (scheme->prefix.empty() && find_misspelt_scheme(part.host_and_port) != nullptr) return std::nullopt;
     const auto server = read_server(part.host_and_port, scheme->port);
     if (!server) return std::nullopt;
     Target target;
@@ -222,25 +262,38 @@ std::optional<Target> parse_target(std::u16string_view address, bool utf8) {
     return target;
 }
 
+std::string why_no_target(std::u16string_view address) {
+    const std::string shown = to_utf8(without_credentials(address));
+    if (const Scheme* const misspelt = find_misspelt_scheme(address)) {
+        return "Invalid URL: " + shown + " lacks a slash: addresses begin with \"" +
+               to_utf8(misspelt->prefix) + "\".";
+    }
+    const Scheme* const scheme = find_scheme(address);
+    const std::u16string_view rest = address.substr(scheme == nullptr ? 0 : scheme->prefix.size());
+    const std::u16string_view host = cut_server(rest.substr(0, server_end(rest))).host_and_port;
+    const std::string name = percent_decode(to_utf8(host.substr(0, host.find(u':'))));
+    if (!is_utf8(name) || ascii_host(name)) return "Invalid URL: " + shown;
+    if (!has_host_names()) {
+        return missing_library_text("libnames") +
+               " Without it a host's name has ASCII letters only: " + shown;
+    }
+    return "Invalid URL: \"" + name + "\" cannot be the name of a host: " + shown;
+}
+
 bool is_same_server(const Target& a, const Target& b) noexcept {
     return a.scheme == b.scheme && a.port == b.port && iequals(a.host, b.host);
 }
 
 std::u16string without_credentials(std::u16string_view address) {
-    const Scheme* scheme = find_scheme(address);
-    if (scheme != nullptr && scheme->form != Form::server) return std::u16string(address);
-    // The slashes of "://" are the first ones, unless an address stands inside another.
-    const auto mark = address.find(u"://");
-    const bool has_scheme = mark != none && address.find_first_of(u"/?#@") == mark + 1;
-    const std::size_t start = has_scheme ? mark + 3 : 0;
-    const std::u16string_view rest = address.substr(start);
-    std::size_t end = server_end(rest);
-    // A password with one of the marks in it, as people write them, or an address inside another: it leads
-    // nowhere, but is shown.
-    if (scheme == nullptr || !read_server(cut_server(rest.substr(0, end)).host_and_port, 1))
-        end = rest.size();
-    const auto at = rest.substr(0, end).rfind(u'@');
-    return std::u16string(address.substr(0, start)).append(at == none ? rest : rest.substr(at + 1));
+    const auto [start, end] = find_credentials(address);
+    return std::u16string(address.substr(0, start)).append(address.substr(end));
+}
+
+std::u16string without_password(std::u16string_view address) {
+    const auto [start, end] = find_credentials(address);
+    const auto colon = address.substr(0, end).find(u':', start);
+    if (colon == none) return std::u16string(address);
+    return std::u16string(address.substr(0, colon)).append(u"@").append(address.substr(end));
 }
 
 }  // namespace vantlow

@@ -28,6 +28,7 @@ enum class LinkKind {
 };
 
 /// By the table of schemes, letter case ignored. A text without "://" is the address of a server.
+/// "http:/host", which lacks a slash, is of no kind.
 LinkKind link_kind(std::u16string_view address) noexcept;
 
 /// Splits by the table of schemes, letter case ignored. The port returned is always the scheme's default one;
@@ -38,11 +39,11 @@ SplitAddress split_address(std::u16string_view address);
 /// "?" or "#" (RFC 3986), so that nothing behind them is taken for a host or for credentials.
 struct Target {
     std::string scheme;          ///< lower case, without "://"
-    std::string host;            ///< UTF-8, without the brackets of an IPv6 literal
+    std::string host;            ///< ASCII (ascii_host), without the brackets of an IPv6 literal
     std::uint16_t port = 0;      ///< the written port, else the default one
     bool explicit_port = false;  ///< the address itself named a port
-    /// With its leading slash, query included, without fragment; escapes as written, everything else that may
-    /// not stand in a request line escaped.
+    /// With its leading slash, query included, without fragment and dot segments; escapes as written,
+    /// everything else that may not stand in a request line escaped.
     std::string path;
     std::u16string user;  ///< percent-decoded, like the password; no control characters in either
     std::u16string password;
@@ -53,11 +54,15 @@ struct Target {
     }
 };
 
-/// None when the address is not recognised, has no server part, an empty host, a host with characters that
-/// none may have, control characters in its credentials, or a port that is no number from 1 to 65535. `utf8`
-/// tells how the path's non-ASCII characters are written before they are escaped: UTF-8 or the ANSI code page
-/// (UTF-8 all the same where the code page lacks one of them).
+/// None when the address is not recognised or lacks a slash ("http:/host"), has no server part, an empty
+/// host, a host that cannot be written in ASCII (ascii_host) or has characters that none may have, control
+/// characters in its credentials, or a port that is no number from 1 to 65535. `utf8` tells how the path's
+/// non-ASCII characters are written before they are escaped: UTF-8 or the ANSI code page (UTF-8 all the same
+/// where the code page lacks one of them).
 std::optional<Target> parse_target(std::u16string_view address, bool utf8 = true);
+
+/// Why an address has no target, a sentence for people; credentials are left out.
+std::string why_no_target(std::u16string_view address);
 
 /// Whether both name the same server: what is given for one (a login, cookies) may be told to the other. Host
 /// names are compared without regard to letter case (RFC 4343).
@@ -66,5 +71,8 @@ bool is_same_server(const Target& a, const Target& b) noexcept;
 /// The address without user name and password, for logs and files. Of an address whose server part cannot be
 /// read, everything up to the last "@" is taken for credentials.
 std::u16string without_credentials(std::u16string_view address);
+
+/// The same, but the user name stays.
+std::u16string without_password(std::u16string_view address);
 
 }  // namespace vantlow

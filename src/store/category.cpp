@@ -128,6 +128,14 @@ bool CategoryTree::move(CClassNode& node, CClassNode& parent, Place place) {
     return true;
 }
 
+bool CategoryTree::place(CClassNode& node, CClassNode& parent, std::size_t place) {
+    if (!move(node, parent)) return false;
+    auto& children = parent.children;
+    const auto to = children.begin() + static_cast<std::ptrdiff_t>(std::min(place, children.size() - 1));
+    std::rotate(to, std::prev(children.end()), children.end());
+    return true;
+}
+
 bool CategoryTree::remove(CClassNode& node) {
     CClassNode* parent = node.parent;
     if (parent == nullptr) return false;

@@ -1,6 +1,7 @@
 // The tree of categories that jobs are filed in.
 #pragma once
 
+#include <cstddef>
 #include <memory>
 #include <string>
 #include <vector>
@@ -55,6 +56,9 @@ class CategoryTree {
     /// Puts a category with all that is below it under another one. False when that is the category itself or
     /// below it, or when the category is the root.
     bool move(CClassNode& node, CClassNode& parent, Place place = Place::last);
+    /// Puts a category at this place among the children of `parent`, behind them where there are fewer. False
+    /// where move() would be.
+    bool place(CClassNode& node, CClassNode& parent, std::size_t place);
     /// Removes a category: its jobs go to the one above it, behind those that are there, and its
     /// sub-categories take its place. False for the root.
     bool remove(CClassNode& node);

@@ -1,6 +1,9 @@
 #include "store/data_folder_lock.h"
 
+#include <utility>
 #include <vector>
+
+#include "platform/file_stamp.h"
 
 namespace vantlow {
 namespace {
@@ -23,6 +26,8 @@ DataFolderLock::Claim DataFolderLock::claim(const std::u16string& folder, FileEr
     if (error.ok()) error = file_.open(lock_path(folder), OpenMode::write, Privacy::owner_only);
     if (!error.ok()) return is_unwritable(error) ? Claim::no_disk : Claim::failed;
     if (file_.try_lock()) {
+        path_ = lock_path(folder);
+        identity_ = file_stamp(path_).identity;
         // What stands in it is an earlier owner's; where it cannot be removed nobody answers there anyway.
         static_cast<void>(file_.resize(0));
         return Claim::mine;
@@ -31,7 +36,23 @@ DataFolderLock::Claim DataFolderLock::claim(const std::u16string& folder, FileEr
     return Claim::taken;
 }
 
-FileError DataFolderLock::publish(std::string_view where) noexcept {
+bool DataFolderLock::is_in_place() const noexcept {
+    return !is_mine() || identity_ == 0 || file_stamp(path_).identity == identity_;
+}
+
+DataFolderLock::Claim DataFolderLock::claim_again(FileError& error) {
+    DataFolderLock fresh;
+    const Claim claim = fresh.claim(folder_of(path_), error);
+    if (claim == Claim::taken && is_in_place()) return Claim::mine;  // it was only not seen a moment ago
+    if (claim != Claim::mine) return claim;
+    const std::string where = std::move(published_);
+    *this = std::move(fresh);
+    static_cast<void>(publish(where));  // without it nobody reaches this owner, but the folder is its own
+    return Claim::mine;
+}
+
+FileError DataFolderLock::publish(std::string_view where) {
+    published_ = where;
     if (FileError error = file_.resize(0); !error.ok()) return error;
     return file_.write_at(0, std::as_bytes(std::span(where)));
 }

@@ -5,27 +5,26 @@
 #include <limits>
 
 #include "base/text.h"
+#include "store/journal.h"
 
 namespace vantlow {
 namespace {
-
-std::u16string database_path(const std::u16string& folder) {
-    return join_path(folder, database_name);
-}
 
 struct OneFile {
     FileError error;
     bool there = false;
     CategoryTree tree;
     DatabaseLoad load;
+    ImageDigest digest{};  ///< where it is wanted
 };
 
-OneFile load_one(const std::u16string& path) {
+OneFile load_one(const std::u16string& path, bool with_digest) {
     OneFile file;
     std::vector<std::byte> bytes;
     file.error = read_file(path, std::numeric_limits<std::int32_t>::max(), bytes);
     file.there = file.error.fault != FileFault::not_found;
     if (file.error.ok()) file.load = load_database(bytes, file.tree);
+    if (file.error.ok() && with_digest) file.digest = digest_of(bytes);
     // An empty file is what a first start finds.
     if (file.error.ok() && bytes.empty()) file.load.complete = true;
     return file;
@@ -59,30 +58,56 @@ std::u16string time_text() {
     return to_utf16(text);
 }
 
-void take(StoredDatabase& stored, OneFile& from) {
+/// The journal beside the database, as far as it is whole.
+struct StoredJournal {
+    FileError error;
+    std::vector<std::byte> bytes;
+    std::vector<std::span<const std::byte>> payloads;  ///< of `bytes`
+    bool has_any = false;                              ///< changes, for whatever image
+};
+
+StoredJournal load_journal(const std::u16string& folder) {
+    StoredJournal journal;
+    const std::u16string path = database_path(folder) + std::u16string(journal_suffix);
+    journal.error = read_file(path, std::numeric_limits<std::int32_t>::max(), journal.bytes);
+    if (journal.error.fault == FileFault::not_found) journal.error = {};
+    journal.payloads = JournalFrames::read(journal.bytes);
+    journal.has_any = has_changes(journal.payloads);
+    return journal;
+}
+
+void take(StoredDatabase& stored, OneFile& from, const StoredJournal& journal) {
     stored.tree = std::move(from.tree);
     stored.status = from.load.status;
+    if (!journal.has_any || stored.status != DatabaseLoad::Status::loaded) return;
+    const auto changes = journal_since(journal.payloads, from.digest);
+    stored.from_journal = changes && has_changes(*changes);
+    if (stored.from_journal) replay(*changes, stored.tree);
 }
 
 }  // namespace
 
+std::u16string database_path(const std::u16string& folder) {
+    return join_path(folder, database_name);
+}
+
 StoredDatabase load_database_files(const std::u16string& folder) {
     StoredDatabase stored;
     const std::u16string path = database_path(folder);
-    OneFile main = load_one(path);
-    if (is_refused(main.error)) {
-        stored.error = main.error;
-        return stored;
-    }
+    const StoredJournal journal = load_journal(folder);
+    OneFile main = load_one(path, journal.has_any);
+    // There is no other journal: what cannot be read of it must not be forgotten.
+    stored.error = is_refused(main.error) ? main.error : journal.error;
+    if (!stored.error.ok()) return stored;
     stored.status = main.load.status;
     if (is_newer(main)) return stored;
     stored.damaged = main.there && !main.load.complete;
     const bool whole = main.load.complete && main.load.status == DatabaseLoad::Status::loaded;
     if (whole) {
-        take(stored, main);
+        take(stored, main, journal);
         return stored;
     }
-    OneFile copy = load_one(path + std::u16string(copy_suffix));
+    OneFile copy = load_one(path + std::u16string(copy_suffix), journal.has_any);
     // Written over by the next save, so it must not be what a newer program needs.
     if (is_newer(copy)) {
         stored.status = copy.load.status;
@@ -93,12 +118,12 @@ StoredDatabase load_database_files(const std::u16string& folder) {
         stored.from_copy = true;
         if (!stored.damaged) stored.notes.push_back("The job database " + to_utf8(path) + " is missing.");
         stored.notes.push_back("Its copy was taken, with " + held(copy.load) + ".");
-        take(stored, copy);
+        take(stored, copy, journal);
         return stored;
     }
     if (stored.damaged)
         stored.notes.push_back("What could be read of it was taken: " + held(main.load) + ".");
-    take(stored, main);
+    take(stored, main, journal);
     return stored;
 }
 
@@ -113,16 +138,6 @@ FileError keep_damaged_database(const std::u16string& folder, std::u16string& ke
         if (error.fault != FileFault::exists) return error;
     }
     return error;
-}
-
-FileError save_database_files(const std::u16string& folder, std::span<const std::byte> image,
-                              FileError& copy) {
-    copy = {};
-    if (FileError error = make_folders(folder); !error.ok()) return error;
-    const std::u16string path = database_path(folder);
-    if (FileError error = write_file_atomically(path, image, Privacy::owner_only); !error.ok()) return error;
-    copy = write_file_atomically(path + std::u16string(copy_suffix), image, Privacy::owner_only);
-    return {};
 }
 
 std::u16string backup_path(const std::u16string& folder, std::u16string date) {

@@ -18,28 +18,27 @@ struct StoredDatabase {
     DatabaseLoad::Status status = DatabaseLoad::Status::nothing;
     FileError error;       ///< a file is there but may not be read: nothing is known, nothing may be written
     bool damaged = false;  ///< ".database" is there but not whole: keep_damaged() before it is written over
-    bool from_copy = false;  ///< the copy held more and was taken
+    bool from_copy = false;     ///< the copy held more and was taken
+    bool from_journal = false;  ///< changes that the database does not hold were taken from its journal
     /// What a person has to be told, UTF-8 sentences.
     std::vector<std::string> notes;
 };
 
 /// Reads the database of the folder. Where it is missing, cut short or damaged and the copy holds more (more
 /// jobs, more categories, or as many of them whole), the copy is taken. Neither file is changed. When either
-/// file that would be read is of a newer version the status is `newer` and nothing was taken.
+/// file that would be read is of a newer version the status is `newer` and nothing was taken. Changes that
+/// the journal holds since that database was written are made in the tree.
 StoredDatabase load_database_files(const std::u16string& folder);
 
 /// Renames a damaged database to ".database.damaged-TIME" (TIME as yyyymmdd-hhmmss, UTC), with a number
 /// behind it where that is taken; gives the new path.
 FileError keep_damaged_database(const std::u16string& folder, std::u16string& kept_as);
 
-/// Writes the image as ".database" and then as its copy; each of them is replaced by rename once the new one
-/// is on the disk, so that whatever happens at least one of them is whole. `copy` tells how the copy went; it
-/// is not tried when the database could not be written.
-FileError save_database_files(const std::u16string& folder, std::span<const std::byte> image,
-                              FileError& copy);
-
 /// The path of today's backup: the date with "-" for every "/", then ".database", in `folder`, which may end
 /// with a separator. Other characters that no file name may hold become "-" too.
 std::u16string backup_path(const std::u16string& folder, std::u16string date);
+
+/// ".database" in the folder.
+std::u16string database_path(const std::u16string& folder);
 
 }  // namespace vantlow

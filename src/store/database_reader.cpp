@@ -2,6 +2,7 @@
 
 #include "store/database.h"
 #include "store/database_fields.h"
+#include "store/database_records.h"
 #include "store/field_reader.h"
 
 namespace vantlow {
@@ -191,7 +192,8 @@ void read_state(FieldReader& in, CJobNode& job) {
     job.sources = std::move(sources);
 }
 
-// Null when the record is cut short or damaged.
+}  // namespace
+
 std::unique_ptr<CJobNode> read_job(FieldReader& in) {
     auto job = std::make_unique<CJobNode>();
     read_first_group(in, *job);
@@ -211,6 +213,8 @@ std::unique_ptr<CJobNode> read_job(FieldReader& in) {
     }
     return in.ok() && tag == fields::job_end_tag ? std::move(job) : nullptr;
 }
+
+namespace {
 
 // A category whose own fields are whole is kept with the jobs that were whole, though the one behind them is
 // not: they were read before the damage. Null when not even that is there.

@@ -1,83 +1,14 @@
-#include <algorithm>
-#include <array>
-#include <bit>
-#include <cstring>
 #include <string_view>
 
 #include "store/database.h"
 #include "store/database_fields.h"
+#include "store/database_records.h"
+#include "store/field_writer.h"
 
 namespace vantlow {
 namespace {
 
 namespace fields = database_fields;
-
-/// Gathers fields, which are small, and hands them on in larger pieces. Without a file it only counts.
-class FieldWriter {
-  public:
-    explicit FieldWriter(CQoMemFile* file) : file_(file) {}
-    FieldWriter(const FieldWriter&) = delete;
-    FieldWriter& operator=(const FieldWriter&) = delete;
-    ~FieldWriter() = default;
-
-    void raw(const void* bytes, std::size_t size) {
-        if (size > gathered_.size() - used_) {
-            flush();
-            if (size > gathered_.size()) {
-                hand_on({static_cast<const std::byte*>(bytes), size});
-                return;
-            }
-        }
-        if (size > 0) std::memcpy(gathered_.data() + used_, bytes, size);
-        used_ += size;
-    }
-    void u8(std::uint8_t value) { number(value); }
-    void i32(std::int32_t value) { number(static_cast<std::uint32_t>(value)); }
-    void i64(std::int64_t value) { number(static_cast<std::uint64_t>(value)); }
-    void count(std::size_t value) { number(static_cast<std::uint32_t>(value)); }
-    void guid(const Guid& guid) { raw(guid.bytes.data(), guid.bytes.size()); }
-    void zeros(std::size_t size) {
-        constexpr std::array<std::byte, 64> nothing{};
-        raw(nothing.data(), std::min(size, nothing.size()));
-    }
-    /// Up to its first zero unit, which ends a text in the file.
-    void text(std::u16string_view text) {
-        wide(text.substr(0, text.find(u'\0')));
-        number(std::uint16_t{0});
-    }
-    /// The units alone.
-    void wide(std::u16string_view text) {
-        if constexpr (std::endian::native == std::endian::little) {
-            raw(text.data(), text.size() * 2);
-        } else {
-            for (const char16_t c : text) number(static_cast<std::uint16_t>(c));
-        }
-    }
-    void flush() {
-        hand_on(std::span(gathered_).first(used_));
-        used_ = 0;
-    }
-    [[nodiscard]] std::size_t written() const noexcept { return written_ + used_; }
-
-  private:
-    template <class Number>
-    void number(Number value) {
-        std::array<std::byte, sizeof(Number)> bytes;
-        for (std::size_t i = 0; i < bytes.size(); ++i) {
-            bytes[i] = static_cast<std::byte>(static_cast<std::uint64_t>(value) >> (8 * i));
-        }
-        raw(bytes.data(), bytes.size());
-    }
-    void hand_on(std::span<const std::byte> bytes) {
-        if (file_ != nullptr) file_->write(bytes);
-        written_ += bytes.size();
-    }
-
-    CQoMemFile* file_;
-    std::size_t written_ = 0;
-    std::size_t used_ = 0;
-    std::array<std::byte, 8192> gathered_;
-};
 
 static_assert(fields::unused_numbers <= 64 && fields::unused_block <= 64);
 
@@ -225,6 +156,8 @@ void write_state(FieldWriter& out, const CJobNode& job) {
     write_values(out, job);
 }
 
+}  // namespace
+
 void write_job(FieldWriter& out, const CJobNode& job, const Guid& category) {
     write_first_group(out, job, category);
     write_second_group(out, job);
@@ -244,6 +177,8 @@ void write_category_head(FieldWriter& out, const CClassNode& node, std::size_t j
     out.text(node.folder);
     out.count(jobs);
 }
+
+namespace {
 
 void write_category(FieldWriter& out, const CClassNode& node) {
     write_category_head(out, node, node.jobs.size());
@@ -286,7 +221,12 @@ void save_database(const CategoryTree& tree, CQoMemFile& file) {
     write_header(counter);
     if (tree.root() != nullptr) write_tree(counter, *tree.root());
     file.reserve(file.size() + counter.written());
-    FieldWriter out(&file);
+    MemFileSink sink(file);
+    save_database(tree, sink);
+}
+
+void save_database(const CategoryTree& tree, ByteSink& sink) {
+    FieldWriter out(&sink);
     write_header(out);
     if (tree.root() != nullptr) write_tree(out, *tree.root());
     out.flush();
@@ -295,7 +235,8 @@ void save_database(const CategoryTree& tree, CQoMemFile& file) {
 void save_single_job(const CJobNode& job, CQoMemFile& file) {
     CClassNode root;
     root.name = u"Downloading";
-    FieldWriter out(&file);
+    MemFileSink sink(file);
+    FieldWriter out(&sink);
     write_header(out);
     write_category_head(out, root, 1);
     write_job(out, job, root.identity);

@@ -1,8 +1,19 @@
 #include "store/job.h"
 
 #include <algorithm>
+#include <iterator>
+
+#include "platform/process.h"
 
 namespace vantlow {
+
+Guid new_guid() {
+    unsigned char bytes[16];
+    random_guid(bytes);
+    Guid guid;
+    std::copy(std::begin(bytes), std::end(bytes), guid.bytes.begin());
+    return guid;
+}
 
 CJobSeg::Extra& CJobSeg::extra() {
     if (!extra_) extra_ = std::make_unique<Extra>();

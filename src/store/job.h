@@ -21,6 +21,9 @@ namespace vantlow {
 
 class CTransferSubThread;  // of the transfer engine; the store only carries the reference
 
+/// A fresh identity.
+Guid new_guid();
+
 /// The part of a job that the queues see.
 class CQueueNode {
   public:

@@ -186,7 +186,7 @@ std::string fault_of_address(std::u16string_view address) {
     const bool has_scheme =
         address.find(u"://") != std::u16string_view::npos || istarts_with(address, u"magnet:?");
     if (!has_scheme && address.find_first_of(u"./") == std::u16string_view::npos) return "no address";
-    if (split_address(address).port == 0) return "a kind of address that is not known";
+    if (link_kind(address) == LinkKind::unknown) return "a kind of address that is not known";
     return {};
 }
 

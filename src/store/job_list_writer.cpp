@@ -3,15 +3,16 @@
 #include "base/text.h"
 #include "platform/file.h"
 #include "platform/process.h"
+#include "store/address.h"
 #include "store/job_list.h"
 
 namespace vantlow {
 namespace {
 
-// Everything before the last separator; a folder right below the root keeps nothing in front of it.
+// Everything before the last separator of either kind; a folder right below the root keeps nothing in front
+// of it.
 std::u16string folder_text(std::u16string_view path) {
-    const bool windows = path_separator() == u'\\';
-    const auto at = windows ? path.find_last_of(u"\\/") : path.rfind(u'/');
+    const auto at = path.find_last_of(u"\\/");
     return std::u16string(at == std::u16string_view::npos ? std::u16string_view{} : path.substr(0, at));
 }
 
@@ -99,6 +100,8 @@ int job_list_field(std::u16string_view name) noexcept {
 }
 
 std::string write_job_list(std::span<const CJobNode* const> jobs, const JobListFormat& format) {
+    constexpr int referer_field = 0;
+    constexpr int password_field = 5;
     constexpr int comment_field = 7;
     std::vector<int> fields;
     for (const int field : format.fields) {
@@ -115,11 +118,17 @@ std::string write_job_list(std::span<const CJobNode* const> jobs, const JobListF
         out.raw(attribute_names_wide[static_cast<std::size_t>(fields[i])]);
     }
     out.end_line();
+    // Who has no column for passwords wants none in the file, in whatever address it stands.
+    const bool passwords = std::find(fields.begin(), fields.end(), password_field) != fields.end();
+    const auto shown = [&](const std::u16string& address) {
+        return passwords ? address : without_password(address);
+    };
     for (const CJobNode* job : jobs) {
-        out.delimited(on_one_line(job->address + job->fragment, u""));
+        out.delimited(on_one_line(shown(job->address) + job->fragment, u""));
         for (const int field : fields) {
             out.column();
-            out.delimited(on_one_line(value_of(*job, field), field == comment_field ? u"\\n" : u" "));
+            const std::u16string value = field == referer_field ? shown(job->referer) : value_of(*job, field);
+            out.delimited(on_one_line(value, field == comment_field ? u"\\n" : u" "));
         }
         out.end_line();
     }

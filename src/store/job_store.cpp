@@ -1,11 +1,9 @@
 #include "store/job_store.h"
 
 #include <algorithm>
-#include <iterator>
 #include <limits>
 
 #include "base/text.h"
-#include "platform/process.h"
 
 namespace vantlow {
 namespace {
@@ -14,14 +12,6 @@ namespace {
 constexpr std::int32_t largest_order = std::numeric_limits<std::int32_t>::max() / 2;
 
 }  // namespace
-
-Guid new_guid() {
-    unsigned char bytes[16];
-    random_guid(bytes);
-    Guid guid;
-    std::copy(std::begin(bytes), std::end(bytes), guid.bytes.begin());
-    return guid;
-}
 
 std::unique_ptr<JobStore> JobStore::open(const Options& options, std::string& error) {
     StoredDatabase stored = load_database_files(options.folder);
@@ -38,19 +28,23 @@ std::unique_ptr<JobStore> JobStore::open(const Options& options, std::string& er
 void JobStore::take(StoredDatabase stored) {
     notes_ = std::move(stored.notes);
     newer_ = stored.status == DatabaseLoad::Status::newer;
+    writer_ = std::make_unique<StoreWriter>(options_.folder);
     if (newer_) {
         notes_.emplace_back(
             "The job database was written by a newer version of Vantlow. It is left as it is.");
         return;
     }
     keep_damaged_ = stored.damaged;
-    dirty_ = stored.damaged || stored.from_copy;
+    if (stored.damaged || stored.from_copy) touch();
     tree_ = std::move(stored.tree);
     if (stored.status == DatabaseLoad::Status::nothing) {
         tree_ = CategoryTree::with_defaults(options_.download_folder, new_guid());
-        dirty_ = true;
+        touch();
     }
     make_whole();
+    // What came from the journal stays in it until the next save.
+    untold_ = untold_ || stored.from_journal;
+    if (!untold_) writer_->stand_on_database();
 }
 
 // What no database of this program holds, but a damaged or foreign one may: identities that are missing or
@@ -60,17 +54,15 @@ void JobStore::make_whole() {
     for (CClassNode* category : tree_.all()) {
         if (!categories.insert(category->identity).second) {
             category->identity = new_guid();
-            dirty_ = true;
+            touch();
         }
         for (const auto& job : category->jobs) {
             if (job->identity.is_zero() || index_.contains(job->identity)) {
                 job->identity = new_guid();
-                dirty_ = true;
+                touch();
             }
-            if (job->state == JobState::running) {
-                job->state = JobState::waiting;
-                interrupted_.insert(job->identity);
-            }
+            if (job->state == JobState::running) job->state = JobState::waiting;
+            if (job->state == JobState::waiting) interrupted_.insert(job->identity);
             last_order_ = std::max(last_order_, job->order);
             job->category = category->identity;
             file(*job, *category);
@@ -90,7 +82,7 @@ void JobStore::renumber() {
         job->order = ++last_order_;
         if (job->state == JobState::waiting) waiting_.emplace(job->order, job);
     }
-    dirty_ = true;
+    touch();
 }
 
 void JobStore::file(CJobNode& job, CClassNode& category) {
@@ -139,7 +131,11 @@ CJobNode& JobStore::add(std::unique_ptr<CJobNode> job, CClassNode& category) {
     added.category = category.identity;
     added.order = ++last_order_;
     file(added, category);
-    touch();
+    changed(added);
+    if (settings_ != nullptr) {
+        added_.push_back(added.identity);
+        unsettled_.insert(added.identity);
+    }
     return added;
 }
 
@@ -148,7 +144,7 @@ std::unique_ptr<CJobNode> JobStore::remove(CJobNode& job) {
     const auto at = index_.find(job.identity);
     CClassNode& category = *at->second.category;
     index_.erase(at);
-    touch();
+    note(Change::job_removed, job.identity);
     return CategoryTree::take(category, job);
 }
 
@@ -158,10 +154,10 @@ void JobStore::move(CJobNode& job, CClassNode& category) {
     category.jobs.push_back(CategoryTree::take(*filed.category, job));
     job.category = category.identity;
     filed.category = &category;
-    touch();
+    note(Change::job_placed, job.identity, job.category);
 }
 
-CJobNode& JobStore::replace(CJobNode& job, std::unique_ptr<CJobNode> newer) {
+CJobNode& JobStore::put_in_place(CJobNode& job, std::unique_ptr<CJobNode> newer) {
     Filed& filed = index_.at(job.identity);
     waiting_.erase({job.order, &job});
     newer->identity = job.identity;
@@ -172,8 +168,18 @@ CJobNode& JobStore::replace(CJobNode& job, std::unique_ptr<CJobNode> newer) {
         std::find_if(jobs.begin(), jobs.end(), [&](const auto& entry) { return entry.get() == &job; });
     *at = std::move(newer);
     file(**at, *filed.category);
-    touch();
     return **at;
+}
+
+CJobNode& JobStore::replace(CJobNode& job, std::unique_ptr<CJobNode> newer) {
+    CJobNode& placed = put_in_place(job, std::move(newer));
+    changed(placed);
+    return placed;
+}
+
+CJobNode& JobStore::replace_positions(CJobNode& job, std::unique_ptr<CJobNode> newer) {
+    ++revision_;
+    return put_in_place(job, std::move(newer));
 }
 
 void JobStore::set_state(CJobNode& job, JobState state) {
@@ -181,7 +187,7 @@ void JobStore::set_state(CJobNode& job, JobState state) {
     waiting_.erase({job.order, &job});
     job.state = state;
     if (state == JobState::waiting) waiting_.emplace(job.order, &job);
-    touch();
+    changed(job);
 }
 
 void JobStore::queue_last(CJobNode& job) {
@@ -189,7 +195,7 @@ void JobStore::queue_last(CJobNode& job) {
     job.order = ++last_order_;
     job.state = JobState::waiting;
     waiting_.emplace(job.order, &job);
-    touch();
+    changed(job);
 }
 
 CClassNode& JobStore::add_category(std::u16string name, std::u16string folder, CClassNode& parent) {
@@ -197,15 +203,22 @@ CClassNode& JobStore::add_category(std::u16string name, std::u16string folder, C
     node->identity = new_guid();
     node->name = std::move(name);
     node->folder = folder.empty() ? parent.folder : std::move(folder);
-    touch();
-    return tree_.insert(std::move(node), &parent);
+    CClassNode& added = tree_.insert(std::move(node), &parent);
+    changed(added);
+    return added;
 }
 
 bool JobStore::remove_category(CClassNode& category) {
     if (category.parent == nullptr) return false;
     for (const auto& job : category.jobs) index_.at(job->identity).category = category.parent;
-    touch();
+    note(Change::category_removed, category.identity);
     return tree_.remove(category);
+}
+
+bool JobStore::move_category(CClassNode& category, CClassNode& parent) {
+    if (!tree_.move(category, parent)) return false;
+    changed(category);
+    return true;
 }
 
 CClassNode& JobStore::completed() {
@@ -217,50 +230,8 @@ CClassNode& JobStore::completed() {
     return add_category(std::u16string(name), root.folder, root);
 }
 
-bool JobStore::save(const Settings& settings, std::string& error) {
-    if (newer_) {
-        error = "The job database is of a newer version and is not written.";
-        return false;
-    }
-    if (!options_.can_save) {
-        error = "The data folder " + to_utf8(options_.folder) + " cannot be written.";
-        return false;
-    }
-    const auto begin = std::chrono::steady_clock::now();
-    if (keep_damaged_) {
-        std::u16string kept_as;
-        const FileError kept = keep_damaged_database(options_.folder, kept_as);
-        if (!kept.ok() && kept.fault != FileFault::not_found) {
-            error = "The damaged job database in " + to_utf8(options_.folder) +
-                    " cannot be put aside: " + kept.text();
-            return false;
-        }
-        if (kept.ok()) notes_.push_back("The damaged file is kept as " + to_utf8(kept_as) + ".");
-        keep_damaged_ = false;
-    }
-    CQoMemFile image(database_growth_step);
-    save_database(tree_, image);
-    FileError copy;
-    if (const FileError failed = save_database_files(options_.folder, image.bytes(), copy); !failed.ok()) {
-        error = "The job database in " + to_utf8(options_.folder) + " cannot be saved: " + failed.text();
-        return false;
-    }
-    dirty_ = false;
-    const FileError backup = back_up(settings, image.bytes());
-    save_took_ =
-        std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - begin);
-    if (!backup.ok()) error = "The backup of the job database cannot be written: " + backup.text();
-    if (!copy.ok())
-        error = "The copy of the job database in " + to_utf8(options_.folder) +
-                " cannot be written: " + copy.text();
-    return copy.ok();
-}
-
-// A whole backup each day, written over by the later saves of that day.
-FileError JobStore::back_up(const Settings& settings, std::span<const std::byte> image) const {
-    const std::u16string folder = settings.text(setting::backup_to);
-    if (folder.empty()) return {};
-    return write_file_atomically(backup_path(folder, short_date_today()), image, Privacy::owner_only);
+void JobStore::changed(CClassNode& category) {
+    note(Change::category, category.identity);
 }
 
 }  // namespace vantlow

@@ -2,27 +2,36 @@
 // disk.
 #pragma once
 
-#include <chrono>
+#include <cstdint>
+#include <functional>
 #include <memory>
 #include <set>
 #include <string>
 #include <unordered_map>
+#include <unordered_set>
 #include <utility>
 #include <vector>
 
 #include "store/category.h"
+#include "store/data_folder_lock.h"
 #include "store/database_files.h"
 #include "store/settings.h"
+#include "store/store_writer.h"
 
 namespace vantlow {
 
 /// Owns the records. One thread, which calls everything; who runs a job works on a twin of it.
+///
+/// What was changed is on the disk after save(), which writes the whole database, and after commit(), which
+/// writes the changes into the journal beside it.
 class JobStore {
   public:
     struct Options {
         std::u16string folder;           ///< the data folder
         std::u16string download_folder;  ///< of the default categories
         bool can_save = true;            ///< the folder is locked by this process and can be written
+        /// The lock of the folder, looked at before anything is written; null: nobody else is about.
+        DataFolderLock* lock = nullptr;
     };
     /// Loads the database of the folder, with the default categories where there is none. Null, with the
     /// reason in `error`, when the database is there but may not be read. With a database of a newer version
@@ -31,7 +40,7 @@ class JobStore {
     JobStore(const JobStore&) = delete;
     JobStore& operator=(const JobStore&) = delete;
 
-    /// What a person has to be told about the loading, UTF-8 sentences.
+    /// What a person has to be told about the loading, and later about the folder, UTF-8 sentences.
     [[nodiscard]] const std::vector<std::string>& notes() const noexcept { return notes_; }
     [[nodiscard]] bool is_newer() const noexcept { return newer_; }
 
@@ -50,6 +59,9 @@ class JobStore {
     void move(CJobNode& job, CClassNode& category);
     /// Puts a newer version of the same job in its place; where it is filed stays.
     CJobNode& replace(CJobNode& job, std::unique_ptr<CJobNode> newer);
+    /// The same where only the positions are newer, which the state beside the partial file holds too: this
+    /// is no change that commit() writes.
+    CJobNode& replace_positions(CJobNode& job, std::unique_ptr<CJobNode> newer);
     void set_state(CJobNode& job, JobState state);
     /// The job becomes the last of those that wait.
     void queue_last(CJobNode& job);
@@ -57,48 +69,122 @@ class JobStore {
     [[nodiscard]] const std::set<std::pair<std::int32_t, CJobNode*>>& waiting() const noexcept {
         return waiting_;
     }
-    /// The jobs that were running when the database was saved last, though nobody ended them; they wait now.
+    /// The jobs that were running or waiting when they were loaded: what the last process did for them may be
+    /// known beside their files only.
     [[nodiscard]] std::set<Guid>& interrupted() noexcept { return interrupted_; }
     CClassNode& add_category(std::u16string name, std::u16string folder, CClassNode& parent);
     /// As CategoryTree::remove, the index kept true.
     bool remove_category(CClassNode& category);
+    /// As CategoryTree::move.
+    bool move_category(CClassNode& category, CClassNode& parent);
     /// "Completed" below the root; made where it is missing.
     CClassNode& completed();
 
-    /// Something changed that is to be saved.
-    void touch() noexcept { dirty_ = true; }
-    [[nodiscard]] bool is_dirty() const noexcept { return dirty_; }
+    /// Fields of the job were changed.
+    void changed(CJobNode& job) { note(Change::job, job.identity, job.category); }
+    /// The name or the folder of the category was changed.
+    void changed(CClassNode& category);
+    /// Something was changed that nothing else tells of: only save() makes it safe, and commit() saves.
+    void touch() noexcept {
+        ++revision_;
+        untold_ = true;
+    }
+    /// Something was changed that no save has written.
+    [[nodiscard]] bool is_dirty() const noexcept { return revision_ != saved_revision_; }
+
+    /// From now on a thread of the store's own writes, and commit() may be called. `wake` is called from any
+    /// thread when work() has something to do. Both must outlive stop_writing_behind().
+    void write_behind(const Settings& settings, std::function<void()> wake);
+    /// Back to writing in save() only, with everything that is on its way on the disk.
+    void stop_writing_behind();
+
+    enum class OnFailure { keep, remove_added };
+    /// `error` is empty when it is all on the disk, else a sentence.
+    using Settled = std::function<void(const std::string& error)>;
+    /// Makes everything that was changed until now safe, and tells when it is; from this thread, at once or
+    /// out of work(). With `remove_added` jobs that were added since the last commit are removed again where
+    /// it fails. Only while writing behind.
+    void commit(Settled settled, OnFailure rule = OnFailure::keep);
+    /// True for a job whose adding is not safe yet, and may be taken back: nothing should be done for it.
+    [[nodiscard]] bool is_unsettled(const CJobNode& job) const { return unsettled_.contains(job.identity); }
+    /// Begins to save in the background where there is anything to save; only while writing behind.
+    void save_behind();
+    /// To be called after a wake: tells who waits, and goes on with what is to be written. True when there is
+    /// more to do at once.
+    bool work();
+    /// The sentence of the last save in the background that failed, or whose copy or backup did; given once.
+    [[nodiscard]] std::string take_failure() { return std::exchange(failure_, {}); }
+
     /// Writes the database, its copy, and today's backup where the settings name a folder for it. A failure
     /// leaves the store dirty; the sentence says what failed. A failure of the backup is only told.
     bool save(const Settings& settings, std::string& error);
-    [[nodiscard]] std::chrono::milliseconds last_save_took() const noexcept { return save_took_; }
+    /// Looks whether the data folder is still the one that is locked, and takes the lock of what stands there
+    /// now where it is not; jobs that another process filed there meanwhile are taken over. False, with a
+    /// sentence, when somebody else owns it: nothing can be saved then.
+    bool hold_folder(std::string& error);
 
   private:
     struct Filed {
         CJobNode* job = nullptr;
         CClassNode* category = nullptr;
     };
+    enum class Change { job, job_removed, job_placed, category, category_removed };
+    struct Noted {
+        Change what = Change::job;
+        Guid identity;
+        Guid category;  ///< where the job was filed then
+    };
+    /// Who waits for a ticket.
+    struct Waiting {
+        StoreWriter::Ticket ticket = 0;
+        Settled settled;
+        std::vector<Guid> added;  ///< to be removed again where it fails
+    };
     explicit JobStore(const Options& options) : options_(options) {}
     void take(StoredDatabase stored);
     void make_whole();
     void renumber();
     void file(CJobNode& job, CClassNode& category);
-    FileError back_up(const Settings& settings, std::span<const std::byte> image) const;
+    void take_over(CategoryTree other);
+    CJobNode& put_in_place(CJobNode& job, std::unique_ptr<CJobNode> newer);
+    void note(Change what, const Guid& identity, const Guid& category = {});
+    [[nodiscard]] JournalBatch batch_of_changes();
+    [[nodiscard]] bool may_write(std::string& error);
+    bool put_damaged_aside(std::string& error);
+    bool begin_save(const Settings& settings, std::string& error);
+    void save_for_those_who_wait();
+    void take_answers();
+    void end_save(const StoreWriter::Answer& answer);
+    void settle(Waiting& waiting, const std::string& error);
 
     Options options_;
     CategoryTree tree_;
     bool newer_ = false;
-    bool dirty_ = false;
     bool keep_damaged_ = false;  ///< the file on the disk is damaged and was not renamed yet
     std::vector<std::string> notes_;
     std::unordered_map<Guid, Filed, GuidHash> index_;
     std::set<std::pair<std::int32_t, CJobNode*>> waiting_;
     std::set<Guid> interrupted_;
     std::int32_t last_order_ = 0;
-    std::chrono::milliseconds save_took_{0};
-};
 
-/// A fresh identity.
-Guid new_guid();
+    std::uint64_t revision_ = 0;
+    std::uint64_t saved_revision_ = 0;    ///< of what is in the database on the disk
+    std::uint64_t saving_revision_ = 0;   ///< of what is being saved
+    const Settings* settings_ = nullptr;  ///< while writing behind
+    std::unique_ptr<StoreWriter> writer_;
+    std::vector<Noted> noted_;                       ///< since the last commit
+    std::unordered_set<Guid, GuidHash> noted_jobs_;  ///< of `noted_` the jobs that changed
+    bool untold_ = false;                            ///< something else changed since the last save began
+    std::vector<Guid> added_;                        ///< since the last commit
+    std::unordered_set<Guid, GuidHash> unsettled_;
+    std::vector<Waiting> in_flight_;
+    std::vector<Waiting> for_next_save_;
+    StoreWriter::Ticket save_ticket_ = 0;  ///< of the save that is on its way; 0: none
+    bool save_failed_ = false;
+    bool copy_failed_ = false;
+    std::uint64_t image_size_ = 0;
+    bool folder_lost_ = false;  ///< somebody else owns what is there now
+    std::string failure_;
+};
 
 }  // namespace vantlow

@@ -19,6 +19,7 @@ constexpr std::array schemes{
     Scheme{u"http://", CProxyNode::http},     Scheme{u"connect://", CProxyNode::http_tunnel},
     Scheme{u"socks4://", CProxyNode::socks4}, Scheme{u"socks4a://", CProxyNode::socks4},
     Scheme{u"socks5://", CProxyNode::socks5}, Scheme{u"socks5h://", CProxyNode::socks5},
+    Scheme{u"socks://", CProxyNode::socks5},
 };
 constexpr std::int32_t socks_port = 1080;
 

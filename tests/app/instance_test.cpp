@@ -2,11 +2,13 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <filesystem>
 #include <functional>
 #include <memory>
 #include <thread>
 
 #include "app/hand_over.h"
+#include "platform/folder.h"
 #include "store_run.h"
 #include "support/file_server.h"
 
@@ -18,8 +20,9 @@ using namespace std::chrono_literals;
 
 class Instance : public StoreRun {
   protected:
-    void begin(const std::vector<std::u16string>& words = {}) {
-        program = std::make_unique<RunningProgram>(vantlow_program(), words, environment());
+    void begin(const std::vector<std::u16string>& words = {}) { begin(vantlow_program(), words); }
+    void begin(const std::u16string& path, const std::vector<std::u16string>& words) {
+        program = std::make_unique<RunningProgram>(path, words, environment());
         ASSERT_TRUE(eventually([&] { return !data_file(u"data/.lock").empty(); })) << program->err();
     }
     std::string data_file(std::u16string_view name) const {
@@ -144,6 +147,82 @@ TEST_F(Instance, goes_on_where_it_was_ended_or_killed) {
     EXPECT_TRUE(comes_to(id, "finished"));
     EXPECT_TRUE(file_has_content(folder.path(u"out/a"), 4, 3'000'000));
     quit();
+}
+
+TEST_F(Instance, loses_nothing_when_it_is_killed_on_a_slow_disk) {
+    std::u16string slow = vantlow_program();
+    slow.insert(slow.rfind(u"vantlow") + 7, u"_slow_disk");
+    FileServer server;
+    std::vector<std::string> ids;
+    const auto fetch_one = [&] {
+        const std::string name = "f" + std::to_string(ids.size());
+        server.set("/" + name, {make_content(static_cast<unsigned>(ids.size()), 300'000)});
+        ids.push_back(add_from(server, "/" + name));
+    };
+    for (const auto pause : {0ms, 350ms, 800ms, 1600ms}) {
+        begin(slow, {});
+        fetch_one();
+        fetch_one();
+        std::this_thread::sleep_for(pause);
+        program->kill();
+        program->wait();
+        EXPECT_EQ(list().size(), ids.size());
+    }
+    begin();
+    for (const std::string& id : ids) EXPECT_TRUE(comes_to(id, "finished"));
+    quit();
+    std::vector<FolderEntry> entries;
+    ASSERT_TRUE(list_folder(folder.path(u"out"), entries).ok());
+    EXPECT_EQ(entries.size(), ids.size()) << "nothing was fetched twice, under another name";
+    for (std::size_t i = 0; i < ids.size(); ++i) {
+        const std::u16string path = folder.path(u"out/" + to_utf16("f" + std::to_string(i)));
+        EXPECT_TRUE(file_has_content(path, static_cast<unsigned>(i), 300'000));
+    }
+}
+
+TEST_F(Instance, files_nothing_that_cannot_be_saved) {
+    const auto block = [&](bool blocked) {
+        // Folders where new files are to be made, with something in them.
+        for (const char* name : {"data/.database.new", "data/.database.journal.new"}) {
+            const std::filesystem::path path = folder.utf8_path(name);
+            std::filesystem::remove_all(path);
+            if (blocked) std::filesystem::create_directories(path / "x");
+        }
+    };
+    const auto refused = [&](const std::vector<std::u16string>& words) {
+        const RunResult result = run(words);
+        EXPECT_EQ(result.status, 1);
+        EXPECT_EQ(result.out, "");
+        EXPECT_NE(result.err.find("job database"), std::string::npos) << result.err;
+    };
+    folder.write(u"list.txt", "http://h/listed\n");
+    add({u"--paused", u"http://h/first"});
+    for (const bool resident : {false, true}) {
+        if (resident) begin();
+        block(true);
+        refused({u"add", u"--paused", u"http://h/a"});
+        refused({u"add", u"--json", u"http://h/a"});
+        refused({u"import", folder.path(u"list.txt")});
+        EXPECT_EQ(list().size(), 1U);
+        block(false);
+        EXPECT_EQ(list().size(), 1U);
+    }
+    add({u"--paused", u"http://h/second"});
+    EXPECT_EQ(list().size(), 2U);
+    quit();
+    EXPECT_EQ(list().size(), 2U);
+}
+
+TEST_F(Instance, takes_its_folder_again_when_that_was_removed) {
+    begin();
+    const std::string first = add({u"--paused", u"http://h/first"});
+    std::filesystem::remove_all(std::filesystem::path(folder.utf8_path("data")));
+    EXPECT_TRUE(eventually([&] { return !data_file(u"data/.lock").empty(); })) << "it is reached again";
+    add({u"--paused", u"http://h/second"});
+    EXPECT_EQ(list().size(), 2U);
+    quit();
+    EXPECT_NE(program->err().find("was removed or replaced"), std::string::npos) << program->err();
+    EXPECT_EQ(list().size(), 2U);
 }
 
 TEST_F(Instance, a_start_in_the_foreground_answers_other_terminals) {

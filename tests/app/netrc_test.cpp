@@ -2,6 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include "app/job_factory.h"
+#include "base/text.h"
+
 namespace vantlow {
 namespace {
 
@@ -87,6 +90,31 @@ TEST(Netrc, BrokenAndHugeFilesEndInWhatIsThere) {
     for (std::size_t i = 0; i < most_netrc_entries; ++i) many += "machine a login u password p ";
     EXPECT_EQ(parse_netrc(many + "machine last password x").size(), most_netrc_entries);
     EXPECT_EQ(parse_netrc(many + "default password x").back().password, "p");
+}
+
+TEST(Netrc, FillsInTheHalfThatIsMissing) {
+    constexpr std::string_view file = "machine h login ann password a1 machine h login bob password b1";
+    const struct {
+        const char *user, *password, *address, *expected;
+    } cases[] = {
+        {"", "", "http://h/x", "ann/a1"},      {"bob", "", "http://h/x", "bob/b1"},
+        {"eve", "", "http://h/x", "eve/"},     {"bob", "own", "http://h/x", "bob/own"},
+        {"", "own", "http://h/x", "ann/own"},  {"", "", "http://bob@h/x", "bob/b1"},
+        {"", "own", "http://bob@h/x", "/own"}, {"eve", "own", "http://bob@h/x", "bob/b1"},
+        {"", "", "http://bob:x@h/x", "/"},     {"", "", "ftp://other/x", "/"},
+    };
+    for (const auto& one : cases) {
+        GetOptions options;
+        options.user = one.user;
+        options.password = one.password;
+        JobFactory factory(options, [&](const std::string& host, const std::string& login) {
+            return find_netrc(parse_netrc(file), host, login);
+        });
+        const MadeJobs made = factory.make(one.address);
+        ASSERT_EQ(made.jobs.size(), 1U);
+        EXPECT_EQ(to_utf8(made.jobs[0].job->user + u"/" + made.jobs[0].job->password), one.expected)
+            << one.user << " " << one.address;
+    }
 }
 
 }  // namespace

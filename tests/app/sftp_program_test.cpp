@@ -21,7 +21,8 @@ TEST(SftpProgram, KeysAgentsAndHostsThatAreNotKnown) {
     const TempFolder folder;
     RunOptions options;
     options.folder = folder.path();
-    options.environment = {{"HOME", home.path()}, {"SSH_AUTH_SOCK", home.path(u"agent")}};
+    const char* const home_variable = path_separator() == u'/' ? "HOME" : "USERPROFILE";
+    options.environment = {{home_variable, home.path()}, {"SSH_AUTH_SOCK", home.path(u"agent")}};
     const std::u16string key = server.key_folder().path(u"id_ed25519");
 
     const RunResult unknown = run_vantlow({u"get", u"--key", key, link}, options);
@@ -44,6 +45,8 @@ TEST(SftpProgram, KeysAgentsAndHostsThatAreNotKnown) {
     EXPECT_EQ(named.status, 0) << named.err;
     EXPECT_TRUE(file_has(folder.path(u"named"), content));
 
+    // The agents of Windows listen elsewhere, and none of them runs under Wine.
+    if (path_separator() != u'/') return;
     RunningProgram agent(u"/usr/bin/ssh-agent", {u"-D", u"-a", home.path(u"agent")});
     RunResult added;
     for (int i = 0; i < 100 && added.status != 0; ++i) {

@@ -346,6 +346,7 @@ TEST(UdpAnnounce, EndsWithWhatIsWrong) {
     for (const char* url : {"udp://127.0.0.1", "udp://", "udp://:5/", "udp://[::1/:5"}) {
         EXPECT_FALSE(a.announce(url).ok) << url;
     }
+    EXPECT_TRUE(a.log.has("127.0.0.1:2710")) << "the port of an address without one\n" << a.log.all();
 }
 
 TEST(UdpAnnounce, SendsALostRequestAgain) {

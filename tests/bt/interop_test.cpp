@@ -1,4 +1,4 @@
-// Against the trackers, peers and proxies that are out there; on systems and machines that have them.
+// Against the trackers, peers and proxies that are out there; on machines that have them.
 #include <gtest/gtest.h>
 
 #include "base/codes.h"
@@ -11,8 +11,8 @@
 #include "support/process_run.h"
 #include "support/recording_log.h"
 #include "support/scripted_server.h"
-#include "support/temp_folder.h"
 #include "support/udp_server.h"
+#include "support/unix_server.h"
 
 namespace vantlow {
 namespace {
@@ -23,13 +23,6 @@ using test::RunningProgram;
 using test::TempFolder;
 using Words = std::vector<std::u16string>;
 
-std::u16string found_program(std::initializer_list<const char16_t*> paths) {
-    for (const char16_t* path : paths) {
-        if (path_separator() == u'/' && path_kind(path) == PathKind::file) return path;
-    }
-    return {};
-}
-
 const LibraryTables& libraries() {
     static const LibraryTables tables = load_libraries(folder_of(program_path()));
     return tables;
@@ -37,22 +30,6 @@ const LibraryTables& libraries() {
 
 std::u16string text16(std::uint16_t number) {
     return to_utf16(std::to_string(number));
-}
-
-bool accepts(std::uint16_t port) {
-    const StopSource never;
-    auto socket = TcpSocket::begin_connect(*SocketAddress::from_literal("127.0.0.1", port));
-    return socket.ok() && wait_socket(*socket, Interest::write, milliseconds(500), never) == Ready::yes &&
-           socket->connect_error() == 0;
-}
-
-bool wait_until_it_accepts(std::uint16_t port, RunningProgram& program) {
-    const auto end = Clock::now() + std::chrono::seconds(15);
-    while (program.is_running() && Clock::now() < end) {
-        if (accepts(port)) return true;
-        std::this_thread::sleep_for(milliseconds(10));
-    }
-    return false;
 }
 
 /// A torrent of a file in a folder of its own, and a job for it.
@@ -99,7 +76,7 @@ std::vector<std::string> texts(const std::vector<SocketAddress>& peers) {
 }
 
 TEST(RealTrackers, OpentrackerTellsPeersOverBothProtocols) {
-    const std::u16string program = found_program({u"/usr/bin/opentracker"});
+    const std::u16string program = test::unix_program("opentracker");
     if (program.empty()) GTEST_SKIP() << "opentracker is missing";
     Swarm swarm;
     const std::uint16_t port = test::closed_port();
@@ -107,9 +84,14 @@ TEST(RealTrackers, OpentrackerTellsPeersOverBothProtocols) {
     const std::u16string white = swarm.folder.write(u"white", to_hex(swarm.job.info_hash) + "\n");
     const std::u16string config =
         swarm.folder.write(u"ot.conf", "listen.tcp " + address + "\nlisten.udp " + address +
-                                           "\naccess.whitelist " + to_utf8(white) + "\n");
+                                           "\naccess.whitelist " + test::unix_path(white) + "\n");
     RunningProgram tracker(program, {u"-f", config}, {.folder = swarm.folder.path()});
-    ASSERT_TRUE(wait_until_it_accepts(port, tracker)) << tracker.err();
+    ASSERT_TRUE(test::wait_until_it_accepts(tracker, port)) << tracker.err();
+    // It listens before it has read which torrents are listed.
+    const auto end = Clock::now() + std::chrono::seconds(10);
+    while (!swarm.announce("http://" + address + "/announce", AnnounceEvent::none, 7001).ok &&
+           Clock::now() < end)
+        std::this_thread::sleep_for(milliseconds(20));
     for (const std::string scheme : {"http://", "udp://"}) {
         const std::string url = scheme + address + "/announce";
         const std::uint16_t base = scheme == "http://" ? 7001 : 8001;
@@ -138,7 +120,7 @@ TEST(RealTrackers, OpentrackerTellsPeersOverBothProtocols) {
 }
 
 TEST(RealProxies, DanteRelaysAUdpAssociation) {
-    const std::u16string program = found_program({u"/usr/sbin/danted"});
+    const std::u16string program = test::unix_program("danted");
     if (program.empty()) GTEST_SKIP() << "danted is missing";
     Swarm swarm;
     const std::uint16_t port = test::closed_port();
@@ -150,7 +132,7 @@ TEST(RealProxies, DanteRelaysAUdpAssociation) {
                             "socks pass { from: 0.0.0.0/0 to: 0.0.0.0/0 command: bind connect udpassociate "
                             "bindreply udpreply }\n");
     RunningProgram proxy(program, {u"-f", config, u"-p", swarm.folder.path(u"pid"), u"-N", u"1"});
-    ASSERT_TRUE(wait_until_it_accepts(port, proxy)) << proxy.err();
+    ASSERT_TRUE(test::wait_until_it_accepts(proxy, port)) << proxy.err();
     test::UdpServer tracker([](const std::string& datagram) {
         using namespace std::string_literals;
         const std::string transaction = datagram.substr(12, 4);
@@ -204,7 +186,7 @@ time.sleep(60)
 )";
 
 TEST(RealPeers, LibtorrentSpeaksEncryptedAndPlainAsItIsTold) {
-    const std::u16string python = found_program({u"/usr/bin/python3"});
+    const std::u16string python = test::unix_program("python3");
     if (python.empty() || test::run_program(python, {u"-c", u"import libtorrent"}).status != 0)
         GTEST_SKIP() << "python3-libtorrent is missing";
     struct Case {
@@ -243,7 +225,7 @@ TEST(RealPeers, LibtorrentSpeaksEncryptedAndPlainAsItIsTold) {
 }
 
 TEST(RealPeers, TransmissionTakesPartWhenItWantsEncryption) {
-    const std::u16string program = found_program({u"/usr/bin/transmission-daemon"});
+    const std::u16string program = test::unix_program("transmission-daemon");
     if (program.empty()) GTEST_SKIP() << "transmission-daemon is missing";
     Swarm swarm;
     const std::uint16_t port = test::closed_port();
@@ -252,15 +234,15 @@ TEST(RealPeers, TransmissionTakesPartWhenItWantsEncryption) {
     ASSERT_TRUE(make_folders(swarm.folder.path(u"watch")).ok());
     swarm.folder.write(
         u"config/settings.json",
-        "{\"encryption\": 2, \"download-dir\": \"" + swarm.folder.utf8_path() +
+        "{\"encryption\": 2, \"download-dir\": \"" + test::unix_path(swarm.folder.path()) +
             "\", \"peer-port\": " + std::to_string(port) +
             ", \"rpc-enabled\": false, \"dht-enabled\": false, \"lpd-enabled\": false, "
             "\"pex-enabled\": false, \"utp-enabled\": false, \"port-forwarding-enabled\": false, "
             "\"watch-dir\": \"" +
-            swarm.folder.utf8_path("watch") +
+            test::unix_path(swarm.folder.path(u"watch")) +
             "\", \"watch-dir-enabled\": true, \"bind-address-ipv4\": \"127.0.0.1\"}");
     RunningProgram peer(program, {u"-f", u"-g", config});
-    ASSERT_TRUE(wait_until_it_accepts(port, peer)) << peer.err();
+    ASSERT_TRUE(test::wait_until_it_accepts(peer, port)) << peer.err();
     swarm.folder.write(u"watch/data.torrent", swarm.document);
     // It takes a moment until it has read and checked the torrent.
     ProbeReport report;
@@ -277,16 +259,16 @@ TEST(RealPeers, TransmissionTakesPartWhenItWantsEncryption) {
 }
 
 TEST(RealPeers, Aria2AcceptsRc4AndRefusesPlainWhenTold) {
-    const std::u16string program = found_program({u"/usr/bin/aria2c"});
+    const std::u16string program = test::unix_program("aria2c");
     if (program.empty()) GTEST_SKIP() << "aria2c is missing";
     Swarm swarm;
     const std::uint16_t port = test::closed_port();
     RunningProgram peer(
         program, {u"--check-integrity=true", u"--seed-ratio=0", u"--bt-require-crypto=true",
                   u"--bt-min-crypto-level=arc4", u"--enable-dht=false", u"--enable-dht6=false",
-                  u"--bt-enable-lpd=false", u"--listen-port=" + text16(port), u"-d" + swarm.folder.path(),
+                  u"--bt-enable-lpd=false", u"--listen-port=" + text16(port), u"-d", swarm.folder.path(),
                   swarm.torrent});
-    ASSERT_TRUE(wait_until_it_accepts(port, peer)) << peer.out() << peer.err();
+    ASSERT_TRUE(test::wait_until_it_accepts(peer, port)) << peer.out() << peer.err();
     const ProbeReport hidden = swarm.probe(port, ProbeMode::encrypted);
     EXPECT_TRUE(hidden.ok) << hidden.failure;
     EXPECT_EQ(hidden.encryption, "RC4");

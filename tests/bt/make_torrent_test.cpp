@@ -8,6 +8,7 @@
 #include "support/content.h"
 #include "support/process_run.h"
 #include "support/temp_folder.h"
+#include "support/unix_program.h"
 
 namespace vantlow {
 namespace {
@@ -148,14 +149,6 @@ TEST(MakeTorrent, RefusesWhatHoldsNothingAndWhatChanges) {
     EXPECT_EQ(hash_pieces(*source, 16384, 2, stopped, done).failure().code, Code::stopped);
 }
 
-std::u16string found_program(std::u16string_view name) {
-    for (const char16_t* folder : {u"/usr/bin", u"/usr/local/bin"}) {
-        const std::u16string path = join_path(folder, name);
-        if (path_separator() == u'/' && path_kind(path) == PathKind::file) return path;
-    }
-    return {};
-}
-
 CBEMetaInfo read_torrent_file(const std::u16string& path) {
     CBEMetaInfo meta;
     CBEncode parser;
@@ -175,8 +168,8 @@ TEST(MakeTorrent, AgreesWithOtherMakers) {
         ASSERT_EQ(own.status, 0) << own.err;
         const CBEMetaInfo meta = read_torrent_file(path + u".torrent");
         EXPECT_NE(own.out.find(to_hex(meta.info_hash)), std::string::npos) << own.out;
-        const std::u16string mktorrent = found_program(u"mktorrent");
-        const std::u16string transmission = found_program(u"transmission-create");
+        const std::u16string mktorrent = test::unix_program("mktorrent");
+        const std::u16string transmission = test::unix_program("transmission-create");
         if (mktorrent.empty() || transmission.empty())
             GTEST_SKIP() << "mktorrent or transmission-create is missing";
         const std::u16string other = folder.path(u"other.torrent");

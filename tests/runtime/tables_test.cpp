@@ -23,7 +23,8 @@ std::u16string own_folder() {
 // The libraries that a folder of this project is looked through for, in that order.
 std::vector<std::string> own_files() {
     std::vector<std::string> files;
-    for (const char* name : {"libssl", "libssh", "libcrypto5", "libsecur", "libKAD", "libBTDHT"}) {
+    for (const char* name :
+         {"libssl", "libssh", "libcrypto5", "libsecur", "libKAD", "libBTDHT", "libnames"}) {
         files.push_back(to_utf8(Library::file_name(name)));
     }
     return files;

@@ -2,7 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include "base/text.h"
+#include "platform/file.h"
 #include "platform/process.h"
+#include "runtime/host_names.h"
 
 namespace vantlow {
 namespace {
@@ -92,14 +95,15 @@ TEST(ParseTarget, finds_server_and_path_as_a_browser_would) {
         {u"http://h/a?b#c?d", "http h 80 /a?b"},
         {u"http://[2001:db8::1]:81/x", "http [2001:db8::1] 81! /x"},
         {u"http://[fe80::1%25eth0]/x", "http [fe80::1] 80 /x"},
-        {u"http://b\u00FCcher.example/",
-         "http b\xC3\xBC"
-         "cher.example 80 /"},
         {u"http://ex%61mple/", "http example 80 /"},
         {u"http://h/a b\u00E4%20%zz", "http h 80 /a%20b%C3%A4%20%zz"},
         {u"http://h/a\r\nHost: evil", "http h 80 /a%0D%0AHost:%20evil"},
         {u"http://h/\"<>{}|^`", "http h 80 /%22%3C%3E%7B%7D%7C%5E%60"},
         {u"http://h/\xDCFF", "http h 80 /%FF"},  // a byte that was not UTF-8
+        {u"http://h/a/./b/../c?d=/../e", "http h 80 /a/c?d=/../e"},
+        {u"ftp://h/../%2e%2E/f", "ftp h 21 /f"},
+        {u"http:pw@h/f", "ftp h 21 /f"},
+        {u"http:80/f", "ftp http 80! /f"},
     };
     for (const Case& c : cases) EXPECT_EQ(told(parse_target(c.address)), c.target);
     EXPECT_EQ(parse_target(u"http://[fe80::1%25eth0]/")->host, "fe80::1%eth0");
@@ -139,9 +143,46 @@ TEST(ParseTarget, refuses_what_names_no_server) {
                                     u"http://u%0d%0a:p@h/",
                                     u"ftp://u:p%0aDELE%20x@h/",
                                     u"ftp://u:p\nq@h/",
-                                    u"http://u:p?w@h/"}) {
+                                    u"http://u:p?w@h/",
+                                    u"http:/host/x",
+                                    u"FTP:\\\\host\\x",
+                                    u"x@https:/y",
+                                    u"https:"}) {
         EXPECT_EQ(told(parse_target(address)), "none") << testing::PrintToString(std::u16string(address));
     }
+}
+
+TEST(ParseTarget, writes_international_names_in_ascii) {
+    const LibraryTables tables = load_libraries(folder_of(program_path()));
+    if (tables.names.Names_ToAscii == nullptr) GTEST_SKIP() << "built without libidn2";
+    {
+        const HostNameScope names(tables.names);
+        struct Case {
+            std::u16string address;
+            std::string target;
+        };
+        const Case cases[] = {
+            {u"http://B\u00DCcher.example/", "http xn--bcher-kva.example 80 /"},
+            {u"http://b%C3%BCcher.example:81/\u00FC", "http xn--bcher-kva.example 81! /%C3%BC"},
+            {u"https://fa\u00DF.de", "https xn--fa-hia.de 443 /"},  // not "fass.de", another one's
+            {u"ftp://u\u0308ber.example", "ftp xn--ber-goa.example 21 /"},
+            {u"http://\u4F60\u597D\u3002cn/", "http xn--6qq79v.cn 80 /"},
+            {u"http://_x.b\u00FCcher.example/", "http _x.xn--bcher-kva.example 80 /"},
+            {u"http://good\uFF0Fevil.example/", "none"},  // a slash to others
+            {u"http://\u2100.example/", "none"},
+            {u"http://a\u00AD\u200Db\u0301c\uFFFD.example/", "none"},
+            {u"http://" + std::u16string(70, u'\u00FC') + u".example/", "none"},
+        };
+        for (const Case& c : cases) EXPECT_EQ(told(parse_target(c.address)), c.target) << to_utf8(c.address);
+    }
+    EXPECT_EQ(told(parse_target(u"http://b\u00FCcher.example/")), "none");
+}
+
+TEST(WhyNoTarget, says_what_is_wrong_and_no_password) {
+    EXPECT_EQ(why_no_target(u"http:/u:secret@host/x"),
+              "Invalid URL: http:/host/x lacks a slash: addresses begin with \"http://\".");
+    EXPECT_NE(why_no_target(u"http://u:secret@b\u00FCcher.example/x").find("libnames"), std::string::npos);
+    EXPECT_EQ(why_no_target(u"http://u:secret@a b/x"), "Invalid URL: http://a b/x");
 }
 
 TEST(ParseTarget, decodes_credentials) {

@@ -9,6 +9,7 @@
 
 #include "base/text.h"
 #include "sample_store.h"
+#include "store/store_writer.h"
 #include "support/fault_hook.h"
 #include "support/temp_folder.h"
 
@@ -33,9 +34,12 @@ std::string image_with(int jobs) {
 }
 
 FileError save(const TempFolder& folder, std::string_view image) {
-    FileError copy;
-    const FileError error = save_database_files(folder.path(), std::as_bytes(std::span(image)), copy);
-    return error.ok() ? copy : error;
+    StoreWriter writer(folder.path());
+    const auto bytes = std::as_bytes(std::span(image));
+    writer.begin_image();
+    writer.save({{std::vector(bytes.begin(), bytes.end())}, {}});
+    const StoreWriter::Answer answer = writer.take_answers().at(0);
+    return answer.error.ok() ? answer.copy : answer.error;
 }
 
 std::size_t jobs_in(const StoredDatabase& stored) {
@@ -140,7 +144,8 @@ TEST(DatabaseFiles, whatever_operation_of_a_save_fails_or_is_the_last_one_one_fi
             error = save(folder, new_image);
         }
         if (fail_at == 0) operations = witness.count_;
-        EXPECT_EQ(error.ok(), fail_at == 0);
+        // The last one removes a journal, which says nothing any more.
+        EXPECT_EQ(error.ok(), fail_at == 0 || fail_at == operations);
         EXPECT_FALSE(witness.early_rename_) << "a name was given to bytes that are not on the disk";
         witness.moments_.push_back({folder.read(u".database"), folder.read(u".database.copy")});
         for (const auto& [database, copy] : witness.moments_) {

@@ -45,6 +45,43 @@ TEST(JobList, is_laid_out_line_by_line) {
               "TextDelimiter='\r\nColumnDelimiter=;\r\nExtraFields=\r\n'http://h/a#f'\r\n");
 }
 
+TEST(JobList, holds_passwords_only_where_it_has_a_column_for_them) {
+    const struct {
+        std::u16string address;
+        std::string without;
+    } cases[] = {
+        {u"http://ann:s3cret@h/a@b", "http://ann@h/a@b"},
+        {u"ftp://ann:s3@cret@h:21/a", "ftp://ann@h:21/a"},
+        {u"ann:s3cret@h/a", "ann@h/a"},
+        {u"http:/ann:s3cret@h/a", "http:/ann@h/a"},
+        {u"http://:s3cret@h/a", "http://@h/a"},
+        {u"http://ann@h:81/a:b", "http://ann@h:81/a:b"},
+        {u"http://h:81/a:b@c", "http://h:81/a:b@c"},
+        {u"ed2k://|file|a:b@c|1|00|/", "ed2k://|file|a:b@c|1|00|/"},
+    };
+    for (const auto& one : cases) {
+        auto with = job(one.address);
+        with->referer = one.address;
+        with->password = u"s3cret";
+        EXPECT_NE(written(*with, {u"'", u";", {0, 4}}).find("'" + one.without + "';'" + one.without + "';"),
+                  std::string::npos)
+            << one.without;
+        EXPECT_NE(written(*with, {u"'", u";", {5}}).find("'" + to_utf8(one.address) + "';'s3cret'"),
+                  std::string::npos);
+    }
+}
+
+TEST(JobList, has_the_folder_before_the_last_separator_of_either_kind) {
+    for (const auto& [path, expected] :
+         {std::pair(u"C:\\a\\b.bin", "'C:\\a'"), std::pair(u"/a/b.bin", "'/a'"),
+          std::pair(u"/a\\b/", "'/a\\b'"), std::pair(u"b.bin", "''")}) {
+        auto one = job(u"http://h/a");
+        one->path = path;
+        EXPECT_NE(written(*one, {u"'", u";", {1}}).find(std::string(";") + expected), std::string::npos)
+            << expected;
+    }
+}
+
 TEST(JobList, what_was_exported_comes_back) {
     auto one = job(u"http://h/a,b?\"q\"");
     one->fragment = u"#f";

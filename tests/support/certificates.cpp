@@ -1,12 +1,9 @@
 #include "support/certificates.h"
 
 #include "base/text.h"
-#include "support/unix_shell.h"
 
 namespace vantlow::test {
 namespace {
-
-constexpr const char* program = "/usr/bin/openssl";
 
 constexpr std::string_view configuration = R"(
 [ca]
@@ -39,7 +36,7 @@ std::string new_key(const std::string& name,
 }  // namespace
 
 bool Certificates::available() {
-    return has_unix_program(program);
+    return !unix_program("openssl").empty();
 }
 
 Certificates::Certificates() {
@@ -76,15 +73,19 @@ void Certificates::make(const std::string& name, const CertificateWishes& wishes
 }
 
 std::string Certificates::file(const std::string& name) const {
-    return unix_path(folder_.path(to_utf16(name))).value_or("");
+    return unix_path(folder_.path(to_utf16(name)));
 }
 
 OpensslServer::OpensslServer(const Certificates& certificates, const std::string& name,
                              const std::string& more)
-    : server_(documents_, [&](std::uint16_t port) {
-          return "openssl s_server -quiet -HTTP -accept 127.0.0.1:" + std::to_string(port) + " -cert " +
-                 certificates.file(name + ".pem") + " -key " + certificates.file(name + ".key") + " " + more;
-      }) {
+    : server_(u"/bin/sh",
+              [&](const TempFolder&, std::uint16_t port) {
+                  return std::vector<std::u16string>{
+                      u"-c", to_utf16("exec openssl s_server -quiet -HTTP -accept 127.0.0.1:" +
+                                      std::to_string(port) + " -cert " + certificates.file(name + ".pem") +
+                                      " -key " + certificates.file(name + ".key") + " " + more)};
+              },
+              {.run_folder = documents_.path()}) {
     put(u"answer", "HTTP/1.1 200 OK\r\nContent-Length: 5\r\nConnection: close\r\n\r\nhello");
 }
 

@@ -4,8 +4,8 @@
 #include <string>
 #include <string_view>
 
-#include "support/shell_server.h"
 #include "support/temp_folder.h"
+#include "support/unix_server.h"
 
 namespace vantlow::test {
 
@@ -53,7 +53,7 @@ class OpensslServer {
 
   private:
     TempFolder documents_;
-    ShellServer server_;
+    UnixServer server_;
 };
 
 }  // namespace vantlow::test

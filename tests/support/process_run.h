@@ -53,7 +53,13 @@ class ProcessBackend {
     [[nodiscard]] virtual std::int64_t id() const = 0;
 };
 
-/// A program that runs beside the test. Killed and waited for when the object ends.
+/// Starts a program that is named by its Unix path. Windows only: elsewhere that is what every path is.
+std::unique_ptr<ProcessBackend> start_unix_program(const std::u16string& program,
+                                                   const std::vector<std::u16string>& arguments,
+                                                   const RunOptions& options);
+
+/// A program that runs beside the test; one with a Unix path also below Wine (unix_program.h). Killed and
+/// waited for when the object ends.
 class RunningProgram {
   public:
     RunningProgram(const std::u16string& program, const std::vector<std::u16string>& arguments,

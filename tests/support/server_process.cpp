@@ -1,22 +1,16 @@
 #include "support/server_process.h"
 
-#include <filesystem>
 #include <stdexcept>
 
 #include "base/text.h"
 #include "platform/file.h"
 #include "platform/process.h"
-#include "platform/socket.h"
-#include "support/scripted_server.h"
+#include "support/process_run.h"
 
 namespace vantlow::test {
 namespace {
 
-using std::chrono::milliseconds;
-
-bool is_there(const std::u16string& program) {
-    return path_separator() == u'/' && path_kind(program) == PathKind::file;
-}
+using Words = std::vector<std::u16string>;
 
 bool is_root() {
     return user_logon_name() == u"root";
@@ -24,157 +18,125 @@ bool is_root() {
 
 // Where the tests' own copy of proftpd stands: its package and vsftpd's cannot be installed together.
 std::u16string proftpd_root() {
-    return join_path(folder_of(folder_of(folder_of(program_path()))), u"proftpd");
+    return to_utf16(unix_path(join_path(folder_of(folder_of(folder_of(program_path()))), u"proftpd")));
 }
 
-std::u16string encoded(std::string_view address) {
-    return to_utf16(address);
+void change_mode(const char16_t* mode, const std::u16string& path) {
+    const RunResult changed = run_program(u"/bin/chmod", {mode, path});
+    if (changed.status != 0) throw std::runtime_error("chmod: " + changed.err);
 }
 
-}  // namespace
-
-ServerProcess::~ServerProcess() {
-    if (!program_) return;
-    program_->terminate();
-    (void)program_->wait(std::chrono::seconds(5));
-}
-
-void ServerProcess::start(const std::u16string& program, const std::string& host,
-                          const std::function<std::vector<std::u16string>()>& arguments,
-                          const RunOptions& options) {
-    const std::uint16_t wanted = port_;
-    for (int attempt = 0; attempt < 3; ++attempt) {
-        port_ = wanted != 0 ? wanted : closed_port();
-        program_ = std::make_unique<RunningProgram>(program, arguments(), options);
-        const auto end = Clock::now() + std::chrono::seconds(10);
-        while (program_->is_running() && Clock::now() < end) {
-            if (accepts(port_, host)) return;
-            std::this_thread::sleep_for(milliseconds(5));
-        }
-    }
-    throw std::runtime_error(to_utf8(program) + " does not start: " + output());
-}
-
-std::string make_certificate(const TempFolder& folder) {
-    const std::u16string file = folder.path(u"server.pem");
-    const RunResult made = run_program(
-        u"/usr/bin/openssl", {u"req", u"-x509", u"-newkey", u"rsa:2048", u"-nodes", u"-days", u"2", u"-subj",
-                              u"/CN=127.0.0.1", u"-addext", u"subjectAltName=IP:127.0.0.1", u"-keyout",
-                              folder.path(u"key.pem"), u"-out", folder.path(u"cert.pem")});
-    if (made.status != 0) throw std::runtime_error("openssl: " + made.err);
-    folder.write(u"server.pem", folder.read(u"key.pem") + folder.read(u"cert.pem"));
-    std::filesystem::permissions(to_utf8(file),
-                                 std::filesystem::perms::owner_read | std::filesystem::perms::owner_write);
-    return to_utf8(file);
-}
-
-bool Vsftpd::available() {
-    return is_there(u"/usr/sbin/vsftpd") && is_root();
-}
-
-Vsftpd::Vsftpd(std::string_view lines, bool ipv6) : ipv6_(ipv6) {
-    const std::u16string empty = prefix_.path(u"empty");
-    if (!make_folders(empty).ok()) throw std::runtime_error("no folder for vsftpd");
-    start(u"/usr/sbin/vsftpd", ipv6 ? "::1" : "127.0.0.1", [&] {
-        std::string text = ipv6 ? "listen=NO\nlisten_ipv6=YES\nlisten_address6=::1\n"
-                                : "listen=YES\nlisten_ipv6=NO\nlisten_address=127.0.0.1\n";
-        text += "listen_port=" + std::to_string(port_) + "\nbackground=NO\nanonymous_enable=YES\n";
-        text +=
-            "local_enable=NO\nisolate=NO\nisolate_network=NO\nseccomp_sandbox=NO\npam_service_name=other\n";
-        text += "anon_root=" + documents_.utf8_path() + "\nsecure_chroot_dir=" + to_utf8(empty) + "\n";
-        text += std::string(lines) + "\n";
-        return std::vector<std::u16string>{prefix_.write(u"vsftpd.conf", text)};
-    });
-}
-
-std::u16string Vsftpd::url16(std::string_view path, std::string_view scheme) const {
-    return encoded(std::string(scheme) + "://" + (ipv6_ ? "[::1]" : "127.0.0.1") + ":" +
-                   std::to_string(port_) + std::string(path));
-}
-
-bool Proftpd::available() {
-    return is_there(join_path(proftpd_root(), u"usr/sbin/proftpd"));
-}
-
-Proftpd::Proftpd(std::string_view lines) {
-    const std::string root = to_utf8(proftpd_root());
-    const std::string folder = prefix_.utf8_path();
-    // It refuses to serve root; a file that everybody may read is enough for nobody.
-    const std::string ids = is_root() ? "65534:65534" : "1000:1000";
-    using std::filesystem::perms;
-    const perms readable =
-        perms::owner_all | perms::group_read | perms::group_exec | perms::others_read | perms::others_exec;
-    std::filesystem::permissions(documents_.utf8_path(), readable);
-    const auto users = prefix_.write(u"users", "joe:$1$vantlow0$yyhZ6UeBKPxCiTVmGlUI31:" + ids +
-                                                   "::" + documents_.utf8_path() + ":/bin/sh\n");
-    std::filesystem::permissions(to_utf8(users), perms::owner_read | perms::owner_write);
-    RunOptions options;
-    options.environment = {{"LD_LIBRARY_PATH", to_utf16(root + "/usr/lib/x86_64-linux-gnu")}};
-    start(
-        to_utf16(root + "/usr/sbin/proftpd"), "127.0.0.1",
-        [&] {
-            std::string text =
-                "ServerType standalone\nServerName test\nDefaultAddress 127.0.0.1\nUseIPv6 off\n";
-            text += "Port " + std::to_string(port_) + "\nUseReverseDNS off\nDelayEngine off\nWtmpLog off\n";
-            text += "User nobody\nGroup nogroup\nTransferLog none\nRequireValidShell off\n";
-            text += "AuthOrder mod_auth_file.c\nAllowRetrieveRestart on\n";
-            text += "ModulePath " + root + "/usr/lib/proftpd\nPidFile " + folder + "/pid\n";
-            text += "ScoreboardFile " + folder + "/scoreboard\nSystemLog " + folder + "/log\n";
-            text += "AuthUserFile " + folder + "/users\n" + std::string(lines) + "\n";
-            return std::vector<std::u16string>{u"-n", u"-c", prefix_.write(u"proftpd.conf", text)};
-        },
-        options);
-}
-
-std::u16string Proftpd::url16(std::string_view path, std::string_view scheme,
-                              std::string_view password) const {
-    return encoded(std::string(scheme) + "://joe:" + std::string(password) +
-                   "@127.0.0.1:" + std::to_string(port_) + std::string(path));
-}
-
-bool Sshd::available() {
-    return is_there(u"/usr/sbin/sshd") && is_there(u"/usr/bin/ssh-keygen");
-}
-
-void Sshd::make_key(const TempFolder& folder, const char16_t* name, const char16_t* kind) {
+void make_key(const TempFolder& folder, const char16_t* name, const char16_t* kind) {
     (void)remove_file(folder.path(name));
     const RunResult made =
         run_program(u"/usr/bin/ssh-keygen", {u"-q", u"-t", kind, u"-N", u"", u"-f", folder.path(name)});
     if (made.status != 0) throw std::runtime_error("ssh-keygen: " + made.err);
 }
 
+}  // namespace
+
+std::string make_certificate(const TempFolder& folder) {
+    run_in_shell(folder,
+                 "umask 077; openssl req -x509 -newkey rsa:2048 -nodes -days 2 -subj /CN=127.0.0.1 "
+                 "-addext subjectAltName=IP:127.0.0.1 -keyout key.pem -out cert.pem && "
+                 "cat key.pem cert.pem >server.pem");
+    return unix_path(folder.path(u"server.pem"));
+}
+
+bool Vsftpd::available() {
+    return !unix_program("vsftpd").empty() && is_root();
+}
+
+Vsftpd::Vsftpd(std::string_view lines, bool ipv6) : ipv6_(ipv6) {
+    const auto words = [&](const TempFolder& own, std::uint16_t port) {
+        if (!make_folders(own.path(u"empty")).ok()) throw std::runtime_error("no folder for vsftpd");
+        std::string text = ipv6 ? "listen=NO\nlisten_ipv6=YES\nlisten_address6=::1\n"
+                                : "listen=YES\nlisten_ipv6=NO\nlisten_address=127.0.0.1\n";
+        text += "listen_port=" + std::to_string(port) + "\nbackground=NO\nanonymous_enable=YES\n";
+        text +=
+            "local_enable=NO\nisolate=NO\nisolate_network=NO\nseccomp_sandbox=NO\npam_service_name=other\n";
+        text += "anon_root=" + unix_path(documents_.path()) + "\n";
+        text += "secure_chroot_dir=" + unix_path(own.path(u"empty")) + "\n" + std::string(lines) + "\n";
+        return Words{own.write(u"vsftpd.conf", text)};
+    };
+    server_ = std::make_unique<UnixServer>(unix_program("vsftpd"), words,
+                                           UnixServer::Options{.host = ipv6 ? "::1" : "127.0.0.1"});
+}
+
+std::u16string Vsftpd::url16(std::string_view path, std::string_view scheme) const {
+    return to_utf16(std::string(scheme) + "://" + (ipv6_ ? "[::1]" : "127.0.0.1") + ":" +
+                    std::to_string(port()) + std::string(path));
+}
+
+bool Proftpd::available() {
+    return can_start_unix_programs() && has_unix_program(proftpd_root() + u"/usr/sbin/proftpd");
+}
+
+Proftpd::Proftpd(std::string_view lines) {
+    const std::string root = to_utf8(proftpd_root());
+    // It refuses to serve root; a file that everybody may read is enough for nobody.
+    const std::string ids = is_root() ? "65534:65534" : "1000:1000";
+    change_mode(u"755", documents_.path());
+    const auto words = [&](const TempFolder& own, std::uint16_t port) {
+        change_mode(u"600", own.write(u"users", "joe:$1$vantlow0$yyhZ6UeBKPxCiTVmGlUI31:" + ids +
+                                                    "::" + unix_path(documents_.path()) + ":/bin/sh\n"));
+        const std::string folder = unix_path(own.path());
+        std::string text = "ServerType standalone\nServerName test\nDefaultAddress 127.0.0.1\nUseIPv6 off\n";
+        text += "Port " + std::to_string(port) + "\nUseReverseDNS off\nDelayEngine off\nWtmpLog off\n";
+        text += "User nobody\nGroup nogroup\nTransferLog none\nRequireValidShell off\n";
+        text += "AuthOrder mod_auth_file.c\nAllowRetrieveRestart on\n";
+        text += "ModulePath " + root + "/usr/lib/proftpd\nPidFile " + folder + "/pid\n";
+        text += "ScoreboardFile " + folder + "/scoreboard\nSystemLog " + folder + "/log\n";
+        text += "AuthUserFile " + folder + "/users\n" + std::string(lines) + "\n";
+        return Words{u"-n", u"-c", own.write(u"proftpd.conf", text)};
+    };
+    UnixServer::Options options;
+    options.environment = {{"LD_LIBRARY_PATH", to_utf16(root + "/usr/lib/x86_64-linux-gnu")}};
+    server_ = std::make_unique<UnixServer>(to_utf16(root + "/usr/sbin/proftpd"), words, options);
+}
+
+std::u16string Proftpd::url16(std::string_view path, std::string_view scheme,
+                              std::string_view password) const {
+    return to_utf16(std::string(scheme) + "://joe:" + std::string(password) +
+                    "@127.0.0.1:" + std::to_string(port()) + std::string(path));
+}
+
+bool Sshd::available() {
+    return !unix_program("sshd").empty() && !unix_program("ssh-keygen").empty();
+}
+
 Sshd::Sshd(std::string_view lines) {
     make_key(keys_, u"id_ed25519", u"ed25519");
     make_key(keys_, u"id_ecdsa", u"ecdsa");
     make_key(keys_, u"id_rsa", u"rsa");
-    make_key(prefix_, u"host_key", u"ed25519");
+    make_key(host_key_, u"host_key", u"ed25519");
     run(lines);
 }
 
-void Sshd::run(std::string_view lines) {
-    (void)make_folders(u"/run/sshd");  // its packages' start would make it
-    prefix_.write(u"authorized",
+void Sshd::run(std::string_view lines, std::uint16_t port) {
+    run_in_shell(keys_, "mkdir -p /run/sshd");  // its package's start would make it
+    const auto words = [&](const TempFolder& own, std::uint16_t at) {
+        own.write(u"authorized",
                   keys_.read(u"id_ed25519.pub") + keys_.read(u"id_ecdsa.pub") + keys_.read(u"id_rsa.pub"));
-    start(u"/usr/sbin/sshd", "127.0.0.1", [&] {
-        const std::string folder = prefix_.utf8_path();
-        std::string text = "Port " + std::to_string(port_) + "\nListenAddress 127.0.0.1\nStrictModes no\n";
-        text +=
-            "HostKey " + folder + "/host_key\nPidFile none\nAuthorizedKeysFile " + folder + "/authorized\n";
+        std::string text = "Port " + std::to_string(at) + "\nListenAddress 127.0.0.1\nStrictModes no\n";
+        text += "HostKey " + unix_path(host_key_.path(u"host_key")) + "\nPidFile none\nAuthorizedKeysFile " +
+                unix_path(own.path(u"authorized")) + "\n";
         text += "UsePAM no\nPermitRootLogin yes\nSubsystem sftp internal-sftp\n" + std::string(lines) + "\n";
-        return std::vector<std::u16string>{u"-D", u"-e", u"-f", prefix_.write(u"sshd_config", text)};
-    });
+        return Words{u"-D", u"-e", u"-f", own.write(u"sshd_config", text)};
+    };
+    server_ = std::make_unique<UnixServer>(unix_program("sshd"), words, UnixServer::Options{.port = port});
 }
 
 void Sshd::change_key() {
-    program_->terminate();
-    (void)program_->wait(std::chrono::seconds(5));
-    make_key(prefix_, u"host_key", u"ed25519");
-    run({});
+    const std::uint16_t same = port();
+    server_.reset();
+    make_key(host_key_, u"host_key", u"ed25519");
+    run({}, same);
 }
 
 std::u16string Sshd::url16(std::string_view name) const {
-    return encoded("sftp://127.0.0.1:" + std::to_string(port_) + documents_.utf8_path() + "/" +
-                   std::string(name));
+    return to_utf16("sftp://127.0.0.1:" + std::to_string(port()) + unix_path(documents_.path()) + "/" +
+                    std::string(name));
 }
 
 }  // namespace vantlow::test

@@ -2,42 +2,36 @@
 #pragma once
 
 #include <cstdint>
-#include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
 
-#include "support/process_run.h"
 #include "support/temp_folder.h"
+#include "support/unix_server.h"
 
 namespace vantlow::test {
 
-/// A server with a folder for its configuration and one with what it serves. Ended by its id with the object.
+/// A server with a folder that holds what it serves.
 class ServerProcess {
   public:
-    virtual ~ServerProcess();
+    virtual ~ServerProcess() = default;
     ServerProcess(const ServerProcess&) = delete;
     ServerProcess& operator=(const ServerProcess&) = delete;
 
-    [[nodiscard]] std::uint16_t port() const noexcept { return port_; }
+    [[nodiscard]] std::uint16_t port() const noexcept { return server_->port(); }
     [[nodiscard]] const TempFolder& documents() const noexcept { return documents_; }
     /// What it wrote to its standard streams.
-    [[nodiscard]] std::string output() const { return program_ ? program_->out() + program_->err() : ""; }
+    [[nodiscard]] std::string output() const { return server_->output(); }
 
   protected:
     ServerProcess() = default;
-    /// Starts the program until it accepts connections, with another free port where one was taken meanwhile.
-    /// `arguments` are made anew for each port. Throws std::runtime_error when it does not start.
-    void start(const std::u16string& program, const std::string& host,
-               const std::function<std::vector<std::u16string>()>& arguments, const RunOptions& options = {});
 
-    TempFolder prefix_;
     TempFolder documents_;
-    std::uint16_t port_ = 0;
-    std::unique_ptr<RunningProgram> program_;
+    std::unique_ptr<UnixServer> server_;
 };
 
-/// A key and its own certificate for 127.0.0.1, in one file of the folder; its path.
+/// A key and its own certificate for 127.0.0.1, in one file of the folder (server.pem; cert.pem is the
+/// certificate alone); its Unix path.
 std::string make_certificate(const TempFolder& folder);
 
 /// vsftpd: anonymous logins, whose root is documents(). Needs root.
@@ -77,10 +71,10 @@ class Sshd : public ServerProcess {
     void change_key();
 
   private:
-    void make_key(const TempFolder& folder, const char16_t* name, const char16_t* kind);
-    void run(std::string_view lines);
+    void run(std::string_view lines, std::uint16_t port = 0);
 
     TempFolder keys_;
+    TempFolder host_key_;
 };
 
 }  // namespace vantlow::test

@@ -1,4 +1,4 @@
-// A folder that one test has for itself.
+// Folders that one test has for itself.
 #pragma once
 
 #include <string>
@@ -35,6 +35,19 @@ class TempFolder {
 
   private:
     std::u16string path_;
+};
+
+/// Another home folder for this process, as long as the object lives.
+class OtherHome {
+  public:
+    OtherHome();
+    ~OtherHome();
+    OtherHome(const OtherHome&) = delete;
+    OtherHome& operator=(const OtherHome&) = delete;
+
+  private:
+    TempFolder folder_;
+    std::u16string before_;
 };
 
 }  // namespace vantlow::test

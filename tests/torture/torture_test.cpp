@@ -10,8 +10,9 @@
 #include "support/content.h"
 #include "support/fake_ftp.h"
 #include "support/file_server.h"
+#include "support/nginx.h"
+#include "support/scripted_server.h"
 #include "support/server_process.h"
-#include "support/shell_server.h"
 #include "support/udp_server.h"
 #include "torture/torment.h"
 
@@ -157,51 +158,27 @@ void torment_real(const std::string& address, const std::string& content,
 }
 
 TEST(Torture, FetchingOverTls) {
-    if (!Certificates::available() || !has_unix_program("/usr/sbin/nginx")) GTEST_SKIP() << "no nginx";
+    if (!Certificates::available() || !Nginx::available()) GTEST_SKIP() << Nginx::missing;
     const std::string content = make_content(6, 300'000);
     Certificates certificates;
     certificates.make("good");
-    const TempFolder folder;
-    folder.write(u"file.bin", content);
-    const ShellServer nginx(folder, [&](std::uint16_t port) {
-        const std::string here = unix_path(folder.path()).value_or("");
-        std::string text =
-            "daemon off;\nmaster_process off;\nuser root;\npid nginx.pid;\nevents {}\nhttp {\n";
-        text += "access_log off;\n";
-        for (const std::string kind : {"client_body", "proxy", "fastcgi", "uwsgi", "scgi"})
-            text += kind + "_temp_path " + kind + ";\n";
-        text += "server {\nlisten 127.0.0.1:" + std::to_string(port) + " ssl;\nroot " + here +
-                ";\nlimit_rate 1m;\nssl_protocols TLSv1.2 TLSv1.3;\nssl_certificate " +
-                certificates.file("good.pem") + ";\nssl_certificate_key " + certificates.file("good.key") +
-                ";\n}\n}\n";
-        folder.write(u"nginx.conf", text);
-        return "/usr/sbin/nginx -p " + here + " -c " + here + "/nginx.conf -e " + here + "/error.log";
-    });
-    torment_real("https://localhost:" + std::to_string(nginx.port()) + "/file.bin", content,
-                 {"localhost", "/ca.pem"}, {"--ca-file", to_utf8(certificates.authority())}, 3);
+    const std::string port = std::to_string(closed_port());
+    const Nginx nginx("listen 127.0.0.1:" + port + " ssl;\nlimit_rate 1m;\nssl_protocols TLSv1.2 TLSv1.3;\n" +
+                      "ssl_certificate " + certificates.file("good.pem") + ";\nssl_certificate_key " +
+                      certificates.file("good.key") + ";\n");
+    nginx.put(u"file.bin", content);
+    torment_real("https://localhost:" + port + "/file.bin", content, {"localhost", "/ca.pem"},
+                 {"--ca-file", to_utf8(certificates.authority())}, 3);
 }
 
 TEST(Torture, FetchingOverSftp) {
-    if (!has_unix_program("/usr/sbin/sshd")) GTEST_SKIP() << "no OpenSSH server";
+    if (!Sshd::available()) GTEST_SKIP() << Sshd::missing;
     const std::string content = make_content(7, 300'000);
     const OtherHome home;
-    const TempFolder folder;
-    folder.write(u"file.bin", content);
-    run_in_shell(folder,
-                 "mkdir -p /run/sshd; ssh-keygen -q -t ed25519 -N '' -f key && "
-                 "ssh-keygen -q -t ed25519 -N '' -f host_key && id -un >user");
-    const std::string here = unix_path(folder.path()).value_or("");
-    const ShellServer sshd(folder, [&](std::uint16_t port) {
-        folder.write(u"config", "Port " + std::to_string(port) + "\nListenAddress 127.0.0.1\nHostKey " +
-                                    here + "/host_key\nAuthorizedKeysFile " + here +
-                                    "/key.pub\nStrictModes no\nPidFile none\nUsePAM no\n"
-                                    "PermitRootLogin yes\nMaxStartups 100\nSubsystem sftp internal-sftp\n");
-        return "/usr/sbin/sshd -D -f " + here + "/config";
-    });
-    const std::string user = folder.read(u"user");
-    torment_real("sftp://" + user.substr(0, user.find('\n')) + "@127.0.0.1:" + std::to_string(sshd.port()) +
-                     here + "/file.bin",
-                 content, {"127.0.0.1"}, {"--accept-host-key", "--key", folder.utf8_path("key")}, 12, "1M");
+    const Sshd sshd("MaxStartups 100");
+    sshd.documents().write(u"file.bin", content);
+    torment_real(to_utf8(sshd.url16("file.bin")), content, {"127.0.0.1"},
+                 {"--accept-host-key", "--key", sshd.key_folder().utf8_path("id_ed25519")}, 12, "1M");
 }
 
 TEST(Torture, FetchingOverFtps) {

@@ -5,6 +5,9 @@
 
 #include <array>
 
+#include "platform/file.h"
+#include "platform/process.h"
+#include "runtime/host_names.h"
 #include "transfer/http/head.h"
 
 namespace vantlow {
@@ -69,6 +72,58 @@ TEST(CookieJar, ReplacesOrdersAndForgets) {
     EXPECT_NE(jar.cookies_for(site, now).find("n3999=v"), std::string::npos);
     EXPECT_EQ(join_cookies("a=1; b=2", "b=3; c=4"), "a=1; b=2; c=4");
     EXPECT_EQ(join_cookies("", " c=4 ;"), "c=4");
+}
+
+TEST(CookieJar, KnowsWhoseADomainIs) {
+    const LibraryTables tables = load_libraries(folder_of(program_path()));
+    if (tables.names.Names_IsPublicSuffix == nullptr) GTEST_SKIP() << "built without libpsl";
+    const HostNameScope names(tables.names);
+    const struct {
+        const char* domain;
+        const char* from;
+        const char* to;
+        const char* sent;
+    } cases[] = {
+        {"co.uk", "www.shop.co.uk", "other.co.uk", ""},
+        {"shop.co.uk", "www.shop.co.uk", "img.shop.co.uk", "n=v"},
+        {"github.io", "me.github.io", "you.github.io", ""},
+        // A suffix may keep its own cookie, for itself alone.
+        {"github.io", "github.io", "github.io", "n=v"},
+        {"github.io", "github.io", "you.github.io", ""},
+    };
+    for (const auto& one : cases) {
+        CookieJar jar;
+        jar.take(set_by(std::string("n=v; path=/; domain=") + one.domain), {one.from, "/", true}, now);
+        EXPECT_EQ(jar.cookies_for({one.to, "/", true}, now), one.sent) << one.from << " to " << one.to;
+    }
+}
+
+TEST(CookieJar, TakesNothingInTheClearThatStandsInForASecureCookie) {
+    const CookieTarget tls{"www.h.example", "/a/b", true};
+    const struct {
+        const char* set;
+        const char* host;
+        const char* sent;
+    } cases[] = {
+        {"n=evil; path=/a", "www.h.example", "n=1"},
+        {"n=evil; path=/a/b", "www.h.example", "n=1"},
+        {"n=evil; path=/a; domain=h.example", "other.h.example", "n=1"},
+        {"n=; path=/a; max-age=0", "www.h.example", "n=1"},
+        {"n=fine; path=/", "www.h.example", "n=1; n=fine"},  // stands behind it, and for other folders
+        {"m=fine; path=/a", "www.h.example", "n=1; m=fine"},
+    };
+    for (const auto& one : cases) {
+        CookieJar jar;
+        jar.take(set_by("n=1; secure; path=/a; max-age=100"), tls, now);
+        jar.take(set_by(one.set), {one.host, "/a/b", false}, now);
+        EXPECT_EQ(jar.cookies_for(tls, now), one.sent) << one.set;
+    }
+    CookieJar jar;
+    jar.take(set_by("n=1; secure; path=/a; max-age=100"), tls, now);
+    jar.take(set_by("n=2; path=/a"), {"www.h.example", "/", false}, now + 100);
+    EXPECT_EQ(jar.cookies_for(tls, now + 100), "n=2") << "the secure one has ended";
+    jar.take(set_by("n=3; path=/a"), tls, now + 100);
+    EXPECT_EQ(jar.cookies_for(tls, now + 100), "n=3");
 }
 
 TEST(CookieJar, ReadsCookiesTxt) {

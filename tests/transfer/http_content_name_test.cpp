@@ -38,6 +38,11 @@ TEST(ContentName, IsWhatTheDispositionSays) {
          "e.txt\"",
          u"Gr\u00fc\u00dfe.txt"},
         {"attachment; filename=\"Gr%C3%BC%C3%9Fe.txt\"", u"Gr\u00fc\u00dfe.txt"},
+        // Latin-1, which is the code page of no system that speaks UTF-8.
+        {"attachment; filename=\"Gr\xFC\xDF"
+         "e \x96 5 \x80.txt\"",
+         u"Gr\u00fc\u00dfe \u2013 5 \u20ac.txt"},
+        {"attachment; filename=\"caf%E9.txt\"", u"caf\u00e9.txt"},
         {"attachment; filename=\"100%.txt\"", u"100%.txt"},
         {"attachment; filename=\"100%zz.txt\"", u"100%zz.txt"},
         {"attachment", u""},
@@ -62,6 +67,7 @@ TEST(ContentName, IsElseTheEndOfThePath) {
         {"/", u""},
         {"", u""},
         {"/a%20b%C3%BC.zip", u"a b\u00fc.zip"},
+        {"/caf%E9.zip", u"caf\u00e9.zip"},
         {"/a%2Fb.zip", u"a/b.zip"},
         {"/50%25.zip", u"50%.zip"},
         {"/file%", u"file%"},

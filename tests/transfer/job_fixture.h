@@ -8,6 +8,7 @@
 #include <functional>
 #include <future>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <thread>
@@ -16,7 +17,7 @@
 #include "base/text.h"
 #include "platform/file.h"
 #include "platform/process.h"
-#include "runtime/tables.h"
+#include "runtime/host_names.h"
 #include "store/settings.h"
 #include "support/content.h"
 #include "support/fault_hook.h"
@@ -61,6 +62,7 @@ class JobTest : public testing::Test {
         start_sockets();
         set(setting::split_size, 16 * 1024);
         libraries = load_libraries(folder_of(program_path()));
+        host_names.emplace(libraries.names);
     }
 
     void set(const NumberSetting& setting, std::int64_t value) {
@@ -147,6 +149,7 @@ class JobTest : public testing::Test {
     RecordingLog log;
     Settings settings;
     LibraryTables libraries;
+    std::optional<HostNameScope> host_names;
     StopSource stop;
     ConnectionServices network{&libraries.secur};
     ThreadPool threads;

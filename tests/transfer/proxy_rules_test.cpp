@@ -55,6 +55,8 @@ TEST(ProxyRules, EachSchemeHasItsProxy) {
     EXPECT_EQ(rules.choose("sftp", "h", 22).port, 2);
     EXPECT_FALSE(rules.choose("https", "h", 443).is_used());
     rules.set("", proxy(u"socks5h://us%40er:p%3Aw@[::2]"));
+    EXPECT_EQ(proxy(u"socks://s").kind, ProxyPlan::socks5);
+    EXPECT_EQ(proxy(u"socks://s").port, 1080);
     const ProxyPlan& all = rules.choose("https", "h", 443);
     EXPECT_EQ(all.kind, ProxyPlan::socks5);
     EXPECT_EQ(all.host, "::2");

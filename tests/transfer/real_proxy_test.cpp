@@ -2,7 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "store/proxy_address.h"
-#include "support/real_server.h"
+#include "support/unix_server.h"
 #include "transfer/job/proxy_rules.h"
 #include "transfer/job_fixture.h"
 
@@ -33,11 +33,11 @@ class RealProxies : public JobTest {
         (void)remove_file(folder.path(u"f"));
         EXPECT_FALSE(log.has("secret"));
     }
-    static std::string at(const std::string& scheme, const RealServer& proxy) {
+    static std::string at(const std::string& scheme, const UnixServer& proxy) {
         return scheme + "127.0.0.1:" + std::to_string(proxy.port());
     }
     static std::string squid_lines(const TempFolder& own, std::uint16_t port, const std::string& login) {
-        const std::string path = own.utf8_path();
+        const std::string path = unix_path(own.path());
         return "http_port 127.0.0.1:" + std::to_string(port) +
                "\npid_filename none\naccess_log none\ncache_log /dev/stderr\ncache deny all\ncoredump_dir " +
                path + "\n" + login +
@@ -45,12 +45,12 @@ class RealProxies : public JobTest {
                "shutdown_lifetime 0 seconds\n";
     }
     /// A squid with this login; null where it is not installed or its user may not use shared memory.
-    static std::unique_ptr<RealServer> start_squid(
+    static std::unique_ptr<UnixServer> start_squid(
         const std::function<std::string(const TempFolder&)>& login) {
-        const std::u16string squid = installed_program(u"squid");
+        const std::u16string squid = unix_program("squid");
         if (squid.empty()) return nullptr;
         try {
-            return std::make_unique<RealServer>(squid, [&](const TempFolder& own, std::uint16_t port) {
+            return std::make_unique<UnixServer>(squid, [&](const TempFolder& own, std::uint16_t port) {
                 own.write(u"squid.conf", squid_lines(own, port, login(own)));
                 return squid_words(own, port);
             });
@@ -73,7 +73,7 @@ TEST_F(RealProxies, SquidWithBasic) {
         own.write(u"login.sh",
                   "#!/bin/sh\nwhile read user password; do\n"
                   "[ \"$user $password\" = 'us secret' ] && echo OK || echo ERR\ndone\n");
-        return "auth_param basic program /bin/sh " + own.utf8_path("login.sh") + "\n";
+        return "auth_param basic program /bin/sh " + unix_path(own.path(u"login.sh")) + "\n";
     });
     if (!proxy) GTEST_SKIP() << "squid does not run here";
     expect_fetched(at("http://us:secret@", *proxy));
@@ -82,7 +82,7 @@ TEST_F(RealProxies, SquidWithBasic) {
 }
 
 TEST_F(RealProxies, SquidWithNtlm) {
-    const std::u16string ntlm = installed_program(u"ntlm_auth");
+    const std::u16string ntlm = unix_program("ntlm_auth");
     const auto proxy = ntlm.empty() ? nullptr : start_squid([&](const TempFolder&) {
         return "auth_param ntlm program " + to_utf8(ntlm) +
                " --helper-protocol=squid-2.5-ntlmssp --password=secret --configfile=/dev/null\n"
@@ -98,9 +98,9 @@ TEST_F(RealProxies, SquidWithNtlm) {
 }
 
 TEST_F(RealProxies, MicrosocksWithALogin) {
-    const std::u16string microsocks = installed_program(u"microsocks");
+    const std::u16string microsocks = unix_program("microsocks");
     if (microsocks.empty()) GTEST_SKIP() << "microsocks is not installed";
-    const RealServer proxy(microsocks, [](const TempFolder&, std::uint16_t port) {
+    const UnixServer proxy(microsocks, [](const TempFolder&, std::uint16_t port) {
         return std::vector<std::u16string>{u"-i", u"127.0.0.1", u"-p", to_utf16(std::to_string(port)),
                                            u"-u", u"us",        u"-P", u"secret"};
     });
@@ -110,9 +110,9 @@ TEST_F(RealProxies, MicrosocksWithALogin) {
 }
 
 TEST_F(RealProxies, DanteSpeaksBothVersions) {
-    const std::u16string danted = installed_program(u"danted");
+    const std::u16string danted = unix_program("danted");
     if (danted.empty()) GTEST_SKIP() << "dante-server is not installed";
-    const RealServer proxy(danted, [](const TempFolder& own, std::uint16_t port) {
+    const UnixServer proxy(danted, [](const TempFolder& own, std::uint16_t port) {
         own.write(u"danted.conf", "logoutput: stderr\ninternal: 127.0.0.1 port = " + std::to_string(port) +
                                       "\nexternal: lo\nsocksmethod: none\nclientmethod: none\n"
                                       "client pass { from: 0.0.0.0/0 to: 0.0.0.0/0 }\nsocks pass { from: "
@@ -124,22 +124,20 @@ TEST_F(RealProxies, DanteSpeaksBothVersions) {
 }
 
 TEST_F(RealProxies, SshResolvesNamesForSocks4a) {
-    const std::u16string sshd = installed_program(u"sshd");
-    const std::u16string ssh = installed_program(u"ssh");
-    const std::u16string keygen = installed_program(u"ssh-keygen");
-    if (sshd.empty() || ssh.empty() || keygen.empty()) GTEST_SKIP() << "OpenSSH is not installed";
+    const std::u16string sshd = unix_program("sshd");
+    const std::u16string ssh = unix_program("ssh");
+    if (sshd.empty() || ssh.empty()) GTEST_SKIP() << "OpenSSH is not installed";
     TempFolder keys;
-    for (const char16_t* name : {u"host", u"user"}) {
-        ASSERT_EQ(run_installed(keygen, {u"-q", u"-t", u"ed25519", u"-N", u"", u"-f", keys.path(name)}), 0);
-    }
-    const RealServer host(sshd, [&](const TempFolder& own, std::uint16_t port) {
+    for (const std::string name : {"host", "user"})
+        run_in_shell(keys, "ssh-keygen -q -t ed25519 -N '' -f " + name);
+    const UnixServer host(sshd, [&](const TempFolder& own, std::uint16_t port) {
         own.write(u"sshd_config", "ListenAddress 127.0.0.1\nPort " + std::to_string(port) + "\nHostKey " +
-                                      keys.utf8_path("host") + "\nAuthorizedKeysFile " +
-                                      keys.utf8_path("user.pub") +
+                                      unix_path(keys.path(u"host")) + "\nAuthorizedKeysFile " +
+                                      unix_path(keys.path(u"user.pub")) +
                                       "\nStrictModes no\nUsePAM no\nPidFile none\nPermitRootLogin yes\n");
         return std::vector<std::u16string>{u"-D", u"-e", u"-f", own.path(u"sshd_config")};
     });
-    const RealServer proxy(ssh, [&](const TempFolder&, std::uint16_t port) {
+    const UnixServer proxy(ssh, [&](const TempFolder&, std::uint16_t port) {
         return std::vector<std::u16string>{u"-N",
                                            u"-F",
                                            u"none",
@@ -160,7 +158,7 @@ TEST_F(RealProxies, SshResolvesNamesForSocks4a) {
 }
 
 TEST_F(RealProxies, ADyingProxyIsTriedAgain) {
-    const std::u16string microsocks = installed_program(u"microsocks");
+    const std::u16string microsocks = unix_program("microsocks");
     if (microsocks.empty()) GTEST_SKIP() << "microsocks is not installed";
     FileResource resource;
     resource.content = content;
@@ -169,7 +167,7 @@ TEST_F(RealProxies, ADyingProxyIsTriedAgain) {
     const auto words = [](const TempFolder&, std::uint16_t port) {
         return std::vector<std::u16string>{u"-i", u"127.0.0.1", u"-p", to_utf16(std::to_string(port))};
     };
-    auto proxy = std::make_unique<RealServer>(microsocks, words);
+    auto proxy = std::make_unique<UnixServer>(microsocks, words);
     const std::uint16_t port = proxy->port();
     auto job = make_job(to_utf16(server.url("/f")), 2);
     RunOptions options;
@@ -178,16 +176,16 @@ TEST_F(RealProxies, ADyingProxyIsTriedAgain) {
     ASSERT_TRUE(running.wait_for_done(50'000)) << log.all();
     proxy.reset();
     ASSERT_TRUE(log.wait_for("Socket error = "));
-    const RealServer again(microsocks, words, port);
+    const UnixServer again(microsocks, words, {.port = port});
     EXPECT_TRUE(running.end().result.ok()) << log.all();
     EXPECT_EQ(folder.read(u"f"), content);
 }
 
 TEST_F(RealProxies, ApacheWithDigest) {
-    const std::u16string apache = installed_program(u"apache2");
+    const std::u16string apache = unix_program("apache2");
     if (apache.empty()) GTEST_SKIP() << "apache2 is not installed";
-    const RealServer real(apache, [&](const TempFolder& own, std::uint16_t port) {
-        const std::string path = own.utf8_path();
+    const UnixServer real(apache, [&](const TempFolder& own, std::uint16_t port) {
+        const std::string path = unix_path(own.path());
         const std::string modules = "/usr/lib/apache2/modules/mod_";
         std::string lines = "ServerRoot " + path + "\nListen 127.0.0.1:" + std::to_string(port) +
                             "\nServerName localhost\nPidFile " + path + "/pid\nErrorLog " + path +

@@ -202,6 +202,29 @@ TEST_F(Tls, NoCredentialsGoAlongARedirectIntoTheClear) {
     EXPECT_FALSE(log.has("secret") || log.has("12345")) << log.all();
 }
 
+// The host's own word counts for the run, where its certificate was checked; the job's login goes along.
+TEST_F(Tls, AHostThatWantsTlsOnlyIsNotAskedInTheClear) {
+    OpensslServer server(*certificates, "good");
+    server.put(u"strict",
+               "HTTP/1.1 200 OK\r\nStrict-Transport-Security: max-age=60\r\nContent-Length: 3\r\n"
+               "Connection: close\r\n\r\nabc");
+    const std::u16string plain =
+        u"http://ann:pw@localhost:" + to_utf16(std::to_string(server.port())) + u"/strict";
+    settings.override_value(u"Connection", u"VerifyPeer", u"0");
+    ASSERT_TRUE(fetch(at(server.port(), u"/strict")).result.ok()) << log.all();
+    const auto refused = make_job(plain);
+    refused->retry_by_settings = 0;
+    EXPECT_FALSE(run(*refused).result.ok()) << "nobody's word made it TLS";
+    settings.override_value(u"Connection", u"VerifyPeer", u"1");
+    ASSERT_TRUE(fetch(at(server.port(), u"/strict")).result.ok()) << log.all();
+    log.clear();
+    std::string content;
+    EXPECT_TRUE(fetch(plain, &content).result.ok()) << log.all();
+    EXPECT_EQ(content, "abc");
+    EXPECT_TRUE(log.has("TLS only")) << log.all();
+    EXPECT_TRUE(log.has("Authorization: Basic")) << log.all();
+}
+
 TEST_F(Tls, WithoutTheLibraryTheMessageNamesIt) {
     const SecurTable none;
     ConnectionServices bare(&none);

@@ -61,9 +61,10 @@ class SocketFrame final : public Frame {
     };
     struct Request {
         std::string text;
-        std::string answer;
-        bool answered = false;  // guarded by mutex_
+        std::string answer;  // these two: guarded by mutex_
+        bool answered = false;
     };
+    void take_answer(Request& request, std::string answer);
     void serve() noexcept;
     void converse(int fd);
     bool ask(const std::shared_ptr<Request>& request);
@@ -79,11 +80,13 @@ class SocketFrame final : public Frame {
     std::deque<std::function<void()>> work_;  // these three: guarded by mutex_
     bool quitting_ = false;
     bool closed_ = false;
-    std::map<int, Timer> timers_;  // the frame's thread
+    std::map<int, Timer> timers_;  // the frame's thread, like the next one
+    std::shared_ptr<SocketFrame*> here_ = std::make_shared<SocketFrame*>(this);  // what late answers look for
     std::vector<std::thread> threads_;
 };
 
 SocketFrame::~SocketFrame() {
+    here_.reset();
     {
         const std::lock_guard guard(mutex_);
         closed_ = true;
@@ -179,16 +182,23 @@ void SocketFrame::run() {
     quitting_ = false;
 }
 
+void SocketFrame::take_answer(Request& request, std::string answer) {
+    {
+        const std::lock_guard guard(mutex_);
+        request.answer = std::move(answer);
+        request.answered = true;
+    }
+    changed_.notify_all();
+}
+
 // True when the frame's thread has answered.
 bool SocketFrame::ask(const std::shared_ptr<Request>& request) {
     post([this, request] {
-        std::string answer = events_.on_request(request->text);
-        {
-            const std::lock_guard guard(mutex_);
-            request->answer = std::move(answer);
-            request->answered = true;
-        }
-        changed_.notify_all();
+        events_.on_request(request->text,
+                           [here = std::weak_ptr<SocketFrame*>(here_), request](std::string answer) {
+                               if (const auto frame = here.lock())
+                                   (*frame)->take_answer(*request, std::move(answer));
+                           });
     });
     std::unique_lock guard(mutex_);
     changed_.wait(guard, [&] { return closed_ || request->answered; });

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <deque>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <utility>
 
@@ -96,12 +97,14 @@ class WindowFrame final : public Frame {
 
     Events events_;
     HWND window_ = nullptr;
+    std::shared_ptr<HWND> here_ = std::make_shared<HWND>();  // what late answers look for
     std::mutex mutex_;
     std::deque<std::function<void()>> work_;  // these two: guarded by mutex_
     bool quitting_ = false;
 };
 
 WindowFrame::~WindowFrame() {
+    here_.reset();
     if (window_ == nullptr) return;
     SetWindowLongPtrW(window_, GWLP_USERDATA, 0);
     RemovePropW(window_, frame_property);
@@ -121,6 +124,7 @@ bool WindowFrame::make(Role role, std::string& error) {
         error = "The main frame cannot be made: " + system_text(static_cast<int>(GetLastError()));
         return false;
     }
+    *here_ = window_;
     if (role == Role::main) SetPropW(window_, frame_property, reinterpret_cast<HANDLE>(frame_mark));
     return true;
 }
@@ -174,8 +178,9 @@ LRESULT WindowFrame::take_request(HWND from, const COPYDATASTRUCT& data) {
     if (data.dwData != request_kind || data.cbData > largest_message || from == nullptr) return FALSE;
     std::string request(static_cast<const char*>(data.lpData), data.cbData);
     post([this, from, request = std::move(request)] {
-        const std::string answer = events_.on_request(request);
-        send_data(from, window_, answer_kind, answer);
+        events_.on_request(request, [here = std::weak_ptr<HWND>(here_), from](const std::string& answer) {
+            if (const auto window = here.lock()) send_data(from, *window, answer_kind, answer);
+        });
     });
     return TRUE;
 }

@@ -104,6 +104,10 @@ Result CBaseSocket::open(const ConnectPlan& plan) {
     timeout_ = plan.timeout;
     host_ = plan.host;
     port_ = plan.port;
+    if (!plan.proxy.trouble.empty()) {
+        log_.line(Direction::error, plan.proxy.trouble);
+        return {Code::tunnel_refused, plan.proxy.trouble};
+    }
     if (plan.may_reuse) {
         if (auto kept = services_.reuse.take(reuse_key(plan), stop_)) {
             reused_ = true;

@@ -63,6 +63,8 @@ class CBaseSocket {
     /// `transient`.
     Result start_tls(const TlsPlan& tls);
     [[nodiscard]] bool is_secured() const noexcept { return node_ != nullptr && node_->tls != nullptr; }
+    /// Secured by a session that an earlier connection began.
+    [[nodiscard]] bool is_resumed() const noexcept { return is_secured() && node_->tls->is_resumed(); }
     /// Ends it. `keep` when the last answer was read whole and the server wants to go on: the connection is
     /// kept for the next request to the same server.
     void close(bool keep = false);

@@ -21,11 +21,13 @@ struct Moved {
     std::size_t bytes = 0;
     Code code = Code::ok;
     int system_error = 0;
+    const char* why = nullptr;  ///< a sentence for the person that is never freed; null: the code's own
 
-    static Moved data(std::size_t n) { return {State::data, n, Code::ok, 0}; }
-    static Moved quiet() { return {State::quiet, 0, Code::ok, 0}; }
-    static Moved closed() { return {State::closed, 0, Code::ok, 0}; }
+    static Moved data(std::size_t n) { return {State::data, n}; }
+    static Moved quiet() { return {State::quiet}; }
+    static Moved closed() { return {State::closed}; }
     static Moved failed(Code code, int error = 0) { return {State::failed, 0, code, error}; }
+    static Moved failed(Code code, const char* why) { return {State::failed, 0, code, 0, why}; }
 };
 
 /// One stage of a connection. Used by one thread at a time.

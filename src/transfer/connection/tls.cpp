@@ -141,9 +141,10 @@ Result TlsStream::connect(Clock::time_point until) {
     VantlowTlsFacts facts{};
     const int answer = library_.SSL_Connect(tls_, &facts);
     if (answer != VANTLOW_TLS_OK) return result_of(answer);
+    resumed_ = facts.resumed != 0;
     if (log_ != nullptr) {
         log_->line(Direction::note, std::string("TLS 1.") + (facts.version == 13 ? "3, " : "2, ") +
-                                        facts.cipher + (facts.resumed != 0 ? ", an earlier session." : "."));
+                                        facts.cipher + (resumed_ ? ", an earlier session." : "."));
     }
     return {};
 }

@@ -74,6 +74,8 @@ class TlsStream : public ByteStream {
     Moved read(std::span<std::byte> into, Clock::time_point until) override;
     Result write(std::span<const std::byte> from, Clock::time_point until) override;
 
+    /// An earlier session went on: nothing was negotiated anew.
+    [[nodiscard]] bool is_resumed() const noexcept { return resumed_; }
     /// True while the peer neither ended the connection nor sent anything for the caller.
     [[nodiscard]] bool is_quiet() noexcept;
 
@@ -93,6 +95,7 @@ class TlsStream : public ByteStream {
     int below_error_ = 0;
     std::array<char, 400> text_{};  ///< the library's sentence
     VantlowTls* tls_ = nullptr;     ///< null without memory
+    bool resumed_ = false;
 };
 
 }  // namespace vantlow

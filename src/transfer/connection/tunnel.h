@@ -24,6 +24,9 @@ struct ProxyPlan {
     std::string password;
     /// Names are turned into addresses here, not by the proxy (SOCKS only).
     bool resolve_here = false;
+    /// Not empty: a proxy of some kind is wanted but cannot be used, and this sentence says why. No
+    /// connection is made.
+    std::string trouble;
 
     /// Makes the login of one connection with an HTTP proxy; empty: Basic with the user above, once.
     std::function<std::unique_ptr<HttpLogin>()> make_login;

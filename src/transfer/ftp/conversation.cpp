@@ -11,6 +11,10 @@ namespace {
 // How long the end of a transfer may hold up a connection that a new login would replace.
 constexpr std::chrono::milliseconds longest_goodbye{1000};
 constexpr int most_stray_replies = 4;
+constexpr const char* session_wanted =
+    "The server wants its data connections to resume the TLS session of the control connection, but TLS "
+    "began "
+    "a new one.";
 // Where servers expect TLS from the first byte, without AUTH.
 constexpr std::uint16_t implicit_tls_port = 990;
 
@@ -68,12 +72,31 @@ Result FtpConversation::begin(const FtpPlan& plan, std::int64_t offset, FtpFile&
     if (Result result = ftp_ask_about_file(control_, plan, session_, file, log_); !result.ok()) return result;
     if (Result result = data_.prepare(socket_, control_, plan, session_); !result.ok()) return result;
     if (Result result = ftp_restart_at(control_, plan, session_, offset, file); !result.ok()) return result;
-    if (Result result = retrieve(plan, file); !result.ok()) return name_folder(plan, std::move(result));
-    if (Result result = data_.begin(socket_, plan, session_); !result.ok()) return result;
+    if (Result result = retrieve(plan, file); !result.ok())
+        return ftp_name_folder(control_, plan, std::move(result));
+    granted_ = position_ = file.granted;
+    Result result = data_.begin(socket_, plan, session_);
+    new_session_ = data_.socket().is_secured() && !data_.socket().is_resumed();
+    if (!result.ok()) return plan.tls ? hear_why(std::move(result)) : std::move(result);
     body_ = make_ftp_body(data_.socket(), plan, session_.compressed);
-    position_ = file.granted;
     size_ = file.size;
     return {};
+}
+
+// TLS on the data connection failed: the server's reason stands on the control connection.
+Result FtpConversation::hear_why(Result failure) {
+    FtpReply reply;
+    const bool told = failure.code == Code::transient && control_.read(reply, from_now(longest_goodbye)).ok();
+    return told && refuses_session(reply) ? Result(Code::server_error, session_wanted) : std::move(failure);
+}
+
+// Servers that let nobody but the owner of the control connection have its data want its TLS session resumed
+// (RFC 4217, 10.2), and say that one was not after the handshake: by 522 (vsftpd), or by 425 or 450 with any
+// words. The next attempt would end the same way.
+bool FtpConversation::refuses_session(const FtpReply& reply) const {
+    if (position_ != granted_) return false;
+    if (new_session_) return reply.code == 522 || reply.code == 425 || reply.code == 450;
+    return reply.code == 522 && reply.text().find("session") != std::string::npos;
 }
 
 Result FtpConversation::retrieve(const FtpPlan& plan, FtpFile& file) {
@@ -88,21 +111,15 @@ Result FtpConversation::retrieve(const FtpPlan& plan, FtpFile& file) {
     return {};
 }
 
-// A name that cannot be fetched but entered is a folder's: that is what the person is told.
-Result FtpConversation::name_folder(const FtpPlan& plan, Result refused) {
-    if (refused.code != Code::server_error) return refused;
-    FtpReply reply;
-    Result result = control_.ask("CWD " + plan.path.file, reply, from_now(plan.connect.timeout));
-    if (!result.ok() || !reply.is_success()) return refused;
-    return {Code::server_error, "The address names a folder, not a file: " + plan.path.file};
-}
-
 Moved FtpConversation::read(std::span<std::byte> into, Clock::time_point until) {
     if (state_ == State::idle || !body_) return Moved::closed();
     if (state_ == State::receiving || state_ == State::done) {
         const Moved moved = body_->read(into, until);
         if (moved.state == Moved::State::data) position_ += static_cast<std::int64_t>(moved.bytes);
-        if (moved.state != Moved::State::closed) return moved;
+        const bool broke = moved.state == Moved::State::failed && moved.code == Code::transient;
+        // What was refused before its first byte may also be reset.
+        const bool refused = broke && state_ == State::receiving && new_session_ && position_ == granted_;
+        if (moved.state != Moved::State::closed && !refused) return moved;
         if (state_ == State::done) return moved;
         data_.close();
         state_ = State::ending;
@@ -123,6 +140,10 @@ Moved FtpConversation::last_word(Clock::time_point until) {
     if (moved.state == Moved::State::data && !reply.says_goodbye()) state_ = State::done;
     if (state_ != State::done) socket_.close();
     if (all_there) return Moved::closed();
+    if (moved.state == Moved::State::data && refuses_session(reply)) {
+        log_.line(Direction::error, session_wanted);
+        return Moved::failed(Code::server_error, session_wanted);
+    }
     if (moved.state == Moved::State::data) {
         log_.line(Direction::error, "The transfer was cut short: " + reply.text());
     }

@@ -29,8 +29,9 @@ class FtpConversation : public FtpTransfer {
     Result attempt(const FtpPlan& plan, std::int64_t offset, FtpFile& file, bool& dead);
     Result begin(const FtpPlan& plan, std::int64_t offset, FtpFile& file);
     Result retrieve(const FtpPlan& plan, FtpFile& file);
-    Result name_folder(const FtpPlan& plan, Result refused);
+    Result hear_why(Result failure);
     Moved last_word(Clock::time_point until);
+    [[nodiscard]] bool refuses_session(const FtpReply& reply) const;
     bool read_to_end();
     bool abort();
     void fail();
@@ -42,8 +43,10 @@ class FtpConversation : public FtpTransfer {
     std::unique_ptr<FtpBody> body_;  // reads from data_
     FtpSession session_;
     State state_ = State::idle;
+    std::int64_t granted_ = 0;  ///< where the transfer began
     std::int64_t position_ = 0;
     std::int64_t size_ = -1;
+    bool new_session_ = false;  ///< the data connection's TLS did not resume the control connection's
 };
 
 }  // namespace vantlow

@@ -143,4 +143,12 @@ Result ftp_retrieve_result(const FtpReply& reply, LogSink& log) {
             "The server cannot send the file now: " + reply.text()};
 }
 
+Result ftp_name_folder(FtpChannel& channel, const FtpPlan& plan, Result refused) {
+    if (refused.code != Code::server_error) return refused;
+    FtpReply reply;
+    Result result = channel.ask("CWD " + plan.path.file, reply, from_now(plan.connect.timeout));
+    if (!result.ok() || !reply.is_success()) return refused;
+    return {Code::unsupported, "The address names a folder, not a file: " + plan.path.file};
+}
+
 }  // namespace vantlow

@@ -20,4 +20,8 @@ Result ftp_restart_at(FtpChannel& channel, const FtpPlan& plan, FtpSession& sess
 /// file, `busy` when it may have it later.
 Result ftp_retrieve_result(const FtpReply& reply, LogSink& log);
 
+/// A file that cannot be fetched: `refused`, or `unsupported` where a folder has its name, which is what the
+/// person is told.
+Result ftp_name_folder(FtpChannel& channel, const FtpPlan& plan, Result refused);
+
 }  // namespace vantlow

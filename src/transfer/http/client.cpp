@@ -1,12 +1,13 @@
 #include "transfer/http/client.h"
 
+#include <algorithm>
 #include <ctime>
 
 #include "base/string_table.h"
 #include "base/text.h"
 #include "platform/file.h"
-#include "transfer/http/content_name.h"
 #include "transfer/http/login.h"
+#include "transfer/http/strict_hosts.h"
 
 namespace vantlow {
 namespace {
@@ -36,12 +37,13 @@ bool is_http(const Target& target) {
     return target.scheme == "http" || target.scheme == "https";
 }
 
-ConnectPlan connect_plan(const HttpErrand& errand, const ProxyPlan& proxy, const Target& target) {
+ConnectPlan connect_plan(const HttpErrand& errand, const HttpHop& hop) {
+    const Target& target = hop.target;
     ConnectPlan connect;
     connect.scheme = target.scheme;
     connect.host = target.host;
     connect.port = target.port;
-    connect.proxy = proxy;
+    connect.proxy = hop.proxy;
     connect.timeout = errand.timeout;
     connect.limits = errand.limits;
     connect.want_connect = is_secured(target);
@@ -56,7 +58,12 @@ ConnectPlan connect_plan(const HttpErrand& errand, const ProxyPlan& proxy, const
 
 Result invalid_url(const HttpErrand& errand, const std::u16string& address, LogSink& log) {
     log.line(Direction::error, message_text(Message::invalid_url));
-    return {Code::invalid_url, "Invalid URL: " + errand.show(address)};
+    return {Code::invalid_url,
+            errand.shown ? "Invalid URL: " + errand.show(address) : why_no_target(address)};
+}
+
+std::int64_t now() {
+    return static_cast<std::int64_t>(std::time(nullptr));
 }
 
 Result read_all(HttpClient& client, Clock::time_point until, std::size_t most, std::string& bytes) {
@@ -84,24 +91,47 @@ HttpClient::HttpClient(const ConnectionContext& context)
     : context_(context),
       logins_(context.services.memory.of<LoginMemory>()),
       cookies_(context.services.memory.of<CookieJar>()),
+      strict_hosts_(context.services.memory.of<StrictHosts>()),
       socket_(context.services, context.log, context.stop, context.share),
       conversation_(socket_, context.log) {}
 
 Result HttpClient::ask(const HttpErrand& errand, HttpAnswer& answer) {
     load_cookies(errand.http.cookie_file);
+    HttpHop hop;
+    hop.origin = parse_target(secured_where_wanted(errand.origin.empty() ? errand.address : errand.origin),
+                              errand.utf8);
     bool was_secured = false;
     answer.address = errand.address;
     for (int redirects = 0; redirects <= most_redirects; ++redirects) {
+        if (std::u16string secured = secured_where_wanted(answer.address); secured != answer.address) {
+            context_.log.line(Direction::note, "The host wants to be reached over TLS only.");
+            answer.address = std::move(secured);
+        }
         const auto target = parse_target(answer.address, errand.utf8);
         if (!target) return invalid_url(errand, answer.address, context_.log);
-        answer.target = *target;
-        const bool in_the_clear = was_secured && !is_secured(*target);
+        answer.target = hop.target = *target;
+        hop.proxy = errand.proxy_for ? errand.proxy_for(*target) : errand.proxy;
+        hop.in_the_clear = was_secured && !is_secured(*target);
         was_secured = was_secured || is_secured(*target);
-        if (Result result = ask_one(errand, in_the_clear, answer); !result.ok()) return result;
+        if (Result result = ask_one(errand, hop, answer); !result.ok()) return result;
         if (!is_redirect(answer.head)) return {};
         if (Result result = redirect(errand, answer); !result.ok()) return result;
     }
     return Code::too_many_redirects;
+}
+
+// The address of a host that wants to be reached over TLS only begins with "https://"; its port 80 is 443
+// then, another one stays (RFC 6797, 8.3).
+std::u16string HttpClient::secured_where_wanted(const std::u16string& address) const {
+    const auto target = parse_target(address);
+    if (!target || target->scheme != "http" || !strict_hosts_.contains(target->host, now())) return address;
+    std::u16string secured = u"https" + address.substr(4);
+    if (target->explicit_port && target->port == 80) {
+        const auto end = std::min(secured.find_first_of(u"/?#", 8), secured.size());
+        const auto colon = secured.rfind(u':', end);
+        secured.erase(colon, end - colon);
+    }
+    return secured;
 }
 
 void HttpClient::load_cookies(const std::u16string& path) {
@@ -111,30 +141,27 @@ void HttpClient::load_cookies(const std::u16string& path) {
         context_.log.line(Direction::error, to_utf8(path) + ": " + error.text());
         return;
     }
-    cookies_.add(parse_cookies_txt({reinterpret_cast<const char*>(bytes.data()), bytes.size()}),
-                 std::time(nullptr));
+    cookies_.add(parse_cookies_txt({reinterpret_cast<const char*>(bytes.data()), bytes.size()}), now());
 }
 
 // One server's answer, with the logins that it and the proxy want.
-Result HttpClient::ask_one(const HttpErrand& errand, bool in_the_clear, HttpAnswer& answer) {
-    const Target& target = answer.target;
-    const ProxyPlan proxy = errand.proxy_for ? errand.proxy_for(target) : errand.proxy;
-    if (!is_http(target) && !proxy.takes_requests(false))
+Result HttpClient::ask_one(const HttpErrand& errand, const HttpHop& hop, HttpAnswer& answer) {
+    const Target& target = hop.target;
+    if (!is_http(target) && !hop.proxy.takes_requests(false))
         return invalid_url(errand, answer.address, context_.log);
-    ConnectPlan connect = connect_plan(errand, proxy, target);
-    const HttpRequest request = make_http_request(errand, proxy, target, cookies_, in_the_clear);
+    ConnectPlan connect = connect_plan(errand, hop);
+    const HttpRequest request = make_http_request(errand, hop, cookies_);
     const LoginIdentity identity{target.scheme + "://" + target.host + ":" + std::to_string(target.port),
                                  request.user, request.password};
     SchemeLogin server(identity, LoginOperations::of(context_.libraries), &logins_);
     std::unique_ptr<HttpLogin> at_proxy;
-    if (request.through_proxy && proxy.make_login) at_proxy = proxy.make_login();
+    if (request.through_proxy && hop.proxy.make_login) at_proxy = hop.proxy.make_login();
     const HttpLogins logins{is_http(target) ? &server : nullptr, at_proxy.get()};
     HttpHead& head = answer.head;
     Result result = conversation_.ask(connect, request, head, logins);
     answer.had_user = !(head.status == 407 ? request.proxy_user : request.user).empty();
     answer.trouble = head.status == 407 && at_proxy ? at_proxy->trouble() : server.trouble();
-    if (result.ok() && errand.with_cookies)
-        cookies_.take(head.cookies, {target.host, target.path, is_secured(target)}, std::time(nullptr));
+    if (result.ok()) remember(errand, answer);
     if (result.ok() && head.status == 400 && socket_.is_reused()) {
         // Whatever the server did not understand may have been the end of the answer before: once more,
         // afresh.
@@ -143,6 +170,13 @@ Result HttpClient::ask_one(const HttpErrand& errand, bool in_the_clear, HttpAnsw
         result = conversation_.ask(connect, request, head, logins);
     }
     return result;
+}
+
+void HttpClient::remember(const HttpErrand& errand, const HttpAnswer& answer) {
+    const Target& target = answer.target;
+    const bool secured = is_secured(target);
+    if (errand.with_cookies) cookies_.take(answer.head.cookies, {target.host, target.path, secured}, now());
+    if (secured && errand.trust.verify) strict_hosts_.take(answer.head.strict_transport, target.host, now());
 }
 
 Result HttpClient::redirect(const HttpErrand& errand, HttpAnswer& answer) {
@@ -155,7 +189,8 @@ Result HttpClient::redirect(const HttpErrand& errand, HttpAnswer& answer) {
         return {Code::server_error, "The server redirects to an address that cannot be followed: \"" +
                                         answer.head.location.substr(0, 200) + "\""};
     }
-    answer.address = decode_name(next);
+    // The server's bytes as they are: read as text they might go out as others.
+    answer.address = to_utf16(percent_encode_unsafe(next));
     context_.log.line(Direction::note, message(Message::redirect_to, {errand.show(answer.address)}));
     const auto target = parse_target(answer.address, errand.utf8);
     return target && !is_http(*target) ? Result(Code::moved) : Result();

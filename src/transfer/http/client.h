@@ -9,6 +9,7 @@
 namespace vantlow {
 
 class LoginMemory;
+class StrictHosts;
 
 /// The answer at the end of the way.
 struct HttpAnswer {
@@ -47,12 +48,15 @@ class HttpClient {
 
   private:
     void load_cookies(const std::u16string& path);
-    Result ask_one(const HttpErrand& errand, bool in_the_clear, HttpAnswer& answer);
+    [[nodiscard]] std::u16string secured_where_wanted(const std::u16string& address) const;
+    Result ask_one(const HttpErrand& errand, const HttpHop& hop, HttpAnswer& answer);
+    void remember(const HttpErrand& errand, const HttpAnswer& answer);
     Result redirect(const HttpErrand& errand, HttpAnswer& answer);
 
     ConnectionContext context_;
     LoginMemory& logins_;
     CookieJar& cookies_;
+    StrictHosts& strict_hosts_;
     CBaseSocket socket_;
     HttpConversation conversation_;
 };

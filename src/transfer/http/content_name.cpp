@@ -11,10 +11,24 @@
 namespace vantlow {
 namespace {
 
+// ISO-8859-1 as everybody reads it: with the letters of Windows-1252 in place of control characters.
 std::u16string latin1(std::string_view bytes) {
+    static constexpr std::u16string_view from_80 =
+        u"\u20AC\u0081\u201A\u0192\u201E\u2026\u2020\u2021\u02C6\u2030\u0160\u2039\u0152\u008D\u017D\u008F"
+        u"\u0090\u2018\u2019\u201C\u201D\u2022\u2013\u2014\u02DC\u2122\u0161\u203A\u0153\u009D\u017E\u0178";
     std::u16string text;
-    for (const char c : bytes) text.push_back(static_cast<char16_t>(static_cast<unsigned char>(c)));
+    for (const char c : bytes) {
+        const auto byte = static_cast<unsigned char>(c);
+        const bool is_letter = byte >= 0x80 && byte < 0xA0;
+        text.push_back(is_letter ? from_80[byte - 0x80U] : static_cast<char16_t>(byte));
+    }
     return text;
+}
+
+// What a code page made of bytes that it does not have: its stand-in, or a byte kept aside as a lone
+// surrogate.
+bool is_stand_in(char16_t c) noexcept {
+    return c == u'\uFFFD' || (c >= 0xDC80 && c <= 0xDCFF);
 }
 
 // charset'language'percent-encoded, RFC 8187.
@@ -33,7 +47,10 @@ std::optional<std::u16string> extended_value(std::string_view value) {
 }  // namespace
 
 std::u16string decode_name(std::string_view bytes) {
-    return is_utf8(bytes) ? to_utf16(bytes) : from_ansi(bytes);
+    if (is_utf8(bytes)) return to_utf16(bytes);
+    std::u16string text = from_ansi(bytes);
+    // No code page has letters that are written with surrogates.
+    return std::any_of(text.begin(), text.end(), is_stand_in) ? latin1(bytes) : text;
 }
 
 std::u16string disposition_name(std::string_view field) {

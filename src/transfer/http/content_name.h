@@ -7,12 +7,13 @@
 namespace vantlow {
 
 /// The name in a content-disposition field: "filename*=" (RFC 8187: UTF-8 or ISO-8859-1), else "filename="
-/// (RFC 6266; quoted or not, raw UTF-8, else the ANSI code page; percent-encoded bytes are decoded). A
+/// (RFC 6266; quoted or not, raw bytes as decode_name() reads them; percent-encoded ones are decoded). A
 /// "filename*=" that cannot be read gives way to "filename=". Empty when there is none. The name is as the
 /// server sent it: make it safe before use.
 std::u16string disposition_name(std::string_view field);
 
-/// Raw bytes of a name: UTF-8 when they are, else the ANSI code page.
+/// Raw bytes of a name as text: UTF-8 when they are, else in the ANSI code page where that is another one,
+/// else Latin-1.
 std::u16string decode_name(std::string_view bytes);
 
 /// The last part of an address's path, percent-decoded; empty when the path ends with a slash.

@@ -7,6 +7,7 @@
 
 #include "base/text.h"
 #include "platform/socket.h"
+#include "runtime/host_names.h"
 
 namespace vantlow {
 namespace {
@@ -54,11 +55,11 @@ bool take_domain(const SetCookie& set, const CookieTarget& from, Cookie& cookie)
     cookie.host_only = domain.empty() || domain == host;
     if (domain.empty()) return true;
     if (domain == host) {
-        cookie.host_only = is_address(host) || host.find('.') == std::string::npos;
+        cookie.host_only = is_address(host) || is_public_suffix(host);
         return true;
     }
-    // One for all names below a top-level domain would be everybody's.
-    if (!is_below(host, domain) || domain.find('.') == std::string::npos) return false;
+    // One for all names below a public suffix would be everybody's.
+    if (!is_below(host, domain) || is_public_suffix(domain)) return false;
     cookie.domain = domain;
     return true;
 }
@@ -94,8 +95,12 @@ std::optional<Cookie> read_cookie(const SetCookie& set, const CookieTarget& from
     return cookie;
 }
 
+bool is_live(const Cookie& cookie, std::int64_t now) noexcept {
+    return cookie.expires == 0 || cookie.expires > now;
+}
+
 bool is_for(const Cookie& cookie, const CookieTarget& target, const std::string& host, std::int64_t now) {
-    if (cookie.expires != 0 && cookie.expires <= now) return false;
+    if (!is_live(cookie, now)) return false;
     if (cookie.secure && !target.secure) return false;
     if (cookie.domain != host && (cookie.host_only || !is_below(host, cookie.domain))) return false;
     return path_matches(target.path, cookie.path);
@@ -175,7 +180,7 @@ std::vector<Cookie> parse_cookies_txt(std::string_view text) {
 
 void CookieJar::put(Cookie cookie, std::int64_t now) {
     const std::string key = cookie.domain + '\n' + cookie.path + '\n' + cookie.name;
-    if (cookie.expires != 0 && cookie.expires <= now) {
+    if (!is_live(cookie, now)) {
         cookies_.erase(key);
         return;
     }
@@ -189,11 +194,24 @@ void CookieJar::put(Cookie cookie, std::int64_t now) {
     cookies_[key] = std::move(cookie);
 }
 
+// Whoever answers in the clear may be anybody on the way: a cookie of theirs stands in for none that came
+// over TLS.
+bool CookieJar::hides_secure(const Cookie& cookie, std::int64_t now) const {
+    return std::any_of(cookies_.begin(), cookies_.end(), [&](const auto& entry) {
+        const Cookie& kept = entry.second;
+        const bool related = kept.domain == cookie.domain || is_below(kept.domain, cookie.domain) ||
+                             is_below(cookie.domain, kept.domain);
+        return kept.secure && kept.name == cookie.name && is_live(kept, now) && related &&
+               path_matches(cookie.path, kept.path);
+    });
+}
+
 void CookieJar::take(const std::vector<SetCookie>& cookies, const CookieTarget& from, std::int64_t now) {
     if (cookies.empty()) return;
     const std::lock_guard guard(mutex_);
     for (const SetCookie& set : cookies) {
-        if (auto cookie = read_cookie(set, from, now)) put(*std::move(cookie), now);
+        auto cookie = read_cookie(set, from, now);
+        if (cookie && (from.secure || !hides_secure(*cookie, now))) put(*std::move(cookie), now);
     }
 }
 

@@ -1,4 +1,4 @@
-// The cookies of the run (RFC 6265).
+// The cookies of the run (RFC 6265, and what its successor, draft-ietf-httpbis-rfc6265bis, adds for safety).
 #pragma once
 
 #include <cstdint>
@@ -41,7 +41,8 @@ std::vector<Cookie> parse_cookies_txt(std::string_view text);
 /// Keeps cookies. Bounded: 3,000 in all, 4 KiB each; the oldest go first. Any thread may call.
 class CookieJar : public Keepsake {
   public:
-    /// Takes what an answer sets, as far as its server may: for its own domain and, when `secure`, over TLS.
+    /// Takes what an answer sets, as far as its server may: for its own domain, which is no public suffix,
+    /// and over TLS when it is `secure` or would take the place of one that is.
     void take(const std::vector<SetCookie>& cookies, const CookieTarget& from, std::int64_t now);
     void add(std::vector<Cookie> cookies, std::int64_t now);
     /// "name=value; name=value" for a request: longer paths first, then older ones.
@@ -51,6 +52,7 @@ class CookieJar : public Keepsake {
 
   private:
     void put(Cookie cookie, std::int64_t now);
+    [[nodiscard]] bool hides_secure(const Cookie& cookie, std::int64_t now) const;
 
     mutable std::mutex mutex_;
     // All guarded by mutex_.

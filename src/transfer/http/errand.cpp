@@ -33,9 +33,10 @@ std::string cookie_address(const Target& target) {
     return (is_secured(target) ? "https://" : "http://") + target.host_text() + target.path;
 }
 
-HttpRequest make_http_request(const HttpErrand& errand, const ProxyPlan& proxy, const Target& target,
-                              const CookieJar& jar, bool in_the_clear) {
+HttpRequest make_http_request(const HttpErrand& errand, const HttpHop& hop, const CookieJar& jar) {
     constexpr std::string_view any_host = "://host";
+    const Target& target = hop.target;
+    const auto& origin = hop.origin;
     HttpRequest request;
     request.scheme = target.scheme;
     request.host = target.host_text();
@@ -44,24 +45,28 @@ HttpRequest make_http_request(const HttpErrand& errand, const ProxyPlan& proxy, 
     request.path = target.path;
     if (errand.shown)
         request.shown_path = errand.shown(std::string(any_host) + target.path).substr(any_host.size());
-    request.through_proxy = proxy.takes_requests(is_secured(target));
-    request.proxy_user = proxy.user;
-    request.proxy_password = proxy.password;
-    // What was read in secret is not told in the clear (RFC 9110, 10.1.3).
+    request.through_proxy = hop.proxy.takes_requests(is_secured(target));
+    request.proxy_user = hop.proxy.user;
+    request.proxy_password = hop.proxy.password;
+    // It is for the host that it was given for. What was read in secret is not told in the clear (RFC
+    // 9110, 10.1.3).
     const auto referring = parse_target(errand.http.referer);
     const bool telling = !referring || !is_secured(*referring) || is_secured(target);
-    if (telling) request.referer = to_ansi(errand.http.referer);
+    if (telling && origin && iequals(origin->host, target.host))
+        request.referer = to_ansi(errand.http.referer);
     request.automatic_referer = errand.http.automatic_referer;
     request.agent = to_ansi(errand.http.agent);
     request.start = errand.start;
     request.extra = errand.http.extra;
-    const auto origin = parse_target(errand.origin.empty() ? errand.address : errand.origin, errand.utf8);
     const bool own = origin && is_same_server(*origin, target);
     // An address that a server redirects to in the clear may be anybody's.
-    if (in_the_clear || (origin && is_secured(*origin) && !is_secured(target))) return request;
+    if (hop.in_the_clear || (origin && is_secured(*origin) && !is_secured(target))) return request;
     if (!target.user.empty()) {
         request.user = to_ansi(target.user);
-        request.password = to_ansi(target.password);
+        // "http://user@host" and a password beside it belong together.
+        const bool beside =
+            target.password.empty() && own && (errand.user.empty() || errand.user == target.user);
+        request.password = to_ansi(beside ? errand.password : target.password);
     } else if (own) {
         request.user = to_ansi(errand.user.empty() ? origin->user : errand.user);
         request.password = to_ansi(errand.user.empty() ? origin->password : errand.password);

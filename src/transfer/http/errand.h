@@ -44,10 +44,16 @@ bool is_secured(const Target& target);
 /// The cookie text for the system's and the run's cookies, "https://host/path".
 std::string cookie_address(const Target& target);
 
-/// The request to one server. Credentials and the errand's cookies go to the server that they belong to, and
-/// nothing of that kind to a server without TLS where the origin, or `in_the_clear` the redirects that led
-/// here, were with it.
-HttpRequest make_http_request(const HttpErrand& errand, const ProxyPlan& proxy, const Target& target,
-                              const CookieJar& jar, bool in_the_clear);
+/// One server on the way.
+struct HttpHop {
+    Target target;
+    std::optional<Target> origin;  ///< of the errand; none when it cannot be read
+    ProxyPlan proxy;
+    bool in_the_clear = false;  ///< without TLS, and redirects led here from a server with it
+};
+
+/// The request to one server. Credentials and the errand's cookies go to the origin's server, a referer to
+/// its host, and nothing of that kind to a server without TLS where the origin, or one on the way, had it.
+HttpRequest make_http_request(const HttpErrand& errand, const HttpHop& hop, const CookieJar& jar);
 
 }  // namespace vantlow

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "base/text.h"
+#include "base/uri_path.h"
 #include "transfer/http/challenge.h"
 #include "transfer/http/parameter.h"
 
@@ -133,6 +134,10 @@ constexpr std::array fields{
              }},
     FieldRow{"retry-after", read_retry_after},
     FieldRow{"set-cookie", read_cookie},
+    FieldRow{"strict-transport-security",
+             [](HttpHead& h, std::string_view v) {
+                 if (h.strict_transport.empty()) h.strict_transport = v;
+             }},
     FieldRow{"icy-metaint", [](HttpHead& h, std::string_view v) { h.icy_metaint = parse_decimal(v); }},
 };
 
@@ -211,6 +216,12 @@ Result for_each_line(std::string_view bytes, Use use) {
     return {};
 }
 
+// An address whose server part begins at `server`.
+std::string without_dots_behind(const std::string& address, std::size_t server) {
+    const auto end = std::min(address.find_first_of("/?", server), address.size());
+    return address.substr(0, end) + remove_dot_segments(address.substr(end));
+}
+
 }  // namespace
 
 std::size_t find_head_end(std::string_view bytes, std::size_t search_from) {
@@ -255,33 +266,24 @@ std::string resolve_redirect(std::string_view location, const RedirectBase& base
     constexpr std::array followed{"http://", "https://", "ftp://",  "ftps://",  "sftp://",
                                   "mms://",  "mmst://",  "rtsp://", "rtspt://", "pnm://"};
     for (const std::string_view scheme : followed) {
-        if (istarts_with(target, scheme)) return target;
+        if (istarts_with(target, scheme)) return without_dots_behind(target, scheme.size());
     }
     // Another scheme ("data:", "javascript:", "file:") has its colon before the first slash or question mark.
     const auto colon = target.find(':');
     if (colon != std::string::npos && colon < target.find_first_of("/?")) return {};
-    if (target.starts_with("//")) return base.scheme + ":" + target;
+    if (target.starts_with("//"))
+        return without_dots_behind(base.scheme + ":" + target, base.scheme.size() + 3);
     const bool default_one = base.port == (base.scheme == "https" ? 443 : 80);
     const std::string site =
         base.scheme + "://" + base.host + (default_one ? "" : ":" + std::to_string(base.port));
     if (target.empty()) return {};
-    if (target.front() == '/') return site + target;
     const std::string path = base.path.substr(0, base.path.find('?'));
-    if (target.front() == '?') return site + path + target;
-    // Relative to the folder of the request (RFC 3986, 5.2.3); dot segments are the server's business, but
-    // those at the front are resolved since servers refuse paths that climb.
-    std::string folder = path.substr(0, path.rfind('/') + 1);
-    for (;;) {
-        if (target.starts_with("./")) {
-            target.erase(0, 2);
-        } else if (target.starts_with("../")) {
-            target.erase(0, 3);
-            if (folder.size() > 1) folder.erase(folder.rfind('/', folder.size() - 2) + 1);
-        } else {
-            break;
-        }
-    }
-    return site + (folder.empty() ? "/" : folder) + target;
+    // Relative to the folder of the request (RFC 3986, 5.2.3).
+    std::string folder;
+    if (target.front() == '?') folder = path;
+    if (target.front() != '?' && target.front() != '/') folder = "/" + path.substr(0, path.rfind('/') + 1);
+    if (folder.starts_with("//")) folder.erase(0, 1);
+    return site + remove_dot_segments(folder + target);
 }
 
 }  // namespace vantlow

@@ -42,6 +42,7 @@ struct HttpHead {
     std::string last_modified;
     std::string etag;
     std::string content_encoding;  ///< as sent, lower case
+    std::string strict_transport;  ///< the first such field (RFC 6797, 8.1), as sent
     bool keep_alive = false;
     bool closes = false;  ///< the server said "close"
     bool chunked = false;

@@ -142,10 +142,7 @@ Result FtpSource::add_ssh(const SourcePlan& plan, FtpPlan& ftp) const {
 
 Result FtpSource::open(const SourcePlan& plan, std::int64_t offset, SourceAnswer& answer) {
     const auto target = parse_target(plan.address, plan.utf8);
-    if (!target) {
-        return fail(Code::invalid_url, std::string(message_text(Message::invalid_url)) + " " +
-                                           to_utf8(without_credentials(plan.address)));
-    }
+    if (!target) return fail(Code::invalid_url, why_no_target(plan.address));
     if (plan.proxy.takes_requests(false) && target->scheme == "ftp") {
         by_proxy_ = make_http_source(context_);
         return by_proxy_->open(plan, offset, answer);

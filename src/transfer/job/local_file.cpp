@@ -190,7 +190,8 @@ void CLocalFile::mark(const FileOrigin& origin) {
 }
 
 Result CLocalFile::finish(std::int64_t size, std::u16string_view suffix,
-                          const std::optional<FileOrigin>& origin) {
+                          const std::optional<FileOrigin>& origin,
+                          const std::function<void(const std::u16string&)>& before_name) {
     if (Result result = drain(); !result.ok()) return result;
     if (file_.size() != size) {
         if (FileError error = file_.resize(size); !error.ok()) return failure(error, partial_path());
@@ -201,6 +202,7 @@ Result CLocalFile::finish(std::int64_t size, std::u16string_view suffix,
     const std::u16string partial = partial_path();
     std::u16string name = target_ + std::u16string(suffix);
     for (;;) {
+        if (before_name) before_name(name);
         FileError error = rules_.overwrite == rule_overwrite ? rename_replace(partial, name)
                                                              : rename_no_replace(partial, name);
         if (error.ok()) break;

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -60,8 +61,10 @@ class CLocalFile {
     /// The finished file is `size` bytes long, safe on the disk, and takes its name. With a suffix it takes
     /// its name with that behind it. When somebody else took the name meanwhile the overwrite rule is applied
     /// again. With an origin the file is marked with it before; that this failed is only logged.
+    /// `before_name` is called with each name before it is tried.
     Result finish(std::int64_t size, std::u16string_view suffix = {},
-                  const std::optional<FileOrigin>& origin = std::nullopt);
+                  const std::optional<FileOrigin>& origin = std::nullopt,
+                  const std::function<void(const std::u16string&)>& before_name = {});
     /// Closes and removes the partial file.
     void discard();
     void close();

@@ -33,6 +33,9 @@ struct RunOptions {
     std::shared_ptr<const ProxyRules> proxy_rules;  ///< in place of `proxy` where they are given
     SshRules ssh;
     std::u16string default_agent;  ///< for jobs without an agent of their own
+    /// Called from the job's thread when the file is whole and about to get this name; it has it when this
+    /// returns. May be empty.
+    std::function<void(const std::u16string& path, std::int64_t size)> before_name;
 };
 
 /// What the running jobs of the program share. Outlives them.

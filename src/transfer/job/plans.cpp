@@ -28,8 +28,8 @@ SourcePlan CTransferMainThread::plan(CTransferSubThread& asker) {
             plan.user = job_.user;
             plan.password = job_.password;
             plan.http.cookie = job_.cookie;
+            plan.http.referer = job_.referer;
         }
-        plan.http.referer = job_.referer;
         plan.http.agent = job_.agent.empty() ? options_.default_agent : job_.agent;
         plan.http.automatic_referer = job_.automatic_referer != 0;
         plan.utf8 = job_.utf8 != 0;

@@ -7,6 +7,7 @@
 #include "base/text.h"
 #include "platform/process.h"
 #include "platform/socket.h"
+#include "runtime/host_names.h"
 
 namespace vantlow {
 namespace {
@@ -67,7 +68,8 @@ bool is_meant(std::string_view text, std::string_view host, std::uint16_t port) 
     }
     const Entry entry = read_entry(text);
     if (entry.port != 0 && entry.port != port) return false;
-    const std::string_view name = without_dots(entry.host);
+    const std::string ascii = ascii_host(without_dots(entry.host)).value_or("");
+    const std::string_view name = ascii;
     host = without_dots(host);
     if (name.empty() || host.size() < name.size()) return false;
     const std::string_view tail = host.substr(host.size() - name.size());
@@ -83,7 +85,8 @@ ProxyPlan proxy_plan(const CProxyNode& proxy) {
     ProxyPlan plan;
     if (proxy.host.empty() || proxy.port < 1 || proxy.port > 65535) return plan;
     plan.kind = proxy.kind;
-    plan.host = to_utf8(proxy.host);
+    const std::string host = to_utf8(proxy.host);
+    plan.host = ascii_host(host).value_or(host);
     plan.port = static_cast<std::uint16_t>(proxy.port);
     plan.user = to_ansi(proxy.user);
     plan.password = to_ansi(proxy.password);

@@ -118,7 +118,11 @@ Result CTransferMainThread::finish() {
     const bool matches = hash_matches_;
     const std::u16string state = file_.state_path();
     const std::u16string_view suffix = matches ? std::u16string_view{} : wrong_hash_suffix;
-    if (Result result = file_.finish(job_.file_size, suffix, origin()); !result.ok()) return result;
+    const auto before_name = [&](const std::u16string& path) {
+        if (matches && options_.before_name) options_.before_name(path, job_.file_size);
+    };
+    if (Result result = file_.finish(job_.file_size, suffix, origin(), before_name); !result.ok())
+        return result;
     remove_state(state);
     {
         const std::lock_guard guard(lock_);

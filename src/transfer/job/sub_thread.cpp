@@ -248,6 +248,7 @@ Result CTransferSubThread::moved_failure(const Moved& moved) const {
         case Moved::State::failed:
             break;
     }
+    if (moved.why != nullptr) return {moved.code, moved.why};
     if (moved.code != Code::transient) return moved.code;
     if (moved.system_error == 0) return {Code::transient, "The server closed the connection early."};
     return socket_failure(moved.system_error);

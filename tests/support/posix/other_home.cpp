@@ -2,7 +2,7 @@
 
 #include "base/text.h"
 #include "platform/process.h"
-#include "support/shell_server.h"
+#include "support/temp_folder.h"
 
 namespace vantlow::test {
 

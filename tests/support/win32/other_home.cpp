@@ -1,7 +1,7 @@
 #include <windows.h>
 
 #include "platform/process.h"
-#include "support/shell_server.h"
+#include "support/temp_folder.h"
 
 namespace vantlow::test {
 namespace {

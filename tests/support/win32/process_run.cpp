@@ -72,18 +72,12 @@ std::u16string environment_block(const RunOptions& options) {
     return block + u'\0';
 }
 
-// A path that the build noted on the system that it was built on: its root is drive Z under Wine.
-std::u16string native_path(const std::u16string& path) {
-    return path.starts_with(u"/") ? u"Z:" + path : path;
-}
-
 class WindowsProcess : public ProcessBackend {
   public:
     WindowsProcess(const std::u16string& program, const std::vector<std::u16string>& arguments,
                    const RunOptions& options)
         : input_(0), out_(1), err_(1) {
-        const std::u16string path = native_path(program);
-        std::u16string line = quoted(path);
+        std::u16string line = quoted(program);
         for (const std::u16string& argument : arguments) line += u" " + quoted(argument);
         std::u16string variables = environment_block(options);
         STARTUPINFOW start{};
@@ -99,10 +93,10 @@ class WindowsProcess : public ProcessBackend {
         // Under Wine a start fails now and then for no fault of the program: the new process is gone before
         // it could report back, which this error says.
         for (int tries = 0;
-             CreateProcessW(wide(path), reinterpret_cast<wchar_t*>(line.data()), nullptr, nullptr, TRUE,
+             CreateProcessW(wide(program), reinterpret_cast<wchar_t*>(line.data()), nullptr, nullptr, TRUE,
                             flags, variables.data(), folder, &start, &made) == 0;
              ++tries) {
-            if (GetLastError() != ERROR_INTERNAL_ERROR || tries == 3) fail(to_utf8(path));
+            if (GetLastError() != ERROR_INTERNAL_ERROR || tries == 3) fail(to_utf8(program));
         }
         CloseHandle(made.hThread);
         process_.value = made.hProcess;
@@ -156,6 +150,7 @@ class WindowsProcess : public ProcessBackend {
 std::unique_ptr<ProcessBackend> ProcessBackend::start(const std::u16string& program,
                                                       const std::vector<std::u16string>& arguments,
                                                       const RunOptions& options) {
+    if (program.starts_with(u"/")) return start_unix_program(program, arguments, options);
     return std::make_unique<WindowsProcess>(program, arguments, options);
 }
 

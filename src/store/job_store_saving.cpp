@@ -1,0 +1,317 @@
+// How what the job store holds comes to the disk: commits into the journal, saves of the whole, and the
+// folder that they go to.
+#include <algorithm>
+#include <limits>
+
+#include "base/text.h"
+#include "platform/process.h"
+#include "store/field_writer.h"
+#include "store/job_store.h"
+
+namespace vantlow {
+namespace {
+
+// More changes at once are no faster in the journal than with everything else in the database.
+constexpr std::size_t most_changes = 5000;
+// A journal of this size is folded into the database, or one of a part of the database where that is larger.
+constexpr std::uint64_t long_journal = 4U << 20U;
+constexpr std::uint64_t part_of_database = 8;
+
+/// Gathers an image in its pieces.
+class ImageSink final : public ByteSink {
+  public:
+    explicit ImageSink(DatabaseImage& image) : image_(image) {}
+    void write(std::span<const std::byte> bytes) override {
+        constexpr std::size_t piece_size = 1U << 20U;
+        while (!bytes.empty()) {
+            if (image_.empty() || image_.back().size() == piece_size)
+                image_.emplace_back().reserve(piece_size);
+            std::vector<std::byte>& piece = image_.back();
+            const auto part = bytes.first(std::min(bytes.size(), piece_size - piece.size()));
+            piece.insert(piece.end(), part.begin(), part.end());
+            bytes = bytes.subspan(part.size());
+        }
+    }
+
+  private:
+    DatabaseImage& image_;
+};
+
+std::uint64_t size_of(const DatabaseImage& image) {
+    std::uint64_t size = 0;
+    for (const auto& piece : image) size += piece.size();
+    return size;
+}
+
+}  // namespace
+
+void JobStore::note(Change what, const Guid& identity, const Guid& category) {
+    ++revision_;
+    if (settings_ == nullptr) return;  // only a save will write it
+    if (what == Change::job && !noted_jobs_.insert(identity).second) return;
+    if (what == Change::job_removed) noted_jobs_.erase(identity);  // one that comes back is told anew
+    noted_.push_back({what, identity, category});
+}
+
+void JobStore::write_behind(const Settings& settings, std::function<void()> wake) {
+    settings_ = &settings;
+    writer_->start(std::move(wake));
+}
+
+void JobStore::stop_writing_behind() {
+    writer_->finish();
+    take_answers();
+    settings_ = nullptr;
+}
+
+// In the order of the changes; of a job's fields what they are now.
+JournalBatch JobStore::batch_of_changes() {
+    JournalBatch batch;
+    for (const Noted& noted : noted_) {
+        switch (noted.what) {
+            case Change::job:
+                if (const CJobNode* job = find(noted.identity)) batch.job(*job, noted.category);
+                break;
+            case Change::job_removed:
+                batch.job_removed(noted.identity);
+                break;
+            case Change::job_placed:
+                batch.job_placed(noted.identity, noted.category, std::numeric_limits<std::size_t>::max());
+                break;
+            case Change::category:
+                if (const CClassNode* node = tree_.find(noted.identity)) batch.category(*node);
+                break;
+            case Change::category_removed:
+                batch.category_removed(noted.identity);
+                break;
+        }
+    }
+    noted_.clear();
+    noted_jobs_.clear();
+    return batch;
+}
+
+void JobStore::commit(Settled settled, OnFailure rule) {
+    Waiting waiting{0, std::move(settled), std::exchange(added_, {})};
+    if (rule == OnFailure::keep) {
+        for (const Guid& added : waiting.added) unsettled_.erase(added);
+        waiting.added.clear();
+    }
+    if (noted_.empty() && !untold_) {
+        // What was changed before may still be on its way.
+        if (!for_next_save_.empty()) {
+            for_next_save_.push_back(std::move(waiting));
+        } else if (!in_flight_.empty()) {
+            waiting.ticket = in_flight_.back().ticket;
+            in_flight_.push_back(std::move(waiting));
+        } else {
+            settle(waiting, {});
+        }
+        return;
+    }
+    std::string error;
+    if (!may_write(error)) {
+        noted_.clear();
+        noted_jobs_.clear();
+        untold_ = true;
+        settle(waiting, error);
+        return;
+    }
+    if (untold_ || !writer_->can_append() || noted_.size() > most_changes) {
+        noted_.clear();
+        noted_jobs_.clear();
+        untold_ = true;
+        for_next_save_.push_back(std::move(waiting));
+        save_for_those_who_wait();
+        return;
+    }
+    waiting.ticket = writer_->append(batch_of_changes().payload());
+    in_flight_.push_back(std::move(waiting));
+}
+
+void JobStore::settle(Waiting& waiting, const std::string& error) {
+    for (const Guid& identity : waiting.added) {
+        unsettled_.erase(identity);
+        CJobNode* const job = error.empty() ? nullptr : find(identity);
+        if (job != nullptr) remove(*job);
+    }
+    if (waiting.settled) waiting.settled(error);
+}
+
+void JobStore::save_behind() {
+    std::string error;
+    if (save_ticket_ != 0 || (!is_dirty() && writer_->journal_size() == 0)) return;
+    if (!may_write(error) || !begin_save(*settings_, error)) failure_ = error;
+}
+
+// One save at a time: what is being saved may not hold yet what they wait for.
+void JobStore::save_for_those_who_wait() {
+    if (save_ticket_ != 0 || for_next_save_.empty()) return;
+    std::vector<Waiting> waiting = std::exchange(for_next_save_, {});
+    std::string error;
+    if (!begin_save(*settings_, error)) {
+        for (Waiting& one : waiting) settle(one, error);
+        return;
+    }
+    for (Waiting& one : waiting) {
+        one.ticket = save_ticket_;
+        in_flight_.push_back(std::move(one));
+    }
+}
+
+bool JobStore::work() {
+    take_answers();
+    if (settings_ == nullptr) return false;
+    save_for_those_who_wait();
+    const std::uint64_t longest = std::max(long_journal, image_size_ / part_of_database);
+    if (!save_failed_ && writer_->journal_size() > longest) save_behind();
+    return false;
+}
+
+void JobStore::take_answers() {
+    for (const StoreWriter::Answer& answer : writer_->take_answers()) {
+        std::string error;
+        if (answer.ticket == save_ticket_) {
+            end_save(answer);
+            if (!answer.error.ok()) error = failure_;
+        } else if (!answer.error.ok()) {
+            untold_ = true;
+            error = "The journal of the job database in " + to_utf8(options_.folder) +
+                    " cannot be written: " + answer.error.text();
+        }
+        std::vector<Waiting> done;
+        for (Waiting& waiting : in_flight_) {
+            if (waiting.ticket == answer.ticket) done.push_back(std::move(waiting));
+        }
+        std::erase_if(in_flight_, [&](const Waiting& waiting) { return waiting.ticket == answer.ticket; });
+        for (Waiting& waiting : done) settle(waiting, error);
+    }
+}
+
+bool JobStore::begin_save(const Settings& settings, std::string& error) {
+    if (!put_damaged_aside(error)) return false;
+    saving_revision_ = revision_;
+    untold_ = false;
+    writer_->begin_image();
+    StoreWriter::Save save;
+    ImageSink sink(save.image);
+    save_database(tree_, sink);
+    image_size_ = size_of(save.image);
+    const std::u16string folder = settings.text(setting::backup_to);
+    if (!folder.empty()) save.backup = backup_path(folder, short_date_today());
+    save_ticket_ = writer_->save(std::move(save));
+    return true;
+}
+
+void JobStore::end_save(const StoreWriter::Answer& answer) {
+    save_ticket_ = 0;
+    save_failed_ = !answer.error.ok();
+    copy_failed_ = !answer.copy.ok();
+    const std::string where = to_utf8(options_.folder);
+    if (save_failed_) {
+        untold_ = true;
+        failure_ = "The job database in " + where + " cannot be saved: " + answer.error.text();
+        return;
+    }
+    saved_revision_ = saving_revision_;
+    if (copy_failed_) {
+        failure_ = "The copy of the job database in " + where + " cannot be written: " + answer.copy.text();
+    } else if (!answer.backup.ok()) {
+        failure_ = "The backup of the job database cannot be written: " + answer.backup.text();
+    }
+}
+
+bool JobStore::save(const Settings& settings, std::string& error) {
+    writer_->wait();
+    take_answers();
+    if (!may_write(error) || !begin_save(settings, error)) return false;
+    std::vector<Waiting> waiting = std::exchange(for_next_save_, {});
+    writer_->wait();
+    failure_.clear();
+    take_answers();
+    error = take_failure();
+    for (Waiting& one : waiting) settle(one, save_failed_ ? error : std::string());
+    return !save_failed_ && !copy_failed_;
+}
+
+bool JobStore::may_write(std::string& error) {
+    if (newer_) {
+        error = "The job database is of a newer version and is not written.";
+        return false;
+    }
+    if (!options_.can_save) {
+        error = "The data folder " + to_utf8(options_.folder) + " cannot be written.";
+        return false;
+    }
+    return hold_folder(error);
+}
+
+bool JobStore::put_damaged_aside(std::string& error) {
+    if (!keep_damaged_) return true;
+    std::u16string kept_as;
+    const FileError kept = keep_damaged_database(options_.folder, kept_as);
+    if (!kept.ok() && kept.fault != FileFault::not_found) {
+        error = "The damaged job database in " + to_utf8(options_.folder) +
+                " cannot be put aside: " + kept.text();
+        return false;
+    }
+    if (kept.ok()) notes_.push_back("The damaged file is kept as " + to_utf8(kept_as) + ".");
+    keep_damaged_ = false;
+    return true;
+}
+
+bool JobStore::hold_folder(std::string& error) {
+    if (options_.lock == nullptr || options_.lock->is_in_place()) {
+        folder_lost_ = false;
+        return true;
+    }
+    const std::string where = "The data folder " + to_utf8(options_.folder);
+    FileError failed;
+    const DataFolderLock::Claim claim = options_.lock->claim_again(failed);
+    if (claim == DataFolderLock::Claim::mine && options_.lock->is_in_place() && failed.ok()) {
+        writer_->forget_folder();
+        StoredDatabase other = load_database_files(options_.folder);
+        if (other.error.ok() && other.status != DatabaseLoad::Status::newer) {
+            keep_damaged_ = other.damaged;
+            take_over(std::move(other.tree));
+            touch();
+            notes_.push_back(where + " was removed or replaced. The jobs are saved in what is there now.");
+            folder_lost_ = false;
+            return true;
+        }
+        options_.can_save = false;  // what stands there must not be written over
+        failed = other.error;
+    }
+    error = where + " was removed or replaced, and ";
+    error += claim == DataFolderLock::Claim::taken ? "another Vantlow owns what is there now"
+             : failed.ok()                         ? "a newer Vantlow wrote what is there now"
+                                                   : "what is there now cannot be used: " + failed.text();
+    error += failed.ok() ? ": nothing is saved." : "";
+    if (!std::exchange(folder_lost_, true)) notes_.push_back(error);
+    return false;
+}
+
+// The jobs of another process that owned the folder for a while, filed beside those of this one.
+void JobStore::take_over(CategoryTree other) {
+    std::unordered_map<const CClassNode*, CClassNode*> own;
+    for (CClassNode* theirs : other.all()) {
+        CClassNode* const parent = theirs->parent != nullptr ? own.at(theirs->parent) : nullptr;
+        CClassNode* mine = parent == nullptr ? tree_.root() : tree_.find(theirs->identity);
+        if (mine == nullptr) {
+            const auto alike = std::find_if(parent->children.begin(), parent->children.end(),
+                                            [&](const auto& child) { return child->name == theirs->name; });
+            mine = alike != parent->children.end() ? alike->get()
+                                                   : &add_category(theirs->name, theirs->folder, *parent);
+        }
+        own[theirs] = mine;
+        for (auto& job : theirs->jobs) {
+            if (find(job->identity) != nullptr) continue;
+            if (job->state == JobState::running) job->state = JobState::waiting;
+            const Guid identity = add(std::move(job), *mine).identity;
+            unsettled_.erase(identity);  // it is safe where it was found
+            std::erase(added_, identity);
+        }
+    }
+}
+
+}  // namespace vantlow

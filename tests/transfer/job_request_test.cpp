@@ -1,0 +1,104 @@
+// What of a job's wishes each server gets to hear.
+#include "transfer/http/errand.h"
+
+#include <gtest/gtest.h>
+
+#include "job_fixture.h"
+#include "support/scripted_server.h"
+#include "transfer/job/proxy_rules.h"
+
+namespace vantlow::test {
+namespace {
+
+// "referer|user:password" of the request to an address.
+std::string told(const HttpErrand& errand, const std::u16string& address) {
+    HttpHop hop;
+    hop.target = *parse_target(address);
+    hop.origin = parse_target(errand.origin);
+    const HttpRequest request = make_http_request(errand, hop, CookieJar());
+    return request.referer + "|" + request.user + ":" + request.password;
+}
+
+TEST(JobRequest, TellsNobodyWhatIsForSomebodyElse) {
+    const std::u16string page = u"http://site/page";
+    const struct {
+        std::u16string origin, user, password, referer, address;
+        std::string told;
+    } cases[] = {
+        {u"http://h/a", u"", u"", page, u"http://h/b", "http://site/page|:"},
+        {u"http://h/a", u"", u"", page, u"https://H:8443/b", "http://site/page|:"},
+        {u"http://h/a", u"", u"", page, u"http://cdn/b", "|:"},
+        {u"http://h/a", u"", u"", page, u"http://cdn.h/b", "|:"},
+        {u"https://h/a", u"", u"", u"https://h/page", u"http://h/b", "|:"},
+        // A user in the address and a password beside it belong together, whoever gave the half.
+        {u"http://ann@h/a", u"ann", u"pw", u"", u"http://ann@h/a", "|ann:pw"},
+        {u"http://ann@h/a", u"", u"pw", u"", u"http://ann@h/a", "|ann:pw"},
+        {u"http://ann:x@h/a", u"ann", u"pw", u"", u"http://ann:x@h/a", "|ann:x"},
+        {u"http://ann@h/a", u"bob", u"pw", u"", u"http://ann@h/a", "|ann:"},
+        {u"http://ann@h/a", u"ann", u"pw", u"", u"http://ann@other/a", "|ann:"},
+        {u"http://ann@h/a", u"ann", u"pw", u"", u"http://h/b", "|ann:pw"},
+        {u"http://h/a", u"ann", u"pw", u"", u"http://other/a", "|:"},
+    };
+    for (const auto& one : cases) {
+        HttpErrand plan;
+        plan.origin = one.origin;
+        plan.user = one.user;
+        plan.password = one.password;
+        plan.http.referer = one.referer;
+        EXPECT_EQ(told(plan, one.address), one.told) << to_utf8(one.origin + u" " + one.address);
+    }
+}
+
+class JobRequestTest : public JobTest {
+  protected:
+    RunOptions through(const ScriptedServer& server) {
+        RunOptions options;
+        options.proxy.kind = ProxyPlan::http;
+        options.proxy.host = "127.0.0.1";
+        options.proxy.port = server.port();
+        return options;
+    }
+};
+
+// Nobody has to resolve the names: a proxy is asked for them.
+TEST_F(JobRequestTest, WritesInternationalNamesInAsciiEverywhere) {
+    if (libraries.names.Names_ToAscii == nullptr) GTEST_SKIP() << "built without libidn2";
+    ScriptedServer server([](Exchange& exchange) {
+        if (exchange.request().target.find("moved") != std::string::npos) {
+            exchange.answer(302, "Found", "", {{"Location", "http://\xC3\xBC.example/a/../caf\xE9.bin"}});
+        } else {
+            exchange.answer(200, "OK", "abc");
+        }
+    });
+    const auto job = make_job(u"http://B\u00FCcher.example:81/./moved");
+    const JobOutcome outcome = run(*job, through(server));
+    ASSERT_TRUE(outcome.result.ok()) << outcome.result.message() << log.all();
+    const auto requests = server.requests();
+    ASSERT_EQ(requests.size(), 2U);
+    EXPECT_EQ(requests[0].head.target, "http://xn--bcher-kva.example:81/moved");
+    EXPECT_EQ(requests[0].head.field("Host"), "xn--bcher-kva.example:81");
+    EXPECT_EQ(requests[1].head.target, "http://xn--tda.example/caf%E9.bin") << "the server's own bytes";
+    EXPECT_EQ(requests[1].head.field("Host"), "xn--tda.example");
+    EXPECT_TRUE(only({u"caf\u00e9.bin"}));
+}
+
+TEST_F(JobRequestTest, GoesNowhereWithoutTheProxyThatIsWanted) {
+    ScriptedServer server([](Exchange& exchange) { exchange.answer(200, "OK", "abc"); });
+    auto rules = std::make_shared<ProxyRules>();
+    ProxyPlan broken;
+    broken.kind = ProxyPlan::http_tunnel;
+    broken.trouble = "ftp_proxy names no proxy.";
+    rules->set("ftp", broken);
+    RunOptions options;
+    options.proxy_rules = rules;
+    EXPECT_TRUE(run(*make_job(server.url16("/a")), options).result.ok()) << log.all();
+    const auto job = make_job(u"ftp://127.0.0.1:" + to_utf16(std::to_string(server.port())) + u"/a");
+    EXPECT_EQ(run(*job, options).result.message(), broken.trouble);
+    EXPECT_EQ(server.request_count(), 1U);
+    const JobOutcome misspelt = run(*make_job(u"http:/127.0.0.1/a"));
+    EXPECT_EQ(misspelt.result.code, Code::unsupported);
+    EXPECT_NE(misspelt.result.message().find("lacks a slash"), std::string::npos);
+}
+
+}  // namespace
+}  // namespace vantlow::test
