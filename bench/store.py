@@ -4,9 +4,10 @@
     bench/store.py --vantlow PROGRAM [--jobs 100000]
 
 Files so many jobs of 8 segments with the program itself, then measures commands that load the whole store, and ones that
-load and save it; 10,000 jobs listed as JSON; and the longest time for which a server that sends as fast as it can is kept
-waiting while a store of 10,000 jobs is saved again and again. Prints what it measured and ends with 1 when a bound is
-broken.
+load and save it; what a resident program with them needs for commands on a thousand jobs, and how long it lets others wait
+while it saves; 10,000 jobs listed as JSON; and the longest time for which a server that sends as fast as it can is kept
+waiting while commands on a store of 10,000 jobs are answered again and again. Prints what it measured and ends with 1
+when a bound is broken. What single operations of the store cost, tests/store/large_store_test.cpp measures.
 """
 
 import argparse
@@ -92,6 +93,31 @@ class FastServer:
             pass
 
 
+def resident_commands(store, tell):
+    """Commands on a thousand of the jobs, and the longest answer of the seconds around a save."""
+    identities = [job["id"] for job in json.loads(store.run("list", "--json", "--category", "Completed")[2])[:1000]]
+    (store.folder / "settings.ini").write_text("[Performance]\nSaveDatabaseInterval=10\n")
+    instance = subprocess.Popen([store.program], env=store.environment, cwd=store.folder)
+    while not (store.folder / "data/.lock").read_text():
+        time.sleep(0.1)
+    answer = store.best("category", "list")[0]
+    tell("resident: a command that only looks", answer, "s")
+    store.run("category", "add", "First")  # the journal is begun
+    for words in (["category", "add", "Second"], ["move", "First", *identities], ["remove", *identities]):
+        tell(f"resident: {words[0]} {len(words) - 2 if words[0] != 'category' else 1}, on the disk",
+             store.run(*words)[0] - answer, "s")
+    before = (store.folder / "data/.database").stat().st_mtime_ns
+    longest, until = 0.0, time.monotonic() + 30
+    while time.monotonic() < until:
+        longest = max(longest, store.run("category", "list")[0])
+        saved = (store.folder / "data/.database").stat().st_mtime_ns != before
+        until = min(until, time.monotonic() + 1) if saved and until - time.monotonic() > 1 else until
+    tell("resident: longest answer while it saves", longest, "s", 0.25)
+    store.run("quit")
+    instance.wait()
+    (store.folder / "settings.ini").unlink()
+
+
 def longest_wait(store, saves):
     """Milliseconds, over some seconds of a transfer, with or without saves meanwhile."""
     server = FastServer()
@@ -103,7 +129,7 @@ def longest_wait(store, saves):
     count, until = 0, time.monotonic() + 4
     while time.monotonic() < until:
         if saves:
-            store.run("category", "add", f"{saves}-{count}")  # is saved before it is answered
+            store.run("category", "add", f"{saves}-{count}")  # is on the disk before it is answered
             count += 1
         time.sleep(0.05)
     longest = server.longest
@@ -142,6 +168,7 @@ def main():
         both, memory_used = min(store.run("category", "add", f"c{next(names)}")[:2] for _ in range(3))
         tell("save, with its copy", both - load, "s", 1)
         tell("memory, loaded and saved", memory_used, "MiB", 400)
+        resident_commands(store, tell)
         shutil.rmtree(folder / "data")
         store.fill(10000)
         seconds, _, output = store.best("list", "--json")

@@ -42,7 +42,7 @@ else()
     target_link_libraries(vantlow_tls INTERFACE "${VANTLOW_OPENSSL_LIBRARY}" "${VANTLOW_OPENSSL_CRYPTO_LIBRARY}")
 endif()
 
-# SSH: what tools/ssh2 built, or else what the system has, which no Windows system and no package for there does.
+# SSH: what tools/libraries built, or else what the system has, which no Windows system and no package for there does.
 if(WIN32)
     set(built "${CMAKE_SOURCE_DIR}/build/windows-ssh2")
 else()

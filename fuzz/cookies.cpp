@@ -1,6 +1,7 @@
 // Cookies of answers and of a cookies.txt: nothing that is sent ends its line.
 #include "fuzz.h"
 #include "transfer/http/cookie_jar.h"
+#include "transfer/http/strict_hosts.h"
 
 namespace vantlow::fuzz {
 namespace {
@@ -13,6 +14,9 @@ bool is_one_line(std::string_view text) {
 
 void run(std::string_view input) {
     parse_cookie_date(input);
+    StrictHosts strict;
+    strict.take(input, "www.site.example", 0);
+    CHECK(!strict.contains("site.example", 0));
     const CookieTarget target{.host = "www.example.com", .path = "/folder/file", .secure = true};
     CookieJar jar;
     auto cookies = parse_cookies_txt(input);

@@ -1,9 +1,9 @@
 // eDonkey links: the link that is made of a link's parts says the same.
 #include <limits>
 
-#include "app/documents.h"
 #include "base/text.h"
 #include "ed2k/link.h"
+#include "engine/documents.h"
 #include "fuzz.h"
 
 void vantlow::fuzz::run(std::string_view input) {

@@ -1,6 +1,6 @@
 // Command lines that are handed over, and their answers: a message is read in one way only.
 #include "app/hand_over.h"
-#include "app/selection.h"
+#include "engine/selection.h"
 #include "fuzz.h"
 
 void vantlow::fuzz::run(std::string_view input) {

@@ -1,5 +1,5 @@
 // Credentials of a .netrc.
-#include "app/netrc.h"
+#include "engine/netrc.h"
 #include "fuzz.h"
 
 void vantlow::fuzz::run(std::string_view input) {

@@ -32,7 +32,7 @@ download manager that never gives a wrong file
  a finished name only ever shows the finished file.
  .
  It works in the terminal (vantlow get LINK) and as a resident program that
- files jobs and runs them."""
+ keeps a list of jobs and runs them: in a user's session, or as a service."""
 
 
 def write(path, data, mode=0o644):
@@ -89,6 +89,8 @@ def place_texts(build, tree, version, seconds, names, depends):
     write(share / "man/man1/vantlow.1.gz", packed(man_page.page(program, version, seconds)))
     write(share / "bash-completion/completions/vantlow", completions.bash(root))
     write(share / "zsh/vendor-completions/_vantlow", completions.zsh(root))
+    for folder, unit in (("user", "vantlow.service"), ("system", "vantlow@.service")):
+        write(tree / "usr/lib/systemd" / folder / unit, (ROOT / "packaging/systemd" / unit).read_bytes())
     documents = share / "doc/vantlow"
     packages = origins.packages_inside(build, [f"bin/{name}" for name in names])
     if any(p.name == "libssh2" for p in packages):

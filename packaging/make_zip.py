@@ -4,6 +4,7 @@
 The same build gives the same bytes."""
 
 import pathlib
+import re
 import subprocess
 import sys
 import time
@@ -13,6 +14,16 @@ import origins
 
 ROOT = pathlib.Path(__file__).resolve().parents[1]
 LIBRARIES = ["libssl.dll", "libssh.dll", "libsecur.dll", "libcrypto5.dll", "libnames.dll"]
+
+
+# What somebody reads who uses the program; the other pages are for those who change it.
+PAGES = ["guide", "settings", "ftp", "tls", "torrents", "proxy-list", "threats", "database"]
+
+
+def page_for_windows(text):
+    """A page of docs/ without what only other systems have, its links as names of the text files."""
+    text = re.sub(r"<!-- not for Windows -->\n.*?<!-- end -->\n", "", text, flags=re.S)
+    return re.sub(r"(?:\[[^\]]*\]\()?\b([\w-]+)\.md\b\)?", r"\1.txt", text)
 
 
 def windows_text(text):
@@ -41,10 +52,12 @@ def contents(build, version):
         "LICENSE.txt": ROOT / "LICENSE",
         "CHANGELOG.txt": ROOT / "CHANGELOG.md",
     }
-    texts |= {f"docs/{path.stem}.txt": path for path in [ROOT / "README.md", *(ROOT / "docs").glob("*.md")]}
     texts |= {f"licences/{licence_name(p)}": p.copyright for p in packages}
     texts |= {f"licences/common/{path.name}.txt": path for path in origins.common_licences(packages)}
     files |= {name: windows_text(path.read_text(encoding="utf-8", errors="replace")) for name, path in texts.items()}
+    for name in PAGES:
+        text = (ROOT / f"docs/{name}.md").read_text(encoding="utf-8")
+        files[f"docs/{name}.txt"] = windows_text(page_for_windows(text))
     files["VERSIONS.txt"] = windows_text(versions_text(version, packages))
     return files
 

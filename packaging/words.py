@@ -89,7 +89,8 @@ def read_command(program, path=(), ask=help_of):
             sections[current] = []
         else:
             sections[current].append(line)
-    unknown = set(sections) - {"", "Positionals", "Options", "Subcommands"}
+    # The global options are those of the program.
+    unknown = set(sections) - {"", "Positionals", "Options", "Subcommands", "Global options"}
     if unknown:
         raise ValueError(f"the help of {' '.join(path) or 'the program'} has sections that are not known: {unknown}")
     head = [line for line in sections[""] if line.strip()]
@@ -97,4 +98,5 @@ def read_command(program, path=(), ask=help_of):
     positionals = [option_of(*entry) for entry in entries(sections.get("Positionals", []))]
     options = [option_of(*entry) for entry in entries(sections.get("Options", []))]
     commands = [read_command(program, (*path, name), ask) for name, _ in entries(sections.get("Subcommands", []))]
-    return Command(list(path), head[0], usage.split(" ", 2)[2], positionals, options, commands)
+    behind = usage.removeprefix("Usage: " + " ".join(["vantlow", *path])).strip()
+    return Command(list(path), head[0], behind, positionals, options, commands)

@@ -29,7 +29,8 @@ ALLOWED = {
     "ed2k": {"base"},
     "media": {"base", "platform"},
     "meta": {"base"},
-    "app": CONVERSATIONS | {"store", "transfer/job", "bt", "ed2k", "media", "meta"},
+    "engine": CONVERSATIONS | {"store", "transfer/job", "bt", "ed2k", "meta"},
+    "app": CONVERSATIONS | {"store", "transfer/job", "bt", "ed2k", "media", "meta", "engine"},
 }
 # Files that others may include of a folder that they must not know otherwise: what an address is.
 SHARED = {"transfer/http": {"store/address.h"}}
@@ -179,8 +180,10 @@ CLEAN = {
     "src/transfer/connection/socket.h": '#include "platform/file.h"\n',
     "src/store/address.h": "",
     "src/transfer/http/head.h": '#include "transfer/connection/socket.h"\n#include "store/address.h"\n',
-    "src/transfer/job/queue.h": '#include "store/job.h"\n#include "transfer/http/head.h"\n',
-    "src/app/main.cpp": '#include "transfer/job/queue.h"\n#include <CLI/CLI.hpp>\n',
+    "src/transfer/job/main_thread.h": '#include "store/job.h"\n#include "transfer/http/head.h"\n',
+    "src/engine/engine.h": '#include "transfer/job/main_thread.h"\n',
+    "src/app/main.h": '#include "engine/engine.h"\n',
+    "src/app/main.cpp": '#include "engine/engine.h"\n#include <CLI/CLI.hpp>\n',
     "tests/app/main_test.cpp": '#include "app/main.h"\n#include <gtest/gtest.h>\n',
     "tests/support/run.cpp": "#include <windows.h>\n#ifdef _WIN32\n#endif\n",
 }
@@ -191,7 +194,9 @@ PLANTED = [
     ("src/store/bad.h", '#include "transfer/http/head.h"', "store must not know"),
     ("src/transfer/connection/bad.h", '#include "transfer/http/head.h"', "transfer/connection must not know"),
     ("src/transfer/http/bad.cpp", '#include "store/job.h"', "transfer/http must not know"),
-    ("src/transfer/http/bad.h", '  #  include "transfer/job/queue.h"', "transfer/http must not know"),
+    ("src/transfer/http/bad.h", '  #  include "transfer/job/main_thread.h"', "transfer/http must not know"),
+    ("src/transfer/job/bad.h", '#include "engine/engine.h"', "transfer/job must not know"),
+    ("src/engine/bad.h", '#include "app/main.h"', "engine must not know"),
     ("src/store/bad.cpp", '#include "store/none.h"', "does not exist"),
     ("src/attic/bad.h", '#include "base/text.h"', "no known folder"),
     ("src/runtime/ssh/bad.cpp", '#include "platform/file.h"', "a run-time library includes"),

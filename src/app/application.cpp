@@ -1,7 +1,6 @@
 #include "app/application.h"
 
-#include "app/job_runner.h"
-#include "app/store_command.h"
+#include "app/say.h"
 #include "platform/file.h"
 #include "platform/process.h"
 #include "platform/socket.h"
@@ -26,8 +25,8 @@ bool CFerrywellApp::start(const StartOptions& options, std::string& error) {
     user_name_ = user_logon_name();
     const DataFolderSources sources{settings_->text(setting::data_folder), program_file_, user_name_,
                                     folder_of(user_data_folder()), path_separator()};
-    const auto can_keep = [](const std::u16string& folder) {
-        return !belongs_to_packages(folder) && can_write_below(folder);
+    const auto can_keep = [&](const std::u16string& folder) {
+        return !belongs_to_packages(folder) && !is_in_build_folder(program_file_) && can_write_below(folder);
     };
     folder_named_ = !options.data_folder.empty();
     data_folder_ = folder_named_ ? absolute_path(options.data_folder)
@@ -35,23 +34,27 @@ bool CFerrywellApp::start(const StartOptions& options, std::string& error) {
     return true;
 }
 
-JobStore* CFerrywellApp::job_store(std::string& error) {
-    if (store_) return store_.get();
-    DataFolderLock* const lock = folder_lock_.is_mine() ? &folder_lock_ : nullptr;
-    store_ = JobStore::open({data_folder_, user_download_folder(), lock != nullptr, lock}, error);
-    if (!store_) return nullptr;
-    // What was rescued is made safe before anything else happens to it.
-    std::string failure;
-    const bool rescued = store_->is_dirty() && !store_->notes().empty() && folder_lock_.is_mine();
-    if (rescued && !store_->save(*settings_, failure)) complain(failure);
-    for (const std::string& note : store_->notes()) complain(note);
-    return store_.get();
+Engine::Options CFerrywellApp::engine_options() {
+    return {*settings_, libraries_, stop_, data_folder_, u"Vantlow/" + version_, netrc_lookup()};
 }
 
-bool CFerrywellApp::save_store(std::string& error) {
-    // Whoever runs the jobs makes safe what a command changed, and answers for it then.
-    if (!store_ || runner_ != nullptr || !store_->is_dirty()) return true;
-    return store_->save(*settings_, error);
+Engine* CFerrywellApp::engine(std::string& error) {
+    if (engine_) return engine_.get();
+    DataFolderLock* const lock = folder_lock_.is_mine() ? &folder_lock_ : nullptr;
+    auto store = JobStore::open({data_folder_, user_download_folder(), lock != nullptr, lock}, error);
+    if (!store) return nullptr;
+    // What was rescued is made safe before anything else happens to it.
+    std::string failure;
+    const bool rescued = store->is_dirty() && !store->notes().empty() && folder_lock_.is_mine();
+    if (rescued && !store->save(*settings_, failure)) complain(failure);
+    for (const std::string& note : store->notes()) complain(note);
+    // A tree without a root has nowhere to put anything; why that is was told.
+    if (store->tree().root() == nullptr) {
+        error = store->notes().empty() ? "There is no job database." : store->notes().back();
+        return nullptr;
+    }
+    engine_ = std::make_unique<Engine>(std::move(store), engine_options());
+    return engine_.get();
 }
 
 }  // namespace vantlow

@@ -5,12 +5,12 @@
 #include <optional>
 #include <string>
 
+#include "engine/engine.h"
 #include "platform/frame.h"
 #include "platform/stop.h"
 #include "runtime/host_names.h"
 #include "runtime/tables.h"
 #include "store/data_folder_lock.h"
-#include "store/job_store.h"
 #include "store/settings.h"
 
 namespace vantlow {
@@ -20,8 +20,6 @@ struct StartOptions {
     std::u16string settings_file;  ///< empty: the user's own store
     std::u16string data_folder;    ///< empty: as the settings say
 };
-
-class JobRunner;
 
 /// Lives for the whole process. Libraries stay loaded until it ends.
 class CFerrywellApp {
@@ -51,15 +49,14 @@ class CFerrywellApp {
     [[nodiscard]] DataFolderLock& folder_lock() noexcept { return folder_lock_; }
     /// The claim to be the one instance of this user session.
     [[nodiscard]] SessionClaim& session() noexcept { return session_; }
-    /// The job store of the data folder, loaded by the first call, which also tells on stderr what the
-    /// loading has to tell. Null, with the reason in `error`, when it cannot be had. The calling thread owns
-    /// it.
-    JobStore* job_store(std::string& error);
-    /// Saves the store where something changed and nobody runs its jobs.
-    bool save_store(std::string& error);
-    /// Who runs the jobs of this process; null when nobody does.
-    [[nodiscard]] JobRunner* runner() noexcept { return runner_; }
-    void set_runner(JobRunner* runner) noexcept { runner_ = runner; }
+    /// The engine of the data folder; its store is loaded by the first call, which also tells on stderr what
+    /// the loading has to tell. Null, with the reason in `error`, when it cannot be had. The calling thread
+    /// owns it.
+    Engine* engine(std::string& error);
+    /// True where this process runs the jobs of the data folder.
+    [[nodiscard]] bool runs_jobs() const noexcept { return engine_ && engine_->runs(); }
+    /// What every engine of this process is made with.
+    [[nodiscard]] Engine::Options engine_options();
 
   private:
     StopSource stop_;
@@ -74,8 +71,7 @@ class CFerrywellApp {
     bool folder_named_ = false;
     SessionClaim session_;
     DataFolderLock folder_lock_;
-    std::unique_ptr<JobStore> store_;
-    JobRunner* runner_ = nullptr;
+    std::unique_ptr<Engine> engine_;  // last: it uses the above
 };
 
 }  // namespace vantlow

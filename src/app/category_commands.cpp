@@ -31,7 +31,7 @@ int depth_of(const CClassNode& node) noexcept {
 Exit run_list(StoreCommand& command) {
     std::string text;
     ordered_json all = ordered_json::array();
-    for (const CClassNode* node : command.store.tree().all()) {
+    for (const CClassNode* node : command.engine.categories()) {
         const std::string name = to_utf8(node->name);
         all.push_back({{"id", guid_text(node->identity)},
                        {"name", name},
@@ -47,72 +47,48 @@ Exit run_list(StoreCommand& command) {
     return Exit::done;
 }
 
-// A name that is not taken beside it, so that it can be said; empty when the complaint was made.
-bool is_free(const CClassNode& parent, const std::string& name, const CClassNode* own = nullptr) {
-    if (name.empty() || name.find_first_of("/\n\r") != std::string::npos) {
-        complain("A category cannot be called \"" + name + "\".");
-        return false;
-    }
-    for (const auto& child : parent.children) {
-        if (child.get() == own || !iequals(child->name, to_utf16(name))) continue;
-        complain("There is a category \"" + to_utf8(child->name) + "\" already.");
-        return false;
-    }
-    return true;
-}
-
 Exit run_add(StoreCommand& command, const CategoryOptions& options) {
-    CClassNode* parent = command.store.tree().root();
+    const CClassNode* parent = command.engine.first_category();
     if (!options.other.empty()) parent = find_category(command, options.other);
-    if (parent == nullptr || !is_free(*parent, options.name)) return Exit::failed;
+    if (parent == nullptr) return Exit::failed;
     std::u16string folder;
     if (!options.folder.empty()) folder = absolute_path(to_utf16(options.folder));
-    command.store.add_category(to_utf16(options.name), folder, *parent);
-    return Exit::done;
+    return exit_of(command.engine.add_category(to_utf16(options.name), folder, parent->identity).done,
+                   options.name);
 }
 
 Exit run_remove(StoreCommand& command, const CategoryOptions& options) {
-    CClassNode* node = find_category(command, options.name);
+    const CClassNode* const node = find_category(command, options.name);
     if (node == nullptr) return Exit::failed;
-    if (command.store.remove_category(*node)) return Exit::done;
-    complain("The first category stays.");
-    return Exit::failed;
+    return exit_of(command.engine.remove_category(node->identity), options.name);
 }
 
 Exit run_rename(StoreCommand& command, const CategoryOptions& options) {
-    CClassNode* node = find_category(command, options.name);
+    const CClassNode* const node = find_category(command, options.name);
     if (node == nullptr) return Exit::failed;
-    if (!is_free(node->parent != nullptr ? *node->parent : *node, options.other, node)) return Exit::failed;
-    node->name = to_utf16(options.other);
-    command.store.changed(*node);
-    return Exit::done;
+    return exit_of(command.engine.rename_category(node->identity, to_utf16(options.other)), options.other);
 }
 
 Exit run_move(StoreCommand& command, const CategoryOptions& options) {
-    CClassNode* node = find_category(command, options.name);
-    CClassNode* parent = find_category(command, options.other);
+    const CClassNode* const node = find_category(command, options.name);
+    const CClassNode* const parent = find_category(command, options.other);
     if (node == nullptr || parent == nullptr) return Exit::failed;
-    if (parent == node->parent) return Exit::done;
-    if (!is_free(*parent, to_utf8(node->name), node)) return Exit::failed;
-    if (!command.store.move_category(*node, *parent)) {
-        complain("A category cannot be put below itself, and the first one stays where it is.");
-        return Exit::failed;
-    }
-    return Exit::done;
+    return exit_of(command.engine.move_category(node->identity, parent->identity), options.name);
 }
 
 Exit run_move_jobs(StoreCommand& command, const CategoryOptions& options) {
-    CClassNode* category = find_category(command, options.name);
+    const CClassNode* const category = find_category(command, options.name);
     if (category == nullptr) return Exit::failed;
     bool complete = true;
-    for (CJobNode* job : find_jobs(command, options.ids, complete)) command.store.move(*job, *category);
+    for (const Guid& job : find_jobs(command, options.ids, complete))
+        static_cast<void>(command.engine.move(job, category->identity));  // both were found a moment ago
     return complete ? Exit::done : Exit::failed;
 }
 
 }  // namespace
 
 void add_category_commands(CommandSet& commands) {
-    CLI::App& group = commands.add_group("category", "The tree of categories");
+    CLI::App& group = commands.add_group("category", "Manage the tree of categories");
     const auto add = [&](const char* word, const char* description, auto run) {
         const auto options = std::make_shared<CategoryOptions>();
         CLI::App& app = commands.add_on_data_folder(
@@ -120,13 +96,13 @@ void add_category_commands(CommandSet& commands) {
             on_store([options, run](StoreCommand& command) { return run(command, *options); }));
         return std::pair<CLI::App&, Shared>(app, options);
     };
-    add("list", "The categories",
+    add("list", "List the categories",
         [](StoreCommand& command, const CategoryOptions&) { return run_list(command); });
     {
-        const auto [app, options] = add("add", "A new category", run_add);
+        const auto [app, options] = add("add", "Add a category", run_add);
         app.add_option("NAME", options->name)->required();
-        app.add_option("--parent", options->other, "The category that it stands below");
-        app.add_option("--folder", options->folder, "Where its jobs are saved");
+        app.add_option("--parent", options->other, "The category to put it below");
+        app.add_option("--folder", options->folder, "The folder for the files of its jobs");
     }
     {
         const auto [app, options] =
@@ -134,18 +110,18 @@ void add_category_commands(CommandSet& commands) {
         app.add_option("NAME", options->name)->required();
     }
     {
-        const auto [app, options] = add("rename", "Give a category another name", run_rename);
+        const auto [app, options] = add("rename", "Rename a category", run_rename);
         app.add_option("NAME", options->name)->required();
         app.add_option("NEW", options->other, "Its new name")->required();
     }
     {
-        const auto [app, options] = add("move", "Put a category below another one", run_move);
+        const auto [app, options] = add("move", "Move a category below another one", run_move);
         app.add_option("NAME", options->name)->required();
-        app.add_option("PARENT", options->other, "The category that it will stand below")->required();
+        app.add_option("PARENT", options->other, "The category to put it below")->required();
     }
     const auto options = std::make_shared<CategoryOptions>();
     CLI::App& move = commands.add_on_data_folder(
-        "move", "File jobs in another category",
+        "move", "Move jobs to another category",
         on_store([options](StoreCommand& command) { return run_move_jobs(command, *options); }));
     move.add_option("CATEGORY", options->name)->required();
     move.add_option("ID", options->ids, "The jobs")->required();

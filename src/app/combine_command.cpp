@@ -118,9 +118,10 @@ void add_combine_command(CommandSet& commands) {
                                   [options](CFerrywellApp& /*app*/, const GlobalOptions& global) {
                                       return run_combine(global, *options);
                                   });
-    word.add_option("-o,--output", options->output, "The joined file; replaced when it is there")->required();
+    word.add_option("-o,--output", options->output, "The joined file; an existing one is replaced")
+        ->required();
     word.add_option("PIECE", options->pieces,
-                    "The pieces in their order; the first one gives head and metadata")
+                    "The pieces in order; header and metadata come from the first one")
         ->required();
 }
 

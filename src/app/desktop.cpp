@@ -2,14 +2,10 @@
 
 #include <algorithm>
 
-#include "app/dial_up.h"
-#include "app/job_runner.h"
-#include "app/monitor.h"
-#include "app/resident.h"
+#include "app/serve.h"
 #include "app/store_command.h"
-#include "app/store_jobs.h"
 #include "base/text.h"
-#include "platform/associations.h"
+#include "platform/process.h"
 
 namespace vantlow {
 namespace {
@@ -27,15 +23,13 @@ std::string plain_path(const std::string& link) {
 Exit add_and_start(StoreCommand& command, const std::vector<std::string>& links) {
     std::vector<std::string> plain(links.size());
     std::transform(links.begin(), links.end(), plain.begin(), plain_path);
-    const AddedJobs added = add_jobs(command, {}, plain, *command.store.tree().root(), false);
-    for (CJobNode* job : added.jobs) command.runner->start(*job);  // as soon as they are safe
-    return added.complete ? Exit::done : Exit::failed;
-}
-
-void start_all(JobStore& store, JobRunner& runner) {
-    for (CJobNode* job : store.jobs_below(nullptr)) {
-        if (job->state != JobState::finished) runner.start(*job);
-    }
+    JobDraft draft;
+    draft.links = std::move(plain);
+    const Added added = command.engine.add(draft);
+    for (const DraftFault& fault : added.faults) complain(text_of(fault));
+    for (const Guid& job : added.jobs)
+        static_cast<void>(command.engine.start(job));  // as soon as they are safe
+    return added.faults.empty() ? Exit::done : Exit::failed;
 }
 
 }  // namespace
@@ -49,31 +43,28 @@ Complaint check_desktop_links(const std::vector<std::string>& links) {
     return std::nullopt;
 }
 
-Exit run_desktop(CFerrywellApp& app, const GlobalOptions& global, const std::vector<std::string>& links) {
-    if (app.runner() != nullptr) {
-        if (links.empty()) return Exit::done;
+Exit run_desktop(CFerrywellApp& app, const GlobalOptions& global, const std::vector<std::string>& links,
+                 const std::vector<std::string>& words) {
+    const auto take_links = [&] {
         return on_store([&](StoreCommand& command) { return add_and_start(command, links); })(app, global);
+    };
+    if (app.runs_jobs()) {
+        if (!links.empty()) return take_links();
+        tell_that_it_runs(app, global);
+        return Exit::done;
     }
-    std::string error;
-    JobStore* const store = app.job_store(error);
-    Resident resident(app);
-    if (store == nullptr || !resident.open(*store, Frame::Role::main, {}, error)) {
-        complain(error);
-        return Exit::failed;
-    }
-    CJobLog dial_log;
-    if (const Result dialled = dial_as_set(app, dial_log); !dialled.ok()) complain(dialled.message());
-    associate_as_set(app);
-    register_link_formats();
-    if (app.settings().flag(setting::start_all)) start_all(*store, resident.runner());
-    if (!links.empty()) static_cast<void>(run_desktop(app, global, links));  // complained about; it stays
-    return resident.run();
+    const bool at_terminal = is_terminal(Stream::output) || is_terminal(Stream::error);
+    if (at_terminal && !can_outlive_terminal() && !global.in_background)
+        return start_in_background(app, global, words);
+    return stay_resident(app, global, [&] {
+        if (!links.empty()) static_cast<void>(take_links());  // complained about; it stays
+    });
 }
 
 void add_quit_command(CommandSet& commands) {
-    commands.add_at(Place::quit, "quit", "End the running instance, everything saved",
+    commands.add_at(Place::quit, "quit", "End the resident program, after saving everything",
                     [](CFerrywellApp&, const GlobalOptions&) {
-                        complain("No instance is running.");
+                        complain("Vantlow is not running.");
                         return Exit::failed;
                     });
 }

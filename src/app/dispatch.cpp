@@ -36,16 +36,25 @@ class HandOver {
     HandOver(CFerrywellApp& app, const Command& command, const std::vector<std::string>& words)
         : app_(app), command_(command), words_(words) {}
 
-    /// The status of the command there; none when nobody took it.
+    /// The status of the command there; none when nobody is there.
     std::optional<Exit> to(const std::string& address) {
         if (address.empty()) return std::nullopt;
         if (command_.place == Place::desktop) bring_to_front(address);
         if (!request_) request_ = request_of(words_);
-        const FrameAnswer answer = ask_frame(address, *request_, app_.stop());
+        const FrameAnswer answer = ask_frame(address, *request_, app_.stop(), [](std::int64_t process) {
+            tell("The running Vantlow" + with_number(process) +
+                 " is busy with something else. This command waits for it.");
+        });
         if (answer.state == FrameAnswer::State::not_there) return std::nullopt;
+        if (answer.state == FrameAnswer::State::not_taken) {
+            is_refused_ = true;
+            return complain("The running Vantlow" + with_number(answer.process) +
+                            " does not answer: it is frozen or was stopped. Nothing was done. If it does not "
+                            "come back, end that process and try again.");
+        }
         const auto said = decode_answer(answer.answer);
         if (answer.state == FrameAnswer::State::lost || !said) {
-            complain("The running instance ended before it answered.");
+            complain("The running Vantlow ended before it answered.");
             return Exit::failed;
         }
         write_stream(Stream::output, said->output);
@@ -53,8 +62,16 @@ class HandOver {
         return said->status;
     }
 
+    /// Somebody was there and did not answer.
+    [[nodiscard]] bool is_refused() const noexcept { return is_refused_; }
+
   private:
+    static std::string with_number(std::int64_t process) {
+        return process > 0 ? " (process " + std::to_string(process) + ")" : std::string();
+    }
+
     CFerrywellApp& app_;
+    bool is_refused_ = false;
     const Command& command_;
     const std::vector<std::string>& words_;
     std::optional<std::string> request_;
@@ -75,9 +92,24 @@ Exit complain_in_use(const CFerrywellApp& app) {
     return Exit::failed;
 }
 
+/// Tells once that a command waits, when it has waited for some time.
+class WaitingTold {
+  public:
+    void look(const std::string& text) {
+        if (told_ || Clock::now() < at_) return;
+        told_ = true;
+        tell(text);
+    }
+
+  private:
+    Clock::time_point at_ = from_now(frame_patience);
+    bool told_ = false;
+};
+
 // Hands the command to the folder's owner, or takes the folder and runs it here.
 Exit run_on_folder(CFerrywellApp& app, const Command& command, HandOver& hand_over) {
     const auto until = from_now(patience);
+    WaitingTold waiting;
     do {
         switch (claim_folder(app, command)) {
             case Claim::mine:
@@ -89,6 +121,8 @@ Exit run_on_folder(CFerrywellApp& app, const Command& command, HandOver& hand_ov
                 break;
         }
         if (const auto status = hand_over.to(DataFolderLock::read(app.data_folder()))) return *status;
+        waiting.look("Another Vantlow works on the data folder " + to_utf8(app.data_folder()) +
+                     ". This command waits for it.");
     } while (Clock::now() < until && !app.stop().wait_for(step));
     return complain_in_use(app);
 }
@@ -114,6 +148,7 @@ Exit quit_instance(CFerrywellApp& app, const Command& command, HandOver& hand_ov
     FileError error;
     const auto until = from_now(end_patience);
     while (app.folder_lock().claim(app.data_folder(), error) == Claim::taken) {
+        if (hand_over.is_refused()) return Exit::failed;
         if (!status) status = hand_over.to(DataFolderLock::read(app.data_folder()));
         // Its end is what was asked for, so it is waited for.
         if (Clock::now() >= until || app.stop().wait_for(step)) return complain_in_use(app);

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <chrono>
 #include <cmath>
 #include <vector>
 
@@ -142,6 +143,18 @@ std::string human_time(std::int64_t seconds) {
     if (seconds >= 100 * hour) return print("%dd %02dh", part(day, 1000), part(hour, 24));
     if (seconds >= hour) return print("%d:%02d:%02d", part(hour, 100), part(minute, 60), part(1, 60));
     return print("%d:%02d", part(minute, 60), part(1, 60));
+}
+
+std::string iso_time(std::int64_t seconds) {
+    namespace c = std::chrono;
+    const c::sys_seconds moment{c::seconds(seconds)};
+    const auto day = c::floor<c::days>(moment);
+    const c::year_month_day date(day);
+    const c::hh_mm_ss time(moment - day);
+    return print("%04d-%02u-%02uT%02d:%02d:%02dZ", static_cast<int>(date.year()),
+                 static_cast<unsigned>(date.month()), static_cast<unsigned>(date.day()),
+                 static_cast<int>(time.hours().count()), static_cast<int>(time.minutes().count()),
+                 static_cast<int>(time.seconds().count()));
 }
 
 }  // namespace vantlow

@@ -29,4 +29,7 @@ std::string human_speed(double bytes_per_second);
 /// more than 999 days.
 std::string human_time(std::int64_t seconds);
 
+/// "2026-11-25T17:05:09Z" (ISO 8601) from seconds since 1970.
+std::string iso_time(std::int64_t seconds);
+
 }  // namespace vantlow

@@ -1,22 +1,13 @@
 #include "app/foreground.h"
 
 #include "app/dial_up.h"
-#include "app/get_output.h"
 #include "app/resident.h"
+#include "app/terminal_client.h"
 
 namespace vantlow {
 
-Exit run_in_foreground(StoreCommand& command, const std::vector<CJobNode*>& jobs, bool all) {
+Exit run_in_foreground(StoreCommand& command, const std::vector<Guid>& jobs, bool all) {
     GetOutput output(command.global);
-    bool failed = false;
-    JobRunner::Events events;
-    events.ended = [&](const CJobQueue::Ended& ended) {
-        failed = failed || !ended.outcome.result.ok();
-        output.ended(ended);
-    };
-    if (command.global.verbose) {
-        events.log_line = [&](CJobQueue::Id id, const CLogNode& line) { output.log_line(id, line); };
-    }
     CJobLog dial_log(command.global.verbose ? [&output](const CLogNode& line) { output.log_line(0, line); }
                                             : CJobLog::Listener());
     if (const Result dialled = dial_as_set(command.app, dial_log); !dialled.ok()) {
@@ -24,20 +15,21 @@ Exit run_in_foreground(StoreCommand& command, const std::vector<CJobNode*>& jobs
         return exit_of(dialled);
     }
     Exit status = Exit::failed;
+    Exit of_jobs = Exit::done;
     {
-        Resident resident(command.app);
+        Resident resident(command.app, command.engine);
+        TerminalClient terminal(command.engine, output, command.app.stop(), resident.threads());
         std::string error;
-        if (!resident.open(command.store, Frame::Role::helper, std::move(events), error)) {
-            complain(error);
-            return Exit::failed;
-        }
-        if (!all) resident.runner().only_named();
-        for (CJobNode* job : jobs) resident.runner().start(*job);
-        resident.end_when_idle({output.interval(), [&] { output.show(resident.runner().queue()); }});
+        if (!resident.open(Frame::Role::helper, terminal.question_time(), command.global.verbose, error))
+            return complain(error);
+        if (!all) command.engine.run_only_started();
+        for (const Guid& job : jobs) static_cast<void>(command.engine.start(job));  // was found a moment ago
+        resident.end_when_idle({output.interval(), [&] { output.show(command.engine); }});
         status = resident.run();
+        of_jobs = terminal.status();
     }
     output.close();
-    return status == Exit::done && failed ? Exit::failed : status;
+    return status == Exit::done && of_jobs != Exit::done ? Exit::failed : status;
 }
 
 }  // namespace vantlow

@@ -9,6 +9,6 @@ namespace vantlow {
 
 /// Runs the jobs until all of them have ended, or Ctrl-C; shows their progress as `get` does. With `all` jobs
 /// that are added meanwhile are run too.
-Exit run_in_foreground(StoreCommand& command, const std::vector<CJobNode*>& jobs, bool all);
+Exit run_in_foreground(StoreCommand& command, const std::vector<Guid>& jobs, bool all);
 
 }  // namespace vantlow

@@ -2,9 +2,12 @@
 
 #include <algorithm>
 
+#include "app/job_view.h"
 #include "app/json_text.h"
 #include "app/say.h"
+#include "base/string_table.h"
 #include "base/text.h"
+#include "engine/torrent_plans.h"
 #include "platform/console.h"
 #include "platform/file.h"
 #include "platform/process.h"
@@ -17,6 +20,7 @@ using nlohmann::ordered_json;
 
 constexpr std::chrono::milliseconds draw_interval{100};
 constexpr std::chrono::milliseconds tell_interval{500};  // progress events, at most twice a second
+constexpr std::chrono::hours remind_interval{1};
 
 ordered_json size_or_null(std::int64_t size) {
     return size >= 0 ? ordered_json(size) : ordered_json(nullptr);
@@ -36,6 +40,11 @@ std::string plain_text(std::string_view text) {
     return plain;
 }
 
+// A sentence about an address, which many sentences name themselves.
+std::string about(const std::string& address, const std::string& text) {
+    return text.find(address) != std::string::npos ? text : address + ": " + text;
+}
+
 std::string plain_line(std::string_view text) {
     std::string line = plain_text(text);
     std::replace(line.begin(), line.end(), '\n', ' ');
@@ -46,6 +55,12 @@ std::string plain_line(std::string_view text) {
 
 GetOutput::GetOutput(const GlobalOptions& global)
     : global_(global), view_(!global.quiet && !global.json, !environment("NO_COLOR").has_value()) {}
+
+// For a person without what may be secret; a program gets the address that it knows.
+std::string GetOutput::shown_address(const CJobNode& job) const {
+    const bool for_a_program = global_.json || kind_of(job) != JobKind::torrent;
+    return to_utf8(for_a_program ? without_credentials(job.address) : shown_torrent(job.address));
+}
 
 std::chrono::milliseconds GetOutput::interval() const noexcept {
     return view_.is_drawing() ? draw_interval : std::chrono::milliseconds(250);
@@ -58,10 +73,10 @@ void GetOutput::write_line(Stream stream, const std::string& text) {
     write_stream(stream, text + "\n");
 }
 
-void GetOutput::log_line(CJobQueue::Id id, const CLogNode& line) {
+void GetOutput::log_line(std::size_t number, const CLogNode& line) {
     static constexpr const char* marks[] = {"  ", "> ", "! ", "< "};
-    const std::string text =
-        "[" + std::to_string(id + 1) + "] " + marks[static_cast<int>(line.direction)] + plain_line(line.text);
+    const std::string text = "[" + std::to_string(number + 1) + "] " +
+                             marks[static_cast<int>(line.direction)] + plain_line(line.text);
     const std::lock_guard guard(mutex_);
     log_lines_.push_back(text);
 }
@@ -110,32 +125,71 @@ void GetOutput::tell_progress(Shown& shown, const JobProgress& progress, double 
                                           {"connections", progress.connections}}));
 }
 
-// What a job has trouble with is told once, not at every attempt.
-void GetOutput::tell_notice(Shown& shown, const JobProgress& progress) {
-    if (progress.notice.empty() || progress.notice == shown.notice) return;
-    shown.notice = progress.notice;
-    if (!global_.quiet && !global_.json) complain(shown.address + ": " + progress.notice + " (going on)");
+// What a job has trouble with is told once, not at every attempt; where nobody sees the count go up, once an
+// hour.
+void GetOutput::tell_trouble(Shown& shown, const JobProgress& progress) {
+    tell_restarts(shown, progress.restarts);
+    if (global_.json) return tell_retry(shown, progress);
+    const bool waits = !progress.waiting_for.empty();
+    const std::string& trouble = waits ? progress.waiting_for : progress.notice;
+    if (trouble.empty() || trouble == message_text(Message::server_newer)) return;
+    const auto now = Clock::now();
+    const bool is_due = waits && !view_.is_drawing() && now - shown.notice_told >= remind_interval;
+    if (trouble == shown.notice && !is_due) return;
+    shown.notice = trouble;
+    shown.notice_told = now;
+    if (global_.quiet) return;
+    complain(about(shown.address, waits ? wait_text(progress, now) : trouble + " (going on)"));
 }
 
-bool GetOutput::ask_yes_or_no(const std::string& question, const StopSource& stop) {
-    if (global_.json || !is_terminal(Stream::error)) return false;
+// Everything that was there is fetched once more: nobody is to wonder why.
+void GetOutput::tell_restarts(Shown& shown, int restarts) {
+    if (restarts <= shown.restarts) return;
+    shown.restarts = restarts;
+    if (global_.json) {
+        write_line(Stream::output, json_line({{"event", "restart"},
+                                              {"address", shown.address},
+                                              {"reason", message_text(Message::server_newer)}}));
+    } else if (!global_.quiet) {
+        complain(about(shown.address, std::string(message_text(Message::server_newer))));
+    }
+}
+
+void GetOutput::tell_retry(Shown& shown, const JobProgress& progress) {
+    const auto now = Clock::now();
+    const bool is_news = !progress.waiting_for.empty() && progress.attempts != shown.attempts;
+    if (!is_news || now - shown.notice_told < tell_interval) return;
+    shown.attempts = progress.attempts;
+    shown.notice_told = now;
+    ordered_json event{{"event", "retry"}, {"address", shown.address}};
+    add_wait(event, progress);
+    write_line(Stream::output, json_line(event));
+}
+
+bool GetOutput::can_ask() const {
+    return !global_.json && is_terminal(Stream::error);
+}
+
+std::optional<std::string> GetOutput::ask(const std::string& question, const StopSource& stop) {
+    if (!can_ask()) return std::nullopt;
     asking_ = true;
     write_stream(Stream::error, "\n" + plain_text(question));
-    const auto answer = read_terminal_line(stop);
+    auto answer = read_terminal_line(stop);
     asking_ = false;
-    return answer && (iequals(trim(*answer), "yes") || iequals(trim(*answer), "y"));
+    return answer;
 }
 
-void GetOutput::show(CJobQueue& queue) {
+void GetOutput::show(const Engine& engine) {
     if (asking_) return;
     flush_log();
     const auto now = Clock::now();
     std::vector<JobLine> lines;
     std::int64_t received = finished_bytes_;
-    for (const CJobQueue::Id id : queue.running_ids()) {
-        Shown& shown = shown_[id];
-        if (shown.address.empty()) shown.address = to_utf8(without_credentials(queue.job(id).address));
-        JobProgress progress = queue.progress(id);
+    std::size_t without_place = 0;
+    for (RunningJob& running : engine.running_jobs()) {
+        Shown& shown = shown_[running.number];
+        if (shown.address.empty()) shown.address = shown_address(*running.job);
+        JobProgress& progress = running.progress;
         received += progress.received;
         const double speed = shown.speed.update(progress.received, now);
         const bool named = !name_of(progress.path).empty();
@@ -143,12 +197,18 @@ void GetOutput::show(CJobQueue& queue) {
             tell_start(shown, progress.path, progress.size);
             tell_progress(shown, progress, speed);
         }
-        tell_notice(shown, progress);
-        lines.push_back(
-            {named ? to_utf8(name_of(progress.path)) : shown.address, std::move(progress), speed});
+        tell_trouble(shown, progress);
+        if (progress.awaits_place) {
+            ++without_place;
+            continue;
+        }
+        std::string waits = wait_text(progress, now);
+        lines.push_back({named ? to_utf8(name_of(progress.path)) : shown.address, std::move(progress), speed,
+                         std::move(waits)});
     }
-    totals_.running = queue.running();
-    totals_.waiting = queue.waiting();
+    // A job that has no place at its server yet is started, but nobody would call it running.
+    totals_.running = engine.running() - without_place;
+    totals_.waiting = engine.waiting() + without_place;
     totals_.received = received;
     totals_.speed = total_speed_.update(received, now);
     if (now - drawn_ < draw_interval) return;
@@ -156,32 +216,33 @@ void GetOutput::show(CJobQueue& queue) {
     view_.draw(lines, totals_);
 }
 
-void GetOutput::ended(const CJobQueue::Ended& job) {
+void GetOutput::ended(std::size_t number, const CJobNode& job, const JobOutcome& outcome) {
     flush_log();
-    Shown& shown = shown_[job.id];
-    if (shown.address.empty()) shown.address = to_utf8(without_credentials(job.job->address));
-    const JobOutcome& outcome = job.outcome;
+    Shown& shown = shown_[number];
+    if (shown.address.empty()) shown.address = shown_address(job);
     const bool ok = outcome.result.ok();
     finished_bytes_ += outcome.received;
+    tell_restarts(shown, outcome.restarts);
     if (outcome.result.kind() != Kind::stopped) ++(ok ? totals_.done : totals_.failed);
     if (global_.json) {
         tell_start(shown, outcome.path, outcome.size);
-        write_line(
-            Stream::output,
-            json_line({{"event", "end"},
-                       {"address", shown.address},
-                       {"path", path_or_null(outcome.path)},
-                       {"size", size_or_null(outcome.size)},
-                       {"received", outcome.received},
-                       {"seconds", outcome.seconds},
-                       {"result", static_cast<std::int32_t>(outcome.result.code)},
-                       {"error", ok ? ordered_json(nullptr) : ordered_json(outcome.result.message())}}));
+        ordered_json event{{"event", "end"},
+                           {"address", shown.address},
+                           {"path", path_or_null(outcome.path)},
+                           {"size", size_or_null(outcome.size)},
+                           {"received", outcome.received},
+                           {"seconds", outcome.seconds},
+                           {"result", plain_result(outcome.result.code)},
+                           {"error", ok ? ordered_json(nullptr) : ordered_json(outcome.result.message())}};
+        if (outcome.skipped) event["skipped"] = true;
+        write_line(Stream::output, json_line(event));
     } else if (ok && !global_.quiet) {
-        write_line(Stream::output, to_utf8(outcome.path));
+        if (outcome.skipped) complain(to_utf8(outcome.path) + " is there already and is not fetched again.");
+        if (!results_elsewhere_) write_line(Stream::output, to_utf8(outcome.path));
     }
     if (!ok && outcome.result.kind() != Kind::stopped)
-        complain(shown.address + ": " + outcome.result.message());
-    shown_.erase(job.id);
+        complain(about(shown.address, outcome.result.message()));
+    shown_.erase(number);
 }
 
 }  // namespace vantlow

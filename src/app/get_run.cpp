@@ -1,82 +1,131 @@
 #include "app/get_run.h"
 
-#include "app/torrent_plans.h"
+#include "app/rate_text.h"
+#include "base/text.h"
+#include "platform/console.h"
+#include "transfer/job/file_names.h"
 
 namespace vantlow {
+namespace {
 
-void TorrentsOfGet::look() {
-    while (!waiting_.empty() && !desk_.is_full()) {
-        Torrent next = std::move(waiting_.front());
-        waiting_.pop_front();
-        desk_.begin(*next.job, proxy_, std::move(next.listener));
-        asked_.emplace(next.job->identity, std::move(next));
+// A job that nobody watches is not to try for ever: something that is dead for a day is.
+std::chrono::seconds patience_of(const GetOptions& options) {
+    if (!options.give_up_after.empty())
+        return parse_span(options.give_up_after).value_or(std::chrono::seconds(0));
+    const bool is_watched = is_terminal(Stream::error) || is_terminal(Stream::output);
+    return is_watched || options.retries ? std::chrono::seconds(0) : std::chrono::hours(24);
+}
+
+}  // namespace
+
+bool Patience::is_over(const Guid& job, const JobProgress& progress, Clock::time_point now) {
+    if (at_most_.count() == 0) return false;
+    Seen& seen = seen_[job];
+    if (seen.received != progress.received || progress.waiting_for.empty() || progress.awaits_place) {
+        seen = {progress.received, now};
+        return false;
     }
-    std::vector<CJobQueue::Ended> ended;
-    desk_.look([&](const Guid& identity, const std::string& summary) {
-        Torrent torrent = std::move(asked_.at(identity));
-        asked_.erase(identity);
-        JobOutcome outcome;
-        outcome.result = {Code::unsupported, summary};
-        if (!json_) torrent.job->address = shown_torrent(torrent.job->address);
-        ended.push_back({torrent.id, std::move(torrent.job), std::move(outcome)});
-    });
-    for (const CJobQueue::Ended& one : ended) {
-        all_.add(one.outcome.result);
-        output_.ended(one);
-        desk_.end(one.job->identity);
+    return now - seen.since >= at_most_;
+}
+
+GetRun::GetRun(Engine& engine, GetOutput& output, StopSource& stop, ThreadPool& threads,
+               const GetOptions& options)
+    : TerminalClient(engine, output, stop, threads), patience_(patience_of(options)) {
+    engine_.file_only([this](const CJobNode& job) { return is_wanted(job); });
+}
+
+// False when an earlier run of the same list has fetched its file.
+bool GetRun::is_wanted(const CJobNode& job) {
+    ++filed_;
+    const auto file = memory_ && kind_of(job) != JobKind::torrent ? memory_->take(job) : std::nullopt;
+    if (!file) return true;
+    JobOutcome outcome;
+    outcome.path = file->path;
+    outcome.size = file->size;
+    outcome.skipped = true;
+    output_.ended(unused_number_--, job, outcome);
+    return false;
+}
+
+void GetRun::add(const JobDraft& draft) {
+    const Added added = engine_.add(draft);
+    for (const DraftFault& fault : added.faults) output_.complain(text_of(fault));
+    if (!added.faults.empty()) all_.add(Code::invalid_url);
+}
+
+void GetRun::ended(const JobEnd& end) {
+    const Guid& job = end.job->identity;
+    JobOutcome outcome = end.outcome;
+    patience_.forget(job);
+    const auto given_up = given_up_.find(job);
+    if (given_up != given_up_.end() && outcome.result.kind() == Kind::stopped && !stop_.requested())
+        outcome.result = given_up->second;
+    if (pipe_ != nullptr && outcome.result.ok()) {
+        Result written = pipe_->offer(outcome.path, outcome.size);
+        if (written.ok()) written = pipe_->finish(stop_);
+        if (!written.ok()) outcome.result = std::move(written);
+    }
+    // Before it is told: what was told is not fetched again.
+    if (memory_ && filed_ > 1 && outcome.result.ok() && !end.gave_way)
+        memory_->add(*end.job, {outcome.path, outcome.size});
+    tell_end(end, outcome);
+    if (end.goes_on) settled_.push_back(job);
+}
+
+void GetRun::look_for_hopeless() {
+    const auto now = Clock::now();
+    for (const RunningJob& running : engine_.running_jobs()) {
+        const JobProgress& progress = running.progress;
+        if (!patience_.is_over(running.job->identity, progress, now)) continue;
+        give_up(running.job->identity,
+                {Code::transient, "Given up after " + std::to_string(progress.attempts) +
+                                      " attempts without a byte: " + progress.waiting_for});
     }
 }
 
-GetRun::GetRun(const TransferServices& services, const GlobalOptions& global, const GetOptions& options,
-               const RunOptions& run, GetOutput& output)
-    : verbose_(global.verbose),
-      run_(run),
-      stop_(services.stop),
-      output_(output),
-      queue_(services),
-      factory_(options, netrc_lookup()),
-      torrents_({services.connections, services.libraries, services.settings}, services.stop,
-                torrent_proxy(run), global.json, output, all_) {}
+void GetRun::give_up(const Guid& job, Result why) {
+    if (given_up_.emplace(job, std::move(why)).second) static_cast<void>(engine_.stop(job));
+}
 
-void GetRun::file(MadeJobs made) {
-    if (!made.complaint.empty()) {
-        output_.complain(made.complaint);
-        all_.add(Code::invalid_url);
-    }
-    for (JobRequest& request : made.jobs) {
-        const bool is_torrent = request.kind == JobKind::torrent;
-        const CJobQueue::Id id = is_torrent ? queue_.take_id() : queue_.next_id();
-        CJobLog::Listener listener;
-        if (verbose_) listener = [this, id](const CLogNode& line) { output_.log_line(id, line); };
-        if (is_torrent) {
-            torrents_.add(id, std::move(request.job), std::move(listener));
-        } else {
-            queue_.add(std::move(request.job), run_, std::move(listener));
-        }
+// What a hash is to be held against is not shown before.
+void GetRun::feed_pipe() {
+    for (const RunningJob& running : engine_.running_jobs()) {
+        const JobProgress& progress = running.progress;
+        if (running.job->sources || name_of(progress.path).empty()) continue;
+        Result offered = progress.restarts > 0 && progress.head > 0
+                             ? pipe_->offer({}, 0)
+                             : pipe_->offer(progress.path + std::u16string(partial_suffix), progress.head);
+        if (!offered.ok()) give_up(running.job->identity, std::move(offered));
     }
 }
 
-void GetRun::ended(const CJobQueue::Ended& job) {
-    all_.add(job.outcome.result);
-    output_.ended(job);
-    if (!job.outcome.result.ok() || stop_.requested()) return;
-    if (auto made = factory_.follow(*job.job, job.outcome)) file(std::move(*made));
+// What was told during a round of the engine.
+void GetRun::look_behind() {
+    // What settled has been told; here nobody stays for what it does beyond that.
+    for (const Guid& job : settled_) static_cast<void>(engine_.remove(job, false));
+    settled_.clear();
 }
 
-void GetRun::drive(const std::function<void()>& tick) {
+void GetRun::drive() {
     constexpr std::chrono::seconds tick_interval{1};
     auto next_tick = from_now(tick_interval);
-    while (((queue_.waiting() > 0 || torrents_.has_work()) && !stop_.requested()) || queue_.running() > 0) {
-        queue_.start_waiting();
-        torrents_.look();
-        for (const CJobQueue::Ended& job : queue_.wait(output_.interval())) ended(job);
-        output_.show(queue_);
-        if (Clock::now() >= next_tick) {
-            tick();
-            next_tick = from_now(tick_interval);
-        }
+    engine_.pump();
+    look_behind();
+    while (engine_.has_work()) {
+        engine_.pump(output_.interval());
+        look_behind();
+        output_.show(engine_);
+        if (pipe_ != nullptr) feed_pipe();
+        if (Clock::now() < next_tick) continue;
+        next_tick = from_now(tick_interval);
+        engine_.tick();
+        look_for_hopeless();
+        if (memory_) memory_->save();
     }
-    for (const CJobQueue::Ended& dropped : queue_.drop_waiting()) all_.add(dropped.outcome.result);
+    if (stop_.requested() && engine_.waiting() > 0) all_.add(Code::stopped);
+    if (!memory_) return;
+    if (const FileError error = memory_->close(status() == Exit::done && !stop_.requested()); !error.ok())
+        output_.complain(to_utf8(memory_->path()) + ": " + error.text());
 }
 
 }  // namespace vantlow

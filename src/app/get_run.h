@@ -1,90 +1,73 @@
 // The jobs of one `vantlow get`, from its links to the last of them that ends.
 #pragma once
 
-#include <deque>
+#include <chrono>
+#include <limits>
 #include <map>
 #include <memory>
-#include <string>
+#include <vector>
 
-#include "app/exit.h"
 #include "app/get_options.h"
-#include "app/get_output.h"
-#include "app/job_factory.h"
-#include "app/torrent_desk.h"
-#include "transfer/job/queue.h"
+#include "app/list_memory.h"
+#include "app/output_pipe.h"
+#include "app/terminal_client.h"
 
 namespace vantlow {
 
-/// The status of all jobs together: that of the only failure, or the one that all failures share.
-class StatusOfAll {
+/// Which jobs have tried for too long: those that got no byte for all that time, and know why. Waiting for a
+/// place at a server that others fetch from is no trying.
+class Patience {
   public:
-    void add(const Result& result) {
-        const Exit status = exit_of(result);
-        if (status == Exit::done) return;
-        status_ = failed_ && status != status_ ? Exit::failed : status;
-        failed_ = true;
-    }
-    [[nodiscard]] Exit status() const noexcept { return status_; }
+    /// 0: without end.
+    explicit Patience(std::chrono::seconds at_most) : at_most_(at_most) {}
+    /// The moment of a running job; true when it is to be given up.
+    bool is_over(const Guid& job, const JobProgress& progress, Clock::time_point now);
+    void forget(const Guid& job) { seen_.erase(job); }
 
   private:
-    bool failed_ = false;
-    Exit status_ = Exit::done;
-};
-
-/// The torrents of one `get`: their trackers are asked, their peers told; then they end, as nobody can fetch
-/// from peers yet.
-class TorrentsOfGet {
-  public:
-    TorrentsOfGet(const AnnounceServices& services, StopSource& stop, ProxyPlan proxy, bool json,
-                  GetOutput& output, StatusOfAll& all)
-        : desk_(services, stop), proxy_(std::move(proxy)), json_(json), output_(output), all_(all) {}
-
-    void add(CJobQueue::Id id, std::unique_ptr<CJobNode> job, CJobLog::Listener listener) {
-        waiting_.push_back({id, std::move(job), std::move(listener)});
-    }
-    [[nodiscard]] bool has_work() const noexcept { return !waiting_.empty() || !asked_.empty(); }
-    void look();
-
-  private:
-    struct Torrent {
-        CJobQueue::Id id = 0;
-        std::unique_ptr<CJobNode> job;
-        CJobLog::Listener listener;
+    struct Seen {
+        std::int64_t received = -1;
+        Clock::time_point since{};
     };
-    TorrentDesk desk_;
-    const ProxyPlan proxy_;
-    const bool json_;
-    GetOutput& output_;
-    StatusOfAll& all_;
-    std::deque<Torrent> waiting_;
-    std::map<Guid, Torrent> asked_;
+    std::chrono::seconds at_most_;
+    std::map<Guid, Seen> seen_;
 };
 
-/// Used from one thread, which drives the queue. All that it is given outlives it.
-class GetRun {
+/// An engine with a store in memory, and a terminal. Used from one thread, which drives the engine. All that
+/// it is given outlives it.
+class GetRun : public TerminalClient {
   public:
-    GetRun(const TransferServices& services, const GlobalOptions& global, const GetOptions& options,
-           const RunOptions& run, GetOutput& output);
+    GetRun(Engine& engine, GetOutput& output, StopSource& stop, ThreadPool& threads,
+           const GetOptions& options);
+    ~GetRun() override { engine_.file_only({}); }
+    /// Records what was finished until everything is.
+    void remember(std::unique_ptr<ListMemory> memory) { memory_ = std::move(memory); }
+    /// The file of the only job goes there, as soon as it cannot change any more.
+    void write_to(OutputPipe& pipe) { pipe_ = &pipe; }
 
-    /// Files the jobs of one link or document.
-    void add(const std::string& link) { file(factory_.make(link)); }
+    /// Files the jobs of a draft. What the memory knows as finished is told so.
+    void add(const JobDraft& draft);
     /// Until every job has ended, those included that fetched documents name; after a stop, until the running
-    /// ones have. `tick` is called about once a second.
-    void drive(const std::function<void()>& tick);
-    [[nodiscard]] Exit status() const noexcept { return all_.status(); }
+    /// ones have.
+    void drive();
+
+    void ended(const JobEnd& end) override;
 
   private:
-    void file(MadeJobs made);
-    void ended(const CJobQueue::Ended& job);
+    bool is_wanted(const CJobNode& job);
+    void look_for_hopeless();
+    void give_up(const Guid& job, Result why);
+    void feed_pipe();
+    void look_behind();
 
-    const bool verbose_;
-    const RunOptions& run_;
-    StopSource& stop_;
-    GetOutput& output_;
-    StatusOfAll all_;
-    CJobQueue queue_;
-    JobFactory factory_;
-    TorrentsOfGet torrents_;
+    Patience patience_;
+    std::map<Guid, Result> given_up_;  ///< why they are stopped
+    OutputPipe* pipe_ = nullptr;
+    std::unique_ptr<ListMemory> memory_;  ///< null: nothing is remembered
+    std::size_t filed_ = 0;               ///< jobs
+    /// Of jobs that never ran: counted down, where those of running ones are counted up.
+    std::size_t unused_number_ = std::numeric_limits<std::size_t>::max();
+    std::vector<Guid> settled_;  ///< jobs that nobody waits for any more
 };
 
 }  // namespace vantlow

@@ -16,6 +16,8 @@ struct GlobalOptions {
     bool json = false;
     bool quiet = false;
     bool verbose = false;
+    bool no_window = false;      ///< nothing opens one so far
+    bool in_background = false;  ///< this process was started by another, which tells that it runs
 };
 
 /// A complaint about the words of a command line, or nothing.

@@ -3,8 +3,11 @@
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
+#include <chrono>
+#include <ctime>
 
-#include "app/job_runner.h"
+#include "app/display_text.h"
+#include "app/json_text.h"
 #include "base/text.h"
 #include "store/address.h"
 
@@ -13,8 +16,8 @@ namespace vantlow {
 using nlohmann::ordered_json;
 
 JobView::JobView(StoreCommand& command, const CJobNode& shown)
-    : job(shown), category(command.store.category_of(shown)) {
-    if (command.runner != nullptr) progress = command.runner->progress(shown);
+    : job(shown), category(command.engine.category_of(shown)) {
+    progress = command.engine.progress(shown.identity);
 }
 
 std::string JobView::address() const {
@@ -49,21 +52,43 @@ std::int64_t JobView::done() const {
     return std::max<std::int64_t>(job.file_size - left, 0);
 }
 
+JobState JobView::state() const {
+    return progress && progress->awaits_place ? JobState::waiting : job.state;
+}
+
+std::string JobView::error() const {
+    if (job.state != JobState::failed) return {};
+    return job.error.empty() ? std::string(describe(job.result)) : job.error;
+}
+
+void add_wait(ordered_json& json, const JobProgress& progress) {
+    if (progress.waiting_for.empty()) return;
+    json["waitingFor"] = progress.waiting_for;
+    json["attempts"] = progress.attempts;
+    json["nextTry"] = nullptr;
+    if (!progress.next_try || *progress.next_try <= Clock::now()) return;
+    const auto left = std::chrono::ceil<std::chrono::seconds>(*progress.next_try - Clock::now());
+    json["nextTry"] = iso_time(static_cast<std::int64_t>(std::time(nullptr)) + left.count());
+}
+
 ordered_json list_json(const JobView& view) {
     const CJobNode& job = view.job;
     const std::int64_t size = view.size();
-    return {{"id", guid_text(job.identity)},
-            {"address", view.address()},
-            {"category", to_utf8(view.category.name)},
-            {"folder", view.folder()},
-            {"file", view.file()},
-            {"size", size < 0 ? ordered_json(nullptr) : ordered_json(size)},
-            {"done", view.done()},
-            {"state", job_state_name(job.state)},
-            {"connections", job.connections},
-            {"comment", to_utf8(job.comment)},
-            {"referer", to_utf8(job.referer)},
-            {"agent", to_utf8(job.agent)}};
+    ordered_json json{{"id", guid_text(job.identity)},
+                      {"address", view.address()},
+                      {"category", to_utf8(view.category.name)},
+                      {"folder", view.folder()},
+                      {"file", view.file()},
+                      {"size", size < 0 ? ordered_json(nullptr) : ordered_json(size)},
+                      {"done", view.done()},
+                      {"state", job_state_name(view.state())},
+                      {"connections", job.connections},
+                      {"comment", to_utf8(job.comment)},
+                      {"referer", to_utf8(job.referer)},
+                      {"agent", to_utf8(job.agent)}};
+    if (const std::string error = view.error(); !error.empty()) json["error"] = error;
+    if (view.progress) add_wait(json, *view.progress);
+    return json;
 }
 
 ordered_json show_json(const JobView& view) {
@@ -72,9 +97,8 @@ ordered_json show_json(const JobView& view) {
     json["path"] = to_utf8(view.path());
     json["created"] = job.created;
     json["finished"] = job.finished > 0 ? ordered_json(job.finished) : ordered_json(nullptr);
-    json["result"] = static_cast<std::int32_t>(job.result);
-    const bool failed = job.state == JobState::failed;
-    json["error"] = failed ? ordered_json(std::string(describe(job.result))) : ordered_json(nullptr);
+    json["result"] = plain_result(job.result);
+    if (!json.contains("error")) json["error"] = nullptr;
     json["startMode"] = job.start_mode;
     ordered_json segments = ordered_json::array();
     if (view.progress) {

@@ -6,13 +6,13 @@
 #include <memory>
 
 #include "app/json_text.h"
-#include "app/metafile_plans.h"
 #include "app/say.h"
 #include "base/codes.h"
 #include "base/text.h"
 #include "bt/magnet.h"
 #include "bt/torrent_settings.h"
 #include "ed2k/link.h"
+#include "engine/metafile_plans.h"
 #include "meta/playlist.h"
 #include "platform/file.h"
 #include "store/address.h"
@@ -89,7 +89,7 @@ std::optional<std::uint64_t> parse_size(const std::string& text) {
 
 Complaint check_make(const MakeOptions& options) {
     const auto hash = from_hex(options.hash);
-    if (options.name.empty()) return "--name is the file's name.";
+    if (options.name.empty()) return "--name needs the file's name.";
     if (!parse_size(options.size)) return "--size takes bytes, not \"" + options.size + "\".";
     if (!hash || hash->size() != CED2KLink::hash_size) return "--hash takes 32 hexadecimal digits.";
     return std::nullopt;
@@ -206,7 +206,7 @@ Exit run_metafile(const GlobalOptions& global, const std::string& file) {
 void add_link_commands(CommandSet& commands) {
     const auto address = std::make_shared<std::string>();
     commands
-        .add("link", "What an address is made of",
+        .add("link", "Show the parts of an address",
              [address](CFerrywellApp& app, const GlobalOptions& global) {
                  return run_link(global, *address, default_magnet_trackers(app.settings()));
              })
@@ -225,7 +225,7 @@ void add_link_commands(CommandSet& commands) {
 
     const auto file = std::make_shared<std::string>();
     commands
-        .add("metafile", "What a Metalink, ASX or SMIL file names",
+        .add("metafile", "Show what a Metalink, ASX or SMIL file lists",
              [file](CFerrywellApp&, const GlobalOptions& global) { return run_metafile(global, *file); })
         .add_option("FILE", *file, "The file; FILE.metalink#2 shows its second file only")
         ->required();

@@ -5,12 +5,11 @@
 #include <memory>
 
 #include "app/display_text.h"
-#include "app/job_runner.h"
 #include "app/job_view.h"
 #include "app/json_text.h"
+#include "app/progress_lines.h"
 #include "app/store_commands.h"
 #include "base/text.h"
-#include "store/job_log_file.h"
 
 namespace vantlow {
 namespace {
@@ -28,24 +27,34 @@ std::string done_text(const JobView& view) {
     return std::to_string(view.done() * 100 / size) + " % of " + human_size(size);
 }
 
+// Why the job failed, or what it waits for.
+std::string trouble_of(const JobView& view) {
+    std::string why = view.error();
+    if (view.progress && view.progress->awaits_place)
+        return "waits for a connection to the server to be free";
+    return view.progress ? wait_text(*view.progress, Clock::now()) : why;
+}
+
 std::string list_line(const JobView& view) {
     constexpr std::size_t shown_digits = 8;
     std::string name = view.file();
     if (name.empty()) name = view.address();
+    const std::string why = trouble_of(view);
     return guid_text(view.job.identity).substr(0, shown_digits) + "  " +
-           padded(std::string(job_state_name(view.job.state)), 9) + padded(done_text(view), 18) +
-           padded(shorten(printable(to_utf8(view.category.name)), 14), 15) + printable(name) + "\n";
+           padded(std::string(job_state_name(view.state())), 9) + padded(done_text(view), 18) +
+           padded(shorten(printable(to_utf8(view.category.name)), 14), 15) + printable(name) +
+           (why.empty() ? "" : "  " + printable(why)) + "\n";
 }
 
 Exit run_list(StoreCommand& command, const std::string& category_name) {
-    CClassNode* category = nullptr;
+    const CClassNode* category = nullptr;
     if (!category_name.empty()) {
         category = find_category(command, category_name);
         if (category == nullptr) return Exit::failed;
     }
     std::string text;
     ordered_json all = ordered_json::array();
-    for (const CJobNode* job : command.store.jobs_below(category)) {
+    for (const CJobNode* job : command.engine.jobs_below(category)) {
         const JobView view(command, *job);
         if (command.global.json) {
             all.push_back(list_json(view));
@@ -76,8 +85,8 @@ std::string show_text(const JobView& view) {
     row("Id", guid_text(job.identity));
     row("Address", view.address());
     row("Category", to_utf8(view.category.name));
-    row("State", std::string(job_state_name(job.state)));
-    if (job.state == JobState::failed) row("Error", std::string(describe(job.result)));
+    row("State", std::string(job_state_name(view.state())));
+    row(job.state == JobState::failed ? "Error" : "Waiting for", trouble_of(view));
     row("Folder", view.folder());
     row("File", view.file());
     row("Done", done_text(view));
@@ -97,10 +106,10 @@ std::string show_text(const JobView& view) {
     return text;
 }
 
-CJobNode* one_job(StoreCommand& command, const std::string& id) {
+const CJobNode* one_job(StoreCommand& command, const std::string& id) {
     bool complete = true;
     const auto jobs = find_jobs(command, {id}, complete);
-    return complete ? jobs.front() : nullptr;
+    return complete ? command.engine.find(jobs.front()) : nullptr;
 }
 
 Exit run_show(StoreCommand& command, const std::string& id) {
@@ -116,10 +125,9 @@ Exit run_log(StoreCommand& command, const std::string& id) {
     static constexpr const char* names[] = {"note", "sent", "error", "received"};
     const CJobNode* job = one_job(command, id);
     if (job == nullptr) return Exit::failed;
-    if (command.runner != nullptr) command.runner->write_logs();
     std::string text;
     ordered_json all = ordered_json::array();
-    for (const CLogNode& line : read_job_log(command.app.data_folder(), job->identity)) {
+    for (const CLogNode& line : command.engine.log_of(job->identity)) {
         const auto mark = static_cast<std::size_t>(line.direction);
         if (command.global.json) {
             all.push_back({{"time", line.time}, {"direction", names[mark]}, {"text", line.text}});
@@ -137,17 +145,17 @@ Exit run_log(StoreCommand& command, const std::string& id) {
 void add_list_commands(CommandSet& commands) {
     const auto category = std::make_shared<std::string>();
     CLI::App& list = commands.add_on_data_folder(
-        "list", "The jobs",
+        "list", "List the jobs",
         on_store([category](StoreCommand& command) { return run_list(command, *category); }));
     list.add_option("--category", *category, "Only this category and those below it");
     const auto shown = std::make_shared<std::string>();
     CLI::App& show = commands.add_on_data_folder(
-        "show", "One job with its segments",
+        "show", "Show one job with its segments",
         on_store([shown](StoreCommand& command) { return run_show(command, *shown); }));
     show.add_option("ID", *shown, "The job's id, or the beginning of it")->required();
     const auto logged = std::make_shared<std::string>();
     CLI::App& log = commands.add_on_data_folder(
-        "log", "The log of one job",
+        "log", "Print the log of one job",
         on_store([logged](StoreCommand& command) { return run_log(command, *logged); }));
     log.add_option("ID", *logged, "The job's id, or the beginning of it")->required();
 }

@@ -1,7 +1,6 @@
 // `vantlow export` and `vantlow import`.
 #include <nlohmann/json.hpp>
 
-#include <ctime>
 #include <memory>
 
 #include "app/json_text.h"
@@ -48,23 +47,23 @@ Complaint check_export(const ListFileOptions& options) {
     }
     const std::u16string both = format.text_delimiter + format.column_delimiter;
     if (format.text_delimiter.empty() || format.column_delimiter.empty())
-        return "a delimiter has at least one character.";
-    if (both.find_first_of(u"\r\n") != std::u16string::npos) return "a delimiter stands on one line.";
+        return "a delimiter needs at least one character.";
+    if (both.find_first_of(u"\r\n") != std::u16string::npos)
+        return "a delimiter must not contain a line break.";
     const bool alike = format.text_delimiter.starts_with(format.column_delimiter) ||
                        format.column_delimiter.starts_with(format.text_delimiter);
-    if (alike) return "the two delimiters must not begin alike.";
+    if (alike) return "neither delimiter may begin with the other.";
     return std::nullopt;
 }
 
 Exit run_export(StoreCommand& command, const ListFileOptions& options) {
-    CClassNode* category = nullptr;
+    const CClassNode* category = nullptr;
     if (!options.category.empty()) {
         category = find_category(command, options.category);
         if (category == nullptr) return Exit::failed;
     }
-    const auto jobs = command.store.jobs_below(category);
-    const std::vector<const CJobNode*> listed(jobs.begin(), jobs.end());
-    const std::string text = write_job_list(listed, format_of(options));
+    const auto jobs = command.engine.jobs_below(category);
+    const std::string text = write_job_list(jobs, format_of(options));
     const std::u16string path = absolute_path(to_utf16(options.file));
     // Passwords may stand in it.
     const FileError error = write_file_atomically(path, std::as_bytes(std::span(text)), Privacy::owner_only);
@@ -81,19 +80,12 @@ Exit run_export(StoreCommand& command, const ListFileOptions& options) {
     return Exit::done;
 }
 
-void file_job(StoreCommand& command, std::unique_ptr<CJobNode> job, CClassNode& category) {
-    if (job->path.empty()) job->path = join_path(category.folder, u"");
-    job->created = static_cast<std::int64_t>(std::time(nullptr));
-    job->state = job->start_mode == 0 ? JobState::stopped : JobState::waiting;
-    command.store.add(std::move(job), category);
-}
-
 std::string note_line(const JobListNote& note, const char* what) {
     return "line " + std::to_string(note.line) + ": " + what + note.text + "\n";
 }
 
 Exit run_import(StoreCommand& command, const ListFileOptions& options) {
-    CClassNode* category = command.store.tree().root();
+    const CClassNode* category = command.engine.first_category();
     if (!options.category.empty()) category = find_category(command, options.category);
     if (category == nullptr) return Exit::failed;
     const std::u16string path = absolute_path(to_utf16(options.file));
@@ -106,9 +98,8 @@ Exit run_import(StoreCommand& command, const ListFileOptions& options) {
     nlohmann::ordered_json ids = nlohmann::ordered_json::array();
     const std::size_t count = list.jobs.size();
     for (auto& job : list.jobs) {
-        const CJobNode& added = *job;
-        file_job(command, std::move(job), *category);
-        ids.push_back(guid_text(added.identity));
+        job->state = job->start_mode == 0 ? JobState::stopped : JobState::waiting;
+        ids.push_back(guid_text(command.engine.file(std::move(job), category->identity)));
     }
     if (command.global.json) {
         nlohmann::ordered_json skipped = nlohmann::ordered_json::array();
@@ -139,15 +130,15 @@ void add_list_file_commands(CommandSet& commands) {
     out.add_option("--fields", from->fields,
                    "Extra columns: Referer,Folder,Filename,Locally,Username,Password,"
                    "StartMode,Comment,Threads,UTF-8,Agent");
-    out.add_option("--text-delimiter", from->text_delimiter, "Stands around each value (default \")");
+    out.add_option("--text-delimiter", from->text_delimiter, "Put around each value (default: \")");
     out.add_option("--column-delimiter", from->column_delimiter,
-                   "Stands between values (default ,; \\t: a tab)");
+                   "Put between values (default: a comma; \\t is a tab)");
     const auto to = std::make_shared<ListFileOptions>();
     CLI::App& in = commands.add_on_data_folder(
-        "import", "Make jobs of a job list file, or of a list of links",
+        "import", "Add the jobs of a job list file, or of a list of links",
         on_store([to](StoreCommand& command) { return run_import(command, *to); }));
     in.add_option("FILE", to->file)->required();
-    in.add_option("--category", to->category, "The category to file them in");
+    in.add_option("--category", to->category, "The category for the jobs");
 }
 
 }  // namespace vantlow

@@ -63,11 +63,11 @@ Exit run_show(const GlobalOptions& global, const std::string& path) {
 }  // namespace
 
 void add_media_command(CommandSet& commands) {
-    CLI::App& media = commands.add_group("media", "Look into media files");
+    CLI::App& media = commands.add_group("media", "Inspect media files");
     const auto path = std::make_shared<std::string>();
     commands
         .add_below(
-            media, "show", "An FLV's metadata entries or an MP4's tracks, as a tree",
+            media, "show", "Show an FLV file's metadata or an MP4 file's tracks, as a tree",
             [path](CFerrywellApp& /*app*/, const GlobalOptions& global) { return run_show(global, *path); })
         .add_option("FILE", *path, "The file")
         ->required();

@@ -29,6 +29,7 @@ constexpr int most_cells = 40;
 // Which fields a line has, and how wide those are that vary. It depends on the terminal's width only, so that
 // nothing jumps about while jobs come and go.
 struct Layout {
+    int width = 0;
     int name = 0;
     bool percent = false;
     bool size = false;
@@ -39,6 +40,7 @@ struct Layout {
 
 Layout layout_for(int width) noexcept {
     Layout layout;
+    layout.width = width;
     int rest = width - least_name;
     const auto take = [&rest](int columns) {
         const bool fits = rest >= gap + columns;
@@ -153,6 +155,12 @@ std::string render_job(const JobLine& job, const Layout& layout, bool colour) {
     const JobProgress& progress = job.progress;
     line.add_left(shorten(job.name, layout.name), layout.name);
     if (layout.percent) line.add_field(percent_text(progress), percent_columns, state_of(progress));
+    if (!job.waits.empty() && layout.speed) {
+        line.add_blanks(gap);
+        const int rest = layout.width - layout.name - gap - percent_columns - gap;
+        line.add_left(shorten(job.waits, rest), 0);
+        return line.take();
+    }
     if (layout.size) {
         line.add_field(human_size(progress.size >= 0 ? progress.size : progress.done), size_columns);
     }
@@ -216,13 +224,26 @@ std::string render_totals(const Totals& totals, const Layout& layout, int width,
 
 }  // namespace
 
+std::string wait_text(const JobProgress& progress, Clock::time_point now) {
+    if (progress.waiting_for.empty()) return {};
+    std::string text = "retry " + std::to_string(std::max(progress.attempts, 1));
+    if (progress.next_try && *progress.next_try > now) {
+        const auto left = std::chrono::ceil<std::chrono::seconds>(*progress.next_try - now);
+        text += " in " + human_time(left.count());
+    }
+    return text + ": " + progress.waiting_for;
+}
+
 std::vector<std::string> render_progress(const std::vector<JobLine>& jobs, const Totals& totals, int width,
-                                         bool colour) {
+                                         bool colour, int height) {
     const Layout layout = layout_for(std::max(width, 0));
     std::vector<std::string> lines;
-    const std::size_t shown = std::min(jobs.size(), most_job_lines);
+    // Beside the line for the whole; where not all jobs have one, one of these counts the others.
+    const auto room = static_cast<std::size_t>(std::max(height - 1, 0));
+    std::size_t shown = std::min(jobs.size(), most_job_lines);
+    if (jobs.size() > shown ? shown >= room : shown > room) shown = room > 0 ? room - 1 : 0;
     for (std::size_t i = 0; i < shown; ++i) lines.push_back(render_job(jobs[i], layout, colour));
-    if (jobs.size() > shown) {
+    if (jobs.size() > shown && room > 0) {
         lines.push_back(shorten("and " + std::to_string(jobs.size() - shown) + " more", width));
     }
     lines.push_back(render_totals(totals, layout, width, colour));

@@ -71,7 +71,10 @@ ProgressView::ProgressView(bool wanted, bool colour)
 void ProgressView::draw(const std::vector<JobLine>& jobs, const Totals& totals) {
     if (!drawing_) return;
     const int width = std::max(terminal_width(Stream::error), 2);
-    write_stream(Stream::error, screen_.draw(render_progress(jobs, totals, width - 1, colour_), width));
+    // The cursor waits in a row of its own.
+    const int height = std::max(terminal_height(Stream::error) - 1, 1);
+    write_stream(Stream::error,
+                 screen_.draw(render_progress(jobs, totals, width - 1, colour_, height), width));
 }
 
 void ProgressView::print_above(std::string_view text) {

@@ -187,8 +187,8 @@ void add_proxy_commands(CommandSet& commands) {
             return command(app, global, *options);
         };
     };
-    CLI::App& group = commands.add_group("proxy", "The proxy list and its tester");
-    commands.add_on_data_folder(group, "list", "The proxies with their numbers", run_list);
+    CLI::App& group = commands.add_group("proxy", "Manage the proxy list, and test proxies");
+    commands.add_on_data_folder(group, "list", "List the proxies with their numbers", run_list);
     commands
         .add_on_data_folder(group, "add", "Add a proxy; prints its number", run(run_add),
                             [options] { return check_address(*options); })
@@ -198,11 +198,11 @@ void add_proxy_commands(CommandSet& commands) {
     commands.add_on_data_folder(group, "remove", "Remove a proxy", run(run_remove))
         .add_option("N", options->which, "Its number")
         ->required();
-    CLI::App& test =
-        commands.add_below(group, "test", "Ask for an address through one proxy, or all of the list",
-                           run(run_test), [options] { return check_test(*options); });
+    CLI::App& test = commands.add_below(
+        group, "test", "Test one proxy, or all of the list, by fetching an address through it", run(run_test),
+        [options] { return check_test(*options); });
     test.add_option("PROXY", options->which, "A number, or an address");
-    test.add_option("--target", options->target, "The address that is asked for (http://www.example.com/)");
+    test.add_option("--target", options->target, "The address to fetch (default: http://www.example.com/)");
 }
 
 }  // namespace vantlow

@@ -56,4 +56,17 @@ std::optional<std::int64_t> parse_rate(std::string_view text) noexcept {
     return rate;
 }
 
+std::optional<std::chrono::seconds> parse_span(std::string_view text) noexcept {
+    constexpr std::int64_t day = 86400;
+    if (text == "0") return std::chrono::seconds(0);
+    if (text.empty()) return std::nullopt;
+    const std::string_view units = "smhd";
+    constexpr std::int64_t seconds[] = {1, 60, 3600, day};
+    const auto unit = units.find(ascii_lower(text.back()));
+    const auto number = parse_decimal(text.substr(0, text.size() - 1));
+    if (unit == std::string_view::npos || !number || *number > 36500 * day / seconds[unit])
+        return std::nullopt;
+    return std::chrono::seconds(*number * seconds[unit]);
+}
+
 }  // namespace vantlow

@@ -19,7 +19,7 @@ CommandAnswer run_words(CFerrywellApp& app, const Command& command) {
         answer.status = command.status;
         return answer;
     }
-    if (!command.global.set.empty()) complain("--set does not reach the instance that runs already.");
+    if (!command.global.set.empty()) complain("--set has no effect on the Vantlow that is running already.");
     app.settings().refresh();
     answer.status = command.run(app, command.global);
     return answer;
@@ -28,12 +28,13 @@ CommandAnswer run_words(CFerrywellApp& app, const Command& command) {
 }  // namespace
 
 Resident::~Resident() {
-    app_.set_runner(nullptr);
-    runner_.reset();
+    engine_.end_running();
+    watch_.reset();
     frame_.reset();
 }
 
-bool Resident::open(JobStore& store, Frame::Role role, JobRunner::Events events, std::string& error) {
+bool Resident::open(Frame::Role role, std::chrono::milliseconds question_time, bool gathers_log,
+                    std::string& error) {
     Frame::Events frame;
     frame.on_timer = [this](int timer) { on_timer(timer); };
     frame.on_request = [this](const std::string& request, const Frame::Events::Reply& reply) {
@@ -42,14 +43,24 @@ bool Resident::open(JobStore& store, Frame::Role role, JobRunner::Events events,
     frame.on_session_end = [this] { close(); };
     frame_ = Frame::open(app_.data_folder(), role, std::move(frame), error);
     if (!frame_) return false;
-    events.wake = [this] { wake(); };
-    runner_ = std::make_unique<JobRunner>(app_, store, connections_, threads_, std::move(events));
-    app_.set_runner(runner_.get());
+    using HangUp = InterruptWatch::HangUp;
+    watch_.emplace(&on_interrupt, this, role == Frame::Role::main ? HangUp::is_ignored : HangUp::interrupts);
+    engine_.run({connections_, threads_, [this] { wake(); }, question_time, gathers_log});
     if (role == Frame::Role::main) app_.session().publish(frame_->address());
-    const FileError published = app_.folder_lock().publish(frame_->address());
-    if (!published.ok())
-        error = "The data folder " + to_utf8(app_.data_folder()) + " cannot be written: " + published.text();
-    return published.ok();
+    return publish(error);
+}
+
+// Where the folder is not this process's, a further attempt says what keeps it from being that.
+bool Resident::publish(std::string& error) {
+    using Claim = DataFolderLock::Claim;
+    FileError failure;
+    DataFolderLock& lock = app_.folder_lock();
+    const std::string folder = "The data folder " + to_utf8(app_.data_folder());
+    const Claim claim = lock.is_mine() ? Claim::mine : lock.claim(app_.data_folder(), failure);
+    if (claim == Claim::mine) failure = lock.publish(frame_->address());
+    if (claim == Claim::taken) error = folder + " is in use by another Vantlow.";
+    if (!failure.ok()) error = folder + " cannot be written: " + failure.text();
+    return claim == Claim::mine && failure.ok();
 }
 
 void Resident::end_when_idle(Display display) {
@@ -63,18 +74,18 @@ void Resident::wake() {
     frame_->post([this] {
         woken_ = false;
         used_memory_ = true;
-        runner_->pump();
+        engine_.pump();
         look_whether_idle();
     });
 }
 
 void Resident::look_whether_idle() {
-    if (ends_when_idle_ && !runner_->has_work()) frame_->quit();
+    if (ends_when_idle_ && !engine_.has_work()) frame_->quit();
 }
 
 // What jobs and answers held goes back to the system while nobody waits for it.
 void Resident::look_at_memory() {
-    used_memory_ = used_memory_ || runner_->running() > 0;
+    used_memory_ = used_memory_ || engine_.running() > 0;
     const Clock::time_point now = Clock::now();
     if (!used_memory_ || now < next_give_back_) return;
     used_memory_ = false;
@@ -85,13 +96,13 @@ void Resident::look_at_memory() {
 void Resident::on_timer(int timer) {
     switch (timer) {
         case tick_timer:
-            runner_->tick();
-            runner_->pump();
+            engine_.tick();
+            engine_.pump();
             look_whether_idle();
             look_at_memory();
             break;
         case save_timer:
-            runner_->save();
+            engine_.save_behind();
             break;
         case display_timer:
             display_.show();
@@ -104,7 +115,10 @@ void Resident::on_timer(int timer) {
 void Resident::on_request(const std::string& request, const Frame::Events::Reply& reply) {
     const auto words = decode_words(request);
     if (!words) {
-        reply(encode(CommandAnswer{Exit::usage, {}, "vantlow: not understood.\n"}));
+        reply(encode(CommandAnswer{
+            Exit::usage,
+            {},
+            "vantlow: The running Vantlow does not understand this command; it may be another version.\n"}));
         return;
     }
     ConsoleCapture capture(words->input);
@@ -124,7 +138,7 @@ void Resident::on_request(const std::string& request, const Frame::Events::Reply
         return;
     }
     // What a command says is true once it is safe.
-    runner_->settle([this, reply, answer = std::move(answer)](const std::string& failure) mutable {
+    engine_.settle([this, reply, answer = std::move(answer)](const std::string& failure) mutable {
         if (!failure.empty()) {
             answer.status = Exit::failed;
             answer.output.clear();
@@ -138,7 +152,7 @@ void Resident::on_request(const std::string& request, const Frame::Events::Reply
 bool Resident::close() {
     if (std::exchange(closed_, true)) return saved_;
     std::string error;
-    saved_ = runner_->close(error);
+    saved_ = engine_.close(error);
     if (!saved_) complain(error);
     return saved_;
 }
@@ -150,7 +164,6 @@ void Resident::on_interrupt(void* context, int count) {
 }
 
 Exit Resident::run() {
-    const InterruptWatch watch(&on_interrupt, this);
     frame_->set_timer(tick_timer, std::chrono::seconds(1));
     frame_->set_timer(save_timer, std::chrono::seconds(app_.settings().number(setting::save_interval)));
     if (display_.interval.count() > 0) frame_->set_timer(display_timer, display_.interval);
@@ -158,7 +171,10 @@ Exit Resident::run() {
     frame_->run();
     const bool saved = close();
     const Exit status = app_.stop().requested() ? Exit::interrupted : saved ? Exit::done : Exit::failed;
-    return leave(connections_.resolver, status, [this] { frame_.reset(); });  // its answers are sent
+    return leave(connections_.resolver, status, [this] {
+        watch_.reset();
+        frame_.reset();  // its answers are sent
+    });
 }
 
 }  // namespace vantlow

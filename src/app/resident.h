@@ -3,12 +3,15 @@
 
 #include <atomic>
 #include <memory>
+#include <optional>
 #include <string>
 
+#include "app/application.h"
 #include "app/exit.h"
-#include "app/job_runner.h"
+#include "engine/engine.h"
 #include "platform/console.h"
 #include "platform/frame.h"
+#include "platform/thread_pool.h"
 
 namespace vantlow {
 
@@ -20,14 +23,17 @@ class Resident {
         std::chrono::milliseconds interval{0};  ///< 0: nothing is shown
         std::function<void()> show;
     };
-    explicit Resident(CFerrywellApp& app) : app_(app), connections_(&app.libraries().secur) {}
+    Resident(CFerrywellApp& app, Engine& engine)
+        : app_(app), engine_(engine), connections_(&app.libraries().secur) {}
     ~Resident();
     Resident(const Resident&) = delete;
     Resident& operator=(const Resident&) = delete;
 
     /// Opens the frame and tells in the data folder where it is.
-    bool open(JobStore& store, Frame::Role role, JobRunner::Events events, std::string& error);
-    [[nodiscard]] JobRunner& runner() noexcept { return *runner_; }
+    /// `question_time`, `gathers_log`: see Engine::Running.
+    bool open(Frame::Role role, std::chrono::milliseconds question_time, bool gathers_log,
+              std::string& error);
+    [[nodiscard]] ThreadPool& threads() noexcept { return threads_; }
     /// Ends when nothing is left to run, instead of staying until it is told to.
     void end_when_idle(Display display);
     /// Runs until quit, Ctrl-C (a second one does not wait), the end of the session, or idleness; then ends
@@ -43,13 +49,15 @@ class Resident {
     void look_whether_idle();
     void look_at_memory();
     bool close();
+    bool publish(std::string& error);
     static void on_interrupt(void* context, int count);
 
     CFerrywellApp& app_;
+    Engine& engine_;
     ConnectionServices connections_;
     ThreadPool threads_;
     std::unique_ptr<Frame> frame_;
-    std::unique_ptr<JobRunner> runner_;
+    std::optional<InterruptWatch> watch_;  ///< from the frame's beginning on; ends before it
     Display display_;
     bool ends_when_idle_ = false;
     bool used_memory_ = false;  ///< since some was given back last

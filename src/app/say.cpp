@@ -10,8 +10,12 @@ void say(std::string_view line) {
     write_stream(Stream::output, printable(line) + "\n");
 }
 
-Exit complain(std::string_view text, Exit status) {
+void tell(std::string_view text) {
     write_stream(Stream::error, "vantlow: " + printable(text) + "\n");
+}
+
+Exit complain(std::string_view text, Exit status) {
+    tell(text);
     return status;
 }
 

@@ -10,7 +10,10 @@ namespace vantlow {
 /// A line on stdout, harmless for a terminal whatever a network or a file put into it.
 void say(std::string_view line);
 
-/// "vantlow: TEXT" on stderr, as harmless. Gives back the status, which is what the command ends with then.
+/// "vantlow: TEXT" on stderr, as harmless: something to know, not an error.
+void tell(std::string_view text);
+
+/// The same for an error. Gives back the status, which is what the command ends with then.
 Exit complain(std::string_view text, Exit status = Exit::failed);
 
 /// Says so where output could not be written, once; true then.

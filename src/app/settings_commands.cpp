@@ -1,6 +1,7 @@
 // `vantlow settings ...`.
 #include <nlohmann/json.hpp>
 
+#include <algorithm>
 #include <memory>
 
 #include "app/display_text.h"
@@ -48,8 +49,11 @@ Exit run_list(CFerrywellApp& app, const GlobalOptions& global) {
     for (const auto& [section, values] : app.settings().all()) {
         for (const auto& [key, value] : values) {
             const std::string told = shown(section, key, value);
+            const std::string name = to_utf8(section) + "/" + to_utf8(key);
+            if (const Complaint complaint = complaint_of(name, to_utf8(value)))
+                complain(*complaint + " The stored value has no effect.");
             json[to_utf8(section)][to_utf8(key)] = told;
-            text += printable(to_utf8(section) + "/" + to_utf8(key) + "=" + told) + "\n";
+            text += printable(name + "=" + told) + "\n";
         }
     }
     write_stream(Stream::output, global.json ? json_line(json) + "\n" : text);
@@ -61,6 +65,7 @@ Exit run_describe(CFerrywellApp& /*app*/, const GlobalOptions& global) {
     std::string text;
     ordered_json json = ordered_json::array();
     for (const KnownSetting& known : known_settings()) {
+        if (known.meaning.empty()) continue;
         const auto bound = [](const auto& number) { return number ? ordered_json(*number) : nullptr; };
         json.push_back({{"section", known.section},
                         {"key", known.key},
@@ -68,27 +73,28 @@ Exit run_describe(CFerrywellApp& /*app*/, const GlobalOptions& global) {
                         {"smallest", bound(known.smallest)},
                         {"largest", bound(known.largest)},
                         {"meaning", known.meaning}});
-        text += known.section + "/" + known.key + "=" + known.standard + "\n    " + known.meaning;
-        if (known.smallest)
-            text += " (" + std::to_string(*known.smallest) + " to " + std::to_string(*known.largest) + ")";
-        text += "\n";
+        text += known.name() + "=" + known.standard + "\n    " + known.meaning + known.bounds_text() + "\n";
     }
     write_stream(Stream::output, global.json ? json_line(json) + "\n" : text);
     return Exit::done;
 }
 
-Exit run_get_setting(CFerrywellApp& app, const GlobalOptions& global, const SettingsOptions& options) {
+// The value that is set; none where none is.
+std::optional<std::string> stored(CFerrywellApp& app, const SettingsOptions& options) {
     constexpr std::u16string_view nothing(u"\0", 1);  // no store holds a zero
     const std::u16string value = app.settings().text(options.section(), options.key(), nothing);
-    const bool there = value != nothing;
-    if (global.json) {
-        print_json(there ? ordered_json(to_utf8(value)) : ordered_json(nullptr));
-    } else if (there) {
-        write_stream(Stream::output, to_utf8(value) + "\n");
-    } else {
-        complain(options.name + " is not set.");
-    }
-    return there ? Exit::done : Exit::failed;
+    return value == nothing ? std::nullopt : std::optional(to_utf8(value));
+}
+
+// What counts: the value that is set, or else the default.
+Exit run_get_setting(CFerrywellApp& app, const GlobalOptions& global, const SettingsOptions& options) {
+    std::optional<std::string> value = stored(app, options);
+    const auto known = find_setting(options.name);
+    if (!value && !known) return complain(no_such_setting(options.name));
+    if (!value && !global.quiet) tell(known->name() + " is not set; this is its default.");
+    if (!value) value = known->standard;
+    write_stream(Stream::output, global.json ? json_line(ordered_json(*value)) + "\n" : *value + "\n");
+    return Exit::done;
 }
 
 Exit tell_write(const FileError& error, const std::string& name) {
@@ -98,12 +104,22 @@ Exit tell_write(const FileError& error, const std::string& name) {
 }
 
 Exit run_set(CFerrywellApp& app, const GlobalOptions& /*global*/, const SettingsOptions& options) {
+    if (const Complaint complaint = complaint_of(options.name, options.value))
+        return complain(*complaint, Exit::usage);
+    const auto known = find_setting(options.name);
+    const std::int64_t number = read_setting_number(to_utf16(options.value)).value_or(0);
+    if (known->smallest && std::clamp(number, *known->smallest, *known->largest) != number)
+        tell(known->name() + known->bounds_text() + ": " + options.value +
+             " counts as the nearest of these.");
     FileError error = app.settings().write(options.section(), options.key(), to_utf16(options.value));
     if (error.ok()) error = follow_setting(app, options.section(), options.key());
     return tell_write(error, options.name);
 }
 
 Exit run_unset(CFerrywellApp& app, const GlobalOptions& /*global*/, const SettingsOptions& options) {
+    // One that is stored goes, whether it is known or not.
+    if (!find_setting(options.name) && !stored(app, options))
+        return complain(no_such_setting(options.name), Exit::usage);
     FileError error = app.settings().erase(options.section(), options.key());
     if (error.ok()) error = follow_setting(app, options.section(), options.key());
     return tell_write(error, options.name);
@@ -112,9 +128,9 @@ Exit run_unset(CFerrywellApp& app, const GlobalOptions& /*global*/, const Settin
 }  // namespace
 
 void add_settings_commands(CommandSet& commands) {
-    CLI::App& group = commands.add_group("settings", "The settings store");
-    commands.add_below(group, "list", "Everything that is set", run_list);
-    commands.add_below(group, "describe", "Everything that can be set: default, meaning, bounds",
+    CLI::App& group = commands.add_group("settings", "Show and change settings");
+    commands.add_below(group, "list", "List the settings that are set", run_list);
+    commands.add_below(group, "describe", "List everything that can be set: default, meaning and bounds",
                        run_describe);
     using Run = Exit (*)(CFerrywellApp&, const GlobalOptions&, const SettingsOptions&);
     const auto add = [&](const char* word, const char* description, Run run, bool has_value) {
@@ -128,9 +144,9 @@ void add_settings_commands(CommandSet& commands) {
         added.add_option("SETTING", options->name, "Section/Key")->required();
         if (has_value) added.add_option("VALUE", options->value)->required();
     };
-    add("get", "One setting", run_get_setting, false);
-    add("set", "Set one", run_set, true);
-    add("unset", "Back to its default", run_unset, false);
+    add("get", "Print one setting; where it is not set, its default", run_get_setting, false);
+    add("set", "Change one setting", run_set, true);
+    add("unset", "Return one setting to its default", run_unset, false);
 }
 
 }  // namespace vantlow

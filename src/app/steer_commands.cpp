@@ -2,11 +2,8 @@
 #include <memory>
 
 #include "app/foreground.h"
-#include "app/job_runner.h"
 #include "app/store_commands.h"
 #include "base/text.h"
-#include "store/job_log_file.h"
-#include "transfer/job/file_names.h"
 
 namespace vantlow {
 namespace {
@@ -17,28 +14,32 @@ struct SteerOptions {
     bool files = false;
 };
 
-Complaint check_ids(const SteerOptions& options) {
-    if (options.ids.empty() && !options.all) return "name jobs, or say --all.";
-    if (!options.ids.empty() && options.all) return "name jobs or say --all, not both.";
+Complaint check_ids(const SteerOptions& options, bool has_all) {
+    if (options.ids.empty() && !has_all) return "name at least one job.";
+    if (options.ids.empty() && !options.all) return "name at least one job, or use --all.";
+    if (!options.ids.empty() && options.all) return "name jobs or use --all, not both.";
     return std::nullopt;
 }
 
-std::vector<CJobNode*> chosen_jobs(StoreCommand& command, const SteerOptions& options, bool& complete) {
-    return options.all ? command.store.jobs_below(nullptr) : find_jobs(command, options.ids, complete);
+std::vector<Guid> chosen_jobs(StoreCommand& command, const SteerOptions& options, bool& complete) {
+    if (!options.all) return find_jobs(command, options.ids, complete);
+    std::vector<Guid> jobs;
+    for (const CJobNode* job : command.engine.jobs_below(nullptr)) jobs.push_back(job->identity);
+    return jobs;
 }
 
 Exit run_start(StoreCommand& command, const SteerOptions& options) {
     bool complete = true;
-    std::vector<CJobNode*> jobs = chosen_jobs(command, options, complete);
-    std::erase_if(jobs, [&](const CJobNode* job) {
-        const bool finished = job->state == JobState::finished;
-        if (finished && !options.all) complain(guid_text(job->identity) + " is finished already.");
+    std::vector<Guid> jobs = chosen_jobs(command, options, complete);
+    std::erase_if(jobs, [&](const Guid& job) {
+        const bool finished = command.engine.find(job)->state == JobState::finished;
+        if (finished && !options.all) complain(guid_text(job) + " has finished already.");
         return finished;
     });
     if (!complete && jobs.empty()) return Exit::failed;
     Exit status = Exit::done;
-    if (command.runner != nullptr) {
-        for (CJobNode* job : jobs) command.runner->start(*job);
+    if (command.engine.runs()) {
+        for (const Guid& job : jobs) static_cast<void>(command.engine.start(job));  // was found a moment ago
     } else {
         status = run_in_foreground(command, jobs, options.all);
     }
@@ -47,50 +48,22 @@ Exit run_start(StoreCommand& command, const SteerOptions& options) {
 
 Exit run_stop(StoreCommand& command, const SteerOptions& options) {
     bool complete = true;
-    for (CJobNode* job : chosen_jobs(command, options, complete)) {
-        if (command.runner != nullptr) {
-            command.runner->stop(*job);
-            command.runner->wait_for_end(*job);
-        } else if (job->state == JobState::waiting) {
-            command.store.set_state(*job, JobState::stopped);
-        }
-    }
+    const std::vector<Guid> jobs = chosen_jobs(command, options, complete);
+    for (const Guid& job : jobs) static_cast<void>(command.engine.stop(job));  // was found a moment ago
+    command.engine.wait_for_ends(jobs);
     return complete ? Exit::done : Exit::failed;
-}
-
-// What the job has on the disk: its file, or what there is of it. A finished job's name alone says nothing:
-// only what the job itself has written is removed.
-bool remove_files(const CJobNode& job) {
-    if (name_of(job.path).empty()) return true;
-    const std::u16string partial = job.path + std::u16string(partial_suffix);
-    const std::u16string state = job.path + std::u16string(state_suffix);
-    bool complete = true;
-    for (const std::u16string& path : {job.state == JobState::finished ? job.path : partial, state}) {
-        const FileError error = remove_file(path);
-        if (error.ok() || error.fault == FileFault::not_found) continue;
-        complain(to_utf8(path) + ": " + error.text());
-        complete = false;
-    }
-    return complete;
 }
 
 Exit run_remove(StoreCommand& command, const SteerOptions& options) {
     bool complete = true;
-    std::vector<Guid> identities;
-    for (const CJobNode* job : find_jobs(command, options.ids, complete)) identities.push_back(job->identity);
-    for (const Guid& identity : identities) {
-        if (command.runner != nullptr) {
-            command.runner->stop(*command.store.find(identity));
-            command.runner->wait_for_end(*command.store.find(identity));
-        }
-        CJobNode& job = *command.store.find(identity);
-        // A job whose files stay is filed no more all the same only when they could be removed.
-        if (options.files && !remove_files(job)) {
-            complete = false;
-            continue;
-        }
-        remove_job_log(command.app.data_folder(), identity);
-        command.store.remove(job);
+    const std::vector<Guid> jobs = find_jobs(command, options.ids, complete);
+    for (const Guid& job : jobs) {
+        if (command.engine.is_running(job)) static_cast<void>(command.engine.stop(job));
+    }
+    command.engine.wait_for_ends(jobs);
+    for (const Guid& job : jobs) {
+        const Done done = command.engine.remove(job, options.files);
+        if (exit_of(done, guid_text(job)) != Exit::done) complete = false;
     }
     return complete ? Exit::done : Exit::failed;
 }
@@ -104,15 +77,15 @@ void add_steer_commands(CommandSet& commands) {
         CLI::App& app = commands.add_on_data_folder(
             word, description,
             on_store([options, run](StoreCommand& command) { return run(command, *options); }),
-            [options] { return check_ids(*options); });
+            [options, has_all] { return check_ids(*options, has_all); });
         app.add_option("ID", options->ids, "The jobs' ids, or the beginnings of them");
         if (has_all) app.add_flag("--all", options->all, "All jobs");
         return {app, *options};
     };
-    add("start", "Run jobs: here, where no instance runs", run_start, true);
-    add("stop", "Stop jobs; what they have stays", run_stop, true);
-    const auto [remove, options] = add("remove", "Remove jobs from the store", run_remove, false);
-    remove.add_flag("--files", options.files, "Their files too");
+    add("start", "Start jobs; in this terminal, where the resident program is not running", run_start, true);
+    add("stop", "Stop jobs; what they have downloaded is kept", run_stop, true);
+    const auto [remove, options] = add("remove", "Remove jobs from the list", run_remove, false);
+    remove.add_flag("--files", options.files, "Delete their files, too");
 }
 
 }  // namespace vantlow

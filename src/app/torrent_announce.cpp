@@ -3,12 +3,11 @@
 #include <mutex>
 
 #include "app/display_text.h"
+#include "app/engine_texts.h"
 #include "app/get_command.h"
 #include "app/json_text.h"
-#include "app/program_proxies.h"
 #include "app/say.h"
 #include "app/torrent_commands.h"
-#include "app/torrent_desk.h"
 #include "base/text.h"
 #include "bt/announce_thread.h"
 #include "bt/peer_probe.h"
@@ -67,11 +66,12 @@ void prepare(const AnnounceOptions& options, const TorrentFacts& facts, TorrentI
 Complaint choose_proxy(CFerrywellApp& app, const AnnounceOptions& options, TorrentIdentity& job) {
     GetOptions words;
     words.proxy = options.proxy;
-    RunOptions run;
-    Complaint complaint = read_run_options(words, run);
-    if (!complaint) complaint = add_program_proxies(app, run);
-    job.proxy = torrent_proxy(run);
-    return complaint;
+    if (Complaint complaint = check_draft(words)) return complaint;
+    CJobNode node;
+    node.proxy = to_utf16(options.proxy);
+    ProxyFault fault;
+    job.proxy = torrent_proxy(run_options_of(node, app.settings(), app.data_folder(), fault));
+    return text_of(fault);
 }
 
 // The trackers to ask, each once.

@@ -83,8 +83,8 @@ void add_make_word(CommandSet& commands, CLI::App& group) {
         ->allow_extra_args(false);
     make.add_option("--comment", options->comment, "A comment");
     make.add_option("--piece-length", options->piece_length,
-                    "Bytes of a piece, a power of two (256K); default: by the size");
-    make.add_option("--threads", options->threads, "Threads that hash (default: one a core)")
+                    "Bytes in a piece, a power of two such as 256K (default: chosen by the size)");
+    make.add_option("--threads", options->threads, "Threads that hash (default: one for each core)")
         ->check(CLI::Range(1, 1024));
 }
 
@@ -97,11 +97,11 @@ void add_announce_word(CommandSet& commands, CLI::App& group) {
     announce.add_option("TORRENT", options->torrent, "Torrent file or magnet link")->required();
     announce.add_option("--event", options->event, "started, completed or stopped")
         ->check(CLI::IsMember({"started", "completed", "stopped"}));
-    announce.add_option("--port", options->port, "The port that peers are told (default: none)");
+    announce.add_option("--port", options->port, "The port to announce to peers (default: none)");
     announce.add_option("--proxy", options->proxy,
                         "http, connect, socks4 or socks5://[user:password@]host:port");
     announce.add_option("--probe", options->probe,
-                        "HOST:PORT: speak with this peer, encrypted and plain, in place of the trackers");
+                        "HOST:PORT: contact this peer, encrypted and plain, instead of the trackers");
 }
 
 }  // namespace
@@ -138,7 +138,7 @@ std::optional<TorrentFacts> read_torrent(const std::string& file_or_magnet, cons
 void add_torrent_commands(CommandSet& commands) {
     CLI::App& group = commands.add_group("torrent", "Show, make and announce torrents");
     const auto shown = std::make_shared<std::string>();
-    CLI::App& show = commands.add_below(group, "show", "What a torrent file or a magnet link says",
+    CLI::App& show = commands.add_below(group, "show", "Show what a torrent file or a magnet link contains",
                                         [shown](CFerrywellApp& app, const GlobalOptions& global) {
                                             return run_show(global, *shown, app.settings());
                                         });

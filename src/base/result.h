@@ -25,6 +25,7 @@ enum class Code : std::int32_t {
     keeps_changing = -13,       ///< the resource changed again each time the job started over
     size_differs = -14,         ///< the total size is not the one that the job recorded
     resource_changed = -15,     ///< a validator or the bytes at a joint say that this is another version
+    other_content = -16,        ///< something else than the file, such as a page that asks for a login
     credentials_refused = -20,  ///< the server wants other credentials
     not_trusted = -21,          ///< the certificate of the server was not trusted
     hash_differs = -22,         ///< the finished file is not the one that was asked for

@@ -11,19 +11,19 @@ namespace vantlow {
 
 namespace setting {
 inline constexpr NumberSetting numwant{u"Torrent", u"numwant", 256,
-                                       1,          1024,       "peers that a tracker is asked for"};
+                                       1,          1024,       "how many peers a tracker is asked for"};
 inline constexpr NumberSetting crypto{
     u"Torrent", u"Crypto",
     0,          0,
     3,          "encryption of peer connections: 0 both, RC4 preferred; 1 plaintext; 2 RC4; 3 both"};
 inline constexpr TextSetting torrent_tracker{u"Torrent", u"DefaultTracker",
                                              u"udp://tracker.opentrackr.org:1337/announce",
-                                             "the tracker of a torrent that names none"};
+                                             "the tracker for a torrent that names none"};
 inline constexpr TextSetting magnet_trackers{
     u"Torrent", u"DefaultTrackers",
     u"udp://tracker.opentrackr.org:1337/announce|udp://open.stealth.si:80/announce|"
     u"udp://tracker.torrent.eu.org:451/announce|udp://exodus.desync.com:6969/announce",
-    "the trackers of magnet links that number none, \"|\" between them"};
+    "the trackers for magnet links that number none, separated by \"|\""};
 }  // namespace setting
 
 /// The tracker of a torrent that names none: "Torrent"/"DefaultTracker".

@@ -58,7 +58,7 @@ Result add_file(TorrentSource& source) {
         return trouble(source.path, error.text(), error.system_error);
     }
     source.total = file.size();
-    if (source.total < 0) return trouble(source.path, "Its size is not to be had.");
+    if (source.total < 0) return trouble(source.path, "Its size cannot be determined.");
     source.files.push_back({source.path, {}, source.total});
     return {};
 }
@@ -116,7 +116,7 @@ class PieceHasher {
             at += static_cast<std::int64_t>(bytes);
         }
         const std::vector<std::byte> result = digest.finish();
-        if (result.size() != digest_bytes) return {Code::unsupported, "SHA-1 is not to be had."};
+        if (result.size() != digest_bytes) return {Code::unsupported, "SHA-1 is not available."};
         std::copy(result.begin(), result.end(),
                   reinterpret_cast<std::byte*>(shared_.digests.data()) + piece * digest_bytes);
         return {};

@@ -16,6 +16,8 @@ enum class Stream { output, error };
 bool is_terminal(Stream stream) noexcept;
 /// Columns of the terminal behind the stream; 80 when it does not tell.
 int terminal_width(Stream stream) noexcept;
+/// Rows of it; 24 when it does not tell.
+int terminal_height(Stream stream) noexcept;
 /// Prepares a terminal for UTF-8 and for cursor movement; false when it cannot move its cursor.
 bool prepare_terminal(Stream stream) noexcept;
 /// To be called at the start of the process, before it opens anything: no file gets the number of a standard
@@ -38,8 +40,11 @@ std::optional<std::string> read_terminal_line(const StopSource& stop);
 /// SIGTERM, console close or log-off until the object ends. One object at a time.
 class InterruptWatch {
   public:
+    /// What the end of the terminal is (SIGHUP): an interrupt like the others, or nothing to a program that
+    /// is meant to outlive it. Where a console ends its programs there is no choice.
+    enum class HangUp { interrupts, is_ignored };
     using Handler = void (*)(void* context, int count);
-    InterruptWatch(Handler handler, void* context);
+    InterruptWatch(Handler handler, void* context, HangUp hang_up = HangUp::interrupts);
     ~InterruptWatch();
     InterruptWatch(const InterruptWatch&) = delete;
     InterruptWatch& operator=(const InterruptWatch&) = delete;

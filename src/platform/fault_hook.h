@@ -41,10 +41,11 @@ enum class Operation {
     find_operation,  ///< in a loaded library
     read_setting,    ///< in the system's own store, where it has one; the name is the key
     write_setting,
-    tell,     ///< text for a standard stream
-    protect,  ///< a secret, where the system encrypts it; and the way back
-    dial,     ///< a connection of the system's phone book
-    last = dial
+    tell,           ///< text for a standard stream
+    protect,        ///< a secret, where the system encrypts it; and the way back
+    dial,           ///< a connection of the system's phone book
+    start_process,  ///< the name is the program
+    last = start_process
 };
 
 /// Asked before each operation, with what it is called by (empty where only a handle is known), and for files

@@ -16,4 +16,8 @@ struct FileStamp {
 
 FileStamp file_stamp(const std::u16string& path) noexcept;
 
+/// Whether the file is this user's own. True where the file system keeps no owners, false where there is no
+/// such file.
+bool belongs_to_user(const std::u16string& path) noexcept;
+
 }  // namespace vantlow

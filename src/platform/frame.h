@@ -3,6 +3,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -57,15 +58,25 @@ class Frame {
 struct FrameAnswer {
     enum class State {
         answered,
-        not_there,  ///< nobody took the request
-        lost,       ///< it was taken, and nobody knows what became of it
+        not_there,  ///< nobody is there; nothing was done
+        not_taken,  ///< somebody is there and did not take the request up in time; nothing was or will be
+                    ///< done
+        lost,       ///< it was taken up, and nobody knows what became of it
     };
     State state = State::not_there;
     std::string answer;
+    std::int64_t process = 0;  ///< the frame's process; 0 where it is not known
 };
 
-/// Asks the frame at an address. A request has at most 64 MiB.
-FrameAnswer ask_frame(const std::string& address, std::string_view request, const StopSource& stop);
+/// How long a frame may be silent before somebody is told.
+inline constexpr std::chrono::seconds frame_patience{3};
+
+/// Asks the frame at an address. A request has at most 64 MiB. A frame whose process is frozen is given up
+/// after frame_patience. Of one that is busy with something else `on_busy` is told then (once, with its
+/// process), and it is waited for some time longer. Once it has taken the request up, its answer is waited
+/// for as long as it takes.
+FrameAnswer ask_frame(const std::string& address, std::string_view request, const StopSource& stop,
+                      const std::function<void(std::int64_t process)>& on_busy = {});
 
 /// Brings the frame's window, or what it opened last, to the front, and out of the task bar. Nothing where
 /// there are no windows.
@@ -83,6 +94,8 @@ class SessionClaim {
     bool claim();
     /// Tells further starts where the frame of this process is.
     void publish(const std::string& address);
+    /// Gives the claim up before the object ends.
+    void release() noexcept;
     /// The address of the first instance's main frame; empty while it has none.
     [[nodiscard]] static std::string find();
 

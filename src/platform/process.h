@@ -1,6 +1,7 @@
 // The process: its words, its environment, its program file, its end.
 #pragma once
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -32,6 +33,12 @@ std::u16string home_folder();
 bool belongs_to_packages(std::u16string_view folder) noexcept;
 /// "Linux x86_64" or "Windows x86_64": what this program was built for.
 std::string_view platform_name() noexcept;
+
+/// The number of this process.
+std::int64_t process_id() noexcept;
+/// Whether a program here can stay when its terminal ends; where not, one that is to stay needs no terminal
+/// from its start on (background_process.h).
+bool can_outlive_terminal() noexcept;
 
 /// Sets the thread locale to the system's default locale.
 void set_default_locale() noexcept;

@@ -11,12 +11,11 @@
 #include <string_view>
 #include <vector>
 
+#include "base/clock.h"
 #include "base/result.h"
 #include "platform/stop.h"
 
 namespace vantlow {
-
-using Clock = std::chrono::steady_clock;
 
 /// An IPv4 or IPv6 address with its port.
 class SocketAddress {

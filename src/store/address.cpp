@@ -263,21 +263,19 @@ std::optional<Target> parse_target(std::u16string_view address, bool utf8) {
 }
 
 std::string why_no_target(std::u16string_view address) {
-    const std::string shown = to_utf8(without_credentials(address));
     if (const Scheme* const misspelt = find_misspelt_scheme(address)) {
-        return "Invalid URL: " + shown + " lacks a slash: addresses begin with \"" +
-               to_utf8(misspelt->prefix) + "\".";
+        return "Invalid URL: a slash is missing, such addresses begin with \"" + to_utf8(misspelt->prefix) +
+               "\".";
     }
     const Scheme* const scheme = find_scheme(address);
     const std::u16string_view rest = address.substr(scheme == nullptr ? 0 : scheme->prefix.size());
     const std::u16string_view host = cut_server(rest.substr(0, server_end(rest))).host_and_port;
     const std::string name = percent_decode(to_utf8(host.substr(0, host.find(u':'))));
-    if (!is_utf8(name) || ascii_host(name)) return "Invalid URL: " + shown;
+    if (!is_utf8(name) || ascii_host(name)) return "Invalid URL.";
     if (!has_host_names()) {
-        return missing_library_text("libnames") +
-               " Without it a host's name has ASCII letters only: " + shown;
+        return missing_library_text("libnames") + " Without it the names of hosts have ASCII letters only.";
     }
-    return "Invalid URL: \"" + name + "\" cannot be the name of a host: " + shown;
+    return "Invalid URL: \"" + name + "\" cannot be the name of a host.";
 }
 
 bool is_same_server(const Target& a, const Target& b) noexcept {

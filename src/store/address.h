@@ -61,7 +61,7 @@ struct Target {
 /// where the code page lacks one of them).
 std::optional<Target> parse_target(std::u16string_view address, bool utf8 = true);
 
-/// Why an address has no target, a sentence for people; credentials are left out.
+/// Why an address has no target, a sentence for people that does not repeat it.
 std::string why_no_target(std::u16string_view address);
 
 /// Whether both name the same server: what is given for one (a login, cookies) may be told to the other. Host

@@ -139,10 +139,8 @@ bool CategoryTree::place(CClassNode& node, CClassNode& parent, std::size_t place
 bool CategoryTree::remove(CClassNode& node) {
     CClassNode* parent = node.parent;
     if (parent == nullptr) return false;
-    for (auto& job : node.jobs) {
-        job->category = parent->identity;
-        parent->jobs.push_back(std::move(job));
-    }
+    for (const auto& job : node.jobs) job->category = parent->identity;
+    parent->jobs.append(std::move(node.jobs));
     auto at = place_of(node);
     const std::unique_ptr<CClassNode> gone = std::move(*at);
     at = parent->children.erase(at);
@@ -152,14 +150,6 @@ bool CategoryTree::remove(CClassNode& node) {
     }
     gone->children.clear();
     return true;
-}
-
-std::unique_ptr<CJobNode> CategoryTree::take(CClassNode& category, const CJobNode& job) {
-    const auto at = std::find_if(category.jobs.begin(), category.jobs.end(),
-                                 [&](const auto& entry) { return entry.get() == &job; });
-    std::unique_ptr<CJobNode> taken = std::move(*at);
-    category.jobs.erase(at);
-    return taken;
 }
 
 CategoryTree CategoryTree::with_defaults(const std::u16string& folder, const Guid& completed) {

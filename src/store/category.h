@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "store/job.h"
+#include "store/job_sequence.h"
 
 namespace vantlow {
 
@@ -21,8 +21,8 @@ class CClassNode {
 
     Guid identity;  ///< all zero for the root
     std::u16string name;
-    std::u16string folder;                        ///< download folder of the jobs filed here
-    std::vector<std::unique_ptr<CJobNode>> jobs;  ///< in display order
+    std::u16string folder;  ///< download folder of the jobs filed here
+    JobSequence jobs;       ///< in display order
     std::vector<std::unique_ptr<CClassNode>> children;
     CClassNode* parent = nullptr;
 };
@@ -62,8 +62,6 @@ class CategoryTree {
     /// Removes a category: its jobs go to the one above it, behind those that are there, and its
     /// sub-categories take its place. False for the root.
     bool remove(CClassNode& node);
-    /// Takes a job out of its category's list. The job must be in it.
-    static std::unique_ptr<CJobNode> take(CClassNode& category, const CJobNode& job);
     /// What a first start begins with: "Downloading" (zero GUID) with "Completed" under it.
     static CategoryTree with_defaults(const std::u16string& folder, const Guid& completed);
 

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "platform/file.h"
+
 namespace vantlow {
 namespace {
 
@@ -23,6 +25,15 @@ std::u16string base_folder(const DataFolderSources& sources) {
 }
 
 }  // namespace
+
+bool is_in_build_folder(const std::u16string& program) {
+    const std::u16string folder = folder_of(program);
+    // Programs stand in the build folder itself or in one below it.
+    for (const std::u16string& build : {folder, folder_of(folder)}) {
+        if (path_kind(join_path(build, u"CMakeCache.txt")) == PathKind::file) return true;
+    }
+    return false;
+}
 
 std::u16string data_folder(const DataFolderSources& sources) {
     std::u16string user = sources.user;

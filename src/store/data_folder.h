@@ -16,14 +16,18 @@ struct DataFolderSources {
     char16_t separator = u'/';
 };
 
+/// True when a program (a full path) stands where it was built by CMake: all of that may be thrown away at
+/// any time.
+bool is_in_build_folder(const std::u16string& program);
+
 /// The data folder, without a separator at its end: "BASE/USER's temp", where BASE is the folder of the
 /// setting.
 std::u16string data_folder(const DataFolderSources& sources);
 
 /// The same, but where the setting names no folder and the program's cannot be written (or is not to be:
-/// belongs_to_packages), "vantlow" in the user's folder for application data. A folder that the setting names
-/// stays the data folder, written or not: jobs must not seem lost because a disk is absent. `can_write` is
-/// asked with the data folder, which need not exist yet.
+/// belongs_to_packages, is_in_build_folder), "vantlow" in the user's folder for application data. A folder
+/// that the setting names stays the data folder, written or not: jobs must not seem lost because a disk is
+/// absent. `can_write` is asked with the data folder, which need not exist yet.
 std::u16string writable_data_folder(const DataFolderSources& sources,
                                     const std::function<bool(const std::u16string&)>& can_write);
 

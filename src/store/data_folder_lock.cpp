@@ -37,7 +37,9 @@ DataFolderLock::Claim DataFolderLock::claim(const std::u16string& folder, FileEr
 }
 
 bool DataFolderLock::is_in_place() const noexcept {
-    return !is_mine() || identity_ == 0 || file_stamp(path_).identity == identity_;
+    if (!is_mine() || identity_ == 0) return true;
+    // A single look may fail for other reasons.
+    return file_stamp(path_).identity == identity_ || file_stamp(path_).identity == identity_;
 }
 
 DataFolderLock::Claim DataFolderLock::claim_again(FileError& error) {

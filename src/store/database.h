@@ -36,10 +36,6 @@ DatabaseLoad load_database(std::span<const std::byte> bytes, CategoryTree& tree,
 /// Writes the whole tree. Nothing is written but the header when the tree has no root.
 void save_database(const CategoryTree& tree, CQoMemFile& file);
 
-class ByteSink;
-/// The same, to wherever it goes.
-void save_database(const CategoryTree& tree, ByteSink& sink);
-
 /// Writes a database of one category (the root, zero GUID) with this one job, for the state beside a partial
 /// file.
 void save_single_job(const CJobNode& job, CQoMemFile& file);

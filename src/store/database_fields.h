@@ -26,6 +26,9 @@ inline constexpr std::uint8_t state_tag = 0x54;        // T
 // Inside the block tagged T: one byte says what follows, a 32-bit length and the bytes.
 inline constexpr std::uint8_t etag_value = 0x45;           // E
 inline constexpr std::uint8_t last_modified_value = 0x4D;  // M
+inline constexpr std::uint8_t strong_date_value = 0x44;    // D: one byte, 1
+inline constexpr std::uint8_t media_type_value = 0x49;     // I
+inline constexpr std::uint8_t partial_mark_value = 0x58;   // X: i64 length, i64 begin, i64 end, then the digest
 inline constexpr std::uint8_t cookie_value = 0x43;         // C, UTF-16LE
 inline constexpr std::uint8_t proxy_value = 0x50;          // P, UTF-16LE
 inline constexpr std::uint8_t mirror_value = 0x41;         // A, UTF-16LE, one for each address
@@ -33,6 +36,16 @@ inline constexpr std::uint8_t size_value = 0x53;           // S, i64
 inline constexpr std::uint8_t hash_value = 0x48;           // H: u8 kind of digest, then the digest
 inline constexpr std::uint8_t map_mark_value = 0x4B;       // K: what the bit map was made for
 inline constexpr std::uint8_t pieces_value = 0x47;         // G: u8 kind, i64 length, then the digests
+inline constexpr std::uint8_t error_value = 0x52;          // R, UTF-8
+inline constexpr std::uint8_t overwrite_value = 0x4F;      // O, i32
+inline constexpr std::uint8_t limit_value = 0x4C;          // L, i64
+inline constexpr std::uint8_t ca_file_value = 0x46;        // F, UTF-16LE
+inline constexpr std::uint8_t key_file_value = 0x59;       // Y, UTF-16LE
+inline constexpr std::uint8_t switches_value = 0x4E;       // N, i32: the sum of those below
+
+inline constexpr std::int32_t skip_existing_switch = 1;
+inline constexpr std::int32_t insecure_switch = 2;
+inline constexpr std::int32_t accept_host_key_switch = 4;
 
 // Bytes of the second group that have no meaning: zero.
 inline constexpr std::size_t unused_block = 16;            // field 2
@@ -42,7 +55,6 @@ inline constexpr std::size_t unused_segment_pair = 2 * 8;  // segment fields 6 a
 
 // The least that a record takes in the file, every text of it empty: more of them than fit in what is left of
 // a file cannot be there, whatever a count says.
-inline constexpr std::size_t smallest_job = 83 + 152 + 4 + 1;
 inline constexpr std::size_t smallest_segment = 118;
 inline constexpr std::size_t schedule_size = 1 + 4 + 4 + 8;
 

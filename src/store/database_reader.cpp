@@ -155,10 +155,51 @@ bool read_source_value(FieldReader& block, std::uint8_t kind, std::size_t length
     }
 }
 
+void read_mark(FieldReader& block, std::size_t length, PartialMark& mark) {
+    FieldReader value(block.take(length));
+    PartialMark read;
+    read.length = value.i64();
+    read.begin = value.i64();
+    read.end = value.i64();
+    read.digest = value.narrow(value.left());
+    if (value.ok() && read.length >= 0) mark = std::move(read);
+}
+
+// True when the value was one of those that a job is told about its runs.
+bool read_rule(FieldReader& block, std::uint8_t kind, std::size_t length, JobRules& rules) {
+    switch (kind) {
+        case fields::overwrite_value:
+            if (length != 4) return false;
+            rules.overwrite = block.i32();
+            return true;
+        case fields::limit_value:
+            if (length != 8) return false;
+            rules.speed_limit = std::max<std::int64_t>(block.i64(), 0);
+            return true;
+        case fields::ca_file_value:
+            rules.ca_file = block.wide(length);
+            return true;
+        case fields::key_file_value:
+            rules.key_file = block.wide(length);
+            return true;
+        case fields::switches_value: {
+            if (length != 4) return false;
+            const std::int32_t switches = block.i32();
+            rules.skip_existing = (switches & fields::skip_existing_switch) != 0;
+            rules.insecure = (switches & fields::insecure_switch) != 0;
+            rules.accept_host_key = (switches & fields::accept_host_key_switch) != 0;
+            return true;
+        }
+        default:
+            return false;
+    }
+}
+
 void read_state(FieldReader& in, CJobNode& job) {
     const std::size_t size = in.u32();
     FieldReader block(in.take(size));
     std::shared_ptr<JobSources> sources;
+    JobRules rules;
     while (block.ok() && block.left() > 0) {
         const std::uint8_t kind = block.u8();
         const std::size_t length = block.u32();
@@ -172,17 +213,29 @@ void read_state(FieldReader& in, CJobNode& job) {
             case fields::last_modified_value:
                 job.validators.last_modified = block.narrow(length);
                 break;
+            case fields::strong_date_value:
+                job.validators.strong_date = block.narrow(length) == "\1";
+                break;
+            case fields::media_type_value:
+                job.validators.media_type = block.narrow(length);
+                break;
+            case fields::partial_mark_value:
+                read_mark(block, length, job.partial_mark);
+                break;
             case fields::cookie_value:
                 job.cookie = block.wide(length);
                 break;
             case fields::proxy_value:
                 job.proxy = block.wide(length);
                 break;
+            case fields::error_value:
+                job.error = block.narrow(length);
+                break;
             default: {
                 auto told = sources ? sources : std::make_shared<JobSources>();
                 if (read_source_value(block, kind, length, *told)) {
                     sources = std::move(told);
-                } else {
+                } else if (!read_rule(block, kind, length, rules)) {
                     block.skip(length);
                 }
             }
@@ -190,6 +243,7 @@ void read_state(FieldReader& in, CJobNode& job) {
     }
     if (!block.ok()) in.spoil();
     job.sources = std::move(sources);
+    if (rules != JobRules{}) job.rules = std::make_shared<const JobRules>(std::move(rules));
 }
 
 }  // namespace
@@ -226,7 +280,6 @@ std::unique_ptr<CClassNode> read_category(FieldReader& in, const Guid& identity)
     node->folder = in.text();
     const std::int32_t count = in.i32();
     if (!in.ok()) return nullptr;
-    node->jobs.reserve(bounded(count, in.left(), fields::smallest_job));
     for (std::int32_t i = 0; i < count; ++i) {
         auto job = read_job(in);
         if (!job) {

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstddef>
+#include <functional>
 #include <memory>
 
 #include "store/category.h"
@@ -15,6 +16,10 @@ namespace vantlow {
 void write_job(FieldWriter& out, const CJobNode& job, const Guid& category);
 /// A category record up to its jobs, which follow.
 void write_category_head(FieldWriter& out, const CClassNode& node, std::size_t jobs);
+/// Called behind each category's head: writes its jobs.
+using WriteJobs = std::function<void(const CClassNode&)>;
+/// A whole database but for the jobs.
+void write_categories(FieldWriter& out, const CategoryTree& tree, const WriteJobs& write_jobs);
 /// Null when the record is cut short or damaged.
 std::unique_ptr<CJobNode> read_job(FieldReader& in);
 

@@ -107,6 +107,14 @@ class StateWriter {
         head(kind, value.size() * 2);
         out_.wide(value);
     }
+    void mark(const PartialMark& mark) {
+        if (!mark.is_set()) return;
+        head(fields::partial_mark_value, 3 * 8 + mark.digest.size());
+        out_.i64(mark.length);
+        out_.i64(mark.begin);
+        out_.i64(mark.end);
+        out_.raw(mark.digest.data(), mark.digest.size());
+    }
     void sources(const JobSources& sources) {
         for (const std::u16string& mirror : sources.mirrors) wide(fields::mirror_value, mirror);
         if (sources.size >= 0) {
@@ -125,6 +133,24 @@ class StateWriter {
             out_.raw(sources.pieces->hashes.data(), sources.pieces->hashes.size());
         }
     }
+    void rules(const JobRules& rules) {
+        if (rules.overwrite) {
+            head(fields::overwrite_value, 4);
+            out_.i32(*rules.overwrite);
+        }
+        if (rules.speed_limit > 0) {
+            head(fields::limit_value, 8);
+            out_.i64(rules.speed_limit);
+        }
+        wide(fields::ca_file_value, rules.ca_file);
+        wide(fields::key_file_value, rules.key_file);
+        const std::int32_t switches = (rules.skip_existing ? fields::skip_existing_switch : 0) +
+                                      (rules.insecure ? fields::insecure_switch : 0) +
+                                      (rules.accept_host_key ? fields::accept_host_key_switch : 0);
+        if (switches == 0) return;
+        head(fields::switches_value, 4);
+        out_.i32(switches);
+    }
 
   private:
     void head(std::uint8_t kind, std::size_t length) {
@@ -138,15 +164,22 @@ void write_values(FieldWriter& out, const CJobNode& job) {
     StateWriter values(out);
     values.narrow(fields::etag_value, job.validators.etag);
     values.narrow(fields::last_modified_value, job.validators.last_modified);
+    values.narrow(fields::strong_date_value, job.validators.strong_date ? "\1" : "");
+    values.narrow(fields::media_type_value, job.validators.media_type);
+    values.mark(job.partial_mark);
     values.wide(fields::cookie_value, job.cookie);
     values.wide(fields::proxy_value, job.proxy);
     if (has_bit_map(job)) values.narrow(fields::map_mark_value, job.bit_map_mark);
     if (job.sources) values.sources(*job.sources);
+    values.narrow(fields::error_value, job.error);
+    if (job.rules) values.rules(*job.rules);
 }
 
 void write_state(FieldWriter& out, const CJobNode& job) {
     const bool has_any = !job.validators.etag.empty() || !job.validators.last_modified.empty() ||
-                         !job.cookie.empty() || !job.proxy.empty() || job.sources || has_bit_map(job);
+                         !job.validators.media_type.empty() || job.partial_mark.is_set() ||
+                         !job.cookie.empty() || !job.proxy.empty() || !job.error.empty() || job.sources ||
+                         job.rules || has_bit_map(job);
     if (!has_any) return;
     FieldWriter counter(nullptr);
     write_values(counter, job);
@@ -180,32 +213,33 @@ void write_category_head(FieldWriter& out, const CClassNode& node, std::size_t j
 
 namespace {
 
-void write_category(FieldWriter& out, const CClassNode& node) {
-    write_category_head(out, node, node.jobs.size());
-    for (const auto& job : node.jobs) write_job(out, *job, node.identity);
-}
-
 void write_header(FieldWriter& out) {
     static_assert(database_version == 59);
     out.raw("Q!59", fields::header_size);
 }
 
+}  // namespace
+
 // In the order of a walk that shows each category before its children; without a stack frame for each level.
-void write_tree(FieldWriter& out, const CClassNode& root) {
+void write_categories(FieldWriter& out, const CategoryTree& tree, const WriteJobs& write_jobs) {
     struct Level {
         const CClassNode* node;
         std::size_t next;  // child to come
     };
-    std::vector<Level> above{{&root, 0}};
-    write_category(out, root);
+    std::vector<Level> above;
+    const auto begin = [&](const CClassNode& node) {
+        write_category_head(out, node, node.jobs.size());
+        write_jobs(node);
+        above.push_back({&node, 0});
+    };
+    write_header(out);
+    if (tree.root() != nullptr) begin(*tree.root());
     while (!above.empty()) {
         Level& level = above.back();
         const auto& children = level.node->children;
         if (level.next == 0 && !children.empty()) out.guid(descend_marker());
         if (level.next < children.size()) {
-            const CClassNode& child = *children[level.next++];
-            write_category(out, child);
-            above.push_back({&child, 0});
+            begin(*children[level.next++]);
         } else {
             if (!children.empty()) out.guid(ascend_marker());
             above.pop_back();
@@ -213,22 +247,19 @@ void write_tree(FieldWriter& out, const CClassNode& root) {
     }
 }
 
-}  // namespace
-
 void save_database(const CategoryTree& tree, CQoMemFile& file) {
+    const auto write = [&](FieldWriter& out) {
+        write_categories(out, tree, [&](const CClassNode& node) {
+            for (const auto& job : node.jobs) write_job(out, *job, node.identity);
+        });
+    };
     // Counted first: a database that grew while it was written would for a moment take three times its size.
     FieldWriter counter(nullptr);
-    write_header(counter);
-    if (tree.root() != nullptr) write_tree(counter, *tree.root());
+    write(counter);
     file.reserve(file.size() + counter.written());
     MemFileSink sink(file);
-    save_database(tree, sink);
-}
-
-void save_database(const CategoryTree& tree, ByteSink& sink) {
     FieldWriter out(&sink);
-    write_header(out);
-    if (tree.root() != nullptr) write_tree(out, *tree.root());
+    write(out);
     out.flush();
 }
 

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <iterator>
+#include <utility>
 
 #include "platform/process.h"
 
@@ -36,45 +37,7 @@ std::string_view job_state_name(JobState state) noexcept {
     return "stopped";
 }
 
-CJobNode::CJobNode(const CJobNode& other)
-    : CQueueNode(other),
-      category(other.category),
-      address(other.address),
-      fragment(other.fragment),
-      referer(other.referer),
-      comment(other.comment),
-      user(other.user),
-      password(other.password),
-      agent(other.agent),
-      cookie(other.cookie),
-      proxy(other.proxy),
-      path(other.path),
-      file_name(other.file_name),
-      locally(other.locally),
-      utf8(other.utf8),
-      start_mode(other.start_mode),
-      connections(other.connections),
-      max_threads(other.max_threads),
-      retry_delay(other.retry_delay),
-      retry_by_settings(other.retry_by_settings),
-      retries(other.retries),
-      longest_pause(other.longest_pause),
-      silence_limit(other.silence_limit),
-      kind(other.kind),
-      automatic_referer(other.automatic_referer),
-      whole_file(other.whole_file),
-      file_size(other.file_size),
-      min_split_size(other.min_split_size),
-      block_base(other.block_base),
-      created(other.created),
-      finished(other.finished),
-      state(other.state),
-      result(other.result),
-      validators(other.validators),
-      bit_map(other.bit_map),
-      bit_count(other.bit_count),
-      bit_map_mark(other.bit_map_mark),
-      sources(other.sources) {
+CJobNode::CJobNode(const CJobNode& other) : CQueueNode(other), JobFacts(other), category(other.category) {
     segments.reserve(other.segments.size());
     for (const auto& segment : other.segments) append_segment(segment->start, segment->end);
     schedule.reserve(other.schedule.size());
@@ -93,6 +56,12 @@ std::unique_ptr<CJobNode> CJobNode::twin() const {
         if (from.find_extra() != nullptr) to.extra() = *from.find_extra();
     }
     return copy;
+}
+
+void CJobNode::take_from(CJobNode& other) noexcept {
+    static_cast<JobFacts&>(*this) = std::move(static_cast<JobFacts&>(other));
+    segments = std::move(other.segments);
+    schedule = std::move(other.schedule);
 }
 
 CJobSeg& CJobNode::append_segment(std::int64_t start, std::int64_t end) {

@@ -19,8 +19,6 @@
 
 namespace vantlow {
 
-class CTransferSubThread;  // of the transfer engine; the store only carries the reference
-
 /// A fresh identity.
 Guid new_guid();
 
@@ -80,12 +78,12 @@ class CJobSeg {
         std::array<Slot, 3> slots;
     };
 
-    std::int64_t start = 0;                ///< first byte that is not written yet
-    std::int64_t end = 0;                  ///< one past the last byte; unknown_end while the size is unknown
-    std::int64_t start_time = 0;           ///< milliseconds, for time-indexed streams
-    std::int64_t end_time = 0;             ///< milliseconds
-    std::int64_t first_block = 0;          ///< index of the first whole block that the segment covers
-    CTransferSubThread* worker = nullptr;  ///< works on it now; not saved
+    std::int64_t start = 0;        ///< first byte that is not written yet
+    std::int64_t end = 0;          ///< one past the last byte; unknown_end while the size is unknown
+    std::int64_t start_time = 0;   ///< milliseconds, for time-indexed streams
+    std::int64_t end_time = 0;     ///< milliseconds
+    std::int64_t first_block = 0;  ///< index of the first whole block that the segment covers
+    int worker = 0;                ///< number of the connection that works on it; 0: none; not saved
 
     /// The extra attributes for changing; they are made when they are not there yet.
     [[nodiscard]] Extra& extra();
@@ -107,24 +105,35 @@ std::string_view job_state_name(JobState state) noexcept;
 struct Validators {
     std::string etag;           ///< as sent, quotes and W/ included; empty when there was none
     std::string last_modified;  ///< as sent; empty when there was none
+    bool strong_date = false;   ///< last_modified was a minute old when it was sent (RFC 9110, 8.8.2.2)
+    std::string media_type{};   ///< of the answer, lower case, without parameters; empty: unsaid
 };
 
-/// One job. Owns its segments and its schedule.
-class CJobNode : public CQueueNode {
-  public:
-    CJobNode() = default;
-    /// Copies everything but the identity (the copy is a job of its own) and of the segments only start and
-    /// end.
-    CJobNode(const CJobNode& other);
-    CJobNode& operator=(const CJobNode&) = delete;
-    ~CJobNode() override = default;
-    /// The same job once more, identity and everything of its segments but their workers included: what is
-    /// saved, or handed to who runs it.
-    [[nodiscard]] std::unique_ptr<CJobNode> twin() const;
+/// What the partial file of an unfinished job is known by.
+struct PartialMark {
+    std::int64_t length = -1;  ///< bytes that it has at least; -1: there is no mark
+    std::int64_t begin = 0;    ///< a range of it that was received
+    std::int64_t end = 0;
+    std::string digest{};  ///< of the range: SHA-256, hexadecimal
 
-    Guid identity;  ///< of the job itself; zero until it is filed
-    Guid category;  ///< of the category that it is filed under
+    [[nodiscard]] bool is_set() const noexcept { return length >= 0; }
+};
 
+/// What a job was told about its own runs, in place of what the settings say. A plain record; shared by the
+/// copies of a job and not changed once a job has it.
+struct JobRules {
+    std::optional<std::int32_t> overwrite;  ///< as the setting "FileOverwriteRule"; none: as the settings say
+    bool skip_existing = false;             ///< a file that is there already, unchanged, is not fetched again
+    bool insecure = false;                  ///< certificates are not checked
+    bool accept_host_key = false;           ///< SSH servers that are not known yet are trusted
+    std::u16string ca_file;                 ///< trusted roots for TLS; empty: as the settings say
+    std::u16string key_file;                ///< a private key for SSH; empty: none by name
+    std::int64_t speed_limit = 0;           ///< bytes a second for all of its connections; 0: none of its own
+    bool operator==(const JobRules&) const = default;
+};
+
+/// What is known of a job, but for its segments and its timetable.
+struct JobFacts {
     std::u16string address;
     std::u16string fragment;  ///< what followed "#" in the address, with the "#"; never sent
     std::u16string referer;
@@ -157,13 +166,39 @@ class CJobNode : public CQueueNode {
     std::int64_t finished = 0;           ///< seconds since 1970, 0 while it isn't
     JobState state = JobState::waiting;
     Code result = Code::ok;  ///< of the last run
+    std::string error;       ///< why that failed, UTF-8; empty: describe(result) is all that is known
     Validators validators;
-    std::vector<std::unique_ptr<CJobSeg>> segments;  ///< in file order
-    std::vector<std::unique_ptr<CScheduleNode>> schedule;
+    PartialMark partial_mark;                   ///< of the partial file that the segments belong to
     std::vector<std::uint8_t> bit_map;          ///< finished blocks, one bit each, or empty
     std::int32_t bit_count = 0;                 ///< bits of `bit_map`, which has (bit_count + 7) / 8 bytes
     std::string bit_map_mark;                   ///< what the map was made for: those who read it know
     std::shared_ptr<const JobSources> sources;  ///< null for a job of one address without hashes
+    std::shared_ptr<const JobRules> rules;      ///< null for a job that goes by the settings alone
+};
+
+/// Where a job stands in its category: see JobSequence.
+struct JobBlock;
+
+/// One job. Owns its segments and its schedule.
+class CJobNode : public CQueueNode, public JobFacts {
+  public:
+    CJobNode() = default;
+    /// Copies everything but the identity (the copy is a job of its own) and of the segments only start and
+    /// end.
+    CJobNode(const CJobNode& other);
+    CJobNode& operator=(const CJobNode&) = delete;
+    ~CJobNode() override = default;
+    /// The same job once more, identity and everything of its segments but their workers included: what is
+    /// saved, or handed to who runs it.
+    [[nodiscard]] std::unique_ptr<CJobNode> twin() const;
+    /// Becomes what the other one is, which is left empty; identity, category and order stay.
+    void take_from(CJobNode& other) noexcept;
+
+    Guid identity;  ///< of the job itself; zero until it is filed
+    Guid category;  ///< of the category that it is filed under
+
+    std::vector<std::unique_ptr<CJobSeg>> segments;  ///< in file order
+    std::vector<std::unique_ptr<CScheduleNode>> schedule;
 
     /// Appends a segment; callers keep the order of the file.
     CJobSeg& append_segment(std::int64_t start, std::int64_t end);
@@ -171,6 +206,10 @@ class CJobNode : public CQueueNode {
     [[nodiscard]] std::int32_t thread_limit() const noexcept;
     /// How often a connection of this job tries again (-1: without limit); none where the settings decide.
     [[nodiscard]] std::optional<std::int32_t> own_retry_limit() const noexcept;
+
+  private:
+    friend class JobSequence;
+    JobBlock* block_ = nullptr;
 };
 
 /// The job's named attributes, in their fixed order, wide and narrow.

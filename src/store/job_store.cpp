@@ -8,10 +8,20 @@
 namespace vantlow {
 namespace {
 
+// The bytes of an identity in the order of its digits: see guid_text().
+constexpr std::size_t digit_order[] = {3, 2, 1, 0, 5, 4, 7, 6, 8, 9, 10, 11, 12, 13, 14, 15};
+
 // Nobody counts so far: a larger order stands in a damaged file, and would leave no room behind it.
 constexpr std::int32_t largest_order = std::numeric_limits<std::int32_t>::max() / 2;
 
 }  // namespace
+
+bool JobStore::DigitsLess::operator()(const Guid& a, const Guid& b) const noexcept {
+    for (const std::size_t i : digit_order) {
+        if (a.bytes[i] != b.bytes[i]) return a.bytes[i] < b.bytes[i];
+    }
+    return false;
+}
 
 std::unique_ptr<JobStore> JobStore::open(const Options& options, std::string& error) {
     StoredDatabase stored = load_database_files(options.folder);
@@ -22,6 +32,13 @@ std::unique_ptr<JobStore> JobStore::open(const Options& options, std::string& er
     // NOLINTNEXTLINE(modernize-make-unique): the constructor is private
     std::unique_ptr<JobStore> store(new JobStore(options));
     store->take(std::move(stored));
+    return store;
+}
+
+std::unique_ptr<JobStore> JobStore::in_memory(const std::u16string& download_folder) {
+    // NOLINTNEXTLINE(modernize-make-unique): the constructor is private
+    std::unique_ptr<JobStore> store(new JobStore({{}, download_folder, false}));
+    store->tree_ = CategoryTree::with_defaults(download_folder, new_guid());
     return store;
 }
 
@@ -97,14 +114,12 @@ CJobNode* JobStore::find(const Guid& identity) noexcept {
 
 std::vector<CJobNode*> JobStore::find_by_digits(std::string_view digits) {
     std::vector<CJobNode*> found;
-    if (const auto whole = guid_from_digits(digits)) {
-        if (CJobNode* job = find(*whole)) found.push_back(job);
-        return found;
-    }
-    for (const auto& [identity, filed] : index_) {
-        const auto own = guid_digits(guid_text(identity));
-        if (own->starts_with(digits)) found.push_back(filed.job);
-        if (found.size() > 1) break;
+    if (digits.size() > 32) return found;
+    const auto first = guid_from_digits(std::string(digits) + std::string(32 - digits.size(), '0'));
+    if (!first) return found;
+    for (auto at = index_.lower_bound(*first); at != index_.end() && found.size() < 2; ++at) {
+        if (!guid_digits(guid_text(at->first))->starts_with(digits)) break;
+        found.push_back(at->second.job);
     }
     return found;
 }
@@ -126,60 +141,65 @@ std::vector<CJobNode*> JobStore::jobs_below(CClassNode* category) {
 }
 
 CJobNode& JobStore::add(std::unique_ptr<CJobNode> job, CClassNode& category) {
-    CJobNode& added = *category.jobs.emplace_back(std::move(job));
+    CJobNode& added = category.jobs.push_back(std::move(job));
     if (added.identity.is_zero() || index_.contains(added.identity)) added.identity = new_guid();
     added.category = category.identity;
     added.order = ++last_order_;
     file(added, category);
-    changed(added);
     if (settings_ != nullptr) {
         added_.push_back(added.identity);
         unsettled_.insert(added.identity);
     }
+    note(Change::job, added.identity, added.category);
+    tell(StoreChange::What::job_added, added.identity, StoreChange::all);
     return added;
 }
 
 std::unique_ptr<CJobNode> JobStore::remove(CJobNode& job) {
+    note(Change::job_removed, job.identity);
+    tell(StoreChange::What::job_removed, job.identity);
+    if (snapshot_) snapshot_->keep(job);
     waiting_.erase({job.order, &job});
     const auto at = index_.find(job.identity);
     CClassNode& category = *at->second.category;
     index_.erase(at);
-    note(Change::job_removed, job.identity);
-    return CategoryTree::take(category, job);
+    return category.jobs.take(job);
 }
 
 void JobStore::move(CJobNode& job, CClassNode& category) {
+    if (&category_of(job) != &category) place(job, category, category.jobs.size());
+}
+
+void JobStore::place(CJobNode& job, CClassNode& category, std::size_t place) {
     Filed& filed = index_.at(job.identity);
-    if (filed.category == &category) return;
-    category.jobs.push_back(CategoryTree::take(*filed.category, job));
+    category.jobs.insert(place, filed.category->jobs.take(job));
     job.category = category.identity;
     filed.category = &category;
-    note(Change::job_placed, job.identity, job.category);
+    note(Change::job_placed, job.identity, job.category, place);
+    tell(StoreChange::What::job_changed, job.identity, StoreChange::category);
 }
 
-CJobNode& JobStore::put_in_place(CJobNode& job, std::unique_ptr<CJobNode> newer) {
-    Filed& filed = index_.at(job.identity);
-    waiting_.erase({job.order, &job});
-    newer->identity = job.identity;
-    newer->category = job.category;
-    newer->order = job.order;
-    auto& jobs = filed.category->jobs;
-    const auto at =
-        std::find_if(jobs.begin(), jobs.end(), [&](const auto& entry) { return entry.get() == &job; });
-    *at = std::move(newer);
-    file(**at, *filed.category);
-    return **at;
+void JobStore::put_in_place(CJobNode& job, std::unique_ptr<CJobNode> newer) {
+    const bool waited = job.state == JobState::waiting;
+    job.take_from(*newer);
+    if (waited) waiting_.erase({job.order, &job});
+    if (job.state == JobState::waiting) waiting_.emplace(job.order, &job);
 }
 
-CJobNode& JobStore::replace(CJobNode& job, std::unique_ptr<CJobNode> newer) {
-    CJobNode& placed = put_in_place(job, std::move(newer));
-    changed(placed);
-    return placed;
+void JobStore::update(CJobNode& job, std::unique_ptr<CJobNode> newer) {
+    put_in_place(job, std::move(newer));
+    changed(job);
 }
 
-CJobNode& JobStore::replace_positions(CJobNode& job, std::unique_ptr<CJobNode> newer) {
+void JobStore::update_positions(CJobNode& job, std::unique_ptr<CJobNode> newer) {
+    put_in_place(job, std::move(newer));
     ++revision_;
-    return put_in_place(job, std::move(newer));
+    tell(StoreChange::What::job_changed, job.identity, StoreChange::positions);
+}
+
+void JobStore::changed(CJobNode& job, std::uint32_t fields) {
+    note(Change::job, job.identity, job.category);
+    tell(StoreChange::What::job_changed, job.identity, fields);
 }
 
 void JobStore::set_state(CJobNode& job, JobState state) {
@@ -187,7 +207,7 @@ void JobStore::set_state(CJobNode& job, JobState state) {
     waiting_.erase({job.order, &job});
     job.state = state;
     if (state == JobState::waiting) waiting_.emplace(job.order, &job);
-    changed(job);
+    changed(job, StoreChange::state);
 }
 
 void JobStore::queue_last(CJobNode& job) {
@@ -195,7 +215,26 @@ void JobStore::queue_last(CJobNode& job) {
     job.order = ++last_order_;
     job.state = JobState::waiting;
     waiting_.emplace(job.order, &job);
-    changed(job);
+    changed(job, StoreChange::state | StoreChange::order);
+}
+
+void JobStore::swap_places(CJobNode& a, CJobNode& b) {
+    waiting_.erase({a.order, &a});
+    waiting_.erase({b.order, &b});
+    std::swap(a.order, b.order);
+    waiting_.emplace(a.order, &a);
+    waiting_.emplace(b.order, &b);
+    changed(a, StoreChange::order);
+    changed(b, StoreChange::order);
+}
+
+void JobStore::queue_first(CJobNode& job) {
+    if (waiting_.begin()->second == &job) return;
+    if (waiting_.begin()->first <= -largest_order) renumber();
+    waiting_.erase({job.order, &job});
+    job.order = waiting_.begin()->first - 1;
+    waiting_.emplace(job.order, &job);
+    changed(job, StoreChange::order);
 }
 
 CClassNode& JobStore::add_category(std::u16string name, std::u16string folder, CClassNode& parent) {
@@ -204,15 +243,22 @@ CClassNode& JobStore::add_category(std::u16string name, std::u16string folder, C
     node->name = std::move(name);
     node->folder = folder.empty() ? parent.folder : std::move(folder);
     CClassNode& added = tree_.insert(std::move(node), &parent);
-    changed(added);
+    note(Change::category, added.identity);
+    tell(StoreChange::What::category_added, added.identity);
     return added;
 }
 
 bool JobStore::remove_category(CClassNode& category) {
     if (category.parent == nullptr) return false;
-    for (const auto& job : category.jobs) index_.at(job->identity).category = category.parent;
     note(Change::category_removed, category.identity);
-    return tree_.remove(category);
+    tell(StoreChange::What::category_removed, category.identity);
+    std::vector<Guid> moved;
+    for (const auto& job : category.jobs) moved.push_back(job->identity);
+    for (const Guid& job : moved) index_.at(job).category = category.parent;
+    const bool removed = tree_.remove(category);
+    ++revision_;
+    for (const Guid& job : moved) tell(StoreChange::What::job_changed, job, StoreChange::category);
+    return removed;
 }
 
 bool JobStore::move_category(CClassNode& category, CClassNode& parent) {
@@ -232,6 +278,17 @@ CClassNode& JobStore::completed() {
 
 void JobStore::changed(CClassNode& category) {
     note(Change::category, category.identity);
+    tell(StoreChange::What::category_changed, category.identity);
+}
+
+void JobStore::touch() {
+    ++revision_;
+    untold_ = true;
+    tell(StoreChange::What::everything, {});
+}
+
+void JobStore::tell(StoreChange::What what, const Guid& identity, std::uint32_t fields) {
+    watchers_.tell({what, identity, fields, revision_});
 }
 
 }  // namespace vantlow

@@ -2,9 +2,12 @@
 // disk.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <memory>
+#include <optional>
 #include <set>
 #include <string>
 #include <unordered_map>
@@ -15,7 +18,9 @@
 #include "store/category.h"
 #include "store/data_folder_lock.h"
 #include "store/database_files.h"
+#include "store/database_snapshot.h"
 #include "store/settings.h"
+#include "store/store_changes.h"
 #include "store/store_writer.h"
 
 namespace vantlow {
@@ -37,12 +42,15 @@ class JobStore {
     /// reason in `error`, when the database is there but may not be read. With a database of a newer version
     /// the store is empty, has no root, and is never saved.
     static std::unique_ptr<JobStore> open(const Options& options, std::string& error);
+    /// A store that is on no disk, with the default categories: save() does nothing and succeeds.
+    static std::unique_ptr<JobStore> in_memory(const std::u16string& download_folder);
     JobStore(const JobStore&) = delete;
     JobStore& operator=(const JobStore&) = delete;
 
     /// What a person has to be told about the loading, and later about the folder, UTF-8 sentences.
     [[nodiscard]] const std::vector<std::string>& notes() const noexcept { return notes_; }
     [[nodiscard]] bool is_newer() const noexcept { return newer_; }
+    [[nodiscard]] bool is_in_memory() const noexcept { return options_.folder.empty(); }
 
     [[nodiscard]] CategoryTree& tree() noexcept { return tree_; }
     [[nodiscard]] std::size_t size() const noexcept { return index_.size(); }
@@ -56,15 +64,24 @@ class JobStore {
     /// Files a job in a category, last in the queue; gives it an identity where it has none of its own.
     CJobNode& add(std::unique_ptr<CJobNode> job, CClassNode& category);
     std::unique_ptr<CJobNode> remove(CJobNode& job);
+    /// To the end of another category; where it is there already it stays where it is.
     void move(CJobNode& job, CClassNode& category);
-    /// Puts a newer version of the same job in its place; where it is filed stays.
-    CJobNode& replace(CJobNode& job, std::unique_ptr<CJobNode> newer);
+    /// To a place in a category, its own or another one; behind its last job where there are fewer.
+    void place(CJobNode& job, CClassNode& category, std::size_t place);
+    /// The place of a job in its category.
+    [[nodiscard]] std::size_t place_of(const CJobNode& job) { return category_of(job).jobs.place_of(job); }
+    /// The job becomes what a newer version of it is; the record stays, and where it is filed.
+    void update(CJobNode& job, std::unique_ptr<CJobNode> newer);
     /// The same where only the positions are newer, which the state beside the partial file holds too: this
     /// is no change that commit() writes.
-    CJobNode& replace_positions(CJobNode& job, std::unique_ptr<CJobNode> newer);
+    void update_positions(CJobNode& job, std::unique_ptr<CJobNode> newer);
     void set_state(CJobNode& job, JobState state);
     /// The job becomes the last of those that wait.
     void queue_last(CJobNode& job);
+    /// Of two jobs that wait, each gets the other's place.
+    void swap_places(CJobNode& a, CJobNode& b);
+    /// The job becomes the first of those that wait.
+    void queue_first(CJobNode& job);
     /// The jobs that wait, by their order.
     [[nodiscard]] const std::set<std::pair<std::int32_t, CJobNode*>>& waiting() const noexcept {
         return waiting_;
@@ -80,15 +97,18 @@ class JobStore {
     /// "Completed" below the root; made where it is missing.
     CClassNode& completed();
 
-    /// Fields of the job were changed.
-    void changed(CJobNode& job) { note(Change::job, job.identity, job.category); }
+    /// Fields of the job were changed, those of StoreChange that are named.
+    void changed(CJobNode& job, std::uint32_t fields = StoreChange::all);
     /// The name or the folder of the category was changed.
     void changed(CClassNode& category);
     /// Something was changed that nothing else tells of: only save() makes it safe, and commit() saves.
-    void touch() noexcept {
-        ++revision_;
-        untold_ = true;
+    void touch();
+    /// Hears of all changes from now on, for as long as it is kept.
+    [[nodiscard]] StoreWatchers::Watch watch(StoreWatchers::Listener listener) {
+        return watchers_.add(std::move(listener));
     }
+    /// Of the last change.
+    [[nodiscard]] std::uint64_t revision() const noexcept { return revision_; }
     /// Something was changed that no save has written.
     [[nodiscard]] bool is_dirty() const noexcept { return revision_ != saved_revision_; }
 
@@ -109,8 +129,8 @@ class JobStore {
     [[nodiscard]] bool is_unsettled(const CJobNode& job) const { return unsettled_.contains(job.identity); }
     /// Begins to save in the background where there is anything to save; only while writing behind.
     void save_behind();
-    /// To be called after a wake: tells who waits, and goes on with what is to be written. True when there is
-    /// more to do at once.
+    /// To be called after a wake: tells who waits, and goes on with what is to be written, for some
+    /// milliseconds at most. True when it is to be called again as soon as others had their turn.
     bool work();
     /// The sentence of the last save in the background that failed, or whose copy or backup did; given once.
     [[nodiscard]] std::string take_failure() { return std::exchange(failure_, {}); }
@@ -133,6 +153,11 @@ class JobStore {
         Change what = Change::job;
         Guid identity;
         Guid category;  ///< where the job was filed then
+        std::size_t place = 0;
+    };
+    /// Orders identities by their digits, so that those that begin alike stand together.
+    struct DigitsLess {
+        bool operator()(const Guid& a, const Guid& b) const noexcept;
     };
     /// Who waits for a ticket.
     struct Waiting {
@@ -146,12 +171,16 @@ class JobStore {
     void renumber();
     void file(CJobNode& job, CClassNode& category);
     void take_over(CategoryTree other);
-    CJobNode& put_in_place(CJobNode& job, std::unique_ptr<CJobNode> newer);
-    void note(Change what, const Guid& identity, const Guid& category = {});
+    void put_in_place(CJobNode& job, std::unique_ptr<CJobNode> newer);
+    void tell(StoreChange::What what, const Guid& identity, std::uint32_t fields = 0);
+    void note(Change what, const Guid& identity, const Guid& category = {}, std::size_t place = 0);
     [[nodiscard]] JournalBatch batch_of_changes();
+    void forget_noted();
     [[nodiscard]] bool may_write(std::string& error);
     bool put_damaged_aside(std::string& error);
-    bool begin_save(const Settings& settings, std::string& error);
+    [[nodiscard]] bool is_saving() const noexcept { return snapshot_ || save_ticket_ != 0; }
+    bool begin_save(std::string& error);
+    void hand_to_writer(const Settings& settings);
     void save_for_those_who_wait();
     void take_answers();
     void end_save(const StoreWriter::Answer& answer);
@@ -162,7 +191,8 @@ class JobStore {
     bool newer_ = false;
     bool keep_damaged_ = false;  ///< the file on the disk is damaged and was not renamed yet
     std::vector<std::string> notes_;
-    std::unordered_map<Guid, Filed, GuidHash> index_;
+    std::map<Guid, Filed, DigitsLess> index_;
+    StoreWatchers watchers_;
     std::set<std::pair<std::int32_t, CJobNode*>> waiting_;
     std::set<Guid> interrupted_;
     std::int32_t last_order_ = 0;
@@ -174,11 +204,14 @@ class JobStore {
     std::unique_ptr<StoreWriter> writer_;
     std::vector<Noted> noted_;                       ///< since the last commit
     std::unordered_set<Guid, GuidHash> noted_jobs_;  ///< of `noted_` the jobs that changed
-    bool untold_ = false;                            ///< something else changed since the last save began
-    std::vector<Guid> added_;                        ///< since the last commit
+    bool untold_ = false;         ///< something changed since the last save began that is in no journal
+    bool saving_untold_ = false;  ///< the same of what is being saved
+    std::vector<Guid> added_;     ///< since the last commit
     std::unordered_set<Guid, GuidHash> unsettled_;
     std::vector<Waiting> in_flight_;
+    std::vector<Waiting> for_this_save_;  ///< whose image is being made
     std::vector<Waiting> for_next_save_;
+    std::optional<DatabaseSnapshot> snapshot_;
     StoreWriter::Ticket save_ticket_ = 0;  ///< of the save that is on its way; 0: none
     bool save_failed_ = false;
     bool copy_failed_ = false;

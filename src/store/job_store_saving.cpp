@@ -5,7 +5,6 @@
 
 #include "base/text.h"
 #include "platform/process.h"
-#include "store/field_writer.h"
 #include "store/job_store.h"
 
 namespace vantlow {
@@ -16,26 +15,8 @@ constexpr std::size_t most_changes = 5000;
 // A journal of this size is folded into the database, or one of a part of the database where that is larger.
 constexpr std::uint64_t long_journal = 4U << 20U;
 constexpr std::uint64_t part_of_database = 8;
-
-/// Gathers an image in its pieces.
-class ImageSink final : public ByteSink {
-  public:
-    explicit ImageSink(DatabaseImage& image) : image_(image) {}
-    void write(std::span<const std::byte> bytes) override {
-        constexpr std::size_t piece_size = 1U << 20U;
-        while (!bytes.empty()) {
-            if (image_.empty() || image_.back().size() == piece_size)
-                image_.emplace_back().reserve(piece_size);
-            std::vector<std::byte>& piece = image_.back();
-            const auto part = bytes.first(std::min(bytes.size(), piece_size - piece.size()));
-            piece.insert(piece.end(), part.begin(), part.end());
-            bytes = bytes.subspan(part.size());
-        }
-    }
-
-  private:
-    DatabaseImage& image_;
-};
+// How long a step of an image may keep the store's thread.
+constexpr std::chrono::milliseconds image_step{5};
 
 std::uint64_t size_of(const DatabaseImage& image) {
     std::uint64_t size = 0;
@@ -45,12 +26,12 @@ std::uint64_t size_of(const DatabaseImage& image) {
 
 }  // namespace
 
-void JobStore::note(Change what, const Guid& identity, const Guid& category) {
+void JobStore::note(Change what, const Guid& identity, const Guid& category, std::size_t place) {
     ++revision_;
     if (settings_ == nullptr) return;  // only a save will write it
     if (what == Change::job && !noted_jobs_.insert(identity).second) return;
     if (what == Change::job_removed) noted_jobs_.erase(identity);  // one that comes back is told anew
-    noted_.push_back({what, identity, category});
+    noted_.push_back({what, identity, category, place});
 }
 
 void JobStore::write_behind(const Settings& settings, std::function<void()> wake) {
@@ -59,6 +40,16 @@ void JobStore::write_behind(const Settings& settings, std::function<void()> wake
 }
 
 void JobStore::stop_writing_behind() {
+    save_for_those_who_wait();
+    while (is_saving()) {
+        if (snapshot_) {
+            snapshot_->go_on(std::chrono::steady_clock::time_point::max());
+            hand_to_writer(*settings_);
+        }
+        writer_->wait();
+        take_answers();
+        save_for_those_who_wait();
+    }
     writer_->finish();
     take_answers();
     settings_ = nullptr;
@@ -76,7 +67,7 @@ JournalBatch JobStore::batch_of_changes() {
                 batch.job_removed(noted.identity);
                 break;
             case Change::job_placed:
-                batch.job_placed(noted.identity, noted.category, std::numeric_limits<std::size_t>::max());
+                batch.job_placed(noted.identity, noted.category, noted.place);
                 break;
             case Change::category:
                 if (const CClassNode* node = tree_.find(noted.identity)) batch.category(*node);
@@ -86,9 +77,13 @@ JournalBatch JobStore::batch_of_changes() {
                 break;
         }
     }
+    forget_noted();
+    return batch;
+}
+
+void JobStore::forget_noted() {
     noted_.clear();
     noted_jobs_.clear();
-    return batch;
 }
 
 void JobStore::commit(Settled settled, OnFailure rule) {
@@ -101,6 +96,8 @@ void JobStore::commit(Settled settled, OnFailure rule) {
         // What was changed before may still be on its way.
         if (!for_next_save_.empty()) {
             for_next_save_.push_back(std::move(waiting));
+        } else if (!for_this_save_.empty()) {
+            for_this_save_.push_back(std::move(waiting));
         } else if (!in_flight_.empty()) {
             waiting.ticket = in_flight_.back().ticket;
             in_flight_.push_back(std::move(waiting));
@@ -111,15 +108,14 @@ void JobStore::commit(Settled settled, OnFailure rule) {
     }
     std::string error;
     if (!may_write(error)) {
-        noted_.clear();
-        noted_jobs_.clear();
+        forget_noted();
         untold_ = true;
         settle(waiting, error);
         return;
     }
-    if (untold_ || !writer_->can_append() || noted_.size() > most_changes) {
-        noted_.clear();
-        noted_jobs_.clear();
+    // A change must not stand in a journal without those that it was made upon.
+    if (untold_ || saving_untold_ || !writer_->can_append() || noted_.size() > most_changes) {
+        forget_noted();
         untold_ = true;
         for_next_save_.push_back(std::move(waiting));
         save_for_those_who_wait();
@@ -140,23 +136,17 @@ void JobStore::settle(Waiting& waiting, const std::string& error) {
 
 void JobStore::save_behind() {
     std::string error;
-    if (save_ticket_ != 0 || (!is_dirty() && writer_->journal_size() == 0)) return;
-    if (!may_write(error) || !begin_save(*settings_, error)) failure_ = error;
+    if (is_saving() || (!is_dirty() && writer_->journal_size() == 0)) return;
+    if (!may_write(error) || !begin_save(error)) failure_ = error;
 }
 
 // One save at a time: what is being saved may not hold yet what they wait for.
 void JobStore::save_for_those_who_wait() {
-    if (save_ticket_ != 0 || for_next_save_.empty()) return;
-    std::vector<Waiting> waiting = std::exchange(for_next_save_, {});
+    if (is_saving() || for_next_save_.empty()) return;
+    for_this_save_ = std::exchange(for_next_save_, {});
     std::string error;
-    if (!begin_save(*settings_, error)) {
-        for (Waiting& one : waiting) settle(one, error);
-        return;
-    }
-    for (Waiting& one : waiting) {
-        one.ticket = save_ticket_;
-        in_flight_.push_back(std::move(one));
-    }
+    if (begin_save(error)) return;
+    for (Waiting& one : std::exchange(for_this_save_, {})) settle(one, error);
 }
 
 bool JobStore::work() {
@@ -165,6 +155,9 @@ bool JobStore::work() {
     save_for_those_who_wait();
     const std::uint64_t longest = std::max(long_journal, image_size_ / part_of_database);
     if (!save_failed_ && writer_->journal_size() > longest) save_behind();
+    if (!snapshot_) return false;
+    if (!snapshot_->go_on(std::chrono::steady_clock::now() + image_step)) return true;
+    hand_to_writer(*settings_);
     return false;
 }
 
@@ -188,23 +181,39 @@ void JobStore::take_answers() {
     }
 }
 
-bool JobStore::begin_save(const Settings& settings, std::string& error) {
+bool JobStore::begin_save(std::string& error) {
     if (!put_damaged_aside(error)) return false;
     saving_revision_ = revision_;
-    untold_ = false;
+    saving_untold_ = std::exchange(untold_, false);
+    if (!noted_.empty() && !saving_untold_ && writer_->can_append()) {
+        in_flight_.push_back({writer_->append(batch_of_changes().payload()), {}, {}});
+    } else if (!noted_.empty()) {
+        forget_noted();
+        saving_untold_ = true;
+    }
     writer_->begin_image();
+    snapshot_.emplace(tree_);
+    return true;
+}
+
+void JobStore::hand_to_writer(const Settings& settings) {
     StoreWriter::Save save;
-    ImageSink sink(save.image);
-    save_database(tree_, sink);
+    save.image = snapshot_->take_image();
+    snapshot_.reset();
     image_size_ = size_of(save.image);
     const std::u16string folder = settings.text(setting::backup_to);
     if (!folder.empty()) save.backup = backup_path(folder, short_date_today());
     save_ticket_ = writer_->save(std::move(save));
-    return true;
+    for (Waiting& one : for_this_save_) {
+        one.ticket = save_ticket_;
+        in_flight_.push_back(std::move(one));
+    }
+    for_this_save_.clear();
 }
 
 void JobStore::end_save(const StoreWriter::Answer& answer) {
     save_ticket_ = 0;
+    saving_untold_ = false;
     save_failed_ = !answer.error.ok();
     copy_failed_ = !answer.copy.ok();
     const std::string where = to_utf8(options_.folder);
@@ -222,10 +231,18 @@ void JobStore::end_save(const StoreWriter::Answer& answer) {
 }
 
 bool JobStore::save(const Settings& settings, std::string& error) {
+    if (is_in_memory()) return true;
     writer_->wait();
     take_answers();
-    if (!may_write(error) || !begin_save(settings, error)) return false;
-    std::vector<Waiting> waiting = std::exchange(for_next_save_, {});
+    snapshot_.reset();  // one that is begun anew holds more
+    std::vector<Waiting> waiting = std::exchange(for_this_save_, {});
+    for (Waiting& one : std::exchange(for_next_save_, {})) waiting.push_back(std::move(one));
+    if (!may_write(error) || !begin_save(error)) {
+        for (Waiting& one : waiting) settle(one, error);
+        return false;
+    }
+    snapshot_->go_on(std::chrono::steady_clock::time_point::max());
+    hand_to_writer(settings);
     writer_->wait();
     failure_.clear();
     take_answers();
@@ -304,7 +321,8 @@ void JobStore::take_over(CategoryTree other) {
                                                    : &add_category(theirs->name, theirs->folder, *parent);
         }
         own[theirs] = mine;
-        for (auto& job : theirs->jobs) {
+        while (!theirs->jobs.empty()) {
+            auto job = theirs->jobs.take(*theirs->jobs.front());
             if (find(job->identity) != nullptr) continue;
             if (job->state == JobState::running) job->state = JobState::waiting;
             const Guid identity = add(std::move(job), *mine).identity;

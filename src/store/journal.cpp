@@ -126,24 +126,20 @@ class Replay {
         }
         const auto at = jobs_.find(job->identity);
         if (at != jobs_.end()) {
-            job->category = at->second.category->identity;
-            auto& jobs = at->second.category->jobs;
-            const auto old = std::find_if(jobs.begin(), jobs.end(),
-                                          [&](const auto& entry) { return entry.get() == at->second.job; });
-            *old = std::move(job);
-            at->second.job = old->get();
+            at->second.job->order = job->order;
+            at->second.job->take_from(*job);
             return;
         }
         CClassNode& category = category_of(job->category);
         job->category = category.identity;
-        CJobNode& filed = *category.jobs.emplace_back(std::move(job));
+        CJobNode& filed = category.jobs.push_back(std::move(job));
         jobs_[filed.identity] = {&filed, &category};
     }
 
     void remove_job(const Guid& identity) {
         const auto at = jobs_.find(identity);
         if (at == jobs_.end()) return;
-        CategoryTree::take(*at->second.category, *at->second.job);
+        at->second.category->jobs.take(*at->second.job);
         jobs_.erase(at);
     }
 
@@ -153,11 +149,10 @@ class Replay {
         const std::size_t place = in.u32();
         if (!in.ok() || at == jobs_.end()) return;
         CClassNode& category = category_of(identity);
-        auto job = CategoryTree::take(*at->second.category, *at->second.job);
+        auto job = at->second.category->jobs.take(*at->second.job);
         job->category = category.identity;
         at->second.category = &category;
-        auto& jobs = category.jobs;
-        jobs.insert(jobs.begin() + static_cast<std::ptrdiff_t>(std::min(place, jobs.size())), std::move(job));
+        category.jobs.insert(place, std::move(job));
     }
 
     void take_category(FieldReader& in) {

@@ -13,7 +13,7 @@ struct NumberSetting {
     std::int64_t standard;
     std::int64_t smallest;     ///< smaller values become this one
     std::int64_t largest;      ///< larger values become this one
-    std::string_view meaning;  ///< for people: half a sentence, with the unit
+    std::string_view meaning;  ///< for people: half a sentence, with the unit; empty: not to be told
 };
 
 /// A text among the settings.
@@ -21,7 +21,7 @@ struct TextSetting {
     std::u16string_view section;
     std::u16string_view key;
     std::u16string_view standard;
-    std::string_view meaning;  ///< for people: half a sentence
+    std::string_view meaning;  ///< for people: half a sentence; empty: not to be told
 };
 
 /// What `vantlow settings describe` and docs/settings.md tell is made from these; a folder that has settings
@@ -30,113 +30,139 @@ struct TextSetting {
 namespace setting {
 
 // Jobs and their files.
-inline constexpr NumberSetting max_jobs{u"Performance", u"MaxJobs", 3, 1, 1000, "jobs at once"};
-inline constexpr NumberSetting resume{u"Download", u"Resume", 1,
-                                      0,           1,         "1: what an earlier run left is continued"};
-inline constexpr NumberSetting overwrite_rule{u"Download",
-                                              u"FileOverwriteRule",
-                                              0,
-                                              -2147483648LL,
-                                              2147483647LL,
-                                              "where the file is there already: 0 another name, 2 it is "
-                                              "replaced once the new one is whole, else the job ends"};
+inline constexpr NumberSetting max_jobs{u"Performance", u"MaxJobs", 3, 1, 1000, "jobs that run at once"};
+inline constexpr NumberSetting resume{
+    u"Download", u"Resume", 1, 0, 1, "1: what an earlier run left is continued; 0: every job begins anew"};
+inline constexpr NumberSetting overwrite_rule{
+    u"Download",
+    u"FileOverwriteRule",
+    0,
+    -2147483648LL,
+    2147483647LL,
+    "what happens where the file exists: 0 the new one gets another "
+    "name; 2 the old one is replaced, once the new one is "
+    "complete; any other number: the job ends"};
 inline constexpr NumberSetting allocate_space{
-    u"Download", u"AllocFileSpace", 0, 0, 1, "1: the file's space is taken before its first byte is written"};
+    u"Download", u"AllocFileSpace",
+    0,           0,
+    1,           "1: the disk space of the whole file is reserved before its first byte is written"};
 inline constexpr NumberSetting move_completed{
-    u"Download", u"MoveCompleted", 1, 0, 1, "1: finished jobs are filed under \"Completed\""};
+    u"Download", u"MoveCompleted", 1, 0, 1, "1: finished jobs move to the category \"Completed\""};
 inline constexpr NumberSetting mark_zone{
-    u"Download", u"MarkZone", 1, 0, 1, "1: fetched files are marked as coming from the internet (Windows)"};
+    u"Download", u"MarkZone", 1,
+    0,           1,           "1: downloaded files are marked as coming from the internet (Windows)"};
 inline constexpr NumberSetting start_all{
-    u"Others", u"Start All", 0, 0, 1, "1: the resident program starts every job that is not finished"};
+    u"Others", u"Start All",
+    0,         0,
+    1,         "1: the resident program starts every unfinished job when it starts itself"};
 inline constexpr NumberSetting save_interval{
     u"Performance", u"SaveDatabaseInterval", 120, 10, 900, "seconds between two saves of the job database"};
-inline constexpr TextSetting backup_to{u"Others", u"BackupTo", u"",
-                                       "a folder for one backup of the job database a day; empty: none"};
+inline constexpr TextSetting backup_to{
+    u"Others", u"BackupTo", u"", "the folder for a daily backup of the job database; empty: no backups"};
 inline constexpr TextSetting data_folder{u"Settings", u"DataFolder", u"",
-                                         "the data folder; empty: where the program chooses"};
-inline constexpr TextSetting language{u"Settings", u"Language", u"",
-                                      "the name of the language file, without \".lng\""};
+                                         "the folder that holds the data folder; empty: the program chooses"};
+// The name of a language file, without ".lng". Nobody is told of it until something is shown in its language.
+inline constexpr TextSetting language{u"Settings", u"Language", u"", ""};
 
 // Segments and connections.
 inline constexpr NumberSetting split_size{
-    u"Settings", u"Split Size", 262144,
-    1024,        67108864,      "bytes: nothing smaller is cut in two for another connection"};
+    u"Settings", u"Split Size",
+    262144,      1024,
+    67108864,    "bytes; a part of a file that is smaller is not split for another connection"};
 inline constexpr NumberSetting only_own_part{
-    u"Connection", u"OnlyOwnPart", 0, 0, 1, "1: a connection ends with its part and takes over no other's"};
-inline constexpr NumberSetting suspend_interval{
-    u"Performance", u"SuspendInterval", 1, 0, 2000, "milliseconds that a connection rests between two parts"};
-inline constexpr NumberSetting max_per_server{u"Connection",
-                                              u"MaxPerServer",
-                                              16,
-                                              0,
-                                              1000000,
-                                              "connections to one server, of all jobs together; 0: no limit"};
+    u"Connection",
+    u"OnlyOwnPart",
+    0,
+    0,
+    1,
+    "1: a connection that has finished its part ends, and does not take over a part of another's"};
+inline constexpr NumberSetting suspend_interval{u"Performance",
+                                                u"SuspendInterval",
+                                                1,
+                                                0,
+                                                2000,
+                                                "milliseconds that a connection pauses between two parts"};
+inline constexpr NumberSetting max_per_server{
+    u"Connection",
+    u"MaxPerServer",
+    16,
+    0,
+    1000000,
+    "connections to one server, for all jobs together; 0: no limit"};
 inline constexpr NumberSetting connect_interval{
-    u"Connection", u"ConnectInterval", 0, 0, 60000, "milliseconds between two connects to one server"};
+    u"Connection",
+    u"ConnectInterval",
+    0,
+    0,
+    60000,
+    "milliseconds between two new connections to the same server"};
 inline constexpr NumberSetting connect_timeout{
-    u"Connection", u"ConnTimeout", 60, 10, 3000, "seconds that a connect may take"};
+    u"Connection", u"ConnTimeout", 60, 10, 3000, "seconds that it may take to connect"};
 inline constexpr NumberSetting always_retry{
-    u"Connection", u"Always", 1, 0, 1, "1: failures of the network are retried without a limit"};
+    u"Connection", u"Always", 1, 0, 1, "1: network failures are retried without limit"};
 inline constexpr NumberSetting retries{
-    u"Connection", u"Retries", 100, 0, 100000, "retries, where Always is 0"};
-inline constexpr NumberSetting limit{u"Connection", u"Limit", 0, 0, 1, "1: \"Speed Limit\" holds"};
+    u"Connection", u"Retries", 100, 0, 100000, "retries after network failures, when \"Always\" is 0"};
+inline constexpr NumberSetting limit{u"Connection", u"Limit", 0, 0, 1, "1: \"Speed Limit\" applies"};
 inline constexpr NumberSetting speed_limit{
-    u"Connection", u"Speed Limit", 131072, 1, 1LL << 50, "bytes a second, for all connections together"};
+    u"Connection", u"Speed Limit", 131072, 1, 1LL << 50, "bytes per second, for all connections together"};
 inline constexpr NumberSetting connection_buffer{
-    u"Performance", u"ConnBufSize", 64, 16, 4096, "KiB that the system keeps of a connection's bytes"};
+    u"Performance", u"ConnBufSize", 64, 16, 4096, "KiB of a connection's data that the system buffers"};
 inline constexpr NumberSetting data_buffer{
-    u"Performance", u"DataBufSize", 512, 16, 4096, "KiB that a connection gathers before it writes"};
+    u"Performance", u"DataBufSize", 512, 16, 4096, "KiB that a connection collects before it writes them"};
 inline constexpr NumberSetting disk_buffer{
-    u"Performance", u"DiskBufSize", 256, 256, 16384, "KiB that are written to the disk at once"};
+    u"Performance", u"DiskBufSize", 256, 256, 16384, "KiB that are written to the disk at a time"};
 inline constexpr NumberSetting ssh_buffer{
-    u"Performance", u"SSH_RecvBufSize", 256, 32, 4096, "KiB that an SFTP connection asks for ahead"};
+    u"Performance", u"SSH_RecvBufSize", 256, 32, 4096, "KiB that an SFTP connection requests ahead"};
 
 // Trust, proxies, logins.
 inline constexpr NumberSetting verify_peer{
-    u"Connection", u"VerifyPeer", 1, 0, 1, "1: certificates are checked; 0: anybody is believed"};
+    u"Connection", u"VerifyPeer", 1, 0, 1, "1: certificates are checked; 0: any certificate is accepted"};
 inline constexpr TextSetting ca_file{u"Connection", u"CAFile", u"",
-                                     "a PEM file of the roots that are trusted in place of the system's"};
-inline constexpr TextSetting proxy{
-    u"Connection", u"Proxy", u"",
-    "a proxy's address, its number in the proxy list or \"none\"; empty: as the environment says"};
+                                     "a PEM file with the certificates to trust instead of the system's"};
+inline constexpr TextSetting proxy{u"Connection", u"Proxy", u"",
+                                   "a proxy's address, its number in the proxy list, or \"none\"; empty: the "
+                                   "proxy that the environment names"};
 inline constexpr NumberSetting proxy_resolves{
-    u"Connection", u"ProxyResolve", 1, 0, 1, "1: names are resolved by SOCKS proxies; 0: here"};
+    u"Connection", u"ProxyResolve", 1, 0, 1, "1: SOCKS proxies resolve host names; 0: this machine does"};
 inline constexpr NumberSetting get_cookie{
     u"Download", u"GetCookie", 0, 0, 1, "1: the system's cookies are sent (Windows)"};
 inline constexpr TextSetting cookie_file{u"Download", u"CookieFile", u"",
-                                         "a cookies.txt whose cookies are sent"};
+                                         "a cookies.txt file whose cookies are sent"};
 
 // FTP.
 inline constexpr NumberSetting enable_feat{
     u"Transfer",   u"EnableFEAT", 1,
-    -2147483648LL, 2147483647LL,  "0: servers are not asked for their features"};
+    -2147483648LL, 2147483647LL,  "0: servers are not asked which features they have"};
 inline constexpr NumberSetting ftp_passive{
-    u"Transfer", u"Passive", 1, 0, 1, "1: passive mode; 0: the server connects to this machine"};
+    u"Transfer", u"Passive", 1,
+    0,           1,          "1: passive mode; 0: active mode, in which the server connects to this machine"};
 inline constexpr NumberSetting nat_in_port{
     u"Transfer", u"UseNATinPORT 2",
     1,           0,
-    1,           "1: active mode names NATAddress, where it is set; 0: the local address"};
+    1,           "1: active mode announces \"NATAddress\" where it is set; 0: the local address"};
 inline constexpr TextSetting nat_address{u"Transfer", u"NATAddress", u"",
-                                         "the IPv4 address under which the world sees this machine"};
+                                         "the IPv4 address of this machine as seen from the internet"};
 inline constexpr TextSetting binary_types{
     u"Transfer", u"BinaryTypes",
     u".EXE;.RAR;.ZIP;.7Z;.TAR;.GZ;.BZ;.BZ2;.ISO;.Z;.TGZ;.wav;.flv;.f4v;.mp3;.mpg;.mpeg;.mp4;.3gp;.ogg;.mov;"
     u".amr;.ra;.rm;.rmvb;.avi;.wma;.wmv;.asf",
     "extensions of files that are never transferred as text"};
 inline constexpr NumberSetting trace_list{
-    u"Logs", u"TraceLIST", 1, 0, 1, "1: listings of FTP servers stand in the log"};
+    u"Logs", u"TraceLIST", 1, 0, 1, "1: the log contains the listings of FTP servers"};
 
 // Dial-up connections (Windows).
 inline constexpr TextSetting dial_up_entry{
     u"Dial Up", u"Entry", u"", "the connection that is dialled before the first transfer; empty: none"};
-inline constexpr TextSetting dial_up_user{u"Dial Up", u"Username", u"", "its user"};
-inline constexpr TextSetting dial_up_password{u"Dial Up", u"Password", u"", "its password"};
+inline constexpr TextSetting dial_up_user{u"Dial Up", u"Username", u"", "the user name for it"};
+inline constexpr TextSetting dial_up_password{u"Dial Up", u"Password", u"", "the password for it"};
 
 // What the desktop opens with this program.
 inline constexpr NumberSetting monitor_torrent{
-    u"Monitor", u".torrent", 0, 0, 1, "1: .torrent files of this user's desktop open with this program"};
-inline constexpr NumberSetting monitor_ed2k{u"Monitor", u"ed2k", 0, 0, 1, "1: so do ed2k: links"};
-inline constexpr NumberSetting monitor_magnet{u"Monitor", u"magnet", 0, 0, 1, "1: so do magnet: links"};
+    u"Monitor", u".torrent", 0, 0, 1, "1: the desktop opens .torrent files with this program, for this user"};
+inline constexpr NumberSetting monitor_ed2k{
+    u"Monitor", u"ed2k", 0, 0, 1, "1: the desktop opens ed2k: links with this program, for this user"};
+inline constexpr NumberSetting monitor_magnet{
+    u"Monitor", u"magnet", 0, 0, 1, "1: the desktop opens magnet: links with this program, for this user"};
 
 }  // namespace setting
 }  // namespace vantlow

@@ -6,9 +6,8 @@
 #include "base/text.h"
 
 namespace vantlow {
-namespace {
 
-std::optional<std::int64_t> read_number(std::u16string_view text) {
+std::optional<std::int64_t> read_setting_number(std::u16string_view text) {
     const std::string narrow = to_utf8(text);
     std::string_view digits = trim(narrow);
     const bool negative = !digits.empty() && digits[0] == '-';
@@ -19,8 +18,6 @@ std::optional<std::int64_t> read_number(std::u16string_view text) {
     const std::int64_t value = parse_decimal(digits).value_or(largest);
     return negative ? -value : value;
 }
-
-}  // namespace
 
 Settings::Settings() = default;
 Settings::Settings(std::unique_ptr<SettingsBackend> backend) : backend_(std::move(backend)) {}
@@ -44,7 +41,7 @@ std::u16string Settings::text(std::u16string_view section, std::u16string_view k
 std::int64_t Settings::number(std::u16string_view section, std::u16string_view key,
                               std::int64_t standard) const {
     const auto value = find(section, key);
-    return value ? read_number(*value).value_or(standard) : standard;
+    return value ? read_setting_number(*value).value_or(standard) : standard;
 }
 
 std::int64_t Settings::number(const NumberSetting& setting) const {
@@ -71,6 +68,12 @@ void Settings::override_value(std::u16string_view section, std::u16string_view k
     const std::lock_guard guard(mutex_);
     overrides_[std::u16string(section)][std::u16string(key)] = value;
     version_.fetch_add(1, std::memory_order_acq_rel);
+}
+
+bool Settings::is_overridden(const NumberSetting& setting) const {
+    const std::lock_guard guard(mutex_);
+    const auto own = overrides_.find(setting.section);
+    return own != overrides_.end() && own->second.contains(setting.key);
 }
 
 void Settings::refresh() {

@@ -14,6 +14,10 @@
 
 namespace vantlow {
 
+/// A number as settings hold it: decimal, with "-" in front of one below 0. None for any other text; a number
+/// too large for 64 bits is the largest one of its sign.
+std::optional<std::int64_t> read_setting_number(std::u16string_view text);
+
 /// The store with the run's own values laid over it. Any thread may call.
 class Settings {
   public:
@@ -26,8 +30,7 @@ class Settings {
     [[nodiscard]] std::u16string text(const TextSetting& setting) const {
         return text(setting.section, setting.key, setting.standard);
     }
-    /// A number in decimal ("-5", "0x" is not known); the default when there is none or it cannot be read. A
-    /// number too large for 64 bits is the largest one of its sign.
+    /// The number (read_setting_number); the default when there is none or it cannot be read.
     [[nodiscard]] std::int64_t number(std::u16string_view section, std::u16string_view key,
                                       std::int64_t standard) const;
     /// The number within its bounds.
@@ -39,6 +42,9 @@ class Settings {
 
     /// A value for this run only: it hides the stored one and is never written. Changes take effect at once.
     void override_value(std::u16string_view section, std::u16string_view key, std::u16string_view value);
+
+    /// Whether this run has a value of its own.
+    [[nodiscard]] bool is_overridden(const NumberSetting& setting) const;
 
     /// Looks whether the store was changed by somebody else.
     void refresh();

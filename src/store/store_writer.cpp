@@ -321,8 +321,8 @@ FileError StoreWriter::announce(const ImageDigest& digest) {
 void StoreWriter::trim_journal() {
     making_image_ = false;
     broken_ = {};
+    journal_.close();  // Windows replaces no file that is open
     if (since_.empty()) {
-        journal_.close();
         static_cast<void>(remove_file(journal_path()));
         end_ = 0;
     } else if (const FileError error = begin_journal(std::move(since_)); !error.ok()) {

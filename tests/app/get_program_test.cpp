@@ -2,93 +2,22 @@
 // folder.
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <chrono>
 #include <nlohmann/json.hpp>
+
+#include <chrono>
 #include <string>
 #include <vector>
 
 #include "base/codes.h"
 #include "base/text.h"
+#include "get_fixture.h"
 #include "platform/file.h"
 #include "platform/socket.h"
 #include "support/content.h"
 #include "support/file_server.h"
-#include "support/process_run.h"
-#include "support/temp_folder.h"
 
 namespace vantlow::test {
 namespace {
-
-using Words = std::vector<std::u16string>;
-using std::chrono::milliseconds;
-
-const std::string content = make_content(3, 2'000'000);
-
-// The lines of a text, without their ends, the last one complete.
-std::vector<std::string> lines_of(const std::string& text) {
-    std::vector<std::string> lines;
-    for (std::string_view line : split(text, '\n')) {
-        if (!line.empty() && line.back() == '\r') line.remove_suffix(1);
-        lines.emplace_back(line);
-    }
-    if (!lines.empty() && lines.back().empty()) lines.pop_back();
-    return lines;
-}
-
-class GetProgram : public testing::Test {
-  protected:
-    GetProgram() { start_sockets(); }
-
-    [[nodiscard]] Words words(const Words& more) const {
-        Words all = {u"get", u"--settings", own.path(u"settings.ini")};
-        if (std::find(more.begin(), more.end(), u"-d") == more.end())
-            all.insert(all.end(), {u"-d", folder.path()});
-        all.insert(all.end(), more.begin(), more.end());
-        return all;
-    }
-    [[nodiscard]] RunResult get(const Words& more, RunOptions options = {}) const {
-        return run_vantlow(words(more), options);
-    }
-    [[nodiscard]] std::unique_ptr<RunningProgram> begin(const Words& more) const {
-        return std::make_unique<RunningProgram>(vantlow_program(), words(more));
-    }
-    // Waits until the program has told that this much is there.
-    static bool reached(const RunningProgram& program, std::int64_t bytes) {
-        const auto end = Clock::now() + std::chrono::seconds(20);
-        while (Clock::now() < end) {
-            const std::string told = program.out();
-            for (const std::string_view line : split(told, '\n')) {
-                const auto event = nlohmann::json::parse(line, nullptr, false);
-                if (event.is_object() && event.value("event", "") == "progress" &&
-                    event.value("done", 0LL) >= bytes)
-                    return true;
-            }
-            std::this_thread::sleep_for(milliseconds(20));
-        }
-        return false;
-    }
-
-    // Waits until the state of file.bin is another than now.
-    [[nodiscard]] bool state_was_saved() const {
-        const auto state = [this] {
-            std::vector<std::byte> bytes;
-            (void)read_file(folder.path(u"file.bin.vantlow-job"), 100'000, bytes);  // none yet: empty
-            return bytes;
-        };
-        const auto before = state();
-        const auto end = Clock::now() + std::chrono::seconds(20);
-        while (Clock::now() < end) {
-            std::this_thread::sleep_for(milliseconds(50));
-            const auto now = state();
-            if (!now.empty() && now != before) return true;
-        }
-        return false;
-    }
-
-    TempFolder folder;
-    TempFolder own;
-};
 
 TEST_F(GetProgram, PrintsWhereTheFileIsAndLeavesNothingElse) {
     FileServer server(FileResource{.content = content});
@@ -330,6 +259,18 @@ TEST_F(GetProgram, KeepsCredentialsFromTheServersThatAMetafileNames) {
     EXPECT_EQ(get({u"--user", u"jo", u"--password", u"secret", server.url16("/list.asx")}, at_home).status,
               0);
     EXPECT_EQ(other.server().requests().back().head.field("Authorization"), "Basic " + to_base64("ann:pw"));
+}
+
+TEST_F(GetProgram, AProxyVariableThatCannotBeUsedStopsOnlyWhatGoesThroughIt) {
+    FileServer server(FileResource{.content = "abc"});
+    const RunOptions broken{.environment = {{"ftp_proxy", u"gopher://proxy:70"}}};
+    const RunResult web = get({server.url16("/a.bin")}, broken);
+    EXPECT_EQ(web.status, 0) << web.err;
+    const RunResult ftp =
+        get({u"ftp://127.0.0.1:" + to_utf16(std::to_string(server.server().port())) + u"/a"}, broken);
+    EXPECT_EQ(ftp.status, 4) << ftp.err;
+    EXPECT_NE(ftp.err.find("ftp_proxy in the environment"), std::string::npos) << ftp.err;
+    EXPECT_EQ(server.server().request_count(), 1U);
 }
 
 TEST_F(GetProgram, ExplainsItself) {

@@ -1,6 +1,7 @@
 // The resident program, and what other starts of it hand over.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
 #include <filesystem>
 #include <functional>
@@ -11,6 +12,7 @@
 #include "platform/folder.h"
 #include "store_run.h"
 #include "support/file_server.h"
+#include "support/scripted_server.h"
 
 namespace vantlow::test {
 namespace {
@@ -73,6 +75,34 @@ TEST_F(Instance, gets_the_words_of_other_starts_exactly) {
     EXPECT_EQ(run({u"quit"}).status, 1) << "there is none any more";
 }
 
+TEST_F(Instance, tells_what_its_jobs_wait_for) {
+    FileServer server;
+    for (const char* path : {"/a", "/b"}) {
+        server.set(path, FileResource{.content = make_content(1, 500'000), .hold_after = 1000});
+    }
+    server.set("/busy", FileResource{.status = 503, .reason = "Later"});
+    begin({u"--set", u"Connection/MaxPerServer=1"});
+    const std::string first = add_from(server, "/a");
+    ASSERT_TRUE(comes_to(first, "running"));
+    ASSERT_TRUE(eventually([&] { return list()[0]["done"] > 0; }));
+    const std::string second = add_from(server, "/b");
+    // It is started, but its server is the first one's.
+    EXPECT_TRUE(
+        eventually([&] { return ok({u"list"}).find("waits for a connection") != std::string::npos; }));
+    EXPECT_EQ(state_of(second), "waiting");
+    server.release();
+    EXPECT_TRUE(comes_to(second, "finished"));
+    const std::string busy = add_from(server, "/busy");
+    const auto waits = [&] {
+        const json job = json::parse(ok({u"show", u"--json", to_utf16(busy)}));
+        return job.value("waitingFor", "").find("503 Later") != std::string::npos && job["attempts"] >= 1 &&
+               job.contains("nextTry");
+    };
+    EXPECT_TRUE(eventually(waits));
+    EXPECT_NE(ok({u"list"}).find("503 Later"), std::string::npos);
+    quit();
+}
+
 TEST_F(Instance, takes_the_links_of_a_second_start) {
     FileServer server;
     server.set("/a.bin", {"the content"});
@@ -92,6 +122,42 @@ TEST_F(Instance, takes_the_links_of_a_second_start) {
     EXPECT_TRUE(eventually([&] {
         return list({u"--category", u"Completed"}).size() == 2;
     })) << "a document that leads nowhere is a file";
+    quit();
+}
+
+TEST_F(Instance, asks_what_it_cannot_decide_and_goes_on_with_the_answer) {
+    ScriptedServer server([](Exchange& exchange) {
+        const auto login = exchange.request().field("Authorization");
+        if (exchange.request().target == "/locked" && login != "Basic YW5uOnNlY3JldA==") {
+            exchange.answer(401, "Unauthorized", {}, {{"WWW-Authenticate", "Basic realm=\"x\""}});
+        } else {
+            exchange.answer(200, "OK", "content");
+        }
+    });
+    begin();
+    const std::u16string out = folder.path(u"out");
+    ASSERT_TRUE(make_folders(out).ok());
+    folder.write(u"out/there", "mine");
+    const std::string there = add({u"--overwrite", u"cancel", u"-d", out, to_utf16(server.url("/there"))});
+    EXPECT_TRUE(comes_to(there, "failed"));
+    const auto questions = [&] { return json::parse(ok({u"questions", u"--json"})); };
+    EXPECT_TRUE(eventually([&] { return questions().size() == 1; }));
+    EXPECT_EQ(questions()[0]["kind"], "overwrite");
+    EXPECT_EQ(questions()[0]["job"], there);
+    const auto id = [&] { return to_utf16(questions()[0]["id"].dump()); };
+    EXPECT_EQ(run({u"answer", id(), u"perhaps"}).status, 1);
+    ok({u"answer", id(), u"rename"});
+    EXPECT_TRUE(comes_to(there, "finished"));
+    EXPECT_EQ(folder.read(u"out/there"), "mine");
+
+    const std::string locked = add({u"-d", out, to_utf16(server.url("/locked"))});
+    EXPECT_TRUE(comes_to(locked, "failed"));
+    EXPECT_TRUE(eventually([&] { return questions().size() == 1; }));
+    EXPECT_EQ(questions()[0]["kind"], "credentials");
+    ok({u"answer", id(), u"ann:secret"});
+    EXPECT_TRUE(comes_to(locked, "finished"));
+    EXPECT_EQ(folder.read(u"out/locked"), "content");
+    EXPECT_TRUE(questions().empty());
     quit();
 }
 
@@ -214,8 +280,9 @@ TEST_F(Instance, files_nothing_that_cannot_be_saved) {
 }
 
 TEST_F(Instance, takes_its_folder_again_when_that_was_removed) {
+    if (path_separator() == u'\\') GTEST_SKIP() << "Windows removes no folder in which a file is open";
     begin();
-    const std::string first = add({u"--paused", u"http://h/first"});
+    add({u"--paused", u"http://h/first"});
     std::filesystem::remove_all(std::filesystem::path(folder.utf8_path("data")));
     EXPECT_TRUE(eventually([&] { return !data_file(u"data/.lock").empty(); })) << "it is reached again";
     add({u"--paused", u"http://h/second"});
@@ -241,6 +308,27 @@ TEST_F(Instance, a_start_in_the_foreground_answers_other_terminals) {
     const RunResult result = program->wait();
     EXPECT_EQ(result.status, 0) << result.err;
     EXPECT_EQ(state_of(other), "finished");
+}
+
+TEST_F(Instance, serves_in_the_background_until_it_is_told_to_quit) {
+    const RunResult started = run({u"serve", u"--background"});
+    EXPECT_EQ(started.status, 0) << started.err;
+    EXPECT_NE(started.err.find("Vantlow is running"), std::string::npos) << started.err;
+    EXPECT_EQ(std::count(started.err.begin(), started.err.end(), '\n'), 1) << started.err;
+    EXPECT_EQ(run({u"serve", u"--background"}).err, started.err) << "the one that runs already";
+    add({u"--paused", u"http://h/a"});
+    ok({u"quit"});
+    EXPECT_EQ(run({u"quit"}).status, 1);
+    EXPECT_EQ(list().size(), 1U);
+    folder.write(u"data/.database", "Q!60");
+    EXPECT_NE(run({u"serve", u"--background"}).err.find("newer version"), std::string::npos)
+        << "what it says while it starts";
+    ok({u"quit"});
+    ASSERT_TRUE(remove_file(folder.path(u"data/resident.log")).ok());
+    ASSERT_TRUE(make_folders(folder.path(u"data/resident.log")).ok());
+    const RunResult refused = run({u"serve", u"--background"});
+    EXPECT_EQ(refused.status, 1);
+    EXPECT_NE(refused.err.find("resident.log: "), std::string::npos) << refused.err;
 }
 
 TEST(HandOver, survives_bytes_of_every_kind) {

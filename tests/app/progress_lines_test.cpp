@@ -190,6 +190,38 @@ TEST(ProgressLines, ManyJobsShareALine) {
     EXPECT_EQ(lines[most_job_lines], "and 1 more");
     jobs.pop_back();
     EXPECT_EQ(render_progress(jobs, {}, 79, false).size(), most_job_lines + 1);
+    // Never more lines than there is room for, and every job is in one of them.
+    const struct {
+        std::size_t jobs;
+        int height;
+        std::size_t lines;
+        const char* more;
+    } cases[] = {{20, 11, 11, "and 11 more"}, {10, 11, 11, nullptr},   {11, 11, 11, "and 2 more"},
+                 {30, 40, 22, "and 10 more"}, {3, 2, 2, "and 3 more"}, {3, 1, 1, nullptr}};
+    for (const auto& c : cases) {
+        jobs.assign(c.jobs, {"n", {}, 0});
+        const auto drawn = render_progress(jobs, {}, 79, false, c.height);
+        ASSERT_EQ(drawn.size(), c.lines) << c.jobs << " in " << c.height;
+        if (c.more != nullptr) {
+            EXPECT_EQ(drawn[drawn.size() - 2], c.more);
+        }
+    }
+}
+
+TEST(ProgressLines, SayWhatAJobWaitsFor) {
+    using namespace std::chrono_literals;
+    const Clock::time_point now{};
+    JobProgress progress;
+    EXPECT_EQ(wait_text(progress, now), "");
+    progress.waiting_for = "HTTP/1.1 503 Busy";
+    progress.attempts = 7;
+    progress.next_try = now + 11900ms;
+    EXPECT_EQ(wait_text(progress, now), "retry 7 in 0:12: HTTP/1.1 503 Busy");
+    EXPECT_EQ(wait_text(progress, now + 12s), "retry 7: HTTP/1.1 503 Busy");
+    const JobLine job{"name.iso", progress, 0, wait_text(progress, now)};
+    EXPECT_EQ(render_progress({job}, {}, 79, false)[0],
+              "name.iso                 --  retry 7 in 0:12: HTTP/1.1 503 Busy");
+    EXPECT_EQ(render_progress({job}, {}, 40, false)[0], "name.iso        --  retry 7 in… 503 Busy");
 }
 
 }  // namespace

@@ -69,6 +69,11 @@ TEST_F(StoreCommands, say_what_is_wrong) {
         {{u"stop"}, 2},
         {{u"settings", u"get", u"NoSlash"}, 2},
         {{u"settings", u"get", u"Not/There"}, 1},
+        {{u"settings", u"set", u"Not/There", u"1"}, 2},
+        {{u"settings", u"unset", u"Not/There"}, 2},
+        {{u"settings", u"set", u"Performance/MaxJobs", u"many"}, 2},
+        {{u"--set", u"Performance/MaxJob=5", u"list"}, 2},
+        {{u"--set", u"Performance/MaxJobs=5x", u"list"}, 2},
     };
     for (const Case& c : cases) {
         const RunResult result = run(c.words);
@@ -76,6 +81,39 @@ TEST_F(StoreCommands, say_what_is_wrong) {
         EXPECT_FALSE(result.err.empty()) << to_utf8(c.words[0]);
     }
     EXPECT_EQ(list().size(), 1U);
+}
+
+TEST_F(StoreCommands, name_the_settings_that_may_have_been_meant) {
+    struct Case {
+        const char16_t* said;
+        const char* told;
+    };
+    for (const Case& c : {Case{u"Performance/MaxJob", "Did you mean Performance/MaxJobs?"},
+                          Case{u"download/MaxPerServer", "Did you mean Connection/MaxPerServer?"},
+                          Case{u"Connection/SpeedLimit", "Did you mean Connection/Speed Limit"},
+                          Case{u"Xyzzy/Plugh", "vantlow settings describe"}}) {
+        const RunResult result = run({u"settings", u"set", c.said, u"1"});
+        EXPECT_NE(result.err.find(c.told), std::string::npos) << result.err;
+    }
+    EXPECT_EQ(ok({u"settings", u"get", u"performance/maxjobs"}), "3\n") << "its default";
+    const RunResult large = run({u"settings", u"set", u"Performance/MaxJobs", u"5000"});
+    EXPECT_EQ(large.status, 0);
+    EXPECT_NE(large.err.find("1 to 1000"), std::string::npos) << large.err;
+    EXPECT_EQ(ok({u"settings", u"get", u"Performance/MaxJobs", u"--json"}), "\"5000\"\n");
+    folder.write(u"settings.ini", "[Performance]\nMaxJobs=many\nMinJobs=1\n");
+    const std::string told = run({u"settings", u"list"}).err;
+    EXPECT_NE(told.find("not \"many\""), std::string::npos) << told;
+    EXPECT_NE(told.find("no setting Performance/MinJobs"), std::string::npos) << told;
+    ok({u"settings", u"unset", u"Performance/MinJobs"});
+    EXPECT_EQ(ok({u"settings", u"describe"}).find("Language"), std::string::npos);
+}
+
+TEST_F(StoreCommands, keep_nothing_in_the_folder_that_the_program_was_built_in) {
+    if (path_separator() == u'\\') GTEST_SKIP() << "the user's own folder is the system's there";
+    RunOptions options = environment();
+    options.environment[0].second = u"";  // VANTLOW_DATA_DIR
+    EXPECT_EQ(run_vantlow({u"add", u"--paused", u"http://h/a"}, options).status, 0);
+    EXPECT_TRUE(folder.has(u"xdg-data/vantlow/.database"));
 }
 
 TEST_F(StoreCommands, export_and_import_into_another_data_folder) {
@@ -116,6 +154,39 @@ TEST_F(StoreCommands, start_runs_jobs_here_and_files_them) {
     ok({u"remove", u"--files", to_utf16(id)});
     EXPECT_EQ(path_kind(folder.path(u"d/a.bin")), PathKind::none);
     EXPECT_EQ(path_kind(folder.path(u"d/b.bin")), PathKind::file);
+}
+
+TEST_F(StoreCommands, jobs_keep_the_rules_that_they_were_filed_with_and_why_they_failed) {
+    const std::string content = make_content(2, 600'000);
+    FileServer server;
+    server.set("/a.bin", {content});
+    server.set("/gone", FileResource{.status = 410, .reason = "Gone for good"});
+    const std::u16string out = folder.path(u"d");
+    ASSERT_TRUE(make_folders(out).ok());
+    const auto run_with = [&](std::vector<std::u16string> words) {
+        folder.write(u"d/a.bin", "there");
+        words.insert(words.end(), {u"-d", out, server.url16("/a.bin")});
+        const std::string id = add(words);
+        const auto begun = std::chrono::steady_clock::now();
+        static_cast<void>(run({u"start", to_utf16(id)}));
+        const std::chrono::duration<double> took = std::chrono::steady_clock::now() - begun;
+        return std::pair(state_of(id), took.count());
+    };
+    EXPECT_EQ(run_with({u"--overwrite", u"overwrite"}).first, "finished");
+    EXPECT_TRUE(file_has(folder.path(u"d/a.bin"), content));
+    EXPECT_EQ(run_with({u"--overwrite", u"cancel"}).first, "failed");
+    EXPECT_EQ(folder.read(u"d/a.bin"), "there");
+    EXPECT_GT(run_with({u"--limit", u"300K", u"--overwrite", u"overwrite"}).second, 1.0);
+    EXPECT_EQ(run({u"add", u"--ca-file", u"not-there", u"http://h/"}).status, 2);
+
+    const std::string id = add({u"-d", out, server.url16("/gone")});
+    EXPECT_EQ(run({u"start", to_utf16(id)}).status, 1);
+    for (const json& job : list()) {
+        if (job["id"] != id) continue;
+        EXPECT_NE(job.value("error", "").find("410 Gone for good"), std::string::npos) << job;
+    }
+    EXPECT_NE(ok({u"list"}).find("410 Gone for good"), std::string::npos);
+    EXPECT_NE(ok({u"show", to_utf16(id)}).find("410 Gone for good"), std::string::npos);
 }
 
 TEST_F(StoreCommands, a_damaged_database_is_rescued_and_told_of) {

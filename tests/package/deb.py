@@ -4,8 +4,10 @@
 It is installed by dpkg into a folder, with a copy of this system's list of packages: what it depends on must be here,
 and nothing of this system is changed."""
 
+import configparser
 import os
 import pathlib
+import shlex
 import shutil
 import subprocess
 import sys
@@ -33,6 +35,34 @@ def faults_of_texts(tree):
     for name in ("man/man1/vantlow.1.gz", "bash-completion/completions/vantlow", "zsh/vendor-completions/_vantlow"):
         if not (tree / "usr/share" / name).is_file():
             yield f"no {name}"
+
+
+def units_of(tree):
+    """The [Service] section of every unit, by its path."""
+    for path in sorted((tree / "usr/lib/systemd").rglob("*.service")):
+        unit = configparser.ConfigParser(interpolation=None, strict=False)
+        unit.optionxform = str
+        unit.read_string(path.read_text(encoding="utf-8"))
+        yield path, unit["Service"]
+
+
+def faults_of_units(tree):
+    """Each unit's command starts the program, which answers, and its end by systemd counts as a good one."""
+    names = [path.name for path, _ in units_of(tree)]
+    if names != ["vantlow@.service", "vantlow.service"]:
+        yield f"the units are {names}"
+    for path, service in units_of(tree):
+        program, *words = shlex.split(service["ExecStart"])
+        command = [tree / program.lstrip("/")]
+        running = subprocess.Popen([*command, *words], stdin=subprocess.DEVNULL, stderr=subprocess.PIPE, text=True)
+        told = running.stderr.readline()
+        status, output = trial.run(*command, "list")
+        if f"process {running.pid}" not in told or status:
+            yield f"{path.name}: list ends with {status}: {output}{told}"
+        running.terminate()
+        rest = running.communicate(timeout=60)[1]
+        if str(running.returncode) not in service["SuccessExitStatus"].split():
+            yield f"{path.name}: its end has the status {running.returncode}: {rest}"
 
 
 def faults_of_installing(package, libraries, folder):
@@ -70,6 +100,7 @@ def main(build):
             faults.append(f"libraries are missing: {libraries}")
         faults += trial.faults_at_work([tree / "usr/bin/vantlow"], libraries, pathlib.Path(folder, "unpacked"))
         faults += faults_of_texts(tree)
+        faults += faults_of_units(tree)
         faults += faults_of_installing(package, libraries, folder)
         faults += faults_of_lintian(package)
     return trial.report(faults)

@@ -26,7 +26,10 @@ def make(script, *words):
 def everything(program, path=()):
     """(words that lead to a command, its options) for every command, as its help has them."""
     text = subprocess.run([program, *path, "--help"], check=True, capture_output=True, text=True).stdout
-    yield path, {m[0] for m in re.finditer(r"(?<![\w-])--?[a-z][a-z0-9-]*(?=[ ,\n])", text.split("Subcommands:")[0])}
+    if f"Usage: {' '.join(['vantlow', *path])} " not in text or (path and "Global options:" not in text):
+        raise RuntimeError(f"the help of {path} names neither the command nor the global options: {text}")
+    own = text.split("Subcommands:")[0].split("Global options:")[0]
+    yield path, {m[0] for m in re.finditer(r"(?<![\w-])--?[a-z][a-z0-9-]*(?=[ ,\n])", own)}
     for name in re.findall(r"^  ([a-z0-9]+)\b", text.partition("Subcommands:")[2], re.M):
         yield from everything(program, (*path, name))
 

@@ -24,6 +24,15 @@ def faults_of_texts(folder):
     for name in re.findall(r"licence: (\S+)", versions):
         if not (folder / name.replace("\\", "/")).is_file():
             yield f"VERSIONS.txt names {name}, which is not there"
+    pages = {path.name: path.read_text(encoding="utf-8") for path in (folder / "docs").glob("*.txt")}
+    if not {"guide.txt", "settings.txt"} <= set(pages):
+        yield f"pages are missing: {sorted(pages)}"
+    for name, text in pages.items():
+        for foreign in re.findall(r"systemctl|\btools/\w+|[\w-]+\.md\b|\bapt\b|<!--", text):
+            yield f"{name} is for Windows' users and speaks of {foreign}"
+        for other in re.findall(r"\b[a-z-]+\.txt\b", text):
+            if other not in pages and other not in ("cookies.txt", "links.txt", "jobs.txt", "log.txt"):
+                yield f"{name} names {other}, which is not there"
     if not (folder / "licences/common/LGPL-2.1.txt").is_file():
         yield "the licence of libgcrypt is not there"
 

@@ -178,11 +178,11 @@ TEST(ParseTarget, writes_international_names_in_ascii) {
     EXPECT_EQ(told(parse_target(u"http://b\u00FCcher.example/")), "none");
 }
 
-TEST(WhyNoTarget, says_what_is_wrong_and_no_password) {
-    EXPECT_EQ(why_no_target(u"http:/u:secret@host/x"),
-              "Invalid URL: http:/host/x lacks a slash: addresses begin with \"http://\".");
-    EXPECT_NE(why_no_target(u"http://u:secret@b\u00FCcher.example/x").find("libnames"), std::string::npos);
-    EXPECT_EQ(why_no_target(u"http://u:secret@a b/x"), "Invalid URL: http://a b/x");
+TEST(WhyNoTarget, says_what_is_wrong) {
+    EXPECT_EQ(why_no_target(u"http:/u:p@host/x"),
+              "Invalid URL: a slash is missing, such addresses begin with \"http://\".");
+    EXPECT_NE(why_no_target(u"http://u:p@b\u00FCcher.example/x").find("libnames"), std::string::npos);
+    EXPECT_EQ(why_no_target(u"http://u:p@a b/x"), "Invalid URL.");
 }
 
 TEST(ParseTarget, decodes_credentials) {

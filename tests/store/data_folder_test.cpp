@@ -2,6 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include "platform/file.h"
+#include "support/temp_folder.h"
+
 namespace vantlow {
 namespace {
 
@@ -38,6 +41,17 @@ TEST(DataFolder, goes_to_the_user_only_where_the_programs_folder_is_closed_and_n
     DataFolderSources homeless = standard;
     homeless.user_data.clear();
     EXPECT_EQ(writable_data_folder(homeless, closed), u"/opt/app/ann's temp");
+}
+
+TEST(DataFolder, is_never_where_programs_are_built) {
+    const test::TempFolder folder;
+    const std::u16string program = folder.path(u"build/bin/vantlow");
+    ASSERT_TRUE(make_folders(folder_of(program)).ok());
+    EXPECT_FALSE(is_in_build_folder(program));
+    folder.write(u"build/CMakeCache.txt", "");
+    EXPECT_TRUE(is_in_build_folder(program));
+    EXPECT_TRUE(is_in_build_folder(folder.path(u"build/vantlow")));
+    EXPECT_FALSE(is_in_build_folder(folder.path(u"build/packages/unpacked/vantlow")));
 }
 
 }  // namespace

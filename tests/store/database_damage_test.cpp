@@ -72,7 +72,7 @@ TEST(DatabaseDamage, keeps_the_whole_jobs_of_a_category_whose_next_one_is_broken
     EXPECT_FALSE(found.complete);
     EXPECT_EQ(found.categories, 1U);
     ASSERT_EQ(found.jobs, 1U);
-    EXPECT_EQ(again.root()->jobs[0]->address, tree.root()->jobs[0]->address);
+    EXPECT_EQ(again.root()->jobs.front()->address, tree.root()->jobs.front()->address);
 }
 
 TEST(DatabaseDamage, counts_that_promise_more_than_there_is_take_no_memory) {

@@ -81,6 +81,13 @@ std::string full_layout() {
     state.raw("A").n(4, 2).n(2, 'm').raw("A").n(4, 2).n(2, 'n').raw("S").n(4, 8).n(8, 620);
     state.raw("H").n(4, 17).n(1, 1).raw(std::string(16, 'h'));
     state.raw("G").n(4, 49).n(1, 2).n(8, 621).raw(std::string(40, 'p'));
+    state.raw("R").n(4, 18).raw("HTTP/1.1 503 B\xC3\xBCsy");
+    state.raw("O").n(4, 4).n(4, 630).raw("L").n(4, 8).n(8, 631);
+    state.raw("F").n(4, 14);
+    for (const char16_t c : std::u16string(u"/ca.pem")) state.n(2, c);
+    state.raw("Y").n(4, 14);
+    for (const char16_t c : std::u16string(u"/id_key")) state.n(2, c);
+    state.raw("N").n(4, 4).n(4, 7);
     out.raw("T").n(4, static_cast<std::int64_t>(state.bytes.size())).raw(state.bytes).raw("]");
     return out.bytes;
 }
@@ -105,7 +112,8 @@ TEST(Database, brings_back_everything_that_it_wrote) {
     EXPECT_EQ(found.jobs, 1U);
     // The writer tells every member (see above), so the same bytes again are the same job.
     EXPECT_EQ(saved(tree), full_layout());
-    EXPECT_EQ(tree.root()->jobs[0]->segments[1]->find_extra(), nullptr) << "no memory for what is not there";
+    EXPECT_EQ(tree.root()->jobs.at(0).segments[1]->find_extra(), nullptr)
+        << "no memory for what is not there";
 }
 
 TEST(Database, keeps_parents_and_order_of_a_deep_and_wide_tree) {
@@ -161,8 +169,8 @@ TEST(Database, of_no_category_is_a_header_and_of_no_job_a_count_of_zero) {
     save_single_job(*job, file);
     const DatabaseLoad found = load_database(file.bytes(), tree);
     EXPECT_TRUE(found.complete);
-    EXPECT_TRUE(tree.root()->jobs.at(0)->segments.empty());
-    EXPECT_TRUE(tree.root()->jobs[0]->category.is_zero());
+    EXPECT_TRUE(tree.root()->jobs.at(0).segments.empty());
+    EXPECT_TRUE(tree.root()->jobs.at(0).category.is_zero());
 }
 
 TEST(Database, merges_in_order_under_the_root_that_is_there) {
@@ -179,10 +187,10 @@ TEST(Database, merges_in_order_under_the_root_that_is_there) {
 
 TEST(Database, ends_a_text_where_its_reader_would) {
     CategoryTree tree = tree_of_one_job();
-    tree.root()->jobs[0]->comment = std::u16string(u"seen\0unseen", 11);
+    tree.root()->jobs.at(0).comment = std::u16string(u"seen\0unseen", 11);
     CategoryTree again;
     EXPECT_TRUE(load(saved(tree), again).complete);
-    EXPECT_EQ(again.root()->jobs[0]->comment, u"seen");
+    EXPECT_EQ(again.root()->jobs.at(0).comment, u"seen");
 }
 
 TEST(Database, passes_over_state_that_it_does_not_know) {
@@ -195,7 +203,7 @@ TEST(Database, passes_over_state_that_it_does_not_know) {
     out.raw(head).raw("T").n(4, static_cast<std::int64_t>(block.bytes.size())).raw(block.bytes).raw("]");
     CategoryTree tree;
     EXPECT_TRUE(load(out.bytes, tree).complete);
-    EXPECT_EQ(tree.root()->jobs.at(0)->validators.etag, "\"x");
+    EXPECT_EQ(tree.root()->jobs.at(0).validators.etag, "\"x");
 
     // A value that is longer than its block would otherwise take the bytes of the records behind it.
     Layout broken;

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <limits>
+#include <random>
 
 #include "base/text.h"
 #include "sample_store.h"
@@ -102,6 +103,126 @@ TEST(JobStore, keeps_the_order_of_those_that_wait) {
     const auto again = open(folder);
     for (const auto& [place, waiting] : again->waiting()) order.push_back(waiting->identity);
     EXPECT_EQ(order, (std::vector{jobs[1]->identity, jobs[2]->identity, jobs[0]->identity}));
+}
+
+TEST(JobStore, tells_who_watches_and_keeps_its_records) {
+    const TempFolder folder;
+    const auto store = open(folder);
+    CClassNode& root = *store->tree().root();
+    std::vector<StoreChange> heard;
+    auto watch = store->watch([&](const StoreChange& change) { heard.push_back(change); });
+    int others = 0;
+    const auto second = store->watch([&](const StoreChange&) { ++others; });
+    CJobNode& filed = store->add(job(u"http://h/a"), root);
+    const Guid id = filed.identity;
+    auto newer = filed.twin();
+    newer->state = JobState::finished;
+    newer->path = u"/downloads/a";
+    newer->append_segment(1, 2);
+    store->update(filed, std::move(newer));
+    EXPECT_EQ(store->find(id), &filed) << "a record stays what it is";
+    EXPECT_EQ(filed.path, u"/downloads/a");
+    EXPECT_EQ(filed.segments.size(), 1U);
+    EXPECT_TRUE(store->waiting().empty());
+    store->update_positions(filed, filed.twin());
+    store->queue_last(filed);
+    CClassNode& music = store->add_category(u"Music", u"", root);
+    store->move(filed, music);
+    store->remove_category(music);
+    EXPECT_EQ(&store->category_of(filed), &root);
+    store->remove(filed);
+    using What = StoreChange::What;
+    using Told = std::pair<What, std::uint32_t>;
+    const std::vector<Told> expected{{What::job_added, StoreChange::all},
+                                     {What::job_changed, StoreChange::all},
+                                     {What::job_changed, StoreChange::positions},
+                                     {What::job_changed, StoreChange::state | StoreChange::order},
+                                     {What::category_added, 0},
+                                     {What::job_changed, StoreChange::category},
+                                     {What::category_removed, 0},
+                                     {What::job_changed, StoreChange::category},
+                                     {What::job_removed, 0}};
+    std::vector<Told> told;
+    for (const StoreChange& change : heard) told.emplace_back(change.what, change.fields);
+    EXPECT_EQ(told, expected);
+    for (std::size_t i = 1; i < heard.size(); ++i) EXPECT_GT(heard[i].revision, heard[i - 1].revision);
+    EXPECT_EQ(others, static_cast<int>(expected.size()));
+    watch.reset();
+    store->add(job(u"http://h/b"), root);
+    EXPECT_EQ(heard.size(), expected.size());
+    EXPECT_EQ(others, static_cast<int>(expected.size()) + 1);
+}
+
+// Against a plain list.
+TEST(JobSequence, keeps_the_order_whatever_is_put_in_and_taken_out) {
+    JobSequence jobs;
+    std::vector<const CJobNode*> plain;
+    std::mt19937 chance(5);
+    const auto pick = [&](std::size_t count) { return chance() % count; };
+    const auto look = [&] {
+        ASSERT_EQ(jobs.size(), plain.size());
+        std::size_t at = 0;
+        for (const auto& one : jobs) ASSERT_EQ(one.get(), plain[at++]);
+        ASSERT_EQ(at, plain.size());
+    };
+    for (int i = 0; i < 6000; ++i) {
+        // It grows, shrinks to nothing, and grows again.
+        const bool put = (i / 2000) % 2 == 0 ? pick(4) > 0 : pick(4) == 0;
+        if (put || plain.empty()) {
+            const std::size_t place = pick(3) == 0 ? plain.size() : pick(plain.size() + 2);
+            const CJobNode& added = jobs.insert(place, job(u"http://h/"));
+            const auto at = std::min(place, plain.size());
+            plain.insert(plain.begin() + static_cast<std::ptrdiff_t>(at), &added);
+            ASSERT_EQ(jobs.place_of(added), at);
+        } else {
+            const std::size_t at = pick(plain.size());
+            ASSERT_EQ(&jobs.at(at), plain[at]);
+            ASSERT_EQ(jobs.take(*plain[at]).get(), plain[at]);
+            plain.erase(plain.begin() + static_cast<std::ptrdiff_t>(at));
+        }
+        if (i % 97 == 0) look();
+    }
+    JobSequence more;
+    for (int i = 0; i < 700; ++i) plain.push_back(&more.push_back(job(u"http://h/more")));
+    jobs.append(std::move(more));
+    look();
+}
+
+TEST(DatabaseSnapshot, is_a_whole_database_whatever_happens_while_it_is_made) {
+    const TempFolder folder;
+    const auto store = open(folder);
+    CClassNode& root = *store->tree().root();
+    CClassNode& music = store->add_category(u"Music", u"", root);
+    store->add_category(u"Live", u"", music);
+    std::vector<CJobNode*> jobs;
+    for (int i = 0; i < 200; ++i) jobs.push_back(&store->add(job(u"http://h/x"), i % 2 == 0 ? root : music));
+    DatabaseSnapshot snapshot(store->tree());
+    const auto past = std::chrono::steady_clock::time_point::min();
+    int steps = 0;
+    std::size_t next = 0;
+    // In between jobs go, come, change and move: of those that were written as of those that were not.
+    while (!snapshot.go_on(past)) {
+        ++steps;
+        for (const std::size_t at : {next, jobs.size() - 1 - next}) {
+            if (jobs[at] == nullptr || at == jobs.size() / 2) continue;
+            snapshot.keep(*jobs[at]);
+            store->remove(*jobs[at]);
+            jobs[at] = nullptr;
+        }
+        ++next;
+        store->move(*jobs[jobs.size() / 2], next % 2 == 0 ? root : music);
+        store->add(job(u"http://h/later"), root);
+    }
+    EXPECT_GT(steps, 2);
+    std::vector<std::byte> bytes;
+    for (const auto& piece : snapshot.take_image()) bytes.insert(bytes.end(), piece.begin(), piece.end());
+    CategoryTree tree;
+    const DatabaseLoad load = load_database(bytes, tree);
+    EXPECT_TRUE(load.complete);
+    EXPECT_EQ(load.jobs, 200U);
+    EXPECT_EQ(tree.root()->jobs.size(), 100U);
+    EXPECT_EQ(tree.find_named(u"Music").at(0)->jobs.size(), 100U);
+    EXPECT_EQ(tree.find_named(u"Music/Live").size(), 1U);
 }
 
 TEST(JobStore, a_new_job_is_the_last_one_whatever_orders_the_file_holds) {

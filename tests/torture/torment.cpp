@@ -33,7 +33,7 @@ constexpr std::array<const char*, operation_count> operation_names{
     "list_folder",  "make_socket",  "connect",        "connect_end",  "listen",        "accept",
     "receive",      "send",         "wait",           "own_address",  "resolve",       "make_event",
     "start_thread", "load_library", "find_operation", "read_setting", "write_setting", "tell",
-    "protect",      "dial"};
+    "protect",      "dial",         "start_process"};
 
 using Counts = std::array<int, operation_count>;
 
@@ -94,6 +94,7 @@ int number_for(Operation operation, int n) {
         case Operation::make_event:
         case Operation::load_library:
         case Operation::find_operation:
+        case Operation::start_process:
             break;
     }
     return error_number(FileFault::not_found);

@@ -65,6 +65,36 @@ TEST(Slots, BoundAndSpaceTheConnectionsToOneServer) {
     EXPECT_GE(Clock::now() - begun, milliseconds(119));
 }
 
+TEST(Slots, GiveAPlaceToThoseWhoHaveNoneFirst) {
+    ServerSlots slots;
+    StopSource stop;
+    std::atomic<int> awaited{0};
+    const ServerLimits limits{1, milliseconds(0), false, &awaited};
+    const ServerLimits further{1, milliseconds(0), true, &awaited};
+    auto held = slots.acquire("a:80", limits, stop);
+    EXPECT_EQ(awaited, 0) << "there was no wait";
+    std::mutex mutex;
+    std::vector<std::string> order;
+    const auto begin = [&](const char* name, const ServerLimits& asked) {
+        auto done = std::async(std::launch::async, [&, name] {
+            auto slot = slots.acquire("a:80", asked, stop);
+            const std::lock_guard guard(mutex);
+            order.emplace_back(name);
+        });
+        const int before = awaited;
+        const auto until = Clock::now() + std::chrono::seconds(10);
+        while (awaited == before && Clock::now() < until) std::this_thread::yield();
+        return done;
+    };
+    auto second = begin("further", further);
+    auto first = begin("first", limits);
+    held->release();
+    second.wait();
+    first.wait();
+    EXPECT_EQ(order, (std::vector<std::string>{"first", "further"}));
+    EXPECT_EQ(awaited, 0);
+}
+
 ConnectPlan plan_for(const ScriptedServer& server) {
     ConnectPlan plan;
     plan.scheme = "http";

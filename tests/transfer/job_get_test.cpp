@@ -141,6 +141,8 @@ TEST_F(JobTest, NamesComeFromTheServerAndStayInTheFolder) {
         {"attachment; filename=\"C:\\\\Windows\\\\evil.exe\"", "/x", u"evil.exe"},
         {"attachment; filename=\"con.txt\"", "/x", u"_con.txt"},
         {"attachment; filename=.netrc", "/x", u"_.netrc"},
+        {"attachment; filename=\"k.bin.vantlow-job\"", "/x", u"k.bin.vantlow-job_"},
+        {"attachment; filename=\"K.BIN.Vantlow. .\"", "/x", u"K.BIN.Vantlow_"},
         {"", "/a%20b%2Fc", u"c"},
         {"", "/noextension", u"noextension"},
         {"", "/folder/?q=1", u"index"},

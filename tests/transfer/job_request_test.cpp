@@ -97,7 +97,7 @@ TEST_F(JobRequestTest, GoesNowhereWithoutTheProxyThatIsWanted) {
     EXPECT_EQ(server.request_count(), 1U);
     const JobOutcome misspelt = run(*make_job(u"http:/127.0.0.1/a"));
     EXPECT_EQ(misspelt.result.code, Code::unsupported);
-    EXPECT_NE(misspelt.result.message().find("lacks a slash"), std::string::npos);
+    EXPECT_NE(misspelt.result.message().find("slash is missing"), std::string::npos);
 }
 
 }  // namespace

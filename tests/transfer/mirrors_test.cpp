@@ -214,10 +214,11 @@ TEST_F(MirrorJobTest, CheckedPiecesSurviveAStopAndDamageIsFound) {
     const auto checked = std::ranges::count_if(again->bit_map, [](auto byte) { return byte != 0; });
     EXPECT_GT(checked, 0);
     again->sources = job->sources;
-    // A whole piece that was not confirmed is looked at again: damage it, and say that it was not.
+    // A whole piece that was not confirmed is looked at again: damage it, behind the block that the file is
+    // known by, and say that it was not.
     File partial;
     ASSERT_TRUE(partial.open(folder.path(u"file.bin.vantlow"), OpenMode::write_existing).ok());
-    ASSERT_TRUE(partial.write_at(10, std::as_bytes(std::span("damage", 6))).ok());
+    ASSERT_TRUE(partial.write_at(40'000, std::as_bytes(std::span("damage", 6))).ok());
     partial.close();
     again->bit_map[0] = 0;
     expect_right(*again);

@@ -50,11 +50,16 @@ class Tls : public JobTest {
 TEST_F(Tls, SeveralConnectionsInEachVersionResumeTheFirstOnesSession) {
     if (!Nginx::available()) GTEST_SKIP() << Nginx::missing;
     const std::string content = make_content(7, 3 * 1024 * 1024);
+    // Wine's TLS has neither version 1.3 nor sessions.
+    const bool whole = path_separator() == u'/';
     const struct {
         const char* protocols;
         const char* told;
-    } cases[] = {{"TLSv1.2", "TLS 1.2, "}, {"TLSv1.3", "TLS 1.3, "}, {"TLSv1.2 TLSv1.3", "TLS 1.3, "}};
+    } cases[] = {{"TLSv1.2", "TLS 1.2, "},
+                 {"TLSv1.3", "TLS 1.3, "},
+                 {"TLSv1.2 TLSv1.3", whole ? "TLS 1.3, " : "TLS 1.2, "}};
     for (const auto& one : cases) {
+        if (!whole && one.protocols == std::string_view("TLSv1.3")) continue;
         SCOPED_TRACE(one.protocols);
         // Slowly enough that the other connections come while the first one is at it.
         Secured nginx(*certificates,
@@ -67,7 +72,7 @@ TEST_F(Tls, SeveralConnectionsInEachVersionResumeTheFirstOnesSession) {
         ASSERT_TRUE(outcome.result.ok()) << outcome.result.message() << log.all();
         EXPECT_EQ(folder.read(name_of(outcome.path)), content);
         EXPECT_TRUE(log.has(one.told)) << log.all();
-        EXPECT_TRUE(log.has(", an earlier session.")) << log.all();
+        EXPECT_EQ(log.has(", an earlier session."), whole) << log.all();
         EXPECT_TRUE(log.has("X-Protocol: http/1.1")) << log.all();
     }
 }

@@ -25,7 +25,9 @@ namespace vantlow {
 namespace {
 
 constexpr int standard_width = 80;
-constexpr int watched_signals[] = {SIGINT, SIGTERM, SIGHUP};
+constexpr int standard_height = 24;
+constexpr int watched_signals[] = {SIGHUP, SIGINT, SIGTERM};
+constexpr std::size_t hang_up_index = 0;
 
 int descriptor_of(Stream stream) noexcept {
     return stream == Stream::output ? STDOUT_FILENO : STDERR_FILENO;
@@ -55,6 +57,12 @@ int terminal_width(Stream stream) noexcept {
     winsize size{};
     const bool told = ::ioctl(descriptor_of(stream), TIOCGWINSZ, &size) == 0 && size.ws_col > 0;
     return told ? size.ws_col : standard_width;
+}
+
+int terminal_height(Stream stream) noexcept {
+    winsize size{};
+    const bool told = ::ioctl(descriptor_of(stream), TIOCGWINSZ, &size) == 0 && size.ws_row > 0;
+    return told ? size.ws_row : standard_height;
 }
 
 bool prepare_terminal(Stream stream) noexcept {
@@ -128,7 +136,7 @@ struct InterruptWatch::State {
     State& operator=(const State&) = delete;
     ~State();
 
-    bool begin();
+    bool begin(HangUp hang_up);
     void run() noexcept;
 
     Handler handler;
@@ -152,7 +160,7 @@ InterruptWatch::State::~State() {
     if (counter >= 0) ::close(counter);
 }
 
-bool InterruptWatch::State::begin() {
+bool InterruptWatch::State::begin(HangUp hang_up) {
     if (ask_hook(Operation::make_event) == 0) counter = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
     if (counter < 0 || end.native() < 0) return false;
     if (!start_thread(thread, [this] { run(); }).ok()) return false;
@@ -163,9 +171,12 @@ bool InterruptWatch::State::begin() {
     sigemptyset(&action.sa_mask);
     for (std::size_t i = 0; i < std::size(watched_signals); ++i) {
         ::sigaction(watched_signals[i], &action, &before[i]);
-        // nohup: the program is meant to outlive its terminal.
-        const bool hang_up_ignored = watched_signals[i] == SIGHUP && before[i].sa_handler == SIG_IGN;
-        if (hang_up_ignored) ::sigaction(SIGHUP, &before[i], nullptr);
+    }
+    // nohup: any program can be meant to outlive its terminal.
+    const bool nohup = before[hang_up_index].sa_handler == SIG_IGN;
+    if (nohup || hang_up == HangUp::is_ignored) {
+        action.sa_handler = SIG_IGN;
+        ::sigaction(SIGHUP, &action, nullptr);
     }
     watching = true;
     return true;
@@ -183,10 +194,10 @@ void InterruptWatch::State::run() noexcept {
     }
 }
 
-InterruptWatch::InterruptWatch(Handler handler, void* context) : state_(nullptr) {
+InterruptWatch::InterruptWatch(Handler handler, void* context, HangUp hang_up) : state_(nullptr) {
     auto state = std::make_unique<State>(handler, context);
     // Where it cannot begin, the signals keep ending the process.
-    if (state->begin()) state_ = state.release();
+    if (state->begin(hang_up)) state_ = state.release();
 }
 
 InterruptWatch::~InterruptWatch() {

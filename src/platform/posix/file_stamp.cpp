@@ -1,6 +1,7 @@
 #include "platform/file_stamp.h"
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include "platform/fault_hook.h"
 #include "platform/posix/native_path.h"
@@ -14,6 +15,11 @@ FileStamp file_stamp(const std::u16string& path) noexcept {
     const std::int64_t nanoseconds =
         std::int64_t{status.st_mtim.tv_sec} * 1'000'000'000 + status.st_mtim.tv_nsec;
     return {true, nanoseconds, status.st_size, status.st_ino};
+}
+
+bool belongs_to_user(const std::u16string& path) noexcept {
+    struct stat status {};
+    return ::stat(NativePath(path).get(), &status) == 0 && status.st_uid == ::geteuid();
 }
 
 }  // namespace vantlow

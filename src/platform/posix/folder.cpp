@@ -3,9 +3,12 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
+#include <cstdlib>
 #include <memory>
+#include <string>
 #include <string_view>
 
 #include "base/text.h"
@@ -47,6 +50,20 @@ FileError list_folder(const std::u16string& folder, std::vector<FolderEntry>& en
         entry.size = entry.kind == PathKind::file ? std::int64_t{status.st_size} : 0;
         entries.push_back(std::move(entry));
     }
+}
+
+FileError make_temporary_folder(const std::u16string& within, std::u16string& path) {
+    const char* const named = std::getenv("TMPDIR");  // NOLINT(concurrency-mt-unsafe): never set here
+    std::string folder = named != nullptr && *named == '/' ? named : "/var/tmp";
+    if (!within.empty()) folder = to_utf8(within);
+    folder += "/vantlow-XXXXXX";
+    if (::mkdtemp(folder.data()) == nullptr) return file_error_of(errno);
+    path = to_utf16(folder);
+    return {};
+}
+
+FileError remove_folder(const std::u16string& path) noexcept {
+    return ::rmdir(NativePath(path).get()) == 0 ? FileError{} : file_error_of(errno);
 }
 
 }  // namespace vantlow

@@ -30,9 +30,16 @@ using Clock = std::chrono::steady_clock;
 
 constexpr std::size_t largest_message = 64U << 20U;
 constexpr std::size_t largest_answer = 1U << 30U;
-constexpr std::size_t listeners = 4;
+constexpr std::size_t listeners = 8;
 constexpr std::chrono::milliseconds request_time{10000};
 constexpr std::chrono::milliseconds answer_time{5000};
+// How long a process is waited for that lives and is busy with something else.
+constexpr std::chrono::milliseconds busy_time{60000};
+// A conversation: the request; "here", by a thread that is always free; "ready", as soon as the frame's
+// thread has come round; "go", since who asks may have given up; the answer.
+constexpr std::string_view here_mark = "here";
+constexpr std::string_view ready_mark = "ready";
+constexpr std::string_view go_mark = "go";
 
 std::string socket_name(const std::u16string& name) {
     std::uint64_t hash = 14695981039346656037U;  // FNV-1a
@@ -59,15 +66,14 @@ class SocketFrame final : public Frame {
         std::chrono::milliseconds period;
         Clock::time_point next;
     };
-    struct Request {
-        std::string text;
+    struct Turn {
         std::string answer;  // these two: guarded by mutex_
-        bool answered = false;
+        bool ended = false;
     };
-    void take_answer(Request& request, std::string answer);
+    void end_turn(Turn& turn, std::string answer);
     void serve() noexcept;
     void converse(int fd);
-    bool ask(const std::shared_ptr<Request>& request);
+    bool run_in_turn(const std::function<void(const Events::Reply&)>& work, std::string& answer);
     [[nodiscard]] std::optional<int> due_timer();
     [[nodiscard]] Clock::time_point next_timer() const;
 
@@ -182,34 +188,42 @@ void SocketFrame::run() {
     quitting_ = false;
 }
 
-void SocketFrame::take_answer(Request& request, std::string answer) {
+void SocketFrame::end_turn(Turn& turn, std::string answer) {
     {
         const std::lock_guard guard(mutex_);
-        request.answer = std::move(answer);
-        request.answered = true;
+        turn.answer = std::move(answer);
+        turn.ended = true;
     }
     changed_.notify_all();
 }
 
-// True when the frame's thread has answered.
-bool SocketFrame::ask(const std::shared_ptr<Request>& request) {
-    post([this, request] {
-        events_.on_request(request->text,
-                           [here = std::weak_ptr<SocketFrame*>(here_), request](std::string answer) {
-                               if (const auto frame = here.lock())
-                                   (*frame)->take_answer(*request, std::move(answer));
-                           });
+// The frame's thread does the work; true once that has answered, false when the frame ends instead.
+bool SocketFrame::run_in_turn(const std::function<void(const Events::Reply&)>& work, std::string& answer) {
+    const auto turn = std::make_shared<Turn>();
+    post([this, &work, turn] {
+        work([here = std::weak_ptr<SocketFrame*>(here_), turn](std::string text) {
+            if (const auto frame = here.lock()) (*frame)->end_turn(*turn, std::move(text));
+        });
     });
     std::unique_lock guard(mutex_);
-    changed_.wait(guard, [&] { return closed_ || request->answered; });
-    return request->answered;
+    changed_.wait(guard, [&] { return closed_ || turn->ended; });
+    answer = std::move(turn->answer);
+    return turn->ended;
 }
 
 void SocketFrame::converse(int fd) {
-    const auto request = std::make_shared<Request>();
+    std::string request;
+    std::string answer;
+    std::string go;
     if (!is_same_user(fd)) return;
-    if (!receive_message(fd, request->text, largest_message, Deadline(request_time), &stop_)) return;
-    if (ask(request)) send_message(fd, request->answer, Deadline(answer_time), nullptr);
+    if (!receive_message(fd, request, largest_message, Deadline(request_time), &stop_)) return;
+    if (!send_message(fd, here_mark, Deadline(answer_time), &stop_)) return;
+    if (!run_in_turn([](const auto& reply) { reply({}); }, answer) ||
+        !send_message(fd, ready_mark, Deadline(answer_time), &stop_))
+        return;
+    if (!receive_message(fd, go, go_mark.size(), Deadline(request_time), &stop_) || go != go_mark) return;
+    if (run_in_turn([&](const auto& reply) { events_.on_request(request, reply); }, answer))
+        send_message(fd, answer, Deadline(answer_time), nullptr);
 }
 
 void SocketFrame::serve() noexcept {
@@ -237,7 +251,37 @@ std::unique_ptr<Frame> Frame::open(const std::u16string& name, Role /*role*/, Ev
     return frame;
 }
 
-FrameAnswer ask_frame(const std::string& address, std::string_view request, const StopSource& stop) {
+namespace {
+
+// Waits for the mark and takes it. Without it: not_there when the other side went away.
+FrameAnswer::State take_mark(int fd, std::string_view mark, const Deadline& deadline,
+                             const StopSource& stop) {
+    using State = FrameAnswer::State;
+    std::string got;
+    if (!wait_for(fd, POLLIN, deadline, &stop)) return State::not_taken;
+    if (!receive_message(fd, got, mark.size(), Deadline(request_time), &stop)) return State::not_there;
+    return got == mark ? State::answered : State::not_there;
+}
+
+// Until the frame waits for the "go". A connection that is given up before it is never answered.
+FrameAnswer::State hand_in(int fd, std::string_view request, const StopSource& stop,
+                           const std::function<void()>& on_busy) {
+    using State = FrameAnswer::State;
+    const Deadline patience(frame_patience);
+    if (!send_message(fd, request, patience, &stop))
+        return patience.left() == 0 ? State::not_taken : State::not_there;
+    State state = take_mark(fd, here_mark, patience, stop);
+    if (state != State::answered) return state;
+    state = take_mark(fd, ready_mark, patience, stop);
+    if (state != State::not_taken || stop.requested()) return state;
+    on_busy();
+    return take_mark(fd, ready_mark, Deadline(busy_time), stop);
+}
+
+}  // namespace
+
+FrameAnswer ask_frame(const std::string& address, std::string_view request, const StopSource& stop,
+                      const std::function<void(std::int64_t process)>& on_busy) {
     using State = FrameAnswer::State;
     sockaddr_un where{};
     if (request.size() > largest_message || !make_address(address, where)) return {};
@@ -245,10 +289,15 @@ FrameAnswer ask_frame(const std::string& address, std::string_view request, cons
     const auto* const to = reinterpret_cast<const sockaddr*>(&where);
     if (fd.get() < 0 || ask_hook(Operation::connect) != 0 || ::connect(fd.get(), to, sizeof where) != 0)
         return {};
-    const Deadline forever(std::chrono::milliseconds(-1));
-    if (!send_message(fd.get(), request, forever, &stop)) return {};
     FrameAnswer answer;
-    const bool whole = receive_message(fd.get(), answer.answer, largest_answer, forever, &stop);
+    answer.process = other_process(fd.get());
+    answer.state = hand_in(fd.get(), request, stop, [&] {
+        if (on_busy) on_busy(answer.process);
+    });
+    if (answer.state != State::answered) return answer;
+    const Deadline forever(std::chrono::milliseconds(-1));
+    const bool whole = send_message(fd.get(), go_mark, forever, &stop) &&
+                       receive_message(fd.get(), answer.answer, largest_answer, forever, &stop);
     answer.state = whole ? State::answered : State::lost;
     return answer;
 }

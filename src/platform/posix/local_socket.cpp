@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <cstdint>
 #include <cstring>
+#include <optional>
 
 #include "platform/fault_hook.h"
 
@@ -15,6 +16,13 @@ namespace {
 
 // How often a stop is looked for where the system had no event for it.
 constexpr int blind_step_ms = 20;
+
+std::optional<ucred> other_side(int fd) noexcept {
+    ucred peer{};
+    socklen_t size = sizeof peer;
+    if (::getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0) return std::nullopt;
+    return peer;
+}
 
 bool send_all(int fd, std::string_view bytes, const Deadline& deadline, const StopSource* stop) noexcept {
     while (!bytes.empty()) {
@@ -99,9 +107,13 @@ bool receive_message(int fd, std::string& message, std::size_t at_most, const De
 }
 
 bool is_same_user(int fd) noexcept {
-    ucred peer{};
-    socklen_t size = sizeof peer;
-    return ::getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &peer, &size) == 0 && peer.uid == ::geteuid();
+    const auto peer = other_side(fd);
+    return peer && peer->uid == ::geteuid();
+}
+
+std::int64_t other_process(int fd) noexcept {
+    const auto peer = other_side(fd);
+    return peer ? peer->pid : 0;
 }
 
 }  // namespace vantlow

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <cstddef>
+#include <cstdint>
 #include <string>
 #include <string_view>
 
@@ -49,5 +50,7 @@ bool receive_message(int fd, std::string& message, std::size_t at_most, const De
 
 /// Whether the other side is a process of this user.
 bool is_same_user(int fd) noexcept;
+/// The process that made the other side; 0 where the system does not tell.
+std::int64_t other_process(int fd) noexcept;
 
 }  // namespace vantlow

@@ -117,6 +117,14 @@ std::string_view platform_name() noexcept {
 #endif
 }
 
+std::int64_t process_id() noexcept {
+    return ::getpid();
+}
+
+bool can_outlive_terminal() noexcept {
+    return true;
+}
+
 void set_default_locale() noexcept {
     // Numbers and messages stay as they are: both are read by programs.
     const int parts = LC_CTYPE_MASK | LC_TIME_MASK | LC_COLLATE_MASK;

@@ -25,7 +25,13 @@ struct SessionClaim::State {
 SessionClaim::SessionClaim() : state_(std::make_unique<State>()) {}
 
 SessionClaim::~SessionClaim() {
-    if (state_->file.is_open()) static_cast<void>(state_->file.resize(0));
+    release();
+}
+
+void SessionClaim::release() noexcept {
+    if (!state_->file.is_open()) return;
+    static_cast<void>(state_->file.resize(0));
+    state_->file.close();
 }
 
 bool SessionClaim::claim() {

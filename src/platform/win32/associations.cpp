@@ -65,6 +65,21 @@ LSTATUS remove_key(const std::u16string& key) noexcept {
     return error == ERROR_FILE_NOT_FOUND ? ERROR_SUCCESS : error;
 }
 
+// A key in which nothing stands is nobody's.
+LSTATUS remove_if_empty(const std::u16string& key) {
+    HKEY open = nullptr;
+    if (RegOpenKeyExW(HKEY_CURRENT_USER, wide(key), 0, KEY_READ, &open) != ERROR_SUCCESS)
+        return ERROR_SUCCESS;
+    DWORD keys = 0;
+    DWORD values = 0;
+    const LSTATUS error = RegQueryInfoKeyW(open, nullptr, nullptr, nullptr, &keys, nullptr, nullptr, &values,
+                                           nullptr, nullptr, nullptr, nullptr);
+    RegCloseKey(open);
+    if (error != ERROR_SUCCESS || keys > 0 || values > 0) return error;
+    if (const int refused = ask_hook(Operation::write_setting, key); refused != 0) return refused;
+    return RegDeleteKeyW(HKEY_CURRENT_USER, wide(key));
+}
+
 // What was before is the default value again, or there is none. The memory of it goes last, and behind the
 // mark: a key that is this program's and remembers nothing would be removed.
 LSTATUS give_back(const std::u16string& key, const std::optional<std::u16string>& before) {
@@ -108,6 +123,7 @@ LSTATUS give_back_files() {
         const LSTATUS error = give_back(extension, read_value(extension, before_value));
         if (error != ERROR_SUCCESS) return error;
     }
+    if (const LSTATUS error = remove_if_empty(extension); error != ERROR_SUCCESS) return error;
     return remove_key(key_of(file_class));
 }
 

@@ -12,6 +12,7 @@ namespace vantlow {
 namespace {
 
 constexpr int standard_width = 80;
+constexpr int standard_height = 24;
 // Consoles take no more than some 60 KiB at once.
 constexpr std::size_t most_at_once = 8192;
 
@@ -45,6 +46,13 @@ int terminal_width(Stream stream) noexcept {
     if (!GetConsoleScreenBufferInfo(handle_of(stream), &info)) return standard_width;
     const int width = info.srWindow.Right - info.srWindow.Left + 1;
     return width > 0 ? width : standard_width;
+}
+
+int terminal_height(Stream stream) noexcept {
+    CONSOLE_SCREEN_BUFFER_INFO info{};
+    if (!GetConsoleScreenBufferInfo(handle_of(stream), &info)) return standard_height;
+    const int height = info.srWindow.Bottom - info.srWindow.Top + 1;
+    return height > 0 ? height : standard_height;
 }
 
 bool prepare_terminal(Stream stream) noexcept {
@@ -144,7 +152,8 @@ BOOL WINAPI InterruptWatch::State::on_event(DWORD kind) {
     return TRUE;
 }
 
-InterruptWatch::InterruptWatch(Handler handler, void* context) : state_(new State{handler, context, 0}) {
+InterruptWatch::InterruptWatch(Handler handler, void* context, HangUp /*hang_up*/)
+    : state_(new State{handler, context, 0}) {
     {
         const std::lock_guard guard(State::mutex);
         State::current = state_;

@@ -1,5 +1,10 @@
 #include "platform/file_stamp.h"
 
+#include <aclapi.h>
+
+#include <memory>
+#include <vector>
+
 #include "platform/fault_hook.h"
 #include "platform/win32/native.h"
 
@@ -8,6 +13,22 @@ namespace {
 
 // Of the year 1970 in the system's unit of 100 nanoseconds.
 constexpr std::int64_t year_1970 = 116444736000000000;
+
+// The user of this process, or who owns what it makes: the administrators, where an administrator's process
+// makes it.
+bool is_own(PSID owner, TOKEN_INFORMATION_CLASS which) {
+    HANDLE opened = nullptr;
+    if (!OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, &opened)) return false;
+    const Handle token(opened);
+    DWORD size = 0;
+    GetTokenInformation(token.get(), which, nullptr, 0, &size);
+    std::vector<std::byte> space(size);
+    if (size == 0 || !GetTokenInformation(token.get(), which, space.data(), size, &size)) return false;
+    // Both structures begin with the identity.
+    PSID own = which == TokenUser ? reinterpret_cast<const TOKEN_USER*>(space.data())->User.Sid
+                                  : reinterpret_cast<const TOKEN_OWNER*>(space.data())->Owner;
+    return EqualSid(owner, own) != 0;
+}
 
 std::uint64_t joined(DWORD high, DWORD low) noexcept {
     return (std::uint64_t{high} << 32U) | low;
@@ -26,6 +47,19 @@ FileStamp file_stamp(const std::u16string& path) noexcept {
     const auto size = joined(about.nFileSizeHigh, about.nFileSizeLow);
     return {true, (static_cast<std::int64_t>(modified) - year_1970) * 100, static_cast<std::int64_t>(size),
             joined(about.nFileIndexHigh, about.nFileIndexLow)};
+}
+
+bool belongs_to_user(const std::u16string& path) noexcept {
+    PSID owner = nullptr;
+    PSECURITY_DESCRIPTOR described = nullptr;
+    if (GetNamedSecurityInfoW(NativePath(path).get(), SE_FILE_OBJECT, OWNER_SECURITY_INFORMATION, &owner,
+                              nullptr, nullptr, nullptr, &described) != ERROR_SUCCESS)
+        return false;
+    const std::unique_ptr<void, HLOCAL (*)(HLOCAL)> freed(described,
+                                                          [](HLOCAL memory) { return LocalFree(memory); });
+    // File systems without owners say that everybody is one.
+    const bool is_nobodys = owner == nullptr || IsWellKnownSid(owner, WinWorldSid) != 0;
+    return is_nobodys || is_own(owner, TokenUser) || is_own(owner, TokenOwner);
 }
 
 }  // namespace vantlow

@@ -1,9 +1,14 @@
 #include "platform/folder.h"
 
 #include <memory>
+#include <span>
 
+#include "base/codes.h"
+#include "base/text.h"
 #include "platform/file_parts.h"
+#include "platform/process.h"
 #include "platform/win32/native.h"
+#include "platform/win32/owner_only.h"
 
 namespace vantlow {
 
@@ -33,6 +38,25 @@ FileError list_folder(const std::u16string& folder, std::vector<FolderEntry>& en
     } while (FindNextFileW(list, &found));
     const DWORD error = GetLastError();
     return error == ERROR_NO_MORE_FILES ? FileError{} : file_error(error);
+}
+
+FileError make_temporary_folder(const std::u16string& within, std::u16string& path) {
+    wchar_t place[MAX_PATH + 2] = {};
+    const DWORD length = GetTempPathW(MAX_PATH + 1, place);
+    if (within.empty() && (length == 0 || length > MAX_PATH + 1)) return file_error(GetLastError());
+    unsigned char random[16];
+    random_guid(random);
+    const std::u16string name = u"vantlow-" + to_utf16(to_hex(std::as_bytes(std::span(random))));
+    path = join_path(within.empty() ? from_wide({place, length}) : within, name);
+    const NativePath native(path);
+    const OwnerOnly security(true);
+    if (!security.ok()) return security.error();
+    return CreateDirectoryW(native.get(), security.attributes()) ? FileError{}
+                                                                 : file_error(GetLastError(), native);
+}
+
+FileError remove_folder(const std::u16string& path) noexcept {
+    return RemoveDirectoryW(NativePath(path).get()) ? FileError{} : file_error(GetLastError());
 }
 
 }  // namespace vantlow

@@ -29,6 +29,8 @@ constexpr ULONG_PTR request_kind = 0x52574C56;  // "VLWR"
 constexpr ULONG_PTR answer_kind = 0x41574C56;   // "VLWA"
 constexpr std::size_t largest_message = 64U << 20U;
 constexpr UINT send_time_ms = 30000;
+// How long a frame is waited for that is busy or frozen, which nothing tells apart here.
+constexpr std::chrono::milliseconds busy_time{15000};
 // How often a stop is looked for where the system had no event for it.
 constexpr DWORD blind_step_ms = 50;
 constexpr UINT wm_work = WM_APP + 1;
@@ -218,10 +220,12 @@ class Client {
     Client(const Client&) = delete;
     Client& operator=(const Client&) = delete;
 
-    FrameAnswer ask(HWND frame, std::string_view request, const StopSource& stop);
+    FrameAnswer ask(HWND frame, std::string_view request, const StopSource& stop,
+                    const std::function<void(std::int64_t process)>& on_busy);
 
   private:
     static LRESULT CALLBACK procedure(HWND window, UINT message, WPARAM first, LPARAM second);
+    void wait_for_answer(HANDLE owner, const StopSource& stop);
     HWND window_;
     FrameAnswer answer_;
 };
@@ -236,21 +240,45 @@ LRESULT CALLBACK Client::procedure(HWND window, UINT message, WPARAM first, LPAR
     return TRUE;
 }
 
-FrameAnswer Client::ask(HWND frame, std::string_view request, const StopSource& stop) {
+// Whether the frame's thread looks at its messages, within the time.
+bool looks_at_messages(HWND frame, std::chrono::milliseconds within) noexcept {
+    DWORD_PTR ignored = 0;
+    return SendMessageTimeoutW(frame, WM_NULL, 0, 0, SMTO_NORMAL, static_cast<UINT>(within.count()),
+                               &ignored) != 0;
+}
+
+FrameAnswer Client::ask(HWND frame, std::string_view request, const StopSource& stop,
+                        const std::function<void(std::int64_t process)>& on_busy) {
     DWORD process = 0;
     if (ask_hook(Operation::connect) != 0) return {};
     if (window_ == nullptr || GetWindowThreadProcessId(frame, &process) == 0) return {};
     const Handle owner(OpenProcess(SYNCHRONIZE, FALSE, process));
+    answer_.process = process;
+    // A request that was sent to a frame that does not look would be found by it later.
+    if (!looks_at_messages(frame, frame_patience)) {
+        if (!IsWindow(frame)) return {};
+        if (on_busy) on_busy(process);
+        if (!looks_at_messages(frame, busy_time - frame_patience)) {
+            if (IsWindow(frame)) answer_.state = FrameAnswer::State::not_taken;
+            return std::move(answer_);
+        }
+    }
     // The frame may bring its window to the front, which only who is in front may allow.
     AllowSetForegroundWindow(process);
     if (!send_data(frame, window_, request_kind, request)) return {};
     answer_.state = FrameAnswer::State::lost;
+    wait_for_answer(owner.is_valid() ? owner.get() : nullptr, stop);
+    return std::move(answer_);
+}
+
+// Until it came, its process ended or a stop was requested.
+void Client::wait_for_answer(HANDLE owner, const StopSource& stop) {
     // The system may have had no event for the stop.
     const bool blind = stop.wake().native() == -1;
     HANDLE handles[2] = {};
     DWORD count = 0;
     if (!blind) handles[count++] = reinterpret_cast<HANDLE>(stop.wake().native());
-    if (owner.is_valid()) handles[count++] = owner.get();
+    if (owner != nullptr) handles[count++] = owner;
     while (answer_.state == FrameAnswer::State::lost && !stop.requested()) {
         const DWORD woken =
             MsgWaitForMultipleObjects(count, handles, FALSE, blind ? blind_step_ms : INFINITE, QS_ALLINPUT);
@@ -258,7 +286,6 @@ FrameAnswer Client::ask(HWND frame, std::string_view request, const StopSource& 
         while (PeekMessageW(&message, nullptr, 0, 0, PM_REMOVE)) DispatchMessageW(&message);
         if (woken != WAIT_OBJECT_0 + count && woken != WAIT_TIMEOUT) break;
     }
-    return std::move(answer_);
 }
 
 }  // namespace
@@ -270,14 +297,15 @@ std::unique_ptr<Frame> Frame::open(const std::u16string& /*name*/, Role role, Ev
     return frame;
 }
 
-FrameAnswer ask_frame(const std::string& address, std::string_view request, const StopSource& stop) {
+FrameAnswer ask_frame(const std::string& address, std::string_view request, const StopSource& stop,
+                      const std::function<void(std::int64_t process)>& on_busy) {
     const HWND frame = window_of(address);
     wchar_t name[32] = {};
     if (request.size() > largest_message || frame == nullptr || !IsWindow(frame)) return {};
     // The number may be another window's by now.
     if (GetClassNameW(frame, name, std::size(name)) == 0 || std::wstring_view(name) != frame_class) return {};
     Client client;
-    return client.ask(frame, request, stop);
+    return client.ask(frame, request, stop, on_busy);
 }
 
 void bring_to_front(const std::string& address) noexcept {
@@ -295,7 +323,11 @@ struct SessionClaim::State {
 SessionClaim::SessionClaim() : state_(std::make_unique<State>()) {}
 
 SessionClaim::~SessionClaim() {
-    if (state_->mutex != nullptr) CloseHandle(state_->mutex);
+    release();
+}
+
+void SessionClaim::release() noexcept {
+    if (state_->mutex != nullptr) CloseHandle(std::exchange(state_->mutex, nullptr));
 }
 
 bool SessionClaim::claim() {

@@ -116,6 +116,14 @@ std::string_view platform_name() noexcept {
     return "Windows x86_64";
 }
 
+std::int64_t process_id() noexcept {
+    return GetCurrentProcessId();
+}
+
+bool can_outlive_terminal() noexcept {
+    return false;
+}
+
 void set_default_locale() noexcept {
     SetThreadLocale(GetSystemDefaultLCID());
 }

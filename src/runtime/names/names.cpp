@@ -8,10 +8,15 @@
 
 namespace {
 
-// The newer one of the system's list and the built-in one; read once, kept for the process.
+// Read once, kept for the process.
 const psl_ctx_t* suffixes() noexcept {
-    static const psl_ctx_t* const list = psl_latest(nullptr);
+#ifdef _WIN32
+    return psl_builtin();  // the system has no list, and a folder below a drive's root can be anybody's
+#else
+    static const psl_ctx_t* const list =
+        psl_latest(nullptr);  // the system's, or the built-in one if it is newer
     return list;
+#endif
 }
 
 }  // namespace

@@ -26,15 +26,24 @@ Outcome<ServerSlots::Slot> ServerSlots::acquire(const std::string& server, const
                                                 const std::function<void()>& make_room) {
     std::unique_lock guard(mutex_);
     Server& entry = servers_[server];  // stays while somebody waits or holds a slot
-    const auto is_free = [&] { return limits.most <= 0 || entry.used < limits.most; };
+    const auto is_free = [&] {
+        const bool is_next = !limits.further || entry.first == 0;
+        return limits.most <= 0 || (is_next && entry.used < limits.most);
+    };
     ++entry.waiting;
+    if (!limits.further) ++entry.first;
     if (make_room && !is_free()) {
         guard.unlock();
         make_room();
         guard.lock();
     }
+    const bool must_wait = limits.awaited != nullptr && !is_free();
+    if (must_wait) ++*limits.awaited;
     const bool free = freed_.wait(guard, stop.token(), is_free);
+    if (must_wait) --*limits.awaited;
     --entry.waiting;
+    // Further connections may have made way for this one alone.
+    if (!limits.further && --entry.first == 0) freed_.notify_all();
     if (!free || stop.requested()) {
         forget_if_idle(server);
         return stop.reason();

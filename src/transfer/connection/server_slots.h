@@ -1,6 +1,7 @@
 // How many connections one server gets from the whole program, and how close together they come.
 #pragma once
 
+#include <atomic>
 #include <condition_variable>
 #include <functional>
 #include <map>
@@ -17,6 +18,9 @@ namespace vantlow {
 struct ServerLimits {
     std::int64_t most = 0;                  ///< connections to one server at once; 0: no bound
     std::chrono::milliseconds interval{0};  ///< between the beginnings of two connections
+    /// A further connection of a job that is served already: those that have none yet go first.
+    bool further = false;
+    std::atomic<int>* awaited = nullptr;  ///< counts those who wait for a place just now; may be null
 };
 
 /// Counts the connections of every server ("host:port"). Any thread may call.
@@ -49,6 +53,7 @@ class ServerSlots {
     struct Server {
         std::int64_t used = 0;
         std::int64_t waiting = 0;
+        std::int64_t first = 0;  ///< of these, those who are nobody's further connection
         Clock::time_point next_start{};
     };
     void give_back(const std::string& server) noexcept;

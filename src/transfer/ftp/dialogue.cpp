@@ -148,7 +148,7 @@ Result ftp_name_folder(FtpChannel& channel, const FtpPlan& plan, Result refused)
     FtpReply reply;
     Result result = channel.ask("CWD " + plan.path.file, reply, from_now(plan.connect.timeout));
     if (!result.ok() || !reply.is_success()) return refused;
-    return {Code::unsupported, "The address names a folder, not a file: " + plan.path.file};
+    return {Code::unsupported, "The address names a folder, not a file."};
 }
 
 }  // namespace vantlow

@@ -58,8 +58,10 @@ ConnectPlan connect_plan(const HttpErrand& errand, const HttpHop& hop) {
 
 Result invalid_url(const HttpErrand& errand, const std::u16string& address, LogSink& log) {
     log.line(Direction::error, message_text(Message::invalid_url));
-    return {Code::invalid_url,
-            errand.shown ? "Invalid URL: " + errand.show(address) : why_no_target(address)};
+    if (errand.shown) return {Code::invalid_url, "Invalid URL: " + errand.show(address)};
+    // Where redirects led is told beside what is wrong with it.
+    const std::string where = address == errand.address ? std::string() : " " + errand.show(address);
+    return {Code::invalid_url, why_no_target(address) + where};
 }
 
 std::int64_t now() {

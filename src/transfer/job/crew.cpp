@@ -1,8 +1,7 @@
-// The job's connections: as many as are worth it, slow ones replaced, those that ended let go.
+// The job's connections: started where the policy wants more, let go where they ended.
 #include <algorithm>
 
 #include "transfer/job/main_thread.h"
-#include "transfer/job/work_rule.h"
 
 namespace vantlow {
 
@@ -38,99 +37,53 @@ void CTransferMainThread::retire_all() {
     for (auto& sub : subs_) sub->retire();
 }
 
-bool CTransferMainThread::start_one() {
-    std::vector<bool> tried(static_cast<std::size_t>(mirrors_.count()));
+// Adds connections: one until the server has shown that it answers ranges, then as many as the job and the
+// server allow.
+void CTransferMainThread::grow() {
     for (;;) {
-        int mirror = MirrorSet::none;
-        {
-            const std::lock_guard guard(lock_);
-            mirror = mirrors_.choose(job_.thread_limit(),
-                                     [&](int i) { return !tried[static_cast<std::size_t>(i)]; });
-        }
-        if (mirror == MirrorSet::none) return false;
-        if (start_with(mirror)) return true;
-        // Work that this mirror may not do may be left for another.
-        tried[static_cast<std::size_t>(mirror)] = true;
+        const int connections = static_cast<int>(subs_.size());
+        const bool may = decide([&](JobPolicy& policy) {
+            policy.replace_slow(connections);
+            return policy.may_start(connections);
+        });
+        if (!may || !start_one()) return;
     }
 }
 
-bool CTransferMainThread::start_with(int mirror) {
+bool CTransferMainThread::start_one() {
     SubThreadHost& host = *this;
     auto sub = std::make_unique<CTransferSubThread>(
         host, SubThreadTools{services_.connections, services_.libraries, services_.settings, log_, stop_,
-                             services_.threads});
-    sub->mirror = mirror;
-    if (!take_work(*sub)) {
-        sub->mirror = MirrorSet::none;
-        return false;
-    }
+                             services_.threads, pace_});
+    const PolicyRules now_rules = rules();
+    Worker& worker = sub->worker();
+    worker.id = ++next_worker_;
+    const bool has_work = decide([&](JobPolicy& policy) {
+        if (!policy.enlist(worker, now_rules, Clock::now())) return false;
+        by_worker_[worker.id] = sub.get();
+        return true;
+    });
+    if (!has_work) return false;
     {
-        const std::lock_guard guard(lock_);
-        ++mirrors_.at(mirror).connections;
+        const std::lock_guard guard(mutex_);
+        ++attached_;
     }
     const Result started = sub->start();
-    no_thread_left_ = !started.ok();
-    if (!started.ok()) {
-        not_started(*sub, started);
-        return false;
+    no_thread_left_ = started.ok() ? 0 : no_thread_left_ + 1;
+    if (started.ok()) {
+        subs_.push_back(std::move(sub));
+        return true;
     }
-    subs_.push_back(std::move(sub));
-    return true;
-}
-
-// The others go on with its part. No news, which would have it tried again at once.
-void CTransferMainThread::not_started(CTransferSubThread& sub, const Result& why) {
+    // The others go on with its part. No news, which would have it tried again at once.
     {
         const std::lock_guard guard(lock_);
-        --mirrors_.at(sub.mirror).connections;
-        sub.segment->worker = nullptr;
-        sub.segment = nullptr;
+        policy_.strike(worker, started);
+        static_cast<void>(policy_.take_effects());
+        by_worker_.erase(worker.id);
     }
     const std::lock_guard guard(mutex_);
     --attached_;
-    last_failure_ = why;
-}
-
-// Adds connections once the size is known: one until the server has shown that it answers ranges, then as
-// many as the job and the server allow.
-void CTransferMainThread::grow() {
-    if (!size_reported_) return;
-    std::size_t limit = 0;
-    {
-        const std::lock_guard guard(mutex_);
-        limit = static_cast<std::size_t>(std::max(job_.thread_limit() - halted_, 0));
-    }
-    while (subs_.size() < limit && start_one()) {
-    }
-}
-
-// A connection that is much slower than others were keeps the job waiting at its end, when there is nothing
-// left to cut: it is ended, and grow() gives its segment to a new one.
-void CTransferMainThread::replace_slow() {
-    constexpr int most_replaced = 16;
-    if (!size_reported_ || replaced_ >= most_replaced) return;
-    if (subs_.size() >= static_cast<std::size_t>(job_.thread_limit())) return;
-    const std::lock_guard guard(lock_);
-    std::vector<PaceItem> items;
-    for (const auto& segment : job_.segments) {
-        const CTransferSubThread* worker = segment->worker;
-        if (worker == nullptr && segment->start < segment->end)
-            return;  // idle work is there: that comes first
-        if (worker == nullptr) {
-            items.push_back({});
-            continue;
-        }
-        items.push_back(
-            {segment->end - worker->position(), worker->bytes_per_second(), worker->is_settled()});
-    }
-    if (const auto slow = choose_takeover(items, best_speed_)) {
-        CTransferSubThread& worker = *job_.segments[*slow]->worker;
-        Mirror* mirror = worker.mirror == MirrorSet::none ? nullptr : &mirrors_.at(worker.mirror);
-        if (mirror != nullptr && !mirror->ranges_proven) return;
-        if (mirror != nullptr) ++mirror->failures;
-        worker.retire();
-        ++replaced_;
-    }
+    return false;
 }
 
 }  // namespace vantlow

@@ -5,11 +5,10 @@
 #include <string>
 #include <string_view>
 
+#include "base/safe_name.h"  // the suffixes of unfinished files
+
 namespace vantlow {
 
-/// What stands behind the name of a file that is not finished, and behind that of its state.
-inline constexpr std::u16string_view partial_suffix = u".vantlow";
-inline constexpr std::u16string_view state_suffix = u".vantlow-job";
 /// What is put behind the name of a file whose hash is not the one that was asked for.
 inline constexpr std::u16string_view wrong_hash_suffix = u".wrong-hash";
 

@@ -70,11 +70,10 @@ void add_login(const SourcePlan& plan, const Target& target, FtpPlan& ftp) {
 }
 
 Result FtpSource::make_plan(const SourcePlan& plan, const Target& target, FtpPlan& ftp) const {
-    const std::string address = to_utf8(without_credentials(plan.address));
     auto path = parse_ftp_path(target.path);
-    if (!path) return fail(Code::invalid_url, "Invalid URL: " + address);
+    if (!path) return fail(Code::invalid_url, "Invalid URL.");
     if (path->file.empty() || path->type == 'd')
-        return fail(Code::unsupported, "The address names a folder, not a file: " + address);
+        return fail(Code::unsupported, "The address names a folder, not a file.");
     ftp.path = *std::move(path);
     ftp.connect.host = target.host;
     ftp.connect.port = target.port;
@@ -162,6 +161,8 @@ Result FtpSource::open(const SourcePlan& plan, std::int64_t offset, SourceAnswer
     answer.ranges_denied = !file.can_restart;
     answer.version.size = file.size;
     answer.version.last_modified = file.time;
+    // The file's own time, not one that is made for an answer.
+    answer.version.strong_date = !file.time.empty();
     answer.name = decode_name(ftp.path.file);
     answer.address = plan.address;
     return {};

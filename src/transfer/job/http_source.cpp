@@ -121,7 +121,10 @@ Result HttpSource::accept(const SourcePlan& plan, const HttpAnswer& got, std::in
     answer.ranges_denied = head.accept_ranges == AcceptRanges::none || answer.encoded;
     answer.version.last_modified = head.last_modified;
     answer.version.etag = head.etag;
-    answer.media_type = head.content_type;
+    answer.version.media_type = head.content_type;
+    const auto changed = parse_http_date(head.last_modified);
+    const auto sent = parse_http_date(head.date);
+    answer.version.strong_date = changed && sent && is_strong_date(*changed, *sent);
     // A part that says nothing of its place answers a request for the whole.
     const bool whole =
         head.status != 206 || (offset == 0 && !head.has_range && head.content_type != "multipart/byteranges");

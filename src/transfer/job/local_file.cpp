@@ -2,6 +2,7 @@
 
 #include "base/string_table.h"
 #include "base/text.h"
+#include "platform/file_stamp.h"
 
 namespace vantlow {
 namespace {
@@ -57,12 +58,35 @@ CLocalFile::Claim CLocalFile::claim_partial(FileError& error) {
     return error.ok() ? Claim::mine : Claim::failed;
 }
 
+// Looks for what the server has under the name and under those that earlier runs took beside it, so that a
+// run that is repeated makes no copy after the other.
+bool CLocalFile::find_existing(const std::u16string& folder, const std::u16string& name) {
+    const auto is_same = [this](const std::u16string& path) {
+        const FileStamp stamp = file_stamp(path);
+        const bool is_older = rules_.server_time && stamp.modified / 1'000'000'000 < *rules_.server_time;
+        return !is_older && (rules_.server_size < 0 || stamp.size == rules_.server_size);
+    };
+    if (is_same(join_path(folder, name))) return true;
+    const std::u16string other = free_name(name, [&](const std::u16string& candidate) {
+        const std::u16string path = join_path(folder, candidate);
+        return is_there(path) && !is_same(path);
+    });
+    if (!is_there(join_path(folder, other))) return false;
+    target_ = join_path(folder, other);
+    return true;
+}
+
 // Applies the overwrite rule to folder/name and sets target_.
 Result CLocalFile::choose_target(const std::u16string& folder, const std::u16string& name) {
     target_ = join_path(folder, name);
     const PathKind kind = path_kind(target_);
     if (kind == PathKind::none) return {};
     if (kind != PathKind::file) return failure({FileFault::is_folder, 0}, target_);
+    if (rules_.skip_existing) {
+        skipped_ = find_existing(folder, name);
+        log_.line(Direction::note, message_text(skipped_ ? Message::same_file : Message::server_newer));
+        if (skipped_) return {Code::cancelled, std::string(message_text(Message::same_file))};
+    }
     if (rules_.overwrite == rule_rename) {
         log_.line(Direction::note, message_text(Message::destination_exists));
         const auto is_taken = [&](const std::u16string& candidate) {
@@ -104,6 +128,10 @@ Result CLocalFile::begin(const std::u16string& folder, const std::u16string& nam
                 return failure(error, partial_path());
             case Claim::taken:
                 break;
+        }
+        if (is_there(state_path())) {
+            log_.line(Direction::note, "The unfinished file " + to_utf8(partial_path()) +
+                                           " is another download's and is left alone.");
         }
         log_.line(Direction::note, message_text(Message::temporary_exists));
         const auto is_taken = [&](const std::u16string& candidate) {

@@ -20,9 +20,14 @@ namespace vantlow {
 
 /// What the settings say when a file is begun.
 struct FileRules {
-    std::int64_t overwrite = 0;            ///< 0 rename, 2 overwrite, anything else cancel
-    bool allocate = false;                 ///< give the file its full size before data is written
-    std::size_t disk_buffer = 256 * 1024;  ///< bytes of the write-behind buffer
+    std::int64_t overwrite = 0;  ///< 0 rename, 2 overwrite, anything else cancel
+    /// Before that rule: a file of this name (or of "name(N)") that has the server's size and is no older
+    /// than the server's is not fetched again. Where the server tells neither, any file of the name is that.
+    bool skip_existing = false;
+    std::int64_t server_size = -1;            ///< bytes; -1: unsaid
+    std::optional<std::int64_t> server_time;  ///< of the last change, seconds since 1970
+    bool allocate = false;                    ///< give the file its full size before data is written
+    std::size_t disk_buffer = 256 * 1024;     ///< bytes of the write-behind buffer
     std::size_t data_buffer =
         512 * 1024;  ///< bytes that a connection gathers: where these are fewer, writes are gathered again
 };
@@ -38,7 +43,7 @@ class CLocalFile {
     /// Begins a new file: applies the overwrite rule to folder/name, chooses the names and opens the partial
     /// file for this process alone. A partial file that nobody uses and that has no state is an abandoned one
     /// and is used again; another job's makes this one take another name. The folder is made where it is
-    /// missing. `cancelled` by the rule; `local_file`.
+    /// missing. `cancelled` by the rule, and where the file is there already: is_skipped(); `local_file`.
     Result begin(const std::u16string& folder, const std::u16string& name, const FileRules& rules);
     /// Opens the partial file of an earlier run, all of whose first `needed` bytes must be there.
     /// `local_file` when it is gone, too short or in use.
@@ -70,13 +75,18 @@ class CLocalFile {
     void close();
 
     [[nodiscard]] bool is_open() const noexcept { return file_.is_open(); }
+    /// Bytes that the partial file has now; -1 where that is not known.
+    [[nodiscard]] std::int64_t size() const noexcept { return file_.size(); }
     [[nodiscard]] const std::u16string& target() const noexcept { return target_; }
     [[nodiscard]] std::u16string partial_path() const { return target_ + std::u16string(partial_suffix); }
     [[nodiscard]] std::u16string state_path() const;
+    /// begin() found the file that was to be fetched: target() names it.
+    [[nodiscard]] bool is_skipped() const noexcept { return skipped_; }
 
   private:
     enum class Claim { mine, taken, failed };
     Claim claim_partial(FileError& error);
+    bool find_existing(const std::u16string& folder, const std::u16string& name);
     Result choose_target(const std::u16string& folder, const std::u16string& name);
     FileError write_in_turn(std::int64_t offset, std::span<const std::byte> bytes);
     void mark(const FileOrigin& origin);
@@ -87,6 +97,7 @@ class CLocalFile {
     WrittenListener& listener_;
     FileRules rules_;
     std::u16string target_;
+    bool skipped_ = false;
     File file_;
     std::mutex turn_;                      ///< whose turn it is to write
     std::unique_ptr<WriteBehind> behind_;  ///< only where the connections gather less than the disk wants

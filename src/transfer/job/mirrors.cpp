@@ -9,6 +9,10 @@ namespace vantlow {
 namespace {
 
 constexpr std::chrono::seconds longest_back_off{300};
+// Behind a definite refusal, growing fourfold; the last of so many is final.
+constexpr std::chrono::seconds after_refusal{5};
+constexpr int most_refusals = 3;
+constexpr auto never = Clock::time_point::max();
 
 bool is_different(const Result& why) noexcept {
     return why.kind() == Kind::restart;
@@ -50,7 +54,9 @@ bool MirrorSet::is_any_usable() const noexcept {
 
 bool MirrorSet::is_free(int index, int thread_limit, Clock::time_point now) {
     Mirror& mirror = at(index);
-    if (!is_usable(index) || now < mirror.not_before || now < mirror.grow_at) return false;
+    if (!is_usable(index) || now < mirror.not_before) return false;
+    // One that nobody receives from is asked by one connection, whatever it said to further ones.
+    if (mirror.connections > 0 && now < mirror.grow_at) return false;
     if (mirror.grow_at == Clock::time_point{}) {
         mirror.allowed = thread_limit;
     } else if (mirror.allowed < thread_limit && mirror.connections >= mirror.allowed) {
@@ -65,8 +71,7 @@ bool MirrorSet::is_free(int index, int thread_limit, Clock::time_point now) {
     return mirror.connections < limit;
 }
 
-int MirrorSet::choose(int thread_limit, const std::function<bool(int)>& may) {
-    const auto now = Clock::now();
+int MirrorSet::choose(int thread_limit, const std::function<bool(int)>& may, Clock::time_point now) {
     std::vector<MirrorItem> items;
     for (int i = 0; i < count(); ++i) {
         const bool usable = may(i) && is_free(i, thread_limit, now);
@@ -81,17 +86,49 @@ std::optional<Clock::time_point> MirrorSet::next_chance() const {
     for (int i = 0; i < count(); ++i) {
         if (!is_usable(i)) continue;
         const Mirror& mirror = mirrors_[static_cast<std::size_t>(i)];
-        const auto chance = std::max(mirror.not_before, mirror.grow_at);
+        const auto chance =
+            mirror.connections > 0 ? std::max(mirror.not_before, mirror.grow_at) : mirror.not_before;
+        if (chance == never) continue;
         if (!earliest || chance < *earliest) earliest = chance;
     }
     return earliest;
 }
 
-void MirrorSet::back_off(int index, int active, std::optional<std::chrono::seconds> server_asks) {
+void MirrorSet::back_off(int index, int active, std::optional<std::chrono::seconds> server_asks,
+                         Clock::time_point now) {
     Mirror& mirror = at(index);
     mirror.allowed = std::max(active, 1);
-    mirror.grow_at = Clock::now() + std::max(mirror.back_off, server_asks.value_or(std::chrono::seconds(0)));
+    if (mirror.grow_at == never) return;
+    mirror.grow_at = now + std::max(mirror.back_off, server_asks.value_or(std::chrono::seconds(0)));
     mirror.back_off = std::min(mirror.back_off * 2, longest_back_off);
+}
+
+void MirrorSet::refuse_further(int index, int active, Clock::time_point now) {
+    Mirror& mirror = at(index);
+    mirror.allowed = std::max(active, 1);
+    if (++mirror.refusals >= most_refusals) {
+        mirror.grow_at = never;
+        return;
+    }
+    auto pause = after_refusal;
+    for (int i = 1; i < mirror.refusals; ++i) pause *= 4;
+    mirror.grow_at = std::max(mirror.grow_at, now + pause);
+}
+
+void MirrorSet::refuse_all_further(int index) noexcept {
+    at(index).grow_at = never;
+}
+
+bool MirrorSet::may_serve_more(int index) const {
+    const Mirror& mirror = mirrors_[static_cast<std::size_t>(index)];
+    return is_usable(index) && mirror.refusals == 0 && mirror.grow_at != never && !mirror.no_ranges;
+}
+
+void MirrorSet::serve_further(int index) noexcept {
+    Mirror& mirror = at(index);
+    if (mirror.refusals == 0 && mirror.grow_at != never) return;
+    mirror.refusals = 0;
+    mirror.grow_at = {};
 }
 
 void MirrorSet::leave(int index, const Result& why) {
@@ -118,6 +155,8 @@ bool MirrorSet::is_any_different() const noexcept {
 void MirrorSet::forget_answers() {
     for (Mirror& mirror : mirrors_) {
         mirror.effective.clear();
+        mirror.refusals = 0;
+        if (mirror.grow_at == never) mirror.grow_at = {};
         mirror.version_known = mirror.ranges_promised = mirror.ranges_proven = mirror.no_ranges = false;
     }
 }

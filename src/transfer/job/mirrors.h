@@ -8,8 +8,8 @@
 #include <string>
 #include <vector>
 
+#include "base/clock.h"
 #include "base/result.h"
-#include "platform/socket.h"
 #include "store/job.h"
 #include "transfer/job/version_rule.h"
 
@@ -37,6 +37,7 @@ struct Mirror {
     int allowed = 1;              ///< connections that it seems to bear
     Clock::time_point grow_at{};  ///< when it is asked for more again; zero: it never refused one
     std::chrono::seconds back_off{10};
+    int refusals = 0;  ///< further connections that it definitely refused since one was taken
     Clock::time_point not_before{};  ///< nothing is asked of it earlier
 
     bool left = false;  ///< nothing more is asked of it
@@ -61,11 +62,21 @@ class MirrorSet {
 
     /// The mirror that gets the next connection, among those for which `may` is true; `none` when no mirror
     /// may have one now.
-    int choose(int thread_limit, const std::function<bool(int)>& may);
+    int choose(int thread_limit, const std::function<bool(int)>& may, Clock::time_point now);
     /// When a usable mirror may be asked (more) at the earliest; none when there is nothing to wait for.
     [[nodiscard]] std::optional<Clock::time_point> next_chance() const;
     /// It bears no more connections than `active`; later it is asked again, more and more rarely.
-    void back_off(int mirror, int active, std::optional<std::chrono::seconds> server_asks);
+    void back_off(int mirror, int active, std::optional<std::chrono::seconds> server_asks,
+                  Clock::time_point now);
+    /// It gives a further connection something else, or nothing, while `active` receive. It is asked twice
+    /// more, then never while one receives.
+    void refuse_further(int mirror, int active, Clock::time_point now);
+    /// The same, and it is not asked again while one receives.
+    void refuse_all_further(int mirror) noexcept;
+    /// Whether a connection that gives up its answer may hope for another one.
+    [[nodiscard]] bool may_serve_more(int mirror) const;
+    /// A further connection was taken.
+    void serve_further(int mirror) noexcept;
 
     void leave(int mirror, const Result& why);
     /// Those that were left because they differed from what another one gave get another chance.

@@ -53,6 +53,12 @@ std::vector<int> Origins::of(std::int64_t begin, std::int64_t end) const {
     return mirrors;
 }
 
+std::vector<Origins::Owned> Origins::all() const {
+    std::vector<Owned> found;
+    for (const auto& [begin, piece] : ranges_) found.push_back({begin, piece.end, piece.mirror});
+    return found;
+}
+
 std::vector<Origins::Range> Origins::from(int mirror) const {
     std::vector<Range> found;
     for (const auto& [begin, piece] : ranges_) {

@@ -25,6 +25,14 @@ class Origins {
 
     /// The mirrors that the bytes came from, ascending, each once; `unknown` first where some are not known.
     [[nodiscard]] std::vector<int> of(std::int64_t begin, std::int64_t end) const;
+    /// A range with whom it came from.
+    struct Owned {
+        std::int64_t begin = 0;
+        std::int64_t end = 0;
+        int mirror = unknown;
+    };
+    /// Everything that is known, in the order of the file.
+    [[nodiscard]] std::vector<Owned> all() const;
     /// What one mirror delivered, in the order of the file.
     [[nodiscard]] std::vector<Range> from(int mirror) const;
 

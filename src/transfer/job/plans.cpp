@@ -9,19 +9,14 @@
 
 namespace vantlow {
 
-SourcePlan CTransferMainThread::plan(CTransferSubThread& asker) {
+SourcePlan CTransferMainThread::plan(Worker& asker) {
     const Settings& settings = services_.settings;
     SourcePlan plan;
     {
         const std::lock_guard guard(lock_);
-        if (asker.mirror == MirrorSet::none) {
-            asker.mirror = mirrors_.choose(job_.thread_limit(),
-                                           [&](int mirror) { return may_serve(mirror, *asker.segment); });
-            // Somebody else was faster: the failure to come looks for the next chance.
-            if (asker.mirror == MirrorSet::none) return plan;
-            ++mirrors_.at(asker.mirror).connections;
-        }
-        const Mirror& mirror = mirrors_.at(asker.mirror);
+        // Somebody else was faster: the failure to come looks for the next chance.
+        if (!policy_.choose_mirror(asker, Clock::now())) return plan;
+        const Mirror& mirror = policy_.mirrors().at(asker.mirror);
         plan.origin = mirror.address;
         plan.address = mirror.effective.empty() ? mirror.address : mirror.effective;
         if (mirror.own_server) {
@@ -34,7 +29,9 @@ SourcePlan CTransferMainThread::plan(CTransferSubThread& asker) {
         plan.http.automatic_referer = job_.automatic_referer != 0;
         plan.utf8 = job_.utf8 != 0;
         plan.silence = std::chrono::seconds(std::max(job_.silence_limit, 1));
+        plan.limits.further = mirror.answered;
     }
+    plan.limits.awaited = &awaiting_place_;
     plan.timeout = std::chrono::seconds(settings.number(setting::connect_timeout));
     plan.trust.verify = settings.flag(setting::verify_peer);
     plan.trust.ca_file = settings.text(setting::ca_file);
@@ -46,6 +43,10 @@ SourcePlan CTransferMainThread::plan(CTransferSubThread& asker) {
     plan.ssh_buffer = static_cast<std::size_t>(settings.number(setting::ssh_buffer)) * 1024;
     plan.http.system_cookies = settings.flag(setting::get_cookie);
     plan.http.cookie_file = settings.text(setting::cookie_file);
+    if (job_.rules) {
+        plan.trust.verify = plan.trust.verify && !job_.rules->insecure;
+        if (!job_.rules->ca_file.empty()) plan.trust.ca_file = job_.rules->ca_file;
+    }
     if (plan.http.cookie.starts_with(u'@')) {
         plan.http.cookie_file = plan.http.cookie.substr(1);
         plan.http.cookie.clear();
@@ -82,6 +83,10 @@ FileRules CTransferMainThread::file_rules() const {
     const Settings& settings = services_.settings;
     FileRules rules;
     rules.overwrite = settings.number(setting::overwrite_rule);
+    if (job_.rules) {
+        rules.overwrite = job_.rules->overwrite.value_or(rules.overwrite);
+        rules.skip_existing = job_.rules->skip_existing;
+    }
     rules.allocate = settings.flag(setting::allocate_space);
     rules.disk_buffer = static_cast<std::size_t>(settings.number(setting::disk_buffer)) * 1024;
     rules.data_buffer = static_cast<std::size_t>(settings.number(setting::data_buffer)) * 1024;

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "base/mem_file.h"
+#include "platform/file_stamp.h"
 #include "store/address.h"
 #include "store/database.h"
 #include "transfer/job/file_names.h"
@@ -40,6 +41,8 @@ FileError save_resume_state(const CJobNode& job, const std::u16string& path) {
     copy.cookie.clear();
     // Its words name the mirrors and hashes again; the map of checked pieces says what it belongs to.
     copy.sources.reset();
+    copy.rules.reset();
+    copy.error.clear();
     CQoMemFile file;
     save_single_job(copy, file);
     return write_file_atomically(path, file.bytes(), Privacy::owner_only);
@@ -47,13 +50,14 @@ FileError save_resume_state(const CJobNode& job, const std::u16string& path) {
 
 std::unique_ptr<CJobNode> load_resume_state(const std::u16string& path) {
     std::vector<std::byte> bytes;
+    if (!belongs_to_user(path)) return nullptr;
     if (!read_file(path, largest_state, bytes).ok()) return nullptr;
     CategoryTree tree;
     const DatabaseLoad load = load_database(bytes, tree);
     if (load.status != DatabaseLoad::Status::loaded || !load.complete || load.jobs != 1) return nullptr;
     if (tree.root()->jobs.empty()) return nullptr;  // filed elsewhere: nothing that this program writes
     std::unique_ptr<CJobNode> job = std::move(tree.root()->jobs.front());
-    return is_consistent(*job) ? std::move(job) : nullptr;
+    return is_consistent(*job) && job->partial_mark.is_set() ? std::move(job) : nullptr;
 }
 
 std::int64_t written_end(const CJobNode& job) {

@@ -15,7 +15,8 @@ namespace vantlow {
 /// which are also taken out of the address. The bytes up to the positions in it must be on the disk.
 FileError save_resume_state(const CJobNode& job, const std::u16string& path);
 
-/// The job of a state file; null when there is none, it is damaged, or its segments contradict each other.
+/// The job of a state file; null when there is none, it is damaged, its segments contradict each other, it is
+/// another user's, or it does not say what its partial file is known by.
 std::unique_ptr<CJobNode> load_resume_state(const std::u16string& path);
 
 /// The end of the last byte that a job's segments say is written: what its partial file must hold.

@@ -1,6 +1,7 @@
 // What outlives a run: the job's saved state while it runs, the checked and finished file at its end.
 #include <algorithm>
 
+#include "base/codes.h"
 #include "base/string_table.h"
 #include "base/text.h"
 #include "store/address.h"
@@ -108,8 +109,9 @@ Result CTransferMainThread::check_decoded(bool& matches) {
 std::optional<FileOrigin> CTransferMainThread::origin() {
     if (!services_.settings.flag(setting::mark_zone)) return std::nullopt;
     const std::lock_guard guard(lock_);
-    const Mirror* from = &mirrors_.at(0);
-    for (int i = 0; i < mirrors_.count() && from->effective.empty(); ++i) from = &mirrors_.at(i);
+    MirrorSet& mirrors = policy_.mirrors();
+    const Mirror* from = &mirrors.at(0);
+    for (int i = 0; i < mirrors.count() && from->effective.empty(); ++i) from = &mirrors.at(i);
     const std::u16string& address = from->effective.empty() ? job_.address : from->effective;
     return FileOrigin{to_utf8(without_credentials(address)), to_utf8(without_credentials(job_.referer))};
 }
@@ -145,6 +147,38 @@ FileError CTransferMainThread::write_state(const CJobNode& snapshot) {
     return error;
 }
 
+// What a later run knows the partial file by: its first block that is there.
+PartialMark CTransferMainThread::mark_of(const CJobNode& snapshot) {
+    constexpr std::int64_t block = 16 * 1024;
+    PartialMark mark;
+    std::int64_t at = 0;
+    mark.begin = mark.end = 0;
+    for (const auto& segment : snapshot.segments) {
+        if (segment->start > at) mark.end = std::min(segment->start, at + block);
+        if (mark.end > 0) break;
+        at = std::max(at, segment->end);
+    }
+    if (mark.end == 0 && at < snapshot.file_size) mark.end = std::min(snapshot.file_size, at + block);
+    if (mark.end > 0) mark.begin = at;
+    std::vector<std::byte> digest;
+    const StopSource never;  // it is one block, also when the job stops
+    if (!digest_of_range(file_, DigestKind::sha256, mark.begin, mark.end, never, digest).ok()) return {};
+    mark.digest = to_hex(digest);
+    mark.length = file_.size();
+    return mark;
+}
+
+// Whether the open partial file is the one that the job's positions are about.
+bool CTransferMainThread::bears(const PartialMark& mark) {
+    if (!mark.is_set()) return true;  // positions that the job database vouches for
+    const StopSource never;
+    std::vector<std::byte> digest;
+    return mark.begin >= 0 && mark.begin <= mark.end && file_.size() >= mark.length &&
+           mark.end <= mark.length &&
+           digest_of_range(file_, DigestKind::sha256, mark.begin, mark.end, never, digest).ok() &&
+           to_hex(digest) == mark.digest;
+}
+
 // Positions first, then the bytes up to them onto the disk, then the positions: after a power cut they never
 // promise bytes that are not there.
 void CTransferMainThread::save_state() {
@@ -166,13 +200,13 @@ void CTransferMainThread::save_positions() {
     {
         const std::lock_guard guard(lock_);
         // Nothing that could be continued, or that will be there in a moment.
-        if (only_one_ || taking_over_ || job_.file_size <= 0) return;
+        if (policy_.is_only_one() || policy_.is_taking_over() || job_.file_size <= 0) return;
         snapshot = job_.twin();
-        snapshot->validators = {version_.etag, version_.last_modified};
         drop_complete_segments(*snapshot);
     }
     snapshot->path = file_.target();
     if (!file_.flush().ok()) return;  // logged; the state on the disk stays true
+    snapshot->partial_mark = mark_of(*snapshot);
     const FileError error = write_state(*snapshot);
     remember_safe(std::move(snapshot));
     if (!error.ok()) log_.line(Direction::error, "The state of the job could not be saved: " + error.text());

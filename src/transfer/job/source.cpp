@@ -36,7 +36,7 @@ std::string why_not_fetched(std::u16string_view address) {
         return "The " + std::string(network.name) + " network cannot be used yet.";
     }
     if (address.find(u"://") == std::u16string_view::npos) return why_no_target(address);
-    return "This kind of address cannot be fetched: " + to_utf8(without_credentials(address));
+    return "This kind of address cannot be fetched.";
 }
 
 const Protocol* find_protocol(std::u16string_view address) {

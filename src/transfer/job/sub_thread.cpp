@@ -23,12 +23,17 @@ constexpr std::size_t joint_step = 16 * kib;
 }  // namespace
 
 CTransferSubThread::CTransferSubThread(SubThreadHost& host, const SubThreadTools& tools)
-    : host_(host), tools_(tools), stop_(tools.job_stop), share_(tools.settings, tools.services.sets) {
+    : host_(host),
+      tools_(tools),
+      stop_(tools.job_stop),
+      share_(tools.settings, tools.services.sets, tools.pace) {
     tools_.services.sets.transfers.add(node_);
+    tools_.pace.connections.add(node_);
 }
 
 CTransferSubThread::~CTransferSubThread() {
     join();
+    tools_.pace.connections.remove(node_);
     tools_.services.sets.transfers.remove(node_);
 }
 
@@ -40,48 +45,53 @@ void CTransferSubThread::join() {
     thread_.join();
 }
 
-void CTransferSubThread::begin_at(std::int64_t position, std::int64_t end) noexcept {
-    gathered_ = 0;
-    past_end_.clear();
-    segment_start_ = best_ = position;
-    position_.store(position, std::memory_order_relaxed);
-    limit_.store(end, std::memory_order_relaxed);
-}
-
 void CTransferSubThread::run() {
     Result last;
-    while (segment != nullptr || host_.take_work(*this)) {
-        // The range that was asked for is open-ended: when the next segment begins where the last one ended,
-        // the answer simply goes on. Unless some of that was read already, to compare it.
-        if (source_ && position() != answer_at_) close_source(false);
-        last = run_segment();
+    while (worker_.has_work() || host_.take_work(*this)) {
+        // The range that was asked for is open-ended: where the next work lies on the way of the open answer,
+        // that simply goes on.
+        if (source_ && !worker_.keeps_answer) close_source(false);
+        last = worker_.check ? run_check() : run_segment();
         if (last.ok()) {
-            tools_.log.line(Direction::note, message(Message::finished_at, {position()}));
-            finished_one = true;
-            closing_ = true;
-            if (host_.release(*this)) break;
-            closing_ = false;
-            const auto pause = tools_.settings.number(setting::suspend_interval);
-            if (stop_.wait_for(std::chrono::milliseconds(pause))) break;
+            bool is_complete = false;
+            if (!finish_work(is_complete) || is_complete) break;
             continue;
         }
         close_source(true);
         if (!try_again(last)) break;
     }
-    if (stop_.requested() && segment != nullptr) {
+    if (stop_.requested() && worker_.segment != nullptr) {
         tools_.log.line(Direction::note, message(Message::cancelled_at, {position()}));
     }
     close_source(!last.ok());
     gather_.release();
     if (tools_.libraries.secur.SSL_Thread_Exit != nullptr) tools_.libraries.secur.SSL_Thread_Exit();
     closing_ = false;
-    if (segment != nullptr) host_.release(*this);
+    if (worker_.has_work()) host_.release(*this, -1, false);
     host_.ended(*this, last);
+}
+
+// Gives back what is done; false when the thread is to end.
+bool CTransferSubThread::finish_work(bool& is_complete) {
+    if (worker_.segment != nullptr) {
+        tools_.log.line(Direction::note, message(Message::finished_at, {position()}));
+        worker_.finished_one = true;
+    }
+    closing_ = true;
+    node_.active = false;
+    worker_.bytes_per_second = 0;
+    const bool is_open = source_ && open_offset() == position();
+    is_complete = host_.release(*this, is_open ? position() : -1, true);
+    if (is_complete) return true;
+    closing_ = false;
+    const auto pause = tools_.settings.number(setting::suspend_interval);
+    return !stop_.wait_for(std::chrono::milliseconds(pause));
 }
 
 void CTransferSubThread::close_source(bool reset) {
     node_.active = false;
-    speed_ = 0;
+    worker_.bytes_per_second = 0;
+    held_.clear();
     if (!source_) return;
     if (!reset) source_->close();
     source_.reset();
@@ -94,12 +104,10 @@ bool CTransferSubThread::try_again(const Result& result) {
     attempt.result = result;
     attempt.asked = asked_;
     attempt.accepted = accepted_;
-    attempt.progressed = position() > best_;
-    attempt.segment_untouched = position() <= segment_start_ && best_ <= segment_start_;
-    best_ = std::max(best_, position());
+    attempt.progressed = worker_.segment != nullptr && position() > worker_.furthest;
+    worker_.furthest = std::max(worker_.furthest, position());
     fruitless_ = attempt.progressed ? 0 : fruitless_ + 1;
     attempt.fruitless = fruitless_;
-    attempt.errors = result.code == Code::joint_unsure ? errors_ : ++errors_;
     attempt.server_asks = server_asks_;
     attempt.told_size = told_size_;
     const AfterFailure after = host_.after_failure(*this, attempt);
@@ -114,23 +122,51 @@ bool CTransferSubThread::try_again(const Result& result) {
 
 Result CTransferSubThread::run_segment() {
     accepted_ = source_ != nullptr;
+    gathered_ = 0;
     if (limit() <= position()) return {};  // the rest was given to others meanwhile
-    if (!source_) {
-        if (Result result = open_source(); !result.ok()) return result;
-    }
+    Result opened = source_ ? read_through() : open_source();
+    if (!opened.ok()) return opened;
     const std::int64_t wanted = tools_.settings.number(setting::data_buffer) * static_cast<std::int64_t>(kib);
     gather_.resize(static_cast<std::size_t>(std::clamp<std::int64_t>(limit() - position(), 1, wanted)));
     node_.active = true;
     const auto began = measured_ = flushed_ = Clock::now();
     const std::int64_t began_at = position();
     measured_bytes_ = 0;
-    settled_ = false;
+    worker_.settled = false;
     measures_ = 0;
     Result result = receive();
     node_.active = false;
     const double seconds = std::max(std::chrono::duration<double>(Clock::now() - began).count(), 0.001);
     segment_speed_ = static_cast<std::int64_t>(static_cast<double>(position() - began_at) / seconds);
     return result;
+}
+
+Result CTransferSubThread::run_check() {
+    accepted_ = false;
+    segment_speed_ = 0;
+    const std::int64_t begin = worker_.check->begin;
+    const std::int64_t end = worker_.check->end;
+    if (Result result = ask(begin); !result.ok()) return result;
+    Result result = compare(begin, end - begin);
+    close_source(false);
+    return result;
+}
+
+// The open answer reads on to the segment, through bytes that others fetched: those that are there are compared.
+Result CTransferSubThread::read_through() {
+    std::vector<std::byte> passed(joint_step);
+    auto quiet_until = from_now(silence_);
+    while (open_offset() < position()) {
+        const std::int64_t offset = open_offset();
+        const auto most = std::min<std::int64_t>(position() - offset, static_cast<std::int64_t>(joint_step));
+        const Moved moved = read_on(std::span(passed).first(static_cast<std::size_t>(most)), quiet_until);
+        if (moved.state != Moved::State::data) return moved_failure(moved);
+        quiet_until = from_now(silence_);
+        if (!host_.is_there(offset, open_offset())) continue;
+        const auto bytes = std::span(passed).first(moved.bytes);
+        if (Result result = hold_against_file(offset, bytes); !result.ok()) return result;
+    }
+    return {};
 }
 
 // Asks at the plan's address, and where another protocol is to be asked, there.
@@ -149,12 +185,20 @@ Result CTransferSubThread::open_at(SourcePlan plan, SourceAnswer& answer) {
 }
 
 Result CTransferSubThread::open_source() {
-    const SourcePlan plan = host_.plan(*this);
+    const std::int64_t at = position();
+    if (Result result = ask(at - host_.overlap_before(worker_)); !result.ok()) return result;
+    // The whole may have come instead, which begins anew.
+    const bool is_overlap = position() == at && asked_ < at && answer_at_ == asked_;
+    return is_overlap ? compare(asked_, at - asked_) : Result{};
+}
+
+// Asks for the bytes from `offset` on.
+Result CTransferSubThread::ask(std::int64_t offset) {
+    const SourcePlan plan = host_.plan(worker_);
     silence_ = plan.silence;
     server_asks_.reset();
     told_size_ = -1;
-    const std::int64_t overlap = host_.overlap_before(*this);
-    asked_ = position() - overlap;
+    asked_ = offset;
     SourceAnswer answer;
     Result result = open_at(plan, answer);
     beyond_end_ = answer.beyond_end;
@@ -165,13 +209,28 @@ Result CTransferSubThread::open_source() {
         if (result.code == Code::range_ignored) told_size_ = answer.version.size;
         return result;
     }
+    held_.clear();
     result = host_.response_accepted(*this, answer, asked_);
     if (!result.ok()) return result;
     accepted_ = true;
     answer_at_ = answer.granted;
     answered_from_ = position();
     tools_.log.line(Direction::note, message_text(Message::start_receiving));
-    return position() > asked_ && answer.granted == asked_ ? compare(asked_, position() - asked_) : Result{};
+    return {};
+}
+
+// The next bytes of the open answer, those first that were received before.
+Moved CTransferSubThread::read_on(std::span<std::byte> into, Clock::time_point until) {
+    if (held_.empty()) {
+        const Moved moved = source_->read(into, until);
+        answer_at_ += static_cast<std::int64_t>(moved.bytes);
+        return moved;
+    }
+    const std::size_t bytes = std::min(into.size(), held_.size());
+    const auto end = held_.begin() + static_cast<std::ptrdiff_t>(bytes);
+    std::copy(held_.begin(), end, into.begin());
+    held_.erase(held_.begin(), end);
+    return Moved::data(bytes);
 }
 
 // The answer ended, and nobody has told where the resource does: whether anything is behind a part is asked.
@@ -195,9 +254,8 @@ Result CTransferSubThread::compare(std::int64_t offset, std::int64_t bytes) {
     while (bytes > 0) {
         const auto most =
             static_cast<std::size_t>(std::min<std::int64_t>(bytes, static_cast<std::int64_t>(joint_step)));
-        const Moved moved = source_->read(std::span(fetched).first(most), quiet_until);
+        const Moved moved = read_on(std::span(fetched).first(most), quiet_until);
         if (moved.state != Moved::State::data) return moved_failure(moved);
-        answer_at_ += static_cast<std::int64_t>(moved.bytes);
         if (Result result = hold_against_file(offset, std::span(fetched).first(moved.bytes)); !result.ok())
             return result;
         offset += static_cast<std::int64_t>(moved.bytes);
@@ -207,34 +265,35 @@ Result CTransferSubThread::compare(std::int64_t offset, std::int64_t bytes) {
     return {};
 }
 
-// The joint with the next segment. Where that one's first bytes are on their way they are waited for: nobody
-// would look at the joint later. One that stays silent is asked for anew, and compares with what is in front
-// of it.
+// The joint with the next segment, as far as that one's bytes are there. What is read for it is kept: the answer
+// may go on from here.
 Result CTransferSubThread::compare_behind() {
     constexpr std::chrono::milliseconds step{20};
     const auto until = from_now(silence_);
-    std::int64_t behind = host_.overlap_behind(*this);
+    std::int64_t behind = host_.overlap_behind(worker_);
     while (behind < 0 && Clock::now() < until) {
         if (stop_.wait_for(step)) return stop_.reason();
-        behind = host_.overlap_behind(*this);
+        behind = host_.overlap_behind(worker_);
     }
-    // What came before the part was cut lies behind its end already.
-    const auto here = std::min<std::int64_t>(behind, static_cast<std::int64_t>(past_end_.size()));
-    if (here > 0) {
-        if (Result result =
-                hold_against_file(limit(), std::span(past_end_).first(static_cast<std::size_t>(here)));
-            !result.ok())
-            return result;
+    if (behind <= 0) return {};
+    const auto wanted = static_cast<std::size_t>(behind);
+    std::vector<std::byte> more(joint_step);
+    while (held_.size() < wanted) {
+        const Moved moved = source_->read(std::span(more).first(wanted - held_.size()), until);
+        if (moved.state != Moved::State::data) return {};  // somebody else is to look at the joint
+        answer_at_ += static_cast<std::int64_t>(moved.bytes);
+        held_.insert(held_.end(), more.begin(), more.begin() + static_cast<std::ptrdiff_t>(moved.bytes));
     }
-    return compare(limit() + here, behind - here);
+    return hold_against_file(position(), std::span(held_).first(wanted));
 }
 
 Result CTransferSubThread::hold_against_file(std::int64_t offset, std::span<const std::byte> fetched) {
     std::vector<std::byte> stored(fetched.size());
+    const std::int64_t end = offset + static_cast<std::int64_t>(fetched.size());
     if (Result result = host_.file().read(offset, stored); !result.ok()) return result;
-    if (std::ranges::equal(fetched, stored)) return {};
-    return {Code::resource_changed,
-            "The bytes around " + std::to_string(offset) + " differ from those received before."};
+    if (!std::ranges::equal(fetched, stored)) return host_.contradicted(worker_, offset, end);
+    host_.agreed(worker_, offset, end);
+    return {};
 }
 
 Result CTransferSubThread::moved_failure(const Moved& moved) const {
@@ -259,73 +318,83 @@ void CTransferSubThread::measure(std::size_t bytes, Clock::time_point now) {
     if (now - measured_ < measure_interval) return;
     const double seconds = std::chrono::duration<double>(now - measured_).count();
     const auto speed = static_cast<std::int64_t>(static_cast<double>(measured_bytes_) / seconds);
-    const std::int64_t before = speed_.load(std::memory_order_relaxed);
-    speed_.store(measures_ == 0 ? speed : (before + speed) / 2, std::memory_order_relaxed);
-    settled_ = ++measures_ >= settling_measures;
+    const std::int64_t before = worker_.bytes_per_second.load(std::memory_order_relaxed);
+    worker_.bytes_per_second.store(measures_ == 0 ? speed : (before + speed) / 2, std::memory_order_relaxed);
+    worker_.settled = ++measures_ >= settling_measures;
     measured_ = now;
     measured_bytes_ = 0;
 }
 
 Result CTransferSubThread::receive() {
     auto last_data = Clock::now();
-    for (;;) {
-        const std::int64_t left = limit() - position();
-        if (left <= 0) {
-            if (Result result = flush(); !result.ok()) return result;
-            // All of the segment is there; only bytes that contradict its neighbour's are news now.
-            Result joint = compare_behind();
-            return joint.code == Code::resource_changed ? joint : Result{};
-        }
-        const std::size_t room = gather_.size() - gathered_;
-        const auto most =
-            static_cast<std::size_t>(std::min<std::int64_t>(left, static_cast<std::int64_t>(room)));
-        const auto until = std::min(last_data + silence_, flushed_ + flush_interval);
-        const Moved moved = source_->read(gather_.bytes().subspan(gathered_, most), until);
-        const auto now = Clock::now();
-        measure(moved.bytes, now);
-        if (moved.state == Moved::State::data) {
-            last_data = now;
-            gathered_ += moved.bytes;
-            answer_at_ += static_cast<std::int64_t>(moved.bytes);
-            host_.count_received(static_cast<std::int64_t>(moved.bytes));
-            position_.fetch_add(static_cast<std::int64_t>(moved.bytes), std::memory_order_relaxed);
-        }
-        // Half full is enough: a read into the small rest of a buffer costs the system as much as a large
-        // one.
-        if (gathered_ >= gather_.size() / 2 || now - flushed_ >= flush_interval) {
-            if (Result result = flush(); !result.ok()) return result;
-        }
-        const bool still_quiet = moved.state == Moved::State::quiet && now < last_data + silence_;
-        if (moved.state == Moved::State::data || still_quiet) continue;
-        if (Result result = flush(); !result.ok()) return result;
-        if (moved.state == Moved::State::closed && limit() == unknown_end) {
-            bool goes_on = false;
-            if (Result result = ask_for_more(goes_on); !result.ok()) return result;
-            last_data = Clock::now();
-            if (goes_on) continue;
-            host_.end_found(*this);
-            return {};
-        }
-        Result failure = moved_failure(moved);
-        if (failure.kind() != Kind::stopped) tools_.log.line(Direction::error, failure.message());
-        return failure;
+    Result end;
+    while (receive_some(last_data, end)) {
     }
+    return end;
+}
+
+// One step; false at the end of the segment or of the answer.
+bool CTransferSubThread::receive_some(Clock::time_point& last_data, Result& end) {
+    const std::int64_t left = limit() - position();
+    if (left <= 0) {
+        end = flush();
+        if (!end.ok() || limit() > position()) return end.ok();  // a neighbour's range came back
+        end = compare_behind();
+        return end.ok() && limit() > position();
+    }
+    const std::size_t room = gather_.size() - gathered_;
+    const auto most = static_cast<std::size_t>(std::min<std::int64_t>(left, static_cast<std::int64_t>(room)));
+    const auto until = std::min(last_data + silence_, flushed_ + flush_interval);
+    const bool is_new = held_.empty();
+    const Moved moved = read_on(gather_.bytes().subspan(gathered_, most), until);
+    const auto now = Clock::now();
+    measure(moved.bytes, now);
+    if (moved.state == Moved::State::data) {
+        last_data = now;
+        gathered_ += moved.bytes;
+        if (is_new) host_.count_received(static_cast<std::int64_t>(moved.bytes));
+        worker_.position.fetch_add(static_cast<std::int64_t>(moved.bytes), std::memory_order_relaxed);
+    }
+    // Half full is enough: a read into the small rest of a buffer costs the system as much as a large one.
+    if (gathered_ >= gather_.size() / 2 || now - flushed_ >= flush_interval) {
+        end = flush();
+        if (!end.ok()) return false;
+    }
+    const bool still_quiet = moved.state == Moved::State::quiet && now < last_data + silence_;
+    if (moved.state == Moved::State::data || still_quiet) return true;
+    bool goes_on = false;
+    end = flush();
+    if (end.ok()) end = end_of_answer(moved, last_data, goes_on);
+    return goes_on;
+}
+
+Result CTransferSubThread::end_of_answer(const Moved& moved, Clock::time_point& last_data, bool& goes_on) {
+    if (moved.state == Moved::State::closed && limit() == unknown_end) {
+        if (Result result = ask_for_more(goes_on); !result.ok()) return result;
+        last_data = Clock::now();
+        if (!goes_on) host_.end_found(worker_);
+        return {};
+    }
+    Result failure = moved_failure(moved);
+    if (failure.kind() != Kind::stopped) tools_.log.line(Direction::error, failure.message());
+    return failure;
 }
 
 // Hands what was gathered to the file. The segment may have been cut meanwhile: what lies behind its end
-// belongs to another connection.
+// is kept, in case that the answer goes on there.
 Result CTransferSubThread::flush() {
     flushed_ = Clock::now();
     const std::int64_t offset = position() - static_cast<std::int64_t>(gathered_);
-    const std::int64_t end = limit();
+    const std::int64_t end = std::max(limit(), offset);
     const std::int64_t bytes = std::min(static_cast<std::int64_t>(gathered_), end - offset);
-    if (position() > end && offset <= end) {
-        const auto behind = gather_.bytes().first(gathered_).subspan(static_cast<std::size_t>(end - offset));
-        past_end_.assign(behind.begin(), behind.end());
+    if (position() > end) {
+        const auto behind = gather_.bytes().first(gathered_).subspan(static_cast<std::size_t>(bytes));
+        held_.insert(held_.begin(), behind.begin(), behind.end());
+        worker_.position.store(end, std::memory_order_relaxed);
     }
     gathered_ = 0;
     if (bytes <= 0) return {};
-    host_.delivered(*this, offset, bytes);
+    host_.delivered(worker_, offset, bytes);
     return host_.file().write(offset, gather_.bytes().first(static_cast<std::size_t>(bytes)));
 }
 

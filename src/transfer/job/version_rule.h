@@ -1,4 +1,4 @@
-// Whether two answers are about the same version of a resource.
+// Whether two answers are about the same version of a resource, and whether about the resource at all.
 #pragma once
 
 #include <cstdint>
@@ -11,6 +11,8 @@ struct ResourceVersion {
     std::int64_t size = -1;     ///< total bytes; -1: unsaid
     std::string last_modified;  ///< as sent; empty: unsaid
     std::string etag;           ///< as sent; empty: unsaid
+    bool strong_date = false;   ///< last_modified is a minute older than the answer (RFC 9110, 8.8.2.2)
+    std::string media_type{};   ///< lower case, without parameters; empty: unsaid
 };
 
 enum class VersionMatch {
@@ -19,9 +21,22 @@ enum class VersionMatch {
     unsure,  ///< the validators cannot tell: compare bytes
 };
 
-/// Size and Last-Modified decide: servers of one name often give the same file different entity tags, so that
-/// where both agree another tag is no change. Without a Last-Modified on both sides an equal strong entity
-/// tag (RFC 9110, 8.8.3) means the same version; anything else is unsure.
+/// Sizes that differ are two versions. Two strong entity tags decide (RFC 9110, 8.8.3), else entity tags that
+/// differ in more than their weakness are two versions, else two dates decide: equal strong ones mean the same
+/// version, different ones two. Whatever is left is unsure.
 VersionMatch compare_versions(const ResourceVersion& known, const ResourceVersion& answer);
+
+/// An equal answer can be told from another version by its validators alone.
+bool has_strong_validator(const ResourceVersion& version);
+
+/// True when the answer is no version of the resource at all: a page that says that a link is used up or asks
+/// for a login. It has none of the known version's validators, and is of another media type, or has no
+/// validators where the known version had some, and not its size.
+bool is_other_content(const ResourceVersion& known, const ResourceVersion& answer);
+
+/// Whether a date of change was at least a minute old when it was sent; both in seconds since 1970.
+constexpr bool is_strong_date(std::int64_t last_modified, std::int64_t sent) noexcept {
+    return sent - last_modified >= 60;
+}
 
 }  // namespace vantlow

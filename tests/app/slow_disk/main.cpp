@@ -1,5 +1,4 @@
-// The program on a disk that takes its time: each flush takes as many milliseconds as VANTLOW_SLOW_FLUSH
-// says.
+// The program on a disk that takes its time: each flush takes as many milliseconds as VANTLOW_SLOW_FLUSH says.
 #include <chrono>
 #include <string>
 #include <thread>

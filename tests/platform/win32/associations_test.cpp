@@ -70,6 +70,10 @@ TEST_F(Associations, AreMadeAndWhatWasBeforeComesBack) {
     ASSERT_TRUE(dissociate(Association::ed2k_links).ok()) << "which never was";
     EXPECT_EQ(value(torrent_files), L"Other");
     EXPECT_FALSE(has(L"Software\\Classes\\magnet"));
+    RegDeleteTreeW(HKEY_CURRENT_USER, torrent_files);
+    ASSERT_TRUE(associate(Association::torrent_files, u"C:\\vantlow.exe").ok());
+    ASSERT_TRUE(dissociate(Association::torrent_files).ok());
+    EXPECT_FALSE(has(torrent_files)) << "nothing had been in it";
     EXPECT_FALSE(has(L"Software\\Classes\\Vantlow"));
 }
 

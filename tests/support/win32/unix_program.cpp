@@ -193,6 +193,10 @@ std::string unix_path(const std::u16string& path) {
     if (found == nullptr) throw std::runtime_error(to_utf8(path) + " has no Unix name");
     std::string text = found;
     HeapFree(GetProcessHeap(), 0, found);
+    // By the folder and not by the drive's link, whose name has a colon: some servers' lists are divided by
+    // it.
+    constexpr std::string_view link = "/dosdevices/c:/";
+    if (const auto at = text.find(link); at != std::string::npos) text.replace(at, link.size(), "/drive_c/");
     return text;
 }
 

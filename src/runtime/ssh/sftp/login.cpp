@@ -132,8 +132,9 @@ int Login::run() {
         if (!broken_) return VANTLOW_SSH_OK;
         return ssh_.fail_as_told(VANTLOW_SSH_REFUSED, "The server ended the login");
     }
-    return ssh_.fail(VANTLOW_SSH_REFUSED, "The server accepts no login of " + std::string(login_.user) +
-                                              " (it offers " + methods_ + ").");
+    return ssh_.fail(VANTLOW_SSH_REFUSED, "The server refused every way to log in as " +
+                                              std::string(login_.user) + " that was tried (it offers " +
+                                              methods_ + ").");
 }
 
 }  // namespace

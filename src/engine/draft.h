@@ -1,0 +1,63 @@
+// What a person asks for before there are jobs.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "base/guid.h"
+#include "platform/file.h"
+#include "store/job.h"
+
+namespace vantlow {
+
+/// Links with what their jobs are to be like. Empty texts: nothing is asked for.
+struct JobDraft {
+    std::vector<std::string> links;  ///< UTF-8: addresses, magnets, or paths of documents on this machine
+    Guid category;                   ///< zero: the first one
+    std::u16string folder;           ///< absolute; empty: the category's
+    std::u16string name;             ///< of the one file that is asked for
+    int connections = 5;
+    std::u16string user;
+    std::u16string password;
+    std::u16string referer;
+    std::u16string agent;
+    std::u16string cookie;  ///< "name=value; name=value", or "@" and the absolute path of a cookies.txt
+    std::u16string proxy;   ///< as an address; empty: the program's
+    std::optional<std::int32_t> retries;
+    std::optional<std::int32_t> retry_delay;  ///< seconds
+    std::optional<ExpectedHash> hash;         ///< of the one file that is asked for
+    std::shared_ptr<const JobRules> rules;    ///< null: the jobs go by the settings alone
+    std::string select;                       ///< which files of a document: "1,3-5"; empty: all
+    bool fresh = false;                       ///< what an earlier run left is removed, not continued
+    bool paused = false;                      ///< the jobs are filed stopped
+};
+
+/// Why a link did not become jobs, or not all that it names. A record: what stands in it is data, clients
+/// make sentences of it.
+struct DraftFault {
+    enum class Kind {
+        unreadable,     ///< the document at `subject`: `file`
+        no_torrent,     ///< `subject` is no torrent
+        no_info_hash,   ///< the torrent or magnet link `subject` has none
+        wrong_sizes,    ///< the sizes in the torrent `subject` cannot be right
+        no_memory,      ///< for `subject`
+        no_file_link,   ///< the eDonkey link `subject` is not one of a file
+        no_address,     ///< the file `item` of the document `subject` has no address that could be fetched
+        not_fetchable,  ///< the address `item` of the document `subject` cannot be fetched
+        not_chosen,     ///< nothing in the document `subject` is named `item`
+        nothing,        ///< nothing in the document `subject` can be fetched
+        one_name,       ///< a name is for one file, but the document `subject` has `count`
+        one_hash,       ///< a hash is for one file, but the document `subject` has `count`
+        not_removed,    ///< the document `subject` was read but its file is still there: `file`
+    };
+    Kind kind = Kind::nothing;
+    std::u16string subject{};  ///< without credentials
+    std::string item{};  ///< UTF-8, as the document writes it; of no_address also "#3" for a nameless one
+    std::size_t count = 0;
+    FileError file{};
+};
+
+}  // namespace vantlow

@@ -1,0 +1,328 @@
+#include "engine/engine.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "base/text.h"
+
+namespace vantlow {
+namespace {
+
+using Fault = Done::Fault;
+
+}  // namespace
+
+Engine::Engine(std::unique_ptr<JobStore> store, Options options)
+    : store_(std::move(store)),
+      options_(std::move(options)),
+      saver_(*store_, options_.settings,
+             [this](const std::string& text) {
+                 tell([&text](EngineListener& listener) { listener.store_said(text); });
+             }),
+      settings_version_(options_.settings.version()) {
+    for (CJobNode* job : store_->jobs_below(nullptr)) decide_kind(*job);
+    watch_ = store_->watch([this](const StoreChange& change) { note(change); });
+}
+
+void Engine::note(const StoreChange& change) {
+    using What = StoreChange::What;
+    switch (change.what) {
+        case What::job_added:
+            return changes_.job(change.identity, job_field::added);
+        case What::job_changed:
+            return changes_.job(change.identity, change.fields);
+        case What::job_removed:
+            return changes_.job(change.identity, job_field::removed);
+        case What::everything:
+            changes_.everything();
+            break;
+        default:
+            break;
+    }
+    changes_.categories();
+}
+
+Engine::~Engine() {
+    if (runner_) end_running();
+}
+
+void Engine::run(Running running) {
+    gathers_log_ = running.gathers_log;
+    questions_.open_for(running.question_time, [this, wake = running.wake] {
+        questions_changed_ = true;
+        if (wake) wake();
+    });
+    saver_.begin(running.wake);
+    if (!in_memory()) names_ = std::make_unique<NameKeeper>(running.wake);
+    runner_ = std::make_unique<SessionRunner>(
+        SessionRunner::Tools{*store_, changes_, questions_, *options_.sessions, options_.settings,
+                             options_.libraries, running.connections, running.threads, options_.stop,
+                             in_memory() ? std::u16string() : options_.data_folder, options_.data_folder,
+                             options_.agent, std::move(running.wake), running.gathers_log,
+                             options_.keeps_state, names_.get(), [this] { serve(); }});
+}
+
+void Engine::end_running() {
+    runner_.reset();
+    names_.reset();
+    saver_.end();
+    questions_.open_for({}, {});
+}
+
+// What sessions wait for.
+void Engine::serve() {
+    saver_.work();
+    if (!names_) return;
+    const NameKeeper::Waiting names = names_->take();
+    if (names.empty()) return;
+    for (const auto& naming : names) {
+        CJobNode* const record = store_->find(naming->job);
+        if (record == nullptr) continue;
+        record->path = naming->path;
+        record->file_size = naming->size;
+        store_->changed(*record, StoreChange::place | StoreChange::positions);
+    }
+    // Where it cannot be made safe the file gets its name all the same: nobody was promised anything.
+    saver_.when_safe([this, names] { names_->let_go(names); });
+}
+
+void Engine::run_only_started() {
+    runner_->only_named();
+}
+
+void Engine::pump(std::chrono::milliseconds at_most) {
+    if (at_most.count() > 0) runner_->wait(at_most);
+    serve();
+    take_ends();
+    take_answers();
+    runner_->start_waiting();
+    take_ends();  // of those that nobody carries out
+    saver_.commit();
+    tell_questions();
+    deliver();
+}
+
+void Engine::take_ends() {
+    if (gathers_log_) {
+        const std::vector<LogLine> lines = runner_->take_log();
+        if (!lines.empty()) tell([&lines](EngineListener& listener) { listener.logged(lines); });
+    }
+    for (JobEnd& end : runner_->take_ends()) take_end(end);
+}
+
+void Engine::take_end(JobEnd& end) {
+    CJobNode* const record = store_->find(end.job->identity);
+    std::optional<Followed> followed;
+    if (record != nullptr && !end.goes_on && end.outcome.result.ok()) followed = follow(*record, end);
+    end.gave_way = followed && followed->gave_way;
+    tell([&end](EngineListener& listener) { listener.ended(end); });
+    if (followed) tell([&followed](EngineListener& listener) { listener.followed(*followed); });
+    if (record != nullptr && !end.goes_on && !end.gave_way) file_ended(*record, end);
+}
+
+// What becomes of a record whose job ended.
+void Engine::file_ended(CJobNode& record, const JobEnd& end) {
+    if (const auto at = leaving_.find(record.identity); at != leaving_.end()) {
+        const bool with_files = at->second;
+        leaving_.erase(at);
+        if (remove_now(record, with_files).ok()) return;
+    }
+    if (in_memory()) {
+        const bool over = record.state == JobState::finished || record.state == JobState::failed;
+        if (over || end.stop_asked) store_->remove(record);
+        return;
+    }
+    if (end.question && record.state == JobState::failed) questions_.leave(*end.question);
+    if (record.state == JobState::finished && options_.settings.flag(setting::move_completed)) {
+        store_->move(record, store_->completed());
+    }
+}
+
+// A document that was fetched becomes the jobs that it names, in its place: its record goes with its file.
+std::optional<Followed> Engine::follow(CJobNode& document, const JobEnd& end) {
+    if (!options_.follows || options_.stop.requested()) return std::nullopt;
+    std::optional<MadeJobs> made;
+    if (maker_) {
+        made = maker_->follow(*end.job, end.outcome);
+    } else {
+        JobMaker maker(draft_of(document, end.outcome), options_.credentials);
+        made = maker.follow(document, end.outcome);
+    }
+    if (!made) return std::nullopt;
+    const bool gives_way = !made->jobs.empty() && !made->document_stays;
+    Followed followed{document.identity, gives_way, {}, std::move(made->faults)};
+    const bool named = runner_->is_named(document.identity);
+    file_made(std::move(made->jobs), document.category, followed.jobs);
+    for (const Guid& job : followed.jobs) {
+        if (named) runner_->name(job);
+    }
+    if (gives_way) {
+        questions_.withdraw(document.identity);
+        store_->remove(document);
+    }
+    return followed;
+}
+
+// What was answered becomes a rule of the job's own. False where it is to stay as it is.
+bool Engine::take_answer(CJobNode& job, const QuestionBoard::Answered& one) {
+    JobRules rules = job.rules ? *job.rules : JobRules();
+    const QuestionAnswer& answer = one.answer;
+    switch (one.question.kind) {
+        case QuestionKind::credentials:
+            if (answer.user.empty()) return false;
+            job.user = answer.user;
+            job.password = answer.password;
+            return true;
+        case QuestionKind::certificate:
+            rules.insecure = true;
+            break;
+        case QuestionKind::overwrite:
+            rules.overwrite = answer.yes ? 2 : 0;
+            break;
+        case QuestionKind::host_key:
+            return false;
+    }
+    if (!answer.yes && !answer.rename) return false;
+    job.rules = std::make_shared<const JobRules>(std::move(rules));
+    return true;
+}
+
+void Engine::take_answers() {
+    for (const QuestionBoard::Answered& one : questions_.take_answered()) {
+        CJobNode* const job = store_->find(one.question.job);
+        if (one.lapsed || job == nullptr || !take_answer(*job, one)) continue;
+        store_->changed(*job, StoreChange::options);
+        static_cast<void>(start(job->identity));
+    }
+}
+
+void Engine::tell_questions() {
+    if (!questions_changed_.exchange(false)) return;
+    changes_.questions();
+    const std::vector<Question> open = questions_.open();
+    tell([&open](EngineListener& listener) { listener.asked(open); });
+}
+
+void Engine::deliver() {
+    const auto now = std::chrono::steady_clock::now();
+    if (listeners_.empty() || now < next_delivery_) return;
+    next_delivery_ = now + options_.change_interval;
+    if (runner_) runner_->note_progress();
+    if (!changes_.has_news()) return;
+    const Changes changes = changes_.deliver();
+    tell([&changes](EngineListener& listener) { listener.changed(changes); });
+}
+
+void Engine::tick() {
+    options_.settings.refresh();
+    if (std::exchange(settings_version_, options_.settings.version()) != settings_version_)
+        changes_.settings();
+    if (runner_) runner_->tick();
+    saver_.tick();
+}
+
+void Engine::settle(JobStore::Settled settled) {
+    saver_.settle(std::move(settled));
+}
+
+void Engine::save_behind() {
+    if (runner_) runner_->refresh_records();
+    saver_.save_behind();
+}
+
+bool Engine::save(std::string& error) {
+    if (runner_) runner_->refresh_records();
+    return !store_->is_dirty() || store_->save(options_.settings, error);
+}
+
+bool Engine::close(std::string& error) {
+    if (runner_) {
+        runner_->stop_all();
+        runner_->wait_for_all();
+        take_ends();
+        runner_->write_logs();
+    }
+    return !store_->is_dirty() || store_->save(options_.settings, error);
+}
+
+// ---- Looking.
+
+std::vector<const CJobNode*> Engine::find_by_digits(std::string_view digits) const {
+    const auto found = store_->find_by_digits(digits);
+    return {found.begin(), found.end()};
+}
+
+std::vector<const CJobNode*> Engine::jobs_below(const CClassNode* category) const {
+    CClassNode* const node = category == nullptr ? nullptr : store_->tree().find(category->identity);
+    const auto jobs = store_->jobs_below(node);
+    return {jobs.begin(), jobs.end()};
+}
+
+const CClassNode* Engine::find_category(const Guid& category) const {
+    return store_->tree().find(category);
+}
+
+std::vector<const CClassNode*> Engine::find_category(std::u16string_view name) const {
+    const auto found = store_->tree().find_named(name);
+    return {found.begin(), found.end()};
+}
+
+std::vector<const CClassNode*> Engine::categories() const {
+    const auto all = store_->tree().all();
+    return {all.begin(), all.end()};
+}
+
+std::optional<JobProgress> Engine::progress(const Guid& job) const {
+    return runner_ ? runner_->progress(job) : std::nullopt;
+}
+
+std::vector<SessionConnection> Engine::connections(const Guid& job) const {
+    return runner_ ? runner_->connections(job) : std::vector<SessionConnection>();
+}
+
+std::vector<RunningJob> Engine::running_jobs() const {
+    return runner_ ? runner_->running_jobs() : std::vector<RunningJob>();
+}
+
+std::size_t Engine::waiting() const {
+    return runner_ ? runner_->waiting() : store_->waiting().size();
+}
+
+std::vector<CLogNode> Engine::log_of(const Guid& job) {
+    if (runner_) runner_->write_logs();
+    return read_job_log(options_.data_folder, job);
+}
+
+// ---- Doing: see also job_operations.cpp and category_operations.cpp.
+
+Done Engine::answer(std::uint64_t question, QuestionAnswer answer) {
+    if (!questions_.answer(question, std::move(answer))) return {Fault::no_question};
+    return {};
+}
+
+Done Engine::set_setting(std::u16string_view section, std::u16string_view key, std::u16string_view value) {
+    const FileError error = options_.settings.write(section, key, value);
+    if (!error.ok()) return {Fault::setting, error};
+    changes_.settings();
+    return {};
+}
+
+Done Engine::unset_setting(std::u16string_view section, std::u16string_view key) {
+    const FileError error = options_.settings.erase(section, key);
+    if (!error.ok()) return {Fault::setting, error};
+    changes_.settings();
+    return {};
+}
+
+Done Engine::set_limit(std::optional<std::int64_t> rate) {
+    const auto write = [this](const NumberSetting& setting, std::int64_t value) {
+        return set_setting(setting.section, setting.key, to_utf16(std::to_string(value)));
+    };
+    if (rate && *rate <= 0) return {Fault::bad_value};
+    if (rate) {
+        if (Done done = write(setting::speed_limit, *rate); !done.ok()) return done;
+    }
+    return write(setting::limit, rate ? 1 : 0);
+}
+
+}  // namespace vantlow

@@ -1,0 +1,247 @@
+// The engine: what any client may have done with the jobs, and what it hears of them.
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+#include "engine/changes.h"
+#include "engine/draft.h"
+#include "engine/job_maker.h"
+#include "engine/listener.h"
+#include "engine/questions.h"
+#include "engine/saver.h"
+#include "engine/session_runner.h"
+#include "store/job_store.h"
+#include "store/settings.h"
+
+namespace vantlow {
+
+/// How an operation ended. A record: clients make sentences of it.
+struct [[nodiscard]] Done {
+    enum class Fault {
+        none,
+        no_job,          ///< there is no such job
+        no_category,     ///< there is no such category
+        running,         ///< the job runs: what was asked for waits for its end (remove), or must wait
+        not_waiting,     ///< only a job that waits has a place in the order
+        name_refused,    ///< no such name can be given
+        name_taken,      ///< another one beside it has the name
+        first_category,  ///< the first category stays as it is and where it is
+        below_itself,    ///< a category cannot stand below itself
+        bad_value,       ///< the value is none that this can have
+        no_question,     ///< there is no such question (any more)
+        file,            ///< the file at `path`: `error`
+        setting,         ///< the store of the settings: `error`
+    };
+    Fault fault = Fault::none;
+    FileError error{};
+    std::u16string path{};
+
+    [[nodiscard]] bool ok() const noexcept { return fault == Fault::none; }
+};
+
+/// What add() made of a draft.
+struct Added {
+    std::vector<Guid> jobs;
+    std::vector<DraftFault> faults;
+    Done done{};  ///< no_category: nothing was made
+};
+
+/// What change() is to change; what is not set stays. Takes effect when the job is started next.
+struct JobEdit {
+    std::optional<std::u16string> address;
+    std::optional<std::u16string> referer;
+    std::optional<std::u16string> comment;
+    std::optional<std::u16string> user;
+    std::optional<std::u16string> password;
+    std::optional<std::u16string> agent;
+    std::optional<std::u16string> cookie;
+    std::optional<std::u16string> proxy;  ///< as an address; empty: the program's
+    std::optional<std::int32_t> connections;
+};
+
+/// Where reorder() puts a job among those that wait.
+enum class Order { first, earlier, later, last };
+
+/// A client's view of all jobs, and the one way to change them. Owns the store. Made, used and destroyed by
+/// one thread, which calls everything; sessions and questions come to it by Options::wake.
+///
+/// A store in memory makes an engine that keeps nothing: a job whose run ended is forgotten when its
+/// listeners have heard of it.
+class Engine {
+  public:
+    struct Options {
+        Settings& settings;
+        const LibraryTables& libraries;
+        StopSource& stop;                ///< of the whole program
+        std::u16string data_folder;      ///< with the proxy list and, beside a store on the disk, the logs
+        std::u16string agent;            ///< of jobs without one of their own
+        CredentialLookup credentials{};  ///< the user's file of logins
+        const SessionTable* sessions = &standard_sessions();
+        bool follows = true;      ///< a fetched document gives way to what it names
+        bool keeps_state = true;  ///< beside partial files, so that a later run continues them
+        std::chrono::milliseconds change_interval{250};  ///< between two calls of EngineListener::changed
+    };
+    Engine(std::unique_ptr<JobStore> store, Options options);
+    ~Engine();
+    Engine(const Engine&) = delete;
+    Engine& operator=(const Engine&) = delete;
+
+    // ---- Running. Without it jobs are only filed.
+
+    struct Running {
+        ConnectionServices& connections;
+        ThreadPool& threads;
+        std::function<void()> wake{};                ///< any thread: asks for a pump() soon
+        std::chrono::milliseconds question_time{0};  ///< how long a question stays open; 0: nobody is asked
+        bool gathers_log = false;                    ///< EngineListener::logged is called
+    };
+    /// From now on pump() runs the jobs that wait.
+    void run(Running running);
+    [[nodiscard]] bool runs() const noexcept { return runner_ != nullptr; }
+    /// Back to filing only: waits until everything that ran has ended. Nobody is woken from then on.
+    void end_running();
+    /// Only jobs that start() names are run from now on.
+    void run_only_started();
+    /// Takes in what ended, starts what may start, tells listeners. Waits up to `at_most` for an end.
+    void pump(std::chrono::milliseconds at_most = std::chrono::milliseconds(0));
+    /// Once a second: settings looked at again, logs written, the store saved where it is worth it.
+    void tick();
+    /// Ends all running jobs, which wait for their turn when they are run again; saves.
+    bool close(std::string& error);
+
+    void add_listener(EngineListener& listener) { listeners_.push_back(&listener); }
+    void remove_listener(EngineListener& listener) { std::erase(listeners_, &listener); }
+
+    // ---- Looking.
+
+    [[nodiscard]] const CJobNode* find(const Guid& job) const noexcept { return store_->find(job); }
+    /// The jobs whose identity's digits (guid_digits()) begin like this; at most two are looked for.
+    [[nodiscard]] std::vector<const CJobNode*> find_by_digits(std::string_view digits) const;
+    /// The jobs of a category and of those below it, in display order; null: all.
+    [[nodiscard]] std::vector<const CJobNode*> jobs_below(const CClassNode* category) const;
+    [[nodiscard]] const CClassNode& category_of(const CJobNode& job) const {
+        return store_->category_of(job);
+    }
+    [[nodiscard]] const CClassNode* find_category(const Guid& category) const;
+    [[nodiscard]] std::vector<const CClassNode*> find_category(std::u16string_view name) const;
+    [[nodiscard]] std::vector<const CClassNode*> categories() const;
+    [[nodiscard]] const CClassNode* first_category() const { return store_->tree().root(); }
+    /// Of a job that runs.
+    [[nodiscard]] std::optional<JobProgress> progress(const Guid& job) const;
+    [[nodiscard]] std::vector<SessionConnection> connections(const Guid& job) const;
+    [[nodiscard]] std::vector<RunningJob> running_jobs() const;
+    [[nodiscard]] std::size_t running() const noexcept { return runner_ ? runner_->running() : 0; }
+    [[nodiscard]] std::size_t waiting() const;
+    /// True while the record of the job says that it runs.
+    [[nodiscard]] bool is_running(const Guid& job) const { return runner_ && runner_->takes_place(job); }
+    [[nodiscard]] bool has_work() const { return runner_ && runner_->has_work(); }
+    [[nodiscard]] std::vector<Question> questions() const { return questions_.open(); }
+    /// The lines of a job's log, oldest first.
+    [[nodiscard]] std::vector<CLogNode> log_of(const Guid& job);
+    [[nodiscard]] std::uint64_t revision() const noexcept { return changes_.revision(); }
+    [[nodiscard]] Changes changes_since(std::uint64_t revision) const { return changes_.since(revision); }
+    [[nodiscard]] const std::u16string& data_folder() const noexcept { return options_.data_folder; }
+
+    // ---- Doing.
+
+    /// Files the jobs of a draft's links. What an earlier run left of one of them in its folder is continued.
+    Added add(const JobDraft& draft);
+    /// From now on only jobs are filed of which this says true; what becomes of the others is the client's.
+    void file_only(std::function<bool(const CJobNode&)> wanted) { wanted_ = std::move(wanted); }
+    /// Files a job that somebody else has made, of a job list.
+    Guid file(std::unique_ptr<CJobNode> job, const Guid& category);
+    /// The job waits for its turn, behind the others, or is left alone where it waits or runs already. A
+    /// finished one starts anew.
+    Done start(const Guid& job);
+    /// A running job ends soon; see wait_for_ends(). One that waits is stopped; others stay as they are.
+    Done stop(const Guid& job);
+    /// Waits until none of the jobs runs any more; some tenths of a second behind stop().
+    void wait_for_ends(const std::vector<Guid>& jobs);
+    /// Takes a job out of the store, `with_files` with what it has on the disk: a finished job's file, or
+    /// what there is of another's. A running job is stopped first and goes when it has ended
+    /// (Fault::running). A job whose files cannot be removed stays.
+    Done remove(const Guid& job, bool with_files);
+    Done move(const Guid& job, const Guid& category);
+    Done change(const Guid& job, const JobEdit& edit);
+    Done reorder(const Guid& job, Order order);
+    /// Gives the job's file another name in its folder: what is on the disk is renamed too. A name that is
+    /// taken there is refused. Not while the job runs.
+    Done rename(const Guid& job, const std::u16string& name);
+
+    struct NewCategory {
+        Done done{};
+        Guid category;
+    };
+    /// `folder` empty: that of the category above. Zero `parent`: below the first one.
+    NewCategory add_category(const std::u16string& name, const std::u16string& folder, const Guid& parent);
+    /// Its jobs go to the one above it.
+    Done remove_category(const Guid& category);
+    Done rename_category(const Guid& category, const std::u16string& name);
+    Done move_category(const Guid& category, const Guid& parent);
+
+    Done answer(std::uint64_t question, QuestionAnswer answer);
+
+    Done set_setting(std::u16string_view section, std::u16string_view key, std::u16string_view value);
+    Done unset_setting(std::u16string_view section, std::u16string_view key);
+    /// Bytes a second for all connections together; none: no limit.
+    Done set_limit(std::optional<std::int64_t> rate);
+
+    /// Tells when everything that was done until now is safe, or why it cannot be made so: at once, or out of
+    /// pump(). Jobs that were added are taken back where it cannot; none is begun before it is. While it
+    /// runs.
+    void settle(JobStore::Settled settled);
+    /// Saves the whole store in the background; while it runs.
+    void save_behind();
+    /// What was done until now is on the disk when it returns, or the sentence says why not.
+    bool save(std::string& error);
+
+  private:
+    [[nodiscard]] bool in_memory() const noexcept { return store_->is_in_memory(); }
+    [[nodiscard]] CClassNode* category_or_first(const Guid& category);
+    static Done look_at_name(const CClassNode& parent, std::u16string_view name, const CClassNode* own);
+    void file_made(std::vector<std::unique_ptr<CJobNode>> jobs, const Guid& category,
+                   std::vector<Guid>& filed);
+    void detach(CJobNode& job) const;
+    void take_ends();
+    void take_end(JobEnd& end);
+    void file_ended(CJobNode& record, const JobEnd& end);
+    std::optional<Followed> follow(CJobNode& document, const JobEnd& end);
+    void take_answers();
+    static bool take_answer(CJobNode& job, const QuestionBoard::Answered& one);
+    void tell_questions();
+    void deliver();
+    Done remove_now(CJobNode& job, bool with_files);
+    void serve();
+    void note(const StoreChange& change);
+    template <class Tell>
+    void tell(const Tell& tell) {
+        for (std::size_t i = 0; i < listeners_.size(); ++i) tell(*listeners_[i]);
+    }
+
+    std::unique_ptr<JobStore> store_;
+    Options options_;
+    ChangeLog changes_;
+    StoreWatchers::Watch watch_;
+    std::atomic<bool> questions_changed_{false};
+    bool gathers_log_ = false;
+    QuestionBoard questions_;
+    Saver saver_;
+    std::vector<EngineListener*> listeners_;
+    std::function<bool(const CJobNode&)> wanted_;
+    std::uint64_t settings_version_;
+    std::unordered_map<Guid, bool, GuidHash> leaving_;  ///< to be removed when they have ended: with files?
+    std::unique_ptr<JobMaker> maker_;                   ///< of the one draft of an engine in memory
+    std::chrono::steady_clock::time_point next_delivery_{};
+    std::unique_ptr<NameKeeper> names_;
+    std::unique_ptr<SessionRunner> runner_;  // last: it uses the above
+};
+
+}  // namespace vantlow

@@ -1,0 +1,283 @@
+#include "engine/job_maker.h"
+
+#include <algorithm>
+#include <ctime>
+
+#include "base/safe_name.h"
+#include "base/text.h"
+#include "meta/metalink.h"
+#include "platform/file.h"
+#include "platform/process.h"
+#include "store/address.h"
+#include "store/job_store.h"
+#include "transfer/job/file_names.h"
+#include "transfer/job/source.h"
+
+namespace vantlow {
+namespace {
+
+// Cuts off what follows the "#" and returns it, with the "#".
+std::u16string take_fragment(std::u16string& address) {
+    const auto hash = address.find(u'#');
+    if (hash == std::u16string::npos) return {};
+    std::u16string fragment = address.substr(hash);
+    address.resize(hash);
+    return fragment;
+}
+
+// The folders and the name of a document's file, each made safe: never outside of `folder`.
+struct Place {
+    std::u16string folder;
+    std::u16string name;
+};
+
+Place place_below(std::u16string folder, std::u16string_view name) {
+    for (auto end = name.find_first_of(u"/\\"); end != std::u16string_view::npos;
+         end = name.find_first_of(u"/\\")) {
+        const std::u16string_view part = name.substr(0, end);
+        name.remove_prefix(end + 1);
+        const std::u16string safe = safe_file_name(part, u"");
+        if (!safe.empty()) folder = join_path(folder, safe);
+    }
+    return {std::move(folder), name.empty() ? std::u16string() : safe_file_name(name)};
+}
+
+// Bytes that no text has: the same media type is said of films.
+bool looks_binary(std::span<const std::byte> bytes) {
+    const auto begin = bytes.first(std::min<std::size_t>(bytes.size(), 1024));
+    return std::find(begin.begin(), begin.end(), std::byte{0}) != begin.end();
+}
+
+// Whether this program has what fetches it: nobody fetches from peers yet.
+bool can_be_fetched(const JobPlan& plan) {
+    return kind_of_address(plan.address) == JobKind::transfer && find_protocol(plan.address) != nullptr;
+}
+
+MadeJobs refuse(DraftFault fault) {
+    MadeJobs made;
+    made.faults.push_back(std::move(fault));
+    return made;
+}
+
+// What a fetched file is: by what its address promised, by what the server said, by its name.
+const DocumentKind* document_kind_of(const CJobNode& job, const JobOutcome& outcome) {
+    if (kind_of(job) == JobKind::document) return document_by_name(u"x.metalink");
+    const DocumentKind* kind = document_by_type(outcome.media_type);
+    if (kind == nullptr) kind = document_by_name(name_of(outcome.path));
+    if (kind != nullptr) return kind;
+    const auto target = parse_target(job.address);
+    return target ? document_by_name(to_utf16(target->path.substr(0, target->path.find('?')))) : nullptr;
+}
+
+}  // namespace
+
+JobDraft draft_of(const CJobNode& document, const JobOutcome& outcome) {
+    JobDraft draft;
+    draft.category = document.category;
+    draft.folder = folder_of(outcome.path);
+    draft.connections = document.connections;
+    draft.user = document.user;
+    draft.password = document.password;
+    draft.referer = document.referer;
+    draft.agent = document.agent;
+    draft.cookie = document.cookie;
+    draft.proxy = document.proxy;
+    draft.rules = document.rules;
+    return draft;
+}
+
+JobMaker::JobMaker(JobDraft draft, CredentialLookup credentials)
+    : draft_(std::move(draft)), credentials_(std::move(credentials)) {
+    earlier_in(draft_.folder);
+}
+
+ResumeIndex& JobMaker::earlier_in(const std::u16string& folder) {
+    return earlier_.try_emplace(folder, folder).first->second;
+}
+
+std::unique_ptr<CJobNode> JobMaker::new_job(const std::u16string& folder) {
+    auto job = std::make_unique<CJobNode>();
+    job->identity = new_guid();
+    job->path = join_path(folder, u"");
+    job->created = static_cast<std::int64_t>(std::time(nullptr));
+    return job;
+}
+
+// What an earlier run left is removed, unless another process is at it.
+void JobMaker::forget_earlier(const std::u16string& folder, const std::u16string& address,
+                              const std::u16string& name) {
+    while (const auto job = earlier_in(folder).take(address, name)) {
+        if (is_somebodys_ && is_somebodys_(job->identity)) continue;
+        File partial;
+        const std::u16string path = job->path + std::u16string(partial_suffix);
+        if (partial.open(path, OpenMode::write_existing).ok() && !partial.try_lock()) continue;
+        partial.close();
+        static_cast<void>(remove_file(job->path + std::u16string(state_suffix)));
+        static_cast<void>(remove_file(path));  // what stays behind is used again as an abandoned file
+    }
+}
+
+void JobMaker::apply_request(CJobNode& job) {
+    job.user = draft_.user;
+    job.password = draft_.password;
+    job.referer = draft_.referer;
+    job.agent = draft_.agent;
+    job.cookie = draft_.cookie;
+    job.proxy = draft_.proxy;
+    job.rules = draft_.rules;
+    job.connections = draft_.connections;
+    job.max_threads = draft_.connections;
+    job.retry_by_settings = draft_.retries ? 0 : 1;
+    if (draft_.retries) job.retries = *draft_.retries;
+    job.retry_delay = draft_.retry_delay.value_or(-1);
+    if (draft_.hash) {
+        auto sources =
+            job.sources ? std::make_shared<JobSources>(*job.sources) : std::make_shared<JobSources>();
+        sources->whole = draft_.hash;
+        job.sources = std::move(sources);
+    }
+    job.start_mode = draft_.paused ? 0 : 1;
+    job.state = draft_.paused ? JobState::stopped : JobState::waiting;
+    look_up_login(job);
+}
+
+// What the user's file says of the job's server, as far as the address and the draft do not say it: all, or
+// the half that is missing.
+void JobMaker::look_up_login(CJobNode& job) {
+    const auto target = credentials_ ? parse_target(job.address) : std::nullopt;
+    if (!target || !target->password.empty()) return;
+    const std::u16string user = target->user.empty() ? job.user : target->user;
+    const bool is_password_for_it = !job.password.empty() && (job.user.empty() || job.user == user);
+    if (!user.empty() && is_password_for_it) return;
+    const auto found = credentials_(target->host, to_utf8(user));
+    if (!found) return;
+    job.user = to_utf16(found->login);
+    if (!is_password_for_it) job.password = to_utf16(found->password);
+}
+
+std::unique_ptr<CJobNode> JobMaker::job_for(JobPlan plan) {
+    const bool on_a_server = kind_of_address(plan.address) == JobKind::transfer;
+    // Only an address of a server has a fragment; in other links a "#" is part of a name.
+    const std::u16string fragment = on_a_server ? take_fragment(plan.address) : std::u16string();
+    Place place = place_below(draft_.folder, plan.name);
+    if (!draft_.name.empty()) place = {draft_.folder, draft_.name};
+    std::unique_ptr<CJobNode> job;
+    if (on_a_server) {
+        if (draft_.fresh) forget_earlier(place.folder, plan.address, place.name);
+        job = earlier_in(place.folder).take(plan.address, place.name);
+    }
+    if (!job) {
+        job = new_job(place.folder);
+        job->file_name = place.name;
+        if (!on_a_server) job->file_size = plan.size;
+    }
+    job->address = std::move(plan.address);  // with its credentials, which no state holds
+    job->fragment = fragment;
+    job->comment = std::move(plan.comment);
+    job->sources = std::move(plan.sources);
+    decide_kind(*job);
+    apply_request(*job);
+    return job;
+}
+
+MadeJobs JobMaker::make_from_plans(JobPlans plans, const std::u16string& subject) {
+    const std::size_t count = plans.plans.size();
+    if (count > 1 && !draft_.name.empty()) return refuse({DraftFault::Kind::one_name, subject, {}, count});
+    if (count > 1 && draft_.hash) return refuse({DraftFault::Kind::one_hash, subject, {}, count});
+    MadeJobs made;
+    made.faults = std::move(plans.faults);
+    for (DraftFault& fault : made.faults) {
+        if (fault.subject.empty()) fault.subject = subject;
+    }
+    for (JobPlan& plan : plans.plans) made.jobs.push_back(job_for(std::move(plan)));
+    return made;
+}
+
+MadeJobs JobMaker::make_link(const std::u16string& address) {
+    return make_from_plans(plan_link(address), without_credentials(address));
+}
+
+JobPlans JobMaker::read_plans(const DocumentKind& kind, std::span<const std::byte> bytes,
+                              std::u16string origin, std::u16string fragment) const {
+    JobPlans plans = kind.read(bytes, {std::move(origin), std::move(fragment), draft_.select});
+    if (plans.plans.empty() && plans.faults.empty()) plans.faults.push_back({DraftFault::Kind::nothing});
+    return plans;
+}
+
+// "metalink://" in front of where the document is; without a scheme of its own that is an HTTP server.
+MadeJobs JobMaker::make_metalink(std::u16string address) {
+    if (address.find(u"://") == std::u16string::npos) address.insert(0, u"http://");
+    MadeJobs made = make_link(address);
+    for (const auto& job : made.jobs) job->kind = static_cast<std::int32_t>(JobKind::document);
+    return made;
+}
+
+// A job that a fetched document names: the document's login and cookies were given for the document's server.
+void JobMaker::leave_document(const CJobNode& document, CJobNode& named) {
+    if (kind_of(named) == JobKind::transfer && !named.sources) {
+        // One that has sources is what a document named: it is not taken for a document itself.
+        JobSources one;
+        one.mirrors.push_back(named.address);
+        named.sources = std::make_shared<const JobSources>(std::move(one));
+    }
+    const auto target = parse_target(document.address);
+    const auto next = parse_target(named.address);
+    if (target && next && is_same_server(*target, *next)) return;
+    named.user.clear();
+    named.password.clear();
+    named.referer.clear();
+    if (!named.cookie.starts_with(u'@')) named.cookie.clear();
+    look_up_login(named);
+}
+
+std::optional<MadeJobs> JobMaker::follow(const CJobNode& job, const JobOutcome& outcome) {
+    if (job.sources || outcome.size > static_cast<std::int64_t>(largest_document)) return std::nullopt;
+    const DocumentKind* kind = document_kind_of(job, outcome);
+    if (kind == nullptr) return std::nullopt;
+    std::vector<std::byte> bytes;
+    if (!read_file(outcome.path, largest_document, bytes).ok()) return std::nullopt;
+    if (kind->suffix != u".torrent" && looks_binary(bytes)) return std::nullopt;
+    JobPlans plans =
+        read_plans(*kind, bytes, job.address, job.fragment.empty() ? u"" : job.fragment.substr(1));
+    const auto fetchable = std::count_if(plans.plans.begin(), plans.plans.end(), can_be_fetched);
+    const bool all_of_it = plans.faults.empty() && fetchable == std::ssize(plans.plans);
+    const bool was_promised = kind_of(job) == JobKind::document;
+    // What only its name or type took for a document, and one that leads nowhere, is an ordinary file.
+    if (fetchable == 0 && !was_promised) return std::nullopt;
+    MadeJobs made = make_from_plans(std::move(plans), without_credentials(job.address));
+    if (made.jobs.empty()) return was_promised ? std::optional(std::move(made)) : std::nullopt;
+    made.document_stays = !all_of_it;
+    for (const auto& named : made.jobs) leave_document(job, *named);
+    if (made.document_stays) return made;
+    if (const FileError error = remove_file(outcome.path); !error.ok())
+        made.faults.push_back({DraftFault::Kind::not_removed, outcome.path, {}, 0, error});
+    return made;
+}
+
+MadeJobs JobMaker::make(const std::string& link) {
+    const std::u16string address = to_utf16(link);
+    constexpr std::u16string_view scheme = u"metalink://";
+    if (istarts_with(address, scheme) && address.size() > scheme.size())
+        return make_metalink(address.substr(scheme.size()));
+    // A document on this machine: only what is there is one.
+    std::u16string path = address;
+    std::u16string fragment;
+    if (path_kind(absolute_path(path)) != PathKind::file) {
+        const auto hash = path.find(u'#', path.find(u'.'));
+        MetalinkPath split = split_metalink_path(path);
+        if (split.fragment.empty() && hash != std::u16string::npos) {
+            split = {path.substr(0, hash), path.substr(hash + 1)};
+        }
+        path = std::move(split.file);
+        fragment = std::move(split.fragment);
+    }
+    const DocumentKind* document = document_by_name(path);
+    const std::u16string file = absolute_path(path);
+    if (document == nullptr || path_kind(file) != PathKind::file) return make_link(address);
+    std::vector<std::byte> bytes;
+    if (const FileError error = read_file(file, largest_document, bytes); !error.ok())
+        return refuse({DraftFault::Kind::unreadable, file, {}, 0, error});
+    return make_from_plans(read_plans(*document, bytes, file, std::move(fragment)), file);
+}
+
+}  // namespace vantlow

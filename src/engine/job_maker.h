@@ -1,0 +1,73 @@
+// From a link or a document to jobs.
+#pragma once
+
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "engine/documents.h"
+#include "engine/draft.h"
+#include "engine/job_plan.h"
+#include "engine/kinds.h"
+#include "engine/netrc.h"
+#include "store/job.h"
+#include "transfer/job/progress.h"
+#include "transfer/job/resume_state.h"
+
+namespace vantlow {
+
+/// What one link became. The jobs have their kinds, but are not filed yet; mirrors and hashes, where there
+/// are any, stand in job->sources.
+struct MadeJobs {
+    std::vector<std::unique_ptr<CJobNode>> jobs;
+    std::vector<DraftFault> faults;  ///< why there is nothing, or not everything
+    /// Of a document that was followed: it names more than can be fetched, and its file is left for that.
+    bool document_stays = false;
+};
+
+/// Makes jobs of links: new ones, or those that an earlier run left in their folder. One thread.
+class JobMaker {
+  public:
+    /// `draft` says what the jobs are to be like; its links and its category are not looked at. Its folder
+    /// must be named.
+    JobMaker(JobDraft draft, CredentialLookup credentials);
+
+    /// Tells of unfinished jobs that are somebody's: their files are left alone where the draft is to begin
+    /// anew.
+    void spare(std::function<bool(const Guid&)> is_somebodys) { is_somebodys_ = std::move(is_somebodys); }
+
+    /// The jobs of one link, or of a document on this machine (UTF-8).
+    MadeJobs make(const std::string& link);
+    /// What a job that ended well has fetched may be a document, by its kind, its media type or its name:
+    /// then its jobs, and its file is gone. None when it is an ordinary file, or a document of which nothing
+    /// can be fetched: that stays as the file that it is.
+    std::optional<MadeJobs> follow(const CJobNode& job, const JobOutcome& outcome);
+
+  private:
+    [[nodiscard]] JobPlans read_plans(const DocumentKind& kind, std::span<const std::byte> bytes,
+                                      std::u16string origin, std::u16string fragment) const;
+    MadeJobs make_from_plans(JobPlans plans, const std::u16string& subject);
+    MadeJobs make_metalink(std::u16string address);
+    MadeJobs make_link(const std::u16string& address);
+    std::unique_ptr<CJobNode> job_for(JobPlan plan);
+    std::unique_ptr<CJobNode> new_job(const std::u16string& folder);
+    ResumeIndex& earlier_in(const std::u16string& folder);
+    void forget_earlier(const std::u16string& folder, const std::u16string& address,
+                        const std::u16string& name);
+    void apply_request(CJobNode& job);
+    void look_up_login(CJobNode& job);
+    void leave_document(const CJobNode& document, CJobNode& named);
+
+    const JobDraft draft_;
+    CredentialLookup credentials_;
+    std::function<bool(const Guid&)> is_somebodys_;
+    std::map<std::u16string, ResumeIndex> earlier_;  ///< by folder
+};
+
+/// The draft that jobs follow which a fetched document names: what its own job was to be like, in its folder.
+JobDraft draft_of(const CJobNode& document, const JobOutcome& outcome);
+
+}  // namespace vantlow

@@ -1,0 +1,230 @@
+// The engine's operations on jobs.
+#include <algorithm>
+#include <ctime>
+#include <utility>
+
+#include "base/safe_name.h"
+#include "engine/engine.h"
+#include "engine/recovery.h"
+#include "store/address.h"
+#include "store/proxy_address.h"
+#include "transfer/job/file_names.h"
+
+namespace vantlow {
+namespace {
+
+using Fault = Done::Fault;
+
+// What the job has on the disk: its file, or what there is of it. A finished job's name alone says nothing:
+// only what the job itself has written is removed.
+Done remove_files(const CJobNode& job) {
+    if (name_of(job.path).empty()) return {};
+    const std::u16string partial = job.path + std::u16string(partial_suffix);
+    const std::u16string state = job.path + std::u16string(state_suffix);
+    Done done;
+    for (const std::u16string& path : {job.state == JobState::finished ? job.path : partial, state}) {
+        const FileError error = remove_file(path);
+        if (!error.ok() && error.fault != FileFault::not_found) done = {Fault::file, error, path};
+    }
+    return done;
+}
+
+// Both files of an unfinished job, or its finished file, under another name.
+Done rename_files(const CJobNode& job, const std::u16string& to) {
+    const bool finished = job.state == JobState::finished;
+    for (const std::u16string_view suffix : {std::u16string_view(), partial_suffix, state_suffix}) {
+        if (path_kind(to + std::u16string(suffix)) != PathKind::none) return {Fault::name_taken, {}, to};
+    }
+    const std::u16string main_suffix(finished ? std::u16string_view() : partial_suffix);
+    const std::u16string from = job.path + main_suffix;
+    if (const FileError error = rename_no_replace(from, to + main_suffix); !error.ok())
+        return {Fault::file, error, from};
+    if (finished) return {};
+    // Without its state the job only loses what it knew of its positions beside the database.
+    static_cast<void>(
+        rename_no_replace(job.path + std::u16string(state_suffix), to + std::u16string(state_suffix)));
+    return {};
+}
+
+}  // namespace
+
+// What already belongs to a job of the store stays with it.
+void Engine::detach(CJobNode& job) const {
+    if (store_->find(job.identity) == nullptr) return;
+    job.identity = {};
+    job.validators = {};
+    job.partial_mark = {};
+    forget_run(job);
+}
+
+void Engine::file_made(std::vector<std::unique_ptr<CJobNode>> jobs, const Guid& category,
+                       std::vector<Guid>& filed) {
+    for (auto& job : jobs) {
+        if (wanted_ && !wanted_(*job)) continue;
+        detach(*job);
+        filed.push_back(file(std::move(job), category));
+    }
+}
+
+Guid Engine::file(std::unique_ptr<CJobNode> job, const Guid& category) {
+    CClassNode& node = *category_or_first(category);
+    if (job->path.empty()) job->path = join_path(node.folder, u"");
+    if (job->created == 0) job->created = static_cast<std::int64_t>(std::time(nullptr));
+    decide_kind(*job);
+    const CJobNode& filed = store_->add(std::move(job), node);
+    if (runner_) runner_->filed();
+    return filed.identity;
+}
+
+Added Engine::add(const JobDraft& draft) {
+    Added added;
+    const CClassNode* const category = store_->tree().find(draft.category);
+    if (category == nullptr) {
+        added.done.fault = Fault::no_category;
+        return added;
+    }
+    JobDraft common = draft;
+    common.links.clear();
+    if (common.folder.empty()) common.folder = category->folder;
+    auto maker = std::make_unique<JobMaker>(std::move(common), options_.credentials);
+    maker->spare([this](const Guid& job) { return store_->find(job) != nullptr; });
+    for (const std::string& link : draft.links) {
+        MadeJobs made = maker->make(link);
+        std::move(made.faults.begin(), made.faults.end(), std::back_inserter(added.faults));
+        file_made(std::move(made.jobs), draft.category, added.jobs);
+    }
+    if (in_memory()) maker_ = std::move(maker);
+    return added;
+}
+
+Done Engine::start(const Guid& job) {
+    CJobNode* const record = store_->find(job);
+    if (record == nullptr) return {Fault::no_job};
+    if (runner_) runner_->name(job);
+    questions_.withdraw(job);
+    if (record->state == JobState::running && runner_) runner_->start_again(job);
+    if (record->state == JobState::running || record->state == JobState::waiting) return {};
+    if (record->state == JobState::finished) forget_run(*record);
+    store_->queue_last(*record);
+    return {};
+}
+
+Done Engine::stop(const Guid& job) {
+    CJobNode* const record = store_->find(job);
+    if (record == nullptr) return {Fault::no_job};
+    if (runner_) runner_->stop(job);
+    if (record->state == JobState::waiting) {
+        store_->set_state(*record, JobState::stopped);
+    }
+    return {};
+}
+
+void Engine::wait_for_ends(const std::vector<Guid>& jobs) {
+    if (!runner_) return;
+    const auto runs = [this](const Guid& job) { return runner_->takes_place(job); };
+    while (std::any_of(jobs.begin(), jobs.end(), runs)) {
+        runner_->wait_and_serve();
+        take_ends();
+    }
+}
+
+Done Engine::remove(const Guid& job, bool with_files) {
+    CJobNode* const record = store_->find(job);
+    if (record == nullptr) return {Fault::no_job};
+    if (runner_) runner_->stop(job);
+    if (!runner_ || !runner_->takes_place(job)) return remove_now(*record, with_files);
+    leaving_[job] = with_files;
+    return {Fault::running};
+}
+
+// A job whose files stay is filed no more all the same only where they were not to go with it.
+Done Engine::remove_now(CJobNode& job, bool with_files) {
+    if (with_files) {
+        if (Done done = remove_files(job); !done.ok()) return done;
+    }
+    const Guid identity = job.identity;
+    questions_.withdraw(identity);
+    store_->remove(job);
+    if (runner_) {
+        runner_->remove_log(identity);
+    } else {
+        remove_job_log(options_.data_folder, identity);
+    }
+    return {};
+}
+
+Done Engine::move(const Guid& job, const Guid& category) {
+    CJobNode* const record = store_->find(job);
+    CClassNode* const node = store_->tree().find(category);
+    if (record == nullptr) return {Fault::no_job};
+    if (node == nullptr) return {Fault::no_category};
+    store_->move(*record, *node);
+    return {};
+}
+
+Done Engine::change(const Guid& job, const JobEdit& edit) {
+    CJobNode* const record = store_->find(job);
+    if (record == nullptr) return {Fault::no_job};
+    if (edit.proxy && !edit.proxy->empty() && !parse_proxy(*edit.proxy)) return {Fault::bad_value};
+    if (edit.connections && (*edit.connections < 1 || *edit.connections > most_connections))
+        return {Fault::bad_value};
+    if (edit.address) {
+        // Another address of the same file: a link that has run out is replaced, and the job goes on.
+        if (kind_of_address(*edit.address) != kind_of_address(record->address)) return {Fault::bad_value};
+        record->address = *edit.address;
+    }
+    const auto set = [](std::u16string& member, const std::optional<std::u16string>& value) {
+        if (value) member = *value;
+    };
+    set(record->referer, edit.referer);
+    set(record->comment, edit.comment);
+    set(record->user, edit.user);
+    set(record->password, edit.password);
+    set(record->agent, edit.agent);
+    set(record->cookie, edit.cookie);
+    set(record->proxy, edit.proxy);
+    if (edit.connections) record->connections = record->max_threads = *edit.connections;
+    store_->changed(*record, StoreChange::options);
+    return {};
+}
+
+Done Engine::reorder(const Guid& job, Order order) {
+    CJobNode* const record = store_->find(job);
+    if (record == nullptr) return {Fault::no_job};
+    const auto& waiting = store_->waiting();
+    const auto at = waiting.find({record->order, record});
+    if (at == waiting.end()) return {Fault::not_waiting};
+    switch (order) {
+        case Order::first:
+            store_->queue_first(*record);
+            break;
+        case Order::last:
+            store_->queue_last(*record);
+            break;
+        case Order::earlier:
+            if (at != waiting.begin()) store_->swap_places(*record, *std::prev(at)->second);
+            break;
+        case Order::later:
+            if (std::next(at) != waiting.end()) store_->swap_places(*record, *std::next(at)->second);
+            break;
+    }
+    return {};
+}
+
+Done Engine::rename(const Guid& job, const std::u16string& name) {
+    CJobNode* const record = store_->find(job);
+    if (record == nullptr) return {Fault::no_job};
+    if (runner_ && runner_->is_running(job)) return {Fault::running};
+    if (name.empty() || safe_file_name(name) != name) return {Fault::name_refused};
+    if (!name_of(record->path).empty()) {
+        const std::u16string to = join_path(folder_of(record->path), name);
+        if (to == record->path) return {};
+        if (Done done = rename_files(*record, to); !done.ok()) return done;
+        record->path = to;
+    }
+    record->file_name = name;
+    store_->changed(*record, StoreChange::place);
+    return {};
+}
+
+}  // namespace vantlow

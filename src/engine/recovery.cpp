@@ -1,0 +1,79 @@
+#include "engine/recovery.h"
+
+#include <utility>
+
+#include "platform/file.h"
+#include "platform/file_stamp.h"
+#include "transfer/job/file_names.h"
+
+namespace vantlow {
+namespace {
+
+constexpr std::int64_t nanoseconds_of_a_second = 1'000'000'000;
+
+// The job was cut off between the end of its file and the save that would have told: its partial file is
+// gone, and under its name stands a file of its size that is younger than the job.
+bool ended_unsaved(const CJobNode& job) {
+    if (job.file_size < 0 || name_of(job.path).empty()) return false;
+    if (path_kind(job.path + std::u16string(partial_suffix)) != PathKind::none) return false;
+    const FileStamp stamp = file_stamp(job.path);
+    return stamp.there && stamp.size == job.file_size &&
+           stamp.modified / nanoseconds_of_a_second >= job.created;
+}
+
+}  // namespace
+
+void take_positions(CJobNode& record, CJobNode& from) {
+    record.segments = std::move(from.segments);
+    record.file_size = from.file_size;
+    record.validators = std::move(from.validators);
+    record.partial_mark = std::move(from.partial_mark);
+    record.path = from.path;
+    record.whole_file = from.whole_file;
+    record.bit_map = std::move(from.bit_map);
+    record.bit_count = from.bit_count;
+    record.bit_map_mark = std::move(from.bit_map_mark);
+}
+
+void take_end(CJobNode& record, CJobNode& from) {
+    take_positions(record, from);
+    record.result = from.result;
+    record.error = std::move(from.error);
+    record.finished = from.finished;
+}
+
+// Where the database knew of no name, the states in the folder tell which is the job's.
+void Recovery::adopt_state(CJobNode& job, bool interrupted) {
+    if (!name_of(job.path).empty()) {
+        const auto state = load_resume_state(job.path + std::u16string(state_suffix));
+        if (!state || state->identity != job.identity) return;
+        state->path = job.path;
+        take_positions(job, *state);
+        return;
+    }
+    if (!interrupted) return;
+    const std::u16string folder = folder_of(job.path);
+    auto at = left_behind_.find(folder);
+    if (at == left_behind_.end()) at = left_behind_.emplace(folder, ResumeIndex(folder)).first;
+    if (const auto state = at->second.take(job.identity)) take_positions(job, *state);
+}
+
+bool Recovery::catch_up(CJobNode& record, bool interrupted) {
+    if (interrupted && ended_unsaved(record)) {
+        record.segments.clear();
+        record.result = Code::ok;
+        record.finished = file_stamp(record.path).modified / nanoseconds_of_a_second;
+        return false;
+    }
+    adopt_state(record, interrupted);
+    return true;
+}
+
+void forget_run(CJobNode& record) {
+    record.segments.clear();
+    record.file_size = -1;
+    record.finished = 0;
+    record.path = folder_of(record.path) + path_separator();
+}
+
+}  // namespace vantlow

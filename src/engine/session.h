@@ -1,0 +1,102 @@
+// What a job of some kind is while somebody looks after it, and the table of kinds.
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "base/result.h"
+#include "engine/kinds.h"
+#include "engine/questions.h"
+#include "store/job.h"
+#include "transfer/job/main_thread.h"
+#include "transfer/job/progress.h"
+
+namespace vantlow {
+
+/// One connection of a session, as lists show it.
+struct SessionConnection {
+    std::string peer;        ///< UTF-8: a server or a tracker, without credentials and keys
+    std::int64_t start = 0;  ///< of the range that it works on, bytes; both 0 where it has none
+    std::int64_t end = 0;    ///< one past the last; unknown_end while the size is unknown
+    bool works = false;      ///< it receives, or waits for an answer
+    std::string trouble{};   ///< why it does not, as the other side or the system says; may be empty
+};
+
+/// What a session left behind.
+struct SessionEnd {
+    std::unique_ptr<CJobNode> job;
+    JobOutcome outcome;
+    std::optional<Question> question{};  ///< whose answer would mend the failure
+};
+
+/// A job under way. Made, used and destroyed by the engine's thread; its own threads work on a twin of the
+/// job's record, which it owns.
+class JobSession {
+  public:
+    JobSession() = default;
+    JobSession(const JobSession&) = delete;
+    JobSession& operator=(const JobSession&) = delete;
+    /// Ends what still runs; blocks until its threads are gone.
+    virtual ~JobSession() = default;
+
+    /// Fails where the system gives no further thread: nothing runs then, and the call may be repeated.
+    virtual Result start() = 0;
+    /// Ends a session that could not be started: it has ended with `why`.
+    virtual void fail(const Result& why) = 0;
+    /// Asks for the end; returns at once.
+    virtual void stop() noexcept = 0;
+    /// True once nothing of it runs any more. A session whose work is done by itself calls `on_end` then;
+    /// one that was stopped may leave it to who looks.
+    [[nodiscard]] virtual bool has_ended() const noexcept = 0;
+    /// After the end: joins the threads, and gives what is left.
+    virtual SessionEnd take_end() = 0;
+
+    [[nodiscard]] virtual const CJobNode& job() const noexcept = 0;
+    [[nodiscard]] virtual JobProgress progress() = 0;
+    /// The job as it may be saved now: with positions whose bytes are on the disk. Null: as it was saved
+    /// last.
+    [[nodiscard]] virtual std::unique_ptr<CJobNode> safe_copy() = 0;
+    [[nodiscard]] virtual std::vector<SessionConnection> connections() = 0;
+
+    /// Called about once a second, and at each round of the engine.
+    virtual void look() {}
+    /// Once nobody need wait for this session, although it goes on: what came of it. A torrent that is only
+    /// announced is such a one.
+    [[nodiscard]] virtual std::optional<Result> settled() const { return std::nullopt; }
+};
+
+/// What a session is made of.
+struct SessionPlan {
+    std::unique_ptr<CJobNode> job;  ///< its own twin of the record
+    RunOptions options;
+    LogSink& log;                  ///< outlives the session
+    std::function<void()> on_end;  ///< any thread, once at most, when the session has ended; returns soon
+    QuestionBoard& questions;      ///< outlives the session
+};
+
+/// How jobs of one kind are carried out: a row of the table.
+struct SessionKind {
+    JobKind kind = JobKind::transfer;
+    /// True: such a job counts among the jobs at once ("MaxJobs") and its record says that it runs. False: it
+    /// is looked after beside them while its record goes on waiting.
+    bool takes_place = true;
+    std::size_t most_at_once = 1000;  ///< of this kind
+    std::function<std::unique_ptr<JobSession>(SessionPlan, const TransferServices&)> make;
+};
+
+/// A table of kinds. A kind without a row cannot be carried out: such jobs end with Code::unsupported.
+using SessionTable = std::vector<SessionKind>;
+
+const SessionKind* find_session_kind(const SessionTable& table, JobKind kind) noexcept;
+
+/// The kinds that this program carries out.
+const SessionTable& standard_sessions();
+
+// The sessions of standard_sessions().
+std::unique_ptr<JobSession> make_plain_session(SessionPlan plan, const TransferServices& services);
+std::unique_ptr<JobSession> make_torrent_session(SessionPlan plan, const TransferServices& services);
+
+}  // namespace vantlow

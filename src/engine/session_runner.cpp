@@ -1,0 +1,384 @@
+#include "engine/session_runner.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace vantlow {
+namespace {
+
+// More lines than these are not kept for who shows them: nobody reads so fast.
+constexpr std::size_t most_lines = 100000;
+
+// Sessions that end may wait for the names of their files, and others for their trackers.
+constexpr std::chrono::milliseconds serving_step{20};
+
+bool has_settled(const JobSession& session) {
+    return session.settled().has_value();
+}
+
+}  // namespace
+
+SessionRunner::SessionRunner(Tools tools)
+    : tools_(std::move(tools)),
+      stop_(tools_.stop),
+      services_{tools_.connections, tools_.libraries, tools_.settings, stop_, tools_.threads} {}
+
+SessionRunner::~SessionRunner() {
+    stop_all();
+    wait_for_all();
+}
+
+CJobLog::Listener SessionRunner::listener_of(Entry& entry) {
+    JobLogFile* const file = entry.file.get();
+    if (!tools_.gathers_log) {
+        if (file == nullptr) return {};
+        return [file](const CLogNode& line) { file->add(line); };
+    }
+    return [this, file, number = entry.number](const CLogNode& line) {
+        if (file != nullptr) file->add(line);
+        const std::lock_guard guard(mutex_);
+        if (lines_.size() < most_lines) lines_.push_back({number, line});
+    };
+}
+
+SessionRunner::Entry& SessionRunner::make_entry(const CJobNode& job, const SessionKind& kind) {
+    auto made = std::make_unique<Entry>();
+    Entry& entry = *made;
+    entry.number = next_number_++;
+    entry.kind = &kind;
+    entry.path = job.path;
+    if (!tools_.logs_in.empty()) entry.file = std::make_unique<JobLogFile>(tools_.logs_in, job.identity);
+    entry.log = std::make_unique<CJobLog>(listener_of(entry));
+    ProxyFault fault;
+    RunOptions options = run_options_of(job, tools_.settings, tools_.proxies_in, fault);
+    options.default_agent = tools_.agent;
+    options.keep_state = tools_.keeps_state;
+    if (tools_.names != nullptr) {
+        options.before_name = [this, identity = job.identity](const std::u16string& path, std::int64_t size) {
+            tools_.names->wait_for({identity, path, size});
+        };
+    }
+    if (!fault.ok()) entry.log->line(Direction::error, fault.text_for_people());
+    const auto on_end = [this, identity = job.identity] {
+        {
+            const std::lock_guard guard(mutex_);
+            ended_.push_back(identity);
+        }
+        changed_.notify_all();
+        if (tools_.wake) tools_.wake();
+    };
+    entry.session =
+        kind.make({job.twin(), std::move(options), *entry.log, on_end, tools_.questions}, services_);
+    sessions_[job.identity] = std::move(made);
+    return entry;
+}
+
+CJobNode* SessionRunner::next_waiting() const {
+    for (const auto& [order, job] : tools_.store.waiting()) {
+        if (!may_begin(*job)) continue;
+        const SessionKind* kind = find_session_kind(tools_.sessions, kind_of(*job));
+        if (kind == nullptr || kind->takes_place) return job;
+    }
+    return nullptr;
+}
+
+// A kind that nobody carries out here.
+void SessionRunner::end_without_session(CJobNode& job) {
+    job.result = Code::unsupported;
+    tools_.store.set_state(job, JobState::failed);
+    JobEnd end;
+    end.number = next_number_++;
+    end.job = job.twin();
+    end.outcome.result = Code::unsupported;
+    end.outcome.path = job.path;
+    ends_.push_back(std::move(end));
+}
+
+// False when the system has no thread for it now.
+bool SessionRunner::launch(CJobNode& job, const SessionKind& kind) {
+    const Guid identity = job.identity;
+    Entry& entry = make_entry(job, kind);
+    const Result began = entry.session->start();
+    if (!began.ok() && places_ > 0) {
+        // A thread is free at the latest when one of the others ends.
+        sessions_.erase(identity);
+        return false;
+    }
+    if (!began.ok()) entry.session->fail(began);
+    ++places_;
+    tools_.store.set_state(job, JobState::running);
+    return true;
+}
+
+bool SessionRunner::start_next() {
+    const auto most = static_cast<std::size_t>(tools_.settings.number(setting::max_jobs));
+    if (stop_.requested() || places_ >= most) return false;
+    CJobNode* const job = next_waiting();
+    if (job == nullptr) return false;
+    const SessionKind* const kind = find_session_kind(tools_.sessions, kind_of(*job));
+    if (kind == nullptr) {
+        end_without_session(*job);
+        return true;
+    }
+    const bool interrupted = tools_.store.interrupted().erase(job->identity) > 0;
+    const bool is_left = recovery_.catch_up(*job, interrupted);
+    if (tools_.store.interrupted().empty()) recovery_.end();
+    if (is_left) return launch(*job, *kind);
+    tools_.store.set_state(*job, JobState::finished);
+    if (tools_.settings.flag(setting::move_completed)) tools_.store.move(*job, tools_.store.completed());
+    return true;
+}
+
+bool SessionRunner::start_waiting() {
+    bool any = false;
+    while (start_next()) any = true;
+    start_beside();
+    return any;
+}
+
+// The jobs that are looked after while their records go on waiting, as far as there is room.
+void SessionRunner::start_beside() {
+    if (stop_.requested() || !std::exchange(look_beside_, false)) return;
+    std::vector<std::pair<CJobNode*, const SessionKind*>> found;
+    std::unordered_map<JobKind, std::size_t> count = beside_;
+    for (const auto& entry : leaving_) ++count[entry->kind->kind];
+    std::size_t room = 0;
+    for (const SessionKind& kind : tools_.sessions) {
+        if (!kind.takes_place) room += kind.most_at_once - std::min(kind.most_at_once, count[kind.kind]);
+    }
+    if (room == 0) return;
+    for (const auto& [order, job] : tools_.store.waiting()) {
+        if (!may_begin(*job)) continue;
+        const SessionKind* const kind = find_session_kind(tools_.sessions, kind_of(*job));
+        if (kind == nullptr || kind->takes_place || count[kind->kind] >= kind->most_at_once) continue;
+        ++count[kind->kind];
+        found.emplace_back(job, kind);
+        if (found.size() >= room) break;
+    }
+    for (const auto& [job, kind] : found) {
+        Entry& entry = make_entry(*job, *kind);
+        if (const Result began = entry.session->start(); !began.ok()) entry.session->fail(began);
+        ++beside_[kind->kind];
+    }
+}
+
+void SessionRunner::stop(const Guid& job) {
+    const auto at = sessions_.find(job);
+    if (at == sessions_.end()) return;
+    Entry& entry = *at->second;
+    entry.stop_asked = true;
+    entry.start_again = false;
+    entry.session->stop();
+    if (entry.kind->takes_place) return;
+    --beside_[entry.kind->kind];
+    leaving_.push_back(std::move(at->second));
+    sessions_.erase(at);
+}
+
+bool SessionRunner::start_again(const Guid& job) {
+    const auto at = sessions_.find(job);
+    if (at == sessions_.end() || !at->second->stop_asked) return false;
+    at->second->start_again = true;
+    return true;
+}
+
+void SessionRunner::wait(std::chrono::milliseconds at_most) {
+    std::unique_lock guard(mutex_);
+    changed_.wait_for(guard, at_most, [this] { return !ended_.empty(); });
+}
+
+void SessionRunner::take_end_of(Entry& entry, const Guid& identity) {
+    SessionEnd end = entry.session->take_end();
+    if (entry.file) entry.file->write();
+    --(entry.kind->takes_place ? places_ : beside_[entry.kind->kind]);
+    CJobNode* const record = tools_.store.find(identity);
+    if (record != nullptr) {
+        auto newer = record->twin();
+        take_end(*newer, *end.job);
+        // A job that only the end of the program stopped goes on when it is run again.
+        const bool stopped = end.outcome.result.kind() == Kind::stopped;
+        newer->state = stopped && !entry.stop_asked ? JobState::waiting : end.job->state;
+        tools_.store.update(*record, std::move(newer));
+        if (stopped && entry.start_again) tools_.store.queue_last(*record);
+    }
+    JobEnd told{entry.number, std::move(end.job), std::move(end.outcome), std::move(end.question)};
+    told.stop_asked = entry.stop_asked;
+    ends_.push_back(std::move(told));
+}
+
+// What was asked to end and needs nobody's attention any more.
+void SessionRunner::reap() {
+    std::erase_if(leaving_, [this](std::unique_ptr<Entry>& entry) {
+        if (!entry->session->has_ended()) return false;
+        const SessionEnd end = entry->session->take_end();
+        const bool log_goes = entry->log_goes;
+        entry.reset();  // writes its log
+        if (log_goes) remove_job_log(tools_.logs_in, end.job->identity);
+        look_beside_ = true;  // there is room
+        return true;
+    });
+}
+
+// Each is told once as one that need not be waited for, and goes on.
+void SessionRunner::settle() {
+    if (stop_.requested()) return;
+    for (auto& [identity, entry] : sessions_) {
+        entry->session->look();
+        if (entry->told || !has_settled(*entry->session)) continue;
+        entry->told = true;
+        JobEnd told{entry->number, entry->session->job().twin(), {}};
+        told.outcome.result = *entry->session->settled();
+        told.goes_on = true;
+        ends_.push_back(std::move(told));
+    }
+}
+
+std::vector<JobEnd> SessionRunner::take_ends() {
+    std::vector<Guid> ended;
+    {
+        const std::lock_guard guard(mutex_);
+        ended.swap(ended_);
+    }
+    for (const Guid& identity : ended) {
+        const auto at = sessions_.find(identity);
+        // Another session of the job may have begun since.
+        if (at == sessions_.end() || !at->second->session->has_ended()) continue;
+        const std::unique_ptr<Entry> entry = std::move(at->second);
+        sessions_.erase(at);
+        take_end_of(*entry, identity);
+    }
+    reap();
+    settle();
+    return std::exchange(ends_, {});
+}
+
+std::vector<LogLine> SessionRunner::take_log() {
+    const std::lock_guard guard(mutex_);
+    return std::exchange(lines_, {});
+}
+
+void SessionRunner::tick() {
+    look_beside_ = true;
+    write_logs();
+    // The name of a file is what makes it found again after a crash.
+    const auto has_new_name = [](const auto& one) {
+        Entry& entry = *one.second;
+        return entry.kind->takes_place && entry.session->progress().path != entry.path;
+    };
+    if (std::any_of(sessions_.begin(), sessions_.end(), has_new_name)) refresh_records();
+}
+
+void SessionRunner::wait_and_serve() {
+    wait(serving_step);
+    if (tools_.serve) tools_.serve();
+}
+
+void SessionRunner::note_progress() {
+    for (auto& [identity, entry] : sessions_) {
+        const std::int64_t done = entry->session->progress().done;
+        if (std::exchange(entry->noted, done) != done) tools_.changes.job(identity, job_field::progress);
+    }
+}
+
+void SessionRunner::refresh_records() {
+    for (auto& [identity, entry] : sessions_) {
+        CJobNode* const record = tools_.store.find(identity);
+        const auto copy = record != nullptr ? entry->session->safe_copy() : nullptr;
+        if (!copy) continue;
+        const bool renamed = std::exchange(entry->path, copy->path) != copy->path;
+        auto newer = record->twin();
+        take_positions(*newer, *copy);
+        if (renamed) {
+            tools_.store.update(*record, std::move(newer));
+        } else {
+            tools_.store.update_positions(*record, std::move(newer));
+        }
+    }
+}
+
+void SessionRunner::stop_all() {
+    stop_.request();
+    std::vector<Guid> beside;
+    for (const auto& [identity, entry] : sessions_) {
+        // What ends with the program was not stopped by a person: `stop_asked` stays as it is.
+        if (entry->kind->takes_place) entry->session->stop();
+        if (!entry->kind->takes_place) beside.push_back(identity);
+    }
+    for (const Guid& identity : beside) stop(identity);
+}
+
+void SessionRunner::wait_for_all() {
+    std::vector<JobEnd> ends;
+    while (!sessions_.empty() || !leaving_.empty()) {
+        wait_and_serve();
+        std::vector<JobEnd> more = take_ends();
+        std::move(more.begin(), more.end(), std::back_inserter(ends));
+    }
+    ends_ = std::move(ends);
+}
+
+bool SessionRunner::takes_place(const Guid& job) const {
+    const auto at = sessions_.find(job);
+    return at != sessions_.end() && at->second->kind->takes_place;
+}
+
+std::size_t SessionRunner::waiting() const {
+    if (!only_named_) return tools_.store.waiting().size();
+    return static_cast<std::size_t>(std::count_if(named_.begin(), named_.end(), [this](const Guid& identity) {
+        const CJobNode* const job = tools_.store.find(identity);
+        return job != nullptr && job->state == JobState::waiting;
+    }));
+}
+
+bool SessionRunner::has_work() const {
+    for (const auto& [identity, entry] : sessions_) {
+        if (!entry->told && (entry->kind->takes_place || !stop_.requested())) return true;
+    }
+    if (stop_.requested()) return false;
+    for (const auto& [order, job] : tools_.store.waiting()) {
+        if (sessions_.contains(job->identity) || !may_run(*job)) continue;
+        const SessionKind* const kind = find_session_kind(tools_.sessions, kind_of(*job));
+        if (kind == nullptr || kind->takes_place) return true;
+        const auto beside = beside_.find(kind->kind);
+        if (beside == beside_.end() || beside->second < kind->most_at_once) return true;
+    }
+    return false;
+}
+
+std::optional<JobProgress> SessionRunner::progress(const Guid& job) const {
+    const auto at = sessions_.find(job);
+    if (at == sessions_.end() || !at->second->kind->takes_place) return std::nullopt;
+    return at->second->session->progress();
+}
+
+std::vector<SessionConnection> SessionRunner::connections(const Guid& job) const {
+    const auto at = sessions_.find(job);
+    return at == sessions_.end() ? std::vector<SessionConnection>() : at->second->session->connections();
+}
+
+std::vector<RunningJob> SessionRunner::running_jobs() const {
+    std::vector<RunningJob> jobs;
+    for (const auto& [identity, entry] : sessions_) {
+        if (!entry->kind->takes_place) continue;
+        jobs.push_back({entry->number, &entry->session->job(), entry->session->progress()});
+    }
+    std::sort(jobs.begin(), jobs.end(),
+              [](const RunningJob& a, const RunningJob& b) { return a.number < b.number; });
+    return jobs;
+}
+
+void SessionRunner::remove_log(const Guid& job) {
+    if (tools_.logs_in.empty()) return;
+    remove_job_log(tools_.logs_in, job);
+    for (const auto& entry : leaving_) {
+        if (entry->session->job().identity == job) entry->log_goes = true;
+    }
+}
+
+void SessionRunner::write_logs() {
+    for (auto& [identity, entry] : sessions_) {
+        if (entry->file) entry->file->write();
+    }
+}
+
+}  // namespace vantlow

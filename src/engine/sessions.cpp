@@ -1,0 +1,31 @@
+#include <algorithm>
+
+#include "engine/session.h"
+
+namespace vantlow {
+namespace {
+
+// An announced torrent has a thread for every tracker.
+constexpr std::size_t most_torrents = 20;
+constexpr std::size_t most_jobs = 1000;
+
+}  // namespace
+
+const SessionKind* find_session_kind(const SessionTable& table, JobKind kind) noexcept {
+    const auto at =
+        std::find_if(table.begin(), table.end(), [kind](const SessionKind& row) { return row.kind == kind; });
+    return at == table.end() ? nullptr : &*at;
+}
+
+const SessionTable& standard_sessions() {
+    static const SessionTable table{
+        {JobKind::transfer, true, most_jobs, make_plain_session},
+        {JobKind::document, true, most_jobs, make_plain_session},
+        // Refused by the address, with a sentence that says so.
+        {JobKind::edonkey, true, most_jobs, make_plain_session},
+        {JobKind::torrent, false, most_torrents, make_torrent_session},
+    };
+    return table;
+}
+
+}  // namespace vantlow

@@ -1,0 +1,293 @@
+// What a job makes of a server's answer: versions, resuming, the size.
+#include <algorithm>
+
+#include "base/string_table.h"
+#include "transfer/job/policy.h"
+
+namespace vantlow {
+namespace {
+
+// A server that has answered ranges in this run and now ignores one is asked again this often before the job
+// believes it.
+constexpr int most_ignored_ranges = 2;
+// How much in front of a new answer is compared with what is there.
+constexpr std::int64_t joint_before = 16 * 1024;
+constexpr std::int64_t joint_behind = 4 * 1024;
+// A resource that changes more often than this while it is fetched is taken from one single answer.
+constexpr int most_restarts = 3;
+
+}  // namespace
+
+// Two versions of one size are as good as one where a hash decides at the end.
+VersionMatch JobPolicy::compare(const ResourceVersion& known, const ResourceVersion& answer) const {
+    const bool sizes_agree = known.size < 0 || answer.size < 0 || known.size == answer.size;
+    return mixes_ && sizes_agree ? VersionMatch::same : compare_versions(known, answer);
+}
+
+Verdict JobPolicy::answered(Worker& worker, const SourceAnswer& answer, std::int64_t asked,
+                            const PolicyRules& rules) {
+    if (taking_over_ || worker.retired) return {Verdict::Next::refuse, Code::handed_over};
+    const bool is_rewound = (only_one_ || encoded_) && asked == 0 && !worker.check;
+    if (version_known_ && is_rewound) {
+        Verdict verdict = begins_anew(answer);
+        if (verdict.result.ok()) accept(worker, answer, VersionMatch::same);
+        return verdict;
+    }
+    VersionMatch match = VersionMatch::same;
+    if (Result result = check_version(worker, answer, match); !result.ok())
+        return {Verdict::Next::refuse, std::move(result)};
+    if (answer.granted != asked || (answer.encoded && asked > 0))
+        return cannot_resume(worker, answer, match, rules);
+    if (compares_answers() && match == VersionMatch::unsure && version_known_) {
+        const bool overlaps = asked < worker.position || worker.check.has_value();
+        if (!overlaps && overlap_before(worker) > 0) return {Verdict::Next::refuse, Code::joint_unsure};
+        unsure_before_ = true;
+    }
+    const bool first = !version_known_;
+    accept(worker, answer, match);
+    if (first) return {Verdict::Next::adopt, {}};
+    // The first answer told no size, a later one does: where it ends is not where the file does.
+    const std::int64_t size = answer.version.size;
+    if (job_.file_size < 0 && !encoded_ && !answer.encoded && size >= 0 && worker.segment != nullptr) {
+        if (size < worker.position) return {Verdict::Next::refuse, Code::size_differs};
+        version_.size = job_.file_size = size;
+        worker.segment->end = size;
+        worker.limit = size;
+    }
+    size_reported_ = !only_one_ && job_.file_size > 0 && !encoded_ && !answer.ranges_denied;
+    return {};
+}
+
+// Holds the answer against the first one's.
+Result JobPolicy::check_version(const Worker& worker, const SourceAnswer& answer, VersionMatch& match) {
+    const bool several = mirrors_.are_several();
+    const Mirror& mirror = mirrors_.at(worker.mirror);
+    ResourceVersion known;
+    if (version_known_) known = version_;
+    // Of the rest each server has its own idea.
+    if (several) {
+        const std::int64_t size = known.size;
+        known = {};
+        known.size = size;
+        if (mirror.version_known) known = mirror.version;
+    }
+    if (job_.sources && job_.sources->size >= 0) known.size = job_.sources->size;
+    const ResourceVersion* const earlier = version_known_ ? &version_ : previous_ ? &*previous_ : nullptr;
+    if (!several && earlier != nullptr && is_other_content(*earlier, answer.version)) {
+        const std::string type =
+            answer.version.media_type.empty() ? "another type" : answer.version.media_type;
+        return {Code::other_content, "The server gives something else in place of the file (" + type + ")."};
+    }
+    if (!version_known_ && known.size < 0) return {};
+    match = compare(known, answer.version);
+    if (match != VersionMatch::changed) return {};
+    const bool size = known.size >= 0 && answer.version.size >= 0 && known.size != answer.version.size;
+    const Code code = size ? Code::size_differs : Code::resource_changed;
+    note(Direction::error, describe(code));
+    return code;
+}
+
+// One connection from zero asked for the whole once more: nothing of what came before is kept.
+Verdict JobPolicy::begins_anew(const SourceAnswer& answer) {
+    if (is_other_content(version_, answer.version))
+        return {Verdict::Next::refuse,
+                {Code::other_content, "The server gives something else in place of the file."}};
+    if (job_.sources && job_.sources->size >= 0 && answer.version.size >= 0 &&
+        job_.sources->size != answer.version.size)
+        return {Verdict::Next::refuse, Code::size_differs};
+    if (answer.granted != 0) return {Verdict::Next::refuse, Code::range_ignored};
+    if (compare_versions(version_, answer.version) == VersionMatch::changed) {
+        ++restarts_;
+        notice_ = message_text(Message::server_newer);
+        note(Direction::note, notice_);
+    }
+    version_known_ = false;
+    return {Verdict::Next::adopt, {}};
+}
+
+void JobPolicy::accept(Worker& worker, const SourceAnswer& answer, VersionMatch match) {
+    Mirror& mirror = mirrors_.at(worker.mirror);
+    const bool is_news = !answer.whole && !std::exchange(mirror.ranges_proven, true);
+    mirror.ranges_promised = mirror.ranges_promised || answer.ranges_promised;
+    mirror.ignored_ranges = 0;
+    mirror.answered = true;
+    if (!mirror.version_known) mirror.version = answer.version;
+    mirror.version_known = true;
+    mirror.effective = answer.address;
+    if (match == VersionMatch::same && others_receive(worker, worker.mirror))
+        mirrors_.serve_further(worker.mirror);
+    if (is_news) note(Direction::note, message_text(Message::can_resume));
+    if (std::exchange(continued_, false)) note(Direction::note, message_text(Message::same_file));
+    worker.answer = answers_.open();
+    if (match == VersionMatch::same) answers_.unite(worker.answer, AnswerBook::earlier);
+    worker.receiving = true;
+    worker.open_at = -1;
+    accepted_once_ = true;
+    if (match == VersionMatch::same) contradictions_ = 0;
+    notice_.clear();
+}
+
+void JobPolicy::adopt(Worker& worker, const SourceAnswer& answer, const std::u16string& path) {
+    std::int64_t size = answer.version.size;
+    if (size < 0 && !answer.encoded && job_.sources) size = job_.sources->size;
+    encoded_ = answer.encoded;
+    version_ = answer.version;
+    version_.size = size;
+    version_known_ = true;
+    previous_.reset();
+    job_.validators = {version_.etag, version_.last_modified, version_.strong_date, version_.media_type};
+    job_.path = path;
+    job_.file_size = size;
+    worker.segment->end = size >= 0 ? size : unknown_end;
+    worker.limit = worker.segment->end;
+    if (!mirrors_.are_several()) verify_joints_ = !has_strong_validator(version_) && !encoded_ && !mixes_;
+    // Whatever nobody wrote down is this version's.
+    answers_.clear();
+    unsure_before_ = sampled_ = false;
+    last_checks_ = {};
+    checks_.clear();
+    worker.answer = answers_.open();
+    answers_.unite(worker.answer, AnswerBook::earlier);
+    if (size < 0) note(Direction::note, message_text(Message::size_unknown));
+    size_reported_ = !only_one_ && size > 0 && !encoded_ && !answer.ranges_denied;
+}
+
+// What the connection in front of everything receives is worth more than an answer that begins anew.
+bool JobPolicy::is_received_from_start() const {
+    return std::ranges::any_of(segments_.workers(), [&](const Worker* worker) {
+        return worker->receiving && !worker->retired && worker->segment != nullptr &&
+               !segments_.is_missing(0, worker->segment->start);
+    });
+}
+
+// The server gave the whole resource although a later part was asked for.
+Verdict JobPolicy::cannot_resume(Worker& worker, const SourceAnswer& answer, VersionMatch match,
+                                 const PolicyRules& rules) {
+    const auto refuse = [](Result why) { return Verdict{Verdict::Next::refuse, std::move(why)}; };
+    Mirror& mirror = mirrors_.at(worker.mirror);
+    const bool others = others_receive(worker);
+    if (worker.check) return refuse(Code::range_ignored);
+    if (!rules.may_begin_anew) {
+        note(Direction::error, message_text(Message::cannot_resume));
+        return refuse(Code::cannot_resume);
+    }
+    if (!mirrors_.are_several() && others) {
+        if (!mirror.ranges_proven && is_received_from_start()) {
+            note(Direction::note, message_text(Message::cannot_resume));
+            mirrors_.refuse_all_further(worker.mirror);
+            only_one_ = true;
+            size_reported_ = false;
+        }
+        return refuse(Code::range_ignored);
+    }
+    // The same resource by size and validators, or nothing of what is there is thrown away for it.
+    const bool is_vague = version_.size >= 0 && answer.version.size < 0 && match != VersionMatch::same;
+    if (!mirrors_.are_several() && version_known_ && is_vague)
+        return refuse(
+            {Code::other_content, "The server gives something of unknown size in place of a part."});
+    const bool is_believed = !mirror.ranges_proven || mirror.ignored_ranges++ >= most_ignored_ranges;
+    bool is_only_choice = true;
+    if (is_believed) mirror.no_ranges = true;
+    for (int other = 0; other < mirrors_.count(); ++other) {
+        if (mirrors_.is_usable(other) && !mirrors_.at(other).no_ranges) is_only_choice = false;
+    }
+    if (!is_believed) {
+        note(Direction::error, message_text(Message::partial_refused));
+        return refuse(Code::range_ignored);
+    }
+    if (!is_only_choice) return refuse(Code::cannot_resume);
+    note(Direction::note, message_text(Message::cannot_resume));
+    const bool another = only_one_ && std::ranges::any_of(segments_.workers(), [&](const Worker* other) {
+                             return other != &worker && other->has_work();
+                         });
+    // The others may have written everything in the meantime: then the job is about to end well.
+    if (another || is_all_there()) return refuse(Code::handed_over);
+    only_one_ = taking_over_ = true;
+    for (Worker* other : segments_.workers()) {
+        if (other != &worker && other->has_work()) retire(*other);
+    }
+    return {Verdict::Next::take_whole, {}};
+}
+
+void JobPolicy::begin_whole(Worker& worker) {
+    job_.whole_file = 1;
+    taking_over_ = false;
+    segments_.begin_anew();
+    SegmentBook::assign(*job_.segments.front(), worker);
+    version_known_ = verify_joints_ = continued_ = size_reported_ = false;
+    checks_.clear();
+    mirrors_.at(worker.mirror).answered = true;
+    worker.receiving = accepted_once_ = true;
+}
+
+void JobPolicy::begin_anew() {
+    const bool whole = std::exchange(restart_whole_, false);
+    const bool is_restart = restart_.has_value();
+    restart_.reset();
+    if (is_restart && !whole) {
+        notice_ = message_text(Message::server_newer);
+        note(Direction::note, notice_);
+        mixes_ = false;
+        if (++restarts_ > most_restarts && !mirrors_.are_several()) {
+            // Nothing holds still long enough for two answers of one version. A hash may tell whether parts
+            // of two fit after all; else one single answer brings the whole.
+            mixes_ = hash_decides_ && !std::exchange(mixed_before_, true);
+            if (!mixes_) {
+                only_one_ = true;
+                job_.whole_file = 1;
+            }
+        } else if (restarts_ > most_restarts) {
+            fatal_ = Code::keeps_changing;
+        }
+    }
+    if (whole) {
+        only_one_ = true;
+        job_.whole_file = 1;
+    }
+    if (version_known_) previous_ = version_;
+    mirrors_.pardon_different();
+    mirrors_.forget_answers();
+    forget_pieces();
+    verify_joints_ = mirrors_.are_several() && !(job_.sources && job_.sources->pieces);
+    segments_.begin_anew();
+    answers_.clear();
+    checks_.clear();
+    unsure_before_ = sampled_ = false;
+    last_checks_ = {};
+    job_.file_size = -1;
+    version_known_ = size_reported_ = encoded_ = continued_ = false;
+    contradictions_ = late_refusals_ = 0;
+}
+
+// The bytes between the end of the segment in front and this one's beginning are in the file.
+std::int64_t JobPolicy::overlap_before(const Worker& worker) const {
+    if (!verify_joints_ || worker.segment == nullptr) return 0;
+    // Only what was handed to the system can be read back.
+    const std::int64_t at = worker.segment->start;
+    if (worker.position != at) return 0;
+    return std::clamp<std::int64_t>(at - segments_.there_from(at), 0, joint_before);
+}
+
+std::int64_t JobPolicy::overlap_behind(const Worker& worker) const {
+    if (!verify_joints_ || worker.segment == nullptr) return 0;
+    const std::int64_t end = worker.segment->end;
+    const std::int64_t there = segments_.there_until(end) - end;
+    for (const Worker* other : segments_.workers()) {
+        const bool is_next = other->segment != nullptr && other->segment->start == end && other != &worker;
+        if (there == 0 && is_next && other->brings_bytes() && end < other->segment->end) return -1;
+    }
+    return std::clamp<std::int64_t>(there, 0, joint_behind);
+}
+
+void JobPolicy::agreed(const Worker& worker, std::int64_t begin, std::int64_t end) {
+    // What was compared with may have been thrown away meanwhile.
+    if (segments_.is_missing(begin, end)) return;
+    contradictions_ = 0;
+    if (worker.check && worker.check->last) {
+        if (worker.check->again) last_checks_.is_mixture = true;
+        last_checks_.agreed = worker.check;
+    }
+    if (compares_answers()) answers_.agreed(worker.answer, begin, end);
+}
+
+}  // namespace vantlow

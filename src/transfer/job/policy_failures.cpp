@@ -1,0 +1,271 @@
+// What a job makes of a connection that failed.
+#include <algorithm>
+
+#include "base/string_table.h"
+#include "base/text.h"
+#include "store/address.h"
+#include "transfer/job/policy.h"
+
+namespace vantlow {
+namespace {
+
+// A server that answered before and now refuses (a link that expired, an address that is blocked for a while)
+// is asked this often more.
+constexpr int most_late_refusals = 5;
+// An answer that ends at the same byte this often in a row will end there for ever.
+constexpr int most_dead_ends = 10;
+// Another version is believed to be the file's new one when it is seen so often in a row, and the first one
+// no more: several machines behind one name may not have the same version all at once.
+constexpr int most_contradictions = 3;
+// Another connection that tries within this time does so for this one too.
+constexpr std::chrono::seconds soon{1};
+
+bool is_about_credentials(const Result& result) {
+    return result.code == Code::credentials_refused || result.about_credentials;
+}
+
+// May be otherwise in a while.
+bool is_temporary(const Result& result) {
+    return result.kind() == Kind::retry_later && result.code != Code::range_ignored;
+}
+
+}  // namespace
+
+AfterFailure JobPolicy::failed(Worker& worker, const FailedAttempt& attempt, const PolicyRules& rules,
+                               Clock::time_point now) {
+    const Result& result = attempt.result;
+    worker.receiving = false;
+    worker.open_at = -1;
+    if (result.kind() == Kind::stopped || worker.retired) return {};
+    if (result.code == Code::local_file || result.code == Code::cancelled) {
+        end_for_good(result);
+        return {};
+    }
+    if (result.code == Code::joint_unsure) return {true, {}, false};
+    if (attempt.progressed) late_refusals_ = 0;
+    if (mirrors_.are_several()) return failed_mirror(worker, attempt, rules, now);
+    const bool is_other_version = result.kind() == Kind::restart;
+    if (worker.check && !worker.check->required && (!is_other_version || worker.check->last)) {
+        drop_optional_checks();
+        return {};
+    }
+    if (others_receive(worker) && (!attempt.accepted || is_other_version || worker.check))
+        return refused_beside_others(worker, attempt, now);
+    if (!others_receive(worker) && another_tries(worker, now)) return {};
+    last_failure_ = result;
+    if (is_other_version) return changed_alone(worker, attempt, result, rules, now);
+    const bool told_other =
+        attempt.told_size >= 0 && version_known_ && version_.size >= 0 && version_.size != attempt.told_size;
+    if (told_other) return changed_alone(worker, attempt, Code::size_differs, rules, now);
+    // The same credentials again would lock somebody's account, and bring nothing.
+    if (is_about_credentials(result)) {
+        end_for_good(result);
+        return {};
+    }
+    if (result.code == Code::range_ignored && ++mirrors_.at(worker.mirror).ignored_ranges > 2)
+        return restart_without_ranges(attempt, rules);
+    if (result.kind() != Kind::retry_later) return refused_alone(worker, attempt, rules, now);
+    if (attempt.accepted && attempt.fruitless >= most_dead_ends) {
+        end_for_good(only_one_ && restarts_ > 0
+                         ? Result(Code::keeps_changing)
+                         : Result(Code::server_error,
+                                  "The server ends the file early, again and again: " + result.message()));
+        return {};
+    }
+    return retry(worker, attempt, rules, now);
+}
+
+// The others go on with its part; whatever this answer was, it is no reason to do anything about theirs.
+AfterFailure JobPolicy::refused_beside_others(Worker& worker, const FailedAttempt& attempt,
+                                              Clock::time_point now) {
+    if (worker.segment != nullptr) segments_.hand_back(*worker.segment);
+    const int active = receiving_from(worker.mirror);
+    if (is_about_credentials(attempt.result)) {
+        mirrors_.refuse_all_further(worker.mirror);
+    } else if (is_temporary(attempt.result)) {
+        mirrors_.back_off(worker.mirror, active, attempt.server_asks, now);
+    } else {
+        mirrors_.refuse_further(worker.mirror, active, now);
+        // Where a redirect led may serve once: the way is asked for again.
+        mirrors_.at(worker.mirror).effective.clear();
+        note(Direction::note, "A further connection is of no use (" + attempt.result.message() +
+                                  "): those that receive go on with its part.");
+    }
+    return {};
+}
+
+// While none receives one connection asks. True when another one does so for this one; the others end.
+bool JobPolicy::another_tries(Worker& worker, Clock::time_point now) {
+    for (Worker* other : segments_.workers()) {
+        if (other == &worker || !other->has_work() || other->retired) continue;
+        if (other->next_try <= now + soon) return true;
+        retire(*other);
+    }
+    return false;
+}
+
+AfterFailure JobPolicy::changed_alone(Worker& worker, const FailedAttempt& attempt, const Result& why,
+                                      const PolicyRules& rules, Clock::time_point now) {
+    // A new start would not help: the size was known before.
+    if (job_.sources && job_.sources->size >= 0 && why.code == Code::size_differs) {
+        end_for_good(why);
+        return {};
+    }
+    if (++contradictions_ >= most_contradictions) {
+        ask_for_restart(why, false);
+        return {};
+    }
+    mirrors_.at(worker.mirror).effective.clear();
+    const auto wait = decide_retry(retry_case(0, contradictions_, attempt, rules)).wait;
+    worker.next_try = now + wait;
+    return {true, wait, wait >= std::chrono::seconds(1)};
+}
+
+AfterFailure JobPolicy::refused_alone(Worker& worker, const FailedAttempt& attempt, const PolicyRules& rules,
+                                      Clock::time_point now) {
+    // Where a redirect led may be gone: the way is asked for again.
+    Mirror& mirror = mirrors_.at(worker.mirror);
+    if (!mirror.effective.empty() && mirror.effective != mirror.address) {
+        mirror.effective.clear();
+        return {true, {}, false};
+    }
+    if (accepted_once_ && attempt.result.code != Code::cannot_resume &&
+        ++late_refusals_ <= most_late_refusals)
+        return retry(worker, attempt, rules, now);
+    end_for_good(attempt.result);
+    return {};
+}
+
+RetryCase JobPolicy::retry_case(int errors, int fruitless, const FailedAttempt& attempt,
+                                const PolicyRules& rules) const {
+    RetryCase retry;
+    retry.errors = errors;
+    retry.fruitless = fruitless;
+    retry.server_asks = attempt.server_asks;
+    retry.limit = job_.own_retry_limit().value_or(static_cast<std::int32_t>(rules.retry_limit));
+    retry.delay = job_.retry_delay;
+    retry.longest_pause = std::chrono::seconds(job_.longest_pause);
+    return retry;
+}
+
+AfterFailure JobPolicy::retry(Worker& worker, const FailedAttempt& attempt, const PolicyRules& rules,
+                              Clock::time_point now) {
+    const bool alone = !others_receive(worker);
+    if (attempt.progressed) {
+        fruitless_ = 0;
+    } else if (alone) {
+        ++fruitless_;
+    }
+    const auto chair = static_cast<std::size_t>(std::max(worker.chair, 0));
+    const int fruitless = alone ? std::max(attempt.fruitless, fruitless_) : attempt.fruitless;
+    const RetryCase facts = retry_case(++errors_[chair], fruitless, attempt, rules);
+    const RetryDecision decision = decide_retry(facts);
+    last_failure_ = attempt.result;
+    notice_ = attempt.result.message();
+    exhausted_ = facts.limit >= 0 && fruitless_ > facts.limit;
+    if (decision.give_up || exhausted_) {
+        halted_[chair] = true;
+        note(Direction::error, message_text(Message::maximum_error));
+        return {};
+    }
+    if (is_rewound_after_failure() && worker.segment != nullptr) {
+        // A server that cannot resume, or whose answer is decoded on the way, is asked for the whole again.
+        worker.segment->start = 0;
+        worker.position = 0;
+    }
+    worker.next_try = now + decision.wait;
+    return {true, decision.wait, decision.is_announced()};
+}
+
+// Part after part was refused: from now on the whole is asked for, by one connection.
+AfterFailure JobPolicy::restart_without_ranges(const FailedAttempt& attempt, const PolicyRules& rules) {
+    if (attempt.asked == 0) {
+        end_for_good({Code::server_error, attempt.result.message()});
+        return {};
+    }
+    note(Direction::note, message_text(Message::cannot_resume));
+    if (!rules.may_begin_anew) {
+        end_for_good(Code::cannot_resume);
+        return {};
+    }
+    ask_for_restart(attempt.result, true);
+    return {};
+}
+
+void JobPolicy::ask_for_restart(const Result& why, bool whole) {
+    restart_ = why;
+    restart_whole_ = restart_whole_ || whole;
+    effects_.news = true;
+}
+
+// Bytes of one version contradict those of another. The one that was there first stays.
+bool JobPolicy::contradicted(Worker& worker, std::int64_t begin, std::int64_t end) {
+    if (segments_.is_missing(begin, end)) return false;  // it was thrown away meanwhile
+    if (mirrors_.are_several() || !compares_answers()) return true;
+    if (worker.check && worker.check->last) {
+        last_checks_.differed = true;
+        return false;
+    }
+    const int mine = answers_.first_of(worker.answer);
+    const std::vector<int> there = answers_.versions_in(begin, end);
+    note(Direction::error,
+         "The bytes around " + std::to_string(begin) + " differ from those received before.");
+    if (there.empty() || there.front() <= mine) {
+        // Of a connection that was compared before it wrote anything nothing is there.
+        if (there.empty() || there.front() < mine) discard_version(mine, worker);
+        return true;
+    }
+    for (const int version : there) discard_version(version, worker);
+    return false;
+}
+
+void JobPolicy::discard_version(int version, const Worker& asker) {
+    for (const auto& range : answers_.ranges_of(version)) {
+        for (const auto& there : segments_.there()) {
+            const std::int64_t begin = std::max(range.begin, there.begin);
+            const std::int64_t end = std::min(range.end, there.end);
+            if (begin >= end) continue;
+            segments_.take_back(begin, end);
+            answers_.forget(begin, end);
+        }
+    }
+    for (Worker* worker : segments_.workers()) {
+        const bool is_of_it = worker->receiving && answers_.first_of(worker->answer) == version;
+        if (is_of_it && worker != &asker) retire(*worker);
+    }
+    effects_.news = true;
+}
+
+bool JobPolicy::hash_was_wrong(bool& anew) {
+    anew = false;
+    if (mixes_) {
+        // Parts of two versions did not fit: one answer brings the whole.
+        ask_for_restart(Code::hash_differs, true);
+        mixes_ = false;
+        anew = true;
+        return true;
+    }
+    if (!mirrors_.are_several() || !pieces_.is_empty() || job_.file_size <= 0) return false;
+    std::string text;
+    const std::vector<int> givers = origins_.of(0, job_.file_size);
+    if (givers.size() == 1 && givers.front() != Origins::unknown) {
+        text = leave_mirror(givers.front(), Code::hash_differs, nullptr) + " ";
+        const bool is_size_known = job_.sources && job_.sources->size >= 0;
+        anew = mirrors_.pardon_different() && !is_size_known;
+    }
+    // Ranges mean nothing to an answer that is unpacked on its way.
+    anew = anew || encoded_;
+    mirrors_.use_only(MirrorSet::none);
+    const int best = mirror_with_most();
+    if (best == MirrorSet::none) return false;
+    mirrors_.use_only(best);
+    text += "The file has a wrong hash and is fetched from " +
+            to_utf8(without_credentials(mirrors_.at(best).address)) + " alone.";
+    if (!anew) keep_only_from(best);
+    note(Direction::error, text);
+    notice_ = text;
+    last_failure_ = Code::hash_differs;
+    return true;
+}
+
+}  // namespace vantlow

@@ -1,0 +1,177 @@
+// An engine whose sessions do what a test tells them to: no network, no time.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <map>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "base/text.h"
+#include "engine/engine.h"
+#include "support/temp_folder.h"
+#include "transfer/job/file_names.h"
+
+namespace vantlow::test {
+
+/// A session that goes on until the test, or a stop, ends it.
+class FakeSession : public JobSession {
+  public:
+    FakeSession(SessionPlan plan, std::map<Guid, FakeSession*>& all)
+        : questions(plan.questions),
+          job_(std::move(plan.job)),
+          on_end_(std::move(plan.on_end)),
+          identity_(job_->identity),
+          all_(all) {
+        all_[identity_] = this;
+    }
+    ~FakeSession() override { all_.erase(identity_); }
+
+    Result start() override { return {}; }
+    void fail(const Result& why) override { end(why); }
+    void stop() noexcept override {
+        stopped = true;
+        if (ends_when_stopped) end(Code::stopped);
+    }
+    [[nodiscard]] bool has_ended() const noexcept override { return ended_; }
+    SessionEnd take_end() override { return {std::move(job_), outcome, question}; }
+    [[nodiscard]] const CJobNode& job() const noexcept override { return *job_; }
+    [[nodiscard]] JobProgress progress() override {
+        JobProgress progress;
+        progress.done = done;
+        return progress;
+    }
+    [[nodiscard]] std::unique_ptr<CJobNode> safe_copy() override {
+        auto copy = job_->twin();
+        copy->file_size = safe_size;
+        return copy;
+    }
+    [[nodiscard]] std::vector<SessionConnection> connections() override { return {}; }
+    [[nodiscard]] std::optional<Result> settled() const override { return settles; }
+
+    void end(const Result& result) {
+        if (std::exchange(ended_, true)) return;
+        outcome.result = result;
+        job_->result = result.code;
+        job_->state = result.ok()                    ? JobState::finished
+                      : result.code == Code::stopped ? JobState::stopped
+                                                     : JobState::failed;
+        on_end_();
+    }
+
+    QuestionBoard& questions;
+    JobOutcome outcome;
+    std::optional<Question> question;
+    std::optional<Result> settles;
+    bool ends_when_stopped = true;
+    bool stopped = false;
+    std::int64_t done = 0;
+    std::int64_t safe_size = 0;
+    [[nodiscard]] CJobNode& twin() { return *job_; }
+
+  private:
+    std::unique_ptr<CJobNode> job_;
+    std::function<void()> on_end_;
+    Guid identity_;
+    std::map<Guid, FakeSession*>& all_;
+    bool ended_ = false;
+};
+
+/// What a client hears.
+class Ears : public EngineListener {
+  public:
+    void changed(const Changes& changes) override {
+        ++deliveries;
+        for (const JobChange& change : changes.jobs) fields[change.job] |= change.fields;
+    }
+    void ended(const JobEnd& end) override { ends.push_back(end.outcome.result.code); }
+    void followed(const Followed& what) override { follows.push_back(what); }
+    void asked(const std::vector<Question>& open) override { questions = open; }
+
+    int deliveries = 0;
+    std::map<Guid, std::uint32_t> fields;
+    std::vector<Code> ends;
+    std::vector<Followed> follows;
+    std::vector<Question> questions;
+};
+
+class EngineTest : public testing::Test {
+  protected:
+    EngineTest() {
+        start_sockets();
+        set(setting::max_jobs, 2);
+        open();
+    }
+    ~EngineTest() override {
+        engine->remove_listener(ears);
+        engine.reset();
+    }
+
+    void set(const NumberSetting& setting, std::int64_t value) {
+        settings.override_value(setting.section, setting.key, to_utf16(std::to_string(value)));
+    }
+    /// The engine of this process, then of the next one.
+    void open(std::chrono::milliseconds question_time = std::chrono::seconds(10)) {
+        engine.reset();
+        std::string error;
+        auto store = JobStore::open({folder.path(u"data"), folder.path(), true}, error);
+        ASSERT_NE(store, nullptr) << error;
+        start(std::move(store), question_time);
+    }
+    void open_in_memory() { start(JobStore::in_memory(folder.path()), {}); }
+    void start(std::unique_ptr<JobStore> store, std::chrono::milliseconds question_time) {
+        Engine::Options options{settings, libraries, stop, folder.path(u"data"), u"Test/1"};
+        options.sessions = &table;
+        options.change_interval = {};
+        engine = std::make_unique<Engine>(std::move(store), std::move(options));
+        engine->run({connections, threads, {}, question_time});
+        engine->add_listener(ears);
+    }
+
+    /// The jobs of these links.
+    std::vector<Guid> add(std::vector<std::string> links, bool paused = false) {
+        JobDraft draft;
+        draft.links = std::move(links);
+        draft.folder = folder.path();
+        draft.paused = paused;
+        const Added added = engine->add(draft);
+        EXPECT_TRUE(added.done.ok());
+        EXPECT_TRUE(added.faults.empty());
+        return added.jobs;
+    }
+    Guid add_one(const std::string& link) { return add({link}).at(0); }
+    [[nodiscard]] JobState state(const Guid& job) const {
+        const CJobNode* const record = engine->find(job);
+        EXPECT_NE(record, nullptr);
+        return record != nullptr ? record->state : JobState::failed;
+    }
+    FakeSession& session(const Guid& job) { return *sessions.at(job); }
+    void end(const Guid& job, const Result& result = {}) {
+        session(job).end(result);
+        engine->pump();
+    }
+
+    TempFolder folder;
+    Settings settings;
+    LibraryTables libraries{};
+    StopSource stop;
+    ConnectionServices connections;
+    ThreadPool threads;
+    std::map<Guid, FakeSession*> sessions;
+    SessionTable table{
+        {JobKind::transfer, true, 1000,
+         [this](SessionPlan plan, const TransferServices&) {
+             return std::make_unique<FakeSession>(std::move(plan), sessions);
+         }},
+        {JobKind::torrent, false, 2,
+         [this](SessionPlan plan, const TransferServices&) {
+             return std::make_unique<FakeSession>(std::move(plan), sessions);
+         }},
+    };
+    Ears ears;
+    std::unique_ptr<Engine> engine;
+};
+
+}  // namespace vantlow::test

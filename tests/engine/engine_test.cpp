@@ -1,0 +1,368 @@
+// The engine's operations, with sessions that do what the test says.
+#include "engine/engine.h"
+
+#include <gtest/gtest.h>
+
+#include <future>
+
+#include "engine_fixture.h"
+#include "platform/file.h"
+
+namespace vantlow {
+namespace {
+
+using test::EngineTest;
+using Fault = Done::Fault;
+
+constexpr const char* magnet = "magnet:?xt=urn:btih:0123456789abcdef0123456789abcdef01234567&dn=";
+
+TEST_F(EngineTest, RunsJobsInTheirOrderAndSoManyAtOnce) {
+    const auto jobs = add({"http://a/1", "http://a/2", "http://a/3", "http://a/4"});
+    engine->pump();
+    EXPECT_TRUE(sessions.contains(jobs[0]) && sessions.contains(jobs[1]));
+    EXPECT_EQ(sessions.size(), 2U);
+    EXPECT_TRUE(engine->reorder(jobs[3], Order::first).ok());
+    end(jobs[0]);
+    EXPECT_TRUE(sessions.contains(jobs[3]));
+    EXPECT_EQ(state(jobs[0]), JobState::finished);
+    EXPECT_EQ(engine->reorder(jobs[3], Order::last).fault, Fault::not_waiting);
+
+    const auto more = add({"http://a/5", "http://a/6"});  // behind 3
+    EXPECT_TRUE(engine->reorder(more[1], Order::earlier).ok());
+    EXPECT_TRUE(engine->reorder(jobs[2], Order::later).ok());
+    EXPECT_TRUE(engine->reorder(more[1], Order::earlier).ok());  // is the first already
+    std::vector<Guid> started;
+    for (int i = 0; i < 3; ++i) {
+        end(sessions.begin()->first);
+        for (const auto& [job, session] : sessions) {
+            if (std::find(started.begin(), started.end(), job) == started.end()) started.push_back(job);
+        }
+    }
+    const auto place = [&](const Guid& job) { return std::find(started.begin(), started.end(), job); };
+    EXPECT_LT(place(more[1]), place(jobs[2]));
+    EXPECT_LT(place(jobs[2]), place(more[0]));
+}
+
+TEST_F(EngineTest, StoppingAsksAndGoesOnAtOnce) {
+    const Guid job = add_one("http://a/1");
+    engine->pump();
+    session(job).ends_when_stopped = false;
+    EXPECT_TRUE(engine->stop(job).ok());
+    EXPECT_EQ(state(job), JobState::running);  // until its threads are gone
+    EXPECT_TRUE(engine->start(job).ok());      // said meanwhile: it goes on behind its end
+    end(job, Code::stopped);
+    EXPECT_EQ(state(job), JobState::running);
+    ASSERT_TRUE(engine->stop(job).ok());
+    engine->wait_for_ends({job});
+    EXPECT_EQ(state(job), JobState::stopped);
+
+    const Guid waits = add({"http://a/2"})[0];
+    EXPECT_TRUE(engine->stop(waits).ok());
+    EXPECT_EQ(state(waits), JobState::stopped);
+    EXPECT_EQ(engine->stop(Guid{}).fault, Fault::no_job);
+}
+
+TEST_F(EngineTest, AJobThatRunsIsRemovedBehindItsEnd) {
+    const Guid job = add_one("http://a/1");
+    engine->pump();
+    session(job).ends_when_stopped = false;
+    session(job).twin().path = folder.path(u"f");
+    folder.write(u"f" + std::u16string(partial_suffix), "part");
+    folder.write(u"other", "stays");
+    EXPECT_EQ(engine->remove(job, true).fault, Fault::running);
+    EXPECT_NE(engine->find(job), nullptr);
+    end(job, Code::stopped);
+    EXPECT_EQ(engine->find(job), nullptr);
+    EXPECT_EQ(folder.names(), (std::vector<std::u16string>{u"data", u"other"}));
+    EXPECT_NE(ears.fields[job] & job_field::removed, 0U);
+}
+
+// Whoever looks at a job holds its record: it stays the same one, and what a person said of it meanwhile too.
+TEST_F(EngineTest, ARecordKeepsItsIdentityAndItsEdits) {
+    const Guid job = add_one("http://a/1");
+    engine->pump();
+    const CJobNode* const record = engine->find(job);
+    JobEdit edit;
+    edit.comment = u"mine";
+    edit.user = u"u";
+    edit.connections = 7;
+    EXPECT_TRUE(engine->change(job, edit).ok());
+    session(job).safe_size = 5;
+    std::string error;
+    EXPECT_TRUE(engine->save(error)) << error;
+    EXPECT_EQ(engine->find(job), record);
+    EXPECT_EQ(record->file_size, 5);
+    session(job).twin().file_size = 10;
+    end(job, Code::server_error);
+    EXPECT_EQ(engine->find(job), record);
+    EXPECT_EQ(record->comment, u"mine");
+    EXPECT_EQ(record->user, u"u");
+    EXPECT_EQ(record->connections, 7);
+    EXPECT_EQ(record->file_size, 10);
+    EXPECT_EQ(record->result, Code::server_error);
+
+    JobEdit wrong;
+    wrong.proxy = u"ssh://x";
+    EXPECT_EQ(engine->change(job, wrong).fault, Fault::bad_value);
+    wrong = {};
+    wrong.address = u"magnet:?xt=urn:btih:0123456789abcdef0123456789abcdef01234567";
+    EXPECT_EQ(engine->change(job, wrong).fault, Fault::bad_value);  // a job stays of its kind
+}
+
+TEST_F(EngineTest, TheKindOfAJobIsDecidedOnceAndSaved) {
+    const struct {
+        std::string link;
+        JobKind kind;
+    } cases[] = {
+        {"http://a/f", JobKind::transfer},
+        {"a.example/f", JobKind::transfer},
+        {std::string(magnet) + "m", JobKind::torrent},
+        {"ed2k://|file|n|5|0123456789abcdef0123456789abcdef|/", JobKind::edonkey},
+        {"metalink://a.example/list", JobKind::document},
+    };
+    std::map<Guid, JobKind> kinds;
+    for (const auto& one : cases) {
+        const Guid job = add({one.link}, true)[0];
+        kinds[job] = one.kind;
+        EXPECT_EQ(kind_of(*engine->find(job)), one.kind) << one.link;
+    }
+    std::string error;
+    ASSERT_TRUE(engine->save(error)) << error;
+    open();
+    for (const auto& [job, kind] : kinds) EXPECT_EQ(kind_of(*engine->find(job)), kind);
+}
+
+TEST_F(EngineTest, AKindThatNobodyCarriesOutEndsAndHoldsNobodyUp) {
+    const Guid stream = add_one("ed2k://|file|n|5|0123456789abcdef0123456789abcdef|/");
+    const Guid file = add_one("http://a/1");
+    engine->pump();
+    EXPECT_EQ(state(stream), JobState::failed);
+    EXPECT_EQ(ears.ends, std::vector<Code>{Code::unsupported});
+    EXPECT_EQ(state(file), JobState::running);
+}
+
+// A torrent is looked after while it waits: it takes no place of the others, and saying goodbye to its
+// trackers keeps nobody waiting.
+TEST_F(EngineTest, TorrentsAreLookedAfterBesideTheOthers) {
+    set(setting::max_jobs, 1);
+    const Guid file = add_one("http://a/1");
+    const auto torrents =
+        add({std::string(magnet) + "a", std::string(magnet) + "b", std::string(magnet) + "c"});
+    engine->pump();
+    EXPECT_EQ(state(file), JobState::running);
+    EXPECT_TRUE(sessions.contains(torrents[0]) && sessions.contains(torrents[1]));
+    EXPECT_FALSE(sessions.contains(torrents[2]));  // two at once
+    EXPECT_EQ(state(torrents[0]), JobState::waiting);
+
+    session(torrents[0]).settles = Result(Code::unsupported);
+    engine->pump();
+    engine->pump();
+    EXPECT_EQ(ears.ends, std::vector<Code>{Code::unsupported});  // once
+    EXPECT_TRUE(engine->has_work());                             // of the file
+    EXPECT_TRUE(sessions.contains(torrents[0]));                 // it goes on
+
+    auto& leaving = session(torrents[0]);
+    leaving.ends_when_stopped = false;
+    EXPECT_TRUE(engine->stop(torrents[0]).ok());
+    engine->wait_for_ends({torrents[0]});
+    EXPECT_EQ(state(torrents[0]), JobState::stopped);
+    EXPECT_TRUE(engine->remove(torrents[0], false).ok());
+    engine->pump();
+    EXPECT_FALSE(sessions.contains(torrents[2]));  // its threads are still there
+    leaving.end(Code::stopped);
+    engine->pump();
+    EXPECT_TRUE(sessions.contains(torrents[2]));
+}
+
+TEST_F(EngineTest, ADocumentGivesWayToWhatItNames) {
+    const Engine::NewCategory music = engine->add_category(u"Music", {}, {});
+    const Guid job = add_one("http://a.example/list");
+    EXPECT_TRUE(engine->move(job, music.category).ok());
+    engine->pump();
+    const auto path = folder.write(u"list.meta4",
+                                   "<metalink xmlns=\"urn:ietf:params:xml:ns:metalink\">"
+                                   "<file name=\"x\"><url>http://b.example/x</url></file>"
+                                   "<file name=\"y\"><url>ftp://b.example/y</url></file></metalink>");
+    session(job).outcome.path = path;
+    session(job).outcome.media_type = "application/metalink4+xml";
+    end(job);
+    EXPECT_EQ(engine->find(job), nullptr);
+    ASSERT_EQ(ears.follows.size(), 1U);
+    ASSERT_EQ(ears.follows[0].jobs.size(), 2U);
+    for (const Guid& named : ears.follows[0].jobs) {
+        EXPECT_EQ(engine->find(named)->category, music.category);
+        EXPECT_EQ(state(named), JobState::running);
+    }
+    EXPECT_FALSE(folder.has(u"list.meta4"));
+}
+
+TEST_F(EngineTest, AnsweredCredentialsStartTheJobAgain) {
+    const Guid job = add_one("http://a/1");
+    engine->pump();
+    Question question;
+    question.kind = QuestionKind::credentials;
+    question.job = job;
+    question.server = "a";
+    session(job).question = question;
+    end(job, Code::credentials_refused);
+    EXPECT_EQ(state(job), JobState::failed);
+    engine->pump();
+    ASSERT_EQ(ears.questions.size(), 1U);
+    QuestionAnswer answer;
+    answer.user = u"ann";
+    answer.password = u"secret";
+    EXPECT_TRUE(engine->answer(ears.questions[0].id, answer).ok());
+    EXPECT_EQ(engine->answer(ears.questions[0].id, answer).fault, Fault::no_question);
+    engine->pump();
+    EXPECT_EQ(session(job).twin().user, u"ann");
+    EXPECT_TRUE(engine->questions().empty());
+}
+
+TEST_F(EngineTest, ChangesAreGatheredAndCanBeAskedForByRevision) {
+    const auto jobs = add({"http://a/1", "http://a/2"}, true);
+    engine->pump();
+    const int before = ears.deliveries;
+    const std::uint64_t revision = engine->revision();
+    JobEdit edit;
+    for (int i = 0; i < 100; ++i) {
+        edit.comment = to_utf16(std::to_string(i));
+        EXPECT_TRUE(engine->change(jobs[0], edit).ok());
+    }
+    engine->pump();
+    EXPECT_EQ(ears.deliveries, before + 1);
+    const Changes changes = engine->changes_since(revision);
+    ASSERT_EQ(changes.jobs.size(), 1U);
+    EXPECT_EQ(changes.jobs[0].job, jobs[0]);
+    EXPECT_EQ(changes.jobs[0].fields & (job_field::options | job_field::added), job_field::options);
+    EXPECT_TRUE(engine->changes_since(changes.revision).empty());
+    EXPECT_TRUE(engine->changes_since(changes.revision + 1).everything);  // of another run
+}
+
+TEST(ChangeLog, WhoAsksFromTooLongAgoIsToReadEverythingAnew) {
+    ChangeLog log(2);
+    for (std::uint64_t i = 1; i <= 3; ++i) log.job(Guid::from_numbers(i, 0), job_field::state);
+    EXPECT_TRUE(log.since(0).everything);
+    EXPECT_EQ(log.since(1).jobs.size(), 2U);
+    EXPECT_TRUE(log.deliver().everything);
+    log.job(Guid::from_numbers(3, 0), job_field::order);
+    const Changes delivered = log.deliver();
+    ASSERT_EQ(delivered.jobs.size(), 1U);
+    EXPECT_EQ(delivered.jobs[0].fields, job_field::order);
+}
+
+TEST_F(EngineTest, RenamesWhatIsOnTheDisk) {
+    const Guid job = add_one("http://a/1");
+    engine->pump();
+    EXPECT_EQ(engine->rename(job, u"b").fault, Fault::running);
+    session(job).twin().path = folder.path(u"a");
+    folder.write(u"a" + std::u16string(partial_suffix), "part");
+    folder.write(u"a" + std::u16string(state_suffix), "state");
+    folder.write(u"taken", "");
+    end(job, Code::server_error);
+    EXPECT_EQ(engine->rename(job, u"taken").fault, Fault::name_taken);
+    EXPECT_EQ(engine->rename(job, u"../up").fault, Fault::name_refused);
+    EXPECT_TRUE(engine->rename(job, u"b").ok());
+    EXPECT_EQ(engine->find(job)->path, folder.path(u"b"));
+    EXPECT_TRUE(folder.has(u"b" + std::u16string(partial_suffix)));
+    EXPECT_TRUE(folder.has(u"b" + std::u16string(state_suffix)));
+    EXPECT_FALSE(folder.has(u"a" + std::u16string(partial_suffix)));
+}
+
+TEST_F(EngineTest, CategoriesAreRefusedWhereTheyWouldNotBeFoundAgain) {
+    const Guid first = engine->first_category()->identity;
+    const Guid a = engine->add_category(u"A", {}, first).category;
+    const Guid b = engine->add_category(u"B", {}, a).category;
+    EXPECT_EQ(engine->add_category(u"a", {}, first).done.fault, Fault::name_taken);
+    EXPECT_EQ(engine->add_category(u"x/y", {}, first).done.fault, Fault::name_refused);
+    EXPECT_EQ(engine->add_category(u"x", {}, new_guid()).done.fault, Fault::no_category);
+    EXPECT_EQ(engine->move_category(a, b).fault, Fault::below_itself);
+    EXPECT_EQ(engine->remove_category(first).fault, Fault::first_category);
+    EXPECT_TRUE(engine->rename_category(b, u"C").ok());
+    const Guid job = add_one("http://a/1");
+    EXPECT_TRUE(engine->move(job, a).ok());
+    EXPECT_TRUE(engine->remove_category(a).ok());
+    EXPECT_EQ(engine->find(job)->category, first);
+    EXPECT_EQ(engine->find_category(u"C").size(), 1U);
+}
+
+TEST_F(EngineTest, AnEngineInMemoryForgetsWhatEnded) {
+    open_in_memory();
+    const auto jobs = add({"http://a/1", "http://a/2"});
+    engine->pump();
+    end(jobs[0]);
+    end(jobs[1], Code::server_error);
+    EXPECT_EQ(engine->jobs_below(nullptr).size(), 0U);
+    EXPECT_EQ(ears.ends, (std::vector<Code>{Code::ok, Code::server_error}));
+    EXPECT_FALSE(engine->has_work());
+    std::string error;
+    EXPECT_TRUE(engine->close(error));
+}
+
+// What only the end of the program stopped goes on with the next one, and not only because it was saved.
+TEST_F(EngineTest, WhatTheEndOfTheProgramStopsGoesOnWithTheNext) {
+    const auto jobs = add({"http://a/1", "http://a/2"});
+    engine->pump();
+    EXPECT_TRUE(engine->stop(jobs[1]).ok());
+    engine->pump();
+    std::string error;
+    EXPECT_TRUE(engine->close(error)) << error;
+    open();
+    EXPECT_EQ(state(jobs[0]), JobState::waiting);
+    EXPECT_EQ(state(jobs[1]), JobState::stopped);
+}
+
+TEST(Questions, EveryoneWhoAsksTheSameGetsTheOneAnswer) {
+    QuestionBoard board;
+    board.open_for(std::chrono::seconds(20));
+    const StopSource never;
+    const auto ask = [&](const char* server) {
+        Question question;
+        question.server = server;
+        question.fingerprint = "SHA256:x";
+        return board.ask(question, never).yes;
+    };
+    auto first = std::async(std::launch::async, ask, "a");
+    auto again = std::async(std::launch::async, ask, "a");
+    auto other = std::async(std::launch::async, ask, "b");
+    while (board.open().size() < 2) std::this_thread::yield();
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    ASSERT_EQ(board.open().size(), 2U);
+    for (const Question& question : board.open()) {
+        QuestionAnswer answer;
+        answer.yes = question.server == "a";
+        EXPECT_TRUE(board.answer(question.id, answer));
+    }
+    EXPECT_TRUE(first.get() && again.get());
+    EXPECT_FALSE(other.get());
+    EXPECT_TRUE(board.open().empty());
+}
+
+TEST(Questions, HaveADefaultAfterATimeAStopOrWithoutAnybodyToAsk) {
+    Question question;
+    question.standard.yes = true;
+    StopSource stop;
+    QuestionBoard board;
+    EXPECT_TRUE(board.ask(question, stop).yes);
+    board.open_for(std::chrono::milliseconds(20));
+    EXPECT_TRUE(board.ask(question, stop).yes);
+    board.open_for(std::chrono::seconds(20));
+    auto asked = std::async(std::launch::async, [&] { return board.ask(question, stop).yes; });
+    while (board.open().empty()) std::this_thread::yield();
+    stop.request();
+    EXPECT_TRUE(asked.get());
+
+    QuestionBoard left;
+    left.open_for(std::chrono::seconds(20));
+    question.job = new_guid();
+    left.leave(question);
+    left.leave(question);
+    EXPECT_EQ(left.open().size(), 1U);  // they never pile up
+    EXPECT_TRUE(left.take_answered().empty());
+    const auto lapsed = left.take_answered(QuestionBoard::Clock::now() + std::chrono::seconds(30));
+    ASSERT_EQ(lapsed.size(), 1U);
+    EXPECT_TRUE(lapsed[0].lapsed);
+    EXPECT_TRUE(left.open().empty());
+}
+
+}  // namespace
+}  // namespace vantlow

@@ -1,0 +1,201 @@
+// Addresses that serve once, versions that change: whole jobs over real sockets. The rules behind them are
+// tried in policy_model_test and policy_test.
+#include "job_fixture.h"
+
+namespace vantlow::test {
+namespace {
+
+constexpr std::size_t size = 200'000;
+const std::string content = make_content(21, size);
+const std::string other_content = make_content(22, size);
+const std::string page = "<html>This link has expired. Please log in.</html>";
+
+class OneTimeTest : public JobTest {
+  protected:
+    void expect_whole(const JobOutcome& outcome, const std::string& expected = content) {
+        EXPECT_EQ(outcome.result.code, Code::ok) << outcome.result.message() << "\n" << log.all();
+        EXPECT_TRUE(file_has(folder.path(u"file.bin"), expected)) << log.all();
+        EXPECT_TRUE(only({u"file.bin"}));
+        for (const auto& name : folder.names()) ASSERT_TRUE(remove_file(folder.path(name)).ok());
+    }
+};
+
+TEST_F(OneTimeTest, TheFirstAnswerBringsTheFileWhateverLaterOnesAre) {
+    struct Case {
+        const char* what;
+        std::function<bool(Exchange&)> later;
+    };
+    const auto give_page = [](Exchange& exchange) {
+        return exchange.answer(200, "OK", page, {{"Content-Type", "text/html"}});
+    };
+    const auto refuse = [](int status, const char* reason) {
+        return [=](Exchange& exchange) { return exchange.answer(status, reason, page); };
+    };
+    const Case cases[] = {
+        {"a page", give_page},
+        {"a redirect to a page",
+         [&](Exchange& exchange) {
+             if (exchange.request().target == "/login") return give_page(exchange);
+             return exchange.answer(302, "Found", "", {{"Location", "/login"}});
+         }},
+        {"forbidden", refuse(403, "Forbidden")},
+        {"gone", refuse(410, "Gone")},
+        {"a login", refuse(401, "Unauthorized")},
+        {"no such range", refuse(416, "Range Not Satisfiable")},
+        {"busy", refuse(503, "Service Unavailable")},
+        {"a reset",
+         [](Exchange& exchange) {
+             exchange.reset();
+             return true;
+         }},
+        {"another length",
+         [](Exchange& exchange) { return exchange.answer(200, "OK", content.substr(0, 150'000)); }},
+    };
+    for (const Case& c : cases) {
+        for (const bool with_validators : {true, false}) {
+            for (const int connections : {2, 5}) {
+                SCOPED_TRACE(std::string(c.what) + (with_validators ? " -n " : ", no validators, -n ") +
+                             std::to_string(connections));
+                FileResource file{.content = content, .rate = 1'000'000};
+                file.more = {{"Content-Type", "application/octet-stream"}};
+                if (!with_validators) file.etag = file.last_modified = "";
+                FileServer server(file);
+                std::atomic<int> requests{0};
+                server.set_interceptor([&](Exchange& exchange) {
+                    const bool is_later = requests > 0;
+                    if (exchange.request().target == "/file.bin") ++requests;
+                    return is_later && c.later(exchange);
+                });
+                auto job = make_job(server.url16(), connections);
+                const JobOutcome outcome = run(*job);
+                EXPECT_LE(outcome.received, static_cast<std::int64_t>(size)) << "begun anew";
+                EXPECT_GE(requests, 2);
+                EXPECT_LE(requests, connections + 2) << "asked again and again";
+                expect_whole(outcome);
+            }
+        }
+    }
+}
+
+// It broke, and the server gives the rest no more: the retry limit ends the job, soon and with the reason.
+TEST_F(OneTimeTest, ARetryLimitEndsAJobThatNobodyServes) {
+    for (const int connections : {1, 3}) {
+        SCOPED_TRACE(connections);
+        FileServer server(FileResource{.content = content, .reset_after = 100'000});
+        std::atomic<int> requests{0};
+        server.set_interceptor([&](Exchange& exchange) {
+            return requests++ > 0 && exchange.answer(503, "Service Unavailable", "");
+        });
+        set(setting::always_retry, 0);
+        set(setting::retries, 3);
+        auto job = make_job(server.url16(), connections);
+        const auto begun = Clock::now();
+        const JobOutcome outcome = run(*job);
+        EXPECT_EQ(outcome.result.code, Code::busy) << outcome.result.message() << log.all();
+        EXPECT_LT(Clock::now() - begun, std::chrono::seconds(10));
+        EXPECT_LE(requests, 5 + connections) << log.all();
+        EXPECT_TRUE(only({u"file.bin.vantlow", u"file.bin.vantlow-job"}));
+        for (const auto& name : folder.names()) ASSERT_TRUE(remove_file(folder.path(name)).ok());
+    }
+}
+
+// While it waits, it says what for.
+TEST_F(OneTimeTest, AWaitHasAReasonAndANextTry) {
+    FileServer server(FileResource{.content = content});
+    server.set_interceptor(
+        [](Exchange& exchange) { return exchange.answer(503, "Service Unavailable", ""); });
+    auto job = make_job(server.url16());
+    job->retry_delay = 60;
+    Run running(*this, *job, {});
+    ASSERT_TRUE(log.wait_for("Awaiting 60 seconds to retry.")) << log.all();
+    const JobProgress progress = running.thread().progress();
+    EXPECT_NE(progress.waiting_for.find("503"), std::string::npos) << progress.waiting_for;
+    EXPECT_EQ(progress.attempts, 1);
+    ASSERT_TRUE(progress.next_try);
+    EXPECT_GT(*progress.next_try, Clock::now() + std::chrono::seconds(50));
+}
+
+// The same size and date, and another entity tag: another version.
+TEST_F(OneTimeTest, GoingOnWithAnotherEntityTagBeginsAnewAndSaysSo) {
+    FileServer server(FileResource{.content = content, .hold_after = 100'000});
+    {
+        auto job = make_job(server.url16());
+        Run running(*this, *job, {});
+        ASSERT_TRUE(running.wait_for_done(100'000)) << log.all();
+    }
+    server.change("/file.bin", [](FileResource& file) {
+        file.content = other_content;
+        file.etag = "\"v2\"";
+        file.hold_after = std::string::npos;
+    });
+    server.release();
+    auto job = earlier_job(server.url16());
+    ASSERT_TRUE(job);
+    const JobOutcome outcome = run(*job);
+    EXPECT_EQ(outcome.restarts, 1);
+    EXPECT_TRUE(log.has("The file on the server is newer, download it again."));
+    expect_whole(outcome, other_content);
+}
+
+// Somebody put a state and a partial file there, with segments that say that nearly everything is right.
+TEST_F(OneTimeTest, APlantedStateIsLeftAlone) {
+    const std::string planted(size, 'x');
+    FileServer server(FileResource{.content = content});
+    struct Case {
+        const char* what;
+        std::function<void(CJobNode&)> plant;
+    };
+    const Case cases[] = {
+        {"without a mark", [](CJobNode&) {}},
+        {"with a mark of other bytes",
+         [](CJobNode& job) {
+             job.partial_mark = {static_cast<std::int64_t>(size), 0, 16'384, "00ff"};
+         }},
+        {"of a longer file",
+         [](CJobNode& job) {
+             job.partial_mark = {static_cast<std::int64_t>(size) + 1, 0, 0, "00ff"};
+         }},
+        {"of another address", [](CJobNode& job) { job.address = u"http://elsewhere/file.bin"; }},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        log.clear();
+        CJobNode state;
+        state.address = server.url16();
+        state.path = folder.path(u"file.bin");
+        state.file_size = size;
+        state.append_segment(size - 1, size);
+        state.validators = {"\"v1\"", "Sun, 06 Nov 1994 08:49:37 GMT"};
+        c.plant(state);
+        ASSERT_TRUE(save_resume_state(state, folder.path(u"file.bin.vantlow-job")).ok());
+        folder.write(u"file.bin.vantlow", planted);
+        auto job = earlier_job(server.url16());
+        if (!job) job = make_job(server.url16());
+        EXPECT_EQ(run(*job).result.code, Code::ok) << log.all();
+        EXPECT_TRUE(log.has("left alone")) << log.all();
+        EXPECT_TRUE(file_has(folder.path(u"file(1).bin"), content)) << log.all();
+        EXPECT_TRUE(file_has(folder.path(u"file.bin.vantlow"), planted));
+        for (const auto& name : folder.names()) ASSERT_TRUE(remove_file(folder.path(name)).ok());
+    }
+}
+
+// Two machines behind one name have two versions: only answers of the first one are taken.
+TEST_F(OneTimeTest, MachinesThatDisagreeAreToldApart) {
+    FileServer server(FileResource{.content = content, .etag = "\"one\"", .close_after = 60'000});
+    std::atomic<int> requests{0};
+    server.set_interceptor([&](Exchange&) {
+        const bool is_second = requests++ % 2 == 1;
+        server.change("/file.bin", [&](FileResource& file) {
+            file.content = is_second ? other_content : content;
+            file.etag = is_second ? "\"two\"" : "\"one\"";
+        });
+        return false;
+    });
+    auto job = make_job(server.url16(), 2);
+    const JobOutcome outcome = run(*job);
+    EXPECT_EQ(outcome.restarts, 0) << log.all();
+    expect_whole(outcome);
+}
+
+}  // namespace
+}  // namespace vantlow::test

@@ -1,0 +1,216 @@
+// What a job's policy decides, event by event: no sockets, and a clock that the test moves.
+#include "transfer/job/policy.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <memory>
+
+namespace vantlow {
+namespace {
+
+using std::chrono::seconds;
+
+constexpr std::int64_t size = 1'000'000;
+
+/// A job whose first connection receives a file of a strong entity tag.
+class PolicyTest : public testing::Test {
+  protected:
+    PolicyTest() {
+        job.address = u"http://h/f";
+        job.connections = job.max_threads = 4;
+        job.append_segment(0, unknown_end);
+        rules.split_size = 1024;
+        policy.begin(false);
+        Worker& first = start();
+        EXPECT_EQ(policy.answered(first, answer(0), 0, rules).next, Verdict::Next::adopt);
+        policy.adopt(first, answer(0), u"/f");
+        receive(first, 100'000);
+    }
+
+    static SourceAnswer answer(std::int64_t granted, const char* etag = "\"a\"") {
+        SourceAnswer given;
+        given.granted = granted;
+        given.whole = granted == 0;
+        given.ranges_promised = true;
+        given.address = u"http://h/f";
+        given.version = {size, "", etag, false, "application/zip"};
+        return given;
+    }
+    Worker& start() {
+        Worker& worker = *workers.emplace_back(std::make_unique<Worker>());
+        worker.id = static_cast<int>(workers.size());
+        EXPECT_TRUE(policy.enlist(worker, rules, now));
+        return worker;
+    }
+    void receive(Worker& worker, std::int64_t bytes) {
+        const std::int64_t at = worker.position;
+        worker.position = at + bytes;
+        policy.delivered(worker, at, bytes);
+        policy.written(at, bytes);
+    }
+    AfterFailure fail(Worker& worker, const Result& result, bool accepted = false) {
+        FailedAttempt attempt;
+        attempt.result = result;
+        attempt.asked = worker.position;
+        attempt.accepted = accepted;
+        return policy.failed(worker, attempt, rules, now);
+    }
+    void leave(Worker& worker) {
+        if (worker.has_work()) policy.released(worker, -1, false, 0);
+        policy.strike(worker, Code::transient);
+    }
+    [[nodiscard]] bool restarts() {
+        const auto turn = policy.look();
+        return turn && turn->what == JobPolicy::Turn::What::restart;
+    }
+
+    Clock::time_point now{std::chrono::hours(1)};
+    PolicyRules rules;
+    CJobNode job;
+    JobPolicy policy{job, 1, false};
+    std::vector<std::unique_ptr<Worker>> workers;
+};
+
+// The first connection goes on through the cut, without another request, and few further ones are asked for.
+TEST_F(PolicyTest, WhatAFurtherConnectionIsRefusedGoesBackToTheOneThatReceives) {
+    struct Case {
+        const char* what;
+        Result result;
+        seconds asked_again_after;  ///< 0: never
+    };
+    const Case cases[] = {
+        {"forbidden", {Code::server_error, "403"}, seconds(5)},
+        {"a page", {Code::other_content, "text/html"}, seconds(5)},
+        {"another size", Code::size_differs, seconds(5)},
+        {"another version", Code::resource_changed, seconds(5)},
+        {"no range", Code::range_ignored, seconds(5)},
+        {"a login", {Code::credentials_refused, "401"}, seconds(0)},
+        {"busy", {Code::busy, "503"}, seconds(10)},
+        {"no connection", Code::transient, seconds(10)},
+    };
+    Worker& first = *workers.front();
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        ASSERT_TRUE(policy.may_start(1));
+        Worker& further = start();
+        const std::int64_t cut = further.position;
+        EXPECT_EQ(first.limit, cut);
+        const AfterFailure after = fail(further, c.result);
+        EXPECT_FALSE(after.again);
+        EXPECT_EQ(first.limit, size) << "the range did not go back";
+        EXPECT_FALSE(policy.look()) << "the running transfer was ended or begun anew";
+        leave(further);
+        Worker next;
+        next.id = 100;
+        EXPECT_FALSE(policy.enlist(next, rules, now)) << "asked again at once";
+        now += std::max(c.asked_again_after, seconds(10'000 * (c.asked_again_after == seconds(0))));
+        EXPECT_EQ(policy.enlist(next, rules, now), c.asked_again_after > seconds(0));
+        if (next.segment != nullptr) {
+            fail(next, c.result);
+            leave(next);
+        }
+        // What the next case begins with.
+        policy.mirrors().forget_answers();
+        policy.mirrors().at(0) = {};
+        policy.mirrors().at(0).address = u"http://h/f";
+        policy.mirrors().at(0).connections = 1;
+        policy.mirrors().at(0).ranges_promised = policy.mirrors().at(0).answered = true;
+    }
+}
+
+TEST_F(PolicyTest, AnAnswerThatFlowsOnTakesTheRangeOfAConnectionWithoutAnswer) {
+    Worker& first = *workers.front();
+    Worker& further = start();
+    receive(first, first.limit - first.position);
+    const std::int64_t cut = first.position;
+    first.finished_one = true;
+    policy.released(first, cut, true, 0);
+    ASSERT_EQ(policy.take_work(first, rules, now), Work::taken);
+    EXPECT_TRUE(first.keeps_answer);
+    EXPECT_EQ(first.position, cut);
+    EXPECT_EQ(first.limit, size);
+    EXPECT_EQ(further.limit, cut) << "two connections for one range";
+}
+
+// A broken second connection left a gap, and the server answers nobody else: the open answer reads on to it.
+TEST_F(PolicyTest, WhereNobodyElseIsServedTheOpenAnswerReadsOnToAGap) {
+    Worker& first = *workers.front();
+    Worker& second = start();
+    const std::int64_t begin = second.position;
+    ASSERT_EQ(policy.answered(second, answer(begin), begin, rules).next, Verdict::Next::go_on);
+    receive(second, 50'000);
+    fail(second, Code::transient, true);
+    fail(second, {Code::server_error, "403"});
+    leave(second);
+    receive(first, first.limit - first.position);
+    first.finished_one = true;
+    policy.released(first, first.position, true, 0);
+    ASSERT_EQ(policy.take_work(first, rules, now), Work::taken);
+    EXPECT_TRUE(first.keeps_answer);
+    EXPECT_EQ(first.position, begin + 50'000);
+    EXPECT_EQ(first.limit, size);
+}
+
+TEST_F(PolicyTest, AnotherVersionIsBelievedWhenNoneReceivesAndItIsSeenThreeTimes) {
+    Worker& first = *workers.front();
+    EXPECT_TRUE(fail(first, Code::transient, true).again);
+    const auto other = [&] {
+        const Verdict verdict = policy.answered(first, answer(100'000, "\"b\""), 100'000, rules);
+        EXPECT_EQ(verdict.result.code, Code::resource_changed);
+        const AfterFailure after = fail(first, verdict.result);
+        EXPECT_TRUE(!after.again || after.wait >= seconds(1)) << "not paced";
+        return after.again;
+    };
+    EXPECT_TRUE(other());
+    EXPECT_TRUE(other());
+    // The first one is seen again: another machine of that name had it.
+    EXPECT_EQ(policy.answered(first, answer(100'000), 100'000, rules).next, Verdict::Next::go_on);
+    EXPECT_TRUE(fail(first, Code::transient, true).again);
+    EXPECT_TRUE(other());
+    EXPECT_TRUE(other());
+    EXPECT_FALSE(restarts());
+    EXPECT_FALSE(other());
+    EXPECT_TRUE(restarts());
+    leave(first);
+    policy.begin_anew();
+    EXPECT_EQ(policy.restarts(), 1);
+    // A page is no new version either.
+    Worker& again = start();
+    SourceAnswer page = answer(0, "");
+    page.version = {500, "", "", false, "text/html"};
+    EXPECT_EQ(policy.answered(again, page, 0, rules).result.code, Code::other_content);
+}
+
+TEST_F(PolicyTest, AServerThatCannotResumeThrowsNothingAwayThatIsReceivedFromTheStart) {
+    Worker& first = *workers.front();
+    Worker& further = start();
+    const Verdict verdict = policy.answered(further, answer(0), further.position, rules);
+    EXPECT_EQ(verdict.result.code, Code::range_ignored);
+    fail(further, verdict.result);
+    leave(further);
+    EXPECT_EQ(first.limit, size);
+    EXPECT_TRUE(policy.is_only_one());
+    EXPECT_FALSE(policy.look());
+    EXPECT_FALSE(policy.may_start(1));
+    // It breaks: now the whole is asked for again, from zero.
+    EXPECT_TRUE(fail(first, Code::transient, true).again);
+    EXPECT_EQ(first.position, 0);
+    EXPECT_EQ(policy.answered(first, answer(0), 0, rules).next, Verdict::Next::adopt);
+}
+
+TEST_F(PolicyTest, TheRetryLimitCountsForTheWholeJob) {
+    rules.retry_limit = 3;
+    Worker* worker = workers.front().get();
+    ASSERT_TRUE(fail(*worker, Code::transient, true).again);
+    int attempts = 0;
+    while (fail(*worker, {Code::busy, "503"}).again) ASSERT_LT(++attempts, 10);
+    EXPECT_EQ(attempts, 2);
+    leave(*worker);
+    EXPECT_FALSE(policy.may_start(0)) << "another connection tries the same";
+    ASSERT_TRUE(policy.idle_end(now));
+    EXPECT_EQ(policy.idle_end(now)->code, Code::transient);
+}
+
+}  // namespace
+}  // namespace vantlow
