@@ -67,7 +67,7 @@ PlainSession::PlainSession(SessionPlan plan, const TransferServices& services)
 }
 
 void PlainSession::stop() noexcept {
-    if (thread_) thread_->stop();  // none once its end was taken
+    if (thread_) thread_->stop();  // null behind take_end()
     question_stop_.request();
 }
 
