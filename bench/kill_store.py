@@ -73,7 +73,14 @@ def main():
         return subprocess.run([program, *words], env=environment, cwd=folder, capture_output=True, text=True)
 
     def start():
-        return subprocess.Popen([resident], env=environment, cwd=folder, stderr=subprocess.PIPE, text=True)
+        lock = folder / "data/.lock"
+        if lock.exists():
+            lock.write_text("")
+        process = subprocess.Popen([resident], env=environment, cwd=folder, stderr=subprocess.PIPE, text=True)
+        # Until it can be reached: another command would take the folder before it.
+        while process.poll() is None and not (lock.exists() and lock.read_text()):
+            time.sleep(0.01)
+        return process
 
     def file_job(number):
         name = f"{number}.bin"
