@@ -69,12 +69,6 @@ class CBTAnnounceThread {
     // Over HTTP (http_announce.cpp).
     Outcome<CBETrackerRespond> ask_http(const std::string& url, AnnounceEvent event);
     Result fetch(const std::string& url, bool second_attempt, std::string& body);
-    ConnectPlan plan_for(const struct Target& target, bool second_attempt);
-    Result ask(class HttpConversation& conversation, const ConnectPlan& plan, const Target& target,
-               struct HttpHead& head);
-    Result take_answer(HttpConversation& conversation, const HttpHead& head,
-                       std::chrono::milliseconds timeout, std::string& body);
-    [[nodiscard]] TlsPlan trust_for(const std::string& host) const;
     void prefer_ipv6(ConnectPlan& plan);
     void resolve_named(CBETrackerRespond& respond);
     void learn_own_address(const std::string& url);

@@ -67,7 +67,7 @@ PlainSession::PlainSession(SessionPlan plan, const TransferServices& services)
 }
 
 void PlainSession::stop() noexcept {
-    thread_->stop();
+    if (thread_) thread_->stop();  // null behind take_end()
     question_stop_.request();
 }
 

@@ -148,6 +148,7 @@ void SessionRunner::start_beside() {
     }
     if (room == 0) return;
     for (const auto& [order, job] : tools_.store.waiting()) {
+        look_beside_ = look_beside_ || tools_.store.is_unsettled(*job);
         if (!may_begin(*job)) continue;
         const SessionKind* const kind = find_session_kind(tools_.sessions, kind_of(*job));
         if (kind == nullptr || kind->takes_place || count[kind->kind] >= kind->most_at_once) continue;

@@ -1,6 +1,7 @@
 // How what the job store holds comes to the disk: commits into the journal, saves of the whole, and the
 // folder that they go to.
 #include <algorithm>
+#include <iterator>
 #include <limits>
 
 #include "base/text.h"
@@ -234,6 +235,7 @@ bool JobStore::save(const Settings& settings, std::string& error) {
     if (is_in_memory()) return true;
     writer_->wait();
     take_answers();
+    untold_ = untold_ || (snapshot_ && saving_untold_);
     snapshot_.reset();  // one that is begun anew holds more
     std::vector<Waiting> waiting = std::exchange(for_this_save_, {});
     for (Waiting& one : std::exchange(for_next_save_, {})) waiting.push_back(std::move(one));
@@ -287,6 +289,11 @@ bool JobStore::hold_folder(std::string& error) {
     const DataFolderLock::Claim claim = options_.lock->claim_again(failed);
     if (claim == DataFolderLock::Claim::mine && options_.lock->is_in_place() && failed.ok()) {
         writer_->forget_folder();
+        take_answers();
+        // An image that was begun before does not hold what is found now.
+        snapshot_.reset();
+        std::move(for_this_save_.begin(), for_this_save_.end(), std::back_inserter(for_next_save_));
+        for_this_save_.clear();
         StoredDatabase other = load_database_files(options_.folder);
         if (other.error.ok() && other.status != DatabaseLoad::Status::newer) {
             keep_damaged_ = other.damaged;

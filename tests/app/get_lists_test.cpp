@@ -144,23 +144,25 @@ TEST_F(GetLists, SayWhyNothingComesAndGiveUp) {
 }
 
 TEST_F(GetLists, PatienceEndsWithTimeWithoutAByteAlone) {
+    const Guid one = Guid::from_numbers(1, 0);
+    const Guid another = Guid::from_numbers(2, 0);
     Patience patience(hours(24));
     const Clock::time_point start{};
     JobProgress progress;
     progress.waiting_for = "The server is busy.";
-    EXPECT_FALSE(patience.is_over(1, progress, start));
-    EXPECT_FALSE(patience.is_over(1, progress, start + hours(23)));
+    EXPECT_FALSE(patience.is_over(one, progress, start));
+    EXPECT_FALSE(patience.is_over(one, progress, start + hours(23)));
     progress.received = 1;
-    EXPECT_FALSE(patience.is_over(1, progress, start + hours(25))) << "a byte came";
+    EXPECT_FALSE(patience.is_over(one, progress, start + hours(25))) << "a byte came";
     progress.awaits_place = true;
-    EXPECT_FALSE(patience.is_over(1, progress, start + hours(70))) << "others fetch from there";
+    EXPECT_FALSE(patience.is_over(one, progress, start + hours(70))) << "others fetch from there";
     progress.awaits_place = false;
-    EXPECT_FALSE(patience.is_over(2, progress, start + hours(70))) << "another job";
-    EXPECT_FALSE(patience.is_over(1, progress, start + hours(93)));
-    EXPECT_TRUE(patience.is_over(1, progress, start + hours(94)));
+    EXPECT_FALSE(patience.is_over(another, progress, start + hours(70))) << "another job";
+    EXPECT_FALSE(patience.is_over(one, progress, start + hours(93)));
+    EXPECT_TRUE(patience.is_over(one, progress, start + hours(94)));
     Patience endless(seconds(0));
-    EXPECT_FALSE(endless.is_over(1, progress, start));
-    EXPECT_FALSE(endless.is_over(1, progress, start + hours(1000)));
+    EXPECT_FALSE(endless.is_over(one, progress, start));
+    EXPECT_FALSE(endless.is_over(one, progress, start + hours(1000)));
 }
 
 TEST_F(GetLists, ARestartIsSaidWithoutBeingAsked) {

@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
+#include <functional>
 #include <map>
 #include <memory>
 #include <string>
@@ -139,7 +141,19 @@ class EngineTest : public testing::Test {
         const Added added = engine->add(draft);
         EXPECT_TRUE(added.done.ok());
         EXPECT_TRUE(added.faults.empty());
+        bool safe = false;
+        engine->settle([&safe](const std::string& failure) {
+            EXPECT_EQ(failure, "");
+            safe = true;
+        });
+        EXPECT_TRUE(pump_until([&safe] { return safe; }));
         return added.jobs;
+    }
+    bool pump_until(const std::function<bool()>& condition) {
+        const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+        while (!condition() && std::chrono::steady_clock::now() < until)
+            engine->pump(std::chrono::milliseconds(1));
+        return condition();
     }
     Guid add_one(const std::string& link) { return add({link}).at(0); }
     [[nodiscard]] JobState state(const Guid& job) const {

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "base/text.h"
+#include "bt/torrent_settings.h"
 #include "engine/session.h"
 #include "support/recording_log.h"
 #include "support/scripted_server.h"
@@ -29,8 +30,9 @@ TEST(TimedTorrentSession, IsStoppedAtOnceAndGoesWhenItsTrackersWereTold) {
     test::RecordingLog log;
     QuestionBoard questions;
     auto job = std::make_unique<CJobNode>();
-    job->address = to_utf16("magnet:?xt=urn:btih:0123456789abcdef0123456789abcdef01234567&tr=" +
-                            server.url("/announce"));
+    job->address = u"magnet:?xt=urn:btih:0123456789abcdef0123456789abcdef01234567";
+    settings.override_value(setting::magnet_trackers.section, setting::magnet_trackers.key,
+                            to_utf16(server.url("/announce")));
     const auto session = make_torrent_session({std::move(job), {}, log, {}, questions},
                                               {connections, libraries, settings, stop, threads});
     ASSERT_TRUE(session->start().ok());

@@ -1,5 +1,5 @@
 // What of a job's wishes each server gets to hear.
-#include "transfer/job/http_request.h"
+#include "transfer/http/errand.h"
 
 #include <gtest/gtest.h>
 
@@ -11,8 +11,11 @@ namespace vantlow::test {
 namespace {
 
 // "referer|user:password" of the request to an address.
-std::string told(const SourcePlan& plan, const std::u16string& address) {
-    const HttpRequest request = make_http_request(plan, *parse_target(address), 0, CookieJar(), false);
+std::string told(const HttpErrand& errand, const std::u16string& address) {
+    HttpHop hop;
+    hop.target = *parse_target(address);
+    hop.origin = parse_target(errand.origin);
+    const HttpRequest request = make_http_request(errand, hop, CookieJar());
     return request.referer + "|" + request.user + ":" + request.password;
 }
 
@@ -37,11 +40,11 @@ TEST(JobRequest, TellsNobodyWhatIsForSomebodyElse) {
         {u"http://h/a", u"ann", u"pw", u"", u"http://other/a", "|:"},
     };
     for (const auto& one : cases) {
-        SourcePlan plan;
+        HttpErrand plan;
         plan.origin = one.origin;
         plan.user = one.user;
         plan.password = one.password;
-        plan.referer = one.referer;
+        plan.http.referer = one.referer;
         EXPECT_EQ(told(plan, one.address), one.told) << to_utf8(one.origin + u" " + one.address);
     }
 }

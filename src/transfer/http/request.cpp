@@ -75,7 +75,9 @@ std::string absolute_target(const HttpRequest& request) {
            request.path;
 }
 
-std::vector<RequestLine> request_lines(const HttpRequest& request) {
+namespace {
+
+std::vector<RequestLine> usual_lines(const HttpRequest& request) {
     std::vector<RequestLine> lines;
     if (request.through_proxy) {
         lines.push_back(absolute_form(request));
@@ -101,6 +103,13 @@ std::vector<RequestLine> request_lines(const HttpRequest& request) {
     lines.push_back(plain("Pragma: no-cache"));
     lines.push_back(plain("Cache-Control: no-cache"));
     for (const std::string& line : request.extra) lines.push_back(plain(line));
+    return lines;
+}
+
+}  // namespace
+
+std::vector<RequestLine> request_lines(const HttpRequest& request) {
+    std::vector<RequestLine> lines = request.lines.empty() ? usual_lines(request) : request.lines;
     for (RequestLine& line : lines) {
         remove_line_breaks(line.text);
         remove_line_breaks(line.shown);

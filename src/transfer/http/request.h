@@ -10,6 +10,12 @@
 
 namespace vantlow {
 
+/// One line with what the log may show of it: credentials and cookies are masked there.
+struct RequestLine {
+    std::string text;
+    std::string shown;
+};
+
 /// What a request says. All text is as it goes on the wire (escaped, in its code page) and without line ends.
 struct HttpRequest {
     /// What stands behind "Authorization: " and what the log shows of it; an empty value is no line.
@@ -36,13 +42,8 @@ struct HttpRequest {
     std::string cookie;              ///< the whole text of the Cookie line; empty: no line
     std::int64_t start = 0;          ///< first byte wanted; 0 asks for the whole
     std::vector<std::string> extra;  ///< further lines, behind all others
+    std::vector<RequestLine> lines;  ///< in place of all that the rest would give; empty: none
     std::string shown_path;          ///< what the log shows of the path; empty: the path itself
-};
-
-/// One line with what the log may show of it: credentials and cookies are masked there.
-struct RequestLine {
-    std::string text;
-    std::string shown;
 };
 
 /// The port that a scheme stands for: 80, 443 or 21.

@@ -13,7 +13,7 @@ namespace vantlow {
 /// What the test of one proxy brought.
 struct ProxyTest {
     bool ok = false;
-    std::chrono::milliseconds elapsed{0};  ///< from connecting to the answer's first line
+    std::chrono::milliseconds elapsed{0};  ///< from connecting to the answer
     int status = 0;                        ///< of the answer; 0: none came
     Result result;                         ///< why there is none
     std::string text;                      ///< a sentence

@@ -22,11 +22,11 @@ SourcePlan CTransferMainThread::plan(Worker& asker) {
         if (mirror.own_server) {
             plan.user = job_.user;
             plan.password = job_.password;
-            plan.cookie = job_.cookie;
-            plan.referer = job_.referer;
+            plan.http.cookie = job_.cookie;
+            plan.http.referer = job_.referer;
         }
-        plan.agent = job_.agent.empty() ? options_.default_agent : job_.agent;
-        plan.automatic_referer = job_.automatic_referer != 0;
+        plan.http.agent = job_.agent.empty() ? options_.default_agent : job_.agent;
+        plan.http.automatic_referer = job_.automatic_referer != 0;
         plan.utf8 = job_.utf8 != 0;
         plan.silence = std::chrono::seconds(std::max(job_.silence_limit, 1));
         plan.limits.further = mirror.answered;
@@ -41,15 +41,15 @@ SourcePlan CTransferMainThread::plan(Worker& asker) {
     plan.ftp = ftp_rules();
     plan.ssh = options_.ssh;
     plan.ssh_buffer = static_cast<std::size_t>(settings.number(setting::ssh_buffer)) * 1024;
-    plan.system_cookies = settings.flag(setting::get_cookie);
-    plan.cookie_file = settings.text(setting::cookie_file);
+    plan.http.system_cookies = settings.flag(setting::get_cookie);
+    plan.http.cookie_file = settings.text(setting::cookie_file);
     if (job_.rules) {
         plan.trust.verify = plan.trust.verify && !job_.rules->insecure;
         if (!job_.rules->ca_file.empty()) plan.trust.ca_file = job_.rules->ca_file;
     }
-    if (plan.cookie.starts_with(u'@')) {
-        plan.cookie_file = plan.cookie.substr(1);
-        plan.cookie.clear();
+    if (plan.http.cookie.starts_with(u'@')) {
+        plan.http.cookie_file = plan.http.cookie.substr(1);
+        plan.http.cookie.clear();
     }
     choose_proxy(plan);
     return plan;

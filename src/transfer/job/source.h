@@ -6,8 +6,7 @@
 #include <string>
 #include <string_view>
 
-#include "runtime/tables.h"
-#include "transfer/connection/base_socket.h"
+#include "transfer/http/errand.h"
 #include "transfer/job/host_keys.h"
 #include "transfer/job/source_answer.h"
 
@@ -25,27 +24,13 @@ struct FtpRules {
 
 class ProxyRules;
 
-/// What a job wants from one connection, with the settings as they are at this moment.
-struct SourcePlan {
-    std::u16string address;  ///< where to go: the job's address, or where it was redirected to
-    std::u16string origin;   ///< the job's own address: credentials and cookies belong to its server alone
-    std::u16string user;
-    std::u16string password;
-    std::u16string referer;
-    std::u16string agent;
-    std::u16string cookie;
-    bool automatic_referer = false;
-    bool utf8 = true;
-    ProxyPlan proxy;                                ///< for `address`
+/// What a job wants from one connection, with the settings as they are at this moment: `address` is the
+/// job's, or where it was redirected to, `origin` the job's own.
+struct SourcePlan : FetchPlan {
     std::shared_ptr<const ProxyRules> proxy_rules;  ///< for where redirects lead; null: `proxy` for all
-    bool system_cookies = false;                    ///< the system's cookies are sent too
-    std::u16string cookie_file;                     ///< a cookies.txt whose cookies are sent; empty: none
-    TlsPlan trust;                                  ///< for addresses that are secured
-    std::chrono::milliseconds timeout{60000};
     std::chrono::milliseconds silence{
         30000};  ///< without a byte of the body: the connection counts as broken
-    ServerLimits limits;
-    std::size_t receive_buffer = 64 * 1024;  ///< bytes, where a decoder stands between connection and file
+    HttpWishes http;
     FtpRules ftp;
     SshRules ssh;
     std::size_t ssh_buffer = 256 * 1024;  ///< bytes that SSH receives at once
@@ -71,14 +56,8 @@ class Source {
     [[nodiscard]] virtual std::optional<std::chrono::seconds> retry_after() const = 0;
 };
 
-/// What every source of a connection is made with; all of it outlives the source.
-struct SourceContext {
-    ConnectionServices& services;
-    const LibraryTables& libraries;
-    LogSink& log;
-    const StopSource& stop;
-    SpeedShare* share;
-};
+/// What every source of a connection is made with.
+using SourceContext = ConnectionContext;
 
 /// One protocol: the scheme with its "://" and what makes its sources.
 struct Protocol {
