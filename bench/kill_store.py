@@ -99,6 +99,8 @@ def main():
                 number += 1
             if chance.random() < 0.2 and filed:
                 run("stop", chance.choice(list(filed)))
+            if instance.poll() is not None:
+                sys.exit(f"kill {kill}: the resident program ended by itself with {instance.returncode}: {instance.stderr.read()}")
             instance.send_signal(signal.SIGKILL)
             instance.wait()
             for word in instance.stderr.read().splitlines():

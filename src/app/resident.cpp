@@ -125,6 +125,7 @@ void Resident::on_request(const std::string& request, const Frame::Events::Reply
     const CurrentFolder folder(to_utf16(words->folder));
     const Command command = parse_command_line(words->words);
     CommandAnswer answer;
+    const std::uint64_t before = engine_.revision();
     if (command.run && command.place == Place::quit) {
         answer.status = close() ? Exit::done : Exit::failed;
         frame_->quit();
@@ -133,8 +134,10 @@ void Resident::on_request(const std::string& request, const Frame::Events::Reply
     }
     answer.output += capture.output();
     answer.error += capture.error();
-    if (closed_) {
+    // Who only looks is answered on a full disk too.
+    if (closed_ || engine_.revision() == before) {
         reply(encode(answer));
+        wake();
         return;
     }
     // What a command says is true once it is safe.
