@@ -74,7 +74,7 @@ std::string full_layout() {
     Layout state;
     state.raw("E").n(4, 8).raw("W/\"\xE4tag\"").raw("M").n(4, 29).raw("Tue, 01 Jan 2030 00:00:00 GMT");
     state.raw("D").n(4, 1).n(1, 1).raw("I").n(4, 10).raw("text/plain");
-    state.raw("X").n(4, 32).n(8, 0x6000000001LL).n(8, 7).n(8, 0x6000000000LL).raw("0123abcd");
+    state.raw("X").n(4, 32).n(8, 0x6000000001).n(8, 7).n(8, 0x6000000000).raw("0123abcd");
     state.raw("C").n(4, 16);
     for (const char16_t c : std::u16string(u"a=b; c=\u20AC")) state.n(2, c);
     state.raw("P").n(4, 24);

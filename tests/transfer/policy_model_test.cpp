@@ -102,6 +102,7 @@ class ModelServer {
         // Whatever breaks can be asked for again, as often as it takes.
         return retries_for_ever && serves_ == unlimited;
     }
+    [[nodiscard]] bool serves_on() const { return serves_ == unlimited; }
     void begin() {
         had_trouble_first_ = troubles_ > 0;
         all_breaks_ = breaks_;
@@ -254,8 +255,7 @@ struct ModelConnection {
 /// One run of a job.
 class Model {
   public:
-    explicit Model(std::uint64_t seed, bool tells)
-        : random_(seed), server_(random_), tells_(tells), policy_(job_, seed, false) {
+    explicit Model(std::uint64_t seed, bool tells) : random_(seed), server_(random_), tells_(tells) {
         job_.address = u"http://h/f";
         job_.connections = job_.max_threads = 1 + random_.below(5);
         job_.retry_delay = random_.one_in(2) ? -1 : random_.below(3);
@@ -263,8 +263,10 @@ class Model {
         rules_.only_own_part = random_.one_in(8);
         rules_.retry_limit = random_.one_in(3) ? random_.below(5) : -1;
         job_.append_segment(0, unknown_end);
-        policy_.begin(false);
+        policy().begin(false);
         server_.begin();
+        if (random_.one_in(4)) stops_ = 1 + random_.below(2);
+        plan_stop();
         if (tells_)
             std::cout << server_.describe() << " -n " << job_.connections << " retries " << rules_.retry_limit
                       << "\n";
@@ -276,10 +278,13 @@ class Model {
         for (int step = 0; step < most_steps && !end_; ++step) {
             if (main_at_ <= now_ || connections_.empty()) main_turn();
             if (end_) break;
+            if (now_ >= stop_at_) stop_and_go_on();
             if (now_ > begun_ + std::chrono::hours(24)) break;
             advance();
         }
-        const bool must = server_.must_serve(rules_.retry_limit < 0);
+        // A run that was stopped needs more than one answer.
+        const bool must =
+            server_.must_serve(rules_.retry_limit < 0) && (!was_stopped_ || server_.serves_on());
         if (end_ && end_->ok()) return wrong_bytes();
         if (must) return "no file: " + (end_ ? end_->message() : "it never ended");
         if (!end_ && rules_.retry_limit >= 0) return "no end in spite of a retry limit";
@@ -289,6 +294,8 @@ class Model {
 
   private:
     using Do = ModelConnection::Do;
+
+    JobPolicy& policy() { return *policy_; }
 
     void tell(const std::string& text) const {
         if (!tells_) return;
@@ -309,7 +316,7 @@ class Model {
     }
 
     void apply_effects() {
-        const Effects effects = policy_.take_effects();
+        const Effects effects = policy().take_effects();
         if (tells_) {
             for (const auto& [direction, text] : effects.notes) tell("log: " + text);
         }
@@ -321,9 +328,29 @@ class Model {
         }
     }
 
+    void plan_stop() {
+        stop_at_ = stops_-- > 0 ? now_ + milliseconds(random_.below(400)) : Clock::time_point::max();
+    }
+
+    // The program ends, and a later run goes on with what it left.
+    void stop_and_go_on() {
+        plan_stop();
+        // Where nothing can be continued a later run knows nothing of this one.
+        if (policy().is_taking_over() || policy().is_only_one() || policy().is_encoded()) return;
+        if (job_.file_size <= 0) return;
+        was_stopped_ = true;
+        for (auto& c : connections_) leave(c, Code::stopped);
+        connections_.clear();
+        tell("stops and goes on");
+        policy().open_joints(job_);
+        policy_ = std::make_unique<JobPolicy>(job_, static_cast<std::uint64_t>(random_.below(1000)), false);
+        policy().begin(true);
+        main_at_ = now_;
+    }
+
     void main_turn() {
         main_at_ = now_ + std::chrono::seconds(1);
-        const auto turn = policy_.look();
+        const auto turn = policy().look();
         apply_effects();
         if (turn && turn->what == JobPolicy::Turn::What::end) {
             end_ = turn->result;
@@ -334,17 +361,17 @@ class Model {
             for (auto& c : connections_) leave(c, Code::handed_over);
             connections_.clear();
             file_.clear();
-            policy_.begin_anew();
+            policy().begin_anew();
             apply_effects();
             tell("everything anew");
         }
         for (;;) {
             const int count = static_cast<int>(connections_.size());
-            policy_.replace_slow(count);
-            if (!policy_.may_start(count)) break;
+            policy().replace_slow(count);
+            if (!policy().may_start(count)) break;
             ModelConnection& c = connections_.emplace_back();
             c.worker.id = ++last_id_;
-            if (!policy_.enlist(c.worker, rules_, now_)) {
+            if (!policy().enlist(c.worker, rules_, now_)) {
                 connections_.pop_back();
                 break;
             }
@@ -353,12 +380,12 @@ class Model {
         }
         apply_effects();
         if (!connections_.empty()) return;
-        if (const auto result = policy_.idle_end(now_)) {
+        if (const auto result = policy().idle_end(now_)) {
             end_ = *result;
             tell("idle end: " + end_->message());
             return;
         }
-        if (const auto chance = policy_.next_chance(now_)) main_at_ = std::min(main_at_, *chance);
+        if (const auto chance = policy().next_chance(now_)) main_at_ = std::min(main_at_, *chance);
     }
 
     // To the next moment at which something happens.
@@ -395,9 +422,9 @@ class Model {
         c.next = Do::gone;
         if (c.worker.has_work()) {
             flush(c);
-            policy_.released(c.worker, -1, false, 0);
+            policy().released(c.worker, -1, false, 0);
         }
-        policy_.strike(c.worker, why);
+        policy().strike(c.worker, why);
         apply_effects();
     }
 
@@ -414,7 +441,7 @@ class Model {
         w.furthest = std::max(w.furthest, w.position.load());
         c.fruitless = attempt.progressed ? 0 : c.fruitless + 1;
         attempt.fruitless = c.fruitless;
-        const AfterFailure after = policy_.failed(w, attempt, rules_, now_);
+        const AfterFailure after = policy().failed(w, attempt, rules_, now_);
         if (!after.again) {
             leave(c, result.code);
             return;
@@ -457,8 +484,8 @@ class Model {
         c.accepted = false;
         c.gathered = 0;
         if (w.segment != nullptr && w.limit <= w.position) return finish(c);
-        if (!policy_.choose_mirror(w, now_)) return fail(c, Code::transient);
-        c.asked = w.check ? w.check->begin : w.position - policy_.overlap_before(w);
+        if (!policy().choose_mirror(w, now_)) return fail(c, Code::transient);
+        c.asked = w.check ? w.check->begin : w.position - policy().overlap_before(w);
         const auto open = std::ranges::count_if(connections_, [](const auto& o) { return o.has_answer; });
         c.given = server_.ask(c.asked, static_cast<int>(open) + 1);
         if (!c.given.refusal.ok()) return fail(c, c.given.refusal, c.given.told_size);
@@ -468,13 +495,13 @@ class Model {
                         std::to_string(c.given.break_at));
         }
         const std::int64_t at = w.position;
-        const Verdict verdict = policy_.answered(w, c.given.answer, c.asked, rules_);
+        const Verdict verdict = policy().answered(w, c.given.answer, c.asked, rules_);
         apply_effects();
         switch (verdict.next) {
             case Verdict::Next::refuse:
                 return fail(c, verdict.result);
             case Verdict::Next::adopt:
-                policy_.adopt(w, c.given.answer, u"/f");
+                policy().adopt(w, c.given.answer, u"/f");
                 break;
             case Verdict::Next::take_whole:
                 c.next = Do::alone;
@@ -498,8 +525,8 @@ class Model {
         c.at = now_ + milliseconds(1);
         if (others) return;
         file_.clear();
-        policy_.begin_whole(c.worker);
-        policy_.adopt(c.worker, c.given.answer, u"/f");
+        policy().begin_whole(c.worker);
+        policy().adopt(c.worker, c.given.answer, u"/f");
         c.accepted = c.has_answer = true;
         c.open_at = 0;
         c.next = Do::read;
@@ -516,10 +543,10 @@ class Model {
         if (begin >= end) return true;
         const std::vector<int> there = file_.of(begin, end);
         if (there.size() == 1 && there.front() == c.given.version) {
-            policy_.agreed(c.worker, begin, end);
+            policy().agreed(c.worker, begin, end);
             return true;
         }
-        const bool is_wrong = policy_.contradicted(c.worker, begin, end);
+        const bool is_wrong = policy().contradicted(c.worker, begin, end);
         apply_effects();
         if (tells_) tell(c, "contradicts what is at " + std::to_string(begin));
         if (is_wrong) fail(c, Code::resource_changed);
@@ -545,7 +572,7 @@ class Model {
         if (reach(c) < end) return fail(c, Code::transient);
         const std::int64_t begin = c.open_at;
         c.open_at = end;
-        if (policy_.is_there(begin, end) && !hold(c, begin, end)) return;
+        if (policy().is_there(begin, end) && !hold(c, begin, end)) return;
         c.at = now_ + c.pace;
         if (c.open_at == c.worker.position) c.next = Do::read;
     }
@@ -553,7 +580,7 @@ class Model {
     void read(ModelConnection& c) {
         Worker& w = c.worker;
         if (w.limit <= w.position) {
-            const std::int64_t behind = policy_.overlap_behind(w);
+            const std::int64_t behind = policy().overlap_behind(w);
             if (behind < 0) {
                 c.at = now_ + milliseconds(20);
                 return;
@@ -569,7 +596,7 @@ class Model {
         const std::int64_t end = std::min({w.limit.load(), reach(c), w.position + 1 + random_.up_to(chunk)});
         if (end <= w.position) {
             if (c.given.break_at < 0 && w.limit == unknown_end) {
-                policy_.end_found(w);
+                policy().end_found(w);
                 return finish(c);
             }
             return fail(c, Code::transient);
@@ -589,18 +616,18 @@ class Model {
         if (w.position > end) w.position = c.open_at = end;
         c.gathered = 0;
         if (bytes <= 0) return;
-        policy_.delivered(w, offset, bytes);
+        policy().delivered(w, offset, bytes);
         file_.add(offset, offset + bytes, c.given.version);
-        policy_.written(offset, bytes);
+        policy().written(offset, bytes);
     }
 
     void finish(ModelConnection& c) {
         Worker& w = c.worker;
         if (w.segment != nullptr) w.finished_one = true;
         const std::int64_t open = c.has_answer && c.open_at == w.position ? c.open_at : -1;
-        if (policy_.released(w, open, true, 0)) {
+        if (policy().released(w, open, true, 0)) {
             c.next = Do::gone;
-            policy_.strike(w, {});
+            policy().strike(w, {});
             return;
         }
         c.next = Do::standby;
@@ -608,7 +635,7 @@ class Model {
     }
 
     void take(ModelConnection& c) {
-        switch (policy_.take_work(c.worker, rules_, now_)) {
+        switch (policy().take_work(c.worker, rules_, now_)) {
             case Work::taken:
                 return begin_work(c);
             case Work::later:
@@ -623,7 +650,7 @@ class Model {
     ModelServer server_;
     bool tells_;
     CJobNode job_;
-    JobPolicy policy_;
+    std::unique_ptr<JobPolicy> policy_ = std::make_unique<JobPolicy>(job_, 1, false);
     PolicyRules rules_;
     Origins file_;  ///< which version's bytes stand where
     std::list<ModelConnection> connections_;
@@ -631,6 +658,9 @@ class Model {
     Clock::time_point begun_{std::chrono::hours(1)};
     Clock::time_point now_ = begun_;
     Clock::time_point main_at_ = begun_;
+    Clock::time_point stop_at_;
+    int stops_ = 0;
+    bool was_stopped_ = false;
     std::optional<Result> end_;
 };
 

@@ -94,6 +94,7 @@ class CTransferMainThread : private SubThreadHost, private WrittenListener {
     void count_received(std::int64_t bytes) noexcept override;
     void written(std::int64_t offset, std::int64_t bytes) override;
     Result adopt(CTransferSubThread& asker, const SourceAnswer& answer);
+    Result throw_away(CTransferSubThread& asker);
     Result take_whole(CTransferSubThread& asker, const SourceAnswer& answer);
     Result open_file(const SourceAnswer& answer);
 

@@ -10,7 +10,8 @@
 namespace vantlow {
 namespace {
 
-// What is compared where nothing but bytes can tell: of a joint to each side, of a block somewhere in between.
+// What is compared where nothing but bytes can tell: of a joint to each side, of a block somewhere in
+// between.
 constexpr std::int64_t joint_reach = 4 * 1024;
 constexpr std::int64_t block = 16 * 1024;
 constexpr int sampled_blocks = 3;  // beside the first and the last one
@@ -100,8 +101,8 @@ bool JobPolicy::may_start(int connections) const {
     if (!size_reported_) return false;
     // While none receives one asks, so that a server in trouble is not asked by many.
     const auto& workers = segments_.workers();
-    const bool any_receives = std::ranges::any_of(
-        workers, [](const Worker* worker) { return worker->brings_bytes(); });
+    const bool any_receives =
+        std::ranges::any_of(workers, [](const Worker* worker) { return worker->brings_bytes(); });
     const bool any_asks = std::ranges::any_of(
         workers, [](const Worker* worker) { return worker->has_work() && !worker->retired; });
     return mirrors_.are_several() || any_receives || !any_asks;
@@ -155,8 +156,8 @@ void JobPolicy::end_for_good(const Result& result) {
 void JobPolicy::fill(JobProgress& progress, Clock::time_point now) const {
     progress.notice = notice_;
     progress.restarts = restarts_;
-    const bool any_receives = std::ranges::any_of(
-        segments_.workers(), [](const Worker* worker) { return worker->brings_bytes(); });
+    const bool any_receives =
+        std::ranges::any_of(segments_.workers(), [](const Worker* worker) { return worker->brings_bytes(); });
     if (any_receives || last_failure_.ok()) return;
     std::optional<Clock::time_point> next = next_chance(now);
     for (const Worker* worker : segments_.workers()) {
@@ -211,8 +212,8 @@ CJobSeg* JobPolicy::choose_segment(const Worker& worker, std::int64_t split_size
     for (const auto& segment : job_.segments) {
         const Worker* const at_work = segments_.worker_of(*segment);
         const bool suspect = !pieces_.is_empty() && pieces_.find_suspicion(segment->start) != nullptr;
-        const bool fixed = at_work != nullptr ? segment->end == unknown_end || suspect
-                                              : !may_serve(worker.mirror, *segment);
+        const bool fixed =
+            at_work != nullptr ? segment->end == unknown_end || suspect : !may_serve(worker.mirror, *segment);
         const std::int64_t start = segments_.position_of(*segment);
         items.push_back({start, fixed ? start : segment->end, at_work != nullptr});
     }
@@ -253,8 +254,7 @@ Work JobPolicy::find_work(Worker& worker, const PolicyRules& rules) {
         return Work::taken;
     }
     if ((!is_open || is_all_there()) && take_check(worker)) return Work::taken;
-    CJobSeg* const segment =
-        choose_segment(worker, std::max(rules.split_size, job_.min_split_size));
+    CJobSeg* const segment = choose_segment(worker, std::max(rules.split_size, job_.min_split_size));
     if (segment == nullptr) return Work::nothing;
     SegmentBook::assign(*segment, worker);
     return Work::taken;
@@ -309,7 +309,8 @@ void JobPolicy::replace_slow(int connections) {
     std::vector<PaceItem> items;
     for (const auto& segment : job_.segments) {
         const Worker* const worker = segments_.worker_of(*segment);
-        if (worker == nullptr && segment->start < segment->end) return;  // idle work is there: that comes first
+        if (worker == nullptr && segment->start < segment->end)
+            return;  // idle work is there: that comes first
         if (worker == nullptr) {
             items.push_back({});
             continue;
@@ -339,8 +340,8 @@ bool JobPolicy::is_complete() {
     if (!is_all_there() || !pieces_.are_all_good()) return false;
     // A neighbour's bytes may still be held against one's own.
     const bool any_compares = verify_joints_ && std::ranges::any_of(job_.segments, [](const auto& segment) {
-        return segment->worker != 0;
-    });
+                                  return segment->worker != 0;
+                              });
     if (any_compares) return false;
     if (!compares_answers() || hash_decides_ || only_one_) return true;
     if (!checks_.empty()) return false;
@@ -368,13 +369,15 @@ bool JobPolicy::is_complete() {
     }
     unsure_before_ = false;
     if (last_checks_.differed) {
-        note(Direction::note, "The file on the server has changed since; what was received is of one version as "
-                              "far as its parts tell where they meet.");
+        note(Direction::note,
+             "The file on the server has changed since; what was received is of one version as "
+             "far as its parts tell where they meet.");
         return true;
     }
-    note(Direction::note, "The server does not tell one version of the file from another: its answers were "
-                          "compared where they meet and at " + std::to_string(checks_made_) +
-                          " more places, and agree there.");
+    note(Direction::note,
+         "The server does not tell one version of the file from another: its answers were "
+         "compared where they meet and at " +
+             std::to_string(checks_made_) + " more places, and agree there.");
     return true;
 }
 
@@ -400,12 +403,22 @@ void JobPolicy::plan_checks(const std::vector<SegmentBook::Range>& there, bool l
     }
 }
 
+void JobPolicy::open_joints(CJobNode& copy) const {
+    if (!compares_answers() || hash_decides_ || job_.file_size <= 0) return;
+    SegmentBook segments(copy);
+    for (const std::int64_t joint : answers_.joints(job_.file_size)) {
+        const std::int64_t end = std::min(joint + joint_reach, job_.file_size);
+        if (!segments_.is_missing(joint - 1, joint + 1)) segments.take_back(joint, end);
+    }
+}
+
 void JobPolicy::drop_optional_checks() {
     sampled_ = true;
     const auto dropped = std::erase_if(checks_, [](const BlockCheck& check) { return !check.required; });
     if (dropped > 0) {
-        note(Direction::note, "The server does not tell one version of the file from another and gives no parts "
-                              "to compare: whether all bytes are of one version stays unsure.");
+        note(Direction::note,
+             "The server does not tell one version of the file from another and gives no parts "
+             "to compare: whether all bytes are of one version stays unsure.");
     }
 }
 

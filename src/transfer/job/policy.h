@@ -28,19 +28,19 @@ namespace vantlow {
 /// The settings that the policy decides by, as they are when it decides.
 struct PolicyRules {
     std::int64_t split_size = 262144;  ///< bytes
-    bool only_own_part = false;        ///< a connection that has finished its segment takes nothing from others
-    bool may_begin_anew = true;        ///< "Resume": a server that cannot resume is asked for the whole
-    std::int64_t retry_limit = -1;     ///< -1: none
+    bool only_own_part = false;     ///< a connection that has finished its segment takes nothing from others
+    bool may_begin_anew = true;     ///< "Resume": a server that cannot resume is asked for the whole
+    std::int64_t retry_limit = -1;  ///< -1: none
 };
 
 /// An attempt that failed.
 struct FailedAttempt {
     Result result;
-    std::int64_t asked = 0;      ///< the offset that was asked for
-    bool accepted = false;       ///< the server's answer had been accepted
-    bool progressed = false;     ///< the attempt brought bytes that no earlier one had
-    std::int64_t told_size = -1; ///< the total size that a refusal told; -1: none
-    int fruitless = 0;           ///< attempts of this connection in a row that brought nothing new
+    std::int64_t asked = 0;       ///< the offset that was asked for
+    bool accepted = false;        ///< the server's answer had been accepted
+    bool progressed = false;      ///< the attempt brought bytes that no earlier one had
+    std::int64_t told_size = -1;  ///< the total size that a refusal told; -1: none
+    int fruitless = 0;            ///< attempts of this connection in a row that brought nothing new
     std::optional<std::chrono::seconds> server_asks{};
 };
 
@@ -88,8 +88,8 @@ struct Effects {
 /// resource has changed. Guarded by the job's lock, whoever calls.
 class JobPolicy {
   public:
-    /// The job outlives the policy. `seed` chooses the blocks that are compared; `hash_decides`: a hash of the
-    /// whole file is known.
+    /// The job outlives the policy. `seed` chooses the blocks that are compared; `hash_decides`: a hash of
+    /// the whole file is known.
     JobPolicy(CJobNode& job, std::uint64_t seed, bool hash_decides);
 
     // The run as a whole.
@@ -123,7 +123,8 @@ class JobPolicy {
     Work take_work(Worker& worker, const PolicyRules& rules, Clock::time_point now);
     /// The mirror that the worker asks; false where none may be asked now.
     bool choose_mirror(Worker& worker, Clock::time_point now);
-    Verdict answered(Worker& worker, const SourceAnswer& answer, std::int64_t asked, const PolicyRules& rules);
+    Verdict answered(Worker& worker, const SourceAnswer& answer, std::int64_t asked,
+                     const PolicyRules& rules);
     /// The answer's size and version become the job's; the file is open at `path`.
     void adopt(Worker& worker, const SourceAnswer& answer, const std::u16string& path);
     /// The file is empty again and the worker alone: it fetches the whole.
@@ -132,8 +133,8 @@ class JobPolicy {
     void written(std::int64_t offset, std::int64_t bytes);
     /// How many bytes in front of the worker's position are to be fetched again and compared with the file.
     [[nodiscard]] std::int64_t overlap_before(const Worker& worker) const;
-    /// How many bytes behind the end of the worker's segment are there to be compared; negative: none yet, but
-    /// they are on their way.
+    /// How many bytes behind the end of the worker's segment are there to be compared; negative: none yet,
+    /// but they are on their way.
     [[nodiscard]] std::int64_t overlap_behind(const Worker& worker) const;
     /// The worker's answer agrees with what is there.
     void agreed(const Worker& worker, std::int64_t begin, std::int64_t end);
@@ -143,8 +144,8 @@ class JobPolicy {
     void end_found(Worker& worker);
     AfterFailure failed(Worker& worker, const FailedAttempt& attempt, const PolicyRules& rules,
                         Clock::time_point now);
-    /// The worker works on its segment or check no more; `open_at`: where its open answer goes on, -1: none is
-    /// open; `done`: the check was made. True when the job is complete.
+    /// The worker works on its segment or check no more; `open_at`: where its open answer goes on, -1: none
+    /// is open; `done`: the check was made. True when the job is complete.
     bool released(Worker& worker, std::int64_t open_at, bool done, std::int64_t bytes_per_second);
     void piece_checked(std::size_t piece, const Result& result);
     /// An end for good that was not the policy's to decide.
@@ -167,6 +168,9 @@ class JobPolicy {
         return !segments_.is_missing(begin, end);
     }
     [[nodiscard]] int restarts() const noexcept { return restarts_; }
+    /// Marks as missing in a copy of the job what lies behind joints that nobody has compared yet: a later
+    /// run takes what is there from end to end for the bytes of one answer.
+    void open_joints(CJobNode& copy) const;
     /// Pieces with hashes that do not fit the file are not used.
     void ignore_pieces();
     [[nodiscard]] std::vector<std::size_t> begin_pieces(std::int64_t length);
@@ -258,7 +262,8 @@ class JobPolicy {
 
     ResourceVersion version_;  ///< of the first answer, or of an earlier run's
     bool version_known_ = false;
-    std::optional<ResourceVersion> previous_;  ///< what was thrown away: another content is none of its versions
+    std::optional<ResourceVersion>
+        previous_;  ///< what was thrown away: another content is none of its versions
     bool only_one_ = false;
     bool mixes_ = false;  ///< versions of one size may be mixed: a hash decides
     bool mixed_before_ = false;
@@ -277,7 +282,7 @@ class JobPolicy {
     std::string notice_;
     std::array<int, most_connections> errors_{};  ///< by chair
     std::array<bool, most_connections> halted_{};
-    int fruitless_ = 0;       ///< attempts in a row, of all connections, that brought nothing while none received
+    int fruitless_ = 0;  ///< attempts in a row, of all connections, that brought nothing while none received
     bool exhausted_ = false;  ///< there were more of them than the retry limit
     int late_refusals_ = 0;
     int contradictions_ = 0;  ///< answers of another version in a row while none receives

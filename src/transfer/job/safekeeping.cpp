@@ -202,6 +202,7 @@ void CTransferMainThread::save_positions() {
         // Nothing that could be continued, or that will be there in a moment.
         if (policy_.is_only_one() || policy_.is_taking_over() || job_.file_size <= 0) return;
         snapshot = job_.twin();
+        policy_.open_joints(*snapshot);
         drop_complete_segments(*snapshot);
     }
     snapshot->path = file_.target();

@@ -172,9 +172,8 @@ Result CTransferMainThread::response_accepted(CTransferSubThread& asker, const S
 
 // The first answer of a run that begins at zero, or of one that begins anew.
 Result CTransferMainThread::adopt(CTransferSubThread& asker, const SourceAnswer& answer) {
-    if (!file_.is_open()) {
-        if (Result result = open_file(answer); !result.ok()) return result;
-    }
+    Result ready = file_.is_open() ? throw_away(asker) : open_file(answer);
+    if (!ready.ok()) return ready;
     const std::int64_t size = decide([&](JobPolicy& policy) {
         policy.adopt(asker.worker(), answer, file_.target());
         outcome_.media_type = answer.version.media_type;
@@ -201,21 +200,27 @@ Result CTransferMainThread::open_file(const SourceAnswer& answer) {
     return file_.begin(folder, name, rules);
 }
 
-// This connection goes on alone, from zero; all that was received is thrown away.
-Result CTransferMainThread::take_whole(CTransferSubThread& asker, const SourceAnswer& answer) {
+// Nothing of what was received counts any more: the file is empty, and no state tells otherwise.
+Result CTransferMainThread::throw_away(CTransferSubThread& asker) {
     {
-        // The others write their last bytes before the file is emptied under them, and a save that is under
-        // way tells of nothing that is about to go.
+        // A save that is under way tells of nothing that is about to go.
         std::unique_lock guard(mutex_);
-        const bool alone =
-            news_.wait(guard, asker.stop_source().token(), [this] { return attached_ == 1 && !saving_; });
-        if (!alone) return asker.stop_source().reason();
+        if (!news_.wait(guard, asker.stop_source().token(), [this] { return !saving_; }))
+            return asker.stop_source().reason();
         if (safe_) safe_->segments.clear();
     }
     forget_state();
     forget_pieces();
-    if (file_.is_open()) {
-        if (Result result = file_.start_over(); !result.ok()) return result;
+    return file_.start_over();
+}
+
+// This connection goes on alone, from zero; all that was received is thrown away.
+Result CTransferMainThread::take_whole(CTransferSubThread& asker, const SourceAnswer& answer) {
+    {
+        // The others write their last bytes before the file is emptied under them.
+        std::unique_lock guard(mutex_);
+        if (!news_.wait(guard, asker.stop_source().token(), [this] { return attached_ == 1; }))
+            return asker.stop_source().reason();
     }
     decide([&](JobPolicy& policy) { policy.begin_whole(asker.worker()); });
     if (Result result = adopt(asker, answer); !result.ok()) return result;
