@@ -295,5 +295,29 @@ TEST_F(ResumeTest, AfterABreakTheJointIsComparedToo) {
     }
 }
 
+// What is saved from then on finds the file again, although there was no time to save a state.
+TEST_F(ResumeTest, BeforeItHasItsNameAFileIsKnownByNameAndSize) {
+    FileServer server(FileResource{.content = content});
+    auto job = make_job(server.url16("/file.bin"));
+    std::atomic<CTransferMainThread*> thread{nullptr};
+    std::unique_ptr<CJobNode> known;
+    bool had_its_name = true;
+    RunOptions options;
+    options.before_name = [&](const std::u16string& path, std::int64_t length) {
+        while (thread == nullptr) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        known = thread.load()->safe_copy();
+        had_its_name = path_kind(path) != PathKind::none;
+        EXPECT_EQ(path, folder.path(u"file.bin"));
+        EXPECT_EQ(length, static_cast<std::int64_t>(content.size()));
+    };
+    Run running(*this, *job, std::move(options));
+    thread = &running.thread();
+    EXPECT_EQ(running.end().result.code, Code::ok) << log.all();
+    EXPECT_FALSE(had_its_name);
+    ASSERT_NE(known, nullptr);
+    EXPECT_EQ(known->path, folder.path(u"file.bin"));
+    EXPECT_EQ(known->file_size, static_cast<std::int64_t>(content.size()));
+}
+
 }  // namespace
 }  // namespace vantlow::test

@@ -121,7 +121,18 @@ Result CTransferMainThread::finish() {
     const std::u16string state = file_.state_path();
     const std::u16string_view suffix = matches ? std::u16string_view{} : wrong_hash_suffix;
     const auto before_name = [&](const std::u16string& path) {
-        if (matches && options_.before_name) options_.before_name(path, job_.file_size);
+        if (!matches || !options_.before_name) return;
+        const std::int64_t size = job_.file_size;
+        {
+            const std::lock_guard guard(lock_);
+            job_.path = path;
+        }
+        {
+            // Whoever asks now is told what the file is found by, although no state of it was ever saved.
+            const std::lock_guard guard(mutex_);
+            if (safe_) safe_->file_size = size;
+        }
+        options_.before_name(path, size);
     };
     if (Result result = file_.finish(job_.file_size, suffix, origin(), before_name); !result.ok())
         return result;
