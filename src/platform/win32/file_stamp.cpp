@@ -1,12 +1,12 @@
 #include "platform/file_stamp.h"
 
-#include <aclapi.h>
-
 #include <memory>
 #include <vector>
 
 #include "platform/fault_hook.h"
 #include "platform/win32/native.h"
+// after it
+#include <aclapi.h>
 
 namespace vantlow {
 namespace {
