@@ -47,12 +47,15 @@ Engine* CFerrywellApp::engine(std::string& error) {
     std::string failure;
     const bool rescued = store->is_dirty() && !store->notes().empty() && folder_lock_.is_mine();
     if (rescued && !store->save(*settings_, failure)) complain(failure);
-    for (const std::string& note : store->notes()) complain(note);
-    // A tree without a root has nowhere to put anything; why that is was told.
-    if (store->tree().root() == nullptr) {
-        error = store->notes().empty() ? "There is no job database." : store->notes().back();
-        return nullptr;
+    std::vector<std::string> notes = store->notes();
+    // A tree without a root has nowhere to put anything; the last note says why.
+    const bool is_of_no_use = store->tree().root() == nullptr;
+    if (is_of_no_use) {
+        error = notes.empty() ? "There is no job database." : notes.back();
+        if (!notes.empty()) notes.pop_back();
     }
+    for (const std::string& note : notes) complain(note);
+    if (is_of_no_use) return nullptr;
     engine_ = std::make_unique<Engine>(std::move(store), engine_options());
     return engine_.get();
 }

@@ -78,7 +78,7 @@ std::string ProxyFault::text_for_people() const {
         case Kind::list:
             return text;
         case Kind::job:
-            return "the job's own proxy is none.";
+            return "the job's own proxy is not the address of a proxy.";
     }
     return {};
 }

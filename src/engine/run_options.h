@@ -17,7 +17,7 @@ struct ProxyFault {
         setting,  ///< "Connection"/"Proxy" names no proxy
         number,   ///< it names a number that the proxy list has not: `number`
         list,     ///< the proxy list cannot be read: `text` says why
-        job,      ///< the job's own proxy is none
+        job,      ///< the job's own proxy is not an address of one
     };
     Kind kind = Kind::none;
     std::int64_t number = 0;

@@ -177,7 +177,7 @@ TEST(Torture, FetchingOverSftp) {
     const OtherHome home;
     const Sshd sshd("MaxStartups 100");
     sshd.documents().write(u"file.bin", content);
-    torment_real(to_utf8(sshd.url16("file.bin")), content, {"127.0.0.1"},
+    torment_real(to_utf8(sshd.url16("file.bin")), content, {"127.0.0.1", "/id_ed25519"},
                  {"--accept-host-key", "--key", sshd.key_folder().utf8_path("id_ed25519")}, 12, "1M");
 }
 

@@ -104,7 +104,7 @@ TEST_F(MirrorJobTest, AWrongMirrorIsLeftAtItsFirstBadPiece) {
     FileServer& right = serve({.content = content, .delay = std::chrono::milliseconds(100)});
     auto job = job_of(with_pieces, 2);
     expect_right(*job);
-    EXPECT_TRUE(log.has("is left: The hash of the file does not match.")) << log.all();
+    EXPECT_TRUE(log.has("is no longer used: The hash of the file does not match.")) << log.all();
     EXPECT_LE(wrong.server().request_count(), 2U);
     EXPECT_GE(right.server().request_count(), 1U);
     EXPECT_EQ(job->bit_count, 16);
@@ -178,7 +178,7 @@ TEST_F(MirrorJobTest, WithoutHashesTheJointsAreCompared) {
     }
     auto job = job_of(none, 3);
     expect_right(*job);
-    EXPECT_TRUE(log.has("is left:")) << log.all();
+    EXPECT_TRUE(log.has("is no longer used:")) << log.all();
 }
 
 TEST_F(MirrorJobTest, DeadAndClumsyMirrorsAreCopedWith) {

@@ -129,8 +129,11 @@ AfterFailure JobPolicy::refused_alone(Worker& worker, const FailedAttempt& attem
         mirror.effective.clear();
         return {true, {}, false};
     }
-    if (accepted_once_ && attempt.result.code != Code::cannot_resume &&
-        ++late_refusals_ <= most_late_refusals)
+    // One that answers and then, before the first byte, says that it cannot be done, says it of every
+    // attempt.
+    const bool is_of_every_attempt =
+        attempt.result.code == Code::cannot_resume || (attempt.accepted && !attempt.progressed);
+    if (accepted_once_ && !is_of_every_attempt && ++late_refusals_ <= most_late_refusals)
         return retry(worker, attempt, rules, now);
     end_for_good(attempt.result);
     return {};

@@ -112,7 +112,7 @@ std::string JobPolicy::leave_mirror(int index, const Result& why, const Worker* 
         to_take_back_.push_back(index);
     }
     return "The mirror " + to_utf8(without_credentials(mirrors_.at(index).address)) +
-           " is left: " + why.message();
+           " is no longer used: " + why.message();
 }
 
 // The connection goes on with whichever mirror is best now, which may be the same.
