@@ -112,7 +112,7 @@ def resident_commands(store, tell):
         longest = max(longest, store.run("category", "list")[0])
         saved = (store.folder / "data/.database").stat().st_mtime_ns != before
         until = min(until, time.monotonic() + 1) if saved and until - time.monotonic() > 1 else until
-    tell("resident: longest answer while it saves", longest, "s", 0.25)
+    tell("resident: longest answer while it saves", longest, "s", 0.1)
     store.run("quit")
     instance.wait()
     (store.folder / "settings.ini").unlink()
