@@ -51,7 +51,10 @@ AfterFailure JobPolicy::failed(Worker& worker, const FailedAttempt& attempt, con
     }
     if (others_receive(worker) && (!attempt.accepted || is_other_version || worker.check))
         return refused_beside_others(worker, attempt, now);
-    if (!others_receive(worker) && another_tries(worker, now)) return {};
+    // An answer that was accepted and brought nothing counts, whoever else tries: two such connections would
+    // take turns without end.
+    const bool is_barren = attempt.accepted && !attempt.progressed;
+    if (!others_receive(worker) && !is_barren && another_tries(worker, now)) return {};
     last_failure_ = result;
     if (is_other_version) return changed_alone(worker, attempt, result, rules, now);
     const bool told_other =
