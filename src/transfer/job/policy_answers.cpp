@@ -29,6 +29,7 @@ Verdict JobPolicy::answered(Worker& worker, const SourceAnswer& answer, std::int
     if (taking_over_ || worker.retired) return {Verdict::Next::refuse, Code::handed_over};
     const bool is_rewound = (only_one_ || encoded_) && asked == 0 && !worker.check;
     if (version_known_ && is_rewound) {
+        if (others_receive(worker)) return {Verdict::Next::refuse, Code::handed_over};
         Verdict verdict = begins_anew(answer);
         if (verdict.result.ok()) accept(worker, answer, VersionMatch::same);
         return verdict;
@@ -117,6 +118,8 @@ void JobPolicy::accept(Worker& worker, const SourceAnswer& answer, VersionMatch 
     if (match == VersionMatch::same && others_receive(worker, worker.mirror))
         mirrors_.serve_further(worker.mirror);
     if (is_news) note(Direction::note, message_text(Message::can_resume));
+    // A server that ignored one range and answers another can resume after all.
+    if (!answer.whole && job_.whole_file == 0) only_one_ = false;
     if (std::exchange(continued_, false)) note(Direction::note, message_text(Message::same_file));
     worker.answer = answers_.open();
     if (match == VersionMatch::same) answers_.unite(worker.answer, AnswerBook::earlier);
