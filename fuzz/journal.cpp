@@ -1,4 +1,5 @@
-// The journal of the job database: the entries of a frame, whose check is not what is tried, change a tree that stays whole.
+// The journal of the job database: the entries of a frame, whose check is not what is tried, change a tree
+// that stays whole.
 #include "store/journal.h"
 
 #include "fuzz.h"

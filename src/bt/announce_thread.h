@@ -119,7 +119,8 @@ class CBTAnnounceService {
 
     /// Begins with each tracker that is named, once each.
     void start(const std::vector<std::string>& trackers, AnnounceEvent initial = AnnounceEvent::started);
-    /// Begins to tell every tracker "stopped"; has_said_goodbye() tells when that is over. stop() waits for it.
+    /// Begins to tell every tracker "stopped"; has_said_goodbye() tells when that is over. stop() waits for
+    /// it.
     void ask_to_stop();
     /// True once every tracker was told, or 2 s after ask_to_stop(): stop() then waits for nobody.
     [[nodiscard]] bool has_said_goodbye() const noexcept {

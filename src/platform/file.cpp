@@ -186,8 +186,8 @@ FileError read_file(const std::u16string& path, std::size_t at_most, std::vector
 
 FileError write_file_atomically(const std::u16string& path, std::span<const std::byte> bytes,
                                 Privacy privacy) {
-    return replace_by(
-        path, [&](const std::u16string& fresh) { return write_whole(fresh, bytes, privacy); }, {});
+    return replace_by(path, [&](const std::u16string& fresh) { return write_whole(fresh, bytes, privacy); },
+                      {});
 }
 
 FileError write_file_atomically(const std::u16string& path, std::span<const std::vector<std::byte>> pieces,

@@ -37,7 +37,7 @@ struct Mirror {
     int allowed = 1;              ///< connections that it seems to bear
     Clock::time_point grow_at{};  ///< when it is asked for more again; zero: it never refused one
     std::chrono::seconds back_off{10};
-    int refusals = 0;  ///< further connections that it definitely refused since one was taken
+    int refusals = 0;                ///< further connections that it definitely refused since one was taken
     Clock::time_point not_before{};  ///< nothing is asked of it earlier
 
     bool left = false;  ///< nothing more is asked of it

@@ -27,7 +27,8 @@ VersionMatch JobPolicy::compare(const ResourceVersion& known, const ResourceVers
 Verdict JobPolicy::answered(Worker& worker, const SourceAnswer& answer, std::int64_t asked,
                             const PolicyRules& rules) {
     if (taking_over_ || worker.retired) return {Verdict::Next::refuse, Code::handed_over};
-    const bool is_rewound = (only_one_ || encoded_) && asked == 0 && !worker.check;
+    // Where the beginning is asked for to compare it with what is there, nothing begins anew.
+    const bool is_rewound = (only_one_ || encoded_) && asked == 0 && worker.position == 0 && !worker.check;
     if (version_known_ && is_rewound) {
         if (others_receive(worker)) return {Verdict::Next::refuse, Code::handed_over};
         Verdict verdict = begins_anew(answer);

@@ -127,15 +127,16 @@ AfterFailure JobPolicy::next_mirror(Worker& asker, Clock::time_point now) {
     }
     // Others do this one's work meanwhile; the main thread adds connections when it may.
     if (others_receive(asker)) return {};
-    const auto wait =
-        std::max(short_pause, std::chrono::ceil<std::chrono::milliseconds>(*chance - now));
+    const auto wait = std::max(short_pause, std::chrono::ceil<std::chrono::milliseconds>(*chance - now));
     asker.next_try = now + wait;
     return {true, wait, wait >= std::chrono::seconds(1)};
 }
 
 bool JobPolicy::choose_mirror(Worker& worker, Clock::time_point now) {
     if (worker.mirror != MirrorSet::none) return true;
-    const auto may = [&](int mirror) { return worker.segment == nullptr || may_serve(mirror, *worker.segment); };
+    const auto may = [&](int mirror) {
+        return worker.segment == nullptr || may_serve(mirror, *worker.segment);
+    };
     worker.mirror = mirrors_.choose(job_.thread_limit(), may, now);
     if (worker.mirror == MirrorSet::none) return false;
     ++mirrors_.at(worker.mirror).connections;
@@ -169,7 +170,8 @@ void JobPolicy::take_back_from_left() {
         for (const auto& range : origins_.from(index)) {
             for (std::int64_t at = range.begin; at < range.end;) {
                 const std::size_t piece = pieces_.is_empty() ? 0 : pieces_.piece_at(at);
-                const std::int64_t end = pieces_.is_empty() ? range.end : std::min(pieces_.end_of(piece), range.end);
+                const std::int64_t end =
+                    pieces_.is_empty() ? range.end : std::min(pieces_.end_of(piece), range.end);
                 if (pieces_.is_empty() || pieces_.at(piece) == PieceBook::State::missing) {
                     segments_.take_back(at, end);
                     origins_.forget(at, end);

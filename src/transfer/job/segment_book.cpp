@@ -62,8 +62,8 @@ std::optional<std::size_t> SegmentBook::starting_at(std::int64_t at, bool waitin
         const CJobSeg& segment = *job_.segments[i];
         if (segment.start != at || segment.start >= segment.end) continue;
         const Worker* const worker = worker_of(segment);
-        const bool is_waiting = worker != nullptr && !worker->receiving &&
-                                worker->position.load(std::memory_order_relaxed) == at;
+        const bool is_waiting =
+            worker != nullptr && !worker->receiving && worker->position.load(std::memory_order_relaxed) == at;
         if (waiting ? is_waiting : worker == nullptr) return i;
     }
     return std::nullopt;

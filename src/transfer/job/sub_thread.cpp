@@ -152,7 +152,8 @@ Result CTransferSubThread::run_check() {
     return result;
 }
 
-// The open answer reads on to the segment, through bytes that others fetched: those that are there are compared.
+// The open answer reads on to the segment, through bytes that others fetched: those that are there are
+// compared.
 Result CTransferSubThread::read_through() {
     std::vector<std::byte> passed(joint_step);
     auto quiet_until = from_now(silence_);
@@ -265,8 +266,8 @@ Result CTransferSubThread::compare(std::int64_t offset, std::int64_t bytes) {
     return {};
 }
 
-// The joint with the next segment, as far as that one's bytes are there. What is read for it is kept: the answer
-// may go on from here.
+// The joint with the next segment, as far as that one's bytes are there. What is read for it is kept: the
+// answer may go on from here.
 Result CTransferSubThread::compare_behind() {
     constexpr std::chrono::milliseconds step{20};
     const auto until = from_now(silence_);

@@ -22,8 +22,8 @@ enum class VersionMatch {
 };
 
 /// Sizes that differ are two versions. Two strong entity tags decide (RFC 9110, 8.8.3), else entity tags that
-/// differ in more than their weakness are two versions, else two dates decide: equal strong ones mean the same
-/// version, different ones two. Whatever is left is unsure.
+/// differ in more than their weakness are two versions, else two dates decide: equal strong ones mean the
+/// same version, different ones two. Whatever is left is unsure.
 VersionMatch compare_versions(const ResourceVersion& known, const ResourceVersion& answer);
 
 /// An equal answer can be told from another version by its validators alone.

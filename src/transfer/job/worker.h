@@ -15,9 +15,9 @@ struct BlockCheck {
     std::int64_t begin = 0;
     std::int64_t end = 0;
     bool required = false;  ///< the file is not believed to be of one version before this was compared
-    bool last = false;      ///< made when all is there: a difference may mean that the server has changed since
-    bool again = false;     ///< made before, and it agreed: see JobPolicy::LastChecks
-    int worker = 0;         ///< compares it now; 0: nobody
+    bool last = false;   ///< made when all is there: a difference may mean that the server has changed since
+    bool again = false;  ///< made before, and it agreed: see JobPolicy::LastChecks
+    int worker = 0;      ///< compares it now; 0: nobody
 };
 
 /// What the books and the policy know of one connection. The connection's own thread moves `position`; all
@@ -35,11 +35,12 @@ struct Worker {
     bool retired = false;    ///< it was told to end
     CJobSeg* segment = nullptr;
     std::optional<BlockCheck> check;
-    int mirror = -1;             ///< which of the job's; -1: none
-    int chair = -1;              ///< its place among the connections that the job may have
-    bool finished_one = false;   ///< a segment was finished: the next one is taken from others
-    int answer = 0;              ///< of the AnswerBook: the open answer
-    std::int64_t open_at = -1;   ///< without a segment: where its open answer would go on; -1: no answer is open
+    int mirror = -1;            ///< which of the job's; -1: none
+    int chair = -1;             ///< its place among the connections that the job may have
+    bool finished_one = false;  ///< a segment was finished: the next one is taken from others
+    int answer = 0;             ///< of the AnswerBook: the open answer
+    std::int64_t open_at =
+        -1;  ///< without a segment: where its open answer would go on; -1: no answer is open
     bool keeps_answer = false;   ///< it takes its work with the open answer, reading on to it
     Clock::time_point next_try;  ///< not receiving: when it asks
     std::int64_t furthest = 0;   ///< position that any attempt on this segment reached

@@ -1,4 +1,5 @@
-// The program on a disk that takes its time: each flush takes as many milliseconds as VANTLOW_SLOW_FLUSH says.
+// The program on a disk that takes its time: each flush takes as many milliseconds as VANTLOW_SLOW_FLUSH
+// says.
 #include <chrono>
 #include <string>
 #include <thread>
