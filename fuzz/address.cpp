@@ -4,7 +4,7 @@
 #include "base/text.h"
 #include "fuzz.h"
 #include "store/address.h"
-#include "store/proxy_address.h"
+#include "store/proxies.h"
 
 namespace vantlow::fuzz {
 namespace {

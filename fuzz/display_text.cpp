@@ -1,4 +1,4 @@
-// What came from outside, as a terminal gets it: harmless, and as wide as it is said to be.
+// Text from outside, in the form for a terminal: harmless, and as wide as it is said to be.
 #include "app/display_text.h"
 
 #include "app/progress_lines.h"

@@ -1,4 +1,5 @@
-// What the targets share: one function that each defines, ways to cut its input, and checks that end the run.
+// Parts that the targets share: one function that each defines, ways to cut its input, and checks that end
+// the run.
 #pragma once
 
 #include <cstdint>

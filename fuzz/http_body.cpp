@@ -21,7 +21,8 @@ Body read(const HttpHead& head, std::string_view input, std::size_t early, std::
     Moved last;
     Body all{read_all(**body, step, std::size_t{8} << 20U, last), last.state};
     CHECK(last.state != Moved::State::quiet);
-    // What ends well stays ended; what was not read to its end leaves no connection for the next request.
+    // A body that ended well stays ended; one that was not read to its end leaves no connection for the next
+    // request.
     if (last.state == Moved::State::failed) CHECK(last.code != Code::ok);
     return all;
 }

@@ -14,7 +14,7 @@ void vantlow::fuzz::run(std::string_view input) {
     const JobList again = read_job_list(bytes_of(written));
     CHECK(again.jobs.size() == list.jobs.size() && again.skipped.empty());
     for (std::size_t i = 0; i < jobs.size(); ++i) {
-        // What is no text is not written.
+        // Bytes that are no text are not written.
         const std::u16string& address = list.jobs[i]->address;
         if (to_utf16(to_utf8(address)) == address && is_utf8(to_utf8(address)))
             CHECK(again.jobs[i]->address == address);

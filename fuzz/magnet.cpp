@@ -1,7 +1,7 @@
 // Magnet links: the link that is made of a link's parts says the same.
 #include "bt/magnet.h"
 #include "base/text.h"
-#include "engine/torrent_plans.h"
+#include "engine/plans.h"
 #include "fuzz.h"
 
 void vantlow::fuzz::run(std::string_view input) {

@@ -1,4 +1,4 @@
-// What a film says of itself.
+// The facts that a film states about itself.
 #include "media/media_show.h"
 
 #include <cmath>

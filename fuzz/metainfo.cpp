@@ -1,7 +1,7 @@
 // Torrent documents, from their bytes to the job that is made of them.
 #include "bt/metainfo.h"
 #include "bt/make_torrent.h"
-#include "engine/torrent_plans.h"
+#include "engine/plans.h"
 #include "fuzz.h"
 
 namespace vantlow::fuzz {

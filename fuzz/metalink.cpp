@@ -1,6 +1,6 @@
 // Metalink descriptions, and the jobs that are made of them.
 #include "base/text.h"
-#include "engine/metafile_plans.h"
+#include "engine/plans.h"
 #include "fuzz.h"
 
 void vantlow::fuzz::run(std::string_view input) {

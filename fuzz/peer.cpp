@@ -1,4 +1,4 @@
-// What a peer says: handshake, messages, its extension handshake.
+// The messages of a peer: handshake, messages, its extension handshake.
 #include "bt/peer_messages.h"
 #include "fuzz.h"
 

@@ -1,7 +1,7 @@
 // ASX playlists and SMIL presentations, and the jobs that are made of them.
 #include <cmath>
 
-#include "engine/metafile_plans.h"
+#include "engine/plans.h"
 #include "fuzz.h"
 #include "meta/playlist.h"
 #include "store/address.h"

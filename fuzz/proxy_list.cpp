@@ -1,6 +1,6 @@
 // The proxy list: what was read and written is read and written the same.
-#include "store/proxy_list.h"
 #include "fuzz.h"
+#include "store/proxies.h"
 
 void vantlow::fuzz::run(std::string_view input) {
     std::vector<CProxyNode> proxies;

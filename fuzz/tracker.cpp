@@ -1,4 +1,4 @@
-// What trackers answer, over HTTP and over UDP.
+// The answers of trackers, over HTTP and over UDP.
 #include "bt/announce.h"
 #include "bt/bencode.h"
 #include "bt/tracker_answer.h"

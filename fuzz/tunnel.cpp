@@ -1,4 +1,4 @@
-// What SOCKS and CONNECT proxies answer.
+// The answers of SOCKS and CONNECT proxies.
 #include <algorithm>
 
 #include "transfer/connection/tunnel.h"

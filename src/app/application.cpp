@@ -2,6 +2,7 @@
 
 #include "app/say.h"
 #include "platform/file.h"
+#include "platform/local_text.h"
 #include "platform/process.h"
 #include "platform/socket.h"
 #include "store/data_folder.h"

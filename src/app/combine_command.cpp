@@ -15,7 +15,7 @@
 #include "media/combine.h"
 #include "platform/console.h"
 #include "platform/file.h"
-#include "platform/file_stamp.h"
+#include "platform/file_marks.h"
 #include "platform/process.h"
 
 namespace vantlow {

@@ -1,6 +1,6 @@
 #include "app/dial_up.h"
 
-#include "platform/dial_up.h"
+#include "platform/system_services.h"
 
 namespace vantlow {
 

@@ -5,7 +5,7 @@
 #include "base/text.h"
 #include "platform/console.h"
 #include "platform/file.h"
-#include "store/proxy_address.h"
+#include "store/proxies.h"
 
 namespace vantlow {
 namespace {

@@ -7,7 +7,7 @@
 #include "app/say.h"
 #include "base/string_table.h"
 #include "base/text.h"
-#include "engine/torrent_plans.h"
+#include "engine/plans.h"
 #include "platform/console.h"
 #include "platform/file.h"
 #include "platform/process.h"

@@ -12,7 +12,7 @@
 #include "bt/magnet.h"
 #include "bt/torrent_settings.h"
 #include "ed2k/link.h"
-#include "engine/metafile_plans.h"
+#include "engine/plans.h"
 #include "meta/playlist.h"
 #include "platform/file.h"
 #include "store/address.h"

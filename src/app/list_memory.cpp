@@ -8,7 +8,7 @@
 #include "base/codes.h"
 #include "base/digest.h"
 #include "base/text.h"
-#include "platform/file_stamp.h"
+#include "platform/file_marks.h"
 #include "store/address.h"
 #include "transfer/job/file_names.h"
 

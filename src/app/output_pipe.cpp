@@ -6,7 +6,7 @@
 #include "base/text.h"
 #include "platform/console.h"
 #include "platform/file.h"
-#include "platform/system_text.h"
+#include "platform/local_text.h"
 
 namespace vantlow {
 namespace {

@@ -8,7 +8,7 @@
 
 #include "base/result.h"
 #include "platform/stop.h"
-#include "platform/thread_pool.h"
+#include "platform/thread.h"
 
 namespace vantlow {
 

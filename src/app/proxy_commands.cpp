@@ -12,8 +12,7 @@
 #include "base/text.h"
 #include "platform/console.h"
 #include "platform/file.h"
-#include "store/proxy_address.h"
-#include "store/proxy_list.h"
+#include "store/proxies.h"
 #include "transfer/http/validate.h"
 #include "transfer/job/proxy_rules.h"
 

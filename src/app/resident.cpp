@@ -4,7 +4,7 @@
 #include "app/hand_over.h"
 #include "app/store_command.h"
 #include "base/text.h"
-#include "platform/console_capture.h"
+#include "platform/console.h"
 #include "platform/process.h"
 
 namespace vantlow {

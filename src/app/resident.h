@@ -11,7 +11,7 @@
 #include "engine/engine.h"
 #include "platform/console.h"
 #include "platform/frame.h"
-#include "platform/thread_pool.h"
+#include "platform/thread.h"
 
 namespace vantlow {
 

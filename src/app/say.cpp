@@ -2,7 +2,7 @@
 
 #include "app/display_text.h"
 #include "platform/console.h"
-#include "platform/system_text.h"
+#include "platform/local_text.h"
 
 namespace vantlow {
 

@@ -10,7 +10,7 @@
 #include "app/exit.h"
 #include "app/get_output.h"
 #include "engine/engine.h"
-#include "platform/thread_pool.h"
+#include "platform/thread.h"
 
 namespace vantlow {
 

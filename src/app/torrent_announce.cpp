@@ -13,7 +13,7 @@
 #include "bt/peer_probe.h"
 #include "platform/console.h"
 #include "platform/process.h"
-#include "platform/thread_pool.h"
+#include "platform/thread.h"
 #include "store/address.h"
 
 namespace vantlow {

@@ -12,7 +12,7 @@
 #include "bt/make_torrent.h"
 #include "platform/console.h"
 #include "platform/process.h"
-#include "platform/thread_pool.h"
+#include "platform/thread.h"
 
 namespace vantlow {
 namespace {

@@ -57,7 +57,7 @@ std::string without_keys(std::string_view url) {
     auto path = host == std::string_view::npos ? 0 : url.find_first_of("/?#", host + 3);
     if (path == std::string_view::npos) path = url.size();
     std::string text(url.substr(0, path));
-    // What stands in front of "@" are credentials.
+    // The text in front of "@" is credentials.
     if (const auto at = text.rfind('@'); at != std::string::npos && host != std::string_view::npos)
         text.replace(host + 3, at - (host + 3), "********");
     for (std::size_t i = path; i < url.size();) {

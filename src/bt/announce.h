@@ -1,4 +1,4 @@
-// One announce: what is said of a torrent job, and how it is written for each kind of tracker.
+// One announce: the facts about a torrent job, and their form for each kind of tracker.
 #pragma once
 
 #include <atomic>
@@ -34,10 +34,11 @@ struct TorrentIdentity {
     PeerStore peers;
 };
 
-/// Blanks at the ends go, backslashes become slashes, and a URL without a path gets one.
+/// Normalises a tracker's URL: blanks at the ends go, backslashes become slashes, and a URL without a path
+/// gets one.
 std::string normalise_tracker(std::string_view url);
 
-/// The URL with what looks like a key to a private tracker masked, for logs.
+/// The URL for logs: anything that looks like a key to a private tracker is masked.
 std::string without_keys(std::string_view url);
 
 /// The address that an HTTP tracker is asked at.

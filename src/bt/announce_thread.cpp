@@ -90,7 +90,7 @@ bool CBTAnnounceThread::announce_now(const std::string& url, AnnounceEvent event
     return false;
 }
 
-// A valid answer, which may still be the tracker's refusal.
+// Takes a valid answer, which may still be the tracker's refusal.
 bool CBTAnnounceThread::accept(CBETrackerRespond respond) {
     const std::string text = one_line(respond.text);
     if (!text.empty()) log_.line(Direction::error, text);

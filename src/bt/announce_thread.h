@@ -16,7 +16,7 @@
 
 namespace vantlow {
 
-/// What all announces share. Outlives them.
+/// Services that all announces share. They outlive the announces.
 struct AnnounceServices {
     ConnectionServices& connections;
     const LibraryTables& libraries;
@@ -24,18 +24,18 @@ struct AnnounceServices {
     std::chrono::seconds udp_timeout{60};  ///< for each answer of a UDP tracker
 };
 
-/// What an announce came to.
+/// The outcome of an announce.
 struct AnnounceReport {
     bool ok = false;            ///< a valid answer without a failure
     bool is_last = false;       ///< the tracker wants no further announce
     std::int64_t interval = 0;  ///< seconds until the next announce
     std::vector<SocketAddress> peers;
-    std::string failure;  ///< the tracker's reason, one line, its bytes as sent; or what went wrong
+    std::string failure;  ///< the tracker's reason, one line, its bytes as sent; or a sentence of our own
     std::string warning;  ///< the tracker's, likewise
 };
 
-/// One thread for one tracker: the initial event, announces at the tracker's interval, and "stopped" at the
-/// end. Its members are used by its own thread but where it says so.
+/// One thread for one tracker: it makes the initial announce, further ones at the tracker's interval, and
+/// "stopped" at the end. Members are used by that thread only, except where they say otherwise.
 class CBTAnnounceThread {
   public:
     /// `job` and `log` outlive the thread; a stop of `parent` counts as stop().
@@ -51,13 +51,13 @@ class CBTAnnounceThread {
     /// Ends everything at once, the last announce too. Any thread.
     void abandon() noexcept;
     void join();
-    /// True once an announce came to its end, whatever it brought. Any thread.
+    /// True once an announce has ended, whatever its outcome. Any thread.
     [[nodiscard]] bool has_announced() const noexcept { return announced_; }
     /// True once the thread has nothing more to do. Any thread.
     [[nodiscard]] bool has_ended() const noexcept { return ended_; }
 
-    /// One request and its answer; true when the answer was valid. Peers go to the job, the interval stays
-    /// with this object. False at once while another announce of this object runs.
+    /// Makes one request and reads its answer; true when the answer was valid. Peers go to the job; this
+    /// object keeps the interval. Returns false at once while another announce of this object runs.
     bool announce(std::string_view tracker, AnnounceEvent event);
     /// The last announce. Any thread.
     [[nodiscard]] AnnounceReport report() const;
@@ -98,7 +98,7 @@ class CBTAnnounceThread {
     std::int64_t interval_ = 0;
     std::uint32_t transaction_ = 0;  ///< 0: none is held
     std::string connection_;         ///< the 8 bytes of a UDP tracker
-    std::string answered_;           ///< how its answer to the connect request began
+    std::string answered_;           ///< the beginning of its answer to the connect request
 
     mutable std::mutex mutex_;
     AnnounceReport report_;  ///< guarded by mutex_
@@ -117,20 +117,20 @@ class CBTAnnounceService {
     CBTAnnounceService(const CBTAnnounceService&) = delete;
     CBTAnnounceService& operator=(const CBTAnnounceService&) = delete;
 
-    /// Begins with each tracker that is named, once each.
+    /// Starts a thread for each tracker in the list, once each.
     void start(const std::vector<std::string>& trackers, AnnounceEvent initial = AnnounceEvent::started);
-    /// Begins to tell every tracker "stopped"; has_said_goodbye() tells when that is over. stop() waits for
-    /// it.
+    /// Begins to send "stopped" to every tracker; has_said_goodbye() tells when that is over. stop() waits
+    /// for it.
     void ask_to_stop();
-    /// True once every tracker was told, or 2 s after ask_to_stop(): stop() then waits for nobody.
+    /// True once every tracker has heard "stopped", or 2 s after ask_to_stop(); stop() then waits no longer.
     [[nodiscard]] bool has_said_goodbye() const noexcept {
         return goodbye_until_ && (!is_running() || Clock::now() >= *goodbye_until_);
     }
-    /// Tells every tracker "stopped" and waits for the answers until 2 s after it was asked to; then ends
-    /// what is left.
+    /// Sends "stopped" to every tracker and waits for the answers until 2 s after the first request to stop;
+    /// then ends all that remain.
     void stop();
-    /// Begins again with trackers that could not be asked, each after a pause that doubles from one minute to
-    /// half an hour. One that refused is left alone. Call now and then.
+    /// Starts trackers again that could not be reached, each after a pause that doubles from one minute to
+    /// half an hour. A tracker that refused is left alone. To be called now and then.
     void revive();
     [[nodiscard]] bool is_running() const noexcept;
     /// True once every tracker has answered, or failed, for the first time.

@@ -12,15 +12,15 @@ namespace vantlow {
 namespace {
 
 constexpr std::size_t nowhere = std::numeric_limits<std::size_t>::max();
-// What the system's allocator and the parent's array add to each value.
+// The memory that the system's allocator and the parent's array add to each value.
 constexpr std::size_t value_overhead = 32;
 
 bool is_digit(char c) noexcept {
     return c >= '0' && c <= '9';
 }
 
-// As strtoll reads it: one sign, digits up to the first byte that is none, the nearest bound where they are
-// too many; 0 where there is no digit.
+// Reads a number as strtoll does: one sign, digits up to the first byte that is none, the nearest bound where
+// they are too many; 0 without a digit.
 std::int64_t to_number(std::string_view text) noexcept {
     const bool negative = text.starts_with('-');
     if (negative || text.starts_with('+')) text.remove_prefix(1);
@@ -91,7 +91,7 @@ std::unique_ptr<CBEObject> CBEncode::parse_value() {
     }
 }
 
-// The containers that are open form the stack that a recursive reader would have.
+// The open containers form the stack that a recursive reader would have.
 std::unique_ptr<CBEObject> CBEncode::parse_tree() {
     std::unique_ptr<CBEObject> value = begin_value();
     std::vector<Frame> open;
@@ -120,7 +120,7 @@ std::unique_ptr<CBEObject> CBEncode::parse_tree() {
     }
 }
 
-// A whole string or integer, or an empty list or dictionary whose content follows.
+// Reads a whole string or integer, or the beginning of a list or dictionary whose contents follow.
 std::unique_ptr<CBEObject> CBEncode::begin_value() {
     if (current_ >= input_.size()) return nullptr;
     switch (input_[current_]) {
@@ -141,7 +141,7 @@ std::unique_ptr<CBEObject> CBEncode::begin_value() {
 }
 
 std::unique_ptr<CBEString> CBEncode::read_string() {
-    // Whoever gives up leaves the place to the container around, which may try here once more.
+    // A reader that gives up leaves the place to the surrounding container, which may try here once more.
     if (no_string_at_ == current_ + 1) return nullptr;
     std::size_t at = current_;
     std::size_t length = 0;
@@ -172,7 +172,7 @@ std::unique_ptr<CBEObject> CBEncode::read_integer() {
     return std::make_unique<CBEInteger>(to_number(body));
 }
 
-// True when the container goes on with a value at the current position, its key read; false when it is over.
+// True when the container has a value at the current position, its key read; false when it has ended.
 bool CBEncode::wants_value(Frame& frame) {
     if (current_ >= input_.size()) return false;
     if (input_[current_] == 'e') {

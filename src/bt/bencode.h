@@ -33,11 +33,11 @@ class CBEncode {
     std::unique_ptr<CBEDictionary> parse_document();
     /// Reads the value at the current position; null when there is none.
     std::unique_ptr<CBEObject> parse_value();
-    /// What follows the values read so far. Valid until the next load.
+    /// The bytes behind the values read so far. Valid until the next load.
     [[nodiscard]] std::string_view rest() const noexcept { return std::string_view(input_).substr(current_); }
 
-    /// The raw bytes of the first value whose key begins with "info" and that was read to its end since the
-    /// document was loaded; empty when there is none.
+    /// The raw bytes of the first value since the document was loaded whose key begins with "info" and that
+    /// was read to its end; empty when there is none.
     [[nodiscard]] std::string_view info_copy() const noexcept { return info_; }
 
     /// The value at a path of keys, "info/name": the first key that matches on each level; null when there is

@@ -1,7 +1,7 @@
 #include "bt/bencode_value.h"
 
 #include "base/text.h"
-#include "platform/process.h"
+#include "platform/local_text.h"
 
 namespace vantlow {
 namespace {
@@ -21,8 +21,8 @@ const Value* as(const CBEObject* object, std::int32_t kind) noexcept {
 }  // namespace
 
 void CBEObject::destroy_children() noexcept {
-    // Always the last leaf of the last branch, found from above and given back upwards: neither the stack nor
-    // memory that might be lacking.
+    // The last leaf of the last branch is always next. It is found from above, with links back upwards, so
+    // that this takes neither stack nor memory, which may be short.
     for (CBEObject* node = this;;) {
         BEObjects& below = *children_of(*node);
         if (below.empty()) {

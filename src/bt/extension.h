@@ -10,19 +10,19 @@ namespace vantlow {
 
 /// The number of an extended message on the wire.
 inline constexpr std::uint8_t extended_message = 20;
-/// Under which number this side takes metadata messages.
+/// The number under which this side receives metadata messages.
 inline constexpr std::uint8_t own_metadata_number = 15;
 
-/// What a peer's extension handshake says.
+/// The contents of a peer's extension handshake.
 struct ExtensionHandshake {
     std::optional<std::int64_t> metadata_size;  ///< bytes of the info value
     std::optional<std::int64_t> port;           ///< that the peer listens at
     std::u16string version;                     ///< client name and version
-    /// The number under which the peer takes metadata messages; none when it does not exchange metadata.
+    /// The number under which the peer receives metadata messages; none when it does not exchange metadata.
     std::optional<std::int64_t> metadata_number;
 };
 
-/// The whole message, length prefix included. What is zero or empty is left out.
+/// Builds the whole message, length prefix included. Fields that are zero or empty are left out.
 std::string build_extension_handshake(std::uint32_t metadata_size, std::uint16_t port,
                                       std::u16string_view version);
 
@@ -39,7 +39,7 @@ struct MetadataMessage {
     std::string data;
 };
 
-/// The whole message to a peer that takes metadata under `peer_number`.
+/// Builds the whole message to a peer that receives metadata under `peer_number`.
 std::string build_metadata_message(std::uint8_t peer_number, const MetadataMessage& message);
 
 /// Reads the payload behind the two bytes 20 and own_metadata_number. None when it holds no type or no piece.

@@ -14,7 +14,7 @@ namespace vantlow {
 namespace {
 
 constexpr const char16_t* agent = u"BitTorrent/4.4.1";
-// A thousand peers take less than a tenth of it.
+// An answer with a thousand peers takes less than a tenth of this.
 constexpr std::size_t longest_answer = 2 * 1024 * 1024;
 // Names among the peers that are looked up; each may take seconds.
 constexpr std::size_t most_names = 10;
@@ -50,7 +50,7 @@ Outcome<CBETrackerRespond> CBTAnnounceThread::ask_http(const std::string& url, A
     return *std::move(respond);
 }
 
-// One request, redirects followed, and the whole body of the answer.
+// Makes one request, follows redirects, and reads the whole body of the answer.
 Result CBTAnnounceThread::fetch(const std::string& url, bool second_attempt, std::string& body) {
     HttpErrand errand;
     errand.address = to_utf16(url);
@@ -64,7 +64,8 @@ Result CBTAnnounceThread::fetch(const std::string& url, bool second_attempt, std
     errand.proxy = job_.proxy;
     if (errand.proxy.is_used())
         add_login(errand.proxy, services_.libraries, &services_.connections.memory.of<LoginMemory>());
-    // The other family, where the tracker has it: the first attempt takes whichever answers.
+    // The second attempt uses the other address family, where the tracker has it; the first uses whichever
+    // answers.
     if (second_attempt && !job_.proxy.is_used())
         errand.adjust = [this](ConnectPlan& plan) { prefer_ipv6(plan); };
     auto document = fetch_document({services_.connections, services_.libraries, log_, active_stop()}, errand,
@@ -82,7 +83,7 @@ void CBTAnnounceThread::prefer_ipv6(ConnectPlan& plan) {
     if (found != addresses->end()) plan.host = found->host();
 }
 
-// The tracker tells others this side's address towards it, if there is a port to connect to.
+// Learns this side's address towards the tracker, where there is a port that others can connect to.
 void CBTAnnounceThread::learn_own_address(const std::string& url) {
     const auto target = parse_target(to_utf16(url));
     if (job_.port == 0 || job_.proxy.is_used() || !target) return;
@@ -96,7 +97,7 @@ void CBTAnnounceThread::learn_own_address(const std::string& url) {
 }
 
 void CBTAnnounceThread::resolve_named(CBETrackerRespond& respond) {
-    // A proxy may be there so that nobody sees these names asked for.
+    // A proxy may be used just so that nobody sees a look-up of these names.
     if (job_.proxy.is_used()) return;
     respond.named.resize(std::min(respond.named.size(), most_names));
     for (const NamedPeer& peer : respond.named) {

@@ -20,7 +20,7 @@ std::optional<std::string_view> value_of(std::string_view text, std::string_view
     return rest.substr(0, rest.find('&'));
 }
 
-// The bytes, the last one filled up with zeroes; none for any other character than those of the alphabet.
+// Decodes base32, the last byte filled up with zeroes; none for any character outside the alphabet.
 std::optional<std::vector<std::byte>> from_base32(std::string_view text) {
     const std::size_t size = (text.size() * 5 + 7) / 8;
     if (size > most_decoded) return std::nullopt;
@@ -94,7 +94,7 @@ bool is_magnet(std::string_view text) noexcept {
 }
 
 std::string tracker_from_magnet(std::string_view text) {
-    // A URL that is not escaped may hold escapes of its own.
+    // A URL that is not escaped as a whole may hold escapes of its own.
     return text.find("://") == std::string_view::npos ? percent_decode(text) : std::string(text);
 }
 

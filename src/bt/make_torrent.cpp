@@ -1,7 +1,7 @@
 #include "bt/make_torrent.h"
 
 #include "base/text.h"
-#include "platform/process.h"
+#include "platform/local_text.h"
 
 namespace vantlow {
 namespace {
@@ -63,7 +63,7 @@ std::string torrent_document(const TorrentSource& source, std::int64_t piece_len
                              const TorrentText& text, InfoHash& hash) {
     const Tiers tiers = read_tiers(text.trackers);
     CBEDictionary document;
-    // In this order, sorted or not; "announce" is there without a tracker too.
+    // The keys keep this order, sorted or not; "announce" is written without a tracker too.
     document.add("announce", tiers.empty() ? std::string_view{} : std::string_view(tiers.front().front()));
     auto list = std::make_unique<CBEList>();
     for (const auto& tier : tiers) list->add(list_of(tier));
@@ -107,7 +107,8 @@ std::string torrent_from_metadata(const std::vector<std::string>& trackers, std:
     document.add("info", std::string_view{});
     CBEncode writer;
     writer.write(&document);
-    // The info value goes in as it came: what is parsed and written again may differ from what was hashed.
+    // The info value is copied as it came: parsing and writing it again could change the bytes that were
+    // hashed.
     std::string bytes(writer.output());
     constexpr std::string_view key = "4:info";
     bytes.resize(bytes.rfind("4:info0") + key.size());

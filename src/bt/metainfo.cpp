@@ -6,7 +6,7 @@
 
 #include "base/digest.h"
 #include "base/text.h"
-#include "platform/process.h"
+#include "platform/local_text.h"
 #include "platform/socket.h"
 
 namespace vantlow {
@@ -28,7 +28,7 @@ void read_trackers(const CBEDictionary& document, std::string_view standard, CBE
             }
         }
     }
-    // The list stands for the single one.
+    // The list replaces the single tracker.
     if (meta.trackers.size() > 1) meta.trackers.erase(meta.trackers.begin());
 }
 
@@ -125,7 +125,7 @@ bool read_names(const CBEDictionary& info, bool utf8, CBEMetaInfo& meta) {
     return true;
 }
 
-// Bytes of the form that a lead byte begins; 0 when it begins none.
+// The length of the form that a lead byte begins; 0 when it begins none.
 std::size_t form_of(unsigned char lead) noexcept {
     if (lead < 0x80) return 1;
     if ((lead & 0xE0U) == 0xC0) return 2;
@@ -136,7 +136,8 @@ std::size_t form_of(unsigned char lead) noexcept {
     return 0;
 }
 
-// No payload in the lead and none in the upper bits of what follows: a shorter form would do.
+// True when neither the lead nor the upper bits of the next byte hold payload, so that a shorter form would
+// do.
 bool is_overlong(std::size_t form, unsigned char lead, unsigned char next) noexcept {
     if (form == 2) return lead < 0xC2;
     const unsigned payload = lead & (0x7FU >> form);

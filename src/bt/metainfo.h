@@ -1,4 +1,4 @@
-// What a torrent document says (BEP 3, BEP 12).
+// The contents of a torrent document (BEP 3, BEP 12).
 #pragma once
 
 #include <array>
@@ -24,7 +24,8 @@ struct DhtNode {
     std::uint16_t port = 0;
 };
 
-/// One parsed torrent. Names and paths are as the document has them: make them safe before they become paths.
+/// One parsed torrent. Names and paths are as the document has them and must be made safe before they become
+/// paths.
 struct CBEMetaInfo {
     std::vector<std::string> trackers;  ///< URLs, in the document's encoding
     std::vector<std::string> paths_local;
@@ -52,7 +53,7 @@ struct CBEMetaInfo {
     [[nodiscard]] std::optional<std::int64_t> total_size() const noexcept;
 };
 
-/// How a document is read.
+/// The rules for reading a document.
 struct MetaInfoRules {
     std::string_view default_tracker;  ///< of a torrent that names none in "announce"
     bool metadata_only = false;        ///< the dictionary is the "info" value itself
@@ -60,14 +61,14 @@ struct MetaInfoRules {
 };
 
 /// Fills `meta` from a document that `parser` has read; false when it is no torrent. With metadata_only it
-/// ends, successfully, after names and sizes. What is in `meta` after a failure means nothing.
+/// ends, successfully, after names and sizes. After a failure the contents of `meta` mean nothing.
 bool parse_meta_info(const CBEncode& parser, const CBEDictionary& document, const MetaInfoRules& rules,
                      CBEMetaInfo& meta);
 
-/// Tells the hash table of the torrent's nodes; nothing where its library is not loaded.
+/// Gives the torrent's nodes to the distributed hash table; does nothing where its library is not loaded.
 void add_nodes(const CBEMetaInfo& meta, const BtdhtTable& table);
 
-/// UTF-8 as torrents are judged: forms of up to 6 bytes, no overlong ones, none cut off.
+/// True for UTF-8 as torrents define it: forms of up to 6 bytes, none overlong, none cut off.
 bool is_torrent_utf8(std::string_view bytes) noexcept;
 
 /// The SHA-1 digest of these bytes.

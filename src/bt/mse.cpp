@@ -121,7 +121,7 @@ MseStep CBTMSE::send_request(const InfoHash& skey, std::uint32_t setting, std::s
     return MseStep::done;
 }
 
-// Where the mark begins among the buffered bytes.
+// Finds where the mark begins among the buffered bytes.
 MseStep CBTMSE::find(std::string_view mark, std::size_t farthest, std::size_t& at) const {
     at = buffer_.view().substr(0, farthest + mark.size()).find(mark);
     if (at != std::string_view::npos) return MseStep::done;
@@ -142,7 +142,7 @@ MseStep CBTMSE::read_select(std::uint16_t& pad_length) {
     if (const MseStep step = take_handshake(6, head); step != MseStep::done) return step;
     method_ = get_number<std::uint32_t>(head, 0);
     pad_length = get_number<std::uint16_t>(head, 4);
-    // Whoever is told to offer both answers so too; neither side encrypts then.
+    // A side that is offered both may answer with both; then neither side encrypts.
     const bool known = method_ != 0 && method_ <= both && (method_ & offered_) == method_;
     return known ? MseStep::done : MseStep::failed;
 }

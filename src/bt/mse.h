@@ -17,7 +17,8 @@
 
 namespace vantlow {
 
-/// What a connection has received and nobody has taken yet. Shared by a CBTMSE and the connection.
+/// The bytes that a connection has received and that nobody has read yet. Shared by a CBTMSE and the
+/// connection.
 class PeerBuffer {
   public:
     void append(std::string_view bytes) { bytes_ += bytes; }
@@ -31,11 +32,11 @@ class PeerBuffer {
     std::string bytes_;
 };
 
-/// What a step of the exchange did.
+/// The outcome of a step of the exchange.
 enum class MseStep {
-    more,    ///< it needs bytes that are not there yet: the same again when they are
+    more,    ///< it needs bytes that have not arrived: call it again when they have
     done,    ///< the next one
-    failed,  ///< there is no going on: another protocol, another torrent, or no library
+    failed,  ///< the exchange cannot go on: another protocol, another torrent, or no library
 };
 
 /// Plaintext, or everything in RC4, behind the handshake.
@@ -70,34 +71,36 @@ class CBTMSE {
 
     /// Takes Yb; SKEY is the torrent's info hash.
     MseStep receive_yb(const InfoHash& skey);
-    /// `setting` is the "Crypto" setting: what is offered, both where it is 0. The payload goes with it.
+    /// `setting`: the "Crypto" setting, which says what is offered; 0 offers both. The payload is sent with
+    /// the request.
     MseStep send_request(const InfoHash& skey, std::uint32_t setting, std::string_view payload,
                          std::string& out);
     /// Looks for the encrypted verification constant and takes everything up to its end. `failed` when it
     /// does not begin within the first `farthest` bytes.
     MseStep find_vc(std::size_t farthest = no_bound);
-    /// Takes crypto_select and the length of PadD, which the caller takes then.
+    /// Takes crypto_select and the length of PadD, whose bytes the caller takes next.
     MseStep read_select(std::uint16_t& pad_length);
 
     // The side that is called.
 
     MseStep receive_ya();
-    /// Looks for the first hash and takes the next, which tells the torrent among these. `failed` when it
-    /// does not begin within the first `farthest` bytes.
+    /// Looks for the first hash and takes the next one, which says which of these torrents is meant. `failed`
+    /// when the first hash does not begin within `farthest` bytes.
     MseStep find_request(std::span<const InfoHash> torrents, std::size_t farthest = no_bound);
-    /// Takes VC, crypto_provide and the length of PadC, which the caller takes then; answers with the
-    /// "Crypto" setting, or, where it is 0, with RC4 if the other side provides it.
+    /// Takes VC, crypto_provide and the length of PadC, whose bytes the caller takes next. Answers with the
+    /// "Crypto" setting or, where it is 0, with RC4 if the other side offers it.
     MseStep answer(std::uint32_t setting, std::uint16_t& pad_length, std::string& out);
     /// The torrent that find_request() found.
     [[nodiscard]] const InfoHash& torrent() const noexcept { return torrent_; }
 
     // The streams.
 
-    /// Takes so many bytes of the handshake that are encrypted whatever the method is, once all are there.
+    /// Takes `count` bytes of the handshake, which are encrypted whatever the method is, once all have
+    /// arrived.
     MseStep take_handshake(std::size_t count, std::string& bytes);
-    /// Takes at most `most` bytes of what is buffered, decrypted by the method.
+    /// Takes at most `most` of the buffered bytes, decrypted by the method.
     std::string read_payload(std::size_t most);
-    /// The bytes as they go out.
+    /// The bytes as they are sent, encrypted by the method.
     [[nodiscard]] std::string write_payload(std::string_view bytes);
     [[nodiscard]] std::uint32_t method() const noexcept { return method_; }
 
@@ -126,8 +129,8 @@ class CBTMSE {
     std::mt19937 random_;
 };
 
-/// The whole exchange of one role over any division of the bytes: append to the buffer, then advance().
-/// What is buffered at the end belongs to the streams. The one who owns it gives up after `patience`.
+/// The whole exchange of one role, however the bytes are divided: append to the buffer, then call advance().
+/// Bytes that are left in the buffer at the end belong to the streams. The owner gives up after `patience`.
 class MseExchange {
   public:
     static constexpr std::chrono::seconds patience{30};
@@ -142,7 +145,7 @@ class MseExchange {
     /// Goes on as far as the buffered bytes allow; `more` until it is `done` or `failed` for good. Fails too
     /// where a sync point does not come within the longest padding.
     MseStep advance(std::string& out);
-    /// What came with the request (the side that is called).
+    /// The payload that came with the request (on the side that is called).
     [[nodiscard]] const std::string& payload() const noexcept { return payload_; }
     [[nodiscard]] CBTMSE& streams() noexcept { return mse_; }
     [[nodiscard]] const CBTMSE& streams() const noexcept { return mse_; }

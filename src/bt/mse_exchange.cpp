@@ -35,7 +35,7 @@ MseStep MseExchange::advance(std::string& out) {
     return state_ == State::done ? MseStep::done : MseStep::failed;
 }
 
-// One step; state_ is the next one's where it is done.
+// Makes one step; after `done` state_ is the next step.
 MseStep MseExchange::step(std::string& out) {
     if (state_ != State::pad) return calls_ ? step_as_caller(out) : step_as_called(out);
     if (expected_ > longest_foreign_padding) return MseStep::failed;
@@ -75,7 +75,7 @@ MseStep MseExchange::step_as_called(std::string& out) {
     std::string bytes;
     switch (state_) {
         case State::begin:
-            // The caller speaks first: whoever only listens learns nothing.
+            // The caller speaks first, so that a mere listener learns nothing.
             if (buffer_.size() < CBTMSE::key_size) return MseStep::more;
             state_ = State::key;
             return mse_.send_public_key(out);

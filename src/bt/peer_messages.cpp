@@ -15,7 +15,7 @@ constexpr std::size_t torrent_at = 28;
 constexpr std::size_t peer_id_at = 48;
 constexpr std::size_t extension_byte = 5;  // of the reserved ones
 constexpr unsigned char extension_bit = 0x10;
-// Bitfields of the largest torrents and metadata pieces are shorter.
+// The bitfields of the largest torrents, and metadata pieces, are shorter than this.
 constexpr std::uint32_t longest_message = 1024 * 1024;
 constexpr int most_messages = 100;
 
@@ -66,10 +66,10 @@ Result PeerListener::take(std::string_view part) {
 }
 
 Result PeerListener::take_handshake(std::string_view part) {
-    if (!part.starts_with(protocol)) return {Code::unsupported, "This is no BitTorrent peer."};
+    if (!part.starts_with(protocol)) return {Code::unsupported, "This is not a BitTorrent peer."};
     const std::string_view hash(reinterpret_cast<const char*>(torrent_.data()), torrent_.size());
     if (part.substr(torrent_at, hash.size()) != hash)
-        return {Code::unsupported, "The peer speaks of another torrent."};
+        return {Code::unsupported, "The peer answered for another torrent."};
     words_.ok = true;
     words_.reserved = to_hex(std::as_bytes(std::span(part)).subspan(reserved_at, reserved_size));
     words_.peer_id = part.substr(peer_id_at);

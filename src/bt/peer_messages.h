@@ -1,4 +1,4 @@
-// What peers say to one another (BEP 3), read part by part: the handshake, then messages.
+// The messages of peers (BEP 3), read part by part: the handshake, then messages.
 #pragma once
 
 #include <cstdint>
@@ -13,9 +13,9 @@
 
 namespace vantlow {
 
-/// What a peer said of itself.
+/// The facts that a peer stated about itself.
 struct PeerWords {
-    bool ok = false;       ///< its handshake is there, for the right torrent
+    bool ok = false;       ///< its handshake arrived and names the right torrent
     std::string peer_id;   ///< 20 bytes, as sent
     std::string reserved;  ///< 8 bytes, in hexadecimal digits
     std::optional<ExtensionHandshake> extension;
@@ -30,9 +30,9 @@ class PeerListener {
   public:
     explicit PeerListener(const InfoHash& torrent) noexcept : torrent_(torrent) {}
 
-    /// Bytes of the next part, at most 1 MiB; 0: nothing more is to be read.
+    /// Bytes of the next part, at most 1 MiB; 0: reading is over.
     [[nodiscard]] std::size_t wanted() const noexcept { return wanted_; }
-    /// Takes a part of so many bytes; `unsupported` where it is not what a peer says, and no part follows.
+    /// Takes a part of wanted() bytes; `unsupported` where no peer would send it, and no part follows.
     Result take(std::string_view part);
     [[nodiscard]] const PeerWords& words() const noexcept { return words_; }
 

@@ -67,7 +67,7 @@ Result PeerChannel::encrypt(const InfoHash& torrent, std::uint32_t setting, std:
         if (step == MseStep::done) return {};
         if (step == MseStep::failed) {
             const bool library = services_.libraries.secur.DH_Create != nullptr;
-            return {Code::unsupported, library ? "The peer does not take part in the encrypted handshake."
+            return {Code::unsupported, library ? "The peer does not answer the encrypted handshake."
                                                : missing_library_text("libsecur")};
         }
         if (Result result = receive_some(until); !result.ok()) return result;

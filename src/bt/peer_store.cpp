@@ -8,7 +8,7 @@
 namespace vantlow {
 namespace {
 
-// The unspecified address, multicast, what is broadcast, and the port that nobody listens at.
+// False for the unspecified address, multicast, broadcast, and port 0, at which nobody listens.
 bool can_be_a_peer(const SocketAddress& address) noexcept {
     if (address.size() == 0 || address.port() == 0) return false;
     if (address.is_ipv6()) {

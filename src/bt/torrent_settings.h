@@ -5,6 +5,7 @@
 #include <string_view>
 #include <vector>
 
+#include "base/text.h"
 #include "store/settings.h"
 
 namespace vantlow {
@@ -23,12 +24,22 @@ inline constexpr TextSetting magnet_trackers{
     u"Torrent", u"DefaultTrackers",
     u"udp://tracker.opentrackr.org:1337/announce|udp://open.stealth.si:80/announce|"
     u"udp://tracker.torrent.eu.org:451/announce|udp://exodus.desync.com:6969/announce",
-    "the trackers for magnet links that number none, separated by \"|\""};
+    "the trackers for magnet links without numbered ones, separated by \"|\""};
 }  // namespace setting
 
 /// The tracker of a torrent that names none: "Torrent"/"DefaultTracker".
-std::string default_tracker(const Settings& settings);
+inline std::string default_tracker(const Settings& settings) {
+    return to_utf8(settings.text(setting::torrent_tracker));
+}
+
 /// The trackers that magnet links without numbered ones get: "Torrent"/"DefaultTrackers", "|" between.
-std::vector<std::string> default_magnet_trackers(const Settings& settings);
+inline std::vector<std::string> default_magnet_trackers(const Settings& settings) {
+    const std::string text = to_utf8(settings.text(setting::magnet_trackers));
+    std::vector<std::string> trackers;
+    for (const std::string_view tracker : split(text, '|')) {
+        if (!trim(tracker).empty()) trackers.emplace_back(trim(tracker));
+    }
+    return trackers;
+}
 
 }  // namespace vantlow

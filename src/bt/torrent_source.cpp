@@ -10,7 +10,7 @@
 #include "base/text.h"
 #include "platform/file.h"
 #include "platform/folder.h"
-#include "platform/thread_pool.h"
+#include "platform/thread.h"
 
 namespace vantlow {
 namespace {
@@ -19,7 +19,7 @@ constexpr std::int64_t wanted_pieces = 1500;
 constexpr std::int64_t shortest_piece = std::int64_t{16} << 10U;
 constexpr std::int64_t longest_piece = std::int64_t{16} << 20U;
 constexpr std::size_t digest_bytes = 20;
-// Stays in a core's own cache between the copy and the digest.
+// This much stays in a core's own cache between the copy and the digest.
 constexpr std::size_t read_step = 128 * 1024;
 
 Result trouble(const std::u16string& path, const std::string& what, int error = 0) {
@@ -67,7 +67,7 @@ bool is_separator(char16_t c) noexcept {
     return c == u'/' || (c == u'\\' && path_separator() == u'\\');
 }
 
-/// What the hashing threads share.
+/// State that the hashing threads share.
 struct Hashing {
     const TorrentSource& source;
     std::vector<std::int64_t> starts;  ///< offset of each file among the bytes of all
@@ -122,7 +122,7 @@ class PieceHasher {
         return {};
     }
 
-    // The file that holds the byte at this offset of all.
+    // Opens the file that holds the byte at this offset of all bytes.
     Result open_file_of(std::int64_t at) {
         const auto behind = std::upper_bound(shared_.starts.begin(), shared_.starts.end(), at);
         const auto index = static_cast<std::size_t>(behind - shared_.starts.begin()) - 1;
@@ -154,7 +154,7 @@ class PieceHasher {
     std::size_t open_ = 0;  ///< whose file it is
 };
 
-// Empty files take the place of the one behind them, so that a search by offset never ends at one.
+// An empty file gets the start of the file behind it, so that a search by offset never ends at an empty one.
 std::vector<std::int64_t> starts_of(const TorrentSource& source) {
     std::vector<std::int64_t> starts;
     std::int64_t at = 0;
@@ -194,7 +194,7 @@ Outcome<TorrentSource> find_torrent_source(const std::u16string& path, const Sto
         folders.pop_back();
         if (Result result = add_folder(folder, source, folders); !result.ok()) return result;
     }
-    if (source.total == 0) return trouble(source.path, "There are no bytes to make a torrent of.");
+    if (source.total == 0) return trouble(source.path, "There is no data to make a torrent from.");
     std::sort(source.files.begin(), source.files.end(),
               [](const SourceFile& a, const SourceFile& b) { return a.relative < b.relative; });
     return source;
@@ -202,7 +202,7 @@ Outcome<TorrentSource> find_torrent_source(const std::u16string& path, const Sto
 
 std::int64_t choose_piece_length(std::int64_t total) noexcept {
     std::int64_t length = shortest_piece;
-    // The nearer one, seen as a factor: up to 1.4 times as many pieces, down to 0.7 times.
+    // The nearer length, as a factor: up to 1.4 times as many pieces, down to 0.7 times.
     while (length < longest_piece && total / length > wanted_pieces * 14 / 10) length *= 2;
     return length;
 }
@@ -215,7 +215,7 @@ Outcome<std::string> hash_pieces(const TorrentSource& source, std::int64_t piece
     if (threads == 0) threads = std::max(1U, std::thread::hardware_concurrency());
     threads = static_cast<unsigned>(std::min<std::size_t>(threads, pieces));
     {
-        // With fewer threads than wanted it only takes longer.
+        // Fewer threads than wanted only make it slower.
         ThreadPool pool;
         std::vector<ThreadPool::Running> workers(threads - 1);
         for (auto& worker : workers) {

@@ -112,7 +112,7 @@ Outcome<CBETrackerRespond> read_udp_announce(std::string_view answer, std::uint3
     CBETrackerRespond respond;
     respond.interval = std::min<std::uint32_t>(get_number<std::uint32_t>(answer, udp_head), 0x7FFFFFFF);
     read_compact(answer.substr(udp_tracker::announce_answer_size), ipv6, respond);
-    // 0.0.0.0 is nobody.
+    // 0.0.0.0 is no peer.
     std::erase_if(respond.ipv4,
                   [](const SocketAddress& peer) { return peer.ipv4() == SocketAddress().ipv4(); });
     return respond;

@@ -1,4 +1,4 @@
-// What a tracker answers (BEP 3, BEP 7, BEP 15, BEP 23).
+// The answers of trackers (BEP 3, BEP 7, BEP 15, BEP 23).
 #pragma once
 
 #include <cstdint>
@@ -34,12 +34,12 @@ struct CBETrackerRespond {
 /// A tracker's words for logs: 500 bytes of them at most, without control characters.
 std::string one_line(std::string_view text);
 
-/// Reads the dictionary of an HTTP answer. None when it is to be refused. `ipv6_compact`: the string "peers"
-/// holds entries of 18 bytes, not of 6.
+/// Reads the dictionary of an HTTP answer; none for one that must be refused. `ipv6_compact`: the string
+/// "peers" holds entries of 18 bytes instead of 6.
 std::optional<CBETrackerRespond> read_tracker_answer(const CBEDictionary& answer, bool ipv6_compact);
 
-/// Whether a datagram answers the request with this action and transaction (BEP 15); `server_error` with the
-/// tracker's reason, or with another sentence.
+/// ok when a datagram answers the request with this action and transaction (BEP 15); else `server_error`,
+/// with the tracker's reason or another sentence.
 Result check_udp_answer(std::string_view answer, std::uint32_t action, std::uint32_t transaction);
 /// Reads the answer to an announce; fails as check_udp_answer() does. `ipv6`: entries have 18 bytes, not 6.
 Outcome<CBETrackerRespond> read_udp_announce(std::string_view answer, std::uint32_t transaction, bool ipv6);

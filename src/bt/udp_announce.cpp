@@ -13,13 +13,13 @@ namespace {
 constexpr std::size_t action_at = 0;
 constexpr std::size_t text_at = 8;
 constexpr std::size_t connection_at = 8;
-// A request that is lost is sent again when no answer came for a quarter of the whole wait, and once more.
+// A request is sent again when no answer came for a quarter of the whole wait, and once more.
 constexpr int sends = 3;
-// Nobody divides an answer on purpose: the rest of a short one comes soon or never.
+// No tracker divides an answer on purpose: the rest of a short one comes soon or never.
 constexpr std::chrono::seconds wait_for_rest{3};
 constexpr const char* short_answer = "The tracker's answer is too short: it may not serve this torrent.";
 
-// An error may be shorter than the answer that was awaited.
+// An error may be shorter than the expected answer.
 bool is_error(std::string_view answer) noexcept {
     return answer.size() >= text_at && get_number<std::uint32_t>(answer, action_at) == udp_tracker::error;
 }
@@ -76,7 +76,7 @@ Result CBTAnnounceThread::udp_connect(UdpChannel& channel) {
     return {};
 }
 
-// The next datagram that is no second answer to a connect request that was sent twice.
+// Receives the next datagram, except for a second answer to a connect request that was sent twice.
 Outcome<std::string> CBTAnnounceThread::receive_fresh(UdpChannel& channel, std::size_t most,
                                                       Clock::time_point until) {
     for (;;) {

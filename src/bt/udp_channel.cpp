@@ -13,7 +13,7 @@ namespace {
 
 constexpr std::uint8_t udp_associate = 3;
 
-// Remembers what came since the last request was sent: the handshake itself tells the port only.
+// Remembers the bytes since the last request was sent, because the handshake itself keeps only the port.
 class RememberingWire : public ProxyWire {
   public:
     RememberingWire(CBaseSocket& socket, std::chrono::milliseconds timeout)
@@ -144,7 +144,7 @@ Result UdpChannel::fail(int system_error) {
 Result UdpChannel::send(std::string_view datagram) {
     const std::string whole = header_ + std::string(datagram);
     const IoStep step = socket_.send(std::as_bytes(std::span(whole)));
-    // A full queue loses a datagram as the network may: the answer's time-out finds it.
+    // A full queue loses a datagram as the network may; the time-out of the answer covers both.
     if (step.state == IoStep::State::failed) return fail(step.system_error);
     return {};
 }
@@ -167,7 +167,7 @@ Outcome<std::string> UdpChannel::receive(std::size_t most, Clock::time_point unt
         buffer.resize(step.bytes);
         if (header_.empty()) return buffer;
         if (const auto content = relayed(buffer)) return std::string(*content);
-        // Fragments and what has no header are dropped.
+        // Fragments and datagrams without a header are dropped.
     }
 }
 

@@ -18,8 +18,9 @@ class UdpChannel {
     UdpChannel(const UdpChannel&) = delete;
     UdpChannel& operator=(const UdpChannel&) = delete;
 
-    /// Prepares to speak with host and port. `timeout` is that of connecting to a proxy and of its answers.
-    /// `unsupported` through a proxy of another kind: nothing goes around a proxy that a person named.
+    /// Prepares to exchange datagrams with host and port. `timeout` is that of connecting to a proxy and of
+    /// its answers. `unsupported` through a proxy of another kind: nothing bypasses a proxy that a person
+    /// named.
     Result open(const std::string& host, std::uint16_t port, const ProxyPlan& proxy,
                 std::chrono::milliseconds timeout);
     Result send(std::string_view datagram);

@@ -56,7 +56,7 @@ std::optional<UdpRelay> relay_of(std::string_view reply) {
     if (reply[type_at] == type_ipv6) address = ipv6_peer(reply.substr(address_at));
     UdpRelay relay;
     relay.port = get_number<std::uint16_t>(reply, address_at + size - 2);
-    // A relay that is named by no address, too, is looked for where the proxy is.
+    // A relay with an empty address, too, is looked for on the proxy's machine.
     const bool same_machine = address.size() == 0 || address.host() == "0.0.0.0" || address.host() == "::";
     if (!same_machine) relay.address = address;
     return relay;

@@ -1,4 +1,5 @@
-// The datagrams of a SOCKS5 proxy's relay, and what the proxy says of it (RFC 1928, sections 6 and 7).
+// Datagrams through the relay of a SOCKS5 proxy, and the proxy's statement about it (RFC 1928, sections 6 and
+// 7).
 #pragma once
 
 #include <cstdint>
@@ -10,7 +11,7 @@
 
 namespace vantlow {
 
-/// What stands in front of each datagram to the host (at most 255 bytes: a name or an address) and port.
+/// The header in front of each datagram to the host (at most 255 bytes: a name or an address) and port.
 std::string relay_header(const std::string& host, std::uint16_t port);
 
 /// True when the header names an IPv6 address.
@@ -19,7 +20,7 @@ bool names_ipv6(std::string_view header) noexcept;
 /// The content of a datagram from the relay; none where it is a fragment or has no header.
 std::optional<std::string_view> relayed(std::string_view datagram) noexcept;
 
-/// Where a proxy has its relay.
+/// The place of a proxy's relay.
 struct UdpRelay {
     std::optional<SocketAddress> address;  ///< none: on the proxy's machine
     std::uint16_t port = 0;

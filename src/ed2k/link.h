@@ -9,7 +9,7 @@
 
 namespace vantlow {
 
-/// What the link of one file says. A plain value; one thread at a time.
+/// The contents of the link of one file. A plain value; one thread at a time.
 class CED2KLink {
   public:
     static constexpr std::size_t hash_size = 16;

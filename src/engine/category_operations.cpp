@@ -13,7 +13,7 @@ CClassNode* Engine::category_or_first(const Guid& category) {
     return node != nullptr ? node : store_->tree().root();
 }
 
-// A name that nothing beside it has, so that it can be said.
+// Checks that nothing beside the category has this name, so that the name identifies it.
 Done Engine::look_at_name(const CClassNode& parent, std::u16string_view name, const CClassNode* own) {
     if (name.empty() || name.find_first_of(u"/\n\r") != std::u16string_view::npos)
         return {Fault::name_refused, {}, std::u16string(name)};

@@ -1,4 +1,4 @@
-// What changed, gathered: a job that moves on a thousand times a second is one change when it is looked at.
+// Changes, gathered: a job that moves on a thousand times a second is one change when it is looked at.
 #pragma once
 
 #include <cstddef>
@@ -12,7 +12,7 @@
 
 namespace vantlow {
 
-/// The sides of a job that change, as bits: those of StoreChange, and whether it is there at all.
+/// The parts of a job that change, as bits: those of StoreChange, and whether the job exists at all.
 namespace job_field {
 inline constexpr std::uint32_t progress =
     StoreChange::positions;  ///< bytes, size; of a running job connections
@@ -32,10 +32,10 @@ struct JobChange {
     std::uint64_t revision = 0;
 };
 
-/// What changed since a revision.
+/// The changes since a revision.
 struct Changes {
     std::uint64_t revision = 0;  ///< to ask from next time
-    bool everything = false;     ///< too long ago to tell: the list is to be read anew
+    bool everything = false;     ///< too long ago: the list must be read anew
     bool categories = false;
     bool settings = false;
     bool questions = false;
@@ -49,11 +49,11 @@ struct Changes {
 /// Counts changes by revisions and tells what changed since any of them. One thread.
 class ChangeLog {
   public:
-    /// So many changed jobs are remembered; who asks from before the oldest of them gets `everything`.
+    /// Remembers this many changed jobs; a client that asks from before the oldest of them gets `everything`.
     explicit ChangeLog(std::size_t most_kept = 20000) : most_kept_(most_kept) {}
 
     void job(const Guid& job, std::uint32_t fields);
-    /// So much changed that the jobs are to be read anew.
+    /// States that so much changed that the jobs must be read anew.
     void everything() { forgotten_ = ++revision_; }
     void categories() { categories_ = ++revision_; }
     void settings() { settings_ = ++revision_; }
@@ -61,9 +61,9 @@ class ChangeLog {
     [[nodiscard]] std::uint64_t revision() const noexcept { return revision_; }
     [[nodiscard]] bool has_news() const noexcept { return revision_ != delivered_; }
 
-    /// Everything behind `revision`; a job's fields are those that changed since then, or more.
+    /// All changes after `revision`; a job's fields are the ones that changed since then, or more.
     [[nodiscard]] Changes since(std::uint64_t revision) const;
-    /// What changed since the last call. Fields begin anew behind it.
+    /// Returns the changes since the last call, and begins a new gathering.
     Changes deliver();
 
   private:

@@ -6,8 +6,7 @@
 #include "base/text.h"
 #include "bt/magnet.h"
 #include "ed2k/link.h"
-#include "engine/metafile_plans.h"
-#include "engine/torrent_plans.h"
+#include "engine/plans.h"
 
 namespace vantlow {
 namespace {
@@ -50,7 +49,7 @@ JobPlans plan_link(const std::u16string& address) {
     JobPlan plan;
     plan.address = address;
     CED2KLink file;
-    // Also the form with backslashes, which no scheme test recognises.
+    // This also covers the form with backslashes, which no scheme test recognises.
     if (istarts_with(address, u"ed2k:")) {
         if (!file.parse(address) || !file.is_hash_valid()) {
             JobPlans none;

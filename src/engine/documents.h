@@ -1,32 +1,51 @@
-// The files that name jobs, and the links that are more than an address: one table each.
+// Links and documents that name jobs: the plans that they are read to, and the table of the kinds of
+// documents.
 #pragma once
 
 #include <cstddef>
-#include <optional>
+#include <cstdint>
+#include <memory>
 #include <span>
 #include <string>
 #include <string_view>
+#include <vector>
 
-#include "engine/job_plan.h"
+#include "engine/draft.h"
+#include "store/job_sources.h"
 
 namespace vantlow {
 
-/// What a reader of documents is told beside the bytes.
+/// One job that a link or a document asks for.
+struct JobPlan {
+    std::u16string address;  ///< its scheme tells the kind
+    std::u16string name;     ///< of the file, folders with "/" in front; not safe; empty: not known yet
+    std::int64_t size = -1;  ///< bytes; -1: unsaid
+    std::u16string comment;  ///< for the person; may be empty
+    std::shared_ptr<const JobSources> sources;  ///< null: the address is all
+};
+
+/// The result of reading a link or a document.
+struct JobPlans {
+    std::vector<JobPlan> plans;
+    std::vector<DraftFault> faults;  ///< why there is nothing, or not everything
+};
+
+/// The facts that a reader of documents gets beside the bytes.
 struct DocumentOptions {
     std::u16string origin;    ///< the document's own address or path
-    std::u16string fragment;  ///< what followed the "#" in it, without the "#"
+    std::u16string fragment;  ///< the text behind the "#" in it, without the "#"
     std::string select;       ///< --select: "1,3-5"; empty: all
 };
 
-/// One kind of document. Readers get bytes and give plans; they touch nothing else. Their faults have no
-/// subject: who reads a document knows what it is called.
+/// One kind of document. Readers turn bytes into plans and touch nothing else. Their faults have no subject,
+/// since the caller knows the document's name.
 struct DocumentKind {
     std::u16string_view suffix;   ///< of a file's name, lower case, with its dot
     std::string_view media_type;  ///< lower case; empty: none
     JobPlans (*read)(std::span<const std::byte> bytes, const DocumentOptions& options);
 };
 
-/// The kind of a document by its name, or by what a server says of it (parameters cut off); null when it is
+/// The kind of a document by its name, or by a server's media type (parameters cut off); null when it is
 /// none.
 const DocumentKind* document_by_name(std::u16string_view name) noexcept;
 const DocumentKind* document_by_type(std::string_view media_type) noexcept;

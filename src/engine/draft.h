@@ -1,4 +1,4 @@
-// What a person asks for before there are jobs.
+// A person's request, before there are jobs.
 #pragma once
 
 #include <cstdint>
@@ -13,7 +13,7 @@
 
 namespace vantlow {
 
-/// Links with what their jobs are to be like. Empty texts: nothing is asked for.
+/// Links, with the properties that their jobs are to have. An empty text asks for nothing.
 struct JobDraft {
     std::vector<std::string> links;  ///< UTF-8: addresses, magnets, or paths of documents on this machine
     Guid category;                   ///< zero: the first one
@@ -31,12 +31,12 @@ struct JobDraft {
     std::optional<ExpectedHash> hash;         ///< of the one file that is asked for
     std::shared_ptr<const JobRules> rules;    ///< null: the jobs go by the settings alone
     std::string select;                       ///< which files of a document: "1,3-5"; empty: all
-    bool fresh = false;                       ///< what an earlier run left is removed, not continued
+    bool fresh = false;                       ///< files of an earlier run are removed, not continued
     bool paused = false;                      ///< the jobs are filed stopped
 };
 
-/// Why a link did not become jobs, or not all that it names. A record: what stands in it is data, clients
-/// make sentences of it.
+/// The reason why a link did not become jobs, or not all that it names. A plain record: it holds data, and
+/// clients make sentences of it.
 struct DraftFault {
     enum class Kind {
         unreadable,     ///< the document at `subject`: `file`

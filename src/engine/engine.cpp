@@ -69,7 +69,8 @@ void Engine::end_running() {
     questions_.open_for({}, {});
 }
 
-// What sessions wait for.
+// Goes on saving, and takes the names that sessions are about to give their files into the store; then these
+// sessions go on.
 void Engine::serve() {
     saver_.work();
     if (!names_) return;
@@ -82,7 +83,7 @@ void Engine::serve() {
         record->file_size = naming->size;
         store_->changed(*record, StoreChange::place | StoreChange::positions);
     }
-    // Where it cannot be made safe the file gets its name all the same: nobody was promised anything.
+    // Where it cannot be made safe the file gets its name all the same, since nothing was promised.
     saver_.when_safe([this, names] { names_->let_go(names); });
 }
 
@@ -96,7 +97,7 @@ void Engine::pump(std::chrono::milliseconds at_most) {
     take_ends();
     take_answers();
     runner_->start_waiting();
-    take_ends();  // of those that nobody carries out
+    take_ends();  // ends of jobs that this program does not carry out
     saver_.commit();
     tell_questions();
     deliver();
@@ -120,7 +121,7 @@ void Engine::take_end(JobEnd& end) {
     if (record != nullptr && !end.goes_on && !end.gave_way) file_ended(*record, end);
 }
 
-// What becomes of a record whose job ended.
+// Updates the record of a job that ended.
 void Engine::file_ended(CJobNode& record, const JobEnd& end) {
     if (const auto at = leaving_.find(record.identity); at != leaving_.end()) {
         const bool with_files = at->second;
@@ -138,7 +139,7 @@ void Engine::file_ended(CJobNode& record, const JobEnd& end) {
     }
 }
 
-// A document that was fetched becomes the jobs that it names, in its place: its record goes with its file.
+// Replaces a fetched document with the jobs that it names: its record goes with its file.
 std::optional<Followed> Engine::follow(CJobNode& document, const JobEnd& end) {
     if (!options_.follows || options_.stop.requested()) return std::nullopt;
     std::optional<MadeJobs> made;
@@ -163,7 +164,7 @@ std::optional<Followed> Engine::follow(CJobNode& document, const JobEnd& end) {
     return followed;
 }
 
-// What was answered becomes a rule of the job's own. False where it is to stay as it is.
+// Turns an answer into a rule of the job's own. False where the job stays as it is.
 bool Engine::take_answer(CJobNode& job, const QuestionBoard::Answered& one) {
     JobRules rules = job.rules ? *job.rules : JobRules();
     const QuestionAnswer& answer = one.answer;

@@ -1,4 +1,4 @@
-// The engine: what any client may have done with the jobs, and what it hears of them.
+// The engine: the operations that clients have on jobs, and the news that clients get.
 #pragma once
 
 #include <atomic>
@@ -23,19 +23,19 @@
 
 namespace vantlow {
 
-/// How an operation ended. A record: clients make sentences of it.
+/// The result of an operation. A plain record: clients make sentences of it.
 struct [[nodiscard]] Done {
     enum class Fault {
         none,
         no_job,          ///< there is no such job
         no_category,     ///< there is no such category
-        running,         ///< the job runs: what was asked for waits for its end (remove), or must wait
+        running,         ///< the job runs: the operation waits for its end (remove), or cannot be done now
         not_waiting,     ///< only a job that waits has a place in the order
         name_refused,    ///< no such name can be given
         name_taken,      ///< another one beside it has the name
         first_category,  ///< the first category stays as it is and where it is
         below_itself,    ///< a category cannot stand below itself
-        bad_value,       ///< the value is none that this can have
+        bad_value,       ///< the value is not allowed here
         no_question,     ///< there is no such question (any more)
         file,            ///< the file at `path`: `error`
         setting,         ///< the store of the settings: `error`
@@ -47,14 +47,14 @@ struct [[nodiscard]] Done {
     [[nodiscard]] bool ok() const noexcept { return fault == Fault::none; }
 };
 
-/// What add() made of a draft.
+/// The result of add().
 struct Added {
     std::vector<Guid> jobs;
     std::vector<DraftFault> faults;
     Done done{};  ///< no_category: nothing was made
 };
 
-/// What change() is to change; what is not set stays. Takes effect when the job is started next.
+/// The values that change() sets; the others stay. They take effect when the job is started next.
 struct JobEdit {
     std::optional<std::u16string> address;
     std::optional<std::u16string> referer;
@@ -106,15 +106,19 @@ class Engine {
     /// From now on pump() runs the jobs that wait.
     void run(Running running);
     [[nodiscard]] bool runs() const noexcept { return runner_ != nullptr; }
-    /// Back to filing only: waits until everything that ran has ended. Nobody is woken from then on.
+    /// Goes back to filing only: waits until every session has ended. `wake` is not called any more
+    /// afterwards.
     void end_running();
     /// Only jobs that start() names are run from now on.
     void run_only_started();
-    /// Takes in what ended, starts what may start, tells listeners. Waits up to `at_most` for an end.
+    /// Takes the ended sessions in, starts jobs whose turn it is, calls the listeners. Waits up to `at_most`
+    /// for a session to end.
     void pump(std::chrono::milliseconds at_most = std::chrono::milliseconds(0));
-    /// Once a second: settings looked at again, logs written, the store saved where it is worth it.
+    /// To be called once a second: reads the settings again, writes logs, saves the store where that is worth
+    /// it.
     void tick();
-    /// Ends all running jobs, which wait for their turn when they are run again; saves.
+    /// Ends all running jobs, which wait for their turn in the next run, and saves. False, with a sentence in
+    /// `error`, when saving fails.
     bool close(std::string& error);
 
     void add_listener(EngineListener& listener) { listeners_.push_back(&listener); }
@@ -123,7 +127,7 @@ class Engine {
     // ---- Looking.
 
     [[nodiscard]] const CJobNode* find(const Guid& job) const noexcept { return store_->find(job); }
-    /// The jobs whose identity's digits (guid_digits()) begin like this; at most two are looked for.
+    /// The jobs whose identity's digits (guid_digits()) begin with these; the search ends at the second.
     [[nodiscard]] std::vector<const CJobNode*> find_by_digits(std::string_view digits) const;
     /// The jobs of a category and of those below it, in display order; null: all.
     [[nodiscard]] std::vector<const CJobNode*> jobs_below(const CClassNode* category) const;
@@ -152,28 +156,29 @@ class Engine {
 
     // ---- Doing.
 
-    /// Files the jobs of a draft's links. What an earlier run left of one of them in its folder is continued.
+    /// Files the jobs of a draft's links. A part of a job that an earlier run left in its folder is
+    /// continued.
     Added add(const JobDraft& draft);
-    /// From now on only jobs are filed of which this says true; what becomes of the others is the client's.
+    /// From now on only jobs that pass this test are filed; the client takes care of the others.
     void file_only(std::function<bool(const CJobNode&)> wanted) { wanted_ = std::move(wanted); }
-    /// Files a job that somebody else has made, of a job list.
+    /// Files a job that the client has made, as from a job list.
     Guid file(std::unique_ptr<CJobNode> job, const Guid& category);
-    /// The job waits for its turn, behind the others, or is left alone where it waits or runs already. A
-    /// finished one starts anew.
+    /// Lets the job wait for its turn, behind the others; one that waits or runs already is left alone. A
+    /// finished job starts anew.
     Done start(const Guid& job);
-    /// A running job ends soon; see wait_for_ends(). One that waits is stopped; others stay as they are.
+    /// Ends a running job soon (see wait_for_ends()) and stops one that waits; others stay as they are.
     Done stop(const Guid& job);
-    /// Waits until none of the jobs runs any more; some tenths of a second behind stop().
+    /// Waits until none of the jobs runs any more, which takes some tenths of a second after stop().
     void wait_for_ends(const std::vector<Guid>& jobs);
-    /// Takes a job out of the store, `with_files` with what it has on the disk: a finished job's file, or
-    /// what there is of another's. A running job is stopped first and goes when it has ended
-    /// (Fault::running). A job whose files cannot be removed stays.
+    /// Removes a job from the store and, `with_files`, its file or the part of it on the disk. A running job
+    /// is stopped first and removed when it has ended (Fault::running). A job whose files cannot be removed
+    /// stays.
     Done remove(const Guid& job, bool with_files);
     Done move(const Guid& job, const Guid& category);
     Done change(const Guid& job, const JobEdit& edit);
     Done reorder(const Guid& job, Order order);
-    /// Gives the job's file another name in its folder: what is on the disk is renamed too. A name that is
-    /// taken there is refused. Not while the job runs.
+    /// Renames the job's file within its folder, on the disk too. A name that is taken there is refused. Not
+    /// while the job runs.
     Done rename(const Guid& job, const std::u16string& name);
 
     struct NewCategory {
@@ -182,7 +187,7 @@ class Engine {
     };
     /// `folder` empty: that of the category above. Zero `parent`: below the first one.
     NewCategory add_category(const std::u16string& name, const std::u16string& folder, const Guid& parent);
-    /// Its jobs go to the one above it.
+    /// Removes a category; its jobs go to the category above it.
     Done remove_category(const Guid& category);
     Done rename_category(const Guid& category, const std::u16string& name);
     Done move_category(const Guid& category, const Guid& parent);
@@ -191,16 +196,16 @@ class Engine {
 
     Done set_setting(std::u16string_view section, std::u16string_view key, std::u16string_view value);
     Done unset_setting(std::u16string_view section, std::u16string_view key);
-    /// Bytes a second for all connections together; none: no limit.
+    /// Sets the limit for all connections together, bytes per second; none: no limit.
     Done set_limit(std::optional<std::int64_t> rate);
 
-    /// Tells when everything that was done until now is safe, or why it cannot be made so: at once, or out of
-    /// pump(). Jobs that were added are taken back where it cannot; none is begun before it is. While it
-    /// runs.
+    /// Calls `settled` when all operations until now are safe, or cannot be made safe: at once, or from
+    /// within pump(). In the second case added jobs are taken back; no job begins before it is safe. To be
+    /// called while it runs.
     void settle(JobStore::Settled settled);
-    /// Saves the whole store in the background; while it runs.
+    /// Saves the whole store in the background; to be called while it runs.
     void save_behind();
-    /// What was done until now is on the disk when it returns, or the sentence says why not.
+    /// True when every operation until now is on the disk; else the sentence says why not.
     bool save(std::string& error);
 
   private:

@@ -16,7 +16,7 @@
 namespace vantlow {
 namespace {
 
-// Cuts off what follows the "#" and returns it, with the "#".
+// Cuts the text behind the "#" off and returns it, with the "#".
 std::u16string take_fragment(std::u16string& address) {
     const auto hash = address.find(u'#');
     if (hash == std::u16string::npos) return {};
@@ -25,7 +25,7 @@ std::u16string take_fragment(std::u16string& address) {
     return fragment;
 }
 
-// The folders and the name of a document's file, each made safe: never outside of `folder`.
+// The folders and the name of a document's file, each made safe, so that they never leave `folder`.
 struct Place {
     std::u16string folder;
     std::u16string name;
@@ -42,13 +42,13 @@ Place place_below(std::u16string folder, std::u16string_view name) {
     return {std::move(folder), name.empty() ? std::u16string() : safe_file_name(name)};
 }
 
-// Bytes that no text has: the same media type is said of films.
+// True for bytes that no text has: films can have the same media type.
 bool looks_binary(std::span<const std::byte> bytes) {
     const auto begin = bytes.first(std::min<std::size_t>(bytes.size(), 1024));
     return std::find(begin.begin(), begin.end(), std::byte{0}) != begin.end();
 }
 
-// Whether this program has what fetches it: nobody fetches from peers yet.
+// True when this program can fetch the plan's address; fetching from peers is not possible yet.
 bool can_be_fetched(const JobPlan& plan) {
     return kind_of_address(plan.address) == JobKind::transfer && find_protocol(plan.address) != nullptr;
 }
@@ -59,7 +59,7 @@ MadeJobs refuse(DraftFault fault) {
     return made;
 }
 
-// What a fetched file is: by what its address promised, by what the server said, by its name.
+// The kind of a fetched file: by its job's kind, by the server's media type, by its name.
 const DocumentKind* document_kind_of(const CJobNode& job, const JobOutcome& outcome) {
     if (kind_of(job) == JobKind::document) return document_by_name(u"x.metalink");
     const DocumentKind* kind = document_by_type(outcome.media_type);
@@ -103,7 +103,7 @@ std::unique_ptr<CJobNode> JobMaker::new_job(const std::u16string& folder) {
     return job;
 }
 
-// What an earlier run left is removed, unless another process is at it.
+// Removes the files that an earlier run left, unless another process uses them.
 void JobMaker::forget_earlier(const std::u16string& folder, const std::u16string& address,
                               const std::u16string& name) {
     while (const auto job = earlier_in(folder).take(address, name)) {
@@ -113,7 +113,7 @@ void JobMaker::forget_earlier(const std::u16string& folder, const std::u16string
         if (partial.open(path, OpenMode::write_existing).ok() && !partial.try_lock()) continue;
         partial.close();
         static_cast<void>(remove_file(job->path + std::u16string(state_suffix)));
-        static_cast<void>(remove_file(path));  // what stays behind is used again as an abandoned file
+        static_cast<void>(remove_file(path));  // a file that stays is used again as an abandoned one
     }
 }
 
@@ -141,7 +141,7 @@ void JobMaker::apply_request(CJobNode& job) {
     look_up_login(job);
 }
 
-// What the user's file says of the job's server, as far as the address and the draft do not say it: all, or
+// Looks the login up in the user's file, as far as the address and the draft do not give it: all of it, or
 // the half that is missing.
 void JobMaker::look_up_login(CJobNode& job) {
     const auto target = credentials_ ? parse_target(job.address) : std::nullopt;
@@ -204,7 +204,8 @@ JobPlans JobMaker::read_plans(const DocumentKind& kind, std::span<const std::byt
     return plans;
 }
 
-// "metalink://" in front of where the document is; without a scheme of its own that is an HTTP server.
+// "metalink://" stands in front of the document's address; without a scheme of its own that is an HTTP
+// server.
 MadeJobs JobMaker::make_metalink(std::u16string address) {
     if (address.find(u"://") == std::u16string::npos) address.insert(0, u"http://");
     MadeJobs made = make_link(address);
@@ -212,10 +213,11 @@ MadeJobs JobMaker::make_metalink(std::u16string address) {
     return made;
 }
 
-// A job that a fetched document names: the document's login and cookies were given for the document's server.
+// Prepares a job that a fetched document names: the document's login and cookies were given for the
+// document's server only.
 void JobMaker::leave_document(const CJobNode& document, CJobNode& named) {
     if (kind_of(named) == JobKind::transfer && !named.sources) {
-        // One that has sources is what a document named: it is not taken for a document itself.
+        // A job with sources was named by a document: it is not taken for a document itself.
         JobSources one;
         one.mirrors.push_back(named.address);
         named.sources = std::make_shared<const JobSources>(std::move(one));
@@ -242,7 +244,7 @@ std::optional<MadeJobs> JobMaker::follow(const CJobNode& job, const JobOutcome& 
     const auto fetchable = std::count_if(plans.plans.begin(), plans.plans.end(), can_be_fetched);
     const bool all_of_it = plans.faults.empty() && fetchable == std::ssize(plans.plans);
     const bool was_promised = kind_of(job) == JobKind::document;
-    // What only its name or type took for a document, and one that leads nowhere, is an ordinary file.
+    // A file that only its name or its type made a document, and that leads nowhere, is an ordinary file.
     if (fetchable == 0 && !was_promised) return std::nullopt;
     MadeJobs made = make_from_plans(std::move(plans), without_credentials(job.address));
     if (made.jobs.empty()) return was_promised ? std::optional(std::move(made)) : std::nullopt;
@@ -259,7 +261,7 @@ MadeJobs JobMaker::make(const std::string& link) {
     constexpr std::u16string_view scheme = u"metalink://";
     if (istarts_with(address, scheme) && address.size() > scheme.size())
         return make_metalink(address.substr(scheme.size()));
-    // A document on this machine: only what is there is one.
+    // Only an existing file is a document on this machine.
     std::u16string path = address;
     std::u16string fragment;
     if (path_kind(absolute_path(path)) != PathKind::file) {

@@ -10,7 +10,6 @@
 
 #include "engine/documents.h"
 #include "engine/draft.h"
-#include "engine/job_plan.h"
 #include "engine/kinds.h"
 #include "engine/netrc.h"
 #include "store/job.h"
@@ -19,31 +18,30 @@
 
 namespace vantlow {
 
-/// What one link became. The jobs have their kinds, but are not filed yet; mirrors and hashes, where there
-/// are any, stand in job->sources.
+/// The result of one link. The jobs have their kinds, but are not filed yet; mirrors and hashes, where there
+/// are any, are in job->sources.
 struct MadeJobs {
     std::vector<std::unique_ptr<CJobNode>> jobs;
     std::vector<DraftFault> faults;  ///< why there is nothing, or not everything
-    /// Of a document that was followed: it names more than can be fetched, and its file is left for that.
+    /// True for a document that names more than can be fetched; its file stays for that reason.
     bool document_stays = false;
 };
 
-/// Makes jobs of links: new ones, or those that an earlier run left in their folder. One thread.
+/// Makes jobs of links: new ones, or the ones that an earlier run left in their folder. One thread.
 class JobMaker {
   public:
-    /// `draft` says what the jobs are to be like; its links and its category are not looked at. Its folder
-    /// must be named.
+    /// `draft`: the properties of the jobs; its links and its category are ignored, its folder must be named.
     JobMaker(JobDraft draft, CredentialLookup credentials);
 
-    /// Tells of unfinished jobs that are somebody's: their files are left alone where the draft is to begin
-    /// anew.
+    /// Sets the test for unfinished jobs that belong to somebody: their files are left alone where the draft
+    /// is to begin anew.
     void spare(std::function<bool(const Guid&)> is_somebodys) { is_somebodys_ = std::move(is_somebodys); }
 
     /// The jobs of one link, or of a document on this machine (UTF-8).
     MadeJobs make(const std::string& link);
-    /// What a job that ended well has fetched may be a document, by its kind, its media type or its name:
-    /// then its jobs, and its file is gone. None when it is an ordinary file, or a document of which nothing
-    /// can be fetched: that stays as the file that it is.
+    /// Follows the file of a job that ended well, if it is a document by its kind, its media type or its
+    /// name: returns the jobs that it names, and removes the file. None when it is an ordinary file, or a
+    /// document of which nothing can be fetched; the file then stays.
     std::optional<MadeJobs> follow(const CJobNode& job, const JobOutcome& outcome);
 
   private:
@@ -67,7 +65,8 @@ class JobMaker {
     std::map<std::u16string, ResumeIndex> earlier_;  ///< by folder
 };
 
-/// The draft that jobs follow which a fetched document names: what its own job was to be like, in its folder.
+/// The draft for the jobs that a fetched document names: with the properties of the document's own job, in
+/// its folder.
 JobDraft draft_of(const CJobNode& document, const JobOutcome& outcome);
 
 }  // namespace vantlow

@@ -7,7 +7,7 @@
 #include "engine/engine.h"
 #include "engine/recovery.h"
 #include "store/address.h"
-#include "store/proxy_address.h"
+#include "store/proxies.h"
 #include "transfer/job/file_names.h"
 
 namespace vantlow {
@@ -15,8 +15,8 @@ namespace {
 
 using Fault = Done::Fault;
 
-// What the job has on the disk: its file, or what there is of it. A finished job's name alone says nothing:
-// only what the job itself has written is removed.
+// Removes the job's file, or the part of it on the disk. The name of a finished job proves nothing by itself:
+// only bytes that the job itself has written are removed.
 Done remove_files(const CJobNode& job) {
     if (name_of(job.path).empty()) return {};
     const std::u16string partial = job.path + std::u16string(partial_suffix);
@@ -29,7 +29,7 @@ Done remove_files(const CJobNode& job) {
     return done;
 }
 
-// Both files of an unfinished job, or its finished file, under another name.
+// Renames both files of an unfinished job, or its finished file.
 Done rename_files(const CJobNode& job, const std::u16string& to) {
     const bool finished = job.state == JobState::finished;
     for (const std::u16string_view suffix : {std::u16string_view(), partial_suffix, state_suffix}) {
@@ -40,7 +40,7 @@ Done rename_files(const CJobNode& job, const std::u16string& to) {
     if (const FileError error = rename_no_replace(from, to + main_suffix); !error.ok())
         return {Fault::file, error, from};
     if (finished) return {};
-    // Without its state the job only loses what it knew of its positions beside the database.
+    // Without its state the job only loses the positions that the database does not have.
     static_cast<void>(
         rename_no_replace(job.path + std::u16string(state_suffix), to + std::u16string(state_suffix)));
     return {};
@@ -48,7 +48,8 @@ Done rename_files(const CJobNode& job, const std::u16string& to) {
 
 }  // namespace
 
-// What already belongs to a job of the store stays with it.
+// Makes a new job of one whose identity the store has already: the state on the disk belongs to the other
+// one.
 void Engine::detach(CJobNode& job) const {
     if (store_->find(job.identity) == nullptr) return;
     job.identity = {};
@@ -137,7 +138,7 @@ Done Engine::remove(const Guid& job, bool with_files) {
     return {Fault::running};
 }
 
-// A job whose files stay is filed no more all the same only where they were not to go with it.
+// A job whose files could not be removed stays filed, unless its files were meant to stay.
 Done Engine::remove_now(CJobNode& job, bool with_files) {
     if (with_files) {
         if (Done done = remove_files(job); !done.ok()) return done;
@@ -169,7 +170,7 @@ Done Engine::change(const Guid& job, const JobEdit& edit) {
     if (edit.connections && (*edit.connections < 1 || *edit.connections > most_connections))
         return {Fault::bad_value};
     if (edit.address) {
-        // Another address of the same file: a link that has run out is replaced, and the job goes on.
+        // The new address must lead to the same file: an expired link is replaced, and the job goes on.
         if (kind_of_address(*edit.address) != kind_of_address(record->address)) return {Fault::bad_value};
         record->address = *edit.address;
     }

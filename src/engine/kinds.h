@@ -1,4 +1,4 @@
-// What a job is: decided once, when the job is made, and saved with it (CJobNode::kind).
+// The kind of a job: decided once, when the job is made, and saved with it (CJobNode::kind).
 #pragma once
 
 #include <cstdint>
@@ -8,7 +8,7 @@
 
 namespace vantlow {
 
-/// The values of CJobNode::kind. They stand in databases and never change.
+/// The values of CJobNode::kind, which are stored in databases and never change.
 enum class JobKind : std::int32_t {
     transfer = 0,   ///< one file, fetched by byte ranges from servers
     live = 20,      ///< a stream without an end
@@ -20,15 +20,15 @@ enum class JobKind : std::int32_t {
     document = 80,  ///< a file that names others: fetched as one file, then the named ones take its place
 };
 
-/// The kind that an address says by its scheme alone.
+/// The kind of an address, by its scheme alone.
 JobKind kind_of_address(std::u16string_view address) noexcept;
 
 inline JobKind kind_of(const CJobNode& job) noexcept {
     return static_cast<JobKind>(job.kind);
 }
 
-/// Decides the kind of a job whose address is known now, unless it has one that says more than the address.
-/// Who makes jobs, or reads those that were filed before kinds were saved, calls it once.
+/// Decides the kind of a job whose address is known now, unless it has a kind that says more than the
+/// address. To be called once, for new jobs and for jobs that were filed before kinds were saved.
 void decide_kind(CJobNode& job) noexcept;
 
 }  // namespace vantlow

@@ -1,4 +1,4 @@
-// What the clients of an engine hear.
+// The news that an engine's clients get.
 #pragma once
 
 #include <vector>
@@ -10,7 +10,7 @@
 
 namespace vantlow {
 
-/// A job whose file was a document, and what it became.
+/// A job whose file was a document, and its result.
 struct Followed {
     Guid document;
     bool gave_way = false;           ///< false: it stays, since something in it cannot be fetched
@@ -32,12 +32,12 @@ class EngineListener {
     /// A job ended, or settled.
     virtual void ended(const JobEnd& end) { static_cast<void>(end); }
     virtual void followed(const Followed& followed) { static_cast<void>(followed); }
-    /// The open questions are others than before.
+    /// The set of open questions has changed.
     virtual void asked(const std::vector<Question>& open) { static_cast<void>(open); }
     /// Lines of job logs, where the engine gathers them.
     virtual void logged(const std::vector<LogLine>& lines) { static_cast<void>(lines); }
-    /// The store could not be saved (told once until another reason comes), or found something out about its
-    /// folder. UTF-8, as the store says it.
+    /// The store could not be saved (reported once for each reason), or noticed something about its folder.
+    /// UTF-8, in the store's words.
     virtual void store_said(const std::string& text) { static_cast<void>(text); }
 };
 

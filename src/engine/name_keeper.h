@@ -12,8 +12,8 @@
 
 namespace vantlow {
 
-/// A job's file gets its name once the store would find it again under it: were the name given first, a
-/// process that is killed in between would fetch the file once more, beside the first.
+/// A job's file gets its name only once the store would find it again under that name: if the name came
+/// first, a process that is killed in between would fetch the file again, beside the first one.
 class NameKeeper {
   public:
     /// A file, as its session is about to name it.
@@ -23,14 +23,14 @@ class NameKeeper {
         std::int64_t size = 0;
     };
 
-    /// `wake` (any thread) asks for take().
+    /// `wake` (any thread) requests a call of take().
     explicit NameKeeper(std::function<void()> wake) : wake_(std::move(wake)) {}
     NameKeeper(const NameKeeper&) = delete;
     NameKeeper& operator=(const NameKeeper&) = delete;
 
-    /// A session's thread: waits until let_go() was called for it.
+    /// For a session's thread: waits until let_go() was called for it.
     void wait_for(Naming naming);
-    /// The engine's thread: those that wait and were not taken yet.
+    /// For the engine's thread: the waiting sessions that were not taken yet.
     using Waiting = std::vector<std::shared_ptr<const Naming>>;
     [[nodiscard]] Waiting take();
     void let_go(const Waiting& taken);

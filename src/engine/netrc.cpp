@@ -28,11 +28,11 @@ class WordReader {
   public:
     explicit WordReader(std::string_view text) noexcept : rest_(text) {}
 
-    /// The next word that may be a keyword; comments are passed over.
+    /// The next word that may be a keyword; comments are skipped.
     std::optional<Word> next_keyword() { return next(true); }
     /// The word behind a keyword. On the keyword's line it may begin with '#', as passwords do.
     std::optional<Word> next_value() { return next(false); }
-    /// Passes over the rest of the line and all lines up to an empty one.
+    /// Skips the rest of the line and all lines up to an empty one.
     void skip_macro() noexcept;
 
   private:
@@ -106,7 +106,7 @@ Netrc parse_netrc(std::string_view text) {
     if (text.starts_with(byte_order_mark)) text.remove_prefix(byte_order_mark.size());
     WordReader reader(text);
     Netrc entries;
-    NetrcEntry before_all;  // what stands in front of the first machine is nobody's
+    NetrcEntry before_all;  // entries in front of the first machine belong to none
     while (const auto word = reader.next_keyword()) {
         NetrcEntry& entry = entries.empty() ? before_all : entries.back();
         if (word->is("macdef")) {

@@ -91,7 +91,7 @@ bool PlainSession::ask_for_host_key(const std::string& host, const std::string& 
     return questions_.ask(std::move(question), question_stop_).yes;
 }
 
-// Whose answer would let the job go on.
+// The question whose answer would let the job go on.
 std::optional<Question> PlainSession::question_of(const JobOutcome& outcome) const {
     Question question;
     question.job = job_->identity;

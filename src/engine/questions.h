@@ -1,5 +1,5 @@
-// What the engine cannot decide by itself: questions that any client may answer, each with a default after a
-// time.
+// Questions that the engine cannot decide by itself: any client may answer them, and each has a default after
+// a time.
 #pragma once
 
 #include <chrono>
@@ -16,12 +16,12 @@
 
 namespace vantlow {
 
-/// What is asked.
+/// The subject of a question.
 enum class QuestionKind {
-    host_key,     ///< is this SSH server to be trusted from now on
-    certificate,  ///< is this job to go on although the certificate of its server is not trusted
-    credentials,  ///< which login does this server take
-    overwrite,    ///< what is to become of the file that has the job's name
+    host_key,     ///< whether this SSH server is trusted from now on
+    certificate,  ///< whether this job goes on although its server's certificate is not trusted
+    credentials,  ///< the login for this server
+    overwrite,    ///< the fate of an existing file that has the job's name
 };
 
 /// An answer; each kind of question reads its own members.
@@ -32,7 +32,7 @@ struct QuestionAnswer {
     std::u16string password;  ///< credentials
 };
 
-/// An open question. A plain record: what stands in it is data, clients make sentences of it.
+/// An open question. A plain record: it holds data, and clients make sentences of it.
 struct Question {
     std::uint64_t id = 0;  ///< given by the board; never used twice in a run
     QuestionKind kind = QuestionKind::host_key;
@@ -40,7 +40,7 @@ struct Question {
     std::string server;       ///< host, with its port where that is not the usual one
     std::string fingerprint;  ///< of the key or certificate; as SSH and TLS tools write it
     std::u16string path;      ///< overwrite: the file that is there
-    QuestionAnswer standard;  ///< what holds when nobody answers in time
+    QuestionAnswer standard;  ///< the answer that holds when nobody answers in time
     std::chrono::steady_clock::time_point until{};  ///< given by the board
 };
 
@@ -56,19 +56,21 @@ class QuestionBoard {
     QuestionBoard(const QuestionBoard&) = delete;
     QuestionBoard& operator=(const QuestionBoard&) = delete;
 
-    /// Before anybody asks, and once nobody does any more; not from any thread. `time`: how long a question
-    /// stays open; 0, as in the beginning: the default holds at once, nobody can be asked. `changed` is
-    /// called without a lock whenever a question came or went, from whichever thread; it must return soon.
+    /// Opens the board for questions, or closes it with time 0. To be called before the first question and
+    /// after the last one, not concurrently with others. `time`: how long a question stays open; with 0, the
+    /// initial value, the default holds at once. `changed` is called without a lock whenever a question came
+    /// or went, from any thread; it must return soon.
     void open_for(std::chrono::milliseconds time, std::function<void()> changed = {}) {
         time_ = time;
         changed_ = std::move(changed);
     }
 
     /// Waits for an answer, for the time of the board, or until `stop` is requested; then the default holds.
-    /// Who asks the same (kind, server and fingerprint) while it is open waits for the same answer.
+    /// Another thread that asks the same (kind, server and fingerprint) in the meantime waits for the same
+    /// answer.
     QuestionAnswer ask(Question question, const StopSource& stop);
 
-    /// Puts a question up. One of the same kind about the same job is replaced.
+    /// Adds a question without waiting. One of the same kind about the same job is replaced.
     void leave(Question question);
     /// Takes the questions of leave() that were answered, or lapsed, since the last call.
     struct Answered {
@@ -77,10 +79,10 @@ class QuestionBoard {
         bool lapsed = false;  ///< nobody answered in time
     };
     std::vector<Answered> take_answered(Clock::time_point now = Clock::now());
-    /// The questions about a job go, as if they had never been asked.
+    /// Withdraws the questions about a job, as if they had never been asked.
     void withdraw(const Guid& job);
 
-    /// False when there is no such question (any more).
+    /// Answers a question; false when there is none of this number (any more).
     bool answer(std::uint64_t id, QuestionAnswer answer);
     /// The open questions, the oldest first.
     [[nodiscard]] std::vector<Question> open() const;

@@ -3,7 +3,7 @@
 #include <utility>
 
 #include "platform/file.h"
-#include "platform/file_stamp.h"
+#include "platform/file_marks.h"
 #include "transfer/job/file_names.h"
 
 namespace vantlow {
@@ -11,8 +11,8 @@ namespace {
 
 constexpr std::int64_t nanoseconds_of_a_second = 1'000'000'000;
 
-// The job was cut off between the end of its file and the save that would have told: its partial file is
-// gone, and under its name stands a file of its size that is younger than the job.
+// True when the job was interrupted between the end of its file and the save that would have recorded it: its
+// partial file is gone, and under its name there is a file of its size that is younger than the job.
 bool ended_unsaved(const CJobNode& job) {
     if (job.file_size < 0 || name_of(job.path).empty()) return false;
     if (path_kind(job.path + std::u16string(partial_suffix)) != PathKind::none) return false;
@@ -42,7 +42,7 @@ void take_end(CJobNode& record, CJobNode& from) {
     record.finished = from.finished;
 }
 
-// Where the database knew of no name, the states in the folder tell which is the job's.
+// Finds the job's state among those in the folder, where the database knew no name.
 void Recovery::adopt_state(CJobNode& job, bool interrupted) {
     if (!name_of(job.path).empty()) {
         const auto state = load_resume_state(job.path + std::u16string(state_suffix));

@@ -6,8 +6,7 @@
 
 #include "base/text.h"
 #include "platform/process.h"
-#include "store/proxy_address.h"
-#include "store/proxy_list.h"
+#include "store/proxies.h"
 #include "transfer/job/proxy_rules.h"
 
 namespace vantlow {
@@ -49,7 +48,7 @@ void take_environment(RunOptions& run) {
         if (!value) continue;
         const auto proxy = parse_proxy(*value);
         ProxyPlan plan = proxy ? proxy_plan(*proxy) : ProxyPlan();
-        // Only what would go through it is not to be had; it goes nowhere without the proxy that is wanted.
+        // The fault concerns only connections that would use this proxy; without it they go nowhere.
         if (!plan.is_used()) {
             plan = {};
             plan.kind = ProxyPlan::http_tunnel;
@@ -111,7 +110,7 @@ RunOptions run_options_of(const CJobNode& job, const Settings& settings, const s
 }
 
 ProxyPlan torrent_proxy(const RunOptions& run) {
-    // Trackers are web servers for the most part: what is meant for those is meant for them.
+    // Most trackers are web servers, so a proxy for those is meant for them.
     if (run.proxy.kind != ProxyPlan::direct || !run.proxy_rules) return run.proxy;
     return run.proxy_rules->choose("http", {}, 0);
 }

@@ -1,5 +1,4 @@
-// What a job's run is told beside its record: what the record itself says, then the settings, the proxy list
-// and the environment.
+// The options of a job's run: those of its record, then the settings, the proxy list and the environment.
 #pragma once
 
 #include <cstdint>
@@ -30,14 +29,14 @@ struct ProxyFault {
 
 /// Gives a run without a proxy of its own the program's: that of "Connection"/"Proxy" (an address as --proxy
 /// takes it, the number of a proxy of the list, or "none"), else those of the environment: http_proxy,
-/// https_proxy, ftp_proxy, all_proxy and no_proxy, in lower case or, but for http_proxy (which a web server
-/// would let its clients set), in upper case. A variable that cannot be used is a fault only for what would
-/// go through it.
+/// https_proxy, ftp_proxy, all_proxy and no_proxy, in lower case or in upper case (http_proxy in lower case
+/// only, since a web server lets its clients set the other one). A variable that cannot be used is a fault
+/// only for connections that would use it.
 ProxyFault add_program_proxies(const Settings& settings, const std::u16string& data_folder, RunOptions& run);
 
-/// What the record of a job says of its run, the program's proxies included, but not its agent. Where the
-/// proxy that was asked for cannot be used, `fault` says why, and the options hold one that reaches nobody:
-/// going directly may be what must not be.
+/// Reads the options of a job's run from its record, the program's proxies included, but not its agent. Where
+/// the wanted proxy cannot be used, `fault` says why and the options hold a proxy that reaches nobody,
+/// because a direct connection may be just what must not happen.
 RunOptions run_options_of(const CJobNode& job, const Settings& settings, const std::u16string& data_folder,
                           ProxyFault& fault);
 

@@ -3,7 +3,7 @@
 namespace vantlow {
 namespace {
 
-// A disk that did not take it is not asked each second.
+// A disk that failed is not tried again each second.
 constexpr int ticks_after_failure = 10;
 
 }  // namespace
@@ -22,7 +22,7 @@ void Saver::end() {
 }
 
 void Saver::work() {
-    // In steps, so that nobody waits long for his turn.
+    // The work is done in steps, so that no operation waits long.
     if (writes() && store_.work() && wake_) wake_();
 }
 
@@ -30,7 +30,7 @@ void Saver::commit() {
     if (!writes() || pause_ > 0) return;
     at_once_ = true;
     store_.commit([this](const std::string& failure) {
-        // Where nothing had to be made safe nothing is known of the disk.
+        // Without changes to make safe, nothing is learned about the disk.
         if (!failure.empty() || !at_once_) hear(failure);
     });
     at_once_ = false;

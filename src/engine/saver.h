@@ -1,4 +1,4 @@
-// How what a running engine changes comes to the disk: changes as they happen, the whole store by the clock.
+// The way of a running engine's changes to the disk: changes as they happen, the whole store by the clock.
 #pragma once
 
 #include <functional>
@@ -9,11 +9,11 @@
 
 namespace vantlow {
 
-/// Makes the changes of one store safe. A store in memory needs nothing of it. One thread.
+/// Makes the changes of one store safe. A store in memory never needs it. One thread.
 class Saver {
   public:
-    /// `say` gets what a person has to be told: a failure, once until another reason comes, and what the
-    /// store finds out about its folder.
+    /// `say` gets sentences for a person: a failure, once until another reason comes, and the store's notes
+    /// about its folder.
     Saver(JobStore& store, const Settings& settings, std::function<void(const std::string&)> say)
         : store_(store), settings_(settings), say_(std::move(say)), notes_said_(store.notes().size()) {}
     Saver(const Saver&) = delete;
@@ -22,14 +22,15 @@ class Saver {
     /// From now on the store writes behind; `wake` (any thread) asks for work(). Both outlive end().
     void begin(std::function<void()> wake);
     void end();
-    /// Goes on with what is to be written.
+    /// Continues the writing that is under way.
     void work();
-    /// What happened is made safe without anybody's waiting for it.
+    /// Makes the changes safe; nobody waits for it.
     void commit();
-    /// Tells when everything until now is safe, or why it cannot be made so; jobs that were added are taken
-    /// back then.
+    /// Calls `settled` when all changes until now are safe, or cannot be made safe; added jobs are taken back
+    /// then.
     void settle(JobStore::Settled settled);
-    /// The same for what must not happen before it is safe; nothing is taken back.
+    /// Calls `then` once all changes until now are safe, for actions that must not happen before; nothing is
+    /// taken back.
     void when_safe(std::function<void()> then);
     /// Saves the whole store in the background.
     void save_behind();

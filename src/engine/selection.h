@@ -1,4 +1,4 @@
-// Which of a document's files are meant.
+// Selections among a document's files, as --select writes them.
 #pragma once
 
 #include <cstddef>
@@ -11,8 +11,8 @@ namespace vantlow {
 /// True when the text has the form of --select: numbers and ranges from 1 on, "1,3-5", "4-" to the last.
 bool is_selection(std::string_view text) noexcept;
 
-/// The indexes (from 0 on) of `count` things that the text selects, in their order, each once. None when it
-/// has another form or selects nothing that is there. An empty text selects all.
+/// The indexes (from 0 on) of the selected ones of `count` things, in their order, each once. None when the
+/// text has another form or selects nothing that exists. An empty text selects all.
 std::optional<std::vector<std::size_t>> select(std::string_view text, std::size_t count);
 
 }  // namespace vantlow

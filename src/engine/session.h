@@ -1,4 +1,4 @@
-// What a job of some kind is while somebody looks after it, and the table of kinds.
+// A job of some kind while it is looked after, and the table of kinds.
 #pragma once
 
 #include <functional>
@@ -25,7 +25,7 @@ struct SessionConnection {
     std::string trouble{};   ///< why it does not, as the other side or the system says; may be empty
 };
 
-/// What a session left behind.
+/// The result of a session.
 struct SessionEnd {
     std::unique_ptr<CJobNode> job;
     JobOutcome outcome;
@@ -42,33 +42,33 @@ class JobSession {
     /// Ends what still runs; blocks until its threads are gone.
     virtual ~JobSession() = default;
 
-    /// Fails where the system gives no further thread: nothing runs then, and the call may be repeated.
+    /// Fails where the system cannot start another thread: nothing runs then, and the call may be repeated.
     virtual Result start() = 0;
     /// Ends a session that could not be started: it has ended with `why`.
     virtual void fail(const Result& why) = 0;
     /// Asks for the end; returns at once.
     virtual void stop() noexcept = 0;
-    /// True once nothing of it runs any more. A session whose work is done by itself calls `on_end` then;
-    /// one that was stopped may leave it to who looks.
+    /// True once nothing of it runs any more. A session that ends by itself then calls `on_end`; one that was
+    /// stopped need not, and is looked at instead.
     [[nodiscard]] virtual bool has_ended() const noexcept = 0;
-    /// After the end: joins the threads, and gives what is left.
+    /// After the end: joins the threads and returns the results.
     virtual SessionEnd take_end() = 0;
 
     [[nodiscard]] virtual const CJobNode& job() const noexcept = 0;
     [[nodiscard]] virtual JobProgress progress() = 0;
-    /// The job as it may be saved now: with positions whose bytes are on the disk. Null: as it was saved
-    /// last.
+    /// The job in the form that may be saved now: with positions whose bytes are on the disk. Null: the last
+    /// saved form still holds.
     [[nodiscard]] virtual std::unique_ptr<CJobNode> safe_copy() = 0;
     [[nodiscard]] virtual std::vector<SessionConnection> connections() = 0;
 
     /// Called about once a second, and at each round of the engine.
     virtual void look() {}
-    /// Once nobody need wait for this session, although it goes on: what came of it. A torrent that is only
-    /// announced is such a one.
+    /// The result of a session that nobody need wait for any more although it goes on, such as a torrent that
+    /// is only announced; none before that.
     [[nodiscard]] virtual std::optional<Result> settled() const { return std::nullopt; }
 };
 
-/// What a session is made of.
+/// The parts that a session is made of.
 struct SessionPlan {
     std::unique_ptr<CJobNode> job;  ///< its own twin of the record
     RunOptions options;
@@ -77,11 +77,11 @@ struct SessionPlan {
     QuestionBoard& questions;      ///< outlives the session
 };
 
-/// How jobs of one kind are carried out: a row of the table.
+/// The way in which jobs of one kind are carried out: a row of the table.
 struct SessionKind {
     JobKind kind = JobKind::transfer;
     /// True: such a job counts among the jobs at once ("MaxJobs") and its record says that it runs. False: it
-    /// is looked after beside them while its record goes on waiting.
+    /// is looked after beside those, and its record goes on waiting.
     bool takes_place = true;
     std::size_t most_at_once = 1000;  ///< of this kind
     std::function<std::unique_ptr<JobSession>(SessionPlan, const TransferServices&)> make;

@@ -6,7 +6,7 @@
 namespace vantlow {
 namespace {
 
-// More lines than these are not kept for who shows them: nobody reads so fast.
+// Further lines are dropped: no reader falls so far behind and still wants them.
 constexpr std::size_t most_lines = 100000;
 
 // Sessions that end may wait for the names of their files, and others for their trackers.
@@ -82,7 +82,7 @@ CJobNode* SessionRunner::next_waiting() const {
     return nullptr;
 }
 
-// A kind that nobody carries out here.
+// Ends a job of a kind that this program does not carry out.
 void SessionRunner::end_without_session(CJobNode& job) {
     job.result = Code::unsupported;
     tools_.store.set_state(job, JobState::failed);
@@ -100,7 +100,7 @@ bool SessionRunner::launch(CJobNode& job, const SessionKind& kind) {
     Entry& entry = make_entry(job, kind);
     const Result began = entry.session->start();
     if (!began.ok() && places_ > 0) {
-        // A thread is free at the latest when one of the others ends.
+        // A thread becomes free when one of the others ends, at the latest.
         sessions_.erase(identity);
         return false;
     }
@@ -136,7 +136,7 @@ bool SessionRunner::start_waiting() {
     return any;
 }
 
-// The jobs that are looked after while their records go on waiting, as far as there is room.
+// Starts the jobs that are looked after while their records go on waiting, as far as there is room.
 void SessionRunner::start_beside() {
     if (stop_.requested() || !std::exchange(look_beside_, false)) return;
     std::vector<std::pair<CJobNode*, const SessionKind*>> found;
@@ -207,7 +207,7 @@ void SessionRunner::take_end_of(Entry& entry, const Guid& identity) {
     ends_.push_back(std::move(told));
 }
 
-// What was asked to end and needs nobody's attention any more.
+// Drops sessions that were asked to end and need no attention any more.
 void SessionRunner::reap() {
     std::erase_if(leaving_, [this](std::unique_ptr<Entry>& entry) {
         if (!entry->session->has_ended()) return false;
@@ -220,7 +220,7 @@ void SessionRunner::reap() {
     });
 }
 
-// Each is told once as one that need not be waited for, and goes on.
+// Reports each session once that need not be waited for any more; it goes on.
 void SessionRunner::settle() {
     if (stop_.requested()) return;
     for (auto& [identity, entry] : sessions_) {
@@ -261,7 +261,7 @@ std::vector<LogLine> SessionRunner::take_log() {
 void SessionRunner::tick() {
     look_beside_ = true;
     write_logs();
-    // The name of a file is what makes it found again after a crash.
+    // After a crash the file is found again by its name.
     const auto has_new_name = [](const auto& one) {
         Entry& entry = *one.second;
         return entry.kind->takes_place && entry.session->progress().path != entry.path;
@@ -301,7 +301,7 @@ void SessionRunner::stop_all() {
     stop_.request();
     std::vector<Guid> beside;
     for (const auto& [identity, entry] : sessions_) {
-        // What ends with the program was not stopped by a person: `stop_asked` stays as it is.
+        // A job that ends with the program was not stopped by a person, so `stop_asked` stays as it is.
         if (entry->kind->takes_place) entry->session->stop();
         if (!entry->kind->takes_place) beside.push_back(identity);
     }

@@ -25,7 +25,7 @@ namespace vantlow {
 /// One job that is looked after now.
 struct RunningJob {
     std::size_t number = 0;         ///< counted from 0 in the order of the starts
-    const CJobNode* job = nullptr;  ///< what the session works on; stays until the session ends
+    const CJobNode* job = nullptr;  ///< the session's own twin; stays until the session ends
     JobProgress progress;
 };
 
@@ -70,7 +70,7 @@ class SessionRunner {
         std::function<void()> wake;     ///< any thread: take_ends() has something
         bool gathers_log = false;       ///< take_log() is called
         bool keeps_state = true;        ///< beside partial files
-        NameKeeper* names = nullptr;    ///< whom sessions tell before they name a file; null: nobody
+        NameKeeper* names = nullptr;    ///< hears from sessions before they name a file; null: nobody does
         std::function<void()> serve{};  ///< called while an end is waited for: sessions may wait for it
     };
     explicit SessionRunner(Tools tools);
@@ -78,13 +78,13 @@ class SessionRunner {
     SessionRunner(const SessionRunner&) = delete;
     SessionRunner& operator=(const SessionRunner&) = delete;
 
-    /// From now on only jobs that name() named are run; without it every job that waits is.
+    /// From now on only jobs that name() named are run; without this call every waiting job is.
     void only_named() noexcept { only_named_ = true; }
     void name(const Guid& job) {
         named_.insert(job);
         look_beside_ = true;
     }
-    /// A job was filed that may wait.
+    /// States that a job was filed that may wait for its turn.
     void filed() noexcept { look_beside_ = true; }
     [[nodiscard]] bool is_named(const Guid& job) const { return named_.contains(job); }
 
@@ -92,18 +92,19 @@ class SessionRunner {
     bool start_waiting();
     /// Asks the job's session to end, where it has one. Returns at once.
     void stop(const Guid& job);
-    /// The job is to wait for its turn again once the session that was asked to end has ended.
+    /// Lets the job wait for its turn again once its stopped session has ended.
     bool start_again(const Guid& job);
-    /// Waits up to `at_most` for a session to end; serves nobody meanwhile.
+    /// Waits up to `at_most` for a session to end, without serving waiting sessions.
     void wait(std::chrono::milliseconds at_most);
     /// The sessions that ended or settled since the last call. Their records are up to date.
     std::vector<JobEnd> take_ends();
     std::vector<LogLine> take_log();
-    /// Once a second: logs to the disk, jobs that are looked after beside the others, names that were found.
+    /// To be called once a second: writes logs to the disk, and looks after the jobs beside the others and
+    /// the names that were found.
     void tick();
-    /// What the sessions that run have come to is noted among the changes.
+    /// Notes the progress of the running sessions among the changes.
     void note_progress();
-    /// The records of running jobs are brought to what may be saved.
+    /// Brings the records of running jobs up to what may be saved.
     void refresh_records();
     /// Waits a moment for an end, and serves.
     void wait_and_serve();
@@ -117,7 +118,7 @@ class SessionRunner {
     /// True while its record says that it runs.
     [[nodiscard]] bool takes_place(const Guid& job) const;
     [[nodiscard]] std::size_t running() const noexcept { return places_; }
-    /// Jobs that may start and have not.
+    /// The number of jobs that may start and have not.
     [[nodiscard]] std::size_t waiting() const;
     /// True while a session runs that has not settled, or a job waits that may start.
     [[nodiscard]] bool has_work() const;
@@ -125,7 +126,8 @@ class SessionRunner {
     [[nodiscard]] std::vector<SessionConnection> connections(const Guid& job) const;
     [[nodiscard]] std::vector<RunningJob> running_jobs() const;
     void write_logs();
-    /// The record of the job goes, and its log with it, also where a session of it has not ended yet.
+    /// The record of the job is removed, and its log with it, even where one of its sessions has not ended
+    /// yet.
     void remove_log(const Guid& job);
 
   private:
@@ -145,7 +147,7 @@ class SessionRunner {
     [[nodiscard]] bool may_run(const CJobNode& job) const {
         return !only_named_ || named_.contains(job.identity);
     }
-    /// One whose adding is not safe yet may still be taken back.
+    /// False for a job whose adding is not safe yet, because it may still be taken back.
     [[nodiscard]] bool may_begin(const CJobNode& job) const {
         return may_run(job) && !sessions_.contains(job.identity) && !tools_.store.is_unsettled(job);
     }
@@ -164,7 +166,7 @@ class SessionRunner {
     StopSource stop_;  ///< of all sessions here
     TransferServices services_;
     std::unordered_map<Guid, std::unique_ptr<Entry>, GuidHash> sessions_;
-    /// Sessions beside the others that were asked to end: their records are not theirs any more.
+    /// Sessions beside the others that were asked to end; their records do not belong to them any more.
     std::vector<std::unique_ptr<Entry>> leaving_;
     std::unordered_map<JobKind, std::size_t> beside_;  ///< sessions of each such kind
     std::unordered_set<Guid, GuidHash> named_;

@@ -1,5 +1,5 @@
-// The session of a torrent: its trackers are asked, its peers kept. Nobody fetches from peers yet, so that it
-// settles once every tracker was asked, and its record goes on waiting.
+// The session of a torrent: it asks the trackers and keeps the peers. Fetching from peers is not possible
+// yet, so the session settles once every tracker was asked, and its record goes on waiting.
 #include <algorithm>
 
 #include "base/text.h"
@@ -14,9 +14,9 @@
 namespace vantlow {
 namespace {
 
-// What is not known is more than nothing, so that trackers give seeders too.
+// The bytes left are unknown; a number above zero makes trackers return seeders too.
 constexpr std::int64_t left_unknown = 16384;
-// The log of a job is for reading: of a swarm's peers it shows the first.
+// The log of a job is for reading, so it shows only the first peers of a swarm.
 constexpr std::size_t most_logged = 100;
 
 class TorrentSession : public JobSession {
@@ -78,7 +78,7 @@ void TorrentSession::fail(const Result& why) {
 
 void TorrentSession::stop() noexcept {
     if (std::exchange(stopping_, true)) return;
-    announces_.ask_to_stop();  // who drives the sessions looks whether the trackers have answered
+    announces_.ask_to_stop();  // has_ended() then looks whether the trackers have answered
 }
 
 bool TorrentSession::has_ended() const noexcept {
@@ -127,8 +127,8 @@ void TorrentSession::look() {
 }
 
 std::string TorrentSession::summary() const {
-    return "Peers cannot be fetched from yet: the BitTorrent network's trackers were asked, " +
-           std::to_string(identity_.peers.size()) + " peers are known, the job waits.";
+    return "Downloading from the BitTorrent network is not possible yet: the trackers were asked, " +
+           std::to_string(identity_.peers.size()) + " peers are known, and the job waits.";
 }
 
 }  // namespace

@@ -33,7 +33,7 @@ bool CAMF0::Parse(const std::byte* bytes, std::size_t length) {
         if (values_->values.size() > 1) continue;
         const std::byte* behind_zeros = cursor;
         while (behind_zeros != end && *behind_zeros == std::byte{0}) ++behind_zeros;
-        // A single value, perhaps padded, is no message: it needs something to say beside its name.
+        // A single value, perhaps padded, is no message: a message has a value beside its name.
         if (behind_zeros == end) {
             values_->values.clear();
             return true;

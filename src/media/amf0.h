@@ -14,14 +14,14 @@
 
 namespace vantlow {
 
-/// What a look-up finds: a number, a boolean (0 or 1), a text, a date (ticks of 100 ns since 1601) or a
-/// container, which stays the body's.
+/// The result of a look-up: a number, a boolean (0 or 1), a text, a date (ticks of 100 ns since 1601) or a
+/// container, which the body goes on owning.
 using AmfFound = std::variant<double, std::int32_t, std::u16string, std::uint64_t, CAMFBase*>;
 
 class CAMF0 {
   public:
-    /// Reads a body; what an earlier one held is gone. False when something in it is no value. A body of no
-    /// more than one value, with or without zeros behind it, yields no values.
+    /// Reads a body in place of an earlier one. False when something in it is no value. A body of no more
+    /// than one value, with or without zeros behind it, yields no values.
     bool Parse(const std::byte* bytes, std::size_t length);
 
     /// The first entry with this name in the objects and mixed arrays at the top. False when there is none,

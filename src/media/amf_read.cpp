@@ -1,5 +1,5 @@
-// How values are read. Lengths and counts are believed only as far as there are bytes: nothing is reserved
-// by them.
+// Reading values. Lengths and counts are believed only as far as there are bytes: no memory is reserved by
+// them.
 #include "base/text.h"
 #include "media/amf_values.h"
 #include "media/big_endian.h"
@@ -159,7 +159,7 @@ bool CAMFMixedArray::read(AmfInput& input) {
         entry.name = std::make_unique<CAMFString>(std::u16string_view());
         const std::byte* const before = input.cursor;
         if (!entry.name->read(input)) {
-            // Metadata that was cut off: what is there counts.
+            // Metadata may be cut off; the values up to there count.
             input.cursor = before;
             return true;
         }

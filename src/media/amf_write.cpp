@@ -1,4 +1,4 @@
-// How values are written and shown.
+// Writing values, and showing them.
 #include <algorithm>
 #include <cmath>
 #include <limits>
@@ -7,7 +7,7 @@
 #include "base/text.h"
 #include "media/amf_values.h"
 #include "media/big_endian.h"
-#include "platform/local_date.h"
+#include "platform/local_text.h"
 
 namespace vantlow {
 namespace {
@@ -27,7 +27,8 @@ std::u16string indent(int level) {
     return std::u16string(2 * static_cast<std::size_t>(std::max(level, 0)), u' ');
 }
 
-// As an unsigned number, also from the upper half of its range; what has no place there wraps or is 2^63.
+// Converts to an unsigned number, also from the upper half of its range; a value without a place there wraps
+// or becomes 2^63.
 std::uint64_t to_unsigned(double value) noexcept {
     constexpr double half = 9223372036854775808.0;  // 2^63
     constexpr std::uint64_t half_bits = std::uint64_t{1} << 63U;
@@ -106,7 +107,7 @@ bool CAMFString::Write(CQoMemFile& stream) const {
     if (!text || (!is_short && type != amf::long_string && type != amf::xml)) return false;
     const std::string utf8 = to_utf8(*text);
     const std::size_t length_bytes = is_short ? 2 : 4;
-    // A length that does not hold would make garbage of everything behind it.
+    // A wrong length would make garbage of everything behind it.
     if (utf8.size() > (is_short ? 0xFFFF : 0xFFFFFFFF)) return false;
     if (has_marker) put_marker(stream, type);
     put_big(stream, utf8.size(), length_bytes);

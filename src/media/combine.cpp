@@ -4,12 +4,10 @@
 #include <utility>
 
 #include "base/text.h"
-#include "media/flv_join.h"
+#include "media/joins.h"
 #include "media/media_input.h"
-#include "media/media_kind.h"
 #include "media/media_output.h"
-#include "media/mp4_join.h"
-#include "platform/file_stamp.h"
+#include "platform/file_marks.h"
 #include "platform/thread.h"
 
 namespace vantlow {
@@ -37,7 +35,7 @@ std::int64_t total_size(const CombineJob& job) {
 
 Result join(const CombineJob& job, CombineControl& control, MediaOutput& output, CombineOutcome& outcome) {
     if (job.pieces.empty()) return {Code::unsupported, "no pieces to join"};
-    // What is written must not be what is read.
+    // The output must not be one of the inputs.
     for (const std::u16string& path : {job.output, MediaOutput::working_name(job.output)}) {
         if (is_one_of_the_pieces(path, job.pieces))
             return {Code::local_file, to_utf8(path) + ": the output is one of the pieces"};
@@ -57,7 +55,7 @@ Result join(const CombineJob& job, CombineControl& control, MediaOutput& output,
 void CombineControl::wrote(std::int64_t bytes) {
     written_ += bytes;
     if (total_ <= 0 || !listener_) return;
-    // As a fraction first: the product of large sizes would overflow.
+    // The fraction is computed first, because the product of large sizes would overflow.
     const double part = static_cast<double>(written_) / static_cast<double>(total_);
     const auto value = static_cast<std::uint32_t>(std::min(part, 1.0) * whole);
     if (value < told_ + combine_progress_step) return;

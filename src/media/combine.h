@@ -17,11 +17,11 @@
 
 namespace vantlow {
 
-/// What is joined. All pieces are of one kind, FLV or MP4; the first one tells which.
+/// The pieces of a join. All are of one kind, FLV or MP4; the first one decides which.
 struct CombineJob {
     std::vector<std::u16string> pieces;
-    /// Replaced when it is there, once the joined file is whole. Neither it nor `output + ".joining"`, which
-    /// has the bytes until then, is one of the pieces.
+    /// The output. An existing file of that name is replaced once the joined file is whole; until then the
+    /// bytes are in `output + ".joining"`. Neither of the two may be one of the pieces.
     std::u16string output;
 };
 
@@ -30,20 +30,20 @@ struct CombineOutcome {
     Result result;           ///< `stopped` when it was cancelled; after any failure there is no output
     std::int64_t bytes = 0;  ///< of the joined file
     double seconds = 0;      ///< its duration
-    std::vector<std::string> notes;  ///< what the person should know all the same, UTF-8 sentences
+    std::vector<std::string> notes;  ///< remarks for the person about a join that went well, UTF-8 sentences
     std::size_t skipped = 0;         ///< pieces that could not be opened, or not be read to their end
 };
 
-/// The message by which progress is told to a window: the first user message + 2, with the value (hundredths
-/// of a percent) as its first parameter.
+/// The message that carries progress to a window: the first user message + 2, with the value (hundredths of a
+/// percent) as its first parameter.
 inline constexpr std::uint32_t combine_progress_message = 1026;
-/// A value that has grown by less than this is not told.
+/// Progress that has grown by less than this is not reported.
 inline constexpr std::uint32_t combine_progress_step = 50;
 
 /// Receives combine_progress_message and a value from 0 to 10,000; called on the worker's thread.
 using CombineListener = std::function<void(std::uint32_t message, std::uint32_t value)>;
 
-/// What a running join shares with its surroundings: progress outwards, the wish to cancel inwards.
+/// The link between a running join and its surroundings: progress goes out, the wish to cancel comes in.
 class CombineControl {
   public:
     explicit CombineControl(CombineListener listener) : listener_(std::move(listener)) {}
@@ -52,11 +52,11 @@ class CombineControl {
     void cancel() noexcept { cancelled_.store(true, std::memory_order_relaxed); }
     [[nodiscard]] bool is_cancelled() const noexcept { return cancelled_.load(std::memory_order_relaxed); }
 
-    // Of the worker.
+    // These three are for the worker's thread.
     void begin(std::int64_t total_input) noexcept { total_ = total_input; }
-    /// Counts output bytes, and tells when they have moved the value far enough.
+    /// Counts output bytes, and reports progress when it has grown far enough.
     void wrote(std::int64_t bytes);
-    /// The last report: all is there.
+    /// Reports the end: all bytes are written.
     void finish() const;
 
   private:
@@ -67,7 +67,7 @@ class CombineControl {
     std::uint32_t told_ = 0;
 };
 
-/// Joins the pieces on the calling thread. The output's name appears when all is done.
+/// Joins the pieces on the calling thread. The output gets its name when all is done.
 CombineOutcome combine_media(const CombineJob& job, CombineControl& control);
 
 /// The same on a thread of its own, which starts with the object.
@@ -83,7 +83,7 @@ class CCombineMediaThread {
     void cancel() noexcept { control_.cancel(); }
     /// True as soon as it has ended; false when it has not within the time.
     bool wait_for(std::chrono::milliseconds time);
-    /// Waits for the end. Once.
+    /// Waits for the end; to be called once.
     CombineOutcome wait();
 
   private:

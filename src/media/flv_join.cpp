@@ -1,4 +1,4 @@
-#include "media/flv_join.h"
+#include "media/joins.h"
 
 #include <algorithm>
 #include <limits>
@@ -7,16 +7,15 @@
 #include "media/flv_metadata.h"
 #include "media/flv_tag.h"
 #include "media/media_input.h"
-#include "media/media_kind.h"
 
 namespace vantlow {
 namespace {
 
-// Fits the processor's caches, so that the heads are changed before the bytes have left them.
+// The buffer fits the processor's caches, so that the heads are changed before the bytes have left them.
 constexpr std::size_t buffer_size = 512 * 1024;
-// Metadata stands in front; who wants to know no more than the number of keyframes looks no further.
+// Metadata stands in front, so the count of keyframes is looked for no further than this.
 constexpr std::int64_t tags_before_metadata = 8;
-// More do not fit in the longest tag.
+// More keyframes do not fit in the longest tag.
 constexpr std::size_t most_keyframes = 1'000'000;
 
 class FlvJoiner {
@@ -68,8 +67,8 @@ Result FlvJoiner::write_head() {
     return metadata_ ? reserve_metadata() : Result{};
 }
 
-// Writes the metadata as large as that of the whole is going to be, as far as this can be told now: its index
-// will have as many keyframes as those of the pieces together.
+// Writes the metadata as large as the final one is going to be, as far as that is known now: its index will
+// have as many keyframes as those of all pieces together.
 Result FlvJoiner::reserve_metadata() {
     index_ = metadata_->has_keyframes();
     if (index_) {
@@ -108,7 +107,7 @@ Result FlvJoiner::join_piece(const MediaInput& input) {
         std::size_t taken = 0;
         if (Result result = take_tags(input, offset, bytes, taken); !result.ok()) return result;
         if (taken == 0) {
-            note(input, offset, "ends in the middle of a tag: its whole tags were taken");
+            note(input, offset, "ends in the middle of a tag; the whole tags before it were used");
             break;
         }
         offset += static_cast<std::int64_t>(taken);
@@ -117,8 +116,8 @@ Result FlvJoiner::join_piece(const MediaInput& input) {
     return {};
 }
 
-// Takes as many whole tags as stand in `bytes`, which were read at the offset; none where the first one goes
-// beyond the end of the piece.
+// Takes the whole tags at the beginning of `bytes`, which were read at the offset; none where the first tag
+// goes beyond the end of the piece.
 Result FlvJoiner::take_tags(const MediaInput& input, std::int64_t offset, std::span<std::byte> bytes,
                             std::size_t& taken) {
     std::size_t kept_from = 0;  // from here on to what is taken all is written
@@ -147,7 +146,7 @@ Result FlvJoiner::take_tags(const MediaInput& input, std::int64_t offset, std::s
     return write_kept();
 }
 
-// A tag that is longer than the buffer, which holds its beginning.
+// Takes a tag that is longer than the buffer, which holds its beginning.
 Result FlvJoiner::take_large_tag(const MediaInput& input, std::int64_t offset, const FlvTag& tag,
                                  std::span<std::byte> bytes) {
     if (tag.type == flv::script) take_script(input, offset, tag);
@@ -178,7 +177,7 @@ void FlvJoiner::take_media(FlvTag tag, std::span<std::byte> bytes, std::int64_t 
 }
 
 void FlvJoiner::take_script(const MediaInput& input, std::int64_t offset, const FlvTag& tag) {
-    constexpr double longest = 1e9;  // seconds: nonsense that must not spoil the times of all that follows
+    constexpr double longest = 1e9;  // seconds: a wrong duration must not spoil the times of all later pieces
     const auto metadata = FlvMetadata::read(input, offset, tag);
     const auto duration = metadata ? metadata->duration() : std::nullopt;
     if (duration && *duration > 0 && *duration < longest) piece_duration_ += *duration;
@@ -221,11 +220,11 @@ Result FlvJoiner::run() {
             continue;
         }
         if (input.size() < static_cast<std::int64_t>(flv::file_header)) {
-            note(input, 0, "shorter than the head of an FLV file: nothing was taken from it");
+            note(input, 0, "shorter than the head of an FLV file; it was skipped");
             continue;
         }
         if (media_kind(input) != MediaKind::flv)
-            return input.damaged(0, "this piece is no FLV file as the first one is");
+            return input.damaged(0, "this piece is not an FLV file like the first one");
         if (Result result = join_piece(input); !result.ok()) return result;
         if (control_.is_cancelled()) return Code::stopped;
     }

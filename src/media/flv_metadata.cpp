@@ -5,7 +5,7 @@
 namespace vantlow {
 namespace {
 
-// An index of keyframes for days is shorter; the values of a longer body would take much memory.
+// An index of keyframes for days of film is shorter, and the values of a longer body would take much memory.
 constexpr std::uint32_t longest_body = 4 * 1024 * 1024;
 
 bool is_metadata(const CAMF0& body) {

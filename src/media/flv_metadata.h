@@ -12,7 +12,7 @@
 
 namespace vantlow {
 
-/// What a joined file's metadata says of the whole.
+/// The facts about the whole that a joined file's metadata holds.
 struct FlvTotals {
     double duration = 0;  ///< seconds
     std::int64_t file_size = 0;
@@ -37,7 +37,7 @@ class FlvMetadata {
     [[nodiscard]] bool has_keyframes() const;
     /// How many keyframes the index names; 0 when there is none.
     [[nodiscard]] std::size_t keyframe_count() const;
-    /// Sets those entries that stand there already.
+    /// Sets the entries that exist already; adds none.
     void set_totals(const FlvTotals& totals);
 
     /// The whole tag as it was read.

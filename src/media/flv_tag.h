@@ -40,7 +40,7 @@ void set_flv_timestamp(std::byte* header, std::uint32_t timestamp) noexcept;
 /// True when the first bytes of a video tag's data say that it can be decoded by itself. A codec's
 /// configuration alone is no picture.
 bool is_flv_keyframe(std::span<const std::byte> data) noexcept;
-/// So many bytes of data tell that.
+/// The number of bytes that is_flv_keyframe needs.
 inline constexpr std::size_t flv_keyframe_bytes = 2;
 
 /// The next whole tag of an input at the offset, head only; none where it would not fit before the end.

@@ -1,4 +1,4 @@
-// A piece of media, open for reading.
+// A piece of media, open for reading, and which container it is.
 #pragma once
 
 #include <cstddef>
@@ -25,10 +25,10 @@ class MediaInput {
 
     /// Fills `into` from the offset on; false when the file ends before or cannot be read.
     [[nodiscard]] bool read(std::int64_t offset, std::span<std::byte> into) const noexcept;
-    /// What a failed read means.
+    /// The result for a read that failed at this offset.
     [[nodiscard]] Result read_failure(std::int64_t offset) const;
-    /// A failure that names the piece and the place; where the piece could not be read, that is what is wrong
-    /// with it.
+    /// A failure that names the piece and the place. Where the piece could not be read, that is the failure
+    /// instead.
     [[nodiscard]] Result damaged(std::int64_t offset, std::string_view what) const;
 
   private:
@@ -54,5 +54,11 @@ class InputWindow {
     std::int64_t start_ = 0;
     std::size_t filled_ = 0;
 };
+
+enum class MediaKind { flv, mp4, other };
+
+/// By the first bytes: "FLV", or a box that a file of the ISO base media family (ISO/IEC 14496-12) may begin
+/// with.
+MediaKind media_kind(const MediaInput& input);
 
 }  // namespace vantlow

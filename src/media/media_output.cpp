@@ -15,7 +15,7 @@ constexpr std::int64_t move_step = 1024 * 1024;
 MediaOutput::~MediaOutput() {
     if (!file_.is_open()) return;
     file_.close();
-    (void)remove_file(working_name_);  // nobody is left to tell
+    (void)remove_file(working_name_);  // a failure cannot be reported any more
 }
 
 Result MediaOutput::failure(const FileError& error) const {
@@ -31,11 +31,11 @@ Result MediaOutput::open(const std::u16string& name) {
     }
     File file;
     if (Result result = failure(file.open(working_name_, OpenMode::write)); !result.ok()) return result;
-    // Another run may have given its file the final name in between: that one is not to be touched.
+    // Another run may have given its file the final name in between; that file must not be touched.
     if (!file.try_lock() || path_kind(working_name_) != PathKind::file)
         return {Code::local_file, to_utf8(working_name_) + ": another run is writing it"};
     file_ = std::move(file);
-    // An empty file is not emptied: some file systems write all of an emptied one to the disk when it is
+    // An empty file is not truncated: some file systems write all of a truncated file to the disk when it is
     // closed.
     return file_.size() == 0 ? Result{} : failure(file_.resize(0));
 }
@@ -61,7 +61,7 @@ Result MediaOutput::shift(std::int64_t offset, std::int64_t by) {
     const std::int64_t total = position_ - offset;
     for (std::int64_t moved = 0; moved < total;) {
         const std::int64_t count = std::min(move_step, total - moved);
-        // Each part is out of the way before another takes its place.
+        // Each part is moved out of the way before another takes its place.
         const std::int64_t from = by > 0 ? position_ - moved - count : offset + moved;
         const auto part = std::span(bytes).first(static_cast<std::size_t>(count));
         std::size_t got = 0;
@@ -76,12 +76,12 @@ Result MediaOutput::shift(std::int64_t offset, std::int64_t by) {
 }
 
 Result MediaOutput::commit() {
-    // On the disk before it has its name: a power cut must not leave a whole name with half a film.
+    // The bytes are flushed before the rename: a power cut must not leave half a film under the final name.
     if (Result result = failure(file_.flush()); !result.ok()) return result;
     file_.close();
     const FileError error = rename_replace(working_name_, name_);
     if (error.ok()) return {};
-    (void)remove_file(working_name_);  // the first failure is the one to tell
+    (void)remove_file(working_name_);  // the first failure is the one that is reported
     return {Code::local_file, to_utf8(name_) + ": " + error.text(), error.system_error};
 }
 

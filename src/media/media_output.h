@@ -1,4 +1,4 @@
-// The file that is being joined.
+// The file that a join writes.
 #pragma once
 
 #include <cstddef>
@@ -11,8 +11,8 @@
 
 namespace vantlow {
 
-/// Written as `name + ".joining"`, which takes the final name when all is there and goes away otherwise. For
-/// one thread.
+/// A file that is written as `name + ".joining"`. It takes its final name when it is whole, and is removed
+/// otherwise. One thread.
 class MediaOutput {
   public:
     MediaOutput() = default;
@@ -21,7 +21,7 @@ class MediaOutput {
     MediaOutput(const MediaOutput&) = delete;
     MediaOutput& operator=(const MediaOutput&) = delete;
 
-    /// What a file is called until it is whole.
+    /// The name of a file until it is whole.
     static std::u16string working_name(const std::u16string& name) { return name + u".joining"; }
 
     Result open(const std::u16string& name);
@@ -29,12 +29,12 @@ class MediaOutput {
     Result write(std::span<const std::byte> bytes);
     /// Appends a range of another file, inside the system where it can do that. The range must be there.
     Result copy(const File& from, std::int64_t offset, std::int64_t count);
-    /// Over what is there already.
+    /// Overwrites bytes that were written before.
     Result write_at(std::int64_t offset, std::span<const std::byte> bytes);
     /// Moves everything from the offset on by so many bytes, towards the end or (negative) the beginning,
     /// and the end of the file with it.
     Result shift(std::int64_t offset, std::int64_t by);
-    /// Where the next byte is appended: the size so far.
+    /// The place at which the next byte is appended: the size so far.
     [[nodiscard]] std::int64_t position() const noexcept { return position_; }
     /// Leaves a gap that write_at fills later.
     void skip(std::int64_t count) noexcept { position_ += count; }

@@ -9,7 +9,6 @@
 #include "media/big_endian.h"
 #include "media/flv_metadata.h"
 #include "media/media_input.h"
-#include "media/media_kind.h"
 #include "media/mp4_descriptions.h"
 #include "media/mp4_scan.h"
 
@@ -73,7 +72,7 @@ std::string language_of(std::uint16_t packed) {
     return is_text ? letters : "und";
 }
 
-// Of the track header and of the first sample entry.
+// Adds the properties of the track header and of the first sample entry.
 void add_shape(const Mp4Track& track, std::vector<MediaProperty>& properties) {
     const std::vector<std::byte>& entry = track.descriptions.front();
     if (track.kind == fourcc("vide")) {

@@ -1,4 +1,4 @@
-// What a media file says of itself.
+// Facts that a media file states about itself.
 #pragma once
 
 #include <optional>

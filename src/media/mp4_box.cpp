@@ -1,5 +1,8 @@
 #include "media/mp4_box.h"
 
+#include <string>
+#include <utility>
+
 #include "media/big_endian.h"
 
 namespace vantlow {
@@ -7,6 +10,8 @@ namespace {
 
 constexpr std::size_t short_header = 8;
 constexpr std::size_t long_header = 16;
+
+constexpr std::int64_t most_held = 64 * 1024 * 1024;
 
 }  // namespace
 
@@ -41,7 +46,7 @@ bool BoxWalker::next(Mp4Box& box) {
     }
     if (size < static_cast<std::uint64_t>(box.body - at_) || size > static_cast<std::uint64_t>(end_ - at_)) {
         failure_ = input.damaged(at_, "the box \"" + fourcc_text(box.type) +
-                                          "\" goes beyond the end of what it stands in, or is no box");
+                                          "\" extends beyond its surroundings, or is not a box");
         return false;
     }
     at_ += static_cast<std::int64_t>(size);
@@ -74,6 +79,33 @@ Outcome<std::vector<std::byte>> read_range(const MediaInput& input, std::int64_t
     std::vector<std::byte> bytes(static_cast<std::size_t>(end - begin));
     if (!input.read(begin, bytes)) return input.read_failure(begin);
     return bytes;
+}
+
+bool BoxReader::load(const Mp4Box& box, Bytes& whole, std::size_t least_body, std::int64_t largest) {
+    if (box.body_size() < static_cast<std::int64_t>(least_body))
+        return fail(box.offset, "a box that is too short");
+    held_ += box.end - box.offset;
+    if (held_ > most_held) return fail(box.offset, "too much in the movie box");
+    auto bytes = read_range(input, box.offset, box.end, largest);
+    if (!bytes) {
+        failure = bytes.failure();
+        return false;
+    }
+    whole = *std::move(bytes);
+    // A size of 0 means "up to the end of the surroundings", which lies elsewhere where the box is written
+    // again.
+    if (load_u32(whole.data()) == 0) store_big(whole.data(), whole.size(), 4);
+    return true;
+}
+
+bool BoxReader::load(const Mp4Box& parent, std::string_view path, Bytes& whole, std::size_t least_body) {
+    Mp4Box box;
+    return find(parent, path, box) && load(box, whole, least_body);
+}
+
+bool BoxReader::need(const Mp4Box& parent, std::string_view path, Bytes& whole, std::size_t least_body) {
+    if (load(parent, path, whole, least_body)) return true;
+    return failure.ok() ? fail(parent.offset, "the box \"" + std::string(path) + "\" is missing") : false;
 }
 
 }  // namespace vantlow

@@ -1,4 +1,4 @@
-// Boxes, of which MP4 files consist (ISO/IEC 14496-12, 4.2).
+// Boxes, of which MP4 files consist (ISO/IEC 14496-12, 4.2), and reading a file box by box.
 #pragma once
 
 #include <cstddef>
@@ -64,5 +64,38 @@ std::span<const std::byte> body_of(const std::vector<std::byte>& whole) noexcept
 /// All bytes of a range; a failure where it is longer than `at_most` or cannot be read.
 Outcome<std::vector<std::byte>> read_range(const MediaInput& input, std::int64_t begin, std::int64_t end,
                                            std::int64_t at_most);
+
+/// Reads boxes of one input, which outlives it. Each operation returns false after it has set the failure.
+class BoxReader {
+  public:
+    using Bytes = std::vector<std::byte>;
+    static constexpr std::int64_t largest_small_box = std::int64_t{1024} * 1024;
+
+    explicit BoxReader(const MediaInput& read_from) : input(read_from), window(read_from) {}
+
+    bool fail(std::int64_t offset, std::string_view what) {
+        failure = input.damaged(offset, what);
+        return false;
+    }
+    /// False, without a failure, also where there is no such box.
+    bool find(const Mp4Box& parent, std::string_view path, Mp4Box& found) {
+        return find_box(window, parent, path, found, failure);
+    }
+    /// Loads a whole box into memory, in a form that can be written again. Such boxes are few and small in
+    /// all sensible films; together they may have at most 64 MiB.
+    bool load(const Mp4Box& box, Bytes& whole, std::size_t least_body,
+              std::int64_t largest = largest_small_box);
+    /// Loads a box that may be absent; then it returns false without a failure.
+    bool load(const Mp4Box& parent, std::string_view path, Bytes& whole, std::size_t least_body = 0);
+    /// Loads a box that must exist.
+    bool need(const Mp4Box& parent, std::string_view path, Bytes& whole, std::size_t least_body);
+
+    const MediaInput& input;
+    InputWindow window;
+    Result failure;
+
+  private:
+    std::int64_t held_ = 0;  ///< bytes of all boxes that were loaded
+};
 
 }  // namespace vantlow

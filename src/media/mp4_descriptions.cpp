@@ -11,15 +11,15 @@ namespace {
 
 constexpr std::size_t entry_header = 16;  // box header, reserved, index of the data reference
 
-// A number in an entry that tells about bit rates.
+// A number in an entry that gives a bit rate.
 struct RateField {
     std::size_t at = 0;
     std::size_t size = 0;
     bool operator==(const RateField&) const = default;
 };
 
-// Where the body of a box inside an entry begins; 0 when there is none. Entries have fields of many layouts
-// in front of their boxes, so the type is looked for.
+// Returns where the body of a box inside an entry begins; 0 when there is none. The fields in front of an
+// entry's boxes have many layouts, so the type is searched for.
 std::size_t find_inside(const std::vector<std::byte>& entry, FourCC type) {
     for (std::size_t at = entry_header; at + 8 <= entry.size(); ++at) {
         const std::uint32_t size = load_u32(entry.data() + at);
@@ -38,7 +38,8 @@ std::size_t enter_descriptor(const std::vector<std::byte>& entry, std::size_t at
     return at + 1;
 }
 
-// Where the decoder configuration of an MPEG-4 entry begins: object type, stream type, buffer size, rates.
+// Returns where the decoder configuration of an MPEG-4 entry begins: object type, stream type, buffer size,
+// rates.
 std::size_t find_decoder(const std::vector<std::byte>& entry) {
     constexpr std::size_t decoder_fields = 13;
     const std::size_t body = find_inside(entry, fourcc("esds"));
@@ -70,7 +71,7 @@ std::vector<std::byte> without_rates(std::vector<std::byte> entry, const std::ve
     return entry;
 }
 
-// Takes the greater of two entries' rates over into the first one.
+// Writes the greater of two entries' rates into the first one.
 void raise_rates(std::vector<std::byte>& entry, const std::vector<std::byte>& other,
                  const std::vector<RateField>& fields) {
     for (const RateField& field : fields) {
@@ -81,7 +82,7 @@ void raise_rates(std::vector<std::byte>& entry, const std::vector<std::byte>& ot
 }
 
 FourCC family_of(FourCC format) noexcept {
-    // With the parameter sets in the entry, or in the samples.
+    // These formats are one codec, with the parameter sets in the entry or in the samples.
     if (format == fourcc("avc3") || format == fourcc("avc2") || format == fourcc("avc4"))
         return fourcc("avc1");
     if (format == fourcc("hev1")) return fourcc("hvc1");

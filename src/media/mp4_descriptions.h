@@ -10,7 +10,7 @@
 
 namespace vantlow {
 
-/// Which codec a sample entry is for, as far as it takes to tell different ones apart.
+/// The codec of a sample entry, precisely enough to tell different codecs apart.
 struct Mp4Codec {
     FourCC format = 0;             ///< the entry's type
     std::uint8_t object_type = 0;  ///< of MPEG-4 entries (ISO/IEC 14496-1): AAC, MP3, ...
@@ -26,9 +26,9 @@ Mp4Codec codec_of(const std::vector<std::byte>& entry);
 /// The sample descriptions of one joined track.
 class DescriptionList {
   public:
-    /// The index (from 1) of the entry in the list, to which it is added unless there is one like it. Entries
-    /// that differ only in what they say about bit rates are alike; the greater rate is kept. None (0) when
-    /// it is of another codec than the first one.
+    /// Returns the index (from 1) of the entry in the list, and adds it unless there is one like it. Entries
+    /// that differ only in their bit rates are alike; the greater rate is kept. Returns 0 when it has another
+    /// codec than the first entry.
     std::uint32_t add(const std::vector<std::byte>& entry);
     [[nodiscard]] const std::vector<std::vector<std::byte>>& entries() const noexcept { return entries_; }
 

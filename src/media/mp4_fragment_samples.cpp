@@ -110,7 +110,7 @@ bool FragmentSamples::read_header(const Mp4Box& moof, const Mp4Box& traf, std::o
     read(has_default_size, 4, result.defaults.size);
     read(has_default_flags, 4, result.defaults.flags);
     if (result.defaults.description == 0 || result.defaults.description > found->descriptions.size()) {
-        return fail(box.offset, "samples with a description that is not there");
+        return fail(box.offset, "samples whose description is missing");
     }
     if (result.base < 0 || result.base > input_.size())
         return fail(box.offset, "samples lie beyond the end of the file");
@@ -118,7 +118,7 @@ bool FragmentSamples::read_header(const Mp4Box& moof, const Mp4Box& traf, std::o
     return true;
 }
 
-// Fragments tell when they begin: a gap is left as it is, an overlap is not.
+// Fragments state when they begin: a gap stays as it is, an overlap is removed.
 bool FragmentSamples::read_time(const Mp4Box& traf, const Fragment& fragment) {
     Mp4Box box;
     auto& zero = zeros_[fragment.track];
@@ -135,7 +135,7 @@ bool FragmentSamples::read_time(const Mp4Box& traf, const Fragment& fragment) {
     const std::uint64_t told = is_long ? load_u64(time) : load_u32(time + 4);
     if (told > static_cast<std::uint64_t>(longest_media_time)) return fail(box.offset, "an impossible time");
     const auto start = static_cast<std::int64_t>(told);
-    // A fragment of a track without samples, as some writers begin with, says nothing of the first one.
+    // Some writers begin with a fragment without samples of a track; it says nothing about the first sample.
     if (!zero || !begun_[fragment.track]) {
         zero = start - next;
         sink_.begins_at(fragment.track, *zero);
@@ -186,7 +186,7 @@ bool FragmentSamples::take(const Fragment& fragment, const Mp4Box& box, SampleRu
     }
     samples.offset = data_end_;
     samples.decode_time = next;
-    // Writers that do not know how long a fragment's last sample lasts say 0; times rise all the same.
+    // Writers that do not know how long a fragment's last sample lasts write 0; times rise all the same.
     samples.duration = std::max(samples.duration, 1U);
     data_end_ += static_cast<std::int64_t>(bytes);
     const std::uint64_t length = std::uint64_t{samples.duration} * samples.count;
@@ -259,7 +259,8 @@ bool FragmentSamples::walk_track(const Mp4Box& moof, const Mp4Box& traf) {
 }
 
 bool FragmentSamples::walk_fragment(const Mp4Box& moof) {
-    // Where nothing else is said the first track's data is counted from the fragment, the others' goes on.
+    // Without a statement of its own the first track's data is counted from the fragment, and the others'
+    // data follows.
     data_end_ = moof.offset;
     BoxWalker walker(window_, moof);
     Mp4Box box;

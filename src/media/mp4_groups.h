@@ -16,7 +16,7 @@ struct JoinedGroups {
     std::vector<std::vector<std::byte>> entries;
 };
 
-/// How a piece's groups of one type are called in the joined track.
+/// The mapping of a piece's groups of one type to the joined track's.
 struct GroupMapping {
     int source = -1;                     ///< which of the piece's types; -1: the piece has none of this one
     std::vector<std::uint32_t> indices;  ///< joined index of the piece's; both from 1, 0 stays 0
@@ -28,8 +28,8 @@ struct GroupMapping {
 /// The groups of one joined track.
 class GroupList {
   public:
-    /// Takes over a piece's descriptions, each that is like an earlier one as that one. One mapping for each
-    /// joined type that is known so far.
+    /// Adds a piece's descriptions, mapping each that is like an earlier one to that one. Returns one mapping
+    /// for each joined type that is known so far.
     std::vector<GroupMapping> add(const std::vector<Mp4Groups>& groups);
     [[nodiscard]] const std::vector<JoinedGroups>& groups() const noexcept { return groups_; }
 

@@ -1,4 +1,4 @@
-#include "media/mp4_join.h"
+#include "media/joins.h"
 
 #include <algorithm>
 #include <array>
@@ -127,7 +127,7 @@ Result Mp4Joiner::write_movie() {
     if (long_offsets) boxes = build(true);
     if (!boxes.fits()) return {Code::unsupported, "the movie box would become larger than 4 GiB"};
 
-    // Large media begins at a block's beginning, which the pieces' places in it count on.
+    // Large media begins at the beginning of a block; the pieces' places in it were computed for that.
     if (plan_.media_size() >= large_media) {
         const std::int64_t behind = boxes.size() + 8 + media_header;
         boxes.begin("free");
@@ -145,7 +145,7 @@ Result Mp4Joiner::write_movie() {
     return output_.write(head.bytes());
 }
 
-// Writes what was built, then the tables into its holes.
+// Writes the boxes, then the tables into their holes.
 Result Mp4Joiner::write_tables(const BoxBuilder& boxes, std::int64_t media_position, bool long_offsets) {
     std::vector<std::array<std::int64_t, mp4_table_count>> positions(plan_.tracks.size());
     std::size_t written = 0;
@@ -182,7 +182,7 @@ Result Mp4Joiner::copy_media() {
             output_.skip(begin + piece.media_start + range.target - output_.position());
             for (std::int64_t at = range.begin; at < range.end;) {
                 if (control_.is_cancelled()) return Code::stopped;
-                // Up to a block's beginning first, from where whole blocks go on.
+                // The first copy goes up to the beginning of a block; from there whole blocks follow.
                 const std::int64_t count = std::min(copy_step - at % media_alignment, range.end - at);
                 if (Result result = output_.copy(input.file(), at, count); !result.ok()) return result;
                 control_.wrote(count);

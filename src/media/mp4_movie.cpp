@@ -133,7 +133,7 @@ void MovieWriter::put_references(const JoinedTrackBoxes& track) {
                 });
             if (there) kept.put(load_u32(&body[id]), 4);
         }
-        if (kept.bytes().size() == before + 8) return;  // nothing that is left would be referred to
+        if (kept.bytes().size() == before + 8) return;  // no reference is left
         kept.end();
         at += size;
     }
@@ -155,7 +155,7 @@ void MovieWriter::put_edits(const JoinedTrackBoxes& track) {
     boxes_.put(edits.size(), 4);
     std::int64_t shown = 0;
     for (const EditSpan& edit : edits) {
-        // Each end is rounded by itself, so that nothing adds up.
+        // Each end is rounded by itself, so that no error adds up.
         const std::int64_t before = in_movie(shown, track);
         shown += edit.duration;
         boxes_.put(static_cast<std::uint64_t>(in_movie(shown, track) - before), width);
@@ -313,7 +313,7 @@ void put_file_type(BoxBuilder& boxes, bool is_quicktime) {
     boxes.put(fourcc(brands), 4);  // the major one
     boxes.put(1, 4);               // its version
     for (std::size_t at = 0; at < brands.size(); at += 4) boxes.put(fourcc(brands.substr(at)), 4);
-    // Sound is described in another way there, which readers must be told.
+    // QuickTime describes sound in another way, which readers must know.
     if (is_quicktime) boxes.put(fourcc("qt  "), 4);
     boxes.end();
 }

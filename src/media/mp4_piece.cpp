@@ -4,7 +4,6 @@
 #include <utility>
 
 #include "media/big_endian.h"
-#include "media/mp4_sample_table.h"
 
 namespace vantlow {
 namespace {
@@ -55,7 +54,7 @@ bool PieceReader::read_type(const Mp4Box& box) {
     return true;
 }
 
-// Looks over the boxes of the file.
+// Reads the boxes at the top of the file.
 bool PieceReader::read_file(Mp4Box& movie) {
     BoxWalker walker(boxes_.window, whole_file(boxes_.input));
     Mp4Box box;
@@ -71,7 +70,8 @@ bool PieceReader::read_file(Mp4Box& movie) {
     boxes_.failure = walker.failure();
     if (!boxes_.failure.ok()) return false;
     if (!has_type) piece_.is_quicktime = true;
-    return movie.type != 0 || boxes_.fail(0, "there is no movie box: no MP4 file, or its end is missing");
+    return movie.type != 0 ||
+           boxes_.fail(0, "there is no movie box: this is not an MP4 file, or its end is missing");
 }
 
 bool PieceReader::read_movie(const Mp4Box& movie) {
@@ -98,7 +98,7 @@ bool PieceReader::read_movie(const Mp4Box& movie) {
                 track.kind == fourcc("hint") ||
                 std::any_of(track.descriptions.begin(), track.descriptions.end(),
                             [](const Bytes& entry) { return load_u32(entry.data() + 4) == fourcc("rtp "); });
-            // How to send a track over a network: nothing that could be played.
+            // A hint track says how to send another track over a network; it cannot be played.
             if (!is_hint) piece_.tracks.push_back(std::move(track));
         } else if (box.type == fourcc("udta") || box.type == fourcc("meta")) {
             if (!read_user_data(box)) return false;
@@ -112,7 +112,7 @@ bool PieceReader::read_movie(const Mp4Box& movie) {
 }
 
 bool PieceReader::read_user_data(const Mp4Box& box) {
-    // What is too large is left out: title and cover are no reason to fail.
+    // User data that is too large is left out: a title or a cover is no reason to fail.
     if (box.end - box.offset > largest_user_data - user_data_) return true;
     user_data_ += box.end - box.offset;
     return boxes_.load(box, piece_.user_data.emplace_back(), 0, largest_user_data);
@@ -141,7 +141,7 @@ bool PieceReader::read_track(const Mp4Box& box, Mp4Track& track) {
     Mp4Box table;
     if (!read_headers(box, track) || !read_edits(box, track)) return false;
     if (!boxes_.find(box, "mdia/minf", info) || !boxes_.find(info, "stbl", table)) {
-        return boxes_.failure.ok() ? boxes_.fail(box.offset, "a track without samples' tables") : false;
+        return boxes_.failure.ok() ? boxes_.fail(box.offset, "a track without sample tables") : false;
     }
     return read_references(info) && read_media_header(info, track) && read_sample_table(boxes_, table, track);
 }

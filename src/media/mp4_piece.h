@@ -1,5 +1,5 @@
-// What an MP4 file says of its tracks (ISO/IEC 14496-12, 8). Tables of samples stay in the file: only their
-// places are kept.
+// The facts that an MP4 file states about its tracks (ISO/IEC 14496-12, 8). Tables of samples stay in the
+// file; only their places are kept.
 #pragma once
 
 #include <cstddef>
@@ -19,7 +19,7 @@ struct Mp4Table {
     bool present = false;
 };
 
-/// An entry of an edit list: what of the media is shown next.
+/// An entry of an edit list: the next part of the media that is shown.
 struct Mp4Edit {
     std::int64_t duration = 0;    ///< in ticks of the movie; 0 in the last one may mean: to the end
     std::int64_t media_time = 0;  ///< in ticks of the track; -1: nothing is shown
@@ -35,7 +35,7 @@ struct Mp4Groups {
     Mp4Table map;  ///< sample_count, group_description_index
 };
 
-/// What holds for the samples of a track's fragments unless they say otherwise.
+/// The defaults for the samples of a track's fragments.
 struct Mp4FragmentDefaults {
     std::uint32_t description = 1;
     std::uint32_t duration = 0;
@@ -86,11 +86,16 @@ struct Mp4Piece {
     std::vector<Mp4Track> tracks;  ///< without hint tracks
 };
 
-/// Sample groups of so many types a track are kept.
+/// The number of types of sample groups that are kept for a track.
 inline constexpr std::size_t most_groups = 4;
 
-/// Reads the movie box and what stands beside it. Fails, naming the place, for what is damaged, encrypted,
-/// compressed or keeps its media elsewhere.
+/// Reads the movie box and the boxes beside it. Fails, naming the place, for a piece that is damaged,
+/// encrypted, compressed or keeps its media in another file.
 Outcome<Mp4Piece> read_mp4_piece(const MediaInput& input);
+
+/// The step of read_mp4_piece that reads a track's sample table, the box "stbl" (ISO/IEC 14496-12, 8.5
+/// to 8.9): sample descriptions and groups of samples are copied, of the tables only the places are kept.
+/// False after the reader's failure was set.
+bool read_sample_table(BoxReader& boxes, const Mp4Box& table, Mp4Track& track);
 
 }  // namespace vantlow

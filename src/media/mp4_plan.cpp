@@ -7,7 +7,7 @@
 #include <utility>
 
 #include "base/text.h"
-#include "media/media_kind.h"
+#include "media/media_input.h"
 #include "media/mp4_samples.h"
 
 namespace vantlow {
@@ -41,12 +41,12 @@ class Mp4Planner {
     Mp4Plan plan_;
 };
 
-// What a piece consists of.
+// Reads the structure of a piece.
 Result Mp4Planner::look_at(const std::u16string& path) {
     MediaInput input;
     if (Result result = input.open(path); !result.ok()) return result;
     if (media_kind(input) != MediaKind::mp4)
-        return input.damaged(0, "this piece is no MP4 file as the first one is");
+        return input.damaged(0, "this piece is not an MP4 file like the first one");
     auto movie = read_mp4_piece(input);
     if (!movie) return movie.failure();
     auto scan = scan_mp4_piece(input, *movie, control_);
@@ -63,7 +63,7 @@ Result Mp4Planner::look_at(const std::u16string& path) {
     return {};
 }
 
-// The joined track for the piece's track: the one of the same kind and order, or a new one.
+// Returns the joined track for the piece's track: the one of the same kind and order, or a new one.
 std::size_t Mp4Planner::joined_track_for(const JoinedPiece& piece, std::size_t track, std::size_t order) {
     const Mp4Track& source = piece.movie.tracks[track];
     const auto kind_of = [&](const JoinedTrack& joined) {
@@ -115,8 +115,8 @@ Result Mp4Planner::match_tracks(const MediaInput& input, JoinedPiece& piece) {
     return {};
 }
 
-// Whether tables can say how long each sample of each piece lasts, and how late it is shown, when time is
-// counted so.
+// True when tables that count time in this unit can express how long each sample of each piece lasts, and how
+// late it is shown.
 bool Mp4Planner::fits(std::size_t track, std::uint64_t timescale) const {
     for (const JoinedPiece& piece : plan_.pieces) {
         for (std::size_t i = 0; i < piece.joined.size(); ++i) {
@@ -128,7 +128,8 @@ bool Mp4Planner::fits(std::size_t track, std::uint64_t timescale) const {
     return true;
 }
 
-// The one in which all pieces' times are whole numbers; where that would be too fine, the finest of theirs.
+// Chooses the time scale in which all pieces' times are whole numbers; where that would be too fine, the
+// finest of theirs.
 void Mp4Planner::choose_timescale(std::size_t track) {
     std::uint64_t common = 1;
     std::uint64_t finest = 1;

@@ -1,4 +1,4 @@
-// What MP4 pieces become together: which of their tracks belong to one another, and when each piece begins.
+// The plan of a join of MP4 pieces: which of their tracks belong together, and when each piece begins.
 #pragma once
 
 #include <cstddef>
@@ -21,7 +21,7 @@ struct JoinedPiece {
     std::int64_t size = 0;  ///< of the file
     Mp4Piece movie;
     PieceScan scan;
-    std::vector<std::size_t> joined;  ///< which of the joined tracks it belongs to
+    std::vector<std::size_t> joined;  ///< the number of the joined track that each track belongs to
     std::vector<std::vector<std::uint32_t>> descriptions;
     std::vector<std::vector<GroupMapping>> groups;
     std::int64_t media_start = 0;  ///< of its ranges among all
@@ -46,12 +46,12 @@ struct Mp4Plan {
     [[nodiscard]] std::int64_t media_size() const noexcept {
         return pieces.empty() ? 0 : pieces.back().media_start + pieces.back().scan.ranges.size();
     }
-    /// How a track of a piece becomes a part of the joined one. Points into the plan.
+    /// The way in which a track of a piece becomes a part of the joined one. Points into the plan.
     [[nodiscard]] TrackMapping mapping(std::size_t piece, std::size_t track) const;
 };
 
-/// Goes through the samples of all pieces once. Fails for pieces that cannot be joined; Code::stopped when it
-/// was cancelled. A plan has pieces, tracks and samples.
+/// Reads the samples of all pieces once. Fails for pieces that cannot be joined, with Code::stopped when it
+/// was cancelled. A plan always has pieces, tracks and samples.
 Outcome<Mp4Plan> plan_mp4(const std::vector<std::u16string>& paths, const CombineControl& control);
 
 }  // namespace vantlow

@@ -17,7 +17,7 @@ void MediaRanges::add(std::int64_t begin, std::int64_t end) {
     }
     if (ranges_.size() == most_) {
         join(gap_);
-        // Half of the room must be free again, else each further range would sort them all anew.
+        // Half of the room must be free again, or each further range would sort them all anew.
         while (ranges_.size() > most_ / 2) {
             gap_ = gap_ == 0 ? first_gap : gap_ * 2;
             join(gap_);

@@ -1,4 +1,4 @@
-// Which bytes of a piece are media, and where they go.
+// The bytes of a piece that are media, and their places in the joined file.
 #pragma once
 
 #include <cstddef>
@@ -7,13 +7,14 @@
 
 namespace vantlow {
 
-/// Copying inside the system is fastest where source and target stand alike in blocks of so many bytes.
+/// Copying inside the system is fastest where source and target have the same place within blocks of this
+/// many bytes.
 inline constexpr std::int64_t media_alignment = 65536;
-/// Ranges of so many bytes and more are worth it.
+/// Alignment pays for ranges of at least this many bytes.
 inline constexpr std::int64_t large_media = std::int64_t{32} * 1024 * 1024;
 
 /// A set of byte ranges of one file, kept small: neighbours are joined, and where there are too many the
-/// smallest gaps between them are taken along.
+/// smallest gaps between them become part of them.
 class MediaRanges {
   public:
     struct Range {
@@ -26,7 +27,7 @@ class MediaRanges {
 
     /// In any order; ranges may overlap.
     void add(std::int64_t begin, std::int64_t end);
-    /// No further range comes: sorts and joins them, and lays them behind one another.
+    /// Ends the adding: sorts and joins the ranges, and lays them out one behind the other.
     void close();
     /// Lays them out again for a place in the joined media: large ones so that they can be copied fastest,
     /// with up to media_alignment bytes of nothing in front.
@@ -34,8 +35,8 @@ class MediaRanges {
     [[nodiscard]] const std::vector<Range>& ranges() const noexcept { return ranges_; }
     /// Bytes of all ranges.
     [[nodiscard]] std::int64_t size() const noexcept { return size_; }
-    /// Where a byte of the file stands among the ranges. A byte outside of them (of an empty chunk) is put
-    /// at the end of the range before it.
+    /// The place of a byte of the file among the ranges. A byte outside of them (of an empty chunk) counts as
+    /// the end of the range before it.
     [[nodiscard]] std::int64_t target_of(std::int64_t offset) const;
 
   private:

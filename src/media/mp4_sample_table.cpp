@@ -1,4 +1,4 @@
-#include "media/mp4_sample_table.h"
+#include "media/mp4_piece.h"
 
 #include <string>
 #include <utility>
@@ -26,7 +26,7 @@ bool read_descriptions(BoxReader& boxes, const Mp4Box& table, Mp4Track& track) {
             return boxes.fail(entry.offset, "too many sample descriptions");
         BoxReader::Bytes whole;
         if (!boxes.load(entry, whole, 8)) return false;
-        // In the form with the short size, as it is written.
+        // The box is rewritten with the short form of its size.
         if (load_u32(whole.data()) == 1)
             return boxes.fail(entry.offset, "a sample description with a long size");
         track.descriptions.push_back(std::move(whole));
@@ -98,8 +98,7 @@ bool read_group_entries(BoxReader& boxes, const Mp4Box& box, Mp4Track& track) {
     at += 8;
     const auto left = [&] { return static_cast<std::size_t>(end - at); };
     const auto number = [&] { return load_u32((at += 4) - 4); };
-    // Without lengths (version 0) the entries cannot be told apart. Groups are hints: nobody needs them to
-    // play.
+    // Without lengths (version 0) the entries cannot be told apart. Groups are hints that no player needs.
     if (version == 0 || left() < (version > 1 ? 12U : 8U)) return true;
     const std::uint32_t one_length = number();
     if (version > 1) groups.default_index = number();

@@ -11,8 +11,8 @@
 
 namespace vantlow {
 
-/// Samples that stand behind one another in the file and have everything in common. Times are in ticks of
-/// their track, 0 is the track's first sample.
+/// Samples that lie next to each other in the file and have everything in common. Times are in ticks of their
+/// track; 0 is the track's first sample.
 struct SampleRun {
     std::int64_t offset = 0;  ///< of the first one in the file
     std::uint32_t count = 0;
@@ -23,11 +23,11 @@ struct SampleRun {
     std::uint32_t description = 0;  ///< index in the track's, from 0
     bool sync = true;
     bool starts_chunk = false;
-    /// Of each of the track's group types the index, from 1; 0: in no group.
+    /// The index, from 1, in each of the track's group types; 0: in no group.
     std::array<std::uint32_t, most_groups> groups{};
 };
 
-/// Who wants to see samples.
+/// A receiver of samples.
 class SampleSink {
   public:
     SampleSink() = default;
@@ -41,12 +41,12 @@ class SampleSink {
     virtual bool take(std::size_t track, const SampleRun& run) = 0;
 };
 
-/// Shows the sink all samples: of the movie box track by track, then of the fragments as they stand in the
-/// file. Every run's bytes are inside the file. What the tables say is believed only as far as the file goes:
-/// time and memory are bounded by its size. ok also when the sink ended the walk.
+/// Shows the sink all samples: those of the movie box track by track, then those of the fragments in the
+/// order of the file. Every run's bytes are inside the file. The tables are believed only as far as the file
+/// goes, so time and memory are bounded by its size. Also ok when the sink ended the walk.
 Result walk_samples(const MediaInput& input, const Mp4Piece& piece, SampleSink& sink);
 
-/// The steps of walk_samples. `ends` are the tracks' next decoding times.
+/// The two steps of walk_samples. `ends`: the tracks' next decoding times.
 Result walk_movie_samples(const MediaInput& input, const Mp4Piece& piece, SampleSink& sink,
                           std::vector<std::int64_t>& ends, bool& go_on);
 Result walk_fragment_samples(const MediaInput& input, const Mp4Piece& piece, SampleSink& sink,
@@ -54,7 +54,7 @@ Result walk_fragment_samples(const MediaInput& input, const Mp4Piece& piece, Sam
 
 /// Decoding times stay below this.
 inline constexpr std::int64_t longest_media_time = std::int64_t{1} << 60;
-/// The longest time that tables of samples can say of one of them, ticks.
+/// The longest time that the tables can hold for one sample, ticks.
 inline constexpr std::int64_t longest_table_time = 0x7FFFFFFF;
 
 /// Entries of a table in the file, one after the other.

@@ -50,12 +50,12 @@ class ScanSink : public SampleSink {
     const CombineControl& control_;
 };
 
-// What of the media comes before the first moment that is shown, and how long nothing is shown before that.
+// The media before the first moment that is shown, and the time before it in which nothing is shown.
 struct Lead {
     std::int64_t empty = 0;       // joined ticks
     std::int64_t media_time = 0;  // ticks of the track
     std::int64_t duration = 0;    // ticks of the movie; 0: to the end
-    bool is_one = true;           // there is no more to it than that
+    bool is_one = true;           // the edit list says nothing else
 };
 
 Lead lead_of(const std::vector<Mp4Edit>& edits, std::int64_t joined, std::int64_t movie) {
@@ -75,7 +75,7 @@ Lead lead_of(const std::vector<Mp4Edit>& edits, std::int64_t joined, std::int64_
 
 Outcome<PieceScan> scan_mp4_piece(const MediaInput& input, const Mp4Piece& piece,
                                   const CombineControl& control) {
-    // Samples have bytes, so that all tracks together have not more of them than bytes, but for a few empty
+    // Samples have bytes, so all tracks together have no more samples than bytes, apart from a few empty
     // ones.
     const auto most_samples = std::max(static_cast<std::uint64_t>(input.size()), most_empty_samples);
     ScanSink sink(piece.tracks.size(), most_samples, control);
@@ -108,8 +108,8 @@ PieceTimes times_of(const Mp4Piece& piece, const Mp4Track& track, const TrackSca
     const Lead lead = lead_of(track.edits, joined, piece.timescale);
     times.lead = in_joined(lead.media_time) - lead.empty - late;
 
-    // A few samples at the ends that are not shown are what coders of sound need to begin and to fill their
-    // last block. Whole pictures that are hidden are hidden by somebody who cut the film there.
+    // Encoders of sound need a few hidden samples to begin, and to fill their last block. Whole pictures that
+    // are hidden were cut out by somebody.
     const std::int64_t hidden_before = lead.media_time - scan.first_shown;
     const std::int64_t shown_until =
         lead.media_time + scale_time(lead.duration, track.timescale, piece.timescale);
@@ -125,7 +125,7 @@ PieceTimes times_of(const Mp4Piece& piece, const Mp4Track& track, const TrackSca
         std::int64_t duration = edit.duration == 0 && &edit == &track.edits.back()
                                     ? in_joined(rest)
                                     : scale_time(edit.duration, joined, piece.timescale);
-        // What is shown for less than a tick must not become "all of it", as no edit would mean.
+        // An edit of less than a tick must not become 0, which means "all of the media", as no edit does.
         if (edit.duration > 0) duration = std::max<std::int64_t>(duration, 1);
         times.edits.push_back({duration, edit.media_time < 0 ? -1 : in_joined(edit.media_time), edit.rate});
     }

@@ -10,8 +10,8 @@ namespace {
 
 constexpr std::uint32_t endless = std::numeric_limits<std::uint32_t>::max();
 
-// A table of (count, value): the value that holds now, and for how many samples more. Where the table ends
-// early its `behind` holds for all that follow.
+// A table of (count, value): gives the value that holds now, and for how many samples more. Where the table
+// ends early, `behind` holds for all later samples.
 class RunCursor {
   public:
     RunCursor(const MediaInput& input, const Mp4Table& table, std::uint32_t behind, bool keep_last = false)
@@ -61,7 +61,7 @@ class SizeCursor {
           one_size_(track.one_size) {
         if (one_size_ == 0) load();
     }
-    // Takes up to so many samples of one size; how many, and their size.
+    // Takes up to `most` samples of one size; returns how many, and their size.
     std::uint32_t take(std::uint32_t most, std::uint32_t& size) {
         size = one_size_ != 0 ? one_size_ : next_;
         if (one_size_ != 0) return most;
@@ -107,14 +107,15 @@ class SizeCursor {
     bool ended_ = false;
 };
 
-// Which samples can be decoded by themselves.
+// Tells which samples can be decoded by themselves.
 class SyncCursor {
   public:
     SyncCursor(const MediaInput& input, const Mp4Table& table)
         : cursor_(input, table, 4), all_(!table.present) {
         load(1);
     }
-    // From the sample with this number on, how many (up to `most`) are alike, and how.
+    // Returns how many samples (up to `most`) from this number on are alike, and in `sync` which kind they
+    // are.
     std::uint32_t take(std::uint32_t number, std::uint32_t most, bool& sync) {
         sync = all_ || next_ == number;
         if (all_) return most;
@@ -224,7 +225,7 @@ bool TableSamples::next_chunk() {
         left_in_chunk_ = per_chunk_;
     }
     if (description_ == 0 || description_ > track_.descriptions.size()) {
-        return fail("samples with a description that is not there");
+        return fail("samples whose description is missing");
     }
     chunk_is_new_ = true;
     return true;

@@ -114,7 +114,7 @@ void TrackTables::take_times(const SampleRun& run) {
     place(mapping_.start + scaled(run.decode_time), run.count, scaled(run.duration), scaled(run.composition));
 }
 
-// Where a tick is no whole number of joined ones, each time is rounded by itself, so that nothing adds up.
+// A tick here is no whole number of joined ticks, so each time is rounded by itself and no error adds up.
 void TrackTables::take_one_by_one(const SampleRun& run) {
     for (std::uint32_t i = 0; i < run.count; ++i) {
         const std::int64_t time = run.decode_time + std::int64_t{run.duration} * i;
@@ -124,10 +124,10 @@ void TrackTables::take_one_by_one(const SampleRun& run) {
     }
 }
 
-// How long a sample lasts is only known when the next one comes: up to that.
+// The next sample's time ends this sample's duration, so this waits for it.
 void TrackTables::place(std::int64_t time, std::uint32_t count, std::int64_t duration,
                         std::int64_t composition) {
-    // Rounding may lead a tick beyond what the table can say: a number that wraps around is another time
+    // Rounding may go a tick beyond the table's range, and a number that wrapped around would be another time
     // altogether.
     composition = std::clamp<std::int64_t>(composition, std::numeric_limits<std::int32_t>::min(),
                                            std::numeric_limits<std::int32_t>::max());

@@ -22,7 +22,7 @@ enum class Mp4TableKind : std::size_t { stts, ctts, stss, stsc, stsz, chunks, fi
 inline constexpr std::size_t mp4_table_count =
     static_cast<std::size_t>(Mp4TableKind::first_sbgp) + most_groups;
 
-/// What counting finds.
+/// The result of counting.
 struct TrackTableSizes {
     std::array<std::uint64_t, mp4_table_count> entries{};
     std::uint64_t samples = 0;

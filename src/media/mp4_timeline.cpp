@@ -18,7 +18,7 @@ class TrackLayout {
     // The earliest moment (nanoseconds) at which a piece may begin.
     [[nodiscard]] std::int64_t earliest(const PieceTimes& piece) const {
         std::int64_t end = presented_end();
-        // Continuous media: what comes before the piece's beginning must not run into the piece before.
+        // Continuous media: media before the beginning of this piece must not overlap the piece before it.
         if (open_ && piece.present && piece.edits.empty())
             end = std::max(end, media_end_ + shift_ + piece.lead);
         return to_nanoseconds(end);
@@ -41,7 +41,7 @@ class TrackLayout {
         close();
         track_.media_duration = media_end_;
         track_.duration = presented_;
-        // All of the media from its beginning on, which is what is shown without an edit list.
+        // All of the media from its beginning on is shown, which is also the meaning of no edit list.
         const bool whole = track_.edits.size() == 1 && track_.edits[0] == EditSpan{shown_end_, 0};
         if (whole) track_.edits.clear();
         return std::move(track_);
@@ -52,7 +52,7 @@ class TrackLayout {
   private:
     [[nodiscard]] std::int64_t presented_end() const { return open_ ? shown_end_ + shift_ : presented_; }
     [[nodiscard]] std::int64_t to_nanoseconds(std::int64_t ticks) const {
-        // Up, so that the tick that it becomes again is not an earlier one.
+        // The result is rounded up, so that the tick it becomes again is no earlier one.
         return ticks / timescale_ * second + (ticks % timescale_ * second + timescale_ - 1) / timescale_;
     }
 
@@ -90,7 +90,7 @@ class TrackLayout {
     void show_nothing_until(std::int64_t time) {
         if (time > presented_) show({time - presented_, -1});
     }
-    // Ends the edit that the continuous media is shown by.
+    // Ends the edit that shows the continuous media.
     void close() {
         if (open_) show({shown_end_ - edit_media_, edit_media_});
         open_ = false;
@@ -101,7 +101,7 @@ class TrackLayout {
     std::int64_t media_end_ = 0;
     std::int64_t shown_end_ = 0;  // of what is shown continuously, in the media
     std::int64_t presented_ = 0;  // by the edits so far
-    // Continuous media is being shown: what stands at `t` in the media is shown at t + shift_.
+    // True while continuous media is shown: media time `t` is shown at t + shift_.
     bool open_ = false;
     std::int64_t shift_ = 0;
     std::int64_t edit_media_ = 0;  // where the edit began

@@ -12,7 +12,8 @@
 
 namespace vantlow {
 
-/// What is shown next of a track: `duration` ticks of the media from `media_time` on, or nothing (-1).
+/// The next part of a track that is shown: `duration` ticks of the media from `media_time` on, or nothing
+/// (-1).
 struct EditSpan {
     std::int64_t duration = 0;
     std::int64_t media_time = 0;
@@ -29,7 +30,7 @@ struct PieceTimes {
     /// This much of the media comes before the piece's beginning: delay of B-frames, priming of an audio
     /// coder. Negative: the track begins later than the piece.
     std::int64_t lead = 0;
-    /// What is shown where that is not simply all of the media; empty otherwise.
+    /// The shown parts where they are not simply all of the media; empty otherwise.
     std::vector<EditSpan> edits;
 };
 
@@ -53,7 +54,7 @@ Timeline lay_out(const std::vector<std::uint32_t>& timescales,
                  const std::vector<std::vector<PieceTimes>>& pieces);
 
 /// value * factor / divisor, rounded to the nearest (down where `down`). Factor and divisor are at most 2^30;
-/// what would be more than 2^61 becomes that.
+/// a larger result than 2^61 becomes 2^61.
 std::int64_t scale_time(std::int64_t value, std::int64_t factor, std::int64_t divisor, bool down = false);
 
 }  // namespace vantlow

@@ -34,7 +34,7 @@ std::optional<std::int64_t> leading_number(std::string_view text) noexcept {
     return parse_decimal(text.substr(0, end));
 }
 
-// Where one of the mirrors is, before the preference rule.
+// The address of one mirror, before the preference rule.
 struct Candidate {
     std::string type;
     std::string url;
@@ -62,7 +62,7 @@ void apply_preference(std::vector<Candidate> candidates, CMetalinkNode& node) {
     }
 }
 
-// Addresses say what they are where a type is missing.
+// Where a type is missing, the address says what it is.
 std::string scheme_of(std::string_view url) {
     const auto end = url.find("://");
     return end == std::string_view::npos ? std::string() : ascii_lower(url.substr(0, end));
@@ -91,7 +91,7 @@ const HashKind* find_kind(std::string_view name, bool is_version_4) noexcept {
     return &*found;
 }
 
-// All hashes or none: pieces of which some cannot be checked are of no use.
+// Takes all hashes or none: pieces of which some cannot be checked are of no use.
 void read_pieces(const XmlText& pieces, bool is_version_4, CMetalinkNode& node) {
     const HashKind* kind =
         find_kind(CXMLSimple::attribute(pieces, "type").value_or(std::string_view{}), is_version_4);

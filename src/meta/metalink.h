@@ -60,7 +60,8 @@ class CMetalink {
     std::vector<CMetalinkNode> files_;
 };
 
-/// A path as it is named: what follows ".metalink#" (or ".meta4#", letter case ignored) selects a file.
+/// A path as a person gives it: the text behind ".metalink#" (or ".meta4#", letter case ignored) selects a
+/// file.
 struct MetalinkPath {
     std::u16string file;      ///< up to the extension
     std::u16string fragment;  ///< without the "#"; empty: all files

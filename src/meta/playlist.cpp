@@ -102,7 +102,7 @@ double clip_time(const XmlText& element, std::string_view name, std::string_view
     return clock_seconds(value.value_or(std::string_view{}));
 }
 
-// Walks through the body's tags in their order. A tag that was once not closed is not closed later either,
+// Walks through the body's tags in their order. A tag that was not closed once is not closed later either,
 // and the next ">" is the same for all tags in front of it: remembering both keeps the walk in one pass.
 class MediaElements {
   public:

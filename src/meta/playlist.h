@@ -19,7 +19,7 @@ struct CMetafileNode {
     std::string base;   ///< the playlist's base address; may be empty
 };
 
-/// What a playlist holds.
+/// The contents of a playlist.
 struct Playlist {
     std::string base;
     std::vector<CMetafileNode> clips;

@@ -1,4 +1,4 @@
-// What the desktop opens with this program: files and links, for the current user only.
+// Associations: the files and links that the desktop opens with this program, for the current user only.
 #pragma once
 
 #include <array>
@@ -15,18 +15,19 @@ enum class Association {
     magnet_links,
 };
 
-/// Makes `program` (a full path) what the kind is opened with, and remembers what was that before. Again for
-/// another path: the new one counts.
+/// Makes `program` (a full path) the one that opens this kind, and remembers what stood there before. Another
+/// call with another path replaces the first.
 FileError associate(Association kind, const std::u16string& program);
-/// Takes it back: what was before is that again. Nothing where it is not associated with this program.
+/// Takes the association back: everything that it replaced stands there again. Does nothing where the kind is
+/// not associated with this program.
 FileError dissociate(Association kind);
 
 /// The clipboard formats in which links are dragged or pasted onto the program.
 inline constexpr std::array<std::u16string_view, 6> link_formats{
     u"FileGroupDescriptor",     u"FileGroupDescriptorW", u"UniformResourceLocator",
     u"UniformResourceLocatorW", u"HTML Format",          u"HTML Text"};
-/// Registers them with the system: their numbers, in that order, 0 for one that was refused. All 0 where the
-/// clipboard has no such numbers.
+/// Registers the formats with the system and returns their numbers, in that order; 0 stands for one that was
+/// refused. All are 0 on a system whose clipboard has no such numbers.
 std::array<unsigned, link_formats.size()> register_link_formats() noexcept;
 
 }  // namespace vantlow

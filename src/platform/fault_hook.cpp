@@ -17,7 +17,8 @@ void set_fault_hook(FaultHook* hook) noexcept {
     for (int count = askers.load(); count != 0; count = askers.load()) askers.wait(count);
 }
 
-// Counted first and looked at again then: whoever takes the hook away either sees the count or is seen.
+// The caller is counted before it looks at the hook again, so whoever takes the hook away either sees the
+// count or is seen.
 int ask_hook_in_place(Operation operation, std::u16string_view name, std::int64_t offset,
                       std::int64_t length) noexcept {
     ++askers;

@@ -1,4 +1,4 @@
-// What tests put between this folder and the operating system.
+// The hook that tests put between this folder and the operating system.
 #pragma once
 
 #include <atomic>
@@ -7,7 +7,7 @@
 
 namespace vantlow {
 
-/// What is about to be asked of the system.
+/// The operation that the system is about to be asked for.
 enum class Operation {
     // Files and folders. The name is the path as the caller gave it.
     open,
@@ -20,13 +20,13 @@ enum class Operation {
     remove,
     rename,
     mark,     ///< as fetched from the internet
-    inspect,  ///< what stands under a name, when it was changed, whether it may be written
+    inspect,  ///< the kind of a name, the time of its last change, whether it may be written
     make_folder,
     list_folder,
     // Sockets, TCP and UDP alike, and the frame's.
     make_socket,
     connect,
-    connect_end,  ///< what became of a connect
+    connect_end,  ///< the result of a connect
     listen,       ///< binding too
     accept,
     receive,
@@ -35,7 +35,7 @@ enum class Operation {
     own_address,  ///< the addresses of a socket's two ends
     // The rest.
     resolve,         ///< the name is the host
-    make_event,      ///< what wakes waits
+    make_event,      ///< the events that wake waits
     start_thread,    ///< fails with a number of <cerrno> on every system
     load_library,    ///< the name is the path
     find_operation,  ///< in a loaded library
@@ -48,28 +48,30 @@ enum class Operation {
     last = start_process
 };
 
-/// Asked before each operation, with what it is called by (empty where only a handle is known), and for files
-/// with offset and length. Called from any thread. For tests: the program itself sets none.
+/// A hook is asked before each operation. It is given the name by which the operation is called (empty where
+/// only a handle is known) and, for files, offset and length in bytes. Any thread may call it. It is for
+/// tests: the program itself sets none.
 class FaultHook {
   public:
     FaultHook() = default;
     FaultHook(const FaultHook&) = delete;
     FaultHook& operator=(const FaultHook&) = delete;
     virtual ~FaultHook() = default;
-    /// 0 to go on; else nothing is done, and this number of the system is what it failed with.
+    /// Returns 0 to let the operation go on; any other number makes it fail with that system error, and
+    /// nothing is done.
     virtual int before(Operation operation, std::u16string_view name, std::int64_t offset,
                        std::int64_t length) noexcept = 0;
 };
 
-/// Puts a hook in place of the one before; null for none. Comes back when nobody is in the middle of asking
-/// the one before, which may go then. Not from within a hook.
+/// Replaces the hook; null takes it away. Returns when no thread is inside the old hook any more, so that it
+/// may be destroyed. Not to be called from within a hook.
 void set_fault_hook(FaultHook* hook) noexcept;
 
 extern std::atomic<FaultHook*> current_fault_hook;
 int ask_hook_in_place(Operation operation, std::u16string_view name, std::int64_t offset,
                       std::int64_t length) noexcept;
 
-/// The hook's answer; without a hook one load.
+/// Asks the hook; where there is none this costs one load.
 inline int ask_hook(Operation operation, std::u16string_view name = {}, std::int64_t offset = 0,
                     std::int64_t length = 0) noexcept {
     if (current_fault_hook.load(std::memory_order_relaxed) == nullptr) [[likely]]
@@ -77,7 +79,7 @@ inline int ask_hook(Operation operation, std::u16string_view name = {}, std::int
     return ask_hook_in_place(operation, name, offset, length);
 }
 
-/// The same for a name in UTF-8: it is converted for a hook only.
+/// Asks the hook with a name in UTF-8, which is converted only where there is a hook.
 int ask_hook(Operation operation, std::string_view utf8_name) noexcept;
 
 }  // namespace vantlow

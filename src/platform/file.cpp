@@ -7,7 +7,7 @@
 
 #include "platform/file_parts.h"
 #include "platform/folder.h"
-#include "platform/system_text.h"
+#include "platform/local_text.h"
 
 namespace vantlow {
 namespace {
@@ -43,7 +43,7 @@ const char* fault_text(FileFault fault) noexcept {
 constexpr std::size_t read_step = 65536;
 constexpr std::int64_t copy_step = 1024 * 1024;
 
-// A disk that takes more than this at once lets others wait for seconds.
+// A disk that is given more than this at once makes others wait for seconds.
 constexpr std::int64_t flush_step = 4 * 1024 * 1024;
 
 FileError write_whole(const std::u16string& path, std::span<const std::byte> bytes, Privacy privacy) {
@@ -70,18 +70,18 @@ FileError write_pieces(const std::u16string& path, std::span<const std::vector<s
     return file.flush();
 }
 
-// `write` makes the new file under the name that it is given.
+// Calls `write` to make the new file under a working name, then puts it in place of the old one.
 FileError replace_by(const std::u16string& path, const std::function<FileError(const std::u16string&)>& write,
                      const std::function<void()>& between) {
     const std::u16string fresh = path + u".new";
-    // What an earlier try left behind, perhaps with other rights or as a link to somewhere.
+    // An earlier try may have left a file behind, perhaps with other rights or as a link to somewhere.
     if (FileError error = remove_file(fresh); !error.ok() && error.fault != FileFault::not_found)
         return error;
     FileError error = write(fresh);
     if (error.ok() && between) between();
     if (error.ok()) error = rename_replace(fresh, path);
     if (!error.ok()) {
-        (void)remove_file(fresh);  // the first failure is the one to tell
+        (void)remove_file(fresh);  // the first failure is the one that is reported
         return error;
     }
     return sync_folder(folder_of(path));
@@ -163,12 +163,12 @@ FileError read_file(const std::u16string& path, std::size_t at_most, std::vector
     bytes.clear();
     File file;
     if (FileError error = file.open(path, OpenMode::read); !error.ok()) return error;
-    // The size is a hint only: what is no plain file tells none, and files grow.
+    // The size is only a hint: a device or a pipe reports none, and files grow.
     const std::int64_t size = file.size();
     std::size_t room = size > 0 ? static_cast<std::size_t>(size) : read_step;
     std::size_t filled = 0;
     for (;;) {
-        // One byte over the limit is asked for, to see whether there is more.
+        // One byte over the limit is asked for, to see whether the file is longer.
         room = std::min(room, at_most) + 1;
         bytes.resize(room);
         std::size_t got = 0;

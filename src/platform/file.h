@@ -15,7 +15,7 @@
 
 namespace vantlow {
 
-/// Why a file operation failed, as far as callers decide by it.
+/// The reasons for a failed file operation, as far as callers tell them apart.
 enum class FileFault {
     none,
     not_found,
@@ -26,7 +26,7 @@ enum class FileFault {
     read_only,
     name_too_long,
     in_use,
-    too_large,  ///< for whoever reads it, or for its file system
+    too_large,  ///< for its reader, or for the file system
     other
 };
 
@@ -62,20 +62,21 @@ class File {
     void close() noexcept;
     [[nodiscard]] bool is_open() const noexcept { return native_ != invalid; }
 
-    /// Writes all of it or fails; what was written before the failure stays.
+    /// Writes all bytes or fails; bytes written before the failure stay.
     FileError write_at(std::int64_t offset, std::span<const std::byte> bytes) noexcept;
     /// Reads up to the end of the file; `got` may be short only there.
     FileError read_at(std::int64_t offset, std::span<std::byte> into, std::size_t& got) const noexcept;
-    /// Writes a range of another file at an offset of this one, without the bytes passing through the program
-    /// where the system can do that. Fails when the other file ends before; what was written stays.
+    /// Writes a range of another file at an offset of this one; where the system can do it, the bytes do not
+    /// pass through the program. Fails when the other file ends before the range does; bytes written by then
+    /// stay.
     FileError copy_from(const File& from, std::int64_t from_offset, std::int64_t to_offset,
                         std::int64_t count) noexcept;
     /// Bytes, or -1 on failure.
     [[nodiscard]] std::int64_t size() const noexcept;
     /// Sets the end of the file.
     FileError resize(std::int64_t size) noexcept;
-    /// Makes the file `size` bytes long with room on the disk behind every byte; fails with no_space where
-    /// the disk hasn't it. Where the file system cannot promise room, the file is only made long.
+    /// Makes the file `size` bytes long and reserves room on the disk for every byte; fails with no_space
+    /// where there is not enough. A file system that cannot reserve room only sets the length.
     FileError allocate(std::int64_t size) noexcept;
     /// Returns when the bytes written so far are on the disk.
     FileError flush() noexcept;
@@ -84,7 +85,7 @@ class File {
     bool try_lock() noexcept;
 
   private:
-    /// The same with a buffer, through read_at and write_at.
+    /// Copies a range through a buffer, with read_at and write_at.
     FileError copy_through_memory(const File& from, std::int64_t from_offset, std::int64_t to_offset,
                                   std::int64_t count) noexcept;
 
@@ -101,47 +102,48 @@ FileError remove_file(const std::u16string& path) noexcept;
 FileError rename_no_replace(const std::u16string& from, const std::u16string& to) noexcept;
 /// Atomic; a file at `to` is replaced.
 FileError rename_replace(const std::u16string& from, const std::u16string& to) noexcept;
-/// Makes the folder and those above it; fine when it is there.
+/// Makes the folder and its parents; ok when it exists already.
 FileError make_folders(const std::u16string& path);
-/// True when the folder, or the nearest one above it that is there, can be written. Changes nothing that
-/// stays.
+/// True when the folder, or its nearest parent that exists, can be written. Leaves nothing behind.
 bool can_write_below(const std::u16string& folder);
-/// Makes renames, new and removed names in the folder survive a power cut. Nothing on Windows, whose file
-/// systems log them.
+/// Makes renames, new names and removed names in the folder survive a power cut. Does nothing on Windows,
+/// whose file systems log them.
 FileError sync_folder(const std::u16string& path) noexcept;
-/// Names (not paths) of the files in a folder that end with `suffix`, in no order; links to files among them.
+/// Lists the names (not paths) of the files in a folder that end with `suffix`, links to files among them, in
+/// no order.
 FileError list_files(const std::u16string& folder, std::u16string_view suffix,
                      std::vector<std::u16string>& names);
-/// The whole file; fails with too_large when it is longer than `at_most` bytes.
+/// Reads the whole file; fails with too_large when it is longer than `at_most` bytes.
 FileError read_file(const std::u16string& path, std::size_t at_most, std::vector<std::byte>& bytes);
-/// Replaces the file by one with these bytes: readers see the old one or the new one whole, also after a
-/// power cut. Leaves the old one when it fails. `name + ".new"` is used meanwhile.
+/// Replaces the file with one that holds these bytes: readers see either the old file or the new one whole,
+/// also after a power cut. A failure leaves the old one. Until the end the bytes stand in `path + ".new"`.
 FileError write_file_atomically(const std::u16string& path, std::span<const std::byte> bytes,
                                 Privacy privacy = Privacy::shared);
-/// The same for bytes in pieces. Between two pieces, and before each longer wait for the disk, `between` is
-/// called, if there is one.
+/// Does the same with bytes in pieces. `between`, unless it is empty, is called between two pieces and before
+/// each longer wait for the disk.
 FileError write_file_atomically(const std::u16string& path, std::span<const std::vector<std::byte>> pieces,
                                 Privacy privacy, const std::function<void()>& between);
 
-/// "/" or "\": what join_path puts between.
+/// The separator that join_path puts in: "/" or "\".
 char16_t path_separator() noexcept;
 std::u16string join_path(std::u16string_view folder, std::u16string_view name);
-/// The part before the last separator (empty when there is none), without it unless it is a root's, and the
-/// part behind.
+/// folder_of: the part before the last separator, empty when there is none; the separator stays only where it
+/// is a root's. name_of: the part behind the last separator.
 std::u16string folder_of(std::u16string_view path);
 std::u16string name_of(std::u16string_view path);
-/// Relative paths are meant from the thread's CurrentFolder, else from the process's current folder.
+/// Makes a path absolute. A relative one begins at the thread's CurrentFolder, else at the process's current
+/// folder.
 std::u16string absolute_path(const std::u16string& path);
 
-/// While it lives, relative paths that its thread makes absolute are meant from this folder: for words that
-/// were said in another process. One at a time in a thread.
+/// While it lives, relative paths that its thread makes absolute begin at this folder: it is for commands
+/// that were given in another process. One at a time in a thread.
 class CurrentFolder {
   public:
     explicit CurrentFolder(std::u16string folder);
     ~CurrentFolder();
     CurrentFolder(const CurrentFolder&) = delete;
     CurrentFolder& operator=(const CurrentFolder&) = delete;
-    /// The calling thread's; empty where it has none.
+    /// The folder of the calling thread; empty where it has none.
     static const std::u16string& get() noexcept;
 };
 

@@ -1,4 +1,4 @@
-// What is in a folder; folders that come and go.
+// The contents of a folder; folders that are made and removed.
 #pragma once
 
 #include <cstdint>
@@ -16,12 +16,12 @@ struct FolderEntry {
     std::int64_t size = 0;            ///< bytes, of files
 };
 
-/// Everything in a folder but itself and the one above, in no order.
+/// Lists everything in a folder except the folder itself and its parent, in no order.
 FileError list_folder(const std::u16string& folder, std::vector<FolderEntry>& entries);
 
-/// Makes a new folder that only this user may look into, `within` another one. Where that is empty: where the
-/// system keeps temporary files, on Windows the user's own place, else the one that the environment's TMPDIR
-/// names, or /var/tmp, which is on a disk.
+/// Makes a new folder, `within` another one, that only this user may look into. Where `within` is empty it is
+/// made where the system keeps temporary files: on Windows the user's own place, elsewhere the folder named
+/// by the environment's TMPDIR, or /var/tmp, which is on a disk.
 FileError make_temporary_folder(const std::u16string& within, std::u16string& path);
 
 /// Removes an empty folder.

@@ -43,7 +43,7 @@ std::string write_value(std::u16string_view value) {
 }
 
 bool can_be_name(std::string_view name) noexcept {
-    // At the file's beginning a byte order mark would not be read as a part of the name.
+    // A name that begins with a byte order mark would lose it at the beginning of the file.
     return trim(name) == name && !name.starts_with(byte_order_mark) &&
            std::none_of(name.begin(), name.end(), is_control);
 }
@@ -107,8 +107,8 @@ const std::u16string* IniText::find(std::u16string_view section, std::u16string_
     return at == in->second.end() ? nullptr : &at->second;
 }
 
-// Behind the section's last value or heading (a comment further down may belong to the next section); 0 where
-// the section does not occur.
+// The place behind the section's last value or heading (a comment further down may belong to the next
+// section); 0 where the section does not occur.
 std::size_t IniText::insert_position(std::u16string_view section) const {
     for (std::size_t i = lines_.size(); i > 0; --i) {
         const Line& line = lines_[i - 1];

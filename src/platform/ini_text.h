@@ -1,4 +1,4 @@
-// The text of an INI file: read into values, changed without touching the lines that nobody asked to change.
+// The text of an INI file: read into values, and changed without touching any other line.
 #pragma once
 
 #include <map>
@@ -16,7 +16,7 @@ class IniText {
     using Section = std::map<std::u16string, std::u16string, NameLess>;
     using Sections = std::map<std::u16string, Section, NameLess>;
 
-    /// Takes the bytes of a file; false (and nothing is taken) when they are no such text.
+    /// Reads the bytes of a file; false, with nothing changed, when they are no such text.
     bool parse(std::string_view bytes);
     [[nodiscard]] std::string bytes() const;
 

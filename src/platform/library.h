@@ -20,7 +20,7 @@ class Library {
 
     /// Loads the file of this full path; false when it is missing or cannot be loaded.
     bool load(const std::u16string& path) noexcept;
-    /// The exported operation, or null.
+    /// Finds an exported operation; null where there is none.
     [[nodiscard]] void* find(const char* operation) const noexcept;
     [[nodiscard]] bool is_loaded() const noexcept { return native_ != nullptr; }
 

@@ -15,7 +15,7 @@
 namespace vantlow {
 namespace {
 
-// One answer of the built-in version with everything that its parts point to; released as a whole.
+// One answer of the built-in version, with everything that its parts point to; it is released as a whole.
 struct Entry {
     addrinfo info{};
     sockaddr_in address{};

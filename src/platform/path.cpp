@@ -15,7 +15,7 @@ std::size_t last_separator(std::u16string_view path) noexcept {
     return at == 0 ? std::u16string_view::npos : at - 1;
 }
 
-// No string itself: mingw-w64 gives a thread's variables back before it destroys them.
+// This is a pointer and no string, because mingw-w64 frees a thread's variables before it destroys them.
 thread_local const std::u16string* current_folder = nullptr;  // its CurrentFolder's
 
 }  // namespace

@@ -1,4 +1,4 @@
-// Where settings are kept: the registry of the current user on Windows, an INI file elsewhere.
+// The place where settings are kept: the registry of the current user on Windows, an INI file elsewhere.
 #pragma once
 
 #include <map>
@@ -32,15 +32,15 @@ class SettingsBackend {
     [[nodiscard]] virtual Values all() = 0;
     /// Looks whether somebody else changed the store since the last look; true when values may differ now.
     virtual bool refresh() = 0;
-    /// False when the store is there but could not be read: nothing may be written over it then.
+    /// False when the store exists but could not be read: nothing may be written over it then.
     [[nodiscard]] virtual bool is_readable() const = 0;
 };
 
-/// The store in an INI file (UTF-8, "[section]" and "key=value" lines; written by rename; unknown lines and
-/// comments stay where they are). The file need not exist; one of more than 1 MiB counts as not readable.
-/// A value stands as it is; where blanks at its ends must be kept it stands in quotation marks, "value", and
-/// where it has line breaks or other control characters as %"value", with %XX for these and for the percent
-/// sign. Of a key that occurs twice the last one counts. While it writes it holds a lock on the file name +
+/// The store in an INI file: UTF-8, "[section]" and "key=value" lines. It is written by rename; unknown lines
+/// and comments stay where they are. The file need not exist; one of more than 1 MiB counts as not readable.
+/// A value is written as it is. One with blanks at its ends is written in quotation marks, "value"; one with
+/// line breaks or other control characters as %"value", with %XX for these and for the percent sign. Of a key
+/// that occurs twice the last one counts. While a change is written, a lock is held on the file name +
 /// ".lock".
 std::unique_ptr<SettingsBackend> open_settings_file(const std::u16string& path);
 

@@ -1,16 +1,16 @@
 #include <mutex>
 #include <thread>
 
-#include "platform/deadline.h"
-#include "platform/file_stamp.h"
+#include "platform/file_marks.h"
 #include "platform/ini_text.h"
 #include "platform/settings_backend.h"
+#include "platform/stop.h"
 
 namespace vantlow {
 namespace {
 
 constexpr std::size_t largest_file = 1U << 20U;
-// How long another process may take to write before its lock is an error.
+// The time in which another process may finish its write before its lock counts as an error.
 constexpr std::chrono::milliseconds lock_patience{5000};
 constexpr std::chrono::milliseconds lock_step{5};
 
@@ -46,7 +46,7 @@ void SettingsFile::load(const FileStamp& stamp) {
     unreadable_ = read_file(path_, largest_file, bytes);
     if (unreadable_.fault == FileFault::not_found) unreadable_ = {};
     const std::string_view text(reinterpret_cast<const char*>(bytes.data()), bytes.size());
-    // What cannot be read leaves the values that were known.
+    // A text that cannot be read leaves the values as they were known.
     if (unreadable_.ok() && !text_.parse(text)) unreadable_ = {FileFault::other, 0};
     stamp_ = stamp;
 }
@@ -58,7 +58,7 @@ bool SettingsFile::load_when_changed() {
     return true;
 }
 
-// Keeps other processes from writing between this one's reading and writing.
+// The lock keeps other processes from writing between this one's reading and its writing.
 FileError SettingsFile::lock(File& guard) {
     if (FileError error = make_folders(folder_of(path_)); !error.ok()) return error;
     if (FileError error = guard.open(path_ + u".lock", OpenMode::write, Privacy::owner_only); !error.ok())

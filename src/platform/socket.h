@@ -44,14 +44,14 @@ class SocketAddress {
     std::size_t size_ = 0;
 };
 
-/// What went wrong with a socket, told apart as far as the callers decide by it.
+/// The faults of a socket that callers tell apart.
 enum class SocketFault { none, refused, reset, unreachable, timed_out, no_descriptors, other };
 
 /// A sentence for the system's socket error number, UTF-8.
 std::string socket_error_text(int system_error);
 SocketFault socket_fault(int system_error) noexcept;
 
-/// What one non-blocking read or write did.
+/// The outcome of one non-blocking read or write.
 struct IoStep {
     enum class State { moved, would_block, closed, failed };
     State state = State::failed;
@@ -62,11 +62,11 @@ struct IoStep {
 enum class Ready { yes, timeout, stopped, failed };
 enum class Interest { read, write };
 
-/// Prepares the system's sockets (version 1.1 on Windows). Once, before any other operation; false when the
-/// system refuses.
+/// Prepares the system's sockets (version 1.1 on Windows). To be called once, before any other operation;
+/// false when the system refuses.
 bool start_sockets() noexcept;
 
-/// One stream socket, non-blocking inside. Owned and used by one thread; movable.
+/// One stream socket, non-blocking inside. It is owned and used by one thread, and movable.
 class TcpSocket {
   public:
     TcpSocket() = default;
@@ -80,7 +80,7 @@ class TcpSocket {
     /// Closes so that the peer sees a reset at once, unread data or not.
     void close_with_reset() noexcept;
 
-    /// Begins to connect. The connection stands once wait() for Interest::write answered yes and
+    /// Begins to connect. The connection is made once wait() for Interest::write has answered yes and
     /// connect_error() is 0.
     static Outcome<TcpSocket> begin_connect(const SocketAddress& to);
     [[nodiscard]] int connect_error() const noexcept;
@@ -90,9 +90,9 @@ class TcpSocket {
 
     /// True when the peer neither closed nor sent anything: an idle connection that can be used again.
     [[nodiscard]] bool is_quiet() noexcept;
-    /// No delay before small writes (the default for connections made here).
+    /// Turns off the delay before small writes (the default for connections made here; RFC 896).
     void set_no_delay() noexcept;
-    /// Bytes that the system keeps unread; 0 leaves the system's own, growing, choice.
+    /// Sets how many bytes the system keeps unread; 0 leaves the choice, which then grows, to the system.
     void set_receive_buffer(std::size_t bytes) noexcept;
     [[nodiscard]] std::optional<SocketAddress> local_address() const;
     [[nodiscard]] std::optional<SocketAddress> peer_address() const;
@@ -105,11 +105,11 @@ class TcpSocket {
     int event_error_ = 0;      ///< Windows: what an event said of the connect or the end
 };
 
-/// One socket of a wait and what is awaited of it.
+/// One socket of a wait, and the event that is awaited on it.
 struct SocketWait {
     TcpSocket* socket = nullptr;
     Interest interest = Interest::read;
-    bool ready = false;  ///< out: this one is ready (or broken: the next step tells)
+    bool ready = false;  ///< out: the socket is ready, or broken, which the next step reports
 };
 
 /// Waits until one of the sockets (at most 16) is ready, the time is over (negative: no end) or a stop was
@@ -124,9 +124,9 @@ class TcpListener {
     TcpListener() = default;
     TcpListener(TcpListener&& other) noexcept = default;
     TcpListener& operator=(TcpListener&& other) noexcept = default;
-    /// Listens at the address; port 0 takes a free one, which address() then tells.
+    /// Listens at the address; port 0 takes a free one, which address() then reports.
     static Outcome<TcpListener> listen(const SocketAddress& at, int backlog = 128);
-    /// A connection, or `transient` when the time is over, or `stopped`.
+    /// Returns a connection; `transient` when the time is over, `stopped` when a stop was requested.
     Outcome<TcpSocket> accept(std::chrono::milliseconds at_most, const StopSource& stop);
     [[nodiscard]] std::optional<SocketAddress> address() const { return socket_.local_address(); }
     void close() noexcept { socket_.close(); }
@@ -135,7 +135,7 @@ class TcpListener {
     TcpSocket socket_;
 };
 
-/// The name functions, looked up once for the process. Blocking: up to the system's own time-outs.
+/// The answer of a name look-up.
 struct NameAnswer {
     std::vector<SocketAddress> addresses;  ///< in the system's order, without duplicates
     int error = 0;                         ///< the system's EAI_ number; 0 when there are addresses
@@ -144,8 +144,8 @@ struct NameAnswer {
 };
 NameAnswer resolve_name(const std::string& host, std::uint16_t port);
 
-/// Where the name functions were found: "ws2_32", "wship6", "system", or "built-in" for the IPv4-only
-/// versions.
+/// The place where the name functions were found: "ws2_32", "wship6", "system", or "built-in" for the
+/// versions that know IPv4 only.
 std::string_view name_functions_source() noexcept;
 
 }  // namespace vantlow

@@ -1,15 +1,65 @@
-// How everything that waits is told to end.
+// How a wait ends: by its time (Deadline), by an event of the system (WakeEvent), by a request that travels
+// downwards (StopSource).
 #pragma once
 
 #include <atomic>
 #include <chrono>
+#include <climits>
+#include <cstdint>
 #include <optional>
 #include <stop_token>
 
 #include "base/result.h"
-#include "platform/wake.h"
 
 namespace vantlow {
+
+/// A moment that lies so many milliseconds ahead; a negative time means never.
+class Deadline {
+  public:
+    explicit Deadline(std::chrono::milliseconds at_most) noexcept
+        : span_(at_most < longest ? at_most : longest) {
+        if (span_.count() > 0) end_ = std::chrono::steady_clock::now() + span_;
+    }
+
+    /// The time that is left in milliseconds, rounded up so that a wait does not end early; -1: no end.
+    [[nodiscard]] int left() const noexcept {
+        if (span_.count() <= 0) return span_.count() == 0 ? 0 : -1;
+        const auto rest =
+            std::chrono::ceil<std::chrono::milliseconds>(end_ - std::chrono::steady_clock::now());
+        return rest.count() > 0 ? static_cast<int>(rest.count()) : 0;
+    }
+
+  private:
+    // The longest time that the systems' waits accept: more than three weeks.
+    static constexpr std::chrono::milliseconds longest{INT_MAX};
+    std::chrono::milliseconds span_;
+    std::chrono::steady_clock::time_point end_{};
+};
+
+/// An event of the operating system: once set it stays set, and wakes everybody who waits for it, now and
+/// later. Any thread may call any operation.
+class WakeEvent {
+  public:
+    WakeEvent();
+    ~WakeEvent();
+    WakeEvent(const WakeEvent&) = delete;
+    WakeEvent& operator=(const WakeEvent&) = delete;
+
+    void set() noexcept;
+    /// True when the event is set before the time is over. A negative time waits for ever.
+    bool wait(std::chrono::milliseconds at_most) const noexcept;
+
+    /// The system's own handle (a descriptor or a HANDLE), for the waits of this folder only; -1 where there
+    /// is none.
+    [[nodiscard]] std::intptr_t native() const noexcept { return native_; }
+
+  private:
+    /// Waits by looking at flag_ every 20 ms, for a system that had no event left.
+    bool poll_flag(const Deadline& deadline) const noexcept;
+
+    std::intptr_t native_;  ///< -1 when the system had no event left: flag_ is polled then
+    std::atomic<bool> flag_{false};
+};
 
 /// One stop object of an application, a job or a connection. A request travels to every source that was made
 /// with this one as its parent, and wakes every wait that watches it. Once requested it stays requested.
@@ -21,8 +71,8 @@ class StopSource {
     StopSource(const StopSource&) = delete;
     StopSource& operator=(const StopSource&) = delete;
 
-    /// Asks everything that watches this source to end; the first reason stays. `stopped` unless the stop
-    /// concerns one connection only.
+    /// Asks everything that watches this source to end; the first reason is kept. The reason is `stopped`
+    /// unless the stop concerns one connection only.
     void request(Code reason = Code::stopped) noexcept;
 
     [[nodiscard]] bool requested() const noexcept { return source_.stop_requested(); }

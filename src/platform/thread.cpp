@@ -1,5 +1,6 @@
 #include "platform/thread.h"
 
+#include <algorithm>
 #include <system_error>
 #include <utility>
 
@@ -9,7 +10,7 @@ namespace vantlow {
 namespace {
 
 Result refused(const std::error_code& error) {
-    return {Code::transient, "The system gives no further thread: " + error.message(), error.value()};
+    return {Code::transient, "The system cannot start another thread: " + error.message(), error.value()};
 }
 
 }  // namespace
@@ -23,6 +24,82 @@ Result start_thread(std::thread& thread, std::function<void()> work) {
         return refused(error.code());
     }
     return {};
+}
+
+ThreadPool::~ThreadPool() {
+    {
+        const std::lock_guard guard(mutex_);
+        closing_ = true;
+        for (const auto& worker : workers_) worker->woken.notify_one();
+    }
+    for (const auto& worker : workers_) worker->thread.join();
+    if (leaving_.joinable()) leaving_.join();
+}
+
+void ThreadPool::Running::join() {
+    if (!work_) return;
+    {
+        std::unique_lock guard(pool_->mutex_);
+        work_->ended.wait(guard, [this] { return work_->done; });
+    }
+    work_.reset();
+}
+
+Result ThreadPool::start(Running& running, std::function<void()> work) {
+    running.join();
+    running.pool_ = this;
+    running.work_ = std::make_shared<Running::Work>();
+    running.work_->run = std::move(work);
+    const std::lock_guard guard(mutex_);
+    if (idle_.empty()) {
+        Worker* const worker = workers_.emplace_back(std::make_unique<Worker>()).get();
+        worker->next = running.work_;
+        Result started = start_thread(worker->thread, [this, worker] { serve(*worker); });
+        if (!started.ok()) {
+            workers_.pop_back();
+            running.work_.reset();
+        }
+        return started;
+    }
+    Worker* const worker = idle_.back();
+    idle_.pop_back();
+    worker->next = running.work_;
+    // The notification stays within the lock: otherwise the worker may see the work by itself, do it and be
+    // gone.
+    worker->woken.notify_one();
+    return {};
+}
+
+void ThreadPool::serve(Worker& worker) {
+    std::unique_lock guard(mutex_);
+    for (;;) {
+        if (!worker.woken.wait_for(guard, idle_life_, [&] { return worker.next || closing_; }))
+            return leave(worker, std::move(guard));
+        const std::shared_ptr<Running::Work> work = std::exchange(worker.next, nullptr);
+        if (!work) return;
+        guard.unlock();
+        work->run();
+        work->run =
+            nullptr;  // releases what the work holds on its own thread, before anybody hears that it is done
+        guard.lock();
+        work->done = true;
+        idle_.push_back(&worker);
+        guard.unlock();
+        work->ended.notify_all();
+        guard.lock();
+    }
+}
+
+// Ends an idle thread. It cannot join itself, so it joins the thread that ended before it.
+void ThreadPool::leave(Worker& worker, std::unique_lock<std::mutex> guard) {
+    std::erase(idle_, &worker);
+    const auto at =
+        std::find_if(workers_.begin(), workers_.end(), [&](const auto& one) { return one.get() == &worker; });
+    const std::unique_ptr<Worker> own = std::move(*at);
+    workers_.erase(at);
+    std::thread before = std::exchange(leaving_, std::move(own->thread));
+    guard.unlock();
+    if (before.joinable()) before.join();
 }
 
 }  // namespace vantlow

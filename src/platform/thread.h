@@ -1,15 +1,73 @@
-// Threads, which the system may refuse.
+// Threads, which the system may refuse, and a pool of them for short pieces of work.
 #pragma once
 
+#include <chrono>
+#include <condition_variable>
 #include <functional>
+#include <memory>
+#include <mutex>
 #include <thread>
+#include <vector>
 
 #include "base/result.h"
 
 namespace vantlow {
 
-/// Starts a thread. Fails, with a sentence, where the system has none left; `thread` then stays as it was:
-/// one that is not running.
+/// Starts a thread. Fails, with a sentence, where the system has none left; `thread` then still runs nothing.
 Result start_thread(std::thread& thread, std::function<void()> work);
+
+/// Keeps idle threads for some seconds, for the next piece of work. Any thread may call. The pool outlives
+/// everything that it runs; its destructor joins all of its threads.
+class ThreadPool {
+  public:
+    explicit ThreadPool(std::chrono::milliseconds idle_life = std::chrono::seconds(10))
+        : idle_life_(idle_life) {}
+    ThreadPool(const ThreadPool&) = delete;
+    ThreadPool& operator=(const ThreadPool&) = delete;
+    ~ThreadPool();
+
+    /// One piece of work under way, as its starter sees it. Like std::thread it must be joined before it is
+    /// destroyed; the destructor does that.
+    class Running {
+      public:
+        Running() = default;
+        Running(Running&&) = default;
+        Running& operator=(Running&&) = delete;
+        ~Running() { join(); }
+        /// Returns when the work is done; at once when there is none.
+        void join();
+
+      private:
+        friend class ThreadPool;
+        struct Work {
+            std::function<void()> run;
+            bool done = false;  ///< guarded by the pool's mutex
+            std::condition_variable ended;
+        };
+        ThreadPool* pool_ = nullptr;
+        std::shared_ptr<Work> work_;
+    };
+
+    /// Begins the work on an idle thread, or on a new one; it never waits for other work. Fails where the
+    /// system has no further thread; nothing runs then.
+    Result start(Running& running, std::function<void()> work);
+
+  private:
+    struct Worker {
+        std::shared_ptr<Running::Work> next;  ///< guarded by mutex_
+        std::condition_variable woken;
+        std::thread thread;
+    };
+    void serve(Worker& worker);
+    void leave(Worker& worker, std::unique_lock<std::mutex> guard);
+
+    const std::chrono::milliseconds idle_life_;
+
+    std::mutex mutex_;
+    bool closing_ = false;       ///< guarded by mutex_, like the two below
+    std::vector<Worker*> idle_;  ///< the one that stopped last is taken first
+    std::vector<std::unique_ptr<Worker>> workers_;
+    std::thread leaving_;  ///< the thread that ended last; the next one to end joins it
+};
 
 }  // namespace vantlow

@@ -14,21 +14,23 @@ class UdpSocket {
     UdpSocket& operator=(UdpSocket&& other) noexcept;
     ~UdpSocket();
 
-    /// Sends nothing yet: only names the other side.
+    /// Makes a socket for one other side; nothing is sent yet.
     static Outcome<UdpSocket> connect(const SocketAddress& to);
-    /// Port 0 takes a free one, which local_address() then tells.
+    /// Makes a socket at one of this machine's addresses; port 0 takes a free one, which local_address() then
+    /// reports.
     static Outcome<UdpSocket> bind(const SocketAddress& at);
     [[nodiscard]] bool is_open() const noexcept { return native_ != invalid; }
     void close() noexcept;
 
-    /// One datagram. `failed` with `refused` as its fault when an earlier one came back as undeliverable.
+    /// Sends one datagram. `failed` with `refused` as its fault when an earlier one came back as
+    /// undeliverable.
     IoStep send(std::span<const std::byte> datagram) noexcept;
-    /// The next datagram, cut off at the room there is; `would_block` when none is there.
+    /// Receives the next datagram, cut off where the room ends; `would_block` when there is none.
     IoStep receive(std::span<std::byte> into) noexcept;
-    /// The same for a bound socket, which tells and is told the other side.
+    /// The same two for a bound socket: the other side is named in each call.
     IoStep send_to(std::span<const std::byte> datagram, const SocketAddress& to) noexcept;
     IoStep receive_from(std::span<std::byte> into, SocketAddress& from) noexcept;
-    /// Waits until a datagram, or an error, is there; a stop wins.
+    /// Waits until there is a datagram or an error; a stop wins.
     Ready wait(std::chrono::milliseconds at_most, const StopSource& stop) noexcept;
 
     /// This machine's address towards the other side.

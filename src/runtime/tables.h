@@ -132,8 +132,8 @@ struct NamesTable : LibraryTable {
     Names_IsPublicSuffix_t* Names_IsPublicSuffix = nullptr;
 };
 
-/// All of them, in the order in which they are loaded. The operations stay valid while the object lives (also
-/// when it is moved); any thread may read it.
+/// All tables, in the order in which they are loaded. The operations stay valid while the object lives, also
+/// when it is moved; any thread may read it.
 struct LibraryTables {
     SslTable ssl;
     SshTable ssh;
@@ -145,15 +145,15 @@ struct LibraryTables {
     NamesTable names;
 };
 
-/// Loads every library from the folder (a full path), by its full path: nothing of the same name that stands
-/// elsewhere is taken. The dial-up library comes from the system's own folder instead. Never fails: what is
-/// missing stays empty.
+/// Loads every library from the folder (a full path) by its full path, so that nothing of the same name
+/// elsewhere is loaded. The dial-up library comes from the system's own folder instead. Never fails: a
+/// missing operation's entry stays empty.
 LibraryTables load_libraries(const std::u16string& folder);
 
 /// The file name of each library of this system, in load order, and whether it is loaded.
 std::vector<std::pair<std::string, bool>> loaded_libraries(const LibraryTables& tables);
 
-/// The message for something that needs a missing library: "\"libssh.dll\" not found?" for "libssh".
+/// The message for an action that needs a missing library: "\"libssh.dll\" not found?" for "libssh".
 std::string missing_library_text(std::string_view library);
 
 }  // namespace vantlow

@@ -5,7 +5,7 @@
 
 #include "base/text.h"
 #include "base/uri_path.h"
-#include "platform/process.h"
+#include "platform/local_text.h"
 #include "runtime/host_names.h"
 
 namespace vantlow {
@@ -13,7 +13,7 @@ namespace {
 
 constexpr auto none = std::u16string_view::npos;
 
-// How an address goes on behind its prefix.
+// The form of an address behind its prefix.
 enum class Form { server, torrent, ed2k, metalink };
 
 struct Scheme {
@@ -54,8 +54,8 @@ const Scheme* find_scheme(std::u16string_view address) noexcept {
     return address.find(u"://") == none ? &no_scheme : nullptr;
 }
 
-// The scheme of "http:/host/x", which lacks a slash; null for other addresses. It would name a server called
-// "http" with an empty port, which nobody writes.
+// The scheme of "http:/host/x", which lacks a slash; null for other addresses. Read literally it would mean a
+// server called "http" with an empty port, which nobody writes.
 const Scheme* find_misspelt_scheme(std::u16string_view address) noexcept {
     for (const Scheme& scheme : schemes) {
         if (scheme.form != Form::server || istarts_with(address, scheme.prefix)) continue;
@@ -96,7 +96,7 @@ void split_server(const Scheme& scheme, std::u16string_view address, SplitAddres
     if (slash != none) split.path = rest.substr(slash);
     split.user = server.user;
     split.password = server.password;
-    // The prefix as it is written: only its meaning has no letter case.
+    // The prefix is kept as written: only its meaning ignores letter case.
     split.address = scheme.prefix.empty() ? no_scheme_prefix : address.substr(0, scheme.prefix.size());
     split.address += server.host_and_port;
     if (behind_literal(server.host_and_port).find(u':') == none) {
@@ -116,7 +116,7 @@ std::optional<std::string> read_name(std::u16string_view text) {
     return name;
 }
 
-// What stands in the brackets; a zone (RFC 6874) goes to the resolver as "%eth0".
+// Reads the literal in the brackets; a zone (RFC 6874) goes to the resolver as "%eth0".
 std::optional<std::string> read_literal(std::u16string_view text) {
     constexpr std::string_view digits = "0123456789abcdefABCDEF:.";
     const std::string literal = percent_decode(to_utf8(text));
@@ -138,7 +138,7 @@ std::optional<Server> read_server(std::u16string_view text, std::uint16_t standa
     const std::u16string_view tail = behind_literal(text);
     const bool is_literal = text.starts_with(u'[');
     const auto colon = tail.find(u':');
-    // Behind the bracket nothing but a port; an IPv6 literal without brackets leaves its port unclear.
+    // Behind the bracket only a port may follow; an IPv6 literal without brackets leaves its port unclear.
     if (is_literal && (tail.size() == text.size() || (!tail.empty() && colon != 0))) return std::nullopt;
     const auto host = is_literal ? read_literal(text.substr(1, text.size() - tail.size() - 2))
                                  : read_name(text.substr(0, colon));
@@ -154,7 +154,8 @@ std::u16string decode(std::u16string_view text) {
     return to_utf16(percent_decode(to_utf8(text)));
 }
 
-// RFC 7617 forbids them in credentials, and in an FTP command a line end would begin another command.
+// RFC 7617 forbids control characters in credentials, and in an FTP command a line end would begin another
+// command.
 bool has_control(std::u16string_view text) noexcept {
     return std::any_of(text.begin(), text.end(), [](char16_t c) { return c < 0x20 || c == 0x7F; });
 }
@@ -162,7 +163,7 @@ bool has_control(std::u16string_view text) noexcept {
 std::string wire_path(std::u16string_view path, bool utf8) {
     path = path.substr(0, path.find(u'#'));
     std::string bytes = utf8 ? to_utf8(path) : to_ansi(path);
-    // The code page's stand-in for a character that it lacks would begin a query.
+    // The code page's replacement for a character that it lacks, "?", would begin a query.
     if (!utf8 && from_ansi(bytes) != path) bytes = to_utf8(path);
     if (!bytes.starts_with('/')) bytes.insert(0, 1, '/');
     return percent_encode_unsafe(remove_dot_segments(bytes));
@@ -172,7 +173,7 @@ std::size_t server_end(std::u16string_view rest) noexcept {
     return std::min(rest.find_first_of(u"/?#"), rest.size());
 }
 
-// Where the credentials of an address stand, with their "@"; an empty range where there are none.
+// The range of the credentials in an address, with their "@"; empty where there are none.
 struct Range {
     std::size_t start = 0;
     std::size_t end = 0;
@@ -189,8 +190,8 @@ Range find_credentials(std::u16string_view address) {
         start = std::min(address.find_first_not_of(u"/\\", misspelt->prefix.size() - 2), address.size());
     const std::u16string_view rest = address.substr(start);
     std::size_t end = server_end(rest);
-    // A password with one of the marks in it, as people write them, or an address inside another: it leads
-    // nowhere, but is shown.
+    // A password with one of these marks in it, as people write them, or an address inside another one: it
+    // leads nowhere, but is shown.
     if (scheme == nullptr || !read_server(cut_server(rest.substr(0, end)).host_and_port, 1))
         end = rest.size();
     const auto at = rest.substr(0, end).rfind(u'@');

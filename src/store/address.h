@@ -8,7 +8,7 @@
 
 namespace vantlow {
 
-/// What the splitting operation makes of an address.
+/// The result of splitting an address.
 struct SplitAddress {
     std::u16string address;  ///< scheme and server part with its port ("http://host:80")
     bool secure = false;     ///< set for "ftps://" only
@@ -18,7 +18,7 @@ struct SplitAddress {
     int port = 0;  ///< the scheme's default port; 0: not recognised, address unchanged
 };
 
-/// Who can do something with an address.
+/// The part of the program that handles an address.
 enum class LinkKind {
     unknown,
     transfer,  ///< a server, from which one file is fetched
@@ -27,16 +27,16 @@ enum class LinkKind {
     metafile,  ///< "metalink://": a file that names others
 };
 
-/// By the table of schemes, letter case ignored. A text without "://" is the address of a server.
-/// "http:/host", which lacks a slash, is of no kind.
+/// The kind of an address by its scheme, letter case ignored. A text without "://" is the address of a
+/// server. "http:/host", which lacks a slash, has no kind.
 LinkKind link_kind(std::u16string_view address) noexcept;
 
-/// Splits by the table of schemes, letter case ignored. The port returned is always the scheme's default one;
-/// a port written in the address stays in the server part.
+/// Splits an address by its scheme, letter case ignored. The returned port is always the scheme's default
+/// one; a port in the address stays in the server part.
 SplitAddress split_address(std::u16string_view address);
 
-/// What a connection needs of a recognised address with a server part. The server part ends at the first "/",
-/// "?" or "#" (RFC 3986), so that nothing behind them is taken for a host or for credentials.
+/// The parts of a recognised address with a server part that a connection needs. The server part ends at the
+/// first "/", "?" or "#" (RFC 3986), so that nothing behind them is taken for a host or for credentials.
 struct Target {
     std::string scheme;          ///< lower case, without "://"
     std::string host;            ///< ASCII (ascii_host), without the brackets of an IPv6 literal
@@ -48,23 +48,23 @@ struct Target {
     std::u16string user;  ///< percent-decoded, like the password; no control characters in either
     std::u16string password;
     [[nodiscard]] bool is_ipv6_literal() const noexcept { return host.find(':') != std::string::npos; }
-    /// "host" or "[host]" for IPv6 literals, which leave their zone behind: it means something here only.
+    /// "host", or "[host]" for IPv6 literals, without their zone, which has a meaning on this machine only.
     [[nodiscard]] std::string host_text() const {
         return is_ipv6_literal() ? "[" + host.substr(0, host.find('%')) + "]" : host;
     }
 };
 
-/// None when the address is not recognised or lacks a slash ("http:/host"), has no server part, an empty
-/// host, a host that cannot be written in ASCII (ascii_host) or has characters that none may have, control
-/// characters in its credentials, or a port that is no number from 1 to 65535. `utf8` tells how the path's
-/// non-ASCII characters are written before they are escaped: UTF-8 or the ANSI code page (UTF-8 all the same
-/// where the code page lacks one of them).
+/// Reads an address. None when it is not recognised or lacks a slash ("http:/host"); when it has no server
+/// part or an empty host; when the host cannot be written in ASCII (ascii_host) or has characters that no
+/// host may have; for control characters in its credentials, and for a port that is no number from 1 to
+/// 65535. `utf8`: non-ASCII characters of the path are written in UTF-8 before they are escaped, otherwise in
+/// the ANSI code page (in UTF-8 all the same where the code page lacks one of them).
 std::optional<Target> parse_target(std::u16string_view address, bool utf8 = true);
 
-/// Why an address has no target, a sentence for people that does not repeat it.
+/// The reason why an address has no target: a sentence for people that does not repeat the address.
 std::string why_no_target(std::u16string_view address);
 
-/// Whether both name the same server: what is given for one (a login, cookies) may be told to the other. Host
+/// True when both name the same server, so that a login or cookies for one may be sent to the other. Host
 /// names are compared without regard to letter case (RFC 4343).
 bool is_same_server(const Target& a, const Target& b) noexcept;
 
@@ -72,7 +72,7 @@ bool is_same_server(const Target& a, const Target& b) noexcept;
 /// read, everything up to the last "@" is taken for credentials.
 std::u16string without_credentials(std::u16string_view address);
 
-/// The same, but the user name stays.
+/// The address without its password; the user name stays.
 std::u16string without_password(std::u16string_view address);
 
 }  // namespace vantlow

@@ -7,7 +7,7 @@
 namespace vantlow {
 namespace {
 
-// "/Downloading/Music/Live", so that a path from below the root is a tail of it that begins at a "/".
+// The path "/Downloading/Music/Live". A path from below the root is a tail of it that begins at a "/".
 std::u16string path_of(const CClassNode& node) {
     std::u16string path;
     for (const CClassNode* at = &node; at != nullptr; at = at->parent) path.insert(0, u"/" + at->name);
@@ -30,8 +30,8 @@ auto place_of(const CClassNode& child) {
 }  // namespace
 
 CClassNode::~CClassNode() {
-    // Always the last leaf of the last branch, found from above and given back upwards: neither the stack nor
-    // memory that might be lacking.
+    // The last leaf of the last branch is always next. It is found from above, with links back upwards, so
+    // that this takes neither stack nor memory, which may be short.
     for (CClassNode* node = this;;) {
         if (!node->children.empty()) {
             CClassNode* below = node->children.back().get();

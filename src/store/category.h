@@ -16,7 +16,7 @@ class CClassNode {
     CClassNode() = default;
     CClassNode(const CClassNode&) = delete;
     CClassNode& operator=(const CClassNode&) = delete;
-    /// Takes no stack for each level: a tree may be as deep as a damaged database makes it.
+    /// The destructor takes no stack for each level: a damaged database can make the tree very deep.
     virtual ~CClassNode();
 
     Guid identity;  ///< all zero for the root
@@ -42,27 +42,26 @@ class CategoryTree {
     [[nodiscard]] CClassNode* root() noexcept { return root_.get(); }
     [[nodiscard]] const CClassNode* root() const noexcept { return root_.get(); }
 
-    /// Inserts under `parent` (null: as the root, or beside it under the root when there is one already),
-    /// last or in the order of the names (without regard to ASCII letter case; behind its equals). A reserved
-    /// GUID becomes zero.
+    /// Inserts under `parent` (null: as the root, or below the root when there is one already), last or in
+    /// the order of the names (ASCII letter case ignored; behind equal names). A reserved GUID becomes zero.
     CClassNode& insert(std::unique_ptr<CClassNode> node, CClassNode* parent, Place place = Place::last);
     [[nodiscard]] CClassNode* find(const Guid& guid);
-    /// The category of this path ("Music/Live", from below the root, or with the root's name in front) or of
-    /// this name alone, letter case ignored where no name is written just so. Empty: none has it; several:
-    /// the name is not enough.
+    /// The categories with this path ("Music/Live", from below the root, or with the root's name in front) or
+    /// with just this name. Letter case is ignored where no name matches exactly. Empty: there is none;
+    /// several: the name is ambiguous.
     [[nodiscard]] std::vector<CClassNode*> find_named(std::u16string_view name);
     /// All categories, each before those below it.
     [[nodiscard]] std::vector<CClassNode*> all();
-    /// Puts a category with all that is below it under another one. False when that is the category itself or
-    /// below it, or when the category is the root.
+    /// Moves a category, with everything below it, under another one. False when that is the category itself
+    /// or one below it, and for the root.
     bool move(CClassNode& node, CClassNode& parent, Place place = Place::last);
-    /// Puts a category at this place among the children of `parent`, behind them where there are fewer. False
-    /// where move() would be.
+    /// Moves a category to this place among the children of `parent`, behind them where there are fewer.
+    /// False where move() is.
     bool place(CClassNode& node, CClassNode& parent, std::size_t place);
-    /// Removes a category: its jobs go to the one above it, behind those that are there, and its
-    /// sub-categories take its place. False for the root.
+    /// Removes a category: its jobs go to its parent, behind the jobs there, and its sub-categories take its
+    /// place. False for the root.
     bool remove(CClassNode& node);
-    /// What a first start begins with: "Downloading" (zero GUID) with "Completed" under it.
+    /// The tree of a first start: "Downloading" (zero GUID) with "Completed" below it.
     static CategoryTree with_defaults(const std::u16string& folder, const Guid& completed);
 
   private:

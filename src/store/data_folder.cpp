@@ -19,7 +19,7 @@ std::u16string with_separator(std::u16string folder, char16_t separator) {
 std::u16string base_folder(const DataFolderSources& sources) {
     if (!is_default(sources.setting)) return sources.setting;
     const auto at = sources.program.rfind(sources.separator);
-    // A path without any folder: the current one, and not the root that a lone separator would mean.
+    // A path without any folder means the current one, and not the root that a lone separator would mean.
     if (at == std::u16string::npos) return u".";
     return sources.program.substr(0, at);
 }
@@ -37,7 +37,7 @@ bool is_in_build_folder(const std::u16string& program) {
 
 std::u16string data_folder(const DataFolderSources& sources) {
     std::u16string user = sources.user;
-    // One name, whatever the account is called.
+    // The account's name must become one name in the path, whatever is in it.
     std::replace(user.begin(), user.end(), sources.separator, u'_');
     return with_separator(base_folder(sources), sources.separator) + user + u"'s temp";
 }

@@ -3,7 +3,7 @@
 #include <utility>
 #include <vector>
 
-#include "platform/file_stamp.h"
+#include "platform/file_marks.h"
 
 namespace vantlow {
 namespace {
@@ -28,7 +28,8 @@ DataFolderLock::Claim DataFolderLock::claim(const std::u16string& folder, FileEr
     if (file_.try_lock()) {
         path_ = lock_path(folder);
         identity_ = file_stamp(path_).identity;
-        // What stands in it is an earlier owner's; where it cannot be removed nobody answers there anyway.
+        // The text in the file is an earlier owner's; where it cannot be removed, nobody answers at that
+        // address anyway.
         static_cast<void>(file_.resize(0));
         return Claim::mine;
     }
@@ -38,14 +39,15 @@ DataFolderLock::Claim DataFolderLock::claim(const std::u16string& folder, FileEr
 
 bool DataFolderLock::is_in_place() const noexcept {
     if (!is_mine() || identity_ == 0) return true;
-    // A single look may fail for other reasons.
+    // A single look may fail for other reasons, so there are two.
     return file_stamp(path_).identity == identity_ || file_stamp(path_).identity == identity_;
 }
 
 DataFolderLock::Claim DataFolderLock::claim_again(FileError& error) {
     DataFolderLock fresh;
     const Claim claim = fresh.claim(folder_of(path_), error);
-    if (claim == Claim::taken && is_in_place()) return Claim::mine;  // it was only not seen a moment ago
+    if (claim == Claim::taken && is_in_place())
+        return Claim::mine;  // it was there all the time and only missed a moment ago
     if (claim != Claim::mine) return claim;
     const std::string where = std::move(published_);
     *this = std::move(fresh);

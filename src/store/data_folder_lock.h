@@ -10,7 +10,7 @@
 namespace vantlow {
 
 /// The lock of a data folder: the file ".lock" in it, held by its owner until the object or the process ends.
-/// In it stands how the owner can be reached, where it can be.
+/// The file says how the owner can be reached, where it can be.
 class DataFolderLock {
   public:
     enum class Claim {
@@ -22,18 +22,17 @@ class DataFolderLock {
     /// One attempt; makes the folder where it is missing.
     Claim claim(const std::u16string& folder, FileError& error);
     [[nodiscard]] bool is_mine() const noexcept { return file_.is_open(); }
-    /// False when the lock file in the folder is another one than the one that is held: somebody removed or
-    /// replaced the folder, and others may own what stands there now. Any thread, but not while claim_again()
-    /// runs.
+    /// False when the lock file in the folder is not the one that is held: somebody removed or replaced the
+    /// folder, and others may own the one that is there now. Any thread, but not while claim_again() runs.
     [[nodiscard]] bool is_in_place() const noexcept;
-    /// After that: the lock of what stands there now, with what was published written into it. What was held
-    /// before is held on where this fails.
+    /// Takes the lock of the folder that is there now, and writes the published text into it; for use after
+    /// is_in_place() was false. Where this fails the old lock is kept.
     Claim claim_again(FileError& error);
     /// Writes how this owner is reached; replaces what an earlier owner left.
     FileError publish(std::string_view where);
     void release() noexcept;
 
-    /// What the owner wrote; empty when there is nothing. Stale when nobody holds the lock.
+    /// The text that the owner wrote; empty when there is none. It is stale when nobody holds the lock.
     static std::string read(const std::u16string& folder);
 
   private:

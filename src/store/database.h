@@ -1,5 +1,5 @@
-// The job database: one binary file that holds the category tree and its jobs. Bytes to records and back; who
-// reads and writes the file stands elsewhere.
+// The job database: one binary file that holds the category tree and its jobs. These functions turn bytes
+// into records and back; database_files and store_writer read and write the file.
 #pragma once
 
 #include <cstddef>
@@ -14,7 +14,7 @@ namespace vantlow {
 inline constexpr int database_version = 59;
 inline constexpr std::size_t database_growth_step = 262144;
 
-/// What loading found.
+/// The result of loading.
 struct DatabaseLoad {
     enum class Status : std::uint32_t {
         nothing = 0,          ///< too short, or no category in it
@@ -27,13 +27,13 @@ struct DatabaseLoad {
     std::size_t jobs = 0;
 };
 
-/// Reads a database from its bytes. Categories are inserted as they are read, `place` under their parent;
-/// what was read before a damaged record stays. Memory is bounded by a small multiple of the input, whatever
-/// it says.
+/// Reads a database from its bytes. Categories are inserted as they are read, at `place` under their parent;
+/// records before a damaged one stay. Memory is bounded by a small multiple of the input, whatever its counts
+/// claim.
 DatabaseLoad load_database(std::span<const std::byte> bytes, CategoryTree& tree,
                            CategoryTree::Place place = CategoryTree::Place::last);
 
-/// Writes the whole tree. Nothing is written but the header when the tree has no root.
+/// Writes the whole tree; a tree without a root gives only the header.
 void save_database(const CategoryTree& tree, CQoMemFile& file);
 
 /// Writes a database of one category (the root, zero GUID) with this one job, for the state beside a partial

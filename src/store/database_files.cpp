@@ -30,7 +30,7 @@ OneFile load_one(const std::u16string& path, bool with_digest) {
     return file;
 }
 
-// Rights and locks may be mended; what the disk itself cannot read is damage.
+// Rights and locks may be mended; a file that the disk itself cannot read is damaged.
 bool is_refused(const FileError& error) noexcept {
     return !error.ok() && error.fault != FileFault::not_found && error.fault != FileFault::other;
 }
@@ -96,7 +96,7 @@ StoredDatabase load_database_files(const std::u16string& folder) {
     const std::u16string path = database_path(folder);
     const StoredJournal journal = load_journal(folder);
     OneFile main = load_one(path, journal.has_any);
-    // There is no other journal: what cannot be read of it must not be forgotten.
+    // There is only one journal, so one that cannot be read must not be ignored.
     stored.error = is_refused(main.error) ? main.error : journal.error;
     if (!stored.error.ok()) return stored;
     stored.status = main.load.status;
@@ -108,7 +108,7 @@ StoredDatabase load_database_files(const std::u16string& folder) {
         return stored;
     }
     OneFile copy = load_one(path + std::u16string(copy_suffix), journal.has_any);
-    // Written over by the next save, so it must not be what a newer program needs.
+    // The next save overwrites the copy, so it must not be one that a newer program needs.
     if (is_newer(copy)) {
         stored.status = copy.load.status;
         return stored;
@@ -117,12 +117,11 @@ StoredDatabase load_database_files(const std::u16string& folder) {
     if (holds_more(copy, main)) {
         stored.from_copy = true;
         if (!stored.damaged) stored.notes.push_back("The job database " + to_utf8(path) + " is missing.");
-        stored.notes.push_back("Its copy was taken, with " + held(copy.load) + ".");
+        stored.notes.push_back("Its copy was used, with " + held(copy.load) + ".");
         take(stored, copy, journal);
         return stored;
     }
-    if (stored.damaged)
-        stored.notes.push_back("What could be read of it was taken: " + held(main.load) + ".");
+    if (stored.damaged) stored.notes.push_back("The readable part of it was used: " + held(main.load) + ".");
     take(stored, main, journal);
     return stored;
 }

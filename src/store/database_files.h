@@ -12,7 +12,7 @@ namespace vantlow {
 inline constexpr std::u16string_view database_name = u".database";
 inline constexpr std::u16string_view copy_suffix = u".copy";
 
-/// What was found in a data folder.
+/// The contents of a data folder.
 struct StoredDatabase {
     CategoryTree tree;  ///< without a root when nothing was found
     DatabaseLoad::Status status = DatabaseLoad::Status::nothing;
@@ -20,14 +20,14 @@ struct StoredDatabase {
     bool damaged = false;  ///< ".database" is there but not whole: keep_damaged() before it is written over
     bool from_copy = false;     ///< the copy held more and was taken
     bool from_journal = false;  ///< changes that the database does not hold were taken from its journal
-    /// What a person has to be told, UTF-8 sentences.
+    /// Sentences, UTF-8, for a person.
     std::vector<std::string> notes;
 };
 
-/// Reads the database of the folder. Where it is missing, cut short or damaged and the copy holds more (more
-/// jobs, more categories, or as many of them whole), the copy is taken. Neither file is changed. When either
-/// file that would be read is of a newer version the status is `newer` and nothing was taken. Changes that
-/// the journal holds since that database was written are made in the tree.
+/// Reads the database of the folder, and makes the changes that the journal holds since that database was
+/// written. Where the database is missing, cut short or damaged and the copy holds more (more jobs, more
+/// categories, or as many of them whole), the copy is taken. Neither file is changed. When either file that
+/// would be read is of a newer version the status is `newer` and nothing was taken.
 StoredDatabase load_database_files(const std::u16string& folder);
 
 /// Renames a damaged database to ".database.damaged-TIME" (TIME as yyyymmdd-hhmmss, UTC), with a number

@@ -1,8 +1,7 @@
 #include <algorithm>
 
 #include "store/database.h"
-#include "store/database_fields.h"
-#include "store/database_records.h"
+#include "store/database_parts.h"
 #include "store/field_reader.h"
 
 namespace vantlow {
@@ -10,7 +9,7 @@ namespace {
 
 namespace fields = database_fields;
 
-// What a count says, but never more than there is room for.
+// The count, limited to the number of records that there is room for.
 std::size_t bounded(std::int32_t count, std::size_t left, std::size_t smallest) noexcept {
     return count > 0 ? std::min(static_cast<std::size_t>(count), left / smallest) : 0;
 }
@@ -67,7 +66,7 @@ void read_first_group(FieldReader& in, CJobNode& job) {
     for (std::int32_t i = 0; i < count && in.ok(); ++i) read_segment(in, job);
 }
 
-// A state that this version does not know is one in which nothing happens.
+// A state that this version does not know becomes one in which nothing happens.
 JobState known_state(std::int32_t number) noexcept {
     const bool is_known = number >= 0 && number <= static_cast<std::int32_t>(JobState::failed);
     return is_known ? static_cast<JobState>(number) : JobState::stopped;
@@ -116,7 +115,7 @@ void read_bit_map(FieldReader& in, CJobNode& job) {
                    [](std::byte byte) { return std::to_integer<std::uint8_t>(byte); });
 }
 
-// Digests that are not as long as their kind says are none.
+// A digest whose length does not fit its kind is ignored.
 void read_hash(FieldReader& block, std::size_t length, JobSources& sources) {
     FieldReader value(block.take(length));
     const auto kind = fields::digest_of_number(value.u8());
@@ -134,7 +133,7 @@ void read_pieces(FieldReader& block, std::size_t length, JobSources& sources) {
     sources.pieces = PieceHashes{*kind, piece, {hashes.begin(), hashes.end()}};
 }
 
-// True when the value was one of those that say where the bytes are to be had.
+// True when the value belonged to the sources: addresses, size, hashes.
 bool read_source_value(FieldReader& block, std::uint8_t kind, std::size_t length, JobSources& sources) {
     switch (kind) {
         case fields::mirror_value:
@@ -165,7 +164,7 @@ void read_mark(FieldReader& block, std::size_t length, PartialMark& mark) {
     if (value.ok() && read.length >= 0) mark = std::move(read);
 }
 
-// True when the value was one of those that a job is told about its runs.
+// True when the value belonged to the job's own rules.
 bool read_rule(FieldReader& block, std::uint8_t kind, std::size_t length, JobRules& rules) {
     switch (kind) {
         case fields::overwrite_value:
@@ -270,8 +269,8 @@ std::unique_ptr<CJobNode> read_job(FieldReader& in) {
 
 namespace {
 
-// A category whose own fields are whole is kept with the jobs that were whole, though the one behind them is
-// not: they were read before the damage. Null when not even that is there.
+// Reads a category. One whose own fields are whole is kept, with the jobs that were whole, even when a record
+// behind them is damaged. Null when its own fields are not whole.
 std::unique_ptr<CClassNode> read_category(FieldReader& in, const Guid& identity) {
     auto node = std::make_unique<CClassNode>();
     node->identity = identity;

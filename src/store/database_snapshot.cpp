@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "store/database_records.h"
+#include "store/database_parts.h"
 
 namespace vantlow {
 namespace {
@@ -45,7 +45,7 @@ DatabaseSnapshot::DatabaseSnapshot(const CategoryTree& tree) {
         for (const auto& job : node.jobs) jobs_.push_back(job.get());
         end_section(node.identity);
     });
-    end_section({});  // what follows the last category
+    end_section({});  // the part behind the last category
 }
 
 bool DatabaseSnapshot::go_on(std::chrono::steady_clock::time_point until) {

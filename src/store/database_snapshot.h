@@ -12,20 +12,21 @@
 
 namespace vantlow {
 
-/// The image of a tree: its categories, and which jobs are filed where, as they were when it was begun; each
-/// job's own fields as they are when its turn comes, or were when it was removed. So it is always a whole
-/// database, and every change since its begin that is missing in it can be made in it.
+/// The image of a tree: its categories, and the places of its jobs, as they were at the beginning; each job's
+/// own fields as they are when its turn comes, or were when it was removed. So it is always a whole database,
+/// and every later change that is missing in it can be replayed on it.
 class DatabaseSnapshot {
   public:
     explicit DatabaseSnapshot(const CategoryTree& tree);
     DatabaseSnapshot(const DatabaseSnapshot&) = delete;
     DatabaseSnapshot& operator=(const DatabaseSnapshot&) = delete;
 
-    /// Goes on until the image is whole (true) or the time is over; a few jobs are always written.
+    /// Continues until the image is whole (true) or the time is over; at least a few jobs are written each
+    /// time.
     bool go_on(std::chrono::steady_clock::time_point until);
-    /// The job is about to go.
+    /// Keeps the bytes of a job that is about to be removed.
     void keep(const CJobNode& job);
-    /// Once it is whole.
+    /// Takes the image, once it is whole.
     [[nodiscard]] DatabaseImage take_image() noexcept { return std::move(image_); }
 
   private:

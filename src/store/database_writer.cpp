@@ -1,8 +1,7 @@
 #include <string_view>
 
 #include "store/database.h"
-#include "store/database_fields.h"
-#include "store/database_records.h"
+#include "store/database_parts.h"
 #include "store/field_writer.h"
 
 namespace vantlow {
@@ -54,7 +53,7 @@ void write_first_group(FieldWriter& out, const CJobNode& job, const Guid& catego
     for (const auto& segment : job.segments) write_segment(out, *segment);
 }
 
-// Whether the job has the whole map that its bit count promises.
+// True when the job has the whole map that its bit count promises.
 bool has_bit_map(const CJobNode& job) noexcept {
     return job.bit_count > 0 && job.bit_map.size() >= fields::bit_map_size(job.bit_count);
 }
@@ -220,7 +219,8 @@ void write_header(FieldWriter& out) {
 
 }  // namespace
 
-// In the order of a walk that shows each category before its children; without a stack frame for each level.
+// Goes in the order of a walk that visits each category before its children, without a stack frame for each
+// level.
 void write_categories(FieldWriter& out, const CategoryTree& tree, const WriteJobs& write_jobs) {
     struct Level {
         const CClassNode* node;
@@ -253,7 +253,8 @@ void save_database(const CategoryTree& tree, CQoMemFile& file) {
             for (const auto& job : node.jobs) write_job(out, *job, node.identity);
         });
     };
-    // Counted first: a database that grew while it was written would for a moment take three times its size.
+    // The bytes are counted first: a database that grew while it was written would take three times its size
+    // for a moment.
     FieldWriter counter(nullptr);
     write(counter);
     file.reserve(file.size() + counter.written());

@@ -14,7 +14,7 @@
 namespace vantlow {
 
 /// Takes field after field off the bytes. The first field that does not fit spoils the reader: it and all
-/// that follow are zero or empty, so that a record is read in one go and judged at its end.
+/// later ones are zero or empty, so that a record is read in one go and judged at its end.
 class FieldReader {
   public:
     explicit FieldReader(std::span<const std::byte> bytes) : left_(bytes) {}

@@ -16,7 +16,7 @@
 
 namespace vantlow {
 
-/// Where written bytes go.
+/// The receiver of written bytes.
 class ByteSink {
   public:
     ByteSink() = default;
@@ -36,7 +36,7 @@ class MemFileSink final : public ByteSink {
     CQoMemFile& file_;
 };
 
-/// Gathers fields, which are small, and hands them on in larger pieces. Without a sink it only counts.
+/// Gathers fields, which are small, and passes them on in larger pieces. Without a sink it only counts bytes.
 class FieldWriter {
   public:
     explicit FieldWriter(ByteSink* sink) : sink_(sink) {}
@@ -64,12 +64,12 @@ class FieldWriter {
         constexpr std::array<std::byte, 64> nothing{};
         raw(nothing.data(), std::min(size, nothing.size()));
     }
-    /// Up to its first zero unit, which ends a text in the file.
+    /// Writes the text up to its first zero unit, which ends a text in the file.
     void text(std::u16string_view text) {
         wide(text.substr(0, text.find(u'\0')));
         number(std::uint16_t{0});
     }
-    /// The units alone.
+    /// Writes the UTF-16 units alone, without length and end.
     void wide(std::u16string_view text) {
         if constexpr (std::endian::native == std::endian::little) {
             raw(text.data(), text.size() * 2);

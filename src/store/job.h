@@ -52,8 +52,8 @@ class CProxyNode {
     std::int32_t kind = direct;
     std::u16string user;
     std::u16string password;
-    /// The password as its list keeps it, where this user of this machine cannot read it: it goes back as it
-    /// was.
+    /// The password in its list's form, where this user of this machine cannot read it; it is written back
+    /// unchanged.
     std::string sealed_password;
 };
 
@@ -72,7 +72,7 @@ class CJobSeg {
         std::int32_t number = 0;
         std::int64_t value = 0;
     };
-    /// What only some protocols keep with a segment.
+    /// The attributes that only some protocols keep with a segment.
     struct Extra {
         std::u16string text;
         std::array<Slot, 3> slots;
@@ -85,23 +85,24 @@ class CJobSeg {
     std::int64_t first_block = 0;  ///< index of the first whole block that the segment covers
     int worker = 0;                ///< number of the connection that works on it; 0: none; not saved
 
-    /// The extra attributes for changing; they are made when they are not there yet.
+    /// The extra attributes, to be changed; made where they do not exist yet.
     [[nodiscard]] Extra& extra();
-    /// Null where the segment has none: nearly always, which is why they are not members.
+    /// The extra attributes; null where the segment has none, which is nearly always and why they are no
+    /// members.
     [[nodiscard]] const Extra* find_extra() const noexcept { return extra_.get(); }
 
   private:
     std::unique_ptr<Extra> extra_;
 };
 
-/// No job has more at once, whatever a file or a person says.
+/// No job has more connections at once, whatever a file or a person says.
 inline constexpr std::int32_t most_connections = 64;
 
 /// The states that lists show; saved with the job.
 enum class JobState : std::int32_t { waiting = 0, running = 1, stopped = 2, finished = 3, failed = 4 };
 std::string_view job_state_name(JobState state) noexcept;
 
-/// What tells one version of a resource from another.
+/// The facts that tell one version of a resource from another.
 struct Validators {
     std::string etag;           ///< as sent, quotes and W/ included; empty when there was none
     std::string last_modified;  ///< as sent; empty when there was none
@@ -109,7 +110,7 @@ struct Validators {
     std::string media_type{};   ///< of the answer, lower case, without parameters; empty: unsaid
 };
 
-/// What the partial file of an unfinished job is known by.
+/// The mark by which the partial file of an unfinished job is recognised.
 struct PartialMark {
     std::int64_t length = -1;  ///< bytes that it has at least; -1: there is no mark
     std::int64_t begin = 0;    ///< a range of it that was received
@@ -119,23 +120,23 @@ struct PartialMark {
     [[nodiscard]] bool is_set() const noexcept { return length >= 0; }
 };
 
-/// What a job was told about its own runs, in place of what the settings say. A plain record; shared by the
-/// copies of a job and not changed once a job has it.
+/// A job's own rules for its runs, in place of the settings. A plain record, shared by the copies of a job
+/// and not changed once a job has it.
 struct JobRules {
     std::optional<std::int32_t> overwrite;  ///< as the setting "FileOverwriteRule"; none: as the settings say
-    bool skip_existing = false;             ///< a file that is there already, unchanged, is not fetched again
-    bool insecure = false;                  ///< certificates are not checked
-    bool accept_host_key = false;           ///< SSH servers that are not known yet are trusted
-    std::u16string ca_file;                 ///< trusted roots for TLS; empty: as the settings say
-    std::u16string key_file;                ///< a private key for SSH; empty: none by name
-    std::int64_t speed_limit = 0;           ///< bytes a second for all of its connections; 0: none of its own
+    bool skip_existing = false;    ///< an existing file that is unchanged on the server is not fetched again
+    bool insecure = false;         ///< certificates are not checked
+    bool accept_host_key = false;  ///< SSH servers that are not known yet are trusted
+    std::u16string ca_file;        ///< trusted roots for TLS; empty: as the settings say
+    std::u16string key_file;       ///< a private key for SSH; empty: none by name
+    std::int64_t speed_limit = 0;  ///< bytes a second for all of its connections; 0: none of its own
     bool operator==(const JobRules&) const = default;
 };
 
-/// What is known of a job, but for its segments and its timetable.
+/// The facts about a job, without its segments and its timetable.
 struct JobFacts {
     std::u16string address;
-    std::u16string fragment;  ///< what followed "#" in the address, with the "#"; never sent
+    std::u16string fragment;  ///< the text behind "#" in the address, with the "#"; never sent
     std::u16string referer;
     std::u16string comment;
     std::u16string user;
@@ -152,7 +153,7 @@ struct JobFacts {
     std::int32_t connections = 5;   ///< segments made for a new job; "Threads"
     std::int32_t max_threads = 0;   ///< most connections at once; 0: as `connections`
     std::int32_t retry_delay = -1;  ///< seconds between attempts; -1: paced by what they brought
-    std::int32_t retry_by_settings = 1;  ///< the settings say how often to try again; 0: `retries` does
+    std::int32_t retry_by_settings = 1;  ///< 1: the settings say how often to try again; 0: `retries` does
     std::int32_t retries = 10;           ///< attempts after the first; -1: without limit
     std::int32_t longest_pause = 30;     ///< seconds: the most between attempts that pace themselves
     std::int32_t silence_limit = 30;     ///< seconds without a byte after which a connection is broken
@@ -168,10 +169,10 @@ struct JobFacts {
     Code result = Code::ok;  ///< of the last run
     std::string error;       ///< why that failed, UTF-8; empty: describe(result) is all that is known
     Validators validators;
-    PartialMark partial_mark;                   ///< of the partial file that the segments belong to
-    std::vector<std::uint8_t> bit_map;          ///< finished blocks, one bit each, or empty
-    std::int32_t bit_count = 0;                 ///< bits of `bit_map`, which has (bit_count + 7) / 8 bytes
-    std::string bit_map_mark;                   ///< what the map was made for: those who read it know
+    PartialMark partial_mark;           ///< of the partial file that the segments belong to
+    std::vector<std::uint8_t> bit_map;  ///< finished blocks, one bit each, or empty
+    std::int32_t bit_count = 0;         ///< bits of `bit_map`, which has (bit_count + 7) / 8 bytes
+    std::string bit_map_mark;           ///< identifies the pieces that the map was made for, for its readers
     std::shared_ptr<const JobSources> sources;  ///< null for a job of one address without hashes
     std::shared_ptr<const JobRules> rules;      ///< null for a job that goes by the settings alone
 };
@@ -183,15 +184,15 @@ struct JobBlock;
 class CJobNode : public CQueueNode, public JobFacts {
   public:
     CJobNode() = default;
-    /// Copies everything but the identity (the copy is a job of its own) and of the segments only start and
-    /// end.
+    /// Copies everything except the identity (the copy is a job of its own) and, of the segments, only start
+    /// and end.
     CJobNode(const CJobNode& other);
     CJobNode& operator=(const CJobNode&) = delete;
     ~CJobNode() override = default;
-    /// The same job once more, identity and everything of its segments but their workers included: what is
-    /// saved, or handed to who runs it.
+    /// A copy with the same identity and all of the segments except for their workers: for saving, or for the
+    /// one who runs the job.
     [[nodiscard]] std::unique_ptr<CJobNode> twin() const;
-    /// Becomes what the other one is, which is left empty; identity, category and order stay.
+    /// Takes all contents of the other job, which is left empty; identity, category and order stay.
     void take_from(CJobNode& other) noexcept;
 
     Guid identity;  ///< of the job itself; zero until it is filed
@@ -204,7 +205,8 @@ class CJobNode : public CQueueNode, public JobFacts {
     CJobSeg& append_segment(std::int64_t start, std::int64_t end);
     /// The most connections that the job may have: max_threads or connections, 1 to most_connections.
     [[nodiscard]] std::int32_t thread_limit() const noexcept;
-    /// How often a connection of this job tries again (-1: without limit); none where the settings decide.
+    /// The number of times that a connection of this job tries again (-1: without limit); none where the
+    /// settings decide.
     [[nodiscard]] std::optional<std::int32_t> own_retry_limit() const noexcept;
 
   private:

@@ -1,5 +1,5 @@
-// Job list files: the jobs of a category as delimited text, and back. Bytes to records and records to bytes;
-// who reads and writes the file stands elsewhere.
+// Job list files: the jobs of a category as delimited text, and back. These functions turn bytes into records
+// and records into bytes; their callers read and write the file.
 #pragma once
 
 #include <cstddef>
@@ -12,7 +12,7 @@
 
 namespace vantlow {
 
-/// How a job list is laid out.
+/// The layout of a job list.
 struct JobListFormat {
     std::u16string text_delimiter = u"\"";
     std::u16string column_delimiter = u",";
@@ -33,16 +33,16 @@ struct JobListNote {
     std::string text;      ///< UTF-8
 };
 
-/// What was found in a job list file.
+/// The contents of a job list file.
 struct JobList {
     std::vector<std::unique_ptr<CJobNode>> jobs;
-    std::vector<JobListNote> skipped;  ///< lines that gave no job, with why
-    std::vector<JobListNote> notes;    ///< lines of which a part was left out, with which
+    std::vector<JobListNote> skipped;  ///< lines that gave no job, with the reason
+    std::vector<JobListNote> notes;    ///< lines with a part that was left out, with its name
 };
 
-/// Reads a job list, or a plain list of links without header. UTF-8 with or without a byte order mark,
-/// UTF-16LE with one, else the ANSI code page; either line end. Columns that the header names and this
-/// program does not know are left out, jobs keep their defaults where columns or values are missing. A job
+/// Reads a job list, or a plain list of links without header. The text may be UTF-8 with or without a byte
+/// order mark, UTF-16LE with one, else the ANSI code page; either line end. Columns of the header that this
+/// program does not know are left out; where columns or values are missing, jobs keep their defaults. A job
 /// has no identity yet; it has as many empty segments as connections; its path is its folder, with a
 /// separator, or empty where the list names no absolute folder.
 JobList read_job_list(std::span<const std::byte> bytes);

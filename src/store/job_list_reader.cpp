@@ -4,7 +4,7 @@
 
 #include "base/text.h"
 #include "platform/file.h"
-#include "platform/process.h"
+#include "platform/local_text.h"
 #include "store/address.h"
 #include "store/job_list.h"
 
@@ -97,7 +97,7 @@ std::optional<std::vector<std::u16string>> split_line(std::u16string_view line, 
             }
         }
         const auto end = comma.empty() ? line.size() : std::min(line.find(comma, at), line.size());
-        value.append(line.substr(at, end - at));  // what stands without delimiters, or behind them
+        value.append(line.substr(at, end - at));  // text without delimiters, or behind them
         values.push_back(std::move(value));
         if (end >= line.size()) return values;
         at = end + comma.size();
@@ -135,8 +135,7 @@ bool is_absolute(const std::u16string& folder) {
     return drive || folder.starts_with(u"\\\\");
 }
 
-// False when the value cannot be what the column says; the job keeps its default then. An empty value says
-// nothing.
+// False when the value does not fit its column; the job then keeps its default. An empty value means nothing.
 bool set_value(CJobNode& job, int field, const std::u16string& value) {
     const auto set_number = [&](std::int32_t& to, std::int32_t smallest, std::int32_t largest) {
         const auto number = number_in(value, smallest, largest);
@@ -178,15 +177,15 @@ bool set_value(CJobNode& job, int field, const std::u16string& value) {
     }
 }
 
-// Why the text is no address that a job could fetch; empty when it is one.
+// The reason why the text is no address that a job could fetch; empty when it is one.
 std::string fault_of_address(std::u16string_view address) {
     if (address.empty()) return "no address";
     const auto is_blank = [](char16_t c) { return c <= u' ' || c == 0x7F; };
-    if (std::any_of(address.begin(), address.end(), is_blank)) return "no address: there are blanks in it";
+    if (std::any_of(address.begin(), address.end(), is_blank)) return "not an address: it contains blanks";
     const bool has_scheme =
         address.find(u"://") != std::u16string_view::npos || istarts_with(address, u"magnet:?");
     if (!has_scheme && address.find_first_of(u"./") == std::u16string_view::npos) return "no address";
-    if (link_kind(address) == LinkKind::unknown) return "a kind of address that is not known";
+    if (link_kind(address) == LinkKind::unknown) return "an unknown kind of address";
     return {};
 }
 

@@ -2,15 +2,15 @@
 
 #include "base/text.h"
 #include "platform/file.h"
-#include "platform/process.h"
+#include "platform/local_text.h"
 #include "store/address.h"
 #include "store/job_list.h"
 
 namespace vantlow {
 namespace {
 
-// Everything before the last separator of either kind; a folder right below the root keeps nothing in front
-// of it.
+// The text before the last separator of either kind; a folder right below the root keeps nothing in front of
+// it.
 std::u16string folder_text(std::u16string_view path) {
     const auto at = path.find_last_of(u"\\/");
     return std::u16string(at == std::u16string_view::npos ? std::u16string_view{} : path.substr(0, at));
@@ -49,7 +49,7 @@ std::u16string value_of(const CJobNode& job, int field) {
     }
 }
 
-// One value on one line.
+// Puts a value on one line.
 std::u16string on_one_line(std::u16string_view value, std::u16string_view line_break) {
     std::u16string line;
     for (std::size_t i = 0; i < value.size(); ++i) {
@@ -118,7 +118,7 @@ std::string write_job_list(std::span<const CJobNode* const> jobs, const JobListF
         out.raw(attribute_names_wide[static_cast<std::size_t>(fields[i])]);
     }
     out.end_line();
-    // Who has no column for passwords wants none in the file, in whatever address it stands.
+    // Without a column for passwords the file must hold none, in whatever address it stands.
     const bool passwords = std::find(fields.begin(), fields.end(), password_field) != fields.end();
     const auto shown = [&](const std::u16string& address) {
         return passwords ? address : without_password(address);

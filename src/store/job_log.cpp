@@ -8,7 +8,7 @@
 namespace vantlow {
 namespace {
 
-// At most `most` bytes, and not a part of a character.
+// Cuts the text to at most `most` bytes, never inside a character.
 std::string_view cut(std::string_view text, std::size_t most) noexcept {
     if (text.size() <= most) return text;
     std::size_t length = most;
@@ -28,7 +28,7 @@ std::int64_t now_in_milliseconds() noexcept {
 
 }  // namespace
 
-// What a server sent must not move the cursor of the terminal that shows it, nor make two lines of one.
+// Text from a server must neither move the cursor of the terminal that shows it, nor make two lines of one.
 std::string log_text(std::string_view text) {
     std::u16string units = to_utf16(cut(text, CLogNode::max_length));
     char16_t before = 0;
@@ -42,7 +42,7 @@ std::string log_text(std::string_view text) {
 }
 
 void CJobLog::line(Direction direction, std::string_view text) {
-    // Writers of a log are in the middle of something else: where memory is lacking they do without the line.
+    // The writers of a log are in the middle of other work, so a line is dropped when memory is short.
     try {
         CLogNode node;
         node.time = now_in_milliseconds();

@@ -24,7 +24,7 @@ class CLogNode {
     static constexpr std::size_t max_length = 4096;
 };
 
-/// The text as a line holds it: no control characters, no bytes that are not UTF-8, at most
+/// The text in the form that a line holds: no control characters, no bytes that are not UTF-8, at most
 /// CLogNode::max_length bytes.
 std::string log_text(std::string_view text);
 

@@ -21,10 +21,10 @@ class JobLogFile {
     JobLogFile& operator=(const JobLogFile&) = delete;
     ~JobLogFile() { write(); }
 
-    /// Any thread. Beyond 1 MiB that was not written yet the older half is lost.
+    /// Adds a line; any thread. Beyond 1 MiB of unwritten lines the older half is lost.
     void add(const CLogNode& line);
-    /// Appends what was gathered; one thread at a time. What cannot be written is lost: a log must not keep a
-    /// job from running.
+    /// Appends the gathered lines; one thread at a time. Lines that cannot be written are lost: a log must
+    /// not keep a job from running.
     void write();
 
   private:
@@ -33,9 +33,9 @@ class JobLogFile {
     std::string gathered_;  ///< guarded by mutex_
 };
 
-/// A line as it stands in the file, with its end.
+/// The form of a line in the file, with its end.
 std::string write_log_line(const CLogNode& line);
-/// The lines of a file, oldest first; what is none is left out.
+/// The lines of a file, oldest first; a line that is none is skipped.
 std::vector<CLogNode> read_log_lines(std::string_view text);
 
 /// The lines of a job's log, oldest first; none when there is no log.

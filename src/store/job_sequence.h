@@ -56,7 +56,7 @@ class JobSequence {
         Place block_;
         std::size_t at_ = 0;
     };
-    /// Jobs that are put in or taken out spoil iterators.
+    /// Putting in or taking out a job invalidates iterators.
     [[nodiscard]] const_iterator begin() const noexcept { return const_iterator(blocks_.begin()); }
     [[nodiscard]] const_iterator end() const noexcept { return const_iterator(blocks_.end()); }
 
@@ -70,21 +70,22 @@ class JobSequence {
     [[nodiscard]] std::size_t place_of(const CJobNode& job) const noexcept;
 
     CJobNode& push_back(std::unique_ptr<CJobNode> job);
-    /// Before the job at this place, or last where there are fewer.
+    /// Inserts a job before the one at this place, or last where there are fewer.
     CJobNode& insert(std::size_t place, std::unique_ptr<CJobNode> job);
     /// Takes out a job, which must be in it.
     std::unique_ptr<CJobNode> take(const CJobNode& job);
-    /// All jobs of another sequence behind these.
+    /// Appends all jobs of another sequence.
     void append(JobSequence other);
 
   private:
-    /// The block that a place is in; the place becomes the one in it.
+    /// The block that a place is in; `place` becomes the one within that block.
     [[nodiscard]] std::size_t block_at(std::size_t& place) const noexcept;
     [[nodiscard]] std::size_t index_of(const JobBlock& block) const noexcept;
     void split(std::size_t index);
 
     std::vector<std::unique_ptr<JobBlock>> blocks_;  ///< none of them empty
-    std::vector<std::size_t> sizes_;                 ///< of the blocks: walked over without a look at them
+    std::vector<std::size_t>
+        sizes_;  ///< the sizes of the blocks, so that a walk need not look at the blocks themselves
     std::size_t size_ = 0;
 };
 

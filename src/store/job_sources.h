@@ -1,4 +1,5 @@
-// Where a job's bytes are to be had and what they must be, where its link said more than one address.
+// The addresses of a job's bytes and the hashes that they must have, for a link that gave more than one
+// address.
 #pragma once
 
 #include <cstddef>
@@ -12,7 +13,7 @@
 
 namespace vantlow {
 
-/// What the finished file must be.
+/// The digest that the finished file must have.
 struct ExpectedHash {
     DigestKind kind = DigestKind::sha256;
     std::vector<std::byte> digest;
@@ -31,7 +32,7 @@ struct PieceHashes {
     }
 };
 
-/// A plain record; shared by the copies of a job and not changed once a job has it.
+/// A plain record. It is shared by the copies of a job and not changed once a job has it.
 struct JobSources {
     std::vector<std::u16string> mirrors;  ///< addresses of the same file, the best first, the job's own too
     std::int64_t size = -1;               ///< bytes that the file must have; -1: unsaid

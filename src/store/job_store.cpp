@@ -11,7 +11,7 @@ namespace {
 // The bytes of an identity in the order of its digits: see guid_text().
 constexpr std::size_t digit_order[] = {3, 2, 1, 0, 5, 4, 7, 6, 8, 9, 10, 11, 12, 13, 14, 15};
 
-// Nobody counts so far: a larger order stands in a damaged file, and would leave no room behind it.
+// No queue gets this long: a larger order comes from a damaged file, and would leave no room behind it.
 constexpr std::int32_t largest_order = std::numeric_limits<std::int32_t>::max() / 2;
 
 }  // namespace
@@ -59,13 +59,14 @@ void JobStore::take(StoredDatabase stored) {
         touch();
     }
     make_whole();
-    // What came from the journal stays in it until the next save.
+    // Changes from the journal stay in it until the next save.
     untold_ = untold_ || stored.from_journal;
     if (!untold_) writer_->stand_on_database();
 }
 
-// What no database of this program holds, but a damaged or foreign one may: identities that are missing or
-// not unique, jobs that run although nobody runs them, orders behind which there is no room.
+// Repairs states that this program never writes but a damaged or foreign database may hold: identities that
+// are missing or not unique, jobs that count as running although nobody runs them, orders that leave no room
+// behind them.
 void JobStore::make_whole() {
     std::set<Guid> categories;
     for (CClassNode* category : tree_.all()) {

@@ -27,27 +27,27 @@ namespace vantlow {
 
 /// Owns the records. One thread, which calls everything; who runs a job works on a twin of it.
 ///
-/// What was changed is on the disk after save(), which writes the whole database, and after commit(), which
-/// writes the changes into the journal beside it.
+/// A change is on the disk after save(), which writes the whole database, or after commit(), which writes the
+/// changes into the journal beside it.
 class JobStore {
   public:
     struct Options {
         std::u16string folder;           ///< the data folder
         std::u16string download_folder;  ///< of the default categories
         bool can_save = true;            ///< the folder is locked by this process and can be written
-        /// The lock of the folder, looked at before anything is written; null: nobody else is about.
+        /// The lock of the folder, checked before every write; null: no other process uses the folder.
         DataFolderLock* lock = nullptr;
     };
     /// Loads the database of the folder, with the default categories where there is none. Null, with the
     /// reason in `error`, when the database is there but may not be read. With a database of a newer version
     /// the store is empty, has no root, and is never saved.
     static std::unique_ptr<JobStore> open(const Options& options, std::string& error);
-    /// A store that is on no disk, with the default categories: save() does nothing and succeeds.
+    /// A store that is not on a disk, with the default categories: save() does nothing and succeeds.
     static std::unique_ptr<JobStore> in_memory(const std::u16string& download_folder);
     JobStore(const JobStore&) = delete;
     JobStore& operator=(const JobStore&) = delete;
 
-    /// What a person has to be told about the loading, and later about the folder, UTF-8 sentences.
+    /// Sentences, UTF-8, for a person: about the loading, and later about the folder.
     [[nodiscard]] const std::vector<std::string>& notes() const noexcept { return notes_; }
     [[nodiscard]] bool is_newer() const noexcept { return newer_; }
     [[nodiscard]] bool is_in_memory() const noexcept { return options_.folder.empty(); }
@@ -55,7 +55,7 @@ class JobStore {
     [[nodiscard]] CategoryTree& tree() noexcept { return tree_; }
     [[nodiscard]] std::size_t size() const noexcept { return index_.size(); }
     [[nodiscard]] CJobNode* find(const Guid& identity) noexcept;
-    /// The jobs whose identity's digits (guid_digits()) begin like this; at most two are looked for.
+    /// The jobs whose identity's digits (guid_digits()) begin with these; the search ends at the second.
     [[nodiscard]] std::vector<CJobNode*> find_by_digits(std::string_view digits);
     [[nodiscard]] CClassNode& category_of(const CJobNode& job);
     /// All jobs of a category and of those below it, in display order. Null: of the whole tree.
@@ -64,21 +64,22 @@ class JobStore {
     /// Files a job in a category, last in the queue; gives it an identity where it has none of its own.
     CJobNode& add(std::unique_ptr<CJobNode> job, CClassNode& category);
     std::unique_ptr<CJobNode> remove(CJobNode& job);
-    /// To the end of another category; where it is there already it stays where it is.
+    /// Moves the job to the end of another category; where it is there already its place stays.
     void move(CJobNode& job, CClassNode& category);
-    /// To a place in a category, its own or another one; behind its last job where there are fewer.
+    /// Moves the job to a place in a category, its own or another one; behind the last job where there are
+    /// fewer.
     void place(CJobNode& job, CClassNode& category, std::size_t place);
     /// The place of a job in its category.
     [[nodiscard]] std::size_t place_of(const CJobNode& job) { return category_of(job).jobs.place_of(job); }
-    /// The job becomes what a newer version of it is; the record stays, and where it is filed.
+    /// Updates the job to a newer version of it; the record stays, and with it the place where it is filed.
     void update(CJobNode& job, std::unique_ptr<CJobNode> newer);
-    /// The same where only the positions are newer, which the state beside the partial file holds too: this
-    /// is no change that commit() writes.
+    /// Updates only the positions, which the state beside the partial file holds too: this is no change that
+    /// commit() writes.
     void update_positions(CJobNode& job, std::unique_ptr<CJobNode> newer);
     void set_state(CJobNode& job, JobState state);
     /// The job becomes the last of those that wait.
     void queue_last(CJobNode& job);
-    /// Of two jobs that wait, each gets the other's place.
+    /// Swaps the places of two jobs that wait.
     void swap_places(CJobNode& a, CJobNode& b);
     /// The job becomes the first of those that wait.
     void queue_first(CJobNode& job);
@@ -86,36 +87,36 @@ class JobStore {
     [[nodiscard]] const std::set<std::pair<std::int32_t, CJobNode*>>& waiting() const noexcept {
         return waiting_;
     }
-    /// The jobs that were running or waiting when they were loaded: what the last process did for them may be
-    /// known beside their files only.
+    /// The jobs that were running or waiting when they were loaded: the last process may have got further
+    /// with them than the database knows; then only the states beside their files say so.
     [[nodiscard]] std::set<Guid>& interrupted() noexcept { return interrupted_; }
     CClassNode& add_category(std::u16string name, std::u16string folder, CClassNode& parent);
-    /// As CategoryTree::remove, the index kept true.
+    /// Does what CategoryTree::remove does, and keeps the index up to date.
     bool remove_category(CClassNode& category);
-    /// As CategoryTree::move.
+    /// Does what CategoryTree::move does.
     bool move_category(CClassNode& category, CClassNode& parent);
     /// "Completed" below the root; made where it is missing.
     CClassNode& completed();
 
-    /// Fields of the job were changed, those of StoreChange that are named.
+    /// Reports that these fields of the job, bits of StoreChange, were changed.
     void changed(CJobNode& job, std::uint32_t fields = StoreChange::all);
-    /// The name or the folder of the category was changed.
+    /// Reports that the name or the folder of the category was changed.
     void changed(CClassNode& category);
-    /// Something was changed that nothing else tells of: only save() makes it safe, and commit() saves.
+    /// Reports a change of another kind: only save() makes it safe, and commit() saves.
     void touch();
-    /// Hears of all changes from now on, for as long as it is kept.
+    /// Calls the listener for all changes from now on, as long as the watch is kept.
     [[nodiscard]] StoreWatchers::Watch watch(StoreWatchers::Listener listener) {
         return watchers_.add(std::move(listener));
     }
     /// Of the last change.
     [[nodiscard]] std::uint64_t revision() const noexcept { return revision_; }
-    /// Something was changed that no save has written.
+    /// True when something was changed that no save has written.
     [[nodiscard]] bool is_dirty() const noexcept { return revision_ != saved_revision_; }
 
-    /// From now on a thread of the store's own writes, and commit() may be called. `wake` is called from any
-    /// thread when work() has something to do. Both must outlive stop_writing_behind().
+    /// From now on a thread of the store writes, and commit() may be called. `wake` is called from any thread
+    /// when work() has something to do. Both arguments must outlive stop_writing_behind().
     void write_behind(const Settings& settings, std::function<void()> wake);
-    /// Back to writing in save() only, with everything that is on its way on the disk.
+    /// Ends the writing thread, once everything under way is on the disk; from then on only save() writes.
     void stop_writing_behind();
 
     enum class OnFailure { keep, remove_added };
@@ -138,9 +139,9 @@ class JobStore {
     /// Writes the database, its copy, and today's backup where the settings name a folder for it. A failure
     /// leaves the store dirty; the sentence says what failed. A failure of the backup is only told.
     bool save(const Settings& settings, std::string& error);
-    /// Looks whether the data folder is still the one that is locked, and takes the lock of what stands there
-    /// now where it is not; jobs that another process filed there meanwhile are taken over. False, with a
-    /// sentence, when somebody else owns it: nothing can be saved then.
+    /// Checks that the data folder is still the one that is locked. Where it is not, takes the lock of the
+    /// folder that is there now, and the jobs that another process filed in it meanwhile. False, with a
+    /// sentence, when somebody else owns that folder: nothing can be saved then.
     bool hold_folder(std::string& error);
 
   private:

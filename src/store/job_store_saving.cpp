@@ -1,22 +1,22 @@
-// How what the job store holds comes to the disk: commits into the journal, saves of the whole, and the
-// folder that they go to.
+// The job store's way to the disk: commits into the journal, saves of the whole, and the folder that they go
+// to.
 #include <algorithm>
 #include <iterator>
 #include <limits>
 
 #include "base/text.h"
-#include "platform/process.h"
+#include "platform/local_text.h"
 #include "store/job_store.h"
 
 namespace vantlow {
 namespace {
 
-// More changes at once are no faster in the journal than with everything else in the database.
+// More changes at once are as fast in a new database as in the journal.
 constexpr std::size_t most_changes = 5000;
-// A journal of this size is folded into the database, or one of a part of the database where that is larger.
+// A journal of this size is folded into the database; of a large database it may reach a part of its size.
 constexpr std::uint64_t long_journal = 4U << 20U;
 constexpr std::uint64_t part_of_database = 8;
-// How long a step of an image may keep the store's thread.
+// The longest time that a step of an image may keep the store's thread.
 constexpr std::chrono::milliseconds image_step{5};
 
 std::uint64_t size_of(const DatabaseImage& image) {
@@ -31,7 +31,7 @@ void JobStore::note(Change what, const Guid& identity, const Guid& category, std
     ++revision_;
     if (settings_ == nullptr) return;  // only a save will write it
     if (what == Change::job && !noted_jobs_.insert(identity).second) return;
-    if (what == Change::job_removed) noted_jobs_.erase(identity);  // one that comes back is told anew
+    if (what == Change::job_removed) noted_jobs_.erase(identity);  // a job that comes back is noted anew
     noted_.push_back({what, identity, category, place});
 }
 
@@ -56,7 +56,7 @@ void JobStore::stop_writing_behind() {
     settings_ = nullptr;
 }
 
-// In the order of the changes; of a job's fields what they are now.
+// Makes a batch in the order of the changes; it holds a job's fields as they are now.
 JournalBatch JobStore::batch_of_changes() {
     JournalBatch batch;
     for (const Noted& noted : noted_) {
@@ -94,7 +94,7 @@ void JobStore::commit(Settled settled, OnFailure rule) {
         waiting.added.clear();
     }
     if (noted_.empty() && !untold_) {
-        // What was changed before may still be on its way.
+        // Earlier changes may still be on their way.
         if (!for_next_save_.empty()) {
             for_next_save_.push_back(std::move(waiting));
         } else if (!for_this_save_.empty()) {
@@ -114,7 +114,7 @@ void JobStore::commit(Settled settled, OnFailure rule) {
         settle(waiting, error);
         return;
     }
-    // A change must not stand in a journal without those that it was made upon.
+    // A change must not stand in a journal without the changes that it builds on.
     if (untold_ || saving_untold_ || !writer_->can_append() || noted_.size() > most_changes) {
         forget_noted();
         untold_ = true;
@@ -141,7 +141,7 @@ void JobStore::save_behind() {
     if (!may_write(error) || !begin_save(error)) failure_ = error;
 }
 
-// One save at a time: what is being saved may not hold yet what they wait for.
+// Only one save runs at a time: it may not hold the changes that are waited for.
 void JobStore::save_for_those_who_wait() {
     if (is_saving() || for_next_save_.empty()) return;
     for_this_save_ = std::exchange(for_next_save_, {});
@@ -236,7 +236,7 @@ bool JobStore::save(const Settings& settings, std::string& error) {
     writer_->wait();
     take_answers();
     untold_ = untold_ || (snapshot_ && saving_untold_);
-    snapshot_.reset();  // one that is begun anew holds more
+    snapshot_.reset();  // a new image holds more
     std::vector<Waiting> waiting = std::exchange(for_this_save_, {});
     for (Waiting& one : std::exchange(for_next_save_, {})) waiting.push_back(std::move(one));
     if (!may_write(error) || !begin_save(error)) {
@@ -270,8 +270,8 @@ bool JobStore::put_damaged_aside(std::string& error) {
     std::u16string kept_as;
     const FileError kept = keep_damaged_database(options_.folder, kept_as);
     if (!kept.ok() && kept.fault != FileFault::not_found) {
-        error = "The damaged job database in " + to_utf8(options_.folder) +
-                " cannot be put aside: " + kept.text();
+        error =
+            "The damaged job database in " + to_utf8(options_.folder) + " cannot be renamed: " + kept.text();
         return false;
     }
     if (kept.ok()) notes_.push_back("The damaged file is kept as " + to_utf8(kept_as) + ".");
@@ -290,7 +290,7 @@ bool JobStore::hold_folder(std::string& error) {
     if (claim == DataFolderLock::Claim::mine && options_.lock->is_in_place() && failed.ok()) {
         writer_->forget_folder();
         take_answers();
-        // An image that was begun before does not hold what is found now.
+        // An image that was begun before does not hold the jobs that are found now.
         snapshot_.reset();
         std::move(for_this_save_.begin(), for_this_save_.end(), std::back_inserter(for_next_save_));
         for_this_save_.clear();
@@ -299,17 +299,18 @@ bool JobStore::hold_folder(std::string& error) {
             keep_damaged_ = other.damaged;
             take_over(std::move(other.tree));
             touch();
-            notes_.push_back(where + " was removed or replaced. The jobs are saved in what is there now.");
+            notes_.push_back(where +
+                             " was removed or replaced. The jobs are saved in the folder that is there now.");
             folder_lost_ = false;
             return true;
         }
-        options_.can_save = false;  // what stands there must not be written over
+        options_.can_save = false;  // that database must not be overwritten
         failed = other.error;
     }
     error = where + " was removed or replaced, and ";
-    error += claim == DataFolderLock::Claim::taken ? "another Vantlow owns what is there now"
-             : failed.ok()                         ? "a newer Vantlow wrote what is there now"
-                                                   : "what is there now cannot be used: " + failed.text();
+    error += claim == DataFolderLock::Claim::taken ? "another Vantlow owns the folder that is there now"
+             : failed.ok()                         ? "a newer Vantlow wrote the folder that is there now"
+                           : "the folder that is there now cannot be used: " + failed.text();
     error += failed.ok() ? ": nothing is saved." : "";
     if (!std::exchange(folder_lost_, true)) notes_.push_back(error);
     return false;

@@ -6,7 +6,7 @@
 #include <unordered_map>
 
 #include "base/digest.h"
-#include "store/database_records.h"
+#include "store/database_parts.h"
 
 namespace vantlow {
 namespace {
@@ -278,7 +278,8 @@ std::optional<std::span<const std::span<const std::byte>>> journal_since(
         if (kind == save_begun_entry) {
             begun[number] = i;
         } else if (std::ranges::equal(in.take(digest.size()), digest)) {
-            // Where no save was begun in this file the image is what the file was begun on.
+            // Without the beginning of a save in this file, the image is the one that the file was begun
+            // with.
             const auto at = begun.find(number);
             from = at != begun.end() ? at->second : i;
         }

@@ -1,5 +1,6 @@
-// The journal beside the job database: what changed since the database was written, so that a small change is
-// safe without the whole database being written. Bytes to records and back; docs/database.md describes them.
+// The journal beside the job database: the changes since the database was written, so that a small change
+// becomes safe without writing the whole database. These classes turn bytes into records and back;
+// docs/database.md describes them.
 #pragma once
 
 #include <array>
@@ -16,24 +17,24 @@ namespace vantlow {
 
 inline constexpr std::u16string_view journal_suffix = u".journal";
 
-/// Which image of the database a journal stands on: the SHA-1 of its bytes.
+/// The image of the database that a journal builds on: the SHA-1 of its bytes.
 using ImageDigest = std::array<std::byte, 20>;
 ImageDigest digest_of(std::span<const std::byte> image);
 
-/// Changes, in the order in which they were made. What one batch holds is taken whole or not at all.
+/// Changes, in the order in which they were made. A batch is replayed whole or not at all.
 class JournalBatch {
   public:
-    /// The job's fields; a job that is not known yet is filed last in the category.
+    /// Adds the job's fields; a job that is new is filed last in the category.
     void job(const CJobNode& job, const Guid& category);
     void job_removed(const Guid& job);
-    /// The job stands at this place of the category; a place behind the end is the last one.
+    /// Adds the job's place in the category; a place behind the end is the last one.
     void job_placed(const Guid& job, const Guid& category, std::size_t place);
-    /// The category's name and folder, and where it stands.
+    /// Adds the category's name and folder, and its place in the tree.
     void category(const CClassNode& node);
     void category_removed(const Guid& category);
-    /// A save begins: what was changed before it will be in the image of this number.
+    /// Notes that a save begins: all earlier changes will be in the image of this number.
     void save_begun(std::uint64_t number);
-    /// The image of this number was made: it is this one.
+    /// Notes the digest of the image of this number, which is complete now.
     void image_made(std::uint64_t number, const ImageDigest& digest);
 
     [[nodiscard]] bool is_empty() const noexcept { return payload_.size() == 0; }
@@ -53,27 +54,27 @@ class JournalFrames {
 
     /// The head of the file.
     [[nodiscard]] std::vector<std::byte> head() const;
-    /// A frame as it stands at this offset of the file.
+    /// The bytes of a frame at this offset of the file.
     [[nodiscard]] std::vector<std::byte> frame(std::uint64_t offset,
                                                std::span<const std::byte> payload) const;
 
-    /// The payloads of all frames up to the first that is not whole, in the bytes that are given. Empty for
-    /// what is no journal.
+    /// The payloads of all frames up to the first that is not whole; they point into `file`. Empty for a file
+    /// that is no journal.
     static std::vector<std::span<const std::byte>> read(std::span<const std::byte> file);
 
   private:
     Guid id_;
 };
 
-/// What changed since the image of this digest was made: the payloads that follow. None when the journal
-/// stands on other images only.
+/// The changes since the image of this digest was made: the payloads that follow. None when the journal
+/// builds on other images only.
 std::optional<std::span<const std::span<const std::byte>>> journal_since(
     std::span<const std::span<const std::byte>> payloads, const ImageDigest& digest);
 
 /// True when one of them changes anything.
 bool has_changes(std::span<const std::span<const std::byte>> payloads);
 
-/// Makes the changes in the tree that they were made in. Changes that were made already do no harm.
+/// Makes the changes in the tree on which they were made. Repeating changes does no harm.
 void replay(std::span<const std::span<const std::byte>> payloads, CategoryTree& tree);
 
 }  // namespace vantlow

@@ -6,14 +6,14 @@
 
 namespace vantlow {
 
-/// A number among the settings, and what its reader makes of values out of bounds.
+/// A number among the settings, and its reader's rule for values out of bounds.
 struct NumberSetting {
     std::u16string_view section;
     std::u16string_view key;
     std::int64_t standard;
     std::int64_t smallest;     ///< smaller values become this one
     std::int64_t largest;      ///< larger values become this one
-    std::string_view meaning;  ///< for people: half a sentence, with the unit; empty: not to be told
+    std::string_view meaning;  ///< for people: half a sentence, with the unit; empty: not documented
 };
 
 /// A text among the settings.
@@ -21,12 +21,12 @@ struct TextSetting {
     std::u16string_view section;
     std::u16string_view key;
     std::u16string_view standard;
-    std::string_view meaning;  ///< for people: half a sentence; empty: not to be told
+    std::string_view meaning;  ///< for people: half a sentence; empty: not documented
 };
 
-/// What `vantlow settings describe` and docs/settings.md tell is made from these; a folder that has settings
-/// of its own (torrents) adds them beside itself. One that is missing in the list of all is noticed by a
-/// test.
+/// These tables are the source of `vantlow settings describe` and docs/settings.md; a folder that has
+/// settings of its own (torrents) adds them in a file of its own. A test notices one that is missing in the
+/// list of all.
 namespace setting {
 
 // Jobs and their files.
@@ -61,7 +61,7 @@ inline constexpr TextSetting backup_to{
     u"Others", u"BackupTo", u"", "the folder for a daily backup of the job database; empty: no backups"};
 inline constexpr TextSetting data_folder{u"Settings", u"DataFolder", u"",
                                          "the folder that holds the data folder; empty: the program chooses"};
-// The name of a language file, without ".lng". Nobody is told of it until something is shown in its language.
+// The name of a language file, without ".lng". It is not documented until something is shown in its language.
 inline constexpr TextSetting language{u"Settings", u"Language", u"", ""};
 
 // Segments and connections.
@@ -156,7 +156,7 @@ inline constexpr TextSetting dial_up_entry{
 inline constexpr TextSetting dial_up_user{u"Dial Up", u"Username", u"", "the user name for it"};
 inline constexpr TextSetting dial_up_password{u"Dial Up", u"Password", u"", "the password for it"};
 
-// What the desktop opens with this program.
+// The files and links that the desktop opens with this program.
 inline constexpr NumberSetting monitor_torrent{
     u"Monitor", u".torrent", 0, 0, 1, "1: the desktop opens .torrent files with this program, for this user"};
 inline constexpr NumberSetting monitor_ed2k{

@@ -18,7 +18,7 @@ namespace vantlow {
 /// too large for 64 bits is the largest one of its sign.
 std::optional<std::int64_t> read_setting_number(std::u16string_view text);
 
-/// The store with the run's own values laid over it. Any thread may call.
+/// The settings store, overlaid with the run's own values. Any thread may call.
 class Settings {
   public:
     /// A store of nothing but overrides, for tests and tools: writing fails.
@@ -43,13 +43,13 @@ class Settings {
     /// A value for this run only: it hides the stored one and is never written. Changes take effect at once.
     void override_value(std::u16string_view section, std::u16string_view key, std::u16string_view value);
 
-    /// Whether this run has a value of its own.
+    /// True when this run has a value of its own.
     [[nodiscard]] bool is_overridden(const NumberSetting& setting) const;
 
-    /// Looks whether the store was changed by somebody else.
+    /// Looks whether somebody else changed the store, and takes the new values.
     void refresh();
-    /// Counts up with every change that this object knows of: readers on a hot path keep a value until it
-    /// moves.
+    /// A number that grows with every change that this object knows of: readers on a hot path keep a value
+    /// until it grows.
     [[nodiscard]] std::uint64_t version() const noexcept { return version_.load(std::memory_order_acquire); }
 
     /// Everything that is stored or overridden.

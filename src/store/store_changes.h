@@ -1,4 +1,4 @@
-// What happens to the records of a job store, for who watches it.
+// The changes of a job store's records, for those who watch it.
 #pragma once
 
 #include <cstdint>
@@ -10,7 +10,8 @@
 
 namespace vantlow {
 
-/// One change, told right behind it; for a removed record before it goes, while it is still found.
+/// One change. It is reported right after it was made; a removal is reported before it, while the record can
+/// still be found.
 struct StoreChange {
     enum class What {
         job_added,
@@ -19,7 +20,7 @@ struct StoreChange {
         category_added,
         category_changed,  ///< its name, its folder, or where it stands
         category_removed,
-        everything,  ///< so much at once that the records are to be read anew
+        everything,  ///< so much at once that all records must be read anew
     };
     /// The sides of a job, as bits of `fields`.
     enum : std::uint32_t {
@@ -28,7 +29,7 @@ struct StoreChange {
         state = 4,      ///< state, result, times
         order = 8,      ///< among those that wait
         category = 16,  ///< where it is filed, or its place there
-        options = 32,   ///< what a person says of it: address, login, limits, comment, ...
+        options = 32,   ///< values that a person gives: address, login, limits, comment, ...
         all = 63,
     };
     What what = What::job_changed;
@@ -37,11 +38,12 @@ struct StoreChange {
     std::uint64_t revision = 0;  ///< grows with each change
 };
 
-/// Who hears of changes. One thread, the store's; listeners must not change the store, but may come and go.
+/// The listeners of changes. One thread, the store's; listeners must not change the store, but may come and
+/// go.
 class StoreWatchers {
   public:
     using Listener = std::function<void(const StoreChange&)>;
-    /// Hears of every change for as long as it lives, which may be longer than the store.
+    /// A listener hears of every change for as long as its watch lives, which may be longer than the store.
     using Watch = std::shared_ptr<const Listener>;
 
     [[nodiscard]] Watch add(Listener listener) {
@@ -50,7 +52,7 @@ class StoreWatchers {
         return watch;
     }
     void tell(const StoreChange& change) {
-        // By number: one that comes meanwhile hears of it too, or not.
+        // The loop goes by number: a listener that is added meanwhile may or may not hear of this change.
         bool any_gone = false;
         for (std::size_t i = 0; i < watches_.size(); ++i) {
             if (const Watch watch = watches_[i].lock()) {

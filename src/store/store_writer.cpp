@@ -53,7 +53,7 @@ StoreWriter::~StoreWriter() {
 void StoreWriter::start(std::function<void()> wake) {
     wake_ = std::move(wake);
     stopping_ = false;
-    // Without a thread whoever asks writes: slower, and just as safe.
+    // Without a thread the caller writes, which is slower and just as safe.
     static_cast<void>(start_thread(thread_, [this] { run(); }));
 }
 
@@ -179,7 +179,7 @@ std::vector<StoreWriter::Task> StoreWriter::take_appends() {
     return taken;
 }
 
-// All that were asked for until now, with one flush.
+// Does all appends that were requested until now, with one flush.
 void StoreWriter::do_appends() {
     const std::vector<Task> tasks = take_appends();
     if (tasks.empty()) return;
@@ -208,7 +208,7 @@ FileError StoreWriter::append_all(const std::vector<Task>& tasks) {
             payloads.emplace_back(task.payload);
         }
     }
-    // Without a journal there is nothing that a mark would have to be told from.
+    // Without a journal there is nothing that a mark must be told apart from.
     if (!any && !journal_.is_open()) return {};
     if (!can_append()) return broken_.ok() ? FileError{FileFault::other, 0} : broken_;
     FileError error;
@@ -221,7 +221,7 @@ FileError StoreWriter::append_all(const std::vector<Task>& tasks) {
         if (making_image_) whole.push_back(bytes_of(mark));
         for (const auto payload : payloads) whole.emplace_back(payload.begin(), payload.end());
         error = begin_journal(std::move(whole));
-        // It may have got its name all the same.
+        // The file may have got its name in spite of the failure.
         if (!error.ok()) static_cast<void>(remove_file(journal_path()));
     }
     if (!error.ok()) {
@@ -236,7 +236,7 @@ FileError StoreWriter::append_all(const std::vector<Task>& tasks) {
     return {};
 }
 
-// A new file with these, standing on the database that is on the disk.
+// Begins a new file with these payloads, which builds on the database on the disk.
 FileError StoreWriter::begin_journal(std::vector<std::vector<std::byte>> payloads) {
     if (!base_) {
         ImageDigest digest;
@@ -274,7 +274,8 @@ FileError StoreWriter::write_frames(const std::vector<std::span<const std::byte>
     return error;
 }
 
-// What was not answered for should not turn up later; nothing more is appended before the next save.
+// Gives the journal up: payloads without an answer should not turn up later, so nothing more is appended
+// before the next save.
 void StoreWriter::break_journal(const FileError& error) {
     broken_ = error;
     if (journal_.is_open() && journal_.resize(static_cast<std::int64_t>(end_)).ok())
@@ -304,7 +305,8 @@ StoreWriter::Answer StoreWriter::do_save(Ticket ticket, const Save& save) {
     return done;
 }
 
-// Before the image takes the database's name the journal says which one it is, so that it stands on either.
+// Writes the image's digest into the journal before the image takes the database's name, so that the journal
+// fits either file.
 FileError StoreWriter::announce(const ImageDigest& digest) {
     FileError error = broken_;
     if (journal_.is_open()) {
@@ -313,11 +315,11 @@ FileError StoreWriter::announce(const ImageDigest& digest) {
         error = write_frames({batch.payload()});
         if (!error.ok()) break_journal(error);
     }
-    // Where nothing was appended since, the image holds all of it.
+    // Without later appends the image holds all changes.
     return since_.empty() ? FileError{} : error;
 }
 
-// What is in the database need not be in the journal.
+// Cuts the changes that the database holds out of the journal.
 void StoreWriter::trim_journal() {
     making_image_ = false;
     broken_ = {};
@@ -326,7 +328,7 @@ void StoreWriter::trim_journal() {
         static_cast<void>(remove_file(journal_path()));
         end_ = 0;
     } else if (const FileError error = begin_journal(std::move(since_)); !error.ok()) {
-        // Which of the two files has the name now is not known.
+        // It is unknown which of the two files has the name now.
         break_journal(error);
         return;
     }

@@ -1,4 +1,4 @@
-// What writes a job store's files: the journal, the database, its copy and its backup.
+// The writer of a job store's files: the journal, the database, its copy and its backup.
 #pragma once
 
 #include <condition_variable>
@@ -23,8 +23,8 @@ namespace vantlow {
 /// The bytes of a database, in pieces of about a MiB, so that none of them has to be moved when it grows.
 using DatabaseImage = std::vector<std::vector<std::byte>>;
 
-/// Writes in the order in which it is asked, on a thread of its own once start() was called, else at once.
-/// What is appended to the journal meanwhile does not wait until a long save is through.
+/// Writes in the order of the calls, on a thread of its own once start() was called, else at once. An append
+/// to the journal does not wait for the end of a long save.
 ///
 /// The journal always stands on an image that is, or will be, on the disk: whenever the process ends, the
 /// database or its copy, with the journal's changes since, hold everything that was answered for.
@@ -42,26 +42,26 @@ class StoreWriter {
         std::u16string backup;  ///< path of today's backup; empty: none
     };
     explicit StoreWriter(const std::u16string& folder) : path_(database_path(folder)) {}
-    /// Ends when everything that was asked for is done.
+    /// Waits until everything that was requested is done.
     ~StoreWriter();
     StoreWriter(const StoreWriter&) = delete;
     StoreWriter& operator=(const StoreWriter&) = delete;
 
-    /// From now on a thread writes, and calls `wake` when there are answers. Where the system gives none it
-    /// stays as it was, and `wake` is called by who asks.
+    /// From now on a thread writes, and calls `wake` when there are answers. Where the system has no thread
+    /// left, the caller goes on writing, and `wake` is called by the caller's thread.
     void start(std::function<void()> wake);
-    /// Back to writing at once, everything that was asked for done.
+    /// Does everything that was requested and ends the thread; from then on calls write at once.
     void finish();
-    /// The database in the folder is what the store holds: a journal can stand on it.
+    /// States that the database in the folder equals the store, so that a journal can build on it.
     void stand_on_database();
-    /// False when nothing can be appended before a database was saved.
+    /// False when nothing can be appended before the next save of the database.
     [[nodiscard]] bool can_append() const;
-    /// The folder is another one now: nothing in it is known.
+    /// States that the folder is another one now, about which nothing is known.
     void forget_folder();
 
-    /// One batch behind what is in the journal; answered when it is on the disk.
+    /// Appends one batch to the journal; answered when it is on the disk.
     Ticket append(std::span<const std::byte> payload);
-    /// The image that is saved next is made from now on: it holds what was appended before.
+    /// States that the making of the next image begins now: it holds all earlier appends.
     void begin_image();
     /// Replaces the database and its copy, and writes the backup; answered when that is on the disk. The
     /// journal then holds only what was appended since begin_image().
@@ -70,7 +70,7 @@ class StoreWriter {
     [[nodiscard]] std::uint64_t journal_size() const;
 
     [[nodiscard]] std::vector<Answer> take_answers();
-    /// Returns when everything that was asked for is done.
+    /// Returns when everything that was requested is done.
     void wait() const;
 
   private:
@@ -116,7 +116,7 @@ class StoreWriter {
     std::uint64_t number_ = 0;         ///< of the image that is made or was made last
     bool making_image_ = false;
     FileError broken_;                           ///< why nothing can be appended before the next save
-    std::vector<std::vector<std::byte>> since_;  ///< what was appended while the image was made
+    std::vector<std::vector<std::byte>> since_;  ///< the payloads that were appended while the image was made
 
     std::thread thread_;
 };

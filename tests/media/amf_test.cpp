@@ -7,7 +7,7 @@
 
 #include "base/text.h"
 #include "media/amf0.h"
-#include "platform/local_date.h"
+#include "platform/local_text.h"
 
 namespace vantlow {
 namespace {

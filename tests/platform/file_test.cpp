@@ -9,7 +9,7 @@
 #include <thread>
 
 #include "base/text.h"
-#include "platform/origin_mark.h"
+#include "platform/file_marks.h"
 #include "support/fault_hook.h"
 #include "support/temp_folder.h"
 

@@ -1,4 +1,5 @@
 #include "platform/process.h"
+#include "platform/local_text.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "platform/thread_pool.h"
+#include "platform/thread.h"
 
 #include <gtest/gtest.h>
 

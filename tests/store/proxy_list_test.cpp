@@ -1,9 +1,8 @@
 // The proxy list's file.
-#include "store/proxy_list.h"
+#include "store/proxies.h"
 
 #include <gtest/gtest.h>
 
-#include "store/proxy_address.h"
 #include "support/temp_folder.h"
 
 namespace vantlow {

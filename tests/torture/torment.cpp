@@ -14,10 +14,10 @@
 
 #include "app/program.h"
 #include "base/text.h"
-#include "platform/console_capture.h"
+#include "platform/console.h"
+#include "platform/local_text.h"
 #include "platform/name_functions.h"
 #include "platform/process.h"
-#include "platform/system_text.h"
 #include "runtime/tables.h"
 #include "support/fault_hook.h"
 

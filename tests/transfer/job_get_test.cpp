@@ -2,7 +2,7 @@
 #include <set>
 
 #include "job_fixture.h"
-#include "platform/origin_mark.h"
+#include "platform/file_marks.h"
 #include "support/fault_hook.h"
 
 namespace vantlow::test {

@@ -5,7 +5,7 @@
 
 #include <array>
 
-#include "store/proxy_address.h"
+#include "store/proxies.h"
 
 namespace vantlow {
 namespace {

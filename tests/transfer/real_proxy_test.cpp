@@ -1,7 +1,7 @@
 // Real proxies and a real server with logins, where they are installed.
 #include <gtest/gtest.h>
 
-#include "store/proxy_address.h"
+#include "store/proxies.h"
 #include "support/unix_server.h"
 #include "transfer/job/proxy_rules.h"
 #include "transfer/job_fixture.h"

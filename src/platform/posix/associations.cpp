@@ -45,7 +45,7 @@ FileError store(const std::u16string& path, const IniText& text) {
     return write_file_atomically(path, std::as_bytes(std::span(bytes)));
 }
 
-// The entries of a list "a;b;" but this program's own.
+// The entries of a list "a;b;" without this program's own.
 std::u16string others(std::u16string_view list) {
     std::u16string rest;
     while (!list.empty()) {
@@ -57,7 +57,8 @@ std::u16string others(std::u16string_view list) {
     return rest;
 }
 
-// A word of "Exec": in quotation marks, what means something in them escaped, "%" doubled.
+// Writes a word of "Exec": in quotation marks, with the characters escaped that mean something within them,
+// and "%" doubled.
 std::u16string exec_word(std::u16string_view program) {
     std::u16string word = u"\"";
     for (const char16_t c : program) {
@@ -76,7 +77,7 @@ bool is_own(const IniText& defaults, std::u16string_view type) {
     return fenced.find(u";" + std::u16string(entry_name) + u";") != std::u16string::npos;
 }
 
-// The entry's lines but the one of its types.
+// Reads the entry's lines without the one of its types.
 FileError read_entry(std::string& text) {
     std::vector<std::byte> bytes;
     if (FileError error = read_file(entry_path(), largest_list, bytes); !error.ok()) return error;
@@ -87,7 +88,7 @@ FileError read_entry(std::string& text) {
     return {};
 }
 
-// The entry names what the defaults give this program; without any it is not there.
+// Writes the entry, which names the types that the defaults give this program; without any it is removed.
 FileError write_entry(const IniText& defaults, const std::u16string* program) {
     std::u16string mine;
     for (const std::u16string_view type : types) {
@@ -97,7 +98,8 @@ FileError write_entry(const IniText& defaults, const std::u16string* program) {
         const FileError error = remove_file(entry_path());
         return error.fault == FileFault::not_found ? FileError{} : error;
     }
-    // Not through the settings' own notation: a value in quotation marks means something else in it.
+    // The lines are not written in the settings' own notation, where a value in quotation marks means
+    // something else.
     std::string text;
     if (program != nullptr) {
         text = "[Desktop Entry]\nType=Application\nName=Vantlow\nNoDisplay=true\nExec=" +

@@ -10,8 +10,8 @@
 
 #include "base/text.h"
 #include "platform/fault_hook.h"
-#include "platform/posix/native_path.h"
-#include "platform/system_text.h"
+#include "platform/local_text.h"
+#include "platform/posix/native.h"
 
 extern char** environ;
 
@@ -35,7 +35,7 @@ class SpawnedProcess final : public BackgroundProcess {
     std::optional<int> status_;
 };
 
-/// What the system does between the two programs.
+/// The steps that the system takes between the two programs.
 class Preparation {
   public:
     explicit Preparation(const char* output) {
@@ -45,7 +45,7 @@ class Preparation {
         ::posix_spawn_file_actions_addopen(&actions_, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
         ::posix_spawn_file_actions_addopen(&actions_, STDOUT_FILENO, output, out_flags, 0600);
         ::posix_spawn_file_actions_adddup2(&actions_, STDOUT_FILENO, STDERR_FILENO);
-        // Whoever waits for the end of a pipe that was inherited here would wait for that of the program.
+        // An inherited pipe would keep its reader waiting until the new program ends.
         ::posix_spawn_file_actions_addclosefrom_np(&actions_, STDERR_FILENO + 1);
         sigset_t signals;
         sigemptyset(&signals);

@@ -15,11 +15,9 @@
 #include <memory>
 #include <thread>
 
-#include "platform/console_capture.h"
-#include "platform/console_write.h"
 #include "platform/fault_hook.h"
+#include "platform/stop.h"
 #include "platform/thread.h"
-#include "platform/wake.h"
 
 namespace vantlow {
 namespace {
@@ -33,7 +31,7 @@ int descriptor_of(Stream stream) noexcept {
     return stream == Stream::output ? STDOUT_FILENO : STDERR_FILENO;
 }
 
-// Where the signal handler counts: an eventfd, or -1.
+// The eventfd in which the signal handler counts, or -1.
 std::atomic<int> signal_counter{-1};
 static_assert(std::atomic<int>::is_always_lock_free);
 
@@ -42,7 +40,7 @@ void count_signal(int /*number*/) {
     const std::uint64_t one = 1;
     const int counter = signal_counter.load();
     if (counter >= 0 && ::write(counter, &one, sizeof one) < 0) {
-        // Nothing can be done or said here.
+        // A signal handler can neither do nor report anything about a failure.
     }
     errno = error;
 }
@@ -93,7 +91,7 @@ std::optional<std::string> read_terminal_line(const StopSource& stop) {
 
 void prepare_streams() noexcept {
     std::signal(SIGPIPE, SIG_IGN);
-    // Opened the wrong way round, so that they go on failing.
+    // They are opened the wrong way round, so that reads and writes go on failing.
     for (const int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
         if (::fcntl(fd, F_GETFD) >= 0) continue;
         const int got = ::open("/dev/null", fd == STDIN_FILENO ? O_WRONLY : O_RDONLY);
@@ -172,7 +170,7 @@ bool InterruptWatch::State::begin(HangUp hang_up) {
     for (std::size_t i = 0; i < std::size(watched_signals); ++i) {
         ::sigaction(watched_signals[i], &action, &before[i]);
     }
-    // nohup: any program can be meant to outlive its terminal.
+    // Under nohup any program is meant to outlive its terminal.
     const bool nohup = before[hang_up_index].sa_handler == SIG_IGN;
     if (nohup || hang_up == HangUp::is_ignored) {
         action.sa_handler = SIG_IGN;
@@ -196,7 +194,7 @@ void InterruptWatch::State::run() noexcept {
 
 InterruptWatch::InterruptWatch(Handler handler, void* context, HangUp hang_up) : state_(nullptr) {
     auto state = std::make_unique<State>(handler, context);
-    // Where it cannot begin, the signals keep ending the process.
+    // Without a watch the signals go on ending the process.
     if (state->begin(hang_up)) state_ = state.release();
 }
 

@@ -13,7 +13,7 @@
 
 #include "base/text.h"
 #include "platform/file_parts.h"
-#include "platform/posix/native_path.h"
+#include "platform/posix/native.h"
 
 namespace vantlow {
 namespace {
@@ -54,7 +54,7 @@ FileFault fault_of(int error) noexcept {
     }
 }
 
-/// Repeats a call that a signal cut short; the error of its end.
+/// Repeats a call that a signal cut short; returns the error that it ended with.
 template <class Call>
 FileError repeat(Call call) noexcept {
     while (call() < 0) {
@@ -79,7 +79,7 @@ int open_flags(OpenMode mode) noexcept {
     return O_RDONLY;
 }
 
-// pread, except for what has no positions (pipes): there the next bytes.
+// Reads with pread; what has no positions (a pipe) gives its next bytes.
 ssize_t read_some(int fd, std::span<std::byte> into, std::int64_t offset) noexcept {
     const ssize_t count = ::pread(fd, into.data(), into.size(), offset);
     return count < 0 && errno == ESPIPE ? ::read(fd, into.data(), into.size()) : count;
@@ -89,7 +89,8 @@ bool is_no_such_service(int error) noexcept {
     return error == ENOSYS || error == EINVAL || error == EOPNOTSUPP || error == ENOTTY;
 }
 
-// For file systems that cannot rename without replacing: a second name is only made where there is none.
+// This is for file systems that cannot rename without replacing: a second name is only made where there is
+// none.
 FileError link_and_unlink(const char* from, const char* to) noexcept {
     if (::link(from, to) == 0) return ::unlink(from) == 0 ? FileError{} : file_error_of(errno);
     if (errno != EPERM && errno != EMLINK && !is_no_such_service(errno)) return file_error_of(errno);
@@ -163,7 +164,8 @@ FileError File::copy_from(const File& from, std::int64_t from_offset, std::int64
         const ssize_t copied = ::copy_file_range(descriptor(from.native_), &source, descriptor(native_),
                                                  &target, static_cast<std::size_t>(count), 0);
         if (copied < 0 && errno == EINTR) continue;
-        // Other file systems on either side, or a system that cannot do it: it says which in many ways.
+        // There are different file systems on the two sides, or a system that cannot do it; it reports that
+        // in many ways.
         if (copied < 0 && (errno == EXDEV || errno == EBADF || errno == ETXTBSY || is_no_such_service(errno)))
             break;
         if (copied < 0) return file_error_of(errno);
@@ -194,7 +196,8 @@ FileError File::allocate(std::int64_t size) noexcept {
         const FileError error = repeat([&] { return ::fallocate(fd, 0, 0, size); });
         // posix_fallocate would write zeros where the file system has no such service.
         if (!error.ok() && !is_no_such_service(error.system_error)) {
-            (void)repeat([&] { return ::ftruncate(fd, before); });  // what was taken so far
+            (void)repeat(
+                [&] { return ::ftruncate(fd, before); });  // gives back the room that was taken so far
             return error;
         }
     }
@@ -269,7 +272,7 @@ FileError sync_folder(const std::u16string& path) noexcept {
     const NativePath native(path.empty() ? u"." : path);
     int fd = -1;
     FileError error = repeat([&] { return fd = ::open(native.get(), O_RDONLY | O_DIRECTORY | O_CLOEXEC); });
-    // A folder that may be written but not listed cannot be opened; its names are the system's business then.
+    // A folder that may be written but not listed cannot be opened; syncing it is left to the system then.
     if (error.fault == FileFault::access) return {};
     if (!error.ok()) return error;
     error = repeat([&] { return ::fsync(fd); });

@@ -13,7 +13,7 @@
 
 #include "base/text.h"
 #include "platform/file_parts.h"
-#include "platform/posix/native_path.h"
+#include "platform/posix/native.h"
 
 namespace vantlow {
 namespace {

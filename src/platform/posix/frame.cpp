@@ -15,12 +15,11 @@
 #include <vector>
 
 #include "base/text.h"
-#include "platform/deadline.h"
 #include "platform/fault_hook.h"
+#include "platform/local_text.h"
 #include "platform/posix/local_socket.h"
-#include "platform/posix/runtime_folder.h"
+#include "platform/posix/native.h"
 #include "platform/stop.h"
-#include "platform/system_text.h"
 #include "platform/thread.h"
 
 namespace vantlow {

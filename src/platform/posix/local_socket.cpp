@@ -14,7 +14,7 @@
 namespace vantlow {
 namespace {
 
-// How often a stop is looked for where the system had no event for it.
+// The interval at which a stop is looked for where the system had no event for it.
 constexpr int blind_step_ms = 20;
 
 std::optional<ucred> other_side(int fd) noexcept {
@@ -96,7 +96,7 @@ bool receive_message(int fd, std::string& message, std::size_t at_most, const De
     std::memcpy(&length, head, sizeof length);
     if (length > at_most) return false;
     message.clear();
-    // Memory comes with the bytes, not with the promise of them.
+    // Memory is taken for the bytes that arrive, not for those that are promised.
     constexpr std::size_t step = 1U << 20U;
     while (message.size() < length) {
         const std::size_t before = message.size();

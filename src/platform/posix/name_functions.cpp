@@ -2,8 +2,8 @@
 
 #include <cerrno>
 
+#include "platform/local_text.h"
 #include "platform/net_headers.h"
-#include "platform/system_text.h"
 
 namespace vantlow {
 

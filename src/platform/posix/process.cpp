@@ -1,6 +1,5 @@
 #include "platform/process.h"
 
-#include <locale.h>  // NOLINT(modernize-deprecated-headers): the POSIX one
 #include <malloc.h>
 #include <pwd.h>
 #include <sys/random.h>
@@ -8,7 +7,6 @@
 
 #include <cerrno>
 #include <cstdlib>
-#include <ctime>
 #include <string>
 #include <vector>
 
@@ -72,7 +70,7 @@ std::u16string program_path() {
     if (length <= 0) return {};
     target.resize(static_cast<std::size_t>(length));
     std::u16string path = to_utf16(target);
-    // What the system adds when the file was replaced while the program runs.
+    // The system adds this when the file was replaced while the program runs.
     constexpr std::u16string_view replaced = u" (deleted)";
     if (path.ends_with(replaced) && path_kind(path) == PathKind::none)
         path.resize(path.size() - replaced.size());
@@ -125,23 +123,6 @@ bool can_outlive_terminal() noexcept {
     return true;
 }
 
-void set_default_locale() noexcept {
-    // Numbers and messages stay as they are: both are read by programs.
-    const int parts = LC_CTYPE_MASK | LC_TIME_MASK | LC_COLLATE_MASK;
-    // Threads keep it until the process ends.
-    static const locale_t locale = ::newlocale(parts, "", nullptr);
-    if (locale != nullptr) ::uselocale(locale);
-}
-
-std::u16string short_date_today() {
-    const std::time_t now = std::time(nullptr);
-    struct tm local {};
-    char text[64] = {};
-    if (::localtime_r(&now, &local) == nullptr || std::strftime(text, sizeof text, "%x", &local) == 0)
-        return u"today";
-    return to_utf16(text);
-}
-
 // "XDG_DOWNLOAD_DIR" in user-dirs.dirs (xdg-user-dirs): an absolute path or one that begins with $HOME.
 std::u16string user_download_folder() {
     constexpr std::string_view key = "XDG_DOWNLOAD_DIR=\"";
@@ -166,21 +147,13 @@ void end_process(int status) noexcept {
     ::_exit(status);
 }
 
-// Each of up to eight arenas a processor keeps what its threads held at most.
+// Without this, each of up to eight arenas a processor keeps the most that its threads ever held.
 void give_back_memory() noexcept {
     ::malloc_trim(0);
 }
 
-std::string to_ansi(std::u16string_view text) {
-    return to_utf8(text);
-}
-
-std::u16string from_ansi(std::string_view bytes) {
-    return to_utf16(bytes);
-}
-
 void random_guid(unsigned char (&bytes)[16]) {
-    // Up to 256 bytes come whole; only before the system's generator is ready can a signal interrupt.
+    // Up to 256 bytes come whole; a signal can interrupt only before the system's generator is ready.
     while (::getrandom(bytes, sizeof bytes, 0) != static_cast<ssize_t>(sizeof bytes)) {
         if (errno != EINTR) std::abort();  // a kernel without the call: identities could collide
     }

@@ -5,7 +5,7 @@
 #include "base/text.h"
 #include "platform/file.h"
 #include "platform/frame.h"
-#include "platform/posix/runtime_folder.h"
+#include "platform/posix/native.h"
 
 namespace vantlow {
 namespace {
@@ -36,7 +36,7 @@ void SessionClaim::release() noexcept {
 
 bool SessionClaim::claim() {
     const std::u16string path = session_path();
-    // Where the session has no folder of its own nobody can be found, so this one is the first.
+    // A session without a folder of its own cannot find an earlier instance, so this one is the first.
     if (path.empty() || !state_->file.open(path, OpenMode::write, Privacy::owner_only).ok()) return true;
     if (state_->file.try_lock()) {
         static_cast<void>(state_->file.resize(0));

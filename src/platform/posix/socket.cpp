@@ -8,16 +8,16 @@
 #include <csignal>
 #include <utility>
 
-#include "platform/deadline.h"
 #include "platform/fault_hook.h"
+#include "platform/local_text.h"
 #include "platform/net_headers.h"
-#include "platform/system_text.h"
+#include "platform/stop.h"
 
 namespace vantlow {
 namespace {
 
 constexpr std::size_t most_sockets = 16;
-// How often a stop is looked for where the system had no event for it.
+// The interval at which a stop is looked for where the system had no event for it.
 constexpr int blind_step_ms = 20;
 
 int descriptor(std::intptr_t native) noexcept {
@@ -33,8 +33,8 @@ IoStep failed_step(int error) noexcept {
     return {IoStep::State::failed, 0, error};
 }
 
-// Options are wishes: without one a connection is slower or a dead peer is found later, and nothing is wrong.
-// So nobody hears of a failure, and no hook is asked.
+// Options are wishes: without one a connection is slower or a dead peer is noticed later, and nothing is
+// wrong. So a failure is not reported, and no hook is asked.
 void set_option(std::intptr_t native, int level, int name, int value) noexcept {
     ::setsockopt(descriptor(native), level, name, &value, sizeof value);
 }
@@ -105,7 +105,7 @@ SocketFault socket_fault(int system_error) noexcept {
 }
 
 bool start_sockets() noexcept {
-    // A peer that closed is told by the write's result; MSG_NOSIGNAL covers sockets, this pipes and
+    // The write's result reports a peer that closed; MSG_NOSIGNAL covers sockets, this covers pipes and
     // libraries.
     return std::signal(SIGPIPE, SIG_IGN) != SIG_ERR;
 }
@@ -147,7 +147,8 @@ Outcome<TcpSocket> TcpSocket::begin_connect(const SocketAddress& to) {
     if (const int error = ask_hook(Operation::connect); error != 0) return failure(error);
     const auto* address = static_cast<const sockaddr*>(to.data());
     const int result = ::connect(descriptor(socket.native_), address, static_cast<socklen_t>(to.size()));
-    // After a signal the connection is established meanwhile, as if it were non-blocking.
+    // A signal does not end the attempt: the connection goes on being made, as if the socket were
+    // non-blocking.
     if (result != 0 && errno != EINPROGRESS && errno != EINTR) return failure(errno);
     return socket;
 }

@@ -6,14 +6,14 @@
 #include <cerrno>
 #include <utility>
 
-#include "platform/deadline.h"
 #include "platform/fault_hook.h"
 #include "platform/net_headers.h"
+#include "platform/stop.h"
 
 namespace vantlow {
 namespace {
 
-// How often a stop is looked for where the system had no event for it.
+// The interval at which a stop is looked for where the system had no event for it.
 constexpr int blind_step_ms = 20;
 
 int descriptor(std::intptr_t native) noexcept {

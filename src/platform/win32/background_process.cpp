@@ -2,9 +2,8 @@
 
 #include "base/text.h"
 #include "platform/fault_hook.h"
-#include "platform/system_text.h"
+#include "platform/local_text.h"
 #include "platform/win32/native.h"
-#include "platform/win32/owner_only.h"
 
 namespace vantlow {
 namespace {
@@ -28,13 +27,13 @@ class StartedProcess final : public BackgroundProcess {
     DWORD id_;
 };
 
-// One word so that the C runtime's and the shell's splitting gives it back.
+// Quotes one argument so that the splitting of the C runtime and of the shell gives it back.
 std::u16string quoted(const std::u16string& word) {
     if (!word.empty() && word.find_first_of(u" \t\n\v\"") == std::u16string::npos) return word;
     std::u16string text = u"\"";
     std::size_t backslashes = 0;
     for (const char16_t c : word) {
-        // Those in front of a quotation mark count twice.
+        // Backslashes in front of a quotation mark count twice.
         if (c == u'"') text.append(backslashes + 1, u'\\');
         backslashes = c == u'\\' ? backslashes + 1 : 0;
         text.push_back(c);

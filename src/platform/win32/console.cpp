@@ -4,8 +4,6 @@
 #include <mutex>
 
 #include "base/text.h"
-#include "platform/console_capture.h"
-#include "platform/console_write.h"
 #include "platform/win32/native.h"
 
 namespace vantlow {
@@ -62,7 +60,7 @@ bool prepare_terminal(Stream stream) noexcept {
     return SetConsoleMode(console, mode | ENABLE_PROCESSED_OUTPUT | ENABLE_VIRTUAL_TERMINAL_PROCESSING) != 0;
 }
 
-// Once a key was pressed the console is read as far as the line's end; until then a stop is heard.
+// Until a key is pressed a stop is noticed; after that the console is read up to the line's end.
 std::optional<std::string> read_terminal_line(const StopSource& stop) {
     constexpr DWORD step_ms = 100;
     HANDLE input = GetStdHandle(STD_INPUT_HANDLE);
@@ -91,7 +89,7 @@ void prepare_streams() noexcept {}  // handles are not numbers that the next fil
 
 int write_to_system(Stream stream, std::string_view text) noexcept {
     HANDLE out = handle_of(stream);
-    if (out == nullptr) return 0;  // started without a console, by the desktop: nobody is to be told anything
+    if (out == nullptr) return 0;  // started without a console, by the desktop: there is nobody to write to
     if (is_terminal(stream)) return static_cast<int>(write_console(out, to_utf16(text)));
     while (!text.empty()) {
         const auto part = static_cast<DWORD>(std::min(text.size(), std::size_t{1} << 20U));
@@ -134,7 +132,8 @@ struct InterruptWatch::State {
 
     static BOOL WINAPI on_event(DWORD kind);
 
-    // The watch that is told, and what lets one event after the other in and none after its end.
+    // The watch that hears of events. The mutex lets in one event after the other, and none after the watch's
+    // end.
     static inline State* current = nullptr;  // guarded by mutex
     static inline std::mutex mutex;
 };
@@ -146,8 +145,8 @@ BOOL WINAPI InterruptWatch::State::on_event(DWORD kind) {
         if (current == nullptr) return FALSE;
         current->handler(current->context, ++current->count);
     }
-    // When this returns for these, the process ends at once; so it has the seconds that the system grants to
-    // end by itself.
+    // The process ends at once when this returns for these events, so it waits here and has the seconds that
+    // the system grants to end by itself.
     if (kind != CTRL_C_EVENT && kind != CTRL_BREAK_EVENT) Sleep(INFINITE);
     return TRUE;
 }

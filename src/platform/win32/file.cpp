@@ -6,13 +6,13 @@
 
 #include "platform/file_parts.h"
 #include "platform/win32/native.h"
-#include "platform/win32/owner_only.h"
 
 namespace vantlow {
 namespace {
 
 constexpr std::size_t most_at_once = 1U << 30U;
-// Far behind the bytes of any file: a lock keeps others from reading and writing what it covers.
+// The lock lies far behind the bytes of any file, because it keeps others from reading and writing what it
+// covers.
 constexpr std::int64_t lock_offset = std::int64_t{1} << 62U;
 // Virus scanners and indexers open fresh files for a moment, and keep them from being replaced.
 constexpr int replace_attempts = 15;
@@ -128,7 +128,8 @@ FileError File::read_at(std::int64_t offset, std::span<std::byte> into, std::siz
 
 FileError File::copy_from(const File& from, std::int64_t from_offset, std::int64_t to_offset,
                           std::int64_t count) noexcept {
-    // There is no call for a part of a file: both sides are asked for by themselves.
+    // No system call copies a part of a file, so the bytes pass through memory and the hook is asked for both
+    // sides.
     return copy_through_memory(from, from_offset, to_offset, count);
 }
 
@@ -208,7 +209,7 @@ FileError make_one_folder(const std::u16string& path) {
     return path_kind(path) == PathKind::folder ? FileError{} : file_error(error, native);
 }
 
-// The rights of a folder are not all that decides, so a file is made for a moment.
+// The rights of a folder do not decide alone, so a file is made for a moment.
 bool can_write_folder(const std::u16string& folder) {
     if (ask_hook(Operation::inspect, folder) != 0) return false;
     const NativePath path(join_path(folder, u".vantlow-probe"));

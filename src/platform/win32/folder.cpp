@@ -8,7 +8,6 @@
 #include "platform/file_parts.h"
 #include "platform/process.h"
 #include "platform/win32/native.h"
-#include "platform/win32/owner_only.h"
 
 namespace vantlow {
 

@@ -9,8 +9,8 @@
 
 #include "base/text.h"
 #include "platform/fault_hook.h"
+#include "platform/local_text.h"
 #include "platform/stop.h"
-#include "platform/system_text.h"
 #include "platform/win32/native.h"
 
 namespace vantlow {

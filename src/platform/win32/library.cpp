@@ -19,7 +19,7 @@ bool is_full_path(const std::u16string& path) noexcept {
 
 HMODULE load_module(const std::u16string& path) noexcept {
     DWORD before = 0;
-    // No message windows about damaged files.
+    // The system must show no message windows about damaged files.
     SetThreadErrorMode(SEM_FAILCRITICALERRORS | SEM_NOOPENFILEERRORBOX, &before);
     HMODULE loaded = LoadLibraryExW(NativePath(path).get(), nullptr, LOAD_WITH_ALTERED_SEARCH_PATH);
     SetThreadErrorMode(before, nullptr);

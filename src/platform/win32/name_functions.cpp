@@ -2,8 +2,8 @@
 
 #include "platform/fault_hook.h"
 #include "platform/library.h"
+#include "platform/local_text.h"
 #include "platform/net_headers.h"
-#include "platform/system_text.h"
 #include "platform/win32/native.h"
 
 namespace vantlow {

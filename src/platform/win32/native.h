@@ -1,4 +1,4 @@
-// The system's declarations, and text and errors on their way to and from it.
+// The system's declarations; text, errors and handles on their way to and from it; who may open a new file.
 #pragma once
 
 #ifndef WIN32_LEAN_AND_MEAN
@@ -11,6 +11,7 @@
 // after it
 #include <windows.h>
 
+#include <memory>
 #include <string>
 #include <string_view>
 
@@ -28,8 +29,8 @@ inline std::u16string from_wide(std::wstring_view text) {
     return {text.begin(), text.end()};
 }
 
-/// A path as the system takes it: with "\" and, where it is long, in the form without length limit. A path
-/// with a zero inside names nothing.
+/// A path in the form that the system takes: with "\" and, where it is long, with the prefix that lifts the
+/// limit on its length. A path with a zero character inside names nothing.
 class NativePath {
   public:
     explicit NativePath(const std::u16string& path);
@@ -40,9 +41,9 @@ class NativePath {
     std::u16string text_;
 };
 
-/// What a system error number means for a file.
+/// The fault that a system error number stands for in a file operation.
 FileError file_error(DWORD error) noexcept;
-/// The same for a call that was given a path, which can tell more.
+/// The same for a call that was given a path: the path tells a long name and a folder from other faults.
 FileError file_error(DWORD error, const NativePath& path) noexcept;
 
 /// Owns a handle that CloseHandle releases.
@@ -61,6 +62,22 @@ class Handle {
 
   private:
     HANDLE handle_;
+};
+
+/// The security of a file that only its owner may open. Without `wanted` it is the system's default.
+class OwnerOnly {
+  public:
+    explicit OwnerOnly(bool wanted);
+
+    [[nodiscard]] bool ok() const noexcept { return error_.ok(); }
+    [[nodiscard]] FileError error() const noexcept { return error_; }
+    /// The attributes for CreateFileW; null for the system's default.
+    [[nodiscard]] SECURITY_ATTRIBUTES* attributes() const noexcept { return attributes_.get(); }
+
+  private:
+    FileError error_;
+    std::unique_ptr<void, HLOCAL (*)(HLOCAL)> descriptor_;
+    std::unique_ptr<SECURITY_ATTRIBUTES> attributes_;
 };
 
 }  // namespace vantlow

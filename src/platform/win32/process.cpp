@@ -31,7 +31,7 @@ std::u16string known_folder(const KNOWNFOLDERID& which) {
     return SUCCEEDED(result) && path != nullptr ? from_wide(path) : std::u16string{};
 }
 
-// What stands in the program file; empty when it has no such resource.
+// The version in the program file; empty when it has no such resource.
 std::u16string version_from_resource() {
     const std::u16string program = program_path();
     const NativePath path(program);
@@ -80,7 +80,7 @@ std::u16string program_path() {
 }
 
 std::u16string product_version() {
-    // Programs without the resource (tests) are of the same version.
+    // Programs without the resource (tests) have the version that was built in.
     static const std::u16string version = [] {
         const std::u16string found = version_from_resource();
         return found.empty() ? to_utf16(VANTLOW_VERSION) : found;
@@ -124,17 +124,6 @@ bool can_outlive_terminal() noexcept {
     return false;
 }
 
-void set_default_locale() noexcept {
-    SetThreadLocale(GetSystemDefaultLCID());
-}
-
-std::u16string short_date_today() {
-    wchar_t text[128] = {};
-    const int length =
-        GetDateFormatW(LOCALE_USER_DEFAULT, DATE_SHORTDATE, nullptr, nullptr, text, std::size(text));
-    return length > 1 ? from_wide(text) : std::u16string(u"today");
-}
-
 std::u16string user_download_folder() {
     const std::u16string folder = known_folder(FOLDERID_Downloads);
     return folder.empty() ? home_folder() : folder;
@@ -147,28 +136,6 @@ void end_process(int status) noexcept {
 
 // The heap of this system gives large free blocks back by itself.
 void give_back_memory() noexcept {}
-
-std::string to_ansi(std::u16string_view text) {
-    if (text.empty()) return {};
-    const bool utf8 = GetACP() == CP_UTF8;  // which takes neither flag nor replacement
-    const DWORD flags = utf8 ? 0 : WC_NO_BEST_FIT_CHARS;
-    const char* const replacement = utf8 ? nullptr : "?";
-    const auto* from = reinterpret_cast<const wchar_t*>(text.data());
-    const int length = static_cast<int>(text.size());
-    const int size = WideCharToMultiByte(CP_ACP, flags, from, length, nullptr, 0, replacement, nullptr);
-    std::string bytes(size > 0 ? static_cast<std::size_t>(size) : 0, '\0');
-    WideCharToMultiByte(CP_ACP, flags, from, length, bytes.data(), size, replacement, nullptr);
-    return bytes;
-}
-
-std::u16string from_ansi(std::string_view bytes) {
-    if (bytes.empty()) return {};
-    const int length = static_cast<int>(bytes.size());
-    const int size = MultiByteToWideChar(CP_ACP, 0, bytes.data(), length, nullptr, 0);
-    std::wstring text(size > 0 ? static_cast<std::size_t>(size) : 0, L'\0');
-    MultiByteToWideChar(CP_ACP, 0, bytes.data(), length, text.data(), size);
-    return from_wide(text);
-}
 
 void random_guid(unsigned char (&bytes)[16]) {
     GUID guid{};

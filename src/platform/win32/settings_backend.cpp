@@ -59,7 +59,7 @@ std::u16string decimal(const std::vector<std::byte>& data) {
     return to_utf16(std::to_string(number));
 }
 
-// A value as text; none for kinds that no setting has.
+// A value as text; none for a kind that no setting has.
 std::optional<std::u16string> text_of(DWORD type, const std::vector<std::byte>& data) {
     if (type == REG_DWORD && data.size() >= sizeof(std::int32_t)) return decimal<std::int32_t>(data);
     if (type == REG_QWORD && data.size() >= sizeof(std::int64_t)) return decimal<std::int64_t>(data);

@@ -4,18 +4,18 @@
 #include <climits>
 #include <utility>
 
-#include "platform/deadline.h"
 #include "platform/fault_hook.h"
+#include "platform/local_text.h"
 #include "platform/net_headers.h"
-#include "platform/system_text.h"
+#include "platform/stop.h"
 #include "platform/win32/native.h"
 
 namespace vantlow {
 namespace {
 
 constexpr std::size_t most_sockets = 16;
-// How often the state is looked at where no event may come: a socket tells room only after a write found
-// none, and the system may have had no event for the stop.
+// The interval at which the state is looked at where no event may come: a socket reports room only after a
+// write found none, and the system may have had no event for the stop.
 constexpr int blind_step_ms = 50;
 
 SOCKET socket_of(std::intptr_t native) noexcept {
@@ -36,8 +36,8 @@ int length_of(std::size_t size) noexcept {
     return static_cast<int>(std::min<std::size_t>(size, INT_MAX));
 }
 
-// Options are wishes: without one a connection is slower or a dead peer is found later, and nothing is wrong.
-// So nobody hears of a failure, and no hook is asked.
+// Options are wishes: without one a connection is slower or a dead peer is noticed later, and nothing is
+// wrong. So a failure is not reported, and no hook is asked.
 void set_option(std::intptr_t native, int level, int name, int value) noexcept {
     setsockopt(socket_of(native), level, name, reinterpret_cast<const char*>(&value), sizeof value);
 }
@@ -61,7 +61,7 @@ bool is_passing_accept_error(int error) noexcept {
     return error == WSAEWOULDBLOCK || error == WSAECONNRESET;
 }
 
-// What select, which knows states, says now; events only tell that something changed.
+// The states that select sees now; events only say that something changed.
 struct States {
     fd_set readable{};
     fd_set writable{};
@@ -70,7 +70,7 @@ struct States {
 
 }  // namespace
 
-/// What works inside a TcpSocket.
+/// The work inside a TcpSocket.
 struct SocketWaiter {
     static SOCKET native(const TcpSocket& socket) noexcept { return socket_of(socket.native_); }
     static WSAEVENT event(const TcpSocket& socket) noexcept {
@@ -251,7 +251,7 @@ bool SocketWaiter::watch(TcpSocket& socket) noexcept {
 bool SocketWaiter::take_events(TcpSocket& socket, Interest interest) noexcept {
     WSANETWORKEVENTS seen{};
     if (WSAEnumNetworkEvents(native(socket), event(socket), &seen) != 0)
-        return true;  // broken: the next step tells
+        return true;  // broken: the next step reports it
     const bool connected = (seen.lNetworkEvents & FD_CONNECT) != 0;
     if (connected && seen.iErrorCode[FD_CONNECT_BIT] != 0)
         socket.event_error_ = seen.iErrorCode[FD_CONNECT_BIT];
@@ -259,8 +259,8 @@ bool SocketWaiter::take_events(TcpSocket& socket, Interest interest) noexcept {
     return closed || (interest == Interest::write && socket.event_error_ != 0);
 }
 
-// The end of the peer's bytes, or a reset, which must not pass for it: Wine tells a reset to the event or to
-// the next write only. A write of nothing sends nothing.
+// The end of the peer's bytes, or a reset, which must not pass for it: Wine reports a reset only to the event
+// or to the next write. A write of nothing sends nothing.
 IoStep SocketWaiter::end_step(TcpSocket& socket) noexcept {
     if (socket.event_ != 0) take_events(socket, Interest::read);
     if (socket.event_error_ == 0 && send(native(socket), "", 0, 0) == SOCKET_ERROR) {
@@ -271,7 +271,7 @@ IoStep SocketWaiter::end_step(TcpSocket& socket) noexcept {
     return {IoStep::State::closed, 0, 0};
 }
 
-// Marks the sockets that are ready now; false when the system cannot tell.
+// Marks the sockets that are ready now; false when the system cannot say.
 bool SocketWaiter::look(std::span<SocketWait> sockets) noexcept {
     States states;
     int watched = 0;

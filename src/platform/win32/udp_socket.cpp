@@ -3,15 +3,15 @@
 #include <climits>
 #include <utility>
 
-#include "platform/deadline.h"
 #include "platform/fault_hook.h"
 #include "platform/net_headers.h"
+#include "platform/stop.h"
 #include "platform/win32/native.h"
 
 namespace vantlow {
 namespace {
 
-// How often the state is looked at where the system had no event for the stop.
+// The interval at which the state is looked at where the system had no event for the stop.
 constexpr int blind_step_ms = 50;
 
 SOCKET socket_of(std::intptr_t native) noexcept {
@@ -73,7 +73,7 @@ Outcome<UdpSocket> UdpSocket::make(const SocketAddress& kind) {
     WSAEVENT event = WSACreateEvent();
     if (event == WSA_INVALID_EVENT) return failure(WSAGetLastError());
     socket.event_ = reinterpret_cast<std::intptr_t>(event);
-    // Makes it non-blocking too.
+    // WSAEventSelect makes the socket non-blocking too.
     if (WSAEventSelect(made, event, FD_READ) != 0) return failure(WSAGetLastError());
     return socket;
 }
@@ -124,7 +124,7 @@ IoStep UdpSocket::receive_from(std::span<std::byte> into, SocketAddress& from) n
     int size = sizeof storage;
     const int count = recvfrom(socket_of(native_), reinterpret_cast<char*>(into.data()),
                                length_of(into.size()), 0, reinterpret_cast<sockaddr*>(&storage), &size);
-    // What has no room is cut off, as elsewhere.
+    // The part that has no room is cut off, as on other systems.
     const bool cut_off = count < 0 && WSAGetLastError() == WSAEMSGSIZE;
     if (count < 0 && !cut_off) return failed_step();
     from = SocketAddress(&storage, static_cast<std::size_t>(size));
@@ -143,7 +143,7 @@ Ready UdpSocket::wait(std::chrono::milliseconds at_most, const StopSource& stop)
         const int left = deadline.left();
         if (left == 0) return Ready::timeout;
         const int step = left < 0 || left > blind_step_ms ? blind_step_ms : left;
-        // An event may have been reset by a read that left a datagram behind: looked at now and then.
+        // An event may have been reset by a read that left a datagram behind, so the wait is cut into steps.
         if (WSAWaitForMultipleEvents(blind ? 1 : 2, events, FALSE, static_cast<DWORD>(step), FALSE) ==
             WSA_WAIT_FAILED) {
             return Ready::failed;

@@ -1,9 +1,9 @@
-#include "runtime/login/digest.h"
+#include "runtime/login/answers.h"
 
 #include <algorithm>
 #include <cstring>
 
-#include "runtime/login/wipe.h"
+#include "runtime/login/primitives.h"
 
 namespace vantlow::login {
 namespace {
@@ -33,7 +33,7 @@ std::optional<Algorithm> find_algorithm(const char* name) {
     return std::nullopt;
 }
 
-// The digest of the parts with colons between them, in hexadecimal.
+// The digest of the parts, joined with colons, in hexadecimal.
 std::string joined(Hash hash, std::initializer_list<std::string_view> parts) {
     std::size_t size = parts.size();
     for (const std::string_view one : parts) size += one.size();
@@ -67,7 +67,7 @@ std::optional<std::string> digest_response(const VantlowDigest& parts) {
     const Hash hash = algorithm->hash;
     std::string a1 = joined(hash, {part(parts.user), part(parts.realm), part(parts.password)});
     if (algorithm->session) a1 = joined(hash, {a1, part(parts.nonce), part(parts.cnonce)});
-    // The requests that are made here have no body: its digest is that of nothing.
+    // The requests made here have no body, so its digest is that of nothing.
     const std::string a2 = qop == "auth-int"
                                ? joined(hash, {part(parts.method), part(parts.uri), joined(hash, {""})})
                                : joined(hash, {part(parts.method), part(parts.uri)});

@@ -1,11 +1,10 @@
-#include "runtime/login/ntlm.h"
+#include "runtime/login/answers.h"
 
 #include <algorithm>
 #include <chrono>
 #include <cstring>
 
-#include "runtime/login/random.h"
-#include "runtime/login/wipe.h"
+#include "runtime/login/primitives.h"
 
 namespace vantlow::login {
 namespace {
@@ -14,7 +13,7 @@ namespace {
 constexpr std::uint32_t with_unicode = 0x00000001;
 constexpr std::uint32_t with_session_security = 0x00080000;
 constexpr std::uint32_t with_target_info = 0x00800000;
-// What the answer takes over of the challenge's flags: the code page (1, 2), the target (4), NTLM (0x200),
+// The flags of the challenge that the answer repeats: the code page (1, 2), the target (4), NTLM (0x200),
 // always sign (0x8000), session security, target information, 128 and 56 bits.
 constexpr std::uint32_t kept_flags = 0xA0888207;
 
@@ -36,7 +35,7 @@ void append(Bytes& out, View bytes) {
     out.insert(out.end(), bytes.begin(), bytes.end());
 }
 
-// One code point off the front of UTF-8; what is none stands for itself.
+// Takes one code point off the front of a UTF-8 text; a byte that is none counts as itself.
 std::uint32_t next_point(std::string_view& text) {
     const auto byte = [&](std::size_t i) { return static_cast<std::uint8_t>(text[i]); };
     const std::uint8_t first = byte(0);
@@ -51,7 +50,8 @@ std::uint32_t next_point(std::string_view& text) {
     return good ? point : first;
 }
 
-// Upper case as a user name needs it: ASCII, Latin-1, Greek and Cyrillic, whose pairs lie at fixed distances.
+// The upper case that a user name needs: ASCII, Latin-1, Greek and Cyrillic, whose pairs lie at fixed
+// distances.
 std::uint32_t upper_point(std::uint32_t c) {
     if (c >= 'a' && c <= 'z') return c - 32;
     if ((c >= 0xE0 && c <= 0xFE && c != 0xF7) || (c >= 0x3B1 && c <= 0x3C9 && c != 0x3C2)) return c - 32;
@@ -80,7 +80,7 @@ Bytes utf16(std::string_view text, bool upper = false) {
     return out;
 }
 
-// The server's own time, which version 2 answers with where it is told; none when it is not.
+// The server's own time, with which version 2 answers where the challenge has it; none where it has not.
 std::optional<std::uint64_t> time_of(View info) {
     while (info.size() >= 4) {
         const auto kind = static_cast<std::uint16_t>(number(info, 0, 2));
@@ -134,11 +134,11 @@ Answers answer_v1(const NtlmChallenge& challenge, View nt_hash, const NtlmChance
     return answers;
 }
 
-// The message: a header of fixed size whose fields point into what follows it.
+// Builds the message: a header of fixed size whose fields point into the bytes behind it.
 Bytes message(std::uint32_t flags, const Answers& answers, View domain, View user) {
     constexpr std::size_t header = 64;
     const std::array<View, 6> fields{answers.lm, answers.nt, domain, user, View{}, View{}};
-    // The names stand first, as everybody writes them.
+    // The names come first, as in other clients' messages.
     constexpr std::array<std::size_t, 6> order{2, 3, 4, 0, 1, 5};
     std::array<std::size_t, 6> offsets{};
     Bytes payload;

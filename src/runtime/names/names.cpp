@@ -8,10 +8,10 @@
 
 namespace {
 
-// Read once, kept for the process.
+// The list is read once and kept for the process.
 const psl_ctx_t* suffixes() noexcept {
 #ifdef _WIN32
-    return psl_builtin();  // the system has no list, and a folder below a drive's root can be anybody's
+    return psl_builtin();  // the system has no list, and a folder below a drive's root may be anybody's
 #else
     static const psl_ctx_t* const list =
         psl_latest(nullptr);  // the system's, or the built-in one if it is newer
@@ -26,7 +26,7 @@ extern "C" {
 VANTLOW_EXPORT Names_ToAscii_t Names_ToAscii;
 VANTLOW_EXPORT Names_IsPublicSuffix_t Names_IsPublicSuffix;
 
-// As browsers do: the "ß" and its like keep their own names, an underscore is no fault.
+// Names are treated as browsers do: "ß" and its like stay distinct names, and an underscore is no fault.
 std::size_t Names_ToAscii(const char* name, char* out, std::size_t room) {
     if (name == nullptr || out == nullptr) return 0;
     char* ascii = nullptr;

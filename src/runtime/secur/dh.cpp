@@ -6,10 +6,8 @@
 #include <cstdint>
 #include <new>
 
-#include "runtime/login/random.h"
-#include "runtime/login/wipe.h"
+#include "runtime/login/primitives.h"
 #include "runtime/operations.h"
-#include "runtime/secur/gcrypt_start.h"
 
 struct VantlowDh {
     gcry_mpi_t prime = nullptr;
@@ -21,7 +19,7 @@ struct VantlowDh {
 
 namespace {
 
-// Random bits of the private exponent: twice the strength that a group of 768 bits has, with room to spare.
+// Bytes of the random private exponent: twice the strength of a group of 768 bits, with room to spare.
 constexpr std::size_t exponent_size = 32;
 constexpr std::size_t largest_prime = 1024;
 
@@ -30,7 +28,7 @@ gcry_mpi_t read_number(const void* bytes, std::size_t size) noexcept {
     return gcry_mpi_scan(&number, GCRYMPI_FMT_USG, bytes, size, nullptr) == 0 ? number : nullptr;
 }
 
-// The number in exactly `size` bytes, big-endian, zeroes in front; 0 when it needs more.
+// Writes the number in exactly `size` bytes, big-endian, with zeroes in front; 0 when it needs more.
 int write_number(gcry_mpi_t number, void* buffer, std::size_t size) noexcept {
     const std::size_t needed = (gcry_mpi_get_nbits(number) + 7) / 8;
     if (needed > size) return 0;
@@ -56,7 +54,8 @@ bool make_keys(VantlowDh& dh, const void* generator, std::size_t generator_size)
     return dh.exponent != nullptr;
 }
 
-// Keys that give away the secret whatever the exponent is: 0, 1, the prime less one, and what is no residue.
+// False for keys that give away the secret whatever the exponent is: 0, 1, the prime less one, and any that
+// is no residue.
 bool is_usable(const VantlowDh& dh, gcry_mpi_t key) noexcept {
     gcry_mpi_t largest = gcry_mpi_new(0);
     gcry_mpi_sub_ui(largest, dh.prime, 1);
@@ -78,7 +77,7 @@ VANTLOW_EXPORT DH_GetSecret_t DH_GetSecret;
 VantlowDh* DH_Create(const void* prime, std::size_t prime_size, const void* generator,
                      std::size_t generator_size) {
     if (prime == nullptr || generator == nullptr || prime_size == 0 || prime_size > largest_prime ||
-        generator_size == 0 || generator_size > prime_size || !vantlow::secur::start_gcrypt()) {
+        generator_size == 0 || generator_size > prime_size || !vantlow::login::start_gcrypt()) {
         return nullptr;
     }
     auto* const dh = new (std::nothrow) VantlowDh;

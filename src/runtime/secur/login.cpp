@@ -1,6 +1,5 @@
 // Logins: Digest's client nonces and responses, NTLM's answers.
-#include "runtime/login/digest.h"
-#include "runtime/login/ntlm.h"
+#include "runtime/login/answers.h"
 #include "runtime/operations.h"
 
 using namespace vantlow::login;

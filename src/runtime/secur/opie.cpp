@@ -7,9 +7,8 @@
 #include <cstring>
 #include <string>
 
-#include "runtime/login/wipe.h"
+#include "runtime/login/primitives.h"
 #include "runtime/operations.h"
-#include "runtime/secur/gcrypt_start.h"
 
 namespace {
 
@@ -24,7 +23,8 @@ struct Algorithm {
 constexpr std::array algorithms{Algorithm{"otp-md4", GCRY_MD_MD4}, Algorithm{"otp-md5", GCRY_MD_MD5},
                                 Algorithm{"otp-sha1", GCRY_MD_SHA1}};
 
-// Hashes and folds to 64 bits (RFC 2289, appendix A). SHA-1's words come out in little-endian order.
+// Hashes the bytes and folds the digest to 64 bits (RFC 2289, appendix A). SHA-1's words come out in
+// little-endian order.
 Key hash(int algorithm, const void* bytes, std::size_t size) noexcept {
     std::array<unsigned char, 20> digest{};
     gcry_md_hash_buffer(algorithm, digest.data(), bytes, size);
@@ -54,7 +54,7 @@ int opieKeyGenerate(const char* algorithm, int sequence, const char* seed, const
         return std::strcmp(a.name, algorithm) == 0;
     });
     const bool usable = found != algorithms.end() && sequence >= 0 && sequence <= most_steps &&
-                        vantlow::secur::start_gcrypt() && gcry_md_test_algo(found->digest) == 0;
+                        vantlow::login::start_gcrypt() && gcry_md_test_algo(found->digest) == 0;
     if (!usable) return -1;
     std::string start;
     start.reserve(std::strlen(seed) +

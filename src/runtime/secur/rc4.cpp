@@ -1,12 +1,12 @@
-// RC4 with a discard, as the message stream encryption of BitTorrent wants it.
+// RC4 that discards the beginning of its stream, as BitTorrent's message stream encryption wants it.
 #include <gcrypt.h>
 
 #include <algorithm>
 #include <array>
 #include <new>
 
+#include "runtime/login/primitives.h"
 #include "runtime/operations.h"
-#include "runtime/secur/gcrypt_start.h"
 
 struct VantlowRc4 {
     gcry_cipher_hd_t cipher = nullptr;
@@ -34,7 +34,7 @@ VANTLOW_EXPORT RC4_4_t RC4_4;
 VANTLOW_EXPORT RC4_3_t RC4_3;
 
 VantlowRc4* RC4_Create(const void* key, std::size_t key_size, std::size_t discarded) {
-    if (key == nullptr || !vantlow::secur::start_gcrypt()) return nullptr;
+    if (key == nullptr || !vantlow::login::start_gcrypt()) return nullptr;
     auto* const stream = new (std::nothrow) VantlowRc4;
     if (stream == nullptr) return nullptr;
     if (gcry_cipher_open(&stream->cipher, GCRY_CIPHER_ARCFOUR, GCRY_CIPHER_MODE_STREAM, 0) == 0 &&

@@ -1,4 +1,4 @@
-// Sessions of earlier connections, for those that come later.
+// Sessions of earlier connections, kept for later ones.
 #pragma once
 
 #include <deque>
@@ -9,8 +9,8 @@
 
 namespace vantlow::secur {
 
-/// Keeps what connections may resume, by the caller's key; bounded. `Session` is movable and copyable. Any
-/// thread may call.
+/// Keeps the sessions that connections may resume, by the caller's key, in bounded numbers. `Session` is
+/// movable and copyable. Any thread may call.
 template <class Session>
 class SessionStore {
   public:
@@ -22,8 +22,8 @@ class SessionStore {
         if (sessions_.size() > most_keys) drop_other_than(key);
     }
 
-    /// The newest one; a null one when there is none. A ticket is to be used once (RFC 8446, C.4), so it is
-    /// taken out; the last one stays, because resuming it again is better than none at all.
+    /// Returns the newest session, or a null one. A ticket is to be used once (RFC 8446, C.4), so it is
+    /// removed; the last one stays, because resuming it again is better than not resuming at all.
     Session take(const std::string& key) {
         const std::lock_guard guard(mutex_);
         const auto found = sessions_.find(key);

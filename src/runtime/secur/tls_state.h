@@ -1,4 +1,4 @@
-// What a TLS connection has on every system.
+// The state of a TLS connection that is the same on every system.
 #pragma once
 
 #include <cstddef>
@@ -14,16 +14,16 @@ namespace vantlow::secur {
 struct TlsState {
     VantlowTlsEngine* engine = nullptr;
     VantlowTlsTransport transport{};
-    std::string host;  ///< as certificates and server names have it: certificate_name()
+    std::string host;  ///< in the form of certificates and server names: certificate_name()
     bool verify = true;
     bool at_end = false;  ///< the transport sends nothing more
     bool failed = false;
-    int failure = VANTLOW_TLS_OK;  ///< what everything that is asked after a failure answers
+    int failure = VANTLOW_TLS_OK;  ///< the result of every call after a failure
     int (*interrupt)(void*) = nullptr;
     void* interrupt_context = nullptr;
     ErrorText error;
 
-    /// Takes over what the plan says of these.
+    /// Takes the plan's values over.
     void begin(VantlowTlsEngine* its_engine, const VantlowTlsPlan& plan);
     /// Ends the connection with this result, which is returned, and this sentence.
     int fail(int result, std::string_view sentence) noexcept;

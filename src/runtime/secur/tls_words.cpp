@@ -14,7 +14,7 @@ std::string with(std::string_view before, std::string_view detail, std::string_v
 
 std::string shown(std::string_view text) {
     std::string line(text.substr(0, longest_shown));
-    // Not in the middle of a UTF-8 sequence.
+    // The cut must not fall in the middle of a UTF-8 sequence.
     while (line.size() < text.size() && !line.empty() &&
            (static_cast<unsigned char>(text[line.size()]) & 0xC0U) == 0x80U)
         line.pop_back();

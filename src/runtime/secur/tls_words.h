@@ -1,4 +1,4 @@
-// What TLS says to a person: one sentence a fault, the same ones on every system.
+// The sentences of TLS for a person: one for each fault, the same on every system.
 #pragma once
 
 #include <cstddef>
@@ -19,13 +19,13 @@ enum class CertificateFault {
     other,              ///< detail: the system's words
 };
 
-/// "The certificate of HOST expired on 2024-05-31." `detail` may be empty.
+/// Makes the sentence of a fault: "The certificate of HOST expired on 2024-05-31." `detail` may be empty.
 std::string certificate_sentence(CertificateFault fault, std::string_view host, std::string_view detail);
 
-/// Text from a certificate or a server, fit to be shown: without control characters, cut to a line.
+/// Makes a text from a certificate or a server fit to be shown: without control characters, cut to a line.
 std::string shown(std::string_view text);
 
-/// Where SSL_Set_ErrPtr says that sentences go.
+/// The buffer that SSL_Set_ErrPtr named for sentences.
 class ErrorText {
   public:
     void set(char* text, std::size_t room) noexcept {

@@ -59,7 +59,7 @@ int state_for(int zlib_result) noexcept {
     }
 }
 
-// One step in either direction; sizes as in operations.h.
+// Makes one step in either direction; sizes as in operations.h.
 template <class Step>
 int step(VantlowZStream* stream, Direction direction, const void* in, std::size_t* in_size, void* out,
          std::size_t* out_size, Step zlib_step) noexcept {

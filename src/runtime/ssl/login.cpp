@@ -1,8 +1,7 @@
 // Logins: an NTLM challenge as an object, and Digest with every algorithm.
 #include <new>
 
-#include "runtime/login/digest.h"
-#include "runtime/login/ntlm.h"
+#include "runtime/login/answers.h"
 #include "runtime/operations.h"
 
 using namespace vantlow::login;

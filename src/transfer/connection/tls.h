@@ -8,7 +8,7 @@
 #include <string>
 
 #include "base/log.h"
-#include "platform/file_stamp.h"
+#include "platform/file_marks.h"
 #include "runtime/tables.h"
 #include "transfer/connection/stream.h"
 

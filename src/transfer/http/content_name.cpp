@@ -5,7 +5,7 @@
 #include <optional>
 
 #include "base/text.h"
-#include "platform/process.h"
+#include "platform/local_text.h"
 #include "transfer/http/parameter.h"
 
 namespace vantlow {

@@ -3,8 +3,8 @@
 #include <ctime>
 
 #include "base/text.h"
-#include "platform/process.h"
-#include "platform/system_cookies.h"
+#include "platform/local_text.h"
+#include "platform/system_services.h"
 
 namespace vantlow {
 namespace {

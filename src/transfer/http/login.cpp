@@ -8,7 +8,7 @@
 #include "base/codes.h"
 #include "base/digest.h"
 #include "base/text.h"
-#include "platform/process.h"
+#include "platform/local_text.h"
 
 namespace vantlow {
 namespace {

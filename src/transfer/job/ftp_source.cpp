@@ -3,6 +3,7 @@
 #include "base/string_table.h"
 #include "base/text.h"
 #include "platform/file.h"
+#include "platform/local_text.h"
 #include "platform/process.h"
 #include "store/address.h"
 #include "transfer/ftp/conversation.h"

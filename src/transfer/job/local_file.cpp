@@ -2,7 +2,7 @@
 
 #include "base/string_table.h"
 #include "base/text.h"
-#include "platform/file_stamp.h"
+#include "platform/file_marks.h"
 
 namespace vantlow {
 namespace {

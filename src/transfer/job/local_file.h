@@ -12,7 +12,7 @@
 #include "base/log.h"
 #include "base/result.h"
 #include "platform/file.h"
-#include "platform/origin_mark.h"
+#include "platform/file_marks.h"
 #include "transfer/job/file_names.h"
 #include "transfer/job/write_behind.h"
 

@@ -6,7 +6,7 @@
 
 #include "base/string_table.h"
 #include "base/text.h"
-#include "platform/file_stamp.h"
+#include "platform/file_marks.h"
 #include "store/address.h"
 #include "transfer/job/resume_state.h"
 

@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "platform/stop.h"
-#include "platform/thread_pool.h"
+#include "platform/thread.h"
 #include "store/job_sources.h"
 #include "transfer/job/local_file.h"
 

@@ -5,7 +5,7 @@
 #include <cstring>
 
 #include "base/text.h"
-#include "platform/process.h"
+#include "platform/local_text.h"
 #include "platform/socket.h"
 #include "runtime/host_names.h"
 

@@ -3,7 +3,7 @@
 #include <algorithm>
 
 #include "base/mem_file.h"
-#include "platform/file_stamp.h"
+#include "platform/file_marks.h"
 #include "store/address.h"
 #include "store/database.h"
 #include "transfer/job/file_names.h"

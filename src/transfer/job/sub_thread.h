@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "base/buffer.h"
-#include "platform/thread_pool.h"
+#include "platform/thread.h"
 #include "transfer/job/local_file.h"
 #include "transfer/job/policy.h"
 #include "transfer/job/source.h"

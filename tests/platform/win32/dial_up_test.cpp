@@ -1,4 +1,4 @@
-#include "platform/dial_up.h"
+#include "platform/system_services.h"
 
 #include <gtest/gtest.h>
 #include <windows.h>

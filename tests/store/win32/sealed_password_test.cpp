@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "store/proxy_address.h"
-#include "store/proxy_list.h"
+#include "store/proxies.h"
 #include "support/fault_hook.h"
 #include "support/temp_folder.h"
 

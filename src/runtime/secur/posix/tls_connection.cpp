@@ -2,7 +2,7 @@
 #include <openssl/err.h>
 #include <openssl/x509v3.h>
 
-#include "runtime/secur/posix/tls_transport.h"
+#include "runtime/secur/posix/tls.h"
 
 using namespace vantlow::secur;
 
@@ -50,7 +50,7 @@ bool is_alert(unsigned long code) noexcept {
     return ERR_GET_LIB(code) == ERR_LIB_SSL && ERR_GET_REASON(code) > SSL_AD_REASON_OFFSET;
 }
 
-// What a repetition might mend: damage on the way, and a server in trouble.
+// True for failures that a repetition might mend: damage on the way, and a server in trouble.
 bool may_pass(unsigned long code) noexcept {
     switch (ERR_GET_REASON(code)) {
         case SSL_R_UNEXPECTED_EOF_WHILE_READING:
@@ -65,7 +65,7 @@ bool may_pass(unsigned long code) noexcept {
     }
 }
 
-// The failure that OpenSSL's last step ended with.
+// The failure that OpenSSL's last step ended with, as a result and a sentence.
 int explain(VantlowTls& tls, bool in_handshake) {
     if (tls.below == VANTLOW_TLS_INTERRUPTED) return tls.fail(VANTLOW_TLS_INTERRUPTED, "Stopped.");
     const std::string where = in_handshake ? " in the middle of the TLS handshake." : " without ending TLS.";
@@ -170,7 +170,7 @@ extern "C" VANTLOW_EXPORT ptrdiff_t SSL_Recv(VantlowTls* tls, void* into, size_t
             case SSL_ERROR_WANT_READ:
                 return got > 0 ? static_cast<ptrdiff_t>(got) : ptrdiff_t{VANTLOW_TLS_QUIET};
             case SSL_ERROR_ZERO_RETURN:
-                return static_cast<ptrdiff_t>(got);  // what came before the end first, then the end
+                return static_cast<ptrdiff_t>(got);  // the bytes before the end first, then the end
             default:
                 break;
         }

@@ -1,4 +1,4 @@
-// What the connections share: what is trusted, and the sessions that they leave.
+// The engine that connections share: trusted roots, and the sessions that connections leave behind.
 #include <openssl/err.h>
 
 #include <algorithm>
@@ -18,16 +18,17 @@ int owner_index() noexcept {
     return index;
 }
 
-// A session that can be resumed: with TLS 1.3 they come some time after the handshake.
+// Keeps a session that can be resumed; with TLS 1.3 it comes some time after the handshake.
 int keep_session(SSL* ssl, SSL_SESSION* session) noexcept {
     VantlowTls& tls = *tls_of(ssl);
     if (tls.session_key.empty()) return 0;
     try {
-        // A copy: OpenSSL marks the connection's own as unusable when the connection is cut.
+        // A copy is kept, because OpenSSL marks the connection's own session as unusable when the connection
+        // is cut.
         if (Session copy{SSL_SESSION_dup(session), SSL_SESSION_free})
             tls.engine->sessions.keep(tls.session_key, copy);
     } catch (...) {
-        return 0;  // it is not kept, that is all
+        return 0;  // the session is not kept, and nothing else is wrong
     }
     return 0;
 }
@@ -75,7 +76,7 @@ extern "C" VANTLOW_EXPORT VantlowTlsEngine* SSL_Init(const void* roots, size_t s
         std::string why;
         bool ready = set_up(*engine);
         if (ready && roots != nullptr) ready = trust_certificates(engine->context.get(), roots, size, why);
-        // A system without any roots is told at the first certificate.
+        // A system without any roots is reported at the first certificate.
         if (ready && roots == nullptr) SSL_CTX_set_default_verify_paths(engine->context.get());
         if (ready) return engine.release();
         words.write(why.empty() ? "TLS cannot be set up: " + openssl_words() : why);

@@ -1,4 +1,4 @@
-#include "runtime/secur/posix/tls_transport.h"
+#include "runtime/secur/posix/tls.h"
 
 #include <openssl/bio.h>
 

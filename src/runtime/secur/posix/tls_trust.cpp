@@ -1,4 +1,4 @@
-// What is trusted, and what is said about a certificate that is not.
+// Trust: the roots, and the sentence about a certificate that is not trusted.
 #include <openssl/err.h>
 #include <openssl/ocsp.h>
 #include <openssl/pem.h>
@@ -69,8 +69,8 @@ std::size_t add_pem(X509_STORE* store, std::string_view text) {
     return count;
 }
 
-// A certificate's status in a stapled answer whose signature was found right; false for any other answer,
-// which counts as none.
+// True when a stapled answer with a good signature says that the certificate is revoked; any other answer
+// counts as none.
 bool is_revoked(SSL* ssl, std::string& day) {
     const unsigned char* der = nullptr;
     const long size = SSL_get_tlsext_status_ocsp_resp(ssl, &der);
@@ -81,8 +81,8 @@ bool is_revoked(SSL* ssl, std::string& day) {
     const Owned<OCSP_BASICRESP, OCSP_BASICRESP_free> basic(OCSP_response_get1_basic(response.get()));
     X509_STORE* const store = SSL_CTX_get_cert_store(SSL_get_SSL_CTX(ssl));
     if (!basic || OCSP_basic_verify(basic.get(), chain, store, 0) != 1) return false;
-    // The digest by which the answer names the certificate is the answerer's choice: each entry is compared
-    // by its own.
+    // The answerer chooses the digest by which its answer names the certificate, so each entry is compared by
+    // its own digest.
     for (int i = 0; i < OCSP_resp_count(basic.get()); ++i) {
         OCSP_SINGLERESP* const single = OCSP_resp_get0(basic.get(), i);
         const auto* const named = OCSP_SINGLERESP_get0_id(single);
@@ -100,7 +100,7 @@ bool is_revoked(SSL* ssl, std::string& day) {
     return false;
 }
 
-// OpenSSL asks after the chain was verified; 0 ends the handshake.
+// OpenSSL calls this after the chain was verified; 0 ends the handshake.
 int look_at_stapled(SSL* ssl, void* /*context*/) noexcept {
     VantlowTls& tls = *tls_of(ssl);
     if (!tls.verify) return 1;
@@ -191,7 +191,7 @@ bool trust_certificates(SSL_CTX* context, const void* roots, std::size_t size, s
     }
     ERR_clear_error();
     if (count == 0) error = "It holds no certificate in PEM or DER form.";
-    // Whoever names a certificate trusts it, be it a root or not.
+    // A certificate that the person named is trusted, be it a root or not.
     X509_STORE_set_flags(store, X509_V_FLAG_PARTIAL_CHAIN);
     return count > 0;
 }

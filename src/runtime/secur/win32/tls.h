@@ -1,4 +1,4 @@
-// TLS over SChannel: what the files of this folder share.
+// TLS over SChannel: the parts that the files of this folder share.
 #pragma once
 
 // clang-format off
@@ -47,9 +47,9 @@ class CertificateStore {
     CertificateStore& operator=(const CertificateStore&) = delete;
     ~CertificateStore();
     [[nodiscard]] HCERTSTORE handle() const noexcept { return handle_; }
-    /// Opens it and puts the certificates of a PEM or DER text in; false when there is none.
+    /// Opens the store and adds the certificates of a PEM or DER text; false when there is none.
     bool fill(std::string_view text);
-    /// Opens it as a view of both.
+    /// Opens the store as a view of both.
     bool join(HCERTSTORE one, HCERTSTORE other) noexcept;
     [[nodiscard]] bool has(const CERT_CONTEXT* certificate) const noexcept;
 
@@ -57,11 +57,11 @@ class CertificateStore {
     HCERTSTORE handle_ = nullptr;
 };
 
-/// Work of the system that cannot be called back, off the threads that must be able to stop. What was left
-/// behind is waited for at the end.
+/// Runs work of the system that cannot be interrupted, off the threads that must be able to stop. The
+/// destructor waits for work that was left behind.
 class Errands {
   public:
-    /// Runs it; false when `interrupted` came before its end.
+    /// Runs the work; false when `interrupted` came before its end.
     bool run(std::function<void()> work, const std::function<bool()>& interrupted);
 
   private:
@@ -70,12 +70,12 @@ class Errands {
 };
 
 struct Verdict {
-    std::string fault;       ///< the sentence of what is wrong; empty: nothing
-    bool unfounded = false;  ///< nobody who is known here vouches for it: fetch_issuers() may mend that
+    std::string fault;       ///< the sentence about the certificate; empty: nothing is wrong
+    bool unfounded = false;  ///< no issuer known here vouches for it: fetch_issuers() may mend that
 };
 
-/// Judges the certificate that a server showed by what is on this machine. `roots`: what is trusted; null:
-/// what the system trusts.
+/// Judges the certificate that a server showed, with what this machine knows. `roots`: the trusted
+/// certificates; null: those that the system trusts.
 Verdict judge(const CERT_CONTEXT* certificate, const std::string& host, const CertificateStore* roots);
 
 /// Has the system look in the network for the certificates that are missing between this one and a root, and
@@ -108,7 +108,7 @@ struct VantlowTls : vantlow::secur::TlsState {
     bool ended = false;  ///< by the server's close_notify
     SecPkgContext_StreamSizes sizes{};
 
-    // What was received: decrypted bytes for the caller, then bytes that are still encrypted.
+    // The bytes that were received: decrypted bytes for the caller, then bytes that are still encrypted.
     std::vector<char> buffer;
     size_t plain_at = 0;
     size_t plain_size = 0;

@@ -24,13 +24,13 @@ constexpr char alert_record = 21;  // content types (RFC 8446, 5.1)
 constexpr char handshake_record = 22;
 
 int fail_in_handshake(VantlowTls& tls, SECURITY_STATUS status) {
-    // What a repetition might mend.
+    // These are failures that a repetition might mend.
     const bool passing = status == SEC_E_INSUFFICIENT_MEMORY || status == SEC_E_MESSAGE_ALTERED;
     return tls.fail(passing ? VANTLOW_TLS_BROKEN : VANTLOW_TLS_REFUSED,
                     "The TLS handshake with " + shown(tls.host) + " failed: " + status_words(status) + ".");
 }
 
-// More encrypted bytes behind those that are here; VANTLOW_TLS_OK, VANTLOW_TLS_QUIET or a failure.
+// Receives more encrypted bytes behind those in the buffer; VANTLOW_TLS_OK, VANTLOW_TLS_QUIET or a failure.
 int receive_more(VantlowTls& tls) {
     const std::string name = shown(tls.host);
     if (tls.raw_at > 0 && tls.plain_size == 0) {
@@ -80,8 +80,8 @@ std::vector<char> protocol_list(const std::string& protocol) {
     return bytes;
 }
 
-// One step of the handshake, or of what a server wants after it (tickets, new keys), with the encrypted bytes
-// that are here. What SChannel answered goes to `status`; what it wants sent is sent.
+// Makes one step of the handshake, or of a server's wishes after it (tickets, new keys), with the encrypted
+// bytes in the buffer. SChannel's answer goes to `status`; the bytes that it wants sent are sent.
 int handshake_step(VantlowTls& tls, SECURITY_STATUS& status) {
     std::vector<char> protocols =
         tls.has_context || tls.protocol.empty() ? std::vector<char>() : protocol_list(tls.protocol);
@@ -136,7 +136,7 @@ int shake_hands(VantlowTls& tls) {
                 return tls.fail(VANTLOW_TLS_REFUSED, shown(tls.host) + " does not speak TLS at this port.");
         }
         if (const int sent = handshake_step(tls, status); sent != VANTLOW_TLS_OK) return sent;
-        // A server that would like a certificate of ours: on without one.
+        // The server would like a certificate of ours; the handshake goes on without one.
         if (status == SEC_I_INCOMPLETE_CREDENTIALS) continue;
         if (FAILED(status) && status != SEC_E_INCOMPLETE_MESSAGE) return fail_in_handshake(tls, status);
     }
@@ -161,7 +161,7 @@ int check_certificate(VantlowTls& tls) {
     return verdict.fault.empty() ? VANTLOW_TLS_OK : tls.fail(VANTLOW_TLS_UNTRUSTED, verdict.fault);
 }
 
-// Not every system keeps to the versions that the credentials allow.
+// The version is checked because not every system keeps to those that the credentials allow.
 int check_version(VantlowTls& tls) {
     SecPkgContext_ConnectionInfo connection{};
     const SECURITY_STATUS status =
@@ -191,7 +191,7 @@ void tell(VantlowTls& tls, VantlowTlsFacts& facts) {
     }
 }
 
-// Decrypts the next record of those that are here. `more` when the rest of it must be received first.
+// Decrypts the next record in the buffer. `more` when the rest of it must be received first.
 int decrypt_next(VantlowTls& tls, bool& more) {
     std::array<SecBuffer, 4> parts{};
     parts[0] = {static_cast<ULONG>(tls.raw_end - tls.raw_at), SECBUFFER_DATA, tls.buffer.data() + tls.raw_at};
@@ -212,7 +212,7 @@ int decrypt_next(VantlowTls& tls, bool& more) {
         tls.plain_size = part.cbBuffer;
     }
     tls.raw_at = tls.raw_end - rest;
-    // Wine says that all is well with a close_notify, too; alerts that are failures it tells.
+    // Wine reports success for a close_notify as well, but alerts that are failures it reports as such.
     tls.ended = status == SEC_I_CONTEXT_EXPIRED || (is_alert && status == SEC_E_OK && tls.plain_size == 0);
     if (status != SEC_I_RENEGOTIATE) return VANTLOW_TLS_OK;
     SECURITY_STATUS after = SEC_E_OK;  // a ticket or new keys (RFC 8446, 4.6)
@@ -262,7 +262,7 @@ ptrdiff_t receive(VantlowTls& tls, char* into, size_t size) {
             result = receive_more(tls);
             if (tls.at_end && tls.end_without_notice) return 0;
         }
-        // What came before a failure first; the failure stays for the next call.
+        // Bytes that came before a failure are returned first; the next call returns the failure.
         if (result != VANTLOW_TLS_OK) return got > 0 ? static_cast<ptrdiff_t>(got) : ptrdiff_t{result};
     }
     return static_cast<ptrdiff_t>(got);

@@ -1,4 +1,4 @@
-// What the connections share: what is trusted, and SChannel's credentials.
+// The engine that connections share: trusted roots, and SChannel's credentials.
 #define SCHANNEL_USE_BLACKLISTS
 #include "runtime/secur/win32/tls.h"
 
@@ -16,7 +16,7 @@ namespace {
 
 constexpr DWORD too_old =
     SP_PROT_SSL2_CLIENT | SP_PROT_SSL3_CLIENT | SP_PROT_TLS1_0_CLIENT | SP_PROT_TLS1_1_CLIENT;
-// The certificate is judged by us, and no client certificate is looked for.
+// The certificate is judged by tls_trust.cpp, and no client certificate is looked for.
 constexpr DWORD flags = SCH_CRED_MANUAL_CRED_VALIDATION | SCH_CRED_NO_DEFAULT_CREDS | SCH_USE_STRONG_CRYPTO;
 
 SECURITY_STATUS acquire_with(void* wanted, CredHandle* handle) noexcept {
@@ -27,7 +27,8 @@ SECURITY_STATUS acquire_with(void* wanted, CredHandle* handle) noexcept {
                                      nullptr, handle, &until);
 }
 
-// What servers that have nothing in common with this system lead to; the system's own words point elsewhere.
+// The statuses that a server with nothing in common with this system leads to; the system's own words for
+// them mislead.
 const char* known_words(SECURITY_STATUS status) noexcept {
     switch (status) {
         case SEC_E_ALGORITHM_MISMATCH:
@@ -35,7 +36,7 @@ const char* known_words(SECURITY_STATUS status) noexcept {
             return "the two sides have no version or cipher suite in common";
         case SEC_E_ILLEGAL_MESSAGE:
         case SEC_E_INTERNAL_ERROR:
-            return "the server refused, or sent what is no right answer";
+            return "the server refused, or sent an invalid answer";
         default:
             return nullptr;
     }
@@ -53,7 +54,7 @@ SECURITY_STATUS Credentials::acquire() noexcept {
     newest.pTlsParameters = &bounds;
     SECURITY_STATUS status = acquire_with(&newest, &handle_);
     if (status != SEC_E_OK) {
-        // Systems before the newest structure have no TLS 1.3 either.
+        // Systems without the newest structure have no TLS 1.3 either.
         SCHANNEL_CRED older{};
         older.dwVersion = SCHANNEL_CRED_VERSION;
         older.dwFlags = flags;

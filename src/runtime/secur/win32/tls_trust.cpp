@@ -1,4 +1,4 @@
-// What is trusted, and what is said about a certificate that is not.
+// Trust: the roots, and the sentence about a certificate that is not trusted.
 #include <algorithm>
 #include <array>
 #include <chrono>
@@ -128,7 +128,7 @@ std::string chain_fault(const Chain& chain, const CERT_CONTEXT* certificate, con
     const DWORD errors = chain.errors();
     if ((errors & CERT_TRUST_IS_REVOKED) != 0)
         return certificate_sentence(CertificateFault::revoked, host, {});
-    // Whoever names certificates trusts these and no others, be they roots or not.
+    // Certificates that the person named are trusted and no others are, be they roots or not.
     const bool trusted = roots == nullptr ? !chain.is_unfounded() : chain.holds_one_of(*roots);
     if (!trusted && chain.is_alone() && is_self_signed(certificate))
         return certificate_sentence(CertificateFault::self_signed, host, {});
@@ -147,7 +147,7 @@ std::string chain_fault(const Chain& chain, const CERT_CONTEXT* certificate, con
     return {};
 }
 
-// What is left: the name, and rules of the system that chain_fault() does not know.
+// Checks the rest: the name, and rules of the system that chain_fault() does not know.
 std::string policy_fault(const Chain& chain, const CERT_CONTEXT* certificate, const std::string& host,
                          bool own_roots) {
     const std::vector<BYTE> address = literal_bytes(host);
@@ -176,7 +176,7 @@ std::string policy_fault(const Chain& chain, const CERT_CONTEXT* certificate, co
     const auto error = static_cast<HRESULT>(status.dwError);
     if (error == S_OK) return {};
     if (error == CERT_E_CN_NO_MATCH) return wrong_host();
-    // Where the chain ends at a certificate that is trusted without being a root.
+    // The chain ends at a certificate that is trusted without being a root.
     if (own_roots && (error == CERT_E_CHAINING || error == CERT_E_UNTRUSTEDROOT)) return {};
     return certificate_sentence(CertificateFault::other, host, status_words(error));
 }
@@ -256,7 +256,7 @@ bool Errands::run(std::function<void()> work, const std::function<bool()>& inter
     try {
         done = std::async(std::launch::async, std::move(work));
     } catch (const std::system_error&) {
-        return true;  // no thread left for it: what is here already has to do
+        return true;  // no thread is left for it, so the issuers that are here must do
     }
     while (done.wait_for(step) != std::future_status::ready) {
         if (!interrupted()) continue;

@@ -1,4 +1,4 @@
-// Commands in the words of FTP, answered by SFTP.
+// SFTP behind FTP's commands and replies.
 #include <array>
 #include <cstdio>
 #include <ctime>
@@ -19,7 +19,7 @@ std::string full_path(const VantlowSsh& ssh, const std::string& name) {
     return ssh.folder.back() == '/' ? ssh.folder + name : ssh.folder + "/" + name;
 }
 
-// What the server refused, as FTP would say it.
+// The server's refusal as an FTP reply.
 std::string refusal(const VantlowSsh& ssh) {
     switch (libssh2_sftp_last_error(ssh.sftp)) {
         case LIBSSH2_FX_NO_SUCH_FILE:
@@ -36,7 +36,7 @@ std::string refusal(const VantlowSsh& ssh) {
     }
 }
 
-// The answer for an operation that failed: the server's refusal, or that the connection is of no more use.
+// The answer for a failed operation: the server's refusal, or that the connection is of no more use.
 Answer failed(VantlowSsh& ssh, int waited, const char* what) {
     if (waited != VANTLOW_SSH_OK) return {waited, {}};
     if (libssh2_session_last_errno(ssh.session) == LIBSSH2_ERROR_SFTP_PROTOCOL)
@@ -59,7 +59,7 @@ bool is_folder(const LIBSSH2_SFTP_ATTRIBUTES& found) {
 
 Answer change_folder(VantlowSsh& ssh, const std::string& path) {
     std::string to = full_path(ssh, path);
-    // "~" is where the login leads, as relative paths begin there.
+    // "~" is the folder that the login leads to, in which relative paths begin.
     if (path == "~" || path == "~/") {
         to = ".";
     } else if (path.starts_with("~/")) {

@@ -3,13 +3,13 @@
 #include <cstring>
 #include <string>
 
-#include "runtime/ssh/sftp/public_key.h"
+#include "runtime/ssh/sftp/key_text.h"
 #include "runtime/ssh/sftp/session.h"
 
 namespace vantlow::ssh {
 namespace {
 
-// Servers end the connection after about six attempts; some are left for the password.
+// Servers end the connection after about six attempts, so some are left for the password.
 constexpr int most_agent_keys = 3;
 
 class Login {
@@ -37,7 +37,7 @@ class Login {
     bool broken_ = false;
 };
 
-// Answers every question with the password: what servers ask for is nothing else, nearly always.
+// Answers every question with the password, since servers hardly ever ask for anything else.
 void answer_prompts(const char* /*name*/, int /*name_size*/, const char* /*instruction*/,
                     int /*instruction_size*/, int count, const LIBSSH2_USERAUTH_KBDINT_PROMPT* /*prompts*/,
                     LIBSSH2_USERAUTH_KBDINT_RESPONSE* responses, void** abstract) {
@@ -53,7 +53,7 @@ void answer_prompts(const char* /*name*/, int /*name_size*/, const char* /*instr
     }
 }
 
-// True when there is nothing more to try: logged in, or cut.
+// True when there is nothing more to try: the login succeeded, or the connection is gone.
 bool Login::settled(long result) {
     const int number = libssh2_session_last_errno(ssh_.session);
     broken_ = broken_ || waited_ != VANTLOW_SSH_OK || result == LIBSSH2_ERROR_SOCKET_DISCONNECT ||
@@ -122,9 +122,9 @@ int Login::run() {
     });
     if (waited_ != VANTLOW_SSH_OK) return waited_;
     if (list == nullptr && libssh2_userauth_authenticated(ssh_.session) != 0) return VANTLOW_SSH_OK;
-    if (list == nullptr) return ssh_.fail_as_told(VANTLOW_SSH_BROKEN, "The server takes no login");
+    if (list == nullptr) return ssh_.fail_as_told(VANTLOW_SSH_BROKEN, "The server accepts no login");
     methods_ = list;
-    // What the person named comes before what was merely found.
+    // Keys that the person named come before keys that were merely found.
     for (const Attempt attempt :
          {&Login::asked_keys, &Login::password, &Login::interactive, &Login::agent, &Login::other_keys}) {
         if (!(this->*attempt)()) continue;

@@ -1,4 +1,4 @@
-// Is it the server that it was: its key against the known hosts.
+// The server's key is checked against the known hosts: is this the server that it was?
 #include <algorithm>
 #include <array>
 #include <memory>
@@ -6,7 +6,7 @@
 #include <string>
 #include <string_view>
 
-#include "runtime/ssh/sftp/base64.h"
+#include "runtime/ssh/sftp/key_text.h"
 #include "runtime/ssh/sftp/session.h"
 
 namespace vantlow::ssh {
@@ -32,7 +32,7 @@ struct FreeKnownHosts {
 };
 using KnownHosts = std::unique_ptr<LIBSSH2_KNOWNHOSTS, FreeKnownHosts>;
 
-// Whether a line's key, its third word, has all its digits and padding: see base64_padded.
+// True when a line's key, its third word, has all its digits and padding: see base64_padded.
 bool has_whole_key(std::string_view line) {
     constexpr std::string_view blanks = " \t\r";
     for (int word = 0; word < 2; ++word) {
@@ -44,7 +44,7 @@ bool has_whole_key(std::string_view line) {
     return size > 0 && size % 4 == 0;
 }
 
-// Lines that cannot be read (markers, kinds of keys of later days) are passed over, as OpenSSH does.
+// Lines that cannot be read (markers, kinds of keys of later days) are skipped, as OpenSSH does.
 KnownHosts read_known_hosts(VantlowSsh& ssh) {
     KnownHosts hosts(libssh2_knownhost_init(ssh.session));
     if (!hosts || ssh.login->known_hosts == nullptr) return hosts;
@@ -53,7 +53,8 @@ KnownHosts read_known_hosts(VantlowSsh& ssh) {
         const auto end = std::min(text.find('\n', at), text.size());
         if (text[at] != '#' && text[at] != '@' &&
             has_whole_key(std::string_view(text).substr(at, end - at))) {
-            // With its line end: libssh2 looks for one even behind what it was given.
+            // The line goes with its line end, because libssh2 looks for one even behind the text that it was
+            // given.
             libssh2_knownhost_readline(hosts.get(), text.data() + at, end - at + (end < text.size() ? 1 : 0),
                                        LIBSSH2_KNOWNHOST_FILE_OPENSSH);
         }
@@ -68,7 +69,7 @@ int check(VantlowSsh& ssh, const KnownHosts& hosts, const char* key, std::size_t
                                     nullptr);
 }
 
-// Whether a key of that kind, whatever it is, is known for the server.
+// True when some key of that kind is known for the server.
 bool is_known_kind(VantlowSsh& ssh, const KnownHosts& hosts, const KeyKind& kind) {
     return check(ssh, hosts, "?", 1, kind.known_type) == LIBSSH2_KNOWNHOST_CHECK_MISMATCH;
 }
@@ -103,8 +104,8 @@ void prefer_known_keys(VantlowSsh& ssh) {
     if (!hosts) return;
     std::string known;
     std::string others;
-    // Naming only what the library supports also keeps it from striking the rest out of its own copy,
-    // which 1.10 does with memcpy over itself.
+    // Naming only the methods that the library supports also keeps it from striking out the others in its own
+    // copy, which version 1.10 does with memcpy over overlapping bytes.
     const char** supported = nullptr;
     const int count = libssh2_session_supported_algs(ssh.session, LIBSSH2_METHOD_HOSTKEY, &supported);
     const std::span<const char* const> methods(supported, count > 0 ? static_cast<std::size_t>(count) : 0);

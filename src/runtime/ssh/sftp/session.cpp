@@ -17,10 +17,10 @@ constexpr std::size_t standard_buffer = 256 * 1024;
 constexpr std::size_t smallest_buffer = 32 * 1024;
 constexpr std::size_t largest_buffer = 4 * 1024 * 1024;
 constexpr int most_tries_to_free = 8;
-// libssh2 wants a socket although it never touches one here; this is none.
+// libssh2 wants a socket although it never uses one here; this number is none.
 constexpr libssh2_socket_t no_socket = static_cast<libssh2_socket_t>(0x7FFFFFFE);
 
-// An agent may ask its user first; somebody who is not there must not hold up the connection for ever.
+// An agent may ask its user first; a user who is away must not hold up the connection for ever.
 constexpr int longest_agent_ms = 15000;
 
 #ifdef _WIN32
@@ -100,7 +100,7 @@ bool make_session(VantlowSsh& ssh) {
     set_callback(ssh, LIBSSH2_CALLBACK_RECV, &take_received);
     set_callback(ssh, LIBSSH2_CALLBACK_SEND, &send_all);
     libssh2_session_set_blocking(ssh.session, 0);
-    // What processors have instructions for, first.
+    // The ciphers that processors have instructions for come first.
     for (const int direction : {LIBSSH2_METHOD_CRYPT_CS, LIBSSH2_METHOD_CRYPT_SC}) {
         libssh2_session_method_pref(ssh.session, direction, "aes128-ctr,aes192-ctr,aes256-ctr");
     }
@@ -129,13 +129,13 @@ int connect(VantlowSsh& ssh) {
 }  // namespace
 
 VantlowSsh::~VantlowSsh() {
-    dead = true;  // nothing is sent any more
+    dead = true;  // from here on nothing is sent
     if (session == nullptr) return;
     const auto insist = [](auto step) {
         for (int i = 0; i < most_tries_to_free && step() == LIBSSH2_ERROR_EAGAIN; ++i) {
         }
     };
-    // What a transfer that was cut left behind goes with these only.
+    // Closing the handle also discards the bytes that an interrupted transfer left behind.
     if (file != nullptr) insist([this] { return libssh2_sftp_close_handle(file); });
     if (sftp != nullptr) insist([this] { return libssh2_sftp_shutdown(sftp); });
     insist([this] { return libssh2_session_free(session); });
@@ -237,7 +237,7 @@ ptrdiff_t SSH_Recv(VantlowSsh* ssh, void* into, std::size_t size) try {
     });
     if (waited != VANTLOW_SSH_OK) return waited;
     if (bytes >= 0) return bytes;
-    return ssh->fail_as_told(VANTLOW_SSH_BROKEN, "The file could not be read on");
+    return ssh->fail_as_told(VANTLOW_SSH_BROKEN, "The rest of the file could not be read");
 } catch (...) {
     return VANTLOW_SSH_BROKEN;
 }

@@ -9,8 +9,8 @@
 
 #include "runtime/operations.h"
 
-/// What the caller holds. libssh2 works without waiting; whatever it waits for is received here, in large
-/// pieces, and handed to it.
+/// The object behind the caller's handle. libssh2 works without waiting; the bytes that it waits for are
+/// received here, in large pieces, and handed to it.
 struct VantlowSsh {
     explicit VantlowSsh(const VantlowSshTransport& below) : transport(below) {}
     VantlowSsh(const VantlowSsh&) = delete;
@@ -26,20 +26,20 @@ struct VantlowSsh {
     std::size_t taken = 0;
     std::size_t filled = 0;
     std::size_t receive_buffer;
-    bool dead = false;  ///< the transport is not to be touched any more
+    bool dead = false;  ///< the transport must not be used any more
     std::string folder;
     unsigned long long restart = 0;
     char* error = nullptr;
     std::size_t error_room = 0;
 
-    /// Leaves the failure's sentence; gives the code back.
+    /// Stores the failure's sentence for the caller; returns the code.
     int fail(int code, const std::string& text);
-    /// The same with libssh2's own words.
+    /// The same with libssh2's own words behind `what`.
     int fail_as_told(int code, const char* what);
-    /// Waits for bytes: VANTLOW_SSH_OK when some are there, else the transport's answer.
+    /// Waits for bytes: VANTLOW_SSH_OK when some are there, else the transport's failure.
     int receive_more();
-    /// Repeats an operation of libssh2 until it no longer asks to wait; its result, or in `waited` why
-    /// waiting failed.
+    /// Repeats an operation of libssh2 until it no longer asks to wait, and returns its result; `waited` says
+    /// why waiting failed, where it did.
     template <class Operation>
     long drive(int& waited, Operation operation) {
         for (;;) {
