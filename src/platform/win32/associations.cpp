@@ -12,10 +12,12 @@ namespace {
 
 constexpr std::u16string_view classes = u"Software\\Classes\\";
 constexpr std::u16string_view file_class = u"Vantlow";
-// Beside a default value that was replaced: what it was.
-constexpr const wchar_t* before_value = L"Vantlow.Before";
-// Beside a default command of this program: 1.
-constexpr const wchar_t* own_mark = L"Vantlow";
+// Beside each value that this program replaced stand two others: the text that this program wrote, by which
+// the value is known as its own, and the text that stood there before, unless there was none. For the default
+// value they have these names, for a named value a dot and its name follow.
+constexpr std::u16string_view own_text = u"Vantlow";
+constexpr std::u16string_view text_before = u"Vantlow.Before";
+constexpr const wchar_t* url_protocol = L"URL Protocol";
 
 std::u16string key_of(std::u16string_view name) {
     return std::u16string(classes).append(name);
@@ -45,14 +47,7 @@ std::optional<std::u16string> read_value(const std::u16string& key, const wchar_
     return from_wide(text.substr(0, text.find(L'\0')));
 }
 
-// Replaces a default value and remembers what it was, unless it is this program's already.
-LSTATUS take_over(const std::u16string& key, const std::u16string& text, bool own) {
-    const auto before = read_value(key, nullptr);
-    if (before && !own) write_value(key, before_value, *before);
-    return write_value(key, nullptr, text);
-}
-
-// What is not there needs no removal.
+// A missing value counts as removed.
 LSTATUS remove_value(const std::u16string& key, const wchar_t* name) noexcept {
     if (const int error = ask_hook(Operation::write_setting, key); error != 0) return error;
     const LSTATUS error = RegDeleteKeyValueW(HKEY_CURRENT_USER, wide(key), name);
@@ -65,7 +60,7 @@ LSTATUS remove_key(const std::u16string& key) noexcept {
     return error == ERROR_FILE_NOT_FOUND ? ERROR_SUCCESS : error;
 }
 
-// A key in which nothing stands is nobody's.
+// Removes a key with nothing in it, which belongs to nobody.
 LSTATUS remove_if_empty(const std::u16string& key) {
     HKEY open = nullptr;
     if (RegOpenKeyExW(HKEY_CURRENT_USER, wide(key), 0, KEY_READ, &open) != ERROR_SUCCESS)
@@ -80,60 +75,92 @@ LSTATUS remove_if_empty(const std::u16string& key) {
     return RegDeleteKeyW(HKEY_CURRENT_USER, wide(key));
 }
 
-// What was before is the default value again, or there is none. The memory of it goes last, and behind the
-// mark: a key that is this program's and remembers nothing would be removed.
-LSTATUS give_back(const std::u16string& key, const std::optional<std::u16string>& before) {
-    LSTATUS error = before ? write_value(key, nullptr, *before) : remove_value(key, nullptr);
-    if (error == ERROR_SUCCESS) error = remove_value(key, own_mark);
-    return error == ERROR_SUCCESS ? remove_value(key, before_value) : error;
+std::u16string beside(std::u16string_view what, const wchar_t* name) {
+    std::u16string text(what);
+    return name == nullptr ? text : text + u"." + from_wide(name);
 }
 
-// A default command of this program, whichever folder it stood in.
-bool is_own_command(const std::u16string& key) {
-    const auto command = read_value(key, nullptr);
-    return command && read_value(key, own_mark) == u"1";
+// True while the value is as this program wrote it: another program may have taken it over since.
+bool is_own(const std::u16string& key, const wchar_t* name) {
+    const auto written = read_value(key, wide(beside(own_text, name)));
+    return written && read_value(key, name) == written;
 }
 
-LSTATUS write_open_keys(const std::u16string& key, const std::u16string& program) {
-    const std::u16string command_key = key + u"\\shell\\open\\command";
-    LSTATUS error = write_value(key + u"\\DefaultIcon", nullptr, program + u",0");
-    if (error == ERROR_SUCCESS)
-        error = take_over(command_key, open_command(program), is_own_command(command_key));
-    if (error == ERROR_SUCCESS) error = write_value(command_key, own_mark, u"1");
-    return error;
+// Replaces a value, and remembers the text before it unless that was this program's.
+LSTATUS take_over(const std::u16string& key, const wchar_t* name, const std::u16string& text) {
+    LSTATUS error = ERROR_SUCCESS;
+    if (!is_own(key, name)) {
+        const std::u16string memory = beside(text_before, name);
+        const auto before = read_value(key, name);
+        error = before ? write_value(key, wide(memory), *before) : remove_value(key, wide(memory));
+    }
+    if (error == ERROR_SUCCESS) error = write_value(key, wide(beside(own_text, name)), text);
+    return error == ERROR_SUCCESS ? write_value(key, name, text) : error;
+}
+
+// Forgets that the value was this program's. The mark goes first: a value without a text before it must not
+// be taken for one that was added.
+LSTATUS forget(const std::u16string& key, const wchar_t* name) {
+    for (const std::u16string& one : {beside(own_text, name), beside(text_before, name)}) {
+        if (!read_value(key, wide(one))) continue;
+        if (const LSTATUS error = remove_value(key, wide(one)); error != ERROR_SUCCESS) return error;
+    }
+    return ERROR_SUCCESS;
+}
+
+// Puts back the text that stood there before, unless another program has replaced the value since.
+LSTATUS give_back(const std::u16string& key, const wchar_t* name) {
+    LSTATUS error = ERROR_SUCCESS;
+    if (is_own(key, name)) {
+        const auto before = read_value(key, wide(beside(text_before, name)));
+        error = before ? write_value(key, name, *before) : remove_value(key, name);
+    }
+    return error == ERROR_SUCCESS ? forget(key, name) : error;
 }
 
 LSTATUS take_files(const std::u16string& program) {
-    const std::u16string extension = key_of(u".torrent");
-    const LSTATUS error = write_open_keys(key_of(file_class), program);
+    const std::u16string key = key_of(file_class);
+    LSTATUS error = write_value(key + u"\\DefaultIcon", nullptr, program + u",0");
+    if (error == ERROR_SUCCESS)
+        error = write_value(key + u"\\shell\\open\\command", nullptr, open_command(program));
     if (error != ERROR_SUCCESS) return error;
-    return take_over(extension, std::u16string(file_class), read_value(extension, nullptr) == file_class);
+    return take_over(key_of(u".torrent"), nullptr, std::u16string(file_class));
 }
 
 LSTATUS take_links(std::u16string_view scheme, const std::u16string& program) {
     const std::u16string key = key_of(scheme);
-    if (!read_value(key, nullptr)) write_value(key, nullptr, u"URL:" + std::u16string(scheme));
-    const LSTATUS error = write_value(key, L"URL Protocol", u"");
-    return error == ERROR_SUCCESS ? write_open_keys(key, program) : error;
+    LSTATUS error = ERROR_SUCCESS;
+    // The description of another program fits this one as well.
+    if (!read_value(key, nullptr)) error = take_over(key, nullptr, u"URL:" + std::u16string(scheme));
+    if (error == ERROR_SUCCESS) error = take_over(key, url_protocol, u"");
+    if (error == ERROR_SUCCESS) error = take_over(key + u"\\DefaultIcon", nullptr, program + u",0");
+    if (error != ERROR_SUCCESS) return error;
+    return take_over(key + u"\\shell\\open\\command", nullptr, open_command(program));
 }
 
 LSTATUS give_back_files() {
     const std::u16string extension = key_of(u".torrent");
-    if (read_value(extension, nullptr) == file_class) {
-        const LSTATUS error = give_back(extension, read_value(extension, before_value));
-        if (error != ERROR_SUCCESS) return error;
-    }
-    if (const LSTATUS error = remove_if_empty(extension); error != ERROR_SUCCESS) return error;
-    return remove_key(key_of(file_class));
+    LSTATUS error = give_back(extension, nullptr);
+    if (error == ERROR_SUCCESS) error = remove_if_empty(extension);
+    return error == ERROR_SUCCESS ? remove_key(key_of(file_class)) : error;
 }
 
 LSTATUS give_back_links(std::u16string_view scheme) {
     const std::u16string key = key_of(scheme);
-    const std::u16string command_key = key + u"\\shell\\open\\command";
-    if (!is_own_command(command_key)) return ERROR_SUCCESS;
-    const auto before = read_value(command_key, before_value);
-    if (!before) return remove_key(key);
-    return give_back(command_key, before);
+    const std::u16string icon = key + u"\\DefaultIcon";
+    const std::u16string command = key + u"\\shell\\open\\command";
+    // A program that has taken the command since needs the key's own values, which it may have found as they
+    // are.
+    const auto end_of = is_own(command, nullptr) ? give_back : forget;
+    LSTATUS error = end_of(key, nullptr);
+    if (error == ERROR_SUCCESS) error = end_of(key, url_protocol);
+    if (error == ERROR_SUCCESS) error = give_back(icon, nullptr);
+    // The command is last: by it another call after a failure sees whose the key is.
+    if (error == ERROR_SUCCESS) error = give_back(command, nullptr);
+    for (const std::u16string& made : {command, key + u"\\shell\\open", key + u"\\shell", icon, key}) {
+        if (error == ERROR_SUCCESS) error = remove_if_empty(made);
+    }
+    return error;
 }
 
 }  // namespace
