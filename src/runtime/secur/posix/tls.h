@@ -3,11 +3,14 @@
 
 #include <openssl/ssl.h>
 
+#include <deque>
+#include <map>
 #include <memory>
+#include <mutex>
 #include <string>
+#include <utility>
 
 #include "runtime/operations.h"
-#include "runtime/secur/session_store.h"
 #include "runtime/secur/tls_state.h"
 
 namespace vantlow::secur {
@@ -22,6 +25,45 @@ struct Freeing {
 template <class T, auto Free>
 using Owned = std::unique_ptr<T, Freeing<Free>>;
 using Session = std::shared_ptr<SSL_SESSION>;
+
+/// Keeps the sessions of earlier connections that later ones may resume, by the caller's key, in bounded
+/// numbers. Any thread may call.
+class SessionStore {
+  public:
+    void keep(const std::string& key, Session session) {
+        const std::lock_guard guard(mutex_);
+        std::deque<Session>& kept = sessions_[key];
+        kept.push_back(std::move(session));
+        if (kept.size() > most_of_a_key) kept.pop_front();
+        if (sessions_.size() > most_keys) drop_other_than(key);
+    }
+
+    /// Returns the newest session, or a null one. A ticket is to be used once (RFC 8446, C.4), so it is
+    /// removed; the last one stays, because resuming it again is better than not resuming at all.
+    Session take(const std::string& key) {
+        const std::lock_guard guard(mutex_);
+        const auto found = sessions_.find(key);
+        if (found == sessions_.end() || found->second.empty()) return {};
+        std::deque<Session>& kept = found->second;
+        if (kept.size() == 1) return kept.front();
+        Session session = std::move(kept.back());
+        kept.pop_back();
+        return session;
+    }
+
+  private:
+    static constexpr std::size_t most_of_a_key = 16;
+    static constexpr std::size_t most_keys = 256;
+
+    void drop_other_than(const std::string& key) {
+        auto victim = sessions_.begin();
+        if (victim->first == key) ++victim;
+        sessions_.erase(victim);
+    }
+
+    std::mutex mutex_;
+    std::map<std::string, std::deque<Session>> sessions_;  ///< newest last; guarded by mutex_
+};
 
 /// OpenSSL's words for its first error on this thread, which are taken off its queue.
 std::string openssl_words();
@@ -49,7 +91,7 @@ BIO* make_transport_bio(VantlowTls& tls) noexcept;
 
 struct VantlowTlsEngine {
     vantlow::secur::Owned<SSL_CTX, SSL_CTX_free> context;
-    vantlow::secur::SessionStore<vantlow::secur::Session> sessions;
+    vantlow::secur::SessionStore sessions;
 };
 
 struct VantlowTls : vantlow::secur::TlsState {
