@@ -15,30 +15,23 @@ std::size_t bounded(std::int32_t count, std::size_t left, std::size_t smallest) 
     return count > 0 ? std::min(static_cast<std::size_t>(count), left / smallest) : 0;
 }
 
-void read_extra(FieldReader& in, CJobSeg& segment, std::u16string text) {
-    CJobSeg::Extra extra;
-    extra.text = std::move(text);
-    bool is_used = !extra.text.empty();
-    for (CJobSeg::Slot& slot : extra.slots) {
-        slot.text = in.text();
-        slot.number = in.i32();
-        slot.value = in.i64();
-        is_used = is_used || !slot.text.empty() || slot.number != 0 || slot.value != 0;
-    }
-    if (is_used) segment.extra() = std::move(extra);
-}
-
 void read_segment(FieldReader& in, CJobNode& job) {
     in.skip(1);  // its tag
     const std::int64_t start = in.i64();
     CJobSeg& segment = job.append_segment(start, in.i64());
-    segment.start_time = in.i64();
-    segment.end_time = in.i64();
-    segment.first_block = in.i64();
+    CJobSeg::Extra extra;
+    extra.start_time = in.i64();
+    extra.end_time = in.i64();
+    extra.first_block = in.i64();
     in.skip(fields::unused_segment_pair);
-    std::u16string text = in.text();
+    extra.text = in.text();
     in.skip(fields::unused_segment_pair);
-    read_extra(in, segment, std::move(text));
+    for (CJobSeg::Slot& slot : extra.slots) {
+        slot.text = in.text();
+        slot.number = in.i32();
+        slot.value = in.i64();
+    }
+    if (extra != CJobSeg::Extra{}) segment.extra() = std::move(extra);
     if (in.u8() != fields::segment_end_tag) in.spoil();
 }
 

@@ -18,9 +18,9 @@ void write_segment(FieldWriter& out, const CJobSeg& segment) {
     out.u8(fields::segment_tag);
     out.i64(segment.start);
     out.i64(segment.end);
-    out.i64(segment.start_time);
-    out.i64(segment.end_time);
-    out.i64(segment.first_block);
+    out.i64(extra.start_time);
+    out.i64(extra.end_time);
+    out.i64(extra.first_block);
     out.zeros(fields::unused_segment_pair);
     out.text(extra.text);
     out.zeros(fields::unused_segment_pair);

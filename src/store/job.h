@@ -71,19 +71,21 @@ class CJobSeg {
         std::u16string text;
         std::int32_t number = 0;
         std::int64_t value = 0;
+        bool operator==(const Slot&) const = default;
     };
     /// What only some protocols keep with a segment.
     struct Extra {
+        std::int64_t start_time = 0;   ///< milliseconds, for time-indexed streams
+        std::int64_t end_time = 0;     ///< milliseconds
+        std::int64_t first_block = 0;  ///< index of the first whole block that the segment covers
         std::u16string text;
         std::array<Slot, 3> slots;
+        bool operator==(const Extra&) const = default;
     };
 
-    std::int64_t start = 0;        ///< first byte that is not written yet
-    std::int64_t end = 0;          ///< one past the last byte; unknown_end while the size is unknown
-    std::int64_t start_time = 0;   ///< milliseconds, for time-indexed streams
-    std::int64_t end_time = 0;     ///< milliseconds
-    std::int64_t first_block = 0;  ///< index of the first whole block that the segment covers
-    int worker = 0;                ///< number of the connection that works on it; 0: none; not saved
+    std::int64_t start = 0;  ///< first byte that is not written yet
+    std::int64_t end = 0;    ///< one past the last byte; unknown_end while the size is unknown
+    int worker = 0;          ///< number of the connection that works on it; 0: none; not saved
 
     /// The extra attributes for changing; they are made when they are not there yet.
     [[nodiscard]] Extra& extra();

@@ -61,9 +61,9 @@ inline std::unique_ptr<CJobNode> full_job() {
     job->bit_count = 9;
     job->bit_map_mark = "mark";
     CJobSeg& first = job->append_segment(1, 1000);
-    first.start_time = 20;
-    first.end_time = 30;
-    first.first_block = 40;
+    first.extra().start_time = 20;
+    first.extra().end_time = 30;
+    first.extra().first_block = 40;
     first.extra().text = u"track";
     first.extra().slots[0] = {u"s0", 50, 51};
     first.extra().slots[2] = {u"", -52, -53};
