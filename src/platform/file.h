@@ -26,7 +26,8 @@ enum class FileFault {
     read_only,
     name_too_long,
     in_use,
-    too_large,  ///< for whoever reads it, or for its file system
+    too_large,    ///< for whoever reads it, or for its file system
+    folder_lost,  ///< its folder was removed or replaced
     other
 };
 
@@ -118,10 +119,10 @@ FileError read_file(const std::u16string& path, std::size_t at_most, std::vector
 /// power cut. Leaves the old one when it fails. `name + ".new"` is used meanwhile.
 FileError write_file_atomically(const std::u16string& path, std::span<const std::byte> bytes,
                                 Privacy privacy = Privacy::shared);
-/// The same for bytes in pieces. Between two pieces, and before each longer wait for the disk, `between` is
-/// called, if there is one.
+/// The same for bytes in pieces. Between two pieces, and right before the new file gets its name, `between`
+/// is called, if there is one; a failure of it is a failure of the whole.
 FileError write_file_atomically(const std::u16string& path, std::span<const std::vector<std::byte>> pieces,
-                                Privacy privacy, const std::function<void()>& between);
+                                Privacy privacy, const std::function<FileError()>& between);
 
 /// "/" or "\": what join_path puts between.
 char16_t path_separator() noexcept;
