@@ -78,7 +78,7 @@ Exit run_jobs(CFerrywellApp& app, const GlobalOptions& global, const GetOptions&
     made.keeps_state = made.follows = pipe == nullptr;
     Engine engine(JobStore::in_memory(target_folder(options)), std::move(made));
     GetRun jobs(engine, tools.output, app.stop(), tools.threads, options);
-    engine.run({tools.connections, tools.threads, {}, jobs.question_time(), global.verbose});
+    engine.run({tools.connections, tools.threads, {}, jobs.question_time(), global.verbose, pipe == nullptr});
     if (pipe != nullptr) {
         jobs.write_to(*pipe);
     } else {

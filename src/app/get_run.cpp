@@ -53,6 +53,12 @@ void GetRun::add(const JobDraft& draft) {
     if (!added.faults.empty()) all_.add(Code::invalid_url);
 }
 
+// A kill between the file's name and the end of its job is no reason to fetch it once more.
+void GetRun::naming(const NameKeeper::Naming& naming) {
+    const CJobNode* const job = engine_.find(naming.job);
+    if (memory_ && filed_ > 1 && job != nullptr) memory_->naming(*job, {naming.path, naming.size});
+}
+
 void GetRun::ended(const JobEnd& end) {
     const Guid& job = end.job->identity;
     JobOutcome outcome = end.outcome;

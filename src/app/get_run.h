@@ -51,6 +51,7 @@ class GetRun : public TerminalClient {
     /// ones have.
     void drive();
 
+    void naming(const NameKeeper::Naming& naming) override;
     void ended(const JobEnd& end) override;
 
   private:

@@ -55,9 +55,17 @@ void ListMemory::read() {
         if (!line.is_object() || !line.contains("key") || !line["key"].is_string()) continue;
         if (!line.contains("file") || !line["file"].is_string() || !line.contains("size")) continue;
         if (!line["size"].is_number_integer()) continue;
-        const std::u16string name = to_utf16(line["file"].get<std::string>());
-        finished_.emplace(line["key"].get<std::string>(),
-                          Finished{join_path(folder_, name), line["size"].get<std::int64_t>()});
+        Line read{{join_path(folder_, to_utf16(line["file"].get<std::string>())),
+                   line["size"].get<std::int64_t>()}};
+        const std::string key = line["key"].get<std::string>();
+        if (line.contains("partial") && line["partial"].is_string()) {
+            read.partial = join_path(folder_, to_utf16(line["partial"].get<std::string>()));
+            // The name of a line before was taken: what stands there is somebody else's.
+            const auto [first, last] = finished_.equal_range(key);
+            for (auto before = first; before != last;)
+                before = before->second.partial == read.partial ? finished_.erase(before) : std::next(before);
+        }
+        finished_.emplace(key, std::move(read));
     }
     end_ = static_cast<std::int64_t>(at);
 }
@@ -65,8 +73,9 @@ void ListMemory::read() {
 std::optional<ListMemory::Finished> ListMemory::take(const CJobNode& job) {
     const std::string key = key_of(job);
     for (auto at = finished_.find(key); at != finished_.end(); at = finished_.find(key)) {
-        Finished file = std::move(at->second);
+        Line file = std::move(at->second);
         finished_.erase(at);
+        if (!file.partial.empty() && path_kind(file.partial) != PathKind::none) continue;
         const FileStamp stamp = file_stamp(file.path);
         if (stamp.there && stamp.size == file.size) return file;
     }
@@ -79,7 +88,24 @@ void ListMemory::forget() {
     if (file_.is_open()) failure_ = file_.resize(0);
 }
 
+void ListMemory::naming(const CJobNode& job, const Finished& file) {
+    // Until it has a name that is free, the partial file stands beside the first one.
+    const auto at = partial_files_.emplace(job.identity, file.path + std::u16string(partial_suffix)).first;
+    write(job, file, at->second);
+}
+
 void ListMemory::add(const CJobNode& job, const Finished& file) {
+    if (!partial_files_.contains(job.identity)) write(job, file, {});
+}
+
+// From the folder on, which may be moved between two runs.
+std::optional<std::u16string> ListMemory::below_folder(const std::u16string& path) const {
+    const std::u16string above = join_path(folder_, u"x");
+    if (!path.starts_with(std::u16string_view(above).substr(0, above.size() - 1))) return std::nullopt;
+    return path.substr(above.size() - 1);
+}
+
+void ListMemory::write(const CJobNode& job, const Finished& file, const std::u16string& partial) {
     if (others_ || !failure_.ok()) return;
     if (!file_.is_open()) {
         failure_ = file_.open(path_, OpenMode::create_new, Privacy::owner_only);
@@ -89,11 +115,10 @@ void ListMemory::add(const CJobNode& job, const Finished& file) {
         others_ = !file_.try_lock();
         if (others_) return file_.close();
     }
-    // From the folder on, which may be moved between two runs.
-    const std::size_t above = join_path(folder_, u"x").size() - 1;
-    const bool is_below = file.path.starts_with(join_path(folder_, u"x").substr(0, above));
-    if (!is_below) return;
-    const json line{{"key", key_of(job)}, {"file", to_utf8(file.path.substr(above))}, {"size", file.size}};
+    const auto name = below_folder(file.path);
+    if (!name) return;
+    json line{{"key", key_of(job)}, {"file", to_utf8(*name)}, {"size", file.size}};
+    if (const auto before = below_folder(partial)) line["partial"] = to_utf8(*before);
     const std::string text = line.dump(-1, ' ', false, json::error_handler_t::replace) + "\n";
     failure_ = file_.write_at(end_, std::as_bytes(std::span(text)));
     if (!failure_.ok()) return;

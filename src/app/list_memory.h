@@ -29,7 +29,11 @@ class ListMemory {
     /// What an earlier run has fetched for this job, where that file is still there with its size; each only
     /// once, since a list may name an address twice.
     std::optional<Finished> take(const CJobNode& job);
-    /// The job has ended well. The line survives a kill at once, a power cut after save().
+    /// The job's file is whole and gets this name next: from then on a kill leaves either its partial file,
+    /// which says that it has not, or what take() finds. May come again with another name. The line survives
+    /// a kill at once, a power cut after save().
+    void naming(const CJobNode& job, const Finished& file);
+    /// The job has ended well, where nobody said before how its file would be named.
     void add(const CJobNode& job, const Finished& file);
     /// Call about once a second.
     void save();
@@ -42,15 +46,22 @@ class ListMemory {
 
   private:
     void read();
+    void write(const CJobNode& job, const Finished& file, const std::u16string& partial);
+    [[nodiscard]] std::optional<std::u16string> below_folder(const std::u16string& path) const;
 
     std::u16string folder_;
     std::u16string path_;
     File file_;
-    bool others_ = false;                            ///< another process has it
-    bool unsaved_ = false;                           ///< lines that may not be on the disk
-    std::int64_t end_ = 0;                           ///< where the next line goes
-    FileError failure_;                              ///< the first one; nothing is written behind it
-    std::multimap<std::string, Finished> finished_;  ///< by the job's key
+    bool others_ = false;   ///< another process has it
+    bool unsaved_ = false;  ///< lines that may not be on the disk
+    std::int64_t end_ = 0;  ///< where the next line goes
+    FileError failure_;     ///< the first one; nothing is written behind it
+    /// A line: a file, and the partial one that is there until it has its name.
+    struct Line : Finished {
+        std::u16string partial{};  ///< empty: the file had its name
+    };
+    std::multimap<std::string, Line> finished_;     ///< by the job's key
+    std::map<Guid, std::u16string> partial_files_;  ///< of jobs whose files were named in this run
 };
 
 }  // namespace vantlow

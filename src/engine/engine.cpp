@@ -53,7 +53,7 @@ void Engine::run(Running running) {
         if (wake) wake();
     });
     saver_.begin(running.wake);
-    if (!in_memory()) names_ = std::make_unique<NameKeeper>(running.wake);
+    if (!in_memory() || running.tells_names) names_ = std::make_unique<NameKeeper>();
     runner_ = std::make_unique<SessionRunner>(
         SessionRunner::Tools{*store_, changes_, questions_, *options_.sessions, options_.settings,
                              options_.libraries, running.connections, running.threads, options_.stop,
@@ -76,6 +76,7 @@ void Engine::serve() {
     const NameKeeper::Waiting names = names_->take();
     if (names.empty()) return;
     for (const auto& naming : names) {
+        tell([&naming](EngineListener& listener) { listener.naming(*naming); });
         CJobNode* const record = store_->find(naming->job);
         if (record == nullptr) continue;
         record->path = naming->path;

@@ -102,6 +102,7 @@ class Engine {
         std::function<void()> wake{};                ///< any thread: asks for a pump() soon
         std::chrono::milliseconds question_time{0};  ///< how long a question stays open; 0: nobody is asked
         bool gathers_log = false;                    ///< EngineListener::logged is called
+        bool tells_names = false;                    ///< EngineListener::naming is called for any store
     };
     /// From now on pump() runs the jobs that wait.
     void run(Running running);

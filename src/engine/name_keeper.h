@@ -23,13 +23,13 @@ class NameKeeper {
         std::int64_t size = 0;
     };
 
-    /// `wake` (any thread) asks for take().
-    explicit NameKeeper(std::function<void()> wake) : wake_(std::move(wake)) {}
+    NameKeeper() = default;
     NameKeeper(const NameKeeper&) = delete;
     NameKeeper& operator=(const NameKeeper&) = delete;
 
-    /// A session's thread: waits until let_go() was called for it.
-    void wait_for(Naming naming);
+    /// A session's thread: waits until let_go() was called for it. `wake` is called before, and asks for
+    /// take().
+    void wait_for(Naming naming, const std::function<void()>& wake);
     /// The engine's thread: those that wait and were not taken yet.
     using Waiting = std::vector<std::shared_ptr<const Naming>>;
     [[nodiscard]] Waiting take();
@@ -39,7 +39,6 @@ class NameKeeper {
     struct Entry : Naming {
         bool done = false;  ///< guarded by mutex_
     };
-    const std::function<void()> wake_;
     std::mutex mutex_;
     std::condition_variable changed_;
     std::vector<std::shared_ptr<Entry>> new_;  ///< guarded by mutex_, like the one below

@@ -94,8 +94,10 @@ class SessionRunner {
     void stop(const Guid& job);
     /// The job is to wait for its turn again once the session that was asked to end has ended.
     bool start_again(const Guid& job);
-    /// Waits up to `at_most` for a session to end; serves nobody meanwhile.
+    /// Waits up to `at_most` for a session to end, or for wake(); serves nobody meanwhile.
     void wait(std::chrono::milliseconds at_most);
+    /// Any thread: somebody waits to be served.
+    void wake();
     /// The sessions that ended or settled since the last call. Their records are up to date.
     std::vector<JobEnd> take_ends();
     std::vector<LogLine> take_log();
@@ -177,8 +179,9 @@ class SessionRunner {
 
     mutable std::mutex mutex_;
     std::condition_variable changed_;
-    std::vector<Guid> ended_;  ///< guarded by mutex_, like the one below
+    std::vector<Guid> ended_;  ///< guarded by mutex_, like those below
     std::vector<LogLine> lines_;
+    bool woken_ = false;
 };
 
 }  // namespace vantlow
