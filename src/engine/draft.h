@@ -31,6 +31,7 @@ struct JobDraft {
     std::optional<ExpectedHash> hash;         ///< of the one file that is asked for
     std::shared_ptr<const JobRules> rules;    ///< null: the jobs go by the settings alone
     std::string select;                       ///< which files of a document: "1,3-5"; empty: all
+    bool asks_which = false;                  ///< which files of a document of several are meant is asked
     bool fresh = false;                       ///< what an earlier run left is removed, not continued
     bool paused = false;                      ///< the jobs are filed stopped
 };

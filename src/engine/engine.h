@@ -143,7 +143,7 @@ class Engine {
     [[nodiscard]] std::size_t waiting() const;
     /// True while the record of the job says that it runs.
     [[nodiscard]] bool is_running(const Guid& job) const { return runner_ && runner_->takes_place(job); }
-    [[nodiscard]] bool has_work() const { return runner_ && runner_->has_work(); }
+    [[nodiscard]] bool has_work() const { return runner_ && (runner_->has_work() || awaits_choice()); }
     [[nodiscard]] std::vector<Question> questions() const { return questions_.open(); }
     /// The lines of a job's log, oldest first.
     [[nodiscard]] std::vector<CLogNode> log_of(const Guid& job);
@@ -217,6 +217,9 @@ class Engine {
     std::optional<Followed> follow(CJobNode& document, const JobEnd& end);
     void take_answers();
     static bool take_answer(CJobNode& job, const QuestionBoard::Answered& one);
+    void ask_which(const std::vector<Guid>& jobs, const std::u16string& document);
+    void choose_files(const Question& question, const QuestionAnswer& answer);
+    [[nodiscard]] bool awaits_choice() const;
     void tell_questions();
     void deliver();
     Done remove_now(CJobNode& job, bool with_files);

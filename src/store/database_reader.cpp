@@ -175,12 +175,16 @@ bool read_rule(FieldReader& block, std::uint8_t kind, std::size_t length, JobRul
         case fields::key_file_value:
             rules.key_file = block.wide(length);
             return true;
+        case fields::select_value:
+            rules.select = block.narrow(length);
+            return true;
         case fields::switches_value: {
             if (length != 4) return false;
             const std::int32_t switches = block.i32();
             rules.skip_existing = (switches & fields::skip_existing_switch) != 0;
             rules.insecure = (switches & fields::insecure_switch) != 0;
             rules.accept_host_key = (switches & fields::accept_host_key_switch) != 0;
+            rules.asks_which = (switches & fields::asks_which_switch) != 0;
             return true;
         }
         default:

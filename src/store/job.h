@@ -131,6 +131,8 @@ struct JobRules {
     std::u16string ca_file;                 ///< trusted roots for TLS; empty: as the settings say
     std::u16string key_file;                ///< a private key for SSH; empty: none by name
     std::int64_t speed_limit = 0;           ///< bytes a second for all of its connections; 0: none of its own
+    std::string select;                     ///< files of the document that is fetched: "1,3-5"; empty: all
+    bool asks_which = false;                ///< where there are several, which of them are meant is asked
     bool operator==(const JobRules&) const = default;
 };
 
