@@ -1,5 +1,5 @@
 // Words of a command line, one a line: something to run, or a text that says why not.
-#include "app/command_line.h"
+#include "app/cli/command_line.h"
 
 #include "base/text.h"
 #include "fuzz.h"

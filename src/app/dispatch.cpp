@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <optional>
 
-#include "app/hand_over.h"
-#include "app/store_command.h"
+#include "app/cli/store/store_command.h"
+#include "app/process/hand_over.h"
 #include "base/text.h"
 #include "platform/frame.h"
 #include "transfer/connection/stream.h"

@@ -1,8 +1,8 @@
 #include "app/program.h"
 
-#include "app/command_line.h"
+#include "app/cli/command_line.h"
 #include "app/dispatch.h"
-#include "app/say.h"
+#include "app/process/messages.h"
 #include "platform/console.h"
 
 namespace vantlow {

@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "app/exit.h"
+#include "app/process/exit_status.h"
 
 namespace vantlow {
 

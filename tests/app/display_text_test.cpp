@@ -1,4 +1,4 @@
-#include "app/display_text.h"
+#include "app/terminal/display_text.h"
 
 #include <gtest/gtest.h>
 

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "app/get_run.h"
+#include "app/cli/get/get_run.h"
 #include "get_fixture.h"
 #include "support/file_server.h"
 

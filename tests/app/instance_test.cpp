@@ -8,7 +8,7 @@
 #include <memory>
 #include <thread>
 
-#include "app/hand_over.h"
+#include "app/process/hand_over.h"
 #include "platform/folder.h"
 #include "store_run.h"
 #include "support/file_server.h"

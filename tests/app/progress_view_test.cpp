@@ -1,4 +1,4 @@
-#include "app/progress_view.h"
+#include "app/terminal/progress_view.h"
 
 #include <gtest/gtest.h>
 
