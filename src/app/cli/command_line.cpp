@@ -1,38 +1,14 @@
-#include "app/cli/command_line.h"
-
+// The reading of a command line: the options that every command knows, help, version, and complaints.
 #include <utility>
 
-#include "app/cli/get/get_command.h"
-#include "app/cli/store/store_commands.h"
-#include "app/cli/tools/combine_command.h"
-#include "app/cli/tools/link_commands.h"
-#include "app/cli/tools/media_command.h"
-#include "app/cli/tools/torrent_commands.h"
-#include "app/cli/version_command.h"
-#include "app/resident/open_links.h"
-#include "app/resident/serve.h"
+#include "app/cli/command_set.h"
+#include "app/process/application.h"
 #include "base/text.h"
+#include "platform/console.h"
+#include "platform/process.h"
 
 namespace vantlow {
 namespace {
-
-void add_commands(CommandSet& commands, const std::vector<std::string>& words) {
-    add_get_command(commands);
-    add_serve_command(commands, words);
-    add_link_commands(commands);
-    add_add_command(commands);
-    add_list_commands(commands);
-    add_steer_commands(commands);
-    add_question_commands(commands);
-    add_category_commands(commands);
-    add_list_file_commands(commands);
-    add_settings_commands(commands);
-    add_torrent_commands(commands);
-    add_combine_command(commands);
-    add_media_command(commands);
-    add_proxy_commands(commands);
-    add_quit_command(commands);
-}
 
 void add_global_options(CLI::App& app, GlobalOptions& global, std::string& data_folder,
                         std::string& settings_file) {
@@ -49,31 +25,20 @@ void add_global_options(CLI::App& app, GlobalOptions& global, std::string& data_
     app.add_flag("--started-in-background", global.in_background)->group("");  // by the program itself
 }
 
-// The program's name and the words of the command that was named: "vantlow settings get".
+// Returns the program's name and the words of the command that was named: "vantlow settings get".
 std::string named_words(const CLI::App& app) {
     const auto below = app.get_subcommands();
     return below.empty() ? app.get_name() : app.get_name() + " " + named_words(*below.front());
 }
 
-Command complain(const CLI::App& app, const std::string& text) {
+Command complain_of(const CLI::App& app, const std::string& text) {
     Command command;
     command.text = "vantlow: " + text + "\nTry '" + named_words(app) + " --help'.\n";
     command.status = Exit::usage;
     return command;
 }
 
-Command desktop_command(const CLI::App& root, Command command, std::vector<std::string> links,
-                        std::vector<std::string> words) {
-    if (const Complaint complaint = check_desktop_links(links)) return complain(root, *complaint);
-    command.place = Place::desktop;
-    command.run = [links = std::move(links), words = std::move(words)](CFerrywellApp& app,
-                                                                       const GlobalOptions& global) {
-        return run_desktop(app, global, links, words);
-    };
-    return command;
-}
-
-// The help of the command that was named, with the options that every command has.
+// Returns the help of the command that was named, with the options that every command has.
 std::string help_text(const CLI::App& app) {
     std::string text = app.help();
     if (app.get_subcommands().empty()) return text;
@@ -84,50 +49,73 @@ std::string help_text(const CLI::App& app) {
     return text + CLI::Formatter().make_group("Global options", false, global);
 }
 
+// Prints the version, the platform, and for each run-time library whether it loads.
+Exit run_version(CFerrywellApp& app, const GlobalOptions& /*global*/) {
+    std::string text = "Vantlow " + to_utf8(app.version()) + "\n" + std::string(platform_name()) + "\n";
+    for (const auto& [library, loaded] : loaded_libraries(app.libraries())) {
+        // A library that Vantlow does not bring yet is none that is missing.
+        const bool is_to_come = library.starts_with("libKAD.") || library.starts_with("libBTDHT.") ||
+                                library.starts_with("libcrypto5.");
+        if (is_to_come && !loaded) continue;
+        text += library + ": " + (loaded ? "loaded" : "not found") + "\n";
+    }
+    write_stream(Stream::output, text);
+    return Exit::done;
+}
+
+// Returns the command that was asked for, after its checks; a complaint where they fail.
+Command chosen_command(const CLI::App& app, const CommandSet& commands) {
+    const CommandSet::Entry& chosen = commands.chosen();
+    const bool is_named = chosen.word != &app;
+    const std::string subject = is_named ? chosen.word->get_name() + ": " : std::string();
+    const CLI::Option* const links = app.get_option_no_throw("LINK");
+    // The links' place takes the words that the command itself had none for.
+    if (is_named && links != nullptr && !links->results().empty())
+        return complain_of(app, subject + "unexpected word \"" + links->results().front() + "\".");
+    if (chosen.check) {
+        if (const Complaint complaint = chosen.check()) return complain_of(app, subject + *complaint);
+    }
+    Command command;
+    command.run = chosen.run;
+    command.place = chosen.place;
+    if (!command.run) command.text = help_text(app);
+    return command;
+}
+
 }  // namespace
 
-Command parse_command_line(const std::vector<std::string>& words) {
-    Command command;
+Command read_command_line(const Words& words, const std::function<void(CommandSet&)>& add_commands,
+                          ReadWords read) {
     CLI::App app{"Vantlow fetches files: over several connections at once, across bad networks, never wrong.",
                  "vantlow"};
+    GlobalOptions global;
     bool version = false;
     std::string data_folder;
     std::string settings_file;
     app.set_help_flag("-h,--help", "Print this help");
     app.add_flag("--version", version, "Print version, platform and run-time libraries");
-    add_global_options(app, command.global, data_folder, settings_file);
-    std::vector<std::string> links;
-    app.add_option("LINK", links,
-                   "Links and files for the resident program, which is started where it is not running");
-    CommandSet commands(app);
-    add_commands(commands, words);
+    add_global_options(app, global, data_folder, settings_file);
+    CommandSet commands(app, words, read);
+    add_commands(commands);
+    Command command;
     try {
         std::vector<std::string> reversed(words.rbegin(), words.rend());
         app.parse(std::move(reversed));
     } catch (const CLI::CallForHelp&) {
         command.text = help_text(app);
+        command.global = std::move(global);
         return command;
     } catch (const CLI::ParseError& error) {
-        return complain(app, error.what());
+        return complain_of(app, error.what());
     }
-    command.global.data_folder = to_utf16(data_folder);
-    command.global.settings_file = to_utf16(settings_file);
     if (version) {
         command.run = run_version;
-        return command;
+    } else {
+        command = chosen_command(app, commands);
     }
-    const CommandSet::Entry* chosen = commands.chosen();
-    if (chosen == nullptr) return desktop_command(app, std::move(command), std::move(links), words);
-    // What the command itself had no place for.
-    if (!links.empty())
-        return complain(app, chosen->word->get_name() + ": unexpected word \"" + links.front() + "\".");
-    if (chosen->check) {
-        if (const Complaint complaint = chosen->check()) {
-            return complain(app, chosen->word->get_name() + ": " + *complaint);
-        }
-    }
-    command.run = chosen->run;
-    command.place = chosen->place;
+    command.global = std::move(global);
+    command.global.data_folder = to_utf16(data_folder);
+    command.global.settings_file = to_utf16(settings_file);
     return command;
 }
 

@@ -18,33 +18,33 @@ std::string for_one_file(const char* option, std::size_t count) {
 }  // namespace
 
 std::string text_of(const DraftFault& fault) {
-    using What = DraftFault::Kind;
+    using Fault = DraftFault::Kind;
     const std::string subject = to_utf8(fault.subject) + ": ";
     switch (fault.kind) {
-        case What::unreadable:
-        case What::not_removed:
+        case Fault::unreadable:
+        case Fault::not_removed:
             return subject + fault.file.text();
-        case What::no_torrent:
+        case Fault::no_torrent:
             return subject + "it is not a torrent.";
-        case What::no_info_hash:
+        case Fault::no_info_hash:
             return subject + "it has no info hash.";
-        case What::wrong_sizes:
+        case Fault::wrong_sizes:
             return subject + "the sizes in it cannot be right.";
-        case What::no_memory:
+        case Fault::no_memory:
             return subject + "there is not enough memory for it.";
-        case What::no_file_link:
-            return subject + "not the eDonkey link of a file.";
-        case What::no_address:
+        case Fault::no_file_link:
+            return subject + "it is not the eDonkey link of a file.";
+        case Fault::no_address:
             return subject + quoted_item(fault) + " has no address that could be fetched.";
-        case What::not_fetchable:
+        case Fault::not_fetchable:
             return subject + quoted_item(fault) + " cannot be fetched.";
-        case What::not_chosen:
+        case Fault::not_chosen:
             return subject + "nothing in it is named \"" + fault.item + "\".";
-        case What::nothing:
+        case Fault::nothing:
             return subject + "nothing in it can be fetched.";
-        case What::one_name:
+        case Fault::one_name:
             return for_one_file("--output", fault.count);
-        case What::one_hash:
+        case Fault::one_hash:
             return for_one_file("--hash", fault.count);
     }
     return {};

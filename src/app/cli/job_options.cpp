@@ -1,10 +1,16 @@
 #include "app/cli/job_options.h"
 
+#include <CLI/CLI.hpp>
+
+#include <memory>
+
 #include "app/terminal/quantities.h"
 #include "base/codes.h"
 #include "base/text.h"
+#include "engine/selection.h"
 #include "platform/console.h"
 #include "platform/file.h"
+#include "store/job.h"
 #include "store/proxy_address.h"
 
 namespace vantlow {
@@ -12,7 +18,7 @@ namespace {
 
 constexpr std::size_t largest_list = 256 * 1024 * 1024;
 
-// None where the text is none: "ALGO:HEX".
+// Reads "ALGO:HEX"; none where the text is no such hash.
 std::optional<ExpectedHash> parse_hash(const std::string& text) {
     const auto colon = text.find(':');
     const auto kind = digest_kind(std::string_view(text).substr(0, colon));
@@ -31,70 +37,8 @@ void add_lines(std::string_view text, std::vector<std::string>& links) {
     }
 }
 
-// Connections and jobs that are asked for by number are meant, also where all of them go to one server: its
-// limit goes up to what was said, unless that was said for this run as well.
-void raise_server_limit(Settings& settings, const GetOptions& options) {
-    const NumberSetting& limit = setting::max_per_server;
-    if (settings.is_overridden(limit)) return;
-    const std::int64_t asked = std::int64_t{options.connections.value_or(1)} * options.jobs.value_or(1);
-    const std::int64_t allowed = settings.number(limit);
-    if (allowed == 0 || asked <= allowed) return;
-    settings.override_value(limit.section, limit.key, to_utf16(std::to_string(asked)));
-}
-
-}  // namespace
-
-Complaint override_settings(Settings& settings, const GetOptions& options) {
-    const auto set = [&](const NumberSetting& setting, std::int64_t value) {
-        settings.override_value(setting.section, setting.key, to_utf16(std::to_string(value)));
-    };
-    if (Complaint complaint = check_named_files(options)) return complaint;
-    if (options.jobs) set(setting::max_jobs, *options.jobs);
-    // The trackers of torrents go by the settings.
-    if (options.insecure) set(setting::verify_peer, 0);
-    if (!options.ca_file.empty()) {
-        settings.override_value(setting::ca_file.section, setting::ca_file.key,
-                                absolute_path(to_utf16(options.ca_file)));
-    }
-    if (!options.limit.empty()) {
-        const std::int64_t rate = parse_rate(options.limit).value_or(0);
-        set(setting::limit, rate > 0 ? 1 : 0);
-        if (rate > 0) set(setting::speed_limit, rate);
-    }
-    raise_server_limit(settings, options);
-    return std::nullopt;
-}
-
-std::u16string target_folder(const GetOptions& options, const std::u16string& otherwise) {
-    const std::u16string base = options.folder.empty() ? otherwise : to_utf16(options.folder);
-    const std::u16string within = folder_of(to_utf16(options.output));
-    return absolute_path(within.empty() ? base : join_path(base, within));
-}
-
-Complaint check_named_files(const GetOptions& options) {
-    for (const auto& [option, file] :
-         {std::pair("--ca-file", &options.ca_file), std::pair("--key", &options.key_file)}) {
-        if (!file->empty() && path_kind(absolute_path(to_utf16(*file))) != PathKind::file)
-            return std::string(option) + ": there is no file " + *file + ".";
-    }
-    if (options.limit.empty() || parse_rate(options.limit)) return std::nullopt;
-    return "--limit takes bytes a second (500K, 2M), not \"" + options.limit + "\".";
-}
-
-Complaint check_draft(const GetOptions& options) {
-    if (options.cookie.starts_with('@') &&
-        path_kind(absolute_path(to_utf16(options.cookie.substr(1)))) != PathKind::file) {
-        return "--cookie: there is no file " + options.cookie.substr(1) + ".";
-    }
-    if (!options.hash.empty() && !parse_hash(options.hash))
-        return "--hash takes md5:, sha1: or sha256: and the digest in hexadecimal digits.";
-    if (!options.proxy.empty() && !parse_proxy(to_utf16(options.proxy)))
-        return "--proxy takes http://, connect://, socks4:// or socks5:// with [user:password@]host:port.";
-    return std::nullopt;
-}
-
-// What the options say that stays with a job; null where they say nothing of that.
-static std::shared_ptr<const JobRules> job_rules(const GetOptions& options) {
+// The rules that stay with a job for good; null where the options have none.
+std::shared_ptr<const JobRules> job_rules(const JobOptions& options) {
     JobRules rules;
     if (options.overwrite == "rename") rules.overwrite = 0;
     if (options.overwrite == "overwrite") rules.overwrite = 2;
@@ -108,7 +52,93 @@ static std::shared_ptr<const JobRules> job_rules(const GetOptions& options) {
     return rules == JobRules{} ? nullptr : std::make_shared<const JobRules>(std::move(rules));
 }
 
-JobDraft draft_of(const GetOptions& options, const std::u16string& folder) {
+}  // namespace
+
+void add_job_options(CLI::App& word, JobOptions& options) {
+    word.add_option("LINK", options.links,
+                    "The addresses to fetch: links, torrents, Metalinks and playlists");
+    word.add_option("-d,--dir", options.folder, "The folder for the files (default: the current one)");
+    word.add_option("-o,--output", options.output, "The name of the file, where there is one link only");
+    word.add_option("-n,--connections", options.connections, "Connections for each job (default: 5)")
+        ->check(CLI::Range(1, static_cast<int>(most_connections)));
+    word.add_option("-i,--input", options.input_file,
+                    "Take links from a file, one on each line (-: standard input)");
+    word.add_option("--user", options.user, "The user name for the server");
+    word.add_option("--password", options.password, "The password for the server");
+    word.add_option("--referer", options.referer, "The address to send as Referer");
+    word.add_option("--agent", options.agent, "The name of the program to send as User-Agent");
+    word.add_option("--cookie", options.cookie,
+                    "Cookies to send: \"name=value; name=value\", or @FILE, a cookies.txt");
+    word.add_option("--proxy", options.proxy,
+                    "The proxy: http://, connect:// (always tunnels), socks4:// or socks5:// and "
+                    "[user:password@]host:port");
+    word.add_option("--retries", options.retries,
+                    "Attempts after a failure; -1: without limit (default: that of the settings, at first "
+                    "without limit)")
+        ->check(CLI::Range(-1, 100000));
+    word.add_option("--retry-delay", options.retry_delay,
+                    "Seconds between two attempts (default: longer each time, up to half a minute)")
+        ->check(CLI::Range(0, 86400));
+    word.add_option("--select", options.select, "The files of a metafile to fetch: 1,3-5 (default: all)");
+    word.add_option("--hash", options.hash,
+                    "ALGO:HEX (md5, sha1, sha256): the hash that the finished file must have");
+    word.add_option("--key", options.key_file, "A file with the private key for SFTP");
+    word.add_flag("--accept-host-key", options.accept_host_key,
+                  "Trust SFTP servers that are not known yet, and remember them");
+    word.add_option("--ca-file", options.ca_file,
+                    "A file with the certificates to trust for TLS, in place of the system's");
+    word.add_flag("--insecure", options.insecure, "Do not check certificates");
+    word.add_option("--overwrite", options.overwrite,
+                    "What to do where the target exists: rename, overwrite or cancel")
+        ->check(CLI::IsMember({"rename", "overwrite", "cancel"}));
+    word.add_flag("--skip-existing", options.skip_existing,
+                  "Do not fetch a file that is there already, with the server's size and no older");
+    word.add_flag("--no-resume", options.no_resume,
+                  "Start anew even where an earlier run could be continued");
+}
+
+Complaint check_job_options(const JobOptions& options) {
+    if (options.links.empty() && options.input_file.empty()) return "no link is named.";
+    const bool one_link = options.links.size() == 1 && options.input_file.empty();
+    if (!options.output.empty() && !one_link) return "--output names the file of one link.";
+    if (!options.hash.empty() && !one_link) return "--hash is the hash of one link's file.";
+    if (!is_selection(options.select))
+        return "--select takes numbers and ranges (1,3-5), not \"" + options.select + "\".";
+    return std::nullopt;
+}
+
+std::u16string target_folder(const JobOptions& options, const std::u16string& otherwise) {
+    const std::u16string base = options.folder.empty() ? otherwise : to_utf16(options.folder);
+    const std::u16string within = folder_of(to_utf16(options.output));
+    return absolute_path(within.empty() ? base : join_path(base, within));
+}
+
+Complaint check_named_files(const JobOptions& options) {
+    for (const auto& [option, file] :
+         {std::pair("--ca-file", &options.ca_file), std::pair("--key", &options.key_file)}) {
+        if (!file->empty() && path_kind(absolute_path(to_utf16(*file))) != PathKind::file)
+            return std::string(option) + ": there is no file " + *file + ".";
+    }
+    if (options.limit.empty() || parse_rate(options.limit)) return std::nullopt;
+    return "--limit takes bytes a second (500K, 2M), not \"" + options.limit + "\".";
+}
+
+Complaint check_draft(const JobOptions& options) {
+    if (options.cookie.starts_with('@') &&
+        path_kind(absolute_path(to_utf16(options.cookie.substr(1)))) != PathKind::file) {
+        return "--cookie: there is no file " + options.cookie.substr(1) + ".";
+    }
+    if (!options.hash.empty() && !parse_hash(options.hash))
+        return "--hash takes md5:, sha1: or sha256: and the digest in hexadecimal digits.";
+    return check_proxy(options.proxy);
+}
+
+Complaint check_proxy(const std::string& proxy) {
+    if (proxy.empty() || parse_proxy(to_utf16(proxy))) return std::nullopt;
+    return "--proxy takes http://, connect://, socks4:// or socks5:// with [user:password@]host:port.";
+}
+
+JobDraft draft_of(const JobOptions& options, const std::u16string& folder) {
     JobDraft draft;
     draft.folder = target_folder(options, folder);
     draft.name = name_of(to_utf16(options.output));
@@ -129,7 +159,7 @@ JobDraft draft_of(const GetOptions& options, const std::u16string& folder) {
     return draft;
 }
 
-Complaint read_links(const GetOptions& options, std::vector<std::string>& links) {
+Complaint read_links(const JobOptions& options, std::vector<std::string>& links) {
     links = options.links;
     if (options.input_file.empty()) return std::nullopt;
     if (options.input_file == "-") {

@@ -1,4 +1,4 @@
-// What the words of `vantlow get` ask for.
+// The options that describe a job, for every command that makes one, and the draft that they stand for.
 #pragma once
 
 #include <cstdint>
@@ -6,22 +6,25 @@
 #include <string>
 #include <vector>
 
-#include "app/cli/global_options.h"
+#include "app/cli/command.h"
 #include "engine/draft.h"
-#include "store/settings.h"
+
+namespace CLI {
+class App;
+}
 
 namespace vantlow {
 
 inline constexpr int standard_connections = 5;
 
-/// `vantlow get`.
-struct GetOptions {
+/// The options as they were typed. Paths are meant from the current folder of the thread that runs the
+/// command.
+struct JobOptions {
     std::vector<std::string> links;
     std::string folder;
     std::string output;
     std::optional<int> connections;  ///< none: standard_connections
-    std::optional<int> jobs;
-    std::string input_file;  ///< "-": standard input
+    std::string input_file;          ///< "-": standard input
     std::string user;
     std::string password;
     std::string referer;
@@ -29,8 +32,7 @@ struct GetOptions {
     std::string cookie;
     std::string proxy;
     std::string limit;
-    bool limits_each = false;   ///< the limit is that of each job, not of all together
-    std::string give_up_after;  ///< a span of time; empty: unsaid
+    bool limits_each = false;  ///< the limit is that of each job, not of all together
     std::optional<std::int64_t> retries;
     std::optional<std::int64_t> retry_delay;
     std::string key_file;  ///< a private key for SSH
@@ -41,27 +43,32 @@ struct GetOptions {
     std::string overwrite;  ///< "rename", "overwrite" or "cancel"
     bool skip_existing = false;
     bool no_resume = false;
-    std::string select;  ///< "1,3-5": which files of a metafile; empty: all
+    std::string select;  ///< "1,3-5": the chosen files of a metafile; empty: all
 };
 
-/// What is wrong with the options that the option parser cannot see: the proxy, the hash, the cookies' file.
-Complaint check_draft(const GetOptions& options);
+/// Adds the options to a word, but for --limit, which means another thing to each command. `options` outlives
+/// it.
+void add_job_options(CLI::App& word, JobOptions& options);
 
-/// The draft that the options ask for, without its links; they were checked. `folder` is the one without
-/// --dir. Paths are meant from the thread's current folder.
-JobDraft draft_of(const GetOptions& options, const std::u16string& folder);
+/// Complains of options that name one file while several links are meant. Looks at no file.
+Complaint check_job_options(const JobOptions& options);
 
-/// --dir, or the other folder, and the folder part of --output together.
-std::u16string target_folder(const GetOptions& options, const std::u16string& otherwise = u".");
+/// Complains of a value that the option parser cannot judge: the cookies' file, the hash, the proxy.
+Complaint check_draft(const JobOptions& options);
 
-/// What is wrong with the files and the limit that the options name. Paths are meant from the thread's
-/// current folder.
-Complaint check_named_files(const GetOptions& options);
+/// Complains of a text for --proxy that names none; an empty text is none to complain of.
+Complaint check_proxy(const std::string& proxy);
 
-/// Puts what the options say in place of the settings, for this run only.
-Complaint override_settings(Settings& settings, const GetOptions& options);
+/// Complains of files that the options name and that are not there, and of a limit that is none.
+Complaint check_named_files(const JobOptions& options);
 
-/// The links of the words and of the file that --input names.
-Complaint read_links(const GetOptions& options, std::vector<std::string>& links);
+/// Returns the draft that the checked options ask for, without its links. `folder` is the one without --dir.
+JobDraft draft_of(const JobOptions& options, const std::u16string& folder);
+
+/// Returns --dir, or the other folder, and the folder part of --output together.
+std::u16string target_folder(const JobOptions& options, const std::u16string& otherwise = u".");
+
+/// Reads the links of the words and of the file that --input names. Complains where the file cannot be read.
+Complaint read_links(const JobOptions& options, std::vector<std::string>& links);
 
 }  // namespace vantlow

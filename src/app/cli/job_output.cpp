@@ -3,14 +3,12 @@
 #include <algorithm>
 
 #include "app/cli/report.h"
-#include "app/cli/store/job_view.h"
-#include "app/process/messages.h"
+#include "app/process/ending.h"
 #include "base/string_table.h"
 #include "base/text.h"
 #include "engine/torrent_plans.h"
 #include "platform/console.h"
 #include "platform/file.h"
-#include "platform/process.h"
 #include "store/address.h"
 
 namespace vantlow {
@@ -19,7 +17,7 @@ namespace {
 using nlohmann::ordered_json;
 
 constexpr std::chrono::milliseconds draw_interval{100};
-constexpr std::chrono::milliseconds tell_interval{500};  // progress events, at most twice a second
+constexpr std::chrono::milliseconds report_interval{500};  // of progress events
 constexpr std::chrono::hours remind_interval{1};
 
 ordered_json size_or_null(std::int64_t size) {
@@ -40,7 +38,7 @@ std::string plain_text(std::string_view text) {
     return plain;
 }
 
-// A sentence about an address, which many sentences name themselves.
+// Names the address in front of a sentence, unless the sentence names it itself.
 std::string about(const std::string& address, const std::string& text) {
     return text.find(address) != std::string::npos ? text : address + ": " + text;
 }
@@ -53,35 +51,33 @@ std::string plain_line(std::string_view text) {
 
 }  // namespace
 
-GetOutput::GetOutput(const GlobalOptions& global)
-    : global_(global), view_(!global.quiet && !global.json, !environment("NO_COLOR").has_value()) {}
+JobOutput::JobOutput(const GlobalOptions& global) : global_(global), view_(!global.quiet && !global.json) {}
 
-// For a person without what may be secret; a program gets the address that it knows.
-std::string GetOutput::shown_address(const CJobNode& job) const {
+// A person gets the address without what may be secret, a program gets the one that it knows.
+std::string JobOutput::shown_address(const CJobNode& job) const {
     const bool for_a_program = global_.json || kind_of(job) != JobKind::torrent;
     return to_utf8(for_a_program ? without_credentials(job.address) : shown_torrent(job.address));
 }
 
-std::chrono::milliseconds GetOutput::interval() const noexcept {
+std::chrono::milliseconds JobOutput::interval() const noexcept {
     return view_.is_drawing() ? draw_interval : std::chrono::milliseconds(250);
 }
 
-void GetOutput::write_line(Stream stream, const std::string& text) {
+void JobOutput::write_line(Stream stream, const std::string& text) {
     if (stream == Stream::error || is_terminal(Stream::output)) {
         view_.clear();
     }
     write_stream(stream, text + "\n");
 }
 
-void GetOutput::log_line(std::size_t number, const CLogNode& line) {
-    static constexpr const char* marks[] = {"  ", "> ", "! ", "< "};
-    const std::string text = "[" + std::to_string(number + 1) + "] " +
-                             marks[static_cast<int>(line.direction)] + plain_line(line.text);
+void JobOutput::log_line(std::size_t number, const CLogNode& line) {
+    const std::string text = "[" + std::to_string(number + 1) + "] " + std::string(log_mark(line.direction)) +
+                             plain_line(line.text);
     const std::lock_guard guard(mutex_);
     log_lines_.push_back(text);
 }
 
-void GetOutput::flush_log() {
+void JobOutput::flush_log() {
     std::vector<std::string> lines;
     {
         const std::lock_guard guard(mutex_);
@@ -94,29 +90,29 @@ void GetOutput::flush_log() {
     write_stream(Stream::error, text);
 }
 
-void GetOutput::complain(const std::string& text) {
+void JobOutput::complain(const std::string& text) {
     write_line(Stream::error, "vantlow: " + plain_line(text));
 }
 
-void GetOutput::close() {
+void JobOutput::close() {
     flush_log();
     view_.clear();
     complain_of_lost_output();
 }
 
-void GetOutput::tell_start(Shown& shown, const std::u16string& path, std::int64_t size) {
-    if (shown.start_told || !global_.json) return;
-    shown.start_told = true;
+void JobOutput::report_start(Shown& shown, const std::u16string& path, std::int64_t size) {
+    if (shown.start_reported || !global_.json) return;
+    shown.start_reported = true;
     write_line(Stream::output, json_line({{"event", "start"},
                                           {"address", shown.address},
                                           {"path", path_or_null(path)},
                                           {"size", size_or_null(size)}}));
 }
 
-void GetOutput::tell_progress(Shown& shown, const JobProgress& progress, double speed) {
+void JobOutput::report_progress(Shown& shown, const JobProgress& progress, double speed) {
     const auto now = Clock::now();
-    if (!global_.json || now - shown.told < tell_interval) return;
-    shown.told = now;
+    if (!global_.json || now - shown.reported < report_interval) return;
+    shown.reported = now;
     write_line(Stream::output, json_line({{"event", "progress"},
                                           {"address", shown.address},
                                           {"done", progress.done},
@@ -125,25 +121,25 @@ void GetOutput::tell_progress(Shown& shown, const JobProgress& progress, double 
                                           {"connections", progress.connections}}));
 }
 
-// What a job has trouble with is told once, not at every attempt; where nobody sees the count go up, once an
+// The trouble of a job is reported once, not at every attempt; where nobody sees the count go up, once an
 // hour.
-void GetOutput::tell_trouble(Shown& shown, const JobProgress& progress) {
-    tell_restarts(shown, progress.restarts);
-    if (global_.json) return tell_retry(shown, progress);
+void JobOutput::report_trouble(Shown& shown, const JobProgress& progress) {
+    report_restarts(shown, progress.restarts);
+    if (global_.json) return report_retry(shown, progress);
     const bool waits = !progress.waiting_for.empty();
     const std::string& trouble = waits ? progress.waiting_for : progress.notice;
     if (trouble.empty() || trouble == message_text(Message::server_newer)) return;
     const auto now = Clock::now();
-    const bool is_due = waits && !view_.is_drawing() && now - shown.notice_told >= remind_interval;
+    const bool is_due = waits && !view_.is_drawing() && now - shown.notice_reported >= remind_interval;
     if (trouble == shown.notice && !is_due) return;
     shown.notice = trouble;
-    shown.notice_told = now;
+    shown.notice_reported = now;
     if (global_.quiet) return;
     complain(about(shown.address, waits ? wait_text(progress, now) : trouble + " (going on)"));
 }
 
-// Everything that was there is fetched once more: nobody is to wonder why.
-void GetOutput::tell_restarts(Shown& shown, int restarts) {
+// A restart fetches everything once more, so the reason is reported.
+void JobOutput::report_restarts(Shown& shown, int restarts) {
     if (restarts <= shown.restarts) return;
     shown.restarts = restarts;
     if (global_.json) {
@@ -155,22 +151,22 @@ void GetOutput::tell_restarts(Shown& shown, int restarts) {
     }
 }
 
-void GetOutput::tell_retry(Shown& shown, const JobProgress& progress) {
+void JobOutput::report_retry(Shown& shown, const JobProgress& progress) {
     const auto now = Clock::now();
     const bool is_news = !progress.waiting_for.empty() && progress.attempts != shown.attempts;
-    if (!is_news || now - shown.notice_told < tell_interval) return;
+    if (!is_news || now - shown.notice_reported < report_interval) return;
     shown.attempts = progress.attempts;
-    shown.notice_told = now;
+    shown.notice_reported = now;
     ordered_json event{{"event", "retry"}, {"address", shown.address}};
     add_wait(event, progress);
     write_line(Stream::output, json_line(event));
 }
 
-bool GetOutput::can_ask() const {
+bool JobOutput::can_ask() const {
     return !global_.json && is_terminal(Stream::error);
 }
 
-std::optional<std::string> GetOutput::ask(const std::string& question, const StopSource& stop) {
+std::optional<std::string> JobOutput::ask(const std::string& question, const StopSource& stop) {
     if (!can_ask()) return std::nullopt;
     asking_ = true;
     write_stream(Stream::error, "\n" + plain_text(question));
@@ -179,7 +175,7 @@ std::optional<std::string> GetOutput::ask(const std::string& question, const Sto
     return answer;
 }
 
-void GetOutput::show(const Engine& engine) {
+void JobOutput::show(const Engine& engine) {
     if (asking_) return;
     flush_log();
     const auto now = Clock::now();
@@ -194,10 +190,10 @@ void GetOutput::show(const Engine& engine) {
         const double speed = shown.speed.update(progress.received, now);
         const bool named = !name_of(progress.path).empty();
         if (named) {
-            tell_start(shown, progress.path, progress.size);
-            tell_progress(shown, progress, speed);
+            report_start(shown, progress.path, progress.size);
+            report_progress(shown, progress, speed);
         }
-        tell_trouble(shown, progress);
+        report_trouble(shown, progress);
         if (progress.awaits_place) {
             ++without_place;
             continue;
@@ -216,16 +212,16 @@ void GetOutput::show(const Engine& engine) {
     view_.draw(lines, totals_);
 }
 
-void GetOutput::ended(std::size_t number, const CJobNode& job, const JobOutcome& outcome) {
+void JobOutput::ended(std::size_t number, const CJobNode& job, const JobOutcome& outcome) {
     flush_log();
     Shown& shown = shown_[number];
     if (shown.address.empty()) shown.address = shown_address(job);
     const bool ok = outcome.result.ok();
     finished_bytes_ += outcome.received;
-    tell_restarts(shown, outcome.restarts);
+    report_restarts(shown, outcome.restarts);
     if (outcome.result.kind() != Kind::stopped) ++(ok ? totals_.done : totals_.failed);
     if (global_.json) {
-        tell_start(shown, outcome.path, outcome.size);
+        report_start(shown, outcome.path, outcome.size);
         ordered_json event{{"event", "end"},
                            {"address", shown.address},
                            {"path", path_or_null(outcome.path)},

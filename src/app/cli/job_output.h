@@ -1,4 +1,5 @@
-// What `vantlow get` tells: to a person, to a program, to a terminal.
+// The progress and the ends of running jobs, as lines for a person, as events for a program, or redrawn on a
+// terminal.
 #pragma once
 
 #include <atomic>
@@ -8,8 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "app/cli/global_options.h"
-#include "app/process/exit_status.h"
+#include "app/cli/command.h"
 #include "app/terminal/progress_view.h"
 #include "engine/engine.h"
 #include "platform/console.h"
@@ -18,48 +18,50 @@
 
 namespace vantlow {
 
-/// Used from the thread that drives the jobs, but for ask() and log_line().
-class GetOutput {
+/// Reports the jobs that this process runs. Used from the thread that drives them, but for ask() and
+/// log_line().
+class JobOutput {
   public:
-    explicit GetOutput(const GlobalOptions& global);
+    explicit JobOutput(const GlobalOptions& global);
 
-    /// A line of a job's log (any thread); shown with -v.
+    /// Takes a line of a job's log, which is shown with -v. Any thread.
     void log_line(std::size_t number, const CLogNode& line);
-    /// The running jobs, often: redraws the terminal ten times a second, reports progress twice a second.
+    /// Shows the running jobs: redraws the terminal ten times a second and reports progress twice a second,
+    /// however often it is called.
     void show(const Engine& engine);
-    /// `number` is that of RunningJob.
+    /// Reports the end of a job. `number` is that of RunningJob.
     void ended(std::size_t number, const CJobNode& job, const JobOutcome& outcome);
-    /// True where somebody sits at the terminal who can be asked.
+    /// True where a person at a terminal can be asked.
     [[nodiscard]] bool can_ask() const;
-    /// Asks the person at the terminal (any thread; the display stands still meanwhile): the line that was
-    /// typed. None without a terminal, and when a stop is requested.
+    /// Asks the person at the terminal and returns the line that was typed; the display stands still
+    /// meanwhile. None without a terminal, and when a stop is requested. Any thread.
     std::optional<std::string> ask(const std::string& question, const StopSource& stop);
-    /// A complaint that belongs to no job.
+    /// Reports a complaint that belongs to no job.
     void complain(const std::string& text);
-    /// Takes the progress display away.
+    /// Writes what is left of the log, and takes the progress display away.
     void close();
-    /// From now on the standard output is somebody else's: nothing is printed where files are.
+    /// Prints no more paths of files: from now on the standard output takes the file itself.
     void keep_off_output() noexcept { results_elsewhere_ = true; }
-    /// How long show() may be kept waiting.
+    /// The longest time between two calls of show().
     [[nodiscard]] std::chrono::milliseconds interval() const noexcept;
 
   private:
     struct Shown {
         std::string address;
-        bool start_told = false;
-        Clock::time_point told{};
+        bool start_reported = false;
+        Clock::time_point reported{};
         std::string notice;
-        Clock::time_point notice_told{};
-        int attempts = 0;  ///< that were told
+        Clock::time_point notice_reported{};
+        int attempts = 0;  ///< reported ones
         int restarts = 0;
         SpeedMeter speed;
     };
     [[nodiscard]] std::string shown_address(const CJobNode& job) const;
-    void tell_start(Shown& shown, const std::u16string& path, std::int64_t size);
-    void tell_progress(Shown& shown, const JobProgress& progress, double speed);
-    void tell_trouble(Shown& shown, const JobProgress& progress);
-    void tell_restarts(Shown& shown, int restarts);
-    void tell_retry(Shown& shown, const JobProgress& progress);
+    void report_start(Shown& shown, const std::u16string& path, std::int64_t size);
+    void report_progress(Shown& shown, const JobProgress& progress, double speed);
+    void report_trouble(Shown& shown, const JobProgress& progress);
+    void report_restarts(Shown& shown, int restarts);
+    void report_retry(Shown& shown, const JobProgress& progress);
     void write_line(Stream stream, const std::string& text);
     void flush_log();
 

@@ -50,7 +50,7 @@ std::string lower(std::string_view text) {
     return made;
 }
 
-// How many characters have to be put in, left out or changed to make one of the other (Levenshtein).
+// Counts the characters that have to be put in, left out or changed to make one of the other (Levenshtein).
 std::size_t distance(std::string_view one, std::string_view other) {
     std::vector<std::size_t> row(other.size() + 1);
     std::iota(row.begin(), row.end(), 0);
@@ -65,7 +65,8 @@ std::size_t distance(std::string_view one, std::string_view other) {
     return row.back();
 }
 
-// Small for what a name may have been meant for: mistyped, in another section, or a part of the key.
+// Returns a small number for a setting that a name may have been meant for: mistyped, in another section, or
+// a part of the key.
 std::size_t strangeness(const KnownSetting& setting, std::string_view name) {
     const auto slash = name.find('/');
     const std::string key = lower(name.substr(slash == std::string_view::npos ? 0 : slash + 1));
@@ -106,7 +107,7 @@ std::string no_such_setting(std::string_view name) {
     return text + (near.empty() ? " \"vantlow settings describe\" lists all of them." : "?");
 }
 
-std::optional<std::string> complaint_of(std::string_view name, std::string_view value) {
+Complaint complaint_of(std::string_view name, std::string_view value) {
     const auto setting = find_setting(name);
     if (!setting) return no_such_setting(name);
     if (!setting->is_number || read_setting_number(to_utf16(value))) return std::nullopt;
@@ -126,6 +127,22 @@ std::vector<KnownSetting> known_settings() {
                 monitor_ed2k, monitor_magnet, numwant, crypto, torrent_tracker, magnet_trackers);
     std::ranges::sort(all, {}, [](const KnownSetting& one) { return std::tie(one.section, one.key); });
     return all;
+}
+
+Complaint apply_overrides(const GlobalOptions& global, Settings& settings) {
+    for (const std::string& entry : global.set) {
+        const auto slash = entry.find('/');
+        const auto equals = entry.find('=', slash == std::string::npos ? 0 : slash);
+        if (slash == std::string::npos || slash == 0 || equals == std::string::npos || equals == slash + 1) {
+            return "--set takes Section/Key=Value, not \"" + entry + "\".";
+        }
+        if (const Complaint complaint = complaint_of(entry.substr(0, equals), entry.substr(equals + 1)))
+            return "--set: " + *complaint;
+        settings.override_value(to_utf16(entry.substr(0, slash)),
+                                to_utf16(entry.substr(slash + 1, equals - slash - 1)),
+                                to_utf16(entry.substr(equals + 1)));
+    }
+    return std::nullopt;
 }
 
 }  // namespace vantlow

@@ -1,29 +1,34 @@
-// Machine output.
+// The answers of commands: JSON for programs, text for people.
 #pragma once
 
 #include <nlohmann/json.hpp>
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 
+#include "app/cli/command.h"
 #include "base/result.h"
-#include "platform/console.h"
+#include "transfer/job/progress.h"
 
 namespace vantlow {
 
-/// One line. Bytes that are not UTF-8 (a file name of another code page) must not end the output.
-inline std::string json_line(const nlohmann::ordered_json& json) {
-    return json.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
-}
+/// Returns one line without its end. Bytes that are not UTF-8 (a file name of another code page) are
+/// replaced, so that they do not end the output.
+std::string json_line(const nlohmann::ordered_json& json);
 
-/// Writes that line to stdout.
-inline void print_json(const nlohmann::ordered_json& json) {
-    write_stream(Stream::output, json_line(json) + "\n");
-}
+/// Returns the answer of a command: with --json `json` as a line, else `text`.
+std::string answer_text(const GlobalOptions& global, const nlohmann::ordered_json& json,
+                        std::string_view text);
 
-/// A result as programs get it: 0 for every way in which a job is done, an empty file among them.
-inline std::int32_t plain_result(Code code) noexcept {
-    return kind_of(code) == Kind::done ? 0 : static_cast<std::int32_t>(code);
-}
+/// Writes that answer to stdout.
+void print_answer(const GlobalOptions& global, const nlohmann::ordered_json& json, std::string_view text);
+
+/// Returns a result as programs get it: 0 for every way in which a job is done, an empty file among them.
+std::int32_t plain_result(Code code) noexcept;
+
+/// Adds the fields of a job that tries again after a failure: "waitingFor", "attempts" and "nextTry" (ISO
+/// 8601, null while the attempt is under way). Adds nothing where the job does not wait.
+void add_wait(nlohmann::ordered_json& json, const JobProgress& progress);
 
 }  // namespace vantlow

@@ -7,7 +7,7 @@ constexpr std::chrono::minutes question_patience{10};
 
 }  // namespace
 
-TerminalClient::TerminalClient(Engine& engine, GetOutput& output, StopSource& stop, ThreadPool& threads)
+TerminalClient::TerminalClient(Engine& engine, JobOutput& output, StopSource& stop, ThreadPool& threads)
     : engine_(engine), output_(output), stop_(stop), threads_(threads), asking_stop_(stop) {
     engine_.add_listener(*this);
 }
@@ -22,7 +22,7 @@ std::chrono::milliseconds TerminalClient::question_time() const {
     return output_.can_ask() ? question_patience : std::chrono::milliseconds(0);
 }
 
-void TerminalClient::tell_end(const JobEnd& end, const JobOutcome& outcome) {
+void TerminalClient::report_end(const JobEnd& end, const JobOutcome& outcome) {
     all_.add(outcome.result);
     output_.ended(end.number, *end.job, outcome);
 }
@@ -36,7 +36,7 @@ void TerminalClient::logged(const std::vector<LogLine>& lines) {
     for (const LogLine& line : lines) output_.log_line(line.number, line.line);
 }
 
-// Only what can be answered with yes or no: what is typed here is seen by everybody.
+// Asks only questions that take yes or no, since everybody can read what is typed here.
 void TerminalClient::asked(const std::vector<Question>& open) {
     bool begins = false;
     {
@@ -54,7 +54,7 @@ void TerminalClient::asked(const std::vector<Question>& open) {
     if (!threads_.start(asker_, [this] { ask_at_terminal(); }).ok()) ask_at_terminal();
 }
 
-// On a thread of its own, so that the jobs go on meanwhile.
+// Runs on a thread of its own, so that the jobs go on meanwhile.
 void TerminalClient::ask_at_terminal() {
     while (true) {
         Question question;

@@ -1,20 +1,20 @@
-// A terminal as a client of an engine: what becomes of the jobs is told there, and what the engine asks is
-// asked there.
+// A terminal as a client of an engine: the ends of the jobs are reported there, and the engine's questions
+// are asked there.
 #pragma once
 
 #include <atomic>
 #include <deque>
 #include <mutex>
 
-#include "app/cli/engine_voice.h"
+#include "app/cli/engine_texts.h"
 #include "app/cli/job_output.h"
-#include "app/process/exit_status.h"
 #include "engine/engine.h"
 #include "platform/thread_pool.h"
 
 namespace vantlow {
 
-/// The status of all jobs together: that of the only failure, or the one that all failures share.
+/// The status of all jobs together: that of the only failure, or the one that all failures share; else
+/// Exit::failed.
 class StatusOfAll {
   public:
     void add(const Result& result) {
@@ -30,28 +30,28 @@ class StatusOfAll {
     Exit status_ = Exit::done;
 };
 
-/// Listens as long as it lives. Used from the engine's thread; all that it is given outlives it.
+/// Listens as long as it lives. Used from the engine's thread; the arguments of its constructor outlive it.
 class TerminalClient : public EngineVoice {
   public:
-    TerminalClient(Engine& engine, GetOutput& output, StopSource& stop, ThreadPool& threads);
+    TerminalClient(Engine& engine, JobOutput& output, StopSource& stop, ThreadPool& threads);
     ~TerminalClient() override;
 
-    /// What Engine::run() is to be told for a client like this one.
+    /// Returns the time that Engine::run() is to give the questions of a client like this one.
     [[nodiscard]] std::chrono::milliseconds question_time() const;
     [[nodiscard]] Exit status() const noexcept { return all_.status(); }
 
-    void ended(const JobEnd& end) override { tell_end(end, end.outcome); }
+    void ended(const JobEnd& end) override { report_end(end, end.outcome); }
     void followed(const Followed& followed) override;
     void asked(const std::vector<Question>& open) override;
     void logged(const std::vector<LogLine>& lines) override;
 
   protected:
-    /// `outcome`: as it is to be told.
-    void tell_end(const JobEnd& end, const JobOutcome& outcome);
+    /// Reports the end of a job, with this outcome in place of its own.
+    void report_end(const JobEnd& end, const JobOutcome& outcome);
     void say_wrong(const std::string& text) override { output_.complain(text); }
 
     Engine& engine_;
-    GetOutput& output_;
+    JobOutput& output_;
     StopSource& stop_;
     StatusOfAll all_;
 
@@ -62,8 +62,8 @@ class TerminalClient : public EngineVoice {
     StopSource asking_stop_;
     std::mutex mutex_;
     std::deque<Question> to_ask_;      ///< guarded by mutex_, like the one below
-    bool asking_ = false;              ///< the thread runs
-    std::uint64_t last_question_ = 0;  ///< that was taken up
+    bool asking_ = false;              ///< the thread that asks runs
+    std::uint64_t last_question_ = 0;  ///< the last one that was taken up
     ThreadPool::Running asker_;        ///< last
 };
 

@@ -1,6 +1,6 @@
 #include "app/process/application.h"
 
-#include "app/process/messages.h"
+#include "app/process/ending.h"
 #include "platform/file.h"
 #include "platform/process.h"
 #include "platform/socket.h"
@@ -19,11 +19,8 @@ bool CFerrywellApp::start(const StartOptions& options, std::string& error) {
     }
     settings_ = std::make_unique<Settings>(
         options.settings_file.empty() ? open_user_settings() : open_settings_file(options.settings_file));
-    const std::u16string language = settings_->text(setting::language);
-    if (!language.empty()) language_file_ = language + u".lng";
     version_ = product_version();
-    user_name_ = user_logon_name();
-    const DataFolderSources sources{settings_->text(setting::data_folder), program_file_, user_name_,
+    const DataFolderSources sources{settings_->text(setting::data_folder), program_file_, user_logon_name(),
                                     folder_of(user_data_folder()), path_separator()};
     const auto can_keep = [&](const std::u16string& folder) {
         return !belongs_to_packages(folder) && !is_in_build_folder(program_file_) && can_write_below(folder);
@@ -43,7 +40,7 @@ Engine* CFerrywellApp::engine(std::string& error) {
     DataFolderLock* const lock = folder_lock_.is_mine() ? &folder_lock_ : nullptr;
     auto store = JobStore::open({data_folder_, user_download_folder(), lock != nullptr, lock}, error);
     if (!store) return nullptr;
-    // What was rescued is made safe before anything else happens to it.
+    // A rescued store is made safe before anything else happens to it.
     std::string failure;
     const bool rescued = store->is_dirty() && !store->notes().empty() && folder_lock_.is_mine();
     if (rescued && !store->save(*settings_, failure)) complain(failure);

@@ -18,7 +18,7 @@ void put_text(std::string& to, std::string_view text) {
     to += text;
 }
 
-/// Takes piece after piece off; what does not fit spoils everything behind it.
+/// Takes piece after piece off a message. A piece that does not fit spoils all that follow it.
 class Pieces {
   public:
     explicit Pieces(std::string_view bytes) : left_(bytes) {}

@@ -3,9 +3,10 @@
 #include <array>
 #include <utility>
 
-#include "app/cli/store/store_command.h"
+#include "app/process/ending.h"
 #include "base/text.h"
 #include "platform/associations.h"
+#include "platform/dial_up.h"
 
 namespace vantlow {
 namespace {
@@ -17,6 +18,18 @@ constexpr std::array<std::pair<NumberSetting, Association>, 3> monitored{{
 }};
 
 }  // namespace
+
+Result dial_as_set(CFerrywellApp& app, LogSink& log) {
+    DialUpPlan plan;
+    plan.entry = app.settings().text(setting::dial_up_entry);
+    if (plan.entry.empty()) return {};
+    plan.user = app.settings().text(setting::dial_up_user);
+    plan.password = app.settings().text(setting::dial_up_password);
+    const RasTable& ras = app.libraries().ras;
+    const DialUpOperations operations{ras.RasEnumConnectionsW, ras.RasGetEntryDialParamsW, ras.RasDialW,
+                                      ras.RasHangUpW, ras.RasGetErrorStringW};
+    return dial_up(operations, plan, app.stop(), log);
+}
 
 void associate_as_set(CFerrywellApp& app) {
     for (const auto& [wish, kind] : monitored) {

@@ -1,4 +1,5 @@
-#include "app/terminal/columns.h"
+// The tables behind columns_of(): Unicode's widths of characters.
+#include "app/terminal/display_text.h"
 
 #include <algorithm>
 #include <iterator>
@@ -12,9 +13,9 @@ struct Range {
     char32_t last;
 };
 
-// From the character database of Unicode 14: general categories Mn, Me and Cf (without the soft hyphen and
-// the visible number signs of Arabic and its like) and the vowels and trailing consonants of conjoining
-// Hangul.
+// The characters without columns, from the character database of Unicode 14: general categories Mn, Me and Cf
+// (without the soft hyphen and the visible number signs of Arabic and its like) and the vowels and trailing
+// consonants of conjoining Hangul.
 // clang-format off
 constexpr Range zero_columns[] = {
     {0x0300, 0x036F}, {0x0483, 0x0489}, {0x0591, 0x05BD}, {0x05BF, 0x05BF}, {0x05C1, 0x05C2},
@@ -88,7 +89,7 @@ constexpr Range zero_columns[] = {
     {0x1E2EC, 0x1E2EF}, {0x1E8D0, 0x1E8D6}, {0x1E944, 0x1E94A}, {0xE0001, 0xE0001}, {0xE0020, 0xE007F},
     {0xE0100, 0xE01EF},
 };
-// East Asian width W and F. Gaps of unassigned characters between two wide ranges count as wide, and so do the
+// The wide characters: East Asian width W and F. Gaps of unassigned characters between two wide ranges count as wide, and so do the
 // circled numbers and hexagrams among the ideographs, which terminals draw so.
 constexpr Range two_columns[] = {
     {0x1100, 0x115F}, {0x231A, 0x231B}, {0x2329, 0x232A}, {0x23E9, 0x23EC}, {0x23F0, 0x23F0},

@@ -1,22 +1,18 @@
 #include "app/terminal/display_text.h"
 
 #include <algorithm>
-#include <array>
-#include <chrono>
-#include <cmath>
 #include <vector>
 
-#include "app/terminal/columns.h"
 #include "base/text.h"
 
 namespace vantlow {
 namespace {
 
 constexpr std::string_view ellipsis = "\u2026";
-// Real scripts need fewer marks on one character; without a bound a name could fill the screen with them.
+// Real scripts put fewer marks on one character; without a bound a name could fill the screen with them.
 constexpr int most_marks = 8;
 
-// A character with the marks that stand on it: what a text may be cut between.
+// A character with the marks that stand on it. A text may be cut between two clusters only.
 struct Cluster {
     std::u16string text;
     int columns = 1;
@@ -44,7 +40,8 @@ bool is_harmful(char32_t c) noexcept {
     return control || turns || is_surrogate(c) || (c & 0xFFFEU) == 0xFFFE;
 }
 
-// Zero width joiner and skin tones behind an emoji, and the variation selector that makes one.
+// True for the zero width joiner and skin tones behind an emoji, and for the variation selector that makes
+// one.
 bool is_emoji_part(char32_t c, int columns_before) noexcept {
     return c == 0xFE0F || (columns_before == 2 && (c == 0x200D || (c >= 0x1F3FB && c <= 0x1F3FF)));
 }
@@ -108,53 +105,6 @@ std::string shorten(std::string_view text, int columns) {
     std::size_t head = 0;
     for (; head < tail && clusters[head].columns <= room; ++head) room -= clusters[head].columns;
     return join(clusters, 0, head) + std::string(ellipsis) + join(clusters, tail, clusters.size());
-}
-
-std::string human_size(std::int64_t bytes) {
-    static constexpr std::array units = {"B", "KiB", "MiB", "GiB", "TiB", "PiB", "EiB"};
-    if (bytes < 0) return "--";
-    if (bytes < 1024) return print("%d B", static_cast<int>(bytes));
-    auto value = static_cast<double>(bytes);
-    std::size_t unit = 0;
-    // What would be rounded to 1024 of a unit is one of the next.
-    while (value >= 1023.5 && unit + 1 < units.size()) {
-        value /= 1024;
-        ++unit;
-    }
-    if (value >= 99.95) return print("%d %s", static_cast<int>(std::lround(value)), units[unit]);
-    const int tenths = static_cast<int>(std::lround(value * 10));  // a locale's decimal comma stays out of it
-    return print("%d.%d %s", tenths / 10, tenths % 10, units[unit]);
-}
-
-std::string human_speed(double bytes_per_second) {
-    constexpr double largest = 1e18;
-    if (!(bytes_per_second >= 0.5)) return "--";
-    return human_size(std::llround(std::min(bytes_per_second, largest))) + "/s";
-}
-
-std::string human_time(std::int64_t seconds) {
-    constexpr std::int64_t minute = 60;
-    constexpr std::int64_t hour = 60 * minute;
-    constexpr std::int64_t day = 24 * hour;
-    if (seconds < 0 || seconds >= 1000 * day) return "--";
-    const auto part = [seconds](std::int64_t unit, std::int64_t of) {
-        return static_cast<int>(seconds / unit % of);
-    };
-    if (seconds >= 100 * hour) return print("%dd %02dh", part(day, 1000), part(hour, 24));
-    if (seconds >= hour) return print("%d:%02d:%02d", part(hour, 100), part(minute, 60), part(1, 60));
-    return print("%d:%02d", part(minute, 60), part(1, 60));
-}
-
-std::string iso_time(std::int64_t seconds) {
-    namespace c = std::chrono;
-    const c::sys_seconds moment{c::seconds(seconds)};
-    const auto day = c::floor<c::days>(moment);
-    const c::year_month_day date(day);
-    const c::hh_mm_ss time(moment - day);
-    return print("%04d-%02u-%02uT%02d:%02d:%02dZ", static_cast<int>(date.year()),
-                 static_cast<unsigned>(date.month()), static_cast<unsigned>(date.day()),
-                 static_cast<int>(time.hours().count()), static_cast<int>(time.minutes().count()),
-                 static_cast<int>(time.seconds().count()));
 }
 
 }  // namespace vantlow

@@ -1,35 +1,27 @@
-// Text for a terminal: made harmless, measured in columns, shortened; sizes, speeds and times for a person.
+// Text for a terminal: made harmless, measured in columns, shortened.
 #pragma once
 
-#include <cstdint>
 #include <string>
 #include <string_view>
 
 namespace vantlow {
 
-/// The text with a `?` for each character that moves the cursor, commands the terminal or turns the direction
-/// of writing round, and for each byte that is not UTF-8. Emoji lose their joiners and variants: terminals
-/// disagree about the columns of such sequences.
+/// Returns the text (UTF-8) with a `?` for each character that moves the cursor, commands the terminal or
+/// turns the direction of writing round, and for each byte that is not UTF-8. Emoji lose their joiners and
+/// variants, since terminals disagree about the columns of such sequences.
 std::string printable(std::string_view text);
 
-/// The columns of a text that printable() made.
+/// Returns the columns of a text that printable() made.
 int display_width(std::string_view text);
 
-/// The printable text in at most `columns` columns: where it is too long, "…" stands for its middle, so that
-/// the beginning and the extension stay.
+/// Returns the printable text in at most `columns` columns. Where it is too long, "…" stands for its middle,
+/// so that its beginning and its extension stay.
 std::string shorten(std::string_view text, int columns);
 
-/// "1.4 GiB", at most 8 columns; "--" for a negative number.
-std::string human_size(std::int64_t bytes);
-
-/// "12.3 MiB/s", at most 10 columns; "--" where nothing moves.
-std::string human_speed(double bytes_per_second);
-
-/// "0:42", "1:02:03", from a hundred hours on "5d 04h", at most 8 columns; "--" for a negative number and for
-/// more than 999 days.
-std::string human_time(std::int64_t seconds);
-
-/// "2026-11-25T17:05:09Z" (ISO 8601) from seconds since 1970.
-std::string iso_time(std::int64_t seconds);
+/// Returns the columns that one character takes: 0 for characters that stand on the one before them
+/// (combining marks, format characters), 2 for wide East Asian ones and emoji (UAX #11), 1 for all others.
+/// Characters of ambiguous width count as narrow. Control characters have no columns of their own: the caller
+/// keeps them away.
+int columns_of(char32_t character) noexcept;
 
 }  // namespace vantlow

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "app/terminal/display_text.h"
+#include "app/terminal/quantities.h"
 #include "base/text.h"
 
 namespace vantlow {
@@ -26,7 +27,7 @@ constexpr int brackets = 2;
 constexpr int most_name = 48;
 constexpr int most_cells = 40;
 
-// Which fields a line has, and how wide those are that vary. It depends on the terminal's width only, so that
+// The fields of a line, and the widths of those that vary. They depend on the terminal's width only, so that
 // nothing jumps about while jobs come and go.
 struct Layout {
     int width = 0;
@@ -35,7 +36,7 @@ struct Layout {
     bool size = false;
     bool speed = false;
     bool time_left = false;
-    int cells = 0;  // of the picture, 0: none
+    int cells = 0;  // of the picture; 0: no picture
 };
 
 Layout layout_for(int width) noexcept {
@@ -53,7 +54,7 @@ Layout layout_for(int width) noexcept {
     layout.size = take(size_columns);
     layout.name = std::min(width, least_name + std::max(rest, 0));
     constexpr int picture = gap + brackets + least_cells;
-    constexpr int name_beside_picture = 6;  // more than the least, before there is a picture
+    constexpr int name_beside_picture = 6;  // columns that the name gets before there is a picture
     if (rest >= picture + name_beside_picture) {
         const int room = rest - picture;
         layout.name = std::min(most_name, least_name + room * 2 / 3);
@@ -124,7 +125,7 @@ char cell_of(const JobProgress& progress, std::int64_t begin, std::int64_t end) 
 
 std::string picture_of(const JobProgress& progress, int cells) {
     if (progress.size < 0) return std::string(static_cast<std::size_t>(cells), ' ');
-    // The first byte of a cell, without ever multiplying the size itself.
+    // Returns the first byte of a cell, without ever multiplying the size itself.
     const auto border = [size = progress.size, cells](std::int64_t cell) {
         return size / cells * cell + size % cells * cell / cells;
     };
@@ -182,7 +183,7 @@ int width_of(const Parts& parts) noexcept {
     return static_cast<int>(columns);
 }
 
-// The counts of jobs in words, the longest that fits; none when there is no room for even the shortest.
+// Writes the counts of jobs in the longest words that fit; none when there is no room for even the shortest.
 std::optional<Parts> counts_within(const Totals& totals, int columns) {
     const std::size_t all = totals.running + totals.waiting + totals.done + totals.failed;
     const auto count = [](std::size_t value, std::string_view what) {
@@ -238,7 +239,8 @@ std::vector<std::string> render_progress(const std::vector<JobLine>& jobs, const
                                          bool colour, int height) {
     const Layout layout = layout_for(std::max(width, 0));
     std::vector<std::string> lines;
-    // Beside the line for the whole; where not all jobs have one, one of these counts the others.
+    // The room is that beside the line for the whole. Where not all jobs have a line, one line counts the
+    // others.
     const auto room = static_cast<std::size_t>(std::max(height - 1, 0));
     std::size_t shown = std::min(jobs.size(), most_job_lines);
     if (jobs.size() > shown ? shown >= room : shown > room) shown = room > 0 ? room - 1 : 0;

@@ -12,19 +12,19 @@
 
 namespace vantlow {
 
-/// One running job.
+/// The facts of one running job that its line shows.
 struct JobLine {
-    std::string name;  ///< UTF-8, as it came: what a terminal must not get is replaced
+    std::string name;  ///< UTF-8, as it came: render_progress() makes it harmless
     JobProgress progress;
     double speed = 0;     ///< bytes a second
-    std::string waits{};  ///< what wait_text() says of it
+    std::string waits{};  ///< the text of wait_text()
 };
 
-/// What a job waits for that tries again after a failure: "retry 7 in 0:12: HTTP/1.1 503 Busy"; empty while
-/// it does not.
+/// Says why a job waits that tries again after a failure: "retry 7 in 0:12: HTTP/1.1 503 Busy"; empty while
+/// it does not wait.
 std::string wait_text(const JobProgress& progress, Clock::time_point now);
 
-/// All jobs together.
+/// The counts and the speed of all jobs together.
 struct Totals {
     std::size_t running = 0;
     std::size_t waiting = 0;
@@ -34,15 +34,14 @@ struct Totals {
     double speed = 0;           ///< bytes a second
 };
 
-/// More jobs than these have no line of their own, but one together.
+/// At most so many jobs have a line of their own; the others have one together.
 inline constexpr std::size_t most_job_lines = 20;
 
-/// A line a job and one for the whole, none of them longer than `width` columns and all of them no more than
-/// `height`: those jobs that have no line are counted in one. A job's line has as many of name, percentage,
-/// size, speed, time left and the picture of its segments as there is room for: `#` there, `>` a connection
-/// works from here on, `.` missing; or, behind the percentage, what the job waits for. With `colour` the
-/// states are coloured: green what is there, cyan what is received, yellow a job that is held up, red
-/// failures.
+/// Returns a line for each job and one for the whole, none longer than `width` columns and together no more
+/// than `height`; jobs without a line are counted in one. A job's line has as many of name, percentage, size,
+/// speed, time left and the picture of its segments as there is room for: `#` downloaded, `>` a connection
+/// works from here on, `.` missing; or, behind the percentage, the text of wait_text(). With `colour` the
+/// states are coloured: green downloaded, cyan received, yellow held up, red failed.
 std::vector<std::string> render_progress(const std::vector<JobLine>& jobs, const Totals& totals, int width,
                                          bool colour, int height = std::numeric_limits<int>::max());
 

@@ -6,6 +6,7 @@
 #include "app/terminal/display_text.h"
 #include "base/text.h"
 #include "platform/console.h"
+#include "platform/process.h"
 
 namespace vantlow {
 namespace {
@@ -27,12 +28,6 @@ int columns_without_colours(std::string_view line) {
     }
 }
 
-std::string rows_of(std::string_view text) {
-    std::string rows;
-    for (const std::string_view line : split(text, '\n')) rows.append(line).append(next_row);
-    return rows;
-}
-
 }  // namespace
 
 std::string ScreenLines::to_top(int width) const {
@@ -47,15 +42,9 @@ std::string ScreenLines::to_top(int width) const {
 std::string ScreenLines::draw(std::vector<std::string> lines, int width) {
     std::string bytes = to_top(width);
     lines_ = std::move(lines);
-    // Each row is overwritten before its rest is cleared: what does not change does not flicker.
+    // Each row is overwritten before its rest is cleared, so that unchanged text does not flicker.
     for (const std::string& line : lines_) bytes.append(line).append(clear_row_end).append(next_row);
     return bytes.append(clear_below);
-}
-
-std::string ScreenLines::print_above(std::string_view text, int width) {
-    std::string bytes = to_top(width).append(clear_below).append(rows_of(text));
-    for (const std::string& line : lines_) bytes.append(line).append(next_row);
-    return bytes;
 }
 
 std::string ScreenLines::clear(int width) {
@@ -65,21 +54,17 @@ std::string ScreenLines::clear(int width) {
     return bytes;
 }
 
-ProgressView::ProgressView(bool wanted, bool colour)
-    : drawing_(wanted && is_terminal(Stream::error) && prepare_terminal(Stream::error)), colour_(colour) {}
+ProgressView::ProgressView(bool wanted)
+    : drawing_(wanted && is_terminal(Stream::error) && prepare_terminal(Stream::error)),
+      colour_(!environment("NO_COLOR").has_value()) {}
 
 void ProgressView::draw(const std::vector<JobLine>& jobs, const Totals& totals) {
     if (!drawing_) return;
     const int width = std::max(terminal_width(Stream::error), 2);
-    // The cursor waits in a row of its own.
+    // The last row of the terminal is left to the cursor.
     const int height = std::max(terminal_height(Stream::error) - 1, 1);
     write_stream(Stream::error,
                  screen_.draw(render_progress(jobs, totals, width - 1, colour_, height), width));
-}
-
-void ProgressView::print_above(std::string_view text) {
-    const int width = std::max(terminal_width(Stream::error), 1);
-    write_stream(Stream::error, drawing_ ? screen_.print_above(text, width) : std::string(text) + "\n");
 }
 
 void ProgressView::clear() {

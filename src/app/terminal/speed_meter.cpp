@@ -9,7 +9,7 @@ namespace {
 constexpr double smoothing_seconds = 3;
 constexpr double least_seconds = 0.25;
 
-// How much weight the last `seconds` have among all that came before.
+// Returns the weight of the last `seconds` among all that came before.
 double weight_of(double seconds) noexcept {
     return -std::expm1(-seconds / smoothing_seconds);
 }
@@ -32,7 +32,7 @@ double SpeedMeter::update(std::int64_t bytes, Time now) noexcept {
 
 double SpeedMeter::bytes_per_second() const noexcept {
     if (seconds_ < least_seconds) return 0;
-    // The sum began at 0, not at the first speed: that zero's weight is taken out again.
+    // The sum began at 0, not at the first speed: the weight of that zero is taken out again.
     return std::max(0.0, sum_ / weight_of(seconds_));
 }
 

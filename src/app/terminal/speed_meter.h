@@ -1,4 +1,4 @@
-// How fast a counter of bytes grows.
+// The speed at which a counter of bytes grows.
 #pragma once
 
 #include <chrono>
@@ -6,8 +6,8 @@
 
 namespace vantlow {
 
-/// An exponentially smoothed speed: what was seen three seconds ago counts about a third of what is seen now.
-/// Samples come from the caller, at any distances.
+/// An exponentially smoothed speed: a sample of three seconds ago counts about a third of one of now. Samples
+/// come from the caller, at any distances.
 class SpeedMeter {
   public:
     using Time = std::chrono::steady_clock::time_point;
@@ -16,7 +16,7 @@ class SpeedMeter {
     /// that goes back for a moment and comes again leaves no trace.
     double update(std::int64_t bytes, Time now) noexcept;
 
-    /// Bytes a second, never negative; 0 until a quarter of a second was measured.
+    /// Returns bytes a second, never negative; 0 until a quarter of a second was measured.
     [[nodiscard]] double bytes_per_second() const noexcept;
 
   private:

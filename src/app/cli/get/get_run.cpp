@@ -8,12 +8,12 @@
 namespace vantlow {
 namespace {
 
-// A job that nobody watches is not to try for ever: something that is dead for a day is.
+// A job that nobody watches must not try for ever: a server that was dead for a day stays dead.
 std::chrono::seconds patience_of(const GetOptions& options) {
     if (!options.give_up_after.empty())
         return parse_span(options.give_up_after).value_or(std::chrono::seconds(0));
     const bool is_watched = is_terminal(Stream::error) || is_terminal(Stream::output);
-    return is_watched || options.retries ? std::chrono::seconds(0) : std::chrono::hours(24);
+    return is_watched || options.job.retries ? std::chrono::seconds(0) : std::chrono::hours(24);
 }
 
 }  // namespace
@@ -28,13 +28,13 @@ bool Patience::is_over(const Guid& job, const JobProgress& progress, Clock::time
     return now - seen.since >= at_most_;
 }
 
-GetRun::GetRun(Engine& engine, GetOutput& output, StopSource& stop, ThreadPool& threads,
+GetRun::GetRun(Engine& engine, JobOutput& output, StopSource& stop, ThreadPool& threads,
                const GetOptions& options)
     : TerminalClient(engine, output, stop, threads), patience_(patience_of(options)) {
     engine_.file_only([this](const CJobNode& job) { return is_wanted(job); });
 }
 
-// False when an earlier run of the same list has fetched its file.
+// Returns false when an earlier run of the same list has fetched the job's file.
 bool GetRun::is_wanted(const CJobNode& job) {
     ++filed_;
     const auto file = memory_ && kind_of(job) != JobKind::torrent ? memory_->take(job) : std::nullopt;
@@ -65,10 +65,10 @@ void GetRun::ended(const JobEnd& end) {
         if (written.ok()) written = pipe_->finish(stop_);
         if (!written.ok()) outcome.result = std::move(written);
     }
-    // Before it is told: what was told is not fetched again.
+    // The memory comes before the report: a file that was reported is not fetched again.
     if (memory_ && filed_ > 1 && outcome.result.ok() && !end.gave_way)
         memory_->add(*end.job, {outcome.path, outcome.size});
-    tell_end(end, outcome);
+    report_end(end, outcome);
     if (end.goes_on) settled_.push_back(job);
 }
 
@@ -87,7 +87,7 @@ void GetRun::give_up(const Guid& job, Result why) {
     if (given_up_.emplace(job, std::move(why)).second) static_cast<void>(engine_.stop(job));
 }
 
-// What a hash is to be held against is not shown before.
+// Offers the file as far as it is there. A file with a hash to check is offered at its end only.
 void GetRun::feed_pipe() {
     for (const RunningJob& running : engine_.running_jobs()) {
         const JobProgress& progress = running.progress;
@@ -99,9 +99,8 @@ void GetRun::feed_pipe() {
     }
 }
 
-// What was told during a round of the engine.
-void GetRun::look_behind() {
-    // What settled has been told; here nobody stays for what it does beyond that.
+void GetRun::remove_settled() {
+    // A settled job has been reported, and this command does not wait for what it does beyond that.
     for (const Guid& job : settled_) static_cast<void>(engine_.remove(job, false));
     settled_.clear();
 }
@@ -110,10 +109,10 @@ void GetRun::drive() {
     constexpr std::chrono::seconds tick_interval{1};
     auto next_tick = from_now(tick_interval);
     engine_.pump();
-    look_behind();
+    remove_settled();
     while (engine_.has_work()) {
         engine_.pump(output_.interval());
-        look_behind();
+        remove_settled();
         output_.show(engine_);
         if (pipe_ != nullptr) feed_pipe();
         if (Clock::now() < next_tick) continue;

@@ -25,7 +25,7 @@ std::string digest_of(std::string_view text) {
     return to_hex(digest.finish());
 }
 
-// Who asks for the same name beside the address means another file.
+// The asked name counts beside the address: one address under two names means two files.
 std::string key_of(const CJobNode& job) {
     return digest_of(to_utf8(without_credentials(job.address)) + "\n" + to_utf8(job.file_name));
 }
@@ -33,7 +33,7 @@ std::string key_of(const CJobNode& job) {
 }  // namespace
 
 ListMemory::ListMemory(const std::u16string& folder, std::string_view list) : folder_(folder) {
-    // The end of the name is one that no server's file gets.
+    // No file from a server gets a name with this end.
     const std::string name = ".list-" + digest_of(list).substr(0, 16);
     path_ = join_path(folder, to_utf16(name) + std::u16string(state_suffix));
     if (path_kind(path_) == PathKind::file) read();
@@ -89,7 +89,7 @@ void ListMemory::add(const CJobNode& job, const Finished& file) {
         others_ = !file_.try_lock();
         if (others_) return file_.close();
     }
-    // From the folder on, which may be moved between two runs.
+    // The paths count from the folder on, which may be moved between two runs.
     const std::size_t above = join_path(folder_, u"x").size() - 1;
     const bool is_below = file.path.starts_with(join_path(folder_, u"x").substr(0, above));
     if (!is_below) return;

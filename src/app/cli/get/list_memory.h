@@ -1,5 +1,5 @@
-// What a `get` of several links has finished: the same list again, after it was cut off or in part failed,
-// does not fetch that once more.
+// The files that a `get` of several links has finished. The same list again, after it was cut off or in part
+// failed, does not fetch them once more.
 #pragma once
 
 #include <cstdint>
@@ -23,19 +23,20 @@ class ListMemory {
         std::int64_t size = 0;
     };
 
-    /// `list` names the list: its file, or all of its links. Reads what an earlier run has left.
+    /// Reads the file that an earlier run has left. `list` names the list: its file, or all of its links.
     ListMemory(const std::u16string& folder, std::string_view list);
 
-    /// What an earlier run has fetched for this job, where that file is still there with its size; each only
-    /// once, since a list may name an address twice.
+    /// Returns the file that an earlier run has fetched for this job, where it is still there with its size.
+    /// Each is returned only once, since a list may name an address twice.
     std::optional<Finished> take(const CJobNode& job);
-    /// The job has ended well. The line survives a kill at once, a power cut after save().
+    /// Records a job that has ended well. The line survives a kill at once, a power cut after save().
     void add(const CJobNode& job, const Finished& file);
-    /// Call about once a second.
+    /// Puts the new lines on the disk. Call about once a second.
     void save();
-    /// The list is through, or is left to the next run. The first failure of all that was written.
+    /// Ends the record: the list is through, or is left to the next run. Returns the first failure of all
+    /// writing.
     FileError close(bool is_through);
-    /// Forgets what earlier runs have finished.
+    /// Forgets all that earlier runs have finished.
     void forget();
 
     [[nodiscard]] const std::u16string& path() const noexcept { return path_; }
@@ -46,9 +47,9 @@ class ListMemory {
     std::u16string folder_;
     std::u16string path_;
     File file_;
-    bool others_ = false;                            ///< another process has it
+    bool others_ = false;                            ///< another process holds the file
     bool unsaved_ = false;                           ///< lines that may not be on the disk
-    std::int64_t end_ = 0;                           ///< where the next line goes
+    std::int64_t end_ = 0;                           ///< the place of the next line
     FileError failure_;                              ///< the first one; nothing is written behind it
     std::multimap<std::string, Finished> finished_;  ///< by the job's key
 };

@@ -47,7 +47,7 @@ void OutputPipe::run() {
         const std::int64_t at = written_;
         const auto most = static_cast<std::size_t>(std::min<std::int64_t>(offered_ - at, step));
         guard.unlock();
-        // The file may have got another name since: what is open stays.
+        // The file may have got another name since; an open one stays.
         FileError error = file.is_open() ? FileError{} : file.open(path, OpenMode::read);
         if (error.fault == FileFault::not_found) {
             guard.lock();

@@ -1,4 +1,4 @@
-// A file to the standard output, while it is being fetched.
+// The way of a file to the standard output, while it is being fetched.
 #pragma once
 
 #include <condition_variable>
@@ -12,9 +12,9 @@
 
 namespace vantlow {
 
-/// Writes a file to the standard output in order, as far as it is there, on a thread of its own: who reads
-/// may take any time. What was written cannot be taken back, so that it is offered only what stays. Used from
-/// one thread.
+/// Writes a file to the standard output in order, as far as it is there, on a thread of its own, since the
+/// reader may take any time. Written bytes cannot be taken back, so only bytes that stay are offered. Used
+/// from one thread.
 class OutputPipe {
   public:
     explicit OutputPipe(ThreadPool& threads) : threads_(threads) {}
@@ -22,14 +22,13 @@ class OutputPipe {
     OutputPipe& operator=(const OutputPipe&) = delete;
     ~OutputPipe() { stop(); }
 
-    /// The first `bytes` of the file at `path` stay as they are. A failure where that is less than was
+    /// Offers the first `bytes` of the file at `path`, which stay as they are. A failure where more was
     /// written already, or where the output or the file has failed.
     Result offer(const std::u16string& path, std::int64_t bytes);
-    /// Waits until everything that was offered is written; a failure where that cannot be, or when `stop` is
-    /// requested first.
+    /// Waits until all offered bytes are written. A failure where that cannot be, or when `stop` is requested
+    /// first.
     Result finish(const StopSource& stop);
-    /// True where the thread is still inside the system, which cannot be called back: the process is to be
-    /// ended then.
+    /// True where the thread is still inside the system, which cannot be called back: end the process then.
     [[nodiscard]] bool is_stuck();
 
   private:

@@ -3,23 +3,22 @@
 
 #include <memory>
 
-#include "app/cli/get/get_command.h"
+#include "app/cli/job_options.h"
 #include "app/cli/report.h"
 #include "app/cli/store/store_command.h"
-#include "app/cli/store/store_commands.h"
 #include "base/text.h"
 
 namespace vantlow {
 namespace {
 
 struct AddOptions {
-    GetOptions job;
+    JobOptions job;
     std::string category;
     bool paused = false;
 };
 
-// The limit for each server is the program's, so a single job does not raise it; but it is said.
-void say_what_holds(const StoreCommand& command, const GetOptions& options) {
+// Says that the limit for each server holds, which is the program's, so that a single job does not raise it.
+void tell_of_server_limit(const StoreCommand& command, const JobOptions& options) {
     const std::int64_t most = command.app.settings().number(setting::max_per_server);
     if (most == 0 || options.connections.value_or(0) <= most || command.global.quiet) return;
     complain("The setting Connection/MaxPerServer allows " + std::to_string(most) +
@@ -36,10 +35,11 @@ Exit run_add(StoreCommand& command, const AddOptions& options) {
     const CClassNode* category = command.engine.first_category();
     if (!options.category.empty()) category = find_category(command, options.category);
     if (category == nullptr) return Exit::failed;
-    // As for `get` it is the current folder, where neither another one nor a category with one is named.
-    say_what_holds(command, options.job);
-    GetOptions asked = options.job;
+    tell_of_server_limit(command, options.job);
+    JobOptions asked = options.job;
     asked.limits_each = true;
+    // As for `get`, files go to the current folder where neither another one nor a category with one is
+    // named.
     JobDraft draft = draft_of(asked, options.category.empty() ? u"." : category->folder);
     draft.links = std::move(links);
     draft.category = category->identity;
@@ -47,12 +47,12 @@ Exit run_add(StoreCommand& command, const AddOptions& options) {
     const Added added = command.engine.add(draft);
     for (const DraftFault& fault : added.faults) complain(text_of(fault));
     nlohmann::ordered_json ids = nlohmann::ordered_json::array();
+    std::string lines;
     for (const Guid& job : added.jobs) {
-        const std::string id = guid_text(job);
-        ids.push_back(id);
-        if (!command.global.json) command.promise += id + "\n";
+        ids.push_back(guid_text(job));
+        lines += guid_text(job) + "\n";
     }
-    if (command.global.json) command.promise = json_line(ids) + "\n";
+    command.promise = answer_text(command.global, ids, lines);
     return added.faults.empty() ? Exit::done : Exit::failed;
 }
 
@@ -67,14 +67,14 @@ Complaint check_add(const AddOptions& options) {
 void add_add_command(CommandSet& commands) {
     const auto options = std::make_shared<AddOptions>();
     CLI::App& add = commands.add_on_data_folder(
-        "add", "File jobs; prints their ids",
+        "add", "Add jobs, and print their ids",
         on_store([options](StoreCommand& command) { return run_add(command, *options); }),
         [options] { return check_add(*options); });
     add_job_options(add, options->job);
     add.add_option("--limit", options->job.limit, "Bytes a second for each of these jobs (500K, 2M)");
     add.add_option("--category", options->category,
-                   "The category to file them in; without --dir they are saved in its folder");
-    add.add_flag("--paused", options->paused, "They wait for 'vantlow start'");
+                   "The category for the jobs; without --dir their files go to its folder");
+    add.add_flag("--paused", options->paused, "Let the jobs wait for 'vantlow start'");
 }
 
 }  // namespace vantlow

@@ -5,7 +5,6 @@
 
 #include "app/cli/report.h"
 #include "app/cli/store/store_command.h"
-#include "app/cli/store/store_commands.h"
 #include "app/terminal/display_text.h"
 #include "base/text.h"
 
@@ -43,7 +42,7 @@ Exit run_list(StoreCommand& command) {
         text += std::string(static_cast<std::size_t>(depth_of(*node)) * 2, ' ') + printable(name) + "  (" +
                 std::to_string(node->jobs.size()) + ")  " + printable(to_utf8(node->folder)) + "\n";
     }
-    write_stream(Stream::output, command.global.json ? json_line(all) + "\n" : text);
+    print_answer(command.global, all, text);
     return Exit::done;
 }
 
@@ -100,31 +99,31 @@ void add_category_commands(CommandSet& commands) {
         [](StoreCommand& command, const CategoryOptions&) { return run_list(command); });
     {
         const auto [app, options] = add("add", "Add a category", run_add);
-        app.add_option("NAME", options->name)->required();
+        app.add_option("NAME", options->name, "Its name")->required();
         app.add_option("--parent", options->other, "The category to put it below");
         app.add_option("--folder", options->folder, "The folder for the files of its jobs");
     }
     {
         const auto [app, options] =
             add("remove", "Remove a category; its jobs go to the one above it", run_remove);
-        app.add_option("NAME", options->name)->required();
+        app.add_option("NAME", options->name, "Its name or path")->required();
     }
     {
         const auto [app, options] = add("rename", "Rename a category", run_rename);
-        app.add_option("NAME", options->name)->required();
+        app.add_option("NAME", options->name, "Its name or path")->required();
         app.add_option("NEW", options->other, "Its new name")->required();
     }
     {
         const auto [app, options] = add("move", "Move a category below another one", run_move);
-        app.add_option("NAME", options->name)->required();
+        app.add_option("NAME", options->name, "Its name or path")->required();
         app.add_option("PARENT", options->other, "The category to put it below")->required();
     }
     const auto options = std::make_shared<CategoryOptions>();
     CLI::App& move = commands.add_on_data_folder(
         "move", "Move jobs to another category",
         on_store([options](StoreCommand& command) { return run_move_jobs(command, *options); }));
-    move.add_option("CATEGORY", options->name)->required();
-    move.add_option("ID", options->ids, "The jobs")->required();
+    move.add_option("CATEGORY", options->name, "The name or the path of the category")->required();
+    move.add_option("ID", options->ids, "The jobs' ids, or the beginnings of them")->required();
 }
 
 }  // namespace vantlow

@@ -3,17 +3,24 @@
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
-#include <chrono>
-#include <ctime>
 
 #include "app/cli/report.h"
-#include "app/terminal/display_text.h"
+#include "app/terminal/quantities.h"
 #include "base/text.h"
 #include "store/address.h"
 
 namespace vantlow {
 
 using nlohmann::ordered_json;
+
+namespace {
+
+// A moment in seconds since 1970; 0 where there was none yet.
+ordered_json iso_or_null(std::int64_t moment) {
+    return moment > 0 ? ordered_json(iso_time(moment)) : ordered_json(nullptr);
+}
+
+}  // namespace
 
 JobView::JobView(StoreCommand& command, const CJobNode& shown)
     : job(shown), category(command.engine.category_of(shown)) {
@@ -61,16 +68,6 @@ std::string JobView::error() const {
     return job.error.empty() ? std::string(describe(job.result)) : job.error;
 }
 
-void add_wait(ordered_json& json, const JobProgress& progress) {
-    if (progress.waiting_for.empty()) return;
-    json["waitingFor"] = progress.waiting_for;
-    json["attempts"] = progress.attempts;
-    json["nextTry"] = nullptr;
-    if (!progress.next_try || *progress.next_try <= Clock::now()) return;
-    const auto left = std::chrono::ceil<std::chrono::seconds>(*progress.next_try - Clock::now());
-    json["nextTry"] = iso_time(static_cast<std::int64_t>(std::time(nullptr)) + left.count());
-}
-
 ordered_json list_json(const JobView& view) {
     const CJobNode& job = view.job;
     const std::int64_t size = view.size();
@@ -95,8 +92,8 @@ ordered_json show_json(const JobView& view) {
     const CJobNode& job = view.job;
     ordered_json json = list_json(view);
     json["path"] = to_utf8(view.path());
-    json["created"] = job.created;
-    json["finished"] = job.finished > 0 ? ordered_json(job.finished) : ordered_json(nullptr);
+    json["created"] = iso_or_null(job.created);
+    json["finished"] = iso_or_null(job.finished);
     json["result"] = plain_result(job.result);
     if (!json.contains("error")) json["error"] = nullptr;
     json["startMode"] = job.start_mode;

@@ -1,4 +1,4 @@
-// A job as lists show it.
+// A job as `list` and `show` present it.
 #pragma once
 
 #include <nlohmann/json_fwd.hpp>
@@ -11,11 +11,12 @@
 
 namespace vantlow {
 
-/// The moment of a job, from the store or from who runs it.
+/// A job at one moment: the store's record, with the progress where it runs. The record and its category
+/// outlive it.
 struct JobView {
     const CJobNode& job;
     const CClassNode& category;
-    std::optional<JobProgress> progress;  ///< of a job that runs
+    std::optional<JobProgress> progress;  ///< none: the job does not run
 
     JobView(StoreCommand& command, const CJobNode& shown);
     [[nodiscard]] std::string address() const;  ///< without credentials
@@ -23,20 +24,17 @@ struct JobView {
     [[nodiscard]] std::string folder() const;
     [[nodiscard]] std::string file() const;   ///< empty while it is not known
     [[nodiscard]] std::int64_t size() const;  ///< -1 while unknown
-    [[nodiscard]] std::int64_t done() const;  ///< bytes that are there
-    /// One that runs but has no place at its server yet is waiting.
+    [[nodiscard]] std::int64_t done() const;  ///< downloaded bytes
+    /// The state of the record, but waiting for a job that runs and has no place at its server yet.
     [[nodiscard]] JobState state() const;
-    [[nodiscard]] std::string error() const;  ///< UTF-8: why the job failed; empty where it did not
+    [[nodiscard]] std::string error() const;  ///< the reason of a failure, UTF-8; empty where it did not fail
 };
 
-/// Adds what a job waits for that tries again after a failure: "waitingFor", "attempts" and "nextTry" (ISO
-/// 8601, null while the attempt is under way); nothing where it does not.
-void add_wait(nlohmann::ordered_json& json, const JobProgress& progress);
-
-/// What `list --json` tells of a job: beside the fields that every job has "error" where it failed, and what
-/// add_wait() adds.
+/// Returns the fields of `list --json`: beside those that every job has "error" where it failed, and those
+/// that add_wait() adds.
 nlohmann::ordered_json list_json(const JobView& view);
-/// What `show --json` tells: the same and more.
+/// Returns the fields of `show --json`: the same and more. Moments are ISO 8601, null where there was none
+/// yet.
 nlohmann::ordered_json show_json(const JobView& view);
 
 }  // namespace vantlow

@@ -1,14 +1,14 @@
 // `vantlow list`, `show` and `log`.
 #include <nlohmann/json.hpp>
 
-#include <ctime>
 #include <memory>
 
 #include "app/cli/report.h"
 #include "app/cli/store/job_view.h"
-#include "app/cli/store/store_commands.h"
+#include "app/cli/store/store_command.h"
 #include "app/terminal/display_text.h"
 #include "app/terminal/progress_lines.h"
+#include "app/terminal/quantities.h"
 #include "base/text.h"
 
 namespace vantlow {
@@ -27,11 +27,10 @@ std::string done_text(const JobView& view) {
     return std::to_string(view.done() * 100 / size) + " % of " + human_size(size);
 }
 
-// Why the job failed, or what it waits for.
+// Returns the reason why the job failed, or the one why it waits.
 std::string trouble_of(const JobView& view) {
     std::string why = view.error();
-    if (view.progress && view.progress->awaits_place)
-        return "waits for a connection to the server to be free";
+    if (view.progress && view.progress->awaits_place) return "waits for a free connection to the server";
     return view.progress ? wait_text(*view.progress, Clock::now()) : why;
 }
 
@@ -62,18 +61,8 @@ Exit run_list(StoreCommand& command, const std::string& category_name) {
             text += list_line(view);
         }
     }
-    if (command.global.json) text = json_line(all) + "\n";
-    write_stream(Stream::output, text);
+    print_answer(command.global, all, text);
     return Exit::done;
-}
-
-std::string time_text(std::int64_t seconds) {
-    if (seconds <= 0) return "--";
-    const auto time = static_cast<std::time_t>(seconds);
-    char text[64] = {};
-    // NOLINTNEXTLINE(concurrency-mt-unsafe): commands run one after the other
-    std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", std::localtime(&time));
-    return text;
 }
 
 std::string show_text(const JobView& view) {
@@ -95,8 +84,8 @@ std::string show_text(const JobView& view) {
     row("Agent", to_utf8(job.agent));
     row("User name", to_utf8(job.user));
     row("Comment", to_utf8(job.comment));
-    row("Created", time_text(job.created));
-    if (job.finished > 0) row("Finished", time_text(job.finished));
+    row("Created", local_time(job.created));
+    if (job.finished > 0) row("Finished", local_time(job.finished));
     const ordered_json json = show_json(view);
     for (const auto& segment : json["segments"]) {
         const auto end = segment["end"].get<std::int64_t>();
@@ -116,27 +105,24 @@ Exit run_show(StoreCommand& command, const std::string& id) {
     const CJobNode* job = one_job(command, id);
     if (job == nullptr) return Exit::failed;
     const JobView view(command, *job);
-    write_stream(Stream::output, command.global.json ? json_line(show_json(view)) + "\n" : show_text(view));
+    print_answer(command.global, show_json(view), show_text(view));
     return Exit::done;
 }
 
 Exit run_log(StoreCommand& command, const std::string& id) {
-    static constexpr const char* marks[] = {"  ", "> ", "! ", "< "};
     static constexpr const char* names[] = {"note", "sent", "error", "received"};
     const CJobNode* job = one_job(command, id);
     if (job == nullptr) return Exit::failed;
     std::string text;
     ordered_json all = ordered_json::array();
     for (const CLogNode& line : command.engine.log_of(job->identity)) {
-        const auto mark = static_cast<std::size_t>(line.direction);
-        if (command.global.json) {
-            all.push_back({{"time", line.time}, {"direction", names[mark]}, {"text", line.text}});
-        } else {
-            text += time_text(line.time / 1000) + " " + marks[mark] + printable(line.text) + "\n";
-        }
+        all.push_back({{"time", iso_time_with_milliseconds(line.time)},
+                       {"direction", names[static_cast<std::size_t>(line.direction)]},
+                       {"text", line.text}});
+        text += local_time(line.time / 1000) + " " + std::string(log_mark(line.direction)) +
+                printable(line.text) + "\n";
     }
-    if (command.global.json) text = json_line(all) + "\n";
-    write_stream(Stream::output, text);
+    print_answer(command.global, all, text);
     return Exit::done;
 }
 
@@ -150,7 +136,7 @@ void add_list_commands(CommandSet& commands) {
     list.add_option("--category", *category, "Only this category and those below it");
     const auto shown = std::make_shared<std::string>();
     CLI::App& show = commands.add_on_data_folder(
-        "show", "Show one job with its segments",
+        "show", "Show one job, and the parts of its file that are missing",
         on_store([shown](StoreCommand& command) { return run_show(command, *shown); }));
     show.add_option("ID", *shown, "The job's id, or the beginning of it")->required();
     const auto logged = std::make_shared<std::string>();

@@ -5,7 +5,6 @@
 
 #include "app/cli/report.h"
 #include "app/cli/store/store_command.h"
-#include "app/cli/store/store_commands.h"
 #include "base/text.h"
 #include "store/job_list.h"
 
@@ -22,7 +21,7 @@ struct ListFileOptions {
     std::string column_delimiter = ",";
 };
 
-// A tab cannot be typed everywhere.
+// Reads a delimiter. A tab, which cannot be typed everywhere, may be written as \t.
 std::u16string delimiter(const std::string& text) {
     return text == "\\t" ? u"\t" : to_utf16(text);
 }
@@ -38,7 +37,7 @@ JobListFormat format_of(const ListFileOptions& options) {
     return format;
 }
 
-// What could not be read back.
+// Complains of a list that could not be read back.
 Complaint check_export(const ListFileOptions& options) {
     const JobListFormat format = format_of(options);
     for (const std::string_view name : split(options.fields, ',')) {
@@ -56,6 +55,10 @@ Complaint check_export(const ListFileOptions& options) {
     return std::nullopt;
 }
 
+std::string jobs_text(std::size_t count) {
+    return std::to_string(count) + (count == 1 ? " job\n" : " jobs\n");
+}
+
 Exit run_export(StoreCommand& command, const ListFileOptions& options) {
     const CClassNode* category = nullptr;
     if (!options.category.empty()) {
@@ -65,18 +68,12 @@ Exit run_export(StoreCommand& command, const ListFileOptions& options) {
     const auto jobs = command.engine.jobs_below(category);
     const std::string text = write_job_list(jobs, format_of(options));
     const std::u16string path = absolute_path(to_utf16(options.file));
-    // Passwords may stand in it.
+    // The list may hold passwords.
     const FileError error = write_file_atomically(path, std::as_bytes(std::span(text)), Privacy::owner_only);
-    if (!error.ok()) {
-        complain(to_utf8(path) + ": " + error.text());
-        return Exit::failed;
-    }
-    if (command.global.json) {
-        const nlohmann::ordered_json json{{"path", to_utf8(path)}, {"jobs", jobs.size()}};
-        print_json(json);
-    } else {
-        if (!command.global.quiet) say(std::to_string(jobs.size()) + (jobs.size() == 1 ? " job" : " jobs"));
-    }
+    if (!error.ok()) return complain(to_utf8(path) + ": " + error.text());
+    const std::string line = jobs_text(jobs.size());
+    const nlohmann::ordered_json json{{"path", to_utf8(path)}, {"jobs", jobs.size()}};
+    print_answer(command.global, json, command.global.quiet ? std::string() : line);
     return Exit::done;
 }
 
@@ -90,10 +87,8 @@ Exit run_import(StoreCommand& command, const ListFileOptions& options) {
     if (category == nullptr) return Exit::failed;
     const std::u16string path = absolute_path(to_utf16(options.file));
     std::vector<std::byte> bytes;
-    if (const FileError error = read_file(path, largest_list, bytes); !error.ok()) {
-        complain(to_utf8(path) + ": " + error.text());
-        return Exit::failed;
-    }
+    if (const FileError error = read_file(path, largest_list, bytes); !error.ok())
+        return complain(to_utf8(path) + ": " + error.text());
     JobList list = read_job_list(bytes);
     nlohmann::ordered_json ids = nlohmann::ordered_json::array();
     const std::size_t count = list.jobs.size();
@@ -101,16 +96,14 @@ Exit run_import(StoreCommand& command, const ListFileOptions& options) {
         job->state = job->start_mode == 0 ? JobState::stopped : JobState::waiting;
         ids.push_back(guid_text(command.engine.file(std::move(job), category->identity)));
     }
-    if (command.global.json) {
-        nlohmann::ordered_json skipped = nlohmann::ordered_json::array();
-        for (const auto& note : list.skipped) skipped.push_back({{"line", note.line}, {"reason", note.text}});
-        const nlohmann::ordered_json json{{"jobs", count}, {"ids", ids}, {"skipped", skipped}};
-        command.promise = json_line(json) + "\n";
-    } else {
-        std::string text = std::to_string(count) + (count == 1 ? " job\n" : " jobs\n");
-        for (const auto& note : list.skipped) text += note_line(note, "skipped: ");
-        command.promise = text;
+    nlohmann::ordered_json skipped = nlohmann::ordered_json::array();
+    std::string text = jobs_text(count);
+    for (const auto& note : list.skipped) {
+        skipped.push_back({{"line", note.line}, {"reason", note.text}});
+        text += note_line(note, "skipped: ");
     }
+    const nlohmann::ordered_json json{{"jobs", count}, {"ids", ids}, {"skipped", skipped}};
+    command.promise = answer_text(command.global, json, text);
     std::string notes;
     for (const auto& note : list.notes) notes += note_line(note, "");
     if (!command.global.quiet) write_stream(Stream::error, notes);
@@ -125,19 +118,19 @@ void add_list_file_commands(CommandSet& commands) {
         "export", "Write jobs to a job list file",
         on_store([from](StoreCommand& command) { return run_export(command, *from); }),
         [from] { return check_export(*from); });
-    out.add_option("FILE", from->file)->required();
+    out.add_option("FILE", from->file, "The file to write; an existing one is replaced")->required();
     out.add_option("--category", from->category, "Only this category and those below it");
     out.add_option("--fields", from->fields,
-                   "Extra columns: Referer,Folder,Filename,Locally,Username,Password,"
+                   "More columns: Referer,Folder,Filename,Locally,Username,Password,"
                    "StartMode,Comment,Threads,UTF-8,Agent");
-    out.add_option("--text-delimiter", from->text_delimiter, "Put around each value (default: \")");
+    out.add_option("--text-delimiter", from->text_delimiter, "The text around each value (default: \")");
     out.add_option("--column-delimiter", from->column_delimiter,
-                   "Put between values (default: a comma; \\t is a tab)");
+                   "The text between two values (default: a comma; \\t is a tab)");
     const auto to = std::make_shared<ListFileOptions>();
     CLI::App& in = commands.add_on_data_folder(
         "import", "Add the jobs of a job list file, or of a list of links",
         on_store([to](StoreCommand& command) { return run_import(command, *to); }));
-    in.add_option("FILE", to->file)->required();
+    in.add_option("FILE", to->file, "The file to read")->required();
     in.add_option("--category", to->category, "The category for the jobs");
 }
 

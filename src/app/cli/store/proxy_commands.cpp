@@ -1,13 +1,11 @@
 // `vantlow proxy ...`.
 #include <nlohmann/json.hpp>
 
-#include <iostream>
 #include <memory>
-#include <mutex>
 
 #include "app/cli/report.h"
 #include "app/cli/store/store_command.h"
-#include "app/cli/store/store_commands.h"
+#include "app/process/ending.h"
 #include "app/terminal/display_text.h"
 #include "base/text.h"
 #include "platform/console.h"
@@ -24,7 +22,7 @@ using nlohmann::ordered_json;
 
 struct ProxyOptions {
     std::string which;   ///< a number of the list, or an address
-    std::string target;  ///< what is asked for through the proxies
+    std::string target;  ///< the address that is fetched through the proxies
 };
 
 constexpr const char* standard_target = "http://www.example.com/";
@@ -62,31 +60,27 @@ Exit run_list(CFerrywellApp& app, const GlobalOptions& global) {
         json.push_back(std::move(one));
         text += std::to_string(i + 1) + "  " + printable(to_utf8(proxy_text(proxies[i]))) + "\n";
     }
-    write_stream(Stream::output, global.json ? json_line(json) + "\n" : text);
+    print_answer(global, json, text);
     return Exit::done;
 }
 
 Exit run_add(CFerrywellApp& app, const GlobalOptions& global, const ProxyOptions& options) {
     std::vector<CProxyNode> proxies;
     if (!load(app, proxies)) return Exit::failed;
-    if (proxies.size() >= most_proxies) {
-        complain("the proxy list is full.");
-        return Exit::failed;
-    }
+    if (proxies.size() >= most_proxies) return complain("The proxy list is full.");
     proxies.push_back(*parse_proxy(to_utf16(options.which)));
     if (!save(app, proxies)) return Exit::failed;
     const std::string number = std::to_string(proxies.size());
-    if (!global.quiet)
-        write_stream(Stream::output, (global.json ? "{\"number\":" + number + "}" : number) + "\n");
+    if (!global.quiet) print_answer(global, {{"number", proxies.size()}}, number + "\n");
     return Exit::done;
 }
 
-// The proxy of this number; none, with a complaint, when there is none.
+// Finds the proxy of this number; none, with a complaint, when there is none.
 std::optional<std::size_t> index_of(const std::string& text, const std::vector<CProxyNode>& proxies) {
     const auto number = parse_decimal(text);
     if (number && *number >= 1 && *number <= static_cast<std::int64_t>(proxies.size()))
         return static_cast<std::size_t>(*number) - 1;
-    complain("the proxy list has no number " + text + ".");
+    complain("The proxy list has no number " + text + ".");
     return std::nullopt;
 }
 
@@ -99,7 +93,7 @@ Exit run_remove(CFerrywellApp& app, const GlobalOptions& /*global*/, const Proxy
     return save(app, proxies) ? Exit::done : Exit::failed;
 }
 
-// The proxies that a test is for: all of the list, one of them, or one that is in no list.
+// Chooses the proxies to test: all of the list, one of them, or one that is in no list.
 bool chosen(CFerrywellApp& app, const ProxyOptions& options, std::vector<CProxyNode>& proxies) {
     const bool is_number = !options.which.empty() && parse_decimal(options.which).has_value();
     if (!options.which.empty() && !is_number) {
@@ -114,27 +108,10 @@ bool chosen(CFerrywellApp& app, const ProxyOptions& options, std::vector<CProxyN
     return true;
 }
 
-// The log of the tests, to stderr.
-class TestLog : public LogSink {
-  public:
-    explicit TestLog(bool shown) : shown_(shown) {}
-    void line(Direction direction, std::string_view text) override {
-        if (!shown_) return;
-        constexpr std::array marks{"  ", "> ", "! ", "< "};
-        write_stream(Stream::error, marks.at(static_cast<std::size_t>(direction)) + printable(text) + "\n");
-    }
-
-  private:
-    bool shown_;
-};
-
 Exit run_test(CFerrywellApp& app, const GlobalOptions& global, const ProxyOptions& options) {
     std::vector<CProxyNode> proxies;
     if (!chosen(app, options, proxies)) return Exit::failed;
-    if (proxies.empty()) {
-        complain("the proxy list is empty.");
-        return Exit::failed;
-    }
+    if (proxies.empty()) return complain("The proxy list is empty.");
     ValidatePlan plan;
     for (const CProxyNode& proxy : proxies) plan.proxies.push_back(proxy_plan(proxy));
     plan.address = options.target.empty() ? standard_target : options.target;
@@ -154,16 +131,13 @@ Exit run_test(CFerrywellApp& app, const GlobalOptions& global, const ProxyOption
             write_stream(Stream::output,
                          printable(to_utf8(proxy_text(proxies[index])) + "  " + test.text) + "\n");
     };
-    TestLog log(global.verbose);
+    ConsoleLog log({}, global.verbose);
     ConnectionServices connections;
     const InterruptWatch watch(stop_at_interrupt, &app.stop());
     CValidateThread thread(connections, log, app.stop(), std::move(plan), tested);
-    if (const Result started = thread.start(); !started.ok()) {
-        complain(started.message());
-        return Exit::failed;
-    }
+    if (const Result started = thread.start(); !started.ok()) return complain(started.message());
     thread.join();
-    if (global.json) print_json(json);
+    if (global.json) print_answer(global, json, {});
     const Exit status = all_ok ? Exit::done : Exit::failed;
     return leave(connections.resolver, app.stop().requested() ? Exit::interrupted : status);
 }
@@ -190,18 +164,18 @@ void add_proxy_commands(CommandSet& commands) {
     CLI::App& group = commands.add_group("proxy", "Manage the proxy list, and test proxies");
     commands.add_on_data_folder(group, "list", "List the proxies with their numbers", run_list);
     commands
-        .add_on_data_folder(group, "add", "Add a proxy; prints its number", run(run_add),
+        .add_on_data_folder(group, "add", "Add a proxy, and print its number", run(run_add),
                             [options] { return check_address(*options); })
         .add_option("URL", options->which,
-                    "http://, connect://, socks4:// or socks5://, [user:password@]host:port")
+                    "http://, connect://, socks4:// or socks5:// and [user:password@]host:port")
         ->required();
     commands.add_on_data_folder(group, "remove", "Remove a proxy", run(run_remove))
-        .add_option("N", options->which, "Its number")
+        .add_option("N", options->which, "The number of the proxy")
         ->required();
     CLI::App& test = commands.add_below(
         group, "test", "Test one proxy, or all of the list, by fetching an address through it", run(run_test),
         [options] { return check_test(*options); });
-    test.add_option("PROXY", options->which, "A number, or an address");
+    test.add_option("PROXY", options->which, "The number of a proxy in the list, or an address");
     test.add_option("--target", options->target, "The address to fetch (default: http://www.example.com/)");
 }
 

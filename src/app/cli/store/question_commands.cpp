@@ -6,7 +6,6 @@
 
 #include "app/cli/report.h"
 #include "app/cli/store/store_command.h"
-#include "app/cli/store/store_commands.h"
 #include "app/terminal/display_text.h"
 #include "base/text.h"
 
@@ -46,7 +45,7 @@ Exit run_questions(StoreCommand& command) {
         all.push_back(json_of(question));
         text += std::to_string(question.id) + "  " + printable(text_of(question)) + "\n";
     }
-    write_stream(Stream::output, command.global.json ? json_line(all) + "\n" : text);
+    print_answer(command.global, all, text);
     return Exit::done;
 }
 
@@ -68,11 +67,12 @@ Exit run_answer(StoreCommand& command, const AnswerOptions& options) {
 }  // namespace
 
 void add_question_commands(CommandSet& commands) {
-    commands.add_on_data_folder("questions", "What the running instance waits to be told",
+    commands.add_on_data_folder("questions",
+                                "List the questions that the resident program waits to have answered",
                                 on_store(run_questions));
     const auto options = std::make_shared<AnswerOptions>();
     CLI::App& answer = commands.add_on_data_folder(
-        "answer", "Answer one of the questions",
+        "answer", "Answer one of these questions",
         on_store([options](StoreCommand& command) { return run_answer(command, *options); }));
     answer.add_option("ID", options->id, "The question's number")->required();
     answer.add_option("VALUE", options->value, "yes, no, rename or USER:PASSWORD, as the question says")

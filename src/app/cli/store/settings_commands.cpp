@@ -6,8 +6,8 @@
 
 #include "app/cli/known_settings.h"
 #include "app/cli/report.h"
-#include "app/cli/store/store_commands.h"
-#include "app/process/messages.h"
+#include "app/cli/store/store_command.h"
+#include "app/process/ending.h"
 #include "app/process/system_settings.h"
 #include "app/terminal/display_text.h"
 #include "base/text.h"
@@ -33,7 +33,7 @@ Complaint check_name(const SettingsOptions& options) {
     return "a setting is named Section/Key, not \"" + options.name + "\".";
 }
 
-// The value as it may stand on a screen.
+// The value as it may stand on a screen: without secrets.
 std::string shown(std::u16string_view section, std::u16string_view key, const std::u16string& value) {
     const auto is = [&](const TextSetting& setting) {
         return iequals(section, setting.section) && iequals(key, setting.key);
@@ -48,19 +48,19 @@ Exit run_list(CFerrywellApp& app, const GlobalOptions& global) {
     ordered_json json = ordered_json::object();
     for (const auto& [section, values] : app.settings().all()) {
         for (const auto& [key, value] : values) {
-            const std::string told = shown(section, key, value);
+            const std::string value_text = shown(section, key, value);
             const std::string name = to_utf8(section) + "/" + to_utf8(key);
             if (const Complaint complaint = complaint_of(name, to_utf8(value)))
                 complain(*complaint + " The stored value has no effect.");
-            json[to_utf8(section)][to_utf8(key)] = told;
-            text += printable(name + "=" + told) + "\n";
+            json[to_utf8(section)][to_utf8(key)] = value_text;
+            text += printable(name + "=" + value_text) + "\n";
         }
     }
-    write_stream(Stream::output, global.json ? json_line(json) + "\n" : text);
+    print_answer(global, json, text);
     return Exit::done;
 }
 
-// What can be set, whether it is set or not.
+// Describes everything that can be set, whether it is set or not.
 Exit run_describe(CFerrywellApp& /*app*/, const GlobalOptions& global) {
     std::string text;
     ordered_json json = ordered_json::array();
@@ -75,29 +75,29 @@ Exit run_describe(CFerrywellApp& /*app*/, const GlobalOptions& global) {
                         {"meaning", known.meaning}});
         text += known.name() + "=" + known.standard + "\n    " + known.meaning + known.bounds_text() + "\n";
     }
-    write_stream(Stream::output, global.json ? json_line(json) + "\n" : text);
+    print_answer(global, json, text);
     return Exit::done;
 }
 
-// The value that is set; none where none is.
+// The stored value; none where none is stored.
 std::optional<std::string> stored(CFerrywellApp& app, const SettingsOptions& options) {
     constexpr std::u16string_view nothing(u"\0", 1);  // no store holds a zero
     const std::u16string value = app.settings().text(options.section(), options.key(), nothing);
     return value == nothing ? std::nullopt : std::optional(to_utf8(value));
 }
 
-// What counts: the value that is set, or else the default.
+// Prints the value that counts: the stored one, or else the default.
 Exit run_get_setting(CFerrywellApp& app, const GlobalOptions& global, const SettingsOptions& options) {
     std::optional<std::string> value = stored(app, options);
     const auto known = find_setting(options.name);
     if (!value && !known) return complain(no_such_setting(options.name));
     if (!value && !global.quiet) tell(known->name() + " is not set; this is its default.");
     if (!value) value = known->standard;
-    write_stream(Stream::output, global.json ? json_line(ordered_json(*value)) + "\n" : *value + "\n");
+    print_answer(global, *value, *value + "\n");
     return Exit::done;
 }
 
-Exit tell_write(const FileError& error, const std::string& name) {
+Exit end_of_write(const FileError& error, const std::string& name) {
     if (error.ok()) return Exit::done;
     complain(name + " cannot be written: " + error.text());
     return Exit::failed;
@@ -110,27 +110,27 @@ Exit run_set(CFerrywellApp& app, const GlobalOptions& /*global*/, const Settings
     const std::int64_t number = read_setting_number(to_utf16(options.value)).value_or(0);
     if (known->smallest && std::clamp(number, *known->smallest, *known->largest) != number)
         tell(known->name() + known->bounds_text() + ": " + options.value +
-             " counts as the nearest of these.");
+             " counts as the nearest of these numbers.");
     FileError error = app.settings().write(options.section(), options.key(), to_utf16(options.value));
     if (error.ok()) error = follow_setting(app, options.section(), options.key());
-    return tell_write(error, options.name);
+    return end_of_write(error, options.name);
 }
 
 Exit run_unset(CFerrywellApp& app, const GlobalOptions& /*global*/, const SettingsOptions& options) {
-    // One that is stored goes, whether it is known or not.
+    // A stored value goes, whether its setting is known or not.
     if (!find_setting(options.name) && !stored(app, options))
         return complain(no_such_setting(options.name), Exit::usage);
     FileError error = app.settings().erase(options.section(), options.key());
     if (error.ok()) error = follow_setting(app, options.section(), options.key());
-    return tell_write(error, options.name);
+    return end_of_write(error, options.name);
 }
 
 }  // namespace
 
 void add_settings_commands(CommandSet& commands) {
     CLI::App& group = commands.add_group("settings", "Show and change settings");
-    commands.add_below(group, "list", "List the settings that are set", run_list);
-    commands.add_below(group, "describe", "List everything that can be set: default, meaning and bounds",
+    commands.add_below(group, "list", "List the stored settings", run_list);
+    commands.add_below(group, "describe", "List everything that can be set: defaults, meanings and bounds",
                        run_describe);
     using Run = Exit (*)(CFerrywellApp&, const GlobalOptions&, const SettingsOptions&);
     const auto add = [&](const char* word, const char* description, Run run, bool has_value) {
@@ -142,9 +142,9 @@ void add_settings_commands(CommandSet& commands) {
             },
             [options] { return check_name(*options); });
         added.add_option("SETTING", options->name, "Section/Key")->required();
-        if (has_value) added.add_option("VALUE", options->value)->required();
+        if (has_value) added.add_option("VALUE", options->value, "Its new value")->required();
     };
-    add("get", "Print one setting; where it is not set, its default", run_get_setting, false);
+    add("get", "Print one setting, or its default where it is not set", run_get_setting, false);
     add("set", "Change one setting", run_set, true);
     add("unset", "Return one setting to its default", run_unset, false);
 }

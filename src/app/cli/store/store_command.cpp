@@ -13,7 +13,7 @@ CommandRun on_store(std::function<Exit(StoreCommand&)> command) {
         if (engine == nullptr) return complain(error);
         StoreCommand context{app, global, *engine, {}};
         const Exit status = command(context);
-        // Whoever runs the jobs makes safe what a command changed, and answers for it then.
+        // The process that runs the jobs makes the changes of a command safe, and answers for it then.
         if (!engine->runs() && !engine->save(error)) return complain(error);
         if (!context.promise.empty()) write_stream(Stream::output, context.promise);
         return status;
@@ -48,6 +48,25 @@ const CClassNode* find_category(StoreCommand& command, const std::string& name) 
 Exit exit_of(const Done& done, const std::string& subject) {
     const Complaint complaint = text_of(done, subject);
     return complaint ? complain(*complaint) : Exit::done;
+}
+
+void add_job_choice(CLI::App& word, JobChoice& choice, bool has_all) {
+    word.add_option("ID", choice.ids, "The jobs' ids, or the beginnings of them");
+    if (has_all) word.add_flag("--all", choice.all, "All jobs");
+}
+
+Complaint check_job_choice(const JobChoice& choice, bool has_all) {
+    if (choice.ids.empty() && !has_all) return "name at least one job.";
+    if (choice.ids.empty() && !choice.all) return "name at least one job, or use --all.";
+    if (!choice.ids.empty() && choice.all) return "name jobs or use --all, not both.";
+    return std::nullopt;
+}
+
+std::vector<Guid> chosen_jobs(StoreCommand& command, const JobChoice& choice, bool& complete) {
+    if (!choice.all) return find_jobs(command, choice.ids, complete);
+    std::vector<Guid> jobs;
+    for (const CJobNode* job : command.engine.jobs_below(nullptr)) jobs.push_back(job->identity);
+    return jobs;
 }
 
 }  // namespace vantlow

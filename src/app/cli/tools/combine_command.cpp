@@ -1,14 +1,13 @@
-#include "app/cli/tools/combine_command.h"
-
-#include <nlohmann/json.hpp>
+// `vantlow combine`: pieces of a film become one file.
+#include "app/cli/tools/tools.h"
 
 #include <atomic>
 #include <chrono>
 #include <memory>
 
+#include "app/cli/command_set.h"
 #include "app/cli/report.h"
-#include "app/process/messages.h"
-#include "app/terminal/display_text.h"
+#include "app/process/ending.h"
 #include "app/terminal/progress_view.h"
 #include "app/terminal/speed_meter.h"
 #include "base/text.h"
@@ -21,25 +20,21 @@
 namespace vantlow {
 namespace {
 
-using nlohmann::ordered_json;
-
 constexpr std::chrono::milliseconds draw_interval{100};
-constexpr std::int64_t whole = 10'000;  // of the values that the worker tells
+constexpr std::int64_t whole = 10'000;  // of the values that the worker reports
 
 struct CombineOptions {
     std::string output;
     std::vector<std::string> pieces;
 };
 
-// The bar: what the worker told last, as a part of the pieces' size.
+// The progress line: the last value that the worker reported, as a part of the pieces' size.
 class CCombineProgressDlg {
   public:
     CCombineProgressDlg(const GlobalOptions& global, std::string name, std::int64_t total)
-        : view_(!global.quiet && !global.json, !environment("NO_COLOR").has_value()),
-          name_(std::move(name)),
-          total_(total) {}
+        : view_(!global.quiet && !global.json), name_(std::move(name)), total_(total) {}
 
-    // Called on the worker's thread.
+    // The worker calls this on its own thread.
     void receive(std::uint32_t message, std::uint32_t value) noexcept {
         if (message == combine_progress_message) value_.store(value, std::memory_order_relaxed);
     }
@@ -98,15 +93,12 @@ Exit run_combine(const GlobalOptions& global, const CombineOptions& options) {
     for (const std::string& note : outcome.notes) complain(note);
     if (outcome.result.kind() == Kind::stopped) return Exit::interrupted;
     if (!outcome.result.ok()) {
-        // What is no file's failure names none.
+        // A failure that is no file's names none.
         const std::string of = outcome.result.code == Code::transient ? options.output + ": " : "";
         return complain(of + outcome.result.message());
     }
-    if (global.json) {
-        print_json({{"path", options.output}, {"bytes", outcome.bytes}, {"seconds", outcome.seconds}});
-    } else if (!global.quiet) {
-        write_stream(Stream::output, options.output + "\n");
-    }
+    print_answer(global, {{"path", options.output}, {"bytes", outcome.bytes}, {"seconds", outcome.seconds}},
+                 global.quiet ? std::string() : options.output + "\n");
     return outcome.skipped > 0 ? Exit::failed : Exit::done;
 }
 

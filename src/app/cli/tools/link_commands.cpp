@@ -1,12 +1,16 @@
-#include "app/cli/tools/link_commands.h"
+// `vantlow link`, `ed2k make` and `metafile`: the contents of links and metafiles.
+#include "app/cli/tools/tools.h"
 
 #include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <memory>
 
+#include "app/cli/command_set.h"
 #include "app/cli/report.h"
-#include "app/process/messages.h"
+#include "app/process/application.h"
+#include "app/process/ending.h"
+#include "app/terminal/display_text.h"
 #include "base/codes.h"
 #include "base/text.h"
 #include "bt/magnet.h"
@@ -22,23 +26,22 @@ namespace {
 
 using nlohmann::ordered_json;
 
-// A value for a person, a line each; nothing for what is not there.
+// A value for a person.
 std::string shown(const ordered_json& value) {
     return value.is_string() ? value.get<std::string>() : json_line(value);
 }
 
-void print_fields(const ordered_json& fields) {
+// The fields for a person, a line each; those without a value are left out.
+std::string lines_of(const ordered_json& fields) {
+    std::string lines;
     for (const auto& [name, value] : fields.items()) {
         if (value.is_null() || (value.is_string() && value.get<std::string>().empty())) continue;
-        if (value.is_object()) {
-            print_fields(value);
-        } else {
-            say(name + ": " + shown(value));
-        }
+        lines += value.is_object() ? lines_of(value) : printable(name + ": " + shown(value)) + "\n";
     }
+    return lines;
 }
 
-// The scheme's word, lower case; an address without one is a server's.
+// The scheme in lower case. An address without one names an FTP server.
 ordered_json kind_name(std::u16string_view address) {
     if (link_kind(address) == LinkKind::unknown) return nullptr;
     const std::string text = to_utf8(address);
@@ -65,11 +68,7 @@ Exit run_link(const GlobalOptions& global, const std::string& link,
         json["magnet"] = {
             {"hash", to_hex(magnet->info_hash)}, {"name", magnet->name}, {"trackers", magnet->trackers}};
     }
-    if (global.json) {
-        print_json(json);
-    } else {
-        print_fields(json);
-    }
+    print_answer(global, json, lines_of(json));
     return Exit::done;
 }
 
@@ -128,7 +127,7 @@ ordered_json metalink_json(std::span<const std::byte> bytes, const DocumentOptio
     return {{"kind", "metalink"}, {"files", std::move(files)}};
 }
 
-// Whole seconds without a fraction.
+// Seconds; a whole number of them is written without a fraction.
 ordered_json seconds_json(double seconds) {
     constexpr double most = 9e15;
     const bool is_whole = std::floor(seconds) == seconds && seconds < most;
@@ -156,21 +155,23 @@ std::string file_line(const ordered_json& file) {
     return line;
 }
 
-void print_metafile(const ordered_json& json) {
-    if (json.contains("files")) {
-        std::size_t number = 0;
-        for (const ordered_json& file : json["files"]) {
-            say(std::to_string(++number) + ". " + file_line(file));
-            for (const ordered_json& url : file["urls"]) say("   " + shown(url));
-        }
-        return;
-    }
-    if (!json["base"].get<std::string>().empty()) say("base: " + shown(json["base"]));
+std::string metafile_lines(const ordered_json& json) {
+    std::string lines;
+    const auto add = [&lines](const std::string& line) { lines += printable(line) + "\n"; };
     std::size_t number = 0;
+    if (json.contains("files")) {
+        for (const ordered_json& file : json["files"]) {
+            add(std::to_string(++number) + ". " + file_line(file));
+            for (const ordered_json& url : file["urls"]) add("   " + shown(url));
+        }
+        return lines;
+    }
+    if (!json["base"].get<std::string>().empty()) add("base: " + shown(json["base"]));
     for (const ordered_json& clip : json["clips"]) {
-        say(std::to_string(++number) + ". " + shown(clip["url"]) + "  " + shown(clip["start"]) + " to " +
+        add(std::to_string(++number) + ". " + shown(clip["url"]) + "  " + shown(clip["start"]) + " to " +
             shown(clip["end"]) + " s  " + shown(clip["title"]));
     }
+    return lines;
 }
 
 Exit run_metafile(const GlobalOptions& global, const std::string& file) {
@@ -193,11 +194,7 @@ Exit run_metafile(const GlobalOptions& global, const std::string& file) {
             json = playlist_json("smil", CSMILSimple::read(bytes));
             break;
     }
-    if (global.json) {
-        print_json(json);
-    } else {
-        print_metafile(json);
-    }
+    print_answer(global, json, metafile_lines(json));
     return Exit::done;
 }
 
@@ -214,13 +211,13 @@ void add_link_commands(CommandSet& commands) {
         ->required();
 
     const auto make = std::make_shared<MakeOptions>();
-    CLI::App& ed2k = commands.add_group("ed2k", "eDonkey links");
+    CLI::App& ed2k = commands.add_group("ed2k", "Make eDonkey links");
     CLI::App& word = commands.add_below(
-        ed2k, "make", "Print the link of a file",
+        ed2k, "make", "Print the eDonkey link of a file",
         [make](CFerrywellApp&, const GlobalOptions&) { return run_make(*make); },
         [make] { return check_make(*make); });
     word.add_option("--name", make->name, "The file's name")->required();
-    word.add_option("--size", make->size, "Bytes")->required();
+    word.add_option("--size", make->size, "The file's size in bytes")->required();
     word.add_option("--hash", make->hash, "The file's eDonkey hash, 32 hexadecimal digits")->required();
 
     const auto file = std::make_shared<std::string>();

@@ -1,11 +1,11 @@
-#include "app/cli/tools/media_command.h"
-
-#include <nlohmann/json.hpp>
+// `vantlow media show`: the metadata of media files.
+#include "app/cli/tools/tools.h"
 
 #include <memory>
 
+#include "app/cli/command_set.h"
 #include "app/cli/report.h"
-#include "app/process/messages.h"
+#include "app/process/ending.h"
 #include "app/terminal/display_text.h"
 #include "base/text.h"
 #include "media/media_show.h"
@@ -48,15 +48,11 @@ void add_lines(const std::vector<MediaProperty>& properties, const std::string& 
 Exit run_show(const GlobalOptions& global, const std::string& path) {
     const auto description = describe_media(to_utf16(path));
     if (!description) return complain(description.failure().message());
-    if (global.json) {
-        ordered_json json = {{"kind", description->kind}};
-        json.update(json_of(description->properties, false));
-        print_json(json);
-        return Exit::done;
-    }
+    ordered_json json = {{"kind", description->kind}};
+    json.update(json_of(description->properties, false));
     std::string lines;
     add_lines(description->properties, {}, lines);
-    write_stream(Stream::output, lines);
+    print_answer(global, json, lines);
     return Exit::done;
 }
 
@@ -69,7 +65,7 @@ void add_media_command(CommandSet& commands) {
         .add_below(
             media, "show", "Show an FLV file's metadata or an MP4 file's tracks, as a tree",
             [path](CFerrywellApp& /*app*/, const GlobalOptions& global) { return run_show(global, *path); })
-        .add_option("FILE", *path, "The file")
+        .add_option("FILE", *path, "The media file")
         ->required();
 }
 

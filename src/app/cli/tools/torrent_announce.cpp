@@ -1,13 +1,14 @@
+// `vantlow torrent announce`.
 #include <algorithm>
 #include <functional>
 #include <mutex>
 
 #include "app/cli/engine_texts.h"
-#include "app/cli/get/get_command.h"
+#include "app/cli/job_options.h"
 #include "app/cli/report.h"
-#include "app/cli/tools/torrent_commands.h"
-#include "app/process/messages.h"
-#include "app/terminal/display_text.h"
+#include "app/cli/tools/tools.h"
+#include "app/process/application.h"
+#include "app/process/ending.h"
 #include "base/text.h"
 #include "bt/announce_thread.h"
 #include "bt/peer_probe.h"
@@ -21,24 +22,9 @@ namespace {
 
 using nlohmann::ordered_json;
 
-// What a magnet link does not tell: more than nothing, so that trackers give seeders too.
+// The missing bytes of a torrent whose size a magnet link does not name: more than none, so that trackers
+// name seeders too.
 constexpr std::int64_t left_unknown = 16384;
-
-/// The log of one conversation on the terminal, with -v.
-class ConsoleLog : public LogSink {
-  public:
-    ConsoleLog(std::string name, bool shown) : name_(std::move(name)), shown_(shown) {}
-    void line(Direction direction, std::string_view text) override {
-        static constexpr const char* marks[] = {"  ", "> ", "! ", "< "};
-        if (!shown_) return;
-        write_stream(Stream::error, "[" + name_ + "] " + marks[static_cast<int>(direction)] +
-                                        printable(std::string(text)) + "\n");
-    }
-
-  private:
-    std::string name_;
-    bool shown_;
-};
 
 AnnounceEvent event_of(const std::string& name) noexcept {
     for (const auto event : {AnnounceEvent::started, AnnounceEvent::completed, AnnounceEvent::stopped}) {
@@ -62,11 +48,9 @@ void prepare(const AnnounceOptions& options, const TorrentFacts& facts, TorrentI
     job.downloaded = complete ? total : 0;
 }
 
-// --proxy, else the program's own.
+// Chooses the proxy of --proxy, else the program's own.
 Complaint choose_proxy(CFerrywellApp& app, const AnnounceOptions& options, TorrentIdentity& job) {
-    GetOptions words;
-    words.proxy = options.proxy;
-    if (Complaint complaint = check_draft(words)) return complaint;
+    if (Complaint complaint = check_proxy(options.proxy)) return complaint;
     CJobNode node;
     node.proxy = to_utf16(options.proxy);
     ProxyFault fault;
@@ -74,7 +58,7 @@ Complaint choose_proxy(CFerrywellApp& app, const AnnounceOptions& options, Torre
     return text_of(fault);
 }
 
-// The trackers to ask, each once.
+// Lists the trackers to ask, each once.
 std::vector<std::string> trackers_of(const TorrentFacts& facts) {
     std::vector<std::string> trackers;
     for (const std::string& raw : facts.meta.trackers) {
@@ -106,7 +90,7 @@ void print_report(const std::string& tracker, const AnnounceReport& report) {
     for (const SocketAddress& peer : report.peers) say("  " + peer_text(peer));
 }
 
-// All trackers at once: the slowest one is waited for, not their sum.
+// Asks all trackers at once, so that the wait is that for the slowest one.
 std::vector<AnnounceReport> ask_all(const AnnounceServices& services, TorrentIdentity& job,
                                     const std::vector<std::string>& trackers, AnnounceEvent event,
                                     bool verbose, StopSource& stop) {
@@ -117,7 +101,7 @@ std::vector<AnnounceReport> ask_all(const AnnounceServices& services, TorrentIde
         const std::function<void()> ask = [&, i] {
             ConsoleLog log(std::to_string(i + 1), verbose);
             CBTAnnounceThread one(services, job, trackers[i], event, log, stop);
-            // Ctrl-C ends the last announce of a torrent too.
+            // Ctrl-C ends also an announce that says goodbye.
             const std::stop_callback on_stop(stop.token(), [&one] { one.abandon(); });
             one.announce(trackers[i], event);
             reports[i] = one.report();
@@ -178,7 +162,7 @@ Exit probe(const AnnounceServices& services, const TorrentIdentity& job, const G
         json[name] = json_of(report);
         if (!global.json) print_probe(name, report);
     }
-    if (global.json) print_json(json);
+    if (global.json) print_answer(global, json, {});
     return any ? Exit::done : Exit::failed;
 }
 
@@ -194,7 +178,7 @@ Exit announce(const AnnounceServices& services, TorrentIdentity& job, const Torr
         json.push_back(json_of(trackers[i], reports[i]));
         if (!global.json) print_report(trackers[i], reports[i]);
     }
-    if (global.json) print_json(json);
+    if (global.json) print_answer(global, json, {});
     return status;
 }
 

@@ -1,9 +1,11 @@
+// `vantlow torrent make`.
 #include <ctime>
 #include <future>
 
 #include "app/cli/report.h"
-#include "app/cli/tools/torrent_commands.h"
-#include "app/process/messages.h"
+#include "app/cli/tools/tools.h"
+#include "app/process/application.h"
+#include "app/process/ending.h"
 #include "app/terminal/display_text.h"
 #include "app/terminal/progress_view.h"
 #include "app/terminal/quantities.h"
@@ -29,7 +31,7 @@ Exit end_with(const Result& result) {
     return result.kind() == Kind::stopped ? Exit::interrupted : complain(result.message());
 }
 
-// Hashes on other threads while this one shows how far they are.
+// Hashes on other threads while this one shows their progress.
 Outcome<std::string> hash_with_progress(const TorrentSource& source, std::int64_t piece_length,
                                         unsigned threads, const StopSource& stop, bool draw) {
     std::atomic<std::int64_t> done{0};
@@ -38,9 +40,9 @@ Outcome<std::string> hash_with_progress(const TorrentSource& source, std::int64_
     auto hashing = task.get_future();
     ThreadPool pool;
     ThreadPool::Running running;
-    // Without a thread for it this one does the work, and draws nothing meanwhile.
+    // Where no thread can be had, this one does the work, and draws nothing meanwhile.
     if (!pool.start(running, [&task] { task(); }).ok()) task();
-    ProgressView view(draw, !environment("NO_COLOR").has_value());
+    ProgressView view(draw);
     SpeedMeter speed;
     while (hashing.wait_for(draw_interval) != std::future_status::ready) {
         JobLine line;
@@ -96,12 +98,9 @@ Exit run_make_torrent(CFerrywellApp& app, const GlobalOptions& global, const Mak
     if (const FileError error = write_torrent(path, document); !error.ok()) {
         return end_with({Code::local_file, to_utf8(path) + ": " + error.text(), error.system_error});
     }
-    if (global.json) {
-        print_json({{"path", to_utf8(path)}, {"infoHash", to_hex(hash)}});
-    } else if (!global.quiet) {
-        say(to_utf8(path));
-        say(to_hex(hash));
-    }
+    const std::string lines = printable(to_utf8(path)) + "\n" + to_hex(hash) + "\n";
+    print_answer(global, {{"path", to_utf8(path)}, {"infoHash", to_hex(hash)}},
+                 global.quiet ? std::string() : lines);
     return Exit::done;
 }
 

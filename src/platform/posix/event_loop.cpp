@@ -1,4 +1,4 @@
-#include "platform/frame.h"
+#include "platform/event_loop.h"
 
 #include <poll.h>
 #include <sys/socket.h>
@@ -33,10 +33,10 @@ constexpr std::size_t largest_answer = 1U << 30U;
 constexpr std::size_t listeners = 8;
 constexpr std::chrono::milliseconds request_time{10000};
 constexpr std::chrono::milliseconds answer_time{5000};
-// How long a process is waited for that lives and is busy with something else.
+// A process that lives and is busy with something else is waited for this long.
 constexpr std::chrono::milliseconds busy_time{60000};
-// A conversation: the request; "here", by a thread that is always free; "ready", as soon as the frame's
-// thread has come round; "go", since who asks may have given up; the answer.
+// A conversation has five parts: the request; "here", from a thread that is always free; "ready", as soon as
+// the loop's thread has come round; "go", since the asking process may have given up; the answer.
 constexpr std::string_view here_mark = "here";
 constexpr std::string_view ready_mark = "ready";
 constexpr std::string_view go_mark = "go";
@@ -49,10 +49,10 @@ std::string socket_name(const std::u16string& name) {
     return text + ".socket";
 }
 
-class SocketFrame final : public Frame {
+class SocketLoop final : public EventLoop {
   public:
-    explicit SocketFrame(Events events) : events_(std::move(events)) {}
-    ~SocketFrame() override;
+    explicit SocketLoop(Events events) : events_(std::move(events)) {}
+    ~SocketLoop() override;
 
     bool listen(const std::u16string& name, std::string& error);
     [[nodiscard]] std::string address() const override { return path_; }
@@ -86,12 +86,12 @@ class SocketFrame final : public Frame {
     std::deque<std::function<void()>> work_;  // these three: guarded by mutex_
     bool quitting_ = false;
     bool closed_ = false;
-    std::map<int, Timer> timers_;  // the frame's thread, like the next one
-    std::shared_ptr<SocketFrame*> here_ = std::make_shared<SocketFrame*>(this);  // what late answers look for
+    std::map<int, Timer> timers_;  // the loop's thread, like the next one
+    std::shared_ptr<SocketLoop*> here_ = std::make_shared<SocketLoop*>(this);  // what late answers look for
     std::vector<std::thread> threads_;
 };
 
-SocketFrame::~SocketFrame() {
+SocketLoop::~SocketLoop() {
     here_.reset();
     {
         const std::lock_guard guard(mutex_);
@@ -104,7 +104,7 @@ SocketFrame::~SocketFrame() {
     if (!path_.empty()) ::unlink(path_.c_str());
 }
 
-bool SocketFrame::listen(const std::u16string& name, std::string& error) {
+bool SocketLoop::listen(const std::u16string& name, std::string& error) {
     const std::string folder = runtime_folder(error);
     if (folder.empty()) return false;
     const std::string path = folder + "/" + socket_name(name);
@@ -132,11 +132,11 @@ bool SocketFrame::listen(const std::u16string& name, std::string& error) {
     return !threads_.empty();
 }
 
-void SocketFrame::set_timer(int id, std::chrono::milliseconds period) {
+void SocketLoop::set_timer(int id, std::chrono::milliseconds period) {
     timers_[id] = {period, Clock::now() + period};
 }
 
-void SocketFrame::post(std::function<void()> work) {
+void SocketLoop::post(std::function<void()> work) {
     {
         const std::lock_guard guard(mutex_);
         if (closed_) return;
@@ -145,7 +145,7 @@ void SocketFrame::post(std::function<void()> work) {
     changed_.notify_all();
 }
 
-void SocketFrame::quit() noexcept {
+void SocketLoop::quit() noexcept {
     {
         const std::lock_guard guard(mutex_);
         quitting_ = true;
@@ -153,7 +153,7 @@ void SocketFrame::quit() noexcept {
     changed_.notify_all();
 }
 
-std::optional<int> SocketFrame::due_timer() {
+std::optional<int> SocketLoop::due_timer() {
     const auto now = Clock::now();
     for (auto& [id, timer] : timers_) {
         if (timer.next > now) continue;
@@ -163,13 +163,13 @@ std::optional<int> SocketFrame::due_timer() {
     return std::nullopt;
 }
 
-Clock::time_point SocketFrame::next_timer() const {
+Clock::time_point SocketLoop::next_timer() const {
     auto next = Clock::now() + std::chrono::hours(1);
     for (const auto& [id, timer] : timers_) next = std::min(next, timer.next);
     return next;
 }
 
-void SocketFrame::run() {
+void SocketLoop::run() {
     for (;;) {
         std::function<void()> work;
         {
@@ -188,7 +188,7 @@ void SocketFrame::run() {
     quitting_ = false;
 }
 
-void SocketFrame::end_turn(Turn& turn, std::string answer) {
+void SocketLoop::end_turn(Turn& turn, std::string answer) {
     {
         const std::lock_guard guard(mutex_);
         turn.answer = std::move(answer);
@@ -197,12 +197,12 @@ void SocketFrame::end_turn(Turn& turn, std::string answer) {
     changed_.notify_all();
 }
 
-// The frame's thread does the work; true once that has answered, false when the frame ends instead.
-bool SocketFrame::run_in_turn(const std::function<void(const Events::Reply&)>& work, std::string& answer) {
+// Has the loop's thread do the work. True once the work has answered, false when the loop ends instead.
+bool SocketLoop::run_in_turn(const std::function<void(const Events::Reply&)>& work, std::string& answer) {
     const auto turn = std::make_shared<Turn>();
     post([this, &work, turn] {
-        work([here = std::weak_ptr<SocketFrame*>(here_), turn](std::string text) {
-            if (const auto frame = here.lock()) (*frame)->end_turn(*turn, std::move(text));
+        work([here = std::weak_ptr<SocketLoop*>(here_), turn](std::string text) {
+            if (const auto loop = here.lock()) (*loop)->end_turn(*turn, std::move(text));
         });
     });
     std::unique_lock guard(mutex_);
@@ -211,7 +211,7 @@ bool SocketFrame::run_in_turn(const std::function<void(const Events::Reply&)>& w
     return turn->ended;
 }
 
-void SocketFrame::converse(int fd) {
+void SocketLoop::converse(int fd) {
     std::string request;
     std::string answer;
     std::string go;
@@ -226,7 +226,7 @@ void SocketFrame::converse(int fd) {
         send_message(fd, answer, Deadline(answer_time), nullptr);
 }
 
-void SocketFrame::serve() noexcept {
+void SocketLoop::serve() noexcept {
     while (wait_for(listener_.get(), POLLIN, Deadline(std::chrono::milliseconds(-1)), &stop_)) {
         errno = ask_hook(Operation::accept);
         const Descriptor peer(errno != 0 ? -1 : ::accept4(listener_.get(), nullptr, nullptr, SOCK_CLOEXEC));
@@ -244,30 +244,30 @@ void SocketFrame::serve() noexcept {
 
 }  // namespace
 
-std::unique_ptr<Frame> Frame::open(const std::u16string& name, Role /*role*/, Events events,
-                                   std::string& error) {
-    auto frame = std::make_unique<SocketFrame>(std::move(events));
-    if (!frame->listen(name, error)) return nullptr;
-    return frame;
+std::unique_ptr<EventLoop> EventLoop::open(const std::u16string& name, Role /*role*/, Events events,
+                                           std::string& error) {
+    auto loop = std::make_unique<SocketLoop>(std::move(events));
+    if (!loop->listen(name, error)) return nullptr;
+    return loop;
 }
 
 namespace {
 
 // Waits for the mark and takes it. Without it: not_there when the other side went away.
-FrameAnswer::State take_mark(int fd, std::string_view mark, const Deadline& deadline,
-                             const StopSource& stop) {
-    using State = FrameAnswer::State;
+ProcessAnswer::State take_mark(int fd, std::string_view mark, const Deadline& deadline,
+                               const StopSource& stop) {
+    using State = ProcessAnswer::State;
     std::string got;
     if (!wait_for(fd, POLLIN, deadline, &stop)) return State::not_taken;
     if (!receive_message(fd, got, mark.size(), Deadline(request_time), &stop)) return State::not_there;
     return got == mark ? State::answered : State::not_there;
 }
 
-// Until the frame waits for the "go". A connection that is given up before it is never answered.
-FrameAnswer::State hand_in(int fd, std::string_view request, const StopSource& stop,
-                           const std::function<void()>& on_busy) {
-    using State = FrameAnswer::State;
-    const Deadline patience(frame_patience);
+// Waits until the loop waits for the "go". A connection that is given up before that is never answered.
+ProcessAnswer::State hand_in(int fd, std::string_view request, const StopSource& stop,
+                             const std::function<void()>& on_busy) {
+    using State = ProcessAnswer::State;
+    const Deadline patience(silence_patience);
     if (!send_message(fd, request, patience, &stop))
         return patience.left() == 0 ? State::not_taken : State::not_there;
     State state = take_mark(fd, here_mark, patience, stop);
@@ -280,16 +280,16 @@ FrameAnswer::State hand_in(int fd, std::string_view request, const StopSource& s
 
 }  // namespace
 
-FrameAnswer ask_frame(const std::string& address, std::string_view request, const StopSource& stop,
-                      const std::function<void(std::int64_t process)>& on_busy) {
-    using State = FrameAnswer::State;
+ProcessAnswer ask_process(const std::string& address, std::string_view request, const StopSource& stop,
+                          const std::function<void(std::int64_t process)>& on_busy) {
+    using State = ProcessAnswer::State;
     sockaddr_un where{};
     if (request.size() > largest_message || !make_address(address, where)) return {};
     const Descriptor fd(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
     const auto* const to = reinterpret_cast<const sockaddr*>(&where);
     if (fd.get() < 0 || ask_hook(Operation::connect) != 0 || ::connect(fd.get(), to, sizeof where) != 0)
         return {};
-    FrameAnswer answer;
+    ProcessAnswer answer;
     answer.process = other_process(fd.get());
     answer.state = hand_in(fd.get(), request, stop, [&] {
         if (on_busy) on_busy(answer.process);

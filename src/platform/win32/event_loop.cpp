@@ -1,4 +1,4 @@
-#include "platform/frame.h"
+#include "platform/event_loop.h"
 
 #include <algorithm>
 #include <deque>
@@ -18,20 +18,20 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr const wchar_t* frame_class = L"VantlowFrame";
+constexpr const wchar_t* loop_class = L"VantlowFrame";
 constexpr const wchar_t* client_class = L"VantlowClient";
-// What a further start looks for among the top-level windows.
-constexpr const wchar_t* frame_property = L"Vantlow";
-constexpr std::intptr_t frame_mark = 8788;
+// A further start looks for this property among the top-level windows.
+constexpr const wchar_t* window_property = L"Vantlow";
+constexpr std::intptr_t property_mark = 8788;
 constexpr const wchar_t* session_mutex = L"Local\\Vantlow.Instance";
-// What WM_COPYDATA carries here.
+// The kinds of messages that WM_COPYDATA carries here.
 constexpr ULONG_PTR request_kind = 0x52574C56;  // "VLWR"
 constexpr ULONG_PTR answer_kind = 0x41574C56;   // "VLWA"
 constexpr std::size_t largest_message = 64U << 20U;
 constexpr UINT send_time_ms = 30000;
-// How long a frame is waited for that is busy or frozen, which nothing tells apart here.
+// A process that is busy or frozen, which nothing tells apart here, is waited for this long.
 constexpr std::chrono::milliseconds busy_time{15000};
-// How often a stop is looked for where the system had no event for it.
+// A stop is looked for this often where the system had no event for it.
 constexpr DWORD blind_step_ms = 50;
 constexpr UINT wm_work = WM_APP + 1;
 constexpr UINT_PTR first_timer = 1;
@@ -45,7 +45,7 @@ std::string address_of(HWND window) {
     return std::to_string(static_cast<std::int64_t>(reinterpret_cast<std::intptr_t>(window)));
 }
 
-// A window of this process and thread with nothing of its own; null, with the system's number, otherwise.
+// Makes an empty window of this process and thread; null, with the system's number, where that fails.
 HWND make_window(const wchar_t* name, HWND parent, WNDPROC procedure, void* object) noexcept {
     WNDCLASSEXW window_class{};
     window_class.cbSize = sizeof window_class;
@@ -77,10 +77,10 @@ bool send_data(HWND to, HWND from, ULONG_PTR kind, std::string_view bytes) noexc
     return sent != 0 && taken != FALSE;
 }
 
-class WindowFrame final : public Frame {
+class WindowLoop final : public EventLoop {
   public:
-    explicit WindowFrame(Events events) : events_(std::move(events)) {}
-    ~WindowFrame() override;
+    explicit WindowLoop(Events events) : events_(std::move(events)) {}
+    ~WindowLoop() override;
 
     bool make(Role role, std::string& error);
     [[nodiscard]] std::string address() const override { return address_of(window_); }
@@ -105,33 +105,33 @@ class WindowFrame final : public Frame {
     bool quitting_ = false;
 };
 
-WindowFrame::~WindowFrame() {
+WindowLoop::~WindowLoop() {
     here_.reset();
     if (window_ == nullptr) return;
     SetWindowLongPtrW(window_, GWLP_USERDATA, 0);
-    RemovePropW(window_, frame_property);
+    RemovePropW(window_, window_property);
     DestroyWindow(window_);
 }
 
-bool WindowFrame::make(Role role, std::string& error) {
+bool WindowLoop::make(Role role, std::string& error) {
     if (const int refused = ask_hook(Operation::listen); refused != 0) {
-        error = "The main frame cannot be made: " + system_text(refused);
+        error = "The hidden window cannot be made: " + system_text(refused);
         return false;
     }
-    window_ = make_window(frame_class, nullptr, &procedure, this);
+    window_ = make_window(loop_class, nullptr, &procedure, this);
     // Without a desktop (a service) there are no top-level windows: who knows the address reaches it all the
     // same.
-    if (window_ == nullptr) window_ = make_window(frame_class, HWND_MESSAGE, &procedure, this);
+    if (window_ == nullptr) window_ = make_window(loop_class, HWND_MESSAGE, &procedure, this);
     if (window_ == nullptr) {
-        error = "The main frame cannot be made: " + system_text(static_cast<int>(GetLastError()));
+        error = "The hidden window cannot be made: " + system_text(static_cast<int>(GetLastError()));
         return false;
     }
     *here_ = window_;
-    if (role == Role::main) SetPropW(window_, frame_property, reinterpret_cast<HANDLE>(frame_mark));
+    if (role == Role::main) SetPropW(window_, window_property, reinterpret_cast<HANDLE>(property_mark));
     return true;
 }
 
-void WindowFrame::post(std::function<void()> work) {
+void WindowLoop::post(std::function<void()> work) {
     {
         const std::lock_guard guard(mutex_);
         work_.push_back(std::move(work));
@@ -139,7 +139,7 @@ void WindowFrame::post(std::function<void()> work) {
     PostMessageW(window_, wm_work, 0, 0);
 }
 
-void WindowFrame::quit() noexcept {
+void WindowLoop::quit() noexcept {
     {
         const std::lock_guard guard(mutex_);
         quitting_ = true;
@@ -148,7 +148,7 @@ void WindowFrame::quit() noexcept {
 }
 
 // All that is there: a message may have been lost in a full queue.
-void WindowFrame::do_work() {
+void WindowLoop::do_work() {
     for (;;) {
         std::function<void()> work;
         {
@@ -161,7 +161,7 @@ void WindowFrame::do_work() {
     }
 }
 
-void WindowFrame::run() {
+void WindowLoop::run() {
     MSG message{};
     for (;;) {
         do_work();
@@ -176,7 +176,7 @@ void WindowFrame::run() {
 }
 
 // The sender waits while this runs, so the request is only taken; the answer is a message of its own.
-LRESULT WindowFrame::take_request(HWND from, const COPYDATASTRUCT& data) {
+LRESULT WindowLoop::take_request(HWND from, const COPYDATASTRUCT& data) {
     if (data.dwData != request_kind || data.cbData > largest_message || from == nullptr) return FALSE;
     std::string request(static_cast<const char*>(data.lpData), data.cbData);
     post([this, from, request = std::move(request)] {
@@ -187,30 +187,30 @@ LRESULT WindowFrame::take_request(HWND from, const COPYDATASTRUCT& data) {
     return TRUE;
 }
 
-LRESULT CALLBACK WindowFrame::procedure(HWND window, UINT message, WPARAM first, LPARAM second) {
-    auto* const frame = object_of<WindowFrame>(window);
-    if (frame == nullptr) return DefWindowProcW(window, message, first, second);
+LRESULT CALLBACK WindowLoop::procedure(HWND window, UINT message, WPARAM first, LPARAM second) {
+    auto* const loop = object_of<WindowLoop>(window);
+    if (loop == nullptr) return DefWindowProcW(window, message, first, second);
     switch (message) {
         case WM_COPYDATA:
-            return frame->take_request(reinterpret_cast<HWND>(first),
-                                       *reinterpret_cast<const COPYDATASTRUCT*>(second));
+            return loop->take_request(reinterpret_cast<HWND>(first),
+                                      *reinterpret_cast<const COPYDATASTRUCT*>(second));
         case WM_TIMER:
-            if (frame->events_.on_timer) frame->events_.on_timer(static_cast<int>(first - first_timer));
+            if (loop->events_.on_timer) loop->events_.on_timer(static_cast<int>(first - first_timer));
             return 0;
         case WM_QUERYENDSESSION:
             return TRUE;
         case WM_ENDSESSION:
-            if (first != 0 && frame->events_.on_session_end) frame->events_.on_session_end();
+            if (first != 0 && loop->events_.on_session_end) loop->events_.on_session_end();
             return 0;
         case WM_CLOSE:  // what the task manager and other programs send
-            frame->quit();
+            loop->quit();
             return 0;
         default:
             return DefWindowProcW(window, message, first, second);
     }
 }
 
-/// The window that an answer comes to.
+/// The window of a process that asks, to which the answer comes.
 class Client {
   public:
     Client() : window_(make_window(client_class, HWND_MESSAGE, &procedure, this)) {}
@@ -220,14 +220,14 @@ class Client {
     Client(const Client&) = delete;
     Client& operator=(const Client&) = delete;
 
-    FrameAnswer ask(HWND frame, std::string_view request, const StopSource& stop,
-                    const std::function<void(std::int64_t process)>& on_busy);
+    ProcessAnswer ask(HWND loop, std::string_view request, const StopSource& stop,
+                      const std::function<void(std::int64_t process)>& on_busy);
 
   private:
     static LRESULT CALLBACK procedure(HWND window, UINT message, WPARAM first, LPARAM second);
     void wait_for_answer(HANDLE owner, const StopSource& stop);
     HWND window_;
-    FrameAnswer answer_;
+    ProcessAnswer answer_;
 };
 
 LRESULT CALLBACK Client::procedure(HWND window, UINT message, WPARAM first, LPARAM second) {
@@ -236,37 +236,37 @@ LRESULT CALLBACK Client::procedure(HWND window, UINT message, WPARAM first, LPAR
     const auto& data = *reinterpret_cast<const COPYDATASTRUCT*>(second);
     if (data.dwData != answer_kind) return FALSE;
     client->answer_.answer.assign(static_cast<const char*>(data.lpData), data.cbData);
-    client->answer_.state = FrameAnswer::State::answered;
+    client->answer_.state = ProcessAnswer::State::answered;
     return TRUE;
 }
 
-// Whether the frame's thread looks at its messages, within the time.
-bool looks_at_messages(HWND frame, std::chrono::milliseconds within) noexcept {
+// True when the thread of that window looks at its messages within the time.
+bool looks_at_messages(HWND loop, std::chrono::milliseconds within) noexcept {
     DWORD_PTR ignored = 0;
-    return SendMessageTimeoutW(frame, WM_NULL, 0, 0, SMTO_NORMAL, static_cast<UINT>(within.count()),
+    return SendMessageTimeoutW(loop, WM_NULL, 0, 0, SMTO_NORMAL, static_cast<UINT>(within.count()),
                                &ignored) != 0;
 }
 
-FrameAnswer Client::ask(HWND frame, std::string_view request, const StopSource& stop,
-                        const std::function<void(std::int64_t process)>& on_busy) {
+ProcessAnswer Client::ask(HWND loop, std::string_view request, const StopSource& stop,
+                          const std::function<void(std::int64_t process)>& on_busy) {
     DWORD process = 0;
     if (ask_hook(Operation::connect) != 0) return {};
-    if (window_ == nullptr || GetWindowThreadProcessId(frame, &process) == 0) return {};
+    if (window_ == nullptr || GetWindowThreadProcessId(loop, &process) == 0) return {};
     const Handle owner(OpenProcess(SYNCHRONIZE, FALSE, process));
     answer_.process = process;
-    // A request that was sent to a frame that does not look would be found by it later.
-    if (!looks_at_messages(frame, frame_patience)) {
-        if (!IsWindow(frame)) return {};
+    // A request that is sent to a window whose thread does not look would still be found later.
+    if (!looks_at_messages(loop, silence_patience)) {
+        if (!IsWindow(loop)) return {};
         if (on_busy) on_busy(process);
-        if (!looks_at_messages(frame, busy_time - frame_patience)) {
-            if (IsWindow(frame)) answer_.state = FrameAnswer::State::not_taken;
+        if (!looks_at_messages(loop, busy_time - silence_patience)) {
+            if (IsWindow(loop)) answer_.state = ProcessAnswer::State::not_taken;
             return std::move(answer_);
         }
     }
-    // The frame may bring its window to the front, which only who is in front may allow.
+    // The other process may bring its window to the front, which only the process in front may allow.
     AllowSetForegroundWindow(process);
-    if (!send_data(frame, window_, request_kind, request)) return {};
-    answer_.state = FrameAnswer::State::lost;
+    if (!send_data(loop, window_, request_kind, request)) return {};
+    answer_.state = ProcessAnswer::State::lost;
     wait_for_answer(owner.is_valid() ? owner.get() : nullptr, stop);
     return std::move(answer_);
 }
@@ -279,7 +279,7 @@ void Client::wait_for_answer(HANDLE owner, const StopSource& stop) {
     DWORD count = 0;
     if (!blind) handles[count++] = reinterpret_cast<HANDLE>(stop.wake().native());
     if (owner != nullptr) handles[count++] = owner;
-    while (answer_.state == FrameAnswer::State::lost && !stop.requested()) {
+    while (answer_.state == ProcessAnswer::State::lost && !stop.requested()) {
         const DWORD woken =
             MsgWaitForMultipleObjects(count, handles, FALSE, blind ? blind_step_ms : INFINITE, QS_ALLINPUT);
         MSG message{};
@@ -290,28 +290,28 @@ void Client::wait_for_answer(HANDLE owner, const StopSource& stop) {
 
 }  // namespace
 
-std::unique_ptr<Frame> Frame::open(const std::u16string& /*name*/, Role role, Events events,
-                                   std::string& error) {
-    auto frame = std::make_unique<WindowFrame>(std::move(events));
-    if (!frame->make(role, error)) return nullptr;
-    return frame;
+std::unique_ptr<EventLoop> EventLoop::open(const std::u16string& /*name*/, Role role, Events events,
+                                           std::string& error) {
+    auto loop = std::make_unique<WindowLoop>(std::move(events));
+    if (!loop->make(role, error)) return nullptr;
+    return loop;
 }
 
-FrameAnswer ask_frame(const std::string& address, std::string_view request, const StopSource& stop,
-                      const std::function<void(std::int64_t process)>& on_busy) {
-    const HWND frame = window_of(address);
+ProcessAnswer ask_process(const std::string& address, std::string_view request, const StopSource& stop,
+                          const std::function<void(std::int64_t process)>& on_busy) {
+    const HWND loop = window_of(address);
     wchar_t name[32] = {};
-    if (request.size() > largest_message || frame == nullptr || !IsWindow(frame)) return {};
+    if (request.size() > largest_message || loop == nullptr || !IsWindow(loop)) return {};
     // The number may be another window's by now.
-    if (GetClassNameW(frame, name, std::size(name)) == 0 || std::wstring_view(name) != frame_class) return {};
+    if (GetClassNameW(loop, name, std::size(name)) == 0 || std::wstring_view(name) != loop_class) return {};
     Client client;
-    return client.ask(frame, request, stop, on_busy);
+    return client.ask(loop, request, stop, on_busy);
 }
 
 void bring_to_front(const std::string& address) noexcept {
-    const HWND frame = window_of(address);
-    if (frame == nullptr) return;
-    const HWND window = GetLastActivePopup(frame);
+    const HWND loop = window_of(address);
+    if (loop == nullptr) return;
+    const HWND window = GetLastActivePopup(loop);
     if (IsIconic(window)) ShowWindow(window, SW_RESTORE);
     SetForegroundWindow(window);
 }
@@ -339,14 +339,14 @@ bool SessionClaim::claim() {
 }
 
 void SessionClaim::publish(const std::string& /*address*/) {
-    // The frame's property is what is looked for.
+    // The instance is known by the property of its window.
 }
 
 std::string SessionClaim::find() {
     const HWND desktop = GetDesktopWindow();
     for (HWND window = GetWindow(desktop, GW_CHILD); window != nullptr;
          window = GetWindow(window, GW_HWNDNEXT)) {
-        if (reinterpret_cast<std::intptr_t>(GetPropW(window, frame_property)) == frame_mark)
+        if (reinterpret_cast<std::intptr_t>(GetPropW(window, window_property)) == property_mark)
             return address_of(window);
     }
     return {};

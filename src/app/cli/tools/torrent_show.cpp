@@ -1,8 +1,14 @@
-#include "app/cli/tools/torrent_commands.h"
+// `vantlow torrent show`, and the words of all `vantlow torrent` commands.
+#include <memory>
+
+#include "app/cli/command_set.h"
+#include "app/cli/tools/tools.h"
 
 #include "app/cli/report.h"
-#include "app/process/messages.h"
+#include "app/process/application.h"
+#include "app/process/ending.h"
 #include "app/terminal/display_text.h"
+#include "app/terminal/quantities.h"
 #include "base/codes.h"
 #include "base/text.h"
 #include "bt/torrent_settings.h"
@@ -37,36 +43,35 @@ ordered_json json_of(const TorrentFacts& facts) {
     return json;
 }
 
-void print_facts(const TorrentFacts& facts) {
+std::string lines_of(const TorrentFacts& facts) {
+    std::string lines;
+    const auto add = [&lines](const std::string& line) { lines += printable(line) + "\n"; };
     const CBEMetaInfo& meta = facts.meta;
     const std::string name = to_utf8(meta.name());
-    say("Name:      " + (facts.is_magnet ? percent_decode(name) : name));
-    say("Info hash: " + to_hex(meta.info_hash));
+    add("Name:      " + (facts.is_magnet ? percent_decode(name) : name));
+    add("Info hash: " + to_hex(meta.info_hash));
     if (!facts.is_magnet) {
         const auto total = meta.total_size();
-        say("Size:      " + (total ? human_size(*total) : std::string("--")));
-        say("Pieces:    " + std::to_string(meta.pieces.size() / bytes_of_a_piece_hash) + " of " +
+        add("Size:      " + (total ? human_size(*total) : std::string("--")));
+        add("Pieces:    " + std::to_string(meta.pieces.size() / bytes_of_a_piece_hash) + " of " +
             human_size(meta.piece_length));
     }
     for (const std::string& tracker : meta.trackers) {
         if (!tracker.empty()) {
-            say("Tracker:   " + (facts.is_magnet ? tracker_from_magnet(tracker) : tracker));
+            add("Tracker:   " + (facts.is_magnet ? tracker_from_magnet(tracker) : tracker));
         }
     }
     for (const CBEMetaInfo::File& file : meta.files()) {
-        say(print("%12llu  ", static_cast<unsigned long long>(file.size)) + to_utf8(file.path));
+        add(print("%12llu  ", static_cast<unsigned long long>(file.size)) + to_utf8(file.path));
     }
+    return lines;
 }
 
 Exit run_show(const GlobalOptions& global, const std::string& torrent, const Settings& settings) {
     std::string complaint;
     const auto facts = read_torrent(torrent, settings, complaint);
     if (!facts) return complain(complaint);
-    if (global.json) {
-        print_json(json_of(*facts));
-    } else {
-        print_facts(*facts);
-    }
+    print_answer(global, json_of(*facts), lines_of(*facts));
     return Exit::done;
 }
 
@@ -78,13 +83,13 @@ void add_make_word(CommandSet& commands, CLI::App& group) {
             return run_make_torrent(app, global, *options);
         },
         [options] { return check_make_torrent(*options); });
-    make.add_option("PATH", options->path, "File or folder")->required();
+    make.add_option("PATH", options->path, "The file or folder")->required();
     make.add_option("--tracker", options->trackers, "URL[|URL...]: a tier of trackers; repeatable")
         ->allow_extra_args(false);
-    make.add_option("--comment", options->comment, "A comment");
+    make.add_option("--comment", options->comment, "A comment to put into it");
     make.add_option("--piece-length", options->piece_length,
                     "Bytes in a piece, a power of two such as 256K (default: chosen by the size)");
-    make.add_option("--threads", options->threads, "Threads that hash (default: one for each core)")
+    make.add_option("--threads", options->threads, "Threads for hashing (default: one for each core)")
         ->check(CLI::Range(1, 1024));
 }
 
@@ -94,12 +99,13 @@ void add_announce_word(CommandSet& commands, CLI::App& group) {
                                             [options](CFerrywellApp& app, const GlobalOptions& global) {
                                                 return run_announce(app, global, *options);
                                             });
-    announce.add_option("TORRENT", options->torrent, "Torrent file or magnet link")->required();
-    announce.add_option("--event", options->event, "started, completed or stopped")
+    announce.add_option("TORRENT", options->torrent, "The torrent file or magnet link")->required();
+    announce.add_option("--event", options->event, "The event to report: started, completed or stopped")
         ->check(CLI::IsMember({"started", "completed", "stopped"}));
     announce.add_option("--port", options->port, "The port to announce to peers (default: none)");
     announce.add_option("--proxy", options->proxy,
-                        "http, connect, socks4 or socks5://[user:password@]host:port");
+                        "The proxy: http://, connect://, socks4:// or socks5:// and "
+                        "[user:password@]host:port");
     announce.add_option("--probe", options->probe,
                         "HOST:PORT: contact this peer, encrypted and plain, instead of the trackers");
 }
@@ -142,7 +148,7 @@ void add_torrent_commands(CommandSet& commands) {
                                         [shown](CFerrywellApp& app, const GlobalOptions& global) {
                                             return run_show(global, *shown, app.settings());
                                         });
-    show.add_option("TORRENT", *shown, "Torrent file or magnet link")->required();
+    show.add_option("TORRENT", *shown, "The torrent file or magnet link")->required();
     add_make_word(commands, group);
     add_announce_word(commands, group);
 }

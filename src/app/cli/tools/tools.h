@@ -1,17 +1,23 @@
-// `vantlow torrent`: shows, makes and announces torrents.
+// The commands that need neither jobs nor a store, and what those of `vantlow torrent` share.
 #pragma once
 
 #include <optional>
 #include <string>
 
-#include "app/cli/command_set.h"
+#include "app/cli/command.h"
+#include "app/process/application.h"
 #include "bt/magnet.h"
 #include "bt/metainfo.h"
 
 namespace vantlow {
 
-/// The words `torrent show`, `torrent make` and `torrent announce` with their options.
-void add_torrent_commands(CommandSet& commands);
+class CommandSet;
+
+// Each function adds the words of its file.
+void add_link_commands(CommandSet& commands);     ///< link, ed2k make, metafile
+void add_torrent_commands(CommandSet& commands);  ///< torrent show, torrent make, torrent announce
+void add_combine_command(CommandSet& commands);   ///< combine
+void add_media_command(CommandSet& commands);     ///< media show
 
 /// A torrent file or a magnet link, read.
 struct TorrentFacts {
@@ -19,10 +25,11 @@ struct TorrentFacts {
     bool is_magnet = false;
 };
 
-/// Reads what a command names; `complaint` says why it is none.
+/// Reads a torrent file or a magnet link; none with the reason in `complaint`.
 std::optional<TorrentFacts> read_torrent(const std::string& file_or_magnet, const Settings& settings,
                                          std::string& complaint);
 
+/// The options of `torrent make`.
 struct MakeTorrentOptions {
     std::string path;
     std::vector<std::string> trackers;  ///< a tier each, URLs parted by "|"
@@ -33,12 +40,13 @@ struct MakeTorrentOptions {
 Complaint check_make_torrent(const MakeTorrentOptions& options);
 Exit run_make_torrent(CFerrywellApp& app, const GlobalOptions& global, const MakeTorrentOptions& options);
 
+/// The options of `torrent announce`.
 struct AnnounceOptions {
     std::string torrent;
     std::string event;
-    std::uint16_t port = 0;  ///< that peers are told to connect to; 0: none
+    std::uint16_t port = 0;  ///< for peers to connect to; 0: none
     std::string proxy;
-    std::string probe;  ///< "host:port": a peer to speak with in place of the trackers
+    std::string probe;  ///< "host:port": a peer to contact in place of the trackers
 };
 Exit run_announce(CFerrywellApp& app, const GlobalOptions& global, const AnnounceOptions& options);
 

@@ -1,8 +1,12 @@
-#include "app/process/exit_status.h"
+#include "app/process/ending.h"
 
-#include "app/process/messages.h"
+#include <array>
+
+#include "app/terminal/display_text.h"
+#include "platform/console.h"
 #include "platform/process.h"
 #include "platform/stop.h"
+#include "platform/system_text.h"
 #include "transfer/connection/resolver.h"
 
 namespace vantlow {
@@ -30,8 +34,40 @@ Exit exit_of(const Result& result) noexcept {
     }
 }
 
+void say(std::string_view line) {
+    write_stream(Stream::output, printable(line) + "\n");
+}
+
+void tell(std::string_view text) {
+    write_stream(Stream::error, "vantlow: " + printable(text) + "\n");
+}
+
+Exit complain(std::string_view text, Exit status) {
+    tell(text);
+    return status;
+}
+
+bool complain_of_lost_output() {
+    const int failure = take_output_failure();
+    if (failure != 0) complain("The standard output cannot be written: " + system_text(failure));
+    return failure != 0;
+}
+
+std::string_view log_mark(Direction direction) noexcept {
+    static constexpr std::array<std::string_view, 4> marks{"  ", "> ", "! ", "< "};
+    return marks.at(static_cast<std::size_t>(direction));
+}
+
+ConsoleLog::ConsoleLog(std::string_view name, bool shown) : shown_(shown) {
+    if (!name.empty()) prefix_.append("[").append(name).append("] ");
+}
+
+void ConsoleLog::line(Direction direction, std::string_view text) {
+    if (!shown_) return;
+    write_stream(Stream::error, prefix_ + std::string(log_mark(direction)) + printable(text) + "\n");
+}
+
 Exit final_status(Exit status) {
-    // What nobody got has not been said.
     return complain_of_lost_output() && status == Exit::done ? Exit::failed : status;
 }
 
