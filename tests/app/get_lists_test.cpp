@@ -8,8 +8,8 @@
 #include <string>
 #include <vector>
 
-#include "app/get_run.h"
-#include "app/list_memory.h"
+#include "app/cli/get/get_run.h"
+#include "app/cli/get/list_memory.h"
 #include "get_fixture.h"
 #include "support/file_server.h"
 

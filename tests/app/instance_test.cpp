@@ -8,7 +8,7 @@
 #include <memory>
 #include <thread>
 
-#include "app/hand_over.h"
+#include "app/process/hand_over.h"
 #include "platform/folder.h"
 #include "store_run.h"
 #include "support/file_server.h"
@@ -88,7 +88,7 @@ TEST_F(Instance, tells_what_its_jobs_wait_for) {
     const std::string second = add_from(server, "/b");
     // It is started, but its server is the first one's.
     EXPECT_TRUE(
-        eventually([&] { return ok({u"list"}).find("waits for a connection") != std::string::npos; }));
+        eventually([&] { return ok({u"list"}).find("waits for a free connection") != std::string::npos; }));
     EXPECT_EQ(state_of(second), "waiting");
     server.release();
     EXPECT_TRUE(comes_to(second, "finished"));

@@ -4,7 +4,7 @@
 
 #include "base/text.h"
 #include "platform/file.h"
-#include "platform/frame.h"
+#include "platform/event_loop.h"
 #include "platform/posix/runtime_folder.h"
 
 namespace vantlow {
