@@ -1,6 +1,9 @@
 #include "app/cli/engine_texts.h"
 
+#include "app/terminal/display_text.h"
+#include "app/terminal/quantities.h"
 #include "base/text.h"
+#include "engine/selection.h"
 
 namespace vantlow {
 namespace {
@@ -87,6 +90,33 @@ Complaint text_of(const Done& done, const std::string& subject) {
     return std::nullopt;
 }
 
+namespace {
+
+std::string text_of_files(const Question& question) {
+    constexpr std::size_t most_shown = 200;
+    std::string text =
+        printable(to_utf8(question.path)) + " names " + std::to_string(question.files.size()) + " files:\n";
+    for (std::size_t i = 0; i < question.files.size() && i < most_shown; ++i) {
+        const Question::File& file = question.files[i];
+        text += std::to_string(i + 1) + "  " + printable(to_utf8(file.name));
+        text += file.size >= 0 ? " (" + human_size(file.size) + ")\n" : "\n";
+    }
+    if (question.files.size() > most_shown)
+        text += "... and " + std::to_string(question.files.size() - most_shown) + " more\n";
+    return text + "Which of them are wanted? (1,3-5, all or none)";
+}
+
+std::optional<QuestionAnswer> read_selection(const Question& question, std::string_view text) {
+    QuestionAnswer answer;
+    answer.none = iequals(text, "none");
+    if (answer.none || text.empty() || iequals(text, "all")) return answer;
+    if (!select(text, question.files.size())) return std::nullopt;
+    answer.selection = text;
+    return answer;
+}
+
+}  // namespace
+
 std::string text_of(const Question& question) {
     switch (question.kind) {
         case QuestionKind::host_key:
@@ -99,12 +129,15 @@ std::string text_of(const Question& question) {
             return to_utf8(question.path) + " is there already. Replace it, or keep both? (yes/no/rename)";
         case QuestionKind::credentials:
             return question.server + " wants another user name and password. Which ones? (USER:PASSWORD)";
+        case QuestionKind::which_files:
+            return text_of_files(question);
     }
     return {};
 }
 
 std::optional<QuestionAnswer> read_answer(const Question& question, std::string_view text) {
     QuestionAnswer answer;
+    if (question.kind == QuestionKind::which_files) return read_selection(question, trim(text));
     if (question.kind == QuestionKind::credentials) {
         const auto colon = text.find(':');
         if (colon == 0 || colon == std::string_view::npos) return std::nullopt;

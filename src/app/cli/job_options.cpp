@@ -79,7 +79,8 @@ void add_job_options(CLI::App& word, JobOptions& options) {
     word.add_option("--retry-delay", options.retry_delay,
                     "Seconds between two attempts (default: longer each time, up to half a minute)")
         ->check(CLI::Range(0, 86400));
-    word.add_option("--select", options.select, "The files of a metafile to fetch: 1,3-5 (default: all)");
+    word.add_option("--select", options.select,
+                    "The files of a metafile to fetch: 1,3-5, or ask (default: all)");
     word.add_option("--hash", options.hash,
                     "ALGO:HEX (md5, sha1, sha256): the hash that the finished file must have");
     word.add_option("--key", options.key_file, "A file with the private key for SFTP");
@@ -102,8 +103,8 @@ Complaint check_job_options(const JobOptions& options) {
     const bool one_link = options.links.size() == 1 && options.input_file.empty();
     if (!options.output.empty() && !one_link) return "--output names the file of one link.";
     if (!options.hash.empty() && !one_link) return "--hash is the hash of one link's file.";
-    if (!is_selection(options.select))
-        return "--select takes numbers and ranges (1,3-5), not \"" + options.select + "\".";
+    if (options.select != "ask" && !is_selection(options.select))
+        return "--select takes numbers and ranges (1,3-5) or \"ask\", not \"" + options.select + "\".";
     return std::nullopt;
 }
 
@@ -154,7 +155,8 @@ JobDraft draft_of(const JobOptions& options, const std::u16string& folder) {
     if (options.retries) draft.retries = static_cast<std::int32_t>(*options.retries);
     if (options.retry_delay) draft.retry_delay = static_cast<std::int32_t>(*options.retry_delay);
     if (!options.hash.empty()) draft.hash = parse_hash(options.hash);
-    draft.select = options.select;
+    draft.asks_which = options.select == "ask";
+    if (!draft.asks_which) draft.select = options.select;
     draft.fresh = options.no_resume;
     return draft;
 }

@@ -36,13 +36,15 @@ void TerminalClient::logged(const std::vector<LogLine>& lines) {
     for (const LogLine& line : lines) output_.log_line(line.number, line.line);
 }
 
-// Asks only questions that take yes or no, since everybody can read what is typed here.
+// Asks no question whose answer is a secret, since everybody can read what is typed here.
 void TerminalClient::asked(const std::vector<Question>& open) {
     bool begins = false;
     {
         const std::lock_guard guard(mutex_);
         for (const Question& question : open) {
-            if (question.id <= last_question_ || question.kind != QuestionKind::host_key) continue;
+            const bool is_asked_here =
+                question.kind == QuestionKind::host_key || question.kind == QuestionKind::which_files;
+            if (question.id <= last_question_ || !is_asked_here) continue;
             last_question_ = question.id;
             to_ask_.push_back(question);
         }
@@ -65,10 +67,15 @@ void TerminalClient::ask_at_terminal() {
             question = std::move(to_ask_.front());
             to_ask_.pop_front();
         }
-        const auto text = output_.ask(text_of(question) + " ", asking_stop_);
-        const QuestionAnswer answer =
-            text ? read_answer(question, *text).value_or(QuestionAnswer{}) : QuestionAnswer{};
-        static_cast<void>(engine_.answer(question.id, answer));  // it may have lapsed meanwhile
+        auto text = output_.ask(text_of(question) + " ", asking_stop_);
+        auto answer = text ? read_answer(question, *text) : std::nullopt;
+        // A number that was mistyped is no choice of all files.
+        while (text && !answer && question.kind == QuestionKind::which_files) {
+            text = output_.ask("Numbers and ranges (1,3-5), all or none: ", asking_stop_);
+            answer = text ? read_answer(question, *text) : std::nullopt;
+        }
+        // It may have lapsed meanwhile.
+        static_cast<void>(engine_.answer(question.id, answer.value_or(QuestionAnswer{})));
     }
 }
 

@@ -29,8 +29,8 @@ class ListMemory {
     /// Returns the file that an earlier run has fetched for this job, where it is still there with its size.
     /// Each is returned only once, since a list may name an address twice.
     std::optional<Finished> take(const CJobNode& job);
-    /// Records the name that a job's file gets next. From then on a kill leaves either the partial file, which
-    /// shows that the job is not through, or a file that take() finds. A later call with another name
+    /// Records the name that a job's file gets next. From then on a kill leaves either the partial file,
+    /// which shows that the job is not through, or a file that take() finds. A later call with another name
     /// replaces it. The line survives a kill at once, a power cut after save().
     void naming(const CJobNode& job, const Finished& file);
     /// Records a job that has ended well, where naming() was not called for it.

@@ -24,6 +24,8 @@ const char* kind_name(QuestionKind kind) noexcept {
             return "credentials";
         case QuestionKind::overwrite:
             return "overwrite";
+        case QuestionKind::which_files:
+            return "which-files";
     }
     return "";
 }
@@ -43,7 +45,9 @@ Exit run_questions(StoreCommand& command) {
     ordered_json all = ordered_json::array();
     for (const Question& question : command.engine.questions()) {
         all.push_back(json_of(question));
-        text += std::to_string(question.id) + "  " + printable(text_of(question)) + "\n";
+        text += std::to_string(question.id) + "  ";
+        const std::string asked = text_of(question);
+        for (const std::string_view line : split(asked, '\n')) text += printable(line) + "\n";
     }
     print_answer(command.global, all, text);
     return Exit::done;
@@ -75,7 +79,9 @@ void add_question_commands(CommandSet& commands) {
         "answer", "Answer one of these questions",
         on_store([options](StoreCommand& command) { return run_answer(command, *options); }));
     answer.add_option("ID", options->id, "The question's number")->required();
-    answer.add_option("VALUE", options->value, "yes, no, rename or USER:PASSWORD, as the question says")
+    answer
+        .add_option("VALUE", options->value,
+                    "yes, no, rename, USER:PASSWORD, or numbers (1,3-5), as the question says")
         ->required();
 }
 
