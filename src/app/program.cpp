@@ -24,6 +24,13 @@ namespace {
 
 using Claim = DataFolderLock::Claim;
 
+// A command that works on the folder by itself is done in less.
+constexpr std::chrono::seconds patience{10};
+// An instance ends its jobs and saves before it ends.
+constexpr std::chrono::seconds end_patience{120};
+constexpr std::chrono::milliseconds step{20};
+constexpr std::size_t largest_input = 60U << 20U;
+
 // Adds all commands, in the order of the help.
 void add_commands(CommandSet& commands) {
     add_links_command(commands);
@@ -44,13 +51,6 @@ void add_commands(CommandSet& commands) {
     add_proxy_commands(commands);
     add_quit_command(commands);
 }
-
-// A command that works on the folder by itself is done in less.
-constexpr std::chrono::seconds patience{10};
-// An instance ends its jobs and saves before it ends.
-constexpr std::chrono::seconds end_patience{120};
-constexpr std::chrono::milliseconds step{20};
-constexpr std::size_t largest_input = 60U << 20U;
 
 std::string request_of(const Words& words) {
     HandedOver request{words, to_utf8(absolute_path(u".")), {}};
