@@ -23,8 +23,9 @@ find_package(Threads REQUIRED)
 find_program(VANTLOW_CCACHE ccache)
 if(VANTLOW_CCACHE AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
     # Paths below the source folder count as relative ones, so that another copy of the tree finds the same objects.
-    set(CMAKE_CXX_COMPILER_LAUNCHER "${CMAKE_COMMAND}" -E env
-        "CCACHE_BASEDIR=${CMAKE_SOURCE_DIR}" CCACHE_NOHASHDIR=1 "${VANTLOW_CCACHE}")
+    # Its documentation wants the sloppiness where headers are compiled beforehand.
+    set(CMAKE_CXX_COMPILER_LAUNCHER "${CMAKE_COMMAND}" -E env "CCACHE_BASEDIR=${CMAKE_SOURCE_DIR}"
+        CCACHE_NOHASHDIR=1 CCACHE_SLOPPINESS=pch_defines,time_macros "${VANTLOW_CCACHE}")
 endif()
 
 # Our own sources are held to these; foreign ones (GoogleTest) are not.

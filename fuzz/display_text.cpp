@@ -1,7 +1,7 @@
 // Text from outside, in the form for a terminal: harmless, and as wide as it is said to be.
-#include "app/display_text.h"
+#include "app/terminal/display_text.h"
 
-#include "app/progress_lines.h"
+#include "app/terminal/progress_lines.h"
 #include "base/text.h"
 #include "fuzz.h"
 

@@ -1,5 +1,5 @@
 // Command lines that are handed over, and their answers: a message is read in one way only.
-#include "app/hand_over.h"
+#include "app/process/hand_over.h"
 #include "engine/selection.h"
 #include "fuzz.h"
 

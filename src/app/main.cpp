@@ -1,4 +1,4 @@
-// The program's entry.
+// The entry of the program, which turns the system's words into UTF-8.
 #include <string>
 #include <vector>
 

@@ -1,14 +1,12 @@
 // The whole program: words in, exit status out.
 #pragma once
 
-#include <string>
-#include <vector>
-
-#include "app/exit.h"
+#include "app/cli/command.h"
 
 namespace vantlow {
 
-/// Does what the words (UTF-8, without the program's name) ask for.
-Exit run_program(const std::vector<std::string>& words);
+/// Does what the words ask for, here or in the process that owns the data folder. Returns the status to end
+/// with.
+Exit run_program(const Words& words);
 
 }  // namespace vantlow

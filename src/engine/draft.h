@@ -31,8 +31,9 @@ struct JobDraft {
     std::optional<ExpectedHash> hash;         ///< of the one file that is asked for
     std::shared_ptr<const JobRules> rules;    ///< null: the jobs go by the settings alone
     std::string select;                       ///< which files of a document: "1,3-5"; empty: all
-    bool fresh = false;                       ///< files of an earlier run are removed, not continued
-    bool paused = false;                      ///< the jobs are filed stopped
+    bool asks_which = false;  ///< a question asks which files of a document of several are meant
+    bool fresh = false;       ///< files of an earlier run are removed, not continued
+    bool paused = false;      ///< the jobs are filed stopped
 };
 
 /// The reason why a link did not become jobs, or not all that it names. A plain record: it holds data, and

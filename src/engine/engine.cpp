@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "base/text.h"
+#include "engine/selection.h"
 
 namespace vantlow {
 namespace {
@@ -53,7 +54,7 @@ void Engine::run(Running running) {
         if (wake) wake();
     });
     saver_.begin(running.wake);
-    if (!in_memory()) names_ = std::make_unique<NameKeeper>(running.wake);
+    if (!in_memory() || running.tells_names) names_ = std::make_unique<NameKeeper>();
     runner_ = std::make_unique<SessionRunner>(
         SessionRunner::Tools{*store_, changes_, questions_, *options_.sessions, options_.settings,
                              options_.libraries, running.connections, running.threads, options_.stop,
@@ -77,6 +78,7 @@ void Engine::serve() {
     const NameKeeper::Waiting names = names_->take();
     if (names.empty()) return;
     for (const auto& naming : names) {
+        tell([&naming](EngineListener& listener) { listener.naming(*naming); });
         CJobNode* const record = store_->find(naming->job);
         if (record == nullptr) continue;
         record->path = naming->path;
@@ -154,6 +156,7 @@ std::optional<Followed> Engine::follow(CJobNode& document, const JobEnd& end) {
     Followed followed{document.identity, gives_way, {}, std::move(made->faults)};
     const bool named = runner_->is_named(document.identity);
     file_made(std::move(made->jobs), document.category, followed.jobs);
+    if (document.rules && document.rules->asks_which) ask_which(followed.jobs, name_of(end.outcome.path));
     for (const Guid& job : followed.jobs) {
         if (named) runner_->name(job);
     }
@@ -181,6 +184,7 @@ bool Engine::take_answer(CJobNode& job, const QuestionBoard::Answered& one) {
             rules.overwrite = answer.yes ? 2 : 0;
             break;
         case QuestionKind::host_key:
+        case QuestionKind::which_files:
             return false;
     }
     if (!answer.yes && !answer.rename) return false;
@@ -188,8 +192,49 @@ bool Engine::take_answer(CJobNode& job, const QuestionBoard::Answered& one) {
     return true;
 }
 
+// The jobs are filed at once, so that nothing is lost whatever happens before the answer.
+void Engine::ask_which(const std::vector<Guid>& jobs, const std::u16string& document) {
+    if (jobs.size() < 2 || !questions_.can_ask()) return;
+    Question question;
+    question.kind = QuestionKind::which_files;
+    question.path = document;
+    for (const Guid& identity : jobs) {
+        CJobNode& job = *store_->find(identity);
+        const bool starts = job.state == JobState::waiting;
+        const std::int64_t size = job.sources && job.sources->size >= 0 ? job.sources->size : -1;
+        const std::u16string& name = job.file_name.empty() ? job.address : job.file_name;
+        question.files.push_back({identity, name, size, starts});
+        if (starts) store_->set_state(job, JobState::stopped);
+    }
+    questions_.leave(std::move(question));
+}
+
+bool Engine::awaits_choice() const {
+    if (options_.stop.requested()) return false;
+    const std::vector<Question> open = questions_.open();
+    return std::any_of(open.begin(), open.end(),
+                       [](const Question& question) { return question.kind == QuestionKind::which_files; });
+}
+
+void Engine::choose_files(const Question& question, const QuestionAnswer& answer) {
+    const auto chosen = select(answer.selection, question.files.size());
+    for (std::size_t i = 0; i < question.files.size(); ++i) {
+        const Question::File& file = question.files[i];
+        CJobNode* const job = store_->find(file.job);
+        if (job == nullptr || job->state != JobState::stopped) continue;  // somebody else decided about it
+        const bool is_meant =
+            !answer.none && (!chosen || std::find(chosen->begin(), chosen->end(), i) != chosen->end());
+        if (!is_meant) static_cast<void>(remove(file.job, false));
+        if (is_meant && file.starts) static_cast<void>(start(file.job));
+    }
+}
+
 void Engine::take_answers() {
     for (const QuestionBoard::Answered& one : questions_.take_answered()) {
+        if (one.question.kind == QuestionKind::which_files) {
+            choose_files(one.question, one.lapsed ? QuestionAnswer() : one.answer);
+            continue;
+        }
         CJobNode* const job = store_->find(one.question.job);
         if (one.lapsed || job == nullptr || !take_answer(*job, one)) continue;
         store_->changed(*job, StoreChange::options);
@@ -238,6 +283,10 @@ bool Engine::save(std::string& error) {
 
 bool Engine::close(std::string& error) {
     if (runner_) {
+        // A later run fetches what nobody chose from.
+        for (const Question& question : questions_.open()) {
+            if (question.kind == QuestionKind::which_files) choose_files(question, {});
+        }
         runner_->stop_all();
         runner_->wait_for_all();
         take_ends();

@@ -102,6 +102,7 @@ class Engine {
         std::function<void()> wake{};                ///< any thread: asks for a pump() soon
         std::chrono::milliseconds question_time{0};  ///< how long a question stays open; 0: nobody is asked
         bool gathers_log = false;                    ///< EngineListener::logged is called
+        bool tells_names = false;                    ///< EngineListener::naming is called for any store
     };
     /// From now on pump() runs the jobs that wait.
     void run(Running running);
@@ -146,7 +147,7 @@ class Engine {
     [[nodiscard]] std::size_t waiting() const;
     /// True while the record of the job says that it runs.
     [[nodiscard]] bool is_running(const Guid& job) const { return runner_ && runner_->takes_place(job); }
-    [[nodiscard]] bool has_work() const { return runner_ && runner_->has_work(); }
+    [[nodiscard]] bool has_work() const { return runner_ && (runner_->has_work() || awaits_choice()); }
     [[nodiscard]] std::vector<Question> questions() const { return questions_.open(); }
     /// The lines of a job's log, oldest first.
     [[nodiscard]] std::vector<CLogNode> log_of(const Guid& job);
@@ -221,6 +222,9 @@ class Engine {
     std::optional<Followed> follow(CJobNode& document, const JobEnd& end);
     void take_answers();
     static bool take_answer(CJobNode& job, const QuestionBoard::Answered& one);
+    void ask_which(const std::vector<Guid>& jobs, const std::u16string& document);
+    void choose_files(const Question& question, const QuestionAnswer& answer);
+    [[nodiscard]] bool awaits_choice() const;
     void tell_questions();
     void deliver();
     Done remove_now(CJobNode& job, bool with_files);

@@ -83,6 +83,13 @@ JobDraft draft_of(const CJobNode& document, const JobOutcome& outcome) {
     draft.cookie = document.cookie;
     draft.proxy = document.proxy;
     draft.rules = document.rules;
+    if (document.rules && (!document.rules->select.empty() || document.rules->asks_which)) {
+        // Its files are ordinary ones.
+        JobRules rules = *document.rules;
+        draft.select = std::exchange(rules.select, {});
+        draft.asks_which = std::exchange(rules.asks_which, false);
+        draft.rules = rules == JobRules() ? nullptr : std::make_shared<const JobRules>(std::move(rules));
+    }
     return draft;
 }
 
@@ -194,7 +201,16 @@ MadeJobs JobMaker::make_from_plans(JobPlans plans, const std::u16string& subject
 }
 
 MadeJobs JobMaker::make_link(const std::u16string& address) {
-    return make_from_plans(plan_link(address), without_credentials(address));
+    MadeJobs made = make_from_plans(plan_link(address), without_credentials(address));
+    if (draft_.select.empty() && !draft_.asks_which) return made;
+    for (const auto& job : made.jobs) {
+        // What it fetches may be a document.
+        JobRules rules = job->rules ? *job->rules : JobRules();
+        rules.select = draft_.select;
+        rules.asks_which = draft_.asks_which;
+        job->rules = std::make_shared<const JobRules>(std::move(rules));
+    }
+    return made;
 }
 
 JobPlans JobMaker::read_plans(const DocumentKind& kind, std::span<const std::byte> bytes,

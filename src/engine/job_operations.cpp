@@ -92,7 +92,10 @@ Added Engine::add(const JobDraft& draft) {
     for (const std::string& link : draft.links) {
         MadeJobs made = maker->make(link);
         std::move(made.faults.begin(), made.faults.end(), std::back_inserter(added.faults));
-        file_made(std::move(made.jobs), draft.category, added.jobs);
+        std::vector<Guid> filed;
+        file_made(std::move(made.jobs), draft.category, filed);
+        if (draft.asks_which) ask_which(filed, to_utf16(link));
+        added.jobs.insert(added.jobs.end(), filed.begin(), filed.end());
     }
     if (in_memory()) maker_ = std::move(maker);
     return added;

@@ -5,14 +5,14 @@
 
 namespace vantlow {
 
-void NameKeeper::wait_for(Naming naming) {
+void NameKeeper::wait_for(Naming naming, const std::function<void()>& wake) {
     const auto entry = std::make_shared<Entry>();
     static_cast<Naming&>(*entry) = std::move(naming);
     {
         const std::lock_guard guard(mutex_);
         new_.push_back(entry);
     }
-    if (wake_) wake_();
+    wake();
     std::unique_lock guard(mutex_);
     changed_.wait(guard, [&entry] { return entry->done; });
 }

@@ -23,13 +23,13 @@ class NameKeeper {
         std::int64_t size = 0;
     };
 
-    /// `wake` (any thread) requests a call of take().
-    explicit NameKeeper(std::function<void()> wake) : wake_(std::move(wake)) {}
+    NameKeeper() = default;
     NameKeeper(const NameKeeper&) = delete;
     NameKeeper& operator=(const NameKeeper&) = delete;
 
-    /// For a session's thread: waits until let_go() was called for it.
-    void wait_for(Naming naming);
+    /// For a session's thread: waits until let_go() was called for it. `wake` is called before, and requests
+    /// a call of take().
+    void wait_for(Naming naming, const std::function<void()>& wake);
     /// For the engine's thread: the waiting sessions that were not taken yet.
     using Waiting = std::vector<std::shared_ptr<const Naming>>;
     [[nodiscard]] Waiting take();
@@ -39,7 +39,6 @@ class NameKeeper {
     struct Entry : Naming {
         bool done = false;  ///< guarded by mutex_
     };
-    const std::function<void()> wake_;
     std::mutex mutex_;
     std::condition_variable changed_;
     std::vector<std::shared_ptr<Entry>> new_;  ///< guarded by mutex_, like the one below

@@ -51,7 +51,8 @@ void QuestionBoard::leave(Question question) {
         const std::lock_guard guard(mutex_);
         std::erase_if(entries_, [&](const auto& entry) {
             const Question& other = entry.second.question;
-            return entry.second.waiting == 0 && other.kind == question.kind && other.job == question.job;
+            return entry.second.waiting == 0 && other.kind == question.kind && other.job == question.job &&
+                   !question.job.is_zero();
         });
         put_up(std::move(question));
     }

@@ -22,6 +22,7 @@ enum class QuestionKind {
     certificate,  ///< whether this job goes on although its server's certificate is not trusted
     credentials,  ///< the login for this server
     overwrite,    ///< the fate of an existing file that has the job's name
+    which_files,  ///< the choice among the files that a document names
 };
 
 /// An answer; each kind of question reads its own members.
@@ -30,6 +31,8 @@ struct QuestionAnswer {
     bool rename = false;      ///< overwrite: both are kept
     std::u16string user;      ///< credentials; empty: none are given
     std::u16string password;  ///< credentials
+    std::string selection;    ///< which_files: as select() reads it; empty: all
+    bool none = false;        ///< which_files: not one
 };
 
 /// An open question. A plain record: it holds data, and clients make sentences of it.
@@ -40,7 +43,15 @@ struct Question {
     std::string server;       ///< host, with its port where that is not the usual one
     std::string fingerprint;  ///< of the key or certificate; as SSH and TLS tools write it
     std::u16string path;      ///< overwrite: the file that is there
-    QuestionAnswer standard;  ///< the answer that holds when nobody answers in time
+    /// which_files: the files, by their jobs, which are filed and wait for the answer.
+    struct File {
+        Guid job;
+        std::u16string name;
+        std::int64_t size = -1;  ///< bytes; negative: unknown
+        bool starts = true;      ///< once it is chosen; false: it was filed to stay stopped
+    };
+    std::vector<File> files{};
+    QuestionAnswer standard;                        ///< the answer that holds when nobody answers in time
     std::chrono::steady_clock::time_point until{};  ///< given by the board
 };
 
@@ -70,7 +81,8 @@ class QuestionBoard {
     /// answer.
     QuestionAnswer ask(Question question, const StopSource& stop);
 
-    /// Adds a question without waiting. One of the same kind about the same job is replaced.
+    /// Adds a question without waiting. One of the same kind about the same job is replaced, where it is
+    /// about one.
     void leave(Question question);
     /// Takes the questions of leave() that were answered, or lapsed, since the last call.
     struct Answered {

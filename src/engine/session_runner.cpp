@@ -55,7 +55,7 @@ SessionRunner::Entry& SessionRunner::make_entry(const CJobNode& job, const Sessi
     options.keep_state = tools_.keeps_state;
     if (tools_.names != nullptr) {
         options.before_name = [this, identity = job.identity](const std::u16string& path, std::int64_t size) {
-            tools_.names->wait_for({identity, path, size});
+            tools_.names->wait_for({identity, path, size}, [this] { wake(); });
         };
     }
     if (!fault.ok()) entry.log->line(Direction::error, fault.text_for_people());
@@ -185,7 +185,17 @@ bool SessionRunner::start_again(const Guid& job) {
 
 void SessionRunner::wait(std::chrono::milliseconds at_most) {
     std::unique_lock guard(mutex_);
-    changed_.wait_for(guard, at_most, [this] { return !ended_.empty(); });
+    changed_.wait_for(guard, at_most, [this] { return !ended_.empty() || woken_; });
+    woken_ = false;
+}
+
+void SessionRunner::wake() {
+    {
+        const std::lock_guard guard(mutex_);
+        woken_ = true;
+    }
+    changed_.notify_all();
+    if (tools_.wake) tools_.wake();
 }
 
 void SessionRunner::take_end_of(Entry& entry, const Guid& identity) {

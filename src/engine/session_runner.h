@@ -94,8 +94,10 @@ class SessionRunner {
     void stop(const Guid& job);
     /// Lets the job wait for its turn again once its stopped session has ended.
     bool start_again(const Guid& job);
-    /// Waits up to `at_most` for a session to end, without serving waiting sessions.
+    /// Waits up to `at_most` for a session to end, or for wake(), without serving waiting sessions.
     void wait(std::chrono::milliseconds at_most);
+    /// Any thread: somebody waits to be served.
+    void wake();
     /// The sessions that ended or settled since the last call. Their records are up to date.
     std::vector<JobEnd> take_ends();
     std::vector<LogLine> take_log();
@@ -179,8 +181,9 @@ class SessionRunner {
 
     mutable std::mutex mutex_;
     std::condition_variable changed_;
-    std::vector<Guid> ended_;  ///< guarded by mutex_, like the one below
+    std::vector<Guid> ended_;  ///< guarded by mutex_, like those below
     std::vector<LogLine> lines_;
+    bool woken_ = false;
 };
 
 }  // namespace vantlow

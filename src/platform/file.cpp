@@ -34,6 +34,8 @@ const char* fault_text(FileFault fault) noexcept {
             return "The file is in use";
         case FileFault::too_large:
             return "The file is too large";
+        case FileFault::folder_lost:
+            return "The folder was removed or replaced";
         case FileFault::other:
             break;
     }
@@ -54,7 +56,7 @@ FileError write_whole(const std::u16string& path, std::span<const std::byte> byt
 }
 
 FileError write_pieces(const std::u16string& path, std::span<const std::vector<std::byte>> pieces,
-                       Privacy privacy, const std::function<void()>& between) {
+                       Privacy privacy, const std::function<FileError()>& between) {
     File file;
     if (FileError error = file.open(path, OpenMode::create_new, privacy); !error.ok()) return error;
     std::int64_t written = 0;
@@ -62,7 +64,9 @@ FileError write_pieces(const std::u16string& path, std::span<const std::vector<s
     for (const std::vector<std::byte>& piece : pieces) {
         if (FileError error = file.write_at(written, piece); !error.ok()) return error;
         written += static_cast<std::int64_t>(piece.size());
-        if (between) between();
+        if (between) {
+            if (FileError error = between(); !error.ok()) return error;
+        }
         if (written - flushed < flush_step) continue;
         if (FileError error = file.flush(); !error.ok()) return error;
         flushed = written;
@@ -72,13 +76,13 @@ FileError write_pieces(const std::u16string& path, std::span<const std::vector<s
 
 // Calls `write` to make the new file under a working name, then puts it in place of the old one.
 FileError replace_by(const std::u16string& path, const std::function<FileError(const std::u16string&)>& write,
-                     const std::function<void()>& between) {
+                     const std::function<FileError()>& between) {
     const std::u16string fresh = path + u".new";
     // An earlier try may have left a file behind, perhaps with other rights or as a link to somewhere.
     if (FileError error = remove_file(fresh); !error.ok() && error.fault != FileFault::not_found)
         return error;
     FileError error = write(fresh);
-    if (error.ok() && between) between();
+    if (error.ok() && between) error = between();
     if (error.ok()) error = rename_replace(fresh, path);
     if (!error.ok()) {
         (void)remove_file(fresh);  // the first failure is the one that is reported
@@ -191,7 +195,7 @@ FileError write_file_atomically(const std::u16string& path, std::span<const std:
 }
 
 FileError write_file_atomically(const std::u16string& path, std::span<const std::vector<std::byte>> pieces,
-                                Privacy privacy, const std::function<void()>& between) {
+                                Privacy privacy, const std::function<FileError()>& between) {
     return replace_by(
         path, [&](const std::u16string& fresh) { return write_pieces(fresh, pieces, privacy, between); },
         between);

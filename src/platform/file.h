@@ -26,7 +26,8 @@ enum class FileFault {
     read_only,
     name_too_long,
     in_use,
-    too_large,  ///< for its reader, or for the file system
+    too_large,    ///< for its reader, or for the file system
+    folder_lost,  ///< its folder was removed or replaced
     other
 };
 
@@ -119,10 +120,10 @@ FileError read_file(const std::u16string& path, std::size_t at_most, std::vector
 /// also after a power cut. A failure leaves the old one. Until the end the bytes stand in `path + ".new"`.
 FileError write_file_atomically(const std::u16string& path, std::span<const std::byte> bytes,
                                 Privacy privacy = Privacy::shared);
-/// Does the same with bytes in pieces. `between`, unless it is empty, is called between two pieces and before
-/// each longer wait for the disk.
+/// Does the same with bytes in pieces. `between`, unless it is empty, is called between two pieces and right
+/// before the new file gets its name; a failure of it is a failure of the whole.
 FileError write_file_atomically(const std::u16string& path, std::span<const std::vector<std::byte>> pieces,
-                                Privacy privacy, const std::function<void()>& between);
+                                Privacy privacy, const std::function<FileError()>& between);
 
 /// The separator that join_path puts in: "/" or "\".
 char16_t path_separator() noexcept;

@@ -48,11 +48,13 @@ inline constexpr std::uint8_t overwrite_value = 0x4F;  // O, i32
 inline constexpr std::uint8_t limit_value = 0x4C;      // L, i64
 inline constexpr std::uint8_t ca_file_value = 0x46;    // F, UTF-16LE
 inline constexpr std::uint8_t key_file_value = 0x59;   // Y, UTF-16LE
+inline constexpr std::uint8_t select_value = 0x57;     // W: numbers and ranges
 inline constexpr std::uint8_t switches_value = 0x4E;   // N, i32: the sum of those below
 
 inline constexpr std::int32_t skip_existing_switch = 1;
 inline constexpr std::int32_t insecure_switch = 2;
 inline constexpr std::int32_t accept_host_key_switch = 4;
+inline constexpr std::int32_t asks_which_switch = 8;
 
 // Bytes of the second group that have no meaning: zero.
 inline constexpr std::size_t unused_block = 16;            // field 2

@@ -14,30 +14,23 @@ std::size_t bounded(std::int32_t count, std::size_t left, std::size_t smallest) 
     return count > 0 ? std::min(static_cast<std::size_t>(count), left / smallest) : 0;
 }
 
-void read_extra(FieldReader& in, CJobSeg& segment, std::u16string text) {
-    CJobSeg::Extra extra;
-    extra.text = std::move(text);
-    bool is_used = !extra.text.empty();
-    for (CJobSeg::Slot& slot : extra.slots) {
-        slot.text = in.text();
-        slot.number = in.i32();
-        slot.value = in.i64();
-        is_used = is_used || !slot.text.empty() || slot.number != 0 || slot.value != 0;
-    }
-    if (is_used) segment.extra() = std::move(extra);
-}
-
 void read_segment(FieldReader& in, CJobNode& job) {
     in.skip(1);  // its tag
     const std::int64_t start = in.i64();
     CJobSeg& segment = job.append_segment(start, in.i64());
-    segment.start_time = in.i64();
-    segment.end_time = in.i64();
-    segment.first_block = in.i64();
+    CJobSeg::Extra extra;
+    extra.start_time = in.i64();
+    extra.end_time = in.i64();
+    extra.first_block = in.i64();
     in.skip(fields::unused_segment_pair);
-    std::u16string text = in.text();
+    extra.text = in.text();
     in.skip(fields::unused_segment_pair);
-    read_extra(in, segment, std::move(text));
+    for (CJobSeg::Slot& slot : extra.slots) {
+        slot.text = in.text();
+        slot.number = in.i32();
+        slot.value = in.i64();
+    }
+    if (extra != CJobSeg::Extra{}) segment.extra() = std::move(extra);
     if (in.u8() != fields::segment_end_tag) in.spoil();
 }
 
@@ -181,12 +174,16 @@ bool read_rule(FieldReader& block, std::uint8_t kind, std::size_t length, JobRul
         case fields::key_file_value:
             rules.key_file = block.wide(length);
             return true;
+        case fields::select_value:
+            rules.select = block.narrow(length);
+            return true;
         case fields::switches_value: {
             if (length != 4) return false;
             const std::int32_t switches = block.i32();
             rules.skip_existing = (switches & fields::skip_existing_switch) != 0;
             rules.insecure = (switches & fields::insecure_switch) != 0;
             rules.accept_host_key = (switches & fields::accept_host_key_switch) != 0;
+            rules.asks_which = (switches & fields::asks_which_switch) != 0;
             return true;
         }
         default:

@@ -17,9 +17,9 @@ void write_segment(FieldWriter& out, const CJobSeg& segment) {
     out.u8(fields::segment_tag);
     out.i64(segment.start);
     out.i64(segment.end);
-    out.i64(segment.start_time);
-    out.i64(segment.end_time);
-    out.i64(segment.first_block);
+    out.i64(extra.start_time);
+    out.i64(extra.end_time);
+    out.i64(extra.first_block);
     out.zeros(fields::unused_segment_pair);
     out.text(extra.text);
     out.zeros(fields::unused_segment_pair);
@@ -143,9 +143,11 @@ class StateWriter {
         }
         wide(fields::ca_file_value, rules.ca_file);
         wide(fields::key_file_value, rules.key_file);
+        narrow(fields::select_value, rules.select);
         const std::int32_t switches = (rules.skip_existing ? fields::skip_existing_switch : 0) +
                                       (rules.insecure ? fields::insecure_switch : 0) +
-                                      (rules.accept_host_key ? fields::accept_host_key_switch : 0);
+                                      (rules.accept_host_key ? fields::accept_host_key_switch : 0) +
+                                      (rules.asks_which ? fields::asks_which_switch : 0);
         if (switches == 0) return;
         head(fields::switches_value, 4);
         out_.i32(switches);

@@ -48,12 +48,8 @@ std::unique_ptr<CJobNode> CJobNode::twin() const {
     auto copy = std::make_unique<CJobNode>(*this);
     copy->identity = identity;
     for (std::size_t i = 0; i < segments.size(); ++i) {
-        const CJobSeg& from = *segments[i];
-        CJobSeg& to = *copy->segments[i];
-        to.start_time = from.start_time;
-        to.end_time = from.end_time;
-        to.first_block = from.first_block;
-        if (from.find_extra() != nullptr) to.extra() = *from.find_extra();
+        const CJobSeg::Extra* const extra = segments[i]->find_extra();
+        if (extra != nullptr) copy->segments[i]->extra() = *extra;
     }
     return copy;
 }

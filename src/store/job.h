@@ -71,19 +71,21 @@ class CJobSeg {
         std::u16string text;
         std::int32_t number = 0;
         std::int64_t value = 0;
+        bool operator==(const Slot&) const = default;
     };
     /// The attributes that only some protocols keep with a segment.
     struct Extra {
+        std::int64_t start_time = 0;   ///< milliseconds, for time-indexed streams
+        std::int64_t end_time = 0;     ///< milliseconds
+        std::int64_t first_block = 0;  ///< index of the first whole block that the segment covers
         std::u16string text;
         std::array<Slot, 3> slots;
+        bool operator==(const Extra&) const = default;
     };
 
-    std::int64_t start = 0;        ///< first byte that is not written yet
-    std::int64_t end = 0;          ///< one past the last byte; unknown_end while the size is unknown
-    std::int64_t start_time = 0;   ///< milliseconds, for time-indexed streams
-    std::int64_t end_time = 0;     ///< milliseconds
-    std::int64_t first_block = 0;  ///< index of the first whole block that the segment covers
-    int worker = 0;                ///< number of the connection that works on it; 0: none; not saved
+    std::int64_t start = 0;  ///< first byte that is not written yet
+    std::int64_t end = 0;    ///< one past the last byte; unknown_end while the size is unknown
+    int worker = 0;          ///< number of the connection that works on it; 0: none; not saved
 
     /// The extra attributes, to be changed; made where they do not exist yet.
     [[nodiscard]] Extra& extra();
@@ -124,12 +126,14 @@ struct PartialMark {
 /// and not changed once a job has it.
 struct JobRules {
     std::optional<std::int32_t> overwrite;  ///< as the setting "FileOverwriteRule"; none: as the settings say
-    bool skip_existing = false;    ///< an existing file that is unchanged on the server is not fetched again
-    bool insecure = false;         ///< certificates are not checked
-    bool accept_host_key = false;  ///< SSH servers that are not known yet are trusted
-    std::u16string ca_file;        ///< trusted roots for TLS; empty: as the settings say
-    std::u16string key_file;       ///< a private key for SSH; empty: none by name
-    std::int64_t speed_limit = 0;  ///< bytes a second for all of its connections; 0: none of its own
+    bool skip_existing = false;             ///< a file that is there already, unchanged, is not fetched again
+    bool insecure = false;                  ///< certificates are not checked
+    bool accept_host_key = false;           ///< SSH servers that are not known yet are trusted
+    std::u16string ca_file;                 ///< trusted roots for TLS; empty: as the settings say
+    std::u16string key_file;                ///< a private key for SSH; empty: none by name
+    std::int64_t speed_limit = 0;           ///< bytes a second for all of its connections; 0: none of its own
+    std::string select;                     ///< files of the document that is fetched: "1,3-5"; empty: all
+    bool asks_which = false;                ///< where there are several, which of them are meant is asked
     bool operator==(const JobRules&) const = default;
 };
 

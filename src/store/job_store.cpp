@@ -45,7 +45,8 @@ std::unique_ptr<JobStore> JobStore::in_memory(const std::u16string& download_fol
 void JobStore::take(StoredDatabase stored) {
     notes_ = std::move(stored.notes);
     newer_ = stored.status == DatabaseLoad::Status::newer;
-    writer_ = std::make_unique<StoreWriter>(options_.folder);
+    writer_ = std::make_unique<StoreWriter>(
+        options_.folder, [lock = options_.lock] { return lock == nullptr || lock->is_in_place(); });
     if (newer_) {
         notes_.emplace_back(
             "The job database was written by a newer version of Vantlow. It is left as it is.");

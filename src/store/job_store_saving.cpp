@@ -286,6 +286,7 @@ bool JobStore::hold_folder(std::string& error) {
     }
     const std::string where = "The data folder " + to_utf8(options_.folder);
     FileError failed;
+    writer_->wait();  // it looks at the lock, too
     const DataFolderLock::Claim claim = options_.lock->claim_again(failed);
     if (claim == DataFolderLock::Claim::mine && options_.lock->is_in_place() && failed.ok()) {
         writer_->forget_folder();

@@ -191,6 +191,10 @@ void StoreWriter::do_appends() {
     answer(std::move(answers));
 }
 
+FileError StoreWriter::look_at_folder() const {
+    return in_place_ && !in_place_() ? FileError{FileFault::folder_lost, 0} : FileError{};
+}
+
 FileError StoreWriter::append_all(const std::vector<Task>& tasks) {
     std::vector<std::vector<std::byte>> made;
     made.reserve(tasks.size());
@@ -214,15 +218,18 @@ FileError StoreWriter::append_all(const std::vector<Task>& tasks) {
     FileError error;
     if (journal_.is_open()) {
         error = write_frames(payloads);
+        if (error.ok()) error = look_at_folder();
     } else {
         std::vector<std::vector<std::byte>> whole;
         JournalBatch mark;
         mark.save_begun(number_);
         if (making_image_) whole.push_back(bytes_of(mark));
         for (const auto payload : payloads) whole.emplace_back(payload.begin(), payload.end());
-        error = begin_journal(std::move(whole));
-        // The file may have got its name in spite of the failure.
-        if (!error.ok()) static_cast<void>(remove_file(journal_path()));
+        error = look_at_folder();
+        if (error.ok()) error = begin_journal(std::move(whole));
+        // It may have got its name all the same.
+        if (!error.ok() && error.fault != FileFault::folder_lost)
+            static_cast<void>(remove_file(journal_path()));
     }
     if (!error.ok()) {
         break_journal(error);
@@ -287,9 +294,13 @@ void StoreWriter::break_journal(const FileError& error) {
 
 StoreWriter::Answer StoreWriter::do_save(Ticket ticket, const Save& save) {
     Answer done{ticket, {}, {}, {}};
-    const auto between = [this] { do_appends(); };
+    const auto between = [this] {
+        do_appends();
+        return look_at_folder();
+    };
     const ImageDigest digest = digest_of_image(save.image);
-    done.error = make_folders(folder_of(path_));
+    done.error = look_at_folder();
+    if (done.error.ok()) done.error = make_folders(folder_of(path_));
     if (done.error.ok()) done.error = announce(digest);
     if (done.error.ok()) done.error = write_file_atomically(path_, save.image, Privacy::owner_only, between);
     if (done.error.ok()) {

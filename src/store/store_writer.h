@@ -41,8 +41,11 @@ class StoreWriter {
         DatabaseImage image;
         std::u16string backup;  ///< path of today's backup; empty: none
     };
-    explicit StoreWriter(const std::u16string& folder) : path_(database_path(folder)) {}
-    /// Waits until everything that was requested is done.
+    /// `in_place` (the writing thread): false once the folder is another one than the one that is owned.
+    /// From then on nothing is written into what stands there, or answered for, before forget_folder().
+    explicit StoreWriter(const std::u16string& folder, std::function<bool()> in_place = {})
+        : path_(database_path(folder)), in_place_(std::move(in_place)) {}
+    /// Ends when everything that was asked for is done.
     ~StoreWriter();
     StoreWriter(const StoreWriter&) = delete;
     StoreWriter& operator=(const StoreWriter&) = delete;
@@ -87,6 +90,7 @@ class StoreWriter {
     [[nodiscard]] std::vector<Task> take_appends();
 
     // Of who writes: the thread, or who asks.
+    [[nodiscard]] FileError look_at_folder() const;
     FileError append_all(const std::vector<Task>& tasks);
     FileError begin_journal(std::vector<std::vector<std::byte>> payloads);
     FileError write_frames(const std::vector<std::span<const std::byte>>& payloads);
@@ -97,6 +101,7 @@ class StoreWriter {
     [[nodiscard]] std::u16string journal_path() const { return path_ + std::u16string(journal_suffix); }
 
     const std::u16string path_;  ///< of the database
+    const std::function<bool()> in_place_;
     std::function<void()> wake_;
     mutable std::mutex mutex_;
     mutable std::condition_variable changed_;

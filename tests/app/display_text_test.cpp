@@ -1,8 +1,6 @@
-#include "app/display_text.h"
+#include "app/terminal/display_text.h"
 
 #include <gtest/gtest.h>
-
-#include <limits>
 
 namespace vantlow {
 namespace {
@@ -63,52 +61,6 @@ TEST(DisplayText, ShortensInTheMiddle) {
     for (const auto& entry : cases) {
         EXPECT_EQ(shorten(entry.text, entry.columns), entry.expected) << entry.columns;
     }
-}
-
-TEST(DisplayText, SizesSpeedsAndTimesFitTheirColumns) {
-    constexpr std::int64_t k = 1024;
-    const struct {
-        std::int64_t bytes;
-        std::string_view expected;
-    } sizes[] = {
-        {-1, "--"},
-        {0, "0 B"},
-        {1023, "1023 B"},
-        {k, "1.0 KiB"},
-        {1503238554, "1.4 GiB"},
-        {k * 9994 / 100, "99.9 KiB"},
-        {k * 9996 / 100, "100 KiB"},
-        {k * k - 1, "1.0 MiB"},
-        {k * k - k / 2 - 1, "1023 KiB"},
-        {std::numeric_limits<std::int64_t>::max(), "8.0 EiB"},
-    };
-    for (const auto& entry : sizes) EXPECT_EQ(human_size(entry.bytes), entry.expected);
-    for (std::int64_t bytes = 1; bytes < std::numeric_limits<std::int64_t>::max() / 2;
-         bytes += bytes / 16 + 1) {
-        EXPECT_LE(human_size(bytes).size(), 8U) << bytes;
-    }
-    const struct {
-        double speed;
-        std::string_view expected;
-    } speeds[] = {{0, "--"},
-                  {-3, "--"},
-                  {0.4, "--"},
-                  {0.5, "1 B/s"},
-                  {1e6, "977 KiB/s"},
-                  {1e300, "888 PiB/s"},
-                  {std::numeric_limits<double>::infinity(), "888 PiB/s"},
-                  {std::numeric_limits<double>::quiet_NaN(), "--"}};
-    for (const auto& entry : speeds) EXPECT_EQ(human_speed(entry.speed), entry.expected);
-    const struct {
-        std::int64_t seconds;
-        std::string_view expected;
-    } times[] = {
-        {-1, "--"},           {0, "0:00"},        {42, "0:42"},
-        {3599, "59:59"},      {3600, "1:00:00"},  {3723, "1:02:03"},
-        {359999, "99:59:59"}, {360000, "4d 04h"}, {86399999, "999d 23h"},
-        {86400000, "--"},
-    };
-    for (const auto& entry : times) EXPECT_EQ(human_time(entry.seconds), entry.expected);
 }
 
 }  // namespace

@@ -8,7 +8,8 @@
 #include <string>
 #include <vector>
 
-#include "app/get_run.h"
+#include "app/cli/get/get_run.h"
+#include "app/cli/get/list_memory.h"
 #include "get_fixture.h"
 #include "support/file_server.h"
 
@@ -89,6 +90,37 @@ TEST_F(GetLists, AListThatWasKilledGoesOn) {
     const RunResult result = get(words);
     EXPECT_EQ(result.status, 0) << result.err;
     EXPECT_EQ(folder.names(), (std::vector<std::u16string>{u"a", u"b"}));
+}
+
+TEST_F(GetLists, AKillWhileFilesGetTheirNamesFetchesNoneOfThemAgain) {
+    std::uint64_t last = 0;
+    const auto job_of = [&last](const char16_t* address) {
+        CJobNode job;
+        job.identity = Guid::from_numbers(7, ++last);
+        job.address = address;
+        return job;
+    };
+    const CJobNode a = job_of(u"http://h/a");
+    const CJobNode b = job_of(u"http://h/b");
+    const CJobNode c = job_of(u"http://h/c");
+    {
+        ListMemory memory(folder.path(), "list");
+        memory.naming(a, {folder.path(u"a"), 4});
+        memory.naming(b, {folder.path(u"b"), 4});
+        memory.naming(c, {folder.path(u"c"), 4});
+        memory.naming(c, {folder.path(u"c(1)"), 4});
+    }
+    folder.write(u"a", "mine");
+    folder.write(u"b.vantlow", "mine");  // it has not got its name
+    folder.write(u"b", "old.");
+    folder.write(u"c", "old.");  // which is why c got another
+    folder.write(u"c(1)", "mine");
+    ListMemory memory(folder.path(), "list");
+    ASSERT_TRUE(memory.take(a));
+    EXPECT_FALSE(memory.take(b));
+    const auto other = memory.take(c);
+    ASSERT_TRUE(other);
+    EXPECT_EQ(other->path, folder.path(u"c(1)"));
 }
 
 TEST_F(GetLists, SkipExistingGoesBySizeAndDate) {

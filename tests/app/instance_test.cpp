@@ -8,7 +8,7 @@
 #include <memory>
 #include <thread>
 
-#include "app/hand_over.h"
+#include "app/process/hand_over.h"
 #include "platform/folder.h"
 #include "store_run.h"
 #include "support/file_server.h"
@@ -88,7 +88,7 @@ TEST_F(Instance, tells_what_its_jobs_wait_for) {
     const std::string second = add_from(server, "/b");
     // It is started, but its server is the first one's.
     EXPECT_TRUE(
-        eventually([&] { return ok({u"list"}).find("waits for a connection") != std::string::npos; }));
+        eventually([&] { return ok({u"list"}).find("waits for a free connection") != std::string::npos; }));
     EXPECT_EQ(state_of(second), "waiting");
     server.release();
     EXPECT_TRUE(comes_to(second, "finished"));
@@ -157,6 +157,28 @@ TEST_F(Instance, asks_what_it_cannot_decide_and_goes_on_with_the_answer) {
     ok({u"answer", id(), u"ann:secret"});
     EXPECT_TRUE(comes_to(locked, "finished"));
     EXPECT_EQ(folder.read(u"out/locked"), "content");
+
+    // Which files of a document are meant: asked, or said before it was fetched.
+    const auto list_of = [&](const char* name) {
+        std::string text = "<metalink xmlns=\"urn:ietf:params:xml:ns:metalink\">";
+        for (const char* file : {"x", "y", "z"})
+            text += std::string("<file name=\"") + name + file + "\"><url>" + server.url("/file") +
+                    "</url></file>";
+        return text + "</metalink>";
+    };
+    FileServer lists;
+    lists.set("/ask.meta4", FileResource{.content = list_of("ask")});
+    lists.set("/say.meta4", FileResource{.content = list_of("say")});
+    add({u"--select", u"ask", u"-d", out, lists.url16("/ask.meta4")});
+    EXPECT_TRUE(eventually([&] { return questions().size() == 1; }));
+    EXPECT_EQ(questions()[0]["kind"], "which-files");
+    EXPECT_NE(questions()[0]["text"].get<std::string>().find("2  asky"), std::string::npos);
+    EXPECT_EQ(run({u"answer", id(), u"4"}).status, 1);
+    ok({u"answer", id(), u"2"});
+    add({u"--select", u"1,3", u"-d", out, lists.url16("/say.meta4")});
+    for (const char16_t* name : {u"out/asky", u"out/sayx", u"out/sayz"})
+        EXPECT_TRUE(eventually([&] { return folder.has(name); }));
+    for (const char16_t* name : {u"out/askx", u"out/askz", u"out/sayy"}) EXPECT_FALSE(folder.has(name));
     EXPECT_TRUE(questions().empty());
     quit();
 }

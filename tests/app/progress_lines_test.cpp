@@ -1,4 +1,4 @@
-#include "app/progress_lines.h"
+#include "app/terminal/progress_lines.h"
 
 #include <gtest/gtest.h>
 

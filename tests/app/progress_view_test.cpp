@@ -1,4 +1,4 @@
-#include "app/progress_view.h"
+#include "app/terminal/progress_view.h"
 
 #include <gtest/gtest.h>
 
@@ -88,17 +88,14 @@ TEST(ScreenLines, AreRedrawnInPlace) {
     EXPECT_EQ(screen.text(), "$ get|one 1234|two|all");
     screen.write(lines.draw({"\x1b[33mone\x1b[0m", "all two"}, 10));
     EXPECT_EQ(screen.text(), "$ get|one|all two");
-    screen.write(lines.print_above("done: a\ndone: b", 10));
-    EXPECT_EQ(screen.text(), "$ get|done: a|done: b|one|all two");
     screen.write(lines.draw({"", "", "all"}, 10));
-    EXPECT_EQ(screen.text(), "$ get|done: a|done: b|||all");
+    EXPECT_EQ(screen.text(), "$ get|||all");
     screen.write(lines.clear(10));
     EXPECT_EQ(lines.clear(10), "");
     screen.write("end\r\n");
-    EXPECT_EQ(screen.text(), "$ get|done: a|done: b|end");
-    screen.write(lines.print_above("more", 10));
+    EXPECT_EQ(screen.text(), "$ get|end");
     screen.write(lines.draw({"all"}, 10));
-    EXPECT_EQ(screen.text(), "$ get|done: a|done: b|end|more|all");
+    EXPECT_EQ(screen.text(), "$ get|end|all");
 }
 
 TEST(ScreenLines, FollowTheWidthOfTheTerminal) {

@@ -14,6 +14,13 @@ using nlohmann::json;
 
 class StoreCommands : public StoreRun {};
 
+// A moment in UTC (ISO 8601) of this form, in which each d is a digit.
+void expect_a_moment(const json& value, std::string_view form) {
+    std::string shape = value.is_string() ? value.get<std::string>() : value.dump();
+    for (char& c : shape) c = c >= '0' && c <= '9' ? 'd' : c;
+    EXPECT_EQ(shape, form) << value.dump();
+}
+
 TEST_F(StoreCommands, file_show_move_and_remove_jobs) {
     const std::string id = add({u"--category", u"Completed", u"--paused", u"--referer", u"http://r/", u"-n",
                                 u"7", u"-d", folder.path(u"\u00E4 b"), u"http://u:secret@h/a%20b?q#f"});
@@ -32,7 +39,10 @@ TEST_F(StoreCommands, file_show_move_and_remove_jobs) {
                         {"referer", "http://r/"},
                         {"agent", ""}};
     EXPECT_EQ(all[0], expected);
-    EXPECT_EQ(json::parse(ok({u"show", u"--json", to_utf16(id.substr(0, 6))}))["segments"], json::array());
+    const json shown = json::parse(ok({u"show", u"--json", to_utf16(id.substr(0, 6))}));
+    EXPECT_EQ(shown["segments"], json::array());
+    EXPECT_EQ(shown["finished"], nullptr);
+    expect_a_moment(shown["created"], "dddd-dd-ddTdd:dd:ddZ");
     EXPECT_EQ(ok({u"show", to_utf16(id)}).find("secret"), std::string::npos);
 
     ok({u"category", u"add", u"Music", u"--folder", folder.path(u"m")});
@@ -145,7 +155,11 @@ TEST_F(StoreCommands, start_runs_jobs_here_and_files_them) {
     EXPECT_EQ(run({u"start", to_utf16(id)}).status, 0);
     EXPECT_EQ(state_of(id), "finished");
     EXPECT_EQ(state_of(other), "waiting");
-    EXPECT_EQ(json::parse(ok({u"show", to_utf16(id), u"--json"}))["category"], "Completed");
+    const json shown = json::parse(ok({u"show", to_utf16(id), u"--json"}));
+    EXPECT_EQ(shown["category"], "Completed");
+    expect_a_moment(shown["finished"], "dddd-dd-ddTdd:dd:ddZ");
+    expect_a_moment(json::parse(ok({u"log", u"--json", to_utf16(id)}))[0]["time"],
+                    "dddd-dd-ddTdd:dd:dd.dddZ");
     EXPECT_TRUE(file_has(folder.path(u"d/a.bin"), content));
     EXPECT_NE(ok({u"log", to_utf16(id)}).find("Download completed."), std::string::npos);
     EXPECT_EQ(run({u"--set", u"Connection/Retries=0", u"start", u"--all"}).status, 1);

@@ -197,6 +197,85 @@ TEST_F(EngineTest, ADocumentGivesWayToWhatItNames) {
     EXPECT_FALSE(folder.has(u"list.meta4"));
 }
 
+TEST_F(EngineTest, AsksWhichFilesOfADocumentAreMeant) {
+    const auto document = [&](const char* name) {
+        std::string text = "<metalink xmlns=\"urn:ietf:params:xml:ns:metalink\">";
+        for (const char* file : {"x", "y", "z"})
+            text += std::string("<file name=\"") + file + "\"><size>7</size><url>http://b.example/" + name +
+                    file + "</url></file>";
+        return to_utf8(folder.write(to_utf16(name), text + "</metalink>"));
+    };
+    JobDraft draft;
+    draft.folder = folder.path();
+    draft.asks_which = true;
+    const auto add = [&](const std::string& link) {
+        draft.links = {link};
+        const Added added = engine->add(draft);
+        EXPECT_TRUE(added.faults.empty());
+        engine->pump();
+        return added.jobs;
+    };
+    const auto runs = [&](const Guid& job) {
+        return pump_until([&] { return sessions.contains(job) && state(job) == JobState::running; });
+    };
+    // A document that is here, and one that its job fetches in a later run.
+    const auto here = add(document("here.meta4"));
+    ASSERT_EQ(ears.questions.size(), 1U);
+    ASSERT_EQ(ears.questions[0].files.size(), 3U);
+    EXPECT_EQ(ears.questions[0].files[1].name, u"y");
+    EXPECT_EQ(ears.questions[0].files[1].size, 7);
+    for (const Guid& job : here) EXPECT_EQ(state(job), JobState::stopped);
+    EXPECT_TRUE(engine->has_work());
+    QuestionAnswer answer;
+    answer.selection = "1,3";
+    EXPECT_TRUE(engine->answer(ears.questions[0].id, answer).ok());
+    engine->pump();
+    EXPECT_TRUE(runs(here[0]));
+    EXPECT_EQ(engine->find(here[1]), nullptr);
+    EXPECT_TRUE(runs(here[2]));
+    end(here[0]);
+    end(here[2]);
+
+    const Guid fetched = add("http://a.example/there.meta4").at(0);
+    ASSERT_TRUE(runs(fetched));
+    session(fetched).outcome.path = to_utf16(document("there.meta4"));
+    end(fetched);
+    ASSERT_EQ(ears.follows.size(), 1U);
+    const std::vector<Guid> there = ears.follows[0].jobs;
+    ASSERT_EQ(there.size(), 3U);
+    engine->pump();
+    ASSERT_EQ(ears.questions.size(), 1U);
+    // What was decided by hand stays so; nobody's answer means all, also where the program ends first.
+    EXPECT_TRUE(engine->start(there[0]).ok());
+    EXPECT_TRUE(engine->remove(there[1], false).ok());
+    std::string error;
+    EXPECT_TRUE(engine->close(error)) << error;
+    open();
+    EXPECT_EQ(engine->find(there[1]), nullptr);
+    engine->pump();
+    EXPECT_TRUE(runs(there[0]));
+    EXPECT_TRUE(runs(there[2]));
+    end(there[0]);
+    end(there[2]);
+
+    const auto paused = [&](const char* name, const QuestionAnswer& chosen) {
+        draft.paused = true;
+        const auto jobs = add(document(name));
+        EXPECT_TRUE(engine->answer(ears.questions.at(0).id, chosen).ok());
+        engine->pump();
+        return jobs;
+    };
+    answer = {};
+    for (const Guid& job : paused("paused.meta4", answer)) EXPECT_EQ(state(job), JobState::stopped);
+    answer.none = true;
+    for (const Guid& job : paused("none.meta4", answer)) EXPECT_EQ(engine->find(job), nullptr);
+    // Nobody can be asked.
+    draft.paused = false;
+    open(std::chrono::milliseconds(0));
+    set(setting::max_jobs, 3);
+    for (const Guid& job : add(document("silent.meta4"))) EXPECT_TRUE(runs(job));
+}
+
 TEST_F(EngineTest, AnsweredCredentialsStartTheJobAgain) {
     const Guid job = add_one("http://a/1");
     engine->pump();

@@ -8,6 +8,7 @@
 #include <set>
 
 #include "base/text.h"
+#include "platform/folder.h"
 #include "sample_store.h"
 #include "store/store_writer.h"
 #include "support/fault_hook.h"
@@ -44,6 +45,43 @@ FileError save(const TempFolder& folder, std::string_view image) {
 
 std::size_t jobs_in(const StoredDatabase& stored) {
     return stored.tree.root() == nullptr ? 0 : stored.tree.root()->jobs.size();
+}
+
+// Another process may own what stands there now.
+TEST(DatabaseFiles, writes_nothing_into_a_folder_that_was_put_in_place_of_its_own) {
+    if (path_separator() == u'\\') GTEST_SKIP() << "Windows replaces no folder in which a file is open";
+    const std::string image = image_with(3);
+    const auto bytes = std::as_bytes(std::span(image));
+    const auto half = static_cast<std::ptrdiff_t>(bytes.size() / 2);
+    const DatabaseImage pieces{{bytes.begin(), bytes.begin() + half}, {bytes.begin() + half, bytes.end()}};
+    for (int replaced_at = 0;; ++replaced_at) {
+        SCOPED_TRACE(replaced_at);
+        TempFolder folder;
+        ASSERT_TRUE(make_folders(folder.path(u"data")).ok());
+        int looks = 0;
+        const auto in_place = [&] {
+            if (looks == replaced_at) {
+                EXPECT_TRUE(rename_replace(folder.path(u"data"), folder.path(u"away")).ok());
+                EXPECT_TRUE(make_folders(folder.path(u"data")).ok());
+                folder.write(u"data/.database", "theirs");
+            }
+            return looks++ < replaced_at;
+        };
+        StoreWriter writer(folder.path(u"data"), in_place);
+        writer.begin_image();
+        writer.save({pieces, {}});
+        const StoreWriter::Answer saved = writer.take_answers().at(0);
+        if (looks <= replaced_at) break;
+        const bool lost = saved.error.fault == FileFault::folder_lost;
+        EXPECT_TRUE(lost || saved.copy.fault == FileFault::folder_lost);
+        writer.append(bytes.first(10));
+        EXPECT_FALSE(writer.take_answers().at(0).error.ok());
+        EXPECT_EQ(folder.read(u"data/.database"), "theirs");
+        std::vector<FolderEntry> there;
+        ASSERT_TRUE(list_folder(folder.path(u"data"), there).ok());
+        EXPECT_EQ(there.size(), 1U);
+        ASSERT_LT(replaced_at, 20) << "it looks without end";
+    }
 }
 
 TEST(DatabaseFiles, takes_from_the_two_files_what_holds_more) {

@@ -89,7 +89,8 @@ std::string full_layout() {
     for (const char16_t c : std::u16string(u"/ca.pem")) state.n(2, c);
     state.raw("Y").n(4, 14);
     for (const char16_t c : std::u16string(u"/id_key")) state.n(2, c);
-    state.raw("N").n(4, 4).n(4, 7);
+    state.raw("W").n(4, 3).raw("2-3");
+    state.raw("N").n(4, 4).n(4, 15);
     out.raw("T").n(4, static_cast<std::int64_t>(state.bytes.size())).raw(state.bytes).raw("]");
     return out.bytes;
 }

@@ -53,17 +53,17 @@ inline std::unique_ptr<CJobNode> full_job() {
     job->state = JobState::failed;
     job->result = Code::busy;
     job->error = "HTTP/1.1 503 B\xC3\xBCsy";
-    job->rules =
-        std::make_shared<const JobRules>(JobRules{630, true, true, true, u"/ca.pem", u"/id_key", 631});
+    job->rules = std::make_shared<const JobRules>(
+        JobRules{630, true, true, true, u"/ca.pem", u"/id_key", 631, "2-3", true});
     job->validators = {"W/\"\xE4tag\"", "Tue, 01 Jan 2030 00:00:00 GMT", true, "text/plain"};
     job->partial_mark = {0x6000000001LL, 7, 0x6000000000LL, "0123abcd"};
     job->bit_map = {0xA5, 0x01};
     job->bit_count = 9;
     job->bit_map_mark = "mark";
     CJobSeg& first = job->append_segment(1, 1000);
-    first.start_time = 20;
-    first.end_time = 30;
-    first.first_block = 40;
+    first.extra().start_time = 20;
+    first.extra().end_time = 30;
+    first.extra().first_block = 40;
     first.extra().text = u"track";
     first.extra().slots[0] = {u"s0", 50, 51};
     first.extra().slots[2] = {u"", -52, -53};

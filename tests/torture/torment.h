@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "app/exit.h"
+#include "app/process/ending.h"
 #include "platform/fault_hook.h"
 #include "support/temp_folder.h"
 

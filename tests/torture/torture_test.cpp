@@ -261,7 +261,7 @@ TEST(Torture, RunningAFiledJob) {
                  const StoredDatabase stored = load_database_files(folder.path(u"data"));
                  EXPECT_TRUE(stored.error.ok() && !stored.damaged);
              },
-             {"127.0.0.1", "/vantlow-", "main frame"}});
+             {"127.0.0.1", "/vantlow-", "hidden window"}});
 }
 
 // Joins pieces; the output is the right one or not there.

@@ -3,8 +3,8 @@
 #include <vector>
 
 #include "base/text.h"
+#include "platform/event_loop.h"
 #include "platform/file.h"
-#include "platform/frame.h"
 #include "platform/posix/native.h"
 
 namespace vantlow {

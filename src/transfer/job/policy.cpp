@@ -187,10 +187,13 @@ bool JobPolicy::flows_on(Worker& worker) {
 }
 
 bool JobPolicy::take_check(Worker& worker) {
-    // Blocks are compared by parts of the resource: that there are such has to be shown first.
-    if (worker.mirror == MirrorSet::none || !mirrors_.at(worker.mirror).ranges_proven) return false;
+    if (worker.mirror == MirrorSet::none) return false;
+    // Blocks are compared by parts of the resource: that there are such has to be shown first, unless the job
+    // cannot end without the comparison.
+    const bool has_parts = mirrors_.at(worker.mirror).ranges_proven;
     for (BlockCheck& check : checks_) {
         if (check.worker != 0 || segments_.is_missing(check.begin, check.end)) continue;
+        if (!has_parts && !check.required) continue;
         check.worker = worker.id;
         worker.check = check;
         worker.begin_at(check.begin, check.end);

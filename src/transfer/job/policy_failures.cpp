@@ -169,7 +169,13 @@ AfterFailure JobPolicy::retry(Worker& worker, const FailedAttempt& attempt, cons
     last_failure_ = attempt.result;
     notice_ = attempt.result.message();
     exhausted_ = facts.limit >= 0 && fruitless_ > facts.limit;
-    if (decision.give_up || exhausted_) {
+    const bool is_last = decision.give_up || exhausted_;
+    if (is_last && alone && attempt.result.code == Code::range_ignored && attempt.asked > 0) {
+        // No part is given, but the whole may be.
+        exhausted_ = false;
+        return restart_without_ranges(attempt, rules);
+    }
+    if (is_last) {
         halted_[chair] = true;
         note(Direction::error, message_text(Message::maximum_error));
         return {};

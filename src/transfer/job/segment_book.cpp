@@ -35,7 +35,7 @@ CJobSeg& SegmentBook::cut(std::size_t index, std::int64_t at) {
     piece->start = at;
     piece->end = old.end;
     if (job_.min_split_size > 0)
-        piece->first_block = first_whole_block(at, job_.block_base, job_.min_split_size);
+        piece->extra().first_block = first_whole_block(at, job_.block_base, job_.min_split_size);
     old.end = at;
     if (Worker* const worker = worker_of(old)) worker->limit = at;
     return **job_.segments.insert(job_.segments.begin() + static_cast<std::ptrdiff_t>(index) + 1,

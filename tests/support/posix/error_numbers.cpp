@@ -28,6 +28,7 @@ int error_number(FileFault fault) noexcept {
             return EBUSY;
         case FileFault::too_large:
             return EFBIG;
+        case FileFault::folder_lost:
         case FileFault::other:
             break;
     }

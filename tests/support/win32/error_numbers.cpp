@@ -28,6 +28,7 @@ int error_number(FileFault fault) noexcept {
             return ERROR_SHARING_VIOLATION;
         case FileFault::too_large:
             return ERROR_FILE_TOO_LARGE;
+        case FileFault::folder_lost:
         case FileFault::other:
             break;
     }

@@ -1,0 +1,122 @@
+// The reading of a command line: the options that every command knows, help, version, and complaints.
+#include <utility>
+
+#include "app/cli/command_set.h"
+#include "app/process/application.h"
+#include "base/text.h"
+#include "platform/console.h"
+#include "platform/process.h"
+
+namespace vantlow {
+namespace {
+
+void add_global_options(CLI::App& app, GlobalOptions& global, std::string& data_folder,
+                        std::string& settings_file) {
+    app.add_option("--data-dir", data_folder, "The data folder, with jobs, logs and proxy list")
+        ->envname("VANTLOW_DATA_DIR");
+    app.add_option("--settings", settings_file, "A settings file to use instead of the user's settings")
+        ->envname("VANTLOW_SETTINGS");
+    app.add_option("--set", global.set, "Section/Key=Value: one setting for this run; repeatable")
+        ->allow_extra_args(false);
+    app.add_flag("--json", global.json, "Output for programs");
+    app.add_flag("-q,--quiet", global.quiet, "Print errors only");
+    app.add_flag("-v,--verbose", global.verbose, "Print the job log, line by line, to stderr");
+    app.add_flag("--no-window", global.no_window, "Run the resident program without a window");
+    app.add_flag("--started-in-background", global.in_background)->group("");  // by the program itself
+}
+
+// Returns the program's name and the words of the command that was named: "vantlow settings get".
+std::string named_words(const CLI::App& app) {
+    const auto below = app.get_subcommands();
+    return below.empty() ? app.get_name() : app.get_name() + " " + named_words(*below.front());
+}
+
+Command complain_of(const CLI::App& app, const std::string& text) {
+    Command command;
+    command.text = "vantlow: " + text + "\nTry '" + named_words(app) + " --help'.\n";
+    command.status = Exit::usage;
+    return command;
+}
+
+// Returns the help of the command that was named, with the options that every command has.
+std::string help_text(const CLI::App& app) {
+    std::string text = app.help();
+    if (app.get_subcommands().empty()) return text;
+    const auto global = app.get_options([](const CLI::Option* option) {
+        return option->nonpositional() && !option->get_group().empty() && !option->check_lname("help") &&
+               !option->check_lname("version");
+    });
+    return text + CLI::Formatter().make_group("Global options", false, global);
+}
+
+// Prints the version, the platform, and for each run-time library whether it loads.
+Exit run_version(CFerrywellApp& app, const GlobalOptions& /*global*/) {
+    std::string text = "Vantlow " + to_utf8(app.version()) + "\n" + std::string(platform_name()) + "\n";
+    for (const auto& [library, loaded] : loaded_libraries(app.libraries())) {
+        // A library that Vantlow does not bring yet is none that is missing.
+        const bool is_to_come = library.starts_with("libKAD.") || library.starts_with("libBTDHT.") ||
+                                library.starts_with("libcrypto5.");
+        if (is_to_come && !loaded) continue;
+        text += library + ": " + (loaded ? "loaded" : "not found") + "\n";
+    }
+    write_stream(Stream::output, text);
+    return Exit::done;
+}
+
+// Returns the command that was asked for, after its checks; a complaint where they fail.
+Command chosen_command(const CLI::App& app, const CommandSet& commands) {
+    const CommandSet::Entry& chosen = commands.chosen();
+    const bool is_named = chosen.word != &app;
+    const std::string subject = is_named ? chosen.word->get_name() + ": " : std::string();
+    const CLI::Option* const links = app.get_option_no_throw("LINK");
+    // The links' place takes the words that the command itself had none for.
+    if (is_named && links != nullptr && !links->results().empty())
+        return complain_of(app, subject + "unexpected word \"" + links->results().front() + "\".");
+    if (chosen.check) {
+        if (const Complaint complaint = chosen.check()) return complain_of(app, subject + *complaint);
+    }
+    Command command;
+    command.run = chosen.run;
+    command.place = chosen.place;
+    if (!command.run) command.text = help_text(app);
+    return command;
+}
+
+}  // namespace
+
+Command read_command_line(const Words& words, const std::function<void(CommandSet&)>& add_commands,
+                          ReadWords read) {
+    CLI::App app{"Vantlow fetches files: over several connections at once, across bad networks, never wrong.",
+                 "vantlow"};
+    GlobalOptions global;
+    bool version = false;
+    std::string data_folder;
+    std::string settings_file;
+    app.set_help_flag("-h,--help", "Print this help");
+    app.add_flag("--version", version, "Print version, platform and run-time libraries");
+    add_global_options(app, global, data_folder, settings_file);
+    CommandSet commands(app, words, read);
+    add_commands(commands);
+    Command command;
+    try {
+        std::vector<std::string> reversed(words.rbegin(), words.rend());
+        app.parse(std::move(reversed));
+    } catch (const CLI::CallForHelp&) {
+        command.text = help_text(app);
+        command.global = std::move(global);
+        return command;
+    } catch (const CLI::ParseError& error) {
+        return complain_of(app, error.what());
+    }
+    if (version) {
+        command.run = run_version;
+    } else {
+        command = chosen_command(app, commands);
+    }
+    command.global = std::move(global);
+    command.global.data_folder = to_utf16(data_folder);
+    command.global.settings_file = to_utf16(settings_file);
+    return command;
+}
+
+}  // namespace vantlow

@@ -1,0 +1,146 @@
+#include "app/cli/get/list_memory.h"
+
+#include <nlohmann/json.hpp>
+
+#include <span>
+#include <vector>
+
+#include "base/codes.h"
+#include "base/digest.h"
+#include "base/text.h"
+#include "platform/file_marks.h"
+#include "store/address.h"
+#include "transfer/job/file_names.h"
+
+namespace vantlow {
+namespace {
+
+using nlohmann::json;
+
+constexpr std::size_t largest_memory = 64U << 20U;
+
+std::string digest_of(std::string_view text) {
+    Digest digest(DigestKind::sha256);
+    digest.update(std::as_bytes(std::span(text)));
+    return to_hex(digest.finish());
+}
+
+// The asked name counts beside the address: one address under two names means two files.
+std::string key_of(const CJobNode& job) {
+    return digest_of(to_utf8(without_credentials(job.address)) + "\n" + to_utf8(job.file_name));
+}
+
+}  // namespace
+
+ListMemory::ListMemory(const std::u16string& folder, std::string_view list) : folder_(folder) {
+    // No file from a server gets a name with this end.
+    const std::string name = ".list-" + digest_of(list).substr(0, 16);
+    path_ = join_path(folder, to_utf16(name) + std::u16string(state_suffix));
+    if (path_kind(path_) == PathKind::file) read();
+}
+
+void ListMemory::read() {
+    failure_ = file_.open(path_, OpenMode::write_existing);
+    if (!failure_.ok()) return;
+    others_ = !file_.try_lock();
+    std::vector<std::byte> bytes;
+    if (!others_) failure_ = read_file(path_, largest_memory, bytes);
+    if (others_ || !failure_.ok()) return file_.close();
+    const std::string_view text(reinterpret_cast<const char*>(bytes.data()), bytes.size());
+    std::size_t at = 0;
+    // A line that was cut off is written over.
+    for (auto line_end = text.find('\n'); line_end != text.npos; line_end = text.find('\n', at)) {
+        const json line = json::parse(text.substr(at, line_end - at), nullptr, false);
+        at = line_end + 1;
+        if (!line.is_object() || !line.contains("key") || !line["key"].is_string()) continue;
+        if (!line.contains("file") || !line["file"].is_string() || !line.contains("size")) continue;
+        if (!line["size"].is_number_integer()) continue;
+        Line read{{join_path(folder_, to_utf16(line["file"].get<std::string>())),
+                   line["size"].get<std::int64_t>()}};
+        const std::string key = line["key"].get<std::string>();
+        if (line.contains("partial") && line["partial"].is_string()) {
+            read.partial = join_path(folder_, to_utf16(line["partial"].get<std::string>()));
+            // The name of a line before was taken: what stands there is somebody else's.
+            const auto [first, last] = finished_.equal_range(key);
+            for (auto before = first; before != last;)
+                before = before->second.partial == read.partial ? finished_.erase(before) : std::next(before);
+        }
+        finished_.emplace(key, std::move(read));
+    }
+    end_ = static_cast<std::int64_t>(at);
+}
+
+std::optional<ListMemory::Finished> ListMemory::take(const CJobNode& job) {
+    const std::string key = key_of(job);
+    for (auto at = finished_.find(key); at != finished_.end(); at = finished_.find(key)) {
+        Line file = std::move(at->second);
+        finished_.erase(at);
+        if (!file.partial.empty() && path_kind(file.partial) != PathKind::none) continue;
+        const FileStamp stamp = file_stamp(file.path);
+        if (stamp.there && stamp.size == file.size) return file;
+    }
+    return std::nullopt;
+}
+
+void ListMemory::forget() {
+    finished_.clear();
+    end_ = 0;
+    if (file_.is_open()) failure_ = file_.resize(0);
+}
+
+void ListMemory::naming(const CJobNode& job, const Finished& file) {
+    // Until it has a name that is free, the partial file stands beside the first one.
+    const auto at = partial_files_.emplace(job.identity, file.path + std::u16string(partial_suffix)).first;
+    write(job, file, at->second);
+}
+
+void ListMemory::add(const CJobNode& job, const Finished& file) {
+    if (!partial_files_.contains(job.identity)) write(job, file, {});
+}
+
+// From the folder on, which may be moved between two runs.
+std::optional<std::u16string> ListMemory::below_folder(const std::u16string& path) const {
+    const std::u16string above = join_path(folder_, u"x");
+    if (!path.starts_with(std::u16string_view(above).substr(0, above.size() - 1))) return std::nullopt;
+    return path.substr(above.size() - 1);
+}
+
+void ListMemory::write(const CJobNode& job, const Finished& file, const std::u16string& partial) {
+    if (others_ || !failure_.ok()) return;
+    if (!file_.is_open()) {
+        failure_ = file_.open(path_, OpenMode::create_new, Privacy::owner_only);
+        others_ = failure_.fault == FileFault::exists;
+        if (others_) failure_ = {};
+        if (others_ || !failure_.ok()) return;
+        others_ = !file_.try_lock();
+        if (others_) return file_.close();
+    }
+    const auto name = below_folder(file.path);
+    if (!name) return;
+    json line{{"key", key_of(job)}, {"file", to_utf8(*name)}, {"size", file.size}};
+    if (const auto before = below_folder(partial)) line["partial"] = to_utf8(*before);
+    const std::string text = line.dump(-1, ' ', false, json::error_handler_t::replace) + "\n";
+    failure_ = file_.write_at(end_, std::as_bytes(std::span(text)));
+    if (!failure_.ok()) return;
+    end_ += static_cast<std::int64_t>(text.size());
+    unsaved_ = true;
+}
+
+void ListMemory::save() {
+    if (!unsaved_ || !failure_.ok()) return;
+    failure_ = file_.flush();
+    unsaved_ = false;
+}
+
+FileError ListMemory::close(bool is_through) {
+    const bool is_mine = file_.is_open();
+    if (!is_through) save();
+    file_.close();
+    if (is_through && is_mine) {
+        const FileError error = remove_file(path_);
+        return error.fault == FileFault::not_found ? FileError{} : error;
+    }
+    return failure_;
+}
+
+}  // namespace vantlow

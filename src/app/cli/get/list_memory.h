@@ -1,0 +1,68 @@
+// The files that a `get` of several links has finished. The same list again, after it was cut off or in part
+// failed, does not fetch them once more.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+
+#include "platform/file.h"
+#include "store/job.h"
+
+namespace vantlow {
+
+/// A file in the folder that the list is fetched into, with a line for each link that is finished: written
+/// behind one another, so that a kill costs nothing, and gone once all are. It holds digests of the
+/// addresses, which may have secrets in them. One run of a list at a time has it: another of the same list
+/// remembers nothing. Used from one thread.
+class ListMemory {
+  public:
+    struct Finished {
+        std::u16string path;
+        std::int64_t size = 0;
+    };
+
+    /// Reads the file that an earlier run has left. `list` names the list: its file, or all of its links.
+    ListMemory(const std::u16string& folder, std::string_view list);
+
+    /// Returns the file that an earlier run has fetched for this job, where it is still there with its size.
+    /// Each is returned only once, since a list may name an address twice.
+    std::optional<Finished> take(const CJobNode& job);
+    /// Records the name that a job's file gets next. From then on a kill leaves either the partial file,
+    /// which shows that the job is not through, or a file that take() finds. A later call with another name
+    /// replaces it. The line survives a kill at once, a power cut after save().
+    void naming(const CJobNode& job, const Finished& file);
+    /// Records a job that has ended well, where naming() was not called for it.
+    void add(const CJobNode& job, const Finished& file);
+    /// Puts the new lines on the disk. Call about once a second.
+    void save();
+    /// Ends the record: the list is through, or is left to the next run. Returns the first failure of all
+    /// writing.
+    FileError close(bool is_through);
+    /// Forgets all that earlier runs have finished.
+    void forget();
+
+    [[nodiscard]] const std::u16string& path() const noexcept { return path_; }
+
+  private:
+    void read();
+    void write(const CJobNode& job, const Finished& file, const std::u16string& partial);
+    [[nodiscard]] std::optional<std::u16string> below_folder(const std::u16string& path) const;
+
+    std::u16string folder_;
+    std::u16string path_;
+    File file_;
+    bool others_ = false;   ///< another process holds the file
+    bool unsaved_ = false;  ///< lines that may not be on the disk
+    std::int64_t end_ = 0;  ///< the place of the next line
+    FileError failure_;     ///< the first one; nothing is written behind it
+    /// A line: a file, and the partial one that is there until it has its name.
+    struct Line : Finished {
+        std::u16string partial{};  ///< empty: the file had its name
+    };
+    std::multimap<std::string, Line> finished_;     ///< by the job's key
+    std::map<Guid, std::u16string> partial_files_;  ///< of jobs whose files were named in this run
+};
+
+}  // namespace vantlow

@@ -1,0 +1,148 @@
+#include "app/cli/known_settings.h"
+
+#include <algorithm>
+#include <limits>
+#include <numeric>
+#include <tuple>
+#include <utility>
+
+#include "base/text.h"
+#include "bt/torrent_settings.h"
+#include "store/setting_table.h"
+#include "store/settings.h"
+
+namespace vantlow {
+namespace {
+
+KnownSetting known(const NumberSetting& setting) {
+    KnownSetting made{to_utf8(setting.section),
+                      to_utf8(setting.key),
+                      std::to_string(setting.standard),
+                      true,
+                      std::nullopt,
+                      std::nullopt,
+                      std::string(setting.meaning)};
+    constexpr std::int64_t any = std::numeric_limits<std::int32_t>::min();
+    if (setting.smallest == any) return made;
+    made.smallest = setting.smallest;
+    made.largest = setting.largest;
+    return made;
+}
+
+KnownSetting known(const TextSetting& setting) {
+    return {to_utf8(setting.section),
+            to_utf8(setting.key),
+            to_utf8(setting.standard),
+            false,
+            std::nullopt,
+            std::nullopt,
+            std::string(setting.meaning)};
+}
+
+template <class... Each>
+std::vector<KnownSetting> list_of(const Each&... settings) {
+    return {known(settings)...};
+}
+
+std::string lower(std::string_view text) {
+    std::string made(text);
+    std::ranges::transform(made, made.begin(), [](char c) { return c >= 'A' && c <= 'Z' ? c + 32 : c; });
+    return made;
+}
+
+// Counts the characters that have to be put in, left out or changed to make one of the other (Levenshtein).
+std::size_t distance(std::string_view one, std::string_view other) {
+    std::vector<std::size_t> row(other.size() + 1);
+    std::iota(row.begin(), row.end(), 0);
+    for (std::size_t i = 0; i < one.size(); ++i) {
+        std::size_t diagonal = std::exchange(row[0], i + 1);
+        for (std::size_t j = 0; j < other.size(); ++j) {
+            const std::size_t changed = diagonal + (one[i] == other[j] ? 0 : 1);
+            diagonal = row[j + 1];
+            row[j + 1] = std::min({changed, diagonal + 1, row[j] + 1});
+        }
+    }
+    return row.back();
+}
+
+// Returns a small number for a setting that a name may have been meant for: mistyped, in another section, or
+// a part of the key.
+std::size_t strangeness(const KnownSetting& setting, std::string_view name) {
+    const auto slash = name.find('/');
+    const std::string key = lower(name.substr(slash == std::string_view::npos ? 0 : slash + 1));
+    const std::string own = lower(setting.key);
+    const std::size_t by_key = distance(own, key) + 1;
+    const bool part = key.size() >= 4 && (own.find(key) != std::string::npos || key.find(own) == 0);
+    return std::min({distance(lower(setting.name()), lower(name)), by_key, part ? 2 : by_key});
+}
+
+}  // namespace
+
+std::string KnownSetting::bounds_text() const {
+    if (!smallest) return {};
+    return " (" + std::to_string(*smallest) + " to " + std::to_string(*largest) + ")";
+}
+
+std::optional<KnownSetting> find_setting(std::string_view name) {
+    for (KnownSetting& setting : known_settings()) {
+        if (lower(setting.name()) == lower(name)) return std::move(setting);
+    }
+    return std::nullopt;
+}
+
+std::string no_such_setting(std::string_view name) {
+    constexpr std::size_t at_most = 3;
+    constexpr std::size_t longest_name = 100;
+    std::vector<std::pair<std::size_t, std::string>> near;
+    for (const KnownSetting& setting : known_settings()) {
+        if (setting.meaning.empty() || name.size() > longest_name) continue;
+        const std::size_t far = strangeness(setting, name);
+        if (far <= std::max<std::size_t>(2, setting.key.size() / 3)) near.emplace_back(far, setting.name());
+    }
+    std::ranges::stable_sort(near, {}, &std::pair<std::size_t, std::string>::first);
+    if (near.size() > at_most) near.resize(at_most);
+    std::string text = "There is no setting " + std::string(name) + ".";
+    for (const auto& [far, nearest] : near)
+        text += (far == near[0].first && nearest == near[0].second ? " Did you mean " : " or ") + nearest;
+    return text + (near.empty() ? " \"vantlow settings describe\" lists all of them." : "?");
+}
+
+Complaint complaint_of(std::string_view name, std::string_view value) {
+    const auto setting = find_setting(name);
+    if (!setting) return no_such_setting(name);
+    if (!setting->is_number || read_setting_number(to_utf16(value))) return std::nullopt;
+    return setting->name() + " takes a number" + setting->bounds_text() + ", not \"" + std::string(value) +
+           "\".";
+}
+
+std::vector<KnownSetting> known_settings() {
+    using namespace setting;
+    std::vector<KnownSetting> all =
+        list_of(max_jobs, resume, overwrite_rule, allocate_space, move_completed, mark_zone, start_all,
+                save_interval, backup_to, data_folder, language, split_size, only_own_part, suspend_interval,
+                max_per_server, connect_interval, connect_timeout, always_retry, retries, limit, speed_limit,
+                connection_buffer, data_buffer, disk_buffer, ssh_buffer, verify_peer, ca_file, proxy,
+                proxy_resolves, get_cookie, cookie_file, enable_feat, ftp_passive, nat_in_port, nat_address,
+                binary_types, trace_list, dial_up_entry, dial_up_user, dial_up_password, monitor_torrent,
+                monitor_ed2k, monitor_magnet, numwant, crypto, torrent_tracker, magnet_trackers);
+    std::ranges::sort(all, {}, [](const KnownSetting& one) { return std::tie(one.section, one.key); });
+    return all;
+}
+
+Complaint apply_overrides(const GlobalOptions& global, Settings& settings) {
+    for (const std::string& entry : global.set) {
+        const auto slash = entry.find('/');
+        const auto equals = entry.find('=', slash == std::string::npos ? 0 : slash);
+        if (slash == std::string::npos || slash == 0 || equals == std::string::npos || equals == slash + 1) {
+            return "--set takes Section/Key=Value, not \"" + entry + "\".";
+        }
+        if (const Complaint complaint = complaint_of(entry.substr(0, equals), entry.substr(equals + 1)))
+            return "--set: " + *complaint;
+        settings.override_value(to_utf16(entry.substr(0, slash)),
+                                to_utf16(entry.substr(slash + 1, equals - slash - 1)),
+                                to_utf16(entry.substr(equals + 1)));
+    }
+    return std::nullopt;
+}
+
+}  // namespace vantlow

@@ -1,0 +1,45 @@
+// Every setting that the program reads, as it is described to people, and values for one run.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "app/cli/command.h"
+
+namespace vantlow {
+
+class Settings;
+
+/// One setting, UTF-8.
+struct KnownSetting {
+    std::string section;
+    std::string key;
+    std::string standard;
+    bool is_number;
+    std::optional<std::int64_t> smallest;  ///< none: any number, or a text
+    std::optional<std::int64_t> largest;
+    std::string meaning;  ///< empty: it changes nothing that can be seen yet, so it is described nowhere
+
+    [[nodiscard]] std::string name() const { return section + "/" + key; }
+    /// Returns " (1 to 64)"; an empty text without bounds.
+    [[nodiscard]] std::string bounds_text() const;
+};
+
+/// Returns all of them, by section and key.
+std::vector<KnownSetting> known_settings();
+
+/// Finds the setting of this name ("Section/Key", in any letter case); none when there is no such.
+std::optional<KnownSetting> find_setting(std::string_view name);
+/// Returns "There is no setting NAME.", and the names that it may have been meant for.
+std::string no_such_setting(std::string_view name);
+/// Complains of a value for a setting (both UTF-8): no such setting, or a text where a number is wanted.
+/// Nothing for a number out of bounds: its reader takes the nearest one within.
+Complaint complaint_of(std::string_view name, std::string_view value);
+
+/// Puts the values of --set ("Section/Key=Value") over the store's, for this run only.
+Complaint apply_overrides(const GlobalOptions& global, Settings& settings);
+
+}  // namespace vantlow

@@ -1,0 +1,80 @@
+// `vantlow add`.
+#include <nlohmann/json.hpp>
+
+#include <memory>
+
+#include "app/cli/job_options.h"
+#include "app/cli/report.h"
+#include "app/cli/store/store_command.h"
+#include "base/text.h"
+
+namespace vantlow {
+namespace {
+
+struct AddOptions {
+    JobOptions job;
+    std::string category;
+    bool paused = false;
+};
+
+// Says that the limit for each server holds, which is the program's, so that a single job does not raise it.
+void tell_of_server_limit(const StoreCommand& command, const JobOptions& options) {
+    const std::int64_t most = command.app.settings().number(setting::max_per_server);
+    if (most == 0 || options.connections.value_or(0) <= most || command.global.quiet) return;
+    complain("The setting Connection/MaxPerServer allows " + std::to_string(most) +
+             " connections to one server, so that a job gets no more.");
+}
+
+Exit run_add(StoreCommand& command, const AddOptions& options) {
+    std::vector<std::string> links;
+    if (const Complaint complaint = check_named_files(options.job)) return complain(*complaint, Exit::usage);
+    if (const Complaint complaint = read_links(options.job, links)) {
+        complain(*complaint);
+        return Exit::failed;
+    }
+    const CClassNode* category = command.engine.first_category();
+    if (!options.category.empty()) category = find_category(command, options.category);
+    if (category == nullptr) return Exit::failed;
+    tell_of_server_limit(command, options.job);
+    JobOptions asked = options.job;
+    asked.limits_each = true;
+    // As for `get`, files go to the current folder where neither another one nor a category with one is
+    // named.
+    JobDraft draft = draft_of(asked, options.category.empty() ? u"." : category->folder);
+    draft.links = std::move(links);
+    draft.category = category->identity;
+    draft.paused = options.paused;
+    const Added added = command.engine.add(draft);
+    for (const DraftFault& fault : added.faults) complain(text_of(fault));
+    nlohmann::ordered_json ids = nlohmann::ordered_json::array();
+    std::string lines;
+    for (const Guid& job : added.jobs) {
+        ids.push_back(guid_text(job));
+        lines += guid_text(job) + "\n";
+    }
+    command.promise = answer_text(command.global, ids, lines);
+    return added.faults.empty() ? Exit::done : Exit::failed;
+}
+
+Complaint check_add(const AddOptions& options) {
+    if (Complaint complaint = check_job_options(options.job)) return complaint;
+    if (options.job.output == "-") return "--output - is for 'vantlow get' alone.";
+    return check_draft(options.job);
+}
+
+}  // namespace
+
+void add_add_command(CommandSet& commands) {
+    const auto options = std::make_shared<AddOptions>();
+    CLI::App& add = commands.add_on_data_folder(
+        "add", "Add jobs, and print their ids",
+        on_store([options](StoreCommand& command) { return run_add(command, *options); }),
+        [options] { return check_add(*options); });
+    add_job_options(add, options->job);
+    add.add_option("--limit", options->job.limit, "Bytes a second for each of these jobs (500K, 2M)");
+    add.add_option("--category", options->category,
+                   "The category for the jobs; without --dir their files go to its folder");
+    add.add_flag("--paused", options->paused, "Let the jobs wait for 'vantlow start'");
+}
+
+}  // namespace vantlow
