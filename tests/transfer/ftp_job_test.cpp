@@ -88,10 +88,10 @@ TEST_F(FtpJobTest, RefusalsEndOrRepeatTheJob) {
         FakeFtp server(rules);
         auto job = make_job(server.url16("/dir/file.bin"));
         job->retry_by_settings = 0;
-        job->retries = 2;
+        job->retries = 1;
         const JobOutcome outcome = run(*job);
         EXPECT_EQ(outcome.result.code, c.code) << outcome.result.message();
-        EXPECT_EQ(server.count("USER"), c.again ? 3U : 1U);
+        EXPECT_EQ(server.count("USER"), c.again ? 2U : 1U);
     }
     EXPECT_TRUE(log.has("Login unsuccessfully."));
     EXPECT_TRUE(log.has("FTP command error."));

@@ -50,20 +50,6 @@ TEST(HttpRequest, IsTheseBytes) {
               "\r\n");
 }
 
-TEST(HttpRequest, LeavesOutWhatItHasNothingFor) {
-    HttpRequest request = plain_request();
-    request.path = "/";
-    test::RecordingLog log;
-    EXPECT_EQ(build_request(request, log),
-              "GET / HTTP/1.1\r\n"
-              "Accept: */*\r\n"
-              "Host: example.org\r\n"
-              "Connection: Keep-Alive\r\n"
-              "Pragma: no-cache\r\n"
-              "Cache-Control: no-cache\r\n"
-              "\r\n");
-}
-
 TEST(HttpRequest, ThroughAProxyHasItsOwnLinesInTheirPlaces) {
     HttpRequest request = plain_request();
     request.through_proxy = true;

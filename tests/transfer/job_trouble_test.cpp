@@ -26,20 +26,6 @@ TEST_F(JobTest, ContinuesWhereConnectionsBreak) {
     }
 }
 
-TEST_F(JobTest, WaitsAndGivesUpAsItIsTold) {
-    auto job = make_job(to_utf16("http://127.0.0.1:" + std::to_string(closed_port()) + "/x"));
-    job->retry_by_settings = 0;
-    job->retries = 1;
-    job->retry_delay = 1;
-    const auto begun = Clock::now();
-    const JobOutcome outcome = run(*job);
-    EXPECT_EQ(outcome.result.code, Code::transient);
-    EXPECT_GE(Clock::now() - begun, std::chrono::milliseconds(990));
-    EXPECT_EQ(log.count("Awaiting 1 seconds to retry."), 1U);
-    EXPECT_TRUE(log.has("Maximum error reached, this part halted."));
-    EXPECT_TRUE(only({}));
-}
-
 TEST_F(JobTest, FinalRefusalsEndTheJobWithTheReason) {
     const std::pair<int, Code> cases[] = {{401, Code::credentials_refused},
                                           {403, Code::server_error},
@@ -56,38 +42,6 @@ TEST_F(JobTest, FinalRefusalsEndTheJobWithTheReason) {
         EXPECT_EQ(server.server().request_count(), 1U);
     }
     EXPECT_TRUE(only({}));
-}
-
-TEST_F(JobTest, BusyServersAreAskedAgainWhenTheySaySo) {
-    FileServer server(FileResource{.content = content});
-    int asked = 0;
-    server.set_interceptor([&](Exchange& exchange) {
-        return asked++ == 0 && exchange.answer(503, "Busy", "later", {{"Retry-After", "1"}});
-    });
-    auto job = make_job(server.url16());
-    EXPECT_EQ(run(*job).result.code, Code::ok);
-    const auto requests = server.server().requests();
-    ASSERT_EQ(requests.size(), 2U);
-    EXPECT_GE(requests[1].time - requests[0].time, std::chrono::milliseconds(990));
-    EXPECT_TRUE(file_has(folder.path(u"file.bin"), content));
-}
-
-TEST_F(JobTest, GoesOnWithTheConnectionsThatTheServerBears) {
-    for (const int status : {503, 403, 429, 0}) {
-        SCOPED_TRACE(status);
-        FileServer::Options options;
-        options.most_connections = 2;
-        options.refuse_status = status;
-        FileServer server(options);
-        server.set("/file.bin", FileResource{.content = content, .rate = 500'000});
-        auto job = make_job(server.url16(), 6);
-        const JobOutcome outcome = run(*job);
-        EXPECT_EQ(outcome.result.code, Code::ok) << outcome.result.message() << log.all();
-        EXPECT_TRUE(file_has(outcome.path, content));
-        EXPECT_GT(server.refused(), 0);
-        EXPECT_LE(server.refused(), 8) << "refused connections were tried again and again";
-        ASSERT_TRUE(remove_file(outcome.path).ok());
-    }
 }
 
 TEST_F(JobTest, AServerThatCannotResumeIsReadByOneConnection) {
@@ -157,39 +111,6 @@ TEST_F(JobTest, WrongRangesNeverReachTheFile) {
     }
 }
 
-TEST_F(JobTest, NonsenseEndsWithAClearErrorInBoundedTime) {
-    const std::pair<const char*, std::string> cases[] = {
-        {"no HTTP", "SSH-2.0-OpenSSH_9.2\r\n"},
-        {"two lengths", "HTTP/1.1 200 OK\r\nContent-Length: 5\r\nContent-Length: 6\r\n\r\nabcdef"},
-        {"length is no number", "HTTP/1.1 200 OK\r\nContent-Length: -5\r\n\r\nabc"},
-        {"header of megabytes", "HTTP/1.1 200 OK\r\nX: " + std::string(3'000'000, 'x')},
-        {"bad chunk size", "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\nzz\r\nabc\r\n"},
-        {"huge chunk size",
-         "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\nffffffffffffffffff\r\nabc\r\n"},
-    };
-    for (const auto& [name, bytes] : cases) {
-        SCOPED_TRACE(name);
-        ScriptedServer server([&bytes](Exchange& exchange) {
-            exchange.send_raw(bytes);
-            exchange.close();
-        });
-        auto job = make_job(server.url16("/x"));
-        const JobOutcome outcome = run(*job);
-        EXPECT_EQ(outcome.result.kind(), Kind::final) << outcome.result.message() << log.all();
-        EXPECT_TRUE(only({}));
-    }
-}
-
-TEST_F(JobTest, ABodyThatAlwaysEndsEarlyIsGivenUp) {
-    // Neither ranges nor a whole body: every attempt ends at the same byte.
-    FileServer server(FileResource{.content = content, .accept_ranges = false, .close_after = 1000});
-    auto job = make_job(server.url16(), 2);
-    const JobOutcome outcome = run(*job);
-    EXPECT_EQ(outcome.result.code, Code::server_error) << log.all();
-    EXPECT_LT(server.server().request_count(), 40U);
-    EXPECT_FALSE(folder.has(u"file.bin"));
-}
-
 TEST_F(JobTest, ClumsyAnswersAreTaken) {
     ScriptedServer server([](Exchange& exchange) {
         exchange.send_raw("HTTP/1.1 100 Continue\r\n\r\nHTTP/1.1 103 Early Hints\r\nLink: x\r\n\r\n");
@@ -199,24 +120,6 @@ TEST_F(JobTest, ClumsyAnswersAreTaken) {
     auto job = make_job(server.url16("/x"));
     EXPECT_EQ(run(*job).result.code, Code::ok) << log.all();
     EXPECT_TRUE(file_has(folder.path(u"x"), "abc"));
-}
-
-TEST_F(JobTest, ADeadKeptConnectionCostsNoError) {
-    ScriptedServer server([](Exchange& exchange) {
-        exchange.answer(200, "OK", "abc");
-        if (exchange.number() == 1) {
-            std::string next;
-            exchange.receive(1, next);  // the next request begins to arrive: too late
-            exchange.reset();
-        }
-    });
-    for (const char* path : {"/a", "/b"}) {
-        auto job = make_job(server.url16(path));
-        job->retry_by_settings = 0;
-        job->retries = 0;
-        EXPECT_EQ(run(*job).result.code, Code::ok) << log.all();
-    }
-    EXPECT_EQ(server.connection_count(), 2U);
 }
 
 TEST_F(JobTest, ASlowConnectionIsReplacedAtTheEnd) {

@@ -234,15 +234,6 @@ TEST_F(LoginJobs, NtlmGoesOverOneConnection) {
     EXPECT_EQ(log.count("TlRMTVNTUAAD"), 0U);
 }
 
-TEST_F(LoginJobs, WrongCredentialsEndAtOnce) {
-    ScriptedServer server([](Exchange& exchange) {
-        exchange.answer(401, "Login", "", {{"WWW-Authenticate", "Basic realm=x, Digest nonce=1"}});
-    });
-    const JobOutcome outcome = fetch(server.url16("/a"));
-    EXPECT_EQ(outcome.result.code, Code::credentials_refused);
-    EXPECT_EQ(server.request_count(), 2U);
-}
-
 TEST_F(LoginJobs, AProxyAndAServerAreAnsweredAtOnce) {
     ScriptedServer proxy([](Exchange& exchange) {
         const std::string to_proxy = exchange.request().field("proxy-authorization").value_or("");

@@ -1,10 +1,7 @@
 // Jobs of several mirrors: shared work, bad mirrors, checked pieces.
 #include <algorithm>
-#include <random>
 
 #include "job_fixture.h"
-#include "transfer/job/mirror_rule.h"
-#include "transfer/job/origins.h"
 
 namespace vantlow::test {
 namespace {
@@ -85,10 +82,10 @@ TEST_F(MirrorJobTest, OneSlowOneDyingAndOneWrongMirrorDoNotSpoilTheFile) {
          {with_pieces | with_size, with_pieces | with_whole, with_whole | with_size, int{with_whole}}) {
         SCOPED_TRACE(checks);
         servers.clear();
-        serve({.content = content, .rate = 150'000});
+        serve({.content = content, .rate = 600'000});
         FileServer& dying = serve({.content = content, .reset_after = 70'000});
-        FileServer& wrong = serve({.content = spoiled(), .rate = 2'000'000});
-        serve({.content = content, .rate = 2'000'000});
+        FileServer& wrong = serve({.content = spoiled(), .rate = 8'000'000});
+        serve({.content = content, .rate = 8'000'000});
         std::atomic<int> requests{0};
         dying.set_interceptor(
             [&requests](Exchange& exchange) { return ++requests > 1 && exchange.answer(410, "Gone", ""); });
@@ -266,41 +263,6 @@ TEST_F(MirrorJobTest, ACompressedAnswerIsCheckedLikeAnyOther) {
             }
             for (const auto& name : folder.names()) ASSERT_TRUE(remove_file(folder.path(name)).ok());
         }
-    }
-}
-
-TEST(MirrorRule, TakesTheFewestConnectionsAndFailures) {
-    struct Case {
-        std::vector<MirrorItem> items;
-        std::optional<std::size_t> chosen;
-    };
-    for (const Case& c : {Case{{{1, 0, true}, {0, 0, true}, {0, 0, true}}, 1},
-                          Case{{{1, 0, true}, {0, 2, true}}, 0}, Case{{{0, 0, false}, {5, 5, true}}, 1},
-                          Case{{{0, 0, false}}, std::nullopt}, Case{{}, std::nullopt}}) {
-        EXPECT_EQ(choose_mirror(c.items), c.chosen);
-    }
-}
-
-TEST(Origins, KnowWhoGaveWhatLast) {
-    constexpr std::int64_t length = 200;
-    std::mt19937 random(5);
-    Origins origins;
-    std::vector<int> model(length, Origins::unknown);
-    for (int round = 0; round < 3000; ++round) {
-        const auto begin = static_cast<std::int64_t>(random() % length);
-        const auto end =
-            begin + static_cast<std::int64_t>(random() % static_cast<unsigned>(length - begin + 1));
-        const int mirror = static_cast<int>(random() % 4);
-        const bool forget = random() % 4 == 0;
-        forget ? origins.forget(begin, end) : origins.add(begin, end, mirror);
-        std::fill(model.begin() + begin, model.begin() + end, forget ? Origins::unknown : mirror);
-        std::vector<int> expected(model.begin() + begin / 2, model.begin() + end);
-        std::ranges::sort(expected);
-        expected.erase(std::unique(expected.begin(), expected.end()), expected.end());
-        ASSERT_EQ(origins.of(begin / 2, end), expected) << round;
-        std::int64_t bytes = 0;
-        for (const auto& range : origins.from(mirror)) bytes += range.end - range.begin;
-        ASSERT_EQ(bytes, std::ranges::count(model, mirror)) << round;
     }
 }
 
