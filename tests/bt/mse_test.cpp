@@ -112,36 +112,6 @@ TEST(MessageStreamEncryption, PaddingStaysWithinItsBoundsAndVaries) {
     EXPECT_LT(least, 200U);
 }
 
-TEST(MessageStreamEncryption, OffersAndAnswersAsTheWireHasIt) {
-    PeerBuffer a_in;
-    PeerBuffer b_in;
-    CBTMSE a(secur(), a_in);
-    CBTMSE b(secur(), b_in);
-    std::string ya;
-    std::string yb;
-    ASSERT_EQ(a.send_public_key(ya), MseStep::done);
-    ASSERT_EQ(b.send_public_key(yb), MseStep::done);
-    a_in.append(yb.substr(0, 95));
-    EXPECT_EQ(a.receive_yb(torrent(1)), MseStep::more);
-    a_in.append(yb.substr(95, 1));
-    ASSERT_EQ(a.receive_yb(torrent(1)), MseStep::done);
-    std::string request;
-    ASSERT_EQ(a.send_request(torrent(1), 0, "payload", request), MseStep::done);
-    b_in.append(ya + request);
-    ASSERT_EQ(b.receive_ya(), MseStep::done);
-    const InfoHash known[] = {torrent(9), torrent(1)};
-    ASSERT_EQ(b.find_request(known), MseStep::done);
-    std::string head;
-    ASSERT_EQ(b.take_handshake(14, head), MseStep::done);
-    EXPECT_EQ(head.substr(0, 8), std::string(8, '\0'));
-    EXPECT_EQ(get_number<std::uint32_t>(head, 8), 3U) << "offers both";
-    const std::size_t pad = get_number<std::uint16_t>(head, 12);
-    std::string rest;
-    ASSERT_EQ(b.take_handshake(pad + 2 + 7, rest), MseStep::done);
-    EXPECT_EQ(rest.substr(pad), std::string("\0\7payload", 9));
-    EXPECT_EQ(b_in.size(), 0U);
-}
-
 // The longest padding that others send, and a constant that comes in two parts.
 TEST(MessageStreamEncryption, FindsTheConstantBehind512BytesAndNotBehindMore) {
     for (const std::size_t padding : {std::size_t{0}, std::size_t{512}, std::size_t{513}}) {

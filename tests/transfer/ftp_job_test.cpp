@@ -17,13 +17,7 @@ class FtpJobTest : public JobTest {
         job->retries = 20;
         return run(*job);
     }
-    void expect_content(const JobOutcome& outcome) {
-        EXPECT_EQ(outcome.result.code, Code::ok) << outcome.result.message() << "\n" << log.all();
-        EXPECT_TRUE(file_has(outcome.path, content));
-        if (outcome.result.ok()) {
-            EXPECT_TRUE(remove_file(outcome.path).ok());
-        }
-    }
+    void expect_content(const JobOutcome& outcome) { expect_file(outcome, content); }
 };
 
 TEST_F(FtpJobTest, SpeaksInThisOrder) {
@@ -101,42 +95,27 @@ TEST_F(FtpJobTest, RefusalsEndOrRepeatTheJob) {
 TEST_F(FtpJobTest, DataConnectionsInEveryWay) {
     struct Case {
         const char* name;
-        FakeFtp::Rules rules;
-        bool ipv6;
         int passive;
         const char* command;
+        std::map<std::string, std::string> answers{};
+        bool ipv6 = false;
+        const char* host = "";
     };
     const Case cases[] = {
-        {"passive", {.content = content}, false, 1, "PASV"},
-        {"a private address announced", {.content = content, .passive_host = "10,1,2,3"}, false, 1, "PASV"},
-        {"EPSV where PASV is refused",
-         {.content = content, .answers = {{"PASV", "502 No"}}},
-         false,
-         1,
-         "EPSV"},
-        {"PORT where both are",
-         {.content = content, .answers = {{"PASV", "502 No"}, {"EPSV", "502 No"}}},
-         false,
-         1,
-         "PORT 127,0,0,1,"},
-        {"PORT where nobody listens",
-         {.content = content, .answers = {{"PASV", "227 (127,0,0,1,0,1)"}}},
-         false,
-         1,
-         "PORT"},
-        {"active", {.content = content}, false, 0, "PORT"},
-        {"passive where PORT is refused",
-         {.content = content, .answers = {{"PORT", "500 No"}}},
-         false,
-         0,
-         "PASV"},
-        {"IPv6", {.content = content}, true, 1, "EPSV"},
-        {"active on IPv6", {.content = content}, true, 0, "EPRT |2|::1|"},
+        {"passive", 1, "PASV"},
+        {"a private address announced", 1, "PASV", {}, false, "10,1,2,3"},
+        {"EPSV where PASV is refused", 1, "EPSV", {{"PASV", "502 No"}}},
+        {"PORT where both are", 1, "PORT 127,0,0,1,", {{"PASV", "502 No"}, {"EPSV", "502 No"}}},
+        {"PORT where nobody listens", 1, "PORT", {{"PASV", "227 (127,0,0,1,0,1)"}}},
+        {"active", 0, "PORT"},
+        {"passive where PORT is refused", 0, "PASV", {{"PORT", "500 No"}}},
+        {"IPv6", 1, "EPSV", {}, true},
+        {"active on IPv6", 0, "EPRT |2|::1|", {}, true},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
         set(setting::ftp_passive, c.passive);
-        FakeFtp server(c.rules, c.ipv6);
+        FakeFtp server({.content = content, .answers = c.answers, .passive_host = c.host}, c.ipv6);
         expect_content(fetch(server, 2));
         EXPECT_GT(server.count(c.command), 0U);
     }
@@ -192,9 +171,7 @@ TEST_F(FtpJobTest, AControlConnectionServesSeveralSegmentsAndFiles) {
     // A server that does not take ABOR gets a new login.
     FakeFtp strict({.content = make_content(21, 4'000'000), .answers = {{"ABOR", "!"}}, .rate = 4'000'000});
     auto job = make_job(strict.url16(), 3);
-    const JobOutcome outcome = run(*job);
-    EXPECT_EQ(outcome.result.code, Code::ok) << log.all();
-    EXPECT_TRUE(file_has_content(outcome.path, 21, 4'000'000));
+    expect_file(run(*job), make_content(21, 4'000'000));
 }
 
 TEST_F(FtpJobTest, FoldersAndTextFiles) {
@@ -236,9 +213,7 @@ TEST_F(FtpJobTest, AChangedFileIsFetchedAnew) {
     FakeFtp new_server(rules, false, port);
     auto earlier = earlier_job(new_server.url16());
     ASSERT_NE(earlier, nullptr);
-    const JobOutcome outcome = run(*earlier);
-    EXPECT_EQ(outcome.result.code, Code::ok) << log.all();
-    EXPECT_TRUE(file_has(outcome.path, other));
+    expect_file(run(*earlier), other);
 }
 
 TEST_F(FtpJobTest, RedirectsFromHttpLeadHere) {
@@ -257,11 +232,7 @@ TEST_F(FtpJobTest, RedirectsFromHttpLeadHere) {
         exchange.answer(200, "OK", content);
     });
     auto by_proxy = make_job(server.url16("/file.bin", "joe:pw@"));
-    vantlow::RunOptions options;
-    options.proxy.kind = ProxyPlan::http;
-    options.proxy.host = "127.0.0.1";
-    options.proxy.port = proxy.port();
-    expect_content(run(*by_proxy, options));
+    expect_content(run(*by_proxy, through(ProxyPlan::http, proxy.port())));
 }
 
 TEST_F(FtpJobTest, StopsAtOnceWhereverItWaits) {

@@ -33,10 +33,8 @@ TEST_F(ResumeTest, ContinuesFromWhatIsThere) {
     interrupt(server, 200'000);
     // One connection: where two cut each other's segments, what was sent beyond a cut comes twice.
     const JobOutcome outcome = go_on(server, 1);
-    EXPECT_EQ(outcome.result.code, Code::ok) << log.all();
     EXPECT_LE(outcome.received, static_cast<std::int64_t>(size - 200'000));
-    EXPECT_TRUE(file_has(folder.path(u"file.bin"), content));
-    EXPECT_TRUE(only({u"file.bin"}));
+    expect_file(outcome, content);
 }
 
 TEST_F(ResumeTest, StateHoldsNoSecrets) {
@@ -82,12 +80,9 @@ TEST_F(ResumeTest, AnotherVersionStartsOver) {
             c.change(r);
         });
         const JobOutcome outcome = go_on(server);
-        EXPECT_EQ(outcome.result.code, Code::ok) << outcome.result.message() << log.all();
         EXPECT_EQ(outcome.restarts, 1);
         EXPECT_TRUE(log.has("The file on the server is newer, download it again."));
-        EXPECT_TRUE(file_has(folder.path(u"file.bin"), c.expected));
-        EXPECT_TRUE(only({u"file.bin"}));
-        ASSERT_TRUE(remove_file(folder.path(u"file.bin")).ok());
+        expect_file(outcome, c.expected);
     }
 }
 
@@ -102,11 +97,9 @@ TEST_F(ResumeTest, WithoutValidatorsTheJointsAreCompared) {
             if (changes) r.content = other_content;
         });
         const JobOutcome outcome = go_on(server);
-        EXPECT_EQ(outcome.result.code, Code::ok) << outcome.result.message() << log.all();
-        EXPECT_TRUE(file_has(folder.path(u"file.bin"), changes ? other_content : content));
+        expect_file(outcome, changes ? other_content : content);
         EXPECT_EQ(outcome.received < static_cast<std::int64_t>(size), !changes)
             << "continued only where it is the same";
-        ASSERT_TRUE(remove_file(folder.path(u"file.bin")).ok());
     }
 }
 
@@ -139,8 +132,7 @@ TEST_F(ResumeTest, AResourceThatKeepsChangingIsTakenFromOneAnswer) {
         return false;
     });
     auto job = make_job(server.url16(), 1);
-    EXPECT_EQ(run(*job).result.code, Code::ok) << log.all();
-    EXPECT_TRUE(file_has(folder.path(u"file.bin"), content));
+    expect_file(run(*job), content);
 }
 
 TEST_F(ResumeTest, DamagedOrForeignLeftoversAreNotTrusted) {
@@ -162,9 +154,7 @@ TEST_F(ResumeTest, AnAbandonedPartialFileIsUsedAgain) {
     folder.write(u"file.bin.vantlow", std::string(2 * size, 'x'));
     FileServer server(FileResource{.content = content});
     auto job = make_job(server.url16(), 2);
-    EXPECT_EQ(run(*job).result.code, Code::ok);
-    EXPECT_TRUE(file_has(folder.path(u"file.bin"), content));
-    EXPECT_TRUE(only({u"file.bin"}));
+    expect_file(run(*job), content);
 }
 
 TEST_F(ResumeTest, AFullDiskKeepsWhatIsThere) {
@@ -182,9 +172,7 @@ TEST_F(ResumeTest, AFullDiskKeepsWhatIsThere) {
     EXPECT_FALSE(folder.has(u"file.bin"));
     auto job = earlier_job(server.url16(), 2);
     if (!job) job = make_job(server.url16(), 2);
-    EXPECT_EQ(run(*job).result.code, Code::ok) << log.all();
-    EXPECT_TRUE(file_has(folder.path(u"file.bin"), content));
-    EXPECT_TRUE(only({u"file.bin"}));
+    expect_file(run(*job), content);
 }
 
 TEST_F(ResumeTest, EveryFailingOperationIsTold) {
@@ -238,10 +226,9 @@ TEST_F(ResumeTest, SavedPositionsAreOnTheDisk) {
     ASSERT_TRUE(lose_ranges(folder.path(u"file.bin.vantlow"), lost).ok());
     server.change("/file.bin", [](FileResource& r) { r.rate = 0; });
     const JobOutcome outcome = go_on(server);
-    EXPECT_EQ(outcome.result.code, Code::ok) << log.all();
     EXPECT_LT(outcome.received, static_cast<std::int64_t>(size))
         << "the state was worth nothing" << log.all();
-    EXPECT_TRUE(file_has(folder.path(u"file.bin"), content));
+    expect_file(outcome, content);
 }
 
 // The positions are being saved while an answer makes the job begin anew.
@@ -288,9 +275,7 @@ TEST_F(ResumeTest, AfterABreakTheJointIsComparedToo) {
             return false;
         });
         auto job = make_job(server.url16());
-        EXPECT_EQ(run(*job).result.code, Code::ok) << log.all();
-        EXPECT_TRUE(file_has(folder.path(u"file.bin"), other_content));
-        ASSERT_TRUE(remove_file(folder.path(u"file.bin")).ok());
+        expect_file(run(*job), other_content);
     }
 }
 

@@ -19,10 +19,7 @@ TEST_F(JobTest, ContinuesWhereConnectionsBreak) {
         (reset ? resource.reset_after : resource.close_after) = 70'000;
         FileServer server(resource);
         auto job = make_job(server.url16(), 2);
-        const JobOutcome outcome = run(*job);
-        EXPECT_EQ(outcome.result.code, Code::ok) << outcome.result.message() << log.all();
-        EXPECT_TRUE(file_has(outcome.path, content));
-        ASSERT_TRUE(remove_file(outcome.path).ok());
+        expect_file(run(*job), content);
     }
 }
 
@@ -47,18 +44,16 @@ TEST_F(JobTest, FinalRefusalsEndTheJobWithTheReason) {
 TEST_F(JobTest, AServerThatCannotResumeIsReadByOneConnection) {
     FileServer server(FileResource{.content = content, .ignore_range = true, .rate = 2'000'000});
     auto job = make_job(server.url16(), 4);
-    EXPECT_EQ(run(*job).result.code, Code::ok) << log.all();
+    expect_file(run(*job), content);
     EXPECT_TRUE(log.has("This site can't resume broken downloads."));
-    EXPECT_TRUE(file_has(folder.path(u"file.bin"), content));
 
     // Without leave to start over the second connection ends and the first goes on.
     set(setting::resume, 0);
     auto strict = make_job(server.url16(), 2);
     strict->file_name = u"strict.bin";
     const JobOutcome outcome = run(*strict);
-    EXPECT_EQ(outcome.result.code, Code::ok) << outcome.result.message() << log.all();
     EXPECT_EQ(outcome.received, static_cast<std::int64_t>(size));
-    EXPECT_TRUE(file_has(folder.path(u"strict.bin"), content));
+    expect_file(outcome, content);
 }
 
 // The second connection gets the whole file, too, while the first one writes its last bytes.
@@ -78,12 +73,13 @@ TEST_F(JobTest, AnAnswerFromZeroAtTheVeryEndSpoilsNothing) {
         return false;
     });
     auto job = make_job(server.url16(), 2);
+    JobOutcome outcome;
     {
         const HookInPlace in_place(hold);
-        EXPECT_EQ(run(*job).result.code, Code::ok) << log.all();
+        outcome = run(*job);
     }
     EXPECT_TRUE(hold.released) << log.all();
-    EXPECT_TRUE(file_has(folder.path(u"file.bin"), whole)) << log.all();
+    expect_file(outcome, whole);
 }
 
 TEST_F(JobTest, WrongRangesNeverReachTheFile) {
@@ -102,8 +98,7 @@ TEST_F(JobTest, WrongRangesNeverReachTheFile) {
         auto job = make_job(server.url16(), 3);
         const JobOutcome outcome = run(*job);
         if (outcome.result.ok()) {
-            EXPECT_TRUE(file_has(outcome.path, content));
-            ASSERT_TRUE(remove_file(outcome.path).ok());
+            expect_file(outcome, content);
         } else {
             EXPECT_FALSE(outcome.result.message().empty());
             EXPECT_TRUE(only({}));
@@ -118,8 +113,7 @@ TEST_F(JobTest, ClumsyAnswersAreTaken) {
         exchange.answer(206, "Partial Content", "abc");
     });
     auto job = make_job(server.url16("/x"));
-    EXPECT_EQ(run(*job).result.code, Code::ok) << log.all();
-    EXPECT_TRUE(file_has(folder.path(u"x"), "abc"));
+    expect_file(run(*job), "abc");
 }
 
 TEST_F(JobTest, ASlowConnectionIsReplacedAtTheEnd) {
@@ -137,9 +131,8 @@ TEST_F(JobTest, ASlowConnectionIsReplacedAtTheEnd) {
     set(setting::split_size, 150'000);
     auto job = make_job(server.url16(), 2);
     const auto begun = Clock::now();
-    EXPECT_EQ(run(*job).result.code, Code::ok) << log.all();
+    expect_file(run(*job), content);
     EXPECT_LT(Clock::now() - begun, std::chrono::seconds(8)) << "the slow connection alone takes minutes";
-    EXPECT_TRUE(file_has(folder.path(u"file.bin"), content));
 }
 
 // Bytes that came before the part was cut lie behind its end: they, too, are part of the joint.
@@ -161,9 +154,8 @@ TEST_F(JobTest, AnAnswerThatRanPastACutFitsItsNeighbour) {
         second_answered = true;
     });
     auto job = make_job(server.url16("/file.bin"), 2);
-    EXPECT_EQ(run(*job).result.code, Code::ok) << log.all();
+    expect_file(run(*job), whole);
     EXPECT_FALSE(log.has("newer, download it again")) << log.all();
-    EXPECT_TRUE(file_has(folder.path(u"file.bin"), whole));
 }
 
 // The first answer told no size and broke; the next ones give the rest in parts. A size that no part tells is
@@ -198,9 +190,7 @@ TEST_F(JobTest, TheEndOfAPartIsNotTheEndOfTheFile) {
             return exchange.answer(206, "Partial Content", part, fields);
         });
         auto job = make_job(server.url16());
-        EXPECT_EQ(run(*job).result.code, Code::ok) << log.all();
-        EXPECT_TRUE(file_has(folder.path(u"file.bin"), content));
-        ASSERT_TRUE(remove_file(folder.path(u"file.bin")).ok());
+        expect_file(run(*job), content);
     }
 }
 

@@ -13,15 +13,7 @@ const std::string content = make_content(21, size);
 const std::string other_content = make_content(22, size);
 const std::string page = "<html>This link has expired. Please log in.</html>";
 
-class OneTimeTest : public JobTest {
-  protected:
-    void expect_whole(const JobOutcome& outcome, const std::string& expected = content) {
-        EXPECT_EQ(outcome.result.code, Code::ok) << outcome.result.message() << "\n" << log.all();
-        EXPECT_TRUE(file_has(folder.path(u"file.bin"), expected)) << log.all();
-        EXPECT_TRUE(only({u"file.bin"}));
-        for (const auto& name : folder.names()) ASSERT_TRUE(remove_file(folder.path(name)).ok());
-    }
-};
+using OneTimeTest = JobTest;
 
 TEST_F(OneTimeTest, TheFirstAnswerBringsTheFileWhateverLaterOnesAre) {
     struct Case {
@@ -96,7 +88,7 @@ TEST_F(OneTimeTest, TheFirstAnswerBringsTheFileWhateverLaterOnesAre) {
             } else {
                 EXPECT_LE(requests, 20) << "asked again and again";
             }
-            expect_whole(outcome);
+            expect_file(outcome, content);
         }
     }
 }
@@ -119,7 +111,7 @@ TEST_F(OneTimeTest, ARetryLimitEndsAJobThatNobodyServes) {
         EXPECT_LT(Clock::now() - begun, std::chrono::seconds(10));
         EXPECT_LE(requests, 5 + connections) << log.all();
         EXPECT_TRUE(only({u"file.bin.vantlow", u"file.bin.vantlow-job"}));
-        for (const auto& name : folder.names()) ASSERT_TRUE(remove_file(folder.path(name)).ok());
+        clear_folder();
     }
 }
 
@@ -177,7 +169,7 @@ TEST_F(OneTimeTest, APlantedStateIsLeftAlone) {
         EXPECT_TRUE(log.has("left alone")) << log.all();
         EXPECT_TRUE(file_has(folder.path(u"file(1).bin"), content)) << log.all();
         EXPECT_TRUE(file_has(folder.path(u"file.bin.vantlow"), planted));
-        for (const auto& name : folder.names()) ASSERT_TRUE(remove_file(folder.path(name)).ok());
+        clear_folder();
     }
 }
 
@@ -196,7 +188,7 @@ TEST_F(OneTimeTest, MachinesThatDisagreeAreToldApart) {
     auto job = make_job(server.url16(), 2);
     const JobOutcome outcome = run(*job);
     EXPECT_EQ(outcome.restarts, 0) << log.all();
-    expect_whole(outcome);
+    expect_file(outcome, content);
 }
 
 // No answer holds to its end and no two are of one version: parts of several are put together only because
@@ -229,7 +221,7 @@ TEST_F(OneTimeTest, AHashDecidesWhetherPartsOfSeveralVersionsFit) {
         const JobOutcome outcome = run(*job, std::move(options));
         EXPECT_EQ(outcome.restarts, 4) << log.all();
         EXPECT_EQ(wholes, fits ? 4 : 5);
-        expect_whole(outcome);
+        expect_file(outcome, content);
     }
 }
 
