@@ -73,11 +73,10 @@ TEST(Text, pieces_and_letter_case) {
 }
 
 TEST(SafeFileName, is_one_name_in_the_folder_on_both_systems) {
-    struct Case {
+    const struct {
         std::u16string name;
         const char* safe;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {u"file.zip", "file.zip"},
         {u"README", "README"},
         {u"no extension", "no extension"},
@@ -121,7 +120,7 @@ TEST(SafeFileName, is_one_name_in_the_folder_on_both_systems) {
         {u"com10.txt", "com10.txt"},
         {u"console", "console"},
     };
-    for (const Case& c : cases) EXPECT_EQ(to_utf8(safe_file_name(c.name)), c.safe) << to_utf8(c.name);
+    for (const auto& c : cases) EXPECT_EQ(to_utf8(safe_file_name(c.name)), c.safe) << to_utf8(c.name);
     EXPECT_EQ(to_utf8(safe_file_name(u"/", u"example.org")), "example.org");
 }
 

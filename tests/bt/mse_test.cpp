@@ -78,14 +78,12 @@ TEST(MessageStreamEncryption, BothRolesAgreeHoweverTheBytesAreDivided) {
 }
 
 TEST(MessageStreamEncryption, TheMethodIsTheSettingOrWhatTheOtherSideBears) {
-    struct Case {
+    const struct {
         std::uint32_t caller, called, method;
         bool works;
-    };
-    const Case cases[] = {{0, 0, 2, true},  {1, 0, 1, true}, {2, 0, 2, true}, {3, 0, 2, true},
-                          {0, 1, 1, true},  {3, 1, 1, true}, {0, 2, 2, true}, {1, 2, 2, false},
-                          {2, 1, 1, false}, {3, 3, 3, true}};
-    for (const Case& c : cases) {
+    } cases[] = {{0, 0, 2, true}, {1, 0, 1, true}, {2, 0, 2, true},  {3, 0, 2, true},  {0, 1, 1, true},
+                 {3, 1, 1, true}, {0, 2, 2, true}, {1, 2, 2, false}, {2, 1, 1, false}, {3, 3, 3, true}};
+    for (const auto& c : cases) {
         Pair pair(c.caller, c.called);
         EXPECT_EQ(pair.run(1000), c.works) << c.caller << " calls " << c.called;
         EXPECT_EQ(pair.called.streams().method(), c.method) << c.caller << " calls " << c.called;

@@ -57,23 +57,22 @@ TEST_F(FtpJobTest, AnonymousLoginAndOneTimePasswords) {
 }
 
 TEST_F(FtpJobTest, RefusalsEndOrRepeatTheJob) {
-    struct Case {
+    const struct {
         const char* command;
         const char* reply;
         Code code;
         bool again;  // the job goes on, asking again
-    };
-    const Case cases[] = {{"PASS", "530 Login incorrect", Code::credentials_refused, false},
-                          {"PASS", "530 Too many users", Code::busy, true},
-                          {"USER", "530 No", Code::credentials_refused, false},
-                          {"CWD", "550 None such", Code::server_error, false},
-                          {"RETR", "550 None such", Code::server_error, false},
-                          {"RETR", "450 In use", Code::busy, true},
-                          {"RETR", "500 What?", Code::transient, true},
-                          {"TYPE", "500 What?", Code::transient, true},
-                          {"SIZE", "421 Good night", Code::busy, true},
-                          {"MDTM", "!", Code::transient, true}};
-    for (const Case& c : cases) {
+    } cases[] = {{"PASS", "530 Login incorrect", Code::credentials_refused, false},
+                 {"PASS", "530 Too many users", Code::busy, true},
+                 {"USER", "530 No", Code::credentials_refused, false},
+                 {"CWD", "550 None such", Code::server_error, false},
+                 {"RETR", "550 None such", Code::server_error, false},
+                 {"RETR", "450 In use", Code::busy, true},
+                 {"RETR", "500 What?", Code::transient, true},
+                 {"TYPE", "500 What?", Code::transient, true},
+                 {"SIZE", "421 Good night", Code::busy, true},
+                 {"MDTM", "!", Code::transient, true}};
+    for (const auto& c : cases) {
         SCOPED_TRACE(std::string(c.command) + " " + c.reply);
         FakeFtp::Rules rules{.content = content};
         rules.answers[c.command] = c.reply;
@@ -93,15 +92,14 @@ TEST_F(FtpJobTest, RefusalsEndOrRepeatTheJob) {
 }
 
 TEST_F(FtpJobTest, DataConnectionsInEveryWay) {
-    struct Case {
+    const struct {
         const char* name;
         int passive;
         const char* command;
         std::map<std::string, std::string> answers{};
         bool ipv6 = false;
         const char* host = "";
-    };
-    const Case cases[] = {
+    } cases[] = {
         {"passive", 1, "PASV"},
         {"a private address announced", 1, "PASV", {}, false, "10,1,2,3"},
         {"EPSV where PASV is refused", 1, "EPSV", {{"PASV", "502 No"}}},
@@ -112,7 +110,7 @@ TEST_F(FtpJobTest, DataConnectionsInEveryWay) {
         {"IPv6", 1, "EPSV", {}, true},
         {"active on IPv6", 0, "EPRT |2|::1|", {}, true},
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
         set(setting::ftp_passive, c.passive);
         FakeFtp server({.content = content, .answers = c.answers, .passive_host = c.host}, c.ipv6);

@@ -265,51 +265,6 @@ TEST_F(TimedHttpConversation, BoundsTheTimeOfAHeaderThatDribbles) {
     }
 }
 
-TEST_F(TimedHttpConversation, StopsAtOnceWhereverItWaits) {
-    serve([](Exchange& exchange) {
-        if (exchange.request().target == "/body")
-            exchange.send_raw("HTTP/1.1 200 OK\r\nContent-Length: 10\r\n\r\n12");
-        exchange.stall();
-    });
-    const auto stop_soon = [this] {
-        return std::thread([this] {
-            std::this_thread::sleep_for(milliseconds(100));
-            stop_.request();
-        });
-    };
-    ASSERT_TRUE(ask("/body").ok());
-    ASSERT_TRUE(conversation_.begin_body(head_.coding, {}, 16384).ok());
-    std::vector<std::byte> buffer(100);
-    ASSERT_EQ(conversation_.read(buffer, from_now(seconds(5))).bytes, 2U);
-    EXPECT_EQ(conversation_.read(buffer, from_now(milliseconds(50))).state, Moved::State::quiet);
-    std::thread stopper = stop_soon();
-    auto begin = Clock::now();
-    const Moved end = conversation_.read(buffer, from_now(seconds(30)));
-    stopper.join();
-    EXPECT_EQ(end.state, Moved::State::failed);
-    EXPECT_EQ(end.code, Code::stopped);
-    EXPECT_LT(Clock::now() - begin, milliseconds(300));
-
-    // In the header; the source stays stopped, so that this needs one of its own.
-    StopSource stop;
-    CBaseSocket socket(services_, log_, stop);
-    HttpConversation conversation(socket, log_);
-    std::thread second([&] {
-        server_->wait_for_requests(2);
-        stop.request();
-    });
-    ConnectPlan plan;
-    plan.scheme = "http";
-    plan.host = "127.0.0.1";
-    plan.port = server_->port();
-    begin = Clock::now();
-    HttpRequest request;
-    request.path = "/head";
-    EXPECT_EQ(conversation.ask(plan, request, head_).code, Code::stopped);
-    EXPECT_LT(Clock::now() - begin, milliseconds(300));
-    second.join();
-}
-
 TEST_F(HttpConversationTest, KeepsTheBytesOfACodingThatItDoesNotUndo) {
     for (const char* coding : {"br", "gzip, br", "utf-8"}) {
         serve_bytes("HTTP/1.1 200 OK\r\nContent-Length: 2\r\nContent-Encoding: " + std::string(coding) +

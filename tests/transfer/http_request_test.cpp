@@ -70,11 +70,10 @@ TEST(HttpRequest, ThroughAProxyHasItsOwnLinesInTheirPlaces) {
 }
 
 TEST(HttpRequest, HasTheRequestLineOfItsKind) {
-    struct Case {
+    const struct {
         const char* line;
         std::function<void(HttpRequest&)> make;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {"GET http://example.org/ HTTP/1.1", [](HttpRequest& r) { r.path = "/"; }},
         {"GET http://example.org:8080/f HTTP/1.1",
          [](HttpRequest& r) {
@@ -107,7 +106,7 @@ TEST(HttpRequest, HasTheRequestLineOfItsKind) {
              r.user = "u";
          }},
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         HttpRequest request = plain_request();
         request.path = "/f";
         request.through_proxy = true;

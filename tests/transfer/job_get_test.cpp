@@ -53,11 +53,10 @@ TEST_F(JobTest, SmallFilesAndEmptyOnesNeedOneConnection) {
 }
 
 TEST_F(JobTest, TakesBodiesOfEveryShape) {
-    struct Case {
+    const struct {
         const char* name;
         FileResource resource;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {"chunked", {.content = content, .chunked = true}},
         {"chunked in single bytes", {.content = content.substr(0, 3000), .chunked = true, .chunk_size = 1}},
         {"until close", {.content = content, .accept_ranges = false, .with_length = false}},
@@ -68,7 +67,7 @@ TEST_F(JobTest, TakesBodiesOfEveryShape) {
         {"no validators", {.content = content, .etag = "", .last_modified = ""}},
         {"chunked with a length", {.content = content, .more = {{"Content-Length", "17"}}, .chunked = true}},
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
         FileServer server(c.resource);
         auto job = make_job(server.url16(), 4);
@@ -94,11 +93,10 @@ TEST_F(JobTest, UnpacksGzipAndSaysWhenItCannot) {
 
 // Servers label archives by their name; the file that was asked for is the archive.
 TEST_F(JobTest, KeepsWhatIsPackedAsItCame) {
-    struct Case {
+    const struct {
         const char* path;
         Headers labels;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {"/a.tar.gz", {{"Content-Encoding", "gzip"}}},
         {"/a", {{"Content-Encoding", "x-gzip"}, {"Content-Type", "application/x-tgz; x=y"}}},
         {"/b", {{"Content-Encoding", "gzip"}, {"Content-Disposition", "attachment; filename=b.tgz"}}},
@@ -107,7 +105,7 @@ TEST_F(JobTest, KeepsWhatIsPackedAsItCame) {
         {"/e.bin", {{"Content-Encoding", "identity, identity"}}},
     };
     const std::string archive = gzip_stored(content);
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         SCOPED_TRACE(c.path);
         FileServer server;
         server.set(c.path, FileResource{.content = archive, .more = c.labels, .rate = 4'000'000});
@@ -119,12 +117,11 @@ TEST_F(JobTest, KeepsWhatIsPackedAsItCame) {
 }
 
 TEST_F(JobTest, NamesComeFromTheServerAndStayInTheFolder) {
-    struct Case {
+    const struct {
         const char* disposition;
         const char* path;
         std::u16string name;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {"attachment; filename=\"report.pdf\"", "/x", u"report.pdf"},
         {"attachment; filename=\"fallback\"; filename*=UTF-8''%E2%82%AC%20rates.txt", "/x",
          u"\u20AC rates.txt"},
@@ -140,7 +137,7 @@ TEST_F(JobTest, NamesComeFromTheServerAndStayInTheFolder) {
         {"", "/..%2f..", u"index"},
     };
     FileServer server;
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         SCOPED_TRACE(std::string(c.disposition) + " " + c.path);
         FileResource resource{.content = "abc"};
         if (c.disposition[0] != '\0') resource.more = {{"Content-Disposition", c.disposition}};

@@ -24,15 +24,14 @@ TEST_F(NginxJobTest, FetchesWhateverShapeTheAnswerHas) {
         "location /solid/ { alias {{documents}}; }\n");
     nginx.put(u"file.bin", binary);
     nginx.put(u"file.bin.gz", gzip_stored(binary));
-    struct Case {
+    const struct {
         const char* path;
         bool several;  ///< further connections can take a part
-    };
-    const Case cases[] = {
+    } cases[] = {
         {"/file.bin", true},          {"/whole/file.bin", false}, {"/packed/file.bin", false},
         {"/chunked/file.bin", false}, {"/moved/file.bin", true},
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         SCOPED_TRACE(c.path);
         log.clear();
         auto job = make_job(nginx.url16(c.path), 4);

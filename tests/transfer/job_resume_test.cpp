@@ -56,12 +56,11 @@ TEST_F(ResumeTest, StateHoldsNoSecrets) {
 }
 
 TEST_F(ResumeTest, AnotherVersionStartsOver) {
-    struct Case {
+    const struct {
         const char* name;
         std::function<void(FileResource&)> change;
         std::string expected;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {"the same size and date, another tag",
          [](FileResource& r) {
              r.content = other_content;
@@ -71,7 +70,7 @@ TEST_F(ResumeTest, AnotherVersionStartsOver) {
         {"shrunk", [](FileResource& r) { r.content = other_content.substr(0, 50'000); },
          other_content.substr(0, 50'000)},
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
         FileServer server(FileResource{.content = content, .hold_after = 100'000});
         interrupt(server, 200'000);

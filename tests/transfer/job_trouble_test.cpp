@@ -83,16 +83,15 @@ TEST_F(JobTest, AnAnswerFromZeroAtTheVeryEndSpoilsNothing) {
 }
 
 TEST_F(JobTest, WrongRangesNeverReachTheFile) {
-    struct Case {
+    const struct {
         const char* name;
         FileResource resource;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {"start is off by one", {.content = content, .range_shift = 1}},
         {"total differs", {.content = content, .total_shift = 5}},
         {"always 206 with the whole", {.content = content, .accept_ranges = false, .always_206 = true}},
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
         FileServer server(c.resource);
         auto job = make_job(server.url16(), 3);

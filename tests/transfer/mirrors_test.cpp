@@ -102,19 +102,18 @@ TEST_F(MirrorJobTest, AWrongMirrorIsLeftAtItsFirstBadPiece) {
 }
 
 TEST_F(MirrorJobTest, OnlyWhenEveryMirrorIsWrongTheHashIsTheReason) {
-    struct Case {
+    const struct {
         const char* what;
         int checks;
         bool with_missing;
         Code code;
         std::vector<std::u16string> left;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {"pieces", with_pieces, false, Code::hash_differs, {}},
         {"pieces, and one is gone", with_pieces, true, Code::server_error, {}},
         {"the whole", with_whole, false, Code::hash_differs, {u"file.bin.wrong-hash"}},
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         SCOPED_TRACE(c.what);
         servers.clear();
         serve({.content = spoiled()});

@@ -135,11 +135,10 @@ TEST_F(OneTimeTest, AWaitHasAReasonAndANextTry) {
 TEST_F(OneTimeTest, APlantedStateIsLeftAlone) {
     const std::string planted(size, 'x');
     FileServer server(FileResource{.content = content});
-    struct Case {
+    const struct {
         const char* what;
         std::function<void(CJobNode&)> plant;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {"without a mark", [](CJobNode&) {}},
         {"with a mark of other bytes",
          [](CJobNode& job) {
@@ -151,7 +150,7 @@ TEST_F(OneTimeTest, APlantedStateIsLeftAlone) {
          }},
         {"of another address", [](CJobNode& job) { job.address = u"http://elsewhere/file.bin"; }},
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         SCOPED_TRACE(c.what);
         log.clear();
         CJobNode state;

@@ -99,12 +99,11 @@ class PolicyTest : public testing::Test {
 
 // The first connection goes on through the cut, without another request, and few further ones are asked for.
 TEST_F(PolicyTest, WhatAFurtherConnectionIsRefusedGoesBackToTheOneThatReceives) {
-    struct Case {
+    const struct {
         const char* what;
         Result result;
         seconds asked_again_after;  ///< 0: never
-    };
-    const Case cases[] = {
+    } cases[] = {
         {"forbidden", {Code::server_error, "403"}, seconds(5)},
         {"a page", {Code::other_content, "text/html"}, seconds(5)},
         {"another size", Code::size_differs, seconds(5)},
@@ -115,7 +114,7 @@ TEST_F(PolicyTest, WhatAFurtherConnectionIsRefusedGoesBackToTheOneThatReceives) 
         {"no connection", Code::transient, seconds(10)},
     };
     Worker& first = *workers.front();
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         SCOPED_TRACE(c.what);
         ASSERT_TRUE(policy.may_start(1));
         Worker& further = start();

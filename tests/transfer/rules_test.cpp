@@ -25,12 +25,11 @@ std::string text(const std::optional<WorkTake>& take) {
 }
 
 TEST(WorkRule, ChoosesTheLargestPiece) {
-    struct Case {
+    const struct {
         const char* name;
         std::vector<WorkItem> items;
         std::optional<WorkTake> take;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {"the far half of one at work", {{400000, 1000000, true}}, WorkTake{0, true, 700000, 1000000}},
         {"half of it is too little", {{500000, 1000000, true}}, {}},
         {"exactly enough", {{0, 2 * split, true}}, WorkTake{0, true, split, 2 * split}},
@@ -63,7 +62,7 @@ TEST(WorkRule, ChoosesTheLargestPiece) {
          {{9000000000000000000, std::numeric_limits<std::int64_t>::max(), true}},
          WorkTake{0, true, 9111686018427387903, std::numeric_limits<std::int64_t>::max()}},
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         EXPECT_EQ(text(choose_work(c.items, split)), text(c.take)) << c.name;
     }
 }
@@ -144,12 +143,11 @@ RetryCase retry(int errors, std::int64_t delay, int fruitless, std::optional<sec
 }
 
 TEST(RetryRule, WaitsAsLongAsTheCaseAsks) {
-    struct Case {
+    const struct {
         const char* name;
         RetryCase given;
         milliseconds wait;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {"the job's own delay, fruitful or not", retry(1, 7, 0), seconds(7)},
         {"the job's own delay does not grow", retry(50, 7, 50), seconds(7)},
         {"at once after something came", retry(1, -1, 0), milliseconds(0)},
@@ -167,7 +165,7 @@ TEST(RetryRule, WaitsAsLongAsTheCaseAsks) {
         {"the server asks after a fruitful attempt", retry(1, -1, 0, seconds(3)), seconds(3)},
         {"the server asks for a year", retry(1, -1, 1, seconds(hours(8760))), hours(1)},
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         const RetryDecision decision = decide_retry(c.given);
         EXPECT_FALSE(decision.give_up) << c.name;
         EXPECT_EQ(decision.wait.count(), c.wait.count()) << c.name;
@@ -196,13 +194,12 @@ TEST(RetryRule, TriesAgainAsOftenAsTheLimitSays) {
 
 TEST(VersionRule, TellsVersionsApart) {
     using enum VersionMatch;
-    struct Case {
+    const struct {
         const char* name;
         ResourceVersion known;
         ResourceVersion answer;
         VersionMatch match;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {"strong tags, equal", {9, "mon", "\"a\""}, {9, "mon", "\"a\""}, same},
         {"strong tags, equal, another date", {9, "mon", "\"a\"", true}, {9, "tue", "\"a\"", true}, same},
         {"strong tags that differ", {9, "mon", "\"a\"", true}, {9, "mon", "\"b\"", true}, changed},
@@ -220,19 +217,18 @@ TEST(VersionRule, TellsVersionsApart) {
         {"the size alone", {9, "", ""}, {9, "", ""}, unsure},
         {"nothing", {}, {}, unsure},
     };
-    for (const Case& c : cases) EXPECT_EQ(compare_versions(c.known, c.answer), c.match) << c.name;
+    for (const auto& c : cases) EXPECT_EQ(compare_versions(c.known, c.answer), c.match) << c.name;
 }
 
 TEST(VersionRule, TellsOtherContentFromAnotherVersion) {
     const ResourceVersion file{900, "mon", "\"a\"", true, "application/zip"};
     const ResourceVersion bare{900, "", "", false, ""};
-    struct Case {
+    const struct {
         const char* name;
         ResourceVersion known;
         ResourceVersion answer;
         bool other;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {"a page", file, {20, "", "", false, "text/html"}, true},
         {"a page with validators of its own", file, {20, "tue", "\"p\"", true, "text/html"}, true},
         {"a page in place of what told nothing", bare, {20, "", "", false, "text/html"}, true},
@@ -242,7 +238,7 @@ TEST(VersionRule, TellsOtherContentFromAnotherVersion) {
         {"validators are gone", file, {900, "", "", false, ""}, false},
         {"another size, and nothing else was told", bare, {950, "", "", false, ""}, false},
     };
-    for (const Case& c : cases) EXPECT_EQ(is_other_content(c.known, c.answer), c.other) << c.name;
+    for (const auto& c : cases) EXPECT_EQ(is_other_content(c.known, c.answer), c.other) << c.name;
     EXPECT_TRUE(is_strong_date(1000, 1060));
     EXPECT_FALSE(is_strong_date(1000, 1059));
 }
