@@ -155,12 +155,6 @@ TEST_F(FtpJobTest, ServersWithoutRestSizeOrTime) {
     EXPECT_GE(listed.count("RETR"), 3U) << "the size in the listing was not used";
 }
 
-TEST_F(FtpJobTest, GoesOnWithTheLoginsThatTheServerBears) {
-    FakeFtp server({.content = content, .rate = 200'000, .most_logins = 2});
-    expect_content(fetch(server, 5));
-    EXPECT_LE(server.count("USER"), 12U);
-}
-
 TEST_F(FtpJobTest, AControlConnectionServesSeveralSegmentsAndFiles) {
     FakeFtp server({.content = content});
     expect_content(fetch(server));

@@ -121,19 +121,6 @@ TEST_F(ResumeTest, AChangeWhileItRunsNeverMixesVersions) {
     EXPECT_TRUE(old_whole || file_has(outcome.path, other_content));
 }
 
-// No two answers are of one version: one single answer has to bring the whole.
-TEST_F(ResumeTest, AResourceThatKeepsChangingIsTakenFromOneAnswer) {
-    FileServer server(FileResource{.content = content, .close_after = 50'000, .break_times = 6});
-    int version = 0;
-    server.set_interceptor([&](Exchange&) {
-        server.change("/file.bin",
-                      [&](FileResource& r) { r.etag = "\"" + std::to_string(++version) + "\""; });
-        return false;
-    });
-    auto job = make_job(server.url16(), 1);
-    expect_file(run(*job), content);
-}
-
 TEST_F(ResumeTest, DamagedOrForeignLeftoversAreNotTrusted) {
     FileServer server(FileResource{.content = content, .hold_after = 100'000});
     interrupt(server, 200'000);

@@ -93,28 +93,6 @@ TEST_F(OneTimeTest, TheFirstAnswerBringsTheFileWhateverLaterOnesAre) {
     }
 }
 
-// It broke, and the server gives the rest no more: the retry limit ends the job, soon and with the reason.
-TEST_F(OneTimeTest, ARetryLimitEndsAJobThatNobodyServes) {
-    for (const int connections : {1, 3}) {
-        SCOPED_TRACE(connections);
-        FileServer server(FileResource{.content = content, .reset_after = 100'000});
-        std::atomic<int> requests{0};
-        server.set_interceptor([&](Exchange& exchange) {
-            return requests++ > 0 && exchange.answer(503, "Service Unavailable", "");
-        });
-        set(setting::always_retry, 0);
-        set(setting::retries, 3);
-        auto job = make_job(server.url16(), connections);
-        const auto begun = Clock::now();
-        const JobOutcome outcome = run(*job);
-        EXPECT_EQ(outcome.result.code, Code::busy) << outcome.result.message() << log.all();
-        EXPECT_LT(Clock::now() - begun, std::chrono::seconds(10));
-        EXPECT_LE(requests, 5 + connections) << log.all();
-        EXPECT_TRUE(only({u"file.bin.vantlow", u"file.bin.vantlow-job"}));
-        clear_folder();
-    }
-}
-
 // While it waits as the server asks, it says what for.
 TEST_F(OneTimeTest, AWaitHasAReasonAndANextTry) {
     FileServer server(FileResource{.content = content});
