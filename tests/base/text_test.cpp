@@ -99,7 +99,7 @@ TEST(SafeFileName, is_one_name_in_the_folder_on_both_systems) {
         {u"", "index"},
         {u"dir/", "index"},
         {u" ", "index"},
-        // What Windows refuses or cuts off.
+        // Windows refuses or cuts these off.
         {u"a<b>c\"d|e?f*g.txt", "a_b_c_d_e_f_g.txt"},
         {u"name.txt. . ", "name.txt"},
         {u"  name.txt", "name.txt"},
@@ -142,7 +142,7 @@ TEST(SafeFileName, is_short_enough_for_every_file_system_and_keeps_its_extension
     }
     const std::u16string exact(200, u'x');
     EXPECT_EQ(safe_file_name(exact), exact);
-    // What was put in front still fits.
+    // A mark in front leaves room for itself.
     for (const std::u16string_view front : {u"con.", u"."}) {
         const std::u16string marked = safe_file_name(std::u16string(front) + std::u16string(196, u'a'));
         EXPECT_TRUE(marked.starts_with(u"_" + std::u16string(front)) && marked.size() <= 200);

@@ -231,7 +231,7 @@ TEST_F(Files, AnAtomicWriteLeavesTheOldFileWhereverItFails) {
     EXPECT_EQ(folder.read(folder.names()[0]), "newer");
 }
 
-// What other tests believe of their own means: that a wrong byte is seen, and what a power cut takes.
+// Other tests rely on it: a wrong byte is seen, and so is every byte that a power cut takes.
 TEST(TestSupport, SeesEveryDifferenceAndKnowsWhatIsNotOnTheDisk) {
     const test::TempFolder folder;
     std::string bytes = test::make_content(7, 70'001);

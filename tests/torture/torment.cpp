@@ -28,8 +28,9 @@ using std::chrono::seconds;
 
 constexpr std::size_t operation_count = static_cast<std::size_t>(Operation::last) + 1;
 
-/// What an operation fails with: one of two reasons in turn. Those of files stand before those of sockets.
+/// Why an operation fails.
 using Fault = std::variant<FileFault, SocketFault>;
+/// A kind of operation and its two reasons, which take turns.
 struct Failing {
     const char* name;
     Fault odd;
@@ -89,7 +90,7 @@ Sample sample() {
     return path_separator() == u'\\' ? Sample{4, 3} : Sample{40, 12};
 }
 
-// What operations of that kind really fail with; the n-th one decides which of several.
+// The number that such an operation really fails with, the n-th time.
 int number_for(Operation operation, int n) {
     if (operation == Operation::resolve) return name_error_number();
     if (operation == Operation::start_thread) return EAGAIN;

@@ -1,4 +1,4 @@
-// What is kept of servers for the run: cookies (who may set them, who gets them, for how long), and who wants TLS only.
+// Cookies (who may set them, who gets them, for how long) and hosts that want TLS only: kept for the run.
 #include <gtest/gtest.h>
 
 #include <array>

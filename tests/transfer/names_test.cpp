@@ -106,7 +106,7 @@ TEST(FreeName, CountsOnFromTheNumberThatIsThere) {
         {u".profile", {u".profile"}, ".profile(1)"},
         {u"a.tar.gz", {u"a.tar.gz"}, "a.tar(1).gz"},
         {u"a(2)(3).zip", {u"a(2)(3).zip"}, "a(2)(4).zip"},
-        // What is no number in parentheses stays part of the name.
+        // Parentheses without a number stay part of the name.
         {u"a(x).zip", {u"a(x).zip"}, "a(x)(1).zip"},
         {u"a().zip", {u"a().zip"}, "a()(1).zip"},
         {u"a(-1).zip", {u"a(-1).zip"}, "a(-1)(1).zip"},
