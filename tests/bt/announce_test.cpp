@@ -364,7 +364,7 @@ TEST(AnnounceThread, RepeatsAtTheIntervalAndSaysGoodbye) {
     CBTAnnounceService service(a.services, a.job, a.log, a.stop);
     service.start({server.url("/a"), " " + server.url("/a"), ""});
     ASSERT_EQ(service.threads().size(), 1U) << "one a tracker";
-    EXPECT_TRUE(server.wait_for_requests(3));
+    EXPECT_TRUE(a.log.wait_for("next announce in 1 s", 3));
     service.stop();
     const std::lock_guard guard(mutex);
     ASSERT_GE(events.size(), 4U);
