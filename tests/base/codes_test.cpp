@@ -37,12 +37,11 @@ TEST(Codes, base64_of_the_standard) {
 TEST(Digest, knows_the_published_vectors_in_one_piece_and_in_many) {
     const std::string abc = "abc";
     const std::string two_blocks = "abcdbcdecdefdefgefghfghighijhijkijkljklmklmnlmnomnopnopq";
-    struct Case {
+    const struct {
         DigestKind kind;
         std::string text;
         std::string digest;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {DigestKind::md5, "", "d41d8cd98f00b204e9800998ecf8427e"},
         {DigestKind::md5, abc, "900150983cd24fb0d6963f7d28e17f72"},
         {DigestKind::sha1, abc, "a9993e364706816aba3e25717850c26c9cd0d89d"},
@@ -51,7 +50,7 @@ TEST(Digest, knows_the_published_vectors_in_one_piece_and_in_many) {
         {DigestKind::sha256, two_blocks, "248d6a61d20638b8e5c026930c3e6039a33ce45964ff2167f6ecedd419db06c1"},
         {DigestKind::sha1, std::string(1000000, 'a'), "34aa973cd4c4daa4f61eeb2bdbad27316534016f"},
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         for (const std::size_t piece : {std::size_t{1}, std::size_t{63}, std::size_t{1000001}}) {
             Digest digest(c.kind);
             std::string_view left = c.text;

@@ -84,25 +84,10 @@ TEST(StringTable, fills_places_by_their_turn_and_never_reads_past_its_arguments)
     EXPECT_EQ(message(Message::connected, {"more"sv, 1}), "Connected.");
 }
 
-TEST(Result, every_code_has_a_sentence_and_the_kind_that_decides) {
-    EXPECT_EQ(kind_of(Code::ok), Kind::done);
-    EXPECT_EQ(kind_of(Code::finished_empty), Kind::done);
-    EXPECT_EQ(kind_of(Code::transient), Kind::retry_later);
-    EXPECT_EQ(kind_of(Code::busy), Kind::retry_later);
-    EXPECT_EQ(kind_of(Code::tunnel_refused), Kind::next_mirror);
-    EXPECT_EQ(kind_of(Code::size_differs), Kind::restart);
-    EXPECT_EQ(kind_of(Code::resource_changed), Kind::restart);
-    EXPECT_EQ(kind_of(Code::local_file), Kind::ask_user);
-    EXPECT_EQ(kind_of(Code::server_error), Kind::final);
-    EXPECT_EQ(kind_of(Code::stopped), Kind::stopped);
+// As a newer version's file may hold one.
+TEST(Result, a_code_that_nobody_knows_is_final_and_has_a_sentence) {
     EXPECT_EQ(kind_of(static_cast<Code>(-12345)), Kind::final);
     EXPECT_FALSE(describe(static_cast<Code>(-12345)).empty());
-
-    const Outcome<int> none = Code::not_resolved;
-    EXPECT_FALSE(none);
-    EXPECT_EQ(none.failure().message(), describe(Code::not_resolved));
-    EXPECT_EQ(Result(Code::busy, "in detail").message(), "in detail");
-    EXPECT_TRUE(Result(Code::finished_empty).ok());
 }
 
 }  // namespace

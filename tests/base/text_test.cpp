@@ -1,3 +1,4 @@
+// Text: encodings, numbers, file names that are safe, paths of addresses.
 #include "base/text.h"
 
 #include <gtest/gtest.h>
@@ -5,6 +6,7 @@
 #include <random>
 
 #include "base/safe_name.h"
+#include "base/uri_path.h"
 
 namespace vantlow {
 namespace {
@@ -71,42 +73,106 @@ TEST(Text, pieces_and_letter_case) {
 }
 
 TEST(SafeFileName, is_one_name_in_the_folder_on_both_systems) {
-    struct Case {
+    const struct {
         std::u16string name;
-        std::u16string safe;
+        const char* safe;
+    } cases[] = {
+        {u"file.zip", "file.zip"},
+        {u"README", "README"},
+        {u"no extension", "no extension"},
+        {u".hidden", "_.hidden"},
+        {u" .. x", "_.. x"},
+        {u"\u65e5\u672c \u00fc.txt", "\xE6\x97\xA5\xE6\x9C\xAC \xC3\xBC.txt"},
+        // No way out of the folder.
+        {u"../../etc/passwd", "passwd"},
+        {u"..\\..\\windows\\system32\\x.dll", "x.dll"},
+        {u"/etc/passwd", "passwd"},
+        {u"\\\\server\\share\\x", "x"},
+        {u"C:\\x.txt", "x.txt"},
+        {u"C:x.txt", "C_x.txt"},
+        {u"x.txt:stream", "x.txt_stream"},
+        {u"x.txt::$DATA", "x.txt__$DATA"},
+        {u"..", "index"},
+        {u".", "index"},
+        {u"...", "index"},
+        {u". .", "index"},
+        {u"", "index"},
+        {u"dir/", "index"},
+        {u" ", "index"},
+        // Windows refuses or cuts these off.
+        {u"a<b>c\"d|e?f*g.txt", "a_b_c_d_e_f_g.txt"},
+        {u"name.txt. . ", "name.txt"},
+        {u"  name.txt", "name.txt"},
+        {u"a\r\nb\x7F", "a__b_"},
+        {u"a\tb\nc\u007f\u0085.txt", "a_b_c__.txt"},
+        {std::u16string(u"a\0b.exe", 7), "a_b.exe"},
+        {u"photo\u202Egpj.exe", "photo_gpj.exe"},
+        {u"CON", "_CON"},
+        {u"con.txt", "_con.txt"},
+        {u"Nul.tar.gz", "_Nul.tar.gz"},
+        {u"AUX .txt", "_AUX .txt"},
+        {u"PRN.", "_PRN"},
+        {u"com1", "_com1"},
+        {u"LPT9.x", "_LPT9.x"},
+        {u"COM\u00b9.txt", "_COM\xC2\xB9.txt"},
+        {u"conin$", "_conin$"},
+        {u"common.txt", "common.txt"},
+        {u"com10.txt", "com10.txt"},
+        {u"console", "console"},
     };
-    const Case cases[] = {
-        {u"../../etc/passwd", u"passwd"},
-        {u"..\\..\\boot.ini", u"boot.ini"},
-        {u"..", u"index"},
-        {u"a/", u"index"},
-        {u" . ", u"index"},
-        {u"C:evil.exe", u"C_evil.exe"},
-        {u"a.txt:stream", u"a.txt_stream"},
-        {u"name. . ", u"name"},
-        {u"nul.tar.gz", u"_nul.tar.gz"},
-        {u"COM1", u"_COM1"},
-        {u"lpt\u00B9.txt", u"_lpt\u00B9.txt"},
-        {u"con .txt", u"_con .txt"},
-        {u"console", u"console"},
-        {u"a\u202Egpj.exe", u"a_gpj.exe"},
-        {u"a\r\nb\x7F", u"a__b_"},
-        {u"README", u"README"},
-        {u".bashrc", u"_.bashrc"},
-        {u" .. x", u"_.. x"},
+    for (const auto& c : cases) EXPECT_EQ(to_utf8(safe_file_name(c.name)), c.safe) << to_utf8(c.name);
+    EXPECT_EQ(to_utf8(safe_file_name(u"/", u"example.org")), "example.org");
+}
+
+TEST(SafeFileName, is_short_enough_for_every_file_system_and_keeps_its_extension) {
+    for (const std::u16string& piece : {std::u16string(u"x"), std::u16string(u"\u65e5"),
+                                        std::u16string(u"\U0001F4C1"), std::u16string(u". ")}) {
+        std::u16string stem;
+        while (stem.size() < 1000) stem += piece;
+        const std::u16string name = safe_file_name(u"a" + stem + u".zip");
+        EXPECT_LE(to_utf8(name).size(), 200U);
+        EXPECT_TRUE(name.ends_with(u".zip")) << to_utf8(name);
+        EXPECT_TRUE(is_utf8(to_utf8(name))) << "half a character is left";
+        EXPECT_GT(to_utf8(name).size(), piece == u". " ? 5U : 190U);
+        // An extension without end is none.
+        const std::u16string odd = safe_file_name(u"a." + stem);
+        EXPECT_LE(to_utf8(odd).size(), 200U);
+        EXPECT_TRUE(odd.starts_with(u"a")) << to_utf8(odd);
+        EXPECT_FALSE(odd.ends_with(u".") || odd.ends_with(u" ")) << to_utf8(odd);
+    }
+    const std::u16string exact(200, u'x');
+    EXPECT_EQ(safe_file_name(exact), exact);
+    // A mark in front leaves room for itself.
+    for (const std::u16string_view front : {u"con.", u"."}) {
+        const std::u16string marked = safe_file_name(std::u16string(front) + std::u16string(196, u'a'));
+        EXPECT_TRUE(marked.starts_with(u"_" + std::u16string(front)) && marked.size() <= 200);
+    }
+}
+
+TEST(RemoveDotSegments, does_as_the_standard_says) {
+    const struct {
+        const char* path;
+        const char* without;
+    } cases[] = {
+        {"/a/b/c/./../../g", "/a/g"},
+        {"mid/content=5/../6", "mid/6"},
+        {"/", "/"},
+        {"", ""},
+        {"/.", "/"},
+        {"/..", "/"},
+        {"/../../x", "/x"},
+        {"/a/..", "/"},
+        {"/a/b/.", "/a/b/"},
+        {"/a//../b", "/a/b"},
+        {"//etc/f", "//etc/f"},
+        {"/a/%2E%2e/.%2e/b", "/b"},
+        {"/.../.a/..b/%2Ec", "/.../.a/..b/%2Ec"},
+        {"/a/../b?c/../d", "/b?c/../d"},
+        {"/a/..?x", "/?x"},
+        {"../x", "/x"},
+        {"..", ""},
     };
-    for (const Case& c : cases) EXPECT_EQ(safe_file_name(c.name), c.safe);
-    const std::u16string long_name = safe_file_name(std::u16string(300, u'\u4F60') + u".tar.gz");
-    EXPECT_LE(to_utf8(long_name).size(), 200U);
-    EXPECT_TRUE(long_name.ends_with(u".gz"));
-    const std::u16string device = safe_file_name(u"con." + std::u16string(196, u'a'));
-    EXPECT_TRUE(device.starts_with(u"_con.") && device.size() <= 200) << to_utf8(device);
-    const std::u16string hidden = safe_file_name(u"." + std::u16string(300, u'a'));
-    EXPECT_TRUE(hidden.starts_with(u"_.a") && hidden.size() <= 200) << to_utf8(hidden);
-    std::u16string faces;
-    while (faces.size() < 300) faces += u"\U0001F600";
-    const std::string cut = to_utf8(safe_file_name(faces));
-    EXPECT_EQ(cut.find("\xEF\xBF\xBD"), std::string::npos) << "half a character";
+    for (const auto& c : cases) EXPECT_EQ(remove_dot_segments(c.path), c.without) << c.path;
 }
 
 }  // namespace

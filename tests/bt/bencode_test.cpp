@@ -30,13 +30,12 @@ Reading read_value(std::string_view bytes) {
 }
 
 TEST(Bencode, ReadsWhatStandsBeforeTheDamageAndNothingElse) {
-    struct Case {
+    const struct {
         const char* bytes;
         bool found;
         const char* again;
         const char* rest;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {"d3:fooi42ee", true, "d3:fooi42ee", ""},
         {"d3:foo1:b3:bar1:ae", true, "d3:foo1:b3:bar1:ae", ""},  // not sorted
         {"d1:ai1e1:ai2ee", true, "d1:ai1e1:ai2ee", ""},          // keys that occur twice
@@ -59,7 +58,7 @@ TEST(Bencode, ReadsWhatStandsBeforeTheDamageAndNothingElse) {
         {"x", false, "", "x"},
         {"", false, "", ""},
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         const Reading reading = read_value(c.bytes);
         EXPECT_EQ(reading.found, c.found) << c.bytes;
         EXPECT_EQ(reading.again, c.again) << c.bytes;

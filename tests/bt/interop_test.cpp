@@ -189,14 +189,13 @@ TEST(RealPeers, LibtorrentSpeaksEncryptedAndPlainAsItIsTold) {
     const std::u16string python = test::unix_program("python3");
     if (python.empty() || test::run_program(python, {u"-c", u"import libtorrent"}).status != 0)
         GTEST_SKIP() << "python3-libtorrent is missing";
-    struct Case {
+    const struct {
         const char16_t* policy;
         const char16_t* level;
         const char16_t* crypto;
         const char* encryption;  ///< with an encrypted handshake; null: refused
         bool plain;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {u"forced", u"both", u"0", "RC4", false},
         {u"forced", u"rc4", u"2", "RC4", false},
         {u"forced", u"plaintext", u"1", "plaintext", false},
@@ -204,7 +203,7 @@ TEST(RealPeers, LibtorrentSpeaksEncryptedAndPlainAsItIsTold) {
         {u"enabled", u"both", u"0", "RC4", true},
         {u"disabled", u"both", u"0", nullptr, true},
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         Swarm swarm;
         const std::u16string script = swarm.folder.write(u"peer.py", libtorrent_peer);
         RunningProgram peer(python, {script, swarm.torrent, swarm.folder.path(), c.policy, c.level});

@@ -16,13 +16,12 @@ std::u16string link_of(const std::u16string& name, const std::u16string& size = 
 }
 
 TEST(Ed2kLink, ReadsTheLinkOfAFileTolerantly) {
-    struct Case {
+    const struct {
         const char* what;
         std::u16string text;
         std::u16string name;
         std::uint64_t size;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {"plain", link_of(u"a.iso", u"5368709120"), u"a.iso", 5368709120},
         {"backslashes", u"ed2k:\\\\|file|a.iso|5|" + std::u16string(digits) + u"|\\", u"a.iso", 5},
         {"letter case", u"ED2K://|FILE|a.iso|5|" + std::u16string(digits), u"a.iso", 5},
@@ -37,7 +36,7 @@ TEST(Ed2kLink, ReadsTheLinkOfAFileTolerantly) {
         {"a number and more", link_of(u"a", u" 12x"), u"a", 12},
         {"too large", link_of(u"a", u"99999999999999999999"), u"a", INT64_MAX},
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         SCOPED_TRACE(c.what);
         CED2KLink link;
         ASSERT_TRUE(link.parse(c.text));

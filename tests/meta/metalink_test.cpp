@@ -94,12 +94,11 @@ TEST(Metalink, ReadsWhatCommonToolsWrite) {
 }
 
 TEST(Metalink, PrefersPlainMirrorsToPeers) {
-    struct Case {
+    const struct {
         const char* urls;
         Urls expected;
         bool plain;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {"<url type=\"bittorrent\">t</url><url type=\"http\">h</url>", {"h"}, true},
         {"<url type=\"ed2k\">e</url><url type=\"bittorrent\">t</url>", {"e"}, false},
         {"<url type=\"bittorrent\">t</url><url type=\"ed2k\">e</url>", {"t"}, false},
@@ -108,7 +107,7 @@ TEST(Metalink, PrefersPlainMirrorsToPeers) {
         {"<url type=http preference=9>h</url><url type=\"http\">i</url >", {"h"}, true},
         {"<url type=\"http\"><![CDATA[http://h/?a&b]]></url>", {"http://h/?a&b"}, true},
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         const CMetalinkNode node = with_urls(c.urls);
         EXPECT_EQ(node.urls, c.expected) << c.urls;
         EXPECT_EQ(node.plain, c.plain) << c.urls;

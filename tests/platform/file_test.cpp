@@ -10,6 +10,7 @@
 
 #include "base/text.h"
 #include "platform/file_marks.h"
+#include "support/content.h"
 #include "support/fault_hook.h"
 #include "support/temp_folder.h"
 
@@ -230,33 +231,28 @@ TEST_F(Files, AnAtomicWriteLeavesTheOldFileWhereverItFails) {
     EXPECT_EQ(folder.read(folder.names()[0]), "newer");
 }
 
-TEST_F(Files, TheHookSeesEveryOperationAndItsAnswerCounts) {
-    test::RecordingHook log;
+// Other tests rely on it: a wrong byte is seen, and so is every byte that a power cut takes.
+TEST(TestSupport, SeesEveryDifferenceAndKnowsWhatIsNotOnTheDisk) {
+    const test::TempFolder folder;
+    std::string bytes = test::make_content(7, 70'001);
+    const std::u16string path = folder.write(u"f", bytes);
+    EXPECT_TRUE(test::file_has(path, bytes));
+    for (const std::string& other : {bytes + "x", bytes.substr(1), bytes.substr(0, 70'000), std::string()})
+        EXPECT_FALSE(test::file_has(path, other));
+    bytes[50'000] = static_cast<char>(bytes[50'000] ^ 1);
+    EXPECT_FALSE(test::file_has(path, bytes));
+    test::RecordingHook record;
     File file;
     {
-        const test::HookInPlace in_place(log);
-        ASSERT_TRUE(file.open(path, OpenMode::create_new).ok());
-        ASSERT_TRUE(file.write_at(3, bytes_of("abc")).ok());
-        read_back(file, 1, 2);
-        ASSERT_TRUE(file.allocate(10).ok());
+        const test::HookInPlace in_place(record);
+        ASSERT_TRUE(file.open(path, OpenMode::truncate).ok());
+        ASSERT_TRUE(file.write_at(0, bytes_of("aaaaaa")).ok());
         ASSERT_TRUE(file.flush().ok());
-        ASSERT_TRUE(file.try_lock());
+        ASSERT_TRUE(file.write_at(4, bytes_of("bbbb")).ok());
     }
-    const auto entries = log.entries();
-    ASSERT_EQ(entries.size(), 6U);
-    EXPECT_EQ(entries[1].operation, Operation::write);
-    EXPECT_EQ(entries[1].path, path);
-    EXPECT_EQ(entries[1].offset, 3);
-    EXPECT_EQ(entries[1].length, 3);
-    EXPECT_EQ(entries[3].operation, Operation::resize);
-    EXPECT_EQ(entries[3].length, 10);
-    test::FailNth hook(Operation::write, 2, FileFault::no_space);
-    const test::HookInPlace in_place(hook);
-    EXPECT_TRUE(file.write_at(0, bytes_of("A")).ok());
-    const FileError error = file.write_at(1, bytes_of("B"));
-    EXPECT_EQ(error.fault, FileFault::no_space);
-    EXPECT_FALSE(error.text().empty());
-    EXPECT_EQ(read_back(file, 0, 3), std::string("A\0\0", 3)) << "nothing was done";
+    file.close();
+    ASSERT_TRUE(test::lose_ranges(path, record.unflushed(path)).ok());
+    EXPECT_EQ(folder.read(u"f"), std::string("aaaa\0\0\0\0", 8));
 }
 
 TEST(Paths, AreJoinedAndTakenApart) {

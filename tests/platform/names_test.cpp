@@ -24,6 +24,7 @@ TEST_F(Names, LocalNamesAndLiteralsNeedNoNetwork) {
         EXPECT_TRUE(address.host() == "127.0.0.1" || address.host() == "::1") << address.host();
         EXPECT_EQ(std::count(local.addresses.begin(), local.addresses.end(), address), 1);
     }
+    EXPECT_NE(name_functions_source(), "built-in");
     const NameAnswer literal = resolve_name("2001:db8::1", 21);
     ASSERT_EQ(literal.addresses.size(), 1U);
     EXPECT_EQ(literal.addresses[0].host(), "2001:db8::1");
@@ -40,35 +41,6 @@ TEST_F(Names, ANameThatCannotBeIsAnErrorWithASentence) {
     const NameAnswer invalid = resolve_name("no-such-name.invalid", 80);  // RFC 6761: never exists
     EXPECT_TRUE(invalid.addresses.empty());
     EXPECT_NE(invalid.error, 0);
-}
-
-// A system whose libraries have what a test says.
-std::vector<std::string> offered;
-int fake_operation = 0;
-
-void* find_offered(std::string_view library, const char* operation) {
-    const std::string wanted = std::string(library) + ' ' + operation;
-    const bool there = std::find(offered.begin(), offered.end(), wanted) != offered.end();
-    return there ? &fake_operation : nullptr;
-}
-
-std::string_view chosen_of(std::vector<std::string> operations) {
-    offered = std::move(operations);
-    return choose_name_functions(&find_offered).source;
-}
-
-TEST_F(Names, FunctionsAreTakenFromOneLibraryOrBuiltIn) {
-    const std::string first = "ws2_32 ";
-    const std::string second = "wship6 ";
-    const std::string rest[] = {"getnameinfo", "freeaddrinfo"};
-    EXPECT_EQ(chosen_of({first + "getaddrinfo", first + rest[0], first + rest[1]}), "ws2_32");
-    EXPECT_EQ(chosen_of({second + "getaddrinfo", second + rest[0], second + rest[1]}), "wship6");
-    EXPECT_EQ(chosen_of({first + rest[0], second + "getaddrinfo", second + rest[0], second + rest[1]}),
-              "wship6");
-    EXPECT_EQ(chosen_of({first + "getaddrinfo", first + rest[0], second + rest[1]}), "built-in");
-    EXPECT_EQ(chosen_of({first + "getaddrinfo", first + rest[1]}), "built-in");
-    EXPECT_EQ(chosen_of({}), "built-in");
-    EXPECT_NE(name_functions_source(), "built-in");
 }
 
 class BuiltInNames : public Names {

@@ -11,15 +11,14 @@ namespace vantlow {
 namespace {
 
 TEST(SplitAddress, cuts_every_kind_of_address_by_the_table) {
-    struct Case {
+    const struct {
         std::u16string address;
         int port;
         std::u16string server;
         std::u16string path = u"/";
         std::u16string user = u"";
         std::u16string password = u"";
-    };
-    const Case cases[] = {
+    } cases[] = {
         {u"HTTP://Example/x", 80, u"HTTP://Example:80", u"/x"},
         {u"https://h", 443, u"https://h:443"},
         {u"sftp://h/", 22, u"sftp://h:22"},
@@ -50,7 +49,7 @@ TEST(SplitAddress, cuts_every_kind_of_address_by_the_table) {
         {u"metalink://", 109, u"metalink://"},
         {u"metalink://http://h/x", 109, u"http://h/x", u"http://h/x"},
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         const SplitAddress split = split_address(c.address);
         EXPECT_EQ(split.port, c.port) << testing::PrintToString(c.address);
         EXPECT_EQ(split.address, c.server);
@@ -80,11 +79,10 @@ TEST(IsSameServer, goes_by_scheme_name_in_any_case_and_port) {
 }
 
 TEST(ParseTarget, finds_server_and_path_as_a_browser_would) {
-    struct Case {
+    const struct {
         std::u16string address;
         std::string target;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {u"HTTP://Example/x", "http Example 80 /x"},
         {u"https://h:8443", "https h 8443! /"},
         {u"http://h:/x", "http h 80 /x"},
@@ -105,7 +103,7 @@ TEST(ParseTarget, finds_server_and_path_as_a_browser_would) {
         {u"http:pw@h/f", "ftp h 21 /f"},
         {u"http:80/f", "ftp http 80! /f"},
     };
-    for (const Case& c : cases) EXPECT_EQ(told(parse_target(c.address)), c.target);
+    for (const auto& c : cases) EXPECT_EQ(told(parse_target(c.address)), c.target);
     EXPECT_EQ(parse_target(u"http://[fe80::1%25eth0]/")->host, "fe80::1%eth0");
 }
 
@@ -157,11 +155,10 @@ TEST(ParseTarget, writes_international_names_in_ascii) {
     if (tables.names.Names_ToAscii == nullptr) GTEST_SKIP() << "built without libidn2";
     {
         const HostNameScope names(tables.names);
-        struct Case {
+        const struct {
             std::u16string address;
             std::string target;
-        };
-        const Case cases[] = {
+        } cases[] = {
             {u"http://B\u00DCcher.example/", "http xn--bcher-kva.example 80 /"},
             {u"http://b%C3%BCcher.example:81/\u00FC", "http xn--bcher-kva.example 81! /%C3%BC"},
             {u"https://fa\u00DF.de", "https xn--fa-hia.de 443 /"},  // not "fass.de", another one's
@@ -173,7 +170,7 @@ TEST(ParseTarget, writes_international_names_in_ascii) {
             {u"http://a\u00AD\u200Db\u0301c\uFFFD.example/", "none"},
             {u"http://" + std::u16string(70, u'\u00FC') + u".example/", "none"},
         };
-        for (const Case& c : cases) EXPECT_EQ(told(parse_target(c.address)), c.target) << to_utf8(c.address);
+        for (const auto& c : cases) EXPECT_EQ(told(parse_target(c.address)), c.target) << to_utf8(c.address);
     }
     EXPECT_EQ(told(parse_target(u"http://b\u00FCcher.example/")), "none");
 }
@@ -199,11 +196,10 @@ TEST(ParseTarget, never_lets_a_code_page_make_a_query) {
 }
 
 TEST(WithoutCredentials, hides_them_also_where_the_address_is_wrong) {
-    struct Case {
+    const struct {
         std::u16string address;
         std::u16string shown;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {u"http://u:p@h:81/a@b?c#d", u"http://h:81/a@b?c#d"},
         {u"FTP://u@h", u"FTP://h"},
         {u"u:p@h/f", u"h/f"},
@@ -216,7 +212,7 @@ TEST(WithoutCredentials, hides_them_also_where_the_address_is_wrong) {
         {u"x@ftp://user:password@h/f", u"h/f"},
         {u"magnet:?dn=a@b", u"magnet:?dn=a@b"},
     };
-    for (const Case& c : cases) EXPECT_EQ(without_credentials(c.address), c.shown);
+    for (const auto& c : cases) EXPECT_EQ(without_credentials(c.address), c.shown);
 }
 
 }  // namespace

@@ -50,17 +50,9 @@ std::string full_layout() {
     out.n(4, 602).n(8, 0x123456789ALL).n(8, 0x4000000001LL).n(4, 605).n(4, 2);
     out.raw("(").n(8, 1).n(8, 1000).n(8, 20).n(8, 30).n(8, 40).n(8, 0).n(8, 0).text(u"track").n(8, 0).n(8, 0);
     out.text(u"s0").n(4, 50).n(8, 51).text(u"").n(4, 0).n(8, 0).text(u"").n(4, -52).n(8, -53).raw(")");
-    out.raw("(")
-        .n(8, 2000)
-        .n(8, 0x123456789ALL)
-        .n(8, 0)
-        .n(8, 0)
-        .n(8, 0)
-        .n(8, 0)
-        .n(8, 0)
-        .text(u"")
-        .n(8, 0)
-        .n(8, 0);
+    out.raw("(").n(8, 2000).n(8, 0x123456789ALL);
+    for (int zero = 0; zero < 5; ++zero) out.n(8, 0);
+    out.text(u"").n(8, 0).n(8, 0);
     for (int slot = 0; slot < 3; ++slot) out.text(u"").n(4, 0).n(8, 0);
     out.raw(")");
     out.n(8, 0x2000000001LL).n(8, -0x3000000001LL).n(16, 0);

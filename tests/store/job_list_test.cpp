@@ -117,14 +117,13 @@ TEST(JobList, what_was_exported_comes_back) {
 
 TEST(JobList, of_other_programs_and_people_is_read) {
     const std::string header = "TextDelimiter=\"\r\nColumnDelimiter=,\r\nExtraFields=";
-    struct Case {
+    const struct {
         const char* name;
         std::string text;
         std::vector<std::u16string> addresses;
         std::vector<std::size_t> skipped;
         std::size_t notes;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {"links, either line end",
          "http://a/1\r\nhttp://b/2,3\n\n  ftp://c/x  ",
          {u"http://a/1", u"http://b/2,3", u"ftp://c/x"},
@@ -169,7 +168,7 @@ TEST(JobList, of_other_programs_and_people_is_read) {
          0},
         {"nothing", "", {}, {}, 0},
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
         const JobList list = read(c.text);
         std::vector<std::u16string> addresses;

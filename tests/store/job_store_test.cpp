@@ -7,8 +7,6 @@
 
 #include "base/text.h"
 #include "sample_store.h"
-#include "store/data_folder_lock.h"
-#include "store/job_log_file.h"
 #include "support/temp_folder.h"
 
 namespace vantlow {
@@ -284,47 +282,6 @@ TEST(JobStore, backs_up_once_a_day_where_the_settings_say) {
     ASSERT_EQ(backups.names().size(), 1U);
     EXPECT_TRUE(backups.names()[0].ends_with(u".database"));
     EXPECT_EQ(backups.read(backups.names()[0]), folder.read(u".database"));
-}
-
-TEST(DataFolderLock, has_one_owner_at_a_time_who_says_where_it_is) {
-    const TempFolder folder;
-    FileError error;
-    DataFolderLock first;
-    DataFolderLock second;
-    ASSERT_EQ(first.claim(folder.path(u"new/data"), error), DataFolderLock::Claim::mine);
-    ASSERT_TRUE(first.publish("a long way to the first owner").ok());
-    ASSERT_TRUE(first.publish("here").ok());
-    EXPECT_EQ(second.claim(folder.path(u"new/data"), error), DataFolderLock::Claim::taken);
-    EXPECT_EQ(DataFolderLock::read(folder.path(u"new/data")), "here");
-    first.release();
-    EXPECT_EQ(second.claim(folder.path(u"new/data"), error), DataFolderLock::Claim::mine);
-    EXPECT_EQ(DataFolderLock::read(folder.path(u"new/data")), "");
-}
-
-TEST(JobLogFile, outlives_the_job_and_stays_bounded) {
-    const TempFolder folder;
-    const Guid id = Guid::from_numbers(1, 2);
-    CLogNode line;
-    line.time = 5;
-    line.direction = Direction::received;
-    line.text = "2 3 \xC3\xA4";
-    {
-        JobLogFile log(folder.path(), id);
-        log.add(line);
-        log.write();
-        log.add(line);
-    }
-    const auto lines = read_job_log(folder.path(), id);
-    ASSERT_EQ(lines.size(), 2U);
-    EXPECT_EQ(lines[1].text, line.text);
-    EXPECT_EQ(lines[1].time, 5);
-    EXPECT_EQ(lines[1].direction, Direction::received);
-    line.text = std::string(4000, 'x');
-    for (int i = 0; i < 400; ++i) JobLogFile(folder.path(), id).add(line);
-    EXPECT_LT(folder.read(join_path(u"logs", to_utf16(guid_text(id)) + u".log")).size(), 600000U);
-    EXPECT_EQ(read_job_log(folder.path(), id).back().text, line.text);
-    remove_job_log(folder.path(), id);
-    EXPECT_TRUE(read_job_log(folder.path(), id).empty());
 }
 
 }  // namespace

@@ -2,8 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cstring>
-#include <functional>
 #include <vector>
 
 #include "base/text.h"
@@ -39,59 +37,12 @@ void put_little(std::string& out, std::uint32_t value, int bytes) {
     for (int i = 0; i < bytes; ++i) out.push_back(static_cast<char>(value >> static_cast<unsigned>(8 * i)));
 }
 
-using Expected = std::function<void(std::int64_t offset, std::span<std::byte> into)>;
-
-testing::AssertionResult compare(const std::u16string& path, std::int64_t size, const Expected& expected) {
-    constexpr std::size_t step = 256 * 1024;
-    File file;
-    if (FileError error = file.open(path, OpenMode::read); !error.ok()) {
-        return testing::AssertionFailure() << to_utf8(path) << ": " << error.text();
-    }
-    std::vector<std::byte> got(step);
-    std::vector<std::byte> wanted(step);
-    std::int64_t offset = 0;
-    for (;;) {
-        std::size_t bytes = 0;
-        if (FileError error = file.read_at(offset, got, bytes); !error.ok()) {
-            return testing::AssertionFailure() << to_utf8(path) << " at " << offset << ": " << error.text();
-        }
-        const auto due = static_cast<std::size_t>(std::clamp<std::int64_t>(size - offset, 0, step));
-        const std::size_t both = std::min(bytes, due);
-        expected(offset, std::span(wanted).first(both));
-        const auto [mine, theirs] =
-            std::mismatch(got.begin(), got.begin() + static_cast<std::ptrdiff_t>(both), wanted.begin());
-        const auto same = static_cast<std::size_t>(mine - got.begin());
-        if (same < both) {
-            return testing::AssertionFailure()
-                   << to_utf8(path) << " differs first at offset " << offset + static_cast<std::int64_t>(same)
-                   << " (" << std::to_integer<int>(*mine) << " instead of " << std::to_integer<int>(*theirs)
-                   << "); it has " << file.size() << " bytes of " << size;
-        }
-        if (bytes != due) {
-            return testing::AssertionFailure()
-                   << to_utf8(path) << " has " << file.size() << " bytes instead of " << size;
-        }
-        offset += static_cast<std::int64_t>(bytes);
-        if (bytes < step) return testing::AssertionSuccess();
-    }
-}
-
 }  // namespace
-
-void fill_content(std::uint64_t seed, std::int64_t offset, std::span<std::byte> into) {
-    auto at = static_cast<std::uint64_t>(offset);
-    std::size_t done = 0;
-    while (done < into.size()) {
-        const std::uint64_t word = content_word(seed, at / 8);
-        for (std::uint64_t in_word = at % 8; in_word < 8 && done < into.size(); ++in_word, ++at) {
-            into[done++] = static_cast<std::byte>(word >> (8 * in_word));
-        }
-    }
-}
 
 std::string make_content(std::uint64_t seed, std::size_t size) {
     std::string bytes(size, '\0');
-    fill_content(seed, 0, std::as_writable_bytes(std::span(bytes)));
+    for (std::size_t at = 0; at < size; ++at)
+        bytes[at] = static_cast<char>(content_word(seed, at / 8) >> (8 * (at % 8)));
     return bytes;
 }
 
@@ -114,15 +65,19 @@ std::string gzip_stored(std::string_view bytes) {
 }
 
 testing::AssertionResult file_has(const std::u16string& path, std::string_view bytes) {
-    return compare(path, static_cast<std::int64_t>(bytes.size()),
-                   [&](std::int64_t offset, std::span<std::byte> into) {
-                       if (!into.empty()) std::memcpy(into.data(), bytes.data() + offset, into.size());
-                   });
+    std::vector<std::byte> got;
+    if (const FileError error = read_file(path, std::size_t{1} << 30U, got); !error.ok())
+        return testing::AssertionFailure() << to_utf8(path) << ": " << error.text();
+    const std::string_view found(reinterpret_cast<const char*>(got.data()), got.size());
+    const auto differs = std::mismatch(found.begin(), found.end(), bytes.begin(), bytes.end()).first;
+    if (found == bytes) return testing::AssertionSuccess();
+    return testing::AssertionFailure()
+           << to_utf8(path) << " has " << found.size() << " bytes of " << bytes.size()
+           << " and differs first at offset " << differs - found.begin();
 }
 
 testing::AssertionResult file_has_content(const std::u16string& path, std::uint64_t seed, std::int64_t size) {
-    return compare(path, size,
-                   [&](std::int64_t offset, std::span<std::byte> into) { fill_content(seed, offset, into); });
+    return file_has(path, make_content(seed, static_cast<std::size_t>(size)));
 }
 
 }  // namespace vantlow::test

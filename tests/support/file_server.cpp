@@ -101,11 +101,6 @@ void FileServer::set_interceptor(Interceptor interceptor) {
     interceptor_ = std::move(interceptor);
 }
 
-void FileServer::set_most_connections(int most) {
-    const std::lock_guard guard(mutex_);
-    options_.most_connections = most;
-}
-
 std::shared_ptr<const FileResource> FileServer::find(const std::string& target) const {
     const std::lock_guard guard(mutex_);
     const auto found = resources_.find(target.substr(0, target.find('?')));
@@ -114,16 +109,14 @@ std::shared_ptr<const FileResource> FileServer::find(const std::string& target) 
 
 void FileServer::handle(Exchange& exchange) {
     Interceptor interceptor;
-    int most = 0;
     {
         const std::lock_guard guard(mutex_);
         interceptor = interceptor_;
-        most = options_.most_connections;
     }
     if (interceptor && interceptor(exchange)) return;
     const int now = ++answering_;
     const auto resource = find(exchange.request().target);
-    if (most > 0 && now > most) {
+    if (options_.most_connections > 0 && now > options_.most_connections) {
         refuse(exchange);
     } else if (!resource) {
         exchange.answer(404, "Not Found", "nothing here\n");
@@ -136,9 +129,7 @@ void FileServer::handle(Exchange& exchange) {
 void FileServer::refuse(Exchange& exchange) {
     ++refused_;
     if (options_.refuse_status == 0) return exchange.reset();
-    Headers headers{{"Connection", "close"}};
-    if (!options_.retry_after.empty()) headers.emplace_back("Retry-After", options_.retry_after);
-    exchange.answer(options_.refuse_status, "Busy", "too many\n", headers);
+    exchange.answer(options_.refuse_status, "Busy", "too many\n", {{"Connection", "close"}});
     exchange.close();
 }
 

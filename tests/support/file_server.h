@@ -54,7 +54,6 @@ class FileServer {
         ScriptedServer::Options server;
         int most_connections = 0;  ///< answers at once; further requests are refused; 0: no bound
         int refuse_status = 503;   ///< 0: they are reset instead
-        std::string retry_after;   ///< of refusals; empty: no field
     };
     /// Sees each request first; true when it has answered.
     using Interceptor = std::function<bool(Exchange&)>;
@@ -68,7 +67,6 @@ class FileServer {
     /// Changes a resource in its place.
     void change(const std::string& path, const std::function<void(FileResource&)>& how);
     void set_interceptor(Interceptor interceptor);
-    void set_most_connections(int most);
     /// Lets the answers go on that are held, now and later.
     void release() { released_.request(); }
 
@@ -90,8 +88,9 @@ class FileServer {
     std::shared_ptr<const FileResource> find(const std::string& target) const;
 
     mutable std::mutex mutex_;
-    Options options_;  ///< these four: guarded by mutex_
-    std::map<std::string, std::shared_ptr<const FileResource>> resources_;
+    const Options options_;
+    std::map<std::string, std::shared_ptr<const FileResource>>
+        resources_;                      ///< these three: guarded by mutex_
     std::map<std::string, int> broken_;  ///< answers broken so far, by path
     Interceptor interceptor_;
     std::atomic<int> refused_{0};

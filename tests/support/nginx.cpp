@@ -5,8 +5,6 @@
 namespace vantlow::test {
 namespace {
 
-constexpr const char* error_log_name = "error.log";
-
 std::string configuration(const std::string& folder, const std::string& documents, std::uint16_t port,
                           std::string_view server_lines, std::string_view http_lines) {
     std::string text = "daemon off;\nworker_processes 1;\nuser root;\npid nginx.pid;\n";
@@ -36,8 +34,7 @@ Nginx::Nginx(std::string_view server_lines, std::string_view http_lines) {
             const auto file =
                 own.write(u"nginx.conf", configuration(unix_path(own.path()), unix_path(documents_.path()),
                                                        port, server_lines, http_lines));
-            return std::vector<std::u16string>{u"-p", own.path(), u"-c",
-                                               file,  u"-e",      own.path(to_utf16(error_log_name))};
+            return std::vector<std::u16string>{u"-p", own.path(), u"-c", file, u"-e", own.path(u"error.log")};
         });
 }
 
@@ -51,12 +48,6 @@ std::string Nginx::url(std::string_view path) const {
 
 std::u16string Nginx::url16(std::string_view path) const {
     return to_utf16(url(path));
-}
-
-std::string Nginx::error_log() const {
-    const TempFolder& folder = server_->folder();
-    const std::u16string name = to_utf16(error_log_name);
-    return folder.has(name) ? folder.read(name) : std::string();
 }
 
 }  // namespace vantlow::test

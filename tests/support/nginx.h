@@ -29,8 +29,6 @@ class Nginx {
     [[nodiscard]] std::uint16_t port() const noexcept { return server_->port(); }
     [[nodiscard]] std::string url(std::string_view path) const;
     [[nodiscard]] std::u16string url16(std::string_view path) const;
-    /// What it wrote to its error log.
-    [[nodiscard]] std::string error_log() const;
 
   private:
     TempFolder documents_;

@@ -94,7 +94,7 @@ bool Exchange::read_request() {
     head_ = parse_request(received_.substr(0, end + 4));
     received_.erase(0, end + 4);
     ++number_;
-    record_ = server_.begin_request(*this);
+    server_.begin_request(*this);
     return true;
 }
 
@@ -117,7 +117,7 @@ bool Exchange::transmit(std::string_view bytes, bool counts) {
     while (!bytes.empty() && is_open() && !server_.stop_->requested()) {
         const IoStep step = socket_.write(bytes_of(bytes));
         if (step.state == IoStep::State::moved) {
-            if (counts) server_.count_body(*this, step.bytes);
+            if (counts) server_.count_body(step.bytes);
             bytes.remove_prefix(step.bytes);
         } else if (step.state == IoStep::State::would_block) {
             if (wait_socket(socket_, Interest::write, milliseconds(-1), *server_.stop_) != Ready::yes)
@@ -206,22 +206,16 @@ void Exchange::close() noexcept {
 // ---- ScriptedServer ----
 
 ScriptedServer::ScriptedServer(Handler handler, Options options)
-    : options_(options), port_(options.port), handler_(std::move(handler)) {
-    start();
+    : options_(options), handler_(std::move(handler)), stop_(std::make_unique<StopSource>()) {
+    auto listener = listen_at(options_.ipv6, options_.port);
+    if (!listener) throw std::runtime_error("cannot listen: " + listener.failure().message());
+    listener_ = *std::move(listener);
+    port_ = listener_.address().value_or(SocketAddress()).port();
+    acceptor_ = std::thread([this] { accept_all(); });
 }
 
 ScriptedServer::~ScriptedServer() {
     stop();
-}
-
-void ScriptedServer::start() {
-    if (acceptor_.joinable()) return;
-    auto listener = listen_at(options_.ipv6, port_);
-    if (!listener) throw std::runtime_error("cannot listen: " + listener.failure().message());
-    listener_ = *std::move(listener);
-    port_ = listener_.address().value_or(SocketAddress()).port();
-    stop_ = std::make_unique<StopSource>();
-    acceptor_ = std::thread([this] { accept_all(); });
 }
 
 void ScriptedServer::stop() {
@@ -246,8 +240,7 @@ void ScriptedServer::accept_all() {
         int number = 0;
         {
             const std::lock_guard guard(mutex_);
-            number = static_cast<int>(connections_.size()) + 1;
-            connections_.push_back({number, Clock::now(), std::nullopt, 0, 0});
+            number = static_cast<int>(++connections_);
             most_open_ = std::max(most_open_, ++open_);
             changed_.notify_all();
         }
@@ -276,26 +269,19 @@ void ScriptedServer::serve(TcpSocket socket, int number) {
         exchange.close();
     }
     const std::lock_guard guard(mutex_);
-    connections_[static_cast<std::size_t>(number) - 1].ended = Clock::now();
     --open_;
     changed_.notify_all();
 }
 
-std::size_t ScriptedServer::begin_request(const Exchange& exchange) {
+void ScriptedServer::begin_request(const Exchange& exchange) {
     const std::lock_guard guard(mutex_);
-    requests_.push_back({exchange.connection_, exchange.number_, Clock::now(), exchange.head_, 0});
-    ++connections_[static_cast<std::size_t>(exchange.connection_) - 1].requests;
+    requests_.push_back({exchange.connection_, exchange.number_, Clock::now(), exchange.head_});
     changed_.notify_all();
-    return requests_.size() - 1;
 }
 
-void ScriptedServer::count_body(const Exchange& exchange, std::size_t bytes) {
-    const auto count = static_cast<std::int64_t>(bytes);
+void ScriptedServer::count_body(std::size_t bytes) {
     const std::lock_guard guard(mutex_);
-    body_sent_ += count;
-    connections_[static_cast<std::size_t>(exchange.connection_) - 1].body_sent += count;
-    if (exchange.number_ > 0) requests_[exchange.record_].body_sent += count;
-    changed_.notify_all();
+    body_sent_ += static_cast<std::int64_t>(bytes);
 }
 
 ScriptedServer::Handler ScriptedServer::handler() const {
@@ -316,7 +302,7 @@ std::u16string ScriptedServer::url16(std::string_view path) const {
     return to_utf16(url(path));
 }
 
-std::vector<ConnectionRecord> ScriptedServer::connections() const {
+std::size_t ScriptedServer::connection_count() const {
     const std::lock_guard guard(mutex_);
     return connections_;
 }
@@ -329,11 +315,6 @@ std::vector<RequestRecord> ScriptedServer::requests() const {
 std::int64_t ScriptedServer::body_sent() const {
     const std::lock_guard guard(mutex_);
     return body_sent_;
-}
-
-int ScriptedServer::open_connections() const {
-    const std::lock_guard guard(mutex_);
-    return open_;
 }
 
 int ScriptedServer::most_open_connections() const {
@@ -352,15 +333,7 @@ bool ScriptedServer::wait_for_requests(std::size_t count, milliseconds at_most) 
 }
 
 bool ScriptedServer::wait_for_connections(std::size_t count, milliseconds at_most) const {
-    return wait_until(at_most, [&] { return connections_.size() >= count; });
-}
-
-bool ScriptedServer::wait_for_body_sent(std::int64_t bytes, milliseconds at_most) const {
-    return wait_until(at_most, [&] { return body_sent_ >= bytes; });
-}
-
-bool ScriptedServer::wait_for_open(int count, milliseconds at_most) const {
-    return wait_until(at_most, [&] { return open_ == count; });
+    return wait_until(at_most, [&] { return connections_ >= count; });
 }
 
 std::uint16_t closed_port() {

@@ -45,16 +45,6 @@ struct RequestRecord {
     int number = 0;      ///< from 1, on its connection
     Clock::time_point time;
     RequestHead head;
-    std::int64_t body_sent = 0;  ///< bytes given to the system by Exchange::send and its kin
-};
-
-/// What the server remembers of one connection.
-struct ConnectionRecord {
-    int number = 0;  ///< from 1, in the order of accepting
-    Clock::time_point accepted;
-    std::optional<Clock::time_point> ended;
-    int requests = 0;
-    std::int64_t body_sent = 0;
 };
 
 class ScriptedServer;
@@ -111,7 +101,6 @@ class Exchange {
     bool no_input_ = false;  ///< nothing more will come
     RequestHead head_;
     std::string received_;  ///< not yet part of a request
-    std::size_t record_ = 0;
 };
 
 /// Serves on a free port of the loopback address with a thread for each connection. Stopped and joined at the
@@ -143,27 +132,19 @@ class ScriptedServer {
 
     /// Another handler for the requests from now on.
     void set_handler(Handler handler);
-    /// Ends everything: connections are closed, later ones refused. May be called again.
+    /// Ends everything: connections are closed, later ones refused.
     void stop();
-    /// Listens again at the same port after stop(). Throws like the constructor.
-    void start();
 
-    [[nodiscard]] std::vector<ConnectionRecord> connections() const;
     [[nodiscard]] std::vector<RequestRecord> requests() const;
-    [[nodiscard]] std::size_t connection_count() const { return connections().size(); }
+    [[nodiscard]] std::size_t connection_count() const;
     [[nodiscard]] std::size_t request_count() const { return requests().size(); }
     [[nodiscard]] std::int64_t body_sent() const;
-    /// Connections open now, and the most that were at once.
-    [[nodiscard]] int open_connections() const;
+    /// The most connections that were open at once.
     [[nodiscard]] int most_open_connections() const;
     bool wait_for_requests(std::size_t count,
                            std::chrono::milliseconds at_most = std::chrono::seconds(10)) const;
     bool wait_for_connections(std::size_t count,
                               std::chrono::milliseconds at_most = std::chrono::seconds(10)) const;
-    bool wait_for_body_sent(std::int64_t bytes,
-                            std::chrono::milliseconds at_most = std::chrono::seconds(10)) const;
-    /// True as soon as exactly that many connections are open.
-    bool wait_for_open(int count, std::chrono::milliseconds at_most = std::chrono::seconds(10)) const;
 
   private:
     friend class Exchange;
@@ -174,8 +155,8 @@ class ScriptedServer {
     void accept_all();
     void serve(TcpSocket socket, int number);
     void reap();
-    std::size_t begin_request(const Exchange& exchange);
-    void count_body(const Exchange& exchange, std::size_t bytes);
+    void begin_request(const Exchange& exchange);
+    void count_body(std::size_t bytes);
     Handler handler() const;
     template <class Test>
     bool wait_until(std::chrono::milliseconds at_most, Test test) const;
@@ -185,7 +166,7 @@ class ScriptedServer {
     mutable std::mutex mutex_;
     mutable std::condition_variable changed_;
     Handler handler_;  ///< this and what follows up to open_: guarded by mutex_
-    std::vector<ConnectionRecord> connections_;
+    std::size_t connections_ = 0;
     std::vector<RequestRecord> requests_;
     std::int64_t body_sent_ = 0;
     int open_ = 0;

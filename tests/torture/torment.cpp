@@ -8,9 +8,9 @@
 #include <iostream>
 #include <mutex>
 #include <optional>
-#include <set>
 #include <system_error>
 #include <thread>
+#include <variant>
 
 #include "app/program.h"
 #include "base/text.h"
@@ -27,13 +27,55 @@ namespace {
 using std::chrono::seconds;
 
 constexpr std::size_t operation_count = static_cast<std::size_t>(Operation::last) + 1;
-constexpr std::array<const char*, operation_count> operation_names{
-    "open",         "read",         "write",          "resize",       "flush",         "lock",
-    "size",         "remove",       "rename",         "mark",         "inspect",       "make_folder",
-    "list_folder",  "make_socket",  "connect",        "connect_end",  "listen",        "accept",
-    "receive",      "send",         "wait",           "own_address",  "resolve",       "make_event",
-    "start_thread", "load_library", "find_operation", "read_setting", "write_setting", "tell",
-    "protect",      "dial",         "start_process"};
+
+/// Why an operation fails.
+using Fault = std::variant<FileFault, SocketFault>;
+/// A kind of operation and its two reasons, which take turns.
+struct Failing {
+    const char* name;
+    Fault odd;
+    Fault even;
+    bool has_reason = true;  ///< else its answer has no room for one: yes or no, there or not
+};
+// In the order of the enumeration. A name that is not found and a thread have numbers of their own.
+constexpr std::array<Failing, operation_count> failings{{
+    {"open", FileFault::access, FileFault::other},
+    {"read", FileFault::other, FileFault::other},
+    {"write", FileFault::no_space, FileFault::other},
+    {"resize", FileFault::no_space, FileFault::other},
+    {"flush", FileFault::other, FileFault::other},
+    {"lock", FileFault::access, FileFault::access, false},
+    {"size", FileFault::other, FileFault::other, false},
+    {"remove", FileFault::access, FileFault::access},
+    {"rename", FileFault::access, FileFault::access},
+    {"mark", FileFault::access, FileFault::access},
+    {"inspect", FileFault::access, FileFault::access, false},
+    {"make_folder", FileFault::no_space, FileFault::other},
+    {"list_folder", FileFault::access, FileFault::access},
+    {"make_socket", SocketFault::no_descriptors, SocketFault::no_descriptors},
+    {"connect", SocketFault::unreachable, SocketFault::no_descriptors},
+    {"connect_end", SocketFault::refused, SocketFault::timed_out},
+    {"listen", SocketFault::no_descriptors, SocketFault::no_descriptors},
+    {"accept", SocketFault::no_descriptors, SocketFault::no_descriptors},
+    {"receive", SocketFault::reset, SocketFault::timed_out},
+    {"send", SocketFault::reset, SocketFault::timed_out},
+    {"wait", SocketFault::no_descriptors, SocketFault::no_descriptors, false},
+    {"own_address", SocketFault::no_descriptors, SocketFault::no_descriptors, false},
+    {"resolve", FileFault::other, FileFault::other},
+    {"make_event", FileFault::not_found, FileFault::not_found, false},
+    {"start_thread", FileFault::other, FileFault::other},
+    {"load_library", FileFault::not_found, FileFault::not_found, false},
+    {"find_operation", FileFault::not_found, FileFault::not_found, false},
+    {"read_setting", FileFault::access, FileFault::access},
+    {"write_setting", FileFault::access, FileFault::access},
+    {"tell", FileFault::no_space, FileFault::other},
+    {"protect", FileFault::access, FileFault::access, false},
+    {"dial", FileFault::access, FileFault::access},
+    {"start_process", FileFault::not_found, FileFault::not_found},
+}};
+const Failing& failing_of(Operation operation) {
+    return failings.at(static_cast<std::size_t>(operation));
+}
 
 using Counts = std::array<int, operation_count>;
 
@@ -48,56 +90,13 @@ Sample sample() {
     return path_separator() == u'\\' ? Sample{4, 3} : Sample{40, 12};
 }
 
-// What operations of that kind really fail with; the n-th one decides which of several.
+// The number that such an operation really fails with, the n-th time.
 int number_for(Operation operation, int n) {
-    const bool odd = n % 2 != 0;
-    switch (operation) {
-        case Operation::write:
-        case Operation::tell:
-        case Operation::resize:
-        case Operation::make_folder:
-            return error_number(odd ? FileFault::no_space : FileFault::other);
-        case Operation::open:
-            return error_number(odd ? FileFault::access : FileFault::other);
-        case Operation::lock:
-        case Operation::remove:
-        case Operation::rename:
-        case Operation::mark:
-        case Operation::inspect:
-        case Operation::list_folder:
-        case Operation::read_setting:
-        case Operation::write_setting:
-        case Operation::protect:
-        case Operation::dial:
-            return error_number(FileFault::access);
-        case Operation::read:
-        case Operation::flush:
-        case Operation::size:
-            return error_number(FileFault::other);
-        case Operation::make_socket:
-        case Operation::listen:
-        case Operation::accept:
-        case Operation::wait:
-        case Operation::own_address:
-            return error_number(SocketFault::no_descriptors);
-        case Operation::connect:
-            return error_number(odd ? SocketFault::unreachable : SocketFault::no_descriptors);
-        case Operation::connect_end:
-            return error_number(odd ? SocketFault::refused : SocketFault::timed_out);
-        case Operation::receive:
-        case Operation::send:
-            return error_number(odd ? SocketFault::reset : SocketFault::timed_out);
-        case Operation::resolve:
-            return name_error_number();
-        case Operation::start_thread:
-            return EAGAIN;
-        case Operation::make_event:
-        case Operation::load_library:
-        case Operation::find_operation:
-        case Operation::start_process:
-            break;
-    }
-    return error_number(FileFault::not_found);
+    if (operation == Operation::resolve) return name_error_number();
+    if (operation == Operation::start_thread) return EAGAIN;
+    const Failing& failing = failing_of(operation);
+    return std::visit([](auto fault) { return error_number(fault); },
+                      n % 2 != 0 ? failing.odd : failing.even);
 }
 
 // The system's words for it.
@@ -105,15 +104,6 @@ std::string reason_of(Operation operation, int number) {
     if (operation == Operation::resolve) return name_error_text(number);
     if (operation == Operation::start_thread) return std::generic_category().message(number);
     return system_text(number);
-}
-
-// Operations whose answer has no room for a reason: yes or no, there or not.
-bool has_reason(Operation operation) {
-    static const std::set<Operation> without{
-        Operation::lock,       Operation::size,         Operation::inspect,
-        Operation::wait,       Operation::own_address,  Operation::protect,
-        Operation::make_event, Operation::load_library, Operation::find_operation};
-    return !without.contains(operation);
 }
 
 /// Counts the program's operations, and fails one.
@@ -225,7 +215,7 @@ class Tormentor {
         const Counts counts = counter.counts();
         for (std::size_t kind = 0; kind < operation_count; ++kind) {
             for (const int n : choose(counts[kind])) {
-                const std::string name = operation_names[kind] + (" " + std::to_string(n));
+                const std::string name = std::string(failings.at(kind).name) + " " + std::to_string(n);
                 if (only && to_utf8(*only) != name) continue;
                 OneFault fault(static_cast<Operation>(kind), n);
                 run_with(&fault, name + " of " + std::to_string(counts[kind]), static_cast<Operation>(kind));
@@ -276,7 +266,7 @@ class Tormentor {
     void look_at_message(const Said& said, Operation operation, const OneFault& fault,
                          const TempFolder& folder) const {
         const std::string text = said.err + said.out;
-        if (has_reason(operation)) {
+        if (failing_of(operation).has_reason) {
             EXPECT_NE(text.find(fault.reason()), std::string::npos) << "the reason is " << fault.reason();
         }
         bool names_something = text.find(folder.utf8_path()) != std::string::npos ||

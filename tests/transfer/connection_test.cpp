@@ -76,12 +76,12 @@ TEST(Slots, GiveAPlaceToThoseWhoHaveNoneFirst) {
     std::mutex mutex;
     std::vector<std::string> order;
     const auto begin = [&](const char* name, const ServerLimits& asked) {
+        const int before = awaited;
         auto done = std::async(std::launch::async, [&, name] {
             auto slot = slots.acquire("a:80", asked, stop);
             const std::lock_guard guard(mutex);
             order.emplace_back(name);
         });
-        const int before = awaited;
         const auto until = Clock::now() + std::chrono::seconds(10);
         while (awaited == before && Clock::now() < until) std::this_thread::yield();
         return done;

@@ -126,14 +126,13 @@ TEST(FtpReplies, OneTimeChallengesAndRefusals) {
 }
 
 TEST(FtpListings, FormsOfServers) {
-    struct Case {
+    const struct {
         std::string_view line;
         std::string_view name;
         std::int64_t size;
         std::string_view time;
         bool folder;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {"-rw-r--r--   1 u g   30 Nov 25 03:29 a b.bin", "a b.bin", 30, "Nov 25 03:29", false},
         {"-rw-r--r-- 1 u 30 25 Nov 2024 a", "a", 30, "25 Nov 2024", false},
         {"-rw-r--r--+ 1 u g 5368709120 2024-01-02 10:00 big", "big", 5368709120, "2024-01-02 10:00", false},
@@ -145,7 +144,7 @@ TEST(FtpListings, FormsOfServers) {
         {"+s12,m824255902,r,\tfile x", "file x", 12, "824255902", false},
         {"Type=file;Size=77;Modify=20240101000000; n m", "n m", 77, "20240101000000", false},
         {"type=dir;modify=20240101000000; d", "d", -1, "20240101000000", true}};
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         const auto entry = parse_listing_line(c.line);
         ASSERT_TRUE(entry) << c.line;
         EXPECT_EQ(entry->name, c.name);
@@ -166,24 +165,23 @@ TEST(FtpListings, FormsOfServers) {
 }
 
 TEST(FtpPaths, FoldersFilesAndTypes) {
-    struct Case {
+    const struct {
         std::string_view path;
         std::string_view folder;
         std::string_view file;
         char type;
-    };
-    const Case cases[] = {{"/file", "", "file", 'i'},
-                          {"/a/b%20c/d%C3%A4.bin;type=A", "a/b c", "d\xC3\xA4.bin", 'a'},
-                          {"/%2Fetc/hosts", "/etc", "hosts", 'i'},
-                          {"/%2fetc%2Fhosts", "/etc", "hosts", 'i'},
-                          {"//etc/hosts", "/etc", "hosts", 'i'},
-                          {"/%2Fhosts", "/", "hosts", 'i'},
-                          {"/dir/", "dir", "", 'i'},
-                          {"/", "", "", 'i'},
-                          {"/dir;type=d", "", "dir", 'd'},
-                          {"/a;type=ix", "", "a;type=ix", 'i'},
-                          {"/x%3Fy?z", "", "x?y?z", 'i'}};
-    for (const Case& c : cases) {
+    } cases[] = {{"/file", "", "file", 'i'},
+                 {"/a/b%20c/d%C3%A4.bin;type=A", "a/b c", "d\xC3\xA4.bin", 'a'},
+                 {"/%2Fetc/hosts", "/etc", "hosts", 'i'},
+                 {"/%2fetc%2Fhosts", "/etc", "hosts", 'i'},
+                 {"//etc/hosts", "/etc", "hosts", 'i'},
+                 {"/%2Fhosts", "/", "hosts", 'i'},
+                 {"/dir/", "dir", "", 'i'},
+                 {"/", "", "", 'i'},
+                 {"/dir;type=d", "", "dir", 'd'},
+                 {"/a;type=ix", "", "a;type=ix", 'i'},
+                 {"/x%3Fy?z", "", "x?y?z", 'i'}};
+    for (const auto& c : cases) {
         const auto path = parse_ftp_path(c.path);
         ASSERT_TRUE(path) << c.path;
         EXPECT_EQ(path->folder, c.folder) << c.path;

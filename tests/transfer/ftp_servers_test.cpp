@@ -13,12 +13,7 @@ class FtpServersTest : public JobTest {
     void expect_fetched(const std::u16string& address, int connections = 3,
                         vantlow::RunOptions options = {}) {
         auto job = make_job(address, connections);
-        const JobOutcome outcome = run(*job, std::move(options));
-        EXPECT_EQ(outcome.result.code, Code::ok) << outcome.result.message() << "\n" << log.all();
-        EXPECT_TRUE(file_has(outcome.path, content));
-        if (outcome.result.ok()) {
-            EXPECT_TRUE(remove_file(outcome.path).ok());
-        }
+        expect_file(run(*job, std::move(options)), content);
     }
     // Stopped in the middle, then continued: nothing is fetched twice.
     void expect_continued(const std::u16string& address, const vantlow::RunOptions& options = {}) {
@@ -37,9 +32,8 @@ class FtpServersTest : public JobTest {
         ASSERT_NE(earlier, nullptr);
         earlier->address = address;  // with its credentials, which no state holds
         const JobOutcome outcome = run(*earlier, options);
-        EXPECT_EQ(outcome.result.code, Code::ok) << outcome.result.message() << log.all();
         EXPECT_LT(outcome.received, size - size / 4 + 1);
-        EXPECT_TRUE(file_has(outcome.path, content));
+        expect_file(outcome, content);
         EXPECT_TRUE(log.has("The file on the server is the same as the file on the local machine."));
     }
 };
@@ -235,7 +229,6 @@ TEST_F(SftpTest, KnownHostsAndKeys) {
     own.write(u"known_hosts",
               "# a remark\ntorn ssh-ed25519 AAAAC3NzaC1lZDI1NTE5AAAAI9x\n" + ssh.read(u"known_hosts"));
     expect_continued(address, rules(own, false));
-    ASSERT_TRUE(remove_file(folder.path(u"x.bin")).ok());
 
     const TempFolder nobody;
     nobody.write(u"known_hosts", ssh.read(u"known_hosts"));

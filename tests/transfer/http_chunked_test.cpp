@@ -70,11 +70,10 @@ TEST(ChunkedDecoder, GivesTheSameHoweverTheBytesAreDivided) {
 }
 
 TEST(ChunkedDecoder, RefusesWhatIsNoChunk) {
-    struct Case {
+    const struct {
         const char* coded;
         const char* body;  // what may be given before the fault is seen
-    };
-    const Case cases[] = {
+    } cases[] = {
         {"\r\n", ""},
         {"g\r\n", ""},
         {"-5\r\nhello\r\n", ""},
@@ -95,7 +94,7 @@ TEST(ChunkedDecoder, RefusesWhatIsNoChunk) {
         {"00000000000000005\r\n", ""},  // more digits than any number needs
         {"0\r\n\rX", ""},
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         for (const std::size_t piece : pieces) {
             const Decoded decoded = decode(c.coded, piece, 1000);
             EXPECT_EQ(decoded.state, ChunkStep::State::bad) << c.coded << " in pieces of " << piece;

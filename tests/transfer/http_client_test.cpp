@@ -49,6 +49,8 @@ TEST_F(HttpClientTest, FetchesADocumentWhereverItIs) {
             exchange.answer(302, "Found", "", {{"Location", "mms://127.0.0.1/film"}});
         } else if (path == "/login") {
             exchange.answer(401, "Who", "", {{"WWW-Authenticate", "Basic realm=x"}});
+        } else if (path == "/busy") {
+            exchange.answer(429, "Slower");
         } else if (path == "/cut") {
             exchange.send_raw("HTTP/1.1 200 OK\r\nContent-Length: 10\r\n\r\nabc");
             exchange.close();
@@ -66,7 +68,7 @@ TEST_F(HttpClientTest, FetchesADocumentWhereverItIs) {
         {"/packed", Code::server_error},  // one byte too long
         {"/circle", Code::too_many_redirects}, {"/film", Code::moved},
         {"/login", Code::credentials_refused}, {"/cut", Code::transient},
-        {"/none", Code::server_error},
+        {"/none", Code::server_error},         {"/busy", Code::busy},
     };
     for (const auto& [path, code] : failures)
         EXPECT_EQ(fetch(server, path, content.size() - 1).failure().code, code) << path;

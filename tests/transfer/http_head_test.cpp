@@ -14,11 +14,10 @@ HttpHead parsed(const std::string& fields, const std::string& status_line = "HTT
 }
 
 TEST(HttpHead, EndsAtTheFirstEmptyLineHoweverLinesEnd) {
-    struct Case {
+    const struct {
         const char* bytes;
         std::size_t end;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {"HTTP/1.1 200 OK\r\nA: b\r\n\r\nrest", 25},
         {"HTTP/1.1 200 OK\nA: b\n\nrest", 22},
         {"HTTP/1.1 200 OK\nA: b\r\n\nrest", 23},
@@ -27,7 +26,7 @@ TEST(HttpHead, EndsAtTheFirstEmptyLineHoweverLinesEnd) {
         {"HTTP/1.1 200 OK\r\nA: b\r\n\r", std::string::npos},
         {"HTTP/1.1 200 OK\r\nA: b\r\r\n", std::string::npos},
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         EXPECT_EQ(find_head_end(c.bytes), c.end) << c.bytes;
         // Whatever part came first, two bytes back are enough to go on searching.
         const std::string_view bytes = c.bytes;
@@ -39,14 +38,13 @@ TEST(HttpHead, EndsAtTheFirstEmptyLineHoweverLinesEnd) {
 }
 
 TEST(HttpHead, ReadsStatusLines) {
-    struct Case {
+    const struct {
         const char* line;
         int status;
         const char* reason;
         int minor_version;
         bool keep_alive;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {"HTTP/1.1 200 OK", 200, "OK", 1, true},
         {"HTTP/1.0 404 Not Found", 404, "Not Found", 0, false},
         {"HTTP/1.1 206", 206, "", 1, true},
@@ -55,7 +53,7 @@ TEST(HttpHead, ReadsStatusLines) {
         {"HTTP/1.1 200 \xC3\x9C", 200, "\xC3\x9C", 1, true},
         {"HTTP/1.1 999 Strange", 999, "Strange", 1, true},
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         const HttpHead head = parsed("", c.line);
         EXPECT_EQ(head.status, c.status) << c.line;
         EXPECT_EQ(head.reason, c.reason) << c.line;
@@ -173,12 +171,11 @@ TEST(HttpHead, TakesNoDoubtfulBodyLength) {
 }
 
 TEST(HttpHead, KnowsWhetherTheConnectionStays) {
-    struct Case {
+    const struct {
         const char* status_line;
         const char* fields;
         bool stays;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {"HTTP/1.1 200 OK", "", true},
         {"HTTP/1.1 200 OK", "Connection: close\r\n", false},
         {"HTTP/1.1 200 OK", "Connection: Upgrade, CLOSE\r\n", false},
@@ -189,7 +186,7 @@ TEST(HttpHead, KnowsWhetherTheConnectionStays) {
         {"HTTP/1.0 200 OK", "Proxy-Connection: keep-alive\r\n", true},
         {"HTTP/1.1 200 OK", "Connection: closely\r\n", true},
     };
-    for (const Case& c : cases)
+    for (const auto& c : cases)
         EXPECT_EQ(parsed(c.fields, c.status_line).keep_alive, c.stays) << c.status_line << c.fields;
 }
 

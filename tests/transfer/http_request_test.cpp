@@ -50,20 +50,6 @@ TEST(HttpRequest, IsTheseBytes) {
               "\r\n");
 }
 
-TEST(HttpRequest, LeavesOutWhatItHasNothingFor) {
-    HttpRequest request = plain_request();
-    request.path = "/";
-    test::RecordingLog log;
-    EXPECT_EQ(build_request(request, log),
-              "GET / HTTP/1.1\r\n"
-              "Accept: */*\r\n"
-              "Host: example.org\r\n"
-              "Connection: Keep-Alive\r\n"
-              "Pragma: no-cache\r\n"
-              "Cache-Control: no-cache\r\n"
-              "\r\n");
-}
-
 TEST(HttpRequest, ThroughAProxyHasItsOwnLinesInTheirPlaces) {
     HttpRequest request = plain_request();
     request.through_proxy = true;
@@ -84,11 +70,10 @@ TEST(HttpRequest, ThroughAProxyHasItsOwnLinesInTheirPlaces) {
 }
 
 TEST(HttpRequest, HasTheRequestLineOfItsKind) {
-    struct Case {
+    const struct {
         const char* line;
         std::function<void(HttpRequest&)> make;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {"GET http://example.org/ HTTP/1.1", [](HttpRequest& r) { r.path = "/"; }},
         {"GET http://example.org:8080/f HTTP/1.1",
          [](HttpRequest& r) {
@@ -121,7 +106,7 @@ TEST(HttpRequest, HasTheRequestLineOfItsKind) {
              r.user = "u";
          }},
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         HttpRequest request = plain_request();
         request.path = "/f";
         request.through_proxy = true;

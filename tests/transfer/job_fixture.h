@@ -137,7 +137,29 @@ class JobTest : public testing::Test {
         return running.end();
     }
 
-    /// Only the finished file is left in the folder.
+    /// It ended well, its file holds this and stands alone in the folder, which is empty then.
+    void expect_file(const JobOutcome& outcome, std::string_view content) {
+        EXPECT_EQ(outcome.result.code, Code::ok) << outcome.result.message() << "\n" << log.all();
+        EXPECT_TRUE(file_has(outcome.path, content)) << log.all();
+        EXPECT_TRUE(only({name_of(outcome.path)}));
+        clear_folder();
+    }
+    void clear_folder() const {
+        for (const auto& name : folder.names()) ASSERT_TRUE(remove_file(folder.path(name)).ok());
+    }
+    /// A job that goes through a proxy on this machine.
+    static RunOptions through(int kind, std::uint16_t port, const char* user = "",
+                              const char* password = "") {
+        RunOptions options;
+        options.proxy.kind = kind;
+        options.proxy.host = "127.0.0.1";
+        options.proxy.port = port;
+        options.proxy.user = user;
+        options.proxy.password = password;
+        return options;
+    }
+
+    /// These alone are in the folder.
     [[nodiscard]] testing::AssertionResult only(const std::vector<std::u16string>& names) const {
         if (folder.names() == names) return testing::AssertionSuccess();
         auto result = testing::AssertionFailure() << "the folder holds:";

@@ -49,16 +49,7 @@ TEST(JobRequest, TellsNobodyWhatIsForSomebodyElse) {
     }
 }
 
-class JobRequestTest : public JobTest {
-  protected:
-    RunOptions through(const ScriptedServer& server) {
-        RunOptions options;
-        options.proxy.kind = ProxyPlan::http;
-        options.proxy.host = "127.0.0.1";
-        options.proxy.port = server.port();
-        return options;
-    }
-};
+using JobRequestTest = JobTest;
 
 // Nobody has to resolve the names: a proxy is asked for them.
 TEST_F(JobRequestTest, WritesInternationalNamesInAsciiEverywhere) {
@@ -71,7 +62,7 @@ TEST_F(JobRequestTest, WritesInternationalNamesInAsciiEverywhere) {
         }
     });
     const auto job = make_job(u"http://B\u00FCcher.example:81/./moved");
-    const JobOutcome outcome = run(*job, through(server));
+    const JobOutcome outcome = run(*job, through(ProxyPlan::http, server.port()));
     ASSERT_TRUE(outcome.result.ok()) << outcome.result.message() << log.all();
     const auto requests = server.requests();
     ASSERT_EQ(requests.size(), 2U);

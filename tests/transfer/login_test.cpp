@@ -234,15 +234,6 @@ TEST_F(LoginJobs, NtlmGoesOverOneConnection) {
     EXPECT_EQ(log.count("TlRMTVNTUAAD"), 0U);
 }
 
-TEST_F(LoginJobs, WrongCredentialsEndAtOnce) {
-    ScriptedServer server([](Exchange& exchange) {
-        exchange.answer(401, "Login", "", {{"WWW-Authenticate", "Basic realm=x, Digest nonce=1"}});
-    });
-    const JobOutcome outcome = fetch(server.url16("/a"));
-    EXPECT_EQ(outcome.result.code, Code::credentials_refused);
-    EXPECT_EQ(server.request_count(), 2U);
-}
-
 TEST_F(LoginJobs, AProxyAndAServerAreAnsweredAtOnce) {
     ScriptedServer proxy([](Exchange& exchange) {
         const std::string to_proxy = exchange.request().field("proxy-authorization").value_or("");
@@ -255,12 +246,7 @@ TEST_F(LoginJobs, AProxyAndAServerAreAnsweredAtOnce) {
             exchange.answer(200, "OK", "content");
         }
     });
-    RunOptions options;
-    options.proxy.kind = ProxyPlan::http;
-    options.proxy.host = "127.0.0.1";
-    options.proxy.port = proxy.port();
-    options.proxy.user = "pu";
-    options.proxy.password = "pp";
+    const RunOptions options = through(ProxyPlan::http, proxy.port(), "pu", "pp");
     EXPECT_TRUE(fetch(u"http://server.example/a", options).result.ok()) << log.all();
     EXPECT_EQ(proxy.request_count(), 3U);
     EXPECT_EQ(proxy.requests().back().head.target, "http://server.example/a");
@@ -286,12 +272,7 @@ TEST_F(LoginJobs, ATunnelAnswersItsProxysChallenge) {
                 if (closes) exchange.close();
             }
         });
-        RunOptions options;
-        options.proxy.kind = ProxyPlan::http_tunnel;
-        options.proxy.host = "127.0.0.1";
-        options.proxy.port = proxy.port();
-        options.proxy.user = "pu";
-        options.proxy.password = "pp";
+        RunOptions options = through(ProxyPlan::http_tunnel, proxy.port(), "pu", "pp");
         EXPECT_TRUE(
             fetch(u"http://server.example/a" + std::u16string(closes ? u"1" : u"2"), options).result.ok())
             << log.all();

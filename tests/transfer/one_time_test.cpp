@@ -1,5 +1,8 @@
 // Addresses that serve once, versions that change: whole jobs over real sockets. The rules behind them are
 // tried in policy_model_test and policy_test.
+#include <map>
+#include <mutex>
+
 #include "job_fixture.h"
 
 namespace vantlow::test {
@@ -10,15 +13,7 @@ const std::string content = make_content(21, size);
 const std::string other_content = make_content(22, size);
 const std::string page = "<html>This link has expired. Please log in.</html>";
 
-class OneTimeTest : public JobTest {
-  protected:
-    void expect_whole(const JobOutcome& outcome, const std::string& expected = content) {
-        EXPECT_EQ(outcome.result.code, Code::ok) << outcome.result.message() << "\n" << log.all();
-        EXPECT_TRUE(file_has(folder.path(u"file.bin"), expected)) << log.all();
-        EXPECT_TRUE(only({u"file.bin"}));
-        for (const auto& name : folder.names()) ASSERT_TRUE(remove_file(folder.path(name)).ok());
-    }
-};
+using OneTimeTest = JobTest;
 
 TEST_F(OneTimeTest, TheFirstAnswerBringsTheFileWhateverLaterOnesAre) {
     struct Case {
@@ -51,61 +46,60 @@ TEST_F(OneTimeTest, TheFirstAnswerBringsTheFileWhateverLaterOnesAre) {
         {"another length",
          [](Exchange& exchange) { return exchange.answer(200, "OK", content.substr(0, 150'000)); }},
     };
+    // With -n 1 nobody asks again; behind a redirect the way to the file is asked for again, and leads to
+    // another address that serves once.
+    const struct {
+        int connections;
+        bool with_validators, redirected;
+    } ways[] = {{2, true, false}, {5, false, false}, {3, true, true}, {1, false, false}, {1, true, true}};
     for (const Case& c : cases) {
-        for (const bool with_validators : {true, false}) {
-            for (const int connections : {2, 5}) {
-                SCOPED_TRACE(std::string(c.what) + (with_validators ? " -n " : ", no validators, -n ") +
-                             std::to_string(connections));
-                FileResource file{.content = content, .rate = 1'000'000};
-                file.more = {{"Content-Type", "application/octet-stream"}};
-                if (!with_validators) file.etag = file.last_modified = "";
-                FileServer server(file);
-                std::atomic<int> requests{0};
-                server.set_interceptor([&](Exchange& exchange) {
-                    const bool is_later = requests > 0;
-                    if (exchange.request().target == "/file.bin") ++requests;
-                    return is_later && c.later(exchange);
-                });
-                auto job = make_job(server.url16(), connections);
-                const JobOutcome outcome = run(*job);
+        for (const auto& way : ways) {
+            SCOPED_TRACE(std::string(c.what) + (way.with_validators ? "" : ", no validators") +
+                         (way.redirected ? ", redirected" : "") + ", -n " + std::to_string(way.connections));
+            FileResource file{.content = content, .rate = 2'000'000};
+            file.more = {{"Content-Type", "application/octet-stream"}};
+            if (!way.with_validators) file.etag = file.last_modified = "";
+            FileServer server(file);
+            std::mutex mutex;
+            std::map<std::string, int> asked;  // by target, guarded by mutex
+            server.set_interceptor([&](Exchange& exchange) {
+                const std::string& target = exchange.request().target;
+                int times = 0;
+                {
+                    const std::lock_guard guard(mutex);
+                    times = ++asked[target];
+                }
+                if (target == "/go") {
+                    const std::string once = "/file.bin?once=" + std::to_string(times);
+                    return exchange.answer(302, "Found", "", {{"Location", once}});
+                }
+                return (times > 1 || target == "/login") && c.later(exchange);
+            });
+            auto job = make_job(server.url16(way.redirected ? "/go" : "/file.bin"), way.connections);
+            const JobOutcome outcome = run(*job);
+            EXPECT_EQ(outcome.restarts, 0);
+            const auto requests = static_cast<int>(server.server().request_count());
+            if (way.connections == 1) {
+                EXPECT_EQ(requests, way.redirected ? 2 : 1);
+            } else if (!way.redirected) {
                 EXPECT_LE(outcome.received, static_cast<std::int64_t>(size)) << "begun anew";
                 EXPECT_GE(requests, 2);
-                EXPECT_LE(requests, connections + 2) << "asked again and again";
-                expect_whole(outcome);
+                EXPECT_LE(asked["/file.bin"], way.connections + 2) << "asked again and again";
+            } else {
+                EXPECT_LE(requests, 20) << "asked again and again";
             }
+            expect_file(outcome, content);
         }
     }
 }
 
-// It broke, and the server gives the rest no more: the retry limit ends the job, soon and with the reason.
-TEST_F(OneTimeTest, ARetryLimitEndsAJobThatNobodyServes) {
-    for (const int connections : {1, 3}) {
-        SCOPED_TRACE(connections);
-        FileServer server(FileResource{.content = content, .reset_after = 100'000});
-        std::atomic<int> requests{0};
-        server.set_interceptor([&](Exchange& exchange) {
-            return requests++ > 0 && exchange.answer(503, "Service Unavailable", "");
-        });
-        set(setting::always_retry, 0);
-        set(setting::retries, 3);
-        auto job = make_job(server.url16(), connections);
-        const auto begun = Clock::now();
-        const JobOutcome outcome = run(*job);
-        EXPECT_EQ(outcome.result.code, Code::busy) << outcome.result.message() << log.all();
-        EXPECT_LT(Clock::now() - begun, std::chrono::seconds(10));
-        EXPECT_LE(requests, 5 + connections) << log.all();
-        EXPECT_TRUE(only({u"file.bin.vantlow", u"file.bin.vantlow-job"}));
-        for (const auto& name : folder.names()) ASSERT_TRUE(remove_file(folder.path(name)).ok());
-    }
-}
-
-// While it waits, it says what for.
+// While it waits as the server asks, it says what for.
 TEST_F(OneTimeTest, AWaitHasAReasonAndANextTry) {
     FileServer server(FileResource{.content = content});
-    server.set_interceptor(
-        [](Exchange& exchange) { return exchange.answer(503, "Service Unavailable", ""); });
+    server.set_interceptor([](Exchange& exchange) {
+        return exchange.answer(503, "Service Unavailable", "", {{"Retry-After", "60"}});
+    });
     auto job = make_job(server.url16());
-    job->retry_delay = 60;
     Run running(*this, *job, {});
     ASSERT_TRUE(log.wait_for("Awaiting 60 seconds to retry.")) << log.all();
     const JobProgress progress = running.thread().progress();
@@ -115,37 +109,14 @@ TEST_F(OneTimeTest, AWaitHasAReasonAndANextTry) {
     EXPECT_GT(*progress.next_try, Clock::now() + std::chrono::seconds(50));
 }
 
-// The same size and date, and another entity tag: another version.
-TEST_F(OneTimeTest, GoingOnWithAnotherEntityTagBeginsAnewAndSaysSo) {
-    FileServer server(FileResource{.content = content, .hold_after = 100'000});
-    {
-        auto job = make_job(server.url16());
-        Run running(*this, *job, {});
-        ASSERT_TRUE(running.wait_for_done(100'000)) << log.all();
-    }
-    server.change("/file.bin", [](FileResource& file) {
-        file.content = other_content;
-        file.etag = "\"v2\"";
-        file.hold_after = std::string::npos;
-    });
-    server.release();
-    auto job = earlier_job(server.url16());
-    ASSERT_TRUE(job);
-    const JobOutcome outcome = run(*job);
-    EXPECT_EQ(outcome.restarts, 1);
-    EXPECT_TRUE(log.has("The file on the server is newer, download it again."));
-    expect_whole(outcome, other_content);
-}
-
 // Somebody put a state and a partial file there, with segments that say that nearly everything is right.
 TEST_F(OneTimeTest, APlantedStateIsLeftAlone) {
     const std::string planted(size, 'x');
     FileServer server(FileResource{.content = content});
-    struct Case {
+    const struct {
         const char* what;
         std::function<void(CJobNode&)> plant;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {"without a mark", [](CJobNode&) {}},
         {"with a mark of other bytes",
          [](CJobNode& job) {
@@ -157,7 +128,7 @@ TEST_F(OneTimeTest, APlantedStateIsLeftAlone) {
          }},
         {"of another address", [](CJobNode& job) { job.address = u"http://elsewhere/file.bin"; }},
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         SCOPED_TRACE(c.what);
         log.clear();
         CJobNode state;
@@ -175,7 +146,7 @@ TEST_F(OneTimeTest, APlantedStateIsLeftAlone) {
         EXPECT_TRUE(log.has("left alone")) << log.all();
         EXPECT_TRUE(file_has(folder.path(u"file(1).bin"), content)) << log.all();
         EXPECT_TRUE(file_has(folder.path(u"file.bin.vantlow"), planted));
-        for (const auto& name : folder.names()) ASSERT_TRUE(remove_file(folder.path(name)).ok());
+        clear_folder();
     }
 }
 
@@ -194,7 +165,41 @@ TEST_F(OneTimeTest, MachinesThatDisagreeAreToldApart) {
     auto job = make_job(server.url16(), 2);
     const JobOutcome outcome = run(*job);
     EXPECT_EQ(outcome.restarts, 0) << log.all();
-    expect_whole(outcome);
+    expect_file(outcome, content);
+}
+
+// No answer holds to its end and no two are of one version: parts of several are put together only because
+// the hash of the whole file tells whether they fit. Where they do not, one answer has to bring the whole.
+TEST_F(OneTimeTest, AHashDecidesWhetherPartsOfSeveralVersionsFit) {
+    for (const bool fits : {true, false}) {
+        SCOPED_TRACE(fits ? "fits" : "does not fit");
+        log.clear();
+        FileServer server(FileResource{.content = content, .close_after = 60'000});
+        std::atomic<int> version{0};
+        std::atomic<int> wholes{0};  // asked for, behind the first answer
+        server.set_interceptor([&](Exchange& exchange) {
+            const int number = ++version;
+            if (number > 1 && !exchange.request().range_first) ++wholes;
+            server.change("/file.bin", [&](FileResource& file) {
+                file.etag = "\"" + std::to_string(number) + "\"";
+                // The fifth beginning is that of the mixture.
+                const bool is_last = wholes > 4;
+                file.content =
+                    fits || is_last ? content : make_content(100U + static_cast<unsigned>(number), size);
+                if (is_last) file.close_after = -1;
+            });
+            return false;
+        });
+        Digest digest(DigestKind::sha256);
+        digest.update(std::as_bytes(std::span(content)));
+        RunOptions options;
+        options.hash = ExpectedHash{DigestKind::sha256, digest.finish()};
+        auto job = make_job(server.url16(), 1);
+        const JobOutcome outcome = run(*job, std::move(options));
+        EXPECT_EQ(outcome.restarts, 4) << log.all();
+        EXPECT_EQ(wholes, fits ? 4 : 5);
+        expect_file(outcome, content);
+    }
 }
 
 }  // namespace

@@ -16,16 +16,13 @@ constexpr std::int64_t size = 1'000'000;
 /// A job whose first connection receives a file of a strong entity tag.
 class PolicyTest : public testing::Test {
   protected:
-    PolicyTest() {
+    explicit PolicyTest(bool hash_decides = false) : policy(job, 1, hash_decides) {
         job.address = u"http://h/f";
         job.connections = job.max_threads = 4;
         job.append_segment(0, unknown_end);
         rules.split_size = 1024;
         policy.begin(false);
-        Worker& first = start();
-        EXPECT_EQ(policy.answered(first, answer(0), 0, rules).next, Verdict::Next::adopt);
-        policy.adopt(first, answer(0), u"/f");
-        receive(first, 100'000);
+        begin_with("\"a\"");
     }
 
     static SourceAnswer answer(std::int64_t granted, const char* etag = "\"a\"") {
@@ -49,9 +46,10 @@ class PolicyTest : public testing::Test {
         policy.delivered(worker, at, bytes);
         policy.written(at, bytes);
     }
-    AfterFailure fail(Worker& worker, const Result& result, bool accepted = false) {
+    AfterFailure fail(Worker& worker, const Result& result, bool accepted = false, int fruitless = 0) {
         FailedAttempt attempt;
         attempt.result = result;
+        attempt.fruitless = fruitless;
         attempt.asked = worker.position;
         attempt.accepted = accepted;
         return policy.failed(worker, attempt, rules, now);
@@ -64,22 +62,48 @@ class PolicyTest : public testing::Test {
         const auto turn = policy.look();
         return turn && turn->what == JobPolicy::Turn::What::restart;
     }
+    [[nodiscard]] std::optional<Code> end() {
+        const auto turn = policy.look();
+        if (!turn || turn->what != JobPolicy::Turn::What::end) return std::nullopt;
+        return turn->result.code;
+    }
+    /// The first connection breaks, and another version is all that there is: everything begins anew with it.
+    void change_to(const char* etag) {
+        Worker& worker = *workers.front();
+        EXPECT_TRUE(fail(worker, Code::transient, true).again);
+        for (int seen = 0; seen < 3; ++seen) {
+            const Verdict verdict =
+                policy.answered(worker, answer(worker.position, etag), worker.position, rules);
+            EXPECT_EQ(verdict.result.code, Code::resource_changed);
+            EXPECT_EQ(fail(worker, verdict.result).again, seen < 2);
+        }
+        ASSERT_TRUE(restarts());
+        leave(worker);
+        workers.clear();
+        policy.begin_anew();
+        begin_with(etag);
+    }
+    void begin_with(const char* etag) {
+        Worker& first = start();
+        EXPECT_EQ(policy.answered(first, answer(0, etag), 0, rules).next, Verdict::Next::adopt);
+        policy.adopt(first, answer(0, etag), u"/f");
+        receive(first, 100'000);
+    }
 
     Clock::time_point now{std::chrono::hours(1)};
     PolicyRules rules;
     CJobNode job;
-    JobPolicy policy{job, 1, false};
+    JobPolicy policy;
     std::vector<std::unique_ptr<Worker>> workers;
 };
 
 // The first connection goes on through the cut, without another request, and few further ones are asked for.
 TEST_F(PolicyTest, WhatAFurtherConnectionIsRefusedGoesBackToTheOneThatReceives) {
-    struct Case {
+    const struct {
         const char* what;
         Result result;
         seconds asked_again_after;  ///< 0: never
-    };
-    const Case cases[] = {
+    } cases[] = {
         {"forbidden", {Code::server_error, "403"}, seconds(5)},
         {"a page", {Code::other_content, "text/html"}, seconds(5)},
         {"another size", Code::size_differs, seconds(5)},
@@ -90,7 +114,7 @@ TEST_F(PolicyTest, WhatAFurtherConnectionIsRefusedGoesBackToTheOneThatReceives) 
         {"no connection", Code::transient, seconds(10)},
     };
     Worker& first = *workers.front();
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         SCOPED_TRACE(c.what);
         ASSERT_TRUE(policy.may_start(1));
         Worker& further = start();
@@ -197,6 +221,67 @@ TEST_F(PolicyTest, AServerThatCannotResumeThrowsNothingAwayThatIsReceivedFromThe
     EXPECT_TRUE(fail(first, Code::transient, true).again);
     EXPECT_EQ(first.position, 0);
     EXPECT_EQ(policy.answered(first, answer(0), 0, rules).next, Verdict::Next::adopt);
+}
+
+TEST_F(PolicyTest, AnswersThatEndAtTheSameByteAgainAndAgainEndTheJob) {
+    Worker& first = *workers.front();
+    for (int fruitless = 1; fruitless < 10; ++fruitless)
+        ASSERT_TRUE(fail(first, Code::transient, true, fruitless).again) << fruitless;
+    EXPECT_FALSE(fail(first, Code::transient, true, 10).again);
+    EXPECT_EQ(end(), Code::server_error);
+}
+
+TEST_F(PolicyTest, TheJobsOwnDelayAndLimitAreKept) {
+    job.retry_by_settings = 0;
+    job.retries = 1;
+    job.retry_delay = 7;
+    Worker& first = *workers.front();
+    const AfterFailure after = fail(first, Code::transient, true, 1);
+    EXPECT_TRUE(after.again && after.announced);
+    EXPECT_EQ(after.wait, seconds(7));
+    EXPECT_FALSE(fail(first, Code::transient, true, 2).again);
+}
+
+class MixingPolicyTest : public PolicyTest {
+  protected:
+    MixingPolicyTest() : PolicyTest(true) {}
+    /// A further answer of that version; its result.
+    Code answered(std::int64_t offset, const char* etag, std::int64_t told = size) {
+        SourceAnswer given = answer(offset, etag);
+        given.version.size = told;
+        return policy.answered(*workers.front(), given, offset, rules).result.code;
+    }
+};
+
+// A resource that never holds still: with a hash of the whole file its parts may be of two versions, but only
+// after as many new beginnings as for everybody, only of one size, and only until the hash is wrong.
+TEST_F(MixingPolicyTest, VersionsAreMixedOnlyWhereAHashDecidesAtTheEnd) {
+    const char* const tags[] = {"\"b\"", "\"c\"", "\"d\"", "\"e\""};
+    for (const char* tag : tags) change_to(tag);
+    EXPECT_EQ(policy.restarts(), 4);
+    Worker& first = *workers.front();
+    ASSERT_TRUE(fail(first, Code::transient, true).again);
+    EXPECT_EQ(answered(100'000, "\"f\"", size + 1), Code::size_differs);
+    EXPECT_EQ(answered(100'000, "\"f\""), Code::ok);
+    receive(first, size - 100'000);
+    EXPECT_TRUE(policy.released(first, -1, true, 0));
+    EXPECT_EQ(end(), Code::ok);
+    bool anew = false;
+    EXPECT_TRUE(policy.hash_was_wrong(anew));
+    EXPECT_TRUE(anew);
+    workers.clear();
+    policy.begin_anew();
+    EXPECT_TRUE(policy.is_only_one()) << "one answer brings the whole";
+    begin_with("\"g\"");
+    EXPECT_TRUE(fail(*workers.front(), Code::transient, true).again);
+    EXPECT_EQ(workers.front()->position, 0) << "two versions again";
+}
+
+TEST_F(PolicyTest, WithoutAHashAResourceThatNeverHoldsStillIsTakenFromOneAnswer) {
+    for (const char* tag : {"\"b\"", "\"c\"", "\"d\"", "\"e\""}) change_to(tag);
+    EXPECT_TRUE(policy.is_only_one());
+    EXPECT_TRUE(fail(*workers.front(), Code::transient, true).again);
+    EXPECT_EQ(workers.front()->position, 0);
 }
 
 TEST_F(PolicyTest, TheRetryLimitCountsForTheWholeJob) {

@@ -26,11 +26,8 @@ class RealProxies : public JobTest {
         return run(*job, options);
     }
     void expect_fetched(const std::string& proxy, const std::string& host = "127.0.0.1") {
-        const JobOutcome outcome = fetch(proxy, host);
-        EXPECT_TRUE(outcome.result.ok()) << proxy << ": " << outcome.result.message() << "\n" << log.all();
-        ASSERT_TRUE(folder.has(u"f")) << proxy;
-        EXPECT_EQ(folder.read(u"f"), content);
-        (void)remove_file(folder.path(u"f"));
+        SCOPED_TRACE(proxy);
+        expect_file(fetch(proxy, host), content);
         EXPECT_FALSE(log.has("secret"));
     }
     static std::string at(const std::string& scheme, const UnixServer& proxy) {
@@ -138,20 +135,12 @@ TEST_F(RealProxies, SshResolvesNamesForSocks4a) {
         return std::vector<std::u16string>{u"-D", u"-e", u"-f", own.path(u"sshd_config")};
     });
     const UnixServer proxy(ssh, [&](const TempFolder&, std::uint16_t port) {
-        return std::vector<std::u16string>{u"-N",
-                                           u"-F",
-                                           u"none",
-                                           u"-i",
-                                           keys.path(u"user"),
-                                           u"-o",
-                                           u"StrictHostKeyChecking=no",
-                                           u"-o",
-                                           u"UserKnownHostsFile=/dev/null",
-                                           u"-D",
-                                           u"127.0.0.1:" + to_utf16(std::to_string(port)),
-                                           u"-p",
-                                           to_utf16(std::to_string(host.port())),
-                                           u"127.0.0.1"};
+        const std::string words =
+            "-N -F none -o StrictHostKeyChecking=no -o UserKnownHostsFile=/dev/null -D " +
+            ("127.0.0.1:" + std::to_string(port)) + " -p " + std::to_string(host.port()) + " 127.0.0.1";
+        std::vector<std::u16string> arguments{u"-i", keys.path(u"user")};
+        for (const std::string_view word : split(words, ' ')) arguments.push_back(to_utf16(word));
+        return arguments;
     });
     expect_fetched(at("socks4://", proxy), "localhost");
     EXPECT_TRUE(log.has("Socks4: 04 01"));
@@ -177,8 +166,7 @@ TEST_F(RealProxies, ADyingProxyIsTriedAgain) {
     proxy.reset();
     ASSERT_TRUE(log.wait_for("Socket error = "));
     const UnixServer again(microsocks, words, {.port = port});
-    EXPECT_TRUE(running.end().result.ok()) << log.all();
-    EXPECT_EQ(folder.read(u"f"), content);
+    expect_file(running.end(), content);
 }
 
 TEST_F(RealProxies, ApacheWithDigest) {
@@ -208,9 +196,7 @@ TEST_F(RealProxies, ApacheWithDigest) {
         job->password = password;
         return run(*job);
     };
-    EXPECT_TRUE(get(u"secret").result.ok()) << log.all();
-    EXPECT_EQ(folder.read(u"f"), content);
-    (void)remove_file(folder.path(u"f"));
+    expect_file(get(u"secret"), content);
     std::this_thread::sleep_for(std::chrono::milliseconds(1500));
     EXPECT_TRUE(get(u"secret").result.ok()) << "the nonce is stale by now\n" << log.all();
     EXPECT_EQ(get(u"wrong").result.code, Code::credentials_refused);

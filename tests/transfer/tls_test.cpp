@@ -149,9 +149,10 @@ TEST_F(Tls, OnlyTheNamedCertificatesAreTrusted) {
 
 TEST_F(Tls, AHandshakeThatIsCutAnywhereIsTriedAgain) {
     OpensslServer server(*certificates, "good");
-    const std::int64_t places[] = {0, 1, 5, 100, 300, 600, 900};
+    // Close and reset take turns.
+    const std::int64_t places[] = {0, 1, 5, 100, 300, 600, 900, 901};
     CuttingRelay relay(server.port(), [&](int number) -> Cut {
-        const auto at = static_cast<std::size_t>(number / 2);
+        const auto at = static_cast<std::size_t>(number);
         if (at >= std::size(places)) return {};
         return {places[at], number % 2 == 0 ? Cut::How::close : Cut::How::reset};
     });
@@ -159,7 +160,7 @@ TEST_F(Tls, AHandshakeThatIsCutAnywhereIsTriedAgain) {
     const JobOutcome outcome = fetch(at(relay.port()), &content);
     EXPECT_TRUE(outcome.result.ok()) << outcome.result.message() << log.all();
     EXPECT_EQ(content, OpensslServer::body);
-    EXPECT_GT(relay.connections(), static_cast<int>(2 * std::size(places)) - 2);
+    EXPECT_GE(relay.connections(), static_cast<int>(std::size(places)));
 }
 
 TEST_F(Tls, AnEndWithoutTlsOwnEndIsNoEndOfAFile) {
@@ -219,6 +220,7 @@ TEST_F(Tls, AHostThatWantsTlsOnlyIsNotAskedInTheClear) {
     ASSERT_TRUE(fetch(at(server.port(), u"/strict")).result.ok()) << log.all();
     const auto refused = make_job(plain);
     refused->retry_by_settings = 0;
+    refused->retries = 0;
     EXPECT_FALSE(run(*refused).result.ok()) << "nobody's word made it TLS";
     settings.override_value(u"Connection", u"VerifyPeer", u"1");
     ASSERT_TRUE(fetch(at(server.port(), u"/strict")).result.ok()) << log.all();

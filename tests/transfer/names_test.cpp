@@ -1,18 +1,20 @@
-#include "transfer/http/content_name.h"
-
+// Names of files: what a server says, what is free.
 #include <gtest/gtest.h>
 
+#include <set>
+
 #include "base/text.h"
+#include "transfer/http/content_name.h"
+#include "transfer/job/file_names.h"
 
 namespace vantlow {
 namespace {
 
 TEST(ContentName, IsWhatTheDispositionSays) {
-    struct Case {
+    const struct {
         const char* field;
         std::u16string name;
-    };
-    const Case cases[] = {
+    } cases[] = {
         // RFC 6266, with and without quotes, in any order, case and spacing.
         {"attachment; filename=example.html", u"example.html"},
         {"INLINE; FILENAME= \"an example.html\"", u"an example.html"},
@@ -52,15 +54,14 @@ TEST(ContentName, IsWhatTheDispositionSays) {
         {"attachment; filename=", u""},
         {"attachment; filename=\"\"", u""},
     };
-    for (const Case& c : cases) EXPECT_EQ(to_utf8(disposition_name(c.field)), to_utf8(c.name)) << c.field;
+    for (const auto& c : cases) EXPECT_EQ(to_utf8(disposition_name(c.field)), to_utf8(c.name)) << c.field;
 }
 
 TEST(ContentName, IsElseTheEndOfThePath) {
-    struct Case {
+    const struct {
         const char* path;
         std::u16string name;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {"/dir/file.zip", u"file.zip"},
         {"/dir/file.zip?x=/other.zip#/third", u"file.zip"},
         {"/dir/", u""},
@@ -73,7 +74,7 @@ TEST(ContentName, IsElseTheEndOfThePath) {
         {"/file%", u"file%"},
         {"/a+b", u"a+b"},
     };
-    for (const Case& c : cases) EXPECT_EQ(to_utf8(path_name(c.path)), to_utf8(c.name)) << c.path;
+    for (const auto& c : cases) EXPECT_EQ(to_utf8(path_name(c.path)), to_utf8(c.name)) << c.path;
 }
 
 TEST(ContentName, TellsAGzipFileByItsTypeOrName) {
@@ -82,6 +83,39 @@ TEST(ContentName, TellsAGzipFileByItsTypeOrName) {
     for (const char16_t* name : {u"a.tar.gz", u"A.TGZ", u"drawing.svgz"}) EXPECT_TRUE(is_gzip_file("", name));
     for (const char16_t* name : {u"a.txt", u"gz", u"a.gz.txt", u"targz", u""})
         EXPECT_FALSE(is_gzip_file("text/plain", name));
+}
+
+std::string free_among(const std::u16string& name, const std::set<std::u16string>& taken) {
+    return to_utf8(
+        free_name(name, [&](const std::u16string& candidate) { return taken.contains(candidate); }));
+}
+
+TEST(FreeName, CountsOnFromTheNumberThatIsThere) {
+    const struct {
+        std::u16string name;
+        std::set<std::u16string> taken;
+        const char* free;
+    } cases[] = {
+        {u"a.zip", {u"a.zip"}, "a(1).zip"},
+        {u"a.zip", {u"a.zip", u"a(1).zip", u"a(3).zip"}, "a(2).zip"},
+        {u"a(7).zip", {u"a(7).zip"}, "a(8).zip"},
+        {u"a(7).zip", {u"a(7).zip", u"a(8).zip"}, "a(9).zip"},
+        {u"a(0).zip", {u"a(0).zip"}, "a(1).zip"},
+        {u"a", {u"a"}, "a(1)"},
+        {u"a(9)", {u"a(9)"}, "a(10)"},
+        {u".profile", {u".profile"}, ".profile(1)"},
+        {u"a.tar.gz", {u"a.tar.gz"}, "a.tar(1).gz"},
+        {u"a(2)(3).zip", {u"a(2)(3).zip"}, "a(2)(4).zip"},
+        // Parentheses without a number stay part of the name.
+        {u"a(x).zip", {u"a(x).zip"}, "a(x)(1).zip"},
+        {u"a().zip", {u"a().zip"}, "a()(1).zip"},
+        {u"a(-1).zip", {u"a(-1).zip"}, "a(-1)(1).zip"},
+        {u"a(1) b.zip", {u"a(1) b.zip"}, "a(1) b(1).zip"},
+        {u"a 7).zip", {u"a 7).zip"}, "a 7)(1).zip"},
+        {u"a(99999999999999999999).zip", {u"a(99999999999999999999).zip"}, "a(99999999999999999999)(1).zip"},
+        {u"\u65e5\u672c.zip", {u"\u65e5\u672c.zip"}, "\xE6\x97\xA5\xE6\x9C\xAC(1).zip"},
+    };
+    for (const auto& c : cases) EXPECT_EQ(free_among(c.name, c.taken), c.free) << to_utf8(c.name);
 }
 
 }  // namespace
