@@ -77,14 +77,14 @@ void GetOutput::log_line(std::size_t number, const CLogNode& line) {
     static constexpr const char* marks[] = {"  ", "> ", "! ", "< "};
     const std::string text = "[" + std::to_string(number + 1) + "] " +
                              marks[static_cast<int>(line.direction)] + plain_line(line.text);
-    const std::lock_guard guard(mutex_);
+    const MutexLock guard(mutex_);
     log_lines_.push_back(text);
 }
 
 void GetOutput::flush_log() {
     std::vector<std::string> lines;
     {
-        const std::lock_guard guard(mutex_);
+        const MutexLock guard(mutex_);
         lines.swap(log_lines_);
     }
     std::string text;

@@ -3,7 +3,6 @@
 
 #include <atomic>
 #include <map>
-#include <mutex>
 #include <set>
 #include <string>
 #include <vector>
@@ -11,6 +10,7 @@
 #include "app/exit.h"
 #include "app/global_options.h"
 #include "app/progress_view.h"
+#include "base/mutex.h"
 #include "engine/engine.h"
 #include "platform/console.h"
 #include "platform/socket.h"
@@ -72,8 +72,8 @@ class GetOutput {
     Totals totals_;
     Clock::time_point drawn_{};
     std::atomic<bool> asking_{false};
-    std::mutex mutex_;
-    std::vector<std::string> log_lines_;  ///< guarded by mutex_
+    Mutex mutex_;
+    std::vector<std::string> log_lines_ VANTLOW_GUARDED_BY(mutex_);
 };
 
 }  // namespace vantlow

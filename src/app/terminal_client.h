@@ -4,11 +4,11 @@
 
 #include <atomic>
 #include <deque>
-#include <mutex>
 
 #include "app/engine_voice.h"
 #include "app/exit.h"
 #include "app/get_output.h"
+#include "base/mutex.h"
 #include "engine/engine.h"
 #include "platform/thread_pool.h"
 
@@ -60,11 +60,11 @@ class TerminalClient : public EngineVoice {
 
     ThreadPool& threads_;
     StopSource asking_stop_;
-    std::mutex mutex_;
-    std::deque<Question> to_ask_;      ///< guarded by mutex_, like the one below
-    bool asking_ = false;              ///< the thread runs
-    std::uint64_t last_question_ = 0;  ///< that was taken up
-    ThreadPool::Running asker_;        ///< last
+    Mutex mutex_;
+    std::deque<Question> to_ask_ VANTLOW_GUARDED_BY(mutex_);
+    bool asking_ VANTLOW_GUARDED_BY(mutex_) = false;              ///< the thread runs
+    std::uint64_t last_question_ VANTLOW_GUARDED_BY(mutex_) = 0;  ///< that was taken up
+    ThreadPool::Running asker_;                                   ///< last
 };
 
 }  // namespace vantlow

@@ -1,8 +1,8 @@
 #include "platform/console.h"
 
 #include <algorithm>
-#include <mutex>
 
+#include "base/mutex.h"
 #include "base/text.h"
 #include "platform/console_capture.h"
 #include "platform/console_write.h"
@@ -135,14 +135,14 @@ struct InterruptWatch::State {
     static BOOL WINAPI on_event(DWORD kind);
 
     // The watch that is told, and what lets one event after the other in and none after its end.
-    static inline State* current = nullptr;  // guarded by mutex
-    static inline std::mutex mutex;
+    static inline Mutex mutex;
+    static inline State* current VANTLOW_GUARDED_BY(mutex) = nullptr;
 };
 
 // The system calls this in a thread of its own for each event.
 BOOL WINAPI InterruptWatch::State::on_event(DWORD kind) {
     {
-        const std::lock_guard guard(mutex);
+        const MutexLock guard(mutex);
         if (current == nullptr) return FALSE;
         current->handler(current->context, ++current->count);
     }
@@ -155,7 +155,7 @@ BOOL WINAPI InterruptWatch::State::on_event(DWORD kind) {
 InterruptWatch::InterruptWatch(Handler handler, void* context, HangUp /*hang_up*/)
     : state_(new State{handler, context, 0}) {
     {
-        const std::lock_guard guard(State::mutex);
+        const MutexLock guard(State::mutex);
         State::current = state_;
     }
     SetConsoleCtrlHandler(&State::on_event, TRUE);
@@ -163,7 +163,7 @@ InterruptWatch::InterruptWatch(Handler handler, void* context, HangUp /*hang_up*
 
 InterruptWatch::~InterruptWatch() {
     SetConsoleCtrlHandler(&State::on_event, FALSE);
-    const std::lock_guard guard(State::mutex);
+    const MutexLock guard(State::mutex);
     State::current = nullptr;
     delete state_;
 }

@@ -9,9 +9,9 @@
 #include <atomic>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <vector>
 
+#include "base/mutex.h"
 #include "base/text.h"
 #include "platform/fault_hook.h"
 
@@ -30,7 +30,7 @@ constexpr DWORD still_dialling = 0xFFFFFFFF;
 
 // How the one dialling that is under way ends; the system calls from a thread of its own.
 std::atomic<DWORD> outcome{still_dialling};
-std::mutex dialling;
+Mutex dialling;
 
 DWORD WINAPI on_state(ULONG_PTR, DWORD, HRASCONN, UINT, RASCONNSTATE state, DWORD error, DWORD) {
     if (error != 0) outcome = error;
@@ -92,7 +92,7 @@ Result dial_up(const DialUpOperations& operations, const DialUpPlan& plan, const
                LogSink& log) {
     const auto dial = as<Dial>(operations.dial);
     if (dial == nullptr) return {Code::unsupported, "\"rasapi32.dll\" not found?"};
-    const std::lock_guard guard(dialling);
+    const MutexLock guard(dialling);
     if (stands(operations, plan.entry)) return {};
     auto params = std::make_unique<RASDIALPARAMSW>();
     *params = {};

@@ -6,11 +6,11 @@
 #include <functional>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "base/mutex.h"
 #include "platform/socket.h"
 
 namespace vantlow {
@@ -43,18 +43,17 @@ class Resolver {
     };
     using Key = std::pair<std::string, std::uint16_t>;
 
-    std::shared_ptr<Question> ask(const Key& key);
+    std::shared_ptr<Question> ask(const Key& key) VANTLOW_REQUIRES(mutex_);
     void work();
 
     Lookup lookup_;
-    std::mutex mutex_;
+    Mutex mutex_;
     std::condition_variable_any changed_;
-    // All guarded by mutex_.
-    std::map<Key, std::shared_ptr<Question>> questions_;
-    std::deque<Key> waiting_;
-    std::size_t busy_ = 0;
-    bool closing_ = false;
-    std::vector<std::thread> threads_;
+    std::map<Key, std::shared_ptr<Question>> questions_ VANTLOW_GUARDED_BY(mutex_);  ///< their content too
+    std::deque<Key> waiting_ VANTLOW_GUARDED_BY(mutex_);
+    std::size_t busy_ VANTLOW_GUARDED_BY(mutex_) = 0;
+    bool closing_ VANTLOW_GUARDED_BY(mutex_) = false;
+    std::vector<std::thread> threads_ VANTLOW_GUARDED_BY(mutex_);
 };
 
 }  // namespace vantlow

@@ -4,9 +4,9 @@
 #include <any>
 #include <list>
 #include <memory>
-#include <mutex>
 #include <string>
 
+#include "base/mutex.h"
 #include "transfer/connection/server_slots.h"
 #include "transfer/connection/socket_stream.h"
 #include "transfer/connection/tls.h"
@@ -55,8 +55,8 @@ class ReusePool {
   private:
     std::unique_ptr<CReuseNode> take_newest(const std::string& key);
 
-    std::mutex mutex_;
-    std::list<std::unique_ptr<CReuseNode>> idle_;  ///< oldest first; guarded by mutex_
+    Mutex mutex_;
+    std::list<std::unique_ptr<CReuseNode>> idle_ VANTLOW_GUARDED_BY(mutex_);  ///< oldest first
 };
 
 }  // namespace vantlow

@@ -16,7 +16,7 @@ void ServerSlots::Slot::release() noexcept {
 }
 
 bool ServerSlots::is_awaited(const std::string& server) {
-    const std::lock_guard guard(mutex_);
+    const MutexLock guard(mutex_);
     const auto entry = servers_.find(server);
     return entry != servers_.end() && entry->second.waiting > 0;
 }
@@ -24,9 +24,9 @@ bool ServerSlots::is_awaited(const std::string& server) {
 Outcome<ServerSlots::Slot> ServerSlots::acquire(const std::string& server, const ServerLimits& limits,
                                                 const StopSource& stop,
                                                 const std::function<void()>& make_room) {
-    std::unique_lock guard(mutex_);
+    MutexLock guard(mutex_);
     Server& entry = servers_[server];  // stays while somebody waits or holds a slot
-    const auto is_free = [&] {
+    const auto is_free = [&]() VANTLOW_REQUIRES(mutex_) {
         const bool is_next = !limits.further || entry.first == 0;
         return limits.most <= 0 || (is_next && entry.used < limits.most);
     };
@@ -60,14 +60,14 @@ Outcome<ServerSlots::Slot> ServerSlots::acquire(const std::string& server, const
 
 void ServerSlots::give_back(const std::string& server) noexcept {
     {
-        const std::lock_guard guard(mutex_);
+        const MutexLock guard(mutex_);
         --servers_[server].used;
         forget_if_idle(server);
     }
     freed_.notify_all();
 }
 
-// Called with the mutex held. A server that must not be connected to for a while yet is remembered.
+// A server that must not be connected to for a while yet is remembered.
 void ServerSlots::forget_if_idle(const std::string& server) {
     const auto entry = servers_.find(server);
     if (entry == servers_.end()) return;

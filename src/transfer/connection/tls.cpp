@@ -45,7 +45,7 @@ Outcome<TlsEngines::Engine> TlsEngines::engine(const std::u16string& ca_file) {
         return Result(Code::unsupported, missing_library_text("libsecur") + " There is no TLS without it.");
     const FileStamp stamp = ca_file.empty() ? FileStamp{} : file_stamp(ca_file);
     const auto find = [&]() -> Engine {
-        const std::lock_guard guard(mutex_);
+        const MutexLock guard(mutex_);
         const auto known = engines_.find(ca_file);
         return known != engines_.end() && known->second.stamp == stamp ? known->second.engine : nullptr;
     };
@@ -54,7 +54,7 @@ Outcome<TlsEngines::Engine> TlsEngines::engine(const std::u16string& ca_file) {
     if (!made.ok()) return made;
     // Another connection may have been as fast: its engine has the sessions then.
     if (Engine known = find()) return known;
-    const std::lock_guard guard(mutex_);
+    const MutexLock guard(mutex_);
     engines_[ca_file] = {stamp, *made};
     return made;
 }

@@ -43,19 +43,19 @@ LoginOperations LoginOperations::of(const LibraryTables& libraries) {
 }
 
 LoginMemory::Known LoginMemory::find(const std::string& who) const {
-    const std::lock_guard guard(mutex_);
+    const MutexLock guard(mutex_);
     const auto found = known_.find(who);
     return found == known_.end() ? Known{} : found->second;
 }
 
 void LoginMemory::remember(const std::string& who, Known known) {
-    const std::lock_guard guard(mutex_);
+    const MutexLock guard(mutex_);
     if (known_.size() >= most_known) known_.clear();
     known_[who] = std::move(known);
 }
 
 void LoginMemory::forget(const std::string& who) {
-    const std::lock_guard guard(mutex_);
+    const MutexLock guard(mutex_);
     known_.erase(who);
 }
 

@@ -3,11 +3,11 @@
 
 #include <map>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <set>
 #include <string>
 
+#include "base/mutex.h"
 #include "runtime/tables.h"
 #include "transfer/connection/keepsakes.h"
 #include "transfer/connection/login.h"
@@ -42,8 +42,8 @@ class LoginMemory : public Keepsake {
     void forget(const std::string& who);
 
   private:
-    mutable std::mutex mutex_;
-    std::map<std::string, Known> known_;  ///< guarded by mutex_
+    mutable Mutex mutex_;
+    std::map<std::string, Known> known_ VANTLOW_GUARDED_BY(mutex_);
 };
 
 /// Who logs in where.

@@ -9,14 +9,14 @@ namespace vantlow {
 void CTransferMainThread::reap(bool all) {
     std::vector<CTransferSubThread*> gone;
     {
-        const std::lock_guard guard(mutex_);
+        const MutexLock guard(mutex_);
         gone.swap(ended_);
     }
     std::erase_if(subs_, [&](const auto& sub) {
         return all || std::find(gone.begin(), gone.end(), sub.get()) != gone.end();
     });
     if (all) {
-        const std::lock_guard guard(mutex_);
+        const MutexLock guard(mutex_);
         ended_.clear();
     }
 }
@@ -58,14 +58,14 @@ bool CTransferMainThread::start_one() {
     const PolicyRules now_rules = rules();
     Worker& worker = sub->worker();
     worker.id = ++next_worker_;
-    const bool has_work = decide([&](JobPolicy& policy) {
+    const bool has_work = decide([&](JobPolicy& policy) VANTLOW_REQUIRES(lock_) {
         if (!policy.enlist(worker, now_rules, Clock::now())) return false;
         by_worker_[worker.id] = sub.get();
         return true;
     });
     if (!has_work) return false;
     {
-        const std::lock_guard guard(mutex_);
+        const MutexLock guard(mutex_);
         ++attached_;
     }
     const Result started = sub->start();
@@ -76,12 +76,12 @@ bool CTransferMainThread::start_one() {
     }
     // The others go on with its part. No news, which would have it tried again at once.
     {
-        const std::lock_guard guard(lock_);
+        const MutexLock guard(lock_);
         policy_.strike(worker, started);
         static_cast<void>(policy_.take_effects());
         by_worker_.erase(worker.id);
     }
-    const std::lock_guard guard(mutex_);
+    const MutexLock guard(mutex_);
     --attached_;
     return false;
 }

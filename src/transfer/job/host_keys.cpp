@@ -39,7 +39,7 @@ Outcome<std::string> HostKeys::known() const {
 }
 
 bool HostKeys::accept(const std::string& host, const std::string& fingerprint, const std::string& line) {
-    const std::lock_guard guard(mutex_);
+    const MutexLock guard(mutex_);
     if (line.empty() || !ask_) return false;
     if (std::find(accepted_.begin(), accepted_.end(), line) != accepted_.end()) return true;
     if (!ask_(host, fingerprint)) return false;

@@ -176,7 +176,7 @@ Result CLocalFile::write(std::int64_t offset, std::span<const std::byte> bytes) 
 
 // The system lets one write at a time into a file, and those that wait for it spin. Here they sleep.
 FileError CLocalFile::write_in_turn(std::int64_t offset, std::span<const std::byte> bytes) {
-    const std::lock_guard guard(turn_);
+    const MutexLock guard(turn_);
     return file_.write_at(offset, bytes);
 }
 

@@ -4,12 +4,12 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <span>
 #include <string>
 
 #include "base/log.h"
+#include "base/mutex.h"
 #include "base/result.h"
 #include "platform/file.h"
 #include "platform/origin_mark.h"
@@ -99,7 +99,7 @@ class CLocalFile {
     std::u16string target_;
     bool skipped_ = false;
     File file_;
-    std::mutex turn_;                      ///< whose turn it is to write
+    Mutex turn_;                           ///< whose turn it is to write; guards no datum
     std::unique_ptr<WriteBehind> behind_;  ///< only where the connections gather less than the disk wants
 };
 

@@ -41,7 +41,7 @@ Result CTransferMainThread::start() {
 void CTransferMainThread::end_unstarted(const Result& why) {
     log_.line(Direction::error, why.message());
     {
-        const std::lock_guard guard(lock_);
+        const MutexLock guard(lock_);
         job_.result = why.code;
         job_.error = why.message();
         job_.state = JobState::failed;
@@ -76,7 +76,7 @@ void CTransferMainThread::run() {
     }
     file_.close();
     {
-        const std::lock_guard guard(lock_);
+        const MutexLock guard(lock_);
         job_.result = result.code;
         const bool failed = !result.ok() && result.kind() != Kind::stopped;
         job_.error = failed ? result.message() : std::string();
@@ -104,7 +104,7 @@ Result CTransferMainThread::begin() {
     std::u16string target;
     std::int64_t needed = 0;
     {
-        const std::lock_guard guard(lock_);
+        const MutexLock guard(lock_);
         job_.state = JobState::running;
         pace_.limit = job_.rules ? job_.rules->speed_limit : 0;
         const std::int64_t expected = job_.sources ? job_.sources->size : -1;
@@ -189,7 +189,7 @@ Result CTransferMainThread::fetch_missing() {
         }
         Clock::time_point until = next_save_;
         {
-            const std::lock_guard guard(lock_);
+            const MutexLock guard(lock_);
             if (const auto chance = policy_.next_chance(Clock::now())) until = std::min(until, *chance);
         }
         wait_for_news(until);
@@ -198,8 +198,8 @@ Result CTransferMainThread::fetch_missing() {
 }
 
 void CTransferMainThread::wait_for_news(Clock::time_point until) {
-    std::unique_lock guard(mutex_);
-    news_.wait_until(guard, stop_.token(), until, [this] { return news_there_; });
+    MutexLock guard(mutex_);
+    news_.wait_until(guard, stop_.token(), until, [this]() VANTLOW_REQUIRES(mutex_) { return news_there_; });
     news_there_ = false;
 }
 
@@ -221,10 +221,10 @@ std::optional<Result> CTransferMainThread::idle_end() {
     if (!subs_.empty() || (pieces_ && pieces_->is_busy())) return std::nullopt;
     if (no_thread_left_ == 1) return std::nullopt;  // it may have one in a moment
     {
-        const std::lock_guard guard(mutex_);
+        const MutexLock guard(mutex_);
         if (news_there_) return std::nullopt;
     }
-    const std::lock_guard guard(lock_);
+    const MutexLock guard(lock_);
     return policy_.idle_end(Clock::now());
 }
 
@@ -237,7 +237,7 @@ Result CTransferMainThread::begin_anew() {
         if (Result result = file_.start_over(); !result.ok()) return result;
     }
     {
-        const std::lock_guard guard(mutex_);
+        const MutexLock guard(mutex_);
         if (safe_) safe_->segments.clear();
     }
     encoded_ = false;
@@ -249,7 +249,7 @@ JobProgress CTransferMainThread::progress() {
     JobProgress progress;
     progress.received = received_.load(std::memory_order_relaxed);
     {
-        const std::lock_guard guard(lock_);
+        const MutexLock guard(lock_);
         progress.size = job_.file_size;
         progress.path = job_.path;
         std::int64_t left = 0;

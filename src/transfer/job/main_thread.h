@@ -5,13 +5,13 @@
 #include <functional>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "base/busy_lock.h"
 #include "base/digest.h"
+#include "base/mutex.h"
 #include "store/job.h"
 #include "transfer/job/local_file.h"
 #include "transfer/job/piece_check.h"
@@ -162,20 +162,19 @@ class CTransferMainThread : private SubThreadHost, private WrittenListener {
     std::vector<std::unique_ptr<CTransferSubThread>> subs_;  ///< the main thread's
     int next_worker_ = 0;                                    ///< the main thread's
 
-    BusyLock lock_;  ///< the job lock: job_, and these
-    JobPolicy policy_;
-    std::map<int, CTransferSubThread*> by_worker_;
+    BusyLock lock_;  ///< the job lock: the fields of job_ that change while it runs, and these
+    JobPolicy policy_ VANTLOW_GUARDED_BY(lock_);
+    std::map<int, CTransferSubThread*> by_worker_ VANTLOW_GUARDED_BY(lock_);
     std::unique_ptr<PieceCheck> pieces_;  ///< made once the size is known; null without piece hashes
 
-    std::mutex mutex_;
+    Mutex mutex_;
     std::condition_variable_any news_;
-    // Guarded by mutex_.
-    std::vector<CTransferSubThread*> ended_;
-    bool news_there_ = false;
-    std::unique_ptr<CJobNode> safe_;  ///< what safe_copy() gives
-    int attached_ = 0;                ///< sub threads that hold a segment or a check
-    std::uint64_t events_ = 0;        ///< of which those hear that wait for work
-    bool saving_ = false;             ///< the main thread takes positions to the disk
+    std::vector<CTransferSubThread*> ended_ VANTLOW_GUARDED_BY(mutex_);
+    bool news_there_ VANTLOW_GUARDED_BY(mutex_) = false;
+    std::unique_ptr<CJobNode> safe_ VANTLOW_GUARDED_BY(mutex_);  ///< what safe_copy() gives
+    int attached_ VANTLOW_GUARDED_BY(mutex_) = 0;          ///< sub threads that hold a segment or a check
+    std::uint64_t events_ VANTLOW_GUARDED_BY(mutex_) = 0;  ///< of which those hear that wait for work
+    bool saving_ VANTLOW_GUARDED_BY(mutex_) = false;       ///< the main thread takes positions to the disk
     std::condition_variable_any work_news_;
 
     std::atomic<bool> state_saved_{false};
@@ -191,7 +190,7 @@ class CTransferMainThread : private SubThreadHost, private WrittenListener {
 template <class Ask>
 auto CTransferMainThread::decide(const Ask& ask) {
     Effects effects;
-    const auto tell = [&] {
+    const auto tell = [&]() VANTLOW_REQUIRES(lock_) {
         effects = policy_.take_effects();
         for (const int worker : effects.retire) {
             if (const auto at = by_worker_.find(worker); at != by_worker_.end()) at->second->retire();
@@ -199,7 +198,7 @@ auto CTransferMainThread::decide(const Ask& ask) {
     };
     if constexpr (std::is_void_v<decltype(ask(policy_))>) {
         {
-            const std::lock_guard guard(lock_);
+            const MutexLock guard(lock_);
             ask(policy_);
             tell();
         }
@@ -207,7 +206,7 @@ auto CTransferMainThread::decide(const Ask& ask) {
     } else {
         std::optional<decltype(ask(policy_))> answer;
         {
-            const std::lock_guard guard(lock_);
+            const MutexLock guard(lock_);
             answer.emplace(ask(policy_));
             tell();
         }

@@ -5,10 +5,10 @@
 #include <condition_variable>
 #include <deque>
 #include <functional>
-#include <mutex>
 #include <string_view>
 #include <vector>
 
+#include "base/mutex.h"
 #include "platform/stop.h"
 #include "platform/thread_pool.h"
 #include "store/job_sources.h"
@@ -71,12 +71,12 @@ class PieceCheck {
     ThreadPool& threads_;
     const StopSource& stop_;
     Report report_;
-    mutable std::mutex mutex_;
+    mutable Mutex mutex_;
     std::condition_variable_any news_;
-    std::deque<std::size_t> waiting_;  ///< these four: guarded by mutex_
-    bool checking_ = false;
-    bool started_ = false;
-    bool ending_ = false;
+    std::deque<std::size_t> waiting_ VANTLOW_GUARDED_BY(mutex_);
+    bool checking_ VANTLOW_GUARDED_BY(mutex_) = false;
+    bool started_ VANTLOW_GUARDED_BY(mutex_) = false;
+    bool ending_ VANTLOW_GUARDED_BY(mutex_) = false;
     ThreadPool::Running thread_;  ///< last
 };
 

@@ -60,7 +60,7 @@ void CTransferMainThread::begin_pieces() {
 // The file begins anew.
 void CTransferMainThread::forget_pieces() {
     end_pieces();
-    const std::lock_guard guard(lock_);
+    const MutexLock guard(lock_);
     policy_.forget_pieces();
 }
 
@@ -68,7 +68,7 @@ void CTransferMainThread::forget_pieces() {
 void CTransferMainThread::end_pieces() {
     std::unique_ptr<PieceCheck> ending;
     {
-        const std::lock_guard guard(lock_);
+        const MutexLock guard(lock_);
         ending = std::move(pieces_);
     }
     // Its thread takes the lock when it reports: it is waited for without.

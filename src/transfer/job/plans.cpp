@@ -13,7 +13,7 @@ SourcePlan CTransferMainThread::plan(Worker& asker) {
     const Settings& settings = services_.settings;
     SourcePlan plan;
     {
-        const std::lock_guard guard(lock_);
+        const MutexLock guard(lock_);
         // Somebody else was faster: the failure to come looks for the next chance.
         if (!policy_.choose_mirror(asker, Clock::now())) return plan;
         const Mirror& mirror = policy_.mirrors().at(asker.mirror);

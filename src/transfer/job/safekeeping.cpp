@@ -28,17 +28,17 @@ void drop_complete_segments(CJobNode& job) {
 }  // namespace
 
 void CTransferMainThread::remember_safe(std::unique_ptr<CJobNode> copy) {
-    const std::lock_guard guard(mutex_);
+    const MutexLock guard(mutex_);
     safe_ = std::move(copy);
 }
 
 std::unique_ptr<CJobNode> CTransferMainThread::safe_copy() {
     std::u16string path;
     {
-        const std::lock_guard guard(lock_);
+        const MutexLock guard(lock_);
         path = job_.path;
     }
-    const std::lock_guard guard(mutex_);
+    const MutexLock guard(mutex_);
     if (!safe_) return nullptr;
     std::unique_ptr<CJobNode> copy = safe_->twin();
     copy->path = std::move(path);
@@ -108,7 +108,7 @@ Result CTransferMainThread::check_decoded(bool& matches) {
 // What the finished file is marked with: where its bytes came from, redirects followed as far as known.
 std::optional<FileOrigin> CTransferMainThread::origin() {
     if (!services_.settings.flag(setting::mark_zone)) return std::nullopt;
-    const std::lock_guard guard(lock_);
+    const MutexLock guard(lock_);
     MirrorSet& mirrors = policy_.mirrors();
     const Mirror* from = &mirrors.at(0);
     for (int i = 0; i < mirrors.count() && from->effective.empty(); ++i) from = &mirrors.at(i);
@@ -124,12 +124,12 @@ Result CTransferMainThread::finish() {
         if (!matches || !options_.before_name) return;
         const std::int64_t size = job_.file_size;
         {
-            const std::lock_guard guard(lock_);
+            const MutexLock guard(lock_);
             job_.path = path;
         }
         {
             // Whoever asks now is told what the file is found by, although no state of it was ever saved.
-            const std::lock_guard guard(mutex_);
+            const MutexLock guard(mutex_);
             if (safe_) safe_->file_size = size;
         }
         options_.before_name(path, size);
@@ -138,7 +138,7 @@ Result CTransferMainThread::finish() {
         return result;
     remove_state(state);
     {
-        const std::lock_guard guard(lock_);
+        const MutexLock guard(lock_);
         job_.path = file_.target();
         job_.segments.clear();
     }
@@ -195,12 +195,12 @@ bool CTransferMainThread::bears(const PartialMark& mark) {
 void CTransferMainThread::save_state() {
     if (!options_.keep_state || !file_.is_open() || encoded_) return;
     {
-        const std::lock_guard guard(mutex_);
+        const MutexLock guard(mutex_);
         saving_ = true;
     }
     save_positions();
     {
-        const std::lock_guard guard(mutex_);
+        const MutexLock guard(mutex_);
         saving_ = false;
     }
     news_.notify_all();
@@ -209,7 +209,7 @@ void CTransferMainThread::save_state() {
 void CTransferMainThread::save_positions() {
     std::unique_ptr<CJobNode> snapshot;
     {
-        const std::lock_guard guard(lock_);
+        const MutexLock guard(lock_);
         // Nothing that could be continued, or that will be there in a moment.
         if (policy_.is_only_one() || policy_.is_taking_over() || job_.file_size <= 0) return;
         snapshot = job_.twin();
@@ -231,7 +231,7 @@ void CTransferMainThread::leave_state(const Result& result) {
     const bool useless = result.code == Code::keeps_changing;
     bool anything = false;
     {
-        const std::lock_guard guard(lock_);
+        const MutexLock guard(lock_);
         anything = job_.file_size > 0 && written_end(job_) > 0 && !useless;
     }
     if (!anything && !drained.ok()) anything = true;
