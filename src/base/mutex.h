@@ -17,22 +17,14 @@
 #define VANTLOW_SCOPED_CAPABILITY VANTLOW_THREAD_ATTRIBUTE(scoped_lockable)
 /// A datum that is read and written with this lock held only.
 #define VANTLOW_GUARDED_BY(lock) VANTLOW_THREAD_ATTRIBUTE(guarded_by(lock))
-/// A pointer to such a datum; the pointer itself is anybody's.
-#define VANTLOW_PT_GUARDED_BY(lock) VANTLOW_THREAD_ATTRIBUTE(pt_guarded_by(lock))
 /// A function that is called with these locks held.
 #define VANTLOW_REQUIRES(...) VANTLOW_THREAD_ATTRIBUTE(requires_capability(__VA_ARGS__))
-/// A function that takes these locks by itself, or waits for who does: it is called without them.
-#define VANTLOW_EXCLUDES(...) VANTLOW_THREAD_ATTRIBUTE(locks_excluded(__VA_ARGS__))
 /// A function that returns with the lock held.
 #define VANTLOW_ACQUIRE(...) VANTLOW_THREAD_ATTRIBUTE(acquire_capability(__VA_ARGS__))
 /// A function that gives the lock back.
 #define VANTLOW_RELEASE(...) VANTLOW_THREAD_ATTRIBUTE(release_capability(__VA_ARGS__))
 /// A function that returns the first argument where it got the lock.
 #define VANTLOW_TRY_ACQUIRE(...) VANTLOW_THREAD_ATTRIBUTE(try_acquire_capability(__VA_ARGS__))
-/// A place that is only reached with the lock held, where the analysis cannot see it.
-#define VANTLOW_ASSERT_CAPABILITY(...) VANTLOW_THREAD_ATTRIBUTE(assert_capability(__VA_ARGS__))
-/// A function that is left alone; a comment beside it says why it is right all the same.
-#define VANTLOW_NO_THREAD_SAFETY_ANALYSIS VANTLOW_THREAD_ATTRIBUTE(no_thread_safety_analysis)
 
 namespace vantlow {
 

@@ -4,7 +4,6 @@
 #include <array>
 
 #include "base/text.h"
-#include "base/uri_path.h"
 #include "platform/process.h"
 #include "runtime/host_names.h"
 

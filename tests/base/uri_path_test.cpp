@@ -1,4 +1,4 @@
-#include "base/uri_path.h"
+#include "base/text.h"
 
 #include <gtest/gtest.h>
 

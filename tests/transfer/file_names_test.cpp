@@ -1,4 +1,3 @@
-#include "transfer/job/file_names.h"
 
 #include <gtest/gtest.h>
 

@@ -3,7 +3,7 @@
 #include <random>
 
 #include "job_fixture.h"
-#include "transfer/job/mirror_rule.h"
+#include "transfer/job/mirrors.h"
 #include "transfer/job/origins.h"
 
 namespace vantlow::test {

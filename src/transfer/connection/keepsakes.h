@@ -1,4 +1,4 @@
-// What protocols keep for all connections of the program, without this folder knowing what it is.
+// Things that protocols keep for all connections of the program, without this folder knowing what they are.
 #pragma once
 
 #include <map>

@@ -30,7 +30,7 @@ bool Resolver::settle(std::chrono::milliseconds at_most) {
 }
 
 std::shared_ptr<Resolver::Question> Resolver::ask(const Key& key) {
-    const auto now = Clock::now();
+    const auto now = time_.now();
     const auto known = questions_.find(key);
     if (known != questions_.end()) {
         const Question& old = *known->second;
@@ -71,7 +71,7 @@ void Resolver::work() {
         guard.lock();
         --busy_;
         question->answer = std::move(answer);
-        question->time = Clock::now();
+        question->time = time_.now();
         question->answered = true;
         changed_.notify_all();
     }

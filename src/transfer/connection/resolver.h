@@ -21,7 +21,8 @@ class Resolver {
   public:
     using Lookup = std::function<NameAnswer(const std::string& host, std::uint16_t port)>;
 
-    explicit Resolver(Lookup lookup = resolve_name) : lookup_(std::move(lookup)) {}
+    explicit Resolver(Lookup lookup = resolve_name, const TimeSource& time = system_time)
+        : lookup_(std::move(lookup)), time_(time) {}
     /// Waits for lookups that are under way: call settle() first where that must not take long.
     ~Resolver();
     Resolver(const Resolver&) = delete;
@@ -47,6 +48,7 @@ class Resolver {
     void work();
 
     Lookup lookup_;
+    const TimeSource& time_;
     Mutex mutex_;
     std::condition_variable_any changed_;
     std::map<Key, std::shared_ptr<Question>> questions_ VANTLOW_GUARDED_BY(mutex_);  ///< their content too

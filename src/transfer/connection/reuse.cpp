@@ -13,7 +13,7 @@ constexpr std::chrono::seconds longest_idle{15};
 }  // namespace
 
 std::unique_ptr<CReuseNode> ReusePool::take(const std::string& key, const StopSource& stop) {
-    // Looked at one after another, without the lock: the dead ones are closed on the way.
+    // The candidates are looked at one after another, without the lock: dead ones are closed on the way.
     while (std::unique_ptr<CReuseNode> node = take_newest(key)) {
         node->attach(&stop, nullptr);
         if (node->is_quiet()) return node;
@@ -24,7 +24,7 @@ std::unique_ptr<CReuseNode> ReusePool::take(const std::string& key, const StopSo
 std::unique_ptr<CReuseNode> ReusePool::take_newest(const std::string& key) {
     std::list<std::unique_ptr<CReuseNode>> stale;  // closed after the lock is given back
     const MutexLock guard(mutex_);
-    const auto oldest = Clock::now() - longest_idle;
+    const auto oldest = time_.now() - longest_idle;
     const auto fresh =
         std::find_if(idle_.begin(), idle_.end(), [&](const auto& node) { return node->since >= oldest; });
     stale.splice(stale.end(), idle_, idle_.begin(), fresh);
@@ -37,7 +37,7 @@ std::unique_ptr<CReuseNode> ReusePool::take_newest(const std::string& key) {
 }
 
 void ReusePool::keep(std::unique_ptr<CReuseNode> node) {
-    node->since = Clock::now();
+    node->since = time_.now();
     node->attach(nullptr, nullptr);
     std::unique_ptr<CReuseNode> surplus;
     const MutexLock guard(mutex_);

@@ -43,6 +43,9 @@ class CReuseNode {
 /// The kept connections, bounded in number and age. Any thread may call.
 class ReusePool {
   public:
+    /// `time` outlives the object.
+    explicit ReusePool(const TimeSource& time = system_time) : time_(time) {}
+
     /// The newest connection of that key that the server has neither closed nor spoken on; null when none is
     /// left. Its waits end on that stop.
     std::unique_ptr<CReuseNode> take(const std::string& key, const StopSource& stop);
@@ -55,6 +58,7 @@ class ReusePool {
   private:
     std::unique_ptr<CReuseNode> take_newest(const std::string& key);
 
+    const TimeSource& time_;
     Mutex mutex_;
     std::list<std::unique_ptr<CReuseNode>> idle_ VANTLOW_GUARDED_BY(mutex_);  ///< oldest first
 };

@@ -49,11 +49,12 @@ Outcome<ServerSlots::Slot> ServerSlots::acquire(const std::string& server, const
         return stop.reason();
     }
     ++entry.used;
-    const auto start = std::max(Clock::now(), entry.next_start);
+    const auto now = time_.now();
+    const auto start = std::max(now, entry.next_start);
     entry.next_start = start + limits.interval;
     guard.unlock();
     Slot slot(this, server);
-    const auto pause = time_left(start);
+    const auto pause = std::chrono::ceil<std::chrono::milliseconds>(start - now);
     if (pause.count() > 0 && stop.wait_for(pause)) return stop.reason();
     return slot;
 }
@@ -72,7 +73,7 @@ void ServerSlots::forget_if_idle(const std::string& server) {
     const auto entry = servers_.find(server);
     if (entry == servers_.end()) return;
     const Server& state = entry->second;
-    if (state.used == 0 && state.waiting == 0 && state.next_start <= Clock::now()) servers_.erase(entry);
+    if (state.used == 0 && state.waiting == 0 && state.next_start <= time_.now()) servers_.erase(entry);
 }
 
 }  // namespace vantlow

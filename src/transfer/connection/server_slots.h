@@ -26,6 +26,9 @@ struct ServerLimits {
 /// Counts the connections of every server ("host:port"). Any thread may call.
 class ServerSlots {
   public:
+    /// `time` outlives the object.
+    explicit ServerSlots(const TimeSource& time = system_time) : time_(time) {}
+
     /// One connection's place; given back when it ends. Outlived by the ServerSlots.
     class Slot {
       public:
@@ -59,6 +62,7 @@ class ServerSlots {
     void give_back(const std::string& server) noexcept;
     void forget_if_idle(const std::string& server) VANTLOW_REQUIRES(mutex_);
 
+    const TimeSource& time_;
     Mutex mutex_;
     std::condition_variable_any freed_;
     std::map<std::string, Server> servers_ VANTLOW_GUARDED_BY(mutex_);

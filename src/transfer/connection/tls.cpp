@@ -79,7 +79,7 @@ TlsStream::TlsStream(TlsEngines& engines, TlsEngines::Engine engine, const TlsPl
 }
 
 TlsStream::~TlsStream() {
-    until_ = Clock::now();
+    until_ = Clock::now();  // the socket waits for nothing
     if (tls_ != nullptr) library_.SSL_Free(tls_);
 }
 
@@ -172,7 +172,7 @@ Result TlsStream::write(std::span<const std::byte> from, Clock::time_point until
 bool TlsStream::is_quiet() noexcept {
     if (tls_ == nullptr) return false;
     std::byte unasked{};
-    until_ = Clock::now();
+    until_ = Clock::now();  // the socket waits for nothing
     // Tickets may have come meanwhile: those are for the library.
     return library_.SSL_Recv(tls_, &unasked, 1) == VANTLOW_TLS_QUIET;
 }

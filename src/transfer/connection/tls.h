@@ -58,6 +58,7 @@ class TlsEngines {
     std::map<std::u16string, Known> engines_ VANTLOW_GUARDED_BY(mutex_);  ///< by CA file
 };
 
+/// TLS (RFC 8446, RFC 5246) as a client. Used by one thread at a time; the stop may come from any.
 class TlsStream : public ByteStream {
   public:
     /// A client on `below`, which outlives it. `host` and `session_key` must be filled in the plan.

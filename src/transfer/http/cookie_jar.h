@@ -21,6 +21,7 @@ struct CookieTarget {
     bool secure = false;
 };
 
+/// One cookie (RFC 6265, 5.3).
 struct Cookie {
     std::string name;
     std::string value;

@@ -6,7 +6,7 @@
 
 #include "base/text.h"
 #include "platform/socket.h"
-#include "transfer/http/parameter.h"
+#include "transfer/http/field_value.h"
 
 namespace vantlow {
 namespace {

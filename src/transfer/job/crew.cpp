@@ -1,4 +1,4 @@
-// The job's connections: started where the policy wants more, let go where they ended.
+// A job's connections are started where the policy wants more, let go where they ended.
 #include <algorithm>
 
 #include "transfer/job/main_thread.h"
@@ -21,12 +21,12 @@ void CTransferMainThread::reap(bool all) {
     }
 }
 
-// The job has all its bytes. A connection whose server still says so is worth a moment: it serves the next
-// job.
+// Waits a moment, once the job has all its bytes, for connections whose servers have not said yet that this
+// was all: they serve the next job.
 void CTransferMainThread::let_close() {
-    const auto until = from_now(std::chrono::milliseconds(250));
+    const auto until = now() + std::chrono::milliseconds(250);
     const auto is_closing = [](const auto& sub) { return sub->is_closing(); };
-    while (std::any_of(subs_.begin(), subs_.end(), is_closing) && Clock::now() < until) {
+    while (std::any_of(subs_.begin(), subs_.end(), is_closing) && now() < until) {
         wait_for_news(until);
         if (stop_.requested()) return;
         reap(false);
@@ -59,7 +59,7 @@ bool CTransferMainThread::start_one() {
     Worker& worker = sub->worker();
     worker.id = ++next_worker_;
     const bool has_work = decide([&](JobPolicy& policy) VANTLOW_REQUIRES(lock_) {
-        if (!policy.enlist(worker, now_rules, Clock::now())) return false;
+        if (!policy.enlist(worker, now_rules, now())) return false;
         by_worker_[worker.id] = sub.get();
         return true;
     });
@@ -74,7 +74,7 @@ bool CTransferMainThread::start_one() {
         subs_.push_back(std::move(sub));
         return true;
     }
-    // The others go on with its part. No news, which would have it tried again at once.
+    // The others go on with its part. That is told as no news, which would have it tried again at once.
     {
         const MutexLock guard(lock_);
         policy_.strike(worker, started);

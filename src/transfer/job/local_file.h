@@ -11,14 +11,14 @@
 #include "base/log.h"
 #include "base/mutex.h"
 #include "base/result.h"
+#include "base/safe_name.h"
 #include "platform/file.h"
 #include "platform/origin_mark.h"
-#include "transfer/job/file_names.h"
 #include "transfer/job/write_behind.h"
 
 namespace vantlow {
 
-/// What the settings say when a file is begun.
+/// The settings that a file is begun with.
 struct FileRules {
     std::int64_t overwrite = 0;  ///< 0 rename, 2 overwrite, anything else cancel
     /// Before that rule: a file of this name (or of "name(N)") that has the server's size and is no older

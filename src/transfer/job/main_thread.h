@@ -21,7 +21,7 @@
 
 namespace vantlow {
 
-/// What a run of a job is told beside the job and the settings.
+/// The options of a run of a job, beside the job and the settings.
 struct RunOptions {
     bool keep_state = true;  ///< save the job's state beside the partial file while it runs
     std::optional<ExpectedHash> hash;
@@ -34,7 +34,7 @@ struct RunOptions {
     std::function<void(const std::u16string& path, std::int64_t size)> before_name;
 };
 
-/// What the running jobs of the program share. Outlives them.
+/// The services that the running jobs of the program share. Outlives them.
 struct TransferServices {
     ConnectionServices& connections;
     const LibraryTables& libraries;
@@ -75,7 +75,7 @@ class CTransferMainThread : private SubThreadHost, private WrittenListener {
     [[nodiscard]] const JobOutcome& outcome() const noexcept { return outcome_; }
 
   private:
-    // What sub threads ask for (SubThreadHost, WrittenListener): worker_calls.cpp.
+    // The calls of sub threads and the file (SubThreadHost, WrittenListener): worker_calls.cpp.
     bool take_work(CTransferSubThread& asker) override;
     SourcePlan plan(Worker& asker) override;
     void delivered(const Worker& asker, std::int64_t offset, std::int64_t bytes) override;
@@ -103,6 +103,7 @@ class CTransferMainThread : private SubThreadHost, private WrittenListener {
     auto decide(const Ask& ask);
     void carry_out(const Effects& effects);
     [[nodiscard]] PolicyRules rules() const;
+    [[nodiscard]] Clock::time_point now() const noexcept { return services_.connections.time.now(); }
 
     // The main thread's walk (main_thread.cpp).
     void run();
@@ -127,7 +128,7 @@ class CTransferMainThread : private SubThreadHost, private WrittenListener {
     void forget_pieces();
     void end_pieces();
 
-    // What is on the disk for later (safekeeping.cpp).
+    // Its remains on the disk (safekeeping.cpp).
     void save_state();
     void save_positions();
     FileError write_state(const CJobNode& snapshot);
@@ -143,7 +144,7 @@ class CTransferMainThread : private SubThreadHost, private WrittenListener {
     std::optional<FileOrigin> origin();
     Result finish();
 
-    // What a connection and the file are told (plans.cpp).
+    // The plans of a connection and of the file (source_plan.cpp).
     FileRules file_rules() const;
     void choose_proxy(SourcePlan& plan) const;
     FtpRules ftp_rules() const;

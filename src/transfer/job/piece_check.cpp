@@ -6,7 +6,7 @@
 namespace vantlow {
 namespace {
 
-// Small enough to stay in the processor's own cache between reading and hashing.
+// A step is small enough to stay in the processor's own cache between reading and hashing.
 constexpr std::size_t step = 256 * 1024;
 
 }  // namespace

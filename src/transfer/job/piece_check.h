@@ -29,8 +29,8 @@ Result digest_of_range(CLocalFile& file, DigestKind kind, std::int64_t begin, st
 /// Any thread may call, but for reset() and stop(), which whoever owns the object calls.
 class PieceCheck {
   public:
-    /// What became of a piece: ok, `hash_differs`, or `local_file` when it could not be read. Called from the
-    /// object's thread, without locks held.
+    /// Hears the result of a piece: ok, `hash_differs`, or `local_file` when it could not be read. Called
+    /// from the object's thread, without locks held.
     using Report = std::function<void(std::size_t piece, const Result& result)>;
 
     /// Everything outlives the object. `size` is the file's.

@@ -1,4 +1,4 @@
-// What a job's connections ask of it: each call is an event for the policy.
+// The calls of a job's connections: each is an event for the policy.
 #include <algorithm>
 #include <chrono>
 
@@ -10,7 +10,8 @@
 namespace vantlow {
 namespace {
 
-// Seconds since 1970 from what a server told: a date of HTTP, or the digits of FTP (RFC 3659, 2.3).
+// Reads the time that a server told, in seconds since 1970: a date of HTTP, or the digits of FTP (RFC
+// 3659, 2.3).
 std::optional<std::int64_t> time_of_change(std::string_view text) {
     if (const auto date = parse_http_date(text)) return date;
     const auto digits = parse_decimal(text.substr(0, 14));
@@ -60,8 +61,8 @@ bool CTransferMainThread::take_work(CTransferSubThread& asker) {
             seen = events_;
         }
         const PolicyRules now_rules = rules();
-        const Work work = decide(
-            [&](JobPolicy& policy) { return policy.take_work(asker.worker(), now_rules, Clock::now()); });
+        const Work work =
+            decide([&](JobPolicy& policy) { return policy.take_work(asker.worker(), now_rules, now()); });
         MutexLock guard(mutex_);
         if (work == Work::taken) ++attached_;
         if (work != Work::later) return work == Work::taken;
@@ -119,7 +120,8 @@ void CTransferMainThread::end_found(Worker& asker) {
 }
 
 std::int64_t CTransferMainThread::overlap_before(const Worker& asker) {
-    // What the asker received may still be held back. A disk that does not take it says so at the next write.
+    // Bytes that the asker received may still be held back. A disk that does not take it says so at the next
+    // write.
     static_cast<void>(file_.drain());
     const MutexLock guard(lock_);
     return policy_.overlap_before(asker);
@@ -170,7 +172,7 @@ Result CTransferMainThread::response_accepted(CTransferSubThread& asker, const S
     return {};
 }
 
-// The first answer of a run that begins at zero, or of one that begins anew.
+// Takes the first answer of a run that begins at zero, or of one that begins anew.
 Result CTransferMainThread::adopt(CTransferSubThread& asker, const SourceAnswer& answer) {
     Result ready = file_.is_open() ? throw_away(asker) : open_file(answer);
     if (!ready.ok()) return ready;
@@ -200,7 +202,7 @@ Result CTransferMainThread::open_file(const SourceAnswer& answer) {
     return file_.begin(folder, name, rules);
 }
 
-// Nothing of what was received counts any more: the file is empty, and no state tells otherwise.
+// Throws away everything received: the file is empty afterwards, and no state tells otherwise.
 Result CTransferMainThread::throw_away(CTransferSubThread& asker) {
     {
         // A save that is under way tells of nothing that is about to go.
@@ -215,7 +217,7 @@ Result CTransferMainThread::throw_away(CTransferSubThread& asker) {
     return file_.start_over();
 }
 
-// This connection goes on alone, from zero; all that was received is thrown away.
+// Lets this connection go on alone, from zero; all that was received is thrown away.
 Result CTransferMainThread::take_whole(CTransferSubThread& asker, const SourceAnswer& answer) {
     {
         // The others write their last bytes before the file is emptied under them.
@@ -232,11 +234,11 @@ Result CTransferMainThread::take_whole(CTransferSubThread& asker, const SourceAn
 }
 
 AfterFailure CTransferMainThread::after_failure(CTransferSubThread& asker, const FailedAttempt& attempt) {
-    // What is rewound is rewound behind everything that was written.
+    // A rewound position lies behind everything that was written.
     static_cast<void>(file_.drain());
     const PolicyRules now_rules = rules();
     return decide(
-        [&](JobPolicy& policy) { return policy.failed(asker.worker(), attempt, now_rules, Clock::now()); });
+        [&](JobPolicy& policy) { return policy.failed(asker.worker(), attempt, now_rules, now()); });
 }
 
 }  // namespace vantlow

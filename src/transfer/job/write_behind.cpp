@@ -11,7 +11,7 @@ WriteBehind::WriteBehind(File& file, WrittenListener& listener, std::size_t size
     writing_.buffer.resize(capacity_);
 }
 
-// There is room in the half.
+// Copies the bytes; there is room in the half.
 void WriteBehind::put(std::int64_t offset, std::span<const std::byte> bytes) {
     std::memcpy(filling_.buffer.data() + filling_.used, bytes.data(), bytes.size());
     filling_.runs.push_back({offset, filling_.used, bytes.size()});
