@@ -3,7 +3,7 @@
 #include "base/safe_name.h"
 #include "base/text.h"
 #include "fuzz.h"
-#include "transfer/http/parameter.h"
+#include "transfer/http/field_value.h"
 
 namespace vantlow::fuzz {
 namespace {

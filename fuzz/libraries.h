@@ -1,9 +1,9 @@
 // The operations of the run-time libraries, linked in here so that their parsers are watched, too.
 #pragma once
 
-#include "transfer/ftp/plan.h"
+#include "transfer/ftp/transfer.h"
+#include "transfer/http/auth_scheme.h"
 #include "transfer/http/body.h"
-#include "transfer/http/login.h"
 
 extern "C" {
 GZ_InflateInit_t GZ_InflateInit;

@@ -1,5 +1,5 @@
 // Challenges of servers and proxies (a line each), and what is answered.
-#include "transfer/http/login.h"
+#include "transfer/http/auth_scheme.h"
 
 #include <algorithm>
 

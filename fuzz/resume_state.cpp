@@ -1,7 +1,7 @@
 // The state beside a partial file: whatever it says, no position leaves the file.
 #include "transfer/job/resume_state.h"
+#include "base/safe_name.h"
 #include "fuzz.h"
-#include "transfer/job/file_names.h"
 
 void vantlow::fuzz::run(std::string_view input) {
     const std::uint8_t megabytes = take_byte(input);

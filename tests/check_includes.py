@@ -45,7 +45,7 @@ ALLOWED = {
 SHARED = {"transfer/http": {"store/address.h"}}
 # What a library that is loaded at run time is made of: its own folder, the declarations that it exports, and what two of
 # them share.
-LIBRARY_MAY = ("runtime/operations.h", "runtime/login/")
+LIBRARY_MAY = ("runtime/operations.h", "runtime/login/", "base/mutex.h")
 
 STANDARD = set(
     """algorithm any array atomic barrier bit bitset cassert cctype cerrno cfenv cfloat charconv chrono cinttypes

@@ -3,8 +3,9 @@
 
 #include <atomic>
 #include <chrono>
-#include <mutex>
 #include <thread>
+
+#include "base/mutex.h"
 
 namespace vantlow {
 
@@ -12,14 +13,14 @@ namespace vantlow {
 /// window message of its own thread and sleeps 1 ms, so that a thread with windows stays alive while it
 /// waits. Hold it for a few instructions only: never across a socket, a file or a callback. Any thread may
 /// call.
-class BusyLock {
+class VANTLOW_CAPABILITY("busy lock") BusyLock {
   public:
     /// Dispatches at most one pending window message of the calling thread. Nothing where there are no
     /// windows.
     using Pump = void (*)();
     static void set_pump(Pump pump) noexcept { pump_.store(pump); }
 
-    void lock() {
+    void lock() VANTLOW_ACQUIRE() {
         for (;;) {
             if (try_lock()) return;
             if (Pump pump = pump_.load()) pump();
@@ -27,19 +28,19 @@ class BusyLock {
         }
     }
     /// One attempt; false at once when the lock is taken.
-    bool try_lock() {
-        const std::lock_guard guard(critical_);
+    bool try_lock() VANTLOW_TRY_ACQUIRE(true) {
+        const MutexLock guard(critical_);
         if (counter_.load(std::memory_order_acquire) > 0) return false;
         counter_.fetch_add(1, std::memory_order_acquire);
         return true;
     }
     /// Counts one more holder without waiting, whoever else holds it.
-    void force_lock() noexcept { counter_.fetch_add(1, std::memory_order_acquire); }
-    void unlock() noexcept { counter_.fetch_sub(1, std::memory_order_release); }
+    void force_lock() noexcept VANTLOW_ACQUIRE() { counter_.fetch_add(1, std::memory_order_acquire); }
+    void unlock() noexcept VANTLOW_RELEASE() { counter_.fetch_sub(1, std::memory_order_release); }
 
   private:
     inline static std::atomic<Pump> pump_{nullptr};
-    std::mutex critical_;
+    Mutex critical_;
     std::atomic<int> counter_{0};
 };
 

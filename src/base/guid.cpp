@@ -6,7 +6,7 @@
 namespace vantlow {
 namespace {
 
-// Where the bytes stand in the text.
+// The places of the bytes in the text.
 constexpr std::array<std::size_t, 16> text_order{3, 2, 1, 0, 5, 4, 7, 6, 8, 9, 10, 11, 12, 13, 14, 15};
 
 }  // namespace

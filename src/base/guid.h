@@ -40,6 +40,7 @@ std::optional<std::string> guid_digits(std::string_view text);
 /// The GUID of 32 digits in the order of guid_text(); none for fewer.
 std::optional<Guid> guid_from_digits(std::string_view digits);
 
+/// For unordered containers.
 struct GuidHash {
     std::size_t operator()(const Guid& guid) const noexcept {
         return std::hash<std::string_view>{}({reinterpret_cast<const char*>(guid.bytes.data()), 16});

@@ -23,7 +23,8 @@ void CQoMemFile::reserve(std::size_t size) {
 void CQoMemFile::write(std::span<const std::byte> bytes) {
     const std::size_t needed = bytes_.size() + bytes.size();
     if (needed > bytes_.capacity()) {
-        // Whole steps, and at least double once the file is large, so that the copying stays linear in all.
+        // Memory grows in whole steps, and is at least doubled once the file is large, so that the copying
+        // stays linear in all.
         reserve(std::max(needed, bytes_.capacity() * 2));
     }
     bytes_.insert(bytes_.end(), bytes.begin(), bytes.end());

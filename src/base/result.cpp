@@ -26,7 +26,7 @@ constexpr std::array rows{
     Row{Code::keeps_changing, Kind::final, "The file on the server keeps changing."},
     Row{Code::size_differs, Kind::restart, "The size of the file on the server has changed."},
     Row{Code::resource_changed, Kind::restart, "The file on the server has changed."},
-    Row{Code::other_content, Kind::final, "The server gives something else in place of the file."},
+    Row{Code::other_content, Kind::final, "The server sends something other than the file."},
     Row{Code::credentials_refused, Kind::ask_user, "The server refused the credentials."},
     Row{Code::not_trusted, Kind::ask_user, "The certificate of the server is not trusted."},
     Row{Code::hash_differs, Kind::final, "The hash of the file does not match."},

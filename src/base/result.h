@@ -41,7 +41,7 @@ enum class Code : std::int32_t {
     proxy_refused = -91,        ///< the proxy refused for another reason
 };
 
-/// What a code asks of its reader, whoever it is.
+/// The next step that a code asks of its reader, whoever it is.
 enum class Kind {
     done,         ///< nothing is left to do
     retry_later,  ///< the same again, after a pause

@@ -1,12 +1,13 @@
-// Names that came from elsewhere, made safe as one file name on both systems.
+// File names: those that came from elsewhere made safe on both systems, free ones, those of unfinished files.
 #pragma once
 
+#include <functional>
 #include <string>
 #include <string_view>
 
 namespace vantlow {
 
-/// What stands behind the name of a file that is not finished, and behind that of its state.
+/// The suffixes of a file that is not finished, and of its state.
 inline constexpr std::u16string_view partial_suffix = u".vantlow";
 inline constexpr std::u16string_view state_suffix = u".vantlow-job";
 
@@ -18,5 +19,13 @@ inline constexpr std::u16string_view state_suffix = u".vantlow-job";
 /// unfinished file's or its state's. Never empty, "." or "..": `otherwise` stands in for a name of which
 /// nothing is left.
 std::u16string safe_file_name(std::u16string_view name, std::u16string_view otherwise = u"index");
+
+/// The suffix of a file whose hash is not the one that was asked for.
+inline constexpr std::u16string_view wrong_hash_suffix = u".wrong-hash";
+
+/// A free name for `name`: "(N)" between base name and extension, N from 1 on, or from the number that the
+/// base name already ends in. `is_taken` tells which names are not free.
+std::u16string free_name(std::u16string_view name,
+                         const std::function<bool(const std::u16string&)>& is_taken);
 
 }  // namespace vantlow

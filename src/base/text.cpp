@@ -90,6 +90,18 @@ std::optional<std::int64_t> parse_number(std::string_view text, int base) noexce
     return value;
 }
 
+// How many dots a segment consists of; 0 where it holds anything else or more than two.
+int dots_of(std::string_view segment) noexcept {
+    int dots = 0;
+    while (!segment.empty() && dots <= 2) {
+        const std::size_t size = segment.front() == '.' ? 1 : istarts_with(segment, "%2e") ? 3 : 0;
+        if (size == 0) return 0;
+        segment.remove_prefix(size);
+        ++dots;
+    }
+    return dots <= 2 ? dots : 0;
+}
+
 }  // namespace
 
 std::u16string to_utf16(std::string_view utf8) {
@@ -230,6 +242,31 @@ std::string percent_encode_unsafe(std::string_view text) {
         }
     }
     return out;
+}
+
+std::string remove_dot_segments(std::string_view path) {
+    const auto query = std::min(path.find('?'), path.size());
+    std::string out;
+    std::string_view rest = path.substr(0, query);
+    if (!rest.starts_with('/')) {
+        const auto end = std::min(rest.find('/'), rest.size());
+        const std::string_view first = rest.substr(0, end);
+        if (dots_of(first) == 0) out = first;
+        rest.remove_prefix(end);
+    }
+    while (!rest.empty()) {
+        const auto end = std::min(rest.find('/', 1), rest.size());
+        const std::string_view segment = rest.substr(1, end - 1);
+        rest.remove_prefix(end);
+        const int dots = dots_of(segment);
+        if (dots == 2) out.resize(out.rfind('/') == std::string::npos ? 0 : out.rfind('/'));
+        if (dots == 0) {
+            out.append("/").append(segment);
+        } else if (rest.empty()) {
+            out += '/';
+        }
+    }
+    return out.append(path.substr(query));
 }
 
 std::string print(const char* format, ...) {

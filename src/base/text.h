@@ -1,4 +1,5 @@
-// Text: UTF-16 in memory, UTF-8 towards logs, terminals and the wire; ASCII helpers for protocol words.
+// Text: UTF-16 in memory, UTF-8 towards logs, terminals and the wire; words of protocols; escapes and dot
+// segments of addresses.
 #pragma once
 
 #include <cstdint>
@@ -53,6 +54,10 @@ std::string percent_decode(std::string_view text);
 /// Replaces blanks, control bytes, non-ASCII bytes and the characters <>"{}|\^` by %XX, leaving everything
 /// that an address may hold, existing escapes included, as it is.
 std::string percent_encode_unsafe(std::string_view text);
+
+/// A path without its dot segments (RFC 3986, 5.2.4): "/a/./b/../c" is "/a/c", and nothing climbs above the
+/// root. A dot that is written "%2E" is one (6.2.2.3). A query ("?") stays as it is.
+std::string remove_dot_segments(std::string_view path);
 
 /// printf-style text, as the program's messages are written. The format is checked by the compiler.
 #if defined(__clang__)

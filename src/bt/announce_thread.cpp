@@ -52,7 +52,7 @@ void CBTAnnounceThread::join() {
 }
 
 AnnounceReport CBTAnnounceThread::report() const {
-    const std::lock_guard guard(mutex_);
+    const MutexLock guard(mutex_);
     return report_;
 }
 
@@ -111,7 +111,7 @@ bool CBTAnnounceThread::accept(CBETrackerRespond respond) {
                   print("Tracker: %zu peers, %zu of them new; next announce in %lld s.", report.peers.size(),
                         added, static_cast<long long>(respond.interval)));
     }
-    const std::lock_guard guard(mutex_);
+    const MutexLock guard(mutex_);
     report_ = std::move(report);
     return true;
 }
@@ -120,7 +120,7 @@ void CBTAnnounceThread::refuse(const Result& result) {
     AnnounceReport report;
     report.failure = one_line(result.message());
     report.interval = interval_;
-    const std::lock_guard guard(mutex_);
+    const MutexLock guard(mutex_);
     report_ = std::move(report);
 }
 

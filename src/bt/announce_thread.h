@@ -1,7 +1,6 @@
 // Announcing a torrent job to one tracker, again and again.
 #pragma once
 
-#include <mutex>
 #include <optional>
 #include <string>
 #include <thread>
@@ -9,6 +8,7 @@
 
 #include "base/busy_lock.h"
 #include "base/log.h"
+#include "base/mutex.h"
 #include "bt/announce.h"
 #include "bt/tracker_answer.h"
 #include "runtime/tables.h"
@@ -100,8 +100,8 @@ class CBTAnnounceThread {
     std::string connection_;         ///< the 8 bytes of a UDP tracker
     std::string answered_;           ///< the beginning of its answer to the connect request
 
-    mutable std::mutex mutex_;
-    AnnounceReport report_;  ///< guarded by mutex_
+    mutable Mutex mutex_;
+    AnnounceReport report_ VANTLOW_GUARDED_BY(mutex_);
     std::atomic<bool> announced_{false};
     std::atomic<bool> ended_{false};
     std::thread thread_;  ///< last

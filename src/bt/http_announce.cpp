@@ -7,8 +7,8 @@
 #include "bt/torrent_settings.h"
 #include "platform/udp_socket.h"
 #include "store/address.h"
+#include "transfer/http/auth_scheme.h"
 #include "transfer/http/client.h"
-#include "transfer/http/login.h"
 
 namespace vantlow {
 namespace {

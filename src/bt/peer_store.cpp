@@ -30,7 +30,7 @@ PeerStore::Key PeerStore::key_of(const SocketAddress& address) {
 
 void PeerStore::add_own(const SocketAddress& address) {
     const Key key = key_of(address);
-    const std::lock_guard guard(mutex_);
+    const MutexLock guard(mutex_);
     if (std::find(own_.begin(), own_.end(), key) != own_.end()) return;
     own_.push_back(key);
     std::erase_if(peers_, [&](const SocketAddress& peer) { return key_of(peer) == key; });
@@ -38,12 +38,12 @@ void PeerStore::add_own(const SocketAddress& address) {
 
 bool PeerStore::is_own(const SocketAddress& address) const {
     const Key key = key_of(address);
-    const std::lock_guard guard(mutex_);
+    const MutexLock guard(mutex_);
     return std::find(own_.begin(), own_.end(), key) != own_.end();
 }
 
 std::size_t PeerStore::add(std::span<const SocketAddress> peers) {
-    const std::lock_guard guard(mutex_);
+    const MutexLock guard(mutex_);
     std::size_t added = 0;
     for (const SocketAddress& peer : peers) {
         if (peers_.size() >= most_peers) break;
@@ -60,12 +60,12 @@ std::size_t PeerStore::add(std::span<const SocketAddress> peers) {
 }
 
 std::vector<SocketAddress> PeerStore::peers() const {
-    const std::lock_guard guard(mutex_);
+    const MutexLock guard(mutex_);
     return peers_;
 }
 
 std::size_t PeerStore::size() const {
-    const std::lock_guard guard(mutex_);
+    const MutexLock guard(mutex_);
     return peers_.size();
 }
 

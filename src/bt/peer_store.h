@@ -2,11 +2,11 @@
 #pragma once
 
 #include <cstddef>
-#include <mutex>
 #include <span>
 #include <string>
 #include <vector>
 
+#include "base/mutex.h"
 #include "platform/socket.h"
 
 namespace vantlow {
@@ -29,11 +29,10 @@ class PeerStore {
     using Key = std::string;  ///< the bytes of the address and its port
     static Key key_of(const SocketAddress& address);
 
-    mutable std::mutex mutex_;
-    // Guarded by mutex_.
-    std::vector<Key> known_;  ///< sorted
-    std::vector<Key> own_;
-    std::vector<SocketAddress> peers_;  ///< in the order of coming
+    mutable Mutex mutex_;
+    std::vector<Key> known_ VANTLOW_GUARDED_BY(mutex_);  ///< sorted
+    std::vector<Key> own_ VANTLOW_GUARDED_BY(mutex_);
+    std::vector<SocketAddress> peers_ VANTLOW_GUARDED_BY(mutex_);  ///< in the order of coming
 };
 
 /// "ip:port", "[ip]:port" for IPv6.

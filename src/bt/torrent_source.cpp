@@ -2,11 +2,11 @@
 
 #include <algorithm>
 #include <limits>
-#include <mutex>
 #include <thread>
 
 #include "base/buffer.h"
 #include "base/digest.h"
+#include "base/mutex.h"
 #include "base/text.h"
 #include "platform/file.h"
 #include "platform/folder.h"
@@ -78,8 +78,8 @@ struct Hashing {
     std::string digests;  ///< each thread writes those of its pieces
     std::atomic<std::size_t> next{0};
     std::atomic<bool> over{false};
-    std::mutex mutex;
-    Result result;  ///< of the first that failed; guarded by mutex
+    Mutex mutex;
+    Result result VANTLOW_GUARDED_BY(mutex);  ///< of the first that failed
 };
 
 /// One thread's part: takes the next piece until none is left.
@@ -91,7 +91,7 @@ class PieceHasher {
         for (std::size_t piece = shared_.next++; piece < shared_.pieces; piece = shared_.next++) {
             if (shared_.over) return;
             if (Result result = hash(piece); !result.ok()) {
-                const std::lock_guard guard(shared_.mutex);
+                const MutexLock guard(shared_.mutex);
                 if (!shared_.over.exchange(true)) shared_.result = std::move(result);
                 return;
             }
@@ -223,7 +223,10 @@ Outcome<std::string> hash_pieces(const TorrentSource& source, std::int64_t piece
         }
         PieceHasher(shared).run();
     }
-    if (shared.over) return shared.result;
+    if (shared.over) {
+        const MutexLock guard(shared.mutex);
+        return shared.result;
+    }
     return std::move(shared.digests);
 }
 

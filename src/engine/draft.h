@@ -14,22 +14,14 @@
 namespace vantlow {
 
 /// Links, with the properties that their jobs are to have. An empty text asks for nothing.
-struct JobDraft {
+struct JobDraft : JobRequest {
     std::vector<std::string> links;  ///< UTF-8: addresses, magnets, or paths of documents on this machine
     Guid category;                   ///< zero: the first one
     std::u16string folder;           ///< absolute; empty: the category's
     std::u16string name;             ///< of the one file that is asked for
-    int connections = 5;
-    std::u16string user;
-    std::u16string password;
-    std::u16string referer;
-    std::u16string agent;
-    std::u16string cookie;  ///< "name=value; name=value", or "@" and the absolute path of a cookies.txt
-    std::u16string proxy;   ///< as an address; empty: the program's
     std::optional<std::int32_t> retries;
     std::optional<std::int32_t> retry_delay;  ///< seconds
     std::optional<ExpectedHash> hash;         ///< of the one file that is asked for
-    std::shared_ptr<const JobRules> rules;    ///< null: the jobs go by the settings alone
     std::string select;                       ///< which files of a document: "1,3-5"; empty: all
     bool asks_which = false;  ///< a question asks which files of a document of several are meant
     bool fresh = false;       ///< files of an earlier run are removed, not continued

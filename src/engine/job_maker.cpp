@@ -10,7 +10,6 @@
 #include "platform/process.h"
 #include "store/address.h"
 #include "store/job_store.h"
-#include "transfer/job/file_names.h"
 #include "transfer/job/source.h"
 
 namespace vantlow {
@@ -75,14 +74,7 @@ JobDraft draft_of(const CJobNode& document, const JobOutcome& outcome) {
     JobDraft draft;
     draft.category = document.category;
     draft.folder = folder_of(outcome.path);
-    draft.connections = document.connections;
-    draft.user = document.user;
-    draft.password = document.password;
-    draft.referer = document.referer;
-    draft.agent = document.agent;
-    draft.cookie = document.cookie;
-    draft.proxy = document.proxy;
-    draft.rules = document.rules;
+    static_cast<JobRequest&>(draft) = document;
     if (document.rules && (!document.rules->select.empty() || document.rules->asks_which)) {
         // Its files are ordinary ones.
         JobRules rules = *document.rules;
@@ -125,14 +117,7 @@ void JobMaker::forget_earlier(const std::u16string& folder, const std::u16string
 }
 
 void JobMaker::apply_request(CJobNode& job) {
-    job.user = draft_.user;
-    job.password = draft_.password;
-    job.referer = draft_.referer;
-    job.agent = draft_.agent;
-    job.cookie = draft_.cookie;
-    job.proxy = draft_.proxy;
-    job.rules = draft_.rules;
-    job.connections = draft_.connections;
+    static_cast<JobRequest&>(job) = draft_;
     job.max_threads = draft_.connections;
     job.retry_by_settings = draft_.retries ? 0 : 1;
     if (draft_.retries) job.retries = *draft_.retries;

@@ -8,7 +8,6 @@
 #include "engine/recovery.h"
 #include "store/address.h"
 #include "store/proxies.h"
-#include "transfer/job/file_names.h"
 
 namespace vantlow {
 namespace {

@@ -9,16 +9,16 @@ void NameKeeper::wait_for(Naming naming, const std::function<void()>& wake) {
     const auto entry = std::make_shared<Entry>();
     static_cast<Naming&>(*entry) = std::move(naming);
     {
-        const std::lock_guard guard(mutex_);
+        const MutexLock guard(mutex_);
         new_.push_back(entry);
     }
     wake();
-    std::unique_lock guard(mutex_);
+    MutexLock guard(mutex_);
     changed_.wait(guard, [&entry] { return entry->done; });
 }
 
 NameKeeper::Waiting NameKeeper::take() {
-    const std::lock_guard guard(mutex_);
+    const MutexLock guard(mutex_);
     Waiting waiting(new_.begin(), new_.end());
     std::move(new_.begin(), new_.end(), std::back_inserter(taken_));
     new_.clear();
@@ -27,7 +27,7 @@ NameKeeper::Waiting NameKeeper::take() {
 
 void NameKeeper::let_go(const Waiting& taken) {
     {
-        const std::lock_guard guard(mutex_);
+        const MutexLock guard(mutex_);
         std::erase_if(taken_, [&taken](const std::shared_ptr<Entry>& entry) {
             entry->done = entry->done || std::find(taken.begin(), taken.end(), entry) != taken.end();
             return entry->done;

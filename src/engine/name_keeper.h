@@ -4,11 +4,11 @@
 #include <condition_variable>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <vector>
 
 #include "base/guid.h"
+#include "base/mutex.h"
 
 namespace vantlow {
 
@@ -39,10 +39,10 @@ class NameKeeper {
     struct Entry : Naming {
         bool done = false;  ///< guarded by mutex_
     };
-    std::mutex mutex_;
-    std::condition_variable changed_;
-    std::vector<std::shared_ptr<Entry>> new_;  ///< guarded by mutex_, like the one below
-    std::vector<std::shared_ptr<Entry>> taken_;
+    Mutex mutex_;
+    std::condition_variable_any changed_;
+    std::vector<std::shared_ptr<Entry>> new_ VANTLOW_GUARDED_BY(mutex_);
+    std::vector<std::shared_ptr<Entry>> taken_ VANTLOW_GUARDED_BY(mutex_);
 };
 
 }  // namespace vantlow

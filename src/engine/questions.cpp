@@ -25,7 +25,7 @@ std::uint64_t QuestionBoard::put_up(Question question) {
 
 QuestionAnswer QuestionBoard::ask(Question question, const StopSource& stop) {
     if (!can_ask() || stop.requested()) return std::move(question.standard);
-    std::unique_lock guard(mutex_);
+    MutexLock guard(mutex_);
     std::uint64_t id = find_same(question);
     const bool is_new = id == 0;
     if (is_new) id = put_up(std::move(question));
@@ -48,7 +48,7 @@ QuestionAnswer QuestionBoard::ask(Question question, const StopSource& stop) {
 void QuestionBoard::leave(Question question) {
     if (!can_ask()) return;
     {
-        const std::lock_guard guard(mutex_);
+        const MutexLock guard(mutex_);
         std::erase_if(entries_, [&](const auto& entry) {
             const Question& other = entry.second.question;
             return entry.second.waiting == 0 && other.kind == question.kind && other.job == question.job &&
@@ -63,7 +63,7 @@ std::vector<QuestionBoard::Answered> QuestionBoard::take_answered(Clock::time_po
     std::vector<Answered> taken;
     bool any_lapsed = false;
     {
-        const std::lock_guard guard(mutex_);
+        const MutexLock guard(mutex_);
         taken.swap(done_);
         for (auto at = entries_.begin(); at != entries_.end();) {
             Entry& entry = at->second;
@@ -83,7 +83,7 @@ std::vector<QuestionBoard::Answered> QuestionBoard::take_answered(Clock::time_po
 void QuestionBoard::withdraw(const Guid& job) {
     std::size_t gone = 0;
     {
-        const std::lock_guard guard(mutex_);
+        const MutexLock guard(mutex_);
         gone = std::erase_if(entries_, [&](const auto& entry) {
             return entry.second.waiting == 0 && entry.second.question.job == job;
         });
@@ -94,7 +94,7 @@ void QuestionBoard::withdraw(const Guid& job) {
 
 bool QuestionBoard::answer(std::uint64_t id, QuestionAnswer answer) {
     {
-        const std::lock_guard guard(mutex_);
+        const MutexLock guard(mutex_);
         const auto at = entries_.find(id);
         if (at == entries_.end() || at->second.answered) return false;
         Entry& entry = at->second;
@@ -113,7 +113,7 @@ bool QuestionBoard::answer(std::uint64_t id, QuestionAnswer answer) {
 
 std::vector<Question> QuestionBoard::open() const {
     std::vector<Question> questions;
-    const std::lock_guard guard(mutex_);
+    const MutexLock guard(mutex_);
     for (const auto& [id, entry] : entries_) {
         if (!entry.answered) questions.push_back(entry.question);
     }

@@ -7,11 +7,11 @@
 #include <cstdint>
 #include <functional>
 #include <map>
-#include <mutex>
 #include <string>
 #include <vector>
 
 #include "base/guid.h"
+#include "base/mutex.h"
 #include "platform/stop.h"
 
 namespace vantlow {
@@ -107,19 +107,19 @@ class QuestionBoard {
         int waiting = 0;  ///< threads in ask()
         bool answered = false;
     };
-    std::uint64_t put_up(Question question);
-    [[nodiscard]] std::uint64_t find_same(const Question& question) const;
+    std::uint64_t put_up(Question question) VANTLOW_REQUIRES(mutex_);
+    [[nodiscard]] std::uint64_t find_same(const Question& question) const VANTLOW_REQUIRES(mutex_);
     void tell() const {
         if (changed_) changed_();
     }
 
     std::chrono::milliseconds time_{0};
     std::function<void()> changed_;
-    mutable std::mutex mutex_;
+    mutable Mutex mutex_;
     std::condition_variable_any answered_;
-    std::map<std::uint64_t, Entry> entries_;  ///< guarded by mutex_, like the ones below
-    std::vector<Answered> done_;
-    std::uint64_t last_id_ = 0;
+    std::map<std::uint64_t, Entry> entries_ VANTLOW_GUARDED_BY(mutex_);
+    std::vector<Answered> done_ VANTLOW_GUARDED_BY(mutex_);
+    std::uint64_t last_id_ VANTLOW_GUARDED_BY(mutex_) = 0;
 };
 
 }  // namespace vantlow

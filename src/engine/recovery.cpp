@@ -2,9 +2,9 @@
 
 #include <utility>
 
+#include "base/safe_name.h"
 #include "platform/file.h"
 #include "platform/file_marks.h"
-#include "transfer/job/file_names.h"
 
 namespace vantlow {
 namespace {

@@ -36,7 +36,7 @@ CJobLog::Listener SessionRunner::listener_of(Entry& entry) {
     }
     return [this, file, number = entry.number](const CLogNode& line) {
         if (file != nullptr) file->add(line);
-        const std::lock_guard guard(mutex_);
+        const MutexLock guard(mutex_);
         if (lines_.size() < most_lines) lines_.push_back({number, line});
     };
 }
@@ -61,7 +61,7 @@ SessionRunner::Entry& SessionRunner::make_entry(const CJobNode& job, const Sessi
     if (!fault.ok()) entry.log->line(Direction::error, fault.text_for_people());
     const auto on_end = [this, identity = job.identity] {
         {
-            const std::lock_guard guard(mutex_);
+            const MutexLock guard(mutex_);
             ended_.push_back(identity);
         }
         changed_.notify_all();
@@ -184,14 +184,15 @@ bool SessionRunner::start_again(const Guid& job) {
 }
 
 void SessionRunner::wait(std::chrono::milliseconds at_most) {
-    std::unique_lock guard(mutex_);
-    changed_.wait_for(guard, at_most, [this] { return !ended_.empty() || woken_; });
+    MutexLock guard(mutex_);
+    changed_.wait_for(guard, at_most,
+                      [this]() VANTLOW_REQUIRES(mutex_) { return !ended_.empty() || woken_; });
     woken_ = false;
 }
 
 void SessionRunner::wake() {
     {
-        const std::lock_guard guard(mutex_);
+        const MutexLock guard(mutex_);
         woken_ = true;
     }
     changed_.notify_all();
@@ -247,7 +248,7 @@ void SessionRunner::settle() {
 std::vector<JobEnd> SessionRunner::take_ends() {
     std::vector<Guid> ended;
     {
-        const std::lock_guard guard(mutex_);
+        const MutexLock guard(mutex_);
         ended.swap(ended_);
     }
     for (const Guid& identity : ended) {
@@ -264,7 +265,7 @@ std::vector<JobEnd> SessionRunner::take_ends() {
 }
 
 std::vector<LogLine> SessionRunner::take_log() {
-    const std::lock_guard guard(mutex_);
+    const MutexLock guard(mutex_);
     return std::exchange(lines_, {});
 }
 

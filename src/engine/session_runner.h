@@ -5,13 +5,13 @@
 #include <condition_variable>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <unordered_map>
 #include <unordered_set>
 #include <vector>
 
+#include "base/mutex.h"
 #include "engine/changes.h"
 #include "engine/name_keeper.h"
 #include "engine/recovery.h"
@@ -179,11 +179,11 @@ class SessionRunner {
     bool only_named_ = false;
     bool look_beside_ = true;  ///< jobs may wait that could be looked after beside the others
 
-    mutable std::mutex mutex_;
-    std::condition_variable changed_;
-    std::vector<Guid> ended_;  ///< guarded by mutex_, like those below
-    std::vector<LogLine> lines_;
-    bool woken_ = false;
+    mutable Mutex mutex_;
+    std::condition_variable_any changed_;
+    std::vector<Guid> ended_ VANTLOW_GUARDED_BY(mutex_);
+    std::vector<LogLine> lines_ VANTLOW_GUARDED_BY(mutex_);
+    bool woken_ VANTLOW_GUARDED_BY(mutex_) = false;
 };
 
 }  // namespace vantlow

@@ -84,7 +84,7 @@ CCombineMediaThread::CCombineMediaThread(CombineJob job, CombineListener listene
     : job_(std::move(job)), control_(std::move(listener)) {
     Result started = start_thread(thread_, [this] {
         outcome_ = combine_media(job_, control_);
-        const std::lock_guard guard(mutex_);
+        const MutexLock guard(mutex_);
         ended_ = true;
         changed_.notify_all();
     });
@@ -99,8 +99,8 @@ CCombineMediaThread::~CCombineMediaThread() {
 }
 
 bool CCombineMediaThread::wait_for(std::chrono::milliseconds time) {
-    std::unique_lock guard(mutex_);
-    return changed_.wait_for(guard, time, [this] { return ended_; });
+    MutexLock guard(mutex_);
+    return changed_.wait_for(guard, time, [this]() VANTLOW_REQUIRES(mutex_) { return ended_; });
 }
 
 CombineOutcome CCombineMediaThread::wait() {

@@ -7,12 +7,12 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
-#include <mutex>
 #include <string>
 #include <thread>
 #include <utility>
 #include <vector>
 
+#include "base/mutex.h"
 #include "base/result.h"
 
 namespace vantlow {
@@ -90,9 +90,9 @@ class CCombineMediaThread {
     const CombineJob job_;
     CombineControl control_;
     CombineOutcome outcome_;
-    std::mutex mutex_;
-    std::condition_variable changed_;
-    bool ended_ = false;  ///< guarded by mutex_
+    Mutex mutex_;
+    std::condition_variable_any changed_;
+    bool ended_ VANTLOW_GUARDED_BY(mutex_) = false;
     std::thread thread_;
 };
 

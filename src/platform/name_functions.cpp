@@ -5,10 +5,10 @@
 #include <cstring>
 #include <limits>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 
+#include "base/mutex.h"
 #include "base/text.h"
 #include "platform/net_headers.h"
 
@@ -52,8 +52,8 @@ void prepend(addrinfo*& list, const in_addr& address, std::uint16_t port, const 
 }
 
 int ask_by_name(const char* node, std::uint16_t port, const addrinfo* hints, addrinfo*& list) {
-    static std::mutex mutex;  // the answer lies in storage that the system reuses
-    const std::lock_guard lock(mutex);
+    static Mutex mutex;  // the answer lies in storage that the system reuses
+    const MutexLock lock(mutex);
     const hostent* const answer = gethostbyname(node);  // NOLINT(concurrency-mt-unsafe): under the lock
     if (answer == nullptr || answer->h_addrtype != AF_INET || answer->h_addr_list[0] == nullptr) {
         return answer == nullptr && h_errno == TRY_AGAIN ? EAI_AGAIN : EAI_NONAME;

@@ -1,6 +1,6 @@
-#include <mutex>
 #include <thread>
 
+#include "base/mutex.h"
 #include "platform/file_marks.h"
 #include "platform/ini_text.h"
 #include "platform/settings_backend.h"
@@ -17,6 +17,7 @@ constexpr std::chrono::milliseconds lock_step{5};
 class SettingsFile final : public SettingsBackend {
   public:
     explicit SettingsFile(const std::u16string& path) : path_(absolute_path(path)) {
+        const MutexLock own(mutex_);
         load(file_stamp(path_));
     }
 
@@ -28,17 +29,17 @@ class SettingsFile final : public SettingsBackend {
     [[nodiscard]] bool is_readable() const override;
 
   private:
-    void load(const FileStamp& stamp);
-    bool load_when_changed();
+    void load(const FileStamp& stamp) VANTLOW_REQUIRES(mutex_);
+    bool load_when_changed() VANTLOW_REQUIRES(mutex_);
     FileError lock(File& guard);
     template <class Change>
     FileError change(Change change);
 
     const std::u16string path_;
-    mutable std::mutex mutex_;  // guards what follows
-    IniText text_;
-    FileStamp stamp_;  ///< taken before the bytes were read
-    FileError unreadable_;
+    mutable Mutex mutex_;  // held across the file too: one change after the other
+    IniText text_ VANTLOW_GUARDED_BY(mutex_);
+    FileStamp stamp_ VANTLOW_GUARDED_BY(mutex_);  ///< taken before the bytes were read
+    FileError unreadable_ VANTLOW_GUARDED_BY(mutex_);
 };
 
 void SettingsFile::load(const FileStamp& stamp) {
@@ -73,7 +74,7 @@ FileError SettingsFile::lock(File& guard) {
 
 template <class Change>
 FileError SettingsFile::change(Change change) {
-    const std::lock_guard own(mutex_);
+    const MutexLock own(mutex_);
     File others;
     if (FileError error = lock(others); !error.ok()) return error;
     load_when_changed();
@@ -92,7 +93,7 @@ FileError SettingsFile::change(Change change) {
 }
 
 std::optional<std::u16string> SettingsFile::read(std::u16string_view section, std::u16string_view key) {
-    const std::lock_guard own(mutex_);
+    const MutexLock own(mutex_);
     const std::u16string* const value = text_.find(section, key);
     return value == nullptr ? std::nullopt : std::optional(*value);
 }
@@ -112,17 +113,17 @@ FileError SettingsFile::erase(std::u16string_view section, std::u16string_view k
 }
 
 SettingsBackend::Values SettingsFile::all() {
-    const std::lock_guard own(mutex_);
+    const MutexLock own(mutex_);
     return text_.sections();
 }
 
 bool SettingsFile::refresh() {
-    const std::lock_guard own(mutex_);
+    const MutexLock own(mutex_);
     return load_when_changed();
 }
 
 bool SettingsFile::is_readable() const {
-    const std::lock_guard own(mutex_);
+    const MutexLock own(mutex_);
     return unreadable_.ok();
 }
 

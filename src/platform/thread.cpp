@@ -28,7 +28,7 @@ Result start_thread(std::thread& thread, std::function<void()> work) {
 
 ThreadPool::~ThreadPool() {
     {
-        const std::lock_guard guard(mutex_);
+        const MutexLock guard(mutex_);
         closing_ = true;
         for (const auto& worker : workers_) worker->woken.notify_one();
     }
@@ -39,7 +39,7 @@ ThreadPool::~ThreadPool() {
 void ThreadPool::Running::join() {
     if (!work_) return;
     {
-        std::unique_lock guard(pool_->mutex_);
+        MutexLock guard(pool_->mutex_);
         work_->ended.wait(guard, [this] { return work_->done; });
     }
     work_.reset();
@@ -50,7 +50,7 @@ Result ThreadPool::start(Running& running, std::function<void()> work) {
     running.pool_ = this;
     running.work_ = std::make_shared<Running::Work>();
     running.work_->run = std::move(work);
-    const std::lock_guard guard(mutex_);
+    const MutexLock guard(mutex_);
     if (idle_.empty()) {
         Worker* const worker = workers_.emplace_back(std::make_unique<Worker>()).get();
         worker->next = running.work_;
@@ -71,10 +71,15 @@ Result ThreadPool::start(Running& running, std::function<void()> work) {
 }
 
 void ThreadPool::serve(Worker& worker) {
-    std::unique_lock guard(mutex_);
+    MutexLock guard(mutex_);
     for (;;) {
-        if (!worker.woken.wait_for(guard, idle_life_, [&] { return worker.next || closing_; }))
-            return leave(worker, std::move(guard));
+        const auto is_wanted = [&]() VANTLOW_REQUIRES(mutex_) { return worker.next || closing_; };
+        if (!worker.woken.wait_for(guard, idle_life_, is_wanted)) {
+            std::thread before = take_out(worker);
+            guard.unlock();
+            if (before.joinable()) before.join();
+            return;
+        }
         const std::shared_ptr<Running::Work> work = std::exchange(worker.next, nullptr);
         if (!work) return;
         guard.unlock();
@@ -90,16 +95,14 @@ void ThreadPool::serve(Worker& worker) {
     }
 }
 
-// Ends an idle thread. It cannot join itself, so it joins the thread that ended before it.
-void ThreadPool::leave(Worker& worker, std::unique_lock<std::mutex> guard) {
+// An idle thread ends. It cannot join itself, so it is given the one that ended before it, to join that.
+std::thread ThreadPool::take_out(Worker& worker) {
     std::erase(idle_, &worker);
     const auto at =
         std::find_if(workers_.begin(), workers_.end(), [&](const auto& one) { return one.get() == &worker; });
     const std::unique_ptr<Worker> own = std::move(*at);
     workers_.erase(at);
-    std::thread before = std::exchange(leaving_, std::move(own->thread));
-    guard.unlock();
-    if (before.joinable()) before.join();
+    return std::exchange(leaving_, std::move(own->thread));
 }
 
 }  // namespace vantlow

@@ -5,10 +5,10 @@
 #include <condition_variable>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <thread>
 #include <vector>
 
+#include "base/mutex.h"
 #include "base/result.h"
 
 namespace vantlow {
@@ -42,7 +42,7 @@ class ThreadPool {
         struct Work {
             std::function<void()> run;
             bool done = false;  ///< guarded by the pool's mutex
-            std::condition_variable ended;
+            std::condition_variable_any ended;
         };
         ThreadPool* pool_ = nullptr;
         std::shared_ptr<Work> work_;
@@ -55,19 +55,19 @@ class ThreadPool {
   private:
     struct Worker {
         std::shared_ptr<Running::Work> next;  ///< guarded by mutex_
-        std::condition_variable woken;
+        std::condition_variable_any woken;
         std::thread thread;
     };
     void serve(Worker& worker);
-    void leave(Worker& worker, std::unique_lock<std::mutex> guard);
+    std::thread take_out(Worker& worker) VANTLOW_REQUIRES(mutex_);
 
     const std::chrono::milliseconds idle_life_;
 
-    std::mutex mutex_;
-    bool closing_ = false;       ///< guarded by mutex_, like the two below
-    std::vector<Worker*> idle_;  ///< the one that stopped last is taken first
-    std::vector<std::unique_ptr<Worker>> workers_;
-    std::thread leaving_;  ///< the thread that ended last; the next one to end joins it
+    Mutex mutex_;
+    bool closing_ VANTLOW_GUARDED_BY(mutex_) = false;
+    std::vector<Worker*> idle_ VANTLOW_GUARDED_BY(mutex_);  ///< the one that stopped last is taken first
+    std::vector<std::unique_ptr<Worker>> workers_ VANTLOW_GUARDED_BY(mutex_);
+    std::thread leaving_ VANTLOW_GUARDED_BY(mutex_);  ///< the one that ended last; the next to end joins it
 };
 
 }  // namespace vantlow

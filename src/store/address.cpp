@@ -4,7 +4,6 @@
 #include <array>
 
 #include "base/text.h"
-#include "base/uri_path.h"
 #include "platform/local_text.h"
 #include "runtime/host_names.h"
 

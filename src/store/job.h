@@ -137,24 +137,30 @@ struct JobRules {
     bool operator==(const JobRules&) const = default;
 };
 
-/// The facts about a job, without its segments and its timetable.
-struct JobFacts {
-    std::u16string address;
-    std::u16string fragment;  ///< the text behind "#" in the address, with the "#"; never sent
-    std::u16string referer;
-    std::u16string comment;
+/// The way in which a job asks its servers: what a person may want of it beforehand, and what the jobs that a
+/// fetched document names take over from the document's. An empty text asks for nothing.
+struct JobRequest {
     std::u16string user;
     std::u16string password;
-    std::u16string agent;
-    std::u16string cookie;  ///< the job's own cookies, "name=value; name=value"
-    std::u16string proxy;   ///< the job's own proxy as an address; empty: as the settings say
+    std::u16string referer;
+    std::u16string agent;   ///< empty: the program's own
+    std::u16string cookie;  ///< "name=value; name=value", or "@" and the absolute path of a cookies.txt
+    std::u16string proxy;   ///< as an address; empty: as the settings say
+    std::int32_t connections = 5;           ///< segments made for a new job; "Threads"
+    std::shared_ptr<const JobRules> rules;  ///< null for a job that goes by the settings alone
+};
+
+/// What is known of a job, but for its segments and its timetable.
+struct JobFacts : JobRequest {
+    std::u16string address;
+    std::u16string fragment;  ///< what followed "#" in the address, with the "#"; never sent
+    std::u16string comment;
     /// The local path, folder and file name; ends with a separator while only the folder is known.
     std::u16string path;
     std::u16string file_name;       ///< a name that was asked for; empty: the server or the address gives one
     std::int32_t locally = 0;       ///< the "Locally" flag: taken from this machine's own copy if it can be
     std::int32_t utf8 = 1;          ///< non-zero: the address's path is UTF-8 on the wire, else ANSI
     std::int32_t start_mode = 1;    ///< 0 by hand, 1 at once, 2 by schedule
-    std::int32_t connections = 5;   ///< segments made for a new job; "Threads"
     std::int32_t max_threads = 0;   ///< most connections at once; 0: as `connections`
     std::int32_t retry_delay = -1;  ///< seconds between attempts; -1: paced by what they brought
     std::int32_t retry_by_settings = 1;  ///< 1: the settings say how often to try again; 0: `retries` does
@@ -178,7 +184,6 @@ struct JobFacts {
     std::int32_t bit_count = 0;         ///< bits of `bit_map`, which has (bit_count + 7) / 8 bytes
     std::string bit_map_mark;           ///< identifies the pieces that the map was made for, for its readers
     std::shared_ptr<const JobSources> sources;  ///< null for a job of one address without hashes
-    std::shared_ptr<const JobRules> rules;      ///< null for a job that goes by the settings alone
 };
 
 /// Where a job stands in its category: see JobSequence.

@@ -49,19 +49,19 @@ void CJobLog::line(Direction direction, std::string_view text) {
         node.direction = direction;
         node.text = log_text(text);
         {
-            const std::lock_guard guard(mutex_);
+            const MutexLock guard(mutex_);
             lines_.push_back(node);
             if (lines_.size() > kept) lines_.pop_front();
         }
         if (!listener_) return;
-        const std::lock_guard guard(listener_mutex_);
+        const MutexLock guard(listener_mutex_);
         listener_(node);
     } catch (const std::bad_alloc&) {
     }
 }
 
 std::vector<CLogNode> CJobLog::lines() const {
-    const std::lock_guard guard(mutex_);
+    const MutexLock guard(mutex_);
     return {lines_.begin(), lines_.end()};
 }
 

@@ -5,11 +5,11 @@
 #include <cstdint>
 #include <deque>
 #include <functional>
-#include <mutex>
 #include <string>
 #include <vector>
 
 #include "base/log.h"
+#include "base/mutex.h"
 
 namespace vantlow {
 
@@ -39,10 +39,10 @@ class CJobLog : public LogSink {
 
   private:
     static constexpr std::size_t kept = 1000;
-    mutable std::mutex mutex_;
-    std::mutex listener_mutex_;
-    std::deque<CLogNode> lines_;  ///< guarded by mutex_
-    Listener listener_;           ///< called under listener_mutex_
+    mutable Mutex mutex_;
+    Mutex listener_mutex_;  ///< lets one line after the other in; guards no datum
+    std::deque<CLogNode> lines_ VANTLOW_GUARDED_BY(mutex_);
+    Listener listener_;  ///< called under listener_mutex_
 };
 
 }  // namespace vantlow

@@ -35,7 +35,7 @@ JobLogFile::JobLogFile(const std::u16string& data_folder, const Guid& job)
     : path_(log_path(data_folder, job)) {}
 
 void JobLogFile::add(const CLogNode& line) {
-    const std::lock_guard guard(mutex_);
+    const MutexLock guard(mutex_);
     gathered_ += write_log_line(line);
     if (gathered_.size() > most_gathered) gathered_ = newer_half(gathered_);
 }
@@ -43,7 +43,7 @@ void JobLogFile::add(const CLogNode& line) {
 void JobLogFile::write() {
     std::string text;
     {
-        const std::lock_guard guard(mutex_);
+        const MutexLock guard(mutex_);
         text.swap(gathered_);
     }
     if (text.empty() || !make_folders(folder_of(path_)).ok()) return;

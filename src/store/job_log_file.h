@@ -1,12 +1,12 @@
 // The log of a job on the disk: "logs/ID.log" in the data folder, so that it outlives the program.
 #pragma once
 
-#include <mutex>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "base/guid.h"
+#include "base/mutex.h"
 #include "platform/file.h"
 #include "store/job_log.h"
 
@@ -29,8 +29,8 @@ class JobLogFile {
 
   private:
     std::u16string path_;
-    std::mutex mutex_;
-    std::string gathered_;  ///< guarded by mutex_
+    Mutex mutex_;
+    std::string gathered_ VANTLOW_GUARDED_BY(mutex_);
 };
 
 /// The form of a line in the file, with its end.

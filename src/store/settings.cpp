@@ -24,7 +24,7 @@ Settings::Settings(std::unique_ptr<SettingsBackend> backend) : backend_(std::mov
 
 std::optional<std::u16string> Settings::find(std::u16string_view section, std::u16string_view key) const {
     {
-        const std::lock_guard guard(mutex_);
+        const MutexLock guard(mutex_);
         if (const auto own = overrides_.find(section); own != overrides_.end()) {
             if (const auto at = own->second.find(key); at != own->second.end()) return at->second;
         }
@@ -65,13 +65,13 @@ FileError Settings::erase(std::u16string_view section, std::u16string_view key) 
 
 void Settings::override_value(std::u16string_view section, std::u16string_view key,
                               std::u16string_view value) {
-    const std::lock_guard guard(mutex_);
+    const MutexLock guard(mutex_);
     overrides_[std::u16string(section)][std::u16string(key)] = value;
     version_.fetch_add(1, std::memory_order_acq_rel);
 }
 
 bool Settings::is_overridden(const NumberSetting& setting) const {
-    const std::lock_guard guard(mutex_);
+    const MutexLock guard(mutex_);
     const auto own = overrides_.find(setting.section);
     return own != overrides_.end() && own->second.contains(setting.key);
 }
@@ -83,7 +83,7 @@ void Settings::refresh() {
 SettingsBackend::Values Settings::all() const {
     SettingsBackend::Values values;
     if (backend_) values = backend_->all();
-    const std::lock_guard guard(mutex_);
+    const MutexLock guard(mutex_);
     for (const auto& [section, own] : overrides_) {
         for (const auto& [key, value] : own) values[section][key] = value;
     }

@@ -4,11 +4,11 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
 
+#include "base/mutex.h"
 #include "platform/settings_backend.h"
 #include "store/setting_table.h"
 
@@ -60,8 +60,8 @@ class Settings {
                                                      std::u16string_view key) const;
 
     std::unique_ptr<SettingsBackend> backend_;
-    mutable std::mutex mutex_;
-    SettingsBackend::Values overrides_;  ///< guarded by mutex_
+    mutable Mutex mutex_;
+    SettingsBackend::Values overrides_ VANTLOW_GUARDED_BY(mutex_);
     std::atomic<std::uint64_t> version_{1};
 };
 

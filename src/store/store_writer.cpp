@@ -52,14 +52,17 @@ StoreWriter::~StoreWriter() {
 
 void StoreWriter::start(std::function<void()> wake) {
     wake_ = std::move(wake);
-    stopping_ = false;
+    {
+        const MutexLock guard(mutex_);
+        stopping_ = false;
+    }
     // Without a thread the caller writes, which is slower and just as safe.
     static_cast<void>(start_thread(thread_, [this] { run(); }));
 }
 
 void StoreWriter::finish() {
     {
-        const std::lock_guard guard(mutex_);
+        const MutexLock guard(mutex_);
         stopping_ = true;
     }
     changed_.notify_all();
@@ -68,17 +71,17 @@ void StoreWriter::finish() {
 }
 
 void StoreWriter::stand_on_database() {
-    const std::lock_guard guard(mutex_);
+    const MutexLock guard(mutex_);
     can_append_ = true;
 }
 
 bool StoreWriter::can_append() const {
-    const std::lock_guard guard(mutex_);
+    const MutexLock guard(mutex_);
     return can_append_;
 }
 
 std::uint64_t StoreWriter::journal_size() const {
-    const std::lock_guard guard(mutex_);
+    const MutexLock guard(mutex_);
     return journal_size_;
 }
 
@@ -88,7 +91,7 @@ void StoreWriter::forget_folder() {
     frames_.reset();
     base_.reset();
     since_.clear();
-    const std::lock_guard guard(mutex_);
+    const MutexLock guard(mutex_);
     can_append_ = false;
     journal_size_ = 0;
 }
@@ -112,57 +115,60 @@ StoreWriter::Ticket StoreWriter::save(Save what) {
 StoreWriter::Ticket StoreWriter::ask(Task task) {
     Ticket ticket = 0;
     {
-        std::unique_lock guard(mutex_);
+        const MutexLock guard(mutex_);
         ticket = task.ticket = ++last_ticket_;
         tasks_.push_back(std::move(task));
-        if (!thread_.joinable()) do_tasks(guard);
     }
     changed_.notify_all();
+    if (!thread_.joinable()) do_tasks();
     return ticket;
 }
 
 std::vector<StoreWriter::Answer> StoreWriter::take_answers() {
-    const std::lock_guard guard(mutex_);
+    const MutexLock guard(mutex_);
     return std::exchange(answers_, {});
 }
 
 void StoreWriter::wait() const {
-    std::unique_lock guard(mutex_);
-    changed_.wait(guard, [this] { return tasks_.empty() && !busy_; });
+    MutexLock guard(mutex_);
+    changed_.wait(guard, [this]() VANTLOW_REQUIRES(mutex_) { return tasks_.empty() && !busy_; });
 }
 
 void StoreWriter::run() {
-    std::unique_lock guard(mutex_);
     for (;;) {
-        changed_.wait(guard, [this] { return stopping_ || !tasks_.empty(); });
-        if (tasks_.empty()) return;
-        do_tasks(guard);
+        {
+            MutexLock guard(mutex_);
+            changed_.wait(guard, [this]() VANTLOW_REQUIRES(mutex_) { return stopping_ || !tasks_.empty(); });
+            if (tasks_.empty()) return;
+        }
+        do_tasks();
     }
 }
 
-void StoreWriter::do_tasks(std::unique_lock<std::mutex>& guard) {
-    busy_ = true;
-    while (!tasks_.empty()) {
-        std::unique_ptr<Save> save = std::move(tasks_.front().save);
-        const Ticket ticket = tasks_.front().ticket;
-        if (save) tasks_.pop_front();
-        guard.unlock();
+void StoreWriter::do_tasks() {
+    for (;;) {
+        std::unique_ptr<Save> save;
+        Ticket ticket = 0;
+        {
+            const MutexLock guard(mutex_);
+            busy_ = !tasks_.empty();
+            if (!busy_) break;
+            save = std::move(tasks_.front().save);
+            ticket = tasks_.front().ticket;
+            if (save) tasks_.pop_front();
+        }
         if (save) {
             answer({do_save(ticket, *save)});
         } else {
             do_appends();
         }
-        guard.lock();
     }
-    busy_ = false;
-    guard.unlock();
     changed_.notify_all();
-    guard.lock();
 }
 
 void StoreWriter::answer(std::vector<Answer> answers) {
     {
-        const std::lock_guard guard(mutex_);
+        const MutexLock guard(mutex_);
         journal_size_ = end_;
         answers_.insert(answers_.end(), answers.begin(), answers.end());
     }
@@ -171,7 +177,7 @@ void StoreWriter::answer(std::vector<Answer> answers) {
 
 std::vector<StoreWriter::Task> StoreWriter::take_appends() {
     std::vector<Task> taken;
-    const std::lock_guard guard(mutex_);
+    const MutexLock guard(mutex_);
     while (!tasks_.empty() && !tasks_.front().save) {
         taken.push_back(std::move(tasks_.front()));
         tasks_.pop_front();
@@ -288,7 +294,7 @@ void StoreWriter::break_journal(const FileError& error) {
     if (journal_.is_open() && journal_.resize(static_cast<std::int64_t>(end_)).ok())
         static_cast<void>(journal_.flush());
     journal_.close();
-    const std::lock_guard guard(mutex_);
+    const MutexLock guard(mutex_);
     can_append_ = false;
 }
 
@@ -343,7 +349,7 @@ void StoreWriter::trim_journal() {
         break_journal(error);
         return;
     }
-    const std::lock_guard guard(mutex_);
+    const MutexLock guard(mutex_);
     can_append_ = true;
 }
 

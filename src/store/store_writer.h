@@ -6,13 +6,13 @@
 #include <deque>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <span>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "base/mutex.h"
 #include "base/result.h"
 #include "platform/file.h"
 #include "store/database_files.h"
@@ -84,7 +84,7 @@ class StoreWriter {
     };
     Ticket ask(Task task);
     void run();
-    void do_tasks(std::unique_lock<std::mutex>& guard);
+    void do_tasks();
     void do_appends();
     void answer(std::vector<Answer> answers);
     [[nodiscard]] std::vector<Task> take_appends();
@@ -103,15 +103,15 @@ class StoreWriter {
     const std::u16string path_;  ///< of the database
     const std::function<bool()> in_place_;
     std::function<void()> wake_;
-    mutable std::mutex mutex_;
-    mutable std::condition_variable changed_;
-    std::deque<Task> tasks_;  ///< from here to `stopping_`: guarded by mutex_
-    std::vector<Answer> answers_;
-    Ticket last_ticket_ = 0;
-    bool busy_ = false;
-    bool can_append_ = false;
-    std::uint64_t journal_size_ = 0;
-    bool stopping_ = false;
+    mutable Mutex mutex_;
+    mutable std::condition_variable_any changed_;
+    std::deque<Task> tasks_ VANTLOW_GUARDED_BY(mutex_);
+    std::vector<Answer> answers_ VANTLOW_GUARDED_BY(mutex_);
+    Ticket last_ticket_ VANTLOW_GUARDED_BY(mutex_) = 0;
+    bool busy_ VANTLOW_GUARDED_BY(mutex_) = false;
+    bool can_append_ VANTLOW_GUARDED_BY(mutex_) = false;
+    std::uint64_t journal_size_ VANTLOW_GUARDED_BY(mutex_) = 0;
+    bool stopping_ VANTLOW_GUARDED_BY(mutex_) = false;
 
     // Of who writes.
     File journal_;

@@ -6,7 +6,6 @@
 #include <random>
 
 #include "base/safe_name.h"
-#include "base/uri_path.h"
 
 namespace vantlow {
 namespace {

@@ -11,10 +11,10 @@
 #include <utility>
 #include <vector>
 
+#include "base/safe_name.h"
 #include "base/text.h"
 #include "engine/engine.h"
 #include "support/temp_folder.h"
-#include "transfer/job/file_names.h"
 
 namespace vantlow::test {
 

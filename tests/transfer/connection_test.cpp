@@ -17,6 +17,16 @@ SocketAddress address(const char* literal, std::uint16_t port) {
     return *SocketAddress::from_literal(literal, port);
 }
 
+/// A time that stands still until the test moves it.
+class MovedTime : public TimeSource {
+  public:
+    [[nodiscard]] Clock::time_point now() const noexcept override { return now_; }
+    void pass(std::chrono::seconds time) { now_ += time; }
+
+  private:
+    Clock::time_point now_ = Clock::now();
+};
+
 TEST(AddressOrder, FamiliesTakeTurnsFromTheFirstOn) {
     const auto order = alternate_families({address("::1", 1), address("::2", 1), address("127.0.0.1", 1),
                                            address("::3", 1), address("127.0.0.2", 1)});
@@ -63,6 +73,47 @@ TEST(Slots, BoundAndSpaceTheConnectionsToOneServer) {
     const auto begun = Clock::now();
     for (int i = 0; i < 3; ++i) ASSERT_TRUE(slots.acquire("c:80", spaced, stop).ok());
     EXPECT_GE(Clock::now() - begun, milliseconds(119));
+}
+
+TEST(Slots, TheSpaceBetweenConnectionsIsOverOnceItsTimeHasPassed) {
+    MovedTime time;
+    ServerSlots slots(time);
+    StopSource stop;
+    const ServerLimits spaced{0, std::chrono::hours(1)};
+    ASSERT_TRUE(slots.acquire("a:80", spaced, stop).ok());
+    time.pass(std::chrono::hours(1));
+    ASSERT_TRUE(slots.acquire("a:80", spaced, stop).ok());
+    auto early = std::async(std::launch::async, [&] { return slots.acquire("a:80", spaced, stop).ok(); });
+    EXPECT_EQ(early.wait_for(milliseconds(50)), std::future_status::timeout);
+    stop.request();
+    EXPECT_FALSE(early.get());
+}
+
+TEST(Names, AreAskedForAgainAfterAMinuteAndFailuresAtOnce) {
+    MovedTime time;
+    int asked = 0;
+    NameAnswer answer;
+    answer.addresses = {address("127.0.0.1", 80)};
+    Resolver resolver(
+        [&](const std::string&, std::uint16_t) {
+            ++asked;
+            return answer;
+        },
+        time);
+    StopSource stop;
+    const auto resolve = [&] { return resolver.resolve("host.example", 80, stop).ok(); };
+    EXPECT_TRUE(resolve() && resolve());
+    time.pass(std::chrono::seconds(59));
+    EXPECT_TRUE(resolve());
+    EXPECT_EQ(asked, 1);
+    time.pass(std::chrono::seconds(2));
+    EXPECT_TRUE(resolve());
+    EXPECT_EQ(asked, 2);
+    time.pass(std::chrono::seconds(61));
+    answer = {};
+    answer.error = 1;
+    EXPECT_FALSE(resolve() || resolve());
+    EXPECT_EQ(asked, 4) << "nobody knows what the next question would bring";
 }
 
 TEST(Slots, GiveAPlaceToThoseWhoHaveNoneFirst) {
@@ -113,7 +164,8 @@ TEST(Reuse, KeepsWholeConversationsOnly) {
             exchange.answer(200, "OK", "abc");
         }
     });
-    ConnectionServices services;
+    MovedTime time;
+    ConnectionServices services(nullptr, time);
     RecordingLog log;
     StopSource stop;
     ConnectPlan plan = plan_for(server);
@@ -137,6 +189,8 @@ TEST(Reuse, KeepsWholeConversationsOnly) {
     EXPECT_TRUE(talk("/speaks", head));
     std::this_thread::sleep_for(milliseconds(30));
     EXPECT_FALSE(talk("/d", head)) << "a connection that spoke unasked was used again";
+    time.pass(std::chrono::seconds(16));
+    EXPECT_FALSE(talk("/e", head)) << "a connection that was idle for long was used again";
 }
 
 TEST(Reuse, AKeptConnectionMakesRoomForOneThatWaits) {

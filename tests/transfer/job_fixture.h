@@ -13,6 +13,7 @@
 #include <string_view>
 #include <thread>
 
+#include "base/safe_name.h"
 #include "base/string_table.h"
 #include "base/text.h"
 #include "platform/file.h"
@@ -24,7 +25,6 @@
 #include "support/file_server.h"
 #include "support/recording_log.h"
 #include "support/temp_folder.h"
-#include "transfer/job/file_names.h"
 #include "transfer/job/main_thread.h"
 #include "transfer/job/resume_state.h"
 

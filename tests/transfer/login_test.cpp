@@ -3,7 +3,7 @@
 
 #include "base/codes.h"
 #include "support/recording_log.h"
-#include "transfer/http/login.h"
+#include "transfer/http/auth_scheme.h"
 #include "transfer/job_fixture.h"
 
 namespace vantlow::test {

@@ -3,9 +3,9 @@
 
 #include <set>
 
+#include "base/safe_name.h"
 #include "base/text.h"
 #include "transfer/http/content_name.h"
-#include "transfer/job/file_names.h"
 
 namespace vantlow {
 namespace {

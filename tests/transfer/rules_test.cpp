@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "transfer/job/mirror_rule.h"
+#include "transfer/job/mirrors.h"
 #include "transfer/job/origins.h"
 #include "transfer/job/retry_rule.h"
 #include "transfer/job/version_rule.h"

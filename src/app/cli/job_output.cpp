@@ -73,14 +73,14 @@ void JobOutput::write_line(Stream stream, const std::string& text) {
 void JobOutput::log_line(std::size_t number, const CLogNode& line) {
     const std::string text = "[" + std::to_string(number + 1) + "] " + std::string(log_mark(line.direction)) +
                              plain_line(line.text);
-    const std::lock_guard guard(mutex_);
+    const MutexLock guard(mutex_);
     log_lines_.push_back(text);
 }
 
 void JobOutput::flush_log() {
     std::vector<std::string> lines;
     {
-        const std::lock_guard guard(mutex_);
+        const MutexLock guard(mutex_);
         lines.swap(log_lines_);
     }
     std::string text;

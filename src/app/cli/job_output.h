@@ -4,13 +4,13 @@
 
 #include <atomic>
 #include <map>
-#include <mutex>
 #include <set>
 #include <string>
 #include <vector>
 
 #include "app/cli/command.h"
 #include "app/terminal/progress_view.h"
+#include "base/mutex.h"
 #include "engine/engine.h"
 #include "platform/console.h"
 #include "platform/socket.h"
@@ -74,8 +74,8 @@ class JobOutput {
     Totals totals_;
     Clock::time_point drawn_{};
     std::atomic<bool> asking_{false};
-    std::mutex mutex_;
-    std::vector<std::string> log_lines_;  ///< guarded by mutex_
+    Mutex mutex_;
+    std::vector<std::string> log_lines_ VANTLOW_GUARDED_BY(mutex_);
 };
 
 }  // namespace vantlow

@@ -40,7 +40,7 @@ void TerminalClient::logged(const std::vector<LogLine>& lines) {
 void TerminalClient::asked(const std::vector<Question>& open) {
     bool begins = false;
     {
-        const std::lock_guard guard(mutex_);
+        const MutexLock guard(mutex_);
         for (const Question& question : open) {
             const bool is_asked_here =
                 question.kind == QuestionKind::host_key || question.kind == QuestionKind::which_files;
@@ -61,7 +61,7 @@ void TerminalClient::ask_at_terminal() {
     while (true) {
         Question question;
         {
-            const std::lock_guard guard(mutex_);
+            const MutexLock guard(mutex_);
             asking_ = !to_ask_.empty() && !asking_stop_.requested();
             if (!asking_) return;
             question = std::move(to_ask_.front());

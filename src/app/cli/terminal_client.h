@@ -4,10 +4,10 @@
 
 #include <atomic>
 #include <deque>
-#include <mutex>
 
 #include "app/cli/engine_texts.h"
 #include "app/cli/job_output.h"
+#include "base/mutex.h"
 #include "engine/engine.h"
 #include "platform/thread.h"
 
@@ -60,11 +60,11 @@ class TerminalClient : public EngineVoice {
 
     ThreadPool& threads_;
     StopSource asking_stop_;
-    std::mutex mutex_;
-    std::deque<Question> to_ask_;      ///< guarded by mutex_, like the one below
-    bool asking_ = false;              ///< the thread that asks runs
-    std::uint64_t last_question_ = 0;  ///< the last one that was taken up
-    ThreadPool::Running asker_;        ///< last
+    Mutex mutex_;
+    std::deque<Question> to_ask_ VANTLOW_GUARDED_BY(mutex_);
+    bool asking_ VANTLOW_GUARDED_BY(mutex_) = false;              ///< the thread that asks runs
+    std::uint64_t last_question_ VANTLOW_GUARDED_BY(mutex_) = 0;  ///< the last one that was taken up
+    ThreadPool::Running asker_;                                   ///< last
 };
 
 }  // namespace vantlow

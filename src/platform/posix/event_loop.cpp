@@ -10,10 +10,10 @@
 #include <cstdint>
 #include <deque>
 #include <map>
-#include <mutex>
 #include <thread>
 #include <vector>
 
+#include "base/mutex.h"
 #include "base/text.h"
 #include "platform/fault_hook.h"
 #include "platform/local_text.h"
@@ -66,7 +66,7 @@ class SocketLoop final : public EventLoop {
         Clock::time_point next;
     };
     struct Turn {
-        std::string answer;  // these two: guarded by mutex_
+        std::string answer;  // these two: guarded by the mutex_ of the frame
         bool ended = false;
     };
     void end_turn(Turn& turn, std::string answer);
@@ -80,11 +80,11 @@ class SocketLoop final : public EventLoop {
     std::string path_;
     Descriptor listener_;
     StopSource stop_;
-    std::mutex mutex_;
-    std::condition_variable changed_;
-    std::deque<std::function<void()>> work_;  // these three: guarded by mutex_
-    bool quitting_ = false;
-    bool closed_ = false;
+    Mutex mutex_;
+    std::condition_variable_any changed_;
+    std::deque<std::function<void()>> work_ VANTLOW_GUARDED_BY(mutex_);
+    bool quitting_ VANTLOW_GUARDED_BY(mutex_) = false;
+    bool closed_ VANTLOW_GUARDED_BY(mutex_) = false;
     std::map<int, Timer> timers_;  // the loop's thread, like the next one
     std::shared_ptr<SocketLoop*> here_ = std::make_shared<SocketLoop*>(this);  // what late answers look for
     std::vector<std::thread> threads_;
@@ -93,7 +93,7 @@ class SocketLoop final : public EventLoop {
 SocketLoop::~SocketLoop() {
     here_.reset();
     {
-        const std::lock_guard guard(mutex_);
+        const MutexLock guard(mutex_);
         closed_ = true;
         work_.clear();
     }
@@ -137,7 +137,7 @@ void SocketLoop::set_timer(int id, std::chrono::milliseconds period) {
 
 void SocketLoop::post(std::function<void()> work) {
     {
-        const std::lock_guard guard(mutex_);
+        const MutexLock guard(mutex_);
         if (closed_) return;
         work_.push_back(std::move(work));
     }
@@ -146,7 +146,7 @@ void SocketLoop::post(std::function<void()> work) {
 
 void SocketLoop::quit() noexcept {
     {
-        const std::lock_guard guard(mutex_);
+        const MutexLock guard(mutex_);
         quitting_ = true;
     }
     changed_.notify_all();
@@ -172,8 +172,9 @@ void SocketLoop::run() {
     for (;;) {
         std::function<void()> work;
         {
-            std::unique_lock guard(mutex_);
-            changed_.wait_until(guard, next_timer(), [this] { return quitting_ || !work_.empty(); });
+            MutexLock guard(mutex_);
+            changed_.wait_until(guard, next_timer(),
+                                [this]() VANTLOW_REQUIRES(mutex_) { return quitting_ || !work_.empty(); });
             if (quitting_) break;
             if (!work_.empty()) {
                 work = std::move(work_.front());
@@ -183,13 +184,13 @@ void SocketLoop::run() {
         if (work) work();
         if (const auto timer = due_timer(); timer && events_.on_timer) events_.on_timer(*timer);
     }
-    const std::lock_guard guard(mutex_);
+    const MutexLock guard(mutex_);
     quitting_ = false;
 }
 
 void SocketLoop::end_turn(Turn& turn, std::string answer) {
     {
-        const std::lock_guard guard(mutex_);
+        const MutexLock guard(mutex_);
         turn.answer = std::move(answer);
         turn.ended = true;
     }
@@ -204,8 +205,8 @@ bool SocketLoop::run_in_turn(const std::function<void(const Events::Reply&)>& wo
             if (const auto loop = here.lock()) (*loop)->end_turn(*turn, std::move(text));
         });
     });
-    std::unique_lock guard(mutex_);
-    changed_.wait(guard, [&] { return closed_ || turn->ended; });
+    MutexLock guard(mutex_);
+    changed_.wait(guard, [&]() VANTLOW_REQUIRES(mutex_) { return closed_ || turn->ended; });
     answer = std::move(turn->answer);
     return turn->ended;
 }

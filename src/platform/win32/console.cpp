@@ -1,8 +1,8 @@
 #include "platform/console.h"
 
 #include <algorithm>
-#include <mutex>
 
+#include "base/mutex.h"
 #include "base/text.h"
 #include "platform/win32/native.h"
 
@@ -134,14 +134,14 @@ struct InterruptWatch::State {
 
     // The watch that hears of events. The mutex lets in one event after the other, and none after the watch's
     // end.
-    static inline State* current = nullptr;  // guarded by mutex
-    static inline std::mutex mutex;
+    static inline Mutex mutex;
+    static inline State* current VANTLOW_GUARDED_BY(mutex) = nullptr;
 };
 
 // The system calls this in a thread of its own for each event.
 BOOL WINAPI InterruptWatch::State::on_event(DWORD kind) {
     {
-        const std::lock_guard guard(mutex);
+        const MutexLock guard(mutex);
         if (current == nullptr) return FALSE;
         current->handler(current->context, ++current->count);
     }
@@ -154,7 +154,7 @@ BOOL WINAPI InterruptWatch::State::on_event(DWORD kind) {
 InterruptWatch::InterruptWatch(Handler handler, void* context, HangUp /*hang_up*/)
     : state_(new State{handler, context, 0}) {
     {
-        const std::lock_guard guard(State::mutex);
+        const MutexLock guard(State::mutex);
         State::current = state_;
     }
     SetConsoleCtrlHandler(&State::on_event, TRUE);
@@ -162,7 +162,7 @@ InterruptWatch::InterruptWatch(Handler handler, void* context, HangUp /*hang_up*
 
 InterruptWatch::~InterruptWatch() {
     SetConsoleCtrlHandler(&State::on_event, FALSE);
-    const std::lock_guard guard(State::mutex);
+    const MutexLock guard(State::mutex);
     State::current = nullptr;
     delete state_;
 }

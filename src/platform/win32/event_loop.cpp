@@ -4,9 +4,9 @@
 #include <deque>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <utility>
 
+#include "base/mutex.h"
 #include "base/text.h"
 #include "platform/fault_hook.h"
 #include "platform/local_text.h"
@@ -100,9 +100,9 @@ class WindowLoop final : public EventLoop {
     Events events_;
     HWND window_ = nullptr;
     std::shared_ptr<HWND> here_ = std::make_shared<HWND>();  // what late answers look for
-    std::mutex mutex_;
-    std::deque<std::function<void()>> work_;  // these two: guarded by mutex_
-    bool quitting_ = false;
+    Mutex mutex_;
+    std::deque<std::function<void()>> work_ VANTLOW_GUARDED_BY(mutex_);
+    bool quitting_ VANTLOW_GUARDED_BY(mutex_) = false;
 };
 
 WindowLoop::~WindowLoop() {
@@ -133,7 +133,7 @@ bool WindowLoop::make(Role role, std::string& error) {
 
 void WindowLoop::post(std::function<void()> work) {
     {
-        const std::lock_guard guard(mutex_);
+        const MutexLock guard(mutex_);
         work_.push_back(std::move(work));
     }
     PostMessageW(window_, wm_work, 0, 0);
@@ -141,7 +141,7 @@ void WindowLoop::post(std::function<void()> work) {
 
 void WindowLoop::quit() noexcept {
     {
-        const std::lock_guard guard(mutex_);
+        const MutexLock guard(mutex_);
         quitting_ = true;
     }
     PostMessageW(window_, wm_work, 0, 0);
@@ -152,7 +152,7 @@ void WindowLoop::do_work() {
     for (;;) {
         std::function<void()> work;
         {
-            const std::lock_guard guard(mutex_);
+            const MutexLock guard(mutex_);
             if (work_.empty() || quitting_) return;
             work = std::move(work_.front());
             work_.pop_front();
@@ -166,7 +166,7 @@ void WindowLoop::run() {
     for (;;) {
         do_work();
         {
-            const std::lock_guard guard(mutex_);
+            const MutexLock guard(mutex_);
             if (std::exchange(quitting_, false)) return;
         }
         if (GetMessageW(&message, nullptr, 0, 0) <= 0) return;

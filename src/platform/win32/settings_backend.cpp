@@ -1,10 +1,10 @@
 #include "platform/settings_backend.h"
 
 #include <cstring>
-#include <mutex>
 #include <utility>
 #include <vector>
 
+#include "base/mutex.h"
 #include "base/text.h"
 #include "platform/fault_hook.h"
 #include "platform/win32/native.h"
@@ -137,8 +137,8 @@ class RegistrySettings final : public SettingsBackend {
     [[nodiscard]] bool is_readable() const override;
 
   private:
-    std::mutex mutex_;  // guards what follows, and lets one change after the other in
-    Stamps stamps_ = take_stamps();
+    Mutex mutex_;  // also lets one change after the other in
+    Stamps stamps_ VANTLOW_GUARDED_BY(mutex_) = take_stamps();
 };
 
 std::optional<std::u16string> RegistrySettings::read(std::u16string_view section, std::u16string_view key) {
@@ -151,7 +151,7 @@ std::optional<std::u16string> RegistrySettings::read(std::u16string_view section
 FileError RegistrySettings::write(std::u16string_view section, std::u16string_view key,
                                   std::u16string_view value) {
     if (!can_be_section(section) || !can_be_key(key)) return file_error(ERROR_INVALID_NAME);
-    const std::lock_guard own(mutex_);
+    const MutexLock own(mutex_);
     LSTATUS error = ERROR_SUCCESS;
     const RegistryKey opened(section_path(section), KEY_SET_VALUE, true, error);
     if (error != ERROR_SUCCESS) return file_error(static_cast<DWORD>(error));
@@ -167,7 +167,7 @@ FileError RegistrySettings::write(std::u16string_view section, std::u16string_vi
 
 FileError RegistrySettings::erase(std::u16string_view section, std::u16string_view key) {
     if (!can_be_section(section) || !can_be_key(key)) return {};
-    const std::lock_guard own(mutex_);
+    const MutexLock own(mutex_);
     LSTATUS error = ERROR_SUCCESS;
     const RegistryKey opened(section_path(section), KEY_SET_VALUE, false, error);
     if (error == ERROR_SUCCESS) error = ask_hook(Operation::write_setting, key);
@@ -177,7 +177,7 @@ FileError RegistrySettings::erase(std::u16string_view section, std::u16string_vi
 }
 
 SettingsBackend::Values RegistrySettings::all() {
-    const std::lock_guard own(mutex_);
+    const MutexLock own(mutex_);
     Values values;
     for (const auto& [section, changed] : take_stamps()) {
         LSTATUS error = ERROR_SUCCESS;
@@ -191,7 +191,7 @@ SettingsBackend::Values RegistrySettings::all() {
 }
 
 bool RegistrySettings::refresh() {
-    const std::lock_guard own(mutex_);
+    const MutexLock own(mutex_);
     Stamps now = take_stamps();
     if (now == stamps_) return false;
     stamps_ = std::move(now);

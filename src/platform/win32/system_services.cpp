@@ -4,9 +4,9 @@
 #include <atomic>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <vector>
 
+#include "base/mutex.h"
 #include "base/text.h"
 #include "platform/fault_hook.h"
 #include "platform/win32/native.h"
@@ -31,7 +31,7 @@ constexpr DWORD still_dialling = 0xFFFFFFFF;
 
 // The outcome of the one dialling that is under way; the system reports it on a thread of its own.
 std::atomic<DWORD> outcome{still_dialling};
-std::mutex dialling;
+Mutex dialling;
 
 DWORD WINAPI on_state(ULONG_PTR, DWORD, HRASCONN, UINT, RASCONNSTATE state, DWORD error, DWORD) {
     if (error != 0) outcome = error;
@@ -107,7 +107,7 @@ Result dial_up(const DialUpOperations& operations, const DialUpPlan& plan, const
                LogSink& log) {
     const auto dial = as<Dial>(operations.dial);
     if (dial == nullptr) return {Code::unsupported, "\"rasapi32.dll\" not found?"};
-    const std::lock_guard guard(dialling);
+    const MutexLock guard(dialling);
     if (stands(operations, plan.entry)) return {};
     auto params = std::make_unique<RASDIALPARAMSW>();
     *params = {};

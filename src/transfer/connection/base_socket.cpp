@@ -57,7 +57,7 @@ void CBaseSocket::use(std::unique_ptr<CReuseNode> node) {
 }
 
 void CBaseSocket::begin_pacing() {
-    paced_.emplace(node_->top());
+    paced_.emplace(node_->top(), services_.time);
     paced_->attach(share_, &stop_);
 }
 
@@ -119,7 +119,7 @@ Result CBaseSocket::open(const ConnectPlan& plan) {
     const auto login = plan.proxy.make_login ? plan.proxy.make_login() : nullptr;
     for (int attempt = 1;; ++attempt) {
         Result result = connect_new(plan, login.get());
-        // The proxy ended the connection with its refusal, and there is an answer to that.
+        // The proxy ended the connection with its refusal, and the login has an answer to that.
         if (!std::exchange(tunnel_again_, false) || attempt == most_tunnel_attempts) return result;
     }
 }

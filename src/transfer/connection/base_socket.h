@@ -1,4 +1,5 @@
-// One connection to one server: resolve, connect, tunnel, then bytes.
+// One connection to one server: resolve, connect, tunnel, then bytes; and the plan of a file to be fetched,
+// as far as it is the same for all protocols.
 #pragma once
 
 #include <any>
@@ -7,6 +8,7 @@
 #include <string>
 
 #include "base/log.h"
+#include "runtime/tables.h"
 #include "transfer/connection/connection_sets.h"
 #include "transfer/connection/keepsakes.h"
 #include "transfer/connection/pacer.h"
@@ -18,11 +20,14 @@
 
 namespace vantlow {
 
-/// What all connections of the program share. Outlives every connection.
+/// The services that all connections of the program share. Outlives every connection.
 struct ConnectionServices {
-    /// Without the TLS library (null) secured connections are refused. It outlives the object.
-    explicit ConnectionServices(const SecurTable* tls_library = nullptr) : tls(tls_library) {}
+    /// Without the TLS library (null) secured connections are refused. Both outlive the object.
+    explicit ConnectionServices(const SecurTable* tls_library = nullptr,
+                                const TimeSource& time_source = system_time)
+        : time(time_source), resolver(resolve_name, time), slots(time), tls(tls_library), reuse(time) {}
 
+    const TimeSource& time;
     Resolver resolver;
     ConnectionSets sets;
     ServerSlots slots;
@@ -43,6 +48,29 @@ struct ConnectPlan {
     bool may_reuse = true;       ///< a connection kept from an earlier request will do
     bool want_connect = false;   ///< a proxy of kind 10 is asked for a tunnel too: for all but HTTP requests
     std::string owner;           ///< whose connection a kept one must be; see HttpLogin::owner()
+};
+
+/// The part of a plan that is the same for all protocols.
+struct FetchPlan {
+    std::u16string address;  ///< where to go
+    std::u16string origin;   ///< whose server the credentials below are for; empty: that of `address`
+    std::u16string user;
+    std::u16string password;
+    bool utf8 = true;  ///< how a path's letters beyond ASCII are written: UTF-8, or the ANSI code page
+    ProxyPlan proxy;   ///< for `address`
+    TlsPlan trust;     ///< for addresses that are secured
+    std::chrono::milliseconds timeout{60000};
+    ServerLimits limits;
+    std::size_t receive_buffer = 64 * 1024;  ///< bytes, where a decoder stands between connection and file
+};
+
+/// All of it outlives what is made with it.
+struct ConnectionContext {
+    ConnectionServices& services;
+    const LibraryTables& libraries;
+    LogSink& log;
+    const StopSource& stop;
+    SpeedShare* share = nullptr;
 };
 
 /// The base of the objects that talk over TCP. Belongs to the one thread that made it.
@@ -86,7 +114,7 @@ class CBaseSocket {
 
     /// Takes over a connection that the other side opened. `timeout` is that of each send.
     void adopt(TcpSocket socket, std::chrono::milliseconds timeout);
-    /// What a protocol wants to be remembered while the connection is open, also when it is kept for reuse;
+    /// A protocol's notes, remembered while the connection is open, also when it is kept for reuse;
     /// empty at first.
     [[nodiscard]] std::any& notes() noexcept { return node_->notes; }
     /// This end and the other end (a proxy, where one stands between); none without a connection.

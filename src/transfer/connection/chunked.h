@@ -7,6 +7,7 @@
 
 namespace vantlow {
 
+/// The outcome of one call of the decoder.
 struct ChunkStep {
     enum class State {
         more,  ///< all of the input was taken, or the room is full

@@ -14,7 +14,7 @@ namespace {
 
 constexpr std::size_t longest_answer = 64 * 1024;
 constexpr std::size_t status_at = 9;  // behind "HTTP/1.1 "
-// What a refusal says behind its first line is worth waiting for when there is another login to try.
+// The lines of a refusal behind the first are worth waiting for when there is another login to try.
 constexpr std::chrono::milliseconds longest_wait_for_challenge{2000};
 constexpr int most_rounds = 6;
 
@@ -40,7 +40,7 @@ Outcome<bool> AnswerReader::next(std::string& line, Clock::time_point until) {
     for (;;) {
         std::byte byte{};
         if (Result result = wire_.receive({&byte, 1}, until); !result.ok()) return result;
-        if (++total_ > longest_answer) return Result(Code::proxy_refused, "The proxy's answer has no end.");
+        if (++total_ > longest_answer) return Result(Code::proxy_refused, "The proxy's answer does not end.");
         const char c = std::to_integer<char>(byte);
         if (c != '\n') {
             stored_ += c;
@@ -134,7 +134,7 @@ Result Connecting::send_request() {
     return wire_.send(std::as_bytes(std::span(request)));
 }
 
-// False where the end of the body is not known or not worth waiting for.
+// Reads the body of a refusal; false where its end is not known or not worth waiting for.
 bool Connecting::skip_body(const Refusal& refusal) {
     const auto until = from_now(longest_wait_for_challenge);
     if (refusal.chunked) return skip_chunks(until);
@@ -149,7 +149,7 @@ bool Connecting::skip_body(const Refusal& refusal) {
     return true;
 }
 
-// A byte at a time, so that what follows the last chunk stays where it is.
+// The body is read a byte at a time, so that the bytes behind its last chunk stay where they are.
 bool Connecting::skip_chunks(Clock::time_point until) {
     ChunkedDecoder decoder;
     std::array<std::byte, 1> bin{};
@@ -162,7 +162,8 @@ bool Connecting::skip_chunks(Clock::time_point until) {
     return false;
 }
 
-// Success when the login has another answer; `kept` tells whether for this connection.
+// Looks at a refusal. Success means that the login has another answer; `kept` tells whether for this
+// connection.
 Result Connecting::refused(const std::string& line, AnswerReader& answer, bool& kept) {
     Result failure{Code::proxy_refused, "The proxy refused the connection: " + line.substr(0, 200)};
     failure.about_credentials = status_of(line) == 407;
@@ -187,7 +188,7 @@ Result Connecting::run(bool& again) {
         Result sent = send_request();
         auto more = sent.ok() ? answer.next(line, wire_.time_out()) : Outcome<bool>(sent);
         if (!more.ok()) {
-            // Closed behind the refusal, without a word about it: a new connection does.
+            // The proxy closed the connection behind its refusal, without a word about it: a new one will do.
             again = round > 0 && answer.is_silent() && more.failure().code == Code::transient;
             return more.failure();
         }

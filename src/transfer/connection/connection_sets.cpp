@@ -1,22 +1,21 @@
 #include "transfer/connection/connection_sets.h"
 
 #include <algorithm>
-#include <mutex>
 
 namespace vantlow {
 
 void CConnectionSet::add(CConnectionNode& node) {
-    const std::lock_guard guard(lock_);
+    const MutexLock guard(lock_);
     nodes_.push_back(&node);
 }
 
 void CConnectionSet::remove(CConnectionNode& node) noexcept {
-    const std::lock_guard guard(lock_);
+    const MutexLock guard(lock_);
     nodes_.erase(std::remove(nodes_.begin(), nodes_.end(), &node), nodes_.end());
 }
 
 int CConnectionSet::count_active() {
-    const std::lock_guard guard(lock_);
+    const MutexLock guard(lock_);
     int count = 0;
     for (const CConnectionNode* node : nodes_) {
         if (node->active.load(std::memory_order_relaxed))

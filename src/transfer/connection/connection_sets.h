@@ -31,7 +31,7 @@ class CConnectionSet {
 
   private:
     BusyLock lock_;
-    std::vector<CConnectionNode*> nodes_;
+    std::vector<CConnectionNode*> nodes_ VANTLOW_GUARDED_BY(lock_);
 };
 
 /// All sets. Each set's lock is taken in turn and given back before the next one's: two are never held at

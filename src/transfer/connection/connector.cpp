@@ -60,7 +60,7 @@ void Race::start_next() {
     }
 }
 
-// The winner among the ready ones; the losers are closed.
+// Picks the winner among the ready ones; the losers are closed.
 std::optional<TcpSocket> Race::collect(std::span<SocketWait> waits) {
     std::vector<TcpSocket> still;
     std::optional<TcpSocket> winner;

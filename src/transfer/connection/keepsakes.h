@@ -1,10 +1,11 @@
-// What protocols keep for all connections of the program, without this folder knowing what it is.
+// Things that protocols keep for all connections of the program, without this folder knowing what they are.
 #pragma once
 
 #include <map>
 #include <memory>
-#include <mutex>
 #include <typeindex>
+
+#include "base/mutex.h"
 
 namespace vantlow {
 
@@ -23,15 +24,15 @@ class Keepsakes {
   public:
     template <class T>
     T& of() {
-        const std::lock_guard guard(mutex_);
+        const MutexLock guard(mutex_);
         std::unique_ptr<Keepsake>& kept = kept_[typeid(T)];
         if (!kept) kept = std::make_unique<T>();
         return static_cast<T&>(*kept);
     }
 
   private:
-    std::mutex mutex_;
-    std::map<std::type_index, std::unique_ptr<Keepsake>> kept_;  ///< guarded by mutex_
+    Mutex mutex_;
+    std::map<std::type_index, std::unique_ptr<Keepsake>> kept_ VANTLOW_GUARDED_BY(mutex_);
 };
 
 }  // namespace vantlow

@@ -5,7 +5,8 @@
 namespace vantlow {
 namespace {
 
-// What may be saved up: long enough that a late thread loses nothing, short enough that no burst is felt.
+// So much time may be saved up: long enough that a late thread loses nothing, short enough that no burst is
+// felt.
 constexpr double burst_seconds = 0.25;
 // Reads are not cut finer than this many a second, or a small share would be eaten by system calls.
 constexpr double reads_per_second = 20;
@@ -33,10 +34,10 @@ Moved PacedStream::read(std::span<std::byte> into, Clock::time_point until) {
         const std::int64_t rate = share_ != nullptr ? share_->bytes_per_second() : -1;
         if (rate <= 0) {
             const Moved moved = below_.read(into, until);
-            if (share_ != nullptr) pacer_.idle(Clock::now());
+            if (share_ != nullptr) pacer_.idle(time_.now());
             return moved;
         }
-        const Pacer::Grant grant = pacer_.grant(into.size(), rate, Clock::now());
+        const Pacer::Grant grant = pacer_.grant(into.size(), rate, time_.now());
         if (grant.bytes > 0) {
             const Moved moved = below_.read(into.first(grant.bytes), until);
             if (moved.state == Moved::State::data) pacer_.spend(moved.bytes);

@@ -47,7 +47,9 @@ class Pacer {
 /// The stage that keeps to a share: it reads less at once and pauses between reads.
 class PacedStream : public ByteStream {
   public:
-    explicit PacedStream(ByteStream& below) : below_(below), pacer_(Clock::now()) {}
+    /// Both outlive the stage.
+    explicit PacedStream(ByteStream& below, const TimeSource& time = system_time)
+        : below_(below), time_(time), pacer_(time.now()) {}
 
     /// Null share: no limit. The stop ends pauses.
     void attach(SpeedShare* share, const StopSource* stop) noexcept {
@@ -61,6 +63,7 @@ class PacedStream : public ByteStream {
 
   private:
     ByteStream& below_;
+    const TimeSource& time_;
     Pacer pacer_;
     SpeedShare* share_ = nullptr;
     const StopSource* stop_ = nullptr;

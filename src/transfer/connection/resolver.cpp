@@ -14,7 +14,7 @@ constexpr std::chrono::seconds answer_life{60};
 
 Resolver::~Resolver() {
     {
-        const std::lock_guard guard(mutex_);
+        const MutexLock guard(mutex_);
         closing_ = true;
     }
     changed_.notify_all();
@@ -22,16 +22,15 @@ Resolver::~Resolver() {
 }
 
 bool Resolver::settle(std::chrono::milliseconds at_most) {
-    std::unique_lock guard(mutex_);
+    MutexLock guard(mutex_);
     closing_ = true;
     waiting_.clear();
     changed_.notify_all();
-    return changed_.wait_for(guard, at_most, [this] { return busy_ == 0; });
+    return changed_.wait_for(guard, at_most, [this]() VANTLOW_REQUIRES(mutex_) { return busy_ == 0; });
 }
 
-// Called with the mutex held.
 std::shared_ptr<Resolver::Question> Resolver::ask(const Key& key) {
-    const auto now = Clock::now();
+    const auto now = time_.now();
     const auto known = questions_.find(key);
     if (known != questions_.end()) {
         const Question& old = *known->second;
@@ -59,9 +58,9 @@ std::shared_ptr<Resolver::Question> Resolver::ask(const Key& key) {
 }
 
 void Resolver::work() {
-    std::unique_lock guard(mutex_);
+    MutexLock guard(mutex_);
     for (;;) {
-        changed_.wait(guard, [this] { return closing_ || !waiting_.empty(); });
+        changed_.wait(guard, [this]() VANTLOW_REQUIRES(mutex_) { return closing_ || !waiting_.empty(); });
         if (closing_) return;
         const Key key = waiting_.front();
         waiting_.pop_front();
@@ -72,7 +71,7 @@ void Resolver::work() {
         guard.lock();
         --busy_;
         question->answer = std::move(answer);
-        question->time = Clock::now();
+        question->time = time_.now();
         question->answered = true;
         changed_.notify_all();
     }
@@ -81,11 +80,12 @@ void Resolver::work() {
 Outcome<std::vector<SocketAddress>> Resolver::resolve(const std::string& host, std::uint16_t port,
                                                       const StopSource& stop) {
     if (const auto literal = SocketAddress::from_literal(host, port)) return std::vector{*literal};
-    std::unique_lock guard(mutex_);
+    MutexLock guard(mutex_);
     if (closing_) return Code::stopped;
     const std::shared_ptr<Question> question = ask({host, port});
     changed_.notify_all();
-    const bool done = changed_.wait(guard, stop.token(), [&] { return question->answered || closing_; });
+    const bool done = changed_.wait(
+        guard, stop.token(), [&]() VANTLOW_REQUIRES(mutex_) { return question->answered || closing_; });
     if (stop.requested()) return stop.reason();
     if (!done || !question->answered) return Code::stopped;
     const NameAnswer& answer = question->answer;

@@ -6,11 +6,11 @@
 #include <functional>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "base/mutex.h"
 #include "platform/socket.h"
 
 namespace vantlow {
@@ -21,7 +21,8 @@ class Resolver {
   public:
     using Lookup = std::function<NameAnswer(const std::string& host, std::uint16_t port)>;
 
-    explicit Resolver(Lookup lookup = resolve_name) : lookup_(std::move(lookup)) {}
+    explicit Resolver(Lookup lookup = resolve_name, const TimeSource& time = system_time)
+        : lookup_(std::move(lookup)), time_(time) {}
     /// Waits for lookups that are under way: call settle() first where that must not take long.
     ~Resolver();
     Resolver(const Resolver&) = delete;
@@ -43,18 +44,18 @@ class Resolver {
     };
     using Key = std::pair<std::string, std::uint16_t>;
 
-    std::shared_ptr<Question> ask(const Key& key);
+    std::shared_ptr<Question> ask(const Key& key) VANTLOW_REQUIRES(mutex_);
     void work();
 
     Lookup lookup_;
-    std::mutex mutex_;
+    const TimeSource& time_;
+    Mutex mutex_;
     std::condition_variable_any changed_;
-    // All guarded by mutex_.
-    std::map<Key, std::shared_ptr<Question>> questions_;
-    std::deque<Key> waiting_;
-    std::size_t busy_ = 0;
-    bool closing_ = false;
-    std::vector<std::thread> threads_;
+    std::map<Key, std::shared_ptr<Question>> questions_ VANTLOW_GUARDED_BY(mutex_);  ///< their content too
+    std::deque<Key> waiting_ VANTLOW_GUARDED_BY(mutex_);
+    std::size_t busy_ VANTLOW_GUARDED_BY(mutex_) = 0;
+    bool closing_ VANTLOW_GUARDED_BY(mutex_) = false;
+    std::vector<std::thread> threads_ VANTLOW_GUARDED_BY(mutex_);
 };
 
 }  // namespace vantlow

@@ -13,7 +13,7 @@ constexpr std::chrono::seconds longest_idle{15};
 }  // namespace
 
 std::unique_ptr<CReuseNode> ReusePool::take(const std::string& key, const StopSource& stop) {
-    // Looked at one after another, without the lock: the dead ones are closed on the way.
+    // The candidates are looked at one after another, without the lock: dead ones are closed on the way.
     while (std::unique_ptr<CReuseNode> node = take_newest(key)) {
         node->attach(&stop, nullptr);
         if (node->is_quiet()) return node;
@@ -23,8 +23,8 @@ std::unique_ptr<CReuseNode> ReusePool::take(const std::string& key, const StopSo
 
 std::unique_ptr<CReuseNode> ReusePool::take_newest(const std::string& key) {
     std::list<std::unique_ptr<CReuseNode>> stale;  // closed after the lock is given back
-    const std::lock_guard guard(mutex_);
-    const auto oldest = Clock::now() - longest_idle;
+    const MutexLock guard(mutex_);
+    const auto oldest = time_.now() - longest_idle;
     const auto fresh =
         std::find_if(idle_.begin(), idle_.end(), [&](const auto& node) { return node->since >= oldest; });
     stale.splice(stale.end(), idle_, idle_.begin(), fresh);
@@ -37,10 +37,10 @@ std::unique_ptr<CReuseNode> ReusePool::take_newest(const std::string& key) {
 }
 
 void ReusePool::keep(std::unique_ptr<CReuseNode> node) {
-    node->since = Clock::now();
+    node->since = time_.now();
     node->attach(nullptr, nullptr);
     std::unique_ptr<CReuseNode> surplus;
-    const std::lock_guard guard(mutex_);
+    const MutexLock guard(mutex_);
     idle_.push_back(std::move(node));
     if (idle_.size() > most_idle) {
         surplus = std::move(idle_.front());
@@ -50,7 +50,7 @@ void ReusePool::keep(std::unique_ptr<CReuseNode> node) {
 
 bool ReusePool::drop_one(const std::string& server) {
     std::unique_ptr<CReuseNode> dropped;
-    const std::lock_guard guard(mutex_);
+    const MutexLock guard(mutex_);
     const auto at =
         std::find_if(idle_.begin(), idle_.end(), [&](const auto& node) { return node->server == server; });
     if (at == idle_.end()) return false;
@@ -61,7 +61,7 @@ bool ReusePool::drop_one(const std::string& server) {
 
 void ReusePool::clear() {
     std::list<std::unique_ptr<CReuseNode>> all;
-    const std::lock_guard guard(mutex_);
+    const MutexLock guard(mutex_);
     all.swap(idle_);
 }
 

@@ -4,9 +4,9 @@
 #include <any>
 #include <list>
 #include <memory>
-#include <mutex>
 #include <string>
 
+#include "base/mutex.h"
 #include "transfer/connection/server_slots.h"
 #include "transfer/connection/socket_stream.h"
 #include "transfer/connection/tls.h"
@@ -43,6 +43,9 @@ class CReuseNode {
 /// The kept connections, bounded in number and age. Any thread may call.
 class ReusePool {
   public:
+    /// `time` outlives the object.
+    explicit ReusePool(const TimeSource& time = system_time) : time_(time) {}
+
     /// The newest connection of that key that the server has neither closed nor spoken on; null when none is
     /// left. Its waits end on that stop.
     std::unique_ptr<CReuseNode> take(const std::string& key, const StopSource& stop);
@@ -55,8 +58,9 @@ class ReusePool {
   private:
     std::unique_ptr<CReuseNode> take_newest(const std::string& key);
 
-    std::mutex mutex_;
-    std::list<std::unique_ptr<CReuseNode>> idle_;  ///< oldest first; guarded by mutex_
+    const TimeSource& time_;
+    Mutex mutex_;
+    std::list<std::unique_ptr<CReuseNode>> idle_ VANTLOW_GUARDED_BY(mutex_);  ///< oldest first
 };
 
 }  // namespace vantlow

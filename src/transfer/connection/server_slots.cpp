@@ -16,7 +16,7 @@ void ServerSlots::Slot::release() noexcept {
 }
 
 bool ServerSlots::is_awaited(const std::string& server) {
-    const std::lock_guard guard(mutex_);
+    const MutexLock guard(mutex_);
     const auto entry = servers_.find(server);
     return entry != servers_.end() && entry->second.waiting > 0;
 }
@@ -24,9 +24,9 @@ bool ServerSlots::is_awaited(const std::string& server) {
 Outcome<ServerSlots::Slot> ServerSlots::acquire(const std::string& server, const ServerLimits& limits,
                                                 const StopSource& stop,
                                                 const std::function<void()>& make_room) {
-    std::unique_lock guard(mutex_);
+    MutexLock guard(mutex_);
     Server& entry = servers_[server];  // stays while somebody waits or holds a slot
-    const auto is_free = [&] {
+    const auto is_free = [&]() VANTLOW_REQUIRES(mutex_) {
         const bool is_next = !limits.further || entry.first == 0;
         return limits.most <= 0 || (is_next && entry.used < limits.most);
     };
@@ -49,30 +49,31 @@ Outcome<ServerSlots::Slot> ServerSlots::acquire(const std::string& server, const
         return stop.reason();
     }
     ++entry.used;
-    const auto start = std::max(Clock::now(), entry.next_start);
+    const auto now = time_.now();
+    const auto start = std::max(now, entry.next_start);
     entry.next_start = start + limits.interval;
     guard.unlock();
     Slot slot(this, server);
-    const auto pause = time_left(start);
+    const auto pause = std::chrono::ceil<std::chrono::milliseconds>(start - now);
     if (pause.count() > 0 && stop.wait_for(pause)) return stop.reason();
     return slot;
 }
 
 void ServerSlots::give_back(const std::string& server) noexcept {
     {
-        const std::lock_guard guard(mutex_);
+        const MutexLock guard(mutex_);
         --servers_[server].used;
         forget_if_idle(server);
     }
     freed_.notify_all();
 }
 
-// Called with the mutex held. A server that must not be connected to for a while yet is remembered.
+// A server that must not be connected to for a while yet is remembered.
 void ServerSlots::forget_if_idle(const std::string& server) {
     const auto entry = servers_.find(server);
     if (entry == servers_.end()) return;
     const Server& state = entry->second;
-    if (state.used == 0 && state.waiting == 0 && state.next_start <= Clock::now()) servers_.erase(entry);
+    if (state.used == 0 && state.waiting == 0 && state.next_start <= time_.now()) servers_.erase(entry);
 }
 
 }  // namespace vantlow

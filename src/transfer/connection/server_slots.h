@@ -5,10 +5,10 @@
 #include <condition_variable>
 #include <functional>
 #include <map>
-#include <mutex>
 #include <string>
 #include <utility>
 
+#include "base/mutex.h"
 #include "platform/stop.h"
 #include "transfer/connection/stream.h"
 
@@ -26,6 +26,9 @@ struct ServerLimits {
 /// Counts the connections of every server ("host:port"). Any thread may call.
 class ServerSlots {
   public:
+    /// `time` outlives the object.
+    explicit ServerSlots(const TimeSource& time = system_time) : time_(time) {}
+
     /// One connection's place; given back when it ends. Outlived by the ServerSlots.
     class Slot {
       public:
@@ -57,11 +60,12 @@ class ServerSlots {
         Clock::time_point next_start{};
     };
     void give_back(const std::string& server) noexcept;
-    void forget_if_idle(const std::string& server);
+    void forget_if_idle(const std::string& server) VANTLOW_REQUIRES(mutex_);
 
-    std::mutex mutex_;
+    const TimeSource& time_;
+    Mutex mutex_;
     std::condition_variable_any freed_;
-    std::map<std::string, Server> servers_;  ///< guarded by mutex_
+    std::map<std::string, Server> servers_ VANTLOW_GUARDED_BY(mutex_);
 };
 
 }  // namespace vantlow

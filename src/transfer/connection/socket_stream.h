@@ -5,6 +5,7 @@
 
 namespace vantlow {
 
+/// Owns its socket. Used by one thread at a time; the stop may come from any.
 class SocketStream : public ByteStream {
   public:
     explicit SocketStream(TcpSocket socket) : socket_(std::move(socket)) {}

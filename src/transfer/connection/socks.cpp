@@ -111,7 +111,7 @@ Result send_socks5_login(ProxyWire& wire, LogSink& log, const ProxyPlan& proxy) 
     return refusal;
 }
 
-// Which login the proxy wants, and that login.
+// Asks which login the proxy wants, and logs in.
 Result socks5_greet(ProxyWire& wire, LogSink& log, const ProxyPlan& proxy) {
     Request greeting;
     if (proxy.user.empty()) {

@@ -1,4 +1,4 @@
-// What every stage of a connection is to the one above it: bytes that are waited for.
+// The stages of a connection, as each is to the one above it: bytes that are waited for.
 #pragma once
 
 #include <cstddef>
@@ -9,7 +9,7 @@
 
 namespace vantlow {
 
-/// What one read brought.
+/// The outcome of one read.
 struct Moved {
     enum class State {
         data,    ///< `bytes` bytes, at least one

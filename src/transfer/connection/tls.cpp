@@ -45,7 +45,7 @@ Outcome<TlsEngines::Engine> TlsEngines::engine(const std::u16string& ca_file) {
         return Result(Code::unsupported, missing_library_text("libsecur") + " There is no TLS without it.");
     const FileStamp stamp = ca_file.empty() ? FileStamp{} : file_stamp(ca_file);
     const auto find = [&]() -> Engine {
-        const std::lock_guard guard(mutex_);
+        const MutexLock guard(mutex_);
         const auto known = engines_.find(ca_file);
         return known != engines_.end() && known->second.stamp == stamp ? known->second.engine : nullptr;
     };
@@ -54,7 +54,7 @@ Outcome<TlsEngines::Engine> TlsEngines::engine(const std::u16string& ca_file) {
     if (!made.ok()) return made;
     // Another connection may have been as fast: its engine has the sessions then.
     if (Engine known = find()) return known;
-    const std::lock_guard guard(mutex_);
+    const MutexLock guard(mutex_);
     engines_[ca_file] = {stamp, *made};
     return made;
 }
@@ -79,7 +79,7 @@ TlsStream::TlsStream(TlsEngines& engines, TlsEngines::Engine engine, const TlsPl
 }
 
 TlsStream::~TlsStream() {
-    until_ = Clock::now();
+    until_ = Clock::now();  // the socket waits for nothing
     if (tls_ != nullptr) library_.SSL_Free(tls_);
 }
 
@@ -172,7 +172,7 @@ Result TlsStream::write(std::span<const std::byte> from, Clock::time_point until
 bool TlsStream::is_quiet() noexcept {
     if (tls_ == nullptr) return false;
     std::byte unasked{};
-    until_ = Clock::now();
+    until_ = Clock::now();  // the socket waits for nothing
     // Tickets may have come meanwhile: those are for the library.
     return library_.SSL_Recv(tls_, &unasked, 1) == VANTLOW_TLS_QUIET;
 }

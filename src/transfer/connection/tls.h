@@ -4,10 +4,10 @@
 #include <array>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <string>
 
 #include "base/log.h"
+#include "base/mutex.h"
 #include "platform/file_marks.h"
 #include "runtime/tables.h"
 #include "transfer/connection/stream.h"
@@ -54,10 +54,11 @@ class TlsEngines {
     Outcome<Engine> make(const std::u16string& ca_file) const;
 
     const SecurTable* library_;
-    std::mutex mutex_;
-    std::map<std::u16string, Known> engines_;  ///< by CA file; guarded by mutex_
+    Mutex mutex_;
+    std::map<std::u16string, Known> engines_ VANTLOW_GUARDED_BY(mutex_);  ///< by CA file
 };
 
+/// TLS (RFC 8446, RFC 5246) as a client. Used by one thread at a time; the stop may come from any.
 class TlsStream : public ByteStream {
   public:
     /// A client on `below`, which outlives it. `host` and `session_key` must be filled in the plan.

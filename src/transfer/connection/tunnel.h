@@ -1,4 +1,4 @@
-// The handshakes that open a tunnel through a connected proxy.
+// The handshakes that open a tunnel through a connected proxy, and the login that a proxy may ask for.
 #pragma once
 
 #include <array>
@@ -6,12 +6,41 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <string_view>
+#include <vector>
 
 #include "base/log.h"
-#include "transfer/connection/login.h"
 #include "transfer/connection/stream.h"
 
 namespace vantlow {
+
+/// The side of a login that makes answers to challenges. One for each request (its repetitions included);
+/// used by one thread.
+class HttpLogin {
+  public:
+    HttpLogin() = default;
+    HttpLogin(const HttpLogin&) = delete;
+    HttpLogin& operator=(const HttpLogin&) = delete;
+    virtual ~HttpLogin() = default;
+
+    /// A connection was opened. `kept` when it is one of an earlier request by the same user.
+    virtual void connected(bool kept) = 0;
+    /// The text behind "Authorization: " or "Proxy-Authorization: " in the next request; empty: no line.
+    /// `target` is the request's, as it stands in its first line or names its resource.
+    virtual std::string line(std::string_view method, std::string_view target) = 0;
+    /// The same for the log, without what must not stand there.
+    [[nodiscard]] virtual std::string shown() const = 0;
+    /// The answer was 401 or 407 with these "...-Authenticate" values. True when the request is to be made
+    /// again; `kept` tells whether on the same connection.
+    virtual bool challenged(const std::vector<std::string>& fields, bool kept) = 0;
+    /// The answer was another one: what was sent last works.
+    virtual void accepted() = 0;
+    /// Where the login is the connection's and not the request's (NTLM): whose, so that the connection is
+    /// kept for nobody else. Holds no secret; empty for all other logins.
+    [[nodiscard]] virtual std::string owner() const = 0;
+    /// Why challenged() said no, for a person; may be empty.
+    [[nodiscard]] virtual std::string trouble() const = 0;
+};
 
 /// The proxy that a connection goes through, as far as this folder needs to know it.
 struct ProxyPlan {
@@ -39,7 +68,7 @@ struct ProxyPlan {
     [[nodiscard]] bool takes_requests(bool secure) const noexcept { return kind == http && !secure; }
 };
 
-/// What a tunnel through a proxy is asked for.
+/// The target that a proxy is asked to open a tunnel to.
 struct TunnelTarget {
     std::uint8_t command = 1;             ///< 1 connect, 2 bind
     std::array<std::uint8_t, 4> ipv4{};   ///< network order; all zero: unknown

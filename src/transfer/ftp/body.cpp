@@ -43,7 +43,7 @@ class InflateBody : public FtpBody {
             if (moved.state != Moved::State::data) return moved;
             begun_ = true;
             from_ = 0;
-            // What follows the stream's end belongs to nothing.
+            // Bytes behind the stream's end belong to nothing.
             filled_ = state == VANTLOW_Z_END ? 0 : moved.bytes;
         }
     }

@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "transfer/connection/base_socket.h"
-#include "transfer/ftp/plan.h"
+#include "transfer/ftp/transfer.h"
 
 namespace vantlow {
 

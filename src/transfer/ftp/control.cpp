@@ -36,7 +36,7 @@ Moved FtpControl::next(FtpReply& reply, Clock::time_point until) {
             return Moved::data(1);
         }
         if (reader_.is_broken()) {
-            log_.line(Direction::error, "What the server sends is no FTP reply.");
+            log_.line(Direction::error, "The server's answer is not an FTP reply.");
             return Moved::failed(Code::transient);
         }
         if (!socket_.is_open()) return Moved::closed();

@@ -6,6 +6,7 @@
 
 namespace vantlow {
 
+/// Commands and replies over a TCP connection (RFC 959, 4). Used by one thread.
 class FtpControl : public FtpChannel {
   public:
     FtpControl(CBaseSocket& socket, LogSink& log) : socket_(socket), log_(log) {}

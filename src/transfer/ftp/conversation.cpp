@@ -13,12 +13,11 @@ constexpr std::chrono::milliseconds longest_goodbye{1000};
 constexpr int most_stray_replies = 4;
 constexpr const char* session_wanted =
     "The server wants its data connections to resume the TLS session of the control connection, but TLS "
-    "began "
-    "a new one.";
-// Where servers expect TLS from the first byte, without AUTH.
+    "began a new one.";
+// Servers expect TLS from the first byte at this port, without AUTH.
 constexpr std::uint16_t implicit_tls_port = 990;
 
-// What makes a kept control connection the right one: the login and the folder it stands in.
+// A kept control connection is the right one by this: the login and the folder it stands in.
 std::string kept_as(const FtpPlan& plan) {
     return (plan.tls ? "ftps\n" : "ftp\n") + plan.user + '\n' + plan.password + '\n' + plan.path.folder;
 }
@@ -117,7 +116,7 @@ Moved FtpConversation::read(std::span<std::byte> into, Clock::time_point until) 
         const Moved moved = body_->read(into, until);
         if (moved.state == Moved::State::data) position_ += static_cast<std::int64_t>(moved.bytes);
         const bool broke = moved.state == Moved::State::failed && moved.code == Code::transient;
-        // What was refused before its first byte may also be reset.
+        // A transfer that was refused before its first byte may also be reset.
         const bool refused = broke && state_ == State::receiving && new_session_ && position_ == granted_;
         if (moved.state != Moved::State::closed && !refused) return moved;
         if (state_ == State::done) return moved;
@@ -150,7 +149,7 @@ Moved FtpConversation::last_word(Clock::time_point until) {
     return Moved::failed(Code::transient);
 }
 
-// All bytes came: takes the end of the data connection and the server's last word.
+// Takes the end of the data connection and the server's last word, after all bytes came.
 bool FtpConversation::read_to_end() {
     const auto until = from_now(longest_goodbye);
     std::array<std::byte, 512> rest;
@@ -161,7 +160,7 @@ bool FtpConversation::read_to_end() {
     }
 }
 
-// In the middle of a transfer: ABOR, and a NOOP behind it whose answer cannot be taken for anything else.
+// Ends a transfer in its middle by ABOR, and a NOOP behind it whose answer cannot be taken for anything else.
 bool FtpConversation::abort() {
     const auto until = from_now(longest_goodbye);
     if (!control_.send("ABOR").ok()) return false;

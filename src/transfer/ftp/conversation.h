@@ -7,6 +7,7 @@
 
 namespace vantlow {
 
+/// FTP and FTPS (RFC 959, RFC 4217). Used by one thread; what it is made with outlives it.
 class FtpConversation : public FtpTransfer {
   public:
     FtpConversation(ConnectionServices& services, LogSink& log, const StopSource& stop, SpeedShare* share)

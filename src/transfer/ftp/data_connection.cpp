@@ -9,7 +9,8 @@ namespace {
 constexpr std::chrono::milliseconds longest_wait_for_server{20000};
 
 bool speaks_ipv6(const CBaseSocket& control, const FtpPlan& plan) {
-    // Behind a proxy only the proxy knows; an address in the plan tells as well.
+    // The server's address is known to the proxy alone where there is one; an address in the plan tells it as
+    // well.
     if (plan.connect.proxy.is_used()) return plan.connect.host.find(':') != std::string::npos;
     const auto peer = control.peer_address();
     return peer && peer->is_ipv6();

@@ -4,7 +4,7 @@
 #include "platform/socket.h"
 #include "transfer/ftp/control.h"
 #include "transfer/ftp/login.h"
-#include "transfer/ftp/plan.h"
+#include "transfer/ftp/transfer.h"
 
 namespace vantlow {
 

@@ -60,7 +60,7 @@ Result FileQuestions::type() {
 }
 
 Result FileQuestions::size() {
-    // As text a file has another size on each system.
+    // A file that is sent as text has another size on each system.
     if (plan_.text_mode || session_.no_size) return {};
     FtpReply reply;
     if (Result result = ask("SIZE " + plan_.path.file, reply); !result.ok()) return result;
@@ -104,8 +104,8 @@ Result ftp_restart_at(FtpChannel& channel, const FtpPlan& plan, FtpSession& sess
     file.granted = 0;
     file.can_restart = session.can_restart.value_or(false);
     const bool known = session.can_restart.has_value();
-    // At zero it is asked to learn whether the server can restart at all, and to take back what was said for
-    // an earlier file: some servers go by it until they are told something else.
+    // The command is sent for offset zero, too, to learn whether the server can restart at all, and to take
+    // back what was said for an earlier file: some servers go by it until they are told something else.
     const bool is_said = offset == 0 && session.restart_said == 0;
     if (plan.text_mode || (known && (is_said || !file.can_restart))) return {};
     session.restart_said = offset;

@@ -3,7 +3,7 @@
 
 #include "transfer/ftp/channel.h"
 #include "transfer/ftp/login.h"
-#include "transfer/ftp/plan.h"
+#include "transfer/ftp/transfer.h"
 
 namespace vantlow {
 
@@ -16,7 +16,7 @@ Result ftp_ask_about_file(FtpChannel& channel, const FtpPlan& plan, FtpSession& 
 Result ftp_restart_at(FtpChannel& channel, const FtpPlan& plan, FtpSession& session, std::int64_t offset,
                       FtpFile& file);
 
-/// What the reply to RETR means: success for 125, 150 and 2xx. `server_error` when the server has no such
+/// The meaning of the reply to RETR: success for 125, 150 and 2xx. `server_error` when the server has no such
 /// file, `busy` when it may have it later.
 Result ftp_retrieve_result(const FtpReply& reply, LogSink& log);
 

@@ -7,6 +7,7 @@
 
 namespace vantlow {
 
+/// The parts of such a path.
 struct FtpPath {
     std::string folder;  ///< as it goes on the wire; empty: where the login leads; "/..." from the root
     std::string file;    ///< empty: the address names a folder

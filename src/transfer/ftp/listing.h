@@ -10,6 +10,7 @@
 
 namespace vantlow {
 
+/// One file or folder, as a listing tells of it.
 struct FtpEntry {
     std::string name;
     std::int64_t size = -1;  ///< bytes; -1: unsaid

@@ -68,14 +68,14 @@ Result Login::secure() {
 
 Result Login::begin_tls() {
     // Whatever was said in the clear behind the reply would count as said in secret.
-    if (!control_.is_clean()) return {Code::server_error, "The server speaks before TLS has begun."};
+    if (!control_.is_clean()) return {Code::server_error, "The server sent data before TLS began."};
     return socket_.start_tls(ftp_control_tls(*plan_.tls, session_));
 }
 
 Result Login::refused(const FtpReply& reply) {
     log_.line(Direction::error, "Login unsuccessfully.");
     if (reply.kind() == 4 || tells_of_limit(reply)) {
-        return {Code::busy, "The server takes no further login now: " + reply.text()};
+        return {Code::busy, "The server accepts no further login at the moment: " + reply.text()};
     }
     return {Code::credentials_refused, "The server refused the login: " + reply.text()};
 }
@@ -90,7 +90,7 @@ Result Login::user() {
     return {};
 }
 
-// What goes behind "PASS ": the password, or the answer to a challenge, which the password never leaves.
+// The word behind "PASS ": the password, or the answer to a challenge, which the password never leaves.
 Outcome<std::string> Login::secret(const FtpReply& after_user) {
     if (plan_.user.empty()) return std::string("IEUser@");
     if (!wants_otp(after_user)) return plan_.password;
@@ -101,8 +101,8 @@ Outcome<std::string> Login::secret(const FtpReply& after_user) {
     }
     if (plan_.one_time_password == nullptr) {
         return Result(Code::unsupported,
-                      "The server wants a one-time password, and the library that makes "
-                      "it is missing.");
+                      "The server wants a one-time password, and the library that makes it is "
+                      "missing.");
     }
     std::array<char, VANTLOW_OPIE_ROOM> response{};
     if (plan_.one_time_password(challenge->algorithm.c_str(), challenge->sequence, challenge->seed.c_str(),

@@ -2,12 +2,12 @@
 #pragma once
 
 #include "transfer/ftp/control.h"
-#include "transfer/ftp/plan.h"
 #include "transfer/ftp/reply_fields.h"
+#include "transfer/ftp/transfer.h"
 
 namespace vantlow {
 
-/// What a control connection remembers while it lives, also when it is kept for the next file.
+/// The memory of a control connection while it lives, also when it is kept for the next file.
 struct FtpSession {
     FtpFeatures features;
     bool compressed = false;          ///< MODE Z is on

@@ -19,14 +19,14 @@ std::size_t digits_from(std::string_view text, std::size_t at) noexcept {
     return end - at;
 }
 
-// What follows the code in the last line.
+// The text behind the code in the last line.
 std::string_view tail(const FtpReply& reply) {
     if (reply.lines.empty()) return {};
     const std::string_view line = reply.lines.back();
     return line.size() > 4 ? line.substr(4) : std::string_view{};
 }
 
-// Six numbers with commas between them, from this place on.
+// Reads six numbers with commas between them, from this place on.
 std::optional<std::array<std::uint8_t, 6>> six_numbers(std::string_view text) {
     std::array<std::uint8_t, 6> numbers{};
     std::size_t at = 0;

@@ -1,4 +1,4 @@
-// What the texts of FTP replies say.
+// The texts of FTP replies, read.
 #pragma once
 
 #include <array>
@@ -33,7 +33,7 @@ std::string parse_mdtm(const FtpReply& reply);
 /// The size in "150 Opening data connection for x (N bytes)"; none when there is none.
 std::optional<std::int64_t> parse_announced_size(const FtpReply& reply);
 
-/// What a feature list (RFC 2389) names.
+/// The features that a server's list (RFC 2389) names.
 struct FtpFeatures {
     bool listed = false;  ///< there was a list
     bool mode_z = false;

@@ -9,6 +9,7 @@
 
 namespace vantlow {
 
+/// SFTP. Used by one thread; what it is made with outlives it.
 class SftpConversation : public FtpTransfer {
   public:
     SftpConversation(ConnectionServices& services, LogSink& log, const StopSource& stop, SpeedShare* share)

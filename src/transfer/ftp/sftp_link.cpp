@@ -129,7 +129,7 @@ Result SftpChannel::send(std::string_view command, std::string_view shown) {
     return {};
 }
 
-// The answer came with the command.
+// The answer to the command came with it and is not waited for.
 Moved SftpChannel::next(FtpReply& reply, Clock::time_point /*until*/) {
     auto whole = replies_.take();
     if (!whole) return Moved::failed(Code::transient);

@@ -5,7 +5,7 @@
 #include <optional>
 
 #include "transfer/ftp/channel.h"
-#include "transfer/ftp/plan.h"
+#include "transfer/ftp/transfer.h"
 
 namespace vantlow {
 

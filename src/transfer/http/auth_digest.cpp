@@ -46,7 +46,7 @@ bool CAuthDigest::is_sha256() const {
     return iequals(algorithm, "sha-256") || iequals(algorithm, "sha-256-sess");
 }
 
-// Of a list the plain one: the requests have no body to protect.
+// "auth" is taken of a list: the requests have no body to protect.
 std::string CAuthDigest::chosen_qop() const {
     std::string integrity;
     for (std::string_view one : split(qop, ',')) {

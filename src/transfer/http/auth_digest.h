@@ -10,7 +10,7 @@
 
 namespace vantlow {
 
-/// What computes digests: operations of run-time libraries, any of which may be missing.
+/// The operations that compute digests, of run-time libraries; any of which may be missing.
 struct DigestOperations {
     Digest2617_t* digest = nullptr;          ///< MD5, and the client nonce
     WDigest_Response_t* response = nullptr;  ///< SHA-256
@@ -41,7 +41,7 @@ class CAuthDigest {
 
     /// True when the algorithm and the quality of protection are known and the operations are there.
     [[nodiscard]] bool can_answer(const DigestOperations& operations) const;
-    /// What stands behind "Digest " in the answer; none when it cannot be computed.
+    /// The text behind "Digest " in the answer; none when it cannot be computed.
     [[nodiscard]] std::optional<std::string> answer(const DigestOperations& operations,
                                                     const DigestRequest& request) const;
 

@@ -5,7 +5,6 @@
 #include <cstring>
 
 #include "transfer/connection/chunked.h"
-#include "transfer/http/unpacking_body.h"
 
 namespace vantlow {
 

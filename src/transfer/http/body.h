@@ -1,4 +1,5 @@
-// The body of a response: from the connection's bytes to the resource's.
+// The body of a response: from the connection's bytes to the resource's, gzip and deflate undone on their
+// way.
 #pragma once
 
 #include <memory>
@@ -27,7 +28,7 @@ class BodySource {
 /// True for no bytes at all and for one line end, or what has come of it.
 bool is_line_end(std::span<const std::byte> bytes) noexcept;
 
-/// What was received behind the header together with what the connection brings from now on.
+/// The bytes that were received behind the header together with those that the connection brings from now on.
 class Inflow {
   public:
     Inflow(CBaseSocket& socket, std::vector<std::byte> early) : socket_(socket), early_(std::move(early)) {}
@@ -43,7 +44,7 @@ class Inflow {
     std::size_t taken_ = 0;
 };
 
-/// What unpacks: operations of a run-time library, any of which may be missing.
+/// The operations of a run-time library that unpack; any may be missing.
 struct UnpackOperations {
     GZ_InflateInit_t* gzip = nullptr;
     ZLib_InflateInit_t* zlib = nullptr;
@@ -66,5 +67,12 @@ struct UnpackOperations {
 /// missing.
 Outcome<std::unique_ptr<BodySource>> make_body(const HttpHead& head, ContentCoding coding, Inflow inflow,
                                                const UnpackOperations& operations, std::size_t buffer_size);
+
+/// The bytes of `below` with the coding undone. Several gzip members in a row are one body (RFC 1952, 2.2),
+/// and what follows a stream's end is padding. "deflate" may be wrapped (RFC 1950) or bare (RFC 1951), as
+/// servers disagree. A body that is labelled and not so packed is given as it came. A damaged stream fails
+/// with `server_error`, one that is cut short with `transient`. `operations` has what this coding takes.
+std::unique_ptr<BodySource> make_unpacking_body(std::unique_ptr<BodySource> below, ContentCoding coding,
+                                                const UnpackOperations& operations, std::size_t buffer_size);
 
 }  // namespace vantlow

@@ -6,7 +6,7 @@
 #include "base/string_table.h"
 #include "base/text.h"
 #include "platform/file.h"
-#include "transfer/http/login.h"
+#include "transfer/http/auth_scheme.h"
 #include "transfer/http/strict_hosts.h"
 
 namespace vantlow {
@@ -106,7 +106,7 @@ Result HttpClient::ask(const HttpErrand& errand, HttpAnswer& answer) {
     answer.address = errand.address;
     for (int redirects = 0; redirects <= most_redirects; ++redirects) {
         if (std::u16string secured = secured_where_wanted(answer.address); secured != answer.address) {
-            context_.log.line(Direction::note, "The host wants to be reached over TLS only.");
+            context_.log.line(Direction::note, "This host is to be reached over TLS only.");
             answer.address = std::move(secured);
         }
         const auto target = parse_target(answer.address, errand.utf8);
@@ -165,7 +165,7 @@ Result HttpClient::ask_one(const HttpErrand& errand, const HttpHop& hop, HttpAns
     answer.trouble = head.status == 407 && at_proxy ? at_proxy->trouble() : server.trouble();
     if (result.ok()) remember(errand, answer);
     if (result.ok() && head.status == 400 && socket_.is_reused()) {
-        // Whatever the server did not understand may have been the end of the answer before: once more,
+        // The bytes that the server did not understand may have been the end of the body before: once more,
         // afresh.
         socket_.close();
         connect.may_reuse = false;

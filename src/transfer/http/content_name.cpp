@@ -6,7 +6,7 @@
 
 #include "base/text.h"
 #include "platform/local_text.h"
-#include "transfer/http/parameter.h"
+#include "transfer/http/field_value.h"
 
 namespace vantlow {
 namespace {
@@ -25,13 +25,13 @@ std::u16string latin1(std::string_view bytes) {
     return text;
 }
 
-// What a code page made of bytes that it does not have: its stand-in, or a byte kept aside as a lone
-// surrogate.
+// A character that a code page made of a byte that it does not have: its stand-in, or a byte kept aside as a
+// lone surrogate.
 bool is_stand_in(char16_t c) noexcept {
     return c == u'\uFFFD' || (c >= 0xDC80 && c <= 0xDCFF);
 }
 
-// charset'language'percent-encoded, RFC 8187.
+// Reads charset'language'percent-encoded text (RFC 8187).
 std::optional<std::u16string> extended_value(std::string_view value) {
     const auto first = value.find('\'');
     if (first == std::string_view::npos) return std::nullopt;

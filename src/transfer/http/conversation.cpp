@@ -13,7 +13,8 @@ namespace {
 constexpr std::size_t head_step = 32 * 1024;
 constexpr int most_interim_answers = 20;
 constexpr std::size_t most_skipped_body = 64 * 1024;
-// Two schemes with two steps each at a proxy and the same at a server behind it.
+// So many answers may ask for a login: two schemes with two steps each at a proxy, and the same at a server
+// behind it.
 constexpr int most_rounds = 8;
 
 std::string owners(const HttpLogins& logins) {
@@ -73,7 +74,7 @@ Result HttpConversation::ask(const ConnectPlan& plan, const HttpRequest& request
         if (!login->challenged(challenges, go_on)) return {};
         if (!go_on) socket_.close();
     }
-    return {Code::server_error, "The server asks for a login again and again."};
+    return {Code::server_error, "The server keeps asking for a login."};
 }
 
 // True when the answer was read whole and the connection goes on.
@@ -107,7 +108,8 @@ Result HttpConversation::open(const ConnectPlan& plan, const HttpLogins& logins)
     return {};
 }
 
-// `dead` in: the connection may have been closed since its last answer; out: it was.
+// Reads a header. `dead` goes in as true where the connection may have been closed since its last answer, and
+// comes out as true where it was.
 Result HttpConversation::exchange(const ConnectPlan& plan, HttpRequest request, HttpHead& head,
                                   const HttpLogins& logins, bool& dead) {
     if (logins.proxy != nullptr) request.proxy_login = line_of(*logins.proxy, absolute_target(request));
@@ -171,7 +173,7 @@ Result HttpConversation::read_head(Clock::time_point until, HttpHead& head, bool
         }
         received_.append(reinterpret_cast<const char*>(buffer.data()), moved.bytes);
     }
-    return {Code::server_error, "The server sends interim answers without end."};
+    return {Code::server_error, "The server keeps sending interim answers and no final one."};
 }
 
 Result HttpConversation::begin_body(ContentCoding coding, const UnpackOperations& operations,

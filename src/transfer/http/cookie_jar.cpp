@@ -208,7 +208,7 @@ bool CookieJar::hides_secure(const Cookie& cookie, std::int64_t now) const {
 
 void CookieJar::take(const std::vector<SetCookie>& cookies, const CookieTarget& from, std::int64_t now) {
     if (cookies.empty()) return;
-    const std::lock_guard guard(mutex_);
+    const MutexLock guard(mutex_);
     for (const SetCookie& set : cookies) {
         auto cookie = read_cookie(set, from, now);
         if (cookie && (from.secure || !hides_secure(*cookie, now))) put(*std::move(cookie), now);
@@ -216,13 +216,13 @@ void CookieJar::take(const std::vector<SetCookie>& cookies, const CookieTarget& 
 }
 
 void CookieJar::add(std::vector<Cookie> cookies, std::int64_t now) {
-    const std::lock_guard guard(mutex_);
+    const MutexLock guard(mutex_);
     for (Cookie& cookie : cookies) put(std::move(cookie), now);
 }
 
 std::string CookieJar::cookies_for(const CookieTarget& target, std::int64_t now) const {
     const std::string host = ascii_lower(target.host);
-    const std::lock_guard guard(mutex_);
+    const MutexLock guard(mutex_);
     std::vector<const Cookie*> found;
     for (const auto& [key, cookie] : cookies_) {
         if (is_for(cookie, target, host, now)) found.push_back(&cookie);
@@ -238,7 +238,7 @@ std::string CookieJar::cookies_for(const CookieTarget& target, std::int64_t now)
 }
 
 bool CookieJar::begin_file(const std::u16string& path) {
-    const std::lock_guard guard(mutex_);
+    const MutexLock guard(mutex_);
     return files_.insert(path).second;
 }
 

@@ -3,12 +3,12 @@
 
 #include <cstdint>
 #include <map>
-#include <mutex>
 #include <set>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "base/mutex.h"
 #include "transfer/connection/keepsakes.h"
 #include "transfer/http/head.h"
 
@@ -21,6 +21,7 @@ struct CookieTarget {
     bool secure = false;
 };
 
+/// One cookie (RFC 6265, 5.3).
 struct Cookie {
     std::string name;
     std::string value;
@@ -51,14 +52,13 @@ class CookieJar : public Keepsake {
     bool begin_file(const std::u16string& path);
 
   private:
-    void put(Cookie cookie, std::int64_t now);
-    [[nodiscard]] bool hides_secure(const Cookie& cookie, std::int64_t now) const;
+    void put(Cookie cookie, std::int64_t now) VANTLOW_REQUIRES(mutex_);
+    [[nodiscard]] bool hides_secure(const Cookie& cookie, std::int64_t now) const VANTLOW_REQUIRES(mutex_);
 
-    mutable std::mutex mutex_;
-    // All guarded by mutex_.
-    std::map<std::string, Cookie> cookies_;  ///< by domain, path and name
-    std::set<std::u16string> files_;
-    std::uint64_t next_ = 1;
+    mutable Mutex mutex_;
+    std::map<std::string, Cookie> cookies_ VANTLOW_GUARDED_BY(mutex_);  ///< by domain, path and name
+    std::set<std::u16string> files_ VANTLOW_GUARDED_BY(mutex_);
+    std::uint64_t next_ VANTLOW_GUARDED_BY(mutex_) = 1;
 };
 
 /// The texts of Cookie lines in one. Of cookies with one name that of the first text stays.

@@ -9,8 +9,8 @@
 namespace vantlow {
 namespace {
 
-// System's, run's and errand's cookies in one text. A cookie that a server has set since the errand was made
-// replaces the errand's.
+// Joins the system's, the run's and the errand's cookies in one text. A cookie that a server has set since
+// the errand was made replaces the errand's.
 std::string cookies_of(const HttpErrand& errand, const Target& target, bool own, const CookieJar& jar) {
     const auto now = static_cast<std::int64_t>(std::time(nullptr));
     std::string text = jar.cookies_for({target.host, target.path, is_secured(target)}, now);
@@ -48,8 +48,8 @@ HttpRequest make_http_request(const HttpErrand& errand, const HttpHop& hop, cons
     request.through_proxy = hop.proxy.takes_requests(is_secured(target));
     request.proxy_user = hop.proxy.user;
     request.proxy_password = hop.proxy.password;
-    // It is for the host that it was given for. What was read in secret is not told in the clear (RFC
-    // 9110, 10.1.3).
+    // A referer is for the host that it was given for. An address that was read in secret is not told in the
+    // clear (RFC 9110, 10.1.3).
     const auto referring = parse_target(errand.http.referer);
     const bool telling = !referring || !is_secured(*referring) || is_secured(target);
     if (telling && origin && iequals(origin->host, target.host))

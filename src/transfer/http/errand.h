@@ -1,4 +1,4 @@
-// What is wanted from HTTP servers, and the request that each server on the way to it gets.
+// An errand to HTTP servers, and the request that each server on the way to it gets.
 #pragma once
 
 #include <functional>
@@ -6,13 +6,13 @@
 #include <vector>
 
 #include "store/address.h"
-#include "transfer/connection/fetch_plan.h"
+#include "transfer/connection/base_socket.h"
 #include "transfer/http/cookie_jar.h"
 #include "transfer/http/request.h"
 
 namespace vantlow {
 
-/// What a request says besides its address.
+/// The wishes of a request besides its address.
 struct HttpWishes {
     std::u16string referer;
     bool automatic_referer = false;  ///< the site's root where there is no referer
@@ -30,7 +30,7 @@ struct HttpErrand : FetchPlan {
     /// The proxy for a server on the way; empty: `proxy` for all of them.
     std::function<ProxyPlan(const Target&)> proxy_for;
     bool with_cookies = true;  ///< those of the run are sent and kept
-    /// What may be shown of an address; empty: all but its credentials.
+    /// Gives the part of an address that may be shown; empty: all but its credentials.
     std::function<std::string(std::string_view)> shown;
     /// Changes how a server is connected to; may be empty.
     std::function<void(ConnectPlan&)> adjust;

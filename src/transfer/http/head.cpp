@@ -5,9 +5,7 @@
 #include <utility>
 
 #include "base/text.h"
-#include "base/uri_path.h"
-#include "transfer/http/challenge.h"
-#include "transfer/http/parameter.h"
+#include "transfer/http/field_value.h"
 
 namespace vantlow {
 namespace {
@@ -74,7 +72,7 @@ void read_content_range(HttpHead& head, std::string_view value) {
     head.range_last = parse_decimal(trim(range.substr(dash + 1)));
 }
 
-// Where an attribute's text goes; null for one that is not looked at.
+// The place of an attribute's text; null for one that is not looked at.
 std::string* attribute_of(SetCookie& cookie, std::string_view name) {
     if (name == "expires") return &cookie.expires;
     if (name == "domain") return &cookie.domain;
@@ -87,7 +85,7 @@ void read_cookie(HttpHead& head, std::string_view value) {
     SetCookie cookie;
     cookie.pair = std::string(trim(value.substr(0, end)));
     if (end != std::string_view::npos) {
-        // Of an attribute that occurs twice the last one counts (RFC 6265, 5.3).
+        // The last one counts of an attribute that occurs twice (RFC 6265, 5.3).
         std::string_view attributes = value.substr(end + 1);
         while (auto one = next_parameter(attributes)) {
             if (one->name == "secure") cookie.secure = true;
@@ -145,7 +143,7 @@ constexpr std::array fields{
 Result read_length(HttpHead& head, std::string_view value) {
     for (std::string_view piece : split(value, ',')) {
         const auto length = parse_decimal(trim(piece));
-        if (!length) return {Code::server_error, "The server sent a length that is no number."};
+        if (!length) return {Code::server_error, "The server sent a length that is not a number."};
         if (head.length && *head.length != *length) {
             return {Code::server_error, "The server sent two different lengths."};
         }

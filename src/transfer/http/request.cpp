@@ -94,7 +94,7 @@ std::vector<RequestLine> usual_lines(const HttpRequest& request) {
     } else if (request.automatic_referer && !request.host.empty()) {
         lines.push_back(plain("Referer: " + site_root(request)));
     }
-    // Open-ended: the reader stops at its segment's end, which may move while the answer runs.
+    // The range is open-ended: the reader stops at its segment's end, which may move while the answer runs.
     if (request.start != 0) lines.push_back(plain("Range: bytes=" + std::to_string(request.start) + "-"));
     if (!request.agent.empty()) lines.push_back(plain("User-Agent: " + request.agent));
     lines.push_back(plain("Host: " + with_port(request, request.explicit_port)));

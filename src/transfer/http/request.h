@@ -16,9 +16,9 @@ struct RequestLine {
     std::string shown;
 };
 
-/// What a request says. All text is as it goes on the wire (escaped, in its code page) and without line ends.
+/// A request. All text is as it goes on the wire (escaped, in its code page) and without line ends.
 struct HttpRequest {
-    /// What stands behind "Authorization: " and what the log shows of it; an empty value is no line.
+    /// The text behind "Authorization: " and what the log shows of it; an empty value is no line.
     struct Login {
         std::string value;
         std::string shown;
@@ -49,7 +49,7 @@ struct HttpRequest {
 /// The port that a scheme stands for: 80, 443 or 21.
 std::uint16_t default_port(const std::string& scheme) noexcept;
 
-/// What a proxy is asked for: "http://host:port/path", without credentials.
+/// The target that a proxy is asked for: "http://host:port/path", without credentials.
 std::string absolute_target(const HttpRequest& request);
 
 /// The lines, the empty one at the end not included. Characters that would end a line early are removed.

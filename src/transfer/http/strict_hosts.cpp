@@ -6,7 +6,7 @@
 
 #include "base/text.h"
 #include "platform/socket.h"
-#include "transfer/http/parameter.h"
+#include "transfer/http/field_value.h"
 
 namespace vantlow {
 namespace {
@@ -50,7 +50,7 @@ void StrictHosts::take(std::string_view field, std::string_view host, std::int64
     const auto policy = read_policy(field);
     const std::string key = key_of(host);
     if (!policy || key.empty() || SocketAddress::from_literal(key, 0)) return;
-    const std::lock_guard guard(mutex_);
+    const MutexLock guard(mutex_);
     if (policy->max_age == 0) {
         hosts_.erase(key);
         return;
@@ -65,7 +65,7 @@ void StrictHosts::take(std::string_view field, std::string_view host, std::int64
 
 bool StrictHosts::contains(std::string_view host, std::int64_t now) const {
     const std::string key = key_of(host);
-    const std::lock_guard guard(mutex_);
+    const MutexLock guard(mutex_);
     if (hosts_.empty() || SocketAddress::from_literal(key, 0)) return false;
     std::string_view name = key;
     for (;;) {

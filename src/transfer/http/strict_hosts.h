@@ -3,10 +3,10 @@
 
 #include <cstdint>
 #include <map>
-#include <mutex>
 #include <string>
 #include <string_view>
 
+#include "base/mutex.h"
 #include "transfer/connection/keepsakes.h"
 
 namespace vantlow {
@@ -28,8 +28,8 @@ class StrictHosts : public Keepsake {
         bool subdomains = false;
     };
 
-    mutable std::mutex mutex_;
-    std::map<std::string, Entry, std::less<>> hosts_;  ///< guarded by mutex_; lower case
+    mutable Mutex mutex_;
+    std::map<std::string, Entry, std::less<>> hosts_ VANTLOW_GUARDED_BY(mutex_);  ///< lower case
 };
 
 }  // namespace vantlow

@@ -1,4 +1,4 @@
-#include "transfer/http/unpacking_body.h"
+#include "transfer/http/body.h"
 
 #include <algorithm>
 #include <array>
@@ -7,7 +7,7 @@ namespace vantlow {
 namespace {
 
 constexpr std::array gzip_begin{std::byte{0x1F}, std::byte{0x8B}, std::byte{8}};  // RFC 1952, 2.3.1
-// What tells whether bytes are a deflate stream: text and pictures fail within some ten bytes.
+// So many bytes tell whether they are a deflate stream: text and pictures fail within some ten bytes.
 constexpr std::size_t deflate_sample = 512;
 constexpr std::size_t smallest_buffer = 1024;
 
@@ -102,7 +102,7 @@ Moved UnpackingBody::read(std::span<std::byte> into, Clock::time_point until) {
     return mode_ == Mode::padding ? skip_rest(until) : unpack(into, until);
 }
 
-// More bytes behind those that wait; `closed` at the end, again and again.
+// Brings more bytes behind those that wait; `closed` at the end, each time that it is asked.
 Moved UnpackingBody::fill(Clock::time_point until) {
     if (ended_) return Moved::closed();
     if (from_ == filled_) from_ = filled_ = 0;
@@ -126,7 +126,7 @@ Moved UnpackingBody::look(Clock::time_point until) {
     return stream_->is_there() ? Moved::data(filled_) : Moved::failed(Code::transient);
 }
 
-// Null for bytes that are not packed.
+// Begins to unpack; null for bytes that are not packed.
 GZ_InflateInit_t* UnpackingBody::form_of(std::span<const std::byte> bytes) const {
     if (coding_ == ContentCoding::gzip)
         return std::ranges::equal(bytes, gzip_begin) ? operations_.gzip : nullptr;
@@ -139,7 +139,7 @@ GZ_InflateInit_t* UnpackingBody::form_of(std::span<const std::byte> bytes) const
 Moved UnpackingBody::unpack(std::span<std::byte> into, Clock::time_point until) {
     for (;;) {
         if (at_member_end_ && !waiting().empty()) {
-            // Padding behind the last member is what some servers send; gzip itself ignores it.
+            // Some servers send padding behind the last member; gzip itself ignores it.
             if (coding_ != ContentCoding::gzip || waiting().front() != gzip_begin[0]) mode_ = Mode::padding;
             if (mode_ == Mode::padding) return skip_rest(until);
             stream_ = std::make_unique<Stream>(begin_, operations_);

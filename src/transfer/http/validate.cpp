@@ -108,11 +108,11 @@ ProxyTest CValidateThread::test(const ProxyPlan& proxy) {
     connect.may_reuse = false;
     ValidateSocket socket(services_, log_, stop_);
     HttpConversation conversation(socket, log_);
-    const auto begun = Clock::now();
+    const auto begun = services_.time.now();
     HttpHead head;
     Result result = conversation.ask(connect, make_request(plan_.address, *target, proxy), head);
     if (!result.ok()) return fail(std::move(result));
-    done.elapsed = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - begun);
+    done.elapsed = std::chrono::duration_cast<std::chrono::milliseconds>(services_.time.now() - begun);
     done.status = head.status;
     judge(done);
     return done;

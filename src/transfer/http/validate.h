@@ -10,7 +10,7 @@
 
 namespace vantlow {
 
-/// What the test of one proxy brought.
+/// The outcome of the test of one proxy.
 struct ProxyTest {
     bool ok = false;
     std::chrono::milliseconds elapsed{0};  ///< from connecting to the answer
@@ -19,7 +19,7 @@ struct ProxyTest {
     std::string text;                      ///< a sentence
 };
 
-/// What the tests are made with.
+/// The proxies to test, and how.
 struct ValidatePlan {
     std::vector<ProxyPlan> proxies;
     std::string

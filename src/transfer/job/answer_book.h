@@ -33,7 +33,7 @@ class AnswerBook {
     void agreed(int answer, std::int64_t begin, std::int64_t end);
     /// The versions, each by its first answer, whose bytes are in a range, ascending.
     [[nodiscard]] std::vector<int> versions_in(std::int64_t begin, std::int64_t end) const;
-    /// What there is of one version, in the order of the file.
+    /// The ranges that are there of one version, in the order of the file.
     [[nodiscard]] std::vector<Origins::Range> ranges_of(int version) const;
     /// Where bytes of different versions, as far as anybody knows, touch.
     [[nodiscard]] std::vector<std::int64_t> joints(std::int64_t size) const;

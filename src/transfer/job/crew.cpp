@@ -1,4 +1,4 @@
-// The job's connections: started where the policy wants more, let go where they ended.
+// A job's connections are started where the policy wants more, let go where they ended.
 #include <algorithm>
 
 #include "transfer/job/main_thread.h"
@@ -9,24 +9,24 @@ namespace vantlow {
 void CTransferMainThread::reap(bool all) {
     std::vector<CTransferSubThread*> gone;
     {
-        const std::lock_guard guard(mutex_);
+        const MutexLock guard(mutex_);
         gone.swap(ended_);
     }
     std::erase_if(subs_, [&](const auto& sub) {
         return all || std::find(gone.begin(), gone.end(), sub.get()) != gone.end();
     });
     if (all) {
-        const std::lock_guard guard(mutex_);
+        const MutexLock guard(mutex_);
         ended_.clear();
     }
 }
 
-// The job has all its bytes. A connection whose server still says so is worth a moment: it serves the next
-// job.
+// Waits a moment, once the job has all its bytes, for connections whose servers have not said yet that this
+// was all: they serve the next job.
 void CTransferMainThread::let_close() {
-    const auto until = from_now(std::chrono::milliseconds(250));
+    const auto until = now() + std::chrono::milliseconds(250);
     const auto is_closing = [](const auto& sub) { return sub->is_closing(); };
-    while (std::any_of(subs_.begin(), subs_.end(), is_closing) && Clock::now() < until) {
+    while (std::any_of(subs_.begin(), subs_.end(), is_closing) && now() < until) {
         wait_for_news(until);
         if (stop_.requested()) return;
         reap(false);
@@ -58,14 +58,14 @@ bool CTransferMainThread::start_one() {
     const PolicyRules now_rules = rules();
     Worker& worker = sub->worker();
     worker.id = ++next_worker_;
-    const bool has_work = decide([&](JobPolicy& policy) {
-        if (!policy.enlist(worker, now_rules, Clock::now())) return false;
+    const bool has_work = decide([&](JobPolicy& policy) VANTLOW_REQUIRES(lock_) {
+        if (!policy.enlist(worker, now_rules, now())) return false;
         by_worker_[worker.id] = sub.get();
         return true;
     });
     if (!has_work) return false;
     {
-        const std::lock_guard guard(mutex_);
+        const MutexLock guard(mutex_);
         ++attached_;
     }
     const Result started = sub->start();
@@ -74,14 +74,14 @@ bool CTransferMainThread::start_one() {
         subs_.push_back(std::move(sub));
         return true;
     }
-    // The others go on with its part. No news, which would have it tried again at once.
+    // The others go on with its part. That is told as no news, which would have it tried again at once.
     {
-        const std::lock_guard guard(lock_);
+        const MutexLock guard(lock_);
         policy_.strike(worker, started);
         static_cast<void>(policy_.take_effects());
         by_worker_.erase(worker.id);
     }
-    const std::lock_guard guard(mutex_);
+    const MutexLock guard(mutex_);
     --attached_;
     return false;
 }

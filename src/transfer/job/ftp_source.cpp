@@ -1,4 +1,3 @@
-#include "transfer/job/ftp_source.h"
 
 #include "base/string_table.h"
 #include "base/text.h"
@@ -9,7 +8,7 @@
 #include "transfer/ftp/conversation.h"
 #include "transfer/ftp/sftp_conversation.h"
 #include "transfer/http/content_name.h"
-#include "transfer/job/http_source.h"
+#include "transfer/job/source.h"
 
 namespace vantlow {
 namespace {
@@ -84,7 +83,7 @@ Result FtpSource::make_plan(const SourcePlan& plan, const Target& target, FtpPla
     ftp.connect.want_connect = true;
     add_login(plan, target, ftp);
     if (!fits_a_command(ftp.user) || !fits_a_command(ftp.password))
-        return fail(Code::credentials_refused, "The user name or the password holds a line end.");
+        return fail(Code::credentials_refused, "The user name or the password contains a line break.");
     if (target.scheme == "ftps") ftp.tls = plan.trust;
     ftp.utf8 = plan.utf8;
     ftp.ask_features = plan.ftp.features;
@@ -162,7 +161,7 @@ Result FtpSource::open(const SourcePlan& plan, std::int64_t offset, SourceAnswer
     answer.ranges_denied = !file.can_restart;
     answer.version.size = file.size;
     answer.version.last_modified = file.time;
-    // The file's own time, not one that is made for an answer.
+    // The time is the file's own, not one that is made for an answer.
     answer.version.strong_date = !file.time.empty();
     answer.name = decode_name(ftp.path.file);
     answer.address = plan.address;

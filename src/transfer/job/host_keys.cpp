@@ -34,12 +34,12 @@ Outcome<std::string> HostKeys::known() const {
     if (error.ok()) return text;
     if (error.fault == FileFault::not_found) return std::string();
     return Result(Code::not_trusted,
-                  "The known servers cannot be read from " + to_utf8(path) + ": " + error.text(),
+                  "The list of known SSH servers cannot be read from " + to_utf8(path) + ": " + error.text(),
                   error.system_error);
 }
 
 bool HostKeys::accept(const std::string& host, const std::string& fingerprint, const std::string& line) {
-    const std::lock_guard guard(mutex_);
+    const MutexLock guard(mutex_);
     if (line.empty() || !ask_) return false;
     if (std::find(accepted_.begin(), accepted_.end(), line) != accepted_.end()) return true;
     if (!ask_(host, fingerprint)) return false;
@@ -72,7 +72,7 @@ Outcome<std::vector<std::string>> read_private_keys(const std::u16string& folder
             return Result(Code::credentials_refused, key + " cannot be read: " + error.text(),
                           error.system_error);
         }
-        if (!is_private_key(text)) return Result(Code::credentials_refused, key + " is no private key.");
+        if (!is_private_key(text)) return Result(Code::credentials_refused, key + " is not a private key.");
         keys.push_back(std::move(text));
     }
     for (const std::u16string_view name : {u"id_ed25519", u"id_ecdsa", u"id_rsa"}) {

@@ -3,10 +3,10 @@
 
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <vector>
 
+#include "base/mutex.h"
 #include "base/result.h"
 
 namespace vantlow {
@@ -33,8 +33,8 @@ class HostKeys {
 
     std::u16string folder_;
     Ask ask_;
-    std::mutex mutex_;                   ///< held while asking
-    std::vector<std::string> accepted_;  ///< lines of this run; guarded by mutex_
+    Mutex mutex_;  ///< held while asking, the one exception: one question at a time
+    std::vector<std::string> accepted_ VANTLOW_GUARDED_BY(mutex_);  ///< lines of this run
 };
 
 /// The user's side of SSH.

@@ -1,13 +1,13 @@
-#include "transfer/job/http_source.h"
+#include "transfer/job/source.h"
 
 #include <ctime>
 
 #include "base/string_table.h"
 #include "base/text.h"
 #include "store/address.h"
+#include "transfer/http/auth_scheme.h"
 #include "transfer/http/client.h"
 #include "transfer/http/content_name.h"
-#include "transfer/http/login.h"
 #include "transfer/job/proxy_rules.h"
 
 namespace vantlow {
@@ -76,7 +76,7 @@ Result HttpSource::refuse(const HttpAnswer& got, SourceAnswer& answer) {
     client_.leave(got);
     answer.version.size = head.range_total.value_or(-1);
     answer.beyond_end = true;
-    return {Code::range_ignored, "The server has no bytes there: " + status_text(head)};
+    return {Code::range_ignored, "The server has no data at this position: " + status_text(head)};
 }
 
 Result HttpSource::accept_part(const HttpHead& head, std::int64_t offset, SourceAnswer& answer) {
@@ -97,7 +97,7 @@ Result HttpSource::accept_part(const HttpHead& head, std::int64_t offset, Source
     return {};
 }
 
-// What is to be undone of the answer's content coding; the log tells what is not.
+// The part of the answer's content coding that is to be undone; the log tells what is not.
 ContentCoding HttpSource::coding_to_undo(const HttpHead& head, const std::u16string& name) {
     const bool undone = (head.coding == ContentCoding::gzip && !is_gzip_file(head.content_type, name)) ||
                         head.coding == ContentCoding::deflate;

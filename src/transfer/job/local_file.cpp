@@ -44,7 +44,8 @@ CLocalFile::Claim CLocalFile::claim_partial(FileError& error) {
         return Claim::taken;
     }
     if (error.fault != FileFault::exists) return Claim::failed;
-    // Somebody's: one at work holds the lock, one that waits to be continued has a state beside it.
+    // The file is somebody's: one at work holds the lock, one that waits to be continued has a state beside
+    // it.
     if (is_there(state_path())) return Claim::taken;
     error = file_.open(partial_path(), OpenMode::write_existing);
     if (!error.ok())
@@ -176,7 +177,7 @@ Result CLocalFile::write(std::int64_t offset, std::span<const std::byte> bytes) 
 
 // The system lets one write at a time into a file, and those that wait for it spin. Here they sleep.
 FileError CLocalFile::write_in_turn(std::int64_t offset, std::span<const std::byte> bytes) {
-    const std::lock_guard guard(turn_);
+    const MutexLock guard(turn_);
     return file_.write_at(offset, bytes);
 }
 
@@ -210,7 +211,7 @@ Result CLocalFile::start_over() {
     return shrink(0);
 }
 
-// Before the file has its name, under which it could be opened unmarked.
+// Marks the file before it has its name, under which it could be opened unmarked.
 void CLocalFile::mark(const FileOrigin& origin) {
     const FileError error = mark_origin(partial_path(), origin);
     if (error.ok()) return;
@@ -225,7 +226,8 @@ Result CLocalFile::finish(std::int64_t size, std::u16string_view suffix,
         if (FileError error = file_.resize(size); !error.ok()) return failure(error, partial_path());
     }
     if (origin) mark(*origin);
-    // On the disk before it has its name: a power cut must not leave a whole name with half a file.
+    // The bytes are on the disk before the file has its name: a power cut must not leave a whole name with
+    // half a file.
     if (Result result = flush(); !result.ok()) return result;
     const std::u16string partial = partial_path();
     std::u16string name = target_ + std::u16string(suffix);

@@ -4,21 +4,21 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <span>
 #include <string>
 
 #include "base/log.h"
+#include "base/mutex.h"
 #include "base/result.h"
+#include "base/safe_name.h"
 #include "platform/file.h"
 #include "platform/file_marks.h"
-#include "transfer/job/file_names.h"
 #include "transfer/job/write_behind.h"
 
 namespace vantlow {
 
-/// What the settings say when a file is begun.
+/// The settings that a file is begun with.
 struct FileRules {
     std::int64_t overwrite = 0;  ///< 0 rename, 2 overwrite, anything else cancel
     /// Before that rule: a file of this name (or of "name(N)") that has the server's size and is no older
@@ -99,7 +99,7 @@ class CLocalFile {
     std::u16string target_;
     bool skipped_ = false;
     File file_;
-    std::mutex turn_;                      ///< whose turn it is to write
+    Mutex turn_;                           ///< whose turn it is to write; guards no datum
     std::unique_ptr<WriteBehind> behind_;  ///< only where the connections gather less than the disk wants
 };
 

@@ -13,7 +13,7 @@
 namespace vantlow {
 namespace {
 
-// Positions are saved this often: what a kill costs.
+// Positions are saved this often: a kill costs no more than the bytes of this time.
 constexpr std::chrono::seconds save_interval{1};
 
 }  // namespace
@@ -41,7 +41,7 @@ Result CTransferMainThread::start() {
 void CTransferMainThread::end_unstarted(const Result& why) {
     log_.line(Direction::error, why.message());
     {
-        const std::lock_guard guard(lock_);
+        const MutexLock guard(lock_);
         job_.result = why.code;
         job_.error = why.message();
         job_.state = JobState::failed;
@@ -59,7 +59,7 @@ void CTransferMainThread::count_received(std::int64_t bytes) noexcept {
 }
 
 void CTransferMainThread::run() {
-    started_ = Clock::now();
+    started_ = now();
     Result result = transfer();
     retire_all();
     reap(true);
@@ -76,7 +76,7 @@ void CTransferMainThread::run() {
     }
     file_.close();
     {
-        const std::lock_guard guard(lock_);
+        const MutexLock guard(lock_);
         job_.result = result.code;
         const bool failed = !result.ok() && result.kind() != Kind::stopped;
         job_.error = failed ? result.message() : std::string();
@@ -94,7 +94,7 @@ void CTransferMainThread::run() {
     }
     outcome_.path = file_.target();
     outcome_.received = received_;
-    outcome_.seconds = std::chrono::duration<double>(Clock::now() - started_).count();
+    outcome_.seconds = std::chrono::duration<double>(now() - started_).count();
     outcome_.result = std::move(result);
     on_end_();
 }
@@ -104,7 +104,7 @@ Result CTransferMainThread::begin() {
     std::u16string target;
     std::int64_t needed = 0;
     {
-        const std::lock_guard guard(lock_);
+        const MutexLock guard(lock_);
         job_.state = JobState::running;
         pace_.limit = job_.rules ? job_.rules->speed_limit : 0;
         const std::int64_t expected = job_.sources ? job_.sources->size : -1;
@@ -120,11 +120,11 @@ Result CTransferMainThread::begin() {
         continued = opened.ok() && bears(job_.partial_mark);
         if (opened.ok() && !continued) {
             log_.line(Direction::error, "The unfinished file " + to_utf8(file_.partial_path()) +
-                                            " is not the one that its state is about. Both are left alone.");
+                                            " does not match its saved state. Both are left alone.");
             file_.close();
         } else if (!opened.ok()) {
-            log_.line(Direction::note, opened.message() + " The job begins anew.");
-            // A state whose file is gone; one that another process is at stays.
+            log_.line(Direction::note, opened.message() + " The download starts over.");
+            // The state goes with its file; that of a file that another process is at stays.
             state_saved_ = path_kind(target + std::u16string(partial_suffix)) == PathKind::none;
             remove_state(target + std::u16string(state_suffix));
         }
@@ -176,21 +176,21 @@ Result CTransferMainThread::transfer() {
     }
 }
 
-// Until every segment is complete and every piece is right.
+// Fetches until every segment is complete and every piece is right.
 Result CTransferMainThread::fetch_missing() {
-    next_save_ = Clock::now() + save_interval;
+    next_save_ = now() + save_interval;
     for (;;) {
         if (const auto result = look()) return *result;
         grow();
         if (const auto result = idle_end()) return *result;
-        if (Clock::now() >= next_save_) {
+        if (now() >= next_save_) {
             save_state();
-            next_save_ = Clock::now() + save_interval;
+            next_save_ = now() + save_interval;
         }
         Clock::time_point until = next_save_;
         {
-            const std::lock_guard guard(lock_);
-            if (const auto chance = policy_.next_chance(Clock::now())) until = std::min(until, *chance);
+            const MutexLock guard(lock_);
+            if (const auto chance = policy_.next_chance(now())) until = std::min(until, *chance);
         }
         wait_for_news(until);
         if (stop_.requested()) return stop_.reason();
@@ -198,12 +198,14 @@ Result CTransferMainThread::fetch_missing() {
 }
 
 void CTransferMainThread::wait_for_news(Clock::time_point until) {
-    std::unique_lock guard(mutex_);
-    news_.wait_until(guard, stop_.token(), until, [this] { return news_there_; });
+    MutexLock guard(mutex_);
+    // The condition variable waits in real time.
+    news_.wait_for(guard, stop_.token(), until - now(),
+                   [this]() VANTLOW_REQUIRES(mutex_) { return news_there_; });
     news_there_ = false;
 }
 
-// What the policy made of what the sub threads told: an end, or everything anew. None to go on.
+// Carries out what the policy made of the sub threads' events: an end, or everything anew. None to go on.
 std::optional<Result> CTransferMainThread::look() {
     reap(false);
     const auto turn = decide([](JobPolicy& policy) { return policy.look(); });
@@ -216,20 +218,20 @@ std::optional<Result> CTransferMainThread::look() {
     return std::nullopt;
 }
 
-// No thread is left although the job isn't complete: it ends with the last failure.
+// Ends the job with its last failure where no thread is left although it isn't complete.
 std::optional<Result> CTransferMainThread::idle_end() {
     if (!subs_.empty() || (pieces_ && pieces_->is_busy())) return std::nullopt;
     if (no_thread_left_ == 1) return std::nullopt;  // it may have one in a moment
     {
-        const std::lock_guard guard(mutex_);
+        const MutexLock guard(mutex_);
         if (news_there_) return std::nullopt;
     }
-    const std::lock_guard guard(lock_);
-    return policy_.idle_end(Clock::now());
+    const MutexLock guard(lock_);
+    return policy_.idle_end(now());
 }
 
-// Everything received is thrown away: another version is on the server, or it cannot give parts. Nothing of
-// the file is kept; no connection is at work.
+// Throws away everything received: another version is on the server, or it cannot give parts. Nothing of the
+// file is kept; no connection is at work.
 Result CTransferMainThread::begin_anew() {
     forget_state();
     end_pieces();
@@ -237,7 +239,7 @@ Result CTransferMainThread::begin_anew() {
         if (Result result = file_.start_over(); !result.ok()) return result;
     }
     {
-        const std::lock_guard guard(mutex_);
+        const MutexLock guard(mutex_);
         if (safe_) safe_->segments.clear();
     }
     encoded_ = false;
@@ -249,7 +251,7 @@ JobProgress CTransferMainThread::progress() {
     JobProgress progress;
     progress.received = received_.load(std::memory_order_relaxed);
     {
-        const std::lock_guard guard(lock_);
+        const MutexLock guard(lock_);
         progress.size = job_.file_size;
         progress.path = job_.path;
         std::int64_t left = 0;
@@ -266,7 +268,7 @@ JobProgress CTransferMainThread::progress() {
             if (segment->end == unknown_end) progress.done = start;
         }
         if (progress.head == unknown_end) progress.head = std::max<std::int64_t>(job_.file_size, 0);
-        policy_.fill(progress, Clock::now());
+        policy_.fill(progress, now());
         if (job_.file_size > 0) progress.done = job_.file_size - left;
     }
     progress.awaits_place = progress.connections == 0 && awaiting_place_ > 0;

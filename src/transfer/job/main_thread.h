@@ -5,13 +5,13 @@
 #include <functional>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "base/busy_lock.h"
 #include "base/digest.h"
+#include "base/mutex.h"
 #include "store/job.h"
 #include "transfer/job/local_file.h"
 #include "transfer/job/piece_check.h"
@@ -21,7 +21,7 @@
 
 namespace vantlow {
 
-/// What a run of a job is told beside the job and the settings.
+/// The options of a run of a job, beside the job and the settings.
 struct RunOptions {
     bool keep_state = true;  ///< save the job's state beside the partial file while it runs
     std::optional<ExpectedHash> hash;
@@ -34,7 +34,7 @@ struct RunOptions {
     std::function<void(const std::u16string& path, std::int64_t size)> before_name;
 };
 
-/// What the running jobs of the program share. Outlives them.
+/// The services that the running jobs of the program share. Outlives them.
 struct TransferServices {
     ConnectionServices& connections;
     const LibraryTables& libraries;
@@ -75,7 +75,7 @@ class CTransferMainThread : private SubThreadHost, private WrittenListener {
     [[nodiscard]] const JobOutcome& outcome() const noexcept { return outcome_; }
 
   private:
-    // What sub threads ask for (SubThreadHost, WrittenListener): worker_calls.cpp.
+    // The calls of sub threads and the file (SubThreadHost, WrittenListener): worker_calls.cpp.
     bool take_work(CTransferSubThread& asker) override;
     SourcePlan plan(Worker& asker) override;
     void delivered(const Worker& asker, std::int64_t offset, std::int64_t bytes) override;
@@ -103,6 +103,7 @@ class CTransferMainThread : private SubThreadHost, private WrittenListener {
     auto decide(const Ask& ask);
     void carry_out(const Effects& effects);
     [[nodiscard]] PolicyRules rules() const;
+    [[nodiscard]] Clock::time_point now() const noexcept { return services_.connections.time.now(); }
 
     // The main thread's walk (main_thread.cpp).
     void run();
@@ -127,7 +128,7 @@ class CTransferMainThread : private SubThreadHost, private WrittenListener {
     void forget_pieces();
     void end_pieces();
 
-    // What is on the disk for later (safekeeping.cpp).
+    // Its remains on the disk (safekeeping.cpp).
     void save_state();
     void save_positions();
     FileError write_state(const CJobNode& snapshot);
@@ -143,7 +144,7 @@ class CTransferMainThread : private SubThreadHost, private WrittenListener {
     std::optional<FileOrigin> origin();
     Result finish();
 
-    // What a connection and the file are told (plans.cpp).
+    // The plans of a connection and of the file (source_plan.cpp).
     FileRules file_rules() const;
     void choose_proxy(SourcePlan& plan) const;
     FtpRules ftp_rules() const;
@@ -162,20 +163,19 @@ class CTransferMainThread : private SubThreadHost, private WrittenListener {
     std::vector<std::unique_ptr<CTransferSubThread>> subs_;  ///< the main thread's
     int next_worker_ = 0;                                    ///< the main thread's
 
-    BusyLock lock_;  ///< the job lock: job_, and these
-    JobPolicy policy_;
-    std::map<int, CTransferSubThread*> by_worker_;
+    BusyLock lock_;  ///< the job lock: the fields of job_ that change while it runs, and these
+    JobPolicy policy_ VANTLOW_GUARDED_BY(lock_);
+    std::map<int, CTransferSubThread*> by_worker_ VANTLOW_GUARDED_BY(lock_);
     std::unique_ptr<PieceCheck> pieces_;  ///< made once the size is known; null without piece hashes
 
-    std::mutex mutex_;
+    Mutex mutex_;
     std::condition_variable_any news_;
-    // Guarded by mutex_.
-    std::vector<CTransferSubThread*> ended_;
-    bool news_there_ = false;
-    std::unique_ptr<CJobNode> safe_;  ///< what safe_copy() gives
-    int attached_ = 0;                ///< sub threads that hold a segment or a check
-    std::uint64_t events_ = 0;        ///< of which those hear that wait for work
-    bool saving_ = false;             ///< the main thread takes positions to the disk
+    std::vector<CTransferSubThread*> ended_ VANTLOW_GUARDED_BY(mutex_);
+    bool news_there_ VANTLOW_GUARDED_BY(mutex_) = false;
+    std::unique_ptr<CJobNode> safe_ VANTLOW_GUARDED_BY(mutex_);  ///< what safe_copy() gives
+    int attached_ VANTLOW_GUARDED_BY(mutex_) = 0;          ///< sub threads that hold a segment or a check
+    std::uint64_t events_ VANTLOW_GUARDED_BY(mutex_) = 0;  ///< of which those hear that wait for work
+    bool saving_ VANTLOW_GUARDED_BY(mutex_) = false;       ///< the main thread takes positions to the disk
     std::condition_variable_any work_news_;
 
     std::atomic<bool> state_saved_{false};
@@ -191,7 +191,7 @@ class CTransferMainThread : private SubThreadHost, private WrittenListener {
 template <class Ask>
 auto CTransferMainThread::decide(const Ask& ask) {
     Effects effects;
-    const auto tell = [&] {
+    const auto tell = [&]() VANTLOW_REQUIRES(lock_) {
         effects = policy_.take_effects();
         for (const int worker : effects.retire) {
             if (const auto at = by_worker_.find(worker); at != by_worker_.end()) at->second->retire();
@@ -199,7 +199,7 @@ auto CTransferMainThread::decide(const Ask& ask) {
     };
     if constexpr (std::is_void_v<decltype(ask(policy_))>) {
         {
-            const std::lock_guard guard(lock_);
+            const MutexLock guard(lock_);
             ask(policy_);
             tell();
         }
@@ -207,7 +207,7 @@ auto CTransferMainThread::decide(const Ask& ask) {
     } else {
         std::optional<decltype(ask(policy_))> answer;
         {
-            const std::lock_guard guard(lock_);
+            const MutexLock guard(lock_);
             answer.emplace(ask(policy_));
             tell();
         }

@@ -3,13 +3,12 @@
 #include <algorithm>
 
 #include "store/address.h"
-#include "transfer/job/mirror_rule.h"
 
 namespace vantlow {
 namespace {
 
 constexpr std::chrono::seconds longest_back_off{300};
-// Behind a definite refusal, growing fourfold; the last of so many is final.
+// The pause behind a definite refusal, growing fourfold; the last of so many refusals is final.
 constexpr std::chrono::seconds after_refusal{5};
 constexpr int most_refusals = 3;
 constexpr auto never = Clock::time_point::max();
@@ -55,7 +54,7 @@ bool MirrorSet::is_any_usable() const noexcept {
 bool MirrorSet::is_free(int index, int thread_limit, Clock::time_point now) {
     Mirror& mirror = at(index);
     if (!is_usable(index) || now < mirror.not_before) return false;
-    // One that nobody receives from is asked by one connection, whatever it said to further ones.
+    // A mirror that nobody receives from is asked by one connection, whatever it said to further ones.
     if (mirror.connections > 0 && now < mirror.grow_at) return false;
     if (mirror.grow_at == Clock::time_point{}) {
         mirror.allowed = thread_limit;
@@ -65,7 +64,7 @@ bool MirrorSet::is_free(int index, int thread_limit, Clock::time_point now) {
         mirror.grow_at = now + mirror.back_off;
     }
     int limit = mirror.allowed;
-    // One until a mirror has answered, two until it has shown that it answers ranges.
+    // A mirror gets one connection until it has answered, two until it has shown that it answers ranges.
     if (!mirror.answered) limit = std::min(limit, are_several() ? 1 : limit);
     if (!mirror.ranges_proven && !mirror.ranges_promised) limit = std::min(limit, 2);
     return mirror.connections < limit;
@@ -166,8 +165,20 @@ Result MirrorSet::why_none() const {
         return mirror.left && mirror.why.code != Code::hash_differs;
     });
     if (!are_several()) return mirrors_.front().why;
-    if (other == mirrors_.end()) return {Code::hash_differs, "Every mirror gave wrong bytes."};
+    if (other == mirrors_.end()) return {Code::hash_differs, "Every mirror delivered wrong data."};
     return {other->why.code, "No mirror is left: " + other->why.message()};
+}
+
+std::optional<std::size_t> choose_mirror(std::span<const MirrorItem> items) {
+    std::optional<std::size_t> chosen;
+    int fewest = 0;
+    for (std::size_t i = 0; i < items.size(); ++i) {
+        const int load = items[i].connections + items[i].failures;
+        if (!items[i].usable || (chosen && load >= fewest)) continue;
+        chosen = i;
+        fewest = load;
+    }
+    return chosen;
 }
 
 }  // namespace vantlow

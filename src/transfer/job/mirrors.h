@@ -1,10 +1,11 @@
-// The addresses that a job fetches from, and what is known of each server.
+// The addresses that a job fetches from, what is known of each server, and which of them a connection takes.
 #pragma once
 
 #include <chrono>
 #include <cstddef>
 #include <functional>
 #include <optional>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -88,7 +89,8 @@ class MirrorSet {
     /// Nothing is known of the servers any more, after a change of the resource.
     void forget_answers();
 
-    /// What ends the job when no mirror is usable: a wrong hash where every mirror gave wrong bytes.
+    /// The result that ends the job when no mirror is usable: a wrong hash where every mirror gave wrong
+    /// bytes.
     [[nodiscard]] Result why_none() const;
 
   private:
@@ -97,5 +99,16 @@ class MirrorSet {
     std::vector<Mirror> mirrors_;
     int only_ = none;
 };
+
+/// One mirror as the rule sees it.
+struct MirrorItem {
+    int connections = 0;  ///< that it has now
+    int failures = 0;     ///< of its connections so far, those counted that were much too slow
+    bool usable = true;   ///< may be given another connection
+};
+
+/// The usable mirror with the fewest connections and failures together; of equal ones the first. None when no
+/// mirror is usable.
+std::optional<std::size_t> choose_mirror(std::span<const MirrorItem> items);
 
 }  // namespace vantlow

@@ -4,7 +4,7 @@
 
 namespace vantlow {
 
-// Afterwards no range reaches across `at`.
+// Cuts the range that reaches across `at`.
 void Origins::cut(std::int64_t at) {
     auto next = ranges_.upper_bound(at);
     if (next == ranges_.begin()) return;

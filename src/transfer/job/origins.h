@@ -33,7 +33,7 @@ class Origins {
     };
     /// Everything that is known, in the order of the file.
     [[nodiscard]] std::vector<Owned> all() const;
-    /// What one mirror delivered, in the order of the file.
+    /// The ranges that one mirror delivered, in the order of the file.
     [[nodiscard]] std::vector<Range> from(int mirror) const;
 
   private:

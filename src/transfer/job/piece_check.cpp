@@ -6,7 +6,7 @@
 namespace vantlow {
 namespace {
 
-// Small enough to stay in the processor's own cache between reading and hashing.
+// A step is small enough to stay in the processor's own cache between reading and hashing.
 constexpr std::size_t step = 256 * 1024;
 
 }  // namespace
@@ -34,7 +34,7 @@ PieceCheck::PieceCheck(const PieceHashes& hashes, std::int64_t size, CLocalFile&
 void PieceCheck::add(std::size_t piece) {
     Result started;
     {
-        const std::lock_guard guard(mutex_);
+        const MutexLock guard(mutex_);
         if (ending_) return;
         waiting_.push_back(piece);
         if (!started_) started = threads_.start(thread_, [this] { run(); });
@@ -47,14 +47,14 @@ void PieceCheck::add(std::size_t piece) {
 }
 
 void PieceCheck::reset() {
-    std::unique_lock guard(mutex_);
+    MutexLock guard(mutex_);
     waiting_.clear();
-    news_.wait(guard, [this] { return !checking_; });
+    news_.wait(guard, [this]() VANTLOW_REQUIRES(mutex_) { return !checking_; });
 }
 
 void PieceCheck::stop() {
     {
-        const std::lock_guard guard(mutex_);
+        const MutexLock guard(mutex_);
         ending_ = true;
         waiting_.clear();
     }
@@ -63,7 +63,7 @@ void PieceCheck::stop() {
 }
 
 bool PieceCheck::is_busy() const {
-    const std::lock_guard guard(mutex_);
+    const MutexLock guard(mutex_);
     return checking_ || !waiting_.empty();
 }
 
@@ -71,8 +71,8 @@ void PieceCheck::run() {
     for (;;) {
         std::size_t piece = 0;
         {
-            std::unique_lock guard(mutex_);
-            const auto wanted = [this] { return ending_ || !waiting_.empty(); };
+            MutexLock guard(mutex_);
+            const auto wanted = [this]() VANTLOW_REQUIRES(mutex_) { return ending_ || !waiting_.empty(); };
             if (!news_.wait(guard, stop_.token(), wanted) || ending_) return;
             piece = waiting_.front();
             waiting_.pop_front();
@@ -81,7 +81,7 @@ void PieceCheck::run() {
         const Result result = check(piece);
         if (result.kind() != Kind::stopped) report_(piece, result);
         {
-            const std::lock_guard guard(mutex_);
+            const MutexLock guard(mutex_);
             checking_ = false;
         }
         news_.notify_all();

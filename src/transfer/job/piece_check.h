@@ -5,10 +5,10 @@
 #include <condition_variable>
 #include <deque>
 #include <functional>
-#include <mutex>
 #include <string_view>
 #include <vector>
 
+#include "base/mutex.h"
 #include "platform/stop.h"
 #include "platform/thread.h"
 #include "store/job_sources.h"
@@ -29,8 +29,8 @@ Result digest_of_range(CLocalFile& file, DigestKind kind, std::int64_t begin, st
 /// Any thread may call, but for reset() and stop(), which whoever owns the object calls.
 class PieceCheck {
   public:
-    /// What became of a piece: ok, `hash_differs`, or `local_file` when it could not be read. Called from the
-    /// object's thread, without locks held.
+    /// Hears the result of a piece: ok, `hash_differs`, or `local_file` when it could not be read. Called
+    /// from the object's thread, without locks held.
     using Report = std::function<void(std::size_t piece, const Result& result)>;
 
     /// Everything outlives the object. `size` is the file's.
@@ -71,12 +71,12 @@ class PieceCheck {
     ThreadPool& threads_;
     const StopSource& stop_;
     Report report_;
-    mutable std::mutex mutex_;
+    mutable Mutex mutex_;
     std::condition_variable_any news_;
-    std::deque<std::size_t> waiting_;  ///< these four: guarded by mutex_
-    bool checking_ = false;
-    bool started_ = false;
-    bool ending_ = false;
+    std::deque<std::size_t> waiting_ VANTLOW_GUARDED_BY(mutex_);
+    bool checking_ VANTLOW_GUARDED_BY(mutex_) = false;
+    bool started_ VANTLOW_GUARDED_BY(mutex_) = false;
+    bool ending_ VANTLOW_GUARDED_BY(mutex_) = false;
     ThreadPool::Running thread_;  ///< last
 };
 

@@ -9,7 +9,7 @@
 namespace vantlow {
 namespace {
 
-// What a saved map of checked pieces belongs to.
+// The mark of the hashes that a saved map of checked pieces belongs to.
 std::string piece_mark_of(const PieceHashes& hashes) {
     Digest digest(DigestKind::sha1);
     const std::string head =
@@ -26,7 +26,8 @@ const PieceHashes* CTransferMainThread::piece_hashes() const noexcept {
     return &*job_.sources->pieces;
 }
 
-// The size is known: what an earlier run checked still counts, what else is there is checked now.
+// Begins once the size is known: pieces that an earlier run checked still count, others that are there are
+// checked now.
 void CTransferMainThread::begin_pieces() {
     const PieceHashes* hashes = piece_hashes();
     if (hashes == nullptr) return;
@@ -57,18 +58,18 @@ void CTransferMainThread::begin_pieces() {
     for (const std::size_t piece : whole) pieces_->add(piece);
 }
 
-// The file begins anew.
+// Forgets all pieces: the file begins anew.
 void CTransferMainThread::forget_pieces() {
     end_pieces();
-    const std::lock_guard guard(lock_);
+    const MutexLock guard(lock_);
     policy_.forget_pieces();
 }
 
-// Nothing is checked any more; what was checked is kept.
+// Ends the checks; those that were made still count.
 void CTransferMainThread::end_pieces() {
     std::unique_ptr<PieceCheck> ending;
     {
-        const std::lock_guard guard(lock_);
+        const MutexLock guard(lock_);
         ending = std::move(pieces_);
     }
     // Its thread takes the lock when it reports: it is waited for without.

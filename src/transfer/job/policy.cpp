@@ -10,8 +10,8 @@
 namespace vantlow {
 namespace {
 
-// What is compared where nothing but bytes can tell: of a joint to each side, of a block somewhere in
-// between.
+// So many bytes are compared where nothing but bytes can tell: of a joint to each side, of a block somewhere
+// in between.
 constexpr std::int64_t joint_reach = 4 * 1024;
 constexpr std::int64_t block = 16 * 1024;
 constexpr int sampled_blocks = 3;  // beside the first and the last one
@@ -209,7 +209,7 @@ std::int64_t JobPolicy::cut_at(std::int64_t wanted, std::int64_t begin, std::int
     return border - begin >= split_size ? border : wanted;
 }
 
-// What the worker takes, by the rule; null when there is nothing for it.
+// Gives the worker a segment by the rule; null when there is nothing for it.
 CJobSeg* JobPolicy::choose_segment(const Worker& worker, std::int64_t split_size) {
     std::vector<WorkItem> items;
     for (const auto& segment : job_.segments) {
@@ -438,7 +438,7 @@ std::vector<std::size_t> JobPolicy::find_whole_pieces(std::int64_t begin, std::i
     return whole;
 }
 
-// What an earlier run checked still counts, what else is there is to be checked.
+// Pieces that an earlier run checked still count, others that are there are to be checked.
 std::vector<std::size_t> JobPolicy::begin_pieces(std::int64_t length) {
     pieces_.begin(length, job_.file_size);
     for (std::size_t piece = 0; piece < pieces_.count(); ++piece) {

@@ -1,4 +1,4 @@
-// What a job makes of what happens to its connections: books and an event in, a decision out.
+// A job's decisions about its connections: books and an event in, a decision out.
 #pragma once
 
 #include <array>
@@ -19,7 +19,6 @@
 #include "transfer/job/progress.h"
 #include "transfer/job/retry_rule.h"
 #include "transfer/job/segment_book.h"
-#include "transfer/job/source_answer.h"
 #include "transfer/job/version_rule.h"
 #include "transfer/job/worker.h"
 
@@ -44,14 +43,14 @@ struct FailedAttempt {
     std::optional<std::chrono::seconds> server_asks{};
 };
 
-/// What the job makes of it.
+/// The job's decision about it.
 struct AfterFailure {
     bool again = false;
     std::chrono::milliseconds wait{0};
     bool announced = false;  ///< the wait is worth a line in the log
 };
 
-/// What becomes of a server's answer.
+/// The decision about a server's answer.
 struct Verdict {
     enum class Next {
         refuse,      ///< `result` says why
@@ -63,14 +62,14 @@ struct Verdict {
     Result result{};
 };
 
-/// What a connection without work is to do.
+/// The next thing that a connection without work does.
 enum class Work {
     nothing,  ///< it ends
     later,    ///< its open answer may still be needed: it waits for the next event
     taken,    ///< it has a segment or a check
 };
 
-/// What is to be done beside the answer to an event.
+/// The things to be done beside the answer to an event.
 struct Effects {
     std::vector<std::pair<Direction, std::string>> notes;  ///< for the log
     std::vector<int> retire;                               ///< workers that are to end
@@ -119,7 +118,7 @@ class JobPolicy {
     /// begin_anew() where `anew`.
     bool hash_was_wrong(bool& anew);
 
-    // What connections report.
+    // The events of connections.
     Work take_work(Worker& worker, const PolicyRules& rules, Clock::time_point now);
     /// The mirror that the worker asks; false where none may be asked now.
     bool choose_mirror(Worker& worker, Clock::time_point now);
@@ -152,7 +151,7 @@ class JobPolicy {
     void end_for_good(const Result& result);
     Effects take_effects() { return std::exchange(effects_, {}); }
 
-    // What is known.
+    // The books, and the state.
     [[nodiscard]] SegmentBook& segments() noexcept { return segments_; }
     [[nodiscard]] MirrorSet& mirrors() noexcept { return mirrors_; }
     [[nodiscard]] PieceBook& pieces() noexcept { return pieces_; }

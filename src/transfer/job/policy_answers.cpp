@@ -1,4 +1,4 @@
-// What a job makes of a server's answer: versions, resuming, the size.
+// A job's decisions about a server's answer: versions, resuming, the size.
 #include <algorithm>
 
 #include "base/string_table.h"
@@ -78,7 +78,7 @@ Result JobPolicy::check_version(const Worker& worker, const SourceAnswer& answer
     if (!several && earlier != nullptr && is_other_content(*earlier, answer.version)) {
         const std::string type =
             answer.version.media_type.empty() ? "another type" : answer.version.media_type;
-        return {Code::other_content, "The server gives something else in place of the file (" + type + ")."};
+        return {Code::other_content, "The server sends something other than the file (" + type + ")."};
     }
     if (!version_known_ && known.size < 0) return {};
     match = compare(known, answer.version);
@@ -93,7 +93,7 @@ Result JobPolicy::check_version(const Worker& worker, const SourceAnswer& answer
 Verdict JobPolicy::begins_anew(const SourceAnswer& answer) {
     if (is_other_content(version_, answer.version))
         return {Verdict::Next::refuse,
-                {Code::other_content, "The server gives something else in place of the file."}};
+                {Code::other_content, "The server sends something other than the file."}};
     if (job_.sources && job_.sources->size >= 0 && answer.version.size >= 0 &&
         job_.sources->size != answer.version.size)
         return {Verdict::Next::refuse, Code::size_differs};
@@ -156,7 +156,8 @@ void JobPolicy::adopt(Worker& worker, const SourceAnswer& answer, const std::u16
     size_reported_ = !only_one_ && size > 0 && !encoded_ && !answer.ranges_denied;
 }
 
-// What the connection in front of everything receives is worth more than an answer that begins anew.
+// The bytes that the connection in front of everything receives are worth more than an answer that begins
+// anew.
 bool JobPolicy::is_received_from_start() const {
     return std::ranges::any_of(segments_.workers(), [&](const Worker* worker) {
         return worker->receiving && !worker->retired && worker->segment != nullptr &&
@@ -188,7 +189,7 @@ Verdict JobPolicy::cannot_resume(Worker& worker, const SourceAnswer& answer, Ver
     const bool is_vague = version_.size >= 0 && answer.version.size < 0 && match != VersionMatch::same;
     if (!mirrors_.are_several() && version_known_ && is_vague)
         return refuse(
-            {Code::other_content, "The server gives something of unknown size in place of a part."});
+            {Code::other_content, "The server sends something of unknown size in place of a part."});
     const bool is_believed = !mirror.ranges_proven || mirror.ignored_ranges++ >= most_ignored_ranges;
     bool is_only_choice = true;
     if (is_believed) mirror.no_ranges = true;
@@ -284,7 +285,7 @@ std::int64_t JobPolicy::overlap_behind(const Worker& worker) const {
 }
 
 void JobPolicy::agreed(const Worker& worker, std::int64_t begin, std::int64_t end) {
-    // What was compared with may have been thrown away meanwhile.
+    // The bytes that were compared with may have been thrown away meanwhile.
     if (segments_.is_missing(begin, end)) return;
     contradictions_ = 0;
     if (worker.check && worker.check->last) {

@@ -1,4 +1,4 @@
-// What a job makes of a connection that failed.
+// A job's decisions about a connection that failed.
 #include <algorithm>
 
 #include "base/string_table.h"
@@ -69,10 +69,10 @@ AfterFailure JobPolicy::failed(Worker& worker, const FailedAttempt& attempt, con
         return restart_without_ranges(attempt, rules);
     if (result.kind() != Kind::retry_later) return refused_alone(worker, attempt, rules, now);
     if (attempt.accepted && attempt.fruitless >= most_dead_ends) {
-        end_for_good(only_one_ && restarts_ > 0
-                         ? Result(Code::keeps_changing)
-                         : Result(Code::server_error,
-                                  "The server ends the file early, again and again: " + result.message()));
+        end_for_good(
+            only_one_ && restarts_ > 0
+                ? Result(Code::keeps_changing)
+                : Result(Code::server_error, "The server keeps ending the file early: " + result.message()));
         return {};
     }
     return retry(worker, attempt, rules, now);

@@ -1,4 +1,4 @@
-// What a job of several mirrors makes of failures: which mirror is asked next, which one is left.
+// A job's decisions about failures of several mirrors: which mirror is asked next, which one is left.
 #include <algorithm>
 
 #include "base/string_table.h"
@@ -83,7 +83,8 @@ std::string JobPolicy::note_joint(Worker& asker, const FailedAttempt& attempt, C
         if (is_behind && segment->start >= begin && segment->start < segment->end)
             end = std::min(end, segment->start);
     }
-    // What was compared with is fetched again already, or about to be: this answer is compared with that.
+    // The bytes that were compared with are fetched again already, or about to be: this answer is compared
+    // with those.
     const auto look_again = [&] {
         mirrors_.at(asker.mirror).not_before = now + short_pause;
         return std::string();
@@ -162,8 +163,8 @@ bool JobPolicy::may_serve(int mirror, const CJobSeg& segment) {
     return true;
 }
 
-// What mirrors gave that were left for wrong bytes, as far as no hash has confirmed it, once their last
-// connection is gone.
+// Takes back the bytes of mirrors that were left for wrong ones, as far as no hash has confirmed them, once
+// the last connection to the mirror is gone.
 void JobPolicy::take_back_from_left() {
     std::erase_if(to_take_back_, [this](int index) {
         if (mirrors_.at(index).connections > 0) return false;

@@ -1,4 +1,4 @@
-// What a running job shows of itself.
+// The state of a running job, as it is shown, and the outcome of its run.
 #pragma once
 
 #include <cstdint>

@@ -38,7 +38,7 @@ bool in_range(std::string_view host, std::string_view network, std::int64_t bits
     return rest == 0 || (x[whole] >> (8 - rest)) == (y[whole] >> (8 - rest));
 }
 
-// "host", "[v6]", either with ":port".
+// Reads "host" or "[v6]", either with ":port".
 struct Entry {
     std::string_view host;
     std::int64_t port = 0;
@@ -75,7 +75,7 @@ bool is_meant(std::string_view text, std::string_view host, std::uint16_t port) 
     const std::string_view tail = host.substr(host.size() - name.size());
     if (!iequals(tail, name)) return false;
     if (host.size() == name.size()) return true;
-    // A name below it; an address is not below another one.
+    // A name may lie below another one; an address does not.
     return host[host.size() - name.size() - 1] == '.' && !SocketAddress::from_literal(host, 0);
 }
 

@@ -3,10 +3,10 @@
 #include <algorithm>
 
 #include "base/mem_file.h"
+#include "base/safe_name.h"
 #include "platform/file_marks.h"
 #include "store/address.h"
 #include "store/database.h"
-#include "transfer/job/file_names.h"
 
 namespace vantlow {
 namespace {
@@ -39,7 +39,7 @@ FileError save_resume_state(const CJobNode& job, const std::u16string& path) {
     copy.user.clear();
     copy.password.clear();
     copy.cookie.clear();
-    // Its words name the mirrors and hashes again; the map of checked pieces says what it belongs to.
+    // The state's words name the mirrors and hashes again; the map of checked pieces says what it belongs to.
     copy.sources.reset();
     copy.rules.reset();
     copy.error.clear();
@@ -61,7 +61,7 @@ std::unique_ptr<CJobNode> load_resume_state(const std::u16string& path) {
 }
 
 std::int64_t written_end(const CJobNode& job) {
-    // What lies between the segments is written; behind the last one the file is written up to its size.
+    // The bytes between the segments are written; behind the last one the file is written up to its size.
     std::int64_t end = 0;
     std::int64_t at = 0;
     for (const auto& segment : job.segments) {

@@ -7,7 +7,7 @@
 
 namespace vantlow {
 
-/// What the rule looks at.
+/// A failure, as the rule looks at it.
 struct RetryCase {
     int errors = 0;           ///< of this connection so far, this one counted
     std::int64_t limit = -1;  ///< -1: none
@@ -17,6 +17,7 @@ struct RetryCase {
     std::optional<std::chrono::seconds> server_asks;  ///< Retry-After
 };
 
+/// The rule's answer.
 struct RetryDecision {
     bool give_up = false;
     std::chrono::milliseconds wait{0};

@@ -1,4 +1,4 @@
-// What outlives a run: the job's saved state while it runs, the checked and finished file at its end.
+// A job's remains after its run: the saved state while it runs, the checked and finished file at its end.
 #include <algorithm>
 
 #include "base/codes.h"
@@ -11,7 +11,7 @@
 namespace vantlow {
 namespace {
 
-// What a full disk is given back so that the job's state can be written.
+// A full disk is given back this much, in bytes, so that the job's state can be written.
 constexpr std::int64_t state_room = 256 * 1024;
 
 // Complete segments say nothing, and may stand within a range that is fetched again. One stays: a job
@@ -28,24 +28,24 @@ void drop_complete_segments(CJobNode& job) {
 }  // namespace
 
 void CTransferMainThread::remember_safe(std::unique_ptr<CJobNode> copy) {
-    const std::lock_guard guard(mutex_);
+    const MutexLock guard(mutex_);
     safe_ = std::move(copy);
 }
 
 std::unique_ptr<CJobNode> CTransferMainThread::safe_copy() {
     std::u16string path;
     {
-        const std::lock_guard guard(lock_);
+        const MutexLock guard(lock_);
         path = job_.path;
     }
-    const std::lock_guard guard(mutex_);
+    const MutexLock guard(mutex_);
     if (!safe_) return nullptr;
     std::unique_ptr<CJobNode> copy = safe_->twin();
     copy->path = std::move(path);
     return copy;
 }
 
-// Nothing of what the state on the disk says will be true in a moment.
+// Removes the state on the disk: nothing of it will be true in a moment.
 void CTransferMainThread::forget_state() {
     remove_state(file_.state_path());
 }
@@ -57,7 +57,7 @@ void CTransferMainThread::remove_state(const std::u16string& path) {
     }
 }
 
-// The hash that was asked for, and the one that the job's sources name.
+// Checks the hash that was asked for, and the one that the job's sources name.
 Result CTransferMainThread::check_hashes(bool& matches) {
     matches = true;
     if (encoded_ && job_.sources) {
@@ -105,10 +105,10 @@ Result CTransferMainThread::check_decoded(bool& matches) {
     return {};
 }
 
-// What the finished file is marked with: where its bytes came from, redirects followed as far as known.
+// The finished file is marked with where its bytes came from, redirects followed as far as known.
 std::optional<FileOrigin> CTransferMainThread::origin() {
     if (!services_.settings.flag(setting::mark_zone)) return std::nullopt;
-    const std::lock_guard guard(lock_);
+    const MutexLock guard(lock_);
     MirrorSet& mirrors = policy_.mirrors();
     const Mirror* from = &mirrors.at(0);
     for (int i = 0; i < mirrors.count() && from->effective.empty(); ++i) from = &mirrors.at(i);
@@ -124,12 +124,12 @@ Result CTransferMainThread::finish() {
         if (!matches || !options_.before_name) return;
         const std::int64_t size = job_.file_size;
         {
-            const std::lock_guard guard(lock_);
+            const MutexLock guard(lock_);
             job_.path = path;
         }
         {
             // Whoever asks now is told what the file is found by, although no state of it was ever saved.
-            const std::lock_guard guard(mutex_);
+            const MutexLock guard(mutex_);
             if (safe_) safe_->file_size = size;
         }
         options_.before_name(path, size);
@@ -138,7 +138,7 @@ Result CTransferMainThread::finish() {
         return result;
     remove_state(state);
     {
-        const std::lock_guard guard(lock_);
+        const MutexLock guard(lock_);
         job_.path = file_.target();
         job_.segments.clear();
     }
@@ -158,7 +158,7 @@ FileError CTransferMainThread::write_state(const CJobNode& snapshot) {
     return error;
 }
 
-// What a later run knows the partial file by: its first block that is there.
+// A later run knows the partial file by its first block that is there.
 PartialMark CTransferMainThread::mark_of(const CJobNode& snapshot) {
     constexpr std::int64_t block = 16 * 1024;
     PartialMark mark;
@@ -190,17 +190,17 @@ bool CTransferMainThread::bears(const PartialMark& mark) {
            to_hex(digest) == mark.digest;
 }
 
-// Positions first, then the bytes up to them onto the disk, then the positions: after a power cut they never
-// promise bytes that are not there.
+// Positions are taken first, then the bytes up to them go onto the disk, then the positions: after a power
+// cut they never promise bytes that are not there.
 void CTransferMainThread::save_state() {
     if (!options_.keep_state || !file_.is_open() || encoded_) return;
     {
-        const std::lock_guard guard(mutex_);
+        const MutexLock guard(mutex_);
         saving_ = true;
     }
     save_positions();
     {
-        const std::lock_guard guard(mutex_);
+        const MutexLock guard(mutex_);
         saving_ = false;
     }
     news_.notify_all();
@@ -209,8 +209,8 @@ void CTransferMainThread::save_state() {
 void CTransferMainThread::save_positions() {
     std::unique_ptr<CJobNode> snapshot;
     {
-        const std::lock_guard guard(lock_);
-        // Nothing that could be continued, or that will be there in a moment.
+        const MutexLock guard(lock_);
+        // Such a job has nothing that could be continued, or that will be there in a moment.
         if (policy_.is_only_one() || policy_.is_taking_over() || job_.file_size <= 0) return;
         snapshot = job_.twin();
         policy_.open_joints(*snapshot);
@@ -224,14 +224,14 @@ void CTransferMainThread::save_positions() {
     if (!error.ok()) log_.line(Direction::error, "The state of the job could not be saved: " + error.text());
 }
 
-// The job did not end well: what is there is kept for the next run, where there is anything worth it.
+// Keeps what is there of a job that did not end well for the next run, where there is anything worth it.
 void CTransferMainThread::leave_state(const Result& result) {
     if (!file_.is_open()) return;
     Result drained = file_.drain();  // a failure is logged, and what it lost counts as not received
     const bool useless = result.code == Code::keeps_changing;
     bool anything = false;
     {
-        const std::lock_guard guard(lock_);
+        const MutexLock guard(lock_);
         anything = job_.file_size > 0 && written_end(job_) > 0 && !useless;
     }
     if (!anything && !drained.ok()) anything = true;

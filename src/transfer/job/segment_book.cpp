@@ -107,15 +107,15 @@ void SegmentBook::take_back(std::int64_t begin, std::int64_t end) {
         auto segment = std::make_unique<CJobSeg>();
         segment->start = gap.begin;
         segment->end = gap.end;
-        // Behind complete segments that stand within it.
+        // The search goes on behind complete segments that stand within the range.
         const auto place = std::find_if(job_.segments.begin(), job_.segments.end(),
                                         [&](const auto& next) { return next->start >= gap.end; });
         job_.segments.insert(place, std::move(segment));
     }
 }
 
-// What is complete needs no record: the gap that it leaves says as much. One record stays, so that a job that
-// is complete is not taken for one that never began.
+// A complete segment needs no record: the gap that it leaves says as much. One record stays, so that a job
+// that is complete is not taken for one that never began.
 void SegmentBook::drop_complete() {
     std::erase_if(job_.segments, [&](const auto& segment) {
         return segment->worker == 0 && segment->start >= segment->end && segment != job_.segments.front();

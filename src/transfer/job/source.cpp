@@ -4,8 +4,6 @@
 
 #include "base/text.h"
 #include "store/address.h"
-#include "transfer/job/ftp_source.h"
-#include "transfer/job/http_source.h"
 
 namespace vantlow {
 namespace {
@@ -16,7 +14,7 @@ constexpr std::array protocols{
     Protocol{u"sftp://", false, make_ftp_source},
 };
 
-// What people hand over although nothing can fetch it yet.
+// Addresses that people hand over although nothing can fetch them yet.
 struct Network {
     std::u16string_view prefix;
     std::string_view name;

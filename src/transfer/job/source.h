@@ -8,7 +8,7 @@
 
 #include "transfer/http/errand.h"
 #include "transfer/job/host_keys.h"
-#include "transfer/job/source_answer.h"
+#include "transfer/job/version_rule.h"
 
 namespace vantlow {
 
@@ -24,7 +24,7 @@ struct FtpRules {
 
 class ProxyRules;
 
-/// What a job wants from one connection, with the settings as they are at this moment: `address` is the
+/// A job's wish to one connection, with the settings as they are at this moment: `address` is the
 /// job's, or where it was redirected to, `origin` the job's own.
 struct SourcePlan : FetchPlan {
     std::shared_ptr<const ProxyRules> proxy_rules;  ///< for where redirects lead; null: `proxy` for all
@@ -52,12 +52,18 @@ class Source {
     virtual Moved read(std::span<std::byte> into, Clock::time_point until) = 0;
     /// Ends the conversation; keeps the connection for reuse where that is possible.
     virtual void close() = 0;
-    /// What a busy server asked to wait, after open() failed.
+    /// The time that a busy server asked to wait, after open() failed; none where it asked for none.
     [[nodiscard]] virtual std::optional<std::chrono::seconds> retry_after() const = 0;
 };
 
-/// What every source of a connection is made with.
+/// Every source of a connection is made with this.
 using SourceContext = ConnectionContext;
+
+/// HTTP: redirects, statuses, ranges.
+std::unique_ptr<Source> make_http_source(const SourceContext& context);
+/// FTP, FTPS and SFTP, for ftp://, ftps:// (TLS by AUTH) and sftp:// addresses and those without a scheme.
+/// Through an HTTP proxy that forwards requests the proxy speaks FTP and this side HTTP.
+std::unique_ptr<Source> make_ftp_source(const SourceContext& context);
 
 /// One protocol: the scheme with its "://" and what makes its sources.
 struct Protocol {

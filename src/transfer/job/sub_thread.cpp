@@ -10,14 +10,14 @@ namespace {
 
 constexpr std::size_t kib = 1024;
 // Received bytes are handed to the file at least this often: together with the second between two saves of
-// the positions, what a kill costs.
+// the positions, that is the most that a kill costs.
 constexpr std::chrono::milliseconds flush_interval{250};
 constexpr std::chrono::milliseconds measure_interval{250};
 // So many measures make a speed that others are compared with; a connection that stands still has one too.
 constexpr int settling_measures = 4;
-// From one protocol to another: more often than this is no way to a file.
+// An address may lead from one protocol to another so often; more is no way to a file.
 constexpr int most_moves = 3;
-// How much of a joint is compared at once.
+// So many bytes of a joint are compared at once.
 constexpr std::size_t joint_step = 16 * kib;
 
 }  // namespace
@@ -98,7 +98,7 @@ void CTransferSubThread::close_source(bool reset) {
     node_.connections = 0;
 }
 
-// What the job decided after a failure; true when the segment is to be tried again.
+// Asks the job what becomes of a failure, and waits as it says; true when the segment is to be tried again.
 bool CTransferSubThread::try_again(const Result& result) {
     FailedAttempt attempt;
     attempt.result = result;
@@ -129,14 +129,15 @@ Result CTransferSubThread::run_segment() {
     const std::int64_t wanted = tools_.settings.number(setting::data_buffer) * static_cast<std::int64_t>(kib);
     gather_.resize(static_cast<std::size_t>(std::clamp<std::int64_t>(limit() - position(), 1, wanted)));
     node_.active = true;
-    const auto began = measured_ = flushed_ = Clock::now();
+    flushed_ = Clock::now();
+    const auto began = measured_ = time().now();
     const std::int64_t began_at = position();
     measured_bytes_ = 0;
     worker_.settled = false;
     measures_ = 0;
     Result result = receive();
     node_.active = false;
-    const double seconds = std::max(std::chrono::duration<double>(Clock::now() - began).count(), 0.001);
+    const double seconds = std::max(std::chrono::duration<double>(time().now() - began).count(), 0.001);
     segment_speed_ = static_cast<std::int64_t>(static_cast<double>(position() - began_at) / seconds);
     return result;
 }
@@ -220,7 +221,7 @@ Result CTransferSubThread::ask(std::int64_t offset) {
     return {};
 }
 
-// The next bytes of the open answer, those first that were received before.
+// Gives the next bytes of the open answer, those first that were received before.
 Moved CTransferSubThread::read_on(std::span<std::byte> into, Clock::time_point until) {
     if (held_.empty()) {
         const Moved moved = source_->read(into, until);
@@ -234,7 +235,7 @@ Moved CTransferSubThread::read_on(std::span<std::byte> into, Clock::time_point u
     return Moved::data(bytes);
 }
 
-// The answer ended, and nobody has told where the resource does: whether anything is behind a part is asked.
+// Asks whether anything is behind a part, where the answer ended and nobody has told where the resource does.
 Result CTransferSubThread::ask_for_more(bool& there_is) {
     there_is = false;
     // An answer that gave nothing new had nothing more to give.
@@ -266,8 +267,8 @@ Result CTransferSubThread::compare(std::int64_t offset, std::int64_t bytes) {
     return {};
 }
 
-// The joint with the next segment, as far as that one's bytes are there. What is read for it is kept: the
-// answer may go on from here.
+// Compares the joint with the next segment, as far as that one's bytes are there. The bytes that are read for
+// it are kept: the answer may go on from here.
 Result CTransferSubThread::compare_behind() {
     constexpr std::chrono::milliseconds step{20};
     const auto until = from_now(silence_);
@@ -334,7 +335,7 @@ Result CTransferSubThread::receive() {
     return end;
 }
 
-// One step; false at the end of the segment or of the answer.
+// Makes one step; false at the end of the segment or of the answer.
 bool CTransferSubThread::receive_some(Clock::time_point& last_data, Result& end) {
     const std::int64_t left = limit() - position();
     if (left <= 0) {
@@ -349,7 +350,7 @@ bool CTransferSubThread::receive_some(Clock::time_point& last_data, Result& end)
     const bool is_new = held_.empty();
     const Moved moved = read_on(gather_.bytes().subspan(gathered_, most), until);
     const auto now = Clock::now();
-    measure(moved.bytes, now);
+    measure(moved.bytes, time().now());
     if (moved.state == Moved::State::data) {
         last_data = now;
         gathered_ += moved.bytes;

@@ -18,7 +18,7 @@ namespace vantlow {
 
 class CTransferSubThread;
 
-/// What a sub thread needs of its job. All operations may be called from any sub thread.
+/// The job, as far as a sub thread needs it. All operations may be called from any sub thread.
 class SubThreadHost {
   public:
     SubThreadHost() = default;
@@ -49,17 +49,20 @@ class SubThreadHost {
                                      std::int64_t asked) = 0;
     /// The end of a resource of unknown size is reached at the asker's position.
     virtual void end_found(Worker& asker) = 0;
+    /// The attempt failed: whether, and when, the asker tries again.
     virtual AfterFailure after_failure(CTransferSubThread& asker, const FailedAttempt& attempt) = 0;
     /// The asker works on its segment or check no more; what it received is written. `open_at`: where its
     /// open answer would go on; -1: none is open. `done`: its check was made. True when the job is complete.
     virtual bool release(CTransferSubThread& asker, std::int64_t open_at, bool done) = 0;
     /// The thread is about to end; `last` is what ended it.
     virtual void ended(CTransferSubThread& asker, const Result& last) = 0;
+    /// The job's file. Stays as long as the sub thread.
     virtual CLocalFile& file() = 0;
+    /// So many bytes of a body came from the network.
     virtual void count_received(std::int64_t bytes) noexcept = 0;
 };
 
-/// What a sub thread works with; all of it outlives the thread.
+/// The tools of a sub thread; all of it outlives the thread.
 struct SubThreadTools {
     ConnectionServices& services;
     const LibraryTables& libraries;
@@ -84,7 +87,7 @@ class CTransferSubThread {
     void retire() noexcept { stop_.request(Code::handed_over); }
     void join();
 
-    /// What the books know of it.
+    /// The record of it in the books.
     [[nodiscard]] Worker& worker() noexcept { return worker_; }
     [[nodiscard]] const StopSource& stop_source() const noexcept { return stop_; }
     /// It has given back a complete segment, and closes its connection where there is no other.
@@ -114,6 +117,9 @@ class CTransferSubThread {
     bool try_again(const Result& result);
     void close_source(bool reset);
     void measure(std::size_t bytes, Clock::time_point now);
+    /// Speeds are measured by this; silence and the next flush are deadlines of the socket's own waits, in
+    /// real time.
+    [[nodiscard]] const TimeSource& time() const noexcept { return tools_.services.time; }
     [[nodiscard]] std::int64_t position() const noexcept {
         return worker_.position.load(std::memory_order_relaxed);
     }

@@ -1,4 +1,5 @@
-// Whether two answers are about the same version of a resource, and whether about the resource at all.
+// A server's answer, as any protocol tells it; whether two answers are about the same version of a resource,
+// and whether about the resource at all.
 #pragma once
 
 #include <cstdint>
@@ -6,13 +7,27 @@
 
 namespace vantlow {
 
-/// What an answer says of the version that it is of.
+/// The version that an answer is of, as far as it tells.
 struct ResourceVersion {
     std::int64_t size = -1;     ///< total bytes; -1: unsaid
     std::string last_modified;  ///< as sent; empty: unsaid
     std::string etag;           ///< as sent; empty: unsaid
     bool strong_date = false;   ///< last_modified is a minute older than the answer (RFC 9110, 8.8.2.2)
     std::string media_type{};   ///< lower case, without parameters; empty: unsaid
+};
+
+/// A server's answer to one request of a connection.
+struct SourceAnswer {
+    std::int64_t granted = 0;  ///< offset of the first byte that read() gives
+    bool whole = false;        ///< the answer is the whole resource, whatever was asked
+    bool encoded = false;  ///< bytes are decoded on the way: their number is unknown and ranges mean nothing
+    bool ranges_promised = false;  ///< the server says that it answers ranges
+    bool ranges_denied = false;    ///< the server says that it does not
+    bool may_go_on = false;        ///< a part, and the size is not told: there may be more behind its end
+    bool beyond_end = false;       ///< of an open() that failed: the resource has no byte at the offset
+    ResourceVersion version;
+    std::u16string name;     ///< suggested by the server, or from the address; not made safe; may be empty
+    std::u16string address;  ///< where the answer came from, redirects followed
 };
 
 enum class VersionMatch {

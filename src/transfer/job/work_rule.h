@@ -15,7 +15,7 @@ struct WorkItem {
     bool active = false;     ///< a connection receives for it now
 };
 
-/// What the asking connection takes.
+/// The piece of work that the asking connection takes.
 struct WorkTake {
     std::size_t index = 0;  ///< the segment that it is taken from
     bool cut = false;       ///< true: a new segment [start, end), the old one now ends at start; false: the

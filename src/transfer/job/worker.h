@@ -20,7 +20,7 @@ struct BlockCheck {
     int worker = 0;      ///< compares it now; 0: nobody
 };
 
-/// What the books and the policy know of one connection. The connection's own thread moves `position`; all
+/// One connection, as the books and the policy know it. The connection's own thread moves `position`; all
 /// else but the measures is changed under the job's lock.
 struct Worker {
     int id = 0;  ///< positive; CJobSeg::worker names it

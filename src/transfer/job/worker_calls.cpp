@@ -1,4 +1,4 @@
-// What a job's connections ask of it: each call is an event for the policy.
+// The calls of a job's connections: each is an event for the policy.
 #include <algorithm>
 #include <chrono>
 
@@ -10,7 +10,8 @@
 namespace vantlow {
 namespace {
 
-// Seconds since 1970 from what a server told: a date of HTTP, or the digits of FTP (RFC 3659, 2.3).
+// Reads the time that a server told, in seconds since 1970: a date of HTTP, or the digits of FTP (RFC
+// 3659, 2.3).
 std::optional<std::int64_t> time_of_change(std::string_view text) {
     if (const auto date = parse_http_date(text)) return date;
     const auto digits = parse_decimal(text.substr(0, 14));
@@ -43,7 +44,7 @@ void CTransferMainThread::carry_out(const Effects& effects) {
     for (const std::size_t piece : effects.whole_pieces) pieces_->add(piece);
     if (!effects.news && effects.retire.empty()) return;
     {
-        const std::lock_guard guard(mutex_);
+        const MutexLock guard(mutex_);
         news_there_ = news_there_ || effects.news;
         ++events_;
     }
@@ -56,17 +57,17 @@ bool CTransferMainThread::take_work(CTransferSubThread& asker) {
     for (;;) {
         std::uint64_t seen = 0;
         {
-            const std::lock_guard guard(mutex_);
+            const MutexLock guard(mutex_);
             seen = events_;
         }
         const PolicyRules now_rules = rules();
-        const Work work = decide(
-            [&](JobPolicy& policy) { return policy.take_work(asker.worker(), now_rules, Clock::now()); });
-        std::unique_lock guard(mutex_);
+        const Work work =
+            decide([&](JobPolicy& policy) { return policy.take_work(asker.worker(), now_rules, now()); });
+        MutexLock guard(mutex_);
         if (work == Work::taken) ++attached_;
         if (work != Work::later) return work == Work::taken;
         work_news_.wait_for(guard, asker.stop_source().token(), longest_wait,
-                            [&] { return events_ != seen; });
+                            [&]() VANTLOW_REQUIRES(mutex_) { return events_ != seen; });
         if (asker.stop_source().requested()) return false;
     }
 }
@@ -79,7 +80,7 @@ bool CTransferMainThread::release(CTransferSubThread& asker, std::int64_t open_a
         return policy.released(asker.worker(), open_at, done, asker.segment_speed()) && drained.ok();
     });
     {
-        const std::lock_guard guard(mutex_);
+        const MutexLock guard(mutex_);
         --attached_;
         ++events_;
         news_there_ = true;
@@ -95,17 +96,17 @@ void CTransferMainThread::written(std::int64_t offset, std::int64_t bytes) {
 }
 
 void CTransferMainThread::delivered(const Worker& asker, std::int64_t offset, std::int64_t bytes) {
-    const std::lock_guard guard(lock_);
+    const MutexLock guard(lock_);
     policy_.delivered(asker, offset, bytes);
 }
 
 void CTransferMainThread::ended(CTransferSubThread& asker, const Result& last) {
-    decide([&](JobPolicy& policy) {
+    decide([&](JobPolicy& policy) VANTLOW_REQUIRES(lock_) {
         policy.strike(asker.worker(), last);
         by_worker_.erase(asker.worker().id);
     });
     {
-        const std::lock_guard guard(mutex_);
+        const MutexLock guard(mutex_);
         ended_.push_back(&asker);
         news_there_ = true;
         ++events_;
@@ -114,29 +115,30 @@ void CTransferMainThread::ended(CTransferSubThread& asker, const Result& last) {
 }
 
 void CTransferMainThread::end_found(Worker& asker) {
-    const std::lock_guard guard(lock_);
+    const MutexLock guard(lock_);
     policy_.end_found(asker);
 }
 
 std::int64_t CTransferMainThread::overlap_before(const Worker& asker) {
-    // What the asker received may still be held back. A disk that does not take it says so at the next write.
+    // Bytes that the asker received may still be held back. A disk that does not take it says so at the next
+    // write.
     static_cast<void>(file_.drain());
-    const std::lock_guard guard(lock_);
+    const MutexLock guard(lock_);
     return policy_.overlap_before(asker);
 }
 
 std::int64_t CTransferMainThread::overlap_behind(const Worker& asker) {
-    const std::lock_guard guard(lock_);
+    const MutexLock guard(lock_);
     return policy_.overlap_behind(asker);
 }
 
 bool CTransferMainThread::is_there(std::int64_t begin, std::int64_t end) {
-    const std::lock_guard guard(lock_);
+    const MutexLock guard(lock_);
     return policy_.is_there(begin, end);
 }
 
 void CTransferMainThread::agreed(const Worker& asker, std::int64_t begin, std::int64_t end) {
-    const std::lock_guard guard(lock_);
+    const MutexLock guard(lock_);
     policy_.agreed(asker, begin, end);
 }
 
@@ -158,11 +160,11 @@ Result CTransferMainThread::response_accepted(CTransferSubThread& asker, const S
     if (!result.ok()) return result;
     std::int64_t size = 0;
     {
-        const std::lock_guard guard(lock_);
+        const MutexLock guard(lock_);
         size = job_.file_size;
     }
     {
-        const std::lock_guard guard(mutex_);
+        const MutexLock guard(mutex_);
         news_there_ = true;
     }
     // A file that nobody else could take a part of is no reason to wake the main thread.
@@ -170,7 +172,7 @@ Result CTransferMainThread::response_accepted(CTransferSubThread& asker, const S
     return {};
 }
 
-// The first answer of a run that begins at zero, or of one that begins anew.
+// Takes the first answer of a run that begins at zero, or of one that begins anew.
 Result CTransferMainThread::adopt(CTransferSubThread& asker, const SourceAnswer& answer) {
     Result ready = file_.is_open() ? throw_away(asker) : open_file(answer);
     if (!ready.ok()) return ready;
@@ -189,7 +191,7 @@ Result CTransferMainThread::open_file(const SourceAnswer& answer) {
     std::u16string folder;
     std::u16string name;
     {
-        const std::lock_guard guard(lock_);
+        const MutexLock guard(lock_);
         folder = folder_of(job_.path);
         name = job_.file_name;
     }
@@ -200,12 +202,13 @@ Result CTransferMainThread::open_file(const SourceAnswer& answer) {
     return file_.begin(folder, name, rules);
 }
 
-// Nothing of what was received counts any more: the file is empty, and no state tells otherwise.
+// Throws away everything received: the file is empty afterwards, and no state tells otherwise.
 Result CTransferMainThread::throw_away(CTransferSubThread& asker) {
     {
         // A save that is under way tells of nothing that is about to go.
-        std::unique_lock guard(mutex_);
-        if (!news_.wait(guard, asker.stop_source().token(), [this] { return !saving_; }))
+        MutexLock guard(mutex_);
+        if (!news_.wait(guard, asker.stop_source().token(),
+                        [this]() VANTLOW_REQUIRES(mutex_) { return !saving_; }))
             return asker.stop_source().reason();
         if (safe_) safe_->segments.clear();
     }
@@ -214,27 +217,28 @@ Result CTransferMainThread::throw_away(CTransferSubThread& asker) {
     return file_.start_over();
 }
 
-// This connection goes on alone, from zero; all that was received is thrown away.
+// Lets this connection go on alone, from zero; all that was received is thrown away.
 Result CTransferMainThread::take_whole(CTransferSubThread& asker, const SourceAnswer& answer) {
     {
         // The others write their last bytes before the file is emptied under them.
-        std::unique_lock guard(mutex_);
-        if (!news_.wait(guard, asker.stop_source().token(), [this] { return attached_ == 1; }))
+        MutexLock guard(mutex_);
+        if (!news_.wait(guard, asker.stop_source().token(),
+                        [this]() VANTLOW_REQUIRES(mutex_) { return attached_ == 1; }))
             return asker.stop_source().reason();
     }
     decide([&](JobPolicy& policy) { policy.begin_whole(asker.worker()); });
     if (Result result = adopt(asker, answer); !result.ok()) return result;
-    const std::lock_guard guard(lock_);
+    const MutexLock guard(lock_);
     policy_.mirrors().at(asker.worker().mirror).effective = answer.address;
     return {};
 }
 
 AfterFailure CTransferMainThread::after_failure(CTransferSubThread& asker, const FailedAttempt& attempt) {
-    // What is rewound is rewound behind everything that was written.
+    // A rewound position lies behind everything that was written.
     static_cast<void>(file_.drain());
     const PolicyRules now_rules = rules();
     return decide(
-        [&](JobPolicy& policy) { return policy.failed(asker.worker(), attempt, now_rules, Clock::now()); });
+        [&](JobPolicy& policy) { return policy.failed(asker.worker(), attempt, now_rules, now()); });
 }
 
 }  // namespace vantlow

@@ -11,7 +11,7 @@ WriteBehind::WriteBehind(File& file, WrittenListener& listener, std::size_t size
     writing_.buffer.resize(capacity_);
 }
 
-// Called with the mutex held and room in the half.
+// Copies the bytes; there is room in the half.
 void WriteBehind::put(std::int64_t offset, std::span<const std::byte> bytes) {
     std::memcpy(filling_.buffer.data() + filling_.used, bytes.data(), bytes.size());
     filling_.runs.push_back({offset, filling_.used, bytes.size()});
@@ -20,7 +20,7 @@ void WriteBehind::put(std::int64_t offset, std::span<const std::byte> bytes) {
 
 FileError WriteBehind::add(std::int64_t offset, std::span<const std::byte> bytes) {
     while (!bytes.empty()) {
-        std::unique_lock guard(mutex_);
+        MutexLock guard(mutex_);
         const std::size_t piece = std::min(bytes.size(), capacity_ - filling_.used);
         if (piece == 0) {
             guard.unlock();
@@ -35,8 +35,8 @@ FileError WriteBehind::add(std::int64_t offset, std::span<const std::byte> bytes
 }
 
 FileError WriteBehind::drain() {
-    std::unique_lock guard(mutex_);
-    idle_.wait(guard, [this] { return !writing_now_; });
+    MutexLock guard(mutex_);
+    idle_.wait(guard, [this]() VANTLOW_REQUIRES(mutex_) { return !writing_now_; });
     if (filling_.runs.empty()) return {};
     std::swap(filling_, writing_);
     writing_now_ = true;
@@ -84,8 +84,8 @@ FileError WriteBehind::write_half(Half& half) {
 }
 
 void WriteBehind::discard() {
-    std::unique_lock guard(mutex_);
-    idle_.wait(guard, [this] { return !writing_now_; });
+    MutexLock guard(mutex_);
+    idle_.wait(guard, [this]() VANTLOW_REQUIRES(mutex_) { return !writing_now_; });
     filling_.runs.clear();
     filling_.used = 0;
 }

@@ -4,10 +4,10 @@
 #include <condition_variable>
 #include <cstddef>
 #include <cstdint>
-#include <mutex>
 #include <span>
 #include <vector>
 
+#include "base/mutex.h"
 #include "platform/file.h"
 
 namespace vantlow {
@@ -49,16 +49,16 @@ class WriteBehind {
         std::size_t used = 0;
     };
     FileError write_half(Half& half);
-    void put(std::int64_t offset, std::span<const std::byte> bytes);
+    void put(std::int64_t offset, std::span<const std::byte> bytes) VANTLOW_REQUIRES(mutex_);
 
     File& file_;
     WrittenListener& listener_;
     std::size_t capacity_;  ///< of a half
-    std::mutex mutex_;
-    std::condition_variable idle_;
-    Half filling_;  ///< guarded by mutex_
-    Half writing_;  ///< the writer's while writing_now_
-    bool writing_now_ = false;
+    Mutex mutex_;
+    std::condition_variable_any idle_;
+    Half filling_ VANTLOW_GUARDED_BY(mutex_);
+    Half writing_;  ///< the writer's while writing_now_, else guarded by mutex_
+    bool writing_now_ VANTLOW_GUARDED_BY(mutex_) = false;
 };
 
 }  // namespace vantlow

@@ -1,9 +1,9 @@
 #include "app/cli/get/get_run.h"
 
 #include "app/terminal/quantities.h"
+#include "base/safe_name.h"
 #include "base/text.h"
 #include "platform/console.h"
-#include "transfer/job/file_names.h"
 
 namespace vantlow {
 namespace {

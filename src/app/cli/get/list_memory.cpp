@@ -7,10 +7,10 @@
 
 #include "base/codes.h"
 #include "base/digest.h"
+#include "base/safe_name.h"
 #include "base/text.h"
 #include "platform/file_marks.h"
 #include "store/address.h"
-#include "transfer/job/file_names.h"
 
 namespace vantlow {
 namespace {

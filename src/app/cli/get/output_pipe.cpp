@@ -16,7 +16,7 @@ constexpr std::size_t step = 64 * 1024;
 }  // namespace
 
 Result OutputPipe::offer(const std::u16string& path, std::int64_t bytes) {
-    const std::lock_guard guard(mutex_);
+    const MutexLock guard(mutex_);
     if (!failure_.ok()) return failure_;
     if (bytes < written_) {
         return {Code::resource_changed, "The file must be begun anew, but " + std::to_string(written_) +
@@ -39,9 +39,9 @@ Result OutputPipe::offer(const std::u16string& path, std::int64_t bytes) {
 void OutputPipe::run() {
     File file;
     std::vector<std::byte> bytes(step);
-    std::unique_lock guard(mutex_);
+    MutexLock guard(mutex_);
     for (;;) {
-        changed_.wait(guard, [this] { return stop_ || offered_ > written_; });
+        changed_.wait(guard, [this]() VANTLOW_REQUIRES(mutex_) { return stop_ || offered_ > written_; });
         if (stop_) break;
         const std::u16string path = path_;
         const std::int64_t at = written_;
@@ -51,7 +51,7 @@ void OutputPipe::run() {
         FileError error = file.is_open() ? FileError{} : file.open(path, OpenMode::read);
         if (error.fault == FileFault::not_found) {
             guard.lock();
-            changed_.wait(guard, [&] { return stop_ || path_ != path; });
+            changed_.wait(guard, [&]() VANTLOW_REQUIRES(mutex_) { return stop_ || path_ != path; });
             continue;
         }
         std::size_t got = 0;
@@ -76,24 +76,25 @@ void OutputPipe::run() {
 }
 
 Result OutputPipe::finish(const StopSource& stop) {
-    std::unique_lock guard(mutex_);
-    const bool done =
-        changed_.wait(guard, stop.token(), [this] { return !failure_.ok() || written_ == offered_; });
+    MutexLock guard(mutex_);
+    const bool done = changed_.wait(guard, stop.token(), [this]() VANTLOW_REQUIRES(mutex_) {
+        return !failure_.ok() || written_ == offered_;
+    });
     if (!failure_.ok()) return failure_;
     return done ? Result{} : stop.reason();
 }
 
 bool OutputPipe::is_stuck() {
     constexpr std::chrono::milliseconds patience{100};
-    std::unique_lock guard(mutex_);
+    MutexLock guard(mutex_);
     stop_ = true;
     changed_.notify_all();
-    return !changed_.wait_for(guard, patience, [this] { return ended_; });
+    return !changed_.wait_for(guard, patience, [this]() VANTLOW_REQUIRES(mutex_) { return ended_; });
 }
 
 void OutputPipe::stop() {
     {
-        const std::lock_guard guard(mutex_);
+        const MutexLock guard(mutex_);
         stop_ = true;
     }
     changed_.notify_all();

@@ -3,9 +3,9 @@
 
 #include <condition_variable>
 #include <cstdint>
-#include <mutex>
 #include <string>
 
+#include "base/mutex.h"
 #include "base/result.h"
 #include "platform/stop.h"
 #include "platform/thread.h"
@@ -36,15 +36,14 @@ class OutputPipe {
     void stop();
 
     ThreadPool& threads_;
-    std::mutex mutex_;
+    Mutex mutex_;
     std::condition_variable_any changed_;
-    // Guarded by mutex_.
-    std::u16string path_;
-    std::int64_t offered_ = 0;
-    std::int64_t written_ = 0;
-    bool stop_ = false;
-    bool ended_ = true;
-    Result failure_;
+    std::u16string path_ VANTLOW_GUARDED_BY(mutex_);
+    std::int64_t offered_ VANTLOW_GUARDED_BY(mutex_) = 0;
+    std::int64_t written_ VANTLOW_GUARDED_BY(mutex_) = 0;
+    bool stop_ VANTLOW_GUARDED_BY(mutex_) = false;
+    bool ended_ VANTLOW_GUARDED_BY(mutex_) = true;
+    Result failure_ VANTLOW_GUARDED_BY(mutex_);
     ThreadPool::Running thread_;  ///< last
 };
 

@@ -6,10 +6,10 @@
 #include <deque>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <utility>
 
+#include "base/mutex.h"
 #include "runtime/operations.h"
 #include "runtime/secur/tls_state.h"
 
@@ -31,7 +31,7 @@ using Session = std::shared_ptr<SSL_SESSION>;
 class SessionStore {
   public:
     void keep(const std::string& key, Session session) {
-        const std::lock_guard guard(mutex_);
+        const MutexLock guard(mutex_);
         std::deque<Session>& kept = sessions_[key];
         kept.push_back(std::move(session));
         if (kept.size() > most_of_a_key) kept.pop_front();
@@ -41,7 +41,7 @@ class SessionStore {
     /// Returns the newest session, or a null one. A ticket is to be used once (RFC 8446, C.4), so it is
     /// removed; the last one stays, because resuming it again is better than not resuming at all.
     Session take(const std::string& key) {
-        const std::lock_guard guard(mutex_);
+        const MutexLock guard(mutex_);
         const auto found = sessions_.find(key);
         if (found == sessions_.end() || found->second.empty()) return {};
         std::deque<Session>& kept = found->second;
@@ -55,14 +55,14 @@ class SessionStore {
     static constexpr std::size_t most_of_a_key = 16;
     static constexpr std::size_t most_keys = 256;
 
-    void drop_other_than(const std::string& key) {
+    void drop_other_than(const std::string& key) VANTLOW_REQUIRES(mutex_) {
         auto victim = sessions_.begin();
         if (victim->first == key) ++victim;
         sessions_.erase(victim);
     }
 
-    std::mutex mutex_;
-    std::map<std::string, std::deque<Session>> sessions_;  ///< newest last; guarded by mutex_
+    Mutex mutex_;
+    std::map<std::string, std::deque<Session>> sessions_ VANTLOW_GUARDED_BY(mutex_);  ///< newest last
 };
 
 /// OpenSSL's words for its first error on this thread, which are taken off its queue.

@@ -14,10 +14,10 @@
 #include <future>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <vector>
 
+#include "base/mutex.h"
 #include "runtime/operations.h"
 #include "runtime/secur/tls_state.h"
 
@@ -65,8 +65,8 @@ class Errands {
     bool run(std::function<void()> work, const std::function<bool()>& interrupted);
 
   private:
-    std::mutex mutex_;
-    std::vector<std::future<void>> left_behind_;  ///< guarded by mutex_
+    Mutex mutex_;
+    std::vector<std::future<void>> left_behind_ VANTLOW_GUARDED_BY(mutex_);
 };
 
 struct Verdict {
@@ -92,8 +92,8 @@ std::string status_words(SECURITY_STATUS status);
 struct VantlowTlsEngine {
     std::unique_ptr<vantlow::secur::CertificateStore> roots;  ///< null: the system's
     vantlow::secur::Errands errands;
-    std::mutex mutex;
-    std::map<std::string, std::shared_ptr<vantlow::secur::Credentials>> credentials;  ///< guarded by mutex
+    vantlow::Mutex mutex;
+    std::map<std::string, std::shared_ptr<vantlow::secur::Credentials>> credentials VANTLOW_GUARDED_BY(mutex);
 };
 
 struct VantlowTls : vantlow::secur::TlsState {

@@ -222,7 +222,7 @@ int decrypt_next(VantlowTls& tls, bool& more) {
 }
 
 std::shared_ptr<Credentials> credentials_for(VantlowTlsEngine& engine, const std::string& key) {
-    const std::lock_guard guard(engine.mutex);
+    const vantlow::MutexLock guard(engine.mutex);
     const auto found = engine.credentials.find(key);
     if (!key.empty() && found != engine.credentials.end()) return found->second;
     auto made = std::make_shared<Credentials>();

@@ -260,7 +260,7 @@ bool Errands::run(std::function<void()> work, const std::function<bool()>& inter
     }
     while (done.wait_for(step) != std::future_status::ready) {
         if (!interrupted()) continue;
-        const std::lock_guard guard(mutex_);
+        const MutexLock guard(mutex_);
         left_behind_.push_back(std::move(done));
         return false;
     }

@@ -3,21 +3,20 @@
 
 #include <map>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <set>
 #include <string>
 
+#include "base/mutex.h"
 #include "runtime/tables.h"
 #include "transfer/connection/keepsakes.h"
-#include "transfer/connection/login.h"
 #include "transfer/connection/tunnel.h"
 #include "transfer/http/auth_digest.h"
-#include "transfer/http/challenge.h"
+#include "transfer/http/field_value.h"
 
 namespace vantlow {
 
-/// What computes the answers; entries may be missing.
+/// The operations that compute the answers; entries may be missing.
 struct LoginOperations {
     DigestOperations digest;
     NTLM1_ChallengeResponse_t* ntlm = nullptr;
@@ -30,7 +29,8 @@ struct LoginOperations {
 
 enum class LoginScheme { none, basic, digest, negotiate, ntlm };
 
-/// What worked before at a server or a proxy, so that further connections need not find out. Any thread.
+/// The logins that worked before at servers and proxies, so that further connections need not find out. Any
+/// thread.
 class LoginMemory : public Keepsake {
   public:
     struct Known {
@@ -42,8 +42,8 @@ class LoginMemory : public Keepsake {
     void forget(const std::string& who);
 
   private:
-    mutable std::mutex mutex_;
-    std::map<std::string, Known> known_;  ///< guarded by mutex_
+    mutable Mutex mutex_;
+    std::map<std::string, Known> known_ VANTLOW_GUARDED_BY(mutex_);
 };
 
 /// Who logs in where.

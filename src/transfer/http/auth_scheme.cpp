@@ -1,4 +1,4 @@
-#include "transfer/http/login.h"
+#include "transfer/http/auth_scheme.h"
 
 #include <algorithm>
 #include <array>
@@ -43,19 +43,19 @@ LoginOperations LoginOperations::of(const LibraryTables& libraries) {
 }
 
 LoginMemory::Known LoginMemory::find(const std::string& who) const {
-    const std::lock_guard guard(mutex_);
+    const MutexLock guard(mutex_);
     const auto found = known_.find(who);
     return found == known_.end() ? Known{} : found->second;
 }
 
 void LoginMemory::remember(const std::string& who, Known known) {
-    const std::lock_guard guard(mutex_);
+    const MutexLock guard(mutex_);
     if (known_.size() >= most_known) known_.clear();
     known_[who] = std::move(known);
 }
 
 void LoginMemory::forget(const std::string& who) {
-    const std::lock_guard guard(mutex_);
+    const MutexLock guard(mutex_);
     known_.erase(who);
 }
 
@@ -121,7 +121,7 @@ std::string SchemeLogin::ntlm_answer(const std::string& challenge) const {
     if (!bytes) return {};
     const std::string user = to_utf8(from_ansi(identity_.user));
     const std::string password = to_utf8(from_ansi(identity_.password));
-    // Names, and what the challenge tells of its target, which the answer repeats.
+    // The answer holds the names, and repeats what the challenge tells of its target.
     std::vector<std::byte> room(bytes->size() + 4 * user.size() + 1024);
     std::size_t size = 0;
     if (scheme_ == LoginScheme::ntlm && operations_.ntlm != nullptr) {
@@ -136,7 +136,7 @@ std::string SchemeLogin::ntlm_answer(const std::string& challenge) const {
     return to_base64({reinterpret_cast<const char*>(room.data()), size});
 }
 
-// The challenge message of an exchange that was begun.
+// Answers the challenge message of an exchange that was begun.
 bool SchemeLogin::answer_message(const AuthChallenge& challenge, bool kept) {
     if (!kept) {
         trouble_ =
@@ -148,7 +148,7 @@ bool SchemeLogin::answer_message(const AuthChallenge& challenge, bool kept) {
     return !message_.empty();
 }
 
-// What was sent last did not do; false when that is the end.
+// The other side did not take what was sent last; false when that is the end.
 bool SchemeLogin::refused(const std::vector<AuthChallenge>& offers) {
     const auto offered = std::find_if(offers.begin(), offers.end(), [&](const AuthChallenge& offer) {
         return scheme_of(offer.scheme) == scheme_;
@@ -163,7 +163,7 @@ bool SchemeLogin::refused(const std::vector<AuthChallenge>& offers) {
         }
     }
     const bool sent_credentials = !is_for_connection() || answered_;
-    // What the other side does not offer it has not looked at.
+    // The other side has not looked at an answer of a scheme that it does not offer.
     if (sent_credentials && was_offered) ++tries_;
     failed_.insert(scheme_);
     if (scheme_ == LoginScheme::ntlm) failed_.insert(LoginScheme::negotiate);
@@ -193,7 +193,7 @@ bool SchemeLogin::choose(const std::vector<AuthChallenge>& offers) {
     constexpr std::array order{LoginScheme::ntlm, LoginScheme::negotiate, LoginScheme::digest,
                                LoginScheme::basic};
     for (const LoginScheme scheme : order) {
-        // Of several Digest challenges the first that can be answered: the server's own order.
+        // The first challenge that can be answered is taken: the order of several is the server's own.
         const auto found = std::find_if(offers.begin(), offers.end(),
                                         [&](const AuthChallenge& offer) { return usable(offer, scheme); });
         if (found == offers.end()) continue;

@@ -1,9 +1,10 @@
-// From the job, the run's wishes and the settings as they are now to what a connection and the file are told.
+// The plans of a connection and of the file, made of the job, the run's wishes and the settings as they are
+// now.
 #include <algorithm>
 
 #include "platform/process.h"
 #include "store/address.h"
-#include "transfer/http/login.h"
+#include "transfer/http/auth_scheme.h"
 #include "transfer/job/main_thread.h"
 #include "transfer/job/proxy_rules.h"
 
@@ -13,9 +14,9 @@ SourcePlan CTransferMainThread::plan(Worker& asker) {
     const Settings& settings = services_.settings;
     SourcePlan plan;
     {
-        const std::lock_guard guard(lock_);
+        const MutexLock guard(lock_);
         // Somebody else was faster: the failure to come looks for the next chance.
-        if (!policy_.choose_mirror(asker, Clock::now())) return plan;
+        if (!policy_.choose_mirror(asker, now())) return plan;
         const Mirror& mirror = policy_.mirrors().at(asker.mirror);
         plan.origin = mirror.address;
         plan.address = mirror.effective.empty() ? mirror.address : mirror.effective;
