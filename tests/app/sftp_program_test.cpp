@@ -33,7 +33,7 @@ TEST(SftpProgram, KeysAgentsAndHostsThatAreNotKnown) {
     const std::u16string half = server.key_folder().path(u"id_ed25519.pub");
     const RunResult public_key = run_vantlow({u"get", u"--accept-host-key", u"--key", half, link}, options);
     EXPECT_EQ(public_key.status, 5) << public_key.err;
-    EXPECT_NE(public_key.err.find("is no private key"), std::string::npos) << public_key.err;
+    EXPECT_NE(public_key.err.find("is not a private key"), std::string::npos) << public_key.err;
     // Who could not look whether a server is another one than before must not accept it as a new one.
     const TempFolder other_home;
     ASSERT_TRUE(make_folders(other_home.path(u".ssh/known_hosts")).ok());
