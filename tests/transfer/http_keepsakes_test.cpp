@@ -15,7 +15,6 @@ namespace {
 
 constexpr std::int64_t now = 1'000'000'000;
 
-
 std::vector<SetCookie> set_by(const std::string& value) {
     const auto head = parse_head("HTTP/1.1 200 OK\r\nSet-Cookie: " + value + "\r\n\r\n");
     return head.ok() ? head->cookies : std::vector<SetCookie>{};
@@ -150,7 +149,6 @@ TEST(CookieJar, ReadsDatesAsServersWriteThem) {
     for (const char* text : {"", "soon", "06 Nov 1994", "06 Nov 1994 25:00:00", "32 Nov 1994 08:49:37"})
         EXPECT_FALSE(parse_cookie_date(text)) << text;
 }
-
 
 TEST(StrictHosts, go_by_what_the_host_says) {
     const struct {

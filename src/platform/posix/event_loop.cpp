@@ -66,7 +66,7 @@ class SocketLoop final : public EventLoop {
         Clock::time_point next;
     };
     struct Turn {
-        std::string answer;  // these two: guarded by the mutex_ of the frame
+        std::string answer;  // these two: guarded by the mutex_ of the loop
         bool ended = false;
     };
     void end_turn(Turn& turn, std::string answer);
