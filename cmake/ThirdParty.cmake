@@ -99,11 +99,11 @@ else()
     target_link_libraries(vantlow_system INTERFACE ${CMAKE_DL_LIBS})
 endif()
 
-# CLI11 and nlohmann-json are headers only. They are reached through links to just these two folders: the folder that
+# CLI11, nlohmann-json and Boost.Asio are headers only. They are reached through links to just these folders: the folder that
 # they are installed in holds the headers of another system when cross-compiling.
 set(headers "${CMAKE_BINARY_DIR}/third_party")
 file(MAKE_DIRECTORY "${headers}")
-foreach(header IN ITEMS CLI/CLI.hpp nlohmann/json.hpp)
+foreach(header IN ITEMS CLI/CLI.hpp nlohmann/json.hpp boost/asio.hpp)
     get_filename_component(folder "${header}" DIRECTORY)
     find_path(VANTLOW_${folder}_INCLUDE "${header}" PATHS /usr/include NO_CMAKE_FIND_ROOT_PATH REQUIRED)
     file(CREATE_LINK "${VANTLOW_${folder}_INCLUDE}/${folder}" "${headers}/${folder}" SYMBOLIC)
@@ -111,3 +111,13 @@ endforeach()
 add_library(vantlow_headers INTERFACE)
 add_library(vantlow::headers ALIAS vantlow_headers)
 target_include_directories(vantlow_headers SYSTEM INTERFACE "${headers}")
+
+add_library(vantlow_asio INTERFACE)
+add_library(vantlow::asio ALIAS vantlow_asio)
+target_link_libraries(vantlow_asio INTERFACE vantlow_headers Threads::Threads)
+target_compile_definitions(vantlow_asio INTERFACE BOOST_ASIO_NO_DEPRECATED BOOST_ALL_NO_LIB)
+if(WIN32)
+    # Windows 7: what its headers declare with less lacks operations that Asio asks for.
+    target_compile_definitions(vantlow_asio INTERFACE _WIN32_WINNT=0x0601)
+    target_link_libraries(vantlow_asio INTERFACE ws2_32 mswsock)
+endif()

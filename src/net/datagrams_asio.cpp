@@ -1,0 +1,176 @@
+#include <algorithm>
+#include <boost/asio/post.hpp>
+
+#include "net/asio_parts.h"
+
+namespace vantlow::net {
+namespace {
+
+constexpr std::size_t largest_datagram = 65536;
+// So many in a row that came back as undeliverable are passed over, before others have their turn.
+constexpr int most_returned = 16;
+
+/// The half of a datagram socket that lives as long as the system has an operation of it.
+class Port : public std::enable_shared_from_this<Port> {
+  public:
+    explicit Port(AsioLoop& loop) : socket_(loop.context()) {}
+
+    error_code bind(const SocketAddress& at);
+    Step receive(std::span<std::byte> into, SocketAddress& from);
+    Step send(std::span<const std::byte> datagram, const SocketAddress& to);
+    void when_readable(Callback call);
+    void when_writable(Callback call);
+    void close() noexcept;
+    [[nodiscard]] std::optional<SocketAddress> address() const;
+
+  private:
+    void fetch();
+    void fetched(const error_code& error, std::size_t count);
+    void notify(Callback& call);
+
+    Udp::socket socket_;
+    // What can be waited for on every system is a whole datagram, not that there is one.
+    std::vector<std::byte> held_;
+    std::size_t held_bytes_ = 0;
+    Udp::endpoint held_from_;
+    bool is_held_ = false;
+    bool fetching_ = false;
+    bool waits_writable_ = false;
+    Callback readable_;
+    Callback writable_;
+};
+
+/// Windows tells with the next datagram what became of an earlier one.
+bool is_about_earlier(const error_code& error) {
+    const SocketFault fault = socket_fault(error.value());
+    return fault == SocketFault::reset || fault == SocketFault::refused || fault == SocketFault::unreachable;
+}
+
+error_code Port::bind(const SocketAddress& at) {
+    const error_code error = open_socket<Udp>(socket_, at);
+    return error ? error : bind_socket<Udp>(socket_, at);
+}
+
+Step Port::receive(std::span<std::byte> into, SocketAddress& from) {
+    if (const int number = ask_hook(Operation::receive); number != 0) return Step::failed(number);
+    if (std::exchange(is_held_, false)) {
+        const std::size_t count = std::min(held_bytes_, into.size());
+        std::copy_n(held_.begin(), count, into.begin());
+        from = address_of(held_from_);
+        return Step::moved(count);
+    }
+    for (int i = 0; i < most_returned; ++i) {
+        error_code error;
+        Udp::endpoint sender;
+        const std::size_t count =
+            socket_.receive_from(asio::buffer(into.data(), into.size()), sender, 0, error);
+        if (!error || error == asio::error::message_size) {
+            from = address_of(sender);
+            return Step::moved(error ? into.size() : count);
+        }
+        if (would_block(error)) break;
+        if (!is_about_earlier(error)) return Step::failed(error.value());
+    }
+    return Step::again(Wants::readable);
+}
+
+Step Port::send(std::span<const std::byte> datagram, const SocketAddress& to) {
+    error_code error;
+    if (to.size() == 0) error = asio::error::address_family_not_supported;
+    if (const int number = ask_hook(Operation::send); number != 0) error = system_error_of(number);
+    if (!error) {
+        socket_.send_to(asio::buffer(datagram.data(), datagram.size()), endpoint_of<Udp>(to), 0, error);
+    }
+    if (would_block(error)) return Step::again(Wants::writable);
+    return error ? Step::failed(error.value()) : Step::moved(datagram.size());
+}
+
+void Port::notify(Callback& call) {
+    const Callback now = std::exchange(call, nullptr);
+    if (now) now();
+}
+
+void Port::when_readable(Callback call) {
+    readable_ = std::move(call);
+    if (!readable_ || fetching_) return;
+    if (is_held_) {
+        asio::post(socket_.get_executor(), [self = shared_from_this()] { self->notify(self->readable_); });
+    } else {
+        fetch();
+    }
+}
+
+void Port::fetch() {
+    fetching_ = true;
+    held_.resize(largest_datagram);
+    socket_.async_receive_from(asio::buffer(held_), held_from_,
+                               [self = shared_from_this()](const error_code& error, std::size_t count) {
+                                   self->fetched(error, count);
+                               });
+}
+
+void Port::fetched(const error_code& error, std::size_t count) {
+    fetching_ = false;
+    if (!socket_.is_open()) return;
+    if (error && is_about_earlier(error)) {
+        if (readable_) fetch();
+        return;
+    }
+    is_held_ = !error;
+    held_bytes_ = count;
+    notify(readable_);  // the next step tells a failure
+}
+
+void Port::when_writable(Callback call) {
+    writable_ = std::move(call);
+    if (!writable_ || waits_writable_) return;
+    waits_writable_ = true;
+    socket_.async_wait(Udp::socket::wait_write, [self = shared_from_this()](const error_code&) {
+        self->waits_writable_ = false;
+        self->notify(self->writable_);
+    });
+}
+
+void Port::close() noexcept {
+    // They may own whoever owns this.
+    const auto readable = std::exchange(readable_, nullptr);
+    const auto writable = std::exchange(writable_, nullptr);
+    error_code ignored;
+    socket_.close(ignored);
+}
+
+std::optional<SocketAddress> Port::address() const {
+    error_code error;
+    const auto endpoint = socket_.local_endpoint(error);
+    return error ? std::nullopt : std::optional(address_of(endpoint));
+}
+
+class AsioDatagrams final : public Datagrams {
+  public:
+    explicit AsioDatagrams(std::shared_ptr<Port> port) : port_(std::move(port)) {}
+    ~AsioDatagrams() override { port_->close(); }
+
+    Step receive(std::span<std::byte> into, SocketAddress& from) override {
+        return port_->receive(into, from);
+    }
+    Step send(std::span<const std::byte> datagram, const SocketAddress& to) override {
+        return port_->send(datagram, to);
+    }
+    void when_readable(Callback call) override { port_->when_readable(std::move(call)); }
+    void when_writable(Callback call) override { port_->when_writable(std::move(call)); }
+    void close() noexcept override { port_->close(); }
+    [[nodiscard]] std::optional<SocketAddress> address() const override { return port_->address(); }
+
+  private:
+    std::shared_ptr<Port> port_;
+};
+
+}  // namespace
+
+Outcome<std::unique_ptr<Datagrams>> AsioLoop::bind(const SocketAddress& at) {
+    auto port = std::make_shared<Port>(*this);
+    if (const error_code error = port->bind(at)) return failure_of(error);
+    return std::unique_ptr<Datagrams>(std::make_unique<AsioDatagrams>(std::move(port)));
+}
+
+}  // namespace vantlow::net

@@ -1,0 +1,42 @@
+// Stages that answer "again" in a connection whose thread waits.
+#pragma once
+
+#include "net/stage.h"
+#include "transfer/connection/stream.h"
+
+namespace vantlow {
+
+/// A socket as the lowest stage of a connection without a loop. The socket outlives it.
+class SocketStage final : public net::Stage {
+  public:
+    explicit SocketStage(TcpSocket& socket) : socket_(socket) {}
+
+    net::Step read(std::span<std::byte> into, Clock::time_point now) override;
+    net::Step write(std::span<const std::byte> from, Clock::time_point now) override;
+
+  private:
+    TcpSocket& socket_;
+};
+
+/// Waits where a stage says "again": for the socket that stands below it, or for the moment that it names.
+/// Stage and socket outlive it.
+class StageStream final : public ByteStream {
+  public:
+    StageStream(net::Stage& stage, TcpSocket& socket) : stage_(stage), socket_(socket) {}
+
+    /// Whose stop ends the waits from now on. Null: waits fail at once.
+    void attach(const StopSource* stop) noexcept { stop_ = stop; }
+
+    Moved read(std::span<std::byte> into, Clock::time_point until) override;
+    Result write(std::span<const std::byte> from, Clock::time_point until) override;
+
+  private:
+    /// Until the step is worth repeating; `timeout` at `until`.
+    Ready wait(const net::Step& step, Clock::time_point until);
+
+    net::Stage& stage_;
+    TcpSocket& socket_;
+    const StopSource* stop_ = nullptr;
+};
+
+}  // namespace vantlow
