@@ -246,7 +246,10 @@ std::optional<Target> parse_target(std::u16string_view address, bool utf8) {
     const std::u16string_view rest = address.substr(scheme->prefix.size());
     const auto end = server_end(rest);
     const ServerPart part = cut_server(rest.substr(0, end));
-    if (scheme->prefix.empty() && find_misspelt_scheme(part.host_and_port) != nullptr) return std::nullopt;
+    // Before an "@", too: "http:\\x@host" is no user called "http".
+    const bool is_misspelt =
+        find_misspelt_scheme(address) != nullptr || find_misspelt_scheme(part.host_and_port) != nullptr;
+    if (scheme->prefix.empty() && is_misspelt) return std::nullopt;
     const auto server = read_server(part.host_and_port, scheme->port);
     if (!server) return std::nullopt;
     Target target;
