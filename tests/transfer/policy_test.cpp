@@ -269,6 +269,7 @@ TEST_F(MixingPolicyTest, VersionsAreMixedOnlyWhereAHashDecidesAtTheEnd) {
     bool anew = false;
     EXPECT_TRUE(policy.hash_was_wrong(anew));
     EXPECT_TRUE(anew);
+    leave(first);
     workers.clear();
     policy.begin_anew();
     EXPECT_TRUE(policy.is_only_one()) << "one answer brings the whole";
