@@ -189,7 +189,7 @@ MadeJobs JobMaker::make_link(const std::u16string& address) {
     MadeJobs made = make_from_plans(plan_link(address), without_credentials(address));
     if (draft_.select.empty() && !draft_.asks_which) return made;
     for (const auto& job : made.jobs) {
-        // What it fetches may be a document.
+        // The file that the job fetches may be a document.
         JobRules rules = job->rules ? *job->rules : JobRules();
         rules.select = draft_.select;
         rules.asks_which = draft_.asks_which;

@@ -1,4 +1,4 @@
-// What the files of this folder that are made over Boost.Asio share; no other file includes it.
+// Parts that the files over Boost.Asio in this folder share; no other file includes them.
 #pragma once
 
 #include <atomic>

@@ -29,7 +29,7 @@ class Port : public std::enable_shared_from_this<Port> {
     void notify(Callback& call);
 
     Udp::socket socket_;
-    // What can be waited for on every system is a whole datagram, not that there is one.
+    // Every system can wait for a whole datagram, but not every one for the news that there is one.
     std::vector<std::byte> held_;
     std::size_t held_bytes_ = 0;
     Udp::endpoint held_from_;

@@ -1,4 +1,4 @@
-// What is to be done at which moment: a pure object that is told the time.
+// Work with its moments: a pure object that is given the time.
 #pragma once
 
 #include <atomic>

@@ -9,8 +9,8 @@ namespace {
 
 using namespace std::chrono_literals;
 
-// What is saved up, in seconds of a limit: by users who could take it, and by nobody in particular. Together
-// they are what a limit may be exceeded by.
+// Savings, in seconds of a limit: of users who could take them, and of nobody in particular. Together they
+// are the most that a limit may be exceeded by.
 constexpr double saved_by_users = 0.05;
 constexpr double saved_as_spare = 0.09;
 // A user that is short and comes late keeps what it earned in this time: its thread or its timer may have
@@ -196,8 +196,8 @@ void TokenTree::retire_idle(Clock::time_point now) {
     while (first_ != none && now - members_[first_].asked > idle_after) retire(first_, now);
 }
 
-// What the account lets its user have of `wanted`; 0, and a longer pause, where that is too little to be
-// worth it.
+// Returns the part of `wanted` that the account lets its user have; 0, and a longer pause, where that is too
+// little to be worth it.
 std::size_t TokenTree::ask(Account& account, LimitedGroup& group, std::size_t wanted,
                            Clock::duration since_asked, Clock::duration& pause) {
     const auto all = static_cast<double>(wanted);

@@ -48,7 +48,7 @@ class TokenTree {
     };
     /// Some of `wanted` (above 0) for the user; without any limit above it, all.
     Grant take(User user, std::size_t wanted, Clock::time_point now);
-    /// What was taken and could not be used, since a peer was slower: others get it.
+    /// Returns tokens that were taken and could not be used, since a peer was slower: others get them.
     void give_back(User user, std::size_t unused);
 
     /// Who asked lately, below this group.

@@ -150,7 +150,7 @@ struct JobRequest {
     std::shared_ptr<const JobRules> rules;  ///< null for a job that goes by the settings alone
 };
 
-/// What is known of a job, but for its segments and its timetable.
+/// The facts about a job, without its segments and its timetable.
 struct JobFacts : JobRequest {
     std::u16string address;
     std::u16string fragment;  ///< what followed "#" in the address, with the "#"; never sent
