@@ -9,7 +9,7 @@
 
 #include "base/buffer.h"
 #include "platform/thread.h"
-#include "transfer/job/local_file.h"
+#include "storage/local_file.h"
 #include "transfer/job/policy.h"
 #include "transfer/job/source.h"
 #include "transfer/job/speed_share.h"
