@@ -7,8 +7,8 @@
 #include "base/string_table.h"
 #include "base/text.h"
 #include "platform/file_marks.h"
+#include "storage/resume_state.h"
 #include "store/address.h"
-#include "transfer/job/resume_state.h"
 
 namespace vantlow {
 namespace {
@@ -117,7 +117,7 @@ Result CTransferMainThread::begin() {
     bool continued = false;
     if (!target.empty()) {
         const Result opened = file_.resume(target, needed, file_rules());
-        continued = opened.ok() && bears(job_.partial_mark);
+        continued = opened.ok() && bears_mark(file_, job_.partial_mark);
         if (opened.ok() && !continued) {
             log_.line(Direction::error, "The unfinished file " + to_utf8(file_.partial_path()) +
                                             " does not match its saved state. Both are left alone.");
