@@ -27,6 +27,30 @@ void allow_holes(const std::u16string& path) noexcept;
 /// Takes the file out of the sight of people who list a folder, where a dot in front of its name does not.
 void hide_file(const std::u16string& path) noexcept;
 
+/// Puts all of a disk's files on it at once, where the system can do that: for those who wrote thousands. One
+/// thread at a time.
+class WholeDisk {
+  public:
+    WholeDisk() = default;
+    WholeDisk(const WholeDisk&) = delete;
+    WholeDisk& operator=(const WholeDisk&) = delete;
+    ~WholeDisk() { close(); }
+
+    /// Begins to watch the disk that the folder is on: sync() tells the failures of writes from here on.
+    /// Where the system has no such thing nothing is covered.
+    void open(const std::u16string& folder) noexcept;
+    void close() noexcept;
+    /// Whether sync() puts what is in this folder, which exists, on the disk.
+    [[nodiscard]] bool covers(const std::u16string& folder) const noexcept;
+    /// Returns when everything that was written to the disk is on it.
+    FileError sync() noexcept;
+
+  private:
+    std::u16string path_;
+    std::intptr_t native_ = -1;
+    std::uint64_t device_ = 0;
+};
+
 /// Whether a rename failed because its two sides are on different disks.
 bool is_other_disk(const FileError& error) noexcept;
 

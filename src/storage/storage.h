@@ -139,6 +139,9 @@ class Storage {
     void take_free_names(const std::u16string& root);
     void remember_roots();
     Result remember_failure(const Result& result);
+    Result sync_folders(const std::set<std::u16string>& folders);
+    Result sync_file(std::size_t index);
+    bool sync_at_once(const std::set<std::size_t>& files, Result& result);
     void find_shared_pieces();
     [[nodiscard]] std::int64_t slot_of(std::int64_t piece) const noexcept;
     Result locate(const FileSpan& span, bool to_write, std::vector<Spot>& spots);
@@ -199,6 +202,7 @@ class Storage {
     std::shared_ptr<File> part_ VANTLOW_GUARDED_BY(mutex_);      ///< of a storage of several files: its lock
     std::uint8_t part_root_ VANTLOW_GUARDED_BY(mutex_) = 0;
     std::unique_ptr<File> lock_;  ///< of a storage of one file
+    WholeDisk disk_;              ///< the first root's; sync() uses it
     bool is_open_ = false;
 };
 

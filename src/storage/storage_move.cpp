@@ -51,6 +51,7 @@ void Storage::end_move() {
     std::u16string left;
     {
         const Alone alone(*this);
+        disk_.close();  // it knows nothing of writes to the other one
         const MutexLock guard(mutex_);
         left = std::exchange(roots_[0], std::exchange(roots_[1], {}));
         root_identities_ = {root_identities_[1], 0};

@@ -11,6 +11,7 @@
 #include <thread>
 
 #include "base/text.h"
+#include "platform/folder.h"
 #include "storage/checker.h"
 #include "storage/piece_writer.h"
 #include "storage/storage_state.h"
@@ -407,7 +408,10 @@ TEST(TimedStorage, OfAHundredThousandFiles) {
     constexpr std::int64_t piece = 256 * 1024;
     const bool is_fast = path_separator() == u'/';
     const std::size_t files = is_fast ? count : count / 20;  // each file costs ten times as much under Wine
-    const TempFolder folder;
+    // In memory where that can be had: some disks take milliseconds to remove a file.
+    std::u16string home;
+    const bool in_memory = path_kind(u"/dev/shm") == PathKind::folder;
+    ASSERT_TRUE(make_temporary_folder(in_memory ? u"/dev/shm" : u"", home).ok());
     RecordingLog log;
     std::vector<NamedFile> named;
     for (std::size_t i = 0; i < files; ++i)
@@ -425,7 +429,7 @@ TEST(TimedStorage, OfAHundredThousandFiles) {
     lap("names");
     std::optional<Storage> storage;
     storage.emplace(*std::move(list), std::vector<bool>{}, piece, log);
-    ASSERT_TRUE(storage->begin(folder.path(u"job")).ok());
+    ASSERT_TRUE(storage->begin(join_path(home, u"job")).ok());
     lap("begun");
     const auto size = static_cast<std::int64_t>(content.size());
     for (std::int64_t from = 0; from < size; from += piece)
@@ -435,7 +439,7 @@ TEST(TimedStorage, OfAHundredThousandFiles) {
                         .ok());
     lap("written");
     std::vector<bool> good((static_cast<std::size_t>(size) + piece - 1) / piece, true);
-    const std::u16string state = storage_state_path(folder.path(u"job"));
+    const std::u16string state = storage_state_path(join_path(home, u"job"));
     ASSERT_TRUE(save_storage_state(*storage, "many", good, state).ok());
     lap("put on the disk, state saved");
     storage->close();
@@ -460,7 +464,8 @@ TEST(TimedStorage, OfAHundredThousandFiles) {
     std::cout << "memory: " << held / 1024 << " KiB\n";
     EXPECT_LT(held, 100 * 1024 * 1024);
     EXPECT_TRUE(storage->remove().ok());
-    EXPECT_EQ(folder.names(), std::vector<std::u16string>{u"job.vantlow-job"});
+    EXPECT_TRUE(remove_file(state).ok());
+    EXPECT_TRUE(remove_folder(home).ok());
     lap("removed");
 }
 

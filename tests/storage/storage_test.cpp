@@ -241,6 +241,53 @@ void expect_promises_kept(const TempFolder& folder, bool all_well, const std::st
     }
 }
 
+/// A life that ends before its n-th write or rename, and with it every byte that was not flushed.
+class PowerCut : public FaultHook {
+  public:
+    explicit PowerCut(int n) : n_(n) {}
+    int before(Operation operation, std::u16string_view path, std::int64_t offset,
+               std::int64_t length) noexcept override {
+        const bool changes = operation == Operation::write || operation == Operation::rename ||
+                             operation == Operation::remove || operation == Operation::flush ||
+                             operation == Operation::resize;
+        if (changes && ++seen_ >= n_) return test::error_number(FileFault::other);
+        // Bytes that have moved to another name are still those of the first one.
+        return seen_ < n_ ? recorded_.before(operation, path, offset, length) : 0;
+    }
+    [[nodiscard]] bool is_over() const { return seen_ < n_; }
+    void take_bytes(const TempFolder& folder) const {
+        for (const std::string& name : tree(folder.path())) {
+            const std::u16string path = folder.path(to_utf16(name));
+            static_cast<void>(test::lose_ranges(path, recorded_.unflushed(path)));
+        }
+    }
+
+  private:
+    int n_;
+    int seen_ = 0;
+    RecordingHook recorded_;
+};
+
+TEST(StorageTorture, APowerCutTakesNothingThatWasPromised) {
+    bool over = false;
+    const int first = 1 + static_cast<int>(std::chrono::system_clock::now().time_since_epoch().count() % 2);
+    int lives = 0;
+    for (int n = first; !over && !HasFailure(); n += 2, ++lives) {
+        const TempFolder folder;
+        RecordingLog log;
+        PowerCut cut(n);
+        Result result;
+        {
+            const HookInPlace in_place(cut);
+            result = live(folder, log);
+        }
+        over = cut.is_over();
+        cut.take_bytes(folder);
+        expect_promises_kept(folder, result.ok(), "cut at " + std::to_string(n) + ": " + result.message());
+    }
+    EXPECT_GT(lives, 20);
+}
+
 /// Fails the n-th of all operations on files; where there are `two_disks`, also renames into the other
 /// folder.
 class FailOne : public FaultHook {
@@ -290,10 +337,10 @@ void live_once(FailOne& hook) {
     expect_promises_kept(folder, result.ok(), what);
 }
 
-class StorageTorture : public testing::TestWithParam<bool> {};
-INSTANTIATE_TEST_SUITE_P(Disks, StorageTorture, testing::Bool());
+class StorageFaults : public testing::TestWithParam<bool> {};
+INSTANTIATE_TEST_SUITE_P(Disks, StorageFaults, testing::Bool());
 
-TEST_P(StorageTorture, EveryOperationFailsOnce) {
+TEST_P(StorageFaults, EveryOperationFailsOnce) {
     FailOne none(-1, GetParam());
     live_once(none);
     EXPECT_EQ(none.kept_apart() > 0, GetParam());

@@ -47,6 +47,30 @@ void hide_file(const std::u16string& path) noexcept {
     static_cast<void>(path);
 }
 
+void WholeDisk::open(const std::u16string& folder) noexcept {
+    close();
+    path_ = folder;
+    native_ = ::open(NativePath(folder).get(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    struct stat status {};
+    if (native_ < 0 || ::fstat(static_cast<int>(native_), &status) != 0) return close();
+    device_ = status.st_dev;
+}
+
+void WholeDisk::close() noexcept {
+    if (native_ >= 0) ::close(static_cast<int>(native_));
+    native_ = -1;
+}
+
+bool WholeDisk::covers(const std::u16string& folder) const noexcept {
+    struct stat status {};
+    return native_ >= 0 && ::stat(NativePath(folder).get(), &status) == 0 && status.st_dev == device_;
+}
+
+FileError WholeDisk::sync() noexcept {
+    if (FileError error = ask_file_hook(Operation::flush, path_); !error.ok()) return error;
+    return ::syncfs(static_cast<int>(native_)) == 0 ? FileError{} : file_error_of(errno);
+}
+
 int other_disk_number() noexcept {
     return EXDEV;
 }

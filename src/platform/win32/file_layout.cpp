@@ -60,6 +60,22 @@ void hide_file(const std::u16string& path) noexcept {
     SetFileAttributesW(NativePath(path).get(), FILE_ATTRIBUTE_HIDDEN);
 }
 
+// Only an administrator may flush a whole volume.
+void WholeDisk::open(const std::u16string& folder) noexcept {
+    static_cast<void>(folder);
+}
+
+void WholeDisk::close() noexcept {}
+
+bool WholeDisk::covers(const std::u16string& folder) const noexcept {
+    static_cast<void>(folder);
+    return false;
+}
+
+FileError WholeDisk::sync() noexcept {
+    return file_error(ERROR_NOT_SUPPORTED);
+}
+
 int other_disk_number() noexcept {
     return ERROR_NOT_SAME_DEVICE;
 }
