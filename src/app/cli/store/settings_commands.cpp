@@ -4,7 +4,7 @@
 #include <algorithm>
 #include <memory>
 
-#include "app/cli/known_settings.h"
+#include "app/process/known_settings.h"
 #include "app/cli/report.h"
 #include "app/cli/store/store_command.h"
 #include "app/process/ending.h"

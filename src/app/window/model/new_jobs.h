@@ -1,0 +1,95 @@
+// The new-job dialog without the dialog: from a text to a draft.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "engine/engine.h"
+#include "store/settings.h"
+
+namespace vantlow {
+
+/// The links in a text, each once, in their order: one a line or between blanks, with trailing punctuation
+/// taken off; of HTML, the addresses of links. Only links that the program can fetch (link_kind()) with a
+/// written scheme. At most 10,000.
+std::vector<std::string> links_in_text(std::string_view text);
+/// The links of an HTML document or fragment ("href", "src" of media), relative ones joined to `base` where
+/// it is not empty. The header of the Windows clipboard format "HTML Format" is read for its base.
+std::vector<std::string> links_in_html(std::string_view html, std::string_view base = {});
+
+/// An address with patterns: "[1-20]", "[001-100]" (leading zeros are kept), "[0-100:10]" (a step),
+/// "[a-z]", "[A-Z]". Several patterns make all combinations, the last one counting fastest. Brackets that
+/// are no pattern, as of IPv6 addresses, stay as they are.
+struct PatternLinks {
+    std::vector<std::string> links;  ///< the first ones, `at_most`
+    std::uint64_t count = 1;         ///< of all of them; the largest number where there are more
+};
+PatternLinks expand_patterns(std::string_view address, std::size_t at_most);
+inline constexpr std::uint64_t most_pattern_links = 10000;  ///< more are refused
+
+/// The values of the dialog.
+struct NewJobForm {
+    std::string addresses;  ///< UTF-8: one a line
+    bool expand = true;     ///< patterns are meant
+    std::u16string folder;  ///< empty: the category's
+    std::u16string name;    ///< for one address only
+    Guid category;
+    std::u16string comment, referer, agent, cookie, proxy, user, password;
+    int connections = 5;
+    std::string limit;  ///< bytes a second: "500K"; empty: none
+    std::string hash;   ///< "sha256:HEX"; empty: none
+    bool start = true;
+};
+
+/// What is wrong with a form, by its field.
+struct FormFault {
+    enum class Field { addresses, folder, name, connections, limit, hash, proxy, category };
+    enum class Kind {
+        empty,          ///< there is no address
+        not_fetchable,  ///< the address `subject`
+        too_many,       ///< patterns make more links than most_pattern_links
+        not_absolute,   ///< the folder is no full path
+        no_file_name,   ///< the name cannot be one
+        for_one_file,   ///< a name or a hash, but several addresses
+        out_of_bounds,  ///< a number
+        not_read,       ///< the text is none of its kind
+    };
+    Field field = Field::addresses;
+    Kind kind = Kind::empty;
+    std::string subject{};  ///< UTF-8, without credentials
+    bool operator==(const FormFault&) const = default;
+};
+std::string text_of(const FormFault& fault);
+
+/// Jobs that have one of these addresses already.
+struct KnownAddress {
+    std::string link;
+    Guid job;
+    JobState state = JobState::waiting;
+};
+
+/// Belongs to the engine's thread.
+class NewJobs {
+  public:
+    NewJobs(Engine& engine, const Settings& settings) : engine_(engine), settings_(settings) {}
+
+    /// A form with the links of the text (clipboard, drop), and the category's defaults.
+    [[nodiscard]] NewJobForm form_of(std::string_view text, const Guid& category) const;
+    /// The folder that the form's jobs are put in.
+    [[nodiscard]] std::u16string folder_of(const NewJobForm& form) const;
+    [[nodiscard]] std::vector<std::string> preview(const NewJobForm& form, std::size_t at_most) const;
+    [[nodiscard]] std::vector<FormFault> check(const NewJobForm& form) const;
+    /// The draft of a form without faults.
+    [[nodiscard]] JobDraft draft_of(const NewJobForm& form) const;
+    /// The jobs that the form's addresses have already.
+    [[nodiscard]] std::vector<KnownAddress> known(const NewJobForm& form) const;
+
+  private:
+    Engine& engine_;
+    const Settings& settings_;
+};
+
+}  // namespace vantlow
