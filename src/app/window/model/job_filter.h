@@ -45,7 +45,7 @@ struct View {
     static View of_day(DayGroup day) { return {What::day, {}, {}, {}, day}; }
 };
 
-/// The state that views and signs go by: that of the record.
+/// The test that a job passes to be shown.
 class JobFilter {
   public:
     JobFilter() = default;
@@ -54,6 +54,10 @@ class JobFilter {
     JobFilter(View view, std::u16string_view search, const Engine& engine, std::int64_t now);
     [[nodiscard]] bool passes(const CJobNode& job) const;
     [[nodiscard]] const View& view() const noexcept { return view_; }
+    /// True when a view by days has to be read anew.
+    [[nodiscard]] bool has_day_ended(std::int64_t now) const noexcept {
+        return days_ && days_->are_past(now);
+    }
     /// The fields (job_field) whose change can let a job pass or not.
     [[nodiscard]] std::uint32_t fields() const noexcept;
 

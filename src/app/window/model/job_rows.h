@@ -105,7 +105,8 @@ class JobRows {
     std::vector<Guid> live_rows_;  ///< that ran when the order was looked at last
     std::unordered_set<Guid, GuidHash> selection_;
     Time last_move_{};
-    std::uint64_t revision_ = 0;
+    std::uint64_t revision_ = 0;  ///< of the rows
+    std::uint64_t seen_ = 0;      ///< of the engine
 };
 
 }  // namespace vantlow

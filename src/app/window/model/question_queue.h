@@ -20,7 +20,8 @@ class QuestionQueue {
     /// answered, lapses or is put off.
     [[nodiscard]] const std::optional<Question>& front() const noexcept { return front_; }
     [[nodiscard]] std::size_t size() const noexcept { return open_.size(); }  ///< with those put off
-    /// Answers it, and every other open question of the same kind about the same server and fingerprint.
+    /// Answers it, and where it is about a host key or a login every other open one about the same server and
+    /// fingerprint.
     Done answer(const QuestionAnswer& answer);
     /// The dialog was closed: the question waits for another client or its default.
     void put_off();

@@ -2,9 +2,11 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "app/process/known_settings.h"
@@ -36,6 +38,13 @@ class SettingPages {
   public:
     SettingPages(Engine& engine, const Settings& settings) : engine_(engine), settings_(settings) {}
 
+    /// The choices of the setting "Language": file name and title of each.
+    void set_languages(std::vector<std::pair<std::string, std::string>> languages) {
+        languages_ = std::move(languages);
+    }
+    /// Called when a setting was set or unset, for those that the system has to follow.
+    std::function<void(std::u16string_view section, std::u16string_view key)> after_change;
+
     [[nodiscard]] std::vector<SettingPage> pages() const;
     /// The lines of all pages that hold each word of the text in their label, name or page, letter case
     /// ignored.
@@ -51,6 +60,7 @@ class SettingPages {
     [[nodiscard]] SettingLine line_of(const KnownSetting& setting) const;
     Engine& engine_;
     const Settings& settings_;
+    std::vector<std::pair<std::string, std::string>> languages_;
 };
 std::string text_of(SettingPages::Fault fault);
 

@@ -45,8 +45,13 @@ class Catalogue {
     std::map<std::string, std::vector<std::string>, std::less<>> texts_;
 };
 
-/// The catalogues in a folder, by their file names without ".lng".
-std::vector<std::u16string> languages_in(const std::u16string& folder);
+/// A catalogue in a folder: its file name without ".lng", and its language's own name.
+struct LanguageFile {
+    std::string file;   ///< "de"; what the setting "Language" takes
+    std::string title;  ///< "Deutsch"
+};
+/// The catalogues in a folder that can be read, by their file names, English ("en") first.
+std::vector<LanguageFile> languages_in(const std::u16string& folder);
 
 /// Takes the catalogue that the setting "Settings"/"Language" names (a file name without ".lng", "en" for
 /// English); where it is empty, the one for the system's language (`system`, "de-AT": "de-AT.lng", else
@@ -59,6 +64,10 @@ const std::string& current_language() noexcept;
 /// Sets the catalogue of tr(); none: English. One thread, the engine's, calls everything here.
 void set_catalogue(std::optional<Catalogue> catalogue);
 
+/// Marks a text of a table that tr() is given later.
+constexpr std::string_view to_translate(std::string_view english) noexcept {
+    return english;
+}
 /// The text in the user's language. "&" marks a mnemonic, "%1" to "%9" are places for fill().
 std::string tr(std::string_view english);
 /// The text for a count, which takes the place of "%1": trn("%1 job", "%1 jobs", 3).
