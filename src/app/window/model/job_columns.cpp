@@ -126,8 +126,10 @@ const ColumnFacts& facts_of(Column column) {
 
 std::string RowFacts::cell(Column column) const {
     switch (column) {
-        case Column::name:
-            return shown(name_in(job, path_in(job, live)));
+        case Column::name: {
+            const std::u16string_view name = name_in(job, path_in(job, live));
+            return name.data() == job.address.data() ? printable(JobView::address_of(job)) : shown(name);
+        }
         case Column::size:
             return size_text(size_in(job, live));
         case Column::done: {

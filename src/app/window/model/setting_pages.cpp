@@ -19,7 +19,7 @@ struct PageFacts {
     std::string_view settings;  ///< "Section/Key;..."
 };
 constexpr std::array pages_by_subject{
-    PageFacts{to_translate("General"), "Settings;Others",
+    PageFacts{to_translate("General"), "Settings;Others;Window",
               "Settings/Language;Settings/DataFolder;Others/Start "
               "All;Others/BackupTo;Performance/SaveDatabaseInterval"},
     PageFacts{to_translate("Downloads"), "Download",
@@ -48,7 +48,6 @@ constexpr EditorFacts editors[] = {
     {"Connection/CAFile", Editor::file},     {"Download/CookieFile", Editor::file},
     {"Dial Up/Password", Editor::password},  {"Download/FileOverwriteRule", Editor::choice},
     {"Torrent/Crypto", Editor::choice},      {"Settings/Language", Editor::choice},
-    {"Transfer/EnableFEAT", Editor::yes_no},
 };
 
 bool lists(std::string_view list, std::string_view one) {

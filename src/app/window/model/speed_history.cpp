@@ -10,6 +10,9 @@ struct SpanFacts {
     std::int64_t step;  ///< seconds
     std::size_t count;
 };
+constexpr std::int64_t longest_span = 300 * 288;
+// Seconds in a row.
+constexpr std::int64_t most_late = 2;
 constexpr SpanFacts spans[] = {{1, 300}, {10, 360}, {60, 360}, {300, 288}};
 
 const SpanFacts& facts(SpeedHistory::Span span) noexcept {
@@ -37,23 +40,30 @@ void SpeedHistory::close_step(Ring& ring) {
     ring.taken = 0;
 }
 
-void SpeedHistory::add(Time now, double down, double up) {
-    const auto second = std::chrono::duration_cast<std::chrono::seconds>(now.time_since_epoch()).count();
+void SpeedHistory::put(std::int64_t second, double down, double up) {
     for (std::size_t i = 0; i < rings_.size(); ++i) {
         Ring& ring = rings_[i];
-        const auto count = static_cast<std::int64_t>(spans[i].count);
         if (ring.samples.empty()) ring.samples.resize(spans[i].count);
-        const std::int64_t tick = second / spans[i].step;
-        if (ring.tick < 0) ring.tick = tick;
-        // After a long sleep all of it is empty: no more steps than the ring has.
-        const std::int64_t steps = std::clamp<std::int64_t>(tick - ring.tick, 0, count + 1);
-        for (std::int64_t step = 0; step < steps; ++step) close_step(ring);
-        ring.tick = std::max(ring.tick, tick);
+        const std::int64_t step = second / spans[i].step;
+        if (ring.step >= 0 && step > ring.step) close_step(ring);
+        ring.step = step;
         ring.down += down;
         ring.up += up;
         ring.peak = std::max(ring.peak, down);
         ++ring.taken;
     }
+}
+
+void SpeedHistory::add(Time now, double down, double up) {
+    const auto second = std::chrono::duration_cast<std::chrono::seconds>(now.time_since_epoch()).count();
+    if (last_second_ < 0) last_second_ = second - 1;
+    // A timer that comes a little late has missed nothing; while the machine slept nothing moved.
+    const std::int64_t missed = second - last_second_ - 1;
+    const double share = missed <= most_late ? 1 : 0;
+    for (std::int64_t one = std::max(second - missed, second - longest_span); one < second; ++one)
+        put(one, down * share, up * share);
+    put(second, down, up);
+    last_second_ = std::max(last_second_, second);
 }
 
 std::vector<SpeedSample> SpeedHistory::samples(Span span) const {

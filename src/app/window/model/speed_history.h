@@ -22,7 +22,8 @@ class SpeedHistory {
     using Time = std::chrono::steady_clock::time_point;
     enum class Span : std::uint8_t { five_minutes, hour, six_hours, day };
 
-    /// Takes the speeds of a moment, about once a second; moments that were missed count as nothing moved.
+    /// Takes the speeds of a moment, about once a second; up to two seconds that were missed
+    /// count like it, longer gaps as nothing moved.
     void add(Time now, double down, double up);
     /// The samples of a span, oldest first; always as many as the span has.
     [[nodiscard]] std::vector<SpeedSample> samples(Span span) const;
@@ -35,14 +36,16 @@ class SpeedHistory {
     struct Ring {
         std::vector<SpeedSample> samples;
         std::size_t next = 0;    ///< where the sample in work will stand
-        std::int64_t tick = -1;  ///< number of the step in work; -1: none yet
+        std::int64_t step = -1;  ///< number of the one in work; -1: none yet
         double down = 0;
         double up = 0;
         double peak = 0;
         int taken = 0;
     };
     static void close_step(Ring& ring);
+    void put(std::int64_t second, double down, double up);
     std::array<Ring, 4> rings_;
+    std::int64_t last_second_ = -1;
 };
 
 }  // namespace vantlow
