@@ -16,7 +16,7 @@ import tempfile
 TABLES = {"base", "platform", "runtime"}
 CONNECTION = TABLES | {"net", "transfer/connection"}
 CONVERSATIONS = CONNECTION | {"transfer/http", "transfer/ftp"}
-CORE = CONVERSATIONS | {"store", "transfer/job", "bt", "ed2k", "meta", "engine"}
+CORE = CONVERSATIONS | {"store", "transfer/job", "bt", "bt/peer", "ed2k", "meta", "engine"}
 CLI = CORE | {"app/terminal", "app/process"}
 ALLOWED = {
     "base": set(),
@@ -29,6 +29,7 @@ ALLOWED = {
     "transfer/ftp": CONNECTION,
     "transfer/job": CONVERSATIONS | {"store"},
     "bt": CONNECTION | {"transfer/http", "store"},
+    "bt/peer": {"base", "bt"},
     "ed2k": {"base"},
     "media": {"base", "platform"},
     "meta": {"base"},

@@ -1,4 +1,4 @@
-// The lock of a job and of the global connection sets: a busy counter that is waited for in small sleeps.
+// The lock of a job: a busy counter that is waited for in small sleeps.
 #pragma once
 
 #include <atomic>

@@ -210,10 +210,7 @@ void Engine::ask_which(const std::vector<Guid>& jobs, const std::u16string& docu
 }
 
 bool Engine::awaits_choice() const {
-    if (options_.stop.requested()) return false;
-    const std::vector<Question> open = questions_.open();
-    return std::any_of(open.begin(), open.end(),
-                       [](const Question& question) { return question.kind == QuestionKind::which_files; });
+    return !options_.stop.requested() && questions_.has(QuestionKind::which_files);
 }
 
 void Engine::choose_files(const Question& question, const QuestionAnswer& answer) {

@@ -120,4 +120,12 @@ std::vector<Question> QuestionBoard::open() const {
     return questions;
 }
 
+bool QuestionBoard::has(QuestionKind kind) const {
+    const MutexLock guard(mutex_);
+    for (const auto& [id, entry] : entries_) {
+        if (!entry.answered && entry.question.kind == kind) return true;
+    }
+    return false;
+}
+
 }  // namespace vantlow

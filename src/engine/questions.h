@@ -98,6 +98,8 @@ class QuestionBoard {
     bool answer(std::uint64_t id, QuestionAnswer answer);
     /// The open questions, the oldest first.
     [[nodiscard]] std::vector<Question> open() const;
+    /// True while a question of this kind is open.
+    [[nodiscard]] bool has(QuestionKind kind) const;
     [[nodiscard]] bool can_ask() const noexcept { return time_.count() > 0; }
 
   private:

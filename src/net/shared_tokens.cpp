@@ -5,42 +5,46 @@
 namespace vantlow::net {
 
 TokenTree::Group SharedTokens::add_group(TokenTree::Group parent) {
-    const std::lock_guard guard(mutex_);
+    const MutexLock guard(mutex_);
     return tree_.add_group(parent);
 }
 
 void SharedTokens::remove_group(TokenTree::Group group) {
-    const std::lock_guard guard(mutex_);
+    const MutexLock guard(mutex_);
     tree_.remove_group(group);
+    has_limits_ = tree_.has_limits();
 }
 
 void SharedTokens::move_group(TokenTree::Group group, TokenTree::Group parent, Clock::time_point now) {
-    const std::lock_guard guard(mutex_);
+    const MutexLock guard(mutex_);
     tree_.move_group(group, parent, in_order(now));
 }
 
 void SharedTokens::set_limit(TokenTree::Group group, std::int64_t bytes_per_second, Clock::time_point now) {
-    const std::lock_guard guard(mutex_);
+    const MutexLock guard(mutex_);
     tree_.set_limit(group, bytes_per_second, in_order(now));
+    has_limits_ = tree_.has_limits();
 }
 
 TokenTree::User SharedTokens::add_user(TokenTree::Group group) {
-    const std::lock_guard guard(mutex_);
+    const MutexLock guard(mutex_);
     return tree_.add_user(group);
 }
 
 void SharedTokens::remove_user(TokenTree::User user, Clock::time_point now) {
-    const std::lock_guard guard(mutex_);
+    const MutexLock guard(mutex_);
     tree_.remove_user(user, in_order(now));
 }
 
 TokenTree::Grant SharedTokens::take(TokenTree::User user, std::size_t wanted, Clock::time_point now) {
-    const std::lock_guard guard(mutex_);
+    if (!has_limits_.load(std::memory_order_relaxed)) return {wanted, now};
+    const MutexLock guard(mutex_);
     return tree_.take(user, wanted, in_order(now));
 }
 
 void SharedTokens::give_back(TokenTree::User user, std::size_t unused) {
-    const std::lock_guard guard(mutex_);
+    if (!has_limits_.load(std::memory_order_relaxed)) return;
+    const MutexLock guard(mutex_);
     tree_.give_back(user, unused);
 }
 

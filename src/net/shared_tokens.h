@@ -1,14 +1,16 @@
 // The limits of speed of the whole program, for its threads and its loop.
 #pragma once
 
-#include <mutex>
+#include <atomic>
 
+#include "base/mutex.h"
 #include "net/token_tree.h"
 #include "platform/stop.h"
 
 namespace vantlow::net {
 
-/// A TokenTree that any thread may use; the lock is held for one operation of it. Times are handed in here as
+/// A TokenTree that any thread may use; the lock is held for one operation of it, and not taken at all while
+/// there is no limit. Times are handed in here as
 /// well; they need not be in order among threads.
 class SharedTokens {
   public:
@@ -30,13 +32,14 @@ class SharedTokens {
 
   private:
     /// Never goes back.
-    Clock::time_point in_order(Clock::time_point now) noexcept {
+    Clock::time_point in_order(Clock::time_point now) VANTLOW_REQUIRES(mutex_) {
         return latest_ = now > latest_ ? now : latest_;
     }
 
-    std::mutex mutex_;
-    Clock::time_point latest_;  ///< guarded by mutex_
-    TokenTree tree_;            ///< guarded by mutex_
+    Mutex mutex_;
+    Clock::time_point latest_ VANTLOW_GUARDED_BY(mutex_);
+    TokenTree tree_ VANTLOW_GUARDED_BY(mutex_);
+    std::atomic<bool> has_limits_{false};
 };
 
 /// A user's place in the limits of one direction, for as long as it lives. The limits outlive it.

@@ -47,6 +47,7 @@ TokenTree::Group TokenTree::add_group(Group parent) {
 
 void TokenTree::remove_group(Group group) {
     if (!groups_[group].is_used || group == everything) return;
+    if (groups_[group].limit > 0) --limits_;
     groups_[group].is_used = false;
     free_groups_.push_back(group);
 }
@@ -60,9 +61,12 @@ void TokenTree::move_group(Group group, Group parent, Clock::time_point now) {
 
 void TokenTree::set_limit(Group group, std::int64_t bytes_per_second, Clock::time_point now) {
     LimitedGroup& of = groups_[group];
+    const auto limit = static_cast<double>(std::max<std::int64_t>(bytes_per_second, 0));
+    if (of.limit == limit) return;
+    limits_ += (limit > 0 ? 1 : 0) - (of.limit > 0 ? 1 : 0);
     settle(of, now);
     of.settled = now;
-    of.limit = static_cast<double>(std::max<std::int64_t>(bytes_per_second, 0));
+    of.limit = limit;
     of.spare = 0;
     of.short_users = 0;
     of.epoch = ++epochs_;

@@ -33,9 +33,12 @@ class TokenTree {
     Group add_group(Group parent);
     /// An empty group; its number may be given out again.
     void remove_group(Group group);
+    /// True while any group has a limit.
+    [[nodiscard]] bool has_limits() const noexcept { return limits_ > 0; }
     /// With all that it holds: a job goes into another queue.
     void move_group(Group group, Group parent, Clock::time_point now);
-    /// In bytes a second; 0 or less: none. Takes effect at once: what was saved up under the old one is gone.
+    /// In bytes a second; 0 or less: none. Another one takes effect at once: what was saved up under the old
+    /// one is gone.
     void set_limit(Group group, std::int64_t bytes_per_second, Clock::time_point now);
 
     User add_user(Group group);
@@ -111,6 +114,7 @@ class TokenTree {
     std::uint32_t first_ = none;  ///< the active user that asked longest ago
     std::uint32_t last_ = none;
     std::uint64_t epochs_ = 0;
+    int limits_ = 0;
 };
 
 }  // namespace vantlow::net

@@ -104,6 +104,8 @@ TEST_F(GetProgram, EndsWithTheStatusOfWhatWentWrong) {
         EXPECT_NE(result.err.find(c.says), std::string::npos) << result.err;
     }
     EXPECT_EQ(folder.read(u"a-file"), "x");
+    EXPECT_EQ(get({u"-o", folder.path(u"whole path"), url}).status, 0);
+    EXPECT_TRUE(file_has(folder.path(u"whole path"), content));
 }
 
 TEST_F(GetProgram, ReadsAListOfLinks) {

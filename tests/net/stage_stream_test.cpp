@@ -1,4 +1,4 @@
-#include "transfer/connection/stage_stream.h"
+#include "transfer/connection/socket_stream.h"
 
 #include <gtest/gtest.h>
 

@@ -214,54 +214,5 @@ TEST(Reuse, AKeptConnectionMakesRoomForOneThatWaits) {
     EXPECT_TRUE(second.get());
 }
 
-// A connection that always has bytes, and a clock that the test moves.
-TEST(Pace, KeepsToTheRateWithinFivePercentAndFollowsChanges) {
-    const auto start = Clock::time_point{} + std::chrono::hours(1);
-    for (const std::int64_t rate : {100LL, 10'000LL, 1'000'000LL, 500'000'000LL}) {
-        SCOPED_TRACE(rate);
-        Pacer pacer(start);
-        auto now = start;
-        double total = 0;
-        const auto run_for = [&](std::chrono::seconds time, std::int64_t speed) {
-            total = 0;
-            const auto end = now + time;
-            while (now < end) {
-                const Pacer::Grant grant = pacer.grant(65536, speed, now);
-                if (grant.bytes > 0) {
-                    pacer.spend(grant.bytes);
-                    total += static_cast<double>(grant.bytes);
-                    now += std::chrono::microseconds(20);
-                } else {
-                    now += grant.wait;
-                }
-            }
-            return total / static_cast<double>(speed * time.count());
-        };
-        EXPECT_NEAR(run_for(std::chrono::seconds(5), rate), 1.0, 0.05);
-        EXPECT_NEAR(run_for(std::chrono::seconds(5), rate / 2), 1.0, 0.10);
-        EXPECT_NEAR(run_for(std::chrono::seconds(5), rate * 2), 1.0, 0.05);
-    }
-}
-
-TEST(Pace, TheLimitIsSharedByTheActiveConnections) {
-    ConnectionSets sets;
-    CConnectionNode a;
-    CConnectionNode b;
-    CConnectionNode peer;
-    sets.transfers.add(a);
-    sets.transfers.add(b);
-    sets.peers.add(peer);
-    EXPECT_EQ(sets.share_of(1000), -1) << "nobody is active";
-    a.connections = b.connections = peer.connections = 1;
-    a.active = true;
-    EXPECT_EQ(sets.share_of(1000), 1000);
-    b.active = peer.active = true;
-    EXPECT_EQ(sets.share_of(1000), 333);
-    b.connections = 0;
-    EXPECT_EQ(sets.share_of(1000), 500);
-    sets.peers.remove(peer);
-    EXPECT_EQ(sets.share_of(1000), 1000);
-}
-
 }  // namespace
 }  // namespace vantlow::test

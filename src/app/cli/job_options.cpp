@@ -26,6 +26,12 @@ void add_lines(std::string_view text, std::vector<std::string>& links) {
     }
 }
 
+// False where a path begins at the current folder.
+bool begins_at_a_root(const std::u16string& path) {
+    const bool names_drive = path_separator() == u'\\' && path.size() > 1 && path[1] == u':';
+    return names_drive || path.starts_with(u'/') || path.starts_with(path_separator());
+}
+
 // The rules that stay with a job for good; null where the options have none.
 std::shared_ptr<const JobRules> job_rules(const JobOptions& options) {
     JobRules rules;
@@ -100,6 +106,7 @@ Complaint check_job_options(const JobOptions& options) {
 std::u16string target_folder(const JobOptions& options, const std::u16string& otherwise) {
     const std::u16string base = options.folder.empty() ? otherwise : to_utf16(options.folder);
     const std::u16string within = folder_of(to_utf16(options.output));
+    if (begins_at_a_root(within)) return absolute_path(within);
     return absolute_path(within.empty() ? base : join_path(base, within));
 }
 

@@ -3,6 +3,7 @@
 #include <libpsl.h>
 
 #include <cstring>
+#include <memory>
 
 #include "runtime/operations.h"
 
@@ -13,9 +14,9 @@ const psl_ctx_t* suffixes() noexcept {
 #ifdef _WIN32
     return psl_builtin();  // the system has no list, and a folder below a drive's root may be anybody's
 #else
-    static const psl_ctx_t* const list =
-        psl_latest(nullptr);  // the system's, or the built-in one if it is newer
-    return list;
+    static const std::unique_ptr<psl_ctx_t, decltype(&psl_free)> list(
+        psl_latest(nullptr), &psl_free);  // the system's, or the built-in one if it is newer
+    return list.get();
 #endif
 }
 

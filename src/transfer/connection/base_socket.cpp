@@ -43,8 +43,8 @@ std::string reuse_key(const ConnectPlan& plan) {
 }  // namespace
 
 CBaseSocket::CBaseSocket(ConnectionServices& services, LogSink& log, const StopSource& stop,
-                         SpeedShare* share)
-    : services_(services), log_(log), stop_(stop), share_(share) {}
+                         CConnectionNode* node)
+    : services_(services), log_(log), stop_(stop), pace_(node) {}
 
 CBaseSocket::~CBaseSocket() {
     close();
@@ -57,8 +57,7 @@ void CBaseSocket::use(std::unique_ptr<CReuseNode> node) {
 }
 
 void CBaseSocket::begin_pacing() {
-    paced_.emplace(node_->top(), services_.time);
-    paced_->attach(share_, &stop_);
+    paced_.emplace(node_->top(), pace_, stop_);
 }
 
 void CBaseSocket::adopt(TcpSocket socket, std::chrono::milliseconds timeout) {

@@ -9,7 +9,6 @@
 
 #include "base/log.h"
 #include "runtime/tables.h"
-#include "transfer/connection/connection_sets.h"
 #include "transfer/connection/keepsakes.h"
 #include "transfer/connection/pacer.h"
 #include "transfer/connection/resolver.h"
@@ -25,11 +24,17 @@ struct ConnectionServices {
     /// Without the TLS library (null) secured connections are refused. Both outlive the object.
     explicit ConnectionServices(const SecurTable* tls_library = nullptr,
                                 const TimeSource& time_source = system_time)
-        : time(time_source), resolver(resolve_name, time), slots(time), tls(tls_library), reuse(time) {}
+        : time(time_source),
+          received(Clock::now()),
+          resolver(resolve_name, time),
+          slots(time),
+          tls(tls_library),
+          reuse(time) {}
 
     const TimeSource& time;
+    net::SharedTokens
+        received;  ///< limits of what all connections receive, in real time; jobs are groups in it
     Resolver resolver;
-    ConnectionSets sets;
     ServerSlots slots;
     TlsEngines tls;
     ReusePool reuse;   // after what its connections hold
@@ -70,14 +75,14 @@ struct ConnectionContext {
     const LibraryTables& libraries;
     LogSink& log;
     const StopSource& stop;
-    SpeedShare* share = nullptr;
+    CConnectionNode* node = nullptr;
 };
 
 /// The base of the objects that talk over TCP. Belongs to the one thread that made it.
 class CBaseSocket {
   public:
     CBaseSocket(ConnectionServices& services, LogSink& log, const StopSource& stop,
-                SpeedShare* share = nullptr);
+                CConnectionNode* node = nullptr);
     virtual ~CBaseSocket();
     CBaseSocket(const CBaseSocket&) = delete;
     CBaseSocket& operator=(const CBaseSocket&) = delete;
@@ -140,7 +145,7 @@ class CBaseSocket {
     ConnectionServices& services_;
     LogSink& log_;
     const StopSource& stop_;
-    SpeedShare* share_;
+    CConnectionNode* const pace_;
     std::chrono::milliseconds timeout_{60000};
     std::string host_;  ///< that the connection was opened to, and its port
     std::uint16_t port_ = 0;

@@ -1,61 +1,44 @@
-// The speed limit of one connection.
+// The limits of speed, as one connection keeps to them.
 #pragma once
 
 #include <cstddef>
-#include <cstdint>
 
-#include "platform/socket.h"
+#include "net/shared_tokens.h"
 #include "transfer/connection/stream.h"
 
 namespace vantlow {
 
-/// Tells a connection how fast it may receive at this moment. Called by the connection's thread before it
-/// reads.
-class SpeedShare {
+/// A record of one connection of the transfer engine, as the limits know it: its place below those of its job
+/// and of the program. It has a share while it is marked active and asks; otherwise it is not limited. Used
+/// by one thread; the limits outlive it.
+class CConnectionNode {
   public:
-    SpeedShare() = default;
-    SpeedShare(const SpeedShare&) = delete;
-    SpeedShare& operator=(const SpeedShare&) = delete;
-    virtual ~SpeedShare() = default;
-    /// Bytes per second, or -1 for no limit.
-    [[nodiscard]] virtual std::int64_t bytes_per_second() = 0;
-};
+    CConnectionNode(net::SharedTokens& limits, net::TokenTree::Group group) : tokens_(limits, group) {}
 
-/// A token bucket without a clock of its own: it is told the time.
-class Pacer {
-  public:
-    explicit Pacer(Clock::time_point now) : last_(now) {}
-
-    struct Grant {
-        std::size_t bytes = 0;              ///< may be read now
-        std::chrono::milliseconds wait{0};  ///< when bytes is 0: ask again after this time
-    };
-    /// How much of `wanted` may be read now at `rate` bytes per second (above 0).
-    Grant grant(std::size_t wanted, std::int64_t rate, Clock::time_point now);
-    void spend(std::size_t bytes) noexcept { tokens_ -= static_cast<double>(bytes); }
-    /// Forgets what was saved up while there was no limit.
-    void idle(Clock::time_point now) noexcept {
-        last_ = now;
-        tokens_ = 0;
+    /// The connection receives what is to be limited, from now on or no longer.
+    void set_active(bool active) noexcept { is_active_ = active; }
+    /// The number of bytes, up to `wanted` (above 0), that may be received now. Waits while there are none:
+    /// 0 at `until`, or once the stop is requested.
+    std::size_t ask(std::size_t wanted, Clock::time_point until, const StopSource& stop) {
+        return is_active_ ? tokens_.wait_and_take(wanted, until, stop) : wanted;
+    }
+    /// So many of them did not come.
+    void give_back(std::size_t unused) {
+        if (is_active_) tokens_.give_back(unused);
     }
 
   private:
-    Clock::time_point last_;
-    double tokens_ = 0;  ///< bytes
+    net::TokenUser tokens_;
+    bool is_active_ = false;
 };
 
-/// The stage that keeps to a share: it reads less at once and pauses between reads.
-class PacedStream : public ByteStream {
+/// The stage that keeps to the limits: it reads less at once and pauses between reads.
+class PacedStream final : public ByteStream {
   public:
-    /// Both outlive the stage.
-    explicit PacedStream(ByteStream& below, const TimeSource& time = system_time)
-        : below_(below), time_(time), pacer_(time.now()) {}
+    /// All outlive the stage. Without a node nothing is limited. The stop ends pauses.
+    PacedStream(ByteStream& below, CConnectionNode* node, const StopSource& stop)
+        : below_(below), node_(node), stop_(stop) {}
 
-    /// Null share: no limit. The stop ends pauses.
-    void attach(SpeedShare* share, const StopSource* stop) noexcept {
-        share_ = share;
-        stop_ = stop;
-    }
     Moved read(std::span<std::byte> into, Clock::time_point until) override;
     Result write(std::span<const std::byte> from, Clock::time_point until) override {
         return below_.write(from, until);
@@ -63,10 +46,8 @@ class PacedStream : public ByteStream {
 
   private:
     ByteStream& below_;
-    const TimeSource& time_;
-    Pacer pacer_;
-    SpeedShare* share_ = nullptr;
-    const StopSource* stop_ = nullptr;
+    CConnectionNode* const node_;
+    const StopSource& stop_;
 };
 
 }  // namespace vantlow

@@ -3,6 +3,23 @@
 #include <algorithm>
 
 namespace vantlow {
+namespace {
+
+net::Step step_of(const IoStep& step, net::Wants wants) {
+    switch (step.state) {
+        case IoStep::State::moved:
+            return net::Step::moved(step.bytes);
+        case IoStep::State::would_block:
+            return net::Step::again(wants);
+        case IoStep::State::closed:
+            return net::Step::closed();
+        case IoStep::State::failed:
+            break;
+    }
+    return net::Step::failed(step.system_error);
+}
+
+}  // namespace
 
 Clock::time_point from_now(std::chrono::milliseconds time) {
     return Clock::now() + time;
@@ -17,23 +34,40 @@ Result socket_failure(int system_error) {
     return {Code::transient, socket_error_text(system_error), system_error};
 }
 
-Moved SocketStream::read(std::span<std::byte> into, Clock::time_point until) {
+net::Step SocketStage::read(std::span<std::byte> into, Clock::time_point) {
+    return step_of(socket_.read(into), net::Wants::readable);
+}
+
+net::Step SocketStage::write(std::span<const std::byte> from, Clock::time_point) {
+    return step_of(socket_.write(from), net::Wants::writable);
+}
+
+Ready StageStream::wait(const net::Step& step, Clock::time_point until) {
+    if (step.wants != net::Wants::time) {
+        const Interest interest = step.wants == net::Wants::readable ? Interest::read : Interest::write;
+        return wait_socket(socket_, interest, time_left(until), *stop_);
+    }
+    if (Clock::now() >= until) return Ready::timeout;
+    return stop_->wait_for(time_left(std::min(step.at, until))) ? Ready::stopped : Ready::yes;
+}
+
+Moved StageStream::read(std::span<std::byte> into, Clock::time_point until) {
     if (stop_ == nullptr) return Moved::failed(Code::transient);
     for (;;) {
         // A stop must not have to wait for a server that sends without a pause.
         if (stop_->requested()) return Moved::failed(stop_->reason());
-        const IoStep step = socket_.read(into);
+        const net::Step step = stage_.read(into, Clock::now());
         switch (step.state) {
-            case IoStep::State::moved:
+            case net::Step::State::moved:
                 return Moved::data(step.bytes);
-            case IoStep::State::closed:
+            case net::Step::State::closed:
                 return Moved::closed();
-            case IoStep::State::failed:
-                return Moved::failed(Code::transient, step.system_error);
-            case IoStep::State::would_block:
+            case net::Step::State::failed:
+                return {Moved::State::failed, 0, step.code, step.system_error, step.why};
+            case net::Step::State::again:
                 break;
         }
-        switch (wait_socket(socket_, Interest::read, time_left(until), *stop_)) {
+        switch (wait(step, until)) {
             case Ready::yes:
                 break;
             case Ready::timeout:
@@ -46,17 +80,17 @@ Moved SocketStream::read(std::span<std::byte> into, Clock::time_point until) {
     }
 }
 
-Result SocketStream::write(std::span<const std::byte> from, Clock::time_point until) {
+Result StageStream::write(std::span<const std::byte> from, Clock::time_point until) {
     if (stop_ == nullptr) return Code::transient;
     while (!from.empty()) {
         if (stop_->requested()) return stop_->reason();
-        const IoStep step = socket_.write(from);
-        if (step.state == IoStep::State::moved) {
+        const net::Step step = stage_.write(from, Clock::now());
+        if (step.state == net::Step::State::moved) {
             from = from.subspan(step.bytes);
             continue;
         }
-        if (step.state != IoStep::State::would_block) return socket_failure(step.system_error);
-        switch (wait_socket(socket_, Interest::write, time_left(until), *stop_)) {
+        if (step.state != net::Step::State::again) return step.result();
+        switch (wait(step, until)) {
             case Ready::yes:
                 break;
             case Ready::timeout:

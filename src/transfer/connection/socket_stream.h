@@ -1,14 +1,31 @@
-// The lowest stage: a TCP socket whose waits end on a stop.
+// The lowest stages of a connection whose thread waits: a socket, and any stage of src/net, with waits that
+// end on a stop.
 #pragma once
 
+#include <utility>
+
+#include "net/stage.h"
 #include "transfer/connection/stream.h"
 
 namespace vantlow {
 
-/// Owns its socket. Used by one thread at a time; the stop may come from any.
-class SocketStream : public ByteStream {
+/// A socket as the lowest stage of a connection without a loop. The socket outlives it.
+class SocketStage final : public net::Stage {
   public:
-    explicit SocketStream(TcpSocket socket) : socket_(std::move(socket)) {}
+    explicit SocketStage(TcpSocket& socket) : socket_(socket) {}
+
+    net::Step read(std::span<std::byte> into, Clock::time_point now) override;
+    net::Step write(std::span<const std::byte> from, Clock::time_point now) override;
+
+  private:
+    TcpSocket& socket_;
+};
+
+/// Waits where a stage says "again": for the socket that stands below it, or for the moment that it names.
+/// Stage and socket outlive it.
+class StageStream : public ByteStream {
+  public:
+    StageStream(net::Stage& stage, TcpSocket& socket) : stage_(stage), socket_(socket) {}
 
     /// Whose stop ends the waits from now on; a connection that is kept for reuse changes hands. Null: waits
     /// fail at once.
@@ -17,11 +34,26 @@ class SocketStream : public ByteStream {
     Moved read(std::span<std::byte> into, Clock::time_point until) override;
     Result write(std::span<const std::byte> from, Clock::time_point until) override;
 
+  private:
+    /// Until the step is worth repeating; `timeout` at `until`.
+    Ready wait(const net::Step& step, Clock::time_point until);
+
+    net::Stage& stage_;
+    TcpSocket& socket_;
+    const StopSource* stop_ = nullptr;
+};
+
+/// A TCP socket, which it owns. Used by one thread at a time; the stop may come from any.
+class SocketStream final : public StageStream {
+  public:
+    explicit SocketStream(TcpSocket socket)
+        : StageStream(stage_, socket_), socket_(std::move(socket)), stage_(socket_) {}
+
     [[nodiscard]] TcpSocket& socket() noexcept { return socket_; }
 
   private:
     TcpSocket socket_;
-    const StopSource* stop_ = nullptr;
+    SocketStage stage_;
 };
 
 /// The result for a socket error of the system, with its sentence.

@@ -10,11 +10,11 @@ namespace vantlow {
 /// FTP and FTPS (RFC 959, RFC 4217). Used by one thread; what it is made with outlives it.
 class FtpConversation : public FtpTransfer {
   public:
-    FtpConversation(ConnectionServices& services, LogSink& log, const StopSource& stop, SpeedShare* share)
+    FtpConversation(ConnectionServices& services, LogSink& log, const StopSource& stop, CConnectionNode* node)
         : log_(log),
           socket_(services, log, stop),
           control_(socket_, log),
-          data_(services, log, stop, share) {}
+          data_(services, log, stop, node) {}
 
     Result open(const FtpPlan& plan, std::int64_t offset, FtpFile& file) override;
     Moved read(std::span<std::byte> into, Clock::time_point until) override;

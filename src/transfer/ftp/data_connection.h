@@ -11,8 +11,8 @@ namespace vantlow {
 /// One data connection at a time. Belongs to the conversation's thread.
 class FtpDataConnection {
   public:
-    FtpDataConnection(ConnectionServices& services, LogSink& log, const StopSource& stop, SpeedShare* share)
-        : socket_(services, log, stop, share), stop_(stop) {}
+    FtpDataConnection(ConnectionServices& services, LogSink& log, const StopSource& stop, CConnectionNode* node)
+        : socket_(services, log, stop, node), stop_(stop) {}
 
     /// Before the transfer is asked for: connects to where the server waits (PASV, EPSV), or waits itself and
     /// says where (PORT, EPRT). The other way is tried where one is refused.

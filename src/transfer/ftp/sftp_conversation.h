@@ -12,8 +12,8 @@ namespace vantlow {
 /// SFTP. Used by one thread; what it is made with outlives it.
 class SftpConversation : public FtpTransfer {
   public:
-    SftpConversation(ConnectionServices& services, LogSink& log, const StopSource& stop, SpeedShare* share)
-        : log_(log), socket_(services, log, stop, share), channel_(log) {}
+    SftpConversation(ConnectionServices& services, LogSink& log, const StopSource& stop, CConnectionNode* node)
+        : log_(log), socket_(services, log, stop, node), channel_(log) {}
     ~SftpConversation() override;
 
     Result open(const FtpPlan& plan, std::int64_t offset, FtpFile& file) override;

@@ -94,7 +94,7 @@ HttpClient::HttpClient(const ConnectionContext& context)
       logins_(context.services.memory.of<LoginMemory>()),
       cookies_(context.services.memory.of<CookieJar>()),
       strict_hosts_(context.services.memory.of<StrictHosts>()),
-      socket_(context.services, context.log, context.stop, context.share),
+      socket_(context.services, context.log, context.stop, context.node),
       conversation_(socket_, context.log) {}
 
 Result HttpClient::ask(const HttpErrand& errand, HttpAnswer& answer) {

@@ -105,8 +105,8 @@ Result FtpSource::make_plan(const SourcePlan& plan, const Target& target, FtpPla
 
 std::unique_ptr<FtpTransfer> FtpSource::make_transfer(const std::string& scheme) const {
     const SourceContext& c = context_;
-    if (scheme == "sftp") return std::make_unique<SftpConversation>(c.services, c.log, c.stop, c.share);
-    return std::make_unique<FtpConversation>(c.services, c.log, c.stop, c.share);
+    if (scheme == "sftp") return std::make_unique<SftpConversation>(c.services, c.log, c.stop, c.node);
+    return std::make_unique<FtpConversation>(c.services, c.log, c.stop, c.node);
 }
 
 // SSH needs a name to log in, and its paths begin at the root, as those of other addresses do.

@@ -106,7 +106,7 @@ Result CTransferMainThread::begin() {
     {
         const MutexLock guard(lock_);
         job_.state = JobState::running;
-        pace_.limit = job_.rules ? job_.rules->speed_limit : 0;
+        pace_.set_limit(job_.rules ? job_.rules->speed_limit : 0);
         const std::int64_t expected = job_.sources ? job_.sources->size : -1;
         const bool is_of_this_size = expected < 0 || expected == job_.file_size;
         if (!job_.segments.empty() && job_.file_size > 0 && is_of_this_size) {
@@ -181,6 +181,7 @@ Result CTransferMainThread::fetch_missing() {
     next_save_ = now() + save_interval;
     for (;;) {
         if (const auto result = look()) return *result;
+        pace_.follow(services_.settings);
         grow();
         if (const auto result = idle_end()) return *result;
         if (now() >= next_save_) {

@@ -161,7 +161,7 @@ class CTransferMainThread : private SubThreadHost, private WrittenListener {
     JobOutcome outcome_;
     Clock::time_point started_{};
     Clock::time_point next_save_{};
-    JobPace pace_;
+    JobPace pace_{services_.connections.received};
     std::vector<std::unique_ptr<CTransferSubThread>> subs_;  ///< the main thread's
     int next_worker_ = 0;                                    ///< the main thread's
 

@@ -23,18 +23,10 @@ constexpr std::size_t joint_step = 16 * kib;
 }  // namespace
 
 CTransferSubThread::CTransferSubThread(SubThreadHost& host, const SubThreadTools& tools)
-    : host_(host),
-      tools_(tools),
-      stop_(tools.job_stop),
-      share_(tools.settings, tools.services.sets, tools.pace) {
-    tools_.services.sets.transfers.add(node_);
-    tools_.pace.connections.add(node_);
-}
+    : host_(host), tools_(tools), stop_(tools.job_stop), node_(tools.pace.limits(), tools.pace.group()) {}
 
 CTransferSubThread::~CTransferSubThread() {
     join();
-    tools_.pace.connections.remove(node_);
-    tools_.services.sets.transfers.remove(node_);
 }
 
 Result CTransferSubThread::start() {
@@ -78,7 +70,6 @@ bool CTransferSubThread::finish_work(bool& is_complete) {
         worker_.finished_one = true;
     }
     closing_ = true;
-    node_.active = false;
     worker_.bytes_per_second = 0;
     const bool is_open = source_ && open_offset() == position();
     is_complete = host_.release(*this, is_open ? position() : -1, true);
@@ -89,13 +80,11 @@ bool CTransferSubThread::finish_work(bool& is_complete) {
 }
 
 void CTransferSubThread::close_source(bool reset) {
-    node_.active = false;
     worker_.bytes_per_second = 0;
     held_.clear();
     if (!source_) return;
     if (!reset) source_->close();
     source_.reset();
-    node_.connections = 0;
 }
 
 // Asks the job what becomes of a failure, and waits as it says; true when the segment is to be tried again.
@@ -128,7 +117,6 @@ Result CTransferSubThread::run_segment() {
     if (!opened.ok()) return opened;
     const std::int64_t wanted = tools_.settings.number(setting::data_buffer) * static_cast<std::int64_t>(kib);
     gather_.resize(static_cast<std::size_t>(std::clamp<std::int64_t>(limit() - position(), 1, wanted)));
-    node_.active = true;
     flushed_ = Clock::now();
     const auto began = measured_ = time().now();
     const std::int64_t began_at = position();
@@ -136,7 +124,6 @@ Result CTransferSubThread::run_segment() {
     worker_.settled = false;
     measures_ = 0;
     Result result = receive();
-    node_.active = false;
     const double seconds = std::max(std::chrono::duration<double>(time().now() - began).count(), 0.001);
     segment_speed_ = static_cast<std::int64_t>(static_cast<double>(position() - began_at) / seconds);
     return result;
@@ -173,12 +160,13 @@ Result CTransferSubThread::read_through() {
 
 // Asks at the plan's address, and where another protocol is to be asked, there.
 Result CTransferSubThread::open_at(SourcePlan plan, SourceAnswer& answer) {
+    node_.set_active(false);  // an answer's head is no download: a low limit would make it a time-out
     for (int moves = 0; moves <= most_moves; ++moves) {
         const Protocol* protocol = find_protocol(plan.address);
         if (protocol == nullptr) return {Code::unsupported, why_not_fetched(plan.address)};
-        node_.connections = 1;
-        source_ = protocol->make({tools_.services, tools_.libraries, tools_.log, stop_, &share_});
+        source_ = protocol->make({tools_.services, tools_.libraries, tools_.log, stop_, &node_});
         Result result = source_->open(plan, asked_, answer);
+        node_.set_active(result.ok());
         if (result.code != Code::moved) return result;
         plan.address = answer.address;
         answer = {};
@@ -243,7 +231,6 @@ Result CTransferSubThread::ask_for_more(bool& there_is) {
     close_source(false);
     Result result = open_source();
     there_is = result.ok();
-    node_.active = there_is;
     const bool is_end = beyond_end_ && asked_ == position() && (told_size_ < 0 || told_size_ == asked_);
     return is_end ? Result{} : result;
 }

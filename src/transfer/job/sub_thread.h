@@ -9,10 +9,10 @@
 
 #include "base/buffer.h"
 #include "platform/thread.h"
+#include "transfer/job/job_pace.h"
 #include "transfer/job/local_file.h"
 #include "transfer/job/policy.h"
 #include "transfer/job/source.h"
-#include "transfer/job/speed_share.h"
 
 namespace vantlow {
 
@@ -135,7 +135,6 @@ class CTransferSubThread {
     SubThreadTools tools_;
     StopSource stop_;
     CConnectionNode node_;
-    SettingsShare share_;
     Worker worker_;
     std::unique_ptr<Source> source_;
     PageBuffer gather_;

@@ -1,0 +1,54 @@
+// How many blocks a peer is asked for ahead.
+#pragma once
+
+#include <algorithm>
+#include <cstdint>
+
+#include "base/clock.h"
+
+namespace vantlow {
+
+/// The number of blocks that one peer may owe. It begins small, grows by one with each block while the peer
+/// keeps getting faster, and then holds some seconds of what the peer sends: so a peer far away is used at
+/// its full speed, and a slow one keeps few blocks from others. One thread; the times never go back.
+class RequestWindow {
+  public:
+    static constexpr std::uint32_t least = 2;
+    static constexpr std::uint32_t usual_most = 500;
+    static constexpr std::chrono::seconds held{3};            ///< of the peer's rate
+    static constexpr std::chrono::seconds snubbed_after{20};  ///< without a block that is owed
+
+    /// The number that the peer says it takes ("reqq", BEP 10); 0: it says none.
+    void set_most(std::uint32_t most) noexcept { most_ = most == 0 ? usual_most : std::max(most, least); }
+    /// Requests are owed from now on: the time that a peer is given begins.
+    void asked(Clock::time_point now) noexcept {
+        if (!waits_) since_ = now;
+        waits_ = true;
+    }
+    /// A block came; `owed` are left.
+    void came(std::uint32_t bytes, std::uint32_t owed, Clock::time_point now) noexcept;
+    /// What was owed is not any more: a choke, say.
+    void dropped() noexcept { waits_ = false; }
+
+    [[nodiscard]] bool is_snubbed(Clock::time_point now) const noexcept {
+        return waits_ && now - since_ >= snubbed_after;
+    }
+    /// How many blocks the peer may owe now.
+    [[nodiscard]] std::uint32_t depth(Clock::time_point now) const noexcept {
+        return is_snubbed(now) ? 1 : depth_;
+    }
+    /// Bytes a second, over the last seconds.
+    [[nodiscard]] double rate() const noexcept { return rate_; }
+
+  private:
+    std::uint32_t depth_ = least;
+    std::uint32_t most_ = usual_most;
+    bool slow_start_ = true;
+    bool waits_ = false;
+    Clock::time_point since_{};  ///< when it waits: the last block, or the first request
+    Clock::time_point measured_{};
+    std::int64_t bytes_ = 0;  ///< since measured_
+    double rate_ = 0;
+};
+
+}  // namespace vantlow

@@ -1,0 +1,333 @@
+// The rules of a swarm, without one: messages, the choice of blocks, the window of requests, choking.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <map>
+
+#include "bt/peer/choker.h"
+#include "bt/peer/peer_wire.h"
+#include "bt/peer/picker.h"
+#include "bt/peer/request_window.h"
+#include "bt/wire.h"
+
+namespace vantlow::test {
+namespace {
+
+using Kind = PeerMessage::Kind;
+using namespace std::chrono_literals;
+
+std::string message_of(std::uint32_t size, std::string_view body) {
+    std::string bytes;
+    put_number(bytes, size);
+    return bytes.append(body);
+}
+
+TEST(PeerWire, MessagesComeBackHoweverTheirBytesAreDivided) {
+    const PeerMessage all[] = {
+        {.kind = Kind::keep_alive},
+        {.kind = Kind::choke},
+        {.kind = Kind::have, .piece = 0x01020304},
+        {.kind = Kind::bitfield, .data = "\xF0\x80"},
+        {.kind = Kind::request, .piece = 7, .begin = 16384, .length = 5},
+        {.kind = Kind::piece, .piece = 7, .begin = 16384, .length = 5, .data = "block"},
+        {.kind = Kind::port, .port = 6881},
+        {.kind = Kind::reject, .piece = 1, .begin = 2, .length = 3},
+        {.kind = Kind::extended, .extended = 3, .data = "de"},
+        {.kind = Kind::have_none},
+    };
+    std::string bytes = message_of(4, "\x63xyz");  // of an extension nobody knows
+    for (const PeerMessage& message : all) bytes += message.bytes();
+    for (const std::size_t step : {std::size_t{1}, std::size_t{7}, bytes.size()}) {
+        PeerReader reader;
+        std::size_t seen = 0;
+        PeerMessage got;
+        for (std::size_t at = 0; at < bytes.size(); at += step) {
+            reader.feed(std::string_view(bytes).substr(at, step));
+            while (reader.next(got) == PeerReader::Read::message) {
+                if (got.kind == Kind::unknown) continue;
+                ASSERT_LT(seen, std::size(all));
+                EXPECT_EQ(got.bytes(), all[seen].bytes());
+                EXPECT_EQ(got.length, all[seen].length);
+                ++seen;
+            }
+        }
+        EXPECT_EQ(seen, std::size(all));
+        EXPECT_EQ(reader.held(), 0U);
+    }
+    PeerHandshake hello{.peer_id = std::string(20, 'p'), .extensions = true, .fast = true};
+    hello.torrent.fill(std::byte{9});
+    const auto back = PeerHandshake::parse(hello.bytes());
+    ASSERT_TRUE(back);
+    EXPECT_EQ(back->bytes(), hello.bytes());
+    EXPECT_FALSE(PeerHandshake::parse("\x14" + hello.bytes().substr(1)));
+}
+
+TEST(PeerWire, RefusesWhatNoPeerSendsBeforeItTakesMemory) {
+    const std::string cases[] = {
+        message_of(0xFFFFFFFF, "\x07"),                               // endless
+        message_of(200'000, std::string("\x07\0\0\0\1\0\0\0\0", 9)),  // too long a block
+        message_of(4, std::string("\x04\0\0\1", 4)),                  // have, a byte short
+        message_of(2, std::string("\x00\0", 2)),                      // choke with a body
+        message_of(5, std::string("\x07\0\0\0\1", 5)),                // a block without its place
+        message_of(1, "\x14"),                                        // extended without a number
+    };
+    for (const std::string& bytes : cases) {
+        PeerReader reader;
+        reader.feed(bytes);
+        PeerMessage message;
+        EXPECT_EQ(reader.next(message), PeerReader::Read::bad);
+        reader.feed(PeerMessage{.kind = Kind::choke}.bytes());
+        EXPECT_EQ(reader.next(message), PeerReader::Read::bad) << "for ever";
+    }
+    EXPECT_FALSE(PieceSet::from_wire("\xFF", 7)) << "a bit behind the last piece";
+    EXPECT_FALSE(PieceSet::from_wire("\xFF\x80", 8)) << "a byte too many";
+    EXPECT_EQ(PieceSet::from_wire("\xFF\x80", 9)->count(), 9U);
+}
+
+PieceSet set_of(std::uint32_t size, std::initializer_list<std::uint32_t> pieces) {
+    PieceSet set(size);
+    for (const std::uint32_t piece : pieces) set.add(piece);
+    return set;
+}
+
+PieceSet all_of(std::uint32_t size) {
+    PieceSet set(size);
+    set.add_all();
+    return set;
+}
+
+constexpr std::uint32_t two_blocks = 2 * block_size;
+
+TEST(Picker, TakesByPriorityThenRarityAndFinishesWhatIsBegun) {
+    Picker picker(std::int64_t{8} * two_blocks, two_blocks, 1);
+    for (const std::uint32_t had : {4U, 5U, 6U, 7U}) picker.add_have(had);  // the first ones are over
+    const PieceSet seed = all_of(8);
+    picker.add_seed();
+    picker.add_peer(set_of(8, {0, 1, 2}));
+    picker.add_peer(set_of(8, {0, 1}));
+    picker.set_priority(0, PiecePriority::high);
+    picker.set_priority(2, PiecePriority::skip);
+    EXPECT_EQ(picker.missing(), 3U);
+    const auto first = [&](Picker::Peer peer, std::size_t most = 1) {
+        const auto blocks = picker.pick({.peer = peer, .has = seed}, most);
+        return blocks.empty() ? PieceBlock{99, 0, 0} : blocks.front();
+    };
+    EXPECT_EQ(first(1), (PieceBlock{0, 0, block_size})) << "the high one";
+    EXPECT_EQ(first(2), (PieceBlock{0, block_size, block_size})) << "what is begun";
+    EXPECT_EQ(first(1).piece, 3U) << "the rarest";
+    picker.lost_all(1);
+    EXPECT_EQ(first(3), (PieceBlock{0, 0, block_size})) << "what a peer left";
+    EXPECT_FALSE(picker.is_interesting(set_of(8, {2, 4})));
+    EXPECT_TRUE(picker.is_interesting(set_of(8, {1})));
+    const std::uint32_t allowed[] = {1};
+    EXPECT_EQ(picker.pick({.peer = 4, .has = seed, .only = allowed}, 9).size(), 2U);
+}
+
+TEST(Picker, AFastPeerGetsWholePiecesAndTheLastBlocksAreAskedTwiceAtMost) {
+    Picker picker(std::int64_t{2} * two_blocks, two_blocks, 1);
+    const PieceSet seed = all_of(2);
+    const auto own = picker.pick({.peer = 1, .has = seed, .is_fast = true}, 1);
+    const auto other = picker.pick({.peer = 2, .has = seed}, 2);
+    ASSERT_EQ(other.size(), 2U);
+    EXPECT_NE(other[0].piece, own[0].piece);
+    EXPECT_EQ(other[0].piece, other[1].piece);
+    const auto rest = picker.pick({.peer = 2, .has = seed}, 2);
+    ASSERT_EQ(rest.size(), 1U) << "nothing else is free";
+    EXPECT_TRUE(picker.pick({.peer = 3, .has = seed}, 4).empty());
+    const auto late = picker.pick({.peer = 3, .has = seed, .is_idle = true}, 4);
+    ASSERT_EQ(late.size(), 1U);
+    const auto arrival = picker.arrived(3, late[0]);
+    EXPECT_TRUE(arrival.is_new && arrival.other);
+    EXPECT_FALSE(picker.arrived(*arrival.other, late[0]).is_new) << "the second one is too late";
+    EXPECT_FALSE(picker.arrived(1, {0, 3, 5}).is_new) << "nobody asked for that";
+}
+
+// Peers that come and go, with some pieces each, slow, lying and refusing by a seed; what holds at each step,
+// and that the torrent is complete at the end.
+class Crowd {
+  public:
+    explicit Crowd(std::uint32_t seed) : random_(seed) {
+        const std::uint32_t piece = block_size * (1 + below(3));
+        const std::int64_t total = std::int64_t{1 + below(40)} * piece - below(piece);
+        picker_.emplace(total, piece, seed);
+        if (below(4) == 0) picker_->set_sequential(true);
+    }
+
+    bool ends() {
+        const std::uint32_t pieces = picker_->pieces();
+        for (int step = 0; step < 20000; ++step) {
+            if (picker_->is_done()) return picker_->have().is_all();
+            if (peers_.size() < 4) join(pieces);
+            if (below(200) == 0) picker_->set_priority(below(pieces), PiecePriority(1 + below(3)));
+            auto at = std::next(peers_.begin(), below(static_cast<std::uint32_t>(peers_.size())));
+            act(at->first, at->second);
+            check();
+        }
+        return false;
+    }
+
+  private:
+    struct Member {
+        PieceSet has;
+        std::vector<PieceBlock> owes;
+        bool lies = false;
+        bool is_seed = false;
+    };
+
+    std::uint32_t below(std::uint32_t bound) { return static_cast<std::uint32_t>(random_() % bound); }
+
+    void join(std::uint32_t pieces) {
+        Member member{.has = PieceSet(pieces), .owes = {}, .lies = below(6) == 0, .is_seed = below(3) == 0};
+        for (std::uint32_t i = 0; i < pieces; ++i) {
+            if (member.is_seed || below(2) == 0) member.has.add(i);
+        }
+        if (member.is_seed)
+            picker_->add_seed();
+        else
+            picker_->add_peer(member.has);
+        peers_.emplace(next_++, std::move(member));
+    }
+
+    void act(Picker::Peer peer, Member& member) {
+        switch (below(12)) {
+            case 0:
+                picker_->lost_all(peer);
+                if (member.is_seed)
+                    picker_->remove_seed();
+                else
+                    picker_->remove_peer(member.has);
+                peers_.erase(peer);
+                return;
+            case 1:
+                if (member.owes.empty()) return;
+                picker_->lost(peer, member.owes.back());
+                member.owes.pop_back();
+                return;
+            case 2:
+            case 3:
+            case 4: {
+                const bool idle = member.owes.empty();
+                const auto more = picker_->pick(
+                    {.peer = peer, .has = member.has, .is_fast = peer % 2 == 0, .is_idle = idle},
+                    1 + below(5));
+                for (const PieceBlock& block : more) {
+                    EXPECT_TRUE(member.has.has(block.piece) && !picker_->have().has(block.piece));
+                    EXPECT_EQ(std::count(member.owes.begin(), member.owes.end(), block), 0);
+                    member.owes.push_back(block);
+                }
+                return;
+            }
+            default:
+                send(peer, member);
+        }
+    }
+
+    void send(Picker::Peer peer, Member& member) {
+        if (member.owes.empty()) return;
+        const PieceBlock block = member.owes.front();
+        member.owes.erase(member.owes.begin());
+        const auto arrival = picker_->arrived(peer, block);
+        if (!arrival.is_new) return;
+        wrong_[block.piece] = wrong_[block.piece] || member.lies;
+        if (arrival.other) std::erase(peers_.at(*arrival.other).owes, block);
+        if (!arrival.completes) return;
+        if (!std::exchange(wrong_[block.piece], false)) return picker_->add_have(block.piece);
+        const auto givers = picker_->failed(block.piece);
+        EXPECT_EQ(givers.size(), (picker_->length_of(block.piece) + block_size - 1) / block_size);
+        EXPECT_EQ(std::count(givers.begin(), givers.end(), 0U), 0);
+    }
+
+    void check() const {
+        std::map<PieceBlock, int> owed;
+        for (const auto& [peer, member] : peers_) {
+            for (const PieceBlock& block : member.owes) ++owed[block];
+        }
+        for (const auto& [block, times] : owed) ASSERT_LE(times, 2);
+    }
+
+    std::minstd_rand random_;
+    std::optional<Picker> picker_;
+    std::map<Picker::Peer, Member> peers_;
+    std::map<std::uint32_t, bool> wrong_;
+    Picker::Peer next_ = 1;
+};
+
+TEST(Picker, AnyCrowdCompletesTheTorrent) {
+    for (std::uint32_t seed = 1; seed <= 300; ++seed) ASSERT_TRUE(Crowd(seed).ends()) << "seed " << seed;
+}
+
+// A peer that sends with a rate, some way off: the share of its rate that the window lets it use.
+double used_of(double rate, Clock::duration way) {
+    RequestWindow window;
+    Clock::time_point now{1h};
+    const Clock::time_point end = now + 20s;
+    std::vector<Clock::time_point> arrivals;  // of what it owes
+    Clock::time_point free_at = now;
+    double late = 0;
+    const auto block_time =
+        std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(block_size / rate));
+    while (now < end) {
+        while (arrivals.size() < window.depth(now)) {
+            window.asked(now);
+            free_at = std::max(free_at, now + way / 2) + block_time;
+            arrivals.push_back(free_at + way / 2);
+        }
+        now = arrivals.front();
+        arrivals.erase(arrivals.begin());
+        window.came(block_size, static_cast<std::uint32_t>(arrivals.size()), now);
+        if (now > end - 10s) late += block_size;
+    }
+    return late / 10 / rate;
+}
+
+TEST(RequestWindow, UsesPeersNearAndFarAtTheirFullSpeed) {
+    for (const double rate : {20'000.0, 1e6, 1e7}) {
+        for (const auto way : {2ms, 200ms}) EXPECT_GT(used_of(rate, way), 0.95) << rate << " " << way.count();
+    }
+    RequestWindow window;
+    window.asked(Clock::time_point{1h});
+    EXPECT_FALSE(window.is_snubbed(Clock::time_point{1h} + 19s));
+    EXPECT_EQ(window.depth(Clock::time_point{1h} + 20s), 1U);
+    window.came(block_size, 1, Clock::time_point{1h} + 21s);
+    EXPECT_FALSE(window.is_snubbed(Clock::time_point{1h} + 22s));
+    window.set_most(3);
+    for (int i = 0; i < 9; ++i) window.came(block_size, 1, Clock::time_point{1h} + 21s);
+    EXPECT_EQ(window.depth(Clock::time_point{1h} + 21s), 3U) << "no more than the peer takes";
+}
+
+TEST(Choker, UnchokesWhoGivesMostAndOneByChance) {
+    Choker choker(7);
+    Clock::time_point now{1h};
+    std::vector<Choker::Peer> peers;
+    for (std::uint32_t i = 1; i <= 8; ++i)
+        peers.push_back({.peer = i, .is_interested = true, .rate = 100.0 * i, .came = now - 1h});
+    peers[7].is_snubbed = true;
+    const auto choose = [&] {
+        const auto chosen = choker.choose(peers, 4, now);
+        for (Choker::Peer& peer : peers)
+            peer.is_unchoked = std::find(chosen.begin(), chosen.end(), peer.peer) != chosen.end();
+        return chosen;
+    };
+    auto chosen = choose();
+    ASSERT_EQ(chosen.size(), 4U);
+    EXPECT_EQ(std::vector(chosen.begin(), chosen.begin() + 3), (std::vector<std::uint32_t>{7, 6, 5}));
+    const std::uint32_t lucky = chosen.back();
+    peers[0].rate = 9000;
+    now += 5s;
+    EXPECT_TRUE(!peers[0].is_unchoked || lucky == 1);
+    choose();
+    EXPECT_TRUE(!peers[0].is_unchoked || lucky == 1) << "not before the next round";
+    peers[6].is_interested = false;
+    choose();
+    EXPECT_EQ(std::count_if(peers.begin(), peers.end(), [](const auto& peer) { return peer.is_unchoked; }), 4)
+        << "a free slot is filled at once";
+    now += 6s;
+    chosen = choose();
+    EXPECT_TRUE(lucky == 1 || chosen.front() == 1) << "the round has come";
+    std::vector<bool> had_luck(9);
+    for (int i = 0; i < 200; ++i, now += 30s) had_luck[choose().back()] = true;
+    EXPECT_TRUE(had_luck[2] && had_luck[8]) << "chance reaches everybody, also who was snubbed";
+}
+
+}  // namespace
+}  // namespace vantlow::test
