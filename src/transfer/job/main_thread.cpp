@@ -253,7 +253,7 @@ void CTransferMainThread::set_speed_limit(std::int64_t limit) {
     JobRules rules = job_.rules ? *job_.rules : JobRules();
     rules.speed_limit = limit;
     job_.rules = std::make_shared<const JobRules>(std::move(rules));  // a run that has not begun yet reads it
-    pace_.limit = limit;
+    pace_.set_limit(limit);
 }
 
 JobProgress CTransferMainThread::progress() {
