@@ -41,6 +41,7 @@ void add_commands(CommandSet& commands) {
     add_list_commands(commands);
     add_start_command(commands);
     add_steer_commands(commands);
+    add_change_commands(commands);
     add_question_commands(commands);
     add_category_commands(commands);
     add_list_file_commands(commands);

@@ -113,7 +113,7 @@ TEST_F(RowsTest, AreSortedByEveryKeyAndShownByViewAndSearch) {
     } sorts[] = {
         {{}, {u"file 10", u"File 9", u"\u00C4pfel", u"zeta"}},
         {{{Column::added, true}}, {u"zeta", u"\u00C4pfel", u"File 9", u"file 10"}},
-        {{{Column::name}}, {u"File 9", u"file 10", u"zeta", u"\u00C4pfel"}},
+        {{{Column::name}}, {u"\u00C4pfel", u"File 9", u"file 10", u"zeta"}},
         {{{Column::size, true}}, {u"\u00C4pfel", u"file 10", u"zeta", u"File 9"}},
         {{{Column::size}, {Column::name, true}}, {u"File 9", u"zeta", u"file 10", u"\u00C4pfel"}},
         {{{Column::state}, {Column::name}}, {u"File 9", u"file 10", u"\u00C4pfel", u"zeta"}},

@@ -62,6 +62,10 @@ FileError start_opener(const std::u16string& target) {
 }
 
 std::optional<dev_t> device_of(const std::u16string& path) {
+    if (const int error = ask_hook(Operation::inspect, path); error != 0) {
+        errno = error;
+        return std::nullopt;
+    }
     struct stat status {};
     if (::lstat(NativePath(path).get(), &status) != 0) return std::nullopt;
     return status.st_dev;
@@ -99,6 +103,7 @@ struct Bin {
 FileError make_bin(const Bin& bin) {
     for (const std::u16string_view part : {u"", u"files", u"info"}) {
         const std::u16string folder = part.empty() ? bin.folder : join_path(bin.folder, part);
+        if (FileError error = ask_file_hook(Operation::make_folder, folder); !error.ok()) return error;
         if (::mkdir(NativePath(folder).get(), 0700) != 0 && errno != EEXIST) return file_error_of(errno);
         if (!is_own_folder(folder)) return file_error_of(EACCES);
     }
@@ -159,6 +164,7 @@ std::string user_language() {
 
 std::optional<std::int64_t> free_space(const std::u16string& folder) {
     std::u16string at = absolute_path(folder);
+    if (ask_hook(Operation::inspect, at) != 0) return std::nullopt;
     struct statvfs status {};
     while (::statvfs(NativePath(at).get(), &status) != 0) {
         const std::u16string above = folder_of(at);

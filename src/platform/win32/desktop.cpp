@@ -36,6 +36,7 @@ std::string user_language() {
 
 std::optional<std::int64_t> free_space(const std::u16string& folder) {
     std::u16string at = absolute_path(folder);
+    if (ask_hook(Operation::inspect, at) != 0) return std::nullopt;
     ULARGE_INTEGER bytes{};
     while (GetDiskFreeSpaceExW(NativePath(at).get(), &bytes, nullptr, nullptr) == FALSE) {
         const DWORD error = GetLastError();

@@ -71,7 +71,20 @@ bool is_digit(char16_t c) noexcept {
     return c >= u'0' && c <= u'9';
 }
 
-// Letters by their folded value, two bytes each; a number as its length and its digits, so that 9 comes
+// The letters behind U+00C0 to U+017F without their marks, so that "\u00C4pfel" stands between "Apfel" and
+// "Axt".
+constexpr std::string_view unmarked =
+    "aaaaaaaceeeeiiiidnoooooxouuuuytsaaaaaaaceeeeiiiidnooooo:ouuuuyty"
+    "aaaaaaccccccccddddeeeeeeeeeegggggggghhhhiiiiiiiiiiiijjkkklllllll"
+    "lllnnnnnnnnnoooooooorrrrrrssssssssttttttuuuuuuuuuuuuwwyyyzzzzzzs";
+
+char16_t sorting_value(char16_t c) noexcept {
+    const bool is_marked = c >= 0xC0 && c < 0xC0 + unmarked.size();
+    // The end of a text is smaller than everything: no unit is 0.
+    return is_marked ? static_cast<char16_t>(unmarked[c - 0xC0U]) : std::max<char16_t>(folded(c), 1);
+}
+
+// Letters by their value, two bytes each; a number as its length and its digits, so that 9 comes
 // before 10.
 void append_text(std::u16string_view text, std::string& key) {
     constexpr std::size_t longest = 512;
@@ -82,8 +95,7 @@ void append_text(std::u16string_view text, std::string& key) {
     };
     for (std::size_t i = 0; i < text.size();) {
         if (!is_digit(text[i])) {
-            // The end of a text is smaller than everything: no unit is 0.
-            unit(std::max<char16_t>(folded(text[i++]), 1));
+            unit(sorting_value(text[i++]));
             continue;
         }
         while (i + 1 < text.size() && text[i] == u'0' && is_digit(text[i + 1])) ++i;
