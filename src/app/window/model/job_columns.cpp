@@ -84,28 +84,34 @@ char16_t sorting_value(char16_t c) noexcept {
     return is_marked ? static_cast<char16_t>(unmarked[c - 0xC0U]) : std::max<char16_t>(folded(c), 1);
 }
 
-// Letters by their value, two bytes each; a number as its length and its digits, so that 9 comes
-// before 10.
+// Appends a character so that bytes are ordered as the values are: ASCII takes one byte.
+void append_unit(char16_t c, std::string& key) {
+    if (c < 0x80) {
+        key += static_cast<char>(c);
+        return;
+    }
+    key += static_cast<char>(0x80);
+    key += static_cast<char>(c >> 8U);
+    key += static_cast<char>(c & 0xFFU);
+}
+
+// Letters by their value; a number as its length and its digits, so that 9 comes before 10.
 void append_text(std::u16string_view text, std::string& key) {
     constexpr std::size_t longest = 512;
     text = text.substr(0, longest);
-    const auto unit = [&key](char16_t c) {
-        key += static_cast<char>(c >> 8U);
-        key += static_cast<char>(c & 0xFFU);
-    };
     for (std::size_t i = 0; i < text.size();) {
         if (!is_digit(text[i])) {
-            unit(sorting_value(text[i++]));
+            append_unit(sorting_value(text[i++]), key);
             continue;
         }
         while (i + 1 < text.size() && text[i] == u'0' && is_digit(text[i + 1])) ++i;
         std::size_t end = i;
         while (end < text.size() && is_digit(text[end])) ++end;
-        unit(u'0');
-        unit(static_cast<char16_t>(end - i));
-        for (; i < end; ++i) unit(text[i]);
+        append_unit(u'0', key);
+        append_unit(static_cast<char16_t>(end - i), key);
+        for (; i < end; ++i) key += static_cast<char>(text[i]);
     }
-    unit(0);
+    key += '\0';
 }
 
 }  // namespace

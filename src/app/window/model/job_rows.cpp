@@ -29,6 +29,27 @@ std::uint64_t first_bytes(std::string_view key) noexcept {
     return value;
 }
 
+// Sorts by keys in an arena. What all keys begin with ("https://", a folder) is compared once.
+void sort_keys(std::vector<Sorted>& rows, std::string_view arena) {
+    if (rows.empty()) return;
+    const std::string_view sample = arena.substr(rows[0].offset, rows[0].length);
+    std::size_t same = sample.size();
+    for (const Sorted& row : rows) {
+        const std::string_view key = arena.substr(row.offset, std::min<std::size_t>(row.length, same));
+        same = static_cast<std::size_t>(std::mismatch(key.begin(), key.end(), sample.begin()).first -
+                                        key.begin());
+    }
+    for (Sorted& row : rows) {
+        row.offset += static_cast<std::uint32_t>(same);
+        row.length -= static_cast<std::uint32_t>(same);
+        row.first = first_bytes(arena.substr(row.offset, row.length));
+    }
+    std::sort(rows.begin(), rows.end(), [arena](const Sorted& a, const Sorted& b) {
+        if (a.first != b.first) return a.first < b.first;
+        return arena.substr(a.offset, a.length) < arena.substr(b.offset, b.length);
+    });
+}
+
 std::int64_t wall_time() noexcept {
     return static_cast<std::int64_t>(std::time(nullptr));
 }
@@ -62,8 +83,14 @@ void JobRows::rebuild() {
     std::string arena;
     std::vector<Sorted> sorted;
     sorted.reserve(jobs.size());
-    for (const CJobNode* job : jobs) {
-        const Slot slot = slot_of(job->identity);
+    walk_.resize(jobs.size());
+    for (std::size_t i = 0; i < jobs.size(); ++i) {
+        const CJobNode* const job = jobs[i];
+        // Most jobs stand where they stood when all were read last.
+        const bool known =
+            walk_[i] < slots_.size() && !slots_[walk_[i]].free && slots_[walk_[i]].job == job->identity;
+        if (!known) walk_[i] = slot_of(job->identity);
+        const Slot slot = walk_[i];
         if (slot >= there.size()) there.resize(slots_.size(), false);
         there[slot] = true;
         slots_[slot].row = hidden;
@@ -71,18 +98,13 @@ void JobRows::rebuild() {
         if (!filter_.passes(*job)) continue;
         const std::size_t begin = arena.size();
         order_.append_key(*job, arena);
-        sorted.push_back({first_bytes(std::string_view(arena).substr(begin)),
-                          static_cast<std::uint32_t>(begin), static_cast<std::uint32_t>(arena.size() - begin),
-                          slot});
+        sorted.push_back(
+            {0, static_cast<std::uint32_t>(begin), static_cast<std::uint32_t>(arena.size() - begin), slot});
     }
     for (Slot slot = 0; slot < there.size(); ++slot) {
         if (!there[slot] && !slots_[slot].free) forget(slots_[slot].job);
     }
-    std::sort(sorted.begin(), sorted.end(), [&arena](const Sorted& a, const Sorted& b) {
-        if (a.first != b.first) return a.first < b.first;
-        return std::string_view(arena).substr(a.offset, a.length) <
-               std::string_view(arena).substr(b.offset, b.length);
-    });
+    sort_keys(sorted, arena);
     rows_.resize(sorted.size());
     std::ranges::transform(sorted, rows_.begin(), &Sorted::slot);
     renumber(0);

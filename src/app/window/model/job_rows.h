@@ -100,6 +100,7 @@ class JobRows {
     std::vector<Slot> free_;
     std::unordered_map<Guid, Slot, GuidHash> by_job_;
     std::vector<Slot> rows_;
+    std::vector<Slot> walk_;  ///< of all jobs, in the engine's order when they were read last
     std::vector<Slot> moving_;
     std::vector<Slot> changed_;
     std::vector<Guid> live_rows_;  ///< that ran when the order was looked at last

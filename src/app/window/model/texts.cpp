@@ -213,7 +213,7 @@ std::string sentence_of(const Question& question) {
 }
 
 char16_t folded(char16_t c) noexcept {
-    if (c < 0x80) return ascii_lower(c);
+    if (c < 0x80) return c >= u'A' && c <= u'Z' ? static_cast<char16_t>(c + 32) : c;
     for (const FoldedRange& range : folded_ranges) {
         if (c < range.first) return c;
         if (c > range.last) continue;
@@ -232,9 +232,13 @@ std::u16string folded(std::u16string_view text) {
 
 bool holds_folded(std::u16string_view text, std::u16string_view needle) noexcept {
     if (needle.empty()) return true;
+    // Few places have the first character: that is looked for without a call where it is one of ASCII.
     const char16_t first = needle.front();
+    const bool is_letter = first >= u'a' && first <= u'z';
+    const char16_t other = is_letter ? static_cast<char16_t>(first - 32) : first;
     for (std::size_t i = 0; i + needle.size() <= text.size(); ++i) {
-        if (folded(text[i]) != first) continue;
+        const bool begins = first < 0x80 ? text[i] == first || text[i] == other : folded(text[i]) == first;
+        if (!begins) continue;
         std::size_t same = 1;
         while (same < needle.size() && folded(text[i + same]) == needle[same]) ++same;
         if (same == needle.size()) return true;

@@ -90,19 +90,20 @@ void ViewTree::make_nodes() {
 
 void ViewTree::count_all() {
     for (ViewNode& node : nodes_) node.count = node.unfinished = node.unread = 0;
-    std::unordered_map<Guid, Known, GuidHash> before = std::exchange(known_, {});
+    touched_.assign(nodes_.size(), false);
+    const std::unordered_map<Guid, Known, GuidHash> before = std::exchange(known_, {});
     const std::vector<const CJobNode*> jobs = engine_.jobs_below(nullptr);
     known_.reserve(jobs.size());
     for (const CJobNode* job : jobs) {
-        const auto was = before.find(job->identity);
-        look_at(job->identity);
-        if (was == before.end() || !was->second.unread) continue;
-        Known& known = known_[job->identity];
-        count(known, static_cast<std::size_t>(-1));
-        known.unread = job->state == JobState::finished;
-        count(known, 1);
+        Known now = known_of(*job);
+        if (!before.empty() && now.state == JobState::finished) {
+            const auto was = before.find(job->identity);
+            now.unread = was != before.end() && was->second.unread;
+        }
+        known_.emplace(job->identity, now);
+        count(now, 1);
     }
-    touched_.clear();
+    touched_.assign(nodes_.size(), false);
 }
 
 // Adds the job to the nodes that show it, or takes it away (`step` of -1).
@@ -111,7 +112,7 @@ void ViewTree::count(const Known& known, std::size_t step) {
         nodes_[node].count += step;
         if (known.state != JobState::finished) nodes_[node].unfinished += step;
         if (known.unread) nodes_[node].unread += step;
-        touched_.push_back(node);
+        touched_[node] = true;
     };
     for (std::size_t node = known.category; node != ViewNode::none; node = nodes_[node].parent) add(node);
     add(state_nodes_[static_cast<std::size_t>(known.state)]);
@@ -119,25 +120,27 @@ void ViewTree::count(const Known& known, std::size_t step) {
     if (const auto kind = kind_nodes_.find(known.kind); kind != kind_nodes_.end()) add(kind->second);
 }
 
+ViewTree::Known ViewTree::known_of(const CJobNode& job) const {
+    Known known;
+    const auto category = category_nodes_.find(job.category);
+    known.category = category != category_nodes_.end() ? category->second : 0;
+    known.state = job.state;
+    known.day = days_.group_of(job.created);
+    known.kind = kind_of(job);
+    return known;
+}
+
 void ViewTree::look_at(const Guid& job) {
     const CJobNode* const record = engine_.find(job);
     const auto at = known_.find(job);
-    Known now;
-    if (at != known_.end()) {
-        count(at->second, static_cast<std::size_t>(-1));
-        now.unread = at->second.unread;
-    }
+    if (at != known_.end()) count(at->second, static_cast<std::size_t>(-1));
     if (record == nullptr) {
         if (at != known_.end()) known_.erase(at);
         return;
     }
-    const auto category = category_nodes_.find(record->category);
-    now.category = category != category_nodes_.end() ? category->second : 0;
-    now.state = record->state;
-    now.day = days_.group_of(record->created);
-    now.kind = kind_of(*record);
+    Known now = known_of(*record);
     const bool has_ended = at != known_.end() && at->second.state != JobState::finished;
-    now.unread = now.state == JobState::finished && (now.unread || has_ended);
+    now.unread = now.state == JobState::finished && at != known_.end() && (at->second.unread || has_ended);
     known_[job] = now;
     count(now, 1);
 }
@@ -192,10 +195,11 @@ void ViewTree::tick(std::int64_t wall_clock) {
 }
 
 void ViewTree::tell(bool shape) {
-    News news{shape, std::exchange(touched_, {})};
-    std::ranges::sort(news.nodes);
-    news.nodes.erase(std::unique(news.nodes.begin(), news.nodes.end()), news.nodes.end());
-    if (shape) news.nodes.clear();
+    News news{shape, {}};
+    for (std::size_t node = 0; node < touched_.size() && !shape; ++node) {
+        if (touched_[node]) news.nodes.push_back(node);
+    }
+    touched_.assign(nodes_.size(), false);
     if (tell_ && (shape || !news.nodes.empty())) tell_(news);
 }
 

@@ -66,6 +66,7 @@ class ViewTree {
     void count_all();
     void count(const Known& known, std::size_t step);
     void look_at(const Guid& job);
+    [[nodiscard]] Known known_of(const CJobNode& job) const;
     void tell(bool shape);
 
     const Engine& engine_;
@@ -77,7 +78,7 @@ class ViewTree {
     std::unordered_map<JobKind, std::size_t> kind_nodes_;
     std::array<std::size_t, day_groups> day_nodes_{};
     std::unordered_map<Guid, Known, GuidHash> known_;
-    std::vector<std::size_t> touched_;
+    std::vector<bool> touched_;  ///< nodes whose counts changed since the last news
 };
 
 }  // namespace vantlow
