@@ -54,6 +54,8 @@ def place_programs(build, tree):
         shutil.copyfile(build / "bin" / name, target)
         origins.run("strip", "--strip-unneeded", "--remove-section=.comment", "--remove-section=.note", target)
         target.chmod(0o644 if target.suffix == ".so" else 0o755)
+    for path in sorted((ROOT / "languages").glob("*.lng")):
+        write(tree / "usr/lib/vantlow/languages" / path.name, path.read_bytes())
     (tree / "usr/bin").mkdir(parents=True)
     (tree / "usr/bin/vantlow").symlink_to("../lib/vantlow/vantlow")
     return names

@@ -47,6 +47,7 @@ def contents(build, version):
     programs = ["vantlow.exe", *(n for n in LIBRARIES if (build / "bin" / n).exists())]
     packages = origins.packages_inside(build, [f"bin/{name}" for name in programs])
     files = {name: (build / "bin" / name).read_bytes() for name in programs}
+    files |= {f"languages/{path.name}": path.read_bytes() for path in (ROOT / "languages").glob("*.lng")}
     texts = {
         "README.txt": pathlib.Path(__file__).with_name("windows.txt"),
         "LICENSE.txt": ROOT / "LICENSE",

@@ -42,6 +42,7 @@ ALLOWED = {
     "app/cli/get": CLI | {"app/cli"},
     "app/cli/store": CLI | {"app/cli"},
     "app/cli/tools": CLI | {"app/cli", "media"},
+    "app/window/model": CLI,
     "app/resident": CLI | {"app/cli", "app/cli/store"},
     "app": CLI | {"app/cli", "app/cli/get", "app/cli/store", "app/cli/tools", "app/resident"},
 }
@@ -251,6 +252,8 @@ PLANTED = [
     ("src/app/cli/bad.h", '#include "app/cli/store/list.h"', "app/cli must not know"),
     ("src/app/cli/get/bad.h", '#include "app/cli/store/list.h"', "app/cli/get must not know"),
     ("src/app/cli/store/bad.h", '#include "app/resident/serve.h"', "app/cli/store must not know"),
+    ("src/app/window/model/bad.h", '#include "app/cli/words.h"', "app/window/model must not know"),
+    ("src/app/window/model/bad.cpp", "#include <wx/wx.h>", "not of the C++ library"),
     ("src/app/process/bad.cpp", "#include <CLI/CLI.hpp>", "belongs elsewhere"),
     ("src/store/bad.cpp", '#include "store/none.h"', "does not exist"),
     ("src/attic/bad.h", '#include "base/text.h"', "no known folder"),

@@ -7,12 +7,12 @@
 
 #include "app/cli/command_set.h"
 #include "app/cli/get/get_run.h"
-#include "app/cli/known_settings.h"
 #include "app/cli/store/store_command.h"
 #include "app/cli/tools/tools.h"
 #include "app/process/application.h"
 #include "app/process/ending.h"
 #include "app/process/hand_over.h"
+#include "app/process/known_settings.h"
 #include "app/resident/resident.h"
 #include "base/text.h"
 #include "platform/console.h"
@@ -41,6 +41,7 @@ void add_commands(CommandSet& commands) {
     add_list_commands(commands);
     add_start_command(commands);
     add_steer_commands(commands);
+    add_change_commands(commands);
     add_question_commands(commands);
     add_category_commands(commands);
     add_list_file_commands(commands);
@@ -224,7 +225,7 @@ Exit run(const Words& words) {
     if (!app.start({command.global.settings_file, command.global.data_folder}, error)) {
         return complain(error);
     }
-    if (const Complaint complaint = apply_overrides(command.global, app.settings())) {
+    if (const Complaint complaint = apply_overrides(command.global.set, app.settings())) {
         return complain(*complaint, Exit::usage);
     }
     return run_command(app, command, words);

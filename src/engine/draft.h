@@ -5,6 +5,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "base/guid.h"
@@ -19,6 +20,7 @@ struct JobDraft : JobRequest {
     Guid category;                   ///< zero: the first one
     std::u16string folder;           ///< absolute; empty: the category's
     std::u16string name;             ///< of the one file that is asked for
+    std::u16string comment;          ///< empty: as a document says
     std::optional<std::int32_t> retries;
     std::optional<std::int32_t> retry_delay;  ///< seconds
     std::optional<ExpectedHash> hash;         ///< of the one file that is asked for
@@ -27,6 +29,9 @@ struct JobDraft : JobRequest {
     bool fresh = false;       ///< files of an earlier run are removed, not continued
     bool paused = false;      ///< the jobs are filed stopped
 };
+
+/// Reads "ALGO:HEX" ("sha256:..."); none where the text is no such hash.
+std::optional<ExpectedHash> parse_hash(std::string_view text);
 
 /// The reason why a link did not become jobs, or not all that it names. A plain record: it holds data, and
 /// clients make sentences of it.

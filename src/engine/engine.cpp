@@ -128,9 +128,9 @@ void Engine::take_end(JobEnd& end) {
 // Updates the record of a job that ended.
 void Engine::file_ended(CJobNode& record, const JobEnd& end) {
     if (const auto at = leaving_.find(record.identity); at != leaving_.end()) {
-        const bool with_files = at->second;
+        const Leaving leaving = at->second;
         leaving_.erase(at);
-        if (remove_now(record, with_files).ok()) return;
+        if (remove_now(record, leaving.files, leaving.is_remembered).ok()) return;
     }
     if (in_memory()) {
         const bool over = record.state == JobState::finished || record.state == JobState::failed;

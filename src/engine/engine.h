@@ -18,6 +18,7 @@
 #include "engine/questions.h"
 #include "engine/saver.h"
 #include "engine/session_runner.h"
+#include "platform/desktop.h"
 #include "store/job_store.h"
 #include "store/settings.h"
 
@@ -27,18 +28,20 @@ namespace vantlow {
 struct [[nodiscard]] Done {
     enum class Fault {
         none,
-        no_job,          ///< there is no such job
-        no_category,     ///< there is no such category
-        running,         ///< the job runs: the operation waits for its end (remove), or cannot be done now
-        not_waiting,     ///< only a job that waits has a place in the order
-        name_refused,    ///< no such name can be given
-        name_taken,      ///< another one beside it has the name
-        first_category,  ///< the first category stays as it is and where it is
-        below_itself,    ///< a category cannot stand below itself
-        bad_value,       ///< the value is not allowed here
-        no_question,     ///< there is no such question (any more)
-        file,            ///< the file at `path`: `error`
-        setting,         ///< the store of the settings: `error`
+        no_job,           ///< there is no such job
+        no_category,      ///< there is no such category
+        running,          ///< the job runs: the operation waits for its end (remove), or cannot be done now
+        not_waiting,      ///< only a job that waits has a place in the order
+        name_refused,     ///< no such name can be given
+        name_taken,       ///< another one beside it has the name
+        first_category,   ///< the first category stays as it is and where it is
+        below_itself,     ///< a category cannot stand below itself
+        bad_value,        ///< the value is not allowed here
+        no_hash,          ///< nothing is known that the file could be checked against
+        nothing_to_undo,  ///< no removal that could be taken back
+        no_question,      ///< there is no such question (any more)
+        file,             ///< the file at `path`: `error`
+        setting,          ///< the store of the settings: `error`
     };
     Fault fault = Fault::none;
     FileError error{};
@@ -54,7 +57,9 @@ struct Added {
     Done done{};  ///< no_category: nothing was made
 };
 
-/// The values that change() sets; the others stay. They take effect when the job is started next.
+/// The values that change() sets; the others stay. `speed_limit`, `address` and `mirrors` also hold for a job
+/// that runs: the limit at once, the addresses by another session that goes on with the same part of the
+/// file. The rest takes effect when the job is started next.
 struct JobEdit {
     std::optional<std::u16string> address;
     std::optional<std::u16string> referer;
@@ -65,6 +70,18 @@ struct JobEdit {
     std::optional<std::u16string> cookie;
     std::optional<std::u16string> proxy;  ///< as an address; empty: the program's
     std::optional<std::int32_t> connections;
+    std::optional<std::int64_t> speed_limit;             ///< bytes a second for this job; 0: none of its own
+    std::optional<std::vector<std::u16string>> mirrors;  ///< other addresses of the same file; empty: none
+};
+
+/// The fate of the files of a job that is removed.
+enum class Files { keep, erase, bin };
+
+/// The result of remove_all().
+struct Removed {
+    std::size_t removed = 0;
+    std::size_t waiting = 0;  ///< they run still, and go when they have ended
+    std::vector<std::pair<Guid, Done>> failures;
 };
 
 /// Where reorder() puts a job among those that wait.
@@ -178,6 +195,28 @@ class Engine {
     /// is stopped first and removed when it has ended (Fault::running). A job whose files cannot be removed
     /// stays.
     Done remove(const Guid& job, bool with_files);
+    /// Removes jobs as remove() does, and remembers them until the next call, so that undo_removal() can take
+    /// them back. A job whose files cannot be moved to the bin stays.
+    Removed remove_all(const std::vector<Guid>& jobs, Files files);
+    /// The number of jobs that undo_removal() would bring back; 0 also for a store in memory.
+    [[nodiscard]] std::size_t removals_to_undo() const noexcept {
+        return removed_.size() + leaving_for_undo();
+    }
+    /// Takes the last remove_all() back: jobs stand where they stood, stopped where they ran, and their files
+    /// come out of the bin as far as the system says where they are; a job whose file does not is filed all
+    /// the same (Fault::file). Their logs do not come back, nor do files that were erased.
+    Done undo_removal();
+    /// Forgets the unfinished part of a job, and its file on the disk, and lets it wait for its turn; the
+    /// file of a finished job stays as it is. Not while it runs.
+    Done start_over(const Guid& job);
+    /// Checks the file of a finished job, or the part of one that stopped, against the hashes that are known:
+    /// it becomes an unfinished job without missing parts that waits for its turn first. Pieces that are
+    /// wrong are fetched again. Not while it runs.
+    Done check(const Guid& job);
+    [[nodiscard]] bool can_check(const Guid& job) const;
+    /// Starts the unfinished jobs of a category and of those below it, or stops its jobs, in display order.
+    Done start_all(const Guid& category);
+    Done stop_all(const Guid& category);
     Done move(const Guid& job, const Guid& category);
     Done change(const Guid& job, const JobEdit& edit);
     Done reorder(const Guid& job, Order order);
@@ -230,7 +269,9 @@ class Engine {
     [[nodiscard]] bool awaits_choice() const;
     void tell_questions();
     void deliver();
-    Done remove_now(CJobNode& job, bool with_files);
+    Done remove_now(CJobNode& job, Files files, bool is_remembered);
+    [[nodiscard]] std::size_t leaving_for_undo() const noexcept;
+    Done change_sources(CJobNode& job, const JobEdit& edit);
     void serve();
     void note(const StoreChange& change);
     template <class Tell>
@@ -249,8 +290,20 @@ class Engine {
     std::vector<EngineListener*> listeners_;
     std::function<bool(const CJobNode&)> wanted_;
     std::uint64_t settings_version_;
-    std::unordered_map<Guid, bool, GuidHash> leaving_;  ///< to be removed when they have ended: with files?
-    std::unique_ptr<JobMaker> maker_;                   ///< of the one draft of an engine in memory
+    /// A job that undo_removal() brings back.
+    struct Remembered {
+        std::unique_ptr<CJobNode> job;
+        std::size_t place = 0;  ///< in its category
+        std::vector<BinItem> files;
+    };
+    /// A job that is to be removed when it has ended.
+    struct Leaving {
+        Files files = Files::keep;
+        bool is_remembered = false;
+    };
+    std::vector<Remembered> removed_;  ///< by the last remove_all(), in its order
+    std::unordered_map<Guid, Leaving, GuidHash> leaving_;
+    std::unique_ptr<JobMaker> maker_;  ///< of the one draft of an engine in memory
     std::chrono::steady_clock::time_point next_delivery_{};
     std::unique_ptr<NameKeeper> names_;
     std::unique_ptr<SessionRunner> runner_;  // last: it uses the above

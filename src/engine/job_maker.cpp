@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <ctime>
 
+#include "base/codes.h"
 #include "base/safe_name.h"
 #include "base/text.h"
 #include "meta/metalink.h"
@@ -69,6 +70,14 @@ const DocumentKind* document_kind_of(const CJobNode& job, const JobOutcome& outc
 }
 
 }  // namespace
+
+std::optional<ExpectedHash> parse_hash(std::string_view text) {
+    const auto colon = text.find(':');
+    const auto kind = digest_kind(text.substr(0, colon));
+    const auto digest = colon == std::string_view::npos ? std::nullopt : from_hex(text.substr(colon + 1));
+    if (!kind || !digest || digest->size() != digest_size(*kind)) return std::nullopt;
+    return ExpectedHash{*kind, *digest};
+}
 
 JobDraft draft_of(const CJobNode& document, const JobOutcome& outcome) {
     JobDraft draft;
@@ -165,7 +174,7 @@ std::unique_ptr<CJobNode> JobMaker::job_for(JobPlan plan) {
     }
     job->address = std::move(plan.address);  // with its credentials, which no state holds
     job->fragment = fragment;
-    job->comment = std::move(plan.comment);
+    job->comment = draft_.comment.empty() ? std::move(plan.comment) : draft_.comment;
     job->sources = std::move(plan.sources);
     decide_kind(*job);
     apply_request(*job);

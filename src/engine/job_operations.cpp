@@ -14,20 +14,6 @@ namespace {
 
 using Fault = Done::Fault;
 
-// Removes the job's file, or the part of it on the disk. The name of a finished job proves nothing by itself:
-// only bytes that the job itself has written are removed.
-Done remove_files(const CJobNode& job) {
-    if (name_of(job.path).empty()) return {};
-    const std::u16string partial = job.path + std::u16string(partial_suffix);
-    const std::u16string state = job.path + std::u16string(state_suffix);
-    Done done;
-    for (const std::u16string& path : {job.state == JobState::finished ? job.path : partial, state}) {
-        const FileError error = remove_file(path);
-        if (!error.ok() && error.fault != FileFault::not_found) done = {Fault::file, error, path};
-    }
-    return done;
-}
-
 // Renames both files of an unfinished job, or its finished file.
 Done rename_files(const CJobNode& job, const std::u16string& to) {
     const bool finished = job.state == JobState::finished;
@@ -131,31 +117,6 @@ void Engine::wait_for_ends(const std::vector<Guid>& jobs) {
     }
 }
 
-Done Engine::remove(const Guid& job, bool with_files) {
-    CJobNode* const record = store_->find(job);
-    if (record == nullptr) return {Fault::no_job};
-    if (runner_) runner_->stop(job);
-    if (!runner_ || !runner_->takes_place(job)) return remove_now(*record, with_files);
-    leaving_[job] = with_files;
-    return {Fault::running};
-}
-
-// A job whose files could not be removed stays filed, unless its files were meant to stay.
-Done Engine::remove_now(CJobNode& job, bool with_files) {
-    if (with_files) {
-        if (Done done = remove_files(job); !done.ok()) return done;
-    }
-    const Guid identity = job.identity;
-    questions_.withdraw(identity);
-    store_->remove(job);
-    if (runner_) {
-        runner_->remove_log(identity);
-    } else {
-        remove_job_log(options_.data_folder, identity);
-    }
-    return {};
-}
-
 Done Engine::move(const Guid& job, const Guid& category) {
     CJobNode* const record = store_->find(job);
     CClassNode* const node = store_->tree().find(category);
@@ -165,17 +126,50 @@ Done Engine::move(const Guid& job, const Guid& category) {
     return {};
 }
 
+namespace {
+
+bool is_server_address(const std::u16string& address) {
+    return kind_of_address(address) == JobKind::transfer && parse_target(address).has_value();
+}
+
+}  // namespace
+
+// Sets where the job's bytes come from. A new address must lead to the same file: an expired link is
+// replaced, and the job goes on; its policy finds out whether the versions differ.
+Done Engine::change_sources(CJobNode& job, const JobEdit& edit) {
+    if (edit.address && kind_of_address(*edit.address) != kind_of_address(job.address))
+        return {Fault::bad_value};
+    if (edit.mirrors) {
+        const bool fits = std::all_of(edit.mirrors->begin(), edit.mirrors->end(), is_server_address);
+        if (!fits || (!edit.mirrors->empty() && !is_server_address(edit.address.value_or(job.address))))
+            return {Fault::bad_value};
+    }
+    const std::u16string before = job.address;
+    if (edit.address) job.address = *edit.address;
+    if (!edit.mirrors && !(job.sources && !job.sources->mirrors.empty())) return {};
+    auto sources = job.sources ? std::make_shared<JobSources>(*job.sources) : std::make_shared<JobSources>();
+    if (edit.mirrors) {
+        sources->mirrors.assign(1, job.address);
+        for (const std::u16string& mirror : *edit.mirrors) {
+            const auto& all = sources->mirrors;
+            if (std::find(all.begin(), all.end(), mirror) == all.end()) sources->mirrors.push_back(mirror);
+        }
+        if (sources->mirrors.size() == 1) sources->mirrors.clear();
+    } else {
+        std::replace(sources->mirrors.begin(), sources->mirrors.end(), before, job.address);
+    }
+    job.sources = std::move(sources);
+    return {};
+}
+
 Done Engine::change(const Guid& job, const JobEdit& edit) {
     CJobNode* const record = store_->find(job);
     if (record == nullptr) return {Fault::no_job};
     if (edit.proxy && !edit.proxy->empty() && !parse_proxy(*edit.proxy)) return {Fault::bad_value};
     if (edit.connections && (*edit.connections < 1 || *edit.connections > most_connections))
         return {Fault::bad_value};
-    if (edit.address) {
-        // The new address must lead to the same file: an expired link is replaced, and the job goes on.
-        if (kind_of_address(*edit.address) != kind_of_address(record->address)) return {Fault::bad_value};
-        record->address = *edit.address;
-    }
+    if (edit.speed_limit && *edit.speed_limit < 0) return {Fault::bad_value};
+    if (Done done = change_sources(*record, edit); !done.ok()) return done;
     const auto set = [](std::u16string& member, const std::optional<std::u16string>& value) {
         if (value) member = *value;
     };
@@ -187,7 +181,18 @@ Done Engine::change(const Guid& job, const JobEdit& edit) {
     set(record->cookie, edit.cookie);
     set(record->proxy, edit.proxy);
     if (edit.connections) record->connections = record->max_threads = *edit.connections;
+    if (edit.speed_limit) {
+        JobRules rules = record->rules ? *record->rules : JobRules();
+        rules.speed_limit = *edit.speed_limit;
+        record->rules = std::make_shared<const JobRules>(std::move(rules));
+        if (runner_) runner_->set_speed_limit(job, *edit.speed_limit);
+    }
     store_->changed(*record, StoreChange::options);
+    if ((edit.address || edit.mirrors) && runner_ && runner_->is_running(job)) {
+        const bool takes_place = runner_->takes_place(job);
+        runner_->stop(job);
+        if (takes_place) runner_->start_again(job, true);
+    }
     return {};
 }
 

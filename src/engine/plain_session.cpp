@@ -30,6 +30,9 @@ class PlainSession : public JobSession {
     [[nodiscard]] JobProgress progress() override { return thread_->progress(); }
     [[nodiscard]] std::unique_ptr<CJobNode> safe_copy() override { return thread_->safe_copy(); }
     [[nodiscard]] std::vector<SessionConnection> connections() override;
+    void set_speed_limit(std::int64_t limit) override {
+        if (thread_) thread_->set_speed_limit(limit);
+    }
 
   private:
     bool ask_for_host_key(const std::string& host, const std::string& fingerprint);
@@ -115,7 +118,8 @@ std::optional<Question> PlainSession::question_of(const JobOutcome& outcome) con
 std::vector<SessionConnection> PlainSession::connections() {
     std::vector<SessionConnection> connections;
     for (const JobProgress::Missing& missing : thread_->progress().missing) {
-        if (missing.active) connections.push_back({server_, missing.start, missing.end, true});
+        if (missing.active)
+            connections.push_back({server_, missing.start, missing.end, missing.worker, true});
     }
     return connections;
 }

@@ -21,6 +21,7 @@ struct SessionConnection {
     std::string peer;        ///< UTF-8: a server or a tracker, without credentials and keys
     std::int64_t start = 0;  ///< of the range that it works on, bytes; both 0 where it has none
     std::int64_t end = 0;    ///< one past the last; unknown_end while the size is unknown
+    int number = 0;          ///< of the connection within its session; 0: it has no range
     bool works = false;      ///< it receives, or waits for an answer
     std::string trouble{};   ///< why it does not, as the other side or the system says; may be empty
 };
@@ -61,6 +62,8 @@ class JobSession {
     [[nodiscard]] virtual std::unique_ptr<CJobNode> safe_copy() = 0;
     [[nodiscard]] virtual std::vector<SessionConnection> connections() = 0;
 
+    /// Sets the job's own speed limit, bytes a second; 0: none.
+    virtual void set_speed_limit(std::int64_t limit) { static_cast<void>(limit); }
     /// Called about once a second, and at each round of the engine.
     virtual void look() {}
     /// The result of a session that nobody need wait for any more although it goes on, such as a torrent that

@@ -28,16 +28,16 @@ SessionRunner::~SessionRunner() {
     wait_for_all();
 }
 
-CJobLog::Listener SessionRunner::listener_of(Entry& entry) {
+CJobLog::Listener SessionRunner::listener_of(Entry& entry, const Guid& job) {
     JobLogFile* const file = entry.file.get();
     if (!tools_.gathers_log) {
         if (file == nullptr) return {};
         return [file](const CLogNode& line) { file->add(line); };
     }
-    return [this, file, number = entry.number](const CLogNode& line) {
+    return [this, file, number = entry.number, job](const CLogNode& line) {
         if (file != nullptr) file->add(line);
         const MutexLock guard(mutex_);
-        if (lines_.size() < most_lines) lines_.push_back({number, line});
+        if (lines_.size() < most_lines) lines_.push_back({number, line, job});
     };
 }
 
@@ -48,7 +48,7 @@ SessionRunner::Entry& SessionRunner::make_entry(const CJobNode& job, const Sessi
     entry.kind = &kind;
     entry.path = job.path;
     if (!tools_.logs_in.empty()) entry.file = std::make_unique<JobLogFile>(tools_.logs_in, job.identity);
-    entry.log = std::make_unique<CJobLog>(listener_of(entry));
+    entry.log = std::make_unique<CJobLog>(listener_of(entry, job.identity));
     ProxyFault fault;
     RunOptions options = run_options_of(job, tools_.settings, tools_.proxies_in, fault);
     options.default_agent = tools_.agent;
@@ -180,11 +180,17 @@ void SessionRunner::stop(const Guid& job) {
     sessions_.erase(at);
 }
 
-bool SessionRunner::start_again(const Guid& job) {
+bool SessionRunner::start_again(const Guid& job, bool first) {
     const auto at = sessions_.find(job);
     if (at == sessions_.end() || !at->second->stop_asked) return false;
     at->second->start_again = true;
+    at->second->comes_first = first;
     return true;
+}
+
+void SessionRunner::set_speed_limit(const Guid& job, std::int64_t limit) {
+    if (const auto at = sessions_.find(job); at != sessions_.end())
+        at->second->session->set_speed_limit(limit);
 }
 
 void SessionRunner::wait(std::chrono::milliseconds at_most) {
@@ -216,6 +222,7 @@ void SessionRunner::take_end_of(Entry& entry, const Guid& identity) {
         newer->state = stopped && !entry.stop_asked ? JobState::waiting : end.job->state;
         tools_.store.update(*record, std::move(newer));
         if (stopped && entry.start_again) tools_.store.queue_last(*record);
+        if (stopped && entry.start_again && entry.comes_first) tools_.store.queue_first(*record);
     }
     JobEnd told{entry.number, std::move(end.job), std::move(end.outcome), std::move(end.question)};
     told.stop_asked = entry.stop_asked;

@@ -44,6 +44,7 @@ struct JobEnd {
 struct LogLine {
     std::size_t number = 0;  ///< of RunningJob
     CLogNode line;
+    Guid job{};
 };
 
 /// The sessions of one process. Used from the thread that owns the store; waits for nobody but where it says
@@ -93,8 +94,10 @@ class SessionRunner {
     bool start_waiting();
     /// Asks the job's session to end, where it has one. Returns at once.
     void stop(const Guid& job);
-    /// Lets the job wait for its turn again once its stopped session has ended.
-    bool start_again(const Guid& job);
+    /// Lets the job wait for its turn again once its stopped session has ended; `first` before all others.
+    bool start_again(const Guid& job, bool first = false);
+    /// Sets the speed limit of the job's session, where it has one.
+    void set_speed_limit(const Guid& job, std::int64_t limit);
     /// Waits up to `at_most` for a session to end, or for wake(), without serving waiting sessions.
     void wait(std::chrono::milliseconds at_most);
     /// Any thread: somebody waits to be served.
@@ -144,8 +147,9 @@ class SessionRunner {
         std::int64_t noted = -1;              ///< bytes done, as they were noted among the changes last
         bool stop_asked = false;
         bool start_again = false;
-        bool told = false;      ///< that it settled
-        bool log_goes = false;  ///< with the session
+        bool comes_first = false;  ///< when it starts again
+        bool told = false;         ///< that it settled
+        bool log_goes = false;     ///< with the session
     };
     [[nodiscard]] bool may_run(const CJobNode& job) const {
         return !only_named_ || named_.contains(job.identity);
@@ -160,7 +164,7 @@ class SessionRunner {
     bool launch(CJobNode& job, const SessionKind& kind);
     void end_without_session(CJobNode& job);
     Entry& make_entry(const CJobNode& job, const SessionKind& kind);
-    CJobLog::Listener listener_of(Entry& entry);
+    CJobLog::Listener listener_of(Entry& entry, const Guid& job);
     void take_end_of(Entry& entry, const Guid& identity);
     void reap();
     void settle();

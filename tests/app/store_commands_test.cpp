@@ -3,6 +3,8 @@
 
 #include <nlohmann/json.hpp>
 
+#include "base/codes.h"
+#include "base/digest.h"
 #include "base/text.h"
 #include "store_run.h"
 #include "support/file_server.h"
@@ -168,6 +170,56 @@ TEST_F(StoreCommands, start_runs_jobs_here_and_files_them) {
     ok({u"remove", u"--files", to_utf16(id)});
     EXPECT_EQ(path_kind(folder.path(u"d/a.bin")), PathKind::none);
     EXPECT_EQ(path_kind(folder.path(u"d/b.bin")), PathKind::file);
+}
+
+TEST_F(StoreCommands, mend_check_begin_anew_and_throw_away) {
+    const std::string content = make_content(2, 100'000);
+    FileServer server;
+    server.set("/new.bin", {content});
+    Digest digest(DigestKind::md5);
+    digest.update(std::as_bytes(std::span(content)));
+    const std::u16string hash = u"md5:" + to_utf16(to_hex(digest.finish()));
+    const std::u16string id = to_utf16(
+        add({u"-d", folder.path(u"d"), u"--hash", hash, u"--retries", u"0", server.url16("/gone.bin")}));
+    const std::u16string file = folder.path(u"d/new.bin");
+    EXPECT_EQ(run({u"start", id}).status, 1);
+    EXPECT_EQ(
+        run({u"change", u"--address", u"magnet:?xt=urn:btih:0123456789abcdef0123456789abcdef01234567", id})
+            .status,
+        1);
+    ok({u"change", u"--address", server.url16("/new.bin"), u"--comment", u"mended", id});
+    EXPECT_EQ(list()[0]["comment"], "mended");
+    ok({u"start", id});
+    ASSERT_TRUE(file_has(file, content));
+
+    // A whole file passes the check without a server, one that was changed does not.
+    server.set("/new.bin", {});
+    ok({u"check", id});
+    ok({u"start", id});
+    EXPECT_EQ(state_of(to_utf8(id)), "finished");
+    ASSERT_TRUE(file_has(file, content));
+    folder.write(u"d/new.bin", content.substr(1) + "x");
+    ok({u"check", id});
+    EXPECT_EQ(run({u"start", id}).status, 1);
+    EXPECT_EQ(path_kind(file), PathKind::none);
+    EXPECT_EQ(path_kind(file + u".wrong-hash"), PathKind::file);
+
+    server.set("/new.bin", {content});
+    ok({u"start", u"--over", id});
+    ASSERT_TRUE(file_has(file, content));
+    EXPECT_EQ(run({u"remove", u"--bin", u"--files", id}).status, 2);
+    ok({u"remove", u"--bin", id});
+    EXPECT_EQ(path_kind(file), PathKind::none);
+    if (path_separator() == u'/') {
+        EXPECT_TRUE(file_has(folder.path(u"xdg-data/Trash/files/new.bin"), content));
+        EXPECT_NE(folder.read(u"xdg-data/Trash/info/new.bin.trashinfo")
+                      .find("Path=" + folder.utf8_path("d/new.bin") + "\n"),
+                  std::string::npos);
+    }
+    EXPECT_EQ(run({u"undo"}).status, 1);  // the process that removed it is gone
+    EXPECT_EQ(run({u"limit", u"--down", u"fast"}).status, 2);
+    ok({u"limit", u"--down", u"64K"});
+    EXPECT_EQ(ok({u"settings", u"get", u"Connection/Speed Limit"}).substr(0, 5), "65536");
 }
 
 TEST_F(StoreCommands, jobs_keep_the_rules_that_they_were_filed_with_and_why_they_failed) {

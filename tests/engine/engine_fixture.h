@@ -23,6 +23,7 @@ class FakeSession : public JobSession {
   public:
     FakeSession(SessionPlan plan, std::map<Guid, FakeSession*>& all)
         : questions(plan.questions),
+          log(plan.log),
           job_(std::move(plan.job)),
           on_end_(std::move(plan.on_end)),
           identity_(job_->identity),
@@ -42,15 +43,18 @@ class FakeSession : public JobSession {
     [[nodiscard]] const CJobNode& job() const noexcept override { return *job_; }
     [[nodiscard]] JobProgress progress() override {
         JobProgress progress;
-        progress.done = done;
+        progress.done = progress.received = done;
+        progress.size = safe_size > 0 ? safe_size : -1;
+        progress.missing = missing;
         return progress;
     }
+    void set_speed_limit(std::int64_t bytes_per_second) override { limit = bytes_per_second; }
     [[nodiscard]] std::unique_ptr<CJobNode> safe_copy() override {
         auto copy = job_->twin();
         copy->file_size = safe_size;
         return copy;
     }
-    [[nodiscard]] std::vector<SessionConnection> connections() override { return {}; }
+    [[nodiscard]] std::vector<SessionConnection> connections() override { return lines; }
     [[nodiscard]] std::optional<Result> settled() const override { return settles; }
 
     void end(const Result& result) {
@@ -64,6 +68,8 @@ class FakeSession : public JobSession {
     }
 
     QuestionBoard& questions;
+    LogSink& log;
+    std::vector<SessionConnection> lines;
     JobOutcome outcome;
     std::optional<Question> question;
     std::optional<Result> settles;
@@ -71,6 +77,8 @@ class FakeSession : public JobSession {
     bool stopped = false;
     std::int64_t done = 0;
     std::int64_t safe_size = 0;
+    std::int64_t limit = 0;
+    std::vector<JobProgress::Missing> missing;
     [[nodiscard]] CJobNode& twin() { return *job_; }
 
   private:

@@ -80,6 +80,10 @@ Complaint text_of(const Done& done, const std::string& subject) {
             return "A category cannot be moved below itself.";
         case Fault::bad_value:
             return subject + ": this value cannot be used.";
+        case Fault::no_hash:
+            return subject + ": nothing is known that its file could be checked against.";
+        case Fault::nothing_to_undo:
+            return "There is no removal that could be taken back.";
         case Fault::no_question:
             return "There is no question " + subject + ".";
         case Fault::file:

@@ -5,7 +5,6 @@
 #include <memory>
 
 #include "app/terminal/quantities.h"
-#include "base/codes.h"
 #include "base/text.h"
 #include "engine/selection.h"
 #include "platform/console.h"
@@ -17,16 +16,6 @@ namespace vantlow {
 namespace {
 
 constexpr std::size_t largest_list = 256 * 1024 * 1024;
-
-// Reads "ALGO:HEX"; none where the text is no such hash.
-std::optional<ExpectedHash> parse_hash(const std::string& text) {
-    const auto colon = text.find(':');
-    const auto kind = digest_kind(std::string_view(text).substr(0, colon));
-    const auto digest =
-        colon == std::string::npos ? std::nullopt : from_hex(std::string_view(text).substr(colon + 1));
-    if (!kind || !digest || digest->size() != digest_size(*kind)) return std::nullopt;
-    return ExpectedHash{*kind, *digest};
-}
 
 void add_lines(std::string_view text, std::vector<std::string>& links) {
     if (text.starts_with("\xEF\xBB\xBF")) text.remove_prefix(3);

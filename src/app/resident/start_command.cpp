@@ -37,14 +37,22 @@ Exit run_in_foreground(StoreCommand& command, const std::vector<Guid>& jobs, boo
     return status == Exit::done && of_jobs != Exit::done ? Exit::failed : status;
 }
 
-Exit run_start(StoreCommand& command, const JobChoice& choice, ReadWords read) {
+Exit run_start(StoreCommand& command, const JobChoice& choice, bool over, ReadWords read) {
     bool complete = true;
     std::vector<Guid> jobs = chosen_jobs(command, choice, complete);
     std::erase_if(jobs, [&](const Guid& job) {
         const bool finished = command.engine.find(job)->state == JobState::finished;
+        if (finished && over) return false;
         if (finished && !choice.all) complain(guid_text(job) + " has finished already.");
         return finished;
     });
+    if (over) {
+        std::erase_if(jobs, [&](const Guid& job) {
+            const bool done = exit_of(command.engine.start_over(job), guid_text(job)) == Exit::done;
+            complete = complete && done;
+            return !done;
+        });
+    }
     if (!complete && jobs.empty()) return Exit::failed;
     Exit status = Exit::done;
     if (command.engine.runs()) {
@@ -59,12 +67,18 @@ Exit run_start(StoreCommand& command, const JobChoice& choice, ReadWords read) {
 
 void add_start_command(CommandSet& commands) {
     const auto choice = std::make_shared<JobChoice>();
+    const auto over = std::make_shared<bool>(false);
     const ReadWords read = commands.reader();
     CLI::App& start = commands.add_on_data_folder(
         "start", "Start jobs; in this terminal, where the resident program is not running",
-        on_store([choice, read](StoreCommand& command) { return run_start(command, *choice, read); }),
-        [choice] { return check_job_choice(*choice, true); });
+        on_store(
+            [choice, over, read](StoreCommand& command) { return run_start(command, *choice, *over, read); }),
+        [choice, over]() -> Complaint {
+            if (*over && choice->all) return "--over is for jobs that are named.";
+            return check_job_choice(*choice, true);
+        });
     add_job_choice(start, *choice, true);
+    start.add_flag("--over", *over, "Forget what they have downloaded, and begin anew; finished ones, too");
 }
 
 }  // namespace vantlow

@@ -254,6 +254,14 @@ Result CTransferMainThread::begin_anew() {
     return {};
 }
 
+void CTransferMainThread::set_speed_limit(std::int64_t limit) {
+    const MutexLock guard(lock_);
+    JobRules rules = job_.rules ? *job_.rules : JobRules();
+    rules.speed_limit = limit;
+    job_.rules = std::make_shared<const JobRules>(std::move(rules));  // a run that has not begun yet reads it
+    pace_.set_limit(limit);
+}
+
 JobProgress CTransferMainThread::progress() {
     JobProgress progress;
     progress.received = received_.load(std::memory_order_relaxed);
@@ -270,7 +278,7 @@ JobProgress CTransferMainThread::progress() {
             const std::int64_t start = policy_.segments().position_of(*segment);
             if (active) ++progress.connections;
             if (start >= segment->end) continue;
-            progress.missing.push_back({start, segment->end, active});
+            progress.missing.push_back({start, segment->end, active, active ? worker->id : 0});
             left += segment->end - start;
             if (segment->end == unknown_end) progress.done = start;
         }

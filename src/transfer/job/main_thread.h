@@ -66,6 +66,8 @@ class CTransferMainThread : private SubThreadHost, private WrittenListener {
     /// Asks the job to end; its positions are kept. Any thread.
     void stop() noexcept { stop_.request(); }
     void join();
+    /// Sets the job's own speed limit, bytes a second for all of its connections; 0: none. Any thread.
+    void set_speed_limit(std::int64_t limit);
     /// Any thread.
     [[nodiscard]] JobProgress progress();
     /// The job as it was when its positions were last safe on the disk, with the segments that were missing

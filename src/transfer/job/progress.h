@@ -24,6 +24,7 @@ struct JobProgress {
         std::int64_t start = 0;
         std::int64_t end = 0;
         bool active = false;
+        int worker = 0;  ///< number of the connection that works on it; 0: none
     };
     std::vector<Missing> missing;
     std::string notice;  ///< the last trouble that the job goes on from, UTF-8; empty when there is none

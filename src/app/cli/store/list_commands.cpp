@@ -4,7 +4,7 @@
 #include <memory>
 
 #include "app/cli/report.h"
-#include "app/cli/store/job_view.h"
+#include "app/cli/store/job_json.h"
 #include "app/cli/store/store_command.h"
 #include "app/terminal/display_text.h"
 #include "app/terminal/progress_lines.h"
@@ -54,7 +54,7 @@ Exit run_list(StoreCommand& command, const std::string& category_name) {
     std::string text;
     ordered_json all = ordered_json::array();
     for (const CJobNode* job : command.engine.jobs_below(category)) {
-        const JobView view(command, *job);
+        const JobView view(command.engine, *job);
         if (command.global.json) {
             all.push_back(list_json(view));
         } else {
@@ -104,7 +104,7 @@ const CJobNode* one_job(StoreCommand& command, const std::string& id) {
 Exit run_show(StoreCommand& command, const std::string& id) {
     const CJobNode* job = one_job(command, id);
     if (job == nullptr) return Exit::failed;
-    const JobView view(command, *job);
+    const JobView view(command.engine, *job);
     print_answer(command.global, show_json(view), show_text(view));
     return Exit::done;
 }

@@ -14,17 +14,23 @@ Exit run_stop(StoreCommand& command, const JobChoice& choice) {
     return complete ? Exit::done : Exit::failed;
 }
 
-Exit run_remove(StoreCommand& command, const JobChoice& choice, bool files) {
+struct RemoveOptions {
+    JobChoice jobs;
+    bool files = false;
+    bool bin = false;
+};
+
+Exit run_remove(StoreCommand& command, const RemoveOptions& options) {
     bool complete = true;
-    const std::vector<Guid> jobs = chosen_jobs(command, choice, complete);
+    const std::vector<Guid> jobs = chosen_jobs(command, options.jobs, complete);
     for (const Guid& job : jobs) {
         if (command.engine.is_running(job)) static_cast<void>(command.engine.stop(job));
     }
     command.engine.wait_for_ends(jobs);
-    for (const Guid& job : jobs) {
-        const Done done = command.engine.remove(job, files);
-        if (exit_of(done, guid_text(job)) != Exit::done) complete = false;
-    }
+    const Files files = options.bin ? Files::bin : options.files ? Files::erase : Files::keep;
+    const Removed removed = command.engine.remove_all(jobs, files);
+    for (const auto& [job, done] : removed.failures) static_cast<void>(exit_of(done, guid_text(job)));
+    complete = complete && removed.failures.empty();
     return complete ? Exit::done : Exit::failed;
 }
 
@@ -38,14 +44,17 @@ void add_steer_commands(CommandSet& commands) {
         [stopped] { return check_job_choice(*stopped, true); });
     add_job_choice(stop, *stopped, true);
 
-    const auto removed = std::make_shared<JobChoice>();
-    const auto files = std::make_shared<bool>(false);
+    const auto removed = std::make_shared<RemoveOptions>();
     CLI::App& remove = commands.add_on_data_folder(
         "remove", "Remove jobs from the list",
-        on_store([removed, files](StoreCommand& command) { return run_remove(command, *removed, *files); }),
-        [removed] { return check_job_choice(*removed, false); });
-    add_job_choice(remove, *removed, false);
-    remove.add_flag("--files", *files, "Delete their files, too");
+        on_store([removed](StoreCommand& command) { return run_remove(command, *removed); }),
+        [removed]() -> Complaint {
+            if (removed->files && removed->bin) return "--files deletes what --bin would keep: choose one.";
+            return check_job_choice(removed->jobs, false);
+        });
+    add_job_choice(remove, removed->jobs, false);
+    remove.add_flag("--files", removed->files, "Delete their files, too");
+    remove.add_flag("--bin", removed->bin, "Move their files to the desktop's bin");
 }
 
 }  // namespace vantlow

@@ -1,13 +1,10 @@
-// A job as `list` and `show` present it.
+// A job as its clients present it.
 #pragma once
-
-#include <nlohmann/json_fwd.hpp>
 
 #include <optional>
 #include <string>
 
-#include "app/cli/store/store_command.h"
-#include "transfer/job/progress.h"
+#include "engine/engine.h"
 
 namespace vantlow {
 
@@ -18,8 +15,8 @@ struct JobView {
     const CClassNode& category;
     std::optional<JobProgress> progress;  ///< none: the job does not run
 
-    JobView(StoreCommand& command, const CJobNode& shown);
-    [[nodiscard]] std::string address() const;  ///< without credentials
+    JobView(const Engine& engine, const CJobNode& shown);
+    [[nodiscard]] std::string address() const { return address_of(job); }  ///< without credentials
     [[nodiscard]] std::u16string path() const;
     [[nodiscard]] std::string folder() const;
     [[nodiscard]] std::string file() const;   ///< empty while it is not known
@@ -27,14 +24,14 @@ struct JobView {
     [[nodiscard]] std::int64_t done() const;  ///< downloaded bytes
     /// The state of the record, but waiting for a job that runs and has no place at its server yet.
     [[nodiscard]] JobState state() const;
-    [[nodiscard]] std::string error() const;  ///< the reason of a failure, UTF-8; empty where it did not fail
-};
+    [[nodiscard]] std::string error() const { return error_of(job); }
 
-/// Returns the fields of `list --json`: beside those that every job has "error" where it failed, and those
-/// that add_wait() adds.
-nlohmann::ordered_json list_json(const JobView& view);
-/// Returns the fields of `show --json`: the same and more. Moments are ISO 8601, null where there was none
-/// yet.
-nlohmann::ordered_json show_json(const JobView& view);
+    // The same of the record alone, for a job that does not run.
+    static std::string address_of(const CJobNode& job);
+    static std::int64_t size_of(const CJobNode& job) noexcept;
+    static std::int64_t done_of(const CJobNode& job) noexcept;
+    /// The reason of a failure, UTF-8; empty where it did not fail.
+    static std::string error_of(const CJobNode& job);
+};
 
 }  // namespace vantlow

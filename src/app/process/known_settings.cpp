@@ -1,4 +1,4 @@
-#include "app/cli/known_settings.h"
+#include "app/process/known_settings.h"
 
 #include <algorithm>
 #include <limits>
@@ -8,7 +8,6 @@
 
 #include "base/text.h"
 #include "bt/torrent_settings.h"
-#include "store/setting_table.h"
 #include "store/settings.h"
 
 namespace vantlow {
@@ -107,7 +106,7 @@ std::string no_such_setting(std::string_view name) {
     return text + (near.empty() ? " \"vantlow settings describe\" lists all of them." : "?");
 }
 
-Complaint complaint_of(std::string_view name, std::string_view value) {
+std::optional<std::string> complaint_of(std::string_view name, std::string_view value) {
     const auto setting = find_setting(name);
     if (!setting) return no_such_setting(name);
     if (!setting->is_number || read_setting_number(to_utf16(value))) return std::nullopt;
@@ -117,26 +116,26 @@ Complaint complaint_of(std::string_view name, std::string_view value) {
 
 std::vector<KnownSetting> known_settings() {
     using namespace setting;
-    std::vector<KnownSetting> all =
-        list_of(max_jobs, resume, overwrite_rule, allocate_space, move_completed, mark_zone, start_all,
-                save_interval, backup_to, data_folder, language, split_size, only_own_part, suspend_interval,
-                max_per_server, connect_interval, connect_timeout, always_retry, retries, limit, speed_limit,
-                connection_buffer, data_buffer, disk_buffer, ssh_buffer, verify_peer, ca_file, proxy,
-                proxy_resolves, get_cookie, cookie_file, enable_feat, ftp_passive, nat_in_port, nat_address,
-                binary_types, trace_list, dial_up_entry, dial_up_user, dial_up_password, monitor_torrent,
-                monitor_ed2k, monitor_magnet, numwant, crypto, torrent_tracker, magnet_trackers);
+    std::vector<KnownSetting> all = list_of(
+        max_jobs, resume, overwrite_rule, allocate_space, move_completed, mark_zone, start_all, save_interval,
+        backup_to, data_folder, language, split_size, only_own_part, suspend_interval, max_per_server,
+        connect_interval, connect_timeout, always_retry, retries, limit, speed_limit, connection_buffer,
+        data_buffer, disk_buffer, ssh_buffer, verify_peer, ca_file, proxy, proxy_resolves, get_cookie,
+        cookie_file, enable_feat, ftp_passive, nat_in_port, nat_address, binary_types, trace_list,
+        dial_up_entry, dial_up_user, dial_up_password, monitor_torrent, monitor_ed2k, monitor_magnet, numwant,
+        crypto, torrent_tracker, magnet_trackers, window_layout);
     std::ranges::sort(all, {}, [](const KnownSetting& one) { return std::tie(one.section, one.key); });
     return all;
 }
 
-Complaint apply_overrides(const GlobalOptions& global, Settings& settings) {
-    for (const std::string& entry : global.set) {
+std::optional<std::string> apply_overrides(const std::vector<std::string>& entries, Settings& settings) {
+    for (const std::string& entry : entries) {
         const auto slash = entry.find('/');
         const auto equals = entry.find('=', slash == std::string::npos ? 0 : slash);
         if (slash == std::string::npos || slash == 0 || equals == std::string::npos || equals == slash + 1) {
             return "--set takes Section/Key=Value, not \"" + entry + "\".";
         }
-        if (const Complaint complaint = complaint_of(entry.substr(0, equals), entry.substr(equals + 1)))
+        if (const auto complaint = complaint_of(entry.substr(0, equals), entry.substr(equals + 1)))
             return "--set: " + *complaint;
         settings.override_value(to_utf16(entry.substr(0, slash)),
                                 to_utf16(entry.substr(slash + 1, equals - slash - 1)),

@@ -7,11 +7,16 @@
 #include <string_view>
 #include <vector>
 
-#include "app/cli/command.h"
+#include "store/setting_table.h"
 
 namespace vantlow {
 
 class Settings;
+
+namespace setting {
+/// The window as its user left it; in the window's own form.
+inline constexpr TextSetting window_layout{u"Window", u"Layout", u"", ""};
+}  // namespace setting
 
 /// One setting, UTF-8.
 struct KnownSetting {
@@ -37,9 +42,10 @@ std::optional<KnownSetting> find_setting(std::string_view name);
 std::string no_such_setting(std::string_view name);
 /// Complains of a value for a setting (both UTF-8): no such setting, or a text where a number is wanted.
 /// Nothing for a number out of bounds: its reader takes the nearest one within.
-Complaint complaint_of(std::string_view name, std::string_view value);
+std::optional<std::string> complaint_of(std::string_view name, std::string_view value);
 
-/// Puts the values of --set ("Section/Key=Value") over the store's, for this run only.
-Complaint apply_overrides(const GlobalOptions& global, Settings& settings);
+/// Puts values ("Section/Key=Value", as --set takes them) over the store's, for this run only; returns a
+/// sentence where one of them is wrong.
+std::optional<std::string> apply_overrides(const std::vector<std::string>& entries, Settings& settings);
 
 }  // namespace vantlow

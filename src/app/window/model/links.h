@@ -1,0 +1,33 @@
+// Links out of texts, pages and patterns.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace vantlow {
+
+/// True for an address that a job of this program can be made of: a server's, a magnet link, a metalink.
+bool is_fetchable(std::string_view address);
+
+/// The links in a text, each once, in their order: one a line or between blanks, with trailing punctuation
+/// taken off; of HTML, the addresses of links. Only links that the program can fetch (link_kind()) with a
+/// written scheme. At most 10,000.
+std::vector<std::string> links_in_text(std::string_view text);
+/// The links of an HTML document or fragment ("href", "src" of media), relative ones joined to `base` where
+/// it is not empty. The header of the Windows clipboard format "HTML Format" is read for its base.
+std::vector<std::string> links_in_html(std::string_view html, std::string_view base = {});
+
+/// An address with patterns: "[1-20]", "[001-100]" (leading zeros are kept), "[0-100:10]" (a step),
+/// "[a-z]", "[A-Z]". Several patterns make all combinations, the last one counting fastest. Brackets that
+/// are no pattern, as of IPv6 addresses, stay as they are.
+struct PatternLinks {
+    std::vector<std::string> links;  ///< the first ones, `at_most`
+    std::uint64_t count = 1;         ///< of all of them; the largest number where there are more
+};
+PatternLinks expand_patterns(std::string_view address, std::size_t at_most);
+inline constexpr std::uint64_t most_pattern_links = 10000;  ///< more are refused
+
+}  // namespace vantlow

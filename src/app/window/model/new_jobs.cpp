@@ -1,0 +1,175 @@
+#include "app/window/model/new_jobs.h"
+
+#include <algorithm>
+#include <memory>
+#include <unordered_map>
+
+#include "app/terminal/display_text.h"
+#include "app/terminal/quantities.h"
+#include "app/window/model/texts.h"
+#include "app/window/model/translate.h"
+#include "base/safe_name.h"
+#include "base/text.h"
+#include "store/address.h"
+#include "store/proxies.h"
+
+namespace vantlow {
+namespace {
+
+std::vector<std::string> lines_of(std::string_view text) {
+    std::vector<std::string> lines;
+    for (std::string_view line : split(text, '\n')) {
+        if (line.ends_with('\r')) line.remove_suffix(1);
+        line = trim(line);
+        if (!line.empty()) lines.emplace_back(line);
+    }
+    return lines;
+}
+
+bool is_document_here(const std::string& line) {
+    const std::u16string path = to_utf16(line);
+    return absolute_path(path) == path && path_kind(path) == PathKind::file;
+}
+
+std::uint64_t count_of(const NewJobForm& form) {
+    std::uint64_t count = 0;
+    for (const std::string& line : lines_of(form.addresses)) {
+        const std::uint64_t more = form.expand ? expand_patterns(line, 0).count : 1;
+        count = std::min(count, most_pattern_links + 1) + std::min(more, most_pattern_links + 1);
+    }
+    return count;
+}
+
+std::string without_login(const std::string& link) {
+    return printable(to_utf8(without_credentials(to_utf16(link))));
+}
+
+}  // namespace
+
+std::string sentence_of(const FormFault& fault) {
+    using Wrong = FormFault::Kind;
+    switch (fault.kind) {
+        case Wrong::empty:
+            return tr("An address is missing.");
+        case Wrong::not_fetchable:
+            return fill(tr("%1 cannot be fetched."), {fault.subject});
+        case Wrong::too_many:
+            return tr("The patterns make too many addresses.");
+        case Wrong::not_absolute:
+            return tr("The folder must be a full path.");
+        case Wrong::no_file_name:
+            return tr("This name cannot be given.");
+        case Wrong::for_one_file:
+            return tr("A name or a hash is for one address only.");
+        case Wrong::out_of_bounds:
+            return fill(tr("The number must be from %1."), {fault.subject});
+        case Wrong::not_read:
+            return fill(tr("\"%1\" cannot be understood."), {fault.subject});
+    }
+    return {};
+}
+
+NewJobForm NewJobs::form_of(std::string_view text, const Guid& category) const {
+    NewJobForm form;
+    for (const std::string& link : links_in_text(text)) form.addresses += link + "\n";
+    const CClassNode* node = engine_.find_category(category);
+    if (node == nullptr) node = engine_.first_category();
+    if (node != nullptr) form.category = node->identity;
+    form.connections = JobRequest().connections;
+    // A server's file has brackets in its name more often than a person pastes a pattern.
+    form.expand = false;
+    return form;
+}
+
+std::u16string NewJobs::folder_of(const NewJobForm& form) const {
+    if (!form.folder.empty()) return form.folder;
+    const CClassNode* const node = engine_.find_category(form.category);
+    return node != nullptr ? node->folder : std::u16string();
+}
+
+std::vector<std::string> NewJobs::preview(const NewJobForm& form, std::size_t at_most) const {
+    std::vector<std::string> all;
+    for (const std::string& line : lines_of(form.addresses)) {
+        if (all.size() >= at_most) break;
+        if (!form.expand) {
+            all.push_back(line);
+            continue;
+        }
+        for (std::string& link : expand_patterns(line, at_most - all.size()).links)
+            all.push_back(std::move(link));
+    }
+    return all;
+}
+
+std::vector<FormFault> NewJobs::check(const NewJobForm& form) const {
+    using Field = FormFault::Field;
+    using Wrong = FormFault::Kind;
+    std::vector<FormFault> faults;
+    const auto wrong = [&faults](Field field, Wrong kind, std::string subject = {}) {
+        faults.push_back({field, kind, std::move(subject)});
+    };
+    const std::uint64_t count = count_of(form);
+    if (count == 0) wrong(Field::addresses, Wrong::empty);
+    if (count > most_pattern_links) wrong(Field::addresses, Wrong::too_many);
+    for (const std::string& link : preview(form, most_pattern_links)) {
+        if (is_fetchable(link) || is_document_here(link)) continue;
+        wrong(Field::addresses, Wrong::not_fetchable, without_login(link));
+        break;  // one is enough to be mended first
+    }
+    if (!form.folder.empty() && absolute_path(form.folder) != form.folder)
+        wrong(Field::folder, Wrong::not_absolute);
+    if (engine_.find_category(form.category) == nullptr) wrong(Field::category, Wrong::not_read);
+    if (!form.name.empty() && safe_file_name(form.name) != form.name) wrong(Field::name, Wrong::no_file_name);
+    if (count > 1 && !form.name.empty()) wrong(Field::name, Wrong::for_one_file);
+    if (count > 1 && !form.hash.empty()) wrong(Field::hash, Wrong::for_one_file);
+    if (!form.hash.empty() && !parse_hash(form.hash))
+        wrong(Field::hash, Wrong::not_read, printable(form.hash));
+    if (form.connections < 1 || form.connections > most_connections)
+        wrong(Field::connections, Wrong::out_of_bounds, "1 - " + std::to_string(most_connections));
+    if (!form.limit.empty() && parse_rate(form.limit).value_or(0) <= 0)
+        wrong(Field::limit, Wrong::not_read, printable(form.limit));
+    if (!form.proxy.empty() && !parse_proxy(form.proxy))
+        wrong(Field::proxy, Wrong::not_read, shown(without_credentials(form.proxy)));
+    return faults;
+}
+
+JobDraft NewJobs::draft_of(const NewJobForm& form) const {
+    JobDraft draft;
+    draft.links = preview(form, most_pattern_links);
+    draft.category = form.category;
+    draft.folder = form.folder;
+    draft.name = form.name;
+    draft.connections = form.connections;
+    draft.user = form.user;
+    draft.password = form.password;
+    draft.referer = form.referer;
+    draft.agent = form.agent;
+    draft.cookie = form.cookie;
+    draft.proxy = form.proxy;
+    draft.comment = form.comment;
+    draft.paused = !form.start;
+    draft.asks_which = true;
+    if (!form.hash.empty()) draft.hash = parse_hash(form.hash);
+    JobRules rules;
+    rules.speed_limit = form.limit.empty() ? 0 : parse_rate(form.limit).value_or(0);
+    rules.asks_which = true;
+    draft.rules = std::make_shared<const JobRules>(std::move(rules));
+    return draft;
+}
+
+std::vector<KnownAddress> NewJobs::known(const NewJobForm& form) const {
+    std::unordered_map<std::u16string, std::string> wanted;
+    for (std::string& link : preview(form, most_pattern_links)) {
+        const std::u16string address = to_utf16(link);
+        wanted.emplace(address.substr(0, address.find(u'#')), std::move(link));
+    }
+    std::vector<KnownAddress> found;
+    if (wanted.empty()) return found;
+    for (const CJobNode* job : engine_.jobs_below(nullptr)) {
+        const auto at = wanted.find(job->address);
+        if (at != wanted.end()) found.push_back({at->second, job->identity, job->state});
+    }
+    return found;
+}
+
+}  // namespace vantlow

@@ -1,0 +1,76 @@
+// The new-job dialog without the dialog: from a text to a draft.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "app/window/model/links.h"
+#include "engine/engine.h"
+
+namespace vantlow {
+
+/// The values of the dialog.
+struct NewJobForm {
+    std::string addresses;  ///< UTF-8: one a line
+    bool expand = true;     ///< patterns are meant
+    std::u16string folder;  ///< empty: the category's
+    std::u16string name;    ///< for one address only
+    Guid category;
+    std::u16string comment, referer, agent, cookie, proxy, user, password;
+    int connections = 5;
+    std::string limit;  ///< bytes a second: "500K"; empty: none
+    std::string hash;   ///< "sha256:HEX"; empty: none
+    bool start = true;
+};
+
+/// What is wrong with a form, by its field.
+struct FormFault {
+    enum class Field { addresses, folder, name, connections, limit, hash, proxy, category };
+    enum class Kind {
+        empty,          ///< there is no address
+        not_fetchable,  ///< the address `subject`
+        too_many,       ///< patterns make more links than most_pattern_links
+        not_absolute,   ///< the folder is no full path
+        no_file_name,   ///< the name cannot be one
+        for_one_file,   ///< a name or a hash, but several addresses
+        out_of_bounds,  ///< a number
+        not_read,       ///< the text is none of its kind
+    };
+    Field field = Field::addresses;
+    Kind kind = Kind::empty;
+    std::string subject{};  ///< UTF-8, without credentials
+    bool operator==(const FormFault&) const = default;
+};
+std::string sentence_of(const FormFault& fault);
+
+/// Jobs that have one of these addresses already.
+struct KnownAddress {
+    std::string link;
+    Guid job;
+    JobState state = JobState::waiting;
+};
+
+/// Belongs to the engine's thread.
+class NewJobs {
+  public:
+    explicit NewJobs(const Engine& engine) : engine_(engine) {}
+
+    /// A form with the links of the text (clipboard, drop), and the category's defaults.
+    [[nodiscard]] NewJobForm form_of(std::string_view text, const Guid& category) const;
+    /// The folder that the form's jobs are put in.
+    [[nodiscard]] std::u16string folder_of(const NewJobForm& form) const;
+    [[nodiscard]] std::vector<std::string> preview(const NewJobForm& form, std::size_t at_most) const;
+    [[nodiscard]] std::vector<FormFault> check(const NewJobForm& form) const;
+    /// The draft of a form without faults.
+    [[nodiscard]] JobDraft draft_of(const NewJobForm& form) const;
+    /// The jobs that the form's addresses have already.
+    [[nodiscard]] std::vector<KnownAddress> known(const NewJobForm& form) const;
+
+  private:
+    const Engine& engine_;
+};
+
+}  // namespace vantlow

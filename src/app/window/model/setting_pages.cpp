@@ -1,0 +1,198 @@
+#include "app/window/model/setting_pages.h"
+
+#include <algorithm>
+#include <array>
+#include <utility>
+
+#include "app/window/model/texts.h"
+#include "app/window/model/translate.h"
+#include "base/text.h"
+
+namespace vantlow {
+namespace {
+
+using Editor = SettingLine::Editor;
+
+struct PageFacts {
+    std::string_view title;     ///< English
+    std::string_view sections;  ///< whose settings stand here unless they are listed: "A;B"
+    std::string_view settings;  ///< "Section/Key;..."
+};
+constexpr std::array pages_by_subject{
+    PageFacts{to_translate("General"), "Settings;Others;Window",
+              "Settings/Language;Settings/DataFolder;Others/Start "
+              "All;Others/BackupTo;Performance/SaveDatabaseInterval"},
+    PageFacts{to_translate("Downloads"), "Download",
+              "Performance/MaxJobs;Download/Resume;Download/FileOverwriteRule;Download/MoveCompleted"},
+    PageFacts{to_translate("Connections"), "Connection",
+              "Connection/Limit;Connection/Speed Limit;Connection/MaxPerServer;Connection/ConnectInterval;"
+              "Connection/ConnTimeout;Connection/Always;Connection/Retries;Connection/OnlyOwnPart;"
+              "Settings/Split Size;Performance/SuspendInterval"},
+    PageFacts{to_translate("Proxy"), "", "Connection/Proxy;Connection/ProxyResolve"},
+    PageFacts{to_translate("Trust and cookies"), "",
+              "Connection/VerifyPeer;Connection/CAFile;Download/GetCookie;Download/CookieFile"},
+    PageFacts{to_translate("FTP"), "Transfer", "Logs/TraceLIST"},
+    PageFacts{to_translate("BitTorrent"), "Torrent", ""},
+    PageFacts{to_translate("Files and links"), "Monitor", ""},
+    PageFacts{to_translate("Dial-up"), "Dial Up", ""},
+    PageFacts{to_translate("Buffers"), "Performance", ""},
+    PageFacts{to_translate("Other"), "", ""},
+};
+
+struct EditorFacts {
+    std::string_view name;
+    Editor editor;
+};
+constexpr EditorFacts editors[] = {
+    {"Settings/DataFolder", Editor::folder}, {"Others/BackupTo", Editor::folder},
+    {"Connection/CAFile", Editor::file},     {"Download/CookieFile", Editor::file},
+    {"Dial Up/Password", Editor::password},  {"Download/FileOverwriteRule", Editor::choice},
+    {"Torrent/Crypto", Editor::choice},      {"Settings/Language", Editor::choice},
+};
+
+bool lists(std::string_view list, std::string_view one) {
+    const auto all = split(list, ';');
+    return !list.empty() && std::ranges::find(all, one) != all.end();
+}
+
+std::size_t page_of(const KnownSetting& setting) {
+    const auto find = [](const auto& holds) {
+        return static_cast<std::size_t>(std::ranges::find_if(pages_by_subject, holds) -
+                                        pages_by_subject.begin());
+    };
+    const std::string name = setting.name();
+    const std::size_t listed = find([&](const PageFacts& page) { return lists(page.settings, name); });
+    if (listed < pages_by_subject.size()) return listed;
+    const std::size_t by_section =
+        find([&](const PageFacts& page) { return lists(page.sections, setting.section); });
+    return std::min(by_section, pages_by_subject.size() - 1);
+}
+
+Editor editor_of(const KnownSetting& setting) {
+    const auto* const known = std::ranges::find(editors, setting.name(), &EditorFacts::name);
+    if (known != std::end(editors)) return known->editor;
+    if (!setting.is_number) return Editor::text;
+    return setting.smallest == 0 && setting.largest == 1 ? Editor::yes_no : Editor::number;
+}
+
+std::vector<std::pair<std::string, std::string>> choices_of(std::string_view name) {
+    if (name == "Download/FileOverwriteRule")
+        return {{"0", tr("The new file gets another name")},
+                {"2", tr("The old file is replaced")},
+                {"1", tr("The job ends")}};
+    if (name == "Torrent/Crypto")
+        return {{"0", tr("Both, encrypted first")},
+                {"1", tr("Plaintext only")},
+                {"2", tr("Encrypted only")},
+                {"3", tr("Both")}};
+    return {};
+}
+
+// The meaning of a switch begins with the number that switches it on.
+std::string label_of(const KnownSetting& setting, Editor editor) {
+    std::string label = tr(setting.meaning);
+    if (editor == Editor::yes_no && label.starts_with("1: ")) label.erase(0, 3);
+    return label;
+}
+
+std::string help_of(const KnownSetting& setting, Editor editor) {
+    if (editor == Editor::yes_no || editor == Editor::choice || editor == Editor::password) return {};
+    const std::string standard = setting.standard.empty() ? tr("empty") : setting.standard;
+    std::string help = fill(tr("Default: %1"), {standard});
+    if (setting.smallest)
+        help += ", " + fill(tr("from %1 to %2"),
+                            {std::to_string(*setting.smallest), std::to_string(*setting.largest)});
+    return help;
+}
+
+}  // namespace
+
+SettingLine SettingPages::line_of(const KnownSetting& setting) const {
+    constexpr std::u16string_view nothing(u"\0", 1);  // no store holds a zero
+    SettingLine line;
+    line.editor = editor_of(setting);
+    line.label = label_of(setting, line.editor);
+    line.help = help_of(setting, line.editor);
+    line.choices = setting.name() == "Settings/Language" ? languages_ : choices_of(setting.name());
+    const std::u16string value = settings_.text(to_utf16(setting.section), to_utf16(setting.key), nothing);
+    line.is_set = value != nothing;
+    line.value = line.is_set ? to_utf8(value) : setting.standard;
+    line.setting = setting;
+    return line;
+}
+
+std::vector<SettingPage> SettingPages::pages() const {
+    std::vector<SettingPage> pages(pages_by_subject.size());
+    for (std::size_t i = 0; i < pages.size(); ++i) pages[i].title = tr(pages_by_subject[i].title);
+    for (const KnownSetting& setting : known_settings()) {
+        if (!setting.meaning.empty()) pages[page_of(setting)].lines.push_back(line_of(setting));
+    }
+    for (std::size_t i = 0; i < pages.size(); ++i) {
+        // Those that a page lists stand in the order of its list, in front of the others.
+        const auto order = split(pages_by_subject[i].settings, ';');
+        std::ranges::stable_sort(pages[i].lines, {}, [&order](const SettingLine& line) {
+            return std::ranges::find(order, line.setting.name()) - order.begin();
+        });
+    }
+    std::erase_if(pages, [](const SettingPage& page) { return page.lines.empty(); });
+    return pages;
+}
+
+std::vector<SettingLine> SettingPages::find(std::string_view text) const {
+    std::vector<SettingLine> found;
+    for (SettingPage& page : pages()) {
+        for (SettingLine& line : page.lines) {
+            const std::u16string all = to_utf16(page.title + " " + line.setting.name() + " " + line.label);
+            const auto holds = [&all](std::string_view word) {
+                return holds_folded(all, folded(to_utf16(word)));
+            };
+            if (std::ranges::all_of(split(text, ' '), holds)) found.push_back(std::move(line));
+        }
+    }
+    return found;
+}
+
+SettingPages::Fault SettingPages::set(std::string_view name, std::string_view value) {
+    const auto setting = find_setting(name);
+    if (!setting) return Fault::unknown;
+    if (setting->is_number) {
+        const auto number = read_setting_number(to_utf16(value));
+        if (!number) return Fault::no_number;
+        if (setting->smallest && (*number < *setting->smallest || *number > *setting->largest))
+            return Fault::out_of_bounds;
+    }
+    const std::u16string section = to_utf16(setting->section);
+    const std::u16string key = to_utf16(setting->key);
+    if (!engine_.set_setting(section, key, to_utf16(value)).ok()) return Fault::not_written;
+    if (after_change) after_change(section, key);
+    return Fault::none;
+}
+
+SettingPages::Fault SettingPages::unset(std::string_view name) {
+    const auto setting = find_setting(name);
+    if (!setting) return Fault::unknown;
+    const std::u16string section = to_utf16(setting->section);
+    const std::u16string key = to_utf16(setting->key);
+    if (!engine_.unset_setting(section, key).ok()) return Fault::not_written;
+    if (after_change) after_change(section, key);
+    return Fault::none;
+}
+
+std::string sentence_of(SettingPages::Fault fault) {
+    using Fault = SettingPages::Fault;
+    switch (fault) {
+        case Fault::none:
+            return {};
+        case Fault::unknown:
+            return tr("There is no such setting.");
+        case Fault::no_number:
+            return tr("This setting takes a number.");
+        case Fault::out_of_bounds:
+            return tr("The number is out of its bounds.");
+        case Fault::not_written:
+            return tr("The settings cannot be written.");
+    }
+    return {};
+}
+
+}  // namespace vantlow

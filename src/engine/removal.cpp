@@ -1,0 +1,189 @@
+// The engine's operations that take jobs away, begin them anew, or look at their files again.
+#include <algorithm>
+#include <utility>
+
+#include "base/safe_name.h"
+#include "engine/engine.h"
+#include "engine/recovery.h"
+
+namespace vantlow {
+namespace {
+
+using Fault = Done::Fault;
+
+// Removes the job's file, or the part of it on the disk. The name of a finished job proves nothing by itself:
+// only bytes that the job itself has written are removed. The files that went to the bin stand in `binned`.
+Done remove_files(const CJobNode& job, Files files, std::vector<BinItem>& binned) {
+    if (files == Files::keep || name_of(job.path).empty()) return {};
+    const std::u16string partial = job.path + std::u16string(partial_suffix);
+    const std::u16string state = job.path + std::u16string(state_suffix);
+    Done done;
+    for (const std::u16string& path : {job.state == JobState::finished ? job.path : partial, state}) {
+        BinItem item;
+        const bool to_bin = files == Files::bin && path_kind(path) != PathKind::none;
+        const FileError error = to_bin ? move_to_bin(path, item) : remove_file(path);
+        if (!error.ok() && error.fault != FileFault::not_found) done = {Fault::file, error, path};
+        if (to_bin && error.ok()) binned.push_back(std::move(item));
+    }
+    return done;
+}
+
+bool has_hashes(const CJobNode& job) {
+    return job.sources && (job.sources->whole || job.sources->pieces);
+}
+
+}  // namespace
+
+Done Engine::remove(const Guid& job, bool with_files) {
+    CJobNode* const record = store_->find(job);
+    if (record == nullptr) return {Fault::no_job};
+    const Files files = with_files ? Files::erase : Files::keep;
+    if (runner_) runner_->stop(job);
+    if (!runner_ || !runner_->takes_place(job)) return remove_now(*record, files, false);
+    leaving_[job] = {files, false};
+    return {Fault::running};
+}
+
+Removed Engine::remove_all(const std::vector<Guid>& jobs, Files files) {
+    removed_.clear();
+    for (auto& [job, leaving] : leaving_) leaving.is_remembered = false;
+    Removed all;
+    for (const Guid& job : jobs) {
+        CJobNode* const record = store_->find(job);
+        if (record == nullptr) continue;
+        if (runner_) runner_->stop(job);
+        if (runner_ && runner_->takes_place(job)) {
+            leaving_[job] = {files, true};
+            ++all.waiting;
+            continue;
+        }
+        Done done = remove_now(*record, files, true);
+        if (done.ok()) ++all.removed;
+        if (!done.ok()) all.failures.emplace_back(job, std::move(done));
+    }
+    return all;
+}
+
+// A job whose files could not be removed stays filed, unless its files were meant to stay.
+Done Engine::remove_now(CJobNode& job, Files files, bool is_remembered) {
+    std::vector<BinItem> binned;
+    if (Done done = remove_files(job, files, binned); !done.ok()) {
+        for (const BinItem& item : binned) static_cast<void>(take_from_bin(item));
+        return done;
+    }
+    const Guid identity = job.identity;
+    const std::size_t place = store_->place_of(job);
+    questions_.withdraw(identity);
+    std::unique_ptr<CJobNode> taken = store_->remove(job);
+    if (is_remembered && !in_memory()) removed_.push_back({std::move(taken), place, std::move(binned)});
+    if (runner_) {
+        runner_->remove_log(identity);
+    } else {
+        remove_job_log(options_.data_folder, identity);
+    }
+    return {};
+}
+
+std::size_t Engine::leaving_for_undo() const noexcept {
+    return static_cast<std::size_t>(std::count_if(leaving_.begin(), leaving_.end(),
+                                                  [](const auto& one) { return one.second.is_remembered; }));
+}
+
+Done Engine::undo_removal() {
+    if (removals_to_undo() == 0) return {Fault::nothing_to_undo};
+    // Those that have not ended yet only stop.
+    std::erase_if(leaving_, [](const auto& one) { return one.second.is_remembered; });
+    Done done;
+    std::vector<Remembered> back = std::exchange(removed_, {});
+    // Each was removed when those before it were gone already: the last one comes back first.
+    for (auto one = back.rbegin(); one != back.rend(); ++one) {
+        for (const BinItem& item : one->files) {
+            const FileError error = take_from_bin(item);
+            if (!error.ok()) done = {Fault::file, error, item.from};
+        }
+        CClassNode& category = *category_or_first(one->job->category);
+        CJobNode& job = store_->add(std::move(one->job), category);
+        store_->place(job, category, one->place);
+        if (job.state == JobState::running) store_->set_state(job, JobState::stopped);
+    }
+    if (runner_) runner_->filed();
+    return done;
+}
+
+Done Engine::start_over(const Guid& job) {
+    CJobNode* const record = store_->find(job);
+    if (record == nullptr) return {Fault::no_job};
+    if (runner_ && runner_->takes_place(job)) return {Fault::running};
+    if (runner_) runner_->stop(job);
+    std::vector<BinItem> none;
+    if (record->state != JobState::finished) {
+        if (Done done = remove_files(*record, Files::erase, none); !done.ok()) return done;
+    }
+    questions_.withdraw(job);
+    if (runner_) runner_->name(job);
+    auto anew = record->twin();
+    forget_run(*anew);
+    anew->validators = {};
+    anew->partial_mark = {};
+    anew->bit_map.clear();
+    anew->bit_count = 0;
+    anew->result = Code::ok;
+    anew->error.clear();
+    store_->update(*record, std::move(anew));
+    store_->queue_last(*record);
+    return {};
+}
+
+bool Engine::can_check(const Guid& job) const {
+    const CJobNode* const record = store_->find(job);
+    return record != nullptr && !is_running(job) && kind_of(*record) == JobKind::transfer &&
+           has_hashes(*record) && record->file_size > 0 &&
+           (record->state == JobState::finished || !record->segments.empty());
+}
+
+// An unfinished job without missing parts is checked before its file gets its name; so a finished one becomes
+// that.
+Done Engine::check(const Guid& job) {
+    CJobNode* const record = store_->find(job);
+    if (record == nullptr) return {Fault::no_job};
+    if (is_running(job)) return {Fault::running};
+    if (!can_check(job)) return {Fault::no_hash};
+    auto again = record->twin();
+    if (record->state == JobState::finished) {
+        const std::u16string partial = record->path + std::u16string(partial_suffix);
+        if (const FileError error = rename_no_replace(record->path, partial); !error.ok())
+            return {Fault::file, error, record->path};
+        again->segments.clear();
+        again->append_segment(again->file_size, again->file_size);
+        again->partial_mark = {};
+        again->finished = 0;
+    } else {
+        // It would bring back which pieces were checked; all that it says stands in the record.
+        static_cast<void>(remove_file(record->path + std::u16string(state_suffix)));
+    }
+    again->bit_map.clear();  // pieces that were checked once are checked again
+    again->bit_count = 0;
+    store_->update(*record, std::move(again));
+    if (runner_) runner_->name(job);
+    store_->queue_last(*record);
+    store_->queue_first(*record);
+    return {};
+}
+
+Done Engine::start_all(const Guid& category) {
+    CClassNode* const node = store_->tree().find(category);
+    if (node == nullptr) return {Fault::no_category};
+    for (const CJobNode* job : store_->jobs_below(node)) {
+        if (job->state != JobState::finished) static_cast<void>(start(job->identity));
+    }
+    return {};
+}
+
+Done Engine::stop_all(const Guid& category) {
+    CClassNode* const node = store_->tree().find(category);
+    if (node == nullptr) return {Fault::no_category};
+    for (const CJobNode* job : store_->jobs_below(node)) static_cast<void>(stop(job->identity));
+    return {};
+}
+
+}  // namespace vantlow

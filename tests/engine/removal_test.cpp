@@ -1,0 +1,197 @@
+// Jobs that are taken away and brought back, begun anew, checked, or get other addresses while they run.
+#include <gtest/gtest.h>
+
+#include "engine_fixture.h"
+#include "platform/file.h"
+
+namespace vantlow {
+namespace {
+
+using test::EngineTest;
+using Fault = Done::Fault;
+
+class RemovalTest : public EngineTest {
+  protected:
+    // The job as a run left it; the store's record is changed through a session's end.
+    Guid ended(const std::string& link, const std::u16string& name, const Result& result) {
+        const Guid job = add_one(link);
+        engine->pump();
+        CJobNode& twin = session(job).twin();
+        twin.path = folder.path(name);
+        twin.file_size = 10;
+        twin.segments.clear();
+        if (!result.ok()) twin.append_segment(4, 10);
+        end(job, result);
+        return job;
+    }
+    std::vector<Guid> jobs_in(const CClassNode& category) const {
+        std::vector<Guid> all;
+        for (const auto& job : category.jobs) all.push_back(job->identity);
+        return all;
+    }
+    [[nodiscard]] bool is_there(const std::u16string& name) const {
+        return path_kind(folder.path(name)) != PathKind::none;
+    }
+};
+
+TEST_F(RemovalTest, TheLastRemovalIsTakenBackToWhereItStood) {
+    const CClassNode& first = *engine->first_category();
+    const auto jobs = add({"http://a/1", "http://a/2", "http://a/3", "http://a/4"}, true);
+    EXPECT_EQ(engine->undo_removal().fault, Fault::nothing_to_undo);
+    Removed gone = engine->remove_all({jobs[3]}, Files::keep);
+    gone = engine->remove_all({jobs[2], jobs[0], Guid{}}, Files::keep);
+    EXPECT_EQ(gone.removed, 2U);
+    EXPECT_EQ(jobs_in(first), std::vector<Guid>{jobs[1]});
+    EXPECT_EQ(engine->removals_to_undo(), 2U);
+    ASSERT_TRUE(engine->undo_removal().ok());
+    EXPECT_EQ(jobs_in(first), (std::vector<Guid>{jobs[0], jobs[1], jobs[2]}));
+    EXPECT_EQ(state(jobs[0]), JobState::stopped);
+    EXPECT_EQ(engine->undo_removal().fault, Fault::nothing_to_undo);
+
+    // They are on the disk again, too.
+    std::string error;
+    ASSERT_TRUE(engine->save(error)) << error;
+    open();
+    EXPECT_EQ(jobs_in(*engine->first_category()), (std::vector<Guid>{jobs[0], jobs[1], jobs[2]}));
+}
+
+TEST_F(RemovalTest, AJobThatRunsOnlyStopsWhereItsRemovalIsTakenBackInTime) {
+    const auto jobs = add({"http://a/1", "http://a/2"});
+    engine->pump();
+    for (const Guid& job : jobs) session(job).ends_when_stopped = false;
+    EXPECT_EQ(engine->remove_all(jobs, Files::erase).waiting, 2U);
+    end(jobs[0], Code::stopped);
+    EXPECT_EQ(engine->find(jobs[0]), nullptr);
+    EXPECT_EQ(engine->removals_to_undo(), 2U);
+    ASSERT_TRUE(engine->undo_removal().ok());
+    end(jobs[1], Code::stopped);
+    EXPECT_EQ(state(jobs[0]), JobState::stopped);
+    EXPECT_EQ(state(jobs[1]), JobState::stopped);
+}
+
+TEST_F(RemovalTest, BegunAnewAJobKeepsItsWishesAndLosesItsPart) {
+    const Guid job = ended("http://a/1", u"f", Code::server_error);
+    folder.write(u"f" + std::u16string(partial_suffix), "part");
+    folder.write(u"f" + std::u16string(state_suffix), "state");
+    JobEdit edit;
+    edit.comment = u"mine";
+    ASSERT_TRUE(engine->change(job, edit).ok());
+    set(setting::max_jobs, 1);
+    const Guid other = add_one("http://a/2");
+    engine->pump();
+    EXPECT_EQ(engine->start_over(other).fault, Fault::running);
+    ASSERT_TRUE(engine->start_over(job).ok());
+    EXPECT_FALSE(is_there(u"f" + std::u16string(partial_suffix)) ||
+                 is_there(u"f" + std::u16string(state_suffix)));
+    const CJobNode& record = *engine->find(job);
+    EXPECT_EQ(record.state, JobState::waiting);
+    EXPECT_TRUE(record.segments.empty() && record.error.empty());
+    EXPECT_EQ(record.result, Code::ok);
+    EXPECT_EQ(record.comment, u"mine");
+    EXPECT_EQ(engine->start_over(Guid{}).fault, Fault::no_job);
+}
+
+TEST_F(RemovalTest, AFinishedFileIsCheckedUnderTheNameOfAnUnfinishedOne) {
+    const Guid plain = ended("http://a/1", u"plain", {});
+    EXPECT_EQ(engine->check(plain).fault, Fault::no_hash);
+    JobDraft draft;
+    draft.links = {"http://a/2"};
+    draft.folder = folder.path();
+    draft.hash = parse_hash("md5:00112233445566778899aabbccddeeff");
+    ASSERT_TRUE(draft.hash);
+    const Guid job = engine->add(draft).jobs.at(0);
+    ASSERT_TRUE(pump_until([&] { return sessions.contains(job); }));
+    session(job).twin().path = folder.path(u"f");
+    session(job).twin().file_size = 4;
+    EXPECT_FALSE(engine->can_check(job));
+    EXPECT_EQ(engine->check(job).fault, Fault::running);
+    end(job);
+    EXPECT_EQ(engine->check(job).fault, Fault::file);  // it is not there
+    EXPECT_EQ(state(job), JobState::finished);
+    folder.write(u"f", "data");
+    ASSERT_TRUE(engine->check(job).ok());
+    EXPECT_TRUE(is_there(u"f" + std::u16string(partial_suffix)) && !is_there(u"f"));
+    engine->pump();
+    const CJobNode& twin = session(job).twin();  // nothing is missing, and nothing counts as checked
+    ASSERT_EQ(twin.segments.size(), 1U);
+    EXPECT_EQ(twin.segments[0]->start, 4);
+    EXPECT_EQ(twin.segments[0]->end, 4);
+    EXPECT_TRUE(twin.bit_map.empty() && !twin.partial_mark.is_set());
+}
+
+TEST_F(RemovalTest, ARunningJobTakesItsLimitAtOnceAndOtherAddressesByAnotherSession) {
+    set(setting::max_jobs, 1);
+    const Guid job = add_one("http://a/1");
+    const Guid next = add_one("http://a/2");
+    engine->pump();
+    JobEdit limit;
+    limit.speed_limit = 5000;
+    ASSERT_TRUE(engine->change(job, limit).ok());
+    EXPECT_EQ(session(job).limit, 5000);
+    EXPECT_EQ(engine->find(job)->rules->speed_limit, 5000);
+    limit.speed_limit = -1;
+    EXPECT_EQ(engine->change(job, limit).fault, Fault::bad_value);
+
+    session(job).twin().append_segment(3, 9);
+    session(job).twin().file_size = 9;
+    JobEdit edit;
+    edit.address = u"http://b/1";
+    edit.mirrors = {u"http://c/1", u"http://b/1"};
+    ASSERT_TRUE(engine->change(job, edit).ok());
+    engine->pump();
+    engine->pump();
+    ASSERT_TRUE(sessions.contains(job));  // before the one that waits
+    EXPECT_FALSE(sessions.contains(next));
+    const CJobNode& twin = session(job).twin();
+    EXPECT_EQ(twin.address, u"http://b/1");
+    EXPECT_EQ(twin.sources->mirrors, (std::vector<std::u16string>{u"http://b/1", u"http://c/1"}));
+    ASSERT_EQ(twin.segments.size(), 1U);
+    EXPECT_EQ(twin.segments[0]->start, 3);
+
+    using List = std::vector<std::u16string>;
+    const struct {
+        std::optional<std::u16string> address;
+        std::optional<List> mirrors;
+        Fault fault;
+        List expected;
+    } edits[] = {
+        {{},
+         List{u"ed2k://|file|n|5|0123456789abcdef0123456789abcdef|/"},
+         Fault::bad_value,
+         {u"http://b/1", u"http://c/1"}},
+        {{}, List{u"http:/c"}, Fault::bad_value, {u"http://b/1", u"http://c/1"}},
+        {u"http://d/1", {}, Fault::none, {u"http://d/1", u"http://c/1"}},
+        {{}, List{}, Fault::none, {}},
+    };
+    for (const auto& one : edits) {
+        JobEdit change;
+        change.address = one.address;
+        change.mirrors = one.mirrors;
+        EXPECT_EQ(engine->change(job, change).fault, one.fault);
+        EXPECT_EQ(engine->find(job)->sources->mirrors, one.expected);
+    }
+}
+
+TEST_F(RemovalTest, ACategoryStopsAndStartsWithThoseBelowIt) {
+    const Guid above = engine->add_category(u"above", {}, engine->first_category()->identity).category;
+    const Guid below = engine->add_category(u"below", {}, above).category;
+    const auto jobs = add({"http://a/1", "http://a/2", "http://a/3"}, true);
+    ASSERT_TRUE(engine->move(jobs[0], above).ok() && engine->move(jobs[1], below).ok());
+    ASSERT_TRUE(engine->start_all(above).ok());
+    EXPECT_EQ(state(jobs[0]), JobState::waiting);
+    EXPECT_EQ(state(jobs[1]), JobState::waiting);
+    EXPECT_EQ(state(jobs[2]), JobState::stopped);
+    engine->pump();
+    end(jobs[0]);
+    ASSERT_TRUE(engine->stop_all(above).ok());
+    engine->wait_for_ends({jobs[1]});
+    EXPECT_EQ(state(jobs[0]), JobState::finished);
+    EXPECT_EQ(state(jobs[1]), JobState::stopped);
+    ASSERT_TRUE(engine->start_all(engine->first_category()->identity).ok());
+    EXPECT_EQ(state(jobs[0]), JobState::finished);  // no finished job begins anew
+    EXPECT_EQ(state(jobs[2]), JobState::waiting);
+    EXPECT_EQ(engine->stop_all(new_guid()).fault, Fault::no_category);
+}
+
+}  // namespace
+}  // namespace vantlow
