@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <ctime>
-#include <random>
 
 #include "base/string_table.h"
 #include "base/text.h"
@@ -16,6 +15,13 @@ namespace {
 // Positions are saved this often: a kill costs no more than the bytes of this time.
 constexpr std::chrono::seconds save_interval{1};
 
+// Another one for each run, which no server can know. The system's own source of chance costs more than a
+// small file.
+std::uint64_t seed_of(const CJobNode& job) {
+    const auto ticks = static_cast<std::uint64_t>(Clock::now().time_since_epoch().count());
+    return GuidHash{}(job.identity) ^ ticks;
+}
+
 }  // namespace
 
 CTransferMainThread::CTransferMainThread(CJobNode& job, const TransferServices& services, RunOptions options,
@@ -27,7 +33,7 @@ CTransferMainThread::CTransferMainThread(CJobNode& job, const TransferServices& 
       on_end_(std::move(on_end)),
       stop_(services.stop),
       file_(log, *this),
-      policy_(job, std::random_device{}(), options_.hash.has_value()) {}
+      policy_(job, seed_of(job), options_.hash.has_value()) {}
 
 CTransferMainThread::~CTransferMainThread() {
     stop();
