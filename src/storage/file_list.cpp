@@ -54,7 +54,7 @@ class Names {
         std::u16string path;
         for (std::size_t i = 0; i + 1 < parts.size(); ++i) path = folder_in(path, parts[i]);
         const std::u16string name = free_in(path, parts.back());
-        const std::u16string whole = join_path(path, name);
+        std::u16string whole = join_path(path, name);
         taken_.insert(fold(whole));
         return whole;
     }
@@ -63,7 +63,7 @@ class Names {
     std::u16string folder_in(const std::u16string& above, const std::u16string& name) {
         const std::u16string key = fold(join_path(above, name));
         if (const auto known = folders_.find(key); known != folders_.end()) return known->second;
-        const std::u16string path = join_path(above, free_in(above, name));
+        std::u16string path = join_path(above, free_in(above, name));
         folders_.emplace(key, path);
         folders_.emplace(fold(path), path);
         taken_.insert(fold(path));

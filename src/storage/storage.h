@@ -159,6 +159,7 @@ class Storage {
     // storage_names.cpp
     Result make_partial_again(std::size_t file);
     Result rename_to_name(std::size_t file, const std::u16string& from);
+    Result copy_from_parts(std::size_t file, const std::u16string& fresh, File& made);
     Result take_from_parts(std::size_t file);
     [[nodiscard]] std::u16string name_of_file(std::size_t file) const;
     [[nodiscard]] std::u16string free_name_in(const std::u16string& root, std::u16string_view name) const;

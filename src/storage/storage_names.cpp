@@ -114,56 +114,63 @@ Result Storage::make_partial_again(std::size_t file) {
     return {};
 }
 
-// The bytes are put on the disk under another name before the file gets its own: until then the part file is
-// where they are looked for, also after a power cut.
-Result Storage::take_from_parts(std::size_t file) {
-    const ListedFile& listed = files_.at(file);
+// Copies what the part file has of a file; `made` stays closed where that is nothing.
+Result Storage::copy_from_parts(std::size_t file, const std::u16string& fresh, File& made) {
     std::shared_ptr<File> part;
-    std::u16string target;
-    std::u16string source;
     std::uint8_t root = 0;
+    std::u16string source;
     {
         const MutexLock guard(mutex_);
         part = part_;
-        target = path_of(file);
         source = part_path(part_root_);
         root = places_[file].root;
     }
+    const ListedFile& listed = files_.at(file);
     if (!part || listed.length == 0) return {};
     const std::int64_t there = part->size();
     if (there < 0) return failure({FileFault::other, 0}, source);
     const std::int64_t end = listed.offset + listed.length;
-    const std::array<std::int64_t, 2> pieces{listed.offset / piece_length_, (end - 1) / piece_length_};
-    const std::u16string fresh = target + u".new";
-    File made;
-    for (std::size_t i = 0; i < (pieces[0] == pieces[1] ? 1U : 2U); ++i) {
-        const std::int64_t slot = slot_of(pieces[i]);
-        const std::int64_t begin = std::max(listed.offset, pieces[i] * piece_length_);
-        const std::int64_t from = slot + begin - pieces[i] * piece_length_;
+    // A file shares its first and its last piece at most.
+    const std::set<std::int64_t> pieces{listed.offset / piece_length_, (end - 1) / piece_length_};
+    for (const std::int64_t piece : pieces) {
+        const std::int64_t slot = slot_of(piece);
+        const std::int64_t begin = std::max(listed.offset, piece * piece_length_);
+        const std::int64_t from = slot + begin - piece * piece_length_;
         const std::int64_t length =
-            std::min({end - begin, (pieces[i] + 1) * piece_length_ - begin, there - from});
+            std::min({end - begin, (piece + 1) * piece_length_ - begin, there - from});
         if (slot < 0 || length <= 0) continue;
+        FileError error;
         if (!made.is_open()) {
-            FileError error = make_folder_of(root, fresh);
+            error = make_folder_of(root, fresh);
             if (error.ok()) error = made.open(fresh, OpenMode::truncate);
-            if (!error.ok()) return failure(error, fresh);
             allow_holes(fresh);
         }
-        if (FileError error = made.copy_from(*part, from, begin - listed.offset, length); !error.ok()) {
-            made.close();
-            static_cast<void>(remove_file(fresh));
-            return failure(error, fresh);
-        }
+        if (error.ok()) error = made.copy_from(*part, from, begin - listed.offset, length);
+        if (!error.ok()) return failure(error, fresh);
     }
-    if (!made.is_open()) return {};
-    FileError error = rules_.allocate ? made.allocate(listed.length) : FileError{};
-    if (error.ok()) error = made.flush();
-    made.close();
-    if (error.ok()) error = rename_no_replace(fresh, target);
-    if (error.ok()) error = sync_folder(std::u16string(folder_of(target)));
-    if (!error.ok()) {
+    return {};
+}
+
+// The bytes are put on the disk under another name before the file gets its own: until then the part file is
+// where they are looked for, also after a power cut.
+Result Storage::take_from_parts(std::size_t file) {
+    const std::u16string target = path(file);
+    const std::u16string fresh = target + u".new";
+    File made;
+    Result result = copy_from_parts(file, fresh, made);
+    if (result.ok() && !made.is_open()) return {};
+    if (result.ok()) {
+        FileError error = rules_.allocate ? made.allocate(files_.at(file).length) : FileError{};
+        if (error.ok()) error = made.flush();
+        made.close();
+        if (error.ok()) error = rename_no_replace(fresh, target);
+        if (error.ok()) error = sync_folder(std::u16string(folder_of(target)));
+        if (!error.ok()) result = failure(error, target);
+    }
+    if (!result.ok()) {
+        made.close();
         static_cast<void>(remove_file(fresh));
-        return failure(error, target);
+        return result;
     }
     const MutexLock guard(mutex_);
     places_[file].shape = FileShape::partial;

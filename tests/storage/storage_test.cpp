@@ -52,7 +52,7 @@ constexpr std::int64_t album_pieces = 12;
 /// The row of bytes that the album's files are of; padding is zeros.
 std::string album_bytes() {
     std::string bytes = test::make_content(seed, static_cast<std::size_t>(album().size()));
-    const ListedFile& padding = album().at(5);
+    const ListedFile padding = album().at(5);
     std::fill_n(bytes.begin() + padding.offset, padding.length, '\0');
     return bytes;
 }
