@@ -1,7 +1,6 @@
 #include "app/window/model/job_columns.h"
 
 #include <algorithm>
-#include <bit>
 
 #include "app/process/job_view.h"
 #include "app/terminal/display_text.h"
