@@ -180,11 +180,17 @@ def environment(home):
 PEERS = ((Curl, "curl"), (Aria2, "aria2c"), (Axel, "axel"), (Lftp, "lftp"))
 
 
-def find_programs(floor, vantlow):
+class Earlier(Vantlow):
+    name = "earlier"
+
+
+def find_programs(floor, vantlow, earlier):
     """All programs in the order of a round, and the names of the missing ones."""
     found, missing = [Floor(floor)], []
     if vantlow:
         found.append(Vantlow(os.path.abspath(vantlow)))
+    if earlier:
+        found.append(Earlier(os.path.abspath(earlier)))
     for kind, word in PEERS:
         path = shutil.which(word)
         if path:

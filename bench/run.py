@@ -58,7 +58,7 @@ class Bench:
         self.home = self.subfolder("home")
         programs.write_home(self.home)
         compile_tools(self.build)
-        self.programs, self.missing = programs.find_programs(self.tool("floor"), options.vantlow)
+        self.programs, self.missing = programs.find_programs(self.tool("floor"), options.vantlow, options.earlier)
 
     def subfolder(self, name):
         path = os.path.join(self.folder, name)
@@ -254,6 +254,7 @@ def parse_options():
     known = [scenario.name for scenario in scenarios.SCENARIOS]
     parser = argparse.ArgumentParser(description=__doc__, epilog="Scenarios: " + ", ".join(known))
     parser.add_argument("--vantlow", metavar="PATH", help="the program; without it only the others run")
+    parser.add_argument("--earlier", metavar="PATH", help="an older build of it, in the same rounds")
     parser.add_argument("--only", metavar="A,B", help="these scenarios alone")
     parser.add_argument("--programs", metavar="A,B", help="these programs alone (floor is always among them)")
     parser.add_argument("--rounds", type=int, default=5)
@@ -268,8 +269,9 @@ def parse_options():
     unknown = set(options.only) - set(known)
     if unknown or options.rounds < 1:
         parser.error("unknown scenarios: " + ", ".join(sorted(unknown)) if unknown else "at least one round")
-    if options.vantlow and not os.access(options.vantlow, os.X_OK):
-        parser.error(options.vantlow + " can't be run")
+    for path in filter(None, (options.vantlow, options.earlier)):
+        if not os.access(path, os.X_OK):
+            parser.error(path + " can't be run")
     if not options.dir:
         options.dir = "/dev/shm" if os.access("/dev/shm", os.W_OK) else tempfile.gettempdir()
     return options

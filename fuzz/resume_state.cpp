@@ -1,5 +1,5 @@
 // The state beside a partial file: whatever it says, no position leaves the file.
-#include "transfer/job/resume_state.h"
+#include "storage/resume_state.h"
 #include "base/safe_name.h"
 #include "fuzz.h"
 

@@ -16,7 +16,7 @@ import tempfile
 TABLES = {"base", "platform", "runtime"}
 CONNECTION = TABLES | {"net", "transfer/connection"}
 CONVERSATIONS = CONNECTION | {"transfer/http", "transfer/ftp"}
-CORE = CONVERSATIONS | {"store", "transfer/job", "bt", "bt/peer", "ed2k", "meta", "engine"}
+CORE = CONVERSATIONS | {"store", "storage", "transfer/job", "bt", "bt/peer", "bt/swarm", "ed2k", "meta", "engine"}
 CLI = CORE | {"app/terminal", "app/process"}
 ALLOWED = {
     "base": set(),
@@ -24,12 +24,14 @@ ALLOWED = {
     "runtime": {"base", "platform"},
     "net": TABLES,
     "store": TABLES,
+    "storage": TABLES | {"store"},
     "transfer/connection": TABLES | {"net"},
     "transfer/http": CONNECTION,
     "transfer/ftp": CONNECTION,
-    "transfer/job": CONVERSATIONS | {"store"},
-    "bt": CONNECTION | {"transfer/http", "store"},
+    "transfer/job": CONVERSATIONS | {"store", "storage"},
+    "bt": CONNECTION | {"transfer/http", "store", "storage"},
     "bt/peer": {"base", "bt"},
+    "bt/swarm": {"base", "platform", "net", "bt", "bt/peer"},
     "ed2k": {"base"},
     "media": {"base", "platform"},
     "meta": {"base"},
@@ -240,6 +242,7 @@ PLANTED = [
     ("src/base/bad.h", '#include "store/job.h"', "base must not know"),
     ("src/platform/bad.h", '#include "runtime/operations.h"', "platform must not know"),
     ("src/store/bad.h", '#include "transfer/http/head.h"', "store must not know"),
+    ("src/storage/bad.h", '#include "transfer/job/main_thread.h"', "storage must not know"),
     ("src/transfer/connection/bad.h", '#include "transfer/http/head.h"', "transfer/connection must not know"),
     ("src/transfer/http/bad.cpp", '#include "store/job.h"', "transfer/http must not know"),
     ("src/transfer/http/bad.h", '  #  include "transfer/job/main_thread.h"', "transfer/http must not know"),

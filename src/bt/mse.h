@@ -147,6 +147,8 @@ class MseExchange {
     MseStep advance(std::string& out);
     /// The payload that came with the request (on the side that is called).
     [[nodiscard]] const std::string& payload() const noexcept { return payload_; }
+    /// True for the side that calls.
+    [[nodiscard]] bool calls() const noexcept { return calls_; }
     [[nodiscard]] CBTMSE& streams() noexcept { return mse_; }
     [[nodiscard]] const CBTMSE& streams() const noexcept { return mse_; }
 

@@ -54,13 +54,13 @@ void Engine::run(Running running) {
         if (wake) wake();
     });
     saver_.begin(running.wake);
-    if (!in_memory() || running.tells_names) names_ = std::make_unique<NameKeeper>();
-    runner_ = std::make_unique<SessionRunner>(
-        SessionRunner::Tools{*store_, changes_, questions_, *options_.sessions, options_.settings,
-                             options_.libraries, running.connections, running.threads, options_.stop,
-                             in_memory() ? std::u16string() : options_.data_folder, options_.data_folder,
-                             options_.agent, std::move(running.wake), running.gathers_log,
-                             options_.keeps_state, names_.get(), [this] { serve(); }});
+    if (!in_memory()) names_ = std::make_unique<NameKeeper>();
+    runner_ = std::make_unique<SessionRunner>(SessionRunner::Tools{
+        *store_, changes_, questions_, *options_.sessions, options_.settings, options_.libraries,
+        running.connections, running.threads, options_.stop,
+        in_memory() ? std::u16string() : options_.data_folder, options_.data_folder, options_.agent,
+        std::move(running.wake), running.gathers_log, options_.keeps_state, names_.get(),
+        std::move(running.before_name), [this] { serve(); }});
 }
 
 void Engine::end_running() {
@@ -78,7 +78,6 @@ void Engine::serve() {
     const NameKeeper::Waiting names = names_->take();
     if (names.empty()) return;
     for (const auto& naming : names) {
-        tell([&naming](EngineListener& listener) { listener.naming(*naming); });
         CJobNode* const record = store_->find(naming->job);
         if (record == nullptr) continue;
         record->path = naming->path;
@@ -99,18 +98,21 @@ void Engine::pump(std::chrono::milliseconds at_most) {
     take_ends();
     take_answers();
     runner_->start_waiting();
-    take_ends();  // ends of jobs that this program does not carry out
+    // Jobs that this program does not carry out, and those that ended meanwhile: their places wait for others.
+    if (take_ends()) runner_->wake();
     saver_.commit();
     tell_questions();
     deliver();
 }
 
-void Engine::take_ends() {
+bool Engine::take_ends() {
     if (gathers_log_) {
         const std::vector<LogLine> lines = runner_->take_log();
         if (!lines.empty()) tell([&lines](EngineListener& listener) { listener.logged(lines); });
     }
-    for (JobEnd& end : runner_->take_ends()) take_end(end);
+    std::vector<JobEnd> ends = runner_->take_ends();
+    for (JobEnd& end : ends) take_end(end);
+    return !ends.empty();
 }
 
 void Engine::take_end(JobEnd& end) {

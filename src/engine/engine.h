@@ -119,7 +119,10 @@ class Engine {
         std::function<void()> wake{};                ///< any thread: asks for a pump() soon
         std::chrono::milliseconds question_time{0};  ///< how long a question stays open; 0: nobody is asked
         bool gathers_log = false;                    ///< EngineListener::logged is called
-        bool tells_names = false;                    ///< EngineListener::naming is called for any store
+        /// Called on a session's thread when a job's file is whole and gets its name as soon as this has
+        /// returned; again with another name where that one is taken. For clients that remember names where
+        /// the store is in memory.
+        std::function<void(const NameKeeper::Naming&)> before_name{};
     };
     /// From now on pump() runs the jobs that wait.
     void run(Running running);
@@ -255,7 +258,7 @@ class Engine {
     void file_made(std::vector<std::unique_ptr<CJobNode>> jobs, const Guid& category,
                    std::vector<Guid>& filed);
     void detach(CJobNode& job) const;
-    void take_ends();
+    bool take_ends();
     void take_end(JobEnd& end);
     void file_ended(CJobNode& record, const JobEnd& end);
     std::optional<Followed> follow(CJobNode& document, const JobEnd& end);

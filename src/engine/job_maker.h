@@ -12,9 +12,9 @@
 #include "engine/draft.h"
 #include "engine/kinds.h"
 #include "engine/netrc.h"
+#include "storage/resume_state.h"
 #include "store/job.h"
 #include "transfer/job/progress.h"
-#include "transfer/job/resume_state.h"
 
 namespace vantlow {
 

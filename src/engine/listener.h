@@ -29,10 +29,6 @@ class EngineListener {
 
     /// Some times a second at most, when anything changed.
     virtual void changed(const Changes& changes) { static_cast<void>(changes); }
-    /// A job's file is whole and is about to get its name, which it does once all have heard of it. It is
-    /// told again with another name where that one is taken. Only where Engine::Running::tells_names, or
-    /// where the store is on a disk.
-    virtual void naming(const NameKeeper::Naming& naming) { static_cast<void>(naming); }
     /// A job ended, or settled.
     virtual void ended(const JobEnd& end) { static_cast<void>(end); }
     virtual void followed(const Followed& followed) { static_cast<void>(followed); }

@@ -21,6 +21,8 @@ class NameKeeper {
         Guid job;
         std::u16string path;
         std::int64_t size = 0;
+        std::u16string address{};     ///< the job's
+        std::u16string asked_name{};  ///< the job's file_name
     };
 
     NameKeeper() = default;

@@ -4,8 +4,8 @@
 #include <map>
 #include <string>
 
+#include "storage/resume_state.h"
 #include "store/job.h"
-#include "transfer/job/resume_state.h"
 
 namespace vantlow {
 

@@ -53,9 +53,13 @@ SessionRunner::Entry& SessionRunner::make_entry(const CJobNode& job, const Sessi
     RunOptions options = run_options_of(job, tools_.settings, tools_.proxies_in, fault);
     options.default_agent = tools_.agent;
     options.keep_state = tools_.keeps_state;
-    if (tools_.names != nullptr) {
-        options.before_name = [this, identity = job.identity](const std::u16string& path, std::int64_t size) {
-            tools_.names->wait_for({identity, path, size}, [this] { wake(); });
+    if (tools_.names != nullptr || tools_.before_name) {
+        NameKeeper::Naming naming{job.identity, {}, 0, job.address, job.file_name};
+        options.before_name = [this, naming](const std::u16string& path, std::int64_t size) mutable {
+            naming.path = path;
+            naming.size = size;
+            if (tools_.before_name) tools_.before_name(naming);
+            if (tools_.names != nullptr) tools_.names->wait_for(naming, [this] { wake(); });
         };
     }
     if (!fault.ok()) entry.log->line(Direction::error, fault.text_for_people());

@@ -64,14 +64,15 @@ class SessionRunner {
         const LibraryTables& libraries;
         ConnectionServices& connections;
         ThreadPool& threads;
-        StopSource& stop;               ///< of the whole program; a parent of the runner's own
-        std::u16string logs_in;         ///< the data folder that job logs are kept in; empty: none are kept
-        std::u16string proxies_in;      ///< the data folder with the proxy list
-        std::u16string agent;           ///< of jobs without one of their own
-        std::function<void()> wake;     ///< any thread: take_ends() has something
-        bool gathers_log = false;       ///< take_log() is called
-        bool keeps_state = true;        ///< beside partial files
-        NameKeeper* names = nullptr;    ///< hears from sessions before they name a file; null: nobody does
+        StopSource& stop;             ///< of the whole program; a parent of the runner's own
+        std::u16string logs_in;       ///< the data folder that job logs are kept in; empty: none are kept
+        std::u16string proxies_in;    ///< the data folder with the proxy list
+        std::u16string agent;         ///< of jobs without one of their own
+        std::function<void()> wake;   ///< any thread: take_ends() has something
+        bool gathers_log = false;     ///< take_log() is called
+        bool keeps_state = true;      ///< beside partial files
+        NameKeeper* names = nullptr;  ///< hears from sessions before they name a file; null: nobody does
+        std::function<void(const NameKeeper::Naming&)> before_name{};  ///< on their threads, likewise
         std::function<void()> serve{};  ///< called while an end is waited for: sessions may wait for it
     };
     explicit SessionRunner(Tools tools);

@@ -9,9 +9,9 @@
 #include <boost/asio/ip/v6_only.hpp>
 #include <boost/asio/steady_timer.hpp>
 #include <cstring>
-#include <mutex>
 #include <vector>
 
+#include "base/mutex.h"
 #include "net/loop.h"
 #include "platform/descriptors.h"
 #include "platform/fault_hook.h"
@@ -103,8 +103,8 @@ class AsioLoop final : public Loop {
 
     const bool keep_unsent_;
     std::atomic<bool> ended_{false};
-    std::mutex mutex_;
-    std::vector<Callback> posted_;  ///< guarded by mutex_
+    Mutex mutex_;
+    std::vector<Callback> posted_ VANTLOW_GUARDED_BY(mutex_);
     TimerQueue timers_;
     bool in_timers_ = false;
     asio::io_context context_;

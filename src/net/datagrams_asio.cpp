@@ -24,6 +24,7 @@ class Port : public std::enable_shared_from_this<Port> {
     [[nodiscard]] std::optional<SocketAddress> address() const;
 
   private:
+    std::span<std::byte> room_for(std::span<std::byte> into);
     void fetch();
     void fetched(const error_code& error, std::size_t count);
     void notify(Callback& call);
@@ -31,6 +32,7 @@ class Port : public std::enable_shared_from_this<Port> {
     Udp::socket socket_;
     // Every system can wait for a whole datagram, but not every one for the news that there is one.
     std::vector<std::byte> held_;
+    std::vector<std::byte> whole_;  ///< room for a datagram that is to be cut off
     std::size_t held_bytes_ = 0;
     Udp::endpoint held_from_;
     bool is_held_ = false;
@@ -51,6 +53,14 @@ error_code Port::bind(const SocketAddress& at) {
     return error ? error : bind_socket<Udp>(socket_, at);
 }
 
+// Where there are only completions (and in Wine) a datagram that finds too little room may come empty instead
+// of cut off: it gets room for all of it there.
+std::span<std::byte> Port::room_for(std::span<std::byte> into) {
+    if (!completions_only || into.size() >= largest_datagram) return into;
+    whole_.resize(largest_datagram);
+    return whole_;
+}
+
 Step Port::receive(std::span<std::byte> into, SocketAddress& from) {
     if (const int number = ask_hook(Operation::receive); number != 0) return Step::failed(number);
     if (std::exchange(is_held_, false)) {
@@ -62,11 +72,14 @@ Step Port::receive(std::span<std::byte> into, SocketAddress& from) {
     for (int i = 0; i < most_returned; ++i) {
         error_code error;
         Udp::endpoint sender;
+        const std::span<std::byte> room = room_for(into);
         const std::size_t count =
-            socket_.receive_from(asio::buffer(into.data(), into.size()), sender, 0, error);
+            socket_.receive_from(asio::buffer(room.data(), room.size()), sender, 0, error);
         if (!error || error == asio::error::message_size) {
             from = address_of(sender);
-            return Step::moved(error ? into.size() : count);
+            const std::size_t bytes = error ? into.size() : std::min(count, into.size());
+            if (room.data() != into.data()) std::copy_n(room.begin(), bytes, into.begin());
+            return Step::moved(bytes);
         }
         if (would_block(error)) break;
         if (!is_about_earlier(error)) return Step::failed(error.value());

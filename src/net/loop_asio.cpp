@@ -43,7 +43,7 @@ void AsioLoop::stop() noexcept {
 
 bool AsioLoop::post(Callback work) {
     {
-        const std::lock_guard guard(mutex_);
+        const MutexLock guard(mutex_);
         if (ended_.load(std::memory_order_relaxed) || posted_.size() >= most_posted) return false;
         posted_.push_back(std::move(work));
         if (posted_.size() > 1) return true;  // the first one has asked for all of them
@@ -55,7 +55,7 @@ bool AsioLoop::post(Callback work) {
 void AsioLoop::run_posted() {
     std::vector<Callback> works;
     {
-        const std::lock_guard guard(mutex_);
+        const MutexLock guard(mutex_);
         works.swap(posted_);
     }
     for (const Callback& work : works) {

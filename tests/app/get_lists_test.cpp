@@ -105,10 +105,10 @@ TEST_F(GetLists, AKillWhileFilesGetTheirNamesFetchesNoneOfThemAgain) {
     const CJobNode c = job_of(u"http://h/c");
     {
         ListMemory memory(folder.path(), "list");
-        memory.naming(a, {folder.path(u"a"), 4});
-        memory.naming(b, {folder.path(u"b"), 4});
-        memory.naming(c, {folder.path(u"c"), 4});
-        memory.naming(c, {folder.path(u"c(1)"), 4});
+        memory.naming({a.identity, folder.path(u"a"), 4, a.address});
+        memory.naming({b.identity, folder.path(u"b"), 4, b.address});
+        memory.naming({c.identity, folder.path(u"c"), 4, c.address});
+        memory.naming({c.identity, folder.path(u"c(1)"), 4, c.address});
     }
     folder.write(u"a", "mine");
     folder.write(u"b.vantlow", "mine");  // it has not got its name

@@ -1,6 +1,8 @@
-#include "bt/mse.h"
+#include "bt/mse_stage.h"
 
 #include <gtest/gtest.h>
+
+#include <cstring>
 
 #include "bt/wire.h"
 #include "platform/file.h"
@@ -172,6 +174,94 @@ TEST(MessageStreamEncryption, GarbageEndsTheExchangeWithinItsBounds) {
     const SecurTable missing;
     MseExchange without(missing, buffer, torrent(1), 0, "");
     EXPECT_EQ(without.advance(out), MseStep::failed);
+}
+
+/// A wire between two stages that takes a few bytes at a time.
+class Wire {
+  public:
+    class End final : public net::Stage {
+      public:
+        End(std::string& in, std::string& out, std::minstd_rand& random)
+            : in_(in), out_(out), random_(random) {}
+        net::Step read(std::span<std::byte> into, Clock::time_point) override {
+            if (in_.empty()) return net::Step::again(net::Wants::readable);
+            const std::size_t some = std::min({into.size(), in_.size(), some_bytes()});
+            std::memcpy(into.data(), in_.data(), some);
+            in_.erase(0, some);
+            return net::Step::moved(some);
+        }
+        net::Step write(std::span<const std::byte> from, Clock::time_point) override {
+            if (random_() % 3 == 0) return net::Step::again(net::Wants::writable);
+            const std::size_t some = std::min(from.size(), some_bytes());
+            out_.append(reinterpret_cast<const char*>(from.data()), some);
+            return net::Step::moved(some);
+        }
+
+      private:
+        std::size_t some_bytes() { return 1 + random_() % 700; }
+        std::string& in_;
+        std::string& out_;
+        std::minstd_rand& random_;
+    };
+
+    explicit Wire(std::uint32_t seed) : random(seed) {}
+
+    std::minstd_rand random;
+    std::string there;
+    std::string back;
+    End caller{back, there, random};
+    End called{there, back, random};
+};
+
+// Writes a text and reads what the other side writes, as far as that goes now.
+struct Talker {
+    net::Stage& stage;
+    std::string text;
+    std::string heard{};
+
+    net::Step::State turn(Clock::time_point now) {
+        if (!text.empty()) {
+            const net::Step step = stage.write(std::as_bytes(std::span(text)), now);
+            if (step.state == net::Step::State::moved) text.erase(0, step.bytes);
+            if (step.state == net::Step::State::failed) return step.state;
+        }
+        std::byte room[1000];
+        const net::Step step = stage.read(room, now);
+        if (step.state == net::Step::State::moved)
+            heard.append(reinterpret_cast<const char*>(room), step.bytes);
+        return step.state;
+    }
+};
+
+TEST(MessageStreamEncryption, AStageSpeaksItOverAWireThatTakesAFewBytesAtATime) {
+    for (const std::uint32_t setting : {1U, 2U, 3U}) {
+        Wire wire(setting);
+        MseStage caller(wire.caller, secur(), torrent(2), setting, "hello");
+        MseStage called(wire.called, secur(), {torrent(1), torrent(2)}, 0);
+        Talker a{caller, std::string(50'000, 'a')};
+        Talker b{called, std::string(50'000, 'b')};
+        for (int turns = 0; turns < 20'000 && (a.heard.size() < 50'000 || b.heard.size() < 50'005); ++turns) {
+            a.turn(Clock::time_point{});
+            b.turn(Clock::time_point{});
+        }
+        EXPECT_EQ(a.heard, std::string(50'000, 'b'));
+        EXPECT_EQ(b.heard, "hello" + std::string(50'000, 'a'));
+        EXPECT_EQ(caller.streams().method(), setting == 1 ? 1U : 2U);
+        EXPECT_EQ(called.streams().torrent(), torrent(2));
+    }
+    Wire silent(1);
+    MseStage waits(silent.caller, secur(), torrent(2), 0, "");
+    Talker talker{waits, "x"};
+    const Clock::time_point begin{std::chrono::hours(1)};
+    EXPECT_EQ(talker.turn(begin), net::Step::State::again);
+    EXPECT_EQ(talker.turn(begin + MseExchange::patience + std::chrono::seconds(1)), net::Step::State::failed);
+    Wire foreign(2);
+    foreign.there = "GET / HTTP/1.1\r\n" + std::string(2000, 'x');
+    MseStage refuses(foreign.called, secur(), {torrent(2)}, 0);
+    Talker other{refuses, ""};
+    auto state = net::Step::State::again;
+    for (int turns = 0; turns < 100 && state != net::Step::State::failed; ++turns) state = other.turn(begin);
+    EXPECT_EQ(state, net::Step::State::failed);
 }
 
 }  // namespace

@@ -19,6 +19,7 @@
 #include "platform/file.h"
 #include "platform/process.h"
 #include "runtime/host_names.h"
+#include "storage/resume_state.h"
 #include "store/settings.h"
 #include "support/content.h"
 #include "support/fault_hook.h"
@@ -26,7 +27,6 @@
 #include "support/recording_log.h"
 #include "support/temp_folder.h"
 #include "transfer/job/main_thread.h"
-#include "transfer/job/resume_state.h"
 
 namespace vantlow::test {
 

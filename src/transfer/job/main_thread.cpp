@@ -2,19 +2,25 @@
 
 #include <algorithm>
 #include <ctime>
-#include <random>
 
 #include "base/string_table.h"
 #include "base/text.h"
 #include "platform/file_marks.h"
+#include "storage/resume_state.h"
 #include "store/address.h"
-#include "transfer/job/resume_state.h"
 
 namespace vantlow {
 namespace {
 
 // Positions are saved this often: a kill costs no more than the bytes of this time.
 constexpr std::chrono::seconds save_interval{1};
+
+// Another one for each run, which no server can know. The system's own source of chance costs more than a
+// small file.
+std::uint64_t seed_of(const CJobNode& job) {
+    const auto ticks = static_cast<std::uint64_t>(Clock::now().time_since_epoch().count());
+    return GuidHash{}(job.identity) ^ ticks;
+}
 
 }  // namespace
 
@@ -27,7 +33,7 @@ CTransferMainThread::CTransferMainThread(CJobNode& job, const TransferServices& 
       on_end_(std::move(on_end)),
       stop_(services.stop),
       file_(log, *this),
-      policy_(job, std::random_device{}(), options_.hash.has_value()) {}
+      policy_(job, seed_of(job), options_.hash.has_value()) {}
 
 CTransferMainThread::~CTransferMainThread() {
     stop();
@@ -117,7 +123,7 @@ Result CTransferMainThread::begin() {
     bool continued = false;
     if (!target.empty()) {
         const Result opened = file_.resume(target, needed, file_rules());
-        continued = opened.ok() && bears(job_.partial_mark);
+        continued = opened.ok() && bears_mark(file_, job_.partial_mark);
         if (opened.ok() && !continued) {
             log_.line(Direction::error, "The unfinished file " + to_utf8(file_.partial_path()) +
                                             " does not match its saved state. Both are left alone.");

@@ -12,9 +12,9 @@
 #include "base/busy_lock.h"
 #include "base/digest.h"
 #include "base/mutex.h"
+#include "storage/local_file.h"
+#include "storage/piece_check.h"
 #include "store/job.h"
-#include "transfer/job/local_file.h"
-#include "transfer/job/piece_check.h"
 #include "transfer/job/policy.h"
 #include "transfer/job/progress.h"
 #include "transfer/job/sub_thread.h"
@@ -134,8 +134,6 @@ class CTransferMainThread : private SubThreadHost, private WrittenListener {
     void save_state();
     void save_positions();
     FileError write_state(const CJobNode& snapshot);
-    PartialMark mark_of(const CJobNode& snapshot);
-    bool bears(const PartialMark& mark);
     void remember_safe(std::unique_ptr<CJobNode> copy);
     void leave_state(const Result& result);
     void forget_state();

@@ -4,9 +4,9 @@
 #include "base/codes.h"
 #include "base/string_table.h"
 #include "base/text.h"
+#include "storage/resume_state.h"
 #include "store/address.h"
 #include "transfer/job/main_thread.h"
-#include "transfer/job/resume_state.h"
 
 namespace vantlow {
 namespace {
@@ -158,38 +158,6 @@ FileError CTransferMainThread::write_state(const CJobNode& snapshot) {
     return error;
 }
 
-// A later run knows the partial file by its first block that is there.
-PartialMark CTransferMainThread::mark_of(const CJobNode& snapshot) {
-    constexpr std::int64_t block = 16 * 1024;
-    PartialMark mark;
-    std::int64_t at = 0;
-    mark.begin = mark.end = 0;
-    for (const auto& segment : snapshot.segments) {
-        if (segment->start > at) mark.end = std::min(segment->start, at + block);
-        if (mark.end > 0) break;
-        at = std::max(at, segment->end);
-    }
-    if (mark.end == 0 && at < snapshot.file_size) mark.end = std::min(snapshot.file_size, at + block);
-    if (mark.end > 0) mark.begin = at;
-    std::vector<std::byte> digest;
-    const StopSource never;  // it is one block, also when the job stops
-    if (!digest_of_range(file_, DigestKind::sha256, mark.begin, mark.end, never, digest).ok()) return {};
-    mark.digest = to_hex(digest);
-    mark.length = file_.size();
-    return mark;
-}
-
-// Whether the open partial file is the one that the job's positions are about.
-bool CTransferMainThread::bears(const PartialMark& mark) {
-    if (!mark.is_set()) return true;  // positions that the job database vouches for
-    const StopSource never;
-    std::vector<std::byte> digest;
-    return mark.begin >= 0 && mark.begin <= mark.end && file_.size() >= mark.length &&
-           mark.end <= mark.length &&
-           digest_of_range(file_, DigestKind::sha256, mark.begin, mark.end, never, digest).ok() &&
-           to_hex(digest) == mark.digest;
-}
-
 // Positions are taken first, then the bytes up to them go onto the disk, then the positions: after a power
 // cut they never promise bytes that are not there.
 void CTransferMainThread::save_state() {
@@ -218,7 +186,7 @@ void CTransferMainThread::save_positions() {
     }
     snapshot->path = file_.target();
     if (!file_.flush().ok()) return;  // logged; the state on the disk stays true
-    snapshot->partial_mark = mark_of(*snapshot);
+    snapshot->partial_mark = mark_of(file_, *snapshot);
     const FileError error = write_state(*snapshot);
     remember_safe(std::move(snapshot));
     if (!error.ok()) log_.line(Direction::error, "The state of the job could not be saved: " + error.text());

@@ -9,8 +9,8 @@
 
 #include "base/buffer.h"
 #include "platform/thread.h"
+#include "storage/local_file.h"
 #include "transfer/job/job_pace.h"
-#include "transfer/job/local_file.h"
 #include "transfer/job/policy.h"
 #include "transfer/job/source.h"
 

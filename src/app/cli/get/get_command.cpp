@@ -115,7 +115,11 @@ Exit run_jobs(CFerrywellApp& app, const GlobalOptions& global, const GetOptions&
     made.keeps_state = made.follows = pipe == nullptr;
     Engine engine(JobStore::in_memory(target_folder(options.job)), std::move(made));
     GetRun jobs(engine, tools.output, app.stop(), tools.threads, options);
-    engine.run({tools.connections, tools.threads, {}, jobs.question_time(), global.verbose, pipe == nullptr});
+    Engine::Running running{tools.connections, tools.threads};
+    running.question_time = jobs.question_time();
+    running.gathers_log = global.verbose;
+    running.before_name = [&jobs](const NameKeeper::Naming& naming) { jobs.before_name(naming); };
+    engine.run(std::move(running));
     if (pipe != nullptr) {
         jobs.write_to(*pipe);
     } else {

@@ -54,9 +54,8 @@ void GetRun::add(const JobDraft& draft) {
 }
 
 // A kill between the file's name and the end of its job is no reason to fetch it once more.
-void GetRun::naming(const NameKeeper::Naming& naming) {
-    const CJobNode* const job = engine_.find(naming.job);
-    if (memory_ && filed_ > 1 && job != nullptr) memory_->naming(*job, {naming.path, naming.size});
+void GetRun::before_name(const NameKeeper::Naming& naming) {
+    if (memory_ && filed_ > 1) memory_->naming(naming);
 }
 
 void GetRun::ended(const JobEnd& end) {

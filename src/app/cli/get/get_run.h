@@ -1,6 +1,7 @@
 // `vantlow get`: its jobs, from their links to the end of the last one.
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <limits>
 #include <map>
@@ -63,7 +64,8 @@ class GetRun : public TerminalClient {
     /// running ones have.
     void drive();
 
-    void naming(const NameKeeper::Naming& naming) override;
+    /// Any thread, for Engine::Running::before_name.
+    void before_name(const NameKeeper::Naming& naming);
     void ended(const JobEnd& end) override;
 
   private:
@@ -77,7 +79,7 @@ class GetRun : public TerminalClient {
     std::map<Guid, Result> given_up_;  ///< with the reasons
     OutputPipe* pipe_ = nullptr;
     std::unique_ptr<ListMemory> memory_;  ///< null: nothing is remembered
-    std::size_t filed_ = 0;               ///< jobs
+    std::atomic<std::size_t> filed_{0};   ///< jobs
     /// The number of the next job that never ran: counted down, while those of running jobs are counted up.
     std::size_t unused_number_ = std::numeric_limits<std::size_t>::max();
     std::vector<Guid> settled_;  ///< jobs whose work for this command is done

@@ -26,8 +26,8 @@ std::string digest_of(std::string_view text) {
 }
 
 // The asked name counts beside the address: one address under two names means two files.
-std::string key_of(const CJobNode& job) {
-    return digest_of(to_utf8(without_credentials(job.address)) + "\n" + to_utf8(job.file_name));
+std::string key_of(const std::u16string& address, const std::u16string& name) {
+    return digest_of(to_utf8(without_credentials(address)) + "\n" + to_utf8(name));
 }
 
 }  // namespace
@@ -36,6 +36,7 @@ ListMemory::ListMemory(const std::u16string& folder, std::string_view list) : fo
     // No file from a server gets a name with this end.
     const std::string name = ".list-" + digest_of(list).substr(0, 16);
     path_ = join_path(folder, to_utf16(name) + std::u16string(state_suffix));
+    const MutexLock guard(mutex_);
     if (path_kind(path_) == PathKind::file) read();
 }
 
@@ -71,7 +72,8 @@ void ListMemory::read() {
 }
 
 std::optional<ListMemory::Finished> ListMemory::take(const CJobNode& job) {
-    const std::string key = key_of(job);
+    const std::string key = key_of(job.address, job.file_name);
+    const MutexLock guard(mutex_);
     for (auto at = finished_.find(key); at != finished_.end(); at = finished_.find(key)) {
         Line file = std::move(at->second);
         finished_.erase(at);
@@ -83,19 +85,23 @@ std::optional<ListMemory::Finished> ListMemory::take(const CJobNode& job) {
 }
 
 void ListMemory::forget() {
+    const MutexLock guard(mutex_);
     finished_.clear();
     end_ = 0;
     if (file_.is_open()) failure_ = file_.resize(0);
 }
 
-void ListMemory::naming(const CJobNode& job, const Finished& file) {
+void ListMemory::naming(const NameKeeper::Naming& naming) {
+    const std::string key = key_of(naming.address, naming.asked_name);
+    const MutexLock guard(mutex_);
     // Until it has a name that is free, the partial file stands beside the first one.
-    const auto at = partial_files_.emplace(job.identity, file.path + std::u16string(partial_suffix)).first;
-    write(job, file, at->second);
+    const auto at = partial_files_.emplace(naming.job, naming.path + std::u16string(partial_suffix)).first;
+    write(key, {naming.path, naming.size}, at->second);
 }
 
 void ListMemory::add(const CJobNode& job, const Finished& file) {
-    if (!partial_files_.contains(job.identity)) write(job, file, {});
+    const MutexLock guard(mutex_);
+    if (!partial_files_.contains(job.identity)) write(key_of(job.address, job.file_name), file, {});
 }
 
 // From the folder on, which may be moved between two runs.
@@ -105,7 +111,7 @@ std::optional<std::u16string> ListMemory::below_folder(const std::u16string& pat
     return path.substr(above.size() - 1);
 }
 
-void ListMemory::write(const CJobNode& job, const Finished& file, const std::u16string& partial) {
+void ListMemory::write(const std::string& key, const Finished& file, const std::u16string& partial) {
     if (others_ || !failure_.ok()) return;
     if (!file_.is_open()) {
         failure_ = file_.open(path_, OpenMode::create_new, Privacy::owner_only);
@@ -117,7 +123,7 @@ void ListMemory::write(const CJobNode& job, const Finished& file, const std::u16
     }
     const auto name = below_folder(file.path);
     if (!name) return;
-    json line{{"key", key_of(job)}, {"file", to_utf8(*name)}, {"size", file.size}};
+    json line{{"key", key}, {"file", to_utf8(*name)}, {"size", file.size}};
     if (const auto before = below_folder(partial)) line["partial"] = to_utf8(*before);
     const std::string text = line.dump(-1, ' ', false, json::error_handler_t::replace) + "\n";
     failure_ = file_.write_at(end_, std::as_bytes(std::span(text)));
@@ -127,14 +133,16 @@ void ListMemory::write(const CJobNode& job, const Finished& file, const std::u16
 }
 
 void ListMemory::save() {
+    const MutexLock guard(mutex_);
     if (!unsaved_ || !failure_.ok()) return;
     failure_ = file_.flush();
     unsaved_ = false;
 }
 
 FileError ListMemory::close(bool is_through) {
-    const bool is_mine = file_.is_open();
     if (!is_through) save();
+    const MutexLock guard(mutex_);
+    const bool is_mine = file_.is_open();
     file_.close();
     if (is_through && is_mine) {
         const FileError error = remove_file(path_);

@@ -7,6 +7,8 @@
 #include <optional>
 #include <string>
 
+#include "base/mutex.h"
+#include "engine/name_keeper.h"
 #include "platform/file.h"
 #include "store/job.h"
 
@@ -15,7 +17,8 @@ namespace vantlow {
 /// A file in the folder that the list is fetched into, with a line for each link that is finished: written
 /// behind one another, so that a kill costs nothing, and gone once all are. It holds digests of the
 /// addresses, which may have secrets in them. One run of a list at a time has it: another of the same list
-/// remembers nothing. Used from one thread.
+/// remembers nothing. Used from one thread, but for naming(), which any
+/// thread may call.
 class ListMemory {
   public:
     struct Finished {
@@ -32,7 +35,7 @@ class ListMemory {
     /// Records the name that a job's file gets next. From then on a kill leaves either the partial file,
     /// which shows that the job is not through, or a file that take() finds. A later call with another name
     /// replaces it. The line survives a kill at once, a power cut after save().
-    void naming(const CJobNode& job, const Finished& file);
+    void naming(const NameKeeper::Naming& naming);
     /// Records a job that has ended well, where naming() was not called for it.
     void add(const CJobNode& job, const Finished& file);
     /// Puts the new lines on the disk. Call about once a second.
@@ -46,23 +49,26 @@ class ListMemory {
     [[nodiscard]] const std::u16string& path() const noexcept { return path_; }
 
   private:
-    void read();
-    void write(const CJobNode& job, const Finished& file, const std::u16string& partial);
+    void read() VANTLOW_REQUIRES(mutex_);
+    void write(const std::string& key, const Finished& file, const std::u16string& partial)
+        VANTLOW_REQUIRES(mutex_);
     [[nodiscard]] std::optional<std::u16string> below_folder(const std::u16string& path) const;
 
     std::u16string folder_;
     std::u16string path_;
-    File file_;
-    bool others_ = false;   ///< another process holds the file
-    bool unsaved_ = false;  ///< lines that may not be on the disk
-    std::int64_t end_ = 0;  ///< the place of the next line
-    FileError failure_;     ///< the first one; nothing is written behind it
+    Mutex mutex_;
+    File file_ VANTLOW_GUARDED_BY(mutex_);
+    bool others_ VANTLOW_GUARDED_BY(mutex_) = false;   ///< another process holds the file
+    bool unsaved_ VANTLOW_GUARDED_BY(mutex_) = false;  ///< lines that may not be on the disk
+    std::int64_t end_ VANTLOW_GUARDED_BY(mutex_) = 0;  ///< the place of the next line
+    FileError failure_ VANTLOW_GUARDED_BY(mutex_);     ///< the first one; nothing is written behind it
     /// A line: a file, and the partial one that is there until it has its name.
     struct Line : Finished {
         std::u16string partial{};  ///< empty: the file had its name
     };
-    std::multimap<std::string, Line> finished_;     ///< by the job's key
-    std::map<Guid, std::u16string> partial_files_;  ///< of jobs whose files were named in this run
+    std::multimap<std::string, Line> finished_ VANTLOW_GUARDED_BY(mutex_);  ///< by the job's key
+    /// Of jobs whose files were named in this run.
+    std::map<Guid, std::u16string> partial_files_ VANTLOW_GUARDED_BY(mutex_);
 };
 
 }  // namespace vantlow

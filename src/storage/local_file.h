@@ -14,7 +14,7 @@
 #include "base/safe_name.h"
 #include "platform/file.h"
 #include "platform/file_marks.h"
-#include "transfer/job/write_behind.h"
+#include "storage/write_behind.h"
 
 namespace vantlow {
 

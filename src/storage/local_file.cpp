@@ -1,4 +1,4 @@
-#include "transfer/job/local_file.h"
+#include "storage/local_file.h"
 
 #include "base/string_table.h"
 #include "base/text.h"

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/file.h"
+#include "storage/local_file.h"
 #include "store/job.h"
 
 namespace vantlow {
@@ -25,6 +25,14 @@ std::int64_t written_end(const CJobNode& job);
 /// Marks up to `bytes` at the end of what is written as missing again; the file may then be cut off at the
 /// returned offset.
 std::int64_t give_back_tail(CJobNode& job, std::int64_t bytes);
+
+/// The mark by which a later run knows the open partial file: its first block that the snapshot's segments
+/// say is there. Not set where that could not be read.
+PartialMark mark_of(CLocalFile& file, const CJobNode& snapshot);
+
+/// Whether the open partial file is the one that the job's positions are about. True without a mark: for
+/// positions that the job database vouches for.
+bool bears_mark(CLocalFile& file, const PartialMark& mark);
 
 /// The unfinished jobs of a folder.
 class ResumeIndex {

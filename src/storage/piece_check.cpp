@@ -1,4 +1,4 @@
-#include "transfer/job/piece_check.h"
+#include "storage/piece_check.h"
 
 #include <algorithm>
 #include <utility>

@@ -1,10 +1,12 @@
-#include "transfer/job/resume_state.h"
+#include "storage/resume_state.h"
 
 #include <algorithm>
 
+#include "base/codes.h"
 #include "base/mem_file.h"
 #include "base/safe_name.h"
 #include "platform/file_marks.h"
+#include "storage/piece_check.h"
 #include "store/address.h"
 #include "store/database.h"
 
@@ -83,6 +85,36 @@ std::int64_t give_back_tail(CJobNode& job, std::int64_t bytes) {
     }
     if (end <= before) return end;
     return job.append_segment(std::max(before, end - bytes), end).start;
+}
+
+PartialMark mark_of(CLocalFile& file, const CJobNode& snapshot) {
+    constexpr std::int64_t block = 16 * 1024;
+    PartialMark mark;
+    std::int64_t at = 0;
+    mark.begin = mark.end = 0;
+    for (const auto& segment : snapshot.segments) {
+        if (segment->start > at) mark.end = std::min(segment->start, at + block);
+        if (mark.end > 0) break;
+        at = std::max(at, segment->end);
+    }
+    if (mark.end == 0 && at < snapshot.file_size) mark.end = std::min(snapshot.file_size, at + block);
+    if (mark.end > 0) mark.begin = at;
+    std::vector<std::byte> digest;
+    const StopSource never;  // it is one block, also when the job stops
+    if (!digest_of_range(file, DigestKind::sha256, mark.begin, mark.end, never, digest).ok()) return {};
+    mark.digest = to_hex(digest);
+    mark.length = file.size();
+    return mark;
+}
+
+bool bears_mark(CLocalFile& file, const PartialMark& mark) {
+    if (!mark.is_set()) return true;
+    const StopSource never;
+    std::vector<std::byte> digest;
+    return mark.begin >= 0 && mark.begin <= mark.end && file.size() >= mark.length &&
+           mark.end <= mark.length &&
+           digest_of_range(file, DigestKind::sha256, mark.begin, mark.end, never, digest).ok() &&
+           to_hex(digest) == mark.digest;
 }
 
 ResumeIndex::ResumeIndex(const std::u16string& folder) {

@@ -11,8 +11,8 @@
 #include "base/mutex.h"
 #include "platform/stop.h"
 #include "platform/thread.h"
+#include "storage/local_file.h"
 #include "store/job_sources.h"
-#include "transfer/job/local_file.h"
 
 namespace vantlow {
 

@@ -1,4 +1,4 @@
-#include "transfer/job/write_behind.h"
+#include "storage/write_behind.h"
 
 #include <algorithm>
 #include <cstring>

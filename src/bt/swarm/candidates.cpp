@@ -1,0 +1,68 @@
+#include "bt/swarm/candidates.h"
+
+#include <algorithm>
+
+#include "bt/peer_store.h"
+
+namespace vantlow {
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr Clock::duration first_pause = 30s;
+constexpr Clock::duration after_a_connection = 15s;
+constexpr int most_doublings = 6;
+
+}  // namespace
+
+Candidates::Entry* Candidates::find(const SocketAddress& address) {
+    const auto at = known_.find(peer_text(address));
+    return at == known_.end() ? nullptr : &at->second;
+}
+
+void Candidates::add(std::span<const SocketAddress> addresses) {
+    for (const SocketAddress& address : addresses) {
+        if (address.port() == 0 || known_.size() >= most) continue;
+        known_.try_emplace(peer_text(address), Entry{.address = address});
+    }
+}
+
+std::optional<SocketAddress> Candidates::take(Clock::time_point now) {
+    Entry* best = nullptr;
+    for (auto& [text, entry] : known_) {
+        if (entry.is_taken || entry.is_banned || entry.not_before > now) continue;
+        const bool is_better = best == nullptr || std::pair(entry.failures, entry.not_before) <
+                                                      std::pair(best->failures, best->not_before);
+        if (is_better) best = &entry;
+    }
+    if (best == nullptr) return std::nullopt;
+    best->is_taken = true;
+    return best->address;
+}
+
+void Candidates::refused(const SocketAddress& address, Clock::time_point now) {
+    Entry* const entry = find(address);
+    if (entry == nullptr) return;
+    entry->is_taken = false;
+    entry->not_before = now + first_pause * (1 << std::min(entry->failures, most_doublings));
+    ++entry->failures;
+}
+
+void Candidates::ended(const SocketAddress& address, Clock::time_point now) {
+    Entry* const entry = find(address);
+    if (entry == nullptr) return;
+    entry->is_taken = false;
+    entry->failures = 0;
+    entry->not_before = now + after_a_connection;
+}
+
+void Candidates::ban(const SocketAddress& address) {
+    known_.try_emplace(peer_text(address), Entry{.address = address}).first->second.is_banned = true;
+}
+
+bool Candidates::is_banned(const SocketAddress& address) const {
+    const auto at = known_.find(peer_text(address));
+    return at != known_.end() && at->second.is_banned;
+}
+
+}  // namespace vantlow

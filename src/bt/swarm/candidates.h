@@ -1,0 +1,47 @@
+// The addresses at which a swarm may find peers.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <span>
+#include <string>
+
+#include "base/clock.h"
+#include "platform/socket.h"
+
+namespace vantlow {
+
+/// Addresses with their history: whom to connect to next. Bounded; one thread; the times never go back.
+class Candidates {
+  public:
+    static constexpr std::size_t most = 4000;
+
+    /// Notes addresses; those that are known stay as they are. Port 0 is nobody's.
+    void add(std::span<const SocketAddress> addresses);
+    /// The next one to connect to, which is taken until ended() or refused() is called: the one that failed
+    /// least, and of those the one that waited longest.
+    std::optional<SocketAddress> take(Clock::time_point now);
+    /// The connection was not made, or brought nothing: it is tried again after a pause that doubles.
+    void refused(const SocketAddress& address, Clock::time_point now);
+    /// A connection that worked is over.
+    void ended(const SocketAddress& address, Clock::time_point now);
+    /// Never again: it lied, or it is this side itself.
+    void ban(const SocketAddress& address);
+    [[nodiscard]] bool is_banned(const SocketAddress& address) const;
+    [[nodiscard]] std::size_t size() const noexcept { return known_.size(); }
+
+  private:
+    struct Entry {
+        SocketAddress address;
+        bool is_taken = false;
+        bool is_banned = false;
+        int failures = 0;
+        Clock::time_point not_before{};
+    };
+    Entry* find(const SocketAddress& address);
+
+    std::map<std::string, Entry> known_;
+};
+
+}  // namespace vantlow

@@ -1,0 +1,137 @@
+// One connection to a peer of a swarm: its bytes, and what both sides said of themselves.
+#pragma once
+
+#include <deque>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "bt/peer/peer_wire.h"
+#include "bt/peer/picker.h"
+#include "bt/peer/request_window.h"
+#include "net/network.h"
+#include "net/paced_stage.h"
+
+namespace vantlow {
+
+class PeerLink;
+
+/// The swarm, as far as a link needs it. Called on the swarm's thread, never from inside a call on the link
+/// except where that says so.
+class LinkOwner {
+  public:
+    LinkOwner() = default;
+    LinkOwner(const LinkOwner&) = delete;
+    LinkOwner& operator=(const LinkOwner&) = delete;
+    virtual ~LinkOwner() = default;
+
+    /// The peer's handshake came. False: it is not wanted, and the link has ended.
+    virtual bool greeted(PeerLink& link, const PeerHandshake& handshake) = 0;
+    /// A message; false where no peer may send it now, and the link has ended.
+    virtual bool heard(PeerLink& link, const PeerMessage& message) = 0;
+    /// Whether bytes may be received now; false: the owner calls PeerLink::go_on() later.
+    virtual bool may_receive() = 0;
+    /// There is room for more bytes to be sent.
+    virtual void drained(PeerLink& link) = 0;
+    /// The connection is over; the link is of no more use and may be destroyed once this has returned.
+    virtual void ended(PeerLink& link, const Result& why) = 0;
+};
+
+/// The limits of speed that a link stands in; they outlive it.
+struct LinkLimits {
+    net::SharedTokens& down;
+    net::SharedTokens& up;
+    net::TokenTree::Group down_group = net::TokenTree::everything;
+    net::TokenTree::Group up_group = net::TokenTree::everything;
+};
+
+/// Reads handshake and messages, writes what it is given. The rest of its members are the swarm's notes about
+/// the peer. Belongs to the network's thread.
+class PeerLink {
+  public:
+    /// Bytes that wait to be sent; the owner gives blocks only while fewer wait.
+    static constexpr std::size_t enough_unsent = 256 * 1024;
+
+    /// `number` above 0. The network and the owner outlive the link. With `connected` false the bytes wait
+    /// until connected() is called.
+    PeerLink(std::uint32_t number, const SocketAddress& address, bool is_incoming, net::Network& network,
+             LinkOwner& owner, const LinkLimits& limits);
+    PeerLink(const PeerLink&) = delete;
+    PeerLink& operator=(const PeerLink&) = delete;
+
+    /// Uses this stream from now on.
+    void use(std::unique_ptr<net::Stream> stream);
+    /// The stream is connected: reading and writing begin.
+    void connected();
+    void send(const PeerMessage& message) { send(message.bytes()); }
+    void send(std::string_view bytes);
+    /// Reads on after may_receive() was false.
+    void go_on();
+    void close() noexcept;
+
+    [[nodiscard]] std::uint32_t number() const noexcept { return number_; }
+    [[nodiscard]] const SocketAddress& address() const noexcept { return address_; }
+    [[nodiscard]] bool is_incoming() const noexcept { return is_incoming_; }
+    [[nodiscard]] std::size_t unsent() const noexcept { return out_.size() - sent_; }
+    [[nodiscard]] Clock::time_point last_heard() const noexcept { return heard_; }
+    [[nodiscard]] Clock::time_point last_sent() const noexcept { return said_; }
+
+    // What the swarm knows of the peer.
+
+    bool is_live = false;  ///< both handshakes are over
+    bool speaks_fast = false;
+    bool told_pieces = false;  ///< the peer said which pieces it has
+    bool is_seed = false;      ///< counted as one in the picker
+    bool choked_by_us = true;
+    bool chokes_us = true;
+    bool is_interested = false;      ///< the peer, in us
+    bool we_are_interested = false;  ///< we, in the peer
+    std::string peer_id{};
+    PieceSet has{};
+    std::uint8_t metadata_number = 0;  ///< under which the peer takes metadata messages; 0: none
+    std::deque<PieceBlock> owes{};     ///< blocks that it was asked for
+    std::deque<PieceBlock> wants{};    ///< blocks that it asked for
+    int reading = 0;                   ///< blocks of it that the disk is asked for
+    RequestWindow window{};
+    std::vector<std::uint32_t> allowed{};    ///< pieces that it gives even while it chokes us
+    std::vector<std::uint32_t> suggested{};  ///< pieces that it would rather give
+    Clock::time_point came{};
+    std::int64_t received = 0;  ///< bytes of blocks
+    std::int64_t given = 0;
+    std::int64_t given_before = 0;  ///< at the last look
+    double give_rate = 0;           ///< bytes a second
+    int useless = 0;                ///< blocks that nobody wanted
+
+  private:
+    void read_some();
+    bool take(std::string_view bytes);
+    bool take_handshake();
+    void write_some();
+    void end(const Result& why);
+
+    const std::uint32_t number_;
+    const SocketAddress address_;
+    const bool is_incoming_;
+    net::Network& network_;
+    LinkOwner& owner_;
+    net::TokenUser down_;
+    net::TokenUser up_;
+    net::Timer read_timer_;
+    net::Timer write_timer_;
+    std::unique_ptr<net::Stream> stream_;
+    std::optional<net::PacedStage> stage_;
+    bool is_connected_ = false;
+    bool has_ended_ = false;
+    bool is_paused_ = false;
+    bool waits_to_write_ = false;
+    std::string greeting_;  ///< what came of the handshake
+    bool is_greeted_ = false;
+    PeerReader reader_;
+    std::string out_;
+    std::size_t sent_ = 0;  ///< of out_
+    Clock::time_point heard_;
+    Clock::time_point said_;
+};
+
+}  // namespace vantlow

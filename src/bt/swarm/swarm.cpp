@@ -1,0 +1,257 @@
+#include "bt/swarm/swarm.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "bt/extension.h"
+
+namespace vantlow {
+namespace {
+
+using namespace std::chrono_literals;
+using MessageKind = PeerMessage::Kind;
+
+constexpr Clock::duration tick_time = 1s;
+constexpr Clock::duration greeting_time = 20s;  ///< connecting, and both handshakes
+constexpr Clock::duration silence = 150s;  ///< of a peer: it should have sent something every two minutes
+constexpr Clock::duration keep_alive_after = 100s;
+
+}  // namespace
+
+Swarm::Swarm(net::Network& network, SwarmDisk& disk, SwarmListener& listener, SwarmTorrent torrent,
+             const LinkLimits& limits, SwarmOptions options)
+    : network_(network),
+      disk_(disk),
+      listener_(listener),
+      torrent_(std::move(torrent)),
+      limits_(limits),
+      options_(std::move(options)),
+      picker_(torrent_.total, torrent_.piece_length, options_.seed),
+      choker_(options_.seed),
+      ticks_(network.timers()) {}
+
+Swarm::~Swarm() {
+    stop();
+}
+
+void Swarm::start() {
+    runs_ = true;
+    ticks_.start(network_.now(), [this] { tick(); });
+}
+
+void Swarm::stop() noexcept {
+    runs_ = false;
+    ticks_.cancel();
+    for (auto& [number, link] : links_) {
+        link->close();
+        gone_.push_back(std::move(link));
+    }
+    links_.clear();
+}
+
+void Swarm::add_peers(std::span<const SocketAddress> addresses) {
+    candidates_.add(addresses);
+    if (runs_) connect_some();
+}
+
+void Swarm::set_priority(std::uint32_t piece, PiecePriority priority) {
+    picker_.set_priority(piece, priority);
+    for (auto& [number, link] : links_) {
+        if (link->is_live) update_interest(*link);
+    }
+}
+
+PeerLink& Swarm::add_link(const SocketAddress& address, bool is_incoming) {
+    const std::uint32_t number = ++last_number_;
+    LinkOwner& owner = *this;
+    auto link = std::make_unique<PeerLink>(number, address, is_incoming, network_, owner, limits_);
+    link->has = PieceSet(picker_.pieces());
+    return *links_.emplace(number, std::move(link)).first->second;
+}
+
+void Swarm::connect_some() {
+    const auto is_half_open = [](const auto& entry) { return !entry.second->is_live; };
+    auto half_open = static_cast<std::size_t>(std::count_if(links_.begin(), links_.end(), is_half_open));
+    while (links_.size() < options_.most_peers && half_open < options_.most_half_open) {
+        const auto address = candidates_.take(network_.now());
+        if (!address) return;
+        PeerLink& link = add_link(*address, false);
+        link.use(network_.connect(*address, [this, &link](const Result& result) {
+            if (!result.ok()) return ended(link, result);
+            link.connected();
+        }));
+        begin_talking(link);
+        ++half_open;
+    }
+}
+
+void Swarm::take_incoming(std::unique_ptr<net::Stream> stream) {
+    const auto address = stream->peer_address();
+    if (!runs_ || !address || links_.size() >= options_.most_peers) return;
+    PeerLink& link = add_link(*address, true);
+    link.use(std::move(stream));
+    link.connected();
+}
+
+// The handshake of this side; the one that called says it first.
+void Swarm::begin_talking(PeerLink& link) {
+    PeerHandshake own;
+    own.torrent = torrent_.info_hash;
+    own.peer_id = torrent_.peer_id;
+    own.extensions = true;
+    own.fast = true;
+    link.send(own.bytes());
+}
+
+// Of two connections to the same peer both sides keep the same one: where both called, the one that the lower
+// id began.
+bool Swarm::is_kept(const PeerLink& link, const std::string& peer_id) {
+    const auto at = std::find_if(links_.begin(), links_.end(), [&](const auto& entry) {
+        return entry.second->is_live && entry.second->peer_id == peer_id;
+    });
+    if (at == links_.end()) return true;
+    PeerLink& other = *at->second;
+    const bool began_here = !link.is_incoming();
+    if (link.is_incoming() == other.is_incoming() || began_here != (torrent_.peer_id < peer_id)) return false;
+    drop(other, false);
+    return true;
+}
+
+bool Swarm::greeted(PeerLink& link, const PeerHandshake& handshake) {
+    if (handshake.torrent != torrent_.info_hash) return false;
+    if (handshake.peer_id == torrent_.peer_id) {
+        candidates_.ban(link.address());  // this side itself
+        return false;
+    }
+    if (!is_kept(link, handshake.peer_id)) return false;
+    if (link.is_incoming()) {
+        if (candidates_.is_banned(link.address())) return false;
+        begin_talking(link);
+    }
+    link.is_live = true;
+    link.peer_id = handshake.peer_id;
+    link.speaks_fast = handshake.fast;
+    const PieceSet& have = picker_.have();
+    if (handshake.fast && (have.is_all() || have.count() == 0)) {
+        link.send({.kind = have.is_all() ? MessageKind::have_all : MessageKind::have_none});
+    } else if (have.count() > 0) {
+        link.send({.kind = MessageKind::bitfield, .data = have.wire()});
+    }
+    if (handshake.extensions) {
+        link.send(build_extension_handshake(static_cast<std::uint32_t>(torrent_.info.size()), options_.port,
+                                            options_.version));
+    }
+    return true;
+}
+
+// Takes everything back that the peer was asked for, and out of the swarm.
+void Swarm::forget(PeerLink& link) {
+    picker_.lost_all(link.number());
+    if (link.is_seed) {
+        picker_.remove_seed();
+    } else {
+        picker_.remove_peer(link.has);
+    }
+    const auto at = links_.find(link.number());
+    if (at == links_.end()) return;
+    gone_.push_back(std::move(at->second));
+    links_.erase(at);
+}
+
+void Swarm::ended(PeerLink& link, const Result&) {
+    link.close();
+    if (!link.is_incoming()) {
+        const bool brought = link.received > 0 || link.given > 0;
+        if (link.is_live && brought) {
+            candidates_.ended(link.address(), network_.now());
+        } else {
+            candidates_.refused(link.address(), network_.now());
+        }
+    }
+    forget(link);
+    if (!runs_) return;
+    // What it owed is free for others at once.
+    for (auto& [number, other] : links_) fill(*other);
+}
+
+void Swarm::drop(PeerLink& link, bool for_good) {
+    if (for_good) candidates_.ban(link.address());
+    ended(link, Code::transient);
+}
+
+bool Swarm::may_receive() {
+    if (!disk_.is_full()) return true;
+    if (!awaits_room_) {
+        awaits_room_ = true;
+        disk_.when_room([this] { room_again(); });
+    }
+    return false;
+}
+
+void Swarm::room_again() {
+    awaits_room_ = false;
+    for (auto& [number, link] : links_) link->go_on();
+}
+
+void Swarm::tick() {
+    gone_.clear();
+    const Clock::time_point now = network_.now();
+    std::vector<std::uint32_t> numbers;
+    for (const auto& [number, link] : links_) numbers.push_back(number);
+    for (const std::uint32_t number : numbers) {
+        if (const auto at = links_.find(number); at != links_.end()) look_after(*at->second, now);
+    }
+    choke_and_unchoke();
+    connect_some();
+    ticks_.start(now + tick_time, [this] { tick(); });
+}
+
+void Swarm::look_after(PeerLink& link, Clock::time_point now) {
+    const bool is_silent = now - link.last_heard() > silence;
+    const bool is_late = !link.is_live && now - link.came > greeting_time;
+    // Two that have everything have nothing to say to each other.
+    const bool is_needless = link.has.is_all() && picker_.have().is_all();
+    if (is_silent || is_late || is_needless) return drop(link, false);
+    if (!link.is_live) return;
+    if (now - link.last_sent() > keep_alive_after) link.send({.kind = MessageKind::keep_alive});
+    link.give_rate += (static_cast<double>(link.given - link.given_before) - link.give_rate) / 5;
+    link.given_before = link.given;
+    if (link.window.is_snubbed(now)) {
+        // Others may be asked for what it does not send; what comes late after all is taken.
+        while (link.owes.size() > 1) {
+            picker_.lost(link.number(), link.owes.back());
+            link.send({.kind = MessageKind::cancel,
+                       .piece = link.owes.back().piece,
+                       .begin = link.owes.back().begin,
+                       .length = link.owes.back().length});
+            link.owes.pop_back();
+        }
+    }
+    fill(link);
+}
+
+void Swarm::choke_and_unchoke() {
+    std::vector<Choker::Peer> peers;
+    const bool gives = picker_.is_done();
+    for (const auto& [number, link] : links_) {
+        if (!link->is_live) continue;
+        peers.push_back({.peer = number,
+                         .is_interested = link->is_interested,
+                         .is_snubbed = link->window.is_snubbed(network_.now()),
+                         .is_unchoked = !link->choked_by_us,
+                         .rate = gives ? link->give_rate : link->window.rate(),
+                         .came = link->came});
+    }
+    const auto chosen = choker_.choose(peers, options_.upload_slots, network_.now());
+    for (const Choker::Peer& peer : peers) {
+        PeerLink& link = *links_.at(peer.peer);
+        const bool unchoke = std::find(chosen.begin(), chosen.end(), peer.peer) != chosen.end();
+        if (unchoke == !link.choked_by_us) continue;
+        link.choked_by_us = !unchoke;
+        link.send({.kind = unchoke ? MessageKind::unchoke : MessageKind::choke});
+        if (unchoke) continue;
+        for (const PieceBlock& block : std::exchange(link.wants, {})) refuse(link, block);
+    }
+}
+
+}  // namespace vantlow

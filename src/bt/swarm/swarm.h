@@ -1,0 +1,146 @@
+// The swarm of one torrent: its peers, and what passes between them and the disk.
+#pragma once
+
+#include <map>
+#include <memory>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "bt/peer/choker.h"
+#include "bt/swarm/blame_book.h"
+#include "bt/swarm/candidates.h"
+#include "bt/swarm/peer_link.h"
+#include "bt/swarm/swarm_disk.h"
+
+namespace vantlow {
+
+/// The facts of a torrent that its swarm needs.
+struct SwarmTorrent {
+    InfoHash info_hash{};
+    std::string peer_id;             ///< of this side, 20 bytes
+    std::int64_t total = 0;          ///< bytes, above 0
+    std::uint32_t piece_length = 0;  ///< bytes, above 0
+    std::string info;                ///< the document's "info" value, for peers that lack it; may be empty
+};
+
+struct SwarmOptions {
+    std::size_t most_peers = 100;
+    std::size_t most_half_open = 16;
+    std::size_t upload_slots = 4;
+    std::uint16_t port = 0;  ///< that peers may connect to; 0: none
+    std::u16string version = u"Vantlow";
+    std::uint32_t seed = 1;  ///< decides about chance
+};
+
+/// What happens in a swarm. Called on its thread, never from inside an operation of it.
+class SwarmListener {
+  public:
+    SwarmListener() = default;
+    SwarmListener(const SwarmListener&) = delete;
+    SwarmListener& operator=(const SwarmListener&) = delete;
+    virtual ~SwarmListener() = default;
+
+    /// The piece is on the disk, and right.
+    virtual void piece_came(std::uint32_t piece) { static_cast<void>(piece); }
+    /// Every wanted piece is there.
+    virtual void completed() {}
+    /// A peer gave wrong blocks, and is left for good.
+    virtual void banned(const SocketAddress& peer) { static_cast<void>(peer); }
+    /// The disk failed. The swarm has stopped.
+    virtual void failed(const Result& why) { static_cast<void>(why); }
+};
+
+/// Fetches what is missing from its peers and gives them what is there (BEP 3, BEP 6, BEP 9, BEP 10). All on
+/// the network's thread. Ends all connections when it is destroyed.
+class Swarm final : private LinkOwner {
+  public:
+    /// All outlive the swarm.
+    Swarm(net::Network& network, SwarmDisk& disk, SwarmListener& listener, SwarmTorrent torrent,
+          const LinkLimits& limits, SwarmOptions options = {});
+    ~Swarm() override;
+
+    /// Pieces that are on the disk already, and right: before start().
+    void add_have(std::uint32_t piece) { picker_.add_have(piece); }
+    void start();
+    /// Leaves all peers; nothing is called any more.
+    void stop() noexcept;
+    /// Addresses from a tracker, a magnet link or another peer.
+    void add_peers(std::span<const SocketAddress> addresses);
+    /// Takes a connection that a peer made.
+    void take_incoming(std::unique_ptr<net::Stream> stream);
+    void set_priority(std::uint32_t piece, PiecePriority priority);
+    void set_sequential(bool sequential) { picker_.set_sequential(sequential); }
+
+    [[nodiscard]] const Picker& picker() const noexcept { return picker_; }
+    [[nodiscard]] std::size_t peers() const noexcept { return links_.size(); }
+    [[nodiscard]] std::size_t known() const noexcept { return candidates_.size(); }
+    [[nodiscard]] std::int64_t downloaded() const noexcept { return downloaded_; }  ///< bytes of blocks
+    [[nodiscard]] std::int64_t uploaded() const noexcept { return uploaded_; }
+    /// Bytes of blocks that came and were not needed.
+    [[nodiscard]] std::int64_t wasted() const noexcept { return wasted_; }
+
+  private:
+    using Links = std::map<std::uint32_t, std::unique_ptr<PeerLink>>;
+
+    // swarm.cpp: connections
+    bool greeted(PeerLink& link, const PeerHandshake& handshake) override;
+    bool may_receive() override;
+    void ended(PeerLink& link, const Result& why) override;
+    PeerLink& add_link(const SocketAddress& address, bool is_incoming);
+    void connect_some();
+    void begin_talking(PeerLink& link);
+    bool is_kept(const PeerLink& link, const std::string& peer_id);
+    void drop(PeerLink& link, bool for_good);
+    void forget(PeerLink& link);
+    void tick();
+    void look_after(PeerLink& link, Clock::time_point now);
+    void choke_and_unchoke();
+    void room_again();
+
+    // swarm_messages.cpp: what peers say and get
+    bool heard(PeerLink& link, const PeerMessage& message) override;
+    void drained(PeerLink& link) override;
+    bool take_pieces(PeerLink& link, const PeerMessage& message);
+    bool take_have(PeerLink& link, std::uint32_t piece);
+    bool take_request(PeerLink& link, const PeerMessage& message);
+    bool take_block(PeerLink& link, const PeerMessage& message);
+    bool take_extended(PeerLink& link, const PeerMessage& message);
+    void give_metadata(PeerLink& link, std::int64_t part);
+    void take_cancel(PeerLink& link, const PieceBlock& block);
+    void take_reject(PeerLink& link, const PieceBlock& block);
+    void take_choke(PeerLink& link);
+    void refuse(PeerLink& link, const PieceBlock& block);
+    void fill(PeerLink& link);
+    void give(PeerLink& link);
+    void gave(std::uint32_t number, const PieceBlock& block, Outcome<std::string> bytes);
+    void update_interest(PeerLink& link);
+    void check(std::uint32_t piece);
+    void checked(std::uint32_t piece, const SwarmDisk::Check& check);
+    void blame(Picker::Peer peer);
+    void fail(const Result& why);
+    [[nodiscard]] bool is_block(const PeerMessage& message) const noexcept;
+
+    net::Network& network_;
+    SwarmDisk& disk_;
+    SwarmListener& listener_;
+    const SwarmTorrent torrent_;
+    const LinkLimits limits_;
+    const SwarmOptions options_;
+    Picker picker_;
+    Choker choker_;
+    BlameBook blames_;
+    Candidates candidates_;
+    std::map<std::uint32_t, SocketAddress> givers_;  ///< where the peers of wrong pieces were
+    bool runs_ = false;
+    bool awaits_room_ = false;
+    std::uint32_t last_number_ = 0;
+    std::int64_t downloaded_ = 0;
+    std::int64_t uploaded_ = 0;
+    std::int64_t wasted_ = 0;
+    net::Timer ticks_;
+    Links links_;
+    std::vector<std::unique_ptr<PeerLink>> gone_;  ///< ended, and perhaps in the middle of a call
+};
+
+}  // namespace vantlow

@@ -1,0 +1,332 @@
+// What peers say to a swarm, and what they get from it.
+#include <algorithm>
+#include <utility>
+
+#include "bt/extension.h"
+#include "bt/swarm/swarm.h"
+
+namespace vantlow {
+namespace {
+
+using MessageKind = PeerMessage::Kind;
+
+// Requests of one peer that may wait (the "reqq" of BEP 10 that others assume).
+constexpr std::size_t most_wanted = 500;
+constexpr int most_read_at_once = 4;
+// Blocks that nobody asked for, beside those that a cancel came too late for.
+constexpr int most_useless = 200;
+constexpr std::size_t most_hints = 64;
+constexpr std::size_t metadata_part = 16 * 1024;
+// A peer that sends a piece in so many seconds gets whole ones.
+constexpr double fast_piece_seconds = 10;
+
+}  // namespace
+
+bool Swarm::is_block(const PeerMessage& message) const noexcept {
+    if (message.piece >= picker_.pieces() || message.length == 0) return false;
+    const std::uint32_t length = picker_.length_of(message.piece);
+    return message.begin < length && message.length <= length - message.begin;
+}
+
+bool Swarm::heard(PeerLink& link, const PeerMessage& message) {
+    const PieceBlock block{message.piece, message.begin, message.length};
+    switch (message.kind) {
+        case MessageKind::choke:
+            take_choke(link);
+            return true;
+        case MessageKind::unchoke:
+            link.chokes_us = false;
+            fill(link);
+            return true;
+        case MessageKind::interested:
+        case MessageKind::not_interested:
+            link.is_interested = message.kind == MessageKind::interested;
+            choke_and_unchoke();
+            return true;
+        case MessageKind::have:
+            return take_have(link, message.piece);
+        case MessageKind::bitfield:
+        case MessageKind::have_all:
+        case MessageKind::have_none:
+            return take_pieces(link, message);
+        case MessageKind::request:
+            return take_request(link, message);
+        case MessageKind::piece:
+            return take_block(link, message);
+        case MessageKind::cancel:
+            take_cancel(link, block);
+            return true;
+        case MessageKind::reject:
+            take_reject(link, block);
+            return true;
+        case MessageKind::allowed_fast:
+        case MessageKind::suggest: {
+            auto& hints = message.kind == MessageKind::suggest ? link.suggested : link.allowed;
+            if (message.piece < picker_.pieces() && hints.size() < most_hints) hints.push_back(message.piece);
+            fill(link);
+            return true;
+        }
+        case MessageKind::extended:
+            return take_extended(link, message);
+        case MessageKind::port:
+        case MessageKind::keep_alive:
+        case MessageKind::unknown:
+            return true;
+    }
+    return true;
+}
+
+// All that the peer has, which it says once and before anything else of the kind.
+bool Swarm::take_pieces(PeerLink& link, const PeerMessage& message) {
+    if (link.told_pieces) return false;
+    if (message.kind != MessageKind::bitfield && !link.speaks_fast) return false;
+    link.told_pieces = true;
+    if (message.kind == MessageKind::bitfield) {
+        auto has = PieceSet::from_wire(message.data, picker_.pieces());
+        if (!has) return false;
+        link.has = *std::move(has);
+    } else if (message.kind == MessageKind::have_all) {
+        link.has.add_all();
+    }
+    link.is_seed = link.has.is_all();
+    if (link.is_seed) {
+        picker_.add_seed();
+    } else {
+        picker_.add_peer(link.has);
+    }
+    update_interest(link);
+    return true;
+}
+
+bool Swarm::take_have(PeerLink& link, std::uint32_t piece) {
+    if (piece >= picker_.pieces()) return false;
+    link.told_pieces = true;
+    if (!link.has.add(piece)) return true;
+    picker_.add_one(piece);
+    if (!link.we_are_interested) update_interest(link);
+    return true;
+}
+
+void Swarm::update_interest(PeerLink& link) {
+    const bool wants = picker_.is_interesting(link.has);
+    if (wants != link.we_are_interested) {
+        link.we_are_interested = wants;
+        link.send({.kind = wants ? MessageKind::interested : MessageKind::not_interested});
+    }
+    fill(link);
+}
+
+void Swarm::take_choke(PeerLink& link) {
+    link.chokes_us = true;
+    if (link.speaks_fast) return;  // it refuses one by one
+    picker_.lost_all(link.number());
+    link.owes.clear();
+    link.window.dropped();
+}
+
+// Asks the peer for as much as it may owe.
+void Swarm::fill(PeerLink& link) {
+    if (!link.is_live || !link.we_are_interested || !runs_) return;
+    if (link.chokes_us && (!link.speaks_fast || link.allowed.empty())) return;
+    const Clock::time_point now = network_.now();
+    const std::uint32_t depth = link.window.depth(now);
+    if (link.owes.size() >= depth) return;
+    Picker::Asker asker{.peer = link.number(), .has = link.has};
+    asker.is_fast = link.window.rate() * fast_piece_seconds > torrent_.piece_length;
+    asker.is_idle = link.owes.empty();
+    if (link.chokes_us) asker.only = link.allowed;
+    asker.rather = link.suggested;
+    const auto blocks = picker_.pick(asker, depth - link.owes.size());
+    for (const PieceBlock& block : blocks) {
+        link.owes.push_back(block);
+        link.send({.kind = MessageKind::request,
+                   .piece = block.piece,
+                   .begin = block.begin,
+                   .length = block.length});
+    }
+    if (!blocks.empty()) link.window.asked(now);
+}
+
+bool Swarm::take_block(PeerLink& link, const PeerMessage& message) {
+    const PieceBlock block{message.piece, message.begin, message.length};
+    const auto at = std::find(link.owes.begin(), link.owes.end(), block);
+    if (at == link.owes.end()) {
+        wasted_ += message.length;
+        return ++link.useless < most_useless;
+    }
+    link.owes.erase(at);
+    link.window.came(block.length, static_cast<std::uint32_t>(link.owes.size()), network_.now());
+    link.received += block.length;
+    const Picker::Arrival arrival = picker_.arrived(link.number(), block);
+    if (arrival.is_new) {
+        downloaded_ += block.length;
+        disk_.write(block, std::string(message.data), [this](const Result& why) { fail(why); });
+    } else {
+        wasted_ += block.length;
+    }
+    if (arrival.other) {
+        if (const auto other = links_.find(*arrival.other); other != links_.end()) {
+            std::erase(other->second->owes, block);
+            other->second->send({.kind = MessageKind::cancel,
+                                 .piece = block.piece,
+                                 .begin = block.begin,
+                                 .length = block.length});
+            fill(*other->second);
+        }
+    }
+    if (arrival.completes) check(block.piece);
+    fill(link);
+    return true;
+}
+
+void Swarm::check(std::uint32_t piece) {
+    disk_.check(piece, blames_.awaits(piece),
+                [this, piece](const SwarmDisk::Check& result) { checked(piece, result); });
+}
+
+void Swarm::checked(std::uint32_t piece, const SwarmDisk::Check& check) {
+    if (!runs_) return;
+    if (!check.result.ok()) return fail(check.result);
+    if (!check.is_good) {
+        const auto givers = picker_.failed(piece);
+        for (const Picker::Peer giver : givers) {
+            if (const auto at = links_.find(giver); at != links_.end())
+                givers_.insert_or_assign(giver, at->second->address());
+        }
+        blame(blames_.wrong(piece, givers, check.blocks));
+        for (auto& [number, link] : links_) fill(*link);
+        return;
+    }
+    for (const Picker::Peer guilty : blames_.right(piece, check.blocks)) blame(guilty);
+    picker_.add_have(piece);
+    for (auto& [number, link] : links_) {
+        if (!link->is_live) continue;
+        link->send({.kind = MessageKind::have, .piece = piece});
+        if (link->we_are_interested) update_interest(*link);
+    }
+    listener_.piece_came(piece);
+    if (runs_ && picker_.is_done()) listener_.completed();
+}
+
+void Swarm::blame(Picker::Peer peer) {
+    const auto giver = givers_.find(peer);
+    if (peer == 0 || giver == givers_.end()) return;
+    const SocketAddress address = giver->second;
+    candidates_.ban(address);
+    if (const auto at = links_.find(peer); at != links_.end()) drop(*at->second, true);
+    listener_.banned(address);
+}
+
+void Swarm::fail(const Result& why) {
+    if (!runs_) return;
+    stop();
+    listener_.failed(why);
+}
+
+void Swarm::take_reject(PeerLink& link, const PieceBlock& block) {
+    const auto at = std::find(link.owes.begin(), link.owes.end(), block);
+    if (at == link.owes.end()) return;
+    link.owes.erase(at);
+    if (link.owes.empty()) link.window.dropped();
+    picker_.lost(link.number(), block);
+    std::erase(link.allowed, block.piece);  // it is not asked for the same again
+    if (!link.chokes_us) return;
+    for (auto& [number, other] : links_) {
+        if (other.get() != &link) fill(*other);
+    }
+}
+
+bool Swarm::take_request(PeerLink& link, const PeerMessage& message) {
+    if (!is_block(message) || message.length > PeerReader::longest_block) return false;
+    const PieceBlock block{message.piece, message.begin, message.length};
+    const bool is_given =
+        !link.choked_by_us && picker_.have().has(block.piece) && link.wants.size() < most_wanted;
+    if (!is_given) {
+        refuse(link, block);
+        return true;
+    }
+    link.wants.push_back(block);
+    give(link);
+    return true;
+}
+
+void Swarm::refuse(PeerLink& link, const PieceBlock& block) {
+    if (!link.speaks_fast) return;
+    link.send(
+        {.kind = MessageKind::reject, .piece = block.piece, .begin = block.begin, .length = block.length});
+}
+
+void Swarm::take_cancel(PeerLink& link, const PieceBlock& block) {
+    const auto at = std::find(link.wants.begin(), link.wants.end(), block);
+    if (at == link.wants.end()) return;
+    link.wants.erase(at);
+    refuse(link, block);
+}
+
+void Swarm::drained(PeerLink& link) {
+    give(link);
+}
+
+// Reads blocks for the peer while there is room for them on their way out.
+void Swarm::give(PeerLink& link) {
+    while (!link.wants.empty() && link.reading < most_read_at_once &&
+           link.unsent() < PeerLink::enough_unsent) {
+        const PieceBlock block = link.wants.front();
+        link.wants.pop_front();
+        ++link.reading;
+        disk_.read(block, [this, number = link.number(), block](Outcome<std::string> bytes) {
+            gave(number, block, std::move(bytes));
+        });
+    }
+}
+
+void Swarm::gave(std::uint32_t number, const PieceBlock& block, Outcome<std::string> bytes) {
+    const auto at = links_.find(number);
+    if (!runs_ || at == links_.end()) return;
+    if (!bytes) return fail(bytes.failure());
+    PeerLink& link = *at->second;
+    --link.reading;
+    link.send({.kind = MessageKind::piece,
+               .piece = block.piece,
+               .begin = block.begin,
+               .length = block.length,
+               .data = *bytes});
+    link.given += block.length;
+    uploaded_ += block.length;
+    give(link);
+}
+
+bool Swarm::take_extended(PeerLink& link, const PeerMessage& message) {
+    if (message.extended == 0) {
+        const auto handshake = parse_extension_handshake(message.data);
+        if (!handshake) return false;
+        const std::int64_t number = handshake->metadata_number.value_or(0);
+        link.metadata_number = number > 0 && number < 256 ? static_cast<std::uint8_t>(number) : 0;
+        return true;
+    }
+    if (message.extended != own_metadata_number) return true;
+    const auto request = parse_metadata_message(message.data);
+    if (!request) return false;
+    if (request->type == static_cast<std::int64_t>(MetadataType::request))
+        give_metadata(link, request->piece);
+    return true;
+}
+
+// A part of the torrent's "info" value (BEP 9). What a peer does not take away is refused, so that it cannot
+// make this side hold many times its size.
+void Swarm::give_metadata(PeerLink& link, std::int64_t part) {
+    if (link.metadata_number == 0) return;
+    const auto parts = static_cast<std::int64_t>((torrent_.info.size() + metadata_part - 1) / metadata_part);
+    MetadataMessage answer;
+    answer.piece = part;
+    if (part < 0 || part >= parts || link.unsent() > PeerLink::enough_unsent) {
+        answer.type = static_cast<std::int64_t>(MetadataType::reject);
+    } else {
+        answer.type = static_cast<std::int64_t>(MetadataType::data);
+        answer.total_size = static_cast<std::int64_t>(torrent_.info.size());
+        answer.data = torrent_.info.substr(static_cast<std::size_t>(part) * metadata_part, metadata_part);
+    }
+    link.send(build_metadata_message(link.metadata_number, answer));
+}
+
+}  // namespace vantlow

@@ -1,0 +1,225 @@
+// The names of a storage's files: from absent to partial to finished and back, and away.
+#include <algorithm>
+#include <utility>
+
+#include "base/safe_name.h"
+#include "base/text.h"
+#include "platform/folder.h"
+#include "storage/storage.h"
+#include "storage/storage_use.h"
+
+namespace vantlow {
+
+Outcome<std::u16string> make_job_folder(const std::u16string& within, const std::u16string& name) {
+    std::u16string wanted = safe_file_name(name);
+    for (;;) {
+        const std::u16string path = join_path(within, wanted);
+        if (path_kind(path) == PathKind::none) {
+            if (FileError error = make_folders(path); !error.ok())
+                return Result(Code::local_file,
+                              "The folder " + to_utf8(path) + " cannot be made: " + error.text(),
+                              error.system_error);
+            return path;
+        }
+        wanted = free_name(wanted, [&](const std::u16string& candidate) {
+            return path_kind(join_path(within, candidate)) != PathKind::none;
+        });
+    }
+}
+
+std::u16string Storage::name_of_file(std::size_t file) const {
+    const MutexLock guard(mutex_);
+    const auto renamed = names_.find(file);
+    return renamed == names_.end() ? files_.at(file).path : renamed->second;
+}
+
+// A name beside the one that is given, under which there is neither a file nor a partial one.
+std::u16string Storage::free_name_in(const std::u16string& root, std::u16string_view name) const {
+    const std::u16string within(folder_of(name));
+    const std::u16string folder = join_path(root, within);
+    const std::u16string free = free_name(name_of(name), [&](const std::u16string& candidate) {
+        const std::u16string path = join_path(folder, candidate);
+        return path_kind(path) != PathKind::none ||
+               path_kind(path + std::u16string(partial_suffix)) != PathKind::none;
+    });
+    return join_path(within, free);
+}
+
+// Somebody may have taken the name meanwhile; theirs stays.
+Result Storage::rename_to_name(std::size_t file, const std::u16string& from) {
+    std::u16string root;
+    {
+        const MutexLock guard(mutex_);
+        root = roots_[places_[file].root];
+    }
+    std::u16string name = name_of_file(file);
+    for (;;) {
+        const FileError error = rename_no_replace(from, join_path(root, name));
+        if (error.ok()) break;
+        if (error.fault != FileFault::exists) return failure(error, join_path(root, name));
+        name = free_name_in(root, name);
+        log_.line(Direction::note, "The file is saved as " + to_utf8(join_path(root, name)));
+    }
+    const MutexLock guard(mutex_);
+    places_[file].shape = FileShape::finished;
+    if (name != files_.at(file).path) names_[file] = name;
+    return {};
+}
+
+Result Storage::finish(std::size_t file) {
+    const FileShape before = shape(file);
+    if (files_.at(file).padding || before == FileShape::finished) return {};
+    if (before == FileShape::absent && !is_chosen(file))
+        return {Code::unsupported, "The file is not chosen."};
+    std::u16string partial;
+    {
+        const Use use(*this);
+        std::shared_ptr<File> opened;
+        if (Result result = open_file(file, true, opened); !result.ok()) return result;
+        partial = path(file);
+        const std::int64_t length = files_.at(file).length;
+        if (opened->size() != length) {
+            if (FileError error = opened->resize(length); !error.ok()) return failure(error, partial);
+        }
+        // A power cut must not leave a whole name with half a file.
+        if (FileError error = opened->flush(); !error.ok()) return failure(error, partial);
+    }
+    const Alone alone(*this);
+    partial = path(file);  // it may have moved
+    if (Result result = rename_to_name(file, partial); !result.ok()) return result;
+    const std::u16string folder(folder_of(path(file)));
+    {
+        const MutexLock guard(mutex_);
+        unsynced_.erase(file);
+    }
+    if (FileError error = sync_folder(folder); !error.ok()) return failure(error, folder);
+    return {};
+}
+
+// It gets bytes again, because some that stood under its name were wrong.
+Result Storage::make_partial_again(std::size_t file) {
+    const Alone alone(*this);
+    std::u16string from;
+    std::u16string to;
+    {
+        const MutexLock guard(mutex_);
+        if (places_[file].shape != FileShape::finished) return {};
+        from = path_of(file);
+        to = path_in(places_[file].root, file, FileShape::partial);
+        open_.erase(file);  // it may be open for reading only
+    }
+    if (FileError error = rename_no_replace(from, to); !error.ok()) return failure(error, from);
+    const MutexLock guard(mutex_);
+    places_[file].shape = FileShape::partial;
+    return {};
+}
+
+// The bytes are put on the disk under another name before the file gets its own: until then the part file is
+// where they are looked for, also after a power cut.
+Result Storage::take_from_parts(std::size_t file) {
+    const ListedFile& listed = files_.at(file);
+    std::shared_ptr<File> part;
+    std::u16string target;
+    std::u16string source;
+    std::uint8_t root = 0;
+    {
+        const MutexLock guard(mutex_);
+        part = part_;
+        target = path_of(file);
+        source = part_path(part_root_);
+        root = places_[file].root;
+    }
+    if (!part || listed.length == 0) return {};
+    const std::int64_t there = part->size();
+    if (there < 0) return failure({FileFault::other, 0}, source);
+    const std::int64_t end = listed.offset + listed.length;
+    const std::array<std::int64_t, 2> pieces{listed.offset / piece_length_, (end - 1) / piece_length_};
+    const std::u16string fresh = target + u".new";
+    File made;
+    for (std::size_t i = 0; i < (pieces[0] == pieces[1] ? 1U : 2U); ++i) {
+        const std::int64_t slot = slot_of(pieces[i]);
+        const std::int64_t begin = std::max(listed.offset, pieces[i] * piece_length_);
+        const std::int64_t from = slot + begin - pieces[i] * piece_length_;
+        const std::int64_t length =
+            std::min({end - begin, (pieces[i] + 1) * piece_length_ - begin, there - from});
+        if (slot < 0 || length <= 0) continue;
+        if (!made.is_open()) {
+            FileError error = make_folder_of(root, fresh);
+            if (error.ok()) error = made.open(fresh, OpenMode::truncate);
+            if (!error.ok()) return failure(error, fresh);
+            allow_holes(fresh);
+        }
+        if (FileError error = made.copy_from(*part, from, begin - listed.offset, length); !error.ok()) {
+            made.close();
+            static_cast<void>(remove_file(fresh));
+            return failure(error, fresh);
+        }
+    }
+    if (!made.is_open()) return {};
+    FileError error = rules_.allocate ? made.allocate(listed.length) : FileError{};
+    if (error.ok()) error = made.flush();
+    made.close();
+    if (error.ok()) error = rename_no_replace(fresh, target);
+    if (error.ok()) error = sync_folder(std::u16string(folder_of(target)));
+    if (!error.ok()) {
+        static_cast<void>(remove_file(fresh));
+        return failure(error, target);
+    }
+    const MutexLock guard(mutex_);
+    places_[file].shape = FileShape::partial;
+    return {};
+}
+
+Result Storage::choose(std::size_t file, bool chosen) {
+    if (files_.at(file).padding || is_chosen(file) == chosen) return {};
+    const Alone alone(*this);
+    if (chosen && shape(file) == FileShape::absent) {
+        if (Result result = take_from_parts(file); !result.ok()) return result;
+    }
+    const MutexLock guard(mutex_);
+    places_[file].chosen = chosen;
+    return {};
+}
+
+// Folders in which somebody else has something stay.
+void Storage::remove_empty_folders(const std::u16string& root) {
+    std::set<std::u16string> folders;
+    for (std::size_t file = 0; file < files_.count(); ++file) {
+        std::u16string within(folder_of(files_.at(file).path));
+        while (!within.empty() && folders.insert(join_path(root, within)).second)
+            within = std::u16string(folder_of(within));
+    }
+    // A folder's path is longer than that of the one it is in.
+    std::vector<std::u16string> deepest_first(folders.begin(), folders.end());
+    std::stable_sort(deepest_first.begin(), deepest_first.end(),
+                     [](const auto& a, const auto& b) { return a.size() > b.size(); });
+    if (files_.count() > 1) deepest_first.push_back(root);
+    for (const std::u16string& folder : deepest_first) static_cast<void>(remove_folder(folder));
+}
+
+Result Storage::remove() {
+    std::vector<std::u16string> paths;
+    const StoragePlaces at = places();
+    {
+        const MutexLock guard(mutex_);
+        for (std::size_t file = 0; file < places_.size(); ++file) {
+            if (places_[file].shape != FileShape::absent) paths.push_back(path_of(file));
+        }
+        if (part_) paths.push_back(part_path(part_root_));
+    }
+    close();
+    Result first;
+    for (const std::u16string& path : paths) {
+        const FileError error = remove_file(path);
+        if (error.ok() || error.fault == FileFault::not_found) continue;
+        Result failed = failure(error, path);
+        if (first.ok()) first = std::move(failed);
+    }
+    remove_empty_folders(at.folder);
+    if (!at.other_folder.empty()) remove_empty_folders(at.other_folder);
+    const MutexLock guard(mutex_);
+    for (Place& place : places_) place.shape = FileShape::absent;
+    return first;
+}
+
+}  // namespace vantlow

@@ -1,0 +1,53 @@
+// The state of a storage: which pieces are good, and by which marks its files are known again.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "storage/storage.h"
+
+namespace vantlow {
+
+/// The mark of a file at the time of a saved state.
+struct FileMark {
+    std::int64_t size = -1;     ///< bytes; -1: it had no file
+    std::int64_t modified = 0;  ///< nanoseconds since 1970
+    bool in_work = false;       ///< it was written to: later writes may have changed size and time
+};
+
+/// What a later run may believe. A plain record.
+struct StorageState {
+    std::string identity;  ///< of the job's document, for example its info hash
+    std::int64_t piece_length = 0;
+    StoragePlaces places;
+    std::vector<bool> chosen;     ///< one for each file
+    std::vector<FileMark> marks;  ///< one for each file
+    std::vector<bool> good;       ///< one for each piece
+
+    /// Bytes for save_storage_state(): a head with a version, numbers of 8 bytes (big endian), a SHA-256
+    /// digest.
+    [[nodiscard]] std::vector<std::byte> encode() const;
+    /// None where the bytes are damaged, of another version, or contradict themselves.
+    static std::optional<StorageState> decode(std::span<const std::byte> bytes);
+};
+
+/// Where the state of a job is saved: beside its folder or its single file.
+std::u16string storage_state_path(const std::u16string& target);
+/// Puts everything written so far on the disk, then the state that names the pieces in `good`, all of which
+/// must have been written before the call. After a power cut the state never promises bytes that are not
+/// there. A failure leaves the state that was there, which stays true. The log of the storage hears of it.
+Result save_storage_state(Storage& storage, const std::string& identity, const std::vector<bool>& good,
+                          const std::u16string& path);
+/// None where there is no state, it is damaged, another user's, or another document's.
+std::optional<StorageState> load_storage_state(const std::u16string& path, const std::string& identity);
+
+/// Takes back what a state promises of files that are gone, shorter, or were changed by somebody else: the
+/// pieces in them, which are then no longer good and are to be checked. The storage is open. Returns those
+/// pieces.
+std::vector<std::size_t> doubt_changed_files(const Storage& storage, StorageState& state);
+
+}  // namespace vantlow

@@ -1,0 +1,280 @@
+// Whole swarms on a simulated network: every file is right at the end, whatever lines, liars and restarts
+// there are.
+#include <gtest/gtest.h>
+
+#include <functional>
+
+#include "bt/peer_store.h"
+#include "bt/swarm/swarm.h"
+#include "support/network/simulated_network.h"
+
+namespace vantlow::test {
+namespace {
+
+using namespace std::chrono_literals;
+
+/// A torrent's bytes, made of a seed.
+struct Content {
+    std::string bytes;
+    std::uint32_t piece_length;
+    SwarmTorrent torrent;
+
+    Content(std::uint32_t seed, std::size_t size, std::uint32_t length) : piece_length(length) {
+        std::minstd_rand random(seed);
+        bytes.resize(size);
+        for (char& byte : bytes) byte = static_cast<char>(random());
+        torrent.info = "d4:name4:teste";
+        torrent.info_hash = hash_of(torrent.info + std::to_string(seed));
+        torrent.total = static_cast<std::int64_t>(size);
+        torrent.piece_length = length;
+    }
+    [[nodiscard]] std::string_view piece(std::uint32_t number) const {
+        return std::string_view(bytes).substr(std::size_t{number} * piece_length, piece_length);
+    }
+};
+
+/// A disk in memory that takes its time, and may be slow or fail.
+class TestDisk : public SwarmDisk {
+  public:
+    TestDisk(net::Network& network, const Content& content)
+        : network_(network), content_(content), bytes_(content.bytes.size(), '\0'), room_(network.timers()) {}
+
+    void write(const PieceBlock& block, std::string bytes, std::function<void(Result)> failed) override {
+        waiting_ += bytes.size();
+        most_waiting = std::max(most_waiting, waiting_);
+        later([this, block, bytes = std::move(bytes), failed = std::move(failed)] {
+            waiting_ -= bytes.size();
+            if (fails) return failed({Code::local_file, "The disk is full."});
+            bytes_.replace(at(block), bytes.size(), bytes);
+        });
+    }
+    [[nodiscard]] bool is_full() const override { return waiting_ > high; }
+    void when_room(std::function<void()> call) override {
+        room_.start(network_.now() + 10ms, [this, call = std::move(call)] {
+            if (is_full()) return when_room(call);
+            call();
+        });
+    }
+    void check(std::uint32_t piece, bool wants_blocks, std::function<void(Check)> done) override {
+        later([this, piece, wants_blocks, done = std::move(done)] {
+            const std::string_view expected = content_.piece(piece);
+            const std::string_view has =
+                std::string_view(bytes_).substr(std::size_t{piece} * content_.piece_length, expected.size());
+            Check check{.is_good = has == expected};
+            if (!check.is_good || wants_blocks) {
+                for (std::size_t i = 0; i < has.size(); i += block_size)
+                    check.blocks.push_back(hash_of(has.substr(i, block_size)));
+            }
+            done(check);
+        });
+    }
+    void read(const PieceBlock& block, std::function<void(Outcome<std::string>)> done) override {
+        later([this, block, done = std::move(done)] {
+            std::string bytes = bytes_.substr(at(block), block.length);
+            if (lies && (block.begin / block_size) % 2 == 1) bytes[0] = static_cast<char>(bytes[0] + 1);
+            done(std::move(bytes));
+        });
+    }
+    void fill() { bytes_ = content_.bytes; }
+    [[nodiscard]] bool is_right() const { return bytes_ == content_.bytes; }
+
+    std::chrono::milliseconds pace{1};
+    std::size_t high = SIZE_MAX;
+    std::size_t most_waiting = 0;
+    bool lies = false;
+    bool fails = false;
+
+  private:
+    [[nodiscard]] std::size_t at(const PieceBlock& block) const {
+        return std::size_t{block.piece} * content_.piece_length + block.begin;
+    }
+    // One after the other, as they were asked for.
+    void later(std::function<void()> work) {
+        free_ = std::max(free_, network_.now()) + pace;
+        timers_.push_back(std::make_unique<net::Timer>(network_.timers()));
+        timers_.back()->start(free_, std::move(work));
+        if (timers_.size() > 4096)
+            std::erase_if(timers_, [](const auto& timer) { return !timer->is_running(); });
+    }
+
+    net::Network& network_;
+    const Content& content_;
+    std::string bytes_;
+    std::size_t waiting_ = 0;
+    Clock::time_point free_{};
+    std::vector<std::unique_ptr<net::Timer>> timers_;
+    net::Timer room_;
+};
+
+/// A program with one torrent on a host of its own.
+class Client : public SwarmListener {
+  public:
+    Client(SimulatedInternet& internet, const Content& content, int number, const HostTraits& traits = {})
+        : host(internet.add_host("192.0.2." + std::to_string(number), traits)),
+          disk(host, content),
+          down(host.now()),
+          up(host.now()) {
+        SwarmTorrent torrent = content.torrent;
+        torrent.peer_id = "-VL0000-client-" + std::to_string(10000 + number);
+        options.seed = static_cast<std::uint32_t>(number);
+        swarm.emplace(host, disk, *this, torrent, LinkLimits{down, up}, options);
+        SocketAddress at = host.address();
+        listener = *host.listen(at, 64);
+        accept();
+    }
+    void be_seed() {
+        disk.fill();
+        for (std::uint32_t piece = 0; piece < swarm->picker().pieces(); ++piece) swarm->add_have(piece);
+    }
+    void completed() override { is_complete = true; }
+    void banned(const SocketAddress& peer) override { bans.push_back(peer); }
+    void failed(const Result& why) override { failure = why; }
+    [[nodiscard]] SocketAddress address() const { return *listener->address(); }
+
+    SimulatedHost& host;
+    TestDisk disk;
+    net::SharedTokens down;
+    net::SharedTokens up;
+    SwarmOptions options;
+    std::unique_ptr<net::Listener> listener;
+    bool is_complete = false;
+    std::vector<SocketAddress> bans;
+    std::optional<Result> failure;
+    std::optional<Swarm> swarm;
+
+  private:
+    void accept() {
+        listener->accept([this](auto taken) {
+            if (taken) swarm->take_incoming(*std::move(taken));
+            accept();
+        });
+    }
+};
+
+bool is_same_host(const SocketAddress& a, const SocketAddress& b) {
+    return address_bytes(a) == address_bytes(b);
+}
+
+class Swarms {
+  public:
+    Swarms(std::uint64_t seed, const Content& of) : internet(seed), content(of) {}
+
+    Client& add(const HostTraits& traits = {}) {
+        const int number = static_cast<int>(clients.size()) + 1;
+        clients.push_back(std::make_unique<Client>(internet, content, number, traits));
+        return *clients.back();
+    }
+    void meet() {
+        std::vector<SocketAddress> all;
+        for (const auto& client : clients) all.push_back(client->address());
+        for (const auto& client : clients) {
+            client->swarm->start();
+            client->swarm->add_peers(all);
+        }
+    }
+    bool all_right(std::chrono::seconds at_most) {
+        const auto each = [&](const auto& test) { return std::all_of(clients.begin(), clients.end(), test); };
+        const auto has_all = [](const auto& client) { return client->swarm->picker().have().is_all(); };
+        return internet.run_until([&] { return each(has_all); }, at_most) &&
+               each([](const auto& client) { return client->disk.is_right(); });
+    }
+
+    SimulatedInternet internet;
+    const Content& content;
+    std::vector<std::unique_ptr<Client>> clients;
+};
+
+TEST(SwarmTest, FetchesFarAwayAtTheFullSpeedOfTheLine) {
+    const Content content(1, 12'000'000, 256 * 1024);
+    Swarms world(1, content);
+    world.add({.latency = 100ms, .up = 2e6, .window = 2'000'000}).be_seed();
+    Client& leecher = world.add({.window = 2'000'000});
+    const auto begin = world.internet.now();
+    world.meet();
+    ASSERT_TRUE(world.all_right(120s));
+    const double seconds = std::chrono::duration<double>(world.internet.now() - begin).count();
+    EXPECT_LT(seconds, 1.15 * 12e6 / 2e6 + 1) << "the ideal, and a second to begin";
+    EXPECT_TRUE(leecher.is_complete);
+    EXPECT_EQ(leecher.swarm->downloaded(), 12'000'000);
+    EXPECT_LT(leecher.swarm->wasted(), 200'000);
+}
+
+TEST(SwarmTest, ASlowDiskHoldsThePeersBackAndAFailingOneEndsIt) {
+    const Content content(2, 3'000'000, 64 * 1024);
+    Swarms world(2, content);
+    world.add().be_seed();
+    Client& slow = world.add();
+    slow.disk.pace = 20ms;
+    slow.disk.high = 300'000;
+    Client& broken = world.add();
+    broken.disk.fails = true;
+    world.meet();
+    ASSERT_TRUE(world.internet.run_until([&] { return slow.disk.is_right(); }, 120s));
+    EXPECT_LT(slow.disk.most_waiting, 700'000U) << "what was on its way, and no more";
+    ASSERT_TRUE(broken.failure);
+    EXPECT_EQ(broken.failure->code, Code::local_file);
+    EXPECT_EQ(broken.swarm->peers(), 0U);
+}
+
+TEST(SwarmTest, ALiarIsFoundAndLeftAndNobodyElse) {
+    const Content content(3, 2'000'000, 128 * 1024);
+    Swarms world(3, content);
+    for (int i = 0; i < 4; ++i) world.add().be_seed();
+    Client& liar = *world.clients[2];
+    liar.disk.lies = true;
+    Client& leecher = world.add();
+    world.meet();
+    ASSERT_TRUE(world.all_right(300s));
+    EXPECT_TRUE(leecher.disk.is_right());
+    for (const SocketAddress& address : leecher.bans) EXPECT_TRUE(is_same_host(address, liar.address()));
+    EXPECT_FALSE(leecher.bans.empty());
+}
+
+// By a seed: lines, losses, liars, who begins with what, cuts and restarts.
+void run_any(std::uint32_t seed) {
+    std::minstd_rand random(seed);
+    const auto below = [&](std::uint32_t bound) { return static_cast<std::uint32_t>(random() % bound); };
+    const Content content(seed, 1 + below(900'000), block_size * (1 + below(5)));
+    Swarms world(seed, content);
+    const int count = 3 + static_cast<int>(below(5));
+    for (int i = 0; i < count; ++i) {
+        Client& client = world.add({.latency = std::chrono::milliseconds(1 + below(120)),
+                                    .up = 50'000.0 + below(3'000'000),
+                                    .down = 100'000.0 + below(9'000'000),
+                                    .loss = below(3) == 0 ? 0.02 : 0.0});
+        client.disk.pace = std::chrono::milliseconds(1 + below(5));
+        if (i == 0) client.be_seed();
+        if (i == 1 && below(3) == 0) {
+            client.be_seed();
+            client.disk.lies = true;
+        }
+    }
+    world.meet();
+    for (int i = 0; i < 3; ++i) {
+        world.internet.run_for(std::chrono::milliseconds(200 + below(2000)));
+        Client& victim = *world.clients[2 + below(static_cast<std::uint32_t>(count) - 2)];
+        if (below(2) == 0) {
+            victim.host.cut();
+            world.internet.run_for(std::chrono::milliseconds(below(8000)));
+            victim.host.mend();
+        }
+    }
+    ASSERT_TRUE(world.all_right(1200s));
+    const SocketAddress liar = world.clients[1]->address();
+    for (const auto& client : world.clients) {
+        for (const SocketAddress& address : client->bans)
+            EXPECT_TRUE(world.clients[1]->disk.lies && is_same_host(address, liar))
+                << "an honest one was banned";
+    }
+}
+
+TEST(SwarmTest, AnySwarmEndsWithEveryFileRight) {
+    for (std::uint32_t seed = 1; seed <= 300; ++seed) {
+        SCOPED_TRACE(seed);
+        run_any(seed);
+        if (testing::Test::HasFatalFailure()) return;
+    }
+}
+
+}  // namespace
+}  // namespace vantlow::test
