@@ -268,10 +268,14 @@ TEST_F(RowsTest, ARunningJobChangesItsCellsAndMovesOnceASecond) {
     EXPECT_EQ(rows.cell(0, Column::done), "27 %");
     EXPECT_NE(rows.cell(0, Column::left), "");
     EXPECT_GT(live.down(), 100000);
+    session(jobs[0]).twin().file_size = 10'000'000;
     end(jobs[0]);
-    rows.changed(news(), now);
+    rows.changed(news(), now);  // nobody has looked at the figures since
+    EXPECT_EQ(rows.cell(*rows.row_of(jobs[0]), Column::done), "100 %");
+    EXPECT_EQ(rows.cell(*rows.row_of(jobs[0]), Column::speed), "");
+    end(jobs[1]);
     live.look(now += milliseconds(300));
-    EXPECT_EQ(live.find(jobs[0]), nullptr);
+    EXPECT_EQ(live.down(), 0);
     EXPECT_FALSE(rows.facts(rows.size()).has_value());
 }
 

@@ -1,7 +1,6 @@
 #include "app/window/model/job_columns.h"
 
 #include <algorithm>
-#include <bit>
 
 #include "app/process/job_view.h"
 #include "app/terminal/display_text.h"
@@ -227,7 +226,7 @@ RowOrder::RowOrder(std::vector<SortKey> keys, const Engine& engine, const LiveJo
 }
 
 void RowOrder::append_key(const CJobNode& job, std::string& key) const {
-    const LiveJob* const live = live_order_ && live_ != nullptr ? live_->find(job.identity) : nullptr;
+    const LiveJob* const live = live_order_ && live_ != nullptr ? live_->find(job) : nullptr;
     for (const SortKey& sort : keys_) {
         const std::size_t begin = key.size();
         switch (sort.column) {

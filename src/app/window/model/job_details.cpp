@@ -66,7 +66,7 @@ std::vector<DetailLine> JobDetails::lines() const {
     const CJobNode* const job = engine_.find(job_);
     if (job == nullptr) return lines;
     const JobView view(engine_, *job);
-    const RowFacts facts{*job, view.category, live_.find(job_)};
+    const RowFacts facts{*job, view.category, live_.find(*job)};
     const auto add = [&lines](std::string label, std::string value) {
         if (!value.empty()) lines.push_back({std::move(label), std::move(value)});
     };

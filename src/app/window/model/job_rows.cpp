@@ -1,10 +1,7 @@
 #include "app/window/model/job_rows.h"
 
 #include <algorithm>
-#include <bit>
-#include <cstring>
 #include <ctime>
-#include <numeric>
 #include <utility>
 
 namespace vantlow {
@@ -48,6 +45,47 @@ void sort_keys(std::vector<Sorted>& rows, std::string_view arena) {
         if (a.first != b.first) return a.first < b.first;
         return arena.substr(a.offset, a.length) < arena.substr(b.offset, b.length);
     });
+}
+
+// A row on its way to another place.
+struct Mover {
+    std::string key;
+    std::uint32_t slot = 0;
+    std::size_t before = 0;  ///< the row, of those that stay, that it stands in front of
+};
+
+std::vector<std::uint32_t> without(const std::vector<std::uint32_t>& rows,
+                                   const std::vector<std::size_t>& out) {
+    std::vector<std::uint32_t> stay;
+    stay.reserve(rows.size());
+    std::size_t from = 0;
+    for (const std::size_t row : out) {
+        stay.insert(stay.end(), rows.begin() + static_cast<std::ptrdiff_t>(from),
+                    rows.begin() + static_cast<std::ptrdiff_t>(row));
+        from = row + 1;
+    }
+    stay.insert(stay.end(), rows.begin() + static_cast<std::ptrdiff_t>(from), rows.end());
+    return stay;
+}
+
+// The rows with the movers among them; `in` gets where these stand.
+std::vector<std::uint32_t> merged(const std::vector<std::uint32_t>& stay, std::vector<Mover>& movers,
+                                  std::vector<std::size_t>& in) {
+    std::ranges::sort(movers, [](const Mover& a, const Mover& b) {
+        return a.before != b.before ? a.before < b.before : a.key < b.key;
+    });
+    std::vector<std::uint32_t> rows;
+    rows.reserve(stay.size() + movers.size());
+    std::size_t from = 0;
+    for (const Mover& mover : movers) {
+        rows.insert(rows.end(), stay.begin() + static_cast<std::ptrdiff_t>(from),
+                    stay.begin() + static_cast<std::ptrdiff_t>(mover.before));
+        from = mover.before;
+        in.push_back(rows.size());
+        rows.push_back(mover.slot);
+    }
+    rows.insert(rows.end(), stay.begin() + static_cast<std::ptrdiff_t>(from), stay.end());
+    return rows;
 }
 
 std::int64_t wall_time() noexcept {
@@ -152,7 +190,7 @@ std::optional<RowFacts> JobRows::facts(std::size_t row) const {
     if (row >= rows_.size()) return std::nullopt;
     const CJobNode* const job = engine_.find(at(row));
     if (job == nullptr) return std::nullopt;
-    return RowFacts{*job, engine_.category_of(*job), live_.find(job->identity)};
+    return RowFacts{*job, engine_.category_of(*job), live_.find(*job)};
 }
 
 std::string JobRows::cell(std::size_t row, Column column) const {
@@ -248,12 +286,6 @@ void JobRows::move_waiting(RowNews& news) {
         news.all = true;
         return;
     }
-    struct Mover {
-        std::string key;
-        Slot slot = 0;
-        std::size_t before = 0;  ///< the row, of those that stay, that it stands in front of
-        std::uint32_t old_row = hidden;
-    };
     std::vector<Mover> movers;
     std::vector<std::size_t> out;
     std::vector<Guid> gone;
@@ -264,21 +296,11 @@ void JobRows::move_waiting(RowNews& news) {
         const CJobNode* const job = engine_.find(entry.job);
         if (job == nullptr) gone.push_back(entry.job);
         if (job == nullptr || !filter_.passes(*job)) continue;
-        Mover mover{{}, slot, 0, entry.row};
-        order_.append_key(*job, mover.key);
-        movers.push_back(std::move(mover));
+        movers.push_back({{}, slot, 0});
+        order_.append_key(*job, movers.back().key);
     }
     std::ranges::sort(out);
-    std::vector<Slot> stay;
-    stay.reserve(rows_.size());
-    std::size_t next_out = 0;
-    for (std::size_t row = 0; row < rows_.size(); ++row) {
-        if (next_out < out.size() && out[next_out] == row) {
-            ++next_out;
-        } else {
-            stay.push_back(rows_[row]);
-        }
-    }
+    const std::vector<Slot> stay = without(rows_, out);
     std::string key;
     for (Mover& mover : movers) {
         const auto place = std::partition_point(stay.begin(), stay.end(), [&](Slot slot) {
@@ -290,37 +312,16 @@ void JobRows::move_waiting(RowNews& news) {
         });
         mover.before = static_cast<std::size_t>(place - stay.begin());
     }
-    std::ranges::sort(movers, [](const Mover& a, const Mover& b) {
-        return a.before != b.before ? a.before < b.before : a.key < b.key;
-    });
-    std::vector<Slot> before_rows = std::exchange(rows_, {});
-    rows_.reserve(stay.size() + movers.size());
-    std::vector<std::size_t> in;
-    std::size_t taken = 0;
-    for (const Mover& mover : movers) {
-        rows_.insert(rows_.end(), stay.begin() + static_cast<std::ptrdiff_t>(taken),
-                     stay.begin() + static_cast<std::ptrdiff_t>(mover.before));
-        taken = mover.before;
-        in.push_back(rows_.size());
-        rows_.push_back(mover.slot);
-    }
-    rows_.insert(rows_.end(), stay.begin() + static_cast<std::ptrdiff_t>(taken), stay.end());
-    for (const std::size_t row : out) slots_[before_rows[row]].row = hidden;
+    for (const std::size_t row : out) slots_[rows_[row]].row = hidden;
+    const std::vector<Slot> before = std::exchange(rows_, merged(stay, movers, news.inserted));
     renumber(0);
-    // One that is back in its old place did not move.
-    if (rows_.size() == before_rows.size()) {
-        const auto stays = [&](std::size_t row) { return rows_[row] == before_rows[row]; };
-        std::vector<std::size_t> same;
-        std::ranges::set_intersection(out, in, std::back_inserter(same));
-        std::erase_if(same, [&](std::size_t row) { return !stays(row); });
-        // Only where all others keep their numbers too is a row that stayed no removed and inserted one.
-        if (same.size() == in.size() && same.size() == out.size()) {
-            out.clear();
-            in.clear();
-        }
-    }
     news.removed = std::move(out);
-    news.inserted = std::move(in);
+    // Those that are all back in their old places did not move.
+    const auto same = [&](std::size_t row) { return rows_[row] == before[row]; };
+    if (news.removed == news.inserted && std::ranges::all_of(news.removed, same)) {
+        news.removed.clear();
+        news.inserted.clear();
+    }
     for (const Guid& job : gone) forget(job);
 }
 

@@ -17,6 +17,8 @@ namespace {
 
 constexpr std::size_t most_links = 10000;
 constexpr std::size_t longest_link = 16384;
+constexpr std::size_t longest_text = std::size_t{16} << 20U;  ///< of a clipboard or a drop, bytes
+constexpr std::size_t longest_pattern = 64;
 
 /// Links in their order, each once.
 class LinkList {
@@ -228,12 +230,12 @@ bool read_pattern(std::string_view text, Pattern& pattern) {
 std::vector<Pattern> patterns_in(std::string_view address) {
     std::vector<Pattern> patterns;
     for (std::size_t at = address.find('['); at != std::string_view::npos; at = address.find('[', at + 1)) {
-        const auto end = address.find(']', at);
-        if (end == std::string_view::npos) break;
+        const std::string_view inside = address.substr(at + 1, longest_pattern);
+        const auto length = inside.find(']');
         Pattern pattern;
-        if (!read_pattern(address.substr(at + 1, end - at - 1), pattern)) continue;
+        if (length == std::string_view::npos || !read_pattern(inside.substr(0, length), pattern)) continue;
         pattern.begin = at;
-        pattern.end = end + 1;
+        pattern.end = at + length + 2;
         patterns.push_back(pattern);
     }
     return patterns;
@@ -250,6 +252,7 @@ bool is_fetchable(std::string_view address) {
 }
 
 std::vector<std::string> links_in_text(std::string_view text) {
+    text = text.substr(0, longest_text);
     LinkList list;
     for (std::size_t at = 0; at < text.size() && !list.is_full();) {
         const std::string_view rest = text.substr(at);
@@ -270,6 +273,7 @@ std::vector<std::string> links_in_text(std::string_view text) {
 std::vector<std::string> links_in_html(std::string_view html, std::string_view base) {
     LinkList list;
     std::string site(base);
+    html = html.substr(0, longest_text);
     html = take_clipboard_head(html, site);
     for (std::size_t at = html.find('<'); at != std::string_view::npos && !list.is_full();
          at = html.find('<', at)) {

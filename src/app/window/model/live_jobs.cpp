@@ -37,12 +37,19 @@ void LiveJobs::look(Time now) {
         entry.round = round_;
     }
     std::erase_if(jobs_, [this](const auto& one) { return one.second.round != round_; });
+    if (jobs_.empty()) down_ = SpeedMeter();
     down_.update(received_, now);
 }
 
-const LiveJob* LiveJobs::find(const Guid& job) const {
-    const auto at = jobs_.find(job);
+const LiveJob* LiveJobs::find(const CJobNode& job) const {
+    if (job.state != JobState::running) return nullptr;
+    const auto at = jobs_.find(job.identity);
     return at == jobs_.end() ? nullptr : &at->second;
+}
+
+const LiveJob* LiveJobs::find(const Guid& job) const {
+    const CJobNode* const record = engine_.find(job);
+    return record != nullptr ? find(*record) : nullptr;
 }
 
 }  // namespace vantlow

@@ -31,9 +31,12 @@ class LiveJobs {
     using Time = std::chrono::steady_clock::time_point;
 
     explicit LiveJobs(const Engine& engine) : engine_(engine) {}
-    /// Looks at all running jobs. At most four times a second; sooner calls do nothing.
+    /// Looks at all running jobs; where none runs any more all speeds are 0. At most four times a second;
+    /// sooner calls do nothing.
     void look(Time now);
 
+    /// Null where the job does not run, also when it ended since the last look.
+    [[nodiscard]] const LiveJob* find(const CJobNode& job) const;
     [[nodiscard]] const LiveJob* find(const Guid& job) const;
     [[nodiscard]] const auto& all() const noexcept { return jobs_; }
     [[nodiscard]] double down() const noexcept { return down_.bytes_per_second(); }
