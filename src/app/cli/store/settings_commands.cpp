@@ -4,10 +4,10 @@
 #include <algorithm>
 #include <memory>
 
-#include "app/process/known_settings.h"
 #include "app/cli/report.h"
 #include "app/cli/store/store_command.h"
 #include "app/process/ending.h"
+#include "app/process/known_settings.h"
 #include "app/process/system_settings.h"
 #include "app/terminal/display_text.h"
 #include "base/text.h"
