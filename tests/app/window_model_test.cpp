@@ -268,9 +268,9 @@ TEST_F(WindowTest, AFormIsCheckedAndBecomesADraft) {
         NewJobForm spoilt = form;
         one.spoil(spoilt);
         const std::vector<FormFault> faults = jobs.check(spoilt);
-        ASSERT_EQ(faults.size(), 1U) << text_of(one.fault);
+        ASSERT_EQ(faults.size(), 1U) << sentence_of(one.fault);
         EXPECT_EQ(faults[0], one.fault);
-        EXPECT_FALSE(text_of(faults[0]).empty());
+        EXPECT_FALSE(sentence_of(faults[0]).empty());
     }
 }
 

@@ -46,7 +46,7 @@ std::string without_login(const std::string& link) {
 
 }  // namespace
 
-std::string text_of(const FormFault& fault) {
+std::string sentence_of(const FormFault& fault) {
     using Wrong = FormFault::Kind;
     switch (fault.kind) {
         case Wrong::empty:

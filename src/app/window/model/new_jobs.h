@@ -44,7 +44,7 @@ struct FormFault {
     std::string subject{};  ///< UTF-8, without credentials
     bool operator==(const FormFault&) const = default;
 };
-std::string text_of(const FormFault& fault);
+std::string sentence_of(const FormFault& fault);
 
 /// Jobs that have one of these addresses already.
 struct KnownAddress {

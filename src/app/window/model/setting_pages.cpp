@@ -178,7 +178,7 @@ SettingPages::Fault SettingPages::unset(std::string_view name) {
     return Fault::none;
 }
 
-std::string text_of(SettingPages::Fault fault) {
+std::string sentence_of(SettingPages::Fault fault) {
     using Fault = SettingPages::Fault;
     switch (fault) {
         case Fault::none:

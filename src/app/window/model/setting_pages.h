@@ -62,6 +62,6 @@ class SettingPages {
     const Settings& settings_;
     std::vector<std::pair<std::string, std::string>> languages_;
 };
-std::string text_of(SettingPages::Fault fault);
+std::string sentence_of(SettingPages::Fault fault);
 
 }  // namespace vantlow

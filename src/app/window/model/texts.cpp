@@ -119,7 +119,7 @@ std::string kind_text(JobKind kind) {
     return {};
 }
 
-std::string text_of(const Done& done) {
+std::string sentence_of(const Done& done) {
     using Fault = Done::Fault;
     switch (done.fault) {
         case Fault::none:
@@ -156,7 +156,7 @@ std::string text_of(const Done& done) {
     return {};
 }
 
-std::string text_of(const DraftFault& fault) {
+std::string sentence_of(const DraftFault& fault) {
     using Fault = DraftFault::Kind;
     const std::string subject = shown(fault.subject);
     const std::string item = printable(fault.item);
@@ -192,7 +192,7 @@ std::string text_of(const DraftFault& fault) {
     return {};
 }
 
-std::string text_of(const Question& question) {
+std::string sentence_of(const Question& question) {
     const std::string server = printable(question.server);
     switch (question.kind) {
         case QuestionKind::host_key:

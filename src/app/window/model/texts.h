@@ -28,10 +28,10 @@ std::string percent_text(std::int64_t done, std::int64_t size);
 std::string state_text(JobState state);
 std::string kind_text(JobKind kind);
 /// The reason of a failed operation: a sentence; empty where it was done.
-std::string text_of(const Done& done);
-std::string text_of(const DraftFault& fault);
+std::string sentence_of(const Done& done);
+std::string sentence_of(const DraftFault& fault);
 /// The sentence that a dialog asks; its files stand in the question.
-std::string text_of(const Question& question);
+std::string sentence_of(const Question& question);
 
 /// Letter case and width taken off, for searches: ASCII, Latin, Greek and Cyrillic letters.
 char16_t folded(char16_t c) noexcept;

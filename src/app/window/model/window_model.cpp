@@ -49,7 +49,7 @@ void WindowModel::ended(const JobEnd& end) {
 
 void WindowModel::followed(const Followed& followed) {
     if (!on_trouble) return;
-    for (const DraftFault& fault : followed.faults) on_trouble(text_of(fault));
+    for (const DraftFault& fault : followed.faults) on_trouble(sentence_of(fault));
 }
 
 void WindowModel::asked(const std::vector<Question>& open) {
