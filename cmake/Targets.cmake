@@ -76,9 +76,10 @@ function(vantlow_runtime_library name)
     endif()
 endfunction()
 
-# vantlow_program(name SOURCES path... LINK target... DESCRIPTION text): nothing when a source is not there.
+# vantlow_program(name SOURCES path... LINK target... DESCRIPTION text [WINDOW]): nothing when a source is not there. WINDOW:
+# on Windows it has no console of its own, and what its window's toolkit needs.
 function(vantlow_program name)
-    cmake_parse_arguments(PARSE_ARGV 1 arg "" "DESCRIPTION" "SOURCES;LINK")
+    cmake_parse_arguments(PARSE_ARGV 1 arg "WINDOW" "DESCRIPTION" "SOURCES;LINK")
     list(TRANSFORM arg_SOURCES PREPEND "${PROJECT_SOURCE_DIR}/src/")
     file(GLOB sources CONFIGURE_DEPENDS ${arg_SOURCES})
     if(NOT sources)
@@ -86,7 +87,12 @@ function(vantlow_program name)
     endif()
     add_executable(${name} ${sources})
     target_link_libraries(${name} PRIVATE ${arg_LINK} vantlow_warnings vantlow_hardening)
-    vantlow_add_resources(${name} DESCRIPTION "${arg_DESCRIPTION}" TYPE VFT_APP MANIFEST)
+    set(kind MANIFEST)
+    if(arg_WINDOW)
+        set_target_properties(${name} PROPERTIES WIN32_EXECUTABLE ON)
+        set(kind WINDOW)
+    endif()
+    vantlow_add_resources(${name} DESCRIPTION "${arg_DESCRIPTION}" TYPE VFT_APP ${kind})
 endfunction()
 
 # The version for the sources that print it.
@@ -97,10 +103,11 @@ function(vantlow_define_version name)
     endif()
 endfunction()
 
-# vantlow_add_resources(name DESCRIPTION text TYPE VFT_APP|VFT_DLL [MANIFEST]): the version resource of a Windows file
-# and, for programs, the application manifest. Nothing elsewhere.
+# vantlow_add_resources(name DESCRIPTION text TYPE VFT_APP|VFT_DLL [MANIFEST|WINDOW]): the version resource of a Windows file
+# and, for programs, the application manifest; with WINDOW that of programs with windows, and the toolkit's pictures.
+# Nothing elsewhere.
 function(vantlow_add_resources name)
-    cmake_parse_arguments(PARSE_ARGV 1 arg "MANIFEST" "DESCRIPTION;TYPE" "")
+    cmake_parse_arguments(PARSE_ARGV 1 arg "MANIFEST;WINDOW" "DESCRIPTION;TYPE" "")
     if(NOT WIN32)
         return()
     endif()
@@ -116,7 +123,18 @@ function(vantlow_add_resources name)
         set(RESOURCE_FILE "${name}.exe")
     endif()
     set(RESOURCE_MANIFEST "")
-    if(arg_MANIFEST)
+    set(MANIFEST_WINDOW "")
+    if(arg_WINDOW)
+        set(manifest "${PROJECT_BINARY_DIR}/resources/${name}.manifest")
+        file(READ "${PROJECT_SOURCE_DIR}/src/app/window.manifest.in" text)
+        file(READ "${PROJECT_SOURCE_DIR}/src/app/vantlow.manifest" all)
+        string(REPLACE "</assembly>" "${text}</assembly>" all "${all}")
+        file(WRITE "${manifest}" "${all}")
+        set(MANIFEST_WINDOW "#define wxUSE_NO_MANIFEST 1\n#define wxUSE_RC_MANIFEST 0\n#include \"wx/msw/wx.rc\"")
+        target_compile_definitions(${name} PRIVATE wxUSE_NO_MANIFEST=1)
+        target_link_libraries(${name} PRIVATE vantlow::toolkit)
+    endif()
+    if(arg_MANIFEST OR arg_WINDOW)
         set(RESOURCE_MANIFEST "CREATEPROCESS_MANIFEST_RESOURCE_ID RT_MANIFEST \"${manifest}\"")
     endif()
     configure_file("${template}" "${script}" @ONLY)

@@ -90,6 +90,35 @@ if(VANTLOW_IDN2_LIBRARY AND VANTLOW_PSL_LIBRARY AND VANTLOW_NAMES_INCLUDE)
     endif()
 endif()
 
+# The window's toolkit: the system's own (over GTK), or what tools/libraries built for Windows. Without it everything else
+# is built.
+if(WIN32)
+    find_package(wxWidgets 3.2 CONFIG QUIET COMPONENTS aui core base
+        PATHS "${CMAKE_SOURCE_DIR}/build/windows-wx/lib/cmake/wxWidgets" NO_DEFAULT_PATH NO_CMAKE_FIND_ROOT_PATH)
+else()
+    find_package(wxWidgets 3.2 QUIET COMPONENTS aui core base)
+    find_package(PkgConfig QUIET)
+    if(PkgConfig_FOUND)
+        pkg_check_modules(VANTLOW_GTK QUIET IMPORTED_TARGET gtk+-3.0)
+    endif()
+endif()
+if(wxWidgets_FOUND AND (WIN32 OR TARGET PkgConfig::VANTLOW_GTK))
+    add_library(vantlow_toolkit INTERFACE)
+    add_library(vantlow::toolkit ALIAS vantlow_toolkit)
+    target_compile_definitions(vantlow_toolkit INTERFACE wxNO_UNSAFE_WXSTRING_CONV=1)
+    if(WIN32)
+        target_link_libraries(vantlow_toolkit INTERFACE wx::aui wx::core wx::base)
+        # As the library was built: its installed configuration does not say so.
+        target_compile_definitions(vantlow_toolkit INTERFACE wxDEBUG_LEVEL=0)
+    else()
+        target_include_directories(vantlow_toolkit SYSTEM INTERFACE ${wxWidgets_INCLUDE_DIRS})
+        target_compile_definitions(vantlow_toolkit INTERFACE ${wxWidgets_DEFINITIONS} ${wxWidgets_DEFINITIONS_DEBUG})
+        target_link_libraries(vantlow_toolkit INTERFACE ${wxWidgets_LIBRARIES} PkgConfig::VANTLOW_GTK)
+    endif()
+else()
+    message(STATUS "wxWidgets was not found: the program with the window is not built")
+endif()
+
 # The operating system's own libraries.
 add_library(vantlow_system INTERFACE)
 add_library(vantlow::system ALIAS vantlow_system)

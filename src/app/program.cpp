@@ -214,13 +214,13 @@ Command read_words(const Words& words) {
     return read_command_line(words, add_commands, read_words);
 }
 
-Exit run(const Words& words) {
+Exit run(const Words& words, Desktop* desktop) {
     const Command command = read_words(words);
     if (!command.run) {
         write_stream(command.status == Exit::done ? Stream::output : Stream::error, command.text);
         return command.status;
     }
-    CFerrywellApp app;
+    CFerrywellApp app(desktop);
     std::string error;
     if (!app.start({command.global.settings_file, command.global.data_folder}, error)) {
         return complain(error);
@@ -233,8 +233,8 @@ Exit run(const Words& words) {
 
 }  // namespace
 
-Exit run_program(const Words& words) {
-    return final_status(run(words));
+Exit run_program(const Words& words, Desktop* desktop) {
+    return final_status(run(words, desktop));
 }
 
 }  // namespace vantlow

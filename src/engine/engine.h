@@ -276,6 +276,7 @@ class Engine {
     void note(const StoreChange& change);
     template <class Tell>
     void tell(const Tell& tell) {
+        // By number: a listener may be added meanwhile. NOLINTNEXTLINE(modernize-loop-convert)
         for (std::size_t i = 0; i < listeners_.size(); ++i) tell(*listeners_[i]);
     }
 

@@ -52,9 +52,25 @@ class EventLoop {
     virtual void post(std::function<void()> work) = 0;
     /// Runs until quit().
     virtual void run() = 0;
-    /// Ends run(). Any thread.
+    /// Ends run(), or asks the host to end. Any thread.
     virtual void quit() noexcept = 0;
+
+    /// A loop of somebody else on this thread, such as that of a window, which runs in place of run().
+    struct Host {
+        std::function<void()> wake;  ///< any thread: turn() is to be called soon; it must not throw
+        /// Windows: the top-level window (HWND) that stands for this process from now on, or null: further
+        /// starts find it, and what they send to it arrives here.
+        void* window = nullptr;
+    };
+    /// From now on a host runs the thread. To be called instead of run(), once, before the host begins.
+    virtual void be_hosted(Host host) = 0;
+    /// Runs the work and the timers that are due, waits for nothing. Only while hosted; may be called from
+    /// within itself (a dialog that the work opened). False once quit() was called.
+    virtual bool turn() = 0;
 };
+
+/// Whether this process could show a window: there is a graphical session. It may still refuse.
+bool has_display() noexcept;
 
 /// The answer to a request to the loop of another process.
 struct ProcessAnswer {
@@ -80,7 +96,7 @@ ProcessAnswer ask_process(const std::string& address, std::string_view request, 
                           const std::function<void(std::int64_t process)>& on_busy = {});
 
 /// Brings the window at this address, or the one that it opened last, to the front, and out of the task bar.
-/// Does nothing where there are no windows.
+/// Does nothing where windows belong to nobody else (Linux), or none is shown.
 void bring_to_front(const std::string& address) noexcept;
 
 /// The claim to be the one instance of this user session, held until the object ends.

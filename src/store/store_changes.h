@@ -54,6 +54,7 @@ class StoreWatchers {
     void tell(const StoreChange& change) {
         // The loop goes by number: a listener that is added meanwhile may or may not hear of this change.
         bool any_gone = false;
+        // NOLINTNEXTLINE(modernize-loop-convert)
         for (std::size_t i = 0; i < watches_.size(); ++i) {
             if (const Watch watch = watches_[i].lock()) {
                 (*watch)(change);

@@ -26,7 +26,7 @@ struct GlobalOptions {
     bool json = false;
     bool quiet = false;
     bool verbose = false;
-    bool no_window = false;      ///< nothing opens one so far
+    bool no_window = false;      ///< the resident program opens none
     bool in_background = false;  ///< another process started this one, and reports that it runs
 };
 
@@ -46,8 +46,9 @@ struct Command {
     CommandRun run;  ///< empty: `text` is all
     GlobalOptions global;
     Place place = Place::here;
-    std::string text;          ///< help to print to stdout, or a complaint for stderr
-    Exit status = Exit::done;  ///< the status that `text` ends with
+    bool shows_window = false;  ///< a start without a command's word: the running instance shows its window
+    std::string text;           ///< help to print to stdout, or a complaint for stderr
+    Exit status = Exit::done;   ///< the status that `text` ends with
 };
 
 /// A function that reads the words of a whole command line.

@@ -5,6 +5,7 @@
 #include <optional>
 #include <string>
 
+#include "app/process/desktop.h"
 #include "engine/engine.h"
 #include "platform/event_loop.h"
 #include "platform/stop.h"
@@ -25,7 +26,8 @@ struct StartOptions {
 /// but for stop(), which any thread may request.
 class CFerrywellApp {
   public:
-    CFerrywellApp() = default;
+    /// `desktop`: null where the program has no window; outlives the application.
+    explicit CFerrywellApp(Desktop* desktop = nullptr) : desktop_(desktop) {}
     CFerrywellApp(const CFerrywellApp&) = delete;
     CFerrywellApp& operator=(const CFerrywellApp&) = delete;
 
@@ -33,6 +35,7 @@ class CFerrywellApp {
     /// folder. False when the process cannot work (no sockets); `error` says why.
     bool start(const StartOptions& options, std::string& error);
 
+    [[nodiscard]] Desktop* desktop() const noexcept { return desktop_; }
     [[nodiscard]] Settings& settings() noexcept { return *settings_; }
     [[nodiscard]] const LibraryTables& libraries() const noexcept { return libraries_; }
     [[nodiscard]] StopSource& stop() noexcept { return stop_; }
@@ -57,6 +60,7 @@ class CFerrywellApp {
     [[nodiscard]] Engine::Options engine_options();
 
   private:
+    Desktop* const desktop_;
     StopSource stop_;
     std::unique_ptr<Settings> settings_;
     LibraryTables libraries_;

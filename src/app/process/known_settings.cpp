@@ -122,8 +122,8 @@ std::vector<KnownSetting> known_settings() {
         connect_interval, connect_timeout, always_retry, retries, limit, speed_limit, connection_buffer,
         data_buffer, disk_buffer, ssh_buffer, verify_peer, ca_file, proxy, proxy_resolves, get_cookie,
         cookie_file, enable_feat, ftp_passive, nat_in_port, nat_address, binary_types, trace_list,
-        dial_up_entry, dial_up_user, dial_up_password, monitor_torrent, monitor_ed2k, monitor_magnet, numwant,
-        crypto, torrent_tracker, magnet_trackers, window_layout);
+        dial_up_entry, dial_up_user, dial_up_password, monitor_torrent, monitor_ed2k, monitor_magnet,
+        close_to_tray, watch_clipboard, numwant, crypto, torrent_tracker, magnet_trackers, window_layout);
     std::ranges::sort(all, {}, [](const KnownSetting& one) { return std::tie(one.section, one.key); });
     return all;
 }

@@ -16,6 +16,12 @@ class Settings;
 namespace setting {
 /// The window as its user left it; in the window's own form.
 inline constexpr TextSetting window_layout{u"Window", u"Layout", u"", ""};
+inline constexpr NumberSetting close_to_tray{
+    u"Window", u"CloseToTray",
+    0,         0,
+    1,         "1: closing the window leaves its sign in the tray, and downloads go on"};
+inline constexpr NumberSetting watch_clipboard{
+    u"Window", u"WatchClipboard", 0, 0, 1, "1: links that other programs copy are offered for download"};
 }  // namespace setting
 
 /// One setting, UTF-8.

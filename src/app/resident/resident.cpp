@@ -2,6 +2,7 @@
 
 #include "app/process/ending.h"
 #include "app/process/hand_over.h"
+#include "app/process/system_settings.h"
 #include "base/text.h"
 #include "platform/console.h"
 #include "platform/process.h"
@@ -68,6 +69,22 @@ void Resident::end_when_idle(Display display) {
     display_ = std::move(display);
 }
 
+void Resident::be_hosted(std::function<void()> wake, void* window) {
+    loop_->be_hosted({std::move(wake), window});
+}
+
+void Resident::follow_setting(std::u16string_view section, std::u16string_view key) {
+    const FileError failed = vantlow::follow_setting(app_, section, key);
+    if (!failed.ok()) complain(failed.text());
+}
+
+// A window shows what changed some times a second: more often than the loop's own timer comes.
+bool Resident::turn() {
+    const bool goes_on = loop_->turn();
+    if (goes_on) engine_.pump();
+    return goes_on;
+}
+
 // Any thread calls this. One message stands for all ends until the loop gets to it.
 void Resident::wake() {
     if (woken_.exchange(true)) return;
@@ -131,6 +148,7 @@ void Resident::on_request(const std::string& request, const EventLoop::Events::R
         loop_->quit();
     } else {
         answer = run_words(app_, command);
+        if (desktop_ != nullptr && command.shows_window) desktop_->come_to_front();
     }
     answer.output += capture.output();
     answer.error += capture.error();
@@ -171,7 +189,12 @@ Exit Resident::run() {
     loop_->set_timer(save_timer, std::chrono::seconds(app_.settings().number(setting::save_interval)));
     if (display_.interval.count() > 0) loop_->set_timer(display_timer, display_.interval);
     wake();
-    loop_->run();
+    if (desktop_ != nullptr) {
+        desktop_->run(*this);
+        desktop_ = nullptr;  // requests still arrive while everything is saved
+    } else {
+        loop_->run();
+    }
     const bool saved = close();
     const Exit status = app_.stop().requested() ? Exit::interrupted : saved ? Exit::done : Exit::failed;
     return leave(connections_.resolver, status, [this] {

@@ -19,7 +19,7 @@ namespace vantlow {
 /// The instance that the start with links and `vantlow serve` make, and the same for as long as `vantlow
 /// start` runs jobs. The process holds the lock of the data folder already. Made and used by the thread that
 /// owns the store.
-class Resident {
+class Resident : private DesktopHost {
   public:
     struct Display {
         std::chrono::milliseconds interval{0};  ///< 0: nothing is shown
@@ -28,7 +28,7 @@ class Resident {
     /// `read` reads the command lines that other starts hand over.
     Resident(CFerrywellApp& app, Engine& engine, ReadWords read)
         : app_(app), engine_(engine), read_(read), connections_(&app.libraries().secur) {}
-    ~Resident();
+    ~Resident() override;
     Resident(const Resident&) = delete;
     Resident& operator=(const Resident&) = delete;
 
@@ -39,6 +39,8 @@ class Resident {
     [[nodiscard]] ThreadPool& threads() noexcept { return threads_; }
     /// Has run() end when nothing is left to run, instead of staying until it is told to quit.
     void end_when_idle(Display display);
+    /// Has this window run the loop's thread, and stand for the process.
+    void show(Desktop& desktop) noexcept { desktop_ = &desktop; }
     /// Runs until quit, Ctrl-C (a second one does not wait), the end of the session, or idleness; then ends
     /// all jobs and saves everything. Exit::failed when that could not be saved, Exit::interrupted after
     /// Ctrl-C.
@@ -46,6 +48,12 @@ class Resident {
 
   private:
     enum Timer { tick_timer = 1, save_timer = 2, display_timer = 3 };
+    [[nodiscard]] Engine& engine() noexcept override { return engine_; }
+    [[nodiscard]] Settings& settings() noexcept override { return app_.settings(); }
+    void be_hosted(std::function<void()> wake, void* window) override;
+    bool turn() override;
+    void follow_setting(std::u16string_view section, std::u16string_view key) override;
+    void quit() noexcept override { loop_->quit(); }
     void on_timer(int timer);
     void on_request(const std::string& request, const EventLoop::Events::Reply& reply);
     void wake();
@@ -63,6 +71,7 @@ class Resident {
     std::unique_ptr<EventLoop> loop_;
     std::optional<InterruptWatch> watch_;  ///< from the loop's beginning on; ends before it
     Display display_;
+    Desktop* desktop_ = nullptr;
     bool ends_when_idle_ = false;
     bool used_memory_ = false;  ///< since memory was given back last
     Clock::time_point next_give_back_{};

@@ -12,6 +12,7 @@
 #include "base/text.h"
 #include "platform/associations.h"
 #include "platform/background_process.h"
+#include "platform/event_loop.h"
 #include "platform/process.h"
 #include "transfer/connection/stream.h"
 
@@ -71,16 +72,27 @@ void tell_that_it_runs(CFerrywellApp& app, const GlobalOptions& global) {
          "). Use it from any terminal, for example with '" + words + "list'; '" + words + "quit' ends it.");
 }
 
+// Returns the window that this process opens, where it has one and was started to; says so where the display
+// cannot be used.
+Desktop* window_to_open(CFerrywellApp& app, const GlobalOptions& global) {
+    if (app.desktop() == nullptr || global.no_window) return nullptr;
+    std::string error;
+    if (app.desktop()->open(error)) return app.desktop();
+    if (!global.quiet) tell(error + " Vantlow runs without a window.");
+    return nullptr;
+}
+
 // Makes this process, which holds the lock of the data folder, the resident program: it says so in a line,
-// calls `begin` and runs until it is told to quit.
+// calls `begin` and runs until it is told to quit; with `window` behind that window.
 Exit stay_resident(CFerrywellApp& app, const GlobalOptions& global, const Start& start,
-                   const std::function<void()>& begin = {}) {
+                   const std::function<void()>& begin = {}, Desktop* window = nullptr) {
     std::string error;
     Engine* const engine = app.engine(error);
     if (engine == nullptr) return complain(error);
     EngineVoice voice;
     Resident resident(app, *engine, start.read);
-    if (!resident.open(EventLoop::Role::main, question_patience, false, error)) return complain(error);
+    if (!resident.open(EventLoop::Role::main, question_patience, window != nullptr, error))
+        return complain(error);
     engine->add_listener(voice);
     CJobLog dial_log;
     if (const Result dialled = dial_as_set(app, dial_log); !dialled.ok()) complain(dialled.message());
@@ -90,6 +102,7 @@ Exit stay_resident(CFerrywellApp& app, const GlobalOptions& global, const Start&
     if (!global.in_background) tell_that_it_runs(app, global);
     if (app.settings().flag(setting::start_all)) start_all(*engine);
     if (begin) begin();
+    if (window != nullptr) resident.show(*window);
     const Exit status = resident.run();
     engine->remove_listener(voice);
     return status;
@@ -97,7 +110,8 @@ Exit stay_resident(CFerrywellApp& app, const GlobalOptions& global, const Start&
 
 // Starts the resident program in a process of its own, without a terminal, with these words (of the whole
 // command line), and waits until it answers. Its messages stand in "resident.log" in the data folder.
-Exit start_in_background(CFerrywellApp& app, const GlobalOptions& global, Words words) {
+Exit start_in_background(CFerrywellApp& app, const GlobalOptions& global, Words words,
+                         const std::u16string& program) {
     const std::u16string output = join_path(app.data_folder(), u"resident.log");
     // The flag stands in front: behind "--" it would be a link.
     words.insert(words.begin(), "--started-in-background");
@@ -105,7 +119,7 @@ Exit start_in_background(CFerrywellApp& app, const GlobalOptions& global, Words 
     app.folder_lock().release();
     app.session().release();
     std::string error;
-    const auto process = BackgroundProcess::start(app.program_file(), words, output, error);
+    const auto process = BackgroundProcess::start(program, words, output, error);
     if (!process) return complain(error);
     const auto until = from_now(start_patience);
     while (!owner_says_that_it_runs(app, global)) {
@@ -134,8 +148,9 @@ Exit run_serve(CFerrywellApp& app, const GlobalOptions& global, const ServeOptio
     // A redirected output, or a start as a service, asks for the process itself.
     const bool at_terminal = is_terminal(Stream::output) && is_terminal(Stream::error);
     const bool background = options.background || (at_terminal && !options.foreground);
-    return background && !global.in_background ? start_in_background(app, global, start.words)
-                                               : stay_resident(app, global, start);
+    return background && !global.in_background
+               ? start_in_background(app, global, start.words, app.program_file())
+               : stay_resident(app, global, start);
 }
 
 // Takes the path out of a file's link, as desktops write them (RFC 8089): "file:///a%20b".
@@ -170,6 +185,19 @@ Complaint check_links(const std::vector<std::string>& links) {
     return std::nullopt;
 }
 
+// Returns the program with the window, which stands beside this one where it was installed; empty where there
+// is none, no window wanted or no display, which is said.
+std::u16string program_with_window(CFerrywellApp& app, const GlobalOptions& global) {
+    if (global.no_window || app.desktop() != nullptr) return {};
+    const std::u16string& own = app.program_file();
+    const std::u16string ending = own.ends_with(u".exe") ? u".exe" : u"";
+    const std::u16string program = join_path(folder_of(own), u"vantlow-desktop" + ending);
+    if (path_kind(program) != PathKind::file) return {};
+    if (has_display()) return program;
+    if (!global.quiet) tell("There is no display. Vantlow runs without a window.");
+    return {};
+}
+
 Exit open_links(CFerrywellApp& app, const GlobalOptions& global, const std::vector<std::string>& links,
                 const Start& start) {
     const auto take_links = [&] {
@@ -180,12 +208,15 @@ Exit open_links(CFerrywellApp& app, const GlobalOptions& global, const std::vect
         tell_that_it_runs(app, global);
         return Exit::done;
     }
+    const std::u16string with_window = program_with_window(app, global);
+    if (!with_window.empty()) return start_in_background(app, global, start.words, with_window);
     const bool at_terminal = is_terminal(Stream::output) || is_terminal(Stream::error);
     if (at_terminal && !can_outlive_terminal() && !global.in_background)
-        return start_in_background(app, global, start.words);
-    return stay_resident(app, global, start, [&] {
+        return start_in_background(app, global, start.words, app.program_file());
+    const auto begin = [&] {
         if (!links.empty()) static_cast<void>(take_links());  // its complaints are written; the process stays
-    });
+    };
+    return stay_resident(app, global, start, begin, window_to_open(app, global));
 }
 
 }  // namespace

@@ -120,7 +120,7 @@ class Picker {
         std::uint32_t rank;
         std::uint32_t salt;
         std::uint32_t piece;
-        friend auto operator<=>(const Place&, const Place&) = default;
+        friend auto operator<=>(const Place&, const Place&) = default;  // NOLINT(modernize-use-nullptr)
     };
 
     [[nodiscard]] Place place_of(std::uint32_t piece) const noexcept;

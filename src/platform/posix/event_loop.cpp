@@ -19,6 +19,7 @@
 #include "platform/local_text.h"
 #include "platform/posix/local_socket.h"
 #include "platform/posix/native.h"
+#include "platform/process.h"
 #include "platform/stop.h"
 #include "platform/thread.h"
 
@@ -59,6 +60,8 @@ class SocketLoop final : public EventLoop {
     void post(std::function<void()> work) override;
     void run() override;
     void quit() noexcept override;
+    void be_hosted(Host host) override;
+    bool turn() override;
 
   private:
     struct Timer {
@@ -75,6 +78,7 @@ class SocketLoop final : public EventLoop {
     bool run_in_turn(const std::function<void(const Events::Reply&)>& work, std::string& answer);
     [[nodiscard]] std::optional<int> due_timer();
     [[nodiscard]] Clock::time_point next_timer() const;
+    void notify() noexcept;
 
     Events events_;
     std::string path_;
@@ -85,6 +89,7 @@ class SocketLoop final : public EventLoop {
     std::deque<std::function<void()>> work_ VANTLOW_GUARDED_BY(mutex_);
     bool quitting_ VANTLOW_GUARDED_BY(mutex_) = false;
     bool closed_ VANTLOW_GUARDED_BY(mutex_) = false;
+    std::function<void()> wake_host_ VANTLOW_GUARDED_BY(mutex_);
     std::map<int, Timer> timers_;  // the loop's thread, like the next one
     std::shared_ptr<SocketLoop*> here_ = std::make_shared<SocketLoop*>(this);  // what late answers look for
     std::vector<std::thread> threads_;
@@ -141,7 +146,7 @@ void SocketLoop::post(std::function<void()> work) {
         if (closed_) return;
         work_.push_back(std::move(work));
     }
-    changed_.notify_all();
+    notify();
 }
 
 void SocketLoop::quit() noexcept {
@@ -149,7 +154,48 @@ void SocketLoop::quit() noexcept {
         const MutexLock guard(mutex_);
         quitting_ = true;
     }
+    notify();
+}
+
+void SocketLoop::notify() noexcept {
     changed_.notify_all();
+    std::function<void()> wake;
+    {
+        const MutexLock guard(mutex_);
+        wake = wake_host_;
+    }
+    if (wake) wake();
+}
+
+void SocketLoop::be_hosted(Host host) {
+    {
+        const MutexLock guard(mutex_);
+        wake_host_ = std::move(host.wake);
+    }
+    notify();  // for what was posted before
+}
+
+// Of the work that this pass finds, not of what is posted meanwhile: the host has events of its own.
+bool SocketLoop::turn() {
+    std::size_t most = 0;
+    {
+        const MutexLock guard(mutex_);
+        most = work_.size();
+    }
+    for (; most > 0; --most) {
+        std::function<void()> work;
+        {
+            const MutexLock guard(mutex_);
+            if (quitting_) return false;
+            if (work_.empty()) break;
+            work = std::move(work_.front());
+            work_.pop_front();
+        }
+        work();
+    }
+    if (const auto timer = due_timer(); timer && events_.on_timer) events_.on_timer(*timer);
+    const MutexLock guard(mutex_);
+    return !quitting_;
 }
 
 std::optional<int> SocketLoop::due_timer() {
@@ -303,5 +349,14 @@ ProcessAnswer ask_process(const std::string& address, std::string_view request, 
 }
 
 void bring_to_front(const std::string& /*address*/) noexcept {}
+
+bool has_display() noexcept {
+    try {
+        const auto is_set = [](std::string_view name) { return !environment(name).value_or(u"").empty(); };
+        return is_set("DISPLAY") || is_set("WAYLAND_DISPLAY");
+    } catch (const std::bad_alloc&) {
+        return false;
+    }
+}
 
 }  // namespace vantlow

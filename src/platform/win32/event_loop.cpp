@@ -23,6 +23,8 @@ constexpr const wchar_t* client_class = L"VantlowClient";
 // A further start looks for this property among the top-level windows.
 constexpr const wchar_t* window_property = L"Vantlow";
 constexpr std::intptr_t property_mark = 8788;
+// The loop that a shown window passes requests to.
+constexpr const wchar_t* loop_property = L"VantlowLoop";
 constexpr const wchar_t* session_mutex = L"Local\\Vantlow.Instance";
 // The kinds of messages that WM_COPYDATA carries here.
 constexpr ULONG_PTR request_kind = 0x52574C56;  // "VLWR"
@@ -83,7 +85,9 @@ class WindowLoop final : public EventLoop {
     ~WindowLoop() override;
 
     bool make(Role role, std::string& error);
-    [[nodiscard]] std::string address() const override { return address_of(window_); }
+    [[nodiscard]] std::string address() const override {
+        return address_of(shown_ != nullptr ? shown_ : window_);
+    }
     void set_timer(int id, std::chrono::milliseconds period) override {
         SetTimer(window_, first_timer + static_cast<UINT_PTR>(id), static_cast<UINT>(period.count()),
                  nullptr);
@@ -91,14 +95,21 @@ class WindowLoop final : public EventLoop {
     void post(std::function<void()> work) override;
     void run() override;
     void quit() noexcept override;
+    void be_hosted(Host host) override;
+    bool turn() override;
 
   private:
     static LRESULT CALLBACK procedure(HWND window, UINT message, WPARAM first, LPARAM second);
+    static LRESULT CALLBACK shown_procedure(HWND window, UINT message, WPARAM first, LPARAM second);
+    void leave_shown() noexcept;
     LRESULT take_request(HWND from, const COPYDATASTRUCT& data);
     void do_work();
 
     Events events_;
     HWND window_ = nullptr;
+    HWND shown_ = nullptr;        // the host's, which stands for this process
+    WNDPROC of_shown_ = nullptr;  // its own procedure
+    std::function<void()> wake_host_;
     std::shared_ptr<HWND> here_ = std::make_shared<HWND>();  // what late answers look for
     Mutex mutex_;
     std::deque<std::function<void()>> work_ VANTLOW_GUARDED_BY(mutex_);
@@ -107,6 +118,7 @@ class WindowLoop final : public EventLoop {
 
 WindowLoop::~WindowLoop() {
     here_.reset();
+    leave_shown();
     if (window_ == nullptr) return;
     SetWindowLongPtrW(window_, GWLP_USERDATA, 0);
     RemovePropW(window_, window_property);
@@ -175,6 +187,48 @@ void WindowLoop::run() {
     }
 }
 
+// The hidden window still has the timers and the work, and its messages come with those of the host. The
+// property moves to the window that people see, and with it the requests of further starts.
+void WindowLoop::be_hosted(Host host) {
+    wake_host_ = std::move(host.wake);
+    auto* const shown = static_cast<HWND>(host.window);
+    if (shown != nullptr && RemovePropW(window_, window_property) != nullptr) {
+        shown_ = shown;
+        SetPropW(shown_, loop_property, this);
+        SetPropW(shown_, window_property, reinterpret_cast<HANDLE>(property_mark));
+        of_shown_ = reinterpret_cast<WNDPROC>(
+            SetWindowLongPtrW(shown_, GWLP_WNDPROC, reinterpret_cast<LONG_PTR>(&shown_procedure)));
+    }
+    PostMessageW(window_, wm_work, 0, 0);
+}
+
+// An instance that still saves is one all the same.
+void WindowLoop::leave_shown() noexcept {
+    if (shown_ == nullptr) return;
+    RemovePropW(shown_, loop_property);
+    RemovePropW(shown_, window_property);
+    SetWindowLongPtrW(shown_, GWLP_WNDPROC, reinterpret_cast<LONG_PTR>(of_shown_));
+    SetPropW(window_, window_property, reinterpret_cast<HANDLE>(property_mark));
+    shown_ = nullptr;
+}
+
+LRESULT CALLBACK WindowLoop::shown_procedure(HWND window, UINT message, WPARAM first, LPARAM second) {
+    auto* const loop = static_cast<WindowLoop*>(GetPropW(window, loop_property));
+    if (loop == nullptr) return DefWindowProcW(window, message, first, second);
+    if (message == WM_COPYDATA)
+        return loop->take_request(reinterpret_cast<HWND>(first),
+                                  *reinterpret_cast<const COPYDATASTRUCT*>(second));
+    const WNDPROC own = loop->of_shown_;
+    if (message == WM_NCDESTROY) loop->leave_shown();
+    return CallWindowProcW(own, window, message, first, second);
+}
+
+bool WindowLoop::turn() {
+    do_work();
+    const MutexLock guard(mutex_);
+    return !quitting_;
+}
+
 // The sender waits while this runs, so the request is only taken; the answer is a message of its own.
 LRESULT WindowLoop::take_request(HWND from, const COPYDATASTRUCT& data) {
     if (data.dwData != request_kind || data.cbData > largest_message || from == nullptr) return FALSE;
@@ -194,6 +248,9 @@ LRESULT CALLBACK WindowLoop::procedure(HWND window, UINT message, WPARAM first, 
         case WM_COPYDATA:
             return loop->take_request(reinterpret_cast<HWND>(first),
                                       *reinterpret_cast<const COPYDATASTRUCT*>(second));
+        case wm_work:
+            if (loop->wake_host_) loop->wake_host_();
+            return 0;
         case WM_TIMER:
             if (loop->events_.on_timer) loop->events_.on_timer(static_cast<int>(first - first_timer));
             return 0;
@@ -303,17 +360,28 @@ ProcessAnswer ask_process(const std::string& address, std::string_view request, 
     wchar_t name[32] = {};
     if (request.size() > largest_message || loop == nullptr || !IsWindow(loop)) return {};
     // The number may be another window's by now.
-    if (GetClassNameW(loop, name, std::size(name)) == 0 || std::wstring_view(name) != loop_class) return {};
+    const bool is_known = reinterpret_cast<std::intptr_t>(GetPropW(loop, window_property)) == property_mark;
+    if (!is_known &&
+        (GetClassNameW(loop, name, std::size(name)) == 0 || std::wstring_view(name) != loop_class))
+        return {};
     Client client;
     return client.ask(loop, request, stop, on_busy);
 }
 
 void bring_to_front(const std::string& address) noexcept {
     const HWND loop = window_of(address);
-    if (loop == nullptr) return;
+    if (loop == nullptr || !IsWindowVisible(loop)) return;
     const HWND window = GetLastActivePopup(loop);
     if (IsIconic(window)) ShowWindow(window, SW_RESTORE);
     SetForegroundWindow(window);
+}
+
+// Services have a station without a desktop that anybody sees.
+bool has_display() noexcept {
+    USEROBJECTFLAGS flags{};
+    return GetUserObjectInformationW(GetProcessWindowStation(), UOI_FLAGS, &flags, sizeof flags, nullptr) !=
+               FALSE &&
+           (flags.dwFlags & WSF_VISIBLE) != 0;
 }
 
 struct SessionClaim::State {

@@ -1,0 +1,51 @@
+// The panes that are drawn: the picture of a job's segments, and the histogram of the speed.
+#pragma once
+
+#include <wx/panel.h>
+
+#include "app/window/model/job_details.h"
+#include "app/window/model/speed_history.h"
+#include "app/window/model/status_line.h"
+
+namespace vantlow {
+
+/// Has no flicker, follows its size, and shows a sentence where it has nothing to draw.
+class DrawnPane : public wxPanel {
+  public:
+    DrawnPane(wxWindow* parent, const wxString& name);
+
+  protected:
+    virtual void draw(wxDC& dc, const wxSize& size) = 0;
+    void draw_note(wxDC& dc, const wxSize& size, const wxString& text) const;
+    [[nodiscard]] static wxColour blend(const wxColour& over, const wxColour& paper, double part);
+};
+
+/// Squares in the order of the file: done, in work (each connection in a shade of its own), missing.
+class SegmentPicture : public DrawnPane {
+  public:
+    SegmentPicture(wxWindow* parent, const JobDetails& details);
+
+  private:
+    void draw(wxDC& dc, const wxSize& size) override;
+    const JobDetails& details_;
+};
+
+class SpeedHistogram : public DrawnPane {
+  public:
+    SpeedHistogram(wxWindow* parent, const SpeedHistory& history, const StatusLine& status);
+    void show(SpeedHistory::Span span);
+    [[nodiscard]] SpeedHistory::Span span() const noexcept { return span_; }
+
+  private:
+    void draw(wxDC& dc, const wxSize& size) override;
+    void draw_curve(wxDC& dc, const wxRect& room, const std::vector<SpeedSample>& samples, double scale);
+    void draw_limit(wxDC& dc, const wxRect& room, double limit, double scale);
+    const SpeedHistory& history_;
+    const StatusLine& status_;
+    SpeedHistory::Span span_ = SpeedHistory::Span::five_minutes;
+};
+
+/// "5 minutes", "1 hour", ...
+wxString name_of(SpeedHistory::Span span);
+
+}  // namespace vantlow

@@ -1,0 +1,178 @@
+#include "app/window/dropping.h"
+
+#include <wx/clipbrd.h>
+#include <wx/dataobj.h>
+#include <wx/dcbuffer.h>
+#include <wx/display.h>
+
+#include <algorithm>
+
+#include "app/window/model/links.h"
+#include "app/window/model/texts.h"
+#include "app/window/model/translate.h"
+#include "app/window/pictures.h"
+#include "app/window/words.h"
+
+namespace vantlow {
+namespace {
+
+/// A link that is dragged out of a browser. Its address is in front, in UTF-16: "UniformResourceLocatorW"
+/// ends it with a zero, "text/x-moz-url" with a line break before the title.
+class LinkObject : public wxCustomDataObject {
+  public:
+    explicit LinkObject(const wxString& format) : wxCustomDataObject(wxDataFormat(format)) {}
+    [[nodiscard]] std::string address() const {
+        const auto* const bytes = static_cast<const unsigned char*>(GetData());
+        std::u16string text;
+        for (std::size_t i = 0; i + 1 < GetSize(); i += 2) {
+            const auto c = static_cast<char16_t>(bytes[i] | (bytes[i + 1] << 8U));
+            if (c == 0 || c == u'\n') break;
+            text.push_back(c);
+        }
+        return to_utf8(text);
+    }
+};
+
+/// All forms that are taken, the one that says most first.
+class AnyObject : public wxDataObjectComposite {
+  public:
+    AnyObject() {
+        Add(files_ = new wxFileDataObject, true);
+        Add(html_ = new wxHTMLDataObject);
+        Add(link_ = new LinkObject("UniformResourceLocatorW"));
+        Add(moz_link_ = new LinkObject("text/x-moz-url"));
+        Add(text_ = new wxTextDataObject);
+    }
+    [[nodiscard]] Dropped dropped() const {
+        const wxDataObject* const got = GetObject(GetReceivedFormat());
+        Dropped dropped;
+        if (got == files_) {
+            for (const wxString& file : files_->GetFilenames()) dropped.files.push_back(utf8_of(file));
+        } else if (got == html_) {
+            dropped.links = links_in_html(utf8_of(html_->GetHTML()));
+            if (dropped.links.empty()) dropped.links = links_in_text(utf8_of(html_->GetHTML()));
+        } else if (got == link_ || got == moz_link_) {
+            dropped.links = links_in_text((got == link_ ? link_ : moz_link_)->address());
+        } else {
+            dropped.links = links_in_text(utf8_of(text_->GetText()));
+        }
+        return dropped;
+    }
+
+  private:
+    wxFileDataObject* files_ = nullptr;
+    wxHTMLDataObject* html_ = nullptr;
+    LinkObject* link_ = nullptr;
+    LinkObject* moz_link_ = nullptr;
+    wxTextDataObject* text_ = nullptr;
+};
+
+class AnyTarget : public wxDropTarget {
+  public:
+    AnyTarget(wxWindow& window, TakeDropped take)
+        : wxDropTarget(new AnyObject), window_(window), take_(std::move(take)) {
+        SetDefaultAction(wxDragCopy);
+    }
+    wxDragResult OnData(wxCoord x, wxCoord y, wxDragResult result) override {
+        if (!GetData()) return wxDragNone;
+        const Dropped dropped = static_cast<AnyObject*>(GetDataObject())->dropped();
+        if (dropped.empty()) return wxDragNone;
+        // The other program waits until this returns: a dialog opens afterwards.
+        window_.CallAfter(
+            [take = take_, dropped, at = window_.ClientToScreen(wxPoint(x, y))] { take(dropped, at); });
+        return result;
+    }
+
+  private:
+    wxWindow& window_;
+    TakeDropped take_;
+};
+
+}  // namespace
+
+wxDropTarget* make_drop_target(wxWindow& window, TakeDropped take) {
+    return new AnyTarget(window, std::move(take));
+}
+
+Dropped read_clipboard() {
+    Dropped dropped;
+    if (!wxTheClipboard->Open()) return dropped;
+    wxTextDataObject text;
+    wxFileDataObject files;
+    if (wxTheClipboard->IsSupported(wxDF_FILENAME) && wxTheClipboard->GetData(files)) {
+        for (const wxString& file : files.GetFilenames()) dropped.files.push_back(utf8_of(file));
+    } else if (wxTheClipboard->IsSupported(wxDF_UNICODETEXT) && wxTheClipboard->GetData(text)) {
+        dropped.links = links_in_text(utf8_of(text.GetText()));
+    }
+    wxHTMLDataObject html;
+    if (dropped.empty() && wxTheClipboard->IsSupported(wxDF_HTML) && wxTheClipboard->GetData(html))
+        dropped.links = links_in_html(utf8_of(html.GetHTML()));
+    wxTheClipboard->Close();
+    return dropped;
+}
+
+DropZone::DropZone(wxWindow* parent, const LiveJobs& live, TakeDropped take, std::function<void()> opened)
+    : wxFrame(parent, wxID_ANY, ui(tr("Drop zone")), wxDefaultPosition, wxDefaultSize,
+              wxFRAME_NO_TASKBAR | wxSTAY_ON_TOP | wxBORDER_NONE | wxFRAME_TOOL_WINDOW),
+      live_(live) {
+    SetName(ui(tr("Drop zone")));
+    SetClientSize(FromDIP(wxSize(72, 72)));
+    SetBackgroundStyle(wxBG_STYLE_PAINT);
+    SetTransparent(210);
+    SetDropTarget(make_drop_target(*this, std::move(take)));
+    SetToolTip(ui(tr("Drop links here")));
+    Bind(wxEVT_PAINT, [this](wxPaintEvent&) { draw(); });
+    Bind(wxEVT_LEFT_DCLICK, [opened = std::move(opened)](wxMouseEvent&) { opened(); });
+    Bind(wxEVT_LEFT_DOWN, [this](wxMouseEvent& event) {
+        held_ = event.GetPosition();
+        if (!HasCapture()) CaptureMouse();
+    });
+    Bind(wxEVT_LEFT_UP, [this](wxMouseEvent&) {
+        if (HasCapture()) ReleaseMouse();
+    });
+    Bind(wxEVT_MOUSE_CAPTURE_LOST, [](wxMouseCaptureLostEvent&) {});
+    Bind(wxEVT_MOTION, [this](wxMouseEvent& event) {
+        if (HasCapture()) Move(ClientToScreen(event.GetPosition()) - held_);
+    });
+}
+
+// Comes back on the screen when the monitor that it stood on is gone.
+void DropZone::look() {
+    if (!IsShown()) return;
+    if (wxDisplay::GetFromWindow(this) == wxNOT_FOUND) Move(wxDisplay(0U).GetClientArea().GetTopLeft());
+    Refresh();
+}
+
+void DropZone::draw() {
+    wxAutoBufferedPaintDC dc(this);
+    dc.SetBackground(wxBrush(wxColour(42, 111, 208)));
+    dc.Clear();
+    const int edge = FromDIP(32);
+    const wxSize size = GetClientSize();
+    std::int64_t done = 0;
+    std::int64_t all = 0;
+    for (const auto& [job, live] : live_.all()) {
+        if (live.size <= 0) continue;
+        done += live.done;
+        all += live.size;
+    }
+    if (all > 0) {
+        dc.SetPen(*wxTRANSPARENT_PEN);
+        dc.SetBrush(wxBrush(wxColour(20, 70, 150)));
+        const auto part = static_cast<double>(done) / static_cast<double>(all);
+        const int height = static_cast<int>(part * size.y);
+        dc.DrawRectangle(0, size.y - height, size.x, height);
+    }
+    dc.SetTextForeground(*wxWHITE);
+    dc.SetFont(GetFont());
+    const wxString speed = ui(speed_text(live_.down()));
+    dc.DrawLabel(speed.empty() ? ui(tr("Links")) : speed,
+                 wxRect(0, edge + FromDIP(6), size.x, size.y - edge - FromDIP(6)), wxALIGN_CENTRE);
+    dc.SetPen(wxPen(*wxWHITE, FromDIP(3)));
+    const int middle = size.x / 2;
+    dc.DrawLine(middle, FromDIP(8), middle, edge);
+    dc.DrawLine(middle - FromDIP(9), edge - FromDIP(9), middle, edge);
+    dc.DrawLine(middle + FromDIP(9), edge - FromDIP(9), middle, edge);
+}
+
+}  // namespace vantlow

@@ -1,0 +1,42 @@
+// What is dropped or pasted here: links, text, HTML and files; and the small window that takes them.
+#pragma once
+
+#include <wx/dnd.h>
+#include <wx/frame.h>
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "app/window/model/live_jobs.h"
+
+namespace vantlow {
+
+/// Something that holds links.
+struct Dropped {
+    std::vector<std::string> links;  ///< UTF-8, each once
+    std::vector<std::string> files;  ///< full paths, UTF-8
+    [[nodiscard]] bool empty() const noexcept { return links.empty() && files.empty(); }
+};
+
+using TakeDropped = std::function<void(const Dropped& dropped, const wxPoint& on_screen)>;
+
+/// Hears of drops on a window, which owns it.
+wxDropTarget* make_drop_target(wxWindow& window, TakeDropped take);
+
+/// The links in the clipboard.
+Dropped read_clipboard();
+
+/// A window above all others, half transparent, that takes links and shows the speed. Moved with the mouse.
+class DropZone : public wxFrame {
+  public:
+    DropZone(wxWindow* parent, const LiveJobs& live, TakeDropped take, std::function<void()> opened);
+    void look();
+
+  private:
+    void draw();
+    const LiveJobs& live_;
+    wxPoint held_;
+};
+
+}  // namespace vantlow

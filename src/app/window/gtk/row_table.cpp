@@ -1,0 +1,220 @@
+// The table over GtkTreeView, which stands behind the toolkit's data view there.
+#include "app/window/row_table.h"
+
+#include <wx/dataview.h>
+#include <wx/sizer.h>
+
+#include <algorithm>
+
+#include "app/window/system.h"
+
+namespace vantlow {
+namespace {
+
+/// What GTK asks for while it draws.
+class Model : public wxDataViewVirtualListModel {
+  public:
+    Model(const RowSource& source, const std::vector<wxBitmapBundle>& pictures)
+        : wxDataViewVirtualListModel(static_cast<unsigned>(source.rows())),
+          source_(source),
+          pictures_(pictures) {}
+
+    std::vector<TableColumn> columns;
+
+    void GetValueByRow(wxVariant& value, unsigned row, unsigned column) const override {
+        const int id = column < columns.size() ? columns[column].id : 0;
+        const bool there = row < source_.rows();
+        const wxString text = there ? source_.cell(row, id) : wxString();
+        if (column != 0 || pictures_.empty()) {
+            value = text;
+            return;
+        }
+        const auto picture = static_cast<std::size_t>(there ? source_.picture(row) : 0);
+        value << wxDataViewIconText(text, pictures_[std::min(picture, pictures_.size() - 1)]);
+    }
+    bool SetValueByRow(const wxVariant& /*value*/, unsigned /*row*/, unsigned /*column*/) override {
+        return false;
+    }
+    bool GetAttrByRow(unsigned row, unsigned /*column*/, wxDataViewItemAttr& attributes) const override {
+        const wxColour ink = row < source_.rows() ? source_.ink(row) : wxColour();
+        if (ink.IsOk()) attributes.SetColour(ink);
+        return ink.IsOk();
+    }
+
+  private:
+    const RowSource& source_;
+    const std::vector<wxBitmapBundle> pictures_;
+};
+
+}  // namespace
+
+struct RowTable::Control : public wxDataViewCtrl {
+    Control(RowTable& table, const wxString& name, const std::vector<wxBitmapBundle>& pictures)
+        : wxDataViewCtrl(&table, wxID_ANY, wxDefaultPosition, wxDefaultSize, wxDV_MULTIPLE), owner(table) {
+        SetName(name);
+        name_for_readers(*this, name);
+        has_pictures = !pictures.empty();
+        model = new Model(table.source_, pictures);
+        AssociateModel(model.get());
+        Bind(wxEVT_DATAVIEW_SELECTION_CHANGED, [this](wxDataViewEvent&) { owner.note_selection(); });
+        Bind(wxEVT_DATAVIEW_ITEM_ACTIVATED, [this](wxDataViewEvent& event) {
+            if (owner.events_.opened && event.GetItem().IsOk())
+                owner.events_.opened(model->GetRow(event.GetItem()));
+        });
+        Bind(wxEVT_DATAVIEW_ITEM_CONTEXT_MENU, [this](wxDataViewEvent&) {
+            if (owner.events_.menu) owner.events_.menu();
+        });
+        Bind(wxEVT_DATAVIEW_COLUMN_HEADER_CLICK, [this](wxDataViewEvent& event) {
+            const auto column = static_cast<std::size_t>(event.GetColumn());
+            if (owner.events_.header && column < model->columns.size())
+                owner.events_.header(model->columns[column].id, wxGetKeyState(WXK_SHIFT));
+        });
+        Bind(wxEVT_DATAVIEW_ITEM_BEGIN_DRAG, [this](wxDataViewEvent& event) {
+            event.Veto();
+            if (owner.events_.dragged) owner.events_.dragged();
+        });
+    }
+
+    void rebuild() {
+        ClearColumns();
+        for (std::size_t i = 0; i < model->columns.size(); ++i) {
+            const TableColumn& column = model->columns[i];
+            const wxAlignment align = column.is_number ? wxALIGN_RIGHT : wxALIGN_LEFT;
+            const int flags = wxDATAVIEW_COL_RESIZABLE | wxDATAVIEW_COL_REORDERABLE;
+            wxDataViewRenderer* renderer = nullptr;
+            if (i == 0 && has_pictures) {
+                renderer = new wxDataViewIconTextRenderer("wxDataViewIconText", wxDATAVIEW_CELL_INERT, align);
+            } else {
+                renderer = new wxDataViewTextRenderer("string", wxDATAVIEW_CELL_INERT, align);
+            }
+            AppendColumn(new wxDataViewColumn(column.title, renderer, static_cast<unsigned>(i),
+                                              FromDIP(column.width), align, flags));
+        }
+        make_rows_equal(*this, owner.events_.header != nullptr);
+    }
+
+    [[nodiscard]] wxDataViewColumn* column_of(int id) const {
+        for (std::size_t i = 0; i < model->columns.size(); ++i) {
+            if (model->columns[i].id != id) continue;
+            for (unsigned at = 0; at < GetColumnCount(); ++at) {
+                if (GetColumn(at)->GetModelColumn() == i) return GetColumn(at);
+            }
+        }
+        return nullptr;
+    }
+
+    RowTable& owner;
+    bool has_pictures = false;
+    wxObjectDataPtr<Model> model;
+};
+
+RowTable::RowTable(wxWindow* parent, const wxString& name, const RowSource& source,
+                   const std::vector<wxBitmapBundle>& pictures, Events events)
+    : wxPanel(parent), source_(source), events_(std::move(events)) {
+    control_ = new Control(*this, name, pictures);
+    auto* const all = new wxBoxSizer(wxVERTICAL);
+    all->Add(control_, wxSizerFlags(1).Expand());
+    SetSizer(all);
+}
+
+RowTable::~RowTable() = default;
+
+wxWindow& RowTable::control() noexcept {
+    return *control_;
+}
+
+void RowTable::set_columns(const std::vector<TableColumn>& columns) {
+    control_->model->columns = columns;
+    control_->rebuild();
+}
+
+std::vector<TableColumn> RowTable::columns() const {
+    std::vector<TableColumn> columns;
+    for (unsigned at = 0; at < control_->GetColumnCount(); ++at) {
+        const wxDataViewColumn& column = *control_->GetColumn(at);
+        TableColumn as_put = control_->model->columns[column.GetModelColumn()];
+        if (const int width = column.GetWidth(); width > 0) as_put.width = control_->ToDIP(width);
+        columns.push_back(as_put);
+    }
+    return columns;
+}
+
+void RowTable::show_order(int column, bool descending) {
+    if (wxDataViewColumn* const shown = control_->column_of(column))
+        show_column_order(*control_, control_->GetColumnPosition(shown), true, descending);
+}
+
+void RowTable::clear_order() {
+    for (unsigned at = 0; at < control_->GetColumnCount(); ++at)
+        show_column_order(*control_, static_cast<int>(at), false, false);
+}
+
+void RowTable::reset() {
+    silent_ = true;
+    control_->model->Reset(static_cast<unsigned>(source_.rows()));
+    silent_ = false;
+}
+
+void RowTable::redraw() {
+    control_->Refresh();
+}
+
+void RowTable::redraw(const std::vector<std::size_t>& rows) {
+    const wxDataViewItem top = control_->GetTopItem();
+    const std::size_t first = top.IsOk() ? control_->model->GetRow(top) : 0;
+    const std::size_t last = first + static_cast<std::size_t>(std::max(control_->GetCountPerPage(), 0)) + 1;
+    const bool is_seen =
+        std::any_of(rows.begin(), rows.end(), [&](std::size_t row) { return row >= first && row <= last; });
+    if (is_seen) control_->Refresh();
+}
+
+void RowTable::remove_and_insert(const std::vector<std::size_t>& removed,
+                                 const std::vector<std::size_t>& inserted) {
+    silent_ = true;
+    for (auto row = removed.rbegin(); row != removed.rend(); ++row)
+        control_->model->RowDeleted(static_cast<unsigned>(*row));
+    for (const std::size_t row : inserted) control_->model->RowInserted(static_cast<unsigned>(row));
+    silent_ = false;
+}
+
+std::vector<std::size_t> RowTable::selection() const {
+    wxDataViewItemArray items;
+    control_->GetSelections(items);
+    std::vector<std::size_t> rows;
+    rows.reserve(items.size());
+    for (const wxDataViewItem& item : items) rows.push_back(control_->model->GetRow(item));
+    std::sort(rows.begin(), rows.end());
+    return rows;
+}
+
+void RowTable::select(const std::vector<std::size_t>& rows) {
+    silent_ = true;
+    if (!rows.empty() && rows.size() == source_.rows()) {
+        control_->SelectAll();
+    } else {
+        wxDataViewItemArray items;
+        for (const std::size_t row : rows) items.Add(control_->model->GetItem(static_cast<unsigned>(row)));
+        control_->SetSelections(items);
+    }
+    silent_ = false;
+}
+
+void RowTable::select_all() {
+    control_->SelectAll();
+    note_selection();
+}
+
+void RowTable::show_row(std::size_t row) {
+    control_->EnsureVisible(control_->model->GetItem(static_cast<unsigned>(row)));
+}
+
+void RowTable::note_selection() {
+    if (silent_ || selection_noted_ || !events_.selected) return;
+    selection_noted_ = true;
+    CallAfter([this] {
+        selection_noted_ = false;
+        events_.selected();
+    });
+}
+
+}  // namespace vantlow

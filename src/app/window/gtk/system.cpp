@@ -1,0 +1,73 @@
+#include "app/window/system.h"
+
+#include <gtk/gtk.h>
+
+#include <clocale>
+
+#include <wx/dataview.h>
+
+namespace vantlow {
+namespace {
+
+GtkTreeView* tree_of(wxWindow& table) {
+    auto* const view = dynamic_cast<wxDataViewCtrl*>(&table);
+    return view != nullptr ? GTK_TREE_VIEW(view->GtkGetTreeView()) : nullptr;
+}
+
+}  // namespace
+
+void make_rows_equal(wxWindow& table, bool clickable) {
+    GtkTreeView* const tree = tree_of(table);
+    if (tree == nullptr) return;
+    for (int i = 0; GtkTreeViewColumn* const column = gtk_tree_view_get_column(tree, i); ++i) {
+        gtk_tree_view_column_set_sizing(column, GTK_TREE_VIEW_COLUMN_FIXED);
+        gtk_tree_view_column_set_clickable(column, clickable ? TRUE : FALSE);
+    }
+    gtk_tree_view_set_fixed_height_mode(tree, TRUE);
+    gtk_tree_view_set_enable_search(tree, FALSE);  // the window has a search of its own
+}
+
+void show_column_order(wxWindow& table, int position, bool shown, bool descending) {
+    GtkTreeView* const tree = tree_of(table);
+    GtkTreeViewColumn* const column = tree != nullptr ? gtk_tree_view_get_column(tree, position) : nullptr;
+    if (column == nullptr) return;
+    gtk_tree_view_column_set_sort_indicator(column, shown ? TRUE : FALSE);
+    gtk_tree_view_column_set_sort_order(column, descending ? GTK_SORT_DESCENDING : GTK_SORT_ASCENDING);
+}
+
+void name_for_readers(wxWindow& control, const wxString& name) {
+    GtkTreeView* const tree = tree_of(control);
+    GtkWidget* const widget =
+        tree != nullptr ? GTK_WIDGET(tree) : static_cast<GtkWidget*>(control.GetHandle());
+    if (widget != nullptr) atk_object_set_name(gtk_widget_get_accessible(widget), name.utf8_str());
+}
+
+void* handle_of(wxWindow& /*window*/) {
+    return nullptr;
+}
+
+struct ClipboardWatch::State {
+    std::function<void()> changed;
+    gulong handler = 0;
+};
+
+ClipboardWatch::ClipboardWatch(wxWindow& /*window*/, std::function<void()> changed)
+    : state_(std::make_unique<State>()) {
+    state_->changed = std::move(changed);
+    const auto told = +[](GtkClipboard* /*clipboard*/, GdkEvent* /*event*/, gpointer state) {
+        static_cast<State*>(state)->changed();
+    };
+    state_->handler = g_signal_connect(gtk_clipboard_get(GDK_SELECTION_CLIPBOARD), "owner-change",
+                                       G_CALLBACK(told), state_.get());
+}
+
+ClipboardWatch::~ClipboardWatch() {
+    g_signal_handler_disconnect(gtk_clipboard_get(GDK_SELECTION_CLIPBOARD), state_->handler);
+}
+
+void keep_plain_numbers() noexcept {
+    std::setlocale(LC_NUMERIC, "C");   // NOLINT(concurrency-mt-unsafe): GTK has just done the same
+    std::setlocale(LC_MESSAGES, "C");  // NOLINT(concurrency-mt-unsafe)
+}
+
+}  // namespace vantlow

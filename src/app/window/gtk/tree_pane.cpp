@@ -1,0 +1,91 @@
+#include "app/window/tree_pane.h"
+
+#include <wx/dataview.h>
+#include <wx/sizer.h>
+
+#include <algorithm>
+
+#include "app/window/system.h"
+
+namespace vantlow {
+
+struct TreePane::Control : public wxDataViewTreeCtrl {
+    Control(TreePane& pane, const wxString& name)
+        : wxDataViewTreeCtrl(&pane, wxID_ANY, wxDefaultPosition, wxDefaultSize, wxDV_SINGLE | wxDV_NO_HEADER),
+          owner(pane) {
+        SetName(name);
+        name_for_readers(*this, name);
+        Bind(wxEVT_DATAVIEW_SELECTION_CHANGED, [this](wxDataViewEvent&) {
+            const std::size_t node = owner.selected();
+            if (!owner.silent_ && node != TreeNode::none && owner.events_.selected)
+                owner.events_.selected(node);
+        });
+        Bind(wxEVT_DATAVIEW_ITEM_CONTEXT_MENU, [this](wxDataViewEvent&) {
+            if (owner.events_.menu) owner.events_.menu();
+        });
+        Bind(wxEVT_DATAVIEW_ITEM_START_EDITING, [](wxDataViewEvent& event) { event.Veto(); });
+    }
+    [[nodiscard]] std::size_t index_of(const wxDataViewItem& item) const {
+        const auto found = std::find(items.begin(), items.end(), item);
+        return found == items.end() ? TreeNode::none : static_cast<std::size_t>(found - items.begin());
+    }
+
+    TreePane& owner;
+    std::vector<wxDataViewItem> items;
+};
+
+TreePane::TreePane(wxWindow* parent, const wxString& name, const std::vector<wxBitmapBundle>& pictures,
+                   Events events)
+    : wxPanel(parent), events_(std::move(events)) {
+    control_ = new Control(*this, name);
+    wxVector<wxBitmapBundle> bundles;
+    for (const wxBitmapBundle& one : pictures) bundles.push_back(one);
+    control_->SetImages(bundles);
+    auto* const all = new wxBoxSizer(wxVERTICAL);
+    all->Add(control_, wxSizerFlags(1).Expand());
+    SetSizer(all);
+}
+
+TreePane::~TreePane() = default;
+
+wxWindow& TreePane::control() noexcept {
+    return *control_;
+}
+
+void TreePane::set_nodes(const std::vector<TreeNode>& nodes) {
+    silent_ = true;
+    control_->DeleteAllItems();
+    control_->items.clear();
+    for (const TreeNode& node : nodes) {
+        const wxDataViewItem parent =
+            node.parent == TreeNode::none ? wxDataViewItem() : control_->items[node.parent];
+        control_->items.push_back(control_->AppendContainer(parent, node.label, node.picture, node.picture));
+    }
+    for (const wxDataViewItem& item : control_->items) control_->Expand(item);
+    silent_ = false;
+}
+
+void TreePane::set_label(std::size_t node, const wxString& label) {
+    if (control_->GetItemText(control_->items[node]) != label)
+        control_->SetItemText(control_->items[node], label);
+}
+
+void TreePane::select(std::size_t node) {
+    silent_ = true;
+    control_->Select(control_->items[node]);
+    silent_ = false;
+}
+
+std::size_t TreePane::selected() const {
+    const wxDataViewItem item = control_->GetSelection();
+    return item.IsOk() ? control_->index_of(item) : TreeNode::none;
+}
+
+std::size_t TreePane::node_at(const wxPoint& point) const {
+    wxDataViewItem item;
+    wxDataViewColumn* column = nullptr;
+    control_->HitTest(point, item, column);
+    return item.IsOk() ? control_->index_of(item) : TreeNode::none;
+}
+
+}  // namespace vantlow

@@ -1,0 +1,55 @@
+// What is done with the selected jobs, and with categories: asks where that is needed, tells what failed.
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "app/window/commands.h"
+#include "app/window/model/window_model.h"
+
+class wxWindow;
+
+namespace vantlow {
+
+class JobActions {
+  public:
+    using Say = std::function<void(const std::string&)>;
+    /// `say` shows a sentence of what went wrong (UTF-8). `parent`: of dialogs.
+    JobActions(wxWindow& parent, WindowModel& model, Say say)
+        : parent_(parent), model_(model), say_(std::make_shared<Say>(std::move(say))) {}
+
+    /// True where the command can be given for the jobs that are selected now.
+    [[nodiscard]] bool can(Command command) const;
+    /// Gives it. False for a command that is no job's.
+    bool give(Command command);
+    void move(const std::vector<Guid>& jobs, const Guid& category);
+    void start(const std::vector<Guid>& jobs);
+    /// Files what a draft says and starts it, as soon as it is safe. Returns the new jobs.
+    std::vector<Guid> add(const JobDraft& draft);
+    void add_category(const Guid& parent);
+    void rename_category(const Guid& category);
+    void remove_category(const Guid& category);
+    /// To be called after a change: the jobs that were added begin once they are safe on the disk.
+    void settle();
+
+  private:
+    [[nodiscard]] std::vector<const CJobNode*> selected() const;
+    void start_or_stop_all(bool start);
+    void reorder(Order order);
+    void start_over();
+    void rename();
+    void open(bool folder);
+    void copy_addresses();
+    void remove(bool with_files);
+    void tell(const Done& done, const std::string& subject);
+    void tell_all();
+
+    wxWindow& parent_;
+    WindowModel& model_;
+    std::shared_ptr<Say> say_;  ///< an answer of the disk may come after the window's end
+    std::vector<std::string> faults_;
+};
+
+}  // namespace vantlow

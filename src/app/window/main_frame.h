@@ -1,0 +1,99 @@
+// The main window: its panes, its menus, and the round in which it follows the engine.
+#pragma once
+
+#include <wx/aui/framemanager.h>
+#include <wx/frame.h>
+#include <wx/infobar.h>
+#include <wx/srchctrl.h>
+#include <wx/timer.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "app/process/desktop.h"
+#include "app/window/detail_tabs.h"
+#include "app/window/drawn.h"
+#include "app/window/dropping.h"
+#include "app/window/job_actions.h"
+#include "app/window/job_pane.h"
+#include "app/window/system.h"
+#include "app/window/tray.h"
+#include "app/window/view_pane.h"
+
+namespace vantlow {
+
+class MainFrame : public wxFrame {
+  public:
+    MainFrame(DesktopHost& host, WindowModel& model);
+    ~MainFrame() override;
+
+    /// Shows it and lets its timer run.
+    void begin();
+    /// Another start of the program, or the tray, wants it in front.
+    void come_to_front();
+    /// Closes it for good: the process ends.
+    void end();
+
+  private:
+    void build_panes();
+    void build_menus();
+    void build_toolbar();
+    void build_status();
+    void bind();
+    void take_layout();
+    void give_layout();
+
+    void round();
+    void slow_round();
+    void show_status();
+    void show_view();
+    void show_selection();
+    void enable_commands();
+    [[nodiscard]] bool can(Command command) const;
+    void give(Command command);
+    void give_other(Command command);
+    bool give_by_key(const wxKeyEvent& event);
+    void on_key(wxKeyEvent& event);
+    void on_close(wxCloseEvent& event);
+    void show_pane(const wxString& name, bool shown);
+    [[nodiscard]] bool is_pane_shown(const wxString& name);
+    void pop_up_jobs();
+    void pop_up_views();
+    void pop_up_spans();
+    void move_to(int index);
+    void drag_jobs();
+    void new_jobs(const std::string& text);
+    void take_dropped(const Dropped& dropped, const wxPoint& on_screen);
+    void paste();
+    void clipboard_changed();
+    void ask_next();
+    void show_options();
+    void show_about();
+    void say(const std::string& text);
+
+    DesktopHost& host_;
+    WindowModel& model_;
+    JobActions actions_;
+    wxAuiManager panes_;
+    wxTimer timer_;
+    int rounds_ = 0;
+    wxInfoBar* bar_ = nullptr;
+    wxSearchCtrl* search_ = nullptr;
+    ViewPane* views_ = nullptr;
+    JobPane* jobs_ = nullptr;
+    DetailTabs* tabs_ = nullptr;
+    SpeedHistogram* speed_ = nullptr;
+    DropZone* zone_ = nullptr;
+    std::unique_ptr<Tray> tray_;
+    std::unique_ptr<ClipboardWatch> clipboard_;
+    std::vector<Guid> move_targets_;       ///< the categories in the menu that is open
+    std::vector<std::string> said_;        ///< sentences that the bar shows
+    std::vector<Guid> dragged_;            ///< the jobs that are being dragged
+    std::vector<std::string> last_links_;  ///< of the clipboard, when it was looked at last
+    bool is_built_ = false;                ///< before that, panes report to nobody
+    bool asking_ = false;                  ///< a question's dialog is open
+    bool ending_ = false;
+};
+
+}  // namespace vantlow

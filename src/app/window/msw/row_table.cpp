@@ -1,0 +1,173 @@
+// The table over the list view of Windows, as a list that owns no data.
+#include "app/window/row_table.h"
+
+#include <wx/listctrl.h>
+#include <wx/sizer.h>
+
+#include <algorithm>
+
+namespace vantlow {
+
+struct RowTable::Control : public wxListCtrl {
+    Control(RowTable& table, const wxString& name, const std::vector<wxBitmapBundle>& pictures)
+        : wxListCtrl(&table, wxID_ANY, wxDefaultPosition, wxDefaultSize, wxLC_REPORT | wxLC_VIRTUAL),
+          owner(table) {
+        SetName(name);
+        has_pictures = !pictures.empty();
+        if (has_pictures) {
+            wxVector<wxBitmapBundle> bundles;
+            for (const wxBitmapBundle& picture : pictures) bundles.push_back(picture);
+            SetSmallImages(bundles);
+        }
+        for (const auto& event : {wxEVT_LIST_ITEM_SELECTED, wxEVT_LIST_ITEM_DESELECTED})
+            Bind(event, [this](wxListEvent&) { owner.note_selection(); });
+        Bind(wxEVT_LIST_ITEM_ACTIVATED, [this](wxListEvent& event) {
+            if (owner.events_.opened && event.GetIndex() >= 0)
+                owner.events_.opened(static_cast<std::size_t>(event.GetIndex()));
+        });
+        Bind(wxEVT_CONTEXT_MENU, [this](wxContextMenuEvent&) {
+            if (owner.events_.menu) owner.events_.menu();
+        });
+        Bind(wxEVT_LIST_COL_CLICK, [this](wxListEvent& event) {
+            const auto column = static_cast<std::size_t>(event.GetColumn());
+            if (owner.events_.header && column < owner.columns_.size())
+                owner.events_.header(owner.columns_[column].id, wxGetKeyState(WXK_SHIFT));
+        });
+        Bind(wxEVT_LIST_BEGIN_DRAG, [this](wxListEvent&) {
+            if (owner.events_.dragged) owner.events_.dragged();
+        });
+    }
+    [[nodiscard]] bool is_row(long row) const {
+        return row >= 0 && static_cast<std::size_t>(row) < owner.source_.rows();
+    }
+    wxString OnGetItemText(long row, long column) const override {
+        if (!is_row(row) || static_cast<std::size_t>(column) >= owner.columns_.size()) return {};
+        return owner.source_.cell(static_cast<std::size_t>(row),
+                                  owner.columns_[static_cast<std::size_t>(column)].id);
+    }
+    int OnGetItemColumnImage(long row, long column) const override {
+        if (column != 0 || !has_pictures || !is_row(row)) return -1;
+        return owner.source_.picture(static_cast<std::size_t>(row));
+    }
+    wxItemAttr* OnGetItemAttr(long row) const override {
+        const wxColour ink = is_row(row) ? owner.source_.ink(static_cast<std::size_t>(row)) : wxColour();
+        if (!ink.IsOk()) return nullptr;
+        attribute.SetTextColour(ink);
+        return &attribute;
+    }
+
+    RowTable& owner;
+    bool has_pictures = false;
+    mutable wxItemAttr attribute;  // the toolkit reads it before it asks for the next one
+};
+
+RowTable::RowTable(wxWindow* parent, const wxString& name, const RowSource& source,
+                   const std::vector<wxBitmapBundle>& pictures, Events events)
+    : wxPanel(parent), source_(source), events_(std::move(events)) {
+    control_ = new Control(*this, name, pictures);
+    auto* const all = new wxBoxSizer(wxVERTICAL);
+    all->Add(control_, wxSizerFlags(1).Expand());
+    SetSizer(all);
+}
+
+RowTable::~RowTable() = default;
+
+wxWindow& RowTable::control() noexcept {
+    return *control_;
+}
+
+void RowTable::set_columns(const std::vector<TableColumn>& columns) {
+    control_->DeleteAllColumns();
+    columns_ = columns;
+    for (const TableColumn& column : columns_) {
+        const auto align = column.is_number ? wxLIST_FORMAT_RIGHT : wxLIST_FORMAT_LEFT;
+        control_->AppendColumn(column.title, align, control_->FromDIP(column.width));
+    }
+    control_->SetItemCount(static_cast<long>(source_.rows()));
+}
+
+std::vector<TableColumn> RowTable::columns() const {
+    std::vector<TableColumn> columns;
+    const int count = control_->GetColumnCount();
+    const wxArrayInt order = control_->GetColumnsOrder();
+    for (int at = 0; at < count; ++at) {
+        const int index =
+            static_cast<std::size_t>(at) < order.size() ? order[static_cast<std::size_t>(at)] : at;
+        TableColumn as_put = columns_[static_cast<std::size_t>(index)];
+        as_put.width = control_->ToDIP(control_->GetColumnWidth(index));
+        columns.push_back(as_put);
+    }
+    return columns;
+}
+
+void RowTable::show_order(int column, bool descending) {
+    for (std::size_t i = 0; i < columns_.size(); ++i) {
+        if (columns_[i].id == column) control_->ShowSortIndicator(static_cast<int>(i), !descending);
+    }
+}
+
+void RowTable::clear_order() {
+    control_->RemoveSortIndicator();
+}
+
+void RowTable::reset() {
+    silent_ = true;
+    control_->SetItemState(-1, 0, wxLIST_STATE_SELECTED);
+    control_->SetItemCount(static_cast<long>(source_.rows()));
+    control_->Refresh();
+    silent_ = false;
+}
+
+void RowTable::redraw() {
+    control_->Refresh();
+}
+
+void RowTable::redraw(const std::vector<std::size_t>& rows) {
+    const long first = control_->GetTopItem();
+    const long last = first + control_->GetCountPerPage() + 1;
+    for (const std::size_t row : rows) {
+        if (const auto at = static_cast<long>(row); at >= first && at <= last) control_->RefreshItem(at);
+    }
+}
+
+void RowTable::remove_and_insert(const std::vector<std::size_t>& /*removed*/,
+                                 const std::vector<std::size_t>& /*inserted*/) {
+    reset();  // the list asks for rows by their numbers: it has nothing to move but the selection
+}
+
+std::vector<std::size_t> RowTable::selection() const {
+    std::vector<std::size_t> rows;
+    for (long row = -1; (row = control_->GetNextItem(row, wxLIST_NEXT_ALL, wxLIST_STATE_SELECTED)) >= 0;)
+        rows.push_back(static_cast<std::size_t>(row));
+    return rows;
+}
+
+void RowTable::select(const std::vector<std::size_t>& rows) {
+    silent_ = true;
+    const bool all = !rows.empty() && rows.size() == source_.rows();
+    control_->SetItemState(-1, all ? wxLIST_STATE_SELECTED : 0, wxLIST_STATE_SELECTED);
+    for (std::size_t i = 0; i < rows.size() && !all; ++i)
+        control_->SetItemState(static_cast<long>(rows[i]), wxLIST_STATE_SELECTED, wxLIST_STATE_SELECTED);
+    silent_ = false;
+}
+
+void RowTable::select_all() {
+    control_->SetItemState(-1, wxLIST_STATE_SELECTED, wxLIST_STATE_SELECTED);
+    note_selection();
+}
+
+void RowTable::show_row(std::size_t row) {
+    control_->EnsureVisible(static_cast<long>(row));
+    control_->SetItemState(static_cast<long>(row), wxLIST_STATE_FOCUSED, wxLIST_STATE_FOCUSED);
+}
+
+void RowTable::note_selection() {
+    if (silent_ || selection_noted_ || !events_.selected) return;
+    selection_noted_ = true;
+    CallAfter([this] {
+        selection_noted_ = false;
+        events_.selected();
+    });
+}
+
+}  // namespace vantlow

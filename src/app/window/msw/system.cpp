@@ -1,0 +1,53 @@
+#include "app/window/system.h"
+
+#include <wx/msw/wrapwin.h>
+
+namespace vantlow {
+
+void make_rows_equal(wxWindow& /*table*/, bool /*clickable*/) {}
+
+void show_column_order(wxWindow& /*table*/, int /*position*/, bool /*shown*/, bool /*descending*/) {}
+
+void name_for_readers(wxWindow& /*control*/, const wxString& /*name*/) {}
+
+void* handle_of(wxWindow& window) {
+    return window.GetHWND();
+}
+
+struct ClipboardWatch::State {
+    static LRESULT CALLBACK procedure(HWND window, UINT message, WPARAM first, LPARAM second) {
+        auto* const state = reinterpret_cast<State*>(GetWindowLongPtrW(window, GWLP_USERDATA));
+        if (message == WM_CLIPBOARDUPDATE && state != nullptr) state->changed();
+        return DefWindowProcW(window, message, first, second);
+    }
+    std::function<void()> changed;
+    HWND window = nullptr;
+};
+
+// A window of its own that nobody sees hears of the clipboard.
+ClipboardWatch::ClipboardWatch(wxWindow& /*window*/, std::function<void()> changed)
+    : state_(std::make_unique<State>()) {
+    state_->changed = std::move(changed);
+    constexpr const wchar_t* name = L"VantlowClipboard";
+    WNDCLASSEXW kind{};
+    kind.cbSize = sizeof kind;
+    kind.lpfnWndProc = &State::procedure;
+    kind.hInstance = GetModuleHandleW(nullptr);
+    kind.lpszClassName = name;
+    RegisterClassExW(&kind);
+    state_->window =
+        CreateWindowExW(0, name, L"", 0, 0, 0, 0, 0, HWND_MESSAGE, nullptr, kind.hInstance, nullptr);
+    if (state_->window == nullptr) return;
+    SetWindowLongPtrW(state_->window, GWLP_USERDATA, reinterpret_cast<LONG_PTR>(state_.get()));
+    AddClipboardFormatListener(state_->window);
+}
+
+ClipboardWatch::~ClipboardWatch() {
+    if (state_->window == nullptr) return;
+    RemoveClipboardFormatListener(state_->window);
+    DestroyWindow(state_->window);
+}
+
+void keep_plain_numbers() noexcept {}
+
+}  // namespace vantlow

@@ -1,0 +1,88 @@
+#include "app/window/tree_pane.h"
+
+#include <wx/sizer.h>
+#include <wx/treectrl.h>
+
+#include <algorithm>
+
+namespace vantlow {
+
+struct TreePane::Control : public wxTreeCtrl {
+    Control(TreePane& pane, const wxString& name)
+        : wxTreeCtrl(&pane, wxID_ANY, wxDefaultPosition, wxDefaultSize,
+                     wxTR_HAS_BUTTONS | wxTR_LINES_AT_ROOT | wxTR_HIDE_ROOT | wxTR_SINGLE),
+          owner(pane) {
+        SetName(name);
+        Bind(wxEVT_TREE_SEL_CHANGED, [this](wxTreeEvent& event) {
+            const std::size_t node = index_of(event.GetItem());
+            if (!owner.silent_ && node != TreeNode::none && owner.events_.selected)
+                owner.events_.selected(node);
+        });
+        Bind(wxEVT_TREE_ITEM_MENU, [this](wxTreeEvent& event) {
+            SelectItem(event.GetItem());
+            if (owner.events_.menu) owner.events_.menu();
+        });
+    }
+    [[nodiscard]] std::size_t index_of(const wxTreeItemId& item) const {
+        const auto found = std::find(items.begin(), items.end(), item);
+        return found == items.end() ? TreeNode::none : static_cast<std::size_t>(found - items.begin());
+    }
+
+    TreePane& owner;
+    std::vector<wxTreeItemId> items;
+};
+
+TreePane::TreePane(wxWindow* parent, const wxString& name, const std::vector<wxBitmapBundle>& pictures,
+                   Events events)
+    : wxPanel(parent), events_(std::move(events)) {
+    control_ = new Control(*this, name);
+    wxVector<wxBitmapBundle> bundles;
+    for (const wxBitmapBundle& one : pictures) bundles.push_back(one);
+    control_->SetImages(bundles);
+    auto* const all = new wxBoxSizer(wxVERTICAL);
+    all->Add(control_, wxSizerFlags(1).Expand());
+    SetSizer(all);
+}
+
+TreePane::~TreePane() = default;
+
+wxWindow& TreePane::control() noexcept {
+    return *control_;
+}
+
+void TreePane::set_nodes(const std::vector<TreeNode>& nodes) {
+    silent_ = true;
+    control_->DeleteAllItems();
+    control_->items.clear();
+    const wxTreeItemId root = control_->AddRoot(wxString());
+    for (const TreeNode& node : nodes) {
+        const wxTreeItemId parent = node.parent == TreeNode::none ? root : control_->items[node.parent];
+        control_->items.push_back(control_->AppendItem(parent, node.label, node.picture));
+    }
+    control_->ExpandAll();
+    silent_ = false;
+}
+
+void TreePane::set_label(std::size_t node, const wxString& label) {
+    if (control_->GetItemText(control_->items[node]) != label)
+        control_->SetItemText(control_->items[node], label);
+}
+
+void TreePane::select(std::size_t node) {
+    silent_ = true;
+    control_->SelectItem(control_->items[node]);
+    silent_ = false;
+}
+
+std::size_t TreePane::selected() const {
+    const wxTreeItemId item = control_->GetSelection();
+    return item.IsOk() ? control_->index_of(item) : TreeNode::none;
+}
+
+std::size_t TreePane::node_at(const wxPoint& point) const {
+    int flags = 0;
+    const wxTreeItemId item = control_->HitTest(point, flags);
+    return item.IsOk() ? control_->index_of(item) : TreeNode::none;
+}
+
+}  // namespace vantlow

@@ -1,0 +1,190 @@
+#include "app/window/new_job_dialog.h"
+
+#include <wx/button.h>
+#include <wx/checkbox.h>
+#include <wx/choice.h>
+#include <wx/collpane.h>
+#include <wx/dirdlg.h>
+#include <wx/sizer.h>
+#include <wx/spinctrl.h>
+#include <wx/stattext.h>
+#include <wx/textctrl.h>
+
+#include "app/window/model/texts.h"
+#include "app/window/model/translate.h"
+#include "app/window/question_dialog.h"
+#include "app/window/words.h"
+
+namespace vantlow {
+namespace {
+
+constexpr std::size_t most_previewed = 200;
+
+int depth_of(const CClassNode& category) {
+    int depth = 0;
+    for (const CClassNode* above = category.parent; above != nullptr; above = above->parent) ++depth;
+    return depth;
+}
+
+}  // namespace
+
+NewJobDialog::NewJobDialog(wxWindow& parent, WindowModel& model, NewJobForm form)
+    : wxDialog(&parent, wxID_ANY, ui(tr("New download")), wxDefaultPosition, wxDefaultSize,
+               wxDEFAULT_DIALOG_STYLE | wxRESIZE_BORDER),
+      model_(model),
+      form_(std::move(form)) {
+    auto* const all = new wxBoxSizer(wxVERTICAL);
+    all->Add(new wxStaticText(this, wxID_ANY, ui(tr("&Addresses, one in each line:"))),
+             wxSizerFlags().Border(wxLEFT | wxRIGHT | wxTOP, FromDIP(10)));
+    addresses_ = new wxTextCtrl(this, wxID_ANY, ui(form_.addresses), wxDefaultPosition, wxDefaultSize,
+                                wxTE_MULTILINE | wxTE_DONTWRAP);
+    addresses_->SetName(ui(tr("Addresses")));
+    addresses_->SetMinSize(FromDIP(wxSize(520, 90)));
+    all->Add(addresses_, wxSizerFlags(1).Expand().Border(wxALL, FromDIP(10)));
+    note_ =
+        new wxStaticText(this, wxID_ANY, wxString(), wxDefaultPosition, wxDefaultSize, wxST_ELLIPSIZE_END);
+    all->Add(note_, wxSizerFlags().Expand().Border(wxLEFT | wxRIGHT, FromDIP(10)));
+    build_places(*all);
+    build_more(*all);
+    all->Add(CreateSeparatedButtonSizer(wxOK | wxCANCEL), wxSizerFlags().Expand().Border(wxALL, FromDIP(8)));
+    name_buttons(*this);
+    ok_ = dynamic_cast<wxButton*>(FindWindow(wxID_OK));
+    if (ok_ != nullptr) ok_->SetLabel(ui(tr("&Download")));
+    SetSizerAndFit(all);
+    CentreOnParent();
+    Bind(wxEVT_TEXT, [this](wxCommandEvent&) { look(); });
+    Bind(wxEVT_CHOICE, [this](wxCommandEvent&) { look(); });
+    Bind(wxEVT_CHECKBOX, [this](wxCommandEvent&) { look(); });
+    Bind(wxEVT_SPINCTRL, [this](wxSpinEvent&) { look(); });
+    addresses_->SetFocus();
+    addresses_->SetInsertionPointEnd();
+    look();
+}
+
+wxTextCtrl* NewJobDialog::add_text(wxWindow* parent, wxSizer& grid, const wxString& label,
+                                   const wxString& value, long style) {
+    grid.Add(new wxStaticText(parent, wxID_ANY, label), wxSizerFlags().CentreVertical());
+    auto* const control = new wxTextCtrl(parent, wxID_ANY, value, wxDefaultPosition, wxDefaultSize, style);
+    control->SetName(wxControl::RemoveMnemonics(label));
+    grid.Add(control, wxSizerFlags(1).Expand());
+    return control;
+}
+
+void NewJobDialog::build_places(wxSizer& all) {
+    auto* const grid = new wxFlexGridSizer(2, FromDIP(wxSize(8, 6)));
+    grid->AddGrowableCol(1);
+    grid->Add(new wxStaticText(this, wxID_ANY, ui(tr("&Category:"))), wxSizerFlags().CentreVertical());
+    category_ = new wxChoice(this, wxID_ANY);
+    category_->SetName(ui(tr("Category")));
+    for (const CClassNode* const category : model_.engine.categories()) {
+        category_->Append(wxString(' ', static_cast<std::size_t>(2 * depth_of(*category))) +
+                          ui(shown(category->name)));
+        categories_.push_back(category->identity);
+        if (category->identity == form_.category)
+            category_->SetSelection(static_cast<int>(categories_.size()) - 1);
+    }
+    if (category_->GetSelection() < 0) category_->SetSelection(0);
+    grid->Add(category_, wxSizerFlags().Expand());
+    grid->Add(new wxStaticText(this, wxID_ANY, ui(tr("&Folder:"))), wxSizerFlags().CentreVertical());
+    auto* const line = new wxBoxSizer(wxHORIZONTAL);
+    folder_ = new wxTextCtrl(this, wxID_ANY, ui(to_utf8(form_.folder)));
+    folder_->SetName(ui(tr("Folder")));
+    line->Add(folder_, wxSizerFlags(1).Expand());
+    auto* const browse = new wxButton(this, wxID_ANY, ui(tr("&Browse...")));
+    browse->Bind(wxEVT_BUTTON, [this](wxCommandEvent&) {
+        wxDirDialog dialog(this, ui(tr("Folder")), ui(to_utf8(model_.new_jobs.folder_of(form_))));
+        if (dialog.ShowModal() == wxID_OK) folder_->SetValue(dialog.GetPath());
+    });
+    line->Add(browse, wxSizerFlags().Border(wxLEFT, FromDIP(6)));
+    grid->Add(line, wxSizerFlags().Expand());
+    name_ = add_text(this, *grid, ui(tr("&Name:")), ui(to_utf8(form_.name)));
+    name_->SetHint(ui(tr("as the server names it")));
+    grid->Add(new wxStaticText(this, wxID_ANY, ui(tr("C&onnections:"))), wxSizerFlags().CentreVertical());
+    auto* const last = new wxBoxSizer(wxHORIZONTAL);
+    connections_ = new wxSpinCtrl(this, wxID_ANY, wxString(), wxDefaultPosition, wxDefaultSize,
+                                  wxSP_ARROW_KEYS, 1, most_connections, form_.connections);
+    connections_->SetName(ui(tr("Connections")));
+    last->Add(connections_);
+    start_ = new wxCheckBox(this, wxID_ANY, ui(tr("&Start at once")));
+    start_->SetValue(form_.start);
+    last->Add(start_, wxSizerFlags().CentreVertical().Border(wxLEFT, FromDIP(16)));
+    expand_ = new wxCheckBox(this, wxID_ANY, ui(tr("&Expand [1-20] and [a-z]")));
+    expand_->SetValue(form_.expand);
+    last->Add(expand_, wxSizerFlags().CentreVertical().Border(wxLEFT, FromDIP(16)));
+    grid->Add(last, wxSizerFlags().Expand());
+    all.Add(grid, wxSizerFlags().Expand().Border(wxALL, FromDIP(10)));
+}
+
+void NewJobDialog::build_more(wxSizer& all) {
+    auto* const fold = new wxCollapsiblePane(this, wxID_ANY, ui(tr("&More")), wxDefaultPosition,
+                                             wxDefaultSize, wxCP_DEFAULT_STYLE | wxCP_NO_TLW_RESIZE);
+    wxWindow* const pane = fold->GetPane();
+    auto* const grid = new wxFlexGridSizer(2, FromDIP(wxSize(8, 6)));
+    grid->AddGrowableCol(1);
+    user_ = add_text(pane, *grid, ui(tr("&User:")), ui(to_utf8(form_.user)));
+    password_ = add_text(pane, *grid, ui(tr("Pass&word:")), ui(to_utf8(form_.password)), wxTE_PASSWORD);
+    limit_ = add_text(pane, *grid, ui(tr("Speed &limit:")), ui(form_.limit));
+    limit_->SetHint(ui(tr("bytes a second: 500K, 2M")));
+    hash_ = add_text(pane, *grid, ui(tr("&Hash:")), ui(form_.hash));
+    hash_->SetHint("sha256:...");
+    referer_ = add_text(pane, *grid, ui(tr("&Referer:")), ui(to_utf8(form_.referer)));
+    cookie_ = add_text(pane, *grid, ui(tr("Coo&kies:")), ui(to_utf8(form_.cookie)));
+    agent_ = add_text(pane, *grid, ui(tr("User a&gent:")), ui(to_utf8(form_.agent)));
+    proxy_ = add_text(pane, *grid, ui(tr("&Proxy:")), ui(to_utf8(form_.proxy)));
+    comment_ = add_text(pane, *grid, ui(tr("Co&mment:")), ui(to_utf8(form_.comment)));
+    pane->SetSizer(grid);
+    fold->Bind(wxEVT_COLLAPSIBLEPANE_CHANGED, [this](wxCollapsiblePaneEvent&) {
+        Layout();
+        Fit();
+    });
+    all.Add(fold, wxSizerFlags().Expand().Border(wxLEFT | wxRIGHT, FromDIP(10)));
+}
+
+void NewJobDialog::read() {
+    form_.addresses = utf8_of(addresses_->GetValue());
+    const int category = category_->GetSelection();
+    if (category >= 0) form_.category = categories_[static_cast<std::size_t>(category)];
+    form_.folder = wide_of(folder_->GetValue());
+    form_.name = wide_of(name_->GetValue());
+    form_.connections = connections_->GetValue();
+    form_.start = start_->GetValue();
+    form_.expand = expand_->GetValue();
+    form_.user = wide_of(user_->GetValue());
+    form_.password = wide_of(password_->GetValue());
+    form_.limit = utf8_of(limit_->GetValue());
+    form_.hash = utf8_of(hash_->GetValue());
+    form_.referer = wide_of(referer_->GetValue());
+    form_.cookie = wide_of(cookie_->GetValue());
+    form_.agent = wide_of(agent_->GetValue());
+    form_.proxy = wide_of(proxy_->GetValue());
+    form_.comment = wide_of(comment_->GetValue());
+}
+
+// Says what is wrong, or what will be done, while it is typed.
+wxString NewJobDialog::note() const {
+    const auto faults = model_.new_jobs.check(form_);
+    const bool is_empty = faults.size() == 1 && faults.front().kind == FormFault::Kind::empty;
+    if (is_empty) return ui(tr("Enter or paste the addresses of files."));
+    if (!faults.empty()) return as_label(sentence_of(faults.front()));
+    const auto known = model_.new_jobs.known(form_);
+    if (!known.empty()) {
+        return as_label(
+            fill(tr("\"%1\" is in the list already: it would be downloaded again."), {known.front().link}));
+    }
+    const auto links = model_.new_jobs.preview(form_, most_previewed);
+    if (links.size() < 2) return as_label(fill(tr("Goes to %1"), {shown(model_.new_jobs.folder_of(form_))}));
+    std::string count = trn("%1 address", "%1 addresses", static_cast<std::int64_t>(links.size()));
+    if (links.size() >= most_previewed) count += "+";
+    return as_label(count + ": " + links[0] + ", " + links[1] +
+                    (links.size() > 2 ? ", ..., " + links.back() : std::string()));
+}
+
+void NewJobDialog::look() {
+    if (ok_ == nullptr || comment_ == nullptr) return;  // it is being built
+    read();
+    folder_->SetHint(ui(shown(model_.new_jobs.folder_of(form_))));
+    note_->SetLabel(note());
+    ok_->Enable(model_.new_jobs.check(form_).empty());
+}
+
+}  // namespace vantlow

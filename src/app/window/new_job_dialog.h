@@ -1,0 +1,59 @@
+// The dialog for new jobs: one address or many, where their files go, and how they are fetched.
+#pragma once
+
+#include <wx/dialog.h>
+
+#include <functional>
+
+#include "app/window/model/window_model.h"
+
+class wxButton;
+class wxCheckBox;
+class wxChoice;
+class wxCollapsiblePane;
+class wxDirPickerCtrl;
+class wxSpinCtrl;
+class wxStaticText;
+class wxTextCtrl;
+
+namespace vantlow {
+
+class NewJobDialog : public wxDialog {
+  public:
+    NewJobDialog(wxWindow& parent, WindowModel& model, NewJobForm form);
+    /// The draft, once the dialog ended with wxID_OK.
+    [[nodiscard]] JobDraft draft() const { return model_.new_jobs.draft_of(form_); }
+
+  private:
+    void build_places(wxSizer& all);
+    void build_more(wxSizer& all);
+    wxTextCtrl* add_text(wxWindow* parent, wxSizer& grid, const wxString& label, const wxString& value,
+                         long style = 0);
+    void read();
+    void look();
+    [[nodiscard]] wxString note() const;
+
+    WindowModel& model_;
+    NewJobForm form_;
+    std::vector<Guid> categories_;  ///< as they stand in the choice
+    wxTextCtrl* addresses_ = nullptr;
+    wxStaticText* note_ = nullptr;
+    wxChoice* category_ = nullptr;
+    wxTextCtrl* folder_ = nullptr;
+    wxTextCtrl* name_ = nullptr;
+    wxSpinCtrl* connections_ = nullptr;
+    wxCheckBox* start_ = nullptr;
+    wxCheckBox* expand_ = nullptr;
+    wxTextCtrl* user_ = nullptr;
+    wxTextCtrl* password_ = nullptr;
+    wxTextCtrl* limit_ = nullptr;
+    wxTextCtrl* hash_ = nullptr;
+    wxTextCtrl* referer_ = nullptr;
+    wxTextCtrl* cookie_ = nullptr;
+    wxTextCtrl* agent_ = nullptr;
+    wxTextCtrl* proxy_ = nullptr;
+    wxTextCtrl* comment_ = nullptr;
+    wxButton* ok_ = nullptr;
+};
+
+}  // namespace vantlow

@@ -1,0 +1,200 @@
+#include "app/window/options_dialog.h"
+
+#include <wx/button.h>
+#include <wx/checkbox.h>
+#include <wx/choice.h>
+#include <wx/dirdlg.h>
+#include <wx/filedlg.h>
+#include <wx/listbox.h>
+#include <wx/msgdlg.h>
+#include <wx/scrolwin.h>
+#include <wx/settings.h>
+#include <wx/sizer.h>
+#include <wx/spinctrl.h>
+#include <wx/srchctrl.h>
+#include <wx/stattext.h>
+#include <wx/textctrl.h>
+#include <wx/textwrapper.h>
+
+#include "app/window/model/translate.h"
+#include "app/window/question_dialog.h"
+#include "app/window/words.h"
+
+namespace vantlow {
+namespace {
+
+constexpr int wrapped_at = 520;  // device-independent pixels
+
+// A check box does not break its label by itself.
+wxString wrapped(wxWindow& room, const wxString& text) {
+    class Wrapper : public wxTextWrapper {
+      public:
+        wxString all;
+
+      private:
+        void OnOutputLine(const wxString& line) override { all += line; }
+        void OnNewLine() override { all += "\n"; }
+    };
+    Wrapper wrapper;
+    wrapper.Wrap(&room, text, room.FromDIP(wrapped_at));
+    return wrapper.all;
+}
+
+}  // namespace
+
+OptionsDialog::OptionsDialog(wxWindow& parent, SettingPages& pages,
+                             std::function<void(const std::string&)> changed)
+    : wxDialog(&parent, wxID_ANY, ui(tr("Options")), wxDefaultPosition, wxDefaultSize,
+               wxDEFAULT_DIALOG_STYLE | wxRESIZE_BORDER),
+      settings_(pages),
+      changed_(std::move(changed)),
+      pages_(pages.pages()) {
+    auto* const left = new wxBoxSizer(wxVERTICAL);
+    search_ = new wxSearchCtrl(this, wxID_ANY);
+    search_->SetDescriptiveText(ui(tr("Search the options")));
+    search_->SetName(ui(tr("Search the options")));
+    search_->ShowCancelButton(true);
+    left->Add(search_, wxSizerFlags().Expand().Border(wxBOTTOM, FromDIP(6)));
+    titles_ = new wxListBox(this, wxID_ANY);
+    titles_->SetName(ui(tr("Pages")));
+    for (const SettingPage& page : pages_) titles_->Append(ui(page.title));
+    titles_->SetMinSize(FromDIP(wxSize(180, 300)));
+    left->Add(titles_, wxSizerFlags(1).Expand());
+    room_ =
+        new wxScrolledWindow(this, wxID_ANY, wxDefaultPosition, wxDefaultSize, wxVSCROLL | wxTAB_TRAVERSAL);
+    room_->SetScrollRate(0, FromDIP(12));
+    room_->SetMinSize(FromDIP(wxSize(600, 400)));
+    auto* const both = new wxBoxSizer(wxHORIZONTAL);
+    both->Add(left, wxSizerFlags().Expand().Border(wxALL, FromDIP(8)));
+    both->Add(room_, wxSizerFlags(1).Expand().Border(wxALL, FromDIP(8)));
+    auto* const all = new wxBoxSizer(wxVERTICAL);
+    all->Add(both, wxSizerFlags(1).Expand());
+    all->Add(CreateSeparatedButtonSizer(wxCLOSE), wxSizerFlags().Expand().Border(wxALL, FromDIP(8)));
+    name_buttons(*this);
+    SetSizerAndFit(all);
+    CentreOnParent();
+    SetEscapeId(wxID_CLOSE);
+    titles_->Bind(wxEVT_LISTBOX, [this](wxCommandEvent&) {
+        search_->ChangeValue(wxString());
+        show_page();
+    });
+    search_->Bind(wxEVT_TEXT, [this](wxCommandEvent&) { show_page(); });
+    if (!pages_.empty()) titles_->SetSelection(0);
+    show_page();
+    titles_->SetFocus();
+}
+
+void OptionsDialog::show_page() {
+    if (!search_->GetValue().empty()) return show_lines(settings_.find(utf8_of(search_->GetValue())));
+    const int page = titles_->GetSelection();
+    pages_ = settings_.pages();
+    if (page >= 0 && static_cast<std::size_t>(page) < pages_.size())
+        show_lines(pages_[static_cast<std::size_t>(page)].lines);
+}
+
+void OptionsDialog::show_lines(const std::vector<SettingLine>& lines) {
+    room_->Freeze();
+    room_->DestroyChildren();
+    auto* const all = new wxBoxSizer(wxVERTICAL);
+    for (const SettingLine& line : lines) add_line(*all, line);
+    if (lines.empty()) all->Add(new wxStaticText(room_, wxID_ANY, ui(tr("No option holds these words."))));
+    room_->SetSizer(all);
+    room_->FitInside();
+    room_->Scroll(0, 0);
+    room_->Thaw();
+}
+
+void OptionsDialog::add_line(wxSizer& all, const SettingLine& line) {
+    wxWindow* editor = nullptr;
+    if (line.editor != SettingLine::Editor::yes_no) {
+        auto* const label = new wxStaticText(room_, wxID_ANY, as_label(line.label));
+        label->Wrap(FromDIP(wrapped_at));
+        all.Add(label, wxSizerFlags().Expand());
+    }
+    auto* const row = new wxBoxSizer(wxHORIZONTAL);
+    editor = make_editor(line);
+    editor->SetName(ui(line.label));
+    editor->SetToolTip(ui(line.setting.name()));
+    row->Add(editor, wxSizerFlags(1).CentreVertical());
+    const bool is_path =
+        line.editor == SettingLine::Editor::folder || line.editor == SettingLine::Editor::file;
+    if (is_path) {
+        auto* const browse = new wxButton(room_, wxID_ANY, ui(tr("Browse...")));
+        browse->Bind(wxEVT_BUTTON, [this, line](wxCommandEvent&) {
+            const bool folder = line.editor == SettingLine::Editor::folder;
+            const wxString chosen =
+                folder ? wxDirSelector(ui(tr("Folder")), ui(line.value), 0, wxDefaultPosition, this)
+                       : wxFileSelector(ui(tr("File")), wxString(), ui(line.value), wxString(), "*",
+                                        wxFD_OPEN, this);
+            if (!chosen.empty()) set(line, utf8_of(chosen));
+            CallAfter([this] { show_page(); });
+        });
+        row->Add(browse, wxSizerFlags().Border(wxLEFT, FromDIP(6)));
+    }
+    if (line.is_set) {
+        auto* const back =
+            new wxButton(room_, wxID_ANY, ui(tr("Default")), wxDefaultPosition, wxDefaultSize, wxBU_EXACTFIT);
+        back->SetToolTip(ui(tr("Go back to the default")));
+        back->Bind(wxEVT_BUTTON, [this, name = line.setting.name()](wxCommandEvent&) {
+            settings_.unset(name);
+            changed_(name);
+            CallAfter([this] { show_page(); });
+        });
+        row->Add(back, wxSizerFlags().CentreVertical().Border(wxLEFT, FromDIP(6)));
+    }
+    all.Add(row, wxSizerFlags().Expand().Border(wxTOP, FromDIP(2)));
+    auto* const help = new wxStaticText(room_, wxID_ANY, as_label(line.help));
+    help->SetForegroundColour(wxSystemSettings::GetColour(wxSYS_COLOUR_GRAYTEXT));
+    help->Wrap(FromDIP(wrapped_at));
+    all.Add(help, wxSizerFlags().Expand().Border(wxBOTTOM, FromDIP(10)));
+}
+
+wxWindow* OptionsDialog::make_editor(const SettingLine& line) {
+    using Editor = SettingLine::Editor;
+    if (line.editor == Editor::yes_no) {
+        auto* const box = new wxCheckBox(room_, wxID_ANY, wrapped(*room_, as_label(line.label)));
+        box->SetValue(line.value != "0");
+        box->Bind(wxEVT_CHECKBOX,
+                  [this, line](wxCommandEvent& event) { set(line, event.IsChecked() ? "1" : "0"); });
+        return box;
+    }
+    if (line.editor == Editor::choice) {
+        auto* const choice = new wxChoice(room_, wxID_ANY);
+        for (std::size_t i = 0; i < line.choices.size(); ++i) {
+            choice->Append(ui(line.choices[i].second));
+            if (line.choices[i].first == line.value) choice->SetSelection(static_cast<int>(i));
+        }
+        choice->Bind(wxEVT_CHOICE, [this, line](wxCommandEvent& event) {
+            const int chosen = event.GetSelection();
+            if (chosen >= 0) set(line, line.choices[static_cast<std::size_t>(chosen)].first);
+        });
+        return choice;
+    }
+    // A number may have more digits than a spin control takes, and "out of bounds" is better said than bent.
+    auto* const text =
+        new wxTextCtrl(room_, wxID_ANY, ui(line.value), wxDefaultPosition, wxDefaultSize,
+                       wxTE_PROCESS_ENTER | (line.editor == Editor::password ? wxTE_PASSWORD : 0));
+    const auto take = [this, text, line] {
+        if (utf8_of(text->GetValue()) != line.value || text->IsModified())
+            set(line, utf8_of(text->GetValue()));
+        text->SetModified(false);
+    };
+    text->Bind(wxEVT_KILL_FOCUS, [take, text](wxFocusEvent& event) {
+        event.Skip();
+        if (text->IsModified()) take();
+    });
+    text->Bind(wxEVT_TEXT_ENTER, [take](wxCommandEvent&) { take(); });
+    return text;
+}
+
+void OptionsDialog::set(const SettingLine& line, const std::string& value) {
+    const SettingPages::Fault fault = settings_.set(line.setting.name(), value);
+    if (fault == SettingPages::Fault::none) return changed_(line.setting.name());
+    wxString text = ui(sentence_of(fault));
+    CallAfter([this, text, label = ui(line.label)] {
+        wxMessageDialog(this, label + "\n\n" + text, ui(tr("Options")), wxOK | wxICON_WARNING).ShowModal();
+        show_page();
+    });
+}
+
+}  // namespace vantlow

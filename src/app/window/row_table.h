@@ -1,0 +1,97 @@
+// A table of many rows that are read when they are drawn, over the system's own list: GtkTreeView (gtk/) or
+// the Win32 list view (msw/), so that screen readers see it on both.
+#pragma once
+
+#include <wx/bmpbndl.h>
+#include <wx/colour.h>
+#include <wx/panel.h>
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <vector>
+
+namespace vantlow {
+
+/// Where a table reads its cells. Outlives the table.
+class RowSource {
+  public:
+    RowSource() = default;
+    RowSource(const RowSource&) = delete;
+    RowSource& operator=(const RowSource&) = delete;
+    virtual ~RowSource() = default;
+
+    [[nodiscard]] virtual std::size_t rows() const = 0;
+    [[nodiscard]] virtual wxString cell(std::size_t row, int column) const = 0;
+    /// An index of the table's pictures, in the first column.
+    [[nodiscard]] virtual int picture(std::size_t row) const {
+        static_cast<void>(row);
+        return 0;
+    }
+    /// The colour of a row's text; an invalid one: the system's.
+    [[nodiscard]] virtual wxColour ink(std::size_t row) const {
+        static_cast<void>(row);
+        return {};
+    }
+};
+
+struct TableColumn {
+    int id = 0;  ///< what RowSource::cell gets
+    wxString title;
+    int width = 0;  ///< device-independent pixels
+    bool is_number = false;
+    bool operator==(const TableColumn&) const = default;
+};
+
+/// The control. Rows are numbered from 0; the selection goes by row numbers, as the system keeps it.
+class RowTable : public wxPanel {
+  public:
+    struct Events {
+        std::function<void()> selected;                        ///< once for all changes of one gesture
+        std::function<void(std::size_t)> opened;               ///< Enter or a double click
+        std::function<void()> menu;                            ///< the context menu is wanted
+        std::function<void(int column, bool further)> header;  ///< a click; further: with Shift held
+        std::function<void()> dragged;                         ///< the selection is dragged away
+    };
+    /// `name`: for screen readers and tests. `pictures` may be empty: none are shown.
+    RowTable(wxWindow* parent, const wxString& name, const RowSource& source,
+             const std::vector<wxBitmapBundle>& pictures = {}, Events events = {});
+    ~RowTable() override;
+    RowTable(const RowTable&) = delete;
+    RowTable& operator=(const RowTable&) = delete;
+
+    void set_columns(const std::vector<TableColumn>& columns);
+    /// The columns as the user has put and sized them.
+    [[nodiscard]] std::vector<TableColumn> columns() const;
+    /// The sign of order in a header; several columns may have one.
+    void show_order(int column, bool descending);
+    void clear_order();
+
+    /// All rows are new. The selection is gone afterwards.
+    void reset();
+    /// The same number of rows, other contents.
+    void redraw();
+    void redraw(const std::vector<std::size_t>& rows);
+    /// Rows as they were numbered before, and as they are now; both ascending.
+    void remove_and_insert(const std::vector<std::size_t>& removed, const std::vector<std::size_t>& inserted);
+
+    [[nodiscard]] std::vector<std::size_t> selection() const;
+    void select(const std::vector<std::size_t>& rows);
+    void select_all();
+    void show_row(std::size_t row);
+    [[nodiscard]] wxWindow& control() noexcept;
+
+    struct Control;  ///< the system's own
+
+  private:
+    void note_selection();
+    const RowSource& source_;
+    Events events_;
+    std::vector<TableColumn> columns_;
+    bool selection_noted_ = false;
+    bool silent_ = false;  ///< the selection is changed by the program
+    Control* control_ = nullptr;
+    friend struct Control;
+};
+
+}  // namespace vantlow

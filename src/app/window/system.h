@@ -1,0 +1,42 @@
+// What the toolkit lacks, made with the system's own means: gtk/system.cpp and msw/system.cpp are the only
+// files of the window that know them.
+#pragma once
+
+#include <wx/window.h>
+
+#include <functional>
+#include <memory>
+#include <string>
+
+namespace vantlow {
+
+/// GTK: tells a table that all its rows are equally high; else each of 100,000 is measured. Its columns must
+/// have fixed widths. `clickable`: the headers answer to clicks.
+void make_rows_equal(wxWindow& table, bool clickable);
+/// GTK: the sign of order in a header.
+void show_column_order(wxWindow& table, int position, bool shown, bool descending);
+
+/// GTK: the name by which screen readers call a control; elsewhere they take the toolkit's.
+void name_for_readers(wxWindow& control, const wxString& name);
+
+/// The system's handle of a top-level window where other programs look for it (Windows); else null.
+void* handle_of(wxWindow& window);
+
+/// Calls `changed` (this thread) whenever another program has put something into the clipboard, until it is
+/// destroyed.
+class ClipboardWatch {
+  public:
+    ClipboardWatch(wxWindow& window, std::function<void()> changed);
+    ~ClipboardWatch();
+    ClipboardWatch(const ClipboardWatch&) = delete;
+    ClipboardWatch& operator=(const ClipboardWatch&) = delete;
+
+  private:
+    struct State;
+    std::unique_ptr<State> state_;
+};
+
+/// Keeps the form of numbers and messages that programs read, which the toolkit changes when it starts.
+void keep_plain_numbers() noexcept;
+
+}  // namespace vantlow

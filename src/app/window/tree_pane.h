@@ -1,0 +1,49 @@
+// A tree of labels over the system's own: a data view's tree on GTK (gtk/), the Win32 tree view (msw/).
+#pragma once
+
+#include <wx/bmpbndl.h>
+#include <wx/panel.h>
+
+#include <functional>
+#include <vector>
+
+namespace vantlow {
+
+struct TreeNode {
+    static constexpr std::size_t none = static_cast<std::size_t>(-1);
+    wxString label;
+    std::size_t parent = none;  ///< its index; always before the node itself
+    int picture = 0;
+};
+
+class TreePane : public wxPanel {
+  public:
+    struct Events {
+        std::function<void(std::size_t node)> selected;
+        std::function<void()> menu;
+    };
+    TreePane(wxWindow* parent, const wxString& name, const std::vector<wxBitmapBundle>& pictures,
+             Events events);
+    ~TreePane() override;
+    TreePane(const TreePane&) = delete;
+    TreePane& operator=(const TreePane&) = delete;
+
+    /// Shows other nodes, all unfolded. Nothing is selected afterwards.
+    void set_nodes(const std::vector<TreeNode>& nodes);
+    void set_label(std::size_t node, const wxString& label);
+    void select(std::size_t node);
+    [[nodiscard]] std::size_t selected() const;  ///< TreeNode::none: nothing
+    /// The node at a point of control(); TreeNode::none.
+    [[nodiscard]] std::size_t node_at(const wxPoint& point) const;
+    [[nodiscard]] wxWindow& control() noexcept;
+
+    struct Control;
+
+  private:
+    Events events_;
+    bool silent_ = false;  ///< the program changes the selection
+    Control* control_ = nullptr;
+    friend struct Control;
+};
+
+}  // namespace vantlow
