@@ -31,7 +31,7 @@ ALLOWED = {
     "transfer/job": CONVERSATIONS | {"store", "storage"},
     "bt": CONNECTION | {"transfer/http", "store", "storage"},
     "bt/peer": {"base", "bt"},
-    "bt/swarm": {"base", "platform", "net", "bt", "bt/peer"},
+    "bt/swarm": {"base", "platform", "net", "storage", "bt", "bt/peer"},
     "ed2k": {"base"},
     "media": {"base", "platform"},
     "meta": {"base"},

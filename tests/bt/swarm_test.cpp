@@ -5,6 +5,7 @@
 #include <functional>
 
 #include "bt/peer_store.h"
+#include "bt/swarm/metadata_fetch.h"
 #include "bt/swarm/swarm.h"
 #include "support/network/simulated_network.h"
 
@@ -23,8 +24,9 @@ struct Content {
         std::minstd_rand random(seed);
         bytes.resize(size);
         for (char& byte : bytes) byte = static_cast<char>(random());
-        torrent.info = "d4:name4:teste";
-        torrent.info_hash = hash_of(torrent.info + std::to_string(seed));
+        torrent.info.resize(300'000);
+        for (char& byte : torrent.info) byte = static_cast<char>(random());
+        torrent.info_hash = hash_of(torrent.info);
         torrent.total = static_cast<std::int64_t>(size);
         torrent.piece_length = length;
     }
@@ -228,6 +230,69 @@ TEST(SwarmTest, ALiarIsFoundAndLeftAndNobodyElse) {
     EXPECT_TRUE(leecher.disk.is_right());
     for (const SocketAddress& address : leecher.bans) EXPECT_TRUE(is_same_host(address, liar.address()));
     EXPECT_FALSE(leecher.bans.empty());
+}
+
+// A magnet link knows nobody's honesty: some give another value, of this size or of another one, some have
+// none, and some go silent in the middle.
+TEST(MetadataFetchTest, TheValueComesFromWhoeverTellsTheTruth) {
+    struct Row {
+        int liars, short_ones, empty, vanish, honest;
+    };
+    for (const Row& row : {Row{0, 0, 0, 0, 1}, Row{1, 0, 0, 0, 1}, Row{5, 3, 0, 0, 1}, Row{0, 0, 9, 0, 1},
+                           Row{0, 0, 0, 6, 1}, Row{4, 2, 20, 4, 2}, Row{3, 2, 2, 0, 0}}) {
+        SCOPED_TRACE(testing::PrintToString(std::vector{row.liars, row.short_ones, row.empty, row.vanish}));
+        const Content honest(9, 20'000, block_size);
+        Content liar = honest;
+        liar.torrent.info[200'000] = static_cast<char>(liar.torrent.info[200'000] + 1);
+        Content shorter = honest;
+        shorter.torrent.info.resize(40'000);
+        Content empty = honest;
+        empty.torrent.info.clear();
+        Swarms world(9, honest);
+        SimulatedHost& host = world.internet.add_host("192.0.2.200");
+        net::SharedTokens down(host.now());
+        net::SharedTokens up(host.now());
+        std::vector<std::string> came;
+        std::optional<MetadataFetch> fetch;
+        fetch.emplace(host, honest.torrent.info_hash, "-VL0000-the-magnet--", LinkLimits{down, up},
+                      [&](std::string info) {
+                          came.push_back(std::move(info));
+                          fetch.reset();
+                      });
+        std::vector<SocketAddress> all;
+        std::vector<SimulatedHost*> vanishing;
+        const auto add = [&](int count, const Content& content, double speed) {
+            for (int i = 0; i < count; ++i) {
+                const int number = static_cast<int>(world.clients.size()) + 1;
+                world.clients.push_back(
+                    std::make_unique<Client>(world.internet, content, number, HostTraits{.up = speed}));
+                world.clients.back()->be_seed();
+                world.clients.back()->swarm->start();
+                all.push_back(world.clients.back()->address());
+            }
+        };
+        add(row.liars, liar, 1e6);
+        add(row.short_ones, shorter, 1e6);
+        add(row.empty, empty, 1e6);
+        add(row.vanish, honest, 50'000);
+        for (int i = 0; i < row.vanish; ++i) vanishing.push_back(&world.clients.rbegin()[i]->host);
+        add(row.honest, honest, 40'000);
+        fetch->start();
+        fetch->add_peers(all);
+        world.internet.run_for(1s);
+        for (SimulatedHost* each : vanishing) each->cut();
+        if (row.honest == 0) {
+            world.internet.run_for(300s);
+            EXPECT_TRUE(came.empty());
+            EXPECT_EQ(fetch->liars(), static_cast<std::size_t>(row.liars + row.short_ones))
+                << "each once, and the honest without the value never";
+            continue;
+        }
+        ASSERT_TRUE(world.internet.run_until([&] { return !came.empty(); }, 200s));
+        world.internet.run_for(5s);
+        ASSERT_EQ(came.size(), 1U);
+        EXPECT_TRUE(came.front() == honest.torrent.info);
+    }
 }
 
 // By a seed: lines, losses, liars, who begins with what, cuts and restarts.

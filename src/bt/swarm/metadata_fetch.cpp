@@ -1,0 +1,248 @@
+#include "bt/swarm/metadata_fetch.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "bt/extension.h"
+
+namespace vantlow {
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr Clock::duration tick_time = 1s;
+constexpr Clock::duration greeting_time = 20s;  ///< until a peer has said what it has
+constexpr Clock::duration part_time = 20s;      ///< between two parts
+constexpr Clock::duration turn = 30s;           ///< of a slow peer, while others wait
+constexpr std::int64_t slow = 2048;             ///< bytes a second
+constexpr std::int64_t part_size = 16 * 1024;
+constexpr std::int64_t most_owed = 8;  ///< parts that a peer is asked for ahead
+
+std::int64_t length_of(std::int64_t size, std::int64_t part) {
+    return std::min(part_size, size - part * part_size);
+}
+
+}  // namespace
+
+MetadataFetch::MetadataFetch(net::Network& network, const InfoHash& info_hash, std::string peer_id,
+                             const LinkLimits& limits, Done done)
+    : network_(network),
+      info_hash_(info_hash),
+      peer_id_(std::move(peer_id)),
+      limits_(limits),
+      done_(std::move(done)),
+      ticks_(network.timers()) {}
+
+void MetadataFetch::start() {
+    runs_ = true;
+    ticks_.start(network_.now(), [this] { tick(); });
+}
+
+void MetadataFetch::stop() noexcept {
+    runs_ = false;
+    ticks_.cancel();
+    for (auto& [number, asked] : links_) {
+        asked.link->close();
+        gone_.push_back(std::move(asked.link));
+    }
+    links_.clear();
+    held_ = 0;
+}
+
+void MetadataFetch::add_peers(std::span<const SocketAddress> addresses) {
+    candidates_.add(addresses);
+    if (runs_) connect_some();
+}
+
+void MetadataFetch::connect_some() {
+    while (links_.size() < most_peers) {
+        const auto address = candidates_.take(network_.now());
+        if (!address) return;
+        const std::uint32_t number = ++last_number_;
+        LinkOwner& owner = *this;
+        Asked& asked = links_[number];
+        asked.link = std::make_unique<PeerLink>(number, *address, false, network_, owner, limits_);
+        PeerLink& link = *asked.link;
+        link.use(network_.connect(*address, [this, &link](const Result& result) {
+            if (!result.ok()) return ended(link, result);
+            link.connected();
+        }));
+        PeerHandshake own;
+        own.torrent = info_hash_;
+        own.peer_id = peer_id_;
+        own.extensions = true;
+        link.send(own.bytes());
+    }
+}
+
+bool MetadataFetch::greeted(PeerLink& link, const PeerHandshake& handshake) {
+    if (handshake.peer_id == peer_id_) candidates_.ban(link.address());  // this side itself
+    if (handshake.torrent != info_hash_ || handshake.peer_id == peer_id_ || !handshake.extensions)
+        return false;
+    link.is_live = true;
+    link.send(build_extension_handshake(0, 0, u"Vantlow"));
+    return true;
+}
+
+// A peer that has no pieces to give may have the value: all of its other messages are read and mean nothing.
+bool MetadataFetch::heard(PeerLink& link, const PeerMessage& message) {
+    const auto at = links_.find(link.number());
+    if (message.kind != PeerMessage::Kind::extended || at == links_.end()) return true;
+    if (message.extended == 0) return take_handshake(at->second, message.data);
+    if (message.extended != own_metadata_number) return true;
+    if (take_metadata(at->second, message.data)) return true;
+    leave(link.number(), true);
+    return false;
+}
+
+bool MetadataFetch::take_handshake(Asked& asked, std::string_view payload) {
+    const auto handshake = parse_extension_handshake(payload);
+    if (!handshake) return false;
+    const std::int64_t number = handshake->metadata_number.value_or(0);
+    const std::int64_t size = handshake->metadata_size.value_or(0);
+    // It may fetch the value itself and is asked again later.
+    if (number <= 0 || number > 255 || size <= 0 || size > largest) return false;
+    asked.link->metadata_number = static_cast<std::uint8_t>(number);
+    if (asked.size == 0) asked.size = size;
+    ask_some();
+    return true;
+}
+
+void MetadataFetch::ask_some() {
+    const auto is_asked = [](const auto& entry) { return entry.second.is_asked; };
+    auto count = static_cast<std::size_t>(std::count_if(links_.begin(), links_.end(), is_asked));
+    for (auto& [number, asked] : links_) {
+        if (count >= most_asked) return;
+        if (asked.is_asked || asked.size == 0) continue;
+        asked.is_asked = true;
+        asked.began = asked.came = network_.now();
+        ask_on(asked);
+        ++count;
+    }
+}
+
+void MetadataFetch::ask_on(Asked& asked) {
+    while (asked.owed < most_owed && asked.next * part_size < asked.size) {
+        MetadataMessage request;
+        request.type = static_cast<std::int64_t>(MetadataType::request);
+        request.piece = asked.next++;
+        ++asked.owed;
+        asked.link->send(build_metadata_message(asked.link->metadata_number, request));
+    }
+}
+
+// False: the peer breaks the protocol, and is left for good.
+bool MetadataFetch::take_metadata(Asked& asked, std::string_view payload) {
+    auto message = parse_metadata_message(payload);
+    if (!message) return false;
+    switch (static_cast<MetadataType>(message->type)) {
+        case MetadataType::request:
+            refuse(*asked.link, message->piece);
+            return true;
+        case MetadataType::data:
+            return take_part(asked, message->piece, std::move(message->data));
+        case MetadataType::reject:
+            leave(asked.link->number(), false);
+            return true;
+    }
+    return true;
+}
+
+void MetadataFetch::refuse(PeerLink& link, std::int64_t part) {
+    if (link.metadata_number == 0 || link.unsent() > PeerLink::enough_unsent) return;
+    MetadataMessage answer;
+    answer.type = static_cast<std::int64_t>(MetadataType::reject);
+    answer.piece = part;
+    link.send(build_metadata_message(link.metadata_number, answer));
+}
+
+bool MetadataFetch::take_part(Asked& asked, std::int64_t part, std::string data) {
+    const bool was_asked = part >= 0 && part < asked.next && !asked.parts.contains(part);
+    if (!was_asked || static_cast<std::int64_t>(data.size()) != length_of(asked.size, part)) return false;
+    if (!make_room(asked)) return true;
+    asked.held += static_cast<std::int64_t>(data.size());
+    held_ += static_cast<std::int64_t>(data.size());
+    asked.parts.emplace(part, std::move(data));
+    asked.came = network_.now();
+    --asked.owed;
+    if (asked.held == asked.size) return complete(asked);
+    ask_on(asked);
+    return true;
+}
+
+// Room for one more part. The peer of which least is there makes it, and is asked again later. False: that is
+// this one, which is left.
+bool MetadataFetch::make_room(const Asked& asked) {
+    const auto rank = [&](const Asked& of) {
+        const bool gives_none = of.held == 0 && &of != &asked;
+        return std::pair(gives_none, of.held);
+    };
+    const auto has_less = [&](const auto& a, const auto& b) { return rank(a.second) < rank(b.second); };
+    while (held_ + part_size > largest && held_ > asked.held) {
+        const auto least = std::min_element(links_.begin(), links_.end(), has_less);
+        const bool is_this = &least->second == &asked;
+        leave(least->first, false);
+        if (is_this) return false;
+    }
+    return true;
+}
+
+// Told from a timer, because the link is in the middle of a call.
+bool MetadataFetch::complete(Asked& asked) {
+    std::string info;
+    info.reserve(static_cast<std::size_t>(asked.size));
+    for (const auto& [part, bytes] : asked.parts) info += bytes;
+    if (hash_of(info) != info_hash_) return false;
+    stop();
+    ticks_.start(network_.now(), [this, info = std::move(info)]() mutable {
+        const Done done = std::move(done_);
+        done(std::move(info));
+    });
+    return true;
+}
+
+void MetadataFetch::leave(std::uint32_t number, bool for_good) {
+    const auto at = links_.find(number);
+    if (at == links_.end()) return;
+    PeerLink& link = *at->second.link;
+    if (for_good) {
+        candidates_.ban(link.address());
+        ++liars_;
+    }
+    ended(link, Code::transient);
+}
+
+void MetadataFetch::ended(PeerLink& link, const Result&) {
+    link.close();
+    const auto at = links_.find(link.number());
+    if (at == links_.end()) return;
+    candidates_.refused(link.address(), network_.now());
+    held_ -= at->second.held;
+    gone_.push_back(std::move(at->second.link));
+    links_.erase(at);
+}
+
+bool MetadataFetch::is_slow(const Asked& asked, bool others_wait) const {
+    const Clock::time_point now = network_.now();
+    if (!asked.is_asked) return asked.size == 0 && now - asked.link->came > greeting_time;
+    if (now - asked.came > part_time) return true;
+    const double seconds = std::chrono::duration<double>(now - asked.began).count();
+    return others_wait && now - asked.began > turn && static_cast<double>(asked.held) < slow * seconds;
+}
+
+void MetadataFetch::tick() {
+    gone_.clear();
+    const bool others_wait = std::any_of(links_.begin(), links_.end(), [](const auto& entry) {
+        return !entry.second.is_asked && entry.second.size > 0;
+    });
+    std::vector<std::uint32_t> slow_ones;
+    for (const auto& [number, asked] : links_) {
+        if (is_slow(asked, others_wait)) slow_ones.push_back(number);
+    }
+    for (const std::uint32_t number : slow_ones) leave(number, false);
+    ask_some();
+    connect_some();
+    ticks_.start(network_.now() + tick_time, [this] { tick(); });
+}
+
+}  // namespace vantlow
