@@ -160,12 +160,10 @@ void RowTable::redraw() {
 }
 
 void RowTable::redraw(const std::vector<std::size_t>& rows) {
-    const wxDataViewItem top = control_->GetTopItem();
-    const std::size_t first = top.IsOk() ? control_->model->GetRow(top) : 0;
-    const std::size_t last = first + static_cast<std::size_t>(std::max(control_->GetCountPerPage(), 0)) + 1;
-    const bool is_seen =
-        std::any_of(rows.begin(), rows.end(), [&](std::size_t row) { return row >= first && row <= last; });
-    if (is_seen) control_->Refresh();
+    // The toolkit cannot tell for sure which rows are in sight.
+    constexpr std::size_t most_single = 200;
+    if (rows.size() > most_single) return redraw();
+    for (const std::size_t row : rows) control_->model->RowChanged(static_cast<unsigned>(row));
 }
 
 void RowTable::remove_and_insert(const std::vector<std::size_t>& removed,
