@@ -44,7 +44,8 @@ def licence_name(package):
 
 def contents(build, version):
     """Everything in the zip: name to bytes."""
-    programs = ["vantlow.exe", *(n for n in LIBRARIES if (build / "bin" / n).exists())]
+    beside = ["vantlow-desktop.exe", *LIBRARIES]
+    programs = ["vantlow.exe", *(n for n in beside if (build / "bin" / n).exists())]
     packages = origins.packages_inside(build, [f"bin/{name}" for name in programs])
     files = {name: (build / "bin" / name).read_bytes() for name in programs}
     files |= {f"languages/{path.name}": path.read_bytes() for path in (ROOT / "languages").glob("*.lng")}

@@ -37,6 +37,23 @@ def faults_of_texts(tree):
             yield f"no {name}"
 
 
+def faults_of_desktop(packages, folder):
+    """The window's package, beside the main one."""
+    desktop = next(packages.glob("vantlow-desktop_*.deb"), None)
+    if desktop is None:
+        print("this build has no window: its package is not tried")
+        return
+    tree = pathlib.Path(folder, "desktop")
+    subprocess.run(["dpkg-deb", "-x", desktop, tree], check=True)
+    for name in ("lib/vantlow/vantlow-desktop", "share/applications/vantlow.desktop"):
+        if not (tree / "usr" / name).is_file():
+            yield f"the window's package has no {name}"
+    needs = subprocess.run(["dpkg-deb", "-f", desktop, "Depends"], capture_output=True, text=True, check=True).stdout
+    if "vantlow (= " not in needs or "libwxgtk" not in needs:
+        yield f"the window's package depends on {needs}"
+    yield from faults_of_lintian(desktop)
+
+
 def units_of(tree):
     """The [Service] section of every unit, by its path."""
     for path in sorted((tree / "usr/lib/systemd").rglob("*.service")):
@@ -103,6 +120,7 @@ def main(build):
         faults += faults_of_units(tree)
         faults += faults_of_installing(package, libraries, folder)
         faults += faults_of_lintian(package)
+        faults += faults_of_desktop(package.parent, folder)
     return trial.report(faults)
 
 
