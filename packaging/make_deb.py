@@ -134,7 +134,8 @@ def place_texts(build, tree, version, seconds, names, depends):
         reason = "# Built in where the system's own cannot log in with RSA keys at servers of today (tools/recipes/ssh2.sh)."
         tag = "vantlow: embedded-library libssh2 [usr/lib/vantlow/libssh.so]"
         write(share / "lintian/overrides/vantlow", f"{reason}\n{tag}\n")
-    for path in [ROOT / "README.md", *sorted((ROOT / "docs").glob("*.md"))]:
+    docs = ROOT / "docs"
+    for path in [ROOT / "README.md", *sorted(docs.glob("*.md")), *sorted((docs / "pictures").glob("*.png"))]:
         write(documents / path.relative_to(ROOT), path.read_bytes())
 
 
