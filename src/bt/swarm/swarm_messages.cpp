@@ -212,6 +212,7 @@ void Swarm::blame(Picker::Peer peer) {
     const auto giver = givers_.find(peer);
     if (peer == 0 || giver == givers_.end()) return;
     const SocketAddress address = giver->second;
+    if (candidates_.is_banned(address)) return;  // for another piece
     candidates_.ban(address);
     if (const auto at = links_.find(peer); at != links_.end()) drop(*at->second, true);
     listener_.banned(address);
