@@ -56,6 +56,9 @@ const Scheme* find_scheme(std::u16string_view address) noexcept {
 // The scheme of "http:/host/x", which lacks a slash; null for other addresses. Read literally it would mean a
 // server called "http" with an empty port, which nobody writes.
 const Scheme* find_misspelt_scheme(std::u16string_view address) noexcept {
+    // Every address passes here many times, and nearly all have both slashes.
+    if (const auto colon = address.find(u':'); colon == none || address.substr(colon, 3) == u"://")
+        return nullptr;
     for (const Scheme& scheme : schemes) {
         if (scheme.form != Form::server || istarts_with(address, scheme.prefix)) continue;
         const std::u16string_view start = scheme.prefix.substr(0, scheme.prefix.size() - 2);
@@ -247,9 +250,9 @@ std::optional<Target> parse_target(std::u16string_view address, bool utf8) {
     const auto end = server_end(rest);
     const ServerPart part = cut_server(rest.substr(0, end));
     // Before an "@", too: "http:\\x@host" is no user called "http".
-    const bool is_misspelt =
-        find_misspelt_scheme(address) != nullptr || find_misspelt_scheme(part.host_and_port) != nullptr;
-    if (scheme->prefix.empty() && is_misspelt) return std::nullopt;
+    const auto is_misspelt = [](std::u16string_view text) { return find_misspelt_scheme(text) != nullptr; };
+    if (scheme->prefix.empty() && (is_misspelt(address) || is_misspelt(part.host_and_port)))
+        return std::nullopt;
     const auto server = read_server(part.host_and_port, scheme->port);
     if (!server) return std::nullopt;
     Target target;
