@@ -53,7 +53,7 @@ Exit run_list(CFerrywellApp& app, const GlobalOptions& global) {
             if (const Complaint complaint = complaint_of(name, to_utf8(value)))
                 complain(*complaint + " The stored value has no effect.");
             json[to_utf8(section)][to_utf8(key)] = value_text;
-            text += printable(name + "=" + value_text) + "\n";
+            text.append(printable(name + "=" + value_text)).append("\n");
         }
     }
     print_answer(global, json, text);
