@@ -149,7 +149,7 @@ class Crowd {
     explicit Crowd(std::uint32_t seed) : random_(seed) {
         const std::uint32_t piece = block_size * (1 + below(3));
         const std::int64_t total = std::int64_t{1 + below(40)} * piece - below(piece);
-        picker_.emplace(total, piece, seed);
+        picker_ = std::make_unique<Picker>(total, piece, seed);
         if (below(4) == 0) picker_->set_sequential(true);
     }
 
@@ -246,7 +246,7 @@ class Crowd {
     }
 
     std::minstd_rand random_;
-    std::optional<Picker> picker_;
+    std::unique_ptr<Picker> picker_;
     std::map<Picker::Peer, Member> peers_;
     std::map<std::uint32_t, bool> wrong_;
     Picker::Peer next_ = 1;
