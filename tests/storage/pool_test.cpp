@@ -462,7 +462,8 @@ TEST(TimedStorage, OfAHundredThousandFiles) {
     lap("checked");
     const std::int64_t held = resident() - before;
     std::cout << "memory: " << held / 1024 << " KiB\n";
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)  // whose own memory is several times as much
+#if !defined(__SANITIZE_ADDRESS__) && \
+    !defined(__SANITIZE_THREAD__)  // whose own memory is several times as much
     EXPECT_LT(held, 100 * 1024 * 1024);
 #endif
     EXPECT_TRUE(storage->remove().ok());
