@@ -120,7 +120,7 @@ class DetailTabs::Lines : public RowSource {
     [[nodiscard]] wxString cell(std::size_t row, int column) const override {
         return ui(column == label_column ? lines_[row].label : lines_[row].value);
     }
-    /// What a new reading asks of the table: nothing, another drawing, or all anew.
+    /// The change that a new reading makes to the table: none, another drawing, or all anew.
     enum class News { none, values, all };
     News take(std::vector<DetailLine> lines) {
         if (lines == lines_) return News::none;

@@ -1,4 +1,4 @@
-// What is dropped or pasted here: links, text, HTML and files; and the small window that takes them.
+// Links, text, HTML and files that are dropped or pasted, and the small window that takes them.
 #pragma once
 
 #include <wx/dnd.h>

@@ -158,7 +158,7 @@ void JobActions::reorder(Order order) {
     for (const Guid& job : jobs) tell(model_.engine.reorder(job, order), {});
 }
 
-// What was fetched of an unfinished job is lost by it: that is asked first.
+// An unfinished job loses what was fetched of it: that is asked first.
 void JobActions::start_over() {
     std::vector<Guid> jobs;
     bool loses = false;

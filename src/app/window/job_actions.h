@@ -1,4 +1,4 @@
-// What is done with the selected jobs, and with categories: asks where that is needed, tells what failed.
+// The actions on the selected jobs and on categories: they ask where that is needed and tell what failed.
 #pragma once
 
 #include <functional>

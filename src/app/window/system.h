@@ -1,5 +1,5 @@
-// What the toolkit lacks, made with the system's own means: gtk/system.cpp and msw/system.cpp are the only
-// files of the window that know them.
+// Things that the toolkit lacks, made with the system's own means: gtk/system.cpp and msw/system.cpp are the
+// only files of the window that know them.
 #pragma once
 
 #include <wx/window.h>

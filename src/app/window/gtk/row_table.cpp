@@ -11,7 +11,7 @@
 namespace vantlow {
 namespace {
 
-/// What GTK asks for while it draws.
+/// Answers GTK while it draws.
 class Model : public wxDataViewVirtualListModel {
   public:
     Model(const RowSource& source, const std::vector<wxBitmapBundle>& pictures)

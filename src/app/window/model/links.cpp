@@ -159,7 +159,8 @@ std::string joined(const std::string& link, std::string_view base) {
     return resolve_redirect(link, {target->scheme, target->host_text(), target->port, target->path});
 }
 
-// What the clipboard's format says about itself stands in lines before the page: "SourceURL:http://..."
+// The description that the clipboard's format gives of itself stands in lines before the page:
+// "SourceURL:http://..."
 std::string_view take_clipboard_head(std::string_view html, std::string& base) {
     if (!html.starts_with("Version:")) return html;
     const std::size_t end = std::min(html.find('<'), html.size());

@@ -26,7 +26,7 @@ struct NewJobForm {
     bool start = true;
 };
 
-/// What is wrong with a form, by its field.
+/// The faults of a form, by their fields.
 struct FormFault {
     enum class Field { addresses, folder, name, connections, limit, hash, proxy, category };
     enum class Kind {
