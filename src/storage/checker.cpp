@@ -14,7 +14,7 @@ namespace {
 // A step stays in the processor's own cache between reading and hashing.
 constexpr std::int64_t step = 256 * 1024;
 
-/// What a check knows before it reads: which bytes of the row can be there at all.
+/// The facts that a check has before it reads: which bytes of the row can be there at all.
 class Layout {
   public:
     explicit Layout(const Storage& storage) : storage_(storage) {

@@ -15,7 +15,7 @@ namespace vantlow {
 /// The root of a tree of SHA-256 digests over blocks of 16 KiB (BEP 52).
 using MerkleRoot = std::array<std::byte, 32>;
 
-/// What is known of one piece. A piece is good when every digest that is known matches.
+/// The known digests of one piece. A piece is good when every digest that is known matches.
 struct PieceHash {
     std::vector<std::byte> sha1;  ///< of all of its bytes (BEP 3); empty: not known
     /// The root over the bytes that belong to a file, of which the piece begins with the first `merkle_bytes`

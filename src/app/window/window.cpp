@@ -96,7 +96,7 @@ void ToolkitDesktop::run(DesktopHost& host) {
         },
         handle_of(*frame_));
     wxTheApp->OnRun();
-    // What the frame asked to be done later must not outlive the model.
+    // Works that the frame put off must not outlive the model.
     wxTheApp->ProcessPendingEvents();
     wxTheApp->DeletePendingEvents();
     delete frame_;

@@ -27,7 +27,7 @@ class RequestWindow {
     }
     /// A block came; `owed` are left.
     void came(std::uint32_t bytes, std::uint32_t owed, Clock::time_point now) noexcept;
-    /// What was owed is not any more: a choke, say.
+    /// Nothing is owed any more: the peer choked this side, say.
     void dropped() noexcept { waits_ = false; }
 
     [[nodiscard]] bool is_snubbed(Clock::time_point now) const noexcept {

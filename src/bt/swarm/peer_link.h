@@ -53,8 +53,7 @@ class PeerLink {
     /// Bytes that wait to be sent; the owner gives blocks only while fewer wait.
     static constexpr std::size_t enough_unsent = 256 * 1024;
 
-    /// `number` above 0. The network and the owner outlive the link. With `connected` false the bytes wait
-    /// until connected() is called.
+    /// `number` above 0. The network and the owner outlive the link. Bytes wait until connected() is called.
     PeerLink(std::uint32_t number, const SocketAddress& address, bool is_incoming, net::Network& network,
              LinkOwner& owner, const LinkLimits& limits);
     PeerLink(const PeerLink&) = delete;
@@ -77,7 +76,7 @@ class PeerLink {
     [[nodiscard]] Clock::time_point last_heard() const noexcept { return heard_; }
     [[nodiscard]] Clock::time_point last_sent() const noexcept { return said_; }
 
-    // What the swarm knows of the peer.
+    // The swarm's notes about the peer.
 
     bool is_live = false;  ///< both handshakes are over
     bool speaks_fast = false;

@@ -170,7 +170,7 @@ void Swarm::ended(PeerLink& link, const Result&) {
     }
     forget(link);
     if (!runs_) return;
-    // What it owed is free for others at once.
+    // Others may be asked at once for the blocks that it owed.
     for (auto& [number, other] : links_) fill(*other);
 }
 

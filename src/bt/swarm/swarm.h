@@ -33,7 +33,7 @@ struct SwarmOptions {
     std::uint32_t seed = 1;  ///< decides about chance
 };
 
-/// What happens in a swarm. Called on its thread, never from inside an operation of it.
+/// The news of a swarm. Called on its thread, never from inside an operation of it.
 class SwarmListener {
   public:
     SwarmListener() = default;

@@ -1,4 +1,4 @@
-// What peers say to a swarm, and what they get from it.
+// The messages of peers to a swarm, and its answers.
 #include <algorithm>
 #include <utility>
 

@@ -56,7 +56,7 @@ class ListMemory {
 
     std::u16string folder_;
     std::u16string path_;
-    Mutex mutex_;
+    Mutex mutex_;  ///< held across the file, whose lines must stand whole: jobs name their files one by one
     File file_ VANTLOW_GUARDED_BY(mutex_);
     bool others_ VANTLOW_GUARDED_BY(mutex_) = false;   ///< another process holds the file
     bool unsaved_ VANTLOW_GUARDED_BY(mutex_) = false;  ///< lines that may not be on the disk
