@@ -98,7 +98,8 @@ void Engine::pump(std::chrono::milliseconds at_most) {
     take_ends();
     take_answers();
     runner_->start_waiting();
-    // Jobs that this program does not carry out, and those that ended meanwhile: their places wait for others.
+    // Jobs that this program does not carry out, and those that ended meanwhile: their places wait for
+    // others.
     if (take_ends()) runner_->wake();
     saver_.commit();
     tell_questions();
@@ -331,6 +332,13 @@ std::vector<SessionConnection> Engine::connections(const Guid& job) const {
 
 std::vector<RunningJob> Engine::running_jobs() const {
     return runner_ ? runner_->running_jobs() : std::vector<RunningJob>();
+}
+
+std::vector<const CJobNode*> Engine::queue() const {
+    std::vector<const CJobNode*> jobs;
+    jobs.reserve(store_->waiting().size());
+    for (const auto& [order, job] : store_->waiting()) jobs.push_back(job);
+    return jobs;
 }
 
 std::size_t Engine::waiting() const {
