@@ -44,7 +44,7 @@ ALLOWED = {
     "app/cli/tools": CLI | {"app/cli", "media"},
     "app/window/model": CLI,
     "app/resident": CLI | {"app/cli", "app/cli/store"},
-    "app/window": CLI | {"app/window/model"},
+    "app/window": CLI | {"app/window/model", "media"},
     "app": CLI | {"app/window", "app/cli", "app/cli/get", "app/cli/store", "app/cli/tools", "app/resident"},
 }
 # Files that others may include of a folder that they must not know otherwise: what an address is.
