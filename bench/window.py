@@ -69,9 +69,9 @@ class Resident(display.Vantlow):
 
     def file(self, count):
         lines = ['TextDelimiter="', "ColumnDelimiter=,", "ExtraFields=StartMode,Folder"]
-        lines += [f'"http://host{n % 50}.example.com/a/path/file {n}.bin","0","{self.folder}/files"' for n in range(count)]
+        lines += [f'"http://host{n % 50}.example.com/a/path/file-{n}.bin","0","{self.folder}/files"' for n in range(count)]
         (self.folder / "list.txt").write_text("\r\n".join(lines) + "\r\n")
-        assert self.run("import", str(self.folder / "list.txt")).returncode == 0
+        assert self.run("import", str(self.folder / "list.txt")).stdout == f"{count} jobs\n"
 
     def begin(self, window=True):
         """Seconds until a command is answered, behind the window's being there."""
@@ -102,13 +102,14 @@ def measure_start(programs, jobs):
     with tempfile.TemporaryDirectory() as folder:
         resident = Resident(programs, folder)
         resident.file(jobs)
-        times = []
+        times, processor = [], []
         for _ in range(3):
             times.append(resident.begin())
+            processor.append(resident.processor_time())
             memory = resident.memory("VmRSS")
             resident.end()
-        print(f"start with {jobs} jobs to window and answer: {min(times):.2f} s at best, {max(times):.2f} s at worst; "
-              f"{memory:.0f} MiB")
+        print(f"start with {jobs} jobs to window and answer: {min(times):.2f} s at best, {max(times):.2f} s at worst "
+              f"({min(processor):.2f} s of processor time); {memory:.0f} MiB")
         return min(times) <= START
 
 
@@ -133,11 +134,11 @@ def run_jobs(programs, server, jobs, running, seconds, window):
 
 
 def measure_running(programs, server, jobs, running, seconds):
-    without, _ = run_jobs(programs, server, jobs, running, seconds, False)
+    without, usual = run_jobs(programs, server, jobs, running, seconds, False)
     share, wait = run_jobs(programs, server, jobs, running, seconds, True)
     print(f"{running} jobs running among {jobs}: {share:.1f} % of a core with the window, {without:.1f} % without; "
-          f"a command took {wait * 1000:.0f} ms at worst")
-    return share - without <= SHARE and wait <= WAIT
+          f"a command took {wait * 1000:.0f} ms at worst, {usual * 1000:.0f} ms without")
+    return share - without <= SHARE and wait <= usual + WAIT
 
 
 def measure_memory(programs):

@@ -175,7 +175,9 @@ void JobRows::show(const View& view, std::u16string_view search) {
 }
 
 void JobRows::sort_by(std::vector<SortKey> keys) {
-    order_ = RowOrder(std::move(keys), engine_, live_);
+    RowOrder wanted(std::move(keys), engine_, live_);
+    if (wanted.keys() == order_.keys()) return;
+    order_ = std::move(wanted);
     rebuild();
     send({0, true, {}, {}, {}});
 }
