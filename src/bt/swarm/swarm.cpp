@@ -61,6 +61,18 @@ void Swarm::set_priority(std::uint32_t piece, PiecePriority priority) {
     }
 }
 
+std::vector<SwarmPeer> Swarm::look() const {
+    std::vector<SwarmPeer> peers;
+    for (const auto& [number, link] : links_) {
+        peers.push_back({.address = link->address(),
+                         .is_live = link->is_live,
+                         .gives = !link->chokes_us && !link->owes.empty(),
+                         .received = link->window.rate(),
+                         .given = link->give_rate});
+    }
+    return peers;
+}
+
 PeerLink& Swarm::add_link(const SocketAddress& address, bool is_incoming) {
     const std::uint32_t number = ++last_number_;
     LinkOwner& owner = *this;

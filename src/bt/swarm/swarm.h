@@ -33,6 +33,15 @@ struct SwarmOptions {
     std::uint32_t seed = 1;  ///< decides about chance
 };
 
+/// A peer of a swarm at this moment, to be shown.
+struct SwarmPeer {
+    SocketAddress address;
+    bool is_live = false;  ///< both handshakes are over
+    bool gives = false;    ///< it owes blocks that it was asked for, and does not choke us
+    double received = 0;   ///< bytes a second
+    double given = 0;      ///< bytes a second
+};
+
 /// The news of a swarm. Called on its thread, never from inside an operation of it.
 class SwarmListener {
   public:
@@ -74,6 +83,7 @@ class Swarm final : private LinkOwner {
 
     [[nodiscard]] const Picker& picker() const noexcept { return picker_; }
     [[nodiscard]] std::size_t peers() const noexcept { return links_.size(); }
+    [[nodiscard]] std::vector<SwarmPeer> look() const;
     [[nodiscard]] std::size_t known() const noexcept { return candidates_.size(); }
     [[nodiscard]] std::int64_t downloaded() const noexcept { return downloaded_; }  ///< bytes of blocks
     [[nodiscard]] std::int64_t uploaded() const noexcept { return uploaded_; }
