@@ -15,7 +15,6 @@ namespace {
 
 // The bytes left are unknown; a number above zero makes trackers return seeders too.
 constexpr std::int64_t left_unknown = 16384;
-constexpr std::int64_t only_encrypted = 2;  // of the setting "Crypto"
 
 // The name that a person wants the file or the folder to have; a magnet link's own is only its guess.
 std::u16string asked_name(const CJobNode& job, const Magnet& magnet) {
@@ -97,9 +96,10 @@ Result TorrentRun::read_address() {
     if (torrent_proxy(options_).is_used())
         return {Code::unsupported,
                 "Peers cannot be reached through a proxy yet, and nothing goes around it."};
-    if (services_.settings.number(setting::crypto) == only_encrypted)
-        return {Code::unsupported,
-                "The setting Torrent/Crypto wants encrypted peers only, and those cannot be used yet."};
+    crypto_ = {&services_.libraries.secur,
+               static_cast<std::uint32_t>(services_.settings.number(setting::crypto)), magnet_.info_hash};
+    if (crypto_.is_needed() && !crypto_.is_possible())
+        return {Code::unsupported, missing_library_text("libsecur")};
     identity_.info_hash = magnet_.info_hash;
     identity_.peer_id = make_peer_id(new_guid());
     identity_.left = size_ > 0 ? size_ : left_unknown;
@@ -126,8 +126,8 @@ Result TorrentRun::describe() {
 Result TorrentRun::fetch_description() {
     log_.line(Direction::note, "The torrent's description is asked for among the peers.");
     bool is_there = false;
-    MetadataFetch fetch(*loop_, magnet_.info_hash, identity_.peer_id,
-                        {services_.connections.received, sent_, pace_.group()}, [&](std::string info) {
+    MetadataFetch fetch(*loop_, identity_.peer_id, {services_.connections.received, sent_, pace_.group()},
+                        crypto_, [&](std::string info) {
                             content_.info = std::move(info);
                             is_there = true;
                         });
@@ -180,6 +180,8 @@ Result TorrentRun::fetch_pieces() {
                          static_cast<std::uint32_t>(content_.piece_length), content_.info};
     SwarmOptions options;
     options.port = identity_.port;
+    options.library = crypto_.library;
+    options.crypto = crypto_.setting;
     options.seed = static_cast<std::uint32_t>(Clock::now().time_since_epoch().count());
     Swarm swarm(*loop_, disk, *this, std::move(torrent),
                 {services_.connections.received, sent_, pace_.group()}, options);

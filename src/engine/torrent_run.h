@@ -87,6 +87,7 @@ class TorrentRun final : private SwarmListener {
 
     // What follows belongs to the thread.
     Magnet magnet_;
+    LinkCrypto crypto_;
     TorrentIdentity identity_;
     CBTAnnounceService announces_;
     TorrentContent content_;

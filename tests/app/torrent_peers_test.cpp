@@ -19,10 +19,10 @@ using test::RunResult;
 constexpr const char* seed_script = R"(
 import sys, time
 import libtorrent as lt
-torrent, folder, limit = sys.argv[1:4]
+torrent, folder, limit, encryption = sys.argv[1:5]
 session = lt.session({"listen_interfaces": "127.0.0.1:0", "enable_dht": False, "enable_lsd": False,
     "enable_upnp": False, "enable_natpmp": False, "allow_multiple_connections_per_ip": True,
-    "upload_rate_limit": int(limit), "in_enc_policy": 1, "out_enc_policy": 1})
+    "upload_rate_limit": int(limit), "in_enc_policy": int(encryption), "out_enc_policy": int(encryption)})
 handle = session.add_torrent({"ti": lt.torrent_info(torrent), "save_path": folder})
 handle.set_upload_limit(int(limit))
 while not handle.status().is_seeding:
@@ -39,8 +39,10 @@ class TorrentPeers : public test::StoreRun {
         if (python_.empty() || test::run_program(python_, {u"-c", u"import libtorrent"}).status != 0)
             GTEST_SKIP() << "python3-libtorrent is missing";
     }
+    enum Encryption { must_be = 0, may_be = 1, never = 2 };  ///< the peer's own numbers
     /// The sizes of "a", "b/c" and "b/d"; "e" has no bytes.
-    void begin(std::int64_t a, std::int64_t c, std::int64_t d, int limit = 0) {
+    void begin(std::int64_t a, std::int64_t c, std::int64_t d, int limit = 0,
+               Encryption encryption = may_be) {
         sizes_ = {a, c, d};
         ASSERT_TRUE(make_folders(folder.path(u"seed/tree/b")).ok());
         for (std::size_t i = 0; i < names.size(); ++i)
@@ -52,7 +54,8 @@ class TorrentPeers : public test::StoreRun {
         torrent = folder.path(u"seed/tree.torrent");
         peer_ = std::make_unique<RunningProgram>(
             python_, std::vector<std::u16string>{folder.write(u"peer.py", seed_script), torrent,
-                                                 folder.path(u"seed"), to_utf16(std::to_string(limit))});
+                                                 folder.path(u"seed"), to_utf16(std::to_string(limit)),
+                                                 to_utf16(std::to_string(encryption))});
         ASSERT_TRUE(peer_->wait_for_output("\n")) << peer_->err();
         const std::string out = peer_->out();
         port = std::stoi(out.substr(out.find(' ') + 1));
@@ -146,7 +149,7 @@ TEST_F(TorrentPeers, ATorrentAndAMagnetLinkBecomeFilesAndSelectedOnesAreAlone) {
 }
 
 TEST_F(TorrentPeers, AKilledDownloadGoesOnWithWhatWasSafe) {
-    begin(6'000'000, 777, 2'000'000, 3'000'000);
+    begin(6'000'000, 777, 2'000'000, 3'000'000, never);
     const std::vector<std::u16string> get{u"get", torrent, u"-d", folder.path(u"x"), u"--json"};
     {
         RunningProgram first(test::vantlow_program(), get, environment());
@@ -165,7 +168,7 @@ TEST_F(TorrentPeers, AKilledDownloadGoesOnWithWhatWasSafe) {
 }
 
 TEST_F(TorrentPeers, AFiledTorrentIsStoppedGoesOnAndIsRemovedWithItsFilesAlone) {
-    begin(6'000'000, 777, 2'000'000, 3'000'000);
+    begin(6'000'000, 777, 2'000'000, 3'000'000, must_be);
     const std::u16string id = to_utf16(add({torrent, u"-d", folder.path(u"x")}));
     {
         RunningProgram running(test::vantlow_program(), {u"start", id, u"--json"}, environment());

@@ -87,7 +87,7 @@ TEST(TorrentSessionTest, WhatCannotBeFetchedEndsWithASentenceAndAsksNobody) {
         const char* says;
     } cases[] = {
         {asked, by_proxy, u"0", "proxy"},
-        {asked, {}, u"2", "encrypted"},
+        {asked, {}, u"2", "libsecur"},
         {u"magnet:?xt=urn:btih:12", {}, u"0", "address"},
     };
     for (const auto& c : cases) {

@@ -31,6 +31,9 @@ struct SwarmOptions {
     std::uint16_t port = 0;  ///< that peers may connect to; 0: none
     std::u16string version = u"Vantlow";
     std::uint32_t seed = 1;  ///< decides about chance
+    const SecurTable* library =
+        nullptr;               ///< for encryption; outlives the swarm; null: plain connections alone
+    std::uint32_t crypto = 1;  ///< the setting "Crypto", see LinkCrypto
 };
 
 /// A peer of a swarm at this moment, to be shown.
@@ -98,8 +101,9 @@ class Swarm final : private LinkOwner {
     bool may_receive() override;
     void ended(PeerLink& link, const Result& why) override;
     PeerLink& add_link(const SocketAddress& address, bool is_incoming);
+    void call(const SocketAddress& address, bool encrypted);
     void connect_some();
-    void begin_talking(PeerLink& link);
+    [[nodiscard]] PeerHandshake own_handshake() const;
     bool is_kept(const PeerLink& link, const std::string& peer_id);
     void drop(PeerLink& link, bool for_good);
     void forget(PeerLink& link);
@@ -137,6 +141,7 @@ class Swarm final : private LinkOwner {
     const SwarmTorrent torrent_;
     const LinkLimits limits_;
     const SwarmOptions options_;
+    const LinkCrypto crypto_;
     Picker picker_;
     Choker choker_;
     BlameBook blames_;
