@@ -24,7 +24,6 @@ export async function mediaOf(tabId) {
 
 function onResponseStarted(details) {
   if (details.tabId < 0) return;
-  if (details.type === 'main_frame') change(details.tabId, () => []);
   const kind = mediaKind(details.url, details.responseHeaders);
   if (!kind) return;
   const one = { address: details.url, kind, size: sizeOf(details.responseHeaders) };
@@ -34,7 +33,11 @@ function onResponseStarted(details) {
 
 /** Begins to watch; to be called while the worker starts. */
 export function watchMedia() {
-  const filter = { urls: ['http://*/*', 'https://*/*'], types: ['main_frame', 'media', 'xmlhttprequest', 'object', 'other'] };
+  const filter = { urls: ['http://*/*', 'https://*/*'], types: ['media', 'xmlhttprequest', 'object', 'other'] };
   api.webRequest.onResponseStarted.addListener(onResponseStarted, filter, ['responseHeaders']);
+  // A download is a request of the page's own kind, too: only a new address is a new page.
+  api.tabs.onUpdated.addListener((tabId, { url }) => {
+    if (url) change(tabId, () => []);
+  });
   api.tabs.onRemoved.addListener((tabId) => change(tabId, () => []));
 }
