@@ -1,7 +1,7 @@
 // The browser's own downloads, taken over where the rules say so. Whatever goes wrong, the browser goes on by itself.
 import { api, asksForNames, loadSettings } from './api.js';
 import { getNext, handOver, setNext } from './handover.js';
-import { firstAddress, methodOf } from './requests.js';
+import { firstAddress, methodOf, storeOf } from './requests.js';
 import { isSaved, sizeOf, takes } from './rules.js';
 
 const leftToBrowser = new Set(); // addresses, until their download begins (Firefox)
@@ -24,7 +24,7 @@ function ofItem(item) {
     referer: item.referrer,
     name: nameOf(item.filename),
     size: item.totalBytes > 0 ? item.totalBytes : -1,
-    storeId: item.cookieStoreId ?? (asksForNames ? (item.incognito ? '1' : '0') : undefined),
+    storeId: storeOf(item),
   };
 }
 

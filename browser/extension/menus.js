@@ -1,6 +1,7 @@
 // The entries of the context menu, and the chooser for the links of a page.
 import { api, message } from './api.js';
 import { handOver } from './handover.js';
+import { storeOf } from './requests.js';
 import { isFetchable, tidyLinks } from './rules.js';
 
 const entries = [
@@ -33,7 +34,7 @@ async function linksOf(tab, frameId, selectedOnly) {
 /** What the downloads of a tab have in common: the store of its cookies, and the page that they were found on. */
 export const surroundingsOf = (tab) => ({
   referer: tab?.url,
-  storeId: tab?.cookieStoreId ?? (tab?.incognito ? '1' : '0'),
+  storeId: storeOf(tab ?? {}),
 });
 
 /** Hands links over; the browser fetches by itself what the program does not take. */

@@ -20,6 +20,16 @@ async function rememberPost(address) {
   await api.storage.session.set({ posts: [...posts, address].slice(-50) });
 }
 
+// A promise, for Chromium's requests do not tell it; of nothing where the tab has gone.
+async function storeOfTab(tabId) {
+  return api.tabs.get(tabId).then(storeOf, () => undefined);
+}
+
+/** The cookie store of a tab or of a download. */
+export function storeOf({ cookieStoreId, incognito }) {
+  return cookieStoreId ?? (incognito ? '1' : '0');
+}
+
 /** Begins to watch; to be called while the worker starts. */
 export function watchRequests() {
   const filter = { urls: ['<all_urls>'], types };
@@ -32,6 +42,7 @@ export function watchRequests() {
         agent: headerOf(details.requestHeaders, 'user-agent'),
         cookies: headerOf(details.requestHeaders, 'cookie'),
         authorization: headerOf(details.requestHeaders, 'authorization'),
+        storeId: details.cookieStoreId ?? storeOfTab(details.tabId),
       });
       if (details.method !== 'GET') rememberPost(details.url);
     },
@@ -62,7 +73,8 @@ async function storedCookies(address, storeId, pages) {
  * right store, referer, agent and login. Null where the browser logged in by a way that only it can go.
  */
 export async function factsOf({ address, first, referer, name, storeId }) {
-  const seen = byAddress.get(address);
+  const last = byAddress.get(address);
+  const seen = last && (await last.storeId) === storeId ? last : undefined; // else it was another window's
   const login = loginOf(seen?.authorization);
   if (login === null) return null;
   const isWeb = /^https?:/i.test(address);

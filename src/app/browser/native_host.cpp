@@ -153,8 +153,7 @@ Exit run_request(StoreCommand& command) {
         return Exit::done;
     }
     command.promise = add_answer(request.id, add_downloads(command.engine, request));
-    const bool has_window = command.app.desktop() != nullptr && !command.global.no_window;
-    if (!request.starts && has_window) command.app.desktop()->come_to_front();
+    if (!request.starts && command.app.desktop() != nullptr) command.app.desktop()->come_to_front();
     return Exit::done;
 }
 
