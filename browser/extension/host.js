@@ -11,10 +11,21 @@ let lastId = 0;
 let idleTimer = 0;
 const waiting = new Map(); // id to {resolve, reject, timer}
 
+function letGoLater() {
+  clearTimeout(idleTimer);
+  idleTimer = setTimeout(() => {
+    if (waiting.size > 0) return; // the end of the last one comes back to this
+    port?.disconnect();
+    port = null;
+  }, idleTime);
+}
+
+// Takes a request out of those that wait; undefined where it has ended already.
 function end(id) {
   const one = waiting.get(id);
   waiting.delete(id);
   clearTimeout(one?.timer);
+  letGoLater();
   return one;
 }
 
@@ -39,18 +50,8 @@ function connect() {
   return made;
 }
 
-function letGoLater() {
-  clearTimeout(idleTimer);
-  idleTimer = setTimeout(() => {
-    if (waiting.size > 0 || !port) return;
-    port.disconnect();
-    port = null;
-  }, idleTime);
-}
-
 /** Asks the program. Rejects where it is missing, refuses or does not answer in time. */
 export function ask(request) {
-  letGoLater();
   return new Promise((resolve, reject) => {
     const id = ++lastId;
     const timer = setTimeout(() => end(id)?.reject(new Error('timeout')), patience);

@@ -75,6 +75,7 @@ class Chromium:
     """Debian's Chromium with the extension; `home` is its user's."""
 
     name = "chromium"
+    extension = "amfocobpfblggmedeifaniiachofngnf"
     program = shutil.which("chromium")
 
     def __init__(self, wire):
@@ -88,6 +89,7 @@ class Chromium:
         wishes = {
             "download": {"default_directory": str(downloads), "prompt_for_download": False},
             "profile": {"default_content_setting_values": {"automatic_downloads": 1}},
+            "extensions": {"settings": {cls.extension: {"incognito": True}}},
         }
         (profile / "Default/Preferences").write_text(json.dumps(wishes))
         flags = (
@@ -119,6 +121,11 @@ class Chromium:
         session = self.attach(made)
         until(lambda: self.run(session, "document.readyState === 'complete' && location.href") == address, address)
         return session
+
+    def private_page(self, address):
+        self.in_extension(f"chrome.windows.create({{incognito: true, url: {json.dumps(address)}}}).then(() => 1)")
+        known = lambda: {t["browserContextId"]: t for t in self.targets("page", address)}
+        return self.attach(until(lambda: len(known()) == 2 and list(known().values()), "a private page")[-1])
 
     def in_extension(self, script):
         """Runs a script in a page of the extension, which stays open."""
@@ -165,7 +172,8 @@ class Firefox:
         with started(command, environment, r"WebDriver BiDi listening on (ws://\S+)") as address:
             browser = cls(Wire(address + "/session"))
             browser.wire.ask("session.new", capabilities={})
-            browser.wire.ask("webExtension.install", extensionData={"type": "path", "path": str(extension)})
+            source = {"type": "path", "path": str(extension)}
+            browser.wire.ask("webExtension.install", extensionData=source, **{"moz:allowPrivateBrowsing": True})
             yield browser
 
     uuid = "6d2b1c3e-7a44-4c9b-9a51-0f6a3d0b5c11"
@@ -186,6 +194,12 @@ class Firefox:
         page = self.wire.ask("browsingContext.create", type="tab")["context"]
         self.wire.ask("browsingContext.navigate", context=page, url=address, wait="complete")
         return page
+
+    def private_page(self, address):
+        pages = lambda: [c["context"] for c in self.wire.ask("browsingContext.getTree")["contexts"] if c["url"] == address]
+        before = pages()
+        self.in_extension(f"browser.windows.create({{incognito: true, url: {json.dumps(address)}}}).then(() => 1)")
+        return until(lambda: [page for page in pages() if page not in before], "a private page")[0]
 
     def in_extension(self, script):
         if not hasattr(self, "options"):

@@ -52,8 +52,9 @@ class Site(http.server.BaseHTTPRequestHandler):
     def do_GET(self):
         self.asked[self.path].append({name.lower(): value for name, value in self.headers.items()} | {"method": self.command})
         if self.path == "/page":
-            cookies = ("key=right; HttpOnly; SameSite=Strict; Path=/", "other=1; Path=/elsewhere")
-            return self.answer(200, PAGE.encode(), "text/html", Set_Cookie=cookies[0])
+            cookie = f"key=right{len(self.asked['/page'])}; HttpOnly; SameSite=Strict; Path=/"
+            known = {} if "Cookie" in self.headers else {"Set_Cookie": cookie}
+            return self.answer(200, PAGE.encode(), "text/html", **known)
         if self.path == "/moved":
             return self.answer(302, Location=self.other + "/target.bin")
         if self.path == "/secret" and "key=right" not in self.headers.get("Cookie", ""):
@@ -136,7 +137,7 @@ def taken_over(trial):
         own = Site.asked[path][-1]
         assert own.get("referer") == trial.here + "/page", f"{path}: referer {own.get('referer')}"
         assert own.get("user-agent") == Site.asked["/page"][-1]["user-agent"], f"{path}: {own.get('user-agent')}"
-        assert "key=right" in own.get("cookie", ""), f"{path}: no cookie"
+        assert "key=right1" in own.get("cookie", ""), f"{path}: no cookie"
     assert "cookie" not in Site.asked["/target.bin"][-1], "a cookie went to another host"
     assert trial.listed() == [], f"the browser's list has {trial.listed()}"
 
@@ -158,6 +159,17 @@ def left_to_the_browser(trial):
     trial.browser.run(trial.page, "location.href = '/forced.bin'")
     assert trial.whole(trial.fetched, "forced.bin") == CONTENT
     trial.settings(enabled=True)
+
+
+def private_windows(trial):
+    """A private window's downloads have its cookies, and nobody else's have them."""
+    private = trial.browser.private_page(trial.here + "/page")
+    for page, name, cookie in ((private, "private.bin", "key=right2"), (trial.page, "public.bin", "key=right1")):
+        link = f"Object.assign(document.createElement('a'), {{href: '/{name}', download: ''}})"
+        until(lambda page=page: trial.browser.run(page, "document.readyState") == "complete", "the page")
+        trial.browser.run(page, f"(() => {{ const a = {link}; document.body.append(a); a.click(); }})()")
+        assert trial.whole(trial.fetched, name) == CONTENT
+        assert Site.asked[f"/{name}"][-1].get("cookie") == cookie, f"{name}: {Site.asked[f'/{name}']}"
 
 
 def many_at_once(trial):
@@ -190,7 +202,7 @@ def without_the_program(trial):
     assert len(Site.asked["/absent.bin"]) == 1, Site.asked["/absent.bin"]
 
 
-WITH_THE_PROGRAM = (taken_over, left_to_the_browser, many_at_once, pages_of_the_extension)
+WITH_THE_PROGRAM = (taken_over, private_windows, left_to_the_browser, many_at_once, pages_of_the_extension)
 
 
 def drive(kind, program):

@@ -22,6 +22,16 @@ export function sizeText(size) {
   return `${number} ${['B', 'KiB', 'MiB', 'GiB', 'TiB'][power]}`;
 }
 
+/** The last part of an address's path, to be read; the address where it has none. */
+export function lastPart(address) {
+  const part = new URL(address).pathname.split('/').pop();
+  try {
+    return decodeURIComponent(part) || address;
+  } catch {
+    return part; // of another character set
+  }
+}
+
 /** An element with a text and properties. */
 export function make(tag, text, properties = {}) {
   return Object.assign(document.createElement(tag), { textContent: text }, properties);

@@ -1,6 +1,6 @@
 // The window of the button: what the program does, the switches, the media of the page.
 import { api, loadSettings, message } from '../api.js';
-import { askWorker, localize, make, sizeText } from './page.js';
+import { askWorker, lastPart, localize, make, sizeText } from './page.js';
 
 const field = (id) => document.getElementById(id);
 
@@ -18,18 +18,17 @@ async function showMedia(tabId) {
   const media = tabId === undefined ? [] : await askWorker({ type: 'media', tabId });
   field('none').hidden = media.length > 0;
   for (const { address, kind, size } of media) {
-    const fetch = make('button', message('fetch'));
-    fetch.addEventListener('click', async () => {
+    const button = make('button', message('fetch'));
+    button.addEventListener('click', async () => {
       const [taken] = await askWorker({ type: 'handOver', tabId, downloads: [{ address }] });
-      fetch.disabled = taken;
+      button.disabled = taken;
       await showStatus();
     });
     const line = make('li', '');
-    const name = decodeURIComponent(new URL(address).pathname.split('/').pop().replace(/%(?![0-9a-f]{2})/gi, '%25'));
     line.append(
-      make('span', name || address, { className: 'name', title: address }),
+      make('span', lastPart(address), { className: 'name', title: address }),
       make('span', `${message(`kind_${kind}`)} ${sizeText(size)}`, { className: 'note' }),
-      fetch,
+      button,
     );
     field('media').append(line);
   }
