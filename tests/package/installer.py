@@ -24,8 +24,8 @@ def names_below(folder):
 
 
 def faults_of_installing(wine, package, prefix, expected):
-    folder = prefix / "drive_c/My programs/Vantlow"
-    status, output = trial.run(*wine, package, "/S", "/MAGNET", r"/D=C:\My programs\Vantlow")
+    folder = prefix / "drive_c/Own/Vantlow"
+    status, output = trial.run(*wine, package, "/S", "/MAGNET", r"/D=C:\Own\Vantlow")
     if status:
         yield f"the installer ends with {status}: {output}"
     if missing := expected - names_below(folder):
@@ -38,7 +38,7 @@ def faults_of_installing(wine, package, prefix, expected):
     if not any(name.endswith(".database") for name in jobs):
         yield f"no job stands beside the program: {sorted(jobs)}"
     # Told where it stands, it works in its place and can be waited for.
-    status, output = trial.run(*wine, folder / "Uninstall.exe", "/S", r"_?=C:\My programs\Vantlow")
+    status, output = trial.run(*wine, folder / "Uninstall.exe", "/S", r"_?=C:\Own\Vantlow")
     if status:
         yield f"Uninstall.exe ends with {status}: {output}"
     left = names_below(folder) - {"Uninstall.exe"}
