@@ -44,8 +44,8 @@ ALLOWED = {
     "app/cli/tools": CLI | {"app/cli", "media"},
     "app/window/model": CLI,
     "app/resident": CLI | {"app/cli", "app/cli/store"},
+    "app/window": CLI | {"app/window/model", "media"},
     "app/browser": CLI | {"app/cli", "app/cli/store", "app/resident"},
-    "app/window": CLI | {"app/window/model"},
     "app": CLI | {"app/window", "app/cli", "app/cli/get", "app/cli/store", "app/cli/tools", "app/resident", "app/browser"},
 }
 # Files that others may include of a folder that they must not know otherwise: what an address is.
