@@ -2,7 +2,6 @@
 #pragma once
 
 #include <chrono>
-#include <condition_variable>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -74,6 +73,7 @@ class SessionRunner {
         NameKeeper* names = nullptr;  ///< hears from sessions before they name a file; null: nobody does
         std::function<void(const NameKeeper::Naming&)> before_name{};  ///< on their threads, likewise
         std::function<void()> serve{};  ///< called while an end is waited for: sessions may wait for it
+        TorrentShelf* torrents = nullptr;
     };
     explicit SessionRunner(Tools tools);
     ~SessionRunner();
@@ -185,7 +185,7 @@ class SessionRunner {
     bool look_beside_ = true;  ///< jobs may wait that could be looked after beside the others
 
     mutable Mutex mutex_;
-    std::condition_variable_any changed_;
+    Condition changed_;
     std::vector<Guid> ended_ VANTLOW_GUARDED_BY(mutex_);
     std::vector<LogLine> lines_ VANTLOW_GUARDED_BY(mutex_);
     bool woken_ VANTLOW_GUARDED_BY(mutex_) = false;

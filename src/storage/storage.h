@@ -3,7 +3,6 @@
 
 #include <array>
 #include <atomic>
-#include <condition_variable>
 #include <cstdint>
 #include <map>
 #include <memory>
@@ -67,8 +66,9 @@ class Storage {
     /// Opens what an earlier run left; files that are there are this storage's, partial or finished. The
     /// folder must be there. `other_folder` is looked into for the files that `folder` lacks.
     Result resume(const StoragePlaces& places);
-    /// Waits for operations in hand. A part file that nothing needs is removed.
-    void close();
+    /// Waits for operations in hand. A part file that nothing needs is removed; where nobody opens this
+    /// storage again, any is: `keeps_parts` false.
+    void close(bool keeps_parts = true);
 
     /// Hands bytes to the system. A finished file that gets other bytes becomes partial again. Bytes of
     /// padding go nowhere; those of a piece that no chosen file shares are refused with `unsupported`.
@@ -185,7 +185,7 @@ class Storage {
     std::vector<std::int64_t> shared_;  ///< pieces with bytes of several files, ascending; each has a slot
 
     mutable Mutex mutex_;  ///< guards what follows; never held across a file
-    std::condition_variable_any free_;
+    Condition free_;
     std::vector<Place> places_ VANTLOW_GUARDED_BY(mutex_);
     std::map<std::size_t, std::u16string> names_ VANTLOW_GUARDED_BY(mutex_);
     std::array<std::u16string, 2> roots_
