@@ -2,7 +2,9 @@
 // everybody to it.
 #pragma once
 
+#include <condition_variable>
 #include <mutex>
+#include <utility>
 
 // The attributes of clang's documentation ("Thread Safety Analysis"); nothing for other compilers.
 #if defined(__clang__)
@@ -42,12 +44,13 @@ class VANTLOW_CAPABILITY("mutex") Mutex {
     bool try_lock() VANTLOW_TRY_ACQUIRE(true) { return mutex_.try_lock(); }
 
   private:
+    friend class Condition;
     std::mutex mutex_;
 };
 
 /// Holds a Mutex or a BusyLock from here to the end of the scope. It may be given back and taken again in
-/// between, and std::condition_variable_any waits with it; the waiting predicate is a lambda that
-/// VANTLOW_REQUIRES the lock.
+/// between. A Condition waits with it, or std::condition_variable_any where a std::stop_token ends the wait
+/// or the lock is a BusyLock; the waiting predicate is a lambda that VANTLOW_REQUIRES the lock.
 template <class Lock>
 class VANTLOW_SCOPED_CAPABILITY MutexLock {
   public:
@@ -68,8 +71,41 @@ class VANTLOW_SCOPED_CAPABILITY MutexLock {
     }
 
   private:
+    friend class Condition;
     Lock& lock_;
     bool held_ = true;
+};
+
+/// std::condition_variable for a Mutex: unlike std::condition_variable_any it brings no second mutex of its
+/// own, which every wait and every notification would take besides.
+class Condition {
+  public:
+    void notify_one() noexcept { condition_.notify_one(); }
+    void notify_all() noexcept { condition_.notify_all(); }
+
+    /// Waits, with the lock given back meanwhile, until `is_so` holds.
+    template <class Predicate>
+    void wait(MutexLock<Mutex>& guard, Predicate is_so) {
+        Held held(guard);
+        condition_.wait(held.lock, std::move(is_so));
+    }
+    /// The same for at most this time; returns what `is_so` says at the end.
+    template <class Duration, class Predicate>
+    bool wait_for(MutexLock<Mutex>& guard, const Duration& at_most, Predicate is_so) {
+        Held held(guard);
+        return condition_.wait_for(held.lock, at_most, std::move(is_so));
+    }
+
+  private:
+    // Lends the guard's mutex to the standard's lock and takes it back, locked as it was.
+    struct Held {
+        explicit Held(MutexLock<Mutex>& guard) : lock(guard.lock_.mutex_, std::adopt_lock) {}
+        Held(const Held&) = delete;
+        Held& operator=(const Held&) = delete;
+        ~Held() { lock.release(); }
+        std::unique_lock<std::mutex> lock;
+    };
+    std::condition_variable condition_;
 };
 
 }  // namespace vantlow

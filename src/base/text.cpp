@@ -4,6 +4,7 @@
 #include <charconv>
 #include <cstdarg>
 #include <cstdio>
+#include <type_traits>
 
 namespace vantlow {
 namespace {
@@ -102,11 +103,21 @@ int dots_of(std::string_view segment) noexcept {
     return dots <= 2 ? dots : 0;
 }
 
+// How many ASCII units a text begins with. Nearly every text here is ASCII to its end, and such a run is
+// converted by one copy instead of unit by unit.
+template <class Char>
+std::size_t ascii_run(std::basic_string_view<Char> text) noexcept {
+    const auto is_ascii = [](Char unit) { return static_cast<std::make_unsigned_t<Char>>(unit) < 0x80; };
+    return static_cast<std::size_t>(std::find_if_not(text.begin(), text.end(), is_ascii) - text.begin());
+}
+
 }  // namespace
 
 std::u16string to_utf16(std::string_view utf8) {
-    std::u16string out;
-    out.reserve(utf8.size());
+    const std::size_t ascii = ascii_run(utf8);
+    std::u16string out(utf8.begin(), utf8.begin() + ascii);
+    utf8.remove_prefix(ascii);
+    out.reserve(out.size() + utf8.size());
     while (!utf8.empty()) {
         const Decoded next = decode_one(utf8);
         if (next.length == 0) {
@@ -127,9 +138,12 @@ std::u16string to_utf16(std::string_view utf8) {
 }
 
 std::string to_utf8(std::u16string_view text) {
-    std::string out;
+    const std::size_t ascii = ascii_run(text);
+    std::string out(ascii, '\0');
+    std::transform(text.begin(), text.begin() + ascii, out.begin(),
+                   [](char16_t unit) { return static_cast<char>(unit); });
     out.reserve(text.size());
-    for (std::size_t i = 0; i < text.size(); ++i) {
+    for (std::size_t i = ascii; i < text.size(); ++i) {
         const char32_t unit = text[i];
         const bool high = unit >= 0xD800 && unit <= 0xDBFF;
         if (high && i + 1 < text.size() && text[i + 1] >= 0xDC00 && text[i + 1] <= 0xDFFF) {

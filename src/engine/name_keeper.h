@@ -1,7 +1,6 @@
 // Files that are whole and wait for their names.
 #pragma once
 
-#include <condition_variable>
 #include <functional>
 #include <memory>
 #include <string>
@@ -42,7 +41,7 @@ class NameKeeper {
         bool done = false;  ///< guarded by mutex_
     };
     Mutex mutex_;
-    std::condition_variable_any changed_;
+    Condition changed_;
     std::vector<std::shared_ptr<Entry>> new_ VANTLOW_GUARDED_BY(mutex_);
     std::vector<std::shared_ptr<Entry>> taken_ VANTLOW_GUARDED_BY(mutex_);
 };

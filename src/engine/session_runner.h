@@ -2,7 +2,6 @@
 #pragma once
 
 #include <chrono>
-#include <condition_variable>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -187,7 +186,7 @@ class SessionRunner {
     bool look_beside_ = true;  ///< jobs may wait that could be looked after beside the others
 
     mutable Mutex mutex_;
-    std::condition_variable_any changed_;
+    Condition changed_;
     std::vector<Guid> ended_ VANTLOW_GUARDED_BY(mutex_);
     std::vector<LogLine> lines_ VANTLOW_GUARDED_BY(mutex_);
     bool woken_ VANTLOW_GUARDED_BY(mutex_) = false;

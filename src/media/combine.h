@@ -3,7 +3,6 @@
 
 #include <atomic>
 #include <chrono>
-#include <condition_variable>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -91,7 +90,7 @@ class CCombineMediaThread {
     CombineControl control_;
     CombineOutcome outcome_;
     Mutex mutex_;
-    std::condition_variable_any changed_;
+    Condition changed_;
     bool ended_ VANTLOW_GUARDED_BY(mutex_) = false;
     std::thread thread_;
 };

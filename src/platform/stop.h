@@ -37,10 +37,11 @@ class Deadline {
 };
 
 /// An event of the operating system: once set it stays set, and wakes everybody who waits for it, now and
-/// later. Any thread may call any operation.
+/// later. The system is asked for one by the first wait only: most events of short jobs never see any. Any
+/// thread may call any operation.
 class WakeEvent {
   public:
-    WakeEvent();
+    WakeEvent() = default;
     ~WakeEvent();
     WakeEvent(const WakeEvent&) = delete;
     WakeEvent& operator=(const WakeEvent&) = delete;
@@ -50,14 +51,22 @@ class WakeEvent {
     bool wait(std::chrono::milliseconds at_most) const noexcept;
 
     /// The system's own handle (a descriptor or a HANDLE), for the waits of this folder only; -1 where there
-    /// is none.
-    [[nodiscard]] std::intptr_t native() const noexcept { return native_; }
+    /// is none. Every later call gives the same.
+    [[nodiscard]] std::intptr_t native() const noexcept;
 
   private:
+    static constexpr std::intptr_t unmade = -2;
+    static constexpr std::intptr_t none = -1;  ///< the system had no event left: flag_ is polled then
+
+    // The system's part.
+    static std::intptr_t make() noexcept;  ///< `none` when it has none left
+    static void close(std::intptr_t native) noexcept;
+    static void raise(std::intptr_t native) noexcept;
+
     /// Waits by looking at flag_ every 20 ms, for a system that had no event left.
     bool poll_flag(const Deadline& deadline) const noexcept;
 
-    std::intptr_t native_;  ///< -1 when the system had no event left: flag_ is polled then
+    mutable std::atomic<std::intptr_t> native_{unmade};
     std::atomic<bool> flag_{false};
 };
 

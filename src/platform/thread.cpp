@@ -38,71 +38,66 @@ ThreadPool::~ThreadPool() {
 
 void ThreadPool::Running::join() {
     if (!work_) return;
-    {
-        MutexLock guard(pool_->mutex_);
-        work_->ended.wait(guard, [this] { return work_->done; });
-    }
+    work_->done.wait(false);
     work_.reset();
 }
 
 Result ThreadPool::start(Running& running, std::function<void()> work) {
     running.join();
-    running.pool_ = this;
     running.work_ = std::make_shared<Running::Work>();
     running.work_->run = std::move(work);
-    const MutexLock guard(mutex_);
+    MutexLock guard(mutex_);
     if (idle_.empty()) {
-        Worker* const worker = workers_.emplace_back(std::make_unique<Worker>()).get();
+        const auto worker = workers_.emplace_back(std::make_shared<Worker>());
         worker->next = running.work_;
-        Result started = start_thread(worker->thread, [this, worker] { serve(*worker); });
+        Result started = start_thread(worker->thread, [this, worker] { serve(worker); });
         if (!started.ok()) {
             workers_.pop_back();
             running.work_.reset();
         }
         return started;
     }
-    Worker* const worker = idle_.back();
+    const std::shared_ptr<Worker> worker = std::move(idle_.back());
     idle_.pop_back();
     worker->next = running.work_;
-    // The notification stays within the lock: otherwise the worker may see the work by itself, do it and be
-    // gone.
+    // Without the lock, which the worker takes first. It may have done the work and be gone by now: the
+    // pointer keeps what is notified.
+    guard.unlock();
     worker->woken.notify_one();
     return {};
 }
 
-void ThreadPool::serve(Worker& worker) {
+void ThreadPool::serve(const std::shared_ptr<Worker>& worker) {
     MutexLock guard(mutex_);
     for (;;) {
-        const auto is_wanted = [&]() VANTLOW_REQUIRES(mutex_) { return worker.next || closing_; };
-        if (!worker.woken.wait_for(guard, idle_life_, is_wanted)) {
+        const auto is_wanted = [&]() VANTLOW_REQUIRES(mutex_) { return worker->next || closing_; };
+        if (!worker->woken.wait_for(guard, idle_life_, is_wanted)) {
             std::thread before = take_out(worker);
             guard.unlock();
             if (before.joinable()) before.join();
             return;
         }
-        const std::shared_ptr<Running::Work> work = std::exchange(worker.next, nullptr);
+        const std::shared_ptr<Running::Work> work = std::exchange(worker->next, nullptr);
         if (!work) return;
         guard.unlock();
         work->run();
         work->run =
             nullptr;  // releases what the work holds on its own thread, before anybody hears that it is done
+        // Idle first: who has joined this work and starts the next finds this thread.
         guard.lock();
-        work->done = true;
-        idle_.push_back(&worker);
+        idle_.push_back(worker);
         guard.unlock();
-        work->ended.notify_all();
+        work->done = true;
+        work->done.notify_all();
         guard.lock();
     }
 }
 
 // An idle thread ends. It cannot join itself, so it is given the one that ended before it, to join that.
-std::thread ThreadPool::take_out(Worker& worker) {
-    std::erase(idle_, &worker);
-    const auto at =
-        std::find_if(workers_.begin(), workers_.end(), [&](const auto& one) { return one.get() == &worker; });
-    const std::unique_ptr<Worker> own = std::move(*at);
-    workers_.erase(at);
-    return std::exchange(leaving_, std::move(own->thread));
+std::thread ThreadPool::take_out(const std::shared_ptr<Worker>& worker) {
+    std::erase(idle_, worker);
+    std::erase(workers_, worker);
+    return std::exchange(leaving_, std::move(worker->thread));
 }
 
 }  // namespace vantlow

@@ -1,8 +1,8 @@
 // Threads, which the system may refuse, and a pool of them for short pieces of work.
 #pragma once
 
+#include <atomic>
 #include <chrono>
-#include <condition_variable>
 #include <functional>
 #include <memory>
 #include <thread>
@@ -41,10 +41,8 @@ class ThreadPool {
         friend class ThreadPool;
         struct Work {
             std::function<void()> run;
-            bool done = false;  ///< guarded by the pool's mutex
-            std::condition_variable_any ended;
+            std::atomic<bool> done = false;
         };
-        ThreadPool* pool_ = nullptr;
         std::shared_ptr<Work> work_;
     };
 
@@ -55,18 +53,19 @@ class ThreadPool {
   private:
     struct Worker {
         std::shared_ptr<Running::Work> next;  ///< guarded by mutex_
-        std::condition_variable_any woken;
+        Condition woken;
         std::thread thread;
     };
-    void serve(Worker& worker);
-    std::thread take_out(Worker& worker) VANTLOW_REQUIRES(mutex_);
+    void serve(const std::shared_ptr<Worker>& worker);
+    std::thread take_out(const std::shared_ptr<Worker>& worker) VANTLOW_REQUIRES(mutex_);
 
     const std::chrono::milliseconds idle_life_;
 
     Mutex mutex_;
     bool closing_ VANTLOW_GUARDED_BY(mutex_) = false;
-    std::vector<Worker*> idle_ VANTLOW_GUARDED_BY(mutex_);  ///< the one that stopped last is taken first
-    std::vector<std::unique_ptr<Worker>> workers_ VANTLOW_GUARDED_BY(mutex_);
+    std::vector<std::shared_ptr<Worker>> idle_
+        VANTLOW_GUARDED_BY(mutex_);  ///< the one that stopped last is taken first
+    std::vector<std::shared_ptr<Worker>> workers_ VANTLOW_GUARDED_BY(mutex_);
     std::thread leaving_ VANTLOW_GUARDED_BY(mutex_);  ///< the one that ended last; the next to end joins it
 };
 

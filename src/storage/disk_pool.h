@@ -1,7 +1,6 @@
 // Threads that read, hash and write for those who must not wait for a disk.
 #pragma once
 
-#include <condition_variable>
 #include <cstdint>
 #include <deque>
 #include <functional>
@@ -66,7 +65,7 @@ class DiskPool {
     StopSource stop_;
     std::shared_ptr<Results> results_;
     mutable Mutex mutex_;
-    std::condition_variable_any news_;
+    Condition news_;
     std::deque<Work> works_ VANTLOW_GUARDED_BY(mutex_);
     std::vector<Callback> room_calls_ VANTLOW_GUARDED_BY(mutex_);
     std::int64_t held_ VANTLOW_GUARDED_BY(mutex_) = 0;

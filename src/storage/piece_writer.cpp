@@ -63,7 +63,7 @@ struct PieceWriter::State : std::enable_shared_from_this<PieceWriter::State> {
     const PieceHashSource& hashes;
     const Report report;
     mutable Mutex mutex;
-    std::condition_variable_any idle;
+    Condition idle;
     std::map<std::int64_t, Piece> pieces VANTLOW_GUARDED_BY(mutex);
     int in_hand VANTLOW_GUARDED_BY(mutex) = 0;
     bool closed VANTLOW_GUARDED_BY(mutex) = false;

@@ -3,7 +3,6 @@
 
 #include <array>
 #include <atomic>
-#include <condition_variable>
 #include <cstdint>
 #include <map>
 #include <memory>
@@ -186,7 +185,7 @@ class Storage {
     std::vector<std::int64_t> shared_;  ///< pieces with bytes of several files, ascending; each has a slot
 
     mutable Mutex mutex_;  ///< guards what follows; never held across a file
-    std::condition_variable_any free_;
+    Condition free_;
     std::vector<Place> places_ VANTLOW_GUARDED_BY(mutex_);
     std::map<std::size_t, std::u16string> names_ VANTLOW_GUARDED_BY(mutex_);
     std::array<std::u16string, 2> roots_

@@ -1,7 +1,6 @@
 // The write-behind buffer in front of a job's file.
 #pragma once
 
-#include <condition_variable>
 #include <cstddef>
 #include <cstdint>
 #include <span>
@@ -55,7 +54,7 @@ class WriteBehind {
     WrittenListener& listener_;
     std::size_t capacity_;  ///< of a half
     Mutex mutex_;
-    std::condition_variable_any idle_;
+    Condition idle_;
     Half filling_ VANTLOW_GUARDED_BY(mutex_);
     Half writing_;  ///< the writer's while writing_now_, else guarded by mutex_
     bool writing_now_ VANTLOW_GUARDED_BY(mutex_) = false;

@@ -1,5 +1,6 @@
 #include "store/job_log.h"
 
+#include <algorithm>
 #include <chrono>
 #include <new>
 
@@ -26,11 +27,19 @@ std::int64_t now_in_milliseconds() noexcept {
     return duration_cast<milliseconds>(system_clock::now().time_since_epoch()).count();
 }
 
+// Nearly every line is printable ASCII, which is its own text; only others are looked at character by
+// character.
+bool is_plain(std::string_view text) noexcept {
+    return std::all_of(text.begin(), text.end(), [](char c) { return c >= 0x20 && c < 0x7F; });
+}
+
 }  // namespace
 
 // Text from a server must neither move the cursor of the terminal that shows it, nor make two lines of one.
 std::string log_text(std::string_view text) {
-    std::u16string units = to_utf16(cut(text, CLogNode::max_length));
+    const std::string_view kept = cut(text, CLogNode::max_length);
+    if (is_plain(kept)) return std::string(kept);
+    std::u16string units = to_utf16(kept);
     char16_t before = 0;
     for (char16_t& c : units) {
         const bool behind_half = before >= 0xD800 && before <= 0xDBFF;

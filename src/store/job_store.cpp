@@ -1,6 +1,7 @@
 #include "store/job_store.h"
 
 #include <algorithm>
+#include <cstring>
 #include <limits>
 
 #include "base/text.h"
@@ -8,8 +9,13 @@
 namespace vantlow {
 namespace {
 
-// The bytes of an identity in the order of its digits: see guid_text().
-constexpr std::size_t digit_order[] = {3, 2, 1, 0, 5, 4, 7, 6, 8, 9, 10, 11, 12, 13, 14, 15};
+// The first eight bytes of an identity as the number that its first sixteen digits are: see guid_text().
+std::uint64_t first_digits(const Guid& id) noexcept {
+    constexpr std::size_t digit_order[] = {3, 2, 1, 0, 5, 4, 7, 6};
+    std::uint64_t number = 0;
+    for (const std::size_t i : digit_order) number = (number << 8U) | id.bytes[i];
+    return number;
+}
 
 // No queue gets this long: a larger order comes from a damaged file, and would leave no room behind it.
 constexpr std::int32_t largest_order = std::numeric_limits<std::int32_t>::max() / 2;
@@ -17,10 +23,10 @@ constexpr std::int32_t largest_order = std::numeric_limits<std::int32_t>::max() 
 }  // namespace
 
 bool JobStore::DigitsLess::operator()(const Guid& a, const Guid& b) const noexcept {
-    for (const std::size_t i : digit_order) {
-        if (a.bytes[i] != b.bytes[i]) return a.bytes[i] < b.bytes[i];
-    }
-    return false;
+    const std::uint64_t first_a = first_digits(a);
+    const std::uint64_t first_b = first_digits(b);
+    if (first_a != first_b) return first_a < first_b;
+    return std::memcmp(a.bytes.data() + 8, b.bytes.data() + 8, 8) < 0;
 }
 
 std::unique_ptr<JobStore> JobStore::open(const Options& options, std::string& error) {

@@ -1,7 +1,6 @@
 // The writer of a job store's files: the journal, the database, its copy and its backup.
 #pragma once
 
-#include <condition_variable>
 #include <cstdint>
 #include <deque>
 #include <functional>
@@ -104,7 +103,7 @@ class StoreWriter {
     const std::function<bool()> in_place_;
     std::function<void()> wake_;
     mutable Mutex mutex_;
-    mutable std::condition_variable_any changed_;
+    mutable Condition changed_;
     std::deque<Task> tasks_ VANTLOW_GUARDED_BY(mutex_);
     std::vector<Answer> answers_ VANTLOW_GUARDED_BY(mutex_);
     Ticket last_ticket_ VANTLOW_GUARDED_BY(mutex_) = 0;

@@ -138,7 +138,7 @@ TEST_F(RowsTest, AreSortedByEveryKeyAndShownByViewAndSearch) {
         {View::of_day(DayGroup::today), u"", {u"zeta"}},
         {View::of_day(DayGroup::older), u"", {u"file 10", u"File 9", u"\u00C4pfel"}},
         {{}, u"FILE", {u"file 10", u"File 9"}},
-        {{}, u"file -10", {u"File 9"}},
+        {{}, u"file -\"file 10\"", {u"File 9"}},
         {{}, u"\u00FCBUNG \u0436en", {u"File 9"}},
         {{}, u"\"bung von\"", {u"File 9"}},
         {{}, u"host.example/z", {u"zeta"}},

@@ -17,26 +17,30 @@ int descriptor(std::intptr_t native) noexcept {
 
 }  // namespace
 
-WakeEvent::WakeEvent()
-    : native_(ask_hook(Operation::make_event) != 0 ? -1 : ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
-
-WakeEvent::~WakeEvent() {
-    if (native_ >= 0) ::close(descriptor(native_));
+std::intptr_t WakeEvent::make() noexcept {
+    if (ask_hook(Operation::make_event) != 0) return none;
+    const int made = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+    return made < 0 ? none : made;
 }
 
-void WakeEvent::set() noexcept {
-    flag_.store(true, std::memory_order_release);
-    if (native_ < 0) return;
+void WakeEvent::close(std::intptr_t native) noexcept {
+    ::close(descriptor(native));
+}
+
+void WakeEvent::raise(std::intptr_t native) noexcept {
     const eventfd_t one = 1;
     // EAGAIN: the counter is full, so it is set.
-    while (::write(descriptor(native_), &one, sizeof one) < 0 && errno == EINTR) {
+    while (::write(descriptor(native), &one, sizeof one) < 0 && errno == EINTR) {
     }
 }
 
 bool WakeEvent::wait(std::chrono::milliseconds at_most) const noexcept {
+    if (flag_.load(std::memory_order_acquire)) return true;
+    if (at_most.count() == 0) return false;
     const Deadline deadline(at_most);
-    if (native_ < 0) return poll_flag(deadline);
-    pollfd entry{descriptor(native_), POLLIN, 0};
+    const std::intptr_t event = native();
+    if (event == none) return poll_flag(deadline);
+    pollfd entry{descriptor(event), POLLIN, 0};
     for (;;) {
         const int left = deadline.left();
         const int count = ::poll(&entry, 1, left);

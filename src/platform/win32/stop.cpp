@@ -10,32 +10,32 @@ HANDLE handle(std::intptr_t native) noexcept {
     return reinterpret_cast<HANDLE>(native);
 }
 
-std::intptr_t make_event() noexcept {
-    if (ask_hook(Operation::make_event) != 0) return -1;
-    HANDLE made = CreateEventW(nullptr, TRUE, FALSE, nullptr);
-    return made == nullptr ? -1 : reinterpret_cast<std::intptr_t>(made);
-}
-
 }  // namespace
 
-WakeEvent::WakeEvent() : native_(make_event()) {}
-
-WakeEvent::~WakeEvent() {
-    if (native_ != -1) CloseHandle(handle(native_));
+std::intptr_t WakeEvent::make() noexcept {
+    if (ask_hook(Operation::make_event) != 0) return none;
+    HANDLE made = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+    return made == nullptr ? none : reinterpret_cast<std::intptr_t>(made);
 }
 
-void WakeEvent::set() noexcept {
-    flag_.store(true, std::memory_order_release);
-    if (native_ != -1) SetEvent(handle(native_));
+void WakeEvent::close(std::intptr_t native) noexcept {
+    CloseHandle(handle(native));
+}
+
+void WakeEvent::raise(std::intptr_t native) noexcept {
+    SetEvent(handle(native));
 }
 
 bool WakeEvent::wait(std::chrono::milliseconds at_most) const noexcept {
+    if (flag_.load(std::memory_order_acquire)) return true;
+    if (at_most.count() == 0) return false;
     const Deadline deadline(at_most);
-    if (native_ == -1) return poll_flag(deadline);
+    const std::intptr_t event = native();
+    if (event == none) return poll_flag(deadline);
     for (;;) {
         const int left = deadline.left();
         const DWORD result =
-            WaitForSingleObject(handle(native_), left < 0 ? INFINITE : static_cast<DWORD>(left));
+            WaitForSingleObject(handle(event), left < 0 ? INFINITE : static_cast<DWORD>(left));
         if (result == WAIT_OBJECT_0) return true;
         if (result == WAIT_FAILED) return poll_flag(deadline);
         // The system's waits go by their own clock and may end a little early.

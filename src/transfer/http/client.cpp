@@ -125,6 +125,7 @@ Result HttpClient::ask(const HttpErrand& errand, HttpAnswer& answer) {
 // The address of a host that wants to be reached over TLS only begins with "https://"; its port 80 is 443
 // then, another one stays (RFC 6797, 8.3).
 std::u16string HttpClient::secured_where_wanted(const std::u16string& address) const {
+    if (strict_hosts_.is_empty()) return address;
     const auto target = parse_target(address);
     if (!target || target->scheme != "http" || !strict_hosts_.contains(target->host, now())) return address;
     std::u16string secured = u"https" + address.substr(4);

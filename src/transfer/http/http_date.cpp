@@ -1,4 +1,5 @@
 // HTTP dates: RFC 9110, 5.6.7.
+#include <algorithm>
 #include <array>
 #include <chrono>
 
@@ -19,24 +20,23 @@ std::optional<unsigned> month_number(std::string_view name) {
 
 // "08:49:37" in seconds; 24 hours, with a leap second allowed.
 std::optional<std::int64_t> time_of_day(std::string_view text) {
-    const auto parts = split(text, ':');
-    if (parts.size() != 3) return std::nullopt;
-    const auto hour = parse_decimal(parts[0]);
-    const auto minute = parse_decimal(parts[1]);
-    const auto second = parse_decimal(parts[2]);
+    const auto first = std::min(text.find(':'), text.size());
+    const auto second_at = text.find(':', first + 1);
+    if (second_at == std::string_view::npos) return std::nullopt;
+    const auto hour = parse_decimal(text.substr(0, first));
+    const auto minute = parse_decimal(text.substr(first + 1, second_at - first - 1));
+    const auto second = parse_decimal(text.substr(second_at + 1));
     if (!hour || !minute || !second || *hour > 23 || *minute > 59 || *second > 60) return std::nullopt;
     return *hour * 3600 + *minute * 60 + *second;
 }
 
-std::vector<std::string_view> words(std::string_view text) {
-    std::vector<std::string_view> found;
-    while (!text.empty()) {
-        const auto start = text.find_first_not_of(" ,-\t");
-        if (start == std::string_view::npos) break;
-        text.remove_prefix(start);
-        const auto end = std::min(text.find_first_of(" ,-\t"), text.size());
-        found.push_back(text.substr(0, end));
-        text.remove_prefix(end);
+// The words of a date that count; those that are missing are empty.
+std::array<std::string_view, 5> first_words(std::string_view text) {
+    std::array<std::string_view, 5> found;
+    for (std::string_view& word : found) {
+        text.remove_prefix(std::min(text.find_first_not_of(" ,-\t"), text.size()));
+        word = text.substr(0, text.find_first_of(" ,-\t"));
+        text.remove_prefix(word.size());
     }
     return found;
 }
@@ -45,8 +45,8 @@ std::vector<std::string_view> words(std::string_view text) {
 
 std::optional<std::int64_t> parse_http_date(std::string_view text) {
     // "Sun, 06 Nov 1994 08:49:37 GMT", "Sunday, 06-Nov-94 08:49:37 GMT", "Sun Nov  6 08:49:37 1994"
-    const auto parts = words(text);
-    if (parts.size() < 5) return std::nullopt;
+    const auto parts = first_words(text);
+    if (parts.back().empty()) return std::nullopt;
     const bool asctime = !parse_decimal(parts[1]).has_value();
     const auto day = parse_decimal(asctime ? parts[2] : parts[1]);
     const auto month = month_number(asctime ? parts[1] : parts[2]);

@@ -63,6 +63,11 @@ void StrictHosts::take(std::string_view field, std::string_view host, std::int64
     hosts_[key] = {now + policy->max_age, policy->subdomains};
 }
 
+bool StrictHosts::is_empty() const {
+    const MutexLock guard(mutex_);
+    return hosts_.empty();
+}
+
 bool StrictHosts::contains(std::string_view host, std::int64_t now) const {
     const std::string key = key_of(host);
     const MutexLock guard(mutex_);

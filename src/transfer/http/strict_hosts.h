@@ -19,6 +19,8 @@ class StrictHosts : public Keepsake {
     /// may be handed over: anybody can say it otherwise. A field that is not well-formed and an address in
     /// place of a name change nothing.
     void take(std::string_view field, std::string_view host, std::int64_t now);
+    /// Whether no host has said so yet.
+    [[nodiscard]] bool is_empty() const;
     /// Whether the host, or one above it with its subdomains, has said so (seconds since 1970).
     [[nodiscard]] bool contains(std::string_view host, std::int64_t now) const;
 

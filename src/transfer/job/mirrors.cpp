@@ -22,21 +22,22 @@ bool is_different(const Result& why) noexcept {
 void MirrorSet::begin(const CJobNode& job) {
     mirrors_.clear();
     only_ = none;
-    const auto own = parse_target(job.address);
-    const auto add = [&](const std::u16string& address) {
+    const auto add = [&](const std::u16string& address, bool own_server) {
         const bool is_known = std::any_of(mirrors_.begin(), mirrors_.end(),
                                           [&](const Mirror& mirror) { return mirror.address == address; });
         if (is_known || count() >= most_mirrors) return;
         Mirror& mirror = mirrors_.emplace_back();
         mirror.address = address;
-        const auto target = parse_target(address);
-        mirror.own_server = address == job.address || (own && target && is_same_server(*own, *target));
+        mirror.own_server = own_server;
     };
-    add(job.address);
+    add(job.address, true);
     if (!job.sources) return;
+    const auto own = parse_target(job.address);
     for (const std::u16string& address : job.sources->mirrors) {
         // The job's own may be written with credentials that the list lacks.
-        if (without_credentials(address) != without_credentials(job.address)) add(address);
+        if (without_credentials(address) == without_credentials(job.address)) continue;
+        const auto target = parse_target(address);
+        add(address, own && target && is_same_server(*own, *target));
     }
 }
 

@@ -72,8 +72,9 @@ void ListMemory::read() {
 }
 
 std::optional<ListMemory::Finished> ListMemory::take(const CJobNode& job) {
-    const std::string key = key_of(job.address, job.file_name);
     const MutexLock guard(mutex_);
+    if (finished_.empty()) return std::nullopt;
+    const std::string key = key_of(job.address, job.file_name);
     for (auto at = finished_.find(key); at != finished_.end(); at = finished_.find(key)) {
         Line file = std::move(at->second);
         finished_.erase(at);
@@ -95,15 +96,23 @@ void ListMemory::forget() {
 
 void ListMemory::naming(const NameKeeper::Naming& naming) {
     const std::string key = key_of(naming.address, naming.asked_name);
-    const MutexLock guard(mutex_);
+    MutexLock guard(mutex_);
     // Until it has a name that is free, the partial file stands beside the first one.
-    const auto at = partial_files_.emplace(naming.job, naming.path + std::u16string(partial_suffix)).first;
-    write(key, {naming.path, naming.size}, at->second);
+    const std::u16string partial =
+        partial_files_.emplace(naming.job, naming.path + std::u16string(partial_suffix)).first->second;
+    guard.unlock();
+    const std::string line = line_of(key, {naming.path, naming.size}, partial);
+    guard.lock();
+    write(line);
 }
 
 void ListMemory::add(const CJobNode& job, const Finished& file) {
-    const MutexLock guard(mutex_);
-    if (!partial_files_.contains(job.identity)) write(key_of(job.address, job.file_name), file, {});
+    MutexLock guard(mutex_);
+    if (partial_files_.contains(job.identity)) return;
+    guard.unlock();
+    const std::string line = line_of(key_of(job.address, job.file_name), file, {});
+    guard.lock();
+    write(line);
 }
 
 // From the folder on, which may be moved between two runs.
@@ -113,8 +122,18 @@ std::optional<std::u16string> ListMemory::below_folder(const std::u16string& pat
     return path.substr(above.size() - 1);
 }
 
-void ListMemory::write(const std::string& key, const Finished& file, const std::u16string& partial) {
-    if (others_ || !failure_.ok()) return;
+// Empty for a file outside the folder, which is not remembered.
+std::string ListMemory::line_of(const std::string& key, const Finished& file,
+                                const std::u16string& partial) const {
+    const auto name = below_folder(file.path);
+    if (!name) return {};
+    json line{{"key", key}, {"file", to_utf8(*name)}, {"size", file.size}};
+    if (const auto before = below_folder(partial)) line["partial"] = to_utf8(*before);
+    return line.dump(-1, ' ', false, json::error_handler_t::replace) + "\n";
+}
+
+void ListMemory::write(const std::string& line) {
+    if (line.empty() || others_ || !failure_.ok()) return;
     if (!file_.is_open()) {
         failure_ = file_.open(path_, OpenMode::create_new, Privacy::owner_only);
         others_ = failure_.fault == FileFault::exists;
@@ -123,14 +142,9 @@ void ListMemory::write(const std::string& key, const Finished& file, const std::
         others_ = !file_.try_lock();
         if (others_) return file_.close();
     }
-    const auto name = below_folder(file.path);
-    if (!name) return;
-    json line{{"key", key}, {"file", to_utf8(*name)}, {"size", file.size}};
-    if (const auto before = below_folder(partial)) line["partial"] = to_utf8(*before);
-    const std::string text = line.dump(-1, ' ', false, json::error_handler_t::replace) + "\n";
-    failure_ = file_.write_at(end_, std::as_bytes(std::span(text)));
+    failure_ = file_.write_at(end_, std::as_bytes(std::span(line)));
     if (!failure_.ok()) return;
-    end_ += static_cast<std::int64_t>(text.size());
+    end_ += static_cast<std::int64_t>(line.size());
     unsaved_ = true;
 }
 

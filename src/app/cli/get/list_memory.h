@@ -6,6 +6,7 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <unordered_map>
 
 #include "base/mutex.h"
 #include "engine/name_keeper.h"
@@ -50,8 +51,9 @@ class ListMemory {
 
   private:
     void read() VANTLOW_REQUIRES(mutex_);
-    void write(const std::string& key, const Finished& file, const std::u16string& partial)
-        VANTLOW_REQUIRES(mutex_);
+    [[nodiscard]] std::string line_of(const std::string& key, const Finished& file,
+                                      const std::u16string& partial) const;
+    void write(const std::string& line) VANTLOW_REQUIRES(mutex_);
     [[nodiscard]] std::optional<std::u16string> below_folder(const std::u16string& path) const;
 
     std::u16string folder_;
@@ -68,7 +70,7 @@ class ListMemory {
     };
     std::multimap<std::string, Line> finished_ VANTLOW_GUARDED_BY(mutex_);  ///< by the job's key
     /// Of jobs whose files were named in this run.
-    std::map<Guid, std::u16string> partial_files_ VANTLOW_GUARDED_BY(mutex_);
+    std::unordered_map<Guid, std::u16string, GuidHash> partial_files_ VANTLOW_GUARDED_BY(mutex_);
 };
 
 }  // namespace vantlow
