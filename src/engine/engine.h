@@ -103,8 +103,9 @@ class Engine {
         std::u16string agent;            ///< of jobs without one of their own
         CredentialLookup credentials{};  ///< the user's file of logins
         const SessionTable* sessions = &standard_sessions();
-        bool follows = true;      ///< a fetched document gives way to what it names
-        bool keeps_state = true;  ///< beside partial files, so that a later run continues them
+        bool follows = true;       ///< a fetched document gives way to what it names
+        bool keeps_state = true;   ///< beside partial files, so that a later run continues them
+        TorrentSharing sharing{};  ///< of its torrents
         std::chrono::milliseconds change_interval{250};  ///< between two calls of EngineListener::changed
     };
     Engine(std::unique_ptr<JobStore> store, Options options);
