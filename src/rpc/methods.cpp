@@ -101,8 +101,8 @@ Answer MethodTable::call(const std::string& name, Json& params, Run& run) const 
     const auto token = take_token(params);
     const auto found = methods_.find(name);
     const bool needs_token = found == methods_.end() || found->second.needs_token;
-    // A request is one guess: behind a wrong token nothing is compared any more. Methods that need none are no
-    // guess at all.
+    // A request is one guess: behind a wrong token nothing is compared any more. Methods that need none are
+    // no guess at all.
     const bool shown = !run.was_refused && (secret_.empty() || (token && is_same_secret(*token, secret_)));
     if (needs_token && !shown) {
         run.was_refused = true;
