@@ -124,6 +124,8 @@ std::vector<rpc::FileStatus> files_of_torrent(const CJobNode& job, const std::u1
     if (torrent == nullptr)
         return {{"[METADATA]" + torrent_of(job, nullptr).value_or(rpc::TorrentStatus()).name, status.length,
                  status.done}};
+    // Before it begins only the folder around it is decided.
+    const std::u16string top = name_of(path).empty() ? join_path(folder_of(path), job.file_name) : path;
     const bool is_whole = job.state == JobState::finished;
     const auto chosen = select(job.rules ? job.rules->select : std::string(), torrent->files.count());
     std::vector<rpc::FileStatus> files;
@@ -131,7 +133,7 @@ std::vector<rpc::FileStatus> files_of_torrent(const CJobNode& job, const std::u1
         const ListedFile& one = torrent->files.at(i);
         if (one.padding) continue;
         const bool is_chosen = !chosen || std::ranges::find(*chosen, files.size()) != chosen->end();
-        const std::u16string place = torrent->is_folder ? join_path(path, one.path) : path;
+        const std::u16string place = torrent->is_folder ? join_path(top, one.path) : top;
         files.push_back({to_utf8(place), one.length, is_whole && is_chosen ? one.length : 0, is_chosen});
     }
     if (files.size() == 1) files.front().done = status.done;
