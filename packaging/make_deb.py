@@ -79,6 +79,9 @@ def place_programs(build, tree):
     place_stripped(build, tree, names)
     for path in sorted((ROOT / "languages").glob("*.lng")):
         write(tree / "usr/lib/vantlow/languages" / path.name, path.read_bytes())
+    extension = ROOT / "browser/extension"
+    for path in sorted(p for p in extension.rglob("*") if p.is_file()):
+        write(tree / "usr/lib/vantlow/browser" / path.relative_to(extension), path.read_bytes())
     (tree / "usr/bin").mkdir(parents=True)
     (tree / "usr/bin/vantlow").symlink_to("../lib/vantlow/vantlow")
     return names

@@ -17,7 +17,7 @@ LIBRARIES = ["libssl.dll", "libssh.dll", "libsecur.dll", "libcrypto5.dll", "libn
 
 
 # What somebody reads who uses the program; the other pages are for those who change it.
-PAGES = ["guide", "settings", "ftp", "tls", "torrents", "proxy-list", "threats", "database"]
+PAGES = ["guide", "settings", "browser", "ftp", "tls", "torrents", "proxy-list", "threats", "database"]
 
 
 def page_for_windows(text):
@@ -49,6 +49,9 @@ def contents(build, version):
     packages = origins.packages_inside(build, [f"bin/{name}" for name in programs])
     files = {name: (build / "bin" / name).read_bytes() for name in programs}
     files |= {f"languages/{path.name}": path.read_bytes() for path in (ROOT / "languages").glob("*.lng")}
+    extension = ROOT / "browser/extension"
+    parts = [path for path in extension.rglob("*") if path.is_file()]
+    files |= {f"browser/{path.relative_to(extension).as_posix()}": path.read_bytes() for path in parts}
     texts = {
         "README.txt": pathlib.Path(__file__).with_name("windows.txt"),
         "LICENSE.txt": ROOT / "LICENSE",

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <optional>
 
+#include "app/browser/browser.h"
 #include "app/cli/command_set.h"
 #include "app/cli/get/get_run.h"
 #include "app/cli/store/store_command.h"
@@ -50,6 +51,8 @@ void add_commands(CommandSet& commands) {
     add_combine_command(commands);
     add_media_command(commands);
     add_proxy_commands(commands);
+    add_browser_commands(commands);
+    add_native_host_commands(commands);
     add_quit_command(commands);
 }
 
@@ -211,7 +214,7 @@ Exit run_command(CFerrywellApp& app, const Command& command, const Words& words)
 }
 
 Command read_words(const Words& words) {
-    return read_command_line(words, add_commands, read_words);
+    return read_command_line(without_browser_call(words), add_commands, read_words);
 }
 
 Exit run(const Words& words, Desktop* desktop) {

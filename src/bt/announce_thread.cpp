@@ -24,7 +24,8 @@ CBTAnnounceThread::CBTAnnounceThread(const AnnounceServices& services, TorrentId
       tracker_(std::move(tracker)),
       initial_(initial),
       log_(log),
-      stop_(parent) {}
+      stop_(parent),
+      news_(stop_) {}
 
 CBTAnnounceThread::~CBTAnnounceThread() {
     abandon();
@@ -63,11 +64,23 @@ std::uint32_t CBTAnnounceThread::numwant() const {
 void CBTAnnounceThread::run() {
     if (normalise_tracker(tracker_).empty()) return;
     if (!announce(tracker_, initial_) || initial_ != AnnounceEvent::started) return;
+    bool is_heard = false;  // that it is complete
+    bool is_told = false;
     while (!stop_.requested() && interval_ != 0) {
-        if (stop_.wait_for(std::chrono::seconds(interval_))) break;
-        announce(tracker_, AnnounceEvent::none);
+        (is_heard ? stop_ : news_).wait_for(std::chrono::seconds(interval_));
+        if (stop_.requested()) break;
+        is_heard = is_complete_;
+        const bool tells = is_heard && !is_told;
+        const bool ok = announce(tracker_, tells ? AnnounceEvent::completed : AnnounceEvent::none);
+        is_told = is_told || (tells && ok);
     }
+    if (is_complete_ && !is_told) announce(tracker_, AnnounceEvent::completed);
     announce(tracker_, AnnounceEvent::stopped);
+}
+
+void CBTAnnounceThread::complete() noexcept {
+    is_complete_ = true;
+    news_.request();
 }
 
 bool CBTAnnounceThread::announce(std::string_view tracker, AnnounceEvent event) {
@@ -75,7 +88,7 @@ bool CBTAnnounceThread::announce(std::string_view tracker, AnnounceEvent event) 
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
         return false;
     }
-    stopping_ = event == AnnounceEvent::stopped;
+    stopping_ = event == AnnounceEvent::stopped || (event == AnnounceEvent::completed && stop_.requested());
     const bool ok = announce_now(normalise_tracker(tracker), event);
     announced_ = true;
     busy_.unlock();
@@ -151,6 +164,10 @@ bool CBTAnnounceService::is_running() const noexcept {
 bool CBTAnnounceService::has_asked_all() const noexcept {
     return std::all_of(threads_.begin(), threads_.end(),
                        [](const auto& thread) { return thread->has_announced() || thread->has_ended(); });
+}
+
+void CBTAnnounceService::complete() {
+    for (const auto& thread : threads_) thread->complete();
 }
 
 void CBTAnnounceService::ask_to_stop() {

@@ -48,6 +48,8 @@ class CBTAnnounceThread {
     void start();
     /// Ends the repetition; one last announce says "stopped". Any thread.
     void stop() noexcept { stop_.request(); }
+    /// Has the tracker told that the torrent is complete: at once, or with the last announce. Any thread.
+    void complete() noexcept;
     /// Ends everything at once, the last announce too. Any thread.
     void abandon() noexcept;
     void join();
@@ -92,9 +94,11 @@ class CBTAnnounceThread {
     const AnnounceEvent initial_;
     LogSink& log_;
     StopSource stop_;
-    StopSource last_stop_;  ///< of the "stopped" announce, which begins after stop_
+    StopSource last_stop_;  ///< of the announces that begin after stop_
+    StopSource news_;       ///< a child of stop_: the torrent is complete, or stop_ was requested
+    std::atomic<bool> is_complete_{false};
     BusyLock busy_;
-    bool stopping_ = false;  ///< the announce being made carries "stopped"
+    bool stopping_ = false;  ///< the announce being made is one of those after stop_
     std::int64_t interval_ = 0;
     std::uint32_t transaction_ = 0;  ///< 0: none is held
     std::string connection_;         ///< the 8 bytes of a UDP tracker
@@ -119,6 +123,8 @@ class CBTAnnounceService {
 
     /// Starts a thread for each tracker in the list, once each.
     void start(const std::vector<std::string>& trackers, AnnounceEvent initial = AnnounceEvent::started);
+    /// Tells every tracker that the torrent is complete, those too that are stopped right afterwards.
+    void complete();
     /// Begins to send "stopped" to every tracker; has_said_goodbye() tells when that is over. stop() waits
     /// for it.
     void ask_to_stop();

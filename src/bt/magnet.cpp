@@ -11,6 +11,7 @@ namespace {
 constexpr std::size_t most_decoded = 64;
 // More numbered trackers than these are left out.
 constexpr int most_trackers = 1000;
+constexpr std::size_t most_peers = 200;
 
 // The text behind the first `key`, up to the next "&"; none when the key does not occur.
 std::optional<std::string_view> value_of(std::string_view text, std::string_view key) {
@@ -18,6 +19,30 @@ std::optional<std::string_view> value_of(std::string_view text, std::string_view
     if (at == std::string_view::npos) return std::nullopt;
     const std::string_view rest = text.substr(at + key.size());
     return rest.substr(0, rest.find('&'));
+}
+
+// An address and a port, "1.2.3.4:5" or "[::1]:5", escaped or not.
+std::optional<SocketAddress> read_peer(std::string_view escaped) {
+    const std::string text = percent_decode(escaped);
+    const std::size_t colon = text.rfind(':');
+    if (colon == std::string::npos) return std::nullopt;
+    const auto port = parse_decimal(std::string_view(text).substr(colon + 1));
+    if (!port || *port < 1 || *port > 65535) return std::nullopt;
+    std::string_view host = std::string_view(text).substr(0, colon);
+    if (host.starts_with('[') && host.ends_with(']')) host = host.substr(1, host.size() - 2);
+    return SocketAddress::from_literal(host, static_cast<std::uint16_t>(*port));
+}
+
+std::vector<SocketAddress> read_peers(std::string_view text) {
+    std::vector<SocketAddress> peers;
+    if (const std::size_t query = text.find('?'); query != std::string_view::npos)
+        text.remove_prefix(query + 1);
+    for (std::string_view part : split(text, '&')) {
+        constexpr std::string_view key = "x.pe=";
+        if (!part.starts_with(key) || peers.size() >= most_peers) continue;
+        if (const auto peer = read_peer(part.substr(key.size()))) peers.push_back(*peer);
+    }
+    return peers;
 }
 
 // Decodes base32, the last byte filled up with zeroes; none for any character outside the alphabet.
@@ -76,6 +101,7 @@ std::optional<Magnet> parse_magnet(std::string_view text, const std::vector<std:
     Magnet magnet;
     magnet.info_hash = *hash;
     magnet.name = value_of(text, "dn=").value_or("");
+    magnet.peers = read_peers(text);
     if (const auto tracker = value_of(text, "tr=")) magnet.trackers.emplace_back(*tracker);
     int number = 0;
     for (; number < most_trackers; ++number) {

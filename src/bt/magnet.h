@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "bt/metainfo.h"
+#include "platform/socket.h"
 
 namespace vantlow {
 
@@ -15,6 +16,8 @@ struct Magnet {
     InfoHash info_hash{};
     std::string name;
     std::vector<std::string> trackers;
+    /// Peers that it names by their addresses ("x.pe"); those that it names otherwise are left out.
+    std::vector<SocketAddress> peers;
 };
 
 /// Reads the text behind "magnet:?" (the whole link is accepted too). None when it has no info hash of 20

@@ -61,6 +61,7 @@ net::Step MseStage::read(std::span<std::byte> into, Clock::time_point now) {
         return net::Step::moved(some);
     }
     if (buffer_.size() == 0) {
+        if (is_plain()) return below_.read(into, now);
         if (const net::Step step = read_below(now); step.state != net::Step::State::moved) return step;
     }
     const std::string plain = exchange_.streams().read_payload(into.size());
@@ -71,6 +72,7 @@ net::Step MseStage::read(std::span<std::byte> into, Clock::time_point now) {
 net::Step MseStage::write(std::span<const std::byte> from, Clock::time_point now) {
     if (const net::Step step = agree(now); step.state != net::Step::State::moved) return step;
     if (sealed_.empty()) {
+        if (is_plain()) return below_.write(from, now);
         const auto some = from.first(std::min(from.size(), sealed_at_once));
         sealed_ =
             exchange_.streams().write_payload({reinterpret_cast<const char*>(some.data()), some.size()});

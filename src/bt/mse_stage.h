@@ -29,6 +29,9 @@ class MseStage final : public net::Stage {
     net::Step read(std::span<std::byte> into, Clock::time_point now) override;
     net::Step write(std::span<const std::byte> from, Clock::time_point now) override;
 
+    /// Goes on with the exchange: `moved` once it is over. What came behind it is read then without the stage
+    /// below.
+    net::Step agree(Clock::time_point now);
     /// Bytes that were read already, as where the first ones decided that this is no plain connection.
     void take(std::string_view bytes) { buffer_.append(bytes); }
     [[nodiscard]] bool is_agreed() const noexcept { return is_agreed_; }
@@ -36,8 +39,10 @@ class MseStage final : public net::Stage {
     [[nodiscard]] const CBTMSE& streams() const noexcept { return exchange_.streams(); }
 
   private:
-    /// `moved` once the exchange is over.
-    net::Step agree(Clock::time_point now);
+    /// Only the handshake was encrypted.
+    [[nodiscard]] bool is_plain() const noexcept {
+        return streams().method() == static_cast<std::uint32_t>(CryptoMethod::plaintext);
+    }
     net::Step flush(Clock::time_point now);
     net::Step read_below(Clock::time_point now);
 

@@ -21,7 +21,8 @@ struct JobPlan {
     std::u16string name;     ///< of the file, folders with "/" in front; not safe; empty: not known yet
     std::int64_t size = -1;  ///< bytes; -1: unsaid
     std::u16string comment;  ///< for the person; may be empty
-    std::shared_ptr<const JobSources> sources;  ///< null: the address is all
+    std::shared_ptr<const JobSources> sources;     ///< null: the address is all
+    std::shared_ptr<const std::string> torrent{};  ///< the document of the address's info hash, as it is
 };
 
 /// The result of reading a link or a document.

@@ -20,7 +20,8 @@ Engine::Engine(std::unique_ptr<JobStore> store, Options options)
              [this](const std::string& text) {
                  tell([&text](EngineListener& listener) { listener.store_said(text); });
              }),
-      settings_version_(options_.settings.version()) {
+      settings_version_(options_.settings.version()),
+      torrents_(in_memory() ? std::u16string() : options_.data_folder) {
     for (CJobNode* job : store_->jobs_below(nullptr)) decide_kind(*job);
     watch_ = store_->watch([this](const StoreChange& change) { note(change); });
 }
@@ -45,6 +46,7 @@ void Engine::note(const StoreChange& change) {
 
 Engine::~Engine() {
     if (runner_) end_running();
+    forget_removed();
 }
 
 void Engine::run(Running running) {
@@ -60,7 +62,7 @@ void Engine::run(Running running) {
         running.connections, running.threads, options_.stop,
         in_memory() ? std::u16string() : options_.data_folder, options_.data_folder, options_.agent,
         std::move(running.wake), running.gathers_log, options_.keeps_state, names_.get(),
-        std::move(running.before_name), [this] { serve(); }});
+        std::move(running.before_name), [this] { serve(); }, &torrents_});
 }
 
 void Engine::end_running() {
@@ -98,7 +100,8 @@ void Engine::pump(std::chrono::milliseconds at_most) {
     take_ends();
     take_answers();
     runner_->start_waiting();
-    // Jobs that this program does not carry out, and those that ended meanwhile: their places wait for others.
+    // Jobs that this program does not carry out, and those that ended meanwhile: their places wait for
+    // others.
     if (take_ends()) runner_->wake();
     saver_.commit();
     tell_questions();
@@ -151,6 +154,7 @@ std::optional<Followed> Engine::follow(CJobNode& document, const JobEnd& end) {
         made = maker_->follow(*end.job, end.outcome);
     } else {
         JobMaker maker(draft_of(document, end.outcome), options_.credentials);
+        maker.keep_torrents(torrents_);
         made = maker.follow(document, end.outcome);
     }
     if (!made) return std::nullopt;

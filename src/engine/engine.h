@@ -18,6 +18,7 @@
 #include "engine/questions.h"
 #include "engine/saver.h"
 #include "engine/session_runner.h"
+#include "engine/torrent_shelf.h"
 #include "platform/desktop.h"
 #include "store/job_store.h"
 #include "store/settings.h"
@@ -270,6 +271,9 @@ class Engine {
     void tell_questions();
     void deliver();
     Done remove_now(CJobNode& job, Files files, bool is_remembered);
+    Done remove_files(const CJobNode& job, Files files, std::vector<BinItem>& binned) const;
+    void drop_torrents(const std::vector<const CJobNode*>& gone);
+    void forget_removed();
     [[nodiscard]] std::size_t leaving_for_undo() const noexcept;
     Done change_sources(CJobNode& job, const JobEdit& edit);
     void serve();
@@ -304,6 +308,7 @@ class Engine {
     };
     std::vector<Remembered> removed_;  ///< by the last remove_all(), in its order
     std::unordered_map<Guid, Leaving, GuidHash> leaving_;
+    TorrentShelf torrents_;
     std::unique_ptr<JobMaker> maker_;  ///< of the one draft of an engine in memory
     std::chrono::steady_clock::time_point next_delivery_{};
     std::unique_ptr<NameKeeper> names_;

@@ -6,6 +6,7 @@
 #include "base/codes.h"
 #include "base/safe_name.h"
 #include "base/text.h"
+#include "bt/magnet.h"
 #include "meta/metalink.h"
 #include "platform/file.h"
 #include "platform/process.h"
@@ -48,9 +49,10 @@ bool looks_binary(std::span<const std::byte> bytes) {
     return std::find(begin.begin(), begin.end(), std::byte{0}) != begin.end();
 }
 
-// True when this program can fetch the plan's address; fetching from peers is not possible yet.
+// True when this program can fetch the plan's address.
 bool can_be_fetched(const JobPlan& plan) {
-    return kind_of_address(plan.address) == JobKind::transfer && find_protocol(plan.address) != nullptr;
+    const JobKind kind = kind_of_address(plan.address);
+    return kind == JobKind::torrent || (kind == JobKind::transfer && find_protocol(plan.address) != nullptr);
 }
 
 MadeJobs refuse(DraftFault fault) {
@@ -178,7 +180,26 @@ std::unique_ptr<CJobNode> JobMaker::job_for(JobPlan plan) {
     job->sources = std::move(plan.sources);
     decide_kind(*job);
     apply_request(*job);
+    if (kind_of(*job) == JobKind::torrent) take_selection(*job);
     return job;
+}
+
+// The files that the job fetches, or chooses from: those of a torrent, or of a document that it fetches.
+void JobMaker::take_selection(CJobNode& job) const {
+    if (draft_.select.empty() && !draft_.asks_which) return;
+    JobRules rules = job.rules ? *job.rules : JobRules();
+    rules.select = draft_.select;
+    rules.asks_which = draft_.asks_which;
+    job.rules = std::make_shared<const JobRules>(std::move(rules));
+}
+
+// Without its document a torrent's job asks its peers for the description.
+void JobMaker::keep_torrent(const JobPlan& plan, const std::u16string& subject, MadeJobs& made) {
+    if (!plan.torrent || torrents_ == nullptr) return;
+    const auto magnet = parse_magnet(to_utf8(plan.address), {});
+    if (!magnet) return;
+    const FileError error = torrents_->keep(magnet->info_hash, std::as_bytes(std::span(*plan.torrent)));
+    if (!error.ok()) made.faults.push_back({DraftFault::Kind::not_kept, subject, {}, 0, error});
 }
 
 MadeJobs JobMaker::make_from_plans(JobPlans plans, const std::u16string& subject) {
@@ -190,20 +211,16 @@ MadeJobs JobMaker::make_from_plans(JobPlans plans, const std::u16string& subject
     for (DraftFault& fault : made.faults) {
         if (fault.subject.empty()) fault.subject = subject;
     }
-    for (JobPlan& plan : plans.plans) made.jobs.push_back(job_for(std::move(plan)));
+    for (JobPlan& plan : plans.plans) {
+        keep_torrent(plan, subject, made);
+        made.jobs.push_back(job_for(std::move(plan)));
+    }
     return made;
 }
 
 MadeJobs JobMaker::make_link(const std::u16string& address) {
     MadeJobs made = make_from_plans(plan_link(address), without_credentials(address));
-    if (draft_.select.empty() && !draft_.asks_which) return made;
-    for (const auto& job : made.jobs) {
-        // The file that the job fetches may be a document.
-        JobRules rules = job->rules ? *job->rules : JobRules();
-        rules.select = draft_.select;
-        rules.asks_which = draft_.asks_which;
-        job->rules = std::make_shared<const JobRules>(std::move(rules));
-    }
+    for (const auto& job : made.jobs) take_selection(*job);
     return made;
 }
 
@@ -243,7 +260,8 @@ void JobMaker::leave_document(const CJobNode& document, CJobNode& named) {
 }
 
 std::optional<MadeJobs> JobMaker::follow(const CJobNode& job, const JobOutcome& outcome) {
-    if (job.sources || outcome.size > static_cast<std::int64_t>(largest_document)) return std::nullopt;
+    const bool is_alone = kind_of(job) == JobKind::torrent || job.sources != nullptr;
+    if (is_alone || outcome.size > static_cast<std::int64_t>(largest_document)) return std::nullopt;
     const DocumentKind* kind = document_kind_of(job, outcome);
     if (kind == nullptr) return std::nullopt;
     std::vector<std::byte> bytes;

@@ -12,6 +12,7 @@
 #include "engine/draft.h"
 #include "engine/kinds.h"
 #include "engine/netrc.h"
+#include "engine/torrent_shelf.h"
 #include "storage/resume_state.h"
 #include "store/job.h"
 #include "transfer/job/progress.h"
@@ -37,6 +38,9 @@ class JobMaker {
     /// is to begin anew.
     void spare(std::function<bool(const Guid&)> is_somebodys) { is_somebodys_ = std::move(is_somebodys); }
 
+    /// Has the documents of torrents kept there, which outlives the object.
+    void keep_torrents(TorrentShelf& shelf) { torrents_ = &shelf; }
+
     /// The jobs of one link, or of a document on this machine (UTF-8).
     MadeJobs make(const std::string& link);
     /// Follows the file of a job that ended well, if it is a document by its kind, its media type or its
@@ -47,6 +51,7 @@ class JobMaker {
   private:
     [[nodiscard]] JobPlans read_plans(const DocumentKind& kind, std::span<const std::byte> bytes,
                                       std::u16string origin, std::u16string fragment) const;
+    void keep_torrent(const JobPlan& plan, const std::u16string& subject, MadeJobs& made);
     MadeJobs make_from_plans(JobPlans plans, const std::u16string& subject);
     MadeJobs make_metalink(std::u16string address);
     MadeJobs make_link(const std::u16string& address);
@@ -56,12 +61,14 @@ class JobMaker {
     void forget_earlier(const std::u16string& folder, const std::u16string& address,
                         const std::u16string& name);
     void apply_request(CJobNode& job);
+    void take_selection(CJobNode& job) const;
     void look_up_login(CJobNode& job);
     void leave_document(const CJobNode& document, CJobNode& named);
 
     const JobDraft draft_;
     CredentialLookup credentials_;
     std::function<bool(const Guid&)> is_somebodys_;
+    TorrentShelf* torrents_ = nullptr;
     std::map<std::u16string, ResumeIndex> earlier_;  ///< by folder
 };
 

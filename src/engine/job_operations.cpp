@@ -73,6 +73,7 @@ Added Engine::add(const JobDraft& draft) {
     common.links.clear();
     if (common.folder.empty()) common.folder = category->folder;
     auto maker = std::make_unique<JobMaker>(std::move(common), options_.credentials);
+    maker->keep_torrents(torrents_);
     maker->spare([this](const Guid& job) { return store_->find(job) != nullptr; });
     for (const std::string& link : draft.links) {
         MadeJobs made = maker->make(link);

@@ -8,8 +8,6 @@
 namespace vantlow {
 namespace {
 
-// An announced torrent has a thread for every tracker.
-constexpr std::size_t most_torrents = 20;
 constexpr std::size_t most_jobs = 1000;
 
 }  // namespace
@@ -43,7 +41,7 @@ const SessionTable& standard_sessions() {
         {JobKind::document, true, most_jobs, make_plain_session},
         // This kind is refused by its address, with a sentence that says so.
         {JobKind::edonkey, true, most_jobs, make_plain_session},
-        {JobKind::torrent, false, most_torrents, make_torrent_session},
+        {JobKind::torrent, true, most_jobs, make_torrent_session},
     };
     return table;
 }

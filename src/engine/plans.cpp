@@ -6,18 +6,12 @@
 #include "base/text.h"
 #include "bt/magnet.h"
 #include "engine/selection.h"
+#include "engine/torrent_files.h"
 #include "meta/playlist.h"
 #include "store/address.h"
 
 namespace vantlow {
 namespace {
-
-// A torrent's name becomes one file name, whatever is in it.
-std::u16string one_name(std::u16string name) {
-    std::replace_if(
-        name.begin(), name.end(), [](char16_t c) { return c == u'/' || c == u'\\'; }, u'_');
-    return name;
-}
 
 JobPlans refuse(DraftFault::Kind why, std::u16string subject = {}) {
     JobPlans plans;
@@ -131,10 +125,11 @@ bool has_suffix(std::u16string_view name, std::u16string_view suffix) noexcept {
 
 }  // namespace
 
-JobPlans read_torrent_plan(std::span<const std::byte> bytes, const DocumentOptions& /*options*/) {
+JobPlans read_torrent_plan(std::span<const std::byte> bytes, const DocumentOptions& options) {
     CBEncode parser;
     if (!parser.load_memory(bytes)) return refuse(DraftFault::Kind::no_memory);
     const auto document = parser.parse_document();
+    if (document && is_second_version(*document)) return refuse(DraftFault::Kind::second_version);
     CBEMetaInfo meta;
     if (!document || !parse_meta_info(parser, *document, {}, meta))
         return refuse(DraftFault::Kind::no_torrent);
@@ -143,8 +138,18 @@ JobPlans read_torrent_plan(std::span<const std::byte> bytes, const DocumentOptio
     if (!total) return refuse(DraftFault::Kind::wrong_sizes);
     JobPlan plan;
     plan.address = to_utf16(make_magnet(meta.info_hash, to_utf8(meta.name()), meta.trackers));
-    plan.name = one_name(meta.name());
+    plan.name = in_one_part(meta.name());
     plan.size = *total;
+    // What is wrong with a torrent beyond that its job says.
+    if (const auto content = read_torrent_content(meta.info)) {
+        const auto chosen = chosen_files(*content, options.select);
+        if (!chosen) return nothing_chosen({options.origin, {}, options.select});
+        plan.size = 0;
+        for (std::size_t i = 0; i < content->files.size(); ++i)
+            plan.size += (*chosen)[i] ? content->files[i].length : 0;
+    }
+    plan.torrent =
+        std::make_shared<const std::string>(reinterpret_cast<const char*>(bytes.data()), bytes.size());
     JobPlans plans;
     plans.plans.push_back(std::move(plan));
     return plans;
@@ -155,7 +160,7 @@ JobPlans plan_magnet(const std::u16string& address) {
     if (!magnet) return refuse(DraftFault::Kind::no_info_hash, address);
     JobPlan plan;
     plan.address = address;
-    plan.name = one_name(to_utf16(percent_decode(magnet->name)));
+    plan.name = in_one_part(to_utf16(percent_decode(magnet->name)));
     if (plan.name.empty()) plan.name = to_utf16(to_hex(magnet->info_hash));
     JobPlans plans;
     plans.plans.push_back(std::move(plan));

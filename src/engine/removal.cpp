@@ -1,24 +1,24 @@
 // The engine's operations that take jobs away, begin them anew, or look at their files again.
 #include <algorithm>
+#include <set>
 #include <utility>
 
 #include "base/safe_name.h"
+#include "base/text.h"
+#include "bt/magnet.h"
 #include "engine/engine.h"
 #include "engine/recovery.h"
+#include "engine/torrent_files.h"
 
 namespace vantlow {
 namespace {
 
 using Fault = Done::Fault;
 
-// Removes the job's file, or the part of it on the disk. The name of a finished job proves nothing by itself:
-// only bytes that the job itself has written are removed. The files that went to the bin stand in `binned`.
-Done remove_files(const CJobNode& job, Files files, std::vector<BinItem>& binned) {
-    if (files == Files::keep || name_of(job.path).empty()) return {};
-    const std::u16string partial = job.path + std::u16string(partial_suffix);
-    const std::u16string state = job.path + std::u16string(state_suffix);
+// Removes what is there of these. The files that went to the bin stand in `binned`.
+Done remove_paths(const std::vector<std::u16string>& paths, Files files, std::vector<BinItem>& binned) {
     Done done;
-    for (const std::u16string& path : {job.state == JobState::finished ? job.path : partial, state}) {
+    for (const std::u16string& path : paths) {
         BinItem item;
         const bool to_bin = files == Files::bin && path_kind(path) != PathKind::none;
         const FileError error = to_bin ? move_to_bin(path, item) : remove_file(path);
@@ -28,11 +28,59 @@ Done remove_files(const CJobNode& job, Files files, std::vector<BinItem>& binned
     return done;
 }
 
+std::optional<InfoHash> torrent_of(const CJobNode& job) {
+    if (kind_of(job) != JobKind::torrent) return std::nullopt;
+    const auto magnet = parse_magnet(to_utf8(job.address), {});
+    return magnet ? std::optional(magnet->info_hash) : std::nullopt;
+}
+
 bool has_hashes(const CJobNode& job) {
     return job.sources && (job.sources->whole || job.sources->pieces);
 }
 
 }  // namespace
+
+// Removes the job's file, or the part of it on the disk. The name of a finished job proves nothing by itself:
+// only bytes that the job itself has written are removed.
+Done Engine::remove_files(const CJobNode& job, Files files, std::vector<BinItem>& binned) const {
+    if (files == Files::keep || name_of(job.path).empty()) return {};
+    const std::u16string state = job.path + std::u16string(state_suffix);
+    const auto torrent = torrent_of(job);
+    if (torrent && path_kind(job.path) == PathKind::folder) {
+        // What else somebody has put into the folder comes back with it from the bin.
+        if (files == Files::bin) return remove_paths({job.path, state}, files, binned);
+        const auto content = read_torrent_content(torrents_.find_info(*torrent));
+        // Without the document nobody knows which files in there are the job's.
+        if (!content) return {Fault::file, {FileFault::not_found, 0}, job.path};
+        const Result removed = remove_torrent_files(*content, job.path);
+        if (!removed.ok()) return {Fault::file, {FileFault::other, removed.system_error}, job.path};
+        return {};
+    }
+    const std::u16string partial = job.path + std::u16string(partial_suffix);
+    return remove_paths({job.state == JobState::finished ? job.path : partial, state}, files, binned);
+}
+
+// The documents of torrents go with the last job that needs them.
+void Engine::drop_torrents(const std::vector<const CJobNode*>& gone) {
+    std::set<InfoHash> unneeded;
+    for (const CJobNode* job : gone) {
+        if (const auto torrent = torrent_of(*job)) unneeded.insert(*torrent);
+    }
+    if (unneeded.empty()) return;
+    for (const CJobNode* job : store_->jobs_below(nullptr)) {
+        if (const auto torrent = torrent_of(*job)) unneeded.erase(*torrent);
+    }
+    // One that stays for want of rights is found by nobody, and does no harm.
+    for (const InfoHash& torrent : unneeded) static_cast<void>(torrents_.drop(torrent));
+}
+
+// From now on the last removal cannot be taken back.
+void Engine::forget_removed() {
+    std::vector<const CJobNode*> gone;
+    for (const Remembered& one : removed_) gone.push_back(one.job.get());
+    drop_torrents(gone);
+    removed_.clear();
+}
 
 Done Engine::remove(const Guid& job, bool with_files) {
     CJobNode* const record = store_->find(job);
@@ -45,7 +93,7 @@ Done Engine::remove(const Guid& job, bool with_files) {
 }
 
 Removed Engine::remove_all(const std::vector<Guid>& jobs, Files files) {
-    removed_.clear();
+    forget_removed();
     for (auto& [job, leaving] : leaving_) leaving.is_remembered = false;
     Removed all;
     for (const Guid& job : jobs) {
@@ -75,7 +123,11 @@ Done Engine::remove_now(CJobNode& job, Files files, bool is_remembered) {
     const std::size_t place = store_->place_of(job);
     questions_.withdraw(identity);
     std::unique_ptr<CJobNode> taken = store_->remove(job);
-    if (is_remembered && !in_memory()) removed_.push_back({std::move(taken), place, std::move(binned)});
+    if (is_remembered && !in_memory()) {
+        removed_.push_back({std::move(taken), place, std::move(binned)});
+    } else {
+        drop_torrents({taken.get()});
+    }
     if (runner_) {
         runner_->remove_log(identity);
     } else {

@@ -16,6 +16,8 @@
 
 namespace vantlow {
 
+class TorrentShelf;
+
 /// One connection of a session, as lists show it.
 struct SessionConnection {
     std::string peer;        ///< UTF-8: a server or a tracker, without credentials and keys
@@ -66,8 +68,7 @@ class JobSession {
     virtual void set_speed_limit(std::int64_t limit) { static_cast<void>(limit); }
     /// Called about once a second, and at each round of the engine.
     virtual void look() {}
-    /// The result of a session that nobody need wait for any more although it goes on, such as a torrent that
-    /// is only announced; none before that.
+    /// The result of a session that nobody need wait for any more although it goes on; none before that.
     [[nodiscard]] virtual std::optional<Result> settled() const { return std::nullopt; }
 };
 
@@ -75,9 +76,10 @@ class JobSession {
 struct SessionPlan {
     std::unique_ptr<CJobNode> job;  ///< its own twin of the record
     RunOptions options;
-    LogSink& log;                  ///< outlives the session
-    std::function<void()> on_end;  ///< any thread, once at most, when the session has ended; returns soon
-    QuestionBoard& questions;      ///< outlives the session
+    LogSink& log;                      ///< outlives the session
+    std::function<void()> on_end;      ///< any thread, once at most, when the session has ended; returns soon
+    QuestionBoard& questions;          ///< outlives the session
+    TorrentShelf* torrents = nullptr;  ///< of the jobs' documents; outlives the session; null: none are kept
 };
 
 /// The way in which jobs of one kind are carried out: a row of the table.

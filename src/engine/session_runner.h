@@ -73,6 +73,7 @@ class SessionRunner {
         NameKeeper* names = nullptr;  ///< hears from sessions before they name a file; null: nobody does
         std::function<void(const NameKeeper::Naming&)> before_name{};  ///< on their threads, likewise
         std::function<void()> serve{};  ///< called while an end is waited for: sessions may wait for it
+        TorrentShelf* torrents = nullptr;
     };
     explicit SessionRunner(Tools tools);
     ~SessionRunner();

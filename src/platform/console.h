@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 
@@ -34,6 +35,10 @@ int take_output_failure() noexcept;
 
 /// Reads the standard input up to its end, at most `at_most` bytes of it.
 std::string read_standard_input(std::size_t at_most);
+
+/// Reads the next bytes of the system's standard input as they are, capture or not; waits for the first of
+/// them. Returns their number; 0 at the input's end, and where it cannot be read.
+std::size_t read_input(std::span<char> into) noexcept;
 
 /// Reads one line from the standard input where that is a terminal, without its line end. None without a
 /// terminal, at the input's end, and when a stop is requested.

@@ -86,6 +86,7 @@ class File {
     bool try_lock() noexcept;
 
   private:
+    friend class Conduit;
     /// Copies a range through a buffer, with read_at and write_at.
     FileError copy_through_memory(const File& from, std::int64_t from_offset, std::int64_t to_offset,
                                   std::int64_t count) noexcept;

@@ -99,6 +99,7 @@ class TcpSocket {
 
   private:
     friend struct SocketWaiter;
+    friend class Conduit;
     static constexpr std::intptr_t invalid = -1;
     std::intptr_t native_ = invalid;
     std::intptr_t event_ = 0;  ///< Windows: the event that the socket sets; made by the first wait

@@ -175,6 +175,18 @@ Result CLocalFile::write(std::int64_t offset, std::span<const std::byte> bytes) 
     return {};
 }
 
+Result CLocalFile::write(std::int64_t offset, Conduit& from, std::size_t bytes) {
+    if (bytes == 0) return {};
+    FileError error;
+    {
+        const MutexLock guard(turn_);
+        error = from.write_to(file_, offset, bytes);
+    }
+    if (!error.ok()) return failure(error, partial_path());
+    listener_.written(offset, static_cast<std::int64_t>(bytes));
+    return {};
+}
+
 // The system lets one write at a time into a file, and those that wait for it spin. Here they sleep.
 FileError CLocalFile::write_in_turn(std::int64_t offset, std::span<const std::byte> bytes) {
     const MutexLock guard(turn_);

@@ -12,6 +12,7 @@
 #include "base/mutex.h"
 #include "base/result.h"
 #include "base/safe_name.h"
+#include "platform/conduit.h"
 #include "platform/file.h"
 #include "platform/file_marks.h"
 #include "storage/write_behind.h"
@@ -53,6 +54,10 @@ class CLocalFile {
     Result allocate(std::int64_t size);
     /// Hands bytes to the system, at once or with the next ones; the listener hears when it happened.
     Result write(std::int64_t offset, std::span<const std::byte> bytes);
+    /// Whether the conduit's bytes may be written straight from it: nothing gathers writes here.
+    [[nodiscard]] bool takes_conduits() const noexcept { return behind_ == nullptr; }
+    /// Hands the conduit's oldest bytes to the system; the listener hears of it.
+    Result write(std::int64_t offset, Conduit& from, std::size_t bytes);
     /// Writes what is held back.
     Result drain();
     /// Reads bytes that were written.

@@ -188,7 +188,7 @@ void Storage::remember_roots() {
     root_identities_ = identities;
 }
 
-void Storage::close() {
+void Storage::close(bool keeps_parts) {
     if (!is_open_) return;
     const Alone alone(*this);
     std::u16string parts;
@@ -207,7 +207,7 @@ void Storage::close() {
         is_open_ = false;
     }
     // A part file that cannot be removed is litter of no bytes that anybody needs.
-    if (part && (!may_hold_bytes || part->size() == 0)) static_cast<void>(remove_file(parts));
+    if (part && (!keeps_parts || !may_hold_bytes || part->size() == 0)) static_cast<void>(remove_file(parts));
     lock_.reset();
     disk_.close();
 }

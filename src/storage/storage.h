@@ -66,8 +66,9 @@ class Storage {
     /// Opens what an earlier run left; files that are there are this storage's, partial or finished. The
     /// folder must be there. `other_folder` is looked into for the files that `folder` lacks.
     Result resume(const StoragePlaces& places);
-    /// Waits for operations in hand. A part file that nothing needs is removed.
-    void close();
+    /// Waits for operations in hand. A part file that nothing needs is removed; where nobody opens this
+    /// storage again, any is: `keeps_parts` false.
+    void close(bool keeps_parts = true);
 
     /// Hands bytes to the system. A finished file that gets other bytes becomes partial again. Bytes of
     /// padding go nowhere; those of a piece that no chosen file shares are refused with `unsupported`.

@@ -21,7 +21,7 @@ struct TorrentWorld {
     TorrentWorld()
         : tracker([](Exchange& exchange) {
               exchange.answer(200, "OK",
-                              "d8:intervali900e5:peers6:\x01\x02\x03\x04\x1A\xE1"
+                              "d8:intervali900e5:peers6:\x7F\x01\x02\x03\x1A\xE1"
                               "e");
           }) {
         const test::RunResult made =
@@ -49,41 +49,24 @@ struct TorrentWorld {
     std::u16string torrent = folder.path(u"data ä.bin.torrent");
 };
 
-TEST(TorrentProgram, GetAsksTheTrackersAndSaysThatItCannotFetch) {
+TEST(TorrentProgram, GetSaysWhatItWaitsForAndKeepsKeysSecret) {
     TorrentWorld world;
-    const test::RunResult result = world.run({u"get", world.torrent, u"--json"});
-    EXPECT_EQ(result.status, 1);
-    const json end = json::parse(result.out.substr(result.out.find("{\"event\":\"end\"")));
-    EXPECT_EQ(end["result"], -10);
-    EXPECT_NE(end["error"].get<std::string>().find("1 peers are known"), std::string::npos) << end;
+    const test::RunResult result = world.run({u"get", world.torrent, u"--give-up-after", u"1s"});
+    EXPECT_EQ(result.status, 4);
+    EXPECT_NE(result.err.find("None of the known peers can be reached."), std::string::npos) << result.err;
+    EXPECT_EQ(result.err.find("0123456789abcdefghij"), std::string::npos)
+        << "a key on the terminal: " << result.err;
     EXPECT_EQ(world.events(), (std::vector<std::string>{"started", "stopped"}));
-
-    const test::RunResult shown = world.run({u"get", world.torrent});
-    EXPECT_NE(shown.err.find("is not possible yet"), std::string::npos) << shown.err;
-    EXPECT_EQ(shown.err.find("0123456789abcdefghij"), std::string::npos)
-        << "a key on the terminal: " << shown.err;
 
     const test::RunResult magnet = world.run({u"get", u"magnet:?xt=urn:btih:123"});
     EXPECT_EQ(magnet.status, 1);
     EXPECT_NE(magnet.err.find("no info hash"), std::string::npos) << magnet.err;
-}
-
-TEST(TorrentProgram, AFiledTorrentStaysWaitingAndItsLogNamesThePeers) {
-    TorrentWorld world;
-    const test::RunResult added = world.run({u"add", world.torrent});
-    ASSERT_EQ(added.status, 0) << added.err;
-    const std::u16string id = to_utf16(trim(added.out.substr(0, added.out.find('\n'))));
-    const test::RunResult started = world.run({u"start", id});
-    EXPECT_EQ(started.status, 1);
-    EXPECT_NE(started.err.find("is not possible yet"), std::string::npos) << started.err;
-    EXPECT_EQ(world.events(), (std::vector<std::string>{"started", "stopped"}));
-    const json list = json::parse(world.run({u"list", u"--json"}).out);
-    ASSERT_EQ(list.size(), 1U);
-    EXPECT_EQ(list[0]["state"], "waiting");
-    EXPECT_EQ(list[0]["size"], 50000);
-    const test::RunResult log = world.run({u"log", id});
-    EXPECT_NE(log.out.find("Peer: 1.2.3.4:6881"), std::string::npos) << log.out;
-    EXPECT_EQ(log.out.find("0123456789abcdefghij"), std::string::npos) << "a key in the log: " << log.out;
+    const std::u16string second = world.folder.write(
+        u"second.torrent",
+        "d4:infod9:file treed1:ad0:d6:lengthi5eeee12:meta versioni2e4:name1:a12:piece lengthi16384eee");
+    const test::RunResult refused = world.run({u"get", second});
+    EXPECT_EQ(refused.status, 1);
+    EXPECT_NE(refused.err.find("version 2 alone"), std::string::npos) << refused.err;
 }
 
 TEST(TorrentProgram, AnnounceTellsEachTrackersAnswer) {
@@ -95,7 +78,7 @@ TEST(TorrentProgram, AnnounceTellsEachTrackersAnswer) {
     ASSERT_EQ(answer.size(), 1U);
     EXPECT_EQ(answer[0]["ok"], true);
     EXPECT_EQ(answer[0]["interval"], 900);
-    EXPECT_EQ(answer[0]["peers"], json::array({"1.2.3.4:6881"}));
+    EXPECT_EQ(answer[0]["peers"], json::array({"127.1.2.3:6881"}));
     EXPECT_EQ(answer[0]["failure"], nullptr);
     const std::string target = world.tracker.requests().at(0).head.target;
     EXPECT_NE(target.find("&downloaded=50000&left=0&"), std::string::npos) << target;

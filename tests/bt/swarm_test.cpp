@@ -7,6 +7,8 @@
 #include "bt/peer_store.h"
 #include "bt/swarm/metadata_fetch.h"
 #include "bt/swarm/swarm.h"
+#include "platform/file.h"
+#include "platform/process.h"
 #include "support/network/simulated_network.h"
 
 namespace vantlow::test {
@@ -108,10 +110,16 @@ class TestDisk : public SwarmDisk {
     net::Timer room_;
 };
 
+const SecurTable& secur_library() {
+    static const LibraryTables tables = load_libraries(folder_of(program_path()));
+    return tables.secur;
+}
+
 /// A program with one torrent on a host of its own.
 class Client : public SwarmListener {
   public:
-    Client(SimulatedInternet& internet, const Content& content, int number, const HostTraits& traits = {})
+    Client(SimulatedInternet& internet, const Content& content, int number, const HostTraits& traits = {},
+           std::uint32_t crypto = 0, const SecurTable* library = &secur_library())
         : host(internet.add_host("192.0.2." + std::to_string(number), traits)),
           disk(host, content),
           down(host.now()),
@@ -119,6 +127,8 @@ class Client : public SwarmListener {
         SwarmTorrent torrent = content.torrent;
         torrent.peer_id = "-VL0000-client-" + std::to_string(10000 + number);
         options.seed = static_cast<std::uint32_t>(number);
+        options.library = library;
+        options.crypto = crypto;
         swarm.emplace(host, disk, *this, torrent, LinkLimits{down, up}, options);
         SocketAddress at = host.address();
         listener = *host.listen(at, 64);
@@ -232,6 +242,28 @@ TEST(SwarmTest, ALiarIsFoundAndLeftAndNobodyElse) {
     EXPECT_FALSE(leecher.bans.empty());
 }
 
+// Settings as LinkCrypto has them; a side without the library has none.
+TEST(SwarmTest, ConnectionsAreEncryptedAsBothSidesWantIt) {
+    const struct {
+        std::uint32_t calls, called;
+        bool has_library, meet;
+    } rows[] = {{0, 0, true, true},  {2, 2, true, true},  {2, 0, true, true},
+                {2, 1, true, false}, {1, 2, true, false}, {0, 1, true, true},
+                {1, 0, true, true},  {0, 0, false, true}, {2, 0, false, false}};
+    for (const auto& row : rows) {
+        SCOPED_TRACE(testing::PrintToString(std::vector{row.calls, row.called}));
+        const Content content(4, 500'000, 64 * 1024);
+        SimulatedInternet internet(4);
+        Client seed(internet, content, 1, {}, row.called, row.has_library ? &secur_library() : nullptr);
+        Client leecher(internet, content, 2, {}, row.calls);
+        seed.be_seed();
+        for (Client* each : {&seed, &leecher}) each->swarm->start();
+        leecher.swarm->add_peers(std::vector{seed.address()});
+        EXPECT_EQ(internet.run_until([&] { return leecher.is_complete; }, 60s), row.meet);
+        EXPECT_EQ(leecher.disk.is_right(), row.meet);
+    }
+}
+
 // A magnet link knows nobody's honesty: some give another value, of this size or of another one, some have
 // none, and some go silent in the middle.
 TEST(MetadataFetchTest, TheValueComesFromWhoeverTellsTheTruth) {
@@ -254,8 +286,8 @@ TEST(MetadataFetchTest, TheValueComesFromWhoeverTellsTheTruth) {
         net::SharedTokens up(host.now());
         std::vector<std::string> came;
         std::optional<MetadataFetch> fetch;
-        fetch.emplace(host, honest.torrent.info_hash, "-VL0000-the-magnet--", LinkLimits{down, up},
-                      [&](std::string info) {
+        fetch.emplace(host, "-VL0000-the-magnet--", LinkLimits{down, up},
+                      LinkCrypto{&secur_library(), 0, honest.torrent.info_hash}, [&](std::string info) {
                           came.push_back(std::move(info));
                           fetch.reset();
                       });

@@ -32,6 +32,8 @@ def faults_of_texts(tree):
     for name in ("changelog.gz", "changelog.Debian.gz", "README.md"):
         if not (documents / name).is_file():
             yield f"no {name}"
+    if not (tree / "usr/lib/vantlow/browser/manifest.json").is_file():
+        yield "no extension for browsers"
     for name in ("man/man1/vantlow.1.gz", "bash-completion/completions/vantlow", "zsh/vendor-completions/_vantlow"):
         if not (tree / "usr/share" / name).is_file():
             yield f"no {name}"

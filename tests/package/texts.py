@@ -30,7 +30,7 @@ def everything(program, path=()):
         raise RuntimeError(f"the help of {path} names neither the command nor the global options: {text}")
     own = text.split("Subcommands:")[0].split("Global options:")[0]
     yield path, {m[0] for m in re.finditer(r"(?<![\w-])--?[a-z][a-z0-9-]*(?=[ ,\n])", own)}
-    for name in re.findall(r"^  ([a-z0-9]+)\b", text.partition("Subcommands:")[2], re.M):
+    for name in re.findall(r"^  ([a-z0-9][a-z0-9-]*)", text.partition("Subcommands:")[2], re.M):
         yield from everything(program, (*path, name))
 
 
@@ -131,7 +131,7 @@ def faults_of_zsh(known, script):
             good, shown = type_into_zsh(folder, typed, expected)
             if not good:
                 yield f"zsh does not complete {typed!r}: {shown!r}"
-    functions = dict(re.findall(r"^(_vantlow[a-z0-9_]*)\(\) \{\n(.*?)^\}", script, re.M | re.S))
+    functions = dict(re.findall(r"^(_vantlow[a-z0-9_-]*)\(\) \{\n(.*?)^\}", script, re.M | re.S))
     for path, options in known:
         body = functions.get("_".join(["_vantlow", *path]), "")
         for option in options:

@@ -27,7 +27,9 @@ def faults_of_texts(folder):
         if not (folder / name.replace("\\", "/")).is_file():
             yield f"VERSIONS.txt names {name}, which is not there"
     pages = {path.name: path.read_text(encoding="utf-8") for path in (folder / "docs").glob("*.txt")}
-    if not {"guide.txt", "settings.txt"} <= set(pages):
+    if not (folder / "browser/manifest.json").is_file():
+        yield "there is no extension for browsers"
+    if not {"guide.txt", "settings.txt", "browser.txt"} <= set(pages):
         yield f"pages are missing: {sorted(pages)}"
     for name, text in pages.items():
         for foreign in re.findall(r"systemctl|\btools/\w+|[\w-]+\.md\b|\bapt\b|<!--", text):

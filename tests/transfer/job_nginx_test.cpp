@@ -76,5 +76,28 @@ TEST_F(NginxJobTest, ContinuesWhatWasStoppedAndNoticesANewerFile) {
     expect_file(outcome, newer);
 }
 
+// A server that is as quick as memory: what comes in bulk, is cut among connections and meets a full disk.
+TEST_F(NginxJobTest, BytesThatComeInBulkStandWhereTheyBelong) {
+    const Nginx nginx("");
+    const std::string large = make_content(9, 80'000'000);
+    nginx.put(u"file.bin", large);
+    for (const int connections : {1, 6}) {
+        auto job = make_job(nginx.url16("/file.bin"), connections);
+        expect_file(run(*job), large);
+    }
+    FullDisk disk(50'000'000);
+    {
+        const HookInPlace hook(disk);
+        auto job = make_job(nginx.url16("/file.bin"), 4);
+        EXPECT_EQ(run(*job).result.code, Code::local_file);
+    }
+    EXPECT_GT(disk.refused(), 0);
+    auto job = earlier_job(nginx.url16("/file.bin"), 4);
+    ASSERT_TRUE(job);
+    const JobOutcome outcome = run(*job);
+    EXPECT_LT(outcome.received, 70'000'000) << "what was there was fetched again";
+    expect_file(outcome, large);
+}
+
 }  // namespace
 }  // namespace vantlow::test

@@ -80,6 +80,10 @@ class Resident : private DesktopHost {
     std::atomic<bool> woken_{false};
 };
 
+/// Starts the resident program in a process of its own, as a start without a command's word does: with its
+/// window where there is one and a display. Waits until it answers; complains where it does not.
+Exit start_resident(CFerrywellApp& app, const GlobalOptions& global);
+
 class CommandSet;
 
 void add_serve_command(CommandSet& commands);  ///< serve

@@ -221,6 +221,19 @@ Exit open_links(CFerrywellApp& app, const GlobalOptions& global, const std::vect
 
 }  // namespace
 
+Exit start_resident(CFerrywellApp& app, const GlobalOptions& global) {
+    const FileError error = make_folders(app.data_folder());
+    if (!error.ok()) return complain(to_utf8(app.data_folder()) + ": " + error.text());
+    Words words;
+    if (app.is_folder_named()) words = {"--data-dir", to_utf8(app.data_folder())};
+    if (!global.settings_file.empty())
+        words.insert(words.end(), {"--settings", to_utf8(absolute_path(global.settings_file))});
+    const std::u16string with_window = program_with_window(app, global);
+    if (!with_window.empty()) return start_in_background(app, global, std::move(words), with_window);
+    words.emplace_back("serve");
+    return start_in_background(app, global, std::move(words), app.program_file());
+}
+
 void add_serve_command(CommandSet& commands) {
     const auto options = std::make_shared<ServeOptions>();
     const Start start{commands.words(), commands.reader()};

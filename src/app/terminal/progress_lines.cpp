@@ -227,6 +227,8 @@ std::string render_totals(const Totals& totals, const Layout& layout, int width,
 
 std::string wait_text(const JobProgress& progress, Clock::time_point now) {
     if (progress.waiting_for.empty()) return {};
+    const bool tries = progress.attempts > 0 || progress.next_try;
+    if (!tries) return progress.waiting_for;
     std::string text = "retry " + std::to_string(std::max(progress.attempts, 1));
     if (progress.next_try && *progress.next_try > now) {
         const auto left = std::chrono::ceil<std::chrono::seconds>(*progress.next_try - now);

@@ -7,9 +7,6 @@ namespace {
 
 using MessageKind = PeerMessage::Kind;
 
-constexpr std::string_view protocol =
-    "\x13"
-    "BitTorrent protocol";
 constexpr std::size_t reserved_at = 20;
 constexpr std::size_t torrent_at = 28;
 constexpr std::size_t peer_id_at = 48;
@@ -96,7 +93,7 @@ Size size_of(Layout layout) {
 }  // namespace
 
 std::string PeerHandshake::bytes() const {
-    std::string out(protocol);
+    std::string out(beginning);
     out.append(8, '\0');
     if (extensions) extension_flag.put(out);
     if (fast) fast_flag.put(out);
@@ -106,7 +103,7 @@ std::string PeerHandshake::bytes() const {
 }
 
 std::optional<PeerHandshake> PeerHandshake::parse(std::string_view bytes) {
-    if (bytes.size() != size || !bytes.starts_with(protocol)) return std::nullopt;
+    if (bytes.size() != size || !bytes.starts_with(beginning)) return std::nullopt;
     PeerHandshake handshake;
     handshake.extensions = extension_flag.is_in(bytes);
     handshake.fast = fast_flag.is_in(bytes);

@@ -16,6 +16,9 @@ inline constexpr std::uint32_t block_size = 16 * 1024;
 /// The first 68 bytes of a peer.
 struct PeerHandshake {
     static constexpr std::size_t size = 68;
+    static constexpr std::string_view beginning =
+        "\x13"
+        "BitTorrent protocol";
 
     InfoHash torrent{};
     std::string peer_id;      ///< 20 bytes

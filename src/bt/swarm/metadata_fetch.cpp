@@ -24,10 +24,10 @@ std::int64_t length_of(std::int64_t size, std::int64_t part) {
 
 }  // namespace
 
-MetadataFetch::MetadataFetch(net::Network& network, const InfoHash& info_hash, std::string peer_id,
-                             const LinkLimits& limits, Done done)
+MetadataFetch::MetadataFetch(net::Network& network, std::string peer_id, const LinkLimits& limits,
+                             const LinkCrypto& crypto, Done done)
     : network_(network),
-      info_hash_(info_hash),
+      crypto_(crypto),
       peer_id_(std::move(peer_id)),
       limits_(limits),
       done_(std::move(done)),
@@ -58,26 +58,25 @@ void MetadataFetch::connect_some() {
     while (links_.size() < most_peers) {
         const auto address = candidates_.take(network_.now());
         if (!address) return;
-        const std::uint32_t number = ++last_number_;
-        LinkOwner& owner = *this;
-        Asked& asked = links_[number];
-        asked.link = std::make_unique<PeerLink>(number, *address, false, network_, owner, limits_);
-        PeerLink& link = *asked.link;
-        link.use(network_.connect(*address, [this, &link](const Result& result) {
-            if (!result.ok()) return ended(link, result);
-            link.connected();
-        }));
-        PeerHandshake own;
-        own.torrent = info_hash_;
-        own.peer_id = peer_id_;
-        own.extensions = true;
-        link.send(own.bytes());
+        call(*address, crypto_.is_preferred());
     }
+}
+
+void MetadataFetch::call(const SocketAddress& address, bool encrypted) {
+    const std::uint32_t number = ++last_number_;
+    LinkOwner& owner = *this;
+    Asked& asked = links_[number];
+    asked.link = std::make_unique<PeerLink>(number, address, false, network_, owner, limits_, crypto_);
+    PeerHandshake own;
+    own.torrent = crypto_.torrent;
+    own.peer_id = peer_id_;
+    own.extensions = true;
+    asked.link->call(own, encrypted);
 }
 
 bool MetadataFetch::greeted(PeerLink& link, const PeerHandshake& handshake) {
     if (handshake.peer_id == peer_id_) candidates_.ban(link.address());  // this side itself
-    if (handshake.torrent != info_hash_ || handshake.peer_id == peer_id_ || !handshake.extensions)
+    if (handshake.torrent != crypto_.torrent || handshake.peer_id == peer_id_ || !handshake.extensions)
         return false;
     link.is_live = true;
     link.send(build_extension_handshake(0, 0, u"Vantlow"));
@@ -192,7 +191,7 @@ bool MetadataFetch::complete(Asked& asked) {
     std::string info;
     info.reserve(static_cast<std::size_t>(asked.size));
     for (const auto& [part, bytes] : asked.parts) info += bytes;
-    if (hash_of(info) != info_hash_) return false;
+    if (hash_of(info) != crypto_.torrent) return false;
     stop();
     ticks_.start(network_.now(), [this, info = std::move(info)]() mutable {
         const Done done = std::move(done_);
@@ -216,10 +215,13 @@ void MetadataFetch::ended(PeerLink& link, const Result&) {
     link.close();
     const auto at = links_.find(link.number());
     if (at == links_.end()) return;
-    candidates_.refused(link.address(), network_.now());
+    const bool calls_again = runs_ && link.wants_plain_call();
+    const SocketAddress address = link.address();
+    if (!calls_again) candidates_.refused(link.address(), network_.now());
     held_ -= at->second.held;
     gone_.push_back(std::move(at->second.link));
     links_.erase(at);
+    if (calls_again) call(address, false);
 }
 
 bool MetadataFetch::is_slow(const Asked& asked, bool others_wait) const {

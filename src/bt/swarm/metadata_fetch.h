@@ -25,9 +25,9 @@ class MetadataFetch final : private LinkOwner {
     /// The value, whose SHA-1 digest is the info hash. Called once, not from inside an operation.
     using Done = std::function<void(std::string info)>;
 
-    /// Network and limits outlive it. `peer_id`: of this side, 20 bytes.
-    MetadataFetch(net::Network& network, const InfoHash& info_hash, std::string peer_id,
-                  const LinkLimits& limits, Done done);
+    /// Network and limits outlive it. `peer_id`: of this side, 20 bytes. `crypto` names the torrent.
+    MetadataFetch(net::Network& network, std::string peer_id, const LinkLimits& limits,
+                  const LinkCrypto& crypto, Done done);
     ~MetadataFetch() override { stop(); }
 
     void start();
@@ -69,12 +69,13 @@ class MetadataFetch final : private LinkOwner {
     void ask_on(Asked& asked);
     bool make_room(const Asked& asked);
     void connect_some();
+    void call(const SocketAddress& address, bool encrypted);
     void leave(std::uint32_t number, bool for_good);
     void tick();
     [[nodiscard]] bool is_slow(const Asked& asked, bool others_wait) const;
 
     net::Network& network_;
-    const InfoHash info_hash_;
+    const LinkCrypto crypto_;
     const std::string peer_id_;
     const LinkLimits limits_;
     Done done_;

@@ -12,12 +12,14 @@ constexpr int reads_at_once = 4;
 }  // namespace
 
 PeerLink::PeerLink(std::uint32_t number, const SocketAddress& address, bool is_incoming,
-                   net::Network& network, LinkOwner& owner, const LinkLimits& limits)
+                   net::Network& network, LinkOwner& owner, const LinkLimits& limits,
+                   const LinkCrypto& crypto)
     : number_(number),
       address_(address),
       is_incoming_(is_incoming),
       network_(network),
       owner_(owner),
+      crypto_(crypto),
       down_(limits.down, limits.down_group),
       up_(limits.up, limits.up_group),
       read_timer_(network.timers()),
@@ -32,9 +34,38 @@ void PeerLink::use(std::unique_ptr<net::Stream> stream) {
     stage_.emplace(*stream_, down_, up_);
 }
 
-void PeerLink::connected() {
+void PeerLink::call(const PeerHandshake& handshake, bool encrypted) {
+    use(network_.connect(address_, [this](const Result& result) {
+        if (!result.ok()) return end(result);
+        is_connected_ = true;
+        if (mse_) return agree();
+        connected();
+    }));
+    if (!encrypted) return send(handshake.bytes());
+    // It goes with the request for the encryption, which saves the way there and back.
+    mse_.emplace(*stage_, *crypto_.library, crypto_.torrent, crypto_.setting, handshake.bytes());
+}
+
+void PeerLink::take_call(std::unique_ptr<net::Stream> stream) {
+    use(std::move(stream));
     is_connected_ = true;
     stream_->when_readable([this] { read_some(); });
+}
+
+// Until the keys are agreed neither side says anything else.
+void PeerLink::agree() {
+    const net::Step step = mse_->agree(network_.now());
+    if (step.state == net::Step::State::again)
+        return net::wait_for(step, *stream_, read_timer_, [this] { agree(); });
+    if (step.state == net::Step::State::closed) return end({Code::transient, "The peer left."});
+    if (step.state == net::Step::State::failed) return end(step.result());
+    is_agreed_ = true;
+    connected();
+}
+
+// The handshakes are over: messages go both ways. What the peer has sent may be here already.
+void PeerLink::connected() {
+    read_timer_.start(network_.now(), [this] { read_some(); });
     if (unsent() > 0) stream_->when_writable([this] { write_some(); });
     waits_to_write_ = unsent() > 0;
 }
@@ -47,7 +78,7 @@ void PeerLink::send(std::string_view bytes) {
     }
     out_ += bytes;
     // Sent from the loop, so that whoever sends is not called back within.
-    if (!is_connected_ || waits_to_write_) return;
+    if (!is_connected_ || waits_to_write_ || (mse_ && !is_agreed_)) return;
     waits_to_write_ = true;
     stream_->when_writable([this] { write_some(); });
 }
@@ -56,7 +87,7 @@ void PeerLink::write_some() {
     waits_to_write_ = false;
     while (unsent() > 0) {
         const auto rest = std::as_bytes(std::span(out_)).subspan(sent_);
-        const net::Step step = stage_->write(rest, network_.now());
+        const net::Step step = top().write(rest, network_.now());
         if (step.state == net::Step::State::again) {
             waits_to_write_ = true;
             net::wait_for(step, *stream_, write_timer_, [this] { write_some(); });
@@ -72,7 +103,7 @@ void PeerLink::write_some() {
 void PeerLink::go_on() {
     if (!is_paused_ || has_ended_) return;
     is_paused_ = false;
-    stream_->when_readable([this] { read_some(); });
+    read_timer_.start(network_.now(), [this] { read_some(); });
 }
 
 void PeerLink::read_some() {
@@ -82,7 +113,7 @@ void PeerLink::read_some() {
             is_paused_ = true;
             return;
         }
-        const net::Step step = stage_->read(room, network_.now());
+        const net::Step step = top().read(room, network_.now());
         if (step.state == net::Step::State::again)
             return net::wait_for(step, *stream_, read_timer_, [this] { read_some(); });
         if (step.state == net::Step::State::closed) return end({Code::transient, "The peer left."});
@@ -90,11 +121,33 @@ void PeerLink::read_some() {
         heard_ = network_.now();
         if (!take({reinterpret_cast<const char*>(room.data()), step.bytes})) return;
     }
-    stream_->when_readable([this] { read_some(); });
+    // What the encryption holds is no news of the stream.
+    if (mse_) {
+        read_timer_.start(network_.now(), [this] { read_some(); });
+    } else {
+        stream_->when_readable([this] { read_some(); });
+    }
+}
+
+// A call that does not begin as a plain one does begins with a key.
+bool PeerLink::begins_encrypted(std::string_view bytes) {
+    if (!is_incoming_ || is_greeted_ || mse_) return false;
+    constexpr std::string_view plain = PeerHandshake::beginning;
+    const std::string first = greeting_ + std::string(bytes.substr(0, plain.size()));
+    if (plain.starts_with(std::string_view(first).substr(0, plain.size()))) return false;
+    return crypto_.is_possible();
 }
 
 // False: the link has ended, and may not exist any more.
 bool PeerLink::take(std::string_view bytes) {
+    if (begins_encrypted(bytes)) {
+        mse_.emplace(*stage_, *crypto_.library, std::vector{crypto_.torrent}, crypto_.setting);
+        mse_->take(greeting_);
+        mse_->take(bytes);
+        greeting_.clear();
+        agree();
+        return false;
+    }
     if (!is_greeted_) {
         const std::string_view mine = bytes.substr(0, PeerHandshake::size - greeting_.size());
         greeting_ += mine;
@@ -125,6 +178,10 @@ bool PeerLink::take(std::string_view bytes) {
 bool PeerLink::take_handshake() {
     is_greeted_ = true;
     const auto handshake = PeerHandshake::parse(greeting_);
+    if (crypto_.is_needed() && !mse_) {
+        end({Code::unsupported, "The connection is not encrypted."});
+        return false;
+    }
     if (!handshake) {
         end({Code::unsupported, "This is not a BitTorrent peer."});
         return false;

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "bt/mse_stage.h"
 #include "bt/peer/peer_wire.h"
 #include "bt/peer/picker.h"
 #include "bt/peer/request_window.h"
@@ -46,6 +47,21 @@ struct LinkLimits {
     net::TokenTree::Group up_group = net::TokenTree::everything;
 };
 
+/// The encryption of a link, as the setting "Crypto" has it: 0 and 3 both methods, 1 plain connections, 2 RC4
+/// alone.
+struct LinkCrypto {
+    const SecurTable* library = nullptr;  ///< outlives the link; null, or without its operations: plain alone
+    std::uint32_t setting = 1;
+    InfoHash torrent{};
+
+    [[nodiscard]] bool is_possible() const noexcept {
+        return library != nullptr && library->DH_Create != nullptr;
+    }
+    [[nodiscard]] bool is_needed() const noexcept { return setting == 2; }
+    /// Whether this side calls that way at first.
+    [[nodiscard]] bool is_preferred() const noexcept { return is_possible() && setting != 1; }
+};
+
 /// Reads handshake and messages, writes what it is given. The rest of its members are the swarm's notes about
 /// the peer. Belongs to the network's thread.
 class PeerLink {
@@ -53,16 +69,16 @@ class PeerLink {
     /// Bytes that wait to be sent; the owner gives blocks only while fewer wait.
     static constexpr std::size_t enough_unsent = 256 * 1024;
 
-    /// `number` above 0. The network and the owner outlive the link. Bytes wait until connected() is called.
+    /// `number` above 0. The network and the owner outlive the link.
     PeerLink(std::uint32_t number, const SocketAddress& address, bool is_incoming, net::Network& network,
-             LinkOwner& owner, const LinkLimits& limits);
+             LinkOwner& owner, const LinkLimits& limits, const LinkCrypto& crypto = {});
     PeerLink(const PeerLink&) = delete;
     PeerLink& operator=(const PeerLink&) = delete;
 
-    /// Uses this stream from now on.
-    void use(std::unique_ptr<net::Stream> stream);
-    /// The stream is connected: reading and writing begin.
-    void connected();
+    /// Connects to the peer and says the handshake; what is sent meanwhile comes behind it.
+    void call(const PeerHandshake& handshake, bool encrypted);
+    /// Uses this stream, which the peer has made. How it begins shows whether it is encrypted.
+    void take_call(std::unique_ptr<net::Stream> stream);
     void send(const PeerMessage& message) { send(message.bytes()); }
     void send(std::string_view bytes);
     /// Reads on after may_receive() was false.
@@ -71,6 +87,10 @@ class PeerLink {
 
     [[nodiscard]] std::uint32_t number() const noexcept { return number_; }
     [[nodiscard]] const SocketAddress& address() const noexcept { return address_; }
+    /// Of one that has ended: the peer was there, but did not take the encrypted handshake, and need not.
+    [[nodiscard]] bool wants_plain_call() const noexcept {
+        return !is_incoming_ && is_connected_ && mse_ && !is_agreed_ && !crypto_.is_needed();
+    }
     [[nodiscard]] bool is_incoming() const noexcept { return is_incoming_; }
     [[nodiscard]] std::size_t unsent() const noexcept { return out_.size() - sent_; }
     [[nodiscard]] Clock::time_point last_heard() const noexcept { return heard_; }
@@ -103,8 +123,13 @@ class PeerLink {
     int useless = 0;                ///< blocks that nobody wanted
 
   private:
+    void use(std::unique_ptr<net::Stream> stream);
+    void connected();
+    void agree();
+    [[nodiscard]] net::Stage& top() noexcept { return mse_ ? static_cast<net::Stage&>(*mse_) : *stage_; }
     void read_some();
     bool take(std::string_view bytes);
+    bool begins_encrypted(std::string_view bytes);
     bool take_handshake();
     void write_some();
     void end(const Result& why);
@@ -114,13 +139,16 @@ class PeerLink {
     const bool is_incoming_;
     net::Network& network_;
     LinkOwner& owner_;
+    const LinkCrypto crypto_;
     net::TokenUser down_;
     net::TokenUser up_;
     net::Timer read_timer_;
     net::Timer write_timer_;
     std::unique_ptr<net::Stream> stream_;
     std::optional<net::PacedStage> stage_;
+    std::optional<MseStage> mse_;
     bool is_connected_ = false;
+    bool is_agreed_ = false;  ///< the encrypted handshake is over
     bool has_ended_ = false;
     bool is_paused_ = false;
     bool waits_to_write_ = false;

@@ -26,6 +26,7 @@ Swarm::Swarm(net::Network& network, SwarmDisk& disk, SwarmListener& listener, Sw
       torrent_(std::move(torrent)),
       limits_(limits),
       options_(std::move(options)),
+      crypto_{options_.library, options_.crypto, torrent_.info_hash},
       picker_(torrent_.total, torrent_.piece_length, options_.seed),
       choker_(options_.seed),
       ticks_(network.timers()) {}
@@ -61,10 +62,22 @@ void Swarm::set_priority(std::uint32_t piece, PiecePriority priority) {
     }
 }
 
+std::vector<SwarmPeer> Swarm::look() const {
+    std::vector<SwarmPeer> peers;
+    for (const auto& [number, link] : links_) {
+        peers.push_back({.address = link->address(),
+                         .is_live = link->is_live,
+                         .gives = !link->chokes_us && !link->owes.empty(),
+                         .received = link->window.rate(),
+                         .given = link->give_rate});
+    }
+    return peers;
+}
+
 PeerLink& Swarm::add_link(const SocketAddress& address, bool is_incoming) {
     const std::uint32_t number = ++last_number_;
     LinkOwner& owner = *this;
-    auto link = std::make_unique<PeerLink>(number, address, is_incoming, network_, owner, limits_);
+    auto link = std::make_unique<PeerLink>(number, address, is_incoming, network_, owner, limits_, crypto_);
     link->has = PieceSet(picker_.pieces());
     return *links_.emplace(number, std::move(link)).first->second;
 }
@@ -75,32 +88,30 @@ void Swarm::connect_some() {
     while (links_.size() < options_.most_peers && half_open < options_.most_half_open) {
         const auto address = candidates_.take(network_.now());
         if (!address) return;
-        PeerLink& link = add_link(*address, false);
-        link.use(network_.connect(*address, [this, &link](const Result& result) {
-            if (!result.ok()) return ended(link, result);
-            link.connected();
-        }));
-        begin_talking(link);
+        call(*address, crypto_.is_preferred());
         ++half_open;
     }
+}
+
+void Swarm::call(const SocketAddress& address, bool encrypted) {
+    PeerLink& link = add_link(address, false);
+    link.call(own_handshake(), encrypted);
 }
 
 void Swarm::take_incoming(std::unique_ptr<net::Stream> stream) {
     const auto address = stream->peer_address();
     if (!runs_ || !address || links_.size() >= options_.most_peers) return;
     PeerLink& link = add_link(*address, true);
-    link.use(std::move(stream));
-    link.connected();
+    link.take_call(std::move(stream));
 }
 
-// The handshake of this side; the one that called says it first.
-void Swarm::begin_talking(PeerLink& link) {
+PeerHandshake Swarm::own_handshake() const {
     PeerHandshake own;
     own.torrent = torrent_.info_hash;
     own.peer_id = torrent_.peer_id;
     own.extensions = true;
     own.fast = true;
-    link.send(own.bytes());
+    return own;
 }
 
 // Of two connections to the same peer both sides keep the same one: where both called, the one that the lower
@@ -126,7 +137,7 @@ bool Swarm::greeted(PeerLink& link, const PeerHandshake& handshake) {
     if (!is_kept(link, handshake.peer_id)) return false;
     if (link.is_incoming()) {
         if (candidates_.is_banned(link.address())) return false;
-        begin_talking(link);
+        link.send(own_handshake().bytes());  // the one that called has said its own first
     }
     link.is_live = true;
     link.peer_id = handshake.peer_id;
@@ -160,6 +171,11 @@ void Swarm::forget(PeerLink& link) {
 
 void Swarm::ended(PeerLink& link, const Result&) {
     link.close();
+    if (runs_ && link.wants_plain_call()) {
+        const SocketAddress address = link.address();
+        forget(link);
+        return call(address, false);
+    }
     if (!link.is_incoming()) {
         const bool brought = link.received > 0 || link.given > 0;
         if (link.is_live && brought) {

@@ -31,6 +31,18 @@ struct SwarmOptions {
     std::uint16_t port = 0;  ///< that peers may connect to; 0: none
     std::u16string version = u"Vantlow";
     std::uint32_t seed = 1;  ///< decides about chance
+    const SecurTable* library =
+        nullptr;               ///< for encryption; outlives the swarm; null: plain connections alone
+    std::uint32_t crypto = 1;  ///< the setting "Crypto", see LinkCrypto
+};
+
+/// A peer of a swarm at this moment, to be shown.
+struct SwarmPeer {
+    SocketAddress address;
+    bool is_live = false;  ///< both handshakes are over
+    bool gives = false;    ///< it owes blocks that it was asked for, and does not choke us
+    double received = 0;   ///< bytes a second
+    double given = 0;      ///< bytes a second
 };
 
 /// The news of a swarm. Called on its thread, never from inside an operation of it.
@@ -74,6 +86,7 @@ class Swarm final : private LinkOwner {
 
     [[nodiscard]] const Picker& picker() const noexcept { return picker_; }
     [[nodiscard]] std::size_t peers() const noexcept { return links_.size(); }
+    [[nodiscard]] std::vector<SwarmPeer> look() const;
     [[nodiscard]] std::size_t known() const noexcept { return candidates_.size(); }
     [[nodiscard]] std::int64_t downloaded() const noexcept { return downloaded_; }  ///< bytes of blocks
     [[nodiscard]] std::int64_t uploaded() const noexcept { return uploaded_; }
@@ -88,8 +101,9 @@ class Swarm final : private LinkOwner {
     bool may_receive() override;
     void ended(PeerLink& link, const Result& why) override;
     PeerLink& add_link(const SocketAddress& address, bool is_incoming);
+    void call(const SocketAddress& address, bool encrypted);
     void connect_some();
-    void begin_talking(PeerLink& link);
+    [[nodiscard]] PeerHandshake own_handshake() const;
     bool is_kept(const PeerLink& link, const std::string& peer_id);
     void drop(PeerLink& link, bool for_good);
     void forget(PeerLink& link);
@@ -127,6 +141,7 @@ class Swarm final : private LinkOwner {
     const SwarmTorrent torrent_;
     const LinkLimits limits_;
     const SwarmOptions options_;
+    const LinkCrypto crypto_;
     Picker picker_;
     Choker choker_;
     BlameBook blames_;

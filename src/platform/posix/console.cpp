@@ -115,15 +115,28 @@ int write_to_system(Stream stream, std::string_view text) noexcept {
     return 0;
 }
 
+std::size_t read_input(std::span<char> into) noexcept {
+    for (;;) {
+        const ssize_t count = ::read(STDIN_FILENO, into.data(), into.size());
+        if (count >= 0) return static_cast<std::size_t>(count);
+        if (errno == EAGAIN || errno == EWOULDBLOCK) {
+            pollfd entry{STDIN_FILENO, POLLIN, 0};  // somebody made the stream non-blocking
+            ::poll(&entry, 1, -1);
+        } else if (errno != EINTR) {
+            return 0;
+        }
+    }
+}
+
 std::string read_standard_input(std::size_t at_most) {
     if (ConsoleCapture* const capture = ConsoleCapture::current()) return capture->take_input();
     std::string text;
+    char piece[65536];
     while (text.size() < at_most) {
-        char piece[65536];
-        const ssize_t count = ::read(STDIN_FILENO, piece, std::min(sizeof piece, at_most - text.size()));
-        if (count < 0 && errno == EINTR) continue;
-        if (count <= 0) break;
-        text.append(piece, static_cast<std::size_t>(count));
+        const std::size_t count =
+            read_input(std::span(piece).first(std::min(sizeof piece, at_most - text.size())));
+        if (count == 0) break;
+        text.append(piece, count);
     }
     return text;
 }

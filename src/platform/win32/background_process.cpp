@@ -93,10 +93,16 @@ DWORD create_process(const std::u16string& program, std::u16string line, const N
     start.StartupInfo.hStdOutput = out.get();
     start.StartupInfo.hStdError = out.get();
     start.lpAttributeList = inherited.list();
-    const DWORD flags = DETACHED_PROCESS | CREATE_NEW_PROCESS_GROUP | EXTENDED_STARTUPINFO_PRESENT;
-    const BOOL started = CreateProcessW(wide(program), reinterpret_cast<wchar_t*>(line.data()), nullptr,
-                                        nullptr, TRUE, flags, nullptr, nullptr, &start.StartupInfo, &made);
-    return started ? ERROR_SUCCESS : GetLastError();
+    const auto try_to_start = [&](DWORD more) {
+        const DWORD flags = DETACHED_PROCESS | CREATE_NEW_PROCESS_GROUP | EXTENDED_STARTUPINFO_PRESENT | more;
+        const BOOL started =
+            CreateProcessW(wide(program), reinterpret_cast<wchar_t*>(line.data()), nullptr, nullptr, TRUE,
+                           flags, nullptr, nullptr, &start.StartupInfo, &made);
+        return started ? ERROR_SUCCESS : GetLastError();
+    };
+    // A browser ends the job of the programs that it started, and everything in it; not every job lets go.
+    const DWORD error = try_to_start(CREATE_BREAKAWAY_FROM_JOB);
+    return error == ERROR_ACCESS_DENIED ? try_to_start(0) : error;
 }
 
 }  // namespace

@@ -101,6 +101,13 @@ int write_to_system(Stream stream, std::string_view text) noexcept {
     return 0;
 }
 
+std::size_t read_input(std::span<char> into) noexcept {
+    DWORD count = 0;
+    const auto size = static_cast<DWORD>(std::min<std::size_t>(into.size(), 1U << 20U));
+    const bool ok = ReadFile(GetStdHandle(STD_INPUT_HANDLE), into.data(), size, &count, nullptr) != 0;
+    return ok ? count : 0;
+}
+
 std::string read_standard_input(std::size_t at_most) {
     if (ConsoleCapture* const capture = ConsoleCapture::current()) return capture->take_input();
     HANDLE in = GetStdHandle(STD_INPUT_HANDLE);
@@ -118,8 +125,9 @@ std::string read_standard_input(std::size_t at_most) {
             if (units[0] == L'\x1A') break;  // Ctrl-Z
             typed.append(reinterpret_cast<const char16_t*>(units), count);
         } else {
-            if (!ReadFile(in, piece, sizeof piece, &count, nullptr) || count == 0) break;
-            text.append(piece, count);
+            const std::size_t got = read_input(piece);
+            if (got == 0) break;
+            text.append(piece, got);
         }
     }
     return is_console ? to_utf8(typed) : text;

@@ -109,6 +109,11 @@ class CBaseSocket {
 
     /// The next bytes, at the pace of the speed limit.
     Moved receive(std::span<std::byte> into, Clock::time_point until) { return paced_->read(into, until); }
+    /// The same past the program's memory, where nothing below needs to see the bytes: see ByteStream.
+    [[nodiscard]] bool can_fill() const noexcept { return paced_ && paced_->can_fill(); }
+    Moved fill(Conduit& conduit, std::size_t most, Clock::time_point until) {
+        return paced_->fill(conduit, most, until);
+    }
     /// Sends the whole buffer or fails.
     Result send_all(std::span<const std::byte> bytes);
     /// Reads exactly that many bytes within the time-out, or before `until`; `transient` when the peer closed

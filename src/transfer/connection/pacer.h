@@ -40,11 +40,16 @@ class PacedStream final : public ByteStream {
         : below_(below), node_(node), stop_(stop) {}
 
     Moved read(std::span<std::byte> into, Clock::time_point until) override;
+    [[nodiscard]] bool can_fill() const noexcept override { return below_.can_fill(); }
+    Moved fill(Conduit& conduit, std::size_t most, Clock::time_point until) override;
     Result write(std::span<const std::byte> from, Clock::time_point until) override {
         return below_.write(from, until);
     }
 
   private:
+    template <class Read>
+    Moved paced(Read read, std::size_t most, Clock::time_point until);
+
     ByteStream& below_;
     CConnectionNode* const node_;
     const StopSource& stop_;

@@ -51,12 +51,17 @@ Ready StageStream::wait(const net::Step& step, Clock::time_point until) {
     return stop_->wait_for(time_left(std::min(step.at, until))) ? Ready::stopped : Ready::yes;
 }
 
-Moved StageStream::read(std::span<std::byte> into, Clock::time_point until) {
+Moved ByteStream::fill(Conduit&, std::size_t, Clock::time_point) {
+    return Moved::failed(Code::unsupported);
+}
+
+template <class MakeStep>
+Moved StageStream::move(MakeStep make_step, Clock::time_point until) {
     if (stop_ == nullptr) return Moved::failed(Code::transient);
     for (;;) {
         // A stop must not have to wait for a server that sends without a pause.
         if (stop_->requested()) return Moved::failed(stop_->reason());
-        const net::Step step = stage_.read(into, Clock::now());
+        const net::Step step = make_step();
         switch (step.state) {
             case net::Step::State::moved:
                 return Moved::data(step.bytes);
@@ -78,6 +83,14 @@ Moved StageStream::read(std::span<std::byte> into, Clock::time_point until) {
                 return Moved::failed(Code::transient);
         }
     }
+}
+
+Moved StageStream::read(std::span<std::byte> into, Clock::time_point until) {
+    return move([&] { return stage_.read(into, Clock::now()); }, until);
+}
+
+Moved SocketStream::fill(Conduit& conduit, std::size_t most, Clock::time_point until) {
+    return move([&] { return step_of(conduit.receive(socket_, most), net::Wants::readable); }, until);
 }
 
 Result StageStream::write(std::span<const std::byte> from, Clock::time_point until) {

@@ -34,6 +34,11 @@ class StageStream : public ByteStream {
     Moved read(std::span<std::byte> into, Clock::time_point until) override;
     Result write(std::span<const std::byte> from, Clock::time_point until) override;
 
+  protected:
+    /// Repeats a step, with waits between, until it is no longer to be made again. Defined where it is used.
+    template <class MakeStep>
+    Moved move(MakeStep make_step, Clock::time_point until);
+
   private:
     /// Until the step is worth repeating; `timeout` at `until`.
     Ready wait(const net::Step& step, Clock::time_point until);
@@ -50,6 +55,8 @@ class SocketStream final : public StageStream {
         : StageStream(stage_, socket_), socket_(std::move(socket)), stage_(socket_) {}
 
     [[nodiscard]] TcpSocket& socket() noexcept { return socket_; }
+    [[nodiscard]] bool can_fill() const noexcept override { return true; }
+    Moved fill(Conduit& conduit, std::size_t most, Clock::time_point until) override;
 
   private:
     TcpSocket socket_;

@@ -5,6 +5,7 @@
 #include <span>
 
 #include "base/result.h"
+#include "platform/conduit.h"
 #include "platform/socket.h"
 
 namespace vantlow {
@@ -40,6 +41,10 @@ class ByteStream {
 
     /// Waits until `until` at the longest, or until the stop that the stage knows of is requested.
     virtual Moved read(std::span<std::byte> into, Clock::time_point until) = 0;
+    /// Whether fill() can be called: this stage and all below it hand bytes on as they are.
+    [[nodiscard]] virtual bool can_fill() const noexcept { return false; }
+    /// Reads up to `most` bytes into an empty conduit, which does not show them to anybody; else like read().
+    virtual Moved fill(Conduit& conduit, std::size_t most, Clock::time_point until);
     /// Sends all of it before `until`, or fails.
     virtual Result write(std::span<const std::byte> from, Clock::time_point until) = 0;
 };

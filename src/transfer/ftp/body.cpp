@@ -11,6 +11,10 @@ class StreamBody : public FtpBody {
     Moved read(std::span<std::byte> into, Clock::time_point until) override {
         return data_.receive(into, until);
     }
+    [[nodiscard]] bool can_fill() const noexcept override { return data_.can_fill(); }
+    Moved fill(Conduit& conduit, std::size_t most, Clock::time_point until) override {
+        return data_.fill(conduit, most, until);
+    }
 
   private:
     CBaseSocket& data_;

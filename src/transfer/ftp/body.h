@@ -18,6 +18,9 @@ class FtpBody {
     FtpBody& operator=(const FtpBody&) = delete;
     virtual ~FtpBody() = default;
     virtual Moved read(std::span<std::byte> into, Clock::time_point until) = 0;
+    /// The next bytes past the program's memory, as in ByteStream; not for transfers that are decoded.
+    [[nodiscard]] virtual bool can_fill() const noexcept { return false; }
+    virtual Moved fill(Conduit&, std::size_t, Clock::time_point) { return Moved::failed(Code::unsupported); }
 };
 
 /// The stages that a transfer needs, over the data connection, which outlives them.

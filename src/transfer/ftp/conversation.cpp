@@ -111,9 +111,23 @@ Result FtpConversation::retrieve(const FtpPlan& plan, FtpFile& file) {
 }
 
 Moved FtpConversation::read(std::span<std::byte> into, Clock::time_point until) {
+    return moved_on([&] { return body_->read(into, until); }, until);
+}
+
+bool FtpConversation::can_fill() const noexcept {
+    return body_ && (state_ == State::receiving || state_ == State::done) && body_->can_fill();
+}
+
+Moved FtpConversation::fill(Conduit& conduit, std::size_t most, Clock::time_point until) {
+    return moved_on([&] { return body_->fill(conduit, most, until); }, until);
+}
+
+// `move` takes the body's next bytes, and what their end means is found out here.
+template <class Move>
+Moved FtpConversation::moved_on(Move move, Clock::time_point until) {
     if (state_ == State::idle || !body_) return Moved::closed();
     if (state_ == State::receiving || state_ == State::done) {
-        const Moved moved = body_->read(into, until);
+        const Moved moved = move();
         if (moved.state == Moved::State::data) position_ += static_cast<std::int64_t>(moved.bytes);
         const bool broke = moved.state == Moved::State::failed && moved.code == Code::transient;
         // A transfer that was refused before its first byte may also be reset.

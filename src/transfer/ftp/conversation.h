@@ -11,13 +11,12 @@ namespace vantlow {
 class FtpConversation : public FtpTransfer {
   public:
     FtpConversation(ConnectionServices& services, LogSink& log, const StopSource& stop, CConnectionNode* node)
-        : log_(log),
-          socket_(services, log, stop),
-          control_(socket_, log),
-          data_(services, log, stop, node) {}
+        : log_(log), socket_(services, log, stop), control_(socket_, log), data_(services, log, stop, node) {}
 
     Result open(const FtpPlan& plan, std::int64_t offset, FtpFile& file) override;
     Moved read(std::span<std::byte> into, Clock::time_point until) override;
+    [[nodiscard]] bool can_fill() const noexcept override;
+    Moved fill(Conduit& conduit, std::size_t most, Clock::time_point until) override;
     void finish() override;
 
   private:
@@ -31,6 +30,8 @@ class FtpConversation : public FtpTransfer {
     Result begin(const FtpPlan& plan, std::int64_t offset, FtpFile& file);
     Result retrieve(const FtpPlan& plan, FtpFile& file);
     Result hear_why(Result failure);
+    template <class Move>
+    Moved moved_on(Move move, Clock::time_point until);
     Moved last_word(Clock::time_point until);
     [[nodiscard]] bool refuses_session(const FtpReply& reply) const;
     bool read_to_end();

@@ -102,6 +102,9 @@ class FtpTransfer {
     virtual Result open(const FtpPlan& plan, std::int64_t offset, FtpFile& file) = 0;
     /// The next bytes. `closed` when the server said that this was all.
     virtual Moved read(std::span<std::byte> into, Clock::time_point until) = 0;
+    /// The next bytes past the program's memory, as in ByteStream; where nothing has to be undone on the way.
+    [[nodiscard]] virtual bool can_fill() const noexcept { return false; }
+    virtual Moved fill(Conduit&, std::size_t, Clock::time_point) { return Moved::failed(Code::unsupported); }
     /// Ends the transfer, wherever it stands, and keeps the connection for the next file where that can be
     /// done soon.
     virtual void finish() = 0;

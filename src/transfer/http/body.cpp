@@ -35,17 +35,24 @@ class LengthBody : public BodySource {
     LengthBody(Inflow inflow, std::int64_t length) : inflow_(std::move(inflow)), left_(length) {}
 
     Moved read(std::span<std::byte> into, Clock::time_point until) override {
-        if (left_ == 0) return Moved::closed();
-        const auto most =
-            static_cast<std::size_t>(std::min<std::int64_t>(left_, static_cast<std::int64_t>(into.size())));
-        const Moved moved = inflow_.read(into.first(most), until);
-        if (moved.state == Moved::State::closed) return Moved::failed(Code::transient);  // short
-        if (moved.state == Moved::State::data) left_ -= static_cast<std::int64_t>(moved.bytes);
-        return moved;
+        return left_ == 0 ? Moved::closed() : counted(inflow_.read(into.first(most(into.size())), until));
+    }
+    [[nodiscard]] bool can_fill() const noexcept override { return inflow_.can_fill(); }
+    Moved fill(Conduit& conduit, std::size_t wanted, Clock::time_point until) override {
+        return left_ == 0 ? Moved::closed() : counted(inflow_.fill(conduit, most(wanted), until));
     }
     [[nodiscard]] bool is_whole() const noexcept override { return left_ == 0 && inflow_.ends_here(); }
 
   private:
+    [[nodiscard]] std::size_t most(std::size_t wanted) const noexcept {
+        return static_cast<std::size_t>(std::min<std::int64_t>(left_, static_cast<std::int64_t>(wanted)));
+    }
+    Moved counted(const Moved& moved) noexcept {
+        if (moved.state == Moved::State::closed) return Moved::failed(Code::transient);  // short
+        if (moved.state == Moved::State::data) left_ -= static_cast<std::int64_t>(moved.bytes);
+        return moved;
+    }
+
     Inflow inflow_;
     std::int64_t left_;
 };
@@ -56,6 +63,10 @@ class ClosingBody : public BodySource {
     explicit ClosingBody(Inflow inflow) : inflow_(std::move(inflow)) {}
     Moved read(std::span<std::byte> into, Clock::time_point until) override {
         return inflow_.read(into, until);
+    }
+    [[nodiscard]] bool can_fill() const noexcept override { return inflow_.can_fill(); }
+    Moved fill(Conduit& conduit, std::size_t most, Clock::time_point until) override {
+        return inflow_.fill(conduit, most, until);
     }
     [[nodiscard]] bool is_whole() const noexcept override { return false; }
 

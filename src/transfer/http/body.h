@@ -21,6 +21,9 @@ class BodySource {
     virtual ~BodySource() = default;
 
     virtual Moved read(std::span<std::byte> into, Clock::time_point until) = 0;
+    /// The next bytes past the program's memory, as in ByteStream; not for bodies that are decoded.
+    [[nodiscard]] virtual bool can_fill() const noexcept { return false; }
+    virtual Moved fill(Conduit&, std::size_t, Clock::time_point) { return Moved::failed(Code::unsupported); }
     /// True when the whole answer was read, so that the connection stands before the next one.
     [[nodiscard]] virtual bool is_whole() const noexcept = 0;
 };
@@ -33,6 +36,10 @@ class Inflow {
   public:
     Inflow(CBaseSocket& socket, std::vector<std::byte> early) : socket_(socket), early_(std::move(early)) {}
     Moved read(std::span<std::byte> into, Clock::time_point until);
+    [[nodiscard]] bool can_fill() const noexcept { return !has_early() && socket_.can_fill(); }
+    Moved fill(Conduit& conduit, std::size_t most, Clock::time_point until) {
+        return socket_.fill(conduit, most, until);
+    }
     /// True while bytes are here that nobody has taken.
     [[nodiscard]] bool has_early() const noexcept { return taken_ < early_.size(); }
     /// True when behind the body is nothing, or the empty line that old servers send there (RFC 9112, 2.2).

@@ -35,6 +35,11 @@ class HttpClient {
     /// library that does it.
     Result begin_body(ContentCoding coding, std::size_t buffer_size);
     Moved read(std::span<std::byte> into, Clock::time_point until) { return conversation_.read(into, until); }
+    /// The same past the program's memory: see BodySource.
+    [[nodiscard]] bool can_fill() const noexcept { return conversation_.can_fill(); }
+    Moved fill(Conduit& conduit, std::size_t most, Clock::time_point until) {
+        return conversation_.fill(conduit, most, until);
+    }
 
     /// Ends the conversation; the connection is kept where its answer was read whole.
     void finish() { conversation_.finish(); }

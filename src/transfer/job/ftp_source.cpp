@@ -26,6 +26,12 @@ class FtpSource : public Source {
         if (by_proxy_) return by_proxy_->read(into, until);
         return transfer_ ? transfer_->read(into, until) : Moved::closed();
     }
+    [[nodiscard]] bool can_fill() const noexcept override {
+        return by_proxy_ ? by_proxy_->can_fill() : transfer_ && transfer_->can_fill();
+    }
+    Moved fill(Conduit& conduit, std::size_t most, Clock::time_point until) override {
+        return by_proxy_ ? by_proxy_->fill(conduit, most, until) : transfer_->fill(conduit, most, until);
+    }
     void close() override {
         if (by_proxy_) by_proxy_->close();
         if (transfer_) transfer_->finish();

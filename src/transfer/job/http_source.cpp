@@ -30,6 +30,10 @@ class HttpSource : public Source {
     Moved read(std::span<std::byte> into, Clock::time_point until) override {
         return client_.read(into, until);
     }
+    [[nodiscard]] bool can_fill() const noexcept override { return client_.can_fill(); }
+    Moved fill(Conduit& conduit, std::size_t most, Clock::time_point until) override {
+        return client_.fill(conduit, most, until);
+    }
     void close() override { client_.finish(); }
     [[nodiscard]] std::optional<std::chrono::seconds> retry_after() const override { return retry_after_; }
 

@@ -19,6 +19,11 @@ constexpr int settling_measures = 4;
 constexpr int most_moves = 3;
 // So many bytes of a joint are compared at once.
 constexpr std::size_t joint_step = 16 * kib;
+// The way past memory: taken where a read brought so much, left again where so many in a row bring a quarter
+// of it.
+constexpr std::size_t bulk = 64 * kib;
+constexpr int most_small_moves = 8;
+constexpr std::int64_t most_in_conduit = 1024 * kib;
 
 }  // namespace
 
@@ -335,7 +340,10 @@ bool CTransferSubThread::receive_some(Clock::time_point& last_data, Result& end)
     const auto most = static_cast<std::size_t>(std::min<std::int64_t>(left, static_cast<std::int64_t>(room)));
     const auto until = std::min(last_data + silence_, flushed_ + flush_interval);
     const bool is_new = held_.empty();
-    const Moved moved = read_on(gather_.bytes().subspan(gathered_, most), until);
+    const bool is_short = takes_short_way();
+    const Moved moved =
+        is_short ? fill_conduit(left, until) : read_on(gather_.bytes().subspan(gathered_, most), until);
+    judge_way(moved, is_short);
     const auto now = Clock::now();
     measure(moved.bytes, time().now());
     if (moved.state == Moved::State::data) {
@@ -345,7 +353,7 @@ bool CTransferSubThread::receive_some(Clock::time_point& last_data, Result& end)
         worker_.position.fetch_add(static_cast<std::int64_t>(moved.bytes), std::memory_order_relaxed);
     }
     // Half full is enough: a read into the small rest of a buffer costs the system as much as a large one.
-    if (gathered_ >= gather_.size() / 2 || now - flushed_ >= flush_interval) {
+    if (is_short || gathered_ >= gather_.size() / 2 || now - flushed_ >= flush_interval) {
         end = flush();
         if (!end.ok()) return false;
     }
@@ -376,15 +384,55 @@ Result CTransferSubThread::flush() {
     const std::int64_t offset = position() - static_cast<std::int64_t>(gathered_);
     const std::int64_t end = std::max(limit(), offset);
     const std::int64_t bytes = std::min(static_cast<std::int64_t>(gathered_), end - offset);
-    if (position() > end) {
-        const auto behind = gather_.bytes().first(gathered_).subspan(static_cast<std::size_t>(bytes));
-        held_.insert(held_.begin(), behind.begin(), behind.end());
-        worker_.position.store(end, std::memory_order_relaxed);
-    }
+    const auto wanted = static_cast<std::size_t>(std::max<std::int64_t>(bytes, 0));
+    const std::size_t behind = gathered_ - wanted;
     gathered_ = 0;
-    if (bytes <= 0) return {};
+    if (position() > end) worker_.position.store(end, std::memory_order_relaxed);
+    if (conduit_.filled() > 0) return flush_conduit(offset, wanted, behind);
+    const auto gathered = gather_.bytes().first(wanted + behind);
+    held_.insert(held_.begin(), gathered.begin() + static_cast<std::ptrdiff_t>(wanted), gathered.end());
+    if (wanted == 0) return {};
     host_.delivered(worker_, offset, bytes);
-    return host_.file().write(offset, gather_.bytes().first(static_cast<std::size_t>(bytes)));
+    return host_.file().write(offset, gathered.first(wanted));
+}
+
+Result CTransferSubThread::flush_conduit(std::int64_t offset, std::size_t wanted, std::size_t behind) {
+    if (wanted > 0) {
+        host_.delivered(worker_, offset, static_cast<std::int64_t>(wanted));
+        if (Result result = host_.file().write(offset, conduit_, wanted); !result.ok()) return result;
+    }
+    if (behind == 0) return {};
+    std::vector<std::byte> kept(behind);
+    if (!conduit_.take(kept)) return Code::transient;
+    held_.insert(held_.begin(), kept.begin(), kept.end());
+    return {};
+}
+
+// Whether the next bytes go to the file without being seen here. Nothing may be waiting in memory before
+// them.
+bool CTransferSubThread::takes_short_way() noexcept {
+    if (!comes_in_bulk_ || gathered_ > 0 || !held_.empty() || conduit_.is_useless()) return false;
+    return source_->can_fill() && host_.file().takes_conduits() && conduit_.open();
+}
+
+Moved CTransferSubThread::fill_conduit(std::int64_t left, Clock::time_point until) {
+    const auto most = static_cast<std::size_t>(std::min<std::int64_t>(left, most_in_conduit));
+    const Moved moved = source_->fill(conduit_, most, until);
+    answer_at_ += static_cast<std::int64_t>(moved.bytes);
+    return moved;
+}
+
+// The short way writes after each read, so it pays only where one brings much.
+void CTransferSubThread::judge_way(const Moved& moved, bool is_short) noexcept {
+    if (moved.state != Moved::State::data) return;
+    if (!is_short) {
+        comes_in_bulk_ = comes_in_bulk_ || moved.bytes >= bulk;
+        return;
+    }
+    small_moves_ = moved.bytes < bulk / 4 ? small_moves_ + 1 : 0;
+    if (small_moves_ < most_small_moves) return;
+    comes_in_bulk_ = false;
+    small_moves_ = 0;
 }
 
 }  // namespace vantlow

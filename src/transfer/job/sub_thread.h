@@ -107,6 +107,10 @@ class CTransferSubThread {
     Result receive();
     bool receive_some(Clock::time_point& last_data, Result& end);
     Result end_of_answer(const Moved& moved, Clock::time_point& last_data, bool& goes_on);
+    [[nodiscard]] bool takes_short_way() noexcept;
+    Moved fill_conduit(std::int64_t left, Clock::time_point until);
+    Result flush_conduit(std::int64_t offset, std::size_t wanted, std::size_t behind);
+    void judge_way(const Moved& moved, bool is_short) noexcept;
     Moved read_on(std::span<std::byte> into, Clock::time_point until);
     Result read_through();
     Result moved_failure(const Moved& moved) const;
@@ -138,6 +142,9 @@ class CTransferSubThread {
     Worker worker_;
     std::unique_ptr<Source> source_;
     PageBuffer gather_;
+    Conduit conduit_;              ///< what was gathered, where gather_ is passed by
+    bool comes_in_bulk_ = false;   ///< one read brings so much that the way past memory pays
+    int small_moves_ = 0;          ///< in a row, on that way
     std::size_t gathered_ = 0;     ///< bytes in gather_, the last of which lies before position()
     std::vector<std::byte> held_;  ///< received behind the segment's end: what the open answer goes on with
     std::atomic<bool> closing_{false};

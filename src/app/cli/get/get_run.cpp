@@ -37,7 +37,7 @@ GetRun::GetRun(Engine& engine, JobOutput& output, StopSource& stop, ThreadPool& 
 // Returns false when an earlier run of the same list has fetched the job's file.
 bool GetRun::is_wanted(const CJobNode& job) {
     ++filed_;
-    const auto file = memory_ && kind_of(job) != JobKind::torrent ? memory_->take(job) : std::nullopt;
+    const auto file = memory_ ? memory_->take(job) : std::nullopt;
     if (!file) return true;
     JobOutcome outcome;
     outcome.path = file->path;
@@ -82,9 +82,10 @@ void GetRun::look_for_hopeless() {
     for (const RunningJob& running : engine_.running_jobs()) {
         const JobProgress& progress = running.progress;
         if (!patience_.is_over(running.job->identity, progress, now)) continue;
+        const std::string tries =
+            progress.attempts > 0 ? " after " + std::to_string(progress.attempts) + " attempts" : "";
         give_up(running.job->identity,
-                {Code::transient, "Given up after " + std::to_string(progress.attempts) +
-                                      " attempts without a byte: " + progress.waiting_for});
+                {Code::transient, "Given up" + tries + " without a byte: " + progress.waiting_for});
     }
 }
 

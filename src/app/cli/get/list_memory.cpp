@@ -80,7 +80,9 @@ std::optional<ListMemory::Finished> ListMemory::take(const CJobNode& job) {
         finished_.erase(at);
         if (!file.partial.empty() && path_kind(file.partial) != PathKind::none) continue;
         const FileStamp stamp = file_stamp(file.path);
-        if (stamp.there && stamp.size == file.size) return file;
+        // The folder of a torrent is named here only once all of its files are whole.
+        const bool is_folder = path_kind(file.path) == PathKind::folder;
+        if (is_folder || (stamp.there && stamp.size == file.size)) return file;
     }
     return std::nullopt;
 }

@@ -1,0 +1,47 @@
+// The contents of a torrent as they are fetched: its files, its pieces, its rules.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "base/result.h"
+#include "bt/metainfo.h"
+#include "storage/file_list.h"
+
+namespace vantlow {
+
+/// The facts of an "info" value that a download needs. A plain record.
+struct TorrentContent {
+    std::u16string name;     ///< of the file or of the folder, as the document has it, in one part; not safe
+    bool is_folder = false;  ///< the files stand in a folder of that name
+    std::vector<NamedFile> files;  ///< all of them chosen; their paths are as the document has them
+    std::int64_t total = 0;        ///< bytes of all files, padding included
+    std::int64_t piece_length = 0;
+    std::string pieces;  ///< the digests of the pieces, 20 bytes each, as many as the total has pieces
+    std::string info;    ///< the raw bytes of the value
+    InfoHash info_hash{};
+    bool is_private = false;  ///< its peers come from its trackers alone (BEP 27)
+
+    [[nodiscard]] std::int64_t piece_count() const noexcept {
+        return (total + piece_length - 1) / piece_length;
+    }
+};
+
+/// Reads an "info" value. Hybrid torrents (BEP 52) are read by their first version; `unsupported`, with a
+/// sentence, for those that have none, and for sizes, pieces and lengths that contradict each other. Padding
+/// (BEP 47) is marked as such.
+Outcome<TorrentContent> read_torrent_content(std::string_view info);
+
+/// True for a document that has a description of the second version (BEP 52) and none of the first.
+bool is_second_version(const CBEDictionary& document) noexcept;
+
+/// The document that has nothing but this "info" value.
+std::string document_of_info(std::string_view info);
+
+/// The "info" value of a document; empty where it has none.
+std::string info_of_document(std::span<const std::byte> document);
+
+/// A name from a torrent as one part of a path: what would divide it becomes "_".
+std::u16string in_one_part(std::u16string name);
+
+}  // namespace vantlow

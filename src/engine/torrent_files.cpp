@@ -1,0 +1,235 @@
+#include "engine/torrent_files.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "base/codes.h"
+#include "base/safe_name.h"
+#include "base/text.h"
+#include "engine/selection.h"
+#include "platform/folder.h"
+#include "storage/storage_state.h"
+#include "store/job_log.h"
+
+namespace vantlow {
+namespace {
+
+// States that are looked at in a folder.
+constexpr std::size_t most_states = 10'000;
+
+std::u16string partial_of(const std::u16string& path) {
+    return path + std::u16string(partial_suffix);
+}
+
+bool is_there(const TorrentContent& content, const std::u16string& target) {
+    if (content.is_folder) return path_kind(target) == PathKind::folder;
+    return path_kind(target) == PathKind::file || path_kind(partial_of(target)) == PathKind::file;
+}
+
+// The target that an earlier run has fetched this torrent to; empty where there is none.
+std::u16string find_target(const std::u16string& folder, const std::string& identity) {
+    std::vector<FolderEntry> entries;
+    static_cast<void>(list_folder(folder, entries));
+    std::size_t looked_at = 0;
+    for (const FolderEntry& entry : entries) {
+        if (entry.kind != PathKind::file || !entry.name.ends_with(state_suffix)) continue;
+        if (++looked_at > most_states) break;
+        const std::u16string path = join_path(folder, entry.name);
+        if (load_storage_state(path, identity)) return path.substr(0, path.size() - state_suffix.size());
+    }
+    return {};
+}
+
+StoragePlaces places_of(const TorrentContent& content, const std::u16string& target,
+                        const std::optional<StorageState>& state) {
+    StoragePlaces places;
+    // Where somebody has moved the folder along with its state, the state is wrong about the folder alone.
+    places.folder = content.is_folder ? target : std::u16string(folder_of(target));
+    if (!content.is_folder || !state) return places;
+    places.names = state->places.names;
+    places.other_folder = state->places.other_folder;
+    return places;
+}
+
+// The list of a torrent of one file has the name that the file was given.
+Outcome<FileList> list_of(const TorrentContent& content, const std::u16string& name) {
+    std::vector<NamedFile> files = content.files;
+    if (!content.is_folder && !name.empty()) files.front().path = name;
+    return FileList::make(files);
+}
+
+}  // namespace
+
+Outcome<std::vector<bool>> chosen_files(const TorrentContent& content, const std::string& selection) {
+    std::vector<std::size_t> shown;
+    for (std::size_t i = 0; i < content.files.size(); ++i) {
+        if (!content.files[i].padding) shown.push_back(i);
+    }
+    const auto numbers = select(selection, shown.size());
+    if (!numbers)
+        return Result(Code::unsupported, "The torrent has no file that \"" + selection + "\" selects.");
+    std::vector<bool> chosen(content.files.size(), false);
+    for (const std::size_t number : *numbers) chosen[shown[number]] = true;
+    return chosen;
+}
+
+Result TorrentFiles::make_storage(const std::u16string& name, const std::vector<bool>& chosen) {
+    auto list = list_of(content_, name);
+    if (!list) return list.failure();
+    storage_.emplace(*std::move(list), chosen, content_.piece_length, log_, rules_);
+    return {};
+}
+
+Result TorrentFiles::open(const TorrentPlace& place, const std::vector<bool>& chosen, const StopSource& stop,
+                          CheckProgress& progress) {
+    const std::u16string folder(folder_of(place.path));
+    const std::u16string known =
+        name_of(place.path).empty() ? find_target(folder, to_hex(content_.info_hash)) : place.path;
+    if (!known.empty() && is_there(content_, known)) {
+        if (Result result = resume(known, chosen, stop, progress); !result.ok()) return result;
+        if (storage_) return {};
+    } else if (!known.empty()) {
+        log_.line(Direction::note, "The unfinished files are gone. The download starts over.");
+        static_cast<void>(remove_file(storage_state_path(known)));
+    }
+    return begin(folder, place.name, chosen);
+}
+
+// Leaves the storage closed where the files are not this job's after all.
+Result TorrentFiles::resume(const std::u16string& target, const std::vector<bool>& chosen,
+                            const StopSource& stop, CheckProgress& progress) {
+    auto state = load_storage_state(storage_state_path(target), to_hex(content_.info_hash));
+    const bool fits = state && state->chosen.size() == content_.files.size();
+    const std::u16string name = content_.is_folder ? std::u16string() : std::u16string(name_of(target));
+    if (Result result = make_storage(name, fits ? state->chosen : chosen); !result.ok()) return result;
+    if (Result result = storage_->resume(places_of(content_, target, state)); !result.ok()) return result;
+    target_ = target;
+    if (Result result = check(state, stop, progress); !result.ok()) return result;
+    for (std::size_t file = 0; file < chosen.size(); ++file) {
+        if (Result result = storage_->choose(file, chosen[file]); !result.ok()) return result;
+    }
+    if (state || is_whole() || !has_finished_files()) return {};
+    // Files under whole names that nothing says are this job's, and that are not what it fetches: somebody
+    // else put them there.
+    log_.line(Direction::note, "The files at " + to_utf8(target) + " are others. The download starts over.");
+    storage_->close();
+    storage_.reset();
+    return {};
+}
+
+Result TorrentFiles::check(const std::optional<StorageState>& state, const StopSource& stop,
+                           CheckProgress& progress) {
+    good_.assign(static_cast<std::size_t>(content_.piece_count()), false);
+    if (!state) return check_all_pieces(*storage_, hashes_, 0, stop, progress, good_);
+    StorageState believed = *state;
+    const std::vector<std::size_t> doubted = doubt_changed_files(*storage_, believed);
+    good_ = std::move(believed.good);
+    if (doubted.empty()) return {};
+    return check_pieces(*storage_, hashes_, doubted, 0, stop, progress, good_);
+}
+
+Result TorrentFiles::begin(const std::u16string& folder, const std::u16string& name,
+                           const std::vector<bool>& chosen) {
+    if (Result result = make_storage(name, chosen); !result.ok()) return result;
+    std::u16string root = folder;
+    if (content_.is_folder) {
+        auto made = make_job_folder(folder, name.empty() ? content_.name : name);
+        if (!made) return made.failure();
+        root = *std::move(made);
+    }
+    if (Result result = storage_->begin(root); !result.ok()) return result;
+    target_ = root;
+    if (!content_.is_folder) {
+        target_ = storage_->path(0);
+        if (target_.ends_with(partial_suffix)) target_.resize(target_.size() - partial_suffix.size());
+    }
+    good_.assign(static_cast<std::size_t>(content_.piece_count()), false);
+    bool is_lost = false;
+    return save(good_, is_lost);
+}
+
+bool TorrentFiles::is_whole() const {
+    for (std::size_t piece = 0; piece < good_.size(); ++piece) {
+        if (!good_[piece] && storage_->is_wanted(static_cast<std::int64_t>(piece))) return false;
+    }
+    return true;
+}
+
+bool TorrentFiles::has_finished_files() const {
+    for (std::size_t file = 0; file < storage_->files().count(); ++file) {
+        if (storage_->shape(file) == FileShape::finished) return true;
+    }
+    return false;
+}
+
+Result TorrentFiles::save(const std::vector<bool>& good, bool& is_lost) {
+    if (!keeps_state_) return {};
+    Result result =
+        save_storage_state(*storage_, to_hex(content_.info_hash), good, storage_state_path(target_));
+    // That of the bytes stays once it has come, that of the state's own file does not.
+    if (!result.ok()) is_lost = !storage_->sync().ok();
+    return result;
+}
+
+Result TorrentFiles::finish(const std::optional<FileOrigin>& origin, const StopSource& stop) {
+    // One wait for the disk instead of one for each file.
+    if (Result result = storage_->sync(); !result.ok()) return result;
+    for (std::size_t file = 0; file < storage_->files().count(); ++file) {
+        if (stop.requested()) return stop.reason();
+        if (!storage_->is_chosen(file)) continue;
+        if (origin && storage_->shape(file) == FileShape::partial) {
+            const FileError error = mark_origin(storage_->path(file), *origin);
+            if (!error.ok()) log_.line(Direction::error, "The file could not be marked: " + error.text());
+        }
+        if (Result result = storage_->finish(file); !result.ok()) return result;
+    }
+    static_cast<void>(remove_file(storage_state_path(target_)));
+    if (!content_.is_folder) target_ = storage_->path(0);
+    storage_->close(false);
+    return {};
+}
+
+void TorrentFiles::close() {
+    if (storage_) storage_->close();
+}
+
+std::int64_t TorrentFiles::chosen_bytes() const {
+    std::int64_t bytes = 0;
+    for (std::size_t file = 0; file < storage_->files().count(); ++file) {
+        if (storage_->is_chosen(file)) bytes += storage_->files().at(file).length;
+    }
+    return bytes;
+}
+
+std::int64_t TorrentFiles::chosen_bytes_of(std::int64_t piece) const {
+    const std::int64_t begin = piece * content_.piece_length;
+    const std::int64_t length = std::min(content_.piece_length, content_.total - begin);
+    std::int64_t bytes = 0;
+    for (const FileSpan& span : storage_->files().spans(begin, length)) {
+        if (storage_->is_chosen(span.file)) bytes += span.length;
+    }
+    return bytes;
+}
+
+Result remove_torrent_files(const TorrentContent& content, const std::u16string& target) {
+    CJobLog silent;
+    Result result;
+    if (is_there(content, target)) {
+        const auto state = load_storage_state(storage_state_path(target), to_hex(content.info_hash));
+        const std::u16string name = content.is_folder ? std::u16string() : std::u16string(name_of(target));
+        auto list = list_of(content, name);
+        if (!list) return list.failure();
+        const std::vector<bool> all(content.files.size(), true);
+        const bool fits = state && state->chosen.size() == content.files.size();
+        Storage storage(*std::move(list), fits ? state->chosen : all, content.piece_length, silent);
+        result = storage.resume(places_of(content, target, state));
+        if (result.ok()) result = storage.remove();
+    }
+    const FileError error = remove_file(storage_state_path(target));
+    if (result.ok() && !error.ok() && error.fault != FileFault::not_found)
+        result = {Code::local_file, to_utf8(storage_state_path(target)) + ": " + error.text(),
+                  error.system_error};
+    return result;
+}
+
+}  // namespace vantlow

@@ -1,0 +1,85 @@
+// The files of a torrent job: found or begun, checked, saved, finished, removed.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "bt/torrent_content.h"
+#include "platform/file_marks.h"
+#include "platform/stop.h"
+#include "storage/checker.h"
+#include "storage/storage.h"
+
+namespace vantlow {
+
+struct StorageState;
+
+/// Which files a selection ("1,3-5"; empty: all) chooses; padding is neither counted nor chosen.
+/// `unsupported`, with a sentence, where that is none.
+Outcome<std::vector<bool>> chosen_files(const TorrentContent& content, const std::string& selection);
+
+/// The place of a torrent's files as the job's record knows it.
+struct TorrentPlace {
+    std::u16string
+        path;  ///< of the file or the folder; ends with a separator while only that of both is known
+    std::u16string name;  ///< that was asked for; empty: the torrent's own
+};
+
+/// A torrent of one file has it in the job's folder, one of several has a folder of its own there. Beside
+/// that stands the state by which a later run continues. One thread calls, but for what storage() may be
+/// used for.
+class TorrentFiles {
+  public:
+    /// All outlive the object.
+    TorrentFiles(const TorrentContent& content, const PieceHashSource& hashes, LogSink& log,
+                 StorageRules rules, bool keeps_state)
+        : content_(content), hashes_(hashes), log_(log), rules_(rules), keeps_state_(keeps_state) {}
+
+    /// Opens what an earlier run left there and checks what of it is doubtful, or begins anew under names
+    /// that are free. The stop's reason where that comes first.
+    Result open(const TorrentPlace& place, const std::vector<bool>& chosen, const StopSource& stop,
+                CheckProgress& progress);
+    /// Saves which pieces are good, after their bytes. A failure after which the bytes themselves may be lost
+    /// sets `is_lost`. On any thread, one call at a time.
+    Result save(const std::vector<bool>& good, bool& is_lost);
+    /// Every chosen file takes its name, with the mark of its origin where there is one; the state goes, and
+    /// everything is closed.
+    Result finish(const std::optional<FileOrigin>& origin, const StopSource& stop);
+    void close();
+
+    [[nodiscard]] Storage& storage() noexcept { return *storage_; }
+    [[nodiscard]] bool is_open() const noexcept { return storage_.has_value(); }
+    /// The pieces that were good when it was opened.
+    [[nodiscard]] const std::vector<bool>& good() const noexcept { return good_; }
+    /// The path of the file or the folder, without the suffix of unfinished ones.
+    [[nodiscard]] const std::u16string& target() const noexcept { return target_; }
+    /// Bytes of the chosen files.
+    [[nodiscard]] std::int64_t chosen_bytes() const;
+    /// Those of them that stand in a piece.
+    [[nodiscard]] std::int64_t chosen_bytes_of(std::int64_t piece) const;
+
+  private:
+    Result make_storage(const std::u16string& name, const std::vector<bool>& chosen);
+    Result resume(const std::u16string& target, const std::vector<bool>& chosen, const StopSource& stop,
+                  CheckProgress& progress);
+    Result check(const std::optional<StorageState>& state, const StopSource& stop, CheckProgress& progress);
+    Result begin(const std::u16string& folder, const std::u16string& name, const std::vector<bool>& chosen);
+    [[nodiscard]] bool is_whole() const;
+    [[nodiscard]] bool has_finished_files() const;
+
+    const TorrentContent& content_;
+    const PieceHashSource& hashes_;
+    LogSink& log_;
+    const StorageRules rules_;
+    const bool keeps_state_;
+    std::optional<Storage> storage_;
+    std::vector<bool> good_;
+    std::u16string target_;
+};
+
+/// Removes what a torrent's job has written below `target`, and its state. The first failure, where there is
+/// one.
+Result remove_torrent_files(const TorrentContent& content, const std::u16string& target);
+
+}  // namespace vantlow

@@ -1,0 +1,184 @@
+// A running torrent's rounds: what its loop does beside the swarm.
+#include <algorithm>
+#include <utility>
+
+#include "base/text.h"
+#include "engine/torrent_run.h"
+
+namespace vantlow {
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr Clock::duration round_time = 1s;
+constexpr Clock::duration save_interval = 10s;  // a kill costs no more than the pieces of this time
+constexpr Clock::duration first_save = 1s;      // a short download is worth it too
+constexpr Clock::duration patience = 5s;        // before it is said that nobody gives anything
+// The log of a job is for reading, so it shows only the first peers of a swarm.
+constexpr std::size_t most_logged = 100;
+constexpr int backlog = 64;
+
+}  // namespace
+
+// On one port for both kinds of addresses. Without one the torrent is fetched from those that can be called.
+void TorrentRun::listen() {
+    auto four = loop_->listen(*SocketAddress::from_literal("0.0.0.0", 0), backlog);
+    if (!four) {
+        log_.line(Direction::error, "Peers cannot call: " + four.failure().message());
+        return;
+    }
+    if (const auto at = (*four)->address()) identity_.port = at->port();
+    listeners_.push_back(*std::move(four));
+    auto six = loop_->listen(*SocketAddress::from_literal("::", identity_.port), backlog);
+    if (six) listeners_.push_back(*std::move(six));
+}
+
+void TorrentRun::accept(net::Listener& listener) {
+    listener.accept([this, &listener](Outcome<std::unique_ptr<net::Stream>> stream) {
+        if (stream && swarm_ != nullptr) swarm_->take_incoming(*std::move(stream));
+        accept(listener);
+    });
+}
+
+void TorrentRun::start_round() {
+    next_save_ = Clock::now() + first_save;
+    idle_since_ = Clock::now();
+    every_second();
+}
+
+void TorrentRun::every_second() {
+    pace_.follow(services_.settings);
+    announces_.revive();
+    tell_peers();
+    count();
+    show();
+    if (has_news_ && !is_saving_ && Clock::now() >= next_save_) save_some();
+    ticks_->start(loop_->now() + round_time, [this] { every_second(); });
+}
+
+// Hands on what the trackers have told since the last time.
+void TorrentRun::tell_peers() {
+    if (identity_.peers.size() == told_) return;
+    const std::vector<SocketAddress> known = identity_.peers.peers();
+    const auto fresh = std::span(known).subspan(told_);
+    if (swarm_ != nullptr) swarm_->add_peers(fresh);
+    if (description_ != nullptr) description_->add_peers(fresh);
+    for (std::size_t i = logged_; i < std::min(known.size(), most_logged); ++i)
+        log_.line(Direction::note, "Peer: " + peer_text(known[i]));
+    logged_ = std::max(logged_, known.size());
+    told_ = known.size();
+}
+
+// What the trackers are told next.
+void TorrentRun::count() {
+    if (swarm_ == nullptr) return;
+    received_ = swarm_->downloaded() + swarm_->wasted();
+    identity_.downloaded = swarm_->downloaded();
+    identity_.uploaded = swarm_->uploaded();
+    identity_.left = size_ - done_;
+}
+
+void TorrentRun::save_some() {
+    is_saving_ = true;
+    has_news_ = false;
+    const auto is_lost = std::make_shared<bool>(false);
+    disk_->run([this, good = good_, is_lost] { return files_->save(good, *is_lost); },
+               [this, is_lost](const Result& result) {
+                   is_saving_ = false;
+                   next_save_ = Clock::now() + save_interval;
+                   if (result.ok()) return;
+                   if (*is_lost) return failed(result);
+                   log_.line(Direction::error, result.message());
+               });
+}
+
+void TorrentRun::piece_came(std::uint32_t piece) {
+    good_[piece] = true;
+    done_ += files_->chosen_bytes_of(piece);
+    has_news_ = true;
+}
+
+void TorrentRun::completed() {
+    is_complete_ = true;
+    loop_->stop();
+}
+
+void TorrentRun::banned(const SocketAddress& peer) {
+    log_.line(Direction::error, "The peer " + peer_text(peer) + " gave wrong data and is left.");
+}
+
+void TorrentRun::failed(const Result& why) {
+    failure_ = why;
+    loop_->stop();
+}
+
+void TorrentRun::show() {
+    JobProgress progress;
+    progress.path = files_ && !files_->target().empty() ? files_->target() : job_.path;
+    progress.size = size_;
+    progress.done = done_;
+    progress.received = received_;
+    std::vector<SessionConnection> connections;
+    for (const auto& thread : announces_.threads()) {
+        SessionConnection tracker;
+        tracker.peer = without_keys(thread->tracker());
+        tracker.works = !thread->has_ended();
+        tracker.trouble = thread->report().failure;
+        connections.push_back(std::move(tracker));
+    }
+    show_peers(progress, connections);
+    if (progress.connections > 0) idle_since_ = Clock::now();
+    if (Clock::now() - idle_since_ >= patience) progress.waiting_for = lack();
+    if (!progress.waiting_for.empty() && progress.waiting_for != lacked_) {
+        lacked_ = progress.waiting_for;
+        log_.line(Direction::note, lacked_);
+    }
+    const MutexLock guard(mutex_);
+    progress_ = std::move(progress);
+    connections_ = std::move(connections);
+}
+
+void TorrentRun::show_peers(JobProgress& progress, std::vector<SessionConnection>& connections) const {
+    if (swarm_ == nullptr) return;
+    for (const SwarmPeer& peer : swarm_->look()) {
+        if (!peer.is_live) continue;
+        SessionConnection connection;
+        connection.peer = peer_text(peer.address);
+        connection.works = peer.gives;
+        connections.push_back(std::move(connection));
+        if (peer.gives) ++progress.connections;
+    }
+}
+
+// Why nothing comes.
+std::string TorrentRun::lack() const {
+    const std::size_t known = swarm_ != nullptr         ? swarm_->known()
+                              : description_ != nullptr ? description_->known()
+                                                        : 0;
+    switch (phase_) {
+        case Phase::description:
+            return known == 0 ? "The torrent's description comes from peers, and none is known yet."
+                              : "The torrent's description comes from peers, and none has given it yet.";
+        case Phase::check:
+            return {};
+        case Phase::exchange:
+            break;
+    }
+    if (known == 0) return "No peer is known yet.";
+    const auto peers = swarm_->look();
+    const bool is_anybody =
+        std::any_of(peers.begin(), peers.end(), [](const SwarmPeer& p) { return p.is_live; });
+    return is_anybody ? "No peer gives what is missing." : "None of the known peers can be reached.";
+}
+
+JobProgress TorrentRun::progress() const {
+    const MutexLock guard(mutex_);
+    return progress_;
+}
+
+std::vector<SessionConnection> TorrentRun::connections() const {
+    const MutexLock guard(mutex_);
+    return connections_;
+}
+
+}  // namespace vantlow

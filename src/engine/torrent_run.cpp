@@ -1,0 +1,228 @@
+#include "engine/torrent_run.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "base/codes.h"
+#include "base/string_table.h"
+#include "base/text.h"
+#include "bt/torrent_settings.h"
+#include "engine/run_options.h"
+#include "platform/process.h"
+
+namespace vantlow {
+namespace {
+
+// The bytes left are unknown; a number above zero makes trackers return seeders too.
+constexpr std::int64_t left_unknown = 16384;
+
+// The name that a person wants the file or the folder to have; a magnet link's own is only its guess.
+std::u16string asked_name(const CJobNode& job, const Magnet& magnet) {
+    const std::u16string guess = magnet.name.empty() ? to_utf16(to_hex(magnet.info_hash))
+                                                     : in_one_part(to_utf16(percent_decode(magnet.name)));
+    return job.file_name == safe_file_name(guess) ? std::u16string() : job.file_name;
+}
+
+}  // namespace
+
+TorrentRun::TorrentRun(const CJobNode& job, const TransferServices& services, RunOptions options,
+                       TorrentShelf& shelf, LogSink& log, std::function<void()> on_end)
+    : job_(job),
+      services_(services),
+      options_(std::move(options)),
+      shelf_(shelf),
+      log_(log),
+      on_end_(std::move(on_end)),
+      stop_(services.stop),
+      // The goodbye to the trackers comes after the stop.
+      announces_({services.connections, services.libraries, services.settings}, identity_, log,
+                 services.stop) {
+    size_ = job.file_size > 0 ? job.file_size : -1;
+    pace_.set_limit(job.rules ? job.rules->speed_limit : 0);
+    const MutexLock guard(mutex_);
+    progress_.size = size_;
+    progress_.path = job.path;
+}
+
+TorrentRun::~TorrentRun() {
+    stop();
+    join();
+}
+
+Result TorrentRun::start() {
+    return services_.threads.start(thread_, [this] { run(); });
+}
+
+void TorrentRun::run() {
+    const auto started = Clock::now();
+    Result result = work();
+    if (result.kind() != Kind::stopped && !result.ok()) log_.line(Direction::error, result.message());
+    announces_.stop();
+    outcome_.result = std::move(result);
+    outcome_.path = files_ && !files_->target().empty() ? files_->target() : job_.path;
+    outcome_.size = size_;
+    outcome_.received = received_;
+    outcome_.seconds = std::chrono::duration<double>(Clock::now() - started).count();
+    on_end_();
+}
+
+Result TorrentRun::work() {
+    if (Result result = read_address(); !result.ok()) return result;
+    auto loop = net::make_loop();
+    if (!loop) return loop.failure();
+    loop_ = *std::move(loop);
+    const std::stop_callback wake(stop_.token(), [this] { loop_->stop(); });
+    ticks_.emplace(loop_->timers());
+    listen();
+    std::vector<std::string> trackers;
+    for (const std::string& tracker : magnet_.trackers) trackers.push_back(tracker_from_magnet(tracker));
+    announces_.start(trackers);
+    Result result = describe();
+    if (result.ok()) result = open_files();
+    if (result.ok()) result = conclude(fetch_pieces());
+    announces_.ask_to_stop();
+    if (files_) files_->close();
+    ticks_.reset();
+    listeners_.clear();
+    return result;
+}
+
+Result TorrentRun::read_address() {
+    const auto magnet = parse_magnet(to_utf8(job_.address), default_magnet_trackers(services_.settings));
+    if (!magnet)
+        return {Code::invalid_url, "This kind of torrent address cannot be used: " + to_utf8(job_.address)};
+    magnet_ = *magnet;
+    // Nothing may go around a proxy that was named, and none is asked for less than it promises.
+    if (torrent_proxy(options_).is_used())
+        return {Code::unsupported,
+                "Peers cannot be reached through a proxy yet, and nothing goes around it."};
+    crypto_ = {&services_.libraries.secur,
+               static_cast<std::uint32_t>(services_.settings.number(setting::crypto)), magnet_.info_hash};
+    if (crypto_.is_needed() && !crypto_.is_possible())
+        return {Code::unsupported, missing_library_text("libsecur")};
+    identity_.info_hash = magnet_.info_hash;
+    identity_.peer_id = make_peer_id(new_guid());
+    identity_.left = size_ > 0 ? size_ : left_unknown;
+    return {};
+}
+
+Result TorrentRun::describe() {
+    std::string info = shelf_.find_info(magnet_.info_hash);
+    if (info.empty()) {
+        if (Result result = fetch_description(); !result.ok()) return result;
+        info = std::exchange(content_.info, {});
+        const std::string document = document_of_info(info);
+        const FileError kept = shelf_.keep(magnet_.info_hash, std::as_bytes(std::span(document)));
+        if (!kept.ok())
+            log_.line(Direction::error, "The torrent's description could not be kept: " + kept.text());
+    }
+    auto content = read_torrent_content(info);
+    if (!content) return content.failure();
+    content_ = *std::move(content);
+    hashes_.emplace(content_.pieces);
+    return {};
+}
+
+Result TorrentRun::fetch_description() {
+    log_.line(Direction::note, "The torrent's description is asked for among the peers.");
+    bool is_there = false;
+    MetadataFetch fetch(*loop_, identity_.peer_id, {services_.connections.received, sent_, pace_.group()},
+                        crypto_, [&](std::string info) {
+                            content_.info = std::move(info);
+                            is_there = true;
+                        });
+    description_ = &fetch;
+    fetch.add_peers(magnet_.peers);
+    fetch.start();
+    start_round();
+    Result result;
+    while (!is_there && !stop_.requested() && result.ok()) {
+        const auto step = loop_->run_one(std::chrono::seconds(1));
+        if (!step) result = step.failure();
+    }
+    ticks_->cancel();
+    description_ = nullptr;
+    told_ = 0;
+    if (!is_there && result.ok()) return stop_.reason();
+    return result;
+}
+
+Result TorrentRun::open_files() {
+    const auto chosen = chosen_files(content_, job_.rules ? job_.rules->select : std::string());
+    if (!chosen) return chosen.failure();
+    phase_ = Phase::check;
+    show();
+    StorageRules rules;
+    rules.allocate = services_.settings.flag(setting::allocate_space);
+    files_.emplace(content_, *hashes_, log_, rules, options_.keep_state);
+    const TorrentPlace place{job_.path, asked_name(job_, magnet_)};
+    if (Result result = files_->open(place, *chosen, stop_, checked_); !result.ok()) return result;
+    good_ = files_->good();
+    size_ = files_->chosen_bytes();
+    done_ = 0;
+    for (std::size_t piece = 0; piece < good_.size(); ++piece) {
+        if (good_[piece]) done_ += files_->chosen_bytes_of(static_cast<std::int64_t>(piece));
+    }
+    log_.line(Direction::note, "The files go to " + to_utf8(files_->target()) + "; " + std::to_string(done_) +
+                                   " of " + std::to_string(size_) + " bytes are there.");
+    return {};
+}
+
+// The pool's results refer to the disk, and its threads to the storage: the swarm goes first, then the disk,
+// then the pool.
+Result TorrentRun::fetch_pieces() {
+    phase_ = Phase::exchange;
+    is_complete_ = done_ == size_;
+    if (is_complete_) return {};
+    DiskPool pool([this](DiskPool::Callback call) { return loop_->post(std::move(call)); });
+    StorageDisk disk(files_->storage(), pool, *hashes_);
+    SwarmTorrent torrent{content_.info_hash, identity_.peer_id, content_.total,
+                         static_cast<std::uint32_t>(content_.piece_length), content_.info};
+    SwarmOptions options;
+    options.port = identity_.port;
+    options.library = crypto_.library;
+    options.crypto = crypto_.setting;
+    options.seed = static_cast<std::uint32_t>(Clock::now().time_since_epoch().count());
+    Swarm swarm(*loop_, disk, *this, std::move(torrent),
+                {services_.connections.received, sent_, pace_.group()}, options);
+    for (std::uint32_t piece = 0; piece < swarm.picker().pieces(); ++piece) {
+        if (good_[piece]) swarm.add_have(piece);
+        if (!files_->storage().is_wanted(piece)) swarm.set_priority(piece, PiecePriority::skip);
+    }
+    disk_ = &disk;
+    swarm_ = &swarm;
+    swarm.start();
+    if (!content_.is_private) swarm.add_peers(magnet_.peers);
+    for (const auto& listener : listeners_) accept(*listener);
+    start_round();
+    const Result result = loop_->run();
+    ticks_->cancel();
+    count();
+    listeners_.clear();
+    disk_ = nullptr;
+    swarm_ = nullptr;
+    if (is_complete_) return {};
+    if (failure_) return *failure_;
+    return result.ok() ? Result(stop_.reason()) : result;
+}
+
+Result TorrentRun::conclude(const Result& fetched) {
+    if (!fetched.ok()) {
+        // Where the bytes may be lost, the state that is there stays true.
+        bool is_lost = false;
+        const Result saved = files_->save(good_, is_lost);
+        if (!saved.ok()) log_.line(Direction::error, saved.message());
+        return fetched;
+    }
+    // A folder has had its name from the beginning.
+    if (!content_.is_folder && options_.before_name) options_.before_name(files_->target(), size_);
+    std::optional<FileOrigin> origin;
+    if (services_.settings.flag(setting::mark_zone))
+        origin = FileOrigin{make_magnet(magnet_.info_hash, {}, {}), {}};
+    if (Result result = files_->finish(origin, stop_); !result.ok()) return result;
+    log_.line(Direction::note, message_text(Message::download_completed));
+    if (received_ > 0) announces_.complete();
+    return {};
+}
+
+}  // namespace vantlow

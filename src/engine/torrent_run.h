@@ -1,0 +1,125 @@
+// The thread of a running torrent: its trackers, its peers, its files.
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "base/mutex.h"
+#include "bt/announce_thread.h"
+#include "bt/magnet.h"
+#include "bt/swarm/metadata_fetch.h"
+#include "bt/swarm/storage_disk.h"
+#include "bt/swarm/swarm.h"
+#include "engine/session.h"
+#include "engine/torrent_files.h"
+#include "engine/torrent_shelf.h"
+#include "net/loop.h"
+
+namespace vantlow {
+
+/// Runs one torrent from its info hash to its files: the description comes from the shelf or from peers, then
+/// the files are opened and what is missing of them is fetched. Ends when every wanted piece is there and the
+/// files have their names, at a stop, and where the disk fails. Each torrent has a thread and a loop of its
+/// own; the disk's threads come and go with it.
+class TorrentRun final : private SwarmListener {
+  public:
+    /// All but the options outlive the object. `on_end` is called once, from this thread, as its last act.
+    TorrentRun(const CJobNode& job, const TransferServices& services, RunOptions options, TorrentShelf& shelf,
+               LogSink& log, std::function<void()> on_end);
+    ~TorrentRun() override;
+
+    /// Fails where the system gives no further thread; nothing runs then.
+    Result start();
+    /// Asks for the end: what is there is saved, the trackers are told. Any thread.
+    void stop() noexcept { stop_.request(); }
+    void join() { thread_.join(); }
+    /// Of this torrent, bytes a second that are received; 0: none of its own. Any thread.
+    void set_speed_limit(std::int64_t limit) { pace_.set_limit(limit); }
+    /// Any thread, as the next two.
+    [[nodiscard]] JobProgress progress() const;
+    /// The trackers, then the peers.
+    [[nodiscard]] std::vector<SessionConnection> connections() const;
+    /// After join().
+    [[nodiscard]] const JobOutcome& outcome() const noexcept { return outcome_; }
+
+  private:
+    enum class Phase { description, check, exchange };
+
+    // torrent_run.cpp: from the address to the end
+    void run();
+    Result work();
+    Result read_address();
+    Result describe();
+    Result fetch_description();
+    Result open_files();
+    Result fetch_pieces();
+    Result conclude(const Result& fetched);
+
+    // torrent_round.cpp: while the loop runs
+    void listen();
+    void accept(net::Listener& listener);
+    void every_second();
+    void start_round();
+    void tell_peers();
+    void count();
+    void save_some();
+    void show();
+    void show_peers(JobProgress& progress, std::vector<SessionConnection>& connections) const;
+    [[nodiscard]] std::string lack() const;
+    void piece_came(std::uint32_t piece) override;
+    void completed() override;
+    void banned(const SocketAddress& peer) override;
+    void failed(const Result& why) override;
+
+    const CJobNode& job_;
+    TransferServices services_;
+    const RunOptions options_;
+    TorrentShelf& shelf_;
+    LogSink& log_;
+    const std::function<void()> on_end_;
+    StopSource stop_;
+    JobPace pace_{services_.connections.received};
+    net::SharedTokens sent_{Clock::now()};
+    JobOutcome outcome_;
+
+    // What follows belongs to the thread.
+    Magnet magnet_;
+    LinkCrypto crypto_;
+    TorrentIdentity identity_;
+    CBTAnnounceService announces_;
+    TorrentContent content_;
+    std::optional<TorrentHashes> hashes_;
+    std::optional<TorrentFiles> files_;
+    std::vector<bool> good_;
+    Phase phase_ = Phase::description;
+    std::size_t told_ = 0;    ///< peers of identity_ that the swarm knows
+    std::size_t logged_ = 0;  ///< that stand in the log
+    std::int64_t size_ = -1;
+    std::int64_t done_ = 0;
+    std::int64_t received_ = 0;
+    bool is_complete_ = false;
+    std::optional<Result> failure_;
+    bool is_saving_ = false;
+    bool has_news_ = false;  ///< pieces came since the last save
+    Clock::time_point next_save_{};
+    Clock::time_point idle_since_{};  ///< when the last peer was seen to give something
+    std::string lacked_;              ///< as the log knows it
+    std::unique_ptr<net::Loop> loop_;
+    std::vector<std::unique_ptr<net::Listener>> listeners_;
+    std::optional<net::Timer> ticks_;
+    StorageDisk* disk_ = nullptr;  ///< while pieces are fetched
+    Swarm* swarm_ = nullptr;
+    MetadataFetch* description_ = nullptr;  ///< while it is fetched
+
+    CheckProgress checked_;
+    mutable Mutex mutex_;
+    JobProgress progress_ VANTLOW_GUARDED_BY(mutex_);
+    std::vector<SessionConnection> connections_ VANTLOW_GUARDED_BY(mutex_);
+
+    ThreadPool::Running thread_;  ///< last
+};
+
+}  // namespace vantlow

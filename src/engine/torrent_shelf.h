@@ -1,0 +1,34 @@
+// Where the documents of torrent jobs are kept.
+#pragma once
+
+#include <map>
+#include <span>
+#include <string>
+
+#include "base/mutex.h"
+#include "bt/metainfo.h"
+#include "platform/file.h"
+
+namespace vantlow {
+
+/// The .torrent documents by their info hashes: in the data folder, or in memory where the jobs are. Any
+/// thread may call.
+class TorrentShelf {
+  public:
+    /// An empty folder: in memory.
+    explicit TorrentShelf(std::u16string data_folder) : folder_(std::move(data_folder)) {}
+
+    /// Keeps a document, in place of an earlier one of the hash.
+    FileError keep(const InfoHash& hash, std::span<const std::byte> document);
+    /// The "info" value of the kept document, whose digest is the hash; empty where there is none.
+    [[nodiscard]] std::string find_info(const InfoHash& hash) const;
+    /// Ok also where there is none.
+    FileError drop(const InfoHash& hash);
+
+  private:
+    const std::u16string folder_;
+    mutable Mutex mutex_;
+    std::map<InfoHash, std::vector<std::byte>> kept_ VANTLOW_GUARDED_BY(mutex_);
+};
+
+}  // namespace vantlow

@@ -1,0 +1,197 @@
+// Torrents from a real peer to files, by the program itself; on machines that have such a peer.
+#include <nlohmann/json.hpp>
+
+#include "base/codes.h"
+#include "bt/torrent_content.h"
+#include "platform/folder.h"
+#include "store_run.h"
+#include "support/scripted_server.h"
+#include "support/unix_program.h"
+
+namespace vantlow {
+namespace {
+
+using nlohmann::json;
+using test::file_has_content;
+using test::RunningProgram;
+using test::RunResult;
+
+constexpr const char* seed_script = R"(
+import sys, time
+import libtorrent as lt
+torrent, folder, limit, encryption = sys.argv[1:5]
+session = lt.session({"listen_interfaces": "127.0.0.1:0", "enable_dht": False, "enable_lsd": False,
+    "enable_upnp": False, "enable_natpmp": False, "allow_multiple_connections_per_ip": True,
+    "upload_rate_limit": int(limit), "in_enc_policy": int(encryption), "out_enc_policy": int(encryption)})
+handle = session.add_torrent({"ti": lt.torrent_info(torrent), "save_path": folder})
+handle.set_upload_limit(int(limit))
+while not handle.status().is_seeding:
+    time.sleep(0.02)
+print("listening", session.listen_port(), flush=True)
+time.sleep(120)
+)";
+
+/// A torrent of four files, a tracker, and a peer that has everything.
+class TorrentPeers : public test::StoreRun {
+  protected:
+    void SetUp() override {
+        python_ = test::unix_program("python3");
+        if (python_.empty() || test::run_program(python_, {u"-c", u"import libtorrent"}).status != 0)
+            GTEST_SKIP() << "python3-libtorrent is missing";
+    }
+    enum Encryption { must_be = 0, may_be = 1, never = 2 };  ///< the peer's own numbers
+    /// The sizes of "a", "b/c" and "b/d"; "e" has no bytes.
+    void begin(std::int64_t a, std::int64_t c, std::int64_t d, int limit = 0,
+               Encryption encryption = may_be) {
+        sizes_ = {a, c, d};
+        ASSERT_TRUE(make_folders(folder.path(u"seed/tree/b")).ok());
+        for (std::size_t i = 0; i < names.size(); ++i)
+            folder.write(u"seed/tree/" + names[i],
+                         test::make_content(i, static_cast<std::size_t>(sizes_[i])));
+        folder.write(u"seed/tree/e", "");
+        ok({u"torrent", u"make", folder.path(u"seed/tree"), u"--tracker",
+            tracker_.url16("/0123456789abcdefghij/announce"), u"-q"});
+        torrent = folder.path(u"seed/tree.torrent");
+        peer_ = std::make_unique<RunningProgram>(
+            python_, std::vector<std::u16string>{folder.write(u"peer.py", seed_script), torrent,
+                                                 folder.path(u"seed"), to_utf16(std::to_string(limit)),
+                                                 to_utf16(std::to_string(encryption))});
+        ASSERT_TRUE(peer_->wait_for_output("\n")) << peer_->err();
+        const std::string out = peer_->out();
+        port = std::stoi(out.substr(out.find(' ') + 1));
+    }
+    testing::AssertionResult has_all(const std::u16string& below) const {
+        for (std::size_t i = 0; i < names.size(); ++i) {
+            auto same = file_has_content(folder.path(below + u"/" + names[i]), i, sizes_[i]);
+            if (!same) return same;
+        }
+        if (path_kind(folder.path(below + u"/e")) == PathKind::file) return testing::AssertionSuccess();
+        return testing::AssertionFailure() << "the file without bytes is missing";
+    }
+    [[nodiscard]] std::vector<std::string> events() const {
+        std::vector<std::string> list;
+        for (const auto& request : tracker_.requests()) {
+            const std::string& target = request.head.target;
+            if (target.find("-VL") == std::string::npos) continue;  // the peer's own
+            const auto at = target.find("&event=");
+            list.push_back(at == std::string::npos ? "" : target.substr(at + 7, 7));
+        }
+        return list;
+    }
+    static json end_of(const RunResult& result) {
+        const auto at = result.out.find("{\"event\":\"end\"");
+        return at == std::string::npos ? json() : json::parse(result.out.substr(at));
+    }
+
+    /// True as soon as the program has told that so many bytes are there.
+    static bool wait_until_done(const RunningProgram& program, std::int64_t bytes) {
+        const auto until = Clock::now() + std::chrono::seconds(30);
+        while (Clock::now() < until) {
+            const std::string out = program.out();
+            const auto at = out.rfind("\"done\":");
+            if (at != std::string::npos && std::stoll(out.substr(at + 7)) >= bytes) return true;
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        }
+        return false;
+    }
+
+    const std::array<std::u16string, 3> names{u"a", u"b/c", u"b/d"};
+    std::u16string torrent;
+    int port = 0;
+    test::ScriptedServer tracker_{[this](test::Exchange& exchange) {
+        if (exchange.request().target == "/tree.torrent") {
+            exchange.answer(200, "OK", folder.read(u"seed/tree.torrent"));
+            return;
+        }
+        const std::string peer{'\x7F', 0, 0, 1, static_cast<char>(port >> 8), static_cast<char>(port)};
+        exchange.answer(200, "OK", "d8:intervali900e5:peers6:" + peer + "e");
+    }};
+
+  private:
+    std::u16string python_;
+    std::array<std::int64_t, 3> sizes_{};
+    std::unique_ptr<RunningProgram> peer_;
+};
+
+TEST_F(TorrentPeers, ATorrentAndAMagnetLinkBecomeFilesAndSelectedOnesAreAlone) {
+    begin(300'000, 777, 150'000);
+    const RunResult whole = run({u"get", torrent, u"-d", folder.path(u"x"), u"--json"});
+    EXPECT_EQ(whole.status, 0) << whole.err << whole.out;
+    EXPECT_TRUE(has_all(u"x/tree"));
+    EXPECT_EQ(end_of(whole)["path"], folder.utf8_path("x/tree"));
+    EXPECT_EQ(end_of(whole)["size"], 450'777);
+    EXPECT_EQ(events(), (std::vector<std::string>{"started", "complet", "stopped"}));
+
+    // What is there belongs to somebody.
+    ok({u"get", torrent, u"-d", folder.path(u"x")});
+    EXPECT_TRUE(has_all(u"x/tree(1)"));
+
+    const RunResult some = run({u"get", torrent, u"-d", folder.path(u"y"), u"--select", u"3"});
+    EXPECT_EQ(some.status, 0) << some.err;
+    EXPECT_TRUE(file_has_content(folder.path(u"y/tree/b/d"), 2, 150'000));
+    EXPECT_FALSE(folder.has(u"y/tree/a") || folder.has(u"y/tree/b/c") ||
+                 folder.has(u"y/tree/.vantlow-parts"));
+    EXPECT_EQ(run({u"get", torrent, u"--select", u"9"}).status, 1);
+
+    const RunResult followed = run({u"get", tracker_.url16("/tree.torrent"), u"-d", folder.path(u"w")});
+    EXPECT_EQ(followed.status, 0) << followed.err;
+    EXPECT_TRUE(has_all(u"w/tree"));
+    EXPECT_FALSE(folder.has(u"w/tree.torrent")) << "it gave way";
+
+    const std::string document = folder.read(u"seed/tree.torrent");
+    const std::string hash = to_hex(hash_of(info_of_document(std::as_bytes(std::span(document)))));
+    const std::string magnet = "magnet:?xt=urn:btih:" + hash + "&dn=wrong&tr.0=" + tracker_.url("/none") +
+                               "&x.pe=127.0.0.1:" + std::to_string(port);
+    const RunResult linked = run({u"get", to_utf16(magnet), u"-d", folder.path(u"z")});
+    EXPECT_EQ(linked.status, 0) << linked.err;
+    EXPECT_TRUE(has_all(u"z/tree"));
+    EXPECT_FALSE(folder.has(u"data/torrents")) << "of a command that files nothing";
+}
+
+TEST_F(TorrentPeers, AKilledDownloadGoesOnWithWhatWasSafe) {
+    begin(6'000'000, 777, 2'000'000, 3'000'000, never);
+    const std::vector<std::u16string> get{u"get", torrent, u"-d", folder.path(u"x"), u"--json"};
+    {
+        RunningProgram first(test::vantlow_program(), get, environment());
+        // By then the first state was saved.
+        ASSERT_TRUE(wait_until_done(first, 3'000'000)) << first.out();
+        first.kill();
+        first.wait();
+    }
+    EXPECT_TRUE(folder.has(u"x/tree/a.vantlow")) << "no name before its time";
+    const RunResult second = run(get);
+    EXPECT_EQ(second.status, 0) << second.err;
+    EXPECT_TRUE(has_all(u"x/tree"));
+    EXPECT_EQ(end_of(second)["path"], folder.utf8_path("x/tree"));
+    EXPECT_LT(end_of(second)["received"], 7'500'000);
+    EXPECT_FALSE(folder.has(u"x/tree.vantlow-job"));
+}
+
+TEST_F(TorrentPeers, AFiledTorrentIsStoppedGoesOnAndIsRemovedWithItsFilesAlone) {
+    begin(6'000'000, 777, 2'000'000, 3'000'000, must_be);
+    const std::u16string id = to_utf16(add({torrent, u"-d", folder.path(u"x")}));
+    {
+        RunningProgram running(test::vantlow_program(), {u"start", id, u"--json"}, environment());
+        ASSERT_TRUE(wait_until_done(running, 3'000'000)) << running.out();
+        running.terminate();
+        running.wait();
+    }
+    EXPECT_EQ(json::parse(ok({u"show", id, u"--json"}))["path"], folder.utf8_path("x/tree"));
+    ok({u"start", id});
+    EXPECT_EQ(state_of(to_utf8(id)), "finished");
+    EXPECT_TRUE(has_all(u"x/tree"));
+    const std::string log = ok({u"log", id});
+    EXPECT_NE(log.find("Peer: 127.0.0.1:" + std::to_string(port)), std::string::npos) << log;
+    EXPECT_EQ(log.find("0123456789abcdefghij"), std::string::npos) << "a key in the log: " << log;
+    EXPECT_TRUE(folder.has(u"data/torrents"));
+    folder.write(u"x/tree/mine", "not the torrent's");
+    ok({u"remove", id, u"--files"});
+    EXPECT_FALSE(folder.has(u"x/tree/a") || folder.has(u"x/tree/b"));
+    EXPECT_TRUE(folder.has(u"x/tree/mine"));
+    std::vector<FolderEntry> kept;
+    ASSERT_TRUE(list_folder(folder.path(u"data/torrents"), kept).ok());
+    EXPECT_TRUE(kept.empty());
+}
+
+}  // namespace
+}  // namespace vantlow
