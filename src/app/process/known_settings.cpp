@@ -8,6 +8,7 @@
 
 #include "base/text.h"
 #include "bt/torrent_settings.h"
+#include "store/address.h"
 #include "store/settings.h"
 
 namespace vantlow {
@@ -123,9 +124,20 @@ std::vector<KnownSetting> known_settings() {
         data_buffer, disk_buffer, ssh_buffer, verify_peer, ca_file, proxy, proxy_resolves, get_cookie,
         cookie_file, enable_feat, ftp_passive, nat_in_port, nat_address, binary_types, trace_list,
         dial_up_entry, dial_up_user, dial_up_password, monitor_torrent, monitor_ed2k, monitor_magnet,
-        close_to_tray, watch_clipboard, numwant, crypto, torrent_tracker, magnet_trackers, window_layout);
+        close_to_tray, watch_clipboard, rpc_enable, rpc_port, rpc_listen, rpc_secret, rpc_allow_origin,
+        rpc_request_size, numwant, crypto, torrent_tracker, magnet_trackers, window_layout);
     std::ranges::sort(all, {}, [](const KnownSetting& one) { return std::tie(one.section, one.key); });
     return all;
+}
+
+std::string shown_value(std::u16string_view section, std::u16string_view key, const std::u16string& value) {
+    const auto is = [&](const TextSetting& setting) {
+        return iequals(section, setting.section) && iequals(key, setting.key);
+    };
+    const bool is_secret = is(setting::dial_up_password) || is(setting::rpc_secret);
+    if (is_secret && !value.empty()) return "********";
+    if (is(setting::proxy)) return to_utf8(without_credentials(value));
+    return to_utf8(value);
 }
 
 std::optional<std::string> apply_overrides(const std::vector<std::string>& entries, Settings& settings) {

@@ -9,6 +9,7 @@
 
 #include "app/cli/command.h"
 #include "app/process/application.h"
+#include "app/rpc/control_api.h"
 #include "engine/engine.h"
 #include "platform/console.h"
 #include "platform/event_loop.h"
@@ -39,6 +40,8 @@ class Resident : private DesktopHost {
     [[nodiscard]] ThreadPool& threads() noexcept { return threads_; }
     /// Has run() end when nothing is left to run, instead of staying until it is told to quit.
     void end_when_idle(Display display);
+    /// Opens the control API where the settings ask for it, now or later. After open().
+    void open_control();
     /// Has this window run the loop's thread, and stand for the process.
     void show(Desktop& desktop) noexcept { desktop_ = &desktop; }
     /// Runs until quit, Ctrl-C (a second one does not wait), the end of the session, or idleness; then ends
@@ -59,6 +62,7 @@ class Resident : private DesktopHost {
     void wake();
     void look_whether_idle();
     void look_at_memory();
+    void look_at_control();
     bool close();
     bool publish(std::string& error);
     static void on_interrupt(void* context, int count);
@@ -77,6 +81,7 @@ class Resident : private DesktopHost {
     Clock::time_point next_give_back_{};
     bool closed_ = false;
     bool saved_ = true;
+    std::unique_ptr<ControlApi> control_;  ///< null: nobody but other starts of the program steers this one
     std::atomic<bool> woken_{false};
 };
 

@@ -94,6 +94,7 @@ Exit stay_resident(CFerrywellApp& app, const GlobalOptions& global, const Start&
     if (!resident.open(EventLoop::Role::main, question_patience, window != nullptr, error))
         return complain(error);
     engine->add_listener(voice);
+    resident.open_control();
     CJobLog dial_log;
     if (const Result dialled = dial_as_set(app, dial_log); !dialled.ok()) complain(dialled.message());
     associate_as_set(app);

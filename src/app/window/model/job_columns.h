@@ -8,7 +8,7 @@
 #include <unordered_map>
 #include <vector>
 
-#include "app/window/model/live_jobs.h"
+#include "app/process/live_jobs.h"
 #include "engine/engine.h"
 
 namespace vantlow {

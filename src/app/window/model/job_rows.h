@@ -11,9 +11,9 @@
 #include <unordered_set>
 #include <vector>
 
+#include "app/process/live_jobs.h"
 #include "app/window/model/job_columns.h"
 #include "app/window/model/job_filter.h"
-#include "app/window/model/live_jobs.h"
 #include "engine/engine.h"
 
 namespace vantlow {

@@ -48,6 +48,7 @@ constexpr EditorFacts editors[] = {
     {"Connection/CAFile", Editor::file},     {"Download/CookieFile", Editor::file},
     {"Dial Up/Password", Editor::password},  {"Download/FileOverwriteRule", Editor::choice},
     {"Torrent/Crypto", Editor::choice},      {"Settings/Language", Editor::choice},
+    {"RPC/Secret", Editor::password},
 };
 
 bool lists(std::string_view list, std::string_view one) {
