@@ -27,6 +27,7 @@ const page = {
     detailsWidth: 600,
     categoryName: program.categoryName,
     get emptyText() {
+        if (program.status === "connecting") return "";
         if (program.jobs.size === 0) return tr("There are no downloads yet.");
         return tr("No download is in this view.");
     },
@@ -55,13 +56,15 @@ const page = {
     },
     openDetails(job) {
         page.cursor = job.gid;
+        if (!page.isOpen && narrow.matches) history.pushState({ details: true }, "");
         page.isOpen = true;
         watch();
     },
     closeDetails() {
+        if (history.state?.details) return history.back();
         page.isOpen = false;
         watch();
-        document.getElementById("list")?.focus();
+        document.getElementById("grid")?.focus();
     },
     chooseTab(tab) {
         page.tab = tab;
@@ -140,7 +143,7 @@ function remove(withFiles = false) {
     if (jobs.length === 0) return;
     openRemoval(program, jobs, withFiles, () => {
         page.selected.clear();
-        page.isOpen = page.isOpen && !jobs.some((job) => job.gid === page.cursor);
+        if (page.isOpen && jobs.some((job) => job.gid === page.cursor)) page.closeDetails();
         watch();
         const undo = { title: tr("&Undo the removal"), act: () => act("vantlow.undoRemoval") };
         say(trn("%1 download is removed.", "%1 downloads are removed.", jobs.length), undo);
@@ -150,6 +153,7 @@ function remove(withFiles = false) {
 // ---- Keys.
 
 function listKey(event) {
+    if (event.target.closest("button") || (event.key === " " && event.target.closest("input"))) return;
     const lines = Math.floor(page.seen / rowHeight());
     const step = { ArrowDown: 1, ArrowUp: -1, PageDown: lines, PageUp: -lines, Home: -Infinity, End: Infinity }[event.key];
     const keys = {
@@ -181,25 +185,33 @@ function moveCursor(step, isSelecting) {
 }
 
 document.addEventListener("keydown", (event) => {
-    const isTyping = event.target.closest?.("input, textarea, select, dialog");
+    const isTyping = event.target.closest?.("input:not([type=checkbox]), textarea, select, dialog");
     if (event.key === "Escape" && !event.target.closest?.("dialog")) {
         page.hasMenu = false;
         if (page.isOpen) page.closeDetails();
         draw();
     }
-    if (isTyping || event.ctrlKey || event.altKey || event.metaKey || program.status === "locked") return;
+    if (isTyping || event.ctrlKey || event.altKey || event.metaKey || program.asksForSecret) return;
     const keys = { "/": () => document.getElementById("search").focus(), "?": openHelp, n: () => openNewDownload(program) };
     if (!keys[event.key]) return;
     event.preventDefault();
     keys[event.key]();
 });
 
-// ---- Files and links that are dropped.
+// On a phone the way back leads from the details to the list.
+window.addEventListener("popstate", () => {
+    page.isOpen = false;
+    watch();
+});
 
-document.addEventListener("dragover", (event) => event.preventDefault());
+// ---- Files and links that are dropped; fields take them by themselves.
+
+const isField = (event) => event.target.closest?.("input, textarea");
+document.addEventListener("dragover", (event) => isField(event) || event.preventDefault());
 document.addEventListener("drop", (event) => {
+    if (isField(event)) return;
     event.preventDefault();
-    if (program.status === "locked" || document.querySelector("dialog[open]")) return;
+    if (program.asksForSecret || document.querySelector("dialog[open]")) return;
     const files = [...event.dataTransfer.files].filter((file) => isJobFile(file.name));
     const links = event.dataTransfer.getData("text/uri-list") || event.dataTransfer.getData("text/plain");
     const text = links.split("\n").filter((line) => !line.startsWith("#")).join("\n").trim();
@@ -334,19 +346,21 @@ function login() {
     </main>`;
 }
 
+function troubleBar() {
+    if (program.status !== "unreachable" && program.status !== "failing") return "";
+    const what = program.status === "failing" ? program.trouble : tr("Vantlow cannot be reached.");
+    return html`<p class="bar away" role="alert">${sign("failed")}<span>${what} ${tr("It is tried again and again.")}</span></p>`;
+}
+
 function whole() {
-    if (program.status === "locked") return login();
+    if (program.asksForSecret) return login();
     const job = page.isOpen ? program.jobs.get(page.cursor) : null;
     page.jobs = program.jobs.rows(page.view, program.categoryName);
-    const away = html`<p class="bar away" role="alert">
-        ${sign("failed")}<span>${tr("Vantlow cannot be reached.")} ${tr("It is tried again and again.")}</span>
-    </p>`;
     return html`<div class="app ${job ? "with-details" : ""}">
         ${topBar()} ${sideBar()}
         ${page.hasMenu ? html`<button class="veil" aria-label=${tr("&Close")} @click=${() => setMenu(false)}></button>` : ""}
         <main>
-            ${program.status === "unreachable" ? away : ""} ${questionBar(page, program)} ${toolBar()}
-            <div class="jobs">${jobList(page)}</div>
+            ${troubleBar()} ${questionBar(page, program)} ${toolBar()} ${jobList(page)}
             ${job ? detailsPanel(page, job, program.details) : ""}
         </main>
         ${statusBar()}

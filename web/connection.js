@@ -59,7 +59,9 @@ export class Connection {
     /** Opens the WebSocket and keeps it open. To be called once the secret is known to be right. */
     open() {
         if (this.#socket) return;
-        const socket = new WebSocket(`${location.protocol.replace("http", "ws")}//${location.host}/jsonrpc`);
+        const address = new URL("jsonrpc", location.href);
+        address.protocol = address.protocol.replace("http", "ws");
+        const socket = new WebSocket(address);
         this.#socket = socket;
         socket.onopen = () => (this.#wait = FIRST_WAIT);
         socket.onmessage = ({ data }) => this.#take(JSON.parse(data));

@@ -50,6 +50,7 @@ export function openDialog({ title, content, ok, act, wide = false, danger = fal
     document.body.append(element);
     dialog.draw();
     element.showModal();
+    (element.querySelector("[autofocus], .fields input, .fields select") ?? element.querySelector("footer button:last-child")).focus();
     return dialog;
 }
 

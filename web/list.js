@@ -38,36 +38,37 @@ export function jobList(page) {
     const first = Math.max(Math.floor(scrolled / height) - SPARE, 0);
     const last = Math.min(Math.ceil((scrolled + seen) / height) + SPARE, jobs.length);
     const at = jobs.findIndex((job) => job.gid === page.cursor);
-    return html`
-        <div class="headings" role="presentation">
-            <span></span>
+    return html`<div
+        id="grid"
+        class="jobs"
+        role="grid"
+        tabindex="0"
+        aria-label=${tr("Downloads")}
+        aria-multiselectable="true"
+        aria-rowcount=${jobs.length}
+        aria-activedescendant=${at >= first && at < last ? `job-${page.cursor}` : ""}
+        @keydown=${page.listKey}
+    >
+        <div class="headings" role="row">
+            <span role="columnheader" aria-label=${tr("Select")}></span>
             ${Object.keys(COLUMNS).map((column) => heading(page, column))}
         </div>
-        <div
-            id="list"
-            class="list"
-            role="grid"
-            tabindex="0"
-            aria-label=${tr("Downloads")}
-            aria-multiselectable="true"
-            aria-rowcount=${jobs.length}
-            aria-activedescendant=${at >= first && at < last ? `job-${page.cursor}` : ""}
-            @scroll=${(event) => page.scroll(event.target.scrollTop)}
-            @keydown=${page.listKey}
-        >
+        <div id="list" class="list" role="rowgroup" @scroll=${(event) => page.scroll(event.target.scrollTop)}>
             <div .style=${`height: ${first * height}px`}></div>
             ${jobs.slice(first, last).map((job, index) => row(page, job, first + index))}
             <div .style=${`height: ${(jobs.length - last) * height}px`}></div>
             ${jobs.length === 0 ? html`<p class="empty">${page.emptyText}</p>` : ""}
         </div>
-    `;
+    </div>`;
 }
 
 function heading(page, column) {
     const { sort, falls } = page.view;
     const order = sort !== column ? "none" : falls ? "descending" : "ascending";
     const arrow = sort !== column ? "" : falls ? " ↓" : " ↑";
-    return html`<button class=${column} aria-sort=${order} @click=${() => page.sortBy(column)}>${columnTitle(column)}${arrow}</button>`;
+    return html`<span role="columnheader" class=${column} aria-sort=${order}>
+        <button @click=${() => page.sortBy(column)}>${columnTitle(column)}${arrow}</button>
+    </span>`;
 }
 
 function row(page, job, at) {

@@ -13,7 +13,8 @@ const HISTORY = 300 * SECOND;
 const FIGURES = ["gid", "downloadSpeed", "completedLength", "totalLength", "connections"];
 
 export class Program {
-    status = "connecting"; // or "locked", "ready", "unreachable"
+    status = "connecting"; // or "locked", "ready", "unreachable", "failing"
+    trouble = ""; // why it is "failing"
     wasWrong = false; // the secret that was given last
     jobs = new Jobs();
     categories = [];
@@ -37,7 +38,12 @@ export class Program {
     constructor(changed) {
         this.#changed = changed;
         this.#connection.secret = sessionStorage.getItem(SECRET) ?? "";
-        document.addEventListener("visibilitychange", () => this.refresh());
+        document.addEventListener("visibilitychange", () => this.status !== "locked" && this.refresh());
+    }
+
+    /** A secret is needed, or may be: none was given in this tab. */
+    get asksForSecret() {
+        return this.status === "locked" || (this.status === "connecting" && !sessionStorage.getItem(SECRET));
     }
 
     get isLive() {
@@ -97,17 +103,14 @@ export class Program {
 
     async #look() {
         try {
-            const changes = await this.#lookAtList();
-            await this.#lookAtRest(changes);
+            await this.#lookAtRest(await this.#lookAtList());
             this.status = "ready";
             this.#failures = 0;
             this.#connection.open();
         } catch (error) {
-            if (error instanceof Locked) this.status = "locked";
-            else if (error instanceof Unreachable) {
-                this.status = "unreachable";
-                ++this.#failures;
-            } else throw error;
+            this.status = error instanceof Locked ? "locked" : error instanceof Unreachable ? "unreachable" : "failing";
+            this.trouble = error.message;
+            ++this.#failures;
         }
     }
 
@@ -119,6 +122,8 @@ export class Program {
             ["aria2.tellActive", FIGURES],
         ];
         const [list, statistics, active] = results(await this.#connection.all(calls));
+        const waits = (gid) => this.jobs.get(gid)?.state === "waiting";
+        const hasNewOrder = list.jobs.some((job) => job.state === "waiting" || waits(job.gid)) || list.removed.some(waits);
         if (list.everything) await this.#readAll(list);
         else this.jobs.take(list);
         this.#session = list.session;
@@ -128,7 +133,7 @@ export class Program {
         const now = Date.now();
         this.samples.push({ time: now, speed: this.speed });
         while (this.samples[0].time < now - HISTORY) this.samples.shift();
-        return list;
+        return { ...list, hasNewOrder: hasNewOrder || list.everything };
     }
 
     // A list that does not fit into one answer comes in several. What changes meanwhile is told with the next look, since the
@@ -153,7 +158,7 @@ export class Program {
             want(["vantlow.limits"], (result) => (this.limit = result.down));
             want(["aria2.getGlobalOption"], (result) => (this.atOnce = result["max-concurrent-downloads"] ?? null));
         }
-        if (changes.jobs.length > 0 && this.jobs.counts.waiting > 0)
+        if (changes.hasNewOrder && this.jobs.counts.waiting > 0)
             want(["aria2.tellWaiting", 0, 1000, ["gid"]], (result) => this.jobs.takeOrder(result.map(({ gid }) => gid)));
         this.#wantDetails(want);
         if (wanted.length === 0) return;

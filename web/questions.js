@@ -4,14 +4,14 @@ import { html } from "./vendor/lit-html.js";
 import { openDialog, troubleText } from "./dialogs.js";
 import { nameOf } from "./list.js";
 import { sign } from "./pictures.js";
-import { duration, tr, word } from "./words.js";
+import { duration, size, tr, trn, word } from "./words.js";
 
 // The answers to each kind, as vantlow.answer reads them.
 const ANSWERS = {
     "host-key": { yes: word("&Trust it"), no: word("&Do not trust it") },
     certificate: { yes: word("&Trust it"), no: word("&Do not trust it") },
     overwrite: { rename: word("&Keep both"), yes: word("&Replace it"), no: word("&Leave it") },
-    "which-files": { all: word("Choose &all"), none: word("Choose n&one") },
+    "which-files": { none: word("Choose n&one") },
     credentials: {},
 };
 
@@ -49,8 +49,8 @@ function oneQuestion(program, question, answer) {
     const job = program.jobs.get(question.job);
     return html`<section class="asked">
         ${job ? html`<h3>${nameOf(job)}</h3>` : ""}
-        <p class="text">${question.text}</p>
-        ${FORMS[question.kind]?.() ?? ""}
+        <p class="text">${(TEXTS[question.kind] ?? ((asked) => asked.text))(question)}</p>
+        ${FORMS[question.kind]?.(question) ?? ""}
         <div class="answers">
             ${SUBMIT[question.kind]?.(question, answer) ?? ""}
             ${Object.entries(ANSWERS[question.kind] ?? {}).map(
@@ -61,6 +61,23 @@ function oneQuestion(program, question, answer) {
     </section>`;
 }
 
+const TEXTS = {
+    "host-key": ({ server, fingerprint }) =>
+        tr("The SSH server %1 is not known yet. Its key is\n%2\nIs it trusted from now on?", server, fingerprint),
+    certificate: ({ server, fingerprint }) =>
+        `${tr("The certificate of %1 is not trusted. Should this job go on all the same?", server)}\n${fingerprint}`,
+    credentials: ({ server }) => tr("%1 wants a user name and a password.", server),
+    overwrite: ({ path }) => tr("There is a file %1 already.", path),
+    "which-files": ({ files }) =>
+        trn("Which file of this list is meant? It names %1.", "Which of these %1 files are meant?", files.length),
+};
+
+// The numbers of the files that are ticked, from 1.
+function chosenFiles(event) {
+    const boxes = [...event.target.closest("section").querySelectorAll("[name=files]")];
+    return boxes.flatMap((box, at) => (box.checked ? [at + 1] : [])).join(",") || "none";
+}
+
 const valueOf = (event, name) => event.target.closest("section").querySelector(`[name=${name}]`).value;
 
 const FORMS = {
@@ -68,9 +85,13 @@ const FORMS = {
             <label class="field"><span>${tr("User")}</span><input name="user" autocomplete="off" autocapitalize="off" /></label>
             <label class="field"><span>${tr("Password")}</span><input name="password" type="password" autocomplete="off" /></label>
         </div>`,
-    "which-files": () => html`<label class="field">
-            <span>${tr("Numbers of the files: 1,3-5")}</span><input name="files" autocomplete="off" />
-        </label>`,
+    "which-files": ({ files }) => html`<div class="choices">
+        ${files.map(
+            (file) => html`<label class="box">
+                <input type="checkbox" name="files" .defaultChecked=${true} /><span>${file.name}</span><small>${size(file.size)}</small>
+            </label>`,
+        )}
+    </div>`,
 };
 
 const button = (title, act) => html`<button type="button" class="main" @click=${act}>${title}</button>`;
@@ -78,5 +99,5 @@ const button = (title, act) => html`<button type="button" class="main" @click=${
 const SUBMIT = {
     credentials: (question, answer) =>
         button(tr("&Log in"), (event) => answer(question, `${valueOf(event, "user")}:${valueOf(event, "password")}`)),
-    "which-files": (question, answer) => button(tr("&OK"), (event) => answer(question, valueOf(event, "files"))),
+    "which-files": (question, answer) => button(tr("&OK"), (event) => answer(question, chosenFiles(event))),
 };
