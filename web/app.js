@@ -1,15 +1,13 @@
-// The page: its state, its frame, and what becomes of clicks and keys.
+// The page: its state, and what becomes of clicks and keys.
 
 import { html, render } from "./vendor/lit-html.js";
-import { detailsPanel } from "./details.js";
-import { isJobFile, openHelp, openLimits, openNewDownload, openRemoval, troubleText } from "./dialogs.js";
-import { COLUMNS, STATES } from "./jobs.js";
-import { columnTitle, jobList, narrow, rowHeight } from "./list.js";
-import { isDark, openOptions, setTheme, theme } from "./options.js";
-import { sign, speedPicture } from "./pictures.js";
+import { isJobFile, openHelp, openNewDownload, openRemoval, troubleText } from "./dialogs.js";
+import { whole } from "./frame.js";
+import { COLUMNS } from "./jobs.js";
+import { narrow, rowHeight } from "./list.js";
+import { setTheme, theme } from "./options.js";
 import { Program } from "./program.js";
-import { questionBar } from "./questions.js";
-import { capital, loadWords, number, speed, tr, trn } from "./words.js";
+import { loadWords, speed, tr, trn } from "./words.js";
 
 const program = new Program(() => draw());
 
@@ -70,10 +68,21 @@ const page = {
         page.tab = tab;
         draw();
     },
+    setMenu(isShown) {
+        page.hasMenu = isShown;
+        draw();
+    },
+    draw,
+    restart,
+    start,
+    stop,
+    move,
+    remove,
     listKey,
+    chosenJobs,
 };
 
-// ---- What is chosen.
+// ---- The selection.
 
 function choose(gid) {
     page.selected = new Set([gid]);
@@ -104,12 +113,12 @@ function watch() {
     draw();
 }
 
-const chosenJobs = () => {
+function chosenJobs() {
     const gids = page.selected.size > 0 ? [...page.selected] : [page.cursor];
     return gids.map(program.jobs.get).filter(Boolean);
-};
+}
 
-// ---- What is done.
+// ---- Actions.
 
 /** Shows a sentence for some seconds, with a button where there is something to do about it. */
 function say(text, button = null) {
@@ -128,12 +137,19 @@ async function act(method, ...params) {
     }
 }
 
-const start = () => act("vantlow.start", chosenJobs().map((job) => job.gid));
-const stop = () => act("vantlow.stop", chosenJobs().map((job) => job.gid));
+function start() {
+    act("vantlow.start", chosenJobs().map((job) => job.gid));
+}
+
+function stop() {
+    act("vantlow.stop", chosenJobs().map((job) => job.gid));
+}
 
 async function move(step) {
-    const waiting = chosenJobs().filter((job) => job.state === "waiting").sort((left, right) => (left.place - right.place) * -step);
-    const answers = await program.all(waiting.map((job) => ["aria2.changePosition", job.gid, step, "POS_CUR"])).catch((error) => [error]);
+    const waiting = chosenJobs().filter((job) => job.state === "waiting");
+    waiting.sort((left, right) => (left.place - right.place) * -step); // none of them passes another one
+    const calls = waiting.map((job) => ["aria2.changePosition", job.gid, step, "POS_CUR"]);
+    const answers = await program.all(calls).catch((error) => [error]);
     const trouble = answers.find((answer) => answer instanceof Error);
     if (trouble) say(troubleText(trouble));
 }
@@ -218,155 +234,6 @@ document.addEventListener("drop", (event) => {
     if (files.length > 0 || text) openNewDownload(program, { files, text });
 });
 
-// ---- The frame.
-
-const tool = (name, title, act, isOff = false) =>
-    html`<button class="tool" ?disabled=${isOff} title=${title} @click=${act}>${sign(name)}<span>${title}</span></button>`;
-const icon = (name, title, act) =>
-    html`<button class="icon" title=${title} aria-label=${title} @click=${act}>${sign(name)}</button>`;
-
-function topBar() {
-    return html`<header class="top">
-        <button class="icon menu" aria-label=${tr("Categories")} aria-expanded=${page.hasMenu} @click=${() => setMenu(!page.hasMenu)}>
-            ${sign("menu")}
-        </button>
-        <h1><img src="icon.svg" alt="" /><span>Vantlow</span></h1>
-        <label class="search">
-            ${sign("search")}
-            <input id="search" type="search" placeholder=${tr("Search downloads")} aria-label=${tr("Search downloads")}
-                .value=${page.view.search} @input=${(event) => {
-                    page.view.search = event.target.value;
-                    draw();
-                }} />
-        </label>
-        <button class="rate" title=${tr("&Limit speed")} @click=${() => openLimits(program)}>
-            ${sign("limit")}<span>${speed(program.speed)}</span>
-            <small>${program.limit === null ? tr("No limit") : tr("Limit %1", speed(program.limit))}</small>
-        </button>
-        ${icon(isDark() ? "light" : "dark", isDark() ? tr("light") : tr("dark"), () => {
-            setTheme(isDark() ? "light" : "dark");
-            draw();
-        })}
-        ${icon("options", tr("&Options..."), () => openOptions(program, restart))} ${icon("help", tr("Keys"), openHelp)}
-    </header>`;
-}
-
-function setMenu(isShown) {
-    page.hasMenu = isShown;
-    draw();
-}
-
-function sideBar() {
-    const { counts } = program.jobs;
-    const entry = (name, title, count, where) => {
-        const isHere = page.view.state === (where.state ?? "") && page.view.category === (where.category ?? "");
-        const go = () => {
-            Object.assign(page.view, { state: "", category: "" }, where);
-            if (where.state === "waiting") Object.assign(page.view, { sort: "state", falls: false });
-            page.hasMenu = false;
-            document.getElementById("list").scrollTop = 0;
-            draw();
-        };
-        return html`<li>
-            <button aria-current=${isHere ? "true" : "false"} @click=${go}>
-                ${sign(name)}<span>${title}</span><b>${number(count)}</b>
-            </button>
-        </li>`;
-    };
-    return html`<nav class="side ${page.hasMenu ? "shown" : ""}" aria-label=${tr("&View")}>
-        <ul>
-            ${entry("all", tr("All downloads"), counts.all, {})}
-            ${STATES.map((state) => entry(state, capital(tr(state)), counts[state], { state }))}
-        </ul>
-        <h2>${tr("Categories")}</h2>
-        <ul>
-            ${inTree(program.categories).map(({ one, depth }) =>
-                html`<div class="depth-${Math.min(depth, 3)}">
-                    ${entry("category", program.categoryName(one.id), counts.categories[one.id] ?? 0, { category: one.id })}
-                </div>`)}
-        </ul>
-        ${speedPicture(program.samples)}
-    </nav>`;
-}
-
-/** The categories, each behind its parent. */
-function inTree(categories, parent = null, depth = 0) {
-    const here = categories.filter((one) => one.parent === parent);
-    return here.flatMap((one) => [{ one, depth }, ...inTree(categories, one.id, depth + 1)]);
-}
-
-function toolBar() {
-    const jobs = chosenJobs();
-    const none = jobs.length === 0;
-    const has = (...states) => jobs.some((job) => states.includes(job.state));
-    const count = page.selected.size > 1 ? trn("%1 selected", "%1 selected", page.selected.size) : "";
-    return html`<div class="tools" role="toolbar" aria-label=${tr("&Toolbar")}>
-        <button class="tool main" @click=${() => openNewDownload(program)} title=${tr("&New download...")}>
-            ${sign("add")}<span>${tr("&New download...")}</span>
-        </button>
-        ${tool("start", tr("&Start"), start, !has("stopped", "failed"))}
-        ${tool("stop", tr("S&top"), stop, !has("running", "waiting"))} ${tool("up", tr("&Up"), () => move(-1), !has("waiting"))}
-        ${tool("down", tr("&Down"), () => move(1), !has("waiting"))} ${tool("limit", tr("Speed limit"), () => openLimits(program, jobs), none)}
-        ${tool("remove", tr("&Remove"), () => remove(), none)}
-        <span class="count">${count}</span>
-        ${sorting()}
-    </div>`;
-}
-
-// On a phone there are no headings to click at.
-const sorting = () =>
-    html`<select class="sorting" aria-label=${tr("Sort by")} @change=${(event) => page.sortBy(event.target.value)}>
-        ${Object.keys(COLUMNS).map((column) => html`<option value=${column} ?selected=${page.view.sort === column}>${columnTitle(column)}</option>`)}
-    </select>`;
-
-function statusBar() {
-    const { counts } = program.jobs;
-    return html`<footer class="status">
-        <span>${trn("%1 download", "%1 downloads", counts.all)}</span>
-        <span>${trn("%1 running", "%1 running", counts.running)}</span>
-        <span>${trn("%1 waiting", "%1 waiting", counts.waiting)}</span>
-        <span>${program.isLive ? "" : tr("asked once a second")}</span>
-    </footer>`;
-}
-
-function login() {
-    const submit = (event) => {
-        event.preventDefault();
-        program.logIn(event.target.elements.secret.value);
-    };
-    return html`<main class="login">
-        <form @submit=${submit}>
-            <h1><img src="icon.svg" alt="" /><span>Vantlow</span></h1>
-            <label class="field"><span>${tr("Secret")}</span>
-                <input name="secret" type="password" autofocus autocomplete="current-password" /></label>
-            ${program.wasWrong ? html`<p class="problem" role="alert">${sign("failed")}<span>${tr("This is not the secret.")}</span></p>` : ""}
-            <button class="main">${tr("&Log in")}</button>
-            <p class="hint">${tr("On the machine where Vantlow runs, this command shows it:")} <code>vantlow rpc secret</code></p>
-        </form>
-    </main>`;
-}
-
-function troubleBar() {
-    if (program.status !== "unreachable" && program.status !== "failing") return "";
-    const what = program.status === "failing" ? program.trouble : tr("Vantlow cannot be reached.");
-    return html`<p class="bar away" role="alert">${sign("failed")}<span>${what} ${tr("It is tried again and again.")}</span></p>`;
-}
-
-function whole() {
-    if (program.asksForSecret) return login();
-    const job = page.isOpen ? program.jobs.get(page.cursor) : null;
-    page.jobs = program.jobs.rows(page.view, program.categoryName);
-    return html`<div class="app ${job ? "with-details" : ""}">
-        ${topBar()} ${sideBar()}
-        ${page.hasMenu ? html`<button class="veil" aria-label=${tr("&Close")} @click=${() => setMenu(false)}></button>` : ""}
-        <main>
-            ${troubleBar()} ${questionBar(page, program)} ${toolBar()} ${jobList(page)}
-            ${job ? detailsPanel(page, job, program.details) : ""}
-        </main>
-        ${statusBar()}
-    </div>`;
-}
-
 let isAsked = false;
 
 /** Draws the page with the next frame, however often it is asked for. */
@@ -375,8 +242,9 @@ function draw() {
     isAsked = true;
     requestAnimationFrame(() => {
         isAsked = false;
+        page.jobs = program.jobs.rows(page.view, program.categoryName);
         for (const gid of page.selected) if (!program.jobs.has(gid)) page.selected.delete(gid);
-        render(whole(), document.getElementById("app"));
+        render(whole(page, program), document.getElementById("app"));
         for (const id of ["list", "tab-content"]) watchSize(document.getElementById(id));
         document.title = program.speed > 0 ? `${speed(program.speed)} – Vantlow` : "Vantlow";
     });

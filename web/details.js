@@ -79,9 +79,11 @@ const CONTENTS = {
             one.end === null ? `${size(one.start)} –` : `${size(one.start)} – ${size(one.end)}`,
             one.trouble || tr(one.works ? "receives" : "waits"),
         ]);
-        const rows = peers.map((one) => [`${one.ip}:${one.port}`, speed(Number(one.downloadSpeed)), speed(Number(one.uploadSpeed))]);
+        const speeds = (one) => [one.downloadSpeed, one.uploadSpeed].map((bytes) => speed(Number(bytes)));
+        const rows = peers.map((one) => [`${one.ip}:${one.port}`, ...speeds(one)]);
+        const hasServers = peers.length === 0 || connections.length > 0;
         return html`${peers.length > 0 ? table([word("Server"), word("Speed"), word("Upload")], rows) : ""}
-        ${peers.length === 0 || connections.length > 0 ? table([word("Server"), word("Range"), word("State")], connections) : ""}`;
+        ${hasServers ? table([word("Server"), word("Range"), word("State")], connections) : ""}`;
     },
 
     log: (page, job, details) =>

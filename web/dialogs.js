@@ -33,10 +33,12 @@ export function openDialog({ title, content, ok, act, wide = false, danger = fal
             html`<form @submit=${submit} novalidate>
                 <header>
                     <h2 id="dialog-title">${title}</h2>
-                    <button type="button" class="icon" aria-label=${tr("&Close")} @click=${dialog.close}>${sign("close")}</button>
+                    <button type="button" class="icon" aria-label=${tr("&Close")} @click=${dialog.close}>
+                        ${sign("close")}
+                    </button>
                 </header>
                 <div class="fields">${content(dialog)}</div>
-                ${dialog.trouble ? html`<p class="problem" role="alert">${sign("failed")}<span>${dialog.trouble}</span></p>` : ""}
+                ${dialog.trouble ? problem(dialog.trouble) : ""}
                 <footer>
                     <button type="button" @click=${dialog.close}>${ok ? tr("&Cancel") : tr("&Close")}</button>
                     ${ok ? html`<button class=${danger ? "danger" : "main"} ?disabled=${dialog.isBusy}>${ok}</button>` : nothing}
@@ -50,11 +52,14 @@ export function openDialog({ title, content, ok, act, wide = false, danger = fal
     document.body.append(element);
     dialog.draw();
     element.showModal();
-    (element.querySelector("[autofocus], .fields input, .fields select") ?? element.querySelector("footer button:last-child")).focus();
+    const first = element.querySelector("[autofocus], .fields input, .fields select");
+    (first ?? element.querySelector("footer button:last-child")).focus();
     return dialog;
 }
 
-/** What went wrong, as a sentence. */
+const problem = (text) => html`<p class="problem" role="alert">${sign("failed")}<span>${text}</span></p>`;
+
+/** The fault as a sentence. */
 export const troubleText = (error) =>
     error instanceof Refused ? error.message : tr("Vantlow cannot be reached.");
 
@@ -88,7 +93,8 @@ export function openNewDownload(program, given = {}) {
                         event.target.value = "";
                         dialog.draw();
                     }} />
-                <span>${tr("Torrent or metalink files")}: ${files.map((file) => file.name).join(", ") || tr("choose or drop them here")}</span>
+                <span>${tr("Torrent or metalink files")}:
+                    ${files.map((file) => file.name).join(", ") || tr("choose or drop them here")}</span>
             </label>
             <div class="pair">
                 ${field(tr("&Category:"), html`<select name="category">
@@ -101,9 +107,12 @@ export function openNewDownload(program, given = {}) {
             <details>
                 <summary>${tr("&More")}</summary>
                 ${input(tr("&Referer:"), "referer")}
-                <div class="pair">${input(tr("&User:"), "user")} ${input(tr("Pass&word:"), "password", { type: "password" })}</div>
                 <div class="pair">
-                    ${input(tr("Speed &limit:"), "limit", { hint: tr("bytes a second: 500K, 2M") })} ${input(tr("Coo&kies:"), "cookies")}
+                    ${input(tr("&User:"), "user")} ${input(tr("Pass&word:"), "password", { type: "password" })}
+                </div>
+                <div class="pair">
+                    ${input(tr("Speed &limit:"), "limit", { hint: tr("bytes a second: 500K, 2M") })}
+                    ${input(tr("Coo&kies:"), "cookies")}
                 </div>
             </details>
         `,
@@ -182,9 +191,10 @@ export function openRemoval(program, jobs, withFiles, done) {
 /** The limits of everything, or of these jobs. */
 export function openLimits(program, jobs = []) {
     const ofAll = jobs.length === 0;
+    const whose = jobs.length === 1 ? nameOf(jobs[0]) : trn("%1 download", "%1 downloads", jobs.length);
     const now = ofAll ? program.limit : jobs[0].limit;
     openDialog({
-        title: ofAll ? tr("&Limit speed") : `${tr("Speed limit")}: ${jobs.length === 1 ? nameOf(jobs[0]) : trn("%1 download", "%1 downloads", jobs.length)}`,
+        title: ofAll ? tr("&Limit speed") : `${tr("Speed limit")}: ${whose}`,
         ok: tr("&OK"),
         content: () => html`
             ${input(tr("Speed &limit:"), "limit", { value: now ? bytesText(now) : "", hint: tr("bytes a second: 500K, 2M") })}

@@ -64,7 +64,7 @@ export function segmentsPicture(size, missing, width) {
     </figure>`;
 }
 
-/** What each of the cells is: "there", "part", "active" or "missing". */
+/** The kind of each cell: "there", "part", "active" or "missing". */
 export function cellKinds(size, missing, cells) {
     const lost = new Float64Array(cells);
     const active = new Uint8Array(cells);

@@ -136,7 +136,7 @@ export class Program {
         return { ...list, hasNewOrder: hasNewOrder || list.everything };
     }
 
-    // A list that does not fit into one answer comes in several. What changes meanwhile is told with the next look, since the
+    // A list that does not fit into one answer comes in several. Changes meanwhile are told with the next look, since the
     // revision is that of the first answer.
     async #readAll(first) {
         const found = [...first.jobs];

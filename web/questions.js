@@ -16,7 +16,7 @@ const ANSWERS = {
 };
 
 /** The bar that says that there are questions; nothing where there are none. */
-export const questionBar = (page, program) =>
+export const questionBar = (program) =>
     program.questions.length === 0
         ? ""
         : html`<button class="bar question" @click=${() => openQuestions(program)}>
@@ -83,12 +83,15 @@ const valueOf = (event, name) => event.target.closest("section").querySelector(`
 const FORMS = {
     credentials: () => html`<div class="pair">
             <label class="field"><span>${tr("User")}</span><input name="user" autocomplete="off" autocapitalize="off" /></label>
-            <label class="field"><span>${tr("Password")}</span><input name="password" type="password" autocomplete="off" /></label>
+            <label class="field">
+                <span>${tr("Password")}</span><input name="password" type="password" autocomplete="off" />
+            </label>
         </div>`,
     "which-files": ({ files }) => html`<div class="choices">
         ${files.map(
             (file) => html`<label class="box">
-                <input type="checkbox" name="files" .defaultChecked=${true} /><span>${file.name}</span><small>${size(file.size)}</small>
+                <input type="checkbox" name="files" .defaultChecked=${true} /><span>${file.name}</span>
+                <small>${size(file.size)}</small>
             </label>`,
         )}
     </div>`,
