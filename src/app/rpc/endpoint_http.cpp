@@ -72,6 +72,7 @@ class HttpSession final : public Session, public std::enable_shared_from_this<Ht
 
 void HttpSession::read() {
     has_request_ = false;
+    if (shared().closing) return end();
     response_.reset();
     static_cast<void>(hold_room(0));
     parser_.emplace();
