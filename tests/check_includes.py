@@ -47,7 +47,7 @@ ALLOWED = {
     "app/rpc": CLI | {"app/cli", "rpc"},
     "app/resident": CLI | {"app/cli", "app/cli/store", "app/rpc", "rpc"},
     "app/browser": CLI | {"app/cli", "app/cli/store", "app/resident"},
-    "app/window": CLI | {"app/window/model"},
+    "app/window": CLI | {"app/window/model", "media"},
     "app": CLI | {"app/window", "app/cli", "app/cli/get", "app/cli/store", "app/cli/tools", "app/resident", "app/rpc", "app/browser"},
 }
 # Files that others may include of a folder that they must not know otherwise: what an address is.

@@ -58,12 +58,27 @@ void Engine::run(Running running) {
     });
     saver_.begin(running.wake);
     if (!in_memory()) names_ = std::make_unique<NameKeeper>();
-    runner_ = std::make_unique<SessionRunner>(SessionRunner::Tools{
-        *store_, changes_, questions_, *options_.sessions, options_.settings, options_.libraries,
-        running.connections, running.threads, options_.stop,
-        in_memory() ? std::u16string() : options_.data_folder, options_.data_folder, options_.agent,
-        std::move(running.wake), running.gathers_log, options_.keeps_state, names_.get(),
-        std::move(running.before_name), [this] { serve(); }, &torrents_});
+    runner_ = std::make_unique<SessionRunner>(
+        SessionRunner::Tools{*store_,
+                             changes_,
+                             questions_,
+                             *options_.sessions,
+                             options_.settings,
+                             options_.libraries,
+                             running.connections,
+                             running.threads,
+                             options_.stop,
+                             in_memory() ? std::u16string() : options_.data_folder,
+                             options_.data_folder,
+                             options_.agent,
+                             std::move(running.wake),
+                             running.gathers_log,
+                             options_.keeps_state,
+                             names_.get(),
+                             std::move(running.before_name),
+                             [this] { serve(); },
+                             &torrents_,
+                             options_.sharing});
 }
 
 void Engine::end_running() {
@@ -336,6 +351,13 @@ std::vector<SessionConnection> Engine::connections(const Guid& job) const {
 
 std::vector<RunningJob> Engine::running_jobs() const {
     return runner_ ? runner_->running_jobs() : std::vector<RunningJob>();
+}
+
+std::vector<const CJobNode*> Engine::queue() const {
+    std::vector<const CJobNode*> jobs;
+    jobs.reserve(store_->waiting().size());
+    for (const auto& [order, job] : store_->waiting()) jobs.push_back(job);
+    return jobs;
 }
 
 std::size_t Engine::waiting() const {

@@ -1,6 +1,7 @@
 // A job of some kind while it is looked after, and the table of kinds.
 #pragma once
 
+#include <chrono>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -72,6 +73,14 @@ class JobSession {
     [[nodiscard]] virtual std::optional<Result> settled() const { return std::nullopt; }
 };
 
+/// How long a torrent is shared after its end: until a stop, or until the first of the bounds. By default it
+/// is not.
+struct TorrentSharing {
+    bool goes_on = false;
+    double ratio = 0;              ///< bytes that were sent to those of the chosen files; 0: no bound
+    std::chrono::seconds time{0};  ///< 0: no bound
+};
+
 /// The parts that a session is made of.
 struct SessionPlan {
     std::unique_ptr<CJobNode> job;  ///< its own twin of the record
@@ -80,6 +89,7 @@ struct SessionPlan {
     std::function<void()> on_end;      ///< any thread, once at most, when the session has ended; returns soon
     QuestionBoard& questions;          ///< outlives the session
     TorrentShelf* torrents = nullptr;  ///< of the jobs' documents; outlives the session; null: none are kept
+    TorrentSharing sharing{};
 };
 
 /// The way in which jobs of one kind are carried out: a row of the table.

@@ -71,8 +71,9 @@ SessionRunner::Entry& SessionRunner::make_entry(const CJobNode& job, const Sessi
         changed_.notify_all();
         if (tools_.wake) tools_.wake();
     };
-    entry.session = kind.make(
-        {job.twin(), std::move(options), *entry.log, on_end, tools_.questions, tools_.torrents}, services_);
+    entry.session = kind.make({job.twin(), std::move(options), *entry.log, on_end, tools_.questions,
+                               tools_.torrents, tools_.sharing},
+                              services_);
     sessions_[job.identity] = std::move(made);
     return entry;
 }

@@ -74,6 +74,7 @@ class SessionRunner {
         std::function<void(const NameKeeper::Naming&)> before_name{};  ///< on their threads, likewise
         std::function<void()> serve{};  ///< called while an end is waited for: sessions may wait for it
         TorrentShelf* torrents = nullptr;
+        TorrentSharing sharing{};
     };
     explicit SessionRunner(Tools tools);
     ~SessionRunner();

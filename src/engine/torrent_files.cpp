@@ -61,16 +61,15 @@ Outcome<FileList> list_of(const TorrentContent& content, const std::u16string& n
 }  // namespace
 
 Outcome<std::vector<bool>> chosen_files(const TorrentContent& content, const std::string& selection) {
-    std::vector<std::size_t> shown;
-    for (std::size_t i = 0; i < content.files.size(); ++i) {
-        if (!content.files[i].padding) shown.push_back(i);
-    }
-    const auto numbers = select(selection, shown.size());
-    if (!numbers)
-        return Result(Code::unsupported, "The torrent has no file that \"" + selection + "\" selects.");
+    const auto numbers = select(selection, content.files.size());
     std::vector<bool> chosen(content.files.size(), false);
-    for (const std::size_t number : *numbers) chosen[shown[number]] = true;
-    return chosen;
+    bool is_any = false;
+    for (const std::size_t number : numbers.value_or(std::vector<std::size_t>())) {
+        chosen[number] = !content.files[number].padding;
+        is_any = is_any || chosen[number];
+    }
+    if (is_any) return chosen;
+    return Result(Code::unsupported, "The torrent has no file that \"" + selection + "\" selects.");
 }
 
 Result TorrentFiles::make_storage(const std::u16string& name, const std::vector<bool>& chosen) {
@@ -86,8 +85,16 @@ Result TorrentFiles::open(const TorrentPlace& place, const std::vector<bool>& ch
     const std::u16string known =
         name_of(place.path).empty() ? find_target(folder, to_hex(content_.info_hash)) : place.path;
     if (!known.empty() && is_there(content_, known)) {
-        if (Result result = resume(known, chosen, stop, progress); !result.ok()) return result;
+        if (Result result = resume(known, true, chosen, stop, progress); !result.ok()) return result;
         if (storage_) return {};
+    } else if (known.empty() && place.adopts) {
+        const std::u16string name = place.name.empty() ? content_.name : place.name;
+        const std::u16string other = join_path(folder, safe_file_name(name));
+        const PathKind kind = content_.is_folder ? PathKind::folder : PathKind::file;
+        if (path_kind(other) == kind) {
+            if (Result result = resume(other, false, chosen, stop, progress); !result.ok()) return result;
+            if (storage_) return {};
+        }
     } else if (!known.empty()) {
         log_.line(Direction::note, "The unfinished files are gone. The download starts over.");
         static_cast<void>(remove_file(storage_state_path(known)));
@@ -96,7 +103,7 @@ Result TorrentFiles::open(const TorrentPlace& place, const std::vector<bool>& ch
 }
 
 // Leaves the storage closed where the files are not this job's after all.
-Result TorrentFiles::resume(const std::u16string& target, const std::vector<bool>& chosen,
+Result TorrentFiles::resume(const std::u16string& target, bool is_ours, const std::vector<bool>& chosen,
                             const StopSource& stop, CheckProgress& progress) {
     auto state = load_storage_state(storage_state_path(target), to_hex(content_.info_hash));
     const bool fits = state && state->chosen.size() == content_.files.size();
@@ -108,10 +115,10 @@ Result TorrentFiles::resume(const std::u16string& target, const std::vector<bool
     for (std::size_t file = 0; file < chosen.size(); ++file) {
         if (Result result = storage_->choose(file, chosen[file]); !result.ok()) return result;
     }
-    if (state || is_whole() || !has_finished_files()) return {};
+    if (state || is_whole() || (is_ours && !has_finished_files())) return {};
     // Files under whole names that nothing says are this job's, and that are not what it fetches: somebody
     // else put them there.
-    log_.line(Direction::note, "The files at " + to_utf8(target) + " are others. The download starts over.");
+    log_.line(Direction::note, "The files at " + to_utf8(target) + " are others, and stay as they are.");
     storage_->close();
     storage_.reset();
     return {};
@@ -184,13 +191,15 @@ Result TorrentFiles::finish(const std::optional<FileOrigin>& origin, const StopS
         if (Result result = storage_->finish(file); !result.ok()) return result;
     }
     static_cast<void>(remove_file(storage_state_path(target_)));
-    if (!content_.is_folder) target_ = storage_->path(0);
-    storage_->close(false);
     return {};
 }
 
-void TorrentFiles::close() {
-    if (storage_) storage_->close();
+void TorrentFiles::take_names() {
+    if (!content_.is_folder) target_ = storage_->path(0);
+}
+
+void TorrentFiles::close(bool keeps_parts) {
+    if (storage_) storage_->close(keeps_parts);
 }
 
 std::int64_t TorrentFiles::chosen_bytes() const {

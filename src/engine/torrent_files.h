@@ -15,15 +15,16 @@ namespace vantlow {
 
 struct StorageState;
 
-/// Which files a selection ("1,3-5"; empty: all) chooses; padding is neither counted nor chosen.
+/// Which files a selection ("1,3-5"; empty: all) chooses; padding is counted and never chosen.
 /// `unsupported`, with a sentence, where that is none.
 Outcome<std::vector<bool>> chosen_files(const TorrentContent& content, const std::string& selection);
 
 /// The place of a torrent's files as the job's record knows it.
 struct TorrentPlace {
-    std::u16string
-        path;  ///< of the file or the folder; ends with a separator while only that of both is known
+    /// Of the file or the folder; ends with a separator while nothing but the job's folder is known.
+    std::u16string path;
     std::u16string name;  ///< that was asked for; empty: the torrent's own
+    bool adopts = false;  ///< files of that name are taken over where they are all of the torrent's
 };
 
 /// A torrent of one file has it in the job's folder, one of several has a folder of its own there. Beside
@@ -43,10 +44,12 @@ class TorrentFiles {
     /// Saves which pieces are good, after their bytes. A failure after which the bytes themselves may be lost
     /// sets `is_lost`. On any thread, one call at a time.
     Result save(const std::vector<bool>& good, bool& is_lost);
-    /// Every chosen file takes its name, with the mark of its origin where there is one; the state goes, and
-    /// everything is closed.
+    /// Every chosen file takes its name, with the mark of its origin where there is one, and the state goes.
+    /// target() does not change before take_names(). On any thread, while nothing is saved.
     Result finish(const std::optional<FileOrigin>& origin, const StopSource& stop);
-    void close();
+    void take_names();
+    /// The part of files that are not chosen goes, once the others have their names.
+    void close(bool keeps_parts = true);
 
     [[nodiscard]] Storage& storage() noexcept { return *storage_; }
     [[nodiscard]] bool is_open() const noexcept { return storage_.has_value(); }
@@ -61,8 +64,8 @@ class TorrentFiles {
 
   private:
     Result make_storage(const std::u16string& name, const std::vector<bool>& chosen);
-    Result resume(const std::u16string& target, const std::vector<bool>& chosen, const StopSource& stop,
-                  CheckProgress& progress);
+    Result resume(const std::u16string& target, bool is_ours, const std::vector<bool>& chosen,
+                  const StopSource& stop, CheckProgress& progress);
     Result check(const std::optional<StorageState>& state, const StopSource& stop, CheckProgress& progress);
     Result begin(const std::u16string& folder, const std::u16string& name, const std::vector<bool>& chosen);
     [[nodiscard]] bool is_whole() const;

@@ -52,7 +52,11 @@ void TorrentRun::every_second() {
     tell_peers();
     count();
     show();
-    if (has_news_ && !is_saving_ && Clock::now() >= next_save_) save_some();
+    if (is_shared_enough()) {
+        is_complete_ = true;
+        loop_->stop();
+    }
+    if (has_news_ && !named_ && !is_saving_ && Clock::now() >= next_save_) save_some();
     ticks_->start(loop_->now() + round_time, [this] { every_second(); });
 }
 
@@ -86,6 +90,7 @@ void TorrentRun::save_some() {
                [this, is_lost](const Result& result) {
                    is_saving_ = false;
                    next_save_ = Clock::now() + save_interval;
+                   if (std::exchange(share_after_saving_, false)) share();
                    if (result.ok()) return;
                    if (*is_lost) return failed(result);
                    log_.line(Direction::error, result.message());
@@ -99,8 +104,36 @@ void TorrentRun::piece_came(std::uint32_t piece) {
 }
 
 void TorrentRun::completed() {
+    if (sharing_.goes_on) return share();
     is_complete_ = true;
     loop_->stop();
+}
+
+// The files get their names while their pieces are given to others. A state that is being saved comes first.
+void TorrentRun::share() {
+    has_news_ = false;
+    if (is_saving_) {
+        share_after_saving_ = true;
+        return;
+    }
+    is_saving_ = true;  // and from now on none is
+    disk_->run([this] { return give_names(); },
+               [this](const Result& result) {
+                   if (result.kind() == Kind::stopped) return;
+                   if (!result.ok()) return failed(result);
+                   files_->take_names();
+                   named_ = Clock::now();
+                   count();
+                   if (received_ > 0) announces_.complete();
+                   log_.line(Direction::note, "Everything is there, and is shared.");
+               });
+}
+
+bool TorrentRun::is_shared_enough() const {
+    if (!named_) return false;
+    const auto wanted = sharing_.ratio * static_cast<double>(size_);
+    const bool is_enough = sharing_.ratio > 0 && static_cast<double>(swarm_->uploaded()) >= wanted;
+    return is_enough || (sharing_.time.count() > 0 && Clock::now() - *named_ >= sharing_.time);
 }
 
 void TorrentRun::banned(const SocketAddress& peer) {
@@ -127,7 +160,7 @@ void TorrentRun::show() {
         connections.push_back(std::move(tracker));
     }
     show_peers(progress, connections);
-    if (progress.connections > 0) idle_since_ = Clock::now();
+    if (progress.connections > 0 || done_ == size_) idle_since_ = Clock::now();
     if (Clock::now() - idle_since_ >= patience) progress.waiting_for = lack();
     if (!progress.waiting_for.empty() && progress.waiting_for != lacked_) {
         lacked_ = progress.waiting_for;

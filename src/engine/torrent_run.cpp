@@ -26,11 +26,13 @@ std::u16string asked_name(const CJobNode& job, const Magnet& magnet) {
 }  // namespace
 
 TorrentRun::TorrentRun(const CJobNode& job, const TransferServices& services, RunOptions options,
-                       TorrentShelf& shelf, LogSink& log, std::function<void()> on_end)
+                       TorrentShelf& shelf, const TorrentSharing& sharing, LogSink& log,
+                       std::function<void()> on_end)
     : job_(job),
       services_(services),
       options_(std::move(options)),
       shelf_(shelf),
+      sharing_(sharing),
       log_(log),
       on_end_(std::move(on_end)),
       stop_(services.stop),
@@ -155,7 +157,7 @@ Result TorrentRun::open_files() {
     StorageRules rules;
     rules.allocate = services_.settings.flag(setting::allocate_space);
     files_.emplace(content_, *hashes_, log_, rules, options_.keep_state);
-    const TorrentPlace place{job_.path, asked_name(job_, magnet_)};
+    const TorrentPlace place{job_.path, asked_name(job_, magnet_), sharing_.goes_on};
     if (Result result = files_->open(place, *chosen, stop_, checked_); !result.ok()) return result;
     good_ = files_->good();
     size_ = files_->chosen_bytes();
@@ -172,8 +174,8 @@ Result TorrentRun::open_files() {
 // then the pool.
 Result TorrentRun::fetch_pieces() {
     phase_ = Phase::exchange;
-    is_complete_ = done_ == size_;
-    if (is_complete_) return {};
+    const bool is_whole = done_ == size_;
+    if (is_whole && !sharing_.goes_on) return {};
     DiskPool pool([this](DiskPool::Callback call) { return loop_->post(std::move(call)); });
     StorageDisk disk(files_->storage(), pool, *hashes_);
     SwarmTorrent torrent{content_.info_hash, identity_.peer_id, content_.total,
@@ -195,13 +197,14 @@ Result TorrentRun::fetch_pieces() {
     if (!content_.is_private) swarm.add_peers(magnet_.peers);
     for (const auto& listener : listeners_) accept(*listener);
     start_round();
+    if (is_whole) share();
     const Result result = loop_->run();
     ticks_->cancel();
     count();
     listeners_.clear();
     disk_ = nullptr;
     swarm_ = nullptr;
-    if (is_complete_) return {};
+    if (is_complete_ || named_) return {};
     if (failure_) return *failure_;
     return result.ok() ? Result(stop_.reason()) : result;
 }
@@ -214,15 +217,23 @@ Result TorrentRun::conclude(const Result& fetched) {
         if (!saved.ok()) log_.line(Direction::error, saved.message());
         return fetched;
     }
+    if (!named_) {
+        if (Result result = give_names(); !result.ok()) return result;
+        files_->take_names();
+        if (received_ > 0) announces_.complete();
+    }
+    files_->close(false);
+    log_.line(Direction::note, message_text(Message::download_completed));
+    return {};
+}
+
+Result TorrentRun::give_names() {
     // A folder has had its name from the beginning.
     if (!content_.is_folder && options_.before_name) options_.before_name(files_->target(), size_);
     std::optional<FileOrigin> origin;
     if (services_.settings.flag(setting::mark_zone))
         origin = FileOrigin{make_magnet(magnet_.info_hash, {}, {}), {}};
-    if (Result result = files_->finish(origin, stop_); !result.ok()) return result;
-    log_.line(Direction::note, message_text(Message::download_completed));
-    if (received_ > 0) announces_.complete();
-    return {};
+    return files_->finish(origin, stop_);
 }
 
 }  // namespace vantlow

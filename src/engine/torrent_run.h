@@ -22,13 +22,13 @@ namespace vantlow {
 
 /// Runs one torrent from its info hash to its files: the description comes from the shelf or from peers, then
 /// the files are opened and what is missing of them is fetched. Ends when every wanted piece is there and the
-/// files have their names, at a stop, and where the disk fails. Each torrent has a thread and a loop of its
-/// own; the disk's threads come and go with it.
+/// files have their names and were shared as long as is wanted, at a stop, and where the disk fails. Each
+/// torrent has a thread and a loop of its own; the disk's threads come and go with it.
 class TorrentRun final : private SwarmListener {
   public:
     /// All but the options outlive the object. `on_end` is called once, from this thread, as its last act.
     TorrentRun(const CJobNode& job, const TransferServices& services, RunOptions options, TorrentShelf& shelf,
-               LogSink& log, std::function<void()> on_end);
+               const TorrentSharing& sharing, LogSink& log, std::function<void()> on_end);
     ~TorrentRun() override;
 
     /// Fails where the system gives no further thread; nothing runs then.
@@ -57,6 +57,7 @@ class TorrentRun final : private SwarmListener {
     Result open_files();
     Result fetch_pieces();
     Result conclude(const Result& fetched);
+    Result give_names();
 
     // torrent_round.cpp: while the loop runs
     void listen();
@@ -66,6 +67,8 @@ class TorrentRun final : private SwarmListener {
     void tell_peers();
     void count();
     void save_some();
+    void share();
+    [[nodiscard]] bool is_shared_enough() const;
     void show();
     void show_peers(JobProgress& progress, std::vector<SessionConnection>& connections) const;
     [[nodiscard]] std::string lack() const;
@@ -78,6 +81,7 @@ class TorrentRun final : private SwarmListener {
     TransferServices services_;
     const RunOptions options_;
     TorrentShelf& shelf_;
+    const TorrentSharing sharing_;
     LogSink& log_;
     const std::function<void()> on_end_;
     StopSource stop_;
@@ -101,8 +105,10 @@ class TorrentRun final : private SwarmListener {
     std::int64_t done_ = 0;
     std::int64_t received_ = 0;
     bool is_complete_ = false;
+    std::optional<Clock::time_point> named_;  ///< since when the files have their names and are shared
     std::optional<Result> failure_;
     bool is_saving_ = false;
+    bool share_after_saving_ = false;
     bool has_news_ = false;  ///< pieces came since the last save
     Clock::time_point next_save_{};
     Clock::time_point idle_since_{};  ///< when the last peer was seen to give something

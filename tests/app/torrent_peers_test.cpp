@@ -97,7 +97,7 @@ class TorrentPeers : public test::StoreRun {
 
     const std::array<std::u16string, 3> names{u"a", u"b/c", u"b/d"};
     std::u16string torrent;
-    int port = 0;
+    std::atomic<int> port{0};  ///< of the peer that the tracker names
     test::ScriptedServer tracker_{[this](test::Exchange& exchange) {
         if (exchange.request().target == "/tree.torrent") {
             exchange.answer(200, "OK", folder.read(u"seed/tree.torrent"));
@@ -146,6 +146,34 @@ TEST_F(TorrentPeers, ATorrentAndAMagnetLinkBecomeFilesAndSelectedOnesAreAlone) {
     EXPECT_EQ(linked.status, 0) << linked.err;
     EXPECT_TRUE(has_all(u"z/tree"));
     EXPECT_FALSE(folder.has(u"data/torrents")) << "of a command that files nothing";
+}
+
+TEST_F(TorrentPeers, AFinishedTorrentIsSharedAsLongAsIsWantedAndSoIsOneThatIsThere) {
+    begin(300'000, 777, 150'000);
+    RunningProgram sharing(test::vantlow_program(),
+                           {u"get", torrent, u"-d", folder.path(u"x"), u"--seed-ratio", u"1"}, environment());
+    const auto until = Clock::now() + std::chrono::seconds(20);
+    while (!folder.has(u"x/tree/e") && Clock::now() < until)
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    for (const auto& request : tracker_.requests()) {
+        const auto at = request.head.target.find("&port=");
+        if (request.head.target.find("-VL") == std::string::npos || at == std::string::npos) continue;
+        port = std::stoi(request.head.target.substr(at + 6));
+    }
+    const RunResult other = run({u"get", torrent, u"-d", folder.path(u"y")});
+    EXPECT_EQ(other.status, 0) << other.err;
+    EXPECT_TRUE(has_all(u"y/tree"));
+    const RunResult shared = sharing.wait();
+    EXPECT_EQ(shared.status, 0) << shared.err;
+    EXPECT_TRUE(has_all(u"x/tree"));
+
+    ok({u"get", torrent, u"-d", folder.path(u"x"), u"--seed-time", u"1s"});
+    EXPECT_FALSE(folder.has(u"x/tree(1)")) << "what is there is shared";
+    EXPECT_FALSE(folder.has(u"x/tree/.vantlow-parts") || folder.has(u"x/tree.vantlow-job"));
+    folder.write(u"x/tree/b/c", std::string(777, 'x'));
+    ok({u"get", torrent, u"-d", folder.path(u"x"), u"--seed-time", u"1s"});
+    EXPECT_TRUE(has_all(u"x/tree(1)"));
+    EXPECT_EQ(folder.read(u"x/tree/b/c"), std::string(777, 'x')) << "another file";
 }
 
 TEST_F(TorrentPeers, AKilledDownloadGoesOnWithWhatWasSafe) {

@@ -49,6 +49,7 @@ void add_global_options(CLI::App& app, GlobalOptions& global, std::string& data_
     app.add_flag("--json", global.json, "Output for programs");
     app.add_flag("-q,--quiet", global.quiet, "Print errors only");
     app.add_flag("-v,--verbose", global.verbose, "Print the job log, line by line, to stderr");
+    app.add_flag("--minimized", global.minimized, "Start with the window minimised, or in the tray");
     app.add_flag("--no-window", global.no_window, "Run the resident program without a window")
         ->envname("VANTLOW_NO_WINDOW");
     add_control_options(app, global);
@@ -145,7 +146,7 @@ Command read_command_line(const Words& words, const std::function<void(CommandSe
         command = chosen_command(app, commands);
     }
     command.global = std::move(global);
-    command.shows_window = command.shows_window && !command.global.no_window;
+    command.shows_window = command.shows_window && !command.global.no_window && !command.global.minimized;
     command.global.data_folder = to_utf16(data_folder);
     command.global.settings_file = to_utf16(settings_file);
     return command;

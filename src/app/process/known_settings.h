@@ -22,6 +22,30 @@ inline constexpr NumberSetting close_to_tray{
     1,         "1: closing the window leaves its sign in the tray, and downloads go on"};
 inline constexpr NumberSetting watch_clipboard{
     u"Window", u"WatchClipboard", 0, 0, 1, "1: links that other programs copy are offered for download"};
+inline constexpr NumberSetting tell_ends{
+    u"Window", u"Notify", 1,
+    0,         1,         "1: the desktop tells of downloads that ended while the window was not in front"};
+inline constexpr NumberSetting start_with_session{
+    u"Window", u"StartWithSession",
+    0,         0,
+    1,         "1: Vantlow starts when this user logs in, with its window minimised or in the tray"};
+/// The questions of the first start were asked.
+inline constexpr NumberSetting welcomed{u"Window", u"Welcomed", 0, 0, 1, ""};
+/// The width of the list of pieces, device-independent pixels.
+inline constexpr NumberSetting combine_width{u"Window", u"CombineMediaWidth", 460, 120, 4000, ""};
+
+// Questions that can be switched off.
+inline constexpr NumberSetting confirm_end{
+    u"Confirmation", u"Downloading", 1, 0, 1, "1: ending Vantlow is asked about while downloads run"};
+inline constexpr NumberSetting confirm_removal{
+    u"Confirmation", u"Remove", 1, 0, 1, "1: removing downloads is asked about"};
+inline constexpr NumberSetting confirm_start_over{
+    u"Confirmation",
+    u"StartOver",
+    1,
+    0,
+    1,
+    "1: starting downloads over is asked about where that erases something"};
 
 // The control API of the resident program (docs/remote.md).
 inline constexpr NumberSetting rpc_enable{

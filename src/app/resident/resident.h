@@ -43,7 +43,10 @@ class Resident : private DesktopHost {
     /// Opens the control API where the settings ask for it, now or later. After open().
     void open_control();
     /// Has this window run the loop's thread, and stand for the process.
-    void show(Desktop& desktop) noexcept { desktop_ = &desktop; }
+    void show(Desktop& desktop, bool minimized) noexcept {
+        desktop_ = &desktop;
+        starts_minimized_ = minimized;
+    }
     /// Runs until quit, Ctrl-C (a second one does not wait), the end of the session, or idleness; then ends
     /// all jobs and saves everything. Exit::failed when that could not be saved, Exit::interrupted after
     /// Ctrl-C.
@@ -54,6 +57,7 @@ class Resident : private DesktopHost {
     [[nodiscard]] Engine& engine() noexcept override { return engine_; }
     [[nodiscard]] Settings& settings() noexcept override { return app_.settings(); }
     void be_hosted(std::function<void()> wake, void* window) override;
+    [[nodiscard]] bool starts_minimized() const noexcept override { return starts_minimized_; }
     bool turn() override;
     void follow_setting(std::u16string_view section, std::u16string_view key) override;
     void quit() noexcept override { loop_->quit(); }
@@ -76,6 +80,7 @@ class Resident : private DesktopHost {
     std::optional<InterruptWatch> watch_;  ///< from the loop's beginning on; ends before it
     Display display_;
     Desktop* desktop_ = nullptr;
+    bool starts_minimized_ = false;
     bool ends_when_idle_ = false;
     bool used_memory_ = false;  ///< since memory was given back last
     Clock::time_point next_give_back_{};

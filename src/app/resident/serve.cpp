@@ -103,7 +103,7 @@ Exit stay_resident(CFerrywellApp& app, const GlobalOptions& global, const Start&
     if (!global.in_background) tell_that_it_runs(app, global);
     if (app.settings().flag(setting::start_all)) start_all(*engine);
     if (begin) begin();
-    if (window != nullptr) resident.show(*window);
+    if (window != nullptr) resident.show(*window, global.minimized);
     const Exit status = resident.run();
     engine->remove_listener(voice);
     return status;

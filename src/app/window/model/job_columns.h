@@ -61,6 +61,7 @@ struct RowFacts {
     const CJobNode& job;
     const CClassNode& category;
     const LiveJob* live = nullptr;  ///< null: it does not run
+    std::size_t place = 0;  ///< among those that wait, from 1 on; 0: not looked up, or it does not wait
 
     [[nodiscard]] std::string cell(Column column) const;
     [[nodiscard]] RowSign sign() const;

@@ -36,6 +36,7 @@ constexpr std::array pages_by_subject{
     PageFacts{to_translate("Files and links"), "Monitor", ""},
     PageFacts{to_translate("Dial-up"), "Dial Up", ""},
     PageFacts{to_translate("Buffers"), "Performance", ""},
+    PageFacts{to_translate("Confirmations"), "Confirmation", ""},
     PageFacts{to_translate("Other"), "", ""},
 };
 
