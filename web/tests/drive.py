@@ -5,6 +5,7 @@ With PICTURES it also leaves pictures of the page in that folder. Ends with 77 w
 
 import base64
 import contextlib
+import http.client
 import http.server
 import json
 import os
@@ -170,6 +171,24 @@ class Page:
             (folder / f"{name}.png").write_bytes(base64.b64decode(self.ask("Page.captureScreenshot")["data"]))
 
 
+def served(page, program, here):
+    """With its policy; not sent again where it is the same; to nobody who calls the program by another name."""
+    connection = http.client.HTTPConnection("127.0.0.1", program.port, timeout=20)
+
+    def ask(method, path, **headers):
+        connection.request(method, path, headers={name.replace("_", "-"): value for name, value in headers.items()})
+        answer = connection.getresponse()
+        return answer.status, answer.headers, answer.read()
+
+    status, headers, body = ask("GET", "/")
+    assert (status, headers["X-Content-Type-Options"]) == (200, "nosniff") and body.startswith(b"<!doctype html>")
+    assert headers["Content-Security-Policy"].startswith("default-src 'none'; script-src 'self';")
+    assert ask("GET", "/", If_None_Match=headers["ETag"])[::2] == (304, b"")
+    assert ask("HEAD", "/app.js")[::2] == (200, b"")
+    assert ask("GET", "/app.css")[0] == 404
+    assert ask("GET", "/", Host="other.example")[0] == 403
+
+
 def login(page, program, here):
     page.wait("document.querySelector('[name=secret]')")
     page.log_in("wrong")
@@ -314,7 +333,7 @@ def main(folder, pictures=None):
         with Program(pathlib.Path(folder, "vantlow").resolve(), pathlib.Path(home)).running() as program:
             with Chromium.open(program.home, None, program.environment, program.home) as browser:
                 page = Page(browser, f"http://127.0.0.1:{program.port}/")
-                for part in (login, a_download, many, removal, only_text, by_post, looks, away):
+                for part in (served, login, a_download, many, removal, only_text, by_post, looks, away):
                     more = (pathlib.Path(pictures),) if pictures and part in (a_download, looks) else ()
                     part(page, program, here, *more)
                     assert page.run("faults") == [], page.run("faults")
