@@ -17,7 +17,7 @@ LIBRARIES = ["libssl.dll", "libssh.dll", "libsecur.dll", "libcrypto5.dll", "libn
 
 
 # What somebody reads who uses the program; the other pages are for those who change it.
-PAGES = ["guide", "settings", "browser", "ftp", "tls", "torrents", "proxy-list", "threats", "database"]
+PAGES = ["guide", "settings", "browser", "ftp", "tls", "torrents", "proxy-list", "remote", "threats", "database"]
 
 
 def page_for_windows(text):

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "base/text.h"
+#include "bt/magnet.h"
 #include "engine/selection.h"
 
 namespace vantlow {
@@ -361,6 +362,12 @@ std::vector<const CJobNode*> Engine::queue() const {
 
 std::size_t Engine::waiting() const {
     return runner_ ? runner_->waiting() : store_->waiting().size();
+}
+
+std::string Engine::torrent_info(const CJobNode& job) const {
+    const auto magnet =
+        kind_of(job) == JobKind::torrent ? parse_magnet(to_utf8(job.address), {}) : std::nullopt;
+    return magnet ? torrents_.find_info(magnet->info_hash) : std::string();
 }
 
 std::vector<CLogNode> Engine::log_of(const Guid& job) {

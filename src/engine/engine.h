@@ -173,6 +173,8 @@ class Engine {
     [[nodiscard]] bool is_running(const Guid& job) const { return runner_ && runner_->takes_place(job); }
     [[nodiscard]] bool has_work() const { return runner_ && (runner_->has_work() || awaits_choice()); }
     [[nodiscard]] std::vector<Question> questions() const { return questions_.open(); }
+    /// The description ("info" value, BEP 3) of a torrent's job; empty while it is not known, and for others.
+    [[nodiscard]] std::string torrent_info(const CJobNode& job) const;
     /// The lines of a job's log, oldest first.
     [[nodiscard]] std::vector<CLogNode> log_of(const Guid& job);
     [[nodiscard]] std::uint64_t revision() const noexcept { return changes_.revision(); }

@@ -63,7 +63,8 @@ class MethodTable {
     using Method = std::function<Answer(Params&)>;
     using Time = std::chrono::steady_clock::time_point;
 
-    MethodTable();
+    /// `most_answered`: values that the answers of one request have together at most.
+    explicit MethodTable(std::size_t most_answered = 2000000);
     MethodTable(const MethodTable&) = delete;
     MethodTable& operator=(const MethodTable&) = delete;
 
@@ -77,9 +78,6 @@ class MethodTable {
     /// when all are answered.
     bool work(Run& run, Time until) const;
 
-    /// The most values that the answers of one request have together.
-    static constexpr std::size_t most_answered = 2000000;
-
   private:
     struct Entry {
         Method method;
@@ -90,6 +88,7 @@ class MethodTable {
     bool multicall_step(const Json& entries, Run& run) const;
     [[nodiscard]] Answer within_bounds(Answer answer, Run& run) const;
 
+    const std::size_t most_answered_;
     std::map<std::string, Entry> methods_;
     std::vector<std::string> notifications_;
     std::string secret_;

@@ -211,6 +211,8 @@ TEST_F(TorrentPeers, AFiledTorrentIsStoppedGoesOnAndIsRemovedWithItsFilesAlone) 
     const std::string log = ok({u"log", id});
     EXPECT_NE(log.find("Peer: 127.0.0.1:" + std::to_string(port)), std::string::npos) << log;
     EXPECT_EQ(log.find("0123456789abcdefghij"), std::string::npos) << "a key in the log: " << log;
+    EXPECT_NE(log.find("x/tree; "), std::string::npos) << log;
+    EXPECT_EQ(log.find("x/tree; 0 of"), std::string::npos) << "all of it again: " << log;
     EXPECT_TRUE(folder.has(u"data/torrents"));
     folder.write(u"x/tree/mine", "not the torrent's");
     ok({u"remove", id, u"--files"});

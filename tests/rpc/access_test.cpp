@@ -80,12 +80,12 @@ TEST(Access, a_token_is_asked_of_every_call_but_the_lists_of_words) {
         {R"("method":"aria2.saveSession","params":["s3"])", no, true, false},
         {R"("method":"aria2.saveSession","params":[["token:s3"]])", no, true, false},
         {R"("method":"aria2.none")", no, true, false},
-        {R"("method":"system.listNotifications")",
+        {R"("method":"system.listNotifications","params":["token:s3"])",
          R"(["aria2.onDownloadStart","aria2.onDownloadPause","aria2.onDownloadStop","aria2.onDownloadComplete","aria2.onDownloadError","aria2.onBtDownloadComplete"])",
          false, false},
-        {R"("method":"system.multicall","params":["token:x",[{"methodName":"aria2.saveSession","params":["token:s3"]},{"methodName":"aria2.saveSession"},{"methodName":"system.multicall","params":[[]]},{"methodName":7},8,{"methodName":"aria2.none","params":["token:s3"]}]])",
-         R"([["OK"],)" + no +
-             R"(,{"code":1,"message":"A multicall cannot be within another one."},{"code":1,"message":"An entry is no call."},{"code":1,"message":"An entry is no call."},{"code":1,"message":"There is no method aria2.none."}])",
+        {R"("method":"system.multicall","params":["token:x",[{"methodName":"aria2.saveSession","params":["token:s3"]},{"methodName":"system.multicall","params":[[]]},{"methodName":7},8,{"methodName":"aria2.none","params":["token:s3"]},{"methodName":"aria2.saveSession","params":["token:no"]},{"methodName":"aria2.saveSession","params":["token:s3"]}]])",
+         R"([["OK"],{"code":1,"message":"A multicall cannot be within another one."},{"code":1,"message":"An entry is no call."},{"code":1,"message":"An entry is no call."},{"code":1,"message":"There is no method aria2.none."},)" +
+             no + "," + no + "]",
          true, true},
         {R"("method":"system.multicall")", R"({"code":1,"message":"The calls are not an array."})", false,
          false},

@@ -52,7 +52,7 @@ std::vector<std::string> ControlApi::places() const {
     return endpoint_ ? endpoint_->places() : std::vector<std::string>();
 }
 
-// The endpoint's thread.
+// Called on the endpoint's thread.
 void ControlApi::take(rpc::Run run, Endpoint::Answered answered) {
     {
         const MutexLock guard(mutex_);

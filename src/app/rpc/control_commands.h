@@ -1,4 +1,4 @@
-// `vantlow rpc ...`, and the options of a start that say how the control API is reached in this run.
+// `vantlow rpc ...`: the secret, and where the control API is reached.
 #pragma once
 
 #include "app/cli/command_set.h"

@@ -6,10 +6,10 @@
 
 #include "app/cli/engine_texts.h"
 #include "app/rpc/job_requests.h"
-#include "app/rpc/job_status.h"
 #include "base/codes.h"
 #include "base/text.h"
 #include "platform/file.h"
+#include "platform/socket.h"
 #include "store/address.h"
 
 namespace vantlow {
@@ -21,6 +21,8 @@ using rpc::Problem;
 
 // As many stopped downloads as front ends keep, too.
 constexpr std::size_t most_results = 1000;
+constexpr std::size_t most_torrents = 200;
+constexpr std::size_t gid_digits = 16;
 
 std::string hex_of(const Guid& guid) {
     return to_hex(std::as_bytes(std::span(guid.bytes)));
@@ -105,6 +107,7 @@ const std::vector<Guid>& EngineDownloads::list(Group group) {
 std::vector<Guid> EngineDownloads::find(std::string_view digits) {
     std::vector<Guid> found;
     for (const CJobNode* job : engine_.find_by_digits(digits)) found.push_back(job->identity);
+    if (found.size() == 1 && digits.size() >= gid_digits) return found;
     for (const Guid& job : result_order_) {
         const bool fits = guid_digits(guid_text(job)).value_or("").starts_with(digits);
         if (fits && std::ranges::find(found, job) == found.end()) found.push_back(job);
@@ -117,10 +120,20 @@ Phase EngineDownloads::phase(const Guid& job) {
     return results_.at(job).phase;
 }
 
+const TorrentFilesKnown* EngineDownloads::torrent(const CJobNode& job) {
+    if (kind_of(job) != JobKind::torrent) return nullptr;
+    if (const auto known = torrents_.find(job.identity); known != torrents_.end()) return &known->second;
+    auto read = read_torrent_files(engine_.torrent_info(job));
+    if (!read) return nullptr;
+    if (torrents_.size() >= most_torrents) torrents_.clear();
+    return &torrents_.emplace(job.identity, *std::move(read)).first->second;
+}
+
 rpc::JobStatus EngineDownloads::status(const Guid& job, unsigned parts) {
     const CJobNode* const found = record(job);
     if (found == nullptr) return results_.at(job);
-    rpc::JobStatus status = status_of(*found, engine_.progress(job), live_.find(*found), parts);
+    rpc::JobStatus status =
+        status_of(*found, engine_.progress(job), live_.find(*found), torrent(*found), parts);
     if (const auto document = following_.find(job); document != following_.end())
         status.following = document->second;
     return status;
@@ -142,9 +155,23 @@ std::vector<std::string> EngineDownloads::servers(const Guid& job) {
     return servers;
 }
 
-// No session tells of its peers yet.
-std::vector<rpc::Peer> EngineDownloads::peers(const Guid&) {
-    return {};
+// Sessions tell of a peer's address and whether it gives something, and of nothing else yet.
+std::vector<rpc::Peer> EngineDownloads::peers(const Guid& job) {
+    std::vector<rpc::Peer> peers;
+    for (const SessionConnection& connection : engine_.connections(job)) {
+        const auto colon = connection.peer.rfind(':');
+        if (colon == std::string::npos) continue;
+        std::string host = connection.peer.substr(0, colon);
+        if (host.starts_with('[') && host.ends_with(']')) host = host.substr(1, host.size() - 2);
+        const auto port = parse_decimal(std::string_view(connection.peer).substr(colon + 1));
+        if (!port || !SocketAddress::from_literal(host, 0)) continue;  // a tracker
+        rpc::Peer peer;
+        peer.address = host;
+        peer.port = *port;
+        peer.it_chokes = !connection.works;
+        peers.push_back(std::move(peer));
+    }
+    return peers;
 }
 
 std::u16string EngineDownloads::default_folder() const {
@@ -259,6 +286,7 @@ Problem EngineDownloads::remove(const Guid& job) {
     const Done done = engine_.remove(job, false);
     if (!done.ok() && done.fault != Done::Fault::running) return problem_of(done, job);
     following_.erase(job);
+    torrents_.erase(job);
     if (is_stopped(phase)) {
         known_.erase(job);
         return std::nullopt;
@@ -390,6 +418,7 @@ void EngineDownloads::changed(const Changes& changes) {
         }
         const auto known = known_.extract(change.job);
         following_.erase(change.job);
+        torrents_.erase(change.job);
         if (!known.empty() && !is_stopped(known.mapped()))
             options_.tell(word_for(Phase::removed), change.job);
     }
@@ -399,7 +428,7 @@ void EngineDownloads::ended(const JobEnd& end) {
     const Guid& job = end.job->identity;
     if (results_.contains(job)) return;
     if (end.gave_way) {
-        rpc::JobStatus last = status_of(*end.job, std::nullopt, nullptr, rpc::part::all);
+        rpc::JobStatus last = status_of(*end.job, std::nullopt, nullptr, nullptr, rpc::part::all);
         last.phase = Phase::complete;
         note(job, Phase::complete, true);
         keep_result(std::move(last));

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "app/process/live_jobs.h"
+#include "app/rpc/job_status.h"
 #include "engine/engine.h"
 #include "rpc/downloads.h"
 
@@ -73,6 +74,7 @@ class EngineDownloads final : public rpc::Downloads, public EngineListener {
     const Lists& lists();
     void note(const Guid& job, rpc::Phase now, bool has_run);
     void keep_result(rpc::JobStatus status);
+    const TorrentFilesKnown* torrent(const CJobNode& job);
     [[nodiscard]] const CJobNode* record(const Guid& job) const;
     [[nodiscard]] std::u16string default_folder() const;
     Added add_links(const rpc::NewJob& job, JobDraft draft);
@@ -87,6 +89,8 @@ class EngineDownloads final : public rpc::Downloads, public EngineListener {
     rpc::JobOptions defaults_;  ///< of jobs that are added here, for this run
     std::unordered_map<Guid, rpc::Phase, GuidHash> known_;
     std::unordered_map<Guid, Guid, GuidHash> following_;  ///< a job, and the document that named it
+    /// Descriptions that were read; some at most, since who asks for one asks again.
+    std::unordered_map<Guid, TorrentFilesKnown, GuidHash> torrents_;
     std::unordered_map<Guid, rpc::JobStatus, GuidHash> results_;
     std::deque<Guid> result_order_;
     std::uint64_t results_revision_ = 0;

@@ -8,7 +8,9 @@
 #include "base/safe_name.h"
 #include "base/text.h"
 #include "bt/magnet.h"
+#include "bt/torrent_content.h"
 #include "engine/kinds.h"
+#include "engine/selection.h"
 #include "store/address.h"
 
 namespace vantlow {
@@ -35,6 +37,7 @@ void clear(std::vector<bool>& bits, std::int64_t start, std::int64_t end, std::i
 
 std::vector<bool> bitfield_of(const CJobNode& job, const std::optional<JobProgress>& progress,
                               const rpc::JobStatus& status) {
+    if (kind_of(job) == JobKind::torrent && job.state != JobState::finished) return {};  // no session tells
     const bool has_begun = progress || !job.segments.empty() || job.state == JobState::finished;
     if (status.length <= 0 || !has_begun) return {};
     std::vector<bool> bits(static_cast<std::size_t>(status.pieces), true);
@@ -92,13 +95,14 @@ rpc::Reason reason_of(const CJobNode& job) {
     }
 }
 
-std::optional<rpc::TorrentStatus> torrent_of(const CJobNode& job) {
+std::optional<rpc::TorrentStatus> torrent_of(const CJobNode& job, const TorrentFilesKnown* known) {
     const auto magnet = parse_magnet(to_utf8(job.address), {});
     if (!magnet) return std::nullopt;
     rpc::TorrentStatus torrent;
     torrent.info_hash = to_hex(magnet->info_hash);
     torrent.name = job.file_name.empty() ? percent_decode(magnet->name) : to_utf8(job.file_name);
     torrent.comment = to_utf8(job.comment);
+    torrent.is_multi_file = known != nullptr && known->is_folder;
     for (const std::string& tracker : magnet->trackers)
         torrent.tiers.push_back({tracker_from_magnet(tracker)});
     return torrent;
@@ -113,21 +117,36 @@ std::u16string expected_name(const CJobNode& job) {
     return safe_file_name(to_utf16(percent_decode(path.substr(path.rfind('/') + 1))));
 }
 
-rpc::FileStatus file_of(const CJobNode& job, const std::u16string& path, const rpc::JobStatus& status) {
-    rpc::FileStatus file;
-    file.path = to_utf8(path);
-    file.length = status.length;
-    file.done = status.done;
-    if (kind_of(job) == JobKind::torrent) {
-        // Only a link is known yet, and no file.
-        if (status.length <= 0)
-            file.path = "[METADATA]" + torrent_of(job).value_or(rpc::TorrentStatus()).name;
-        return file;
+std::vector<rpc::FileStatus> files_of_torrent(const CJobNode& job, const std::u16string& path,
+                                              const rpc::JobStatus& status,
+                                              const TorrentFilesKnown* torrent) {
+    // Only a link is known yet, and no file.
+    if (torrent == nullptr)
+        return {{"[METADATA]" + torrent_of(job, nullptr).value_or(rpc::TorrentStatus()).name, status.length,
+                 status.done}};
+    // Before it begins only the folder around it is decided.
+    const std::u16string top = name_of(path).empty() ? join_path(folder_of(path), job.file_name) : path;
+    const bool is_whole = job.state == JobState::finished;
+    const auto chosen = select(job.rules ? job.rules->select : std::string(), torrent->files.count());
+    std::vector<rpc::FileStatus> files;
+    for (std::size_t i = 0; i < torrent->files.count(); ++i) {
+        const ListedFile& one = torrent->files.at(i);
+        if (one.padding) continue;
+        const bool is_chosen = !chosen || std::ranges::find(*chosen, files.size()) != chosen->end();
+        const std::u16string place = torrent->is_folder ? join_path(top, one.path) : top;
+        files.push_back({to_utf8(place), one.length, is_whole && is_chosen ? one.length : 0, is_chosen});
     }
+    if (files.size() == 1) files.front().done = status.done;
+    return files;
+}
+
+std::vector<rpc::FileStatus> files_of(const CJobNode& job, const std::u16string& path,
+                                      const rpc::JobStatus& status) {
+    rpc::FileStatus file{to_utf8(path), status.length, status.done};
     if (name_of(path).empty()) file.path = to_utf8(join_path(folder_of(path), expected_name(job)));
     for (const std::string& address : addresses_of(job))
         file.sources.push_back({address, file.sources.empty()});
-    return file;
+    return {std::move(file)};
 }
 
 }  // namespace
@@ -148,6 +167,15 @@ rpc::Phase phase_of(const CJobNode& job) noexcept {
     return rpc::Phase::paused;
 }
 
+std::optional<TorrentFilesKnown> read_torrent_files(std::string_view info) {
+    const auto content =
+        info.empty() ? Outcome<TorrentContent>(Code::unsupported) : read_torrent_content(info);
+    if (!content) return std::nullopt;
+    auto files = FileList::make(content->files);
+    if (!files) return std::nullopt;
+    return TorrentFilesKnown{*std::move(files), content->is_folder, content->piece_length};
+}
+
 std::vector<std::string> addresses_of(const CJobNode& job) {
     std::vector<std::string> addresses{JobView::address_of(job)};
     if (!job.sources) return addresses;
@@ -158,7 +186,7 @@ std::vector<std::string> addresses_of(const CJobNode& job) {
 }
 
 rpc::JobStatus status_of(const CJobNode& job, const std::optional<JobProgress>& progress, const LiveJob* live,
-                         unsigned parts) {
+                         const TorrentFilesKnown* torrent, unsigned parts) {
     rpc::JobStatus status;
     status.job = job.identity;
     status.phase = phase_of(job);
@@ -167,7 +195,7 @@ rpc::JobStatus status_of(const CJobNode& job, const std::optional<JobProgress>& 
     status.length = std::max<std::int64_t>(progress ? progress->size : JobView::size_of(job), 0);
     status.done = progress ? std::max<std::int64_t>(progress->done, 0) : JobView::done_of(job);
     if (status.length > 0) {
-        status.piece_length = piece_length_of(status.length);
+        status.piece_length = torrent != nullptr ? torrent->piece_length : piece_length_of(status.length);
         status.pieces = (status.length - 1) / status.piece_length + 1;
     }
     if (progress) status.connections = progress->connections;
@@ -176,9 +204,11 @@ rpc::JobStatus status_of(const CJobNode& job, const std::optional<JobProgress>& 
         status.error_code = static_cast<int>(reason_of(job));
         status.error = JobView::error_of(job);
     }
-    if ((parts & rpc::part::torrent) != 0 && kind_of(job) == JobKind::torrent)
-        status.torrent = torrent_of(job);
-    if ((parts & rpc::part::files) != 0) status.files.push_back(file_of(job, path, status));
+    const bool is_torrent = kind_of(job) == JobKind::torrent;
+    if ((parts & rpc::part::torrent) != 0 && is_torrent) status.torrent = torrent_of(job, torrent);
+    if ((parts & rpc::part::files) != 0)
+        status.files =
+            is_torrent ? files_of_torrent(job, path, status, torrent) : files_of(job, path, status);
     if ((parts & rpc::part::bitfield) != 0) status.bitfield = bitfield_of(job, progress, status);
     return status;
 }
