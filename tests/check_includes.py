@@ -36,6 +36,7 @@ ALLOWED = {
     "media": {"base", "platform"},
     "meta": {"base"},
     "engine": CORE - {"engine"},
+    "rpc": {"base"},
     "app/terminal": {"base", "platform", "transfer/job"},
     "app/process": CORE | {"app/terminal"},
     "app/cli": CLI,
@@ -43,10 +44,11 @@ ALLOWED = {
     "app/cli/store": CLI | {"app/cli"},
     "app/cli/tools": CLI | {"app/cli", "media"},
     "app/window/model": CLI,
-    "app/resident": CLI | {"app/cli", "app/cli/store"},
+    "app/rpc": CLI | {"app/cli", "rpc"},
+    "app/resident": CLI | {"app/cli", "app/cli/store", "app/rpc", "rpc"},
     "app/browser": CLI | {"app/cli", "app/cli/store", "app/resident"},
-    "app/window": CLI | {"app/window/model"},
-    "app": CLI | {"app/window", "app/cli", "app/cli/get", "app/cli/store", "app/cli/tools", "app/resident", "app/browser"},
+    "app/window": CLI | {"app/window/model", "media"},
+    "app": CLI | {"app/window", "app/cli", "app/cli/get", "app/cli/store", "app/cli/tools", "app/resident", "app/rpc", "app/browser"},
 }
 # Files that others may include of a folder that they must not know otherwise: what an address is.
 SHARED = {"transfer/http": {"store/address.h"}}
@@ -65,13 +67,14 @@ STANDARD = set(
     version""".split()
 )
 C_STANDARD = {"stddef.h", "stdint.h"}
+BEAST = ["endpoint_beast.cpp", "endpoint_http.cpp", "endpoint_parts.h", "endpoint_websocket.cpp"]
 # Headers of others, and the files (or folders, ending in "/") that may include them.
 ASIO = ["asio_parts.h", "datagrams_asio.cpp", "listener_asio.cpp", "loop_asio.cpp", "stream_asio.cpp"]
 THIRD_PARTY = {
     "gcrypt.h": ["base/digest.cpp"],
     "CLI/": ["app/cli/"],
-    "nlohmann/": ["app/cli/", "app/browser/"],
-    "boost/": [f"net/{name}" for name in ASIO],
+    "nlohmann/": ["app/cli/", "app/browser/", "app/rpc/", "rpc/"],
+    "boost/": [f"net/{name}" for name in ASIO] + [f"app/rpc/{name}" for name in BEAST],
     "wx/": ["app/window/"],
 }
 # The toolkit stays out of what the window shows, and what it lacks stands in one file for each system.
@@ -238,7 +241,10 @@ CLEAN = {
     "src/app/cli/words.h": '#include "app/process/exit.h"\n#include <CLI/CLI.hpp>\n',
     "src/app/cli/store/list.h": '#include "app/cli/words.h"\n',
     "src/app/cli/store/list.cpp": '#include "app/cli/store/list.h"\n',
-    "src/app/resident/serve.h": '#include "app/cli/store/list.h"\n',
+    "src/rpc/call.h": '#include "base/text.h"\n#include <nlohmann/json.hpp>\n',
+    "src/app/rpc/api.h": '#include "app/cli/words.h"\n#include "rpc/call.h"\n',
+    "src/app/rpc/endpoint_beast.cpp": "#include <boost/beast/core.hpp>\n",
+    "src/app/resident/serve.h": '#include "app/cli/store/list.h"\n#include "app/rpc/api.h"\n',
     "src/app/window/model/rows.h": '#include "engine/engine.h"\n',
     "src/app/window/frame.h": "",
     "src/app/window/frame.cpp": '#include "app/window/model/rows.h"\n#include <wx/frame.h>\n',
@@ -262,6 +268,10 @@ PLANTED = [
     ("src/app/cli/bad.h", '#include "app/cli/store/list.h"', "app/cli must not know"),
     ("src/app/cli/get/bad.h", '#include "app/cli/store/list.h"', "app/cli/get must not know"),
     ("src/app/cli/store/bad.h", '#include "app/resident/serve.h"', "app/cli/store must not know"),
+    ("src/rpc/bad.h", '#include "engine/engine.h"', "rpc must not know"),
+    ("src/engine/bad.h", '#include "rpc/call.h"', "engine must not know"),
+    ("src/app/rpc/bad.h", '#include "app/cli/store/list.h"', "app/rpc must not know"),
+    ("src/app/rpc/bad.h", "#include <boost/beast/core.hpp>", "belongs elsewhere"),
     ("src/app/window/model/bad.h", '#include "app/cli/words.h"', "app/window/model must not know"),
     ("src/app/process/bad.cpp", "#include <CLI/CLI.hpp>", "belongs elsewhere"),
     ("src/store/bad.cpp", '#include "store/none.h"', "does not exist"),

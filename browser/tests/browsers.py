@@ -12,7 +12,7 @@ import time
 
 import websocket
 
-WAIT = 15  # seconds for whatever is expected
+WAIT = 60  # seconds for whatever is expected
 
 
 def until(look, what, seconds=WAIT):

@@ -15,6 +15,7 @@
 #include "app/process/hand_over.h"
 #include "app/process/known_settings.h"
 #include "app/resident/resident.h"
+#include "app/rpc/control_commands.h"
 #include "base/text.h"
 #include "platform/console.h"
 #include "platform/event_loop.h"
@@ -51,6 +52,7 @@ void add_commands(CommandSet& commands) {
     add_combine_command(commands);
     add_media_command(commands);
     add_proxy_commands(commands);
+    add_control_commands(commands);
     add_browser_commands(commands);
     add_native_host_commands(commands);
     add_quit_command(commands);

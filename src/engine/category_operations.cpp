@@ -49,6 +49,17 @@ Done Engine::rename_category(const Guid& category, const std::u16string& name) {
     return {};
 }
 
+Done Engine::set_category_folder(const Guid& category, const std::u16string& folder) {
+    CClassNode* const node = store_->tree().find(category);
+    if (node == nullptr) return {Fault::no_category};
+    const bool follows = folder.empty() && node->parent != nullptr;
+    if (!follows && (folder.empty() || absolute_path(folder) != folder))
+        return {Fault::bad_value, {}, folder};
+    node->folder = follows ? node->parent->folder : folder;
+    store_->changed(*node);
+    return {};
+}
+
 Done Engine::move_category(const Guid& category, const Guid& parent) {
     CClassNode* const node = store_->tree().find(category);
     CClassNode* const above = store_->tree().find(parent);

@@ -18,6 +18,7 @@ namespace vantlow {
 struct JobDraft : JobRequest {
     std::vector<std::string> links;  ///< UTF-8: addresses, magnets, or paths of documents on this machine
     Guid category;                   ///< zero: the first one
+    Guid identity;                   ///< of the first new job that is made; zero: any
     std::u16string folder;           ///< absolute; empty: the category's
     std::u16string name;             ///< of the one file that is asked for
     std::u16string comment;          ///< empty: as a document says

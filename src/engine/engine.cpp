@@ -352,6 +352,13 @@ std::vector<RunningJob> Engine::running_jobs() const {
     return runner_ ? runner_->running_jobs() : std::vector<RunningJob>();
 }
 
+std::vector<const CJobNode*> Engine::queue() const {
+    std::vector<const CJobNode*> jobs;
+    jobs.reserve(store_->waiting().size());
+    for (const auto& [order, job] : store_->waiting()) jobs.push_back(job);
+    return jobs;
+}
+
 std::size_t Engine::waiting() const {
     return runner_ ? runner_->waiting() : store_->waiting().size();
 }

@@ -167,6 +167,8 @@ class Engine {
     [[nodiscard]] std::vector<RunningJob> running_jobs() const;
     [[nodiscard]] std::size_t running() const noexcept { return runner_ ? runner_->running() : 0; }
     [[nodiscard]] std::size_t waiting() const;
+    /// The jobs that wait for their turn, the next one first.
+    [[nodiscard]] std::vector<const CJobNode*> queue() const;
     /// True while the record of the job says that it runs.
     [[nodiscard]] bool is_running(const Guid& job) const { return runner_ && runner_->takes_place(job); }
     [[nodiscard]] bool has_work() const { return runner_ && (runner_->has_work() || awaits_choice()); }
@@ -186,6 +188,8 @@ class Engine {
     void file_only(std::function<bool(const CJobNode&)> wanted) { wanted_ = std::move(wanted); }
     /// Files a job that the client has made, as from a job list.
     Guid file(std::unique_ptr<CJobNode> job, const Guid& category);
+    /// Files the jobs of a job list. Those that are to be started by hand stop, the others wait.
+    std::vector<Guid> file_list(std::vector<std::unique_ptr<CJobNode>> jobs, const Guid& category);
     /// Lets the job wait for its turn, behind the others; one that waits or runs already is left alone. A
     /// finished job starts anew.
     Done start(const Guid& job);
@@ -235,6 +239,9 @@ class Engine {
     /// Removes a category; its jobs go to the category above it.
     Done remove_category(const Guid& category);
     Done rename_category(const Guid& category, const std::u16string& name);
+    /// Sets the folder of the jobs that are filed there from now on (a full path, else Fault::bad_value);
+    /// empty: that of the category above. Jobs that are there keep theirs.
+    Done set_category_folder(const Guid& category, const std::u16string& folder);
     Done move_category(const Guid& category, const Guid& parent);
 
     Done answer(std::uint64_t question, QuestionAnswer answer);

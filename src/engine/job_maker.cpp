@@ -97,7 +97,7 @@ JobDraft draft_of(const CJobNode& document, const JobOutcome& outcome) {
 }
 
 JobMaker::JobMaker(JobDraft draft, CredentialLookup credentials)
-    : draft_(std::move(draft)), credentials_(std::move(credentials)) {
+    : draft_(std::move(draft)), credentials_(std::move(credentials)), identity_(draft_.identity) {
     earlier_in(draft_.folder);
 }
 
@@ -107,7 +107,7 @@ ResumeIndex& JobMaker::earlier_in(const std::u16string& folder) {
 
 std::unique_ptr<CJobNode> JobMaker::new_job(const std::u16string& folder) {
     auto job = std::make_unique<CJobNode>();
-    job->identity = new_guid();
+    job->identity = identity_.is_zero() ? new_guid() : std::exchange(identity_, {});
     job->path = join_path(folder, u"");
     job->created = static_cast<std::int64_t>(std::time(nullptr));
     return job;

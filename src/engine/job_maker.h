@@ -67,6 +67,7 @@ class JobMaker {
 
     const JobDraft draft_;
     CredentialLookup credentials_;
+    Guid identity_;  ///< of the next new job, where one was asked for
     std::function<bool(const Guid&)> is_somebodys_;
     TorrentShelf* torrents_ = nullptr;
     std::map<std::u16string, ResumeIndex> earlier_;  ///< by folder

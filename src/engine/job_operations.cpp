@@ -64,6 +64,15 @@ Guid Engine::file(std::unique_ptr<CJobNode> job, const Guid& category) {
     return filed.identity;
 }
 
+std::vector<Guid> Engine::file_list(std::vector<std::unique_ptr<CJobNode>> jobs, const Guid& category) {
+    std::vector<Guid> filed;
+    for (auto& job : jobs) {
+        job->state = job->start_mode == 0 ? JobState::stopped : JobState::waiting;
+        filed.push_back(file(std::move(job), category));
+    }
+    return filed;
+}
+
 Added Engine::add(const JobDraft& draft) {
     Added added;
     const CClassNode* const category = store_->tree().find(draft.category);

@@ -30,6 +30,7 @@ std::optional<FlvMetadata> FlvMetadata::read(const MediaInput& input, std::int64
                                              const FlvTag& tag) {
     if (tag.type != flv::script || tag.data_size > longest_body) return std::nullopt;
     FlvMetadata metadata;
+    metadata.offset_ = offset;
     metadata.original_.resize(static_cast<std::size_t>(tag.whole_size()));
     if (!input.read(offset, metadata.original_)) return std::nullopt;
     const bool parsed = metadata.body_.Parse(metadata.original_.data() + flv::tag_header, tag.data_size);
@@ -49,9 +50,9 @@ std::optional<FlvMetadata> FlvMetadata::find(const MediaInput& input, std::int64
     return std::nullopt;
 }
 
-std::optional<double> FlvMetadata::duration() const {
+std::optional<double> FlvMetadata::number(std::u16string_view name) const {
     AmfFound found;
-    if (!body_.GetValue(u"duration", found, amf::number)) return std::nullopt;
+    if (!body_.GetValue(name, found, amf::number)) return std::nullopt;
     return std::get<double>(found);
 }
 
@@ -83,6 +84,11 @@ void FlvMetadata::set_totals(const FlvTotals& totals) {
         set_number(u"lastkeyframelocation", static_cast<double>(totals.last_keyframe_position));
     }
     if (has_keyframes()) (void)body_.SetKeyframes(totals.keyframe_positions, totals.keyframe_times);
+}
+
+void FlvMetadata::set_size(double width, double height) {
+    set_number(u"width", width);
+    set_number(u"height", height);
 }
 
 std::vector<std::byte> FlvMetadata::encoded() const {

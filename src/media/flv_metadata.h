@@ -32,13 +32,18 @@ class FlvMetadata {
     /// The first metadata of a file whose tags begin at flv::file_header; looks at `most_tags` tags.
     static std::optional<FlvMetadata> find(const MediaInput& input, std::int64_t most_tags);
 
-    /// Seconds; none when the metadata holds no such number.
-    [[nodiscard]] std::optional<double> duration() const;
+    /// An entry; none when the metadata holds no such number.
+    [[nodiscard]] std::optional<double> number(std::u16string_view name) const;
+    [[nodiscard]] std::optional<double> duration() const { return number(u"duration"); }  ///< seconds
     [[nodiscard]] bool has_keyframes() const;
     /// How many keyframes the index names; 0 when there is none.
     [[nodiscard]] std::size_t keyframe_count() const;
     /// Sets the entries that exist already; adds none.
     void set_totals(const FlvTotals& totals);
+    /// Sets the entries "width" and "height" where they exist already.
+    void set_size(double width, double height);
+    /// The place of the tag in its file.
+    [[nodiscard]] std::int64_t offset() const noexcept { return offset_; }
 
     /// The whole tag as it was read.
     [[nodiscard]] const std::vector<std::byte>& original() const noexcept { return original_; }
@@ -49,6 +54,7 @@ class FlvMetadata {
   private:
     void set_number(std::u16string_view name, double value);
 
+    std::int64_t offset_ = 0;
     std::vector<std::byte> original_;
     CAMF0 body_;
 };

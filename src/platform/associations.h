@@ -1,4 +1,5 @@
-// Associations: the files and links that the desktop opens with this program, for the current user only.
+// The desktop's knowledge of this program, for the current user only: the files and links that it opens with
+// it (associations), and whether it starts it with the user's session.
 #pragma once
 
 #include <array>
@@ -21,6 +22,12 @@ FileError associate(Association kind, const std::u16string& program);
 /// Takes the association back: everything that it replaced stands there again. Does nothing where the kind is
 /// not associated with this program.
 FileError dissociate(Association kind);
+
+/// Has the desktop start `program` (a full path) with these words whenever this user logs in; another call
+/// replaces the first. By freedesktop.org's desktop application autostart specification, or the registry.
+FileError start_with_session(const std::u16string& program, const std::string& words);
+/// Takes that back; does nothing where it is not so.
+FileError stop_starting_with_session();
 
 /// The clipboard formats in which links are dragged or pasted onto the program.
 inline constexpr std::array<std::u16string_view, 6> link_formats{

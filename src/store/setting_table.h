@@ -61,8 +61,9 @@ inline constexpr TextSetting backup_to{
     u"Others", u"BackupTo", u"", "the folder for a daily backup of the job database; empty: no backups"};
 inline constexpr TextSetting data_folder{u"Settings", u"DataFolder", u"",
                                          "the folder that holds the data folder; empty: the program chooses"};
-// The name of a language file, without ".lng". It is not documented until something is shown in its language.
-inline constexpr TextSetting language{u"Settings", u"Language", u"", ""};
+inline constexpr TextSetting language{
+    u"Settings", u"Language", u"",
+    "the window's language: the name of a language file (\"de\"); empty: the system's"};
 
 // Segments and connections.
 inline constexpr NumberSetting split_size{

@@ -279,6 +279,25 @@ TEST_F(RowsTest, ARunningJobChangesItsCellsAndMovesOnceASecond) {
     EXPECT_FALSE(rows.facts(rows.size()).has_value());
 }
 
+TEST_F(RowsTest, AWaitingJobsPlaceCountsThoseThatWait) {
+    const auto jobs = add({"http://a/a", "http://a/b", "http://a/c", "http://a/d"});
+    ASSERT_TRUE(engine->stop(jobs[1]).ok());
+    JobRows rows(*engine, live);
+    int places = 0;
+    rows.on_news([&places](const RowNews& change) { places += change.places ? 1 : 0; });
+    const auto all = [&] {
+        std::string cells;
+        for (const Guid& job : jobs) cells += rows.cell(*rows.row_of(job), Column::order) + ",";
+        return cells;
+    };
+    rows.changed(news(), now);
+    EXPECT_EQ(all(), "1,,2,3,");
+    ASSERT_TRUE(engine->reorder(jobs[3], Order::first).ok());
+    rows.changed(news(), now);
+    EXPECT_EQ(places, 1);
+    EXPECT_EQ(all(), "2,,3,1,");
+}
+
 TEST_F(RowsTest, TheTreeShowsCategoriesFirstAndWhatIsUnread) {
     const Guid job = add({"http://a/a"}, true)[0];
     ASSERT_TRUE(engine->start(job).ok());

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 
+#include "app/window/model/job_properties.h"
 #include "app/window/model/layout_memory.h"
 #include "app/window/model/texts.h"
 #include "app/window/model/translate.h"
@@ -271,6 +272,53 @@ TEST_F(WindowTest, AFormIsCheckedAndBecomesADraft) {
         ASSERT_EQ(faults.size(), 1U) << sentence_of(one.fault);
         EXPECT_EQ(faults[0], one.fault);
         EXPECT_FALSE(sentence_of(faults[0]).empty());
+    }
+}
+
+TEST_F(WindowTest, PropertiesAreSharedByJobsAndChangeWhatWasEntered) {
+    const auto jobs = add({"http://u@a.example/1", "http://a.example/2"}, true);
+    JobEdit first;
+    first.comment = u"one";
+    first.speed_limit = 3 << 20;
+    first.mirrors = {u"http://b.example/1"};
+    ASSERT_TRUE(engine->change(jobs[0], first).ok());
+    JobProperties both(*engine, {jobs[0], new_guid(), jobs[1]});
+    EXPECT_EQ(both.jobs(), jobs);
+    EXPECT_FALSE(both.has(Property::address) || both.has(Property::mirrors));
+    EXPECT_EQ(both.value(Property::comment), std::nullopt);
+    EXPECT_EQ(both.value(Property::connections), "5");
+    both.set(Property::comment, "");  // as the dialog shows values that differ
+    both.set(Property::connections, "5");
+    both.set(Property::referer, "http://r/");
+    const JobEdit edit = both.edit();
+    EXPECT_FALSE(edit.comment || edit.connections || edit.address || edit.mirrors || edit.speed_limit);
+    EXPECT_EQ(edit.referer, u"http://r/");
+
+    JobProperties one(*engine, {jobs[0]});
+    EXPECT_EQ(one.value(Property::limit), "3M");
+    EXPECT_EQ(one.value(Property::mirrors), "http://b.example/1\n");
+    one.set(Property::address, "http://c.example/new");
+    one.set(Property::mirrors, " http://d.example/1 \n\nhttp://e.example/1");
+    one.set(Property::limit, "");
+    EXPECT_EQ(one.fault(), "");
+    ASSERT_TRUE(engine->change(jobs[0], one.edit()).ok());
+    const CJobNode& changed = *engine->find(jobs[0]);
+    EXPECT_EQ(
+        changed.sources->mirrors,
+        (std::vector<std::u16string>{u"http://c.example/new", u"http://d.example/1", u"http://e.example/1"}));
+    EXPECT_EQ(changed.rules->speed_limit, 0);
+    EXPECT_EQ(changed.comment, u"one");
+    const struct {
+        Property property;
+        std::string text;
+    } wrong[] = {{Property::address, "nothing"},   {Property::mirrors, "http://a/\nhttp://"},
+                 {Property::limit, "fast"},        {Property::connections, "65"},
+                 {Property::connections, "a few"}, {Property::proxy, "ssh://u:secret@p"}};
+    for (const auto& [property, text] : wrong) {
+        JobProperties spoilt(*engine, {jobs[0]});
+        spoilt.set(property, text);
+        EXPECT_FALSE(spoilt.fault().empty()) << text;
+        EXPECT_EQ(spoilt.fault().find("secret"), std::string::npos);
     }
 }
 

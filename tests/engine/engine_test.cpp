@@ -358,6 +358,11 @@ TEST_F(EngineTest, CategoriesAreRefusedWhereTheyWouldNotBeFoundAgain) {
     EXPECT_EQ(engine->move_category(a, b).fault, Fault::below_itself);
     EXPECT_EQ(engine->remove_category(first).fault, Fault::first_category);
     EXPECT_TRUE(engine->rename_category(b, u"C").ok());
+    EXPECT_EQ(engine->set_category_folder(a, u"relative").fault, Fault::bad_value);
+    EXPECT_EQ(engine->set_category_folder(first, {}).fault, Fault::bad_value);
+    EXPECT_TRUE(engine->set_category_folder(a, folder.path(u"of a")).ok());
+    EXPECT_TRUE(engine->set_category_folder(b, {}).ok());
+    EXPECT_EQ(engine->find_category(b)->folder, folder.path(u"of a"));
     const Guid job = add_one("http://a/1");
     EXPECT_TRUE(engine->move(job, a).ok());
     EXPECT_TRUE(engine->remove_category(a).ok());

@@ -7,6 +7,7 @@
 #include "media/big_endian.h"
 #include "media/combine.h"
 #include "media/flv_tag.h"
+#include "media/video_size.h"
 #include "support/temp_folder.h"
 
 namespace vantlow {
@@ -183,6 +184,26 @@ TEST_F(FlvJoin, WritesNoneOfItsPieces) {
         EXPECT_EQ(combine_media(job, control).result.code, Code::local_file);
         EXPECT_EQ(folder_.read(name), film);
         ASSERT_TRUE(remove_file(folder_.path(name)).ok());
+    }
+}
+
+TEST_F(FlvJoin, ThePictureSizeIsCorrectedInPlace) {
+    const auto film = [](double width, double height) {
+        return head + tag(8, 0, "s") + metadata({{"duration", 1}, {"width", width}, {"height", height}}) +
+               tag(9, 0, key);
+    };
+    const auto path = folder_.write(u"film.flv", film(640, -5));
+    EXPECT_EQ(*read_video_size(path), (VideoSize{640, 0}));
+    EXPECT_FALSE(write_video_size(path, {0, 480}).ok());
+    EXPECT_EQ(folder_.read(u"film.flv"), film(640, -5));
+    EXPECT_TRUE(write_video_size(path, {854, 480}).ok());
+    EXPECT_EQ(folder_.read(u"film.flv"), film(854, 480));
+    const std::string without[] = {head + tag(9, 0, key), head + metadata({{"width", 3}}), "no film"};
+    for (const std::string& bytes : without) {
+        const auto other = folder_.write(u"other.flv", bytes);
+        EXPECT_FALSE(read_video_size(other).ok());
+        EXPECT_FALSE(write_video_size(other, {854, 480}).ok());
+        EXPECT_EQ(folder_.read(u"other.flv"), bytes);
     }
 }
 

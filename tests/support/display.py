@@ -126,8 +126,14 @@ class Vantlow:
         self.folder = pathlib.Path(folder)
         self.words = ["--data-dir", str(self.folder / "data"), "--settings", str(self.folder / "settings.ini")]
         (self.folder / "run").mkdir(mode=0o700, exist_ok=True)
+        self.set("Window/Welcomed=1")  # the questions of a first start are asked in tests that want them
         self.environment = dict(os.environ, HOME=str(self.folder), XDG_RUNTIME_DIR=str(self.folder / "run"))
         self.environment.pop("VANTLOW_NO_WINDOW", None)
+
+    def set(self, *settings):
+        """Writes its settings anew: "Section/Key=Value" each."""
+        text = "".join("[{}]\n{}\n".format(*one.split("/", 1)) for one in settings)
+        (self.folder / "settings.ini").write_text(text)
 
     def run(self, *words, without=(), more=None):
         environment = {k: v for k, v in dict(self.environment, **(more or {})).items() if k not in without}
@@ -166,9 +172,14 @@ class Vantlow:
     def find(self, role, name):
         """An object of the window by its role and its name."""
 
+        from gi.repository import GLib
+
         def look():
-            top = self.application()
-            return top and top.find(lambda n: n.role == role and n.name.startswith(name))
+            try:
+                top = self.application()
+                return top and top.find(lambda n: n.role == role and n.name.startswith(name))
+            except GLib.GError:
+                return None  # it was too busy to answer: it is asked again
 
         return until(look, f'the {role} "{name}"')
 

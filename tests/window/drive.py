@@ -21,7 +21,7 @@ CONTENT = bytes(range(256)) * 6000
 
 
 class Slow(http.server.BaseHTTPRequestHandler):
-    """Serves one file under every name, ranges and all, in pieces with pauses."""
+    """Serves one file under every name, ranges and all, in pieces with pauses; longer ones for "slow" names."""
 
     protocol_version = "HTTP/1.1"
 
@@ -40,7 +40,7 @@ class Slow(http.server.BaseHTTPRequestHandler):
         try:
             for at in range(begin, end, 65536):
                 self.wfile.write(CONTENT[at : min(at + 65536, end)])
-                time.sleep(0.02)
+                time.sleep(0.5 if "slow" in self.path else 0.02)
         except OSError:
             pass  # the other side has gone
 

@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-"""pictures.py PROGRAMS FOLDER: pictures of the window and its dialogs, in three languages, light and dark."""
+"""pictures.py PROGRAMS FOLDER: pictures of the window and its dialogs, in three languages, light and dark, at 100 and 200 %."""
 
 import http.server
 import os
@@ -15,7 +15,9 @@ import display  # noqa: E402
 import drive  # noqa: E402
 from display import press, to_front  # noqa: E402
 
-LOOKS = [("en", ""), ("en", "Adwaita:dark"), ("de", ""), ("zh-CN", "")]
+# Language, theme, scale.
+LOOKS = [("en", "", 1), ("en", "Adwaita:dark", 1), ("de", "", 1), ("zh-CN", "", 1), ("en", "", 2)]
+WELCOME = {"en": "^Welcome to Vantlow$", "de": "^Willkommen bei Vantlow$", "zh-CN": "Vantlow$"}
 
 
 class Server(drive.Slow):
@@ -38,29 +40,40 @@ def dialog(folder, name, *keys):
     press("Escape")
 
 
-def take(programs, folder, server, language, theme):
+def take(programs, folder, server, language, theme, scale):
     with tempfile.TemporaryDirectory() as own:
         window = drive.Window(programs, own)
-        pathlib.Path(own, "settings.ini").write_text(f"[Settings]\nLanguage={language}\n")
+        name = language + ("-dark" if theme else "") + ("-200" if scale > 1 else "")
+        window.set(f"Settings/Language={language}")
+        window.environment["GDK_SCALE"] = str(scale)
         window.environment["GTK_THEME"] = theme
         if not theme:
             del window.environment["GTK_THEME"]
         assert window.run().returncode == 0
+        to_front(WELCOME[language])
+        shot(folder, f"{name}-0-welcome")
+        press("Escape")
         to_front("^Vantlow$")
-        names = ["disc image.iso", "film.mp4", "Übersicht der Töne.pdf", "软件.zip"]
+        names = ["disc image.iso", "slow motion.mp4", "Übersicht der Töne.pdf", "软件.zip"]
         window.run("add", "--dir", own + "/files", *(f"{server}/{n}".replace(" ", "%20") for n in names))
         window.run("add", "--paused", "--dir", own + "/files", f"{server}/later.bin", f"{server}/even-later.bin")
         window.run("add", "--dir", own + "/files", f"{server}/missing.bin")
-        name = language + ("-dark" if theme else "")
         shot(folder, f"{name}-1-running")
+        dialog(folder, f"{name}-1-exit", "ctrl+q")
         time.sleep(4)
         press("Home", "Down", "Up")
         shot(folder, f"{name}-2-main")
         dialog(folder, f"{name}-3-new", "ctrl+n")
         dialog(folder, f"{name}-4-options", "ctrl+alt+o")
         dialog(folder, f"{name}-5-properties", "alt+Return")
+        press("ctrl+a")
+        dialog(folder, f"{name}-5-properties-of-all", "alt+Return")
+        dialog(folder, f"{name}-5-remove", "Delete")
+        for what, *keys in (("category", "alt+f", "c"), ("export", "alt+f", "e"), ("join", "alt+t", "j")):
+            if language == "en":  # by the mnemonics of its menus
+                dialog(folder, f"{name}-5-{what}", *keys)
         for i, key in enumerate(("alt+f", "alt+d", "alt+v", "alt+t", "alt+h")):
-            if language == "en" and not theme:
+            if language == "en" and not theme and scale == 1:
                 dialog(folder, f"{name}-6-menu{i}", key)
         window.run("quit")
 
@@ -73,9 +86,9 @@ def main(programs, folder):
     target.mkdir(parents=True, exist_ok=True)
     server = http.server.ThreadingHTTPServer(("127.0.0.1", 0), Server)
     threading.Thread(target=server.serve_forever, daemon=True).start()
-    with display.display():
-        for language, theme in LOOKS:
-            take(programs, target, f"http://127.0.0.1:{server.server_port}", language, theme)
+    for language, theme, scale in LOOKS:
+        with display.display(f"{1280 * scale}x{900 * scale}"):
+            take(programs, target, f"http://127.0.0.1:{server.server_port}", language, theme, scale)
     print(f"{len(list(target.glob('*.png')))} pictures in {os.path.relpath(target)}")
 
 

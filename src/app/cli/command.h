@@ -27,6 +27,7 @@ struct GlobalOptions {
     bool quiet = false;
     bool verbose = false;
     bool no_window = false;      ///< the resident program opens none
+    bool minimized = false;      ///< its window begins minimised, or in the tray
     bool in_background = false;  ///< another process started this one, and reports that it runs
 };
 

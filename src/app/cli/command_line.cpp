@@ -10,6 +10,34 @@
 namespace vantlow {
 namespace {
 
+// The control API of this run: its settings, under words of their own.
+void add_control_options(CLI::App& app, GlobalOptions& global) {
+    const auto set = [&global](const std::string& name, const std::string& value) {
+        global.set.push_back("RPC/" + name + "=" + value);
+    };
+    const auto listen = [set](const std::string& place) {
+        const auto colon = place.rfind(':');
+        if (colon == std::string::npos) throw CLI::ValidationError("--rpc-listen", "takes ADDRESS:PORT");
+        set("Enable", "1");
+        set("Listen", place.substr(0, colon));
+        set("Port", place.substr(colon + 1));
+    };
+    const auto allow = [set](const std::vector<std::string>& origins) {
+        std::string all;
+        for (const std::string& origin : origins) all += (all.empty() ? "" : " ") + origin;
+        set("AllowOrigin", all);
+    };
+    app.add_option_function<std::string>(
+        "--rpc-listen", listen,
+        "ADDRESS:PORT: open the control API of the resident program there, for this run");
+    app.add_option_function<std::string>(
+        "--rpc-secret", [set](const std::string& secret) { set("Secret", secret); },
+        "The secret that others have to show it in this run; none: no secret");
+    app.add_option_function<std::vector<std::string>>(
+           "--rpc-allow-origin", allow, "A web page that may use it, such as https://host; repeatable")
+        ->allow_extra_args(false);
+}
+
 void add_global_options(CLI::App& app, GlobalOptions& global, std::string& data_folder,
                         std::string& settings_file) {
     app.add_option("--data-dir", data_folder, "The data folder, with jobs, logs and proxy list")
@@ -21,8 +49,10 @@ void add_global_options(CLI::App& app, GlobalOptions& global, std::string& data_
     app.add_flag("--json", global.json, "Output for programs");
     app.add_flag("-q,--quiet", global.quiet, "Print errors only");
     app.add_flag("-v,--verbose", global.verbose, "Print the job log, line by line, to stderr");
+    app.add_flag("--minimized", global.minimized, "Start with the window minimised, or in the tray");
     app.add_flag("--no-window", global.no_window, "Run the resident program without a window")
         ->envname("VANTLOW_NO_WINDOW");
+    add_control_options(app, global);
     app.add_flag("--started-in-background", global.in_background)->group("");  // by the program itself
 }
 
@@ -116,7 +146,7 @@ Command read_command_line(const Words& words, const std::function<void(CommandSe
         command = chosen_command(app, commands);
     }
     command.global = std::move(global);
-    command.shows_window = command.shows_window && !command.global.no_window;
+    command.shows_window = command.shows_window && !command.global.no_window && !command.global.minimized;
     command.global.data_folder = to_utf16(data_folder);
     command.global.settings_file = to_utf16(settings_file);
     return command;

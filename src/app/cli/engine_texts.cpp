@@ -125,6 +125,22 @@ std::optional<QuestionAnswer> read_selection(const Question& question, std::stri
 
 }  // namespace
 
+std::string_view kind_name(QuestionKind kind) noexcept {
+    switch (kind) {
+        case QuestionKind::host_key:
+            return "host-key";
+        case QuestionKind::certificate:
+            return "certificate";
+        case QuestionKind::credentials:
+            return "credentials";
+        case QuestionKind::overwrite:
+            return "overwrite";
+        case QuestionKind::which_files:
+            return "which-files";
+    }
+    return "";
+}
+
 std::string text_of(const Question& question) {
     switch (question.kind) {
         case QuestionKind::host_key:

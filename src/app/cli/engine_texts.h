@@ -16,6 +16,8 @@ std::string text_of(const DraftFault& fault);
 Complaint text_of(const ProxyFault& fault);
 /// Nothing where the operation was done; `subject` is the job's id or the name that it was about.
 Complaint text_of(const Done& done, const std::string& subject);
+/// The kind of a question as programs are told it: "host-key".
+std::string_view kind_name(QuestionKind kind) noexcept;
 /// The question with the answers that it takes: "(yes/no)".
 std::string text_of(const Question& question);
 /// Reads a person's answer to the question; none where the text is no answer.

@@ -4,6 +4,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "app/process/desktop.h"
 #include "engine/engine.h"
@@ -56,6 +57,9 @@ class CFerrywellApp {
     Engine* engine(std::string& error);
     /// True where this process runs the jobs of the data folder.
     [[nodiscard]] bool runs_jobs() const noexcept { return engine_ && engine_->runs(); }
+    /// The addresses at which the control API of this process listens; empty: it does not.
+    [[nodiscard]] const std::vector<std::string>& control_places() const noexcept { return control_places_; }
+    void set_control_places(std::vector<std::string> places) { control_places_ = std::move(places); }
     /// The options that every engine of this process is made with.
     [[nodiscard]] Engine::Options engine_options();
 
@@ -71,6 +75,7 @@ class CFerrywellApp {
     bool folder_named_ = false;
     SessionClaim session_;
     DataFolderLock folder_lock_;
+    std::vector<std::string> control_places_;
     std::unique_ptr<Engine> engine_;  // last: it uses the above
 };
 

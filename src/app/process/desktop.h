@@ -22,6 +22,8 @@ class DesktopHost {
     /// Has the window run this thread: `wake` (any thread) asks for a turn() soon. `window`: the system's
     /// handle of the main window (Windows), or null.
     virtual void be_hosted(std::function<void()> wake, void* window) = 0;
+    /// The window begins minimised, or in the tray where closing it goes there.
+    [[nodiscard]] virtual bool starts_minimized() const noexcept = 0;
     /// Does what is to be done for the engine and for other starts of the program; waits for nothing. False
     /// once the process is to end.
     virtual bool turn() = 0;

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "app/process/ending.h"
+#include "app/process/known_settings.h"
 #include "base/text.h"
 #include "platform/associations.h"
 #include "platform/system_services.h"
@@ -16,6 +17,9 @@ constexpr std::array<std::pair<NumberSetting, Association>, 3> monitored{{
     {setting::monitor_ed2k, Association::ed2k_links},
     {setting::monitor_magnet, Association::magnet_links},
 }};
+
+// The words of the command line with which the desktop starts this program.
+constexpr const char* session_words = "--minimized";
 
 }  // namespace
 
@@ -37,6 +41,9 @@ void associate_as_set(CFerrywellApp& app) {
         const FileError error = associate(kind, app.program_file());
         if (!error.ok()) complain("Monitor/" + to_utf8(wish.key) + ": " + error.text());
     }
+    if (!app.settings().flag(setting::start_with_session)) return;
+    const FileError error = start_with_session(app.program_file(), session_words);
+    if (!error.ok()) complain("Window/StartWithSession: " + error.text());
 }
 
 FileError follow_setting(CFerrywellApp& app, std::u16string_view section, std::u16string_view key) {
@@ -44,7 +51,10 @@ FileError follow_setting(CFerrywellApp& app, std::u16string_view section, std::u
         if (!iequals(section, wish.section) || !iequals(key, wish.key)) continue;
         return app.settings().flag(wish) ? associate(kind, app.program_file()) : dissociate(kind);
     }
-    return {};
+    const NumberSetting& session = setting::start_with_session;
+    if (!iequals(section, session.section) || !iequals(key, session.key)) return {};
+    return app.settings().flag(session) ? start_with_session(app.program_file(), session_words)
+                                        : stop_starting_with_session();
 }
 
 }  // namespace vantlow

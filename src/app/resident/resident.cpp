@@ -19,7 +19,8 @@ CommandAnswer run_words(CFerrywellApp& app, const Command& command) {
         answer.status = command.status;
         return answer;
     }
-    if (!command.global.set.empty()) complain("--set has no effect on the Vantlow that is running already.");
+    if (!command.global.set.empty())
+        complain("--set and --rpc-... have no effect on the Vantlow that is running already.");
     app.settings().refresh();
     answer.status = command.run(app, command.global);
     return answer;
@@ -28,6 +29,7 @@ CommandAnswer run_words(CFerrywellApp& app, const Command& command) {
 }  // namespace
 
 Resident::~Resident() {
+    control_.reset();
     engine_.end_running();
     watch_.reset();
     loop_.reset();
@@ -67,6 +69,23 @@ bool Resident::publish(std::string& error) {
 void Resident::end_when_idle(Display display) {
     ends_when_idle_ = true;
     display_ = std::move(display);
+}
+
+void Resident::open_control() {
+    control_ = std::make_unique<ControlApi>(
+        ControlApi::Host{engine_, app_.settings(), app_.engine_options().agent,
+                         [this](std::function<void()> work) { loop_->post(std::move(work)); },
+                         [this] { wake(); }, [this] { loop_->quit(); },
+                         [this](std::u16string_view section, std::u16string_view key) {
+                             return vantlow::follow_setting(app_, section, key);
+                         }});
+    look_at_control();
+}
+
+void Resident::look_at_control() {
+    if (!control_) return;
+    if (const std::string complaint = control_->look(); !complaint.empty()) complain(complaint);
+    app_.set_control_places(control_->places());
 }
 
 void Resident::be_hosted(std::function<void()> wake, void* window) {
@@ -117,6 +136,7 @@ void Resident::on_timer(int timer) {
             engine_.pump();
             look_whether_idle();
             look_at_memory();
+            look_at_control();
             break;
         case save_timer:
             engine_.save_behind();
@@ -195,6 +215,7 @@ Exit Resident::run() {
     } else {
         loop_->run();
     }
+    control_.reset();
     const bool saved = close();
     const Exit status = app_.stop().requested() ? Exit::interrupted : saved ? Exit::done : Exit::failed;
     return leave(connections_.resolver, status, [this] {

@@ -9,6 +9,7 @@
 
 #include "app/cli/command.h"
 #include "app/process/application.h"
+#include "app/rpc/control_api.h"
 #include "engine/engine.h"
 #include "platform/console.h"
 #include "platform/event_loop.h"
@@ -39,8 +40,13 @@ class Resident : private DesktopHost {
     [[nodiscard]] ThreadPool& threads() noexcept { return threads_; }
     /// Has run() end when nothing is left to run, instead of staying until it is told to quit.
     void end_when_idle(Display display);
+    /// Opens the control API where the settings ask for it, now or later. After open().
+    void open_control();
     /// Has this window run the loop's thread, and stand for the process.
-    void show(Desktop& desktop) noexcept { desktop_ = &desktop; }
+    void show(Desktop& desktop, bool minimized) noexcept {
+        desktop_ = &desktop;
+        starts_minimized_ = minimized;
+    }
     /// Runs until quit, Ctrl-C (a second one does not wait), the end of the session, or idleness; then ends
     /// all jobs and saves everything. Exit::failed when that could not be saved, Exit::interrupted after
     /// Ctrl-C.
@@ -51,6 +57,7 @@ class Resident : private DesktopHost {
     [[nodiscard]] Engine& engine() noexcept override { return engine_; }
     [[nodiscard]] Settings& settings() noexcept override { return app_.settings(); }
     void be_hosted(std::function<void()> wake, void* window) override;
+    [[nodiscard]] bool starts_minimized() const noexcept override { return starts_minimized_; }
     bool turn() override;
     void follow_setting(std::u16string_view section, std::u16string_view key) override;
     void quit() noexcept override { loop_->quit(); }
@@ -59,6 +66,7 @@ class Resident : private DesktopHost {
     void wake();
     void look_whether_idle();
     void look_at_memory();
+    void look_at_control();
     bool close();
     bool publish(std::string& error);
     static void on_interrupt(void* context, int count);
@@ -72,11 +80,13 @@ class Resident : private DesktopHost {
     std::optional<InterruptWatch> watch_;  ///< from the loop's beginning on; ends before it
     Display display_;
     Desktop* desktop_ = nullptr;
+    bool starts_minimized_ = false;
     bool ends_when_idle_ = false;
     bool used_memory_ = false;  ///< since memory was given back last
     Clock::time_point next_give_back_{};
     bool closed_ = false;
     bool saved_ = true;
+    std::unique_ptr<ControlApi> control_;  ///< null: nobody but other starts of the program steers this one
     std::atomic<bool> woken_{false};
 };
 

@@ -94,6 +94,7 @@ Exit stay_resident(CFerrywellApp& app, const GlobalOptions& global, const Start&
     if (!resident.open(EventLoop::Role::main, question_patience, window != nullptr, error))
         return complain(error);
     engine->add_listener(voice);
+    resident.open_control();
     CJobLog dial_log;
     if (const Result dialled = dial_as_set(app, dial_log); !dialled.ok()) complain(dialled.message());
     associate_as_set(app);
@@ -102,7 +103,7 @@ Exit stay_resident(CFerrywellApp& app, const GlobalOptions& global, const Start&
     if (!global.in_background) tell_that_it_runs(app, global);
     if (app.settings().flag(setting::start_all)) start_all(*engine);
     if (begin) begin();
-    if (window != nullptr) resident.show(*window);
+    if (window != nullptr) resident.show(*window, global.minimized);
     const Exit status = resident.run();
     engine->remove_listener(voice);
     return status;

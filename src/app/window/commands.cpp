@@ -70,11 +70,17 @@ CommandWords of_window(Command command) {
             return {ui(tr("&Find")), "Ctrl+F", ui(tr("Show only downloads that hold a text"))};
         case command_category_add:
             return {ui(tr("New &category...")), "", ui(tr("Add a category below this one"))};
-        case command_category_rename:
-            return {ui(tr("Re&name category...")), "", ui(tr("Rename this category"))};
+        case command_category_edit:
+            return {ui(tr("&Edit category...")), "",
+                    ui(tr("Change the name and the folder of this category"))};
         case command_category_remove:
             return {ui(tr("Remove ca&tegory...")), "",
                     ui(tr("Remove this category; its downloads go to the one above"))};
+        case command_import:
+            return {ui(tr("&Import...")), "",
+                    ui(tr("Add the downloads of a job list or of a list of links"))};
+        case command_export:
+            return {ui(tr("&Export...")), "", ui(tr("Write downloads to a job list"))};
         case command_columns:
             return {ui(tr("C&olumns...")), "", ui(tr("Choose the columns of the list"))};
         case command_pane_views:
@@ -95,6 +101,10 @@ CommandWords of_window(Command command) {
                     true};
         case command_questions:
             return {ui(tr("Open &questions")), "", ui(tr("Ask again what was put off"))};
+        case command_combine:
+            return {ui(tr("&Join films...")), "", ui(tr("Make one file of the pieces of a film"))};
+        case command_video_size:
+            return {ui(tr("&Picture size...")), "", ui(tr("Correct the picture size that a film states"))};
         case command_options:
             return {ui(tr("&Options...")), "Ctrl+Alt+O", ui(tr("Change settings")), Picture::options};
         case command_about:

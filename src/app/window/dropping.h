@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "app/window/model/live_jobs.h"
+#include "app/process/live_jobs.h"
 
 namespace vantlow {
 

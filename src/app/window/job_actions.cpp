@@ -4,11 +4,13 @@
 
 #include <algorithm>
 
+#include "app/process/known_settings.h"
+#include "app/window/category_dialog.h"
+#include "app/window/confirm.h"
 #include "app/window/detail_tabs.h"
 #include "app/window/model/texts.h"
 #include "app/window/model/translate.h"
 #include "app/window/properties_dialog.h"
-#include "app/window/question_dialog.h"
 #include "app/window/words.h"
 #include "platform/desktop.h"
 #include "platform/file.h"
@@ -167,11 +169,10 @@ void JobActions::start_over() {
         jobs.push_back(job->identity);
         loses = loses || job->state != JobState::finished;
     }
-    if (loses) {
-        if (!confirm(parent_, ui(tr("Start over")),
-                     ui(tr("Start over? What was downloaded so far is erased.")), ui(tr("&Start over"))))
-            return;
-    }
+    if (loses &&
+        !confirm_as_set(parent_, model_, setting::confirm_start_over, ui(tr("Start over")),
+                        ui(tr("Start over? What was downloaded so far is erased.")), ui(tr("&Start over"))))
+        return;
     for (const Guid& job : jobs) {
         const Done done = model_.engine.start_over(job);
         if (done.fault != Done::Fault::no_job) tell(done, {});
@@ -227,7 +228,9 @@ void JobActions::remove(bool with_files) {
                        "Remove %1 downloads and put their files into the bin?", count);
         if (count == 1) question = fill(tr("Remove \"%1\" and put its file into the bin?"), {name});
     }
-    if (!confirm(parent_, ui(tr("Remove")), ui(question), ui(tr("&Remove")))) return;
+    if (!confirm_as_set(parent_, model_, setting::confirm_removal, ui(tr("Remove")), ui(question),
+                        ui(tr("&Remove"))))
+        return;
     // Those that run go when they have ended.
     const Removed removed = model_.engine.remove_all(ids, with_files ? Files::bin : Files::keep);
     for (const auto& [job, done] : removed.failures) tell(done, {});
@@ -250,24 +253,29 @@ std::vector<Guid> JobActions::add(const JobDraft& draft) {
 }
 
 void JobActions::add_category(const Guid& parent) {
-    wxTextEntryDialog dialog(&parent_, ui(tr("The category's &name:")), ui(tr("New category")));
-    name_buttons(dialog);
-    if (dialog.ShowModal() != wxID_OK || dialog.GetValue().empty()) return;
-    const std::string name = utf8_of(dialog.GetValue());
-    tell(model_.engine.add_category(to_utf16(name), {}, parent).done, name);
+    const CClassNode* const above = model_.engine.find_category(parent);
+    if (above == nullptr) return;
+    const auto form = ask_category(parent_, tr("New category"), {}, above->folder);
+    if (!form || form->name.empty()) return;
+    const Done done = form->folder.empty() || absolute_path(form->folder) == form->folder
+                          ? model_.engine.add_category(form->name, form->folder, parent).done
+                          : Done{Done::Fault::bad_value, {}, form->folder};
+    tell(done, shown(form->name));
     tell_all();
     settle();
 }
 
-void JobActions::rename_category(const Guid& category) {
+void JobActions::edit_category(const Guid& category) {
     const CClassNode* const node = model_.engine.find_category(category);
     if (node == nullptr) return;
-    wxTextEntryDialog dialog(&parent_, ui(tr("The category's &name:")), ui(tr("Rename category")),
-                             ui(shown(node->name)));
-    name_buttons(dialog);
-    if (dialog.ShowModal() != wxID_OK || dialog.GetValue().empty()) return;
-    const std::string name = utf8_of(dialog.GetValue());
-    tell(model_.engine.rename_category(category, to_utf16(name)), name);
+    const CategoryForm before{node->name, node->folder};
+    const std::u16string above = node->parent != nullptr ? node->parent->folder : node->folder;
+    const auto form = ask_category(parent_, tr("Edit category"), before, above);
+    if (!form) return;
+    if (!form->name.empty() && form->name != before.name)
+        tell(model_.engine.rename_category(category, form->name), shown(form->name));
+    if (form->folder != before.folder)
+        tell(model_.engine.set_category_folder(category, form->folder), shown(form->folder));
     tell_all();
     settle();
 }

@@ -29,7 +29,7 @@ class JobActions {
     /// Files what a draft says and starts it, as soon as it is safe. Returns the new jobs.
     std::vector<Guid> add(const JobDraft& draft);
     void add_category(const Guid& parent);
-    void rename_category(const Guid& category);
+    void edit_category(const Guid& category);
     void remove_category(const Guid& category);
     /// To be called after a change: the jobs that were added begin once they are safe on the disk.
     void settle();

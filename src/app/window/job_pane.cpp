@@ -7,9 +7,9 @@
 
 #include <algorithm>
 
+#include "app/window/confirm.h"
 #include "app/window/model/translate.h"
 #include "app/window/pictures.h"
-#include "app/window/question_dialog.h"
 #include "app/window/words.h"
 
 namespace vantlow {
@@ -158,6 +158,7 @@ void JobPane::take_news(const RowNews& news) {
         table_->select(model_.rows.selected_rows());
         if (!news.removed.empty() && events_.selected) events_.selected();
     }
+    if (news.places) return table_->redraw();
     if (!news.changed.empty()) table_->redraw(news.changed);
 }
 

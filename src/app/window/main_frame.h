@@ -15,6 +15,7 @@
 #include "app/window/detail_tabs.h"
 #include "app/window/drawn.h"
 #include "app/window/dropping.h"
+#include "app/window/end_notices.h"
 #include "app/window/job_actions.h"
 #include "app/window/job_pane.h"
 #include "app/window/system.h"
@@ -23,6 +24,18 @@
 
 namespace vantlow {
 
+/// The panes around the job list, by the commands that show and hide them and by their names in the layout.
+struct FramePane {
+    Command command;
+    const char* name;
+};
+inline constexpr FramePane views_frame_pane{command_pane_views, "views"};
+inline constexpr FramePane tabs_frame_pane{command_pane_tabs, "tabs"};
+inline constexpr FramePane speed_frame_pane{command_pane_speed, "speed"};
+inline constexpr FramePane frame_panes[] = {views_frame_pane, tabs_frame_pane, speed_frame_pane};
+
+/// Its parts stand in main_frame.cpp (the panes and the round), main_frame_commands.cpp, main_frame_links.cpp
+/// and main_frame_layout.cpp.
 class MainFrame : public wxFrame {
   public:
     MainFrame(DesktopHost& host, WindowModel& model);
@@ -37,9 +50,7 @@ class MainFrame : public wxFrame {
 
   private:
     void build_panes();
-    void build_menus();
-    void build_toolbar();
-    void build_status();
+    void build_bars();
     void bind();
     void take_layout();
     void give_layout();
@@ -56,13 +67,16 @@ class MainFrame : public wxFrame {
     bool give_by_key(const wxKeyEvent& event);
     void on_key(wxKeyEvent& event);
     void on_close(wxCloseEvent& event);
-    void show_pane(const wxString& name, bool shown);
-    [[nodiscard]] bool is_pane_shown(const wxString& name);
+    void show_pane(const FramePane& pane, bool shown);
+    [[nodiscard]] bool is_pane_shown(const FramePane& pane);
+    void quit();
+    void first_start();
     void pop_up_jobs();
     void pop_up_views();
     void pop_up_spans();
     void move_to(int index);
     void drag_jobs();
+    void join_films();
     void new_jobs(const std::string& text);
     void take_dropped(const Dropped& dropped, const wxPoint& on_screen);
     void paste();
@@ -70,7 +84,8 @@ class MainFrame : public wxFrame {
     void ask_next();
     void show_options();
     void show_about();
-    void say(const std::string& text);
+    void say(const std::string& text, int icon = wxICON_WARNING);
+    void tell_about(const std::string& text);
 
     DesktopHost& host_;
     WindowModel& model_;
@@ -87,6 +102,7 @@ class MainFrame : public wxFrame {
     DropZone* zone_ = nullptr;
     std::unique_ptr<Tray> tray_;
     std::unique_ptr<ClipboardWatch> clipboard_;
+    std::unique_ptr<EndNotices> notices_;
     std::vector<Guid> move_targets_;       ///< the categories in the menu that is open
     std::vector<std::string> said_;        ///< sentences that the bar shows
     std::vector<Guid> dragged_;            ///< the jobs that are being dragged

@@ -4,15 +4,14 @@
 #include <wx/checkbox.h>
 #include <wx/choice.h>
 #include <wx/collpane.h>
-#include <wx/dirdlg.h>
 #include <wx/sizer.h>
 #include <wx/spinctrl.h>
 #include <wx/stattext.h>
 #include <wx/textctrl.h>
 
+#include "app/window/confirm.h"
 #include "app/window/model/texts.h"
 #include "app/window/model/translate.h"
-#include "app/window/question_dialog.h"
 #include "app/window/words.h"
 
 namespace vantlow {
@@ -61,15 +60,6 @@ NewJobDialog::NewJobDialog(wxWindow& parent, WindowModel& model, NewJobForm form
     look();
 }
 
-wxTextCtrl* NewJobDialog::add_text(wxWindow* parent, wxSizer& grid, const wxString& label,
-                                   const wxString& value, long style) {
-    grid.Add(new wxStaticText(parent, wxID_ANY, label), wxSizerFlags().CentreVertical());
-    auto* const control = new wxTextCtrl(parent, wxID_ANY, value, wxDefaultPosition, wxDefaultSize, style);
-    control->SetName(wxControl::RemoveMnemonics(label));
-    grid.Add(control, wxSizerFlags(1).Expand());
-    return control;
-}
-
 void NewJobDialog::build_places(wxSizer& all) {
     auto* const grid = new wxFlexGridSizer(2, FromDIP(wxSize(8, 6)));
     grid->AddGrowableCol(1);
@@ -85,19 +75,8 @@ void NewJobDialog::build_places(wxSizer& all) {
     }
     if (category_->GetSelection() < 0) category_->SetSelection(0);
     grid->Add(category_, wxSizerFlags().Expand());
-    grid->Add(new wxStaticText(this, wxID_ANY, ui(tr("&Folder:"))), wxSizerFlags().CentreVertical());
-    auto* const line = new wxBoxSizer(wxHORIZONTAL);
-    folder_ = new wxTextCtrl(this, wxID_ANY, ui(to_utf8(form_.folder)));
-    folder_->SetName(ui(tr("Folder")));
-    line->Add(folder_, wxSizerFlags(1).Expand());
-    auto* const browse = new wxButton(this, wxID_ANY, ui(tr("&Browse...")));
-    browse->Bind(wxEVT_BUTTON, [this](wxCommandEvent&) {
-        wxDirDialog dialog(this, ui(tr("Folder")), ui(to_utf8(model_.new_jobs.folder_of(form_))));
-        if (dialog.ShowModal() == wxID_OK) folder_->SetValue(dialog.GetPath());
-    });
-    line->Add(browse, wxSizerFlags().Border(wxLEFT, FromDIP(6)));
-    grid->Add(line, wxSizerFlags().Expand());
-    name_ = add_text(this, *grid, ui(tr("&Name:")), ui(to_utf8(form_.name)));
+    folder_ = add_folder(*this, *grid, ui(tr("&Folder:")), form_.folder, model_.new_jobs.folder_of(form_));
+    name_ = add_text(*this, *grid, ui(tr("&Name:")), ui(to_utf8(form_.name)));
     name_->SetHint(ui(tr("as the server names it")));
     grid->Add(new wxStaticText(this, wxID_ANY, ui(tr("C&onnections:"))), wxSizerFlags().CentreVertical());
     auto* const last = new wxBoxSizer(wxHORIZONTAL);
@@ -121,17 +100,17 @@ void NewJobDialog::build_more(wxSizer& all) {
     wxWindow* const pane = fold->GetPane();
     auto* const grid = new wxFlexGridSizer(2, FromDIP(wxSize(8, 6)));
     grid->AddGrowableCol(1);
-    user_ = add_text(pane, *grid, ui(tr("&User:")), ui(to_utf8(form_.user)));
-    password_ = add_text(pane, *grid, ui(tr("Pass&word:")), ui(to_utf8(form_.password)), wxTE_PASSWORD);
-    limit_ = add_text(pane, *grid, ui(tr("Speed &limit:")), ui(form_.limit));
+    user_ = add_text(*pane, *grid, ui(tr("&User:")), ui(to_utf8(form_.user)));
+    password_ = add_text(*pane, *grid, ui(tr("Pass&word:")), ui(to_utf8(form_.password)), wxTE_PASSWORD);
+    limit_ = add_text(*pane, *grid, ui(tr("Speed &limit:")), ui(form_.limit));
     limit_->SetHint(ui(tr("bytes a second: 500K, 2M")));
-    hash_ = add_text(pane, *grid, ui(tr("&Hash:")), ui(form_.hash));
+    hash_ = add_text(*pane, *grid, ui(tr("&Hash:")), ui(form_.hash));
     hash_->SetHint("sha256:...");
-    referer_ = add_text(pane, *grid, ui(tr("&Referer:")), ui(to_utf8(form_.referer)));
-    cookie_ = add_text(pane, *grid, ui(tr("Coo&kies:")), ui(to_utf8(form_.cookie)));
-    agent_ = add_text(pane, *grid, ui(tr("User a&gent:")), ui(to_utf8(form_.agent)));
-    proxy_ = add_text(pane, *grid, ui(tr("&Proxy:")), ui(to_utf8(form_.proxy)));
-    comment_ = add_text(pane, *grid, ui(tr("Co&mment:")), ui(to_utf8(form_.comment)));
+    referer_ = add_text(*pane, *grid, ui(tr("&Referer:")), ui(to_utf8(form_.referer)));
+    cookie_ = add_text(*pane, *grid, ui(tr("Coo&kies:")), ui(to_utf8(form_.cookie)));
+    agent_ = add_text(*pane, *grid, ui(tr("User a&gent:")), ui(to_utf8(form_.agent)));
+    proxy_ = add_text(*pane, *grid, ui(tr("&Proxy:")), ui(to_utf8(form_.proxy)));
+    comment_ = add_text(*pane, *grid, ui(tr("Co&mment:")), ui(to_utf8(form_.comment)));
     pane->SetSizer(grid);
     fold->Bind(wxEVT_COLLAPSIBLEPANE_CHANGED, [this](wxCollapsiblePaneEvent&) {
         Layout();

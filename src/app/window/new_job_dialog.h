@@ -27,8 +27,6 @@ class NewJobDialog : public wxDialog {
   private:
     void build_places(wxSizer& all);
     void build_more(wxSizer& all);
-    wxTextCtrl* add_text(wxWindow* parent, wxSizer& grid, const wxString& label, const wxString& value,
-                         long style = 0);
     void read();
     void look();
     [[nodiscard]] wxString note() const;

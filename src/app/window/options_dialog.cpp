@@ -16,8 +16,8 @@
 #include <wx/textctrl.h>
 #include <wx/textwrapper.h>
 
+#include "app/window/confirm.h"
 #include "app/window/model/translate.h"
-#include "app/window/question_dialog.h"
 #include "app/window/words.h"
 
 namespace vantlow {

@@ -1,135 +1,114 @@
 #include "app/window/properties_dialog.h"
 
+#include <wx/button.h>
 #include <wx/dialog.h>
 #include <wx/sizer.h>
-#include <wx/spinctrl.h>
 #include <wx/stattext.h>
 #include <wx/textctrl.h>
 
-#include <algorithm>
-#include <functional>
-
+#include "app/window/confirm.h"
+#include "app/window/model/job_properties.h"
 #include "app/window/model/texts.h"
 #include "app/window/model/translate.h"
-#include "app/window/question_dialog.h"
 #include "app/window/words.h"
 
 namespace vantlow {
 namespace {
 
-/// One text of a job, and where a changed one goes.
 struct Field {
+    Property property;
     wxString label;
-    std::u16string JobFacts::*value = nullptr;
-    std::optional<std::u16string> JobEdit::*edit = nullptr;
-    bool is_secret = false;
-    bool of_one = false;  ///< shown for a single job only
+    wxString hint;
 };
 
 std::vector<Field> fields() {
     return {
-        {ui(tr("&Address:")), &JobFacts::address, &JobEdit::address, false, true},
-        {ui(tr("&Comment:")), &JobFacts::comment, &JobEdit::comment},
-        {ui(tr("&User:")), &JobFacts::user, &JobEdit::user},
-        {ui(tr("Pass&word:")), &JobFacts::password, &JobEdit::password, true},
-        {ui(tr("&Referer:")), &JobFacts::referer, &JobEdit::referer},
-        {ui(tr("Cookies:")), &JobFacts::cookie, &JobEdit::cookie},
-        {ui(tr("User a&gent:")), &JobFacts::agent, &JobEdit::agent},
-        {ui(tr("&Proxy:")), &JobFacts::proxy, &JobEdit::proxy},
+        {Property::address, ui(tr("&Address:")), {}},
+        {Property::mirrors, ui(tr("&Mirrors:")), {}},
+        {Property::limit, ui(tr("Speed &limit:")), ui(tr("bytes a second: 500K, 2M"))},
+        {Property::connections, ui(tr("Co&nnections:")), {}},
+        {Property::comment, ui(tr("&Comment:")), {}},
+        {Property::user, ui(tr("&User:")), {}},
+        {Property::password, ui(tr("Pass&word:")), {}},
+        {Property::referer, ui(tr("&Referer:")), {}},
+        {Property::cookie, ui(tr("Cookies:")), {}},
+        {Property::agent, ui(tr("User a&gent:")), {}},
+        {Property::proxy, ui(tr("&Proxy:")), {}},
     };
-}
-
-/// The value that all jobs share; none where they differ.
-template <class Value, class Get>
-std::optional<Value> shared(const std::vector<const CJobNode*>& jobs, const Get& get) {
-    const Value first = get(*jobs.front());
-    const bool same =
-        std::all_of(jobs.begin(), jobs.end(), [&](const CJobNode* job) { return get(*job) == first; });
-    return same ? std::optional<Value>(first) : std::nullopt;
 }
 
 class PropertiesDialog : public wxDialog {
   public:
-    PropertiesDialog(wxWindow& parent, const std::vector<const CJobNode*>& jobs);
-    [[nodiscard]] JobEdit edit() const;
+    PropertiesDialog(wxWindow& parent, JobProperties& properties);
 
   private:
-    struct Shown {
-        Field field;
-        wxTextCtrl* control = nullptr;
-        wxString before;
-    };
-    std::vector<Shown> shown_;
-    wxSpinCtrl* connections_ = nullptr;
-    int connections_before_ = 0;
+    void add(const Field& field, wxSizer& grid);
+    void look();
+
+    JobProperties& properties_;
+    wxStaticText* note_ = nullptr;
 };
 
-PropertiesDialog::PropertiesDialog(wxWindow& parent, const std::vector<const CJobNode*>& jobs)
+PropertiesDialog::PropertiesDialog(wxWindow& parent, JobProperties& properties)
     : wxDialog(&parent, wxID_ANY, ui(tr("Properties")), wxDefaultPosition, wxDefaultSize,
-               wxDEFAULT_DIALOG_STYLE | wxRESIZE_BORDER) {
-    auto* const grid = new wxFlexGridSizer(2, FromDIP(wxSize(8, 6)));
-    grid->AddGrowableCol(1);
-    for (const Field& field : fields()) {
-        if (field.of_one && jobs.size() > 1) continue;
-        const auto value =
-            shared<std::u16string>(jobs, [&](const CJobNode& job) { return job.*(field.value); });
-        grid->Add(new wxStaticText(this, wxID_ANY, field.label), wxSizerFlags().CentreVertical());
-        auto* const control =
-            new wxTextCtrl(this, wxID_ANY, value ? ui(to_utf8(*value)) : wxString(), wxDefaultPosition,
-                           wxDefaultSize, field.is_secret ? wxTE_PASSWORD : 0);
-        if (!value) control->SetHint(ui(tr("(several values)")));
-        control->SetName(wxControl::RemoveMnemonics(field.label));
-        control->SetMinSize(FromDIP(wxSize(380, -1)));
-        grid->Add(control, wxSizerFlags().Expand());
-        shown_.push_back({field, control, control->GetValue()});
-    }
-    const auto connections = shared<std::int32_t>(jobs, [](const CJobNode& job) { return job.connections; });
-    connections_before_ = connections.value_or(0);
-    grid->Add(new wxStaticText(this, wxID_ANY, ui(tr("Co&nnections:"))), wxSizerFlags().CentreVertical());
-    connections_ =
-        new wxSpinCtrl(this, wxID_ANY, wxString(), wxDefaultPosition, wxDefaultSize, wxSP_ARROW_KEYS,
-                       connections ? 1 : 0, most_connections, connections_before_);
-    connections_->SetName(ui(tr("Connections")));
-    grid->Add(connections_);
+               wxDEFAULT_DIALOG_STYLE | wxRESIZE_BORDER),
+      properties_(properties) {
     auto* const all = new wxBoxSizer(wxVERTICAL);
-    const auto count = static_cast<std::int64_t>(jobs.size());
+    const auto count = static_cast<std::int64_t>(properties_.jobs().size());
     if (count > 1) {
         all->Add(new wxStaticText(this, wxID_ANY, ui(trn("%1 download", "%1 downloads", count))),
                  wxSizerFlags().Border(wxALL, FromDIP(10)));
     }
+    auto* const grid = new wxFlexGridSizer(2, FromDIP(wxSize(8, 6)));
+    grid->AddGrowableCol(1);
+    for (const Field& field : fields()) {
+        if (properties_.has(field.property)) add(field, *grid);
+    }
     all->Add(grid, wxSizerFlags(1).Expand().Border(wxALL, FromDIP(10)));
-    all->Add(new wxStaticText(this, wxID_ANY, ui(tr("Changes take effect when a download is started next."))),
-             wxSizerFlags().Border(wxALL, FromDIP(10)));
+    note_ =
+        new wxStaticText(this, wxID_ANY, wxString(), wxDefaultPosition, wxDefaultSize, wxST_ELLIPSIZE_END);
+    all->Add(note_, wxSizerFlags().Expand().Border(wxALL, FromDIP(10)));
     all->Add(CreateSeparatedButtonSizer(wxOK | wxCANCEL), wxSizerFlags().Expand().Border(wxALL, FromDIP(8)));
     name_buttons(*this);
+    look();
     SetSizerAndFit(all);
     CentreOnParent();
 }
 
-JobEdit PropertiesDialog::edit() const {
-    JobEdit edit;
-    for (const Shown& one : shown_) {
-        if (one.control->GetValue() != one.before) edit.*(one.field.edit) = wide_of(one.control->GetValue());
-    }
-    const int connections = connections_->GetValue();
-    if (connections != connections_before_ && connections > 0) edit.connections = connections;
-    return edit;
+void PropertiesDialog::add(const Field& field, wxSizer& grid) {
+    const auto& value = properties_.value(field.property);
+    const long style = field.property == Property::password  ? wxTE_PASSWORD
+                       : field.property == Property::mirrors ? wxTE_MULTILINE | wxTE_DONTWRAP
+                                                             : 0;
+    wxTextCtrl* const control = add_text(*this, grid, field.label, value ? ui(*value) : wxString(), style);
+    // A field of several lines takes no hint.
+    if (const wxString hint = value ? field.hint : ui(tr("(several values)")); !hint.empty())
+        control->SetHint(hint);
+    control->SetMinSize(FromDIP(wxSize(380, field.property == Property::mirrors ? 60 : -1)));
+    control->Bind(wxEVT_TEXT, [this, control, property = field.property](wxCommandEvent&) {
+        properties_.set(property, utf8_of(control->GetValue()));
+        look();
+    });
+}
+
+void PropertiesDialog::look() {
+    const std::string fault = properties_.fault();
+    note_->SetLabel(fault.empty()
+                        ? ui(tr("Addresses and the limit hold at once, the rest from the next start on."))
+                        : as_label(fault));
+    if (wxWindow* const ok = FindWindow(wxID_OK)) ok->Enable(fault.empty());
 }
 
 }  // namespace
 
 bool edit_properties(wxWindow& parent, Engine& engine, const std::vector<Guid>& jobs,
                      std::vector<std::string>& faults) {
-    std::vector<const CJobNode*> records;
-    for (const Guid& job : jobs) {
-        if (const CJobNode* const record = engine.find(job)) records.push_back(record);
-    }
-    if (records.empty()) return false;
-    PropertiesDialog dialog(parent, records);
-    if (dialog.ShowModal() != wxID_OK) return false;
-    const JobEdit edit = dialog.edit();
+    JobProperties properties(engine, jobs);
+    if (properties.jobs().empty()) return false;
+    if (PropertiesDialog(parent, properties).ShowModal() != wxID_OK) return false;
+    const JobEdit edit = properties.edit();
     // Jobs may have gone while the dialog was open: operations go by their identities.
-    for (const Guid& job : jobs) {
+    for (const Guid& job : properties.jobs()) {
         const Done done = engine.change(job, edit);
         if (!done.ok() && done.fault != Done::Fault::no_job) faults.push_back(sentence_of(done));
     }

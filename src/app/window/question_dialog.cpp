@@ -8,6 +8,7 @@
 #include <wx/textctrl.h>
 #include <wx/timer.h>
 
+#include "app/window/confirm.h"
 #include "app/window/model/texts.h"
 #include "app/window/model/translate.h"
 #include "app/window/words.h"
@@ -164,32 +165,6 @@ std::optional<QuestionAnswer> ask(wxWindow& parent, const Question& question,
     const int button = dialog.ShowModal();
     if (button == wxID_CANCEL) return std::nullopt;
     return dialog.answer(button);
-}
-
-void name_buttons(wxWindow& dialog) {
-    const auto name = [&dialog](int id, const std::string& label) {
-        if (wxWindow* const button = dialog.FindWindow(id)) button->SetLabel(ui(label));
-    };
-    name(wxID_OK, tr("&OK"));
-    name(wxID_CANCEL, tr("&Cancel"));
-    name(wxID_CLOSE, tr("&Close"));
-}
-
-bool confirm(wxWindow& parent, const wxString& title, const wxString& question, const wxString& action) {
-    wxDialog dialog(&parent, wxID_ANY, title);
-    wxString label = question;
-    label.Replace("&", "&&");
-    auto* const text = new wxStaticText(&dialog, wxID_ANY, label);
-    text->Wrap(dialog.FromDIP(wrapped_at));
-    auto* const all = new wxBoxSizer(wxVERTICAL);
-    all->Add(text, wxSizerFlags(1).Expand().Border(wxALL, dialog.FromDIP(16)));
-    all->Add(dialog.CreateButtonSizer(wxOK | wxCANCEL),
-             wxSizerFlags().Expand().Border(wxALL, dialog.FromDIP(10)));
-    name_buttons(dialog);
-    if (wxWindow* const ok = dialog.FindWindow(wxID_OK)) ok->SetLabel(action);
-    dialog.SetSizerAndFit(all);
-    dialog.CentreOnParent();
-    return dialog.ShowModal() == wxID_OK;
 }
 
 }  // namespace vantlow

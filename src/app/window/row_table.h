@@ -4,12 +4,13 @@
 
 #include <wx/bmpbndl.h>
 #include <wx/colour.h>
-#include <wx/panel.h>
 
 #include <functional>
 #include <memory>
 #include <optional>
 #include <vector>
+
+#include "app/window/native_pane.h"
 
 namespace vantlow {
 
@@ -44,7 +45,7 @@ struct TableColumn {
 };
 
 /// The control. Rows are numbered from 0; the selection goes by row numbers, as the system keeps it.
-class RowTable : public wxPanel {
+class RowTable : public NativePane {
   public:
     struct Events {
         std::function<void()> selected;                        ///< once for all changes of one gesture
@@ -57,8 +58,6 @@ class RowTable : public wxPanel {
     RowTable(wxWindow* parent, const wxString& name, const RowSource& source,
              const std::vector<wxBitmapBundle>& pictures = {}, Events events = {});
     ~RowTable() override;
-    RowTable(const RowTable&) = delete;
-    RowTable& operator=(const RowTable&) = delete;
 
     void set_columns(const std::vector<TableColumn>& columns);
     /// The columns as the user has put and sized them.
@@ -79,17 +78,13 @@ class RowTable : public wxPanel {
     void select(const std::vector<std::size_t>& rows);
     void select_all();
     void show_row(std::size_t row);
-    [[nodiscard]] wxWindow& control() noexcept;
 
     struct Control;  ///< the system's own
 
   private:
-    void note_selection();
     const RowSource& source_;
     Events events_;
     std::vector<TableColumn> columns_;
-    bool selection_noted_ = false;
-    bool silent_ = false;  ///< the selection is changed by the program
     Control* control_ = nullptr;
     friend struct Control;
 };

@@ -8,6 +8,8 @@
 #include <memory>
 #include <string>
 
+class wxTaskBarIcon;
+
 namespace vantlow {
 
 /// GTK: tells a table that all its rows are equally high; else each of 100,000 is measured. Its columns must
@@ -21,6 +23,9 @@ void name_for_readers(wxWindow& control, const wxString& name);
 
 /// The system's handle of a top-level window where other programs look for it (Windows); else null.
 void* handle_of(wxWindow& window);
+
+/// Windows: has notices come from this sign in the tray (null: from one of their own), which outlives them.
+void show_notices_by(wxTaskBarIcon* tray);
 
 /// Calls `changed` (this thread) whenever another program has put something into the clipboard, until it is
 /// destroyed.

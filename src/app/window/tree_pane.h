@@ -2,10 +2,11 @@
 #pragma once
 
 #include <wx/bmpbndl.h>
-#include <wx/panel.h>
 
 #include <functional>
 #include <vector>
+
+#include "app/window/native_pane.h"
 
 namespace vantlow {
 
@@ -16,7 +17,7 @@ struct TreeNode {
     int picture = 0;
 };
 
-class TreePane : public wxPanel {
+class TreePane : public NativePane {
   public:
     struct Events {
         std::function<void(std::size_t node)> selected;
@@ -25,8 +26,6 @@ class TreePane : public wxPanel {
     TreePane(wxWindow* parent, const wxString& name, const std::vector<wxBitmapBundle>& pictures,
              Events events);
     ~TreePane() override;
-    TreePane(const TreePane&) = delete;
-    TreePane& operator=(const TreePane&) = delete;
 
     /// Shows other nodes, all unfolded. Nothing is selected afterwards.
     void set_nodes(const std::vector<TreeNode>& nodes);
@@ -35,13 +34,11 @@ class TreePane : public wxPanel {
     [[nodiscard]] std::size_t selected() const;  ///< TreeNode::none: nothing
     /// The node at a point of control(); TreeNode::none.
     [[nodiscard]] std::size_t node_at(const wxPoint& point) const;
-    [[nodiscard]] wxWindow& control() noexcept;
 
     struct Control;
 
   private:
     Events events_;
-    bool silent_ = false;  ///< the program changes the selection
     Control* control_ = nullptr;
     friend struct Control;
 };

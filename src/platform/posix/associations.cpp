@@ -30,6 +30,10 @@ std::u16string defaults_path() {
     return join_path(user_config_folder(), u"mimeapps.list");
 }
 
+std::u16string session_start_path() {
+    return join_path(join_path(user_config_folder(), u"autostart"), entry_name);
+}
+
 FileError load(const std::u16string& path, IniText& text) {
     std::vector<std::byte> bytes;
     const FileError error = read_file(path, largest_list, bytes);
@@ -137,6 +141,19 @@ FileError dissociate(Association kind) {
     }
     if (FileError error = store(defaults_path(), defaults); !error.ok()) return error;
     return write_entry(defaults, nullptr);
+}
+
+FileError start_with_session(const std::u16string& program, const std::string& words) {
+    const std::string text =
+        "[Desktop Entry]\nType=Application\nName=Vantlow\nExec=" + to_utf8(exec_word(program)) + " " + words +
+        "\n";
+    if (FileError error = make_folders(folder_of(session_start_path())); !error.ok()) return error;
+    return write_file_atomically(session_start_path(), std::as_bytes(std::span(text)));
+}
+
+FileError stop_starting_with_session() {
+    const FileError error = remove_file(session_start_path());
+    return error.fault == FileFault::not_found ? FileError{} : error;
 }
 
 std::array<unsigned, link_formats.size()> register_link_formats() noexcept {

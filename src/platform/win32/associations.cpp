@@ -18,6 +18,8 @@ constexpr std::u16string_view file_class = u"Vantlow";
 constexpr std::u16string_view own_text = u"Vantlow";
 constexpr std::u16string_view text_before = u"Vantlow.Before";
 constexpr const wchar_t* url_protocol = L"URL Protocol";
+constexpr std::u16string_view session_starts = u"Software\\Microsoft\\Windows\\CurrentVersion\\Run";
+constexpr const wchar_t* session_name = L"Vantlow";
 
 std::u16string key_of(std::u16string_view name) {
     return std::u16string(classes).append(name);
@@ -177,6 +179,15 @@ FileError dissociate(Association kind) {
         kind == Association::torrent_files ? give_back_files() : give_back_links(scheme_of(kind));
     SHChangeNotify(SHCNE_ASSOCCHANGED, SHCNF_IDLIST, nullptr, nullptr);
     return file_error(static_cast<DWORD>(error));
+}
+
+FileError start_with_session(const std::u16string& program, const std::string& words) {
+    const std::u16string command = u"\"" + program + u"\" " + to_utf16(words);
+    return file_error(static_cast<DWORD>(write_value(std::u16string(session_starts), session_name, command)));
+}
+
+FileError stop_starting_with_session() {
+    return file_error(static_cast<DWORD>(remove_value(std::u16string(session_starts), session_name)));
 }
 
 std::array<unsigned, link_formats.size()> register_link_formats() noexcept {

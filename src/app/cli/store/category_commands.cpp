@@ -68,6 +68,14 @@ Exit run_rename(StoreCommand& command, const CategoryOptions& options) {
     return exit_of(command.engine.rename_category(node->identity, to_utf16(options.other)), options.other);
 }
 
+Exit run_folder(StoreCommand& command, const CategoryOptions& options) {
+    const CClassNode* const node = find_category(command, options.name);
+    if (node == nullptr) return Exit::failed;
+    const bool is_own = !options.folder.empty();
+    const std::u16string folder = is_own ? absolute_path(to_utf16(options.folder)) : std::u16string();
+    return exit_of(command.engine.set_category_folder(node->identity, folder), options.folder);
+}
+
 Exit run_move(StoreCommand& command, const CategoryOptions& options) {
     const CClassNode* const node = find_category(command, options.name);
     const CClassNode* const parent = find_category(command, options.other);
@@ -112,6 +120,12 @@ void add_category_commands(CommandSet& commands) {
         const auto [app, options] = add("rename", "Rename a category", run_rename);
         app.add_option("NAME", options->name, "Its name or path")->required();
         app.add_option("NEW", options->other, "Its new name")->required();
+    }
+    {
+        const auto [app, options] =
+            add("folder", "Choose the folder of jobs that are added from now on", run_folder);
+        app.add_option("NAME", options->name, "The category's name or path")->required();
+        app.add_option("FOLDER", options->folder, "The folder; none: that of the category above");
     }
     {
         const auto [app, options] = add("move", "Move a category below another one", run_move);

@@ -92,10 +92,8 @@ Exit run_import(StoreCommand& command, const ListFileOptions& options) {
     JobList list = read_job_list(bytes);
     nlohmann::ordered_json ids = nlohmann::ordered_json::array();
     const std::size_t count = list.jobs.size();
-    for (auto& job : list.jobs) {
-        job->state = job->start_mode == 0 ? JobState::stopped : JobState::waiting;
-        ids.push_back(guid_text(command.engine.file(std::move(job), category->identity)));
-    }
+    for (const Guid& job : command.engine.file_list(std::move(list.jobs), category->identity))
+        ids.push_back(guid_text(job));
     nlohmann::ordered_json skipped = nlohmann::ordered_json::array();
     std::string text = jobs_text(count);
     for (const auto& note : list.skipped) {

@@ -14,22 +14,6 @@ namespace {
 
 using nlohmann::ordered_json;
 
-const char* kind_name(QuestionKind kind) noexcept {
-    switch (kind) {
-        case QuestionKind::host_key:
-            return "host-key";
-        case QuestionKind::certificate:
-            return "certificate";
-        case QuestionKind::credentials:
-            return "credentials";
-        case QuestionKind::overwrite:
-            return "overwrite";
-        case QuestionKind::which_files:
-            return "which-files";
-    }
-    return "";
-}
-
 ordered_json json_of(const Question& question) {
     const auto left = std::chrono::ceil<std::chrono::seconds>(question.until - QuestionBoard::Clock::now());
     const bool of_a_job = !question.job.is_zero();

@@ -11,7 +11,6 @@
 #include "app/process/system_settings.h"
 #include "app/terminal/display_text.h"
 #include "base/text.h"
-#include "store/address.h"
 
 namespace vantlow {
 namespace {
@@ -33,22 +32,12 @@ Complaint check_name(const SettingsOptions& options) {
     return "a setting is named Section/Key, not \"" + options.name + "\".";
 }
 
-// The value as it may stand on a screen: without secrets.
-std::string shown(std::u16string_view section, std::u16string_view key, const std::u16string& value) {
-    const auto is = [&](const TextSetting& setting) {
-        return iequals(section, setting.section) && iequals(key, setting.key);
-    };
-    if (is(setting::dial_up_password) && !value.empty()) return "********";
-    if (is(setting::proxy)) return to_utf8(without_credentials(value));
-    return to_utf8(value);
-}
-
 Exit run_list(CFerrywellApp& app, const GlobalOptions& global) {
     std::string text;
     ordered_json json = ordered_json::object();
     for (const auto& [section, values] : app.settings().all()) {
         for (const auto& [key, value] : values) {
-            const std::string value_text = shown(section, key, value);
+            const std::string value_text = shown_value(section, key, value);
             const std::string name = to_utf8(section) + "/" + to_utf8(key);
             if (const Complaint complaint = complaint_of(name, to_utf8(value)))
                 complain(*complaint + " The stored value has no effect.");

@@ -2,7 +2,6 @@
 #include "app/window/row_table.h"
 
 #include <wx/dataview.h>
-#include <wx/sizer.h>
 
 #include <algorithm>
 
@@ -56,7 +55,8 @@ struct RowTable::Control : public wxDataViewCtrl {
         has_pictures = !pictures.empty();
         model = new Model(table.source_, pictures);
         AssociateModel(model.get());
-        Bind(wxEVT_DATAVIEW_SELECTION_CHANGED, [this](wxDataViewEvent&) { owner.note_selection(); });
+        Bind(wxEVT_DATAVIEW_SELECTION_CHANGED,
+             [this](wxDataViewEvent&) { owner.note_selection(owner.events_.selected); });
         Bind(wxEVT_DATAVIEW_ITEM_ACTIVATED, [this](wxDataViewEvent& event) {
             if (owner.events_.opened && event.GetItem().IsOk())
                 owner.events_.opened(model->GetRow(event.GetItem()));
@@ -110,18 +110,12 @@ struct RowTable::Control : public wxDataViewCtrl {
 
 RowTable::RowTable(wxWindow* parent, const wxString& name, const RowSource& source,
                    const std::vector<wxBitmapBundle>& pictures, Events events)
-    : wxPanel(parent), source_(source), events_(std::move(events)) {
+    : NativePane(parent), source_(source), events_(std::move(events)) {
     control_ = new Control(*this, name, pictures);
-    auto* const all = new wxBoxSizer(wxVERTICAL);
-    all->Add(control_, wxSizerFlags(1).Expand());
-    SetSizer(all);
+    fill_with(*control_);
 }
 
 RowTable::~RowTable() = default;
-
-wxWindow& RowTable::control() noexcept {
-    return *control_;
-}
 
 void RowTable::set_columns(const std::vector<TableColumn>& columns) {
     control_->model->columns = columns;
@@ -150,9 +144,8 @@ void RowTable::clear_order() {
 }
 
 void RowTable::reset() {
-    silent_ = true;
+    const Silence silence(*this);
     control_->model->Reset(static_cast<unsigned>(source_.rows()));
-    silent_ = false;
 }
 
 void RowTable::redraw() {
@@ -168,11 +161,10 @@ void RowTable::redraw(const std::vector<std::size_t>& rows) {
 
 void RowTable::remove_and_insert(const std::vector<std::size_t>& removed,
                                  const std::vector<std::size_t>& inserted) {
-    silent_ = true;
+    const Silence silence(*this);
     for (auto row = removed.rbegin(); row != removed.rend(); ++row)
         control_->model->RowDeleted(static_cast<unsigned>(*row));
     for (const std::size_t row : inserted) control_->model->RowInserted(static_cast<unsigned>(row));
-    silent_ = false;
 }
 
 std::vector<std::size_t> RowTable::selection() const {
@@ -186,7 +178,7 @@ std::vector<std::size_t> RowTable::selection() const {
 }
 
 void RowTable::select(const std::vector<std::size_t>& rows) {
-    silent_ = true;
+    const Silence silence(*this);
     if (!rows.empty() && rows.size() == source_.rows()) {
         control_->SelectAll();
     } else {
@@ -194,25 +186,15 @@ void RowTable::select(const std::vector<std::size_t>& rows) {
         for (const std::size_t row : rows) items.Add(control_->model->GetItem(static_cast<unsigned>(row)));
         control_->SetSelections(items);
     }
-    silent_ = false;
 }
 
 void RowTable::select_all() {
     control_->SelectAll();
-    note_selection();
+    note_selection(events_.selected);
 }
 
 void RowTable::show_row(std::size_t row) {
     control_->EnsureVisible(control_->model->GetItem(static_cast<unsigned>(row)));
-}
-
-void RowTable::note_selection() {
-    if (silent_ || selection_noted_ || !events_.selected) return;
-    selection_noted_ = true;
-    CallAfter([this] {
-        selection_noted_ = false;
-        events_.selected();
-    });
 }
 
 }  // namespace vantlow

@@ -46,6 +46,8 @@ void* handle_of(wxWindow& /*window*/) {
     return nullptr;
 }
 
+void show_notices_by(wxTaskBarIcon* /*tray*/) {}
+
 struct ClipboardWatch::State {
     std::function<void()> changed;
     gulong handler = 0;

@@ -1,7 +1,6 @@
 #include "app/window/tree_pane.h"
 
 #include <wx/dataview.h>
-#include <wx/sizer.h>
 
 #include <algorithm>
 
@@ -17,7 +16,7 @@ struct TreePane::Control : public wxDataViewTreeCtrl {
         name_for_readers(*this, name);
         Bind(wxEVT_DATAVIEW_SELECTION_CHANGED, [this](wxDataViewEvent&) {
             const std::size_t node = owner.selected();
-            if (!owner.silent_ && node != TreeNode::none && owner.events_.selected)
+            if (!owner.is_silent() && node != TreeNode::none && owner.events_.selected)
                 owner.events_.selected(node);
         });
         Bind(wxEVT_DATAVIEW_ITEM_CONTEXT_MENU, [this](wxDataViewEvent&) {
@@ -36,24 +35,18 @@ struct TreePane::Control : public wxDataViewTreeCtrl {
 
 TreePane::TreePane(wxWindow* parent, const wxString& name, const std::vector<wxBitmapBundle>& pictures,
                    Events events)
-    : wxPanel(parent), events_(std::move(events)) {
+    : NativePane(parent), events_(std::move(events)) {
     control_ = new Control(*this, name);
     wxVector<wxBitmapBundle> bundles;
     for (const wxBitmapBundle& one : pictures) bundles.push_back(one);
     control_->SetImages(bundles);
-    auto* const all = new wxBoxSizer(wxVERTICAL);
-    all->Add(control_, wxSizerFlags(1).Expand());
-    SetSizer(all);
+    fill_with(*control_);
 }
 
 TreePane::~TreePane() = default;
 
-wxWindow& TreePane::control() noexcept {
-    return *control_;
-}
-
 void TreePane::set_nodes(const std::vector<TreeNode>& nodes) {
-    silent_ = true;
+    const Silence silence(*this);
     control_->DeleteAllItems();
     control_->items.clear();
     for (const TreeNode& node : nodes) {
@@ -62,7 +55,6 @@ void TreePane::set_nodes(const std::vector<TreeNode>& nodes) {
         control_->items.push_back(control_->AppendContainer(parent, node.label, node.picture, node.picture));
     }
     for (const wxDataViewItem& item : control_->items) control_->Expand(item);
-    silent_ = false;
 }
 
 void TreePane::set_label(std::size_t node, const wxString& label) {
@@ -71,9 +63,8 @@ void TreePane::set_label(std::size_t node, const wxString& label) {
 }
 
 void TreePane::select(std::size_t node) {
-    silent_ = true;
+    const Silence silence(*this);
     control_->Select(control_->items[node]);
-    silent_ = false;
 }
 
 std::size_t TreePane::selected() const {

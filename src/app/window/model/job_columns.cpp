@@ -176,7 +176,7 @@ std::string RowFacts::cell(Column column) const {
         case Column::connections:
             return live != nullptr ? std::to_string(live->connections) : std::string();
         case Column::order:
-            return job.state == JobState::waiting ? std::to_string(job.order) : std::string();
+            return place > 0 ? std::to_string(place) : std::string();
         case Column::trouble:
             if (live == nullptr) return printable(JobView::error_of(job));
             return live->awaits_place ? tr("waits for a free connection to the server")

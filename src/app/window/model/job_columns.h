@@ -8,7 +8,7 @@
 #include <unordered_map>
 #include <vector>
 
-#include "app/window/model/live_jobs.h"
+#include "app/process/live_jobs.h"
 #include "engine/engine.h"
 
 namespace vantlow {
@@ -61,6 +61,7 @@ struct RowFacts {
     const CJobNode& job;
     const CClassNode& category;
     const LiveJob* live = nullptr;  ///< null: it does not run
+    std::size_t place = 0;  ///< among those that wait, from 1 on; 0: not looked up, or it does not wait
 
     [[nodiscard]] std::string cell(Column column) const;
     [[nodiscard]] RowSign sign() const;

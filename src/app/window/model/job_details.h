@@ -9,8 +9,8 @@
 #include <string_view>
 #include <vector>
 
+#include "app/process/live_jobs.h"
 #include "app/terminal/speed_meter.h"
-#include "app/window/model/live_jobs.h"
 #include "engine/engine.h"
 
 namespace vantlow {

@@ -175,7 +175,9 @@ void JobRows::show(const View& view, std::u16string_view search) {
 }
 
 void JobRows::sort_by(std::vector<SortKey> keys) {
-    order_ = RowOrder(std::move(keys), engine_, live_);
+    RowOrder wanted(std::move(keys), engine_, live_);
+    if (wanted.keys() == order_.keys()) return;
+    order_ = std::move(wanted);
     rebuild();
     send({0, true, {}, {}, {}});
 }
@@ -194,8 +196,21 @@ std::optional<RowFacts> JobRows::facts(std::size_t row) const {
 }
 
 std::string JobRows::cell(std::size_t row, Column column) const {
-    const auto found = facts(row);
-    return found ? found->cell(column) : std::string();
+    auto found = facts(row);
+    if (!found) return {};
+    if (column == Column::order && found->job.state == JobState::waiting)
+        found->place = place_of(found->job.identity);
+    return found->cell(column);
+}
+
+// All places are counted once after a change of the queue, and only where somebody looks at them.
+std::size_t JobRows::place_of(const Guid& job) const {
+    if (places_.empty()) {
+        std::size_t place = 0;
+        for (const CJobNode* const waiting : engine_.queue()) places_[waiting->identity] = ++place;
+    }
+    const auto at = places_.find(job);
+    return at != places_.end() ? at->second : 0;
 }
 
 void JobRows::select(const std::vector<Guid>& jobs) {
@@ -232,6 +247,13 @@ void JobRows::note(Slot slot, std::uint32_t fields) {
 
 void JobRows::changed(const Changes& changes, Time now) {
     seen_ = changes.revision;
+    constexpr std::uint32_t of_queue =
+        job_field::added | job_field::removed | job_field::state | job_field::order;
+    const bool queue_changed =
+        changes.everything || std::ranges::any_of(changes.jobs, [](const JobChange& change) {
+            return (change.fields & of_queue) != 0;
+        });
+    const bool places_differ = queue_changed && !std::exchange(places_, {}).empty();
     if (changes.everything || changes.categories) {
         if (changes.categories) {
             filter_ = JobFilter(filter_.view(), search_, engine_, wall_time());
@@ -257,6 +279,7 @@ void JobRows::changed(const Changes& changes, Time now) {
     }
     if (order_.is_live()) add_live_rows();
     RowNews news;
+    news.places = places_differ;
     if (at_once || now - last_move_ >= move_interval) {
         last_move_ = now;
         move_waiting(news);

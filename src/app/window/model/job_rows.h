@@ -11,9 +11,9 @@
 #include <unordered_set>
 #include <vector>
 
+#include "app/process/live_jobs.h"
 #include "app/window/model/job_columns.h"
 #include "app/window/model/job_filter.h"
-#include "app/window/model/live_jobs.h"
 #include "engine/engine.h"
 
 namespace vantlow {
@@ -25,9 +25,10 @@ struct RowNews {
     std::vector<std::size_t> removed;   ///< rows as they were numbered before, ascending
     std::vector<std::size_t> inserted;  ///< rows as they are numbered now, ascending
     std::vector<std::size_t> changed;   ///< rows as they are numbered now, ascending: cells differ
+    bool places = false;                ///< cells of Column::order that were asked for differ, of any row
 
     [[nodiscard]] bool empty() const noexcept {
-        return !all && removed.empty() && inserted.empty() && changed.empty();
+        return !all && !places && removed.empty() && inserted.empty() && changed.empty();
     }
 };
 
@@ -89,6 +90,7 @@ class JobRows {
     void collect_changed(RowNews& news);
     void send(RowNews news);
     void add_live_rows();
+    [[nodiscard]] std::size_t place_of(const Guid& job) const;
 
     const Engine& engine_;
     const LiveJobs& live_;
@@ -105,6 +107,8 @@ class JobRows {
     std::vector<Slot> changed_;
     std::vector<Guid> live_rows_;  ///< that ran when the order was looked at last
     std::unordered_set<Guid, GuidHash> selection_;
+    mutable std::unordered_map<Guid, std::size_t, GuidHash>
+        places_;  ///< of waiting jobs; empty: not asked for
     Time last_move_{};
     std::uint64_t revision_ = 0;  ///< of the rows
     std::uint64_t seen_ = 0;      ///< of the engine

@@ -36,6 +36,7 @@ constexpr std::array pages_by_subject{
     PageFacts{to_translate("Files and links"), "Monitor", ""},
     PageFacts{to_translate("Dial-up"), "Dial Up", ""},
     PageFacts{to_translate("Buffers"), "Performance", ""},
+    PageFacts{to_translate("Confirmations"), "Confirmation", ""},
     PageFacts{to_translate("Other"), "", ""},
 };
 
@@ -48,6 +49,7 @@ constexpr EditorFacts editors[] = {
     {"Connection/CAFile", Editor::file},     {"Download/CookieFile", Editor::file},
     {"Dial Up/Password", Editor::password},  {"Download/FileOverwriteRule", Editor::choice},
     {"Torrent/Crypto", Editor::choice},      {"Settings/Language", Editor::choice},
+    {"RPC/Secret", Editor::password},
 };
 
 bool lists(std::string_view list, std::string_view one) {

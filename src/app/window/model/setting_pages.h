@@ -45,6 +45,11 @@ class SettingPages {
     /// Called when a setting was set or unset, for those that the system has to follow.
     std::function<void(std::u16string_view section, std::u16string_view key)> after_change;
 
+    /// The value of a switch.
+    [[nodiscard]] bool flag(const NumberSetting& setting) const { return settings_.flag(setting); }
+    [[nodiscard]] std::int64_t number(const NumberSetting& setting) const {
+        return settings_.number(setting);
+    }
     [[nodiscard]] std::vector<SettingPage> pages() const;
     /// The lines of all pages that hold each word of the text in their label, name or page, letter case
     /// ignored.

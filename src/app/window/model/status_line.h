@@ -6,7 +6,7 @@
 #include <optional>
 #include <string>
 
-#include "app/window/model/live_jobs.h"
+#include "app/process/live_jobs.h"
 #include "engine/engine.h"
 #include "store/settings.h"
 

@@ -4,9 +4,9 @@
 #include <chrono>
 #include <functional>
 
+#include "app/process/live_jobs.h"
 #include "app/window/model/job_details.h"
 #include "app/window/model/job_rows.h"
-#include "app/window/model/live_jobs.h"
 #include "app/window/model/new_jobs.h"
 #include "app/window/model/question_queue.h"
 #include "app/window/model/setting_pages.h"

@@ -2,7 +2,6 @@
 #include "app/window/row_table.h"
 
 #include <wx/listctrl.h>
-#include <wx/sizer.h>
 
 #include <algorithm>
 
@@ -20,7 +19,7 @@ struct RowTable::Control : public wxListCtrl {
             SetSmallImages(bundles);
         }
         for (const auto& event : {wxEVT_LIST_ITEM_SELECTED, wxEVT_LIST_ITEM_DESELECTED})
-            Bind(event, [this](wxListEvent&) { owner.note_selection(); });
+            Bind(event, [this](wxListEvent&) { owner.note_selection(owner.events_.selected); });
         Bind(wxEVT_LIST_ITEM_ACTIVATED, [this](wxListEvent& event) {
             if (owner.events_.opened && event.GetIndex() >= 0)
                 owner.events_.opened(static_cast<std::size_t>(event.GetIndex()));
@@ -63,18 +62,12 @@ struct RowTable::Control : public wxListCtrl {
 
 RowTable::RowTable(wxWindow* parent, const wxString& name, const RowSource& source,
                    const std::vector<wxBitmapBundle>& pictures, Events events)
-    : wxPanel(parent), source_(source), events_(std::move(events)) {
+    : NativePane(parent), source_(source), events_(std::move(events)) {
     control_ = new Control(*this, name, pictures);
-    auto* const all = new wxBoxSizer(wxVERTICAL);
-    all->Add(control_, wxSizerFlags(1).Expand());
-    SetSizer(all);
+    fill_with(*control_);
 }
 
 RowTable::~RowTable() = default;
-
-wxWindow& RowTable::control() noexcept {
-    return *control_;
-}
 
 void RowTable::set_columns(const std::vector<TableColumn>& columns) {
     control_->DeleteAllColumns();
@@ -111,11 +104,10 @@ void RowTable::clear_order() {
 }
 
 void RowTable::reset() {
-    silent_ = true;
+    const Silence silence(*this);
     control_->SetItemState(-1, 0, wxLIST_STATE_SELECTED);
     control_->SetItemCount(static_cast<long>(source_.rows()));
     control_->Refresh();
-    silent_ = false;
 }
 
 void RowTable::redraw() {
@@ -143,31 +135,21 @@ std::vector<std::size_t> RowTable::selection() const {
 }
 
 void RowTable::select(const std::vector<std::size_t>& rows) {
-    silent_ = true;
+    const Silence silence(*this);
     const bool all = !rows.empty() && rows.size() == source_.rows();
     control_->SetItemState(-1, all ? wxLIST_STATE_SELECTED : 0, wxLIST_STATE_SELECTED);
     for (std::size_t i = 0; i < rows.size() && !all; ++i)
         control_->SetItemState(static_cast<long>(rows[i]), wxLIST_STATE_SELECTED, wxLIST_STATE_SELECTED);
-    silent_ = false;
 }
 
 void RowTable::select_all() {
     control_->SetItemState(-1, wxLIST_STATE_SELECTED, wxLIST_STATE_SELECTED);
-    note_selection();
+    note_selection(events_.selected);
 }
 
 void RowTable::show_row(std::size_t row) {
     control_->EnsureVisible(static_cast<long>(row));
     control_->SetItemState(static_cast<long>(row), wxLIST_STATE_FOCUSED, wxLIST_STATE_FOCUSED);
-}
-
-void RowTable::note_selection() {
-    if (silent_ || selection_noted_ || !events_.selected) return;
-    selection_noted_ = true;
-    CallAfter([this] {
-        selection_noted_ = false;
-        events_.selected();
-    });
 }
 
 }  // namespace vantlow

@@ -1,6 +1,8 @@
 #include "app/window/system.h"
 
 #include <wx/msw/wrapwin.h>
+#include <wx/notifmsg.h>
+#include <wx/taskbar.h>
 
 namespace vantlow {
 
@@ -12,6 +14,10 @@ void name_for_readers(wxWindow& /*control*/, const wxString& /*name*/) {}
 
 void* handle_of(wxWindow& window) {
     return window.GetHWND();
+}
+
+void show_notices_by(wxTaskBarIcon* tray) {
+    wxNotificationMessage::UseTaskBarIcon(tray);
 }
 
 struct ClipboardWatch::State {

@@ -1,6 +1,5 @@
 #include "app/window/tree_pane.h"
 
-#include <wx/sizer.h>
 #include <wx/treectrl.h>
 
 #include <algorithm>
@@ -15,7 +14,7 @@ struct TreePane::Control : public wxTreeCtrl {
         SetName(name);
         Bind(wxEVT_TREE_SEL_CHANGED, [this](wxTreeEvent& event) {
             const std::size_t node = index_of(event.GetItem());
-            if (!owner.silent_ && node != TreeNode::none && owner.events_.selected)
+            if (!owner.is_silent() && node != TreeNode::none && owner.events_.selected)
                 owner.events_.selected(node);
         });
         Bind(wxEVT_TREE_ITEM_MENU, [this](wxTreeEvent& event) {
@@ -34,24 +33,18 @@ struct TreePane::Control : public wxTreeCtrl {
 
 TreePane::TreePane(wxWindow* parent, const wxString& name, const std::vector<wxBitmapBundle>& pictures,
                    Events events)
-    : wxPanel(parent), events_(std::move(events)) {
+    : NativePane(parent), events_(std::move(events)) {
     control_ = new Control(*this, name);
     wxVector<wxBitmapBundle> bundles;
     for (const wxBitmapBundle& one : pictures) bundles.push_back(one);
     control_->SetImages(bundles);
-    auto* const all = new wxBoxSizer(wxVERTICAL);
-    all->Add(control_, wxSizerFlags(1).Expand());
-    SetSizer(all);
+    fill_with(*control_);
 }
 
 TreePane::~TreePane() = default;
 
-wxWindow& TreePane::control() noexcept {
-    return *control_;
-}
-
 void TreePane::set_nodes(const std::vector<TreeNode>& nodes) {
-    silent_ = true;
+    const Silence silence(*this);
     control_->DeleteAllItems();
     control_->items.clear();
     const wxTreeItemId root = control_->AddRoot(wxString());
@@ -60,7 +53,6 @@ void TreePane::set_nodes(const std::vector<TreeNode>& nodes) {
         control_->items.push_back(control_->AppendItem(parent, node.label, node.picture));
     }
     control_->ExpandAll();
-    silent_ = false;
 }
 
 void TreePane::set_label(std::size_t node, const wxString& label) {
@@ -69,9 +61,8 @@ void TreePane::set_label(std::size_t node, const wxString& label) {
 }
 
 void TreePane::select(std::size_t node) {
-    silent_ = true;
+    const Silence silence(*this);
     control_->SelectItem(control_->items[node]);
-    silent_ = false;
 }
 
 std::size_t TreePane::selected() const {

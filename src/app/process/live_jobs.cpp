@@ -1,4 +1,4 @@
-#include "app/window/model/live_jobs.h"
+#include "app/process/live_jobs.h"
 
 #include <algorithm>
 #include <cmath>

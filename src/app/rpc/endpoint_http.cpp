@@ -1,0 +1,235 @@
+// One HTTP connection of the endpoint: a request, its answer, and the next one.
+#include <boost/beast/http/read.hpp>
+#include <boost/beast/http/write.hpp>
+#include <boost/beast/websocket/rfc6455.hpp>
+
+#include "app/rpc/endpoint_parts.h"
+#include "rpc/json_rpc.h"
+#include "rpc/xml_rpc.h"
+
+namespace vantlow::control {
+namespace {
+
+using Parser = http::request_parser<http::string_body>;
+
+std::string_view view(beast::string_view text) {
+    return {text.data(), text.size()};
+}
+
+std::optional<std::string_view> header(const HttpRequest& request, beast::string_view name) {
+    const auto found = request.find(name);
+    return found == request.end() ? std::nullopt : std::optional(view(found->value()));
+}
+
+/// The part of a target in front of "?", and the one behind it.
+struct Target {
+    std::string_view path;
+    std::string_view query;
+};
+Target target_of(const HttpRequest& request) {
+    const std::string_view target = view(request.target());
+    const auto mark = target.find('?');
+    return {target.substr(0, mark),
+            mark == std::string_view::npos ? std::string_view() : target.substr(mark + 1)};
+}
+
+class HttpSession final : public Session, public std::enable_shared_from_this<HttpSession> {
+  public:
+    HttpSession(Shared& shared, Tcp::socket socket, std::string address)
+        : Session(shared, std::move(address)),
+          stream_(std::move(socket)),
+          buffer_(largest_head + 2 * small_request) {}
+
+    void read();
+    void close() override;
+
+  private:
+    using Response = http::response<http::string_body>;
+
+    void read_head(const error_code& error);
+    void read_body();
+    bool make_room();
+    void work();
+    void preflight();
+    void call(rpc::Request request);
+    void answer(const rpc::Run& run);
+    void say(http::status status, std::string_view text);
+    void send(http::status status, std::string_view content_type, std::string body);
+    [[nodiscard]] Response response(http::status status) const;
+    void write(Response response);
+    void end();
+    [[nodiscard]] const HttpRequest& request() const { return parser_->get(); }
+
+    beast::tcp_stream stream_;
+    beast::flat_buffer buffer_;
+    std::optional<Parser> parser_;
+    std::optional<Response> response_;
+    rpc::Admission admission_ = rpc::Admission::refused;
+    bool has_request_ = false;  ///< that is not answered
+};
+
+void HttpSession::read() {
+    has_request_ = false;
+    response_.reset();
+    static_cast<void>(hold_room(0));
+    parser_.emplace();
+    parser_->header_limit(largest_head);
+    parser_->body_limit(shared().config.largest_request);
+    stream_.expires_after(idle_patience);
+    http::async_read_header(
+        stream_, buffer_, *parser_,
+        [self = shared_from_this()](const error_code& error, std::size_t) { self->read_head(error); });
+}
+
+void HttpSession::read_head(const error_code& error) {
+    if (error == http::error::body_limit)
+        return say(http::status::payload_too_large, "The request is too large.\n");
+    if (error == http::error::header_limit)
+        return say(http::status::request_header_fields_too_large, "The headers are too large.\n");
+    const bool malformed =
+        error && error.category() == make_error_code(http::error::end_of_stream).category();
+    if (malformed && error != http::error::end_of_stream && error != http::error::partial_message)
+        return say(http::status::bad_request, "This is no HTTP request.\n");
+    if (error) return end();
+    has_request_ = true;
+    const auto host = header(request(), "Host");
+    admission_ =
+        rpc::admit({host.value_or(""), header(request(), "Origin"), header(request(), "Sec-Fetch-Site")},
+                   shared().config.rules);
+    if (admission_ == rpc::Admission::refused)
+        return say(http::status::forbidden, "This host or origin is not let in.\n");
+    if (target_of(request()).path == "/jsonrpc" && boost::beast::websocket::is_upgrade(request())) {
+        stream_.expires_never();
+        serve_websocket(shared(), std::move(stream_), address(), request());
+        return;
+    }
+    if (!make_room()) return say(http::status::service_unavailable, "Too many large requests at once.\n");
+    if (header(request(), "Expect") != "100-continue") return read_body();
+    response_.emplace(http::status::continue_, request().version());
+    http::async_write(stream_, *response_,
+                      [self = shared_from_this()](const error_code& failed, std::size_t) {
+                          if (failed) return self->end();
+                          self->read_body();
+                      });
+}
+
+// A body whose length is not said has the room of a small one.
+bool HttpSession::make_room() {
+    if (const auto length = parser_->content_length()) return hold_room(static_cast<std::size_t>(*length));
+    parser_->body_limit(std::min(small_request, shared().config.largest_request));
+    return true;
+}
+
+void HttpSession::read_body() {
+    stream_.expires_after(transfer_patience);
+    http::async_read(stream_, buffer_, *parser_,
+                     [self = shared_from_this()](const error_code& error, std::size_t) {
+                         if (error == http::error::body_limit)
+                             return self->say(http::status::payload_too_large, "The request is too large.\n");
+                         if (error) return self->end();
+                         self->work();
+                     });
+}
+
+void HttpSession::work() {
+    const Target target = target_of(request());
+    const http::verb method = request().method();
+    const bool is_xml = target.path == "/rpc";
+    if (target.path != "/jsonrpc" && !is_xml) return say(http::status::not_found, "There is nothing here.\n");
+    if (method == http::verb::options) return preflight();
+    if (method == http::verb::post)
+        return call(is_xml ? rpc::read_xml(request().body()) : rpc::read_json(request().body()));
+    if (method != http::verb::get || is_xml)
+        return say(http::status::method_not_allowed, "This method is not allowed.\n");
+    // Any page could have its reader's browser ask so.
+    if (shared().config.rules.secret.empty())
+        return say(http::status::forbidden, "Without a secret there are no calls by GET.\n");
+    call(rpc::read_query(target.query));
+}
+
+// Answers a browser that asks for a page whether it may (W3C CORS).
+void HttpSession::preflight() {
+    Response made = response(http::status::no_content);
+    if (admission_ == rpc::Admission::named_origin) {
+        made.set("Access-Control-Allow-Methods", "POST, GET, OPTIONS");
+        made.set("Access-Control-Allow-Headers", "Content-Type");
+        made.set("Access-Control-Max-Age", "600");
+        if (header(request(), "Access-Control-Request-Private-Network") == "true")
+            made.set("Access-Control-Allow-Private-Network", "true");
+    }
+    write(std::move(made));
+}
+
+void HttpSession::call(rpc::Request request) {
+    stream_.expires_never();
+    rpc::Run run;
+    run.request = std::move(request);
+    hand_on(*this, std::move(run), [self = shared_from_this()](const std::optional<rpc::Run>& done) {
+        if (!done) return self->end();
+        self->answer(*done);
+    });
+}
+
+void HttpSession::answer(const rpc::Run& run) {
+    rpc::Reply reply = run.request.form == rpc::Form::xml ? rpc::write_xml(run.answers.front())
+                                                          : rpc::write_json(run.request, run.answers);
+    send(static_cast<http::status>(reply.status), reply.content_type, std::move(reply.body));
+}
+
+// Says why there is no answer, and ends the connection: what follows on it need not be a request.
+void HttpSession::say(http::status status, std::string_view text) {
+    Response made = response(status);
+    made.set(http::field::content_type, "text/plain; charset=utf-8");
+    made.keep_alive(false);
+    made.body() = text;
+    made.prepare_payload();
+    write(std::move(made));
+}
+
+void HttpSession::send(http::status status, std::string_view content_type, std::string body) {
+    Response made = response(status);
+    made.set(http::field::content_type, beast::string_view(content_type.data(), content_type.size()));
+    made.body() = std::move(body);
+    made.prepare_payload();
+    write(std::move(made));
+}
+
+HttpSession::Response HttpSession::response(http::status status) const {
+    Response made(status, 11);
+    made.keep_alive(has_request_ && parser_->is_done() && request().keep_alive() && !shared().closing);
+    made.set(http::field::cache_control, "no-store");
+    made.set("X-Content-Type-Options", "nosniff");
+    if (admission_ == rpc::Admission::named_origin) {
+        made.set(http::field::access_control_allow_origin, request()[http::field::origin]);
+        made.set(http::field::vary, "Origin");
+    }
+    return made;
+}
+
+void HttpSession::write(Response made) {
+    response_.emplace(std::move(made));
+    stream_.expires_after(transfer_patience);
+    http::async_write(stream_, *response_, [self = shared_from_this()](const error_code& error, std::size_t) {
+        if (error || self->response_->need_eof()) return self->end();
+        self->read();
+    });
+}
+
+void HttpSession::end() {
+    has_request_ = false;
+    error_code ignored;
+    stream_.socket().shutdown(Tcp::socket::shutdown_send, ignored);
+    stream_.close();
+}
+
+void HttpSession::close() {
+    if (!has_request_) end();
+}
+
+}  // namespace
+
+void serve_http(Shared& shared, Tcp::socket socket, std::string address) {
+    std::make_shared<HttpSession>(shared, std::move(socket), std::move(address))->read();
+}
+
+}  // namespace vantlow::control

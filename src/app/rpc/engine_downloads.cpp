@@ -1,0 +1,419 @@
+#include "app/rpc/engine_downloads.h"
+
+#include <algorithm>
+#include <cmath>
+#include <span>
+
+#include "app/cli/engine_texts.h"
+#include "app/rpc/job_requests.h"
+#include "app/rpc/job_status.h"
+#include "base/codes.h"
+#include "base/text.h"
+#include "platform/file.h"
+#include "store/address.h"
+
+namespace vantlow {
+namespace {
+
+using rpc::Group;
+using rpc::Phase;
+using rpc::Problem;
+
+// As many stopped downloads as front ends keep, too.
+constexpr std::size_t most_results = 1000;
+
+std::string hex_of(const Guid& guid) {
+    return to_hex(std::as_bytes(std::span(guid.bytes)));
+}
+
+bool is_stopped(Phase phase) {
+    return phase == Phase::failed || phase == Phase::complete || phase == Phase::removed;
+}
+
+std::string_view word_for(Phase phase) {
+    switch (phase) {
+        case Phase::active:
+            return "aria2.onDownloadStart";
+        case Phase::paused:
+            return "aria2.onDownloadPause";
+        case Phase::failed:
+            return "aria2.onDownloadError";
+        case Phase::complete:
+            return "aria2.onDownloadComplete";
+        case Phase::removed:
+            return "aria2.onDownloadStop";
+        case Phase::waiting:
+            break;
+    }
+    return "";
+}
+
+Problem problem_of(const Done& done, const Guid& job) {
+    return text_of(done, rpc::gid_of(job));
+}
+
+}  // namespace
+
+EngineDownloads::EngineDownloads(Engine& engine, Options options)
+    : engine_(engine),
+      options_(std::move(options)),
+      session_((hex_of(new_guid()) + hex_of(new_guid())).substr(0, 40)),
+      live_(engine) {
+    for (const CJobNode* job : engine_.jobs_below(nullptr)) known_[job->identity] = phase_of(*job);
+    engine_.add_listener(*this);
+}
+
+EngineDownloads::~EngineDownloads() {
+    engine_.remove_listener(*this);
+}
+
+// ---- Looking.
+
+// The record of a job that counts: one that only waits for its session's end to be removed is a result.
+const CJobNode* EngineDownloads::record(const Guid& job) const {
+    return results_.contains(job) ? nullptr : engine_.find(job);
+}
+
+const EngineDownloads::Lists& EngineDownloads::lists() {
+    if (lists_.made && lists_.revision == engine_.revision() && lists_.results == results_revision_)
+        return lists_;
+    lists_ = {engine_.revision(), results_revision_, true, {}, {}, {}};
+    std::vector<const CJobNode*> waiting;
+    std::vector<std::pair<std::int64_t, Guid>> stopped;
+    for (const CJobNode* job : engine_.jobs_below(nullptr)) {
+        if (results_.contains(job->identity)) continue;
+        const Phase phase = phase_of(*job);
+        if (phase == Phase::active) lists_.active.push_back(job->identity);
+        if (phase == Phase::waiting || phase == Phase::paused) waiting.push_back(job);
+        if (is_stopped(phase)) stopped.emplace_back(std::max(job->finished, job->created), job->identity);
+    }
+    std::ranges::stable_sort(waiting, {}, [](const CJobNode* job) {
+        return std::pair(job->state != JobState::waiting, job->order);
+    });
+    std::ranges::stable_sort(stopped, {}, &std::pair<std::int64_t, Guid>::first);
+    for (const CJobNode* job : waiting) lists_.waiting.push_back(job->identity);
+    for (const auto& [time, job] : stopped) lists_.stopped.push_back(job);
+    lists_.stopped.insert(lists_.stopped.end(), result_order_.begin(), result_order_.end());
+    return lists_;
+}
+
+const std::vector<Guid>& EngineDownloads::list(Group group) {
+    const Lists& all = lists();
+    return group == Group::active ? all.active : group == Group::waiting ? all.waiting : all.stopped;
+}
+
+std::vector<Guid> EngineDownloads::find(std::string_view digits) {
+    std::vector<Guid> found;
+    for (const CJobNode* job : engine_.find_by_digits(digits)) found.push_back(job->identity);
+    for (const Guid& job : result_order_) {
+        const bool fits = guid_digits(guid_text(job)).value_or("").starts_with(digits);
+        if (fits && std::ranges::find(found, job) == found.end()) found.push_back(job);
+    }
+    return found;
+}
+
+Phase EngineDownloads::phase(const Guid& job) {
+    if (const CJobNode* const found = record(job)) return phase_of(*found);
+    return results_.at(job).phase;
+}
+
+rpc::JobStatus EngineDownloads::status(const Guid& job, unsigned parts) {
+    const CJobNode* const found = record(job);
+    if (found == nullptr) return results_.at(job);
+    rpc::JobStatus status = status_of(*found, engine_.progress(job), live_.find(*found), parts);
+    if (const auto document = following_.find(job); document != following_.end())
+        status.following = document->second;
+    return status;
+}
+
+rpc::JobOptions EngineDownloads::options(const Guid& job) {
+    const CJobNode* const found = record(job);
+    if (found != nullptr) return options_of(*found);
+    rpc::JobOptions options;
+    options.folder = results_.at(job).folder;
+    return options;
+}
+
+std::vector<std::string> EngineDownloads::servers(const Guid& job) {
+    std::vector<std::string> servers;
+    for (const SessionConnection& connection : engine_.connections(job)) {
+        if (connection.works) servers.push_back(connection.peer);
+    }
+    return servers;
+}
+
+// No session tells of its peers yet.
+std::vector<rpc::Peer> EngineDownloads::peers(const Guid&) {
+    return {};
+}
+
+std::u16string EngineDownloads::default_folder() const {
+    return defaults_.folder ? to_utf16(*defaults_.folder) : engine_.first_category()->folder;
+}
+
+rpc::GlobalOptions EngineDownloads::global_options() {
+    const Settings& settings = options_.settings;
+    rpc::GlobalOptions options;
+    options.job.connections = JobDraft().connections;
+    options.job.per_server = settings.number(setting::max_per_server);
+    options.job.agent = to_utf8(options_.agent);
+    options.job.take(defaults_);
+    options.job.folder = to_utf8(default_folder());
+    options.jobs_at_once = settings.number(setting::max_jobs);
+    options.down_limit = settings.flag(setting::limit) ? settings.number(setting::speed_limit) : 0;
+    options.up_limit = 0;
+    options.split_size = settings.number(setting::split_size);
+    return options;
+}
+
+rpc::Totals EngineDownloads::totals() {
+    const Lists& all = lists();
+    return {std::llround(live_.down()), std::llround(live_.up()),
+            all.active.size(),          all.waiting.size(),
+            all.stopped.size(),         std::max(stopped_ever_, all.stopped.size())};
+}
+
+// ---- Doing.
+
+rpc::Downloads::Added EngineDownloads::result_of(vantlow::Added added) {
+    Added result{std::move(added.jobs), {}};
+    for (const DraftFault& fault : added.faults) {
+        if (!result.problem.empty()) result.problem += ' ';
+        result.problem += text_of(fault);
+    }
+    if (result.jobs.empty() && result.problem.empty()) result.problem = "There is nothing to download.";
+    return result;
+}
+
+rpc::Downloads::Added EngineDownloads::add_links(const rpc::NewJob& job, JobDraft draft) {
+    std::vector<std::u16string> addresses;
+    for (const std::string& address : job.addresses) {
+        if (is_fetchable(address)) addresses.push_back(to_utf16(address));
+    }
+    if (addresses.empty()) return {{}, "None of the addresses can be downloaded."};
+    draft.links.push_back(to_utf8(addresses.front()));
+    Added added = result_of(engine_.add(draft));
+    if (added.jobs.size() != 1 || addresses.size() == 1) return added;
+    JobEdit edit;
+    edit.mirrors.emplace(addresses.begin() + 1, addresses.end());
+    // Addresses that cannot be mirrors are those of another network; the first one alone serves then.
+    static_cast<void>(engine_.change(added.jobs.front(), edit));
+    return added;
+}
+
+// Documents are read from files: this one is there for as long as that takes.
+rpc::Downloads::Added EngineDownloads::add_document(const rpc::NewJob& job, JobDraft draft) {
+    const bool is_torrent = job.kind == rpc::NewJob::Document::torrent;
+    const std::u16string name =
+        u"received-" + to_utf16(hex_of(new_guid())) + (is_torrent ? u".torrent" : u".metalink");
+    const std::u16string path = join_path(engine_.data_folder(), name);
+    const FileError error =
+        write_file_atomically(path, std::as_bytes(std::span(job.document)), Privacy::owner_only);
+    if (!error.ok()) return {{}, "The document cannot be kept: " + error.text()};
+    draft.links.push_back(to_utf8(path));
+    vantlow::Added added = engine_.add(draft);
+    static_cast<void>(remove_file(path));
+    for (DraftFault& fault : added.faults) fault.subject = u"The document";
+    return result_of(std::move(added));
+}
+
+rpc::Downloads::Added EngineDownloads::add(const rpc::NewJob& job) {
+    rpc::NewJob whole = job;
+    whole.options = defaults_;
+    whole.options.take(job.options);
+    if (whole.options.gid && !find(*whole.options.gid).empty())
+        return {{}, "There is a download " + *whole.options.gid + " already."};
+    DraftRequest request = draft_of(whole, default_folder());
+    if (request.problem) return {{}, *request.problem};
+    const bool is_document = job.kind != rpc::NewJob::Document::none;
+    const bool has_place = job.position && !request.draft.paused;
+    Added added =
+        is_document ? add_document(job, std::move(request.draft)) : add_links(job, std::move(request.draft));
+    for (const Guid& one : added.jobs) known_[one] = phase(one);
+    if (has_place) {
+        std::size_t place = static_cast<std::size_t>(*job.position);
+        for (const Guid& one : added.jobs)
+            static_cast<void>(move(one, place++));  // behind the last: the last
+    }
+    return added;
+}
+
+Problem EngineDownloads::pause(const Guid& job) {
+    return problem_of(engine_.stop(job), job);
+}
+
+Problem EngineDownloads::unpause(const Guid& job) {
+    return problem_of(engine_.start(job), job);
+}
+
+Problem EngineDownloads::remove(const Guid& job) {
+    const CJobNode* const found = record(job);
+    if (found == nullptr) {
+        results_.erase(job);
+        std::erase(result_order_, job);
+        ++results_revision_;
+        return std::nullopt;
+    }
+    const Phase phase = phase_of(*found);
+    rpc::JobStatus last = status(job, rpc::part::all);
+    const Done done = engine_.remove(job, false);
+    if (!done.ok() && done.fault != Done::Fault::running) return problem_of(done, job);
+    following_.erase(job);
+    if (is_stopped(phase)) {
+        known_.erase(job);
+        return std::nullopt;
+    }
+    known_[job] = Phase::removed;
+    if (phase == Phase::active) {
+        last.phase = Phase::removed;
+        keep_result(std::move(last));
+        ++stopped_ever_;
+    }
+    options_.tell(word_for(Phase::removed), job);
+    return std::nullopt;
+}
+
+Problem EngineDownloads::change(const Guid& job, const rpc::JobOptions& options) {
+    const CJobNode* const found = record(job);
+    if (found == nullptr) return "The download " + rpc::gid_of(job) + " has ended.";
+    const EditRequest request = edit_of(options, *found);
+    if (request.problem) return request.problem;
+    if (request.name) {
+        if (const Done done = engine_.rename(job, *request.name); !done.ok()) return problem_of(done, job);
+    }
+    return problem_of(engine_.change(job, request.edit), job);
+}
+
+// Addresses were told without their credentials: those that stay keep them.
+Problem EngineDownloads::change_sources(const Guid& job, const std::vector<std::string>& addresses) {
+    const CJobNode* const found = record(job);
+    if (found == nullptr) return "The download " + rpc::gid_of(job) + " has ended.";
+    std::vector<std::u16string> known{found->address};
+    if (found->sources)
+        known.insert(known.end(), found->sources->mirrors.begin(), found->sources->mirrors.end());
+    std::vector<std::u16string> wanted;
+    for (const std::string& address : addresses) {
+        if (!is_fetchable(address)) return "The address " + address + " cannot be downloaded.";
+        const std::u16string text = to_utf16(address);
+        const auto same = std::ranges::find(
+            known, text, [](const std::u16string& one) { return without_credentials(one); });
+        wanted.push_back(same == known.end() ? text : *same);
+    }
+    JobEdit edit;
+    edit.address = wanted.front();
+    edit.mirrors.emplace(wanted.begin() + 1, wanted.end());
+    return problem_of(engine_.change(job, edit), job);
+}
+
+Problem EngineDownloads::move(const Guid& job, std::size_t place) {
+    const CJobNode* const found = record(job);
+    if (found == nullptr || found->state != JobState::waiting)
+        return "The download " + rpc::gid_of(job) +
+               " has no place in the queue: it does not wait for its turn.";
+    const std::vector<Guid> waiting = list(Group::waiting);
+    const auto size = static_cast<std::size_t>(std::ranges::count_if(
+        waiting, [this](const Guid& one) { return engine_.find(one)->state == JobState::waiting; }));
+    place = std::min(place, size - 1);
+    auto now = static_cast<std::size_t>(std::ranges::find(waiting, job) - waiting.begin());
+    const auto reorder = [this, &job](Order order) { return engine_.reorder(job, order); };
+    Done done;
+    // The nearest end, and steps from there.
+    if (place < now && place < now - place) {
+        done = reorder(Order::first);
+        now = 0;
+    } else if (place > now && size - 1 - place < place - now) {
+        done = reorder(Order::last);
+        now = size - 1;
+    }
+    for (; done.ok() && now < place; ++now) done = reorder(Order::later);
+    for (; done.ok() && now > place; --now) done = reorder(Order::earlier);
+    return problem_of(done, job);
+}
+
+Problem EngineDownloads::change_global(const rpc::GlobalOptions& options) {
+    const auto write = [this](const NumberSetting& setting, std::int64_t value) -> Problem {
+        return text_of(engine_.set_setting(setting.section, setting.key, to_utf16(std::to_string(value))),
+                       to_utf8(setting.section) + "/" + to_utf8(setting.key));
+    };
+    if (options.up_limit.value_or(0) != 0) return "The upload cannot be limited yet.";
+    if (options.job.folder && !options.job.folder->empty() &&
+        absolute_path(to_utf16(*options.job.folder)) != to_utf16(*options.job.folder))
+        return "The option dir wants an absolute folder.";
+    Problem problem;
+    if (options.jobs_at_once) problem = write(setting::max_jobs, *options.jobs_at_once);
+    if (!problem && options.split_size) problem = write(setting::split_size, *options.split_size);
+    if (!problem && options.down_limit) {
+        const std::int64_t limit = *options.down_limit;
+        problem = text_of(engine_.set_limit(limit > 0 ? std::optional(limit) : std::nullopt), "The limit");
+    }
+    if (!problem) defaults_.take(options.job);
+    if (defaults_.folder && defaults_.folder->empty()) defaults_.folder.reset();
+    defaults_.gid.reset();
+    return problem;
+}
+
+// ---- News.
+
+void EngineDownloads::keep_result(rpc::JobStatus status) {
+    const Guid job = status.job;
+    if (results_.insert_or_assign(job, std::move(status)).second) result_order_.push_back(job);
+    if (result_order_.size() > most_results) {
+        results_.erase(result_order_.front());
+        result_order_.pop_front();
+    }
+    ++results_revision_;
+}
+
+// A download that was quick may have ended before anybody heard of its beginning.
+void EngineDownloads::note(const Guid& job, Phase now, bool has_run) {
+    const auto [known, is_new] = known_.try_emplace(job, Phase::waiting);
+    const Phase before = std::exchange(known->second, now);
+    if (before == now || before == Phase::removed) return;
+    if (is_new && now == Phase::paused && !has_run) return;
+    const bool has_ended = now == Phase::complete || now == Phase::failed;
+    if (has_ended) ++stopped_ever_;
+    if ((has_run || has_ended) && before != Phase::active) options_.tell(word_for(Phase::active), job);
+    if (now != Phase::waiting) options_.tell(word_for(now), job);
+}
+
+void EngineDownloads::changed(const Changes& changes) {
+    if (changes.everything) {
+        known_.clear();
+        for (const CJobNode* job : engine_.jobs_below(nullptr)) known_[job->identity] = phase_of(*job);
+        return;
+    }
+    for (const JobChange& change : changes.jobs) {
+        const CJobNode* const found = engine_.find(change.job);
+        if (found != nullptr) {
+            if (!results_.contains(change.job)) note(change.job, phase_of(*found), false);
+            continue;
+        }
+        const auto known = known_.extract(change.job);
+        following_.erase(change.job);
+        if (!known.empty() && !is_stopped(known.mapped()))
+            options_.tell(word_for(Phase::removed), change.job);
+    }
+}
+
+void EngineDownloads::ended(const JobEnd& end) {
+    const Guid& job = end.job->identity;
+    if (results_.contains(job)) return;
+    if (end.gave_way) {
+        rpc::JobStatus last = status_of(*end.job, std::nullopt, nullptr, rpc::part::all);
+        last.phase = Phase::complete;
+        note(job, Phase::complete, true);
+        keep_result(std::move(last));
+        return;
+    }
+    if (const CJobNode* const found = engine_.find(job)) note(job, phase_of(*found), true);
+}
+
+void EngineDownloads::followed(const Followed& followed) {
+    const auto document = results_.find(followed.document);
+    if (document == results_.end()) return;
+    document->second.followed_by = followed.jobs;
+    for (const Guid& job : followed.jobs) following_[job] = followed.document;
+    ++results_revision_;
+}
+
+}  // namespace vantlow

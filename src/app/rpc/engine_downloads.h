@@ -1,0 +1,96 @@
+// The downloads that front ends know, over the engine.
+#pragma once
+
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <string>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
+#include "app/process/live_jobs.h"
+#include "engine/engine.h"
+#include "rpc/downloads.h"
+
+namespace vantlow {
+
+/// Everything is for the engine's thread. It keeps what only front ends ask for, and only for this run: what
+/// became of jobs that were removed, or gave way to those that a document names.
+class EngineDownloads final : public rpc::Downloads, public EngineListener {
+  public:
+    /// A front end's news: the word for it ("aria2.onDownloadStart"), and the job.
+    using Tell = std::function<void(std::string_view word, const Guid& job)>;
+    struct Options {
+        std::u16string agent;  ///< the program's own
+        const Settings& settings;
+        Tell tell;
+        std::function<void()> shut_down;  ///< ends the program soon
+    };
+    EngineDownloads(Engine& engine, Options options);
+    ~EngineDownloads() override;
+
+    /// Measures the speeds; to be called at least once a second.
+    void look() { live_.look(std::chrono::steady_clock::now()); }
+    [[nodiscard]] const LiveJobs& live() const noexcept { return live_; }
+
+    [[nodiscard]] const std::vector<Guid>& list(rpc::Group group) override;
+    [[nodiscard]] std::vector<Guid> find(std::string_view digits) override;
+    [[nodiscard]] rpc::Phase phase(const Guid& job) override;
+    [[nodiscard]] rpc::JobStatus status(const Guid& job, unsigned parts) override;
+    [[nodiscard]] rpc::JobOptions options(const Guid& job) override;
+    [[nodiscard]] std::vector<std::string> servers(const Guid& job) override;
+    [[nodiscard]] std::vector<rpc::Peer> peers(const Guid& job) override;
+    [[nodiscard]] rpc::GlobalOptions global_options() override;
+    [[nodiscard]] rpc::Totals totals() override;
+    [[nodiscard]] std::string version() override { return "1.37.0"; }
+    [[nodiscard]] std::string session() override { return session_; }
+
+    Added add(const rpc::NewJob& job) override;
+    rpc::Problem pause(const Guid& job) override;
+    rpc::Problem unpause(const Guid& job) override;
+    rpc::Problem remove(const Guid& job) override;
+    rpc::Problem change(const Guid& job, const rpc::JobOptions& options) override;
+    rpc::Problem change_sources(const Guid& job, const std::vector<std::string>& addresses) override;
+    rpc::Problem move(const Guid& job, std::size_t place) override;
+    rpc::Problem change_global(const rpc::GlobalOptions& options) override;
+    void save() override { engine_.save_behind(); }
+    void shut_down() override { options_.shut_down(); }
+
+    void changed(const Changes& changes) override;
+    void ended(const JobEnd& end) override;
+    void followed(const Followed& followed) override;
+
+  private:
+    struct Lists {
+        std::uint64_t revision = 0;
+        std::uint64_t results = 0;
+        bool made = false;
+        std::vector<Guid> active;
+        std::vector<Guid> waiting;
+        std::vector<Guid> stopped;
+    };
+    const Lists& lists();
+    void note(const Guid& job, rpc::Phase now, bool has_run);
+    void keep_result(rpc::JobStatus status);
+    [[nodiscard]] const CJobNode* record(const Guid& job) const;
+    [[nodiscard]] std::u16string default_folder() const;
+    Added add_links(const rpc::NewJob& job, JobDraft draft);
+    Added add_document(const rpc::NewJob& job, JobDraft draft);
+    static Added result_of(vantlow::Added added);
+
+    Engine& engine_;
+    const Options options_;
+    const std::string session_;
+    LiveJobs live_;
+    Lists lists_;
+    rpc::JobOptions defaults_;  ///< of jobs that are added here, for this run
+    std::unordered_map<Guid, rpc::Phase, GuidHash> known_;
+    std::unordered_map<Guid, Guid, GuidHash> following_;  ///< a job, and the document that named it
+    std::unordered_map<Guid, rpc::JobStatus, GuidHash> results_;
+    std::deque<Guid> result_order_;
+    std::uint64_t results_revision_ = 0;
+    std::size_t stopped_ever_ = 0;
+};
+
+}  // namespace vantlow

@@ -1,0 +1,171 @@
+#include "app/rpc/job_requests.h"
+
+#include <algorithm>
+
+#include "app/process/job_view.h"
+#include "base/codes.h"
+#include "base/safe_name.h"
+#include "base/text.h"
+#include "engine/kinds.h"
+#include "engine/selection.h"
+#include "platform/file.h"
+#include "store/address.h"
+#include "store/proxies.h"
+#include "transfer/job/source.h"
+
+namespace vantlow {
+namespace {
+
+constexpr std::int32_t replaces = 2;  // "FileOverwriteRule"
+
+bool is_absolute(const std::u16string& path) {
+    return absolute_path(path) == path || path.starts_with(path_separator()) || path.starts_with(u'/') ||
+           (path_separator() == u'\\' && path.size() > 2 && path[1] == u':');
+}
+
+// Appends the parts of a path, each made safe, so that nothing leaves `folder`.
+std::u16string below(std::u16string folder, std::u16string_view path) {
+    while (!path.empty()) {
+        const auto end = std::min(path.find_first_of(u"/\\"), path.size());
+        const std::u16string part = safe_file_name(path.substr(0, end), u"");
+        if (!part.empty()) folder = join_path(folder, part);
+        path.remove_prefix(std::min(end + 1, path.size()));
+    }
+    return folder;
+}
+
+// Sets folder and name of the file.
+void place(const rpc::JobOptions& asked, const std::u16string& folder, JobDraft& draft) {
+    draft.folder = folder;
+    if (asked.folder && !asked.folder->empty()) {
+        const std::u16string wanted = to_utf16(*asked.folder);
+        draft.folder = is_absolute(wanted) ? absolute_path(wanted) : below(folder, wanted);
+    }
+    const std::u16string name = to_utf16(asked.name.value_or(""));
+    if (name.empty()) return;
+    const auto end = name.find_last_of(u"/\\");
+    if (end != std::u16string::npos) draft.folder = below(draft.folder, name.substr(0, end));
+    draft.name = safe_file_name(name);
+}
+
+void set(std::u16string& member, const std::optional<std::string>& asked) {
+    if (asked) member = to_utf16(*asked);
+}
+
+std::optional<std::string> text_unless_empty(const std::u16string& text) {
+    return text.empty() ? std::nullopt : std::optional(to_utf8(text));
+}
+
+rpc::Problem look_at(const rpc::JobOptions& asked) {
+    if (asked.proxy && !asked.proxy->empty() && !parse_proxy(to_utf16(*asked.proxy)))
+        return "The option all-proxy cannot have this value.";
+    if (asked.select && !asked.select->empty() && !is_selection(*asked.select))
+        return "The option select-file cannot have this value.";
+    return std::nullopt;
+}
+
+// An identity that begins with these digits.
+Guid guid_with(const std::string& gid) {
+    const std::string random = guid_digits(guid_text(new_guid())).value_or("");
+    return guid_from_digits(gid + random.substr(gid.size())).value_or(new_guid());
+}
+
+std::string written(const ExpectedHash& hash) {
+    constexpr std::array names{"md4", "md5", "sha-1", "sha-256", "sha-384", "sha-512"};
+    return std::string(names.at(static_cast<std::size_t>(hash.kind))) + ":" + to_hex(hash.digest);
+}
+
+}  // namespace
+
+bool is_fetchable(std::string_view address) {
+    const std::u16string text = to_utf16(address);
+    switch (kind_of_address(text)) {
+        case JobKind::torrent:
+        case JobKind::edonkey:
+        case JobKind::document:
+            return true;
+        default:
+            return text.find(u"://") != std::u16string::npos && find_protocol(text) != nullptr &&
+                   parse_target(text).has_value();
+    }
+}
+
+DraftRequest draft_of(const rpc::NewJob& asked, const std::u16string& folder) {
+    const rpc::JobOptions& options = asked.options;
+    DraftRequest request;
+    request.problem = look_at(options);
+    JobDraft& draft = request.draft;
+    place(options, folder, draft);
+    set(draft.referer, options.referer);
+    if (options.referer == "*" && !asked.addresses.empty()) set(draft.referer, asked.addresses.front());
+    set(draft.agent, options.agent);
+    set(draft.cookie, options.cookie);
+    set(draft.proxy, options.proxy);
+    set(draft.user, options.user);
+    set(draft.password, options.password);
+    draft.connections = static_cast<std::int32_t>(
+        options.connections_for(asked.addresses.size()).value_or(draft.connections));
+    if (options.hash) draft.hash = parse_hash(*options.hash);
+    draft.select = options.select.value_or("");
+    draft.paused = options.paused.value_or(false);
+    if (options.gid) draft.identity = guid_with(*options.gid);
+    JobRules rules;
+    if (options.overwrites.value_or(false)) rules.overwrite = replaces;
+    rules.speed_limit = options.down_limit.value_or(0);
+    if (rules != JobRules()) draft.rules = std::make_shared<const JobRules>(std::move(rules));
+    return request;
+}
+
+EditRequest edit_of(const rpc::JobOptions& asked, const CJobNode& job) {
+    EditRequest request;
+    request.problem = look_at(asked);
+    const rpc::JobOptions now = options_of(job);
+    const auto refuse = [&request](const char* word) {
+        request.problem = "The option " + std::string(word) + " of this download cannot be changed any more.";
+    };
+    if (asked.folder && asked.folder != now.folder) refuse("dir");
+    if (asked.hash && asked.hash != now.hash) refuse("checksum");
+    if (asked.select && asked.select != now.select) refuse("select-file");
+    if (asked.up_limit.value_or(0) != 0) refuse("max-upload-limit");
+    if (asked.name && asked.name != now.name) request.name = to_utf16(*asked.name);
+    const auto text = [](std::optional<std::u16string>& member, const std::optional<std::string>& value) {
+        if (value) member = to_utf16(*value);
+    };
+    JobEdit& edit = request.edit;
+    text(edit.referer, asked.referer);
+    text(edit.agent, asked.agent);
+    text(edit.cookie, asked.cookie);
+    text(edit.proxy, asked.proxy);
+    text(edit.user, asked.user);
+    text(edit.password, asked.password);
+    const std::size_t addresses = job.sources ? std::max<std::size_t>(job.sources->mirrors.size(), 1) : 1;
+    if (const auto connections = asked.connections_for(addresses))
+        edit.connections = static_cast<std::int32_t>(*connections);
+    if (asked.down_limit) edit.speed_limit = *asked.down_limit;
+    return request;
+}
+
+rpc::JobOptions options_of(const CJobNode& job) {
+    rpc::JobOptions options;
+    options.folder = to_utf8(folder_of(job.path));
+    const std::u16string name = name_of(job.path).empty() ? job.file_name : name_of(job.path);
+    options.name = text_unless_empty(name);
+    options.referer = text_unless_empty(job.referer);
+    options.agent = text_unless_empty(job.agent);
+    // "@" stands in front of a file on this machine.
+    if (!job.cookie.starts_with(u'@')) options.cookie = text_unless_empty(job.cookie);
+    options.proxy = text_unless_empty(job.proxy);
+    const auto target = parse_target(job.address);
+    const bool in_address = target && !target->user.empty();
+    options.user = text_unless_empty(in_address ? target->user : job.user);
+    options.password = text_unless_empty(in_address ? target->password : job.password);
+    options.connections = options.per_server = job.thread_limit();
+    options.down_limit = job.rules ? job.rules->speed_limit : 0;
+    options.up_limit = 0;
+    options.overwrites = job.rules && job.rules->overwrite == replaces;
+    if (job.sources && job.sources->whole) options.hash = written(*job.sources->whole);
+    if (job.rules && !job.rules->select.empty()) options.select = job.rules->select;
+    return options;
+}
+
+}  // namespace vantlow

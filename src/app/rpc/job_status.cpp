@@ -1,0 +1,186 @@
+#include "app/rpc/job_status.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "app/process/job_view.h"
+#include "base/codes.h"
+#include "base/safe_name.h"
+#include "base/text.h"
+#include "bt/magnet.h"
+#include "engine/kinds.h"
+#include "store/address.h"
+
+namespace vantlow {
+namespace {
+
+// A plain file has no pieces: front ends draw these.
+constexpr std::int64_t least_piece = std::int64_t{1024} * 1024;
+constexpr std::int64_t most_pieces = 8192;
+
+std::int64_t piece_length_of(std::int64_t size) {
+    std::int64_t length = least_piece;
+    while (size / length >= most_pieces) length *= 2;
+    return length;
+}
+
+// Clears the bits of the pieces that a missing range touches.
+void clear(std::vector<bool>& bits, std::int64_t start, std::int64_t end, std::int64_t piece_length) {
+    if (end <= start) return;
+    const auto count = static_cast<std::int64_t>(bits.size());
+    const std::int64_t first = std::clamp<std::int64_t>(start / piece_length, 0, count);
+    const std::int64_t last = std::clamp<std::int64_t>((end - 1) / piece_length + 1, 0, count);
+    std::fill(bits.begin() + first, bits.begin() + last, false);
+}
+
+std::vector<bool> bitfield_of(const CJobNode& job, const std::optional<JobProgress>& progress,
+                              const rpc::JobStatus& status) {
+    const bool has_begun = progress || !job.segments.empty() || job.state == JobState::finished;
+    if (status.length <= 0 || !has_begun) return {};
+    std::vector<bool> bits(static_cast<std::size_t>(status.pieces), true);
+    if (progress) {
+        for (const auto& missing : progress->missing)
+            clear(bits, missing.start, missing.end, status.piece_length);
+    } else if (job.state != JobState::finished) {
+        for (const auto& segment : job.segments)
+            clear(bits, segment->start, segment->end, status.piece_length);
+    }
+    return bits;
+}
+
+// The code alone does not tell which refusal of a server it was; its sentence, which the transfer code
+// writes, names the status.
+rpc::Reason reason_of_server_error(const std::string& error) {
+    const bool is_gone = error.find("404") != std::string::npos || error.find("410") != std::string::npos;
+    return is_gone ? rpc::Reason::not_found : rpc::Reason::bad_answer;
+}
+
+rpc::Reason reason_of(const CJobNode& job) {
+    using rpc::Reason;
+    switch (job.result) {
+        case Code::ok:
+        case Code::finished_empty:
+            return Reason::done;
+        case Code::cancelled:
+            return Reason::file_exists;
+        case Code::cannot_resume:
+        case Code::range_ignored:
+        case Code::size_differs:
+        case Code::resource_changed:
+            return Reason::no_resume;
+        case Code::server_error:
+            return reason_of_server_error(job.error);
+        case Code::not_resolved:
+            return Reason::not_resolved;
+        case Code::too_many_redirects:
+        case Code::moved:
+        case Code::busy:
+        case Code::other_content:
+            return Reason::bad_answer;
+        case Code::credentials_refused:
+            return Reason::login;
+        case Code::hash_differs:
+            return Reason::wrong_hash;
+        case Code::transient:
+        case Code::tunnel_refused:
+        case Code::proxy_refused:
+            return Reason::network;
+        case Code::local_file:
+            return Reason::no_file;
+        default:
+            return Reason::unknown;
+    }
+}
+
+std::optional<rpc::TorrentStatus> torrent_of(const CJobNode& job) {
+    const auto magnet = parse_magnet(to_utf8(job.address), {});
+    if (!magnet) return std::nullopt;
+    rpc::TorrentStatus torrent;
+    torrent.info_hash = to_hex(magnet->info_hash);
+    torrent.name = job.file_name.empty() ? percent_decode(magnet->name) : to_utf8(job.file_name);
+    torrent.comment = to_utf8(job.comment);
+    for (const std::string& tracker : magnet->trackers)
+        torrent.tiers.push_back({tracker_from_magnet(tracker)});
+    return torrent;
+}
+
+// The name that the file has as far as anybody knows yet: lists show it.
+std::u16string expected_name(const CJobNode& job) {
+    if (!job.file_name.empty()) return job.file_name;
+    const auto target = parse_target(job.address);
+    if (!target) return {};
+    const std::string path = target->path.substr(0, target->path.find('?'));
+    return safe_file_name(to_utf16(percent_decode(path.substr(path.rfind('/') + 1))));
+}
+
+rpc::FileStatus file_of(const CJobNode& job, const std::u16string& path, const rpc::JobStatus& status) {
+    rpc::FileStatus file;
+    file.path = to_utf8(path);
+    file.length = status.length;
+    file.done = status.done;
+    if (kind_of(job) == JobKind::torrent) {
+        // Only a link is known yet, and no file.
+        if (status.length <= 0)
+            file.path = "[METADATA]" + torrent_of(job).value_or(rpc::TorrentStatus()).name;
+        return file;
+    }
+    if (name_of(path).empty()) file.path = to_utf8(join_path(folder_of(path), expected_name(job)));
+    for (const std::string& address : addresses_of(job))
+        file.sources.push_back({address, file.sources.empty()});
+    return file;
+}
+
+}  // namespace
+
+rpc::Phase phase_of(const CJobNode& job) noexcept {
+    switch (job.state) {
+        case JobState::waiting:
+            return rpc::Phase::waiting;
+        case JobState::running:
+            return rpc::Phase::active;
+        case JobState::stopped:
+            return rpc::Phase::paused;
+        case JobState::finished:
+            return rpc::Phase::complete;
+        case JobState::failed:
+            return rpc::Phase::failed;
+    }
+    return rpc::Phase::paused;
+}
+
+std::vector<std::string> addresses_of(const CJobNode& job) {
+    std::vector<std::string> addresses{JobView::address_of(job)};
+    if (!job.sources) return addresses;
+    for (const std::u16string& mirror : job.sources->mirrors) {
+        if (mirror != job.address) addresses.push_back(to_utf8(without_credentials(mirror)));
+    }
+    return addresses;
+}
+
+rpc::JobStatus status_of(const CJobNode& job, const std::optional<JobProgress>& progress, const LiveJob* live,
+                         unsigned parts) {
+    rpc::JobStatus status;
+    status.job = job.identity;
+    status.phase = phase_of(job);
+    const std::u16string& path = progress && !progress->path.empty() ? progress->path : job.path;
+    status.folder = to_utf8(folder_of(path));
+    status.length = std::max<std::int64_t>(progress ? progress->size : JobView::size_of(job), 0);
+    status.done = progress ? std::max<std::int64_t>(progress->done, 0) : JobView::done_of(job);
+    if (status.length > 0) {
+        status.piece_length = piece_length_of(status.length);
+        status.pieces = (status.length - 1) / status.piece_length + 1;
+    }
+    if (progress) status.connections = progress->connections;
+    if (live != nullptr) status.down_speed = std::llround(live->speed);
+    if (status.phase == rpc::Phase::failed) {
+        status.error_code = static_cast<int>(reason_of(job));
+        status.error = JobView::error_of(job);
+    }
+    if ((parts & rpc::part::torrent) != 0 && kind_of(job) == JobKind::torrent)
+        status.torrent = torrent_of(job);
+    if ((parts & rpc::part::files) != 0) status.files.push_back(file_of(job, path, status));
+    if ((parts & rpc::part::bitfield) != 0) status.bitfield = bitfield_of(job, progress, status);
+    return status;
+}
+
+}  // namespace vantlow

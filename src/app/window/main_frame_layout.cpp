@@ -1,0 +1,90 @@
+// The main window as its user left it.
+#include <wx/display.h>
+#include <wx/toolbar.h>
+
+#include "app/window/main_frame.h"
+#include "app/window/model/layout_memory.h"
+#include "app/window/model/texts.h"
+#include "app/window/words.h"
+
+namespace vantlow {
+namespace {
+
+std::string key_of(SpeedHistory::Span span) {
+    return std::to_string(static_cast<int>(span));
+}
+
+}  // namespace
+
+void MainFrame::take_layout() {
+    const vantlow::Layout layout = load_layout(host_.settings());
+    std::vector<vantlow::Layout::Place> screens;
+    for (unsigned i = 0; i < wxDisplay::GetCount(); ++i) {
+        const wxRect room = wxDisplay(i).GetClientArea();
+        screens.push_back({room.x, room.y, room.width, room.height});
+    }
+    if (const auto place = layout.place_on(screens)) {
+        SetSize(FromDIP(wxSize(place->width, place->height)));
+        Move(place->x, place->y);
+    } else {
+        CentreOnScreen();
+    }
+    if (layout.maximised) Maximize();
+    jobs_->take(layout);
+    for (const FramePane& one : frame_panes) {
+        const auto known = layout.panes.find(one.name);
+        if (known == layout.panes.end()) continue;
+        wxAuiPaneInfo& pane = panes_.GetPane(one.name);
+        pane.Show(known->second.shown);
+        if (known->second.size > 0) {
+            const int size = FromDIP(known->second.size);
+            pane.BestSize(one.command == command_pane_views ? wxSize(size, -1)
+                                                            : wxSize(pane.best_size.x, size));
+        }
+    }
+    panes_.Update();
+    const auto tools = layout.panes.find("tools");
+    if (tools != layout.panes.end() && !tools->second.shown) GetToolBar()->Hide();
+    const auto zone = layout.panes.find("zone");
+    if (zone != layout.panes.end() && zone->second.shown) zone_->Show();
+    if (const auto at = layout.choices.find("zone-place"); at != layout.choices.end()) {
+        const wxString place = ui(at->second);
+        long x = 0;
+        long y = 0;
+        if (place.BeforeFirst('x').ToLong(&x) && place.AfterFirst('x').ToLong(&y))
+            zone_->Move(static_cast<int>(x), static_cast<int>(y));
+    }
+    if (const auto span = layout.choices.find("span"); span != layout.choices.end()) {
+        for (int i = 0; i < 4; ++i) {
+            if (key_of(static_cast<SpeedHistory::Span>(i)) == span->second)
+                speed_->show(static_cast<SpeedHistory::Span>(i));
+        }
+    }
+}
+
+void MainFrame::give_layout() {
+    vantlow::Layout layout = load_layout(host_.settings());
+    layout.maximised = IsMaximized();
+    if (!layout.maximised && !IsIconized()) {
+        const wxSize size = ToDIP(GetSize());
+        layout.window = vantlow::Layout::Place{GetPosition().x, GetPosition().y, size.x, size.y};
+    }
+    jobs_->give(layout);
+    for (const FramePane& one : frame_panes) {
+        const wxAuiPaneInfo& pane = panes_.GetPane(one.name);
+        const int edge =
+            one.command == command_pane_views ? pane.window->GetSize().x : pane.window->GetSize().y;
+        vantlow::Layout::Pane& kept = layout.panes[one.name];
+        kept.shown = pane.IsShown();
+        if (pane.IsShown()) kept.size = ToDIP(edge);
+    }
+    layout.panes["tools"].shown = GetToolBar()->IsShown();
+    layout.panes["zone"].shown = zone_->IsShown();
+    layout.choices["zone-place"] =
+        std::to_string(zone_->GetPosition().x) + "x" + std::to_string(zone_->GetPosition().y);
+    layout.choices["span"] = key_of(speed_->span());
+    const Done done = save_layout(model_.engine, host_.settings(), layout);
+    if (!done.ok()) say(sentence_of(done));
+}
+
+}  // namespace vantlow

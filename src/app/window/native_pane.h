@@ -1,0 +1,45 @@
+// The panel around a control of the system's own, behind which gtk/ and msw/ hide their differences.
+#pragma once
+
+#include <wx/panel.h>
+
+#include <functional>
+
+namespace vantlow {
+
+/// Is filled by one control and reports its selection: once for all changes of one gesture, and never for
+/// those that the program makes.
+class NativePane : public wxPanel {
+  public:
+    NativePane(const NativePane&) = delete;
+    NativePane& operator=(const NativePane&) = delete;
+    [[nodiscard]] wxWindow& control() const noexcept { return *filling_; }
+
+  protected:
+    explicit NativePane(wxWindow* parent) : wxPanel(parent) {}
+    ~NativePane() override = default;
+    /// The control, a child of this panel, takes all of its room.
+    void fill_with(wxWindow& control);
+    /// To be called for each change of the selection that the control tells of.
+    void note_selection(const std::function<void()>& tell);
+    [[nodiscard]] bool is_silent() const noexcept { return silent_; }
+
+    /// While it lives, the selection is changed by the program.
+    class Silence {
+      public:
+        explicit Silence(NativePane& pane) noexcept : pane_(pane) { pane_.silent_ = true; }
+        ~Silence() { pane_.silent_ = false; }
+        Silence(const Silence&) = delete;
+        Silence& operator=(const Silence&) = delete;
+
+      private:
+        NativePane& pane_;
+    };
+
+  private:
+    wxWindow* filling_ = nullptr;
+    bool selection_noted_ = false;
+    bool silent_ = false;
+};
+
+}  // namespace vantlow

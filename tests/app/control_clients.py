@@ -1,0 +1,335 @@
+#!/usr/bin/env python3
+"""Programs as people have them speak to the resident program: over HTTP, XML-RPC and WebSockets.
+
+    control_clients.py VANTLOW
+
+VANTLOW is the program. Needs nothing but Python.
+"""
+
+import base64
+import contextlib
+import hashlib
+import http.client
+import http.server
+import json
+import os
+import pathlib
+import socket
+import struct
+import subprocess
+import sys
+import tempfile
+import threading
+import time
+import unittest
+import xmlrpc.client
+
+PROGRAM = sys.argv.pop(1)
+FILE = bytes(range(256)) * 4096
+
+
+class FileServer(http.server.BaseHTTPRequestHandler):
+    """Gives /file at once, /slow a byte now and then, and keeps the headers that it was asked with."""
+
+    asked = {}
+    protocol_version = "HTTP/1.1"
+
+    def do_GET(self):
+        FileServer.asked[self.path] = dict(self.headers)
+        missing = self.path.startswith("/none")
+        self.send_response(404 if missing else 200)
+        self.send_header("Content-Length", "0" if missing else str(len(FILE)))
+        self.end_headers()
+        if missing:
+            return
+        with contextlib.suppress(OSError):
+            if self.path.startswith("/slow"):
+                for _ in range(600):
+                    self.wfile.write(b"x")
+                    time.sleep(0.1)
+            self.wfile.write(FILE)
+
+    def log_message(self, *_):
+        pass
+
+
+class WebSocket:
+    """As much of RFC 6455 as a front end needs; and less, where a test wants it broken."""
+
+    def __init__(self, port, headers=()):
+        self.socket = socket.create_connection(("127.0.0.1", port), timeout=20)
+        lines = ["GET /jsonrpc HTTP/1.1", f"Host: 127.0.0.1:{port}", "Upgrade: websocket", "Connection: Upgrade",
+                 "Sec-WebSocket-Version: 13", "Sec-WebSocket-Key: dGhlIHNhbXBsZSBub25jZQ==",
+                 "Sec-WebSocket-Extensions: permessage-deflate", *headers, "", ""]
+        self.socket.sendall("\r\n".join(lines).encode())
+        self.bytes = b""
+        while b"\r\n\r\n" not in self.bytes:
+            self.more()
+        head, self.bytes = self.bytes.split(b"\r\n\r\n", 1)
+        self.head = head.decode()
+        self.notifications = []
+
+    def more(self):
+        got = self.socket.recv(65536)
+        if not got:
+            raise EOFError
+        self.bytes += got
+
+    def take(self, count):
+        while len(self.bytes) < count:
+            self.more()
+        got, self.bytes = self.bytes[:count], self.bytes[count:]
+        return got
+
+    def send(self, payload, opcode=1, final=True):
+        size = len(payload)
+        length = bytes([0x80 | size]) if size < 126 else struct.pack(">BH", 0xFE, size) if size < 65536 else struct.pack(">BQ", 0xFF, size)
+        mask = b"\1\2\3\4"
+        masked = bytes(byte ^ mask[i % 4] for i, byte in enumerate(payload))
+        self.socket.sendall(bytes([opcode | (0x80 if final else 0)]) + length + mask + masked)
+
+    def frame(self):
+        first, second = self.take(2)
+        size = second & 127
+        if size >= 126:
+            size = struct.unpack(">H" if size == 126 else ">Q", self.take(2 if size == 126 else 8))[0]
+        return first & 15, self.take(size)
+
+    def message(self):
+        while True:
+            opcode, payload = self.frame()
+            if opcode == 9:
+                self.send(payload, 10)
+            elif opcode == 8:
+                raise EOFError(struct.unpack(">H", payload[:2])[0])
+            else:
+                return json.loads(payload)
+
+    def call(self, method, *params):
+        self.send(json.dumps({"jsonrpc": "2.0", "id": method, "method": method, "params": params}).encode())
+        while (answer := self.message()).get("id") != method:
+            self.notifications.append(answer)
+        return answer
+
+    def wait_for(self, method, gid):
+        wanted = {"jsonrpc": "2.0", "method": method, "params": [{"gid": gid}]}
+        while wanted not in self.notifications:
+            self.notifications.append(self.message())
+
+
+class ControlApi(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        cls.folder = tempfile.TemporaryDirectory()
+        cls.root = pathlib.Path(cls.folder.name)
+        cls.server = http.server.ThreadingHTTPServer(("127.0.0.1", 0), FileServer)
+        cls.server.daemon_threads = True
+        threading.Thread(target=cls.server.serve_forever, daemon=True).start()
+        cls.files = f"http://127.0.0.1:{cls.server.server_port}"
+        with socket.socket() as free:
+            free.bind(("127.0.0.1", 0))
+            cls.port = free.getsockname()[1]
+        cls.common = [PROGRAM, "--data-dir", str(cls.root / "data"), "--settings", str(cls.root / "settings.ini")]
+        environment = os.environ | {"HOME": str(cls.root), "XDG_RUNTIME_DIR": str(cls.root)}
+        cls.vantlow = staticmethod(lambda *words: subprocess.run([*cls.common, *words], capture_output=True, text=True, env=environment, timeout=60))
+        cls.secret = cls.vantlow("rpc", "secret").stdout.strip()
+        cls.token = "token:" + cls.secret
+        cls.process = subprocess.Popen([*cls.common, "serve", "--foreground", "--rpc-listen", f"127.0.0.1:{cls.port}",
+                                        "--rpc-allow-origin", "https://a.example", "--rpc-allow-origin", "https://b.example"],
+                                       env=environment)
+        for _ in range(300):
+            with contextlib.suppress(OSError), socket.create_connection(("127.0.0.1", cls.port)):
+                return
+            time.sleep(0.1)
+        raise TimeoutError("the control API did not open")
+
+    @classmethod
+    def tearDownClass(cls):
+        assert cls.vantlow("quit").returncode == 0
+        cls.process.wait(60)
+        cls.server.shutdown()
+        cls.folder.cleanup()
+
+    def http(self, method="POST", path="/jsonrpc", body=None, headers=None):
+        connection = http.client.HTTPConnection("127.0.0.1", self.port, timeout=30)
+        connection.request(method, path, body, headers or {})
+        answer = connection.getresponse()
+        return answer.status, {k.lower(): v for k, v in answer.getheaders()}, answer.read()
+
+    def call(self, method, *params):
+        status, _, body = self.http(body=json.dumps({"id": 1, "method": method, "params": [self.token, *params]}))
+        answer = json.loads(body)
+        self.assertEqual(status, 200, answer)
+        return answer["result"]
+
+    def until(self, gid, status):
+        for _ in range(200):
+            now = self.call("aria2.tellStatus", gid)
+            if now["status"] == status:
+                return now
+            time.sleep(0.05)
+        self.fail(f"{gid} does not become {status}: {now}")
+
+    def test_the_life_of_a_download_with_its_notifications(self):
+        watcher, stranger = WebSocket(self.port), WebSocket(self.port)
+        self.assertNotIn("deflate", watcher.head)
+        self.assertEqual(watcher.call("aria2.getVersion", self.token)["id"], "aria2.getVersion")
+        target = str(self.root / "life")
+        options = {"dir": target, "out": "../sub/name.bin", "header": ["Cookie: a=b", "User-Agent: Front", "Accept: x"],
+                   "referer": "http://r.example/", "gid": "00000000abcdef01", "pause": "true", "split": "2"}
+        gid = watcher.call("aria2.addUri", self.token, [self.files + "/file"], options)["result"]
+        self.assertEqual(gid, "00000000abcdef01")
+        self.assertEqual(self.call("aria2.tellStatus", gid, ["status", "errorCode"]), {"status": "paused"})
+        self.assertEqual(self.call("aria2.unpause", gid), gid)
+        watcher.wait_for("aria2.onDownloadComplete", gid)
+        watcher.wait_for("aria2.onDownloadStart", gid)
+        done = self.until(gid, "complete")
+        path = pathlib.Path(done["files"][0]["path"])
+        self.assertEqual(path, pathlib.Path(target, "sub", "name.bin"))
+        self.assertEqual(path.read_bytes(), FILE)
+        self.assertEqual((done["totalLength"], done["completedLength"], done["errorCode"]), (str(len(FILE)), str(len(FILE)), "0"))
+        sent = FileServer.asked["/file"]
+        self.assertEqual((sent["Cookie"], sent["User-Agent"], sent["Referer"]), ("a=b", "Front", "http://r.example/"))
+        again = self.call("aria2.getOption", gid)
+        self.assertEqual(again["header"], ["Cookie: a=b"])
+        FileServer.asked.clear()
+        retry = self.call("aria2.addUri", [done["files"][0]["uris"][0]["uri"]], again)
+        self.until(retry, "complete")
+        self.assertEqual(FileServer.asked["/file"]["Cookie"], "a=b")
+        self.assertEqual(self.call("aria2.removeDownloadResult", gid), "OK")
+        self.assertTrue(path.exists())
+        self.assertEqual(stranger.notifications, [])
+        stranger.socket.settimeout(0.2)
+        self.assertRaises(TimeoutError, stranger.message)
+
+    def test_pausing_removing_and_failing(self):
+        watcher = WebSocket(self.port)
+        watcher.call("aria2.getVersion", self.token)
+        add = lambda path, **more: self.call("aria2.addUri", [self.files + path], {"dir": str(self.root / "stop"), **more})
+        gid = add("/slow", split="1", **{"max-connection-per-server": "1"})
+        self.until(gid, "active")
+        self.assertEqual(self.call("aria2.getServers", gid)[0]["index"], "1")
+        self.assertIn(gid, [one["gid"] for one in self.call("aria2.tellActive", ["gid"])])
+        self.assertEqual(self.call("aria2.pause", gid), gid)
+        watcher.wait_for("aria2.onDownloadPause", gid)
+        self.until(gid, "paused")
+        self.call("aria2.changeOption", gid, {"max-download-limit": "3K"})
+        self.assertEqual(self.call("aria2.getOption", gid)["max-download-limit"], "3072")
+        self.call("aria2.unpause", gid)
+        self.until(gid, "active")
+        self.assertEqual(self.call("aria2.forceRemove", gid), gid)
+        self.assertEqual(self.call("aria2.tellStatus", gid, ["status"]), {"status": "removed"})
+        watcher.wait_for("aria2.onDownloadStop", gid)
+        self.assertEqual([one["gid"] for one in self.call("aria2.tellStopped", -1, 1, ["gid"])], [gid])
+        self.assertNotIn(gid, [one["gid"] for one in self.call("aria2.tellActive")])
+        lost = add("/none")
+        watcher.wait_for("aria2.onDownloadError", lost)
+        self.assertEqual(self.until(lost, "error")["errorCode"], "3")
+        queue = [add(f"/file{i}", pause="true") for i in range(3)]
+        self.assertEqual([one["gid"] for one in self.call("aria2.tellWaiting", 0, 1000) if one["gid"] in queue], queue)
+        for one in queue:
+            self.call("aria2.remove", one)
+        self.assertEqual(self.call("aria2.purgeDownloadResult"), "OK")
+        self.assertEqual(self.call("aria2.tellStopped", 0, 1000), [])
+        self.assertEqual(json.loads(self.vantlow("list", "--json").stdout), [])
+
+    def test_media_managers_over_xml(self):
+        proxy = xmlrpc.client.ServerProxy(f"http://127.0.0.1:{self.port}/rpc")
+        self.assertGreaterEqual(tuple(map(int, proxy.aria2.getVersion(self.token)["version"].split("."))), (1, 34, 0))
+        magnet = "magnet:?xt=urn:btih:" + "ab" * 20 + "&dn=film"
+        gid = proxy.aria2.addUri(self.token, [magnet], {"dir": str(self.root)})
+        told = proxy.aria2.tellStatus(self.token, gid)
+        self.assertEqual(told["infoHash"], "ab" * 20)
+        self.assertEqual(told["files"][0]["path"], "[METADATA]film")
+        info = b"d6:lengthi3e4:name5:f.bin12:piece lengthi16384e6:pieces20:" + hashlib.sha1(b"abc").digest() + b"e"
+        torrent = proxy.aria2.addTorrent(self.token, xmlrpc.client.Binary(b"d4:info" + info + b"e"), [], {"pause": "true"})
+        self.assertEqual(proxy.aria2.tellStatus(self.token, torrent, ["infoHash"]), {"infoHash": hashlib.sha1(info).hexdigest()})
+        self.assertTrue(proxy.aria2.getGlobalOption(self.token)["dir"])
+        with self.assertRaises(xmlrpc.client.Fault) as wrong:
+            proxy.aria2.addTorrent(self.token, xmlrpc.client.Binary(b"no torrent"))
+        self.assertEqual((wrong.exception.faultCode, wrong.exception.faultString), (1, "The document: it is not a torrent."))
+        for one in (gid, torrent):
+            self.assertEqual(proxy.aria2.forceRemove(self.token, one), one)
+        self.assertEqual(proxy.aria2.tellWaiting(self.token, 0, 10240), [])
+        self.assertEqual(proxy.system.multicall([{"methodName": "aria2.saveSession", "params": [self.token]}]), [["OK"]])
+
+    def test_who_is_let_in(self):
+        good = json.dumps({"id": 1, "method": "aria2.getSessionInfo", "params": [self.token]})
+        cases = [
+            ({}, 200, None), ({"Origin": "https://a.example"}, 200, "https://a.example"),
+            ({"Origin": "https://b.example", "Sec-Fetch-Site": "cross-site"}, 200, "https://b.example"),
+            ({"Origin": "https://c.example"}, 403, None), ({"Origin": "null"}, 403, None),
+            ({"Origin": "chrome-extension://x"}, 200, None), ({"Host": "rebound.example"}, 403, None),
+            ({"Sec-Fetch-Site": "cross-site"}, 403, None), ({"Content-Type": "text/plain"}, 200, None),
+        ]
+        for headers, status, allowed in cases:
+            got, given, _ = self.http(body=good, headers=headers)
+            self.assertEqual((got, given.get("access-control-allow-origin")), (status, allowed), headers)
+        status, given, _ = self.http("OPTIONS", headers={"Origin": "https://a.example", "Access-Control-Request-Method": "POST"})
+        self.assertEqual((status, given["access-control-allow-headers"]), (204, "Content-Type"))
+        params = base64.b64encode(json.dumps([self.token]).encode()).decode()
+        status, given, body = self.http("GET", f"/jsonrpc?method=aria2.getSessionInfo&id=x&params={params}&jsoncallback=f")
+        self.assertEqual((status, given["content-type"], body[:2]), (200, "text/javascript", b"f("))
+        self.assertEqual(self.http("GET", "/jsonrpc?method=aria2.getVersion&id=x")[0], 400)
+        self.assertEqual((self.http("GET", "/x")[0], self.http("PUT")[0], self.http("GET", "/rpc")[0]), (404, 405, 405))
+        self.assertIn("403", WebSocket(self.port, ["Origin: https://c.example"]).head.split("\r\n")[0])
+        began = time.monotonic()
+        for _ in range(3):
+            status, _, body = self.http(body='{"id":1,"method":"aria2.shutdown","params":["token:no"]}')
+            self.assertEqual((status, json.loads(body)["error"]["message"]), (400, "Unauthorized"))
+        self.assertGreater(time.monotonic() - began, 1.5)
+        self.assertIn("200", str(self.http(body=good)[0]))
+
+    def test_what_is_broken_or_too_large_ends_alone(self):
+        for raw, status in [(b"nonsense\r\n\r\n", b"400"), (b"POST /jsonrpc HTTP/1.1\r\nContent-Length: 99999999999\r\n\r\n", b"413"),
+                            (b"GET / HTTP/1.1\r\nX: " + b"x" * 100000, b"431")]:
+            with socket.create_connection(("127.0.0.1", self.port), timeout=20) as plain:
+                plain.sendall(raw)
+                self.assertIn(status, plain.recv(100).split(b"\r\n")[0])
+        sessions = [WebSocket(self.port) for _ in range(3)]
+        sessions[0].send(b"{", 3)  # an opcode that there is not
+        self.assertRaises((EOFError, OSError), sessions[0].message)
+        sessions[1].send(b'{"id":1,', final=False)  # fragments
+        sessions[1].send(b'"method":"system.listMethods"}', 0)
+        self.assertIn("aria2.addUri", sessions[1].message()["result"])
+        sessions[1].send(b"[" * 1000)
+        self.assertEqual(sessions[1].message()["error"]["code"], -32700)
+        sessions[2].socket.sendall(struct.pack(">BBQ", 0x81, 0xFF, 1 << 40))
+        self.assertRaises((EOFError, OSError), sessions[2].message)
+        # Expect: 100-continue, as curl says with a large body.
+        large = json.dumps({"id": 1, "method": "aria2.addTorrent", "params": [self.token, "A" * 3000000]})
+        self.assertEqual(self.http(body=large, headers={"Expect": "100-continue"})[0], 400)
+
+    def test_our_own_words(self):
+        before = self.call("vantlow.list")
+        gid = self.call("aria2.addUri", [self.files + "/file"], {"pause": "true", "dir": str(self.root)})
+        since = self.call("vantlow.list", {"since": before["revision"], "session": before["session"]})
+        self.assertEqual((since["everything"], [job["gid"] for job in since["jobs"]]), (False, [gid]))
+        category = self.call("vantlow.addCategory", "Films", str(self.root / "films"))
+        self.assertEqual(self.call("vantlow.moveJobs", [gid], category), "OK")
+        self.assertEqual(self.call("vantlow.job", gid)["category"], category)
+        self.assertEqual(self.call("vantlow.remove", [gid], "keep"), "OK")
+        later = self.call("vantlow.list", {"since": since["revision"], "session": since["session"]})
+        self.assertEqual(later["removed"], [gid])
+        self.assertTrue(self.call("vantlow.list", {"since": since["revision"], "session": "another"})["everything"])
+        self.assertEqual(self.call("vantlow.removeCategory", category), "OK")
+        settings = {one["name"]: one for one in self.call("vantlow.settings")}
+        self.assertEqual(settings["RPC/Secret"]["value"], "********")
+        self.call("vantlow.setLimits", {"down": 123456})
+        self.assertEqual(self.call("vantlow.limits"), {"down": 123456})
+        self.assertEqual(self.call("aria2.getGlobalOption")["max-overall-download-limit"], "123456")
+        self.call("aria2.changeGlobalOption", {"max-overall-download-limit": "0"})
+        self.assertEqual((self.call("vantlow.questions"), self.call("vantlow.limits")), ([], {"down": None}))
+
+    def test_a_thousand_at_once(self):
+        calls = [{"methodName": "aria2.addUri", "params": [self.token, [f"{self.files}/f{i}"], {"pause": "true", "dir": str(self.root)}]}
+                 for i in range(1000)]
+        gids = [one[0] for one in self.call("system.multicall", calls)]
+        self.assertEqual(len(set(gids)), 1000)
+        told = [one["gid"] for one in self.call("aria2.tellWaiting", 0, 1000, ["gid"])]
+        self.assertEqual(told, gids)
+        self.assertEqual(self.call("vantlow.remove", gids), "OK")
+
+
+if __name__ == "__main__":
+    unittest.main()

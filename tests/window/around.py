@@ -1,0 +1,179 @@
+#!/usr/bin/python3
+"""around.py PROGRAMS: what is around the window, on a screen that nobody sees: the first start, the desktop's notices, the
+clipboard, drops, the drop zone, the start with the session, questions that are switched off."""
+
+import http.server
+import os
+import pathlib
+import subprocess
+import sys
+import tempfile
+import threading
+
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "support"))
+import display  # noqa: E402
+import drive  # noqa: E402
+from display import press, to_front, until, windows, write  # noqa: E402
+
+NOTICES = """<node><interface name="org.freedesktop.Notifications">
+<method name="GetCapabilities"><arg type="as" direction="out"/></method>
+<method name="GetServerInformation"><arg type="s" direction="out"/><arg type="s" direction="out"/>
+<arg type="s" direction="out"/><arg type="s" direction="out"/></method>
+<method name="CloseNotification"><arg type="u" direction="in"/></method>
+<method name="Notify"><arg type="s" direction="in"/><arg type="u" direction="in"/><arg type="s" direction="in"/>
+<arg type="s" direction="in"/><arg type="s" direction="in"/><arg type="as" direction="in"/>
+<arg type="a{sv}" direction="in"/><arg type="i" direction="in"/><arg type="u" direction="out"/></method>
+<signal name="ActionInvoked"><arg type="u"/><arg type="s"/></signal>
+<signal name="NotificationClosed"><arg type="u"/><arg type="u"/></signal></interface></node>"""
+
+
+class NoticeServer:
+    """The desktop's side of notices (Desktop Notifications Specification 1.2)."""
+
+    def __init__(self):
+        from gi.repository import Gio, GLib
+
+        self.seen, self.glib, self.connection = [], GLib, None
+        interface = Gio.DBusNodeInfo.new_for_xml(NOTICES).interfaces[0]
+
+        def own(connection, _name):
+            self.connection = connection
+            connection.register_object("/org/freedesktop/Notifications", interface, self.answer, None, None)
+
+        Gio.bus_own_name(Gio.BusType.SESSION, "org.freedesktop.Notifications", 0, own, None, None)
+        threading.Thread(target=GLib.MainLoop().run, daemon=True).start()
+
+    def answer(self, _connection, _sender, _path, _interface, method, words, call):
+        answers = {"GetCapabilities": ("(as)", (["actions", "body"],)), "CloseNotification": None,
+                   "GetServerInformation": ("(ssss)", ("test", "test", "1", "1.2")), "Notify": ("(u)", (len(self.seen) + 1,))}
+        if method == "Notify":
+            self.seen.append(words.unpack())
+        call.return_value(answers[method] and self.glib.Variant(*answers[method]))
+
+    def press(self, number):
+        """The first button of a notice."""
+        action = self.seen[number][5][0]
+        self.connection.emit_signal(None, "/org/freedesktop/Notifications", "org.freedesktop.Notifications",
+                                    "ActionInvoked", self.glib.Variant("(us)", (number + 1, action)))
+
+
+def put_into_clipboard(text):
+    subprocess.run(["xclip", "-selection", "clipboard"], input=text, text=True, check=True)
+
+
+def close(title):
+    to_front(title)
+    press("Escape")
+    until(lambda: not windows(title), f"the end of {title}")
+
+
+def first_start(window, server):
+    window.set("Settings/Language=en")
+    assert window.run().returncode == 0
+    to_front("^Welcome to Vantlow$")
+    target = window.folder / "elsewhere"
+    press("alt+d", "ctrl+a")
+    write(str(target))
+    press("alt+s", "Return")
+    until(lambda: not windows("^Welcome to Vantlow$"), "the end of the first questions")
+    assert window.run(f"{server}/placed.bin").returncode == 0
+    until(lambda: (target / "placed.bin").exists(), "a file in the chosen folder")
+    starts = window.folder / ".config/autostart/vantlow.desktop"
+    assert "--minimized" in starts.read_text(), starts
+    window.run("settings", "set", "Window/StartWithSession", "0")
+    assert not starts.exists()
+    window.end()
+    # So does the desktop start it: the window is there and nobody sees it, and nothing is asked again.
+    assert window.run("--minimized").returncode == 0
+    until(lambda: windows("^Vantlow$", visible=False), "the hidden window")
+    assert not windows("^Vantlow$") and not windows("^Welcome")
+    assert window.run().returncode == 0
+    until(lambda: windows("^Vantlow$"), "the window after a second start")
+
+
+def notices(window, server, desktop):
+    opened = window.folder / "opened"
+    stub = window.folder / "xdg-open"
+    stub.write_text(f'#!/bin/sh\necho "$1" >>"{opened}"\n')
+    stub.chmod(0o755)
+    window.environment["PATH"] = f"{window.folder}:{os.environ['PATH']}"
+    window.start()
+    subprocess.run(["xdotool", "windowminimize", to_front("^Vantlow$")], check=True)
+    window.run("add", "--dir", str(window.folder), f"{server}/told.bin")
+    until(lambda: desktop.seen, "a notice")
+    assert desktop.seen[0][3:5] == ("1 download finished", "told.bin"), desktop.seen
+    desktop.press(0)
+    until(lambda: opened.exists(), "the file's being opened")
+    assert opened.read_text().strip() == str(window.folder / "told.bin")
+    window.run("settings", "set", "Window/Notify", "0")
+    window.run("add", "--dir", str(window.folder), f"{server}/silent.bin")
+    until(lambda: (window.folder / "silent.bin").exists(), "another file")
+
+
+def clipboard(window, server):
+    window.set("Window/Welcomed=1", "Window/WatchClipboard=1")
+    window.start()
+    put_into_clipboard(f"look at {server}/pasted.bin here")
+    to_front("^Vantlow$")
+    press("ctrl+shift+v")
+    to_front("^New download$")
+    press("alt+d")
+    window.wait_for_rows(1)
+    # Watched while another program is used; a text without links, and the same links again, bring nothing.
+    subprocess.run(["xdotool", "windowminimize", to_front("^Vantlow$")], check=True)
+    put_into_clipboard("no link in here")
+    put_into_clipboard(f"{server}/watched.bin")
+    to_front("^New download$")
+    press("alt+d")
+    window.wait_for_rows(2)
+    until(lambda: all(job["state"] == "finished" for job in window.jobs()), "two finished downloads")
+
+
+def confirmations(window, server):
+    window.start()
+    window.run("add", "--paused", f"{server}/one.bin", f"{server}/two.bin")
+    window.wait_for_rows(2)
+    for is_asked in (True, False):
+        to_front("^Vantlow$")
+        press("ctrl+a", "Delete")
+        if is_asked:
+            to_front("^Remove$")
+            press("alt+d", "alt+r")  # the box, then the button
+        window.wait_for_rows(0)
+        to_front("^Vantlow$")
+        press("ctrl+z")
+        window.wait_for_rows(2)
+    assert "0" in window.run("settings", "get", "Confirmation/Remove").stdout
+    # The end while something runs is asked about.
+    window.run("add", "--connections", "1", f"{server}/slow/three.bin")
+    until(lambda: any("running" in line for line in window.names()), "a running download")
+    to_front("^Vantlow$")
+    press("ctrl+q")
+    close("^Exit$")
+    assert window.process()
+
+
+def main(programs):
+    lacking = display.missing("xclip")
+    if not os.access(f"{programs}/vantlow-desktop", os.X_OK):
+        lacking.append("vantlow-desktop")
+    if lacking:
+        print("skipped: there is no " + ", ".join(lacking))
+        return drive.SKIPPED
+    display.on_a_session_bus()
+    server = http.server.ThreadingHTTPServer(("127.0.0.1", 0), drive.Slow)
+    threading.Thread(target=server.serve_forever, daemon=True).start()
+    desktop = NoticeServer()
+    with display.display():  # the accessibility service ends with its first screen
+        for scenario in (first_start, lambda *both: notices(*both, desktop), clipboard, confirmations):
+            with tempfile.TemporaryDirectory() as folder:
+                window = drive.Window(programs, folder)
+                try:
+                    scenario(window, f"http://127.0.0.1:{server.server_port}")
+                finally:
+                    window.kill()
+    return 0
+
+
+if __name__ == "__main__":
+    sys.exit(main(*sys.argv[1:]))
