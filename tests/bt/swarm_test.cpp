@@ -119,7 +119,7 @@ const SecurTable& secur_library() {
 class Client : public SwarmListener {
   public:
     Client(SimulatedInternet& internet, const Content& content, int number, const HostTraits& traits = {},
-           std::uint32_t crypto = 0, const SecurTable* library = &secur_library())
+           std::uint32_t crypto = 1, const SecurTable* library = &secur_library())
         : host(internet.add_host("192.0.2." + std::to_string(number), traits)),
           disk(host, content),
           down(host.now()),
