@@ -24,7 +24,7 @@ constexpr std::array pages_by_subject{
               "All;Others/BackupTo;Performance/SaveDatabaseInterval"},
     PageFacts{to_translate("Downloads"), "Download",
               "Performance/MaxJobs;Download/Resume;Download/FileOverwriteRule;Download/MoveCompleted"},
-    PageFacts{to_translate("Connections"), "Connection",
+    PageFacts{to_translate("Connections"), "Connection;RPC",
               "Connection/Limit;Connection/Speed Limit;Connection/MaxPerServer;Connection/ConnectInterval;"
               "Connection/ConnTimeout;Connection/Always;Connection/Retries;Connection/OnlyOwnPart;"
               "Settings/Split Size;Performance/SuspendInterval"},
