@@ -30,6 +30,17 @@ function(vantlow_library name)
     vantlow_check_links(${name})
 endfunction()
 
+# Puts the page that the endpoint serves (web/, languages/) into the library, as a table of files.
+function(vantlow_embed_page name)
+    set(script "${PROJECT_SOURCE_DIR}/cmake/EmbedPage.cmake")
+    set(made "${PROJECT_BINARY_DIR}/generated/page_files.cpp")
+    file(GLOB_RECURSE files CONFIGURE_DEPENDS "${PROJECT_SOURCE_DIR}/web/*" "${PROJECT_SOURCE_DIR}/languages/*.lng")
+    add_custom_command(OUTPUT "${made}" DEPENDS ${files} "${script}" VERBATIM
+        COMMAND "${CMAKE_COMMAND}" "-DWEB=${PROJECT_SOURCE_DIR}/web" "-DLANGUAGES=${PROJECT_SOURCE_DIR}/languages"
+            "-DOUTPUT=${made}" -P "${script}")
+    target_sources(${name} PRIVATE "${made}")
+endfunction()
+
 # A program of nothing but one library, all of it: it links only where the library needs nothing besides what it is
 # linked to above. So a call in the wrong direction fails here, even where some program would have both sides.
 function(vantlow_check_links name)

@@ -72,6 +72,14 @@ def own_sources(build):
             yield versions.parents[1], Package(name, version, versions.parent / f"{name}.copyright")
 
 
+def vendored():
+    """What others made and stands in this repository: it is inside the page that every program serves."""
+    vendor = pathlib.Path(__file__).resolve().parents[1] / "web/vendor"
+    for line in (vendor / "versions").read_text(encoding="utf-8").splitlines():
+        name, version = line.split()
+        yield Package(name, version, vendor / f"{name}.LICENSE")
+
+
 def packages_inside(build, targets):
     """The packages parts of which are inside these targets, by name. Raises for a file that nobody owns."""
     files = set(headers_of_headers_only(build))
@@ -84,7 +92,7 @@ def packages_inside(build, targets):
     owners = owners_of(files - built)
     if unknown := files - built - set(owners):
         raise FileNotFoundError(f"parts of the program that no package has: {sorted(map(str, unknown))}")
-    found = {p.name: p for p in map(package, sorted(set(owners.values())))}
+    found = {p.name: p for p in (*map(package, sorted(set(owners.values()))), *vendored())}
     for folder, packages in own.items():
         if any(f.resolve().is_relative_to(folder.resolve()) for f in built):
             found |= {p.name: p for p in packages}

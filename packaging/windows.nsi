@@ -7,7 +7,7 @@
 !define KEY "Software\Microsoft\Windows\CurrentVersion\Uninstall\Vantlow"
 !define DESKTOP "$INSTDIR\vantlow-desktop.exe"
 
-Unicode true
+Target amd64-unicode
 ManifestDPIAware true
 SetDateSave off
 SetCompressor /SOLID lzma

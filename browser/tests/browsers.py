@@ -72,7 +72,7 @@ def started(command, environment, pattern):
 
 
 class Chromium:
-    """Debian's Chromium with the extension; `home` is its user's."""
+    """Debian's Chromium with the extension, or (None) without one; `home` is its user's."""
 
     name = "chromium"
     extension = "amfocobpfblggmedeifaniiachofngnf"
@@ -93,11 +93,12 @@ class Chromium:
         }
         (profile / "Default/Preferences").write_text(json.dumps(wishes))
         flags = (
-            f"--user-data-dir={profile} --disable-extensions-except={extension} --load-extension={extension} "
+            f"--user-data-dir={profile} "
             "--headless=new --no-sandbox --disable-gpu --disable-quic --no-first-run --disable-component-update "
             "--disable-background-networking --disable-sync --disable-dev-shm-usage --remote-debugging-port=0"
         )
-        command = [cls.program, *flags.split(), "about:blank"]
+        loaded = [f"--disable-extensions-except={extension}", f"--load-extension={extension}"] if extension else []
+        command = [cls.program, *flags.split(), *loaded, "about:blank"]
         with started(command, environment, r"DevTools listening on (ws://\S+)") as address:
             yield cls(Wire(address))
 

@@ -20,7 +20,9 @@ Done rename_files(const CJobNode& job, const std::u16string& to) {
     for (const std::u16string_view suffix : {std::u16string_view(), partial_suffix, state_suffix}) {
         if (path_kind(to + std::u16string(suffix)) != PathKind::none) return {Fault::name_taken, {}, to};
     }
-    const std::u16string main_suffix(finished ? std::u16string_view() : partial_suffix);
+    // The folder of a torrent has its name from the beginning.
+    const bool is_named = finished || path_kind(job.path) == PathKind::folder;
+    const std::u16string main_suffix(is_named ? std::u16string_view() : partial_suffix);
     const std::u16string from = job.path + main_suffix;
     if (const FileError error = rename_no_replace(from, to + main_suffix); !error.ok())
         return {Fault::file, error, from};

@@ -15,6 +15,7 @@ constexpr std::int64_t nanoseconds_of_a_second = 1'000'000'000;
 // partial file is gone, and under its name there is a file of its size that is younger than the job.
 bool ended_unsaved(const CJobNode& job) {
     if (job.file_size < 0 || name_of(job.path).empty()) return false;
+    if (path_kind(job.path) != PathKind::file) return false;  // a torrent's folder proves nothing
     if (path_kind(job.path + std::u16string(partial_suffix)) != PathKind::none) return false;
     const FileStamp stamp = file_stamp(job.path);
     return stamp.there && stamp.size == job.file_size &&

@@ -12,8 +12,9 @@ using namespace std::chrono_literals;
 
 constexpr Clock::duration round_time = 1s;
 constexpr Clock::duration save_interval = 10s;  // a kill costs no more than the pieces of this time
-constexpr Clock::duration first_save = 1s;      // a short download is worth it too
-constexpr Clock::duration patience = 5s;        // before it is said that nobody gives anything
+// A short download is worth it too: it is saved as often as this at the beginning.
+constexpr Clock::duration first_interval = 1s;
+constexpr Clock::duration patience = 5s;  // before it is said that nobody gives anything
 // The log of a job is for reading, so it shows only the first peers of a swarm.
 constexpr std::size_t most_logged = 100;
 constexpr int backlog = 64;
@@ -41,8 +42,8 @@ void TorrentRun::accept(net::Listener& listener) {
 }
 
 void TorrentRun::start_round() {
-    next_save_ = Clock::now() + first_save;
-    idle_since_ = Clock::now();
+    began_ = idle_since_ = Clock::now();
+    next_save_ = began_ + first_interval;
     every_second();
 }
 
@@ -89,7 +90,8 @@ void TorrentRun::save_some() {
     disk_->run([this, good = good_, is_lost] { return files_->save(good, *is_lost); },
                [this, is_lost](const Result& result) {
                    is_saving_ = false;
-                   next_save_ = Clock::now() + save_interval;
+                   const auto now = Clock::now();
+                   next_save_ = now + (now - began_ < save_interval ? first_interval : save_interval);
                    if (std::exchange(share_after_saving_, false)) share();
                    if (result.ok()) return;
                    if (*is_lost) return failed(result);

@@ -109,7 +109,8 @@ class TorrentRun final : private SwarmListener {
     std::optional<Result> failure_;
     bool is_saving_ = false;
     bool share_after_saving_ = false;
-    bool has_news_ = false;  ///< pieces came since the last save
+    bool has_news_ = false;      ///< pieces came since the last save
+    Clock::time_point began_{};  ///< the fetching of the description, then that of the pieces
     Clock::time_point next_save_{};
     Clock::time_point idle_since_{};  ///< when the last peer was seen to give something
     std::string lacked_;              ///< as the log knows it

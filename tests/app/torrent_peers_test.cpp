@@ -150,6 +150,7 @@ TEST_F(TorrentPeers, ATorrentAndAMagnetLinkBecomeFilesAndSelectedOnesAreAlone) {
 
 TEST_F(TorrentPeers, AFinishedTorrentIsSharedAsLongAsIsWantedAndSoIsOneThatIsThere) {
     begin(300'000, 777, 150'000);
+    const int whole = port;
     RunningProgram sharing(test::vantlow_program(),
                            {u"get", torrent, u"-d", folder.path(u"x"), u"--seed-ratio", u"1"}, environment());
     const auto until = Clock::now() + std::chrono::seconds(20);
@@ -171,6 +172,7 @@ TEST_F(TorrentPeers, AFinishedTorrentIsSharedAsLongAsIsWantedAndSoIsOneThatIsThe
     EXPECT_FALSE(folder.has(u"x/tree(1)")) << "what is there is shared";
     EXPECT_FALSE(folder.has(u"x/tree/.vantlow-parts") || folder.has(u"x/tree.vantlow-job"));
     folder.write(u"x/tree/b/c", std::string(777, 'x'));
+    port = whole;
     ok({u"get", torrent, u"-d", folder.path(u"x"), u"--seed-time", u"1s"});
     EXPECT_TRUE(has_all(u"x/tree(1)"));
     EXPECT_EQ(folder.read(u"x/tree/b/c"), std::string(777, 'x')) << "another file";
@@ -182,7 +184,7 @@ TEST_F(TorrentPeers, AKilledDownloadGoesOnWithWhatWasSafe) {
     {
         RunningProgram first(test::vantlow_program(), get, environment());
         // By then the first state was saved.
-        ASSERT_TRUE(wait_until_done(first, 3'000'000)) << first.out();
+        ASSERT_TRUE(wait_until_done(first, 5'000'000)) << first.out();
         first.kill();
         first.wait();
     }
@@ -211,6 +213,8 @@ TEST_F(TorrentPeers, AFiledTorrentIsStoppedGoesOnAndIsRemovedWithItsFilesAlone) 
     const std::string log = ok({u"log", id});
     EXPECT_NE(log.find("Peer: 127.0.0.1:" + std::to_string(port)), std::string::npos) << log;
     EXPECT_EQ(log.find("0123456789abcdefghij"), std::string::npos) << "a key in the log: " << log;
+    EXPECT_NE(log.find("x/tree; "), std::string::npos) << log;
+    EXPECT_NE(log.rfind("x/tree; "), log.rfind("x/tree; 0 of")) << "all of it again: " << log;
     EXPECT_TRUE(folder.has(u"data/torrents"));
     folder.write(u"x/tree/mine", "not the torrent's");
     ok({u"remove", id, u"--files"});

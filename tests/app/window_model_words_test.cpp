@@ -1,4 +1,4 @@
-// Every word of the window is in every catalogue.
+// Every word of the window and of the page is in every catalogue.
 #include <gtest/gtest.h>
 
 #include <cctype>
@@ -48,7 +48,7 @@ struct Word {
 };
 
 void words_of(const std::string& source, std::vector<Word>& words) {
-    for (const std::string call : {"tr(", "trn(", "to_translate("}) {
+    for (const std::string call : {"tr(", "trn(", "to_translate(", "word("}) {
         for (std::size_t at = source.find(call); at != std::string::npos; at = source.find(call, at)) {
             const char before = at > 0 ? source[at - 1] : ' ';
             at += call.size();
@@ -67,20 +67,23 @@ void words_below(const std::u16string& folder, std::vector<Word>& words) {
     for (const FolderEntry& entry : entries) {
         const std::u16string path = join_path(folder, entry.name);
         if (entry.kind == PathKind::folder) words_below(path, words);
-        if (entry.name.ends_with(u".cpp") || entry.name.ends_with(u".h"))
+        if (entry.name.ends_with(u".cpp") || entry.name.ends_with(u".h") || entry.name.ends_with(u".js"))
             words_of(without_comments(read(path)), words);
     }
 }
 
-TEST(WindowWords, AreInEveryCatalogue) {
+TEST(Words, AreInEveryCatalogue) {
     const std::u16string root = to_utf16(VANTLOW_SOURCES);
     std::vector<Word> words;
     words_below(join_path(root, u"src/app/window"), words);
-    const std::size_t in_sources = words.size();
+    const std::size_t in_window = words.size();
+    words_below(join_path(root, u"web"), words);
+    const std::size_t in_page = words.size() - in_window;
     for (const KnownSetting& setting : known_settings()) {
         if (!setting.meaning.empty()) words.push_back({setting.meaning, false});
     }
-    EXPECT_GT(in_sources, 100U);
+    EXPECT_GT(in_window, 100U);
+    EXPECT_GT(in_page, 100U);
     std::vector<std::u16string> files;
     const std::u16string folder = join_path(root, u"languages");
     ASSERT_TRUE(list_files(folder, u".lng", files).ok());

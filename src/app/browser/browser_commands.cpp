@@ -18,6 +18,17 @@ namespace {
 
 constexpr std::size_t largest_manifest = 64U << 10U;
 
+// The program that browsers start: of the two that stand beside each other the one without a window, so that
+// both say the same of it.
+std::u16string host_program(const CFerrywellApp& app) {
+    constexpr std::u16string_view with_window = u"vantlow-desktop";
+    const std::u16string& own = app.program_file();
+    const std::u16string name = name_of(own);
+    if (!name.starts_with(with_window)) return own;
+    const std::u16string other = join_path(folder_of(own), u"vantlow" + name.substr(with_window.size()));
+    return path_kind(other) == PathKind::file ? other : own;
+}
+
 enum class Entry {
     none,
     own,      ///< names this program
@@ -121,18 +132,18 @@ Exit install(CFerrywellApp& app, const GlobalOptions& global, const std::vector<
     if (chosen.empty()) return complain("No browser was found. Name one: vantlow browser install firefox");
     Exit status = Exit::done;
     for (const Browser* const browser : chosen) {
-        const Entry entry = entry_of(*browser, app.program_file());
+        const Entry entry = entry_of(*browser, host_program(app));
         if (entry == Entry::own) continue;
         if (entry == Entry::foreign) {
             status = complain_of_foreign(*browser);
             continue;
         }
-        const std::string manifest = manifest_for(*browser, app.program_file());
+        const std::string manifest = manifest_for(*browser, host_program(app));
         const FileError error = register_host(*browser, native_host_name, std::as_bytes(std::span(manifest)));
         if (!error.ok()) status = complain_of(*browser, error);
     }
-    show(global, chosen, app.program_file());
-    const std::u16string extension = join_path(folder_of(app.program_file()), u"browser");
+    show(global, chosen, host_program(app));
+    const std::u16string extension = join_path(folder_of(host_program(app)), u"browser");
     if (!global.quiet && path_kind(extension) == PathKind::folder)
         tell("The extension itself is loaded in the browser, from " + to_utf8(extension) +
              "; docs/browser.md says how.");
@@ -144,7 +155,7 @@ Exit remove(CFerrywellApp& app, const GlobalOptions& global, const std::vector<s
         named_or(names, [](const Browser& browser) { return is_host_registered(browser, native_host_name); });
     Exit status = Exit::done;
     for (const Browser* const browser : chosen) {
-        const Entry entry = entry_of(*browser, app.program_file());
+        const Entry entry = entry_of(*browser, host_program(app));
         if (entry == Entry::foreign) {
             status = complain_of_foreign(*browser);
         } else if (entry != Entry::none) {
@@ -152,13 +163,13 @@ Exit remove(CFerrywellApp& app, const GlobalOptions& global, const std::vector<s
             if (!error.ok()) status = complain_of(*browser, error);
         }
     }
-    show(global, chosen, app.program_file());
+    show(global, chosen, host_program(app));
     return status;
 }
 
 Exit list(CFerrywellApp& app, const GlobalOptions& global, const std::vector<std::string>& names) {
     const Browsers chosen = named_or(names, [](const Browser&) { return true; });
-    show(global, chosen, app.program_file());
+    show(global, chosen, host_program(app));
     tell_of_confined(chosen);
     return Exit::done;
 }

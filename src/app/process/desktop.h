@@ -4,6 +4,7 @@
 #include <functional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "engine/engine.h"
 
@@ -29,6 +30,9 @@ class DesktopHost {
     virtual bool turn() = 0;
     /// The system follows a setting that was changed, where it is one of those (system_settings.h).
     virtual void follow_setting(std::u16string_view section, std::u16string_view key) = 0;
+    /// Runs a command of the command line ("browser", "install") as one that another start handed over.
+    /// Returns its complaints, UTF-8; empty where it did all.
+    virtual std::string run_command(const std::vector<std::string>& words) = 0;
     /// Asks for the end of the process.
     virtual void quit() noexcept = 0;
 };

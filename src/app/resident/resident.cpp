@@ -97,6 +97,12 @@ void Resident::follow_setting(std::u16string_view section, std::u16string_view k
     if (!failed.ok()) complain(failed.text());
 }
 
+std::string Resident::run_command(const Words& words) {
+    ConsoleCapture capture({});
+    const CommandAnswer answer = run_words(app_, read_(words));
+    return answer.status == Exit::done ? std::string() : answer.error + capture.error();
+}
+
 // A window shows what changed some times a second: more often than the loop's own timer comes.
 bool Resident::turn() {
     const bool goes_on = loop_->turn();

@@ -60,6 +60,7 @@ class Resident : private DesktopHost {
     [[nodiscard]] bool starts_minimized() const noexcept override { return starts_minimized_; }
     bool turn() override;
     void follow_setting(std::u16string_view section, std::u16string_view key) override;
+    std::string run_command(const Words& words) override;
     void quit() noexcept override { loop_->quit(); }
     void on_timer(int timer);
     void on_request(const std::string& request, const EventLoop::Events::Reply& reply);

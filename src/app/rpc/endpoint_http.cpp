@@ -4,6 +4,7 @@
 #include <boost/beast/websocket/rfc6455.hpp>
 
 #include "app/rpc/endpoint_parts.h"
+#include "app/rpc/page.h"
 #include "rpc/json_rpc.h"
 #include "rpc/xml_rpc.h"
 
@@ -55,6 +56,7 @@ class HttpSession final : public Session, public std::enable_shared_from_this<Ht
     void answer(const rpc::Run& run);
     void say(http::status status, std::string_view text);
     void send(http::status status, std::string_view content_type, std::string body);
+    void send(const PageAnswer& page);
     [[nodiscard]] Response response(http::status status) const;
     void write(Response response);
     void end();
@@ -136,6 +138,10 @@ void HttpSession::work() {
     const Target target = target_of(request());
     const http::verb method = request().method();
     const bool is_xml = target.path == "/rpc";
+    if (method == http::verb::get || method == http::verb::head) {
+        const auto page = find_page(target.path, header(request(), "If-None-Match").value_or(""));
+        if (page) return send(*page);
+    }
     if (target.path != "/jsonrpc" && !is_xml) return say(http::status::not_found, "There is nothing here.\n");
     if (method == http::verb::options) return preflight();
     if (method == http::verb::post)
@@ -192,6 +198,17 @@ void HttpSession::send(http::status status, std::string_view content_type, std::
     made.set(http::field::content_type, beast::string_view(content_type.data(), content_type.size()));
     made.body() = std::move(body);
     made.prepare_payload();
+    write(std::move(made));
+}
+
+void HttpSession::send(const PageAnswer& page) {
+    const auto text = [](std::string_view view) { return beast::string_view(view.data(), view.size()); };
+    Response made = response(static_cast<http::status>(page.status));
+    for (const PageHeader& one : page_headers) made.set(text(one.name), text(one.value));
+    made.set(http::field::content_type, text(page.type));
+    made.set(http::field::etag, text(page.tag));
+    if (page.status == 200) made.content_length(page.body.size());
+    if (request().method() == http::verb::get) made.body() = page.body;
     write(std::move(made));
 }
 

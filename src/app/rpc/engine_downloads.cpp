@@ -215,7 +215,7 @@ rpc::Downloads::Added EngineDownloads::result_of(vantlow::Added added) {
 rpc::Downloads::Added EngineDownloads::add_links(const rpc::NewJob& job, JobDraft draft) {
     std::vector<std::u16string> addresses;
     for (const std::string& address : job.addresses) {
-        if (is_fetchable(address)) addresses.push_back(to_utf16(address));
+        if (can_be_asked_for(address)) addresses.push_back(to_utf16(address));
     }
     if (addresses.empty()) return {{}, "None of the addresses can be downloaded."};
     draft.links.push_back(to_utf8(addresses.front()));
@@ -321,7 +321,7 @@ Problem EngineDownloads::change_sources(const Guid& job, const std::vector<std::
         known.insert(known.end(), found->sources->mirrors.begin(), found->sources->mirrors.end());
     std::vector<std::u16string> wanted;
     for (const std::string& address : addresses) {
-        if (!is_fetchable(address)) return "The address " + address + " cannot be downloaded.";
+        if (!can_be_asked_for(address)) return "The address " + address + " cannot be downloaded.";
         const std::u16string text = to_utf16(address);
         const auto same = std::ranges::find(
             known, text, [](const std::u16string& one) { return without_credentials(one); });

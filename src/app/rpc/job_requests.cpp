@@ -77,7 +77,7 @@ std::string written(const ExpectedHash& hash) {
 
 }  // namespace
 
-bool is_fetchable(std::string_view address) {
+bool can_be_asked_for(std::string_view address) {
     const std::u16string text = to_utf16(address);
     switch (kind_of_address(text)) {
         case JobKind::torrent:

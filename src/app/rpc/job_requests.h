@@ -12,7 +12,7 @@
 namespace vantlow {
 
 /// True for an address that a job can be made of. Paths of this machine are none: who asks may be elsewhere.
-bool is_fetchable(std::string_view address);
+bool can_be_asked_for(std::string_view address);
 
 /// The draft of a download. `folder`: where it goes when it asks for no folder, and what a folder that is not
 /// absolute lies below. A value that cannot be used is a problem.

@@ -351,10 +351,17 @@ Answer Methods::questions(Params&) {
     for (const Question& question : engine().questions()) {
         const auto left =
             std::chrono::ceil<std::chrono::seconds>(question.until - QuestionBoard::Clock::now());
+        Json files = Json::array();
+        for (const Question::File& file : question.files)
+            files.push_back({{"name", to_utf8(file.name)}, {"size", null_below_zero(file.size)}});
         all.push_back({{"id", question.id},
                        {"kind", kind_name(question.kind)},
                        {"job", question.job.is_zero() ? Json() : Json(rpc::gid_of(question.job))},
                        {"text", text_of(question)},
+                       {"server", question.server},
+                       {"fingerprint", question.fingerprint},
+                       {"path", to_utf8(question.path)},
+                       {"files", std::move(files)},
                        {"seconds", std::max<std::int64_t>(left.count(), 0)}});
     }
     return all;

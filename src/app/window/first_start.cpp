@@ -6,11 +6,14 @@
 #include <wx/stattext.h>
 #include <wx/textctrl.h>
 
+#include <algorithm>
+
 #include "app/process/known_settings.h"
 #include "app/window/confirm.h"
 #include "app/window/model/texts.h"
 #include "app/window/model/translate.h"
 #include "app/window/words.h"
+#include "platform/browsers.h"
 
 namespace vantlow {
 namespace {
@@ -31,7 +34,7 @@ Done set_folder(Engine& engine, const std::u16string& folder) {
 
 }  // namespace
 
-std::string ask_first(wxWindow& parent, WindowModel& model) {
+std::string ask_first(wxWindow& parent, DesktopHost& host, WindowModel& model) {
     wxDialog dialog(&parent, wxID_ANY, ui(tr("Welcome to Vantlow")), wxDefaultPosition, wxDefaultSize,
                     wxDEFAULT_DIALOG_STYLE | wxRESIZE_BORDER);
     auto* const grid = new wxFlexGridSizer(2, dialog.FromDIP(wxSize(8, 6)));
@@ -39,6 +42,10 @@ std::string ask_first(wxWindow& parent, WindowModel& model) {
     const std::u16string& before = model.engine.first_category()->folder;
     wxTextCtrl* const folder = add_folder(dialog, *grid, ui(tr("&Downloads go to:")), before, before);
     folder->SetMinSize(dialog.FromDIP(wxSize(340, -1)));
+    auto* const browsers = new wxCheckBox(
+        &dialog, wxID_ANY, ui(tr("Let &browsers hand downloads over, once they have Vantlow's extension")));
+    // Whoever has none of them has nothing to choose.
+    browsers->Show(std::ranges::any_of(known_browsers, has_browser));
     auto* const session =
         new wxCheckBox(&dialog, wxID_ANY, ui(tr("&Start Vantlow when I log in, out of sight")));
     session->SetValue(model.settings.flag(setting::start_with_session));
@@ -46,6 +53,7 @@ std::string ask_first(wxWindow& parent, WindowModel& model) {
     all->Add(new wxStaticText(&dialog, wxID_ANY, ui(tr("The options can change this at any time."))),
              wxSizerFlags().Border(wxALL, dialog.FromDIP(12)));
     all->Add(grid, wxSizerFlags().Expand().Border(wxLEFT | wxRIGHT, dialog.FromDIP(12)));
+    all->Add(browsers, wxSizerFlags().Border(wxLEFT | wxRIGHT | wxTOP, dialog.FromDIP(12)));
     all->Add(session, wxSizerFlags().Border(wxALL, dialog.FromDIP(12)));
     all->Add(dialog.CreateSeparatedButtonSizer(wxOK | wxCANCEL),
              wxSizerFlags().Expand().Border(wxALL, dialog.FromDIP(8)));
@@ -64,6 +72,10 @@ std::string ask_first(wxWindow& parent, WindowModel& model) {
     if (!done) return fault;
     if (const Done moved = set_folder(model.engine, wide_of(folder->GetValue())); !moved.ok())
         fault = sentence_of(moved);
+    if (browsers->IsShown() && browsers->GetValue()) {
+        const std::string complaint = host.run_command({"--quiet", "browser", "install"});
+        if (!complaint.empty()) fault = complaint;
+    }
     if (session->GetValue() == model.settings.flag(setting::start_with_session)) return fault;
     const std::string failed = set(setting::start_with_session, session->GetValue());
     return fault.empty() ? failed : fault;

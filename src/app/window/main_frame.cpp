@@ -342,7 +342,7 @@ void MainFrame::quit() {
 void MainFrame::first_start() {
     if (asking_ || ending_ || host_.settings().flag(setting::welcomed)) return;
     asking_ = true;
-    const std::string fault = ask_first(*this, model_);
+    const std::string fault = ask_first(*this, host_, model_);
     asking_ = false;
     if (ending_) return;
     if (!fault.empty()) say(fault);

@@ -2,6 +2,7 @@
 
 #include <optional>
 
+#include "base/text.h"
 #include "platform/fault_hook.h"
 #include "platform/win32/native.h"
 // after the system's own
