@@ -117,7 +117,6 @@ TEST_F(StoreCommands, name_the_settings_that_may_have_been_meant) {
     EXPECT_NE(told.find("not \"many\""), std::string::npos) << told;
     EXPECT_NE(told.find("no setting Performance/MinJobs"), std::string::npos) << told;
     ok({u"settings", u"unset", u"Performance/MinJobs"});
-    EXPECT_EQ(ok({u"settings", u"describe"}).find("Language"), std::string::npos);
 }
 
 TEST_F(StoreCommands, keep_nothing_in_the_folder_that_the_program_was_built_in) {

@@ -227,7 +227,7 @@ def a_download(page, program, here, pictures=None):
     page.run("document.getElementById('tab-log').click()")
     page.wait("document.querySelectorAll('.log .sent').length > 0")
     page.run("document.getElementById('tab-details').click()")
-    page.wait(f"document.querySelector('.details dl').textContent.includes('{here}/slow.bin')")
+    page.wait(f"document.querySelector('.details dl')?.textContent.includes('{here}/slow.bin')")
     page.press("Escape")
     page.push("Start")
     page.wait("state('slow.bin') === 'finished'")
