@@ -61,14 +61,16 @@ Outcome<FileList> list_of(const TorrentContent& content, const std::u16string& n
 }  // namespace
 
 Outcome<std::vector<bool>> chosen_files(const TorrentContent& content, const std::string& selection) {
-    const auto numbers = select(selection, content.files.size());
-    std::vector<bool> chosen(content.files.size(), false);
-    bool is_any = false;
-    for (const std::size_t number : numbers.value_or(std::vector<std::size_t>())) {
-        chosen[number] = !content.files[number].padding;
-        is_any = is_any || chosen[number];
+    // People see and count the files without those that only fill pieces up.
+    std::vector<std::size_t> shown;
+    for (std::size_t i = 0; i < content.files.size(); ++i) {
+        if (!content.files[i].padding) shown.push_back(i);
     }
-    if (is_any) return chosen;
+    const auto numbers = select(selection, shown.size());
+    std::vector<bool> chosen(content.files.size(), false);
+    for (const std::size_t number : numbers.value_or(std::vector<std::size_t>()))
+        chosen[shown[number]] = true;
+    if (numbers && !numbers->empty()) return chosen;
     return Result(Code::unsupported, "The torrent has no file that \"" + selection + "\" selects.");
 }
 

@@ -11,6 +11,7 @@
 #include "app/terminal/quantities.h"
 #include "base/codes.h"
 #include "base/text.h"
+#include "bt/torrent_content.h"
 #include "bt/torrent_settings.h"
 #include "platform/console.h"
 
@@ -20,6 +21,17 @@ namespace {
 using nlohmann::ordered_json;
 
 constexpr std::size_t bytes_of_a_piece_hash = 20;
+
+// The files in the order in which "--select" counts them: those that only fill pieces up (BEP 47) are left
+// out.
+std::vector<CBEMetaInfo::File> shown_files(const CBEMetaInfo& meta) {
+    std::vector<CBEMetaInfo::File> files = meta.files();
+    const auto content = read_torrent_content(meta.info);
+    if (!content || content->files.size() != files.size()) return files;
+    std::size_t number = 0;
+    std::erase_if(files, [&](const CBEMetaInfo::File&) { return content->files[number++].padding; });
+    return files;
+}
 
 ordered_json json_of(const TorrentFacts& facts) {
     const CBEMetaInfo& meta = facts.meta;
@@ -37,7 +49,7 @@ ordered_json json_of(const TorrentFacts& facts) {
         if (!tracker.empty()) json["trackers"].push_back(tracker);
     }
     json["files"] = ordered_json::array();
-    for (const CBEMetaInfo::File& file : meta.files()) {
+    for (const CBEMetaInfo::File& file : shown_files(meta)) {
         json["files"].push_back({{"path", to_utf8(file.path)}, {"size", file.size}});
     }
     return json;
@@ -61,7 +73,7 @@ std::string lines_of(const TorrentFacts& facts) {
             add("Tracker:   " + (facts.is_magnet ? tracker_from_magnet(tracker) : tracker));
         }
     }
-    for (const CBEMetaInfo::File& file : meta.files()) {
+    for (const CBEMetaInfo::File& file : shown_files(meta)) {
         add(print("%12llu  ", static_cast<unsigned long long>(file.size)) + to_utf8(file.path));
     }
     return lines;
