@@ -13,6 +13,12 @@ Result refused(const std::error_code& error) {
     return {Code::transient, "The system cannot start another thread: " + error.message(), error.value()};
 }
 
+// Who waits for a piece of work to be done waits here, for all pools: it keeps no pool's lock from those that
+// start work. std::atomic's own wait may miss the notification where the system has no futex (mingw's
+// libstdc++ looks at the value before it takes its lock).
+Mutex ending;
+Condition ended;
+
 }  // namespace
 
 Result start_thread(std::thread& thread, std::function<void()> work) {
@@ -38,7 +44,10 @@ ThreadPool::~ThreadPool() {
 
 void ThreadPool::Running::join() {
     if (!work_) return;
-    work_->done.wait(false);
+    {
+        MutexLock guard(ending);
+        ended.wait(guard, [this] { return work_->done.load(); });
+    }
     work_.reset();
 }
 
@@ -87,8 +96,11 @@ void ThreadPool::serve(const std::shared_ptr<Worker>& worker) {
         guard.lock();
         idle_.push_back(worker);
         guard.unlock();
-        work->done = true;
-        work->done.notify_all();
+        {
+            const MutexLock done(ending);
+            work->done = true;
+        }
+        ended.notify_all();
         guard.lock();
     }
 }
