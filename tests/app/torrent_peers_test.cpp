@@ -1,4 +1,5 @@
 // Torrents from a real peer to files, by the program itself; on machines that have such a peer.
+#include <algorithm>
 #include <nlohmann/json.hpp>
 
 #include "base/codes.h"
@@ -120,7 +121,10 @@ TEST_F(TorrentPeers, ATorrentAndAMagnetLinkBecomeFilesAndSelectedOnesAreAlone) {
     EXPECT_TRUE(has_all(u"x/tree"));
     EXPECT_EQ(end_of(whole)["path"], folder.utf8_path("x/tree"));
     EXPECT_EQ(end_of(whole)["size"], 450'777);
-    EXPECT_EQ(events(), (std::vector<std::string>{"started", "complet", "stopped"}));
+    // An announce whose answer is late is sent again, so that one may come twice.
+    std::vector<std::string> told = events();
+    told.erase(std::unique(told.begin(), told.end()), told.end());
+    EXPECT_EQ(told, (std::vector<std::string>{"started", "complet", "stopped"}));
 
     // What is there belongs to somebody.
     ok({u"get", torrent, u"-d", folder.path(u"x")});
@@ -213,8 +217,8 @@ TEST_F(TorrentPeers, AFiledTorrentIsStoppedGoesOnAndIsRemovedWithItsFilesAlone) 
     const std::string log = ok({u"log", id});
     EXPECT_NE(log.find("Peer: 127.0.0.1:" + std::to_string(port)), std::string::npos) << log;
     EXPECT_EQ(log.find("0123456789abcdefghij"), std::string::npos) << "a key in the log: " << log;
-    EXPECT_NE(log.find("x/tree; "), std::string::npos) << log;
-    EXPECT_NE(log.rfind("x/tree; "), log.rfind("x/tree; 0 of")) << "all of it again: " << log;
+    EXPECT_NE(log.find("tree; "), std::string::npos) << log;
+    EXPECT_NE(log.rfind("tree; "), log.rfind("tree; 0 of")) << "all of it again: " << log;
     EXPECT_TRUE(folder.has(u"data/torrents"));
     folder.write(u"x/tree/mine", "not the torrent's");
     ok({u"remove", id, u"--files"});
