@@ -75,7 +75,7 @@ class UnpackingBody : public BodySource {
     Moved unpack(std::span<std::byte> into, Clock::time_point until);
     Moved give(std::span<std::byte> into, Clock::time_point until);
     Moved skip_rest(Clock::time_point until);
-    Moved fill(Clock::time_point until);
+    Moved refill(Clock::time_point until);
     [[nodiscard]] GZ_InflateInit_t* form_of(std::span<const std::byte> bytes) const;
     [[nodiscard]] std::span<const std::byte> waiting() const noexcept {
         return std::span(buffer_).subspan(from_, filled_ - from_);
@@ -103,7 +103,7 @@ Moved UnpackingBody::read(std::span<std::byte> into, Clock::time_point until) {
 }
 
 // Brings more bytes behind those that wait; `closed` at the end, each time that it is asked.
-Moved UnpackingBody::fill(Clock::time_point until) {
+Moved UnpackingBody::refill(Clock::time_point until) {
     if (ended_) return Moved::closed();
     if (from_ == filled_) from_ = filled_ = 0;
     const Moved moved = below_->read(std::span(buffer_).subspan(filled_), until);
@@ -116,7 +116,7 @@ Moved UnpackingBody::fill(Clock::time_point until) {
 Moved UnpackingBody::look(Clock::time_point until) {
     const std::size_t enough = coding_ == ContentCoding::gzip ? gzip_begin.size() : deflate_sample;
     while (filled_ < enough && !ended_) {
-        const Moved moved = fill(until);
+        const Moved moved = refill(until);
         if (moved.state == Moved::State::quiet || moved.state == Moved::State::failed) return moved;
     }
     begin_ = form_of(std::span(buffer_).first(std::min(filled_, enough)));
@@ -156,7 +156,7 @@ Moved UnpackingBody::unpack(std::span<std::byte> into, Clock::time_point until) 
             if (!out.empty()) return Moved::data(out.size());
             if (!in.empty() || at_member_end_) continue;
         }
-        const Moved moved = fill(until);
+        const Moved moved = refill(until);
         if (moved.state == Moved::State::closed)
             return at_member_end_ ? moved : Moved::failed(Code::transient);
         if (moved.state != Moved::State::data) return moved;
@@ -174,7 +174,7 @@ Moved UnpackingBody::give(std::span<std::byte> into, Clock::time_point until) {
 Moved UnpackingBody::skip_rest(Clock::time_point until) {
     for (;;) {
         from_ = filled_;
-        if (const Moved moved = fill(until); moved.state != Moved::State::data) return moved;
+        if (const Moved moved = refill(until); moved.state != Moved::State::data) return moved;
     }
 }
 
