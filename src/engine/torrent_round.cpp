@@ -74,7 +74,7 @@ void TorrentRun::tell_peers() {
     told_ = known.size();
 }
 
-// What the trackers are told next.
+// The next announces carry these numbers.
 void TorrentRun::count() {
     if (swarm_ == nullptr) return;
     received_ = swarm_->downloaded() + swarm_->wasted();

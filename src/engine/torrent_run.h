@@ -89,7 +89,7 @@ class TorrentRun final : private SwarmListener {
     net::SharedTokens sent_{Clock::now()};
     JobOutcome outcome_;
 
-    // What follows belongs to the thread.
+    // All below belongs to the thread.
     Magnet magnet_;
     LinkCrypto crypto_;
     TorrentIdentity identity_;
