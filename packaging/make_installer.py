@@ -24,7 +24,8 @@ def file_macros(names, staged):
         folders |= {f"$INSTDIR\\{parent}" for parent in inside.parents if parent.parts}
         install += [f'    SetOutPath "{folder}"', f'    File "{staged / name}"']
         remove.append(f'    Delete "$INSTDIR\\{inside}"')
-    remove += [f'    RMDir "{folder}"' for folder in sorted(folders, key=len, reverse=True)]
+    # A folder sorts before what stands in it.
+    remove += [f'    RMDir "{folder}"' for folder in sorted(folders, reverse=True)]
     return "\n".join(["!macro InstallFiles", *install, "!macroend", "!macro RemoveFiles", *remove, "!macroend", ""])
 
 

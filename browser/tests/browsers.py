@@ -7,23 +7,20 @@ import pathlib
 import re
 import shutil
 import subprocess
+import sys
 import threading
-import time
 
 import websocket
+
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "tests/support"))
+import display  # noqa: E402
 
 WAIT = 60  # seconds for whatever is expected
 
 
 def until(look, what, seconds=WAIT):
-    """Waits until look() gives something true, and returns it."""
-    end = time.monotonic() + seconds
-    while True:
-        if found := look():
-            return found
-        if time.monotonic() > end:
-            raise AssertionError(f"in {seconds} s there was not: {what}")
-        time.sleep(0.1)
+    """display.until() with the patience that browsers need."""
+    return display.until(look, what, seconds)
 
 
 class Wire:

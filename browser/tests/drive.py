@@ -166,7 +166,9 @@ def private_windows(trial):
     private = trial.browser.private_page(trial.here + "/page")
     for page, name, cookie in ((private, "private.bin", "key=right2"), (trial.page, "public.bin", "key=right1")):
         link = f"Object.assign(document.createElement('a'), {{href: '/{name}', download: ''}})"
-        until(lambda page=page: trial.browser.run(page, "document.readyState") == "complete", "the page")
+        # The empty document that comes before a page is complete, too.
+        shown = "document.readyState === 'complete' && location.pathname"
+        until(lambda page=page, shown=shown: trial.browser.run(page, shown) == "/page", "the page")
         trial.browser.run(page, f"(() => {{ const a = {link}; document.body.append(a); a.click(); }})()")
         assert trial.whole(trial.fetched, name) == CONTENT
         assert Site.asked[f"/{name}"][-1].get("cookie") == cookie, f"{name}: {Site.asked[f'/{name}']}"

@@ -88,7 +88,9 @@ bool CBTAnnounceThread::announce(std::string_view tracker, AnnounceEvent event) 
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
         return false;
     }
-    stopping_ = event == AnnounceEvent::stopped || (event == AnnounceEvent::completed && stop_.requested());
+    // The end of a torrent mostly follows its completion at once, and would cut this announce short after the
+    // tracker has counted it.
+    stopping_ = event == AnnounceEvent::stopped || (event == AnnounceEvent::completed && is_complete_);
     const bool ok = announce_now(normalise_tracker(tracker), event);
     announced_ = true;
     busy_.unlock();

@@ -94,11 +94,11 @@ class CBTAnnounceThread {
     const AnnounceEvent initial_;
     LogSink& log_;
     StopSource stop_;
-    StopSource last_stop_;  ///< of the announces that begin after stop_
+    StopSource last_stop_;  ///< of the announces that stop_ leaves alone
     StopSource news_;       ///< a child of stop_: the torrent is complete, or stop_ was requested
     std::atomic<bool> is_complete_{false};
     BusyLock busy_;
-    bool stopping_ = false;  ///< the announce being made is one of those after stop_
+    bool stopping_ = false;  ///< the announce being made is one of those that stop_ leaves alone
     std::int64_t interval_ = 0;
     std::uint32_t transaction_ = 0;  ///< 0: none is held
     std::string connection_;         ///< the 8 bytes of a UDP tracker

@@ -5,8 +5,8 @@
 #include "base/codes.h"
 #include "base/text.h"
 #include "bt/magnet.h"
+#include "bt/torrent_content.h"
 #include "engine/selection.h"
-#include "engine/torrent_files.h"
 #include "meta/playlist.h"
 #include "store/address.h"
 
@@ -140,7 +140,7 @@ JobPlans read_torrent_plan(std::span<const std::byte> bytes, const DocumentOptio
     plan.address = to_utf16(make_magnet(meta.info_hash, to_utf8(meta.name()), meta.trackers));
     plan.name = in_one_part(meta.name());
     plan.size = *total;
-    // What is wrong with a torrent beyond that its job says.
+    // Other faults of a torrent are reported by its job.
     if (const auto content = read_torrent_content(meta.info)) {
         const auto chosen = chosen_files(*content, options.select);
         if (!chosen) return nothing_chosen({options.origin, {}, options.select});

@@ -47,7 +47,7 @@ Done Engine::remove_files(const CJobNode& job, Files files, std::vector<BinItem>
     const std::u16string state = job.path + std::u16string(state_suffix);
     const auto torrent = torrent_of(job);
     if (torrent && path_kind(job.path) == PathKind::folder) {
-        // What else somebody has put into the folder comes back with it from the bin.
+        // Anything else that somebody has put into the folder comes back with it from the bin.
         if (files == Files::bin) return remove_paths({job.path, state}, files, binned);
         const auto content = read_torrent_content(torrents_.find_info(*torrent));
         // Without the document nobody knows which files in there are the job's.

@@ -4,6 +4,7 @@
 #include <limits>
 
 #include "base/text.h"
+#include "bt/torrent_content.h"
 
 namespace vantlow {
 namespace {
@@ -58,6 +59,20 @@ std::optional<std::vector<std::size_t>> select(std::string_view text, std::size_
     }
     if (indexes.empty() && count > 0) return std::nullopt;
     return indexes;
+}
+
+Outcome<std::vector<bool>> chosen_files(const TorrentContent& content, std::string_view text) {
+    // People see and count the files without those that only fill pieces up.
+    std::vector<std::size_t> shown;
+    for (std::size_t i = 0; i < content.files.size(); ++i) {
+        if (!content.files[i].padding) shown.push_back(i);
+    }
+    const auto numbers = select(text, shown.size());
+    std::vector<bool> chosen(content.files.size(), false);
+    for (const std::size_t number : numbers.value_or(std::vector<std::size_t>()))
+        chosen[shown[number]] = true;
+    if (numbers && !numbers->empty()) return chosen;
+    return Result(Code::unsupported, "The torrent has no file that \"" + std::string(text) + "\" selects.");
 }
 
 }  // namespace vantlow

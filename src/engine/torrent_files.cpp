@@ -6,7 +6,6 @@
 #include "base/codes.h"
 #include "base/safe_name.h"
 #include "base/text.h"
-#include "engine/selection.h"
 #include "platform/folder.h"
 #include "storage/storage_state.h"
 #include "store/job_log.h"
@@ -59,20 +58,6 @@ Outcome<FileList> list_of(const TorrentContent& content, const std::u16string& n
 }
 
 }  // namespace
-
-Outcome<std::vector<bool>> chosen_files(const TorrentContent& content, const std::string& selection) {
-    // People see and count the files without those that only fill pieces up.
-    std::vector<std::size_t> shown;
-    for (std::size_t i = 0; i < content.files.size(); ++i) {
-        if (!content.files[i].padding) shown.push_back(i);
-    }
-    const auto numbers = select(selection, shown.size());
-    std::vector<bool> chosen(content.files.size(), false);
-    for (const std::size_t number : numbers.value_or(std::vector<std::size_t>()))
-        chosen[shown[number]] = true;
-    if (numbers && !numbers->empty()) return chosen;
-    return Result(Code::unsupported, "The torrent has no file that \"" + selection + "\" selects.");
-}
 
 Result TorrentFiles::make_storage(const std::u16string& name, const std::vector<bool>& chosen) {
     auto list = list_of(content_, name);

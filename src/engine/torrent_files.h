@@ -15,10 +15,6 @@ namespace vantlow {
 
 struct StorageState;
 
-/// Which files a selection ("1,3-5"; empty: all) chooses; padding is counted and never chosen.
-/// `unsupported`, with a sentence, where that is none.
-Outcome<std::vector<bool>> chosen_files(const TorrentContent& content, const std::string& selection);
-
 /// The place of a torrent's files as the job's record knows it.
 struct TorrentPlace {
     /// Of the file or the folder; ends with a separator while nothing but the job's folder is known.

@@ -8,6 +8,7 @@
 #include "base/text.h"
 #include "bt/torrent_settings.h"
 #include "engine/run_options.h"
+#include "engine/selection.h"
 #include "platform/process.h"
 
 namespace vantlow {

@@ -1,5 +1,6 @@
 #include "platform/fault_hook.h"
 
+#include "base/mutex.h"
 #include "base/text.h"
 
 namespace vantlow {
@@ -7,6 +8,10 @@ namespace vantlow {
 namespace {
 
 std::atomic<int> askers{0};
+// Who takes a hook away waits here. std::atomic's own wait may miss the notification where the system has no
+// futex: mingw's library looks at the value before it takes its lock.
+Mutex leaving;
+Condition left;
 
 }  // namespace
 
@@ -14,7 +19,8 @@ std::atomic<FaultHook*> current_fault_hook{nullptr};
 
 void set_fault_hook(FaultHook* hook) noexcept {
     current_fault_hook.store(hook);
-    for (int count = askers.load(); count != 0; count = askers.load()) askers.wait(count);
+    MutexLock guard(leaving);
+    left.wait(guard, [] { return askers.load() == 0; });
 }
 
 // The caller is counted before it looks at the hook again, so whoever takes the hook away either sees the
@@ -24,7 +30,10 @@ int ask_hook_in_place(Operation operation, std::u16string_view name, std::int64_
     ++askers;
     FaultHook* const hook = current_fault_hook.load();
     const int error = hook == nullptr ? 0 : hook->before(operation, name, offset, length);
-    if (--askers == 0) askers.notify_all();
+    if (--askers == 0) {
+        const MutexLock guard(leaving);
+        left.notify_all();
+    }
     return error;
 }
 

@@ -13,12 +13,6 @@ Result refused(const std::error_code& error) {
     return {Code::transient, "The system cannot start another thread: " + error.message(), error.value()};
 }
 
-// Who waits for a piece of work to be done waits here, for all pools: it keeps no pool's lock from those that
-// start work. std::atomic's own wait may miss the notification where the system has no futex (mingw's
-// libstdc++ looks at the value before it takes its lock).
-Mutex ending;
-Condition ended;
-
 }  // namespace
 
 Result start_thread(std::thread& thread, std::function<void()> work) {
@@ -45,8 +39,9 @@ ThreadPool::~ThreadPool() {
 void ThreadPool::Running::join() {
     if (!work_) return;
     {
-        MutexLock guard(ending);
-        ended.wait(guard, [this] { return work_->done.load(); });
+        Work& work = *work_;
+        MutexLock guard(work.mutex);
+        work.ended.wait(guard, [&]() VANTLOW_REQUIRES(work.mutex) { return work.done; });
     }
     work_.reset();
 }
@@ -97,10 +92,10 @@ void ThreadPool::serve(const std::shared_ptr<Worker>& worker) {
         idle_.push_back(worker);
         guard.unlock();
         {
-            const MutexLock done(ending);
+            const MutexLock ending(work->mutex);
             work->done = true;
         }
-        ended.notify_all();
+        work->ended.notify_all();
         guard.lock();
     }
 }

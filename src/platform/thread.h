@@ -1,7 +1,6 @@
 // Threads, which the system may refuse, and a pool of them for short pieces of work.
 #pragma once
 
-#include <atomic>
 #include <chrono>
 #include <functional>
 #include <memory>
@@ -41,7 +40,9 @@ class ThreadPool {
         friend class ThreadPool;
         struct Work {
             std::function<void()> run;
-            std::atomic<bool> done = false;
+            Mutex mutex;
+            bool done VANTLOW_GUARDED_BY(mutex) = false;
+            Condition ended;
         };
         std::shared_ptr<Work> work_;
     };

@@ -32,7 +32,7 @@ struct FileStatus {
     std::vector<Source> sources{};
 };
 
-/// What a torrent has beside its files.
+/// The facts of a torrent beside its files.
 struct TorrentStatus {
     std::string info_hash;  ///< 40 hexadecimal digits
     std::string name;
@@ -87,7 +87,7 @@ struct Peer {
     bool seeds = false;
 };
 
-/// What is asked for with a new download: addresses of one file, or a document.
+/// The request for a new download: addresses of one file, or a document.
 struct NewJob {
     enum class Document { none, torrent, metalink };
     std::vector<std::string> addresses{};

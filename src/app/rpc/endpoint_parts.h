@@ -39,7 +39,7 @@ inline constexpr std::uint32_t largest_head = 64 * 1024;         ///< browsers s
 inline constexpr std::chrono::seconds idle_patience{75};
 inline constexpr std::chrono::seconds transfer_patience{60};
 
-/// What comes back of a request: its run, or none where too many refusals are kept back already.
+/// The answer to a request: its run, or none where too many refusals are kept back already.
 using Done = std::function<void(std::optional<rpc::Run>)>;
 
 class Session;

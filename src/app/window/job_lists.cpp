@@ -27,7 +27,7 @@ std::string jobs_text(std::size_t count) {
     return trn("%1 download", "%1 downloads", static_cast<std::int64_t>(count));
 }
 
-/// What is to be exported.
+/// The jobs that are to be exported.
 struct ExportForm {
     bool only_shown = false;  ///< those of the list; else all
     JobListFormat format;

@@ -121,7 +121,7 @@ void PeerLink::read_some() {
         heard_ = network_.now();
         if (!take({reinterpret_cast<const char*>(room.data()), step.bytes})) return;
     }
-    // What the encryption holds is no news of the stream.
+    // Bytes that the encryption holds are no news of the stream.
     if (mse_) {
         read_timer_.start(network_.now(), [this] { read_some(); });
     } else {

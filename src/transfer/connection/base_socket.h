@@ -109,7 +109,7 @@ class CBaseSocket {
 
     /// The next bytes, at the pace of the speed limit.
     Moved receive(std::span<std::byte> into, Clock::time_point until) { return paced_->read(into, until); }
-    /// The same past the program's memory, where nothing below needs to see the bytes: see ByteStream.
+    /// The same past the program's memory, where nothing below needs to see the bytes: see ByteSource.
     [[nodiscard]] bool can_fill() const noexcept { return paced_ && paced_->can_fill(); }
     Moved fill(Conduit& conduit, std::size_t most, Clock::time_point until) {
         return paced_->fill(conduit, most, until);

@@ -51,7 +51,7 @@ Ready StageStream::wait(const net::Step& step, Clock::time_point until) {
     return stop_->wait_for(time_left(std::min(step.at, until))) ? Ready::stopped : Ready::yes;
 }
 
-Moved ByteStream::fill(Conduit&, std::size_t, Clock::time_point) {
+Moved ByteSource::fill(Conduit&, std::size_t, Clock::time_point) {
     return Moved::failed(Code::unsupported);
 }
 

@@ -31,20 +31,26 @@ struct Moved {
     static Moved failed(Code code, const char* why) { return {State::failed, 0, code, 0, why}; }
 };
 
-/// One stage of a connection. Used by one thread at a time.
-class ByteStream {
+/// Gives bytes that are waited for: a connection, or whatever is made of one's bytes. Used by one thread at a
+/// time.
+class ByteSource {
   public:
-    ByteStream() = default;
-    ByteStream(const ByteStream&) = delete;
-    ByteStream& operator=(const ByteStream&) = delete;
-    virtual ~ByteStream() = default;
+    ByteSource() = default;
+    ByteSource(const ByteSource&) = delete;
+    ByteSource& operator=(const ByteSource&) = delete;
+    virtual ~ByteSource() = default;
 
-    /// Waits until `until` at the longest, or until the stop that the stage knows of is requested.
+    /// Waits until `until` at the longest, or until the stop that the source knows of is requested.
     virtual Moved read(std::span<std::byte> into, Clock::time_point until) = 0;
-    /// Whether fill() can be called: this stage and all below it hand bytes on as they are.
+    /// Whether fill() can be called now: this source and all below it hand bytes on as they are.
     [[nodiscard]] virtual bool can_fill() const noexcept { return false; }
     /// Reads up to `most` bytes into an empty conduit, which does not show them to anybody; else like read().
     virtual Moved fill(Conduit& conduit, std::size_t most, Clock::time_point until);
+};
+
+/// One stage of a connection.
+class ByteStream : public ByteSource {
+  public:
     /// Sends all of it before `until`, or fails.
     virtual Result write(std::span<const std::byte> from, Clock::time_point until) = 0;
 };

@@ -89,22 +89,12 @@ struct FtpFile {
     std::int64_t granted = 0;  ///< the offset at which the transfer begins
 };
 
-/// Owned and used by one thread.
-class FtpTransfer {
+/// Gives the bytes of a file; `closed` when the server said that this was all. Owned and used by one thread.
+class FtpTransfer : public ByteSource {
   public:
-    FtpTransfer() = default;
-    FtpTransfer(const FtpTransfer&) = delete;
-    FtpTransfer& operator=(const FtpTransfer&) = delete;
-    virtual ~FtpTransfer() = default;
-
     /// Connects, logs in and begins to fetch the file at `offset`, or at 0 where the server cannot (see
     /// FtpFile::granted).
     virtual Result open(const FtpPlan& plan, std::int64_t offset, FtpFile& file) = 0;
-    /// The next bytes. `closed` when the server said that this was all.
-    virtual Moved read(std::span<std::byte> into, Clock::time_point until) = 0;
-    /// The next bytes past the program's memory, as in ByteStream; where nothing has to be undone on the way.
-    [[nodiscard]] virtual bool can_fill() const noexcept { return false; }
-    virtual Moved fill(Conduit&, std::size_t, Clock::time_point) { return Moved::failed(Code::unsupported); }
     /// Ends the transfer, wherever it stands, and keeps the connection for the next file where that can be
     /// done soon.
     virtual void finish() = 0;

@@ -13,17 +13,8 @@ namespace vantlow {
 
 /// Gives the bytes of a body. `closed` means that the body ended as it should; one that is cut short fails
 /// with `transient`. Owned and used by one thread.
-class BodySource {
+class BodySource : public ByteSource {
   public:
-    BodySource() = default;
-    BodySource(const BodySource&) = delete;
-    BodySource& operator=(const BodySource&) = delete;
-    virtual ~BodySource() = default;
-
-    virtual Moved read(std::span<std::byte> into, Clock::time_point until) = 0;
-    /// The next bytes past the program's memory, as in ByteStream; not for bodies that are decoded.
-    [[nodiscard]] virtual bool can_fill() const noexcept { return false; }
-    virtual Moved fill(Conduit&, std::size_t, Clock::time_point) { return Moved::failed(Code::unsupported); }
     /// True when the whole answer was read, so that the connection stands before the next one.
     [[nodiscard]] virtual bool is_whole() const noexcept = 0;
 };

@@ -35,7 +35,7 @@ class HttpClient {
     /// library that does it.
     Result begin_body(ContentCoding coding, std::size_t buffer_size);
     Moved read(std::span<std::byte> into, Clock::time_point until) { return conversation_.read(into, until); }
-    /// The same past the program's memory: see BodySource.
+    /// The same past the program's memory: see ByteSource.
     [[nodiscard]] bool can_fill() const noexcept { return conversation_.can_fill(); }
     Moved fill(Conduit& conduit, std::size_t most, Clock::time_point until) {
         return conversation_.fill(conduit, most, until);

@@ -34,7 +34,7 @@ class HttpConversation {
     /// keep the bytes as they come.
     Result begin_body(ContentCoding coding, const UnpackOperations& operations, std::size_t buffer_size);
     Moved read(std::span<std::byte> into, Clock::time_point until) { return body_->read(into, until); }
-    /// The same past the program's memory: see BodySource.
+    /// The same past the program's memory: see ByteSource.
     [[nodiscard]] bool can_fill() const noexcept { return body_ && body_->can_fill(); }
     Moved fill(Conduit& conduit, std::size_t most, Clock::time_point until) {
         return body_->fill(conduit, most, until);

@@ -36,23 +36,13 @@ struct SourcePlan : FetchPlan {
     std::size_t ssh_buffer = 256 * 1024;  ///< bytes that SSH receives at once
 };
 
-/// A conversation about one resource over one connection. Owned and used by one thread; destroying it ends
-/// the connection.
-class Source {
+/// A conversation about one resource over one connection, whose bytes it gives; `closed` at the end of what
+/// the server gives. Owned and used by one thread; destroying it ends the connection.
+class Source : public ByteSource {
   public:
-    Source() = default;
-    Source(const Source&) = delete;
-    Source& operator=(const Source&) = delete;
-    virtual ~Source() = default;
-
     /// Connects and asks for the bytes from `offset` on. `moved` when the server redirects to an address of
     /// another protocol, which the answer then holds.
     virtual Result open(const SourcePlan& plan, std::int64_t offset, SourceAnswer& answer) = 0;
-    /// The next bytes; `closed` at the end of what the server gives.
-    virtual Moved read(std::span<std::byte> into, Clock::time_point until) = 0;
-    /// The next bytes past the program's memory, as in ByteStream; where nothing has to be undone on the way.
-    [[nodiscard]] virtual bool can_fill() const noexcept { return false; }
-    virtual Moved fill(Conduit&, std::size_t, Clock::time_point) { return Moved::failed(Code::unsupported); }
     /// Ends the conversation; keeps the connection for reuse where that is possible.
     virtual void close() = 0;
     /// The time that a busy server asked to wait, after open() failed; none where it asked for none.

@@ -42,7 +42,7 @@ class JobProperties {
 
     /// A sentence on the first value that cannot be taken; empty: all can.
     [[nodiscard]] std::string fault() const;
-    /// What was changed. There must be no fault.
+    /// The changes. There must be no fault.
     [[nodiscard]] JobEdit edit() const;
 
   private:
