@@ -135,8 +135,9 @@ void TorrentRun::share() {
 bool TorrentRun::is_shared_enough() const {
     if (!named_) return false;
     const auto wanted = sharing_.ratio * static_cast<double>(size_);
-    const bool is_enough = sharing_.ratio > 0 && static_cast<double>(swarm_->uploaded()) >= wanted;
-    return is_enough || (sharing_.time.count() > 0 && Clock::now() - *named_ >= sharing_.time);
+    const TorrentTally tally = count_up();
+    const bool is_enough = sharing_.ratio > 0 && static_cast<double>(tally.sent) >= wanted;
+    return is_enough || (sharing_.time.count() > 0 && tally.shared >= sharing_.time.count());
 }
 
 void TorrentRun::banned(const SocketAddress& peer) {

@@ -89,7 +89,7 @@ Result TorrentRun::work() {
     if (result.ok()) result = open_files();
     if (result.ok()) result = conclude(fetch_pieces());
     announces_.ask_to_stop();
-    if (files_) files_->close();
+    if (files_) files_->close(!sharing_.whole_since);
     ticks_.reset();
     listeners_.clear();
     return result;
@@ -110,7 +110,7 @@ Result TorrentRun::read_address() {
         return {Code::unsupported, missing_library_text("libsecur")};
     identity_.info_hash = magnet_.info_hash;
     identity_.peer_id = make_peer_id(new_guid());
-    identity_.left = size_ > 0 ? size_ : left_unknown;
+    identity_.left = sharing_.whole_since ? 0 : size_ > 0 ? size_ : left_unknown;
     return {};
 }
 
@@ -164,8 +164,11 @@ Result TorrentRun::open_files() {
     show();
     StorageRules rules;
     rules.allocate = services_.settings.flag(setting::allocate_space);
-    files_.emplace(content_, *hashes_, log_, rules, options_.keep_state);
-    const TorrentPlace place{job_.path, asked_name(job_, magnet_), sharing_.goes_on};
+    const bool is_whole = sharing_.whole_since.has_value();
+    files_.emplace(content_, *hashes_, log_, rules, options_.keep_state && !is_whole);
+    // A filed job has a place of its own, so that files of the same name are others.
+    const bool adopts = sharing_.goes_on && !sharing_.settles;
+    const TorrentPlace place{job_.path, asked_name(job_, magnet_), adopts, sharing_.whole_since};
     if (Result result = files_->open(place, *chosen, stop_, checked_); !result.ok()) return result;
     good_ = files_->good();
     size_ = files_->chosen_bytes();
@@ -173,6 +176,7 @@ Result TorrentRun::open_files() {
     for (std::size_t piece = 0; piece < good_.size(); ++piece) {
         if (good_[piece]) done_ += files_->chosen_bytes_of(static_cast<std::int64_t>(piece));
     }
+    if (is_whole) done_ = size_;
     log_.line(Direction::note, "The files go to " + to_utf8(files_->target()) + "; " + std::to_string(done_) +
                                    " of " + std::to_string(size_) + " bytes are there.");
     return {};
@@ -197,7 +201,7 @@ Result TorrentRun::fetch_pieces() {
                 {services_.connections.received, sent_, pace_.group()}, options);
     for (std::uint32_t piece = 0; piece < swarm.picker().pieces(); ++piece) {
         if (good_[piece]) swarm.add_have(piece);
-        if (!files_->storage().is_wanted(piece)) swarm.set_priority(piece, PiecePriority::skip);
+        if (is_whole || !files_->storage().is_wanted(piece)) swarm.set_priority(piece, PiecePriority::skip);
     }
     disk_ = &disk;
     swarm_ = &swarm;
@@ -214,12 +218,16 @@ Result TorrentRun::fetch_pieces() {
     listeners_.clear();
     disk_ = nullptr;
     swarm_ = nullptr;
-    if (is_complete_ || named_) return {};
     if (failure_) return *failure_;
+    if (is_complete_ || named_) return {};
     return result.ok() ? Result(stop_.reason()) : result;
 }
 
 Result TorrentRun::conclude(const Result& fetched) {
+    if (!fetched.ok() && named_) {
+        files_->close(false);
+        return fetched;
+    }
     if (!fetched.ok()) {
         // Where the bytes may be lost, the state that is there stays true.
         bool is_lost = false;
@@ -233,7 +241,8 @@ Result TorrentRun::conclude(const Result& fetched) {
         if (received_ > 0) announces_.complete();
     }
     files_->close(false);
-    log_.line(Direction::note, message_text(Message::download_completed));
+    log_.line(Direction::note,
+              named_ ? "It is not shared any more." : message_text(Message::download_completed));
     return {};
 }
 

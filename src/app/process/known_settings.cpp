@@ -127,7 +127,7 @@ std::vector<KnownSetting> known_settings() {
                 monitor_ed2k, monitor_magnet, close_to_tray, watch_clipboard, rpc_enable, rpc_port,
                 rpc_listen, rpc_secret, rpc_allow_origin, rpc_request_size, tell_ends, start_with_session,
                 welcomed, combine_width, confirm_end, confirm_removal, confirm_start_over, numwant, crypto,
-                torrent_tracker, magnet_trackers, window_layout);
+                torrent_tracker, magnet_trackers, seed_ratio, seed_time, window_layout);
     std::ranges::sort(all, {}, [](const KnownSetting& one) { return std::tie(one.section, one.key); });
     return all;
 }

@@ -35,7 +35,7 @@ ordered_json list_json(const JobView& view) {
                       {"file", view.file()},
                       {"size", size < 0 ? ordered_json(nullptr) : ordered_json(size)},
                       {"done", view.done()},
-                      {"state", job_state_name(view.state())},
+                      {"state", view.state_word()},
                       {"connections", job.connections},
                       {"comment", to_utf8(job.comment)},
                       {"referer", to_utf8(job.referer)},

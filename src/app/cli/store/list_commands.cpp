@@ -41,7 +41,7 @@ std::string list_line(const JobView& view) {
     if (name.empty()) name = view.address();
     const std::string why = trouble_of(view);
     return guid_text(view.job.identity).substr(0, shown_digits) + "  " +
-           padded(std::string(job_state_name(view.state())), 9) + padded(done_text(view), 18) +
+           padded(std::string(view.state_word()), 9) + padded(done_text(view), 18) +
            padded(shorten(printable(to_utf8(view.category.name)), 14), 15) + printable(name) +
            (why.empty() ? "" : "  " + printable(why)) + "\n";
 }
@@ -77,7 +77,7 @@ std::string show_text(const JobView& view) {
     row("Id", guid_text(job.identity));
     row("Address", view.address());
     row("Category", to_utf8(view.category.name));
-    row("State", std::string(job_state_name(view.state())));
+    row("State", std::string(view.state_word()));
     row(job.state == JobState::failed ? "Error" : "Waiting for", trouble_of(view));
     row("Folder", view.folder());
     row("File", view.file());
