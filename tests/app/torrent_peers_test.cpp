@@ -22,7 +22,7 @@ import libtorrent as lt
 torrent, folder, limit, encryption = sys.argv[1:5]
 session = lt.session({"listen_interfaces": "127.0.0.1:0", "enable_dht": False, "enable_lsd": False,
     "enable_upnp": False, "enable_natpmp": False, "allow_multiple_connections_per_ip": True,
-    "upload_rate_limit": int(limit), "in_enc_policy": int(encryption), "out_enc_policy": int(encryption)})
+    "upload_rate_limit": int(limit), "prefer_rc4": True, "in_enc_policy": int(encryption), "out_enc_policy": int(encryption)})
 handle = session.add_torrent({"ti": lt.torrent_info(torrent), "save_path": folder})
 handle.set_upload_limit(int(limit))
 while not handle.status().is_seeding:
