@@ -61,14 +61,14 @@ Outcome<FileList> list_of(const TorrentContent& content, const std::u16string& n
 
 // Opens what stands at a target, as its state says where it has one.
 Outcome<std::unique_ptr<Storage>> open_storage(const TorrentContent& content, const std::u16string& target,
-                                               LogSink& log) {
+                                               LogSink& log, StorageRules rules = {}) {
     const auto state = load_storage_state(storage_state_path(target), to_hex(content.info_hash));
     auto list = list_of(content, content.is_folder ? std::u16string() : std::u16string(name_of(target)));
     if (!list) return list.failure();
     const std::vector<bool> all(content.files.size(), true);
     const bool fits = state && state->chosen.size() == content.files.size();
-    auto storage =
-        std::make_unique<Storage>(*std::move(list), fits ? state->chosen : all, content.piece_length, log);
+    auto storage = std::make_unique<Storage>(*std::move(list), fits ? state->chosen : all,
+                                             content.piece_length, log, rules);
     if (Result result = storage->resume(places_of(content, target, state)); !result.ok()) return result;
     return storage;
 }
@@ -304,7 +304,9 @@ Outcome<TorrentCheck> check_torrent_files(const TorrentContent& content, const s
     if (!is_there(content, found))
         return Result(Code::local_file, to_utf8(found) + ": there are no files of this torrent.");
     CJobLog silent;
-    auto storage = open_storage(content, found, silent);
+    StorageRules rules;
+    rules.looks_only = true;
+    auto storage = open_storage(content, found, silent, rules);
     if (!storage) return storage.failure();
     const TorrentHashes hashes(content.pieces);
     CheckProgress progress;

@@ -98,7 +98,8 @@ struct TorrentCheck {
 
 /// Holds the torrent's files at `target`, finished or not, against their hashes, on all processors. A target
 /// that ends with a separator is a folder in which an earlier run, or somebody else, has put them. Nothing is
-/// changed. `local_file` where there is nothing; the stop's reason where it comes.
+/// changed, and a session may use them meanwhile. `local_file` where there is nothing; the stop's reason
+/// where it comes.
 Outcome<TorrentCheck> check_torrent_files(const TorrentContent& content, const std::u16string& target,
                                           const StopSource& stop);
 

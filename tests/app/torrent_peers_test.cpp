@@ -270,6 +270,8 @@ TEST_F(TorrentPeers, AFiledTorrentIsSharedByTheResidentProgramUntilItsRatioAlsoA
 
     EXPECT_EQ(wait_for("sharing"), "sharing");
     EXPECT_EQ(ask(u"files")[0]["done"], 900'000);
+    EXPECT_EQ(json::parse(ok({u"torrent", u"check", id, u"--json"})),
+              json::parse(R"({"pieces":65,"good":65,"bytes":1050777})"));
     const int whole = port;
     get_from_it(u"y");
     EXPECT_EQ(state_of(to_utf8(id)), "sharing") << "sent once";
@@ -277,7 +279,8 @@ TEST_F(TorrentPeers, AFiledTorrentIsSharedByTheResidentProgramUntilItsRatioAlsoA
     EXPECT_EQ(resident->wait().status, 0);
     EXPECT_EQ(state_of(to_utf8(id)), "finished");
     EXPECT_GE(shown()["sent"], 1'050'777);
-    EXPECT_EQ(json::parse(ok({u"torrent", u"check", id, u"--json"}))["bytes"], 1'050'777);
+    EXPECT_EQ(json::parse(ok({u"torrent", u"check", torrent, u"-d", folder.path(u"x"), u"--json"}))["bytes"],
+              1'050'777);
 
     resident = serve();
     EXPECT_EQ(wait_for("sharing"), "sharing");
