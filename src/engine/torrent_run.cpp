@@ -62,6 +62,9 @@ void TorrentRun::run() {
     Result result = work();
     if (result.kind() != Kind::stopped && !result.ok()) log_.line(Direction::error, result.message());
     announces_.stop();
+    // Files that somebody has moved or changed since the last run end the sharing of their job, which stays
+    // a finished one; a person who starts it again gets to know.
+    if (sharing_.whole_since.value_or(0) > 0 && result.kind() != Kind::stopped) result = {};
     outcome_.result = std::move(result);
     outcome_.path = files_ && !files_->target().empty() ? files_->target() : job_.path;
     outcome_.size = size_;
@@ -218,16 +221,14 @@ Result TorrentRun::fetch_pieces() {
     listeners_.clear();
     disk_ = nullptr;
     swarm_ = nullptr;
-    if (failure_) return *failure_;
+    // The download has succeeded, whatever became of its sharing.
+    if (named_ && failure_) log_.line(Direction::error, failure_->message());
     if (is_complete_ || named_) return {};
+    if (failure_) return *failure_;
     return result.ok() ? Result(stop_.reason()) : result;
 }
 
 Result TorrentRun::conclude(const Result& fetched) {
-    if (!fetched.ok() && named_) {
-        files_->close(false);
-        return fetched;
-    }
     if (!fetched.ok()) {
         // Where the bytes may be lost, the state that is there stays true.
         bool is_lost = false;
