@@ -7,7 +7,6 @@
 #include "app/cli/report.h"
 #include "app/cli/store/job_json.h"
 #include "app/cli/store/store_command.h"
-#include "app/cli/tools/tools.h"
 #include "app/terminal/display_text.h"
 #include "app/terminal/quantities.h"
 #include "base/text.h"
@@ -20,6 +19,8 @@ namespace vantlow {
 namespace {
 
 using nlohmann::ordered_json;
+
+constexpr std::size_t largest_document = std::size_t{256} * 1024 * 1024;
 
 /// Lines of cells, each column as wide as its widest one. Cells are printable.
 class Table {
@@ -186,12 +187,13 @@ struct Checked {
 };
 
 Complaint find_checked(StoreCommand& command, const CheckOptions& options, Checked& checked) {
-    const bool is_file = path_kind(absolute_path(to_utf16(options.torrent))) == PathKind::file;
-    if (is_file) {
-        std::string complaint;
-        const auto facts = read_torrent(options.torrent, command.app.settings(), complaint);
-        if (!facts) return complaint;
-        checked.info = facts->meta.info;
+    const std::u16string path = absolute_path(to_utf16(options.torrent));
+    if (path_kind(path) == PathKind::file) {
+        std::vector<std::byte> document;
+        if (const FileError error = read_file(path, largest_document, document); !error.ok())
+            return options.torrent + ": " + error.text();
+        checked.info = info_of_document(document);
+        if (checked.info.empty()) return options.torrent + ": not a torrent.";
         checked.target = absolute_path(to_utf16(options.folder.empty() ? "." : options.folder));
         checked.target = join_path(checked.target, u"");
         return std::nullopt;
