@@ -4,8 +4,10 @@
 #include <utility>
 
 #include "base/safe_name.h"
+#include "bt/torrent_content.h"
 #include "engine/engine.h"
 #include "engine/recovery.h"
+#include "engine/selection.h"
 #include "store/address.h"
 #include "store/proxies.h"
 
@@ -174,9 +176,19 @@ Done Engine::change_sources(CJobNode& job, const JobEdit& edit) {
     return {};
 }
 
+// True where the text selects some file of the job, as far as its files are known.
+bool Engine::can_select(const CJobNode& job, const std::string& text) const {
+    if (!text.empty() && !is_selection(text)) return false;
+    const std::string info = torrent_info(job);
+    const auto content =
+        info.empty() ? Outcome<TorrentContent>(Code::unsupported) : read_torrent_content(info);
+    return !content || chosen_files(*content, text);
+}
+
 Done Engine::change(const Guid& job, const JobEdit& edit) {
     CJobNode* const record = store_->find(job);
     if (record == nullptr) return {Fault::no_job};
+    if (edit.select && !can_select(*record, *edit.select)) return {Fault::bad_value};
     if (edit.proxy && !edit.proxy->empty() && !parse_proxy(*edit.proxy)) return {Fault::bad_value};
     if (edit.connections && (*edit.connections < 1 || *edit.connections > most_connections))
         return {Fault::bad_value};
@@ -199,8 +211,14 @@ Done Engine::change(const Guid& job, const JobEdit& edit) {
         record->rules = std::make_shared<const JobRules>(std::move(rules));
         if (runner_) runner_->set_speed_limit(job, *edit.speed_limit);
     }
+    const bool selects = edit.select && *edit.select != (record->rules ? record->rules->select : "");
+    if (selects) {
+        JobRules rules = record->rules ? *record->rules : JobRules();
+        rules.select = *edit.select;
+        record->rules = std::make_shared<const JobRules>(std::move(rules));
+    }
     store_->changed(*record, StoreChange::options);
-    if ((edit.address || edit.mirrors) && runner_ && runner_->is_running(job)) {
+    if ((edit.address || edit.mirrors || selects) && runner_ && runner_->is_running(job)) {
         const bool takes_place = runner_->takes_place(job);
         runner_->stop(job);
         if (takes_place) runner_->start_again(job, true);

@@ -153,6 +153,7 @@ void TorrentRun::show() {
     progress.size = size_;
     progress.done = done_;
     progress.received = received_;
+    if (phase_ == Phase::check) progress.checked = 0;
     std::vector<SessionConnection> connections;
     for (const auto& thread : announces_.threads()) {
         SessionConnection tracker;
@@ -208,7 +209,9 @@ std::string TorrentRun::lack() const {
 
 JobProgress TorrentRun::progress() const {
     const MutexLock guard(mutex_);
-    return progress_;
+    JobProgress progress = progress_;
+    if (progress.checked) progress.checked = checked_.bytes_read.load();
+    return progress;
 }
 
 std::vector<SessionConnection> TorrentRun::connections() const {

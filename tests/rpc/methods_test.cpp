@@ -147,6 +147,7 @@ TEST_F(Methods, a_status_is_made_of_texts_and_leaves_out_what_there_is_not) {
     EXPECT_EQ(call("getServers", R"(["1"])"), Json::parse(R"([{"index":"1","servers":[
         {"uri":"http://h/f","currentUri":"http://h/f","downloadSpeed":"2"},
         {"uri":"http://h/f","currentUri":"http://h/f","downloadSpeed":"2"}]}])"));
+    EXPECT_EQ(call("getServers", R"(["4"])"), Json::array());
     EXPECT_EQ(call("getServers", R"(["2"])"), "1 This download is not active.");
     EXPECT_EQ(call("getUris", R"(["2"])").size(), 2U);
     EXPECT_EQ(call("getFiles", R"(["2"])")[0]["index"], "1");

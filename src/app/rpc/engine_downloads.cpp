@@ -136,6 +136,8 @@ rpc::JobStatus EngineDownloads::status(const Guid& job, unsigned parts) {
         status_of(*found, engine_.progress(job), live_.find(*found), torrent(*found), parts);
     if (const auto document = following_.find(job); document != following_.end())
         status.following = document->second;
+    if (const auto jobs = followed_by_.find(job); jobs != followed_by_.end())
+        status.followed_by = jobs->second;
     return status;
 }
 
@@ -198,6 +200,12 @@ rpc::Totals EngineDownloads::totals() {
     return {std::llround(live_.down()), std::llround(live_.up()),
             all.active.size(),          all.waiting.size(),
             all.stopped.size(),         std::max(stopped_ever_, all.stopped.size())};
+}
+
+void EngineDownloads::forget(const Guid& job) {
+    following_.erase(job);
+    followed_by_.erase(job);
+    torrents_.erase(job);
 }
 
 // ---- Doing.
@@ -285,8 +293,7 @@ Problem EngineDownloads::remove(const Guid& job) {
     rpc::JobStatus last = status(job, rpc::part::all);
     const Done done = engine_.remove(job, false);
     if (!done.ok() && done.fault != Done::Fault::running) return problem_of(done, job);
-    following_.erase(job);
-    torrents_.erase(job);
+    forget(job);
     if (is_stopped(phase)) {
         known_.erase(job);
         return std::nullopt;
@@ -417,8 +424,7 @@ void EngineDownloads::changed(const Changes& changes) {
             continue;
         }
         const auto known = known_.extract(change.job);
-        following_.erase(change.job);
-        torrents_.erase(change.job);
+        forget(change.job);
         if (!known.empty() && !is_stopped(known.mapped()))
             options_.tell(word_for(Phase::removed), change.job);
     }
@@ -438,11 +444,13 @@ void EngineDownloads::ended(const JobEnd& end) {
 }
 
 void EngineDownloads::followed(const Followed& followed) {
-    const auto document = results_.find(followed.document);
-    if (document == results_.end()) return;
-    document->second.followed_by = followed.jobs;
     for (const Guid& job : followed.jobs) following_[job] = followed.document;
-    ++results_revision_;
+    if (const auto document = results_.find(followed.document); document != results_.end()) {
+        document->second.followed_by = followed.jobs;
+        ++results_revision_;
+    } else if (!followed.jobs.empty()) {
+        followed_by_[followed.document] = followed.jobs;
+    }
 }
 
 }  // namespace vantlow

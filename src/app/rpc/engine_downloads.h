@@ -74,6 +74,7 @@ class EngineDownloads final : public rpc::Downloads, public EngineListener {
     const Lists& lists();
     void note(const Guid& job, rpc::Phase now, bool has_run);
     void keep_result(rpc::JobStatus status);
+    void forget(const Guid& job);
     const TorrentFilesKnown* torrent(const CJobNode& job);
     [[nodiscard]] const CJobNode* record(const Guid& job) const;
     [[nodiscard]] std::u16string default_folder() const;
@@ -89,6 +90,8 @@ class EngineDownloads final : public rpc::Downloads, public EngineListener {
     rpc::JobOptions defaults_;  ///< of jobs that are added here, for this run
     std::unordered_map<Guid, rpc::Phase, GuidHash> known_;
     std::unordered_map<Guid, Guid, GuidHash> following_;  ///< a job, and the document that named it
+    /// A document that stayed, and the jobs that it named.
+    std::unordered_map<Guid, std::vector<Guid>, GuidHash> followed_by_;
     /// Descriptions that were read; some at most, since who asks for one asks again.
     std::unordered_map<Guid, TorrentFilesKnown, GuidHash> torrents_;
     std::unordered_map<Guid, rpc::JobStatus, GuidHash> results_;

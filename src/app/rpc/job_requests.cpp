@@ -125,7 +125,6 @@ EditRequest edit_of(const rpc::JobOptions& asked, const CJobNode& job) {
     };
     if (asked.folder && asked.folder != now.folder) refuse("dir");
     if (asked.hash && asked.hash != now.hash) refuse("checksum");
-    if (asked.select && asked.select != now.select) refuse("select-file");
     if (asked.up_limit.value_or(0) != 0) refuse("max-upload-limit");
     if (asked.name && asked.name != now.name) request.name = to_utf16(*asked.name);
     const auto text = [](std::optional<std::u16string>& member, const std::optional<std::string>& value) {
@@ -142,6 +141,8 @@ EditRequest edit_of(const rpc::JobOptions& asked, const CJobNode& job) {
     if (const auto connections = asked.connections_for(addresses))
         edit.connections = static_cast<std::int32_t>(*connections);
     if (asked.down_limit) edit.speed_limit = *asked.down_limit;
+    const JobKind kind = kind_of(job);
+    if (kind == JobKind::torrent || kind == JobKind::document) edit.select = asked.select;
     return request;
 }
 

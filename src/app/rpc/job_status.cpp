@@ -199,6 +199,7 @@ rpc::JobStatus status_of(const CJobNode& job, const std::optional<JobProgress>& 
         status.pieces = (status.length - 1) / status.piece_length + 1;
     }
     if (progress) status.connections = progress->connections;
+    if (progress) status.verified = progress->checked;
     if (live != nullptr) status.down_speed = std::llround(live->speed);
     if (status.phase == rpc::Phase::failed) {
         status.error_code = static_cast<int>(reason_of(job));
