@@ -15,6 +15,7 @@ import json
 import os
 import pathlib
 import socket
+import ssl
 import struct
 import subprocess
 import sys
@@ -56,8 +57,10 @@ class FileServer(http.server.BaseHTTPRequestHandler):
 class WebSocket:
     """As much of RFC 6455 as a front end needs; and less, where a test wants it broken."""
 
-    def __init__(self, port, headers=()):
+    def __init__(self, port, headers=(), tls=None):
         self.socket = socket.create_connection(("127.0.0.1", port), timeout=20)
+        if tls:
+            self.socket = tls.wrap_socket(self.socket, server_hostname="127.0.0.1")
         lines = ["GET /jsonrpc HTTP/1.1", f"Host: 127.0.0.1:{port}", "Upgrade: websocket", "Connection: Upgrade",
                  "Sec-WebSocket-Version: 13", "Sec-WebSocket-Key: dGhlIHNhbXBsZSBub25jZQ==",
                  "Sec-WebSocket-Extensions: permessage-deflate", *headers, "", ""]
@@ -117,6 +120,39 @@ class WebSocket:
             self.notifications.append(self.message())
 
 
+class Program:
+    """The resident program with a home of its own and its control API open."""
+
+    def __init__(self, root, *words):
+        with socket.socket() as free:
+            free.bind(("127.0.0.1", 0))
+            self.port = free.getsockname()[1]
+        self.common = [PROGRAM, "--data-dir", str(root / "data"), "--settings", str(root / "settings.ini")]
+        self.words = ["serve", "--foreground", "--rpc-listen", f"127.0.0.1:{self.port}", *words]
+        self.environment = os.environ | {"HOME": str(root), "XDG_RUNTIME_DIR": str(root)}
+        self.secret = self.run("rpc", "secret").stdout.strip()
+        self.start()
+
+    def run(self, *words):
+        return subprocess.run([*self.common, *words], capture_output=True, text=True, env=self.environment, timeout=60)
+
+    def start(self):
+        self.process = subprocess.Popen([*self.common, *self.words], env=self.environment)
+        self.wait_until(lambda: socket.create_connection(("127.0.0.1", self.port)).close() or True)
+
+    def wait_until(self, is_so):
+        for _ in range(300):
+            with contextlib.suppress(OSError):
+                if is_so():
+                    return
+            time.sleep(0.1)
+        raise TimeoutError("it does not come")
+
+    def stop(self):
+        assert self.run("quit").returncode == 0
+        self.process.wait(60)
+
+
 class ControlApi(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
@@ -126,27 +162,12 @@ class ControlApi(unittest.TestCase):
         cls.server.daemon_threads = True
         threading.Thread(target=cls.server.serve_forever, daemon=True).start()
         cls.files = f"http://127.0.0.1:{cls.server.server_port}"
-        with socket.socket() as free:
-            free.bind(("127.0.0.1", 0))
-            cls.port = free.getsockname()[1]
-        cls.common = [PROGRAM, "--data-dir", str(cls.root / "data"), "--settings", str(cls.root / "settings.ini")]
-        environment = os.environ | {"HOME": str(cls.root), "XDG_RUNTIME_DIR": str(cls.root)}
-        cls.vantlow = staticmethod(lambda *words: subprocess.run([*cls.common, *words], capture_output=True, text=True, env=environment, timeout=60))
-        cls.secret = cls.vantlow("rpc", "secret").stdout.strip()
-        cls.token = "token:" + cls.secret
-        cls.process = subprocess.Popen([*cls.common, "serve", "--foreground", "--rpc-listen", f"127.0.0.1:{cls.port}",
-                                        "--rpc-allow-origin", "https://a.example", "--rpc-allow-origin", "https://b.example"],
-                                       env=environment)
-        for _ in range(300):
-            with contextlib.suppress(OSError), socket.create_connection(("127.0.0.1", cls.port)):
-                return
-            time.sleep(0.1)
-        raise TimeoutError("the control API did not open")
+        cls.program = Program(cls.root, "--rpc-allow-origin", "https://a.example", "--rpc-allow-origin", "https://b.example")
+        cls.port, cls.vantlow, cls.token = cls.program.port, cls.program.run, "token:" + cls.program.secret
 
     @classmethod
     def tearDownClass(cls):
-        assert cls.vantlow("quit").returncode == 0
-        cls.process.wait(60)
+        cls.program.stop()
         cls.server.shutdown()
         cls.folder.cleanup()
 
@@ -255,6 +276,12 @@ class ControlApi(unittest.TestCase):
 
     def test_who_is_let_in(self):
         good = json.dumps({"id": 1, "method": "aria2.getSessionInfo", "params": [self.token]})
+        followed = {"Sec-Fetch-Site": "cross-site", "Sec-Fetch-Mode": "navigate", "Sec-Fetch-Dest": "document"}
+        for path, headers, expected in [
+            ("/", followed, 200), ("/app.js", followed, 200), ("/", followed | {"Sec-Fetch-Dest": "iframe"}, 403),
+            ("/app.js", {"Sec-Fetch-Site": "cross-site", "Sec-Fetch-Mode": "no-cors", "Sec-Fetch-Dest": "script"}, 403),
+            ("/jsonrpc?method=system.listMethods&id=1", followed, 403), ("/", followed | {"Host": "rebound.example"}, 403)]:
+            self.assertEqual(self.http("GET", path, headers=headers)[0], expected, (path, headers))
         cases = [
             ({}, 200, None), ({"Origin": "https://a.example"}, 200, "https://a.example"),
             ({"Origin": "https://b.example", "Sec-Fetch-Site": "cross-site"}, 200, "https://b.example"),
@@ -274,6 +301,10 @@ class ControlApi(unittest.TestCase):
         self.assertEqual((self.http("GET", "/x")[0], self.http("PUT")[0], self.http("GET", "/rpc")[0]), (404, 405, 405))
         self.assertIn("403", WebSocket(self.port, ["Origin: https://c.example"]).head.split("\r\n")[0])
         began = time.monotonic()
+        for params in [], ["token:"], ["no token"]:  # none of them is a guess
+            status, _, body = self.http(body=json.dumps({"id": 1, "method": "aria2.shutdown", "params": params}))
+            self.assertEqual((status, json.loads(body)["error"]["message"]), (400, "Unauthorized"))
+        self.assertLess(time.monotonic() - began, 0.2)
         for _ in range(3):
             status, _, body = self.http(body='{"id":1,"method":"aria2.shutdown","params":["token:no"]}')
             self.assertEqual((status, json.loads(body)["error"]["message"]), (400, "Unauthorized"))
@@ -329,6 +360,51 @@ class ControlApi(unittest.TestCase):
         told = [one["gid"] for one in self.call("aria2.tellWaiting", 0, 1000, ["gid"])]
         self.assertEqual(told, gids)
         self.assertEqual(self.call("vantlow.remove", gids), "OK")
+
+
+class OverTls(unittest.TestCase):
+    def test_a_certificate_of_its_own_and_what_survives_a_restart(self):
+        with tempfile.TemporaryDirectory() as folder:
+            root = pathlib.Path(folder)
+            program = Program(root, "--rpc-tls")
+            try:
+                self.speak(root, program)
+            finally:
+                program.stop()
+
+    def speak(self, root, program):
+        file, port, token = root / "data/rpc-certificate.pem", program.port, "token:" + program.secret
+        silent = [socket.create_connection(("127.0.0.1", port), timeout=30) for _ in range(20)]
+        self.assertEqual(file.stat().st_mode & 0o777, 0o600)
+        status = lambda: json.loads(program.run("--json", "rpc", "status").stdout)
+        seen = ssl.PEM_cert_to_DER_cert(ssl.get_server_certificate(("127.0.0.1", port)))
+        self.assertEqual(status()["fingerprint"].replace(":", "").lower(), hashlib.sha256(seen).hexdigest())
+        trusting = ssl.create_default_context(cafile=file)
+        proxy = lambda: xmlrpc.client.ServerProxy(f"https://127.0.0.1:{port}/rpc", context=trusting)
+        self.assertTrue(proxy().aria2.getVersion(token)["version"])
+        page = http.client.HTTPSConnection("localhost", port, context=trusting)
+        page.request("GET", "/")
+        self.assertEqual(page.getresponse().status, 200)
+        watcher = WebSocket(port, [f"Origin: https://127.0.0.1:{port}"], trusting)
+        kept, gone = (watcher.call("aria2.addUri", token, ["http://h.invalid/" + "x" * 100000], {"pause": "true"})["result"] for _ in range(2))
+        watcher.call("aria2.remove", token, gone)
+        with self.assertRaises((OSError, http.client.HTTPException)):
+            plain = http.client.HTTPConnection("127.0.0.1", port, timeout=20)
+            plain.request("GET", "/")
+            plain.getresponse()
+        program.process.kill()
+        program.process.wait(60)
+        program.start()
+        self.assertEqual(ssl.PEM_cert_to_DER_cert(ssl.get_server_certificate(("127.0.0.1", port))), seen)
+        self.assertEqual([one["gid"] for one in proxy().aria2.tellWaiting(token, 0, 9)], [kept])
+        with socket.create_connection(("127.0.0.1", port), timeout=30) as late:  # a handshake that never ends
+            self.assertEqual(late.recv(1), b"")
+        program.run("settings", "set", "RPC/Certificate", str(root / "none.pem"))
+        program.wait_until(lambda: status()["listening"] == [])
+        with self.assertRaises(OSError):
+            socket.create_connection(("127.0.0.1", port))
+        for one in silent:
+            one.close()
 
 
 if __name__ == "__main__":
