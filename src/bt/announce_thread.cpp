@@ -126,6 +126,7 @@ bool CBTAnnounceThread::accept(CBETrackerRespond respond) {
                   print("Tracker: %zu peers, %zu of them new; next announce in %lld s.", report.peers.size(),
                         added, static_cast<long long>(respond.interval)));
     }
+    report.made = Clock::now();
     const MutexLock guard(mutex_);
     report_ = std::move(report);
     return true;
@@ -135,6 +136,7 @@ void CBTAnnounceThread::refuse(const Result& result) {
     AnnounceReport report;
     report.failure = one_line(result.message());
     report.interval = interval_;
+    report.made = Clock::now();
     const MutexLock guard(mutex_);
     report_ = std::move(report);
 }
@@ -185,6 +187,17 @@ void CBTAnnounceService::stop() {
     threads_.clear();
     pauses_.clear();
     goodbye_until_.reset();
+}
+
+std::optional<Clock::time_point> CBTAnnounceService::next_announce(std::size_t index) const {
+    const CBTAnnounceThread& thread = *threads_[index];
+    const AnnounceReport report = thread.report();
+    if (thread.has_ended()) {
+        const auto until = pauses_[index].until;
+        return until == Clock::time_point{} ? std::nullopt : std::optional(until);
+    }
+    if (!thread.has_announced() || report.is_last || report.interval <= 0) return std::nullopt;
+    return report.made + std::chrono::seconds(report.interval);
 }
 
 void CBTAnnounceService::revive() {

@@ -29,6 +29,7 @@ struct AnnounceReport {
     bool ok = false;            ///< a valid answer without a failure
     bool is_last = false;       ///< the tracker wants no further announce
     std::int64_t interval = 0;  ///< seconds until the next announce
+    Clock::time_point made{};   ///< when the announce ended
     std::vector<SocketAddress> peers;
     std::string failure;  ///< the tracker's reason, one line, its bytes as sent; or a sentence of our own
     std::string warning;  ///< the tracker's, likewise
@@ -144,6 +145,8 @@ class CBTAnnounceService {
     [[nodiscard]] const std::vector<std::unique_ptr<CBTAnnounceThread>>& threads() const noexcept {
         return threads_;
     }
+    /// When the tracker of the thread at this index is asked again; none where it is not known.
+    [[nodiscard]] std::optional<Clock::time_point> next_announce(std::size_t index) const;
 
   private:
     struct Pause {

@@ -370,6 +370,17 @@ std::string Engine::torrent_info(const CJobNode& job) const {
     return magnet ? torrents_.find_info(magnet->info_hash) : std::string();
 }
 
+std::optional<TorrentReport> Engine::torrent_report(const Guid& job, unsigned parts) const {
+    const CJobNode* const record = store_->find(job);
+    if (record == nullptr || kind_of(*record) != JobKind::torrent) return std::nullopt;
+    TorrentReport report;
+    if (runner_ && runner_->report(job, parts, report)) return report;
+    TorrentReport at_rest = report_at_rest(*record, torrent_info(*record), parts);
+    at_rest.phase = report.phase;
+    at_rest.checked_pieces = report.checked_pieces;
+    return at_rest;
+}
+
 std::vector<CLogNode> Engine::log_of(const Guid& job) {
     if (runner_) runner_->write_logs();
     return read_job_log(options_.data_folder, job);

@@ -18,6 +18,7 @@
 #include "engine/questions.h"
 #include "engine/saver.h"
 #include "engine/session_runner.h"
+#include "engine/torrent_report.h"
 #include "engine/torrent_shelf.h"
 #include "platform/desktop.h"
 #include "store/job_store.h"
@@ -176,6 +177,11 @@ class Engine {
     [[nodiscard]] std::vector<Question> questions() const { return questions_.open(); }
     /// The description ("info" value, BEP 3) of a torrent's job; empty while it is not known, and for others.
     [[nodiscard]] std::string torrent_info(const CJobNode& job) const;
+    /// The facts of a torrent's job, with the parts (torrent_part) that are asked for; none where there is no
+    /// such job, or it is no torrent's. Of a job that runs as of now, from its session, which may take a
+    /// quarter of a second where the machine is busy; of others from the record, the document and the state
+    /// beside the files, which is read anew each time.
+    [[nodiscard]] std::optional<TorrentReport> torrent_report(const Guid& job, unsigned parts) const;
     /// The lines of a job's log, oldest first.
     [[nodiscard]] std::vector<CLogNode> log_of(const Guid& job);
     [[nodiscard]] std::uint64_t revision() const noexcept { return changes_.revision(); }

@@ -34,6 +34,7 @@ void take_positions(CJobNode& record, CJobNode& from) {
     record.bit_map = std::move(from.bit_map);
     record.bit_count = from.bit_count;
     record.bit_map_mark = std::move(from.bit_map_mark);
+    if (from.tally) record.tally = from.tally;
 }
 
 void take_end(CJobNode& record, CJobNode& from) {

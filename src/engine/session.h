@@ -18,6 +18,7 @@
 namespace vantlow {
 
 class TorrentShelf;
+struct TorrentReport;
 
 /// One connection of a session, as lists show it.
 struct SessionConnection {
@@ -67,6 +68,13 @@ class JobSession {
 
     /// Sets the job's own speed limit, bytes a second; 0: none.
     virtual void set_speed_limit(std::int64_t limit) { static_cast<void>(limit); }
+    /// Of a torrent: the report's parts (torrent_part). False where this session cannot tell them now; its
+    /// phase alone is in the report then. May take a quarter of a second.
+    virtual bool report(unsigned parts, TorrentReport& report) {
+        static_cast<void>(parts);
+        static_cast<void>(report);
+        return false;
+    }
     /// Called about once a second, and at each round of the engine.
     virtual void look() {}
     /// The result of a session that nobody need wait for any more although it goes on; none before that.

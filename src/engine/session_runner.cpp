@@ -380,6 +380,11 @@ std::vector<SessionConnection> SessionRunner::connections(const Guid& job) const
     return at == sessions_.end() ? std::vector<SessionConnection>() : at->second->session->connections();
 }
 
+bool SessionRunner::report(const Guid& job, unsigned parts, TorrentReport& report) const {
+    const auto at = sessions_.find(job);
+    return at != sessions_.end() && at->second->session->report(parts, report);
+}
+
 std::vector<RunningJob> SessionRunner::running_jobs() const {
     std::vector<RunningJob> jobs;
     for (const auto& [identity, entry] : sessions_) {

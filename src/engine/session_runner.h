@@ -132,6 +132,8 @@ class SessionRunner {
     [[nodiscard]] std::optional<JobProgress> progress(const Guid& job) const;
     [[nodiscard]] std::vector<SessionConnection> connections(const Guid& job) const;
     [[nodiscard]] std::vector<RunningJob> running_jobs() const;
+    /// See JobSession::report(); false also for a job without a session.
+    bool report(const Guid& job, unsigned parts, TorrentReport& report) const;
     void write_logs();
     /// The record of the job is removed, and its log with it, even where one of its sessions has not ended
     /// yet.

@@ -1,11 +1,13 @@
 #include "engine/torrent_files.h"
 
 #include <algorithm>
+#include <memory>
 #include <utility>
 
 #include "base/codes.h"
 #include "base/safe_name.h"
 #include "base/text.h"
+#include "bt/swarm/storage_disk.h"
 #include "platform/folder.h"
 #include "storage/storage_state.h"
 #include "store/job_log.h"
@@ -55,6 +57,20 @@ Outcome<FileList> list_of(const TorrentContent& content, const std::u16string& n
     std::vector<NamedFile> files = content.files;
     if (!content.is_folder && !name.empty()) files.front().path = name;
     return FileList::make(files);
+}
+
+// Opens what stands at a target, as its state says where it has one.
+Outcome<std::unique_ptr<Storage>> open_storage(const TorrentContent& content, const std::u16string& target,
+                                               LogSink& log) {
+    const auto state = load_storage_state(storage_state_path(target), to_hex(content.info_hash));
+    auto list = list_of(content, content.is_folder ? std::u16string() : std::u16string(name_of(target)));
+    if (!list) return list.failure();
+    const std::vector<bool> all(content.files.size(), true);
+    const bool fits = state && state->chosen.size() == content.files.size();
+    auto storage =
+        std::make_unique<Storage>(*std::move(list), fits ? state->chosen : all, content.piece_length, log);
+    if (Result result = storage->resume(places_of(content, target, state)); !result.ok()) return result;
+    return storage;
 }
 
 }  // namespace
@@ -211,21 +227,42 @@ Result remove_torrent_files(const TorrentContent& content, const std::u16string&
     CJobLog silent;
     Result result;
     if (is_there(content, target)) {
-        const auto state = load_storage_state(storage_state_path(target), to_hex(content.info_hash));
-        const std::u16string name = content.is_folder ? std::u16string() : std::u16string(name_of(target));
-        auto list = list_of(content, name);
-        if (!list) return list.failure();
-        const std::vector<bool> all(content.files.size(), true);
-        const bool fits = state && state->chosen.size() == content.files.size();
-        Storage storage(*std::move(list), fits ? state->chosen : all, content.piece_length, silent);
-        result = storage.resume(places_of(content, target, state));
-        if (result.ok()) result = storage.remove();
+        auto storage = open_storage(content, target, silent);
+        result = storage ? (*storage)->remove() : storage.failure();
     }
     const FileError error = remove_file(storage_state_path(target));
     if (result.ok() && !error.ok() && error.fault != FileFault::not_found)
         result = {Code::local_file, to_utf8(storage_state_path(target)) + ": " + error.text(),
                   error.system_error};
     return result;
+}
+
+Outcome<TorrentCheck> check_torrent_files(const TorrentContent& content, const std::u16string& target,
+                                          const StopSource& stop) {
+    std::u16string found = target;
+    if (name_of(target).empty()) {
+        const std::u16string folder(folder_of(target));
+        found = find_target(folder, to_hex(content.info_hash));
+        if (found.empty()) found = join_path(folder, safe_file_name(content.name));
+    }
+    if (!is_there(content, found))
+        return Result(Code::local_file, to_utf8(found) + ": there are no files of this torrent.");
+    CJobLog silent;
+    auto storage = open_storage(content, found, silent);
+    if (!storage) return storage.failure();
+    const TorrentHashes hashes(content.pieces);
+    CheckProgress progress;
+    std::vector<bool> good(static_cast<std::size_t>(content.piece_count()), false);
+    const Result result = check_all_pieces(**storage, hashes, 0, stop, progress, good);
+    if (!result.ok()) return result;
+    TorrentCheck check;
+    check.pieces = content.piece_count();
+    for (std::int64_t piece = 0; piece < check.pieces; ++piece) {
+        if (!good[static_cast<std::size_t>(piece)]) continue;
+        ++check.good;
+        check.bytes += std::min(content.piece_length, content.total - piece * content.piece_length);
+    }
+    return check;
 }
 
 }  // namespace vantlow

@@ -48,6 +48,7 @@ class TorrentFiles {
     void close(bool keeps_parts = true);
 
     [[nodiscard]] Storage& storage() noexcept { return *storage_; }
+    [[nodiscard]] const Storage& storage() const noexcept { return *storage_; }
     [[nodiscard]] bool is_open() const noexcept { return storage_.has_value(); }
     /// The pieces that were good when it was opened.
     [[nodiscard]] const std::vector<bool>& good() const noexcept { return good_; }
@@ -80,5 +81,18 @@ class TorrentFiles {
 /// Removes what a torrent's job has written below `target`, and its state. The first failure, where there is
 /// one.
 Result remove_torrent_files(const TorrentContent& content, const std::u16string& target);
+
+/// How much of a torrent is on the disk.
+struct TorrentCheck {
+    std::int64_t pieces = 0;  ///< of the torrent
+    std::int64_t good = 0;    ///< of them, whole and right
+    std::int64_t bytes = 0;   ///< in the good ones, padding included
+};
+
+/// Holds the torrent's files at `target`, finished or not, against their hashes, on all processors. A target
+/// that ends with a separator is a folder in which an earlier run, or somebody else, has put them. Nothing is
+/// changed. `local_file` where there is nothing; the stop's reason where it comes.
+Outcome<TorrentCheck> check_torrent_files(const TorrentContent& content, const std::u16string& target,
+                                          const StopSource& stop);
 
 }  // namespace vantlow

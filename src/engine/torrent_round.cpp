@@ -78,6 +78,7 @@ void TorrentRun::tell_peers() {
 void TorrentRun::count() {
     if (swarm_ == nullptr) return;
     received_ = swarm_->downloaded() + swarm_->wasted();
+    given_ = swarm_->uploaded();
     identity_.downloaded = swarm_->downloaded();
     identity_.uploaded = swarm_->uploaded();
     identity_.left = size_ - done_;
@@ -154,6 +155,8 @@ void TorrentRun::show() {
     progress.done = done_;
     progress.received = received_;
     if (phase_ == Phase::check) progress.checked = 0;
+    progress.sent = given_;
+    progress.shares = named_.has_value();
     std::vector<SessionConnection> connections;
     for (const auto& thread : announces_.threads()) {
         SessionConnection tracker;
@@ -170,8 +173,18 @@ void TorrentRun::show() {
         log_.line(Direction::note, lacked_);
     }
     const MutexLock guard(mutex_);
+    tally_ = count_up();
     progress_ = std::move(progress);
     connections_ = std::move(connections);
+}
+
+TorrentTally TorrentRun::count_up() const {
+    TorrentTally tally = job_.tally ? *job_.tally : TorrentTally();
+    tally.received += received_;
+    tally.sent += given_;
+    if (named_)
+        tally.shared += std::chrono::duration_cast<std::chrono::seconds>(Clock::now() - *named_).count();
+    return tally;
 }
 
 void TorrentRun::show_peers(JobProgress& progress, std::vector<SessionConnection>& connections) const {

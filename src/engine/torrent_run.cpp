@@ -45,6 +45,7 @@ TorrentRun::TorrentRun(const CJobNode& job, const TransferServices& services, Ru
     const MutexLock guard(mutex_);
     progress_.size = size_;
     progress_.path = job.path;
+    if (job.tally) tally_ = *job.tally;
 }
 
 TorrentRun::~TorrentRun() {
@@ -65,6 +66,10 @@ void TorrentRun::run() {
     outcome_.path = files_ && !files_->target().empty() ? files_->target() : job_.path;
     outcome_.size = size_;
     outcome_.received = received_;
+    {
+        const MutexLock guard(mutex_);
+        tally_ = count_up();
+    }
     outcome_.seconds = std::chrono::duration<double>(Clock::now() - started).count();
     on_end_();
 }
@@ -138,11 +143,13 @@ Result TorrentRun::fetch_description() {
     fetch.add_peers(magnet_.peers);
     fetch.start();
     start_round();
+    open_for_questions();
     Result result;
     while (!is_there && !stop_.requested() && result.ok()) {
         const auto step = loop_->run_one(std::chrono::seconds(1));
         if (!step) result = step.failure();
     }
+    close_for_questions();
     ticks_->cancel();
     description_ = nullptr;
     told_ = 0;
@@ -199,7 +206,9 @@ Result TorrentRun::fetch_pieces() {
     for (const auto& listener : listeners_) accept(*listener);
     start_round();
     if (is_whole) share();
+    open_for_questions();
     const Result result = loop_->run();
+    close_for_questions();
     ticks_->cancel();
     count();
     listeners_.clear();

@@ -1,6 +1,7 @@
 // The thread of a running torrent: its trackers, its peers, its files.
 #pragma once
 
+#include <atomic>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -15,6 +16,7 @@
 #include "bt/swarm/swarm.h"
 #include "engine/session.h"
 #include "engine/torrent_files.h"
+#include "engine/torrent_report.h"
 #include "engine/torrent_shelf.h"
 #include "net/loop.h"
 
@@ -42,6 +44,12 @@ class TorrentRun final : private SwarmListener {
     [[nodiscard]] JobProgress progress() const;
     /// The trackers, then the peers.
     [[nodiscard]] std::vector<SessionConnection> connections() const;
+    /// What the job has exchanged with peers until now, in earlier runs too. Any thread.
+    [[nodiscard]] TorrentTally tally() const;
+    /// Makes the report on this run's own thread and waits for it, a quarter of a second at most. False where
+    /// that thread does something else, as while files are checked: the phase and what the check has done
+    /// are all that is in the report then. One thread at a time.
+    bool report(unsigned parts, TorrentReport& report);
     /// After join().
     [[nodiscard]] const JobOutcome& outcome() const noexcept { return outcome_; }
 
@@ -70,8 +78,19 @@ class TorrentRun final : private SwarmListener {
     void share();
     [[nodiscard]] bool is_shared_enough() const;
     void show();
+    [[nodiscard]] TorrentTally count_up() const;
     void show_peers(JobProgress& progress, std::vector<SessionConnection>& connections) const;
     [[nodiscard]] std::string lack() const;
+
+    // torrent_facts.cpp: what is asked from outside
+    /// Reports are made between the two.
+    void open_for_questions();
+    void close_for_questions();
+    [[nodiscard]] TorrentReport look(unsigned parts) const;
+    void look_at_peers(unsigned parts, TorrentReport& report) const;
+    void look_at_trackers(TorrentReport& report) const;
+    void look_at_files(unsigned parts, TorrentReport& report) const;
+
     void piece_came(std::uint32_t piece) override;
     void completed() override;
     void banned(const SocketAddress& peer) override;
@@ -98,12 +117,13 @@ class TorrentRun final : private SwarmListener {
     std::optional<TorrentHashes> hashes_;
     std::optional<TorrentFiles> files_;
     std::vector<bool> good_;
-    Phase phase_ = Phase::description;
+    std::atomic<Phase> phase_ = Phase::description;
     std::size_t told_ = 0;    ///< peers of identity_ that the swarm knows
     std::size_t logged_ = 0;  ///< that stand in the log
     std::int64_t size_ = -1;
     std::int64_t done_ = 0;
     std::int64_t received_ = 0;
+    std::int64_t given_ = 0;
     bool is_complete_ = false;
     std::optional<Clock::time_point> named_;  ///< since when the files have their names and are shared
     std::optional<Result> failure_;
@@ -124,6 +144,12 @@ class TorrentRun final : private SwarmListener {
     CheckProgress checked_;
     mutable Mutex mutex_;
     JobProgress progress_ VANTLOW_GUARDED_BY(mutex_);
+    TorrentTally tally_ VANTLOW_GUARDED_BY(mutex_);
+    bool takes_questions_ VANTLOW_GUARDED_BY(mutex_) = false;
+    std::uint64_t asked_ VANTLOW_GUARDED_BY(mutex_) = 0;  ///< the number of the last question
+    std::uint64_t answered_ VANTLOW_GUARDED_BY(mutex_) = 0;
+    TorrentReport answer_ VANTLOW_GUARDED_BY(mutex_);
+    Condition answered_now_;
     std::vector<SessionConnection> connections_ VANTLOW_GUARDED_BY(mutex_);
 
     ThreadPool::Running thread_;  ///< last

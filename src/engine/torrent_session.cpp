@@ -24,6 +24,7 @@ class TorrentSession : public JobSession {
     [[nodiscard]] JobProgress progress() override { return run_->progress(); }
     [[nodiscard]] std::unique_ptr<CJobNode> safe_copy() override;
     [[nodiscard]] std::vector<SessionConnection> connections() override { return run_->connections(); }
+    bool report(unsigned parts, TorrentReport& report) override { return run_->report(parts, report); }
     void set_speed_limit(std::int64_t limit) override { run_->set_speed_limit(limit); }
 
   private:
@@ -59,6 +60,7 @@ std::unique_ptr<CJobNode> TorrentSession::safe_copy() {
     auto copy = job_->twin();
     copy->path = progress.path;
     copy->file_size = progress.size;
+    copy->tally = std::make_shared<const TorrentTally>(run_->tally());
     return copy;
 }
 
@@ -66,6 +68,8 @@ SessionEnd TorrentSession::take_end() {
     run_->join();
     SessionEnd end;
     end.outcome = run_->outcome();
+    const TorrentTally tally = run_->tally();
+    if (tally != TorrentTally()) job_->tally = std::make_shared<const TorrentTally>(tally);
     run_.reset();
     if (unstarted_) end.outcome.result = *unstarted_;
     const Result& result = end.outcome.result;

@@ -157,6 +157,15 @@ void read_mark(FieldReader& block, std::size_t length, PartialMark& mark) {
     if (value.ok() && read.length >= 0) mark = std::move(read);
 }
 
+std::shared_ptr<const TorrentTally> read_tally(FieldReader& block) {
+    TorrentTally tally;
+    tally.received = std::max<std::int64_t>(block.i64(), 0);
+    tally.sent = std::max<std::int64_t>(block.i64(), 0);
+    tally.shared = std::max<std::int64_t>(block.i64(), 0);
+    tally.shares = block.u8() != 0;
+    return std::make_shared<const TorrentTally>(tally);
+}
+
 // True when the value belonged to the job's own rules.
 bool read_rule(FieldReader& block, std::uint8_t kind, std::size_t length, JobRules& rules) {
     switch (kind) {
@@ -167,6 +176,14 @@ bool read_rule(FieldReader& block, std::uint8_t kind, std::size_t length, JobRul
         case fields::limit_value:
             if (length != 8) return false;
             rules.speed_limit = std::max<std::int64_t>(block.i64(), 0);
+            return true;
+        case fields::share_ratio_value:
+            if (length != 8) return false;
+            rules.share_ratio = static_cast<double>(block.i64()) / 1000;
+            return true;
+        case fields::share_time_value:
+            if (length != 8) return false;
+            rules.share_time = std::max<std::int64_t>(block.i64(), 0);
             return true;
         case fields::ca_file_value:
             rules.ca_file = block.wide(length);
@@ -231,6 +248,8 @@ void read_state(FieldReader& in, CJobNode& job) {
                 auto told = sources ? sources : std::make_shared<JobSources>();
                 if (read_source_value(block, kind, length, *told)) {
                     sources = std::move(told);
+                } else if (kind == fields::tally_value && length == fields::tally_size) {
+                    job.tally = read_tally(block);
                 } else if (!read_rule(block, kind, length, rules)) {
                     block.skip(length);
                 }

@@ -1,3 +1,4 @@
+#include <cmath>
 #include <string_view>
 
 #include "store/database.h"
@@ -144,6 +145,14 @@ class StateWriter {
         wide(fields::ca_file_value, rules.ca_file);
         wide(fields::key_file_value, rules.key_file);
         narrow(fields::select_value, rules.select);
+        if (rules.share_ratio) {
+            head(fields::share_ratio_value, 8);
+            out_.i64(std::llround(*rules.share_ratio * 1000));
+        }
+        if (rules.share_time) {
+            head(fields::share_time_value, 8);
+            out_.i64(*rules.share_time);
+        }
         const std::int32_t switches = (rules.skip_existing ? fields::skip_existing_switch : 0) +
                                       (rules.insecure ? fields::insecure_switch : 0) +
                                       (rules.accept_host_key ? fields::accept_host_key_switch : 0) +
@@ -151,6 +160,14 @@ class StateWriter {
         if (switches == 0) return;
         head(fields::switches_value, 4);
         out_.i32(switches);
+    }
+
+    void tally(const TorrentTally& tally) {
+        head(fields::tally_value, fields::tally_size);
+        out_.i64(tally.received);
+        out_.i64(tally.sent);
+        out_.i64(tally.shared);
+        out_.u8(tally.shares ? 1 : 0);
     }
 
   private:
@@ -174,13 +191,14 @@ void write_values(FieldWriter& out, const CJobNode& job) {
     if (job.sources) values.sources(*job.sources);
     values.narrow(fields::error_value, job.error);
     if (job.rules) values.rules(*job.rules);
+    if (job.tally) values.tally(*job.tally);
 }
 
 void write_state(FieldWriter& out, const CJobNode& job) {
     const bool has_any = !job.validators.etag.empty() || !job.validators.last_modified.empty() ||
                          !job.validators.media_type.empty() || job.partial_mark.is_set() ||
                          !job.cookie.empty() || !job.proxy.empty() || !job.error.empty() || job.sources ||
-                         job.rules || has_bit_map(job);
+                         job.rules || job.tally || has_bit_map(job);
     if (!has_any) return;
     FieldWriter counter(nullptr);
     write_values(counter, job);

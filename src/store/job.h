@@ -134,7 +134,21 @@ struct JobRules {
     std::int64_t speed_limit = 0;           ///< bytes a second for all of its connections; 0: none of its own
     std::string select;                     ///< files of the document that is fetched: "1,3-5"; empty: all
     bool asks_which = false;                ///< where there are several, which of them are meant is asked
+    /// Of a torrent: it is shared after its end until so many times its size was sent; 0: not at all; below
+    /// 0: no bound.
+    std::optional<double> share_ratio;
+    std::optional<std::int64_t> share_time;  ///< seconds that it is shared for at most; 0: no bound
     bool operator==(const JobRules&) const = default;
+};
+
+/// The traffic of a torrent's job with its peers, over all of its runs. A plain record, shared by the copies
+/// of a job and not changed once a job has it.
+struct TorrentTally {
+    std::int64_t received = 0;  ///< bytes of blocks
+    std::int64_t sent = 0;
+    std::int64_t shared = 0;  ///< seconds that it was shared after its end
+    bool shares = false;      ///< finished, and shared as long as the program runs
+    bool operator==(const TorrentTally&) const = default;
 };
 
 /// The way in which a job asks its servers: what a person may want of it beforehand, and what the jobs that a
@@ -184,6 +198,7 @@ struct JobFacts : JobRequest {
     std::int32_t bit_count = 0;         ///< bits of `bit_map`, which has (bit_count + 7) / 8 bytes
     std::string bit_map_mark;           ///< identifies the pieces that the map was made for, for its readers
     std::shared_ptr<const JobSources> sources;  ///< null for a job of one address without hashes
+    std::shared_ptr<const TorrentTally> tally;  ///< null for what is no torrent, and for one that never ran
 };
 
 /// Where a job stands in its category: see JobSequence.

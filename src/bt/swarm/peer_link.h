@@ -92,6 +92,11 @@ class PeerLink {
         return !is_incoming_ && is_connected_ && mse_ && !is_agreed_ && !crypto_.is_needed();
     }
     [[nodiscard]] bool is_incoming() const noexcept { return is_incoming_; }
+    /// All that passes is encrypted, not just the handshake.
+    [[nodiscard]] bool is_encrypted() const noexcept {
+        return mse_ && is_agreed_ &&
+               mse_->streams().method() != static_cast<std::uint32_t>(CryptoMethod::plaintext);
+    }
     [[nodiscard]] std::size_t unsent() const noexcept { return out_.size() - sent_; }
     [[nodiscard]] Clock::time_point last_heard() const noexcept { return heard_; }
     [[nodiscard]] Clock::time_point last_sent() const noexcept { return said_; }
@@ -107,6 +112,7 @@ class PeerLink {
     bool is_interested = false;      ///< the peer, in us
     bool we_are_interested = false;  ///< we, in the peer
     std::string peer_id{};
+    std::string version{};  ///< the program that it says it is (BEP 10, "v"), UTF-8; empty: unsaid
     PieceSet has{};
     std::uint8_t metadata_number = 0;  ///< under which the peer takes metadata messages; 0: none
     std::deque<PieceBlock> owes{};     ///< blocks that it was asked for

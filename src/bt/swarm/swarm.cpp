@@ -74,6 +74,10 @@ std::vector<SwarmPeer> Swarm::look() const {
     return peers;
 }
 
+void Swarm::visit(const std::function<void(const PeerLink&)>& see) const {
+    for (const auto& [number, link] : links_) see(*link);
+}
+
 PeerLink& Swarm::add_link(const SocketAddress& address, bool is_incoming) {
     const std::uint32_t number = ++last_number_;
     LinkOwner& owner = *this;

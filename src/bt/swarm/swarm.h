@@ -1,6 +1,7 @@
 // The swarm of one torrent: its peers, and what passes between them and the disk.
 #pragma once
 
+#include <functional>
 #include <map>
 #include <memory>
 #include <set>
@@ -87,6 +88,8 @@ class Swarm final : private LinkOwner {
     [[nodiscard]] const Picker& picker() const noexcept { return picker_; }
     [[nodiscard]] std::size_t peers() const noexcept { return links_.size(); }
     [[nodiscard]] std::vector<SwarmPeer> look() const;
+    /// Shows every connection with all that is noted about its peer.
+    void visit(const std::function<void(const PeerLink&)>& see) const;
     [[nodiscard]] std::size_t known() const noexcept { return candidates_.size(); }
     [[nodiscard]] std::int64_t downloaded() const noexcept { return downloaded_; }  ///< bytes of blocks
     [[nodiscard]] std::int64_t uploaded() const noexcept { return uploaded_; }

@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "base/text.h"
 #include "bt/extension.h"
 #include "bt/swarm/swarm.h"
 
@@ -17,6 +18,7 @@ constexpr int most_read_at_once = 4;
 constexpr int most_useless = 200;
 constexpr std::size_t most_hints = 64;
 constexpr std::size_t metadata_part = 16 * 1024;
+constexpr std::size_t longest_version = 256;
 // A peer that sends a piece in so many seconds gets whole ones.
 constexpr double fast_piece_seconds = 10;
 
@@ -303,6 +305,7 @@ bool Swarm::take_extended(PeerLink& link, const PeerMessage& message) {
         if (!handshake) return false;
         const std::int64_t number = handshake->metadata_number.value_or(0);
         link.metadata_number = number > 0 && number < 256 ? static_cast<std::uint8_t>(number) : 0;
+        link.version = to_utf8(handshake->version).substr(0, longest_version);
         return true;
     }
     if (message.extended != own_metadata_number) return true;

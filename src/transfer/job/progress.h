@@ -17,6 +17,8 @@ struct JobProgress {
     std::int64_t done = 0;      ///< bytes of the file that are there
     std::int64_t received = 0;  ///< body bytes taken from the network in this run
     std::int64_t head = 0;      ///< bytes from the file's beginning that can be read from the partial file
+    std::int64_t sent = 0;      ///< bytes given to others in this run
+    bool shares = false;        ///< everything is there, and is given to others
     int connections = 0;        ///< that receive now
     std::u16string path;        ///< where the file will stand; empty while undecided
     /// The ranges that are still missing, in file order; `active` where a connection works on it.
