@@ -14,6 +14,7 @@ import http.server
 import json
 import os
 import pathlib
+import shutil
 import socket
 import ssl
 import struct
@@ -38,8 +39,12 @@ class FileServer(http.server.BaseHTTPRequestHandler):
     def do_GET(self):
         FileServer.asked[self.path] = dict(self.headers)
         missing = self.path.startswith("/none")
+        here = f"http://{self.headers['Host']}/file"
+        files = "".join(f'<file name="listed{i}.bin"><size>{len(FILE)}</size><url>{here}</url></file>' for i in (1, 2))
+        whole = f'<metalink xmlns="urn:ietf:params:xml:ns:metalink">{files}</metalink>'.encode() if self.path.endswith(".meta4") else FILE
         self.send_response(404 if missing else 200)
-        self.send_header("Content-Length", "0" if missing else str(len(FILE)))
+        self.send_header("Content-Type", "application/metalink4+xml" if whole != FILE else "application/octet-stream")
+        self.send_header("Content-Length", "0" if missing else str(len(whole)))
         self.end_headers()
         if missing:
             return
@@ -48,7 +53,7 @@ class FileServer(http.server.BaseHTTPRequestHandler):
                 for _ in range(600):
                     self.wfile.write(b"x")
                     time.sleep(0.1)
-            self.wfile.write(FILE)
+            self.wfile.write(whole)
 
     def log_message(self, *_):
         pass
@@ -273,6 +278,65 @@ class ControlApi(unittest.TestCase):
             self.assertEqual(proxy.aria2.forceRemove(self.token, one), one)
         self.assertEqual(proxy.aria2.tellWaiting(self.token, 0, 10240), [])
         self.assertEqual(proxy.system.multicall([{"methodName": "aria2.saveSession", "params": [self.token]}]), [["OK"]])
+
+    @unittest.skipUnless(shutil.which("aria2c"), "no aria2c that could be the peer")
+    def test_a_magnet_whose_only_peer_is_known(self):
+        theirs, ours = self.root / "theirs", self.root / "ours"
+        (theirs / "film").mkdir(parents=True)
+        for name, megabytes in (("a.bin", 1), ("b.bin", 3)):
+            (theirs / "film" / name).write_bytes(os.urandom(megabytes << 20))
+        self.assertEqual(self.vantlow("torrent", "make", "--piece-length", "64K", str(theirs / "film")).returncode, 0)
+        torrent = (theirs / "film.torrent").read_bytes()
+        info_hash = hashlib.sha1(torrent[torrent.index(b"4:infod") + 6:-1]).hexdigest()
+        with socket.socket() as free:
+            free.bind(("127.0.0.1", 0))
+            port = free.getsockname()[1]
+        peer = subprocess.Popen(["aria2c", "--no-conf", "-q", f"--dir={theirs}", f"--listen-port={port}", "--enable-dht=false", "--seed-ratio=0.0",
+                                 "--check-integrity=true", "--max-overall-upload-limit=500K", str(theirs / "film.torrent")])
+        watcher = WebSocket(self.port)
+        try:
+            while socket.socket().connect_ex(("127.0.0.1", port)) != 0:
+                time.sleep(0.1)
+            magnet = f"magnet:?xt=urn:btih:{info_hash}&dn=film&x.pe=127.0.0.1:{port}"
+            gid = watcher.call("aria2.addUri", self.token, [magnet], {"dir": str(ours), "pause": "true", "seed-time": "0"})["result"]
+            self.assertEqual(self.call("aria2.getFiles", gid)[0]["path"], "[METADATA]film")
+            self.call("aria2.unpause", gid)
+            told = lambda: self.call("aria2.tellStatus", gid)
+            self.program.wait_until(lambda: int(told()["completedLength"]) > 200_000)
+            now = told()
+            self.assertEqual((now["infoHash"], now["numSeeders"], now["seeder"], now["bittorrent"]["mode"]), (info_hash, "1", "false", "multi"))
+            self.assertEqual([(one["path"], one["length"], one["selected"]) for one in now["files"]],
+                             [(str(ours / "film/a.bin"), str(1 << 20), "true"), (str(ours / "film/b.bin"), str(3 << 20), "true")])
+            self.assertEqual((now["numPieces"], now["pieceLength"]), ("64", "65536"))
+            self.assertGreater(int(now["bitfield"], 16), 0)
+            [seed] = self.call("aria2.getPeers", gid)
+            self.assertEqual((seed["ip"], seed["port"], seed["seeder"], seed["bitfield"]), ("127.0.0.1", str(port), "true", "f" * 16))
+            self.assertTrue(seed["peerId"].startswith("%41%32%2D"), seed)
+            self.assertEqual(self.call("aria2.getServers", gid), [])
+            self.call("aria2.changeOption", gid, {"select-file": "1"})
+            done = self.until(gid, "complete")
+            self.assertEqual([one["selected"] for one in done["files"]], ["true", "false"])
+            self.assertEqual((ours / "film/a.bin").read_bytes(), (theirs / "film/a.bin").read_bytes())
+            self.assertFalse((ours / "film/b.bin").exists())
+            self.assertEqual(json.loads(self.http(body=json.dumps({"id": 1, "method": "aria2.changeOption", "params": [self.token, gid, {"select-file": "7"}]}))[2])["error"]["code"], 1)
+            watcher.wait_for("aria2.onDownloadComplete", gid)
+            words = [one["method"] for one in watcher.notifications if one["params"] == [{"gid": gid}]]
+            self.assertLess(words.index("aria2.onBtDownloadComplete"), words.index("aria2.onDownloadComplete"))
+            self.call("aria2.removeDownloadResult", gid)
+        finally:
+            peer.terminate()
+            peer.wait(60)
+
+    def test_documents_that_are_fetched(self):
+        watcher = WebSocket(self.port)
+        gid = watcher.call("aria2.addUri", self.token, [self.files + "/list.meta4"], {"dir": str(self.root / "lists")})["result"]
+        watcher.wait_for("aria2.onDownloadComplete", gid)
+        told = self.call("aria2.tellStatus", gid, ["status", "followedBy"])
+        self.assertEqual((told["status"], len(told["followedBy"])), ("complete", 2))
+        for one in told["followedBy"]:
+            self.assertEqual(self.until(one, "complete")["following"], gid)
+            self.call("aria2.removeDownloadResult", one)
+        self.call("aria2.removeDownloadResult", gid)
 
     def test_who_is_let_in(self):
         good = json.dumps({"id": 1, "method": "aria2.getSessionInfo", "params": [self.token]})

@@ -6,6 +6,7 @@
 #include <functional>
 #include <string>
 #include <unordered_map>
+#include <unordered_set>
 #include <utility>
 #include <vector>
 
@@ -75,7 +76,8 @@ class EngineDownloads final : public rpc::Downloads, public EngineListener {
     void note(const Guid& job, rpc::Phase now, bool has_run);
     void keep_result(rpc::JobStatus status);
     void forget(const Guid& job);
-    const TorrentFilesKnown* torrent(const CJobNode& job);
+    const TorrentReport* torrent(const CJobNode& job, unsigned parts);
+    void tell_data(const Guid& job);
     [[nodiscard]] const CJobNode* record(const Guid& job) const;
     [[nodiscard]] std::u16string default_folder() const;
     Added add_links(const rpc::NewJob& job, JobDraft draft);
@@ -92,8 +94,14 @@ class EngineDownloads final : public rpc::Downloads, public EngineListener {
     std::unordered_map<Guid, Guid, GuidHash> following_;  ///< a job, and the document that named it
     /// A document that stayed, and the jobs that it named.
     std::unordered_map<Guid, std::vector<Guid>, GuidHash> followed_by_;
-    /// Descriptions that were read; some at most, since who asks for one asks again.
-    std::unordered_map<Guid, TorrentFilesKnown, GuidHash> torrents_;
+    /// Reports of torrents until something of their jobs changes; some at most, since who asks for one asks
+    /// again.
+    struct Known {
+        unsigned parts = 0;
+        TorrentReport report;
+    };
+    std::unordered_map<Guid, Known, GuidHash> torrents_;
+    std::unordered_set<Guid, GuidHash> told_data_;  ///< torrents of whom it was told that all of it is there
     std::unordered_map<Guid, rpc::JobStatus, GuidHash> results_;
     std::deque<Guid> result_order_;
     std::uint64_t results_revision_ = 0;
