@@ -1,7 +1,8 @@
-// The floor that downloads are held against: N connections ask for N equal ranges of one file; a thread each
-// receives into a buffer and writes it where it belongs, and nothing else.
+// The floors that downloads are held against: N connections ask for N equal ranges of one file. A thread each
+// lets the system move the bytes through a pipe to where they belong (splice), or receives into a buffer and
+// writes (write), and does nothing else.
 //
-//   floor PORT PATH SIZE CONNECTIONS FILE [ftp]
+//   floor PORT PATH SIZE CONNECTIONS FILE http|ftp splice|write
 #define _GNU_SOURCE
 #include <arpa/inet.h>
 #include <fcntl.h>
@@ -22,6 +23,7 @@ static int port;
 static const char* path;
 static int file;
 static int ftp;
+static int writes;
 
 struct part {
     int64_t begin, end;
@@ -118,28 +120,52 @@ static int64_t pass_head(int fd, const struct part* part) {
     return part->begin + (int64_t)rest;
 }
 
-static void* receive(void* argument) {
-    const struct part* part = argument;
+static size_t next_size(int64_t at, int64_t end) {
+    return end - at < buffer_size ? (size_t)(end - at) : (size_t)buffer_size;
+}
+
+static void receive_and_write(int fd, int64_t at, int64_t end) {
     char* buffer = aligned_alloc(4096, buffer_size);
     if (!buffer) fail("memory");
-    int fd = ftp ? ask_ftp(part) : ask(part);
-    int64_t at = ftp ? part->begin : pass_head(fd, part);
-    while (at < part->end) {
-        size_t wanted = buffer_size;
-        if ((int64_t)wanted > part->end - at) wanted = (size_t)(part->end - at);
-        ssize_t n = recv(fd, buffer, wanted, 0);
+    while (at < end) {
+        ssize_t n = recv(fd, buffer, next_size(at, end), 0);
         if (n <= 0) fail("recv");
         write_all(buffer, (size_t)n, at);
         at += n;
     }
-    close(fd);
     free(buffer);
+}
+
+static void move_through_a_pipe(int fd, int64_t at, int64_t end) {
+    int ends[2];
+    if (pipe(ends)) fail("pipe");
+    fcntl(ends[1], F_SETPIPE_SZ, 1 << 20);  // the most that everybody may have
+    while (at < end) {
+        ssize_t n = splice(fd, NULL, ends[1], NULL, next_size(at, end), SPLICE_F_MOVE | SPLICE_F_MORE);
+        if (n <= 0) fail("splice from the socket");
+        while (n > 0) {
+            ssize_t moved = splice(ends[0], NULL, file, &at, (size_t)n, SPLICE_F_MOVE | SPLICE_F_MORE);
+            if (moved <= 0) fail("splice into the file");
+            n -= moved;
+        }
+    }
+    close(ends[0]);
+    close(ends[1]);
+}
+
+static void* receive(void* argument) {
+    const struct part* part = argument;
+    int fd = ftp ? ask_ftp(part) : ask(part);
+    int64_t at = ftp ? part->begin : pass_head(fd, part);
+    (writes ? receive_and_write : move_through_a_pipe)(fd, at, part->end);
+    close(fd);
     return NULL;
 }
 
 int main(int argc, char** argv) {
-    if (argc != 6 && argc != 7) return 2;
-    ftp = argc == 7;
+    if (argc != 8) return 2;
+    ftp = strcmp(argv[6], "ftp") == 0;
+    writes = strcmp(argv[7], "write") == 0;
     port = atoi(argv[1]);
     path = argv[2];
     int64_t size = atoll(argv[3]);

@@ -55,9 +55,10 @@ class Program:
 
 class Floor(Program):
     name = "floor"
+    way = "splice"
 
     def version(self):
-        return "receives and writes, nothing else"
+        return "lets the system move the bytes, nothing else"
 
     def command(self, task):
         scenario = task.scenario
@@ -65,7 +66,15 @@ class Floor(Program):
             return None
         path, size = scenario.files[0]
         words = [self.path, str(task.port), "/" + path, str(size), str(scenario.connections), task.name()]
-        return words + (["ftp"] if task.scheme == "ftp" else [])
+        return [*words, "ftp" if task.scheme == "ftp" else "http", self.way]
+
+
+class Writing(Floor):
+    name = "writing"
+    way = "write"
+
+    def version(self):
+        return "receives and writes, nothing else"
 
 
 class Vantlow(Program):
@@ -186,7 +195,7 @@ class Earlier(Vantlow):
 
 def find_programs(floor, vantlow, earlier):
     """All programs in the order of a round, and the names of the missing ones."""
-    found, missing = [Floor(floor)], []
+    found, missing = [Floor(floor), Writing(floor)], []
     if vantlow:
         found.append(Vantlow(os.path.abspath(vantlow)))
     if earlier:

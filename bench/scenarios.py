@@ -39,6 +39,7 @@ BIG = (("big.bin", 1024 * MIB),)
 SCENARIOS = (
     Scenario("big1", "1 GiB into memory, 1 connection, nginx", BIG, floor=True),
     Scenario("big8", "1 GiB into memory, 8 connections, nginx", BIG, connections=8, floor=True),
+    Scenario("big64", "1 GiB into memory, 64 connections, nginx", BIG, connections=64, floor=True),
     Scenario("tls1", "1 GiB into memory over TLS 1.3, 1 connection, nginx", BIG, nginx="ssl_protocols TLSv1.3;", tls=True),
     Scenario(
         "tls8",

@@ -70,6 +70,7 @@ MseStep CBTMSE::take_public_key() {
     buffer_.remove(key_size);
     const bool ok = taken == int{key_size} &&
                     libraries_.DH_GetSecret(dh_.get(), secret_.data(), secret_.size()) == int{key_size};
+    has_secret_ = ok;
     return ok ? MseStep::done : MseStep::failed;
 }
 

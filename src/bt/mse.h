@@ -103,6 +103,10 @@ class CBTMSE {
     /// The bytes as they are sent, encrypted by the method.
     [[nodiscard]] std::string write_payload(std::string_view bytes);
     [[nodiscard]] std::uint32_t method() const noexcept { return method_; }
+    /// The shared secret begins with a zero byte, as one in 256 does, and is known.
+    [[nodiscard]] bool has_short_secret() const noexcept {
+        return has_secret_ && secret_.front() == std::byte{0};
+    }
 
   private:
     using Rc4 = std::unique_ptr<VantlowRc4, CryptoDeleter>;
@@ -125,6 +129,7 @@ class CBTMSE {
     std::uint32_t offered_ = 0;
     std::string encrypted_vc_;
     Key secret_{};
+    bool has_secret_ = false;
     InfoHash torrent_{};
     std::mt19937 random_;
 };
@@ -142,6 +147,9 @@ class MseExchange {
     MseExchange(const SecurTable& libraries, PeerBuffer& buffer, std::vector<InfoHash> torrents,
                 std::uint32_t setting);
 
+    /// On the side that calls: an exchange whose secret is short fails, and another one, which has other
+    /// keys, is worth a try. Widespread clients leave the zero byte out where they mask the torrent's hash.
+    void refuse_short_secret() noexcept { refuses_short_secret_ = true; }
     /// Goes on as far as the buffered bytes allow; `more` until it is `done` or `failed` for good. Fails too
     /// where a sync point does not come within the longest padding.
     MseStep advance(std::string& out);
@@ -166,6 +174,7 @@ class MseExchange {
     std::string payload_;
     State state_ = State::begin;
     std::uint16_t expected_ = 0;  ///< bytes of what is taken next
+    bool refuses_short_secret_ = false;
 };
 
 }  // namespace vantlow

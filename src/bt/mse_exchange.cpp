@@ -53,6 +53,8 @@ MseStep MseExchange::step_as_caller(std::string& out) {
             return mse_.send_public_key(out);
         case State::key:
             result = mse_.receive_yb(torrents_.front());
+            if (result == MseStep::done && refuses_short_secret_ && mse_.has_short_secret())
+                return MseStep::failed;
             if (result == MseStep::done)
                 result = mse_.send_request(torrents_.front(), setting_, payload_, out);
             if (result == MseStep::done) state_ = State::sync;

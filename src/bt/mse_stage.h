@@ -34,8 +34,10 @@ class MseStage final : public net::Stage {
     net::Step agree(Clock::time_point now);
     /// Bytes that were read already, as where the first ones decided that this is no plain connection.
     void take(std::string_view bytes) { buffer_.append(bytes); }
+    /// As MseExchange::refuse_short_secret().
+    void refuse_short_secret() noexcept { exchange_.refuse_short_secret(); }
     [[nodiscard]] bool is_agreed() const noexcept { return is_agreed_; }
-    /// Of an exchange that is over.
+    /// Of an exchange that is over or has failed.
     [[nodiscard]] const CBTMSE& streams() const noexcept { return exchange_.streams(); }
 
   private:

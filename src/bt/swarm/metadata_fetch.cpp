@@ -58,11 +58,11 @@ void MetadataFetch::connect_some() {
     while (links_.size() < most_peers) {
         const auto address = candidates_.take(network_.now());
         if (!address) return;
-        call(*address, crypto_.is_preferred());
+        call(*address, crypto_.first_call());
     }
 }
 
-void MetadataFetch::call(const SocketAddress& address, bool encrypted) {
+void MetadataFetch::call(const SocketAddress& address, CallForm form) {
     const std::uint32_t number = ++last_number_;
     LinkOwner& owner = *this;
     Asked& asked = links_[number];
@@ -71,7 +71,7 @@ void MetadataFetch::call(const SocketAddress& address, bool encrypted) {
     own.torrent = crypto_.torrent;
     own.peer_id = peer_id_;
     own.extensions = true;
-    asked.link->call(own, encrypted);
+    asked.link->call(own, form);
 }
 
 bool MetadataFetch::greeted(PeerLink& link, const PeerHandshake& handshake) {
@@ -215,13 +215,13 @@ void MetadataFetch::ended(PeerLink& link, const Result&) {
     link.close();
     const auto at = links_.find(link.number());
     if (at == links_.end()) return;
-    const bool calls_again = runs_ && link.wants_plain_call();
+    const auto form = runs_ ? link.next_call() : std::nullopt;
     const SocketAddress address = link.address();
-    if (!calls_again) candidates_.refused(link.address(), network_.now());
+    if (!form) candidates_.refused(link.address(), network_.now());
     held_ -= at->second.held;
     gone_.push_back(std::move(at->second.link));
     links_.erase(at);
-    if (calls_again) call(address, false);
+    if (form) call(address, *form);
 }
 
 bool MetadataFetch::is_slow(const Asked& asked, bool others_wait) const {

@@ -69,7 +69,7 @@ class MetadataFetch final : private LinkOwner {
     void ask_on(Asked& asked);
     bool make_room(const Asked& asked);
     void connect_some();
-    void call(const SocketAddress& address, bool encrypted);
+    void call(const SocketAddress& address, CallForm form);
     void leave(std::uint32_t number, bool for_good);
     void tick();
     [[nodiscard]] bool is_slow(const Asked& asked, bool others_wait) const;

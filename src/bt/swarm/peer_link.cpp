@@ -34,16 +34,25 @@ void PeerLink::use(std::unique_ptr<net::Stream> stream) {
     stage_.emplace(*stream_, down_, up_);
 }
 
-void PeerLink::call(const PeerHandshake& handshake, bool encrypted) {
+void PeerLink::call(const PeerHandshake& handshake, CallForm form) {
     use(network_.connect(address_, [this](const Result& result) {
         if (!result.ok()) return end(result);
         is_connected_ = true;
         if (mse_) return agree();
         connected();
     }));
-    if (!encrypted) return send(handshake.bytes());
+    if (form == CallForm::plain) return send(handshake.bytes());
     // It goes with the request for the encryption, which saves the way there and back.
     mse_.emplace(*stage_, *crypto_.library, crypto_.torrent, crypto_.setting, handshake.bytes());
+    if (form == CallForm::encrypted) mse_->refuse_short_secret();
+    is_second_call_ = form == CallForm::encrypted_again;
+}
+
+std::optional<CallForm> PeerLink::next_call() const noexcept {
+    if (is_incoming_ || !is_connected_ || !mse_ || is_agreed_) return std::nullopt;
+    if (mse_->streams().has_short_secret() && !is_second_call_) return CallForm::encrypted_again;
+    if (crypto_.is_needed()) return std::nullopt;
+    return CallForm::plain;
 }
 
 void PeerLink::take_call(std::unique_ptr<net::Stream> stream) {

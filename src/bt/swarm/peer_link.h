@@ -47,6 +47,9 @@ struct LinkLimits {
     net::TokenTree::Group up_group = net::TokenTree::everything;
 };
 
+/// How a peer is called: plainly, or with the encrypted handshake; its second time takes any secret.
+enum class CallForm { plain, encrypted, encrypted_again };
+
 /// The encryption of a link, as the setting "Crypto" has it: 0 and 3 both methods, 1 plain connections, 2 RC4
 /// alone.
 struct LinkCrypto {
@@ -58,8 +61,10 @@ struct LinkCrypto {
         return library != nullptr && library->DH_Create != nullptr;
     }
     [[nodiscard]] bool is_needed() const noexcept { return setting == 2; }
-    /// Whether this side calls that way at first.
-    [[nodiscard]] bool is_preferred() const noexcept { return is_possible() && setting != 1; }
+    /// The form in which this side calls at first.
+    [[nodiscard]] CallForm first_call() const noexcept {
+        return is_possible() && setting != 1 ? CallForm::encrypted : CallForm::plain;
+    }
 };
 
 /// Reads handshake and messages, writes what it is given. The rest of its members are the swarm's notes about
@@ -76,7 +81,7 @@ class PeerLink {
     PeerLink& operator=(const PeerLink&) = delete;
 
     /// Connects to the peer and says the handshake; what is sent meanwhile comes behind it.
-    void call(const PeerHandshake& handshake, bool encrypted);
+    void call(const PeerHandshake& handshake, CallForm form);
     /// Uses this stream, which the peer has made. How it begins shows whether it is encrypted.
     void take_call(std::unique_ptr<net::Stream> stream);
     void send(const PeerMessage& message) { send(message.bytes()); }
@@ -87,10 +92,9 @@ class PeerLink {
 
     [[nodiscard]] std::uint32_t number() const noexcept { return number_; }
     [[nodiscard]] const SocketAddress& address() const noexcept { return address_; }
-    /// Of one that has ended: the peer was there, but did not take the encrypted handshake, and need not.
-    [[nodiscard]] bool wants_plain_call() const noexcept {
-        return !is_incoming_ && is_connected_ && mse_ && !is_agreed_ && !crypto_.is_needed();
-    }
+    /// Of one that has ended: how the peer, which was there but did not take the encrypted handshake, is
+    /// called again at once.
+    [[nodiscard]] std::optional<CallForm> next_call() const noexcept;
     [[nodiscard]] bool is_incoming() const noexcept { return is_incoming_; }
     /// All that passes is encrypted, not just the handshake.
     [[nodiscard]] bool is_encrypted() const noexcept {
@@ -154,7 +158,8 @@ class PeerLink {
     std::optional<net::PacedStage> stage_;
     std::optional<MseStage> mse_;
     bool is_connected_ = false;
-    bool is_agreed_ = false;  ///< the encrypted handshake is over
+    bool is_agreed_ = false;       ///< the encrypted handshake is over
+    bool is_second_call_ = false;  ///< with the encrypted handshake
     bool has_ended_ = false;
     bool is_paused_ = false;
     bool waits_to_write_ = false;

@@ -92,14 +92,14 @@ void Swarm::connect_some() {
     while (links_.size() < options_.most_peers && half_open < options_.most_half_open) {
         const auto address = candidates_.take(network_.now());
         if (!address) return;
-        call(*address, crypto_.is_preferred());
+        call(*address, crypto_.first_call());
         ++half_open;
     }
 }
 
-void Swarm::call(const SocketAddress& address, bool encrypted) {
+void Swarm::call(const SocketAddress& address, CallForm form) {
     PeerLink& link = add_link(address, false);
-    link.call(own_handshake(), encrypted);
+    link.call(own_handshake(), form);
 }
 
 void Swarm::take_incoming(std::unique_ptr<net::Stream> stream) {
@@ -175,10 +175,10 @@ void Swarm::forget(PeerLink& link) {
 
 void Swarm::ended(PeerLink& link, const Result&) {
     link.close();
-    if (runs_ && link.wants_plain_call()) {
+    if (const auto form = link.next_call(); form && runs_) {
         const SocketAddress address = link.address();
         forget(link);
-        return call(address, false);
+        return call(address, *form);
     }
     if (!link.is_incoming()) {
         const bool brought = link.received > 0 || link.given > 0;

@@ -104,7 +104,7 @@ class Swarm final : private LinkOwner {
     bool may_receive() override;
     void ended(PeerLink& link, const Result& why) override;
     PeerLink& add_link(const SocketAddress& address, bool is_incoming);
-    void call(const SocketAddress& address, bool encrypted);
+    void call(const SocketAddress& address, CallForm form);
     void connect_some();
     [[nodiscard]] PeerHandshake own_handshake() const;
     bool is_kept(const PeerLink& link, const std::string& peer_id);
