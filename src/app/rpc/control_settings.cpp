@@ -108,8 +108,8 @@ ControlConfig read_control_config(Settings& settings, const std::u16string& data
     config.rules.secret = *secret;
     if (settings.flag(setting::rpc_tls)) {
         auto certificate = control_certificate(settings, data_folder);
-        if (certificate) config.certificate = *std::move(certificate);
         if (!certificate) error = certificate.failure().message();
+        if (certificate) config.certificate = *std::move(certificate);
     }
     if (config.addresses.empty()) error = "\"RPC\"/\"Listen\" names no address to listen at.";
     if (config.rules.secret.empty() && !std::ranges::all_of(config.addresses, is_loopback))
