@@ -59,9 +59,9 @@ struct Added {
     Done done{};  ///< no_category: nothing was made
 };
 
-/// The values that change() sets; the others stay. `speed_limit`, `address` and `mirrors` also hold for a job
-/// that runs: the limit at once, the addresses by another session that goes on with the same part of the
-/// file. The rest takes effect when the job is started next.
+/// The values that change() sets; the others stay. `speed_limit`, `address`, `mirrors` and `select` also hold
+/// for a job that runs: the limit at once, the others by another session that goes on with the same part of
+/// the files. The rest takes effect when the job is started next.
 struct JobEdit {
     std::optional<std::u16string> address;
     std::optional<std::u16string> referer;
@@ -76,6 +76,7 @@ struct JobEdit {
     std::optional<double> share_ratio;        ///< as JobRules has them
     std::optional<std::int64_t> share_time;
     std::optional<std::vector<std::u16string>> mirrors;  ///< other addresses of the same file; empty: none
+    std::optional<std::string> select;  ///< files of a torrent or a document, as --select; empty: all
 };
 
 /// The fate of the files of a job that is removed.
@@ -306,6 +307,7 @@ class Engine {
     void forget_removed();
     [[nodiscard]] std::size_t leaving_for_undo() const noexcept;
     Done change_sources(CJobNode& job, const JobEdit& edit);
+    [[nodiscard]] bool can_select(const CJobNode& job, const std::string& text) const;
     void serve();
     void note(const StoreChange& change);
     template <class Tell>

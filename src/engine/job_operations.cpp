@@ -4,8 +4,10 @@
 #include <utility>
 
 #include "base/safe_name.h"
+#include "bt/torrent_content.h"
 #include "engine/engine.h"
 #include "engine/recovery.h"
+#include "engine/selection.h"
 #include "store/address.h"
 #include "store/proxies.h"
 
@@ -200,9 +202,19 @@ Done Engine::change_sources(CJobNode& job, const JobEdit& edit) {
     return {};
 }
 
+// True where the text selects some file of the job, as far as its files are known.
+bool Engine::can_select(const CJobNode& job, const std::string& text) const {
+    if (!text.empty() && !is_selection(text)) return false;
+    const std::string info = torrent_info(job);
+    const auto content =
+        info.empty() ? Outcome<TorrentContent>(Code::unsupported) : read_torrent_content(info);
+    return !content || chosen_files(*content, text);
+}
+
 Done Engine::change(const Guid& job, const JobEdit& edit) {
     CJobNode* const record = store_->find(job);
     if (record == nullptr) return {Fault::no_job};
+    if (edit.select && !can_select(*record, *edit.select)) return {Fault::bad_value};
     if (edit.proxy && !edit.proxy->empty() && !parse_proxy(*edit.proxy)) return {Fault::bad_value};
     if (edit.connections && (*edit.connections < 1 || *edit.connections > most_connections))
         return {Fault::bad_value};
@@ -219,16 +231,18 @@ Done Engine::change(const Guid& job, const JobEdit& edit) {
     set(record->cookie, edit.cookie);
     set(record->proxy, edit.proxy);
     if (edit.connections) record->connections = record->max_threads = *edit.connections;
-    if (edit.speed_limit || edit.share_ratio || edit.share_time) {
+    const bool selects = edit.select && *edit.select != (record->rules ? record->rules->select : "");
+    if (edit.speed_limit || edit.share_ratio || edit.share_time || selects) {
         JobRules rules = record->rules ? *record->rules : JobRules();
         if (edit.speed_limit) rules.speed_limit = *edit.speed_limit;
         if (edit.share_ratio) rules.share_ratio = edit.share_ratio;
         if (edit.share_time) rules.share_time = edit.share_time;
+        if (selects) rules.select = *edit.select;
         record->rules = std::make_shared<const JobRules>(std::move(rules));
     }
     if (edit.speed_limit && runner_) runner_->set_speed_limit(job, *edit.speed_limit);
     store_->changed(*record, StoreChange::options);
-    if ((edit.address || edit.mirrors) && runner_ && runner_->is_running(job)) {
+    if ((edit.address || edit.mirrors || selects) && runner_ && runner_->is_running(job)) {
         const bool takes_place = runner_->takes_place(job);
         runner_->stop(job);
         if (takes_place) runner_->start_again(job, true);

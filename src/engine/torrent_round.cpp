@@ -155,6 +155,7 @@ void TorrentRun::show() {
     progress.size = size_;
     progress.done = done_;
     progress.received = received_;
+    if (phase_ == Phase::check) progress.checked = 0;
     progress.sent = given_;
     progress.shares = named_.has_value();
     std::vector<SessionConnection> connections;
@@ -222,7 +223,9 @@ std::string TorrentRun::lack() const {
 
 JobProgress TorrentRun::progress() const {
     const MutexLock guard(mutex_);
-    return progress_;
+    JobProgress progress = progress_;
+    if (progress.checked) progress.checked = checked_.bytes_read.load();
+    return progress;
 }
 
 std::vector<SessionConnection> TorrentRun::connections() const {
