@@ -16,7 +16,7 @@ import tempfile
 TABLES = {"base", "platform", "runtime"}
 CONNECTION = TABLES | {"net", "transfer/connection"}
 CONVERSATIONS = CONNECTION | {"transfer/http", "transfer/ftp"}
-CORE = CONVERSATIONS | {"store", "storage", "transfer/job", "bt", "bt/peer", "bt/swarm", "ed2k", "meta", "engine"}
+CORE = CONVERSATIONS | {"store", "storage", "transfer/job", "bt", "bt/peer", "bt/swarm", "bt/web", "ed2k", "meta", "engine"}
 CLI = CORE | {"app/terminal", "app/process"}
 ALLOWED = {
     "base": set(),
@@ -32,6 +32,7 @@ ALLOWED = {
     "bt": CONNECTION | {"transfer/http", "store", "storage"},
     "bt/peer": {"base", "bt"},
     "bt/swarm": {"base", "platform", "net", "storage", "bt", "bt/peer"},
+    "bt/web": CONNECTION | {"transfer/http", "store", "storage", "bt", "bt/peer"},
     "ed2k": {"base"},
     "media": {"base", "platform"},
     "meta": {"base"},
@@ -67,7 +68,7 @@ STANDARD = set(
     version""".split()
 )
 C_STANDARD = {"stddef.h", "stdint.h"}
-BEAST = ["endpoint_beast.cpp", "endpoint_http.cpp", "endpoint_parts.h", "endpoint_websocket.cpp"]
+BEAST = ["endpoint_beast.cpp", "endpoint_http.cpp", "endpoint_parts.h", "endpoint_tls.h", "endpoint_websocket.cpp", "posix/endpoint_tls.cpp"]
 # Headers of others, and the files (or folders, ending in "/") that may include them.
 ASIO = ["asio_parts.h", "datagrams_asio.cpp", "listener_asio.cpp", "loop_asio.cpp", "stream_asio.cpp"]
 THIRD_PARTY = {
@@ -75,6 +76,7 @@ THIRD_PARTY = {
     "CLI/": ["app/cli/"],
     "nlohmann/": ["app/cli/", "app/browser/", "app/rpc/", "rpc/"],
     "boost/": [f"net/{name}" for name in ASIO] + [f"app/rpc/{name}" for name in BEAST],
+    "openssl/": ["app/rpc/posix/certificate.cpp"],
     "wx/": ["app/window/"],
 }
 # The toolkit stays out of what the window shows, and what it lacks stands in one file for each system.

@@ -51,6 +51,7 @@ void TorrentRun::every_second() {
     pace_.follow(services_.settings);
     announces_.revive();
     tell_peers();
+    call_web_seeds();
     count();
     show();
     if (is_shared_enough()) {
@@ -135,11 +136,13 @@ void TorrentRun::share() {
 bool TorrentRun::is_shared_enough() const {
     if (!named_) return false;
     const auto wanted = sharing_.ratio * static_cast<double>(size_);
-    const bool is_enough = sharing_.ratio > 0 && static_cast<double>(swarm_->uploaded()) >= wanted;
-    return is_enough || (sharing_.time.count() > 0 && Clock::now() - *named_ >= sharing_.time);
+    const TorrentTally tally = count_up();
+    const bool is_enough = sharing_.ratio > 0 && static_cast<double>(tally.sent) >= wanted;
+    return is_enough || (sharing_.time.count() > 0 && tally.shared >= sharing_.time.count());
 }
 
 void TorrentRun::banned(const SocketAddress& peer) {
+    if (WebSeed* const seed = web_seed_at(peer)) return seed->ban();
     log_.line(Direction::error, "The peer " + peer_text(peer) + " gave wrong data and is left.");
 }
 
@@ -154,6 +157,7 @@ void TorrentRun::show() {
     progress.size = size_;
     progress.done = done_;
     progress.received = received_;
+    if (phase_ == Phase::check) progress.checked = 0;
     progress.sent = given_;
     progress.shares = named_.has_value();
     std::vector<SessionConnection> connections;
@@ -191,7 +195,8 @@ void TorrentRun::show_peers(JobProgress& progress, std::vector<SessionConnection
     for (const SwarmPeer& peer : swarm_->look()) {
         if (!peer.is_live) continue;
         SessionConnection connection;
-        connection.peer = peer_text(peer.address);
+        const WebSeed* const seed = web_seed_at(peer.address);
+        connection.peer = seed != nullptr ? seed->shown_address() : peer_text(peer.address);
         connection.works = peer.gives;
         connections.push_back(std::move(connection));
         if (peer.gives) ++progress.connections;
@@ -221,7 +226,9 @@ std::string TorrentRun::lack() const {
 
 JobProgress TorrentRun::progress() const {
     const MutexLock guard(mutex_);
-    return progress_;
+    JobProgress progress = progress_;
+    if (progress.checked) progress.checked = checked_.bytes_read.load();
+    return progress;
 }
 
 std::vector<SessionConnection> TorrentRun::connections() const {

@@ -62,6 +62,9 @@ void TorrentRun::run() {
     Result result = work();
     if (result.kind() != Kind::stopped && !result.ok()) log_.line(Direction::error, result.message());
     announces_.stop();
+    // Files that somebody has moved or changed since the last run end the sharing of their job, which stays
+    // a finished one; a person who starts it again gets to know.
+    if (sharing_.whole_since.value_or(0) > 0 && result.kind() != Kind::stopped) result = {};
     outcome_.result = std::move(result);
     outcome_.path = files_ && !files_->target().empty() ? files_->target() : job_.path;
     outcome_.size = size_;
@@ -89,7 +92,7 @@ Result TorrentRun::work() {
     if (result.ok()) result = open_files();
     if (result.ok()) result = conclude(fetch_pieces());
     announces_.ask_to_stop();
-    if (files_) files_->close();
+    if (files_) files_->close(!sharing_.whole_since);
     ticks_.reset();
     listeners_.clear();
     return result;
@@ -110,7 +113,7 @@ Result TorrentRun::read_address() {
         return {Code::unsupported, missing_library_text("libsecur")};
     identity_.info_hash = magnet_.info_hash;
     identity_.peer_id = make_peer_id(new_guid());
-    identity_.left = size_ > 0 ? size_ : left_unknown;
+    identity_.left = sharing_.whole_since ? 0 : size_ > 0 ? size_ : left_unknown;
     return {};
 }
 
@@ -164,8 +167,11 @@ Result TorrentRun::open_files() {
     show();
     StorageRules rules;
     rules.allocate = services_.settings.flag(setting::allocate_space);
-    files_.emplace(content_, *hashes_, log_, rules, options_.keep_state);
-    const TorrentPlace place{job_.path, asked_name(job_, magnet_), sharing_.goes_on};
+    const bool is_whole = sharing_.whole_since.has_value();
+    files_.emplace(content_, *hashes_, log_, rules, options_.keep_state && !is_whole);
+    // A filed job has a place of its own, so that files of the same name are others.
+    const bool adopts = sharing_.goes_on && !sharing_.settles;
+    const TorrentPlace place{job_.path, asked_name(job_, magnet_), adopts, sharing_.whole_since};
     if (Result result = files_->open(place, *chosen, stop_, checked_); !result.ok()) return result;
     good_ = files_->good();
     size_ = files_->chosen_bytes();
@@ -173,6 +179,7 @@ Result TorrentRun::open_files() {
     for (std::size_t piece = 0; piece < good_.size(); ++piece) {
         if (good_[piece]) done_ += files_->chosen_bytes_of(static_cast<std::int64_t>(piece));
     }
+    if (is_whole) done_ = size_;
     log_.line(Direction::note, "The files go to " + to_utf8(files_->target()) + "; " + std::to_string(done_) +
                                    " of " + std::to_string(size_) + " bytes are there.");
     return {};
@@ -186,6 +193,7 @@ Result TorrentRun::fetch_pieces() {
     if (is_whole && !sharing_.goes_on) return {};
     DiskPool pool([this](DiskPool::Callback call) { return loop_->post(std::move(call)); });
     StorageDisk disk(files_->storage(), pool, *hashes_);
+    auto web_seeds = make_web_seeds();  // they outlive their connections
     SwarmTorrent torrent{content_.info_hash, identity_.peer_id, content_.total,
                          static_cast<std::uint32_t>(content_.piece_length), content_.info};
     SwarmOptions options;
@@ -197,10 +205,11 @@ Result TorrentRun::fetch_pieces() {
                 {services_.connections.received, sent_, pace_.group()}, options);
     for (std::uint32_t piece = 0; piece < swarm.picker().pieces(); ++piece) {
         if (good_[piece]) swarm.add_have(piece);
-        if (!files_->storage().is_wanted(piece)) swarm.set_priority(piece, PiecePriority::skip);
+        if (is_whole || !files_->storage().is_wanted(piece)) swarm.set_priority(piece, PiecePriority::skip);
     }
     disk_ = &disk;
     swarm_ = &swarm;
+    web_seeds_ = &web_seeds;
     swarm.start();
     if (!content_.is_private) swarm.add_peers(magnet_.peers);
     for (const auto& listener : listeners_) accept(*listener);
@@ -214,6 +223,9 @@ Result TorrentRun::fetch_pieces() {
     listeners_.clear();
     disk_ = nullptr;
     swarm_ = nullptr;
+    web_seeds_ = nullptr;
+    // The download has succeeded, whatever became of its sharing.
+    if (named_ && failure_) log_.line(Direction::error, failure_->message());
     if (is_complete_ || named_) return {};
     if (failure_) return *failure_;
     return result.ok() ? Result(stop_.reason()) : result;
@@ -233,7 +245,8 @@ Result TorrentRun::conclude(const Result& fetched) {
         if (received_ > 0) announces_.complete();
     }
     files_->close(false);
-    log_.line(Direction::note, message_text(Message::download_completed));
+    log_.line(Direction::note,
+              named_ ? "It is not shared any more." : message_text(Message::download_completed));
     return {};
 }
 

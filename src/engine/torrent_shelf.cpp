@@ -13,16 +13,23 @@ FileError TorrentShelf::keep(const InfoHash& hash, std::span<const std::byte> do
     return {};
 }
 
-std::string TorrentShelf::find_info(const InfoHash& hash) const {
+std::vector<std::byte> TorrentShelf::find(const InfoHash& hash) const {
     std::vector<std::byte> document;
     if (!folder_.empty()) {
-        if (!load_torrent_document(folder_, to_hex(hash), document).ok()) return {};
-    } else {
-        const MutexLock guard(mutex_);
-        const auto at = kept_.find(hash);
-        if (at != kept_.end()) document = at->second;
+        if (!load_torrent_document(folder_, to_hex(hash), document).ok()) document.clear();
+        return document;
     }
-    std::string info = info_of_document(document);
+    const MutexLock guard(mutex_);
+    const auto at = kept_.find(hash);
+    return at != kept_.end() ? at->second : document;
+}
+
+std::vector<std::string> TorrentShelf::find_web_seeds(const InfoHash& hash) const {
+    return web_seeds_of_document(find(hash));
+}
+
+std::string TorrentShelf::find_info(const InfoHash& hash) const {
+    std::string info = info_of_document(find(hash));
     if (info.empty() || hash_of(info) != hash) info.clear();
     return info;
 }

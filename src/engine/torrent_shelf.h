@@ -22,10 +22,14 @@ class TorrentShelf {
     FileError keep(const InfoHash& hash, std::span<const std::byte> document);
     /// The "info" value of the kept document, whose digest is the hash; empty where there is none.
     [[nodiscard]] std::string find_info(const InfoHash& hash) const;
+    /// The servers that the kept document names as having the files.
+    [[nodiscard]] std::vector<std::string> find_web_seeds(const InfoHash& hash) const;
     /// Ok also where there is none.
     FileError drop(const InfoHash& hash);
 
   private:
+    [[nodiscard]] std::vector<std::byte> find(const InfoHash& hash) const;
+
     const std::u16string folder_;
     mutable Mutex mutex_;
     std::map<InfoHash, std::vector<std::byte>> kept_ VANTLOW_GUARDED_BY(mutex_);

@@ -17,6 +17,14 @@ namespace vantlow {
 namespace {
 
 constexpr std::int32_t replaces = 2;  // "FileOverwriteRule"
+constexpr double without_bound = -1;  // JobRules::share_ratio
+
+// No time at all is no sharing; a ratio of 0 is no bound.
+std::optional<double> share_ratio_of(const rpc::JobOptions& options) {
+    if (options.seed_time == 0) return 0;
+    if (!options.seed_ratio) return std::nullopt;
+    return *options.seed_ratio > 0 ? *options.seed_ratio : without_bound;
+}
 
 bool is_absolute(const std::u16string& path) {
     return absolute_path(path) == path || path.starts_with(path_separator()) || path.starts_with(u'/') ||
@@ -112,6 +120,8 @@ DraftRequest draft_of(const rpc::NewJob& asked, const std::u16string& folder) {
     JobRules rules;
     if (options.overwrites.value_or(false)) rules.overwrite = replaces;
     rules.speed_limit = options.down_limit.value_or(0);
+    rules.share_ratio = share_ratio_of(options);
+    if (options.seed_time.value_or(0) > 0) rules.share_time = options.seed_time;
     if (rules != JobRules()) draft.rules = std::make_shared<const JobRules>(std::move(rules));
     return request;
 }
@@ -125,7 +135,6 @@ EditRequest edit_of(const rpc::JobOptions& asked, const CJobNode& job) {
     };
     if (asked.folder && asked.folder != now.folder) refuse("dir");
     if (asked.hash && asked.hash != now.hash) refuse("checksum");
-    if (asked.select && asked.select != now.select) refuse("select-file");
     if (asked.up_limit.value_or(0) != 0) refuse("max-upload-limit");
     if (asked.name && asked.name != now.name) request.name = to_utf16(*asked.name);
     const auto text = [](std::optional<std::u16string>& member, const std::optional<std::string>& value) {
@@ -142,6 +151,10 @@ EditRequest edit_of(const rpc::JobOptions& asked, const CJobNode& job) {
     if (const auto connections = asked.connections_for(addresses))
         edit.connections = static_cast<std::int32_t>(*connections);
     if (asked.down_limit) edit.speed_limit = *asked.down_limit;
+    edit.share_ratio = share_ratio_of(asked);
+    if (asked.seed_time.value_or(0) > 0) edit.share_time = asked.seed_time;
+    const JobKind kind = kind_of(job);
+    if (kind == JobKind::torrent || kind == JobKind::document) edit.select = asked.select;
     return request;
 }
 
@@ -164,6 +177,13 @@ rpc::JobOptions options_of(const CJobNode& job) {
     options.up_limit = 0;
     options.overwrites = job.rules && job.rules->overwrite == replaces;
     if (job.sources && job.sources->whole) options.hash = written(*job.sources->whole);
+    if (job.rules && job.rules->share_ratio) {
+        const double ratio = *job.rules->share_ratio;
+        if (ratio == 0) options.seed_time = 0;
+        if (ratio != 0) options.seed_ratio = std::max(ratio, 0.0);
+    }
+    if (job.rules && job.rules->share_time && options.seed_time != 0)
+        options.seed_time = job.rules->share_time;
     if (job.rules && !job.rules->select.empty()) options.select = job.rules->select;
     return options;
 }
