@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "base/text.h"
+#include "bt/dht_service.h"
 #include "bt/magnet.h"
 #include "engine/selection.h"
 
@@ -58,6 +59,9 @@ void Engine::run(Running running) {
     });
     saver_.begin(running.wake);
     if (!in_memory()) names_ = std::make_unique<NameKeeper>();
+    hash_table_ = std::make_unique<DhtService>(options_.libraries.btdht, options_.settings,
+                                               running.connections.resolver,
+                                               in_memory() ? std::u16string() : options_.data_folder);
     runner_ = std::make_unique<SessionRunner>(
         SessionRunner::Tools{*store_,
                              changes_,
@@ -78,11 +82,13 @@ void Engine::run(Running running) {
                              std::move(running.before_name),
                              [this] { serve(); },
                              &torrents_,
-                             options_.sharing});
+                             options_.sharing,
+                             hash_table_.get()});
 }
 
 void Engine::end_running() {
     runner_.reset();
+    hash_table_.reset();
     names_.reset();
     saver_.end();
     questions_.open_for({}, {});

@@ -75,6 +75,7 @@ class SessionRunner {
         std::function<void()> serve{};  ///< called while an end is waited for: sessions may wait for it
         TorrentShelf* torrents = nullptr;
         TorrentSharing sharing{};
+        DhtService* hash_table = nullptr;
     };
     explicit SessionRunner(Tools tools);
     ~SessionRunner();

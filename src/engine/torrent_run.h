@@ -14,6 +14,7 @@
 #include "bt/swarm/metadata_fetch.h"
 #include "bt/swarm/storage_disk.h"
 #include "bt/swarm/swarm.h"
+#include "engine/peer_sources.h"
 #include "engine/session.h"
 #include "engine/torrent_files.h"
 #include "engine/torrent_report.h"
@@ -30,7 +31,8 @@ class TorrentRun final : private SwarmListener {
   public:
     /// All but the options outlive the object. `on_end` is called once, from this thread, as its last act.
     TorrentRun(const CJobNode& job, const TransferServices& services, RunOptions options, TorrentShelf& shelf,
-               const TorrentSharing& sharing, LogSink& log, std::function<void()> on_end);
+               const TorrentSharing& sharing, DhtService* hash_table, LogSink& log,
+               std::function<void()> on_end);
     ~TorrentRun() override;
 
     /// Fails where the system gives no further thread; nothing runs then.
@@ -73,6 +75,7 @@ class TorrentRun final : private SwarmListener {
     void every_second();
     void start_round();
     void tell_peers();
+    void log_sources();
     void count();
     void save_some();
     void share();
@@ -94,6 +97,7 @@ class TorrentRun final : private SwarmListener {
     void piece_came(std::uint32_t piece) override;
     void completed() override;
     void banned(const SocketAddress& peer) override;
+    void met_node(const SocketAddress& node) override { sources_.add_node(node); }
     void failed(const Result& why) override;
 
     const CJobNode& job_;
@@ -113,6 +117,7 @@ class TorrentRun final : private SwarmListener {
     LinkCrypto crypto_;
     TorrentIdentity identity_;
     CBTAnnounceService announces_;
+    PeerSources sources_;
     TorrentContent content_;
     std::optional<TorrentHashes> hashes_;
     std::optional<TorrentFiles> files_;

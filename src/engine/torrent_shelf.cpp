@@ -1,7 +1,9 @@
 #include "engine/torrent_shelf.h"
 
 #include "base/codes.h"
+#include "bt/peer_store.h"
 #include "bt/torrent_content.h"
+#include "bt/wire.h"
 #include "storage/torrent_documents.h"
 
 namespace vantlow {
@@ -13,16 +15,34 @@ FileError TorrentShelf::keep(const InfoHash& hash, std::span<const std::byte> do
     return {};
 }
 
-std::string TorrentShelf::find_info(const InfoHash& hash) const {
+std::vector<std::byte> TorrentShelf::find(const InfoHash& hash) const {
     std::vector<std::byte> document;
     if (!folder_.empty()) {
-        if (!load_torrent_document(folder_, to_hex(hash), document).ok()) return {};
-    } else {
-        const MutexLock guard(mutex_);
-        const auto at = kept_.find(hash);
-        if (at != kept_.end()) document = at->second;
+        if (!load_torrent_document(folder_, to_hex(hash), document).ok()) document.clear();
+        return document;
     }
-    std::string info = info_of_document(document);
+    const MutexLock guard(mutex_);
+    if (const auto at = kept_.find(hash); at != kept_.end()) document = at->second;
+    return document;
+}
+
+std::vector<SocketAddress> TorrentShelf::find_nodes(const InfoHash& hash) const {
+    CBEncode parser;
+    parser.load_memory(find(hash));
+    const auto document = parser.parse_document();
+    CBEMetaInfo meta;
+    std::vector<SocketAddress> nodes;
+    if (!document || !parse_meta_info(parser, *document, {}, meta) || meta.info_hash != hash) return nodes;
+    for (const DhtNode& node : meta.nodes) {
+        std::string bytes(node.address.begin(), node.address.begin() + (node.is_ipv6 ? 16 : 4));
+        put_number(bytes, node.port);
+        nodes.push_back(node.is_ipv6 ? ipv6_peer(bytes) : ipv4_peer(bytes));
+    }
+    return nodes;
+}
+
+std::string TorrentShelf::find_info(const InfoHash& hash) const {
+    std::string info = info_of_document(find(hash));
     if (info.empty() || hash_of(info) != hash) info.clear();
     return info;
 }

@@ -117,17 +117,17 @@ std::optional<std::string> complaint_of(std::string_view name, std::string_view 
 
 std::vector<KnownSetting> known_settings() {
     using namespace setting;
-    std::vector<KnownSetting> all =
-        list_of(max_jobs, resume, overwrite_rule, allocate_space, move_completed, mark_zone, start_all,
-                save_interval, backup_to, data_folder, language, split_size, only_own_part, suspend_interval,
-                max_per_server, connect_interval, connect_timeout, always_retry, retries, limit, speed_limit,
-                connection_buffer, data_buffer, disk_buffer, ssh_buffer, verify_peer, ca_file, proxy,
-                proxy_resolves, get_cookie, cookie_file, enable_feat, ftp_passive, nat_in_port, nat_address,
-                binary_types, trace_list, dial_up_entry, dial_up_user, dial_up_password, monitor_torrent,
-                monitor_ed2k, monitor_magnet, close_to_tray, watch_clipboard, rpc_enable, rpc_port,
-                rpc_listen, rpc_secret, rpc_allow_origin, rpc_request_size, tell_ends, start_with_session,
-                welcomed, combine_width, confirm_end, confirm_removal, confirm_start_over, numwant, crypto,
-                torrent_tracker, magnet_trackers, window_layout);
+    std::vector<KnownSetting> all = list_of(
+        max_jobs, resume, overwrite_rule, allocate_space, move_completed, mark_zone, start_all, save_interval,
+        backup_to, data_folder, language, split_size, only_own_part, suspend_interval, max_per_server,
+        connect_interval, connect_timeout, always_retry, retries, limit, speed_limit, connection_buffer,
+        data_buffer, disk_buffer, ssh_buffer, verify_peer, ca_file, proxy, proxy_resolves, get_cookie,
+        cookie_file, enable_feat, ftp_passive, nat_in_port, nat_address, binary_types, trace_list,
+        dial_up_entry, dial_up_user, dial_up_password, monitor_torrent, monitor_ed2k, monitor_magnet,
+        close_to_tray, watch_clipboard, rpc_enable, rpc_port, rpc_listen, rpc_secret, rpc_allow_origin,
+        rpc_request_size, tell_ends, start_with_session, welcomed, combine_width, confirm_end,
+        confirm_removal, confirm_start_over, numwant, crypto, peer_exchange, dht, dht_nodes, local_discovery,
+        torrent_tracker, magnet_trackers, window_layout);
     std::ranges::sort(all, {}, [](const KnownSetting& one) { return std::tie(one.section, one.key); });
     return all;
 }

@@ -55,6 +55,12 @@ void Swarm::add_peers(std::span<const SocketAddress> addresses) {
     if (runs_) connect_some();
 }
 
+std::size_t Swarm::add_named(std::span<const SocketAddress> addresses) {
+    const std::size_t added = candidates_.add_named(addresses);
+    if (runs_) connect_some();
+    return added;
+}
+
 void Swarm::set_priority(std::uint32_t piece, PiecePriority priority) {
     picker_.set_priority(piece, priority);
     for (auto& [number, link] : links_) {
@@ -115,6 +121,7 @@ PeerHandshake Swarm::own_handshake() const {
     own.peer_id = torrent_.peer_id;
     own.extensions = true;
     own.fast = true;
+    own.dht = options_.node_port != 0;
     return own;
 }
 
@@ -142,6 +149,7 @@ bool Swarm::greeted(PeerLink& link, const PeerHandshake& handshake) {
     if (link.is_incoming()) {
         if (candidates_.is_banned(link.address())) return false;
         link.send(own_handshake().bytes());  // the one that called has said its own first
+        ++callers_;
     }
     link.is_live = true;
     link.peer_id = handshake.peer_id;
@@ -152,9 +160,11 @@ bool Swarm::greeted(PeerLink& link, const PeerHandshake& handshake) {
     } else if (have.count() > 0) {
         link.send({.kind = MessageKind::bitfield, .data = have.wire()});
     }
+    if (handshake.dht && options_.node_port != 0)
+        link.send({.kind = MessageKind::port, .port = options_.node_port});
     if (handshake.extensions) {
         link.send(build_extension_handshake(static_cast<std::uint32_t>(torrent_.info.size()), options_.port,
-                                            options_.version));
+                                            options_.version, options_.exchanges));
     }
     return true;
 }
@@ -222,6 +232,7 @@ void Swarm::tick() {
         if (const auto at = links_.find(number); at != links_.end()) look_after(*at->second, now);
     }
     choke_and_unchoke();
+    exchange_some(now);
     connect_some();
     ticks_.start(now + tick_time, [this] { tick(); });
 }
