@@ -3,21 +3,23 @@
 
     control.py PROGRAM [--jobs N] [--seconds S] [--clients N] [--idle N]
 
-Files N jobs (10,000) in a data folder of its own, then keeps N clients (4) busy for S seconds (10) with tellStatus over connections that
-stay, while N WebSockets (500) are open and idle. Prints one line of JSON: how long adding a thousand in one request and listing a
-thousand takes, requests a second, the time of 50, 99 and 99.9 of 100 of them, and the program's memory. Needs nothing but Python.
+Files N jobs (10,000) in a data folder of its own, then keeps N clients (4), each a process, busy for S seconds (10) with tellStatus over
+connections that stay, while N WebSockets (500) are open and idle. Prints one line of JSON: how long adding a thousand in one request and
+listing a thousand takes, requests a second, the time of 50, 99 and 99.9 of 100 of them, the processor time that the program spent on each
+and in a second of idle WebSockets, and its memory. The processor's times hold on a machine that does other things, too. Needs nothing
+but Python.
 """
 
 import argparse
 import http.client
 import json
+import multiprocessing
 import os
 import pathlib
 import socket
 import subprocess
 import sys
 import tempfile
-import threading
 import time
 
 
@@ -44,16 +46,22 @@ class Client:
         return answer["result"]
 
 
-def load(port, token, gids, until, times):
-    client = Client(port, token)
+def load(port, token, gids, until):
+    client, times = Client(port, token), []
     while (began := time.perf_counter()) < until:
         client.call("aria2.tellStatus", gids[len(times) % len(gids)], ["gid", "status", "totalLength", "completedLength"])
         times.append(time.perf_counter() - began)
+    return times
 
 
 def memory(process):
     lines = pathlib.Path(f"/proc/{process}/status").read_text().splitlines()
     return next(int(line.split()[1]) for line in lines if line.startswith("VmRSS:"))
+
+
+def processor_seconds(process):
+    fields = pathlib.Path(f"/proc/{process}/stat").read_text().rsplit(")", 1)[1].split()
+    return (int(fields[11]) + int(fields[12])) / os.sysconf("SC_CLK_TCK")
 
 
 def measure(options, root):
@@ -81,18 +89,19 @@ def measure(options, root):
         client.call("aria2.tellWaiting", 0, 1000)
         listing = time.perf_counter() - began
         idle = [open_websocket(port) for _ in range(options.idle)]
-        until = time.perf_counter() + options.seconds
-        times = [[] for _ in range(options.clients)]
-        threads = [threading.Thread(target=load, args=(port, client.token, gids, until, own)) for own in times]
-        for thread in threads:
-            thread.start()
-        for thread in threads:
-            thread.join()
+        before = processor_seconds(process.pid)
+        time.sleep(2)
+        resting = (processor_seconds(process.pid) - before) / 2
+        before = processor_seconds(process.pid)
+        with multiprocessing.Pool(options.clients) as pool:
+            until = time.perf_counter() + options.seconds
+            times = pool.starmap(load, [(port, client.token, gids, until)] * options.clients)
+        spent = processor_seconds(process.pid) - before
         all_times = sorted(sum(times, []))
         at = lambda share: round(all_times[min(int(len(all_times) * share), len(all_times) - 1)] * 1000, 2)
         return {"jobs": len(gids), "addThousandSeconds": round(sorted(adding)[len(adding) // 2], 3), "listThousandSeconds": round(listing, 3),
                 "requestsPerSecond": round(len(all_times) / options.seconds), "milliseconds": {"50": at(0.5), "99": at(0.99), "99.9": at(0.999)},
-                "idleWebSockets": len(idle), "memoryKiB": memory(process.pid)}
+                "processorMicroseconds": round(spent / len(all_times) * 1e6), "idleShare": round(resting, 4), "idleWebSockets": len(idle), "memoryKiB": memory(process.pid)}
     finally:
         process.terminate()
         process.wait(60)

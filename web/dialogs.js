@@ -214,6 +214,22 @@ export function openLimits(program, jobs = []) {
     });
 }
 
+/** The category of these jobs. */
+export function openCategory(program, jobs) {
+    const [{ category: now }] = jobs;
+    openDialog({
+        title: jobs.length === 1 ? nameOf(jobs[0]) : trn("%1 download", "%1 downloads", jobs.length),
+        ok: tr("&OK"),
+        content: () => html`<label class="field"><span>${tr("&Category:")}</span>
+            <select name="category">
+                ${program.categories.map(
+                    ({ id }) => html`<option value=${id} ?selected=${id === now}>${program.categoryName(id)}</option>`,
+                )}
+            </select></label>`,
+        act: async (fields) => void (await program.call("vantlow.moveJobs", jobs.map((job) => job.gid), fields.get("category"))),
+    });
+}
+
 /** The keys of the page. */
 export function openHelp() {
     const keys = [

@@ -2,7 +2,7 @@
 
 import { html } from "./vendor/lit-html.js";
 import { detailsPanel } from "./details.js";
-import { openHelp, openLimits, openNewDownload } from "./dialogs.js";
+import { openCategory, openHelp, openLimits, openNewDownload } from "./dialogs.js";
 import { COLUMNS, STATES } from "./jobs.js";
 import { columnTitle, jobList } from "./list.js";
 import { isDark, openOptions, setTheme } from "./options.js";
@@ -99,6 +99,7 @@ function toolBar(page, program) {
         ${tool("up", tr("&Up"), () => page.move(-1), !has("waiting"))}
         ${tool("down", tr("&Down"), () => page.move(1), !has("waiting"))}
         ${tool("limit", tr("Speed limit"), () => openLimits(program, jobs), none)}
+        ${tool("category", tr("Category"), () => openCategory(program, jobs), none)}
         ${tool("remove", tr("&Remove"), () => page.remove(), none)}
         <span class="count">${count}</span>
         ${sorting(page)}

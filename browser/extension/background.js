@@ -3,9 +3,9 @@
 import { api } from './api.js';
 import { watchDownloads } from './downloads.js';
 import { follow, getNext, handOver, setNext, status } from './handover.js';
-import { ask } from './host.js';
 import { mediaOf, watchMedia } from './media.js';
 import { chooseLinks, surroundingsOf, watchMenus } from './menus.js';
+import { ask } from './program.js';
 import { watchRequests } from './requests.js';
 
 // What the extension's own pages ask for.

@@ -1,6 +1,6 @@
 // Downloads on their way to the program, and the number on the button that tells how many it runs.
 import { api, loadSettings, message } from './api.js';
-import { ask } from './host.js';
+import { ask } from './program.js';
 import { factsOf } from './requests.js';
 
 const batch = 100; // downloads in one message

@@ -7,6 +7,7 @@ const patience = 40_000; // ms; the program may have to be started first
 const idleTime = 20_000; // ms until the process is let go
 
 let port = null;
+let hasAnswered = false; // whatever stands behind the port
 let lastId = 0;
 let idleTimer = 0;
 const waiting = new Map(); // id to {resolve, reject, timer}
@@ -31,12 +32,15 @@ function end(id) {
 
 function dropPort(reason) {
   port = null;
-  for (const id of [...waiting.keys()]) end(id).reject(new Error(reason));
+  const isMissing = !hasAnswered;
+  for (const id of [...waiting.keys()]) end(id).reject(Object.assign(new Error(reason), { isMissing }));
 }
 
 function connect() {
   const made = api.runtime.connectNative(hostName);
+  hasAnswered = false;
   made.onMessage.addListener((answer) => {
+    hasAnswered = true;
     const one = end(answer.id);
     if (!one) return;
     if (answer.ok) one.resolve(answer);
@@ -50,8 +54,8 @@ function connect() {
   return made;
 }
 
-/** Asks the program. Rejects where it is missing, refuses or does not answer in time. */
-export function ask(request) {
+/** Asks the program. Rejects where it is missing (`isMissing`), refuses or does not answer in time. */
+export function askHost(request) {
   return new Promise((resolve, reject) => {
     const id = ++lastId;
     const timer = setTimeout(() => end(id)?.reject(new Error('timeout')), patience);
@@ -60,7 +64,7 @@ export function ask(request) {
       port ??= connect();
       port.postMessage({ version, id, ...request });
     } catch (error) {
-      end(id)?.reject(error);
+      end(id)?.reject(Object.assign(error, { isMissing: true }));
     }
   });
 }

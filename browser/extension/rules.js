@@ -8,6 +8,8 @@ export const defaultSettings = Object.freeze({
   leaveEndings: '',
   excludedHosts: '', // with everything below them
   start: 'now', // or "ask": the person decides in the program
+  remoteAddress: '', // of the program on another machine; empty: there is none
+  remoteSecret: '',
 });
 
 export function wordsOf(text) {

@@ -9,6 +9,7 @@ import http.server
 import json
 import os
 import pathlib
+import socket
 import subprocess
 import sys
 import tempfile
@@ -92,8 +93,8 @@ def site():
 class Trial:
     """One browser with a home, a site and the program."""
 
-    def __init__(self, browser, home, here, run):
-        self.browser, self.here, self.run = browser, here, run
+    def __init__(self, browser, home, here, run, serve):
+        self.browser, self.here, self.run, self.serve = browser, here, run, serve
         self.fetched, self.saved = home / "fetched", home / "saved"
         self.settings(leastSize=100)  # the extension is awake before the page comes
         self.page = browser.open_page(here + "/page")
@@ -115,6 +116,17 @@ class Trial:
 
     def settings(self, **values):
         self.browser.in_extension(f"(globalThis.browser ?? chrome).storage.local.set({json.dumps(values)}).then(() => 1)")
+
+    @contextlib.contextmanager
+    def serving(self, port):
+        """The program, with its control API."""
+        process = self.serve()
+        try:
+            until(lambda: socket.socket().connect_ex(("127.0.0.1", port)) == 0, "the control API")
+            yield
+        finally:
+            self.run("quit")
+            process.wait(timeout=30)
 
     def ask(self, request):
         return self.browser.in_extension(f"(globalThis.browser ?? chrome).runtime.sendMessage({json.dumps(request)})")
@@ -204,6 +216,25 @@ def without_the_program(trial):
     assert len(Site.asked["/absent.bin"]) == 1, Site.asked["/absent.bin"]
 
 
+def on_another_machine(trial):
+    """Where no program can be started here, the one whose address and secret the person gave."""
+    with socket.socket() as free:
+        free.bind(("127.0.0.1", 0))
+        port = free.getsockname()[1]
+    for name, value in {"Port": port, "Secret": "over there", "Enable": 1}.items():
+        trial.run("settings", "set", f"RPC/{name}", str(value))
+    with trial.serving(port):
+        trial.settings(remoteAddress=f"127.0.0.1:{port}", remoteSecret="wrong")
+        assert trial.ask({"type": "hello"})["error"] == "Unauthorized"
+        trial.settings(remoteSecret="over there")
+        assert trial.ask({"type": "hello"})["program"] == f"Vantlow (127.0.0.1:{port})"
+        trial.browser.run(trial.page, "location.href = '/remote.bin'")
+        assert trial.whole(trial.fetched, "remote.bin") == CONTENT
+        assert "key=right" in Site.asked["/remote.bin"][-1].get("cookie", ""), "no cookie"
+    trial.browser.run(trial.page, "location.href = '/alone.bin'")  # it is gone again
+    assert trial.whole(trial.saved, "alone.bin") == CONTENT
+
+
 WITH_THE_PROGRAM = (taken_over, private_windows, left_to_the_browser, many_at_once, pages_of_the_extension)
 
 
@@ -218,12 +249,13 @@ def drive(kind, program):
             environment.pop(name, None)
         environment |= {"VANTLOW_DATA_DIR": f"{folder}/data", "VANTLOW_SETTINGS": f"{folder}/settings.ini"}
         run = lambda *words: subprocess.run([program, *words], env=environment, check=True, capture_output=True)
+        serve = lambda: subprocess.Popen([program, "serve", "--foreground"], env=environment, stdout=subprocess.DEVNULL)
         Site.asked.clear()
         try:
-            for word, parts in (("install", WITH_THE_PROGRAM), ("remove", (without_the_program,))):
+            for word, parts in (("install", WITH_THE_PROGRAM), ("remove", (without_the_program, on_another_machine))):
                 run("browser", word, kind.name)
                 with kind.open(home, EXTENSION, environment, home / "saved") as browser:
-                    trial = Trial(browser, home, here, run)
+                    trial = Trial(browser, home, here, run, serve)
                     for part in parts:
                         part(trial)
                         print(f"{kind.name}: {part.__name__}")

@@ -35,6 +35,13 @@ inline constexpr TextSetting magnet_trackers{
     u"udp://tracker.opentrackr.org:1337/announce|udp://open.stealth.si:80/announce|"
     u"udp://tracker.torrent.eu.org:451/announce|udp://exodus.desync.com:6969/announce",
     "the trackers for magnet links without numbered ones, separated by \"|\""};
+inline constexpr TextSetting seed_ratio{
+    u"Torrent", u"SeedRatio", u"1.0",
+    "the resident program shares a torrent after its end until so many times its size was sent; 0: it does "
+    "not; -1: no bound"};
+inline constexpr NumberSetting seed_time{
+    u"Torrent", u"SeedTime", 0,
+    0,          315360000,   "seconds; a torrent is shared so long at most after its end; 0: no bound"};
 }  // namespace setting
 
 /// The tracker of a torrent that names none: "Torrent"/"DefaultTracker".

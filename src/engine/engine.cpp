@@ -6,6 +6,7 @@
 #include "base/text.h"
 #include "bt/dht_service.h"
 #include "bt/magnet.h"
+#include "engine/recovery.h"
 #include "engine/selection.h"
 
 namespace vantlow {
@@ -83,7 +84,17 @@ void Engine::run(Running running) {
                              [this] { serve(); },
                              &torrents_,
                              options_.sharing,
+                             running.shares_finished,
                              hash_table_.get()});
+    shares_finished_ = running.shares_finished;
+    if (shares_finished_) go_on_sharing();
+}
+
+// Shares what was shared when the program ended.
+void Engine::go_on_sharing() {
+    for (const CJobNode* job : store_->jobs_below(nullptr)) {
+        if (is_to_be_shared(*job)) runner_->share(job->identity, job->finished);
+    }
 }
 
 void Engine::end_running() {
@@ -143,11 +154,17 @@ bool Engine::take_ends() {
 void Engine::take_end(JobEnd& end) {
     CJobNode* const record = store_->find(end.job->identity);
     std::optional<Followed> followed;
-    if (record != nullptr && !end.goes_on && end.outcome.result.ok()) followed = follow(*record, end);
+    const bool was_shared = end.shares && !end.goes_on;
+    if (record != nullptr && !was_shared && kind_of(*record) == JobKind::torrent && end.outcome.result.ok())
+        tell([record](EngineListener& listener) { listener.data_complete(record->identity); });
+    if (record != nullptr && !end.goes_on && !was_shared && end.outcome.result.ok())
+        followed = follow(*record, end);
     end.gave_way = followed && followed->gave_way;
     tell([&end](EngineListener& listener) { listener.ended(end); });
     if (followed) tell([&followed](EngineListener& listener) { listener.followed(*followed); });
-    if (record != nullptr && !end.goes_on && !end.gave_way) file_ended(*record, end);
+    if (record == nullptr || end.gave_way) return;
+    if (!end.goes_on) return file_ended(*record, end);
+    if (end.shares) move_finished(*record);
 }
 
 // Updates the record of a job that ended.
@@ -163,9 +180,12 @@ void Engine::file_ended(CJobNode& record, const JobEnd& end) {
         return;
     }
     if (end.question && record.state == JobState::failed) questions_.leave(*end.question);
-    if (record.state == JobState::finished && options_.settings.flag(setting::move_completed)) {
+    if (!end.shares) move_finished(record);
+}
+
+void Engine::move_finished(CJobNode& record) {
+    if (record.state == JobState::finished && options_.settings.flag(setting::move_completed))
         store_->move(record, store_->completed());
-    }
 }
 
 // Replaces a fetched document with the jobs that it names: its record goes with its file.
@@ -357,6 +377,10 @@ std::vector<SessionConnection> Engine::connections(const Guid& job) const {
 
 std::vector<RunningJob> Engine::running_jobs() const {
     return runner_ ? runner_->running_jobs() : std::vector<RunningJob>();
+}
+
+std::vector<RunningJob> Engine::sharing_jobs() const {
+    return runner_ ? runner_->sharing_jobs() : std::vector<RunningJob>();
 }
 
 std::vector<const CJobNode*> Engine::queue() const {

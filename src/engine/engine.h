@@ -59,9 +59,9 @@ struct Added {
     Done done{};  ///< no_category: nothing was made
 };
 
-/// The values that change() sets; the others stay. `speed_limit`, `address` and `mirrors` also hold for a job
-/// that runs: the limit at once, the addresses by another session that goes on with the same part of the
-/// file. The rest takes effect when the job is started next.
+/// The values that change() sets; the others stay. `speed_limit`, `address`, `mirrors` and `select` also hold
+/// for a job that runs: the limit at once, the others by another session that goes on with the same part of
+/// the files. The rest takes effect when the job is started next.
 struct JobEdit {
     std::optional<std::u16string> address;
     std::optional<std::u16string> referer;
@@ -72,8 +72,11 @@ struct JobEdit {
     std::optional<std::u16string> cookie;
     std::optional<std::u16string> proxy;  ///< as an address; empty: the program's
     std::optional<std::int32_t> connections;
-    std::optional<std::int64_t> speed_limit;             ///< bytes a second for this job; 0: none of its own
+    std::optional<std::int64_t> speed_limit;  ///< bytes a second for this job; 0: none of its own
+    std::optional<double> share_ratio;        ///< as JobRules has them
+    std::optional<std::int64_t> share_time;
     std::optional<std::vector<std::u16string>> mirrors;  ///< other addresses of the same file; empty: none
+    std::optional<std::string> select;  ///< files of a torrent or a document, as --select; empty: all
 };
 
 /// The fate of the files of a job that is removed.
@@ -122,6 +125,9 @@ class Engine {
         std::function<void()> wake{};                ///< any thread: asks for a pump() soon
         std::chrono::milliseconds question_time{0};  ///< how long a question stays open; 0: nobody is asked
         bool gathers_log = false;                    ///< EngineListener::logged is called
+        /// Torrents are shared after their end as their rules and the settings say, from now on also those
+        /// that were when the program ended; else as Options::sharing says.
+        bool shares_finished = false;
         /// Called on a session's thread when a job's file is whole and gets its name as soon as this has
         /// returned; again with another name where that one is taken. For clients that remember names where
         /// the store is in memory.
@@ -172,6 +178,10 @@ class Engine {
     [[nodiscard]] std::vector<const CJobNode*> queue() const;
     /// True while the record of the job says that it runs.
     [[nodiscard]] bool is_running(const Guid& job) const { return runner_ && runner_->takes_place(job); }
+    /// True while the finished torrent of the job is shared, or waits for that; it takes no place then.
+    [[nodiscard]] bool is_sharing(const Guid& job) const { return runner_ && runner_->is_sharing(job); }
+    /// See running_jobs(); of those that are shared.
+    [[nodiscard]] std::vector<RunningJob> sharing_jobs() const;
     [[nodiscard]] bool has_work() const { return runner_ && (runner_->has_work() || awaits_choice()); }
     [[nodiscard]] std::vector<Question> questions() const { return questions_.open(); }
     /// The description ("info" value, BEP 3) of a torrent's job; empty while it is not known, and for others.
@@ -199,9 +209,11 @@ class Engine {
     /// Files the jobs of a job list. Those that are to be started by hand stop, the others wait.
     std::vector<Guid> file_list(std::vector<std::unique_ptr<CJobNode>> jobs, const Guid& category);
     /// Lets the job wait for its turn, behind the others; one that waits or runs already is left alone. A
-    /// finished job starts anew.
+    /// finished job starts anew, but for torrents where they are shared (Running::shares_finished): their
+    /// files are checked and shared again, without end where that was done enough before.
     Done start(const Guid& job);
-    /// Ends a running job soon (see wait_for_ends()) and stops one that waits; others stay as they are.
+    /// Ends a running job soon (see wait_for_ends()), stops one that waits, and ends the sharing of a
+    /// finished one; others stay as they are.
     Done stop(const Guid& job);
     /// Waits until none of the jobs runs any more, which takes some tenths of a second after stop().
     void wait_for_ends(const std::vector<Guid>& jobs);
@@ -278,6 +290,9 @@ class Engine {
     bool take_ends();
     void take_end(JobEnd& end);
     void file_ended(CJobNode& record, const JobEnd& end);
+    void move_finished(CJobNode& record);
+    void go_on_sharing();
+    void share_again(CJobNode& job);
     std::optional<Followed> follow(CJobNode& document, const JobEnd& end);
     void take_answers();
     static bool take_answer(CJobNode& job, const QuestionBoard::Answered& one);
@@ -292,6 +307,7 @@ class Engine {
     void forget_removed();
     [[nodiscard]] std::size_t leaving_for_undo() const noexcept;
     Done change_sources(CJobNode& job, const JobEdit& edit);
+    [[nodiscard]] bool can_select(const CJobNode& job, const std::string& text) const;
     void serve();
     void note(const StoreChange& change);
     template <class Tell>
@@ -306,6 +322,7 @@ class Engine {
     StoreWatchers::Watch watch_;
     std::atomic<bool> questions_changed_{false};
     bool gathers_log_ = false;
+    bool shares_finished_ = false;
     QuestionBoard questions_;
     Saver saver_;
     std::vector<EngineListener*> listeners_;

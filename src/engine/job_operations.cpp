@@ -4,8 +4,10 @@
 #include <utility>
 
 #include "base/safe_name.h"
+#include "bt/torrent_content.h"
 #include "engine/engine.h"
 #include "engine/recovery.h"
+#include "engine/selection.h"
 #include "store/address.h"
 #include "store/proxies.h"
 
@@ -105,24 +107,50 @@ Done Engine::start(const Guid& job) {
     questions_.withdraw(job);
     if (record->state == JobState::running && runner_) runner_->start_again(job);
     if (record->state == JobState::running || record->state == JobState::waiting) return {};
+    if (record->state == JobState::finished && shares_finished_ && kind_of(*record) == JobKind::torrent) {
+        share_again(*record);
+        return {};
+    }
     if (record->state == JobState::finished) forget_run(*record);
     store_->queue_last(*record);
     return {};
+}
+
+// A person who starts a torrent that was shared enough means that it is shared all the same.
+void Engine::share_again(CJobNode& job) {
+    if (runner_->is_sharing(job.identity)) return;
+    const TorrentSharing sharing = sharing_of(job, options_.settings);
+    const TorrentTally tally = job.tally ? *job.tally : TorrentTally();
+    const auto size = static_cast<double>(job.file_size);
+    const bool is_enough = !sharing.goes_on ||
+                           (sharing.ratio > 0 && static_cast<double>(tally.sent) >= sharing.ratio * size) ||
+                           (sharing.time.count() > 0 && tally.shared >= sharing.time.count());
+    if (is_enough) {
+        JobRules rules = job.rules ? *job.rules : JobRules();
+        rules.share_ratio = -1;
+        rules.share_time = 0;
+        job.rules = std::make_shared<const JobRules>(std::move(rules));
+    }
+    set_to_be_shared(job, true);
+    store_->changed(job, StoreChange::state | StoreChange::options);
+    runner_->share(job.identity, 0);
 }
 
 Done Engine::stop(const Guid& job) {
     CJobNode* const record = store_->find(job);
     if (record == nullptr) return {Fault::no_job};
     if (runner_) runner_->stop(job);
-    if (record->state == JobState::waiting) {
-        store_->set_state(*record, JobState::stopped);
+    if (record->state == JobState::waiting) store_->set_state(*record, JobState::stopped);
+    if (is_to_be_shared(*record)) {
+        set_to_be_shared(*record, false);
+        store_->changed(*record, StoreChange::state);
     }
     return {};
 }
 
 void Engine::wait_for_ends(const std::vector<Guid>& jobs) {
     if (!runner_) return;
-    const auto runs = [this](const Guid& job) { return runner_->takes_place(job); };
+    const auto runs = [this](const Guid& job) { return runner_->holds_files(job); };
     while (std::any_of(jobs.begin(), jobs.end(), runs)) {
         runner_->wait_and_serve();
         take_ends();
@@ -174,9 +202,19 @@ Done Engine::change_sources(CJobNode& job, const JobEdit& edit) {
     return {};
 }
 
+// True where the text selects some file of the job, as far as its files are known.
+bool Engine::can_select(const CJobNode& job, const std::string& text) const {
+    if (!text.empty() && !is_selection(text)) return false;
+    const std::string info = torrent_info(job);
+    const auto content =
+        info.empty() ? Outcome<TorrentContent>(Code::unsupported) : read_torrent_content(info);
+    return !content || chosen_files(*content, text);
+}
+
 Done Engine::change(const Guid& job, const JobEdit& edit) {
     CJobNode* const record = store_->find(job);
     if (record == nullptr) return {Fault::no_job};
+    if (edit.select && !can_select(*record, *edit.select)) return {Fault::bad_value};
     if (edit.proxy && !edit.proxy->empty() && !parse_proxy(*edit.proxy)) return {Fault::bad_value};
     if (edit.connections && (*edit.connections < 1 || *edit.connections > most_connections))
         return {Fault::bad_value};
@@ -193,14 +231,18 @@ Done Engine::change(const Guid& job, const JobEdit& edit) {
     set(record->cookie, edit.cookie);
     set(record->proxy, edit.proxy);
     if (edit.connections) record->connections = record->max_threads = *edit.connections;
-    if (edit.speed_limit) {
+    const bool selects = edit.select && *edit.select != (record->rules ? record->rules->select : "");
+    if (edit.speed_limit || edit.share_ratio || edit.share_time || selects) {
         JobRules rules = record->rules ? *record->rules : JobRules();
-        rules.speed_limit = *edit.speed_limit;
+        if (edit.speed_limit) rules.speed_limit = *edit.speed_limit;
+        if (edit.share_ratio) rules.share_ratio = edit.share_ratio;
+        if (edit.share_time) rules.share_time = edit.share_time;
+        if (selects) rules.select = *edit.select;
         record->rules = std::make_shared<const JobRules>(std::move(rules));
-        if (runner_) runner_->set_speed_limit(job, *edit.speed_limit);
     }
+    if (edit.speed_limit && runner_) runner_->set_speed_limit(job, *edit.speed_limit);
     store_->changed(*record, StoreChange::options);
-    if ((edit.address || edit.mirrors) && runner_ && runner_->is_running(job)) {
+    if ((edit.address || edit.mirrors || selects) && runner_ && runner_->is_running(job)) {
         const bool takes_place = runner_->takes_place(job);
         runner_->stop(job);
         if (takes_place) runner_->start_again(job, true);

@@ -29,6 +29,9 @@ class EngineListener {
 
     /// Some times a second at most, when anything changed.
     virtual void changed(const Changes& changes) { static_cast<void>(changes); }
+    /// The files of a torrent's job are there, and have their names. ended() follows at once: with `goes_on`
+    /// where it is shared from now on, and then once more when that is over.
+    virtual void data_complete(const Guid& job) { static_cast<void>(job); }
     /// A job ended, or settled.
     virtual void ended(const JobEnd& end) { static_cast<void>(end); }
     virtual void followed(const Followed& followed) { static_cast<void>(followed); }

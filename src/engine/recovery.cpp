@@ -24,6 +24,17 @@ bool ended_unsaved(const CJobNode& job) {
 
 }  // namespace
 
+bool is_to_be_shared(const CJobNode& record) noexcept {
+    return record.state == JobState::finished && record.tally && record.tally->shares;
+}
+
+void set_to_be_shared(CJobNode& record, bool shares) {
+    if (!record.tally && !shares) return;
+    TorrentTally tally = record.tally ? *record.tally : TorrentTally();
+    tally.shares = shares;
+    record.tally = std::make_shared<const TorrentTally>(tally);
+}
+
 void take_positions(CJobNode& record, CJobNode& from) {
     record.segments = std::move(from.segments);
     record.file_size = from.file_size;
@@ -34,7 +45,10 @@ void take_positions(CJobNode& record, CJobNode& from) {
     record.bit_map = std::move(from.bit_map);
     record.bit_count = from.bit_count;
     record.bit_map_mark = std::move(from.bit_map_mark);
-    if (from.tally) record.tally = from.tally;
+    if (!from.tally) return;
+    const bool shares = is_to_be_shared(record);
+    record.tally = from.tally;
+    set_to_be_shared(record, shares);
 }
 
 void take_end(CJobNode& record, CJobNode& from) {

@@ -15,6 +15,10 @@ void take_positions(CJobNode& record, CJobNode& from);
 /// Gives a record the end of its session: positions, state, result, time.
 void take_end(CJobNode& record, CJobNode& from);
 
+/// Whether the finished torrent of a record is shared, or was when the program ended.
+bool is_to_be_shared(const CJobNode& record) noexcept;
+void set_to_be_shared(CJobNode& record, bool shares);
+
 /// Brings records that are about to be run again up to date with the disk. One thread.
 class Recovery {
   public:

@@ -87,7 +87,7 @@ Done Engine::remove(const Guid& job, bool with_files) {
     if (record == nullptr) return {Fault::no_job};
     const Files files = with_files ? Files::erase : Files::keep;
     if (runner_) runner_->stop(job);
-    if (!runner_ || !runner_->takes_place(job)) return remove_now(*record, files, false);
+    if (!runner_ || !runner_->holds_files(job)) return remove_now(*record, files, false);
     leaving_[job] = {files, false};
     return {Fault::running};
 }
@@ -100,7 +100,7 @@ Removed Engine::remove_all(const std::vector<Guid>& jobs, Files files) {
         CJobNode* const record = store_->find(job);
         if (record == nullptr) continue;
         if (runner_) runner_->stop(job);
-        if (runner_ && runner_->takes_place(job)) {
+        if (runner_ && runner_->holds_files(job)) {
             leaving_[job] = {files, true};
             ++all.waiting;
             continue;
@@ -165,7 +165,7 @@ Done Engine::undo_removal() {
 Done Engine::start_over(const Guid& job) {
     CJobNode* const record = store_->find(job);
     if (record == nullptr) return {Fault::no_job};
-    if (runner_ && runner_->takes_place(job)) return {Fault::running};
+    if (runner_ && runner_->holds_files(job)) return {Fault::running};
     if (runner_) runner_->stop(job);
     std::vector<BinItem> none;
     if (record->state != JobState::finished) {

@@ -88,7 +88,15 @@ struct TorrentSharing {
     bool goes_on = false;
     double ratio = 0;              ///< bytes that were sent to those of the chosen files; 0: no bound
     std::chrono::seconds time{0};  ///< 0: no bound
+    /// The session settles when the sharing begins, and need not be waited for any more.
+    bool settles = false;
+    /// The files are those of a job that finished then (seconds since 1970). Nothing is fetched: those that
+    /// were changed since are checked, and what is wrong or missing ends the session. 0: all are checked.
+    std::optional<std::int64_t> whole_since;
 };
+
+/// How a filed job's torrent is shared: by its own rules, else by the settings.
+TorrentSharing sharing_of(const CJobNode& job, const Settings& settings);
 
 /// The parts that a session is made of.
 struct SessionPlan {

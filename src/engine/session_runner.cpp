@@ -1,6 +1,7 @@
 #include "engine/session_runner.h"
 
 #include <algorithm>
+#include <ctime>
 #include <utility>
 
 namespace vantlow {
@@ -11,6 +12,8 @@ constexpr std::size_t most_lines = 100000;
 
 // Sessions that end may wait for the names of their files, and others for their trackers.
 constexpr std::chrono::milliseconds serving_step{20};
+// Each has a thread and connections of its own.
+constexpr std::size_t most_sharing = 100;
 
 bool has_settled(const JobSession& session) {
     return session.settled().has_value();
@@ -41,7 +44,15 @@ CJobLog::Listener SessionRunner::listener_of(Entry& entry, const Guid& job) {
     };
 }
 
-SessionRunner::Entry& SessionRunner::make_entry(const CJobNode& job, const SessionKind& kind) {
+TorrentSharing SessionRunner::sharing_for(const CJobNode& job,
+                                          std::optional<std::int64_t> whole_since) const {
+    TorrentSharing sharing = tools_.shares_finished ? sharing_of(job, tools_.settings) : tools_.sharing;
+    sharing.whole_since = whole_since;
+    return sharing;
+}
+
+SessionRunner::Entry& SessionRunner::make_entry(const CJobNode& job, const SessionKind& kind,
+                                                std::optional<std::int64_t> whole_since) {
     auto made = std::make_unique<Entry>();
     Entry& entry = *made;
     entry.number = next_number_++;
@@ -72,7 +83,7 @@ SessionRunner::Entry& SessionRunner::make_entry(const CJobNode& job, const Sessi
         if (tools_.wake) tools_.wake();
     };
     entry.session = kind.make({job.twin(), std::move(options), *entry.log, on_end, tools_.questions,
-                               tools_.torrents, tools_.sharing, tools_.hash_table},
+                               tools_.torrents, sharing_for(job, whole_since), tools_.hash_table},
                               services_);
     sessions_[job.identity] = std::move(made);
     return entry;
@@ -137,8 +148,30 @@ bool SessionRunner::start_next() {
 bool SessionRunner::start_waiting() {
     bool any = false;
     while (start_next()) any = true;
+    while (start_sharing()) any = true;
     start_beside();
     return any;
+}
+
+void SessionRunner::share(const Guid& job, std::int64_t whole_since) {
+    // A session that is about to end is followed by another one.
+    if (!start_again(job)) to_share_.emplace_back(job, whole_since);
+}
+
+bool SessionRunner::start_sharing() {
+    if (stop_.requested() || to_share_.empty() || sharing_ >= most_sharing) return false;
+    const auto [identity, whole_since] = to_share_.front();
+    to_share_.pop_front();
+    const CJobNode* const job = tools_.store.find(identity);
+    if (job == nullptr || !is_to_be_shared(*job) || sessions_.contains(identity)) return true;
+    const SessionKind* const kind = find_session_kind(tools_.sessions, kind_of(*job));
+    if (kind == nullptr) return true;
+    Entry& entry = make_entry(*job, *kind, whole_since);
+    entry.shares = entry.told = true;
+    ++sharing_;
+    if (const Result began = entry.session->start(); !began.ok()) entry.session->fail(began);
+    tools_.changes.job(identity, job_field::progress);
+    return true;
 }
 
 // Starts the jobs that are looked after while their records go on waiting, as far as there is room.
@@ -169,6 +202,7 @@ void SessionRunner::start_beside() {
 }
 
 void SessionRunner::stop(const Guid& job) {
+    std::erase_if(to_share_, [&job](const auto& one) { return one.first == job; });
     const auto at = sessions_.find(job);
     if (at == sessions_.end()) return;
     Entry& entry = *at->second;
@@ -213,9 +247,11 @@ void SessionRunner::wake() {
 void SessionRunner::take_end_of(Entry& entry, const Guid& identity) {
     SessionEnd end = entry.session->take_end();
     if (entry.file) entry.file->write();
-    --(entry.kind->takes_place ? places_ : beside_[entry.kind->kind]);
+    --(entry.shares ? sharing_ : entry.kind->takes_place ? places_ : beside_[entry.kind->kind]);
     CJobNode* const record = tools_.store.find(identity);
-    if (record != nullptr) {
+    if (record != nullptr && entry.shares) {
+        take_end_of_sharing(entry, *record, *end.job, end.outcome.result);
+    } else if (record != nullptr) {
         auto newer = record->twin();
         take_end(*newer, *end.job);
         // A job that only the end of the program stopped goes on when it is run again.
@@ -227,7 +263,49 @@ void SessionRunner::take_end_of(Entry& entry, const Guid& identity) {
     }
     JobEnd told{entry.number, std::move(end.job), std::move(end.outcome), std::move(end.question)};
     told.stop_asked = entry.stop_asked;
+    told.shares = entry.shares;
     ends_.push_back(std::move(told));
+}
+
+// The record has been that of a finished job all the time. Only the end of the program leaves it one that is
+// to be shared.
+void SessionRunner::take_end_of_sharing(Entry& entry, CJobNode& record, CJobNode& ended,
+                                        const Result& result) {
+    auto newer = record.twin();
+    take_positions(*newer, ended);
+    const bool is_stopped = result.kind() == Kind::stopped;
+    const bool goes_on = stop_.requested() && !entry.stop_asked && (result.ok() || is_stopped);
+    if (!result.ok() && !is_stopped) {
+        newer->state = JobState::failed;
+        newer->result = result.code;
+        newer->error = result.message();
+    }
+    set_to_be_shared(*newer, goes_on || entry.start_again);
+    tools_.store.update(record, std::move(newer));
+    if (entry.start_again) to_share_.emplace_back(record.identity, 0);
+}
+
+// The files of a torrent are there: from now on its job is a finished one, and takes no place.
+void SessionRunner::begin_to_share(Entry& entry, JobEnd& told) {
+    told.shares = entry.shares = true;
+    --places_;
+    ++sharing_;
+    const JobProgress progress = entry.session->progress();
+    told.outcome.path = progress.path;
+    told.outcome.size = progress.size;
+    told.outcome.received = progress.received;
+    CJobNode* const record = tools_.store.find(told.job->identity);
+    if (record == nullptr) return;
+    auto newer = record->twin();
+    if (const auto copy = entry.session->safe_copy()) take_positions(*newer, *copy);
+    newer->state = JobState::finished;
+    newer->result = Code::ok;
+    newer->error.clear();
+    newer->finished = static_cast<std::int64_t>(std::time(nullptr));
+    entry.path = newer->path;
+    set_to_be_shared(*newer, true);
+    told.job = newer->twin();
+    tools_.store.update(*record, std::move(newer));
 }
 
 // Drops sessions that were asked to end and need no attention any more.
@@ -253,6 +331,7 @@ void SessionRunner::settle() {
         JobEnd told{entry->number, entry->session->job().twin(), {}};
         told.outcome.result = *entry->session->settled();
         told.goes_on = true;
+        if (entry->kind->takes_place && entry->session->progress().shares) begin_to_share(*entry, told);
         ends_.push_back(std::move(told));
     }
 }
@@ -299,7 +378,8 @@ void SessionRunner::wait_and_serve() {
 
 void SessionRunner::note_progress() {
     for (auto& [identity, entry] : sessions_) {
-        const std::int64_t done = entry->session->progress().done;
+        const JobProgress progress = entry->session->progress();
+        const std::int64_t done = progress.done + progress.sent;
         if (std::exchange(entry->noted, done) != done) tools_.changes.job(identity, job_field::progress);
     }
 }
@@ -342,6 +422,18 @@ void SessionRunner::wait_for_all() {
 }
 
 bool SessionRunner::takes_place(const Guid& job) const {
+    const auto at = sessions_.find(job);
+    return at != sessions_.end() && at->second->kind->takes_place && !at->second->shares;
+}
+
+bool SessionRunner::is_sharing(const Guid& job) const {
+    const auto at = sessions_.find(job);
+    if (at != sessions_.end()) return at->second->shares && !at->second->stop_asked;
+    return std::any_of(to_share_.begin(), to_share_.end(),
+                       [&job](const auto& one) { return one.first == job; });
+}
+
+bool SessionRunner::holds_files(const Guid& job) const {
     const auto at = sessions_.find(job);
     return at != sessions_.end() && at->second->kind->takes_place;
 }
@@ -386,9 +478,17 @@ bool SessionRunner::report(const Guid& job, unsigned parts, TorrentReport& repor
 }
 
 std::vector<RunningJob> SessionRunner::running_jobs() const {
+    return jobs_that(false);
+}
+
+std::vector<RunningJob> SessionRunner::sharing_jobs() const {
+    return jobs_that(true);
+}
+
+std::vector<RunningJob> SessionRunner::jobs_that(bool share) const {
     std::vector<RunningJob> jobs;
     for (const auto& [identity, entry] : sessions_) {
-        if (!entry->kind->takes_place) continue;
+        if (!entry->kind->takes_place || entry->shares != share) continue;
         jobs.push_back({entry->number, &entry->session->job(), entry->session->progress()});
     }
     std::sort(jobs.begin(), jobs.end(),

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <chrono>
+#include <deque>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -35,6 +36,7 @@ struct JobEnd {
     JobOutcome outcome;
     std::optional<Question> question{};
     bool goes_on = false;   ///< it settled: nobody need wait for it any more
+    bool shares = false;    ///< a torrent: its files are there since it settled, and it is shared, or was
     bool gave_way = false;  ///< its file was a document, and the jobs that it names took its place
     bool stop_asked = false;
 };
@@ -75,6 +77,7 @@ class SessionRunner {
         std::function<void()> serve{};  ///< called while an end is waited for: sessions may wait for it
         TorrentShelf* torrents = nullptr;
         TorrentSharing sharing{};
+        bool shares_finished = false;  ///< torrents go on as their rules and the settings say, instead
         DhtService* hash_table = nullptr;
     };
     explicit SessionRunner(Tools tools);
@@ -98,6 +101,9 @@ class SessionRunner {
     void stop(const Guid& job);
     /// Lets the job wait for its turn again once its stopped session has ended; `first` before all others.
     bool start_again(const Guid& job, bool first = false);
+    /// Shares a finished torrent beside the running jobs, as soon as there is room; its record says that it
+    /// is to be shared (is_to_be_shared()). `whole_since` as in TorrentSharing.
+    void share(const Guid& job, std::int64_t whole_since);
     /// Sets the speed limit of the job's session, where it has one.
     void set_speed_limit(const Guid& job, std::int64_t limit);
     /// Waits up to `at_most` for a session to end, or for wake(), without serving waiting sessions.
@@ -125,6 +131,10 @@ class SessionRunner {
     [[nodiscard]] bool is_running(const Guid& job) const { return sessions_.contains(job); }
     /// True while its record says that it runs.
     [[nodiscard]] bool takes_place(const Guid& job) const;
+    /// True while its finished torrent is shared, or waits for that.
+    [[nodiscard]] bool is_sharing(const Guid& job) const;
+    /// True while a session has its files open or is about to: they can be removed when it has ended.
+    [[nodiscard]] bool holds_files(const Guid& job) const;
     [[nodiscard]] std::size_t running() const noexcept { return places_; }
     /// The number of jobs that may start and have not.
     [[nodiscard]] std::size_t waiting() const;
@@ -133,6 +143,8 @@ class SessionRunner {
     [[nodiscard]] std::optional<JobProgress> progress(const Guid& job) const;
     [[nodiscard]] std::vector<SessionConnection> connections(const Guid& job) const;
     [[nodiscard]] std::vector<RunningJob> running_jobs() const;
+    /// Those whose torrents are shared.
+    [[nodiscard]] std::vector<RunningJob> sharing_jobs() const;
     /// See JobSession::report(); false also for a job without a session.
     bool report(const Guid& job, unsigned parts, TorrentReport& report) const;
     void write_logs();
@@ -148,11 +160,12 @@ class SessionRunner {
         std::unique_ptr<CJobLog> log;
         std::unique_ptr<JobSession> session;  // after the logs that it writes
         std::u16string path;                  ///< as it was saved last
-        std::int64_t noted = -1;              ///< bytes done, as they were noted among the changes last
+        std::int64_t noted = -1;  ///< bytes done and sent, as they were noted among the changes last
         bool stop_asked = false;
         bool start_again = false;
         bool comes_first = false;  ///< when it starts again
         bool told = false;         ///< that it settled
+        bool shares = false;       ///< a finished torrent: it takes no place
         bool log_goes = false;     ///< with the session
     };
     [[nodiscard]] bool may_run(const CJobNode& job) const {
@@ -167,7 +180,14 @@ class SessionRunner {
     void start_beside();
     bool launch(CJobNode& job, const SessionKind& kind);
     void end_without_session(CJobNode& job);
-    Entry& make_entry(const CJobNode& job, const SessionKind& kind);
+    Entry& make_entry(const CJobNode& job, const SessionKind& kind,
+                      std::optional<std::int64_t> whole_since = std::nullopt);
+    [[nodiscard]] TorrentSharing sharing_for(const CJobNode& job,
+                                             std::optional<std::int64_t> whole_since) const;
+    bool start_sharing();
+    void begin_to_share(Entry& entry, JobEnd& told);
+    void take_end_of_sharing(Entry& entry, CJobNode& record, CJobNode& ended, const Result& result);
+    [[nodiscard]] std::vector<RunningJob> jobs_that(bool share) const;
     CJobLog::Listener listener_of(Entry& entry, const Guid& job);
     void take_end_of(Entry& entry, const Guid& identity);
     void reap();
@@ -184,7 +204,10 @@ class SessionRunner {
     Recovery recovery_;
     std::vector<JobEnd> ends_;
     std::size_t next_number_ = 0;
-    std::size_t places_ = 0;  ///< that running jobs take
+    std::size_t places_ = 0;   ///< that running jobs take
+    std::size_t sharing_ = 0;  ///< sessions of finished torrents
+    /// Finished torrents that wait for room to be shared, and since when their files are whole.
+    std::deque<std::pair<Guid, std::int64_t>> to_share_;
     bool only_named_ = false;
     bool look_beside_ = true;  ///< jobs may wait that could be looked after beside the others
 

@@ -61,14 +61,14 @@ Outcome<FileList> list_of(const TorrentContent& content, const std::u16string& n
 
 // Opens what stands at a target, as its state says where it has one.
 Outcome<std::unique_ptr<Storage>> open_storage(const TorrentContent& content, const std::u16string& target,
-                                               LogSink& log) {
+                                               LogSink& log, StorageRules rules = {}) {
     const auto state = load_storage_state(storage_state_path(target), to_hex(content.info_hash));
     auto list = list_of(content, content.is_folder ? std::u16string() : std::u16string(name_of(target)));
     if (!list) return list.failure();
     const std::vector<bool> all(content.files.size(), true);
     const bool fits = state && state->chosen.size() == content.files.size();
-    auto storage =
-        std::make_unique<Storage>(*std::move(list), fits ? state->chosen : all, content.piece_length, log);
+    auto storage = std::make_unique<Storage>(*std::move(list), fits ? state->chosen : all,
+                                             content.piece_length, log, rules);
     if (Result result = storage->resume(places_of(content, target, state)); !result.ok()) return result;
     return storage;
 }
@@ -84,6 +84,7 @@ Result TorrentFiles::make_storage(const std::u16string& name, const std::vector<
 
 Result TorrentFiles::open(const TorrentPlace& place, const std::vector<bool>& chosen, const StopSource& stop,
                           CheckProgress& progress) {
+    if (place.whole_since) return open_whole(place, chosen, stop, progress);
     const std::u16string folder(folder_of(place.path));
     const std::u16string known =
         name_of(place.path).empty() ? find_target(folder, to_hex(content_.info_hash)) : place.path;
@@ -125,6 +126,63 @@ Result TorrentFiles::resume(const std::u16string& target, bool is_ours, const st
     storage_->close();
     storage_.reset();
     return {};
+}
+
+Result TorrentFiles::open_whole(const TorrentPlace& place, const std::vector<bool>& chosen,
+                                const StopSource& stop, CheckProgress& progress) {
+    const std::string where = to_utf8(place.path);
+    if (name_of(place.path).empty() || !is_there(content_, place.path))
+        return {Code::local_file, where + ": the torrent's files are not there any more."};
+    const std::u16string name = content_.is_folder ? std::u16string() : std::u16string(name_of(place.path));
+    if (Result result = make_storage(name, chosen); !result.ok()) return result;
+    if (Result result = storage_->resume(places_of(content_, place.path, std::nullopt)); !result.ok())
+        return result;
+    target_ = place.path;
+    good_.assign(static_cast<std::size_t>(content_.piece_count()), false);
+    const std::vector<std::size_t> doubted = doubt(*place.whole_since);
+    Result result = check_pieces(*storage_, hashes_, doubted, 0, stop, progress, good_);
+    if (!result.ok()) return result;
+    // Of a piece that ends in a file that is not chosen that end may be gone: it is not given to others.
+    const auto is_chosen = [this](const FileSpan& span) {
+        return storage_->is_chosen(span.file) || storage_->files().at(span.file).padding;
+    };
+    std::int64_t wrong = 0;
+    for (std::int64_t piece = 0; piece < content_.piece_count(); ++piece) {
+        const auto spans = spans_of(piece);
+        const bool must_be_good = std::all_of(spans.begin(), spans.end(), is_chosen);
+        if (must_be_good && !good_[static_cast<std::size_t>(piece)]) ++wrong;
+    }
+    if (wrong == 0) return {};
+    return {Code::local_file, where + ": " + std::to_string(wrong) + " of " +
+                                  std::to_string(content_.piece_count()) +
+                                  " pieces are missing or were changed."};
+}
+
+// The pieces of files that were written to since then, or are not whole. The others are good.
+std::vector<std::size_t> TorrentFiles::doubt(std::int64_t whole_since) {
+    constexpr std::int64_t nanoseconds_of_a_second = 1'000'000'000;
+    std::vector<bool> is_believed(storage_->files().count(), false);
+    for (std::size_t file = 0; file < is_believed.size(); ++file) {
+        const ListedFile& listed = storage_->files().at(file);
+        const FileStamp stamp = file_stamp(storage_->path(file));
+        is_believed[file] =
+            listed.padding || (storage_->is_chosen(file) && storage_->shape(file) == FileShape::finished &&
+                               stamp.there && stamp.size == listed.length && whole_since > 0 &&
+                               stamp.modified / nanoseconds_of_a_second <= whole_since);
+    }
+    std::vector<std::size_t> doubted;
+    for (std::size_t piece = 0; piece < good_.size(); ++piece) {
+        const auto spans = spans_of(static_cast<std::int64_t>(piece));
+        good_[piece] = std::all_of(spans.begin(), spans.end(),
+                                   [&](const FileSpan& span) { return is_believed[span.file]; });
+        if (!good_[piece]) doubted.push_back(piece);
+    }
+    return doubted;
+}
+
+std::vector<FileSpan> TorrentFiles::spans_of(std::int64_t piece) const {
+    const std::int64_t begin = piece * content_.piece_length;
+    return storage_->files().spans(begin, std::min(content_.piece_length, content_.total - begin));
 }
 
 Result TorrentFiles::check(const std::optional<StorageState>& state, const StopSource& stop,
@@ -214,10 +272,8 @@ std::int64_t TorrentFiles::chosen_bytes() const {
 }
 
 std::int64_t TorrentFiles::chosen_bytes_of(std::int64_t piece) const {
-    const std::int64_t begin = piece * content_.piece_length;
-    const std::int64_t length = std::min(content_.piece_length, content_.total - begin);
     std::int64_t bytes = 0;
-    for (const FileSpan& span : storage_->files().spans(begin, length)) {
+    for (const FileSpan& span : spans_of(piece)) {
         if (storage_->is_chosen(span.file)) bytes += span.length;
     }
     return bytes;
@@ -248,7 +304,9 @@ Outcome<TorrentCheck> check_torrent_files(const TorrentContent& content, const s
     if (!is_there(content, found))
         return Result(Code::local_file, to_utf8(found) + ": there are no files of this torrent.");
     CJobLog silent;
-    auto storage = open_storage(content, found, silent);
+    StorageRules rules;
+    rules.looks_only = true;
+    auto storage = open_storage(content, found, silent, rules);
     if (!storage) return storage.failure();
     const TorrentHashes hashes(content.pieces);
     CheckProgress progress;

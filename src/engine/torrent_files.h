@@ -21,6 +21,8 @@ struct TorrentPlace {
     std::u16string path;
     std::u16string name;  ///< that was asked for; empty: the torrent's own
     bool adopts = false;  ///< files of that name are taken over where they are all of the torrent's
+    /// The files were whole then (seconds since 1970), see TorrentSharing::whole_since.
+    std::optional<std::int64_t> whole_since{};
 };
 
 /// A torrent of one file has it in the job's folder, one of several has a folder of its own there. Beside
@@ -34,7 +36,8 @@ class TorrentFiles {
         : content_(content), hashes_(hashes), log_(log), rules_(rules), keeps_state_(keeps_state) {}
 
     /// Opens what an earlier run left there and checks what of it is doubtful, or begins anew under names
-    /// that are free. The stop's reason where that comes first.
+    /// that are free; files that were whole are opened or it is said what is wrong with them. The stop's
+    /// reason where that comes first.
     Result open(const TorrentPlace& place, const std::vector<bool>& chosen, const StopSource& stop,
                 CheckProgress& progress);
     /// Saves which pieces are good, after their bytes. A failure after which the bytes themselves may be lost
@@ -65,6 +68,10 @@ class TorrentFiles {
                   const StopSource& stop, CheckProgress& progress);
     Result check(const std::optional<StorageState>& state, const StopSource& stop, CheckProgress& progress);
     Result begin(const std::u16string& folder, const std::u16string& name, const std::vector<bool>& chosen);
+    Result open_whole(const TorrentPlace& place, const std::vector<bool>& chosen, const StopSource& stop,
+                      CheckProgress& progress);
+    [[nodiscard]] std::vector<FileSpan> spans_of(std::int64_t piece) const;
+    [[nodiscard]] std::vector<std::size_t> doubt(std::int64_t whole_since);
     [[nodiscard]] bool is_whole() const;
     [[nodiscard]] bool has_finished_files() const;
 
@@ -91,7 +98,8 @@ struct TorrentCheck {
 
 /// Holds the torrent's files at `target`, finished or not, against their hashes, on all processors. A target
 /// that ends with a separator is a folder in which an earlier run, or somebody else, has put them. Nothing is
-/// changed. `local_file` where there is nothing; the stop's reason where it comes.
+/// changed, and a session may use them meanwhile. `local_file` where there is nothing; the stop's reason
+/// where it comes.
 Outcome<TorrentCheck> check_torrent_files(const TorrentContent& content, const std::u16string& target,
                                           const StopSource& stop);
 

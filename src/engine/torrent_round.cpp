@@ -151,8 +151,9 @@ void TorrentRun::share() {
 bool TorrentRun::is_shared_enough() const {
     if (!named_) return false;
     const auto wanted = sharing_.ratio * static_cast<double>(size_);
-    const bool is_enough = sharing_.ratio > 0 && static_cast<double>(swarm_->uploaded()) >= wanted;
-    return is_enough || (sharing_.time.count() > 0 && Clock::now() - *named_ >= sharing_.time);
+    const TorrentTally tally = count_up();
+    const bool is_enough = sharing_.ratio > 0 && static_cast<double>(tally.sent) >= wanted;
+    return is_enough || (sharing_.time.count() > 0 && tally.shared >= sharing_.time.count());
 }
 
 void TorrentRun::banned(const SocketAddress& peer) {
@@ -170,6 +171,7 @@ void TorrentRun::show() {
     progress.size = size_;
     progress.done = done_;
     progress.received = received_;
+    if (phase_ == Phase::check) progress.checked = 0;
     progress.sent = given_;
     progress.shares = named_.has_value();
     std::vector<SessionConnection> connections;
@@ -237,7 +239,9 @@ std::string TorrentRun::lack() const {
 
 JobProgress TorrentRun::progress() const {
     const MutexLock guard(mutex_);
-    return progress_;
+    JobProgress progress = progress_;
+    if (progress.checked) progress.checked = checked_.bytes_read.load();
+    return progress;
 }
 
 std::vector<SessionConnection> TorrentRun::connections() const {

@@ -63,6 +63,9 @@ void TorrentRun::run() {
     Result result = work();
     if (result.kind() != Kind::stopped && !result.ok()) log_.line(Direction::error, result.message());
     announces_.stop();
+    // Files that somebody has moved or changed since the last run end the sharing of their job, which stays
+    // a finished one; a person who starts it again gets to know.
+    if (sharing_.whole_since.value_or(0) > 0 && result.kind() != Kind::stopped) result = {};
     outcome_.result = std::move(result);
     outcome_.path = files_ && !files_->target().empty() ? files_->target() : job_.path;
     outcome_.size = size_;
@@ -91,7 +94,7 @@ Result TorrentRun::work() {
     if (result.ok()) result = conclude(fetch_pieces());
     announces_.ask_to_stop();
     sources_.end();
-    if (files_) files_->close();
+    if (files_) files_->close(!sharing_.whole_since);
     ticks_.reset();
     listeners_.clear();
     return result;
@@ -112,7 +115,7 @@ Result TorrentRun::read_address() {
         return {Code::unsupported, missing_library_text("libsecur")};
     identity_.info_hash = magnet_.info_hash;
     identity_.peer_id = make_peer_id(new_guid());
-    identity_.left = size_ > 0 ? size_ : left_unknown;
+    identity_.left = sharing_.whole_since ? 0 : size_ > 0 ? size_ : left_unknown;
     return {};
 }
 
@@ -130,6 +133,7 @@ Result TorrentRun::describe() {
     if (!content) return content.failure();
     content_ = *std::move(content);
     hashes_.emplace(content_.pieces);
+    if (content_.is_private) sources_.end();
     return {};
 }
 
@@ -169,8 +173,11 @@ Result TorrentRun::open_files() {
     show();
     StorageRules rules;
     rules.allocate = services_.settings.flag(setting::allocate_space);
-    files_.emplace(content_, *hashes_, log_, rules, options_.keep_state);
-    const TorrentPlace place{job_.path, asked_name(job_, magnet_), sharing_.goes_on};
+    const bool is_whole = sharing_.whole_since.has_value();
+    files_.emplace(content_, *hashes_, log_, rules, options_.keep_state && !is_whole);
+    // A filed job has a place of its own, so that files of the same name are others.
+    const bool adopts = sharing_.goes_on && !sharing_.settles;
+    const TorrentPlace place{job_.path, asked_name(job_, magnet_), adopts, sharing_.whole_since};
     if (Result result = files_->open(place, *chosen, stop_, checked_); !result.ok()) return result;
     good_ = files_->good();
     size_ = files_->chosen_bytes();
@@ -178,6 +185,7 @@ Result TorrentRun::open_files() {
     for (std::size_t piece = 0; piece < good_.size(); ++piece) {
         if (good_[piece]) done_ += files_->chosen_bytes_of(static_cast<std::int64_t>(piece));
     }
+    if (is_whole) done_ = size_;
     log_.line(Direction::note, "The files go to " + to_utf8(files_->target()) + "; " + std::to_string(done_) +
                                    " of " + std::to_string(size_) + " bytes are there.");
     return {};
@@ -197,11 +205,8 @@ Result TorrentRun::fetch_pieces() {
     options.port = identity_.port;
     options.library = crypto_.library;
     options.crypto = crypto_.setting;
-    if (content_.is_private) {
-        sources_.end();
-    } else {
+    if (!content_.is_private)
         sources_.begin(*loop_, magnet_.info_hash, identity_.port, shelf_.find_nodes(magnet_.info_hash));
-    }
     options.node_port = sources_.table_port();
     options.exchanges = !content_.is_private && services_.settings.flag(setting::peer_exchange);
     options.seed = static_cast<std::uint32_t>(Clock::now().time_since_epoch().count());
@@ -209,7 +214,7 @@ Result TorrentRun::fetch_pieces() {
                 {services_.connections.received, sent_, pace_.group()}, options);
     for (std::uint32_t piece = 0; piece < swarm.picker().pieces(); ++piece) {
         if (good_[piece]) swarm.add_have(piece);
-        if (!files_->storage().is_wanted(piece)) swarm.set_priority(piece, PiecePriority::skip);
+        if (is_whole || !files_->storage().is_wanted(piece)) swarm.set_priority(piece, PiecePriority::skip);
     }
     disk_ = &disk;
     swarm_ = &swarm;
@@ -227,6 +232,8 @@ Result TorrentRun::fetch_pieces() {
     listeners_.clear();
     disk_ = nullptr;
     swarm_ = nullptr;
+    // The download has succeeded, whatever became of its sharing.
+    if (named_ && failure_) log_.line(Direction::error, failure_->message());
     if (is_complete_ || named_) return {};
     if (failure_) return *failure_;
     return result.ok() ? Result(stop_.reason()) : result;
@@ -246,7 +253,8 @@ Result TorrentRun::conclude(const Result& fetched) {
         if (received_ > 0) announces_.complete();
     }
     files_->close(false);
-    log_.line(Direction::note, message_text(Message::download_completed));
+    log_.line(Direction::note,
+              named_ ? "It is not shared any more." : message_text(Message::download_completed));
     return {};
 }
 

@@ -1,13 +1,27 @@
 // The session of a torrent: a TorrentRun.
+#include <algorithm>
 #include <atomic>
+#include <charconv>
+#include <cmath>
 #include <ctime>
 
 #include "base/safe_name.h"
+#include "base/text.h"
+#include "bt/torrent_settings.h"
 #include "engine/session.h"
 #include "engine/torrent_run.h"
 
 namespace vantlow {
 namespace {
+
+// The setting "SeedRatio"; that of its default where it is no number.
+double set_ratio(const Settings& settings) {
+    const std::string text = to_utf8(settings.text(setting::seed_ratio));
+    double ratio = 1;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), ratio);
+    const bool is_number = error == std::errc() && end == text.data() + text.size() && std::isfinite(ratio);
+    return is_number ? ratio : 1;
+}
 
 class TorrentSession : public JobSession {
   public:
@@ -23,6 +37,9 @@ class TorrentSession : public JobSession {
     [[nodiscard]] const CJobNode& job() const noexcept override { return *job_; }
     [[nodiscard]] JobProgress progress() override { return run_->progress(); }
     [[nodiscard]] std::unique_ptr<CJobNode> safe_copy() override;
+    [[nodiscard]] std::optional<Result> settled() const override {
+        return settles_ && run_ && run_->progress().shares ? std::optional(Result()) : std::nullopt;
+    }
     [[nodiscard]] std::vector<SessionConnection> connections() override { return run_->connections(); }
     bool report(unsigned parts, TorrentReport& report) override { return run_->report(parts, report); }
     void set_speed_limit(std::int64_t limit) override { run_->set_speed_limit(limit); }
@@ -30,6 +47,7 @@ class TorrentSession : public JobSession {
   private:
     std::unique_ptr<CJobNode> job_;
     LogSink& log_;
+    const bool settles_;
     TorrentShelf none_{{}};  ///< where the plan has no shelf
     std::function<void()> on_end_;
     std::optional<Result> unstarted_;
@@ -38,7 +56,10 @@ class TorrentSession : public JobSession {
 };
 
 TorrentSession::TorrentSession(SessionPlan plan, const TransferServices& services)
-    : job_(std::move(plan.job)), log_(plan.log), on_end_([this, tell = std::move(plan.on_end)] {
+    : job_(std::move(plan.job)),
+      log_(plan.log),
+      settles_(plan.sharing.settles),
+      on_end_([this, tell = std::move(plan.on_end)] {
           ended_ = true;
           if (tell) tell();
       }) {
@@ -85,6 +106,16 @@ SessionEnd TorrentSession::take_end() {
 }
 
 }  // namespace
+
+TorrentSharing sharing_of(const CJobNode& job, const Settings& settings) {
+    const double ratio = job.rules && job.rules->share_ratio ? *job.rules->share_ratio : set_ratio(settings);
+    TorrentSharing sharing;
+    sharing.goes_on = sharing.settles = ratio != 0;
+    sharing.ratio = std::max(ratio, 0.0);
+    sharing.time = std::chrono::seconds(
+        job.rules && job.rules->share_time ? *job.rules->share_time : settings.number(setting::seed_time));
+    return sharing;
+}
 
 std::unique_ptr<JobSession> make_torrent_session(SessionPlan plan, const TransferServices& services) {
     return std::make_unique<TorrentSession>(std::move(plan), services);

@@ -71,7 +71,7 @@ Admission admit(const Visitor& visitor, const AccessRules& rules) {
     // A page's script, picture or form may come without an origin; its browser tells all the same.
     const bool is_foreign =
         visitor.fetch_site && *visitor.fetch_site != "none" && *visitor.fetch_site != "same-origin";
-    return is_foreign ? Admission::refused : Admission::admitted;
+    return is_foreign && !visitor.opens_page ? Admission::refused : Admission::admitted;
 }
 
 bool is_same_secret(std::string_view given, std::string_view secret) noexcept {

@@ -23,6 +23,7 @@ struct Visitor {
     std::string_view host;
     std::optional<std::string_view> origin;      ///< none: a program
     std::optional<std::string_view> fetch_site;  ///< Sec-Fetch-Site (W3C Fetch Metadata)
+    bool opens_page = false;  ///< a browser asks for a file of the endpoint's own page, to show it in a tab
 };
 
 /// The decision about a request, which is made before its token is looked at.
@@ -34,7 +35,7 @@ enum class Admission {
 
 /// Decides by origin and host. A host that is a name which is not ours is refused: some page had it lead here
 /// (DNS rebinding). Browser extensions and the endpoint's own page are let in; other pages only where they
-/// are named.
+/// are named, but for a link that leads a person to the endpoint's page.
 Admission admit(const Visitor& visitor, const AccessRules& rules);
 
 /// True for an address's literal, or localhost, with or without a port.

@@ -132,7 +132,8 @@ class DownloadMethods {
         const auto job = find(params, 0);
         if (params.fault()) return *params.fault();
         if (downloads_.phase(*job) != Phase::active) return refuse("This download is not active.");
-        const JobStatus status = downloads_.status(*job, part::files);
+        const JobStatus status = downloads_.status(*job, part::files | part::torrent);
+        if (status.torrent) return Json::array();  // its sources are peers
         const auto& sources = status.files.empty() ? std::vector<Source>() : status.files.front().sources;
         const std::string address = sources.empty() ? std::string() : sources.front().address;
         const std::vector<std::string> all = downloads_.servers(*job);

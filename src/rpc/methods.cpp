@@ -105,7 +105,8 @@ Answer MethodTable::call(const std::string& name, Json& params, Run& run) const 
     // no guess at all.
     const bool shown = !run.was_refused && (secret_.empty() || (token && is_same_secret(*token, secret_)));
     if (needs_token && !shown) {
-        run.was_refused = true;
+        // A page that is opened asks first without one: only a token can be a guess.
+        run.was_refused = run.was_refused || (token && !token->empty());
         return Fault{fault_code::failed, "Unauthorized"};
     }
     run.was_proved = run.was_proved || (needs_token && shown);

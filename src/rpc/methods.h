@@ -50,7 +50,7 @@ class Params {
 struct Run {
     Request request;
     std::vector<Answer> answers;  ///< of the calls that were worked through
-    bool was_refused = false;     ///< a token was wrong or missing
+    bool was_refused = false;     ///< a token was wrong
     bool was_proved = false;      ///< a token was right, or none is needed
     std::size_t inner = 0;        ///< the next one within a multicall
     Json results = Json::array();

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <array>
+#include <charconv>
+#include <cmath>
 #include <span>
 
 #include "base/codes.h"
@@ -14,6 +16,7 @@ namespace {
 constexpr std::int64_t most_connections = 64;
 constexpr std::int64_t standard_connections = 5;
 constexpr std::int64_t largest_rate = 1LL << 50;
+constexpr double largest_fraction = 1e9;
 
 /// One word: how its text is read into the options, and written from them. `read` is false for a value that
 /// cannot be used, `write` gives none where nothing was asked for.
@@ -128,6 +131,32 @@ bool read_selection(JobOptions& options, const std::string& text) {
     return true;
 }
 
+// A number from 0 on, with or without a fraction.
+std::optional<double> fraction_of(const std::string& text) {
+    double number = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+    const bool whole = error == std::errc() && end == text.data() + text.size();
+    return whole && number >= 0 && number <= largest_fraction ? std::optional(number) : std::nullopt;
+}
+
+std::string text_of_fraction(double number) {
+    std::array<char, 32> text{};
+    const auto [end, error] = std::to_chars(text.data(), text.data() + text.size(), number);
+    return {text.data(), error == std::errc() ? end : text.data()};
+}
+
+bool read_seed_ratio(JobOptions& options, const std::string& text) {
+    options.seed_ratio = fraction_of(text);
+    return options.seed_ratio.has_value();
+}
+
+// Minutes there, seconds here.
+bool read_seed_time(JobOptions& options, const std::string& text) {
+    const auto minutes = fraction_of(text);
+    if (minutes) options.seed_time = static_cast<std::int64_t>(std::ceil(*minutes * 60));
+    return minutes.has_value();
+}
+
 constexpr std::array job_words{
     text_word<JobOptions, &JobOptions::folder>("dir"),
     text_word<JobOptions, &JobOptions::name>("out"),
@@ -142,6 +171,17 @@ constexpr std::array job_words{
     count_word<JobOptions, &JobOptions::per_server, most_connections>("max-connection-per-server"),
     bytes_word<JobOptions, &JobOptions::down_limit>("max-download-limit"),
     bytes_word<JobOptions, &JobOptions::up_limit>("max-upload-limit"),
+    Word<JobOptions>{"seed-ratio", read_seed_ratio,
+                     [](const JobOptions& options) {
+                         return options.seed_ratio ? std::optional(text_of_fraction(*options.seed_ratio))
+                                                   : std::nullopt;
+                     }},
+    Word<JobOptions>{"seed-time", read_seed_time,
+                     [](const JobOptions& options) {
+                         return options.seed_time ? std::optional(text_of_fraction(
+                                                        static_cast<double>(*options.seed_time) / 60))
+                                                  : std::nullopt;
+                     }},
     flag_word<&JobOptions::paused>("pause"),
     flag_word<&JobOptions::overwrites>("allow-overwrite"),
     Word<JobOptions>{"checksum", read_hash, write_hash},
@@ -251,6 +291,8 @@ void JobOptions::take(const JobOptions& other) {
     take_one(per_server, other.per_server);
     take_one(down_limit, other.down_limit);
     take_one(up_limit, other.up_limit);
+    take_one(seed_ratio, other.seed_ratio);
+    take_one(seed_time, other.seed_time);
     take_one(paused, other.paused);
     take_one(overwrites, other.overwrites);
 }

@@ -27,6 +27,8 @@ struct JobOptions {
     std::optional<std::int64_t> per_server;
     std::optional<std::int64_t> down_limit;  ///< bytes a second; 0: none
     std::optional<std::int64_t> up_limit;    ///< bytes a second; 0: none
+    std::optional<double> seed_ratio;       ///< a torrent is shared until so much of it was sent; 0: no bound
+    std::optional<std::int64_t> seed_time;  ///< seconds that it is shared at most; 0: it is not shared
     std::optional<bool> paused;
     std::optional<bool> overwrites;
 

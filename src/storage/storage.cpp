@@ -157,8 +157,16 @@ Result Storage::take_lock(bool fresh) {
         path = this->path(0);
     }
     remember_roots();
-    disk_.open(at.folder);
     auto file = std::make_shared<File>();
+    if (rules_.looks_only) {
+        const bool has_found = has_parts && file->open(path, OpenMode::read).ok();
+        const MutexLock guard(mutex_);
+        is_open_ = true;
+        part_root_ = root;
+        if (has_found) part_ = std::move(file);
+        return {};
+    }
+    disk_.open(at.folder);
     const OpenMode mode = finished              ? OpenMode::read
                           : fresh && !has_parts ? OpenMode::create_new
                                                 : OpenMode::write;
@@ -207,7 +215,9 @@ void Storage::close(bool keeps_parts) {
         is_open_ = false;
     }
     // A part file that cannot be removed is litter of no bytes that anybody needs.
-    if (part && (!keeps_parts || !may_hold_bytes || part->size() == 0)) static_cast<void>(remove_file(parts));
+    const bool may_go = part && !rules_.looks_only;
+    if (may_go && (!keeps_parts || !may_hold_bytes || part->size() == 0))
+        static_cast<void>(remove_file(parts));
     lock_.reset();
     disk_.close();
 }
@@ -280,7 +290,8 @@ Result Storage::open_file(std::size_t file, bool to_write, std::shared_ptr<File>
     if (absent && to_write) {
         if (Result result = create_file(file, path, *opened); !result.ok()) return result;
     } else {
-        const FileError error = opened->open(path, OpenMode::write_existing);
+        const FileError error =
+            opened->open(path, rules_.looks_only ? OpenMode::read : OpenMode::write_existing);
         // A finished file may have been made read-only.
         const bool read_only =
             !to_write && (error.fault == FileFault::access || error.fault == FileFault::read_only);

@@ -25,6 +25,8 @@ namespace vantlow {
 struct StorageRules {
     bool allocate = false;        ///< a file gets room for all of its bytes when its first ones are written
     std::size_t open_files = 40;  ///< descriptors at most, but for those of operations in hand
+    /// What is there is read, also while another storage has it open; nothing is made or removed.
+    bool looks_only = false;
 };
 
 /// Where the files of a storage are: what must be kept to open it again.

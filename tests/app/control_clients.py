@@ -14,7 +14,9 @@ import http.server
 import json
 import os
 import pathlib
+import shutil
 import socket
+import ssl
 import struct
 import subprocess
 import sys
@@ -37,8 +39,12 @@ class FileServer(http.server.BaseHTTPRequestHandler):
     def do_GET(self):
         FileServer.asked[self.path] = dict(self.headers)
         missing = self.path.startswith("/none")
+        here = f"http://{self.headers['Host']}/file"
+        files = "".join(f'<file name="listed{i}.bin"><size>{len(FILE)}</size><url>{here}</url></file>' for i in (1, 2))
+        whole = f'<metalink xmlns="urn:ietf:params:xml:ns:metalink">{files}</metalink>'.encode() if self.path.endswith(".meta4") else FILE
         self.send_response(404 if missing else 200)
-        self.send_header("Content-Length", "0" if missing else str(len(FILE)))
+        self.send_header("Content-Type", "application/metalink4+xml" if whole != FILE else "application/octet-stream")
+        self.send_header("Content-Length", "0" if missing else str(len(whole)))
         self.end_headers()
         if missing:
             return
@@ -47,7 +53,7 @@ class FileServer(http.server.BaseHTTPRequestHandler):
                 for _ in range(600):
                     self.wfile.write(b"x")
                     time.sleep(0.1)
-            self.wfile.write(FILE)
+            self.wfile.write(whole)
 
     def log_message(self, *_):
         pass
@@ -56,8 +62,10 @@ class FileServer(http.server.BaseHTTPRequestHandler):
 class WebSocket:
     """As much of RFC 6455 as a front end needs; and less, where a test wants it broken."""
 
-    def __init__(self, port, headers=()):
+    def __init__(self, port, headers=(), tls=None):
         self.socket = socket.create_connection(("127.0.0.1", port), timeout=20)
+        if tls:
+            self.socket = tls.wrap_socket(self.socket, server_hostname="127.0.0.1")
         lines = ["GET /jsonrpc HTTP/1.1", f"Host: 127.0.0.1:{port}", "Upgrade: websocket", "Connection: Upgrade",
                  "Sec-WebSocket-Version: 13", "Sec-WebSocket-Key: dGhlIHNhbXBsZSBub25jZQ==",
                  "Sec-WebSocket-Extensions: permessage-deflate", *headers, "", ""]
@@ -117,6 +125,39 @@ class WebSocket:
             self.notifications.append(self.message())
 
 
+class Program:
+    """The resident program with a home of its own and its control API open."""
+
+    def __init__(self, root, *words):
+        with socket.socket() as free:
+            free.bind(("127.0.0.1", 0))
+            self.port = free.getsockname()[1]
+        self.common = [PROGRAM, "--data-dir", str(root / "data"), "--settings", str(root / "settings.ini")]
+        self.words = ["serve", "--foreground", "--rpc-listen", f"127.0.0.1:{self.port}", *words]
+        self.environment = os.environ | {"HOME": str(root), "XDG_RUNTIME_DIR": str(root)}
+        self.secret = self.run("rpc", "secret").stdout.strip()
+        self.start()
+
+    def run(self, *words):
+        return subprocess.run([*self.common, *words], capture_output=True, text=True, env=self.environment, timeout=60)
+
+    def start(self):
+        self.process = subprocess.Popen([*self.common, *self.words], env=self.environment)
+        self.wait_until(lambda: socket.create_connection(("127.0.0.1", self.port)).close() or True)
+
+    def wait_until(self, is_so):
+        for _ in range(300):
+            with contextlib.suppress(OSError):
+                if is_so():
+                    return
+            time.sleep(0.1)
+        raise TimeoutError("it does not come")
+
+    def stop(self):
+        assert self.run("quit").returncode == 0
+        self.process.wait(60)
+
+
 class ControlApi(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
@@ -126,27 +167,12 @@ class ControlApi(unittest.TestCase):
         cls.server.daemon_threads = True
         threading.Thread(target=cls.server.serve_forever, daemon=True).start()
         cls.files = f"http://127.0.0.1:{cls.server.server_port}"
-        with socket.socket() as free:
-            free.bind(("127.0.0.1", 0))
-            cls.port = free.getsockname()[1]
-        cls.common = [PROGRAM, "--data-dir", str(cls.root / "data"), "--settings", str(cls.root / "settings.ini")]
-        environment = os.environ | {"HOME": str(cls.root), "XDG_RUNTIME_DIR": str(cls.root)}
-        cls.vantlow = staticmethod(lambda *words: subprocess.run([*cls.common, *words], capture_output=True, text=True, env=environment, timeout=60))
-        cls.secret = cls.vantlow("rpc", "secret").stdout.strip()
-        cls.token = "token:" + cls.secret
-        cls.process = subprocess.Popen([*cls.common, "serve", "--foreground", "--rpc-listen", f"127.0.0.1:{cls.port}",
-                                        "--rpc-allow-origin", "https://a.example", "--rpc-allow-origin", "https://b.example"],
-                                       env=environment)
-        for _ in range(300):
-            with contextlib.suppress(OSError), socket.create_connection(("127.0.0.1", cls.port)):
-                return
-            time.sleep(0.1)
-        raise TimeoutError("the control API did not open")
+        cls.program = Program(cls.root, "--rpc-allow-origin", "https://a.example", "--rpc-allow-origin", "https://b.example")
+        cls.port, cls.vantlow, cls.token = cls.program.port, cls.program.run, "token:" + cls.program.secret
 
     @classmethod
     def tearDownClass(cls):
-        assert cls.vantlow("quit").returncode == 0
-        cls.process.wait(60)
+        cls.program.stop()
         cls.server.shutdown()
         cls.folder.cleanup()
 
@@ -253,8 +279,73 @@ class ControlApi(unittest.TestCase):
         self.assertEqual(proxy.aria2.tellWaiting(self.token, 0, 10240), [])
         self.assertEqual(proxy.system.multicall([{"methodName": "aria2.saveSession", "params": [self.token]}]), [["OK"]])
 
+    @unittest.skipUnless(shutil.which("aria2c"), "no aria2c that could be the peer")
+    def test_a_magnet_whose_only_peer_is_known(self):
+        theirs, ours = self.root / "theirs", self.root / "ours"
+        (theirs / "film").mkdir(parents=True)
+        for name, megabytes in (("a.bin", 1), ("b.bin", 3)):
+            (theirs / "film" / name).write_bytes(os.urandom(megabytes << 20))
+        self.assertEqual(self.vantlow("torrent", "make", "--piece-length", "64K", str(theirs / "film")).returncode, 0)
+        torrent = (theirs / "film.torrent").read_bytes()
+        info_hash = hashlib.sha1(torrent[torrent.index(b"4:infod") + 6:-1]).hexdigest()
+        with socket.socket() as free:
+            free.bind(("127.0.0.1", 0))
+            port = free.getsockname()[1]
+        peer = subprocess.Popen(["aria2c", "--no-conf", "-q", f"--dir={theirs}", f"--listen-port={port}", "--enable-dht=false", "--seed-ratio=0.0",
+                                 "--check-integrity=true", "--max-overall-upload-limit=500K", str(theirs / "film.torrent")])
+        watcher = WebSocket(self.port)
+        try:
+            while socket.socket().connect_ex(("127.0.0.1", port)) != 0:
+                time.sleep(0.1)
+            magnet = f"magnet:?xt=urn:btih:{info_hash}&dn=film&x.pe=127.0.0.1:{port}"
+            gid = watcher.call("aria2.addUri", self.token, [magnet], {"dir": str(ours), "pause": "true", "seed-time": "0"})["result"]
+            self.assertEqual(self.call("aria2.getFiles", gid)[0]["path"], "[METADATA]film")
+            self.call("aria2.unpause", gid)
+            told = lambda: self.call("aria2.tellStatus", gid)
+            self.program.wait_until(lambda: int(told()["completedLength"]) > 200_000)
+            now = told()
+            self.assertEqual((now["infoHash"], now["numSeeders"], now["seeder"], now["bittorrent"]["mode"]), (info_hash, "1", "false", "multi"))
+            self.assertEqual([(one["path"], one["length"], one["selected"]) for one in now["files"]],
+                             [(str(ours / "film/a.bin"), str(1 << 20), "true"), (str(ours / "film/b.bin"), str(3 << 20), "true")])
+            self.assertEqual((now["numPieces"], now["pieceLength"]), ("64", "65536"))
+            self.assertGreater(int(now["bitfield"], 16), 0)
+            [seed] = self.call("aria2.getPeers", gid)
+            self.assertEqual((seed["ip"], seed["port"], seed["seeder"], seed["bitfield"]), ("127.0.0.1", str(port), "true", "f" * 16))
+            self.assertTrue(seed["peerId"].startswith("%41%32%2D"), seed)
+            self.assertEqual(self.call("aria2.getServers", gid), [])
+            self.call("aria2.changeOption", gid, {"select-file": "1"})
+            done = self.until(gid, "complete")
+            self.assertEqual([one["selected"] for one in done["files"]], ["true", "false"])
+            self.assertEqual((ours / "film/a.bin").read_bytes(), (theirs / "film/a.bin").read_bytes())
+            self.assertFalse((ours / "film/b.bin").exists())
+            self.assertEqual(json.loads(self.http(body=json.dumps({"id": 1, "method": "aria2.changeOption", "params": [self.token, gid, {"select-file": "7"}]}))[2])["error"]["code"], 1)
+            watcher.wait_for("aria2.onDownloadComplete", gid)
+            words = [one["method"] for one in watcher.notifications if one["params"] == [{"gid": gid}]]
+            self.assertLess(words.index("aria2.onBtDownloadComplete"), words.index("aria2.onDownloadComplete"))
+            self.call("aria2.removeDownloadResult", gid)
+        finally:
+            peer.terminate()
+            peer.wait(60)
+
+    def test_documents_that_are_fetched(self):
+        watcher = WebSocket(self.port)
+        gid = watcher.call("aria2.addUri", self.token, [self.files + "/list.meta4"], {"dir": str(self.root / "lists")})["result"]
+        watcher.wait_for("aria2.onDownloadComplete", gid)
+        told = self.call("aria2.tellStatus", gid, ["status", "followedBy"])
+        self.assertEqual((told["status"], len(told["followedBy"])), ("complete", 2))
+        for one in told["followedBy"]:
+            self.assertEqual(self.until(one, "complete")["following"], gid)
+            self.call("aria2.removeDownloadResult", one)
+        self.call("aria2.removeDownloadResult", gid)
+
     def test_who_is_let_in(self):
         good = json.dumps({"id": 1, "method": "aria2.getSessionInfo", "params": [self.token]})
+        followed = {"Sec-Fetch-Site": "cross-site", "Sec-Fetch-Mode": "navigate", "Sec-Fetch-Dest": "document"}
+        for path, headers, expected in [
+            ("/", followed, 200), ("/app.js", followed, 200), ("/", followed | {"Sec-Fetch-Dest": "iframe"}, 403),
+            ("/app.js", {"Sec-Fetch-Site": "cross-site", "Sec-Fetch-Mode": "no-cors", "Sec-Fetch-Dest": "script"}, 403),
+            ("/jsonrpc?method=system.listMethods&id=1", followed, 403), ("/", followed | {"Host": "rebound.example"}, 403)]:
+            self.assertEqual(self.http("GET", path, headers=headers)[0], expected, (path, headers))
         cases = [
             ({}, 200, None), ({"Origin": "https://a.example"}, 200, "https://a.example"),
             ({"Origin": "https://b.example", "Sec-Fetch-Site": "cross-site"}, 200, "https://b.example"),
@@ -274,6 +365,10 @@ class ControlApi(unittest.TestCase):
         self.assertEqual((self.http("GET", "/x")[0], self.http("PUT")[0], self.http("GET", "/rpc")[0]), (404, 405, 405))
         self.assertIn("403", WebSocket(self.port, ["Origin: https://c.example"]).head.split("\r\n")[0])
         began = time.monotonic()
+        for params in [], ["token:"], ["no token"]:  # none of them is a guess
+            status, _, body = self.http(body=json.dumps({"id": 1, "method": "aria2.shutdown", "params": params}))
+            self.assertEqual((status, json.loads(body)["error"]["message"]), (400, "Unauthorized"))
+        self.assertLess(time.monotonic() - began, 0.2)
         for _ in range(3):
             status, _, body = self.http(body='{"id":1,"method":"aria2.shutdown","params":["token:no"]}')
             self.assertEqual((status, json.loads(body)["error"]["message"]), (400, "Unauthorized"))
@@ -329,6 +424,51 @@ class ControlApi(unittest.TestCase):
         told = [one["gid"] for one in self.call("aria2.tellWaiting", 0, 1000, ["gid"])]
         self.assertEqual(told, gids)
         self.assertEqual(self.call("vantlow.remove", gids), "OK")
+
+
+class OverTls(unittest.TestCase):
+    def test_a_certificate_of_its_own_and_what_survives_a_restart(self):
+        with tempfile.TemporaryDirectory() as folder:
+            root = pathlib.Path(folder)
+            program = Program(root, "--rpc-tls")
+            try:
+                self.speak(root, program)
+            finally:
+                program.stop()
+
+    def speak(self, root, program):
+        file, port, token = root / "data/rpc-certificate.pem", program.port, "token:" + program.secret
+        silent = [socket.create_connection(("127.0.0.1", port), timeout=30) for _ in range(20)]
+        self.assertEqual(file.stat().st_mode & 0o777, 0o600)
+        status = lambda: json.loads(program.run("--json", "rpc", "status").stdout)
+        seen = ssl.PEM_cert_to_DER_cert(ssl.get_server_certificate(("127.0.0.1", port)))
+        self.assertEqual(status()["fingerprint"].replace(":", "").lower(), hashlib.sha256(seen).hexdigest())
+        trusting = ssl.create_default_context(cafile=file)
+        proxy = lambda: xmlrpc.client.ServerProxy(f"https://127.0.0.1:{port}/rpc", context=trusting)
+        self.assertTrue(proxy().aria2.getVersion(token)["version"])
+        page = http.client.HTTPSConnection("localhost", port, context=trusting)
+        page.request("GET", "/")
+        self.assertEqual(page.getresponse().status, 200)
+        watcher = WebSocket(port, [f"Origin: https://127.0.0.1:{port}"], trusting)
+        kept, gone = (watcher.call("aria2.addUri", token, ["http://h.invalid/" + "x" * 100000], {"pause": "true"})["result"] for _ in range(2))
+        watcher.call("aria2.remove", token, gone)
+        with self.assertRaises((OSError, http.client.HTTPException)):
+            plain = http.client.HTTPConnection("127.0.0.1", port, timeout=20)
+            plain.request("GET", "/")
+            plain.getresponse()
+        program.process.kill()
+        program.process.wait(60)
+        program.start()
+        self.assertEqual(ssl.PEM_cert_to_DER_cert(ssl.get_server_certificate(("127.0.0.1", port))), seen)
+        self.assertEqual([one["gid"] for one in proxy().aria2.tellWaiting(token, 0, 9)], [kept])
+        with socket.create_connection(("127.0.0.1", port), timeout=30) as late:  # a handshake that never ends
+            self.assertEqual(late.recv(1), b"")
+        program.run("settings", "set", "RPC/Certificate", str(root / "none.pem"))
+        program.wait_until(lambda: status()["listening"] == [])
+        with self.assertRaises(OSError):
+            socket.create_connection(("127.0.0.1", port))
+        for one in silent:
+            one.close()
 
 
 if __name__ == "__main__":

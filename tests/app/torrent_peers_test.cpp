@@ -22,7 +22,7 @@ import libtorrent as lt
 torrent, folder, limit, encryption = sys.argv[1:5]
 session = lt.session({"listen_interfaces": "127.0.0.1:0", "enable_dht": False, "enable_lsd": False,
     "enable_upnp": False, "enable_natpmp": False, "allow_multiple_connections_per_ip": True,
-    "upload_rate_limit": int(limit), "in_enc_policy": int(encryption), "out_enc_policy": int(encryption)})
+    "upload_rate_limit": int(limit), "prefer_rc4": True, "in_enc_policy": int(encryption), "out_enc_policy": int(encryption)})
 handle = session.add_torrent({"ti": lt.torrent_info(torrent), "save_path": folder})
 handle.set_upload_limit(int(limit))
 while not handle.status().is_seeding:
@@ -223,6 +223,85 @@ TEST_F(TorrentPeers, AFiledTorrentIsStoppedGoesOnAndIsRemovedWithItsFilesAlone) 
     std::vector<FolderEntry> kept;
     ASSERT_TRUE(list_folder(folder.path(u"data/torrents"), kept).ok());
     EXPECT_TRUE(kept.empty());
+}
+
+TEST_F(TorrentPeers, AFiledTorrentIsSharedByTheResidentProgramUntilItsRatioAlsoAfterARestart) {
+    begin(900'000, 777, 150'000, 300'000);
+    const auto serve = [this] {
+        auto program = std::make_unique<RunningProgram>(
+            test::vantlow_program(), std::vector<std::u16string>{u"serve", u"--foreground"}, environment());
+        EXPECT_TRUE(program->wait_for_output("is running")) << program->err();
+        return program;
+    };
+    auto resident = serve();
+    const std::u16string id = to_utf16(add({torrent, u"-d", folder.path(u"x"), u"--seed-ratio", u"2"}));
+    const auto ask = [&](const char16_t* side) { return json::parse(ok({u"torrent", side, id, u"--json"})); };
+    const auto shown = [&] { return json::parse(ok({u"show", id, u"--json"})); };
+    const auto wait_for = [&](const std::string& state) {
+        const auto until = Clock::now() + std::chrono::seconds(20);
+        while (state_of(to_utf8(id)) != state && Clock::now() < until)
+            std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        return state_of(to_utf8(id));
+    };
+    const auto get_from_it = [&](const char16_t* to) {
+        for (const auto& request : tracker_.requests()) {
+            const auto at = request.head.target.find("&port=");
+            if (request.head.target.find("-VL") == std::string::npos || at == std::string::npos) continue;
+            port = std::stoi(request.head.target.substr(at + 6));
+        }
+        ok({u"get", torrent, u"-d", folder.path(to)});
+        EXPECT_TRUE(has_all(to + std::u16string(u"/tree")));
+    };
+
+    const auto until = Clock::now() + std::chrono::seconds(20);
+    while (shown()["pieces"]["good"] == 0 && Clock::now() < until)
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    const json peers = ask(u"peers");
+    ASSERT_EQ(peers.size(), 1U);
+    EXPECT_TRUE(peers[0]["seed"] && peers[0]["encrypted"] && !peers[0]["incoming"]) << peers;
+    EXPECT_NE(std::string(peers[0]["client"]).find("libtorrent"), std::string::npos);
+    EXPECT_EQ(ask(u"trackers")[0]["state"], "works");
+    EXPECT_EQ(ask(u"trackers").dump().find("0123456789abcdefghij"), std::string::npos) << "a key";
+    const json files = ask(u"files");
+    ASSERT_EQ(files.size(), 4U);
+    EXPECT_EQ(files[0]["path"], folder.utf8_path("x/tree/a"));
+    EXPECT_LT(files[0]["done"], 900'000);
+    EXPECT_EQ(ask(u"pieces")["availability"][0], 1);
+
+    EXPECT_EQ(wait_for("sharing"), "sharing");
+    EXPECT_EQ(ask(u"files")[0]["done"], 900'000);
+    EXPECT_EQ(json::parse(ok({u"torrent", u"check", id, u"--json"})),
+              json::parse(R"({"pieces":65,"good":65,"bytes":1050777})"));
+    const int whole = port;
+    get_from_it(u"y");
+    EXPECT_EQ(state_of(to_utf8(id)), "sharing") << "sent once";
+    ok({u"quit"});
+    EXPECT_EQ(resident->wait().status, 0);
+    EXPECT_EQ(state_of(to_utf8(id)), "finished");
+    EXPECT_GE(shown()["sent"], 1'050'777);
+    EXPECT_EQ(json::parse(ok({u"torrent", u"check", torrent, u"-d", folder.path(u"x"), u"--json"}))["bytes"],
+              1'050'777);
+
+    resident = serve();
+    EXPECT_EQ(wait_for("sharing"), "sharing");
+    while (shown()["phase"] != "sharing" && Clock::now() < until)
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    get_from_it(u"z");
+    EXPECT_EQ(wait_for("finished"), "finished") << "sent twice";
+    EXPECT_GE(shown()["ratio"], 2.0);
+
+    ok({u"start", id});
+    EXPECT_EQ(wait_for("sharing"), "sharing") << "as a person wants it";
+    ok({u"stop", id});
+    EXPECT_EQ(state_of(to_utf8(id)), "finished");
+    folder.write(u"x/tree/b/d", std::string(150'000, 'x'));
+    port = whole;
+    ok({u"start", id});
+    EXPECT_EQ(wait_for("failed"), "failed");
+    EXPECT_NE(std::string(shown()["error"]).find("pieces are missing or were changed"), std::string::npos);
+    EXPECT_EQ(folder.read(u"x/tree/b/d"), std::string(150'000, 'x'));
+    ok({u"quit"});
+    resident->wait();
 }
 
 }  // namespace

@@ -24,6 +24,7 @@ class FakeSession : public JobSession {
     FakeSession(SessionPlan plan, std::map<Guid, FakeSession*>& all)
         : questions(plan.questions),
           log(plan.log),
+          sharing(plan.sharing),
           job_(std::move(plan.job)),
           on_end_(std::move(plan.on_end)),
           identity_(job_->identity),
@@ -46,6 +47,7 @@ class FakeSession : public JobSession {
         progress.done = progress.received = done;
         progress.size = safe_size > 0 ? safe_size : -1;
         progress.missing = missing;
+        progress.shares = shares;
         return progress;
     }
     void set_speed_limit(std::int64_t bytes_per_second) override { limit = bytes_per_second; }
@@ -75,6 +77,8 @@ class FakeSession : public JobSession {
     std::optional<Result> settles;
     bool ends_when_stopped = true;
     bool stopped = false;
+    bool shares = false;
+    TorrentSharing sharing;  ///< as it was told
     std::int64_t done = 0;
     std::int64_t safe_size = 0;
     std::int64_t limit = 0;
@@ -96,12 +100,14 @@ class Ears : public EngineListener {
         ++deliveries;
         for (const JobChange& change : changes.jobs) fields[change.job] |= change.fields;
     }
+    void data_complete(const Guid& job) override { complete.push_back(job); }
     void ended(const JobEnd& end) override { ends.push_back(end.outcome.result.code); }
     void followed(const Followed& what) override { follows.push_back(what); }
     void asked(const std::vector<Question>& open) override { questions = open; }
 
     int deliveries = 0;
     std::map<Guid, std::uint32_t> fields;
+    std::vector<Guid> complete;
     std::vector<Code> ends;
     std::vector<Followed> follows;
     std::vector<Question> questions;
@@ -136,7 +142,9 @@ class EngineTest : public testing::Test {
         options.sessions = &table;
         options.change_interval = {};
         engine = std::make_unique<Engine>(std::move(store), std::move(options));
-        engine->run({connections, threads, {}, question_time});
+        Engine::Running running{connections, threads, {}, question_time};
+        running.shares_finished = shares_finished;
+        engine->run(std::move(running));
         engine->add_listener(ears);
     }
 
@@ -192,6 +200,7 @@ class EngineTest : public testing::Test {
              return std::make_unique<FakeSession>(std::move(plan), sessions);
          }},
     };
+    bool shares_finished = false;
     Ears ears;
     std::unique_ptr<Engine> engine;
 };

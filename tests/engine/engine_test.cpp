@@ -142,6 +142,46 @@ TEST_F(EngineTest, AKindThatNobodyCarriesOutEndsAndHoldsNobodyUp) {
     EXPECT_EQ(state(file), JobState::running);
 }
 
+TEST_F(EngineTest, ASharedTorrentIsAFinishedJobThatTakesNoPlaceUntilAPersonStopsIt) {
+    table[1].takes_place = shares_finished = true;
+    set(setting::max_jobs, 1);
+    open();
+    const auto torrents = add({std::string(magnet) + "a", std::string(magnet) + "b"});
+    const Guid& shared = torrents[0];
+    engine->pump();
+    session(shared).shares = true;
+    session(shared).settles = Result();
+    engine->pump();
+    engine->pump();
+    EXPECT_EQ(state(shared), JobState::finished);
+    EXPECT_TRUE(engine->is_sharing(shared));
+    EXPECT_EQ(state(torrents[1]), JobState::running) << "there is room";
+    EXPECT_EQ(ears.complete, std::vector<Guid>{shared});
+    EXPECT_EQ(ears.ends, std::vector<Code>{Code::ok});
+
+    std::string error;
+    EXPECT_TRUE(engine->close(error)) << error;
+    EXPECT_EQ(state(shared), JobState::finished);
+    open();
+    engine->pump();
+    EXPECT_EQ(session(shared).sharing.whole_since, engine->find(shared)->finished);
+    EXPECT_EQ(engine->running(), 1U);
+    EXPECT_TRUE(engine->stop(shared).ok());
+    engine->wait_for_ends({shared});
+    EXPECT_EQ(state(shared), JobState::finished);
+    EXPECT_TRUE(engine->close(error)) << error;
+    open();
+    engine->pump();
+    EXPECT_FALSE(engine->is_sharing(shared)) << "a person has stopped it";
+
+    EXPECT_TRUE(engine->start(shared).ok());
+    engine->pump();
+    EXPECT_EQ(session(shared).sharing.whole_since, 0) << "all is checked";
+    end(shared, {Code::local_file, "gone"});
+    EXPECT_EQ(state(shared), JobState::failed);
+    EXPECT_EQ(engine->find(shared)->error, "gone");
+}
+
 // A torrent is looked after while it waits: it takes no place of the others, and saying goodbye to its
 // trackers keeps nobody waiting.
 TEST_F(EngineTest, TorrentsAreLookedAfterBesideTheOthers) {

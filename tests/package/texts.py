@@ -145,7 +145,7 @@ def self_test(known, page, bash, zsh):
         "page": missing_in_page(known, page.replace("\\-\\-no\\-resume", "\\-\\-other")),
         "page's command": missing_in_page(known, re.sub(r"\.SS \\fBvantlow torrent make", r".SS \\fBvantlow x", page)),
         "bash": missing_in_bash(known, bash.replace("--no-resume", "--other")),
-        "bash's command": missing_in_bash(known, bash.replace("'show make announce'", "'show announce'")),
+        "bash's command": missing_in_bash(known, bash.replace("'show make announce ", "'show announce ")),
         "zsh": faults_of_zsh(known, zsh.replace("--no-resume", "--other")),
     }.items():
         if not list(found):

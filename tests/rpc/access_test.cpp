@@ -37,6 +37,9 @@ TEST(Access, hosts_and_origins_are_looked_at_before_anything_else) {
         {{"localhost:6800", none, origin("same-origin")}, Admission::admitted},
         {{"localhost:6800", none, origin("same-site")}, Admission::refused},
         {{"localhost:6800", none, origin("cross-site")}, Admission::refused},
+        {{"localhost:6800", none, origin("cross-site"), true}, Admission::admitted},
+        {{"evil.example", none, origin("cross-site"), true}, Admission::refused},
+        {{"localhost:6800", origin("https://evil.example"), origin("cross-site"), true}, Admission::refused},
     };
     for (const Case& one : cases)
         EXPECT_EQ(admit(one.visitor, rules), one.expected)
@@ -73,13 +76,13 @@ TEST(Access, a_token_is_asked_of_every_call_but_the_lists_of_words) {
     const std::string no = R"({"code":1,"message":"Unauthorized"})";
     const std::vector<Case> cases{
         {R"("method":"aria2.saveSession","params":["token:s3"])", R"("OK")", false, true},
-        {R"("method":"aria2.saveSession")", no, true, false},
+        {R"("method":"aria2.saveSession")", no, false, false},
         {R"("method":"aria2.saveSession","params":["token:s4"])", no, true, false},
-        {R"("method":"aria2.saveSession","params":["token:"])", no, true, false},
+        {R"("method":"aria2.saveSession","params":["token:"])", no, false, false},
         {R"("method":"aria2.saveSession","params":["token:s3s3"])", no, true, false},
-        {R"("method":"aria2.saveSession","params":["s3"])", no, true, false},
-        {R"("method":"aria2.saveSession","params":[["token:s3"]])", no, true, false},
-        {R"("method":"aria2.none")", no, true, false},
+        {R"("method":"aria2.saveSession","params":["s3"])", no, false, false},
+        {R"("method":"aria2.saveSession","params":[["token:s3"]])", no, false, false},
+        {R"("method":"aria2.none")", no, false, false},
         {R"("method":"system.listNotifications","params":["token:s3"])",
          R"(["aria2.onDownloadStart","aria2.onDownloadPause","aria2.onDownloadStop","aria2.onDownloadComplete","aria2.onDownloadError","aria2.onBtDownloadComplete"])",
          false, false},

@@ -147,6 +147,7 @@ TEST_F(Methods, a_status_is_made_of_texts_and_leaves_out_what_there_is_not) {
     EXPECT_EQ(call("getServers", R"(["1"])"), Json::parse(R"([{"index":"1","servers":[
         {"uri":"http://h/f","currentUri":"http://h/f","downloadSpeed":"2"},
         {"uri":"http://h/f","currentUri":"http://h/f","downloadSpeed":"2"}]}])"));
+    EXPECT_EQ(call("getServers", R"(["4"])"), Json::array());
     EXPECT_EQ(call("getServers", R"(["2"])"), "1 This download is not active.");
     EXPECT_EQ(call("getUris", R"(["2"])").size(), 2U);
     EXPECT_EQ(call("getFiles", R"(["2"])")[0]["index"], "1");
@@ -223,7 +224,7 @@ TEST_F(Methods, options_go_back_as_they_came_so_that_a_retry_loses_nothing) {
     const Json sent =
         Json::parse(R"({"dir":"/d","out":"n","referer":"http://r/","user-agent":"A","all-proxy":"http://p:1",
         "http-user":"u","http-passwd":"p","split":"7","max-connection-per-server":"3","max-download-limit":"2048",
-        "max-upload-limit":"0","pause":"false","allow-overwrite":"true","checksum":"sha-1=0000000000000000000000000000000000000000",
+        "max-upload-limit":"0","seed-ratio":"1.5","seed-time":"90","pause":"false","allow-overwrite":"true","checksum":"sha-1=0000000000000000000000000000000000000000",
         "select-file":"1,3-5","header":["Cookie: a=b; c=d"]})");
     ASSERT_FALSE(read_options(sent, downloads_.now));
     EXPECT_EQ(call("getOption", R"(["1"])"), sent);
@@ -250,7 +251,8 @@ TEST_F(Methods, options_go_back_as_they_came_so_that_a_retry_loses_nothing) {
     for (const char* bad :
          {R"({"header":"Cookie: @/etc/passwd"})", R"({"header":["a: b\u0000"]})", R"({"referer":"a\r\nb"})",
           R"({"split":"0"})", R"({"max-download-limit":"-1"})", R"({"max-download-limit":"99999999999M"})",
-          R"({"pause":"yes"})", R"({"checksum":"sha-1=00"})", R"({"gid":"12"})", R"({"select-file":"a"})"}) {
+          R"({"pause":"yes"})", R"({"seed-ratio":"-1"})", R"({"seed-time":"x"})",
+          R"({"checksum":"sha-1=00"})", R"({"gid":"12"})", R"({"select-file":"a"})"}) {
         JobOptions none;
         EXPECT_TRUE(read_options(Json::parse(bad), none)) << bad;
     }

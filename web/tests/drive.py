@@ -28,7 +28,8 @@ except ImportError as error:
 
 CONTENT = bytes(range(256)) * 8192  # 2 MiB
 MANY = 2000
-KEYS = {"Enter": 13, "Escape": 27, "End": 35, "Delete": 46}
+ALT = 1
+KEYS = {"ArrowUp": 38, "ArrowDown": 40, "Enter": 13, "Escape": 27, "End": 35, "Delete": 46}
 COUNT = "document.getElementById('grid').getAttribute('aria-rowcount')"
 MARKUP = "<img src=x onerror=window.hacked=1>"
 # Violations of the policy and errors of scripts are faults of the page, whatever else it shows.
@@ -153,10 +154,10 @@ class Page:
             shown = self.run("document.body.innerText.slice(0, 2000) + '\\n' + faults.join('\\n')")
             raise AssertionError(f"{error}\nThe page shows:\n{shown}") from None
 
-    def press(self, key):
+    def press(self, key, modifiers=0):
         own = {"windowsVirtualKeyCode": KEYS[key]} if key in KEYS else {"text": key}
-        self.ask("Input.dispatchKeyEvent", type="keyDown", key=key, **own)
-        self.ask("Input.dispatchKeyEvent", type="keyUp", key=key)
+        self.ask("Input.dispatchKeyEvent", type="keyDown", key=key, modifiers=modifiers, **own)
+        self.ask("Input.dispatchKeyEvent", type="keyUp", key=key, modifiers=modifiers)
 
     def log_in(self, secret):
         self.run(f"document.querySelector('[name=secret]').value = {json.dumps(secret)}; document.querySelector('.login button').click()")
@@ -232,6 +233,36 @@ def a_download(page, program, here, pictures=None):
     page.push("Start")
     page.wait("state('slow.bin') === 'finished'")
     assert list(program.home.rglob("slow.bin"))[0].read_bytes() == CONTENT
+
+
+def order_and_category(page, program, here):
+    """Downloads that wait are put in another order, by key and by button, and into another category."""
+    program.run("settings", "set", "Performance/MaxJobs", "1")
+    program.run("category", "add", "Films")
+    ids = [program.run("add", "-q", f"{here}/slow-{name}.bin").split()[-1] for name in ("runs", "one", "two", "three")]
+    place = lambda name, at: page.wait(f"state('slow-{name}.bin') === 'waiting ({at})'")
+    place("three", 3)
+    page.run("row('slow-three').click(); document.getElementById('grid').focus()")
+    page.press("ArrowUp", ALT)
+    place("three", 2)
+    page.press("ArrowUp", ALT)
+    place("three", 1)
+    page.run("row('slow-one').querySelector('input').click()")  # both of them
+    page.push("Down")
+    for name, at in (("two", 1), ("three", 2), ("one", 3)):
+        place(name, at)
+    listed = [one for one in json.loads(program.run("list", "--json")) if one["state"] == "waiting"]
+    assert len(listed) == 3, listed
+    page.push("Category")
+    page.wait("document.querySelector('dialog select')")
+    page.run("(s => { s.value = [...s.options].find(o => o.textContent.trim() === 'Films').value; })(document.querySelector('dialog select'))")
+    page.run("document.querySelector('dialog button.main').click()")
+    for name in ("one", "three"):
+        page.wait(f"row('slow-{name}').querySelector('.category').textContent.trim() === 'Films'")
+    assert page.run("row('slow-two').querySelector('.category').textContent.trim()") != "Films"
+    program.run("remove", *ids)
+    page.wait("!row('slow-runs')")
+    program.run("settings", "unset", "Performance/MaxJobs")
 
 
 def many(page, program, here):
@@ -333,7 +364,7 @@ def main(folder, pictures=None):
         with Program(pathlib.Path(folder, "vantlow").resolve(), pathlib.Path(home)).running() as program:
             with Chromium.open(program.home, None, program.environment, program.home) as browser:
                 page = Page(browser, f"http://127.0.0.1:{program.port}/")
-                for part in (served, login, a_download, many, removal, only_text, by_post, looks, away):
+                for part in (served, login, a_download, order_and_category, many, removal, only_text, by_post, looks, away):
                     more = (pathlib.Path(pictures),) if pictures and part in (a_download, looks) else ()
                     part(page, program, here, *more)
                     assert page.run("faults") == [], page.run("faults")

@@ -20,6 +20,8 @@ async function showProgram() {
   try {
     const { program } = await askWorker({ type: 'hello' });
     field('program').textContent = message('reached', program);
+    field('program').className = '';
+    field('help').hidden = true;
   } catch (error) {
     field('program').textContent = `${message('no_program')} ${error.message}`;
     field('program').className = 'problem';
@@ -40,6 +42,7 @@ async function begin() {
     set(field(name), value);
     field(name).addEventListener('change', () => api.storage.local.set({ [name]: get(field(name)) }));
   }
+  api.storage.onChanged.addListener((changes) => (changes.remoteAddress || changes.remoteSecret) && showProgram());
   field('permit').addEventListener('click', () => api.permissions.request(everywhere).then(showPermission));
   await Promise.all([showProgram(), showPermission()]);
 }

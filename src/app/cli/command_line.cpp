@@ -33,6 +33,8 @@ void add_control_options(CLI::App& app, GlobalOptions& global) {
     app.add_option_function<std::string>(
         "--rpc-secret", [set](const std::string& secret) { set("Secret", secret); },
         "The secret that others have to show it in this run; none: no secret");
+    app.add_flag_function(
+        "--rpc-tls", [set](std::int64_t) { set("TLS", "1"); }, "Reach it over TLS only, in this run");
     app.add_option_function<std::vector<std::string>>(
            "--rpc-allow-origin", allow, "A web page that may use it, such as https://host; repeatable")
         ->allow_extra_args(false);

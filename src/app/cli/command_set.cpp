@@ -18,6 +18,9 @@ CLI::App& CommandSet::add_below(CLI::App& parent, const std::string& word, const
 }
 
 CLI::App& CommandSet::add_group(const std::string& word, const std::string& description) {
+    const auto known =
+        root_.get_subcommands([&word](const CLI::App* app) { return app->get_name() == word; });
+    if (!known.empty()) return *known.front();
     CLI::App* app = root_.add_subcommand(word, description);
     app->fallthrough();
     app->require_subcommand(1);

@@ -28,7 +28,7 @@ class CommandSet {
     /// Adds such a command below another word ("category add").
     CLI::App& add_below(CLI::App& parent, const std::string& word, const std::string& description,
                         CommandRun run, Check check = {});
-    /// Adds a word that needs one of the words below it.
+    /// Adds a word that needs one of the words below it, or returns it where it was added before.
     CLI::App& add_group(const std::string& word, const std::string& description);
 
     /// Adds a command that works on the data folder, and so runs in the process that owns the folder. Its

@@ -93,6 +93,19 @@ void add_job_options(CLI::App& word, JobOptions& options) {
                   "Start anew even where an earlier run could be continued");
 }
 
+void add_seed_options(CLI::App& word, SeedOptions& options) {
+    word.add_flag("--seed", options.seed, "Share a torrent after its end, until it is stopped");
+    word.add_option("--seed-ratio", options.ratio,
+                    "Share a torrent after its end until so many times its size was sent")
+        ->check(CLI::NonNegativeNumber);
+    word.add_option("--seed-time", options.time, "Share a torrent after its end for 90s, 5m, 2h, 1d");
+}
+
+Complaint check_seed_options(const SeedOptions& options) {
+    if (options.time.empty() || parse_span(options.time)) return std::nullopt;
+    return "--seed-time takes a span of time (90s, 5m, 2h, 1d), not \"" + options.time + "\".";
+}
+
 Complaint check_job_options(const JobOptions& options) {
     if (options.links.empty() && options.input_file.empty()) return "no link is named.";
     const bool one_link = options.links.size() == 1 && options.input_file.empty();

@@ -46,6 +46,19 @@ struct JobOptions {
     std::string select;  ///< "1,3-5": the chosen files of a metafile; empty: all
 };
 
+/// The options that say how long a torrent is shared after its end.
+struct SeedOptions {
+    bool seed = false;            ///< without a bound
+    std::optional<double> ratio;  ///< of what is sent to its size
+    std::string time;             ///< a span; empty: not given
+};
+
+/// Adds these options. `options` outlives the word.
+void add_seed_options(CLI::App& word, SeedOptions& options);
+
+/// Complains of a time that is none.
+Complaint check_seed_options(const SeedOptions& options);
+
 /// Adds the options to a word, but for --limit, which means another thing to each command. `options` outlives
 /// it.
 void add_job_options(CLI::App& word, JobOptions& options);

@@ -15,7 +15,10 @@ std::int64_t known_size(std::int64_t size, JobState state) noexcept {
 }  // namespace
 
 JobView::JobView(const Engine& engine, const CJobNode& shown)
-    : job(shown), category(engine.category_of(shown)), progress(engine.progress(shown.identity)) {}
+    : job(shown),
+      category(engine.category_of(shown)),
+      progress(engine.progress(shown.identity)),
+      is_shared(engine.is_sharing(shown.identity)) {}
 
 std::string JobView::address_of(const CJobNode& job) {
     return to_utf8(without_credentials(job.address) + job.fragment);
@@ -43,7 +46,7 @@ std::int64_t JobView::size_of(const CJobNode& job) noexcept {
 }
 
 std::int64_t JobView::done() const {
-    return progress ? std::max<std::int64_t>(progress->done, 0) : done_of(job);
+    return progress && !is_shared ? std::max<std::int64_t>(progress->done, 0) : done_of(job);
 }
 
 std::int64_t JobView::done_of(const CJobNode& job) noexcept {
@@ -56,6 +59,10 @@ std::int64_t JobView::done_of(const CJobNode& job) noexcept {
 
 JobState JobView::state() const {
     return progress && progress->awaits_place ? JobState::waiting : job.state;
+}
+
+std::string_view JobView::state_word() const {
+    return is_shared ? "sharing" : job_state_name(state());
 }
 
 std::string JobView::error_of(const CJobNode& job) {

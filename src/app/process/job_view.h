@@ -14,6 +14,7 @@ struct JobView {
     const CJobNode& job;
     const CClassNode& category;
     std::optional<JobProgress> progress;  ///< none: the job does not run
+    bool is_shared = false;               ///< a finished torrent that is given to others
 
     JobView(const Engine& engine, const CJobNode& shown);
     [[nodiscard]] std::string address() const { return address_of(job); }  ///< without credentials
@@ -24,6 +25,8 @@ struct JobView {
     [[nodiscard]] std::int64_t done() const;  ///< downloaded bytes
     /// The state of the record, but waiting for a job that runs and has no place at its server yet.
     [[nodiscard]] JobState state() const;
+    /// The word for it: job_state_name() of the state, or "sharing".
+    [[nodiscard]] std::string_view state_word() const;
     [[nodiscard]] std::string error() const { return error_of(job); }
 
     // The same of the record alone, for a job that does not run.

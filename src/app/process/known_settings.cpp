@@ -125,9 +125,9 @@ std::vector<KnownSetting> known_settings() {
         cookie_file, enable_feat, ftp_passive, nat_in_port, nat_address, binary_types, trace_list,
         dial_up_entry, dial_up_user, dial_up_password, monitor_torrent, monitor_ed2k, monitor_magnet,
         close_to_tray, watch_clipboard, rpc_enable, rpc_port, rpc_listen, rpc_secret, rpc_allow_origin,
-        rpc_request_size, tell_ends, start_with_session, welcomed, combine_width, confirm_end,
-        confirm_removal, confirm_start_over, numwant, crypto, peer_exchange, dht, dht_nodes, local_discovery,
-        torrent_tracker, magnet_trackers, window_layout);
+        rpc_tls, rpc_certificate, rpc_key, rpc_request_size, tell_ends, start_with_session, welcomed,
+        combine_width, confirm_end, confirm_removal, confirm_start_over, numwant, crypto, peer_exchange, dht,
+        dht_nodes, local_discovery, torrent_tracker, magnet_trackers, seed_ratio, seed_time, window_layout);
     std::ranges::sort(all, {}, [](const KnownSetting& one) { return std::tie(one.section, one.key); });
     return all;
 }

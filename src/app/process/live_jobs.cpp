@@ -25,6 +25,7 @@ void LiveJobs::look(Time now) {
     for (RunningJob& running : engine_.running_jobs()) {
         JobProgress& progress = running.progress;
         Entry& entry = jobs_[running.job->identity];
+        count_sent(running);
         received_ += std::max<std::int64_t>(progress.received - entry.received, 0);
         entry.received = progress.received;
         entry.done = std::max<std::int64_t>(progress.done, 0);
@@ -36,9 +37,22 @@ void LiveJobs::look(Time now) {
         entry.path = std::move(progress.path);
         entry.round = round_;
     }
+    const std::vector<RunningJob> shared = engine_.sharing_jobs();
+    for (const RunningJob& job : shared) count_sent(job);
     std::erase_if(jobs_, [this](const auto& one) { return one.second.round != round_; });
+    std::erase_if(sent_by_, [this](const auto& one) { return !engine_.progress(one.first); });
     if (jobs_.empty()) down_ = SpeedMeter();
+    if (sent_by_.empty()) up_ = SpeedMeter();
+    up_.update(sent_, now);
     down_.update(received_, now);
+}
+
+void LiveJobs::count_sent(const RunningJob& running) {
+    const std::int64_t sent = running.progress.sent;
+    if (sent == 0) return;
+    std::int64_t& before = sent_by_[running.job->identity];
+    sent_ += std::max<std::int64_t>(sent - before, 0);
+    before = sent;
 }
 
 const LiveJob* LiveJobs::find(const CJobNode& job) const {

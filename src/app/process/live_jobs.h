@@ -40,7 +40,7 @@ class LiveJobs {
     [[nodiscard]] const LiveJob* find(const Guid& job) const;
     [[nodiscard]] const auto& all() const noexcept { return jobs_; }
     [[nodiscard]] double down() const noexcept { return down_.bytes_per_second(); }
-    [[nodiscard]] double up() const noexcept { return 0; }  ///< no session gives anything to others yet
+    [[nodiscard]] double up() const noexcept { return up_.bytes_per_second(); }
     /// Body bytes taken from the network since the program started.
     [[nodiscard]] std::int64_t received() const noexcept { return received_; }
 
@@ -52,8 +52,13 @@ class LiveJobs {
     };
     const Engine& engine_;
     std::unordered_map<Guid, Entry, GuidHash> jobs_;
+    void count_sent(const RunningJob& running);
+
     SpeedMeter down_;
+    SpeedMeter up_;
     std::int64_t received_ = 0;
+    std::int64_t sent_ = 0;
+    std::unordered_map<Guid, std::int64_t, GuidHash> sent_by_;  ///< in the run of each job
     std::uint64_t round_ = 0;
     Time last_{};
 };

@@ -48,7 +48,9 @@ bool Resident::open(EventLoop::Role role, std::chrono::milliseconds question_tim
     using HangUp = InterruptWatch::HangUp;
     watch_.emplace(&on_interrupt, this,
                    role == EventLoop::Role::main ? HangUp::is_ignored : HangUp::interrupts);
-    engine_.run({connections_, threads_, [this] { wake(); }, question_time, gathers_log});
+    Engine::Running running{connections_, threads_, [this] { wake(); }, question_time, gathers_log};
+    running.shares_finished = role == EventLoop::Role::main;
+    engine_.run(std::move(running));
     if (role == EventLoop::Role::main) app_.session().publish(loop_->address());
     return publish(error);
 }

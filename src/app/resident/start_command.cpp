@@ -41,8 +41,12 @@ Exit run_start(StoreCommand& command, const JobChoice& choice, bool over, ReadWo
     bool complete = true;
     std::vector<Guid> jobs = chosen_jobs(command, choice, complete);
     std::erase_if(jobs, [&](const Guid& job) {
-        const bool finished = command.engine.find(job)->state == JobState::finished;
+        const CJobNode& record = *command.engine.find(job);
+        const bool finished = record.state == JobState::finished;
         if (finished && over) return false;
+        // The resident program shares it again.
+        if (finished && command.engine.runs() && !choice.all && kind_of(record) == JobKind::torrent)
+            return false;
         if (finished && !choice.all) complain(guid_text(job) + " has finished already.");
         return finished;
     });

@@ -33,7 +33,7 @@ std::string ControlApi::look() {
     downloads_.look();
     if (std::exchange(settings_version_, host_.settings.version()) == settings_version_) return {};
     std::string error;
-    ControlConfig config = read_control_config(host_.settings, error);
+    ControlConfig config = read_control_config(host_.settings, host_.engine.data_folder(), error);
     if (config == config_ && error == complaint_) return {};
     endpoint_.reset();
     config_ = config;

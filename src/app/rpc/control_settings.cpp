@@ -53,7 +53,7 @@ void read_places(const std::u16string& listen, ControlConfig& config) {
 bool ControlConfig::operator==(const ControlConfig& other) const {
     const auto facts = [](const ControlConfig& one) {
         return std::tie(one.enabled, one.addresses, one.port, one.rules.secret, one.rules.origins,
-                        one.rules.names, one.largest_request);
+                        one.rules.names, one.largest_request, one.certificate);
     };
     return facts(*this) == facts(other);
 }
@@ -81,7 +81,17 @@ FileError make_control_secret(Settings& settings, std::string& secret) {
     return settings.write(setting::rpc_secret.section, setting::rpc_secret.key, to_utf16(text));
 }
 
-ControlConfig read_control_config(Settings& settings, std::string& error) {
+Outcome<ControlCertificate> control_certificate(const Settings& settings, const std::u16string& data_folder) {
+    const std::u16string named = settings.text(setting::rpc_certificate);
+    if (!named.empty()) return read_certificate(named, settings.text(setting::rpc_key));
+    ControlConfig config;
+    read_places(settings.text(setting::rpc_listen), config);
+    std::vector<std::string> names = config.addresses;
+    names.insert(names.end(), config.rules.names.begin(), config.rules.names.end());
+    return own_certificate(data_folder, names);
+}
+
+ControlConfig read_control_config(Settings& settings, const std::u16string& data_folder, std::string& error) {
     ControlConfig config;
     config.enabled = settings.flag(setting::rpc_enable);
     if (!config.enabled) return config;
@@ -96,6 +106,11 @@ ControlConfig read_control_config(Settings& settings, std::string& error) {
         if (!failed.ok()) error = "The secret of the control API cannot be stored: " + failed.text();
     }
     config.rules.secret = *secret;
+    if (settings.flag(setting::rpc_tls)) {
+        auto certificate = control_certificate(settings, data_folder);
+        if (!certificate) error = certificate.failure().message();
+        if (certificate) config.certificate = *std::move(certificate);
+    }
     if (config.addresses.empty()) error = "\"RPC\"/\"Listen\" names no address to listen at.";
     if (config.rules.secret.empty() && !std::ranges::all_of(config.addresses, is_loopback))
         error = "Without a secret the control API listens at addresses of this machine's loopback only.";

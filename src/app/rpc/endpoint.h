@@ -1,5 +1,5 @@
-// The endpoint of the control API: HTTP/1.1 and WebSocket (RFC 9112, RFC 6455) on a thread of its own. It
-// carries requests to whoever works through them, and their answers back.
+// The endpoint of the control API: HTTP/1.1 and WebSocket (RFC 9112, RFC 6455), in the clear or over TLS, on
+// a thread of its own. It carries requests to whoever works through them, and their answers back.
 #pragma once
 
 #include <cstdint>

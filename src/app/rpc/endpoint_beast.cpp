@@ -158,8 +158,8 @@ class Door : public std::enable_shared_from_this<Door> {
 
 class BeastEndpoint final : public Endpoint {
   public:
-    BeastEndpoint(const ControlConfig& config, Handler handler)
-        : shared_(std::make_shared<Shared>(config, std::move(handler))) {}
+    BeastEndpoint(const ControlConfig& config, Handler handler, std::unique_ptr<TlsServer> tls)
+        : shared_(std::make_shared<Shared>(config, std::move(handler), std::move(tls))) {}
     ~BeastEndpoint() override;
 
     Result open();
@@ -229,8 +229,14 @@ BeastEndpoint::~BeastEndpoint() {
 }  // namespace
 
 Outcome<std::unique_ptr<Endpoint>> Endpoint::open(const ControlConfig& config, Handler handler) {
+    std::unique_ptr<TlsServer> tls;
+    if (config.certificate) {
+        auto made = make_tls_server(*config.certificate);
+        if (!made) return made.failure();
+        tls = *std::move(made);
+    }
     try {
-        auto endpoint = std::make_unique<BeastEndpoint>(config, std::move(handler));
+        auto endpoint = std::make_unique<BeastEndpoint>(config, std::move(handler), std::move(tls));
         if (Result opened = endpoint->open(); !opened.ok()) return opened;
         return std::unique_ptr<Endpoint>(std::move(endpoint));
     } catch (const boost::system::system_error& error) {

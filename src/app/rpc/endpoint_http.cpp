@@ -11,6 +11,8 @@
 namespace vantlow::control {
 namespace {
 
+constexpr std::chrono::seconds farewell_patience{2};
+
 using Parser = http::request_parser<http::string_body>;
 
 std::string_view view(beast::string_view text) {
@@ -34,19 +36,28 @@ Target target_of(const HttpRequest& request) {
             mark == std::string_view::npos ? std::string_view() : target.substr(mark + 1)};
 }
 
+// True where a person followed a link, from wherever, to a file of the endpoint's own page: it opens in a tab
+// of its own, nothing in it tells of a download, and the page that the link stood on cannot read it.
+bool opens_page(const HttpRequest& request) {
+    const bool asks = request.method() == http::verb::get || request.method() == http::verb::head;
+    return asks && header(request, "Sec-Fetch-Mode") == "navigate" &&
+           header(request, "Sec-Fetch-Dest") == "document" && find_page(target_of(request).path, {});
+}
+
 class HttpSession final : public Session, public std::enable_shared_from_this<HttpSession> {
   public:
     HttpSession(Shared& shared, Tcp::socket socket, std::string address)
         : Session(shared, std::move(address)),
-          stream_(std::move(socket)),
+          wire_(std::move(socket), shared.tls.get()),
           buffer_(largest_head + 2 * small_request) {}
 
-    void read();
+    void begin();
     void close() override;
 
   private:
     using Response = http::response<http::string_body>;
 
+    void read();
     void read_head(const error_code& error);
     void read_body();
     bool make_room();
@@ -59,16 +70,26 @@ class HttpSession final : public Session, public std::enable_shared_from_this<Ht
     void send(const PageAnswer& page);
     [[nodiscard]] Response response(http::status status) const;
     void write(Response response);
+    void part();
     void end();
     [[nodiscard]] const HttpRequest& request() const { return parser_->get(); }
 
-    beast::tcp_stream stream_;
+    Wire wire_;
     beast::flat_buffer buffer_;
     std::optional<Parser> parser_;
     std::optional<Response> response_;
     rpc::Admission admission_ = rpc::Admission::refused;
     bool has_request_ = false;  ///< that is not answered
 };
+
+void HttpSession::begin() {
+    if (wire_.tls() == nullptr) return read();
+    wire_.next_layer().expires_after(handshake_patience);
+    wire_.tls()->shake_hands([self = shared_from_this()](const error_code& error) {
+        if (error) return self->end();
+        self->read();
+    });
+}
 
 void HttpSession::read() {
     has_request_ = false;
@@ -78,9 +99,9 @@ void HttpSession::read() {
     parser_.emplace();
     parser_->header_limit(largest_head);
     parser_->body_limit(shared().config.largest_request);
-    stream_.expires_after(idle_patience);
+    wire_.next_layer().expires_after(idle_patience);
     http::async_read_header(
-        stream_, buffer_, *parser_,
+        wire_, buffer_, *parser_,
         [self = shared_from_this()](const error_code& error, std::size_t) { self->read_head(error); });
 }
 
@@ -96,24 +117,23 @@ void HttpSession::read_head(const error_code& error) {
     if (error) return end();
     has_request_ = true;
     const auto host = header(request(), "Host");
-    admission_ =
-        rpc::admit({host.value_or(""), header(request(), "Origin"), header(request(), "Sec-Fetch-Site")},
-                   shared().config.rules);
+    admission_ = rpc::admit({host.value_or(""), header(request(), "Origin"),
+                             header(request(), "Sec-Fetch-Site"), opens_page(request())},
+                            shared().config.rules);
     if (admission_ == rpc::Admission::refused)
         return say(http::status::forbidden, "This host or origin is not let in.\n");
     if (target_of(request()).path == "/jsonrpc" && boost::beast::websocket::is_upgrade(request())) {
-        stream_.expires_never();
-        serve_websocket(shared(), std::move(stream_), address(), request());
+        wire_.next_layer().expires_never();
+        serve_websocket(shared(), std::move(wire_), address(), request());
         return;
     }
     if (!make_room()) return say(http::status::service_unavailable, "Too many large requests at once.\n");
     if (header(request(), "Expect") != "100-continue") return read_body();
     response_.emplace(http::status::continue_, request().version());
-    http::async_write(stream_, *response_,
-                      [self = shared_from_this()](const error_code& failed, std::size_t) {
-                          if (failed) return self->end();
-                          self->read_body();
-                      });
+    http::async_write(wire_, *response_, [self = shared_from_this()](const error_code& failed, std::size_t) {
+        if (failed) return self->end();
+        self->read_body();
+    });
 }
 
 // A body whose length is not said has the room of a small one.
@@ -124,8 +144,8 @@ bool HttpSession::make_room() {
 }
 
 void HttpSession::read_body() {
-    stream_.expires_after(transfer_patience);
-    http::async_read(stream_, buffer_, *parser_,
+    wire_.next_layer().expires_after(transfer_patience);
+    http::async_read(wire_, buffer_, *parser_,
                      [self = shared_from_this()](const error_code& error, std::size_t) {
                          if (error == http::error::body_limit)
                              return self->say(http::status::payload_too_large, "The request is too large.\n");
@@ -168,7 +188,7 @@ void HttpSession::preflight() {
 }
 
 void HttpSession::call(rpc::Request request) {
-    stream_.expires_never();
+    wire_.next_layer().expires_never();
     rpc::Run run;
     run.request = std::move(request);
     hand_on(*this, std::move(run), [self = shared_from_this()](const std::optional<rpc::Run>& done) {
@@ -226,18 +246,26 @@ HttpSession::Response HttpSession::response(http::status status) const {
 
 void HttpSession::write(Response made) {
     response_.emplace(std::move(made));
-    stream_.expires_after(transfer_patience);
-    http::async_write(stream_, *response_, [self = shared_from_this()](const error_code& error, std::size_t) {
-        if (error || self->response_->need_eof()) return self->end();
+    wire_.next_layer().expires_after(transfer_patience);
+    http::async_write(wire_, *response_, [self = shared_from_this()](const error_code& error, std::size_t) {
+        if (error) return self->end();
+        if (self->response_->need_eof()) return self->part();
         self->read();
     });
+}
+
+// Ends the connection behind an answer; the other side of TLS hears that this is the end of it.
+void HttpSession::part() {
+    if (wire_.tls() == nullptr) return end();
+    wire_.next_layer().expires_after(farewell_patience);
+    wire_.tls()->shut_down([self = shared_from_this()](const error_code&) { self->end(); });
 }
 
 void HttpSession::end() {
     has_request_ = false;
     error_code ignored;
-    stream_.socket().shutdown(Tcp::socket::shutdown_send, ignored);
-    stream_.close();
+    wire_.next_layer().socket().shutdown(Tcp::socket::shutdown_send, ignored);
+    wire_.next_layer().close();
 }
 
 void HttpSession::close() {
@@ -247,7 +275,7 @@ void HttpSession::close() {
 }  // namespace
 
 void serve_http(Shared& shared, Tcp::socket socket, std::string address) {
-    std::make_shared<HttpSession>(shared, std::move(socket), std::move(address))->read();
+    std::make_shared<HttpSession>(shared, std::move(socket), std::move(address))->begin();
 }
 
 }  // namespace vantlow::control

@@ -19,14 +19,11 @@
 #include <string>
 
 #include "app/rpc/endpoint.h"
+#include "app/rpc/endpoint_tls.h"
 
 namespace vantlow::control {
 
-namespace asio = boost::asio;
-namespace beast = boost::beast;
 namespace http = boost::beast::http;
-using boost::system::error_code;
-using Tcp = asio::ip::tcp;
 using HttpRequest = http::request<http::string_body>;
 
 // The bounds of what a stranger may cost.
@@ -36,6 +33,7 @@ inline constexpr std::size_t most_refusals_of_one_address = 8;   ///< kept back 
 inline constexpr std::size_t small_request = 64 * 1024;          ///< bytes, for whom no room is reserved
 inline constexpr std::size_t room_for_large = 64 * 1024 * 1024;  ///< bytes, for all larger ones together
 inline constexpr std::uint32_t largest_head = 64 * 1024;         ///< browsers send many headers
+inline constexpr std::chrono::seconds handshake_patience{10};
 inline constexpr std::chrono::seconds idle_patience{75};
 inline constexpr std::chrono::seconds transfer_patience{60};
 
@@ -46,8 +44,8 @@ class Session;
 
 /// The things that all sessions share. But for the context, all is for the endpoint's thread.
 struct Shared : std::enable_shared_from_this<Shared> {
-    Shared(const ControlConfig& settings, Endpoint::Handler work)
-        : config(settings), handler(std::move(work)) {}
+    Shared(const ControlConfig& settings, Endpoint::Handler work, std::unique_ptr<TlsServer> server)
+        : config(settings), handler(std::move(work)), tls(std::move(server)) {}
 
     struct Waiting {
         const Session* session = nullptr;  ///< that `done` keeps alive
@@ -55,6 +53,7 @@ struct Shared : std::enable_shared_from_this<Shared> {
     };
     const ControlConfig config;
     const Endpoint::Handler handler;
+    const std::unique_ptr<TlsServer> tls;  ///< null: connections are in the clear
     rpc::WrongTokens wrong;
     std::set<Session*> sessions;
     std::map<std::string, std::size_t> by_address;
@@ -100,7 +99,6 @@ void hand_on(const Session& session, rpc::Run run, Done done);
 /// Begins to serve a connection that was accepted.
 void serve_http(Shared& shared, Tcp::socket socket, std::string address);
 /// Goes on with a connection whose request asks for a WebSocket.
-void serve_websocket(Shared& shared, beast::tcp_stream stream, const std::string& address,
-                     const HttpRequest& request);
+void serve_websocket(Shared& shared, Wire wire, const std::string& address, const HttpRequest& request);
 
 }  // namespace vantlow::control

@@ -18,8 +18,8 @@ constexpr std::chrono::seconds silence{120};
 
 class WebSocketSession final : public Session, public std::enable_shared_from_this<WebSocketSession> {
   public:
-    WebSocketSession(Shared& shared, beast::tcp_stream stream, const std::string& address)
-        : Session(shared, address), stream_(std::move(stream)) {}
+    WebSocketSession(Shared& shared, Wire wire, const std::string& address)
+        : Session(shared, address), stream_(std::move(wire)) {}
 
     void accept(const HttpRequest& request);
     void close() override;
@@ -39,7 +39,7 @@ class WebSocketSession final : public Session, public std::enable_shared_from_th
     void end();
     void end(websocket::close_code code);
 
-    websocket::stream<beast::tcp_stream> stream_;
+    websocket::stream<Wire> stream_;
     beast::flat_buffer buffer_;
     std::deque<Outgoing> outgoing_;
     std::size_t unsent_ = 0;      ///< bytes of outgoing_
@@ -136,9 +136,8 @@ void WebSocketSession::close() {
 
 }  // namespace
 
-void serve_websocket(Shared& shared, beast::tcp_stream stream, const std::string& address,
-                     const HttpRequest& request) {
-    std::make_shared<WebSocketSession>(shared, std::move(stream), address)->accept(request);
+void serve_websocket(Shared& shared, Wire wire, const std::string& address, const HttpRequest& request) {
+    std::make_shared<WebSocketSession>(shared, std::move(wire), address)->accept(request);
 }
 
 }  // namespace vantlow::control

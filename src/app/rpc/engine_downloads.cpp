@@ -9,7 +9,6 @@
 #include "base/codes.h"
 #include "base/text.h"
 #include "platform/file.h"
-#include "platform/socket.h"
 #include "store/address.h"
 
 namespace vantlow {
@@ -120,22 +119,31 @@ Phase EngineDownloads::phase(const Guid& job) {
     return results_.at(job).phase;
 }
 
-const TorrentFilesKnown* EngineDownloads::torrent(const CJobNode& job) {
+const TorrentReport* EngineDownloads::torrent(const CJobNode& job, unsigned parts) {
     if (kind_of(job) != JobKind::torrent) return nullptr;
-    if (const auto known = torrents_.find(job.identity); known != torrents_.end()) return &known->second;
-    auto read = read_torrent_files(engine_.torrent_info(job));
-    if (!read) return nullptr;
-    if (torrents_.size() >= most_torrents) torrents_.clear();
-    return &torrents_.emplace(job.identity, *std::move(read)).first->second;
+    const unsigned wanted = report_parts(parts);
+    const auto known = torrents_.find(job.identity);
+    // What is asked of one that runs moves on without a change of its record.
+    const bool holds = parts == 0 || !engine_.is_running(job.identity);
+    if (holds && known != torrents_.end() && (wanted & ~known->second.parts) == 0)
+        return &known->second.report;
+    auto report = engine_.torrent_report(job.identity, wanted);
+    if (!report) return nullptr;
+    if (torrents_.size() >= most_torrents && known == torrents_.end()) torrents_.clear();
+    Known& kept = torrents_[job.identity];
+    kept = {wanted, *std::move(report)};
+    return &kept.report;
 }
 
 rpc::JobStatus EngineDownloads::status(const Guid& job, unsigned parts) {
     const CJobNode* const found = record(job);
     if (found == nullptr) return results_.at(job);
     rpc::JobStatus status =
-        status_of(*found, engine_.progress(job), live_.find(*found), torrent(*found), parts);
+        status_of(*found, engine_.progress(job), live_.find(*found), torrent(*found, parts), parts);
     if (const auto document = following_.find(job); document != following_.end())
         status.following = document->second;
+    if (const auto jobs = followed_by_.find(job); jobs != followed_by_.end())
+        status.followed_by = jobs->second;
     return status;
 }
 
@@ -155,20 +163,21 @@ std::vector<std::string> EngineDownloads::servers(const Guid& job) {
     return servers;
 }
 
-// Sessions tell of a peer's address and whether it gives something, and of nothing else yet.
 std::vector<rpc::Peer> EngineDownloads::peers(const Guid& job) {
+    const auto report = engine_.torrent_report(job, torrent_part::peers);
     std::vector<rpc::Peer> peers;
-    for (const SessionConnection& connection : engine_.connections(job)) {
-        const auto colon = connection.peer.rfind(':');
-        if (colon == std::string::npos) continue;
-        std::string host = connection.peer.substr(0, colon);
-        if (host.starts_with('[') && host.ends_with(']')) host = host.substr(1, host.size() - 2);
-        const auto port = parse_decimal(std::string_view(connection.peer).substr(colon + 1));
-        if (!port || !SocketAddress::from_literal(host, 0)) continue;  // a tracker
+    if (!report) return peers;
+    for (const TorrentPeer& one : report->peers) {
         rpc::Peer peer;
-        peer.address = host;
-        peer.port = *port;
-        peer.it_chokes = !connection.works;
+        peer.id = one.id;
+        peer.address = one.address.host();
+        peer.port = one.is_incoming ? 0 : one.address.port();
+        peer.bitfield = bits_of(one.pieces, report->piece_count);
+        peer.we_choke = one.is_choked;
+        peer.it_chokes = one.chokes_us;
+        peer.down_speed = std::llround(one.received_rate);
+        peer.up_speed = std::llround(one.sent_rate);
+        peer.seeds = one.is_seed;
         peers.push_back(std::move(peer));
     }
     return peers;
@@ -198,6 +207,13 @@ rpc::Totals EngineDownloads::totals() {
     return {std::llround(live_.down()), std::llround(live_.up()),
             all.active.size(),          all.waiting.size(),
             all.stopped.size(),         std::max(stopped_ever_, all.stopped.size())};
+}
+
+void EngineDownloads::forget(const Guid& job) {
+    following_.erase(job);
+    followed_by_.erase(job);
+    torrents_.erase(job);
+    told_data_.erase(job);
 }
 
 // ---- Doing.
@@ -285,8 +301,7 @@ Problem EngineDownloads::remove(const Guid& job) {
     rpc::JobStatus last = status(job, rpc::part::all);
     const Done done = engine_.remove(job, false);
     if (!done.ok() && done.fault != Done::Fault::running) return problem_of(done, job);
-    following_.erase(job);
-    torrents_.erase(job);
+    forget(job);
     if (is_stopped(phase)) {
         known_.erase(job);
         return std::nullopt;
@@ -309,6 +324,7 @@ Problem EngineDownloads::change(const Guid& job, const rpc::JobOptions& options)
     if (request.name) {
         if (const Done done = engine_.rename(job, *request.name); !done.ok()) return problem_of(done, job);
     }
+    torrents_.erase(job);
     return problem_of(engine_.change(job, request.edit), job);
 }
 
@@ -338,11 +354,10 @@ Problem EngineDownloads::move(const Guid& job, std::size_t place) {
     if (found == nullptr || found->state != JobState::waiting)
         return "The download " + rpc::gid_of(job) +
                " has no place in the queue: it does not wait for its turn.";
-    const std::vector<Guid> waiting = list(Group::waiting);
-    const auto size = static_cast<std::size_t>(std::ranges::count_if(
-        waiting, [this](const Guid& one) { return engine_.find(one)->state == JobState::waiting; }));
+    const std::vector<const CJobNode*> waiting = engine_.queue();
+    const std::size_t size = waiting.size();
     place = std::min(place, size - 1);
-    auto now = static_cast<std::size_t>(std::ranges::find(waiting, job) - waiting.begin());
+    auto now = static_cast<std::size_t>(std::ranges::find(waiting, found) - waiting.begin());
     const auto reorder = [this, &job](Order order) { return engine_.reorder(job, order); };
     Done done;
     // The nearest end, and steps from there.
@@ -392,6 +407,11 @@ void EngineDownloads::keep_result(rpc::JobStatus status) {
     ++results_revision_;
 }
 
+// All of a torrent is there; it ends when it was shared long enough.
+void EngineDownloads::tell_data(const Guid& job) {
+    if (told_data_.insert(job).second) options_.tell("aria2.onBtDownloadComplete", job);
+}
+
 // A download that was quick may have ended before anybody heard of its beginning.
 void EngineDownloads::note(const Guid& job, Phase now, bool has_run) {
     const auto [known, is_new] = known_.try_emplace(job, Phase::waiting);
@@ -401,24 +421,30 @@ void EngineDownloads::note(const Guid& job, Phase now, bool has_run) {
     const bool has_ended = now == Phase::complete || now == Phase::failed;
     if (has_ended) ++stopped_ever_;
     if ((has_run || has_ended) && before != Phase::active) options_.tell(word_for(Phase::active), job);
+    if (const CJobNode* const found = engine_.find(job);
+        found != nullptr && kind_of(*found) == JobKind::torrent) {
+        if (now == Phase::complete) tell_data(job);
+        if (now == Phase::waiting) told_data_.erase(job);
+    }
     if (now != Phase::waiting) options_.tell(word_for(now), job);
 }
 
 void EngineDownloads::changed(const Changes& changes) {
     if (changes.everything) {
+        torrents_.clear();
         known_.clear();
         for (const CJobNode* job : engine_.jobs_below(nullptr)) known_[job->identity] = phase_of(*job);
         return;
     }
     for (const JobChange& change : changes.jobs) {
         const CJobNode* const found = engine_.find(change.job);
+        torrents_.erase(change.job);
         if (found != nullptr) {
             if (!results_.contains(change.job)) note(change.job, phase_of(*found), false);
             continue;
         }
         const auto known = known_.extract(change.job);
-        following_.erase(change.job);
-        torrents_.erase(change.job);
+        forget(change.job);
         if (!known.empty() && !is_stopped(known.mapped()))
             options_.tell(word_for(Phase::removed), change.job);
     }
@@ -438,11 +464,13 @@ void EngineDownloads::ended(const JobEnd& end) {
 }
 
 void EngineDownloads::followed(const Followed& followed) {
-    const auto document = results_.find(followed.document);
-    if (document == results_.end()) return;
-    document->second.followed_by = followed.jobs;
     for (const Guid& job : followed.jobs) following_[job] = followed.document;
-    ++results_revision_;
+    if (const auto document = results_.find(followed.document); document != results_.end()) {
+        document->second.followed_by = followed.jobs;
+        ++results_revision_;
+    } else if (!followed.jobs.empty()) {
+        followed_by_[followed.document] = followed.jobs;
+    }
 }
 
 }  // namespace vantlow

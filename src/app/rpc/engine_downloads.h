@@ -6,6 +6,7 @@
 #include <functional>
 #include <string>
 #include <unordered_map>
+#include <unordered_set>
 #include <utility>
 #include <vector>
 
@@ -74,7 +75,9 @@ class EngineDownloads final : public rpc::Downloads, public EngineListener {
     const Lists& lists();
     void note(const Guid& job, rpc::Phase now, bool has_run);
     void keep_result(rpc::JobStatus status);
-    const TorrentFilesKnown* torrent(const CJobNode& job);
+    void forget(const Guid& job);
+    const TorrentReport* torrent(const CJobNode& job, unsigned parts);
+    void tell_data(const Guid& job);
     [[nodiscard]] const CJobNode* record(const Guid& job) const;
     [[nodiscard]] std::u16string default_folder() const;
     Added add_links(const rpc::NewJob& job, JobDraft draft);
@@ -89,8 +92,16 @@ class EngineDownloads final : public rpc::Downloads, public EngineListener {
     rpc::JobOptions defaults_;  ///< of jobs that are added here, for this run
     std::unordered_map<Guid, rpc::Phase, GuidHash> known_;
     std::unordered_map<Guid, Guid, GuidHash> following_;  ///< a job, and the document that named it
-    /// Descriptions that were read; some at most, since who asks for one asks again.
-    std::unordered_map<Guid, TorrentFilesKnown, GuidHash> torrents_;
+    /// A document that stayed, and the jobs that it named.
+    std::unordered_map<Guid, std::vector<Guid>, GuidHash> followed_by_;
+    /// Reports of torrents until something of their jobs changes; some at most, since who asks for one asks
+    /// again.
+    struct Known {
+        unsigned parts = 0;
+        TorrentReport report;
+    };
+    std::unordered_map<Guid, Known, GuidHash> torrents_;
+    std::unordered_set<Guid, GuidHash> told_data_;  ///< torrents of whom it was told that all of it is there
     std::unordered_map<Guid, rpc::JobStatus, GuidHash> results_;
     std::deque<Guid> result_order_;
     std::uint64_t results_revision_ = 0;

@@ -17,6 +17,7 @@ namespace vantlow {
 namespace {
 
 constexpr std::int32_t replaces = 2;  // "FileOverwriteRule"
+constexpr double without_bound = -1;  // JobRules::share_ratio
 
 bool is_absolute(const std::u16string& path) {
     return absolute_path(path) == path || path.starts_with(path_separator()) || path.starts_with(u'/') ||
@@ -112,6 +113,9 @@ DraftRequest draft_of(const rpc::NewJob& asked, const std::u16string& folder) {
     JobRules rules;
     if (options.overwrites.value_or(false)) rules.overwrite = replaces;
     rules.speed_limit = options.down_limit.value_or(0);
+    if (options.seed_ratio) rules.share_ratio = *options.seed_ratio > 0 ? *options.seed_ratio : without_bound;
+    if (options.seed_time == 0) rules.share_ratio = 0;
+    if (options.seed_time.value_or(0) > 0) rules.share_time = options.seed_time;
     if (rules != JobRules()) draft.rules = std::make_shared<const JobRules>(std::move(rules));
     return request;
 }
@@ -125,8 +129,9 @@ EditRequest edit_of(const rpc::JobOptions& asked, const CJobNode& job) {
     };
     if (asked.folder && asked.folder != now.folder) refuse("dir");
     if (asked.hash && asked.hash != now.hash) refuse("checksum");
-    if (asked.select && asked.select != now.select) refuse("select-file");
     if (asked.up_limit.value_or(0) != 0) refuse("max-upload-limit");
+    if (asked.seed_ratio && asked.seed_ratio != now.seed_ratio) refuse("seed-ratio");
+    if (asked.seed_time && asked.seed_time != now.seed_time) refuse("seed-time");
     if (asked.name && asked.name != now.name) request.name = to_utf16(*asked.name);
     const auto text = [](std::optional<std::u16string>& member, const std::optional<std::string>& value) {
         if (value) member = to_utf16(*value);
@@ -142,6 +147,8 @@ EditRequest edit_of(const rpc::JobOptions& asked, const CJobNode& job) {
     if (const auto connections = asked.connections_for(addresses))
         edit.connections = static_cast<std::int32_t>(*connections);
     if (asked.down_limit) edit.speed_limit = *asked.down_limit;
+    const JobKind kind = kind_of(job);
+    if (kind == JobKind::torrent || kind == JobKind::document) edit.select = asked.select;
     return request;
 }
 
@@ -164,6 +171,13 @@ rpc::JobOptions options_of(const CJobNode& job) {
     options.up_limit = 0;
     options.overwrites = job.rules && job.rules->overwrite == replaces;
     if (job.sources && job.sources->whole) options.hash = written(*job.sources->whole);
+    if (job.rules && job.rules->share_ratio) {
+        const double ratio = *job.rules->share_ratio;
+        if (ratio == 0) options.seed_time = 0;
+        if (ratio != 0) options.seed_ratio = std::max(ratio, 0.0);
+    }
+    if (job.rules && job.rules->share_time && options.seed_time != 0)
+        options.seed_time = job.rules->share_time;
     if (job.rules && !job.rules->select.empty()) options.select = job.rules->select;
     return options;
 }

@@ -8,9 +8,7 @@
 #include "base/safe_name.h"
 #include "base/text.h"
 #include "bt/magnet.h"
-#include "bt/torrent_content.h"
 #include "engine/kinds.h"
-#include "engine/selection.h"
 #include "store/address.h"
 
 namespace vantlow {
@@ -36,10 +34,11 @@ void clear(std::vector<bool>& bits, std::int64_t start, std::int64_t end, std::i
 }
 
 std::vector<bool> bitfield_of(const CJobNode& job, const std::optional<JobProgress>& progress,
-                              const rpc::JobStatus& status) {
-    if (kind_of(job) == JobKind::torrent && job.state != JobState::finished) return {};  // no session tells
+                              const rpc::JobStatus& status, const TorrentReport* torrent) {
+    if (torrent != nullptr) return bits_of(torrent->good, torrent->piece_count);
     const bool has_begun = progress || !job.segments.empty() || job.state == JobState::finished;
-    if (status.length <= 0 || !has_begun) return {};
+    const bool has_pieces = kind_of(job) != JobKind::torrent && status.length > 0;
+    if (!has_pieces || !has_begun) return {};
     std::vector<bool> bits(static_cast<std::size_t>(status.pieces), true);
     if (progress) {
         for (const auto& missing : progress->missing)
@@ -51,11 +50,24 @@ std::vector<bool> bitfield_of(const CJobNode& job, const std::optional<JobProgre
     return bits;
 }
 
-// The code alone does not tell which refusal of a server it was; its sentence, which the transfer code
-// writes, names the status.
+// The code alone does not tell which refusal of a server it was, nor why a file could not be written; its
+// sentence does.
 rpc::Reason reason_of_server_error(const std::string& error) {
     const bool is_gone = error.find("404") != std::string::npos || error.find("410") != std::string::npos;
     return is_gone ? rpc::Reason::not_found : rpc::Reason::bad_answer;
+}
+
+rpc::Reason reason_of_local_error(const std::string& error) {
+    const bool is_full = error.find("No space left") != std::string::npos ||
+                         error.find("not enough space") != std::string::npos;
+    return is_full ? rpc::Reason::disk_full : rpc::Reason::no_file;
+}
+
+rpc::Reason reason_of_lost_connection(const std::string& error) {
+    const bool is_late = error.find("Timeout") != std::string::npos ||
+                         error.find("took too long") != std::string::npos ||
+                         error.find("timed out") != std::string::npos;
+    return is_late ? rpc::Reason::time_out : rpc::Reason::network;
 }
 
 rpc::Reason reason_of(const CJobNode& job) {
@@ -85,24 +97,29 @@ rpc::Reason reason_of(const CJobNode& job) {
         case Code::hash_differs:
             return Reason::wrong_hash;
         case Code::transient:
+            return reason_of_lost_connection(job.error);
         case Code::tunnel_refused:
         case Code::proxy_refused:
             return Reason::network;
         case Code::local_file:
-            return Reason::no_file;
+            return reason_of_local_error(job.error);
         default:
             return Reason::unknown;
     }
 }
 
-std::optional<rpc::TorrentStatus> torrent_of(const CJobNode& job, const TorrentFilesKnown* known) {
+std::optional<rpc::TorrentStatus> torrent_of(const CJobNode& job, const TorrentReport* known) {
     const auto magnet = parse_magnet(to_utf8(job.address), {});
     if (!magnet) return std::nullopt;
     rpc::TorrentStatus torrent;
     torrent.info_hash = to_hex(magnet->info_hash);
     torrent.name = job.file_name.empty() ? percent_decode(magnet->name) : to_utf8(job.file_name);
     torrent.comment = to_utf8(job.comment);
-    torrent.is_multi_file = known != nullptr && known->is_folder;
+    if (known != nullptr) {
+        torrent.is_multi_file = known->is_folder;
+        torrent.seeders = static_cast<std::int64_t>(known->seeds);
+        torrent.seeds = known->phase == TorrentReport::Phase::sharing;
+    }
     for (const std::string& tracker : magnet->trackers)
         torrent.tiers.push_back({tracker_from_magnet(tracker)});
     return torrent;
@@ -118,25 +135,18 @@ std::u16string expected_name(const CJobNode& job) {
 }
 
 std::vector<rpc::FileStatus> files_of_torrent(const CJobNode& job, const std::u16string& path,
-                                              const rpc::JobStatus& status,
-                                              const TorrentFilesKnown* torrent) {
+                                              const rpc::JobStatus& status, const TorrentReport* torrent) {
     // Only a link is known yet, and no file.
-    if (torrent == nullptr)
+    if (torrent == nullptr || !torrent->is_described)
         return {{"[METADATA]" + torrent_of(job, nullptr).value_or(rpc::TorrentStatus()).name, status.length,
                  status.done}};
     // Before it begins only the folder around it is decided.
     const std::u16string top = name_of(path).empty() ? join_path(folder_of(path), job.file_name) : path;
-    const bool is_whole = job.state == JobState::finished;
-    const auto chosen = select(job.rules ? job.rules->select : std::string(), torrent->files.count());
     std::vector<rpc::FileStatus> files;
-    for (std::size_t i = 0; i < torrent->files.count(); ++i) {
-        const ListedFile& one = torrent->files.at(i);
-        if (one.padding) continue;
-        const bool is_chosen = !chosen || std::ranges::find(*chosen, files.size()) != chosen->end();
-        const std::u16string place = torrent->is_folder ? join_path(top, one.path) : top;
-        files.push_back({to_utf8(place), one.length, is_whole && is_chosen ? one.length : 0, is_chosen});
+    for (const TorrentFile& one : torrent->files) {
+        const std::u16string place = torrent->is_folder ? join_path(top, one.name) : top;
+        files.push_back({to_utf8(one.path.empty() ? place : one.path), one.size, one.done, one.is_chosen});
     }
-    if (files.size() == 1) files.front().done = status.done;
     return files;
 }
 
@@ -150,6 +160,13 @@ std::vector<rpc::FileStatus> files_of(const CJobNode& job, const std::u16string&
 }
 
 }  // namespace
+
+std::vector<bool> bits_of(std::string_view wire, std::int64_t count) {
+    std::vector<bool> bits(wire.empty() ? 0 : static_cast<std::size_t>(count));
+    for (std::size_t i = 0; i < bits.size() && i / 8 < wire.size(); ++i)
+        bits[i] = (static_cast<unsigned char>(wire[i / 8]) >> (7 - i % 8) & 1U) != 0;
+    return bits;
+}
 
 rpc::Phase phase_of(const CJobNode& job) noexcept {
     switch (job.state) {
@@ -167,13 +184,9 @@ rpc::Phase phase_of(const CJobNode& job) noexcept {
     return rpc::Phase::paused;
 }
 
-std::optional<TorrentFilesKnown> read_torrent_files(std::string_view info) {
-    const auto content =
-        info.empty() ? Outcome<TorrentContent>(Code::unsupported) : read_torrent_content(info);
-    if (!content) return std::nullopt;
-    auto files = FileList::make(content->files);
-    if (!files) return std::nullopt;
-    return TorrentFilesKnown{*std::move(files), content->is_folder, content->piece_length};
+unsigned report_parts(unsigned parts) noexcept {
+    const unsigned files = (parts & rpc::part::files) != 0 ? torrent_part::files : 0;
+    return files | ((parts & rpc::part::bitfield) != 0 ? torrent_part::pieces : 0);
 }
 
 std::vector<std::string> addresses_of(const CJobNode& job) {
@@ -186,7 +199,7 @@ std::vector<std::string> addresses_of(const CJobNode& job) {
 }
 
 rpc::JobStatus status_of(const CJobNode& job, const std::optional<JobProgress>& progress, const LiveJob* live,
-                         const TorrentFilesKnown* torrent, unsigned parts) {
+                         const TorrentReport* torrent, unsigned parts) {
     rpc::JobStatus status;
     status.job = job.identity;
     status.phase = phase_of(job);
@@ -195,11 +208,17 @@ rpc::JobStatus status_of(const CJobNode& job, const std::optional<JobProgress>& 
     status.length = std::max<std::int64_t>(progress ? progress->size : JobView::size_of(job), 0);
     status.done = progress ? std::max<std::int64_t>(progress->done, 0) : JobView::done_of(job);
     if (status.length > 0) {
-        status.piece_length = torrent != nullptr ? torrent->piece_length : piece_length_of(status.length);
-        status.pieces = (status.length - 1) / status.piece_length + 1;
+        const bool has_pieces = torrent != nullptr && torrent->is_described;
+        status.piece_length = has_pieces ? torrent->piece_length : piece_length_of(status.length);
+        status.pieces = has_pieces ? torrent->piece_count : (status.length - 1) / status.piece_length + 1;
     }
     if (progress) status.connections = progress->connections;
+    if (progress) status.verified = progress->checked;
     if (live != nullptr) status.down_speed = std::llround(live->speed);
+    if (torrent != nullptr) {
+        status.uploaded = torrent->sent;
+        status.up_speed = std::llround(torrent->sent_rate);
+    }
     if (status.phase == rpc::Phase::failed) {
         status.error_code = static_cast<int>(reason_of(job));
         status.error = JobView::error_of(job);
@@ -209,7 +228,7 @@ rpc::JobStatus status_of(const CJobNode& job, const std::optional<JobProgress>& 
     if ((parts & rpc::part::files) != 0)
         status.files =
             is_torrent ? files_of_torrent(job, path, status, torrent) : files_of(job, path, status);
-    if ((parts & rpc::part::bitfield) != 0) status.bitfield = bitfield_of(job, progress, status);
+    if ((parts & rpc::part::bitfield) != 0) status.bitfield = bitfield_of(job, progress, status, torrent);
     return status;
 }
 

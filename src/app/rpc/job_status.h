@@ -6,26 +6,22 @@
 #include "app/process/live_jobs.h"
 #include "engine/engine.h"
 #include "rpc/downloads.h"
-#include "storage/file_list.h"
 
 namespace vantlow {
 
 /// The phase that the record of a job is in.
 rpc::Phase phase_of(const CJobNode& job) noexcept;
 
-/// The files of a torrent whose description is known.
-struct TorrentFilesKnown {
-    FileList files;
-    bool is_folder = false;
-    std::int64_t piece_length = 0;
-};
-/// Reads a description ("info" value); none where it is no such.
-std::optional<TorrentFilesKnown> read_torrent_files(std::string_view info);
+/// The first `count` bits of a bitfield as peers send it (BEP 3); none where it is empty.
+std::vector<bool> bits_of(std::string_view wire, std::int64_t count);
 
-/// The status of a job. `torrent`: of one whose description is known, or null. `progress`: of one that runs;
-/// `live`: its figures as they were measured last, or null. `parts`: of namespace rpc::part.
+/// The parts of a torrent's report (torrent_part) that a status with these parts (rpc::part) is made of.
+unsigned report_parts(unsigned parts) noexcept;
+
+/// The status of a job. `torrent`: the report of one, with the parts that it needs, or null. `progress`: of
+/// one that runs; `live`: its figures as they were measured last, or null. `parts`: of namespace rpc::part.
 rpc::JobStatus status_of(const CJobNode& job, const std::optional<JobProgress>& progress, const LiveJob* live,
-                         const TorrentFilesKnown* torrent, unsigned parts);
+                         const TorrentReport* torrent, unsigned parts);
 
 /// The addresses of a job, its own first; without credentials.
 std::vector<std::string> addresses_of(const CJobNode& job);

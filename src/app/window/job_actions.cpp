@@ -35,17 +35,23 @@ std::vector<const CJobNode*> JobActions::selected() const {
     return jobs;
 }
 
+bool JobActions::can_be_shared(const CJobNode& job) const {
+    return job.state == JobState::finished && kind_of(job) == JobKind::torrent &&
+           !model_.engine.is_sharing(job.identity);
+}
+
 bool JobActions::can(Command command) const {
     const auto jobs = selected();
     const auto any = [&](const auto& passes) { return std::any_of(jobs.begin(), jobs.end(), passes); };
     switch (command) {
         case command_start:
-            return any([](const CJobNode* job) {
-                return job->state == JobState::stopped || job->state == JobState::failed;
+            return any([this](const CJobNode* job) {
+                return job->state == JobState::stopped || job->state == JobState::failed || can_be_shared(*job);
             });
         case command_stop:
-            return any([](const CJobNode* job) {
-                return job->state == JobState::waiting || job->state == JobState::running;
+            return any([this](const CJobNode* job) {
+                return job->state == JobState::waiting || job->state == JobState::running ||
+                       model_.engine.is_sharing(job->identity);
             });
         case command_first:
         case command_earlier:
@@ -136,13 +142,19 @@ bool JobActions::give(Command command) {
 void JobActions::start(const std::vector<Guid>& jobs) {
     for (const Guid& id : jobs) {
         const CJobNode* const job = model_.engine.find(id);
-        if (job != nullptr && job->state != JobState::finished) tell(model_.engine.start(id), {});
+        if (job == nullptr || (job->state == JobState::finished && !can_be_shared(*job))) continue;
+        tell(model_.engine.start(id), {});
     }
 }
 
 void JobActions::start_or_stop_all(bool start_them) {
     std::vector<Guid> jobs;
-    for (std::size_t row = 0; row < model_.rows.size(); ++row) jobs.push_back(model_.rows.at(row));
+    for (std::size_t row = 0; row < model_.rows.size(); ++row) {
+        const CJobNode* const job = model_.engine.find(model_.rows.at(row));
+        // Those that have finished are started one by one.
+        const bool is_meant = !start_them || (job != nullptr && job->state != JobState::finished);
+        if (is_meant) jobs.push_back(model_.rows.at(row));
+    }
     if (start_them) return start(jobs);
     for (const Guid& job : jobs) tell(model_.engine.stop(job), {});
 }

@@ -35,6 +35,7 @@ class JobActions {
     void settle();
 
   private:
+    [[nodiscard]] bool can_be_shared(const CJobNode& job) const;
     [[nodiscard]] std::vector<const CJobNode*> selected() const;
     void start_or_stop_all(bool start);
     void reorder(Order order);

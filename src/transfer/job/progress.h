@@ -37,6 +37,8 @@ struct JobProgress {
     int restarts = 0;  ///< times that the file on the server was another version, and everything began anew
     /// No connection yet, since the server has as many as it may have: see ServerLimits.
     bool awaits_place = false;
+    /// Bytes that were read so far, while what is on the disk already is held against its hashes.
+    std::optional<std::int64_t> checked{};
 };
 
 /// How a job's run ended.

@@ -113,10 +113,10 @@ Exit run_jobs(CFerrywellApp& app, const GlobalOptions& global, const GetOptions&
               std::vector<std::string> links, const GetTools& tools, OutputPipe* pipe) {
     Engine::Options made = app.engine_options();
     made.keeps_state = made.follows = pipe == nullptr;
-    made.sharing.ratio = options.seed_ratio;
-    if (!options.seed_time.empty()) made.sharing.time = parse_span(options.seed_time).value();
+    made.sharing.ratio = options.seed.ratio.value_or(0);
+    if (!options.seed.time.empty()) made.sharing.time = parse_span(options.seed.time).value();
     made.sharing.goes_on =
-        options.seed || made.sharing.ratio > 0 || made.sharing.time > std::chrono::seconds(0);
+        options.seed.seed || made.sharing.ratio > 0 || made.sharing.time > std::chrono::seconds(0);
     Engine engine(JobStore::in_memory(target_folder(options.job)), std::move(made));
     GetRun jobs(engine, tools.output, app.stop(), tools.threads, options);
     Engine::Running running{tools.connections, tools.threads};
@@ -192,8 +192,7 @@ Exit run_get(CFerrywellApp& app, const GlobalOptions& global, const GetOptions& 
 
 Complaint check_get(const GetOptions& options) {
     if (Complaint complaint = check_job_options(options.job)) return complaint;
-    if (!options.seed_time.empty() && !parse_span(options.seed_time))
-        return "--seed-time takes a span of time (90s, 5m, 2h, 1d), not \"" + options.seed_time + "\".";
+    if (Complaint complaint = check_seed_options(options.seed)) return complaint;
     if (options.give_up_after.empty() || parse_span(options.give_up_after)) return std::nullopt;
     return "--give-up-after takes a span of time (90s, 5m, 2h, 1d), not \"" + options.give_up_after + "\".";
 }
@@ -214,11 +213,7 @@ void add_get_command(CommandSet& commands) {
     get.add_option("--give-up-after", options->give_up_after,
                    "The time that a job tries without a byte: 90s, 5m, 2h, 1d; 0: without end (default: "
                    "without end in a terminal and with --retries, else 1d)");
-    get.add_flag("--seed", options->seed, "Share a torrent after its end, until Ctrl-C");
-    get.add_option("--seed-ratio", options->seed_ratio,
-                   "Share a torrent after its end until so many times its size was sent")
-        ->check(CLI::PositiveNumber);
-    get.add_option("--seed-time", options->seed_time, "Share a torrent after its end for 90s, 5m, 2h, 1d");
+    add_seed_options(get, options->seed);
 }
 
 }  // namespace vantlow

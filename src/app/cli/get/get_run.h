@@ -22,9 +22,7 @@ struct GetOptions {
     JobOptions job;
     std::optional<int> jobs;    ///< at once
     std::string give_up_after;  ///< a span of time; empty: not given
-    bool seed = false;          ///< torrents are shared after their end
-    double seed_ratio = 0;      ///< 0: not given
-    std::string seed_time;      ///< a span of time; empty: not given
+    SeedOptions seed;
 };
 
 /// Adds the word `get`.

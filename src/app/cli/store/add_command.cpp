@@ -6,6 +6,7 @@
 #include "app/cli/job_options.h"
 #include "app/cli/report.h"
 #include "app/cli/store/store_command.h"
+#include "app/terminal/quantities.h"
 #include "base/text.h"
 
 namespace vantlow {
@@ -13,6 +14,7 @@ namespace {
 
 struct AddOptions {
     JobOptions job;
+    SeedOptions seed;
     std::string category;
     bool paused = false;
 };
@@ -23,6 +25,15 @@ void tell_of_server_limit(const StoreCommand& command, const JobOptions& options
     if (most == 0 || options.connections.value_or(0) <= most || command.global.quiet) return;
     complain("The setting Connection/MaxPerServer allows " + std::to_string(most) +
              " connections to one server, so that a job gets no more.");
+}
+
+// Any of the options takes the place of all settings: a ratio that is not given is no bound then.
+void keep_seed_options(const SeedOptions& options, JobDraft& draft) {
+    if (!options.seed && !options.ratio && options.time.empty()) return;
+    JobRules rules = draft.rules ? *draft.rules : JobRules();
+    rules.share_ratio = options.seed ? -1 : options.ratio.value_or(-1);
+    rules.share_time = options.time.empty() || options.seed ? 0 : parse_span(options.time).value().count();
+    draft.rules = std::make_shared<const JobRules>(std::move(rules));
 }
 
 Exit run_add(StoreCommand& command, const AddOptions& options) {
@@ -41,6 +52,7 @@ Exit run_add(StoreCommand& command, const AddOptions& options) {
     // As for `get`, files go to the current folder where neither another one nor a category with one is
     // named.
     JobDraft draft = draft_of(asked, options.category.empty() ? u"." : category->folder);
+    keep_seed_options(options.seed, draft);
     draft.links = std::move(links);
     draft.category = category->identity;
     draft.paused = options.paused;
@@ -59,6 +71,7 @@ Exit run_add(StoreCommand& command, const AddOptions& options) {
 Complaint check_add(const AddOptions& options) {
     if (Complaint complaint = check_job_options(options.job)) return complaint;
     if (options.job.output == "-") return "--output - is for 'vantlow get' alone.";
+    if (Complaint complaint = check_seed_options(options.seed)) return complaint;
     return check_draft(options.job);
 }
 
@@ -74,6 +87,7 @@ void add_add_command(CommandSet& commands) {
     add.add_option("--limit", options->job.limit, "Bytes a second for each of these jobs (500K, 2M)");
     add.add_option("--category", options->category,
                    "The category for the jobs; without --dir their files go to its folder");
+    add_seed_options(add, options->seed);
     add.add_flag("--paused", options->paused, "Let the jobs wait for 'vantlow start'");
 }
 

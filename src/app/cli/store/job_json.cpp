@@ -2,9 +2,15 @@
 
 #include <nlohmann/json.hpp>
 
+#include <chrono>
+#include <cmath>
+#include <span>
+
 #include "app/cli/report.h"
 #include "app/terminal/quantities.h"
+#include "base/codes.h"
 #include "base/text.h"
+#include "bt/peer_store.h"
 
 namespace vantlow {
 
@@ -29,7 +35,7 @@ ordered_json list_json(const JobView& view) {
                       {"file", view.file()},
                       {"size", size < 0 ? ordered_json(nullptr) : ordered_json(size)},
                       {"done", view.done()},
-                      {"state", job_state_name(view.state())},
+                      {"state", view.state_word()},
                       {"connections", job.connections},
                       {"comment", to_utf8(job.comment)},
                       {"referer", to_utf8(job.referer)},
@@ -60,6 +66,83 @@ ordered_json show_json(const JobView& view) {
     }
     json["segments"] = std::move(segments);
     return json;
+}
+
+ordered_json peers_json(const TorrentReport& report) {
+    ordered_json peers = ordered_json::array();
+    for (const TorrentPeer& peer : report.peers) {
+        peers.push_back({{"address", peer_text(peer.address)},
+                         {"id", to_hex(std::as_bytes(std::span(peer.id)))},
+                         {"client", peer.client},
+                         {"incoming", peer.is_incoming},
+                         {"encrypted", peer.is_encrypted},
+                         {"seed", peer.is_seed},
+                         {"interesting", peer.is_interesting},
+                         {"choking", peer.chokes_us},
+                         {"interested", peer.is_interested},
+                         {"choked", peer.is_choked},
+                         {"progress", peer.progress},
+                         {"down", std::llround(peer.received_rate)},
+                         {"up", std::llround(peer.sent_rate)},
+                         {"received", peer.received},
+                         {"sent", peer.sent}});
+    }
+    return peers;
+}
+
+ordered_json trackers_json(const TorrentReport& report) {
+    ordered_json trackers = ordered_json::array();
+    for (const TorrentTracker& tracker : report.trackers) {
+        const auto left = tracker.next.value_or(Clock::time_point{}) - Clock::now();
+        const auto next = std::chrono::system_clock::now() +
+                          std::chrono::duration_cast<std::chrono::system_clock::duration>(left);
+        trackers.push_back(
+            {{"tracker", tracker.address},
+             {"tier", tracker.tier},
+             {"state", tracker_state_name(tracker.state)},
+             {"peers", tracker.peers},
+             {"next", tracker.next ? ordered_json(iso_time(std::chrono::system_clock::to_time_t(next)))
+                                   : ordered_json(nullptr)},
+             {"failure", tracker.failure.empty() ? ordered_json(nullptr) : ordered_json(tracker.failure)}});
+    }
+    return trackers;
+}
+
+ordered_json files_json(const TorrentReport& report) {
+    ordered_json files = ordered_json::array();
+    for (const TorrentFile& file : report.files) {
+        files.push_back(
+            {{"number", files.size() + 1},
+             {"name", to_utf8(file.name)},
+             {"path", file.path.empty() ? ordered_json(nullptr) : ordered_json(to_utf8(file.path))},
+             {"size", file.size},
+             {"done", file.done},
+             {"chosen", file.is_chosen}});
+    }
+    return files;
+}
+
+ordered_json pieces_json(const TorrentReport& report) {
+    return {{"count", report.piece_count},
+            {"length", report.piece_length},
+            {"good", report.good_pieces},
+            {"bitfield", to_hex(std::as_bytes(std::span(report.good)))},
+            {"availability", report.availability}};
+}
+
+void add_torrent(ordered_json& json, const TorrentReport& report) {
+    const bool is_sized = report.size > 0;
+    json["infoHash"] = to_hex(report.info_hash);
+    json["phase"] = torrent_phase_name(report.phase);
+    json["progress"] = is_sized ? static_cast<double>(report.done) / static_cast<double>(report.size) : 0.0;
+    json["received"] = report.received;
+    json["sent"] = report.sent;
+    json["ratio"] = report.ratio();
+    json["seeds"] = report.seeds;
+    json["peers"] = peers_json(report);
+    json["trackers"] = trackers_json(report);
+    json["pieces"] = pieces_json(report);
+    json["files"] = files_json(report);
 }
 
 }  // namespace vantlow

@@ -14,4 +14,13 @@ nlohmann::ordered_json list_json(const JobView& view);
 /// yet.
 nlohmann::ordered_json show_json(const JobView& view);
 
+/// The parts of a torrent's report as its commands print them: each peer, tracker and file an object, the
+/// pieces one. Bytes, bytes a second, moments as above.
+nlohmann::ordered_json peers_json(const TorrentReport& report);
+nlohmann::ordered_json trackers_json(const TorrentReport& report);
+nlohmann::ordered_json files_json(const TorrentReport& report);
+nlohmann::ordered_json pieces_json(const TorrentReport& report);
+/// Adds to the fields of `show --json` those of a torrent: the totals and all four parts.
+void add_torrent(nlohmann::ordered_json& json, const TorrentReport& report);
+
 }  // namespace vantlow

@@ -9,6 +9,7 @@
 #include "app/terminal/display_text.h"
 #include "app/terminal/progress_lines.h"
 #include "app/terminal/quantities.h"
+#include "base/codes.h"
 #include "base/text.h"
 
 namespace vantlow {
@@ -40,7 +41,7 @@ std::string list_line(const JobView& view) {
     if (name.empty()) name = view.address();
     const std::string why = trouble_of(view);
     return guid_text(view.job.identity).substr(0, shown_digits) + "  " +
-           padded(std::string(job_state_name(view.state())), 9) + padded(done_text(view), 18) +
+           padded(std::string(view.state_word()), 9) + padded(done_text(view), 18) +
            padded(shorten(printable(to_utf8(view.category.name)), 14), 15) + printable(name) +
            (why.empty() ? "" : "  " + printable(why)) + "\n";
 }
@@ -65,16 +66,18 @@ Exit run_list(StoreCommand& command, const std::string& category_name) {
     return Exit::done;
 }
 
+std::string row_of(const char* name, const std::string& value) {
+    return value.empty() ? std::string() : padded(name, 14) + printable(value) + "\n";
+}
+
 std::string show_text(const JobView& view) {
     const CJobNode& job = view.job;
     std::string text;
-    const auto row = [&](const char* name, const std::string& value) {
-        if (!value.empty()) text += padded(name, 14) + printable(value) + "\n";
-    };
+    const auto row = [&](const char* name, const std::string& value) { text += row_of(name, value); };
     row("Id", guid_text(job.identity));
     row("Address", view.address());
     row("Category", to_utf8(view.category.name));
-    row("State", std::string(job_state_name(view.state())));
+    row("State", std::string(view.state_word()));
     row(job.state == JobState::failed ? "Error" : "Waiting for", trouble_of(view));
     row("Folder", view.folder());
     row("File", view.file());
@@ -95,6 +98,20 @@ std::string show_text(const JobView& view) {
     return text;
 }
 
+std::string torrent_text(const TorrentReport& report) {
+    std::string text = row_of("Info hash", to_hex(report.info_hash));
+    if (report.is_described)
+        text += row_of("Pieces", std::to_string(report.good_pieces) + " of " +
+                                     std::to_string(report.piece_count) + ", each of " +
+                                     human_size(report.piece_length));
+    text += row_of("Received", human_size(report.received));
+    text += row_of("Sent", human_size(report.sent) + print(" (ratio %.2f)", report.ratio()));
+    if (report.phase != TorrentReport::Phase::idle)
+        text += row_of("Peers", std::to_string(report.connections) + " connected, " +
+                                    std::to_string(report.seeds) + " of them with everything");
+    return text;
+}
+
 const CJobNode* one_job(StoreCommand& command, const std::string& id) {
     bool complete = true;
     const auto jobs = find_jobs(command, {id}, complete);
@@ -105,7 +122,14 @@ Exit run_show(StoreCommand& command, const std::string& id) {
     const CJobNode* job = one_job(command, id);
     if (job == nullptr) return Exit::failed;
     const JobView view(command.engine, *job);
-    print_answer(command.global, show_json(view), show_text(view));
+    ordered_json json = show_json(view);
+    std::string text = show_text(view);
+    if (const auto report =
+            command.engine.torrent_report(job->identity, command.global.json ? torrent_part::all : 0U)) {
+        add_torrent(json, *report);
+        text += torrent_text(*report);
+    }
+    print_answer(command.global, json, text);
     return Exit::done;
 }
 

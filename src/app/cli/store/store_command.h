@@ -15,15 +15,16 @@
 
 namespace vantlow {
 
-void add_add_command(CommandSet& commands);         ///< add
-void add_list_commands(CommandSet& commands);       ///< list, show, log
-void add_steer_commands(CommandSet& commands);      ///< stop, remove (`start` is the resident program's)
-void add_change_commands(CommandSet& commands);     ///< change, limit, check, undo
-void add_category_commands(CommandSet& commands);   ///< category ..., move
-void add_list_file_commands(CommandSet& commands);  ///< export, import
-void add_question_commands(CommandSet& commands);   ///< questions, answer
-void add_settings_commands(CommandSet& commands);   ///< settings ...
-void add_proxy_commands(CommandSet& commands);      ///< proxy ...
+void add_add_command(CommandSet& commands);           ///< add
+void add_list_commands(CommandSet& commands);         ///< list, show, log
+void add_steer_commands(CommandSet& commands);        ///< stop, remove (`start` is the resident program's)
+void add_change_commands(CommandSet& commands);       ///< change, limit, check, undo
+void add_torrent_job_commands(CommandSet& commands);  ///< torrent peers, trackers, files, pieces, check
+void add_category_commands(CommandSet& commands);     ///< category ..., move
+void add_list_file_commands(CommandSet& commands);    ///< export, import
+void add_question_commands(CommandSet& commands);     ///< questions, answer
+void add_settings_commands(CommandSet& commands);     ///< settings ...
+void add_proxy_commands(CommandSet& commands);        ///< proxy ...
 
 /// The surroundings of a command on the store.
 struct StoreCommand {

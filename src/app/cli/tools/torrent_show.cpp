@@ -154,7 +154,7 @@ std::optional<TorrentFacts> read_torrent(const std::string& file_or_magnet, cons
 }
 
 void add_torrent_commands(CommandSet& commands) {
-    CLI::App& group = commands.add_group("torrent", "Show, make and announce torrents");
+    CLI::App& group = commands.add_group("torrent", "Show, make, announce and check torrents");
     const auto shown = std::make_shared<std::string>();
     CLI::App& show = commands.add_below(group, "show", "Show what a torrent file or a magnet link contains",
                                         [shown](CFerrywellApp& app, const GlobalOptions& global) {

@@ -7,6 +7,7 @@
 #include "app/window/model/texts.h"
 #include "app/window/model/translate.h"
 #include "base/text.h"
+#include "engine/recovery.h"
 
 namespace vantlow {
 namespace {
@@ -158,6 +159,7 @@ std::string RowFacts::cell(Column column) const {
         case Column::left:
             return live != nullptr ? time_left_text(live->seconds_left()) : std::string();
         case Column::state:
+            if (is_to_be_shared(job)) return tr("sharing");
             return state_text(live != nullptr && live->awaits_place ? JobState::waiting : job.state);
         case Column::category:
             return shown(category.name);

@@ -43,7 +43,10 @@ void WindowModel::changed(const Changes& changes) {
 }
 
 void WindowModel::ended(const JobEnd& end) {
-    if (end.stop_asked || end.goes_on || end.gave_way || end.outcome.result.kind() == Kind::stopped) return;
+    if (end.stop_asked || end.gave_way || end.outcome.result.kind() == Kind::stopped) return;
+    // A shared torrent was told of when its files were there.
+    const bool is_news = end.shares ? end.goes_on || !end.outcome.result.ok() : !end.goes_on;
+    if (!is_news) return;
     if (on_end) on_end(end.job->identity, !end.outcome.result.ok());
 }
 

@@ -1,0 +1,22 @@
+// No TLS: there is no library for this system that the endpoint could have it from.
+#include "app/rpc/endpoint_tls.h"
+
+namespace vantlow {
+namespace {
+
+Result not_here() {
+    return {Code::unsupported,
+            "The control API has no TLS on Windows: it stays closed while \"RPC\"/\"TLS\" is 1."};
+}
+
+}  // namespace
+
+Outcome<ControlCertificate> make_certificate(const std::vector<std::string>&) {
+    return not_here();
+}
+
+Outcome<std::unique_ptr<control::TlsServer>> control::make_tls_server(const ControlCertificate&) {
+    return not_here();
+}
+
+}  // namespace vantlow
