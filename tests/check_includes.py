@@ -16,7 +16,7 @@ import tempfile
 TABLES = {"base", "platform", "runtime"}
 CONNECTION = TABLES | {"net", "transfer/connection"}
 CONVERSATIONS = CONNECTION | {"transfer/http", "transfer/ftp"}
-CORE = CONVERSATIONS | {"store", "storage", "transfer/job", "bt", "bt/peer", "bt/swarm", "ed2k", "meta", "engine"}
+CORE = CONVERSATIONS | {"store", "storage", "transfer/job", "bt", "bt/peer", "bt/swarm", "bt/web", "ed2k", "meta", "engine"}
 CLI = CORE | {"app/terminal", "app/process"}
 ALLOWED = {
     "base": set(),
@@ -32,6 +32,7 @@ ALLOWED = {
     "bt": CONNECTION | {"transfer/http", "store", "storage"},
     "bt/peer": {"base", "bt"},
     "bt/swarm": {"base", "platform", "net", "storage", "bt", "bt/peer"},
+    "bt/web": CONNECTION | {"transfer/http", "store", "storage", "bt", "bt/peer"},
     "ed2k": {"base"},
     "media": {"base", "platform"},
     "meta": {"base"},

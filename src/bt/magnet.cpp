@@ -12,6 +12,7 @@ constexpr std::size_t most_decoded = 64;
 // More numbered trackers than these are left out.
 constexpr int most_trackers = 1000;
 constexpr std::size_t most_peers = 200;
+constexpr std::size_t most_web_seeds = 50;
 
 // The text behind the first `key`, up to the next "&"; none when the key does not occur.
 std::optional<std::string_view> value_of(std::string_view text, std::string_view key) {
@@ -33,16 +34,19 @@ std::optional<SocketAddress> read_peer(std::string_view escaped) {
     return SocketAddress::from_literal(host, static_cast<std::uint16_t>(*port));
 }
 
-std::vector<SocketAddress> read_peers(std::string_view text) {
-    std::vector<SocketAddress> peers;
+// Peers and servers that have the files.
+void read_givers(std::string_view text, Magnet& magnet) {
+    constexpr std::string_view peer_key = "x.pe=";
+    constexpr std::string_view seed_key = "ws=";
     if (const std::size_t query = text.find('?'); query != std::string_view::npos)
         text.remove_prefix(query + 1);
     for (std::string_view part : split(text, '&')) {
-        constexpr std::string_view key = "x.pe=";
-        if (!part.starts_with(key) || peers.size() >= most_peers) continue;
-        if (const auto peer = read_peer(part.substr(key.size()))) peers.push_back(*peer);
+        if (part.starts_with(peer_key) && magnet.peers.size() < most_peers) {
+            if (const auto peer = read_peer(part.substr(peer_key.size()))) magnet.peers.push_back(*peer);
+        } else if (part.starts_with(seed_key) && magnet.web_seeds.size() < most_web_seeds) {
+            magnet.web_seeds.push_back(percent_decode(part.substr(seed_key.size())));
+        }
     }
-    return peers;
 }
 
 // Decodes base32, the last byte filled up with zeroes; none for any character outside the alphabet.
@@ -101,7 +105,7 @@ std::optional<Magnet> parse_magnet(std::string_view text, const std::vector<std:
     Magnet magnet;
     magnet.info_hash = *hash;
     magnet.name = value_of(text, "dn=").value_or("");
-    magnet.peers = read_peers(text);
+    read_givers(text, magnet);
     if (const auto tracker = value_of(text, "tr=")) magnet.trackers.emplace_back(*tracker);
     int number = 0;
     for (; number < most_trackers; ++number) {

@@ -18,6 +18,7 @@ struct Magnet {
     std::vector<std::string> trackers;
     /// Peers that it names by their addresses ("x.pe"); those that it names otherwise are left out.
     std::vector<SocketAddress> peers;
+    std::vector<std::string> web_seeds;  ///< addresses of servers that have the files ("ws"), not escaped
 };
 
 /// Reads the text behind "magnet:?" (the whole link is accepted too). None when it has no info hash of 20

@@ -55,6 +55,25 @@ std::string info_of_document(std::span<const std::byte> document) {
     return std::string(parser.info_copy());
 }
 
+std::vector<std::string> web_seeds_of_document(std::span<const std::byte> document) {
+    constexpr std::size_t most = 50;
+    CBEncode parser;
+    if (!parser.load_memory(document)) return {};
+    const auto tree = parser.parse_document();
+    if (!tree) return {};
+    std::vector<std::string> addresses;
+    const auto add = [&](const CBEObject* value) {
+        const CBEString* const text = as_string(value);
+        if (text != nullptr && !text->data.empty() && addresses.size() < most)
+            addresses.push_back(text->data);
+    };
+    add(tree->find("url-list"));
+    if (const CBEList* const list = tree->find_list("url-list")) {
+        for (const auto& item : list->items) add(item.get());
+    }
+    return addresses;
+}
+
 Outcome<TorrentContent> read_torrent_content(std::string_view info) {
     CBEncode parser;
     if (!parser.load_memory(document_of_info(info))) return refusal("There is no memory for the torrent.");

@@ -41,6 +41,9 @@ std::string document_of_info(std::string_view info);
 /// The "info" value of a document; empty where it has none.
 std::string info_of_document(std::span<const std::byte> document);
 
+/// The addresses of servers that have the files, as a document names them (BEP 19): the first 50.
+std::vector<std::string> web_seeds_of_document(std::span<const std::byte> document);
+
 /// A name from a torrent as one part of a path: what would divide it becomes "_".
 std::u16string in_one_part(std::u16string name);
 

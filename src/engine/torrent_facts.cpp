@@ -97,7 +97,8 @@ void TorrentRun::look_at_peers(unsigned parts, TorrentReport& report) const {
         if ((parts & torrent_part::peers) == 0) return;
         peer.address = link.address();
         peer.id = link.peer_id;
-        peer.client = peer_client(link.version, link.peer_id);
+        const WebSeed* const seed = web_seed_at(link.address());
+        peer.client = seed != nullptr ? seed->shown_address() : peer_client(link.version, link.peer_id);
         peer.is_incoming = link.is_incoming();
         peer.is_encrypted = link.is_encrypted();
         peer.chokes_us = link.chokes_us;

@@ -31,7 +31,8 @@ inline constexpr unsigned all = 15;
 struct TorrentPeer {
     SocketAddress address;  ///< of one that called, its port is not the one that it listens at
     std::string id;         ///< 20 bytes, as sent
-    std::string client;  ///< UTF-8, of one line: as the peer says, else by its id; empty where neither tells
+    std::string client;  ///< UTF-8, of one line: as the peer says, else by its id; empty where neither tells;
+                         ///< a web seed's address, whose other one is no address at all (0.0.0.0)
     bool is_incoming = false;     ///< it called
     bool is_encrypted = false;    ///< all of the connection, not just its beginning
     bool chokes_us = true;        ///< it gives nothing now

@@ -51,6 +51,7 @@ void TorrentRun::every_second() {
     pace_.follow(services_.settings);
     announces_.revive();
     tell_peers();
+    call_web_seeds();
     count();
     show();
     if (is_shared_enough()) {
@@ -157,6 +158,7 @@ bool TorrentRun::is_shared_enough() const {
 }
 
 void TorrentRun::banned(const SocketAddress& peer) {
+    if (WebSeed* const seed = web_seed_at(peer)) return seed->ban();
     log_.line(Direction::error, "The peer " + peer_text(peer) + " gave wrong data and is left.");
 }
 
@@ -209,7 +211,8 @@ void TorrentRun::show_peers(JobProgress& progress, std::vector<SessionConnection
     for (const SwarmPeer& peer : swarm_->look()) {
         if (!peer.is_live) continue;
         SessionConnection connection;
-        connection.peer = peer_text(peer.address);
+        const WebSeed* const seed = web_seed_at(peer.address);
+        connection.peer = seed != nullptr ? seed->shown_address() : peer_text(peer.address);
         connection.works = peer.gives;
         connections.push_back(std::move(connection));
         if (peer.gives) ++progress.connections;

@@ -199,6 +199,7 @@ Result TorrentRun::fetch_pieces() {
     if (is_whole && !sharing_.goes_on) return {};
     DiskPool pool([this](DiskPool::Callback call) { return loop_->post(std::move(call)); });
     StorageDisk disk(files_->storage(), pool, *hashes_);
+    auto web_seeds = make_web_seeds();  // they outlive their connections
     SwarmTorrent torrent{content_.info_hash, identity_.peer_id, content_.total,
                          static_cast<std::uint32_t>(content_.piece_length), content_.info};
     SwarmOptions options;
@@ -218,6 +219,7 @@ Result TorrentRun::fetch_pieces() {
     }
     disk_ = &disk;
     swarm_ = &swarm;
+    web_seeds_ = &web_seeds;
     swarm.start();
     if (!content_.is_private) swarm.add_peers(magnet_.peers);
     for (const auto& listener : listeners_) accept(*listener);
@@ -232,6 +234,7 @@ Result TorrentRun::fetch_pieces() {
     listeners_.clear();
     disk_ = nullptr;
     swarm_ = nullptr;
+    web_seeds_ = nullptr;
     // The download has succeeded, whatever became of its sharing.
     if (named_ && failure_) log_.line(Direction::error, failure_->message());
     if (is_complete_ || named_) return {};

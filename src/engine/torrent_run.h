@@ -14,6 +14,7 @@
 #include "bt/swarm/metadata_fetch.h"
 #include "bt/swarm/storage_disk.h"
 #include "bt/swarm/swarm.h"
+#include "bt/web/web_seed.h"
 #include "engine/peer_sources.h"
 #include "engine/session.h"
 #include "engine/torrent_files.h"
@@ -75,6 +76,10 @@ class TorrentRun final : private SwarmListener {
     void every_second();
     void start_round();
     void tell_peers();
+    std::vector<std::unique_ptr<WebSeed>> make_web_seeds();
+    void fill_seed_errand(HttpErrand& errand) const;
+    void call_web_seeds();
+    [[nodiscard]] WebSeed* web_seed_at(const SocketAddress& address) const;
     void log_sources();
     void count();
     void save_some();
@@ -144,6 +149,7 @@ class TorrentRun final : private SwarmListener {
     std::optional<net::Timer> ticks_;
     StorageDisk* disk_ = nullptr;  ///< while pieces are fetched
     Swarm* swarm_ = nullptr;
+    std::vector<std::unique_ptr<WebSeed>>* web_seeds_ = nullptr;
     MetadataFetch* description_ = nullptr;  ///< while it is fetched
 
     CheckProgress checked_;

@@ -22,8 +22,12 @@ std::vector<std::byte> TorrentShelf::find(const InfoHash& hash) const {
         return document;
     }
     const MutexLock guard(mutex_);
-    if (const auto at = kept_.find(hash); at != kept_.end()) document = at->second;
-    return document;
+    const auto at = kept_.find(hash);
+    return at != kept_.end() ? at->second : document;
+}
+
+std::vector<std::string> TorrentShelf::find_web_seeds(const InfoHash& hash) const {
+    return web_seeds_of_document(find(hash));
 }
 
 std::vector<SocketAddress> TorrentShelf::find_nodes(const InfoHash& hash) const {

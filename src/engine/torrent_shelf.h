@@ -26,6 +26,8 @@ class TorrentShelf {
     [[nodiscard]] std::string find_info(const InfoHash& hash) const;
     /// The nodes of the distributed hash table that the kept document names.
     [[nodiscard]] std::vector<SocketAddress> find_nodes(const InfoHash& hash) const;
+    /// The servers that the kept document names as having the files.
+    [[nodiscard]] std::vector<std::string> find_web_seeds(const InfoHash& hash) const;
     /// Ok also where there is none.
     FileError drop(const InfoHash& hash);
 

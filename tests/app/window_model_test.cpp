@@ -9,6 +9,7 @@
 #include "app/window/model/translate.h"
 #include "app/window/model/window_model.h"
 #include "engine/engine_fixture.h"
+#include "platform/file.h"
 #include "platform/settings_backend.h"
 
 namespace vantlow {
@@ -273,6 +274,41 @@ TEST_F(WindowTest, AFormIsCheckedAndBecomesADraft) {
         EXPECT_EQ(faults[0], one.fault);
         EXPECT_FALSE(sentence_of(faults[0]).empty());
     }
+}
+
+TEST_F(WindowTest, FilesOfATorrentAreChosenBeforeItIsFiled) {
+    const std::string info =
+        "d5:filesld6:lengthi5e4:pathl1:a3:\xE6\xB5\xB7"
+        "eed6:lengthi7e4:pathl1:beed6:lengthi9e4:pathl1:ceee"
+        "4:name1:n12:piece lengthi16384e6:pieces20:aaaaaaaaaaaaaaaaaaaae";
+    ASSERT_TRUE(make_folders(folder.path(u"data")).ok());  // that torrents are kept in
+    folder.write(u"some.torrent", "d4:info" + info + "e");
+    NewJobForm form = model->new_jobs.form_of("", {});
+    form.addresses = to_utf8(folder.path(u"some.torrent"));
+    const auto& files = model->new_jobs.files(form);
+    ASSERT_EQ(files.size(), 3U);
+    EXPECT_EQ(files[0].name, join_path(u"a", u"\u6D77"));
+    EXPECT_EQ(files[2].size, 9);
+    form.chosen = {false, false, false};
+    EXPECT_EQ(model->new_jobs.check(form),
+              (std::vector<FormFault>{{FormFault::Field::files, FormFault::Kind::none_chosen}}));
+    form.chosen = {true, false, true};
+    form.start = false;
+    const Added added = engine->add(model->new_jobs.draft_of(form));
+    ASSERT_EQ(added.jobs.size(), 1U);
+    EXPECT_EQ(engine->find(added.jobs[0])->rules->select, "1,3");
+    // Once it is filed its magnet is known by it, too; an address that is no torrent has no files.
+    NewJobForm again = form;
+    again.addresses = to_utf8(engine->find(added.jobs[0])->address);
+    EXPECT_EQ(model->new_jobs.files(again).size(), 3U);
+    again.addresses += "\nhttp://a/b";
+    EXPECT_TRUE(model->new_jobs.files(again).empty());
+    const std::pair<std::vector<bool>, std::string> selections[] = {
+        {{}, ""},
+        {{true, true}, ""},
+        {{false, false}, ""},
+        {{true, false, true, true, true, false, true}, "1,3-5,7"}};
+    for (const auto& [chosen, text] : selections) EXPECT_EQ(selection_of(chosen), text);
 }
 
 TEST_F(WindowTest, PropertiesAreSharedByJobsAndChangeWhatWasEntered) {

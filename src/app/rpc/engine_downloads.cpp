@@ -60,7 +60,7 @@ EngineDownloads::EngineDownloads(Engine& engine, Options options)
       options_(std::move(options)),
       session_((hex_of(new_guid()) + hex_of(new_guid())).substr(0, 40)),
       live_(engine) {
-    for (const CJobNode* job : engine_.jobs_below(nullptr)) known_[job->identity] = phase_of(*job);
+    for (const CJobNode* job : engine_.jobs_below(nullptr)) known_[job->identity] = phase_now(*job);
     engine_.add_listener(*this);
 }
 
@@ -69,6 +69,11 @@ EngineDownloads::~EngineDownloads() {
 }
 
 // ---- Looking.
+
+// A torrent that is shared still has its session, and front ends count it among the active ones.
+Phase EngineDownloads::phase_now(const CJobNode& job) const {
+    return engine_.is_sharing(job.identity) ? Phase::active : phase_of(job);
+}
 
 // The record of a job that counts: one that only waits for its session's end to be removed is a result.
 const CJobNode* EngineDownloads::record(const Guid& job) const {
@@ -83,7 +88,7 @@ const EngineDownloads::Lists& EngineDownloads::lists() {
     std::vector<std::pair<std::int64_t, Guid>> stopped;
     for (const CJobNode* job : engine_.jobs_below(nullptr)) {
         if (results_.contains(job->identity)) continue;
-        const Phase phase = phase_of(*job);
+        const Phase phase = phase_now(*job);
         if (phase == Phase::active) lists_.active.push_back(job->identity);
         if (phase == Phase::waiting || phase == Phase::paused) waiting.push_back(job);
         if (is_stopped(phase)) stopped.emplace_back(std::max(job->finished, job->created), job->identity);
@@ -115,7 +120,7 @@ std::vector<Guid> EngineDownloads::find(std::string_view digits) {
 }
 
 Phase EngineDownloads::phase(const Guid& job) {
-    if (const CJobNode* const found = record(job)) return phase_of(*found);
+    if (const CJobNode* const found = record(job)) return phase_now(*found);
     return results_.at(job).phase;
 }
 
@@ -140,6 +145,7 @@ rpc::JobStatus EngineDownloads::status(const Guid& job, unsigned parts) {
     if (found == nullptr) return results_.at(job);
     rpc::JobStatus status =
         status_of(*found, engine_.progress(job), live_.find(*found), torrent(*found, parts), parts);
+    status.phase = phase_now(*found);
     if (const auto document = following_.find(job); document != following_.end())
         status.following = document->second;
     if (const auto jobs = followed_by_.find(job); jobs != followed_by_.end())
@@ -297,7 +303,7 @@ Problem EngineDownloads::remove(const Guid& job) {
         ++results_revision_;
         return std::nullopt;
     }
-    const Phase phase = phase_of(*found);
+    const Phase phase = phase_now(*found);
     rpc::JobStatus last = status(job, rpc::part::all);
     const Done done = engine_.remove(job, false);
     if (!done.ok() && done.fault != Done::Fault::running) return problem_of(done, job);
@@ -429,18 +435,22 @@ void EngineDownloads::note(const Guid& job, Phase now, bool has_run) {
     if (now != Phase::waiting) options_.tell(word_for(now), job);
 }
 
+void EngineDownloads::data_complete(const Guid& job) {
+    tell_data(job);
+}
+
 void EngineDownloads::changed(const Changes& changes) {
     if (changes.everything) {
         torrents_.clear();
         known_.clear();
-        for (const CJobNode* job : engine_.jobs_below(nullptr)) known_[job->identity] = phase_of(*job);
+        for (const CJobNode* job : engine_.jobs_below(nullptr)) known_[job->identity] = phase_now(*job);
         return;
     }
     for (const JobChange& change : changes.jobs) {
         const CJobNode* const found = engine_.find(change.job);
         torrents_.erase(change.job);
         if (found != nullptr) {
-            if (!results_.contains(change.job)) note(change.job, phase_of(*found), false);
+            if (!results_.contains(change.job)) note(change.job, phase_now(*found), false);
             continue;
         }
         const auto known = known_.extract(change.job);
@@ -460,7 +470,7 @@ void EngineDownloads::ended(const JobEnd& end) {
         keep_result(std::move(last));
         return;
     }
-    if (const CJobNode* const found = engine_.find(job)) note(job, phase_of(*found), true);
+    if (const CJobNode* const found = engine_.find(job)) note(job, phase_now(*found), true);
 }
 
 void EngineDownloads::followed(const Followed& followed) {

@@ -59,6 +59,7 @@ class EngineDownloads final : public rpc::Downloads, public EngineListener {
     void save() override { engine_.save_behind(); }
     void shut_down() override { options_.shut_down(); }
 
+    void data_complete(const Guid& job) override;
     void changed(const Changes& changes) override;
     void ended(const JobEnd& end) override;
     void followed(const Followed& followed) override;
@@ -78,6 +79,7 @@ class EngineDownloads final : public rpc::Downloads, public EngineListener {
     void forget(const Guid& job);
     const TorrentReport* torrent(const CJobNode& job, unsigned parts);
     void tell_data(const Guid& job);
+    [[nodiscard]] rpc::Phase phase_now(const CJobNode& job) const;
     [[nodiscard]] const CJobNode* record(const Guid& job) const;
     [[nodiscard]] std::u16string default_folder() const;
     Added add_links(const rpc::NewJob& job, JobDraft draft);

@@ -19,6 +19,13 @@ namespace {
 constexpr std::int32_t replaces = 2;  // "FileOverwriteRule"
 constexpr double without_bound = -1;  // JobRules::share_ratio
 
+// No time at all is no sharing; a ratio of 0 is no bound.
+std::optional<double> share_ratio_of(const rpc::JobOptions& options) {
+    if (options.seed_time == 0) return 0;
+    if (!options.seed_ratio) return std::nullopt;
+    return *options.seed_ratio > 0 ? *options.seed_ratio : without_bound;
+}
+
 bool is_absolute(const std::u16string& path) {
     return absolute_path(path) == path || path.starts_with(path_separator()) || path.starts_with(u'/') ||
            (path_separator() == u'\\' && path.size() > 2 && path[1] == u':');
@@ -113,8 +120,7 @@ DraftRequest draft_of(const rpc::NewJob& asked, const std::u16string& folder) {
     JobRules rules;
     if (options.overwrites.value_or(false)) rules.overwrite = replaces;
     rules.speed_limit = options.down_limit.value_or(0);
-    if (options.seed_ratio) rules.share_ratio = *options.seed_ratio > 0 ? *options.seed_ratio : without_bound;
-    if (options.seed_time == 0) rules.share_ratio = 0;
+    rules.share_ratio = share_ratio_of(options);
     if (options.seed_time.value_or(0) > 0) rules.share_time = options.seed_time;
     if (rules != JobRules()) draft.rules = std::make_shared<const JobRules>(std::move(rules));
     return request;
@@ -130,8 +136,6 @@ EditRequest edit_of(const rpc::JobOptions& asked, const CJobNode& job) {
     if (asked.folder && asked.folder != now.folder) refuse("dir");
     if (asked.hash && asked.hash != now.hash) refuse("checksum");
     if (asked.up_limit.value_or(0) != 0) refuse("max-upload-limit");
-    if (asked.seed_ratio && asked.seed_ratio != now.seed_ratio) refuse("seed-ratio");
-    if (asked.seed_time && asked.seed_time != now.seed_time) refuse("seed-time");
     if (asked.name && asked.name != now.name) request.name = to_utf16(*asked.name);
     const auto text = [](std::optional<std::u16string>& member, const std::optional<std::string>& value) {
         if (value) member = to_utf16(*value);
@@ -147,6 +151,8 @@ EditRequest edit_of(const rpc::JobOptions& asked, const CJobNode& job) {
     if (const auto connections = asked.connections_for(addresses))
         edit.connections = static_cast<std::int32_t>(*connections);
     if (asked.down_limit) edit.speed_limit = *asked.down_limit;
+    edit.share_ratio = share_ratio_of(asked);
+    if (asked.seed_time.value_or(0) > 0) edit.share_time = asked.seed_time;
     const JobKind kind = kind_of(job);
     if (kind == JobKind::torrent || kind == JobKind::document) edit.select = asked.select;
     return request;

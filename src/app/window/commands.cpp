@@ -9,7 +9,12 @@ namespace {
 CommandWords of_jobs(Command command) {
     switch (command) {
         case command_add:
-            return {ui(tr("&New download...")), "Ctrl+N", ui(tr("Add addresses to download")), Picture::add};
+            return {ui(tr("&New download...")),
+                    "Ctrl+N",
+                    ui(tr("Add addresses to download")),
+                    Picture::add,
+                    false,
+                    ui(tr("New"))};
         case command_paste:
             return {ui(tr("&Paste links")), "Ctrl+Shift+V", ui(tr("Download the links in the clipboard"))};
         case command_start:
@@ -38,7 +43,7 @@ CommandWords of_jobs(Command command) {
             return {ui(tr("&Open")), "Ctrl+O", ui(tr("Open the downloaded file (Enter)")), Picture::file};
         case command_open_folder:
             return {ui(tr("Open &folder")), "Ctrl+Shift+O", ui(tr("Open the folder of the file")),
-                    Picture::folder};
+                    Picture::folder,        false,          ui(tr("Folder"))};
         case command_copy_address:
             return {ui(tr("&Copy address")), "Ctrl+Shift+C",
                     ui(tr("Copy the addresses of the selected downloads"))};

@@ -66,6 +66,7 @@ struct CommandWords {
     wxString help;
     std::optional<Picture> sign{};
     bool is_check = false;
+    wxString tool{};  ///< the label in the toolbar; empty: that of menus
 };
 CommandWords words_of(Command command);
 

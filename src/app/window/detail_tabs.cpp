@@ -6,10 +6,12 @@
 #include <wx/splitter.h>
 
 #include <algorithm>
+#include <utility>
 
 #include "app/window/model/texts.h"
 #include "app/window/model/translate.h"
 #include "app/window/words.h"
+#include "engine/kinds.h"
 
 namespace vantlow {
 namespace {
@@ -142,10 +144,15 @@ DetailTabs::DetailTabs(wxWindow* parent, WindowModel& model)
       log_(std::make_unique<Log>(details_)) {
     SetName(ui(tr("Details of the download")));
     build_segments();
+    build_torrent();
     build_log();
     build_details();
+    for (const Page& page : pages_) page.window->Hide();
+    arrange(false);
     Bind(wxEVT_NOTEBOOK_PAGE_CHANGED, [this](wxBookCtrlEvent& event) {
         event.Skip();
+        if (arranging_) return;
+        if (const Page* const page = seen()) wanted_ = page->tab;
         look();
     });
 }
@@ -153,6 +160,7 @@ DetailTabs::DetailTabs(wxWindow* parent, WindowModel& model)
 // The tables read from members of this object, and go first.
 DetailTabs::~DetailTabs() {
     DeleteAllPages();
+    DestroyChildren();
 }
 
 void DetailTabs::build_segments() {
@@ -168,7 +176,20 @@ void DetailTabs::build_segments() {
     page->SetMinimumPaneSize(FromDIP(80));
     page->SetSashGravity(0.4);
     page->SplitVertically(picture_, connection_table_, FromDIP(200));
-    AddPage(page, ui(tr("Segments")));
+    pages_.push_back({Tab::segments, page, ui(tr("Segments")), connection_table_, connections_.get(),
+                      server_column, Page::Kind::others});
+}
+
+void DetailTabs::build_torrent() {
+    pieces_ = new TorrentPieces(this);
+    pages_.push_back({Tab::pieces, pieces_, ui(tr("Pieces")), nullptr, nullptr, 0, Page::Kind::torrents});
+    constexpr std::pair<Tab, TorrentList> lists[] = {{Tab::files, TorrentList::files},
+                                                     {Tab::peers, TorrentList::peers},
+                                                     {Tab::trackers, TorrentList::trackers}};
+    for (const auto& [tab, list] : lists) {
+        TorrentRows& rows = *torrent_rows_.emplace_back(std::make_unique<TorrentRows>(*this, list));
+        pages_.push_back({tab, &rows.table(), rows.title(), &rows.table(), &rows, 0, Page::Kind::torrents});
+    }
 }
 
 void DetailTabs::build_log() {
@@ -185,48 +206,100 @@ void DetailTabs::build_log() {
     all->Add(log_search_, wxSizerFlags().Expand().Border(wxALL, FromDIP(3)));
     all->Add(log_table_, wxSizerFlags(1).Expand());
     page->SetSizer(all);
-    AddPage(page, ui(tr("Log")));
+    pages_.push_back({Tab::log, page, ui(tr("Log")), log_table_, log_.get(), 0, Page::Kind::all});
 }
 
 void DetailTabs::build_details() {
     detail_table_ = new RowTable(this, ui(tr("Details")), *lines_);
     detail_table_->set_columns(
         {{label_column, ui(tr("Property")), 180, false}, {value_column, ui(tr("Value")), 560, false}});
-    AddPage(detail_table_, ui(tr("Details")));
+    pages_.push_back({Tab::details, detail_table_, ui(tr("Details")), detail_table_, lines_.get(),
+                      value_column, Page::Kind::all});
+}
+
+// The tab that was chosen last is seen wherever the download has it, else the first one.
+void DetailTabs::arrange(bool is_torrent) {
+    arranging_ = true;
+    std::size_t at = 0;
+    std::size_t chosen = 0;
+    for (const Page& page : pages_) {
+        const bool is_shown = at < GetPageCount() && GetPage(at) == page.window;
+        const bool is_wanted =
+            page.kind == Page::Kind::all || (page.kind == Page::Kind::torrents) == is_torrent;
+        if (is_shown && !is_wanted) RemovePage(at);
+        if (is_shown != is_wanted) page.window->Show(is_wanted);
+        if (!is_wanted) continue;
+        if (!is_shown) InsertPage(at, page.window, page.title);
+        if (page.tab == wanted_) chosen = at;
+        ++at;
+    }
+    SetSelection(chosen);
+    arranging_ = false;
+}
+
+const DetailTabs::Page* DetailTabs::seen() const {
+    const wxWindow* const window = GetCurrentPage();
+    const auto at = std::ranges::find(pages_, window, &Page::window);
+    return at != pages_.end() ? &*at : nullptr;
 }
 
 void DetailTabs::show(const Guid& job) {
     details_.show(job);
+    const CJobNode* const record = model_.engine.find(job);
+    const bool is_torrent = record != nullptr && kind_of(*record) == JobKind::torrent;
+    if (is_torrent != shows_torrent_) arrange(is_torrent);
+    shows_torrent_ = is_torrent;
     look();
 }
 
 // Only the page that is seen is read, and only where it can have changed.
 void DetailTabs::look() {
-    if (!IsShownOnScreen()) return;
-    const int page = GetSelection();
-    const bool rests = model_.live.find(details_.job()) == nullptr &&
-                       revision_seen_ == model_.engine.revision() && job_seen_ == details_.job() &&
-                       page_seen_ == page;
-    if (rests) return;
+    const Page* const page = seen();
+    if (page == nullptr || !IsShownOnScreen()) return;
+    const bool is_other = job_seen_ != details_.job() || tab_seen_ != page->tab;
+    const bool rests =
+        page->kind == Page::Kind::torrents ? torrent_rests_ : model_.live.find(details_.job()) == nullptr;
+    if (!is_other && rests && revision_seen_ == model_.engine.revision()) return;
+    if (page->kind == Page::Kind::torrents && !look_at_torrent(*page, is_other)) return;
     revision_seen_ = model_.engine.revision();
-    page_seen_ = page;
-    if (page == 0) {
-        const std::size_t before = connections_->rows();
-        details_.look(std::chrono::steady_clock::now());
-        picture_->Refresh();
-        if (before == connections_->rows() && job_seen_ == details_.job()) {
-            connection_table_->redraw();
-        } else {
-            connection_table_->reset();
-        }
-    } else if (page == 1) {
-        search_log();
-    } else if (page == 2) {
+    tab_seen_ = page->tab;
+    job_seen_ = details_.job();
+    if (page->tab == Tab::segments) look_at_segments(is_other);
+    if (page->tab == Tab::log) search_log();
+    if (page->tab == Tab::details) {
         const Lines::News news = lines_->take(details_.lines());
         if (news == Lines::News::all) detail_table_->reset();
         if (news == Lines::News::values) detail_table_->redraw();
     }
-    job_seen_ = details_.job();
+}
+
+void DetailTabs::look_at_segments(bool is_other) {
+    const std::size_t before = connections_->rows();
+    details_.look(std::chrono::steady_clock::now());
+    picture_->Refresh();
+    if (before == connections_->rows() && !is_other) {
+        connection_table_->redraw();
+    } else {
+        connection_table_->reset();
+    }
+}
+
+// A report is made for whoever asks: once a second is enough. False where it is not time for one.
+bool DetailTabs::look_at_torrent(const Page& page, bool is_other) {
+    const auto now = Clock::now();
+    if (!is_other && now < next_report_) return false;
+    next_report_ = now + std::chrono::seconds(1);
+    const auto list = std::ranges::find(torrent_rows_, page.source, &std::unique_ptr<TorrentRows>::get);
+    const bool is_list = list != torrent_rows_.end();
+    const unsigned part = is_list ? (*list)->part() : torrent_part::pieces;
+    auto report = model_.engine.torrent_report(details_.job(), part).value_or(TorrentReport());
+    torrent_rests_ = report.phase == TorrentReport::Phase::idle;
+    if (is_list) {
+        (*list)->take(std::move(report), now);
+    } else {
+        pieces_->show(report);
+    }
+    return true;
 }
 
 // New lines come into sight while the last one is; whoever has selected a line reads on undisturbed.
@@ -242,15 +315,13 @@ void DetailTabs::search_log() {
 }
 
 bool DetailTabs::copy() {
-    RowTable* const tables[] = {connection_table_, log_table_, detail_table_};
-    const RowSource* const sources[] = {connections_.get(), log_.get(), lines_.get()};
-    const int page = GetSelection();
-    if (page < 0 || page > 2) return false;
+    const Page* const page = seen();
+    if (page == nullptr || page->table == nullptr) return false;
     wxString text;
-    for (const std::size_t row : tables[page]->selection()) {
-        if (row >= sources[page]->rows()) continue;
+    for (const std::size_t row : page->table->selection()) {
+        if (row >= page->source->rows()) continue;
         if (!text.empty()) text += "\n";
-        text += sources[page]->cell(row, page == 0 ? server_column : page == 2 ? value_column : 0);
+        text += page->source->cell(row, page->copied);
     }
     if (text.empty()) return false;
     copy_text(text);

@@ -1,14 +1,18 @@
-// The tabs below the list: segments with connections, log, details of the selected job.
+// The tabs below the list: segments with connections, log, details of the selected job; a torrent has pieces,
+// files, peers and trackers instead of segments.
 #pragma once
 
 #include <wx/notebook.h>
 #include <wx/srchctrl.h>
 
+#include <memory>
 #include <vector>
 
 #include "app/window/drawn.h"
 #include "app/window/model/window_model.h"
 #include "app/window/row_table.h"
+#include "app/window/torrent_pages.h"
+#include "base/clock.h"
 
 namespace vantlow {
 
@@ -28,9 +32,24 @@ class DetailTabs : public wxNotebook {
     class Lines;
     class Connections;
     class Log;
+    enum class Tab { segments, pieces, files, peers, trackers, log, details };
+    struct Page {
+        Tab tab;
+        wxWindow* window;
+        wxString title;
+        RowTable* table;          ///< whose selected lines are copied; may be null
+        const RowSource* source;  ///< of the table
+        int copied;               ///< the column
+        enum class Kind { all, torrents, others } kind;
+    };
     void build_segments();
+    void build_torrent();
     void build_log();
     void build_details();
+    void arrange(bool is_torrent);
+    [[nodiscard]] const Page* seen() const;
+    void look_at_segments(bool is_other);
+    bool look_at_torrent(const Page& page, bool is_other);
     void search_log();
 
     const WindowModel& model_;
@@ -38,10 +57,18 @@ class DetailTabs : public wxNotebook {
     std::unique_ptr<Lines> lines_;
     std::unique_ptr<Connections> connections_;
     std::unique_ptr<Log> log_;
-    Guid job_seen_;                    ///< whose connections the table has
+    std::vector<std::unique_ptr<TorrentRows>> torrent_rows_;
+    std::vector<Page> pages_;  ///< all that there are, in their order; the notebook has those of the job
+    Tab wanted_ = Tab::segments;
+    bool shows_torrent_ = false;
+    bool arranging_ = false;           ///< pages come and go, nobody chooses one
+    Guid job_seen_;                    ///< that the page shows
     std::uint64_t revision_seen_ = 0;  ///< of the engine
-    int page_seen_ = -1;
+    Tab tab_seen_ = Tab::segments;
+    Clock::time_point next_report_{};  ///< of a torrent
+    bool torrent_rests_ = true;        ///< by the last report
     SegmentPicture* picture_ = nullptr;
+    TorrentPieces* pieces_ = nullptr;
     RowTable* connection_table_ = nullptr;
     RowTable* log_table_ = nullptr;
     RowTable* detail_table_ = nullptr;

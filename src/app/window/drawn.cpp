@@ -58,39 +58,64 @@ wxColour DrawnPane::blend(const wxColour& over, const wxColour& paper, double pa
             mixed(over.Blue(), paper.Blue())};
 }
 
-SegmentPicture::SegmentPicture(wxWindow* parent, const JobDetails& details)
-    : DrawnPane(parent, ui(tr("Segments"))), details_(details) {}
-
-void SegmentPicture::draw(wxDC& dc, const wxSize& size) {
-    if (details_.job().is_zero())
-        return draw_note(dc, size, ui(tr("Select a download to see its segments.")));
+void CellPicture::draw(wxDC& dc, const wxSize& size) {
     const int gap = FromDIP(2);
-    int edge = FromDIP(10);
+    const int edge = FromDIP(10);
     const int across = std::max((size.x - gap) / (edge + gap), 1);
     const int lines = std::max((size.y - gap) / (edge + gap), 1);
-    const auto cells = details_.picture(static_cast<std::size_t>(across) * static_cast<std::size_t>(lines));
-    if (cells.empty()) return draw_note(dc, size, ui(tr("The size of the file is not known yet.")));
-    const wxColour missing = blend(ink_colour(), paper_colour(), 0.18);
+    const auto all = cells(static_cast<std::size_t>(across) * static_cast<std::size_t>(lines));
+    if (all.empty()) return draw_note(dc, size, note());
     dc.SetPen(*wxTRANSPARENT_PEN);
-    for (std::size_t i = 0; i < cells.size(); ++i) {
-        const SegmentCell& cell = cells[i];
+    for (std::size_t i = 0; i < all.size(); ++i) {
         const int x = gap + static_cast<int>(i % static_cast<std::size_t>(across)) * (edge + gap);
         const int y = gap + static_cast<int>(i / static_cast<std::size_t>(across)) * (edge + gap);
-        dc.SetBrush(wxBrush(missing));
-        dc.DrawRectangle(x, y, edge, edge);
-        const int filled = cell.state == SegmentState::done ? edge : edge * cell.filled / 100;
-        if (filled > 0) {
-            dc.SetBrush(wxBrush(done_colour));
-            dc.DrawRectangle(x, y, filled, edge);
-        }
-        if (cell.state != SegmentState::working) continue;
-        // A frame as well: colours are not the only sign.
-        const auto shade = static_cast<std::size_t>(std::max(cell.worker - 1, 0)) % work_colours.size();
-        dc.SetPen(wxPen(work_colours[shade], std::max(FromDIP(2), 1)));
-        dc.SetBrush(*wxTRANSPARENT_BRUSH);
-        dc.DrawRectangle(x, y, edge, edge);
-        dc.SetPen(*wxTRANSPARENT_PEN);
+        draw_cell(dc, {x, y}, edge, all[i]);
     }
+}
+
+void CellPicture::draw_cell(wxDC& dc, const wxPoint& at, int edge, const SegmentCell& cell) const {
+    dc.SetBrush(wxBrush(blend(ink_colour(), paper_colour(), 0.18)));
+    dc.DrawRectangle(at.x, at.y, edge, edge);
+    const int filled = cell.state == SegmentState::done ? edge : edge * cell.filled / 100;
+    if (filled > 0) {
+        dc.SetBrush(wxBrush(done_colour));
+        dc.DrawRectangle(at.x, at.y, filled, edge);
+    }
+    if (cell.state != SegmentState::working) return;
+    // A frame as well: colours are not the only sign.
+    const auto shade = static_cast<std::size_t>(std::max(cell.worker - 1, 0)) % work_colours.size();
+    dc.SetPen(wxPen(work_colours[shade], std::max(FromDIP(2), 1)));
+    dc.SetBrush(*wxTRANSPARENT_BRUSH);
+    dc.DrawRectangle(at.x, at.y, edge, edge);
+    dc.SetPen(*wxTRANSPARENT_PEN);
+}
+
+SegmentPicture::SegmentPicture(wxWindow* parent, const JobDetails& details)
+    : CellPicture(parent, ui(tr("Segments"))), details_(details) {}
+
+std::vector<SegmentCell> SegmentPicture::cells(std::size_t at_most) const {
+    return details_.picture(at_most);
+}
+
+wxString SegmentPicture::note() const {
+    return ui(details_.job().is_zero() ? tr("Select a download to see its segments.")
+                                       : tr("The size of the file is not known yet."));
+}
+
+PiecePicture::PiecePicture(wxWindow* parent) : CellPicture(parent, ui(tr("Pieces"))) {}
+
+void PiecePicture::show(std::vector<SegmentRange> pieces, const wxString& note) {
+    pieces_ = std::move(pieces);
+    note_ = note;
+    Refresh();
+}
+
+std::vector<SegmentCell> PiecePicture::cells(std::size_t at_most) const {
+    return picture_of(pieces_, at_most);
+}
+
+wxString PiecePicture::note() const {
+    return note_;
 }
 
 SpeedHistogram::SpeedHistogram(wxWindow* parent, const SpeedHistory& history, const StatusLine& status)

@@ -21,13 +21,40 @@ class DrawnPane : public wxPanel {
 };
 
 /// Squares in the order of the file: done, in work (each connection in a shade of its own), missing.
-class SegmentPicture : public DrawnPane {
+class CellPicture : public DrawnPane {
+  public:
+    using DrawnPane::DrawnPane;
+
+  private:
+    void draw(wxDC& dc, const wxSize& size) final;
+    void draw_cell(wxDC& dc, const wxPoint& at, int edge, const SegmentCell& cell) const;
+    [[nodiscard]] virtual std::vector<SegmentCell> cells(std::size_t at_most) const = 0;
+    /// The sentence that stands there where there are no cells.
+    [[nodiscard]] virtual wxString note() const = 0;
+};
+
+class SegmentPicture : public CellPicture {
   public:
     SegmentPicture(wxWindow* parent, const JobDetails& details);
 
   private:
-    void draw(wxDC& dc, const wxSize& size) override;
+    [[nodiscard]] std::vector<SegmentCell> cells(std::size_t at_most) const override;
+    [[nodiscard]] wxString note() const override;
     const JobDetails& details_;
+};
+
+/// The pieces of a torrent.
+class PiecePicture : public CellPicture {
+  public:
+    explicit PiecePicture(wxWindow* parent);
+    /// `note`: the reason where there are none.
+    void show(std::vector<SegmentRange> pieces, const wxString& note);
+
+  private:
+    [[nodiscard]] std::vector<SegmentCell> cells(std::size_t at_most) const override;
+    [[nodiscard]] wxString note() const override;
+    std::vector<SegmentRange> pieces_;
+    wxString note_;
 };
 
 class SpeedHistogram : public DrawnPane {

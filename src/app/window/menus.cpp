@@ -74,8 +74,9 @@ void fill_toolbar(wxToolBar& tools) {
             continue;
         }
         const CommandWords words = words_of(command);
-        wxString label = wxStripMenuCodes(words.label, wxStrip_Mnemonics | wxStrip_CJKMnemonics);
+        wxString label = words.tool.empty() ? words.label : words.tool;
         label.Replace("...", "");
+        label = wxStripMenuCodes(label.Trim(), wxStrip_Mnemonics | wxStrip_CJKMnemonics);
         tools.AddTool(command, label, picture(words.sign.value_or(Picture::file), 20), words.help);
     }
     tools.Realize();

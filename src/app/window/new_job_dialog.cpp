@@ -2,6 +2,7 @@
 
 #include <wx/button.h>
 #include <wx/checkbox.h>
+#include <wx/checklst.h>
 #include <wx/choice.h>
 #include <wx/collpane.h>
 #include <wx/sizer.h>
@@ -43,6 +44,7 @@ NewJobDialog::NewJobDialog(wxWindow& parent, WindowModel& model, NewJobForm form
     note_ =
         new wxStaticText(this, wxID_ANY, wxString(), wxDefaultPosition, wxDefaultSize, wxST_ELLIPSIZE_END);
     all->Add(note_, wxSizerFlags().Expand().Border(wxLEFT | wxRIGHT, FromDIP(10)));
+    build_files(*all);
     build_places(*all);
     build_more(*all);
     all->Add(CreateSeparatedButtonSizer(wxOK | wxCANCEL), wxSizerFlags().Expand().Border(wxALL, FromDIP(8)));
@@ -54,10 +56,19 @@ NewJobDialog::NewJobDialog(wxWindow& parent, WindowModel& model, NewJobForm form
     Bind(wxEVT_TEXT, [this](wxCommandEvent&) { look(); });
     Bind(wxEVT_CHOICE, [this](wxCommandEvent&) { look(); });
     Bind(wxEVT_CHECKBOX, [this](wxCommandEvent&) { look(); });
+    Bind(wxEVT_CHECKLISTBOX, [this](wxCommandEvent&) { look(); });
     Bind(wxEVT_SPINCTRL, [this](wxSpinEvent&) { look(); });
     addresses_->SetFocus();
     addresses_->SetInsertionPointEnd();
     look();
+}
+
+void NewJobDialog::build_files(wxSizer& all) {
+    files_ = new wxCheckListBox(this, wxID_ANY);
+    files_->SetName(ui(tr("Files")));
+    files_->SetMinSize(FromDIP(wxSize(460, 140)));
+    files_->Hide();
+    all.Add(files_, wxSizerFlags(1).Expand().Border(wxLEFT | wxRIGHT | wxTOP, FromDIP(10)));
 }
 
 void NewJobDialog::build_places(wxSizer& all) {
@@ -139,6 +150,24 @@ void NewJobDialog::read() {
     form_.comment = wide_of(comment_->GetValue());
 }
 
+// All of another torrent's files are chosen at first.
+void NewJobDialog::look_at_files() {
+    const std::vector<TorrentEntry>& files = model_.new_jobs.files(form_);
+    if (files != files_seen_) {
+        files_seen_ = files;
+        wxArrayString lines;
+        for (const TorrentEntry& file : files)
+            lines.Add(ui(shown(file.name)) + " (" + ui(size_text(file.size)) + ")");
+        files_->Set(lines);
+        for (unsigned i = 0; i < files_->GetCount(); ++i) files_->Check(i);
+        files_->Show(!files.empty());
+        Layout();
+        Fit();
+    }
+    form_.chosen.clear();
+    for (unsigned i = 0; i < files_->GetCount(); ++i) form_.chosen.push_back(files_->IsChecked(i));
+}
+
 // Says what is wrong, or what will be done, while it is typed.
 wxString NewJobDialog::note() const {
     const auto faults = model_.new_jobs.check(form_);
@@ -161,6 +190,7 @@ wxString NewJobDialog::note() const {
 void NewJobDialog::look() {
     if (ok_ == nullptr || comment_ == nullptr) return;  // it is being built
     read();
+    look_at_files();
     folder_->SetHint(ui(shown(model_.new_jobs.folder_of(form_))));
     note_->SetLabel(note());
     ok_->Enable(model_.new_jobs.check(form_).empty());

@@ -9,6 +9,7 @@
 
 class wxButton;
 class wxCheckBox;
+class wxCheckListBox;
 class wxChoice;
 class wxCollapsiblePane;
 class wxDirPickerCtrl;
@@ -27,7 +28,9 @@ class NewJobDialog : public wxDialog {
   private:
     void build_places(wxSizer& all);
     void build_more(wxSizer& all);
+    void build_files(wxSizer& all);
     void read();
+    void look_at_files();
     void look();
     [[nodiscard]] wxString note() const;
 
@@ -36,6 +39,8 @@ class NewJobDialog : public wxDialog {
     std::vector<Guid> categories_;  ///< as they stand in the choice
     wxTextCtrl* addresses_ = nullptr;
     wxStaticText* note_ = nullptr;
+    wxCheckListBox* files_ = nullptr;       ///< there while the files of a torrent are known
+    std::vector<TorrentEntry> files_seen_;  ///< that stand in it
     wxChoice* category_ = nullptr;
     wxTextCtrl* folder_ = nullptr;
     wxTextCtrl* name_ = nullptr;

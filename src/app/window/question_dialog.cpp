@@ -8,7 +8,10 @@
 #include <wx/textctrl.h>
 #include <wx/timer.h>
 
+#include <algorithm>
+
 #include "app/window/confirm.h"
+#include "app/window/model/new_jobs.h"
 #include "app/window/model/texts.h"
 #include "app/window/model/translate.h"
 #include "app/window/words.h"
@@ -147,12 +150,10 @@ QuestionAnswer QuestionDialog::answer(int button) const {
         answer.password = wide_of(password_->GetValue());
     }
     if (files_ != nullptr) {
-        for (unsigned i = 0; i < files_->GetCount(); ++i) {
-            if (!files_->IsChecked(i)) continue;
-            if (!answer.selection.empty()) answer.selection += ",";
-            answer.selection += std::to_string(i + 1);
-        }
-        answer.none = answer.selection.empty();
+        std::vector<bool> chosen(files_->GetCount());
+        for (unsigned i = 0; i < files_->GetCount(); ++i) chosen[i] = files_->IsChecked(i);
+        answer.selection = selection_of(chosen);
+        answer.none = std::ranges::find(chosen, true) == chosen.end();
     }
     return answer;
 }

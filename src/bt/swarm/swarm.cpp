@@ -84,10 +84,10 @@ void Swarm::visit(const std::function<void(const PeerLink&)>& see) const {
     for (const auto& [number, link] : links_) see(*link);
 }
 
-PeerLink& Swarm::add_link(const SocketAddress& address, bool is_incoming) {
+PeerLink& Swarm::add_link(const SocketAddress& address, bool is_incoming, const LinkCrypto& crypto) {
     const std::uint32_t number = ++last_number_;
     LinkOwner& owner = *this;
-    auto link = std::make_unique<PeerLink>(number, address, is_incoming, network_, owner, limits_, crypto_);
+    auto link = std::make_unique<PeerLink>(number, address, is_incoming, network_, owner, limits_, crypto);
     link->has = PieceSet(picker_.pieces());
     return *links_.emplace(number, std::move(link)).first->second;
 }
@@ -104,14 +104,22 @@ void Swarm::connect_some() {
 }
 
 void Swarm::call(const SocketAddress& address, CallForm form) {
-    PeerLink& link = add_link(address, false);
+    PeerLink& link = add_link(address, false, crypto_);
     link.call(own_handshake(), form);
 }
 
 void Swarm::take_incoming(std::unique_ptr<net::Stream> stream) {
     const auto address = stream->peer_address();
     if (!runs_ || !address || links_.size() >= options_.most_peers) return;
-    PeerLink& link = add_link(*address, true);
+    ++callers_;
+    PeerLink& link = add_link(*address, true, crypto_);
+    link.take_call(std::move(stream));
+}
+
+void Swarm::take_inner(std::unique_ptr<net::Stream> stream) {
+    const auto address = stream->peer_address();
+    if (!runs_ || !address) return;
+    PeerLink& link = add_link(*address, true, {});
     link.take_call(std::move(stream));
 }
 
@@ -149,7 +157,6 @@ bool Swarm::greeted(PeerLink& link, const PeerHandshake& handshake) {
     if (link.is_incoming()) {
         if (candidates_.is_banned(link.address())) return false;
         link.send(own_handshake().bytes());  // the one that called has said its own first
-        ++callers_;
     }
     link.is_live = true;
     link.peer_id = handshake.peer_id;

@@ -88,6 +88,8 @@ class Swarm final : private LinkOwner {
     std::size_t add_named(std::span<const SocketAddress> addresses);
     /// Takes a connection that a peer made.
     void take_incoming(std::unique_ptr<net::Stream> stream);
+    /// Takes a connection that somebody within the program made: it is neither encrypted nor counted.
+    void take_inner(std::unique_ptr<net::Stream> stream);
     void set_priority(std::uint32_t piece, PiecePriority priority);
     void set_sequential(bool sequential) { picker_.set_sequential(sequential); }
 
@@ -112,7 +114,7 @@ class Swarm final : private LinkOwner {
     bool greeted(PeerLink& link, const PeerHandshake& handshake) override;
     bool may_receive() override;
     void ended(PeerLink& link, const Result& why) override;
-    PeerLink& add_link(const SocketAddress& address, bool is_incoming);
+    PeerLink& add_link(const SocketAddress& address, bool is_incoming, const LinkCrypto& crypto);
     void call(const SocketAddress& address, CallForm form);
     void connect_some();
     [[nodiscard]] PeerHandshake own_handshake() const;

@@ -64,7 +64,9 @@ bool Swarm::heard(PeerLink& link, const PeerMessage& message) {
         case MessageKind::allowed_fast:
         case MessageKind::suggest: {
             auto& hints = message.kind == MessageKind::suggest ? link.suggested : link.allowed;
-            if (message.piece < picker_.pieces() && hints.size() < most_hints) hints.push_back(message.piece);
+            if (message.piece >= picker_.pieces()) return true;
+            if (hints.size() == most_hints) hints.erase(hints.begin());
+            hints.push_back(message.piece);
             fill(link);
             return true;
         }

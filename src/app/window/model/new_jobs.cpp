@@ -10,6 +10,11 @@
 #include "app/window/model/translate.h"
 #include "base/safe_name.h"
 #include "base/text.h"
+#include "bt/torrent_content.h"
+#include "engine/documents.h"
+#include "engine/kinds.h"
+#include "platform/file.h"
+#include "storage/file_list.h"
 #include "store/address.h"
 #include "store/proxies.h"
 
@@ -31,6 +36,23 @@ bool is_document_here(const std::string& line) {
     return absolute_path(path) == path && path_kind(path) == PathKind::file;
 }
 
+std::vector<TorrentEntry> files_in(std::string_view info) {
+    std::vector<TorrentEntry> files;
+    const auto content = read_torrent_content(info);
+    if (!content) return files;  // its job says what is wrong
+    const auto list = FileList::make(content->files);
+    for (std::size_t i = 0; list && i < list->count(); ++i) {
+        const ListedFile& file = list->at(i);
+        if (!file.padding) files.push_back({file.path, file.length});
+    }
+    return files;
+}
+
+std::string info_at(const std::u16string& path) {
+    std::vector<std::byte> bytes;
+    return read_file(path, largest_document, bytes).ok() ? info_of_document(bytes) : std::string();
+}
+
 std::uint64_t count_of(const NewJobForm& form) {
     std::uint64_t count = 0;
     for (const std::string& line : lines_of(form.addresses)) {
@@ -45,6 +67,21 @@ std::string without_login(const std::string& link) {
 }
 
 }  // namespace
+
+std::string selection_of(const std::vector<bool>& chosen) {
+    std::string text;
+    if (std::ranges::find(chosen, false) == chosen.end()) return text;
+    for (std::size_t first = 0; first < chosen.size(); ++first) {
+        if (!chosen[first]) continue;
+        std::size_t last = first;
+        while (last + 1 < chosen.size() && chosen[last + 1]) ++last;
+        if (!text.empty()) text += ',';
+        text += std::to_string(first + 1);
+        if (last > first) text += "-" + std::to_string(last + 1);
+        first = last;
+    }
+    return text;
+}
 
 std::string sentence_of(const FormFault& fault) {
     using Wrong = FormFault::Kind;
@@ -65,6 +102,8 @@ std::string sentence_of(const FormFault& fault) {
             return fill(tr("The number must be from %1."), {fault.subject});
         case Wrong::not_read:
             return fill(tr("\"%1\" cannot be understood."), {fault.subject});
+        case Wrong::none_chosen:
+            return tr("Choose at least one of the files.");
     }
     return {};
 }
@@ -130,6 +169,8 @@ std::vector<FormFault> NewJobs::check(const NewJobForm& form) const {
         wrong(Field::limit, Wrong::not_read, printable(form.limit));
     if (!form.proxy.empty() && !parse_proxy(form.proxy))
         wrong(Field::proxy, Wrong::not_read, shown(without_credentials(form.proxy)));
+    if (!form.chosen.empty() && std::ranges::find(form.chosen, true) == form.chosen.end())
+        wrong(Field::files, Wrong::none_chosen);
     return faults;
 }
 
@@ -149,6 +190,7 @@ JobDraft NewJobs::draft_of(const NewJobForm& form) const {
     draft.comment = form.comment;
     draft.paused = !form.start;
     draft.asks_which = true;
+    draft.select = selection_of(form.chosen);
     if (!form.hash.empty()) draft.hash = parse_hash(form.hash);
     JobRules rules;
     rules.speed_limit = form.limit.empty() ? 0 : parse_rate(form.limit).value_or(0);
@@ -170,6 +212,23 @@ std::vector<KnownAddress> NewJobs::known(const NewJobForm& form) const {
         if (at != wanted.end()) found.push_back({at->second, job->identity, job->state});
     }
     return found;
+}
+
+const std::vector<TorrentEntry>& NewJobs::files(const NewJobForm& form) {
+    const std::vector<std::string> links = preview(form, 2);
+    const std::string link = links.size() == 1 ? links[0] : std::string();
+    if (link == files_of_) return files_;
+    files_of_ = link;
+    files_.clear();
+    if (link.starts_with("magnet:")) {
+        CJobNode job;
+        job.address = to_utf16(link);
+        decide_kind(job);
+        files_ = files_in(engine_.torrent_info(job));
+    } else if (link.ends_with(".torrent") && is_document_here(link)) {
+        files_ = files_in(info_at(to_utf16(link)));
+    }
+    return files_;
 }
 
 }  // namespace vantlow

@@ -24,11 +24,22 @@ struct NewJobForm {
     std::string limit;  ///< bytes a second: "500K"; empty: none
     std::string hash;   ///< "sha256:HEX"; empty: none
     bool start = true;
+    std::vector<bool> chosen;  ///< among NewJobs::files(); empty: all
 };
+
+/// A file of a torrent that is to be added.
+struct TorrentEntry {
+    std::u16string name;  ///< below the torrent's folder, safe, with this system's separators
+    std::int64_t size = 0;
+    bool operator==(const TorrentEntry&) const = default;
+};
+
+/// The selection of these among files that are counted from 1: "1,3-5"; empty: none or all.
+std::string selection_of(const std::vector<bool>& chosen);
 
 /// The faults of a form, by their fields.
 struct FormFault {
-    enum class Field { addresses, folder, name, connections, limit, hash, proxy, category };
+    enum class Field { addresses, folder, name, connections, limit, hash, proxy, category, files };
     enum class Kind {
         empty,          ///< there is no address
         not_fetchable,  ///< the address `subject`
@@ -38,6 +49,7 @@ struct FormFault {
         for_one_file,   ///< a name or a hash, but several addresses
         out_of_bounds,  ///< a number
         not_read,       ///< the text is none of its kind
+        none_chosen,    ///< not one of the files
     };
     Field field = Field::addresses;
     Kind kind = Kind::empty;
@@ -68,9 +80,15 @@ class NewJobs {
     [[nodiscard]] JobDraft draft_of(const NewJobForm& form) const;
     /// The jobs that the form's addresses have already.
     [[nodiscard]] std::vector<KnownAddress> known(const NewJobForm& form) const;
+    /// The files of the torrent that is the form's only address: of a document on this machine, or of a
+    /// magnet whose document is kept. Empty for other addresses, and where they are not known yet. A document
+    /// is read when another address is asked about; the list holds until then.
+    [[nodiscard]] const std::vector<TorrentEntry>& files(const NewJobForm& form);
 
   private:
     const Engine& engine_;
+    std::string files_of_;  ///< the address
+    std::vector<TorrentEntry> files_;
 };
 
 }  // namespace vantlow

@@ -1,0 +1,126 @@
+// A server that has a torrent's files (a web seed, BEP 19), as a peer of its swarm.
+#pragma once
+
+#include <deque>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "base/mutex.h"
+#include "bt/torrent_content.h"
+#include "bt/web/seed_stream.h"
+#include "platform/stop.h"
+#include "platform/thread.h"
+#include "transfer/http/client.h"
+
+namespace vantlow {
+
+/// The address of a file at a web seed: behind an address that ends with "/", and behind that of a torrent
+/// whose files stand in a folder, come the torrent's name and the file's path, escaped (RFC 3986).
+std::string web_seed_address(std::string_view seed, const TorrentContent& content, std::size_t file);
+
+/// True for addresses of HTTP. A torrent must not make this side send orders to machines that it alone
+/// reaches, so that one with a query is refused where it names this machine or a private network by number
+/// (RFC 1918, RFC 4193).
+bool is_web_seed(std::string_view address);
+
+/// What web seeds use, and what all of them ask with. Everything outlives the seeds.
+struct WebSeedServices {
+    net::Network& network;
+    ConnectionServices& connections;
+    const LibraryTables& libraries;
+    ThreadPool& threads;
+    LogSink& log;
+    StopSource& stop;
+    HttpErrand errand;  ///< its address is not used
+};
+
+/// One seed with a thread of its own. It is left for the rest of its life where the server does not have the
+/// files or gives wrong ones, and for some time where it is busy or does not answer; the log says why. On the
+/// network's thread; a stop ends every wait.
+class WebSeed final : private SeedStream::Owner {
+  public:
+    /// `content` outlives the seed. `shown` is how the swarm knows it, different from every peer and other
+    /// seed.
+    WebSeed(std::string address, const TorrentContent& content, WebSeedServices services,
+            const SocketAddress& shown);
+    ~WebSeed() override;
+
+    /// A connection for the swarm when it is time for one; null while there is one, while the seed rests, and
+    /// for ever once it was left for good.
+    std::unique_ptr<net::Stream> connect();
+    /// It gave wrong data.
+    void ban();
+    [[nodiscard]] const std::string& address() const noexcept { return address_; }
+    /// The same without credentials, for people.
+    [[nodiscard]] std::string shown_address() const;
+    [[nodiscard]] const SocketAddress& shown() const noexcept { return shown_; }
+
+  private:
+    /// A failure, and whether asking again later may help.
+    struct Refusal {
+        Result why;
+        bool is_final = false;
+    };
+    /// The answer that is being read: bytes of one file.
+    struct Answer {
+        std::size_t file = 0;
+        std::int64_t at = 0;
+        std::int64_t end = 0;
+    };
+    struct Order {
+        std::uint32_t turn = 0;  ///< the connection that it came over
+        PieceBlock block;
+        std::int64_t useful_end = 0;  ///< up to this byte of the torrent the next ones follow
+    };
+    /// What the thread's posts find on the network's thread: the seed, as long as it is there.
+    struct Post {
+        WebSeed* seed;
+    };
+
+    void wanted(const PieceBlock& block) override;
+    bool cancelled(const PieceBlock& block) override;
+    void left() override;
+    void came(const Order& order, const std::string& bytes);
+    void refused(const Order& order, const Refusal& refusal);
+
+    // On the seed's thread.
+    void work();
+    std::optional<Order> next_order();
+    std::optional<Refusal> read_block(const Order& order, std::string& bytes);
+    [[nodiscard]] std::int64_t begin_of(const PieceBlock& block) const noexcept;
+    [[nodiscard]] std::int64_t end_of_piece(std::uint32_t piece) const noexcept;
+    std::optional<Refusal> read_part(const FileSpan& part, std::int64_t useful, std::string& bytes);
+    std::optional<Refusal> ask(const FileSpan& part, std::int64_t useful);
+    std::optional<Refusal> judge(const HttpAnswer& answer, const FileSpan& part, std::int64_t end);
+    std::optional<Refusal> read_bytes(std::int64_t count, std::string* bytes);
+    void drop_answer();
+
+    const std::string address_;
+    const TorrentContent& content_;
+    const WebSeedServices services_;
+    const SocketAddress shown_;
+    FileList files_;
+    StopSource stop_;
+
+    // The network's thread.
+    SeedStream* stream_ = nullptr;
+    std::uint32_t turn_ = 0;
+    std::uint32_t run_begin_ = 0;  ///< of the pieces that were asked for or suggested in a row
+    std::uint32_t run_end_ = 0;
+    bool is_over_ = false;
+    int failures_ = 0;  ///< in a row
+    Clock::time_point not_before_{};
+    std::shared_ptr<Post> post_ = std::make_shared<Post>(Post{this});
+
+    // The seed's thread.
+    std::optional<HttpClient> client_;
+    std::optional<Answer> answer_;
+
+    Mutex mutex_;
+    Condition changed_;
+    std::deque<Order> orders_ VANTLOW_GUARDED_BY(mutex_);
+    ThreadPool::Running thread_;  ///< last
+};
+
+}  // namespace vantlow
