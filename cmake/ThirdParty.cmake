@@ -90,6 +90,21 @@ if(VANTLOW_IDN2_LIBRARY AND VANTLOW_PSL_LIBRARY AND VANTLOW_NAMES_INCLUDE)
     endif()
 endif()
 
+# The distributed hash table: what tools/libraries built, for both systems.
+if(WIN32)
+    set(built "${CMAKE_SOURCE_DIR}/build/windows-dht")
+else()
+    set(built "${CMAKE_SOURCE_DIR}/build/linux-dht")
+endif()
+find_library(VANTLOW_DHT_LIBRARY NAMES libdht.a PATHS "${built}/lib" NO_CACHE NO_DEFAULT_PATH NO_CMAKE_FIND_ROOT_PATH)
+find_path(VANTLOW_DHT_INCLUDE dht.h PATHS "${built}/include" NO_CACHE NO_DEFAULT_PATH NO_CMAKE_FIND_ROOT_PATH)
+if(VANTLOW_DHT_LIBRARY AND VANTLOW_DHT_INCLUDE)
+    add_library(vantlow_dht INTERFACE)
+    add_library(vantlow::dht ALIAS vantlow_dht)
+    target_include_directories(vantlow_dht SYSTEM INTERFACE "${VANTLOW_DHT_INCLUDE}")
+    target_link_libraries(vantlow_dht INTERFACE "${VANTLOW_DHT_LIBRARY}")
+endif()
+
 # The window's toolkit: the system's own (over GTK), or what tools/libraries built for Windows. Without it everything else
 # is built.
 if(WIN32)

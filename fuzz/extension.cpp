@@ -1,5 +1,7 @@
 // Extension messages of peers: what is built of a read one says the same.
 #include "bt/extension.h"
+#include "bt/local_discovery.h"
+#include "bt/peer_exchange.h"
 #include "fuzz.h"
 
 namespace vantlow::fuzz {
@@ -20,6 +22,11 @@ void run(std::string_view input) {
         CHECK(again && again->type == message->type && again->piece == message->piece);
         if (message->type == static_cast<std::int64_t>(MetadataType::data))
             CHECK(again->data == message->data);
+    }
+    if (const auto call = parse_local_call(input)) CHECK(call->port != 0 && !call->torrents.empty());
+    if (const auto peers = parse_exchange_message(input)) {
+        CHECK(peers->added.size() <= ExchangedPeers::most_taken);
+        for (const ExchangedPeer& peer : peers->added) CHECK(peer.address.size() != 0);
     }
     const auto shake = parse_extension_handshake(input);
     if (!shake || !fits(shake->metadata_size, 0xFFFFFFFF) || !fits(shake->port, 0xFFFF)) return;

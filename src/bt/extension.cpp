@@ -7,7 +7,14 @@
 namespace vantlow {
 namespace {
 
-std::string frame(std::uint8_t number, std::string_view dictionary, std::string_view data) {
+std::optional<std::int64_t> number_of(const CBEDictionary& dictionary, std::string_view key) {
+    const CBEInteger* const integer = dictionary.find_integer(key);
+    return integer != nullptr ? std::optional(integer->value) : std::nullopt;
+}
+
+}  // namespace
+
+std::string build_extended_message(std::uint8_t number, std::string_view dictionary, std::string_view data) {
     std::string bytes;
     put_number(bytes, static_cast<std::uint32_t>(dictionary.size() + data.size() + 2));
     put_number(bytes, extended_message);
@@ -17,17 +24,11 @@ std::string frame(std::uint8_t number, std::string_view dictionary, std::string_
     return bytes;
 }
 
-std::optional<std::int64_t> number_of(const CBEDictionary& dictionary, std::string_view key) {
-    const CBEInteger* const integer = dictionary.find_integer(key);
-    return integer != nullptr ? std::optional(integer->value) : std::nullopt;
-}
-
-}  // namespace
-
 std::string build_extension_handshake(std::uint32_t metadata_size, std::uint16_t port,
-                                      std::u16string_view version) {
+                                      std::u16string_view version, bool exchanges) {
     auto numbers = std::make_unique<CBEDictionary>();
     numbers->add("ut_metadata", std::int64_t{own_metadata_number});
+    if (exchanges) numbers->add("ut_pex", std::int64_t{own_exchange_number});
     CBEDictionary handshake;
     handshake.add("m", std::move(numbers));
     if (metadata_size != 0) handshake.add("metadata_size", std::int64_t{metadata_size});
@@ -35,7 +36,7 @@ std::string build_extension_handshake(std::uint32_t metadata_size, std::uint16_t
     if (!version.empty()) handshake.add("v", CBEString::from_text_utf8(version));
     CBEncode writer;
     writer.write(&handshake);
-    return frame(0, writer.output(), {});
+    return build_extended_message(0, writer.output());
 }
 
 std::optional<ExtensionHandshake> parse_extension_handshake(std::string_view payload) {
@@ -51,6 +52,7 @@ std::optional<ExtensionHandshake> parse_extension_handshake(std::string_view pay
     }
     if (const CBEDictionary* const numbers = document->find_dictionary("m")) {
         handshake.metadata_number = number_of(*numbers, "ut_metadata");
+        handshake.exchange_number = number_of(*numbers, "ut_pex");
     }
     return handshake;
 }
@@ -62,7 +64,7 @@ std::string build_metadata_message(std::uint8_t peer_number, const MetadataMessa
     if (message.total_size != 0) dictionary.add("total_size", message.total_size);
     CBEncode writer;
     writer.write(&dictionary);
-    return frame(peer_number, writer.output(), message.data);
+    return build_extended_message(peer_number, writer.output(), message.data);
 }
 
 std::optional<MetadataMessage> parse_metadata_message(std::string_view payload) {

@@ -10,8 +10,9 @@ namespace vantlow {
 
 /// The number of an extended message on the wire.
 inline constexpr std::uint8_t extended_message = 20;
-/// The number under which this side receives metadata messages.
+/// The numbers under which this side receives metadata messages and the exchange of peers.
 inline constexpr std::uint8_t own_metadata_number = 15;
+inline constexpr std::uint8_t own_exchange_number = 1;
 
 /// The contents of a peer's extension handshake.
 struct ExtensionHandshake {
@@ -20,11 +21,17 @@ struct ExtensionHandshake {
     std::u16string version;                     ///< client name and version
     /// The number under which the peer receives metadata messages; none when it does not exchange metadata.
     std::optional<std::int64_t> metadata_number;
+    std::optional<std::int64_t> exchange_number;  ///< the same of the exchange of peers (BEP 11)
 };
 
-/// Builds the whole message, length prefix included. Fields that are zero or empty are left out.
+/// Any extended message, length prefix included: a bencoded dictionary, and the bytes behind it.
+std::string build_extended_message(std::uint8_t number, std::string_view dictionary,
+                                   std::string_view data = {});
+
+/// Builds the whole message, length prefix included. Fields that are zero or empty are left out; `exchanges`:
+/// this side takes the exchange of peers.
 std::string build_extension_handshake(std::uint32_t metadata_size, std::uint16_t port,
-                                      std::u16string_view version);
+                                      std::u16string_view version, bool exchanges = false);
 
 /// Reads the payload behind the two bytes 20 and 0. None when it is no dictionary.
 std::optional<ExtensionHandshake> parse_extension_handshake(std::string_view payload);

@@ -8,19 +8,40 @@
 namespace vantlow {
 namespace {
 
-// False for the unspecified address, multicast, broadcast, and port 0, at which nobody listens.
+// At port 0 nobody listens.
 bool can_be_a_peer(const SocketAddress& address) noexcept {
-    if (address.size() == 0 || address.port() == 0) return false;
-    if (address.is_ipv6()) {
-        const auto bytes = address.ipv6();
-        const bool unspecified = std::all_of(bytes.begin(), bytes.end(), [](auto byte) { return byte == 0; });
-        return !unspecified && bytes[0] != 0xFF;
-    }
-    const auto bytes = address.ipv4();
-    return bytes[0] != 0 && bytes[0] < 224;
+    return address.port() != 0 && reach_of(address) != Reach::nowhere;
+}
+
+Reach reach_of_ipv4(const std::array<std::uint8_t, 4>& bytes) noexcept {
+    if (bytes[0] == 0 || bytes[0] >= 224) return Reach::nowhere;
+    if (bytes[0] == 127) return Reach::machine;
+    const bool is_near = bytes[0] == 10 || (bytes[0] == 172 && bytes[1] >> 4U == 1) ||
+                         (bytes[0] == 192 && bytes[1] == 168) || (bytes[0] == 169 && bytes[1] == 254) ||
+                         (bytes[0] == 100 && bytes[1] >> 6U == 1);
+    return is_near ? Reach::network : Reach::everywhere;
+}
+
+Reach reach_of_ipv6(const std::array<std::uint8_t, 16>& bytes) noexcept {
+    if (bytes[0] == 0xFF) return Reach::nowhere;
+    const auto end_of_zeroes = std::find_if(bytes.begin(), bytes.end(), [](auto byte) { return byte != 0; });
+    const auto zeroes = end_of_zeroes - bytes.begin();
+    if (zeroes == 15 && bytes[15] == 1) return Reach::machine;
+    if (zeroes >= 10) return Reach::nowhere;
+    const bool is_near = bytes[0] >> 1U == 0xFC >> 1U || (bytes[0] == 0xFE && bytes[1] >> 6U == 2);
+    return is_near ? Reach::network : Reach::everywhere;
 }
 
 }  // namespace
+
+Reach reach_of(const SocketAddress& address) noexcept {
+    if (address.size() == 0) return Reach::nowhere;
+    return address.is_ipv6() ? reach_of_ipv6(address.ipv6()) : reach_of_ipv4(address.ipv4());
+}
+
+bool may_know(const SocketAddress& by, const SocketAddress& named) noexcept {
+    return can_be_a_peer(named) && reach_of(named) >= reach_of(by);
+}
 
 PeerStore::Key PeerStore::key_of(const SocketAddress& address) {
     Key key = address_bytes(address);

@@ -35,6 +35,15 @@ class PeerStore {
     std::vector<SocketAddress> peers_ VANTLOW_GUARDED_BY(mutex_);  ///< in the order of coming
 };
 
+/// How far an address is known: nowhere (unspecified, multicast, IPv4 in IPv6's form), on one machine, in one
+/// network, everywhere.
+enum class Reach { nowhere, machine, network, everywhere };
+Reach reach_of(const SocketAddress& address) noexcept;
+
+/// Whether somebody at `by` may know of a peer at `named`: nobody far away sends this side to its neighbours.
+/// Port 0 is nobody's.
+bool may_know(const SocketAddress& by, const SocketAddress& named) noexcept;
+
 /// "ip:port", "[ip]:port" for IPv6.
 std::string peer_text(const SocketAddress& peer);
 

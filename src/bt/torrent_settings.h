@@ -17,6 +17,16 @@ inline constexpr NumberSetting crypto{
     u"Torrent", u"Crypto",
     0,          0,
     3,          "encryption of peer connections: 0 both, RC4 preferred; 1 plaintext; 2 RC4; 3 both"};
+inline constexpr NumberSetting peer_exchange{
+    u"Torrent", u"PEX", 1, 0, 1, "peers tell each other of peers; never those of private torrents"};
+inline constexpr NumberSetting dht{
+    u"Torrent", u"DHT", 1, 0, 1, "the distributed hash table finds peers; never those of private torrents"};
+inline constexpr TextSetting dht_nodes{
+    u"Torrent", u"DHTNodes",
+    u"router.bittorrent.com:6881|dht.transmissionbt.com:6881|router.utorrent.com:6881",
+    "nodes of the distributed hash table to begin with, host:port, separated by \"|\""};
+inline constexpr NumberSetting local_discovery{
+    u"Torrent", u"LSD", 1, 0, 1, "peers in the same network are looked for; never those of private torrents"};
 inline constexpr TextSetting torrent_tracker{u"Torrent", u"DefaultTracker",
                                              u"udp://tracker.opentrackr.org:1337/announce",
                                              "the tracker for a torrent that names none"};

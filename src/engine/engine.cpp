@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "base/text.h"
+#include "bt/dht_service.h"
 #include "bt/magnet.h"
 #include "engine/recovery.h"
 #include "engine/selection.h"
@@ -59,6 +60,9 @@ void Engine::run(Running running) {
     });
     saver_.begin(running.wake);
     if (!in_memory()) names_ = std::make_unique<NameKeeper>();
+    hash_table_ = std::make_unique<DhtService>(options_.libraries.btdht, options_.settings,
+                                               running.connections.resolver,
+                                               in_memory() ? std::u16string() : options_.data_folder);
     runner_ = std::make_unique<SessionRunner>(
         SessionRunner::Tools{*store_,
                              changes_,
@@ -80,7 +84,8 @@ void Engine::run(Running running) {
                              [this] { serve(); },
                              &torrents_,
                              options_.sharing,
-                             running.shares_finished});
+                             running.shares_finished,
+                             hash_table_.get()});
     shares_finished_ = running.shares_finished;
     if (shares_finished_) go_on_sharing();
 }
@@ -94,6 +99,7 @@ void Engine::go_on_sharing() {
 
 void Engine::end_running() {
     runner_.reset();
+    hash_table_.reset();
     names_.reset();
     saver_.end();
     questions_.open_for({}, {});

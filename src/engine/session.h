@@ -17,6 +17,7 @@
 
 namespace vantlow {
 
+class DhtService;
 class TorrentShelf;
 struct TorrentReport;
 
@@ -106,6 +107,7 @@ struct SessionPlan {
     QuestionBoard& questions;          ///< outlives the session
     TorrentShelf* torrents = nullptr;  ///< of the jobs' documents; outlives the session; null: none are kept
     TorrentSharing sharing{};
+    DhtService* hash_table = nullptr;  ///< finds peers; outlives the session; null: none does
 };
 
 /// The way in which jobs of one kind are carried out: a row of the table.

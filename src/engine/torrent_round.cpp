@@ -62,17 +62,33 @@ void TorrentRun::every_second() {
     ticks_->start(loop_->now() + round_time, [this] { every_second(); });
 }
 
-// Hands on what the trackers have told since the last time.
+// Hands on what the trackers and the other sources have told since the last time.
 void TorrentRun::tell_peers() {
-    if (identity_.peers.size() == told_) return;
-    const std::vector<SocketAddress> known = identity_.peers.peers();
-    const auto fresh = std::span(known).subspan(told_);
-    if (swarm_ != nullptr) swarm_->add_peers(fresh);
-    if (description_ != nullptr) description_->add_peers(fresh);
-    for (std::size_t i = logged_; i < std::min(known.size(), most_logged); ++i)
-        log_.line(Direction::note, "Peer: " + peer_text(known[i]));
-    logged_ = std::max(logged_, known.size());
-    told_ = known.size();
+    if (identity_.peers.size() != told_) {
+        const std::vector<SocketAddress> known = identity_.peers.peers();
+        const auto fresh = std::span(known).subspan(told_);
+        if (swarm_ != nullptr) swarm_->add_peers(fresh);
+        if (description_ != nullptr) description_->add_peers(fresh);
+        for (std::size_t i = logged_; i < std::min(known.size(), most_logged); ++i)
+            log_.line(Direction::note, "Peer: " + peer_text(known[i]));
+        logged_ = std::max(logged_, known.size());
+        told_ = known.size();
+    }
+    sources_.look(swarm_ != nullptr ? swarm_->peers() == 0
+                                    : description_ == nullptr || description_->peers() == 0);
+    const std::vector<SocketAddress> found = sources_.fresh();
+    if (found.empty()) return;
+    if (swarm_ != nullptr) swarm_->add_named(found);
+    if (description_ != nullptr) description_->add_named(found);
+}
+
+// Where the peers came from, in one line.
+void TorrentRun::log_sources() {
+    log_.line(Direction::note, "Peers were named by trackers (" + std::to_string(identity_.peers.size()) +
+                                   "), the distributed hash table (" + std::to_string(sources_.from_table()) +
+                                   "), other peers (" + std::to_string(swarm_->exchanged()) +
+                                   ") and calls in this network (" + std::to_string(sources_.from_near()) +
+                                   "); " + std::to_string(swarm_->callers()) + " called.");
 }
 
 // The next announces carry these numbers.

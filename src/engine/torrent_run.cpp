@@ -27,8 +27,8 @@ std::u16string asked_name(const CJobNode& job, const Magnet& magnet) {
 }  // namespace
 
 TorrentRun::TorrentRun(const CJobNode& job, const TransferServices& services, RunOptions options,
-                       TorrentShelf& shelf, const TorrentSharing& sharing, LogSink& log,
-                       std::function<void()> on_end)
+                       TorrentShelf& shelf, const TorrentSharing& sharing, DhtService* hash_table,
+                       LogSink& log, std::function<void()> on_end)
     : job_(job),
       services_(services),
       options_(std::move(options)),
@@ -39,7 +39,8 @@ TorrentRun::TorrentRun(const CJobNode& job, const TransferServices& services, Ru
       stop_(services.stop),
       // The goodbye to the trackers comes after the stop.
       announces_({services.connections, services.libraries, services.settings}, identity_, log,
-                 services.stop) {
+                 services.stop),
+      sources_(hash_table, services.settings, log) {
     size_ = job.file_size > 0 ? job.file_size : -1;
     pace_.set_limit(job.rules ? job.rules->speed_limit : 0);
     const MutexLock guard(mutex_);
@@ -92,6 +93,7 @@ Result TorrentRun::work() {
     if (result.ok()) result = open_files();
     if (result.ok()) result = conclude(fetch_pieces());
     announces_.ask_to_stop();
+    sources_.end();
     if (files_) files_->close(!sharing_.whole_since);
     ticks_.reset();
     listeners_.clear();
@@ -131,6 +133,7 @@ Result TorrentRun::describe() {
     if (!content) return content.failure();
     content_ = *std::move(content);
     hashes_.emplace(content_.pieces);
+    if (content_.is_private) sources_.end();
     return {};
 }
 
@@ -144,6 +147,8 @@ Result TorrentRun::fetch_description() {
                         });
     description_ = &fetch;
     fetch.add_peers(magnet_.peers);
+    // Whether the torrent is private nobody knows yet.
+    sources_.begin(*loop_, magnet_.info_hash, identity_.port, {});
     fetch.start();
     start_round();
     open_for_questions();
@@ -156,6 +161,7 @@ Result TorrentRun::fetch_description() {
     ticks_->cancel();
     description_ = nullptr;
     told_ = 0;
+    sources_.find_again();
     if (!is_there && result.ok()) return stop_.reason();
     return result;
 }
@@ -200,6 +206,10 @@ Result TorrentRun::fetch_pieces() {
     options.port = identity_.port;
     options.library = crypto_.library;
     options.crypto = crypto_.setting;
+    if (!content_.is_private)
+        sources_.begin(*loop_, magnet_.info_hash, identity_.port, shelf_.find_nodes(magnet_.info_hash));
+    options.node_port = sources_.table_port();
+    options.exchanges = !content_.is_private && services_.settings.flag(setting::peer_exchange);
     options.seed = static_cast<std::uint32_t>(Clock::now().time_since_epoch().count());
     Swarm swarm(*loop_, disk, *this, std::move(torrent),
                 {services_.connections.received, sent_, pace_.group()}, options);
@@ -220,6 +230,7 @@ Result TorrentRun::fetch_pieces() {
     close_for_questions();
     ticks_->cancel();
     count();
+    log_sources();
     listeners_.clear();
     disk_ = nullptr;
     swarm_ = nullptr;

@@ -15,6 +15,7 @@
 #include "bt/swarm/storage_disk.h"
 #include "bt/swarm/swarm.h"
 #include "bt/web/web_seed.h"
+#include "engine/peer_sources.h"
 #include "engine/session.h"
 #include "engine/torrent_files.h"
 #include "engine/torrent_report.h"
@@ -31,7 +32,8 @@ class TorrentRun final : private SwarmListener {
   public:
     /// All but the options outlive the object. `on_end` is called once, from this thread, as its last act.
     TorrentRun(const CJobNode& job, const TransferServices& services, RunOptions options, TorrentShelf& shelf,
-               const TorrentSharing& sharing, LogSink& log, std::function<void()> on_end);
+               const TorrentSharing& sharing, DhtService* hash_table, LogSink& log,
+               std::function<void()> on_end);
     ~TorrentRun() override;
 
     /// Fails where the system gives no further thread; nothing runs then.
@@ -78,6 +80,7 @@ class TorrentRun final : private SwarmListener {
     void fill_seed_errand(HttpErrand& errand) const;
     void call_web_seeds();
     [[nodiscard]] WebSeed* web_seed_at(const SocketAddress& address) const;
+    void log_sources();
     void count();
     void save_some();
     void share();
@@ -99,6 +102,7 @@ class TorrentRun final : private SwarmListener {
     void piece_came(std::uint32_t piece) override;
     void completed() override;
     void banned(const SocketAddress& peer) override;
+    void met_node(const SocketAddress& node) override { sources_.add_node(node); }
     void failed(const Result& why) override;
 
     const CJobNode& job_;
@@ -118,6 +122,7 @@ class TorrentRun final : private SwarmListener {
     LinkCrypto crypto_;
     TorrentIdentity identity_;
     CBTAnnounceService announces_;
+    PeerSources sources_;
     TorrentContent content_;
     std::optional<TorrentHashes> hashes_;
     std::optional<TorrentFiles> files_;

@@ -1,7 +1,9 @@
 #include "engine/torrent_shelf.h"
 
 #include "base/codes.h"
+#include "bt/peer_store.h"
 #include "bt/torrent_content.h"
+#include "bt/wire.h"
 #include "storage/torrent_documents.h"
 
 namespace vantlow {
@@ -26,6 +28,21 @@ std::vector<std::byte> TorrentShelf::find(const InfoHash& hash) const {
 
 std::vector<std::string> TorrentShelf::find_web_seeds(const InfoHash& hash) const {
     return web_seeds_of_document(find(hash));
+}
+
+std::vector<SocketAddress> TorrentShelf::find_nodes(const InfoHash& hash) const {
+    CBEncode parser;
+    parser.load_memory(find(hash));
+    const auto document = parser.parse_document();
+    CBEMetaInfo meta;
+    std::vector<SocketAddress> nodes;
+    if (!document || !parse_meta_info(parser, *document, {}, meta) || meta.info_hash != hash) return nodes;
+    for (const DhtNode& node : meta.nodes) {
+        std::string bytes(node.address.begin(), node.address.begin() + (node.is_ipv6 ? 16 : 4));
+        put_number(bytes, node.port);
+        nodes.push_back(node.is_ipv6 ? ipv6_peer(bytes) : ipv4_peer(bytes));
+    }
+    return nodes;
 }
 
 std::string TorrentShelf::find_info(const InfoHash& hash) const {

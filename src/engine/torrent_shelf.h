@@ -4,10 +4,12 @@
 #include <map>
 #include <span>
 #include <string>
+#include <vector>
 
 #include "base/mutex.h"
 #include "bt/metainfo.h"
 #include "platform/file.h"
+#include "platform/socket.h"
 
 namespace vantlow {
 
@@ -22,6 +24,8 @@ class TorrentShelf {
     FileError keep(const InfoHash& hash, std::span<const std::byte> document);
     /// The "info" value of the kept document, whose digest is the hash; empty where there is none.
     [[nodiscard]] std::string find_info(const InfoHash& hash) const;
+    /// The nodes of the distributed hash table that the kept document names.
+    [[nodiscard]] std::vector<SocketAddress> find_nodes(const InfoHash& hash) const;
     /// The servers that the kept document names as having the files.
     [[nodiscard]] std::vector<std::string> find_web_seeds(const InfoHash& hash) const;
     /// Ok also where there is none.

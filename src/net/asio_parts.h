@@ -87,6 +87,7 @@ class AsioLoop final : public Loop {
     std::unique_ptr<Stream> connect(const SocketAddress& to, Connected done) override;
     Outcome<std::unique_ptr<Listener>> listen(const SocketAddress& at, int backlog) override;
     Outcome<std::unique_ptr<Datagrams>> bind(const SocketAddress& at) override;
+    Outcome<std::unique_ptr<Datagrams>> join(const SocketAddress& group) override;
     bool post(Callback work) override;
     Result run() override;
     Outcome<bool> run_one(std::chrono::milliseconds at_most) override;

@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <boost/asio/ip/multicast.hpp>
 #include <boost/asio/post.hpp>
 
 #include "net/asio_parts.h"
@@ -16,6 +17,7 @@ class Port : public std::enable_shared_from_this<Port> {
     explicit Port(AsioLoop& loop) : socket_(loop.context()) {}
 
     error_code bind(const SocketAddress& at);
+    error_code join(const SocketAddress& group);
     Step receive(std::span<std::byte> into, SocketAddress& from);
     Step send(std::span<const std::byte> datagram, const SocketAddress& to);
     void when_readable(Callback call);
@@ -51,6 +53,17 @@ bool is_about_earlier(const error_code& error) {
 error_code Port::bind(const SocketAddress& at) {
     const error_code error = open_socket<Udp>(socket_, at);
     return error ? error : bind_socket<Udp>(socket_, at);
+}
+
+error_code Port::join(const SocketAddress& group) {
+    error_code error = open_socket<Udp>(socket_, group);
+    if (!error) socket_.set_option(asio::socket_base::reuse_address(true), error);
+    if (error) return error;
+    const auto any = SocketAddress::from_literal(group.is_ipv6() ? "::" : "0.0.0.0", group.port());
+    error = bind_socket<Udp>(socket_, *any);
+    if (error) return error;
+    socket_.set_option(asio::ip::multicast::join_group(endpoint_of<Udp>(group).address()), error);
+    return error;
 }
 
 // Where there are only completions (and in Wine) a datagram that finds too little room may come empty instead
@@ -183,6 +196,12 @@ class AsioDatagrams final : public Datagrams {
 Outcome<std::unique_ptr<Datagrams>> AsioLoop::bind(const SocketAddress& at) {
     auto port = std::make_shared<Port>(*this);
     if (const error_code error = port->bind(at)) return failure_of(error);
+    return std::unique_ptr<Datagrams>(std::make_unique<AsioDatagrams>(std::move(port)));
+}
+
+Outcome<std::unique_ptr<Datagrams>> AsioLoop::join(const SocketAddress& group) {
+    auto port = std::make_shared<Port>(*this);
+    if (const error_code error = port->join(group)) return failure_of(error);
     return std::unique_ptr<Datagrams>(std::make_unique<AsioDatagrams>(std::move(port)));
 }
 

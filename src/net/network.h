@@ -102,6 +102,13 @@ class Network {
     /// Port 0 takes a free one, which address() tells. An IPv6 address is for IPv6 alone.
     virtual Outcome<std::unique_ptr<Listener>> listen(const SocketAddress& at, int backlog) = 0;
     virtual Outcome<std::unique_ptr<Datagrams>> bind(const SocketAddress& at) = 0;
+    /// A socket at the port of a multicast group, which other programs of this machine may have as well. It
+    /// receives what is sent to the group on the interface that the system chooses for it; what it sends
+    /// stays in that network. Simulated networks have no groups.
+    virtual Outcome<std::unique_ptr<Datagrams>> join(const SocketAddress& group) {
+        static_cast<void>(group);
+        return Result(Code::unsupported, "This network has no multicast groups.");
+    }
     /// Has the work done on the network's thread, in the order of the calls. Any thread may call. False, and
     /// the work is not done: 65,536 works are waiting already, or the network has stopped.
     virtual bool post(Callback work) = 0;

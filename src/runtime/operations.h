@@ -276,9 +276,45 @@ typedef int Names_IsPublicSuffix_t(const char* domain);
 
 /* ---- libBTDHT: the distributed hash table of BitTorrent ---- */
 
-/* Tells the table of a node: address (4 bytes, or 16, in network order) and port. */
+/* One node (BEP 5, BEP 32) for the process. It owns no socket and no clock that wakes it: its owner hands it
+   datagrams and sends what it says. But for BTDHT_AddNode and BTDHT_AddNodeV6, which any thread may call, one
+   thread at a time calls. Info hashes and node ids have 20 bytes; addresses 4 or 16, in network order. */
+
+enum { VANTLOW_DHT_IPV4 = 1, VANTLOW_DHT_IPV6 = 2, VANTLOW_DHT_LARGEST = 1500 /* bytes of a datagram */ };
+
+/* The owner's side. Called from within BTDHT_Work alone. */
+typedef struct VantlowDhtOwner {
+    void* context;
+    /* Sends a datagram: 1, or 0 where it is not sent. */
+    int (*send)(void* context, const uint8_t* address, size_t address_size, uint16_t port,
+                const void* datagram, size_t size);
+    /* A peer of a torrent that is searched for; the same one may be told many times, and nothing is known of
+       it but what a node says. */
+    void (*found)(void* context, const uint8_t* info_hash, const uint8_t* address, size_t address_size,
+                  uint16_t port);
+} VantlowDhtOwner;
+
+/* Starts the node, with the id that it had the last time, for the families of addresses (VANTLOW_DHT_IPV4 and
+   VANTLOW_DHT_IPV6). 1, or 0 where it runs already or memory or random bytes are missing. */
+typedef int BTDHT_Start_t(const VantlowDhtOwner* owner, const uint8_t* id, int families);
+typedef void BTDHT_Stop_t(void);
+/* From now on the torrent's peers are searched for, and told that one listens at the port (0: none is told):
+   as soon as nodes are known, every 25 minutes, and after a minute where no peer was found. 1, or 0 where no
+   further torrent is taken. */
+typedef int BTDHT_StartAnnounce_t(const uint8_t* info_hash, uint16_t port);
+typedef void BTDHT_StopAnnounce_t(const uint8_t* info_hash);
+/* Searches once more, now: for a torrent of BTDHT_StartAnnounce, or for another one, once. */
+typedef int BTDHT_GetPeers_t(const uint8_t* info_hash);
+/* Tells of a node, which is asked whether it is there, also before the node is started. At most 256 wait. */
 typedef void BTDHT_AddNode_t(const uint8_t* address, uint16_t port);
 typedef void BTDHT_AddNodeV6_t(const uint8_t* address, uint16_t port);
+/* Takes a datagram that came from there (NULL: none came), and does what is due. Longer ones than
+   VANTLOW_DHT_LARGEST are dropped. The milliseconds after which it wants to be called again at the latest. */
+typedef uint32_t BTDHT_Work_t(const uint8_t* address, size_t address_size, uint16_t port,
+                              const void* datagram, size_t size);
+/* Writes the nodes of one family that answered lately, each as its address and its port, big-endian; the
+   bytes that were written. */
+typedef size_t BTDHT_Nodes_t(int family, uint8_t* into, size_t room);
 
 #ifdef __cplusplus
 }

@@ -112,6 +112,8 @@ void find_operations(BtdhtTable& table) {
     VANTLOW_FIND(BTDHT_GetPeers);
     VANTLOW_FIND(BTDHT_AddNode);
     VANTLOW_FIND(BTDHT_AddNodeV6);
+    VANTLOW_FIND(BTDHT_Work);
+    VANTLOW_FIND(BTDHT_Nodes);
     VANTLOW_FIND(UTP_Srv_Init);
     VANTLOW_FIND(UTP_Srv_Send);
     VANTLOW_FIND(UTP_Cli_Open);

@@ -112,13 +112,15 @@ struct KadTable : LibraryTable {
 };
 
 struct BtdhtTable : LibraryTable {
-    void* BTDHT_Start = nullptr;
-    void* BTDHT_Stop = nullptr;
-    void* BTDHT_StartAnnounce = nullptr;
-    void* BTDHT_StopAnnounce = nullptr;
-    void* BTDHT_GetPeers = nullptr;
+    BTDHT_Start_t* BTDHT_Start = nullptr;
+    BTDHT_Stop_t* BTDHT_Stop = nullptr;
+    BTDHT_StartAnnounce_t* BTDHT_StartAnnounce = nullptr;
+    BTDHT_StopAnnounce_t* BTDHT_StopAnnounce = nullptr;
+    BTDHT_GetPeers_t* BTDHT_GetPeers = nullptr;
     BTDHT_AddNode_t* BTDHT_AddNode = nullptr;
     BTDHT_AddNodeV6_t* BTDHT_AddNodeV6 = nullptr;
+    BTDHT_Work_t* BTDHT_Work = nullptr;
+    BTDHT_Nodes_t* BTDHT_Nodes = nullptr;
     void* UTP_Srv_Init = nullptr;
     void* UTP_Srv_Send = nullptr;
     void* UTP_Cli_Open = nullptr;

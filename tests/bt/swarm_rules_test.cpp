@@ -4,10 +4,15 @@
 #include <algorithm>
 #include <map>
 
+#include "bt/extension.h"
+#include "bt/local_discovery.h"
 #include "bt/peer/choker.h"
 #include "bt/peer/peer_wire.h"
 #include "bt/peer/picker.h"
 #include "bt/peer/request_window.h"
+#include "bt/peer_exchange.h"
+#include "bt/peer_store.h"
+#include "bt/swarm/candidates.h"
 #include "bt/wire.h"
 
 namespace vantlow::test {
@@ -82,6 +87,97 @@ TEST(PeerWire, RefusesWhatNoPeerSendsBeforeItTakesMemory) {
     EXPECT_FALSE(PieceSet::from_wire("\xFF", 7)) << "a bit behind the last piece";
     EXPECT_FALSE(PieceSet::from_wire("\xFF\x80", 8)) << "a byte too many";
     EXPECT_EQ(PieceSet::from_wire("\xFF\x80", 9)->count(), 9U);
+}
+
+SocketAddress at(const std::string& host, int port = 1) {
+    return *SocketAddress::from_literal(host, static_cast<std::uint16_t>(port));
+}
+
+TEST(PeerExchange, TellsChangesOnceAMinuteAndTakesNoFlood) {
+    constexpr std::size_t prefix = 6;
+    std::vector<ExchangedPeer> others{{at("192.0.2.1", 80), ExchangedPeer::seed}, {at("2001:db8::1", 81)}};
+    for (int i = 1; i < 100; ++i) others.push_back({at("198.51.100." + std::to_string(i))});
+    PeerExchange exchange;
+    Clock::time_point now{};
+    const auto first = exchange.news(others, now);
+    ASSERT_TRUE(first);
+    const auto back = parse_exchange_message(build_exchange_message(7, *first).substr(prefix));
+    ASSERT_TRUE(back);
+    ASSERT_EQ(back->added.size(), 50U);
+    EXPECT_EQ(peer_text(back->added.front().address), "192.0.2.1:80");
+    EXPECT_EQ(back->added.front().flags, ExchangedPeer::seed);
+    EXPECT_EQ(peer_text(back->added.back().address), "[2001:db8::1]:81");
+    EXPECT_FALSE(exchange.is_due(now + 59s));
+    EXPECT_TRUE(exchange.is_due(now + 60s));
+    others.erase(others.begin());
+    const auto second = exchange.news(others, now + 60s);
+    ASSERT_TRUE(second);
+    EXPECT_EQ(second->added.size(), 50U);
+    EXPECT_EQ(second->dropped, std::vector{at("192.0.2.1", 80)});
+    EXPECT_EQ(exchange.news(others, now + 120s)->added.size(), 1U);
+    EXPECT_FALSE(exchange.news(others, now + 180s));
+    EXPECT_TRUE(exchange.may_take(now));
+    EXPECT_FALSE(exchange.may_take(now + 30s));
+    EXPECT_TRUE(exchange.may_take(now + 60s));
+    // A victim a thousand times, in one message, in many, and beside it what is cut off.
+    std::string many;
+    for (int port = 1; port <= 1000; ++port) {
+        many += std::string("\xC0\x00\x02\x09", 4);
+        put_number(many, static_cast<std::uint16_t>(port));
+    }
+    const auto flood = parse_exchange_message("d5:added6003:" + many + "\x01\x02\x03" + "e");
+    ASSERT_TRUE(flood);
+    EXPECT_EQ(flood->added.size(), 1U);
+    Candidates candidates;
+    for (int port = 1; port <= 1000; ++port) candidates.add_named(std::vector{at("192.0.2.9", port)});
+    EXPECT_EQ(candidates.size(), Candidates::most_named_ports);
+    for (int i = 0; i < 5000; ++i)
+        candidates.add_named(
+            std::vector{at("203.0." + std::to_string(i / 250) + "." + std::to_string(i % 250))});
+    EXPECT_EQ(candidates.size(), Candidates::most / 2) << "room for those of the trackers";
+    EXPECT_FALSE(parse_exchange_message("i1e"));
+    EXPECT_TRUE(parse_exchange_message("d5:addedi1e6:added65:shorte")->added.empty());
+}
+
+TEST(PeerExchange, NobodyFarAwayNamesNeighbours) {
+    const struct {
+        const char *by, *named;
+        bool is_taken;
+    } rows[] = {
+        {"192.0.2.1", "198.51.100.1", true},  {"192.0.2.1", "127.0.0.1", false},
+        {"192.0.2.1", "192.168.1.1", false},  {"192.0.2.1", "172.16.0.1", false},
+        {"192.0.2.1", "172.32.0.1", true},    {"192.0.2.1", "100.64.0.1", false},
+        {"192.168.1.9", "192.168.1.1", true}, {"192.168.1.9", "127.0.0.1", false},
+        {"127.0.0.1", "127.0.0.1", true},     {"127.0.0.1", "224.0.0.1", false},
+        {"127.0.0.1", "0.0.0.0", false},      {"192.0.2.1", "::ffff:192.168.1.1", false},
+        {"2001:db8::1", "fe80::1", false},    {"2001:db8::1", "fd00::1", false},
+        {"2001:db8::1", "::1", false},        {"fe80::2", "fe80::1", true},
+        {"2001:db8::1", "2001:db8::2", true}, {"::1", "ff02::1", false},
+    };
+    for (const auto& row : rows)
+        EXPECT_EQ(may_know(at(row.by), at(row.named)), row.is_taken) << row.by << " names " << row.named;
+    EXPECT_FALSE(may_know(at("127.0.0.1"), at("192.0.2.1", 0)));
+}
+
+TEST(LocalDiscovery, CallsComeBackAndOthersAreDropped) {
+    LocalCall call{6881, "abc", {InfoHash{}}};
+    call.torrents.front().fill(std::byte{0xAB});
+    const std::string text = build_local_call("239.192.152.143:6771", call);
+    const auto back = parse_local_call(text);
+    ASSERT_TRUE(back);
+    EXPECT_EQ(build_local_call("239.192.152.143:6771", *back), text);
+    const std::string hash = "INFOHASH:" + std::string(40, 'b') + "\r\n";
+    EXPECT_TRUE(parse_local_call("BT-SEARCH * HTTP/1.1\r\n" + hash + "port:1"));
+    const std::string all_bad[] = {"HTTP/1.1 200 OK\r\nPort: 1\r\n" + hash,
+                                   "BT-SEARCH * HTTP/1.1\r\nPort: 0\r\n" + hash,
+                                   "BT-SEARCH * HTTP/1.1\r\nPort: 65536\r\n" + hash,
+                                   "BT-SEARCH * HTTP/1.1\r\nPort: 1\r\n\r\n" + hash,
+                                   "BT-SEARCH * HTTP/1.1\r\nPort: 1\r\nInfohash: abc\r\n",
+                                   text + std::string(1400, ' ')};
+    for (const std::string& bad : all_bad) EXPECT_FALSE(parse_local_call(bad)) << bad;
+    std::string many = "BT-SEARCH * HTTP/1.1\r\nPort: 1\r\n";
+    for (int i = 0; i < 25; ++i) many += hash;
+    EXPECT_EQ(parse_local_call(many)->torrents.size(), 25U);
 }
 
 PieceSet set_of(std::uint32_t size, std::initializer_list<std::uint32_t> pieces) {

@@ -21,6 +21,7 @@ struct Content {
     std::string bytes;
     std::uint32_t piece_length;
     SwarmTorrent torrent;
+    bool exchanges = false;
 
     Content(std::uint32_t seed, std::size_t size, std::uint32_t length) : piece_length(length) {
         std::minstd_rand random(seed);
@@ -129,9 +130,10 @@ class Client : public SwarmListener {
         options.seed = static_cast<std::uint32_t>(number);
         options.library = library;
         options.crypto = crypto;
+        listener = *host.listen(host.address(), 64);
+        options.port = address().port();
+        options.exchanges = content.exchanges;
         swarm.emplace(host, disk, *this, torrent, LinkLimits{down, up}, options);
-        SocketAddress at = host.address();
-        listener = *host.listen(at, 64);
         accept();
     }
     void be_seed() {
@@ -240,6 +242,25 @@ TEST(SwarmTest, ALiarIsFoundAndLeftAndNobodyElse) {
     EXPECT_TRUE(leecher.disk.is_right());
     for (const SocketAddress& address : leecher.bans) EXPECT_TRUE(is_same_host(address, liar.address()));
     EXPECT_FALSE(leecher.bans.empty());
+}
+
+// Two that only know a third one, which they called; a private torrent's stay apart.
+TEST(SwarmTest, PeersTellEachOtherOfPeers) {
+    for (const bool exchanges : {true, false}) {
+        Content content(5, 1'000'000, 64 * 1024);
+        content.exchanges = exchanges;
+        Swarms world(5, content);
+        Client& hub = world.add({.up = 5000});
+        hub.be_seed();
+        for (int i = 0; i < 2; ++i) world.add();
+        for (const auto& client : world.clients) client->swarm->start();
+        for (int i = 1; i < 3; ++i) world.clients[i]->swarm->add_peers(std::vector{hub.address()});
+        EXPECT_EQ(world.internet.run_until([&] { return world.clients[1]->swarm->peers() == 2; }, 70s),
+                  exchanges);
+        EXPECT_EQ(world.clients[1]->swarm->exchanged() + world.clients[2]->swarm->exchanged() > 0, exchanges);
+        EXPECT_EQ(hub.swarm->known(), 0U) << "it was told of nobody but those that called";
+        EXPECT_EQ(hub.swarm->callers(), 2U);
+    }
 }
 
 // Settings as LinkCrypto has them; a side without the library has none.

@@ -18,7 +18,11 @@ using std::chrono::milliseconds;
 constexpr const char16_t* magnet = u"magnet:?xt=urn:btih:0123456789abcdef0123456789abcdef01234567";
 
 struct Surroundings {
-    Surroundings() { start_sockets(); }
+    Surroundings() {
+        start_sockets();
+        // Others on this machine may ask for the same torrent.
+        settings.override_value(setting::local_discovery.section, setting::local_discovery.key, u"0");
+    }
     std::unique_ptr<JobSession> make(const std::u16string& address, RunOptions options = {}) {
         auto job = std::make_unique<CJobNode>();
         job->address = address;

@@ -27,6 +27,28 @@ void Candidates::add(std::span<const SocketAddress> addresses) {
     }
 }
 
+std::size_t Candidates::add_named(std::span<const SocketAddress> addresses) {
+    std::size_t added = 0;
+    for (const SocketAddress& address : addresses) {
+        if (address.port() == 0 || known_.size() >= most / 2) continue;
+        const std::string key = peer_text(address);
+        if (known_.contains(key) || ports_of(key) >= most_named_ports) continue;
+        known_.try_emplace(key, Entry{.address = address});
+        ++added;
+    }
+    return added;
+}
+
+// The keys of a host stand beside each other.
+std::size_t Candidates::ports_of(const std::string& key) const {
+    const std::string host = key.substr(0, key.rfind(':') + 1);
+    std::size_t ports = 0;
+    for (auto at = known_.lower_bound(host); at != known_.end() && at->first.starts_with(host); ++at) {
+        if (++ports == most_named_ports) break;
+    }
+    return ports;
+}
+
 std::optional<SocketAddress> Candidates::take(Clock::time_point now) {
     Entry* best = nullptr;
     for (auto& [text, entry] : known_) {

@@ -17,8 +17,14 @@ class Candidates {
   public:
     static constexpr std::size_t most = 4000;
 
+    /// Of one host, where other peers or nodes name it: whoever names many ports of a victim gets no further.
+    static constexpr std::size_t most_named_ports = 4;
+
     /// Notes addresses; those that are known stay as they are. Port 0 is nobody's.
     void add(std::span<const SocketAddress> addresses);
+    /// The same for addresses that other peers or nodes name, of which there may be lies: they fill one half
+    /// of the room, and few ports of a host are taken. Returns how many were new.
+    std::size_t add_named(std::span<const SocketAddress> addresses);
     /// The next one to connect to, which is taken until ended() or refused() is called: the one that failed
     /// least, and of those the one that waited longest.
     std::optional<SocketAddress> take(Clock::time_point now);
@@ -40,6 +46,7 @@ class Candidates {
         Clock::time_point not_before{};
     };
     Entry* find(const SocketAddress& address);
+    [[nodiscard]] std::size_t ports_of(const std::string& key) const;
 
     std::map<std::string, Entry> known_;
 };

@@ -54,6 +54,11 @@ void MetadataFetch::add_peers(std::span<const SocketAddress> addresses) {
     if (runs_) connect_some();
 }
 
+void MetadataFetch::add_named(std::span<const SocketAddress> addresses) {
+    candidates_.add_named(addresses);
+    if (runs_) connect_some();
+}
+
 void MetadataFetch::connect_some() {
     while (links_.size() < most_peers) {
         const auto address = candidates_.take(network_.now());

@@ -34,6 +34,8 @@ class MetadataFetch final : private LinkOwner {
     /// Leaves all peers; nothing is called any more.
     void stop() noexcept;
     void add_peers(std::span<const SocketAddress> addresses);
+    /// Addresses that others name, see Candidates::add_named().
+    void add_named(std::span<const SocketAddress> addresses);
 
     [[nodiscard]] std::size_t peers() const noexcept { return links_.size(); }
     [[nodiscard]] std::size_t known() const noexcept { return candidates_.size(); }

@@ -11,6 +11,7 @@
 #include "bt/peer/peer_wire.h"
 #include "bt/peer/picker.h"
 #include "bt/peer/request_window.h"
+#include "bt/peer_exchange.h"
 #include "net/network.h"
 #include "net/paced_stage.h"
 
@@ -92,6 +93,10 @@ class PeerLink {
 
     [[nodiscard]] std::uint32_t number() const noexcept { return number_; }
     [[nodiscard]] const SocketAddress& address() const noexcept { return address_; }
+    /// Of this side; none unless it is connected.
+    [[nodiscard]] std::optional<SocketAddress> local_address() const {
+        return stream_ ? stream_->local_address() : std::nullopt;
+    }
     /// Of one that has ended: how the peer, which was there but did not take the encrypted handshake, is
     /// called again at once.
     [[nodiscard]] std::optional<CallForm> next_call() const noexcept;
@@ -119,9 +124,12 @@ class PeerLink {
     std::string version{};  ///< the program that it says it is (BEP 10, "v"), UTF-8; empty: unsaid
     PieceSet has{};
     std::uint8_t metadata_number = 0;  ///< under which the peer takes metadata messages; 0: none
-    std::deque<PieceBlock> owes{};     ///< blocks that it was asked for
-    std::deque<PieceBlock> wants{};    ///< blocks that it asked for
-    int reading = 0;                   ///< blocks of it that the disk is asked for
+    std::uint8_t exchange_number = 0;  ///< under which the peer takes the exchange of peers; 0: none
+    std::uint16_t listens_at = 0;      ///< a port that it says others may call; 0: it says none
+    PeerExchange exchange{};
+    std::deque<PieceBlock> owes{};   ///< blocks that it was asked for
+    std::deque<PieceBlock> wants{};  ///< blocks that it asked for
+    int reading = 0;                 ///< blocks of it that the disk is asked for
     RequestWindow window{};
     std::vector<std::uint32_t> allowed{};    ///< pieces that it gives even while it chokes us
     std::vector<std::uint32_t> suggested{};  ///< pieces that it would rather give

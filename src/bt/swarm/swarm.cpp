@@ -55,6 +55,12 @@ void Swarm::add_peers(std::span<const SocketAddress> addresses) {
     if (runs_) connect_some();
 }
 
+std::size_t Swarm::add_named(std::span<const SocketAddress> addresses) {
+    const std::size_t added = candidates_.add_named(addresses);
+    if (runs_) connect_some();
+    return added;
+}
+
 void Swarm::set_priority(std::uint32_t piece, PiecePriority priority) {
     picker_.set_priority(piece, priority);
     for (auto& [number, link] : links_) {
@@ -105,6 +111,7 @@ void Swarm::call(const SocketAddress& address, CallForm form) {
 void Swarm::take_incoming(std::unique_ptr<net::Stream> stream) {
     const auto address = stream->peer_address();
     if (!runs_ || !address || links_.size() >= options_.most_peers) return;
+    ++callers_;
     PeerLink& link = add_link(*address, true, crypto_);
     link.take_call(std::move(stream));
 }
@@ -122,6 +129,7 @@ PeerHandshake Swarm::own_handshake() const {
     own.peer_id = torrent_.peer_id;
     own.extensions = true;
     own.fast = true;
+    own.dht = options_.node_port != 0;
     return own;
 }
 
@@ -159,9 +167,11 @@ bool Swarm::greeted(PeerLink& link, const PeerHandshake& handshake) {
     } else if (have.count() > 0) {
         link.send({.kind = MessageKind::bitfield, .data = have.wire()});
     }
+    if (handshake.dht && options_.node_port != 0)
+        link.send({.kind = MessageKind::port, .port = options_.node_port});
     if (handshake.extensions) {
         link.send(build_extension_handshake(static_cast<std::uint32_t>(torrent_.info.size()), options_.port,
-                                            options_.version));
+                                            options_.version, options_.exchanges));
     }
     return true;
 }
@@ -229,6 +239,7 @@ void Swarm::tick() {
         if (const auto at = links_.find(number); at != links_.end()) look_after(*at->second, now);
     }
     choke_and_unchoke();
+    exchange_some(now);
     connect_some();
     ticks_.start(now + tick_time, [this] { tick(); });
 }

@@ -33,8 +33,10 @@ struct SwarmOptions {
     std::u16string version = u"Vantlow";
     std::uint32_t seed = 1;  ///< decides about chance
     const SecurTable* library =
-        nullptr;               ///< for encryption; outlives the swarm; null: plain connections alone
-    std::uint32_t crypto = 1;  ///< the setting "Crypto", see LinkCrypto
+        nullptr;                  ///< for encryption; outlives the swarm; null: plain connections alone
+    std::uint32_t crypto = 1;     ///< the setting "Crypto", see LinkCrypto
+    std::uint16_t node_port = 0;  ///< of this side's node of the distributed hash table; 0: none
+    bool exchanges = false;  ///< peers tell each other of peers (BEP 11); never of a private torrent (BEP 27)
 };
 
 /// A peer of a swarm at this moment, to be shown.
@@ -60,6 +62,8 @@ class SwarmListener {
     virtual void completed() {}
     /// A peer gave wrong blocks, and is left for good.
     virtual void banned(const SocketAddress& peer) { static_cast<void>(peer); }
+    /// A peer has a node of the distributed hash table there.
+    virtual void met_node(const SocketAddress& node) { static_cast<void>(node); }
     /// The disk failed. The swarm has stopped.
     virtual void failed(const Result& why) { static_cast<void>(why); }
 };
@@ -78,8 +82,10 @@ class Swarm final : private LinkOwner {
     void start();
     /// Leaves all peers; nothing is called any more.
     void stop() noexcept;
-    /// Addresses from a tracker, a magnet link or another peer.
+    /// Addresses from a tracker or a magnet link.
     void add_peers(std::span<const SocketAddress> addresses);
+    /// Addresses that others name, see Candidates::add_named(). Returns how many were new.
+    std::size_t add_named(std::span<const SocketAddress> addresses);
     /// Takes a connection that a peer made.
     void take_incoming(std::unique_ptr<net::Stream> stream);
     /// Takes a connection that somebody within the program made: it is neither encrypted nor counted.
@@ -95,6 +101,9 @@ class Swarm final : private LinkOwner {
     [[nodiscard]] std::size_t known() const noexcept { return candidates_.size(); }
     [[nodiscard]] std::int64_t downloaded() const noexcept { return downloaded_; }  ///< bytes of blocks
     [[nodiscard]] std::int64_t uploaded() const noexcept { return uploaded_; }
+    /// Addresses that came by the exchange of peers, and peers that called.
+    [[nodiscard]] std::size_t exchanged() const noexcept { return exchanged_; }
+    [[nodiscard]] std::size_t callers() const noexcept { return callers_; }
     /// Bytes of blocks that came and were not needed.
     [[nodiscard]] std::int64_t wasted() const noexcept { return wasted_; }
 
@@ -140,6 +149,13 @@ class Swarm final : private LinkOwner {
     void fail(const Result& why);
     [[nodiscard]] bool is_block(const PeerMessage& message) const noexcept;
 
+    // swarm_exchange.cpp: peers tell each other of peers and nodes
+    void exchange_some(Clock::time_point now);
+    void take_node_port(const PeerLink& link, std::uint16_t port);
+    void take_exchange(PeerLink& link, std::string_view payload);
+    [[nodiscard]] static std::optional<ExchangedPeer> named(const PeerLink& link);
+    [[nodiscard]] bool is_worth(const PeerLink& by, const ExchangedPeer& peer) const;
+
     net::Network& network_;
     SwarmDisk& disk_;
     SwarmListener& listener_;
@@ -158,6 +174,8 @@ class Swarm final : private LinkOwner {
     std::int64_t downloaded_ = 0;
     std::int64_t uploaded_ = 0;
     std::int64_t wasted_ = 0;
+    std::size_t exchanged_ = 0;
+    std::size_t callers_ = 0;
     net::Timer ticks_;
     Links links_;
     std::vector<std::unique_ptr<PeerLink>> gone_;  ///< ended, and perhaps in the middle of a call

@@ -73,6 +73,8 @@ bool Swarm::heard(PeerLink& link, const PeerMessage& message) {
         case MessageKind::extended:
             return take_extended(link, message);
         case MessageKind::port:
+            take_node_port(link, message.port);
+            return true;
         case MessageKind::keep_alive:
         case MessageKind::unknown:
             return true;
@@ -305,9 +307,18 @@ bool Swarm::take_extended(PeerLink& link, const PeerMessage& message) {
     if (message.extended == 0) {
         const auto handshake = parse_extension_handshake(message.data);
         if (!handshake) return false;
-        const std::int64_t number = handshake->metadata_number.value_or(0);
-        link.metadata_number = number > 0 && number < 256 ? static_cast<std::uint8_t>(number) : 0;
+        const auto number = [](const std::optional<std::int64_t>& said) {
+            return said && *said > 0 && *said < 256 ? static_cast<std::uint8_t>(*said) : std::uint8_t{0};
+        };
+        link.metadata_number = number(handshake->metadata_number);
+        link.exchange_number = number(handshake->exchange_number);
+        const std::int64_t port = handshake->port.value_or(0);
+        link.listens_at = port > 0 && port < 65536 ? static_cast<std::uint16_t>(port) : std::uint16_t{0};
         link.version = to_utf8(handshake->version).substr(0, longest_version);
+        return true;
+    }
+    if (message.extended == own_exchange_number && options_.exchanges) {
+        take_exchange(link, message.data);
         return true;
     }
     if (message.extended != own_metadata_number) return true;

@@ -1,0 +1,148 @@
+#!/usr/bin/env python3
+"""Torrents that find their peers without trackers, in a network of their own with libtorrent's nodes and peers.
+
+    discovery.py VANTLOW
+
+Needs python3-libtorrent and a user who may make network namespaces; ends with 77 where one is missing.
+"""
+
+import os
+import pathlib
+import subprocess
+import sys
+import tempfile
+import time
+
+ROUTER, SEED = "10.77.0.2", "10.77.0.3"
+PIECE = 16384
+
+
+def is_possible():
+    try:
+        import libtorrent  # noqa: F401
+    except ImportError:
+        return False
+    return subprocess.run(["unshare", "-n", "ip", "link", "set", "lo", "up"], capture_output=True, check=False).returncode == 0
+
+
+def session(address, **more):
+    import libtorrent as lt
+
+    return lt.session({
+        "listen_interfaces": f"{address}:6881", "dht_bootstrap_nodes": "", "enable_dht": True, "enable_lsd": False,
+        "enable_upnp": False, "enable_natpmp": False, "dht_restrict_routing_ips": False, "dht_restrict_search_ips": False,
+        "dht_enforce_node_id": False, "dht_prefer_verified_node_ids": False, "allow_multiple_connections_per_ip": True,
+        "alert_mask": lt.alert.category_t.dht_notification, **more})
+
+
+class World:
+    def __init__(self, program, folder):
+        self.program, self.folder, self.runs = program, pathlib.Path(folder), []
+        self.content = os.urandom(40 * PIECE + 7)
+        (self.folder / "seed").mkdir()
+        (self.folder / "seed/data.bin").write_bytes(self.content)
+
+    def start(self, name, *words, nodes=f"{ROUTER}:6881"):
+        home = self.folder / name
+        home.mkdir(exist_ok=True)
+        environment = os.environ | {"HOME": str(home), "XDG_RUNTIME_DIR": str(home), "XDG_CONFIG_HOME": "", "XDG_DATA_HOME": "",
+                                    "VANTLOW_NO_WINDOW": "1"}
+        log = open(home / "log", "ab")
+        settings = ["DefaultTracker=", "DefaultTrackers=", f"DHTNodes={nodes}"]
+        command = [self.program, "-v", *(f"--set=Torrent/{setting}" for setting in settings), *words]
+        process = subprocess.Popen(command, env=environment, cwd=home, stdin=subprocess.DEVNULL, stdout=log, stderr=log)
+        self.runs.append(process)
+        return process
+
+    def log(self, name):
+        return (self.folder / name / "log").read_text(errors="replace")
+
+    def torrent(self, private=False):
+        import libtorrent as lt
+
+        storage = lt.file_storage()
+        lt.add_files(storage, str(self.folder / "seed/data.bin"))
+        made = lt.create_torrent(storage, PIECE, lt.create_torrent.v1_only)
+        made.set_priv(private)
+        lt.set_piece_hashes(made, str(self.folder / "seed"))
+        path = self.folder / f"data{int(private)}.torrent"
+        path.write_bytes(lt.bencode(made.generate()))
+        return lt.torrent_info(str(path)), path
+
+    def check(self, name, process, at_most, file="data.bin"):
+        try:
+            process.wait(at_most)
+        except subprocess.TimeoutExpired:
+            raise AssertionError(f"{name} does not end:\n{self.log(name)}") from None
+        got = self.folder / name / file
+        if process.returncode or not got.is_file() or got.read_bytes() != self.content:
+            raise AssertionError(f"{name} ends with {process.returncode}:\n{self.log(name)}")
+
+    def end(self):
+        for process in self.runs:
+            if process.poll() is None:
+                process.kill()
+            process.wait()
+
+
+def in_the_table(world):
+    """A magnet link without any tracker; and nobody hears of a private torrent."""
+    import libtorrent as lt
+
+    info, _ = world.torrent()
+    secret, secret_path = world.torrent(private=True)
+    router = session(ROUTER)
+    seed = session(SEED, dht_bootstrap_nodes=f"{ROUTER}:6881")
+    seed.add_dht_node((ROUTER, 6881))
+    seed.add_torrent({"ti": info, "save_path": str(world.folder / "seed"), "flags": lt.torrent_flags.seed_mode})
+    asks_in_vain = world.start("private", "get", "--set=Torrent/LSD=0", str(secret_path))
+    magnet = f"magnet:?xt=urn:btih:{info.info_hash()}"
+    world.check("magnet", world.start("magnet", "get", "--set=Torrent/LSD=0", magnet), 120)
+    # The next run knows the nodes of this one.
+    kept = world.folder / "kept/.local/share/vantlow"
+    for nodes in (f"{ROUTER}:6881", ""):
+        world.start("kept", "add", "--paused", f"--output=data{len(nodes)}.bin", magnet, nodes=nodes).wait()
+        run = world.start("kept", "start", "--all", "--set=Torrent/LSD=0", nodes=nodes)
+        world.check("kept", run, 120, f"data{len(nodes)}.bin")
+        assert (kept / "dhtkey.dat").stat().st_size == 20 and (kept / "dhtnodes.dat").is_file(), list(kept.iterdir())
+    heard = {str(a.info_hash) for each in (router, seed) for a in each.pop_alerts() if isinstance(a, lt.dht_get_peers_alert)}
+    assert str(info.info_hash()) in heard, f"{heard}\n{world.log('magnet')}"
+    assert str(secret.info_hash()) not in heard, "a private torrent was searched for"
+    assert asks_in_vain.poll() is None, world.log("private")
+
+
+def in_this_network(world):
+    """Two of this program that know nothing of each other."""
+    info, path = world.torrent()
+    giver = world.folder / "giver"
+    world.start("giver", "get", "--seed", "--set=Torrent/DHT=0", "--dir", str(world.folder / "seed"), str(path))
+    until = time.monotonic() + 30
+    while "is shared" not in world.log("giver"):
+        assert time.monotonic() < until, world.log("giver")
+        time.sleep(0.1)
+    assert giver.is_dir()
+    magnet = f"magnet:?xt=urn:btih:{info.info_hash()}"
+    world.check("near", world.start("near", "get", "--set=Torrent/DHT=0", magnet), 100)  # the answer takes a minute
+
+
+def main(program, inside=""):
+    if not inside:
+        if not is_possible():
+            return 77
+        os.execvp("unshare", ["unshare", "-n", sys.executable, __file__, program, "inside"])
+    for command in ("link set lo up multicast on", *(f"address add 10.77.0.{i}/24 dev lo" for i in (1, 2, 3)),
+                    "route add 239.0.0.0/8 dev lo"):
+        subprocess.run(["ip", *command.split()], check=True)
+    for scenario in (in_the_table, in_this_network):
+        with tempfile.TemporaryDirectory() as folder:
+            world = World(program, folder)
+            try:
+                scenario(world)
+            finally:
+                world.end()
+        print(f"{scenario.__name__}: well")
+    return 0
+
+
+if __name__ == "__main__":
+    sys.exit(main(*sys.argv[1:]))
