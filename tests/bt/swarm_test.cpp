@@ -254,7 +254,7 @@ TEST(SwarmTest, PeersTellEachOtherOfPeers) {
         hub.be_seed();
         for (int i = 0; i < 2; ++i) world.add();
         for (const auto& client : world.clients) client->swarm->start();
-        for (int i = 1; i < 3; ++i) world.clients[i]->swarm->add_peers(std::vector{hub.address()});
+        for (const std::size_t i : {1U, 2U}) world.clients[i]->swarm->add_peers(std::vector{hub.address()});
         EXPECT_EQ(world.internet.run_until([&] { return world.clients[1]->swarm->peers() == 2; }, 70s),
                   exchanges);
         EXPECT_EQ(world.clients[1]->swarm->exchanged() + world.clients[2]->swarm->exchanged() > 0, exchanges);

@@ -132,7 +132,8 @@ class Vantlow:
 
     def set(self, *settings):
         """Writes its settings anew: "Section/Key=Value" each."""
-        text = "".join("[{}]\n{}\n".format(*one.split("/", 1)) for one in settings)
+        quiet = ("Torrent/DHT=0", "Torrent/LSD=0")  # nothing looks for peers beyond this machine
+        text = "".join("[{}]\n{}\n".format(*one.split("/", 1)) for one in (*settings, *quiet))
         (self.folder / "settings.ini").write_text(text)
 
     def run(self, *words, without=(), more=None):

@@ -284,6 +284,14 @@ void dht_hash(void* out, int size, const void* v1, int n1, const void* v2, int n
     static_cast<void>(dht_random_bytes(out, static_cast<std::size_t>(size)));
 }
 
+// In the place of random() and rand(): see the recipe.
+extern "C" long vantlow_dht_chance();
+long vantlow_dht_chance() {
+    std::array<std::uint8_t, 4> bytes{};
+    if (!vantlow::login::fill_random(bytes)) return 0;
+    return (bytes[0] & 0x7F) * 0x1000000L + bytes[1] * 0x10000L + bytes[2] * 0x100L + bytes[3];
+}
+
 int dht_random_bytes(void* out, std::size_t size) {
     return vantlow::login::fill_random({static_cast<std::uint8_t*>(out), size}) ? static_cast<int>(size) : -1;
 }
