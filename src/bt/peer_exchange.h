@@ -39,12 +39,12 @@ std::string build_exchange_message(std::uint8_t peer_number, const ExchangedPeer
 /// once. None when it is no dictionary. What `dropped` says is of no use and left out.
 std::optional<ExchangedPeers> parse_exchange_message(std::string_view payload);
 
-/// What one peer was told, and how often it speaks. The times never go back.
+/// The record of one peer: those that it was told of, and how often it speaks. The times never go back.
 class PeerExchange {
   public:
     /// Whether another message may be sent to it now: one a minute.
     [[nodiscard]] bool is_due(Clock::time_point now) const noexcept;
-    /// What it is to be told of the others there are; none where it knows all of that.
+    /// The message about the others there are; none where it knows all of them.
     std::optional<ExchangedPeers> news(std::span<const ExchangedPeer> current, Clock::time_point now);
     /// Whether its message is taken: one a minute is.
     bool may_take(Clock::time_point now) noexcept;

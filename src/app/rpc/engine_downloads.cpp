@@ -128,7 +128,7 @@ const TorrentReport* EngineDownloads::torrent(const CJobNode& job, unsigned part
     if (kind_of(job) != JobKind::torrent) return nullptr;
     const unsigned wanted = report_parts(parts);
     const auto known = torrents_.find(job.identity);
-    // What is asked of one that runs moves on without a change of its record.
+    // The facts of one that runs move on without a change of its record.
     const bool holds = parts == 0 || !engine_.is_running(job.identity);
     if (holds && known != torrents_.end() && (wanted & ~known->second.parts) == 0)
         return &known->second.report;

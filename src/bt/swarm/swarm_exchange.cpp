@@ -1,4 +1,4 @@
-// What peers tell each other of others: the exchange of peers (BEP 11), nodes of the hash table (BEP 5).
+// Peers tell each other of others: the exchange of peers (BEP 11), nodes of the hash table (BEP 5).
 #include "bt/peer_store.h"
 #include "bt/swarm/swarm.h"
 

@@ -67,7 +67,7 @@ void SeedStream::hear(const PeerMessage& message) {
     }
 }
 
-// What the swarm says.
+// The swarm speaks.
 net::Step SeedStream::write(std::span<const std::byte> from, Clock::time_point) {
     std::string_view bytes(reinterpret_cast<const char*>(from.data()), from.size());
     const std::size_t greeting = std::min(greeting_, bytes.size());

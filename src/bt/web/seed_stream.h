@@ -14,7 +14,7 @@ namespace vantlow {
 /// blocks that its owner hands over. Belongs to the network's thread, as any stream.
 class SeedStream final : public net::Stream {
   public:
-    /// What the swarm does at its end. Called from inside its writes, and from its close.
+    /// Hears what the swarm does at its end. Called from inside its writes, and from its close.
     class Owner {
       public:
         Owner() = default;

@@ -24,7 +24,7 @@ std::string web_seed_address(std::string_view seed, const TorrentContent& conten
 /// (RFC 1918, RFC 4193).
 bool is_web_seed(std::string_view address);
 
-/// What web seeds use, and what all of them ask with. Everything outlives the seeds.
+/// The services of web seeds, and the errand that all of them go on. Everything outlives the seeds.
 struct WebSeedServices {
     net::Network& network;
     ConnectionServices& connections;
@@ -73,7 +73,7 @@ class WebSeed final : private SeedStream::Owner {
         PieceBlock block;
         std::int64_t useful_end = 0;  ///< up to this byte of the torrent the next ones follow
     };
-    /// What the thread's posts find on the network's thread: the seed, as long as it is there.
+    /// The seed as the thread's posts find it on the network's thread: as long as it is there.
     struct Post {
         WebSeed* seed;
     };
