@@ -19,13 +19,18 @@ bool is_blank(std::string_view text) {
     return text.find_first_not_of(blanks) == std::string_view::npos;
 }
 
+// True for the control characters that no XML document may hold (XML 1.0, 2.2).
+constexpr bool is_control(std::uint32_t character) {
+    return character < 0x20 && character != '\t' && character != '\n' && character != '\r';
+}
+
 // Appends the character of a reference's number; false for one that no XML document may hold.
 bool append_character(std::string& text, std::string_view digits, int base) {
     std::uint32_t number = 0;
     const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), number, base);
     const bool whole = error == std::errc() && end == digits.data() + digits.size();
-    const bool is_control = number < 0x20 && number != '\t' && number != '\n' && number != '\r';
-    if (!whole || is_control || number > 0x10FFFF || (number >= 0xD800 && number < 0xE000)) return false;
+    if (!whole || is_control(number) || number > 0x10FFFF || (number >= 0xD800 && number < 0xE000))
+        return false;
     if (number < 0x10000) {
         text += to_utf8(std::u16string(1, static_cast<char16_t>(number)));
     } else {
@@ -44,8 +49,10 @@ struct Entity {
 constexpr std::array entities{Entity{"lt", '<'}, Entity{"gt", '>'}, Entity{"amp", '&'}, Entity{"quot", '"'},
                               Entity{"apos", '\''}};
 
-// Replaces the references in a text; none where one is not known.
+// Replaces the references in a text; none where one is not known, or the text has a control character.
 std::optional<std::string> decode(std::string_view text) {
+    if (std::ranges::any_of(text, [](char c) { return is_control(static_cast<unsigned char>(c)); }))
+        return std::nullopt;
     std::string decoded;
     for (auto at = text.find('&'); at != std::string_view::npos; at = text.find('&')) {
         decoded += text.substr(0, at);
@@ -258,7 +265,7 @@ std::string xml_text(std::string_view text) {
         while (length < 4 && length < text.size() && !is_utf8(text.substr(0, length))) ++length;
         const std::string_view one = text.substr(0, length);
         const char c = one.front();
-        if (!is_utf8(one) || (c >= 0 && c < ' ' && c != '\t' && c != '\n' && c != '\r')) {
+        if (!is_utf8(one) || is_control(static_cast<unsigned char>(c))) {
             written += "\xEF\xBF\xBD";
             text.remove_prefix(1);
             continue;
