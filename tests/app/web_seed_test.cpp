@@ -25,7 +25,7 @@ TEST(WebSeedAddress, IsTheFilesOwnAndNoOrderToAPrivateMachine) {
         EXPECT_TRUE(is_web_seed(good)) << good;
     for (const char* bad :
          {"ftp://h/", "h/f", "http://", "http://localhost/a?b", "http://192.168.1.1/a?reboot",
-          "http://[::1]/a?b", "http://[fd00::1]/?b", "file:///etc/passwd"})
+          "http://[::1]/a?b", "http://[fd00::1]/?b", "http://[::ffff:127.0.0.1]/a?b", "file:///etc/passwd"})
         EXPECT_FALSE(is_web_seed(bad)) << bad;
 }
 

@@ -5,6 +5,7 @@
 
 #include "base/codes.h"
 #include "base/text.h"
+#include "bt/peer_store.h"
 
 namespace vantlow {
 namespace {
@@ -30,15 +31,6 @@ void append_escaped(std::string& address, std::u16string_view part) {
             address += {'%', digits[byte / 16], digits[byte % 16]};
         }
     }
-}
-
-bool is_private(const SocketAddress& address) {
-    const auto v4 = address.ipv4();
-    const auto v6 = address.ipv6();
-    if (address.is_ipv6())
-        return address.host() == "::1" || (v6[0] & 0xFEU) == 0xFC || (v6[0] == 0xFE && v6[1] >= 0x80);
-    return v4[0] == 127 || v4[0] == 10 || v4[0] == 0 || (v4[0] == 172 && v4[1] / 16 == 1) ||
-           (v4[0] == 192 && v4[1] == 168) || (v4[0] == 169 && v4[1] == 254);
 }
 
 }  // namespace
@@ -68,7 +60,7 @@ bool is_web_seed(std::string_view address) {
     if (!target) return false;
     if (address.find('?') == std::string_view::npos) return true;
     const auto number = SocketAddress::from_literal(target->host, target->port);
-    return target->host != "localhost" && !(number && is_private(*number));
+    return target->host != "localhost" && !(number && reach_of(*number) != Reach::everywhere);
 }
 
 WebSeed::WebSeed(std::string address, const TorrentContent& content, WebSeedServices services,
