@@ -14,9 +14,8 @@
 
 namespace vantlow {
 
-/// The searches of one torrent, as the settings want them: in the distributed hash table and
-/// in this network. Never to be begun
-/// for a private torrent (BEP 27). Belongs to the torrent's thread.
+/// The searches of one torrent, as the settings want them: in the distributed hash table and in this network.
+/// Never to be begun for a private torrent (BEP 27). Belongs to the torrent's thread.
 class PeerSources {
   public:
     /// All outlive the object. Without a table (null) nothing is found in it.

@@ -76,7 +76,7 @@ struct TorrentFile {
     bool is_chosen = true;
 };
 
-/// What is known of a torrent's job at one moment. A plain record.
+/// The facts of a torrent's job at one moment, as far as they are known. A plain record.
 struct TorrentReport {
     enum class Phase {
         idle,         ///< it does not run

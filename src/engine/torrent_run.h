@@ -47,7 +47,7 @@ class TorrentRun final : private SwarmListener {
     [[nodiscard]] JobProgress progress() const;
     /// The trackers, then the peers.
     [[nodiscard]] std::vector<SessionConnection> connections() const;
-    /// What the job has exchanged with peers until now, in earlier runs too. Any thread.
+    /// The job's exchange with peers until now, in earlier runs too. Any thread.
     [[nodiscard]] TorrentTally tally() const;
     /// Makes the report on this run's own thread and waits for it, a quarter of a second at most. False where
     /// that thread does something else, as while files are checked: the phase and what the check has done

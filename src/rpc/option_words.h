@@ -10,7 +10,7 @@
 
 namespace vantlow::rpc {
 
-/// What was asked for a job; none: nothing was. Texts are UTF-8, without control characters.
+/// The wishes for a job; none: nothing was asked. Texts are UTF-8, without control characters.
 struct JobOptions {
     std::optional<std::string> folder;
     std::optional<std::string> name;  ///< of the file; folders with "/" may stand in front
@@ -38,7 +38,7 @@ struct JobOptions {
     void take(const JobOptions& other);
 };
 
-/// What holds for the program. `job`: what jobs get where they ask for nothing.
+/// The options of the program. `job`: what jobs get where they ask for nothing.
 struct GlobalOptions {
     std::optional<std::int64_t> jobs_at_once;
     std::optional<std::int64_t> down_limit;  ///< bytes a second, for all together; 0: none

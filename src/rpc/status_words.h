@@ -1,4 +1,4 @@
-// What is told of a download, in the words of front ends.
+// The status of a download, in the words of front ends.
 #pragma once
 
 #include <string>

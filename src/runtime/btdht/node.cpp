@@ -238,7 +238,7 @@ VANTLOW_EXPORT BTDHT_AddNodeV6_t BTDHT_AddNodeV6;
 VANTLOW_EXPORT BTDHT_Work_t BTDHT_Work;
 VANTLOW_EXPORT BTDHT_Nodes_t BTDHT_Nodes;
 
-// What dht.c asks of its program.
+// The operations that dht.c asks of its program.
 
 int dht_sendto(int, const void* bytes, int size, int, const sockaddr* to, int) {
     std::array<std::uint8_t, 16> address{};
