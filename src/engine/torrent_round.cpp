@@ -66,22 +66,23 @@ void TorrentRun::every_second() {
 
 // Hands on what the trackers and the other sources have told since the last time.
 void TorrentRun::tell_peers() {
-    if (identity_.peers.size() != told_) {
-        const std::vector<SocketAddress> known = identity_.peers.peers();
-        const auto fresh = std::span(known).subspan(told_);
-        if (swarm_ != nullptr) swarm_->add_peers(fresh);
-        if (description_ != nullptr) description_->add_peers(fresh);
-        for (std::size_t i = logged_; i < std::min(known.size(), most_logged); ++i)
-            log_.line(Direction::note, "Peer: " + peer_text(known[i]));
-        logged_ = std::max(logged_, known.size());
-        told_ = known.size();
-    }
+    if (swarm_ == nullptr && description_ == nullptr) return;
+    const std::vector<SocketAddress> named = identity_.peers.fresh(told_);
+    if (swarm_ != nullptr) swarm_->add_peers(named);
+    if (description_ != nullptr) description_->add_peers(named);
+    for (const SocketAddress& peer : named) log_peer(peer);
     sources_.look(swarm_ != nullptr ? swarm_->peers() == 0
                                     : description_ == nullptr || description_->peers() == 0);
     const std::vector<SocketAddress> found = sources_.fresh();
     if (found.empty()) return;
     if (swarm_ != nullptr) swarm_->add_named(found);
     if (description_ != nullptr) description_->add_named(found);
+}
+
+// Once each: the swarm is told again what the search for the description was told.
+void TorrentRun::log_peer(const SocketAddress& peer) {
+    if (logged_.size() < most_logged && logged_.insert(peer_text(peer)).second)
+        log_.line(Direction::note, "Peer: " + peer_text(peer));
 }
 
 // Where the peers came from, in one line.

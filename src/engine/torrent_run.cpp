@@ -43,8 +43,11 @@ TorrentRun::TorrentRun(const CJobNode& job, const TransferServices& services, Ru
       on_end_(std::move(on_end)),
       stop_(services.stop),
       // The goodbye to the trackers comes after the stop.
-      announces_({services.connections, services.libraries, services.settings}, identity_, log,
-                 services.stop),
+      announces_({.connections = services.connections,
+                  .libraries = services.libraries,
+                  .settings = services.settings,
+                  .on_peers = [this] { static_cast<void>(loop_->post([this] { tell_peers(); })); }},
+                 identity_, log, services.stop),
       sources_(hash_table, services.settings, log) {
     size_ = job.file_size > 0 ? job.file_size : -1;
     set_limits(job.rules.get());

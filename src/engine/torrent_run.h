@@ -5,6 +5,7 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -85,6 +86,7 @@ class TorrentRun final : private SwarmListener {
     void fill_seed_errand(HttpErrand& errand) const;
     void call_web_seeds();
     [[nodiscard]] WebSeed* web_seed_at(const SocketAddress& address) const;
+    void log_peer(const SocketAddress& peer);
     void log_sources();
     void count();
     void save_some();
@@ -148,8 +150,8 @@ class TorrentRun final : private SwarmListener {
     std::uint64_t followed_ = 0;  ///< the number of the rules that it comes from
     std::atomic<bool> owes_choice_ = false;
     std::atomic<Phase> phase_ = Phase::description;
-    std::size_t told_ = 0;    ///< peers of identity_ that the swarm knows
-    std::size_t logged_ = 0;  ///< that stand in the log
+    std::size_t told_ = 0;          ///< peers of identity_ that the swarm knows
+    std::set<std::string> logged_;  ///< that stand in the log
     std::int64_t size_ = -1;
     std::int64_t done_ = 0;
     std::int64_t received_ = 0;
