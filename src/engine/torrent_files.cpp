@@ -191,6 +191,12 @@ Result TorrentFiles::check(const std::optional<StorageState>& state, std::int64_
     if (state) {
         StorageState believed = *state;
         doubted = doubt_changed_files(*storage_, believed);
+        // Those that were taken back a moment ago are among both.
+        const std::vector<std::size_t> late = late_pieces(*storage_, believed);
+        doubted.insert(doubted.end(), late.begin(), late.end());
+        std::ranges::sort(doubted);
+        const auto twice = std::ranges::unique(doubted);
+        doubted.erase(twice.begin(), twice.end());
         good_ = std::move(believed.good);
     } else {
         doubted = doubt(some_since);
