@@ -33,11 +33,16 @@ void TorrentRun::listen() {
     listeners_.push_back(*std::move(four));
     auto six = loop_->listen(*SocketAddress::from_literal("::", identity_.port), backlog);
     if (six) listeners_.push_back(*std::move(six));
+    for (const auto& listener : listeners_) accept(*listener);
 }
 
 void TorrentRun::accept(net::Listener& listener) {
     listener.accept([this, &listener](Outcome<std::unique_ptr<net::Stream>> stream) {
-        if (stream && swarm_ != nullptr) swarm_->take_incoming(*std::move(stream));
+        if (stream && swarm_ != nullptr) {
+            swarm_->take_incoming(*std::move(stream));
+        } else if (stream && description_ != nullptr) {
+            description_->take_incoming(*std::move(stream));
+        }
         accept(listener);
     });
 }
@@ -83,6 +88,27 @@ void TorrentRun::tell_peers() {
 void TorrentRun::log_peer(const SocketAddress& peer) {
     if (logged_.size() < most_logged && logged_.insert(peer_text(peer)).second)
         log_.line(Direction::note, "Peer: " + peer_text(peer));
+}
+
+// The system may take its time for each of them.
+void TorrentRun::look_up_peers() {
+    if (magnet_.named_peers.empty()) return;
+    const Result started = services_.threads.start(look_up_, [this, named = magnet_.named_peers] {
+        std::vector<SocketAddress> found;
+        for (const Magnet::NamedPeer& peer : named) {
+            const auto addresses =
+                services_.connections.resolver.resolve(peer.host, peer.port, look_up_stop_);
+            if (addresses) found.insert(found.end(), addresses->begin(), addresses->end());
+        }
+        static_cast<void>(loop_->post([this, found] { take_looked_up(found); }));
+    });
+    if (!started.ok()) log_.line(Direction::error, started.message());
+}
+
+void TorrentRun::take_looked_up(const std::vector<SocketAddress>& peers) {
+    magnet_.peers.insert(magnet_.peers.end(), peers.begin(), peers.end());
+    if (swarm_ != nullptr && !content_.is_private) swarm_->add_peers(peers);
+    if (description_ != nullptr) description_->add_peers(peers);
 }
 
 // Where the peers came from, in one line.

@@ -75,7 +75,6 @@ void TorrentRun::run() {
     // Files that somebody has moved or changed since the last run end the sharing of their job, which stays
     // a finished one; a person who starts it again gets to know.
     if (sharing_.whole_since.value_or(0) > 0 && result.kind() != Kind::stopped) result = {};
-    owes_choice_ = has_late_choice();
     outcome_.result = std::move(result);
     outcome_.path = files_ && !files_->target().empty() ? files_->target() : job_.path;
     outcome_.size = size_;
@@ -97,10 +96,13 @@ Result TorrentRun::work() {
     ticks_.emplace(loop_->timers());
     listen();
     announces_.start(trackers_of(magnet_));
+    look_up_peers();
     Result result = describe();
     if (result.ok()) result = open_files();
     if (result.ok()) result = conclude(fetch_pieces());
     announces_.ask_to_stop();
+    look_up_stop_.request();
+    look_up_.join();
     sources_.end();
     if (files_) files_->close(!sharing_.whole_since);
     ticks_.reset();
@@ -148,10 +150,12 @@ Result TorrentRun::describe() {
 Result TorrentRun::fetch_description() {
     log_.line(Direction::note, "The torrent's description is asked for among the peers.");
     bool is_there = false;
-    MetadataFetch fetch(*loop_, identity_.peer_id, limits_, crypto_, [&](std::string info) {
+    const auto take = [&](std::string info) {
         content_.info = std::move(info);
         is_there = true;
-    });
+    };
+    MetadataFetch fetch(*loop_, identity_.peer_id, limits_, crypto_, take,
+                        {identity_.port, services_.settings.flag(setting::peer_exchange)});
     description_ = &fetch;
     fetch.add_peers(magnet_.peers);
     // Whether the torrent is private nobody knows yet.
@@ -230,7 +234,6 @@ Result TorrentRun::fetch_pieces() {
     want_pieces(choice_, is_whole);
     swarm.start();
     if (!content_.is_private) swarm.add_peers(magnet_.peers);
-    for (const auto& listener : listeners_) accept(*listener);
     start_round();
     if (is_whole) share();
     open_for_questions();

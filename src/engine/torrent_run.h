@@ -49,6 +49,8 @@ class TorrentRun final : private SwarmListener {
     void take_trackers(const std::vector<std::string>& trackers);
     /// Files were chosen too late for this run. Any thread.
     [[nodiscard]] bool owes_choice() const noexcept { return owes_choice_; }
+    /// The same, once it has ended. The owner's thread.
+    [[nodiscard]] bool has_late_choice() const;
     /// Any thread, as the next two.
     [[nodiscard]] JobProgress progress() const;
     /// The trackers, then the peers.
@@ -82,6 +84,8 @@ class TorrentRun final : private SwarmListener {
     void every_second();
     void start_round();
     void tell_peers();
+    void look_up_peers();
+    void take_looked_up(const std::vector<SocketAddress>& peers);
     std::vector<std::unique_ptr<WebSeed>> make_web_seeds();
     void fill_seed_errand(HttpErrand& errand) const;
     void call_web_seeds();
@@ -104,7 +108,6 @@ class TorrentRun final : private SwarmListener {
     void choose(const TorrentChoice& choice, std::uint64_t number);
     void have_chosen(const TorrentChoice& choice, std::uint64_t number);
     void want_pieces(const TorrentChoice& choice, bool nothing_more);
-    [[nodiscard]] bool has_late_choice() const;
     void measure();
     [[nodiscard]] std::shared_ptr<const JobRules> rules(std::uint64_t& number) const;
 
@@ -191,7 +194,9 @@ class TorrentRun final : private SwarmListener {
     Condition answered_now_;
     std::vector<SessionConnection> connections_ VANTLOW_GUARDED_BY(mutex_);
 
-    ThreadPool::Running thread_;  ///< last
+    StopSource look_up_stop_{stop_};
+    ThreadPool::Running look_up_;  ///< asks for the addresses of peers that the link names by host names
+    ThreadPool::Running thread_;   ///< last
 };
 
 }  // namespace vantlow
