@@ -75,7 +75,7 @@ def commands(options, torrent, target):
     for name, crypto in (("vantlow, encrypted handshake", 0), ("vantlow, plain", 1), ("vantlow, RC4", 2)):
         settings = f"{torrent}.{crypto}.ini"
         with open(settings, "w") as file:
-            file.write(f"[Torrent]\nCrypto={crypto}\nDHT=0\nLSD=0\n")
+            file.write(f"[Torrent]\nCrypto={crypto}\nDHT=0\nLSD=0\nPortMapping=0\n")
         made[name] = [get[0], "--settings", settings, *get[1:]]
     made["libtorrent"] = [options.python, "-c", LEECH, torrent, target, str(Tracker.port)]
     if shutil.which("aria2c"):

@@ -59,6 +59,15 @@ void MetadataFetch::add_named(std::span<const SocketAddress> addresses) {
     if (runs_) connect_some();
 }
 
+void MetadataFetch::set_filter(std::shared_ptr<const IpFilter> filter) {
+    candidates_.set_filter(std::move(filter));
+    std::vector<std::uint32_t> numbers;
+    for (const auto& [number, asked] : links_) {
+        if (candidates_.is_blocked(asked.link->address())) numbers.push_back(number);
+    }
+    for (const std::uint32_t number : numbers) leave(number, false);
+}
+
 void MetadataFetch::connect_some() {
     while (links_.size() < most_peers) {
         const auto address = candidates_.take(network_.now());

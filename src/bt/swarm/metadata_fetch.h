@@ -37,6 +37,10 @@ class MetadataFetch final : private LinkOwner {
     /// Addresses that others name, see Candidates::add_named().
     void add_named(std::span<const SocketAddress> addresses);
 
+    /// As Swarm::set_filter(), and what it has kept away.
+    void set_filter(std::shared_ptr<const IpFilter> filter);
+    [[nodiscard]] std::size_t blocked() const noexcept { return candidates_.blocked(); }
+
     [[nodiscard]] std::size_t peers() const noexcept { return links_.size(); }
     [[nodiscard]] std::size_t known() const noexcept { return candidates_.size(); }
     /// Peers that gave another value, or broke the protocol while they gave it, and are left for good.
