@@ -104,6 +104,11 @@ struct TorrentReport {
     std::size_t connections = 0;  ///< peers with which both handshakes are over
     std::size_t seeds = 0;        ///< of them
     std::size_t known = 0;        ///< addresses of peers
+    std::size_t blocked = 0;      ///< of them and of callers, those that the filter of addresses kept away
+
+    std::uint16_t port = 0;     ///< that peers may call; 0: none
+    bool is_passed_on = false;  ///< by the router
+    std::string port_news;      ///< a sentence of the router, or about it; may be empty
 
     std::int64_t piece_count = 0;
     std::int64_t piece_length = 0;  ///< bytes; the last piece may be shorter
