@@ -134,6 +134,9 @@ struct TorrentReport {
 /// "idle" and its kin.
 std::string_view torrent_phase_name(TorrentReport::Phase phase) noexcept;
 
+/// Whether a piece is among those of a list as the wire has it (`good`, `begun`).
+bool has_bit(std::string_view wire, std::size_t piece) noexcept;
+
 /// The program that a peer is: by what it says of itself (BEP 10, "v"), else by its id (BEP 20); empty where
 /// neither tells. UTF-8, one line, 80 bytes at most.
 std::string peer_client(std::string_view version, std::string_view id);
