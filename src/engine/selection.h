@@ -31,7 +31,7 @@ std::optional<std::vector<std::size_t>> select(std::string_view text, std::size_
 /// The selection of these among files that are counted from 1: "1,3-5"; empty: none or all.
 std::string selection_of(const std::vector<bool>& chosen);
 
-/// What of a torrent is fetched, and in which order. A plain record.
+/// The files of a torrent that are fetched, and their order. A plain record.
 struct TorrentChoice {
     std::vector<FilePriority> files;  ///< one for each; those that only fill pieces up are skipped
     bool sequential = false;          ///< see JobRules

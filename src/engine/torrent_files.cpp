@@ -245,7 +245,7 @@ bool TorrentFiles::are_finished_ones_right() const {
     return true;
 }
 
-// Whether some piece of the file passes the test.
+// Some piece of the file passes the test.
 template <class Test>
 bool TorrentFiles::has_piece(std::size_t file, const Test& test) const {
     const ListedFile& listed = storage_->files().at(file);

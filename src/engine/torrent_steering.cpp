@@ -12,7 +12,7 @@ namespace {
 constexpr std::int64_t part_of_ends = 100;
 constexpr std::int64_t longest_end = std::int64_t{16} * 1024 * 1024;
 
-// How much each piece is wanted.
+// The priorities of the pieces, one for each.
 std::vector<PiecePriority> piece_priorities(const TorrentContent& content, const TorrentChoice& choice) {
     std::vector<PiecePriority> pieces(static_cast<std::size_t>(content.piece_count()), PiecePriority::skip);
     const auto raise = [&](std::int64_t begin, std::int64_t end, PiecePriority priority) {
