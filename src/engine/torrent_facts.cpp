@@ -74,8 +74,8 @@ TorrentReport TorrentRun::look(unsigned parts) const {
     report.received = before.received;
     report.sent = before.sent;
     if ((parts & torrent_part::trackers) != 0) look_at_trackers(report);
-    report.port = port_;
-    const PortMapper::State passed_on = passed_on_.state();
+    report.port = reach_.port();
+    const PortMapper::State passed_on = reach_.router_state();
     report.is_passed_on = passed_on.is_open;
     report.port_news = passed_on.text;
     if (description_ != nullptr) report.blocked = description_->blocked();

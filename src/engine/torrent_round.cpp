@@ -18,52 +18,12 @@ constexpr Clock::duration first_interval = 1s;
 constexpr Clock::duration patience = 5s;  // before it is said that nobody gives anything
 // The log of a job is for reading, so it shows only the first peers of a swarm.
 constexpr std::size_t most_logged = 100;
-constexpr int backlog = 64;
 
 }  // namespace
 
-// On one port for both kinds of addresses. Without one the torrent is fetched from those that can be called.
-void TorrentRun::listen() {
-    auto four = loop_->listen(*SocketAddress::from_literal("0.0.0.0", 0), backlog);
-    if (!four) {
-        log_.line(Direction::error, "Peers cannot call: " + four.failure().message());
-        return;
-    }
-    if (const auto at = (*four)->address()) identity_.port = port_ = at->port();
-    listeners_.push_back(*std::move(four));
-    auto six = loop_->listen(*SocketAddress::from_literal("::", port_), backlog);
-    if (six) listeners_.push_back(*std::move(six));
-    for (const auto& listener : listeners_) accept(*listener);
-    hold_port(passed_on_, PortMapper::Transport::tcp, port_);
-}
-
-void TorrentRun::hold_port(HeldPort& held, PortMapper::Transport transport, std::uint16_t port) {
-    const bool is_wanted = port != 0 && services_.settings.flag(setting::port_mapping);
-    PortMapper* const mapper = torrent_services_.port_mapper;
-    held = is_wanted && mapper != nullptr ? HeldPort(*mapper, {transport, port}) : HeldPort();
-}
-
-// What the router does with the ports, each time that it is another thing.
-void TorrentRun::log_ports() {
-    for (const auto& [held, said] :
-         {std::pair(&passed_on_, &port_said_), std::pair(&passed_on_to_node_, &node_port_said_)}) {
-        const std::string text = held->state().text;
-        if (text.empty() || text == *said) continue;
-        *said = text;
-        // Where there is no router it is the same for both.
-        if (port_said_ != node_port_said_ || held == &passed_on_) log_.line(Direction::note, text);
-    }
-}
-
-void TorrentRun::accept(net::Listener& listener) {
-    listener.accept([this, &listener](Outcome<std::unique_ptr<net::Stream>> stream) {
-        if (stream && swarm_ != nullptr) {
-            swarm_->take_incoming(*std::move(stream));
-        } else if (stream && description_ != nullptr) {
-            description_->take_incoming(*std::move(stream));
-        }
-        accept(listener);
-    });
+void TorrentRun::take_caller(std::unique_ptr<net::Stream> stream) {
+    if (swarm_ != nullptr) return swarm_->take_incoming(std::move(stream));
+    if (description_ != nullptr) description_->take_incoming(std::move(stream));
 }
 
 void TorrentRun::start_round() {
@@ -76,7 +36,7 @@ void TorrentRun::every_second() {
     pace_.follow(services_.settings);
     sent_.follow(services_.settings.number(setting::upload_limit));
     follow_filter();
-    log_ports();
+    reach_.log_router();
     announces_.revive();
     tell_peers();
     call_web_seeds();
@@ -90,28 +50,13 @@ void TorrentRun::every_second() {
     ticks_->start(loop_->now() + round_time, [this] { every_second(); });
 }
 
-// Takes the lists of addresses as they are now, and says what became of them.
 void TorrentRun::follow_filter() {
-    if (torrent_services_.ip_filter == nullptr) return;
-    auto current = torrent_services_.ip_filter->current();
-    if (current == filter_) return;
-    const bool is_news = current != logged_filter_;
-    filter_ = logged_filter_ = std::move(current);
-    if (swarm_ != nullptr) swarm_->set_filter(filter_);
-    if (description_ != nullptr) description_->set_filter(filter_);
-    if (!is_news) return;
-    if (!filter_) return log_.line(Direction::note, "No addresses are blocked any more.");
-    const IpFilter::Reading& reading = filter_->reading();
-    log_.line(Direction::note, "Peers are left whose addresses are blocked: " +
-                                   std::to_string(filter_->ranges()) + " ranges.");
-    if (!reading.failure.empty()) log_.line(Direction::error, "Blocked addresses: " + reading.failure);
-    if (reading.bad_lines > 0) {
-        log_.line(Direction::error, "Blocked addresses: " + std::to_string(reading.bad_lines) +
-                                        " lines cannot be read, the first is line " +
-                                        std::to_string(reading.first_bad) + ".");
-    }
-    if (reading.is_full)
-        log_.line(Direction::error, "Blocked addresses: there are more ranges than can be kept.");
+    if (reach_.has_new_filter()) hand_on_filter();
+}
+
+void TorrentRun::hand_on_filter() {
+    if (swarm_ != nullptr) swarm_->set_filter(reach_.filter());
+    if (description_ != nullptr) description_->set_filter(reach_.filter());
 }
 
 // Hands on what the trackers and the other sources have told since the last time.
@@ -138,7 +83,7 @@ void TorrentRun::log_peer(const SocketAddress& peer) {
 // The system may take its time for each of them.
 void TorrentRun::look_up_peers() {
     if (magnet_.named_peers.empty()) return;
-    if (tunnels_)
+    if (reach_.is_behind_proxy())
         return log_.line(Direction::note,
                          "Peers that the link names by host names are not called: beside a proxy no name is "
                          "looked up.");

@@ -11,9 +11,7 @@
 
 #include "base/mutex.h"
 #include "bt/announce_thread.h"
-#include "bt/ip_filter_keeper.h"
 #include "bt/magnet.h"
-#include "bt/port_mapper.h"
 #include "bt/swarm/metadata_fetch.h"
 #include "bt/swarm/storage_disk.h"
 #include "bt/swarm/swarm.h"
@@ -21,10 +19,10 @@
 #include "engine/peer_sources.h"
 #include "engine/session.h"
 #include "engine/torrent_files.h"
+#include "engine/torrent_reach.h"
 #include "engine/torrent_report.h"
 #include "engine/torrent_shelf.h"
 #include "net/loop.h"
-#include "transfer/connection/tunnel_network.h"
 
 namespace vantlow {
 
@@ -74,7 +72,6 @@ class TorrentRun final : private SwarmListener {
     void run();
     Result work();
     Result read_address();
-    Result reach_proxy();
     void find_peers(std::span<const SocketAddress> nodes);
     Result describe();
     Result fetch_description();
@@ -84,16 +81,14 @@ class TorrentRun final : private SwarmListener {
     Result give_names(const std::vector<bool>& good);
 
     // torrent_round.cpp: while the loop runs
-    void listen();
-    void accept(net::Listener& listener);
+    void take_caller(std::unique_ptr<net::Stream> stream);
     void every_second();
     void start_round();
     void tell_peers();
     void look_up_peers();
     void take_looked_up(const std::vector<SocketAddress>& peers);
     void follow_filter();
-    void hold_port(HeldPort& held, PortMapper::Transport transport, std::uint16_t port);
-    void log_ports();
+    void hand_on_filter();
     std::vector<std::unique_ptr<WebSeed>> make_web_seeds();
     void fill_seed_errand(HttpErrand& errand) const;
     void call_web_seeds();
@@ -128,11 +123,6 @@ class TorrentRun final : private SwarmListener {
     void look_at_trackers(TorrentReport& report) const;
     void look_at_files(unsigned parts, TorrentReport& report) const;
 
-    /// The network in which the peers are.
-    [[nodiscard]] net::Network& outside() noexcept {
-        return tunnels_ ? static_cast<net::Network&>(*tunnels_) : *loop_;
-    }
-
     void piece_came(std::uint32_t piece) override;
     void completed() override;
     void banned(const SocketAddress& peer) override;
@@ -156,12 +146,6 @@ class TorrentRun final : private SwarmListener {
     // All below belongs to the thread.
     Magnet magnet_;
     LinkCrypto crypto_;
-    ProxyPlan proxy_;
-    std::uint16_t port_ = 0;  ///< that peers may call; 0: none
-    HeldPort passed_on_;      ///< by the router, for peers
-    HeldPort passed_on_to_node_;
-    std::string port_said_;  ///< as the log knows it
-    std::string node_port_said_;
     TorrentIdentity identity_;
     CBTAnnounceService announces_;
     PeerSources sources_;
@@ -189,14 +173,10 @@ class TorrentRun final : private SwarmListener {
     bool has_news_ = false;      ///< pieces came since the last save
     Clock::time_point began_{};  ///< the fetching of the description, then that of the pieces
     Clock::time_point next_save_{};
-    Clock::time_point idle_since_{};          ///< when the last peer was seen to give something
-    std::string lacked_;                      ///< as the log knows it
-    std::string proxy_trouble_;               ///< as the log knows it
-    std::shared_ptr<const IpFilter> filter_;  ///< that the swarm has
-    std::shared_ptr<const IpFilter> logged_filter_;
+    Clock::time_point idle_since_{};  ///< when the last peer was seen to give something
+    std::string lacked_;              ///< as the log knows it
     std::unique_ptr<net::Loop> loop_;
-    std::optional<TunnelNetwork> tunnels_;  ///< the way to all peers, where there is a proxy
-    std::vector<std::unique_ptr<net::Listener>> listeners_;
+    TorrentReach reach_{services_, torrent_services_, stop_, log_};
     std::optional<net::Timer> ticks_;
     StorageDisk* disk_ = nullptr;  ///< while pieces are fetched
     Swarm* swarm_ = nullptr;

@@ -1,0 +1,139 @@
+#include "engine/torrent_reach.h"
+
+#include <utility>
+
+#include "base/text.h"
+#include "bt/torrent_settings.h"
+#include "engine/run_options.h"
+#include "transfer/http/auth_scheme.h"
+
+namespace vantlow {
+namespace {
+
+constexpr int backlog = 64;
+// Between two look-ups of a proxy's name, which nobody knows while the machine has no network.
+constexpr std::chrono::seconds proxy_pause{30};
+// Behind a proxy nobody can call. Trackers are told a port all the same, because without one many of them
+// answer nothing.
+constexpr std::uint16_t nobodys_port = 1;
+
+}  // namespace
+
+Result TorrentReach::take_proxy(ProxyPlan proxy) {
+    proxy_ = std::move(proxy);
+    if (!proxy_.trouble.empty()) return {Code::tunnel_refused, proxy_.trouble};
+    if (!proxy_.is_used()) return {};
+    proxy_.resolve_here = !services_.settings.flag(setting::proxy_resolves);
+    if (!proxy_.user.empty())
+        add_login(proxy_, services_.libraries, &services_.connections.memory.of<LoginMemory>());
+    return {};
+}
+
+Result TorrentReach::open(net::Loop& loop, Caller on_caller) {
+    loop_ = &loop;
+    on_caller_ = std::move(on_caller);
+    if (proxy_.is_used()) return find_proxy();
+    listen();
+    return {};
+}
+
+void TorrentReach::close() {
+    close_port();
+    tunnels_.reset();
+    port_held_ = {};
+    node_port_held_ = {};
+    loop_ = nullptr;
+}
+
+net::Network& TorrentReach::network() noexcept {
+    return tunnels_ ? static_cast<net::Network&>(*tunnels_) : *loop_;
+}
+
+std::uint16_t TorrentReach::told_port() const noexcept {
+    return is_behind_proxy() ? nobodys_port : port_;
+}
+
+void TorrentReach::listen() {
+    auto four = loop_->listen(*SocketAddress::from_literal("0.0.0.0", 0), backlog);
+    if (!four) {
+        log_.line(Direction::error, "Peers cannot call: " + four.failure().message());
+        return;
+    }
+    if (const auto at = (*four)->address()) port_ = at->port();
+    listeners_.push_back(*std::move(four));
+    auto six = loop_->listen(*SocketAddress::from_literal("::", port_), backlog);
+    if (six) listeners_.push_back(*std::move(six));
+    for (const auto& listener : listeners_) accept(*listener);
+    hold(port_held_, PortMapper::Transport::tcp, port_);
+}
+
+void TorrentReach::accept(net::Listener& listener) {
+    listener.accept([this, &listener](Outcome<std::unique_ptr<net::Stream>> stream) {
+        if (stream) on_caller_(*std::move(stream));
+        accept(listener);
+    });
+}
+
+Result TorrentReach::find_proxy() {
+    const std::string name = proxy_.host + ":" + std::to_string(proxy_.port);
+    log_.line(Direction::note, "Peers and trackers are reached through the proxy " + name +
+                                   "; peers cannot call, and are looked for nowhere else.");
+    Outcome<std::vector<SocketAddress>> at = Result(Code::transient);
+    for (bool is_first = true; !stop_.requested(); is_first = false) {
+        at = services_.connections.resolver.resolve(proxy_.host, proxy_.port, stop_);
+        if (at.ok()) break;
+        if (is_first) log_.line(Direction::error, at.failure().message());
+        stop_.wait_for(proxy_pause);
+    }
+    if (!at.ok()) return stop_.reason();
+    const auto trouble = [this](const Result& result) {
+        if (result.message() == proxy_said_) return;
+        proxy_said_ = result.message();
+        log_.line(Direction::error, "The proxy does not serve: " + proxy_said_);
+    };
+    tunnels_.emplace(*loop_, proxy_, *std::move(at),
+                     std::chrono::seconds(services_.settings.number(setting::connect_timeout)), trouble);
+    return {};
+}
+
+void TorrentReach::hold(HeldPort& held, PortMapper::Transport transport, std::uint16_t port) {
+    const bool is_wanted = port != 0 && services_.settings.flag(setting::port_mapping);
+    PortMapper* const mapper = shared_.port_mapper;
+    held = is_wanted && mapper != nullptr ? HeldPort(*mapper, {transport, port}) : HeldPort();
+}
+
+void TorrentReach::log_router() {
+    for (const auto& [held, said] :
+         {std::pair(&port_held_, &port_said_), std::pair(&node_port_held_, &node_port_said_)}) {
+        const std::string text = held->state().text;
+        if (text.empty() || text == *said) continue;
+        *said = text;
+        // Where there is no router it is the same for both.
+        if (port_said_ != node_port_said_ || held == &port_held_) log_.line(Direction::note, text);
+    }
+}
+
+bool TorrentReach::has_new_filter() {
+    if (shared_.ip_filter == nullptr) return false;
+    auto current = shared_.ip_filter->current();
+    if (current == filter_) return false;
+    filter_ = std::move(current);
+    if (!filter_) {
+        log_.line(Direction::note, "No addresses are blocked any more.");
+        return true;
+    }
+    const IpFilter::Reading& reading = filter_->reading();
+    log_.line(Direction::note, "Peers are left whose addresses are blocked: " +
+                                   std::to_string(filter_->ranges()) + " ranges.");
+    if (!reading.failure.empty()) log_.line(Direction::error, "Blocked addresses: " + reading.failure);
+    if (reading.bad_lines > 0) {
+        log_.line(Direction::error, "Blocked addresses: " + std::to_string(reading.bad_lines) +
+                                        " lines cannot be read, the first is line " +
+                                        std::to_string(reading.first_bad) + ".");
+    }
+    if (reading.is_full)
+        log_.line(Direction::error, "Blocked addresses: there are more ranges than can be kept.");
+    return true;
+}
+
+}  // namespace vantlow

@@ -1,0 +1,86 @@
+// The ways between a torrent and its peers.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "bt/ip_filter_keeper.h"
+#include "bt/port_mapper.h"
+#include "engine/session.h"
+#include "net/loop.h"
+#include "transfer/connection/tunnel_network.h"
+
+namespace vantlow {
+
+/// The port at which peers call a torrent and what a router does with it, or the proxy that all of its
+/// traffic goes through, and the addresses that are no peers. Belongs to the torrent's thread.
+class TorrentReach {
+  public:
+    using Caller = std::function<void(std::unique_ptr<net::Stream>)>;
+
+    /// All outlive the object.
+    TorrentReach(const TransferServices& services, const TorrentServices& shared, const StopSource& stop,
+                 LogSink& log)
+        : services_(services), shared_(shared), stop_(stop), log_(log) {}
+
+    /// Before open(): the proxy that holds for the torrent, which may be none. A failure where it is of no
+    /// use.
+    Result take_proxy(ProxyPlan proxy);
+    /// Listens for peers on a port of both kinds of addresses, or finds the proxy, which may take until there
+    /// is a network. Without a port the torrent is fetched from those that can be called. The loop outlives
+    /// the object, or close() comes first. Fails at a stop only.
+    Result open(net::Loop& loop, Caller on_caller);
+    /// Nobody can call any more.
+    void close_port() { listeners_.clear(); }
+    void close();
+
+    /// The network in which the peers are.
+    [[nodiscard]] net::Network& network() noexcept;
+    [[nodiscard]] bool is_behind_proxy() const noexcept { return proxy_.is_used(); }
+    [[nodiscard]] const ProxyPlan& proxy() const noexcept { return proxy_; }
+    /// The port that peers may call; 0: none.
+    [[nodiscard]] std::uint16_t port() const noexcept { return port_; }
+    /// The port that trackers are told.
+    [[nodiscard]] std::uint16_t told_port() const noexcept;
+
+    /// Lets the router pass on the UDP port of the hash table's node, too; 0: no longer.
+    void hold_node_port(std::uint16_t port) { hold(node_port_held_, PortMapper::Transport::udp, port); }
+    [[nodiscard]] PortMapper::State router_state() const { return port_held_.state(); }
+    /// Writes down what the router does with the ports, each time that it is another thing.
+    void log_router();
+
+    /// Looks whether the lists of addresses are others than at the last call, and says what became of them.
+    bool has_new_filter();
+    /// The addresses that are no peers, as of the last look; null: all may be.
+    [[nodiscard]] const std::shared_ptr<const IpFilter>& filter() const noexcept { return filter_; }
+
+  private:
+    void listen();
+    void accept(net::Listener& listener);
+    Result find_proxy();
+    void hold(HeldPort& held, PortMapper::Transport transport, std::uint16_t port);
+
+    const TransferServices& services_;
+    const TorrentServices& shared_;
+    const StopSource& stop_;
+    LogSink& log_;
+    ProxyPlan proxy_;
+    net::Loop* loop_ = nullptr;  ///< while it is open
+    Caller on_caller_;
+    std::optional<TunnelNetwork> tunnels_;  ///< the way to all peers, where there is a proxy
+    std::vector<std::unique_ptr<net::Listener>> listeners_;
+    std::uint16_t port_ = 0;
+    HeldPort port_held_;
+    HeldPort node_port_held_;
+    std::shared_ptr<const IpFilter> filter_;
+    // As the log knows it.
+    std::string proxy_said_;
+    std::string port_said_;
+    std::string node_port_said_;
+};
+
+}  // namespace vantlow
