@@ -19,6 +19,7 @@
 #include "app/window/confirm.h"
 #include "app/window/model/translate.h"
 #include "app/window/words.h"
+#include "base/text.h"
 
 namespace vantlow {
 namespace {
@@ -169,6 +170,11 @@ wxWindow* OptionsDialog::make_editor(const SettingLine& line) {
             if (chosen >= 0) set(line, line.choices[static_cast<std::size_t>(chosen)].first);
         });
         return choice;
+    }
+    if (line.editor == Editor::weekdays) {
+        const auto days = static_cast<std::int32_t>(parse_decimal(line.value).value_or(0));
+        return make_weekday_boxes(*room_, days,
+                                  [this, line](std::int32_t now) { set(line, std::to_string(now)); });
     }
     // A number may have more digits than a spin control takes, and "out of bounds" is better said than bent.
     auto* const text =
