@@ -95,6 +95,13 @@ std::string percent_encode(std::string_view text) {
     return out;
 }
 
+void add_trackers(std::string& link, const std::vector<std::string>& trackers) {
+    int number = 0;
+    for (const std::string& tracker : trackers) {
+        if (!tracker.empty()) link += "&tr." + std::to_string(number++) + "=" + percent_encode(tracker);
+    }
+}
+
 }  // namespace
 
 std::optional<Magnet> parse_magnet(std::string_view text, const std::vector<std::string>& default_trackers) {
@@ -132,11 +139,21 @@ std::string make_magnet(const InfoHash& hash, std::string_view name,
                         const std::vector<std::string>& trackers) {
     std::string link = "magnet:?xt=urn:btih:" + to_hex(hash);
     if (!name.empty()) link += "&dn=" + percent_encode(name);
-    int number = 0;
-    for (const std::string& tracker : trackers) {
-        if (!tracker.empty()) link += "&tr." + std::to_string(number++) + "=" + percent_encode(tracker);
-    }
+    add_trackers(link, trackers);
     return link;
+}
+
+std::string with_trackers(std::string_view link, const std::vector<std::string>& trackers) {
+    const std::size_t query = std::min(link.find('?'), link.size() - 1) + 1;
+    std::string changed(link.substr(0, query));
+    for (const std::string_view part : split(link.substr(query), '&')) {
+        if (part.empty() || part.starts_with("tr=") || part.starts_with("tr.")) continue;
+        if (changed.size() > query) changed += '&';
+        changed += part;
+    }
+    add_trackers(changed, trackers);
+    if (trackers.empty()) changed += "&tr.0=";
+    return changed;
 }
 
 }  // namespace vantlow

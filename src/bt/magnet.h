@@ -37,4 +37,7 @@ std::string tracker_from_magnet(std::string_view text);
 std::string make_magnet(const InfoHash& hash, std::string_view name,
                         const std::vector<std::string>& trackers);
 
+/// The link with these trackers in place of its own; with none of them it gets no default ones either.
+std::string with_trackers(std::string_view link, const std::vector<std::string>& trackers);
+
 }  // namespace vantlow

@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "base/text.h"
+#include "bt/torrent_settings.h"
 #include "engine/torrent_run.h"
 
 namespace vantlow {
@@ -49,6 +50,7 @@ void TorrentRun::start_round() {
 
 void TorrentRun::every_second() {
     pace_.follow(services_.settings);
+    sent_.follow(services_.settings.number(setting::upload_limit));
     announces_.revive();
     tell_peers();
     call_web_seeds();
@@ -110,10 +112,10 @@ void TorrentRun::save_some() {
                    is_saving_ = false;
                    const auto now = Clock::now();
                    next_save_ = now + (now - began_ < save_interval ? first_interval : save_interval);
-                   if (std::exchange(share_after_saving_, false)) share();
-                   if (result.ok()) return;
-                   if (*is_lost) return failed(result);
-                   log_.line(Direction::error, result.message());
+                   if (!result.ok() && *is_lost) return failed(result);
+                   if (!result.ok()) log_.line(Direction::error, result.message());
+                   follow_rules();
+                   if (!is_saving_ && std::exchange(share_after_saving_, false)) share();
                });
 }
 
@@ -124,8 +126,9 @@ void TorrentRun::piece_came(std::uint32_t piece) {
 }
 
 void TorrentRun::completed() {
+    if (is_choosing_) return;  // it is looked at again when that is over
     if (sharing_.goes_on) return share();
-    is_complete_ = true;
+    is_complete_ = gives_names_ = true;
     loop_->stop();
 }
 
@@ -136,8 +139,8 @@ void TorrentRun::share() {
         share_after_saving_ = true;
         return;
     }
-    is_saving_ = true;  // and from now on none is
-    disk_->run([this] { return give_names(); },
+    is_saving_ = gives_names_ = true;  // and from now on none is saved
+    disk_->run([this, good = good_] { return give_names(good); },
                [this](const Result& result) {
                    if (result.kind() == Kind::stopped) return;
                    if (!result.ok()) return failed(result);

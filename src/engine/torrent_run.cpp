@@ -24,6 +24,11 @@ std::u16string asked_name(const CJobNode& job, const Magnet& magnet) {
     return job.file_name == safe_file_name(guess) ? std::u16string() : job.file_name;
 }
 
+/// The connections of all torrents together.
+struct PeerCount : Keepsake {
+    std::atomic<std::size_t> connections = 0;
+};
+
 }  // namespace
 
 TorrentRun::TorrentRun(const CJobNode& job, const TransferServices& services, RunOptions options,
@@ -42,8 +47,9 @@ TorrentRun::TorrentRun(const CJobNode& job, const TransferServices& services, Ru
                  services.stop),
       sources_(hash_table, services.settings, log) {
     size_ = job.file_size > 0 ? job.file_size : -1;
-    pace_.set_limit(job.rules ? job.rules->speed_limit : 0);
+    set_limits(job.rules.get());
     const MutexLock guard(mutex_);
+    rules_ = job.rules;
     progress_.size = size_;
     progress_.path = job.path;
     if (job.tally) tally_ = *job.tally;
@@ -66,6 +72,7 @@ void TorrentRun::run() {
     // Files that somebody has moved or changed since the last run end the sharing of their job, which stays
     // a finished one; a person who starts it again gets to know.
     if (sharing_.whole_since.value_or(0) > 0 && result.kind() != Kind::stopped) result = {};
+    owes_choice_ = has_late_choice();
     outcome_.result = std::move(result);
     outcome_.path = files_ && !files_->target().empty() ? files_->target() : job_.path;
     outcome_.size = size_;
@@ -86,9 +93,7 @@ Result TorrentRun::work() {
     const std::stop_callback wake(stop_.token(), [this] { loop_->stop(); });
     ticks_.emplace(loop_->timers());
     listen();
-    std::vector<std::string> trackers;
-    for (const std::string& tracker : magnet_.trackers) trackers.push_back(tracker_from_magnet(tracker));
-    announces_.start(trackers);
+    announces_.start(trackers_of(magnet_));
     Result result = describe();
     if (result.ok()) result = open_files();
     if (result.ok()) result = conclude(fetch_pieces());
@@ -140,11 +145,10 @@ Result TorrentRun::describe() {
 Result TorrentRun::fetch_description() {
     log_.line(Direction::note, "The torrent's description is asked for among the peers.");
     bool is_there = false;
-    MetadataFetch fetch(*loop_, identity_.peer_id, {services_.connections.received, sent_, pace_.group()},
-                        crypto_, [&](std::string info) {
-                            content_.info = std::move(info);
-                            is_there = true;
-                        });
+    MetadataFetch fetch(*loop_, identity_.peer_id, limits_, crypto_, [&](std::string info) {
+        content_.info = std::move(info);
+        is_there = true;
+    });
     description_ = &fetch;
     fetch.add_peers(magnet_.peers);
     // Whether the torrent is private nobody knows yet.
@@ -152,6 +156,7 @@ Result TorrentRun::fetch_description() {
     fetch.start();
     start_round();
     open_for_questions();
+    follow_trackers();
     Result result;
     while (!is_there && !stop_.requested() && result.ok()) {
         const auto step = loop_->run_one(std::chrono::seconds(1));
@@ -167,8 +172,9 @@ Result TorrentRun::fetch_description() {
 }
 
 Result TorrentRun::open_files() {
-    const auto chosen = chosen_files(content_, job_.rules ? job_.rules->select : std::string());
-    if (!chosen) return chosen.failure();
+    auto choice = choice_of(content_, rules(followed_).get());
+    if (!choice) return choice.failure();
+    choice_ = *std::move(choice);
     phase_ = Phase::check;
     show();
     StorageRules rules;
@@ -177,14 +183,11 @@ Result TorrentRun::open_files() {
     files_.emplace(content_, *hashes_, log_, rules, options_.keep_state && !is_whole);
     // A filed job has a place of its own, so that files of the same name are others.
     const bool adopts = sharing_.goes_on && !sharing_.settles;
-    const TorrentPlace place{job_.path, asked_name(job_, magnet_), adopts, sharing_.whole_since};
-    if (Result result = files_->open(place, *chosen, stop_, checked_); !result.ok()) return result;
+    const TorrentPlace place{job_.path, asked_name(job_, magnet_), adopts, sharing_.whole_since,
+                             job_.finished};
+    if (Result result = files_->open(place, choice_.chosen(), stop_, checked_); !result.ok()) return result;
     good_ = files_->good();
-    size_ = files_->chosen_bytes();
-    done_ = 0;
-    for (std::size_t piece = 0; piece < good_.size(); ++piece) {
-        if (good_[piece]) done_ += files_->chosen_bytes_of(static_cast<std::int64_t>(piece));
-    }
+    measure();
     if (is_whole) done_ = size_;
     log_.line(Direction::note, "The files go to " + to_utf8(files_->target()) + "; " + std::to_string(done_) +
                                    " of " + std::to_string(size_) + " bytes are there.");
@@ -204,6 +207,9 @@ Result TorrentRun::fetch_pieces() {
                          static_cast<std::uint32_t>(content_.piece_length), content_.info};
     SwarmOptions options;
     options.port = identity_.port;
+    options.most_peers = static_cast<std::size_t>(services_.settings.number(setting::most_peers));
+    options.most_of_all = static_cast<std::size_t>(services_.settings.number(setting::most_peers_of_all));
+    options.all = &services_.connections.memory.of<PeerCount>().connections;
     options.library = crypto_.library;
     options.crypto = crypto_.setting;
     if (!content_.is_private)
@@ -211,21 +217,22 @@ Result TorrentRun::fetch_pieces() {
     options.node_port = sources_.table_port();
     options.exchanges = !content_.is_private && services_.settings.flag(setting::peer_exchange);
     options.seed = static_cast<std::uint32_t>(Clock::now().time_since_epoch().count());
-    Swarm swarm(*loop_, disk, *this, std::move(torrent),
-                {services_.connections.received, sent_, pace_.group()}, options);
+    Swarm swarm(*loop_, disk, *this, std::move(torrent), limits_, options);
     for (std::uint32_t piece = 0; piece < swarm.picker().pieces(); ++piece) {
         if (good_[piece]) swarm.add_have(piece);
-        if (is_whole || !files_->storage().is_wanted(piece)) swarm.set_priority(piece, PiecePriority::skip);
     }
     disk_ = &disk;
     swarm_ = &swarm;
     web_seeds_ = &web_seeds;
+    want_pieces(choice_, is_whole);
     swarm.start();
     if (!content_.is_private) swarm.add_peers(magnet_.peers);
     for (const auto& listener : listeners_) accept(*listener);
     start_round();
     if (is_whole) share();
     open_for_questions();
+    follow_rules();
+    follow_trackers();
     const Result result = loop_->run();
     close_for_questions();
     ticks_->cancel();
@@ -251,7 +258,7 @@ Result TorrentRun::conclude(const Result& fetched) {
         return fetched;
     }
     if (!named_) {
-        if (Result result = give_names(); !result.ok()) return result;
+        if (Result result = give_names(good_); !result.ok()) return result;
         files_->take_names();
         if (received_ > 0) announces_.complete();
     }
@@ -261,13 +268,13 @@ Result TorrentRun::conclude(const Result& fetched) {
     return {};
 }
 
-Result TorrentRun::give_names() {
+Result TorrentRun::give_names(const std::vector<bool>& good) {
     // A folder has had its name from the beginning.
     if (!content_.is_folder && options_.before_name) options_.before_name(files_->target(), size_);
     std::optional<FileOrigin> origin;
     if (services_.settings.flag(setting::mark_zone))
         origin = FileOrigin{make_magnet(magnet_.info_hash, {}, {}), {}};
-    return files_->finish(origin, stop_);
+    return files_->finish(good, origin, stop_);
 }
 
 }  // namespace vantlow

@@ -348,7 +348,8 @@ TEST(MetadataFetchTest, TheValueComesFromWhoeverTellsTheTruth) {
     }
 }
 
-// By a seed: lines, losses, liars, who begins with what, cuts and restarts.
+// By a seed: lines, losses, liars, who begins with what, cuts and restarts, and one that often changes its
+// mind about what it wants.
 void run_any(std::uint32_t seed) {
     std::minstd_rand random(seed);
     const auto below = [&](std::uint32_t bound) { return static_cast<std::uint32_t>(random() % bound); };
@@ -368,7 +369,11 @@ void run_any(std::uint32_t seed) {
         }
     }
     world.meet();
+    Client& fickle = *world.clients[2];
+    std::vector<PiecePriority> wanted(fickle.swarm->picker().pieces());
     for (int i = 0; i < 3; ++i) {
+        for (PiecePriority& one : wanted) one = PiecePriority(below(5));
+        fickle.swarm->choose(wanted, below(2) == 0);
         world.internet.run_for(std::chrono::milliseconds(200 + below(2000)));
         Client& victim = *world.clients[2 + below(static_cast<std::uint32_t>(count) - 2)];
         if (below(2) == 0) {
@@ -377,6 +382,8 @@ void run_any(std::uint32_t seed) {
             victim.host.mend();
         }
     }
+    std::ranges::fill(wanted, PiecePriority::normal);
+    fickle.swarm->choose(wanted);
     ASSERT_TRUE(world.all_right(1200s));
     const SocketAddress liar = world.clients[1]->address();
     for (const auto& client : world.clients) {

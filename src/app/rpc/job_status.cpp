@@ -145,7 +145,7 @@ std::vector<rpc::FileStatus> files_of_torrent(const CJobNode& job, const std::u1
     std::vector<rpc::FileStatus> files;
     for (const TorrentFile& one : torrent->files) {
         const std::u16string place = torrent->is_folder ? join_path(top, one.name) : top;
-        files.push_back({to_utf8(one.path.empty() ? place : one.path), one.size, one.done, one.is_chosen});
+        files.push_back({to_utf8(one.path.empty() ? place : one.path), one.size, one.done, one.is_chosen()});
     }
     return files;
 }

@@ -130,7 +130,7 @@ std::string TorrentTable::file_cell(const TorrentFile& file, int column) const {
         case file_done_column:
             return file.size == 0 ? percent_text(1, 1) : percent_text(file.done, file.size);
         default:
-            return file.is_chosen ? tr("chosen") : tr("left out");
+            return file.is_chosen() ? tr("chosen") : tr("left out");
     }
 }
 
