@@ -37,7 +37,7 @@ std::string ending_in(std::string_view word) {
 
 // Returns the host in the form that addresses have it; empty where the word is none.
 std::string host_in(std::string_view word) {
-    if (word.find_first_of("/\\:@?#*") != std::string_view::npos) return {};
+    if (word.starts_with('.') || word.find_first_of("/\\:@?#*") != std::string_view::npos) return {};
     const auto target = parse_target(u"http://" + to_utf16(word) + u"/");
     return target ? ascii_lower(target->host) : std::string();
 }

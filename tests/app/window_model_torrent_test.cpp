@@ -29,7 +29,7 @@ TorrentPeer peer_at(std::uint8_t last) {
 TEST(WindowTorrents, ListsShowWhatAReportSays) {
     TorrentReport report;
     report.files = {
-        {u"a/one\n.bin", {}, 2048, 2047, true}, {u"empty", {}, 0, 0, true}, {u"two", {}, 10, 0, false}};
+        {u"a/one\n.bin", {}, 2048, 2047}, {u"empty", {}, 0, 0}, {u"two", {}, 10, 0, FilePriority::skip}};
     using State = TorrentTracker::State;
     report.trackers = {{"http://a/x", 0, State::works, {}, 7, now + std::chrono::seconds(65)},
                        {"udp://b", 1, State::fails, "no\tsuch torrent", 3, now - std::chrono::seconds(2)},
@@ -51,7 +51,7 @@ TEST(WindowTorrents, ListsShowWhatAReportSays) {
         Texts lines;
     } cases[] = {
         {TorrentList::files,
-         {"a/one?.bin|2.0 KiB|99 %|chosen", "empty|0 B|100 %|chosen", "two|10 B|0 %|left out"}},
+         {"a/one?.bin|2.0 KiB|99 %|normal", "empty|0 B|100 %|normal", "two|10 B|0 %|left out"}},
         {TorrentList::peers,
          {"10.0.0.1:6881||99 %||1.0 KiB/s|makes us wait, waits for us, called us",
           "10.0.0.2:6881|Tool?[31m 1|100 %|2.0 KiB/s||gives, encrypted"}},

@@ -200,13 +200,13 @@ TEST_F(TimedEngine, TheWeekPlanMovesThoseThatGoByIt) {
     add_one("http://a/at-once");
     const Guid planned = add_timed({});
     EXPECT_EQ(states(), "rs") << "there is no plan yet";
-    const auto plan = [this](const char* start, const char* stop, std::int32_t days) {
+    const auto plan = [this](std::int32_t days) {
         set(setting::week, days);
-        settings.override_value(u"Schedule", u"StartTime", to_utf16(start));
-        settings.override_value(u"Schedule", u"StopTime", to_utf16(stop));
+        settings.override_value(u"Schedule", u"StartTime", u"17:00");
+        settings.override_value(u"Schedule", u"StopTime", u"20:00");
         engine->tick();
     };
-    plan("17:00", "20:00", every_day);
+    plan(every_day);
     EXPECT_EQ(states(), "rr");
     add_timed({});
     EXPECT_EQ(states(), "rrr") << "in its time a new one begins at once";
@@ -220,7 +220,7 @@ TEST_F(TimedEngine, TheWeekPlanMovesThoseThatGoByIt) {
     at("2026-11-26 17:30");  // the clock was wrong
     EXPECT_EQ(states(), "rrr");
     end(planned);
-    plan("17:00", "20:00", 0);
+    plan(0);
     at("2026-11-27 20:00");
     EXPECT_EQ(states(), "rrF") << "without a plan nothing stops";
     ASSERT_EQ(engine->next_action_of(*engine->find(planned)), std::nullopt);
@@ -235,9 +235,7 @@ TEST_F(TimedEngine, RulesChooseCategoriesWhereNobodyDid) {
     };
     rule(films, "*.MP4, .mkv;.gz");
     rule(discs, ".iso .tar.gz");
-    rule(site,
-         "Example.org b\xC3\xBC"
-         "cher.example");
+    rule(site, "Example.org");
     const Guid first = engine->first_category()->identity;
     const struct {
         const char* address;
@@ -254,7 +252,6 @@ TEST_F(TimedEngine, RulesChooseCategoriesWhereNobodyDid) {
         {"http://cdn.example.org/x.iso", u"", site},
         {"http://notexample.org/x", u"", first},
         {"http://user:pw@EXAMPLE.org:81/x", u"", site},
-        {"http://xn--bcher-kva.example/x", u"", site},
         {"magnet:?xt=urn:btih:0123456789abcdef0123456789abcdef01234567&dn=a%20disc.iso", u"", discs},
     };
     for (const auto& one : cases) {

@@ -206,6 +206,9 @@ class WineVantlow(Vantlow):
         self.words = ["--data-dir", self.path("data"), "--settings", self.path("settings.ini")]
         self.environment["WINEPREFIX"] = str(self.folder / "wine")
         self.wine_run("wineboot", "-i")
+        # Else Chinese is drawn as boxes: Wine knows no other fonts than the one that a control asks for.
+        for font in ("MS Shell Dlg", "MS Shell Dlg 2", "Tahoma", "Segoe UI"):
+            self.set_value("Software\\Wine\\Fonts\\Replacements", font, "REG_SZ", "WenQuanYi Micro Hei")
 
     def __exit__(self, *_error):
         for word in ("-k", "-w"):
@@ -222,9 +225,11 @@ class WineVantlow(Vantlow):
     def run(self, *words):
         return self.wine_run(str(self.programs / "vantlow.exe"), *self.words, *words)
 
+    def set_value(self, key, name, kind, value):
+        self.wine_run("reg", "add", "HKCU\\" + key, "/v", name, "/t", kind, "/d", value, "/f")
+
     def set_dots_per_inch(self, number):
-        key = ["HKCU\\Control Panel\\Desktop", "/v", "LogPixels", "/t", "REG_DWORD", "/d", str(number), "/f"]
-        self.wine_run("reg", "add", *key)
+        self.set_value("Control Panel\\Desktop", "LogPixels", "REG_DWORD", str(number))
         self.__exit__()
 
 

@@ -29,7 +29,6 @@ MENUS = {
     "zh-CN": {"category": "alt+f c", "export": "alt+f e", "import": "alt+f i", "join": "alt+t j", "size": "alt+t p"},
 }
 TABS = ("pieces", "files", "peers", "trackers", "log", "details")
-QUESTION = {"en": "^Question$", "de": "^Frage$", "zh-CN": "^问题$"}
 WELCOME = {"en": "^Welcome to Vantlow$", "de": "^Willkommen bei Vantlow$", "zh-CN": "Vantlow$"}
 
 
@@ -84,7 +83,7 @@ def seed_torrent(folder, server):
 
 
 def shot(folder, name):
-    time.sleep(0.8)
+    time.sleep(1.5)
     subprocess.run(["import", "-window", "root", str(folder / f"{name}.png")], check=True)
 
 
@@ -107,9 +106,9 @@ def options(folder, name, all_of_them):
     press("Escape")
 
 
-def question(window, folder, name, server, language):
+def question(window, folder, name, server):
     window.run("add", "--dir", window.path("files"), f"{server}/locked.bin")
-    to_front(QUESTION[language])
+    time.sleep(3)  # until it is asked
     shot(folder, f"{name}-9-question")
     press("Escape")
 
@@ -123,7 +122,7 @@ def torrent(window, folder, name, document):
     window.run("add", "--limit", "300K", "--dir", window.path("files"), window.path(document))
     time.sleep(6)
     to_front("^Vantlow$")
-    press("Home")
+    window.select_first()
     for number, tab in enumerate(TABS):
         window.choose_tab(number)
         shot(folder, f"{name}-8-{tab}")
@@ -137,6 +136,9 @@ class LinuxWindow(drive.Window):
         if not theme:
             del self.environment["GTK_THEME"]
 
+    def select_first(self):
+        press("Home")
+
     def choose_tab(self, number):
         self.find("page tab list", "").own.get_selection_iface().select_child(number)
 
@@ -148,12 +150,18 @@ class WindowsWindow(display.WineVantlow):
         self.scale = scale
         self.set_dots_per_inch(96 * scale)
 
+    # Places as the picture of the main window shows them.
+    def click(self, *place):
+        subprocess.run(["xdotool", "mousemove", *(str(n * self.scale) for n in place), "click", "1"], check=True)
+
+    def select_first(self):
+        self.click(500, 238)
+
     def choose_tab(self, number):
-        if number > 0:
-            return press("Right")
-        # The first tab gets the keys; the picture of the main window shows where it is.
-        place = [str(n * self.scale) for n in (250, 545)]
-        subprocess.run(["xdotool", "mousemove", *place, "click", "1"], check=True)
+        if number == 0:
+            self.click(397, 580)
+        else:
+            press("Right")
 
 
 def take(kind, programs, folder, server, document, language, theme, scale):
@@ -171,6 +179,8 @@ def take(kind, programs, folder, server, document, language, theme, scale):
         window.run("add", "--dir", files, *(f"{server}/{n}".replace(" ", "%20") for n in names))
         window.run("add", "--paused", "--dir", files, f"{server}/later.bin", f"{server}/even-later.bin")
         window.run("add", "--dir", files, f"{server}/missing.bin")
+        # What still runs when the end is asked about.
+        window.run("add", "--connections", "1", "--dir", files, f"{server}/slow-end.bin")
         shot(folder, f"{name}-1-running")
         dialog(folder, f"{name}-1-exit", "ctrl+q")
         time.sleep(4)
@@ -187,7 +197,8 @@ def take(kind, programs, folder, server, document, language, theme, scale):
         for i, key in enumerate(("alt+f", "alt+d", "alt+v", "alt+t", "alt+h")):
             if language == "en" and not theme and scale == 1:
                 dialog(folder, f"{name}-6-menu{i}", key)
-        question(window, folder, name, server, language)
+                press("Escape")  # out of the bar, too
+        question(window, folder, name, server)
         torrent(window, folder, name, document)
         window.run("quit")
 

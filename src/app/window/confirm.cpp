@@ -4,6 +4,7 @@
 #include <wx/checkbox.h>
 #include <wx/dialog.h>
 #include <wx/dirdlg.h>
+#include <wx/panel.h>
 #include <wx/sizer.h>
 #include <wx/stattext.h>
 #include <wx/textctrl.h>

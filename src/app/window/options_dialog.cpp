@@ -26,6 +26,17 @@ namespace {
 
 constexpr int wrapped_at = 520;  // device-independent pixels
 
+// The system's grey is for what cannot be used, and too light to be read at length.
+wxColour quiet_ink() {
+    const wxColour ink = wxSystemSettings::GetColour(wxSYS_COLOUR_WINDOWTEXT);
+    const wxColour paper = wxSystemSettings::GetColour(wxSYS_COLOUR_WINDOW);
+    const auto mixed = [](unsigned char one, unsigned char other) {
+        return static_cast<unsigned char>((one * 2 + other) / 3);
+    };
+    return {mixed(ink.Red(), paper.Red()), mixed(ink.Green(), paper.Green()),
+            mixed(ink.Blue(), paper.Blue())};
+}
+
 // A check box does not break its label by itself.
 wxString wrapped(wxWindow& room, const wxString& text) {
     class Wrapper : public wxTextWrapper {
@@ -101,6 +112,7 @@ void OptionsDialog::show_lines(const std::vector<SettingLine>& lines) {
     if (lines.empty()) all->Add(new wxStaticText(room_, wxID_ANY, ui(tr("No option holds these words."))));
     room_->SetSizer(all);
     room_->FitInside();
+    room_->Layout();  // once more where a scroll bar has come or gone
     room_->Scroll(0, 0);
     room_->Thaw();
 }
@@ -145,7 +157,7 @@ void OptionsDialog::add_line(wxSizer& all, const SettingLine& line) {
     }
     all.Add(row, wxSizerFlags().Expand().Border(wxTOP, FromDIP(2)));
     auto* const help = new wxStaticText(room_, wxID_ANY, as_label(line.help));
-    help->SetForegroundColour(wxSystemSettings::GetColour(wxSYS_COLOUR_GRAYTEXT));
+    help->SetForegroundColour(quiet_ink());
     help->Wrap(FromDIP(wrapped_at));
     all.Add(help, wxSizerFlags().Expand().Border(wxBOTTOM, FromDIP(10)));
 }

@@ -92,11 +92,16 @@ std::vector<std::pair<std::string, std::string>> choices_of(std::string_view nam
     return {};
 }
 
-// The meaning of a switch begins with the number that switches it on.
+// What an editor shows by itself is left out: the number that switches a switch on in front, and the choices
+// or what 0 means behind.
 std::string label_of(const KnownSetting& setting, Editor editor) {
     if (editor == Editor::weekdays) return tr("the days on which downloads that start by schedule run");
     std::string label = tr(setting.meaning);
     if (editor == Editor::yes_no && label.starts_with("1: ")) label.erase(0, 3);
+    for (const std::string_view values : {"; 0:", "；0：", "；0:", ": 0 ", "：0 "}) {
+        const bool is_own = editor == Editor::yes_no || editor == Editor::choice;
+        if (const auto at = label.find(values); is_own && at != std::string::npos) label.resize(at);
+    }
     return label;
 }
 
