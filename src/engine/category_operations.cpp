@@ -35,9 +35,10 @@ Engine::NewCategory Engine::add_category(const std::u16string& name, const std::
 Done Engine::remove_category(const Guid& category) {
     CClassNode* const node = store_->tree().find(category);
     if (node == nullptr) return {Fault::no_category};
+    const std::u16string rule = to_utf16(guid_text(category));  // the identity may be the category's own
     if (!store_->remove_category(*node)) return {Fault::first_category};
     // One that stays is a rule of nobody.
-    static_cast<void>(options_.settings.erase(rules_section, to_utf16(guid_text(category))));
+    static_cast<void>(options_.settings.erase(rules_section, rule));
     return {};
 }
 

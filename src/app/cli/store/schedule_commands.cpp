@@ -16,14 +16,16 @@ namespace {
 using nlohmann::ordered_json;
 
 struct ScheduleOptions {
-    std::vector<std::string> words;  ///< show, set, off, plan, or ids, which may stand behind them
+    std::vector<std::string> words;  ///< set, off, plan, or ids, which may stand behind them
+    bool shows = false;              ///< "show" was said
     std::string at, until, days, every;
 
     [[nodiscard]] bool has_times() const {
         return !at.empty() || !until.empty() || !days.empty() || !every.empty();
     }
     [[nodiscard]] std::string verb() const {
-        for (const char* verb : {"show", "set", "off", "plan"}) {
+        if (shows) return "show";
+        for (const char* verb : {"set", "off", "plan"}) {
             if (!words.empty() && words[0] == verb) return verb;
         }
         return has_times() ? "times" : "show";
@@ -205,15 +207,19 @@ void add_schedule_command(CommandSet& commands) {
         [options] { return check_schedule(*options); });
     schedule.add_option(
         "WORD", options->words,
-        "show: the plan and the jobs with times; set: change the plan; off: switch it off, or "
-        "take the times of the jobs that follow; plan ID...: these go by the plan; ID...: "
-        "give these jobs times, or show theirs");
+        "set: change the plan; off: switch it off, or take the times of the jobs that follow; "
+        "plan ID...: these go by the plan; ID...: give these jobs times, or show theirs");
     schedule.add_option("--at", options->at,
                         "When to start: 22:00, or 2026-11-27T22:00 (a job), in the local time");
     schedule.add_option("--until", options->until, "When to stop");
     schedule.add_option("--days", options->days, "On these days of each week: mon,tue or mon-fri, or daily");
     schedule.add_option("--every", options->every,
                         "Again after each such span (90s, 5m, 2h, 1d); what has finished is fetched anew");
+    // A word of its own: else it would be the command of that name.
+    CLI::App& show = *schedule.add_subcommand("show", "Show the plan and the jobs with times, or these jobs");
+    show.fallthrough();
+    show.add_option("ID", options->words, "The jobs' ids, or the beginnings of them");
+    show.callback([options] { options->shows = true; });
 }
 
 }  // namespace vantlow
