@@ -46,6 +46,7 @@ void add_commands(CommandSet& commands) {
     add_change_commands(commands);
     add_question_commands(commands);
     add_category_commands(commands);
+    add_schedule_command(commands);
     add_list_file_commands(commands);
     add_settings_commands(commands);
     add_torrent_commands(commands);

@@ -35,7 +35,10 @@ Engine::NewCategory Engine::add_category(const std::u16string& name, const std::
 Done Engine::remove_category(const Guid& category) {
     CClassNode* const node = store_->tree().find(category);
     if (node == nullptr) return {Fault::no_category};
+    const std::u16string rule = to_utf16(guid_text(category));  // the identity may be the category's own
     if (!store_->remove_category(*node)) return {Fault::first_category};
+    // One that stays is a rule of nobody.
+    static_cast<void>(options_.settings.erase(rules_section, rule));
     return {};
 }
 
@@ -69,6 +72,40 @@ Done Engine::move_category(const Guid& category, const Guid& parent) {
     if (node->parent == nullptr) return {Fault::first_category};
     if (!store_->move_category(*node, *above)) return {Fault::below_itself};
     return {};
+}
+
+// ---- The rules of categories.
+
+CategoryRule Engine::rule_of(const Guid& category) const {
+    const std::u16string text = options_.settings.text(rules_section, to_utf16(guid_text(category)));
+    // One that somebody else wrote wrongly is none.
+    return parse_category_rule(to_utf8(text), category).value_or(CategoryRule{category, {}, {}});
+}
+
+std::vector<CategoryRule> Engine::category_rules() const {
+    std::vector<CategoryRule> rules;
+    if (in_memory()) return rules;
+    for (const CClassNode* category : categories()) {
+        if (category->parent == nullptr) continue;
+        CategoryRule rule = rule_of(category->identity);
+        if (!rule.endings.empty() || !rule.hosts.empty()) rules.push_back(std::move(rule));
+    }
+    return rules;
+}
+
+std::optional<Guid> Engine::category_by_rules(std::u16string_view address, std::u16string_view name) const {
+    return category_by(category_rules(), address, name);
+}
+
+Done Engine::set_category_rule(const Guid& category, std::string_view text) {
+    const CClassNode* const node = store_->tree().find(category);
+    if (node == nullptr) return {Fault::no_category};
+    const auto rule = parse_category_rule(text);
+    if (!rule) return {Fault::bad_value, {}, to_utf16(text)};
+    if (node->parent == nullptr) return text.empty() ? Done() : Done{Fault::first_category};
+    const std::u16string key = to_utf16(guid_text(category));
+    if (rule->endings.empty() && rule->hosts.empty()) return unset_setting(rules_section, key);
+    return set_setting(rules_section, key, to_utf16(text_of(*rule)));
 }
 
 }  // namespace vantlow

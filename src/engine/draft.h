@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "base/guid.h"
+#include "engine/schedule.h"
 #include "platform/file.h"
 #include "store/job.h"
 
@@ -17,7 +18,7 @@ namespace vantlow {
 /// Links, with the properties that their jobs are to have. An empty text asks for nothing.
 struct JobDraft : JobRequest {
     std::vector<std::string> links;  ///< UTF-8: addresses, magnets, or paths of documents on this machine
-    Guid category;                   ///< zero: the first one
+    std::optional<Guid> category;    ///< none: as the rules of the categories say, else the first one
     Guid identity;                   ///< of the first new job that is made; zero: any
     std::u16string folder;           ///< absolute; empty: the category's
     std::u16string name;             ///< of the one file that is asked for
@@ -29,6 +30,7 @@ struct JobDraft : JobRequest {
     bool asks_which = false;  ///< a question asks which files of a document of several are meant
     bool fresh = false;       ///< files of an earlier run are removed, not continued
     bool paused = false;      ///< the jobs are filed stopped
+    JobSchedule schedule;     ///< when they run; out of their times they are filed stopped, too
 };
 
 /// Reads "ALGO:HEX" ("sha256:..."); none where the text is no such hash.

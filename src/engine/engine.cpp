@@ -21,18 +21,23 @@ using Fault = Done::Fault;
 Engine::Engine(std::unique_ptr<JobStore> store, Options options)
     : store_(std::move(store)),
       options_(std::move(options)),
+      timetable_(*options_.clock),
       saver_(*store_, options_.settings,
              [this](const std::string& text) {
                  tell([&text](EngineListener& listener) { listener.store_said(text); });
              }),
       settings_version_(options_.settings.version()),
       torrents_(in_memory() ? std::u16string() : options_.data_folder) {
-    for (CJobNode* job : store_->jobs_below(nullptr)) decide_kind(*job);
+    for (CJobNode* job : store_->jobs_below(nullptr)) {
+        decide_kind(*job);
+        timetable_.take(*job);
+    }
     watch_ = store_->watch([this](const StoreChange& change) { note(change); });
 }
 
 void Engine::note(const StoreChange& change) {
     using What = StoreChange::What;
+    take_into_timetable(change);
     switch (change.what) {
         case What::job_added:
             return changes_.job(change.identity, job_field::added);
@@ -315,6 +320,7 @@ void Engine::tick() {
     options_.settings.refresh();
     if (std::exchange(settings_version_, options_.settings.version()) != settings_version_)
         changes_.settings();
+    if (runner_) keep_to_times();
     if (runner_) runner_->tick();
     saver_.tick();
 }

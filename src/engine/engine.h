@@ -12,13 +12,16 @@
 #include <unordered_map>
 #include <vector>
 
+#include "engine/category_rules.h"
 #include "engine/changes.h"
 #include "engine/draft.h"
 #include "engine/job_maker.h"
 #include "engine/listener.h"
 #include "engine/questions.h"
 #include "engine/saver.h"
+#include "engine/schedule.h"
 #include "engine/session_runner.h"
+#include "engine/timetable.h"
 #include "engine/torrent_report.h"
 #include "engine/torrent_shelf.h"
 #include "platform/desktop.h"
@@ -84,6 +87,8 @@ struct JobEdit {
     std::optional<std::int64_t> upload_limit;  ///< of a torrent, as JobRules has it, and so the next two
     std::optional<bool> sequential;
     std::optional<bool> ends_first;
+    /// When the job runs; holds at once: out of its times it stops.
+    std::optional<JobSchedule> schedule;
 };
 
 /// The fate of the files of a job that is removed.
@@ -118,6 +123,7 @@ class Engine {
         bool keeps_state = true;   ///< beside partial files, so that a later run continues them
         TorrentSharing sharing{};  ///< of its torrents
         std::chrono::milliseconds change_interval{250};  ///< between two calls of EngineListener::changed
+        const WallClock* clock = &system_wall_clock;     ///< of the times at which jobs start and stop
     };
     Engine(std::unique_ptr<JobStore> store, Options options);
     ~Engine();
@@ -151,8 +157,8 @@ class Engine {
     /// Takes the ended sessions in, starts jobs whose turn it is, calls the listeners. Waits up to `at_most`
     /// for a session to end.
     void pump(std::chrono::milliseconds at_most = std::chrono::milliseconds(0));
-    /// To be called once a second: reads the settings again, writes logs, saves the store where that is worth
-    /// it.
+    /// To be called once a second: reads the settings again, starts and stops jobs whose time has come,
+    /// writes logs, saves the store where that is worth it.
     void tick();
     /// Ends all running jobs, which wait for their turn in the next run, and saves. False, with a sentence in
     /// `error`, when saving fails.
@@ -200,6 +206,15 @@ class Engine {
     [[nodiscard]] std::optional<TorrentReport> torrent_report(const Guid& job, unsigned parts) const;
     /// The lines of a job's log, oldest first.
     [[nodiscard]] std::vector<CLogNode> log_of(const Guid& job);
+    /// The rule of a category; an empty one where it has none.
+    [[nodiscard]] CategoryRule rule_of(const Guid& category) const;
+    /// The category that the rules choose for a file, see category_by().
+    [[nodiscard]] std::optional<Guid> category_by_rules(std::u16string_view address,
+                                                        std::u16string_view name) const;
+    [[nodiscard]] WeekPlan week_plan() const { return week_plan_of(options_.settings); }
+    /// The next action of the job's own times or, where it goes by it, of the week plan; none: there is none.
+    [[nodiscard]] std::optional<NextAction> next_action_of(const CJobNode& job) const;
+    [[nodiscard]] const WallClock& clock() const noexcept { return *options_.clock; }
     [[nodiscard]] std::uint64_t revision() const noexcept { return changes_.revision(); }
     [[nodiscard]] Changes changes_since(std::uint64_t revision) const { return changes_.since(revision); }
     [[nodiscard]] const std::u16string& data_folder() const noexcept { return options_.data_folder; }
@@ -281,6 +296,13 @@ class Engine {
     /// empty: that of the category above. Jobs that are there keep theirs.
     Done set_category_folder(const Guid& category, const std::u16string& folder);
     Done move_category(const Guid& category, const Guid& parent);
+    /// Sets the rule by which new jobs without a category of their own are filed there
+    /// (parse_category_rule(); a text that is none is Fault::bad_value); empty: none. The first category
+    /// takes what no rule names.
+    Done set_category_rule(const Guid& category, std::string_view text);
+
+    /// Sets the week plan; one without days: none.
+    Done set_week_plan(const WeekPlan& plan);
 
     Done answer(std::uint64_t question, QuestionAnswer answer);
 
@@ -306,7 +328,13 @@ class Engine {
     static Done look_at_name(const CClassNode& parent, std::u16string_view name, const CClassNode* own);
     void file_made(std::vector<std::unique_ptr<CJobNode>> jobs, const Guid& category,
                    std::vector<Guid>& filed);
+    [[nodiscard]] std::unique_ptr<JobMaker> maker_for(const JobDraft& draft, const CClassNode& category);
+    [[nodiscard]] std::vector<CategoryRule> category_rules() const;
     void detach(CJobNode& job) const;
+    void take_into_timetable(const StoreChange& change);
+    void keep_to_times();
+    void drop_passed_times(CJobNode& job, bool starts);
+    void apply_schedule(CJobNode& job);
     bool take_ends();
     void take_end(JobEnd& end);
     void file_ended(CJobNode& record, const JobEnd& end);
@@ -341,6 +369,7 @@ class Engine {
     std::unique_ptr<JobStore> store_;
     Options options_;
     ChangeLog changes_;
+    Timetable timetable_;
     StoreWatchers::Watch watch_;
     std::atomic<bool> questions_changed_{false};
     bool gathers_log_ = false;

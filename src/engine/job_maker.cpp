@@ -141,6 +141,8 @@ void JobMaker::apply_request(CJobNode& job) {
     }
     job.start_mode = draft_.paused ? 0 : 1;
     job.state = draft_.paused ? JobState::stopped : JobState::waiting;
+    if (draft_.schedule.is_set()) set_schedule(job, draft_.schedule);
+    if (draft_.schedule.starts_by_itself()) job.state = JobState::stopped;
     look_up_login(job);
 }
 

@@ -1,6 +1,7 @@
 // The engine's operations on jobs.
 #include <algorithm>
 #include <ctime>
+#include <map>
 #include <utility>
 
 #include "base/safe_name.h"
@@ -53,6 +54,7 @@ void Engine::file_made(std::vector<std::unique_ptr<CJobNode>> jobs, const Guid& 
         if (wanted_ && !wanted_(*job)) continue;
         detach(*job);
         filed.push_back(file(std::move(job), category));
+        apply_schedule(*store_->find(filed.back()));
     }
 }
 
@@ -75,28 +77,39 @@ std::vector<Guid> Engine::file_list(std::vector<std::unique_ptr<CJobNode>> jobs,
     return filed;
 }
 
-Added Engine::add(const JobDraft& draft) {
-    Added added;
-    const CClassNode* const category = store_->tree().find(draft.category);
-    if (category == nullptr) {
-        added.done.fault = Fault::no_category;
-        return added;
-    }
+std::unique_ptr<JobMaker> Engine::maker_for(const JobDraft& draft, const CClassNode& category) {
     JobDraft common = draft;
     common.links.clear();
-    if (common.folder.empty()) common.folder = category->folder;
+    if (common.folder.empty()) common.folder = category.folder;
     auto maker = std::make_unique<JobMaker>(std::move(common), options_.credentials);
     maker->keep_torrents(torrents_);
     maker->spare([this](const Guid& job) { return store_->find(job) != nullptr; });
+    return maker;
+}
+
+Added Engine::add(const JobDraft& draft) {
+    Added added;
+    const CClassNode* const chosen = store_->tree().find(draft.category.value_or(Guid()));
+    if (chosen == nullptr) {
+        added.done.fault = Fault::no_category;
+        return added;
+    }
+    // The files of a link stay together, whatever it names.
+    const std::vector<CategoryRule> rules = draft.category ? std::vector<CategoryRule>() : category_rules();
+    std::map<Guid, std::unique_ptr<JobMaker>> makers;
     for (const std::string& link : draft.links) {
+        const auto by_rule = category_by(rules, to_utf16(link), draft.name);
+        const CClassNode& category = by_rule ? *store_->tree().find(*by_rule) : *chosen;
+        auto& maker = makers[category.identity];
+        if (!maker) maker = maker_for(draft, category);
         MadeJobs made = maker->make(link);
         std::move(made.faults.begin(), made.faults.end(), std::back_inserter(added.faults));
         std::vector<Guid> filed;
-        file_made(std::move(made.jobs), draft.category, filed);
+        file_made(std::move(made.jobs), category.identity, filed);
         if (draft.asks_which) ask_which(filed, to_utf16(link));
         added.jobs.insert(added.jobs.end(), filed.begin(), filed.end());
     }
-    if (in_memory()) maker_ = std::move(maker);
+    if (in_memory() && !makers.empty()) maker_ = std::move(makers.begin()->second);
     return added;
 }
 
@@ -249,6 +262,11 @@ Done Engine::change(const Guid& job, const JobEdit& edit) {
     set_rules(*record, changed_rules(before, edit));
     const bool selects =
         kind_of(*record) != JobKind::torrent && record->rules && record->rules->select != before.select;
+    if (edit.schedule) {
+        set_schedule(*record, *edit.schedule);
+        store_->changed(*record, StoreChange::options);
+        apply_schedule(*record);
+    }
     if ((edit.address || edit.mirrors || selects) && runner_ && runner_->is_running(job)) {
         const bool takes_place = runner_->takes_place(job);
         runner_->stop(job);

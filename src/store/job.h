@@ -36,8 +36,8 @@ class CScheduleNode {
     virtual ~CScheduleNode() = default;
 
     std::int32_t action = 0;    ///< 1 start, 2 stop
-    std::int32_t weekdays = 0;  ///< bit 0 Sunday ... bit 6 Saturday; 0: once
-    std::int64_t time = 0;      ///< seconds since 1970 (once) or since midnight, local time (weekly)
+    std::int32_t weekdays = 0;  ///< bit 0 Sunday ... bit 6 Saturday; 0: once; -N: every N seconds from then
+    std::int64_t time = 0;      ///< seconds since 1970, or since midnight, local time (on weekdays)
 };
 
 /// A proxy server.

@@ -413,7 +413,7 @@ class ControlApi(unittest.TestCase):
         settings = {one["name"]: one for one in self.call("vantlow.settings")}
         self.assertEqual(settings["RPC/Secret"]["value"], "********")
         self.call("vantlow.setLimits", {"down": 123456})
-        self.assertEqual(self.call("vantlow.limits"), {"down": 123456})
+        self.assertEqual(self.call("vantlow.limits"), {"down": 123456, "up": None})
         self.assertEqual(self.call("aria2.getGlobalOption")["max-overall-download-limit"], "123456")
         self.call("aria2.changeGlobalOption", {"max-overall-download-limit": "0"})
         self.assertEqual((self.call("vantlow.questions"), self.call("vantlow.limits")), ([], {"down": None}))

@@ -60,6 +60,47 @@ TEST_F(StoreCommands, file_show_move_and_remove_jobs) {
     EXPECT_EQ(list().size(), 1U);
 }
 
+TEST_F(StoreCommands, set_times_and_rules_and_tell_them) {
+    const auto told = [this](const std::vector<std::u16string>& words) {
+        std::vector<std::u16string> all{u"--json", u"schedule"};
+        all.insert(all.end(), words.begin(), words.end());
+        return json::parse(ok(all));
+    };
+    EXPECT_EQ(told({})["plan"], nullptr);
+    ok({u"schedule", u"set", u"--days", u"mon-wed", u"--at", u"22:00", u"--until", u"6:00"});
+    ok({u"schedule", u"set", u"--days", u"fri"});
+    const json plan = told({u"show"})["plan"];
+    EXPECT_EQ(plan["days"], json::array({"fri"}));
+    EXPECT_EQ(plan["start"], "22:00");
+    EXPECT_EQ(plan["stop"], "06:00");
+    expect_a_moment(plan["next"], "dddd-dd-ddTdd:dd:ddZ");
+
+    const std::string id =
+        add({u"--at", u"2099-01-01T10:00Z", u"--until", u"2099-01-02 11:00", u"http://h/a.iso"});
+    EXPECT_EQ(state_of(id), "stopped");
+    json job = told({})["jobs"][0];
+    EXPECT_EQ(job["next"], (json{{"action", "start"}, {"at", "2099-01-01T10:00:00Z"}}));
+    EXPECT_EQ(job["entries"].size(), 2U);
+    ok({u"schedule", to_utf16(id), u"--at", u"22:00", u"--until", u"06:00", u"--days", u"fri"});
+    job = told({to_utf16(id)})["jobs"][0];
+    EXPECT_EQ(job["entries"][1], (json{{"action", "stop"}, {"at", "06:00"}, {"days", {"sat"}}}));
+    ok({u"schedule", u"plan", to_utf16(id)});
+    EXPECT_EQ(told({})["jobs"][0]["plan"], true);
+    ok({u"schedule", u"off", to_utf16(id)});
+    ok({u"schedule", u"off"});
+    EXPECT_EQ(told({}), (json{{"plan", nullptr}, {"jobs", json::array()}}));
+
+    ok({u"category", u"add", u"Discs"});
+    ok({u"category", u"rule", u"Discs", u"*.ISO", u"example.org"});
+    EXPECT_EQ(ok({u"category", u"rule", u"Discs"}), ".iso example.org\n");
+    EXPECT_EQ(run({u"settings", u"list"}).err, "");
+    add({u"http://h/b.iso?x"});
+    add({u"--category", u"Downloading", u"http://h/c.iso"});
+    EXPECT_EQ(list({u"--category", u"Discs"}).size(), 1U);
+    ok({u"category", u"remove", u"Discs"});
+    EXPECT_EQ(ok({u"settings", u"list"}).find("Rules"), std::string::npos);
+}
+
 TEST_F(StoreCommands, say_what_is_wrong) {
     add({u"http://h/a"});
     struct Case {
@@ -77,6 +118,17 @@ TEST_F(StoreCommands, say_what_is_wrong) {
         {{u"export", u"x", u"--fields", u"Size"}, 2},
         {{u"export", u"x", u"--text-delimiter", u","}, 2},
         {{u"add"}, 2},
+        {{u"add", u"--at", u"2001-01-01 10:00", u"http://h/a"}, 2},
+        {{u"schedule", u"set"}, 2},
+        {{u"schedule", u"set", u"--at", u"2099-01-01 10:00"}, 2},
+        {{u"schedule", u"--at", u"22:00"}, 2},
+        {{u"schedule", u"plan"}, 2},
+        {{u"schedule", u"off", u"--at", u"22:00"}, 2},
+        {{u"schedule", u"0123", u"--days", u"someday"}, 2},
+        {{u"schedule", u"0123", u"--at", u"22:00", u"--every", u"1s"}, 2},
+        {{u"settings", u"set", u"Schedule/StartTime", u"soon"}, 2},
+        {{u"category", u"rule", u"Downloading", u".iso"}, 1},
+        {{u"category", u"rule", u"Completed", u"http://a/"}, 1},
         {{u"add", u"-o", u"x", u"http://h/a", u"http://h/b"}, 2},
         {{u"stop"}, 2},
         {{u"settings", u"get", u"NoSlash"}, 2},

@@ -51,7 +51,7 @@ TEST(WindowTorrents, ListsShowWhatAReportSays) {
         Texts lines;
     } cases[] = {
         {TorrentList::files,
-         {"a/one?.bin|2.0 KiB|99 %|chosen", "empty|0 B|100 %|chosen", "two|10 B|0 %|left out"}},
+         {"a/one?.bin|2.0 KiB|99 %|normal", "empty|0 B|100 %|normal", "two|10 B|0 %|left out"}},
         {TorrentList::peers,
          {"10.0.0.1:6881||99 %||1.0 KiB/s|makes us wait, waits for us, called us",
           "10.0.0.2:6881|Tool?[31m 1|100 %|2.0 KiB/s||gives, encrypted"}},
@@ -98,13 +98,14 @@ TEST(WindowTorrents, PiecesAreRangesAndASentence) {
     report.piece_count = 11;
     report.piece_length = 16384;
     report.good = "\xE1\x20";  // 0, 1, 2, 7 and 10
+    report.begun = "\x90";     // 0, which is good by now, and 3
     report.good_pieces = 5;
     std::string drawn;
     for (const SegmentRange& range : piece_ranges(report)) {
         EXPECT_EQ(range.offset, static_cast<std::int64_t>(drawn.size()));
-        drawn.append(static_cast<std::size_t>(range.length), range.state == SegmentState::done ? '#' : '.');
+        drawn.append(static_cast<std::size_t>(range.length), ".-#"[static_cast<int>(range.state)]);
     }
-    EXPECT_EQ(drawn, "###....#..#");
+    EXPECT_EQ(drawn, "###-...#..#");
     EXPECT_EQ(piece_sentence(report), "5 of 11 pieces are there, each of 16.0 KiB.");
     report.availability = {0, 0, 1, 0, 2, 1, 0, 1, 1, 1, 1};
     EXPECT_EQ(piece_sentence(report),

@@ -143,6 +143,7 @@ class EngineTest : public testing::Test {
         Engine::Options options{settings, libraries, stop, folder.path(u"data"), u"Test/1"};
         options.sessions = &table;
         options.change_interval = {};
+        options.clock = clock_of_engine;
         engine = std::make_unique<Engine>(std::move(store), std::move(options));
         Engine::Running running{connections, threads, {}, question_time};
         running.shares_finished = shares_finished;
@@ -203,6 +204,7 @@ class EngineTest : public testing::Test {
          }},
     };
     bool shares_finished = false;
+    const WallClock* clock_of_engine = &system_wall_clock;
     Ears ears;
     std::unique_ptr<Engine> engine;
 };

@@ -136,6 +136,16 @@ class Vantlow:
         text = "".join("[{}]\n{}\n".format(*one.split("/", 1)) for one in (*settings, *quiet))
         (self.folder / "settings.ini").write_text(text)
 
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_error):
+        self.kill()
+
+    def path(self, path):
+        """A path below the folder, or a whole one, as the program knows it."""
+        return str(self.folder / path)
+
     def run(self, *words, without=(), more=None):
         environment = {k: v for k, v in dict(self.environment, **(more or {})).items() if k not in without}
         return subprocess.run(
@@ -183,6 +193,44 @@ class Vantlow:
                 return None  # it was too busy to answer: it is asked again
 
         return until(look, f'the {role} "{name}"')
+
+
+class WineVantlow(Vantlow):
+    """The Windows build under Wine, in a prefix of its own."""
+
+    wine = pathlib.Path(__file__).resolve().parents[2] / "cmake" / "wine"
+    server = "/usr/lib/wine/wineserver64"
+
+    def __init__(self, programs, folder):
+        super().__init__(programs, folder)
+        self.words = ["--data-dir", self.path("data"), "--settings", self.path("settings.ini")]
+        self.environment["WINEPREFIX"] = str(self.folder / "wine")
+        self.wine_run("wineboot", "-i")
+        # Else Chinese is drawn as boxes: Wine knows no other fonts than the one that a control asks for.
+        for font in ("MS Shell Dlg", "MS Shell Dlg 2", "Tahoma", "Segoe UI"):
+            self.set_value("Software\\Wine\\Fonts\\Replacements", font, "REG_SZ", "WenQuanYi Micro Hei")
+
+    def __exit__(self, *_error):
+        for word in ("-k", "-w"):
+            subprocess.run([self.server, word], env=self.environment, check=False)
+
+    def wine_run(self, *words):
+        # No pipes: the programs that Wine itself starts would keep them open.
+        quiet = {"stdin": subprocess.DEVNULL, "stdout": subprocess.DEVNULL, "stderr": subprocess.DEVNULL}
+        return subprocess.run([self.wine, *words], env=self.environment, timeout=120, **quiet)
+
+    def path(self, path):
+        return "Z:" + super().path(path).replace("/", "\\")
+
+    def run(self, *words):
+        return self.wine_run(str(self.programs / "vantlow.exe"), *self.words, *words)
+
+    def set_value(self, key, name, kind, value):
+        self.wine_run("reg", "add", "HKCU\\" + key, "/v", name, "/t", kind, "/d", value, "/f")
+
+    def set_dots_per_inch(self, number):
+        self.set_value("Control Panel\\Desktop", "LogPixels", "REG_DWORD", str(number))
+        self.__exit__()
 
 
 def windows(title, visible=True):

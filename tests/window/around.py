@@ -9,6 +9,7 @@ import subprocess
 import sys
 import tempfile
 import threading
+import time
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "support"))
 import display  # noqa: E402
@@ -55,6 +56,65 @@ class NoticeServer:
         action = self.seen[number][5][0]
         self.connection.emit_signal(None, "/org/freedesktop/Notifications", "org.freedesktop.Notifications",
                                     "ActionInvoked", self.glib.Variant("(us)", (number + 1, action)))
+
+
+class Around(drive.Window):
+    """What the list shows is looked at elsewhere: here the command line says what became of each gesture."""
+
+    def start(self, *words):
+        assert self.run(*words).returncode == 0
+        to_front("^Vantlow$")
+
+    def wait_for_rows(self, count):
+        until(lambda: len(self.jobs()) == count, f"{count} downloads")
+
+
+# A window that offers a link to whoever it is dragged to (GTK 3).
+DRAG_SOURCE = """
+import sys, gi
+gi.require_version("Gdk", "3.0")
+gi.require_version("Gtk", "3.0")
+from gi.repository import Gdk, Gtk
+window = Gtk.Window(title="Source")
+window.set_default_size(150, 100)
+button = Gtk.EventBox()
+button.add(Gtk.Label(label="link"))
+button.drag_source_set(Gdk.ModifierType.BUTTON1_MASK, [Gtk.TargetEntry.new("text/uri-list", 0, 0)], Gdk.DragAction.COPY)
+button.connect("drag-data-get", lambda _b, _c, data, _i, _t: data.set_uris([sys.argv[1]]))
+window.add(button)
+window.show_all()
+window.move(0, 0)
+Gtk.main()
+"""
+
+
+def mouse(*words):
+    subprocess.run(["xdotool", *words], check=True)
+    time.sleep(0.2)
+
+
+def drops(window, server):
+    """A link from another program, onto the window and then onto the drop zone."""
+    window.start()
+    with subprocess.Popen([sys.executable, "-c", DRAG_SOURCE, f"{server}/dropped.bin"]) as source:
+        try:
+            for count, (title, x) in enumerate((("^Vantlow$", 500), ("^Drop zone$", 30)), 1):
+                to_front("^Vantlow$")
+                if count == 2:
+                    press("alt+v", "r")
+                target = until(lambda title=title: windows(title), title)[-1]
+                to_front("^Source$")
+                mouse("mousemove", "60", "60", "mousedown", "1")
+                for step in range(5):
+                    mouse("mousemove", str(60 + 8 * step), "60")
+                for step in range(5):
+                    mouse("mousemove", "--window", target, str(x + step), str(x // 2 + step))
+                mouse("mouseup", "1")
+                to_front("^New download$")
+                press("alt+d")
+                window.wait_for_rows(count)
+        finally:
+            source.terminate()
 
 
 def put_into_clipboard(text):
@@ -129,13 +189,19 @@ def clipboard(window, server):
     until(lambda: all(job["state"] == "finished" for job in window.jobs()), "two finished downloads")
 
 
+def ask_for_removal(window, is_asked):
+    press("ctrl+a", "Delete")
+    return windows("^Remove$") if is_asked else not window.jobs()
+
+
 def confirmations(window, server):
     window.start()
     window.run("add", "--paused", f"{server}/one.bin", f"{server}/two.bin")
     window.wait_for_rows(2)
     for is_asked in (True, False):
         to_front("^Vantlow$")
-        press("ctrl+a", "Delete")
+        # The list shows them a moment after they are there.
+        until(lambda asked=is_asked: ask_for_removal(window, asked), "the removal")
         if is_asked:
             to_front("^Remove$")
             press("alt+d", "alt+r")  # the box, then the button
@@ -146,7 +212,7 @@ def confirmations(window, server):
     assert "0" in window.run("settings", "get", "Confirmation/Remove").stdout
     # The end while something runs is asked about.
     window.run("add", "--connections", "1", f"{server}/slow/three.bin")
-    until(lambda: any("running" in line for line in window.names()), "a running download")
+    until(lambda: any(job["state"] == "running" for job in window.jobs()), "a running download")
     to_front("^Vantlow$")
     press("ctrl+q")
     close("^Exit$")
@@ -165,9 +231,9 @@ def main(programs):
     threading.Thread(target=server.serve_forever, daemon=True).start()
     desktop = NoticeServer()
     with display.display():  # the accessibility service ends with its first screen
-        for scenario in (first_start, lambda *both: notices(*both, desktop), clipboard, confirmations):
+        for scenario in (first_start, lambda *both: notices(*both, desktop), clipboard, drops, confirmations):
             with tempfile.TemporaryDirectory() as folder:
-                window = drive.Window(programs, folder)
+                window = Around(programs, folder)
                 try:
                     scenario(window, f"http://127.0.0.1:{server.server_port}")
                 finally:

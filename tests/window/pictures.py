@@ -1,5 +1,6 @@
 #!/usr/bin/python3
-"""pictures.py PROGRAMS FOLDER: pictures of the window and its dialogs, in three languages, light and dark, at 100 and 200 %."""
+"""pictures.py PROGRAMS FOLDER [--windows]: pictures of the window and its dialogs, in three languages, light and dark, at
+100 and 200 %; with --windows of the Windows build, under Wine."""
 
 import http.server
 import importlib.util
@@ -19,6 +20,8 @@ from display import press, to_front, until, write  # noqa: E402
 # Language, theme, scale.
 DARK = "Adwaita:dark"
 LOOKS = [("en", "", 1), ("en", DARK, 1), ("de", "", 1), ("zh-CN", "", 1), ("en", "", 2), ("de", "", 2), ("zh-CN", DARK, 2)]
+WINDOWS_LOOKS = [("en", "", 1), ("de", "", 1), ("zh-CN", "", 1), ("en", "", 2)]
+OPTION_PAGES = 13
 # The keys of menus and dialogs that have no accelerator: the menu, then the command.
 MENUS = {
     "en": {"category": "alt+f c", "export": "alt+f e", "import": "alt+f i", "join": "alt+t j", "size": "alt+t p"},
@@ -37,6 +40,11 @@ class Server(drive.Slow):
     def do_GET(self):
         if "missing" in self.path:
             self.send_error(404)
+        elif "locked" in self.path:
+            self.send_response(401)
+            self.send_header("WWW-Authenticate", 'Basic realm="Archive"')
+            self.send_header("Content-Length", "0")
+            self.end_headers()
         elif "/announce" in self.path:
             answer = b"d8:intervali900e5:peers6:" + bytes([127, 0, 0, 1]) + self.peer_port.to_bytes(2, "big") + b"e"
             self.send_response(200)
@@ -47,7 +55,7 @@ class Server(drive.Slow):
             super().do_GET()
 
 
-def seed_torrent(programs, folder, server):
+def seed_torrent(folder, server):
     """The document of a torrent, and the session of a peer that gives its files."""
     import libtorrent
 
@@ -56,11 +64,15 @@ def seed_torrent(programs, folder, server):
     sizes = {"film.mkv": 9 << 20, "Bilder/Übersicht.jpg": 700_000, "Bilder/海.jpg": 1_300_000, "read me.txt": 900}
     for name, size in sizes.items():
         (whole / name).write_bytes(os.urandom(size))
-    trackers = f"{server}/announce|{server}/missing/announce?passkey=0123456789abcdef0123456789abcdef"
-    words = ["torrent", "make", str(whole), "-q", "--piece-length", "32K", "--tracker", trackers]
-    subprocess.run([programs + "/vantlow", *words], check=True)
-    [document] = pathlib.Path(folder).glob("*.torrent")
-    document = document.rename(document.with_name("journey.torrent"))
+    trackers = [f"{server}/announce", f"{server}/missing/announce?passkey=0123456789abcdef0123456789abcdef"]
+    document = pathlib.Path(folder, "journey.torrent")
+    storage = libtorrent.file_storage()
+    libtorrent.add_files(storage, str(whole))
+    made = libtorrent.create_torrent(storage, 32 << 10, libtorrent.create_torrent.v1_only)
+    for tier, tracker in enumerate(trackers):
+        made.add_tracker(tracker, tier)
+    libtorrent.set_piece_hashes(made, str(folder))
+    document.write_bytes(libtorrent.bencode(made.generate()))
     settings = {"enable_dht": False, "enable_lsd": False, "enable_upnp": False, "enable_natpmp": False}
     settings |= {"listen_interfaces": "127.0.0.1:0", "allow_multiple_connections_per_ip": True}
     session = libtorrent.session(settings)
@@ -71,7 +83,7 @@ def seed_torrent(programs, folder, server):
 
 
 def shot(folder, name):
-    time.sleep(0.8)
+    time.sleep(1.5)
     subprocess.run(["import", "-window", "root", str(folder / f"{name}.png")], check=True)
 
 
@@ -83,47 +95,99 @@ def dialog(folder, name, *keys):
     press("Escape")
 
 
+def options(folder, name, all_of_them):
+    """The pages of the options, one by one."""
+    to_front("^Vantlow$")
+    press("ctrl+alt+o")
+    shot(folder, f"{name}-4-options")
+    for page in range(1, OPTION_PAGES if all_of_them else 1):
+        press("Down")
+        shot(folder, f"{name}-4-options-{page:02}")
+    press("Escape")
+
+
+def question(window, folder, name, server):
+    window.run("add", "--dir", window.path("files"), f"{server}/locked.bin")
+    time.sleep(3)  # until it is asked
+    shot(folder, f"{name}-9-question")
+    press("Escape")
+
+
 def torrent(window, folder, name, document):
     """The choice of its files, and its tabs in the middle of the download."""
     to_front("^Vantlow$")
     press("ctrl+n")
-    write(document)
+    write(window.path(document))
     dialog(folder, f"{name}-7-new-torrent")
-    window.run("add", "--limit", "300K", "--dir", str(window.folder / "files"), document)
+    window.run("add", "--limit", "300K", "--dir", window.path("files"), window.path(document))
     time.sleep(6)
     to_front("^Vantlow$")
-    press("Home")
-    tabs = window.find("page tab list", "")
+    window.select_first()
     for number, tab in enumerate(TABS):
-        tabs.own.get_selection_iface().select_child(number)
+        window.choose_tab(number)
         shot(folder, f"{name}-8-{tab}")
 
 
-def take(programs, folder, server, document, language, theme, scale):
-    with tempfile.TemporaryDirectory() as own:
-        window = drive.Window(programs, own)
-        name = language + ("-dark" if theme else "") + ("-200" if scale > 1 else "")
-        window.set(f"Settings/Language={language}")
-        window.environment["GDK_SCALE"] = str(scale)
-        window.environment["GTK_THEME"] = theme
+class LinuxWindow(drive.Window):
+    prefix = ""
+
+    def look(self, theme, scale):
+        self.environment |= {"GDK_SCALE": str(scale), "GTK_THEME": theme}
         if not theme:
-            del window.environment["GTK_THEME"]
+            del self.environment["GTK_THEME"]
+
+    def select_first(self):
+        press("Home")
+
+    def choose_tab(self, number):
+        self.find("page tab list", "").own.get_selection_iface().select_child(number)
+
+
+class WindowsWindow(display.WineVantlow):
+    prefix = "windows-"
+
+    def look(self, _theme, scale):
+        self.scale = scale
+        self.set_dots_per_inch(96 * scale)
+
+    # Places as the picture of the main window shows them.
+    def click(self, *place):
+        subprocess.run(["xdotool", "mousemove", *(str(n * self.scale) for n in place), "click", "1"], check=True)
+
+    def select_first(self):
+        self.click(500, 238)
+
+    def choose_tab(self, number):
+        if number == 0:
+            self.click(397, 580)
+        else:
+            press("Right")
+
+
+def take(kind, programs, folder, server, document, language, theme, scale):
+    with tempfile.TemporaryDirectory() as own, kind(programs, own) as window:
+        name = kind.prefix + language + ("-dark" if theme else "") + ("-200" if scale > 1 else "")
+        window.set(f"Settings/Language={language}")
+        window.look(theme, scale)
         assert window.run().returncode == 0
         to_front(WELCOME[language])
         shot(folder, f"{name}-0-welcome")
         press("Escape")
         to_front("^Vantlow$")
         names = ["disc image.iso", "slow motion.mp4", "Übersicht der Töne.pdf", "软件.zip"]
-        window.run("add", "--dir", own + "/files", *(f"{server}/{n}".replace(" ", "%20") for n in names))
-        window.run("add", "--paused", "--dir", own + "/files", f"{server}/later.bin", f"{server}/even-later.bin")
-        window.run("add", "--dir", own + "/files", f"{server}/missing.bin")
+        files = window.path("files")
+        window.run("add", "--dir", files, *(f"{server}/{n}".replace(" ", "%20") for n in names))
+        window.run("add", "--paused", "--dir", files, f"{server}/later.bin", f"{server}/even-later.bin")
+        window.run("add", "--dir", files, f"{server}/missing.bin")
+        # What still runs when the end is asked about.
+        window.run("add", "--connections", "1", "--dir", files, f"{server}/slow-end.bin")
         shot(folder, f"{name}-1-running")
         dialog(folder, f"{name}-1-exit", "ctrl+q")
         time.sleep(4)
         press("Home", "Down", "Up")
         shot(folder, f"{name}-2-main")
         dialog(folder, f"{name}-3-new", "ctrl+n")
-        dialog(folder, f"{name}-4-options", "ctrl+alt+o")
+        options(folder, name, not theme and language != "zh-CN")
         dialog(folder, f"{name}-5-properties", "alt+Return")
         press("ctrl+a")
         dialog(folder, f"{name}-5-properties-of-all", "alt+Return")
@@ -133,11 +197,14 @@ def take(programs, folder, server, document, language, theme, scale):
         for i, key in enumerate(("alt+f", "alt+d", "alt+v", "alt+t", "alt+h")):
             if language == "en" and not theme and scale == 1:
                 dialog(folder, f"{name}-6-menu{i}", key)
+                press("Escape")  # out of the bar, too
+        question(window, folder, name, server)
         torrent(window, folder, name, document)
         window.run("quit")
 
 
-def main(programs, folder):
+def main(programs, folder, system=""):
+    kind, looks = (WindowsWindow, WINDOWS_LOOKS) if system == "--windows" else (LinuxWindow, LOOKS)
     lacking = display.missing("import") + [name for name in ("libtorrent",) if importlib.util.find_spec(name) is None]
     if lacking:
         sys.exit("there is no " + ", ".join(lacking))
@@ -148,10 +215,10 @@ def main(programs, folder):
     threading.Thread(target=server.serve_forever, daemon=True).start()
     address = f"http://127.0.0.1:{server.server_port}"
     with tempfile.TemporaryDirectory() as shared:
-        document, _session = seed_torrent(programs, shared, address)
-        for language, theme, scale in LOOKS:
+        document, _session = seed_torrent(shared, address)
+        for language, theme, scale in looks:
             with display.display(f"{1280 * scale}x{900 * scale}"):
-                take(programs, target, address, document, language, theme, scale)
+                take(kind, programs, target, address, document, language, theme, scale)
     print(f"{len(list(target.glob('*.png')))} pictures in {os.path.relpath(target)}")
 
 

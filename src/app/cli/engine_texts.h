@@ -16,6 +16,10 @@ std::string text_of(const DraftFault& fault);
 Complaint text_of(const ProxyFault& fault);
 /// Nothing where the operation was done; `subject` is the job's id or the name that it was about.
 Complaint text_of(const Done& done, const std::string& subject);
+/// The sentence for times of which read_times() makes none.
+inline constexpr std::string_view times_complaint =
+    "These are no times that could be kept: --at and --until take 22:00 or 2026-11-27T22:00, both in the "
+    "future and the end behind the start; with --days times of day alone; --every at least 1m.";
 /// The kind of a question as programs are told it: "host-key".
 std::string_view kind_name(QuestionKind kind) noexcept;
 /// The question with the answers that it takes: "(yes/no)".

@@ -8,6 +8,7 @@
 
 #include "base/text.h"
 #include "bt/torrent_settings.h"
+#include "engine/schedule_texts.h"
 #include "store/address.h"
 #include "store/settings.h"
 
@@ -83,6 +84,13 @@ std::string KnownSetting::bounds_text() const {
     return " (" + std::to_string(*smallest) + " to " + std::to_string(*largest) + ")";
 }
 
+bool is_time_of_day(const KnownSetting& setting) {
+    const auto is = [&setting](const TextSetting& one) {
+        return setting.section == to_utf8(one.section) && setting.key == to_utf8(one.key);
+    };
+    return is(setting::start_time) || is(setting::stop_time);
+}
+
 std::optional<KnownSetting> find_setting(std::string_view name) {
     for (KnownSetting& setting : known_settings()) {
         if (lower(setting.name()) == lower(name)) return std::move(setting);
@@ -110,6 +118,8 @@ std::string no_such_setting(std::string_view name) {
 std::optional<std::string> complaint_of(std::string_view name, std::string_view value) {
     const auto setting = find_setting(name);
     if (!setting) return no_such_setting(name);
+    if (is_time_of_day(*setting) && !parse_time_of_day(value))
+        return setting->name() + " takes a time of day (22:00), not \"" + std::string(value) + "\".";
     if (!setting->is_number || read_setting_number(to_utf16(value))) return std::nullopt;
     return setting->name() + " takes a number" + setting->bounds_text() + ", not \"" + std::string(value) +
            "\".";
@@ -128,7 +138,8 @@ std::vector<KnownSetting> known_settings() {
         rpc_tls, rpc_certificate, rpc_key, rpc_request_size, tell_ends, start_with_session, welcomed,
         combine_width, confirm_end, confirm_removal, confirm_start_over, numwant, crypto, most_peers,
         most_peers_of_all, upload_limit, peer_exchange, dht, dht_nodes, local_discovery, ip_filter,
-        ip_filter_file, port_mapping, torrent_tracker, magnet_trackers, seed_ratio, seed_time, window_layout);
+        ip_filter_file, port_mapping, torrent_tracker, magnet_trackers, seed_ratio, seed_time, window_layout,
+        week, start_time, stop_time);
     std::ranges::sort(all, {}, [](const KnownSetting& one) { return std::tie(one.section, one.key); });
     return all;
 }

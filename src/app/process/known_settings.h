@@ -93,6 +93,9 @@ struct KnownSetting {
 /// Returns all of them, by section and key.
 std::vector<KnownSetting> known_settings();
 
+/// True for a text that is a time of day (parse_time_of_day()).
+bool is_time_of_day(const KnownSetting& setting);
+
 /// Finds the setting of this name ("Section/Key", in any letter case); none when there is no such.
 std::optional<KnownSetting> find_setting(std::string_view name);
 /// Returns "There is no setting NAME.", and the names that it may have been meant for.

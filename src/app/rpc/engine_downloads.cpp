@@ -276,6 +276,8 @@ rpc::Downloads::Added EngineDownloads::add(const rpc::NewJob& job) {
         return {{}, "There is a download " + *whole.options.gid + " already."};
     DraftRequest request = draft_of(whole, default_folder());
     if (request.problem) return {{}, *request.problem};
+    // Where no folder was asked for, it is that of the category that the rules choose.
+    if (!whole.options.folder && request.draft.folder == default_folder()) request.draft.folder.clear();
     const bool is_document = job.kind != rpc::NewJob::Document::none;
     const bool has_place = job.position && !request.draft.paused;
     Added added =

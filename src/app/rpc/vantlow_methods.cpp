@@ -286,6 +286,7 @@ Answer Methods::categories(Params&) {
              {"name", to_utf8(category->name)},
              {"parent", category->parent == nullptr ? Json() : category_id(category->parent->identity)},
              {"folder", to_utf8(category->folder)},
+             {"rule", text_of(engine().rule_of(category->identity))},
              {"jobs", category->jobs.size()}});
     }
     return all;

@@ -4,9 +4,13 @@
 #include <wx/checkbox.h>
 #include <wx/dialog.h>
 #include <wx/dirdlg.h>
+#include <wx/panel.h>
 #include <wx/sizer.h>
 #include <wx/stattext.h>
 #include <wx/textctrl.h>
+#include <wx/wrapsizer.h>
+
+#include <memory>
 
 #include "app/window/model/texts.h"
 #include "app/window/model/translate.h"
@@ -87,6 +91,23 @@ wxTextCtrl* add_folder(wxWindow& parent, wxSizer& grid, const wxString& label, c
     line->Add(browse, wxSizerFlags().Border(wxLEFT, parent.FromDIP(6)));
     grid.Add(line, wxSizerFlags().Expand());
     return text;
+}
+
+wxWindow* make_weekday_boxes(wxWindow& parent, std::int32_t days, std::function<void(std::int32_t)> changed) {
+    auto* const panel = new wxPanel(&parent);
+    auto* const row = new wxWrapSizer(wxHORIZONTAL);
+    const auto now = std::make_shared<std::int32_t>(days);
+    for (const auto& [bit, name] : weekdays()) {
+        auto* const box = new wxCheckBox(panel, wxID_ANY, ui(name));
+        box->SetValue((days & bit) != 0);
+        box->Bind(wxEVT_CHECKBOX, [now, changed, bit = bit](wxCommandEvent& event) {
+            *now = event.IsChecked() ? *now | bit : *now & ~bit;
+            changed(*now);
+        });
+        row->Add(box, wxSizerFlags().Border(wxRIGHT, parent.FromDIP(10)));
+    }
+    panel->SetSizer(row);
+    return panel;
 }
 
 void tell(wxWindow& parent, const wxString& title, const wxString& text) {

@@ -3,6 +3,8 @@
 
 #include <wx/string.h>
 
+#include <functional>
+
 #include "app/window/model/window_model.h"
 #include "store/setting_table.h"
 
@@ -22,6 +24,9 @@ wxTextCtrl* add_text(wxWindow& parent, wxSizer& grid, const wxString& label, con
 /// Adds a field for a folder, with a button that chooses one; `hint`: the folder where it is left empty.
 wxTextCtrl* add_folder(wxWindow& parent, wxSizer& grid, const wxString& label, const std::u16string& folder,
                        const std::u16string& hint);
+
+/// Makes check boxes for the days of a week; `changed` hears the bits of those that are checked.
+wxWindow* make_weekday_boxes(wxWindow& parent, std::int32_t days, std::function<void(std::int32_t)> changed);
 
 /// Tells something that waits for nobody's answer, until it is closed.
 void tell(wxWindow& parent, const wxString& title, const wxString& text);

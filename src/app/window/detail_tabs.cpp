@@ -176,6 +176,15 @@ void DetailTabs::build_segments() {
     page->SetMinimumPaneSize(FromDIP(80));
     page->SetSashGravity(0.4);
     page->SplitVertically(picture_, connection_table_, FromDIP(200));
+    // Its true size is not known before it is seen; from then on the user's own place stays.
+    page->Bind(wxEVT_SIZE, [page, placed = false](wxSizeEvent& event) mutable {
+        event.Skip();
+        const int width = event.GetSize().x;
+        if (placed || width < page->FromDIP(300)) return;
+        placed = true;
+        // Behind the splitter's own answer to the new size, which moves the place along.
+        page->CallAfter([page] { page->SetSashPosition(page->GetSize().x * 2 / 5); });
+    });
     pages_.push_back({Tab::segments, page, ui(tr("Segments")), connection_table_, connections_.get(),
                       server_column, Page::Kind::others});
 }
@@ -187,7 +196,11 @@ void DetailTabs::build_torrent() {
                                                      {Tab::peers, TorrentList::peers},
                                                      {Tab::trackers, TorrentList::trackers}};
     for (const auto& [tab, list] : lists) {
-        TorrentRows& rows = *torrent_rows_.emplace_back(std::make_unique<TorrentRows>(*this, list));
+        TorrentRows& rows =
+            *torrent_rows_.emplace_back(std::make_unique<TorrentRows>(*this, list, model_, [this] {
+                next_report_ = {};
+                look();
+            }));
         pages_.push_back({tab, &rows.table(), rows.title(), &rows.table(), &rows, 0, Page::Kind::torrents});
     }
 }
@@ -295,7 +308,7 @@ bool DetailTabs::look_at_torrent(const Page& page, bool is_other) {
     auto report = model_.engine.torrent_report(details_.job(), part).value_or(TorrentReport());
     torrent_rests_ = report.phase == TorrentReport::Phase::idle;
     if (is_list) {
-        (*list)->take(std::move(report), now);
+        (*list)->take(details_.job(), std::move(report), now);
     } else {
         pieces_->show(report);
     }

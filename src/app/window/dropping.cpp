@@ -33,11 +33,29 @@ class LinkObject : public wxCustomDataObject {
     }
 };
 
+/// Files, or the addresses of a list that names none of this machine (text/uri-list, RFC 2483).
+class FilesObject : public wxFileDataObject {
+  public:
+    using wxFileDataObject::SetData;
+    bool SetData(std::size_t size, const void* data) override {
+        constexpr std::size_t longest = 1U << 20U;
+        const bool is_taken = wxFileDataObject::SetData(size, data);
+        list_.clear();
+        if (is_taken && GetFilenames().empty())
+            list_.assign(static_cast<const char*>(data), std::min(size, longest));
+        return is_taken;
+    }
+    [[nodiscard]] const std::string& list() const noexcept { return list_; }
+
+  private:
+    std::string list_;
+};
+
 /// All forms that are taken, the one that says most first.
 class AnyObject : public wxDataObjectComposite {
   public:
     AnyObject() {
-        Add(files_ = new wxFileDataObject, true);
+        Add(files_ = new FilesObject, true);
         Add(html_ = new wxHTMLDataObject);
         Add(link_ = new LinkObject("UniformResourceLocatorW"));
         Add(moz_link_ = new LinkObject("text/x-moz-url"));
@@ -48,6 +66,7 @@ class AnyObject : public wxDataObjectComposite {
         Dropped dropped;
         if (got == files_) {
             for (const wxString& file : files_->GetFilenames()) dropped.files.push_back(utf8_of(file));
+            if (dropped.files.empty()) dropped.links = links_in_text(files_->list());
         } else if (got == html_) {
             dropped.links = links_in_html(utf8_of(html_->GetHTML()));
             if (dropped.links.empty()) dropped.links = links_in_text(utf8_of(html_->GetHTML()));
@@ -60,7 +79,7 @@ class AnyObject : public wxDataObjectComposite {
     }
 
   private:
-    wxFileDataObject* files_ = nullptr;
+    FilesObject* files_ = nullptr;
     wxHTMLDataObject* html_ = nullptr;
     LinkObject* link_ = nullptr;
     LinkObject* moz_link_ = nullptr;

@@ -46,7 +46,8 @@ bool JobActions::can(Command command) const {
     switch (command) {
         case command_start:
             return any([this](const CJobNode* job) {
-                return job->state == JobState::stopped || job->state == JobState::failed || can_be_shared(*job);
+                return job->state == JobState::stopped || job->state == JobState::failed ||
+                       can_be_shared(*job);
             });
         case command_stop:
             return any([this](const CJobNode* job) {
@@ -258,7 +259,7 @@ std::vector<Guid> JobActions::add(const JobDraft& draft) {
     const Added added = model_.engine.add(draft);
     for (const DraftFault& fault : added.faults) faults_.push_back(sentence_of(fault));
     tell(added.done, {});
-    if (!draft.paused) start(added.jobs);
+    if (!draft.paused && !draft.schedule.starts_by_itself()) start(added.jobs);
     tell_all();
     settle();
     return added.jobs;
@@ -267,12 +268,14 @@ std::vector<Guid> JobActions::add(const JobDraft& draft) {
 void JobActions::add_category(const Guid& parent) {
     const CClassNode* const above = model_.engine.find_category(parent);
     if (above == nullptr) return;
-    const auto form = ask_category(parent_, tr("New category"), {}, above->folder);
+    const auto form = ask_category(parent_, tr("New category"), {}, &above->folder);
     if (!form || form->name.empty()) return;
-    const Done done = form->folder.empty() || absolute_path(form->folder) == form->folder
-                          ? model_.engine.add_category(form->name, form->folder, parent).done
-                          : Done{Done::Fault::bad_value, {}, form->folder};
-    tell(done, shown(form->name));
+    const bool fits = form->folder.empty() || absolute_path(form->folder) == form->folder;
+    const Engine::NewCategory made = fits ? model_.engine.add_category(form->name, form->folder, parent)
+                                          : Engine::NewCategory{{Done::Fault::bad_value}, {}};
+    tell(made.done, shown(form->name));
+    if (made.done.ok() && !form->rule.empty())
+        tell(model_.engine.set_category_rule(made.category, form->rule), shown(form->name));
     tell_all();
     settle();
 }
@@ -280,14 +283,16 @@ void JobActions::add_category(const Guid& parent) {
 void JobActions::edit_category(const Guid& category) {
     const CClassNode* const node = model_.engine.find_category(category);
     if (node == nullptr) return;
-    const CategoryForm before{node->name, node->folder};
-    const std::u16string above = node->parent != nullptr ? node->parent->folder : node->folder;
-    const auto form = ask_category(parent_, tr("Edit category"), before, above);
+    const CategoryForm before{node->name, node->folder, text_of(model_.engine.rule_of(category))};
+    const std::u16string above = node->parent != nullptr ? node->parent->folder : std::u16string();
+    const auto form =
+        ask_category(parent_, tr("Edit category"), before, node->parent != nullptr ? &above : nullptr);
     if (!form) return;
     if (!form->name.empty() && form->name != before.name)
         tell(model_.engine.rename_category(category, form->name), shown(form->name));
     if (form->folder != before.folder)
         tell(model_.engine.set_category_folder(category, form->folder), shown(form->folder));
+    if (form->rule != before.rule) tell(model_.engine.set_category_rule(category, form->rule), form->rule);
     tell_all();
     settle();
 }

@@ -196,7 +196,8 @@ void MainFrame::end() {
     notices_.reset();
     show_notices_by(nullptr);
     tray_.reset();
-    // Dialogs that are open have loops of their own: they end first.
+    // Menus and dialogs that are open have loops of their own: they end first.
+    close_menus();
     for (wxWindow* const window : wxTopLevelWindows) {
         auto* const dialog = dynamic_cast<wxDialog*>(window);
         if (dialog != nullptr && dialog->IsModal()) dialog->EndModal(wxID_CANCEL);

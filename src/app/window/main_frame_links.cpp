@@ -45,7 +45,7 @@ void MainFrame::new_jobs(const std::string& text) {
         for (const std::string& link : read_clipboard().links) links += link + "\n";
     }
     NewJobDialog dialog(*this, model_,
-                        model_.new_jobs.form_of(links, model_.tree.category_for(views_->view())));
+                        model_.new_jobs.form_of(links, model_.tree.chosen_category(views_->view())));
     if (dialog.ShowModal() != wxID_OK || ending_) return;
     const auto added = actions_.add(dialog.draft());
     host_.turn();
@@ -61,7 +61,9 @@ void MainFrame::take_dropped(const Dropped& dropped, const wxPoint& on_screen) {
     if (!dropped.files.empty()) {
         JobDraft draft;
         draft.links = dropped.files;
-        draft.category = category != nullptr ? category->category : model_.tree.category_for(views_->view());
+        const Guid viewed = model_.tree.chosen_category(views_->view());
+        if (!viewed.is_zero()) draft.category = viewed;
+        if (category != nullptr) draft.category = category->category;
         draft.asks_which = true;
         actions_.add(draft);
     }

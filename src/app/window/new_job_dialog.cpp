@@ -10,6 +10,8 @@
 #include <wx/stattext.h>
 #include <wx/textctrl.h>
 
+#include <algorithm>
+
 #include "app/window/confirm.h"
 #include "app/window/model/texts.h"
 #include "app/window/model/translate.h"
@@ -85,6 +87,11 @@ void NewJobDialog::build_places(wxSizer& all) {
             category_->SetSelection(static_cast<int>(categories_.size()) - 1);
     }
     if (category_->GetSelection() < 0) category_->SetSelection(0);
+    category_->Bind(wxEVT_CHOICE, [this](wxCommandEvent& event) {
+        form_.category = categories_[static_cast<std::size_t>(event.GetSelection())];
+        form_.category_is_chosen = true;
+        event.Skip();
+    });
     grid->Add(category_, wxSizerFlags().Expand());
     folder_ = add_folder(*this, *grid, ui(tr("&Folder:")), form_.folder, model_.new_jobs.folder_of(form_));
     name_ = add_text(*this, *grid, ui(tr("&Name:")), ui(to_utf8(form_.name)));
@@ -95,9 +102,15 @@ void NewJobDialog::build_places(wxSizer& all) {
                                   wxSP_ARROW_KEYS, 1, most_connections, form_.connections);
     connections_->SetName(ui(tr("Connections")));
     last->Add(connections_);
-    start_ = new wxCheckBox(this, wxID_ANY, ui(tr("&Start at once")));
-    start_->SetValue(form_.start);
-    last->Add(start_, wxSizerFlags().CentreVertical().Border(wxLEFT, FromDIP(16)));
+    last->Add(new wxStaticText(this, wxID_ANY, ui(tr("&Start:"))),
+              wxSizerFlags().CentreVertical().Border(wxLEFT, FromDIP(16)));
+    start_ = new wxChoice(this, wxID_ANY);
+    start_->SetName(ui(tr("Start")));
+    start_->Append(ui(tr("at once")));
+    start_->Append(ui(tr("by hand")));
+    if (model_.new_jobs.has_plan()) start_->Append(ui(tr("by the week plan")));
+    start_->SetSelection(static_cast<int>(form_.start));
+    last->Add(start_, wxSizerFlags().CentreVertical().Border(wxLEFT, FromDIP(6)));
     expand_ = new wxCheckBox(this, wxID_ANY, ui(tr("&Expand [1-20] and [a-z]")));
     expand_->SetValue(form_.expand);
     last->Add(expand_, wxSizerFlags().CentreVertical().Border(wxLEFT, FromDIP(16)));
@@ -115,6 +128,13 @@ void NewJobDialog::build_more(wxSizer& all) {
     password_ = add_text(*pane, *grid, ui(tr("Pass&word:")), ui(to_utf8(form_.password)), wxTE_PASSWORD);
     limit_ = add_text(*pane, *grid, ui(tr("Speed &limit:")), ui(form_.limit));
     limit_->SetHint(ui(tr("bytes a second: 500K, 2M")));
+    start_time_ = add_text(*pane, *grid, ui(tr("Beg&in at:")), ui(form_.times.start));
+    start_time_->SetHint(ui(tr("22:00, or 2026-11-27 22:00")));
+    stop_time_ = add_text(*pane, *grid, ui(tr("S&top at:")), ui(form_.times.stop));
+    grid->Add(new wxStaticText(pane, wxID_ANY, ui(tr("Every week on:"))), wxSizerFlags().CentreVertical());
+    grid->Add(make_weekday_boxes(*pane, parse_weekdays(form_.times.days).value_or(0),
+                                 [this](std::int32_t days) { form_.times.days = weekdays_text(days); }),
+              wxSizerFlags().Expand());
     hash_ = add_text(*pane, *grid, ui(tr("&Hash:")), ui(form_.hash));
     hash_->SetHint("sha256:...");
     referer_ = add_text(*pane, *grid, ui(tr("&Referer:")), ui(to_utf8(form_.referer)));
@@ -132,12 +152,12 @@ void NewJobDialog::build_more(wxSizer& all) {
 
 void NewJobDialog::read() {
     form_.addresses = utf8_of(addresses_->GetValue());
-    const int category = category_->GetSelection();
-    if (category >= 0) form_.category = categories_[static_cast<std::size_t>(category)];
     form_.folder = wide_of(folder_->GetValue());
     form_.name = wide_of(name_->GetValue());
     form_.connections = connections_->GetValue();
-    form_.start = start_->GetValue();
+    form_.start = static_cast<NewJobForm::Start>(start_->GetSelection());
+    form_.times.start = utf8_of(start_time_->GetValue());
+    form_.times.stop = utf8_of(stop_time_->GetValue());
     form_.expand = expand_->GetValue();
     form_.user = wide_of(user_->GetValue());
     form_.password = wide_of(password_->GetValue());
@@ -168,6 +188,13 @@ void NewJobDialog::look_at_files() {
     for (unsigned i = 0; i < files_->GetCount(); ++i) form_.chosen.push_back(files_->IsChecked(i));
 }
 
+// Until a person chooses one, the category is that of the rules.
+void NewJobDialog::look_at_category() {
+    form_.category = model_.new_jobs.category_of(form_);
+    const auto at = std::ranges::find(categories_, form_.category);
+    if (at != categories_.end()) category_->SetSelection(static_cast<int>(at - categories_.begin()));
+}
+
 // Says what is wrong, or what will be done, while it is typed.
 wxString NewJobDialog::note() const {
     const auto faults = model_.new_jobs.check(form_);
@@ -190,6 +217,7 @@ wxString NewJobDialog::note() const {
 void NewJobDialog::look() {
     if (ok_ == nullptr || comment_ == nullptr) return;  // it is being built
     read();
+    look_at_category();
     look_at_files();
     folder_->SetHint(ui(shown(model_.new_jobs.folder_of(form_))));
     note_->SetLabel(note());

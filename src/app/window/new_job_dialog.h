@@ -31,6 +31,7 @@ class NewJobDialog : public wxDialog {
     void build_files(wxSizer& all);
     void read();
     void look_at_files();
+    void look_at_category();
     void look();
     [[nodiscard]] wxString note() const;
 
@@ -45,7 +46,9 @@ class NewJobDialog : public wxDialog {
     wxTextCtrl* folder_ = nullptr;
     wxTextCtrl* name_ = nullptr;
     wxSpinCtrl* connections_ = nullptr;
-    wxCheckBox* start_ = nullptr;
+    wxChoice* start_ = nullptr;
+    wxTextCtrl* start_time_ = nullptr;
+    wxTextCtrl* stop_time_ = nullptr;
     wxCheckBox* expand_ = nullptr;
     wxTextCtrl* user_ = nullptr;
     wxTextCtrl* password_ = nullptr;

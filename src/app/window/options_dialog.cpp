@@ -19,11 +19,23 @@
 #include "app/window/confirm.h"
 #include "app/window/model/translate.h"
 #include "app/window/words.h"
+#include "base/text.h"
 
 namespace vantlow {
 namespace {
 
 constexpr int wrapped_at = 520;  // device-independent pixels
+
+// The system's grey is for what cannot be used, and too light to be read at length.
+wxColour quiet_ink() {
+    const wxColour ink = wxSystemSettings::GetColour(wxSYS_COLOUR_WINDOWTEXT);
+    const wxColour paper = wxSystemSettings::GetColour(wxSYS_COLOUR_WINDOW);
+    const auto mixed = [](unsigned char one, unsigned char other) {
+        return static_cast<unsigned char>((one * 2 + other) / 3);
+    };
+    return {mixed(ink.Red(), paper.Red()), mixed(ink.Green(), paper.Green()),
+            mixed(ink.Blue(), paper.Blue())};
+}
 
 // A check box does not break its label by itself.
 wxString wrapped(wxWindow& room, const wxString& text) {
@@ -100,6 +112,7 @@ void OptionsDialog::show_lines(const std::vector<SettingLine>& lines) {
     if (lines.empty()) all->Add(new wxStaticText(room_, wxID_ANY, ui(tr("No option holds these words."))));
     room_->SetSizer(all);
     room_->FitInside();
+    room_->Layout();  // once more where a scroll bar has come or gone
     room_->Scroll(0, 0);
     room_->Thaw();
 }
@@ -144,7 +157,7 @@ void OptionsDialog::add_line(wxSizer& all, const SettingLine& line) {
     }
     all.Add(row, wxSizerFlags().Expand().Border(wxTOP, FromDIP(2)));
     auto* const help = new wxStaticText(room_, wxID_ANY, as_label(line.help));
-    help->SetForegroundColour(wxSystemSettings::GetColour(wxSYS_COLOUR_GRAYTEXT));
+    help->SetForegroundColour(quiet_ink());
     help->Wrap(FromDIP(wrapped_at));
     all.Add(help, wxSizerFlags().Expand().Border(wxBOTTOM, FromDIP(10)));
 }
@@ -169,6 +182,11 @@ wxWindow* OptionsDialog::make_editor(const SettingLine& line) {
             if (chosen >= 0) set(line, line.choices[static_cast<std::size_t>(chosen)].first);
         });
         return choice;
+    }
+    if (line.editor == Editor::weekdays) {
+        const auto days = static_cast<std::int32_t>(parse_decimal(line.value).value_or(0));
+        return make_weekday_boxes(*room_, days,
+                                  [this, line](std::int32_t now) { set(line, std::to_string(now)); });
     }
     // A number may have more digits than a spin control takes, and "out of bounds" is better said than bent.
     auto* const text =

@@ -1,6 +1,7 @@
 #include "app/window/properties_dialog.h"
 
 #include <wx/button.h>
+#include <wx/checkbox.h>
 #include <wx/dialog.h>
 #include <wx/sizer.h>
 #include <wx/stattext.h>
@@ -11,6 +12,7 @@
 #include "app/window/model/texts.h"
 #include "app/window/model/translate.h"
 #include "app/window/words.h"
+#include "engine/schedule_texts.h"
 
 namespace vantlow {
 namespace {
@@ -34,22 +36,26 @@ std::vector<Field> fields() {
         {Property::cookie, ui(tr("Cookies:")), {}},
         {Property::agent, ui(tr("User a&gent:")), {}},
         {Property::proxy, ui(tr("&Proxy:")), {}},
+        {Property::start_time, ui(tr("Beg&in at:")), ui(tr("22:00, or 2026-11-27 22:00"))},
+        {Property::stop_time, ui(tr("S&top at:")), {}},
     };
 }
 
 class PropertiesDialog : public wxDialog {
   public:
-    PropertiesDialog(wxWindow& parent, JobProperties& properties);
+    PropertiesDialog(wxWindow& parent, JobProperties& properties, bool has_plan);
 
   private:
     void add(const Field& field, wxSizer& grid);
+    void add_days(wxSizer& grid);
+    void add_plan(wxSizer& all);
     void look();
 
     JobProperties& properties_;
     wxStaticText* note_ = nullptr;
 };
 
-PropertiesDialog::PropertiesDialog(wxWindow& parent, JobProperties& properties)
+PropertiesDialog::PropertiesDialog(wxWindow& parent, JobProperties& properties, bool has_plan)
     : wxDialog(&parent, wxID_ANY, ui(tr("Properties")), wxDefaultPosition, wxDefaultSize,
                wxDEFAULT_DIALOG_STYLE | wxRESIZE_BORDER),
       properties_(properties) {
@@ -64,7 +70,9 @@ PropertiesDialog::PropertiesDialog(wxWindow& parent, JobProperties& properties)
     for (const Field& field : fields()) {
         if (properties_.has(field.property)) add(field, *grid);
     }
+    add_days(*grid);
     all->Add(grid, wxSizerFlags(1).Expand().Border(wxALL, FromDIP(10)));
+    if (properties_.value(Property::plan) == "1" || has_plan) add_plan(*all);
     note_ =
         new wxStaticText(this, wxID_ANY, wxString(), wxDefaultPosition, wxDefaultSize, wxST_ELLIPSIZE_END);
     all->Add(note_, wxSizerFlags().Expand().Border(wxALL, FromDIP(10)));
@@ -91,11 +99,33 @@ void PropertiesDialog::add(const Field& field, wxSizer& grid) {
     });
 }
 
+void PropertiesDialog::add_days(wxSizer& grid) {
+    grid.Add(new wxStaticText(this, wxID_ANY, ui(tr("Every week on:"))), wxSizerFlags().CentreVertical());
+    const std::string days = properties_.value(Property::days).value_or("");
+    grid.Add(make_weekday_boxes(*this, parse_weekdays(days).value_or(0),
+                                [this](std::int32_t now) {
+                                    properties_.set(Property::days, weekdays_text(now));
+                                    look();
+                                }),
+             wxSizerFlags().Expand());
+}
+
+void PropertiesDialog::add_plan(wxSizer& all) {
+    auto* const box = new wxCheckBox(this, wxID_ANY, ui(tr("Run &by the week plan")));
+    box->SetValue(properties_.value(Property::plan) == "1");
+    box->Bind(wxEVT_CHECKBOX, [this](wxCommandEvent& event) {
+        properties_.set(Property::plan, event.IsChecked() ? "1" : "");
+        look();
+    });
+    all.Add(box, wxSizerFlags().Border(wxLEFT | wxRIGHT, FromDIP(10)));
+}
+
 void PropertiesDialog::look() {
     const std::string fault = properties_.fault();
-    note_->SetLabel(fault.empty()
-                        ? ui(tr("Addresses and the limit hold at once, the rest from the next start on."))
-                        : as_label(fault));
+    note_->SetLabel(
+        fault.empty()
+            ? ui(tr("Addresses, the limit and times hold at once, the rest from the next start on."))
+            : as_label(fault));
     if (wxWindow* const ok = FindWindow(wxID_OK)) ok->Enable(fault.empty());
 }
 
@@ -105,7 +135,8 @@ bool edit_properties(wxWindow& parent, Engine& engine, const std::vector<Guid>& 
                      std::vector<std::string>& faults) {
     JobProperties properties(engine, jobs);
     if (properties.jobs().empty()) return false;
-    if (PropertiesDialog(parent, properties).ShowModal() != wxID_OK) return false;
+    if (PropertiesDialog(parent, properties, engine.week_plan().days != 0).ShowModal() != wxID_OK)
+        return false;
     const JobEdit edit = properties.edit();
     // Jobs may have gone while the dialog was open: operations go by their identities.
     for (const Guid& job : properties.jobs()) {

@@ -29,6 +29,11 @@ class RowSource {
         static_cast<void>(row);
         return 0;
     }
+    /// True where the check box in front of the row is checked; see RowTable::Events::checked.
+    [[nodiscard]] virtual bool is_checked(std::size_t row) const {
+        static_cast<void>(row);
+        return false;
+    }
     /// The colour of a row's text; an invalid one: the system's.
     [[nodiscard]] virtual wxColour ink(std::size_t row) const {
         static_cast<void>(row);
@@ -53,6 +58,9 @@ class RowTable : public NativePane {
         std::function<void()> menu;                            ///< the context menu is wanted
         std::function<void(int column, bool further)> header;  ///< a click; further: with Shift held
         std::function<void()> dragged;                         ///< the selection is dragged away
+        /// The box of a row was clicked, and asks for this. Rows have boxes where it is set; no pictures
+        /// then.
+        std::function<void(std::size_t, bool)> checked;
     };
     /// `name`: for screen readers and tests. `pictures` may be empty: none are shown.
     RowTable(wxWindow* parent, const wxString& name, const RowSource& source,

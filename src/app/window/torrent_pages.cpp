@@ -1,27 +1,124 @@
 #include "app/window/torrent_pages.h"
 
+#include <wx/menu.h>
 #include <wx/sizer.h>
+#include <wx/textdlg.h>
 
+#include <algorithm>
+#include <map>
 #include <utility>
 
+#include "app/window/confirm.h"
+#include "app/window/model/texts.h"
 #include "app/window/model/translate.h"
 #include "app/window/system.h"
 #include "app/window/words.h"
+#include "base/text.h"
 
 namespace vantlow {
 namespace {
 
 constexpr std::size_t most_single_rows = 200;
 
+enum Item : int {
+    item_first = wxID_HIGHEST + 1,
+    item_sequential = item_first + 10,
+    item_ends_first,
+    item_add,
+    item_remove
+};
+
 }  // namespace
 
-TorrentRows::TorrentRows(wxWindow& parent, TorrentList list) : list_(list) {
-    table_ = new RowTable(&parent, title(), *this);
+TorrentRows::TorrentRows(wxWindow& parent, TorrentList list, const WindowModel& model,
+                         std::function<void()> changed)
+    : list_(list), model_(model), changed_(std::move(changed)) {
+    RowTable::Events events;
+    if (list == TorrentList::files) {
+        events.menu = [this] { pop_up_files(); };
+        events.checked = [this](std::size_t row, bool is_wanted) {
+            want({row}, is_wanted ? FilePriority::normal : FilePriority::skip);
+        };
+        events.opened = [this](std::size_t row) {
+            want({row}, is_checked(row) ? FilePriority::skip : FilePriority::normal);
+        };
+    }
+    if (list == TorrentList::trackers) events.menu = [this] { pop_up_trackers(); };
+    table_ = new RowTable(&parent, title(), *this, {}, std::move(events));
     std::vector<TableColumn> columns;
     for (const TorrentColumn& column : list_.columns())
         columns.push_back(
             {static_cast<int>(columns.size()), ui(tr(column.title)), column.width, column.is_number});
     table_->set_columns(columns);
+}
+
+bool TorrentRows::is_checked(std::size_t row) const {
+    return list_.priority(row) != FilePriority::skip;
+}
+
+void TorrentRows::pop_up_files() {
+    const std::vector<std::size_t> rows = table_->selection();
+    wxMenu menu;
+    for (const FilePriority priority :
+         {FilePriority::high, FilePriority::normal, FilePriority::low, FilePriority::skip}) {
+        const int id = item_first + static_cast<int>(priority);
+        menu.AppendRadioItem(id, as_label(text_of(priority)))->Enable(!rows.empty());
+        if (!rows.empty() && list_.priority(rows.front()) == priority) menu.Check(id, true);
+    }
+    menu.AppendSeparator();
+    menu.AppendCheckItem(item_sequential, ui(tr("Pieces in their &order")))->Check(is_sequential_);
+    menu.AppendCheckItem(item_ends_first, ui(tr("Ends of files &first")))->Check(has_ends_first_);
+    const int chosen = table_->GetPopupMenuSelectionFromUser(menu);
+    if (chosen >= item_first && chosen < item_sequential)
+        return want(rows, static_cast<FilePriority>(chosen - item_first));
+    JobEdit edit;
+    if (chosen == item_sequential) edit.sequential = !is_sequential_;
+    if (chosen == item_ends_first) edit.ends_first = !has_ends_first_;
+    if (edit.sequential || edit.ends_first) end(model_.engine.change(job_, edit));
+}
+
+void TorrentRows::want(const std::vector<std::size_t>& rows, FilePriority priority) {
+    std::map<std::size_t, FilePriority> wanted;
+    for (const std::size_t row : rows) wanted[row + 1] = priority;
+    if (!wanted.empty()) end(model_.engine.choose_files(job_, wanted));
+}
+
+void TorrentRows::pop_up_trackers() {
+    const std::vector<std::size_t> rows = table_->selection();
+    wxMenu menu;
+    menu.Append(item_add, ui(tr("&Add trackers...")));
+    menu.Append(item_remove, ui(tr("&Remove")))->Enable(!rows.empty());
+    const int chosen = table_->GetPopupMenuSelectionFromUser(menu);
+    if (chosen == item_add) add_trackers();
+    if (chosen == item_remove) remove_trackers(rows);
+}
+
+void TorrentRows::add_trackers() {
+    const Guid job = job_;
+    wxTextEntryDialog dialog(table_, ui(tr("Addresses of trackers, one in each line:")), ui(tr("Trackers")),
+                             wxString(), wxOK | wxCANCEL | wxCENTRE | wxTE_MULTILINE);
+    name_buttons(dialog);
+    if (dialog.ShowModal() != wxID_OK) return;
+    std::vector<std::string> trackers = model_.engine.trackers(job);
+    const std::string text = utf8_of(dialog.GetValue());
+    for (const std::string_view line : split(text, '\n')) {
+        if (!trim(line).empty()) trackers.emplace_back(trim(line));
+    }
+    end(model_.engine.set_trackers(job, trackers));
+}
+
+// The rows stand in the order of the job's trackers.
+void TorrentRows::remove_trackers(const std::vector<std::size_t>& rows) {
+    std::vector<std::string> trackers = model_.engine.trackers(job_);
+    for (auto row = rows.rbegin(); row != rows.rend(); ++row) {
+        if (*row < trackers.size()) trackers.erase(trackers.begin() + static_cast<std::ptrdiff_t>(*row));
+    }
+    end(model_.engine.set_trackers(job_, trackers));
+}
+
+void TorrentRows::end(const Done& done) {
+    if (!done.ok()) tell(*table_, title(), ui(sentence_of(done)));
+    table_->CallAfter([changed = changed_] { changed(); });
 }
 
 wxString TorrentRows::cell(std::size_t row, int column) const {
@@ -32,7 +129,10 @@ wxString TorrentRows::title() const {
     return ui(list_.title());
 }
 
-void TorrentRows::take(TorrentReport report, Clock::time_point now) {
+void TorrentRows::take(const Guid& job, TorrentReport report, Clock::time_point now) {
+    job_ = job;
+    is_sequential_ = report.is_sequential;
+    has_ends_first_ = report.has_ends_first;
     const TorrentTable::News news = list_.take(std::move(report), now);
     if (news.is_other || news.removed.size() + news.inserted.size() > most_single_rows)
         return table_->reset();

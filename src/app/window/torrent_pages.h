@@ -4,27 +4,44 @@
 #include <wx/panel.h>
 #include <wx/stattext.h>
 
+#include <functional>
+
 #include "app/window/drawn.h"
 #include "app/window/model/torrent_tables.h"
+#include "app/window/model/window_model.h"
 #include "app/window/row_table.h"
 
 namespace vantlow {
 
-/// One of the lists, with its table, which the parent owns.
+/// One of the lists, with its table, which the parent owns. Files are chosen and trackers changed here.
 class TorrentRows : public RowSource {
   public:
-    TorrentRows(wxWindow& parent, TorrentList list);
+    /// `changed`: something was changed, and a new report tells more.
+    TorrentRows(wxWindow& parent, TorrentList list, const WindowModel& model, std::function<void()> changed);
 
     [[nodiscard]] std::size_t rows() const override { return list_.rows(); }
     [[nodiscard]] wxString cell(std::size_t row, int column) const override;
+    [[nodiscard]] bool is_checked(std::size_t row) const override;
     [[nodiscard]] wxString title() const;
     [[nodiscard]] unsigned part() const noexcept { return list_.part(); }
     [[nodiscard]] RowTable& table() noexcept { return *table_; }
-    /// Shows a report that has the list's part. Rows that stay keep their place and selection.
-    void take(TorrentReport report, Clock::time_point now);
+    /// Shows a report of a job that has the list's part. Rows that stay keep their place and selection.
+    void take(const Guid& job, TorrentReport report, Clock::time_point now);
 
   private:
+    void pop_up_files();
+    void pop_up_trackers();
+    void want(const std::vector<std::size_t>& rows, FilePriority priority);
+    void add_trackers();
+    void remove_trackers(const std::vector<std::size_t>& rows);
+    void end(const Done& done);
+
     TorrentTable list_;
+    const WindowModel& model_;
+    std::function<void()> changed_;
+    Guid job_;
+    bool is_sequential_ = false;  ///< as the last report has it, and so the next one
+    bool has_ends_first_ = false;
     RowTable* table_ = nullptr;
 };
 

@@ -8,6 +8,7 @@
 #include "app/cli/store/store_command.h"
 #include "app/terminal/quantities.h"
 #include "base/text.h"
+#include "engine/schedule_texts.h"
 
 namespace vantlow {
 namespace {
@@ -17,6 +18,7 @@ struct AddOptions {
     SeedOptions seed;
     std::string category;
     bool paused = false;
+    TimesWish times;
 };
 
 // Says that the limit for each server holds, which is the program's, so that a single job does not raise it.
@@ -43,19 +45,25 @@ Exit run_add(StoreCommand& command, const AddOptions& options) {
         complain(*complaint);
         return Exit::failed;
     }
-    const CClassNode* category = command.engine.first_category();
-    if (!options.category.empty()) category = find_category(command, options.category);
-    if (category == nullptr) return Exit::failed;
+    const CClassNode* category = nullptr;
+    if (!options.category.empty()) {
+        category = find_category(command, options.category);
+        if (category == nullptr) return Exit::failed;
+    }
+    const WallClock& clock = command.engine.clock();
+    const auto times = read_times(options.times, clock.now(), clock);
+    if (!times) return complain(std::string(times_complaint), Exit::usage);
     tell_of_server_limit(command, options.job);
     JobOptions asked = options.job;
     asked.limits_each = true;
     // As for `get`, files go to the current folder where neither another one nor a category with one is
     // named.
-    JobDraft draft = draft_of(asked, options.category.empty() ? u"." : category->folder);
+    JobDraft draft = draft_of(asked, category == nullptr ? u"." : category->folder);
     keep_seed_options(options.seed, draft);
     draft.links = std::move(links);
-    draft.category = category->identity;
+    if (category != nullptr) draft.category = category->identity;
     draft.paused = options.paused;
+    draft.schedule.times = *times;
     const Added added = command.engine.add(draft);
     for (const DraftFault& fault : added.faults) complain(text_of(fault));
     nlohmann::ordered_json ids = nlohmann::ordered_json::array();
@@ -86,8 +94,11 @@ void add_add_command(CommandSet& commands) {
     add_job_options(add, options->job);
     add.add_option("--limit", options->job.limit, "Bytes a second for each of these jobs (500K, 2M)");
     add.add_option("--category", options->category,
-                   "The category for the jobs; without --dir their files go to its folder");
+                   "The category for the jobs; without --dir their files go to its folder (default: as the "
+                   "rules of the categories say)");
     add_seed_options(add, options->seed);
+    add.add_option("--at", options->times.start, "When to start: 22:00, or 2026-11-27T22:00");
+    add.add_option("--until", options->times.stop, "When to stop");
     add.add_flag("--paused", options->paused, "Let the jobs wait for 'vantlow start'");
 }
 

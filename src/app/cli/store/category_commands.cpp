@@ -18,6 +18,7 @@ struct CategoryOptions {
     std::string other;  ///< a new name, or the category above
     std::string folder;
     std::vector<std::string> ids;
+    std::vector<std::string> rule;
 };
 using Shared = std::shared_ptr<CategoryOptions>;
 
@@ -38,6 +39,7 @@ Exit run_list(StoreCommand& command) {
                                                           : ordered_json(to_utf8(node->parent->name))},
                        {"folder", to_utf8(node->folder)},
                        {"depth", depth_of(*node)},
+                       {"rule", text_of(command.engine.rule_of(node->identity))},
                        {"jobs", node->jobs.size()}});
         text += std::string(static_cast<std::size_t>(depth_of(*node)) * 2, ' ') + printable(name) + "  (" +
                 std::to_string(node->jobs.size()) + ")  " + printable(to_utf8(node->folder)) + "\n";
@@ -74,6 +76,20 @@ Exit run_folder(StoreCommand& command, const CategoryOptions& options) {
     const bool is_own = !options.folder.empty();
     const std::u16string folder = is_own ? absolute_path(to_utf16(options.folder)) : std::u16string();
     return exit_of(command.engine.set_category_folder(node->identity, folder), options.folder);
+}
+
+Exit run_rule(StoreCommand& command, const CategoryOptions& options) {
+    const CClassNode* const node = find_category(command, options.name);
+    if (node == nullptr) return Exit::failed;
+    if (options.rule.empty()) {
+        const std::string rule = text_of(command.engine.rule_of(node->identity));
+        print_answer(command.global, rule, rule.empty() ? rule : rule + "\n");
+        return Exit::done;
+    }
+    std::string text;
+    for (const std::string& word : options.rule) text += word + " ";
+    if (options.rule.size() == 1 && options.rule[0] == "none") text.clear();
+    return exit_of(command.engine.set_category_rule(node->identity, text), "The rule \"" + text + "\"");
 }
 
 Exit run_move(StoreCommand& command, const CategoryOptions& options) {
@@ -126,6 +142,14 @@ void add_category_commands(CommandSet& commands) {
             add("folder", "Choose the folder of jobs that are added from now on", run_folder);
         app.add_option("NAME", options->name, "The category's name or path")->required();
         app.add_option("FOLDER", options->folder, "The folder; none: that of the category above");
+    }
+    {
+        const auto [app, options] =
+            add("rule", "Choose which new jobs without a category of their own are filed there", run_rule);
+        app.add_option("NAME", options->name, "The category's name or path")->required();
+        app.add_option("RULE", options->rule,
+                       "Endings of files (.iso .mp4) and hosts of servers (example.org); none: no rule. "
+                       "Nothing: prints it");
     }
     {
         const auto [app, options] = add("move", "Move a category below another one", run_move);

@@ -39,8 +39,10 @@ Exit run_list(CFerrywellApp& app, const GlobalOptions& global) {
         for (const auto& [key, value] : values) {
             const std::string value_text = shown_value(section, key, value);
             const std::string name = to_utf8(section) + "/" + to_utf8(key);
-            if (const Complaint complaint = complaint_of(name, to_utf8(value)))
-                complain(*complaint + " The stored value has no effect.");
+            // Rules have the names of their categories.
+            const Complaint complaint =
+                iequals(section, rules_section) ? std::nullopt : complaint_of(name, to_utf8(value));
+            if (complaint) complain(*complaint + " The stored value has no effect.");
             json[to_utf8(section)][to_utf8(key)] = value_text;
             text.append(printable(name + "=" + value_text)).append("\n");
         }

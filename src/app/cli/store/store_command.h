@@ -21,6 +21,7 @@ void add_steer_commands(CommandSet& commands);        ///< stop, remove (`start`
 void add_change_commands(CommandSet& commands);       ///< change, limit, check, undo
 void add_torrent_job_commands(CommandSet& commands);  ///< torrent peers, trackers, files, pieces, check
 void add_category_commands(CommandSet& commands);     ///< category ..., move
+void add_schedule_command(CommandSet& commands);      ///< schedule ...
 void add_list_file_commands(CommandSet& commands);    ///< export, import
 void add_question_commands(CommandSet& commands);     ///< questions, answer
 void add_settings_commands(CommandSet& commands);     ///< settings ...

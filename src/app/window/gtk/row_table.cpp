@@ -13,10 +13,12 @@ namespace {
 /// Answers GTK while it draws.
 class Model : public wxDataViewVirtualListModel {
   public:
-    Model(const RowSource& source, const std::vector<wxBitmapBundle>& pictures)
+    using Checked = std::function<void(std::size_t, bool)>;
+    Model(const RowSource& source, const std::vector<wxBitmapBundle>& pictures, Checked checked)
         : wxDataViewVirtualListModel(static_cast<unsigned>(source.rows())),
           source_(source),
-          pictures_(pictures) {}
+          pictures_(pictures),
+          checked_(std::move(checked)) {}
 
     std::vector<TableColumn> columns;
 
@@ -24,6 +26,12 @@ class Model : public wxDataViewVirtualListModel {
         const int id = column < columns.size() ? columns[column].id : 0;
         const bool there = row < source_.rows();
         const wxString text = there ? source_.cell(row, id) : wxString();
+        if (column == 0 && checked_) {
+            const bool is_checked = there && source_.is_checked(row);
+            value << wxDataViewCheckIconText(text, wxBitmapBundle(),
+                                             is_checked ? wxCHK_CHECKED : wxCHK_UNCHECKED);
+            return;
+        }
         if (column != 0 || pictures_.empty()) {
             value = text;
             return;
@@ -31,8 +39,12 @@ class Model : public wxDataViewVirtualListModel {
         const auto picture = static_cast<std::size_t>(there ? source_.picture(row) : 0);
         value << wxDataViewIconText(text, pictures_[std::min(picture, pictures_.size() - 1)]);
     }
-    bool SetValueByRow(const wxVariant& /*value*/, unsigned /*row*/, unsigned /*column*/) override {
-        return false;
+    bool SetValueByRow(const wxVariant& value, unsigned row, unsigned /*column*/) override {
+        if (!checked_ || row >= source_.rows()) return false;
+        wxDataViewCheckIconText wish;
+        wish << value;
+        checked_(row, wish.GetCheckedState() == wxCHK_CHECKED);
+        return true;
     }
     bool GetAttrByRow(unsigned row, unsigned /*column*/, wxDataViewItemAttr& attributes) const override {
         const wxColour ink = row < source_.rows() ? source_.ink(row) : wxColour();
@@ -43,6 +55,7 @@ class Model : public wxDataViewVirtualListModel {
   private:
     const RowSource& source_;
     const std::vector<wxBitmapBundle> pictures_;
+    const Checked checked_;
 };
 
 }  // namespace
@@ -53,7 +66,7 @@ struct RowTable::Control : public wxDataViewCtrl {
         SetName(name);
         name_for_readers(*this, name);
         has_pictures = !pictures.empty();
-        model = new Model(table.source_, pictures);
+        model = new Model(table.source_, pictures, table.events_.checked);
         AssociateModel(model.get());
         Bind(wxEVT_DATAVIEW_SELECTION_CHANGED,
              [this](wxDataViewEvent&) { owner.note_selection(owner.events_.selected); });
@@ -82,7 +95,9 @@ struct RowTable::Control : public wxDataViewCtrl {
             const wxAlignment align = column.is_number ? wxALIGN_RIGHT : wxALIGN_LEFT;
             const int flags = wxDATAVIEW_COL_RESIZABLE | wxDATAVIEW_COL_REORDERABLE;
             wxDataViewRenderer* renderer = nullptr;
-            if (i == 0 && has_pictures) {
+            if (i == 0 && owner.events_.checked) {
+                renderer = new wxDataViewCheckIconTextRenderer(wxDATAVIEW_CELL_ACTIVATABLE, align);
+            } else if (i == 0 && has_pictures) {
                 renderer = new wxDataViewIconTextRenderer("wxDataViewIconText", wxDATAVIEW_CELL_INERT, align);
             } else {
                 renderer = new wxDataViewTextRenderer("string", wxDATAVIEW_CELL_INERT, align);

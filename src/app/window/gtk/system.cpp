@@ -48,6 +48,8 @@ void* handle_of(wxWindow& /*window*/) {
 
 void show_notices_by(wxTaskBarIcon* /*tray*/) {}
 
+void close_menus() noexcept {}
+
 struct ClipboardWatch::State {
     std::function<void()> changed;
     gulong handler = 0;

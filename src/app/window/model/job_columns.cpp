@@ -160,6 +160,8 @@ std::string RowFacts::cell(Column column) const {
             return live != nullptr ? time_left_text(live->seconds_left()) : std::string();
         case Column::state:
             if (is_to_be_shared(job)) return tr("sharing");
+            if (job.state == JobState::stopped && job.start_mode == start_mode::by_schedule)
+                return tr("by schedule");
             return state_text(live != nullptr && live->awaits_place ? JobState::waiting : job.state);
         case Column::category:
             return shown(category.name);

@@ -80,6 +80,11 @@ std::vector<DetailLine> JobDetails::lines() const {
         if (job->sources->whole) add(tr("Hash"), digest_text(*job->sources->whole));
     }
     add(tr("Connections"), std::to_string(job->thread_limit()));
+    if (const auto next = engine_.next_action_of(*job)) {
+        const std::string at = moment_text(next->at);
+        add(tr("Schedule"), next->action == schedule_action::start ? fill(tr("starts %1"), {at})
+                                                                   : fill(tr("stops %1"), {at}));
+    }
     if (job->rules && job->rules->speed_limit > 0)
         add(tr("Speed limit"), speed_text(static_cast<double>(job->rules->speed_limit)));
     add(tr("User name"), shown(job->user));

@@ -8,6 +8,7 @@
 #include "app/window/model/texts.h"
 #include "app/window/model/translate.h"
 #include "base/text.h"
+#include "engine/schedule_texts.h"
 #include "store/address.h"
 #include "store/proxies.h"
 
@@ -52,8 +53,17 @@ std::string mirrors_text(const CJobNode& job) {
     return text;
 }
 
-std::string value_of(const CJobNode& job, Property property) {
+std::string value_of(const Engine& engine, const CJobNode& job, Property property) {
+    const auto wish = [&] { return wish_of(times_of(job), engine.clock()); };
     switch (property) {
+        case Property::plan:
+            return schedule_of(job).by_plan ? "1" : "";
+        case Property::start_time:
+            return wish().start;
+        case Property::stop_time:
+            return wish().stop;
+        case Property::days:
+            return wish().days;
         case Property::mirrors:
             return mirrors_text(job);
         case Property::limit:
@@ -83,12 +93,12 @@ std::optional<std::int32_t> connections_of(std::string_view text) {
 
 }  // namespace
 
-JobProperties::JobProperties(const Engine& engine, const std::vector<Guid>& jobs) {
+JobProperties::JobProperties(const Engine& engine, const std::vector<Guid>& jobs) : engine_(engine) {
     for (const Guid& id : jobs) {
         const CJobNode* const job = engine.find(id);
         if (job == nullptr) continue;
         for (std::size_t i = 0; i < property_count; ++i) {
-            const std::string value = value_of(*job, static_cast<Property>(i));
+            const std::string value = value_of(engine, *job, static_cast<Property>(i));
             if (jobs_.empty()) {
                 before_[i] = value;
             } else if (before_[i] != value) {
@@ -143,7 +153,30 @@ std::string JobProperties::fault_of(Property property, const std::string& text) 
     }
 }
 
+// What the field holds now; empty where the jobs differ.
+std::string JobProperties::text_of(Property property) const {
+    const auto& now = now_[index_of(property)];
+    return now ? *now : before_[index_of(property)].value_or("");
+}
+
+bool JobProperties::has_new_times() const {
+    return std::ranges::any_of(
+        std::array{Property::plan, Property::start_time, Property::stop_time, Property::days},
+        [this](Property property) { return now_[index_of(property)].has_value(); });
+}
+
+std::optional<JobSchedule> JobProperties::schedule() const {
+    if (text_of(Property::plan) == "1") return JobSchedule{true, {}};
+    const TimesWish wish{text_of(Property::start_time), text_of(Property::stop_time),
+                         text_of(Property::days)};
+    auto times = read_times(wish, engine_.clock().now(), engine_.clock());
+    if (!times) return std::nullopt;
+    return JobSchedule{false, std::move(*times)};
+}
+
 std::string JobProperties::fault() const {
+    if (has_new_times() && !schedule())
+        return tr("Times are like 22:00 or 2026-11-27 22:00, the end behind the start.");
     for (std::size_t i = 0; i < property_count; ++i) {
         if (!now_[i]) continue;
         if (std::string fault = fault_of(static_cast<Property>(i), *now_[i]); !fault.empty()) return fault;
@@ -159,6 +192,7 @@ JobEdit JobProperties::edit() const {
     }
     const auto& limit = now_[index_of(Property::limit)];
     if (limit) edit.speed_limit = limit->empty() ? 0 : parse_rate(*limit);
+    if (has_new_times()) edit.schedule = schedule();
     if (const auto& mirrors = now_[index_of(Property::mirrors)]) edit.mirrors = lines_of(*mirrors);
     if (const auto& count = now_[index_of(Property::connections)]) edit.connections = connections_of(*count);
     return edit;

@@ -24,8 +24,12 @@ enum class Property : std::uint8_t {
     cookie,
     agent,
     proxy,
+    plan,        ///< "1": by the week plan
+    start_time,  ///< as TimesWish has them
+    stop_time,
+    days,
 };
-inline constexpr std::size_t property_count = 11;
+inline constexpr std::size_t property_count = 15;
 
 /// The form of some jobs. Keeps no records: jobs may go while a dialog is open.
 class JobProperties {
@@ -47,6 +51,10 @@ class JobProperties {
 
   private:
     [[nodiscard]] std::string fault_of(Property property, const std::string& text) const;
+    [[nodiscard]] std::string text_of(Property property) const;
+    [[nodiscard]] bool has_new_times() const;
+    [[nodiscard]] std::optional<JobSchedule> schedule() const;
+    const Engine& engine_;
     std::vector<Guid> jobs_;
     std::array<std::optional<std::string>, property_count> before_;
     std::array<std::optional<std::string>, property_count> now_;  ///< only what was changed

@@ -89,6 +89,8 @@ std::string sentence_of(const FormFault& fault) {
             return fill(tr("\"%1\" cannot be understood."), {fault.subject});
         case Wrong::none_chosen:
             return tr("Choose at least one of the files.");
+        case Wrong::no_times:
+            return tr("Times are like 22:00 or 2026-11-27 22:00, the end behind the start.");
     }
     return {};
 }
@@ -96,13 +98,21 @@ std::string sentence_of(const FormFault& fault) {
 NewJobForm NewJobs::form_of(std::string_view text, const Guid& category) const {
     NewJobForm form;
     for (const std::string& link : links_in_text(text)) form.addresses += link + "\n";
-    const CClassNode* node = engine_.find_category(category);
-    if (node == nullptr) node = engine_.first_category();
-    if (node != nullptr) form.category = node->identity;
+    form.category = category;
+    form.category_is_chosen = !category.is_zero();
+    form.category = category_of(form);
     form.connections = JobRequest().connections;
     // A server's file has brackets in its name more often than a person pastes a pattern.
     form.expand = false;
     return form;
+}
+
+Guid NewJobs::category_of(const NewJobForm& form) const {
+    if (form.category_is_chosen && engine_.find_category(form.category) != nullptr) return form.category;
+    const std::vector<std::string> links = preview(form, 1);
+    const auto by_rules =
+        links.empty() ? std::nullopt : engine_.category_by_rules(to_utf16(links.front()), form.name);
+    return by_rules.value_or(engine_.first_category()->identity);
 }
 
 std::u16string NewJobs::folder_of(const NewJobForm& form) const {
@@ -142,7 +152,8 @@ std::vector<FormFault> NewJobs::check(const NewJobForm& form) const {
     }
     if (!form.folder.empty() && absolute_path(form.folder) != form.folder)
         wrong(Field::folder, Wrong::not_absolute);
-    if (engine_.find_category(form.category) == nullptr) wrong(Field::category, Wrong::not_read);
+    if (form.category_is_chosen && engine_.find_category(form.category) == nullptr)
+        wrong(Field::category, Wrong::not_read);
     if (!form.name.empty() && safe_file_name(form.name) != form.name) wrong(Field::name, Wrong::no_file_name);
     if (count > 1 && !form.name.empty()) wrong(Field::name, Wrong::for_one_file);
     if (count > 1 && !form.hash.empty()) wrong(Field::hash, Wrong::for_one_file);
@@ -156,13 +167,14 @@ std::vector<FormFault> NewJobs::check(const NewJobForm& form) const {
         wrong(Field::proxy, Wrong::not_read, shown(without_credentials(form.proxy)));
     if (!form.chosen.empty() && std::ranges::find(form.chosen, true) == form.chosen.end())
         wrong(Field::files, Wrong::none_chosen);
+    if (!read_times(form.times, engine_.clock().now(), engine_.clock())) wrong(Field::times, Wrong::no_times);
     return faults;
 }
 
 JobDraft NewJobs::draft_of(const NewJobForm& form) const {
     JobDraft draft;
     draft.links = preview(form, most_pattern_links);
-    draft.category = form.category;
+    if (form.category_is_chosen) draft.category = form.category;
     draft.folder = form.folder;
     draft.name = form.name;
     draft.connections = form.connections;
@@ -173,7 +185,10 @@ JobDraft NewJobs::draft_of(const NewJobForm& form) const {
     draft.cookie = form.cookie;
     draft.proxy = form.proxy;
     draft.comment = form.comment;
-    draft.paused = !form.start;
+    draft.paused = form.start == NewJobForm::Start::by_hand;
+    draft.schedule.times =
+        read_times(form.times, engine_.clock().now(), engine_.clock()).value_or(JobTimes());
+    draft.schedule.by_plan = form.start == NewJobForm::Start::by_plan && draft.schedule.times.empty();
     draft.asks_which = true;
     draft.select = selection_of(form.chosen);
     if (!form.hash.empty()) draft.hash = parse_hash(form.hash);

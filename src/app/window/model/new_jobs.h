@@ -9,6 +9,7 @@
 
 #include "app/window/model/links.h"
 #include "engine/engine.h"
+#include "engine/schedule_texts.h"
 
 namespace vantlow {
 
@@ -19,11 +20,14 @@ struct NewJobForm {
     std::u16string folder;  ///< empty: the category's
     std::u16string name;    ///< for one address only
     Guid category;
+    bool category_is_chosen = false;  ///< by a person; else it follows the rules
     std::u16string comment, referer, agent, cookie, proxy, user, password;
     int connections = 5;
     std::string limit;  ///< bytes a second: "500K"; empty: none
     std::string hash;   ///< "sha256:HEX"; empty: none
-    bool start = true;
+    enum class Start { at_once, by_hand, by_plan };
+    Start start = Start::at_once;
+    TimesWish times;           ///< of its own; with a start the choice above does not count
     std::vector<bool> chosen;  ///< among NewJobs::files(); empty: all
 };
 
@@ -36,7 +40,7 @@ struct TorrentEntry {
 
 /// The faults of a form, by their fields.
 struct FormFault {
-    enum class Field { addresses, folder, name, connections, limit, hash, proxy, category, files };
+    enum class Field { addresses, folder, name, connections, limit, hash, proxy, category, files, times };
     enum class Kind {
         empty,          ///< there is no address
         not_fetchable,  ///< the address `subject`
@@ -47,6 +51,7 @@ struct FormFault {
         out_of_bounds,  ///< a number
         not_read,       ///< the text is none of its kind
         none_chosen,    ///< not one of the files
+        no_times,       ///< the times, or not such that follow each other
     };
     Field field = Field::addresses;
     Kind kind = Kind::empty;
@@ -67,8 +72,13 @@ class NewJobs {
   public:
     explicit NewJobs(const Engine& engine) : engine_(engine) {}
 
-    /// A form with the links of the text (clipboard, drop), and the category's defaults.
+    /// A form with the links of the text (clipboard, drop). The category is that which was chosen; zero: none
+    /// was.
     [[nodiscard]] NewJobForm form_of(std::string_view text, const Guid& category) const;
+    /// The category of the form: the chosen one, or that of its first address by the rules.
+    [[nodiscard]] Guid category_of(const NewJobForm& form) const;
+    /// False where there is no week plan to go by.
+    [[nodiscard]] bool has_plan() const { return engine_.week_plan().days != 0; }
     /// The folder that the form's jobs are put in.
     [[nodiscard]] std::u16string folder_of(const NewJobForm& form) const;
     [[nodiscard]] std::vector<std::string> preview(const NewJobForm& form, std::size_t at_most) const;

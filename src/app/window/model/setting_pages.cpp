@@ -7,6 +7,7 @@
 #include "app/window/model/texts.h"
 #include "app/window/model/translate.h"
 #include "base/text.h"
+#include "engine/schedule_texts.h"
 
 namespace vantlow {
 namespace {
@@ -24,6 +25,7 @@ constexpr std::array pages_by_subject{
               "All;Others/BackupTo;Performance/SaveDatabaseInterval"},
     PageFacts{to_translate("Downloads"), "Download",
               "Performance/MaxJobs;Download/Resume;Download/FileOverwriteRule;Download/MoveCompleted"},
+    PageFacts{to_translate("Schedule"), "Schedule", "Schedule/Week;Schedule/StartTime;Schedule/StopTime"},
     PageFacts{to_translate("Connections"), "Connection;RPC",
               "Connection/Limit;Connection/Speed Limit;Connection/MaxPerServer;Connection/ConnectInterval;"
               "Connection/ConnTimeout;Connection/Always;Connection/Retries;Connection/OnlyOwnPart;"
@@ -55,6 +57,7 @@ constexpr EditorFacts editors[] = {
     {"Torrent/Crypto", Editor::choice},
     {"Settings/Language", Editor::choice},
     {"RPC/Secret", Editor::password},
+    {"Schedule/Week", Editor::weekdays},
 };
 
 bool lists(std::string_view list, std::string_view one) {
@@ -95,15 +98,22 @@ std::vector<std::pair<std::string, std::string>> choices_of(std::string_view nam
     return {};
 }
 
-// The meaning of a switch begins with the number that switches it on.
+// What an editor shows by itself is left out: the number that switches a switch on in front, and the choices
+// or what 0 means behind.
 std::string label_of(const KnownSetting& setting, Editor editor) {
+    if (editor == Editor::weekdays) return tr("the days on which downloads that start by schedule run");
     std::string label = tr(setting.meaning);
     if (editor == Editor::yes_no && label.starts_with("1: ")) label.erase(0, 3);
+    for (const std::string_view values : {"; 0:", "；0：", "；0:", ": 0 ", "：0 "}) {
+        const bool is_own = editor == Editor::yes_no || editor == Editor::choice;
+        if (const auto at = label.find(values); is_own && at != std::string::npos) label.resize(at);
+    }
     return label;
 }
 
 std::string help_of(const KnownSetting& setting, Editor editor) {
     if (editor == Editor::yes_no || editor == Editor::choice || editor == Editor::password) return {};
+    if (editor == Editor::weekdays) return tr("On no day: there is no week plan");
     const std::string standard = setting.standard.empty() ? tr("empty") : setting.standard;
     std::string help = fill(tr("Default: %1"), {standard});
     if (setting.smallest)
@@ -162,6 +172,7 @@ std::vector<SettingLine> SettingPages::find(std::string_view text) const {
 SettingPages::Fault SettingPages::set(std::string_view name, std::string_view value) {
     const auto setting = find_setting(name);
     if (!setting) return Fault::unknown;
+    if (is_time_of_day(*setting) && !parse_time_of_day(value)) return Fault::no_time;
     if (setting->is_number) {
         const auto number = read_setting_number(to_utf16(value));
         if (!number) return Fault::no_number;
@@ -194,6 +205,8 @@ std::string sentence_of(SettingPages::Fault fault) {
             return tr("There is no such setting.");
         case Fault::no_number:
             return tr("This setting takes a number.");
+        case Fault::no_time:
+            return tr("This setting takes a time of day (22:00).");
         case Fault::out_of_bounds:
             return tr("The number is out of its bounds.");
         case Fault::not_written:

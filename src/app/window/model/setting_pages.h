@@ -17,7 +17,7 @@ namespace vantlow {
 
 /// One setting as a dialog edits it.
 struct SettingLine {
-    enum class Editor : std::uint8_t { yes_no, number, text, folder, file, password, choice };
+    enum class Editor : std::uint8_t { yes_no, number, text, folder, file, password, choice, weekdays };
     KnownSetting setting;
     Editor editor = Editor::text;
     std::string label;    ///< in the user's language: what it does, with the unit
@@ -55,7 +55,7 @@ class SettingPages {
     /// ignored.
     [[nodiscard]] std::vector<SettingLine> find(std::string_view text) const;
 
-    enum class Fault : std::uint8_t { none, unknown, no_number, out_of_bounds, not_written };
+    enum class Fault : std::uint8_t { none, unknown, no_number, no_time, out_of_bounds, not_written };
     /// Sets a value (UTF-8) of "Section/Key". Nothing is set but with `none`.
     Fault set(std::string_view name, std::string_view value);
     /// Goes back to the default.

@@ -84,6 +84,11 @@ std::string percent_text(std::int64_t done, std::int64_t size) {
     return std::to_string(std::clamp(static_cast<int>(share * 100), 0, 100)) + " %";
 }
 
+std::vector<std::pair<std::int32_t, std::string>> weekdays() {
+    return {{2, tr("Mon")},  {4, tr("Tue")},  {8, tr("Wed")}, {16, tr("Thu")},
+            {32, tr("Fri")}, {64, tr("Sat")}, {1, tr("Sun")}};
+}
+
 std::string state_text(JobState state) {
     switch (state) {
         case JobState::waiting:

@@ -4,6 +4,8 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <utility>
+#include <vector>
 
 #include "engine/engine.h"
 
@@ -24,6 +26,9 @@ std::string moment_text(std::int64_t seconds);
 std::string clock_text(std::int64_t milliseconds);  ///< "18:05:09"
 /// "42 %"; empty where the size is not known.
 std::string percent_text(std::int64_t done, std::int64_t size);
+
+/// The days of a week from Monday on: the bit of each (WeekPlan::days), and its short name.
+std::vector<std::pair<std::int32_t, std::string>> weekdays();
 
 std::string state_text(JobState state);
 std::string kind_text(JobKind kind);

@@ -12,11 +12,11 @@
 namespace vantlow {
 namespace {
 
-enum FileColumn { file_name_column, file_size_column, file_done_column, file_chosen_column };
+enum FileColumn { file_name_column, file_size_column, file_done_column, file_priority_column };
 constexpr std::array<TorrentColumn, 4> file_columns{{{to_translate("Name"), 260},
                                                      {to_translate("Size"), 90, true},
                                                      {to_translate("Done"), 70, true},
-                                                     {to_translate("Chosen"), 90}}};
+                                                     {to_translate("Priority"), 90}}};
 
 enum PeerColumn {
     peer_address_column,
@@ -117,6 +117,10 @@ std::string TorrentTable::cell(std::size_t row, int column) const {
     return tracker_cell(trackers_[row], column);
 }
 
+FilePriority TorrentTable::priority(std::size_t row) const noexcept {
+    return row < files_.size() ? files_[row].priority : FilePriority::normal;
+}
+
 std::string TorrentTable::file_cell(const TorrentFile& file, int column) const {
     switch (column) {
         case file_name_column:
@@ -126,7 +130,7 @@ std::string TorrentTable::file_cell(const TorrentFile& file, int column) const {
         case file_done_column:
             return file.size == 0 ? percent_text(1, 1) : percent_text(file.done, file.size);
         default:
-            return file.is_chosen() ? tr("chosen") : tr("left out");
+            return text_of(file.priority);
     }
 }
 
@@ -211,11 +215,28 @@ std::vector<SegmentRange> piece_ranges(const TorrentReport& report) {
     if (report.good.empty()) return ranges;
     for (std::int64_t piece = 0; piece < report.piece_count; ++piece) {
         const bool is_good = has_bit(report.good, static_cast<std::size_t>(piece));
-        const SegmentState state = is_good ? SegmentState::done : SegmentState::missing;
+        const bool is_begun = has_bit(report.begun, static_cast<std::size_t>(piece));
+        const SegmentState state = is_good    ? SegmentState::done
+                                   : is_begun ? SegmentState::working
+                                              : SegmentState::missing;
         if (ranges.empty() || ranges.back().state != state) ranges.push_back({piece, 0, state, 0});
         ++ranges.back().length;
     }
     return ranges;
+}
+
+std::string text_of(FilePriority priority) {
+    switch (priority) {
+        case FilePriority::skip:
+            return tr("left out");
+        case FilePriority::low:
+            return tr("low");
+        case FilePriority::normal:
+            return tr("normal");
+        case FilePriority::high:
+            return tr("high");
+    }
+    return {};
 }
 
 std::string piece_sentence(const TorrentReport& report) {
@@ -234,6 +255,7 @@ std::string piece_sentence(const TorrentReport& report) {
     for (std::size_t piece = 0; piece < report.availability.size(); ++piece) {
         if (report.availability[piece] == 0 && !has_bit(report.good, piece)) ++lacked;
     }
+    if (report.is_sequential) text += " " + tr("They come in their order.");
     if (lacked > 0)
         text += " " + fill(tr("No connected peer has %1 of the missing ones."), {std::to_string(lacked)});
     return text;

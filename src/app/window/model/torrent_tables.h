@@ -35,6 +35,9 @@ class TorrentTable {
     [[nodiscard]] std::size_t rows() const noexcept;
     /// UTF-8 of one line; empty where it is not known. By an index of columns().
     [[nodiscard]] std::string cell(std::size_t row, int column) const;
+    /// How much the file of a row is wanted; normal in the other lists.
+    [[nodiscard]] FilePriority priority(std::size_t row) const noexcept;
+    [[nodiscard]] TorrentList list() const noexcept { return list_; }
 
     /// The change from the rows before: either `is_other` (all rows are new), or rows as they were numbered
     /// before and as they are now, both ascending.
@@ -63,6 +66,8 @@ class TorrentTable {
 /// The pieces, in ranges of equal ones, for picture_of(): the lengths are numbers of pieces. Empty while the
 /// torrent is not described. Of a report with its pieces.
 std::vector<SegmentRange> piece_ranges(const TorrentReport& report);
+/// "high" and its kin, in the user's language.
+std::string text_of(FilePriority priority);
 /// A sentence about the pieces, or why there are none yet.
 std::string piece_sentence(const TorrentReport& report);
 

@@ -158,6 +158,10 @@ Guid ViewTree::category_for(const View& view) const {
     return first != nullptr ? first->identity : Guid();
 }
 
+Guid ViewTree::chosen_category(const View& view) const {
+    return view.what == View::What::category ? category_for(view) : Guid();
+}
+
 void ViewTree::looked_at(const View& view) {
     const std::size_t node = find(view);
     if (node == ViewNode::none || nodes_[node].unread == 0) return;

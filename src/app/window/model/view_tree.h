@@ -44,6 +44,8 @@ class ViewTree {
     [[nodiscard]] std::size_t find(const View& view) const;
     /// The category that new jobs of this view are filed in.
     [[nodiscard]] Guid category_for(const View& view) const;
+    /// The category that a person chose by the view; zero where it is none, or the first one.
+    [[nodiscard]] Guid chosen_category(const View& view) const;
     /// The jobs of this view have been looked at: none of them is unread any more.
     void looked_at(const View& view);
     /// Reads labels and nodes anew, as after another language was chosen.

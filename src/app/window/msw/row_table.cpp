@@ -18,6 +18,16 @@ struct RowTable::Control : public wxListCtrl {
             for (const wxBitmapBundle& picture : pictures) bundles.push_back(picture);
             SetSmallImages(bundles);
         }
+        if (owner.events_.checked) {
+            EnableCheckBoxes();
+            for (const bool is_checked : {true, false}) {
+                Bind(is_checked ? wxEVT_LIST_ITEM_CHECKED : wxEVT_LIST_ITEM_UNCHECKED,
+                     [this, is_checked](wxListEvent& event) {
+                         if (is_row(event.GetIndex()))
+                             owner.events_.checked(static_cast<std::size_t>(event.GetIndex()), is_checked);
+                     });
+            }
+        }
         for (const auto& event : {wxEVT_LIST_ITEM_SELECTED, wxEVT_LIST_ITEM_DESELECTED})
             Bind(event, [this](wxListEvent&) { owner.note_selection(owner.events_.selected); });
         Bind(wxEVT_LIST_ITEM_ACTIVATED, [this](wxListEvent& event) {
@@ -43,6 +53,9 @@ struct RowTable::Control : public wxListCtrl {
         if (!is_row(row) || static_cast<std::size_t>(column) >= owner.columns_.size()) return {};
         return owner.source_.cell(static_cast<std::size_t>(row),
                                   owner.columns_[static_cast<std::size_t>(column)].id);
+    }
+    bool OnGetItemIsChecked(long row) const override {
+        return is_row(row) && owner.source_.is_checked(static_cast<std::size_t>(row));
     }
     int OnGetItemColumnImage(long row, long column) const override {
         if (column != 0 || !has_pictures || !is_row(row)) return -1;

@@ -20,6 +20,10 @@ void show_notices_by(wxTaskBarIcon* tray) {
     wxNotificationMessage::UseTaskBarIcon(tray);
 }
 
+void close_menus() noexcept {
+    ::EndMenu();
+}
+
 struct ClipboardWatch::State {
     static LRESULT CALLBACK procedure(HWND window, UINT message, WPARAM first, LPARAM second) {
         auto* const state = reinterpret_cast<State*>(GetWindowLongPtrW(window, GWLP_USERDATA));
