@@ -69,7 +69,7 @@ TorrentSession::TorrentSession(SessionPlan plan, const TransferServices& service
       }) {
     TorrentShelf& shelf = plan.torrents != nullptr ? *plan.torrents : none_;
     run_ = std::make_unique<TorrentRun>(*job_, services, std::move(plan.options), shelf, plan.sharing,
-                                        plan.hash_table, log_, on_end_);
+                                        plan.torrent_services, log_, on_end_);
 }
 
 void TorrentSession::fail(const Result& why) {

@@ -303,6 +303,33 @@ TEST(SwarmTest, PeersTellEachOtherOfPeers) {
     }
 }
 
+// Nobody who is blocked is called or may call; who becomes blocked is left, and may come back.
+TEST(SwarmTest, WhomTheFilterBlocksStaysAway) {
+    const auto filter_of = [](const char* list) {
+        IpFilterReader reader;
+        reader.feed(list);
+        return std::make_shared<const IpFilter>(reader.finish());
+    };
+    const Content content(6, 4'000'000, 64 * 1024);
+    Swarms world(6, content);
+    for (int i = 0; i < 2; ++i) world.add({.up = 50'000}).be_seed();
+    Client& leecher = world.add();
+    leecher.swarm->set_filter(filter_of("192.0.2.1"));
+    world.meet();
+    world.internet.run_for(20s);
+    EXPECT_EQ(leecher.swarm->peers(), 1U) << "the second seed";
+    EXPECT_GE(leecher.swarm->blocked(), 2U) << "named and calling";
+    leecher.swarm->set_filter(filter_of("192.0.2.2"));
+    EXPECT_TRUE(world.internet.run_until(
+        [&] {
+            const auto peers = leecher.swarm->look();
+            return peers.size() == 1 && peers[0].address.host() == "192.0.2.1";
+        },
+        60s));
+    leecher.swarm->set_filter(nullptr);
+    EXPECT_TRUE(world.all_right(200s));
+}
+
 // Settings as LinkCrypto has them; a side without the library has none.
 TEST(SwarmTest, ConnectionsAreEncryptedAsBothSidesWantIt) {
     const struct {

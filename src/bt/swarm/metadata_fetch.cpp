@@ -62,6 +62,15 @@ void MetadataFetch::add_named(std::span<const SocketAddress> addresses) {
     if (runs_) connect_some();
 }
 
+void MetadataFetch::set_filter(std::shared_ptr<const IpFilter> filter) {
+    candidates_.set_filter(std::move(filter));
+    std::vector<std::uint32_t> numbers;
+    for (const auto& [number, asked] : links_) {
+        if (candidates_.is_blocked(asked.link->address())) numbers.push_back(number);
+    }
+    for (const std::uint32_t number : numbers) leave(number, false);
+}
+
 void MetadataFetch::connect_some() {
     while (links_.size() < most_peers) {
         const auto address = candidates_.take(network_.now());
@@ -84,7 +93,8 @@ void MetadataFetch::call(const SocketAddress& address, CallForm form) {
 
 void MetadataFetch::take_incoming(std::unique_ptr<net::Stream> stream) {
     const auto address = stream->peer_address();
-    if (!runs_ || !address || links_.size() >= most_peers || candidates_.is_banned(*address)) return;
+    if (!runs_ || !address || links_.size() >= most_peers) return;
+    if (candidates_.is_banned(*address) || candidates_.is_blocked(*address)) return;
     add_link(*address, true).link->take_call(std::move(stream));
 }
 

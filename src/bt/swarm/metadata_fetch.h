@@ -43,6 +43,10 @@ class MetadataFetch final : private LinkOwner {
     /// Takes a connection that a peer made, as far as there is room.
     void take_incoming(std::unique_ptr<net::Stream> stream);
 
+    /// As Swarm::set_filter(), and what it has kept away.
+    void set_filter(std::shared_ptr<const IpFilter> filter);
+    [[nodiscard]] std::size_t blocked() const noexcept { return candidates_.blocked(); }
+
     [[nodiscard]] std::size_t peers() const noexcept { return links_.size(); }
     [[nodiscard]] std::size_t known() const noexcept { return candidates_.size(); }
     /// Peers that gave another value, or broke the protocol while they gave it, and are left for good.
