@@ -51,6 +51,26 @@ std::string normalise_tracker(std::string_view url) {
     return text;
 }
 
+bool can_be_announced_to(std::string_view url) noexcept {
+    constexpr std::size_t longest = 2000;
+    const auto has_host = [url](std::string_view scheme) {
+        return istarts_with(url, scheme) && url.size() > scheme.size() && url[scheme.size()] != '/';
+    };
+    const bool is_plain = std::ranges::none_of(url, [](char c) { return c >= 0 && c <= ' '; });
+    return is_plain && url.size() <= longest &&
+           (has_host("http://") || has_host("https://") || has_host("udp://"));
+}
+
+std::vector<std::string> distinct_trackers(const std::vector<std::string>& trackers) {
+    std::vector<std::string> distinct;
+    for (const std::string& tracker : trackers) {
+        std::string url = normalise_tracker(tracker);
+        const bool is_known = std::find(distinct.begin(), distinct.end(), url) != distinct.end();
+        if (!url.empty() && !is_known) distinct.push_back(std::move(url));
+    }
+    return distinct;
+}
+
 std::string without_keys(std::string_view url) {
     constexpr std::size_t shortest_key = 16;
     const auto host = url.find("://");

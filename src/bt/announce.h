@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "base/guid.h"
 #include "bt/metainfo.h"
@@ -37,6 +38,12 @@ struct TorrentIdentity {
 /// Normalises a tracker's URL: blanks at the ends go, backslashes become slashes, and a URL without a path
 /// gets one.
 std::string normalise_tracker(std::string_view url);
+
+/// True for the URL of a tracker that can be asked: over HTTP or UDP, of one line and no monstrous length.
+bool can_be_announced_to(std::string_view url) noexcept;
+
+/// The trackers of a list as they are announced to: normalised, each once.
+std::vector<std::string> distinct_trackers(const std::vector<std::string>& trackers);
 
 /// The URL for logs: anything that looks like a key to a private tracker is masked.
 std::string without_keys(std::string_view url);

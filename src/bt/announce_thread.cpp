@@ -127,8 +127,11 @@ bool CBTAnnounceThread::accept(CBETrackerRespond respond) {
                         added, static_cast<long long>(respond.interval)));
     }
     report.made = Clock::now();
-    const MutexLock guard(mutex_);
-    report_ = std::move(report);
+    {
+        const MutexLock guard(mutex_);
+        report_ = std::move(report);
+    }
+    if (added > 0 && services_.on_peers) services_.on_peers();
     return true;
 }
 
@@ -149,20 +152,35 @@ void CBTAnnounceThread::note_own_address(const SocketAddress& local) {
 }
 
 void CBTAnnounceService::start(const std::vector<std::string>& trackers, AnnounceEvent initial) {
-    std::vector<std::string> seen;
-    for (const std::string& tracker : trackers) {
-        const std::string url = normalise_tracker(tracker);
-        if (url.empty() || std::find(seen.begin(), seen.end(), url) != seen.end()) continue;
-        seen.push_back(url);
-        threads_.push_back(std::make_unique<CBTAnnounceThread>(services_, job_, url, initial, log_, parent_));
-        pauses_.emplace_back();
-        threads_.back()->start();
+    for (const std::string& url : distinct_trackers(trackers)) add(url, initial);
+}
+
+void CBTAnnounceService::add(const std::string& url, AnnounceEvent initial) {
+    threads_.push_back(std::make_unique<CBTAnnounceThread>(services_, job_, url, initial, log_, parent_));
+    pauses_.emplace_back();
+    threads_.back()->start();
+}
+
+void CBTAnnounceService::follow(const std::vector<std::string>& trackers) {
+    const std::vector<std::string> urls = distinct_trackers(trackers);
+    for (std::size_t i = threads_.size(); i-- > 0;) {
+        if (std::find(urls.begin(), urls.end(), threads_[i]->tracker()) != urls.end()) continue;
+        threads_[i]->stop();
+        leaving_.push_back(std::move(threads_[i]));
+        threads_.erase(threads_.begin() + static_cast<std::ptrdiff_t>(i));
+        pauses_.erase(pauses_.begin() + static_cast<std::ptrdiff_t>(i));
+    }
+    for (const std::string& url : urls) {
+        const bool is_known = std::any_of(threads_.begin(), threads_.end(),
+                                          [&](const auto& thread) { return thread->tracker() == url; });
+        if (!is_known) add(url, AnnounceEvent::started);
     }
 }
 
 bool CBTAnnounceService::is_running() const noexcept {
-    return std::any_of(threads_.begin(), threads_.end(),
-                       [](const auto& thread) { return !thread->has_ended(); });
+    const auto runs = [](const auto& thread) { return !thread->has_ended(); };
+    return std::any_of(threads_.begin(), threads_.end(), runs) ||
+           std::any_of(leaving_.begin(), leaving_.end(), runs);
 }
 
 bool CBTAnnounceService::has_asked_all() const noexcept {
@@ -184,7 +202,9 @@ void CBTAnnounceService::stop() {
     const StopSource never;
     while (is_running() && Clock::now() < *goodbye_until_) never.wait_for(std::chrono::milliseconds(5));
     for (const auto& thread : threads_) thread->abandon();
+    for (const auto& thread : leaving_) thread->abandon();
     threads_.clear();
+    leaving_.clear();
     pauses_.clear();
     goodbye_until_.reset();
 }
@@ -201,6 +221,7 @@ std::optional<Clock::time_point> CBTAnnounceService::next_announce(std::size_t i
 }
 
 void CBTAnnounceService::revive() {
+    std::erase_if(leaving_, [](const auto& thread) { return thread->has_ended(); });
     const auto now = Clock::now();
     for (std::size_t i = 0; i < threads_.size(); ++i) {
         if (!threads_[i]->has_ended() || parent_.requested() || threads_[i]->report().is_last) continue;

@@ -22,6 +22,7 @@ struct AnnounceServices {
     const LibraryTables& libraries;
     const Settings& settings;
     std::chrono::seconds udp_timeout{60};  ///< for each answer of a UDP tracker
+    std::function<void()> on_peers{};      ///< the job has new peers; on the thread of the announce
 };
 
 /// The outcome of an announce.
@@ -124,6 +125,9 @@ class CBTAnnounceService {
 
     /// Starts a thread for each tracker in the list, once each.
     void start(const std::vector<std::string>& trackers, AnnounceEvent initial = AnnounceEvent::started);
+    /// From now on these trackers are told and no others: those that are new hear "started", those that are
+    /// not among them any more "stopped", for which nobody waits.
+    void follow(const std::vector<std::string>& trackers);
     /// Tells every tracker that the torrent is complete, those too that are stopped right afterwards.
     void complete();
     /// Begins to send "stopped" to every tracker; has_said_goodbye() tells when that is over. stop() waits
@@ -154,10 +158,13 @@ class CBTAnnounceService {
         Clock::time_point until{};        ///< epoch: not pausing
     };
 
+    void add(const std::string& url, AnnounceEvent initial);
+
     AnnounceServices services_;
     TorrentIdentity& job_;
     LogSink& log_;
     StopSource& parent_;
+    std::vector<std::unique_ptr<CBTAnnounceThread>> leaving_;  ///< they say "stopped" and go
     std::vector<std::unique_ptr<CBTAnnounceThread>> threads_;
     std::vector<Pause> pauses_;  ///< of the thread at the same index
     std::optional<Clock::time_point> goodbye_until_;

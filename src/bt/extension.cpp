@@ -25,7 +25,7 @@ std::string build_extended_message(std::uint8_t number, std::string_view diction
 }
 
 std::string build_extension_handshake(std::uint32_t metadata_size, std::uint16_t port,
-                                      std::u16string_view version, bool exchanges) {
+                                      std::u16string_view version, bool exchanges, bool upload_only) {
     auto numbers = std::make_unique<CBEDictionary>();
     numbers->add("ut_metadata", std::int64_t{own_metadata_number});
     if (exchanges) numbers->add("ut_pex", std::int64_t{own_exchange_number});
@@ -33,6 +33,7 @@ std::string build_extension_handshake(std::uint32_t metadata_size, std::uint16_t
     handshake.add("m", std::move(numbers));
     if (metadata_size != 0) handshake.add("metadata_size", std::int64_t{metadata_size});
     if (port != 0) handshake.add("p", std::int64_t{port});
+    if (upload_only) handshake.add("upload_only", std::int64_t{1});
     if (!version.empty()) handshake.add("v", CBEString::from_text_utf8(version));
     CBEncode writer;
     writer.write(&handshake);
@@ -47,6 +48,7 @@ std::optional<ExtensionHandshake> parse_extension_handshake(std::string_view pay
     ExtensionHandshake handshake;
     handshake.metadata_size = number_of(*document, "metadata_size");
     handshake.port = number_of(*document, "p");
+    handshake.upload_only = number_of(*document, "upload_only").value_or(0) != 0;
     if (const CBEString* const version = document->find_string("v")) {
         handshake.version = to_utf16(version->data);
     }

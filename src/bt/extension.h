@@ -22,16 +22,18 @@ struct ExtensionHandshake {
     /// The number under which the peer receives metadata messages; none when it does not exchange metadata.
     std::optional<std::int64_t> metadata_number;
     std::optional<std::int64_t> exchange_number;  ///< the same of the exchange of peers (BEP 11)
+    bool upload_only = false;                     ///< the peer wants nothing more (BEP 21)
 };
 
 /// Any extended message, length prefix included: a bencoded dictionary, and the bytes behind it.
 std::string build_extended_message(std::uint8_t number, std::string_view dictionary,
                                    std::string_view data = {});
 
-/// Builds the whole message, length prefix included. Fields that are zero or empty are left out; `exchanges`:
-/// this side takes the exchange of peers.
+/// Builds the whole message, length prefix included. Fields that are zero, empty or false are left out;
+/// `exchanges`: this side takes the exchange of peers.
 std::string build_extension_handshake(std::uint32_t metadata_size, std::uint16_t port,
-                                      std::u16string_view version, bool exchanges = false);
+                                      std::u16string_view version, bool exchanges = false,
+                                      bool upload_only = false);
 
 /// Reads the payload behind the two bytes 20 and 0. None when it is no dictionary.
 std::optional<ExtensionHandshake> parse_extension_handshake(std::string_view payload);

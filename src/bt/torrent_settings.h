@@ -17,6 +17,13 @@ inline constexpr NumberSetting crypto{
     u"Torrent", u"Crypto",
     0,          0,
     3,          "encryption of peer connections: 0 both, RC4 preferred; 1 plaintext; 2 RC4; 3 both"};
+inline constexpr NumberSetting most_peers{u"Torrent", u"MaxPeers", 100,
+                                          1,          10000,       "connections that a torrent has at once"};
+inline constexpr NumberSetting most_peers_of_all{
+    u"Torrent", u"MaxPeersOfAll", 500, 1, 100000, "connections that all torrents have together"};
+inline constexpr NumberSetting upload_limit{
+    u"Torrent", u"UploadLimit", 0,
+    0,          1LL << 50,      "bytes a second that the peers of all torrents get together; 0: no limit"};
 inline constexpr NumberSetting peer_exchange{
     u"Torrent", u"PEX", 1, 0, 1, "peers tell each other of peers; never those of private torrents"};
 inline constexpr NumberSetting dht{

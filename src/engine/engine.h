@@ -4,6 +4,7 @@
 #include <atomic>
 #include <chrono>
 #include <functional>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -42,6 +43,8 @@ struct [[nodiscard]] Done {
         no_hash,          ///< nothing is known that the file could be checked against
         nothing_to_undo,  ///< no removal that could be taken back
         no_question,      ///< there is no such question (any more)
+        no_torrent,       ///< the job is no torrent's
+        no_description,   ///< nobody knows yet which files the torrent has
         file,             ///< the file at `path`: `error`
         setting,          ///< the store of the settings: `error`
     };
@@ -59,9 +62,10 @@ struct Added {
     Done done{};  ///< no_category: nothing was made
 };
 
-/// The values that change() sets; the others stay. `speed_limit`, `address`, `mirrors` and `select` also hold
-/// for a job that runs: the limit at once, the others by another session that goes on with the same part of
-/// the files. The rest takes effect when the job is started next.
+/// The values that change() sets; the others stay. Some also hold for a job that runs: `speed_limit` and, of
+/// a torrent, `upload_limit`, `select`, `sequential` and `ends_first` at once, `address`, `mirrors` and, of a
+/// document, `select` by another session that goes on with the same part of the files. The rest takes effect
+/// when the job is started next.
 struct JobEdit {
     std::optional<std::u16string> address;
     std::optional<std::u16string> referer;
@@ -76,7 +80,10 @@ struct JobEdit {
     std::optional<double> share_ratio;        ///< as JobRules has them
     std::optional<std::int64_t> share_time;
     std::optional<std::vector<std::u16string>> mirrors;  ///< other addresses of the same file; empty: none
-    std::optional<std::string> select;  ///< files of a torrent or a document, as --select; empty: all
+    std::optional<std::string> select;         ///< files of a torrent or a document, as --select; empty: all
+    std::optional<std::int64_t> upload_limit;  ///< of a torrent, as JobRules has it, and so the next two
+    std::optional<bool> sequential;
+    std::optional<bool> ends_first;
 };
 
 /// The fate of the files of a job that is removed.
@@ -245,6 +252,17 @@ class Engine {
     Done stop_all(const Guid& category);
     Done move(const Guid& job, const Guid& category);
     Done change(const Guid& job, const JobEdit& edit);
+    /// Sets how much these files of a torrent are wanted, by their numbers from 1 on, as TorrentReport::files
+    /// has them; the others stay. It holds at once, also while the job runs or is shared, and is kept with
+    /// it. A finished job that lacks a chosen file waits for its turn again, and what it has stays; an
+    /// unfinished file that is not chosen any more keeps its bytes. bad_value: no file would be left, or one
+    /// has no such number.
+    Done choose_files(const Guid& job, const std::map<std::size_t, FilePriority>& wanted);
+    /// The trackers of a torrent's job, with their keys; none for others.
+    [[nodiscard]] std::vector<std::string> trackers(const Guid& job) const;
+    /// Sets them: at once, also while it runs, and kept with the job. bad_value: one is no address of a
+    /// tracker (http, https, udp), or there are too many.
+    Done set_trackers(const Guid& job, const std::vector<std::string>& trackers);
     Done reorder(const Guid& job, Order order);
     /// Renames the job's file within its folder, on the disk too. A name that is taken there is refused. Not
     /// while the job runs.
@@ -270,6 +288,8 @@ class Engine {
     Done unset_setting(std::u16string_view section, std::u16string_view key);
     /// Sets the limit for all connections together, bytes per second; none: no limit.
     Done set_limit(std::optional<std::int64_t> rate);
+    /// The same of what the peers of all torrents get.
+    Done set_upload_limit(std::optional<std::int64_t> rate);
 
     /// Calls `settled` when all operations until now are safe, or cannot be made safe: at once, or from
     /// within pump(). In the second case added jobs are taken back; no job begins before it is safe. To be
@@ -307,6 +327,8 @@ class Engine {
     void forget_removed();
     [[nodiscard]] std::size_t leaving_for_undo() const noexcept;
     Done change_sources(CJobNode& job, const JobEdit& edit);
+    void set_rules(CJobNode& job, JobRules rules);
+    [[nodiscard]] Outcome<TorrentContent> torrent_content(const CJobNode& job) const;
     [[nodiscard]] bool can_select(const CJobNode& job, const std::string& text) const;
     void serve();
     void note(const StoreChange& change);

@@ -168,6 +168,20 @@ Done Engine::move(const Guid& job, const Guid& category) {
 
 namespace {
 
+JobRules changed_rules(JobRules rules, const JobEdit& edit) {
+    const auto set = [](auto& member, const auto& value) {
+        if (value) member = *value;
+    };
+    set(rules.speed_limit, edit.speed_limit);
+    set(rules.upload_limit, edit.upload_limit);
+    set(rules.select, edit.select);
+    set(rules.sequential, edit.sequential);
+    set(rules.ends_first, edit.ends_first);
+    if (edit.share_ratio) rules.share_ratio = edit.share_ratio;
+    if (edit.share_time) rules.share_time = edit.share_time;
+    return rules;
+}
+
 bool is_server_address(const std::u16string& address) {
     return kind_of_address(address) == JobKind::transfer && parse_target(address).has_value();
 }
@@ -205,10 +219,10 @@ Done Engine::change_sources(CJobNode& job, const JobEdit& edit) {
 // True where the text selects some file of the job, as far as its files are known.
 bool Engine::can_select(const CJobNode& job, const std::string& text) const {
     if (!text.empty() && !is_selection(text)) return false;
-    const std::string info = torrent_info(job);
-    const auto content =
-        info.empty() ? Outcome<TorrentContent>(Code::unsupported) : read_torrent_content(info);
-    return !content || chosen_files(*content, text);
+    JobRules rules;
+    rules.select = text;
+    const auto content = torrent_content(job);
+    return !content || choice_of(*content, &rules);
 }
 
 Done Engine::change(const Guid& job, const JobEdit& edit) {
@@ -218,7 +232,7 @@ Done Engine::change(const Guid& job, const JobEdit& edit) {
     if (edit.proxy && !edit.proxy->empty() && !parse_proxy(*edit.proxy)) return {Fault::bad_value};
     if (edit.connections && (*edit.connections < 1 || *edit.connections > most_connections))
         return {Fault::bad_value};
-    if (edit.speed_limit && *edit.speed_limit < 0) return {Fault::bad_value};
+    if (edit.speed_limit.value_or(0) < 0 || edit.upload_limit.value_or(0) < 0) return {Fault::bad_value};
     if (Done done = change_sources(*record, edit); !done.ok()) return done;
     const auto set = [](std::u16string& member, const std::optional<std::u16string>& value) {
         if (value) member = *value;
@@ -231,17 +245,10 @@ Done Engine::change(const Guid& job, const JobEdit& edit) {
     set(record->cookie, edit.cookie);
     set(record->proxy, edit.proxy);
     if (edit.connections) record->connections = record->max_threads = *edit.connections;
-    const bool selects = edit.select && *edit.select != (record->rules ? record->rules->select : "");
-    if (edit.speed_limit || edit.share_ratio || edit.share_time || selects) {
-        JobRules rules = record->rules ? *record->rules : JobRules();
-        if (edit.speed_limit) rules.speed_limit = *edit.speed_limit;
-        if (edit.share_ratio) rules.share_ratio = edit.share_ratio;
-        if (edit.share_time) rules.share_time = edit.share_time;
-        if (selects) rules.select = *edit.select;
-        record->rules = std::make_shared<const JobRules>(std::move(rules));
-    }
-    if (edit.speed_limit && runner_) runner_->set_speed_limit(job, *edit.speed_limit);
-    store_->changed(*record, StoreChange::options);
+    const JobRules before = record->rules ? *record->rules : JobRules();
+    set_rules(*record, changed_rules(before, edit));
+    const bool selects =
+        kind_of(*record) != JobKind::torrent && record->rules && record->rules->select != before.select;
     if ((edit.address || edit.mirrors || selects) && runner_ && runner_->is_running(job)) {
         const bool takes_place = runner_->takes_place(job);
         runner_->stop(job);

@@ -30,8 +30,8 @@ class PlainSession : public JobSession {
     [[nodiscard]] JobProgress progress() override { return thread_->progress(); }
     [[nodiscard]] std::unique_ptr<CJobNode> safe_copy() override { return thread_->safe_copy(); }
     [[nodiscard]] std::vector<SessionConnection> connections() override;
-    void set_speed_limit(std::int64_t limit) override {
-        if (thread_) thread_->set_speed_limit(limit);
+    void take_rules(const std::shared_ptr<const JobRules>& rules) override {
+        if (thread_) thread_->set_speed_limit(rules ? rules->speed_limit : 0);
     }
 
   private:

@@ -9,6 +9,7 @@
 #include "engine/selection.h"
 #include "meta/playlist.h"
 #include "store/address.h"
+#include "store/job.h"
 
 namespace vantlow {
 namespace {
@@ -142,11 +143,13 @@ JobPlans read_torrent_plan(std::span<const std::byte> bytes, const DocumentOptio
     plan.size = *total;
     // Other faults of a torrent are reported by its job.
     if (const auto content = read_torrent_content(meta.info)) {
-        const auto chosen = chosen_files(*content, options.select);
-        if (!chosen) return nothing_chosen({options.origin, {}, options.select});
+        JobRules rules;
+        rules.select = options.select;
+        const auto choice = choice_of(*content, &rules);
+        if (!choice) return nothing_chosen({options.origin, {}, options.select});
         plan.size = 0;
         for (std::size_t i = 0; i < content->files.size(); ++i)
-            plan.size += (*chosen)[i] ? content->files[i].length : 0;
+            plan.size += choice->files[i] != FilePriority::skip ? content->files[i].length : 0;
     }
     plan.torrent =
         std::make_shared<const std::string>(reinterpret_cast<const char*>(bytes.data()), bytes.size());

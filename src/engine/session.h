@@ -69,8 +69,13 @@ class JobSession {
     [[nodiscard]] virtual std::unique_ptr<CJobNode> safe_copy() = 0;
     [[nodiscard]] virtual std::vector<SessionConnection> connections() = 0;
 
-    /// Sets the job's own speed limit, bytes a second; 0: none.
-    virtual void set_speed_limit(std::int64_t limit) { static_cast<void>(limit); }
+    /// The job's rules (null: none) have changed. Its limits of speed hold from now on, and of a torrent the
+    /// choice of its files and their order; the other rules hold for the next session.
+    virtual void take_rules(const std::shared_ptr<const JobRules>& rules) { static_cast<void>(rules); }
+    /// Of a torrent: these are its trackers from now on.
+    virtual void take_trackers(const std::vector<std::string>& trackers) { static_cast<void>(trackers); }
+    /// Of a torrent: files were chosen when the others had their names already. Another session fetches them.
+    [[nodiscard]] virtual bool owes_choice() const { return false; }
     /// Of a torrent: the report's parts (torrent_part). False where this session cannot tell them now; its
     /// phase alone is in the report then. May take a quarter of a second.
     virtual bool report(unsigned parts, TorrentReport& report) {

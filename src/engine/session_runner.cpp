@@ -223,9 +223,13 @@ bool SessionRunner::start_again(const Guid& job, bool first) {
     return true;
 }
 
-void SessionRunner::set_speed_limit(const Guid& job, std::int64_t limit) {
+void SessionRunner::take_rules(const Guid& job, const std::shared_ptr<const JobRules>& rules) {
+    if (const auto at = sessions_.find(job); at != sessions_.end()) at->second->session->take_rules(rules);
+}
+
+void SessionRunner::take_trackers(const Guid& job, const std::vector<std::string>& trackers) {
     if (const auto at = sessions_.find(job); at != sessions_.end())
-        at->second->session->set_speed_limit(limit);
+        at->second->session->take_trackers(trackers);
 }
 
 void SessionRunner::wait(std::chrono::milliseconds at_most) {
@@ -245,6 +249,7 @@ void SessionRunner::wake() {
 }
 
 void SessionRunner::take_end_of(Entry& entry, const Guid& identity) {
+    const bool owes_choice = entry.session->owes_choice();
     SessionEnd end = entry.session->take_end();
     if (entry.file) entry.file->write();
     --(entry.shares ? sharing_ : entry.kind->takes_place ? places_ : beside_[entry.kind->kind]);
@@ -258,7 +263,8 @@ void SessionRunner::take_end_of(Entry& entry, const Guid& identity) {
         const bool stopped = end.outcome.result.kind() == Kind::stopped;
         newer->state = stopped && !entry.stop_asked ? JobState::waiting : end.job->state;
         tools_.store.update(*record, std::move(newer));
-        if (stopped && entry.start_again) tools_.store.queue_last(*record);
+        const bool wants_more = record->state == JobState::finished && owes_choice;
+        if (wants_more || (stopped && entry.start_again)) tools_.store.queue_last(*record);
         if (stopped && entry.start_again && entry.comes_first) tools_.store.queue_first(*record);
     }
     JobEnd told{entry.number, std::move(end.job), std::move(end.outcome), std::move(end.question)};
@@ -308,6 +314,16 @@ void SessionRunner::begin_to_share(Entry& entry, JobEnd& told) {
     tools_.store.update(*record, std::move(newer));
 }
 
+// Files were chosen of a torrent that is shared: its job waits for another session, which fetches them.
+void SessionRunner::fetch_more(const Guid& identity, Entry& entry) {
+    entry.stop_asked = true;
+    entry.session->stop();
+    CJobNode* const record = tools_.store.find(identity);
+    if (record == nullptr) return;
+    set_to_be_shared(*record, false);
+    tools_.store.queue_last(*record);
+}
+
 // Drops sessions that were asked to end and need no attention any more.
 void SessionRunner::reap() {
     std::erase_if(leaving_, [this](std::unique_ptr<Entry>& entry) {
@@ -326,6 +342,8 @@ void SessionRunner::settle() {
     if (stop_.requested()) return;
     for (auto& [identity, entry] : sessions_) {
         entry->session->look();
+        if (entry->shares && !entry->stop_asked && entry->session->owes_choice())
+            fetch_more(identity, *entry);
         if (entry->told || !has_settled(*entry->session)) continue;
         entry->told = true;
         JobEnd told{entry->number, entry->session->job().twin(), {}};

@@ -104,8 +104,10 @@ class SessionRunner {
     /// Shares a finished torrent beside the running jobs, as soon as there is room; its record says that it
     /// is to be shared (is_to_be_shared()). `whole_since` as in TorrentSharing.
     void share(const Guid& job, std::int64_t whole_since);
-    /// Sets the speed limit of the job's session, where it has one.
-    void set_speed_limit(const Guid& job, std::int64_t limit);
+    /// Tells the job's session, where it has one, of the job's new rules.
+    void take_rules(const Guid& job, const std::shared_ptr<const JobRules>& rules);
+    /// Tells the session of the torrent's job, where it has one, of its trackers.
+    void take_trackers(const Guid& job, const std::vector<std::string>& trackers);
     /// Waits up to `at_most` for a session to end, or for wake(), without serving waiting sessions.
     void wait(std::chrono::milliseconds at_most);
     /// Any thread: somebody waits to be served.
@@ -186,6 +188,7 @@ class SessionRunner {
                                              std::optional<std::int64_t> whole_since) const;
     bool start_sharing();
     void begin_to_share(Entry& entry, JobEnd& told);
+    void fetch_more(const Guid& identity, Entry& entry);
     void take_end_of_sharing(Entry& entry, CJobNode& record, CJobNode& ended, const Result& result);
     [[nodiscard]] std::vector<RunningJob> jobs_that(bool share) const;
     CJobLog::Listener listener_of(Entry& entry, const Guid& job);

@@ -141,12 +141,18 @@ void TorrentRun::look_at_trackers(TorrentReport& report) const {
 void TorrentRun::look_at_files(unsigned parts, TorrentReport& report) const {
     const Storage& storage = files_->storage();
     const FileList& files = storage.files();
-    std::vector<bool> chosen(files.count());
-    for (std::size_t file = 0; file < files.count(); ++file) chosen[file] = storage.is_chosen(file);
-    describe_torrent(content_, files, chosen, good_, parts, report);
+    // Those who ask want to see what was chosen just now, too.
+    std::uint64_t number = 0;
+    const auto newest = choice_of(content_, rules(number).get());
+    describe_torrent(content_, files, newest ? *newest : choice_, good_, parts, report);
     if ((parts & torrent_part::pieces) != 0) {
-        for (std::uint32_t piece = 0; piece < swarm_->picker().pieces(); ++piece)
-            report.availability.push_back(swarm_->picker().availability(piece));
+        const Picker& picker = swarm_->picker();
+        PieceSet begun(picker.pieces());
+        for (std::uint32_t piece = 0; piece < picker.pieces(); ++piece) {
+            report.availability.push_back(picker.availability(piece));
+            if (picker.is_begun(piece)) begun.add(piece);
+        }
+        report.begun = begun.wire();
     }
     if ((parts & torrent_part::files) == 0) return;
     std::size_t shown = 0;

@@ -89,14 +89,15 @@ Result TorrentFiles::open(const TorrentPlace& place, const std::vector<bool>& ch
     const std::u16string known =
         name_of(place.path).empty() ? find_target(folder, to_hex(content_.info_hash)) : place.path;
     if (!known.empty() && is_there(content_, known)) {
-        if (Result result = resume(known, true, chosen, stop, progress); !result.ok()) return result;
+        if (Result result = resume(place, known, true, chosen, stop, progress); !result.ok()) return result;
         if (storage_) return {};
     } else if (known.empty() && place.adopts) {
         const std::u16string name = place.name.empty() ? content_.name : place.name;
         const std::u16string other = join_path(folder, safe_file_name(name));
         const PathKind kind = content_.is_folder ? PathKind::folder : PathKind::file;
         if (path_kind(other) == kind) {
-            if (Result result = resume(other, false, chosen, stop, progress); !result.ok()) return result;
+            if (Result result = resume(place, other, false, chosen, stop, progress); !result.ok())
+                return result;
             if (storage_) return {};
         }
     } else if (!known.empty()) {
@@ -107,19 +108,17 @@ Result TorrentFiles::open(const TorrentPlace& place, const std::vector<bool>& ch
 }
 
 // Leaves the storage closed where the files are not this job's after all.
-Result TorrentFiles::resume(const std::u16string& target, bool is_ours, const std::vector<bool>& chosen,
-                            const StopSource& stop, CheckProgress& progress) {
+Result TorrentFiles::resume(const TorrentPlace& place, const std::u16string& target, bool is_ours,
+                            const std::vector<bool>& chosen, const StopSource& stop,
+                            CheckProgress& progress) {
     auto state = load_storage_state(storage_state_path(target), to_hex(content_.info_hash));
     const bool fits = state && state->chosen.size() == content_.files.size();
     const std::u16string name = content_.is_folder ? std::u16string() : std::u16string(name_of(target));
     if (Result result = make_storage(name, fits ? state->chosen : chosen); !result.ok()) return result;
     if (Result result = storage_->resume(places_of(content_, target, state)); !result.ok()) return result;
     target_ = target;
-    if (Result result = check(state, stop, progress); !result.ok()) return result;
-    for (std::size_t file = 0; file < chosen.size(); ++file) {
-        if (Result result = storage_->choose(file, chosen[file]); !result.ok()) return result;
-    }
-    if (state || is_whole() || (is_ours && !has_finished_files())) return {};
+    if (Result result = check(state, place.some_since, stop, progress); !result.ok()) return result;
+    if (state || is_whole() || (is_ours && are_finished_ones_right())) return choose(chosen, good_, good_);
     // Files under whole names that nothing says are this job's, and that are not what it fetches: somebody
     // else put them there.
     log_.line(Direction::note, "The files at " + to_utf8(target) + " are others, and stay as they are.");
@@ -185,13 +184,23 @@ std::vector<FileSpan> TorrentFiles::spans_of(std::int64_t piece) const {
     return storage_->files().spans(begin, std::min(content_.piece_length, content_.total - begin));
 }
 
-Result TorrentFiles::check(const std::optional<StorageState>& state, const StopSource& stop,
-                           CheckProgress& progress) {
+Result TorrentFiles::check(const std::optional<StorageState>& state, std::int64_t some_since,
+                           const StopSource& stop, CheckProgress& progress) {
     good_.assign(static_cast<std::size_t>(content_.piece_count()), false);
-    if (!state) return check_all_pieces(*storage_, hashes_, 0, stop, progress, good_);
-    StorageState believed = *state;
-    const std::vector<std::size_t> doubted = doubt_changed_files(*storage_, believed);
-    good_ = std::move(believed.good);
+    std::vector<std::size_t> doubted;
+    if (state) {
+        StorageState believed = *state;
+        doubted = doubt_changed_files(*storage_, believed);
+        // Those that were taken back a moment ago are among both.
+        const std::vector<std::size_t> late = late_pieces(*storage_, believed);
+        doubted.insert(doubted.end(), late.begin(), late.end());
+        std::ranges::sort(doubted);
+        const auto twice = std::ranges::unique(doubted);
+        doubted.erase(twice.begin(), twice.end());
+        good_ = std::move(believed.good);
+    } else {
+        doubted = doubt(some_since);
+    }
     if (doubted.empty()) return {};
     return check_pieces(*storage_, hashes_, doubted, 0, stop, progress, good_);
 }
@@ -223,11 +232,56 @@ bool TorrentFiles::is_whole() const {
     return true;
 }
 
-bool TorrentFiles::has_finished_files() const {
-    for (std::size_t file = 0; file < storage_->files().count(); ++file) {
-        if (storage_->shape(file) == FileShape::finished) return true;
+// No piece is wrong that stands in files with their names alone.
+bool TorrentFiles::are_finished_ones_right() const {
+    const auto is_finished = [this](const FileSpan& span) {
+        return storage_->files().at(span.file).padding || storage_->shape(span.file) == FileShape::finished;
+    };
+    for (std::size_t piece = 0; piece < good_.size(); ++piece) {
+        if (good_[piece]) continue;
+        const auto spans = spans_of(static_cast<std::int64_t>(piece));
+        if (std::all_of(spans.begin(), spans.end(), is_finished)) return false;
+    }
+    return true;
+}
+
+// Whether some piece of the file passes the test.
+template <class Test>
+bool TorrentFiles::has_piece(std::size_t file, const Test& test) const {
+    const ListedFile& listed = storage_->files().at(file);
+    if (listed.length == 0) return false;
+    const std::int64_t last = (listed.offset + listed.length - 1) / content_.piece_length;
+    for (std::int64_t piece = listed.offset / content_.piece_length; piece <= last; ++piece) {
+        if (test(piece)) return true;
     }
     return false;
+}
+
+Result TorrentFiles::choose(const std::vector<bool>& chosen, const std::vector<bool>& good,
+                            const std::vector<bool>& holds) {
+    bool is_changed = false;
+    std::vector<std::size_t> leaving;
+    const auto is_needed = [&](std::int64_t piece) {
+        const auto is_of_a_file = [this](const FileSpan& span) {
+            return !storage_->files().at(span.file).padding;
+        };
+        const auto spans = spans_of(piece);
+        return holds[static_cast<std::size_t>(piece)] &&
+               std::count_if(spans.begin(), spans.end(), is_of_a_file) == 1;
+    };
+    for (std::size_t file = 0; file < chosen.size(); ++file) {
+        is_changed = is_changed || storage_->is_chosen(file) != chosen[file];
+        if (Result result = storage_->choose(file, chosen[file]); !result.ok()) return result;
+        const bool has_part = !chosen[file] && storage_->shape(file) == FileShape::partial;
+        if (has_part && !has_piece(file, is_needed)) leaving.push_back(file);
+    }
+    if (!is_changed && leaving.empty()) return {};
+    bool is_lost = false;
+    if (Result result = save(good, is_lost); !result.ok()) return result;
+    for (const std::size_t file : leaving) {
+        if (Result result = storage_->put_back(file); !result.ok()) return result;
+    }
+    return {};
 }
 
 Result TorrentFiles::save(const std::vector<bool>& good, bool& is_lost) {
@@ -239,18 +293,24 @@ Result TorrentFiles::save(const std::vector<bool>& good, bool& is_lost) {
     return result;
 }
 
-Result TorrentFiles::finish(const std::optional<FileOrigin>& origin, const StopSource& stop) {
-    // One wait for the disk instead of one for each file.
+Result TorrentFiles::finish(const std::vector<bool>& good, const std::optional<FileOrigin>& origin,
+                            const StopSource& stop) {
+    // Two waits for the disk instead of two for each file: for the bytes, and then for the names.
     if (Result result = storage_->sync(); !result.ok()) return result;
     for (std::size_t file = 0; file < storage_->files().count(); ++file) {
         if (stop.requested()) return stop.reason();
-        if (!storage_->is_chosen(file)) continue;
+        const auto is_missing = [&good](std::int64_t piece) {
+            return !good[static_cast<std::size_t>(piece)];
+        };
+        const bool has_part = storage_->is_chosen(file) || storage_->shape(file) == FileShape::partial;
+        if (!has_part || has_piece(file, is_missing)) continue;
         if (origin && storage_->shape(file) == FileShape::partial) {
             const FileError error = mark_origin(storage_->path(file), *origin);
             if (!error.ok()) log_.line(Direction::error, "The file could not be marked: " + error.text());
         }
         if (Result result = storage_->finish(file); !result.ok()) return result;
     }
+    if (Result result = storage_->sync(); !result.ok()) return result;
     static_cast<void>(remove_file(storage_state_path(target_)));
     return {};
 }

@@ -23,6 +23,8 @@ struct TorrentPlace {
     bool adopts = false;  ///< files of that name are taken over where they are all of the torrent's
     /// The files were whole then (seconds since 1970), see TorrentSharing::whole_since.
     std::optional<std::int64_t> whole_since{};
+    /// Some of them were whole then, and more are chosen now; 0: none were.
+    std::int64_t some_since = 0;
 };
 
 /// A torrent of one file has it in the job's folder, one of several has a folder of its own there. Beside
@@ -40,12 +42,20 @@ class TorrentFiles {
     /// reason where that comes first.
     Result open(const TorrentPlace& place, const std::vector<bool>& chosen, const StopSource& stop,
                 CheckProgress& progress);
+    /// Other files are chosen from now on: they get the bytes that the part file has of them. Of those that
+    /// are not chosen any more the ones that have a piece of their own, among those that `holds` names, keep
+    /// their unfinished file; the others go. Saves which pieces are good in between, so that a crash costs
+    /// none of them. On any thread, while nothing is saved.
+    Result choose(const std::vector<bool>& chosen, const std::vector<bool>& good,
+                  const std::vector<bool>& holds);
     /// Saves which pieces are good, after their bytes. A failure after which the bytes themselves may be lost
     /// sets `is_lost`. On any thread, one call at a time.
     Result save(const std::vector<bool>& good, bool& is_lost);
-    /// Every chosen file takes its name, with the mark of its origin where there is one, and the state goes.
-    /// target() does not change before take_names(). On any thread, while nothing is saved.
-    Result finish(const std::optional<FileOrigin>& origin, const StopSource& stop);
+    /// Every file that is whole by the good pieces takes its name, with the mark of its origin where there is
+    /// one, and the state goes. target() does not change before take_names(). On any thread,
+    /// while nothing is saved.
+    Result finish(const std::vector<bool>& good, const std::optional<FileOrigin>& origin,
+                  const StopSource& stop);
     void take_names();
     /// The part of files that are not chosen goes, once the others have their names.
     void close(bool keeps_parts = true);
@@ -64,16 +74,19 @@ class TorrentFiles {
 
   private:
     Result make_storage(const std::u16string& name, const std::vector<bool>& chosen);
-    Result resume(const std::u16string& target, bool is_ours, const std::vector<bool>& chosen,
-                  const StopSource& stop, CheckProgress& progress);
-    Result check(const std::optional<StorageState>& state, const StopSource& stop, CheckProgress& progress);
+    Result resume(const TorrentPlace& place, const std::u16string& target, bool is_ours,
+                  const std::vector<bool>& chosen, const StopSource& stop, CheckProgress& progress);
+    Result check(const std::optional<StorageState>& state, std::int64_t some_since, const StopSource& stop,
+                 CheckProgress& progress);
     Result begin(const std::u16string& folder, const std::u16string& name, const std::vector<bool>& chosen);
     Result open_whole(const TorrentPlace& place, const std::vector<bool>& chosen, const StopSource& stop,
                       CheckProgress& progress);
     [[nodiscard]] std::vector<FileSpan> spans_of(std::int64_t piece) const;
     [[nodiscard]] std::vector<std::size_t> doubt(std::int64_t whole_since);
     [[nodiscard]] bool is_whole() const;
-    [[nodiscard]] bool has_finished_files() const;
+    [[nodiscard]] bool are_finished_ones_right() const;
+    template <class Test>
+    [[nodiscard]] bool has_piece(std::size_t file, const Test& test) const;
 
     const TorrentContent& content_;
     const PieceHashSource& hashes_;

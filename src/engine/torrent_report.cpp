@@ -40,18 +40,18 @@ constexpr std::array<std::pair<std::string_view, std::string_view>, 12> programs
 
 std::vector<TorrentTracker> trackers_at_rest(const Magnet& magnet) {
     std::vector<TorrentTracker> trackers;
-    for (const std::string& address : magnet.trackers) {
+    for (const std::string& address : trackers_of(magnet)) {
         TorrentTracker tracker;
-        tracker.address = without_keys(normalise_tracker(tracker_from_magnet(address)));
+        tracker.address = without_keys(address);
         tracker.tier = static_cast<int>(trackers.size());
-        if (!tracker.address.empty()) trackers.push_back(std::move(tracker));
+        trackers.push_back(std::move(tracker));
     }
     return trackers;
 }
 
 // Which pieces are good: those of the saved state or, where the job has finished, all that its files have.
 std::vector<bool> good_at_rest(const CJobNode& job, const std::optional<StorageState>& state,
-                               const FileList& files, const std::vector<bool>& chosen,
+                               const FileList& files, const TorrentChoice& choice,
                                const TorrentContent& content) {
     const auto count = static_cast<std::size_t>(content.piece_count());
     if (state && state->good.size() == count) return state->good;
@@ -59,7 +59,7 @@ std::vector<bool> good_at_rest(const CJobNode& job, const std::optional<StorageS
     if (job.state != JobState::finished) return good;
     for (std::size_t file = 0; file < files.count(); ++file) {
         const ListedFile& listed = files.at(file);
-        if (!chosen[file] || listed.length == 0) continue;
+        if (choice.files[file] == FilePriority::skip || listed.length == 0) continue;
         const auto first = static_cast<std::size_t>(listed.offset / content.piece_length);
         const auto last =
             static_cast<std::size_t>((listed.offset + listed.length - 1) / content.piece_length);
@@ -89,9 +89,20 @@ std::string_view tracker_state_name(TorrentTracker::State state) noexcept {
     return names[static_cast<std::size_t>(state)];
 }
 
+bool has_bit(std::string_view wire, std::size_t piece) noexcept {
+    const unsigned bit = 0x80U >> (piece % 8);
+    return piece / 8 < wire.size() && (static_cast<unsigned char>(wire[piece / 8]) & bit) != 0;
+}
+
 std::string_view torrent_phase_name(TorrentReport::Phase phase) noexcept {
     constexpr std::array<std::string_view, 5> names{"idle", "description", "check", "exchange", "sharing"};
     return names[static_cast<std::size_t>(phase)];
+}
+
+std::vector<std::string> trackers_of(const Magnet& magnet) {
+    std::vector<std::string> trackers;
+    for (const std::string& tracker : magnet.trackers) trackers.push_back(tracker_from_magnet(tracker));
+    return distinct_trackers(trackers);
 }
 
 std::string peer_client(std::string_view version, std::string_view id) {
@@ -112,7 +123,7 @@ std::string peer_client(std::string_view version, std::string_view id) {
     return name;
 }
 
-void describe_torrent(const TorrentContent& content, const FileList& files, const std::vector<bool>& chosen,
+void describe_torrent(const TorrentContent& content, const FileList& files, const TorrentChoice& choice,
                       const std::vector<bool>& good, unsigned parts, TorrentReport& report) {
     report.info_hash = content.info_hash;
     report.is_described = true;
@@ -122,6 +133,8 @@ void describe_torrent(const TorrentContent& content, const FileList& files, cons
     report.piece_count = content.piece_count();
     report.piece_length = content.piece_length;
     report.good_pieces = std::count(good.begin(), good.end(), true);
+    report.is_sequential = choice.sequential;
+    report.has_ends_first = choice.ends_first;
     if ((parts & torrent_part::pieces) != 0) {
         PieceSet set(static_cast<std::uint32_t>(good.size()));
         for (std::uint32_t piece = 0; piece < set.size(); ++piece) {
@@ -134,7 +147,7 @@ void describe_torrent(const TorrentContent& content, const FileList& files, cons
     for (std::size_t file = 0; file < files.count(); ++file) {
         const ListedFile& listed = files.at(file);
         if (listed.padding) continue;
-        report.files.push_back({listed.path, {}, listed.length, done[file], chosen[file]});
+        report.files.push_back({listed.path, {}, listed.length, done[file], choice.files[file]});
     }
 }
 
@@ -158,21 +171,18 @@ TorrentReport report_at_rest(const CJobNode& job, std::string_view info, unsigne
     const bool has_place = !name_of(job.path).empty();
     std::optional<StorageState> state;
     if (has_place) state = load_storage_state(storage_state_path(job.path), to_hex(content->info_hash));
-    std::vector<bool> chosen(files->count(), true);
-    if (state && state->chosen.size() == chosen.size()) {
-        chosen = state->chosen;
-    } else if (auto selected = chosen_files(*content, job.rules ? job.rules->select : std::string())) {
-        chosen = *std::move(selected);
-    }
-    const std::vector<bool> good = good_at_rest(job, state, *files, chosen, *content);
-    describe_torrent(*content, *files, chosen, good, parts | torrent_part::files, report);
+    auto choice = choice_of(*content, job.rules.get());
+    if (!choice) choice = choice_of(*content, nullptr);
+    if (!choice) return report;
+    const std::vector<bool> good = good_at_rest(job, state, *files, *choice, *content);
+    describe_torrent(*content, *files, *choice, good, parts | torrent_part::files, report);
 
     report.size = 0;
     std::size_t shown = 0;
     for (std::size_t file = 0; file < files->count(); ++file) {
         if (files->at(file).padding) continue;
         TorrentFile& one = report.files[shown++];
-        if (one.is_chosen) {
+        if (one.is_chosen()) {
             report.size += one.size;
             report.done += one.done;
         }

@@ -9,6 +9,7 @@
 
 #include "base/clock.h"
 #include "bt/metainfo.h"
+#include "engine/selection.h"
 #include "platform/socket.h"
 
 namespace vantlow {
@@ -16,14 +17,14 @@ namespace vantlow {
 class CJobNode;
 class FileList;
 class PieceSet;
-struct TorrentContent;
+struct Magnet;
 
 /// The parts of a report, as bits: each costs only who asks for it. The rest of the report is always there.
 namespace torrent_part {
 inline constexpr unsigned peers = 1;  ///< with their pieces: up to 128 KiB a peer for a million pieces
 inline constexpr unsigned trackers = 2;
 inline constexpr unsigned files = 4;
-inline constexpr unsigned pieces = 8;  ///< which are there, and how many peers have each
+inline constexpr unsigned pieces = 8;  ///< which are there or in work, and how many peers have each
 inline constexpr unsigned all = 15;
 }  // namespace torrent_part
 
@@ -73,7 +74,9 @@ struct TorrentFile {
     std::u16string path;  ///< where it stands, or will stand when it is whole; empty while that is undecided
     std::int64_t size = 0;
     std::int64_t done = 0;  ///< bytes in good pieces
-    bool is_chosen = true;
+    FilePriority priority = FilePriority::normal;
+
+    [[nodiscard]] bool is_chosen() const noexcept { return priority != FilePriority::skip; }
 };
 
 /// The facts of a torrent's job at one moment, as far as they are known. A plain record.
@@ -111,12 +114,16 @@ struct TorrentReport {
     std::int64_t piece_length = 0;  ///< bytes; the last piece may be shorter
     std::int64_t good_pieces = 0;
     std::int64_t checked_pieces = 0;  ///< of the check that is under way
+    bool is_sequential = false;       ///< pieces come in their order
+    bool has_ends_first = false;      ///< the ends of its files come before all else
 
     // The parts that were asked for.
     std::vector<TorrentPeer> peers;
     std::vector<TorrentTracker> trackers;
     std::vector<TorrentFile> files;
-    std::string good;                         ///< the good pieces, as the wire has them (BEP 3, "bitfield")
+    std::string good;  ///< the good pieces, as the wire has them (BEP 3, "bitfield")
+    std::string
+        begun;  ///< those in work, likewise: blocks of them came or are asked for; empty: it does not run
     std::vector<std::uint32_t> availability;  ///< how many peers have each piece; empty: it does not run
 
     /// Bytes that were sent to those of the chosen files; 0 while the size is unknown.
@@ -127,13 +134,19 @@ struct TorrentReport {
 /// "idle" and its kin.
 std::string_view torrent_phase_name(TorrentReport::Phase phase) noexcept;
 
+/// Whether a piece is among those of a list as the wire has it (`good`, `begun`).
+bool has_bit(std::string_view wire, std::size_t piece) noexcept;
+
 /// The program that a peer is: by what it says of itself (BEP 10, "v"), else by its id (BEP 20); empty where
 /// neither tells. UTF-8, one line, 80 bytes at most.
 std::string peer_client(std::string_view version, std::string_view id);
 
-/// Adds the facts of the document, and the files as far as `parts` has them; their paths stay empty. `chosen`
-/// and `good` have an entry for each file, and for each piece.
-void describe_torrent(const TorrentContent& content, const FileList& files, const std::vector<bool>& chosen,
+/// The trackers that a link names, with their keys.
+std::vector<std::string> trackers_of(const Magnet& magnet);
+
+/// Adds the facts of the document, and the files as far as `parts` has them; their paths stay empty. `good`
+/// has an entry for each piece.
+void describe_torrent(const TorrentContent& content, const FileList& files, const TorrentChoice& choice,
                       const std::vector<bool>& good, unsigned parts, TorrentReport& report);
 
 /// The report of a job that does not run: from its record, its document ("info" value; empty where there is

@@ -33,6 +33,7 @@ void TorrentRun::listen() {
     listeners_.push_back(*std::move(four));
     auto six = loop_->listen(*SocketAddress::from_literal("::", port_), backlog);
     if (six) listeners_.push_back(*std::move(six));
+    for (const auto& listener : listeners_) accept(*listener);
     hold_port(passed_on_, PortMapper::Transport::tcp, port_);
 }
 
@@ -56,7 +57,11 @@ void TorrentRun::log_ports() {
 
 void TorrentRun::accept(net::Listener& listener) {
     listener.accept([this, &listener](Outcome<std::unique_ptr<net::Stream>> stream) {
-        if (stream && swarm_ != nullptr) swarm_->take_incoming(*std::move(stream));
+        if (stream && swarm_ != nullptr) {
+            swarm_->take_incoming(*std::move(stream));
+        } else if (stream && description_ != nullptr) {
+            description_->take_incoming(*std::move(stream));
+        }
         accept(listener);
     });
 }
@@ -69,6 +74,7 @@ void TorrentRun::start_round() {
 
 void TorrentRun::every_second() {
     pace_.follow(services_.settings);
+    sent_.follow(services_.settings.number(setting::upload_limit));
     follow_filter();
     log_ports();
     announces_.revive();
@@ -110,22 +116,48 @@ void TorrentRun::follow_filter() {
 
 // Hands on what the trackers and the other sources have told since the last time.
 void TorrentRun::tell_peers() {
-    if (identity_.peers.size() != told_) {
-        const std::vector<SocketAddress> known = identity_.peers.peers();
-        const auto fresh = std::span(known).subspan(told_);
-        if (swarm_ != nullptr) swarm_->add_peers(fresh);
-        if (description_ != nullptr) description_->add_peers(fresh);
-        for (std::size_t i = logged_; i < std::min(known.size(), most_logged); ++i)
-            log_.line(Direction::note, "Peer: " + peer_text(known[i]));
-        logged_ = std::max(logged_, known.size());
-        told_ = known.size();
-    }
+    if (swarm_ == nullptr && description_ == nullptr) return;
+    const std::vector<SocketAddress> named = identity_.peers.fresh(told_);
+    if (swarm_ != nullptr) swarm_->add_peers(named);
+    if (description_ != nullptr) description_->add_peers(named);
+    for (const SocketAddress& peer : named) log_peer(peer);
     sources_.look(swarm_ != nullptr ? swarm_->peers() == 0
                                     : description_ == nullptr || description_->peers() == 0);
     const std::vector<SocketAddress> found = sources_.fresh();
     if (found.empty()) return;
     if (swarm_ != nullptr) swarm_->add_named(found);
     if (description_ != nullptr) description_->add_named(found);
+}
+
+// Once each: the swarm is told again what the search for the description was told.
+void TorrentRun::log_peer(const SocketAddress& peer) {
+    if (logged_.size() < most_logged && logged_.insert(peer_text(peer)).second)
+        log_.line(Direction::note, "Peer: " + peer_text(peer));
+}
+
+// The system may take its time for each of them.
+void TorrentRun::look_up_peers() {
+    if (magnet_.named_peers.empty()) return;
+    if (tunnels_)
+        return log_.line(Direction::note,
+                         "Peers that the link names by host names are not called: beside a proxy no name is "
+                         "looked up.");
+    const Result started = services_.threads.start(look_up_, [this, named = magnet_.named_peers] {
+        std::vector<SocketAddress> found;
+        for (const Magnet::NamedPeer& peer : named) {
+            const auto addresses =
+                services_.connections.resolver.resolve(peer.host, peer.port, look_up_stop_);
+            if (addresses) found.insert(found.end(), addresses->begin(), addresses->end());
+        }
+        static_cast<void>(loop_->post([this, found] { take_looked_up(found); }));
+    });
+    if (!started.ok()) log_.line(Direction::error, started.message());
+}
+
+void TorrentRun::take_looked_up(const std::vector<SocketAddress>& peers) {
+    magnet_.peers.insert(magnet_.peers.end(), peers.begin(), peers.end());
+    if (swarm_ != nullptr && !content_.is_private) swarm_->add_peers(peers);
+    if (description_ != nullptr) description_->add_peers(peers);
 }
 
 // Where the peers came from, in one line.
@@ -157,10 +189,10 @@ void TorrentRun::save_some() {
                    is_saving_ = false;
                    const auto now = Clock::now();
                    next_save_ = now + (now - began_ < save_interval ? first_interval : save_interval);
-                   if (std::exchange(share_after_saving_, false)) share();
-                   if (result.ok()) return;
-                   if (*is_lost) return failed(result);
-                   log_.line(Direction::error, result.message());
+                   if (!result.ok() && *is_lost) return failed(result);
+                   if (!result.ok()) log_.line(Direction::error, result.message());
+                   follow_rules();
+                   if (!is_saving_ && std::exchange(share_after_saving_, false)) share();
                });
 }
 
@@ -171,8 +203,9 @@ void TorrentRun::piece_came(std::uint32_t piece) {
 }
 
 void TorrentRun::completed() {
+    if (is_choosing_) return;  // it is looked at again when that is over
     if (sharing_.goes_on) return share();
-    is_complete_ = true;
+    is_complete_ = gives_names_ = true;
     loop_->stop();
 }
 
@@ -183,8 +216,8 @@ void TorrentRun::share() {
         share_after_saving_ = true;
         return;
     }
-    is_saving_ = true;  // and from now on none is
-    disk_->run([this] { return give_names(); },
+    is_saving_ = gives_names_ = true;  // and from now on none is saved
+    disk_->run([this, good = good_] { return give_names(good); },
                [this](const Result& result) {
                    if (result.kind() == Kind::stopped) return;
                    if (!result.ok()) return failed(result);

@@ -27,6 +27,11 @@ std::u16string asked_name(const CJobNode& job, const Magnet& magnet) {
     return job.file_name == safe_file_name(guess) ? std::u16string() : job.file_name;
 }
 
+/// The connections of all torrents together.
+struct PeerCount : Keepsake {
+    std::atomic<std::size_t> connections = 0;
+};
+
 }  // namespace
 
 TorrentRun::TorrentRun(const CJobNode& job, const TransferServices& services, RunOptions options,
@@ -42,12 +47,16 @@ TorrentRun::TorrentRun(const CJobNode& job, const TransferServices& services, Ru
       on_end_(std::move(on_end)),
       stop_(services.stop),
       // The goodbye to the trackers comes after the stop.
-      announces_({services.connections, services.libraries, services.settings}, identity_, log,
-                 services.stop),
+      announces_({.connections = services.connections,
+                  .libraries = services.libraries,
+                  .settings = services.settings,
+                  .on_peers = [this] { static_cast<void>(loop_->post([this] { tell_peers(); })); }},
+                 identity_, log, services.stop),
       sources_(torrent_services.hash_table, services.settings, log) {
     size_ = job.file_size > 0 ? job.file_size : -1;
-    pace_.set_limit(job.rules ? job.rules->speed_limit : 0);
+    set_limits(job.rules.get());
     const MutexLock guard(mutex_);
+    rules_ = job.rules;
     progress_.size = size_;
     progress_.path = job.path;
     if (job.tally) tally_ = *job.tally;
@@ -91,13 +100,14 @@ Result TorrentRun::work() {
     ticks_.emplace(loop_->timers());
     if (!proxy_.is_used()) listen();
     if (Result result = proxy_.is_used() ? reach_proxy() : Result(); !result.ok()) return result;
-    std::vector<std::string> trackers;
-    for (const std::string& tracker : magnet_.trackers) trackers.push_back(tracker_from_magnet(tracker));
-    announces_.start(trackers);
+    announces_.start(trackers_of(magnet_));
+    look_up_peers();
     Result result = describe();
     if (result.ok()) result = open_files();
     if (result.ok()) result = conclude(fetch_pieces());
     announces_.ask_to_stop();
+    look_up_stop_.request();
+    look_up_.join();
     sources_.end();
     if (files_) files_->close(!sharing_.whole_since);
     ticks_.reset();
@@ -186,11 +196,12 @@ Result TorrentRun::describe() {
 Result TorrentRun::fetch_description() {
     log_.line(Direction::note, "The torrent's description is asked for among the peers.");
     bool is_there = false;
-    MetadataFetch fetch(outside(), identity_.peer_id, {services_.connections.received, sent_, pace_.group()},
-                        crypto_, [&](std::string info) {
-                            content_.info = std::move(info);
-                            is_there = true;
-                        });
+    const auto take = [&](std::string info) {
+        content_.info = std::move(info);
+        is_there = true;
+    };
+    MetadataFetch fetch(outside(), identity_.peer_id, limits_, crypto_, take,
+                        {port_, services_.settings.flag(setting::peer_exchange)});
     description_ = &fetch;
     filter_.reset();
     follow_filter();
@@ -200,6 +211,7 @@ Result TorrentRun::fetch_description() {
     fetch.start();
     start_round();
     open_for_questions();
+    follow_trackers();
     Result result;
     while (!is_there && !stop_.requested() && result.ok()) {
         const auto step = loop_->run_one(std::chrono::seconds(1));
@@ -215,8 +227,9 @@ Result TorrentRun::fetch_description() {
 }
 
 Result TorrentRun::open_files() {
-    const auto chosen = chosen_files(content_, job_.rules ? job_.rules->select : std::string());
-    if (!chosen) return chosen.failure();
+    auto choice = choice_of(content_, rules(followed_).get());
+    if (!choice) return choice.failure();
+    choice_ = *std::move(choice);
     phase_ = Phase::check;
     show();
     StorageRules rules;
@@ -225,14 +238,11 @@ Result TorrentRun::open_files() {
     files_.emplace(content_, *hashes_, log_, rules, options_.keep_state && !is_whole);
     // A filed job has a place of its own, so that files of the same name are others.
     const bool adopts = sharing_.goes_on && !sharing_.settles;
-    const TorrentPlace place{job_.path, asked_name(job_, magnet_), adopts, sharing_.whole_since};
-    if (Result result = files_->open(place, *chosen, stop_, checked_); !result.ok()) return result;
+    const TorrentPlace place{job_.path, asked_name(job_, magnet_), adopts, sharing_.whole_since,
+                             job_.finished};
+    if (Result result = files_->open(place, choice_.chosen(), stop_, checked_); !result.ok()) return result;
     good_ = files_->good();
-    size_ = files_->chosen_bytes();
-    done_ = 0;
-    for (std::size_t piece = 0; piece < good_.size(); ++piece) {
-        if (good_[piece]) done_ += files_->chosen_bytes_of(static_cast<std::int64_t>(piece));
-    }
+    measure();
     if (is_whole) done_ = size_;
     log_.line(Direction::note, "The files go to " + to_utf8(files_->target()) + "; " + std::to_string(done_) +
                                    " of " + std::to_string(size_) + " bytes are there.");
@@ -252,29 +262,32 @@ Result TorrentRun::fetch_pieces() {
                          static_cast<std::uint32_t>(content_.piece_length), content_.info};
     SwarmOptions options;
     options.port = port_;
+    options.most_peers = static_cast<std::size_t>(services_.settings.number(setting::most_peers));
+    options.most_of_all = static_cast<std::size_t>(services_.settings.number(setting::most_peers_of_all));
+    options.all = &services_.connections.memory.of<PeerCount>().connections;
     options.library = crypto_.library;
     options.crypto = crypto_.setting;
     if (!content_.is_private) find_peers(shelf_.find_nodes(magnet_.info_hash));
     options.node_port = sources_.table_port();
     options.exchanges = !content_.is_private && services_.settings.flag(setting::peer_exchange);
     options.seed = static_cast<std::uint32_t>(Clock::now().time_since_epoch().count());
-    Swarm swarm(outside(), disk, *this, std::move(torrent),
-                {services_.connections.received, sent_, pace_.group()}, options);
+    Swarm swarm(outside(), disk, *this, std::move(torrent), limits_, options);
     for (std::uint32_t piece = 0; piece < swarm.picker().pieces(); ++piece) {
         if (good_[piece]) swarm.add_have(piece);
-        if (is_whole || !files_->storage().is_wanted(piece)) swarm.set_priority(piece, PiecePriority::skip);
     }
     disk_ = &disk;
     swarm_ = &swarm;
     web_seeds_ = &web_seeds;
+    want_pieces(choice_, is_whole);
     filter_.reset();
     follow_filter();
     swarm.start();
     if (!content_.is_private) swarm.add_peers(magnet_.peers);
-    for (const auto& listener : listeners_) accept(*listener);
     start_round();
     if (is_whole) share();
     open_for_questions();
+    follow_rules();
+    follow_trackers();
     const Result result = loop_->run();
     close_for_questions();
     ticks_->cancel();
@@ -300,7 +313,7 @@ Result TorrentRun::conclude(const Result& fetched) {
         return fetched;
     }
     if (!named_) {
-        if (Result result = give_names(); !result.ok()) return result;
+        if (Result result = give_names(good_); !result.ok()) return result;
         files_->take_names();
         if (received_ > 0) announces_.complete();
     }
@@ -310,13 +323,13 @@ Result TorrentRun::conclude(const Result& fetched) {
     return {};
 }
 
-Result TorrentRun::give_names() {
+Result TorrentRun::give_names(const std::vector<bool>& good) {
     // A folder has had its name from the beginning.
     if (!content_.is_folder && options_.before_name) options_.before_name(files_->target(), size_);
     std::optional<FileOrigin> origin;
     if (services_.settings.flag(setting::mark_zone))
         origin = FileOrigin{make_magnet(magnet_.info_hash, {}, {}), {}};
-    return files_->finish(origin, stop_);
+    return files_->finish(good, origin, stop_);
 }
 
 }  // namespace vantlow

@@ -5,6 +5,7 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -44,8 +45,15 @@ class TorrentRun final : private SwarmListener {
     /// Asks for the end: what is there is saved, the trackers are told. Any thread.
     void stop() noexcept { stop_.request(); }
     void join() { thread_.join(); }
-    /// Of this torrent, bytes a second that are received; 0: none of its own. Any thread.
-    void set_speed_limit(std::int64_t limit) { pace_.set_limit(limit); }
+    /// The job's rules have changed: its limits, the choice of its files and their order hold from now on.
+    /// Files that are chosen once the others have their names are not fetched any more. Any thread.
+    void take_rules(std::shared_ptr<const JobRules> rules);
+    /// These are its trackers from now on. Any thread.
+    void take_trackers(const std::vector<std::string>& trackers);
+    /// Files were chosen too late for this run. Any thread.
+    [[nodiscard]] bool owes_choice() const noexcept { return owes_choice_; }
+    /// The same, once it has ended. The owner's thread.
+    [[nodiscard]] bool has_late_choice() const;
     /// Any thread, as the next two.
     [[nodiscard]] JobProgress progress() const;
     /// The trackers, then the peers.
@@ -73,7 +81,7 @@ class TorrentRun final : private SwarmListener {
     Result open_files();
     Result fetch_pieces();
     Result conclude(const Result& fetched);
-    Result give_names();
+    Result give_names(const std::vector<bool>& good);
 
     // torrent_round.cpp: while the loop runs
     void listen();
@@ -81,6 +89,8 @@ class TorrentRun final : private SwarmListener {
     void every_second();
     void start_round();
     void tell_peers();
+    void look_up_peers();
+    void take_looked_up(const std::vector<SocketAddress>& peers);
     void follow_filter();
     void hold_port(HeldPort& held, PortMapper::Transport transport, std::uint16_t port);
     void log_ports();
@@ -88,6 +98,7 @@ class TorrentRun final : private SwarmListener {
     void fill_seed_errand(HttpErrand& errand) const;
     void call_web_seeds();
     [[nodiscard]] WebSeed* web_seed_at(const SocketAddress& address) const;
+    void log_peer(const SocketAddress& peer);
     void log_sources();
     void count();
     void save_some();
@@ -97,6 +108,16 @@ class TorrentRun final : private SwarmListener {
     [[nodiscard]] TorrentTally count_up() const;
     void show_peers(JobProgress& progress, std::vector<SessionConnection>& connections) const;
     [[nodiscard]] std::string lack() const;
+
+    // torrent_steering.cpp: what a person changes meanwhile
+    void set_limits(const JobRules* rules);
+    void follow_rules();
+    void follow_trackers();
+    void choose(const TorrentChoice& choice, std::uint64_t number);
+    void have_chosen(const TorrentChoice& choice, std::uint64_t number);
+    void want_pieces(const TorrentChoice& choice, bool nothing_more);
+    void measure();
+    [[nodiscard]] std::shared_ptr<const JobRules> rules(std::uint64_t& number) const;
 
     // torrent_facts.cpp: what is asked from outside
     /// Reports are made between the two.
@@ -128,7 +149,8 @@ class TorrentRun final : private SwarmListener {
     const std::function<void()> on_end_;
     StopSource stop_;
     JobPace pace_{services_.connections.received};
-    net::SharedTokens sent_{Clock::now()};
+    JobPace sent_{services_.connections.sent};
+    const LinkLimits limits_{pace_.limits(), sent_.limits(), pace_.group(), sent_.group()};
     JobOutcome outcome_;
 
     // All below belongs to the thread.
@@ -147,9 +169,12 @@ class TorrentRun final : private SwarmListener {
     std::optional<TorrentHashes> hashes_;
     std::optional<TorrentFiles> files_;
     std::vector<bool> good_;
+    TorrentChoice choice_;        ///< that is followed
+    std::uint64_t followed_ = 0;  ///< the number of the rules that it comes from
+    std::atomic<bool> owes_choice_ = false;
     std::atomic<Phase> phase_ = Phase::description;
-    std::size_t told_ = 0;    ///< peers of identity_ that the swarm knows
-    std::size_t logged_ = 0;  ///< that stand in the log
+    std::size_t told_ = 0;          ///< peers of identity_ that the swarm knows
+    std::set<std::string> logged_;  ///< that stand in the log
     std::int64_t size_ = -1;
     std::int64_t done_ = 0;
     std::int64_t received_ = 0;
@@ -157,7 +182,9 @@ class TorrentRun final : private SwarmListener {
     bool is_complete_ = false;
     std::optional<Clock::time_point> named_;  ///< since when the files have their names and are shared
     std::optional<Result> failure_;
-    bool is_saving_ = false;
+    bool is_saving_ = false;    ///< or does something else with the files
+    bool is_choosing_ = false;  ///< the same: files are chosen
+    bool gives_names_ = false;  ///< the same for good: the files get their names, or have them
     bool share_after_saving_ = false;
     bool has_news_ = false;      ///< pieces came since the last save
     Clock::time_point began_{};  ///< the fetching of the description, then that of the pieces
@@ -180,6 +207,10 @@ class TorrentRun final : private SwarmListener {
     mutable Mutex mutex_;
     JobProgress progress_ VANTLOW_GUARDED_BY(mutex_);
     TorrentTally tally_ VANTLOW_GUARDED_BY(mutex_);
+    std::shared_ptr<const JobRules> rules_ VANTLOW_GUARDED_BY(mutex_);
+    std::uint64_t rules_number_ VANTLOW_GUARDED_BY(mutex_) = 1;
+    std::optional<std::vector<std::string>> trackers_
+        VANTLOW_GUARDED_BY(mutex_);  ///< that a person wants instead, until they are followed
     bool takes_questions_ VANTLOW_GUARDED_BY(mutex_) = false;
     std::uint64_t asked_ VANTLOW_GUARDED_BY(mutex_) = 0;  ///< the number of the last question
     std::uint64_t answered_ VANTLOW_GUARDED_BY(mutex_) = 0;
@@ -187,7 +218,9 @@ class TorrentRun final : private SwarmListener {
     Condition answered_now_;
     std::vector<SessionConnection> connections_ VANTLOW_GUARDED_BY(mutex_);
 
-    ThreadPool::Running thread_;  ///< last
+    StopSource look_up_stop_{stop_};
+    ThreadPool::Running look_up_;  ///< asks for the addresses of peers that the link names by host names
+    ThreadPool::Running thread_;   ///< last
 };
 
 }  // namespace vantlow

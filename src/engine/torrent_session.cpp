@@ -42,7 +42,11 @@ class TorrentSession : public JobSession {
     }
     [[nodiscard]] std::vector<SessionConnection> connections() override { return run_->connections(); }
     bool report(unsigned parts, TorrentReport& report) override { return run_->report(parts, report); }
-    void set_speed_limit(std::int64_t limit) override { run_->set_speed_limit(limit); }
+    void take_rules(const std::shared_ptr<const JobRules>& rules) override { run_->take_rules(rules); }
+    void take_trackers(const std::vector<std::string>& trackers) override { run_->take_trackers(trackers); }
+    [[nodiscard]] bool owes_choice() const override {
+        return ended_ ? run_->has_late_choice() : run_->owes_choice();
+    }
 
   private:
     std::unique_ptr<CJobNode> job_;

@@ -131,6 +131,16 @@ bool read_selection(JobOptions& options, const std::string& text) {
     return true;
 }
 
+// "head=SIZE,tail=SIZE": the sizes are this program's own, and both ends come first.
+bool read_ends(JobOptions& options, const std::string& text) {
+    options.ends_first = !text.empty();
+    for (const std::string_view part : split(text, ',')) {
+        const std::string_view end = part.substr(0, part.find('='));
+        if (!part.empty() && end != "head" && end != "tail") return false;
+    }
+    return true;
+}
+
 // A number from 0 on, with or without a fraction.
 std::optional<double> fraction_of(const std::string& text) {
     double number = 0;
@@ -182,10 +192,17 @@ constexpr std::array job_words{
                                                         static_cast<double>(*options.seed_time) / 60))
                                                   : std::nullopt;
                      }},
+    text_word<JobOptions, &JobOptions::trackers>("bt-tracker"),
+    text_word<JobOptions, &JobOptions::not_trackers>("bt-exclude-tracker"),
     flag_word<&JobOptions::paused>("pause"),
     flag_word<&JobOptions::overwrites>("allow-overwrite"),
     Word<JobOptions>{"checksum", read_hash, write_hash},
     Word<JobOptions>{"select-file", read_selection, [](const JobOptions& options) { return options.select; }},
+    Word<JobOptions>{"bt-prioritize-piece", read_ends,
+                     [](const JobOptions& options) {
+                         const bool asks = options.ends_first.value_or(false);
+                         return asks ? std::optional<std::string>("head,tail") : std::nullopt;
+                     }},
     // A job that is added again is another one: its identity is read, but not given.
     Word<JobOptions>{"gid", read_gid, [](const JobOptions&) { return std::optional<std::string>(); }},
 };
@@ -286,6 +303,8 @@ void JobOptions::take(const JobOptions& other) {
     take_one(password, other.password);
     take_one(hash, other.hash);
     take_one(select, other.select);
+    take_one(trackers, other.trackers);
+    take_one(not_trackers, other.not_trackers);
     take_one(gid, other.gid);
     take_one(connections, other.connections);
     take_one(per_server, other.per_server);
@@ -295,6 +314,7 @@ void JobOptions::take(const JobOptions& other) {
     take_one(seed_time, other.seed_time);
     take_one(paused, other.paused);
     take_one(overwrites, other.overwrites);
+    take_one(ends_first, other.ends_first);
 }
 
 std::optional<Fault> read_options(const Json& words, JobOptions& into) {

@@ -20,9 +20,11 @@ struct JobOptions {
     std::optional<std::string> proxy;  ///< an address
     std::optional<std::string> user;
     std::optional<std::string> password;
-    std::optional<std::string> hash;    ///< "ALGO:HEX"
-    std::optional<std::string> select;  ///< "1,3-5"
-    std::optional<std::string> gid;     ///< 16 hexadecimal digits, lower case
+    std::optional<std::string> hash;          ///< "ALGO:HEX"
+    std::optional<std::string> select;        ///< "1,3-5"
+    std::optional<std::string> trackers;      ///< that a torrent gets besides, "," between
+    std::optional<std::string> not_trackers;  ///< that it loses before, likewise; "*": all
+    std::optional<std::string> gid;           ///< 16 hexadecimal digits, lower case
     std::optional<std::int64_t> connections;
     std::optional<std::int64_t> per_server;
     std::optional<std::int64_t> down_limit;  ///< bytes a second; 0: none
@@ -31,6 +33,7 @@ struct JobOptions {
     std::optional<std::int64_t> seed_time;  ///< seconds that it is shared at most; 0: it is not shared
     std::optional<bool> paused;
     std::optional<bool> overwrites;
+    std::optional<bool> ends_first;  ///< the beginnings and ends of a torrent's files come before all else
 
     /// The connections for a job with this many addresses; none where nothing was asked for.
     [[nodiscard]] std::optional<std::int64_t> connections_for(std::size_t addresses) const;

@@ -49,10 +49,10 @@ enum class FileShape : std::uint8_t {
 /// its bytes of pieces that it shares with other files are kept in the hidden file ".vantlow-parts" of the
 /// folder. While a storage is open no other one, in this process or another, opens the same files.
 ///
-/// read() and write() may be called by any threads at once; so may finish(), choose(), move_to() and sync(),
-/// of which each kind is called by one thread at a time. They wait for reads and writes in hand. open(),
-/// close() and remove() are called while nothing else is. Failures are `local_file` with a sentence that
-/// names the file, and are logged.
+/// read() and write() may be called by any threads at once; so may finish(), choose(), put_back(), move_to()
+/// and sync(), of which each kind is called by one thread at a time. They wait for reads and writes in hand.
+/// open(), close() and remove() are called while nothing else is. Failures are `local_file` with a sentence
+/// that names the file, and are logged.
 class Storage {
   public:
     /// `chosen` has an entry for each file. The log outlives the object. The length of a piece is positive.
@@ -81,12 +81,16 @@ class Storage {
     /// until the storage is opened again, because the system may have given up bytes that it had taken: what
     /// was promised before that is all that may be believed then.
     Result sync();
-    /// The file is whole: it is cut to its length, put on the disk and takes its name; a file that somebody
-    /// else put there keeps it, and ours takes a free one. A file without bytes is made.
+    /// The file is whole: it is cut to its length, put on the disk, unless sync() did that after the last
+    /// write to it, and takes its name, which the next sync() puts on the disk. A file that somebody else put
+    /// there keeps it, and ours takes a free one. A file without bytes is made.
     Result finish(std::size_t file);
     /// A file that is chosen takes its bytes out of the part file, safe on the disk when this returns. One
-    /// that is not chosen any more keeps the file that it has.
+    /// that is not chosen any more keeps the file that it has until it is put back.
     Result choose(std::size_t file, bool chosen);
+    /// The unfinished file of one that is not chosen goes: its bytes of pieces that it shares are in the part
+    /// file then, safe on the disk before the file is removed; the others are lost. Ok where it has none.
+    Result put_back(std::size_t file);
     /// Moves all files into another folder while they are read and written: renamed on the same disk, else
     /// copied, put on the disk, and only then removed from the old one. After a failure or a stop files are
     /// in both folders, places() names both, and the call may be repeated with either. Whoever keeps places()
@@ -143,6 +147,7 @@ class Storage {
     Result remember_failure(const Result& result);
     Result sync_folders(const std::set<std::u16string>& folders);
     Result sync_file(std::size_t index);
+    [[nodiscard]] bool is_synced(std::size_t file) const;
     bool sync_at_once(const std::set<std::size_t>& files, Result& result);
     void find_shared_pieces();
     [[nodiscard]] std::int64_t slot_of(std::int64_t piece) const noexcept;
@@ -161,7 +166,10 @@ class Storage {
     // storage_names.cpp
     Result make_partial_again(std::size_t file);
     Result rename_to_name(std::size_t file, const std::u16string& from);
+    struct SharedRange;
+    [[nodiscard]] std::vector<SharedRange> shared_ranges(std::size_t file) const;
     Result copy_from_parts(std::size_t file, const std::u16string& fresh, File& made);
+    void remove_folders_above(std::uint8_t root, const std::u16string& path);
     Result take_from_parts(std::size_t file);
     [[nodiscard]] std::u16string name_of_file(std::size_t file) const;
     [[nodiscard]] std::u16string free_name_in(const std::u16string& root, std::u16string_view name) const;

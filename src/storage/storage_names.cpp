@@ -78,22 +78,29 @@ Result Storage::finish(std::size_t file) {
         if (Result result = open_file(file, true, opened); !result.ok()) return result;
         partial = path(file);
         const std::int64_t length = files_.at(file).length;
+        bool is_safe = before != FileShape::absent && is_synced(file);
         if (opened->size() != length) {
+            is_safe = false;
             if (FileError error = opened->resize(length); !error.ok()) return failure(error, partial);
         }
         // A power cut must not leave a whole name with half a file.
-        if (FileError error = opened->flush(); !error.ok()) return failure(error, partial);
+        if (!is_safe) {
+            if (FileError error = opened->flush(); !error.ok()) return failure(error, partial);
+        }
     }
     const Alone alone(*this);
     partial = path(file);  // it may have moved
     if (Result result = rename_to_name(file, partial); !result.ok()) return result;
     const std::u16string folder(folder_of(path(file)));
-    {
-        const MutexLock guard(mutex_);
-        unsynced_.erase(file);
-    }
-    if (FileError error = sync_folder(folder); !error.ok()) return failure(error, folder);
+    const MutexLock guard(mutex_);
+    unsynced_.erase(file);
+    unsynced_folders_.insert(folder);
     return {};
+}
+
+bool Storage::is_synced(std::size_t file) const {
+    const MutexLock guard(mutex_);
+    return !unsynced_.contains(file);
 }
 
 // It gets bytes again, because some that stood under its name were wrong.
@@ -114,6 +121,30 @@ Result Storage::make_partial_again(std::size_t file) {
     return {};
 }
 
+/// A range of a file that stands in a piece which it shares.
+struct Storage::SharedRange {
+    std::int64_t in_parts = 0;  ///< where its bytes are in the part file
+    std::int64_t in_file = 0;
+    std::int64_t length = 0;
+};
+
+std::vector<Storage::SharedRange> Storage::shared_ranges(std::size_t file) const {
+    std::vector<SharedRange> ranges;
+    const ListedFile& listed = files_.at(file);
+    if (listed.length == 0) return ranges;
+    const std::int64_t end = listed.offset + listed.length;
+    // A file shares its first and its last piece at most.
+    const std::set<std::int64_t> pieces{listed.offset / piece_length_, (end - 1) / piece_length_};
+    for (const std::int64_t piece : pieces) {
+        const std::int64_t slot = slot_of(piece);
+        const std::int64_t begin = std::max(listed.offset, piece * piece_length_);
+        const std::int64_t length = std::min(end, (piece + 1) * piece_length_) - begin;
+        if (slot >= 0)
+            ranges.push_back({slot + begin - piece * piece_length_, begin - listed.offset, length});
+    }
+    return ranges;
+}
+
 // Copies what the part file has of a file; `made` stays closed where that is nothing.
 Result Storage::copy_from_parts(std::size_t file, const std::u16string& fresh, File& made) {
     std::shared_ptr<File> part;
@@ -125,27 +156,19 @@ Result Storage::copy_from_parts(std::size_t file, const std::u16string& fresh, F
         source = part_path(part_root_);
         root = places_[file].root;
     }
-    const ListedFile& listed = files_.at(file);
-    if (!part || listed.length == 0) return {};
+    if (!part) return {};
     const std::int64_t there = part->size();
     if (there < 0) return failure({FileFault::other, 0}, source);
-    const std::int64_t end = listed.offset + listed.length;
-    // A file shares its first and its last piece at most.
-    const std::set<std::int64_t> pieces{listed.offset / piece_length_, (end - 1) / piece_length_};
-    for (const std::int64_t piece : pieces) {
-        const std::int64_t slot = slot_of(piece);
-        const std::int64_t begin = std::max(listed.offset, piece * piece_length_);
-        const std::int64_t from = slot + begin - piece * piece_length_;
-        const std::int64_t length =
-            std::min({end - begin, (piece + 1) * piece_length_ - begin, there - from});
-        if (slot < 0 || length <= 0) continue;
+    for (const SharedRange& range : shared_ranges(file)) {
+        const std::int64_t length = std::min(range.length, there - range.in_parts);
+        if (length <= 0) continue;
         FileError error;
         if (!made.is_open()) {
             error = make_folder_of(root, fresh);
             if (error.ok()) error = made.open(fresh, OpenMode::truncate);
             allow_holes(fresh);
         }
-        if (error.ok()) error = made.copy_from(*part, from, begin - listed.offset, length);
+        if (error.ok()) error = made.copy_from(*part, range.in_parts, range.in_file, length);
         if (!error.ok()) return failure(error, fresh);
     }
     return {};
@@ -186,6 +209,53 @@ Result Storage::choose(std::size_t file, bool chosen) {
     const MutexLock guard(mutex_);
     places_[file].chosen = chosen;
     return {};
+}
+
+Result Storage::put_back(std::size_t file) {
+    const Alone alone(*this);
+    std::shared_ptr<File> part;
+    std::u16string path;
+    std::u16string parts;
+    std::uint8_t root = 0;
+    {
+        const MutexLock guard(mutex_);
+        const Place& place = places_[file];
+        part = part_;
+        if (!part || place.chosen || place.shape != FileShape::partial) return {};
+        path = path_of(file);
+        parts = part_path(part_root_);
+        root = place.root;
+        open_.erase(file);
+    }
+    File whole;
+    if (FileError error = whole.open(path, OpenMode::read); !error.ok()) return failure(error, path);
+    for (const SharedRange& range : shared_ranges(file)) {
+        const std::int64_t length = std::min(range.length, whole.size() - range.in_file);
+        if (length <= 0) continue;
+        FileError error = part->copy_from(whole, range.in_file, range.in_parts, length);
+        if (!error.ok()) return failure(error, parts);
+    }
+    if (FileError error = part->flush(); !error.ok()) return failure(error, parts);
+    whole.close();
+    if (FileError error = remove_file(path); !error.ok()) return failure(error, path);
+    {
+        const MutexLock guard(mutex_);
+        places_[file].shape = FileShape::absent;
+        unsynced_.erase(file);
+    }
+    remove_folders_above(root, path);
+    return {};
+}
+
+// As far as they are empty now.
+void Storage::remove_folders_above(std::uint8_t root, const std::u16string& path) {
+    std::u16string top;
+    {
+        const MutexLock guard(mutex_);
+        top = roots_[root];
+    }
+    std::u16string folder(folder_of(path));
+    while (folder.size() > top.size() && remove_folder(folder).ok()) folder = folder_of(folder);
 }
 
 // Folders in which somebody else has something stay.

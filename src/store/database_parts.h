@@ -52,13 +52,18 @@ inline constexpr std::uint8_t select_value = 0x57;       // W: numbers and range
 inline constexpr std::uint8_t switches_value = 0x4E;     // N, i32: the sum of those below
 inline constexpr std::uint8_t share_ratio_value = 0x56;  // V, i64: thousandths
 inline constexpr std::uint8_t share_time_value = 0x51;   // Q, i64: seconds
-inline constexpr std::uint8_t tally_value = 0x55;        // U: i64 received, sent, seconds shared; u8: shares
+inline constexpr std::uint8_t high_value = 0x68;         // h: numbers and ranges
+inline constexpr std::uint8_t low_value = 0x6C;          // l: likewise
+inline constexpr std::uint8_t upload_limit_value = 0x75;  // u, i64
+inline constexpr std::uint8_t tally_value = 0x55;         // U: i64 received, sent, seconds shared; u8: shares
 inline constexpr std::size_t tally_size = 3 * 8 + 1;
 
 inline constexpr std::int32_t skip_existing_switch = 1;
 inline constexpr std::int32_t insecure_switch = 2;
 inline constexpr std::int32_t accept_host_key_switch = 4;
 inline constexpr std::int32_t asks_which_switch = 8;
+inline constexpr std::int32_t sequential_switch = 16;
+inline constexpr std::int32_t ends_first_switch = 32;
 
 // Bytes of the second group that have no meaning: zero.
 inline constexpr std::size_t unused_block = 16;            // field 2

@@ -194,6 +194,16 @@ bool read_rule(FieldReader& block, std::uint8_t kind, std::size_t length, JobRul
         case fields::select_value:
             rules.select = block.narrow(length);
             return true;
+        case fields::high_value:
+            rules.high = block.narrow(length);
+            return true;
+        case fields::low_value:
+            rules.low = block.narrow(length);
+            return true;
+        case fields::upload_limit_value:
+            if (length != 8) return false;
+            rules.upload_limit = std::max<std::int64_t>(block.i64(), 0);
+            return true;
         case fields::switches_value: {
             if (length != 4) return false;
             const std::int32_t switches = block.i32();
@@ -201,6 +211,8 @@ bool read_rule(FieldReader& block, std::uint8_t kind, std::size_t length, JobRul
             rules.insecure = (switches & fields::insecure_switch) != 0;
             rules.accept_host_key = (switches & fields::accept_host_key_switch) != 0;
             rules.asks_which = (switches & fields::asks_which_switch) != 0;
+            rules.sequential = (switches & fields::sequential_switch) != 0;
+            rules.ends_first = (switches & fields::ends_first_switch) != 0;
             return true;
         }
         default:

@@ -145,6 +145,12 @@ class StateWriter {
         wide(fields::ca_file_value, rules.ca_file);
         wide(fields::key_file_value, rules.key_file);
         narrow(fields::select_value, rules.select);
+        narrow(fields::high_value, rules.high);
+        narrow(fields::low_value, rules.low);
+        if (rules.upload_limit > 0) {
+            head(fields::upload_limit_value, 8);
+            out_.i64(rules.upload_limit);
+        }
         if (rules.share_ratio) {
             head(fields::share_ratio_value, 8);
             out_.i64(std::llround(*rules.share_ratio * 1000));
@@ -156,7 +162,9 @@ class StateWriter {
         const std::int32_t switches = (rules.skip_existing ? fields::skip_existing_switch : 0) +
                                       (rules.insecure ? fields::insecure_switch : 0) +
                                       (rules.accept_host_key ? fields::accept_host_key_switch : 0) +
-                                      (rules.asks_which ? fields::asks_which_switch : 0);
+                                      (rules.asks_which ? fields::asks_which_switch : 0) +
+                                      (rules.sequential ? fields::sequential_switch : 0) +
+                                      (rules.ends_first ? fields::ends_first_switch : 0);
         if (switches == 0) return;
         head(fields::switches_value, 4);
         out_.i32(switches);

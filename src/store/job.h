@@ -133,7 +133,13 @@ struct JobRules {
     std::u16string key_file;                ///< a private key for SSH; empty: none by name
     std::int64_t speed_limit = 0;           ///< bytes a second for all of its connections; 0: none of its own
     std::string select;                     ///< files of the document that is fetched: "1,3-5"; empty: all
-    bool asks_which = false;                ///< where there are several, which of them are meant is asked
+    // Of a torrent.
+    std::string high;               ///< files that come before the others, as `select`; empty: none
+    std::string low;                ///< those that come after them
+    bool sequential = false;        ///< pieces come in their order, not the rarest first
+    bool ends_first = false;        ///< the beginnings and ends of its files come before all else
+    std::int64_t upload_limit = 0;  ///< bytes a second that its peers get together; 0: no limit of its own
+    bool asks_which = false;        ///< where there are several, which of them are meant is asked
     /// Of a torrent: it is shared after its end until so many times its size was sent; 0: not at all; below
     /// 0: no bound.
     std::optional<double> share_ratio;

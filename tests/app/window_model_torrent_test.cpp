@@ -29,7 +29,7 @@ TorrentPeer peer_at(std::uint8_t last) {
 TEST(WindowTorrents, ListsShowWhatAReportSays) {
     TorrentReport report;
     report.files = {
-        {u"a/one\n.bin", {}, 2048, 2047, true}, {u"empty", {}, 0, 0, true}, {u"two", {}, 10, 0, false}};
+        {u"a/one\n.bin", {}, 2048, 2047}, {u"empty", {}, 0, 0}, {u"two", {}, 10, 0, FilePriority::skip}};
     using State = TorrentTracker::State;
     report.trackers = {{"http://a/x", 0, State::works, {}, 7, now + std::chrono::seconds(65)},
                        {"udp://b", 1, State::fails, "no\tsuch torrent", 3, now - std::chrono::seconds(2)},

@@ -244,6 +244,46 @@ TEST(SwarmTest, ALiarIsFoundAndLeftAndNobodyElse) {
     EXPECT_FALSE(leecher.bans.empty());
 }
 
+// Of two that have a part and want no more of it each leaves the other, until one wants something again. All
+// of them together have a bound of connections.
+TEST(SwarmTest, WhoWantsNothingMoreIsLeft) {
+    const Content content(6, 1'000'000, 64 * 1024);
+    Swarms world(6, content);
+    Client& seed = world.add();
+    seed.be_seed();
+    Client& part = world.add();
+    Client& other = world.add();
+    const std::uint32_t pieces = part.swarm->picker().pieces();
+    std::vector<PiecePriority> wanted(pieces, PiecePriority::skip);
+    std::fill(wanted.begin(), wanted.begin() + 5, PiecePriority::high);
+    for (Client* each : {&part, &other}) each->swarm->choose(wanted);
+    world.meet();
+    ASSERT_TRUE(world.internet.run_until([&] { return part.is_complete && other.is_complete; }, 60s));
+    EXPECT_LE(part.swarm->picker().have().count(), 6U) << "no more than was wanted, and what had begun";
+    EXPECT_TRUE(world.internet.run_until(
+        [&] { return part.swarm->peers() + other.swarm->peers() + seed.swarm->peers() == 0; }, 30s));
+    std::ranges::fill(wanted, PiecePriority::normal);
+    part.swarm->choose(wanted);
+    ASSERT_TRUE(world.internet.run_until([&] { return part.disk.is_right(); }, 600s));
+
+    std::atomic<std::size_t> all = 0;
+    SwarmOptions few;
+    few.all = &all;
+    few.most_of_all = 2;
+    {
+        SwarmTorrent torrent = content.torrent;
+        torrent.peer_id = "-VL0000-client-90000";
+        Swarm bound(other.host, other.disk, other, torrent, LinkLimits{other.down, other.up}, few);
+        bound.start();
+        std::vector<SocketAddress> many;
+        for (std::uint16_t port = 1; port < 9; ++port)
+            many.push_back(*SocketAddress::from_literal("192.0.2.1", port));
+        bound.add_peers(many);
+        EXPECT_EQ(all, 2U);
+    }
+    EXPECT_EQ(all, 0U);
+}
+
 // Two that only know a third one, which they called; a private torrent's stay apart.
 TEST(SwarmTest, PeersTellEachOtherOfPeers) {
     for (const bool exchanges : {true, false}) {
@@ -313,13 +353,15 @@ TEST(SwarmTest, ConnectionsAreEncryptedAsBothSidesWantIt) {
 }
 
 // A magnet link knows nobody's honesty: some give another value, of this size or of another one, some have
-// none, and some go silent in the middle.
+// none, and some go silent in the middle. The honest are called, or call.
 TEST(MetadataFetchTest, TheValueComesFromWhoeverTellsTheTruth) {
     struct Row {
         int liars, short_ones, empty, vanish, honest;
+        bool call = false;
     };
-    for (const Row& row : {Row{0, 0, 0, 0, 1}, Row{1, 0, 0, 0, 1}, Row{5, 3, 0, 0, 1}, Row{0, 0, 9, 0, 1},
-                           Row{0, 0, 0, 6, 1}, Row{4, 2, 20, 4, 2}, Row{3, 2, 2, 0, 0}}) {
+    for (const Row& row :
+         {Row{0, 0, 0, 0, 1}, Row{0, 0, 0, 0, 1, true}, Row{1, 0, 0, 0, 1}, Row{5, 3, 0, 0, 1, true},
+          Row{0, 0, 9, 0, 1}, Row{0, 0, 0, 6, 1, true}, Row{4, 2, 20, 4, 2}, Row{3, 2, 2, 0, 0}}) {
         SCOPED_TRACE(testing::PrintToString(std::vector{row.liars, row.short_ones, row.empty, row.vanish}));
         const Content honest(9, 20'000, block_size);
         Content liar = honest;
@@ -334,11 +376,22 @@ TEST(MetadataFetchTest, TheValueComesFromWhoeverTellsTheTruth) {
         net::SharedTokens up(host.now());
         std::vector<std::string> came;
         std::optional<MetadataFetch> fetch;
-        fetch.emplace(host, "-VL0000-the-magnet--", LinkLimits{down, up},
-                      LinkCrypto{&secur_library(), 0, honest.torrent.info_hash}, [&](std::string info) {
-                          came.push_back(std::move(info));
-                          fetch.reset();
-                      });
+        const auto listener = *host.listen(host.address(), 8);
+        const std::function<void()> accept = [&] {
+            listener->accept([&](auto taken) {
+                if (taken && fetch) fetch->take_incoming(*std::move(taken));
+                accept();
+            });
+        };
+        accept();
+        fetch.emplace(
+            host, "-VL0000-the-magnet--", LinkLimits{down, up},
+            LinkCrypto{&secur_library(), 0, honest.torrent.info_hash},
+            [&](std::string info) {
+                came.push_back(std::move(info));
+                fetch.reset();
+            },
+            MetadataFetch::Options{listener->address()->port(), true});
         std::vector<SocketAddress> all;
         std::vector<SimulatedHost*> vanishing;
         const auto add = [&](int count, const Content& content, double speed) {
@@ -357,6 +410,10 @@ TEST(MetadataFetchTest, TheValueComesFromWhoeverTellsTheTruth) {
         add(row.vanish, honest, 50'000);
         for (int i = 0; i < row.vanish; ++i) vanishing.push_back(&world.clients.rbegin()[i]->host);
         add(row.honest, honest, 40'000);
+        for (int i = 0; row.call && i < row.honest; ++i) {
+            world.clients.rbegin()[i]->swarm->add_peers(std::vector{*listener->address()});
+            all.pop_back();
+        }
         fetch->start();
         fetch->add_peers(all);
         world.internet.run_for(1s);
@@ -375,7 +432,8 @@ TEST(MetadataFetchTest, TheValueComesFromWhoeverTellsTheTruth) {
     }
 }
 
-// By a seed: lines, losses, liars, who begins with what, cuts and restarts.
+// By a seed: lines, losses, liars, who begins with what, cuts and restarts, and one that often changes its
+// mind about what it wants.
 void run_any(std::uint32_t seed) {
     std::minstd_rand random(seed);
     const auto below = [&](std::uint32_t bound) { return static_cast<std::uint32_t>(random() % bound); };
@@ -395,7 +453,11 @@ void run_any(std::uint32_t seed) {
         }
     }
     world.meet();
+    Client& fickle = *world.clients[2];
+    std::vector<PiecePriority> wanted(fickle.swarm->picker().pieces());
     for (int i = 0; i < 3; ++i) {
+        for (PiecePriority& one : wanted) one = PiecePriority(below(5));
+        fickle.swarm->choose(wanted, below(2) == 0);
         world.internet.run_for(std::chrono::milliseconds(200 + below(2000)));
         Client& victim = *world.clients[2 + below(static_cast<std::uint32_t>(count) - 2)];
         if (below(2) == 0) {
@@ -404,6 +466,8 @@ void run_any(std::uint32_t seed) {
             victim.host.mend();
         }
     }
+    std::ranges::fill(wanted, PiecePriority::normal);
+    fickle.swarm->choose(wanted);
     ASSERT_TRUE(world.all_right(1200s));
     const SocketAddress liar = world.clients[1]->address();
     for (const auto& client : world.clients) {

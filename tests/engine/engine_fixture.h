@@ -50,7 +50,8 @@ class FakeSession : public JobSession {
         progress.shares = shares;
         return progress;
     }
-    void set_speed_limit(std::int64_t bytes_per_second) override { limit = bytes_per_second; }
+    void take_rules(const std::shared_ptr<const JobRules>& newer) override { rules = newer; }
+    [[nodiscard]] bool owes_choice() const override { return owes; }
     [[nodiscard]] std::unique_ptr<CJobNode> safe_copy() override {
         auto copy = job_->twin();
         copy->file_size = safe_size;
@@ -81,7 +82,8 @@ class FakeSession : public JobSession {
     TorrentSharing sharing;  ///< as it was told
     std::int64_t done = 0;
     std::int64_t safe_size = 0;
-    std::int64_t limit = 0;
+    std::shared_ptr<const JobRules> rules;  ///< as they were changed
+    bool owes = false;
     std::vector<JobProgress::Missing> missing;
     [[nodiscard]] CJobNode& twin() { return *job_; }
 

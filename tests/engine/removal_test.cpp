@@ -127,7 +127,7 @@ TEST_F(RemovalTest, ARunningJobTakesItsLimitAtOnceAndOtherAddressesByAnotherSess
     JobEdit limit;
     limit.speed_limit = 5000;
     ASSERT_TRUE(engine->change(job, limit).ok());
-    EXPECT_EQ(session(job).limit, 5000);
+    EXPECT_EQ(session(job).rules->speed_limit, 5000);
     EXPECT_EQ(engine->find(job)->rules->speed_limit, 5000);
     limit.speed_limit = -1;
     EXPECT_EQ(engine->change(job, limit).fault, Fault::bad_value);

@@ -149,8 +149,16 @@ TEST(Storage, HoldsARowOfBytesInChosenFilesOnly) {
     for (const std::size_t file : {0U, 1U, 3U, 6U}) EXPECT_TRUE(file_is_right(storage, file, bytes)) << file;
     EXPECT_EQ(tree(home), (std::vector<std::string>{".vantlow-parts", "a/first.bin", "a/last(1).bin",
                                                     "a/last.bin", "a/nothing.txt", "b/small.bin"}));
-    // Chosen later: what is known of it is taken over, and only the rest is written.
-    for (const std::size_t file : {2U, 4U}) ASSERT_TRUE(storage.choose(file, true).ok());
+    // Chosen later: what is known of it is taken over, and only the rest is written; also where it went back
+    // in between.
+    for (const bool chosen : {true, false, true}) {
+        for (const std::size_t file : {2U, 4U}) {
+            ASSERT_TRUE(storage.choose(file, chosen).ok());
+            ASSERT_TRUE(storage.put_back(file).ok());
+            EXPECT_EQ(storage.shape(file), chosen ? FileShape::partial : FileShape::absent);
+        }
+        for (const std::int64_t shared : {2, 6}) EXPECT_TRUE(holds_piece(storage, shared, bytes)) << chosen;
+    }
     for (std::int64_t i = 3; i < 6; ++i) ASSERT_TRUE(storage.write(i * piece, piece_of(bytes, i)).ok());
     for (const std::size_t file : {2U, 4U}) {
         ASSERT_TRUE(storage.finish(file).ok());
@@ -184,8 +192,12 @@ Result live(const TempFolder& folder, RecordingLog& log, std::vector<std::string
     steps.emplace_back(save);
     for (const std::size_t file : {0U, 1U, 3U})
         steps.emplace_back([&storage, file] { return storage.finish(file); });
-    steps.emplace_back([&] { return storage.choose(2, true); });
-    steps.emplace_back(save);
+    // One that has no piece of its own yet goes back, and comes again.
+    for (const bool chosen : {true, false, true}) {
+        steps.emplace_back([&storage, chosen] { return storage.choose(2, chosen); });
+        steps.emplace_back(save);
+        steps.emplace_back([&storage] { return storage.put_back(2); });
+    }
     for (const std::int64_t index : {3, 4, 5, 7, 8})
         steps.emplace_back([&write, index] { return write(index); });
     steps.emplace_back(save);
@@ -239,6 +251,39 @@ void expect_promises_kept(const TempFolder& folder, bool all_well, const std::st
     if (all_well) {
         EXPECT_EQ(good, album_pieces) << what;
     }
+}
+
+TEST(Storage, LooksForPiecesThatCameAfterItsState) {
+    const TempFolder folder;
+    const std::u16string home = folder.path(u"album");
+    const std::string bytes = album_bytes();
+    RecordingLog log;
+    StoragePlaces places;
+    std::vector<bool> good(album_pieces, false);
+    std::vector<std::size_t> late;
+    {
+        Storage storage(album(), album_choice(), piece, log);
+        ASSERT_TRUE(storage.begin(home).ok());
+        for (std::int64_t i = 0; i < album_pieces; ++i) {
+            if (!storage.is_wanted(i)) continue;
+            ASSERT_TRUE(storage.write(i * piece, piece_of(bytes, i)).ok());
+            if (i > 0) {
+                late.push_back(static_cast<std::size_t>(i));
+                continue;
+            }
+            good[0] = true;
+            ASSERT_TRUE(save_storage_state(storage, "album", good, storage_state_path(home)).ok());
+            // A clock that stands still for a moment must not hide that more is written.
+            std::this_thread::sleep_for(std::chrono::milliseconds(30));
+        }
+        places = storage.places();
+    }
+    Storage storage(album(), album_choice(), piece, log);
+    ASSERT_TRUE(storage.resume(places).ok());
+    auto state = load_storage_state(storage_state_path(home), "album");
+    ASSERT_TRUE(state);
+    EXPECT_TRUE(doubt_changed_files(storage, *state).empty());
+    EXPECT_EQ(late_pieces(storage, *state), late);
 }
 
 /// A life that ends before its n-th write or rename, and with it every byte that was not flushed.

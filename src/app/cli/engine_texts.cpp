@@ -90,6 +90,10 @@ Complaint text_of(const Done& done, const std::string& subject) {
             return "There is no removal that could be taken back.";
         case Fault::no_question:
             return "There is no question " + subject + ".";
+        case Fault::no_torrent:
+            return "The job " + subject + " is no torrent's.";
+        case Fault::no_description:
+            return subject + ": the torrent's description is not known yet.";
         case Fault::file:
             return to_utf8(done.path) + ": " + done.error.text();
         case Fault::setting:

@@ -43,7 +43,12 @@ std::shared_ptr<const JobRules> job_rules(const JobOptions& options) {
     rules.accept_host_key = options.accept_host_key;
     if (!options.ca_file.empty()) rules.ca_file = absolute_path(to_utf16(options.ca_file));
     if (!options.key_file.empty()) rules.key_file = absolute_path(to_utf16(options.key_file));
-    if (options.limits_each) rules.speed_limit = parse_rate(options.limit).value_or(0);
+    if (options.limits_each) {
+        rules.speed_limit = parse_rate(options.limit).value_or(0);
+        rules.upload_limit = parse_rate(options.upload_limit).value_or(0);
+    }
+    rules.sequential = options.sequential;
+    rules.ends_first = options.ends_first;
     return rules == JobRules{} ? nullptr : std::make_shared<const JobRules>(std::move(rules));
 }
 
@@ -76,6 +81,12 @@ void add_job_options(CLI::App& word, JobOptions& options) {
         ->check(CLI::Range(0, 86400));
     word.add_option("--select", options.select,
                     "The files of a metafile to fetch: 1,3-5, or ask (default: all)");
+    word.add_flag("--sequential", options.sequential,
+                  "Fetch the pieces of a torrent in their order, to look at a film early");
+    word.add_flag("--ends-first", options.ends_first,
+                  "Fetch the beginnings and ends of a torrent's files before all else");
+    word.add_option("--upload-limit", options.upload_limit,
+                    "Bytes a second that the peers of torrents get (500K, 2M)");
     word.add_option("--hash", options.hash,
                     "ALGO:HEX (md5, sha1, sha256): the hash that the finished file must have");
     word.add_option("--key", options.key_file, "A file with the private key for SFTP");
@@ -129,8 +140,12 @@ Complaint check_named_files(const JobOptions& options) {
         if (!file->empty() && path_kind(absolute_path(to_utf16(*file))) != PathKind::file)
             return std::string(option) + ": there is no file " + *file + ".";
     }
-    if (options.limit.empty() || parse_rate(options.limit)) return std::nullopt;
-    return "--limit takes bytes a second (500K, 2M), not \"" + options.limit + "\".";
+    for (const auto& [option, rate] :
+         {std::pair("--limit", &options.limit), std::pair("--upload-limit", &options.upload_limit)}) {
+        if (!rate->empty() && !parse_rate(*rate))
+            return std::string(option) + " takes bytes a second (500K, 2M), not \"" + *rate + "\".";
+    }
+    return std::nullopt;
 }
 
 Complaint check_draft(const JobOptions& options) {

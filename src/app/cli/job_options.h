@@ -44,6 +44,9 @@ struct JobOptions {
     bool skip_existing = false;
     bool no_resume = false;
     std::string select;  ///< "1,3-5": the chosen files of a metafile; empty: all
+    bool sequential = false;
+    bool ends_first = false;
+    std::string upload_limit;
 };
 
 /// The options that say how long a torrent is shared after its end.

@@ -126,9 +126,9 @@ std::vector<KnownSetting> known_settings() {
         dial_up_entry, dial_up_user, dial_up_password, monitor_torrent, monitor_ed2k, monitor_magnet,
         close_to_tray, watch_clipboard, rpc_enable, rpc_port, rpc_listen, rpc_secret, rpc_allow_origin,
         rpc_tls, rpc_certificate, rpc_key, rpc_request_size, tell_ends, start_with_session, welcomed,
-        combine_width, confirm_end, confirm_removal, confirm_start_over, numwant, crypto, peer_exchange, dht,
-        dht_nodes, local_discovery, ip_filter, ip_filter_file, port_mapping, torrent_tracker, magnet_trackers,
-        seed_ratio, seed_time, window_layout);
+        combine_width, confirm_end, confirm_removal, confirm_start_over, numwant, crypto, most_peers,
+        most_peers_of_all, upload_limit, peer_exchange, dht, dht_nodes, local_discovery, ip_filter,
+        ip_filter_file, port_mapping, torrent_tracker, magnet_trackers, seed_ratio, seed_time, window_layout);
     std::ranges::sort(all, {}, [](const KnownSetting& one) { return std::tie(one.section, one.key); });
     return all;
 }

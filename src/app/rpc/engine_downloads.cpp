@@ -8,6 +8,8 @@
 #include "app/rpc/job_requests.h"
 #include "base/codes.h"
 #include "base/text.h"
+#include "bt/announce.h"
+#include "bt/torrent_settings.h"
 #include "platform/file.h"
 #include "store/address.h"
 
@@ -203,7 +205,7 @@ rpc::GlobalOptions EngineDownloads::global_options() {
     options.job.folder = to_utf8(default_folder());
     options.jobs_at_once = settings.number(setting::max_jobs);
     options.down_limit = settings.flag(setting::limit) ? settings.number(setting::speed_limit) : 0;
-    options.up_limit = 0;
+    options.up_limit = settings.number(setting::upload_limit);
     options.split_size = settings.number(setting::split_size);
     return options;
 }
@@ -278,7 +280,12 @@ rpc::Downloads::Added EngineDownloads::add(const rpc::NewJob& job) {
     const bool has_place = job.position && !request.draft.paused;
     Added added =
         is_document ? add_document(job, std::move(request.draft)) : add_links(job, std::move(request.draft));
-    for (const Guid& one : added.jobs) known_[one] = phase(one);
+    for (const Guid& one : added.jobs) {
+        known_[one] = phase(one);
+        const auto report = engine_.torrent_report(one, 0);
+        // Trackers that every torrent gets are not for private ones.
+        static_cast<void>(change_trackers(one, report && report->is_private ? job.options : whole.options));
+    }
     if (has_place) {
         std::size_t place = static_cast<std::size_t>(*job.position);
         for (const Guid& one : added.jobs)
@@ -331,7 +338,29 @@ Problem EngineDownloads::change(const Guid& job, const rpc::JobOptions& options)
         if (const Done done = engine_.rename(job, *request.name); !done.ok()) return problem_of(done, job);
     }
     torrents_.erase(job);
+    if (const Done done = change_trackers(job, options); !done.ok()) return problem_of(done, job);
     return problem_of(engine_.change(job, request.edit), job);
+}
+
+Done EngineDownloads::change_trackers(const Guid& job, const rpc::JobOptions& options) {
+    if (!options.trackers && !options.not_trackers) return {};
+    if (const CJobNode* const found = engine_.find(job); kind_of(*found) != JobKind::torrent) return {};
+    const auto read = [](const std::optional<std::string>& text) {
+        std::vector<std::string> list;
+        for (const std::string_view part : split(text.value_or(""), ',')) {
+            std::string url = normalise_tracker(part);
+            if (can_be_announced_to(url)) list.push_back(std::move(url));
+        }
+        return list;
+    };
+    const std::vector<std::string> leaving = read(options.not_trackers);
+    std::vector<std::string> trackers = engine_.trackers(job);
+    std::erase_if(trackers, [&](const std::string& tracker) {
+        return options.not_trackers == "*" || std::ranges::find(leaving, tracker) != leaving.end();
+    });
+    const std::vector<std::string> added = read(options.trackers);
+    trackers.insert(trackers.end(), added.begin(), added.end());
+    return engine_.set_trackers(job, trackers);
 }
 
 // Addresses were told without their credentials: those that stay keep them.
@@ -384,7 +413,6 @@ Problem EngineDownloads::change_global(const rpc::GlobalOptions& options) {
         return text_of(engine_.set_setting(setting.section, setting.key, to_utf16(std::to_string(value))),
                        to_utf8(setting.section) + "/" + to_utf8(setting.key));
     };
-    if (options.up_limit.value_or(0) != 0) return "The upload cannot be limited yet.";
     if (options.job.folder && !options.job.folder->empty() &&
         absolute_path(to_utf16(*options.job.folder)) != to_utf16(*options.job.folder))
         return "The option dir wants an absolute folder.";
@@ -395,6 +423,7 @@ Problem EngineDownloads::change_global(const rpc::GlobalOptions& options) {
         const std::int64_t limit = *options.down_limit;
         problem = text_of(engine_.set_limit(limit > 0 ? std::optional(limit) : std::nullopt), "The limit");
     }
+    if (!problem && options.up_limit) problem = write(setting::upload_limit, *options.up_limit);
     if (!problem) defaults_.take(options.job);
     if (defaults_.folder && defaults_.folder->empty()) defaults_.folder.reset();
     defaults_.gid.reset();

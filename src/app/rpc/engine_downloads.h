@@ -82,6 +82,7 @@ class EngineDownloads final : public rpc::Downloads, public EngineListener {
     [[nodiscard]] rpc::Phase phase_now(const CJobNode& job) const;
     [[nodiscard]] const CJobNode* record(const Guid& job) const;
     [[nodiscard]] std::u16string default_folder() const;
+    Done change_trackers(const Guid& job, const rpc::JobOptions& options);
     Added add_links(const rpc::NewJob& job, JobDraft draft);
     Added add_document(const rpc::NewJob& job, JobDraft draft);
     static Added result_of(vantlow::Added added);

@@ -120,6 +120,8 @@ DraftRequest draft_of(const rpc::NewJob& asked, const std::u16string& folder) {
     JobRules rules;
     if (options.overwrites.value_or(false)) rules.overwrite = replaces;
     rules.speed_limit = options.down_limit.value_or(0);
+    rules.upload_limit = options.up_limit.value_or(0);
+    rules.ends_first = options.ends_first.value_or(false);
     rules.share_ratio = share_ratio_of(options);
     if (options.seed_time.value_or(0) > 0) rules.share_time = options.seed_time;
     if (rules != JobRules()) draft.rules = std::make_shared<const JobRules>(std::move(rules));
@@ -135,7 +137,6 @@ EditRequest edit_of(const rpc::JobOptions& asked, const CJobNode& job) {
     };
     if (asked.folder && asked.folder != now.folder) refuse("dir");
     if (asked.hash && asked.hash != now.hash) refuse("checksum");
-    if (asked.up_limit.value_or(0) != 0) refuse("max-upload-limit");
     if (asked.name && asked.name != now.name) request.name = to_utf16(*asked.name);
     const auto text = [](std::optional<std::u16string>& member, const std::optional<std::string>& value) {
         if (value) member = to_utf16(*value);
@@ -150,7 +151,9 @@ EditRequest edit_of(const rpc::JobOptions& asked, const CJobNode& job) {
     const std::size_t addresses = job.sources ? std::max<std::size_t>(job.sources->mirrors.size(), 1) : 1;
     if (const auto connections = asked.connections_for(addresses))
         edit.connections = static_cast<std::int32_t>(*connections);
-    if (asked.down_limit) edit.speed_limit = *asked.down_limit;
+    edit.speed_limit = asked.down_limit;
+    edit.upload_limit = asked.up_limit;
+    edit.ends_first = asked.ends_first;
     edit.share_ratio = share_ratio_of(asked);
     if (asked.seed_time.value_or(0) > 0) edit.share_time = asked.seed_time;
     const JobKind kind = kind_of(job);
@@ -174,7 +177,8 @@ rpc::JobOptions options_of(const CJobNode& job) {
     options.password = text_unless_empty(in_address ? target->password : job.password);
     options.connections = options.per_server = job.thread_limit();
     options.down_limit = job.rules ? job.rules->speed_limit : 0;
-    options.up_limit = 0;
+    options.up_limit = job.rules ? job.rules->upload_limit : 0;
+    if (job.rules && job.rules->ends_first) options.ends_first = true;
     options.overwrites = job.rules && job.rules->overwrite == replaces;
     if (job.sources && job.sources->whole) options.hash = written(*job.sources->whole);
     if (job.rules && job.rules->share_ratio) {

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <map>
 #include <memory>
 
 #include "app/cli/engine_texts.h"
@@ -9,6 +10,7 @@
 #include "app/process/known_settings.h"
 #include "app/terminal/quantities.h"
 #include "base/text.h"
+#include "bt/torrent_settings.h"
 #include "rpc/downloads.h"
 
 namespace vantlow {
@@ -90,6 +92,7 @@ class Methods {
     Answer answer(Params& params);
     Answer limits(Params&);
     Answer set_limits(Params& params);
+    Answer choose_files(Params& params);
     Answer statistics(Params&);
 
   private:
@@ -382,17 +385,54 @@ Answer Methods::answer(Params& params) {
 
 Answer Methods::limits(Params&) {
     const bool is_limited = parts_.settings.flag(setting::limit);
-    return Json{{"down", is_limited ? Json(parts_.settings.number(setting::speed_limit)) : Json()}};
+    const std::int64_t up = parts_.settings.number(setting::upload_limit);
+    return Json{{"down", is_limited ? Json(parts_.settings.number(setting::speed_limit)) : Json()},
+                {"up", up > 0 ? Json(up) : Json()}};
 }
 
 Answer Methods::set_limits(Params& params) {
     const Json& asked = params.options(0);
-    const auto down = asked.find("down");
-    if (down == asked.end()) return Json("OK");
-    if (!down->is_null() && !down->is_number_integer())
-        return Fault{rpc::fault_code::failed, "A limit is bytes a second, or null."};
-    const auto rate = down->is_null() ? std::nullopt : std::optional(down->get<std::int64_t>());
-    return answer_of(engine().set_limit(rate), "The limit");
+    for (const auto& [word, set] :
+         {std::pair("down", &Engine::set_limit), std::pair("up", &Engine::set_upload_limit)}) {
+        const auto limit = asked.find(word);
+        if (limit == asked.end()) continue;
+        if (!limit->is_null() && !limit->is_number_integer())
+            return Fault{rpc::fault_code::failed, "A limit is bytes a second, or null."};
+        const auto rate = limit->is_null() ? std::nullopt : std::optional(limit->get<std::int64_t>());
+        if (const Done done = (engine().*set)(rate); !done.ok()) return answer_of(done, "The limit");
+    }
+    return Json("OK");
+}
+
+// Parameters: a job, an object of the priorities of files by their numbers, and one of "sequential" and
+// "endsFirst".
+Answer Methods::choose_files(Params& params) {
+    const CJobNode* const job = find_job(params, params.text(0));
+    if (params.fault()) return *params.fault();
+    const std::string id = params.text(0);
+    const Guid identity = job->identity;
+    std::map<std::size_t, FilePriority> wanted;
+    for (const auto& [number, word] : params.options(1).items()) {
+        const auto file = parse_decimal(number);
+        const auto priority =
+            word.is_string() ? file_priority_of(word.get_ref<const std::string&>()) : std::nullopt;
+        if (!file || !priority)
+            return Fault{rpc::fault_code::failed,
+                         "Files are wanted by their numbers: skip, low, normal or high."};
+        wanted[static_cast<std::size_t>(*file)] = *priority;
+    }
+    JobEdit edit;
+    const Json& order = params.options(2);
+    const auto flag = [&order](const char* word) {
+        const auto at = order.find(word);
+        return at != order.end() && at->is_boolean() ? std::optional(at->get<bool>()) : std::nullopt;
+    };
+    edit.sequential = flag("sequential");
+    edit.ends_first = flag("endsFirst");
+    if (!wanted.empty()) {
+        if (const Done done = engine().choose_files(identity, wanted); !done.ok()) return answer_of(done, id);
+    }
+    return answer_of(engine().change(identity, edit), id);
 }
 
 Answer Methods::statistics(Params&) {
@@ -436,6 +476,7 @@ constexpr std::array methods{
     Named{"answer", &Methods::answer},
     Named{"limits", &Methods::limits},
     Named{"setLimits", &Methods::set_limits},
+    Named{"chooseFiles", &Methods::choose_files},
     Named{"statistics", &Methods::statistics},
 };
 

@@ -39,7 +39,7 @@ PieceBlock Picker::block_at(std::uint32_t piece, std::uint32_t number) const noe
 Picker::Place Picker::place_of(std::uint32_t piece) const noexcept {
     const Facts& facts = facts_[piece];
     const auto level =
-        static_cast<std::uint32_t>(PiecePriority::high) - static_cast<std::uint32_t>(facts.priority);
+        static_cast<std::uint32_t>(PiecePriority::first) - static_cast<std::uint32_t>(facts.priority);
     if (is_sequential_) return {level << 16U, piece, piece};
     return {level << 16U | facts.availability, facts.salt, piece};
 }
@@ -282,6 +282,11 @@ std::vector<Picker::Peer> Picker::failed(std::uint32_t piece) {
     begun.owner = 0;
     begun.is_alone = true;
     return givers;
+}
+
+void Picker::forget(std::uint32_t piece) {
+    rerank(piece, [](Facts& facts) { facts.is_begun = false; });
+    begun_.erase(piece);
 }
 
 }  // namespace vantlow

@@ -14,8 +14,8 @@
 
 namespace vantlow {
 
-/// How much a piece is wanted: the highest of the files that it is part of.
-enum class PiecePriority : std::uint8_t { skip, low, normal, high };
+/// How much a piece is wanted: the highest of the files that it is part of; `first` comes before all of them.
+enum class PiecePriority : std::uint8_t { skip, low, normal, high, first };
 
 /// A part of a piece as peers are asked for it.
 struct PieceBlock {
@@ -96,7 +96,11 @@ class Picker {
     /// The check failed: all blocks are missing again, and one peer alone is asked for them, so that it shows
     /// who gave the wrong one. Returns who gave which block, by number.
     std::vector<Peer> failed(std::uint32_t piece);
+    /// Its blocks are missing again, and nobody is to blame: they could not be kept.
+    void forget(std::uint32_t piece);
     [[nodiscard]] std::size_t begun() const noexcept { return begun_.size(); }
+    /// Blocks of it are there or owed, and it is not whole yet.
+    [[nodiscard]] bool is_begun(std::uint32_t piece) const noexcept { return facts_[piece].is_begun; }
 
   private:
     struct Facts {

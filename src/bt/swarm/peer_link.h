@@ -114,8 +114,10 @@ class PeerLink {
 
     bool is_live = false;  ///< both handshakes are over
     bool speaks_fast = false;
-    bool told_pieces = false;  ///< the peer said which pieces it has
-    bool is_seed = false;      ///< counted as one in the picker
+    bool speaks_extensions = false;
+    bool told_pieces = false;    ///< the peer said which pieces it has
+    bool is_seed = false;        ///< counted as one in the picker
+    bool wants_nothing = false;  ///< it says so (BEP 21)
     bool choked_by_us = true;
     bool chokes_us = true;
     bool is_interested = false;      ///< the peer, in us

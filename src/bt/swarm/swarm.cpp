@@ -38,6 +38,7 @@ Swarm::~Swarm() {
 
 void Swarm::start() {
     runs_ = true;
+    was_done_ = wants_nothing_ = picker_.is_done();
     ticks_.start(network_.now(), [this] { tick(); });
 }
 
@@ -49,6 +50,7 @@ void Swarm::stop() noexcept {
         gone_.push_back(std::move(link));
     }
     links_.clear();
+    count_links();
 }
 
 void Swarm::add_peers(std::span<const SocketAddress> addresses) {
@@ -75,11 +77,30 @@ void Swarm::set_filter(std::shared_ptr<const IpFilter> filter) {
     }
 }
 
-void Swarm::set_priority(std::uint32_t piece, PiecePriority priority) {
-    picker_.set_priority(piece, priority);
+void Swarm::choose(std::span<const PiecePriority> wanted, bool sequential) {
+    for (std::uint32_t piece = 0; piece < picker_.pieces(); ++piece)
+        picker_.set_priority(piece, wanted[piece]);
+    picker_.set_sequential(sequential);
     for (auto& [number, link] : links_) {
-        if (link->is_live) update_interest(*link);
+        if (!link->is_live) continue;
+        take_back_unwanted(*link);
+        update_interest(*link);
     }
+}
+
+void Swarm::take_back_unwanted(PeerLink& link) {
+    std::deque<PieceBlock> kept;
+    for (const PieceBlock& block : std::exchange(link.owes, {})) {
+        if (picker_.priority(block.piece) != PiecePriority::skip) {
+            kept.push_back(block);
+            continue;
+        }
+        picker_.lost(link.number(), block);
+        cancel(link, block);
+        --link.useless;  // it may be on its way
+    }
+    link.owes = std::move(kept);
+    if (link.owes.empty()) link.window.dropped();
 }
 
 std::vector<SwarmPeer> Swarm::look() const {
@@ -103,13 +124,26 @@ PeerLink& Swarm::add_link(const SocketAddress& address, bool is_incoming, const 
     LinkOwner& owner = *this;
     auto link = std::make_unique<PeerLink>(number, address, is_incoming, network_, owner, limits_, crypto);
     link->has = PieceSet(picker_.pieces());
-    return *links_.emplace(number, std::move(link)).first->second;
+    PeerLink& added = *links_.emplace(number, std::move(link)).first->second;
+    count_links();
+    return added;
+}
+
+bool Swarm::has_room() const noexcept {
+    if (links_.size() >= options_.most_peers) return false;
+    return options_.all == nullptr || *options_.all < options_.most_of_all;
+}
+
+void Swarm::count_links() noexcept {
+    if (options_.all == nullptr) return;
+    *options_.all += links_.size() - counted_;  // also where it is less: the numbers wrap around
+    counted_ = links_.size();
 }
 
 void Swarm::connect_some() {
     const auto is_half_open = [](const auto& entry) { return !entry.second->is_live; };
     auto half_open = static_cast<std::size_t>(std::count_if(links_.begin(), links_.end(), is_half_open));
-    while (links_.size() < options_.most_peers && half_open < options_.most_half_open) {
+    while (has_room() && half_open < options_.most_half_open) {
         const auto address = candidates_.take(network_.now());
         if (!address) return;
         call(*address, crypto_.first_call());
@@ -124,7 +158,7 @@ void Swarm::call(const SocketAddress& address, CallForm form) {
 
 void Swarm::take_incoming(std::unique_ptr<net::Stream> stream) {
     const auto address = stream->peer_address();
-    if (!runs_ || !address || links_.size() >= options_.most_peers) return;
+    if (!runs_ || !address || !has_room()) return;
     if (candidates_.is_blocked(*address)) {
         ++turned_away_;
         return;
@@ -187,11 +221,27 @@ bool Swarm::greeted(PeerLink& link, const PeerHandshake& handshake) {
     }
     if (handshake.dht && options_.node_port != 0)
         link.send({.kind = MessageKind::port, .port = options_.node_port});
-    if (handshake.extensions) {
-        link.send(build_extension_handshake(static_cast<std::uint32_t>(torrent_.info.size()), options_.port,
-                                            options_.version, options_.exchanges));
-    }
+    link.speaks_extensions = handshake.extensions;
+    if (handshake.extensions) greet_by_extension(link);
     return true;
+}
+
+void Swarm::greet_by_extension(PeerLink& link) const {
+    link.send(build_extension_handshake(static_cast<std::uint32_t>(torrent_.info.size()), options_.port,
+                                        options_.version, options_.exchanges, wants_nothing_));
+}
+
+// Says that nothing more is wanted, or something again. While files are being chosen nothing may be wanted
+// for a moment.
+void Swarm::tell_wishes() {
+    const bool is_done = picker_.is_done();
+    const bool lasts = std::exchange(was_done_, is_done) == is_done;
+    if (!lasts || wants_nothing_ == is_done) return;
+    wants_nothing_ = is_done;
+    if (picker_.have().is_all()) return;  // they know
+    for (auto& [number, link] : links_) {
+        if (link->is_live && link->speaks_extensions) greet_by_extension(*link);
+    }
 }
 
 // Takes everything back that the peer was asked for, and out of the swarm.
@@ -206,6 +256,7 @@ void Swarm::forget(PeerLink& link) {
     if (at == links_.end()) return;
     gone_.push_back(std::move(at->second));
     links_.erase(at);
+    count_links();
 }
 
 void Swarm::ended(PeerLink& link, const Result&) {
@@ -256,6 +307,7 @@ void Swarm::tick() {
     for (const std::uint32_t number : numbers) {
         if (const auto at = links_.find(number); at != links_.end()) look_after(*at->second, now);
     }
+    tell_wishes();
     choke_and_unchoke();
     exchange_some(now);
     connect_some();
@@ -265,8 +317,8 @@ void Swarm::tick() {
 void Swarm::look_after(PeerLink& link, Clock::time_point now) {
     const bool is_silent = now - link.last_heard() > silence;
     const bool is_late = !link.is_live && now - link.came > greeting_time;
-    // Two that have everything have nothing to say to each other.
-    const bool is_needless = link.has.is_all() && picker_.have().is_all();
+    // Two that want nothing have nothing to say to each other.
+    const bool is_needless = wants_nothing_ && (link.has.is_all() || link.wants_nothing);
     if (is_silent || is_late || is_needless) return drop(link, false);
     if (!link.is_live) return;
     if (now - link.last_sent() > keep_alive_after) link.send({.kind = MessageKind::keep_alive});
@@ -276,10 +328,7 @@ void Swarm::look_after(PeerLink& link, Clock::time_point now) {
         // Others may be asked for what it does not send; what comes late after all is taken.
         while (link.owes.size() > 1) {
             picker_.lost(link.number(), link.owes.back());
-            link.send({.kind = MessageKind::cancel,
-                       .piece = link.owes.back().piece,
-                       .begin = link.owes.back().begin,
-                       .length = link.owes.back().length});
+            cancel(link, link.owes.back());
             link.owes.pop_back();
         }
     }

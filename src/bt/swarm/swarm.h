@@ -1,10 +1,12 @@
 // The swarm of one torrent: its peers, and what passes between them and the disk.
 #pragma once
 
+#include <atomic>
 #include <functional>
 #include <map>
 #include <memory>
 #include <set>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -27,6 +29,8 @@ struct SwarmTorrent {
 
 struct SwarmOptions {
     std::size_t most_peers = 100;
+    std::size_t most_of_all = 500;            ///< connections of all swarms that share the count
+    std::atomic<std::size_t>* all = nullptr;  ///< that count; outlives the swarm; null: it is alone
     std::size_t most_half_open = 16;
     std::size_t upload_slots = 4;
     std::uint16_t port = 0;  ///< that peers may connect to; 0: none
@@ -92,8 +96,9 @@ class Swarm final : private LinkOwner {
     void take_incoming(std::unique_ptr<net::Stream> stream);
     /// Takes a connection that somebody within the program made: it is neither encrypted nor counted.
     void take_inner(std::unique_ptr<net::Stream> stream);
-    void set_priority(std::uint32_t piece, PiecePriority priority);
-    void set_sequential(bool sequential) { picker_.set_sequential(sequential); }
+    /// Sets how much each piece is wanted, and whether they come in their order. Requests for those that are
+    /// wanted no more are taken back; the blocks of such a piece that are there stay.
+    void choose(std::span<const PiecePriority> wanted, bool sequential = false);
 
     [[nodiscard]] const Picker& picker() const noexcept { return picker_; }
     [[nodiscard]] std::size_t peers() const noexcept { return links_.size(); }
@@ -121,7 +126,11 @@ class Swarm final : private LinkOwner {
     PeerLink& add_link(const SocketAddress& address, bool is_incoming, const LinkCrypto& crypto);
     void call(const SocketAddress& address, CallForm form);
     void connect_some();
+    [[nodiscard]] bool has_room() const noexcept;
+    void count_links() noexcept;
     [[nodiscard]] PeerHandshake own_handshake() const;
+    void greet_by_extension(PeerLink& link) const;
+    void tell_wishes();
     bool is_kept(const PeerLink& link, const std::string& peer_id);
     void drop(PeerLink& link, bool for_good);
     void forget(PeerLink& link);
@@ -143,12 +152,15 @@ class Swarm final : private LinkOwner {
     void take_reject(PeerLink& link, const PieceBlock& block);
     void take_choke(PeerLink& link);
     void refuse(PeerLink& link, const PieceBlock& block);
+    void cancel(PeerLink& link, const PieceBlock& block);
+    void take_back_unwanted(PeerLink& link);
     void fill(PeerLink& link);
     void give(PeerLink& link);
     void gave(std::uint32_t number, const PieceBlock& block, Outcome<std::string> bytes);
     void update_interest(PeerLink& link);
     void check(std::uint32_t piece);
     void checked(std::uint32_t piece, const SwarmDisk::Check& check);
+    void not_kept(std::uint32_t piece, const Result& why);
     void blame(Picker::Peer peer);
     void fail(const Result& why);
     [[nodiscard]] bool is_block(const PeerMessage& message) const noexcept;
@@ -173,8 +185,11 @@ class Swarm final : private LinkOwner {
     Candidates candidates_;
     std::map<std::uint32_t, SocketAddress> givers_;  ///< where the peers of wrong pieces were
     bool runs_ = false;
+    bool was_done_ = false;       ///< at the last tick
+    bool wants_nothing_ = false;  ///< and tells so
     bool awaits_room_ = false;
     std::uint32_t last_number_ = 0;
+    std::size_t counted_ = 0;  ///< of links_, in the count of all
     std::int64_t downloaded_ = 0;
     std::int64_t uploaded_ = 0;
     std::int64_t wasted_ = 0;

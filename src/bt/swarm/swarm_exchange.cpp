@@ -13,7 +13,7 @@ std::optional<ExchangedPeer> Swarm::named(const PeerLink& link) {
     } else {
         peer.flags |= ExchangedPeer::reachable;
     }
-    if (link.is_seed) peer.flags |= ExchangedPeer::seed;
+    if (link.is_seed || link.wants_nothing) peer.flags |= ExchangedPeer::seed;
     return peer;
 }
 
@@ -37,8 +37,8 @@ void Swarm::exchange_some(Clock::time_point now) {
 
 bool Swarm::is_worth(const PeerLink& by, const ExchangedPeer& peer) const {
     if (!may_know(by.address(), peer.address)) return false;
-    // Two that have everything have nothing to say to each other.
-    if (picker_.have().is_all() && (peer.flags & ExchangedPeer::seed) != 0) return false;
+    // Two that want nothing have nothing to say to each other.
+    if (wants_nothing_ && (peer.flags & ExchangedPeer::seed) != 0) return false;
     auto own = by.local_address();
     if (own) own->set_port(options_.port);
     return !own || peer_text(*own) != peer_text(peer.address);

@@ -166,17 +166,15 @@ bool Swarm::take_block(PeerLink& link, const PeerMessage& message) {
     const Picker::Arrival arrival = picker_.arrived(link.number(), block);
     if (arrival.is_new) {
         downloaded_ += block.length;
-        disk_.write(block, std::string(message.data), [this](const Result& why) { fail(why); });
+        disk_.write(block, std::string(message.data),
+                    [this, piece = block.piece](const Result& why) { not_kept(piece, why); });
     } else {
         wasted_ += block.length;
     }
     if (arrival.other) {
         if (const auto other = links_.find(*arrival.other); other != links_.end()) {
             std::erase(other->second->owes, block);
-            other->second->send({.kind = MessageKind::cancel,
-                                 .piece = block.piece,
-                                 .begin = block.begin,
-                                 .length = block.length});
+            cancel(*other->second, block);
             fill(*other->second);
         }
     }
@@ -192,7 +190,7 @@ void Swarm::check(std::uint32_t piece) {
 
 void Swarm::checked(std::uint32_t piece, const SwarmDisk::Check& check) {
     if (!runs_) return;
-    if (!check.result.ok()) return fail(check.result);
+    if (!check.result.ok()) return not_kept(piece, check.result);
     if (!check.is_good) {
         const auto givers = picker_.failed(piece);
         for (const Picker::Peer giver : givers) {
@@ -212,6 +210,12 @@ void Swarm::checked(std::uint32_t piece, const SwarmDisk::Check& check) {
     }
     listener_.piece_came(piece);
     if (runs_ && picker_.is_done()) listener_.completed();
+}
+
+// A piece may have come whose files are not chosen any more.
+void Swarm::not_kept(std::uint32_t piece, const Result& why) {
+    if (why.code != Code::unsupported) return fail(why);
+    picker_.forget(piece);
 }
 
 void Swarm::blame(Picker::Peer peer) {
@@ -263,6 +267,11 @@ void Swarm::refuse(PeerLink& link, const PieceBlock& block) {
         {.kind = MessageKind::reject, .piece = block.piece, .begin = block.begin, .length = block.length});
 }
 
+void Swarm::cancel(PeerLink& link, const PieceBlock& block) {
+    link.send(
+        {.kind = MessageKind::cancel, .piece = block.piece, .begin = block.begin, .length = block.length});
+}
+
 void Swarm::take_cancel(PeerLink& link, const PieceBlock& block) {
     const auto at = std::find(link.wants.begin(), link.wants.end(), block);
     if (at == link.wants.end()) return;
@@ -307,14 +316,17 @@ bool Swarm::take_extended(PeerLink& link, const PeerMessage& message) {
     if (message.extended == 0) {
         const auto handshake = parse_extension_handshake(message.data);
         if (!handshake) return false;
-        const auto number = [](const std::optional<std::int64_t>& said) {
-            return said && *said > 0 && *said < 256 ? static_cast<std::uint8_t>(*said) : std::uint8_t{0};
+        // A later handshake may say only what is new.
+        const auto take_number = [](std::uint8_t& number, const std::optional<std::int64_t>& said) {
+            if (said) number = *said > 0 && *said < 256 ? static_cast<std::uint8_t>(*said) : std::uint8_t{0};
         };
-        link.metadata_number = number(handshake->metadata_number);
-        link.exchange_number = number(handshake->exchange_number);
+        take_number(link.metadata_number, handshake->metadata_number);
+        take_number(link.exchange_number, handshake->exchange_number);
         const std::int64_t port = handshake->port.value_or(0);
-        link.listens_at = port > 0 && port < 65536 ? static_cast<std::uint16_t>(port) : std::uint16_t{0};
-        link.version = to_utf8(handshake->version).substr(0, longest_version);
+        if (port > 0 && port < 65536) link.listens_at = static_cast<std::uint16_t>(port);
+        link.wants_nothing = handshake->upload_only;
+        if (!handshake->version.empty())
+            link.version = to_utf8(handshake->version).substr(0, longest_version);
         return true;
     }
     if (message.extended == own_exchange_number && options_.exchanges) {

@@ -26,6 +26,7 @@ struct ConnectionServices {
                                 const TimeSource& time_source = system_time)
         : time(time_source),
           received(Clock::now()),
+          sent(Clock::now()),
           resolver(resolve_name, time),
           slots(time),
           tls(tls_library),
@@ -33,7 +34,8 @@ struct ConnectionServices {
 
     const TimeSource& time;
     net::SharedTokens
-        received;  ///< limits of what all connections receive, in real time; jobs are groups in it
+        received;            ///< limits of what all connections receive, in real time; jobs are groups in it
+    net::SharedTokens sent;  ///< the same of what is sent to peers of torrents
     Resolver resolver;
     ServerSlots slots;
     TlsEngines tls;

@@ -1,4 +1,4 @@
-// The limits of speed of a job: its own, below the program's.
+// The limits of speed of a job in one direction: its own, below the program's.
 #pragma once
 
 #include "store/settings.h"
@@ -6,7 +6,8 @@
 
 namespace vantlow {
 
-/// A job's place in the limits of what is received. Outlives the job's connections; any thread may call.
+/// A job's place in the limits of what is received, or of what is sent to peers. Outlives the job's
+/// connections; any thread may call.
 class JobPace {
   public:
     explicit JobPace(net::SharedTokens& limits)
@@ -19,13 +20,13 @@ class JobPace {
     void set_limit(std::int64_t bytes_per_second) {
         limits_.set_limit(group_, bytes_per_second, Clock::now());
     }
-    /// Takes the program's limit from the settings as they are now. It is one for all jobs: whichever looks
-    /// first sets it.
+    /// Takes the program's limit of what is received from the settings as they are now. It is one for all
+    /// jobs: whichever looks first sets it.
     void follow(const Settings& settings) {
-        const bool is_limited = settings.flag(setting::limit);
-        const std::int64_t limit = is_limited ? settings.number(setting::speed_limit) : 0;
-        limits_.set_limit(net::TokenTree::everything, limit, Clock::now());
+        follow(settings.flag(setting::limit) ? settings.number(setting::speed_limit) : 0);
     }
+    /// The same with the program's limit, bytes a second; 0: none.
+    void follow(std::int64_t limit) { limits_.set_limit(net::TokenTree::everything, limit, Clock::now()); }
     [[nodiscard]] net::SharedTokens& limits() noexcept { return limits_; }
     [[nodiscard]] net::TokenTree::Group group() const noexcept { return group_; }
 

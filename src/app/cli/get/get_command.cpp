@@ -52,6 +52,8 @@ Complaint override_settings(Settings& settings, const GetOptions& options) {
         set(setting::limit, rate > 0 ? 1 : 0);
         if (rate > 0) set(setting::speed_limit, rate);
     }
+    if (!options.job.upload_limit.empty())
+        set(setting::upload_limit, parse_rate(options.job.upload_limit).value_or(0));
     raise_server_limit(settings, options);
     return std::nullopt;
 }

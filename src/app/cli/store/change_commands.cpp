@@ -92,18 +92,36 @@ void add_change(CommandSet& commands) {
 struct LimitOptions {
     JobChoice jobs;
     std::string down;
+    std::string up;
 };
 
-std::optional<std::int64_t> rate_of(const LimitOptions& options) {
-    return options.down == "off" ? 0 : parse_rate(options.down);
+// "off" is 0.
+std::optional<std::int64_t> rate_of(const std::string& text) {
+    return text == "off" ? 0 : parse_rate(text);
+}
+
+Complaint check_limit(const LimitOptions& options) {
+    if (options.down.empty() && options.up.empty()) return "--down or --up says what the limit is.";
+    for (const auto& [option, text] : {std::pair("--down", &options.down), std::pair("--up", &options.up)}) {
+        if (!text->empty() && !rate_of(*text))
+            return std::string(option) + " takes bytes a second (500K, 2M) or off, not \"" + *text + "\".";
+    }
+    return std::nullopt;
+}
+
+Exit limit_program(StoreCommand& command, const std::optional<std::int64_t>& down,
+                   const std::optional<std::int64_t>& up) {
+    const auto limit_of = [](std::int64_t rate) { return rate > 0 ? std::optional(rate) : std::nullopt; };
+    Exit exit = down ? exit_of(command.engine.set_limit(limit_of(*down)), "The limit") : Exit::done;
+    if (up && exit == Exit::done) exit = exit_of(command.engine.set_upload_limit(limit_of(*up)), "The limit");
+    return exit;
 }
 
 Exit run_limit(StoreCommand& command, const LimitOptions& options) {
-    const std::int64_t rate = rate_of(options).value_or(0);
-    if (options.jobs.ids.empty())
-        return exit_of(command.engine.set_limit(rate > 0 ? std::optional(rate) : std::nullopt), "The limit");
     JobEdit edit;
-    edit.speed_limit = rate;
+    edit.speed_limit = rate_of(options.down);
+    edit.upload_limit = rate_of(options.up);
+    if (options.jobs.ids.empty()) return limit_program(command, edit.speed_limit, edit.upload_limit);
     return for_each_job(command, options.jobs,
                         [&](const Guid& job) { return command.engine.change(job, edit); });
 }
@@ -113,11 +131,9 @@ void add_limit(CommandSet& commands) {
     CLI::App& limit = commands.add_on_data_folder(
         "limit", "Limit the speed from now on: of jobs, or of all together where none is named",
         on_store([options](StoreCommand& command) { return run_limit(command, *options); }),
-        [options]() -> Complaint {
-            if (rate_of(*options)) return std::nullopt;
-            return "--down takes bytes a second (500K, 2M) or off, not \"" + options->down + "\".";
-        });
-    limit.add_option("--down", options->down, "Bytes a second (500K, 2M), or off")->required();
+        [options] { return check_limit(*options); });
+    limit.add_option("--down", options->down, "Bytes a second that are received (500K, 2M), or off");
+    limit.add_option("--up", options->up, "Bytes a second that the peers of torrents get, or off");
     add_job_choice(limit, options->jobs, false);
 }
 

@@ -117,7 +117,8 @@ ordered_json files_json(const TorrentReport& report) {
              {"path", file.path.empty() ? ordered_json(nullptr) : ordered_json(to_utf8(file.path))},
              {"size", file.size},
              {"done", file.done},
-             {"chosen", file.is_chosen}});
+             {"chosen", file.is_chosen()},
+             {"priority", file_priority_name(file.priority)}});
     }
     return files;
 }
@@ -127,6 +128,9 @@ ordered_json pieces_json(const TorrentReport& report) {
             {"length", report.piece_length},
             {"good", report.good_pieces},
             {"bitfield", to_hex(std::as_bytes(std::span(report.good)))},
+            {"begun", to_hex(std::as_bytes(std::span(report.begun)))},
+            {"sequential", report.is_sequential},
+            {"endsFirst", report.has_ends_first},
             {"availability", report.availability}};
 }
 

@@ -2,7 +2,10 @@
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
+#include <array>
+#include <map>
 #include <memory>
+#include <set>
 
 #include "app/cli/report.h"
 #include "app/cli/store/job_json.h"
@@ -10,8 +13,10 @@
 #include "app/terminal/display_text.h"
 #include "app/terminal/quantities.h"
 #include "base/text.h"
+#include "bt/announce.h"
 #include "bt/peer_store.h"
 #include "bt/torrent_content.h"
+#include "engine/selection.h"
 #include "engine/torrent_files.h"
 #include "platform/process.h"
 
@@ -107,11 +112,12 @@ std::string trackers_text(const TorrentReport& report) {
 
 std::string files_text(const TorrentReport& report) {
     if (!report.is_described) return "The torrent's description is not known yet.\n";
-    Table table({"NUMBER", "DONE", "SIZE", "FILE"});
+    Table table({"NUMBER", "PRIORITY", "DONE", "SIZE", "FILE"});
     std::size_t number = 0;
     for (const TorrentFile& file : report.files) {
-        table.add({std::to_string(++number), file.is_chosen ? percent(file.done, file.size) : "not chosen",
-                   human_size(file.size), to_utf8(file.name)});
+        table.add({std::to_string(++number), std::string(file_priority_name(file.priority)),
+                   file.size > 0 ? percent(file.done, file.size) : "--", human_size(file.size),
+                   to_utf8(file.name)});
     }
     return table.text();
 }
@@ -123,18 +129,20 @@ std::string pieces_text(const TorrentReport& report) {
     std::string text = std::to_string(report.good_pieces) + " of " + std::to_string(report.piece_count) +
                        " pieces of " + human_size(report.piece_length) + "\n";
     const std::int64_t signs = std::min(report.piece_count, most_signs);
-    const auto is_good = [&report](std::int64_t piece) {
-        const auto byte = static_cast<unsigned char>(report.good[static_cast<std::size_t>(piece / 8)]);
-        return (byte & (0x80U >> static_cast<unsigned>(piece % 8))) != 0;
-    };
     for (std::int64_t sign = 0; sign < signs; ++sign) {
         const std::int64_t first = report.piece_count * sign / signs;
         const std::int64_t last = report.piece_count * (sign + 1) / signs;
         std::int64_t good = 0;
-        for (std::int64_t piece = first; piece < last; ++piece) good += is_good(piece) ? 1 : 0;
-        text += good == last - first ? '#' : good > 0 ? '+' : '.';
+        bool is_begun = false;
+        for (std::int64_t piece = first; piece < last; ++piece) {
+            good += has_bit(report.good, static_cast<std::size_t>(piece)) ? 1 : 0;
+            is_begun = is_begun || has_bit(report.begun, static_cast<std::size_t>(piece));
+        }
+        text += good == last - first ? '#' : good > 0 ? '+' : is_begun ? '-' : '.';
     }
-    return text + "\n";
+    text += "\n# whole, + partly, - in work, . missing";
+    text += report.is_sequential ? "; in their order" : "; the rarest first";
+    return text + (report.has_ends_first ? ", the ends of files before all else\n" : "\n");
 }
 
 /// A word that shows one side of a torrent's job.
@@ -173,6 +181,129 @@ Exit run_side(StoreCommand& command, const std::string& id, const Side& side) {
     const TorrentReport report = command.engine.torrent_report(job->identity, side.part).value();
     print_answer(command.global, side.json(report), command.global.json ? "" : side.text(report));
     return Exit::done;
+}
+
+/// The wishes that `torrent files` and `torrent pieces` take, in the order of their meaning.
+struct SteerOptions {
+    std::optional<std::string> select;    ///< "1,3-5": these and no others; empty: all
+    std::vector<std::string> priorities;  ///< "LEVEL=1,3-5"
+    std::optional<bool> sequential;
+    std::optional<bool> ends_first;
+    std::vector<std::string> new_trackers;
+    std::vector<std::string> old_trackers;  ///< addresses, also as they are shown, or tiers
+};
+
+Complaint check_steering(const SteerOptions& options) {
+    if (options.select && !is_selection(*options.select))
+        return "--select takes numbers and ranges (1,3-5), not \"" + *options.select + "\".";
+    for (const std::string& text : options.priorities) {
+        const auto equals = std::min(text.find('='), text.size());
+        const bool has_files = equals + 1 < text.size() && is_selection(text.substr(equals + 1));
+        if (!has_files || !file_priority_of(text.substr(0, equals)))
+            return "--priority takes skip, low, normal or high, and files (high=1,3-5), not \"" + text +
+                   "\".";
+    }
+    return std::nullopt;
+}
+
+// The priority of each file that the options name; none where they name one that there is not.
+std::optional<std::map<std::size_t, FilePriority>> wanted_files(const SteerOptions& options,
+                                                                const TorrentReport& report) {
+    std::map<std::size_t, FilePriority> wanted;
+    const std::size_t count = report.files.size();
+    const auto set = [&](std::string_view text, FilePriority priority) {
+        const auto numbers = select(text, count);
+        for (const std::size_t number : numbers.value_or(std::vector<std::size_t>()))
+            wanted[number + 1] = priority;
+        return numbers.has_value();
+    };
+    if (options.select) {
+        for (std::size_t number = 0; number < count; ++number) wanted[number + 1] = FilePriority::skip;
+        // One that was chosen before keeps its priority.
+        const auto numbers = select(*options.select, count);
+        if (!numbers) return std::nullopt;
+        for (const std::size_t number : *numbers) {
+            const FilePriority before = report.files[number].priority;
+            wanted[number + 1] = before == FilePriority::skip ? FilePriority::normal : before;
+        }
+    }
+    for (const std::string& text : options.priorities) {
+        const auto equals = text.find('=');
+        if (!set(std::string_view(text).substr(equals + 1), *file_priority_of(text.substr(0, equals))))
+            return std::nullopt;
+    }
+    return wanted;
+}
+
+// Adds trackers behind the others, once those are gone that are named.
+Exit change_trackers(StoreCommand& command, const Guid& job, const SteerOptions& options) {
+    const std::vector<std::string> before = command.engine.trackers(job);
+    std::vector<std::string> after;
+    std::set<std::string> met;
+    for (std::size_t tier = 0; tier < before.size(); ++tier) {
+        const std::array forms{before[tier], without_keys(before[tier]), std::to_string(tier)};
+        bool leaves = false;
+        for (const std::string& old : options.old_trackers) {
+            if (std::ranges::find(forms, old) == forms.end() && normalise_tracker(old) != before[tier])
+                continue;
+            leaves = true;
+            met.insert(old);
+        }
+        if (!leaves) after.push_back(before[tier]);
+    }
+    for (const std::string& old : options.old_trackers) {
+        if (!met.contains(old)) return complain("The torrent has no tracker " + old + ".");
+    }
+    after.insert(after.end(), options.new_trackers.begin(), options.new_trackers.end());
+    return exit_of(command.engine.set_trackers(job, after), "The trackers");
+}
+
+Exit steer(StoreCommand& command, const std::string& id, const SteerOptions& options) {
+    const CJobNode* const job = find_torrent(command, id);
+    if (job == nullptr) return Exit::failed;
+    const Guid identity = job->identity;
+    if (options.sequential || options.ends_first) {
+        JobEdit edit;
+        edit.sequential = options.sequential;
+        edit.ends_first = options.ends_first;
+        if (const Exit exit = exit_of(command.engine.change(identity, edit), id); exit != Exit::done)
+            return exit;
+    }
+    if (!options.new_trackers.empty() || !options.old_trackers.empty())
+        return change_trackers(command, identity, options);
+    if (!options.select && options.priorities.empty()) return Exit::done;
+    const auto report = command.engine.torrent_report(identity, torrent_part::files);
+    const auto wanted = report && report->is_described ? wanted_files(options, *report)
+                                                       : std::map<std::size_t, FilePriority>();
+    if (!wanted) return complain("The torrent has no such files.");
+    return exit_of(command.engine.choose_files(identity, *wanted), id);
+}
+
+void add_file_options(CLI::App& word, SteerOptions& options) {
+    word.add_option("--select", options.select,
+                    "Fetch these files and no others from now on, also while it runs: 1,3-5 (empty: all)");
+    word.add_option(
+        "--priority", options.priorities,
+        "LEVEL=FILES: how much files are wanted from now on: skip, low, normal or high (high=1,3-5)");
+}
+
+void add_piece_options(CLI::App& word, SteerOptions& options) {
+    const std::map<std::string, bool> words{{"on", true}, {"off", false}};
+    const auto add = [&](const char* name, std::optional<bool>& value, const char* description) {
+        word.add_option_function<bool>(
+                name, [&value](const bool& on) { value = on; }, description)
+            ->transform(CLI::CheckedTransformer(words));
+    };
+    add("--sequential", options.sequential,
+        "on or off: fetch the pieces in their order, to look at a film early");
+    add("--ends-first", options.ends_first,
+        "on or off: fetch the beginnings and ends of files before all else");
+}
+
+void add_tracker_options(CLI::App& word, SteerOptions& options) {
+    word.add_option("--add", options.new_trackers, "Ask this tracker, too, from now on");
+    word.add_option("--remove", options.old_trackers,
+                    "Leave a tracker: its address, as it is or as it is shown, or its tier");
 }
 
 struct CheckOptions {
@@ -233,10 +364,17 @@ void add_torrent_job_commands(CommandSet& commands) {
     CLI::App& group = commands.add_group("torrent", "Show, make, announce and check torrents");
     for (const Side& side : sides) {
         const auto id = std::make_shared<std::string>();
+        const auto steering = std::make_shared<SteerOptions>();
         CLI::App& word = commands.add_on_data_folder(
-            group, side.word, side.description,
-            on_store([id, &side](StoreCommand& command) { return run_side(command, *id, side); }));
+            group, side.word, side.description, on_store([id, steering, &side](StoreCommand& command) {
+                const Exit exit = steer(command, *id, *steering);
+                return exit == Exit::done ? run_side(command, *id, side) : exit;
+            }),
+            [steering] { return check_steering(*steering); });
         word.add_option("ID", *id, "The job's id, or the beginning of it")->required();
+        if (side.part == torrent_part::files) add_file_options(word, *steering);
+        if (side.part == torrent_part::pieces) add_piece_options(word, *steering);
+        if (side.part == torrent_part::trackers) add_tracker_options(word, *steering);
     }
     const auto options = std::make_shared<CheckOptions>();
     CLI::App& check = commands.add_below(

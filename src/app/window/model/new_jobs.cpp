@@ -68,21 +68,6 @@ std::string without_login(const std::string& link) {
 
 }  // namespace
 
-std::string selection_of(const std::vector<bool>& chosen) {
-    std::string text;
-    if (std::ranges::find(chosen, false) == chosen.end()) return text;
-    for (std::size_t first = 0; first < chosen.size(); ++first) {
-        if (!chosen[first]) continue;
-        std::size_t last = first;
-        while (last + 1 < chosen.size() && chosen[last + 1]) ++last;
-        if (!text.empty()) text += ',';
-        text += std::to_string(first + 1);
-        if (last > first) text += "-" + std::to_string(last + 1);
-        first = last;
-    }
-    return text;
-}
-
 std::string sentence_of(const FormFault& fault) {
     using Wrong = FormFault::Kind;
     switch (fault.kind) {

@@ -34,9 +34,6 @@ struct TorrentEntry {
     bool operator==(const TorrentEntry&) const = default;
 };
 
-/// The selection of these among files that are counted from 1: "1,3-5"; empty: none or all.
-std::string selection_of(const std::vector<bool>& chosen);
-
 /// The faults of a form, by their fields.
 struct FormFault {
     enum class Field { addresses, folder, name, connections, limit, hash, proxy, category, files };

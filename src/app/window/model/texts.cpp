@@ -148,6 +148,9 @@ std::string sentence_of(const Done& done) {
             return tr("There is no removal that could be taken back.");
         case Fault::no_question:
             return tr("Somebody else has answered this question already.");
+        case Fault::no_torrent:
+        case Fault::no_description:
+            return tr("The torrent's description is not known yet.");
         case Fault::file:
             return shown(done.path) + ": " + printable(done.error.text());
         case Fault::setting:

@@ -79,10 +79,6 @@ std::string signs_of(const TorrentPeer& peer) {
     return text;
 }
 
-bool has_bit(const std::string& bits, std::size_t at) noexcept {
-    return at / 8 < bits.size() && (static_cast<unsigned char>(bits[at / 8]) >> (7 - at % 8) & 1U) != 0;
-}
-
 }  // namespace
 
 std::string TorrentTable::title() const {
@@ -130,7 +126,7 @@ std::string TorrentTable::file_cell(const TorrentFile& file, int column) const {
         case file_done_column:
             return file.size == 0 ? percent_text(1, 1) : percent_text(file.done, file.size);
         default:
-            return file.is_chosen ? tr("chosen") : tr("left out");
+            return file.is_chosen() ? tr("chosen") : tr("left out");
     }
 }
 
