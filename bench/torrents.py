@@ -1,123 +1,222 @@
 #!/usr/bin/env python3
-"""One torrent of one file from one seed on this machine, as fast as it goes: this program, encrypted and
-plain, beside python3-libtorrent and, where it is installed, aria2, in interleaved rounds.
+"""Torrents of one file: this program beside python3-libtorrent and aria2, where they are installed, in interleaved
+rounds and in a network of its own (needs root), every file compared. The floor asks the same seeds,
+receives, hashes and writes on one thread.
 
-    bench/torrents.py --vantlow PROGRAM [--mib N] [--rounds N] [--dir DIR] [--python PYTHON]
+    bench/torrents.py --vantlow PROGRAM [--only one,four,...] [--mib N] [--rounds N] [--dir DIR] [--python PYTHON]
 """
 
 import argparse
 import filecmp
+import hashlib
 import http.server
 import os
 import resource
 import shutil
+import socketserver
 import statistics
 import subprocess
+import sys
 import tempfile
 import threading
 import time
 
-SEED = """
+ADDRESS = "10.77.0.1"
+MIB = 1 << 20
+PIECE = MIB
+# Peers speak TCP alone: over a loopback, libtorrent's uTP takes minutes for a gibibyte.
+SETTINGS = """
 import sys, time
 import libtorrent as lt
-session = lt.session({"listen_interfaces": "127.0.0.1:0", "enable_dht": False, "enable_lsd": False,
-    "enable_upnp": False, "enable_natpmp": False, "allow_multiple_connections_per_ip": True})
-handle = session.add_torrent({"ti": lt.torrent_info(sys.argv[1]), "save_path": sys.argv[2]})
-while not handle.status().is_seeding:
-    time.sleep(0.02)
+session = lt.session({"listen_interfaces": "10.77.0.1:0", "enable_dht": False, "enable_lsd": False, "enable_upnp": False,
+    "enable_natpmp": False, "enable_outgoing_utp": False, "enable_incoming_utp": False, "unchoke_slots_limit": 50,
+    "allow_multiple_connections_per_ip": True, **CRYPTO})
+"""
+# enc_policy 0: forced, 2: off; level 2: RC4.
+CRYPTO = {
+    "plain": 'CRYPTO = {"out_enc_policy": 2, "in_enc_policy": 1}\n',
+    "rc4": 'CRYPTO = {"out_enc_policy": 0, "in_enc_policy": 0, "allowed_enc_level": 2, "prefer_rc4": True}\n',
+}
+SEED = """
+handle = session.add_torrent({"ti": lt.torrent_info(sys.argv[1]), "save_path": sys.argv[2], "flags": lt.torrent_flags.seed_mode})
+handle.set_upload_limit(int(sys.argv[3]))
 print(session.listen_port(), flush=True)
 time.sleep(3600)
 """
 LEECH = """
-import sys, time
-import libtorrent as lt
-session = lt.session({"listen_interfaces": "127.0.0.1:0", "enable_dht": False, "enable_lsd": False,
-    "enable_upnp": False, "enable_natpmp": False, "allow_multiple_connections_per_ip": True})
 handle = session.add_torrent({"ti": lt.torrent_info(sys.argv[1]), "save_path": sys.argv[2]})
 while str(handle.status().state).startswith("checking"):
     time.sleep(0.005)
-handle.connect_peer(("127.0.0.1", int(sys.argv[3])))
+for port in sys.argv[3:]:
+    handle.connect_peer(("10.77.0.1", int(port)))
 while not handle.status().is_seeding:
     time.sleep(0.005)
 """
 
 
-class Tracker(http.server.BaseHTTPRequestHandler):
-    """Names the seed to whoever asks."""
+class Scenario:
+    def __init__(self, title, seeds=1, limit=0, crypto="plain", mib=None):
+        self.title, self.seeds, self.limit, self.crypto, self.mib = title, seeds, limit, crypto, mib
 
-    port = 0
+
+SCENARIOS = {
+    "one": Scenario("one seed"),
+    "four": Scenario("four seeds", seeds=4),
+    "slow": Scenario("four seeds of 4 MiB/s each", seeds=4, limit=4 * MIB, mib=128),
+    "rc4": Scenario("one seed, RC4", crypto="rc4"),
+}
+
+
+class Tracker(http.server.BaseHTTPRequestHandler):
+    """Names the seeds to whoever asks."""
+
+    ports = []
 
     def do_GET(self):
-        peer = bytes([127, 0, 0, 1]) + self.port.to_bytes(2, "big")
+        host = bytes(int(part) for part in ADDRESS.split("."))
+        peers = b"".join(host + port.to_bytes(2, "big") for port in self.ports)
         self.send_response(200)
         self.end_headers()
-        self.wfile.write(b"d8:intervali900e5:peers6:" + peer + b"e")
+        self.wfile.write(b"d8:intervali900e5:peers%d:%se" % (len(peers), peers))
 
     def log_message(self, *_):
         pass
 
 
+class Trackers(socketserver.ThreadingMixIn, http.server.HTTPServer):
+    daemon_threads = True
+
+    def handle_error(self, request, client_address):
+        pass  # a program that has its file hangs up on the tracker, too
+
+
 def measure(command, target, original):
-    """Wall and processor seconds; the file is compared."""
+    """Wall and processor seconds; None for a wrong file."""
     os.makedirs(target)
     before, begin = resource.getrusage(resource.RUSAGE_CHILDREN), time.monotonic()
     subprocess.run(command, check=True, stdout=subprocess.DEVNULL, timeout=600)
-    wall, after = time.monotonic() - begin, resource.getrusage(resource.RUSAGE_CHILDREN)
-    if not filecmp.cmp(original, os.path.join(target, os.path.basename(original)), shallow=False):
-        raise SystemExit(f"FAILED: {command[0]} made a wrong file")
+    end = time.monotonic()
+    after = resource.getrusage(resource.RUSAGE_CHILDREN)
+    made = os.path.join(target, os.path.basename(original))
+    right = os.path.exists(made) and filecmp.cmp(original, made, shallow=False)
     shutil.rmtree(target)
-    return wall, after.ru_utime + after.ru_stime - before.ru_utime - before.ru_stime
+    return (end - begin, after.ru_utime + after.ru_stime - before.ru_utime - before.ru_stime) if right else None
 
 
-def commands(options, torrent, target):
-    get = [options.vantlow, "get", "-q", "-d", target, torrent]
-    made = {}
-    for name, crypto in (("vantlow, encrypted handshake", 0), ("vantlow, plain", 1), ("vantlow, RC4", 2)):
-        settings = f"{torrent}.{crypto}.ini"
-        with open(settings, "w") as file:
-            file.write(f"[Torrent]\nCrypto={crypto}\nDHT=0\nLSD=0\n")
-        made[name] = [get[0], "--settings", settings, *get[1:]]
-    made["libtorrent"] = [options.python, "-c", LEECH, torrent, target, str(Tracker.port)]
-    if shutil.which("aria2c"):
-        quiet = ["--enable-dht=false", "--bt-enable-lpd=false", "--enable-peer-exchange=false", "--allow-overwrite"]
-        made["aria2"] = ["aria2c", "-q", "--seed-time=0", *quiet, "-d", target, torrent]
-    return made
+class Comparison:
+    def __init__(self, options, folder):
+        self.options, self.folder, self.target = options, folder, os.path.join(folder, "out")
+        self.floor = os.path.join(folder, "floor")
+        source = os.path.join(os.path.dirname(os.path.abspath(__file__)), "torrent_floor.c")
+        subprocess.run(["cc", "-O2", "-Wno-deprecated-declarations", "-o", self.floor, source, "-lcrypto"], check=True)
+        tracker = Trackers(("0.0.0.0", 0), Tracker)
+        threading.Thread(target=tracker.serve_forever, daemon=True).start()
+        self.announce = f"http://{ADDRESS}:{tracker.server_address[1]}/announce"
+        self.seeds = []
+
+    def script(self, text, crypto, *words):
+        return [self.options.python, "-c", CRYPTO[crypto] + SETTINGS + text, *words]
+
+    def make(self, name, mib):
+        """A file of random bytes and its torrent."""
+        original = os.path.join(self.folder, f"{name}.bin")
+        hashes = b""
+        with open(original, "wb") as file:
+            for _ in range(mib):
+                piece = os.urandom(PIECE)
+                hashes += hashlib.sha1(piece).digest()
+                file.write(piece)
+        base = os.path.basename(original).encode()
+        info = b"d6:lengthi%de4:name%d:%s12:piece lengthi%de6:pieces%d:%se" % (
+            mib * MIB, len(base), base, PIECE, len(hashes), hashes)
+        announce = self.announce.encode()
+        with open(original + ".torrent", "wb") as file:
+            file.write(b"d8:announce%d:%s4:info%se" % (len(announce), announce, info))
+        with open(original + ".seed.torrent", "wb") as file:
+            file.write(b"d4:info%se" % info)  # seeds don't look for each other
+        with open(original + ".hashes", "wb") as file:
+            file.write(hashes)
+        return original, hashlib.sha1(info).hexdigest()
+
+    def start_seeds(self, scenario, original):
+        Tracker.ports = []
+        for _ in range(scenario.seeds):
+            command = self.script(SEED, scenario.crypto, original + ".seed.torrent", self.folder, str(scenario.limit))
+            seed = subprocess.Popen(command, stdout=subprocess.PIPE, text=True)
+            self.seeds.append(seed)
+            Tracker.ports.append(int(seed.stdout.readline()))
+
+    def end_seeds(self):
+        while self.seeds:
+            seed = self.seeds.pop()
+            seed.kill()
+            seed.wait()
+            seed.stdout.close()
+
+    def commands(self, scenario, original, info_hash):
+        """Name: the words to run."""
+        torrent, ports = original + ".torrent", [str(port) for port in Tracker.ports]
+        crypto = 2 if scenario.crypto == "rc4" else 1
+        settings = os.path.join(self.folder, "settings.ini")
+        with open(settings, "w", encoding="utf-8") as file:
+            file.write(f"[Torrent]\nCrypto={crypto}\nDHT=0\nLSD=0\nPortMapping=0\n")
+        made = {}
+        if scenario.crypto == "plain":
+            size = str(os.path.getsize(original))
+            made["floor"] = [self.floor, info_hash, size, str(PIECE), original + ".hashes",
+                             os.path.join(self.target, os.path.basename(original)), *(f"{ADDRESS}:{port}" for port in ports)]
+        made["vantlow"] = [self.options.vantlow, "--settings", settings, "get", "-q", "-d", self.target, torrent]
+        made["libtorrent"] = self.script(LEECH, scenario.crypto, torrent, self.target, *ports)
+        if shutil.which("aria2c"):
+            quiet = ["--enable-dht=false", "--bt-enable-lpd=false", "--enable-peer-exchange=false", "--allow-overwrite"]
+            quiet += ["--bt-require-crypto", "--bt-min-crypto-level=arc4"] if scenario.crypto == "rc4" else []
+            made["aria2"] = ["aria2c", "-q", "--seed-time=0", *quiet, "-d", self.target, torrent]
+        return made
+
+    def run(self, name, scenario):
+        mib = min(self.options.mib, scenario.mib or self.options.mib)
+        original, info_hash = self.make(name, mib)
+        self.start_seeds(scenario, original)
+        try:
+            seen = {}
+            for _ in range(self.options.rounds):
+                for program, command in self.commands(scenario, original, info_hash).items():
+                    seen.setdefault(program, []).append(measure(command, self.target, original))
+                    print(f"{name} {program}: {seen[program][-1]}", file=sys.stderr)
+                print(f"{name} {program}: {seen[program][-1]}", file=sys.stderr, flush=True)
+        finally:
+            self.end_seeds()
+        os.remove(original)
+        print(f"\n### {name}: {mib} MiB from {scenario.title}, {self.options.rounds} rounds, medians\n")
+        print("| program | wall s | processor s | MiB/s |\n|---|---:|---:|---:|")
+        for program, values in seen.items():
+            if None in values:
+                print(f"| {program} | FAILED | | |")
+                continue
+            wall, processor = (statistics.median(column) for column in zip(*values))
+            print(f"| {program} | {wall:.2f} | {processor:.2f} | {mib / wall:.1f} |", flush=True)
 
 
 def main():
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("--vantlow", required=True)
+    parser.add_argument("--only", default=",".join(SCENARIOS))
     parser.add_argument("--mib", type=int, default=1024)
     parser.add_argument("--rounds", type=int, default=3)
     parser.add_argument("--dir", default="/dev/shm")
     parser.add_argument("--python", default="/usr/bin/python3", help="one that has libtorrent")
+    parser.add_argument("--inside", action="store_true", help=argparse.SUPPRESS)
     options = parser.parse_args()
+    if not options.inside:
+        os.execvp("unshare", ["unshare", "-n", sys.executable, *sys.argv, "--inside"])
+    for words in (("link", "set", "lo", "up"), ("addr", "add", f"{ADDRESS}/24", "dev", "lo")):
+        subprocess.run(["ip", *words], check=True)
     options.vantlow = os.path.abspath(options.vantlow)
     with tempfile.TemporaryDirectory(dir=options.dir) as folder:
-        original, torrent = os.path.join(folder, "file.bin"), os.path.join(folder, "file.bin.torrent")
-        with open(original, "wb") as file:
-            for _ in range(options.mib):
-                file.write(os.urandom(1 << 20))
-        tracker = http.server.ThreadingHTTPServer(("127.0.0.1", 0), Tracker)
-        threading.Thread(target=tracker.serve_forever, daemon=True).start()
-        announce = f"http://127.0.0.1:{tracker.server_address[1]}/announce"
-        subprocess.run([options.vantlow, "torrent", "make", original, "--tracker", announce, "-q"], check=True)
-        seed = subprocess.Popen([options.python, "-c", SEED, torrent, folder], stdout=subprocess.PIPE, text=True)
-        try:
-            Tracker.port = int(seed.stdout.readline())
-            target = os.path.join(folder, "out")
-            cases = commands(options, torrent, target)
-            seen = {name: [] for name in cases}
-            for _ in range(options.rounds):
-                for name, command in cases.items():
-                    seen[name].append(measure(command, target, original))
-        finally:
-            seed.kill()
-            seed.wait()
-    print(f"{options.mib} MiB from one seed, {options.rounds} rounds, medians\n")
-    print("| program | wall s | processor s |\n|---|---:|---:|")
-    for name, values in seen.items():
-        print("| {} | {:.2f} | {:.2f} |".format(name, *(statistics.median(column) for column in zip(*values))))
+        os.environ |= {"HOME": folder, "XDG_RUNTIME_DIR": folder, "XDG_CONFIG_HOME": "", "XDG_DATA_HOME": ""}
+        comparison = Comparison(options, folder)
+        for name in options.only.split(","):
+            comparison.run(name, SCENARIOS[name])
 
 
 if __name__ == "__main__":

@@ -2,6 +2,7 @@
 #include <algorithm>
 
 #include "transfer/connection/tunnel.h"
+#include "transfer/connection/tunnel_handshake.h"
 #include "wire.h"
 
 namespace vantlow::fuzz {
@@ -23,10 +24,32 @@ class ScriptedProxy : public ProxyWire {
         return {};
     }
     [[nodiscard]] Clock::time_point time_out() const override { return from_now(std::chrono::seconds(1)); }
+    [[nodiscard]] std::string_view rest() const noexcept { return answers_; }
 
   private:
     std::string_view answers_;
 };
+
+// The same for those who cannot wait: it comes out the same, and as much is heard of it.
+void run_in_steps(std::string_view answers, const ProxyPlan& proxy, const TunnelTarget& target,
+                  const Result& expected, std::string_view rest) {
+    using State = TunnelHandshake::State;
+    TunnelHandshake handshake(proxy, target, std::chrono::seconds(1));
+    handshake.begin();
+    State state = handshake.step();
+    for (; state == State::needs_bytes; state = handshake.step()) {
+        const std::size_t wanted = handshake.wanted();
+        CHECK(wanted > 0 && handshake.unsent().size() < 65536);
+        if (answers.size() < wanted)
+            handshake.hear_end();
+        else
+            handshake.hear(answers.substr(0, wanted));
+        answers.remove_prefix(std::min(wanted, answers.size()));
+    }
+    CHECK((state == State::open) == expected.ok());
+    CHECK(handshake.result().code == expected.code);
+    CHECK(!expected.ok() || answers == rest);
+}
 
 }  // namespace
 
@@ -50,6 +73,10 @@ void run(std::string_view input) {
     CHECK(!again);
     CHECK(result.ok() || result.code == Code::transient || result.code == Code::tunnel_refused ||
           result.code == Code::proxy_refused);
+    proxy.kind = kind % 3 == 0   ? ProxyPlan::socks4
+                 : kind % 3 == 1 ? ProxyPlan::socks5
+                                 : ProxyPlan::http_tunnel;
+    if (input.size() < 4096) run_in_steps(input, proxy, target, result, wire.rest());
 }
 
 }  // namespace vantlow::fuzz

@@ -23,7 +23,7 @@ REVISION = "1"
 MAINTAINER = "{} <{}>".format(
     os.environ.get("DEBFULLNAME", "The Vantlow developers"), os.environ.get("DEBEMAIL", "vantlow@vantlow.invalid")
 )
-LIBRARIES = ["libssl.so", "libssh.so", "libsecur.so", "libcrypto5.so", "libnames.so", "libBTDHT.so"]
+LIBRARIES = ["libssl.so", "libssh.so", "libsecur.so", "libcrypto5.so", "libnames.so", "libBTDHT.so", "libportmap.so"]
 DESCRIPTION = """\
 download manager that never gives a wrong file
  Vantlow fetches files over HTTP, HTTPS, FTP, FTPS and SFTP: over several

@@ -13,7 +13,7 @@ import zipfile
 import origins
 
 ROOT = pathlib.Path(__file__).resolve().parents[1]
-LIBRARIES = ["libssl.dll", "libssh.dll", "libsecur.dll", "libcrypto5.dll", "libnames.dll", "libBTDHT.dll"]
+LIBRARIES = ["libssl.dll", "libssh.dll", "libsecur.dll", "libcrypto5.dll", "libnames.dll", "libBTDHT.dll", "libportmap.dll"]
 
 
 # What somebody reads who uses the program; the other pages are for those who change it.

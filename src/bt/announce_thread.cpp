@@ -127,8 +127,11 @@ bool CBTAnnounceThread::accept(CBETrackerRespond respond) {
                         added, static_cast<long long>(respond.interval)));
     }
     report.made = Clock::now();
-    const MutexLock guard(mutex_);
-    report_ = std::move(report);
+    {
+        const MutexLock guard(mutex_);
+        report_ = std::move(report);
+    }
+    if (added > 0 && services_.on_peers) services_.on_peers();
     return true;
 }
 

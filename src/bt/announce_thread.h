@@ -22,6 +22,7 @@ struct AnnounceServices {
     const LibraryTables& libraries;
     const Settings& settings;
     std::chrono::seconds udp_timeout{60};  ///< for each answer of a UDP tracker
+    std::function<void()> on_peers{};      ///< the job has new peers; on the thread of the announce
 };
 
 /// The outcome of an announce.

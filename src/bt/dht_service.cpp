@@ -65,8 +65,12 @@ std::vector<SocketAddress> addresses_of(const CBEDictionary& kept) {
 }  // namespace
 
 DhtService::DhtService(const BtdhtTable& library, const Settings& settings, Resolver& resolver,
-                       std::u16string folder)
-    : library_(library), settings_(settings), resolver_(resolver), folder_(std::move(folder)) {}
+                       std::u16string folder, IpFilterKeeper* filter)
+    : library_(library),
+      settings_(settings),
+      resolver_(resolver),
+      folder_(std::move(folder)),
+      filter_(filter) {}
 
 DhtService::~DhtService() {
     const MutexLock life(life_);
@@ -213,10 +217,10 @@ void DhtService::load_id() {
 }
 
 void DhtService::run() {
-    listen();
     next_save_ = Clock::now() + save_interval;
-    work_timer_->start(loop_->now(), [this] { work(nullptr, {}); });
     look_now_and_then();
+    listen();
+    work_timer_->start(loop_->now(), [this] { work(nullptr, {}); });
     static_cast<void>(loop_->run());
     save_nodes();
 }
@@ -235,7 +239,7 @@ void DhtService::read_some(net::Datagrams& datagrams) {
         if (step.state == net::Step::State::again) break;
         if (step.state != net::Step::State::moved)
             return rest_timer_->start(loop_->now() + a_rest, [this] { listen(); });
-        if (step.bytes > 0) work(&from, std::span(room).first(step.bytes));
+        if (step.bytes > 0 && !is_blocked(from)) work(&from, std::span(room).first(step.bytes));
     }
     datagrams.when_readable([this, &datagrams] { read_some(datagrams); });
 }
@@ -253,6 +257,7 @@ void DhtService::work(const SocketAddress* from, std::span<const std::byte> data
 int DhtService::send(const SocketAddress& to, std::span<const std::byte> datagram) {
     net::Datagrams* const datagrams = to.is_ipv6() ? six_.get() : four_.get();
     if (datagrams == nullptr) return 0;
+    if (is_blocked(to)) return 1;  // as if it were lost
     return datagrams->send(datagram, to).state == net::Step::State::moved ? 1 : 0;
 }
 
@@ -297,6 +302,7 @@ void DhtService::save_nodes() const {
 }
 
 void DhtService::look_now_and_then() {
+    if (filter_ != nullptr) blocked_ = filter_->current();
     std::array<std::uint8_t, compact_ipv6> room;
     has_nodes_ = library_.BTDHT_Nodes(VANTLOW_DHT_IPV4, room.data(), room.size()) > 0 ||
                  library_.BTDHT_Nodes(VANTLOW_DHT_IPV6, room.data(), room.size()) > 0;

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "base/mutex.h"
+#include "bt/ip_filter_keeper.h"
 #include "bt/metainfo.h"
 #include "bt/peer_store.h"
 #include "net/loop.h"
@@ -28,10 +29,10 @@ namespace vantlow {
 /// data folder. Any thread may call. Only one object of a process has a node.
 class DhtService {
   public:
-    /// Library, settings and resolver outlive the object. `folder`: the data folder ("dhtkey.dat",
-    /// "dhtnodes.dat"); empty: nothing is kept.
-    DhtService(const BtdhtTable& library, const Settings& settings, Resolver& resolver,
-               std::u16string folder);
+    /// All outlive the object. `folder`: the data folder ("dhtkey.dat", "dhtnodes.dat"); empty: nothing is
+    /// kept. Whom the filter (null: there is none) blocks gets and gives no datagram.
+    DhtService(const BtdhtTable& library, const Settings& settings, Resolver& resolver, std::u16string folder,
+               IpFilterKeeper* filter = nullptr);
     ~DhtService();
     DhtService(const DhtService&) = delete;
     DhtService& operator=(const DhtService&) = delete;
@@ -61,6 +62,9 @@ class DhtService {
     void read_some(net::Datagrams& datagrams);
     void work(const SocketAddress* from, std::span<const std::byte> datagram);
     int send(const SocketAddress& to, std::span<const std::byte> datagram);
+    [[nodiscard]] bool is_blocked(const SocketAddress& address) const noexcept {
+        return blocked_ && blocked_->blocks(address);
+    }
     void found(const InfoHash& torrent, const SocketAddress& peer);
     void save_nodes() const;
     void look_now_and_then();
@@ -72,6 +76,7 @@ class DhtService {
     const Settings& settings_;
     Resolver& resolver_;
     const std::u16string folder_;
+    IpFilterKeeper* const filter_;
 
     Mutex life_;  ///< taken before mutex_
     std::unique_ptr<StopSource> stop_ VANTLOW_GUARDED_BY(life_);
@@ -94,7 +99,8 @@ class DhtService {
     std::optional<net::Timer> look_timer_;
     std::optional<net::Timer> rest_timer_;  ///< behind a failure of the system
     Clock::time_point next_save_{};
-    const SocketAddress* speaker_ = nullptr;  ///< who sent the datagram that is being worked on
+    std::shared_ptr<const IpFilter> blocked_;  ///< as of the last look
+    const SocketAddress* speaker_ = nullptr;   ///< who sent the datagram that is being worked on
 };
 
 /// "host:port" or "[ipv6]:port" in a list with "|" between, as the setting "DHTNodes" has it; what is none of

@@ -12,6 +12,9 @@ constexpr std::size_t most_decoded = 64;
 // More numbered trackers than these are left out.
 constexpr int most_trackers = 1000;
 constexpr std::size_t most_peers = 200;
+// Each is a question to the system.
+constexpr std::size_t most_named = 20;
+constexpr std::size_t longest_name = 253;
 constexpr std::size_t most_web_seeds = 50;
 
 // The text behind the first `key`, up to the next "&"; none when the key does not occur.
@@ -22,16 +25,25 @@ std::optional<std::string_view> value_of(std::string_view text, std::string_view
     return rest.substr(0, rest.find('&'));
 }
 
-// An address and a port, "1.2.3.4:5" or "[::1]:5", escaped or not.
-std::optional<SocketAddress> read_peer(std::string_view escaped) {
+// An address or a name, and a port: "1.2.3.4:5", "[::1]:5", "host.example:5", escaped or not.
+void read_peer(std::string_view escaped, Magnet& magnet) {
     const std::string text = percent_decode(escaped);
     const std::size_t colon = text.rfind(':');
-    if (colon == std::string::npos) return std::nullopt;
+    if (colon == std::string::npos) return;
     const auto port = parse_decimal(std::string_view(text).substr(colon + 1));
-    if (!port || *port < 1 || *port > 65535) return std::nullopt;
+    if (!port || *port < 1 || *port > 65535) return;
     std::string_view host = std::string_view(text).substr(0, colon);
     if (host.starts_with('[') && host.ends_with(']')) host = host.substr(1, host.size() - 2);
-    return SocketAddress::from_literal(host, static_cast<std::uint16_t>(*port));
+    if (const auto peer = SocketAddress::from_literal(host, static_cast<std::uint16_t>(*port))) {
+        magnet.peers.push_back(*peer);
+        return;
+    }
+    const bool is_name = !host.empty() && host.size() <= longest_name &&
+                         std::all_of(host.begin(), host.end(), [](unsigned char c) {
+                             return c > ' ' && c != ':' && c != '/' && c != '\x7F';
+                         });
+    if (is_name && magnet.named_peers.size() < most_named)
+        magnet.named_peers.push_back({std::string(host), static_cast<std::uint16_t>(*port)});
 }
 
 // Peers and servers that have the files.
@@ -42,7 +54,7 @@ void read_givers(std::string_view text, Magnet& magnet) {
         text.remove_prefix(query + 1);
     for (std::string_view part : split(text, '&')) {
         if (part.starts_with(peer_key) && magnet.peers.size() < most_peers) {
-            if (const auto peer = read_peer(part.substr(peer_key.size()))) magnet.peers.push_back(*peer);
+            read_peer(part.substr(peer_key.size()), magnet);
         } else if (part.starts_with(seed_key) && magnet.web_seeds.size() < most_web_seeds) {
             magnet.web_seeds.push_back(percent_decode(part.substr(seed_key.size())));
         }
@@ -144,7 +156,8 @@ std::string make_magnet(const InfoHash& hash, std::string_view name,
 }
 
 std::string with_trackers(std::string_view link, const std::vector<std::string>& trackers) {
-    const std::size_t query = std::min(link.find('?'), link.size() - 1) + 1;
+    const std::size_t mark = link.find('?');
+    const std::size_t query = mark == std::string_view::npos ? 0 : mark + 1;
     std::string changed(link.substr(0, query));
     for (const std::string_view part : split(link.substr(query), '&')) {
         if (part.empty() || part.starts_with("tr=") || part.starts_with("tr.")) continue;

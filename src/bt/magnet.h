@@ -1,6 +1,7 @@
 // Magnet links (BEP 9).
 #pragma once
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -16,8 +17,12 @@ struct Magnet {
     InfoHash info_hash{};
     std::string name;
     std::vector<std::string> trackers;
-    /// Peers that it names by their addresses ("x.pe"); those that it names otherwise are left out.
-    std::vector<SocketAddress> peers;
+    std::vector<SocketAddress> peers;  ///< that it names by their addresses ("x.pe")
+    struct NamedPeer {
+        std::string host;
+        std::uint16_t port = 0;
+    };
+    std::vector<NamedPeer> named_peers;  ///< and by host names
     std::vector<std::string> web_seeds;  ///< addresses of servers that have the files ("ws"), not escaped
 };
 

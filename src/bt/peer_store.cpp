@@ -52,14 +52,18 @@ PeerStore::Key PeerStore::key_of(const SocketAddress& address) {
 void PeerStore::add_own(const SocketAddress& address) {
     const Key key = key_of(address);
     const MutexLock guard(mutex_);
-    if (std::find(own_.begin(), own_.end(), key) != own_.end()) return;
+    if (is_own_key(key)) return;
     own_.push_back(key);
-    std::erase_if(peers_, [&](const SocketAddress& peer) { return key_of(peer) == key; });
+    if (std::binary_search(known_.begin(), known_.end(), key)) ++own_among_them_;
 }
 
 bool PeerStore::is_own(const SocketAddress& address) const {
     const Key key = key_of(address);
     const MutexLock guard(mutex_);
+    return is_own_key(key);
+}
+
+bool PeerStore::is_own_key(const Key& key) const {
     return std::find(own_.begin(), own_.end(), key) != own_.end();
 }
 
@@ -67,10 +71,10 @@ std::size_t PeerStore::add(std::span<const SocketAddress> peers) {
     const MutexLock guard(mutex_);
     std::size_t added = 0;
     for (const SocketAddress& peer : peers) {
-        if (peers_.size() >= most_peers) break;
+        if (peers_.size() - own_among_them_ >= most_peers) break;
         if (!can_be_a_peer(peer)) continue;
         Key key = key_of(peer);
-        if (std::find(own_.begin(), own_.end(), key) != own_.end()) continue;
+        if (is_own_key(key)) continue;
         const auto place = std::lower_bound(known_.begin(), known_.end(), key);
         if (place != known_.end() && *place == key) continue;
         known_.insert(place, std::move(key));
@@ -81,13 +85,22 @@ std::size_t PeerStore::add(std::span<const SocketAddress> peers) {
 }
 
 std::vector<SocketAddress> PeerStore::peers() const {
+    std::size_t told = 0;
+    return fresh(told);
+}
+
+std::vector<SocketAddress> PeerStore::fresh(std::size_t& told) const {
     const MutexLock guard(mutex_);
-    return peers_;
+    std::vector<SocketAddress> peers;
+    for (; told < peers_.size(); ++told) {
+        if (!is_own_key(key_of(peers_[told]))) peers.push_back(peers_[told]);
+    }
+    return peers;
 }
 
 std::size_t PeerStore::size() const {
     const MutexLock guard(mutex_);
-    return peers_.size();
+    return peers_.size() - own_among_them_;
 }
 
 std::string peer_text(const SocketAddress& peer) {

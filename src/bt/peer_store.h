@@ -22,17 +22,23 @@ class PeerStore {
     [[nodiscard]] bool is_own(const SocketAddress& address) const;
     /// Returns how many were new.
     std::size_t add(std::span<const SocketAddress> peers);
+    /// In the order of coming.
     [[nodiscard]] std::vector<SocketAddress> peers() const;
+    /// Those that came since the call that left `told` as it is; 0 at first.
+    [[nodiscard]] std::vector<SocketAddress> fresh(std::size_t& told) const;
     [[nodiscard]] std::size_t size() const;
 
   private:
     using Key = std::string;  ///< the bytes of the address and its port
     static Key key_of(const SocketAddress& address);
+    [[nodiscard]] bool is_own_key(const Key& key) const VANTLOW_REQUIRES(mutex_);
 
     mutable Mutex mutex_;
     std::vector<Key> known_ VANTLOW_GUARDED_BY(mutex_);  ///< sorted
     std::vector<Key> own_ VANTLOW_GUARDED_BY(mutex_);
-    std::vector<SocketAddress> peers_ VANTLOW_GUARDED_BY(mutex_);  ///< in the order of coming
+    /// In the order of coming, with those of this side that came before they were known to be its own.
+    std::vector<SocketAddress> peers_ VANTLOW_GUARDED_BY(mutex_);
+    std::size_t own_among_them_ VANTLOW_GUARDED_BY(mutex_) = 0;
 };
 
 /// How far an address is known: nowhere (unspecified, multicast, IPv4 in IPv6's form), on one machine, in one

@@ -34,6 +34,13 @@ inline constexpr TextSetting dht_nodes{
     "nodes of the distributed hash table to begin with, host:port, separated by \"|\""};
 inline constexpr NumberSetting local_discovery{
     u"Torrent", u"LSD", 1, 0, 1, "peers in the same network are looked for; never those of private torrents"};
+inline constexpr NumberSetting ip_filter{
+    u"Torrent", u"IPFilter", 1,
+    0,          1,           "1: addresses that \"ipfilter.dat\" in the data folder names are no peers"};
+inline constexpr TextSetting ip_filter_file{u"Torrent", u"IPFilterFile", u"",
+                                            "a further list of addresses that are no peers; empty: none"};
+inline constexpr NumberSetting port_mapping{
+    u"Torrent", u"PortMapping", 1, 0, 1, "1: the router is asked to let peers call (UPnP, NAT-PMP)"};
 inline constexpr TextSetting torrent_tracker{u"Torrent", u"DefaultTracker",
                                              u"udp://tracker.opentrackr.org:1337/announce",
                                              "the tracker for a torrent that names none"};

@@ -5,7 +5,9 @@
 
 #include "base/text.h"
 #include "bt/dht_service.h"
+#include "bt/ip_filter_keeper.h"
 #include "bt/magnet.h"
+#include "bt/port_mapper.h"
 #include "engine/recovery.h"
 #include "engine/selection.h"
 
@@ -65,9 +67,12 @@ void Engine::run(Running running) {
     });
     saver_.begin(running.wake);
     if (!in_memory()) names_ = std::make_unique<NameKeeper>();
-    hash_table_ = std::make_unique<DhtService>(options_.libraries.btdht, options_.settings,
-                                               running.connections.resolver,
-                                               in_memory() ? std::u16string() : options_.data_folder);
+    ip_filter_ = std::make_unique<IpFilterKeeper>(options_.settings, options_.libraries.ssh, running.threads,
+                                                  options_.data_folder);
+    hash_table_ = std::make_unique<DhtService>(
+        options_.libraries.btdht, options_.settings, running.connections.resolver,
+        in_memory() ? std::u16string() : options_.data_folder, ip_filter_.get());
+    port_mapper_ = std::make_unique<PortMapper>(options_.libraries.portmap);
     runner_ = std::make_unique<SessionRunner>(
         SessionRunner::Tools{*store_,
                              changes_,
@@ -90,7 +95,7 @@ void Engine::run(Running running) {
                              &torrents_,
                              options_.sharing,
                              running.shares_finished,
-                             hash_table_.get()});
+                             {hash_table_.get(), ip_filter_.get(), port_mapper_.get()}});
     shares_finished_ = running.shares_finished;
     if (shares_finished_) go_on_sharing();
 }
@@ -104,7 +109,9 @@ void Engine::go_on_sharing() {
 
 void Engine::end_running() {
     runner_.reset();
+    port_mapper_.reset();
     hash_table_.reset();
+    ip_filter_.reset();
     names_.reset();
     saver_.end();
     questions_.open_for({}, {});

@@ -396,8 +396,10 @@ class Engine {
     std::unique_ptr<JobMaker> maker_;  ///< of the one draft of an engine in memory
     std::chrono::steady_clock::time_point next_delivery_{};
     std::unique_ptr<NameKeeper> names_;
-    std::unique_ptr<DhtService> hash_table_;  ///< while jobs run
-    std::unique_ptr<SessionRunner> runner_;   // last: it uses the above
+    std::unique_ptr<IpFilterKeeper> ip_filter_;  ///< while jobs run
+    std::unique_ptr<DhtService> hash_table_;     ///< likewise, as the next one
+    std::unique_ptr<PortMapper> port_mapper_;
+    std::unique_ptr<SessionRunner> runner_;  // last: it uses the above
 };
 
 }  // namespace vantlow

@@ -61,12 +61,9 @@ void PeerSources::look(bool is_alone) {
 }
 
 std::vector<SocketAddress> PeerSources::fresh() {
-    if (!found_ || found_->size() == told_) return {};
-    std::vector<SocketAddress> peers = found_->peers();
-    in_table_ = peers.size() - near_;
-    peers.erase(peers.begin(), peers.begin() + static_cast<std::ptrdiff_t>(told_));
-    told_ += peers.size();
-    return peers;
+    if (!found_) return {};
+    in_table_ = found_->size() - near_;
+    return found_->fresh(told_);
 }
 
 void PeerSources::add_node(const SocketAddress& node) const {

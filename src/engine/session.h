@@ -18,6 +18,8 @@
 namespace vantlow {
 
 class DhtService;
+class IpFilterKeeper;
+class PortMapper;
 class TorrentShelf;
 struct TorrentReport;
 
@@ -103,6 +105,13 @@ struct TorrentSharing {
 /// How a filed job's torrent is shared: by its own rules, else by the settings.
 TorrentSharing sharing_of(const CJobNode& job, const Settings& settings);
 
+/// The services that all torrents of an engine share; null: there is no such one. They outlive the sessions.
+struct TorrentServices {
+    DhtService* hash_table = nullptr;     ///< finds peers
+    IpFilterKeeper* ip_filter = nullptr;  ///< says who is to be none
+    PortMapper* port_mapper = nullptr;    ///< lets peers beyond a router call
+};
+
 /// The parts that a session is made of.
 struct SessionPlan {
     std::unique_ptr<CJobNode> job;  ///< its own twin of the record
@@ -112,7 +121,7 @@ struct SessionPlan {
     QuestionBoard& questions;          ///< outlives the session
     TorrentShelf* torrents = nullptr;  ///< of the jobs' documents; outlives the session; null: none are kept
     TorrentSharing sharing{};
-    DhtService* hash_table = nullptr;  ///< finds peers; outlives the session; null: none does
+    TorrentServices torrent_services{};
 };
 
 /// The way in which jobs of one kind are carried out: a row of the table.

@@ -83,7 +83,7 @@ SessionRunner::Entry& SessionRunner::make_entry(const CJobNode& job, const Sessi
         if (tools_.wake) tools_.wake();
     };
     entry.session = kind.make({job.twin(), std::move(options), *entry.log, on_end, tools_.questions,
-                               tools_.torrents, sharing_for(job, whole_since), tools_.hash_table},
+                               tools_.torrents, sharing_for(job, whole_since), tools_.torrent_services},
                               services_);
     sessions_[job.identity] = std::move(made);
     return entry;

@@ -78,7 +78,7 @@ class SessionRunner {
         TorrentShelf* torrents = nullptr;
         TorrentSharing sharing{};
         bool shares_finished = false;  ///< torrents go on as their rules and the settings say, instead
-        DhtService* hash_table = nullptr;
+        TorrentServices torrent_services{};
     };
     explicit SessionRunner(Tools tools);
     ~SessionRunner();

@@ -74,7 +74,13 @@ TorrentReport TorrentRun::look(unsigned parts) const {
     report.received = before.received;
     report.sent = before.sent;
     if ((parts & torrent_part::trackers) != 0) look_at_trackers(report);
+    report.port = port_;
+    const PortMapper::State passed_on = passed_on_.state();
+    report.is_passed_on = passed_on.is_open;
+    report.port_news = passed_on.text;
+    if (description_ != nullptr) report.blocked = description_->blocked();
     if (swarm_ == nullptr) return report;
+    report.blocked = swarm_->blocked();
     report.received += swarm_->downloaded() + swarm_->wasted();
     report.sent += swarm_->uploaded();
     report.known = swarm_->known();

@@ -191,6 +191,12 @@ Result TorrentFiles::check(const std::optional<StorageState>& state, std::int64_
     if (state) {
         StorageState believed = *state;
         doubted = doubt_changed_files(*storage_, believed);
+        // Those that were taken back a moment ago are among both.
+        const std::vector<std::size_t> late = late_pieces(*storage_, believed);
+        doubted.insert(doubted.end(), late.begin(), late.end());
+        std::ranges::sort(doubted);
+        const auto twice = std::ranges::unique(doubted);
+        doubted.erase(twice.begin(), twice.end());
         good_ = std::move(believed.good);
     } else {
         doubted = doubt(some_since);
@@ -289,7 +295,7 @@ Result TorrentFiles::save(const std::vector<bool>& good, bool& is_lost) {
 
 Result TorrentFiles::finish(const std::vector<bool>& good, const std::optional<FileOrigin>& origin,
                             const StopSource& stop) {
-    // One wait for the disk instead of one for each file.
+    // Two waits for the disk instead of two for each file: for the bytes, and then for the names.
     if (Result result = storage_->sync(); !result.ok()) return result;
     for (std::size_t file = 0; file < storage_->files().count(); ++file) {
         if (stop.requested()) return stop.reason();
@@ -304,6 +310,7 @@ Result TorrentFiles::finish(const std::vector<bool>& good, const std::optional<F
         }
         if (Result result = storage_->finish(file); !result.ok()) return result;
     }
+    if (Result result = storage_->sync(); !result.ok()) return result;
     static_cast<void>(remove_file(storage_state_path(target_)));
     return {};
 }

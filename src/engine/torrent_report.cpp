@@ -89,6 +89,11 @@ std::string_view tracker_state_name(TorrentTracker::State state) noexcept {
     return names[static_cast<std::size_t>(state)];
 }
 
+bool has_bit(std::string_view wire, std::size_t piece) noexcept {
+    const unsigned bit = 0x80U >> (piece % 8);
+    return piece / 8 < wire.size() && (static_cast<unsigned char>(wire[piece / 8]) & bit) != 0;
+}
+
 std::string_view torrent_phase_name(TorrentReport::Phase phase) noexcept {
     constexpr std::array<std::string_view, 5> names{"idle", "description", "check", "exchange", "sharing"};
     return names[static_cast<std::size_t>(phase)];

@@ -104,6 +104,11 @@ struct TorrentReport {
     std::size_t connections = 0;  ///< peers with which both handshakes are over
     std::size_t seeds = 0;        ///< of them
     std::size_t known = 0;        ///< addresses of peers
+    std::size_t blocked = 0;      ///< of them and of callers, those that the filter of addresses kept away
+
+    std::uint16_t port = 0;     ///< that peers may call; 0: none
+    bool is_passed_on = false;  ///< by the router
+    std::string port_news;      ///< a sentence of the router, or about it; may be empty
 
     std::int64_t piece_count = 0;
     std::int64_t piece_length = 0;  ///< bytes; the last piece may be shorter
@@ -128,6 +133,9 @@ struct TorrentReport {
 };
 /// "idle" and its kin.
 std::string_view torrent_phase_name(TorrentReport::Phase phase) noexcept;
+
+/// Whether a piece is among those of a list as the wire has it (`good`, `begun`).
+bool has_bit(std::string_view wire, std::size_t piece) noexcept;
 
 /// The program that a peer is: by what it says of itself (BEP 10, "v"), else by its id (BEP 20); empty where
 /// neither tells. UTF-8, one line, 80 bytes at most.

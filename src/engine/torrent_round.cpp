@@ -29,15 +29,39 @@ void TorrentRun::listen() {
         log_.line(Direction::error, "Peers cannot call: " + four.failure().message());
         return;
     }
-    if (const auto at = (*four)->address()) identity_.port = at->port();
+    if (const auto at = (*four)->address()) identity_.port = port_ = at->port();
     listeners_.push_back(*std::move(four));
-    auto six = loop_->listen(*SocketAddress::from_literal("::", identity_.port), backlog);
+    auto six = loop_->listen(*SocketAddress::from_literal("::", port_), backlog);
     if (six) listeners_.push_back(*std::move(six));
+    for (const auto& listener : listeners_) accept(*listener);
+    hold_port(passed_on_, PortMapper::Transport::tcp, port_);
+}
+
+void TorrentRun::hold_port(HeldPort& held, PortMapper::Transport transport, std::uint16_t port) {
+    const bool is_wanted = port != 0 && services_.settings.flag(setting::port_mapping);
+    PortMapper* const mapper = torrent_services_.port_mapper;
+    held = is_wanted && mapper != nullptr ? HeldPort(*mapper, {transport, port}) : HeldPort();
+}
+
+// What the router does with the ports, each time that it is another thing.
+void TorrentRun::log_ports() {
+    for (const auto& [held, said] :
+         {std::pair(&passed_on_, &port_said_), std::pair(&passed_on_to_node_, &node_port_said_)}) {
+        const std::string text = held->state().text;
+        if (text.empty() || text == *said) continue;
+        *said = text;
+        // Where there is no router it is the same for both.
+        if (port_said_ != node_port_said_ || held == &passed_on_) log_.line(Direction::note, text);
+    }
 }
 
 void TorrentRun::accept(net::Listener& listener) {
     listener.accept([this, &listener](Outcome<std::unique_ptr<net::Stream>> stream) {
-        if (stream && swarm_ != nullptr) swarm_->take_incoming(*std::move(stream));
+        if (stream && swarm_ != nullptr) {
+            swarm_->take_incoming(*std::move(stream));
+        } else if (stream && description_ != nullptr) {
+            description_->take_incoming(*std::move(stream));
+        }
         accept(listener);
     });
 }
@@ -51,6 +75,8 @@ void TorrentRun::start_round() {
 void TorrentRun::every_second() {
     pace_.follow(services_.settings);
     sent_.follow(services_.settings.number(setting::upload_limit));
+    follow_filter();
+    log_ports();
     announces_.revive();
     tell_peers();
     call_web_seeds();
@@ -64,18 +90,37 @@ void TorrentRun::every_second() {
     ticks_->start(loop_->now() + round_time, [this] { every_second(); });
 }
 
+// Takes the lists of addresses as they are now, and says what became of them.
+void TorrentRun::follow_filter() {
+    if (torrent_services_.ip_filter == nullptr) return;
+    auto current = torrent_services_.ip_filter->current();
+    if (current == filter_) return;
+    const bool is_news = current != logged_filter_;
+    filter_ = logged_filter_ = std::move(current);
+    if (swarm_ != nullptr) swarm_->set_filter(filter_);
+    if (description_ != nullptr) description_->set_filter(filter_);
+    if (!is_news) return;
+    if (!filter_) return log_.line(Direction::note, "No addresses are blocked any more.");
+    const IpFilter::Reading& reading = filter_->reading();
+    log_.line(Direction::note, "Peers are left whose addresses are blocked: " +
+                                   std::to_string(filter_->ranges()) + " ranges.");
+    if (!reading.failure.empty()) log_.line(Direction::error, "Blocked addresses: " + reading.failure);
+    if (reading.bad_lines > 0) {
+        log_.line(Direction::error, "Blocked addresses: " + std::to_string(reading.bad_lines) +
+                                        " lines cannot be read, the first is line " +
+                                        std::to_string(reading.first_bad) + ".");
+    }
+    if (reading.is_full)
+        log_.line(Direction::error, "Blocked addresses: there are more ranges than can be kept.");
+}
+
 // Hands on what the trackers and the other sources have told since the last time.
 void TorrentRun::tell_peers() {
-    if (identity_.peers.size() != told_) {
-        const std::vector<SocketAddress> known = identity_.peers.peers();
-        const auto fresh = std::span(known).subspan(told_);
-        if (swarm_ != nullptr) swarm_->add_peers(fresh);
-        if (description_ != nullptr) description_->add_peers(fresh);
-        for (std::size_t i = logged_; i < std::min(known.size(), most_logged); ++i)
-            log_.line(Direction::note, "Peer: " + peer_text(known[i]));
-        logged_ = std::max(logged_, known.size());
-        told_ = known.size();
-    }
+    if (swarm_ == nullptr && description_ == nullptr) return;
+    const std::vector<SocketAddress> named = identity_.peers.fresh(told_);
+    if (swarm_ != nullptr) swarm_->add_peers(named);
+    if (description_ != nullptr) description_->add_peers(named);
+    for (const SocketAddress& peer : named) log_peer(peer);
     sources_.look(swarm_ != nullptr ? swarm_->peers() == 0
                                     : description_ == nullptr || description_->peers() == 0);
     const std::vector<SocketAddress> found = sources_.fresh();
@@ -84,13 +129,45 @@ void TorrentRun::tell_peers() {
     if (description_ != nullptr) description_->add_named(found);
 }
 
+// Once each: the swarm is told again what the search for the description was told.
+void TorrentRun::log_peer(const SocketAddress& peer) {
+    if (logged_.size() < most_logged && logged_.insert(peer_text(peer)).second)
+        log_.line(Direction::note, "Peer: " + peer_text(peer));
+}
+
+// The system may take its time for each of them.
+void TorrentRun::look_up_peers() {
+    if (magnet_.named_peers.empty()) return;
+    if (tunnels_)
+        return log_.line(Direction::note,
+                         "Peers that the link names by host names are not called: beside a proxy no name is "
+                         "looked up.");
+    const Result started = services_.threads.start(look_up_, [this, named = magnet_.named_peers] {
+        std::vector<SocketAddress> found;
+        for (const Magnet::NamedPeer& peer : named) {
+            const auto addresses =
+                services_.connections.resolver.resolve(peer.host, peer.port, look_up_stop_);
+            if (addresses) found.insert(found.end(), addresses->begin(), addresses->end());
+        }
+        static_cast<void>(loop_->post([this, found] { take_looked_up(found); }));
+    });
+    if (!started.ok()) log_.line(Direction::error, started.message());
+}
+
+void TorrentRun::take_looked_up(const std::vector<SocketAddress>& peers) {
+    magnet_.peers.insert(magnet_.peers.end(), peers.begin(), peers.end());
+    if (swarm_ != nullptr && !content_.is_private) swarm_->add_peers(peers);
+    if (description_ != nullptr) description_->add_peers(peers);
+}
+
 // Where the peers came from, in one line.
 void TorrentRun::log_sources() {
     log_.line(Direction::note, "Peers were named by trackers (" + std::to_string(identity_.peers.size()) +
                                    "), the distributed hash table (" + std::to_string(sources_.from_table()) +
                                    "), other peers (" + std::to_string(swarm_->exchanged()) +
                                    ") and calls in this network (" + std::to_string(sources_.from_near()) +
-                                   "); " + std::to_string(swarm_->callers()) + " called.");
+                                   "); " + std::to_string(swarm_->callers()) + " called, " +
+                                   std::to_string(swarm_->blocked()) + " were blocked.");
 }
 
 // The next announces carry these numbers.

@@ -10,12 +10,15 @@
 #include "engine/run_options.h"
 #include "engine/selection.h"
 #include "platform/process.h"
+#include "transfer/http/auth_scheme.h"
 
 namespace vantlow {
 namespace {
 
 // The bytes left are unknown; a number above zero makes trackers return seeders too.
 constexpr std::int64_t left_unknown = 16384;
+// Between two look-ups of a proxy's name, which nobody knows while the machine has no network.
+constexpr std::chrono::seconds proxy_pause{30};
 
 // The name that a person wants the file or the folder to have; a magnet link's own is only its guess.
 std::u16string asked_name(const CJobNode& job, const Magnet& magnet) {
@@ -32,20 +35,24 @@ struct PeerCount : Keepsake {
 }  // namespace
 
 TorrentRun::TorrentRun(const CJobNode& job, const TransferServices& services, RunOptions options,
-                       TorrentShelf& shelf, const TorrentSharing& sharing, DhtService* hash_table,
-                       LogSink& log, std::function<void()> on_end)
+                       TorrentShelf& shelf, const TorrentSharing& sharing,
+                       const TorrentServices& torrent_services, LogSink& log, std::function<void()> on_end)
     : job_(job),
       services_(services),
       options_(std::move(options)),
       shelf_(shelf),
       sharing_(sharing),
+      torrent_services_(torrent_services),
       log_(log),
       on_end_(std::move(on_end)),
       stop_(services.stop),
       // The goodbye to the trackers comes after the stop.
-      announces_({services.connections, services.libraries, services.settings}, identity_, log,
-                 services.stop),
-      sources_(hash_table, services.settings, log) {
+      announces_({.connections = services.connections,
+                  .libraries = services.libraries,
+                  .settings = services.settings,
+                  .on_peers = [this] { static_cast<void>(loop_->post([this] { tell_peers(); })); }},
+                 identity_, log, services.stop),
+      sources_(torrent_services.hash_table, services.settings, log) {
     size_ = job.file_size > 0 ? job.file_size : -1;
     set_limits(job.rules.get());
     const MutexLock guard(mutex_);
@@ -72,7 +79,6 @@ void TorrentRun::run() {
     // Files that somebody has moved or changed since the last run end the sharing of their job, which stays
     // a finished one; a person who starts it again gets to know.
     if (sharing_.whole_since.value_or(0) > 0 && result.kind() != Kind::stopped) result = {};
-    owes_choice_ = has_late_choice();
     outcome_.result = std::move(result);
     outcome_.path = files_ && !files_->target().empty() ? files_->target() : job_.path;
     outcome_.size = size_;
@@ -92,16 +98,23 @@ Result TorrentRun::work() {
     loop_ = *std::move(loop);
     const std::stop_callback wake(stop_.token(), [this] { loop_->stop(); });
     ticks_.emplace(loop_->timers());
-    listen();
+    if (!proxy_.is_used()) listen();
+    if (Result result = proxy_.is_used() ? reach_proxy() : Result(); !result.ok()) return result;
     announces_.start(trackers_of(magnet_));
+    look_up_peers();
     Result result = describe();
     if (result.ok()) result = open_files();
     if (result.ok()) result = conclude(fetch_pieces());
     announces_.ask_to_stop();
+    look_up_stop_.request();
+    look_up_.join();
     sources_.end();
     if (files_) files_->close(!sharing_.whole_since);
     ticks_.reset();
     listeners_.clear();
+    tunnels_.reset();
+    passed_on_ = {};
+    passed_on_to_node_ = {};
     return result;
 }
 
@@ -110,10 +123,8 @@ Result TorrentRun::read_address() {
     if (!magnet)
         return {Code::invalid_url, "This kind of torrent address cannot be used: " + to_utf8(job_.address)};
     magnet_ = *magnet;
-    // Nothing may go around a proxy that was named, and none is asked for less than it promises.
-    if (torrent_proxy(options_).is_used())
-        return {Code::unsupported,
-                "Peers cannot be reached through a proxy yet, and nothing goes around it."};
+    proxy_ = torrent_proxy(options_);
+    if (!proxy_.trouble.empty()) return {Code::tunnel_refused, proxy_.trouble};
     crypto_ = {&services_.libraries.secur,
                static_cast<std::uint32_t>(services_.settings.number(setting::crypto)), magnet_.info_hash};
     if (crypto_.is_needed() && !crypto_.is_possible())
@@ -122,6 +133,43 @@ Result TorrentRun::read_address() {
     identity_.peer_id = make_peer_id(new_guid());
     identity_.left = sharing_.whole_since ? 0 : size_ > 0 ? size_ : left_unknown;
     return {};
+}
+
+// Behind a proxy nobody is asked but trackers and peers, and nobody can call: trackers are told a port all
+// the same, because without one many of them answer nothing.
+Result TorrentRun::reach_proxy() {
+    constexpr std::uint16_t nobodys_port = 1;
+    proxy_.resolve_here = !services_.settings.flag(setting::proxy_resolves);
+    if (!proxy_.user.empty())
+        add_login(proxy_, services_.libraries, &services_.connections.memory.of<LoginMemory>());
+    const std::string name = proxy_.host + ":" + std::to_string(proxy_.port);
+    log_.line(Direction::note, "Peers and trackers are reached through the proxy " + name +
+                                   "; peers cannot call, and are looked for nowhere else.");
+    Outcome<std::vector<SocketAddress>> at = Result(Code::transient);
+    for (bool is_first = true; !stop_.requested(); is_first = false) {
+        at = services_.connections.resolver.resolve(proxy_.host, proxy_.port, stop_);
+        if (at.ok()) break;
+        if (is_first) log_.line(Direction::error, at.failure().message());
+        stop_.wait_for(proxy_pause);
+    }
+    if (!at.ok()) return stop_.reason();
+    identity_.proxy = proxy_;
+    identity_.port = nobodys_port;
+    const auto trouble = [this](const Result& result) {
+        if (result.message() == proxy_trouble_) return;
+        proxy_trouble_ = result.message();
+        log_.line(Direction::error, "The proxy does not serve: " + proxy_trouble_);
+    };
+    tunnels_.emplace(*loop_, proxy_, *std::move(at),
+                     std::chrono::seconds(services_.settings.number(setting::connect_timeout)), trouble);
+    return {};
+}
+
+// In the hash table and in this network, neither of which is behind a proxy.
+void TorrentRun::find_peers(std::span<const SocketAddress> nodes) {
+    if (tunnels_) return;
+    sources_.begin(*loop_, magnet_.info_hash, port_, nodes);
+    hold_port(passed_on_to_node_, PortMapper::Transport::udp, sources_.table_port());
 }
 
 Result TorrentRun::describe() {
@@ -138,21 +186,28 @@ Result TorrentRun::describe() {
     if (!content) return content.failure();
     content_ = *std::move(content);
     hashes_.emplace(content_.pieces);
-    if (content_.is_private) sources_.end();
+    if (content_.is_private) {
+        sources_.end();
+        passed_on_to_node_ = {};
+    }
     return {};
 }
 
 Result TorrentRun::fetch_description() {
     log_.line(Direction::note, "The torrent's description is asked for among the peers.");
     bool is_there = false;
-    MetadataFetch fetch(*loop_, identity_.peer_id, limits_, crypto_, [&](std::string info) {
+    const auto take = [&](std::string info) {
         content_.info = std::move(info);
         is_there = true;
-    });
+    };
+    MetadataFetch fetch(outside(), identity_.peer_id, limits_, crypto_, take,
+                        {port_, services_.settings.flag(setting::peer_exchange)});
     description_ = &fetch;
+    filter_.reset();
+    follow_filter();
     fetch.add_peers(magnet_.peers);
     // Whether the torrent is private nobody knows yet.
-    sources_.begin(*loop_, magnet_.info_hash, identity_.port, {});
+    find_peers({});
     fetch.start();
     start_round();
     open_for_questions();
@@ -206,18 +261,17 @@ Result TorrentRun::fetch_pieces() {
     SwarmTorrent torrent{content_.info_hash, identity_.peer_id, content_.total,
                          static_cast<std::uint32_t>(content_.piece_length), content_.info};
     SwarmOptions options;
-    options.port = identity_.port;
+    options.port = port_;
     options.most_peers = static_cast<std::size_t>(services_.settings.number(setting::most_peers));
     options.most_of_all = static_cast<std::size_t>(services_.settings.number(setting::most_peers_of_all));
     options.all = &services_.connections.memory.of<PeerCount>().connections;
     options.library = crypto_.library;
     options.crypto = crypto_.setting;
-    if (!content_.is_private)
-        sources_.begin(*loop_, magnet_.info_hash, identity_.port, shelf_.find_nodes(magnet_.info_hash));
+    if (!content_.is_private) find_peers(shelf_.find_nodes(magnet_.info_hash));
     options.node_port = sources_.table_port();
     options.exchanges = !content_.is_private && services_.settings.flag(setting::peer_exchange);
     options.seed = static_cast<std::uint32_t>(Clock::now().time_since_epoch().count());
-    Swarm swarm(*loop_, disk, *this, std::move(torrent), limits_, options);
+    Swarm swarm(outside(), disk, *this, std::move(torrent), limits_, options);
     for (std::uint32_t piece = 0; piece < swarm.picker().pieces(); ++piece) {
         if (good_[piece]) swarm.add_have(piece);
     }
@@ -225,9 +279,10 @@ Result TorrentRun::fetch_pieces() {
     swarm_ = &swarm;
     web_seeds_ = &web_seeds;
     want_pieces(choice_, is_whole);
+    filter_.reset();
+    follow_filter();
     swarm.start();
     if (!content_.is_private) swarm.add_peers(magnet_.peers);
-    for (const auto& listener : listeners_) accept(*listener);
     start_round();
     if (is_whole) share();
     open_for_questions();

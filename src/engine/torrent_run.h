@@ -5,12 +5,15 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
 #include "base/mutex.h"
 #include "bt/announce_thread.h"
+#include "bt/ip_filter_keeper.h"
 #include "bt/magnet.h"
+#include "bt/port_mapper.h"
 #include "bt/swarm/metadata_fetch.h"
 #include "bt/swarm/storage_disk.h"
 #include "bt/swarm/swarm.h"
@@ -21,6 +24,7 @@
 #include "engine/torrent_report.h"
 #include "engine/torrent_shelf.h"
 #include "net/loop.h"
+#include "transfer/connection/tunnel_network.h"
 
 namespace vantlow {
 
@@ -32,7 +36,7 @@ class TorrentRun final : private SwarmListener {
   public:
     /// All but the options outlive the object. `on_end` is called once, from this thread, as its last act.
     TorrentRun(const CJobNode& job, const TransferServices& services, RunOptions options, TorrentShelf& shelf,
-               const TorrentSharing& sharing, DhtService* hash_table, LogSink& log,
+               const TorrentSharing& sharing, const TorrentServices& torrent_services, LogSink& log,
                std::function<void()> on_end);
     ~TorrentRun() override;
 
@@ -48,6 +52,8 @@ class TorrentRun final : private SwarmListener {
     void take_trackers(const std::vector<std::string>& trackers);
     /// Files were chosen too late for this run. Any thread.
     [[nodiscard]] bool owes_choice() const noexcept { return owes_choice_; }
+    /// The same, once it has ended. The owner's thread.
+    [[nodiscard]] bool has_late_choice() const;
     /// Any thread, as the next two.
     [[nodiscard]] JobProgress progress() const;
     /// The trackers, then the peers.
@@ -68,6 +74,8 @@ class TorrentRun final : private SwarmListener {
     void run();
     Result work();
     Result read_address();
+    Result reach_proxy();
+    void find_peers(std::span<const SocketAddress> nodes);
     Result describe();
     Result fetch_description();
     Result open_files();
@@ -81,10 +89,16 @@ class TorrentRun final : private SwarmListener {
     void every_second();
     void start_round();
     void tell_peers();
+    void look_up_peers();
+    void take_looked_up(const std::vector<SocketAddress>& peers);
+    void follow_filter();
+    void hold_port(HeldPort& held, PortMapper::Transport transport, std::uint16_t port);
+    void log_ports();
     std::vector<std::unique_ptr<WebSeed>> make_web_seeds();
     void fill_seed_errand(HttpErrand& errand) const;
     void call_web_seeds();
     [[nodiscard]] WebSeed* web_seed_at(const SocketAddress& address) const;
+    void log_peer(const SocketAddress& peer);
     void log_sources();
     void count();
     void save_some();
@@ -102,7 +116,6 @@ class TorrentRun final : private SwarmListener {
     void choose(const TorrentChoice& choice, std::uint64_t number);
     void have_chosen(const TorrentChoice& choice, std::uint64_t number);
     void want_pieces(const TorrentChoice& choice, bool nothing_more);
-    [[nodiscard]] bool has_late_choice() const;
     void measure();
     [[nodiscard]] std::shared_ptr<const JobRules> rules(std::uint64_t& number) const;
 
@@ -115,6 +128,11 @@ class TorrentRun final : private SwarmListener {
     void look_at_trackers(TorrentReport& report) const;
     void look_at_files(unsigned parts, TorrentReport& report) const;
 
+    /// The network in which the peers are.
+    [[nodiscard]] net::Network& outside() noexcept {
+        return tunnels_ ? static_cast<net::Network&>(*tunnels_) : *loop_;
+    }
+
     void piece_came(std::uint32_t piece) override;
     void completed() override;
     void banned(const SocketAddress& peer) override;
@@ -126,6 +144,7 @@ class TorrentRun final : private SwarmListener {
     const RunOptions options_;
     TorrentShelf& shelf_;
     const TorrentSharing sharing_;
+    const TorrentServices torrent_services_;
     LogSink& log_;
     const std::function<void()> on_end_;
     StopSource stop_;
@@ -137,6 +156,12 @@ class TorrentRun final : private SwarmListener {
     // All below belongs to the thread.
     Magnet magnet_;
     LinkCrypto crypto_;
+    ProxyPlan proxy_;
+    std::uint16_t port_ = 0;  ///< that peers may call; 0: none
+    HeldPort passed_on_;      ///< by the router, for peers
+    HeldPort passed_on_to_node_;
+    std::string port_said_;  ///< as the log knows it
+    std::string node_port_said_;
     TorrentIdentity identity_;
     CBTAnnounceService announces_;
     PeerSources sources_;
@@ -148,8 +173,8 @@ class TorrentRun final : private SwarmListener {
     std::uint64_t followed_ = 0;  ///< the number of the rules that it comes from
     std::atomic<bool> owes_choice_ = false;
     std::atomic<Phase> phase_ = Phase::description;
-    std::size_t told_ = 0;    ///< peers of identity_ that the swarm knows
-    std::size_t logged_ = 0;  ///< that stand in the log
+    std::size_t told_ = 0;          ///< peers of identity_ that the swarm knows
+    std::set<std::string> logged_;  ///< that stand in the log
     std::int64_t size_ = -1;
     std::int64_t done_ = 0;
     std::int64_t received_ = 0;
@@ -164,9 +189,13 @@ class TorrentRun final : private SwarmListener {
     bool has_news_ = false;      ///< pieces came since the last save
     Clock::time_point began_{};  ///< the fetching of the description, then that of the pieces
     Clock::time_point next_save_{};
-    Clock::time_point idle_since_{};  ///< when the last peer was seen to give something
-    std::string lacked_;              ///< as the log knows it
+    Clock::time_point idle_since_{};          ///< when the last peer was seen to give something
+    std::string lacked_;                      ///< as the log knows it
+    std::string proxy_trouble_;               ///< as the log knows it
+    std::shared_ptr<const IpFilter> filter_;  ///< that the swarm has
+    std::shared_ptr<const IpFilter> logged_filter_;
     std::unique_ptr<net::Loop> loop_;
+    std::optional<TunnelNetwork> tunnels_;  ///< the way to all peers, where there is a proxy
     std::vector<std::unique_ptr<net::Listener>> listeners_;
     std::optional<net::Timer> ticks_;
     StorageDisk* disk_ = nullptr;  ///< while pieces are fetched
@@ -189,7 +218,9 @@ class TorrentRun final : private SwarmListener {
     Condition answered_now_;
     std::vector<SessionConnection> connections_ VANTLOW_GUARDED_BY(mutex_);
 
-    ThreadPool::Running thread_;  ///< last
+    StopSource look_up_stop_{stop_};
+    ThreadPool::Running look_up_;  ///< asks for the addresses of peers that the link names by host names
+    ThreadPool::Running thread_;   ///< last
 };
 
 }  // namespace vantlow

@@ -44,7 +44,9 @@ class TorrentSession : public JobSession {
     bool report(unsigned parts, TorrentReport& report) override { return run_->report(parts, report); }
     void take_rules(const std::shared_ptr<const JobRules>& rules) override { run_->take_rules(rules); }
     void take_trackers(const std::vector<std::string>& trackers) override { run_->take_trackers(trackers); }
-    [[nodiscard]] bool owes_choice() const override { return run_->owes_choice(); }
+    [[nodiscard]] bool owes_choice() const override {
+        return ended_ ? run_->has_late_choice() : run_->owes_choice();
+    }
 
   private:
     std::unique_ptr<CJobNode> job_;
@@ -67,7 +69,7 @@ TorrentSession::TorrentSession(SessionPlan plan, const TransferServices& service
       }) {
     TorrentShelf& shelf = plan.torrents != nullptr ? *plan.torrents : none_;
     run_ = std::make_unique<TorrentRun>(*job_, services, std::move(plan.options), shelf, plan.sharing,
-                                        plan.hash_table, log_, on_end_);
+                                        plan.torrent_services, log_, on_end_);
 }
 
 void TorrentSession::fail(const Result& why) {

@@ -51,6 +51,7 @@ void TorrentRun::fill_seed_errand(HttpErrand& errand) const {
     errand.limits.most = settings.number(setting::max_per_server);
     errand.limits.interval = std::chrono::milliseconds(settings.number(setting::connect_interval));
     errand.proxy_for = [this](const Target& target) {
+        if (proxy_.is_used()) return proxy_;  // the peers' is everybody's
         ProxyPlan proxy = options_.proxy;
         if (options_.proxy_rules)
             proxy = options_.proxy_rules->choose(target.scheme, target.host, target.port);

@@ -316,6 +316,28 @@ typedef uint32_t BTDHT_Work_t(const uint8_t* address, size_t address_size, uint1
    bytes that were written. */
 typedef size_t BTDHT_Nodes_t(int family, uint8_t* into, size_t room);
 
+/* ---- libportmap: ports that routers pass on ---- */
+
+/* The router in front of this machine, which takes orders over NAT-PMP (RFC 6886) or UPnP (IGD). */
+typedef struct VantlowRouter VantlowRouter;
+
+enum { VANTLOW_PORT_TCP = 6, VANTLOW_PORT_UDP = 17, VANTLOW_ROUTER_ROOM = 128 /* for each text */ };
+
+/* Looks for it in this machine's networks, for some seconds at most. `stopped` (may be NULL) is asked now and
+   then, and anything but 0 ends the search. NULL where none answers. */
+typedef VantlowRouter* PortMap_Find_t(int (*stopped)(void* context), void* context);
+typedef void PortMap_Forget_t(VantlowRouter* router); /* NULL is fine */
+/* Its protocol ("NAT-PMP", "UPnP"), and the address that it has outside, empty where it tells none. Both end
+   with a zero. */
+typedef void PortMap_Describe_t(const VantlowRouter* router, char* protocol, char* address, size_t room);
+/* Has it pass what comes for this port on to the same port of this machine, for some time; again before that
+   is over to go on. The seconds for which it does, 0 where it does not: `why` is a sentence then. Takes some
+   seconds at most. */
+typedef uint32_t PortMap_Open_t(VantlowRouter* router, int protocol, uint16_t port, uint32_t seconds,
+                                const char* name, char* why, size_t room);
+/* Ends that. 1, or 0 where the router does not answer. */
+typedef int PortMap_Close_t(VantlowRouter* router, int protocol, uint16_t port);
+
 #ifdef __cplusplus
 }
 #endif

@@ -127,6 +127,14 @@ void find_operations(NamesTable& table) {
     VANTLOW_FIND(Names_IsPublicSuffix);
 }
 
+void find_operations(PortmapTable& table) {
+    VANTLOW_FIND(PortMap_Find);
+    VANTLOW_FIND(PortMap_Forget);
+    VANTLOW_FIND(PortMap_Describe);
+    VANTLOW_FIND(PortMap_Open);
+    VANTLOW_FIND(PortMap_Close);
+}
+
 template <class Table>
 void load(Table& table, const std::u16string& path) {
     table.file = to_utf8(name_of(path));
@@ -146,13 +154,14 @@ LibraryTables load_libraries(const std::u16string& folder) {
     load(tables.kad, own("libKAD"));
     load(tables.btdht, own("libBTDHT"));
     load(tables.names, own("libnames"));
+    load(tables.portmap, own("libportmap"));
     return tables;
 }
 
 std::vector<std::pair<std::string, bool>> loaded_libraries(const LibraryTables& tables) {
-    const std::initializer_list<const LibraryTable*> all = {&tables.ssl,   &tables.ssh,  &tables.crypto5,
-                                                            &tables.secur, &tables.ras,  &tables.kad,
-                                                            &tables.btdht, &tables.names};
+    const std::initializer_list<const LibraryTable*> all = {&tables.ssl,   &tables.ssh,   &tables.crypto5,
+                                                            &tables.secur, &tables.ras,   &tables.kad,
+                                                            &tables.btdht, &tables.names, &tables.portmap};
     std::vector<std::pair<std::string, bool>> list;
     for (const LibraryTable* const table : all) {
         if (!table->file.empty()) list.emplace_back(table->file, table->library.is_loaded());

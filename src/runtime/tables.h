@@ -134,6 +134,14 @@ struct NamesTable : LibraryTable {
     Names_IsPublicSuffix_t* Names_IsPublicSuffix = nullptr;
 };
 
+struct PortmapTable : LibraryTable {
+    PortMap_Find_t* PortMap_Find = nullptr;
+    PortMap_Forget_t* PortMap_Forget = nullptr;
+    PortMap_Describe_t* PortMap_Describe = nullptr;
+    PortMap_Open_t* PortMap_Open = nullptr;
+    PortMap_Close_t* PortMap_Close = nullptr;
+};
+
 /// All tables, in the order in which they are loaded. The operations stay valid while the object lives, also
 /// when it is moved; any thread may read it.
 struct LibraryTables {
@@ -145,6 +153,7 @@ struct LibraryTables {
     KadTable kad;
     BtdhtTable btdht;
     NamesTable names;
+    PortmapTable portmap;
 };
 
 /// Loads every library from the folder (a full path) by its full path, so that nothing of the same name

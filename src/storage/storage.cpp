@@ -135,6 +135,8 @@ void Storage::find_file(std::size_t file) {
         const MutexLock guard(mutex_);
         places_[file].shape = i % 2 == 0 ? FileShape::finished : FileShape::partial;
         places_[file].root = static_cast<std::uint8_t>(i / 2);
+        // The run that wrote it may have ended before its bytes were on the disk.
+        if (places_[file].shape == FileShape::partial) unsynced_.insert(file);
         return;
     }
 }
@@ -181,6 +183,7 @@ Result Storage::take_lock(bool fresh) {
     part_root_ = root;
     if (has_parts) {
         part_ = std::move(file);
+        if (!fresh) unsynced_.insert(part_index);
         return {};
     }
     if (places_[0].shape == FileShape::absent) places_[0].shape = FileShape::partial;

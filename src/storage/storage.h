@@ -81,8 +81,9 @@ class Storage {
     /// until the storage is opened again, because the system may have given up bytes that it had taken: what
     /// was promised before that is all that may be believed then.
     Result sync();
-    /// The file is whole: it is cut to its length, put on the disk and takes its name; a file that somebody
-    /// else put there keeps it, and ours takes a free one. A file without bytes is made.
+    /// The file is whole: it is cut to its length, put on the disk, unless sync() did that after the last
+    /// write to it, and takes its name, which the next sync() puts on the disk. A file that somebody else put
+    /// there keeps it, and ours takes a free one. A file without bytes is made.
     Result finish(std::size_t file);
     /// A file that is chosen takes its bytes out of the part file, safe on the disk when this returns. One
     /// that is not chosen any more keeps the file that it has until it is put back.
@@ -146,6 +147,7 @@ class Storage {
     Result remember_failure(const Result& result);
     Result sync_folders(const std::set<std::u16string>& folders);
     Result sync_file(std::size_t index);
+    [[nodiscard]] bool is_synced(std::size_t file) const;
     bool sync_at_once(const std::set<std::size_t>& files, Result& result);
     void find_shared_pieces();
     [[nodiscard]] std::int64_t slot_of(std::int64_t piece) const noexcept;

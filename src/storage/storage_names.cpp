@@ -78,22 +78,29 @@ Result Storage::finish(std::size_t file) {
         if (Result result = open_file(file, true, opened); !result.ok()) return result;
         partial = path(file);
         const std::int64_t length = files_.at(file).length;
+        bool is_safe = before != FileShape::absent && is_synced(file);
         if (opened->size() != length) {
+            is_safe = false;
             if (FileError error = opened->resize(length); !error.ok()) return failure(error, partial);
         }
         // A power cut must not leave a whole name with half a file.
-        if (FileError error = opened->flush(); !error.ok()) return failure(error, partial);
+        if (!is_safe) {
+            if (FileError error = opened->flush(); !error.ok()) return failure(error, partial);
+        }
     }
     const Alone alone(*this);
     partial = path(file);  // it may have moved
     if (Result result = rename_to_name(file, partial); !result.ok()) return result;
     const std::u16string folder(folder_of(path(file)));
-    {
-        const MutexLock guard(mutex_);
-        unsynced_.erase(file);
-    }
-    if (FileError error = sync_folder(folder); !error.ok()) return failure(error, folder);
+    const MutexLock guard(mutex_);
+    unsynced_.erase(file);
+    unsynced_folders_.insert(folder);
     return {};
+}
+
+bool Storage::is_synced(std::size_t file) const {
+    const MutexLock guard(mutex_);
+    return !unsynced_.contains(file);
 }
 
 // It gets bytes again, because some that stood under its name were wrong.

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <set>
 
 #include "base/digest.h"
 #include "base/safe_name.h"
@@ -238,6 +239,29 @@ std::vector<std::size_t> doubt_changed_files(const Storage& storage, StorageStat
         doubted.push_back(piece);
     }
     return doubted;
+}
+
+std::vector<std::size_t> late_pieces(const Storage& storage, const StorageState& state) {
+    constexpr std::int64_t most_bytes = std::int64_t{1} << 30;
+    const auto most = static_cast<std::size_t>(most_bytes / storage.piece_length());
+    const std::vector<FileMark> now = marks_of(storage);
+    std::set<std::size_t> late;
+    for (std::size_t file = 0; file < now.size() && file < state.marks.size(); ++file) {
+        const FileMark& then = state.marks[file];
+        if (now[file].size == then.size && now[file].modified == then.modified) continue;
+        const ListedFile& listed = storage.files().at(file);
+        if (listed.padding) continue;
+        for (const ByteRange& range : storage.data_of(file)) {
+            const std::int64_t end = listed.offset + std::min(range.end, listed.length);
+            std::int64_t piece = (listed.offset + range.begin) / storage.piece_length();
+            for (; piece * storage.piece_length() < end; ++piece) {
+                if (state.good[static_cast<std::size_t>(piece)]) continue;
+                late.insert(static_cast<std::size_t>(piece));
+                if (late.size() > most) return {};
+            }
+        }
+    }
+    return {late.begin(), late.end()};
 }
 
 }  // namespace vantlow

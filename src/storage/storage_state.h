@@ -50,4 +50,10 @@ std::optional<StorageState> load_storage_state(const std::u16string& path, const
 /// pieces.
 std::vector<std::size_t> doubt_changed_files(const Storage& storage, StorageState& state);
 
+/// The pieces that the state does not promise and that may be good all the same, because bytes of theirs came
+/// after it was saved, before a kill or onto a disk that had no room for a newer state; ascending, to be
+/// checked. None where that would be more than 1 GiB: such a disk does not tell what was written. The storage
+/// is open, and doubt_changed_files() has looked at the state.
+std::vector<std::size_t> late_pieces(const Storage& storage, const StorageState& state);
+
 }  // namespace vantlow

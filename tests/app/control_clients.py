@@ -134,7 +134,7 @@ class Program:
             self.port = free.getsockname()[1]
         self.common = [PROGRAM, "--data-dir", str(root / "data"), "--settings", str(root / "settings.ini")]
         if not (root / "settings.ini").exists():  # nothing looks for peers beyond this machine
-            (root / "settings.ini").write_text("[Torrent]\nDHT=0\nLSD=0\n")
+            (root / "settings.ini").write_text("[Torrent]\nDHT=0\nLSD=0\nPortMapping=0\n")
         self.words = ["serve", "--foreground", "--rpc-listen", f"127.0.0.1:{self.port}", *words]
         self.environment = os.environ | {"HOME": str(root), "XDG_RUNTIME_DIR": str(root)}
         self.secret = self.run("rpc", "secret").stdout.strip()

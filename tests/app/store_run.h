@@ -19,7 +19,7 @@ namespace vantlow::test {
 class StoreRun : public testing::Test {
   protected:
     /// Nothing looks for peers beyond this machine.
-    StoreRun() { folder.write(u"settings.ini", "[Torrent]\nDHT=0\nLSD=0\n"); }
+    StoreRun() { folder.write(u"settings.ini", "[Torrent]\nDHT=0\nLSD=0\nPortMapping=0\n"); }
     /// Everything that the program would find of this machine's user stands in the test's folder.
     [[nodiscard]] RunOptions environment() const {
         RunOptions options;

@@ -68,6 +68,12 @@ class TorrentPeers : public test::StoreRun {
         if (path_kind(folder.path(below + u"/e")) == PathKind::file) return testing::AssertionSuccess();
         return testing::AssertionFailure() << "the file without bytes is missing";
     }
+    std::unique_ptr<RunningProgram> serve() {
+        auto program = std::make_unique<RunningProgram>(
+            test::vantlow_program(), std::vector<std::u16string>{u"serve", u"--foreground"}, environment());
+        EXPECT_TRUE(program->wait_for_output("is running")) << program->err();
+        return program;
+    }
     [[nodiscard]] std::vector<std::string> events() const {
         std::vector<std::string> list;
         for (const auto& request : tracker_.requests()) {
@@ -141,7 +147,7 @@ TEST_F(TorrentPeers, ATorrentAndAMagnetLinkBecomeFilesAndSelectedOnesAreAlone) {
     const std::string document = folder.read(u"seed/tree.torrent");
     const std::string hash = to_hex(hash_of(info_of_document(std::as_bytes(std::span(document)))));
     const std::string magnet = "magnet:?xt=urn:btih:" + hash + "&dn=wrong&tr.0=" + tracker_.url("/none") +
-                               "&x.pe=127.0.0.1:" + std::to_string(port);
+                               "&x.pe=localhost:" + std::to_string(port);
     const RunResult linked = run({u"get", to_utf16(magnet), u"-d", folder.path(u"z")});
     EXPECT_EQ(linked.status, 0) << linked.err;
     EXPECT_TRUE(has_all(u"z/tree"));
@@ -225,14 +231,65 @@ TEST_F(TorrentPeers, AFiledTorrentIsStoppedGoesOnAndIsRemovedWithItsFilesAlone) 
     EXPECT_TRUE(kept.empty());
 }
 
+TEST_F(TorrentPeers, WhileItRunsIsKilledOrIsSharedOtherFilesAreChosenAndTrackersChange) {
+    begin(4'000'000, 777, 3'000'000, 1'200'000, never);
+    auto resident = serve();
+    const std::u16string id = to_utf16(add({torrent, u"-d", folder.path(u"x"), u"--select", u"2-3"}));
+    const auto files = [&](const std::vector<std::u16string>& wishes = {}) {
+        std::vector<std::u16string> words{u"torrent", u"files", id, u"--json"};
+        words.insert(words.end(), wishes.begin(), wishes.end());
+        return json::parse(ok(words));
+    };
+    const auto wait_for = [](const auto& is_so) {
+        const auto until = Clock::now() + std::chrono::seconds(30);
+        while (!is_so() && Clock::now() < until) std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        return is_so();
+    };
+    EXPECT_TRUE(wait_for([&] { return files()[2]["done"] > 500'000; }));
+    // What it has of "b/d" is kept, and "b/c", which shares its only piece, is kept aside.
+    const json changed = files({u"--select", u"1", u"--priority", u"high=1"});
+    EXPECT_EQ(changed[0]["priority"], "high");
+    EXPECT_EQ(changed[2]["chosen"], false);
+    EXPECT_TRUE(wait_for([&] { return files()[0]["done"] > 500'000; }));
+    EXPECT_TRUE(folder.has(u"x/tree/b/d.vantlow") && !folder.has(u"x/tree/b/c.vantlow"));
+    EXPECT_EQ(run({u"torrent", u"files", id, u"--priority", u"skip=1"}).status, 1) << "none would be left";
+    resident->kill();
+    resident->wait();
+
+    resident = serve();
+    EXPECT_EQ(files()[0]["priority"], "high") << "kept with the job";
+    EXPECT_TRUE(wait_for([&] { return state_of(to_utf8(id)) == "sharing"; }));
+    EXPECT_TRUE(file_has_content(folder.path(u"x/tree/a"), 0, 4'000'000));
+    EXPECT_FALSE(folder.has(u"x/tree/b/d") || folder.has(u"x/tree/b/c"));
+
+    const auto has_heard = [&](const std::string& what) {
+        return wait_for([&] {
+            const auto asked = tracker_.requests();
+            return std::any_of(asked.begin(), asked.end(), [&](const auto& request) {
+                const std::string& target = request.head.target;
+                return target.starts_with("/other") && target.find("event=" + what) != std::string::npos;
+            });
+        });
+    };
+    const auto trackers = [&](const char16_t* how) {
+        return json::parse(
+            ok({u"torrent", u"trackers", id, how, tracker_.url16("/other/announce"), u"--json"}));
+    };
+    trackers(u"--add");
+    EXPECT_TRUE(has_heard("started"));
+    trackers(u"--remove");
+    EXPECT_TRUE(has_heard("stopped"));
+
+    files({u"--select", u""});
+    EXPECT_TRUE(wait_for([&] { return has_all(u"x/tree") && state_of(to_utf8(id)) == "sharing"; }));
+    EXPECT_LT(json::parse(ok({u"show", id, u"--json"}))["received"], 8'700'000) << "little came twice";
+    ok({u"quit"});
+    resident->wait();
+    EXPECT_FALSE(folder.has(u"x/tree/.vantlow-parts"));
+}
+
 TEST_F(TorrentPeers, AFiledTorrentIsSharedByTheResidentProgramUntilItsRatioAlsoAfterARestart) {
     begin(900'000, 777, 150'000, 300'000);
-    const auto serve = [this] {
-        auto program = std::make_unique<RunningProgram>(
-            test::vantlow_program(), std::vector<std::u16string>{u"serve", u"--foreground"}, environment());
-        EXPECT_TRUE(program->wait_for_output("is running")) << program->err();
-        return program;
-    };
     auto resident = serve();
     const std::u16string id = to_utf16(add({torrent, u"-d", folder.path(u"x"), u"--seed-ratio", u"2"}));
     const auto ask = [&](const char16_t* side) { return json::parse(ok({u"torrent", side, id, u"--json"})); };
@@ -273,7 +330,12 @@ TEST_F(TorrentPeers, AFiledTorrentIsSharedByTheResidentProgramUntilItsRatioAlsoA
     EXPECT_EQ(json::parse(ok({u"torrent", u"check", id, u"--json"})),
               json::parse(R"({"pieces":65,"good":65,"bytes":1050777})"));
     const int whole = port;
+    ok({u"limit", u"--up", u"400K"});
+    std::this_thread::sleep_for(std::chrono::milliseconds(1200));  // it holds within a second
+    const auto began = Clock::now();
     get_from_it(u"y");
+    EXPECT_GT(Clock::now() - began, std::chrono::milliseconds(2300)) << "1,050,777 bytes";
+    ok({u"limit", u"--up", u"off"});
     EXPECT_EQ(state_of(to_utf8(id)), "sharing") << "sent once";
     ok({u"quit"});
     EXPECT_EQ(resident->wait().status, 0);

@@ -24,7 +24,7 @@ struct TorrentWorld {
                               "d8:intervali900e5:peers6:\x7F\x01\x02\x03\x1A\xE1"
                               "e");
           }) {
-        folder.write(u"settings.ini", "[Torrent]\nDHT=0\nLSD=0\n");
+        folder.write(u"settings.ini", "[Torrent]\nDHT=0\nLSD=0\nPortMapping=0\n");
         const test::RunResult made =
             run_vantlow({u"torrent", u"make", folder.write(u"data ä.bin", std::string(50000, 'x')),
                          u"--tracker", tracker.url16("/0123456789abcdefghij/announce"), u"-q"});

@@ -141,8 +141,14 @@ TEST(Announce, KeepsEachPeerOnceAndNotItself) {
     EXPECT_EQ(store.add(peers), 4U);
     EXPECT_EQ(store.add(peers), 0U);
     EXPECT_EQ(texts(store.peers()), (Texts{"1.2.3.4:5", "1.2.3.4:6", "10.0.0.1:6", "[::1]:5"}));
+    std::size_t told = 0;
+    EXPECT_EQ(store.fresh(told).size(), 4U);
     store.add_own(address("1.2.3.4", 6));
     EXPECT_EQ(store.size(), 3U);
+    const SocketAddress late = address("1.2.3.4", 7);
+    store.add({&late, 1});
+    EXPECT_EQ(texts(store.fresh(told)), Texts{"1.2.3.4:7"});
+    EXPECT_TRUE(store.fresh(told).empty());
     for (int i = 0; i < 5000; ++i) {
         const SocketAddress one = address(print("9.9.%d.%d", i / 250, i % 250).c_str(), 1);
         store.add({&one, 1});

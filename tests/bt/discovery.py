@@ -48,7 +48,7 @@ class World:
         environment = os.environ | {"HOME": str(home), "XDG_RUNTIME_DIR": str(home), "XDG_CONFIG_HOME": "", "XDG_DATA_HOME": "",
                                     "VANTLOW_NO_WINDOW": "1"}
         log = open(home / "log", "ab")
-        settings = ["DefaultTracker=", "DefaultTrackers=", f"DHTNodes={nodes}"]
+        settings = ["PortMapping=0", "DefaultTracker=", "DefaultTrackers=", f"DHTNodes={nodes}"]
         command = [self.program, "-v", *(f"--set=Torrent/{setting}" for setting in settings), *words]
         process = subprocess.Popen(command, env=environment, cwd=home, stdin=subprocess.DEVNULL, stdout=log, stderr=log)
         self.runs.append(process)

@@ -207,6 +207,34 @@ TEST(Magnet, ReadsTrackersAsFarAsTheyAreNumbered) {
     EXPECT_EQ(tracker_from_magnet("http://host/a%20b"), "http://host/a%20b");
 }
 
+TEST(Magnet, OtherTrackersStandInPlaceOfItsOwn) {
+    const std::string hash = "xt=urn:btih:0123456789abcdef0123456789abcdef01234567";
+    const std::vector<std::string> defaults{"udp://default:1/"};
+    for (const std::string& link :
+         {"magnet:?" + hash +
+              "&dn=a%20b&x.pe=1.2.3.4:5&x.pe=host.example%3A6&x.pe=a/b:7&ws=http%3A%2F%2Fh%2F",
+          hash + "&tr=udp%3A%2F%2Fx&dn=a", "magnet:?tr.0=http://a/b&" + hash + "&tr.1=http://c/"}) {
+        for (const auto& wanted :
+             {std::vector<std::string>{}, std::vector<std::string>{"http://t/a?k=1&l=2", "udp://t:1/"}}) {
+            const std::string changed = with_trackers(link, wanted);
+            const auto before = parse_magnet(link, {});
+            const auto after = parse_magnet(changed, defaults);
+            ASSERT_TRUE(after) << changed;
+            std::vector<std::string> trackers;
+            for (const std::string& one : after->trackers) {
+                if (!one.empty()) trackers.push_back(tracker_from_magnet(one));
+            }
+            EXPECT_EQ(trackers, wanted) << changed;
+            EXPECT_EQ(after->name, before->name);
+            EXPECT_EQ(after->web_seeds, before->web_seeds);
+            const bool has_peers = link.find("x.pe") != std::string::npos;
+            EXPECT_EQ(after->peers.size(), has_peers ? 1U : 0U);
+            ASSERT_EQ(after->named_peers.size(), has_peers ? 1U : 0U);
+            EXPECT_TRUE(!has_peers || after->named_peers[0].host == "host.example");
+        }
+    }
+}
+
 TEST(Extension, HandshakesGoOutInTheirOrderAndComeBack) {
     using namespace std::string_literals;
     EXPECT_EQ(build_extension_handshake(0, 0, u""), "\0\0\0\x1B\x14\0d1:md11:ut_metadatai15eee"s);
@@ -220,6 +248,10 @@ TEST(Extension, HandshakesGoOutInTheirOrderAndComeBack) {
     EXPECT_EQ(read_back->metadata_size, 9);
     EXPECT_EQ(read_back->port, 5);
     EXPECT_EQ(read_back->version, u"x");
+    EXPECT_FALSE(read_back->upload_only);
+    const std::string gives = build_extension_handshake(0, 5, u"x", false, true).substr(6);
+    EXPECT_TRUE(gives.ends_with("1:pi5e11:upload_onlyi1e1:v1:xe")) << "in the order of the keys";
+    EXPECT_TRUE(parse_extension_handshake(gives)->upload_only);
     const auto without = parse_extension_handshake("d1:mi1e13:metadata_size1:9e");
     ASSERT_TRUE(without);
     EXPECT_EQ(without->metadata_number, std::nullopt);

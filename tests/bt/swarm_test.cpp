@@ -244,6 +244,46 @@ TEST(SwarmTest, ALiarIsFoundAndLeftAndNobodyElse) {
     EXPECT_FALSE(leecher.bans.empty());
 }
 
+// Of two that have a part and want no more of it each leaves the other, until one wants something again. All
+// of them together have a bound of connections.
+TEST(SwarmTest, WhoWantsNothingMoreIsLeft) {
+    const Content content(6, 1'000'000, 64 * 1024);
+    Swarms world(6, content);
+    Client& seed = world.add();
+    seed.be_seed();
+    Client& part = world.add();
+    Client& other = world.add();
+    const std::uint32_t pieces = part.swarm->picker().pieces();
+    std::vector<PiecePriority> wanted(pieces, PiecePriority::skip);
+    std::fill(wanted.begin(), wanted.begin() + 5, PiecePriority::high);
+    for (Client* each : {&part, &other}) each->swarm->choose(wanted);
+    world.meet();
+    ASSERT_TRUE(world.internet.run_until([&] { return part.is_complete && other.is_complete; }, 60s));
+    EXPECT_LE(part.swarm->picker().have().count(), 6U) << "no more than was wanted, and what had begun";
+    EXPECT_TRUE(world.internet.run_until(
+        [&] { return part.swarm->peers() + other.swarm->peers() + seed.swarm->peers() == 0; }, 30s));
+    std::ranges::fill(wanted, PiecePriority::normal);
+    part.swarm->choose(wanted);
+    ASSERT_TRUE(world.internet.run_until([&] { return part.disk.is_right(); }, 600s));
+
+    std::atomic<std::size_t> all = 0;
+    SwarmOptions few;
+    few.all = &all;
+    few.most_of_all = 2;
+    {
+        SwarmTorrent torrent = content.torrent;
+        torrent.peer_id = "-VL0000-client-90000";
+        Swarm bound(other.host, other.disk, other, torrent, LinkLimits{other.down, other.up}, few);
+        bound.start();
+        std::vector<SocketAddress> many;
+        for (std::uint16_t port = 1; port < 9; ++port)
+            many.push_back(*SocketAddress::from_literal("192.0.2.1", port));
+        bound.add_peers(many);
+        EXPECT_EQ(all, 2U);
+    }
+    EXPECT_EQ(all, 0U);
+}
+
 // Two that only know a third one, which they called; a private torrent's stay apart.
 TEST(SwarmTest, PeersTellEachOtherOfPeers) {
     for (const bool exchanges : {true, false}) {
@@ -261,6 +301,33 @@ TEST(SwarmTest, PeersTellEachOtherOfPeers) {
         EXPECT_EQ(hub.swarm->known(), 0U) << "it was told of nobody but those that called";
         EXPECT_EQ(hub.swarm->callers(), 2U);
     }
+}
+
+// Nobody who is blocked is called or may call; who becomes blocked is left, and may come back.
+TEST(SwarmTest, WhomTheFilterBlocksStaysAway) {
+    const auto filter_of = [](const char* list) {
+        IpFilterReader reader;
+        reader.feed(list);
+        return std::make_shared<const IpFilter>(reader.finish());
+    };
+    const Content content(6, 4'000'000, 64 * 1024);
+    Swarms world(6, content);
+    for (int i = 0; i < 2; ++i) world.add({.up = 50'000}).be_seed();
+    Client& leecher = world.add();
+    leecher.swarm->set_filter(filter_of("192.0.2.1"));
+    world.meet();
+    world.internet.run_for(20s);
+    EXPECT_EQ(leecher.swarm->peers(), 1U) << "the second seed";
+    EXPECT_GE(leecher.swarm->blocked(), 2U) << "named and calling";
+    leecher.swarm->set_filter(filter_of("192.0.2.2"));
+    EXPECT_TRUE(world.internet.run_until(
+        [&] {
+            const auto peers = leecher.swarm->look();
+            return peers.size() == 1 && peers[0].address.host() == "192.0.2.1";
+        },
+        60s));
+    leecher.swarm->set_filter(nullptr);
+    EXPECT_TRUE(world.all_right(200s));
 }
 
 // Settings as LinkCrypto has them; a side without the library has none.
@@ -286,13 +353,15 @@ TEST(SwarmTest, ConnectionsAreEncryptedAsBothSidesWantIt) {
 }
 
 // A magnet link knows nobody's honesty: some give another value, of this size or of another one, some have
-// none, and some go silent in the middle.
+// none, and some go silent in the middle. The honest are called, or call.
 TEST(MetadataFetchTest, TheValueComesFromWhoeverTellsTheTruth) {
     struct Row {
         int liars, short_ones, empty, vanish, honest;
+        bool call = false;
     };
-    for (const Row& row : {Row{0, 0, 0, 0, 1}, Row{1, 0, 0, 0, 1}, Row{5, 3, 0, 0, 1}, Row{0, 0, 9, 0, 1},
-                           Row{0, 0, 0, 6, 1}, Row{4, 2, 20, 4, 2}, Row{3, 2, 2, 0, 0}}) {
+    for (const Row& row :
+         {Row{0, 0, 0, 0, 1}, Row{0, 0, 0, 0, 1, true}, Row{1, 0, 0, 0, 1}, Row{5, 3, 0, 0, 1, true},
+          Row{0, 0, 9, 0, 1}, Row{0, 0, 0, 6, 1, true}, Row{4, 2, 20, 4, 2}, Row{3, 2, 2, 0, 0}}) {
         SCOPED_TRACE(testing::PrintToString(std::vector{row.liars, row.short_ones, row.empty, row.vanish}));
         const Content honest(9, 20'000, block_size);
         Content liar = honest;
@@ -307,11 +376,22 @@ TEST(MetadataFetchTest, TheValueComesFromWhoeverTellsTheTruth) {
         net::SharedTokens up(host.now());
         std::vector<std::string> came;
         std::optional<MetadataFetch> fetch;
-        fetch.emplace(host, "-VL0000-the-magnet--", LinkLimits{down, up},
-                      LinkCrypto{&secur_library(), 0, honest.torrent.info_hash}, [&](std::string info) {
-                          came.push_back(std::move(info));
-                          fetch.reset();
-                      });
+        const auto listener = *host.listen(host.address(), 8);
+        const std::function<void()> accept = [&] {
+            listener->accept([&](auto taken) {
+                if (taken && fetch) fetch->take_incoming(*std::move(taken));
+                accept();
+            });
+        };
+        accept();
+        fetch.emplace(
+            host, "-VL0000-the-magnet--", LinkLimits{down, up},
+            LinkCrypto{&secur_library(), 0, honest.torrent.info_hash},
+            [&](std::string info) {
+                came.push_back(std::move(info));
+                fetch.reset();
+            },
+            MetadataFetch::Options{listener->address()->port(), true});
         std::vector<SocketAddress> all;
         std::vector<SimulatedHost*> vanishing;
         const auto add = [&](int count, const Content& content, double speed) {
@@ -330,6 +410,10 @@ TEST(MetadataFetchTest, TheValueComesFromWhoeverTellsTheTruth) {
         add(row.vanish, honest, 50'000);
         for (int i = 0; i < row.vanish; ++i) vanishing.push_back(&world.clients.rbegin()[i]->host);
         add(row.honest, honest, 40'000);
+        for (int i = 0; row.call && i < row.honest; ++i) {
+            world.clients.rbegin()[i]->swarm->add_peers(std::vector{*listener->address()});
+            all.pop_back();
+        }
         fetch->start();
         fetch->add_peers(all);
         world.internet.run_for(1s);

@@ -182,6 +182,57 @@ TEST_F(EngineTest, ASharedTorrentIsAFinishedJobThatTakesNoPlaceUntilAPersonStops
     EXPECT_EQ(engine->find(shared)->error, "gone");
 }
 
+// Files are chosen at rest, while they are fetched and while they are shared; what is chosen too late for a
+// session is fetched by another one, and the time since which the others are whole stays.
+TEST_F(EngineTest, FilesOfATorrentAreChosenWhateverItDoes) {
+    table[1].takes_place = shares_finished = true;
+    set(setting::max_jobs, 5);
+    open();
+    using enum FilePriority;
+    using Wanted = std::map<std::size_t, FilePriority>;
+    const std::string info =
+        "d5:filesld6:lengthi1e4:pathl1:aeed6:lengthi1e4:pathl1:beed6:lengthi1e4:pathl1:ceee4:name1:t12:piece "
+        "lengthi16384e6:pieces20:01234567890123456789e";
+    ASSERT_TRUE(make_folders(folder.path(u"data")).ok());
+    folder.write(u"t.torrent", "d4:info" + info + "e");
+    const Guid job = add_one(to_utf8(folder.path(u"t.torrent")));
+    const auto rules = [&] { return engine->find(job)->rules ? *engine->find(job)->rules : JobRules(); };
+
+    EXPECT_EQ(engine->choose_files(add_one(std::string(magnet) + "a"), {{1, high}}).fault,
+              Fault::no_description);
+    EXPECT_EQ(engine->choose_files(add_one("http://a/1"), {{1, high}}).fault, Fault::no_torrent);
+    for (const Wanted& bad : {Wanted{{0, high}}, Wanted{{4, low}}, Wanted{{1, skip}, {2, skip}, {3, skip}}})
+        EXPECT_EQ(engine->choose_files(job, bad).fault, Fault::bad_value);
+
+    engine->pump();
+    EXPECT_TRUE(engine->choose_files(job, {{1, high}, {2, low}, {3, skip}}).ok());
+    EXPECT_TRUE(rules().select == "1-2" && rules().high == "1" && rules().low == "2");
+    ASSERT_TRUE(session(job).rules);
+    EXPECT_EQ(*session(job).rules, rules()) << "the session heard of it";
+
+    session(job).shares = true;
+    session(job).settles = Result();
+    EXPECT_TRUE(pump_until([&] { return state(job) == JobState::finished; }));
+    const std::int64_t finished = engine->find(job)->finished;
+    EXPECT_TRUE(engine->choose_files(job, {{3, normal}}).ok());
+    EXPECT_TRUE(rules().select.empty() && rules().high == "1");
+    session(job).owes = true;
+    EXPECT_TRUE(pump_until([&] { return state(job) == JobState::running; }));
+    EXPECT_FALSE(engine->is_sharing(job));
+    EXPECT_EQ(session(job).twin().finished, finished);
+    EXPECT_EQ(session(job).twin().rules->select, "");
+
+    std::string error;
+    end(job);
+    EXPECT_TRUE(engine->choose_files(job, {{2, skip}, {1, normal}}).ok());
+    EXPECT_EQ(state(job), JobState::finished) << "nothing is lacking";
+    EXPECT_TRUE(engine->choose_files(job, {{2, normal}}).ok());
+    EXPECT_EQ(state(job), JobState::waiting);
+    EXPECT_TRUE(engine->close(error)) << error;
+    open();
+    EXPECT_FALSE(engine->find(job)->rules) << "no file is special any more";
+}
+
 // A torrent is looked after while it waits: it takes no place of the others, and saying goodbye to its
 // trackers keeps nobody waiting.
 TEST_F(EngineTest, TorrentsAreLookedAfterBesideTheOthers) {

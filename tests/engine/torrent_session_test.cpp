@@ -81,9 +81,8 @@ TEST(TorrentSessionTest, WhatCannotBeFetchedEndsWithASentenceAndAsksNobody) {
     test::ScriptedServer server([&](test::Exchange& exchange) { exchange.answer(500, "No", ""); });
     const std::u16string asked = std::u16string(magnet) + u"&tr.0=" + to_utf16(server.url("/a"));
     RunOptions by_proxy;
-    by_proxy.proxy.kind = ProxyPlan::socks5;
-    by_proxy.proxy.host = "127.0.0.1";
-    by_proxy.proxy.port = 1;
+    by_proxy.proxy.kind = ProxyPlan::http_tunnel;
+    by_proxy.proxy.trouble = "The proxy list cannot be read.";
     const struct {
         std::u16string address;
         RunOptions options;

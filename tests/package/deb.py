@@ -115,7 +115,7 @@ def main(build):
         os.environ |= {"HOME": str(home), "XDG_CONFIG_HOME": "", "XDG_DATA_HOME": ""}
         subprocess.run(["dpkg-deb", "-x", package, tree], check=True)
         libraries = [path.name for path in (tree / "usr/lib/vantlow").glob("*.so")]
-        if not {"libssl.so", "libssh.so", "libsecur.so", "libnames.so", "libBTDHT.so"} <= set(libraries):
+        if not {"libssl.so", "libssh.so", "libsecur.so", "libnames.so", "libBTDHT.so", "libportmap.so"} <= set(libraries):
             faults.append(f"libraries are missing: {libraries}")
         faults += trial.faults_at_work([tree / "usr/bin/vantlow"], libraries, pathlib.Path(folder, "unpacked"))
         faults += faults_of_texts(tree)

@@ -70,7 +70,7 @@ def main(build, *wine):
             trial.run(*wine, "wineboot", "-i")
             faults += faults_of_texts(folder)
             libraries = [path.name for path in folder.glob("*.dll")]
-            if not {"libssl.dll", "libssh.dll", "libsecur.dll", "libnames.dll", "libBTDHT.dll"} <= set(libraries):
+            if not {"libssl.dll", "libssh.dll", "libsecur.dll", "libnames.dll", "libBTDHT.dll", "libportmap.dll"} <= set(libraries):
                 faults.append(f"libraries are missing: {libraries}")
             faults += trial.faults_at_work(program, libraries, pathlib.Path(work, "got"), cwd=work)
             faults += faults_of_keeping(program, folder, prefix)

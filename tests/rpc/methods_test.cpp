@@ -224,7 +224,7 @@ TEST_F(Methods, options_go_back_as_they_came_so_that_a_retry_loses_nothing) {
     const Json sent =
         Json::parse(R"({"dir":"/d","out":"n","referer":"http://r/","user-agent":"A","all-proxy":"http://p:1",
         "http-user":"u","http-passwd":"p","split":"7","max-connection-per-server":"3","max-download-limit":"2048",
-        "max-upload-limit":"0","seed-ratio":"1.5","seed-time":"90","pause":"false","allow-overwrite":"true","checksum":"sha-1=0000000000000000000000000000000000000000",
+        "max-upload-limit":"1024","bt-prioritize-piece":"head,tail","bt-tracker":"udp://a:1/x,http://b/y","bt-exclude-tracker":"*","seed-ratio":"1.5","seed-time":"90","pause":"false","allow-overwrite":"true","checksum":"sha-1=0000000000000000000000000000000000000000",
         "select-file":"1,3-5","header":["Cookie: a=b; c=d"]})");
     ASSERT_FALSE(read_options(sent, downloads_.now));
     EXPECT_EQ(call("getOption", R"(["1"])"), sent);
@@ -252,7 +252,8 @@ TEST_F(Methods, options_go_back_as_they_came_so_that_a_retry_loses_nothing) {
          {R"({"header":"Cookie: @/etc/passwd"})", R"({"header":["a: b\u0000"]})", R"({"referer":"a\r\nb"})",
           R"({"split":"0"})", R"({"max-download-limit":"-1"})", R"({"max-download-limit":"99999999999M"})",
           R"({"pause":"yes"})", R"({"seed-ratio":"-1"})", R"({"seed-time":"x"})",
-          R"({"checksum":"sha-1=00"})", R"({"gid":"12"})", R"({"select-file":"a"})"}) {
+          R"({"checksum":"sha-1=00"})", R"({"gid":"12"})", R"({"select-file":"a"})",
+          R"({"bt-prioritize-piece":"middle"})", R"({"max-upload-limit":"x"})"}) {
         JobOptions none;
         EXPECT_TRUE(read_options(Json::parse(bad), none)) << bad;
     }

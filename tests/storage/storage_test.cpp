@@ -253,6 +253,39 @@ void expect_promises_kept(const TempFolder& folder, bool all_well, const std::st
     }
 }
 
+TEST(Storage, LooksForPiecesThatCameAfterItsState) {
+    const TempFolder folder;
+    const std::u16string home = folder.path(u"album");
+    const std::string bytes = album_bytes();
+    RecordingLog log;
+    StoragePlaces places;
+    std::vector<bool> good(album_pieces, false);
+    std::vector<std::size_t> late;
+    {
+        Storage storage(album(), album_choice(), piece, log);
+        ASSERT_TRUE(storage.begin(home).ok());
+        for (std::int64_t i = 0; i < album_pieces; ++i) {
+            if (!storage.is_wanted(i)) continue;
+            ASSERT_TRUE(storage.write(i * piece, piece_of(bytes, i)).ok());
+            if (i > 0) {
+                late.push_back(static_cast<std::size_t>(i));
+                continue;
+            }
+            good[0] = true;
+            ASSERT_TRUE(save_storage_state(storage, "album", good, storage_state_path(home)).ok());
+            // A clock that stands still for a moment must not hide that more is written.
+            std::this_thread::sleep_for(std::chrono::milliseconds(30));
+        }
+        places = storage.places();
+    }
+    Storage storage(album(), album_choice(), piece, log);
+    ASSERT_TRUE(storage.resume(places).ok());
+    auto state = load_storage_state(storage_state_path(home), "album");
+    ASSERT_TRUE(state);
+    EXPECT_TRUE(doubt_changed_files(storage, *state).empty());
+    EXPECT_EQ(late_pieces(storage, *state), late);
+}
+
 /// A life that ends before its n-th write or rename, and with it every byte that was not flushed.
 class PowerCut : public FaultHook {
   public:

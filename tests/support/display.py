@@ -132,7 +132,7 @@ class Vantlow:
 
     def set(self, *settings):
         """Writes its settings anew: "Section/Key=Value" each."""
-        quiet = ("Torrent/DHT=0", "Torrent/LSD=0")  # nothing looks for peers beyond this machine
+        quiet = ("Torrent/DHT=0", "Torrent/LSD=0", "Torrent/PortMapping=0")  # nothing looks for peers beyond this machine
         text = "".join("[{}]\n{}\n".format(*one.split("/", 1)) for one in (*settings, *quiet))
         (self.folder / "settings.ini").write_text(text)
 

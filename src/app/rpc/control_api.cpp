@@ -42,8 +42,11 @@ std::string ControlApi::look() {
         auto opened = Endpoint::open(config, [this](rpc::Run run, Endpoint::Answered answered) {
             take(std::move(run), std::move(answered));
         });
-        if (opened.ok()) endpoint_ = *std::move(opened);
-        if (!opened.ok()) error = opened.failure().message();
+        if (opened.ok()) {
+            endpoint_ = *std::move(opened);
+        } else {
+            error = opened.failure().message();
+        }
     }
     return std::exchange(complaint_, error) == error ? std::string() : error;
 }

@@ -163,8 +163,7 @@ std::vector<rpc::FileStatus> files_of(const CJobNode& job, const std::u16string&
 
 std::vector<bool> bits_of(std::string_view wire, std::int64_t count) {
     std::vector<bool> bits(wire.empty() ? 0 : static_cast<std::size_t>(count));
-    for (std::size_t i = 0; i < bits.size() && i / 8 < wire.size(); ++i)
-        bits[i] = (static_cast<unsigned char>(wire[i / 8]) >> (7 - i % 8) & 1U) != 0;
+    for (std::size_t i = 0; i < bits.size(); ++i) bits[i] = has_bit(wire, i);
     return bits;
 }
 

@@ -20,10 +20,25 @@ Candidates::Entry* Candidates::find(const SocketAddress& address) {
     return at == known_.end() ? nullptr : &at->second;
 }
 
+void Candidates::note(const std::string& key, const SocketAddress& address) {
+    const bool is_new =
+        known_.try_emplace(key, Entry{.address = address, .is_blocked = is_blocked(address)}).second;
+    if (is_new && is_blocked(address)) ++blocked_;
+}
+
+void Candidates::set_filter(std::shared_ptr<const IpFilter> filter) {
+    filter_ = std::move(filter);
+    blocked_ = 0;
+    for (auto& [key, entry] : known_) {
+        entry.is_blocked = is_blocked(entry.address);
+        if (entry.is_blocked) ++blocked_;
+    }
+}
+
 void Candidates::add(std::span<const SocketAddress> addresses) {
     for (const SocketAddress& address : addresses) {
         if (address.port() == 0 || known_.size() >= most) continue;
-        known_.try_emplace(peer_text(address), Entry{.address = address});
+        note(peer_text(address), address);
     }
 }
 
@@ -33,7 +48,7 @@ std::size_t Candidates::add_named(std::span<const SocketAddress> addresses) {
         if (address.port() == 0 || known_.size() >= most / 2) continue;
         const std::string key = peer_text(address);
         if (known_.contains(key) || ports_of(key) >= most_named_ports) continue;
-        known_.try_emplace(key, Entry{.address = address});
+        note(key, address);
         ++added;
     }
     return added;
@@ -52,7 +67,7 @@ std::size_t Candidates::ports_of(const std::string& key) const {
 std::optional<SocketAddress> Candidates::take(Clock::time_point now) {
     Entry* best = nullptr;
     for (auto& [text, entry] : known_) {
-        if (entry.is_taken || entry.is_banned || entry.not_before > now) continue;
+        if (entry.is_taken || entry.is_banned || entry.is_blocked || entry.not_before > now) continue;
         const bool is_better = best == nullptr || std::pair(entry.failures, entry.not_before) <
                                                       std::pair(best->failures, best->not_before);
         if (is_better) best = &entry;
@@ -79,7 +94,9 @@ void Candidates::ended(const SocketAddress& address, Clock::time_point now) {
 }
 
 void Candidates::ban(const SocketAddress& address) {
-    known_.try_emplace(peer_text(address), Entry{.address = address}).first->second.is_banned = true;
+    const std::string key = peer_text(address);
+    note(key, address);
+    known_.at(key).is_banned = true;
 }
 
 bool Candidates::is_banned(const SocketAddress& address) const {

@@ -3,11 +3,13 @@
 
 #include <cstdint>
 #include <map>
+#include <memory>
 #include <optional>
 #include <span>
 #include <string>
 
 #include "base/clock.h"
+#include "bt/ip_filter.h"
 #include "platform/socket.h"
 
 namespace vantlow {
@@ -20,6 +22,13 @@ class Candidates {
     /// Of one host, where other peers or nodes name it: whoever names many ports of a victim gets no further.
     static constexpr std::size_t most_named_ports = 4;
 
+    /// From now on nobody is connected to whom the filter blocks; null: it blocks nobody.
+    void set_filter(std::shared_ptr<const IpFilter> filter);
+    [[nodiscard]] bool is_blocked(const SocketAddress& address) const noexcept {
+        return filter_ && filter_->blocks(address);
+    }
+    /// Of the addresses here, those that the filter blocks.
+    [[nodiscard]] std::size_t blocked() const noexcept { return blocked_; }
     /// Notes addresses; those that are known stay as they are. Port 0 is nobody's.
     void add(std::span<const SocketAddress> addresses);
     /// The same for addresses that other peers or nodes name, of which there may be lies: they fill one half
@@ -42,13 +51,17 @@ class Candidates {
         SocketAddress address;
         bool is_taken = false;
         bool is_banned = false;
+        bool is_blocked = false;  ///< by the filter
         int failures = 0;
         Clock::time_point not_before{};
     };
     Entry* find(const SocketAddress& address);
+    void note(const std::string& key, const SocketAddress& address);
     [[nodiscard]] std::size_t ports_of(const std::string& key) const;
 
     std::map<std::string, Entry> known_;
+    std::shared_ptr<const IpFilter> filter_;
+    std::size_t blocked_ = 0;
 };
 
 }  // namespace vantlow

@@ -4,6 +4,8 @@
 #include <utility>
 
 #include "bt/extension.h"
+#include "bt/peer_exchange.h"
+#include "bt/peer_store.h"
 
 namespace vantlow {
 namespace {
@@ -25,11 +27,12 @@ std::int64_t length_of(std::int64_t size, std::int64_t part) {
 }  // namespace
 
 MetadataFetch::MetadataFetch(net::Network& network, std::string peer_id, const LinkLimits& limits,
-                             const LinkCrypto& crypto, Done done)
+                             const LinkCrypto& crypto, Done done, const Options& options)
     : network_(network),
       crypto_(crypto),
       peer_id_(std::move(peer_id)),
       limits_(limits),
+      options_(options),
       done_(std::move(done)),
       ticks_(network.timers()) {}
 
@@ -59,6 +62,15 @@ void MetadataFetch::add_named(std::span<const SocketAddress> addresses) {
     if (runs_) connect_some();
 }
 
+void MetadataFetch::set_filter(std::shared_ptr<const IpFilter> filter) {
+    candidates_.set_filter(std::move(filter));
+    std::vector<std::uint32_t> numbers;
+    for (const auto& [number, asked] : links_) {
+        if (candidates_.is_blocked(asked.link->address())) numbers.push_back(number);
+    }
+    for (const std::uint32_t number : numbers) leave(number, false);
+}
+
 void MetadataFetch::connect_some() {
     while (links_.size() < most_peers) {
         const auto address = candidates_.take(network_.now());
@@ -67,16 +79,31 @@ void MetadataFetch::connect_some() {
     }
 }
 
-void MetadataFetch::call(const SocketAddress& address, CallForm form) {
+MetadataFetch::Asked& MetadataFetch::add_link(const SocketAddress& address, bool is_incoming) {
     const std::uint32_t number = ++last_number_;
     LinkOwner& owner = *this;
     Asked& asked = links_[number];
-    asked.link = std::make_unique<PeerLink>(number, address, false, network_, owner, limits_, crypto_);
+    asked.link = std::make_unique<PeerLink>(number, address, is_incoming, network_, owner, limits_, crypto_);
+    return asked;
+}
+
+void MetadataFetch::call(const SocketAddress& address, CallForm form) {
+    add_link(address, false).link->call(own_handshake(), form);
+}
+
+void MetadataFetch::take_incoming(std::unique_ptr<net::Stream> stream) {
+    const auto address = stream->peer_address();
+    if (!runs_ || !address || links_.size() >= most_peers) return;
+    if (candidates_.is_banned(*address) || candidates_.is_blocked(*address)) return;
+    add_link(*address, true).link->take_call(std::move(stream));
+}
+
+PeerHandshake MetadataFetch::own_handshake() const {
     PeerHandshake own;
     own.torrent = crypto_.torrent;
     own.peer_id = peer_id_;
     own.extensions = true;
-    asked.link->call(own, form);
+    return own;
 }
 
 bool MetadataFetch::greeted(PeerLink& link, const PeerHandshake& handshake) {
@@ -84,7 +111,8 @@ bool MetadataFetch::greeted(PeerLink& link, const PeerHandshake& handshake) {
     if (handshake.torrent != crypto_.torrent || handshake.peer_id == peer_id_ || !handshake.extensions)
         return false;
     link.is_live = true;
-    link.send(build_extension_handshake(0, 0, u"Vantlow"));
+    if (link.is_incoming()) link.send(own_handshake().bytes());
+    link.send(build_extension_handshake(0, options_.port, u"Vantlow", options_.exchanges));
     return true;
 }
 
@@ -93,6 +121,7 @@ bool MetadataFetch::heard(PeerLink& link, const PeerMessage& message) {
     const auto at = links_.find(link.number());
     if (message.kind != PeerMessage::Kind::extended || at == links_.end()) return true;
     if (message.extended == 0) return take_handshake(at->second, message.data);
+    if (message.extended == own_exchange_number && options_.exchanges) take_exchange(link, message.data);
     if (message.extended != own_metadata_number) return true;
     if (take_metadata(at->second, message.data)) return true;
     leave(link.number(), true);
@@ -110,6 +139,18 @@ bool MetadataFetch::take_handshake(Asked& asked, std::string_view payload) {
     if (asked.size == 0) asked.size = size;
     ask_some();
     return true;
+}
+
+// Those are called at the next tick: this is in the middle of a message.
+void MetadataFetch::take_exchange(PeerLink& link, std::string_view payload) {
+    if (!link.exchange.may_take(network_.now())) return;
+    const auto peers = parse_exchange_message(payload);
+    if (!peers) return;
+    std::vector<SocketAddress> addresses;
+    for (const ExchangedPeer& peer : peers->added) {
+        if (may_know(link.address(), peer.address)) addresses.push_back(peer.address);
+    }
+    candidates_.add_named(addresses);
 }
 
 void MetadataFetch::ask_some() {
@@ -222,7 +263,7 @@ void MetadataFetch::ended(PeerLink& link, const Result&) {
     if (at == links_.end()) return;
     const auto form = runs_ ? link.next_call() : std::nullopt;
     const SocketAddress address = link.address();
-    if (!form) candidates_.refused(link.address(), network_.now());
+    if (!form && !link.is_incoming()) candidates_.refused(link.address(), network_.now());
     held_ -= at->second.held;
     gone_.push_back(std::move(at->second.link));
     links_.erase(at);

@@ -25,9 +25,13 @@ class MetadataFetch final : private LinkOwner {
     /// The value, whose SHA-1 digest is the info hash. Called once, not from inside an operation.
     using Done = std::function<void(std::string info)>;
 
+    struct Options {
+        std::uint16_t port = 0;  ///< that peers may connect to; 0: none
+        bool exchanges = false;  ///< peers tell of other peers (BEP 11)
+    };
     /// Network and limits outlive it. `peer_id`: of this side, 20 bytes. `crypto` names the torrent.
     MetadataFetch(net::Network& network, std::string peer_id, const LinkLimits& limits,
-                  const LinkCrypto& crypto, Done done);
+                  const LinkCrypto& crypto, Done done, const Options& options);
     ~MetadataFetch() override { stop(); }
 
     void start();
@@ -36,6 +40,12 @@ class MetadataFetch final : private LinkOwner {
     void add_peers(std::span<const SocketAddress> addresses);
     /// Addresses that others name, see Candidates::add_named().
     void add_named(std::span<const SocketAddress> addresses);
+    /// Takes a connection that a peer made, as far as there is room.
+    void take_incoming(std::unique_ptr<net::Stream> stream);
+
+    /// As Swarm::set_filter(), and what it has kept away.
+    void set_filter(std::shared_ptr<const IpFilter> filter);
+    [[nodiscard]] std::size_t blocked() const noexcept { return candidates_.blocked(); }
 
     [[nodiscard]] std::size_t peers() const noexcept { return links_.size(); }
     [[nodiscard]] std::size_t known() const noexcept { return candidates_.size(); }
@@ -62,7 +72,10 @@ class MetadataFetch final : private LinkOwner {
     void drained(PeerLink& link) override { static_cast<void>(link); }
     void ended(PeerLink& link, const Result& why) override;
 
+    [[nodiscard]] PeerHandshake own_handshake() const;
+    Asked& add_link(const SocketAddress& address, bool is_incoming);
     bool take_handshake(Asked& asked, std::string_view payload);
+    void take_exchange(PeerLink& link, std::string_view payload);
     bool take_metadata(Asked& asked, std::string_view payload);
     bool take_part(Asked& asked, std::int64_t part, std::string data);
     void refuse(PeerLink& link, std::int64_t part);
@@ -80,6 +93,7 @@ class MetadataFetch final : private LinkOwner {
     const LinkCrypto crypto_;
     const std::string peer_id_;
     const LinkLimits limits_;
+    const Options options_;
     Done done_;
     Candidates candidates_;
     std::uint32_t last_number_ = 0;

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "bt/extension.h"
+#include "bt/peer_store.h"
 
 namespace vantlow {
 namespace {
@@ -61,6 +62,19 @@ std::size_t Swarm::add_named(std::span<const SocketAddress> addresses) {
     const std::size_t added = candidates_.add_named(addresses);
     if (runs_) connect_some();
     return added;
+}
+
+// Connections from within the program are shown at addresses that are nobody's.
+void Swarm::set_filter(std::shared_ptr<const IpFilter> filter) {
+    candidates_.set_filter(std::move(filter));
+    std::vector<std::uint32_t> numbers;
+    for (const auto& [number, link] : links_) {
+        const bool is_outside = reach_of(link->address()) != Reach::nowhere;
+        if (is_outside && candidates_.is_blocked(link->address())) numbers.push_back(number);
+    }
+    for (const std::uint32_t number : numbers) {
+        if (const auto at = links_.find(number); at != links_.end()) drop(*at->second, false);
+    }
 }
 
 void Swarm::choose(std::span<const PiecePriority> wanted, bool sequential) {
@@ -145,6 +159,10 @@ void Swarm::call(const SocketAddress& address, CallForm form) {
 void Swarm::take_incoming(std::unique_ptr<net::Stream> stream) {
     const auto address = stream->peer_address();
     if (!runs_ || !address || !has_room()) return;
+    if (candidates_.is_blocked(*address)) {
+        ++turned_away_;
+        return;
+    }
     ++callers_;
     PeerLink& link = add_link(*address, true, crypto_);
     link.take_call(std::move(stream));

@@ -90,6 +90,8 @@ class Swarm final : private LinkOwner {
     void add_peers(std::span<const SocketAddress> addresses);
     /// Addresses that others name, see Candidates::add_named(). Returns how many were new.
     std::size_t add_named(std::span<const SocketAddress> addresses);
+    /// From now on there is no connection with whom the filter blocks; null: it blocks nobody.
+    void set_filter(std::shared_ptr<const IpFilter> filter);
     /// Takes a connection that a peer made.
     void take_incoming(std::unique_ptr<net::Stream> stream);
     /// Takes a connection that somebody within the program made: it is neither encrypted nor counted.
@@ -109,6 +111,8 @@ class Swarm final : private LinkOwner {
     /// Addresses that came by the exchange of peers, and peers that called.
     [[nodiscard]] std::size_t exchanged() const noexcept { return exchanged_; }
     [[nodiscard]] std::size_t callers() const noexcept { return callers_; }
+    /// Addresses and callers that the filter has kept away.
+    [[nodiscard]] std::size_t blocked() const noexcept { return candidates_.blocked() + turned_away_; }
     /// Bytes of blocks that came and were not needed.
     [[nodiscard]] std::int64_t wasted() const noexcept { return wasted_; }
 
@@ -191,6 +195,7 @@ class Swarm final : private LinkOwner {
     std::int64_t wasted_ = 0;
     std::size_t exchanged_ = 0;
     std::size_t callers_ = 0;
+    std::size_t turned_away_ = 0;  ///< callers whom the filter blocks
     net::Timer ticks_;
     Links links_;
     std::vector<std::unique_ptr<PeerLink>> gone_;  ///< ended, and perhaps in the middle of a call

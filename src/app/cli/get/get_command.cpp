@@ -33,6 +33,13 @@ Complaint override_settings(Settings& settings, const GetOptions& options) {
         settings.override_value(setting.section, setting.key, to_utf16(std::to_string(value)));
     };
     if (Complaint complaint = check_named_files(options.job)) return complaint;
+    if (!options.ip_filter.empty()) {
+        const std::u16string list = absolute_path(to_utf16(options.ip_filter));
+        if (path_kind(list) != PathKind::file)
+            return "--ip-filter: there is no file " + options.ip_filter + ".";
+        settings.override_value(setting::ip_filter.section, setting::ip_filter.key, u"1");
+        settings.override_value(setting::ip_filter_file.section, setting::ip_filter_file.key, list);
+    }
     if (options.jobs) set(setting::max_jobs, *options.jobs);
     // The trackers of torrents know the settings, not the options of a job.
     if (options.job.insecure) set(setting::verify_peer, 0);
@@ -217,6 +224,9 @@ void add_get_command(CommandSet& commands) {
                    "The time that a job tries without a byte: 90s, 5m, 2h, 1d; 0: without end (default: "
                    "without end in a terminal and with --retries, else 1d)");
     add_seed_options(get, options->seed);
+    get.add_option(
+        "--ip-filter", options->ip_filter,
+        "A list of addresses that are no peers of torrents, as ipfilter.dat in the data folder is");
 }
 
 }  // namespace vantlow

@@ -143,6 +143,9 @@ void add_torrent(ordered_json& json, const TorrentReport& report) {
     json["sent"] = report.sent;
     json["ratio"] = report.ratio();
     json["seeds"] = report.seeds;
+    json["blocked"] = report.blocked;
+    json["port"] = report.port != 0 ? ordered_json(report.port) : ordered_json(nullptr);
+    json["portMapping"] = {{"open", report.is_passed_on}, {"text", report.port_news}};
     json["peers"] = peers_json(report);
     json["trackers"] = trackers_json(report);
     json["pieces"] = pieces_json(report);

@@ -122,12 +122,6 @@ std::string files_text(const TorrentReport& report) {
     return table.text();
 }
 
-bool has_bit(const std::string& wire, std::int64_t piece) {
-    const auto at = static_cast<std::size_t>(piece / 8);
-    const unsigned bit = 0x80U >> static_cast<unsigned>(piece % 8);
-    return at < wire.size() && (static_cast<unsigned char>(wire[at]) & bit) != 0;
-}
-
 // A line of 64 signs at most, each for as many pieces.
 std::string pieces_text(const TorrentReport& report) {
     if (!report.is_described) return "The torrent's description is not known yet.\n";
@@ -141,8 +135,8 @@ std::string pieces_text(const TorrentReport& report) {
         std::int64_t good = 0;
         bool is_begun = false;
         for (std::int64_t piece = first; piece < last; ++piece) {
-            good += has_bit(report.good, piece) ? 1 : 0;
-            is_begun = is_begun || has_bit(report.begun, piece);
+            good += has_bit(report.good, static_cast<std::size_t>(piece)) ? 1 : 0;
+            is_begun = is_begun || has_bit(report.begun, static_cast<std::size_t>(piece));
         }
         text += good == last - first ? '#' : good > 0 ? '+' : is_begun ? '-' : '.';
     }

@@ -47,11 +47,17 @@ struct EditorFacts {
     Editor editor;
 };
 constexpr EditorFacts editors[] = {
-    {"Settings/DataFolder", Editor::folder}, {"Others/BackupTo", Editor::folder},
-    {"Connection/CAFile", Editor::file},     {"Download/CookieFile", Editor::file},
-    {"Dial Up/Password", Editor::password},  {"Download/FileOverwriteRule", Editor::choice},
-    {"Torrent/Crypto", Editor::choice},      {"Settings/Language", Editor::choice},
-    {"RPC/Secret", Editor::password},        {"Schedule/Week", Editor::weekdays},
+    {"Settings/DataFolder", Editor::folder},
+    {"Others/BackupTo", Editor::folder},
+    {"Connection/CAFile", Editor::file},
+    {"Download/CookieFile", Editor::file},
+    {"Torrent/IPFilterFile", Editor::file},
+    {"Dial Up/Password", Editor::password},
+    {"Download/FileOverwriteRule", Editor::choice},
+    {"Torrent/Crypto", Editor::choice},
+    {"Settings/Language", Editor::choice},
+    {"RPC/Secret", Editor::password},
+    {"Schedule/Week", Editor::weekdays},
 };
 
 bool lists(std::string_view list, std::string_view one) {

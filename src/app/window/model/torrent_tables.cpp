@@ -79,10 +79,6 @@ std::string signs_of(const TorrentPeer& peer) {
     return text;
 }
 
-bool has_bit(const std::string& bits, std::size_t at) noexcept {
-    return at / 8 < bits.size() && (static_cast<unsigned char>(bits[at / 8]) >> (7 - at % 8) & 1U) != 0;
-}
-
 }  // namespace
 
 std::string TorrentTable::title() const {

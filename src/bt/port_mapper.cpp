@@ -1,0 +1,166 @@
+#include "bt/port_mapper.h"
+
+#include <algorithm>
+#include <array>
+
+#include "platform/thread.h"
+
+namespace vantlow {
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr const char* order_name = "Vantlow";
+// A router has room for some dozens.
+constexpr std::size_t most_ports = 100;
+// What is missing by a moment need not wait for a second look.
+constexpr Clock::duration longest_wait = 24h;
+
+std::string words_of(const PortMapper::Port& port) {
+    return std::string(port.first == PortMapper::Transport::tcp ? "TCP" : "UDP") + " port " +
+           std::to_string(port.second);
+}
+
+}  // namespace
+
+PortMapper::~PortMapper() {
+    {
+        const MutexLock guard(mutex_);
+        for (auto& [port, entry] : ports_) entry.holders = 0;
+        is_changed_ = true;
+    }
+    stop_.request();
+    changed_.notify_one();
+    if (thread_.joinable()) thread_.join();
+}
+
+void PortMapper::hold(const Port& port) {
+    const MutexLock guard(mutex_);
+    if (!ports_.contains(port) && ports_.size() >= most_ports) return;
+    Entry& entry = ports_[port];
+    if (++entry.holders > 1) return;
+    entry.due = Clock::now();
+    if (library_.PortMap_Find == nullptr) {
+        entry.state.text = missing_library_text("libportmap");
+        return;
+    }
+    is_changed_ = true;
+    changed_.notify_one();
+    if (runs_ || stop_.requested()) return;
+    runs_ = start_thread(thread_, [this] { run(); }).ok();
+}
+
+void PortMapper::let_go(const Port& port) {
+    const MutexLock guard(mutex_);
+    const auto at = ports_.find(port);
+    if (at == ports_.end() || at->second.holders == 0) return;
+    if (--at->second.holders > 0) return;
+    if (!at->second.state.is_open) {
+        ports_.erase(at);
+        return;
+    }
+    is_changed_ = true;
+    changed_.notify_one();
+}
+
+PortMapper::State PortMapper::state(const Port& port) const {
+    const MutexLock guard(mutex_);
+    const auto at = ports_.find(port);
+    return at == ports_.end() ? State() : at->second.state;
+}
+
+bool PortMapper::next_order(Port& port, bool& opens, Clock::duration& wait) {
+    const auto now = Clock::now();
+    wait = longest_wait;
+    const MutexLock guard(mutex_);
+    is_changed_ = false;
+    for (const auto& [one, entry] : ports_) {
+        opens = entry.holders > 0;
+        if (!opens || entry.due <= now) {
+            port = one;
+            return true;
+        }
+        wait = std::min<Clock::duration>(wait, entry.due - now);
+    }
+    return false;
+}
+
+void PortMapper::note(const Port& port, State state, Clock::duration due) {
+    const MutexLock guard(mutex_);
+    const auto at = ports_.find(port);
+    if (at == ports_.end()) return;
+    at->second.state = std::move(state);
+    at->second.due = Clock::now() + due;
+}
+
+void PortMapper::find_router() {
+    const auto stopped = [](void* self) { return static_cast<PortMapper*>(self)->stop_.requested() ? 1 : 0; };
+    router_ = library_.PortMap_Find(stopped, this);
+    if (router_ == nullptr) return;
+    std::array<char, VANTLOW_ROUTER_ROOM> protocol{};
+    std::array<char, VANTLOW_ROUTER_ROOM> address{};
+    library_.PortMap_Describe(router_, protocol.data(), address.data(), protocol.size());
+    router_name_ = std::string("router (") + protocol.data();
+    if (address[0] != '\0') router_name_ += std::string(", ") + address.data();
+    router_name_ += ")";
+}
+
+// It may be another one by the next time.
+void PortMapper::lose_router() {
+    if (router_ != nullptr) library_.PortMap_Forget(router_);
+    router_ = nullptr;
+}
+
+void PortMapper::open(const Port& port) {
+    if (router_ == nullptr) find_router();
+    if (router_ == nullptr) {
+        return note(port, {false, "No router that passes calls on was found (UPnP, NAT-PMP)."}, times_.again);
+    }
+    std::array<char, VANTLOW_ROUTER_ROOM> why{};
+    const auto lease = static_cast<std::uint32_t>(times_.lease.count());
+    const std::uint32_t granted = library_.PortMap_Open(router_, static_cast<int>(port.first), port.second,
+                                                        lease, order_name, why.data(), why.size());
+    if (granted == 0) {
+        note(port, {false, words_of(port) + " is not passed on by the " + router_name_ + ": " + why.data()},
+             times_.again);
+        return lose_router();
+    }
+    // One that grants less than a moment would be asked without end.
+    const auto half = std::max(std::chrono::milliseconds(granted) * 500, std::chrono::milliseconds(1000));
+    note(port, {true, "The " + router_name_ + " passes " + words_of(port) + " on to this machine."}, half);
+}
+
+void PortMapper::close(const Port& port) {
+    bool is_open = false;
+    {
+        const MutexLock guard(mutex_);
+        const auto at = ports_.find(port);
+        // Somebody may want it again.
+        if (at == ports_.end() || at->second.holders > 0) return;
+        is_open = at->second.state.is_open;
+        ports_.erase(at);
+    }
+    if (is_open && router_ != nullptr)
+        library_.PortMap_Close(router_, static_cast<int>(port.first), port.second);
+}
+
+void PortMapper::run() {
+    std::optional<Clock::time_point> end;
+    for (;;) {
+        Port port;
+        bool opens = false;
+        Clock::duration wait{};
+        const bool is_due = next_order(port, opens, wait);
+        if (stop_.requested() && !end) end = Clock::now() + times_.goodbye;
+        if (end && (!is_due || Clock::now() >= *end)) break;
+        if (is_due) {
+            opens ? open(port) : close(port);
+            continue;
+        }
+        MutexLock guard(mutex_);
+        changed_.wait_for(guard, wait, [this]() VANTLOW_REQUIRES(mutex_) { return is_changed_; });
+    }
+    lose_router();
+}
+
+}  // namespace vantlow

@@ -1,0 +1,124 @@
+// Ports that a router passes on, with a router of the test's.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <thread>
+
+#include "bt/port_mapper.h"
+
+namespace vantlow {
+namespace {
+
+using namespace std::chrono_literals;
+using Transport = PortMapper::Transport;
+
+/// The router as the library has it: one for the process, as its operations have no other context.
+struct TestRouter {
+    Mutex mutex;
+    std::map<PortMapper::Port, int> open;  ///< how often each was asked for
+    std::vector<std::uint16_t> closed;
+    int searches = 0;
+    bool is_there = true;
+    std::uint16_t refuses = 0;
+    std::uint32_t grants = 3600;
+};
+TestRouter* router = nullptr;
+
+PortmapTable table_of_router() {
+    PortmapTable table;
+    table.PortMap_Find = [](int (*)(void*), void*) -> VantlowRouter* {
+        const MutexLock guard(router->mutex);
+        ++router->searches;
+        return router->is_there ? reinterpret_cast<VantlowRouter*>(router) : nullptr;
+    };
+    table.PortMap_Forget = [](VantlowRouter*) {};
+    table.PortMap_Describe = [](const VantlowRouter*, char* protocol, char* address, std::size_t) {
+        std::strcpy(protocol, "UPnP");
+        std::strcpy(address, "192.0.2.1");
+    };
+    table.PortMap_Open = [](VantlowRouter*, int protocol, std::uint16_t port, std::uint32_t, const char*,
+                            char* why, std::size_t) -> std::uint32_t {
+        const MutexLock guard(router->mutex);
+        std::strcpy(why, port == router->refuses ? "No." : "");
+        if (port == router->refuses) return 0;
+        ++router->open[{static_cast<Transport>(protocol), port}];
+        return router->grants;
+    };
+    table.PortMap_Close = [](VantlowRouter*, int, std::uint16_t port) {
+        const MutexLock guard(router->mutex);
+        router->closed.push_back(port);
+        return 1;
+    };
+    return table;
+}
+
+class PortMapperTest : public testing::Test {
+  protected:
+    PortMapperTest() { router = &here; }
+    ~PortMapperTest() override { router = nullptr; }
+    template <class Holds>
+    bool until(const Holds& holds) {
+        const auto end = Clock::now() + 20s;
+        for (;;) {
+            {
+                const MutexLock guard(here.mutex);
+                if (holds()) return true;
+            }
+            if (Clock::now() > end) return false;
+            std::this_thread::sleep_for(5ms);
+        }
+    }
+    bool says(const PortMapper& mapper, const PortMapper::Port& port, const char* text, bool is_open) {
+        return until([&] {
+            const auto state = mapper.state(port);
+            return state.is_open == is_open && state.text.find(text) != std::string::npos;
+        });
+    }
+
+    TestRouter here;
+    const PortmapTable table = table_of_router();
+    const PortMapper::Port peers{Transport::tcp, 5000};
+    const PortMapper::Port node{Transport::udp, 5001};
+};
+
+TEST_F(PortMapperTest, PassesOnWhatIsHeldAndTakesBackTheRest) {
+    here.refuses = 5002;
+    {
+        PortMapper mapper(table);
+        HeldPort one(mapper, peers);
+        HeldPort again(mapper, peers);
+        HeldPort udp(mapper, node);
+        HeldPort refused(mapper, {Transport::tcp, 5002});
+        EXPECT_TRUE(says(mapper, peers, "The router (UPnP, 192.0.2.1) passes TCP port 5000 on", true));
+        EXPECT_TRUE(says(mapper, node, "UDP port 5001", true));
+        EXPECT_TRUE(says(mapper, {Transport::tcp, 5002}, "No.", false));
+        EXPECT_TRUE(until([&] { return here.open[peers] == 1; })) << "once, for whoever holds it";
+        one = {};
+        again = HeldPort();
+        EXPECT_TRUE(until([&] { return here.closed == std::vector<std::uint16_t>{5000}; }));
+        EXPECT_EQ(mapper.state(peers), PortMapper::State());
+    }
+    EXPECT_EQ(here.closed, (std::vector<std::uint16_t>{5000, 5001})) << "and what is left at the end";
+}
+
+TEST_F(PortMapperTest, AsksAgainInTimeAndLooksForARouterThatWasNotThere) {
+    here.is_there = false;
+    here.grants = 2;
+    PortMapper mapper(table, {.lease = 2s, .again = 1s});
+    const HeldPort held(mapper, peers);
+    EXPECT_TRUE(says(mapper, peers, "No router", false));
+    {
+        const MutexLock guard(here.mutex);
+        here.is_there = true;
+    }
+    EXPECT_TRUE(says(mapper, peers, "passes TCP port 5000", true));
+    EXPECT_TRUE(until([&] { return here.open[peers] >= 3; })) << "each second";
+    EXPECT_LE(here.open[peers], 4);
+    const PortmapTable none;
+    PortMapper without(none);
+    const HeldPort vain(without, peers);
+    EXPECT_NE(vain.state().text.find("libportmap"), std::string::npos);
+}
+
+}  // namespace
+}  // namespace vantlow
