@@ -196,7 +196,7 @@ def ask_for_removal(window, is_asked):
 
 def confirmations(window, server):
     window.start()
-    window.run("add", "--paused", f"{server}/one.bin", f"{server}/two.bin")
+    window.run("add", "--paused", "--dir", str(window.folder), f"{server}/one.bin", f"{server}/two.bin")
     window.wait_for_rows(2)
     for is_asked in (True, False):
         to_front("^Vantlow$")
@@ -211,7 +211,7 @@ def confirmations(window, server):
         window.wait_for_rows(2)
     assert "0" in window.run("settings", "get", "Confirmation/Remove").stdout
     # The end while something runs is asked about.
-    window.run("add", "--connections", "1", f"{server}/slow/three.bin")
+    window.run("add", "--connections", "1", "--dir", str(window.folder), f"{server}/slow/three.bin")
     until(lambda: any(job["state"] == "running" for job in window.jobs()), "a running download")
     to_front("^Vantlow$")
     press("ctrl+q")

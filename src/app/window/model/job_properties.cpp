@@ -153,7 +153,7 @@ std::string JobProperties::fault_of(Property property, const std::string& text) 
     }
 }
 
-// What the field holds now; empty where the jobs differ.
+// Returns the text of the field as it is now; empty where the jobs differ.
 std::string JobProperties::text_of(Property property) const {
     const auto& now = now_[index_of(property)];
     return now ? *now : before_[index_of(property)].value_or("");

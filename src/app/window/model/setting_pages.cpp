@@ -98,8 +98,8 @@ std::vector<std::pair<std::string, std::string>> choices_of(std::string_view nam
     return {};
 }
 
-// What an editor shows by itself is left out: the number that switches a switch on in front, and the choices
-// or what 0 means behind.
+// Leaves out of a label what its editor shows by itself: the number that switches a switch on in front, and
+// the choices or the meaning of 0 behind.
 std::string label_of(const KnownSetting& setting, Editor editor) {
     if (editor == Editor::weekdays) return tr("the days on which downloads that start by schedule run");
     std::string label = tr(setting.meaning);
