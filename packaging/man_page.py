@@ -49,10 +49,15 @@ def command_lines(command):
     return lines
 
 
+def does_something(command):
+    """It does, or only its commands do."""
+    return not command.commands or any("--help" not in option.names for option in command.options)
+
+
 def page(program, version, seconds):
     root = words.read_command(program)
     template = pathlib.Path(__file__).with_name("vantlow.1.in").read_text(encoding="utf-8")
-    commands = [line for c in root.walk() if c.path and not c.commands for line in command_lines(c)]
+    commands = [line for c in root.walk() if c.path and does_something(c) for line in command_lines(c)]
     options = [line for option in root.options for line in option_lines(option)]
     date = datetime.datetime.fromtimestamp(seconds, datetime.timezone.utc).date().isoformat()
     for name, value in (
