@@ -198,8 +198,8 @@ def take(kind, programs, folder, server, document, language, theme, scale):
             if language == "en" and not theme and scale == 1:
                 dialog(folder, f"{name}-6-menu{i}", key)
                 press("Escape")  # out of the bar, too
-        question(window, folder, name, server)
         torrent(window, folder, name, document)
+        question(window, folder, name, server)
         window.run("quit")
 
 
