@@ -195,8 +195,7 @@ Result TorrentFiles::check(const std::optional<StorageState>& state, std::int64_
         const std::vector<std::size_t> late = late_pieces(*storage_, believed);
         doubted.insert(doubted.end(), late.begin(), late.end());
         std::ranges::sort(doubted);
-        const auto twice = std::ranges::unique(doubted);
-        doubted.erase(twice.begin(), twice.end());
+        doubted.erase(std::unique(doubted.begin(), doubted.end()), doubted.end());
         good_ = std::move(believed.good);
     } else {
         doubted = doubt(some_since);

@@ -98,17 +98,29 @@ std::vector<std::pair<std::string, std::string>> choices_of(std::string_view nam
     return {};
 }
 
+// Latin letters alone have a form for the beginning of a line that the text of a setting lacks.
+std::string as_heading(std::string text) {
+    const auto at = [&text](std::size_t i) { return static_cast<unsigned char>(text[i]); };
+    if (!text.empty() && at(0) >= 'a' && at(0) <= 'z') {
+        text[0] = static_cast<char>(at(0) - ('a' - 'A'));
+    } else if (text.size() > 1 && at(0) == 0xC3 && at(1) >= 0xA0 && at(1) <= 0xBE && at(1) != 0xB7) {
+        text[1] = static_cast<char>(at(1) - 0x20);  // U+00E0 to U+00FE
+    }
+    return text;
+}
+
 // Leaves out of a label what its editor shows by itself: the number that switches a switch on in front, and
 // the choices or the meaning of 0 behind.
 std::string label_of(const KnownSetting& setting, Editor editor) {
-    if (editor == Editor::weekdays) return tr("the days on which downloads that start by schedule run");
+    if (editor == Editor::weekdays)
+        return as_heading(tr("the days on which downloads that start by schedule run"));
     std::string label = tr(setting.meaning);
     if (editor == Editor::yes_no && label.starts_with("1: ")) label.erase(0, 3);
     for (const std::string_view values : {"; 0:", "；0：", "；0:", ": 0 ", "：0 "}) {
         const bool is_own = editor == Editor::yes_no || editor == Editor::choice;
         if (const auto at = label.find(values); is_own && at != std::string::npos) label.resize(at);
     }
-    return label;
+    return as_heading(std::move(label));
 }
 
 std::string help_of(const KnownSetting& setting, Editor editor) {
