@@ -52,7 +52,7 @@ class IpFilterReader {
     static constexpr std::size_t most_ranges = 4'000'000;  ///< of each family, before they are merged
 
     void feed(std::string_view bytes);
-    /// What follows is another list.
+    /// Another list follows.
     void end_list();
     /// A list could not be read to its end.
     void fail(std::string sentence) { filter_.reading_.failure = std::move(sentence); }

@@ -13,7 +13,7 @@ using namespace std::chrono_literals;
 constexpr const char* order_name = "Vantlow";
 // A router has room for some dozens.
 constexpr std::size_t most_ports = 100;
-// What is missing by a moment need not wait for a second look.
+// Where nothing is due the thread looks again after a day.
 constexpr Clock::duration longest_wait = 24h;
 
 std::string words_of(const PortMapper::Port& port) {

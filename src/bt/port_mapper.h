@@ -42,7 +42,7 @@ class PortMapper {
     void hold(const Port& port);
     void let_go(const Port& port);
 
-    /// What is known of a port.
+    /// The state of a port, as far as it is known.
     struct State {
         bool is_open = false;  ///< the router passes it on
         std::string text;      ///< a sentence, UTF-8; empty while nothing is known

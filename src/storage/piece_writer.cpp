@@ -8,7 +8,7 @@
 namespace vantlow {
 namespace {
 
-// What is gathered of a piece is written from this on, even if the piece is not whole.
+// The bytes gathered of a piece are written from this size on, even if the piece is not whole.
 constexpr std::int64_t run_size = 1024 * 1024;
 // A step of reading back stays in the processor's own cache until it is hashed.
 constexpr std::int64_t read_step = 256 * 1024;
@@ -193,7 +193,7 @@ Result PieceWriter::State::write_run(std::int64_t index, Piece& piece, std::int6
     return {};
 }
 
-// What came out of order is read from the system's cache, not from the disk.
+// Bytes that came out of order are read from the system's cache, not from the disk.
 Result PieceWriter::State::read_back(std::int64_t index, Piece& piece, const StopSource& stop) {
     std::vector<std::byte> buffer;
     while (piece.digest->bytes() < piece.size) {

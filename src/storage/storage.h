@@ -25,7 +25,8 @@ namespace vantlow {
 struct StorageRules {
     bool allocate = false;        ///< a file gets room for all of its bytes when its first ones are written
     std::size_t open_files = 40;  ///< descriptors at most, but for those of operations in hand
-    /// What is there is read, also while another storage has it open; nothing is made or removed.
+    /// The files that are there are read, also while another storage has them open; nothing is made or
+    /// removed.
     bool looks_only = false;
 };
 

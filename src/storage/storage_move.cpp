@@ -39,7 +39,7 @@ void Storage::begin_move(const std::u16string& folder) {
             part_root_ ^= 1U;
         }
         roots_[1] = folder;
-        // What has no file yet is begun there.
+        // A file that is not there yet is begun there.
         for (Place& place : places_) {
             if (place.shape == FileShape::absent) place.root = 1;
         }

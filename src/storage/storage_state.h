@@ -19,7 +19,7 @@ struct FileMark {
     bool in_work = false;       ///< it was written to: later writes may have changed size and time
 };
 
-/// What a later run may believe. A plain record.
+/// The facts that a later run may believe. A plain record.
 struct StorageState {
     std::string identity;  ///< of the job's document, for example its info hash
     std::int64_t piece_length = 0;
