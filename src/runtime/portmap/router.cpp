@@ -6,6 +6,8 @@
 #else
 #include <arpa/inet.h>
 #include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
 #endif
 
 #include <miniupnpc/miniupnpc.h>
@@ -129,6 +131,28 @@ class NatPmp {
 
 #endif
 
+/// Whether datagrams to all UPnP devices have a way out. Without one the library writes to the terminal.
+bool has_way_to_devices() {
+    sockaddr_in devices{};
+    devices.sin_family = AF_INET;
+    devices.sin_port = htons(1900);
+    inet_pton(AF_INET, "239.255.255.250", &devices.sin_addr);
+#ifdef _WIN32
+    const SOCKET probe = socket(AF_INET, SOCK_DGRAM, 0);
+    if (probe == INVALID_SOCKET) return false;
+#else
+    const int probe = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    if (probe < 0) return false;
+#endif
+    const bool has_way = connect(probe, reinterpret_cast<const sockaddr*>(&devices), sizeof devices) == 0;
+#ifdef _WIN32
+    closesocket(probe);
+#else
+    close(probe);
+#endif
+    return has_way;
+}
+
 /// A router's UPnP.
 class Upnp {
   public:
@@ -140,6 +164,7 @@ class Upnp {
     Upnp& operator=(const Upnp&) = delete;
 
     bool find(const Asker& asker, std::string& address) {
+        if (!has_way_to_devices()) return false;
         int error = 0;
         UPNPDev* const devices = upnpDiscover(upnp_patience, nullptr, nullptr, 0, 0, upnp_hops, &error);
         if (devices == nullptr) return false;
