@@ -14,8 +14,8 @@ import sys
 import tempfile
 import time
 
-ADDRESS = "10.77.0.1"
-MIB = 1 << 20
+from torrents import ADDRESS, MIB, enter_own_network
+
 SEED_RATE = 16 * MIB
 
 
@@ -62,10 +62,7 @@ def main():
     parser.add_argument("--seed", type=int, default=1)
     parser.add_argument("--inside", action="store_true", help=argparse.SUPPRESS)
     options = parser.parse_args()
-    if not options.inside:
-        os.execvp("unshare", ["unshare", "-n", "/usr/bin/python3", *sys.argv, "--inside"])
-    for words in (("link", "set", "lo", "up"), ("addr", "add", f"{ADDRESS}/24", "dev", "lo")):
-        subprocess.run(["ip", *words], check=True)
+    enter_own_network(options.inside, "/usr/bin/python3")
     random.seed(options.seed)
     program = os.path.abspath(options.vantlow)
     with tempfile.TemporaryDirectory() as folder:

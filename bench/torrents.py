@@ -90,6 +90,14 @@ class Trackers(socketserver.ThreadingMixIn, http.server.HTTPServer):
         pass  # a program that has its file hangs up on the tracker, too
 
 
+def enter_own_network(is_inside, python):
+    """Starts the script once more in a network that has nothing but ADDRESS; returns there."""
+    if not is_inside:
+        os.execvp("unshare", ["unshare", "-n", python, *sys.argv, "--inside"])
+    for words in (("link", "set", "lo", "up"), ("addr", "add", f"{ADDRESS}/24", "dev", "lo")):
+        subprocess.run(["ip", *words], check=True)
+
+
 def measure(command, target, original):
     """Wall and processor seconds; None for a wrong file."""
     os.makedirs(target)
@@ -182,8 +190,7 @@ class Comparison:
             for _ in range(self.options.rounds):
                 for program, command in self.commands(scenario, original, info_hash).items():
                     seen.setdefault(program, []).append(measure(command, self.target, original))
-                    print(f"{name} {program}: {seen[program][-1]}", file=sys.stderr)
-                print(f"{name} {program}: {seen[program][-1]}", file=sys.stderr, flush=True)
+                    print(f"{name} {program}: {seen[program][-1]}", file=sys.stderr, flush=True)
         finally:
             self.end_seeds()
         os.remove(original)
@@ -207,10 +214,7 @@ def main():
     parser.add_argument("--python", default="/usr/bin/python3", help="one that has libtorrent")
     parser.add_argument("--inside", action="store_true", help=argparse.SUPPRESS)
     options = parser.parse_args()
-    if not options.inside:
-        os.execvp("unshare", ["unshare", "-n", sys.executable, *sys.argv, "--inside"])
-    for words in (("link", "set", "lo", "up"), ("addr", "add", f"{ADDRESS}/24", "dev", "lo")):
-        subprocess.run(["ip", *words], check=True)
+    enter_own_network(options.inside, sys.executable)
     options.vantlow = os.path.abspath(options.vantlow)
     with tempfile.TemporaryDirectory(dir=options.dir) as folder:
         os.environ |= {"HOME": folder, "XDG_RUNTIME_DIR": folder, "XDG_CONFIG_HOME": "", "XDG_DATA_HOME": ""}

@@ -84,7 +84,7 @@ class Storage {
     Result sync();
     /// The file is whole: it is cut to its length, put on the disk, unless sync() did that after the last
     /// write to it, and takes its name, which the next sync() puts on the disk. A file that somebody else put
-    /// there keeps it, and ours takes a free one. A file without bytes is made.
+    /// there keeps it, and ours takes a free one. A file without bytes is made. Not while sync() runs.
     Result finish(std::size_t file);
     /// A file that is chosen takes its bytes out of the part file, safe on the disk when this returns. One
     /// that is not chosen any more keeps the file that it has until it is put back.

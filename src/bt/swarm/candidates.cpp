@@ -21,9 +21,9 @@ Candidates::Entry* Candidates::find(const SocketAddress& address) {
 }
 
 void Candidates::note(const std::string& key, const SocketAddress& address) {
-    const bool is_new =
-        known_.try_emplace(key, Entry{.address = address, .is_blocked = is_blocked(address)}).second;
-    if (is_new && is_blocked(address)) ++blocked_;
+    const bool blocks = is_blocked(address);
+    const bool is_new = known_.try_emplace(key, Entry{.address = address, .is_blocked = blocks}).second;
+    if (is_new && blocks) ++blocked_;
 }
 
 void Candidates::set_filter(std::shared_ptr<const IpFilter> filter) {
