@@ -124,6 +124,7 @@ void UtpStream::close() noexcept {
     const auto connected = std::exchange(connected_, nullptr);
     const auto readable = std::exchange(readable_, nullptr);
     const auto writable = std::exchange(writable_, nullptr);
+    can_read_ = can_write_ = false;
     if (is_queued_) port_.forget(*this);
     if (VantlowUtpClient* const client = std::exchange(client_, nullptr))
         port_.library_.UTP_Cli_Close(client);
