@@ -379,7 +379,7 @@ void add_torrent_job_commands(CommandSet& commands) {
     const auto options = std::make_shared<CheckOptions>();
     CLI::App& check = commands.add_below(
         group, "check", "Hold the files on the disk against a torrent's hashes; nothing is changed",
-        on_store([options](StoreCommand& command) { return run_check(command, *options); }));
+        on_store_as_it_is([options](StoreCommand& command) { return run_check(command, *options); }));
     check.add_option("TORRENT", options->torrent, "A job's id, or the beginning of it, or a torrent file")
         ->required();
     check.add_option("-d,--dir", options->folder,
