@@ -291,6 +291,8 @@ MadeJobs JobMaker::make(const std::string& link) {
     constexpr std::u16string_view scheme = u"metalink://";
     if (istarts_with(address, scheme) && address.size() > scheme.size())
         return make_metalink(address.substr(scheme.size()));
+    if (address.find(u"://") != std::u16string::npos && find_protocol(address) != nullptr)
+        return make_link(address);
     // Only an existing file is a document on this machine.
     std::u16string path = address;
     std::u16string fragment;
