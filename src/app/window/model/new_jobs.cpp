@@ -156,7 +156,7 @@ std::vector<FormFault> NewJobs::check(const NewJobForm& form) const {
     if (count == 0) wrong(Field::addresses, Wrong::empty);
     if (count > most_pattern_links) wrong(Field::addresses, Wrong::too_many);
     for (const std::string& link : preview(form, most_pattern_links)) {
-        if (is_fetchable(link) || is_document_here(link)) continue;
+        if (is_fetchable(to_utf16(link)) || is_document_here(link)) continue;
         wrong(Field::addresses, Wrong::not_fetchable, without_login(link));
         break;  // one is enough to be mended first
     }
