@@ -20,6 +20,7 @@ void add_list_commands(CommandSet& commands);         ///< list, show, log
 void add_steer_commands(CommandSet& commands);        ///< stop, remove (`start` is the resident program's)
 void add_change_commands(CommandSet& commands);       ///< change, limit, check, undo
 void add_torrent_job_commands(CommandSet& commands);  ///< torrent peers, trackers, files, pieces, check
+void add_scrape_command(CommandSet& commands);        ///< torrent scrape
 void add_category_commands(CommandSet& commands);     ///< category ..., move
 void add_schedule_command(CommandSet& commands);      ///< schedule ...
 void add_list_file_commands(CommandSet& commands);    ///< export, import
