@@ -9,6 +9,7 @@
 
 #include "app/window/model/texts.h"
 #include "app/window/model/translate.h"
+#include "app/window/system.h"
 #include "app/window/words.h"
 
 namespace vantlow {
@@ -32,7 +33,7 @@ const std::array<wxColour, 6> work_colours{wxColour(42, 111, 208), wxColour(122,
 DrawnPane::DrawnPane(wxWindow* parent, const wxString& name)
     : wxPanel(parent, wxID_ANY, wxDefaultPosition, wxDefaultSize,
               wxTAB_TRAVERSAL | wxFULL_REPAINT_ON_RESIZE) {
-    SetName(name);
+    name_for_readers(*this, name);
     SetBackgroundStyle(wxBG_STYLE_PAINT);
     SetMinSize(FromDIP(wxSize(80, 48)));
     Bind(wxEVT_PAINT, [this](wxPaintEvent&) {

@@ -18,6 +18,7 @@
 
 #include "app/window/confirm.h"
 #include "app/window/model/translate.h"
+#include "app/window/system.h"
 #include "app/window/words.h"
 #include "base/text.h"
 
@@ -64,11 +65,11 @@ OptionsDialog::OptionsDialog(wxWindow& parent, SettingPages& pages,
     auto* const left = new wxBoxSizer(wxVERTICAL);
     search_ = new wxSearchCtrl(this, wxID_ANY);
     search_->SetDescriptiveText(ui(tr("Search the options")));
-    search_->SetName(ui(tr("Search the options")));
+    name_for_readers(*search_, ui(tr("Search the options")));
     search_->ShowCancelButton(true);
     left->Add(search_, wxSizerFlags().Expand().Border(wxBOTTOM, FromDIP(6)));
     titles_ = new wxListBox(this, wxID_ANY);
-    titles_->SetName(ui(tr("Pages")));
+    name_for_readers(*titles_, ui(tr("Pages")));
     for (const SettingPage& page : pages_) titles_->Append(ui(page.title));
     titles_->SetMinSize(FromDIP(wxSize(180, 300)));
     left->Add(titles_, wxSizerFlags(1).Expand());
@@ -126,7 +127,7 @@ void OptionsDialog::add_line(wxSizer& all, const SettingLine& line) {
     }
     auto* const row = new wxBoxSizer(wxHORIZONTAL);
     editor = make_editor(line);
-    editor->SetName(ui(line.label));
+    name_for_readers(*editor, ui(line.label));
     editor->SetToolTip(ui(line.setting.name()));
     row->Add(editor, wxSizerFlags(1).CentreVertical());
     const bool is_path =
