@@ -2,6 +2,7 @@
 
 #include <wx/dcbuffer.h>
 #include <wx/settings.h>
+#include <wx/textwrapper.h>
 
 #include <algorithm>
 #include <array>
@@ -46,9 +47,24 @@ DrawnPane::DrawnPane(wxWindow* parent, const wxString& name)
     });
 }
 
-void DrawnPane::draw_note(wxDC& dc, const wxSize& size, const wxString& text) const {
+wxString wrapped(wxWindow& room, const wxString& text, int width) {
+    class Wrapper : public wxTextWrapper {
+      public:
+        wxString all;
+
+      private:
+        void OnOutputLine(const wxString& line) override { all += line; }
+        void OnNewLine() override { all += "\n"; }
+    };
+    Wrapper wrapper;
+    wrapper.Wrap(&room, text, width);
+    return wrapper.all;
+}
+
+void DrawnPane::draw_note(wxDC& dc, const wxSize& size, const wxString& text) {
+    const wxRect room = wxRect(size).Deflate(FromDIP(6));
     dc.SetTextForeground(blend(ink_colour(), paper_colour(), 0.65));
-    dc.DrawLabel(text, wxRect(size).Deflate(FromDIP(6)), wxALIGN_CENTRE);
+    dc.DrawLabel(wrapped(*this, text, room.width), room, wxALIGN_CENTRE);
 }
 
 wxColour DrawnPane::blend(const wxColour& over, const wxColour& paper, double part) {

@@ -14,9 +14,9 @@
 #include <wx/srchctrl.h>
 #include <wx/stattext.h>
 #include <wx/textctrl.h>
-#include <wx/textwrapper.h>
 
 #include "app/window/confirm.h"
+#include "app/window/drawn.h"
 #include "app/window/model/translate.h"
 #include "app/window/system.h"
 #include "app/window/words.h"
@@ -36,21 +36,6 @@ wxColour quiet_ink() {
     };
     return {mixed(ink.Red(), paper.Red()), mixed(ink.Green(), paper.Green()),
             mixed(ink.Blue(), paper.Blue())};
-}
-
-// A check box does not break its label by itself.
-wxString wrapped(wxWindow& room, const wxString& text) {
-    class Wrapper : public wxTextWrapper {
-      public:
-        wxString all;
-
-      private:
-        void OnOutputLine(const wxString& line) override { all += line; }
-        void OnNewLine() override { all += "\n"; }
-    };
-    Wrapper wrapper;
-    wrapper.Wrap(&room, text, room.FromDIP(wrapped_at));
-    return wrapper.all;
 }
 
 }  // namespace
@@ -166,7 +151,9 @@ void OptionsDialog::add_line(wxSizer& all, const SettingLine& line) {
 wxWindow* OptionsDialog::make_editor(const SettingLine& line) {
     using Editor = SettingLine::Editor;
     if (line.editor == Editor::yes_no) {
-        auto* const box = new wxCheckBox(room_, wxID_ANY, wrapped(*room_, as_label(line.label)));
+        // A check box does not break its label by itself.
+        auto* const box =
+            new wxCheckBox(room_, wxID_ANY, wrapped(*room_, as_label(line.label), FromDIP(wrapped_at)));
         box->SetValue(line.value != "0");
         box->Bind(wxEVT_CHECKBOX,
                   [this, line](wxCommandEvent& event) { set(line, event.IsChecked() ? "1" : "0"); });
