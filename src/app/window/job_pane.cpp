@@ -10,6 +10,7 @@
 #include "app/window/confirm.h"
 #include "app/window/model/translate.h"
 #include "app/window/pictures.h"
+#include "app/window/system.h"
 #include "app/window/words.h"
 
 namespace vantlow {
@@ -105,7 +106,7 @@ void JobPane::choose_columns() {
     wxDialog dialog(this, wxID_ANY, ui(tr("Columns")), wxDefaultPosition, wxDefaultSize,
                     wxDEFAULT_DIALOG_STYLE | wxRESIZE_BORDER);
     auto* const list = new wxCheckListBox(&dialog, wxID_ANY);
-    list->SetName(ui(tr("Columns")));
+    name_for_readers(*list, ui(tr("Columns")));
     for (std::size_t i = 0; i < now.columns.size(); ++i) {
         list->Append(title_of(now.columns[i].column));
         list->Check(static_cast<unsigned>(i), now.columns[i].shown);

@@ -15,6 +15,7 @@
 #include "app/window/confirm.h"
 #include "app/window/model/texts.h"
 #include "app/window/model/translate.h"
+#include "app/window/system.h"
 #include "app/window/words.h"
 
 namespace vantlow {
@@ -41,7 +42,7 @@ NewJobDialog::NewJobDialog(wxWindow& parent, WindowModel& model, NewJobForm form
              wxSizerFlags().Border(wxLEFT | wxRIGHT | wxTOP, FromDIP(10)));
     addresses_ = new wxTextCtrl(this, wxID_ANY, ui(form_.addresses), wxDefaultPosition, wxDefaultSize,
                                 wxTE_MULTILINE | wxTE_DONTWRAP);
-    addresses_->SetName(ui(tr("Addresses")));
+    name_for_readers(*addresses_, ui(tr("Addresses")));
     addresses_->SetMinSize(FromDIP(wxSize(520, 90)));
     all->Add(addresses_, wxSizerFlags(1).Expand().Border(wxALL, FromDIP(10)));
     note_ =
@@ -75,7 +76,7 @@ NewJobDialog::NewJobDialog(wxWindow& parent, WindowModel& model, NewJobForm form
 
 void NewJobDialog::build_files(wxSizer& all) {
     files_ = new wxCheckListBox(this, wxID_ANY);
-    files_->SetName(ui(tr("Files")));
+    name_for_readers(*files_, ui(tr("Files")));
     files_->SetMinSize(FromDIP(wxSize(460, 140)));
     files_->Hide();
     all.Add(files_, wxSizerFlags(1).Expand().Border(wxLEFT | wxRIGHT | wxTOP, FromDIP(10)));
@@ -86,10 +87,10 @@ void NewJobDialog::build_places(wxSizer& all) {
     grid->AddGrowableCol(1);
     grid->Add(new wxStaticText(this, wxID_ANY, ui(tr("&Category:"))), wxSizerFlags().CentreVertical());
     category_ = new wxChoice(this, wxID_ANY);
-    category_->SetName(ui(tr("Category")));
+    name_for_readers(*category_, ui(tr("Category")));
     for (const CClassNode* const category : model_.engine.categories()) {
         category_->Append(wxString(' ', static_cast<std::size_t>(2 * depth_of(*category))) +
-                          ui(shown(category->name)));
+                          ui(name_of(*category)));
         categories_.push_back(category->identity);
         if (category->identity == form_.category)
             category_->SetSelection(static_cast<int>(categories_.size()) - 1);
@@ -108,12 +109,12 @@ void NewJobDialog::build_places(wxSizer& all) {
     auto* const last = new wxBoxSizer(wxHORIZONTAL);
     connections_ = new wxSpinCtrl(this, wxID_ANY, wxString(), wxDefaultPosition, wxDefaultSize,
                                   wxSP_ARROW_KEYS, 1, most_connections, form_.connections);
-    connections_->SetName(ui(tr("Connections")));
+    name_for_readers(*connections_, ui(tr("Connections")));
     last->Add(connections_);
     last->Add(new wxStaticText(this, wxID_ANY, ui(tr("&Start:"))),
               wxSizerFlags().CentreVertical().Border(wxLEFT, FromDIP(16)));
     start_ = new wxChoice(this, wxID_ANY);
-    start_->SetName(ui(tr("Start")));
+    name_for_readers(*start_, ui(tr("Start")));
     start_->Append(ui(tr("at once")));
     start_->Append(ui(tr("by hand")));
     if (model_.new_jobs.has_plan()) start_->Append(ui(tr("by the week plan")));
