@@ -55,6 +55,17 @@ bool can_be_fetched(const JobPlan& plan) {
     return kind == JobKind::torrent || (kind == JobKind::transfer && find_protocol(plan.address) != nullptr);
 }
 
+// True for what nobody writes for a server: a path from a root or from the current folder, and the bare name
+// of a document.
+bool is_path(std::u16string_view text) {
+    for (const std::u16string_view begin : {u"/", u"./", u"../", u"\\", u".\\", u"..\\"}) {
+        if (text.starts_with(begin)) return true;
+    }
+    const bool has_drive = text.size() > 2 && text[1] == u':' && (text[2] == u'\\' || text[2] == u'/');
+    const bool is_bare = text.find_first_of(u"/\\:") == std::u16string_view::npos;
+    return has_drive || (is_bare && document_by_name(text) != nullptr);
+}
+
 MadeJobs refuse(DraftFault fault) {
     MadeJobs made;
     made.faults.push_back(std::move(fault));
@@ -305,7 +316,12 @@ MadeJobs JobMaker::make(const std::string& link) {
     }
     const DocumentKind* document = document_by_name(path);
     const std::u16string file = absolute_path(path);
-    if (document == nullptr || path_kind(file) != PathKind::file) return make_link(address);
+    if (document == nullptr || path_kind(file) != PathKind::file) {
+        if (!is_path(address)) return make_link(address);
+        if (path_kind(absolute_path(address)) == PathKind::none)
+            return refuse({DraftFault::Kind::unreadable, address, {}, 0, {FileFault::not_found, 0}});
+        return refuse({DraftFault::Kind::no_document, address});
+    }
     std::vector<std::byte> bytes;
     if (const FileError error = read_file(file, largest_document, bytes); !error.ok())
         return refuse({DraftFault::Kind::unreadable, file, {}, 0, error});

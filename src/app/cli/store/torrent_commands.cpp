@@ -295,7 +295,7 @@ void add_piece_options(CLI::App& word, SteerOptions& options) {
             ->transform(CLI::CheckedTransformer(words));
     };
     add("--sequential", options.sequential,
-        "on or off: fetch the pieces in their order, to look at a film early");
+        "on or off: fetch the pieces in their order, to watch a film early");
     add("--ends-first", options.ends_first,
         "on or off: fetch the beginnings and ends of files before all else");
 }
