@@ -213,7 +213,7 @@ std::string NewJobs::question_of(const NewJobForm& form) const {
     const std::vector<std::string> links = preview(form, 2);
     const bool has_server =
         links.size() == 1 && (istarts_with(links[0], "http://") || istarts_with(links[0], "https://"));
-    if (!has_server || !is_fetchable(links[0])) return {};
+    if (!has_server || !is_fetchable(to_utf16(links[0]))) return {};
     std::string all = links[0];
     for (const std::u16string* part :
          {&form.user, &form.password, &form.referer, &form.agent, &form.cookie, &form.proxy})
