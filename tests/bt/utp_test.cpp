@@ -139,7 +139,7 @@ TEST_F(Utp, AReaderThatDoesNotReadHoldsTheWriterBackAndGetsAllInTheEnd) {
     const std::string text = test::make_content(1, 4'000'000);
     writer.send(text);
     run_until([] { return false; }, 2s);
-    EXPECT_GT(writer.unsent(), 3'000'000U);
+    EXPECT_GT(writer.unsent(), 1'500'000U);
     StreamPump reader(*loop_, std::move(caller));
     reader.receive(text.size());
     EXPECT_TRUE(run_until([&] { return reader.received().size() == text.size(); }, 60s)) << writer.unsent();
@@ -207,8 +207,8 @@ TEST_F(Utp, WhoSendsFarMoreThanHeMayIsLeftAndNonsenseHurtsNobody) {
     const std::string_view answer(reinterpret_cast<const char*>(room.data()), step.bytes);
     const auto heard = static_cast<std::uint16_t>(get_number<std::uint16_t>(answer, 16) - 1);
     const std::string much(1400, 'x');
-    for (std::uint16_t i = 0; i < 2100; ++i) {  // three times, because the system drops some
-        say(packet(0, 78, static_cast<std::uint16_t>(2 + i % 700), heard, much));
+    for (std::uint16_t i = 0; i < 4000; ++i) {  // twice, because the system drops some
+        say(packet(0, 78, static_cast<std::uint16_t>(2 + i % 2000), heard, much));
         if (i % 10 == 0) run_until([] { return false; }, 1ms);
     }
     ASSERT_TRUE(run_until([&] { return !callers_.empty(); }));
@@ -217,7 +217,7 @@ TEST_F(Utp, WhoSendsFarMoreThanHeMayIsLeftAndNonsenseHurtsNobody) {
     run_until([] { return false; }, 1s);
     reader.receive();
     EXPECT_EQ(reader.error(), -1);
-    EXPECT_LE(reader.received().size(), 600'000U) << "held for a peer that keeps to no window";
+    EXPECT_LE(reader.received().size(), 2'500'000U) << "held for a peer that keeps to no window";
 
     // Nonsense, and packets of the right form with random contents, beside a connection that goes on.
     std::minstd_rand chance(3);

@@ -26,11 +26,15 @@ namespace {
 using namespace std::chrono_literals;
 using Clock = std::chrono::steady_clock;
 
-constexpr int window = 256 * 1024;  // bytes that a peer may send ahead, and that it is sent ahead
-constexpr std::size_t most_unread = 2UL * window;  // more than that no peer sends that keeps to the window
-constexpr std::size_t idle_room = 4096;            // that the buffer of a connection without bytes keeps
-constexpr std::size_t most_waiting = 64;           // callers that have said nothing yet
-constexpr Clock::duration patience = 10s;          // with each of them
+// The bytes that a peer may send ahead, and is sent ahead: with many peers each has a share of all.
+constexpr std::size_t largest_window = 1024 * 1024;
+constexpr std::size_t smallest_window = 64 * 1024;
+constexpr std::size_t all_windows = 24 * largest_window;
+constexpr std::size_t rudeness =
+    256 * 1024;                          // more than twice its window and this no peer sends that keeps to it
+constexpr std::size_t idle_room = 4096;  // that the buffer of a connection without bytes keeps
+constexpr std::size_t most_waiting = 64;                 // callers that have said nothing yet
+constexpr Clock::duration patience = 10s;                // with each of them
 constexpr std::chrono::milliseconds between_looks{500};  // libutp looks for what got lost no more often
 
 }  // namespace
@@ -64,6 +68,10 @@ struct VantlowUtpServer {
     void fail(VantlowUtpClient& client) const noexcept;
     void take(VantlowUtpClient& client, const std::uint8_t* bytes, std::size_t size);
     void look(Clock::time_point now) noexcept;
+    [[nodiscard]] std::size_t window() const noexcept {
+        const std::size_t share = all_windows / std::max<std::size_t>(clients.size(), 1);
+        return std::clamp(share, smallest_window, largest_window);
+    }
 };
 
 namespace {
@@ -110,9 +118,10 @@ uint64 take_bytes(utp_callback_arguments* call) try {
     return 0;  // no memory: what came is lost, and so is the connection
 }
 
+// The window is what this leaves of the largest one.
 uint64 count_unread(utp_callback_arguments* call) {
     const VantlowUtpClient* const client = client_of(*call);
-    return client != nullptr ? client->held() : 0;
+    return client != nullptr ? largest_window - client->server->window() + client->held() : 0;
 }
 
 uint64 take_failure(utp_callback_arguments* call) {
@@ -173,8 +182,7 @@ void set_operations(utp_context* context) {
     utp_set_callback(context, UTP_GET_RANDOM, &give_chance);
     utp_set_callback(context, UTP_GET_MILLISECONDS, &give_time<std::chrono::milliseconds>);
     utp_set_callback(context, UTP_GET_MICROSECONDS, &give_time<std::chrono::microseconds>);
-    utp_context_set_option(context, UTP_RCVBUF, window);
-    utp_context_set_option(context, UTP_SNDBUF, window);
+    utp_context_set_option(context, UTP_RCVBUF, static_cast<int>(largest_window));
 }
 
 }  // namespace
@@ -206,7 +214,7 @@ void VantlowUtpServer::fail(VantlowUtpClient& client) const noexcept {
 }
 
 void VantlowUtpServer::take(VantlowUtpClient& client, const std::uint8_t* bytes, std::size_t size) {
-    if (client.held() + size > most_unread) return fail(client);
+    if (client.held() + size > 2 * window() + rudeness) return fail(client);
     const bool was_empty = client.held() == 0;
     if (client.taken > 0 && client.taken >= client.held()) {
         client.unread.erase(client.unread.begin(),
@@ -309,6 +317,7 @@ void UTP_Cli_Close(VantlowUtpClient* client) {
 
 std::ptrdiff_t UTP_Cli_Send(VantlowUtpClient* client, const void* bytes, std::size_t size) try {
     if (client->socket == nullptr || client->has_ended || client->has_failed) return -1;
+    utp_setsockopt(client->socket, UTP_SNDBUF, static_cast<int>(client->server->window()));
     return utp_write(client->socket, const_cast<void*>(bytes), size);
 } catch (...) {
     return -1;  // no memory
