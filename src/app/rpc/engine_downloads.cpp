@@ -10,6 +10,7 @@
 #include "base/text.h"
 #include "bt/announce.h"
 #include "bt/torrent_settings.h"
+#include "engine/kinds.h"
 #include "platform/file.h"
 #include "store/address.h"
 
@@ -207,6 +208,7 @@ rpc::GlobalOptions EngineDownloads::global_options() {
     options.down_limit = settings.flag(setting::limit) ? settings.number(setting::speed_limit) : 0;
     options.up_limit = settings.number(setting::upload_limit);
     options.split_size = settings.number(setting::split_size);
+    options.most_peers = settings.number(setting::most_peers);
     return options;
 }
 
@@ -239,7 +241,7 @@ rpc::Downloads::Added EngineDownloads::result_of(vantlow::Added added) {
 rpc::Downloads::Added EngineDownloads::add_links(const rpc::NewJob& job, JobDraft draft) {
     std::vector<std::u16string> addresses;
     for (const std::string& address : job.addresses) {
-        if (can_be_asked_for(address)) addresses.push_back(to_utf16(address));
+        if (is_fetchable(to_utf16(address))) addresses.push_back(to_utf16(address));
     }
     if (addresses.empty()) return {{}, "None of the addresses can be downloaded."};
     draft.links.push_back(to_utf8(addresses.front()));
@@ -374,7 +376,7 @@ Problem EngineDownloads::change_sources(const Guid& job, const std::vector<std::
         known.insert(known.end(), found->sources->mirrors.begin(), found->sources->mirrors.end());
     std::vector<std::u16string> wanted;
     for (const std::string& address : addresses) {
-        if (!can_be_asked_for(address)) return "The address " + address + " cannot be downloaded.";
+        if (!is_fetchable(to_utf16(address))) return "The address " + address + " cannot be downloaded.";
         const std::u16string text = to_utf16(address);
         const auto same = std::ranges::find(
             known, text, [](const std::u16string& one) { return without_credentials(one); });
@@ -421,6 +423,7 @@ Problem EngineDownloads::change_global(const rpc::GlobalOptions& options) {
     Problem problem;
     if (options.jobs_at_once) problem = write(setting::max_jobs, *options.jobs_at_once);
     if (!problem && options.split_size) problem = write(setting::split_size, *options.split_size);
+    if (!problem && options.most_peers) problem = write(setting::most_peers, *options.most_peers);
     if (!problem && options.down_limit) {
         const std::int64_t limit = *options.down_limit;
         problem = text_of(engine_.set_limit(limit > 0 ? std::optional(limit) : std::nullopt), "The limit");

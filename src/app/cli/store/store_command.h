@@ -42,6 +42,10 @@ struct StoreCommand {
 /// that answers for the command saves, and keeps all output back until then.
 CommandRun on_store(std::function<Exit(StoreCommand&)> command);
 
+/// The same for a command that changes nothing and runs in its own process, whoever owns the data folder.
+/// Nothing is saved; its promise is not used.
+CommandRun on_store_as_it_is(std::function<Exit(StoreCommand&)> command);
+
 /// Finds the jobs that these texts name (GUIDs or unique prefixes of them), in their order, each once. A text
 /// that names none is complained about and makes `complete` false.
 std::vector<Guid> find_jobs(StoreCommand& command, const std::vector<std::string>& ids, bool& complete);

@@ -300,7 +300,7 @@ void add_piece_options(CLI::App& word, SteerOptions& options) {
             ->transform(CLI::CheckedTransformer(words));
     };
     add("--sequential", options.sequential,
-        "on or off: fetch the pieces in their order, to look at a film early");
+        "on or off: fetch the pieces in their order, to watch a film early");
     add("--ends-first", options.ends_first,
         "on or off: fetch the beginnings and ends of files before all else");
 }
@@ -384,7 +384,7 @@ void add_torrent_job_commands(CommandSet& commands) {
     const auto options = std::make_shared<CheckOptions>();
     CLI::App& check = commands.add_below(
         group, "check", "Hold the files on the disk against a torrent's hashes; nothing is changed",
-        on_store([options](StoreCommand& command) { return run_check(command, *options); }));
+        on_store_as_it_is([options](StoreCommand& command) { return run_check(command, *options); }));
     check.add_option("TORRENT", options->torrent, "A job's id, or the beginning of it, or a torrent file")
         ->required();
     check.add_option("-d,--dir", options->folder,
