@@ -46,6 +46,7 @@ const page = {
         else choose(job.gid);
         draw();
     },
+    tell: (error) => say(troubleText(error)),
     toggle(job, event) {
         event.stopPropagation();
         if (event.shiftKey) selectTo(job.gid);

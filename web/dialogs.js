@@ -65,10 +65,10 @@ export const troubleText = (error) =>
 
 export const field = (label, input, more = "") =>
     html`<label class="field ${more}"><span>${label.replace(/:$/, "")}</span>${input}</label>`;
-const input = (label, name, more = {}) =>
+export const input = (label, name, more = {}) =>
     field(label, html`<input name=${name} type=${more.type ?? "text"} placeholder=${more.hint ?? ""} .value=${more.value ?? ""}
         inputmode=${more.mode ?? "text"} autocomplete="off" autocapitalize="off" spellcheck="false" />`);
-const box = (label, name, isOn) =>
+export const box = (label, name, isOn) =>
     html`<label class="box"><input type="checkbox" name=${name} .defaultChecked=${isOn} /><span>${label}</span></label>`;
 
 const isMetalink = (name) => /\.(metalink|meta4)$/i.test(name);
@@ -227,6 +227,30 @@ export function openCategory(program, jobs) {
                 )}
             </select></label>`,
         act: async (fields) => void (await program.call("vantlow.moveJobs", jobs.map((job) => job.gid), fields.get("category"))),
+    });
+}
+
+/** A category's name, folder and rule; without `category` a new one below `parent`. */
+export function openCategoryForm(program, category, parent) {
+    const isFirst = category?.parent === null;
+    const values = (fields) => ["name", "folder", "rule"].map((name) => fields.get(name)?.trim() ?? "");
+    openDialog({
+        title: category ? tr("Edit category") : tr("New category"),
+        ok: tr("&OK"),
+        content: () => html`
+            ${input(tr("&Name:"), "name", { value: category?.name })} ${input(tr("&Folder:"), "folder", { value: category?.folder })}
+            ${isFirst ? "" : html`${input(tr("&Rule:"), "rule", { value: category?.rule, hint: ".iso .tar.gz example.org" })}
+            <p class="hint">${tr("New downloads without a category of their own are filed here where their names have one of these endings, or their addresses one of these servers.")}</p>`}
+        `,
+        async act(fields) {
+            const [name, folder, rule] = values(fields);
+            const id = category?.id ?? (await program.call("vantlow.addCategory", name, folder, parent));
+            const calls = [];
+            if (category && name !== category.name) calls.push(["vantlow.renameCategory", id, name]);
+            if (category && folder !== category.folder) calls.push(["vantlow.setCategoryFolder", id, folder]);
+            if (!isFirst && rule !== (category?.rule ?? "")) calls.push(["vantlow.setCategoryRule", id, rule]);
+            return (await program.all(calls)).find((answer) => answer instanceof Error)?.message;
+        },
     });
 }
 

@@ -2,12 +2,13 @@
 
 import { html } from "./vendor/lit-html.js";
 import { detailsPanel } from "./details.js";
-import { openCategory, openHelp, openLimits, openNewDownload } from "./dialogs.js";
+import { openCategory, openCategoryForm, openHelp, openLimits, openNewDownload } from "./dialogs.js";
 import { COLUMNS, STATES } from "./jobs.js";
 import { columnTitle, jobList } from "./list.js";
 import { isDark, openOptions, setTheme } from "./options.js";
 import { sign, speedPicture } from "./pictures.js";
 import { questionBar } from "./questions.js";
+import { openSchedule } from "./schedule.js";
 import { capital, number, speed, tr, trn } from "./words.js";
 
 const tool = (name, title, act, isOff = false) =>
@@ -63,12 +64,17 @@ function sideBar(page, program) {
             </button>
         </li>`;
     };
+    const chosen = program.categories.find((one) => one.id === page.view.category);
     return html`<nav class="side ${page.hasMenu ? "shown" : ""}" aria-label=${tr("&View")}>
         <ul>
             ${entry("all", tr("All downloads"), counts.all, {})}
             ${STATES.map((state) => entry(state, capital(tr(state)), counts[state], { state }))}
         </ul>
-        <h2>${tr("Categories")}</h2>
+        <h2>
+            ${tr("Categories")}
+            ${chosen ? icon("edit", tr("&Edit category..."), () => openCategoryForm(program, chosen)) : ""}
+            ${icon("add", tr("New &category..."), () => openCategoryForm(program, null, (chosen ?? program.categories[0]).id))}
+        </h2>
         <ul>
             ${inTree(program.categories).map(({ one, depth }) =>
                 html`<div class="depth-${Math.min(depth, 3)}">
@@ -100,6 +106,7 @@ function toolBar(page, program) {
         ${tool("down", tr("&Down"), () => page.move(1), !has("waiting"))}
         ${tool("limit", tr("Speed limit"), () => openLimits(program, jobs), none)}
         ${tool("category", tr("Category"), () => openCategory(program, jobs), none)}
+        ${tool("schedule", tr("Schedule"), () => openSchedule(program, jobs).catch(page.tell), none)}
         ${tool("remove", tr("&Remove"), () => page.remove(), none)}
         <span class="count">${count}</span>
         ${sorting(page)}

@@ -2,7 +2,8 @@
 
 import { html } from "./vendor/lit-html.js";
 import { openDialog, troubleText } from "./dialogs.js";
-import { availableLanguages, chooseLanguage, chosenLanguage, tr, trData, word } from "./words.js";
+import { dayBoxes } from "./schedule.js";
+import { availableLanguages, capital, chooseLanguage, chosenLanguage, tr, trData, word } from "./words.js";
 
 const THEME = "vantlow.theme"; // in localStorage: "light", "dark"; without it, the system's
 
@@ -25,6 +26,7 @@ const TITLES = {
     Download: word("Downloads"),
     Connection: word("Connections"),
     Transfer: word("FTP"),
+    Schedule: word("Schedule"),
     Torrent: word("BitTorrent"),
     Monitor: word("Files and links"),
     "Dial Up": word("Dial-up"),
@@ -82,11 +84,13 @@ export async function openOptions(program, restart) {
         return its.length === 0 ? "" : html`<h3>${tr(title)}</h3>${its.map(setting)}`;
     }
 
-    function setting({ name, value, default: standard, isSet, isNumber, smallest, largest, meaning }) {
+    function setting(one) {
+        if (one.name === "Schedule/Week") return weekPlan(one);
+        const { name, value, default: standard, isSet, isNumber, smallest, largest, meaning } = one;
         const bounds = smallest !== null && largest !== null ? tr("from %1 to %2", smallest, largest) : "";
         const hints = [name, bounds, tr("Default: %1", standard || tr("empty"))].filter(Boolean).join(" · ");
         return html`<label class="field setting">
-            <span>${trData(meaning)}</span>
+            <span>${capital(trData(meaning))}</span>
             <span class="value">
                 <input .value=${value} inputmode=${isNumber ? "numeric" : "text"} autocomplete="off" spellcheck="false"
                     @change=${(event) => change("vantlow.setSetting", name, event.target.value)} />
@@ -95,6 +99,19 @@ export async function openOptions(program, restart) {
             </span>
             <small>${hints}</small>
         </label>`;
+    }
+
+    // The program keeps the days as a sum of bits, from Sunday on.
+    function weekPlan({ name, value }) {
+        const days = ["sun", "mon", "tue", "wed", "thu", "fri", "sat"];
+        const now = days.filter((_, bit) => Number(value) & (1 << bit)).join(",");
+        const sum = (names) => names.split(",").filter(Boolean).reduce((all, day) => all + (1 << days.indexOf(day)), 0);
+        const title = capital(tr("the days on which downloads that start by schedule run"));
+        return html`<div class="field setting" role="group" aria-label=${title}>
+            <span>${title}</span>
+            ${dayBoxes(now, (names) => change("vantlow.setSetting", name, String(sum(names))))}
+            <small>${name} · ${tr("On no day: there is no week plan")}</small>
+        </div>`;
     }
 
     function pageOptions() {

@@ -89,6 +89,16 @@ export function trn(one, many, count) {
     return fill(plain(form), [number(count)]);
 }
 
+/** The days of a week from Monday on: how the program names them, and how the reader does. */
+export function weekdays() {
+    const title = new Intl.DateTimeFormat(language, { weekday: "short", timeZone: "UTC" });
+    const monday = Date.UTC(2024, 0, 1);
+    return ["mon", "tue", "wed", "thu", "fri", "sat", "sun"].map((name, day) => ({
+        name,
+        title: title.format(monday + day * 86400000),
+    }));
+}
+
 /** The text as a title: its first letter is a capital. */
 export const capital = (text) => text.slice(0, 1).toLocaleUpperCase(language) + text.slice(1);
 

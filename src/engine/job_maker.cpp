@@ -107,6 +107,18 @@ JobDraft draft_of(const CJobNode& document, const JobOutcome& outcome) {
     return draft;
 }
 
+void look_up_login(CJobNode& job, const CredentialLookup& credentials) {
+    const auto target = credentials ? parse_target(job.address) : std::nullopt;
+    if (!target || !target->password.empty()) return;
+    const std::u16string user = target->user.empty() ? job.user : target->user;
+    const bool is_password_for_it = !job.password.empty() && (job.user.empty() || job.user == user);
+    if (!user.empty() && is_password_for_it) return;
+    const auto found = credentials(target->host, to_utf8(user));
+    if (!found) return;
+    job.user = to_utf16(found->login);
+    if (!is_password_for_it) job.password = to_utf16(found->password);
+}
+
 JobMaker::JobMaker(JobDraft draft, CredentialLookup credentials)
     : draft_(std::move(draft)), credentials_(std::move(credentials)), identity_(draft_.identity) {
     earlier_in(draft_.folder);
@@ -154,21 +166,7 @@ void JobMaker::apply_request(CJobNode& job) {
     job.state = draft_.paused ? JobState::stopped : JobState::waiting;
     if (draft_.schedule.is_set()) set_schedule(job, draft_.schedule);
     if (draft_.schedule.starts_by_itself()) job.state = JobState::stopped;
-    look_up_login(job);
-}
-
-// Looks the login up in the user's file, as far as the address and the draft do not give it: all of it, or
-// the half that is missing.
-void JobMaker::look_up_login(CJobNode& job) {
-    const auto target = credentials_ ? parse_target(job.address) : std::nullopt;
-    if (!target || !target->password.empty()) return;
-    const std::u16string user = target->user.empty() ? job.user : target->user;
-    const bool is_password_for_it = !job.password.empty() && (job.user.empty() || job.user == user);
-    if (!user.empty() && is_password_for_it) return;
-    const auto found = credentials_(target->host, to_utf8(user));
-    if (!found) return;
-    job.user = to_utf16(found->login);
-    if (!is_password_for_it) job.password = to_utf16(found->password);
+    look_up_login(job, credentials_);
 }
 
 std::unique_ptr<CJobNode> JobMaker::job_for(JobPlan plan) {
@@ -269,7 +267,7 @@ void JobMaker::leave_document(const CJobNode& document, CJobNode& named) {
     named.password.clear();
     named.referer.clear();
     if (!named.cookie.starts_with(u'@')) named.cookie.clear();
-    look_up_login(named);
+    look_up_login(named, credentials_);
 }
 
 std::optional<MadeJobs> JobMaker::follow(const CJobNode& job, const JobOutcome& outcome) {
@@ -302,6 +300,8 @@ MadeJobs JobMaker::make(const std::string& link) {
     constexpr std::u16string_view scheme = u"metalink://";
     if (istarts_with(address, scheme) && address.size() > scheme.size())
         return make_metalink(address.substr(scheme.size()));
+    if (address.find(u"://") != std::u16string::npos && find_protocol(address) != nullptr)
+        return make_link(address);
     // Only an existing file is a document on this machine.
     std::u16string path = address;
     std::u16string fragment;

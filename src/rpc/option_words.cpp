@@ -167,6 +167,15 @@ bool read_seed_time(JobOptions& options, const std::string& text) {
     return minutes.has_value();
 }
 
+// 0 is no bound there: as many as there can be here.
+bool read_most_peers(GlobalOptions& options, const std::string& text) {
+    constexpr std::int64_t most = 10000;
+    const auto count = parse_decimal(text);
+    if (!count || *count < 0) return false;
+    options.most_peers = *count == 0 ? most : std::min(*count, most);
+    return true;
+}
+
 constexpr std::array job_words{
     text_word<JobOptions, &JobOptions::folder>("dir"),
     text_word<JobOptions, &JobOptions::name>("out"),
@@ -212,6 +221,11 @@ constexpr std::array global_words{
     bytes_word<GlobalOptions, &GlobalOptions::down_limit>("max-overall-download-limit"),
     bytes_word<GlobalOptions, &GlobalOptions::up_limit>("max-overall-upload-limit"),
     bytes_word<GlobalOptions, &GlobalOptions::split_size>("min-split-size"),
+    Word<GlobalOptions>{"bt-max-peers", read_most_peers,
+                        [](const GlobalOptions& options) {
+                            return options.most_peers ? std::optional(std::to_string(*options.most_peers))
+                                                      : std::nullopt;
+                        }},
 };
 
 Fault refuse(std::string_view word) {

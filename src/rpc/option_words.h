@@ -47,6 +47,7 @@ struct GlobalOptions {
     std::optional<std::int64_t> down_limit;  ///< bytes a second, for all together; 0: none
     std::optional<std::int64_t> up_limit;
     std::optional<std::int64_t> split_size;  ///< bytes
+    std::optional<std::int64_t> most_peers;  ///< of each torrent, at once
     JobOptions job;
 };
 

@@ -409,6 +409,8 @@ class ControlApi(unittest.TestCase):
         later = self.call("vantlow.list", {"since": since["revision"], "session": since["session"]})
         self.assertEqual(later["removed"], [gid])
         self.assertTrue(self.call("vantlow.list", {"since": since["revision"], "session": "another"})["everything"])
+        self.assertEqual(self.call("vantlow.setCategoryRule", category, ".mkv"), "OK")
+        self.assertEqual(next(one["rule"] for one in self.call("vantlow.categories") if one["id"] == category), ".mkv")
         self.assertEqual(self.call("vantlow.removeCategory", category), "OK")
         settings = {one["name"]: one for one in self.call("vantlow.settings")}
         self.assertEqual(settings["RPC/Secret"]["value"], "********")
@@ -417,6 +419,25 @@ class ControlApi(unittest.TestCase):
         self.assertEqual(self.call("aria2.getGlobalOption")["max-overall-download-limit"], "123456")
         self.call("aria2.changeGlobalOption", {"max-overall-download-limit": "0"})
         self.assertEqual((self.call("vantlow.questions"), self.call("vantlow.limits")), ([], {"down": None, "up": None}))
+
+    def test_times(self):
+        gid = self.call("aria2.addUri", [self.files + "/slow"], {"dir": str(self.root / "times"), "pause": "true"})
+        plan = {"days": ["mon", "fri"], "start": "22:00", "stop": "06:00"}
+        self.assertEqual(self.call("vantlow.setWeekPlan", plan), "OK")
+        for times, told in (({"start": "23:30", "days": "mon-wed"}, {"plan": False, "start": "23:30", "days": "mon,tue,wed"}),
+                            ({"plan": True}, {"plan": True, "start": "", "days": ""})):
+            self.assertEqual(self.call("vantlow.setSchedule", [gid], times), "OK")
+            all_of_them = self.call("vantlow.schedule")
+            self.assertLessEqual(plan.items(), all_of_them["plan"].items())
+            self.assertLessEqual({"gid": gid, **told}.items(), all_of_them["jobs"][0].items())
+        self.assertEqual(self.call("vantlow.setSchedule", [gid], {}), "OK")
+        self.assertEqual(self.call("vantlow.setWeekPlan"), "OK")
+        self.assertEqual(self.call("vantlow.schedule"), {"plan": None, "jobs": []})
+        for call in (("vantlow.setWeekPlan", {"start": "22:00"}), ("vantlow.setWeekPlan", {"days": "daily", "start": "25:00"}),
+                     ("vantlow.setSchedule", [gid], {"start": "never"}), ("vantlow.setSchedule", ["00"], {})):
+            answer = json.loads(self.http(body=json.dumps({"id": 1, "method": call[0], "params": [self.token, *call[1:]]}))[2])
+            self.assertEqual(answer["error"]["code"], 1, call)
+        self.call("vantlow.remove", [gid])
 
     def test_a_thousand_at_once(self):
         calls = [{"methodName": "aria2.addUri", "params": [self.token, [f"{self.files}/f{i}"], {"pause": "true", "dir": str(self.root)}]}

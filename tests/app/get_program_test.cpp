@@ -5,9 +5,11 @@
 #include <nlohmann/json.hpp>
 
 #include <chrono>
+#include <ctime>
 #include <string>
 #include <vector>
 
+#include "app/terminal/quantities.h"
 #include "base/codes.h"
 #include "base/text.h"
 #include "get_fixture.h"
@@ -161,6 +163,18 @@ TEST_F(GetProgram, StopsAtCtrlCAndContinues) {
     server.change("/file.bin", [](FileResource& resource) { resource.rate = 0; });
     EXPECT_EQ(get({server.url16()}).status, 0);
     EXPECT_TRUE(file_has(folder.path(u"file.bin"), content));
+}
+
+TEST_F(GetProgram, BeginsAndStopsByTheClock) {
+    FileServer server(FileResource{.content = content, .rate = 300'000});
+    const auto in = [](std::int64_t seconds) { return to_utf16(iso_time(std::time(nullptr) + seconds)); };
+    const auto began = Clock::now();
+    const RunResult stopped = get({u"-n", u"1", u"--at", in(3), u"--until", in(6), server.url16()});
+    EXPECT_EQ(stopped.status, 1) << stopped.err;
+    EXPECT_GE(Clock::now() - began, std::chrono::seconds(4));
+    EXPECT_NE(stopped.err.find("The time is over."), std::string::npos) << stopped.err;
+    EXPECT_TRUE(folder.has(u"file.bin.vantlow"));
+    EXPECT_EQ(get({u"--at", in(-60), server.url16()}).status, 2) << "a moment that has passed";
 }
 
 TEST_F(GetProgram, TwoAtOnceOfTheSameAddressMakeTwoFiles) {

@@ -10,6 +10,7 @@ import shutil
 import signal
 import subprocess
 import sys
+import tempfile
 import time
 
 WAIT = 20  # seconds for whatever is expected
@@ -85,6 +86,11 @@ class Node:
     def role(self):
         return self.own.get_role_name()
 
+    def is_sensitive(self):
+        from gi.repository import Atspi
+
+        return self.own.get_state_set().contains(Atspi.StateType.SENSITIVE)
+
     def children(self, most=200):
         for i in range(min(self.own.get_child_count(), most)):
             if (child := self.own.get_child_at_index(i)) is not None:
@@ -155,10 +161,13 @@ class Vantlow:
     def jobs(self):
         return json.loads(self.run("--json", "list").stdout)
 
+    def file_of(self, job):
+        return pathlib.Path(job["folder"], job["file"])
+
     def process(self):
         """The number of the resident process, 0 where none runs."""
         found = subprocess.run(
-            ["pgrep", "-f", f"vantlow-desktop.*{self.folder}/data"], capture_output=True, text=True
+            ["pgrep", "-f", f"vantlow-desktop.*{self.folder.name}.data"], capture_output=True, text=True
         ).stdout.split()
         return int(found[0]) if found else 0
 
@@ -216,11 +225,18 @@ class WineVantlow(Vantlow):
 
     def wine_run(self, *words):
         # No pipes: the programs that Wine itself starts would keep them open.
-        quiet = {"stdin": subprocess.DEVNULL, "stdout": subprocess.DEVNULL, "stderr": subprocess.DEVNULL}
-        return subprocess.run([self.wine, *words], env=self.environment, timeout=120, **quiet)
+        with tempfile.TemporaryFile("w+") as told:
+            quiet = {"stdin": subprocess.DEVNULL, "stdout": told, "stderr": subprocess.DEVNULL}
+            ended = subprocess.run([self.wine, *words], env=self.environment, timeout=120, **quiet)
+            told.seek(0)
+            ended.stdout = told.read()
+            return ended
 
     def path(self, path):
         return "Z:" + super().path(path).replace("/", "\\")
+
+    def file_of(self, job):
+        return pathlib.Path(job["folder"].removeprefix("Z:").replace("\\", "/"), job["file"])
 
     def run(self, *words):
         return self.wine_run(str(self.programs / "vantlow.exe"), *self.words, *words)
@@ -249,6 +265,14 @@ def press(*keys):
     for key in keys:
         subprocess.run(["xdotool", "key", "--clearmodifiers", key], check=True)
         time.sleep(0.15)
+
+
+def click(accessible, x=None):
+    """The left button in the middle of what a screen reader sees, or so many dots from its left edge."""
+    room = accessible.get_component_iface().get_extents(0)
+    place = room.x + (x or room.width // 2), room.y + room.height // 2
+    subprocess.run(["xdotool", "mousemove", *(str(one) for one in place), "click", "1"], check=True)
+    time.sleep(0.3)
 
 
 def write(text):

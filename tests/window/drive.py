@@ -1,8 +1,10 @@
 #!/usr/bin/python3
-"""drive.py PROGRAMS: uses the window as a person does, on a screen that nobody sees: by keys, and by looking at it as a
-screen reader does. What it then finds is held against what the command line and the disk say."""
+"""drive.py PROGRAMS: uses the window as a person does, on a screen that nobody sees: by keys and clicks, and by looking at it as
+a screen reader does. What it then finds is held against what the command line and the disk say. windows.py does the same under
+Wine."""
 
 import http.server
+import json
 import os
 import pathlib
 import re
@@ -17,6 +19,9 @@ import display  # noqa: E402
 from display import press, to_front, until, windows, write  # noqa: E402
 
 SKIPPED = 77
+FRAME = "^Vantlow$"
+NEW = "^New download$"
+OPTIONS = "^(Options|Einstellungen)$"
 CONTENT = bytes(range(256)) * 6000
 
 
@@ -48,85 +53,258 @@ class Slow(http.server.BaseHTTPRequestHandler):
         pass
 
 
-class Window(display.Vantlow):
+class Usage:
+    """The window as a person uses it. Each system has its own ways to look and to click: lines() of the list that is seen and has
+    these columns, click_header(), click_row(), click_box() of a file, choose_tab(), give() for a command of the menu, and, in the
+    options, search_options(), tick() and choose()."""
+
+    LIST = ("Name", "Category")
+    FILES = ("Name", "Priority")
+    TRACKERS = ("Address", "Message")
+
     def start(self, *words):
         began = self.run(*words)
         assert began.returncode == 0, began
-        to_front("^Vantlow$")
-        return self.find("table", "Downloads")
+        to_front(FRAME)
 
     def names(self):
-        table = self.find("table", "Downloads")
-        return [table.line(row) for row in range(table.rows())]
+        return self.lines(self.LIST)
+
+    def row_of(self, name):
+        return until(lambda: [row for row, line in enumerate(self.names()) if name in line[0]], f"the row of {name}")[0]
 
     def wait_for_rows(self, count):
-        return until(lambda: len(rows := self.names()) == count and rows, f"{count} rows") if count else until(
-            lambda: not self.names(), "an empty list"
-        )
+        until(lambda: len(self.names()) == count, f"{count} rows")
+        return self.names()
+
+    def wait_for_ends(self, count):
+        until(lambda: [line.count("finished") for line in self.names()] == count * [1], f"{count} finished downloads")
+
+    def told(self, *words):
+        return json.loads(self.run("--json", *words).stdout)
 
     def end(self):
-        to_front("^Vantlow$")
+        to_front(FRAME)
         press("ctrl+q")
         until(lambda: not self.process(), "the end of the process")
 
 
+class Window(Usage, display.Vantlow):
+    """Looks and clicks as a screen reader does."""
+
+    TABLES = {Usage.LIST: "Downloads", Usage.FILES: "Files", Usage.TRACKERS: "Trackers"}
+
+    def table(self, columns):
+        return self.find("table", self.TABLES[columns])
+
+    def lines(self, columns):
+        table = self.table(columns)
+        return [table.line(row) for row in range(table.rows())]
+
+    def click_header(self, title):
+        table = self.table(self.LIST).own.get_table_iface()
+        [header] = [table.get_column_header(n) for n in range(table.get_n_columns()) if table.get_column_description(n) == title]
+        display.click(header)
+
+    def click_row(self, columns, row):
+        display.click(self.table(columns).own.get_table_iface().get_accessible_at(row, 0))
+
+    def click_box(self, row):
+        display.click(self.table(self.FILES).own.get_table_iface().get_accessible_at(row, 0), x=12)
+
+    def choose_tab(self, title):
+        tabs = self.find("page tab list", "")
+        [number] = [n for n, tab in enumerate(tabs.children()) if tab.name == title]
+        tabs.own.select_child(number)
+
+    def act(self, role, name):
+        found = self.find(role, name)
+        until(lambda: found.is_sensitive(), f'the {role} "{name}" that can be used')
+        found.own.do_action(0)
+
+    def give(self, command):
+        self.act("menu item", command)
+
+    def search_options(self, text):
+        to_front(OPTIONS)
+        self.find("text", "Search the options").own.set_text_contents(text)
+
+    def tick(self, label):
+        self.act("check box", label)
+
+    def choose(self, entry):
+        self.act("menu item", entry)
+
+
 def add_by_dialog(window, address):
-    to_front("^Vantlow$")
+    to_front(FRAME)
     press("ctrl+n")
-    to_front("^New download$")
+    to_front(NEW)
     press("ctrl+a")
     write(address)
     press("alt+d")
-    until(lambda: not windows("^New download$"), "the end of the dialog")
+    until(lambda: not windows(NEW), "the end of the dialog")
 
 
-def check(window, server):
-    # A first start; an address by the dialog; it becomes the file.
+def first_start(window, server):
+    """An address by the dialog becomes the file."""
     window.start()
     add_by_dialog(window, f"{server}/one.bin")
-    window.wait_for_rows(1)
-    line = until(lambda: "finished" in (line := window.names()[0]) and line, "a finished download")
-    assert "one.bin" in line[0], line
+    window.wait_for_ends(1)
+    assert "one.bin" in window.names()[0][0]
     [job] = window.jobs()
-    assert pathlib.Path(job["folder"], job["file"]).read_bytes() == CONTENT
-    # A second start hands its link over and brings the window back.
-    subprocess.run(["xdotool", "windowminimize", to_front("^Vantlow$")], check=True)
+    assert window.file_of(job).read_bytes() == CONTENT
+
+
+def second_start(window, server):
+    """It hands its link over and brings the window back."""
+    subprocess.run(["xdotool", "windowminimize", to_front(FRAME)], check=True)
     assert window.run(f"{server}/two.bin").returncode == 0
-    until(lambda: windows("^Vantlow$"), "the window after a second start")
-    window.wait_for_rows(2)
-    until(lambda: all("finished" in line for line in window.names()), "two finished downloads")
-    # A search as one types; Escape ends it.
-    to_front("^Vantlow$")
+    until(lambda: windows(FRAME), "the window after a second start")
+    window.wait_for_ends(2)
+
+
+def search(window, _server):
+    """As one types; Escape ends it."""
+    to_front(FRAME)
     press("ctrl+f")
     write("two")
     assert "two.bin" in window.wait_for_rows(1)[0][0]
     press("Escape")
     window.wait_for_rows(2)
-    # Removed and brought back.
+
+
+def removal(window, _server):
+    """Removed and brought back."""
     press("ctrl+a", "Delete")
     to_front("^Remove$")
     press("alt+r")
     window.wait_for_rows(0)
     assert window.jobs() == []
-    to_front("^Vantlow$")
+    to_front(FRAME)
     press("ctrl+z")
     window.wait_for_rows(2)
     assert len(window.jobs()) == 2
-    # The end, and the next start: the same jobs and the same place.
+
+
+def crash(window, server):
+    """Killed in the middle, it knows at the next start what was safe; after a common end it has its place again, too."""
     window.end()
     layout = (window.folder / "settings.ini").read_text()
     assert "Layout=" in layout, layout
     window.start()
     window.wait_for_rows(2)
-    # Killed in the middle, it knows at the next start what was safe.
     add_by_dialog(window, f"{server}/three.bin")
     window.wait_for_rows(3)
     window.kill()
     window.start()
-    window.wait_for_rows(3)
-    until(lambda: all("finished" in line for line in window.names()), "three finished downloads")
+    window.wait_for_ends(3)
+
+
+def order(window, _server):
+    """A click at a column's title sorts, a second one turns it round."""
+    for is_turned in (False, True):
+        window.click_header("Name")
+        until(lambda turned=is_turned: (names := [line[0] for line in window.names()]) == sorted(names, reverse=turned), "another order")
+
+
+def stop_and_start(window, server):
+    window.run("add", "--connections", "1", "--dir", window.path(""), f"{server}/slow.bin")
+    until(lambda: any("running" in line for line in window.names()), "a running download")
+    to_front(FRAME)
+    window.click_row(window.LIST, window.row_of("slow.bin"))
+    for command, state in (("Stop", "stopped"), ("Start", "running")):
+        window.give(command)
+        until(lambda wanted=state: any(wanted in line for line in window.names()), state)
+    window.run("remove", *[job["id"] for job in window.jobs() if job["file"] == "slow.bin"])
+
+
+def torrent(window, _server):
+    """Files are chosen by their boxes and their menu, trackers added and removed."""
+    whole = window.folder / "journey"
+    whole.mkdir()
+    for name in ("film.mkv", "notes.txt"):
+        (whole / name).write_bytes(CONTENT)
+    window.run("torrent", "make", window.path("journey"), "--tracker", "http://127.0.0.1:9/announce")
+    window.run("add", "--paused", window.path("journey.torrent"))
+    number = window.row_of("journey")
+    [job] = [one["id"] for one in window.jobs() if one["address"].startswith("magnet:")]
+
+    def wanted():
+        return [one["priority"] for one in window.told("torrent", "files", job)]
+
+    to_front(FRAME)
+    window.click_row(window.LIST, number)
+    window.choose_tab("Files")
+    until(lambda: len(window.lines(window.FILES)) == 2, "the files")
+    for clicked, found in ((1, ["normal", "skip"]), (1, ["normal", "normal"])):
+        window.click_box(clicked)
+        until(lambda expected=found: wanted() == expected, f"{found}")
+    window.click_row(window.FILES, 0)
+    press("Menu", "Down", "Return")
+    until(lambda: wanted() == ["high", "normal"], "a file that comes first")
+    until(lambda: window.lines(window.FILES)[0][-1] != "normal", "its priority in the list")
+    window.choose_tab("Trackers")
+    until(lambda: len(window.lines(window.TRACKERS)) == 1, "the tracker")
+    window.click_row(window.TRACKERS, 0)
+    press("Menu", "a")
+    to_front("^Trackers$")
+    write("http://127.0.0.1:9/second/announce")
+    press("alt+o")
+    until(lambda: len(window.lines(window.TRACKERS)) == 2, "a second tracker")
+    window.click_row(window.TRACKERS, 0)
+    press("Menu", "r")
+    until(lambda: [one["tracker"] for one in window.told("torrent", "trackers", job)] == ["http://127.0.0.1:9/second/announce"],
+          "the first tracker's removal")
+
+
+def forms(window, _server):
+    """A category with a rule; a comment for several downloads at once."""
+    to_front(FRAME)
+    window.give("New category")
+    to_front("^New category$")
+    write("Discs")
+    press("alt+r")
+    write(".iso")
+    press("alt+o")
+    until(lambda: ".iso" in [one["rule"] for one in window.told("category", "list")], "a category with a rule")
+    to_front(FRAME)
+    window.click_row(window.LIST, 0)
+    press("ctrl+a", "alt+Return")
+    to_front("^Properties$")
+    press("alt+c")
+    write("for the journey")
+    press("alt+o")
+    until(lambda: {job["comment"] for job in window.jobs()} == {"for the journey"}, "a comment of all downloads")
+
+
+def options(window, _server):
+    """The week plan, a switch, and the language, which the next start speaks."""
+    to_front(FRAME)
+    press("ctrl+alt+o")
+    window.search_options("Schedule/Week")
+    window.tick("Wed")
+    until(lambda: (plan := window.told("schedule")["plan"]) and plan["days"] == ["wed"], "a week plan")
+    window.search_options("CloseToTray")
+    window.tick("Closing the window")
+    until(lambda: window.run("settings", "get", "Window/CloseToTray").stdout.strip() == "1", "the switch")
+    window.search_options("Settings/Language")
+    window.choose("Deutsch")
+    until(lambda: window.run("settings", "get", "Settings/Language").stdout.strip() == "de", "the language")
+    press("Escape")
     window.end()
-    # Without a display it runs all the same, and says so.
+    window.start()
+    to_front(FRAME)
+    press("ctrl+n")
+    to_front("^Neuer Download$")
+    press("Escape")
+    window.run("settings", "set", "Settings/Language", "en")
+    window.end()
+    window.start()
+
+
+def end_without_display(window):
+    window.end()
     told = subprocess.Popen(
         [window.programs / "vantlow", *window.words],
         env={k: v for k, v in window.environment.items() if k != "DISPLAY"},
@@ -137,6 +315,9 @@ def check(window, server):
     assert "There is no display. Vantlow runs without a window." in first, first
     until(lambda: window.run("quit").returncode == 0, "the end of the program without a window")
     assert told.wait(20) == 0
+
+
+SCENARIOS = (first_start, second_start, search, removal, crash, order, stop_and_start, torrent, forms, options)
 
 
 def main(programs):
@@ -152,7 +333,10 @@ def main(programs):
     with tempfile.TemporaryDirectory() as folder, display.display():
         window = Window(programs, folder)
         try:
-            check(window, f"http://127.0.0.1:{server.server_port}")
+            for scenario in SCENARIOS:
+                print(scenario.__name__, flush=True)
+                scenario(window, f"http://127.0.0.1:{server.server_port}")
+            end_without_display(window)
         finally:
             window.kill()
             log = pathlib.Path(folder, "data/resident.log")

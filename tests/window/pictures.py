@@ -95,12 +95,12 @@ def dialog(folder, name, *keys):
     press("Escape")
 
 
-def options(folder, name, all_of_them):
+def options(folder, name):
     """The pages of the options, one by one."""
     to_front("^Vantlow$")
     press("ctrl+alt+o")
     shot(folder, f"{name}-4-options")
-    for page in range(1, OPTION_PAGES if all_of_them else 1):
+    for page in range(1, OPTION_PAGES):
         press("Down")
         shot(folder, f"{name}-4-options-{page:02}")
     press("Escape")
@@ -140,7 +140,7 @@ class LinuxWindow(drive.Window):
         press("Home")
 
     def choose_tab(self, number):
-        self.find("page tab list", "").own.get_selection_iface().select_child(number)
+        self.find("page tab list", "").own.select_child(number)
 
 
 class WindowsWindow(display.WineVantlow):
@@ -187,7 +187,7 @@ def take(kind, programs, folder, server, document, language, theme, scale):
         press("Home", "Down", "Up")
         shot(folder, f"{name}-2-main")
         dialog(folder, f"{name}-3-new", "ctrl+n")
-        options(folder, name, not theme and language != "zh-CN")
+        options(folder, name)
         dialog(folder, f"{name}-5-properties", "alt+Return")
         press("ctrl+a")
         dialog(folder, f"{name}-5-properties-of-all", "alt+Return")

@@ -260,8 +260,27 @@ def order_and_category(page, program, here):
     for name in ("one", "three"):
         page.wait(f"row('slow-{name}').querySelector('.category').textContent.trim() === 'Films'")
     assert page.run("row('slow-two').querySelector('.category').textContent.trim()") != "Films"
+    page.run("row('slow-two').click()")
+    page.wait("row('slow-two').getAttribute('aria-selected') === 'true' && row('slow-one').getAttribute('aria-selected') === 'false'")
+    page.push("Schedule")
+    page.wait("document.querySelector('dialog [name=start]')")
+    page.run("type('dialog [name=start]', '23:30'); document.querySelectorAll('dialog .days input')[2].click(); "
+             "document.querySelector('dialog button.main').click()")
+    times = lambda: json.loads(program.run("schedule", "--json", ids[2]))["jobs"][0]["entries"]
+    until(lambda: times() == [{"action": "start", "at": "23:30", "days": ["wed"]}], "a download's time")
     program.run("remove", *ids)
     page.wait("!row('slow-runs')")
+
+
+def category(page, program, here):
+    """Its name and its rule are changed."""
+    page.run("[...document.querySelectorAll('.side button')].find(b => b.textContent.includes('Films')).click()")
+    page.push("Edit category...")
+    page.wait("document.querySelector('dialog [name=rule]')")
+    page.run("type('dialog [name=name]', 'Cinema'); type('dialog [name=rule]', '.mkv'); document.querySelector('dialog button.main').click()")
+    page.wait("document.querySelector('.side').textContent.includes('Cinema')")
+    assert ".mkv" in [one["rule"] for one in json.loads(program.run("category", "list", "--json"))]
+    page.run("document.querySelector('.side button').click()")
     program.run("settings", "unset", "Performance/MaxJobs")
 
 
@@ -337,9 +356,24 @@ def looks(page, program, here, pictures=None):
     assert "Angehalten" in page.run("document.querySelector('.list').textContent")
     assert page.run("document.documentElement.scrollWidth") == 390
     page.picture(pictures, "phone-light")
+    page.colours("dark")
+    page.run("rows()[1].click()")
+    page.wait("document.querySelector('.details')")
+    page.picture(pictures, "phone-details")
+    page.run("document.querySelector('.details .back').click(); button('Neuer Download ...').click()")
+    page.wait("document.querySelector('dialog')")
+    page.picture(pictures, "phone-new")
+    page.run("document.querySelector('dialog .icon').click(); button('Einstellungen ...').click()")
+    page.wait("document.querySelector('dialog .setting')")
+    page.run("document.querySelector('dialog .days')?.scrollIntoView()")
+    page.picture(pictures, "phone-options")
+    assert page.run("document.documentElement.scrollWidth") == 390
+    page.run("document.querySelector('dialog .icon').click()")
     page.run("document.querySelector('button.menu').click()")
     page.wait("document.querySelector('.side.shown')")
+    page.picture(pictures, "phone-menu")
     page.run("localStorage.clear()")
+    page.colours("light")
     page.screen(1280, 800)
     page.load()
     page.wait("row('many-')")
@@ -364,7 +398,7 @@ def main(folder, pictures=None):
         with Program(pathlib.Path(folder, "vantlow").resolve(), pathlib.Path(home)).running() as program:
             with Chromium.open(program.home, None, program.environment, program.home) as browser:
                 page = Page(browser, f"http://127.0.0.1:{program.port}/")
-                for part in (served, login, a_download, order_and_category, many, removal, only_text, by_post, looks, away):
+                for part in (served, login, a_download, order_and_category, category, many, removal, only_text, by_post, looks, away):
                     more = (pathlib.Path(pictures),) if pictures and part in (a_download, looks) else ()
                     part(page, program, here, *more)
                     assert page.run("faults") == [], page.run("faults")

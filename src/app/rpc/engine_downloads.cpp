@@ -208,6 +208,7 @@ rpc::GlobalOptions EngineDownloads::global_options() {
     options.down_limit = settings.flag(setting::limit) ? settings.number(setting::speed_limit) : 0;
     options.up_limit = settings.number(setting::upload_limit);
     options.split_size = settings.number(setting::split_size);
+    options.most_peers = settings.number(setting::most_peers);
     return options;
 }
 
@@ -422,6 +423,7 @@ Problem EngineDownloads::change_global(const rpc::GlobalOptions& options) {
     Problem problem;
     if (options.jobs_at_once) problem = write(setting::max_jobs, *options.jobs_at_once);
     if (!problem && options.split_size) problem = write(setting::split_size, *options.split_size);
+    if (!problem && options.most_peers) problem = write(setting::most_peers, *options.most_peers);
     if (!problem && options.down_limit) {
         const std::int64_t limit = *options.down_limit;
         problem = text_of(engine_.set_limit(limit > 0 ? std::optional(limit) : std::nullopt), "The limit");

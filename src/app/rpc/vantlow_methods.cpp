@@ -8,6 +8,8 @@
 #include "app/cli/engine_texts.h"
 #include "app/process/job_view.h"
 #include "app/process/known_settings.h"
+#include "app/rpc/method_parts.h"
+#include "app/rpc/schedule_methods.h"
 #include "app/terminal/quantities.h"
 #include "base/text.h"
 #include "bt/torrent_settings.h"
@@ -29,11 +31,6 @@ Json null_below_zero(std::int64_t number) {
 
 Json moment(std::int64_t seconds) {
     return seconds > 0 ? Json(iso_time(seconds)) : Json();
-}
-
-Answer answer_of(const Done& done, const std::string& subject) {
-    if (const Complaint complaint = text_of(done, subject)) return Fault{rpc::fault_code::failed, *complaint};
-    return Json("OK");
 }
 
 Json category_id(const Guid& category) {
@@ -68,19 +65,31 @@ class Methods {
     Answer categories(Params&);
     Answer add_category(Params& params);
     Answer remove_category(Params& params) {
-        const auto category = find_category(params, 0);
+        const auto category = find_category(engine(), params, 0);
         if (params.fault()) return *params.fault();
         return answer_of(engine().remove_category(*category), params.text(0));
     }
     Answer rename_category(Params& params) {
-        const auto category = find_category(params, 0);
+        const auto category = find_category(engine(), params, 0);
         const std::string name = params.text(1);
         if (params.fault()) return *params.fault();
         return answer_of(engine().rename_category(*category, to_utf16(name)), name);
     }
+    Answer set_category_folder(Params& params) {
+        const auto category = find_category(engine(), params, 0);
+        const std::string folder = params.text(1);
+        if (params.fault()) return *params.fault();
+        return answer_of(engine().set_category_folder(*category, to_utf16(folder)), folder);
+    }
+    Answer set_category_rule(Params& params) {
+        const auto category = find_category(engine(), params, 0);
+        const std::string rule = params.text(1);
+        if (params.fault()) return *params.fault();
+        return answer_of(engine().set_category_rule(*category, rule), rule);
+    }
     Answer move_category(Params& params) {
-        const auto category = find_category(params, 0);
-        const auto parent = find_category(params, 1);
+        const auto category = find_category(engine(), params, 0);
+        const auto parent = find_category(engine(), params, 1);
         if (params.fault()) return *params.fault();
         return answer_of(engine().move_category(*category, *parent), params.text(0));
     }
@@ -95,56 +104,19 @@ class Methods {
     Answer choose_files(Params& params);
     Answer statistics(Params&);
 
-  private:
     [[nodiscard]] Engine& engine() const noexcept { return parts_.engine; }
-    [[nodiscard]] const CJobNode* find_job(Params& params, const std::string& id) const;
-    std::vector<Guid> find_jobs(Params& params, std::size_t at);
-    std::optional<Guid> find_category(Params& params, std::size_t at);
-    Answer for_each(Params& params, Done (Engine::*operation)(const Guid&));
+
+  private:
+    Answer for_each(Params& params, Done (Engine::*operation)(const Guid&)) {
+        const std::vector<Guid> jobs = find_jobs(engine(), params, 0);
+        if (params.fault()) return *params.fault();
+        return for_all(jobs, [&](const Guid& job) { return (engine().*operation)(job); });
+    }
     [[nodiscard]] Json json_of(const CJobNode& job) const;
     Answer follow(const SettingName& name, const std::string& text);
 
     const VantlowMethods parts_;
 };
-
-const CJobNode* Methods::find_job(Params& params, const std::string& id) const {
-    const auto digits = guid_digits(id);
-    const auto found =
-        digits && !digits->empty() ? engine().find_by_digits(*digits) : std::vector<const CJobNode*>();
-    if (found.size() == 1) return found.front();
-    params.refuse(found.empty() ? "There is no job " + id + "."
-                                : "More than one job begins with " + id + ".");
-    return nullptr;
-}
-
-std::vector<Guid> Methods::find_jobs(Params& params, std::size_t at) {
-    std::vector<Guid> jobs;
-    for (const std::string& id : params.texts(at)) {
-        if (const CJobNode* const found = find_job(params, id)) jobs.push_back(found->identity);
-    }
-    return jobs;
-}
-
-std::optional<Guid> Methods::find_category(Params& params, std::size_t at) {
-    const std::string id = params.text(at);
-    const auto digits = guid_digits(id);
-    const auto guid = digits ? guid_from_digits(*digits) : std::nullopt;
-    if (guid && engine().find_category(*guid) != nullptr) return guid;
-    params.refuse("There is no category " + id + ".");
-    return std::nullopt;
-}
-
-// All of the jobs are there before anything is done.
-Answer Methods::for_each(Params& params, Done (Engine::*operation)(const Guid&)) {
-    const std::vector<Guid> jobs = find_jobs(params, 0);
-    if (params.fault()) return *params.fault();
-    Answer all = Json("OK");
-    for (const Guid& job : jobs) {
-        Answer one = answer_of((engine().*operation)(job), rpc::gid_of(job));
-        if (std::holds_alternative<Fault>(one)) all = std::move(one);
-    }
-    return all;
-}
 
 Json Methods::json_of(const CJobNode& job) const {
     const LiveJob* const live = parts_.live.find(job);
@@ -214,7 +186,7 @@ Answer Methods::list(Params& params) {
 }
 
 Answer Methods::job(Params& params) {
-    const CJobNode* const found = find_job(params, params.text(0));
+    const CJobNode* const found = find_job(engine(), params, params.text(0));
     if (params.fault()) return *params.fault();
     Json json = json_of(*found);
     json["referer"] = to_utf8(found->referer);
@@ -242,7 +214,7 @@ Answer Methods::job(Params& params) {
 
 Answer Methods::log(Params& params) {
     constexpr std::array directions{"note", "sent", "error", "received"};
-    const CJobNode* const found = find_job(params, params.text(0));
+    const CJobNode* const found = find_job(engine(), params, params.text(0));
     if (params.fault()) return *params.fault();
     Json lines = Json::array();
     for (const CLogNode& line : engine().log_of(found->identity)) {
@@ -254,7 +226,7 @@ Answer Methods::log(Params& params) {
 }
 
 Answer Methods::remove(Params& params) {
-    const std::vector<Guid> jobs = find_jobs(params, 0);
+    const std::vector<Guid> jobs = find_jobs(engine(), params, 0);
     const std::string word = params.find(1) == nullptr ? "keep" : params.text(1);
     if (word != "keep" && word != "erase" && word != "bin")
         params.refuse("Files are kept: keep, erase or bin.");
@@ -267,15 +239,10 @@ Answer Methods::remove(Params& params) {
 }
 
 Answer Methods::move_jobs(Params& params) {
-    const std::vector<Guid> jobs = find_jobs(params, 0);
-    const auto category = find_category(params, 1);
+    const std::vector<Guid> jobs = find_jobs(engine(), params, 0);
+    const auto category = find_category(engine(), params, 1);
     if (params.fault()) return *params.fault();
-    Answer all = Json("OK");
-    for (const Guid& job : jobs) {
-        Answer one = answer_of(engine().move(job, *category), rpc::gid_of(job));
-        if (std::holds_alternative<Fault>(one)) all = std::move(one);
-    }
-    return all;
+    return for_all(jobs, [&](const Guid& job) { return engine().move(job, *category); });
 }
 
 Answer Methods::categories(Params&) {
@@ -295,7 +262,8 @@ Answer Methods::categories(Params&) {
 Answer Methods::add_category(Params& params) {
     const std::string name = params.text(0);
     const std::string folder = params.find(1) == nullptr ? std::string() : params.text(1);
-    const auto parent = params.find(2) == nullptr ? std::optional(Guid()) : find_category(params, 2);
+    const auto parent =
+        params.find(2) == nullptr ? std::optional(Guid()) : find_category(engine(), params, 2);
     if (params.fault()) return *params.fault();
     const Engine::NewCategory made = engine().add_category(to_utf16(name), to_utf16(folder), *parent);
     if (!made.done.ok()) return answer_of(made.done, name);
@@ -408,7 +376,7 @@ Answer Methods::set_limits(Params& params) {
 // Parameters: a job, an object of the priorities of files by their numbers, and one of "sequential" and
 // "endsFirst".
 Answer Methods::choose_files(Params& params) {
-    const CJobNode* const job = find_job(params, params.text(0));
+    const CJobNode* const job = find_job(engine(), params, params.text(0));
     if (params.fault()) return *params.fault();
     const std::string id = params.text(0);
     const Guid identity = job->identity;
@@ -470,6 +438,8 @@ constexpr std::array methods{
     Named{"removeCategory", &Methods::remove_category},
     Named{"renameCategory", &Methods::rename_category},
     Named{"moveCategory", &Methods::move_category},
+    Named{"setCategoryFolder", &Methods::set_category_folder},
+    Named{"setCategoryRule", &Methods::set_category_rule},
     Named{"settings", &Methods::settings},
     Named{"setSetting", &Methods::set_setting},
     Named{"unsetSetting", &Methods::unset_setting},
@@ -489,6 +459,7 @@ void add_vantlow_methods(rpc::MethodTable& table, VantlowMethods parts) {
         table.add("vantlow." + std::string(one.name),
                   [all, method = one.method](Params& params) { return ((*all).*method)(params); });
     }
+    add_schedule_methods(table, all->engine());
     table.add_notification("vantlow.onQuestion");
 }
 

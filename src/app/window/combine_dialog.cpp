@@ -13,6 +13,7 @@
 #include "app/window/confirm.h"
 #include "app/window/model/texts.h"
 #include "app/window/model/translate.h"
+#include "app/window/system.h"
 #include "app/window/words.h"
 #include "platform/file.h"
 
@@ -56,7 +57,7 @@ void CCombineMediaDlg::build(const std::vector<std::u16string>& pieces) {
         new wxStaticText(this, wxID_ANY, ui(tr("&Pieces, in their order; the first one gives the format:"))),
         wxSizerFlags().Border(wxALL, FromDIP(10)));
     pieces_ = new wxListBox(this, wxID_ANY);
-    pieces_->SetName(ui(tr("Pieces")));
+    name_for_readers(*pieces_, ui(tr("Pieces")));
     for (const std::u16string& piece : pieces) pieces_->Append(ui(to_utf8(piece)));
     const auto width = static_cast<int>(model_.settings.number(setting::combine_width));
     pieces_->SetInitialSize(FromDIP(wxSize(width, 180)));

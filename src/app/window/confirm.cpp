@@ -14,6 +14,7 @@
 
 #include "app/window/model/texts.h"
 #include "app/window/model/translate.h"
+#include "app/window/system.h"
 #include "app/window/words.h"
 
 namespace vantlow {
@@ -69,7 +70,7 @@ wxTextCtrl* add_text(wxWindow& parent, wxSizer& grid, const wxString& label, con
                      long style) {
     grid.Add(new wxStaticText(&parent, wxID_ANY, label), wxSizerFlags().CentreVertical());
     auto* const control = new wxTextCtrl(&parent, wxID_ANY, value, wxDefaultPosition, wxDefaultSize, style);
-    control->SetName(wxControl::RemoveMnemonics(label));
+    name_for_readers(*control, wxControl::RemoveMnemonics(label));
     grid.Add(control, wxSizerFlags(1).Expand());
     return control;
 }
@@ -79,7 +80,7 @@ wxTextCtrl* add_folder(wxWindow& parent, wxSizer& grid, const wxString& label, c
     grid.Add(new wxStaticText(&parent, wxID_ANY, label), wxSizerFlags().CentreVertical());
     auto* const line = new wxBoxSizer(wxHORIZONTAL);
     auto* const text = new wxTextCtrl(&parent, wxID_ANY, ui(to_utf8(folder)));
-    text->SetName(wxControl::RemoveMnemonics(label));
+    name_for_readers(*text, wxControl::RemoveMnemonics(label));
     text->SetHint(ui(shown(hint)));
     line->Add(text, wxSizerFlags(1).CentreVertical());
     auto* const browse = new wxButton(&parent, wxID_ANY, ui(tr("&Browse...")));

@@ -10,6 +10,7 @@
 
 #include "app/window/model/texts.h"
 #include "app/window/model/translate.h"
+#include "app/window/system.h"
 #include "app/window/words.h"
 #include "engine/kinds.h"
 
@@ -142,7 +143,7 @@ DetailTabs::DetailTabs(wxWindow* parent, WindowModel& model)
       lines_(std::make_unique<Lines>()),
       connections_(std::make_unique<Connections>(details_)),
       log_(std::make_unique<Log>(details_)) {
-    SetName(ui(tr("Details of the download")));
+    name_for_readers(*this, ui(tr("Details of the download")));
     build_segments();
     build_torrent();
     build_log();
@@ -209,7 +210,7 @@ void DetailTabs::build_log() {
     auto* const page = new wxPanel(this);
     log_search_ = new wxSearchCtrl(page, wxID_ANY);
     log_search_->SetDescriptiveText(ui(tr("Search the log")));
-    log_search_->SetName(ui(tr("Search the log")));
+    name_for_readers(*log_search_, ui(tr("Search the log")));
     log_search_->ShowCancelButton(true);
     log_search_->Bind(wxEVT_TEXT, [this](wxCommandEvent&) { search_log(); });
     RowTable::Events events;

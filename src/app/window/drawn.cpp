@@ -2,6 +2,7 @@
 
 #include <wx/dcbuffer.h>
 #include <wx/settings.h>
+#include <wx/textwrapper.h>
 
 #include <algorithm>
 #include <array>
@@ -9,6 +10,7 @@
 
 #include "app/window/model/texts.h"
 #include "app/window/model/translate.h"
+#include "app/window/system.h"
 #include "app/window/words.h"
 
 namespace vantlow {
@@ -32,7 +34,7 @@ const std::array<wxColour, 6> work_colours{wxColour(42, 111, 208), wxColour(122,
 DrawnPane::DrawnPane(wxWindow* parent, const wxString& name)
     : wxPanel(parent, wxID_ANY, wxDefaultPosition, wxDefaultSize,
               wxTAB_TRAVERSAL | wxFULL_REPAINT_ON_RESIZE) {
-    SetName(name);
+    name_for_readers(*this, name);
     SetBackgroundStyle(wxBG_STYLE_PAINT);
     SetMinSize(FromDIP(wxSize(80, 48)));
     Bind(wxEVT_PAINT, [this](wxPaintEvent&) {
@@ -45,9 +47,24 @@ DrawnPane::DrawnPane(wxWindow* parent, const wxString& name)
     });
 }
 
-void DrawnPane::draw_note(wxDC& dc, const wxSize& size, const wxString& text) const {
+wxString wrapped(wxWindow& room, const wxString& text, int width) {
+    class Wrapper : public wxTextWrapper {
+      public:
+        wxString all;
+
+      private:
+        void OnOutputLine(const wxString& line) override { all += line; }
+        void OnNewLine() override { all += "\n"; }
+    };
+    Wrapper wrapper;
+    wrapper.Wrap(&room, text, width);
+    return wrapper.all;
+}
+
+void DrawnPane::draw_note(wxDC& dc, const wxSize& size, const wxString& text) {
+    const wxRect room = wxRect(size).Deflate(FromDIP(6));
     dc.SetTextForeground(blend(ink_colour(), paper_colour(), 0.65));
-    dc.DrawLabel(text, wxRect(size).Deflate(FromDIP(6)), wxALIGN_CENTRE);
+    dc.DrawLabel(wrapped(*this, text, room.width), room, wxALIGN_CENTRE);
 }
 
 wxColour DrawnPane::blend(const wxColour& over, const wxColour& paper, double part) {

@@ -9,6 +9,9 @@
 
 namespace vantlow {
 
+/// Breaks a text into lines that are no wider than so many pixels in this window's font.
+wxString wrapped(wxWindow& room, const wxString& text, int width);
+
 /// Has no flicker, follows its size, and shows a sentence where it has nothing to draw.
 class DrawnPane : public wxPanel {
   public:
@@ -16,7 +19,7 @@ class DrawnPane : public wxPanel {
 
   protected:
     virtual void draw(wxDC& dc, const wxSize& size) = 0;
-    void draw_note(wxDC& dc, const wxSize& size, const wxString& text) const;
+    void draw_note(wxDC& dc, const wxSize& size, const wxString& text);
     [[nodiscard]] static wxColour blend(const wxColour& over, const wxColour& paper, double part);
 };
 

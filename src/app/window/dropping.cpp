@@ -16,21 +16,27 @@
 namespace vantlow {
 namespace {
 
-/// A link that is dragged out of a browser. Its address is in front, in UTF-16: "UniformResourceLocatorW"
-/// ends it with a zero, "text/x-moz-url" with a line break before the title.
-class LinkObject : public wxCustomDataObject {
+/// A text that ends with a zero or with the data, in a form of which the toolkit knows nothing.
+class TextObject : public wxCustomDataObject {
   public:
-    explicit LinkObject(const wxString& format) : wxCustomDataObject(wxDataFormat(format)) {}
-    [[nodiscard]] std::string address() const {
+    /// `width`: bytes of a character.
+    TextObject(const wxString& format, std::size_t width)
+        : wxCustomDataObject(wxDataFormat(format)), width_(width) {}
+    [[nodiscard]] std::string text() const {
         const auto* const bytes = static_cast<const unsigned char*>(GetData());
-        std::u16string text;
-        for (std::size_t i = 0; i + 1 < GetSize(); i += 2) {
-            const auto c = static_cast<char16_t>(bytes[i] | (bytes[i + 1] << 8U));
-            if (c == 0 || c == u'\n') break;
-            text.push_back(c);
+        std::u16string wide;
+        std::string narrow;
+        for (std::size_t i = 0; i + width_ <= GetSize(); i += width_) {
+            const auto c = static_cast<char16_t>(bytes[i] | (width_ > 1 ? bytes[i + 1] << 8U : 0));
+            if (c == 0) break;
+            if (width_ > 1) wide.push_back(c);
+            if (width_ == 1) narrow.push_back(static_cast<char>(c));
         }
-        return to_utf8(text);
+        return width_ > 1 ? to_utf8(wide) : narrow;
     }
+
+  private:
+    const std::size_t width_;
 };
 
 /// Files, or the addresses of a list that names none of this machine (text/uri-list, RFC 2483).
@@ -57,8 +63,10 @@ class AnyObject : public wxDataObjectComposite {
     AnyObject() {
         Add(files_ = new FilesObject, true);
         Add(html_ = new wxHTMLDataObject);
-        Add(link_ = new LinkObject("UniformResourceLocatorW"));
-        Add(moz_link_ = new LinkObject("text/x-moz-url"));
+        Add(plain_html_ = new TextObject("HTML Text", 1));
+        Add(wide_link_ = new TextObject("UniformResourceLocatorW", 2));
+        Add(link_ = new TextObject("UniformResourceLocator", 1));
+        Add(moz_link_ = new TextObject("text/x-moz-url", 2));
         Add(text_ = new wxTextDataObject);
     }
     [[nodiscard]] Dropped dropped() const {
@@ -67,11 +75,15 @@ class AnyObject : public wxDataObjectComposite {
         if (got == files_) {
             for (const wxString& file : files_->GetFilenames()) dropped.files.push_back(utf8_of(file));
             if (dropped.files.empty()) dropped.links = links_in_text(files_->list());
-        } else if (got == html_) {
-            dropped.links = links_in_html(utf8_of(html_->GetHTML()));
-            if (dropped.links.empty()) dropped.links = links_in_text(utf8_of(html_->GetHTML()));
-        } else if (got == link_ || got == moz_link_) {
-            dropped.links = links_in_text((got == link_ ? link_ : moz_link_)->address());
+        } else if (got == html_ || got == plain_html_) {
+            const std::string html = got == html_ ? utf8_of(html_->GetHTML()) : plain_html_->text();
+            dropped.links = links_in_html(html);
+            if (dropped.links.empty()) dropped.links = links_in_text(html);
+        } else if (got == wide_link_ || got == link_) {
+            dropped.links = links_in_text((got == link_ ? link_ : wide_link_)->text());
+        } else if (got == moz_link_) {
+            const std::string text = moz_link_->text();
+            dropped.links = links_in_text(text.substr(0, text.find('\n')));  // the title stands behind it
         } else {
             dropped.links = links_in_text(utf8_of(text_->GetText()));
         }
@@ -81,8 +93,10 @@ class AnyObject : public wxDataObjectComposite {
   private:
     FilesObject* files_ = nullptr;
     wxHTMLDataObject* html_ = nullptr;
-    LinkObject* link_ = nullptr;
-    LinkObject* moz_link_ = nullptr;
+    TextObject* plain_html_ = nullptr;
+    TextObject* wide_link_ = nullptr;
+    TextObject* link_ = nullptr;
+    TextObject* moz_link_ = nullptr;
     wxTextDataObject* text_ = nullptr;
 };
 

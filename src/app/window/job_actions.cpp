@@ -300,7 +300,7 @@ void JobActions::edit_category(const Guid& category) {
 void JobActions::remove_category(const Guid& category) {
     const CClassNode* const node = model_.engine.find_category(category);
     if (node == nullptr) return;
-    const std::string name = shown(node->name);
+    const std::string name = vantlow::name_of(*node);
     if (!confirm(
             parent_, ui(tr("Remove category")),
             ui(fill(tr("Remove the category \"%1\"? Its downloads go to the category above it."), {name})),

@@ -10,6 +10,7 @@
 #include "app/window/confirm.h"
 #include "app/window/model/texts.h"
 #include "app/window/model/translate.h"
+#include "app/window/system.h"
 #include "app/window/words.h"
 #include "platform/file.h"
 #include "store/job_list.h"
@@ -42,7 +43,7 @@ std::optional<ExportForm> ask_what(wxWindow& parent, const WindowModel& model) {
     auto* const choice =
         new wxRadioBox(&dialog, wxID_ANY, ui(tr("Downloads")), wxDefaultPosition, wxDefaultSize, 2, which, 1);
     auto* const columns = new wxCheckListBox(&dialog, wxID_ANY);
-    columns->SetName(ui(tr("More columns")));
+    name_for_readers(*columns, ui(tr("More columns")));
     for (const std::u16string_view name : attribute_names_wide) {
         const int at = columns->Append(ui(to_utf8(name)));
         // A list that goes to others names no passwords unless that is wanted.

@@ -10,6 +10,7 @@
 #include "app/window/confirm.h"
 #include "app/window/model/translate.h"
 #include "app/window/pictures.h"
+#include "app/window/system.h"
 #include "app/window/words.h"
 
 namespace vantlow {
@@ -105,7 +106,7 @@ void JobPane::choose_columns() {
     wxDialog dialog(this, wxID_ANY, ui(tr("Columns")), wxDefaultPosition, wxDefaultSize,
                     wxDEFAULT_DIALOG_STYLE | wxRESIZE_BORDER);
     auto* const list = new wxCheckListBox(&dialog, wxID_ANY);
-    list->SetName(ui(tr("Columns")));
+    name_for_readers(*list, ui(tr("Columns")));
     for (std::size_t i = 0; i < now.columns.size(); ++i) {
         list->Append(title_of(now.columns[i].column));
         list->Check(static_cast<unsigned>(i), now.columns[i].shown);
@@ -155,8 +156,13 @@ void JobPane::take_news(const RowNews& news) {
         } else {
             table_->remove_and_insert(news.removed, news.inserted);
         }
-        table_->select(model_.rows.selected_rows());
-        if (!news.removed.empty() && events_.selected) events_.selected();
+        const std::vector<std::size_t> selected = model_.rows.selected_rows();
+        table_->select(selected);
+        // A new download was selected before it had a row.
+        const bool is_selected = std::ranges::any_of(news.inserted, [&selected](std::size_t row) {
+            return std::ranges::binary_search(selected, row);
+        });
+        if ((is_selected || !news.removed.empty()) && events_.selected) events_.selected();
     }
     if (news.places) return table_->redraw();
     if (!news.changed.empty()) table_->redraw(news.changed);

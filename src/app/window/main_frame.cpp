@@ -2,6 +2,7 @@
 
 #include <wx/app.h>
 #include <wx/dialog.h>
+#include <wx/evtloop.h>
 #include <wx/sizer.h>
 #include <wx/statusbr.h>
 #include <wx/toolbar.h>
@@ -17,6 +18,7 @@
 #include "app/window/options_dialog.h"
 #include "app/window/pictures.h"
 #include "app/window/question_dialog.h"
+#include "app/window/system.h"
 #include "app/window/words.h"
 #include "platform/process.h"
 
@@ -85,7 +87,7 @@ void MainFrame::build_panes() {
     bar_ = new wxInfoBar(middle);
     search_ = new wxSearchCtrl(middle, wxID_ANY);
     search_->SetDescriptiveText(ui(tr("Search names, addresses and comments")));
-    search_->SetName(ui(tr("Search downloads")));
+    name_for_readers(*search_, ui(tr("Search downloads")));
     search_->ShowCancelButton(true);
     JobPane::Events of_jobs;
     of_jobs.selected = [this] { show_selection(); };
@@ -202,7 +204,9 @@ void MainFrame::end() {
         auto* const dialog = dynamic_cast<wxDialog*>(window);
         if (dialog != nullptr && dialog->IsModal()) dialog->EndModal(wxID_CANCEL);
     }
-    wxTheApp->ExitMainLoop();
+    // The loop of a dialog is still the running one, and the toolkit's own ExitMainLoop would then do nothing.
+    wxEventLoopBase* const loop = wxTheApp->GetMainLoop();
+    if (loop != nullptr) loop->ScheduleExit();
 }
 
 void MainFrame::on_close(wxCloseEvent& event) {
@@ -225,6 +229,7 @@ void MainFrame::round() {
 void MainFrame::slow_round() {
     model_.tick();
     show_status();
+    follow_states();
     if (speed_->IsShownOnScreen()) speed_->Refresh();
     zone_->look();
     notices_->look();
@@ -246,6 +251,14 @@ void MainFrame::show_status() {
     put(model_.status.waiting_part(), waiting_field);
     put(model_.status.space_part(), space_field);
     put(model_.status.limit_part(), limit_field);
+}
+
+// A download that is selected starts and ends by itself; of very many the menus ask when they open.
+void MainFrame::follow_states() {
+    constexpr std::size_t most_followed = 1000;
+    if (enabled_at_ == model_.engine.revision() || model_.rows.selected().size() > most_followed) return;
+    enabled_at_ = model_.engine.revision();
+    enable_commands();
 }
 
 void MainFrame::show_view() {

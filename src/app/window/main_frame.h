@@ -47,6 +47,7 @@ class MainFrame : public wxFrame {
     void come_to_front();
     /// Closes it for good: the process ends.
     void end();
+    [[nodiscard]] bool is_ending() const noexcept { return ending_; }
 
   private:
     void build_panes();
@@ -61,6 +62,7 @@ class MainFrame : public wxFrame {
     void show_view();
     void show_selection();
     void enable_commands();
+    void follow_states();
     [[nodiscard]] bool can(Command command) const;
     void give(Command command);
     void give_other(Command command);
@@ -93,6 +95,7 @@ class MainFrame : public wxFrame {
     wxAuiManager panes_;
     wxTimer timer_;
     int rounds_ = 0;
+    std::uint64_t enabled_at_ = 0;  ///< the engine's revision when the commands were enabled last
     wxInfoBar* bar_ = nullptr;
     wxSearchCtrl* search_ = nullptr;
     ViewPane* views_ = nullptr;

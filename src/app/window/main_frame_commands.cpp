@@ -178,7 +178,7 @@ void MainFrame::pop_up_jobs() {
         const int id = command_category_first + static_cast<int>(move_targets_.size());
         if (id > command_category_last) break;
         move_targets_.push_back(category->identity);
-        targets->Append(id, as_label(shown(category->name)));
+        targets->Append(id, as_label(name_of(*category)));
     }
     const auto menu = make_jobs_menu(std::move(targets));
     for (int id = command_start; id <= command_properties; ++id) {

@@ -20,4 +20,14 @@ void NativePane::note_selection(const std::function<void()>& tell) {
     });
 }
 
+void NativePane::open_menu_by_key(const std::function<void()>& open) {
+    Bind(wxEVT_CHAR_HOOK, [&open](wxKeyEvent& event) {
+        const int key = event.GetKeyCode();
+        const bool is_asked = key == WXK_WINDOWS_MENU || key == WXK_MENU ||
+                              (key == WXK_F10 && event.GetModifiers() == wxMOD_SHIFT);
+        if (!is_asked || !open) return event.Skip();
+        open();
+    });
+}
+
 }  // namespace vantlow

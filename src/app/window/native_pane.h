@@ -22,6 +22,9 @@ class NativePane : public wxPanel {
     void fill_with(wxWindow& control);
     /// To be called for each change of the selection that the control tells of.
     void note_selection(const std::function<void()>& tell);
+    /// Has the keys for context menus (Menu, Shift+F10) call `open`, which outlives the panel, where the
+    /// control does not know them.
+    void open_menu_by_key(const std::function<void()>& open);
     [[nodiscard]] bool is_silent() const noexcept { return silent_; }
 
     /// While it lives, the selection is changed by the program.

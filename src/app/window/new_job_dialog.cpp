@@ -15,12 +15,14 @@
 #include "app/window/confirm.h"
 #include "app/window/model/texts.h"
 #include "app/window/model/translate.h"
+#include "app/window/system.h"
 #include "app/window/words.h"
 
 namespace vantlow {
 namespace {
 
 constexpr std::size_t most_previewed = 200;
+constexpr int pause_ms = 600;  // of the typing, before a server is asked
 
 int depth_of(const CClassNode& category) {
     int depth = 0;
@@ -40,12 +42,15 @@ NewJobDialog::NewJobDialog(wxWindow& parent, WindowModel& model, NewJobForm form
              wxSizerFlags().Border(wxLEFT | wxRIGHT | wxTOP, FromDIP(10)));
     addresses_ = new wxTextCtrl(this, wxID_ANY, ui(form_.addresses), wxDefaultPosition, wxDefaultSize,
                                 wxTE_MULTILINE | wxTE_DONTWRAP);
-    addresses_->SetName(ui(tr("Addresses")));
+    name_for_readers(*addresses_, ui(tr("Addresses")));
     addresses_->SetMinSize(FromDIP(wxSize(520, 90)));
     all->Add(addresses_, wxSizerFlags(1).Expand().Border(wxALL, FromDIP(10)));
     note_ =
         new wxStaticText(this, wxID_ANY, wxString(), wxDefaultPosition, wxDefaultSize, wxST_ELLIPSIZE_END);
     all->Add(note_, wxSizerFlags().Expand().Border(wxLEFT | wxRIGHT, FromDIP(10)));
+    says_ =
+        new wxStaticText(this, wxID_ANY, wxString(), wxDefaultPosition, wxDefaultSize, wxST_ELLIPSIZE_MIDDLE);
+    all->Add(says_, wxSizerFlags().Expand().Border(wxLEFT | wxRIGHT | wxTOP, FromDIP(10)));
     build_files(*all);
     build_places(*all);
     build_more(*all);
@@ -60,6 +65,10 @@ NewJobDialog::NewJobDialog(wxWindow& parent, WindowModel& model, NewJobForm form
     Bind(wxEVT_CHECKBOX, [this](wxCommandEvent&) { look(); });
     Bind(wxEVT_CHECKLISTBOX, [this](wxCommandEvent&) { look(); });
     Bind(wxEVT_SPINCTRL, [this](wxSpinEvent&) { look(); });
+    pause_.Bind(wxEVT_TIMER, [this](wxTimerEvent&) {
+        inquiry_ = model_.new_jobs.inquire(form_, [this] { CallAfter([this] { look_at_server(); }); });
+        look_at_server();
+    });
     addresses_->SetFocus();
     addresses_->SetInsertionPointEnd();
     look();
@@ -67,7 +76,7 @@ NewJobDialog::NewJobDialog(wxWindow& parent, WindowModel& model, NewJobForm form
 
 void NewJobDialog::build_files(wxSizer& all) {
     files_ = new wxCheckListBox(this, wxID_ANY);
-    files_->SetName(ui(tr("Files")));
+    name_for_readers(*files_, ui(tr("Files")));
     files_->SetMinSize(FromDIP(wxSize(460, 140)));
     files_->Hide();
     all.Add(files_, wxSizerFlags(1).Expand().Border(wxLEFT | wxRIGHT | wxTOP, FromDIP(10)));
@@ -78,10 +87,10 @@ void NewJobDialog::build_places(wxSizer& all) {
     grid->AddGrowableCol(1);
     grid->Add(new wxStaticText(this, wxID_ANY, ui(tr("&Category:"))), wxSizerFlags().CentreVertical());
     category_ = new wxChoice(this, wxID_ANY);
-    category_->SetName(ui(tr("Category")));
+    name_for_readers(*category_, ui(tr("Category")));
     for (const CClassNode* const category : model_.engine.categories()) {
         category_->Append(wxString(' ', static_cast<std::size_t>(2 * depth_of(*category))) +
-                          ui(shown(category->name)));
+                          ui(name_of(*category)));
         categories_.push_back(category->identity);
         if (category->identity == form_.category)
             category_->SetSelection(static_cast<int>(categories_.size()) - 1);
@@ -100,12 +109,12 @@ void NewJobDialog::build_places(wxSizer& all) {
     auto* const last = new wxBoxSizer(wxHORIZONTAL);
     connections_ = new wxSpinCtrl(this, wxID_ANY, wxString(), wxDefaultPosition, wxDefaultSize,
                                   wxSP_ARROW_KEYS, 1, most_connections, form_.connections);
-    connections_->SetName(ui(tr("Connections")));
+    name_for_readers(*connections_, ui(tr("Connections")));
     last->Add(connections_);
     last->Add(new wxStaticText(this, wxID_ANY, ui(tr("&Start:"))),
               wxSizerFlags().CentreVertical().Border(wxLEFT, FromDIP(16)));
     start_ = new wxChoice(this, wxID_ANY);
-    start_->SetName(ui(tr("Start")));
+    name_for_readers(*start_, ui(tr("Start")));
     start_->Append(ui(tr("at once")));
     start_->Append(ui(tr("by hand")));
     if (model_.new_jobs.has_plan()) start_->Append(ui(tr("by the week plan")));
@@ -195,6 +204,24 @@ void NewJobDialog::look_at_category() {
     if (at != categories_.end()) category_->SetSelection(static_cast<int>(at - categories_.begin()));
 }
 
+// Another question ends the one before.
+void NewJobDialog::look_at_server() {
+    const std::string question = model_.new_jobs.question_of(form_);
+    if (question != question_) {
+        pause_.Stop();
+        inquiry_.reset();
+        if (!question.empty()) pause_.StartOnce(IsShown() ? pause_ms : 1);
+        question_ = question;
+    }
+    const auto says = inquiry_ ? inquiry_->answer() : std::nullopt;
+    const bool waits = !question.empty() && !says && (inquiry_ || pause_.IsRunning());
+    says_->SetLabel(says    ? as_label(sentence_of(*says))
+                    : waits ? ui(tr("The server is being asked ..."))
+                            : wxString());
+    const bool is_named = says && says->result.ok();
+    name_->SetHint(is_named ? ui(shown(says->name)) : ui(tr("as the server names it")));
+}
+
 // Says what is wrong, or what will be done, while it is typed.
 wxString NewJobDialog::note() const {
     const auto faults = model_.new_jobs.check(form_);
@@ -221,6 +248,7 @@ void NewJobDialog::look() {
     look_at_files();
     folder_->SetHint(ui(shown(model_.new_jobs.folder_of(form_))));
     note_->SetLabel(note());
+    look_at_server();
     ok_->Enable(model_.new_jobs.check(form_).empty());
 }
 

@@ -14,10 +14,11 @@
 #include <wx/srchctrl.h>
 #include <wx/stattext.h>
 #include <wx/textctrl.h>
-#include <wx/textwrapper.h>
 
 #include "app/window/confirm.h"
+#include "app/window/drawn.h"
 #include "app/window/model/translate.h"
+#include "app/window/system.h"
 #include "app/window/words.h"
 #include "base/text.h"
 
@@ -37,21 +38,6 @@ wxColour quiet_ink() {
             mixed(ink.Blue(), paper.Blue())};
 }
 
-// A check box does not break its label by itself.
-wxString wrapped(wxWindow& room, const wxString& text) {
-    class Wrapper : public wxTextWrapper {
-      public:
-        wxString all;
-
-      private:
-        void OnOutputLine(const wxString& line) override { all += line; }
-        void OnNewLine() override { all += "\n"; }
-    };
-    Wrapper wrapper;
-    wrapper.Wrap(&room, text, room.FromDIP(wrapped_at));
-    return wrapper.all;
-}
-
 }  // namespace
 
 OptionsDialog::OptionsDialog(wxWindow& parent, SettingPages& pages,
@@ -64,11 +50,11 @@ OptionsDialog::OptionsDialog(wxWindow& parent, SettingPages& pages,
     auto* const left = new wxBoxSizer(wxVERTICAL);
     search_ = new wxSearchCtrl(this, wxID_ANY);
     search_->SetDescriptiveText(ui(tr("Search the options")));
-    search_->SetName(ui(tr("Search the options")));
+    name_for_readers(*search_, ui(tr("Search the options")));
     search_->ShowCancelButton(true);
     left->Add(search_, wxSizerFlags().Expand().Border(wxBOTTOM, FromDIP(6)));
     titles_ = new wxListBox(this, wxID_ANY);
-    titles_->SetName(ui(tr("Pages")));
+    name_for_readers(*titles_, ui(tr("Pages")));
     for (const SettingPage& page : pages_) titles_->Append(ui(page.title));
     titles_->SetMinSize(FromDIP(wxSize(180, 300)));
     left->Add(titles_, wxSizerFlags(1).Expand());
@@ -126,7 +112,7 @@ void OptionsDialog::add_line(wxSizer& all, const SettingLine& line) {
     }
     auto* const row = new wxBoxSizer(wxHORIZONTAL);
     editor = make_editor(line);
-    editor->SetName(ui(line.label));
+    name_for_readers(*editor, ui(line.label));
     editor->SetToolTip(ui(line.setting.name()));
     row->Add(editor, wxSizerFlags(1).CentreVertical());
     const bool is_path =
@@ -165,7 +151,9 @@ void OptionsDialog::add_line(wxSizer& all, const SettingLine& line) {
 wxWindow* OptionsDialog::make_editor(const SettingLine& line) {
     using Editor = SettingLine::Editor;
     if (line.editor == Editor::yes_no) {
-        auto* const box = new wxCheckBox(room_, wxID_ANY, wrapped(*room_, as_label(line.label)));
+        // A check box does not break its label by itself.
+        auto* const box =
+            new wxCheckBox(room_, wxID_ANY, wrapped(*room_, as_label(line.label), FromDIP(wrapped_at)));
         box->SetValue(line.value != "0");
         box->Bind(wxEVT_CHECKBOX,
                   [this, line](wxCommandEvent& event) { set(line, event.IsChecked() ? "1" : "0"); });

@@ -14,6 +14,7 @@
 #include "app/window/model/new_jobs.h"
 #include "app/window/model/texts.h"
 #include "app/window/model/translate.h"
+#include "app/window/system.h"
 #include "app/window/words.h"
 
 namespace vantlow {
@@ -53,7 +54,7 @@ QuestionDialog::QuestionDialog(wxWindow& parent, const Question& question, const
         // It can be selected and compared with what the owner of the server says.
         auto* const print = new wxTextCtrl(this, wxID_ANY, ui(question.fingerprint), wxDefaultPosition,
                                            wxDefaultSize, wxTE_READONLY);
-        print->SetName(ui(tr("Fingerprint")));
+        name_for_readers(*print, ui(tr("Fingerprint")));
         all->Add(print, wxSizerFlags().Expand().Border(wxLEFT | wxRIGHT | wxBOTTOM, FromDIP(12)));
     }
     if (question.kind == QuestionKind::credentials) build_login(*all);
@@ -72,12 +73,12 @@ void QuestionDialog::build_login(wxSizer& all) {
     grid->AddGrowableCol(1);
     grid->Add(new wxStaticText(this, wxID_ANY, ui(tr("&User:"))), wxSizerFlags().CentreVertical());
     user_ = new wxTextCtrl(this, wxID_ANY, ui(to_utf8(question_.standard.user)));
-    user_->SetName(ui(tr("User")));
+    name_for_readers(*user_, ui(tr("User")));
     user_->SetMinSize(FromDIP(wxSize(260, -1)));
     grid->Add(user_, wxSizerFlags().Expand());
     grid->Add(new wxStaticText(this, wxID_ANY, ui(tr("Pass&word:"))), wxSizerFlags().CentreVertical());
     password_ = new wxTextCtrl(this, wxID_ANY, wxString(), wxDefaultPosition, wxDefaultSize, wxTE_PASSWORD);
-    password_->SetName(ui(tr("Password")));
+    name_for_readers(*password_, ui(tr("Password")));
     grid->Add(password_, wxSizerFlags().Expand());
     all.Add(grid, wxSizerFlags().Expand().Border(wxLEFT | wxRIGHT | wxBOTTOM, FromDIP(12)));
     user_->SetFocus();
@@ -85,7 +86,7 @@ void QuestionDialog::build_login(wxSizer& all) {
 
 void QuestionDialog::build_files(wxSizer& all) {
     files_ = new wxCheckListBox(this, wxID_ANY);
-    files_->SetName(ui(tr("Files")));
+    name_for_readers(*files_, ui(tr("Files")));
     for (std::size_t i = 0; i < question_.files.size(); ++i) {
         const Question::File& file = question_.files[i];
         wxString line = ui(shown(file.name));

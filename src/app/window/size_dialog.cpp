@@ -8,6 +8,7 @@
 #include "app/window/confirm.h"
 #include "app/window/model/texts.h"
 #include "app/window/model/translate.h"
+#include "app/window/system.h"
 #include "app/window/words.h"
 #include "media/video_size.h"
 
@@ -24,7 +25,7 @@ CFixVideoSizeDlg::CFixVideoSizeDlg(wxWindow& parent, const std::u16string& path,
         grid->Add(new wxStaticText(this, wxID_ANY, ui(label)), wxSizerFlags().CentreVertical());
         auto* const spin = new wxSpinCtrl(this, wxID_ANY, wxString(), wxDefaultPosition, wxDefaultSize,
                                           wxSP_ARROW_KEYS, 1, largest_video_edge, value);
-        spin->SetName(wxControl::RemoveMnemonics(ui(label)));
+        name_for_readers(*spin, wxControl::RemoveMnemonics(ui(label)));
         grid->Add(spin);
         return spin;
     };

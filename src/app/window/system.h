@@ -18,7 +18,7 @@ void make_rows_equal(wxWindow& table, bool clickable);
 /// GTK: the sign of order in a header.
 void show_column_order(wxWindow& table, int position, bool shown, bool descending);
 
-/// GTK: the name by which screen readers call a control; elsewhere they take the toolkit's.
+/// Gives a control the name by which screen readers call it; the toolkit's own is none for GTK.
 void name_for_readers(wxWindow& control, const wxString& name);
 
 /// The system's handle of a top-level window where other programs look for it (Windows); else null.

@@ -9,6 +9,7 @@
 #include "app/terminal/quantities.h"
 #include "base/text.h"
 #include "bt/torrent_settings.h"
+#include "engine/schedule_texts.h"
 #include "platform/console.h"
 #include "platform/folder.h"
 #include "platform/process.h"
@@ -40,6 +41,7 @@ Complaint override_settings(Settings& settings, const GetOptions& options) {
         settings.override_value(setting::ip_filter.section, setting::ip_filter.key, u"1");
         settings.override_value(setting::ip_filter_file.section, setting::ip_filter_file.key, list);
     }
+    if (options.port) set(setting::peer_port, *options.port);
     if (options.jobs) set(setting::max_jobs, *options.jobs);
     // The trackers of torrents know the settings, not the options of a job.
     if (options.job.insecure) set(setting::verify_peer, 0);
@@ -117,6 +119,7 @@ struct GetTools {
     ConnectionServices& connections;
     ThreadPool& threads;
     JobOutput& output;
+    std::optional<std::int64_t> until;  ///< when it stops, seconds since 1970
 };
 
 Exit run_jobs(CFerrywellApp& app, const GlobalOptions& global, const GetOptions& options,
@@ -145,9 +148,11 @@ Exit run_jobs(CFerrywellApp& app, const GlobalOptions& global, const GetOptions&
     draft.links = std::move(links);
     jobs.add(draft);
     draft = {};
+    if (tools.until) jobs.end_at(*tools.until);
     jobs.drive();
     engine.end_running();
-    return jobs.status();
+    if (jobs.was_ended_by_clock()) return Exit::failed;
+    return app.stop().requested() ? Exit::interrupted : jobs.status();
 }
 
 Exit run_to_output(CFerrywellApp& app, const GlobalOptions& global, GetOptions options,
@@ -157,14 +162,36 @@ Exit run_to_output(CFerrywellApp& app, const GlobalOptions& global, GetOptions o
     if (complaint) return complain(*complaint, Exit::local_file);
     tools.output.keep_off_output();
     OutputPipe pipe(tools.threads);
-    Exit status = run_jobs(app, global, options, std::move(links), tools, &pipe);
-    if (app.stop().requested()) status = Exit::interrupted;
+    const Exit status = run_jobs(app, global, options, std::move(links), tools, &pipe);
     if (pipe.is_stuck()) {
         tools.output.close();
         place.clean();
         end_process(static_cast<int>(final_status(status)));
     }
     return status;
+}
+
+/// The moments of --at and --until, seconds since 1970.
+struct Moments {
+    std::optional<std::int64_t> start;
+    std::optional<std::int64_t> stop;
+};
+
+std::optional<Moments> moments_of(const GetOptions& options) {
+    const auto times =
+        read_times({options.at, options.until, {}, 0}, system_wall_clock.now(), system_wall_clock);
+    if (!times) return std::nullopt;
+    Moments moments;
+    for (const CScheduleNode& entry : *times)
+        (entry.action == schedule_action::start ? moments.start : moments.stop) = entry.time;
+    return moments;
+}
+
+// The clock on the wall may be set while this waits.
+void wait_until(std::int64_t moment, const StopSource& stop) {
+    constexpr std::int64_t longest = 10;
+    for (std::int64_t left = 1; left > 0 && !stop.wait_for(std::chrono::seconds(std::min(left, longest)));)
+        left = moment - system_wall_clock.now();
 }
 
 Exit run_get(CFerrywellApp& app, const GlobalOptions& global, const GetOptions& options) {
@@ -174,6 +201,8 @@ Exit run_get(CFerrywellApp& app, const GlobalOptions& global, const GetOptions& 
     if (!complaint) complaint = check_draft(options.job);
     if (!complaint) complaint = look_at_proxies(app, options.job);
     if (!complaint) complaint = read_links(options.job, links);
+    const auto moments = moments_of(options);
+    if (!complaint && !moments) complaint = std::string(times_complaint);
     const bool to_output = options.job.output == "-";
     if (!complaint && to_output && global.json)
         complaint = "--output - and --json cannot both have the standard output.";
@@ -186,17 +215,18 @@ Exit run_get(CFerrywellApp& app, const GlobalOptions& global, const GetOptions& 
     StopSource& stop = app.stop();
     ThreadPool threads;
     const InterruptWatch watch(stop_at_interrupt, &stop);
+    if (moments->start) wait_until(*moments->start, stop);
+    if (stop.requested()) return Exit::interrupted;
     CJobLog dial_log(global.verbose ? [&output](const CLogNode& line) { output.log_line(0, line); }
                                     : CJobLog::Listener());
     if (const Result dialled = dial_as_set(app, dial_log); !dialled.ok()) {
         output.complain(dialled.message());
         return exit_of(dialled);
     }
-    const GetTools tools{connections, threads, output};
-    Exit status = to_output ? run_to_output(app, global, options, std::move(links), tools)
-                            : run_jobs(app, global, options, std::move(links), tools, nullptr);
+    const GetTools tools{connections, threads, output, moments->stop};
+    const Exit status = to_output ? run_to_output(app, global, options, std::move(links), tools)
+                                  : run_jobs(app, global, options, std::move(links), tools, nullptr);
     output.close();
-    if (stop.requested()) status = Exit::interrupted;
     return leave(connections.resolver, status);
 }
 
@@ -220,10 +250,15 @@ void add_get_command(CommandSet& commands) {
         ->description("The name of the file, where there is one link only (-: standard output)");
     get.add_option("-j,--jobs", options->jobs, "Jobs at once (default: 3)")->check(CLI::Range(1, 1000));
     get.add_option("--limit", options->job.limit, "Bytes a second for all connections together (500K, 2M)");
+    get.add_option("--at", options->at, "When to begin: 22:00, or 2026-11-27T22:00, in the local time");
+    get.add_option("--until", options->until, "When to stop; the same command goes on later");
     get.add_option("--give-up-after", options->give_up_after,
                    "The time that a job tries without a byte: 90s, 5m, 2h, 1d; 0: without end (default: "
                    "without end in a terminal and with --retries, else 1d)");
     add_seed_options(get, options->seed);
+    get.add_option("--port", options->port,
+                   "The port at which a torrent's peers call, TCP and UDP (default: a free one)")
+        ->check(CLI::Range(1, 65535));
     get.add_option(
         "--ip-filter", options->ip_filter,
         "A list of addresses that are no peers of torrents, as ipfilter.dat in the data folder is");

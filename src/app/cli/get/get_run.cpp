@@ -93,6 +93,13 @@ void GetRun::give_up(const Guid& job, Result why) {
     if (given_up_.emplace(job, std::move(why)).second) static_cast<void>(engine_.stop(job));
 }
 
+void GetRun::look_at_clock() {
+    if (!end_ || engine_.clock().now() < *end_ || stop_.requested()) return;
+    ended_by_clock_ = true;
+    output_.complain("The time is over. The same command goes on from here.");
+    stop_.request();
+}
+
 // Offers the file as far as it is there. A file with a hash to check is offered at its end only.
 void GetRun::feed_pipe() {
     for (const RunningJob& running : engine_.running_jobs()) {
@@ -125,6 +132,7 @@ void GetRun::drive() {
         next_tick = from_now(tick_interval);
         engine_.tick();
         look_for_hopeless();
+        look_at_clock();
         if (memory_) memory_->save();
     }
     if (stop_.requested() && engine_.waiting() > 0) all_.add(Code::stopped);

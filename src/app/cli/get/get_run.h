@@ -23,7 +23,10 @@ struct GetOptions {
     std::optional<int> jobs;    ///< at once
     std::string give_up_after;  ///< a span of time; empty: not given
     SeedOptions seed;
-    std::string ip_filter;  ///< a list of addresses that are no peers; empty: none
+    std::optional<int> port;  ///< at which peers call
+    std::string ip_filter;    ///< a list of addresses that are no peers; empty: none
+    std::string at,
+        until;  ///< moments at which it begins and stops, as parse_moment() reads them; empty: none
 };
 
 /// Adds the word `get`.
@@ -60,6 +63,10 @@ class GetRun : public TerminalClient {
     /// Sends the file of the only job there, as far as it cannot change any more.
     void write_to(OutputPipe& pipe) { pipe_ = &pipe; }
 
+    /// The moment of the clock, seconds since 1970, at which everything is stopped as by the user.
+    void end_at(std::int64_t moment) { end_ = moment; }
+    [[nodiscard]] bool was_ended_by_clock() const noexcept { return ended_by_clock_; }
+
     /// Files the jobs of a draft. Those that the memory knows as finished are reported so.
     void add(const JobDraft& draft);
     /// Returns when every job has ended, also those that fetched documents name; after a stop, when the
@@ -74,12 +81,15 @@ class GetRun : public TerminalClient {
     bool is_wanted(const CJobNode& job);
     void look_for_hopeless();
     void give_up(const Guid& job, Result why);
+    void look_at_clock();
     void feed_pipe();
     void remove_settled();
 
     Patience patience_;
     std::map<Guid, Result> given_up_;  ///< with the reasons
     OutputPipe* pipe_ = nullptr;
+    std::optional<std::int64_t> end_;
+    bool ended_by_clock_ = false;
     std::unique_ptr<ListMemory> memory_;  ///< null: nothing is remembered
     std::atomic<std::size_t> filed_{0};   ///< jobs
     /// The number of the next job that never ran: counted down, while those of running jobs are counted up.

@@ -1,9 +1,8 @@
 // `vantlow schedule`: the week plan, and the times of jobs.
-#include <nlohmann/json.hpp>
-
 #include <memory>
 
 #include "app/cli/report.h"
+#include "app/cli/schedule_json.h"
 #include "app/cli/store/store_command.h"
 #include "app/terminal/display_text.h"
 #include "app/terminal/quantities.h"
@@ -36,34 +35,6 @@ struct ScheduleOptions {
     }
 };
 
-ordered_json days_json(std::int32_t days) {
-    ordered_json list = ordered_json::array();
-    const std::string text = weekdays_text(days);
-    for (const std::string_view day : split(text, ',')) {
-        if (!day.empty()) list.push_back(day);
-    }
-    return list;
-}
-
-ordered_json moment_json(const std::optional<std::int64_t>& at) {
-    return at ? ordered_json(iso_time(*at)) : ordered_json(nullptr);
-}
-
-const char* word_of(std::int32_t action) {
-    return action == schedule_action::start ? "start" : "stop";
-}
-
-ordered_json plan_json(const Engine& engine) {
-    const WeekPlan plan = engine.week_plan();
-    if (plan.days == 0) return nullptr;
-    const PlanState state = state_at(plan, engine.clock().now(), engine.clock());
-    return {{"days", days_json(plan.days)},
-            {"start", time_of_day_text(plan.start)},
-            {"stop", time_of_day_text(plan.stop)},
-            {"runs", state.runs},
-            {"next", moment_json(state.next)}};
-}
-
 std::string plan_text(const Engine& engine) {
     const WeekPlan plan = engine.week_plan();
     if (plan.days == 0) return "There is no week plan.\n";
@@ -75,25 +46,6 @@ std::string plan_text(const Engine& engine) {
     return text + ".\n";
 }
 
-ordered_json job_json(const Engine& engine, const CJobNode& job) {
-    ordered_json entries = ordered_json::array();
-    for (const CScheduleNode& entry : times_of(job)) {
-        ordered_json one = {{"action", word_of(entry.action)}};
-        const bool is_weekly = entry.weekdays > 0;
-        one["at"] = is_weekly ? time_of_day_text(entry.time) : iso_time(entry.time);
-        if (is_weekly) one["days"] = days_json(entry.weekdays);
-        if (entry.weekdays < 0) one["every"] = -static_cast<std::int64_t>(entry.weekdays);
-        entries.push_back(std::move(one));
-    }
-    ordered_json next = nullptr;
-    if (const auto action = engine.next_action_of(job))
-        next = {{"action", word_of(action->action)}, {"at", iso_time(action->at)}};
-    return {{"id", guid_text(job.identity)},
-            {"plan", schedule_of(job).by_plan},
-            {"entries", std::move(entries)},
-            {"next", std::move(next)}};
-}
-
 std::string job_text(const Engine& engine, const CJobNode& job) {
     const JobSchedule schedule = schedule_of(job);
     std::string text = guid_text(job.identity) + "  ";
@@ -101,7 +53,7 @@ std::string job_text(const Engine& engine, const CJobNode& job) {
     for (const CScheduleNode& entry : schedule.times) {
         const bool is_weekly = entry.weekdays > 0;
         if (&entry != &schedule.times.front()) text += ", ";
-        text += std::string(word_of(entry.action)) + " ";
+        text += std::string(schedule_action_name(entry.action)) + " ";
         text += is_weekly ? weekdays_text(entry.weekdays) + " " + time_of_day_text(entry.time)
                           : local_moment_text(entry.time, engine.clock());
         if (entry.weekdays < 0)
@@ -109,7 +61,7 @@ std::string job_text(const Engine& engine, const CJobNode& job) {
     }
     if (!schedule.is_set()) text += "no times of its own";
     if (const auto next = engine.next_action_of(job))
-        text += "; next: " + std::string(word_of(next->action)) + " " +
+        text += "; next: " + std::string(schedule_action_name(next->action)) + " " +
                 local_moment_text(next->at, engine.clock());
     return text + "\n";
 }
@@ -128,7 +80,7 @@ Exit run_show(StoreCommand& command, const ScheduleOptions& options) {
     ordered_json list = ordered_json::array();
     std::string text = all ? plan_text(engine) : std::string();
     for (const Guid& id : jobs) {
-        list.push_back(job_json(engine, *engine.find(id)));
+        list.push_back(schedule_json(engine, *engine.find(id)));
         text += job_text(engine, *engine.find(id));
     }
     print_answer(command.global, {{"plan", plan_json(engine)}, {"jobs", std::move(list)}}, text);

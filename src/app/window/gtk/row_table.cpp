@@ -10,6 +10,9 @@
 namespace vantlow {
 namespace {
 
+// Rows that are told of one by one.
+constexpr std::size_t most_single = 200;
+
 /// Answers GTK while it draws.
 class Model : public wxDataViewVirtualListModel {
   public:
@@ -63,7 +66,6 @@ class Model : public wxDataViewVirtualListModel {
 struct RowTable::Control : public wxDataViewCtrl {
     Control(RowTable& table, const wxString& name, const std::vector<wxBitmapBundle>& pictures)
         : wxDataViewCtrl(&table, wxID_ANY, wxDefaultPosition, wxDefaultSize, wxDV_MULTIPLE), owner(table) {
-        SetName(name);
         name_for_readers(*this, name);
         has_pictures = !pictures.empty();
         model = new Model(table.source_, pictures, table.events_.checked);
@@ -128,6 +130,7 @@ RowTable::RowTable(wxWindow* parent, const wxString& name, const RowSource& sour
     : NativePane(parent), source_(source), events_(std::move(events)) {
     control_ = new Control(*this, name, pictures);
     fill_with(*control_);
+    open_menu_by_key(events_.menu);
 }
 
 RowTable::~RowTable() = default;
@@ -163,14 +166,16 @@ void RowTable::reset() {
     control_->model->Reset(static_cast<unsigned>(source_.rows()));
 }
 
+// Screen readers hear of rows that change, one by one, and of nothing that is only drawn anew.
 void RowTable::redraw() {
-    control_->Refresh();
+    if (source_.rows() > most_single) return control_->Refresh();
+    for (std::size_t row = 0; row < source_.rows(); ++row)
+        control_->model->RowChanged(static_cast<unsigned>(row));
 }
 
 void RowTable::redraw(const std::vector<std::size_t>& rows) {
     // The toolkit cannot tell for sure which rows are in sight.
-    constexpr std::size_t most_single = 200;
-    if (rows.size() > most_single) return redraw();
+    if (rows.size() > most_single) return control_->Refresh();
     for (const std::size_t row : rows) control_->model->RowChanged(static_cast<unsigned>(row));
 }
 

@@ -36,9 +36,11 @@ void show_column_order(wxWindow& table, int position, bool shown, bool descendin
 }
 
 void name_for_readers(wxWindow& control, const wxString& name) {
+    control.SetName(name);
     GtkTreeView* const tree = tree_of(control);
-    GtkWidget* const widget =
-        tree != nullptr ? GTK_WIDGET(tree) : static_cast<GtkWidget*>(control.GetHandle());
+    GtkWidget* widget = tree != nullptr ? GTK_WIDGET(tree) : static_cast<GtkWidget*>(control.GetHandle());
+    // A list or a text of several lines stands within what scrolls it.
+    if (GTK_IS_SCROLLED_WINDOW(widget)) widget = gtk_bin_get_child(GTK_BIN(widget));
     if (widget != nullptr) atk_object_set_name(gtk_widget_get_accessible(widget), name.utf8_str());
 }
 

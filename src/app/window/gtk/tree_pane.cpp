@@ -12,7 +12,6 @@ struct TreePane::Control : public wxDataViewTreeCtrl {
     Control(TreePane& pane, const wxString& name)
         : wxDataViewTreeCtrl(&pane, wxID_ANY, wxDefaultPosition, wxDefaultSize, wxDV_SINGLE | wxDV_NO_HEADER),
           owner(pane) {
-        SetName(name);
         name_for_readers(*this, name);
         Bind(wxEVT_DATAVIEW_SELECTION_CHANGED, [this](wxDataViewEvent&) {
             const std::size_t node = owner.selected();
@@ -41,6 +40,7 @@ TreePane::TreePane(wxWindow* parent, const wxString& name, const std::vector<wxB
     for (const wxBitmapBundle& one : pictures) bundles.push_back(one);
     control_->SetImages(bundles);
     fill_with(*control_);
+    open_menu_by_key(events_.menu);
 }
 
 TreePane::~TreePane() = default;

@@ -164,7 +164,7 @@ std::string RowFacts::cell(Column column) const {
                 return tr("by schedule");
             return state_text(live != nullptr && live->awaits_place ? JobState::waiting : job.state);
         case Column::category:
-            return shown(category.name);
+            return name_of(category);
         case Column::added:
             return moment_text(job.created);
         case Column::finished:
@@ -225,7 +225,7 @@ RowOrder::RowOrder(std::vector<SortKey> keys, const Engine& engine, const LiveJo
         }
         if (key.column != Column::category || !category_keys_.empty()) continue;
         for (const CClassNode* category : engine.categories())
-            append_text(category->name, category_keys_[category->identity]);
+            append_text(to_utf16(name_of(*category)), category_keys_[category->identity]);
     }
 }
 

@@ -123,10 +123,20 @@ std::string label_of(const KnownSetting& setting, Editor editor) {
     return as_heading(std::move(label));
 }
 
+// A long list has places where a line may end.
+std::string breakable(const std::string& list) {
+    std::string text;
+    for (const char c : list) {
+        text += c;
+        if (c == ';' || c == '|') text += ' ';
+    }
+    return text;
+}
+
 std::string help_of(const KnownSetting& setting, Editor editor) {
     if (editor == Editor::yes_no || editor == Editor::choice || editor == Editor::password) return {};
     if (editor == Editor::weekdays) return tr("On no day: there is no week plan");
-    const std::string standard = setting.standard.empty() ? tr("empty") : setting.standard;
+    const std::string standard = setting.standard.empty() ? tr("empty") : breakable(setting.standard);
     std::string help = fill(tr("Default: %1"), {standard});
     if (setting.smallest)
         help += ", " + fill(tr("from %1 to %2"),

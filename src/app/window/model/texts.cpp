@@ -105,6 +105,12 @@ std::string state_text(JobState state) {
     return {};
 }
 
+std::string name_of(const CClassNode& category) {
+    if (category.name == u"Downloading") return tr("Downloading");
+    if (category.name == u"Completed") return tr("Completed");
+    return shown(category.name);
+}
+
 std::string kind_text(JobKind kind) {
     switch (kind) {
         case JobKind::transfer:

@@ -32,6 +32,9 @@ std::vector<std::pair<std::int32_t, std::string>> weekdays();
 
 std::string state_text(JobState state);
 std::string kind_text(JobKind kind);
+/// A category's name. The two of a first start have English ones in the store, and are shown in the user's
+/// language.
+std::string name_of(const CClassNode& category);
 /// The reason of a failed operation: a sentence; empty where it was done.
 std::string sentence_of(const Done& done);
 std::string sentence_of(const DraftFault& fault);

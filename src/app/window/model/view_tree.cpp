@@ -31,13 +31,6 @@ std::string day_text(DayGroup day) {
     return {};
 }
 
-// The two categories of a first start have English names in the store; they are shown in the user's language.
-std::string category_text(const CClassNode& category) {
-    if (category.name == u"Downloading") return tr("Downloading");
-    if (category.name == u"Completed") return tr("Completed");
-    return shown(category.name);
-}
-
 bool is_completed(const CClassNode& category) {
     return category.name == u"Completed" && category.parent != nullptr && category.parent->parent == nullptr;
 }
@@ -53,7 +46,7 @@ ViewTree::ViewTree(const Engine& engine)
 void ViewTree::add_category(const CClassNode& category, std::size_t parent, std::size_t depth) {
     const std::size_t node = nodes_.size();
     category_nodes_[category.identity] = static_cast<std::uint32_t>(node);
-    nodes_.push_back({View::of_category(category.identity), category_text(category), parent, depth});
+    nodes_.push_back({View::of_category(category.identity), name_of(category), parent, depth});
     nodes_.back().can_rename = category.parent != nullptr;
     for (const bool completed_first : {true, false}) {
         for (const auto& child : category.children) {

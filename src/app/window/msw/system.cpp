@@ -10,7 +10,9 @@ void make_rows_equal(wxWindow& /*table*/, bool /*clickable*/) {}
 
 void show_column_order(wxWindow& /*table*/, int /*position*/, bool /*shown*/, bool /*descending*/) {}
 
-void name_for_readers(wxWindow& /*control*/, const wxString& /*name*/) {}
+void name_for_readers(wxWindow& control, const wxString& name) {
+    control.SetName(name);
+}
 
 void* handle_of(wxWindow& window) {
     return window.GetHWND();

@@ -1,0 +1,146 @@
+#!/usr/bin/python3
+"""windows.py PROGRAMS CONTROLS: the window of the Windows build under Wine. It is used as drive.py uses the window of Linux, by
+keys, and looked at through its controls, which CONTROLS (win32/controls.cpp) finds and clicks; then what only they can do."""
+
+import collections
+import http.server
+import pathlib
+import re
+import subprocess
+import sys
+import tempfile
+import threading
+
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "support"))
+import display  # noqa: E402
+import drive  # noqa: E402
+from display import press, to_front, until, windows  # noqa: E402
+
+Control = collections.namedtuple("Control", "number top kind state text")
+
+
+class Window(drive.Usage, display.WineVantlow):
+    def __init__(self, programs, folder, controls):
+        super().__init__(programs, folder)
+        self.controls = subprocess.Popen(
+            [self.wine, controls], env=self.environment, stdin=subprocess.PIPE, stdout=subprocess.PIPE, encoding="utf-8"
+        )
+
+    def __exit__(self, *error):
+        if hasattr(self, "controls"):
+            self.controls.stdin.close()
+            self.controls.wait(20)
+        super().__exit__(*error)
+
+    def ask(self, *words):
+        self.controls.stdin.write("\t".join(str(word) for word in words) + "\n")
+        self.controls.stdin.flush()
+        lines = []
+        for line in self.controls.stdout:
+            line = line.rstrip("\r\n")
+            if line == ".":
+                return [one.split("\t") for one in lines]
+            assert not line.startswith("! "), (words, line)
+            lines.append(line)
+        raise AssertionError("the controls' program has ended")
+
+    def control(self, kind, text="", number=0):
+        """What is seen and can be used, in the order of the window's own list."""
+
+        def look():
+            fitting = [
+                one
+                for one in (Control(*line) for line in self.ask("windows"))
+                if one.kind == kind and one.text.replace("&", "").startswith(text) and one.state.startswith("visible enabled")
+            ]
+            return fitting[number] if len(fitting) > number else None
+
+        return until(look, f'the {kind} "{text}"').number
+
+    def frame(self):
+        return self.control("wxWindowNR", "Vantlow")
+
+    def table(self, titles):
+        """The list that is seen and has these columns: its number, and its rows below them."""
+        for line in self.ask("windows"):
+            one = Control(*line)
+            if one.kind == "SysListView32" and "visible" in one.state:
+                rows = self.ask("rows", one.number)
+                if set(titles) <= set(rows[0]):
+                    return one.number, rows
+        return None, [[]]
+
+    def lines(self, columns):
+        return self.table(columns)[1][1:]
+
+    def click_header(self, title):
+        number, rows = self.table(self.LIST)
+        self.ask("click", number, "header", rows[0].index(title))
+
+    def click_row(self, columns, row):
+        self.ask("click", self.table(columns)[0], "row", row)
+
+    def click_box(self, row):
+        self.ask("click", self.table(self.FILES)[0], "box", row)
+
+    def choose_tab(self, title):
+        tabs = self.control("_wx_SysTabCtl32")
+        self.ask("click", tabs, "tab", self.ask("tabs", tabs).index([title]))
+
+    def give(self, command):
+        """A command of the menu bar by its words."""
+        frame = self.frame()
+        wanted = re.compile(re.escape(command) + r"(\.\.\.)?( [A-Z][a-z]+\+.*)?")
+        [number] = [number for number, text in self.ask("menu", frame) if wanted.fullmatch(text.replace("&", ""))]
+        self.ask("command", frame, number)
+
+    def search_options(self, text):
+        to_front(drive.OPTIONS)
+        self.ask("put", self.control("Edit"), text)
+
+    def tick(self, label):
+        self.ask("press", self.control("Button", label))
+
+    def choose(self, entry):
+        self.ask("choose", self.control("ComboBox"), entry)
+
+
+def tray(window, _server):
+    """A window that is closed stays in the tray, and comes back from there."""
+    window.ask("close", window.frame())
+    until(lambda: not windows(drive.FRAME), "the window in the tray")
+    assert window.process()
+    window.ask("tray")
+    to_front(drive.FRAME)
+
+
+def drops(window, server):
+    """Links from another program, in each form that they have there."""
+    count = len(window.names())
+    page = f'<html><body><a href="{server}/html.bin">one</a></body></html>'
+    for name, text in (("UniformResourceLocatorW", f"{server}/wide.bin"), ("UniformResourceLocator", f"{server}/narrow.bin"),
+                       ("HTML Text", page)):
+        window.ask("drop", window.table(window.LIST)[0], name, text)
+        to_front(drive.NEW)
+        press("alt+d")
+        count += 1
+        until(lambda: len(window.jobs()) == count, f"the link that was dropped as {name}")
+
+
+def main(programs, controls):
+    lacking = display.missing()
+    if lacking:
+        print("skipped: there is no " + ", ".join(lacking))
+        return drive.SKIPPED
+    server = http.server.ThreadingHTTPServer(("127.0.0.1", 0), drive.Slow)
+    threading.Thread(target=server.serve_forever, daemon=True).start()
+    address = f"http://127.0.0.1:{server.server_port}"
+    with tempfile.TemporaryDirectory() as folder, display.display(), Window(programs, folder, controls) as window:
+        for scenario in (*drive.SCENARIOS, tray, drops):
+            print(scenario.__name__, flush=True)
+            scenario(window, address)
+    return 0
+
+
+if __name__ == "__main__":
+    sys.exit(main(*sys.argv[1:]))
