@@ -236,7 +236,8 @@ class WineVantlow(Vantlow):
         return "Z:" + super().path(path).replace("/", "\\")
 
     def file_of(self, job):
-        return pathlib.Path(job["folder"].removeprefix("Z:").replace("\\", "/"), job["file"])
+        folder = job["folder"].replace("\\", "/").removeprefix("Z:").replace("C:", f"{self.folder}/wine/drive_c")
+        return pathlib.Path(folder, job["file"])
 
     def run(self, *words):
         return self.wine_run(str(self.programs / "vantlow.exe"), *self.words, *words)
@@ -270,8 +271,11 @@ def press(*keys):
 def click(accessible, x=None):
     """The left button in the middle of what a screen reader sees, or so many dots from its left edge."""
     room = accessible.get_component_iface().get_extents(0)
-    place = room.x + (x or room.width // 2), room.y + room.height // 2
-    subprocess.run(["xdotool", "mousemove", *(str(one) for one in place), "click", "1"], check=True)
+    click_at(room.x + (x or room.width // 2), room.y + room.height // 2)
+
+
+def click_at(x, y):
+    subprocess.run(["xdotool", "mousemove", str(x), str(y), "click", "1"], check=True)
     time.sleep(0.3)
 
 
