@@ -259,6 +259,7 @@ def to_front(title):
     """Activates the window of this title and returns its number."""
     window = until(lambda: windows(title), f'a window "{title}"')[-1]
     subprocess.run(["xdotool", "windowactivate", "--sync", window], check=False, stderr=subprocess.DEVNULL)
+    time.sleep(0.4)  # one that has just come takes no keys yet
     return window
 
 
