@@ -7,12 +7,15 @@ receives, hashes and writes on one thread.
 """
 
 import argparse
+import contextlib
 import filecmp
 import hashlib
 import http.server
 import os
+import queue
 import resource
 import shutil
+import socket
 import socketserver
 import statistics
 import subprocess
@@ -55,8 +58,8 @@ while not handle.status().is_seeding:
 
 
 class Scenario:
-    def __init__(self, title, seeds=1, limit=0, crypto="plain", mib=None):
-        self.title, self.seeds, self.limit, self.crypto, self.mib = title, seeds, limit, crypto, mib
+    def __init__(self, title, seeds=1, limit=0, crypto="plain", mib=None, away=0):
+        self.title, self.seeds, self.limit, self.crypto, self.mib, self.away = title, seeds, limit, crypto, mib, away
 
 
 SCENARIOS = {
@@ -64,6 +67,7 @@ SCENARIOS = {
     "four": Scenario("four seeds", seeds=4),
     "slow": Scenario("four seeds of 4 MiB/s each", seeds=4, limit=4 * MIB, mib=128),
     "rc4": Scenario("one seed, RC4", crypto="rc4"),
+    "far": Scenario("one seed of 8 MiB/s that is 100 ms away", limit=8 * MIB, mib=128, away=0.1),
 }
 
 
@@ -81,6 +85,45 @@ class Tracker(http.server.BaseHTTPRequestHandler):
 
     def log_message(self, *_):
         pass
+
+
+class Relay:
+    """Passes connections on to a port, each byte half of `away` seconds later in either direction."""
+
+    def __init__(self, port, away):
+        self.to, self.half = port, away / 2
+        self.listener = socket.create_server((ADDRESS, 0))
+        self.port = self.listener.getsockname()[1]
+        threading.Thread(target=self.accept, daemon=True).start()
+
+    def accept(self):
+        while True:
+            try:
+                near = self.listener.accept()[0]
+            except OSError:
+                return
+            time.sleep(2 * self.half)  # the handshake's way
+            far = socket.create_connection((ADDRESS, self.to))
+            for source, sink in ((near, far), (far, near)):
+                under_way = queue.Queue()
+                threading.Thread(target=self.take, args=(source, under_way), daemon=True).start()
+                threading.Thread(target=self.give, args=(sink, under_way), daemon=True).start()
+
+    def take(self, source, under_way):
+        with contextlib.suppress(OSError):
+            while data := source.recv(65536):
+                under_way.put((time.monotonic() + self.half, data))
+        under_way.put((0, b""))
+
+    def give(self, sink, under_way):
+        while data := (part := under_way.get())[1]:
+            time.sleep(max(0, part[0] - time.monotonic()))
+            try:
+                sink.sendall(data)
+            except OSError:
+                return
+        with contextlib.suppress(OSError):
+            sink.shutdown(socket.SHUT_WR)
 
 
 class Trackers(socketserver.ThreadingMixIn, http.server.HTTPServer):
@@ -120,7 +163,7 @@ class Comparison:
         tracker = Trackers(("0.0.0.0", 0), Tracker)
         threading.Thread(target=tracker.serve_forever, daemon=True).start()
         self.announce = f"http://{ADDRESS}:{tracker.server_address[1]}/announce"
-        self.seeds = []
+        self.seeds, self.relays = [], []
 
     def script(self, text, crypto, *words):
         return [self.options.python, "-c", CRYPTO[crypto] + SETTINGS + text, *words]
@@ -152,7 +195,11 @@ class Comparison:
             command = self.script(SEED, scenario.crypto, original + ".seed.torrent", self.folder, str(scenario.limit))
             seed = subprocess.Popen(command, stdout=subprocess.PIPE, text=True)
             self.seeds.append(seed)
-            Tracker.ports.append(int(seed.stdout.readline()))
+            port = int(seed.stdout.readline())
+            if scenario.away:
+                self.relays.append(Relay(port, scenario.away))
+                port = self.relays[-1].port
+            Tracker.ports.append(port)
 
     def end_seeds(self):
         while self.seeds:
@@ -160,6 +207,8 @@ class Comparison:
             seed.kill()
             seed.wait()
             seed.stdout.close()
+        while self.relays:
+            self.relays.pop().listener.close()
 
     def commands(self, scenario, original, info_hash):
         """Name: the words to run."""

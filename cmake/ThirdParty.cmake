@@ -104,6 +104,18 @@ if(VANTLOW_DHT_LIBRARY AND VANTLOW_DHT_INCLUDE)
     target_link_libraries(vantlow_dht INTERFACE "${VANTLOW_DHT_LIBRARY}")
 endif()
 
+# uTP: the same.
+where_built(where utp)
+find_library(VANTLOW_UTP_LIBRARY NAMES libutp.a NO_CACHE ${where})
+find_path(VANTLOW_UTP_INCLUDE NAMES utp.h NO_CACHE ${where})
+if(VANTLOW_UTP_LIBRARY AND VANTLOW_UTP_INCLUDE)
+    add_library(vantlow_utp INTERFACE)
+    add_library(vantlow::utp ALIAS vantlow_utp)
+    target_include_directories(vantlow_utp SYSTEM INTERFACE "${VANTLOW_UTP_INCLUDE}")
+    target_compile_definitions(vantlow_utp INTERFACE $<IF:$<BOOL:${WIN32}>,WIN32,POSIX>)
+    target_link_libraries(vantlow_utp INTERFACE "${VANTLOW_UTP_LIBRARY}")
+endif()
+
 # Ports of routers: Linux takes the system's own, Windows what tools/libraries built.
 set(where)
 if(WIN32)

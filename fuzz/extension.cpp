@@ -1,5 +1,6 @@
 // Extension messages of peers: what is built of a read one says the same.
 #include "bt/extension.h"
+#include "bt/holepunch.h"
 #include "bt/local_discovery.h"
 #include "bt/peer_exchange.h"
 #include "fuzz.h"
@@ -22,6 +23,11 @@ void run(std::string_view input) {
         CHECK(again && again->type == message->type && again->piece == message->piece);
         if (message->type == static_cast<std::int64_t>(MetadataType::data))
             CHECK(again->data == message->data);
+    }
+    if (const auto message = parse_holepunch_message(input)) {
+        const auto again = parse_holepunch_message(build_holepunch_message(3, *message).substr(prefix));
+        CHECK(again && again->kind == message->kind && again->peer == message->peer);
+        CHECK(again->error == message->error);
     }
     if (const auto call = parse_local_call(input)) CHECK(call->port != 0 && !call->torrents.empty());
     if (const auto peers = parse_exchange_message(input)) {

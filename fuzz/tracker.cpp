@@ -10,10 +10,13 @@ void vantlow::fuzz::run(std::string_view input) {
     for (const bool ipv6 : {false, true}) {
         const auto datagram = read_udp_announce(input, 0x01020304, ipv6);
         if (datagram.ok()) CHECK(datagram->peers().size() <= input.size() / 6 && datagram->interval >= 0);
+        CHECK(!read_udp_scrape(input, 0x01020304).ok() || input.size() >= 20);
         CBEncode parser;
         if (!parser.load_memory(input)) return;
         const auto document = parser.parse_document();
         if (!document) continue;
+        if (const auto counts = read_scrape_answer(*document, {}))
+            CHECK(counts->seeders >= 0 && counts->leechers >= 0 && counts->completed >= -1);
         const auto answer = read_tracker_answer(*document, ipv6);
         if (!answer) continue;
         CHECK(answer->interval >= 0);

@@ -51,6 +51,7 @@ void add_commands(CommandSet& commands) {
     add_settings_commands(commands);
     add_torrent_commands(commands);
     add_torrent_job_commands(commands);
+    add_scrape_command(commands);
     add_combine_command(commands);
     add_media_command(commands);
     add_proxy_commands(commands);

@@ -102,6 +102,17 @@ std::string http_announce_url(std::string_view tracker, const TorrentIdentity& j
     return url + "&compact=1&no_peer_id=1&supportcrypto=1";
 }
 
+// Where the last part of its path begins with "announce", that word is replaced.
+std::string http_scrape_url(std::string_view tracker, const InfoHash& torrent) {
+    constexpr std::string_view announce = "announce";
+    const auto query = std::min(tracker.find('?'), tracker.size());
+    const auto slash = tracker.substr(0, query).rfind('/');
+    if (slash == std::string_view::npos || !tracker.substr(slash + 1).starts_with(announce)) return {};
+    std::string url(tracker.substr(0, slash + 1));
+    url.append("scrape").append(tracker.substr(slash + 1 + announce.size()));
+    return url + (query < tracker.size() ? "&" : "?") + "info_hash=" + escape_every_byte(torrent);
+}
+
 namespace udp_tracker {
 
 std::string connect_request(std::uint32_t transaction) {
@@ -129,6 +140,13 @@ std::string announce_request(std::string_view connection, std::uint32_t transact
     put_number(bytes, job.port);
     put_number(bytes, std::uint16_t{0});
     return bytes;
+}
+
+std::string scrape_request(std::string_view connection, std::uint32_t transaction, const InfoHash& torrent) {
+    std::string bytes(connection);
+    put_number(bytes, std::uint32_t{scrape});
+    put_number(bytes, transaction);
+    return bytes.append(reinterpret_cast<const char*>(torrent.data()), torrent.size());
 }
 
 }  // namespace udp_tracker

@@ -52,15 +52,20 @@ std::string without_keys(std::string_view url);
 std::string http_announce_url(std::string_view tracker, const TorrentIdentity& job, AnnounceEvent event,
                               std::uint32_t numwant);
 
+/// The address at which an HTTP tracker tells the counts alone (BEP 48); empty where it has none.
+std::string http_scrape_url(std::string_view tracker, const InfoHash& torrent);
+
 /// The datagrams of BEP 15.
 namespace udp_tracker {
 inline constexpr std::size_t connect_answer_size = 16;
 inline constexpr std::size_t announce_answer_size = 20;
-enum Action : std::uint32_t { connect = 0, announce = 1, error = 3 };
+inline constexpr std::size_t scrape_answer_size = 20;
+enum Action : std::uint32_t { connect = 0, announce = 1, scrape = 2, error = 3 };
 
 std::string connect_request(std::uint32_t transaction);
 std::string announce_request(std::string_view connection, std::uint32_t transaction,
                              const TorrentIdentity& job, AnnounceEvent event, std::uint32_t numwant);
+std::string scrape_request(std::string_view connection, std::uint32_t transaction, const InfoHash& torrent);
 }  // namespace udp_tracker
 
 }  // namespace vantlow

@@ -93,8 +93,25 @@ bool CBTAnnounceThread::announce(std::string_view tracker, AnnounceEvent event) 
     stopping_ = event == AnnounceEvent::stopped || (event == AnnounceEvent::completed && is_complete_);
     const bool ok = announce_now(normalise_tracker(tracker), event);
     announced_ = true;
+    const bool asks = ok && !stopping_;
     busy_.unlock();
+    if (asks) ask_for_counts();
     return ok;
+}
+
+// Some trackers tell the counts only where they are asked for them alone.
+void CBTAnnounceThread::ask_for_counts() {
+    const AnnounceReport last = report();
+    if (!last.ok || last.counts || istarts_with(tracker_, "udp://")) return;
+    const auto counts = scrape_http(normalise_tracker(tracker_));
+    if (!counts) return;
+    const MutexLock guard(mutex_);
+    report_.counts = *counts;
+}
+
+Outcome<SwarmCounts> CBTAnnounceThread::scrape() {
+    const std::string url = normalise_tracker(tracker_);
+    return istarts_with(url, "udp://") ? scrape_udp(url) : scrape_http(url);
 }
 
 bool CBTAnnounceThread::announce_now(const std::string& url, AnnounceEvent event) {
@@ -119,6 +136,7 @@ bool CBTAnnounceThread::accept(CBETrackerRespond respond) {
     report.is_last = respond.interval == 0;
     report.interval = respond.interval;
     report.peers = respond.peers();
+    report.counts = respond.counts;
     (respond.is_failure ? report.failure : report.warning) = text;
     const std::size_t added = job_.peers.add(report.peers);
     if (!respond.is_failure) {

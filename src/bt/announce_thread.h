@@ -32,6 +32,7 @@ struct AnnounceReport {
     std::int64_t interval = 0;  ///< seconds until the next announce
     Clock::time_point made{};   ///< when the announce ended
     std::vector<SocketAddress> peers;
+    std::optional<SwarmCounts> counts;
     std::string failure;  ///< the tracker's reason, one line, its bytes as sent; or a sentence of our own
     std::string warning;  ///< the tracker's, likewise
 };
@@ -63,6 +64,8 @@ class CBTAnnounceThread {
     /// Makes one request and reads its answer; true when the answer was valid. Peers go to the job; this
     /// object keeps the interval. Returns false at once while another announce of this object runs.
     bool announce(std::string_view tracker, AnnounceEvent event);
+    /// Asks how many peers there are, and announces nothing (BEP 48, BEP 15).
+    Outcome<SwarmCounts> scrape();
     /// The last announce. Any thread.
     [[nodiscard]] AnnounceReport report() const;
     [[nodiscard]] const std::string& tracker() const noexcept { return tracker_; }
@@ -70,14 +73,18 @@ class CBTAnnounceThread {
   private:
     void run();
     bool announce_now(const std::string& url, AnnounceEvent event);
+    void ask_for_counts();
     // Over HTTP (http_announce.cpp).
     Outcome<CBETrackerRespond> ask_http(const std::string& url, AnnounceEvent event);
+    Outcome<SwarmCounts> scrape_http(const std::string& url);
     Result fetch(const std::string& url, bool second_attempt, std::string& body);
     void prefer_ipv6(ConnectPlan& plan);
     void resolve_named(CBETrackerRespond& respond);
     void learn_own_address(const std::string& url);
     // Over UDP (udp_announce.cpp).
     Outcome<CBETrackerRespond> ask_udp(const std::string& url, AnnounceEvent event);
+    Outcome<SwarmCounts> scrape_udp(const std::string& url);
+    Result udp_open(class UdpChannel& channel, const std::string& url);
     Result udp_connect(class UdpChannel& channel);
     Outcome<std::string> receive_fresh(class UdpChannel& channel, std::size_t most, Clock::time_point until);
     Outcome<std::string> udp_exchange(class UdpChannel& channel, const std::string& request,

@@ -25,8 +25,10 @@ std::string build_extended_message(std::uint8_t number, std::string_view diction
 }
 
 std::string build_extension_handshake(std::uint32_t metadata_size, std::uint16_t port,
-                                      std::u16string_view version, bool exchanges, bool upload_only) {
+                                      std::u16string_view version, bool exchanges, bool upload_only,
+                                      bool punches) {
     auto numbers = std::make_unique<CBEDictionary>();
+    if (punches) numbers->add("ut_holepunch", std::int64_t{own_holepunch_number});
     numbers->add("ut_metadata", std::int64_t{own_metadata_number});
     if (exchanges) numbers->add("ut_pex", std::int64_t{own_exchange_number});
     CBEDictionary handshake;
@@ -55,6 +57,7 @@ std::optional<ExtensionHandshake> parse_extension_handshake(std::string_view pay
     if (const CBEDictionary* const numbers = document->find_dictionary("m")) {
         handshake.metadata_number = number_of(*numbers, "ut_metadata");
         handshake.exchange_number = number_of(*numbers, "ut_pex");
+        handshake.holepunch_number = number_of(*numbers, "ut_holepunch");
     }
     return handshake;
 }

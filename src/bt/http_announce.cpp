@@ -50,6 +50,19 @@ Outcome<CBETrackerRespond> CBTAnnounceThread::ask_http(const std::string& url, A
     return *std::move(respond);
 }
 
+Outcome<SwarmCounts> CBTAnnounceThread::scrape_http(const std::string& url) {
+    const std::string address = http_scrape_url(url, job_.info_hash);
+    if (address.empty()) return Result(Code::unsupported, "This tracker tells no counts.");
+    std::string body;
+    if (Result result = fetch(address, false, body); !result.ok()) return result;
+    CBEncode parser;
+    parser.load_memory(body);
+    const auto value = parser.parse_value();
+    const CBEDictionary* const dictionary = as_dictionary(value.get());
+    if (dictionary == nullptr) return Result(Code::server_error, "The tracker's answer cannot be read.");
+    return read_scrape_answer(*dictionary, job_.info_hash);
+}
+
 // Makes one request, follows redirects, and reads the whole body of the answer.
 Result CBTAnnounceThread::fetch(const std::string& url, bool second_attempt, std::string& body) {
     HttpErrand errand;

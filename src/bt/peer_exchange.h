@@ -17,6 +17,8 @@ namespace vantlow {
 /// A peer as others are told of it.
 struct ExchangedPeer {
     static constexpr std::uint8_t seed = 0x02;       ///< it has everything
+    static constexpr std::uint8_t datagrams = 0x04;  ///< it speaks uTP
+    static constexpr std::uint8_t punches = 0x08;    ///< it takes introductions (BEP 55)
     static constexpr std::uint8_t reachable = 0x10;  ///< it was called, not only heard
 
     SocketAddress address;

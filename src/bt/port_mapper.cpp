@@ -11,8 +11,8 @@ namespace {
 using namespace std::chrono_literals;
 
 constexpr const char* order_name = "Vantlow";
-// A router has room for some dozens.
-constexpr std::size_t most_ports = 100;
+// Two for each torrent; a router has room for some dozens.
+constexpr std::size_t most_ports = 200;
 // Where nothing is due the thread looks again after a day.
 constexpr Clock::duration longest_wait = 24h;
 

@@ -24,6 +24,11 @@ inline constexpr NumberSetting most_peers_of_all{
 inline constexpr NumberSetting upload_limit{
     u"Torrent", u"UploadLimit", 0,
     0,          1LL << 50,      "bytes a second that the peers of all torrents get together; 0: no limit"};
+inline constexpr NumberSetting peer_port{
+    u"Torrent", u"Port", 0,
+    0,          65535,   "the port at which peers call, TCP and UDP; 0, or where it is taken: a free one"};
+inline constexpr NumberSetting utp{
+    u"Torrent", u"UTP", 1, 0, 1, "1: peers are called, and may call, by uTP as well; TCP is preferred"};
 inline constexpr NumberSetting peer_exchange{
     u"Torrent", u"PEX", 1, 0, 1, "peers tell each other of peers; never those of private torrents"};
 inline constexpr NumberSetting dht{

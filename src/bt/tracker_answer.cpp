@@ -40,6 +40,17 @@ bool read_list(const CBEList& list, CBETrackerRespond& respond) {
     return true;
 }
 
+// None where one of the two numbers that matter is missing.
+std::optional<SwarmCounts> read_counts(const CBEDictionary& dictionary) {
+    const CBEInteger* const seeders = dictionary.find_integer("complete");
+    const CBEInteger* const leechers = dictionary.find_integer("incomplete");
+    if (seeders == nullptr || leechers == nullptr) return std::nullopt;
+    SwarmCounts counts{std::max<std::int64_t>(seeders->value, 0), std::max<std::int64_t>(leechers->value, 0)};
+    if (const CBEInteger* const completed = dictionary.find_integer("downloaded"))
+        counts.completed = std::max<std::int64_t>(completed->value, -1);
+    return counts;
+}
+
 void read_own_address(const CBEDictionary& answer, CBETrackerRespond& respond) {
     const CBEString* const own = answer.find_string("external ip");
     if (own == nullptr) return;
@@ -86,8 +97,20 @@ std::optional<CBETrackerRespond> read_tracker_answer(const CBEDictionary& answer
         return std::nullopt;
     }
     if (const CBEString* const more = answer.find_string("peers6")) read_compact(more->data, true, respond);
+    respond.counts = read_counts(answer);
     read_own_address(answer, respond);
     return respond;
+}
+
+Outcome<SwarmCounts> read_scrape_answer(const CBEDictionary& answer, const InfoHash& torrent) {
+    if (const CBEString* const reason = answer.find_string("failure reason"))
+        return Result(Code::server_error, one_line(reason->data));
+    const CBEDictionary* const files = answer.find_dictionary("files");
+    const std::string_view key(reinterpret_cast<const char*>(torrent.data()), torrent.size());
+    const CBEDictionary* const file = files != nullptr ? files->find_dictionary(key) : nullptr;
+    const auto counts = file != nullptr ? read_counts(*file) : std::nullopt;
+    if (!counts) return Result(Code::server_error, "The tracker does not know this torrent.");
+    return *counts;
 }
 
 Result check_udp_answer(std::string_view answer, std::uint32_t action, std::uint32_t transaction) {
@@ -111,11 +134,21 @@ Outcome<CBETrackerRespond> read_udp_announce(std::string_view answer, std::uint3
     if (answer.size() < udp_tracker::announce_answer_size) return Result(Code::server_error, short_answer);
     CBETrackerRespond respond;
     respond.interval = std::min<std::uint32_t>(get_number<std::uint32_t>(answer, udp_head), 0x7FFFFFFF);
+    respond.counts =
+        SwarmCounts{get_number<std::uint32_t>(answer, 16), get_number<std::uint32_t>(answer, 12)};
     read_compact(answer.substr(udp_tracker::announce_answer_size), ipv6, respond);
     // 0.0.0.0 is no peer.
     std::erase_if(respond.ipv4,
                   [](const SocketAddress& peer) { return peer.ipv4() == SocketAddress().ipv4(); });
     return respond;
+}
+
+Outcome<SwarmCounts> read_udp_scrape(std::string_view answer, std::uint32_t transaction) {
+    if (Result result = check_udp_answer(answer, udp_tracker::scrape, transaction); !result.ok())
+        return result;
+    if (answer.size() < udp_tracker::scrape_answer_size) return Result(Code::server_error, short_answer);
+    return SwarmCounts{get_number<std::uint32_t>(answer, udp_head), get_number<std::uint32_t>(answer, 16),
+                       get_number<std::uint32_t>(answer, 12)};
 }
 
 }  // namespace vantlow

@@ -37,20 +37,25 @@ void CBTAnnounceThread::make_transaction() {
     while (transaction_ == 0) transaction_ = random_number();
 }
 
-Outcome<CBETrackerRespond> CBTAnnounceThread::ask_udp(const std::string& url, AnnounceEvent event) {
+Result CBTAnnounceThread::udp_open(UdpChannel& channel, const std::string& url) {
     const auto server = parse_target(to_utf16(url));
     if (!server) {
         log_.line(Direction::error, message_text(Message::invalid_url));
-        return Result(Code::invalid_url, why_no_target(to_utf16(url)));
+        return {Code::invalid_url, why_no_target(to_utf16(url))};
     }
     const std::chrono::seconds timeout(services_.settings.number(setting::connect_timeout));
-    UdpChannel channel(services_.connections, log_, active_stop());
     if (Result result = channel.open(server->host, server->port, job_.proxy, timeout); !result.ok())
         return result;
     if (const auto local = channel.local_address()) note_own_address(*local);
     if (Result result = udp_connect(channel); !result.ok()) return result;
     log_.line(Direction::note, message_text(Message::connected));
     make_transaction();
+    return {};
+}
+
+Outcome<CBETrackerRespond> CBTAnnounceThread::ask_udp(const std::string& url, AnnounceEvent event) {
+    UdpChannel channel(services_.connections, log_, active_stop());
+    if (Result result = udp_open(channel, url); !result.ok()) return result;
     auto answer = udp_exchange(
         channel, udp_tracker::announce_request(connection_, transaction_, job_, event, numwant()),
         udp_tracker::announce_answer_size, 2);
@@ -58,6 +63,16 @@ Outcome<CBETrackerRespond> CBTAnnounceThread::ask_udp(const std::string& url, An
     auto respond = read_udp_announce(*answer, transaction_, channel.is_ipv6());
     if (!respond.ok()) log_.line(Direction::error, respond.failure().message());
     return respond;
+}
+
+Outcome<SwarmCounts> CBTAnnounceThread::scrape_udp(const std::string& url) {
+    UdpChannel channel(services_.connections, log_, active_stop());
+    if (Result result = udp_open(channel, url); !result.ok()) return result;
+    auto answer =
+        udp_exchange(channel, udp_tracker::scrape_request(connection_, transaction_, job_.info_hash),
+                     udp_tracker::scrape_answer_size, 2);
+    if (!answer.ok()) return answer.failure();
+    return read_udp_scrape(*answer, transaction_);
 }
 
 Result CBTAnnounceThread::udp_connect(UdpChannel& channel) {

@@ -46,6 +46,7 @@ struct DraftFault {
         no_info_hash,    ///< the torrent or magnet link `subject` has none
         wrong_sizes,     ///< the sizes in the torrent `subject` cannot be right
         no_memory,       ///< for `subject`
+        no_document,     ///< the file of this machine `subject` is none that names files
         no_file_link,    ///< the eDonkey link `subject` is not one of a file
         no_address,      ///< the file `item` of the document `subject` has no address that could be fetched
         not_fetchable,   ///< the address `item` of the document `subject` cannot be fetched

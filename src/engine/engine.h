@@ -15,6 +15,7 @@
 #include "engine/category_rules.h"
 #include "engine/changes.h"
 #include "engine/draft.h"
+#include "engine/inquiry.h"
 #include "engine/job_maker.h"
 #include "engine/listener.h"
 #include "engine/questions.h"
@@ -221,6 +222,10 @@ class Engine {
 
     // ---- Doing.
 
+    /// Asks the server of the draft's only link about the file, as its job would; `wake` as in Inquiry. Null
+    /// where that is no single address of HTTP, or nothing runs. The answer is to be destroyed before
+    /// end_running().
+    [[nodiscard]] std::unique_ptr<Inquiry> inquire(const JobDraft& draft, std::function<void()> wake) const;
     /// Files the jobs of a draft's links. A part of a job that an earlier run left in its folder is
     /// continued.
     Added add(const JobDraft& draft);

@@ -55,6 +55,17 @@ bool can_be_fetched(const JobPlan& plan) {
     return kind == JobKind::torrent || (kind == JobKind::transfer && find_protocol(plan.address) != nullptr);
 }
 
+// True for what nobody writes for a server: a path from a root or from the current folder, and the bare name
+// of a document.
+bool is_path(std::u16string_view text) {
+    for (const std::u16string_view begin : {u"/", u"./", u"../", u"\\", u".\\", u"..\\"}) {
+        if (text.starts_with(begin)) return true;
+    }
+    const bool has_drive = text.size() > 2 && text[1] == u':' && (text[2] == u'\\' || text[2] == u'/');
+    const bool is_bare = text.find_first_of(u"/\\:") == std::u16string_view::npos;
+    return has_drive || (is_bare && document_by_name(text) != nullptr);
+}
+
 MadeJobs refuse(DraftFault fault) {
     MadeJobs made;
     made.faults.push_back(std::move(fault));
@@ -94,6 +105,18 @@ JobDraft draft_of(const CJobNode& document, const JobOutcome& outcome) {
         draft.rules = rules == JobRules() ? nullptr : std::make_shared<const JobRules>(std::move(rules));
     }
     return draft;
+}
+
+void look_up_login(CJobNode& job, const CredentialLookup& credentials) {
+    const auto target = credentials ? parse_target(job.address) : std::nullopt;
+    if (!target || !target->password.empty()) return;
+    const std::u16string user = target->user.empty() ? job.user : target->user;
+    const bool is_password_for_it = !job.password.empty() && (job.user.empty() || job.user == user);
+    if (!user.empty() && is_password_for_it) return;
+    const auto found = credentials(target->host, to_utf8(user));
+    if (!found) return;
+    job.user = to_utf16(found->login);
+    if (!is_password_for_it) job.password = to_utf16(found->password);
 }
 
 JobMaker::JobMaker(JobDraft draft, CredentialLookup credentials)
@@ -143,21 +166,7 @@ void JobMaker::apply_request(CJobNode& job) {
     job.state = draft_.paused ? JobState::stopped : JobState::waiting;
     if (draft_.schedule.is_set()) set_schedule(job, draft_.schedule);
     if (draft_.schedule.starts_by_itself()) job.state = JobState::stopped;
-    look_up_login(job);
-}
-
-// Looks the login up in the user's file, as far as the address and the draft do not give it: all of it, or
-// the half that is missing.
-void JobMaker::look_up_login(CJobNode& job) {
-    const auto target = credentials_ ? parse_target(job.address) : std::nullopt;
-    if (!target || !target->password.empty()) return;
-    const std::u16string user = target->user.empty() ? job.user : target->user;
-    const bool is_password_for_it = !job.password.empty() && (job.user.empty() || job.user == user);
-    if (!user.empty() && is_password_for_it) return;
-    const auto found = credentials_(target->host, to_utf8(user));
-    if (!found) return;
-    job.user = to_utf16(found->login);
-    if (!is_password_for_it) job.password = to_utf16(found->password);
+    look_up_login(job, credentials_);
 }
 
 std::unique_ptr<CJobNode> JobMaker::job_for(JobPlan plan) {
@@ -258,7 +267,7 @@ void JobMaker::leave_document(const CJobNode& document, CJobNode& named) {
     named.password.clear();
     named.referer.clear();
     if (!named.cookie.starts_with(u'@')) named.cookie.clear();
-    look_up_login(named);
+    look_up_login(named, credentials_);
 }
 
 std::optional<MadeJobs> JobMaker::follow(const CJobNode& job, const JobOutcome& outcome) {
@@ -291,6 +300,8 @@ MadeJobs JobMaker::make(const std::string& link) {
     constexpr std::u16string_view scheme = u"metalink://";
     if (istarts_with(address, scheme) && address.size() > scheme.size())
         return make_metalink(address.substr(scheme.size()));
+    if (address.find(u"://") != std::u16string::npos && find_protocol(address) != nullptr)
+        return make_link(address);
     // Only an existing file is a document on this machine.
     std::u16string path = address;
     std::u16string fragment;
@@ -305,7 +316,12 @@ MadeJobs JobMaker::make(const std::string& link) {
     }
     const DocumentKind* document = document_by_name(path);
     const std::u16string file = absolute_path(path);
-    if (document == nullptr || path_kind(file) != PathKind::file) return make_link(address);
+    if (document == nullptr || path_kind(file) != PathKind::file) {
+        if (!is_path(address)) return make_link(address);
+        if (path_kind(absolute_path(address)) == PathKind::none)
+            return refuse({DraftFault::Kind::unreadable, address, {}, 0, {FileFault::not_found, 0}});
+        return refuse({DraftFault::Kind::no_document, address});
+    }
     std::vector<std::byte> bytes;
     if (const FileError error = read_file(file, largest_document, bytes); !error.ok())
         return refuse({DraftFault::Kind::unreadable, file, {}, 0, error});

@@ -62,7 +62,6 @@ class JobMaker {
                         const std::u16string& name);
     void apply_request(CJobNode& job);
     void take_selection(CJobNode& job) const;
-    void look_up_login(CJobNode& job);
     void leave_document(const CJobNode& document, CJobNode& named);
 
     const JobDraft draft_;
@@ -72,6 +71,10 @@ class JobMaker {
     TorrentShelf* torrents_ = nullptr;
     std::map<std::u16string, ResumeIndex> earlier_;  ///< by folder
 };
+
+/// Looks the job's login up in the user's file, as far as the job and its address do not give it: all of it,
+/// or the half that is missing.
+void look_up_login(CJobNode& job, const CredentialLookup& credentials);
 
 /// The draft for the jobs that a fetched document names: with the properties of the document's own job, in
 /// its folder.

@@ -6,6 +6,7 @@
 
 #include "base/safe_name.h"
 #include "bt/torrent_content.h"
+#include "engine/documents.h"
 #include "engine/engine.h"
 #include "engine/recovery.h"
 #include "engine/selection.h"
@@ -85,6 +86,20 @@ std::unique_ptr<JobMaker> Engine::maker_for(const JobDraft& draft, const CClassN
     maker->keep_torrents(torrents_);
     maker->spare([this](const Guid& job) { return store_->find(job) != nullptr; });
     return maker;
+}
+
+std::unique_ptr<Inquiry> Engine::inquire(const JobDraft& draft, std::function<void()> wake) const {
+    if (!runner_ || draft.links.size() != 1) return nullptr;
+    const JobPlans plans = plan_link(to_utf16(draft.links.front()));
+    if (plans.plans.size() != 1) return nullptr;
+    CJobNode job;
+    static_cast<JobRequest&>(job) = draft;
+    job.address = plans.plans.front().address;
+    job.address.resize(std::min(job.address.find(u'#'), job.address.size()));
+    const auto target = parse_target(job.address);
+    if (!target || (target->scheme != "http" && target->scheme != "https")) return nullptr;
+    look_up_login(job, options_.credentials);
+    return runner_->inquire(job, std::move(wake));
 }
 
 Added Engine::add(const JobDraft& draft) {

@@ -4,6 +4,7 @@
 
 #include "engine/session.h"
 #include "store/address.h"
+#include "transfer/job/source.h"
 
 namespace vantlow {
 namespace {
@@ -22,6 +23,19 @@ JobKind kind_of_address(std::u16string_view address) noexcept {
             return JobKind::document;
         default:
             return JobKind::transfer;
+    }
+}
+
+bool is_fetchable(std::u16string_view address) {
+    switch (link_kind(address)) {
+        case LinkKind::torrent:
+        case LinkKind::metafile:
+            return true;
+        case LinkKind::transfer:
+            return address.find(u"://") != std::u16string_view::npos && find_protocol(address) != nullptr &&
+                   parse_target(address).has_value();
+        default:
+            return false;
     }
 }
 

@@ -23,6 +23,10 @@ enum class JobKind : std::int32_t {
 /// The kind of an address, by its scheme alone.
 JobKind kind_of_address(std::u16string_view address) noexcept;
 
+/// True for an address that a job of this program can be made of and fetched: a server's with a written
+/// scheme, a magnet link, a metalink. Paths of this machine are none: who asks may be elsewhere.
+bool is_fetchable(std::u16string_view address);
+
 inline JobKind kind_of(const CJobNode& job) noexcept {
     return static_cast<JobKind>(job.kind);
 }

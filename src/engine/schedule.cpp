@@ -45,6 +45,14 @@ std::vector<Window> windows_around(const WeekPlan& plan, std::int64_t now, const
     return windows;
 }
 
+// A damaged database may hold any numbers: such an entry stays where it is and never comes.
+bool is_meant(const CScheduleNode& entry) noexcept {
+    constexpr std::int64_t end_of_year_9999 = 253402300799;
+    const std::int64_t span = -static_cast<std::int64_t>(entry.weekdays);
+    const bool is_too_often = span > 0 && span < shortest_span;
+    return entry.time >= 0 && entry.time <= end_of_year_9999 && !is_too_often;
+}
+
 }  // namespace
 
 std::int64_t WallClock::now() const {
@@ -129,7 +137,9 @@ std::optional<std::int64_t> last_moment(const CScheduleNode& entry, std::int64_t
 
 JobTimes times_of(const CJobNode& job) {
     JobTimes times;
-    for (const auto& entry : job.schedule) times.push_back(*entry);
+    for (const auto& entry : job.schedule) {
+        if (is_meant(*entry)) times.push_back(*entry);
+    }
     return times;
 }
 

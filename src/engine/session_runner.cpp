@@ -89,6 +89,13 @@ SessionRunner::Entry& SessionRunner::make_entry(const CJobNode& job, const Sessi
     return entry;
 }
 
+std::unique_ptr<Inquiry> SessionRunner::inquire(const CJobNode& job, std::function<void()> wake) {
+    ProxyFault fault;
+    RunOptions options = run_options_of(job, tools_.settings, tools_.proxies_in, fault);
+    options.default_agent = tools_.agent;
+    return std::make_unique<Inquiry>(first_errand(job, options, services_), services_, std::move(wake));
+}
+
 CJobNode* SessionRunner::next_waiting() const {
     for (const auto& [order, job] : tools_.store.waiting()) {
         if (!may_begin(*job)) continue;

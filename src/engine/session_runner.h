@@ -13,6 +13,7 @@
 
 #include "base/mutex.h"
 #include "engine/changes.h"
+#include "engine/inquiry.h"
 #include "engine/name_keeper.h"
 #include "engine/recovery.h"
 #include "engine/run_options.h"
@@ -95,6 +96,8 @@ class SessionRunner {
     void filed() noexcept { look_beside_ = true; }
     [[nodiscard]] bool is_named(const Guid& job) const { return named_.contains(job); }
 
+    /// Asks the server of a job that is not filed; see Engine::inquire().
+    std::unique_ptr<Inquiry> inquire(const CJobNode& job, std::function<void()> wake);
     /// Starts the jobs whose turn it is. True when any began or ended by it.
     bool start_waiting();
     /// Asks the job's session to end, where it has one. Returns at once.

@@ -107,6 +107,7 @@ void TorrentRun::look_at_peers(unsigned parts, TorrentReport& report) const {
         peer.client = seed != nullptr ? seed->shown_address() : peer_client(link.version, link.peer_id);
         peer.is_incoming = link.is_incoming();
         peer.is_encrypted = link.is_encrypted();
+        peer.is_over_datagrams = link.is_over_datagrams();
         peer.chokes_us = link.chokes_us;
         peer.is_choked = link.choked_by_us;
         peer.is_interested = link.is_interested;
@@ -133,6 +134,7 @@ void TorrentRun::look_at_trackers(TorrentReport& report) const {
                                                                                  : State::works;
         tracker.failure = last.failure;
         tracker.peers = last.peers.size();
+        tracker.counts = last.counts;
         tracker.next = announces_.next_announce(i);
         report.trackers.push_back(std::move(tracker));
     }

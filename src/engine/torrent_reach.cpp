@@ -34,19 +34,29 @@ Result TorrentReach::open(net::Loop& loop, Caller on_caller) {
     on_caller_ = std::move(on_caller);
     if (proxy_.is_used()) return find_proxy();
     listen();
+    if (services_.settings.flag(setting::utp)) open_datagrams();
     return {};
+}
+
+void TorrentReach::close_port() {
+    listeners_.clear();
+    if (datagrams_) datagrams_->refuse_callers();
 }
 
 void TorrentReach::close() {
     close_port();
     tunnels_.reset();
+    both_.reset();
+    datagrams_.reset();
     port_held_ = {};
+    datagram_port_held_ = {};
     node_port_held_ = {};
     loop_ = nullptr;
 }
 
 net::Network& TorrentReach::network() noexcept {
-    return tunnels_ ? static_cast<net::Network&>(*tunnels_) : *loop_;
+    if (tunnels_) return *tunnels_;
+    return both_ ? static_cast<net::Network&>(*both_) : *loop_;
 }
 
 std::uint16_t TorrentReach::told_port() const noexcept {
@@ -54,7 +64,9 @@ std::uint16_t TorrentReach::told_port() const noexcept {
 }
 
 void TorrentReach::listen() {
-    auto four = loop_->listen(*SocketAddress::from_literal("0.0.0.0", 0), backlog);
+    const auto wanted = static_cast<std::uint16_t>(services_.settings.number(setting::peer_port));
+    auto four = loop_->listen(*SocketAddress::from_literal("0.0.0.0", wanted), backlog);
+    if (!four && wanted != 0) four = loop_->listen(*SocketAddress::from_literal("0.0.0.0", 0), backlog);
     if (!four) {
         log_.line(Direction::error, "Peers cannot call: " + four.failure().message());
         return;
@@ -65,6 +77,19 @@ void TorrentReach::listen() {
     if (six) listeners_.push_back(*std::move(six));
     for (const auto& listener : listeners_) accept(*listener);
     hold(port_held_, PortMapper::Transport::tcp, port_);
+}
+
+// At the same number as TCP, which trackers are told.
+void TorrentReach::open_datagrams() {
+    datagrams_.emplace(services_.libraries.btdht, *loop_);
+    const Result opened = datagrams_->open(
+        port_, [this](std::unique_ptr<net::Stream> stream) { on_caller_(std::move(stream)); });
+    if (!opened.ok()) {
+        log_.line(Direction::note, "There is no uTP: " + opened.message());
+        return datagrams_.reset();
+    }
+    both_.emplace(*loop_, *datagrams_);
+    hold(datagram_port_held_, PortMapper::Transport::udp, port_);
 }
 
 void TorrentReach::accept(net::Listener& listener) {
@@ -118,6 +143,7 @@ bool TorrentReach::has_new_filter() {
     auto current = shared_.ip_filter->current();
     if (current == filter_) return false;
     filter_ = std::move(current);
+    if (datagrams_) datagrams_->set_filter(filter_);
     if (!filter_) {
         log_.line(Direction::note, "No addresses are blocked any more.");
         return true;

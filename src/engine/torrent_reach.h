@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "bt/ip_filter_keeper.h"
+#include "bt/peer_network.h"
 #include "bt/port_mapper.h"
 #include "engine/session.h"
 #include "net/loop.h"
@@ -16,8 +17,8 @@
 
 namespace vantlow {
 
-/// The port at which peers call a torrent and what a router does with it, or the proxy that all of its
-/// traffic goes through, and the addresses that are no peers. Belongs to the torrent's thread.
+/// The port at which peers call a torrent, by TCP and uTP, and what a router does with it, or the proxy that
+/// all of its traffic goes through, and the addresses that are no peers. Belongs to the torrent's thread.
 class TorrentReach {
   public:
     using Caller = std::function<void(std::unique_ptr<net::Stream>)>;
@@ -35,11 +36,13 @@ class TorrentReach {
     /// the object, or close() comes first. Fails at a stop only.
     Result open(net::Loop& loop, Caller on_caller);
     /// Nobody can call any more.
-    void close_port() { listeners_.clear(); }
+    void close_port();
     void close();
 
     /// The network in which the peers are.
     [[nodiscard]] net::Network& network() noexcept;
+    /// Peers are called by uTP, too.
+    [[nodiscard]] bool has_datagrams() const noexcept { return both_.has_value(); }
     [[nodiscard]] bool is_behind_proxy() const noexcept { return proxy_.is_used(); }
     [[nodiscard]] const ProxyPlan& proxy() const noexcept { return proxy_; }
     /// The port that peers may call; 0: none.
@@ -60,6 +63,7 @@ class TorrentReach {
 
   private:
     void listen();
+    void open_datagrams();
     void accept(net::Listener& listener);
     Result find_proxy();
     void hold(HeldPort& held, PortMapper::Transport transport, std::uint16_t port);
@@ -73,8 +77,11 @@ class TorrentReach {
     Caller on_caller_;
     std::optional<TunnelNetwork> tunnels_;  ///< the way to all peers, where there is a proxy
     std::vector<std::unique_ptr<net::Listener>> listeners_;
+    std::optional<UtpPort> datagrams_;
+    std::optional<PeerNetwork> both_;  ///< the way to all peers, where there is uTP
     std::uint16_t port_ = 0;
     HeldPort port_held_;
+    HeldPort datagram_port_held_;
     HeldPort node_port_held_;
     std::shared_ptr<const IpFilter> filter_;
     // As the log knows it.

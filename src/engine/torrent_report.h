@@ -9,6 +9,7 @@
 
 #include "base/clock.h"
 #include "bt/metainfo.h"
+#include "bt/tracker_answer.h"
 #include "engine/selection.h"
 #include "platform/socket.h"
 
@@ -34,15 +35,16 @@ struct TorrentPeer {
     std::string id;         ///< 20 bytes, as sent
     std::string client;  ///< UTF-8, of one line: as the peer says, else by its id; empty where neither tells;
                          ///< a web seed's address, whose other one is no address at all (0.0.0.0)
-    bool is_incoming = false;     ///< it called
-    bool is_encrypted = false;    ///< all of the connection, not just its beginning
-    bool chokes_us = true;        ///< it gives nothing now
-    bool is_choked = true;        ///< it gets nothing now
-    bool is_interested = false;   ///< it wants something from us
-    bool is_interesting = false;  ///< we want something from it
-    bool is_seed = false;         ///< it has everything
-    double progress = 0;          ///< of the torrent, 0 to 1
-    double received_rate = 0;     ///< bytes a second
+    bool is_incoming = false;        ///< it called
+    bool is_encrypted = false;       ///< all of the connection, not just its beginning
+    bool is_over_datagrams = false;  ///< uTP, not TCP
+    bool chokes_us = true;           ///< it gives nothing now
+    bool is_choked = true;           ///< it gets nothing now
+    bool is_interested = false;      ///< it wants something from us
+    bool is_interesting = false;     ///< we want something from it
+    bool is_seed = false;            ///< it has everything
+    double progress = 0;             ///< of the torrent, 0 to 1
+    double received_rate = 0;        ///< bytes a second
     double sent_rate = 0;
     std::int64_t received = 0;  ///< bytes of blocks, of this connection
     std::int64_t sent = 0;
@@ -63,6 +65,7 @@ struct TorrentTracker {
     State state = State::idle;
     std::string failure;    ///< the tracker's reason or a sentence of our own, of one line; may be empty
     std::size_t peers = 0;  ///< in its last answer
+    std::optional<SwarmCounts> counts;
     std::optional<Clock::time_point> next;  ///< the next announce, where it is known
 };
 /// "idle" and its kin.

@@ -235,6 +235,7 @@ Result TorrentRun::fetch_pieces() {
     if (!content_.is_private) find_peers(shelf_.find_nodes(magnet_.info_hash));
     options.node_port = sources_.table_port();
     options.exchanges = !content_.is_private && services_.settings.flag(setting::peer_exchange);
+    options.punches = options.exchanges && reach_.has_datagrams();
     options.seed = static_cast<std::uint32_t>(Clock::now().time_since_epoch().count());
     Swarm swarm(reach_.network(), disk, *this, std::move(torrent), limits_, options);
     for (std::uint32_t piece = 0; piece < swarm.picker().pieces(); ++piece) {

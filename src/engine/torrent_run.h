@@ -90,7 +90,7 @@ class TorrentRun final : private SwarmListener {
     void follow_filter();
     void hand_on_filter();
     std::vector<std::unique_ptr<WebSeed>> make_web_seeds();
-    void fill_seed_errand(HttpErrand& errand) const;
+    [[nodiscard]] HttpErrand seed_errand() const;
     void call_web_seeds();
     [[nodiscard]] WebSeed* web_seed_at(const SocketAddress& address) const;
     void log_peer(const SocketAddress& peer);

@@ -1,5 +1,7 @@
 #include "engine/torrent_shelf.h"
 
+#include <algorithm>
+
 #include "base/codes.h"
 #include "bt/peer_store.h"
 #include "bt/torrent_content.h"
@@ -7,6 +9,11 @@
 #include "storage/torrent_documents.h"
 
 namespace vantlow {
+namespace {
+
+constexpr std::size_t most_recent_bytes = 8UL * 1024 * 1024;
+
+}  // namespace
 
 FileError TorrentShelf::keep(const InfoHash& hash, std::span<const std::byte> document) {
     if (!folder_.empty()) return save_torrent_document(folder_, to_hex(hash), document);
@@ -46,12 +53,39 @@ std::vector<SocketAddress> TorrentShelf::find_nodes(const InfoHash& hash) const 
 }
 
 std::string TorrentShelf::find_info(const InfoHash& hash) const {
-    std::string info = info_of_document(find(hash));
-    if (info.empty() || hash_of(info) != hash) info.clear();
+    std::string info = find_recent(hash);
+    if (!info.empty()) return info;
+    info = info_of_document(find(hash));
+    if (info.empty() || hash_of(info) != hash) return {};
+    if (!folder_.empty()) remember(hash, info);
     return info;
 }
 
+std::string TorrentShelf::find_recent(const InfoHash& hash) const {
+    const MutexLock guard(mutex_);
+    const auto at =
+        std::find_if(recent_.begin(), recent_.end(), [&](const auto& one) { return one.first == hash; });
+    return at != recent_.end() ? at->second : std::string();
+}
+
+// A value cannot change under its digest, so what is remembered stays right until the document is dropped.
+void TorrentShelf::remember(const InfoHash& hash, const std::string& info) const {
+    if (info.size() > most_recent_bytes) return;
+    const MutexLock guard(mutex_);
+    recent_.emplace_back(hash, info);
+    recent_bytes_ += info.size();
+    for (; recent_bytes_ > most_recent_bytes; recent_.pop_front())
+        recent_bytes_ -= recent_.front().second.size();
+}
+
 FileError TorrentShelf::drop(const InfoHash& hash) {
+    {
+        const MutexLock guard(mutex_);
+        std::erase_if(recent_, [&](const auto& one) {
+            if (one.first == hash) recent_bytes_ -= one.second.size();
+            return one.first == hash;
+        });
+    }
     if (!folder_.empty()) return remove_torrent_document(folder_, to_hex(hash));
     const MutexLock guard(mutex_);
     kept_.erase(hash);

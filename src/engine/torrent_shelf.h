@@ -1,9 +1,12 @@
 // Where the documents of torrent jobs are kept.
 #pragma once
 
+#include <cstddef>
+#include <deque>
 #include <map>
 #include <span>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "base/mutex.h"
@@ -33,10 +36,16 @@ class TorrentShelf {
 
   private:
     [[nodiscard]] std::vector<std::byte> find(const InfoHash& hash) const;
+    [[nodiscard]] std::string find_recent(const InfoHash& hash) const;
+    void remember(const InfoHash& hash, const std::string& info) const;
 
     const std::u16string folder_;
     mutable Mutex mutex_;
     std::map<InfoHash, std::vector<std::byte>> kept_ VANTLOW_GUARDED_BY(mutex_);
+    /// "info" values that were read of files, the latest one last: lists of jobs ask for them again and
+    /// again.
+    mutable std::deque<std::pair<InfoHash, std::string>> recent_ VANTLOW_GUARDED_BY(mutex_);
+    mutable std::size_t recent_bytes_ VANTLOW_GUARDED_BY(mutex_) = 0;
 };
 
 }  // namespace vantlow

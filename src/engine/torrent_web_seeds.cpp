@@ -1,9 +1,8 @@
 // The servers that have a running torrent's files: which, how they are asked, and when.
 #include <algorithm>
 
+#include "engine/inquiry.h"
 #include "engine/torrent_run.h"
-#include "transfer/http/auth_scheme.h"
-#include "transfer/job/proxy_rules.h"
 
 namespace vantlow {
 namespace {
@@ -18,9 +17,8 @@ std::vector<std::unique_ptr<WebSeed>> TorrentRun::make_web_seeds() {
     std::vector<std::unique_ptr<WebSeed>> seeds;
     std::vector<std::string> addresses = shelf_.find_web_seeds(magnet_.info_hash);
     addresses.insert(addresses.end(), magnet_.web_seeds.begin(), magnet_.web_seeds.end());
-    WebSeedServices services{
-        *loop_, services_.connections, services_.libraries, services_.threads, log_, stop_, {}};
-    fill_seed_errand(services.errand);
+    WebSeedServices services{*loop_, services_.connections, services_.libraries, services_.threads, log_,
+                             stop_,  seed_errand()};
     for (const std::string& address : addresses) {
         const auto number = static_cast<std::uint16_t>(seeds.size() + 1);
         if (seeds.size() == most_web_seeds) break;
@@ -39,27 +37,12 @@ std::vector<std::unique_ptr<WebSeed>> TorrentRun::make_web_seeds() {
     return seeds;
 }
 
-// Asked as the files of a plain job are.
-void TorrentRun::fill_seed_errand(HttpErrand& errand) const {
-    const Settings& settings = services_.settings;
-    errand.http.agent = job_.agent.empty() ? options_.default_agent : job_.agent;
+// Asked as the files of a plain job are, but for logins and cookies. The peers' proxy is everybody's.
+HttpErrand TorrentRun::seed_errand() const {
+    HttpErrand errand = errand_by_rules(job_, options_, services_);
     errand.with_cookies = false;
-    errand.timeout = std::chrono::seconds(settings.number(setting::connect_timeout));
-    errand.trust.verify = settings.flag(setting::verify_peer) && !(job_.rules && job_.rules->insecure);
-    errand.trust.ca_file =
-        job_.rules && !job_.rules->ca_file.empty() ? job_.rules->ca_file : settings.text(setting::ca_file);
-    errand.limits.most = settings.number(setting::max_per_server);
-    errand.limits.interval = std::chrono::milliseconds(settings.number(setting::connect_interval));
-    errand.proxy_for = [this](const Target& target) {
-        if (reach_.is_behind_proxy()) return reach_.proxy();  // the peers' is everybody's
-        ProxyPlan proxy = options_.proxy;
-        if (options_.proxy_rules)
-            proxy = options_.proxy_rules->choose(target.scheme, target.host, target.port);
-        proxy.resolve_here = !services_.settings.flag(setting::proxy_resolves);
-        if (!proxy.user.empty())
-            add_login(proxy, services_.libraries, &services_.connections.memory.of<LoginMemory>());
-        return proxy;
-    };
+    if (reach_.is_behind_proxy()) errand.proxy_for = [this](const Target&) { return reach_.proxy(); };
+    return errand;
 }
 
 WebSeed* TorrentRun::web_seed_at(const SocketAddress& address) const {

@@ -8,6 +8,7 @@ namespace vantlow::net {
 namespace {
 
 constexpr std::size_t largest_datagram = 65536;
+constexpr int wanted_room = 1024 * 1024;  // of the system, for datagrams that are to be received
 // So many in a row that came back as undeliverable are passed over, before others have their turn.
 constexpr int most_returned = 16;
 
@@ -52,7 +53,10 @@ bool is_about_earlier(const error_code& error) {
 
 error_code Port::bind(const SocketAddress& at) {
     const error_code error = open_socket<Udp>(socket_, at);
-    return error ? error : bind_socket<Udp>(socket_, at);
+    if (error) return error;
+    error_code ignored;  // a wish: with less room more is lost while others have their turn
+    socket_.set_option(asio::socket_base::receive_buffer_size(wanted_room), ignored);
+    return bind_socket<Udp>(socket_, at);
 }
 
 error_code Port::join(const SocketAddress& group) {

@@ -39,6 +39,8 @@ class Stream : public Stage {
     [[nodiscard]] virtual std::optional<SocketAddress> local_address() const = 0;
     /// None before it is connected; known for ever after.
     [[nodiscard]] virtual std::optional<SocketAddress> peer_address() const = 0;
+    /// Its bytes go in datagrams (uTP).
+    [[nodiscard]] virtual bool is_over_datagrams() const noexcept { return false; }
 };
 
 /// A listening socket. At most `backlog` connections (or what the system allows) wait to be taken; so whoever
@@ -99,6 +101,10 @@ class Network {
     /// Nothing but the system's own time-out (minutes) ends the attempt: a caller in a hurry has a timer and
     /// closes the stream.
     virtual std::unique_ptr<Stream> connect(const SocketAddress& to, Connected done) = 0;
+    /// The same by every way that the network has at the same moment, instead of the best one first.
+    virtual std::unique_ptr<Stream> connect_at_once(const SocketAddress& to, Connected done) {
+        return connect(to, std::move(done));
+    }
     /// Port 0 takes a free one, which address() tells. An IPv6 address is for IPv6 alone.
     virtual Outcome<std::unique_ptr<Listener>> listen(const SocketAddress& at, int backlog) = 0;
     virtual Outcome<std::unique_ptr<Datagrams>> bind(const SocketAddress& at) = 0;

@@ -316,6 +316,58 @@ typedef uint32_t BTDHT_Work_t(const uint8_t* address, size_t address_size, uint1
    bytes that were written. */
 typedef size_t BTDHT_Nodes_t(int family, uint8_t* into, size_t room);
 
+/* ---- libBTDHT: uTP, connections over datagrams (BEP 29) ---- */
+
+/* One end of uTP, at a UDP port of its owner, who hands it datagrams and sends what it says. Each belongs,
+   with its clients, to one thread at a time; there may be many. Addresses are those of the system's sockets
+   (sockaddr_in, sockaddr_in6). */
+typedef struct VantlowUtpServer VantlowUtpServer;
+/* A connection. From UTP_Cli_Open or `called` on, until UTP_Cli_Close. */
+typedef struct VantlowUtpClient VantlowUtpClient;
+
+enum { VANTLOW_UTP_LARGEST = 1500 /* bytes of a datagram */ };
+
+/* The news of a client. */
+enum {
+    VANTLOW_UTP_CONNECTED = 1,
+    VANTLOW_UTP_READABLE = 2, /* there are bytes, or the end, after there were none */
+    VANTLOW_UTP_WRITABLE = 4, /* it takes bytes again */
+    VANTLOW_UTP_FAILED = 8,   /* refused, reset or too late: it is of no more use */
+};
+
+/* The owner's side. None of these may call an operation of this table. */
+typedef struct VantlowUtpOwner {
+    void* context;
+    /* Sends a datagram, or loses it. */
+    void (*send)(void* context, const void* address, size_t address_size, const void* datagram, size_t size);
+    /* A peer has called, and its first bytes are there. The client's tag; NULL: it is not wanted, and is
+       gone. It takes bytes. */
+    void* (*called)(void* context, VantlowUtpClient* client, const void* address, size_t address_size);
+    /* Comes from UTP_Srv_Take and UTP_Srv_Send alone. */
+    void (*news)(void* tag, int news);
+} VantlowUtpOwner;
+
+/* NULL without memory. */
+typedef VantlowUtpServer* UTP_Srv_Init_t(const VantlowUtpOwner* owner);
+/* Ends all connections at once; clients that are not closed are freed, too. NULL is fine. */
+typedef void UTP_Srv_End_t(VantlowUtpServer* server);
+/* Takes a datagram that came from there. 1, or 0 where it is none of uTP. */
+typedef int UTP_Srv_Take_t(VantlowUtpServer* server, const void* address, size_t address_size,
+                           const void* datagram, size_t size);
+/* Sends what is due: acknowledgements once all datagrams that are there were taken, what got lost. The
+   milliseconds after which it wants to be called again at the latest; 0: there is no connection. */
+typedef uint32_t UTP_Srv_Send_t(VantlowUtpServer* server);
+/* Calls a peer; `tag` (not NULL) comes with the news. NULL without memory. */
+typedef VantlowUtpClient* UTP_Cli_Open_t(VantlowUtpServer* server, const void* address, size_t address_size,
+                                         void* tag);
+/* Frees the client. What it took goes on being sent, until the server ends. */
+typedef void UTP_Cli_Close_t(VantlowUtpClient* client);
+/* The bytes that it took; 0: none until VANTLOW_UTP_WRITABLE comes; below 0: it has ended or failed. */
+typedef ptrdiff_t UTP_Cli_Send_t(VantlowUtpClient* client, const void* bytes, size_t size);
+/* The bytes that were read; 0: none until VANTLOW_UTP_READABLE comes; -1: the peer sends nothing more; -2: it
+   has failed. A peer that sends far more than it may fails. */
+typedef ptrdiff_t UTP_Cli_Recv_t(VantlowUtpClient* client, void* into, size_t room);
+
 /* ---- libportmap: ports that routers pass on ---- */
 
 /* The router in front of this machine, which takes orders over NAT-PMP (RFC 6886) or UPnP (IGD). */

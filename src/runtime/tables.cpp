@@ -115,6 +115,8 @@ void find_operations(BtdhtTable& table) {
     VANTLOW_FIND(BTDHT_Work);
     VANTLOW_FIND(BTDHT_Nodes);
     VANTLOW_FIND(UTP_Srv_Init);
+    VANTLOW_FIND(UTP_Srv_End);
+    VANTLOW_FIND(UTP_Srv_Take);
     VANTLOW_FIND(UTP_Srv_Send);
     VANTLOW_FIND(UTP_Cli_Open);
     VANTLOW_FIND(UTP_Cli_Close);

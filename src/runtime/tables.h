@@ -121,12 +121,14 @@ struct BtdhtTable : LibraryTable {
     BTDHT_AddNodeV6_t* BTDHT_AddNodeV6 = nullptr;
     BTDHT_Work_t* BTDHT_Work = nullptr;
     BTDHT_Nodes_t* BTDHT_Nodes = nullptr;
-    void* UTP_Srv_Init = nullptr;
-    void* UTP_Srv_Send = nullptr;
-    void* UTP_Cli_Open = nullptr;
-    void* UTP_Cli_Close = nullptr;
-    void* UTP_Cli_Send = nullptr;
-    void* UTP_Cli_Recv = nullptr;
+    UTP_Srv_Init_t* UTP_Srv_Init = nullptr;
+    UTP_Srv_End_t* UTP_Srv_End = nullptr;
+    UTP_Srv_Take_t* UTP_Srv_Take = nullptr;
+    UTP_Srv_Send_t* UTP_Srv_Send = nullptr;
+    UTP_Cli_Open_t* UTP_Cli_Open = nullptr;
+    UTP_Cli_Close_t* UTP_Cli_Close = nullptr;
+    UTP_Cli_Send_t* UTP_Cli_Send = nullptr;
+    UTP_Cli_Recv_t* UTP_Cli_Recv = nullptr;
 };
 
 struct NamesTable : LibraryTable {

@@ -1,8 +1,11 @@
 #include "storage/local_file.h"
 
+#include <algorithm>
+
 #include "base/string_table.h"
 #include "base/text.h"
 #include "platform/file_marks.h"
+#include "platform/folder.h"
 
 namespace vantlow {
 namespace {
@@ -11,6 +14,15 @@ enum : std::int64_t { rule_rename = 0, rule_overwrite = 2 };
 
 bool is_there(const std::u16string& path) {
     return path_kind(path) != PathKind::none;
+}
+
+// A link would lead the bytes to wherever somebody had it point.
+bool is_file_itself(const std::u16string& path) {
+    std::vector<FolderEntry> entries;
+    if (path_kind(path) != PathKind::file || !list_folder(folder_of(path), entries).ok()) return false;
+    const std::u16string name = name_of(path);
+    return std::ranges::none_of(entries,
+                                [&](const auto& entry) { return entry.is_link && entry.name == name; });
 }
 
 }  // namespace
@@ -46,7 +58,7 @@ CLocalFile::Claim CLocalFile::claim_partial(FileError& error) {
     if (error.fault != FileFault::exists) return Claim::failed;
     // The file is somebody's: one at work holds the lock, one that waits to be continued has a state beside
     // it.
-    if (is_there(state_path())) return Claim::taken;
+    if (is_there(state_path()) || !is_file_itself(partial_path())) return Claim::taken;
     error = file_.open(partial_path(), OpenMode::write_existing);
     if (!error.ok())
         return error.fault == FileFault::in_use || error.fault == FileFault::not_found ? Claim::taken
@@ -82,7 +94,8 @@ Result CLocalFile::choose_target(const std::u16string& folder, const std::u16str
     target_ = join_path(folder, name);
     const PathKind kind = path_kind(target_);
     if (kind == PathKind::none) return {};
-    if (kind != PathKind::file) return failure({FileFault::is_folder, 0}, target_);
+    if (kind != PathKind::file)
+        return failure({kind == PathKind::folder ? FileFault::is_folder : FileFault::exists, 0}, target_);
     if (rules_.skip_existing) {
         skipped_ = find_existing(folder, name);
         log_.line(Direction::note, message_text(skipped_ ? Message::same_file : Message::server_newer));

@@ -40,11 +40,14 @@ struct JobList {
     std::vector<JobListNote> notes;    ///< lines with a part that was left out, with its name
 };
 
-/// Reads a job list, or a plain list of links without header. The text may be UTF-8 with or without a byte
-/// order mark, UTF-16LE with one, else the ANSI code page; either line end. Columns of the header that this
-/// program does not know are left out; where columns or values are missing, jobs keep their defaults. A job
-/// has no identity yet; it has as many empty segments as connections; its path is its folder, with a
-/// separator, or empty where the list names no absolute folder.
+/// The text of a list as people's programs write it: UTF-8 with or without a byte order mark, UTF-16LE with
+/// one, else the ANSI code page.
+std::u16string list_text(std::span<const std::byte> bytes);
+
+/// Reads a job list, or a plain list of links without header. The text is list_text(); either line end.
+/// Columns of the header that this program does not know are left out; where columns or values are missing,
+/// jobs keep their defaults. A job has no identity yet; it has as many empty segments as connections; its
+/// path is its folder, with a separator, or empty where the list names no absolute folder.
 JobList read_job_list(std::span<const std::byte> bytes);
 
 }  // namespace vantlow

@@ -11,21 +11,6 @@
 namespace vantlow {
 namespace {
 
-std::u16string decoded(std::span<const std::byte> bytes) {
-    const std::string_view text(reinterpret_cast<const char*>(bytes.data()), bytes.size());
-    if (text.starts_with("\xFF\xFE")) {
-        std::u16string wide((text.size() - 2) / 2, u'\0');
-        for (std::size_t i = 0; i < wide.size(); ++i) {
-            const auto low = static_cast<unsigned char>(text[2 + 2 * i]);
-            const auto high = static_cast<unsigned char>(text[3 + 2 * i]);
-            wide[i] = static_cast<char16_t>(low | (high << 8U));
-        }
-        return wide;
-    }
-    if (text.starts_with("\xEF\xBB\xBF")) return to_utf16(text.substr(3));
-    return is_utf8(text) ? to_utf16(text) : from_ansi(text);
-}
-
 std::u16string_view trimmed(std::u16string_view text) noexcept {
     const auto is_blank = [](char16_t c) { return c == u' ' || c == u'\t'; };
     while (!text.empty() && is_blank(text.front())) text.remove_prefix(1);
@@ -250,10 +235,25 @@ class Reader {
 
 }  // namespace
 
+std::u16string list_text(std::span<const std::byte> bytes) {
+    const std::string_view text(reinterpret_cast<const char*>(bytes.data()), bytes.size());
+    if (text.starts_with("\xFF\xFE")) {
+        std::u16string wide((text.size() - 2) / 2, u'\0');
+        for (std::size_t i = 0; i < wide.size(); ++i) {
+            const auto low = static_cast<unsigned char>(text[2 + 2 * i]);
+            const auto high = static_cast<unsigned char>(text[3 + 2 * i]);
+            wide[i] = static_cast<char16_t>(low | (high << 8U));
+        }
+        return wide;
+    }
+    if (text.starts_with("\xEF\xBB\xBF")) return to_utf16(text.substr(3));
+    return is_utf8(text) ? to_utf16(text) : from_ansi(text);
+}
+
 JobList read_job_list(std::span<const std::byte> bytes) {
     JobList list;
     Reader reader(list);
-    const std::u16string text = decoded(bytes);
+    const std::u16string text = list_text(bytes);
     std::u16string_view rest = text;
     for (std::size_t number = 1; !rest.empty(); ++number) {
         const std::u16string_view line = next_line(rest);

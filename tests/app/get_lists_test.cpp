@@ -283,6 +283,19 @@ TEST_F(GetLists, HelpAndComplaintsNameTheProgramAndTheAddressOnce) {
     const auto first = err.find("ftp://127.0.0.1/folder/");
     ASSERT_NE(first, std::string::npos) << err;
     EXPECT_EQ(err.find("ftp://127.0.0.1/folder/", first + 1), std::string::npos) << err;
+    const struct {
+        Words words;
+        const char* says;
+    } cases[] = {
+        {{u"./none.torrent"}, "none.torrent: The file does not exist"},
+        {{u"none.meta4"}, "none.meta4: The file does not exist"},
+        {{own.path(u"text")}, "neither a torrent nor a metafile"},
+        {{u" "}, "A link is empty."},
+        {{u"--retries", u"1", u"--retries", u"2", u"http://h/"}, "--retries may be given only once."},
+        {{u"http://h/", u"--retries"}, "--retries needs a value."},
+    };
+    own.write(u"text", "no document");
+    for (const auto& one : cases) EXPECT_TRUE(contains(get(one.words).err, one.says)) << get(one.words).err;
 }
 
 }  // namespace

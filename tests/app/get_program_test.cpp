@@ -122,6 +122,11 @@ TEST_F(GetProgram, ReadsAListOfLinks) {
     EXPECT_EQ(result.out, "");
     EXPECT_EQ(folder.names(), (std::vector<std::u16string>{u"a", u"b", u"c"}));
     EXPECT_TRUE(file_has(folder.path(u"c"), "/c" + content));
+    // As Windows' shells write it.
+    std::string wide = "\xFF\xFE";
+    for (const char c : list) (wide += c) += '\0';
+    EXPECT_EQ(get({u"-q", u"--overwrite", u"overwrite", u"-i", u"-"}, {.input = wide}).status, 0);
+    EXPECT_EQ(folder.names().size(), 3U);
 }
 
 TEST_F(GetProgram, ContinuesAfterBeingKilledAgainAndAgain) {

@@ -341,7 +341,8 @@ TEST_F(TorrentPeers, AFiledTorrentIsSharedByTheResidentProgramUntilItsRatioAlsoA
     EXPECT_EQ(resident->wait().status, 0);
     EXPECT_EQ(state_of(to_utf8(id)), "finished");
     EXPECT_GE(shown()["sent"], 1'050'777);
-    EXPECT_EQ(json::parse(ok({u"torrent", u"check", torrent, u"-d", folder.path(u"x"), u"--json"}))["bytes"],
+    EXPECT_EQ(json::parse(ok({u"torrent", u"check", torrent, u"-d", folder.path(u"x"), u"--json",
+                              u"--data-dir", folder.path(u"none")}))["bytes"],
               1'050'777);
 
     resident = serve();

@@ -75,7 +75,7 @@ TEST_F(WebSeeds, GiveEverythingInRowsOfBytes) {
     EXPECT_EQ(whole.status, 0) << whole.err << whole.out;
     EXPECT_TRUE(has_all(u"x"));
     EXPECT_LT(good.server().body_sent(), 1'500'000) << "hardly anything was sent for nothing";
-    EXPECT_LT(good.server().request_count(), 30U) << "of 40 pieces, those in a row at once";
+    EXPECT_LT(good.server().request_count(), 20U) << "of 40 pieces, those in a row at once";
 }
 
 TEST_F(WebSeeds, ThatAreOfNoUseAreLeftAndTheOthersGiveTheFile) {

@@ -31,11 +31,11 @@ TEST(WindowTorrents, ListsShowWhatAReportSays) {
     report.files = {
         {u"a/one\n.bin", {}, 2048, 2047}, {u"empty", {}, 0, 0}, {u"two", {}, 10, 0, FilePriority::skip}};
     using State = TorrentTracker::State;
-    report.trackers = {{"http://a/x", 0, State::works, {}, 7, now + std::chrono::seconds(65)},
-                       {"udp://b", 1, State::fails, "no\tsuch torrent", 3, now - std::chrono::seconds(2)},
-                       {"c", 2, State::asking, {}, 0, {}},
-                       {"d", 3, State::ended, {}, 0, {}},
-                       {"e", 4, State::idle, {}, 0, {}}};
+    report.trackers = {{"http://a/x", 0, State::works, {}, 7, {}, now + std::chrono::seconds(65)},
+                       {"udp://b", 1, State::fails, "no\tsuch torrent", 3, {}, now - std::chrono::seconds(2)},
+                       {"c", 2, State::asking, {}, 0, {}, {}},
+                       {"d", 3, State::ended, {}, 0, {}, {}},
+                       {"e", 4, State::idle, {}, 0, {}, {}}};
     TorrentPeer giver = peer_at(2);
     giver.client = "Tool\x1B[31m 1";
     giver.is_interesting = giver.is_encrypted = giver.is_seed = true;

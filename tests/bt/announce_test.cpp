@@ -98,6 +98,7 @@ TEST(Announce, ReadsAnswersAndRefusesWhatIsNone) {
     auto answer = read("d8:intervali60e5:peers13:" + two + "xe");
     ASSERT_TRUE(answer);
     EXPECT_EQ(answer->interval, 60);
+    EXPECT_FALSE(answer->counts);
     EXPECT_EQ(texts(answer->ipv4), (Texts{"1.2.3.4:6881", "5.6.7.8:80"}));
     answer = read("d8:intervali60e5:peers19:" + six + "xe", true);
     ASSERT_TRUE(answer);
@@ -337,6 +338,46 @@ TEST(UdpAnnounce, EndsWithWhatIsWrong) {
         EXPECT_FALSE(a.announce(url).ok) << url;
     }
     EXPECT_TRUE(a.log.has("127.0.0.1:2710")) << "the port of an address without one\n" << a.log.all();
+}
+
+// The counts of a swarm come with an announce, or behind it, or alone.
+TEST(Scrape, TellsHowManyPeersThereAreOverBothProtocols) {
+    const std::string torrent(20, 'A');
+    for (const auto& [tracker, expected] :
+         {std::pair("http://t/x/announce.php?k=1", "http://t/x/scrape.php?k=1&"),
+          {"http://t/announce", "http://t/scrape?"},
+          {"http://t/announce/y", ""},
+          {"http://t/a", ""}}) {
+        const std::string url = http_scrape_url(tracker, Announcing().job.info_hash);
+        EXPECT_EQ(url.substr(0, url.find("info_hash")), expected);
+    }
+    std::string counts = "d8:completei7e10:downloadedi9e10:incompletei3ee";
+    test::ScriptedServer server([&](test::Exchange& exchange) {
+        const bool is_scrape = exchange.request().target.starts_with("/scrape?info_hash=%41");
+        const std::string files = "d5:filesd20:" + torrent + counts + "ee";
+        exchange.answer(200, "OK", is_scrape ? files : "d8:intervali900e5:peers0:e");
+    });
+    test::UdpServer udp([&](const std::string& datagram) {
+        const std::string transaction = datagram.substr(12, 4);
+        if (datagram.size() == 16) return std::vector{"\0\0\0\0"s + transaction + "connid12"};
+        EXPECT_EQ(datagram.substr(16), torrent);
+        return std::vector{"\0\0\0\x02"s + transaction + "\0\0\0\x07\0\0\0\x09\0\0\0\x03"s};
+    });
+    Announcing a;
+    for (const std::string& url :
+         {server.url("/announce"), "udp://127.0.0.1:" + std::to_string(udp.port())}) {
+        CBTAnnounceThread one(a.services, a.job, url, AnnounceEvent::none, a.log, a.stop);
+        const auto answer = one.scrape();
+        ASSERT_TRUE(answer.ok()) << answer.failure().message();
+        EXPECT_EQ(answer->seeders, 7);
+        EXPECT_EQ(answer->leechers, 3);
+        EXPECT_EQ(answer->completed, 9);
+    }
+    CBTAnnounceThread one(a.services, a.job, server.url("/announce"), AnnounceEvent::none, a.log, a.stop);
+    EXPECT_TRUE(one.announce(server.url("/announce"), AnnounceEvent::none));
+    EXPECT_EQ(one.report().counts.value_or(SwarmCounts{}).seeders, 7);
+    counts = "d8:completei7ee";
+    EXPECT_FALSE(one.scrape().ok());
 }
 
 TEST(UdpAnnounce, SendsALostRequestAgain) {

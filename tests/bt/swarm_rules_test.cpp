@@ -5,6 +5,7 @@
 #include <map>
 
 #include "bt/extension.h"
+#include "bt/holepunch.h"
 #include "bt/local_discovery.h"
 #include "bt/peer/choker.h"
 #include "bt/peer/peer_wire.h"
@@ -137,6 +138,31 @@ TEST(PeerExchange, TellsChangesOnceAMinuteAndTakesNoFlood) {
     EXPECT_EQ(candidates.size(), Candidates::most / 2) << "room for those of the trackers";
     EXPECT_FALSE(parse_exchange_message("i1e"));
     EXPECT_TRUE(parse_exchange_message("d5:addedi1e6:added65:shorte")->added.empty());
+}
+
+TEST(Holepunch, HasTheFormThatOthersReadAndABoundForEachPeer) {
+    using namespace std::string_literals;
+    using Error = HolepunchMessage::Error;
+    const auto four = *SocketAddress::from_literal("1.2.3.4", 6881);
+    const std::string asks = "\0\0\x1A\xE1"s.insert(2, "\x01\x02\x03\x04");
+    EXPECT_EQ(build_holepunch_message(4, {HolepunchMessage::Kind::rendezvous, four}),
+              "\0\0\0\x0E\x14\x04"s + asks + "\0\0\0\0"s);
+    for (const auto& [payload, error] :
+         {std::pair(asks, Error::none), {asks + "\0\0\0\x03"s, Error::no_support}}) {
+        const auto message = parse_holepunch_message(payload);
+        ASSERT_TRUE(message);
+        EXPECT_TRUE(message->peer == four && message->error == error);
+    }
+    EXPECT_EQ(parse_holepunch_message("\x01\x01"s + std::string(16, '\x20') + "\0\x50"s)->peer.port(), 80);
+    for (const std::string& bad : {""s, "\0"s, "\x03"s + asks.substr(1), "\0\x02"s + asks.substr(2),
+                                   asks.substr(0, 7), "\0\x01"s + asks.substr(2)})
+        EXPECT_FALSE(parse_holepunch_message(bad)) << bad.size();
+    HolepunchRate rate;
+    const Clock::time_point now = Clock::now();
+    int taken = 0;
+    for (int i = 0; i < 100; ++i) taken += rate.take(now + i * 100ms) ? 1 : 0;
+    EXPECT_EQ(taken, HolepunchRate::most);
+    EXPECT_TRUE(rate.take(now + 60s));
 }
 
 TEST(PeerExchange, NobodyFarAwayNamesNeighbours) {

@@ -22,6 +22,8 @@ struct Content {
     std::uint32_t piece_length;
     SwarmTorrent torrent;
     bool exchanges = false;
+    bool has_walls = false;  ///< of clients behind the first one: only who calls back at once is let in
+    bool punches = false;
 
     Content(std::uint32_t seed, std::size_t size, std::uint32_t length) : piece_length(length) {
         std::minstd_rand random(seed);
@@ -116,12 +118,38 @@ const SecurTable& secur_library() {
     return tables.secur;
 }
 
+/// A host whose calls reach nobody behind a wall unless both sides call at the same moment.
+class Walled : public net::Network {
+  public:
+    Walled(SimulatedHost& host, const Content& content) : host_(host), content_(content) {}
+    [[nodiscard]] Clock::time_point now() const override { return host_.now(); }
+    net::TimerQueue& timers() override { return host_.timers(); }
+    std::unique_ptr<net::Stream> connect(const SocketAddress& to, Connected done) override {
+        SocketAddress reached = to;
+        if (content_.has_walls && to.host() != "192.0.2.1") reached.set_port(1);  // where nobody listens
+        return host_.connect(reached, std::move(done));
+    }
+    std::unique_ptr<net::Stream> connect_at_once(const SocketAddress& to, Connected done) override {
+        return host_.connect(to, std::move(done));
+    }
+    Outcome<std::unique_ptr<net::Listener>> listen(const SocketAddress& at, int backlog) override {
+        return host_.listen(at, backlog);
+    }
+    Outcome<std::unique_ptr<net::Datagrams>> bind(const SocketAddress& at) override { return host_.bind(at); }
+    bool post(net::Callback work) override { return host_.post(std::move(work)); }
+
+  private:
+    SimulatedHost& host_;
+    const Content& content_;
+};
+
 /// A program with one torrent on a host of its own.
 class Client : public SwarmListener {
   public:
     Client(SimulatedInternet& internet, const Content& content, int number, const HostTraits& traits = {},
            std::uint32_t crypto = 1, const SecurTable* library = &secur_library())
         : host(internet.add_host("192.0.2." + std::to_string(number), traits)),
+          way(host, content),
           disk(host, content),
           down(host.now()),
           up(host.now()) {
@@ -133,7 +161,8 @@ class Client : public SwarmListener {
         listener = *host.listen(host.address(), 64);
         options.port = address().port();
         options.exchanges = content.exchanges;
-        swarm.emplace(host, disk, *this, torrent, LinkLimits{down, up}, options);
+        options.punches = content.punches;
+        swarm.emplace(way, disk, *this, torrent, LinkLimits{down, up}, options);
         accept();
     }
     void be_seed() {
@@ -146,6 +175,7 @@ class Client : public SwarmListener {
     [[nodiscard]] SocketAddress address() const { return *listener->address(); }
 
     SimulatedHost& host;
+    Walled way;
     TestDisk disk;
     net::SharedTokens down;
     net::SharedTokens up;
@@ -284,19 +314,32 @@ TEST(SwarmTest, WhoWantsNothingMoreIsLeft) {
     EXPECT_EQ(all, 0U);
 }
 
-// Two that only know a third one, which they called; a private torrent's stay apart.
-TEST(SwarmTest, PeersTellEachOtherOfPeers) {
-    for (const bool exchanges : {true, false}) {
+// Two that only know a third one, which they called; a private torrent's stay apart. Where they cannot call
+// each other it introduces them.
+TEST(SwarmTest, PeersTellEachOtherOfPeersAndIntroduceThem) {
+    const struct {
+        bool exchanges, has_walls, punches, meet;
+    } cases[] = {{true, false, false, true},
+                 {false, false, false, false},
+                 {true, true, false, false},
+                 {true, true, true, true}};
+    for (const auto& [exchanges, has_walls, punches, meet] : cases) {
         Content content(5, 1'000'000, 64 * 1024);
         content.exchanges = exchanges;
+        content.has_walls = has_walls;
+        content.punches = punches;
         Swarms world(5, content);
         Client& hub = world.add({.up = 5000});
         hub.be_seed();
         for (int i = 0; i < 2; ++i) world.add();
         for (const auto& client : world.clients) client->swarm->start();
         for (const std::size_t i : {1U, 2U}) world.clients[i]->swarm->add_peers(std::vector{hub.address()});
-        EXPECT_EQ(world.internet.run_until([&] { return world.clients[1]->swarm->peers() == 2; }, 70s),
-                  exchanges);
+        const auto has_met = [](const Client& client) {
+            int live = 0;
+            client.swarm->visit([&](const PeerLink& link) { live += link.is_live ? 1 : 0; });
+            return live == 2;
+        };
+        EXPECT_EQ(world.internet.run_until([&] { return has_met(*world.clients[1]); }, 70s), meet) << punches;
         EXPECT_EQ(world.clients[1]->swarm->exchanged() + world.clients[2]->swarm->exchanged() > 0, exchanges);
         EXPECT_EQ(hub.swarm->known(), 0U) << "it was told of nobody but those that called";
         EXPECT_EQ(hub.swarm->callers(), 2U);

@@ -7,6 +7,7 @@
 
 #include "engine_fixture.h"
 #include "platform/file.h"
+#include "support/file_server.h"
 
 namespace vantlow {
 namespace {
@@ -407,6 +408,57 @@ TEST_F(EngineTest, ChangesAreGatheredAndCanBeAskedForByRevision) {
     EXPECT_EQ(changes.jobs[0].fields & (job_field::options | job_field::added), job_field::options);
     EXPECT_TRUE(engine->changes_since(changes.revision).empty());
     EXPECT_TRUE(engine->changes_since(changes.revision + 1).everything);  // of another run
+}
+
+TEST_F(EngineTest, AsksAServerForTheHeaderAlone) {
+    test::FileServer server;
+    test::FileResource file{.content = std::string(5000, 'x')};
+    server.set("/plain.bin", file);
+    file.more = {{"Content-Disposition", "attachment; filename=\"..\\b.zip\""}};
+    file.accept_ranges = false;
+    server.set("/named", file);
+    server.set("/moved", {.more = {{"Location", "/plain.bin"}}, .status = 302});
+    server.set("/gone", {.status = 410, .reason = "Gone"});
+    server.set("/refused", {.status = 405, .reason = "Not here"});
+    const auto ask = [&](const char* path) {
+        JobDraft draft;
+        draft.links = {server.url(path)};
+        std::promise<void> came;
+        const auto inquiry = engine->inquire(draft, [&came] { came.set_value(); });
+        EXPECT_EQ(came.get_future().wait_for(std::chrono::seconds(20)), std::future_status::ready) << path;
+        return inquiry->answer().value_or(ServerSays{});
+    };
+    const struct {
+        const char* path;
+        const char16_t* name;
+        std::int64_t size;
+        bool takes_ranges;
+    } cases[] = {{"/plain.bin#part", u"plain.bin", 5000, true},
+                 {"/named", u"b.zip", 5000, false},
+                 {"/moved", u"plain.bin", 5000, true}};
+    for (const auto& c : cases) {
+        const ServerSays says = ask(c.path);
+        EXPECT_TRUE(says.result.ok()) << c.path << says.result.message();
+        EXPECT_EQ(says.name, c.name) << c.path;
+        EXPECT_EQ(says.size, c.size) << c.path;
+        EXPECT_EQ(says.takes_ranges, c.takes_ranges) << c.path;
+    }
+    EXPECT_EQ(server.server().connection_count(), 1U) << "kept, since nothing follows a header";
+    EXPECT_NE(ask("/gone").result.message().find("410 Gone"), std::string::npos);
+    EXPECT_NE(ask("/refused").result.message().find("405 Not here"), std::string::npos);
+    for (const auto& request : server.server().requests()) EXPECT_EQ(request.head.method, "HEAD");
+
+    server.set("/slow", {.delay = std::chrono::seconds(20)});
+    JobDraft draft;
+    draft.links = {server.url("/slow")};
+    const auto begin = std::chrono::steady_clock::now();
+    engine->inquire(draft, [] { ADD_FAILURE() << "nobody waits any more"; }).reset();
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(5));
+    for (const std::vector<std::string>& links :
+         {std::vector<std::string>{magnet}, {"ftp://h/a"}, {"http://h/a", "http://h/b"}, {}}) {
+        draft.links = links;
+        EXPECT_EQ(engine->inquire(draft, {}), nullptr);
+    }
 }
 
 TEST(ChangeLog, WhoAsksFromTooLongAgoIsToReadEverythingAnew) {

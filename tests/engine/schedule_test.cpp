@@ -1,6 +1,8 @@
 // Times and rules: the week plan, the entries of jobs, and the categories that new jobs find by themselves.
 #include <gtest/gtest.h>
 
+#include <limits>
+
 #include "base/text.h"
 #include "engine/schedule_texts.h"
 #include "engine_fixture.h"
@@ -152,6 +154,23 @@ class TimedEngine : public EngineTest {
     TestClock clock;
     int count = 0;
 };
+
+TEST_F(TimedEngine, TimesOutOfADamagedDatabaseNeverCome) {
+    constexpr auto far = std::numeric_limits<std::int64_t>::max();
+    const std::pair<std::int64_t, std::int32_t> damaged[] = {
+        {far, 0}, {far, every_day}, {far, -3600}, {-far - 1, -3600}, {-far - 1, every_day},
+        {-1, 0},  {-far, -1},       {0, -1},  // every second
+    };
+    CJobNode job;
+    for (const auto& [at, days] : damaged) {
+        job.schedule.push_back(std::make_unique<CScheduleNode>());
+        job.schedule.back()->action = schedule_action::start;
+        job.schedule.back()->time = at;
+        job.schedule.back()->weekdays = days;
+    }
+    EXPECT_EQ(next_action(times_of(job), clock.now(), clock), std::nullopt);
+    EXPECT_EQ(job.schedule.size(), std::size(damaged)) << "nothing is thrown away";
+}
 
 TEST_F(TimedEngine, StartsAndStopsJobsByTheirOwnTimes) {
     const Guid once = add_timed({"22:00", "06:00", "", 0});

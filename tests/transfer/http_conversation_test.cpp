@@ -114,7 +114,7 @@ TEST_F(HttpConversationTest, TellsABodyThatWasCutShortFromAWholeOne) {
     const std::string head = "HTTP/1.1 200 OK\r\nContent-Length: 10\r\n\r\n";
     const std::string chunked = "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n";
     for (const std::string& answer : {head + "12345", head, chunked + "5\r\nhello",
-                                      chunked + "5\r\nhello\r\n", chunked, chunked + "5\r\nhello\r\n0\r\n"}) {
+                                      chunked + "5\r\nhello\r\n", chunked, chunked + "5\r\nhello\r\n0"}) {
         serve_bytes(answer);
         ASSERT_TRUE(ask().ok()) << answer;
         Moved end;

@@ -249,7 +249,9 @@ TEST(HttpHead, ShowsTheLogItsLinesWithoutCookies) {
     EXPECT_EQ(lines[1].find("secret"), std::string::npos);
     EXPECT_EQ(lines[2], "A: b c");
     // A cookie stays one where its line is continued or has a blank before the colon.
-    for (const char* bytes : {"HTTP/1.1 200 OK\r\nSet-Cookie:\r\n id=secret\r\n\r\n",
+    // So does a login in an address.
+    for (const char* bytes : {"HTTP/1.1 302 Found\r\nLocation: http://me:secret@h/a?b@c\r\n\r\n",
+                              "HTTP/1.1 200 OK\r\nSet-Cookie:\r\n id=secret\r\n\r\n",
                               "HTTP/1.1 200 OK\r\nSet-Cookie : id=secret\r\n\r\n"}) {
         for (const std::string& line : head_lines_for_log(bytes)) {
             EXPECT_EQ(line.find("secret"), std::string::npos) << line;
@@ -309,6 +311,7 @@ TEST(HttpRedirect, JoinsWhatServersSend) {
         {"ftp://f/a/./b/../c", "ftp://f/a/c"},
         {"?other=1", "http://example.org:8080/dir/page?other=1"},
         {"rel?next=http://a/b", "http://example.org:8080/dir/rel?next=http://a/b"},
+        {"\\a?b=\\c", "http://example.org:8080/a?b=\\c"},
         {"/a:b", "http://example.org:8080/a:b"},
         // Schemes that are not followed, and nothing to follow.
         {"javascript:alert(1)", ""},

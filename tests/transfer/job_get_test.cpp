@@ -1,4 +1,5 @@
 // Jobs that go well, and those whose server is only clumsy.
+#include <filesystem>
 #include <set>
 
 #include "job_fixture.h"
@@ -82,6 +83,11 @@ TEST_F(JobTest, UnpacksGzipAndSaysWhenItCannot) {
     auto job = make_job(server.url16(), 4);
     expect_file(run(*job), content);
     EXPECT_TRUE(log.has("File size unknown, can't start other parts."));
+    // A part that names the size of the packed bytes says nothing of the file's.
+    FileServer part(FileResource{.content = content, .gzip = true, .always_206 = true});
+    auto whole = make_job(part.url16(), 4);
+    whole->file_name = u"part.bin";
+    expect_file(run(*whole), content);
 
     libraries = {};
     auto without = make_job(server.url16());
@@ -215,6 +221,19 @@ TEST_F(JobTest, TwoJobsOfOneNameDoNotShareAFile) {
     EXPECT_TRUE(file_has(folder.path(u"file.bin"), content));
     EXPECT_TRUE(file_has(folder.path(u"file(1).bin"), content));
     EXPECT_TRUE(only({u"file(1).bin", u"file.bin"}));
+}
+
+TEST_F(JobTest, ALinkInPlaceOfTheUnfinishedFileIsNotWrittenThrough) {
+    FileServer server(FileResource{.content = content});
+    folder.write(u"mine", "mine");
+    std::error_code failed;
+    std::filesystem::create_symlink(to_utf8(folder.path(u"mine")), to_utf8(folder.path(u"file.bin.vantlow")),
+                                    failed);
+    if (failed) GTEST_SKIP() << "links cannot be made here";
+    auto job = make_job(server.url16());
+    EXPECT_EQ(run(*job).result.code, Code::ok);
+    EXPECT_TRUE(file_has(folder.path(u"mine"), "mine"));
+    EXPECT_TRUE(file_has(folder.path(u"file(1).bin"), content));
 }
 
 TEST_F(JobTest, ChecksTheHashOfTheWholeFile) {

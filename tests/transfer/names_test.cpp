@@ -47,6 +47,12 @@ TEST(ContentName, IsWhatTheDispositionSays) {
         {"attachment; filename=\"caf%E9.txt\"", u"caf\u00e9.txt"},
         {"attachment; filename=\"100%.txt\"", u"100%.txt"},
         {"attachment; filename=\"100%zz.txt\"", u"100%zz.txt"},
+        // The encoded words of mail (RFC 2047).
+        {"attachment; filename=\"=?UTF-8?B?Z3LDvC5iaW4=?=\"", u"gr\u00fc.bin"},
+        {"attachment; filename=\"=?utf-8?Q?gr=C3=BC_100%25?= =?iso-8859-1?q?=DF.bin?=\"",
+         u"gr\u00fc 100%25\u00df.bin"},
+        {"attachment; filename=\"=?utf-8?B?!?=\"", u"=?utf-8?B?!?="},
+        {"attachment; filename=\"=?utf-8?\"", u"=?utf-8?"},
         {"attachment", u""},
         {"", u""},
         {";;;", u""},

@@ -140,6 +140,12 @@ TEST_F(TunnelTest, ALongSocks5ReplyDoesNotReachTheProtocol) {
     EXPECT_EQ(spoken, "abc");
     EXPECT_TRUE(open(5, {greeting, {request, "\x05\0\0\x03\x0A"s + std::string(12, 'x') + "abc"}}).ok());
     EXPECT_EQ(spoken, "abc");
+    // A short name makes a reply that is shorter than the usual one, and nobody waits for more.
+    for (const std::string& reply : {"\x05\0\0\x03\x01hpp"s, "\x05\0\0\x03\x02hhpp"s}) {
+        EXPECT_TRUE(open(5, {greeting, {request, reply + "abc"}}).ok());
+        EXPECT_EQ(spoken, "abc");
+    }
+    EXPECT_EQ(open(5, {greeting, {request, "\x05\x04"s}}).code, Code::proxy_refused);
     // One that says so and sends ten bytes: a second is lost, not the connection.
     first_words = 0;
     hold = true;

@@ -149,6 +149,13 @@ def first_start(window, server):
     assert not windows("^Vantlow$") and not windows("^Welcome")
     assert window.run().returncode == 0
     until(lambda: windows("^Vantlow$"), "the window after a second start")
+    window.end()
+    # A command to quit does not wait for an answer.
+    window.set("Settings/Language=en")
+    assert window.run().returncode == 0
+    to_front("^Welcome to Vantlow$")
+    assert window.run("quit").returncode == 0
+    until(lambda: not window.process(), "the end of the process")
 
 
 def notices(window, server, desktop):

@@ -96,6 +96,15 @@ Exit run_version(CFerrywellApp& app, const GlobalOptions& /*global*/) {
     return Exit::done;
 }
 
+// The parser's own words, but where they are no sentence.
+std::string sentence_of(const CLI::ParseError& error) {
+    const std::string text = error.what();
+    const std::string subject = text.substr(0, text.find(':'));
+    if (text.find(": At Most 1 ") != std::string::npos) return subject + " may be given only once.";
+    if (error.get_name() == "ArgumentMismatch") return subject + " needs a value.";
+    return text;
+}
+
 // Returns the command that was asked for, after its checks; a complaint where they fail.
 Command chosen_command(const CLI::App& app, const CommandSet& commands) {
     const CommandSet::Entry& chosen = commands.chosen();
@@ -140,7 +149,7 @@ Command read_command_line(const Words& words, const std::function<void(CommandSe
         command.global = std::move(global);
         return command;
     } catch (const CLI::ParseError& error) {
-        return complain_of(app, error.what());
+        return complain_of(app, sentence_of(error));
     }
     if (version) {
         command.run = run_version;

@@ -39,6 +39,9 @@ std::string text_of(const DraftFault& fault) {
             return subject + "the sizes in it cannot be right.";
         case Fault::no_memory:
             return subject + "there is not enough memory for it.";
+        case Fault::no_document:
+            return subject +
+                   "it is a file of this machine, and neither a torrent nor a metafile nor a playlist.";
         case Fault::no_file_link:
             return subject + "it is not the eDonkey link of a file.";
         case Fault::no_address:

@@ -3,6 +3,7 @@
 #include <CLI/CLI.hpp>
 
 #include <memory>
+#include <span>
 
 #include "app/terminal/quantities.h"
 #include "base/text.h"
@@ -10,6 +11,7 @@
 #include "platform/console.h"
 #include "platform/file.h"
 #include "store/job.h"
+#include "store/job_list.h"
 #include "store/proxies.h"
 
 namespace vantlow {
@@ -17,12 +19,16 @@ namespace {
 
 constexpr std::size_t largest_list = 256 * 1024 * 1024;
 
+// Editors and shells of Windows write UTF-16; a line may end with CR alone, too.
 void add_lines(std::string_view text, std::vector<std::string>& links) {
+    std::string narrow;
+    if (text.starts_with("\xFF\xFE")) text = narrow = to_utf8(list_text(std::as_bytes(std::span(text))));
     if (text.starts_with("\xEF\xBB\xBF")) text.remove_prefix(3);
-    for (std::string_view line : split(text, '\n')) {
-        if (!line.empty() && line.back() == '\r') line.remove_suffix(1);
-        line = trim(line);
-        if (!line.empty() && line.front() != '#') links.emplace_back(line);
+    for (const std::string_view lines : split(text, '\n')) {
+        for (std::string_view line : split(lines, '\r')) {
+            line = trim(line);
+            if (!line.empty() && line.front() != '#') links.emplace_back(line);
+        }
     }
 }
 
@@ -82,7 +88,7 @@ void add_job_options(CLI::App& word, JobOptions& options) {
     word.add_option("--select", options.select,
                     "The files of a metafile to fetch: 1,3-5, or ask (default: all)");
     word.add_flag("--sequential", options.sequential,
-                  "Fetch the pieces of a torrent in their order, to look at a film early");
+                  "Fetch the pieces of a torrent in their order, to watch a film early");
     word.add_flag("--ends-first", options.ends_first,
                   "Fetch the beginnings and ends of a torrent's files before all else");
     word.add_option("--upload-limit", options.upload_limit,
@@ -186,7 +192,10 @@ JobDraft draft_of(const JobOptions& options, const std::u16string& folder) {
 }
 
 Complaint read_links(const JobOptions& options, std::vector<std::string>& links) {
-    links = options.links;
+    for (const std::string& link : options.links) {
+        links.emplace_back(trim(link));
+        if (links.back().empty()) return "A link is empty.";
+    }
     if (options.input_file.empty()) return std::nullopt;
     if (options.input_file == "-") {
         add_lines(read_standard_input(largest_list), links);

@@ -10,6 +10,7 @@
 #include "base/text.h"
 #include "bt/announce.h"
 #include "bt/torrent_settings.h"
+#include "engine/kinds.h"
 #include "platform/file.h"
 #include "store/address.h"
 
@@ -240,7 +241,7 @@ rpc::Downloads::Added EngineDownloads::result_of(vantlow::Added added) {
 rpc::Downloads::Added EngineDownloads::add_links(const rpc::NewJob& job, JobDraft draft) {
     std::vector<std::u16string> addresses;
     for (const std::string& address : job.addresses) {
-        if (can_be_asked_for(address)) addresses.push_back(to_utf16(address));
+        if (is_fetchable(to_utf16(address))) addresses.push_back(to_utf16(address));
     }
     if (addresses.empty()) return {{}, "None of the addresses can be downloaded."};
     draft.links.push_back(to_utf8(addresses.front()));
@@ -375,7 +376,7 @@ Problem EngineDownloads::change_sources(const Guid& job, const std::vector<std::
         known.insert(known.end(), found->sources->mirrors.begin(), found->sources->mirrors.end());
     std::vector<std::u16string> wanted;
     for (const std::string& address : addresses) {
-        if (!can_be_asked_for(address)) return "The address " + address + " cannot be downloaded.";
+        if (!is_fetchable(to_utf16(address))) return "The address " + address + " cannot be downloaded.";
         const std::u16string text = to_utf16(address);
         const auto same = std::ranges::find(
             known, text, [](const std::u16string& one) { return without_credentials(one); });

@@ -11,7 +11,6 @@
 #include "platform/file.h"
 #include "store/address.h"
 #include "store/proxies.h"
-#include "transfer/job/source.h"
 
 namespace vantlow {
 namespace {
@@ -84,19 +83,6 @@ std::string written(const ExpectedHash& hash) {
 }
 
 }  // namespace
-
-bool can_be_asked_for(std::string_view address) {
-    const std::u16string text = to_utf16(address);
-    switch (kind_of_address(text)) {
-        case JobKind::torrent:
-        case JobKind::edonkey:
-        case JobKind::document:
-            return true;
-        default:
-            return text.find(u"://") != std::u16string::npos && find_protocol(text) != nullptr &&
-                   parse_target(text).has_value();
-    }
-}
 
 DraftRequest draft_of(const rpc::NewJob& asked, const std::u16string& folder) {
     const rpc::JobOptions& options = asked.options;

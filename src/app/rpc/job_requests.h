@@ -3,16 +3,12 @@
 
 #include <optional>
 #include <string>
-#include <string_view>
 
 #include "engine/draft.h"
 #include "engine/engine.h"
 #include "rpc/downloads.h"
 
 namespace vantlow {
-
-/// True for an address that a job can be made of. Paths of this machine are none: who asks may be elsewhere.
-bool can_be_asked_for(std::string_view address);
 
 /// The draft of a download. `folder`: where it goes when it asks for no folder, and what a folder that is not
 /// absolute lies below. A value that cannot be used is a problem.

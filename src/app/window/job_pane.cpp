@@ -156,8 +156,13 @@ void JobPane::take_news(const RowNews& news) {
         } else {
             table_->remove_and_insert(news.removed, news.inserted);
         }
-        table_->select(model_.rows.selected_rows());
-        if (!news.removed.empty() && events_.selected) events_.selected();
+        const std::vector<std::size_t> selected = model_.rows.selected_rows();
+        table_->select(selected);
+        // A new download was selected before it had a row.
+        const bool is_selected = std::ranges::any_of(news.inserted, [&selected](std::size_t row) {
+            return std::ranges::binary_search(selected, row);
+        });
+        if ((is_selected || !news.removed.empty()) && events_.selected) events_.selected();
     }
     if (news.places) return table_->redraw();
     if (!news.changed.empty()) table_->redraw(news.changed);

@@ -2,6 +2,7 @@
 
 #include <wx/app.h>
 #include <wx/dialog.h>
+#include <wx/evtloop.h>
 #include <wx/sizer.h>
 #include <wx/statusbr.h>
 #include <wx/toolbar.h>
@@ -203,7 +204,9 @@ void MainFrame::end() {
         auto* const dialog = dynamic_cast<wxDialog*>(window);
         if (dialog != nullptr && dialog->IsModal()) dialog->EndModal(wxID_CANCEL);
     }
-    wxTheApp->ExitMainLoop();
+    // The loop of a dialog is still the running one, and the toolkit's own ExitMainLoop would then do nothing.
+    wxEventLoopBase* const loop = wxTheApp->GetMainLoop();
+    if (loop != nullptr) loop->ScheduleExit();
 }
 
 void MainFrame::on_close(wxCloseEvent& event) {

@@ -47,6 +47,7 @@ class MainFrame : public wxFrame {
     void come_to_front();
     /// Closes it for good: the process ends.
     void end();
+    [[nodiscard]] bool is_ending() const noexcept { return ending_; }
 
   private:
     void build_panes();

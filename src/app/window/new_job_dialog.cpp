@@ -22,6 +22,7 @@ namespace vantlow {
 namespace {
 
 constexpr std::size_t most_previewed = 200;
+constexpr int pause_ms = 600;  // of the typing, before a server is asked
 
 int depth_of(const CClassNode& category) {
     int depth = 0;
@@ -47,6 +48,9 @@ NewJobDialog::NewJobDialog(wxWindow& parent, WindowModel& model, NewJobForm form
     note_ =
         new wxStaticText(this, wxID_ANY, wxString(), wxDefaultPosition, wxDefaultSize, wxST_ELLIPSIZE_END);
     all->Add(note_, wxSizerFlags().Expand().Border(wxLEFT | wxRIGHT, FromDIP(10)));
+    says_ =
+        new wxStaticText(this, wxID_ANY, wxString(), wxDefaultPosition, wxDefaultSize, wxST_ELLIPSIZE_MIDDLE);
+    all->Add(says_, wxSizerFlags().Expand().Border(wxLEFT | wxRIGHT | wxTOP, FromDIP(10)));
     build_files(*all);
     build_places(*all);
     build_more(*all);
@@ -61,6 +65,10 @@ NewJobDialog::NewJobDialog(wxWindow& parent, WindowModel& model, NewJobForm form
     Bind(wxEVT_CHECKBOX, [this](wxCommandEvent&) { look(); });
     Bind(wxEVT_CHECKLISTBOX, [this](wxCommandEvent&) { look(); });
     Bind(wxEVT_SPINCTRL, [this](wxSpinEvent&) { look(); });
+    pause_.Bind(wxEVT_TIMER, [this](wxTimerEvent&) {
+        inquiry_ = model_.new_jobs.inquire(form_, [this] { CallAfter([this] { look_at_server(); }); });
+        look_at_server();
+    });
     addresses_->SetFocus();
     addresses_->SetInsertionPointEnd();
     look();
@@ -196,6 +204,24 @@ void NewJobDialog::look_at_category() {
     if (at != categories_.end()) category_->SetSelection(static_cast<int>(at - categories_.begin()));
 }
 
+// Another question ends the one before.
+void NewJobDialog::look_at_server() {
+    const std::string question = model_.new_jobs.question_of(form_);
+    if (question != question_) {
+        pause_.Stop();
+        inquiry_.reset();
+        if (!question.empty()) pause_.StartOnce(IsShown() ? pause_ms : 1);
+        question_ = question;
+    }
+    const auto says = inquiry_ ? inquiry_->answer() : std::nullopt;
+    const bool waits = !question.empty() && !says && (inquiry_ || pause_.IsRunning());
+    says_->SetLabel(says    ? as_label(sentence_of(*says))
+                    : waits ? ui(tr("The server is being asked ..."))
+                            : wxString());
+    const bool is_named = says && says->result.ok();
+    name_->SetHint(is_named ? ui(shown(says->name)) : ui(tr("as the server names it")));
+}
+
 // Says what is wrong, or what will be done, while it is typed.
 wxString NewJobDialog::note() const {
     const auto faults = model_.new_jobs.check(form_);
@@ -222,6 +248,7 @@ void NewJobDialog::look() {
     look_at_files();
     folder_->SetHint(ui(shown(model_.new_jobs.folder_of(form_))));
     note_->SetLabel(note());
+    look_at_server();
     ok_->Enable(model_.new_jobs.check(form_).empty());
 }
 

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <wx/dialog.h>
+#include <wx/timer.h>
 
 #include <functional>
 
@@ -32,6 +33,7 @@ class NewJobDialog : public wxDialog {
     void read();
     void look_at_files();
     void look_at_category();
+    void look_at_server();
     void look();
     [[nodiscard]] wxString note() const;
 
@@ -40,6 +42,7 @@ class NewJobDialog : public wxDialog {
     std::vector<Guid> categories_;  ///< as they stand in the choice
     wxTextCtrl* addresses_ = nullptr;
     wxStaticText* note_ = nullptr;
+    wxStaticText* says_ = nullptr;          ///< the server, about the only address
     wxCheckListBox* files_ = nullptr;       ///< there while the files of a torrent are known
     std::vector<TorrentEntry> files_seen_;  ///< that stand in it
     wxChoice* category_ = nullptr;
@@ -60,6 +63,9 @@ class NewJobDialog : public wxDialog {
     wxTextCtrl* proxy_ = nullptr;
     wxTextCtrl* comment_ = nullptr;
     wxButton* ok_ = nullptr;
+    std::string question_;  ///< that the server was asked, or will be when the typing pauses
+    wxTimer pause_;
+    std::unique_ptr<Inquiry> inquiry_;  ///< last: its thread calls this dialog
 };
 
 }  // namespace vantlow

@@ -95,7 +95,7 @@ void ToolkitDesktop::run(DesktopHost& host) {
             wxTheApp->CallAfter([this, &host] { turn(host); });
         },
         handle_of(*frame_));
-    wxTheApp->OnRun();
+    if (!frame_->is_ending()) wxTheApp->OnRun();
     // Works that the frame put off must not outlive the model.
     wxTheApp->ProcessPendingEvents();
     wxTheApp->DeletePendingEvents();

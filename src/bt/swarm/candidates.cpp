@@ -77,6 +77,13 @@ std::optional<SocketAddress> Candidates::take(Clock::time_point now) {
     return best->address;
 }
 
+bool Candidates::take_this(const SocketAddress& address) {
+    if (find(address) == nullptr) add_named({&address, 1});
+    Entry* const entry = find(address);
+    if (entry == nullptr || entry->is_taken || entry->is_banned || entry->is_blocked) return false;
+    return entry->is_taken = true;
+}
+
 void Candidates::refused(const SocketAddress& address, Clock::time_point now) {
     Entry* const entry = find(address);
     if (entry == nullptr) return;

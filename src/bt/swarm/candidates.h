@@ -37,6 +37,9 @@ class Candidates {
     /// The next one to connect to, which is taken until ended() or refused() is called: the one that failed
     /// least, and of those the one that waited longest.
     std::optional<SocketAddress> take(Clock::time_point now);
+    /// Takes this one, which need not be known, before its time. False: it is taken already, is banned or
+    /// blocked, or there is no room for it.
+    bool take_this(const SocketAddress& address);
     /// The connection was not made, or brought nothing: it is tried again after a pause that doubles.
     void refused(const SocketAddress& address, Clock::time_point now);
     /// A connection that worked is over.

@@ -34,13 +34,14 @@ void PeerLink::use(std::unique_ptr<net::Stream> stream) {
     stage_.emplace(*stream_, down_, up_);
 }
 
-void PeerLink::call(const PeerHandshake& handshake, CallForm form) {
-    use(network_.connect(address_, [this](const Result& result) {
+void PeerLink::call(const PeerHandshake& handshake, CallForm form, bool at_once) {
+    const auto done = [this](const Result& result) {
         if (!result.ok()) return end(result);
         is_connected_ = true;
         if (mse_) return agree();
         connected();
-    }));
+    };
+    use(at_once ? network_.connect_at_once(address_, done) : network_.connect(address_, done));
     if (form == CallForm::plain) return send(handshake.bytes());
     // It goes with the request for the encryption, which saves the way there and back.
     mse_.emplace(*stage_, *crypto_.library, crypto_.torrent, crypto_.setting, handshake.bytes());

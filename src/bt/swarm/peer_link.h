@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "bt/holepunch.h"
 #include "bt/mse_stage.h"
 #include "bt/peer/peer_wire.h"
 #include "bt/peer/picker.h"
@@ -82,7 +83,8 @@ class PeerLink {
     PeerLink& operator=(const PeerLink&) = delete;
 
     /// Connects to the peer and says the handshake; what is sent meanwhile comes behind it.
-    void call(const PeerHandshake& handshake, CallForm form);
+    /// `at_once`: by every way at the same moment.
+    void call(const PeerHandshake& handshake, CallForm form, bool at_once = false);
     /// Uses this stream, which the peer has made. How it begins shows whether it is encrypted.
     void take_call(std::unique_ptr<net::Stream> stream);
     void send(const PeerMessage& message) { send(message.bytes()); }
@@ -106,6 +108,8 @@ class PeerLink {
         return mse_ && is_agreed_ &&
                mse_->streams().method() != static_cast<std::uint32_t>(CryptoMethod::plaintext);
     }
+    /// It came, or was made, by uTP.
+    [[nodiscard]] bool is_over_datagrams() const noexcept { return stream_ && stream_->is_over_datagrams(); }
     [[nodiscard]] std::size_t unsent() const noexcept { return out_.size() - sent_; }
     [[nodiscard]] Clock::time_point last_heard() const noexcept { return heard_; }
     [[nodiscard]] Clock::time_point last_sent() const noexcept { return said_; }
@@ -125,9 +129,12 @@ class PeerLink {
     std::string peer_id{};
     std::string version{};  ///< the program that it says it is (BEP 10, "v"), UTF-8; empty: unsaid
     PieceSet has{};
-    std::uint8_t metadata_number = 0;  ///< under which the peer takes metadata messages; 0: none
-    std::uint8_t exchange_number = 0;  ///< under which the peer takes the exchange of peers; 0: none
-    std::uint16_t listens_at = 0;      ///< a port that it says others may call; 0: it says none
+    std::uint8_t metadata_number = 0;    ///< under which the peer takes metadata messages; 0: none
+    std::uint8_t exchange_number = 0;    ///< under which the peer takes the exchange of peers; 0: none
+    std::uint8_t holepunch_number = 0;   ///< under which the peer takes introductions; 0: none
+    std::vector<SocketAddress> named{};  ///< peers that it named last, and that take introductions
+    HolepunchRate introductions{};
+    std::uint16_t listens_at = 0;  ///< a port that it says others may call; 0: it says none
     PeerExchange exchange{};
     std::deque<PieceBlock> owes{};   ///< blocks that it was asked for
     std::deque<PieceBlock> wants{};  ///< blocks that it asked for

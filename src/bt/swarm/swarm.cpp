@@ -30,7 +30,8 @@ Swarm::Swarm(net::Network& network, SwarmDisk& disk, SwarmListener& listener, Sw
       crypto_{options_.library, options_.crypto, torrent_.info_hash},
       picker_(torrent_.total, torrent_.piece_length, options_.seed),
       choker_(options_.seed),
-      ticks_(network.timers()) {}
+      ticks_(network.timers()),
+      introductions_(network.timers()) {}
 
 Swarm::~Swarm() {
     stop();
@@ -45,6 +46,7 @@ void Swarm::start() {
 void Swarm::stop() noexcept {
     runs_ = false;
     ticks_.cancel();
+    introductions_.cancel();
     for (auto& [number, link] : links_) {
         link->close();
         gone_.push_back(std::move(link));
@@ -151,9 +153,9 @@ void Swarm::connect_some() {
     }
 }
 
-void Swarm::call(const SocketAddress& address, CallForm form) {
+void Swarm::call(const SocketAddress& address, CallForm form, bool at_once) {
     PeerLink& link = add_link(address, false, crypto_);
-    link.call(own_handshake(), form);
+    link.call(own_handshake(), form, at_once);
 }
 
 void Swarm::take_incoming(std::unique_ptr<net::Stream> stream) {
@@ -228,7 +230,8 @@ bool Swarm::greeted(PeerLink& link, const PeerHandshake& handshake) {
 
 void Swarm::greet_by_extension(PeerLink& link) const {
     link.send(build_extension_handshake(static_cast<std::uint32_t>(torrent_.info.size()), options_.port,
-                                        options_.version, options_.exchanges, wants_nothing_));
+                                        options_.version, options_.exchanges, wants_nothing_,
+                                        options_.punches));
 }
 
 // Says that nothing more is wanted, or something again. While files are being chosen nothing may be wanted
@@ -274,7 +277,10 @@ void Swarm::ended(PeerLink& link, const Result&) {
             candidates_.refused(link.address(), network_.now());
         }
     }
+    const bool was_unreachable = !link.is_incoming() && !link.is_live;
+    const SocketAddress address = link.address();
     forget(link);
+    if (was_unreachable) ask_for_introduction(address);
     if (!runs_) return;
     // Others may be asked at once for the blocks that it owed.
     for (auto& [number, other] : links_) fill(*other);

@@ -40,6 +40,7 @@ struct SwarmOptions {
         nullptr;                  ///< for encryption; outlives the swarm; null: plain connections alone
     std::uint32_t crypto = 1;     ///< the setting "Crypto", see LinkCrypto
     std::uint16_t node_port = 0;  ///< of this side's node of the distributed hash table; 0: none
+    bool punches = false;         ///< peers introduce each other (BEP 55); only where there is uTP
     bool exchanges = false;  ///< peers tell each other of peers (BEP 11); never of a private torrent (BEP 27)
 };
 
@@ -124,7 +125,7 @@ class Swarm final : private LinkOwner {
     bool may_receive() override;
     void ended(PeerLink& link, const Result& why) override;
     PeerLink& add_link(const SocketAddress& address, bool is_incoming, const LinkCrypto& crypto);
-    void call(const SocketAddress& address, CallForm form);
+    void call(const SocketAddress& address, CallForm form, bool at_once = false);
     void connect_some();
     [[nodiscard]] bool has_room() const noexcept;
     void count_links() noexcept;
@@ -172,6 +173,14 @@ class Swarm final : private LinkOwner {
     [[nodiscard]] static std::optional<ExchangedPeer> named(const PeerLink& link);
     [[nodiscard]] bool is_worth(const PeerLink& by, const ExchangedPeer& peer) const;
 
+    // swarm_holepunch.cpp: they introduce each other
+    bool take_holepunch(PeerLink& link, std::string_view payload);
+    void ask_for_introduction(const SocketAddress& to);
+    void introduce(PeerLink& link, const SocketAddress& to);
+    void follow_introduction(const PeerLink& link, const SocketAddress& to);
+    void call_introduced();
+    [[nodiscard]] static std::optional<SocketAddress> reached_at(const PeerLink& link);
+
     net::Network& network_;
     SwarmDisk& disk_;
     SwarmListener& listener_;
@@ -195,8 +204,10 @@ class Swarm final : private LinkOwner {
     std::int64_t wasted_ = 0;
     std::size_t exchanged_ = 0;
     std::size_t callers_ = 0;
-    std::size_t turned_away_ = 0;  ///< callers whom the filter blocks
+    std::size_t turned_away_ = 0;            ///< callers whom the filter blocks
+    std::vector<SocketAddress> introduced_;  ///< that are to be called at once
     net::Timer ticks_;
+    net::Timer introductions_;
     Links links_;
     std::vector<std::unique_ptr<PeerLink>> gone_;  ///< ended, and perhaps in the middle of a call
 };

@@ -13,6 +13,8 @@ std::optional<ExchangedPeer> Swarm::named(const PeerLink& link) {
     } else {
         peer.flags |= ExchangedPeer::reachable;
     }
+    if (link.holepunch_number != 0) peer.flags |= ExchangedPeer::punches;
+    if (link.is_over_datagrams()) peer.flags |= ExchangedPeer::datagrams;
     if (link.is_seed || link.wants_nothing) peer.flags |= ExchangedPeer::seed;
     return peer;
 }
@@ -55,8 +57,11 @@ void Swarm::take_exchange(PeerLink& link, std::string_view payload) {
     const auto peers = parse_exchange_message(payload);
     if (!peers) return;
     std::vector<SocketAddress> addresses;
+    link.named.clear();
     for (const ExchangedPeer& peer : peers->added) {
-        if (is_worth(link, peer)) addresses.push_back(peer.address);
+        if (!is_worth(link, peer)) continue;
+        addresses.push_back(peer.address);
+        if ((peer.flags & ExchangedPeer::punches) != 0) link.named.push_back(peer.address);
     }
     // Those are called at the next tick: this is in the middle of a message.
     exchanged_ += candidates_.add_named(addresses);

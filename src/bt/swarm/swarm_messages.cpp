@@ -322,6 +322,7 @@ bool Swarm::take_extended(PeerLink& link, const PeerMessage& message) {
         };
         take_number(link.metadata_number, handshake->metadata_number);
         take_number(link.exchange_number, handshake->exchange_number);
+        take_number(link.holepunch_number, handshake->holepunch_number);
         const std::int64_t port = handshake->port.value_or(0);
         if (port > 0 && port < 65536) link.listens_at = static_cast<std::uint16_t>(port);
         link.wants_nothing = handshake->upload_only;
@@ -333,6 +334,7 @@ bool Swarm::take_extended(PeerLink& link, const PeerMessage& message) {
         take_exchange(link, message.data);
         return true;
     }
+    if (message.extended == own_holepunch_number) return take_holepunch(link, message.data);
     if (message.extended != own_metadata_number) return true;
     const auto request = parse_metadata_message(message.data);
     if (!request) return false;

@@ -60,6 +60,10 @@ void SeedStream::hear(const PeerMessage& message) {
                  .begin = block.begin,
                  .length = block.length});
             return;
+        case MessageKind::have:
+            return owner_->has(message.piece);
+        case MessageKind::bitfield:
+            return owner_->has_these(message.data);
         case MessageKind::keep_alive:  // a peer that never says anything is left
             return say({.kind = MessageKind::keep_alive});
         default:

@@ -26,6 +26,9 @@ class SeedStream final : public net::Stream {
         virtual void wanted(const PieceBlock& block) = 0;
         /// It does not want it any more. True: the block will not be given.
         virtual bool cancelled(const PieceBlock& block) = 0;
+        /// It tells of a piece that it has, or, with its bitfield, of all those.
+        virtual void has(std::uint32_t piece) = 0;
+        virtual void has_these(std::string_view bitfield) = 0;
         /// It has ended the connection; the stream is not touched any more.
         virtual void left() = 0;
     };

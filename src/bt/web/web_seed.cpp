@@ -16,7 +16,7 @@ constexpr Clock::duration first_rest = 30s;  // it doubles with each failure
 constexpr int most_doublings = 5;
 // Bytes that are read away rather than that another answer is asked for.
 constexpr std::int64_t most_skipped = 256 * 1024;
-constexpr std::uint32_t pieces_ahead = 32;
+constexpr std::uint32_t pieces_ahead = 32;  // as many as the swarm remembers suggestions for
 constexpr std::size_t read_buffer = 64 * 1024;
 
 void append_escaped(std::string& address, std::u16string_view part) {
@@ -69,7 +69,8 @@ WebSeed::WebSeed(std::string address, const TorrentContent& content, WebSeedServ
       content_(content),
       services_(std::move(services)),
       shown_(shown),
-      stop_(services_.stop) {
+      stop_(services_.stop),
+      swarm_has_(static_cast<std::uint32_t>(content.piece_count())) {
     auto files = FileList::make(content.files);
     if (!files) {
         is_over_ = true;
@@ -94,6 +95,7 @@ std::unique_ptr<net::Stream> WebSeed::connect() {
     Owner& owner = *this;
     auto stream = std::make_unique<SeedStream>(services_.network, owner, shown_, content_.info_hash, peer_id);
     stream_ = stream.get();
+    swarm_has_ = named_ = suggested_ = PieceSet(swarm_has_.size());
     ++turn_;
     return stream;
 }
@@ -107,21 +109,44 @@ std::string WebSeed::shown_address() const {
     return services_.errand.show(to_utf16(address_));
 }
 
-// A row of bytes comes with one request, so the pieces behind this one are the best.
+// A row of bytes comes with one request, so the pieces behind the first one are the best, and those from the
+// beginning behind the last.
 void WebSeed::wanted(const PieceBlock& block) {
-    if (block.piece < run_begin_ || block.piece >= run_end_) run_begin_ = run_end_ = block.piece;
-    const std::int64_t end = std::min(block.piece + std::int64_t{pieces_ahead}, content_.piece_count());
-    for (; run_end_ < end; ++run_end_) {
-        if (run_end_ != block.piece) stream_->suggest(run_end_);
+    const std::uint32_t pieces = named_.size();
+    if (block.piece >= pieces) return;
+    if (!named_.has(block.piece) && suggested_.count() == 0) next_ = block.piece;
+    named_.add(block.piece);
+    suggested_.remove(block.piece);
+    while (suggested_.count() < pieces_ahead && !named_.is_all()) {
+        if (named_.add(next_)) {
+            suggested_.add(next_);
+            stream_->suggest(next_);
+        }
+        next_ = (next_ + 1) % pieces;
     }
+    std::uint32_t row_end = block.piece + 1;
+    const std::uint32_t end = std::min(block.piece + pieces_ahead, pieces);
+    while (row_end < end && !swarm_has_.has(row_end)) ++row_end;
     const MutexLock guard(mutex_);
-    orders_.push_back({turn_, block, 0});
+    orders_.push_back({turn_, block, row_end, 0});
     changed_.notify_one();
 }
 
 bool WebSeed::cancelled(const PieceBlock& block) {
     const MutexLock guard(mutex_);
     return std::erase_if(orders_, [&](const Order& order) { return order.block == block; }) > 0;
+}
+
+void WebSeed::has(std::uint32_t piece) {
+    if (piece >= swarm_has_.size()) return;
+    swarm_has_.add(piece);
+    named_.add(piece);
+    suggested_.remove(piece);
+}
+
+void WebSeed::has_these(std::string_view bitfield) {
+    if (auto pieces = PieceSet::from_wire(bitfield, swarm_has_.size()))
+        swarm_has_ = named_ = *std::move(pieces);
 }
 
 void WebSeed::left() {
@@ -201,7 +226,8 @@ std::optional<WebSeed::Refusal> WebSeed::read_block(const Order& order, std::str
     for (const FileSpan& part : files_.spans(at, order.block.length)) {
         if (files_.at(part.file).padding) {
             bytes.append(static_cast<std::size_t>(part.length), '\0');
-        } else if (auto refusal = read_part(part, order.useful_end - at, bytes)) {
+            if (at == asked_end_) asked_end_ += part.length;
+        } else if (auto refusal = read_part(part, at, order, bytes)) {
             return refusal;
         }
         at += part.length;
@@ -209,17 +235,26 @@ std::optional<WebSeed::Refusal> WebSeed::read_block(const Order& order, std::str
     return std::nullopt;
 }
 
-// Appends a part of a file, from the answer that is being read where it comes there. `useful` bytes of the
-// file are asked for otherwise: the next blocks will be those of the same piece.
-std::optional<WebSeed::Refusal> WebSeed::read_part(const FileSpan& part, std::int64_t useful,
+// Appends a part of a file that begins at this byte of the torrent, from the answer that is being read where
+// it comes there.
+std::optional<WebSeed::Refusal> WebSeed::read_part(const FileSpan& part, std::int64_t at, const Order& order,
                                                    std::string& bytes) {
     const bool goes_on = answer_ && answer_->file == part.file && answer_->at <= part.offset &&
                          part.offset - answer_->at <= most_skipped &&
                          part.offset + part.length <= answer_->end;
-    if (!goes_on) {
-        drop_answer();
-        if (auto refusal = ask(part, useful)) return refusal;
+    if (goes_on) {
+        const std::size_t before = bytes.size();
+        auto refusal = take_part(part, bytes);
+        if (!refusal || stop_.requested()) return refusal;
+        bytes.resize(before);  // the rest of a row that it was too long about is asked for again
     }
+    drop_answer();
+    if (auto refusal = ask(part, row_from(at, order))) return refusal;
+    asked_end_ = at + answer_->end - part.offset;
+    return take_part(part, bytes);
+}
+
+std::optional<WebSeed::Refusal> WebSeed::take_part(const FileSpan& part, std::string& bytes) {
     if (auto refusal = read_bytes(part.offset - answer_->at, nullptr)) return refusal;
     if (auto refusal = read_bytes(part.length, &bytes)) return refusal;
     if (answer_->at == answer_->end) {
@@ -227,6 +262,15 @@ std::optional<WebSeed::Refusal> WebSeed::read_part(const FileSpan& part, std::in
         answer_.reset();
     }
     return std::nullopt;
+}
+
+// The bytes to ask for: those that are ordered and, since the swarm follows what is suggested to it, more
+// with each request that goes on where the one before ended. A row that the swarm leaves costs the answer's
+// rest.
+std::int64_t WebSeed::row_from(std::int64_t at, const Order& order) {
+    ahead_ = at == asked_end_ ? std::min(ahead_ * 2, pieces_ahead) : 1;
+    const std::uint32_t last = std::min(order.block.piece + ahead_, order.row_end) - 1;
+    return std::max(order.useful_end, end_of_piece(last)) - at;
 }
 
 std::optional<WebSeed::Refusal> WebSeed::ask(const FileSpan& part, std::int64_t useful) {

@@ -71,6 +71,7 @@ class WebSeed final : private SeedStream::Owner {
     struct Order {
         std::uint32_t turn = 0;  ///< the connection that it came over
         PieceBlock block;
+        std::uint32_t row_end = 0;    ///< up to this piece the swarm lacks all behind the block's
         std::int64_t useful_end = 0;  ///< up to this byte of the torrent the next ones follow
     };
     /// The seed as the thread's posts find it on the network's thread: as long as it is there.
@@ -80,6 +81,8 @@ class WebSeed final : private SeedStream::Owner {
 
     void wanted(const PieceBlock& block) override;
     bool cancelled(const PieceBlock& block) override;
+    void has(std::uint32_t piece) override;
+    void has_these(std::string_view bitfield) override;
     void left() override;
     void came(const Order& order, const std::string& bytes);
     void refused(const Order& order, const Refusal& refusal);
@@ -90,7 +93,10 @@ class WebSeed final : private SeedStream::Owner {
     std::optional<Refusal> read_block(const Order& order, std::string& bytes);
     [[nodiscard]] std::int64_t begin_of(const PieceBlock& block) const noexcept;
     [[nodiscard]] std::int64_t end_of_piece(std::uint32_t piece) const noexcept;
-    std::optional<Refusal> read_part(const FileSpan& part, std::int64_t useful, std::string& bytes);
+    std::optional<Refusal> read_part(const FileSpan& part, std::int64_t at, const Order& order,
+                                     std::string& bytes);
+    std::optional<Refusal> take_part(const FileSpan& part, std::string& bytes);
+    [[nodiscard]] std::int64_t row_from(std::int64_t at, const Order& order);
     std::optional<Refusal> ask(const FileSpan& part, std::int64_t useful);
     std::optional<Refusal> judge(const HttpAnswer& answer, const FileSpan& part, std::int64_t end);
     std::optional<Refusal> read_bytes(std::int64_t count, std::string* bytes);
@@ -106,8 +112,10 @@ class WebSeed final : private SeedStream::Owner {
     // The network's thread.
     SeedStream* stream_ = nullptr;
     std::uint32_t turn_ = 0;
-    std::uint32_t run_begin_ = 0;  ///< of the pieces that were asked for or suggested in a row
-    std::uint32_t run_end_ = 0;
+    PieceSet swarm_has_;
+    PieceSet named_;          ///< those, and what was asked for or suggested
+    PieceSet suggested_;      ///< and not asked for yet
+    std::uint32_t next_ = 0;  ///< of the suggestions, which go round
     bool is_over_ = false;
     int failures_ = 0;  ///< in a row
     Clock::time_point not_before_{};
@@ -116,7 +124,8 @@ class WebSeed final : private SeedStream::Owner {
     // The seed's thread.
     std::optional<HttpClient> client_;
     std::optional<Answer> answer_;
-
+    std::int64_t asked_end_ = 0;  ///< of the torrent's bytes that were asked for last
+    std::uint32_t ahead_ = 1;     ///< pieces that are asked for at once
     Mutex mutex_;
     Condition changed_;
     std::deque<Order> orders_ VANTLOW_GUARDED_BY(mutex_);

@@ -245,6 +245,8 @@ Result CBaseSocket::tunnel(const ProxyPlan& proxy, const TunnelTarget& target, s
     }
     if (result.ok()) return result;
     if (result.code == Code::transient) log_.line(Direction::error, result.message());
+    // The log's word is none for a person who sees nothing else.
+    if (result.detail == message_text(Message::closed)) result.detail = "The proxy closed the connection.";
     if (target.close_on_failure) close();
     return result;
 }

@@ -25,6 +25,12 @@ class ChunkedDecoder {
   public:
     /// Decodes from `in` into `out`. With state `end` what is left of `in` belongs to the next answer.
     ChunkStep decode(std::span<const std::byte> in, std::span<std::byte> out);
+    /// How many bytes of the present chunk are still to come; 0 between two chunks.
+    [[nodiscard]] std::int64_t data_left() const noexcept { return state_ == State::data ? size_ : 0; }
+    /// The last chunk was read; its trailer may be missing, which holds nothing of the body.
+    [[nodiscard]] bool has_all() const noexcept {
+        return state_ >= State::trailer_start && state_ <= State::done;
+    }
     [[nodiscard]] bool is_done() const noexcept { return state_ == State::done; }
 
   private:

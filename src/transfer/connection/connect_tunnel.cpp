@@ -13,13 +13,15 @@ namespace vantlow {
 namespace {
 
 constexpr std::size_t longest_answer = 64 * 1024;
-constexpr std::size_t status_at = 9;  // behind "HTTP/1.1 "
+constexpr int most_lines = 500;
+constexpr std::int64_t longest_part = 1024;  // of a body that nobody reads
+constexpr std::size_t status_at = 9;         // behind "HTTP/1.1 "
 // The lines of a refusal behind the first are worth waiting for when there is another login to try.
 constexpr std::chrono::milliseconds longest_wait_for_challenge{2000};
 constexpr int most_rounds = 6;
 
-// The lines of a proxy's answer, read one byte at a time: what comes behind the empty line belongs to the
-// tunnel. A line ends with LF, whether or not there is a CR before it (RFC 9112, 2.2).
+// The lines of a proxy's answer: what comes behind the empty line belongs to the tunnel, and is not read. A
+// line ends with LF, whether or not there is a CR before it (RFC 9112, 2.2).
 class AnswerReader {
   public:
     AnswerReader(ProxyWire& wire, LogSink& log) : wire_(wire), log_(log) {}
@@ -31,31 +33,30 @@ class AnswerReader {
   private:
     ProxyWire& wire_;
     LogSink& log_;
-    std::string stored_;
     std::size_t total_ = 0;
+    int lines_ = 0;
     bool begun_ = false;  ///< there was a line
 };
 
 Outcome<bool> AnswerReader::next(std::string& line, Clock::time_point until) {
-    for (;;) {
-        std::byte byte{};
-        if (Result result = wire_.receive({&byte, 1}, until); !result.ok()) return result;
-        if (++total_ > longest_answer) return Result(Code::proxy_refused, "The proxy's answer does not end.");
-        const char c = std::to_integer<char>(byte);
-        if (c != '\n') {
-            stored_ += c;
-            continue;
-        }
-        if (stored_.ends_with('\r')) stored_.pop_back();
-        if (stored_.empty()) {
+    while (lines_++ < most_lines) {
+        std::string stored;
+        const Result result = wire_.receive_line(stored, longest_answer - total_, until);
+        total_ += stored.size();
+        if (!result.ok()) return result;
+        if (!stored.ends_with('\n')) break;
+        stored.pop_back();
+        if (stored.ends_with('\r')) stored.pop_back();
+        if (stored.empty()) {
             if (!begun_) continue;  // behind the body of the answer before
             return false;
         }
         begun_ = true;
-        log_.line(Direction::received, stored_);
-        line = std::exchange(stored_, {});
+        log_.line(Direction::received, stored);
+        line = std::move(stored);
         return true;
     }
+    return Result(Code::proxy_refused, "The proxy's answer does not end.");
 }
 
 int status_of(std::string_view line) {
@@ -140,24 +141,35 @@ bool Connecting::skip_body(const Refusal& refusal) {
     if (refusal.chunked) return skip_chunks(until);
     std::int64_t length = refusal.length;
     if (length < 0 || length > static_cast<std::int64_t>(longest_answer)) return false;
-    std::array<std::byte, 1024> bin{};
+    std::array<std::byte, longest_part> bin{};
     while (length > 0) {
-        const auto part = std::min<std::int64_t>(length, static_cast<std::int64_t>(bin.size()));
+        const auto part = std::min(length, longest_part);
         if (!wire_.receive(std::span(bin).first(static_cast<std::size_t>(part)), until).ok()) return false;
         length -= part;
     }
     return true;
 }
 
-// The body is read a byte at a time, so that the bytes behind its last chunk stay where they are.
+// The body is read line by line and chunk by chunk, so that the bytes behind its last chunk stay where they
+// are.
 bool Connecting::skip_chunks(Clock::time_point until) {
     ChunkedDecoder decoder;
-    std::array<std::byte, 1> bin{};
-    for (std::size_t total = 0; total < longest_answer; ++total) {
-        std::byte byte{};
-        if (!wire_.receive({&byte, 1}, until).ok()) return false;
-        const ChunkStep step = decoder.decode({&byte, 1}, bin);
+    std::array<std::byte, longest_part> bin{};
+    std::size_t total = 0;
+    for (int lines = 0; lines < most_lines && total < longest_answer; ++lines) {
+        std::string line;
+        if (!wire_.receive_line(line, longest_answer - total, until).ok()) return false;
+        total += line.size();
+        const ChunkStep step = decoder.decode(std::as_bytes(std::span(line)), bin);
         if (step.state != ChunkStep::State::more) return step.state == ChunkStep::State::end;
+        while (decoder.data_left() > 0 && total < longest_answer) {
+            const auto part = std::min(decoder.data_left(), longest_part);
+            std::array<std::byte, longest_part> bytes{};
+            const auto chunk = std::span(bytes).first(static_cast<std::size_t>(part));
+            if (!wire_.receive(chunk, until).ok()) return false;
+            total += chunk.size();
+            decoder.decode(chunk, bin);
+        }
     }
     return false;
 }
@@ -211,6 +223,16 @@ Result Connecting::run(bool& again) {
 }
 
 }  // namespace
+
+Result ProxyWire::receive_line(std::string& line, std::size_t most, Clock::time_point until) {
+    for (std::size_t taken = 0; taken < most; ++taken) {
+        std::byte byte{};
+        if (Result result = receive({&byte, 1}, until); !result.ok()) return result;
+        line += std::to_integer<char>(byte);
+        if (line.back() == '\n') break;
+    }
+    return {};
+}
 
 Result open_connect(ProxyWire& wire, LogSink& log, const ProxyPlan& proxy, const TunnelTarget& target,
                     HttpLogin* login, bool& again) {

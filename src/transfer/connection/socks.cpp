@@ -9,7 +9,8 @@ namespace vantlow {
 namespace {
 
 constexpr std::size_t longest_field = 255;  // what one length byte can tell
-// The rest of a reply that is longer than the ten bytes which are read of each.
+// For the rest of a reply that is longer than ten bytes: some proxies name a long address and send a short
+// one.
 constexpr std::chrono::milliseconds longest_wait_for_rest{1000};
 
 // The bytes of a request as it grows.
@@ -154,13 +155,17 @@ Request socks5_request(LogSink& log, const TunnelTarget& target) {
     return request.port(target.port);
 }
 
-// Ten bytes are read of each reply; where its address is longer, what is left of it must not be taken for
-// the server's first words. It comes at once, or not at all.
-Result drop_rest(ProxyWire& wire, std::span<const std::byte> reply) {
+// The bytes of a reply by its address, told by the first five. An empty name is none: such a proxy means the
+// ten bytes of a reply with an IPv4 address.
+std::size_t reply_length(std::span<const std::byte> reply) {
     const unsigned type = value(reply[3]);
-    std::size_t rest = 0;
-    if (type == 4) rest = 4 + 16 + 2 - reply.size();
-    if (type == 3) rest = std::max<std::size_t>(5 + value(reply[4]) + 2, reply.size()) - reply.size();
+    const unsigned name = value(reply[4]);
+    if (type == 4) return 4 + 16 + 2;
+    return type == 3 && name > 0 ? 5 + name + 2 : 4 + 4 + 2;
+}
+
+// What is left of a reply must not be taken for the server's first words. It comes at once, or not at all.
+Result drop_rest(ProxyWire& wire, std::size_t rest) {
     const auto until = std::min(from_now(longest_wait_for_rest), wire.time_out());
     for (; rest > 0; --rest) {
         std::byte dropped{};
@@ -169,6 +174,23 @@ Result drop_rest(ProxyWire& wire, std::span<const std::byte> reply) {
         if (!result.ok()) break;
     }
     return {};
+}
+
+// Reads the answer to the request, all of it and nothing behind it.
+Result read_socks5_answer(ProxyWire& wire, LogSink& log, std::uint16_t& port) {
+    constexpr std::size_t head = 5;
+    std::array<std::byte, 10> reply{};
+    const std::span<std::byte> bytes(reply);
+    if (Result result = read_reply(wire, log, "Socks5", bytes.first(2)); !result.ok()) return result;
+    if (const unsigned code = value(reply[1]); code != 0) return socks5_refusal(log, code);
+    if (Result result = wire.receive(bytes.subspan(2, head - 2), wire.time_out()); !result.ok())
+        return result;
+    const std::size_t length = reply_length(reply);
+    const std::size_t read = std::min(length, reply.size());
+    if (Result result = wire.receive(bytes.subspan(head, read - head), wire.time_out()); !result.ok())
+        return result;
+    port = port_at(reply, read - 2);
+    return drop_rest(wire, length - read);
 }
 
 }  // namespace
@@ -204,11 +226,7 @@ Result open_socks5(ProxyWire& wire, LogSink& log, const ProxyPlan& proxy, const 
     if (Result result = socks5_greet(wire, log, proxy); !result.ok()) return result;
     const Request request = socks5_request(log, target);
     if (Result result = wire.send(request.bytes()); !result.ok()) return result;
-    std::array<std::byte, 10> reply{};
-    if (Result result = read_reply(wire, log, "Socks5", reply); !result.ok()) return result;
-    if (const unsigned code = value(reply[1]); code != 0) return socks5_refusal(log, code);
-    port = port_at(reply, 8);
-    return drop_rest(wire, reply);
+    return read_socks5_answer(wire, log, port);
 }
 
 }  // namespace vantlow

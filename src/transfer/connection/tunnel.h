@@ -94,6 +94,9 @@ class ProxyWire {
     virtual Result send(std::span<const std::byte> bytes) = 0;
     /// Exactly that many before `until`; `transient` when the proxy closed or the time passed.
     virtual Result receive(std::span<std::byte> into, Clock::time_point until) = 0;
+    /// Appends the next bytes, to the end of a line (an LF) or until there are `most`; what has come stays in
+    /// `line` where it fails as receive() does.
+    virtual Result receive_line(std::string& line, std::size_t most, Clock::time_point until);
     /// A time-out from now.
     [[nodiscard]] virtual Clock::time_point time_out() const = 0;
 };

@@ -11,8 +11,8 @@ namespace vantlow {
 
 /// One handshake with a proxy, over as many connections as it takes. Nothing is kept between two steps but
 /// what the proxy has said: a step runs the handshake from its beginning with that, says nothing twice, and
-/// ends where more is needed. So the functions that wait for each answer (tunnel.h) serve here, too. One
-/// thread; not logged.
+/// ends where more is needed; of a line that has not ended it does nothing. So the functions that wait for
+/// each answer (tunnel.h) serve here, too. One thread; not logged.
 class TunnelHandshake final : private ProxyWire {
   public:
     enum class State {
@@ -30,7 +30,7 @@ class TunnelHandshake final : private ProxyWire {
     /// A new connection to the proxy stands.
     void begin();
     /// The proxy has said this, or has ended the connection.
-    void hear(std::string_view bytes) { heard_.back() += bytes; }
+    void hear(std::string_view bytes);
     void hear_end() noexcept { has_ended_ = true; }
     /// Goes on as far as it can. What is to be sent is in unsent() then.
     State step();
@@ -44,6 +44,8 @@ class TunnelHandshake final : private ProxyWire {
   private:
     Result send(std::span<const std::byte> bytes) override;
     Result receive(std::span<std::byte> into, Clock::time_point until) override;
+    Result receive_line(std::string& line, std::size_t most, Clock::time_point until) override;
+    Result lack(std::size_t from, std::size_t bytes, Clock::time_point until);
     [[nodiscard]] Clock::time_point time_out() const override;
     bool run(std::size_t connection, HttpLogin* login);
 
@@ -55,7 +57,8 @@ class TunnelHandshake final : private ProxyWire {
     std::string unsent_;
     std::size_t said_ = 0;  ///< messages that were made for the last connection
     std::size_t wanted_ = 0;
-    std::size_t waits_at_ = 0;  ///< where the bytes are missing that the deadline is for
+    std::size_t waits_at_ = 0;    ///< where the bytes are missing that the deadline is for
+    std::size_t line_until_ = 0;  ///< what is missing there is the rest of a line, which goes no farther
     Clock::time_point deadline_{};
     Result result_;
 

@@ -18,6 +18,7 @@ Result FtpChannel::read(FtpReply& reply, Clock::time_point until) {
         case Moved::State::failed:
             break;
     }
+    if (moved.why != nullptr) return {moved.code, moved.why};
     if (moved.code != Code::transient) return moved.code;
     if (moved.system_error == 0) return {Code::transient, "The server closed the control connection."};
     return socket_failure(moved.system_error);

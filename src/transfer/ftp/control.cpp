@@ -5,6 +5,11 @@
 #include "base/string_table.h"
 
 namespace vantlow {
+namespace {
+
+constexpr const char* not_ftp = "The server's answer is not an FTP reply.";
+
+}  // namespace
 
 void FtpControl::reset() {
     reader_ = {};
@@ -36,8 +41,8 @@ Moved FtpControl::next(FtpReply& reply, Clock::time_point until) {
             return Moved::data(1);
         }
         if (reader_.is_broken()) {
-            log_.line(Direction::error, "The server's answer is not an FTP reply.");
-            return Moved::failed(Code::transient);
+            log_.line(Direction::error, not_ftp);
+            return Moved::failed(Code::transient, not_ftp);
         }
         if (!socket_.is_open()) return Moved::closed();
         const Moved moved = socket_.receive(buffer, until);

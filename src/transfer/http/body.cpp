@@ -88,7 +88,8 @@ class ChunkedBody : public BodySource {
             if (step.state == ChunkStep::State::end) return Moved::closed();
             from_ = filled_ = 0;
             const Moved moved = inflow_.read(buffer_, until);
-            if (moved.state == Moved::State::closed) return Moved::failed(Code::transient);
+            const bool is_short = moved.state == Moved::State::closed && !decoder_.has_all();
+            if (is_short) return Moved::failed(Code::transient);
             if (moved.state != Moved::State::data) return moved;
             filled_ = moved.bytes;
         }

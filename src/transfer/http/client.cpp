@@ -64,6 +64,11 @@ Result invalid_url(const HttpErrand& errand, const std::u16string& address, LogS
     return {Code::invalid_url, why_no_target(address) + where};
 }
 
+Result unfollowed(const std::string& address) {
+    return {Code::server_error,
+            "The server redirects to an address that cannot be followed: \"" + address.substr(0, 200) + "\""};
+}
+
 std::int64_t now() {
     return static_cast<std::int64_t>(std::time(nullptr));
 }
@@ -189,14 +194,14 @@ Result HttpClient::redirect(const HttpErrand& errand, HttpAnswer& answer) {
     conversation_.skip_body();
     conversation_.finish();
     if (next.empty()) {
-        return {Code::server_error, "The server redirects to an address that cannot be followed: \"" +
-                                        answer.head.location.substr(0, 200) + "\""};
+        return unfollowed(answer.head.location);
     }
     // The server's bytes as they are: read as text they might go out as others.
     answer.address = to_utf16(percent_encode_unsafe(next));
     context_.log.line(Direction::note, message(Message::redirect_to, {errand.show(answer.address)}));
     const auto target = parse_target(answer.address, errand.utf8);
-    return target && !is_http(*target) ? Result(Code::moved) : Result();
+    if (!target) return unfollowed(errand.show(answer.address));
+    return is_http(*target) ? Result() : Result(Code::moved);
 }
 
 Result HttpClient::begin_body(ContentCoding coding, std::size_t buffer_size) {

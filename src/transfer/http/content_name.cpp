@@ -4,6 +4,7 @@
 #include <array>
 #include <optional>
 
+#include "base/codes.h"
 #include "base/text.h"
 #include "platform/local_text.h"
 #include "transfer/http/field_value.h"
@@ -31,6 +32,53 @@ bool is_stand_in(char16_t c) noexcept {
     return c == u'\uFFFD' || (c >= 0xDC80 && c <= 0xDCFF);
 }
 
+std::optional<std::u16string> in_charset(std::string_view charset, const std::string& bytes) {
+    if (iequals(charset, "iso-8859-1")) return latin1(bytes);
+    if (iequals(charset, "utf-8") && is_utf8(bytes)) return to_utf16(bytes);
+    return std::nullopt;
+}
+
+// The bytes of an encoded word: 'b' is base64, 'q' writes "=XX" for a byte and "_" for a blank.
+std::optional<std::string> encoded_bytes(char coding, std::string_view text) {
+    if (coding == 'b') {
+        const auto bytes = from_base64(text);
+        if (!bytes) return std::nullopt;
+        return std::string(reinterpret_cast<const char*>(bytes->data()), bytes->size());
+    }
+    if (coding != 'q') return std::nullopt;
+    std::string escaped;
+    for (const char c : text) {
+        if (c == '%') {
+            escaped += "%25";
+        } else {
+            escaped += c == '=' ? '%' : c == '_' ? ' ' : c;
+        }
+    }
+    return percent_decode(escaped);
+}
+
+// Reads "=?charset?coding?text?=" and further ones behind blanks: the way of mail (RFC 2047), which some
+// servers take and browsers read.
+std::optional<std::u16string> encoded_words(std::string_view text) {
+    std::u16string all;
+    for (text = trim(text); !text.empty(); text = trim(text)) {
+        constexpr std::string_view begin = "=?";
+        constexpr std::string_view end = "?=";
+        const auto mark = text.find('?', begin.size());
+        if (!text.starts_with(begin) || mark == std::string_view::npos || text.substr(mark).size() < 3)
+            return std::nullopt;
+        const auto stop = text.find(end, mark + 3);
+        if (text[mark + 2] != '?' || stop == std::string_view::npos) return std::nullopt;
+        const auto bytes = encoded_bytes(ascii_lower(text[mark + 1]), text.substr(mark + 3, stop - mark - 3));
+        const auto word =
+            bytes ? in_charset(text.substr(begin.size(), mark - begin.size()), *bytes) : std::nullopt;
+        if (!word) return std::nullopt;
+        all += *word;
+        text.remove_prefix(stop + end.size());
+    }
+    return all.empty() ? std::nullopt : std::optional(all);
+}
+
 // Reads charset'language'percent-encoded text (RFC 8187).
 std::optional<std::u16string> extended_value(std::string_view value) {
     const auto first = value.find('\'');
@@ -39,9 +87,7 @@ std::optional<std::u16string> extended_value(std::string_view value) {
     if (second == std::string_view::npos) return std::nullopt;
     const std::string_view charset = value.substr(0, first);
     const std::string bytes = percent_decode(value.substr(second + 1));
-    if (iequals(charset, "iso-8859-1")) return latin1(bytes);
-    if (iequals(charset, "utf-8") && is_utf8(bytes)) return to_utf16(bytes);
-    return std::nullopt;
+    return in_charset(charset, bytes);
 }
 
 }  // namespace
@@ -63,7 +109,8 @@ std::u16string disposition_name(std::string_view field) {
         } else if (parameter->name == "filename" && plain.empty()) {
             // Browsers decode escapes that some servers send here against RFC 6266; a name that is meant
             // to hold "%20" is the rarer case.
-            plain = decode_name(percent_decode(parameter->value));
+            const auto words = encoded_words(parameter->value);
+            plain = words ? *words : decode_name(percent_decode(parameter->value));
         }
     }
     return plain;

@@ -35,9 +35,9 @@ bool begins_like_http(std::string_view bytes) {
     return begin.starts_with(bytes.substr(0, begin.size()));
 }
 
-HttpRequest::Login line_of(HttpLogin& login, const std::string& target) {
+HttpRequest::Login line_of(HttpLogin& login, const HttpRequest& request, const std::string& target) {
     HttpRequest::Login line;
-    line.value = login.line("GET", target);
+    line.value = login.line(method_of(request), target);
     line.shown = login.shown();
     return line;
 }
@@ -80,19 +80,21 @@ Result HttpConversation::ask(const ConnectPlan& plan, const HttpRequest& request
 // True when the answer was read whole and the connection goes on.
 bool HttpConversation::stands_for_more() {
     skip_body();
-    return head_.keep_alive && body_ && body_->is_whole();
+    return head_.keep_alive && (head_only_ ? received_.empty() : body_ && body_->is_whole());
 }
 
 Result HttpConversation::ask_once(const ConnectPlan& plan, const HttpRequest& request, HttpHead& head,
                                   const HttpLogins& logins, bool go_on) {
     body_.reset();
+    head_only_ = request.head_only;
     if (!go_on) {
         if (Result result = open(plan, logins); !result.ok()) return result;
     }
     bool dead = go_on || socket_.is_reused();
     Result result = exchange(plan, request, head, logins, dead);
     if (!dead) return result;
-    // The kept connection was closed by the server before it answered: GET may be repeated (RFC 9110, 9.2.2).
+    // The kept connection was closed by the server before it answered: GET and HEAD may be repeated (RFC
+    // 9110, 9.2.2).
     ConnectPlan fresh = plan;
     fresh.may_reuse = false;
     if (result = open(fresh, logins); !result.ok()) return result;
@@ -112,8 +114,9 @@ Result HttpConversation::open(const ConnectPlan& plan, const HttpLogins& logins)
 // comes out as true where it was.
 Result HttpConversation::exchange(const ConnectPlan& plan, HttpRequest request, HttpHead& head,
                                   const HttpLogins& logins, bool& dead) {
-    if (logins.proxy != nullptr) request.proxy_login = line_of(*logins.proxy, absolute_target(request));
-    if (logins.server != nullptr) request.login = line_of(*logins.server, request.path);
+    if (logins.proxy != nullptr)
+        request.proxy_login = line_of(*logins.proxy, request, absolute_target(request));
+    if (logins.server != nullptr) request.login = line_of(*logins.server, request, request.path);
     received_.clear();
     const auto until = from_now(plan.timeout);
     const std::string bytes = build_request(request, log_);
@@ -188,7 +191,7 @@ Result HttpConversation::begin_body(ContentCoding coding, const UnpackOperations
 }
 
 void HttpConversation::skip_body() {
-    if (body_) return;
+    if (body_ || head_only_) return;
     const bool short_enough =
         head_.chunked || (head_.length && *head_.length <= static_cast<std::int64_t>(most_skipped_body));
     if (!head_.keep_alive || !short_enough || !begin_body(ContentCoding::identity, {}, head_step).ok())
@@ -204,8 +207,8 @@ void HttpConversation::skip_body() {
 }
 
 void HttpConversation::finish() {
-    // 204 and 304 have no body (RFC 9112, 6.3).
-    const bool no_body = head_.status == 204 || head_.status == 304;
+    // 204 and 304 have no body, nor has any answer to HEAD (RFC 9112, 6.3).
+    const bool no_body = head_only_ || head_.status == 204 || head_.status == 304;
     const bool whole =
         (body_ && body_->is_whole()) || (no_body && is_line_end(std::as_bytes(std::span(received_))));
     body_.reset();

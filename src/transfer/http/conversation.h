@@ -60,7 +60,8 @@ class HttpConversation {
     CBaseSocket& socket_;
     LogSink& log_;
     HttpHead head_;
-    std::string received_;  ///< header bytes, and what came behind them
+    bool head_only_ = false;  ///< no body follows the last answer, whatever it says
+    std::string received_;    ///< header bytes, and what came behind them
     std::unique_ptr<BodySource> body_;
 };
 

@@ -57,6 +57,7 @@ HttpRequest make_http_request(const HttpErrand& errand, const HttpHop& hop, cons
     request.automatic_referer = errand.http.automatic_referer;
     request.agent = to_ansi(errand.http.agent);
     request.start = errand.start;
+    request.head_only = errand.head_only;
     request.extra = errand.http.extra;
     const bool own = origin && is_same_server(*origin, target);
     // An address that a server redirects to in the clear may be anybody's.

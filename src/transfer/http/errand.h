@@ -27,6 +27,7 @@ struct HttpWishes {
 struct HttpErrand : FetchPlan {
     HttpWishes http;
     std::int64_t start = 0;  ///< first byte wanted; 0 asks for the whole
+    bool head_only = false;  ///< only the header of the answer is wanted, and no body is to be begun
     /// The proxy for a server on the way; empty: `proxy` for all of them.
     std::function<ProxyPlan(const Target&)> proxy_for;
     bool with_cookies = true;  ///< those of the run are sent and kept

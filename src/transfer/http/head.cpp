@@ -220,6 +220,17 @@ std::string without_dots_behind(const std::string& address, std::size_t server) 
     return address.substr(0, end) + remove_dot_segments(address.substr(end));
 }
 
+// The line without the credentials of an address in it.
+std::string without_login(std::string_view line) {
+    const auto scheme = line.find("://");
+    if (scheme == std::string_view::npos) return std::string(line);
+    const auto server = scheme + 3;
+    const auto end = std::min(line.find_first_of("/?# ", server), line.size());
+    const auto at = line.substr(0, end).rfind('@');
+    if (at == std::string_view::npos || at < server) return std::string(line);
+    return std::string(line.substr(0, server)) + "********" + std::string(line.substr(at));
+}
+
 }  // namespace
 
 std::size_t find_head_end(std::string_view bytes, std::size_t search_from) {
@@ -251,8 +262,12 @@ Outcome<HttpHead> parse_head(std::string_view bytes) {
 std::vector<std::string> head_lines_for_log(std::string_view bytes) {
     std::vector<std::string> lines;
     static_cast<void>(for_each_line(bytes, [&](std::string_view line) -> Result {
-        const bool is_secret = iequals(trim(line.substr(0, line.find(':'))), "set-cookie");
-        lines.push_back(is_secret ? "Set-Cookie: ********" : std::string(line));
+        const std::string_view name = trim(line.substr(0, line.find(':')));
+        if (iequals(name, "set-cookie")) {
+            lines.emplace_back("Set-Cookie: ********");
+        } else {
+            lines.push_back(without_login(line));
+        }
         return {};
     }));
     return lines;
@@ -260,7 +275,10 @@ std::vector<std::string> head_lines_for_log(std::string_view bytes) {
 
 std::string resolve_redirect(std::string_view location, const RedirectBase& base) {
     std::string target(location.substr(0, location.find('#')));
-    std::replace(target.begin(), target.end(), '\\', '/');
+    // Those of a query are a part of it, as browsers have it.
+    const auto query =
+        target.begin() + static_cast<std::ptrdiff_t>(std::min(target.find('?'), target.size()));
+    std::replace(target.begin(), query, '\\', '/');
     constexpr std::array followed{"http://", "https://", "ftp://",  "ftps://",  "sftp://",
                                   "mms://",  "mmst://",  "rtsp://", "rtspt://", "pnm://"};
     for (const std::string_view scheme : followed) {

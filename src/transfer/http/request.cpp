@@ -29,8 +29,9 @@ RequestLine absolute_form(const HttpRequest& request) {
     }
     HttpRequest seen = request;
     seen.path = shown_path(request);
-    std::string line = "GET " + absolute_target(request) + " HTTP/1.1";
-    std::string shown_line = "GET " + absolute_target(seen) + " HTTP/1.1";
+    const std::string method = std::string(method_of(request)) + ' ';
+    std::string line = method + absolute_target(request) + " HTTP/1.1";
+    std::string shown_line = method + absolute_target(seen) + " HTTP/1.1";
     const std::size_t host_at = line.find("://") + 3;
     return {line.insert(host_at, credentials), shown_line.insert(host_at, shown)};
 }
@@ -84,7 +85,8 @@ std::vector<RequestLine> usual_lines(const HttpRequest& request) {
         add_login(lines, "Proxy-Authorization: ", request.proxy_login, request.proxy_user,
                   request.proxy_password);
     } else {
-        lines.push_back({"GET " + request.path + " HTTP/1.1", "GET " + shown_path(request) + " HTTP/1.1"});
+        const std::string method = std::string(method_of(request)) + ' ';
+        lines.push_back({method + request.path + " HTTP/1.1", method + shown_path(request) + " HTTP/1.1"});
     }
     if (request.scheme != "ftp")
         add_login(lines, "Authorization: ", request.login, request.user, request.password);

@@ -1,4 +1,4 @@
-// The lines of a GET request, in their fixed order.
+// The lines of a GET or HEAD request, in their fixed order.
 #pragma once
 
 #include <cstdint>
@@ -41,6 +41,7 @@ struct HttpRequest {
     std::string agent;
     std::string cookie;              ///< the whole text of the Cookie line; empty: no line
     std::int64_t start = 0;          ///< first byte wanted; 0 asks for the whole
+    bool head_only = false;          ///< the header of the answer is all that is wanted (RFC 9110, 9.3.2)
     std::vector<std::string> extra;  ///< further lines, behind all others
     std::vector<RequestLine> lines;  ///< in place of all that the rest would give; empty: none
     std::string shown_path;          ///< what the log shows of the path; empty: the path itself
@@ -48,6 +49,11 @@ struct HttpRequest {
 
 /// The port that a scheme stands for: 80, 443 or 21.
 std::uint16_t default_port(const std::string& scheme) noexcept;
+
+/// "GET" or "HEAD".
+inline const char* method_of(const HttpRequest& request) noexcept {
+    return request.head_only ? "HEAD" : "GET";
+}
 
 /// The target that a proxy is asked for: "http://host:port/path", without credentials.
 std::string absolute_target(const HttpRequest& request);

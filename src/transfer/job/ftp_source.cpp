@@ -167,8 +167,9 @@ Result FtpSource::open(const SourcePlan& plan, std::int64_t offset, SourceAnswer
     answer.ranges_denied = !file.can_restart;
     answer.version.size = file.size;
     answer.version.last_modified = file.time;
-    // The time is the file's own, not one that is made for an answer.
-    answer.version.strong_date = !file.time.empty();
+    // The time is the file's own, not one that is made for an answer. That of a listing ("Jan 1 10:00") tells
+    // the minute or the day.
+    answer.version.strong_date = !file.time.empty() && file.time.find(' ') == std::string::npos;
     answer.name = decode_name(ftp.path.file);
     answer.address = plan.address;
     return {};

@@ -96,8 +96,10 @@ Result HttpSource::accept_part(const HttpHead& head, std::int64_t offset, Source
     }
     answer.granted = offset;
     answer.ranges_promised = true;
-    answer.version.size = head.range_total.value_or(-1);
-    answer.may_go_on = !head.range_total;
+    // The size of a packed part says nothing of what it unpacks to.
+    if (!answer.encoded) answer.version.size = head.range_total.value_or(-1);
+    answer.may_go_on =
+        !answer.encoded && head.range_total.value_or(*head.range_last + 2) - 1 > *head.range_last;
     return {};
 }
 

@@ -5,6 +5,7 @@
 #include <random>
 
 #include "base/string_table.h"
+#include "transfer/job/source.h"
 #include "transfer/job/work_rule.h"
 
 namespace vantlow {
@@ -36,9 +37,11 @@ void JobPolicy::begin(bool continued) {
         mirrors_.at(0).version = version_;
         mirrors_.at(0).version_known = true;
     }
-    verify_joints_ = mirrors_.are_several() ? !(job_.sources && job_.sources->pieces)
-                                            : continued && !has_strong_validator(version_);
-    if (!continued || !compares_answers()) return;
+    blind_ = !tells_place(job_.address);
+    const bool is_sure = has_strong_validator(version_);
+    verify_joints_ =
+        mirrors_.are_several() ? !(job_.sources && job_.sources->pieces) : continued && (blind_ || !is_sure);
+    if (!continued || !compares_answers() || is_sure) return;
     // Each range was given by one answer, and nothing shows yet that they are of one version.
     for (const auto& range : segments_.there()) answers_.wrote(range.begin, range.end, answers_.open());
     if (answers_.count() > 0) answers_.unite(1, AnswerBook::earlier);

@@ -271,6 +271,9 @@ class JobPolicy {
     bool encoded_ = false;
     bool continued_ = false;  ///< an earlier run's file is continued and was not verified yet
     bool verify_joints_ = false;
+    /// Answers do not name the bytes that they give: each is believed to be of its place once its bytes agree
+    /// with those beside it.
+    bool blind_ = false;
     bool size_reported_ = false;
     bool accepted_once_ = false;
     bool pieces_fit_ = true;

@@ -3,6 +3,7 @@
 
 #include "base/string_table.h"
 #include "transfer/job/policy.h"
+#include "transfer/job/source.h"
 
 namespace vantlow {
 namespace {
@@ -40,7 +41,10 @@ Verdict JobPolicy::answered(Worker& worker, const SourceAnswer& answer, std::int
         return {Verdict::Next::refuse, std::move(result)};
     if (answer.granted != asked || (answer.encoded && asked > 0))
         return cannot_resume(worker, answer, match, rules);
-    if (compares_answers() && match == VersionMatch::unsure && version_known_) {
+    // Beside answers that tell their version one comes that does not.
+    const bool is_doubtful = match == VersionMatch::unsure && version_known_;
+    if (is_doubtful && !mirrors_.are_several() && !encoded_ && !mixes_) verify_joints_ = true;
+    if (compares_answers() && is_doubtful) {
         const bool overlaps = asked < worker.position || worker.check.has_value();
         if (!overlaps && overlap_before(worker) > 0) return {Verdict::Next::refuse, Code::joint_unsure};
         unsure_before_ = true;
@@ -123,7 +127,8 @@ void JobPolicy::accept(Worker& worker, const SourceAnswer& answer, VersionMatch 
     if (!answer.whole && job_.whole_file == 0) only_one_ = false;
     if (std::exchange(continued_, false)) note(Direction::note, message_text(Message::same_file));
     worker.answer = answers_.open();
-    if (match == VersionMatch::same) answers_.unite(worker.answer, AnswerBook::earlier);
+    if (match == VersionMatch::same && (!blind_ || answer.whole))
+        answers_.unite(worker.answer, AnswerBook::earlier);
     worker.receiving = true;
     worker.open_at = -1;
     accepted_once_ = true;
@@ -144,7 +149,9 @@ void JobPolicy::adopt(Worker& worker, const SourceAnswer& answer, const std::u16
     job_.file_size = size;
     worker.segment->end = size >= 0 ? size : unknown_end;
     worker.limit = worker.segment->end;
-    if (!mirrors_.are_several()) verify_joints_ = !has_strong_validator(version_) && !encoded_ && !mixes_;
+    blind_ = !tells_place(answer.address);
+    if (!mirrors_.are_several())
+        verify_joints_ = (blind_ || !has_strong_validator(version_)) && !encoded_ && !mixes_;
     // Whatever nobody wrote down is this version's.
     answers_.clear();
     unsure_before_ = sampled_ = false;

@@ -214,8 +214,17 @@ void JobPolicy::ask_for_restart(const Result& why, bool whole) {
 bool JobPolicy::contradicted(Worker& worker, std::int64_t begin, std::int64_t end) {
     if (segments_.is_missing(begin, end)) return false;  // it was thrown away meanwhile
     if (mirrors_.are_several() || !compares_answers()) return true;
+    if (blind_) {
+        note(Direction::error, "The bytes around " + std::to_string(begin) +
+                                   " are others than those received before: the server does not begin where "
+                                   "it is asked to, or the file has changed.");
+        ask_for_restart(Code::range_ignored, true);
+        return true;
+    }
     if (worker.check && worker.check->last) {
-        last_checks_.differed = true;
+        // An answer that does not tell its version says nothing against the bytes of those that do.
+        const bool is_doubtful = answers_.first_of(worker.answer) != AnswerBook::earlier;
+        if (!is_doubtful || !has_strong_validator(version_)) last_checks_.differed = true;
         return false;
     }
     const int mine = answers_.first_of(worker.answer);

@@ -143,8 +143,9 @@ Result CTransferMainThread::finish() {
         job_.segments.clear();
     }
     if (!matches) {
-        const std::string text =
-            std::string(describe(Code::hash_differs)) + " The file is kept as " + to_utf8(file_.target());
+        std::string text(describe(Code::hash_differs));
+        // Where no state is kept the file goes with its run, too.
+        if (options_.keep_state) text += " The file is kept as " + to_utf8(file_.target());
         log_.line(Direction::error, text);
         return {Code::hash_differs, text};
     }
@@ -196,13 +197,14 @@ void CTransferMainThread::save_positions() {
 void CTransferMainThread::leave_state(const Result& result) {
     if (!file_.is_open()) return;
     Result drained = file_.drain();  // a failure is logged, and what it lost counts as not received
-    const bool useless = result.code == Code::keeps_changing;
+    bool useless = result.code == Code::keeps_changing;
     bool anything = false;
     {
         const MutexLock guard(lock_);
+        useless = useless || policy_.is_only_one();
         anything = job_.file_size > 0 && written_end(job_) > 0 && !useless;
     }
-    if (!anything && !drained.ok()) anything = true;
+    if (!anything && !drained.ok()) anything = !useless;
     if (!anything && !(result.kind() == Kind::stopped && job_.file_size <= 0)) {
         forget_state();
         file_.discard();

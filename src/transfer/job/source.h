@@ -61,7 +61,8 @@ std::unique_ptr<Source> make_ftp_source(const SourceContext& context);
 /// One protocol: the scheme with its "://" and what makes its sources.
 struct Protocol {
     std::u16string_view scheme;
-    bool secured;  ///< TLS before anything that matters is said
+    bool secured;      ///< TLS before anything that matters is said
+    bool tells_place;  ///< an answer names the bytes that it gives; else only their comparison shows it
     std::unique_ptr<Source> (*make)(const SourceContext& context);
 };
 
@@ -70,5 +71,7 @@ std::string why_not_fetched(std::u16string_view address);
 
 /// The protocol of an address; null when none is known for its scheme.
 const Protocol* find_protocol(std::u16string_view address);
+/// False where the protocol of the address has answers that do not name the bytes that they give.
+bool tells_place(std::u16string_view address);
 
 }  // namespace vantlow

@@ -372,6 +372,14 @@ Result CTransferSubThread::end_of_answer(const Moved& moved, Clock::time_point& 
         if (!goes_on) host_.end_found(worker_);
         return {};
     }
+    // A part that the server cut as it likes came whole: the next one is asked for, and nothing has failed.
+    if (moved.state == Moved::State::closed && may_go_on_ && position() != answered_from_) {
+        close_source(false);
+        Result opened = open_source();
+        last_data = Clock::now();
+        goes_on = opened.ok();
+        return opened;
+    }
     Result failure = moved_failure(moved);
     if (failure.kind() != Kind::stopped) tools_.log.line(Direction::error, failure.message());
     return failure;

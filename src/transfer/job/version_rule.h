@@ -23,7 +23,7 @@ struct SourceAnswer {
     bool encoded = false;  ///< bytes are decoded on the way: their number is unknown and ranges mean nothing
     bool ranges_promised = false;  ///< the server says that it answers ranges
     bool ranges_denied = false;    ///< the server says that it does not
-    bool may_go_on = false;        ///< a part, and the size is not told: there may be more behind its end
+    bool may_go_on = false;        ///< a part, and there is more behind its end, or may be
     bool beyond_end = false;       ///< of an open() that failed: the resource has no byte at the offset
     ResourceVersion version;
     std::u16string name;     ///< suggested by the server, or from the address; not made safe; may be empty

@@ -34,11 +34,15 @@ class StreamPump {
     net::Stream& stream() { return *stream_; }
     [[nodiscard]] const std::string& received() const { return received_; }
     [[nodiscard]] bool ended() const { return ended_; }  ///< the other side sent the end
-    [[nodiscard]] int error() const { return error_; }   ///< the system's, of reading or writing
+    /// The system's number, of reading or writing; -1: a failure without one.
+    [[nodiscard]] int error() const { return error_; }
     [[nodiscard]] std::size_t unsent() const { return unsent_.size() - sent_; }
     [[nodiscard]] int refusals() const { return refusals_; }  ///< how often a write had to wait
 
   private:
+    static int number_of(const net::Step& failed) {
+        return failed.system_error != 0 ? failed.system_error : -1;
+    }
     void push() {
         while (sent_ < unsent_.size()) {
             const net::Step step =
@@ -49,7 +53,7 @@ class StreamPump {
                 return;
             }
             if (step.state != net::Step::State::moved) {
-                error_ = step.system_error;
+                error_ = number_of(step);
                 return;
             }
             sent_ += step.bytes;
@@ -67,7 +71,7 @@ class StreamPump {
                 stream_->when_readable([this] { pull(); });
                 return;
             }
-            if (step.state == net::Step::State::failed) error_ = step.system_error;
+            if (step.state == net::Step::State::failed) error_ = number_of(step);
             ended_ = step.state == net::Step::State::closed;
             const std::string text(reinterpret_cast<const char*>(room), step.bytes);
             if (step.state == net::Step::State::moved) received_ += text;

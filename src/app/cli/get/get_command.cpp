@@ -41,6 +41,7 @@ Complaint override_settings(Settings& settings, const GetOptions& options) {
         settings.override_value(setting::ip_filter.section, setting::ip_filter.key, u"1");
         settings.override_value(setting::ip_filter_file.section, setting::ip_filter_file.key, list);
     }
+    if (options.port) set(setting::peer_port, *options.port);
     if (options.jobs) set(setting::max_jobs, *options.jobs);
     // The trackers of torrents know the settings, not the options of a job.
     if (options.job.insecure) set(setting::verify_peer, 0);
@@ -255,6 +256,9 @@ void add_get_command(CommandSet& commands) {
                    "The time that a job tries without a byte: 90s, 5m, 2h, 1d; 0: without end (default: "
                    "without end in a terminal and with --retries, else 1d)");
     add_seed_options(get, options->seed);
+    get.add_option("--port", options->port,
+                   "The port at which a torrent's peers call, TCP and UDP (default: a free one)")
+        ->check(CLI::Range(1, 65535));
     get.add_option(
         "--ip-filter", options->ip_filter,
         "A list of addresses that are no peers of torrents, as ipfilter.dat in the data folder is");

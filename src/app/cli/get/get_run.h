@@ -23,7 +23,8 @@ struct GetOptions {
     std::optional<int> jobs;    ///< at once
     std::string give_up_after;  ///< a span of time; empty: not given
     SeedOptions seed;
-    std::string ip_filter;  ///< a list of addresses that are no peers; empty: none
+    std::optional<int> port;  ///< at which peers call
+    std::string ip_filter;    ///< a list of addresses that are no peers; empty: none
     std::string at,
         until;  ///< moments at which it begins and stops, as parse_moment() reads them; empty: none
 };

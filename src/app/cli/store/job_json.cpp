@@ -76,6 +76,7 @@ ordered_json peers_json(const TorrentReport& report) {
                          {"client", peer.client},
                          {"incoming", peer.is_incoming},
                          {"encrypted", peer.is_encrypted},
+                         {"utp", peer.is_over_datagrams},
                          {"seed", peer.is_seed},
                          {"interesting", peer.is_interesting},
                          {"choking", peer.chokes_us},
@@ -91,6 +92,9 @@ ordered_json peers_json(const TorrentReport& report) {
 }
 
 ordered_json trackers_json(const TorrentReport& report) {
+    const auto count = [](const std::optional<SwarmCounts>& counts, std::int64_t SwarmCounts::*which) {
+        return counts ? ordered_json((*counts).*which) : ordered_json(nullptr);
+    };
     ordered_json trackers = ordered_json::array();
     for (const TorrentTracker& tracker : report.trackers) {
         const auto left = tracker.next.value_or(Clock::time_point{}) - Clock::now();
@@ -101,6 +105,8 @@ ordered_json trackers_json(const TorrentReport& report) {
              {"tier", tracker.tier},
              {"state", tracker_state_name(tracker.state)},
              {"peers", tracker.peers},
+             {"seeders", count(tracker.counts, &SwarmCounts::seeders)},
+             {"leechers", count(tracker.counts, &SwarmCounts::leechers)},
              {"next", tracker.next ? ordered_json(iso_time(std::chrono::system_clock::to_time_t(next)))
                                    : ordered_json(nullptr)},
              {"failure", tracker.failure.empty() ? ordered_json(nullptr) : ordered_json(tracker.failure)}});

@@ -6,6 +6,16 @@
 
 namespace vantlow {
 
+CommandRun on_store_as_it_is(std::function<Exit(StoreCommand&)> command) {
+    return [command = std::move(command)](CFerrywellApp& app, const GlobalOptions& global) {
+        std::string error;
+        Engine* const engine = app.engine(error);
+        if (engine == nullptr) return complain(error);
+        StoreCommand context{app, global, *engine, {}};
+        return command(context);
+    };
+}
+
 CommandRun on_store(std::function<Exit(StoreCommand&)> command) {
     return [command = std::move(command)](CFerrywellApp& app, const GlobalOptions& global) {
         std::string error;

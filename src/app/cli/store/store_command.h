@@ -20,6 +20,7 @@ void add_list_commands(CommandSet& commands);         ///< list, show, log
 void add_steer_commands(CommandSet& commands);        ///< stop, remove (`start` is the resident program's)
 void add_change_commands(CommandSet& commands);       ///< change, limit, check, undo
 void add_torrent_job_commands(CommandSet& commands);  ///< torrent peers, trackers, files, pieces, check
+void add_scrape_command(CommandSet& commands);        ///< torrent scrape
 void add_category_commands(CommandSet& commands);     ///< category ..., move
 void add_schedule_command(CommandSet& commands);      ///< schedule ...
 void add_list_file_commands(CommandSet& commands);    ///< export, import
@@ -40,6 +41,10 @@ struct StoreCommand {
 /// and end the command with Exit::failed, without its promise. Where this process runs the jobs, the process
 /// that answers for the command saves, and keeps all output back until then.
 CommandRun on_store(std::function<Exit(StoreCommand&)> command);
+
+/// The same for a command that changes nothing and runs in its own process, whoever owns the data folder.
+/// Nothing is saved; its promise is not used.
+CommandRun on_store_as_it_is(std::function<Exit(StoreCommand&)> command);
 
 /// Finds the jobs that these texts name (GUIDs or unique prefixes of them), in their order, each once. A text
 /// that names none is complained about and makes `complete` false.

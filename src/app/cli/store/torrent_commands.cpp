@@ -73,6 +73,7 @@ std::string flags_of(const TorrentPeer& peer) {
     const auto add = [&flags](bool is_so, char letter) { flags += is_so ? letter : '-'; };
     add(peer.is_incoming, 'I');
     add(peer.is_encrypted, 'E');
+    add(peer.is_over_datagrams, 'U');
     add(peer.is_seed, 'S');
     add(peer.is_interesting, 'w');
     add(peer.chokes_us, 'c');
@@ -90,13 +91,16 @@ std::string peers_text(const TorrentReport& report) {
                    human_size(peer.sent)});
     }
     return table.text() +
-           "I called us, E encrypted, S has everything, w we want something, c gives us nothing now,\n"
-           "W wants something, C gets nothing now\n";
+           "I called us, E encrypted, U over uTP, S has everything, w we want something,\n"
+           "c gives us nothing now, W wants something, C gets nothing now\n";
 }
 
 std::string trackers_text(const TorrentReport& report) {
     if (report.trackers.empty()) return "There is no tracker.\n";
-    Table table({"TIER", "TRACKER", "STATE", "PEERS", "NEXT", "FAILURE"});
+    const auto number = [](const std::optional<SwarmCounts>& counts, std::int64_t SwarmCounts::*which) {
+        return counts ? std::to_string((*counts).*which) : std::string("--");
+    };
+    Table table({"TIER", "TRACKER", "STATE", "PEERS", "SEEDERS", "LEECHERS", "NEXT", "FAILURE"});
     for (const TorrentTracker& tracker : report.trackers) {
         const std::string next =
             tracker.next
@@ -104,8 +108,9 @@ std::string trackers_text(const TorrentReport& report) {
                       std::chrono::ceil<std::chrono::seconds>(*tracker.next - Clock::now()).count(), 0))
                 : std::string("--");
         table.add({std::to_string(tracker.tier), tracker.address,
-                   std::string(tracker_state_name(tracker.state)), std::to_string(tracker.peers), next,
-                   tracker.failure});
+                   std::string(tracker_state_name(tracker.state)), std::to_string(tracker.peers),
+                   number(tracker.counts, &SwarmCounts::seeders),
+                   number(tracker.counts, &SwarmCounts::leechers), next, tracker.failure});
     }
     return table.text();
 }
@@ -295,7 +300,7 @@ void add_piece_options(CLI::App& word, SteerOptions& options) {
             ->transform(CLI::CheckedTransformer(words));
     };
     add("--sequential", options.sequential,
-        "on or off: fetch the pieces in their order, to look at a film early");
+        "on or off: fetch the pieces in their order, to watch a film early");
     add("--ends-first", options.ends_first,
         "on or off: fetch the beginnings and ends of files before all else");
 }
@@ -379,7 +384,7 @@ void add_torrent_job_commands(CommandSet& commands) {
     const auto options = std::make_shared<CheckOptions>();
     CLI::App& check = commands.add_below(
         group, "check", "Hold the files on the disk against a torrent's hashes; nothing is changed",
-        on_store([options](StoreCommand& command) { return run_check(command, *options); }));
+        on_store_as_it_is([options](StoreCommand& command) { return run_check(command, *options); }));
     check.add_option("TORRENT", options->torrent, "A job's id, or the beginning of it, or a torrent file")
         ->required();
     check.add_option("-d,--dir", options->folder,

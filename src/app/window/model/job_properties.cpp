@@ -4,10 +4,10 @@
 
 #include "app/terminal/display_text.h"
 #include "app/terminal/quantities.h"
-#include "app/window/model/links.h"
 #include "app/window/model/texts.h"
 #include "app/window/model/translate.h"
 #include "base/text.h"
+#include "engine/kinds.h"
 #include "engine/schedule_texts.h"
 #include "store/address.h"
 #include "store/proxies.h"
@@ -131,12 +131,12 @@ std::string JobProperties::fault_of(Property property, const std::string& text) 
     };
     switch (property) {
         case Property::address:
-            return is_fetchable(text)
+            return is_fetchable(to_utf16(text))
                        ? std::string()
                        : fill(tr("%1 cannot be fetched."), {shown(without_credentials(to_utf16(text)))});
         case Property::mirrors:
             for (const std::u16string& line : lines_of(text)) {
-                if (!is_fetchable(to_utf8(line)))
+                if (!is_fetchable(line))
                     return fill(tr("%1 cannot be fetched."), {shown(without_credentials(line))});
             }
             return {};

@@ -8,9 +8,9 @@
 #include <unordered_set>
 
 #include "base/text.h"
+#include "engine/kinds.h"
 #include "store/address.h"
 #include "transfer/http/head.h"
-#include "transfer/job/source.h"
 
 namespace vantlow {
 namespace {
@@ -24,7 +24,7 @@ constexpr std::size_t longest_pattern = 64;
 class LinkList {
   public:
     void add(std::string link) {
-        if (links_.size() < most_links && link.size() <= longest_link && is_fetchable(link) &&
+        if (links_.size() < most_links && link.size() <= longest_link && is_fetchable(to_utf16(link)) &&
             seen_.insert(link).second)
             links_.push_back(std::move(link));
     }
@@ -243,14 +243,6 @@ std::vector<Pattern> patterns_in(std::string_view address) {
 }
 
 }  // namespace
-
-bool is_fetchable(std::string_view address) {
-    const std::u16string text = to_utf16(address);
-    if (text.find(u':') == std::u16string::npos) return false;
-    const LinkKind kind = link_kind(text);
-    if (kind == LinkKind::torrent || kind == LinkKind::metafile) return true;
-    return kind == LinkKind::transfer && find_protocol(text) != nullptr && parse_target(text).has_value();
-}
 
 std::vector<std::string> links_in_text(std::string_view text) {
     text = text.substr(0, longest_text);

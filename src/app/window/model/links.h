@@ -9,13 +9,9 @@
 
 namespace vantlow {
 
-/// True for an address that a job of this program can be made of: a server's, a magnet link, a metalink.
-bool is_fetchable(std::string_view address);
-
 /// The links in a text, each once, in their order: one a line or between blanks, with trailing punctuation
-/// taken off; of HTML, the addresses of links. Only links that the program can fetch (link_kind()) with a
-/// written scheme. At most 10,000, out of the
-/// first 16 MiB.
+/// taken off; of HTML, the addresses of links. Only links that the program can fetch (is_fetchable(),
+/// engine/kinds.h). At most 10,000, out of the first 16 MiB.
 std::vector<std::string> links_in_text(std::string_view text);
 /// The links of an HTML document or fragment ("href", "src" of media), relative ones joined to `base` where
 /// it is not empty. The header of the Windows clipboard format "HTML Format" is read for its base.

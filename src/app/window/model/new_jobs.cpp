@@ -95,6 +95,16 @@ std::string sentence_of(const FormFault& fault) {
     return {};
 }
 
+std::string sentence_of(const ServerSays& says) {
+    if (!says.result.ok())
+        return fill(tr("The server does not say what it would send: %1"), {printable(says.result.message())});
+    const std::string name = shown(says.name);
+    if (says.size < 0) return fill(tr("The server has %1, of unknown size."), {name});
+    const std::string size = size_text(says.size);
+    return says.takes_ranges ? fill(tr("The server has %1, %2; the download can be resumed."), {name, size})
+                             : fill(tr("The server has %1, %2."), {name, size});
+}
+
 NewJobForm NewJobs::form_of(std::string_view text, const Guid& category) const {
     NewJobForm form;
     for (const std::string& link : links_in_text(text)) form.addresses += link + "\n";
@@ -146,7 +156,7 @@ std::vector<FormFault> NewJobs::check(const NewJobForm& form) const {
     if (count == 0) wrong(Field::addresses, Wrong::empty);
     if (count > most_pattern_links) wrong(Field::addresses, Wrong::too_many);
     for (const std::string& link : preview(form, most_pattern_links)) {
-        if (is_fetchable(link) || is_document_here(link)) continue;
+        if (is_fetchable(to_utf16(link)) || is_document_here(link)) continue;
         wrong(Field::addresses, Wrong::not_fetchable, without_login(link));
         break;  // one is enough to be mended first
     }
@@ -197,6 +207,23 @@ JobDraft NewJobs::draft_of(const NewJobForm& form) const {
     rules.asks_which = true;
     draft.rules = std::make_shared<const JobRules>(std::move(rules));
     return draft;
+}
+
+std::string NewJobs::question_of(const NewJobForm& form) const {
+    const std::vector<std::string> links = preview(form, 2);
+    const bool has_server =
+        links.size() == 1 && (istarts_with(links[0], "http://") || istarts_with(links[0], "https://"));
+    if (!has_server || !is_fetchable(to_utf16(links[0]))) return {};
+    std::string all = links[0];
+    for (const std::u16string* part :
+         {&form.user, &form.password, &form.referer, &form.agent, &form.cookie, &form.proxy})
+        all += '\n' + to_utf8(*part);
+    return all;
+}
+
+std::unique_ptr<Inquiry> NewJobs::inquire(const NewJobForm& form, std::function<void()> wake) const {
+    if (question_of(form).empty() || !check(form).empty()) return nullptr;
+    return engine_.inquire(draft_of(form), std::move(wake));
 }
 
 std::vector<KnownAddress> NewJobs::known(const NewJobForm& form) const {

@@ -2,6 +2,8 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -60,6 +62,9 @@ struct FormFault {
 };
 std::string sentence_of(const FormFault& fault);
 
+/// A sentence about what a server says of a file.
+std::string sentence_of(const ServerSays& says);
+
 /// Jobs that have one of these addresses already.
 struct KnownAddress {
     std::string link;
@@ -87,6 +92,11 @@ class NewJobs {
     [[nodiscard]] JobDraft draft_of(const NewJobForm& form) const;
     /// The jobs that the form's addresses have already.
     [[nodiscard]] std::vector<KnownAddress> known(const NewJobForm& form) const;
+    /// All of the form that a server would be asked by; empty where there is no server to ask
+    /// (Engine::inquire).
+    [[nodiscard]] std::string question_of(const NewJobForm& form) const;
+    /// Asks the server of the form's only address.
+    [[nodiscard]] std::unique_ptr<Inquiry> inquire(const NewJobForm& form, std::function<void()> wake) const;
     /// The files of the torrent that is the form's only address: of a document on this machine, or of a
     /// magnet whose document is kept. Empty for other addresses, and where they are not known yet. A document
     /// is read when another address is asked about; the list holds until then.

@@ -192,6 +192,8 @@ std::string sentence_of(const DraftFault& fault) {
             return fill(tr("There is not enough memory for %1."), {subject});
         case Fault::no_file_link:
             return fill(tr("%1 is not the link of a file."), {subject});
+        case Fault::no_document:
+            return fill(tr("%1 cannot be fetched."), {subject});
         case Fault::no_address:
             return fill(tr("%1 in %2 has no address that could be fetched."), {item, subject});
         case Fault::not_fetchable:

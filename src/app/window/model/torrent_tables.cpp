@@ -75,6 +75,7 @@ std::string signs_of(const TorrentPeer& peer) {
     add(peer.is_interested && !peer.is_choked, to_translate("takes"));
     add(peer.is_interested && peer.is_choked, to_translate("waits for us"));
     add(peer.is_encrypted, to_translate("encrypted"));
+    add(peer.is_over_datagrams, to_translate("by uTP"));
     add(peer.is_incoming, to_translate("called us"));
     return text;
 }
