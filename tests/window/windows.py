@@ -43,18 +43,18 @@ class Window(drive.Usage, display.WineVantlow):
             lines.append(line)
         raise AssertionError("the controls' program has ended")
 
-    def control(self, kind, text="", number=0):
-        """What is seen and can be used, in the order of the window's own list."""
+    def control(self, kind, text=""):
+        """The first one of its class and text that is seen and can be used."""
 
         def look():
-            fitting = [
-                one
-                for one in (Control(*line) for line in self.ask("windows"))
-                if one.kind == kind and one.text.replace("&", "").startswith(text) and one.state.startswith("visible enabled")
-            ]
-            return fitting[number] if len(fitting) > number else None
+            for line in self.ask("windows"):
+                one = Control(*line)
+                fits = one.kind == kind and one.text.replace("&", "").startswith(text)
+                if fits and one.state.startswith("visible enabled"):
+                    return one.number
+            return None
 
-        return until(look, f'the {kind} "{text}"').number
+        return until(look, f'the {kind} "{text}"')
 
     def frame(self):
         return self.control("wxWindowNR", "Vantlow")
