@@ -166,7 +166,7 @@ TEST_F(GetProgram, StopsAtCtrlCAndContinues) {
 }
 
 TEST_F(GetProgram, BeginsAndStopsByTheClock) {
-    FileServer server(FileResource{.content = content, .rate = 300'000});
+    FileServer server(FileResource{.content = content, .rate = 100'000});
     const auto in = [](std::int64_t seconds) { return to_utf16(iso_time(std::time(nullptr) + seconds)); };
     const auto began = Clock::now();
     const RunResult stopped = get({u"-n", u"1", u"--at", in(3), u"--until", in(6), server.url16()});

@@ -262,10 +262,12 @@ TEST_F(Methods, options_go_back_as_they_came_so_that_a_retry_loses_nothing) {
     EXPECT_EQ(
         call(
             "changeGlobalOption",
-            R"([{"max-concurrent-downloads":"4","max-overall-download-limit":"0K","dir":"/e","bt-max-peers":"9"}])"),
+            R"([{"max-concurrent-downloads":"4","max-overall-download-limit":"0K","dir":"/e","bt-max-peers":"0","rpc-x":"9"}])"),
         "OK");
-    EXPECT_EQ(call("getGlobalOption"),
-              Json::parse(R"({"max-concurrent-downloads":"4","max-overall-download-limit":"0","dir":"/e"})"));
+    EXPECT_EQ(
+        call("getGlobalOption"),
+        Json::parse(
+            R"({"max-concurrent-downloads":"4","max-overall-download-limit":"0","dir":"/e","bt-max-peers":"10000"})"));
 }
 
 TEST_F(Methods, an_answer_without_end_is_refused_and_work_goes_in_steps) {

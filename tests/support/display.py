@@ -236,7 +236,8 @@ class WineVantlow(Vantlow):
         return "Z:" + super().path(path).replace("/", "\\")
 
     def file_of(self, job):
-        return pathlib.Path(job["folder"].removeprefix("Z:").replace("\\", "/"), job["file"])
+        folder = job["folder"].replace("\\", "/").removeprefix("Z:").replace("C:", f"{self.folder}/wine/drive_c")
+        return pathlib.Path(folder, job["file"])
 
     def run(self, *words):
         return self.wine_run(str(self.programs / "vantlow.exe"), *self.words, *words)
@@ -258,6 +259,7 @@ def to_front(title):
     """Activates the window of this title and returns its number."""
     window = until(lambda: windows(title), f'a window "{title}"')[-1]
     subprocess.run(["xdotool", "windowactivate", "--sync", window], check=False, stderr=subprocess.DEVNULL)
+    time.sleep(0.4)  # one that has just come takes no keys yet
     return window
 
 
@@ -270,8 +272,11 @@ def press(*keys):
 def click(accessible, x=None):
     """The left button in the middle of what a screen reader sees, or so many dots from its left edge."""
     room = accessible.get_component_iface().get_extents(0)
-    place = room.x + (x or room.width // 2), room.y + room.height // 2
-    subprocess.run(["xdotool", "mousemove", *(str(one) for one in place), "click", "1"], check=True)
+    click_at(room.x + (x or room.width // 2), room.y + room.height // 2)
+
+
+def click_at(x, y):
+    subprocess.run(["xdotool", "mousemove", str(x), str(y), "click", "1"], check=True)
     time.sleep(0.3)
 
 

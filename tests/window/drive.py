@@ -55,8 +55,8 @@ class Slow(http.server.BaseHTTPRequestHandler):
 
 class Usage:
     """The window as a person uses it. Each system has its own ways to look and to click: lines() of the list that is seen and has
-    these columns, click_header(), click_row(), click_box() of a file, choose_tab(), give() for a command of the menu, and, in the
-    options, search_options(), tick() and choose()."""
+    these columns, click_header(), click_row(), click_box() of a file, choose_tab(), and, in the options, search_options(), tick() and
+    choose()."""
 
     LIST = ("Name", "Category")
     FILES = ("Name", "Priority")
@@ -121,9 +121,6 @@ class Window(Usage, display.Vantlow):
         found = self.find(role, name)
         until(lambda: found.is_sensitive(), f'the {role} "{name}" that can be used')
         found.own.do_action(0)
-
-    def give(self, command):
-        self.act("menu item", command)
 
     def search_options(self, text):
         to_front(OPTIONS)
@@ -213,8 +210,8 @@ def stop_and_start(window, server):
     until(lambda: any("running" in line for line in window.names()), "a running download")
     to_front(FRAME)
     window.click_row(window.LIST, window.row_of("slow.bin"))
-    for command, state in (("Stop", "stopped"), ("Start", "running")):
-        window.give(command)
+    for key, state in (("ctrl+t", "stopped"), ("ctrl+r", "running")):
+        press(key)
         until(lambda wanted=state: any(wanted in line for line in window.names()), state)
     window.run("remove", *[job["id"] for job in window.jobs() if job["file"] == "slow.bin"])
 
@@ -261,7 +258,7 @@ def torrent(window, _server):
 def forms(window, _server):
     """A category with a rule; a comment for several downloads at once."""
     to_front(FRAME)
-    window.give("New category")
+    press("alt+f", "c")
     to_front("^New category$")
     write("Discs")
     press("alt+r")
@@ -272,7 +269,7 @@ def forms(window, _server):
     window.click_row(window.LIST, 0)
     press("ctrl+a", "alt+Return")
     to_front("^Properties$")
-    press("alt+c")
+    press("alt+e")
     write("for the journey")
     press("alt+o")
     until(lambda: {job["comment"] for job in window.jobs()} == {"for the journey"}, "a comment of all downloads")

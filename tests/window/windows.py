@@ -1,11 +1,10 @@
 #!/usr/bin/python3
 """windows.py PROGRAMS CONTROLS: the window of the Windows build under Wine. It is used as drive.py uses the window of Linux, by
-keys, and looked at through its controls, which CONTROLS (win32/controls.cpp) finds and clicks; then what only they can do."""
+keys, and looked at through its controls, which CONTROLS (win32/controls.cpp) finds; then what only they can do."""
 
 import collections
 import http.server
 import pathlib
-import re
 import subprocess
 import sys
 import tempfile
@@ -44,18 +43,18 @@ class Window(drive.Usage, display.WineVantlow):
             lines.append(line)
         raise AssertionError("the controls' program has ended")
 
-    def control(self, kind, text="", number=0):
-        """What is seen and can be used, in the order of the window's own list."""
+    def control(self, kind, text=""):
+        """The first one of its class and text that is seen and can be used."""
 
         def look():
-            fitting = [
-                one
-                for one in (Control(*line) for line in self.ask("windows"))
-                if one.kind == kind and one.text.replace("&", "").startswith(text) and one.state.startswith("visible enabled")
-            ]
-            return fitting[number] if len(fitting) > number else None
+            for line in self.ask("windows"):
+                one = Control(*line)
+                fits = one.kind == kind and one.text.replace("&", "").startswith(text)
+                if fits and one.state.startswith("visible enabled"):
+                    return one.number
+            return None
 
-        return until(look, f'the {kind} "{text}"').number
+        return until(look, f'the {kind} "{text}"')
 
     def frame(self):
         return self.control("wxWindowNR", "Vantlow")
@@ -73,26 +72,23 @@ class Window(drive.Usage, display.WineVantlow):
     def lines(self, columns):
         return self.table(columns)[1][1:]
 
+    def click(self, *words):
+        [place] = self.ask("place", *words)
+        display.click_at(*place)
+
     def click_header(self, title):
         number, rows = self.table(self.LIST)
-        self.ask("click", number, "header", rows[0].index(title))
+        self.click(number, "header", rows[0].index(title))
 
     def click_row(self, columns, row):
-        self.ask("click", self.table(columns)[0], "row", row)
+        self.click(self.table(columns)[0], "row", row)
 
     def click_box(self, row):
-        self.ask("click", self.table(self.FILES)[0], "box", row)
+        self.click(self.table(self.FILES)[0], "box", row)
 
     def choose_tab(self, title):
         tabs = self.control("_wx_SysTabCtl32")
-        self.ask("click", tabs, "tab", self.ask("tabs", tabs).index([title]))
-
-    def give(self, command):
-        """A command of the menu bar by its words."""
-        frame = self.frame()
-        wanted = re.compile(re.escape(command) + r"(\.\.\.)?( [A-Z][a-z]+\+.*)?")
-        [number] = [number for number, text in self.ask("menu", frame) if wanted.fullmatch(text.replace("&", ""))]
-        self.ask("command", frame, number)
+        self.click(tabs, "tab", self.ask("tabs", tabs).index([title]))
 
     def search_options(self, text):
         to_front(drive.OPTIONS)

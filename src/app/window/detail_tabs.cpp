@@ -231,8 +231,10 @@ void DetailTabs::build_details() {
                       value_column, Page::Kind::all});
 }
 
-// The tab that was chosen last is seen wherever the download has it, else the first one.
+// The tab that was chosen last is seen wherever the download has it, else the first one. Pages that come and go
+// take the focus along: whoever walks through the list keeps it.
 void DetailTabs::arrange(bool is_torrent) {
+    wxWindow* const focused = FindFocus();
     arranging_ = true;
     std::size_t at = 0;
     std::size_t chosen = 0;
@@ -249,6 +251,7 @@ void DetailTabs::arrange(bool is_torrent) {
     }
     SetSelection(chosen);
     arranging_ = false;
+    if (focused != nullptr && !IsDescendant(focused)) focused->SetFocus();
 }
 
 const DetailTabs::Page* DetailTabs::seen() const {

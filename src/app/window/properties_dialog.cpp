@@ -29,7 +29,7 @@ std::vector<Field> fields() {
         {Property::mirrors, ui(tr("&Mirrors:")), {}},
         {Property::limit, ui(tr("Speed &limit:")), ui(tr("bytes a second: 500K, 2M"))},
         {Property::connections, ui(tr("Co&nnections:")), {}},
-        {Property::comment, ui(tr("&Comment:")), {}},
+        {Property::comment, ui(tr("Comm&ent:")), {}},
         {Property::user, ui(tr("&User:")), {}},
         {Property::password, ui(tr("Pass&word:")), {}},
         {Property::referer, ui(tr("&Referer:")), {}},

@@ -192,29 +192,9 @@ void print_tabs(const Words& words) {
     }
 }
 
-// Menus are the system's: other processes read them as their own does. Lines of a number and a text.
-void print_menu(HMENU menu) {
-    for (int i = 0; i < GetMenuItemCount(menu); ++i) {
-        wchar_t text[200]{};
-        GetMenuStringW(menu, static_cast<UINT>(i), text, 200, MF_BYPOSITION);
-        if (const HMENU below = GetSubMenu(menu, i)) {
-            print_menu(below);
-        } else {
-            std::cout << GetMenuItemID(menu, i) << '\t' << narrow(text) << '\n';
-        }
-    }
-}
-
-void click_at(HWND window, LONG x, LONG y) {
-    const LPARAM at = MAKELPARAM(x, y);
-    PostMessageW(window, WM_MOUSEMOVE, 0, at);
-    PostMessageW(window, WM_LBUTTONDOWN, MK_LBUTTON, at);
-    PostMessageW(window, WM_LBUTTONUP, 0, at);
-}
-
-// "header", "tab", "row" or "box": the middle of a column's title or of a tab, a row's first cell, or the
-// check box in front of it.
-void click(const Words& words) {
+// The place on the screen of a "header", "tab", "row" or "box": the middle of a column's title or of a tab, a
+// row's first cell, or the check box in front of it.
+void print_place(const Words& words) {
     HWND window = window_of(words.at(1));
     const auto number = static_cast<WPARAM>(std::stoul(words.at(3)));
     if (words.at(2) == "header") window = header_of(window);
@@ -232,7 +212,9 @@ void click(const Words& words) {
     const LONG x = words.at(2) == "box"   ? found.left + into_box
                    : words.at(2) == "row" ? found.left + into_cell
                                           : (found.left + found.right) / 2;
-    click_at(window, x, (found.top + found.bottom) / 2);
+    POINT place{x, (found.top + found.bottom) / 2};
+    ClientToScreen(window, &place);
+    std::cout << place.x << '\t' << place.y << '\n';
 }
 
 // Chooses an entry of a list or a choice as a person does, of which its dialog is told.
@@ -362,12 +344,6 @@ const std::map<std::string, std::function<void(const Words&)>>& operations() {
         {"windows", print_windows},
         {"rows", print_rows},
         {"tabs", print_tabs},
-        {"menu", [](const Words& words) { print_menu(GetMenu(window_of(words.at(1)))); }},
-        {"command",
-         [](const Words& words) {
-             PostMessageW(window_of(words.at(1)), WM_COMMAND, static_cast<WPARAM>(std::stoul(words.at(2))),
-                          0);
-         }},
         {"press", [](const Words& words) { PostMessageW(window_of(words.at(1)), BM_CLICK, 0, 0); }},
         {"put",
          [](const Words& words) {
@@ -376,7 +352,7 @@ const std::map<std::string, std::function<void(const Words&)>>& operations() {
          }},
         {"close", [](const Words& words) { PostMessageW(window_of(words.at(1)), WM_CLOSE, 0, 0); }},
         {"choose", choose},
-        {"click", click},
+        {"place", print_place},
         {"tray", click_tray},
         {"drop", drop},
     };
