@@ -39,6 +39,7 @@ struct TorrentWorld {
         std::vector<std::string> list;
         for (const auto& request : tracker.requests()) {
             const std::string& target = request.head.target;
+            if (target.find("/scrape?") != std::string::npos) continue;
             const auto at = target.find("&event=");
             list.push_back(at == std::string::npos ? "" : target.substr(at + 7, 7));
         }

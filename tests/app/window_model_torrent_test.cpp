@@ -38,7 +38,7 @@ TEST(WindowTorrents, ListsShowWhatAReportSays) {
                        {"e", 4, State::idle, {}, 0, {}, {}}};
     TorrentPeer giver = peer_at(2);
     giver.client = "Tool\x1B[31m 1";
-    giver.is_interesting = giver.is_encrypted = giver.is_seed = true;
+    giver.is_interesting = giver.is_encrypted = giver.is_over_datagrams = giver.is_seed = true;
     giver.chokes_us = false;
     giver.received_rate = 2048;
     TorrentPeer taker = peer_at(1);
@@ -54,7 +54,7 @@ TEST(WindowTorrents, ListsShowWhatAReportSays) {
          {"a/one?.bin|2.0 KiB|99 %|normal", "empty|0 B|100 %|normal", "two|10 B|0 %|left out"}},
         {TorrentList::peers,
          {"10.0.0.1:6881||99 %||1.0 KiB/s|makes us wait, waits for us, called us",
-          "10.0.0.2:6881|Tool?[31m 1|100 %|2.0 KiB/s||gives, encrypted"}},
+          "10.0.0.2:6881|Tool?[31m 1|100 %|2.0 KiB/s||gives, encrypted, by uTP"}},
         {TorrentList::trackers,
          {"http://a/x|answers|7|1:05|", "udp://b|fails||0:00|no?such torrent", "c|is asked|||",
           "d|is not asked again|0||", "e|not in use|||"}},

@@ -174,6 +174,35 @@ TEST_F(OneTimeTest, MachinesThatDisagreeAreToldApart) {
     }
 }
 
+// What an answer without a version brought is no part of a saved state before it was compared.
+TEST_F(OneTimeTest, BytesThatNothingVouchesForAreNotContinued) {
+    FileServer server(FileResource{.content = content, .rate = 50'000});
+    std::atomic<bool> is_honest{false};
+    server.set_interceptor([&](Exchange& exchange) {
+        const bool is_part = exchange.request().range_first.has_value();
+        server.change("/file.bin", [&](FileResource& file) {
+            const bool lies = is_part && !is_honest;
+            file.content = lies ? other_content : content;
+            file.etag = file.last_modified = lies ? "" : "\"one\"";
+            if (is_honest) file.rate = 0;
+        });
+        return false;
+    });
+    auto job = make_job(server.url16(), 2);
+    {
+        Run running(*this, *job, {});
+        ASSERT_TRUE(running.wait_for_done(60'000)) << log.all();
+        running.thread().stop();
+    }
+    EXPECT_TRUE(log.has("Range: bytes=")) << "the second connection was to bring bytes, too";
+    is_honest = true;
+    auto again = earlier_job(server.url16());
+    ASSERT_NE(again, nullptr);
+    const JobOutcome outcome = run(*again);
+    EXPECT_EQ(outcome.restarts, 0);
+    expect_file(outcome, content);
+}
+
 // No answer holds to its end and no two are of one version: parts of several are put together only because
 // the hash of the whole file tells whether they fit. Where they do not, one answer has to bring the whole.
 TEST_F(OneTimeTest, AHashDecidesWhetherPartsOfSeveralVersionsFit) {

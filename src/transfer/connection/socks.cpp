@@ -9,8 +9,8 @@ namespace vantlow {
 namespace {
 
 constexpr std::size_t longest_field = 255;  // what one length byte can tell
-// For the rest of a reply that is longer than ten bytes: some proxies name a long address and send a short
-// one.
+// The wait for the rest of a reply that is longer than ten bytes: some proxies name a long address and send
+// a short one.
 constexpr std::chrono::milliseconds longest_wait_for_rest{1000};
 
 // The bytes of a request as it grows.

@@ -98,8 +98,8 @@ Result HttpSource::accept_part(const HttpHead& head, std::int64_t offset, Source
     answer.ranges_promised = true;
     // The size of a packed part says nothing of what it unpacks to.
     if (!answer.encoded) answer.version.size = head.range_total.value_or(-1);
-    answer.may_go_on =
-        !answer.encoded && head.range_total.value_or(*head.range_last + 2) - 1 > *head.range_last;
+    const bool is_last = head.range_total && *head.range_total - 1 <= *head.range_last;
+    answer.may_go_on = !answer.encoded && !is_last;
     return {};
 }
 

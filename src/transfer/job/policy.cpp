@@ -18,6 +18,14 @@ constexpr std::int64_t block = 16 * 1024;
 constexpr int sampled_blocks = 3;  // beside the first and the last one
 constexpr std::size_t most_joints_at_once = 64;
 
+void take_back_what_is_there(SegmentBook& segments, const Origins::Range& range) {
+    for (const auto& there : segments.there()) {
+        const std::int64_t begin = std::max(range.begin, there.begin);
+        const std::int64_t end = std::min(range.end, there.end);
+        if (begin < end) segments.take_back(begin, end);
+    }
+}
+
 }  // namespace
 
 JobPolicy::JobPolicy(CJobNode& job, std::uint64_t seed, bool hash_decides)
@@ -412,6 +420,15 @@ void JobPolicy::plan_checks(const std::vector<SegmentBook::Range>& there, bool l
 void JobPolicy::open_joints(CJobNode& copy) const {
     if (!compares_answers() || hash_decides_ || job_.file_size <= 0) return;
     SegmentBook segments(copy);
+    // A later run compares nothing where the version is sure: what no comparison has shown to be of it is
+    // fetched again then.
+    if (has_strong_validator(version_) && !blind_) {
+        for (int answer = AnswerBook::earlier + 1; answer <= answers_.count(); ++answer) {
+            if (answers_.first_of(answer) != answer) continue;
+            for (const auto& range : answers_.ranges_of(answer)) take_back_what_is_there(segments, range);
+        }
+        return;
+    }
     for (const std::int64_t joint : answers_.joints(job_.file_size)) {
         const std::int64_t end = std::min(joint + joint_reach, job_.file_size);
         if (!segments_.is_missing(joint - 1, joint + 1)) segments.take_back(joint, end);
