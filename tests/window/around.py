@@ -188,6 +188,8 @@ def clipboard(window, server):
     window.wait_for_rows(1)
     # Watched while another program is used; a text without links, and the same links again, bring nothing.
     subprocess.run(["xdotool", "windowminimize", to_front("^Vantlow$")], check=True)
+    until(lambda: not windows("^Vantlow$"), "a window that nobody looks at")
+    time.sleep(0.5)  # until it knows that it is not in front
     put_into_clipboard("no link in here")
     put_into_clipboard(f"{server}/watched.bin")
     to_front("^New download$")

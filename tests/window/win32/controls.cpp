@@ -228,9 +228,11 @@ void choose(const Words& words) {
                                static_cast<WPARAM>(-1), reinterpret_cast<LPARAM>(text.c_str()));
     if (found < 0) throw std::runtime_error("there is no such entry");
     send(window, is_combo ? CB_SETCURSEL : LB_SETCURSEL, static_cast<WPARAM>(found));
-    PostMessageW(GetParent(window), WM_COMMAND,
-                 MAKEWPARAM(GetDlgCtrlID(window), is_combo ? CBN_SELCHANGE : LBN_SELCHANGE),
-                 reinterpret_cast<LPARAM>(window));
+    for (const int told :
+         {is_combo ? CBN_SELENDOK : LBN_SELCHANGE, is_combo ? CBN_SELCHANGE : LBN_SELCHANGE}) {
+        PostMessageW(GetParent(window), WM_COMMAND, MAKEWPARAM(GetDlgCtrlID(window), told),
+                     reinterpret_cast<LPARAM>(window));
+    }
 }
 
 // As the tray tells a click: its message goes to a window that nobody sees.
