@@ -85,7 +85,7 @@ void NewJobDialog::build_files(wxSizer& all) {
 void NewJobDialog::build_places(wxSizer& all) {
     auto* const grid = new wxFlexGridSizer(2, FromDIP(wxSize(8, 6)));
     grid->AddGrowableCol(1);
-    grid->Add(new wxStaticText(this, wxID_ANY, ui(tr("&Category:"))), wxSizerFlags().CentreVertical());
+    grid->Add(new wxStaticText(this, wxID_ANY, ui(tr("Categor&y:"))), wxSizerFlags().CentreVertical());
     category_ = new wxChoice(this, wxID_ANY);
     name_for_readers(*category_, ui(tr("Category")));
     for (const CClassNode* const category : model_.engine.categories()) {
