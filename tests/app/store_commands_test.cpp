@@ -295,6 +295,7 @@ TEST_F(StoreCommands, jobs_keep_the_rules_that_they_were_filed_with_and_why_they
     EXPECT_EQ(folder.read(u"d/a.bin"), "there");
     EXPECT_GT(run_with({u"--limit", u"300K", u"--overwrite", u"overwrite"}).second, 1.0);
     EXPECT_EQ(run({u"add", u"--ca-file", u"not-there", u"http://h/"}).status, 2);
+    EXPECT_EQ(run({u"list", u"--settings", folder.path()}).status, 2) << "a folder is no settings file";
 
     const std::string id = add({u"-d", out, server.url16("/gone")});
     EXPECT_EQ(run({u"start", to_utf16(id)}).status, 1);

@@ -5,6 +5,7 @@
 #include "app/process/application.h"
 #include "base/text.h"
 #include "platform/console.h"
+#include "platform/file.h"
 #include "platform/process.h"
 
 namespace vantlow {
@@ -45,7 +46,11 @@ void add_global_options(CLI::App& app, GlobalOptions& global, std::string& data_
     app.add_option("--data-dir", data_folder, "The data folder, with jobs, logs and proxy list")
         ->envname("VANTLOW_DATA_DIR");
     app.add_option("--settings", settings_file, "A settings file to use instead of the user's settings")
-        ->envname("VANTLOW_SETTINGS");
+        ->envname("VANTLOW_SETTINGS")
+        ->check([](const std::string& path) {
+            const bool is_folder = path_kind(absolute_path(to_utf16(path))) == PathKind::folder;
+            return is_folder ? path + " is a folder." : std::string();
+        });
     app.add_option("--set", global.set, "Section/Key=Value: one setting for this run; repeatable")
         ->allow_extra_args(false);
     app.add_flag("--json", global.json, "Output for programs");
