@@ -169,7 +169,8 @@ class Swarm:
             made = os.path.join(own, "out", "files")
             if os.path.isdir(os.path.join(own, "out")) and os.listdir(os.path.join(own, "out")) and not same(self.files, made):
                 wrong.append(name)
-                shutil.copy(os.path.join(own, "log"), f"/tmp/mixed-{os.path.basename(own)}.log")
+                with open(os.path.join(own, "log"), errors="replace") as log:
+                    print(f"{name}: {log.read()[-2000:]}", file=sys.stderr)
             shutil.rmtree(own)
         with Tracker.changed:
             Tracker.peers.clear()

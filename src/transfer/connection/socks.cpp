@@ -164,7 +164,7 @@ std::size_t reply_length(std::span<const std::byte> reply) {
     return type == 3 && name > 0 ? 5 + name + 2 : 4 + 4 + 2;
 }
 
-// What is left of a reply must not be taken for the server's first words. It comes at once, or not at all.
+// The rest of a reply must not be taken for the server's first words. It comes at once, or not at all.
 Result drop_rest(ProxyWire& wire, std::size_t rest) {
     const auto until = std::min(from_now(longest_wait_for_rest), wire.time_out());
     for (; rest > 0; --rest) {
