@@ -52,7 +52,11 @@ class WebSeeds : public test::StoreRun {
         document.pop_back();
         document += "8:url-listl";
         for (const std::string& seed : seeds) document += std::to_string(seed.size()) + ":" + seed;
-        return run({u"get", folder.write(u"with.torrent", document + "ee"), u"-d", folder.path(into), u"-v"});
+        // Nobody else is asked.
+        return run({u"--set", u"Torrent/DHT=0", u"--set", u"Torrent/LSD=0", u"--set",
+                    u"Torrent/PortMapping=0", u"--set", u"Torrent/DefaultTrackers=", u"--set",
+                    u"Torrent/DefaultTracker=", u"get", folder.write(u"with.torrent", document + "ee"), u"-d",
+                    folder.path(into), u"-v"});
     }
     testing::AssertionResult has_all(const std::u16string& below) const {
         for (std::size_t i = 0; i < names.size(); ++i) {
@@ -104,12 +108,16 @@ TEST_F(WebSeeds, ThatAreOfNoUseAreLeftAndTheOthersGiveTheFile) {
     };
     for (const auto& c : cases) {
         serve(bad, c.like, c.first_content);
-        const std::u16string into = to_utf16(c.what);
-        const RunResult result = get({bad.url("/"), good.url("/")}, into);
-        EXPECT_EQ(result.status, 0) << c.what << result.err;
-        EXPECT_TRUE(has_all(into)) << c.what;
-        EXPECT_NE((result.out + result.err).find(c.said), std::string::npos)
-            << c.what << result.err << result.out;
+        // By chance a row begins with the file, and one without ranges is as good as any then.
+        bool is_said = false;
+        for (int tries = 0; tries < 4 && !is_said; ++tries) {
+            const std::u16string into = to_utf16(c.what + std::to_string(tries));
+            const RunResult result = get({bad.url("/"), good.url("/")}, into);
+            EXPECT_EQ(result.status, 0) << c.what << result.err;
+            EXPECT_TRUE(has_all(into)) << c.what;
+            is_said = (result.out + result.err).find(c.said) != std::string::npos;
+        }
+        EXPECT_TRUE(is_said) << c.what;
     }
 }
 
