@@ -92,6 +92,27 @@ TEST(TorrentProgram, AnnounceTellsEachTrackersAnswer) {
     EXPECT_EQ(world.run({u"torrent", u"announce", world.torrent, u"--event", u"x"}).status, 2);
 }
 
+TEST(TorrentProgram, ScrapeTellsTheCountsWithoutADataFolder) {
+    TorrentWorld world;
+    const std::string hash = "\x01\x23\x45\x67\x89\xAB\xCD\xEF" + std::string(12, 'h');
+    world.tracker.set_handler([hash](Exchange& exchange) {
+        exchange.answer(200, "OK",
+                        "d5:filesd20:" + hash + "d8:completei3e10:downloadedi5e10:incompletei4eeee");
+    });
+    const test::RunResult result = world.run(
+        {u"--set", u"Torrent/DefaultTrackers=", u"--set", u"Torrent/DefaultTracker=", u"torrent", u"scrape",
+         u"magnet:?xt=urn:btih:0123456789abcdef686868686868686868686868&tr=" +
+             world.tracker.url16("/announce"),
+         u"--json"});
+    EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_EQ(result.err, "");
+    const json answer = json::parse(result.out);
+    ASSERT_EQ(answer.size(), 1U);
+    EXPECT_EQ(answer[0]["seeders"], 3);
+    EXPECT_EQ(answer[0]["leechers"], 4);
+    EXPECT_EQ(answer[0]["completed"], 5);
+}
+
 TEST(TorrentProgram, ShowAndLinkTellWhatAMagnetLinkSays) {
     TorrentWorld world;
     const std::u16string link =

@@ -123,7 +123,7 @@ void add_scrape_command(CommandSet& commands) {
     const auto torrent = std::make_shared<std::string>();
     CLI::App& scrape = commands.add_below(
         group, "scrape", "Ask the trackers how many seeders and leechers a torrent has; nothing is announced",
-        on_store([torrent](StoreCommand& command) { return run_scrape(command, *torrent); }));
+        on_store_as_it_is([torrent](StoreCommand& command) { return run_scrape(command, *torrent); }));
     scrape.add_option("TORRENT", *torrent, "A job's id, or the beginning of it, or a magnet link")
         ->required();
 }

@@ -17,17 +17,14 @@ CommandRun on_store_as_it_is(std::function<Exit(StoreCommand&)> command) {
 }
 
 CommandRun on_store(std::function<Exit(StoreCommand&)> command) {
-    return [command = std::move(command)](CFerrywellApp& app, const GlobalOptions& global) {
-        std::string error;
-        Engine* const engine = app.engine(error);
-        if (engine == nullptr) return complain(error);
-        StoreCommand context{app, global, *engine, {}};
+    return on_store_as_it_is([command = std::move(command)](StoreCommand& context) {
         const Exit status = command(context);
         // The process that runs the jobs makes the changes of a command safe, and answers for it then.
-        if (!engine->runs() && !engine->save(error)) return complain(error);
+        std::string error;
+        if (!context.engine.runs() && !context.engine.save(error)) return complain(error);
         if (!context.promise.empty()) write_stream(Stream::output, context.promise);
         return status;
-    };
+    });
 }
 
 std::vector<Guid> find_jobs(StoreCommand& command, const std::vector<std::string>& ids, bool& complete) {
