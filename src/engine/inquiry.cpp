@@ -4,10 +4,8 @@
 
 #include "base/safe_name.h"
 #include "store/job_log.h"
-#include "transfer/http/auth_scheme.h"
 #include "transfer/http/client.h"
 #include "transfer/http/content_name.h"
-#include "transfer/job/proxy_rules.h"
 
 namespace vantlow {
 namespace {
@@ -30,21 +28,11 @@ ServerSays read_answer(const HttpAnswer& answer) {
 }  // namespace
 
 HttpErrand errand_by_rules(const CJobNode& job, const RunOptions& options, const TransferServices& services) {
-    const Settings& settings = services.settings;
     HttpErrand errand;
     errand.http.agent = job.agent.empty() ? options.default_agent : job.agent;
-    errand.timeout = std::chrono::seconds(settings.number(setting::connect_timeout));
-    errand.trust.verify = settings.flag(setting::verify_peer) && !(job.rules && job.rules->insecure);
-    errand.trust.ca_file =
-        job.rules && !job.rules->ca_file.empty() ? job.rules->ca_file : settings.text(setting::ca_file);
-    errand.limits.most = settings.number(setting::max_per_server);
-    errand.limits.interval = std::chrono::milliseconds(settings.number(setting::connect_interval));
-    errand.proxy_for = [plan = options.proxy, rules = options.proxy_rules, services](const Target& target) {
-        ProxyPlan proxy = rules ? rules->choose(target.scheme, target.host, target.port) : plan;
-        proxy.resolve_here = !services.settings.flag(setting::proxy_resolves);
-        if (!proxy.user.empty())
-            add_login(proxy, services.libraries, &services.connections.memory.of<LoginMemory>());
-        return proxy;
+    plan_by_rules(job, services.settings, errand);
+    errand.proxy_for = [options, services](const Target& target) {
+        return proxy_to(target, options, services);
     };
     return errand;
 }
@@ -57,13 +45,8 @@ HttpErrand first_errand(const CJobNode& job, const RunOptions& options, const Tr
     errand.utf8 = job.utf8 != 0;
     errand.http.referer = job.referer;
     errand.http.automatic_referer = job.automatic_referer != 0;
-    errand.http.system_cookies = services.settings.flag(setting::get_cookie);
-    errand.http.cookie_file = services.settings.text(setting::cookie_file);
-    if (job.cookie.starts_with(u'@')) {
-        errand.http.cookie_file = job.cookie.substr(1);
-    } else {
-        errand.http.cookie = job.cookie;
-    }
+    errand.http.cookie = job.cookie;
+    plan_cookies(services.settings, errand.http);
     return errand;
 }
 
@@ -72,7 +55,7 @@ Inquiry::Inquiry(HttpErrand errand, const TransferServices& services, std::funct
     errand_.head_only = true;
     if (Result result = services_.threads.start(thread_, [this] { ask(); }); !result.ok()) {
         const MutexLock guard(mutex_);
-        answer_ = ServerSays{std::move(result), {}, -1, {}, false};
+        answer_ = ServerSays{std::move(result)};
     }
 }
 
@@ -100,10 +83,8 @@ ServerSays Inquiry::ask_server() {
     CJobLog log;  // nobody reads it: the job, once there is one, has its own
     HttpClient client({services_.connections, services_.libraries, log, stop_});
     HttpAnswer answer;
-    if (Result result = client.ask(errand_, answer); !result.ok())
-        return {std::move(result), {}, -1, {}, false};
-    if (answer.head.status < 200 || answer.head.status > 299)
-        return {client.refuse(answer), {}, -1, {}, false};
+    if (Result result = client.ask(errand_, answer); !result.ok()) return {std::move(result)};
+    if (answer.head.status < 200 || answer.head.status > 299) return {client.refuse(answer)};
     ServerSays says = read_answer(answer);
     client.leave(answer);
     return says;

@@ -17,9 +17,9 @@ namespace vantlow {
 /// A server's answer about a file, as far as it says something.
 struct ServerSays {
     Result result;              ///< a failure says why nothing is known
-    std::u16string name;        ///< safe; never empty where the result is a success
+    std::u16string name{};      ///< safe; never empty where the result is a success
     std::int64_t size = -1;     ///< bytes; -1: unsaid
-    std::string media_type;     ///< lower case, without parameters; empty: unsaid
+    std::string media_type{};   ///< lower case, without parameters; empty: unsaid
     bool takes_ranges = false;  ///< a download that was cut off can go on
 };
 

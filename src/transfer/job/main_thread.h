@@ -43,6 +43,17 @@ struct TransferServices {
     ThreadPool& threads;
 };
 
+/// Sets what a job's rules and the settings, as they are now, say of all its connections: times, trust, the
+/// limits of servers. Any thread.
+void plan_by_rules(const CJobNode& job, const Settings& settings, FetchPlan& plan);
+
+/// Sets the cookies beside those of the job; where these name a file, its cookies are sent in their place.
+void plan_cookies(const Settings& settings, HttpWishes& http);
+
+/// The proxy on the way to a server (none: it cannot be told), with what answers its challenges.
+ProxyPlan proxy_to(const std::optional<Target>& target, const RunOptions& options,
+                   const TransferServices& services);
+
 /// Runs one job from its segments to its file. The job must outlive the thread; nobody else changes it
 /// meanwhile but under this object's job lock.
 ///
@@ -146,7 +157,6 @@ class CTransferMainThread : private SubThreadHost, private WrittenListener {
 
     // The plans of a connection and of the file (source_plan.cpp).
     FileRules file_rules() const;
-    void choose_proxy(SourcePlan& plan) const;
     FtpRules ftp_rules() const;
 
     CJobNode& job_;

@@ -10,6 +10,34 @@
 
 namespace vantlow {
 
+void plan_by_rules(const CJobNode& job, const Settings& settings, FetchPlan& plan) {
+    plan.timeout = std::chrono::seconds(settings.number(setting::connect_timeout));
+    plan.trust.verify = settings.flag(setting::verify_peer) && !(job.rules && job.rules->insecure);
+    plan.trust.ca_file =
+        job.rules && !job.rules->ca_file.empty() ? job.rules->ca_file : settings.text(setting::ca_file);
+    plan.limits.most = settings.number(setting::max_per_server);
+    plan.limits.interval = std::chrono::milliseconds(settings.number(setting::connect_interval));
+}
+
+void plan_cookies(const Settings& settings, HttpWishes& http) {
+    http.system_cookies = settings.flag(setting::get_cookie);
+    http.cookie_file = settings.text(setting::cookie_file);
+    if (!http.cookie.starts_with(u'@')) return;
+    http.cookie_file = http.cookie.substr(1);
+    http.cookie.clear();
+}
+
+ProxyPlan proxy_to(const std::optional<Target>& target, const RunOptions& options,
+                   const TransferServices& services) {
+    ProxyPlan proxy = options.proxy;
+    if (options.proxy_rules && target)
+        proxy = options.proxy_rules->choose(target->scheme, target->host, target->port);
+    proxy.resolve_here = !services.settings.flag(setting::proxy_resolves);
+    if (!proxy.user.empty())
+        add_login(proxy, services.libraries, &services.connections.memory.of<LoginMemory>());
+    return proxy;
+}
+
 SourcePlan CTransferMainThread::plan(Worker& asker) {
     const Settings& settings = services_.settings;
     SourcePlan plan;
@@ -33,39 +61,16 @@ SourcePlan CTransferMainThread::plan(Worker& asker) {
         plan.limits.further = mirror.answered;
     }
     plan.limits.awaited = &awaiting_place_;
-    plan.timeout = std::chrono::seconds(settings.number(setting::connect_timeout));
-    plan.trust.verify = settings.flag(setting::verify_peer);
-    plan.trust.ca_file = settings.text(setting::ca_file);
-    plan.limits.most = settings.number(setting::max_per_server);
-    plan.limits.interval = std::chrono::milliseconds(settings.number(setting::connect_interval));
+    plan_by_rules(job_, settings, plan);
+    plan_cookies(settings, plan.http);
     plan.receive_buffer = static_cast<std::size_t>(settings.number(setting::connection_buffer)) * 1024;
     plan.ftp = ftp_rules();
     plan.ssh = options_.ssh;
     plan.ssh_buffer = static_cast<std::size_t>(settings.number(setting::ssh_buffer)) * 1024;
-    plan.http.system_cookies = settings.flag(setting::get_cookie);
-    plan.http.cookie_file = settings.text(setting::cookie_file);
-    if (job_.rules) {
-        plan.trust.verify = plan.trust.verify && !job_.rules->insecure;
-        if (!job_.rules->ca_file.empty()) plan.trust.ca_file = job_.rules->ca_file;
-    }
-    if (plan.http.cookie.starts_with(u'@')) {
-        plan.http.cookie_file = plan.http.cookie.substr(1);
-        plan.http.cookie.clear();
-    }
-    choose_proxy(plan);
-    return plan;
-}
-
-void CTransferMainThread::choose_proxy(SourcePlan& plan) const {
-    plan.proxy = options_.proxy;
     plan.proxy_rules = options_.proxy_rules;
-    if (options_.proxy_rules) {
-        const auto target = parse_target(plan.address, plan.utf8);
-        if (target) plan.proxy = options_.proxy_rules->choose(target->scheme, target->host, target->port);
-    }
-    plan.proxy.resolve_here = !services_.settings.flag(setting::proxy_resolves);
-    if (!plan.proxy.user.empty())
-        add_login(plan.proxy, services_.libraries, &services_.connections.memory.of<LoginMemory>());
+    const auto target = plan.proxy_rules ? parse_target(plan.address, plan.utf8) : std::nullopt;
+    plan.proxy = proxy_to(target, options_, services_);
+    return plan;
 }
 
 FtpRules CTransferMainThread::ftp_rules() const {

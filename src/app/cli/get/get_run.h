@@ -25,8 +25,8 @@ struct GetOptions {
     SeedOptions seed;
     std::optional<int> port;  ///< at which peers call
     std::string ip_filter;    ///< a list of addresses that are no peers; empty: none
-    std::string at,
-        until;  ///< moments at which it begins and stops, as parse_moment() reads them; empty: none
+    std::string at;           ///< when it begins, as parse_moment() reads it; empty: at once
+    std::string until;        ///< when it stops, likewise; empty: at its end
 };
 
 /// Adds the word `get`.
