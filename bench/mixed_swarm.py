@@ -11,7 +11,6 @@ end is when a tracker hears "completed". Ends with 1 when somebody's files are w
 
 import argparse
 import filecmp
-import http.server
 import json
 import os
 import random
@@ -24,7 +23,7 @@ import threading
 import time
 import urllib.parse
 
-from torrents import MIB, Trackers, enter_own_network
+from torrents import MIB, TrackerRequest, Trackers, enter_own_network
 
 QUIET = """
 import sys, time
@@ -38,7 +37,7 @@ time.sleep(3600)
 PATIENCE = 180
 
 
-class Tracker(http.server.BaseHTTPRequestHandler):
+class Tracker(TrackerRequest):
     """Names everybody to everybody, and keeps the time at which each was complete."""
 
     peers, completed, changed = {}, {}, threading.Condition()
@@ -55,13 +54,7 @@ class Tracker(http.server.BaseHTTPRequestHandler):
                 self.completed[peer] = time.monotonic()
                 self.changed.notify_all()
             others = [one for one in self.peers if one != peer]
-        body = b"".join(bytes(int(part) for part in host.split(".")) + port.to_bytes(2, "big") for host, port in others)
-        self.send_response(200)
-        self.end_headers()
-        self.wfile.write(b"d8:intervali5e12:min intervali2e5:peers%d:%se" % (len(body), body))
-
-    def log_message(self, *_):
-        pass
+        self.name(others, b"8:intervali5e12:min intervali2e")
 
 
 class Swarm:

@@ -71,20 +71,25 @@ SCENARIOS = {
 }
 
 
-class Tracker(http.server.BaseHTTPRequestHandler):
+class TrackerRequest(http.server.BaseHTTPRequestHandler):
+    def name(self, peers, times):
+        """Answers with these peers, addresses and ports, behind the bencoded times."""
+        compact = b"".join(bytes(int(part) for part in host.split(".")) + port.to_bytes(2, "big") for host, port in peers)
+        self.send_response(200)
+        self.end_headers()
+        self.wfile.write(b"d%s5:peers%d:%se" % (times, len(compact), compact))
+
+    def log_message(self, *_):
+        pass
+
+
+class Tracker(TrackerRequest):
     """Names the seeds to whoever asks."""
 
     ports = []
 
     def do_GET(self):
-        host = bytes(int(part) for part in ADDRESS.split("."))
-        peers = b"".join(host + port.to_bytes(2, "big") for port in self.ports)
-        self.send_response(200)
-        self.end_headers()
-        self.wfile.write(b"d8:intervali900e5:peers%d:%se" % (len(peers), peers))
-
-    def log_message(self, *_):
-        pass
+        self.name([(ADDRESS, port) for port in self.ports], b"8:intervali900e")
 
 
 class Relay:

@@ -93,27 +93,24 @@ if(VANTLOW_IDN2_LIBRARY AND VANTLOW_PSL_LIBRARY AND VANTLOW_NAMES_INCLUDE)
     endif()
 endif()
 
-# The distributed hash table: what tools/libraries built, for both systems.
-where_built(where dht)
-find_library(VANTLOW_DHT_LIBRARY NAMES libdht.a NO_CACHE ${where})
-find_path(VANTLOW_DHT_INCLUDE NAMES dht.h NO_CACHE ${where})
-if(VANTLOW_DHT_LIBRARY AND VANTLOW_DHT_INCLUDE)
-    add_library(vantlow_dht INTERFACE)
-    add_library(vantlow::dht ALIAS vantlow_dht)
-    target_include_directories(vantlow_dht SYSTEM INTERFACE "${VANTLOW_DHT_INCLUDE}")
-    target_link_libraries(vantlow_dht INTERFACE "${VANTLOW_DHT_LIBRARY}")
-endif()
+# add_built(NAME): a library that tools/libraries builds for both systems, with the header of its name, as vantlow::NAME.
+function(add_built name)
+    where_built(where ${name})
+    find_library(library NAMES lib${name}.a NO_CACHE ${where})
+    find_path(include NAMES ${name}.h NO_CACHE ${where})
+    if(library AND include)
+        add_library(vantlow_${name} INTERFACE)
+        add_library(vantlow::${name} ALIAS vantlow_${name})
+        target_include_directories(vantlow_${name} SYSTEM INTERFACE "${include}")
+        target_link_libraries(vantlow_${name} INTERFACE "${library}")
+    endif()
+endfunction()
 
-# uTP: the same.
-where_built(where utp)
-find_library(VANTLOW_UTP_LIBRARY NAMES libutp.a NO_CACHE ${where})
-find_path(VANTLOW_UTP_INCLUDE NAMES utp.h NO_CACHE ${where})
-if(VANTLOW_UTP_LIBRARY AND VANTLOW_UTP_INCLUDE)
-    add_library(vantlow_utp INTERFACE)
-    add_library(vantlow::utp ALIAS vantlow_utp)
-    target_include_directories(vantlow_utp SYSTEM INTERFACE "${VANTLOW_UTP_INCLUDE}")
+# The distributed hash table, and uTP.
+add_built(dht)
+add_built(utp)
+if(TARGET vantlow_utp)
     target_compile_definitions(vantlow_utp INTERFACE $<IF:$<BOOL:${WIN32}>,WIN32,POSIX>)
-    target_link_libraries(vantlow_utp INTERFACE "${VANTLOW_UTP_LIBRARY}")
 endif()
 
 # Ports of routers: Linux takes the system's own, Windows what tools/libraries built.

@@ -125,6 +125,18 @@ def in_this_network(world):
     world.check("near", world.start("near", "get", "--set=Torrent/DHT=0", magnet), 100)  # the answer takes a minute
 
 
+def carry_out(scenarios, make_world):
+    """Each scenario in a world of its own, which is made with a folder."""
+    for scenario in scenarios:
+        with tempfile.TemporaryDirectory() as folder:
+            world = make_world(folder)
+            try:
+                scenario(world)
+            finally:
+                world.end()
+        print(f"{scenario.__name__}: well")
+
+
 def main(program, inside=""):
     if not inside:
         if not is_possible():
@@ -133,14 +145,7 @@ def main(program, inside=""):
     for command in ("link set lo up multicast on", *(f"address add 10.77.0.{i}/24 dev lo" for i in (1, 2, 3)),
                     "route add 239.0.0.0/8 dev lo"):
         subprocess.run(["ip", *command.split()], check=True)
-    for scenario in (in_the_table, in_this_network):
-        with tempfile.TemporaryDirectory() as folder:
-            world = World(program, folder)
-            try:
-                scenario(world)
-            finally:
-                world.end()
-        print(f"{scenario.__name__}: well")
+    carry_out((in_the_table, in_this_network), lambda folder: World(program, folder))
     return 0
 
 

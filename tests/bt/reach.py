@@ -21,6 +21,8 @@ import tempfile
 import threading
 import time
 
+from discovery import carry_out
+
 HERE, THERE, SEED, OUTSIDE = "10.77.9.1", "10.77.9.2", "10.77.9.3", "11.22.33.44"
 PIECE = 16384
 
@@ -294,14 +296,7 @@ def main(program, inside=""):
         os.execvp("unshare", ["unshare", "-nm", sys.executable, __file__, program, "inside"])
     cable = Cable()
     try:
-        for scenario in (through_a_proxy, behind_a_router):
-            with tempfile.TemporaryDirectory() as folder:
-                world = World(program, folder, cable)
-                try:
-                    scenario(world)
-                finally:
-                    world.end()
-            print(f"{scenario.__name__}: well")
+        carry_out((through_a_proxy, behind_a_router), lambda folder: World(program, folder, cable))
     finally:
         cable.end()
     return 0

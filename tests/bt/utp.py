@@ -13,10 +13,9 @@ import re
 import shutil
 import subprocess
 import sys
-import tempfile
 import time
 
-from discovery import SEED, World, is_possible, session
+from discovery import SEED, World, carry_out, is_possible, session
 
 HERE = "10.77.0.1"
 QUIET = ["--set=Torrent/DHT=0", "--set=Torrent/LSD=0"]
@@ -114,14 +113,7 @@ def main(program, inside=""):
     for command in ("add table inet f", "add chain inet f in { type filter hook input priority 0 ; }",
                     "add rule inet f in meta l4proto tcp reject with tcp reset"):
         run(f"nft {command}")
-    for scenario in (with_itself, with_libtorrent, through_two_routers):
-        with tempfile.TemporaryDirectory() as folder:
-            world = World(program, folder)
-            try:
-                scenario(world)
-            finally:
-                world.end()
-        print(f"{scenario.__name__}: well")
+    carry_out((with_itself, with_libtorrent, through_two_routers), lambda folder: World(program, folder))
     return 0
 
 

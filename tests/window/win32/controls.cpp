@@ -145,6 +145,16 @@ HWND header_of(HWND list) {
     return reinterpret_cast<HWND>(send(list, LVM_GETHEADER));
 }
 
+/// Asks the control for a text by a record that says where it goes; all kinds have these fields.
+template <typename Record>
+std::string text_by(UINT message, HWND control, LRESULT index, Remote<Record>& place, Record record) {
+    record.pszText = place.text();
+    record.cchTextMax = place.text_length;
+    place.put(record);
+    send(control, message, static_cast<WPARAM>(index), place.at());
+    return narrow(place.get_text());
+}
+
 // The texts of a header's columns: in front those of the rows, then a line for each row.
 void print_rows(const Words& words) {
     constexpr LRESULT most_rows = 200;
@@ -155,11 +165,7 @@ void print_rows(const Words& words) {
     for (LRESULT column = 0; column < columns; ++column) {
         HDITEMW item{};
         item.mask = HDI_TEXT;
-        item.pszText = title.text();
-        item.cchTextMax = title.text_length;
-        title.put(item);
-        send(header, HDM_GETITEMW, static_cast<WPARAM>(column), title.at());
-        std::cout << (column > 0 ? "\t" : "") << narrow(title.get_text());
+        std::cout << (column > 0 ? "\t" : "") << text_by(HDM_GETITEMW, header, column, title, item);
     }
     std::cout << '\n';
     Remote<LVITEMW> cell(list);
@@ -168,11 +174,7 @@ void print_rows(const Words& words) {
         for (LRESULT column = 0; column < columns; ++column) {
             LVITEMW item{};
             item.iSubItem = static_cast<int>(column);
-            item.pszText = cell.text();
-            item.cchTextMax = cell.text_length;
-            cell.put(item);
-            send(list, LVM_GETITEMTEXTW, static_cast<WPARAM>(row), cell.at());
-            std::cout << (column > 0 ? "\t" : "") << narrow(cell.get_text());
+            std::cout << (column > 0 ? "\t" : "") << text_by(LVM_GETITEMTEXTW, list, row, cell, item);
         }
         std::cout << '\n';
     }
@@ -184,11 +186,7 @@ void print_tabs(const Words& words) {
     for (LRESULT i = 0; i < send(tabs, TCM_GETITEMCOUNT); ++i) {
         TCITEMW item{};
         item.mask = TCIF_TEXT;
-        item.pszText = tab.text();
-        item.cchTextMax = tab.text_length;
-        tab.put(item);
-        send(tabs, TCM_GETITEMW, static_cast<WPARAM>(i), tab.at());
-        std::cout << narrow(tab.get_text()) << '\n';
+        std::cout << text_by(TCM_GETITEMW, tabs, i, tab, item) << '\n';
     }
 }
 
