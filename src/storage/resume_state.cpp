@@ -41,6 +41,7 @@ FileError save_resume_state(const CJobNode& job, const std::u16string& path) {
     copy.user.clear();
     copy.password.clear();
     copy.cookie.clear();
+    copy.form.reset();
     // The state's words name the mirrors and hashes again; the map of checked pieces says what it belongs to.
     copy.sources.reset();
     copy.rules.reset();

@@ -13,6 +13,7 @@ namespace {
 struct OneFile {
     FileError error;
     bool there = false;
+    bool is_empty = false;  ///< it is there, without a byte
     CategoryTree tree;
     DatabaseLoad load;
     ImageDigest digest{};  ///< where it is wanted
@@ -26,7 +27,8 @@ OneFile load_one(const std::u16string& path, bool with_digest) {
     if (file.error.ok()) file.load = load_database(bytes, file.tree);
     if (file.error.ok() && with_digest) file.digest = digest_of(bytes);
     // An empty file is what a first start finds.
-    if (file.error.ok() && bytes.empty()) file.load.complete = true;
+    file.is_empty = file.error.ok() && bytes.empty();
+    if (file.is_empty) file.load.complete = true;
     return file;
 }
 
@@ -94,7 +96,7 @@ std::u16string database_path(const std::u16string& folder) {
 StoredDatabase load_database_files(const std::u16string& folder) {
     StoredDatabase stored;
     const std::u16string path = database_path(folder);
-    const StoredJournal journal = load_journal(folder);
+    StoredJournal journal = load_journal(folder);
     OneFile main = load_one(path, journal.has_any);
     // There is only one journal, so one that cannot be read must not be ignored.
     stored.error = is_refused(main.error) ? main.error : journal.error;
@@ -111,6 +113,16 @@ StoredDatabase load_database_files(const std::u16string& folder) {
     // The next save overwrites the copy, so it must not be one that a newer program needs.
     if (is_newer(copy)) {
         stored.status = copy.load.status;
+        return stored;
+    }
+    const bool is_nothing_left = (main.is_empty || !main.there) && (copy.is_empty || !copy.there);
+    if (is_nothing_left && (copy.is_empty || (main.is_empty && journal.has_any))) {
+        // No first start leaves these.
+        stored.damaged = main.there;
+        stored.notes.push_back("The job database " + to_utf8(path) +
+                               " and its copy are empty: their jobs are lost" +
+                               (journal.has_any ? ", but for those in its journal." : "."));
+        stored.left_journal = std::move(journal.bytes);
         return stored;
     }
     if (stored.damaged) stored.notes.push_back("The job database " + to_utf8(path) + " is damaged.");

@@ -20,6 +20,9 @@ struct StoredDatabase {
     bool damaged = false;  ///< ".database" is there but not whole: keep_damaged() before it is written over
     bool from_copy = false;     ///< the copy held more and was taken
     bool from_journal = false;  ///< changes that the database does not hold were taken from its journal
+    /// The journal, where database and copy are empty: its changes are to be made in the tree that begins
+    /// anew.
+    std::vector<std::byte> left_journal{};
     /// Sentences, UTF-8, for a person.
     std::vector<std::string> notes;
 };

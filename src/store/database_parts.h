@@ -56,6 +56,8 @@ inline constexpr std::uint8_t high_value = 0x68;         // h: numbers and range
 inline constexpr std::uint8_t low_value = 0x6C;          // l: likewise
 inline constexpr std::uint8_t upload_limit_value = 0x75;  // u, i64
 inline constexpr std::uint8_t tally_value = 0x55;         // U: i64 received, sent, seconds shared; u8: shares
+inline constexpr std::uint8_t most_peers_value = 0x70;    // p, i64
+inline constexpr std::uint8_t form_value = 0x66;          // f: the media type, a zero byte, the body
 inline constexpr std::size_t tally_size = 3 * 8 + 1;
 
 inline constexpr std::int32_t skip_existing_switch = 1;

@@ -204,6 +204,10 @@ bool read_rule(FieldReader& block, std::uint8_t kind, std::size_t length, JobRul
             if (length != 8) return false;
             rules.upload_limit = std::max<std::int64_t>(block.i64(), 0);
             return true;
+        case fields::most_peers_value:
+            if (length != 8) return false;
+            rules.most_peers = std::max<std::int64_t>(block.i64(), 0);
+            return true;
         case fields::switches_value: {
             if (length != 4) return false;
             const std::int32_t switches = block.i32();
@@ -218,6 +222,12 @@ bool read_rule(FieldReader& block, std::uint8_t kind, std::size_t length, JobRul
         default:
             return false;
     }
+}
+
+std::shared_ptr<const PostedForm> read_form(const std::string& value) {
+    const auto end = value.find('\0');
+    if (end == std::string::npos) return nullptr;
+    return std::make_shared<const PostedForm>(PostedForm{value.substr(0, end), value.substr(end + 1)});
 }
 
 void read_state(FieldReader& in, CJobNode& job) {
@@ -255,6 +265,9 @@ void read_state(FieldReader& in, CJobNode& job) {
                 break;
             case fields::error_value:
                 job.error = block.narrow(length);
+                break;
+            case fields::form_value:
+                job.form = read_form(block.narrow(length));
                 break;
             default: {
                 auto told = sources ? sources : std::make_shared<JobSources>();

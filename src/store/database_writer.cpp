@@ -151,6 +151,10 @@ class StateWriter {
             head(fields::upload_limit_value, 8);
             out_.i64(rules.upload_limit);
         }
+        if (rules.most_peers > 0) {
+            head(fields::most_peers_value, 8);
+            out_.i64(rules.most_peers);
+        }
         if (rules.share_ratio) {
             head(fields::share_ratio_value, 8);
             out_.i64(std::llround(*rules.share_ratio * 1000));
@@ -200,13 +204,14 @@ void write_values(FieldWriter& out, const CJobNode& job) {
     values.narrow(fields::error_value, job.error);
     if (job.rules) values.rules(*job.rules);
     if (job.tally) values.tally(*job.tally);
+    if (job.form) values.narrow(fields::form_value, job.form->media_type + '\0' + job.form->body);
 }
 
 void write_state(FieldWriter& out, const CJobNode& job) {
     const bool has_any = !job.validators.etag.empty() || !job.validators.last_modified.empty() ||
                          !job.validators.media_type.empty() || job.partial_mark.is_set() ||
                          !job.cookie.empty() || !job.proxy.empty() || !job.error.empty() || job.sources ||
-                         job.rules || job.tally || has_bit_map(job);
+                         job.rules || job.tally || job.form || has_bit_map(job);
     if (!has_any) return;
     FieldWriter counter(nullptr);
     write_values(counter, job);

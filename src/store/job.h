@@ -139,6 +139,7 @@ struct JobRules {
     bool sequential = false;        ///< pieces come in their order, not the rarest first
     bool ends_first = false;        ///< the beginnings and ends of its files come before all else
     std::int64_t upload_limit = 0;  ///< bytes a second that its peers get together; 0: no limit of its own
+    std::int64_t most_peers = 0;    ///< connections to peers at once; 0: as the settings say
     bool asks_which = false;        ///< where there are several, which of them are meant is asked
     /// Of a torrent: it is shared after its end until so many times its size was sent; 0: not at all; below
     /// 0: no bound.
@@ -168,6 +169,14 @@ struct JobRequest {
     std::u16string proxy;   ///< as an address; empty: as the settings say
     std::int32_t connections = 5;           ///< segments made for a new job; "Threads"
     std::shared_ptr<const JobRules> rules;  ///< null for a job that goes by the settings alone
+};
+
+/// The contents of a form that a page sent, for whose answer the job is. A plain record, shared by the copies
+/// of a job and not changed once a job has it.
+struct PostedForm {
+    std::string media_type;  ///< of the body, as it goes out
+    std::string body;
+    bool operator==(const PostedForm&) const = default;
 };
 
 /// The facts about a job, without its segments and its timetable.
@@ -204,6 +213,8 @@ struct JobFacts : JobRequest {
     std::int32_t bit_count = 0;         ///< bits of `bit_map`, which has (bit_count + 7) / 8 bytes
     std::string bit_map_mark;           ///< identifies the pieces that the map was made for, for its readers
     std::shared_ptr<const JobSources> sources;  ///< null for a job of one address without hashes
+    /// Sent by POST, once in each run, in place of a GET; null for nearly all jobs.
+    std::shared_ptr<const PostedForm> form;
     std::shared_ptr<const TorrentTally> tally;  ///< null for what is no torrent, and for one that never ran
 };
 

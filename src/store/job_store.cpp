@@ -5,6 +5,7 @@
 #include <limits>
 
 #include "base/text.h"
+#include "store/journal.h"
 
 namespace vantlow {
 namespace {
@@ -63,6 +64,7 @@ void JobStore::take(StoredDatabase stored) {
     tree_ = std::move(stored.tree);
     if (stored.status == DatabaseLoad::Status::nothing) {
         tree_ = CategoryTree::with_defaults(options_.download_folder, new_guid());
+        replay(JournalFrames::read(stored.left_journal), tree_);
         touch();
     }
     make_whole();
@@ -70,6 +72,21 @@ void JobStore::take(StoredDatabase stored) {
     untold_ = untold_ || stored.from_journal;
     if (!untold_) writer_->stand_on_database();
 }
+
+namespace {
+
+// Nobody runs the job any more: it waits, unless its form went out, which is not sent again without being
+// asked.
+void interrupt(CJobNode& job) {
+    job.state = job.form ? JobState::failed : JobState::waiting;
+    if (!job.form) return;
+    job.result = Code::server_error;
+    job.error =
+        "The program ended before the answer to the form was whole. Start the download anew to send it "
+        "again.";
+}
+
+}  // namespace
 
 // Repairs states that this program never writes but a damaged or foreign database may hold: identities that
 // are missing or not unique, jobs that count as running although nobody runs them, orders that leave no room
@@ -86,7 +103,7 @@ void JobStore::make_whole() {
                 job->identity = new_guid();
                 touch();
             }
-            if (job->state == JobState::running) job->state = JobState::waiting;
+            if (job->state == JobState::running) interrupt(*job);
             if (job->state == JobState::waiting) interrupted_.insert(job->identity);
             last_order_ = std::max(last_order_, job->order);
             job->category = category->identity;
@@ -227,11 +244,10 @@ void JobStore::queue_last(CJobNode& job) {
 }
 
 void JobStore::swap_places(CJobNode& a, CJobNode& b) {
-    waiting_.erase({a.order, &a});
-    waiting_.erase({b.order, &b});
+    for (CJobNode* const job : {&a, &b}) waiting_.erase({job->order, job});
     std::swap(a.order, b.order);
-    waiting_.emplace(a.order, &a);
-    waiting_.emplace(b.order, &b);
+    for (CJobNode* const job : {&a, &b})
+        if (job->state == JobState::waiting) waiting_.emplace(job->order, job);
     changed(a, StoreChange::order);
     changed(b, StoreChange::order);
 }

@@ -79,7 +79,7 @@ class JobStore {
     void set_state(CJobNode& job, JobState state);
     /// The job becomes the last of those that wait.
     void queue_last(CJobNode& job);
-    /// Swaps the places of two jobs that wait.
+    /// Swaps the places of two jobs that wait, or of two that do not.
     void swap_places(CJobNode& a, CJobNode& b);
     /// The job becomes the first of those that wait.
     void queue_first(CJobNode& job);

@@ -137,6 +137,13 @@ inline constexpr NumberSetting enable_feat{
 inline constexpr NumberSetting ftp_passive{
     u"Transfer", u"Passive", 1,
     0,           1,          "1: passive mode; 0: active mode, in which the server connects to this machine"};
+inline constexpr NumberSetting follow_pasv{
+    u"Transfer",
+    u"FollowPASV",
+    0,
+    0,
+    1,
+    "1: data connections go to whatever public address an FTP server names; 0: to the server itself"};
 inline constexpr NumberSetting nat_in_port{
     u"Transfer", u"UseNATinPORT 2",
     1,           0,

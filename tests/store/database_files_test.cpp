@@ -103,6 +103,8 @@ TEST(DatabaseFiles, takes_from_the_two_files_what_holds_more) {
         {"both whole", less, full, Status::loaded, 2, false, false},
         {"missing", {}, full, Status::loaded, 3, true, false},
         {"empty", "", full, Status::loaded, 3, true, false},
+        {"a first start", "", {}, Status::nothing, 0, false, false},
+        {"both empty", "", "", Status::nothing, 0, false, true},
         {"cut short, a whole copy", cut, full, Status::loaded, 3, true, true},
         {"cut short, an older copy", full.substr(0, full.size() - 20), less, Status::loaded, 3, false, true},
         {"cut short, no copy", cut, {}, Status::loaded, 2, false, true},
@@ -121,7 +123,7 @@ TEST(DatabaseFiles, takes_from_the_two_files_what_holds_more) {
         EXPECT_EQ(jobs_in(stored), c.jobs);
         EXPECT_EQ(stored.from_copy, c.from_copy);
         EXPECT_EQ(stored.damaged, c.damaged);
-        EXPECT_EQ(stored.notes.empty(), !c.from_copy && !(c.damaged && c.status == Status::loaded));
+        EXPECT_EQ(stored.notes.empty(), !c.from_copy && !(c.damaged && c.status != Status::newer));
         EXPECT_EQ(folder.has(u".database"), c.database.has_value()) << "loading changes nothing";
     }
 }

@@ -238,6 +238,24 @@ TEST(JobStore, a_new_job_is_the_last_one_whatever_orders_the_file_holds) {
     EXPECT_EQ(order, u"first second third ");
 }
 
+TEST(JobStore, sends_no_form_again_that_a_process_may_have_sent) {
+    const TempFolder folder;
+    {
+        const auto store = open(folder);
+        for (const bool posts : {false, true}) {
+            CJobNode& added = store->add(job(u"http://h/form"), *store->tree().root());
+            if (posts) added.form = std::make_shared<const PostedForm>(PostedForm{"text/plain", "a"});
+            store->set_state(added, JobState::running);
+        }
+        save(*store);
+    }
+    const auto store = open(folder);
+    EXPECT_EQ(store->waiting().size(), 1U);
+    const CJobNode& sent = *store->jobs_below(nullptr).back();
+    EXPECT_EQ(sent.state, JobState::failed);
+    EXPECT_NE(sent.error, "");
+}
+
 TEST(JobStore, mends_identities_that_two_records_share) {
     const TempFolder folder;
     CQoMemFile image;

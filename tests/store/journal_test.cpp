@@ -281,6 +281,11 @@ TEST(Journal, is_never_replayed_over_another_database_than_its_own) {
     EXPECT_EQ(open(folder)->size(), 2U);
     folder.write(u".database", backup);  // a person brings an old one back
     EXPECT_EQ(open(folder)->size(), 0U);
+    folder.write(u".database", "");  // what may be left of all of them after a power cut
+    folder.write(u".database.copy", "");
+    const auto lost = open(folder);
+    EXPECT_EQ(lost->size(), 1U) << "the one that was added since";
+    EXPECT_FALSE(lost->notes().empty()) << "nothing was said";
 }
 
 TEST(Journal, is_folded_into_the_database_and_bounded) {

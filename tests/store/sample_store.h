@@ -53,9 +53,11 @@ inline std::unique_ptr<CJobNode> full_job() {
     job->state = JobState::failed;
     job->result = Code::busy;
     job->error = "HTTP/1.1 503 B\xC3\xBCsy";
-    job->rules = std::make_shared<const JobRules>(JobRules{630, true, true, true, u"/ca.pem", u"/id_key", 631,
-                                                           "2-3", "2", "3", true, true, 633, true, 1.5, 632});
+    job->rules =
+        std::make_shared<const JobRules>(JobRules{630, true, true, true, u"/ca.pem", u"/id_key", 631, "2-3",
+                                                  "2", "3", true, true, 633, 636, true, 1.5, 632});
     job->tally = std::make_shared<const TorrentTally>(TorrentTally{633, 634, 635, true});
+    job->form = std::make_shared<const PostedForm>(PostedForm{"text/plain", std::string("a\0b", 3)});
     job->validators = {"W/\"\xE4tag\"", "Tue, 01 Jan 2030 00:00:00 GMT", true, "text/plain"};
     job->partial_mark = {0x6000000001LL, 7, 0x6000000000LL, "0123abcd"};
     job->bit_map = {0xA5, 0x01};
