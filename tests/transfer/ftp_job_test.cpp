@@ -28,9 +28,10 @@ TEST_F(FtpJobTest, SpeaksInThisOrder) {
     auto commands = server.commands();
     const auto pasv = std::find(commands.begin(), commands.end(), "PASV");
     EXPECT_NE(pasv, commands.end());
-    EXPECT_EQ(commands, (std::vector<std::string>{"USER joe", "PASS s crt", "FEAT", commands[3],
-                                                  "OPTS UTF8 ON", "CWD a dir", "MDTM file.bin", "TYPE I",
-                                                  "SIZE file.bin", "PASV", "REST 0", "RETR file.bin"}));
+    EXPECT_EQ(commands,
+              (std::vector<std::string>{"USER joe", "PASS s crt", "FEAT", commands[3], "OPTS UTF8 ON",
+                                        "CWD a dir", "MDTM file.bin", "TYPE I", "SIZE file.bin", "PASV",
+                                        "REST 0", "RETR file.bin", "MDTM file.bin", "SIZE file.bin"}));
     EXPECT_TRUE(commands[3].starts_with("CLNT Vantlow "));
     EXPECT_TRUE(log.has("Socket connected, waiting for welcome message."));
     EXPECT_TRUE(log.has("PASS ********"));

@@ -90,7 +90,10 @@ TEST(FtpReplies, PassiveAddresses) {
                           {224, 0, 0, 1}})
         EXPECT_FALSE(is_public_address(a)) << int{a[0]};
     EXPECT_TRUE(is_public_address({172, 32, 0, 1}));
-    EXPECT_TRUE(is_public_address({8, 8, 8, 8}));
+    EXPECT_TRUE(may_lead_to({8, 8, 8, 9}, {8, 8, 8, 8}, false));
+    EXPECT_FALSE(may_lead_to({8, 8, 9, 8}, {8, 8, 8, 8}, false)) << "anybody's";
+    EXPECT_TRUE(may_lead_to({8, 8, 9, 8}, {8, 8, 8, 8}, true));
+    EXPECT_FALSE(may_lead_to({10, 8, 8, 9}, {8, 8, 8, 8}, true)) << "one of this side's own network";
 }
 
 TEST(FtpReplies, SizesTimesAndFeatures) {

@@ -123,7 +123,8 @@ TEST_F(FtpsTest, DataConnectionsResumeTheSessionOfTheControlConnection) {
 }
 
 // A server of one file whose data connections cannot resume anything, and which refuses them for that: by
-// closing or by resetting them after the handshake.
+// closing or by resetting them after the handshake. Or it closes each after some bytes, without an end of
+// TLS, and does not tell how many there are.
 constexpr const char* refusing_server = R"py(
 import socket, ssl, struct, sys, threading
 port, certificate, reply, how = int(sys.argv[1]), sys.argv[2], sys.argv[3], sys.argv[4]
@@ -133,6 +134,8 @@ def context():
     return made
 def refuse(listener):
     data = context().wrap_socket(listener.accept()[0], server_side=True)
+    if how == "cut":
+        data.sendall(b"x" * 1000)
     if how == "reset":
         data.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, struct.pack("ii", 1, 0))
     data.close()
@@ -140,6 +143,8 @@ def serve(control):
     control.sendall(b"220 ready\r\n")
     answers = {"AUTH": "234 go", "USER": "331 password", "PASS": "230 in", "TYPE": "200 set", "SIZE": "213 3000000",
         "REST": "350 there", "PBSZ": "200 set", "PROT": "200 set", "CWD": "250 there"}
+    if how == "cut":
+        del answers["SIZE"]
     while line := control.recv(4096).decode():
         word = line.split()[0].upper()
         answer = answers.get(word, "502 no")
@@ -171,13 +176,23 @@ TEST_F(FtpsTest, ServersThatWantNoSessionResumedOrCanHaveNone) {
     expect_fetched(lax.url16("/x.bin", "ftps"), 4);
     for (const auto& [reply, how] :
          {std::pair{u"522 SSL connection failed; session reuse required", u"close"},
-          {u"425 Unable to build data connection: Operation not permitted", u"reset"}}) {
+          {u"425 Unable to build data connection: Operation not permitted", u"reset"},
+          {u"226 All of it", u"cut"}}) {
         const UnixServer refusing(unix_program("python3"), [&](const TempFolder& own, std::uint16_t port) {
             return std::vector<std::u16string>{own.write(u"server.py", refusing_server),
                                                to_utf16(std::to_string(port)), keys.path(u"server.pem"),
                                                reply, how};
         });
-        expect_refused(u"ftps://127.0.0.1:" + to_utf16(std::to_string(refusing.port())) + u"/x.bin");
+        const std::u16string address =
+            u"ftps://127.0.0.1:" + to_utf16(std::to_string(refusing.port())) + u"/x.bin";
+        if (how != std::u16string_view(u"cut")) {
+            expect_refused(address);
+            continue;
+        }
+        const auto job = make_job(address);
+        job->retry_by_settings = job->retries = 0;
+        EXPECT_FALSE(run(*job).result.ok()) << "a part counted as the whole";
+        clear_folder();
     }
     Vsftpd plain;
     auto refused = make_job(plain.url16("/x.bin", "ftps"));

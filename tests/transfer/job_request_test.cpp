@@ -73,6 +73,80 @@ TEST_F(JobRequestTest, WritesInternationalNamesInAsciiEverywhere) {
     EXPECT_TRUE(only({u"caf\u00e9.bin"}));
 }
 
+// Whatever becomes of its answer, a form is sent once.
+TEST_F(JobRequestTest, SendsAFormOnceAndNoBlindSecondTime) {
+    const std::string content = make_content(3, 100'000);
+    const std::string body("a=1&b=\0\r\n", 9);
+    const struct {
+        const char* name;
+        std::function<void(Exchange&)> answer;
+        bool is_fetched;
+        std::size_t requests = 1;
+    } cases[] = {
+        {"whole", [&](Exchange& e) { e.answer(200, "OK", content); }, true},
+        {"cut",
+         [&](Exchange& e) {
+             e.send_head(200, "OK", {{"Content-Length", "100000"}});
+             e.send("abc");
+             e.close();
+         },
+         false},
+        {"nothing", [](Exchange& e) { e.close(); }, false},
+        {"busy", [](Exchange& e) { e.answer(503, "Later", ""); }, false},
+        {"a part",
+         [&](Exchange& e) {
+             e.answer(206, "Part", "abc", {{"Content-Range", "bytes 0-2/100000"}});
+         },
+         false},
+        {"elsewhere",
+         [](Exchange& e) {
+             e.answer(303, "See Other", "", {{"Location", "/there"}});
+         },
+         true, 2},
+        {"to be sent elsewhere",
+         [](Exchange& e) {
+             e.answer(307, "Sent on", "", {{"Location", "/there"}});
+         },
+         false},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        std::string received;
+        ScriptedServer server([&](Exchange& exchange) {
+            if (exchange.request().target == "/there") {
+                exchange.answer(200, "OK", content);
+            } else if (exchange.receive(body.size(), received)) {
+                c.answer(exchange);
+            }
+        });
+        const auto job = make_job(server.url16("/form"), 4);
+        job->form = std::make_shared<const PostedForm>(PostedForm{"application/x-www-form-urlencoded", body});
+        job->whole_file = 1;
+        const JobOutcome outcome = run(*job);
+        EXPECT_EQ(outcome.result.ok(), c.is_fetched) << outcome.result.message();
+        if (c.is_fetched) {
+            expect_file(outcome, content);
+        } else {
+            EXPECT_NE(outcome.result.message().find("The form was sent"), std::string::npos)
+                << outcome.result.message();
+        }
+        clear_folder();
+        const auto requests = server.requests();
+        ASSERT_EQ(requests.size(), c.requests);
+        EXPECT_EQ(requests[0].head.method, "POST");
+        EXPECT_EQ(received, body);
+        EXPECT_EQ(requests[0].head.field("Content-Type"), "application/x-www-form-urlencoded");
+        EXPECT_EQ(requests.back().head.method, c.requests > 1 ? "GET" : "POST");
+        EXPECT_FALSE(log.has("a=1"));
+        log.clear();
+    }
+    const auto job = make_job(u"http://127.0.0.1:1/form");
+    job->form = std::make_shared<const PostedForm>(PostedForm{"text/plain", body});
+    job->retry_by_settings = 0;
+    job->retries = 1;
+    EXPECT_EQ(run(*job).result.message().find("The form was sent"), std::string::npos) << "nobody got it";
+}
+
 TEST_F(JobRequestTest, GoesNowhereWithoutTheProxyThatIsWanted) {
     ScriptedServer server([](Exchange& exchange) { exchange.answer(200, "OK", "abc"); });
     auto rules = std::make_shared<ProxyRules>();

@@ -206,6 +206,96 @@ TEST_F(PolicyTest, AnotherVersionIsBelievedWhenNoneReceivesAndItIsSeenThreeTimes
     EXPECT_EQ(policy.answered(again, page, 0, rules).result.code, Code::other_content);
 }
 
+// Over FTP the time of the last change is asked for again behind the last byte, of one connection as of
+// several.
+TEST_F(PolicyTest, AFileThatWasWrittenWhileItCameIsFetchedAnew) {
+    struct Case {
+        const char* what;
+        const char* time;
+        Result result;  ///< of the question; ok: it is answered with the time
+        bool is_fetched_anew;
+    };
+    const Case cases[] = {{"the same", "20240101000000", {}, false},
+                          {"another", "20240101000001", {}, true},
+                          {"not told any more", "", {}, false},
+                          {"the server has gone", "", Code::transient, false}};
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        CJobNode file;
+        file.address = u"ftp://h/f";
+        file.append_segment(0, unknown_end);
+        JobPolicy one(file, 1, false);
+        one.begin(false);
+        Worker worker;
+        worker.id = 1;
+        ASSERT_TRUE(one.enlist(worker, rules, now));
+        SourceAnswer given = answer(0, "");
+        given.address = file.address;
+        given.version.last_modified = "20240101000000";
+        given.version.strong_date = true;
+        ASSERT_EQ(one.answered(worker, given, 0, rules).next, Verdict::Next::adopt);
+        one.adopt(worker, given, u"/f");
+        worker.position = size;
+        one.delivered(worker, 0, size);
+        one.written(0, size);
+        ASSERT_FALSE(one.released(worker, -1, false, 0)) << "nobody asked";
+        ASSERT_EQ(one.take_work(worker, rules, now), Work::taken);
+        ASSERT_TRUE(worker.check && worker.check->only_version);
+        given.version.last_modified = c.time;
+        for (int seen = 0; seen < 3 && worker.check; ++seen) {
+            Result result = c.result;
+            if (result.ok()) result = one.answered(worker, given, 0, rules).result;
+            if (result.ok()) {
+                one.released(worker, -1, true, 0);
+            } else if (!one.failed(worker, {.result = result}, rules, now).again) {
+                one.released(worker, -1, false, 0);
+            }
+        }
+        const auto turn = one.look();
+        ASSERT_TRUE(turn);
+        EXPECT_EQ(turn->what == JobPolicy::Turn::What::restart, c.is_fetched_anew);
+    }
+}
+
+// A later run does not know whose bytes are whose, and would take what touches for one mirror's.
+TEST_F(PolicyTest, WhereTheBytesOfTwoMirrorsTouchASavedStateHasAGap) {
+    CJobNode file;
+    file.address = u"http://h/f";
+    file.connections = file.max_threads = 2;
+    JobSources sources;
+    sources.mirrors = {u"http://h/f", u"http://m/f"};
+    file.sources = std::make_shared<const JobSources>(std::move(sources));
+    file.append_segment(0, unknown_end);
+    JobPolicy two(file, 1, false);
+    two.begin(false);
+    Worker first;
+    Worker second;
+    first.id = 1;
+    second.id = 2;
+    ASSERT_TRUE(two.enlist(first, rules, now));
+    ASSERT_EQ(two.answered(first, answer(0), 0, rules).next, Verdict::Next::adopt);
+    two.adopt(first, answer(0), u"/f");
+    ASSERT_TRUE(two.enlist(second, rules, now));
+    ASSERT_NE(first.mirror, second.mirror);
+    const std::int64_t joint = second.position;
+    for (Worker* worker : {&second, &first}) {
+        const std::int64_t begin = worker->position;
+        const std::int64_t end = worker == &first ? joint : joint + 100'000;
+        two.delivered(*worker, begin, end - begin);
+        two.written(begin, end - begin);
+        worker->position = end;
+    }
+    const auto saved = file.twin();
+    two.open_joints(*saved);
+    ASSERT_FALSE(saved->segments.empty());
+    EXPECT_EQ(saved->segments.front()->start, joint);
+    EXPECT_LT(saved->segments.front()->end, joint + 100'000);
+    two.agreed(first, joint, joint + 4096);
+    const auto compared = file.twin();
+    two.open_joints(*compared);
+    EXPECT_NE(compared->segments.front()->start, joint) << "compared already";
+}
+
 TEST_F(PolicyTest, AServerThatCannotResumeThrowsNothingAwayThatIsReceivedFromTheStart) {
     Worker& first = *workers.front();
     Worker& further = start();

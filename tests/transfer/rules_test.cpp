@@ -171,6 +171,11 @@ TEST(RetryRule, WaitsAsLongAsTheCaseAsks) {
         EXPECT_EQ(decision.wait.count(), c.wait.count()) << c.name;
         EXPECT_EQ(decision.is_announced(), c.wait >= seconds(1)) << c.name;
     }
+    RetryCase few = retry(1, -1, 1, seconds(3000));
+    EXPECT_FALSE(decide_retry(few).is_cut);
+    few.limit = 2;
+    EXPECT_EQ(decide_retry(few).wait, seconds(300));
+    EXPECT_TRUE(decide_retry(few).is_cut);
     RetryCase patient = retry(9, -1, 9);
     patient.longest_pause = seconds(100);
     EXPECT_EQ(decide_retry(patient).wait, seconds(100));

@@ -69,12 +69,18 @@ void FtpConversation::fail() {
 
 Result FtpConversation::begin(const FtpPlan& plan, std::int64_t offset, FtpFile& file) {
     if (Result result = ftp_ask_about_file(control_, plan, session_, file, log_); !result.ok()) return result;
+    if (plan.only_version) {
+        file.granted = offset;
+        state_ = State::done;
+        return {};
+    }
     if (Result result = data_.prepare(socket_, control_, plan, session_); !result.ok()) return result;
     if (Result result = ftp_restart_at(control_, plan, session_, offset, file); !result.ok()) return result;
     if (Result result = retrieve(plan, file); !result.ok())
         return ftp_name_folder(control_, plan, std::move(result));
     granted_ = position_ = file.granted;
-    Result result = data_.begin(socket_, plan, session_);
+    const bool is_end_known = file.size >= 0 || session_.compressed;
+    Result result = data_.begin(socket_, plan, session_, is_end_known);
     new_session_ = data_.socket().is_secured() && !data_.socket().is_resumed();
     if (!result.ok()) return plan.tls ? hear_why(std::move(result)) : std::move(result);
     body_ = make_ftp_body(data_.socket(), plan, session_.compressed);

@@ -60,7 +60,7 @@ Result FtpDataConnection::prepare(CBaseSocket& control_socket, FtpControl& contr
 }
 
 // "227": the address is one that only the server's own network knows when it stands behind a router; then,
-// and also where it is none at all, the control connection's serves.
+// and also where it is none at all or somebody else's, the control connection's serves.
 Result FtpDataConnection::ask_pasv(CBaseSocket& control_socket, FtpControl& control, const FtpPlan& plan,
                                    ConnectPlan& to) {
     FtpReply reply;
@@ -73,7 +73,7 @@ Result FtpDataConnection::ask_pasv(CBaseSocket& control_socket, FtpControl& cont
     to.host = control_host(control_socket, plan);
     const auto peer = control_socket.peer_address();
     const bool direct = !plan.connect.proxy.is_used() && peer && !peer->is_ipv6();
-    if (direct && is_public_address(where->ipv4) && is_public_address(peer->ipv4())) {
+    if (direct && may_lead_to(where->ipv4, peer->ipv4(), plan.follows_pasv)) {
         const auto& a = where->ipv4;
         to.host = print("%d.%d.%d.%d", a[0], a[1], a[2], a[3]);
     }
@@ -155,7 +155,8 @@ Result FtpDataConnection::take_connection(CBaseSocket& control_socket, const Ftp
     }
 }
 
-Result FtpDataConnection::begin(CBaseSocket& control_socket, const FtpPlan& plan, const FtpSession& session) {
+Result FtpDataConnection::begin(CBaseSocket& control_socket, const FtpPlan& plan, const FtpSession& session,
+                                bool is_end_known) {
     if (waits_) {
         if (Result result = take_connection(control_socket, plan); !result.ok()) return result;
     }
@@ -163,8 +164,9 @@ Result FtpDataConnection::begin(CBaseSocket& control_socket, const FtpPlan& plan
     TlsPlan tls = *plan.tls;
     tls.host = plan.connect.host;
     tls.session_key = session.tls_session;
-    // The reply on the control connection tells whether all bytes came.
-    tls.end_without_notice = true;
+    // Whoever stands between may close the connection, and the server's reply only tells that it sent all:
+    // the end is believed where the size bears it out.
+    tls.end_without_notice = is_end_known;
     return socket_.start_tls(tls);
 }
 

@@ -11,7 +11,8 @@ namespace vantlow {
 /// One data connection at a time. Belongs to the conversation's thread.
 class FtpDataConnection {
   public:
-    FtpDataConnection(ConnectionServices& services, LogSink& log, const StopSource& stop, CConnectionNode* node)
+    FtpDataConnection(ConnectionServices& services, LogSink& log, const StopSource& stop,
+                      CConnectionNode* node)
         : socket_(services, log, stop, node), stop_(stop) {}
 
     /// Before the transfer is asked for: connects to where the server waits (PASV, EPSV), or waits itself and
@@ -19,8 +20,10 @@ class FtpDataConnection {
     Result prepare(CBaseSocket& control_socket, FtpControl& control, const FtpPlan& plan,
                    FtpSession& session);
     /// After the server said that it begins: takes its connection where this side waits, and begins TLS where
-    /// the plan says so.
-    Result begin(CBaseSocket& control_socket, const FtpPlan& plan, const FtpSession& session);
+    /// the plan says so. `is_end_known`: something else than the connection's end tells whether all bytes
+    /// came.
+    Result begin(CBaseSocket& control_socket, const FtpPlan& plan, const FtpSession& session,
+                 bool is_end_known);
     void close();
 
     [[nodiscard]] CBaseSocket& socket() noexcept { return socket_; }

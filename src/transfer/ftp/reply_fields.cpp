@@ -85,6 +85,12 @@ bool is_public_address(const std::array<std::uint8_t, 4>& a) noexcept {
     return !is_private && a[0] != 0 && a[0] != 127 && a[0] < 224;
 }
 
+bool may_lead_to(const std::array<std::uint8_t, 4>& told, const std::array<std::uint8_t, 4>& server,
+                 bool anywhere) noexcept {
+    if (!is_public_address(told) || !is_public_address(server)) return false;
+    return anywhere || std::equal(told.begin(), told.end() - 1, server.begin());
+}
+
 std::optional<std::int64_t> parse_size(const FtpReply& reply) {
     const std::string_view text = trim(tail(reply));
     return reply.code == 213 ? parse_decimal(text.substr(0, digits_from(text, 0))) : std::nullopt;

@@ -24,6 +24,11 @@ std::optional<std::uint16_t> parse_epsv(const FtpReply& reply);
 /// False for private, loopback, link-local and unspecified addresses, which mean something in a network of
 /// their own only (RFC 1918, 3927, 5735, 6598).
 bool is_public_address(const std::array<std::uint8_t, 4>& address) noexcept;
+/// Whether a data connection may go to the address that a server with another one told: it is the server's
+/// neighbour, in the same network of 256 public addresses. Anybody else's would have this side knock there in
+/// the server's place. `anywhere`: any public one will do.
+bool may_lead_to(const std::array<std::uint8_t, 4>& told, const std::array<std::uint8_t, 4>& server,
+                 bool anywhere) noexcept;
 
 /// "213 size".
 std::optional<std::int64_t> parse_size(const FtpReply& reply);

@@ -67,6 +67,8 @@ struct FtpPlan {
     bool utf8 = true;           ///< names are UTF-8
     bool ask_features = true;   ///< send FEAT
     bool passive = true;        ///< the server waits for the data connection; false: this side does
+    bool follows_pasv = false;  ///< data connections go to any public address that the server names
+    bool only_version = false;  ///< the file is asked about, and no byte of it wanted
     bool text_mode = false;     ///< transfer as text (TYPE A)
     bool native_lines = false;  ///< text mode: the line ends of this system are LF, not CR LF
     bool trace_listings = false;

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <ctime>
+#include <utility>
 
 #include "base/string_table.h"
 #include "base/text.h"
@@ -108,6 +109,7 @@ Result HttpClient::ask(const HttpErrand& errand, HttpAnswer& answer) {
     hop.origin = parse_target(secured_where_wanted(errand.origin.empty() ? errand.address : errand.origin),
                               errand.utf8);
     bool was_secured = false;
+    hop.gets_form = !errand.http.form_type.empty();
     answer.address = errand.address;
     for (int redirects = 0; redirects <= most_redirects; ++redirects) {
         if (std::u16string secured = secured_where_wanted(answer.address); secured != answer.address) {
@@ -123,6 +125,12 @@ Result HttpClient::ask(const HttpErrand& errand, HttpAnswer& answer) {
         if (Result result = ask_one(errand, hop, answer); !result.ok()) return result;
         if (!is_redirect(answer.head)) return {};
         if (Result result = redirect(errand, answer); !result.ok()) return result;
+        // The form has been taken, and the answer stands elsewhere; 307 and 308 want it sent there instead
+        // (RFC 9110, 15.4), which nobody was asked about.
+        const bool is_sent_on = answer.head.status == 307 || answer.head.status == 308;
+        if (std::exchange(hop.gets_form, false) && is_sent_on)
+            return {Code::server_error,
+                    "The server wants the form sent to another address, which is not done."};
     }
     return Code::too_many_redirects;
 }
@@ -158,6 +166,8 @@ Result HttpClient::ask_one(const HttpErrand& errand, const HttpHop& hop, HttpAns
     if (!is_http(target) && !hop.proxy.takes_requests(false))
         return invalid_url(errand, answer.address, context_.log);
     ConnectPlan connect = connect_plan(errand, hop);
+    // Of a connection that has ended meanwhile nobody could tell whether the form was taken.
+    if (hop.gets_form) connect.may_reuse = false;
     const HttpRequest request = make_http_request(errand, hop, cookies_);
     const LoginIdentity identity{target.scheme + "://" + target.host + ":" + std::to_string(target.port),
                                  request.user, request.password};
@@ -167,6 +177,7 @@ Result HttpClient::ask_one(const HttpErrand& errand, const HttpHop& hop, HttpAns
     const HttpLogins logins{is_http(target) ? &server : nullptr, at_proxy.get()};
     HttpHead& head = answer.head;
     Result result = conversation_.ask(connect, request, head, logins);
+    answer.form_sent = answer.form_sent || conversation_.has_sent_form();
     answer.had_user = !(head.status == 407 ? request.proxy_user : request.user).empty();
     answer.trouble = head.status == 407 && at_proxy ? at_proxy->trouble() : server.trouble();
     if (result.ok()) remember(errand, answer);

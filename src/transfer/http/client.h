@@ -18,6 +18,7 @@ struct HttpAnswer {
     std::u16string address;  ///< the same as an address; after `moved` where the errand goes on
     bool had_user = false;   ///< credentials were sent to whoever refuses
     std::string trouble;     ///< why a refusal has no further answer; may be empty
+    bool form_sent = false;  ///< some server may have got the errand's form, whatever else happened
 };
 
 /// Answers challenges, keeps cookies and follows redirects, as one conversation with one server after the

@@ -60,6 +60,7 @@ Result HttpConversation::ask(const ConnectPlan& plan, const HttpRequest& request
                              const HttpLogins& logins) {
     ConnectPlan next = plan;
     bool go_on = false;
+    form_sent_ = false;
     for (int round = 0; round < most_rounds; ++round) {
         next.owner = owners(logins);
         if (Result result = ask_once(next, request, head, logins, go_on); !result.ok()) return result;
@@ -90,7 +91,8 @@ Result HttpConversation::ask_once(const ConnectPlan& plan, const HttpRequest& re
     if (!go_on) {
         if (Result result = open(plan, logins); !result.ok()) return result;
     }
-    bool dead = go_on || socket_.is_reused();
+    // A form is not sent twice: a login that is asked for over the same connection is the only reason.
+    bool dead = request.form_type.empty() && (go_on || socket_.is_reused());
     Result result = exchange(plan, request, head, logins, dead);
     if (!dead) return result;
     // The kept connection was closed by the server before it answered: GET and HEAD may be repeated (RFC
@@ -121,6 +123,7 @@ Result HttpConversation::exchange(const ConnectPlan& plan, HttpRequest request, 
     const auto until = from_now(plan.timeout);
     const std::string bytes = build_request(request, log_);
     bool nothing_came = true;
+    form_sent_ = form_sent_ || !request.form_type.empty();
     Result result = socket_.send_all(std::as_bytes(std::span(bytes)));
     if (result.ok()) result = read_head(until, head_, nothing_came);
     dead = dead && !result.ok() && nothing_came && result.code == Code::transient;

@@ -30,6 +30,9 @@ class HttpConversation {
     Result ask(const ConnectPlan& plan, const HttpRequest& request, HttpHead& head,
                const HttpLogins& logins = {});
 
+    /// The form of the last request, or a part of it, was sent.
+    [[nodiscard]] bool has_sent_form() const noexcept { return form_sent_; }
+
     /// Begins the body of the answer to the last ask(). `coding` is undone: the answer's own, or identity to
     /// keep the bytes as they come.
     Result begin_body(ContentCoding coding, const UnpackOperations& operations, std::size_t buffer_size);
@@ -61,7 +64,8 @@ class HttpConversation {
     LogSink& log_;
     HttpHead head_;
     bool head_only_ = false;  ///< no body follows the last answer, whatever it says
-    std::string received_;    ///< header bytes, and what came behind them
+    bool form_sent_ = false;
+    std::string received_;  ///< header bytes, and what came behind them
     std::unique_ptr<BodySource> body_;
 };
 

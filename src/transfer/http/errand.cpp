@@ -59,6 +59,10 @@ HttpRequest make_http_request(const HttpErrand& errand, const HttpHop& hop, cons
     request.start = errand.start;
     request.head_only = errand.head_only;
     request.extra = errand.http.extra;
+    if (hop.gets_form) {
+        request.form_type = errand.http.form_type;
+        request.form = errand.http.form;
+    }
     const bool own = origin && is_same_server(*origin, target);
     // An address that a server redirects to in the clear may be anybody's.
     if (hop.in_the_clear || (origin && is_secured(*origin) && !is_secured(target))) return request;

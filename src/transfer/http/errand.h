@@ -17,9 +17,11 @@ struct HttpWishes {
     std::u16string referer;
     bool automatic_referer = false;  ///< the site's root where there is no referer
     std::u16string agent;
-    std::u16string cookie;           ///< for the origin's server, in front of the run's
-    bool system_cookies = false;     ///< the system's cookies are sent too
-    std::u16string cookie_file;      ///< a cookies.txt whose cookies are sent; empty: none
+    std::u16string cookie;        ///< for the origin's server, in front of the run's
+    bool system_cookies = false;  ///< the system's cookies are sent too
+    std::u16string cookie_file;   ///< a cookies.txt whose cookies are sent; empty: none
+    std::string form_type;  ///< media type of a form that is sent to the errand's address by POST; empty: GET
+    std::string form;
     std::vector<std::string> extra;  ///< further lines, behind all others
 };
 
@@ -51,6 +53,7 @@ struct HttpHop {
     std::optional<Target> origin;  ///< of the errand; none when it cannot be read
     ProxyPlan proxy;
     bool in_the_clear = false;  ///< without TLS, and redirects led here from a server with it
+    bool gets_form = false;     ///< the errand's form is for this server
 };
 
 /// The request to one server. Credentials and the errand's cookies go to the origin's server, a referer to

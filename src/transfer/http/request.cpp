@@ -102,6 +102,10 @@ std::vector<RequestLine> usual_lines(const HttpRequest& request) {
     lines.push_back(plain("Host: " + with_port(request, request.explicit_port)));
     lines.push_back(plain(request.through_proxy ? "Proxy-Connection: Keep-Alive" : "Connection: Keep-Alive"));
     if (!request.cookie.empty()) lines.push_back(secret("Cookie: ", request.cookie));
+    if (!request.form_type.empty()) {
+        lines.push_back(plain("Content-Type: " + request.form_type));
+        lines.push_back(plain("Content-Length: " + std::to_string(request.form.size())));
+    }
     lines.push_back(plain("Pragma: no-cache"));
     lines.push_back(plain("Cache-Control: no-cache"));
     for (const std::string& line : request.extra) lines.push_back(plain(line));
@@ -125,7 +129,7 @@ std::string build_request(const HttpRequest& request, LogSink& log) {
         log.line(Direction::sent, line.shown);
         bytes += line.text + "\r\n";
     }
-    return bytes + "\r\n";
+    return bytes + "\r\n" + request.form;
 }
 
 }  // namespace vantlow

@@ -1,4 +1,4 @@
-// The lines of a GET or HEAD request, in their fixed order.
+// The lines of a GET, HEAD or POST request, in their fixed order.
 #pragma once
 
 #include <cstdint>
@@ -42,6 +42,8 @@ struct HttpRequest {
     std::string cookie;              ///< the whole text of the Cookie line; empty: no line
     std::int64_t start = 0;          ///< first byte wanted; 0 asks for the whole
     bool head_only = false;          ///< the header of the answer is all that is wanted (RFC 9110, 9.3.2)
+    std::string form_type;           ///< media type of the body of a POST; empty: GET or HEAD, without a body
+    std::string form;                ///< that body
     std::vector<std::string> extra;  ///< further lines, behind all others
     std::vector<RequestLine> lines;  ///< in place of all that the rest would give; empty: none
     std::string shown_path;          ///< what the log shows of the path; empty: the path itself
@@ -50,8 +52,9 @@ struct HttpRequest {
 /// The port that a scheme stands for: 80, 443 or 21.
 std::uint16_t default_port(const std::string& scheme) noexcept;
 
-/// "GET" or "HEAD".
+/// "GET", "HEAD" or "POST".
 inline const char* method_of(const HttpRequest& request) noexcept {
+    if (!request.form_type.empty()) return "POST";
     return request.head_only ? "HEAD" : "GET";
 }
 
@@ -61,7 +64,7 @@ std::string absolute_target(const HttpRequest& request);
 /// The lines, the empty one at the end not included. Characters that would end a line early are removed.
 std::vector<RequestLine> request_lines(const HttpRequest& request);
 
-/// The request's bytes; each line goes to the log as sent.
+/// The request's bytes; each line goes to the log as sent, the body does not.
 std::string build_request(const HttpRequest& request, LogSink& log);
 
 }  // namespace vantlow

@@ -94,6 +94,8 @@ Result FtpSource::make_plan(const SourcePlan& plan, const Target& target, FtpPla
     ftp.utf8 = plan.utf8;
     ftp.ask_features = plan.ftp.features;
     ftp.passive = plan.ftp.passive;
+    ftp.follows_pasv = plan.ftp.follows_pasv;
+    ftp.only_version = plan.only_version;
     ftp.trace_listings = plan.ftp.trace_listings;
     ftp.text_mode = ftp.path.type == 'a' && !is_binary_name(ftp.path.file, to_utf8(plan.ftp.binary_types));
     ftp.native_lines = path_separator() == u'/';
@@ -149,6 +151,7 @@ Result FtpSource::open(const SourcePlan& plan, std::int64_t offset, SourceAnswer
     const auto target = parse_target(plan.address, plan.utf8);
     if (!target) return fail(Code::invalid_url, why_no_target(plan.address));
     if (plan.proxy.takes_requests(false) && target->scheme == "ftp") {
+        if (plan.only_version) return {};  // nobody but the FTP server could tell
         by_proxy_ = make_http_source(context_);
         return by_proxy_->open(plan, offset, answer);
     }

@@ -57,6 +57,7 @@ Result HttpSource::open(const SourcePlan& plan, std::int64_t offset, SourceAnswe
     errand.proxy_for = [&](const Target& target) { return proxy_for(plan, target, context_); };
     HttpAnswer got;
     Result result = client_.ask(errand, got);
+    answer.form_sent = got.form_sent;
     answer.address = got.address;
     if (result.code == Code::moved && find_protocol(got.address) == nullptr) {
         return {Code::unsupported, "The server redirects to " + to_utf8(without_credentials(got.address)) +

@@ -16,6 +16,8 @@ namespace {
 constexpr std::int64_t joint_reach = 4 * 1024;
 constexpr std::int64_t block = 16 * 1024;
 constexpr int sampled_blocks = 3;  // beside the first and the last one
+// A server reads so much of a file with one look at it.
+constexpr std::int64_t read_at_once = 64 * 1024;
 constexpr std::size_t most_joints_at_once = 64;
 
 void take_back_what_is_there(SegmentBook& segments, const Origins::Range& range) {
@@ -35,7 +37,7 @@ JobPolicy::JobPolicy(CJobNode& job, std::uint64_t seed, bool hash_decides)
 
 void JobPolicy::begin(bool continued) {
     mirrors_.begin(job_);
-    continued_ = version_known_ = continued;
+    continued_ = version_known_ = has_earlier_ = continued;
     if (continued) {
         const Validators& known = job_.validators;
         version_ = {job_.file_size, known.last_modified, known.etag, known.strong_date, known.media_type};
@@ -46,12 +48,13 @@ void JobPolicy::begin(bool continued) {
         mirrors_.at(0).version_known = true;
     }
     blind_ = !tells_place(job_.address);
-    const bool is_sure = has_strong_validator(version_);
+    const bool is_sure = !mirrors_.are_several() && has_strong_validator(version_);
     verify_joints_ =
         mirrors_.are_several() ? !(job_.sources && job_.sources->pieces) : continued && (blind_ || !is_sure);
-    if (!continued || !compares_answers() || is_sure) return;
+    if (!continued || !verify_joints_ || is_sure) return;
     // Each range was given by one answer, and nothing shows yet that they are of one version.
     for (const auto& range : segments_.there()) answers_.wrote(range.begin, range.end, answers_.open());
+    if (mirrors_.are_several()) return;
     if (answers_.count() > 0) answers_.unite(1, AnswerBook::earlier);
     plan_checks(segments_.there(), false);
 }
@@ -204,7 +207,7 @@ bool JobPolicy::take_check(Worker& worker) {
     const bool has_parts = mirrors_.at(worker.mirror).ranges_proven;
     for (BlockCheck& check : checks_) {
         if (check.worker != 0 || segments_.is_missing(check.begin, check.end)) continue;
-        if (!has_parts && !check.required) continue;
+        if (!has_parts && !check.required && !check.only_version) continue;
         check.worker = worker.id;
         worker.check = check;
         worker.begin_at(check.begin, check.end);
@@ -279,8 +282,8 @@ bool JobPolicy::released(Worker& worker, std::int64_t open_at, bool done, std::i
     if (worker.segment != nullptr) worker.segment->worker = 0;
     worker.segment = nullptr;
     if (worker.check) {
+        if (done && !worker.check->only_version) ++checks_made_;
         worker.check.reset();
-        if (done) ++checks_made_;
         if (done) std::erase_if(checks_, [&](const BlockCheck& check) { return check.worker == worker.id; });
         for (BlockCheck& check : checks_) {
             if (check.worker == worker.id) check.worker = 0;
@@ -297,8 +300,9 @@ bool JobPolicy::released(Worker& worker, std::int64_t open_at, bool done, std::i
 
 void JobPolicy::delivered(const Worker& worker, std::int64_t offset, std::int64_t bytes) {
     if (mirrors_.are_several() || !pieces_.is_empty()) origins_.add(offset, offset + bytes, worker.mirror);
-    if (!compares_answers()) return;
+    if (!verify_joints_) return;
     answers_.wrote(offset, offset + bytes, worker.answer);
+    if (mirrors_.are_several()) return;
     // An answer that nothing shows to be of the first version was compared before it is written.
     if (mirrors_.at(worker.mirror).refusals > 0 && others_receive(worker, worker.mirror))
         mirrors_.serve_further(worker.mirror);
@@ -357,7 +361,9 @@ bool JobPolicy::is_complete() {
                                   return segment->worker != 0;
                               });
     if (any_compares) return false;
-    if (!compares_answers() || hash_decides_ || only_one_) return true;
+    if (hash_decides_ || only_one_) return true;
+    if (asks_version()) return false;
+    if (!compares_answers()) return true;
     if (!checks_.empty()) return false;
     const std::vector<std::int64_t> joints = answers_.joints(job_.file_size);
     if (joints.empty() && !unsure_before_) return true;
@@ -395,6 +401,19 @@ bool JobPolicy::is_complete() {
     return true;
 }
 
+// A file that a server writes while it gives it comes as a mixture, over a single connection, too. Where the
+// protocol lets one ask for the time of the last change by itself, that is done once more behind the last
+// byte; true while the answer is awaited. What was read at once needs no such question.
+bool JobPolicy::asks_version() {
+    const bool can_tell = blind_ && !mirrors_.are_several() && !version_.last_modified.empty();
+    if (can_tell && job_.file_size > read_at_once && !std::exchange(version_asked_, true)) {
+        checks_.push_back({});
+        checks_.back().only_version = true;
+        effects_.news = true;
+    }
+    return std::ranges::any_of(checks_, [](const BlockCheck& check) { return check.only_version; });
+}
+
 // The first block and the last one of what is there, and some between.
 void JobPolicy::plan_checks(const std::vector<SegmentBook::Range>& there, bool last) {
     std::int64_t bytes = 0;
@@ -418,11 +437,11 @@ void JobPolicy::plan_checks(const std::vector<SegmentBook::Range>& there, bool l
 }
 
 void JobPolicy::open_joints(CJobNode& copy) const {
-    if (!compares_answers() || hash_decides_ || job_.file_size <= 0) return;
+    if (!verify_joints_ || hash_decides_ || job_.file_size <= 0) return;
     SegmentBook segments(copy);
     // A later run compares nothing where the version is sure: what no comparison has shown to be of it is
     // fetched again then.
-    if (has_strong_validator(version_) && !blind_) {
+    if (!mirrors_.are_several() && has_strong_validator(version_) && !blind_) {
         for (int answer = AnswerBook::earlier + 1; answer <= answers_.count(); ++answer) {
             if (answers_.first_of(answer) != answer) continue;
             for (const auto& range : answers_.ranges_of(answer)) take_back_what_is_there(segments, range);

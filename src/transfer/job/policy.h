@@ -41,6 +41,7 @@ struct FailedAttempt {
     std::int64_t told_size = -1;  ///< the total size that a refusal told; -1: none
     int fruitless = 0;            ///< attempts of this connection in a row that brought nothing new
     std::optional<std::chrono::seconds> server_asks{};
+    bool form_sent = false;  ///< the job's form was sent, by this attempt or one before
 };
 
 /// The job's decision about it.
@@ -193,6 +194,7 @@ class JobPolicy {
     bool is_complete();
     void plan_checks(const std::vector<SegmentBook::Range>& there, bool last);
     void drop_optional_checks();
+    [[nodiscard]] bool asks_version();
     [[nodiscard]] bool compares_answers() const noexcept;
     std::vector<std::size_t> find_whole_pieces(std::int64_t begin, std::int64_t end);
     int free_chair() const;
@@ -256,6 +258,7 @@ class JobPolicy {
         bool is_mixture = false;
     } last_checks_;
     bool sampled_ = false;        ///< blocks were chosen for the comparison before the end
+    bool version_asked_ = false;  ///< whether the resource is the same one still was asked, before the end
     bool unsure_before_ = false;  ///< an answer was accepted that no validator holds together with the first
     std::vector<int> to_take_back_;  ///< mirrors that were left for wrong bytes: see take_back_from_left()
     Effects effects_;
@@ -269,7 +272,8 @@ class JobPolicy {
     bool mixed_before_ = false;
     bool taking_over_ = false;
     bool encoded_ = false;
-    bool continued_ = false;  ///< an earlier run's file is continued and was not verified yet
+    bool continued_ = false;    ///< an earlier run's file is continued and was not verified yet
+    bool has_earlier_ = false;  ///< bytes of an earlier run are among those that are there
     bool verify_joints_ = false;
     /// Answers do not name the bytes that they give: each is believed to be of its place once its bytes agree
     /// with those beside it.

@@ -28,6 +28,10 @@ VersionMatch JobPolicy::compare(const ResourceVersion& known, const ResourceVers
 Verdict JobPolicy::answered(Worker& worker, const SourceAnswer& answer, std::int64_t asked,
                             const PolicyRules& rules) {
     if (taking_over_ || worker.retired) return {Verdict::Next::refuse, Code::handed_over};
+    if (worker.check && worker.check->only_version) {
+        VersionMatch match = VersionMatch::same;
+        return {Verdict::Next::go_on, check_version(worker, answer, match)};
+    }
     // Where the beginning is asked for to compare it with what is there, nothing begins anew.
     const bool is_rewound = (only_one_ || encoded_) && asked == 0 && worker.position == 0 && !worker.check;
     if (version_known_ && is_rewound) {
@@ -127,7 +131,8 @@ void JobPolicy::accept(Worker& worker, const SourceAnswer& answer, VersionMatch 
     if (!answer.whole && job_.whole_file == 0) only_one_ = false;
     if (std::exchange(continued_, false)) note(Direction::note, message_text(Message::same_file));
     worker.answer = answers_.open();
-    if (match == VersionMatch::same && (!blind_ || answer.whole))
+    // The validators of one mirror say nothing of another's.
+    if (match == VersionMatch::same && (!blind_ || answer.whole) && !mirrors_.are_several())
         answers_.unite(worker.answer, AnswerBook::earlier);
     worker.receiving = true;
     worker.open_at = -1;
@@ -154,7 +159,7 @@ void JobPolicy::adopt(Worker& worker, const SourceAnswer& answer, const std::u16
         verify_joints_ = (blind_ || !has_strong_validator(version_)) && !encoded_ && !mixes_;
     // Whatever nobody wrote down is this version's.
     answers_.clear();
-    unsure_before_ = sampled_ = false;
+    unsure_before_ = sampled_ = version_asked_ = false;
     last_checks_ = {};
     checks_.clear();
     worker.answer = answers_.open();
@@ -267,7 +272,7 @@ void JobPolicy::begin_anew() {
     unsure_before_ = sampled_ = false;
     last_checks_ = {};
     job_.file_size = -1;
-    version_known_ = size_reported_ = encoded_ = continued_ = false;
+    version_known_ = size_reported_ = encoded_ = continued_ = has_earlier_ = false;
     contradictions_ = late_refusals_ = 0;
 }
 
@@ -299,7 +304,7 @@ void JobPolicy::agreed(const Worker& worker, std::int64_t begin, std::int64_t en
         if (worker.check->again) last_checks_.is_mixture = true;
         last_checks_.agreed = worker.check;
     }
-    if (compares_answers()) answers_.agreed(worker.answer, begin, end);
+    if (verify_joints_) answers_.agreed(worker.answer, begin, end);
 }
 
 }  // namespace vantlow

@@ -41,10 +41,22 @@ AfterFailure JobPolicy::failed(Worker& worker, const FailedAttempt& attempt, con
         end_for_good(result);
         return {};
     }
+    if (attempt.form_sent) {
+        // Sent again it might order, book or delete something twice: that is for a person to decide.
+        end_for_good({result.kind() == Kind::retry_later ? Code::server_error : result.code,
+                      result.message() +
+                          " The form was sent, and is sent again only when the download is started anew."});
+        return {};
+    }
     if (result.code == Code::joint_unsure) return {true, {}, false};
     if (attempt.progressed) late_refusals_ = 0;
     if (mirrors_.are_several()) return failed_mirror(worker, attempt, rules, now);
     const bool is_other_version = result.kind() == Kind::restart;
+    if (worker.check && worker.check->only_version && !is_other_version) {
+        // Nobody tells: the file has gone since, or the server.
+        std::erase_if(checks_, [](const BlockCheck& check) { return check.only_version; });
+        return {};
+    }
     if (worker.check && !worker.check->required && (!is_other_version || worker.check->last)) {
         drop_optional_checks();
         return {};
@@ -186,6 +198,13 @@ AfterFailure JobPolicy::retry(Worker& worker, const FailedAttempt& attempt, cons
         worker.position = 0;
     }
     worker.next_try = now + decision.wait;
+    if (decision.is_cut) {
+        const std::string asked = std::to_string(attempt.server_asks->count());
+        last_failure_ = {attempt.result.code, attempt.result.message() + " The server asks to wait for " +
+                                                  asked + " seconds, which is longer than is waited here."};
+        notice_ = last_failure_.message();
+        note(Direction::note, notice_);
+    }
     return {true, decision.wait, decision.is_announced()};
 }
 

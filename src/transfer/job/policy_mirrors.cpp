@@ -146,7 +146,9 @@ bool JobPolicy::choose_mirror(Worker& worker, Clock::time_point now) {
 
 void JobPolicy::no_mirror_left() {
     const Result why = mirrors_.why_none();
-    const bool may_restart = (!job_.sources || job_.sources->size < 0) && mirrors_.is_any_different();
+    // Of an earlier run's bytes nobody knows which mirror gave them: they may be what the others differ from.
+    const bool may_restart =
+        (!job_.sources || job_.sources->size < 0 || has_earlier_) && mirrors_.is_any_different();
     may_restart ? ask_for_restart(why, false) : end_for_good(why);
 }
 
@@ -176,6 +178,7 @@ void JobPolicy::take_back_from_left() {
                 if (pieces_.is_empty() || pieces_.at(piece) == PieceBook::State::missing) {
                     segments_.take_back(at, end);
                     origins_.forget(at, end);
+                    answers_.forget(at, end);
                 }
                 at = end;
             }

@@ -9,6 +9,8 @@ using std::chrono::milliseconds;
 using std::chrono::seconds;
 
 constexpr seconds longest_obedience{3600};
+// Who wants only so many attempts waits for their end.
+constexpr seconds longest_obedience_of_few{300};
 constexpr milliseconds shortest_fruitless{200};
 
 milliseconds own_wait(const RetryCase& retry) {
@@ -23,10 +25,11 @@ milliseconds own_wait(const RetryCase& retry) {
 
 RetryDecision decide_retry(const RetryCase& retry) {
     if (retry.limit >= 0 && retry.errors > retry.limit) return {true, milliseconds(0)};
-    milliseconds wait = own_wait(retry);
-    if (retry.server_asks)
-        wait = std::max<milliseconds>(wait, std::min(*retry.server_asks, longest_obedience));
-    return {false, wait};
+    const milliseconds own = own_wait(retry);
+    if (!retry.server_asks) return {false, own};
+    const seconds most = retry.limit >= 0 ? longest_obedience_of_few : longest_obedience;
+    const bool is_cut = *retry.server_asks > most && own < *retry.server_asks;
+    return {false, std::max<milliseconds>(own, std::min(*retry.server_asks, most)), is_cut};
 }
 
 }  // namespace vantlow

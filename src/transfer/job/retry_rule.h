@@ -21,6 +21,7 @@ struct RetryCase {
 struct RetryDecision {
     bool give_up = false;
     std::chrono::milliseconds wait{0};
+    bool is_cut = false;  ///< the server asked for more
     [[nodiscard]] bool is_announced() const noexcept { return wait >= std::chrono::seconds(1); }
 };
 
@@ -28,7 +29,7 @@ struct RetryDecision {
 /// server asks for it; without one an attempt that brought something is followed by the next at once,
 /// fruitless ones by pauses of 1, 2, 4 seconds and so on. A delay of 0 still pauses a fifth of a
 /// second after a fruitless attempt: nobody is helped by a loop that hammers a server. What a server asks for
-/// is obeyed up to an hour.
+/// is obeyed up to an hour, and up to five minutes where the number of attempts is limited.
 RetryDecision decide_retry(const RetryCase& retry);
 
 }  // namespace vantlow

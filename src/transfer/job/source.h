@@ -16,6 +16,7 @@ namespace vantlow {
 struct FtpRules {
     bool features = true;           ///< ask for the server's features
     bool passive = true;            ///< the server waits for data connections
+    bool follows_pasv = false;      ///< at whatever public address it names
     bool trace_listings = true;     ///< listings go to the log whole
     std::u16string mapped_address;  ///< IPv4, announced in PORT; empty: the local address
     std::u16string binary_types;    ///< ".EXE;.ZIP": never as text
@@ -29,7 +30,8 @@ class ProxyRules;
 struct SourcePlan : FetchPlan {
     std::shared_ptr<const ProxyRules> proxy_rules;  ///< for where redirects lead; null: `proxy` for all
     std::chrono::milliseconds silence{
-        30000};  ///< without a byte of the body: the connection counts as broken
+        30000};                 ///< without a byte of the body: the connection counts as broken
+    bool only_version = false;  ///< the resource is asked about, and no byte of it wanted, where that can be
     HttpWishes http;
     FtpRules ftp;
     SshRules ssh;

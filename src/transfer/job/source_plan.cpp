@@ -53,6 +53,10 @@ SourcePlan CTransferMainThread::plan(Worker& asker) {
             plan.password = job_.password;
             plan.http.cookie = job_.cookie;
             plan.http.referer = job_.referer;
+            if (job_.form) {
+                plan.http.form_type = job_.form->media_type;
+                plan.http.form = job_.form->body;
+            }
         }
         plan.http.agent = job_.agent.empty() ? options_.default_agent : job_.agent;
         plan.http.automatic_referer = job_.automatic_referer != 0;
@@ -78,6 +82,7 @@ FtpRules CTransferMainThread::ftp_rules() const {
     FtpRules rules;
     rules.features = settings.flag(setting::enable_feat);
     rules.passive = settings.flag(setting::ftp_passive);
+    rules.follows_pasv = settings.flag(setting::follow_pasv);
     rules.trace_listings = settings.flag(setting::trace_list);
     if (settings.flag(setting::nat_in_port)) rules.mapped_address = settings.text(setting::nat_address);
     rules.binary_types = settings.text(setting::binary_types);

@@ -104,6 +104,7 @@ bool CTransferSubThread::try_again(const Result& result) {
     attempt.fruitless = fruitless_;
     attempt.server_asks = server_asks_;
     attempt.told_size = told_size_;
+    attempt.form_sent = form_sent_;
     const AfterFailure after = host_.after_failure(*this, attempt);
     if (!after.again) return false;
     if (after.announced) {
@@ -140,7 +141,7 @@ Result CTransferSubThread::run_check() {
     const std::int64_t begin = worker_.check->begin;
     const std::int64_t end = worker_.check->end;
     if (Result result = ask(begin); !result.ok()) return result;
-    Result result = compare(begin, end - begin);
+    Result result = worker_.check->only_version ? Result() : compare(begin, end - begin);
     close_source(false);
     return result;
 }
@@ -174,7 +175,9 @@ Result CTransferSubThread::open_at(SourcePlan plan, SourceAnswer& answer) {
         node_.set_active(result.ok());
         if (result.code != Code::moved) return result;
         plan.address = answer.address;
+        const bool form_sent = answer.form_sent;
         answer = {};
+        answer.form_sent = form_sent;
     }
     return Code::moved;
 }
@@ -189,13 +192,16 @@ Result CTransferSubThread::open_source() {
 
 // Asks for the bytes from `offset` on.
 Result CTransferSubThread::ask(std::int64_t offset) {
-    const SourcePlan plan = host_.plan(worker_);
+    SourcePlan plan = host_.plan(worker_);
+    plan.only_version = worker_.check && worker_.check->only_version;
     silence_ = plan.silence;
     server_asks_.reset();
     told_size_ = -1;
     asked_ = offset;
+    if (form_sent_) return {Code::server_error, "The answer to the form did not come whole."};
     SourceAnswer answer;
     Result result = open_at(plan, answer);
+    form_sent_ = form_sent_ || answer.form_sent;
     beyond_end_ = answer.beyond_end;
     may_go_on_ = answer.may_go_on;
     if (!result.ok() && !source_) return result;

@@ -162,6 +162,7 @@ class CTransferSubThread {
     bool beyond_end_ = false;         ///< SourceAnswer::beyond_end of the last one
     std::int64_t answered_from_ = 0;  ///< the position when the open answer was accepted
     bool accepted_ = false;
+    bool form_sent_ = false;
     int fruitless_ = 0;
     ThreadPool::Running thread_;  ///< last: everything above is there while it runs
 };

@@ -25,6 +25,7 @@ struct SourceAnswer {
     bool ranges_denied = false;    ///< the server says that it does not
     bool may_go_on = false;        ///< a part, and there is more behind its end, or may be
     bool beyond_end = false;       ///< of an open() that failed: the resource has no byte at the offset
+    bool form_sent = false;        ///< the job's form was sent, also of an open() that failed
     ResourceVersion version;
     std::u16string name;     ///< suggested by the server, or from the address; not made safe; may be empty
     std::u16string address;  ///< where the answer came from, redirects followed

@@ -17,7 +17,8 @@ struct BlockCheck {
     bool required = false;  ///< the file is not believed to be of one version before this was compared
     bool last = false;   ///< made when all is there: a difference may mean that the server has changed since
     bool again = false;  ///< made before, and it agreed: see JobPolicy::LastChecks
-    int worker = 0;      ///< compares it now; 0: nobody
+    bool only_version = false;  ///< no bytes, but whether the resource is the same one still
+    int worker = 0;             ///< compares it now; 0: nobody
 };
 
 /// One connection, as the books and the policy know it. The connection's own thread moves `position`; all
