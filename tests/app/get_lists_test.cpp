@@ -77,6 +77,21 @@ TEST_F(GetLists, TheSameListAgainSkipsWhatIsFinishedUntilAllIs) {
     EXPECT_TRUE(folder.has(u"a(1)")) << "what was finished is fetched anew";
 }
 
+TEST_F(GetLists, WhatIsLeftOfAListWithoutTheLinksThatFailedIsTheSameList) {
+    FileServer server;
+    for (const char* name : {"/a", "/b", "/c"}) server.set(name, FileResource{.content = name + content});
+    server.set("/c", FileResource{.status = 404, .reason = "Not there"});
+    RunOptions options;
+    options.input = server.url("/a") + "\n" + server.url("/b") + "\n" + server.url("/c") + "\n";
+    EXPECT_EQ(get({u"-i", u"-"}, options).status, 4);
+    options.input = server.url("/b") + "\n" + server.url("/a") + "\n";
+    const RunResult again = get({u"-i", u"-"}, options);
+    EXPECT_EQ(again.status, 0) << again.err;
+    EXPECT_FALSE(folder.has(u"a(1)") || folder.has(u"b(1)")) << again.err;
+    EXPECT_EQ(get({server.url16("/a"), server.url16("/d")}).status, 4);
+    EXPECT_TRUE(folder.has(u"a(1)")) << "another list";
+}
+
 TEST_F(GetLists, AListThatWasKilledGoesOn) {
     FileServer server;
     server.set("/a", FileResource{.content = content});

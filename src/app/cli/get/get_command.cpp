@@ -69,13 +69,10 @@ Complaint look_at_proxies(CFerrywellApp& app, const JobOptions& options) {
     return text_of(fault);
 }
 
-// Names the list: a file keeps its name while links are added to it, any other list is known by its links.
-std::string list_name(const JobOptions& options, const std::vector<std::string>& links) {
-    if (!options.input_file.empty() && options.input_file != "-")
-        return to_utf8(absolute_path(to_utf16(options.input_file)));
-    std::string name;
-    for (const std::string& link : links) name += link + "\n";
-    return name;
+// A file keeps its name while links are added to it, any other list is known by its links.
+ListMemory::List list_of(const JobOptions& options, const std::vector<std::string>& links) {
+    const bool has_file = !options.input_file.empty() && options.input_file != "-";
+    return {has_file ? to_utf8(absolute_path(to_utf16(options.input_file))) : std::string(), links};
 }
 
 // A folder of its own for a file that goes to the standard output ("-o -"): in the one that --dir names, else
@@ -140,7 +137,7 @@ Exit run_jobs(CFerrywellApp& app, const GlobalOptions& global, const GetOptions&
     if (pipe != nullptr) {
         jobs.write_to(*pipe);
     } else {
-        auto memory = std::make_unique<ListMemory>(target_folder(options.job), list_name(options.job, links));
+        auto memory = std::make_unique<ListMemory>(target_folder(options.job), list_of(options.job, links));
         if (options.job.no_resume) memory->forget();
         jobs.remember(std::move(memory));
     }

@@ -2,6 +2,8 @@
 
 #include <nlohmann/json.hpp>
 
+#include <algorithm>
+#include <set>
 #include <span>
 #include <vector>
 
@@ -18,6 +20,8 @@ namespace {
 using nlohmann::json;
 
 constexpr std::size_t largest_memory = 64U << 20U;
+constexpr std::string_view file_begin = ".list-";
+constexpr std::size_t link_digits = 16;
 
 std::string digest_of(std::string_view text) {
     Digest digest(DigestKind::sha256);
@@ -30,14 +34,65 @@ std::string key_of(const std::u16string& address, const std::u16string& name) {
     return digest_of(to_utf8(without_credentials(address)) + "\n" + to_utf8(name));
 }
 
+std::vector<std::string_view> whole_lines(std::span<const std::byte> bytes) {
+    const std::string_view text(reinterpret_cast<const char*>(bytes.data()), bytes.size());
+    std::vector<std::string_view> lines = split(text, '\n');
+    lines.pop_back();  // empty, or cut off
+    return lines;
+}
+
+// True where the first line of a list without a file names all of these links.
+bool has_all(std::string_view first_line, const std::vector<std::string>& links) {
+    const json line = json::parse(first_line, nullptr, false);
+    if (!line.is_object() || !line.contains("links") || !line["links"].is_array()) return false;
+    std::set<std::string> known;
+    for (const json& one : line["links"]) {
+        if (one.is_string()) known.insert(one.get<std::string>());
+    }
+    return std::ranges::all_of(links, [&](const std::string& link) {
+        return known.contains(digest_of(link).substr(0, link_digits));
+    });
+}
+
 }  // namespace
 
-ListMemory::ListMemory(const std::u16string& folder, std::string_view list) : folder_(folder) {
+ListMemory::ListMemory(const std::u16string& folder, const List& list) : folder_(folder) {
+    std::string all = list.file;
+    if (list.file.empty()) {
+        json digests = json::array();
+        for (const std::string& link : list.links) {
+            all += link + "\n";
+            digests.push_back(digest_of(link).substr(0, link_digits));
+        }
+        first_line_ = json{{"links", digests}}.dump() + "\n";
+    }
     // No file from a server gets a name with this end.
-    const std::string name = ".list-" + digest_of(list).substr(0, 16);
+    const std::string name = std::string(file_begin) + digest_of(all).substr(0, 16);
     path_ = join_path(folder, to_utf16(name) + std::u16string(state_suffix));
     const MutexLock guard(mutex_);
-    if (path_kind(path_) == PathKind::file) read();
+    if (path_kind(path_) == PathKind::file) {
+        read();
+    } else if (list.file.empty()) {
+        read_longer(list.links);
+    }
+}
+
+void ListMemory::read_line(std::string_view text, Lines& lines) const {
+    const json line = json::parse(text, nullptr, false);
+    if (!line.is_object() || !line.contains("key") || !line["key"].is_string()) return;
+    if (!line.contains("file") || !line["file"].is_string() || !line.contains("size")) return;
+    if (!line["size"].is_number_integer()) return;
+    Line read{
+        {join_path(folder_, to_utf16(line["file"].get<std::string>())), line["size"].get<std::int64_t>()}};
+    const std::string key = line["key"].get<std::string>();
+    if (line.contains("partial") && line["partial"].is_string()) {
+        read.partial = join_path(folder_, to_utf16(line["partial"].get<std::string>()));
+        // The name of a line before was taken: what stands there is somebody else's.
+        const auto [first, last] = lines.equal_range(key);
+        for (auto before = first; before != last;)
+            before = before->second.partial == read.partial ? lines.erase(before) : std::next(before);
+    }
+    lines.emplace(key, std::move(read));
 }
 
 void ListMemory::read() {
@@ -47,28 +102,33 @@ void ListMemory::read() {
     std::vector<std::byte> bytes;
     if (!others_) failure_ = read_file(path_, largest_memory, bytes);
     if (others_ || !failure_.ok()) return file_.close();
-    const std::string_view text(reinterpret_cast<const char*>(bytes.data()), bytes.size());
-    std::size_t at = 0;
     // A line that was cut off is written over.
-    for (auto line_end = text.find('\n'); line_end != text.npos; line_end = text.find('\n', at)) {
-        const json line = json::parse(text.substr(at, line_end - at), nullptr, false);
-        at = line_end + 1;
-        if (!line.is_object() || !line.contains("key") || !line["key"].is_string()) continue;
-        if (!line.contains("file") || !line["file"].is_string() || !line.contains("size")) continue;
-        if (!line["size"].is_number_integer()) continue;
-        Line read{{join_path(folder_, to_utf16(line["file"].get<std::string>())),
-                   line["size"].get<std::int64_t>()}};
-        const std::string key = line["key"].get<std::string>();
-        if (line.contains("partial") && line["partial"].is_string()) {
-            read.partial = join_path(folder_, to_utf16(line["partial"].get<std::string>()));
-            // The name of a line before was taken: what stands there is somebody else's.
-            const auto [first, last] = finished_.equal_range(key);
-            for (auto before = first; before != last;)
-                before = before->second.partial == read.partial ? finished_.erase(before) : std::next(before);
-        }
-        finished_.emplace(key, std::move(read));
+    std::size_t at = 0;
+    for (const std::string_view line : whole_lines(bytes)) {
+        read_line(line, finished_);
+        at += line.size() + 1;
     }
     end_ = static_cast<std::int64_t>(at);
+}
+
+// Takes over what lists have finished that had all of these links and more, unless one is being fetched now.
+void ListMemory::read_longer(const std::vector<std::string>& links) {
+    std::vector<std::u16string> names;
+    if (!list_files(folder_, state_suffix, names).ok()) return;
+    for (const std::u16string& name : names) {
+        File other;
+        std::vector<std::byte> bytes;
+        const std::u16string path = join_path(folder_, name);
+        if (!name.starts_with(to_utf16(file_begin)) || !other.open(path, OpenMode::write_existing).ok() ||
+            !other.try_lock() || !read_file(path, largest_memory, bytes).ok())
+            continue;
+        const auto lines = whole_lines(bytes);
+        if (lines.empty() || !has_all(lines.front(), links)) continue;
+        Lines read;
+        for (const std::string_view line : lines) read_line(line, read);
+        for (const auto& [key, line] : read) write(line_of(key, line, line.partial));
+        finished_.merge(read);
+    }
 }
 
 std::optional<ListMemory::Finished> ListMemory::take(const CJobNode& job) {
@@ -142,9 +202,10 @@ void ListMemory::write(const std::string& line) {
         others_ = !file_.try_lock();
         if (others_) return file_.close();
     }
-    failure_ = file_.write_at(end_, std::as_bytes(std::span(line)));
+    const std::string text = end_ == 0 ? first_line_ + line : line;
+    failure_ = file_.write_at(end_, std::as_bytes(std::span(text)));
     if (!failure_.ok()) return;
-    end_ += static_cast<std::int64_t>(line.size());
+    end_ += static_cast<std::int64_t>(text.size());
     unsaved_ = true;
 }
 

@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 #include <unordered_map>
+#include <vector>
 
 #include "base/mutex.h"
 #include "engine/name_keeper.h"
@@ -27,8 +28,15 @@ class ListMemory {
         std::int64_t size = 0;
     };
 
-    /// Reads the file that an earlier run has left. `list` names the list: its file, or all of its links.
-    ListMemory(const std::u16string& folder, std::string_view list);
+    /// A list by what names it.
+    struct List {
+        std::string file;                ///< that has the links; empty: they came otherwise
+        std::vector<std::string> links;  ///< all of them
+    };
+
+    /// Reads what an earlier run has left of this list. A list without a file may also be what is left of a
+    /// longer one, without the links that failed: what that one has finished counts.
+    ListMemory(const std::u16string& folder, const List& list);
 
     /// Returns the file that an earlier run has fetched for this job, where it is still there with its size.
     /// Each is returned only once, since a list may name an address twice.
@@ -50,7 +58,12 @@ class ListMemory {
     [[nodiscard]] const std::u16string& path() const noexcept { return path_; }
 
   private:
+    struct Line;
+    using Lines = std::multimap<std::string, Line>;  ///< by the job's key
+
     void read() VANTLOW_REQUIRES(mutex_);
+    void read_line(std::string_view text, Lines& lines) const;
+    void read_longer(const std::vector<std::string>& links) VANTLOW_REQUIRES(mutex_);
     [[nodiscard]] std::string line_of(const std::string& key, const Finished& file,
                                       const std::u16string& partial) const;
     void write(const std::string& line) VANTLOW_REQUIRES(mutex_);
@@ -68,7 +81,8 @@ class ListMemory {
     struct Line : Finished {
         std::u16string partial{};  ///< empty: the file had its name
     };
-    std::multimap<std::string, Line> finished_ VANTLOW_GUARDED_BY(mutex_);  ///< by the job's key
+    std::string first_line_;  ///< of a list without a file: the digests of its links
+    Lines finished_ VANTLOW_GUARDED_BY(mutex_);
     /// Of jobs whose files were named in this run.
     std::unordered_map<Guid, std::u16string, GuidHash> partial_files_ VANTLOW_GUARDED_BY(mutex_);
 };
