@@ -27,6 +27,7 @@ struct JobDraft : JobRequest {
     std::optional<std::int32_t> retry_delay;  ///< seconds
     std::optional<ExpectedHash> hash;         ///< of the one file that is asked for
     std::string select;                       ///< which files of a document: "1,3-5"; empty: all
+    std::shared_ptr<const PostedForm> form;   ///< of the one link that is asked for by POST; null: by GET
     bool asks_which = false;  ///< a question asks which files of a document of several are meant
     bool fresh = false;       ///< files of an earlier run are removed, not continued
     bool paused = false;      ///< the jobs are filed stopped

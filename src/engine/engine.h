@@ -88,6 +88,8 @@ struct JobEdit {
     std::optional<std::int64_t> upload_limit;  ///< of a torrent, as JobRules has it, and so the next two
     std::optional<bool> sequential;
     std::optional<bool> ends_first;
+    std::optional<std::int64_t>
+        most_peers;  ///< of a torrent, when it is started next; 0: as the settings say
     /// When the job runs; holds at once: out of its times it stops.
     std::optional<JobSchedule> schedule;
 };
@@ -284,6 +286,8 @@ class Engine {
     /// tracker (http, https, udp), or there are too many.
     Done set_trackers(const Guid& job, const std::vector<std::string>& trackers);
     Done reorder(const Guid& job, Order order);
+    /// Exchanges the places of two stopped jobs in the order in which they are started together.
+    Done swap_stopped(const Guid& one, const Guid& other);
     /// Renames the job's file within its folder, on the disk too. A name that is taken there is refused. Not
     /// while the job runs.
     Done rename(const Guid& job, const std::u16string& name);

@@ -153,6 +153,8 @@ void JobMaker::forget_earlier(const std::u16string& folder, const std::u16string
 void JobMaker::apply_request(CJobNode& job) {
     static_cast<JobRequest&>(job) = draft_;
     job.max_threads = draft_.connections;
+    job.form = draft_.form;
+    if (job.form) job.whole_file = 1;
     job.retry_by_settings = draft_.retries ? 0 : 1;
     if (draft_.retries) job.retries = *draft_.retries;
     job.retry_delay = draft_.retry_delay.value_or(-1);
@@ -176,7 +178,7 @@ std::unique_ptr<CJobNode> JobMaker::job_for(JobPlan plan) {
     Place place = place_below(draft_.folder, plan.name);
     if (!draft_.name.empty()) place = {draft_.folder, draft_.name};
     std::unique_ptr<CJobNode> job;
-    if (on_a_server) {
+    if (on_a_server && !draft_.form) {  // the answer to a form is nobody's earlier file
         if (draft_.fresh) forget_earlier(place.folder, plan.address, place.name);
         job = earlier_in(place.folder).take(plan.address, place.name);
     }

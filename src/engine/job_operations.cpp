@@ -205,6 +205,7 @@ JobRules changed_rules(JobRules rules, const JobEdit& edit) {
     set(rules.select, edit.select);
     set(rules.sequential, edit.sequential);
     set(rules.ends_first, edit.ends_first);
+    set(rules.most_peers, edit.most_peers);
     if (edit.share_ratio) rules.share_ratio = edit.share_ratio;
     if (edit.share_time) rules.share_time = edit.share_time;
     return rules;
@@ -310,6 +311,15 @@ Done Engine::reorder(const Guid& job, Order order) {
             if (std::next(at) != waiting.end()) store_->swap_places(*record, *std::next(at)->second);
             break;
     }
+    return {};
+}
+
+Done Engine::swap_stopped(const Guid& one, const Guid& other) {
+    CJobNode* const a = store_->find(one);
+    CJobNode* const b = store_->find(other);
+    if (a == nullptr || b == nullptr) return {Fault::no_job};
+    if (a->state != JobState::stopped || b->state != JobState::stopped) return {Fault::not_waiting};
+    store_->swap_places(*a, *b);
     return {};
 }
 

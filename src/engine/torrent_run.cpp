@@ -227,7 +227,9 @@ Result TorrentRun::fetch_pieces() {
                          static_cast<std::uint32_t>(content_.piece_length), content_.info};
     SwarmOptions options;
     options.port = reach_.port();
-    options.most_peers = static_cast<std::size_t>(services_.settings.number(setting::most_peers));
+    const std::int64_t own_peers = job_.rules ? job_.rules->most_peers : 0;
+    options.most_peers =
+        static_cast<std::size_t>(own_peers > 0 ? own_peers : services_.settings.number(setting::most_peers));
     options.most_of_all = static_cast<std::size_t>(services_.settings.number(setting::most_peers_of_all));
     options.all = &services_.connections.memory.of<PeerCount>().connections;
     options.library = crypto_.library;

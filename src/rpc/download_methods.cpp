@@ -25,6 +25,8 @@ Answer answer_of(const Problem& problem, Json result) {
     return result;
 }
 
+constexpr std::array ended_phases{Phase::failed, Phase::complete, Phase::removed};
+
 bool is_one_of(Phase phase, std::span<const Phase> phases) {
     return std::ranges::find(phases, phase) != phases.end();
 }
@@ -123,7 +125,7 @@ class DownloadMethods {
     Answer get_peers(Params& params) {
         const auto job = find(params, 0);
         if (params.fault()) return *params.fault();
-        if (!downloads_.status(*job, part::torrent).torrent) return refuse("This download has no peers.");
+        if (is_one_of(downloads_.phase(*job), ended_phases)) return refuse("This download has ended.");
         Json peers = Json::array();
         for (const Peer& peer : downloads_.peers(*job)) peers.push_back(json_of(peer));
         return peers;
@@ -175,8 +177,7 @@ class DownloadMethods {
         return ok();
     }
     Answer remove_result(Params& params) {
-        constexpr std::array phases{Phase::failed, Phase::complete, Phase::removed};
-        Answer answer = steer(params, phases, "has not ended", &Downloads::remove);
+        Answer answer = steer(params, ended_phases, "has not ended", &Downloads::remove);
         return std::holds_alternative<Fault>(answer) ? answer : ok();
     }
     Answer save_session(Params&) {
@@ -302,7 +303,10 @@ Answer DownloadMethods::change_position(Params& params) {
     if (how != "POS_SET" && how != "POS_CUR" && how != "POS_END")
         return refuse("The position is counted by POS_SET, POS_CUR or POS_END.");
     place = std::clamp<std::int64_t>(place, 0, last);
-    return answer_of(downloads_.move(*job, static_cast<std::size_t>(place)), place);
+    if (const Problem problem = downloads_.move(*job, static_cast<std::size_t>(place)))
+        return refuse(*problem);
+    const std::vector<Guid>& moved = downloads_.list(Group::waiting);
+    return std::ranges::find(moved, *job) - moved.begin();
 }
 
 Answer DownloadMethods::change_uri(Params& params) {

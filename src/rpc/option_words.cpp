@@ -168,12 +168,19 @@ bool read_seed_time(JobOptions& options, const std::string& text) {
 }
 
 // 0 is no bound there: as many as there can be here.
-bool read_most_peers(GlobalOptions& options, const std::string& text) {
-    constexpr std::int64_t most = 10000;
-    const auto count = parse_decimal(text);
-    if (!count || *count < 0) return false;
-    options.most_peers = *count == 0 ? most : std::min(*count, most);
-    return true;
+template <class Options>
+constexpr Word<Options> peers_word() {
+    return {"bt-max-peers",
+            [](Options& options, const std::string& text) {
+                constexpr std::int64_t most = 10000;
+                const auto count = parse_decimal(text);
+                if (!count || *count < 0) return false;
+                options.most_peers = *count == 0 ? most : std::min(*count, most);
+                return true;
+            },
+            [](const Options& options) {
+                return options.most_peers ? std::optional(std::to_string(*options.most_peers)) : std::nullopt;
+            }};
 }
 
 constexpr std::array job_words{
@@ -212,6 +219,7 @@ constexpr std::array job_words{
                          const bool asks = options.ends_first.value_or(false);
                          return asks ? std::optional<std::string>("head,tail") : std::nullopt;
                      }},
+    peers_word<JobOptions>(),
     // A job that is added again is another one: its identity is read, but not given.
     Word<JobOptions>{"gid", read_gid, [](const JobOptions&) { return std::optional<std::string>(); }},
 };
@@ -221,11 +229,7 @@ constexpr std::array global_words{
     bytes_word<GlobalOptions, &GlobalOptions::down_limit>("max-overall-download-limit"),
     bytes_word<GlobalOptions, &GlobalOptions::up_limit>("max-overall-upload-limit"),
     bytes_word<GlobalOptions, &GlobalOptions::split_size>("min-split-size"),
-    Word<GlobalOptions>{"bt-max-peers", read_most_peers,
-                        [](const GlobalOptions& options) {
-                            return options.most_peers ? std::optional(std::to_string(*options.most_peers))
-                                                      : std::nullopt;
-                        }},
+    peers_word<GlobalOptions>(),
 };
 
 Fault refuse(std::string_view word) {
@@ -329,6 +333,7 @@ void JobOptions::take(const JobOptions& other) {
     take_one(paused, other.paused);
     take_one(overwrites, other.overwrites);
     take_one(ends_first, other.ends_first);
+    take_one(most_peers, other.most_peers);
 }
 
 std::optional<Fault> read_options(const Json& words, JobOptions& into) {
@@ -342,7 +347,9 @@ std::optional<Fault> read_options(const Json& words, JobOptions& into) {
 std::optional<Fault> read_options(const Json& words, GlobalOptions& into) {
     if (!words.is_object()) return std::nullopt;
     if (auto fault = read_words<GlobalOptions>(global_words, words, into)) return fault;
-    return read_options(words, into.job);
+    auto fault = read_options(words, into.job);
+    into.job.most_peers.reset();  // the setting is every torrent's, also of those that are there already
+    return fault;
 }
 
 Json write_options(const JobOptions& options) {

@@ -34,6 +34,7 @@ struct JobOptions {
     std::optional<bool> paused;
     std::optional<bool> overwrites;
     std::optional<bool> ends_first;  ///< the beginnings and ends of a torrent's files come before all else
+    std::optional<std::int64_t> most_peers;  ///< of a torrent, at once
 
     /// The connections for a job with this many addresses; none where nothing was asked for.
     [[nodiscard]] std::optional<std::int64_t> connections_for(std::size_t addresses) const;

@@ -79,6 +79,10 @@ class FakeDownloads final : public Downloads {
         return note(all, job);
     }
     Problem move(const Guid& job, std::size_t place) override {
+        const auto at = std::ranges::find(jobs_, job, &JobStatus::job);
+        const JobStatus moved = *at;
+        jobs_.erase(at);
+        jobs_.insert(jobs_.begin() + static_cast<std::ptrdiff_t>(place), moved);
         return note("move to " + std::to_string(place), job);
     }
     Problem change_global(const GlobalOptions& options) override {

@@ -143,7 +143,8 @@ TEST_F(Methods, a_status_is_made_of_texts_and_leaves_out_what_there_is_not) {
     EXPECT_EQ(call("getPeers", R"(["4"])"), Json::parse(R"([{"peerId":"%2D%58%FF","ip":"1.2.3.4","port":"0",
         "bitfield":"80","amChoking":"true","peerChoking":"false","downloadSpeed":"1","uploadSpeed":"2",
         "seeder":"false"}])"));
-    EXPECT_EQ(call("getPeers", R"(["1"])"), "1 This download has no peers.");
+    EXPECT_EQ(call("getPeers", R"(["1"])"), Json::array()) << "it is none of BitTorrent";
+    EXPECT_EQ(call("getPeers", R"(["2"])"), "1 This download has ended.");
     EXPECT_EQ(call("getServers", R"(["1"])"), Json::parse(R"([{"index":"1","servers":[
         {"uri":"http://h/f","currentUri":"http://h/f","downloadSpeed":"2"},
         {"uri":"http://h/f","currentUri":"http://h/f","downloadSpeed":"2"}]}])"));
@@ -193,7 +194,7 @@ TEST_F(Methods, places_and_addresses_change_as_counted) {
     for (const char digit : std::string("abcd")) downloads_.put(digit, Phase::waiting);
     const std::vector<std::array<std::string, 2>> places{
         {R"(["b",0,"POS_SET"])", "0"},  {R"(["b",9,"POS_SET"])", "3"},
-        {R"(["b",-9,"POS_SET"])", "0"}, {R"(["b",1,"POS_CUR"])", "2"},
+        {R"(["b",-9,"POS_SET"])", "0"}, {R"(["b",1,"POS_CUR"])", "1"},
         {R"(["b",-1,"POS_CUR"])", "0"}, {R"(["b",0,"POS_END"])", "3"},
         {R"(["b",-1,"POS_END"])", "2"}, {R"(["b",-9223372036854775808,"POS_CUR"])", "0"},
     };
@@ -224,7 +225,7 @@ TEST_F(Methods, options_go_back_as_they_came_so_that_a_retry_loses_nothing) {
     const Json sent =
         Json::parse(R"({"dir":"/d","out":"n","referer":"http://r/","user-agent":"A","all-proxy":"http://p:1",
         "http-user":"u","http-passwd":"p","split":"7","max-connection-per-server":"3","max-download-limit":"2048",
-        "max-upload-limit":"1024","bt-prioritize-piece":"head,tail","bt-tracker":"udp://a:1/x,http://b/y","bt-exclude-tracker":"*","seed-ratio":"1.5","seed-time":"90","pause":"false","allow-overwrite":"true","checksum":"sha-1=0000000000000000000000000000000000000000",
+        "max-upload-limit":"1024","bt-prioritize-piece":"head,tail","bt-max-peers":"50","bt-tracker":"udp://a:1/x,http://b/y","bt-exclude-tracker":"*","seed-ratio":"1.5","seed-time":"90","pause":"false","allow-overwrite":"true","checksum":"sha-1=0000000000000000000000000000000000000000",
         "select-file":"1,3-5","header":["Cookie: a=b; c=d"]})");
     ASSERT_FALSE(read_options(sent, downloads_.now));
     EXPECT_EQ(call("getOption", R"(["1"])"), sent);

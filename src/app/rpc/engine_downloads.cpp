@@ -281,7 +281,7 @@ rpc::Downloads::Added EngineDownloads::add(const rpc::NewJob& job) {
     // Where no folder was asked for, it is that of the category that the rules choose.
     if (!whole.options.folder && request.draft.folder == default_folder()) request.draft.folder.clear();
     const bool is_document = job.kind != rpc::NewJob::Document::none;
-    const bool has_place = job.position && !request.draft.paused;
+    const bool has_place = job.position.has_value();
     Added added =
         is_document ? add_document(job, std::move(request.draft)) : add_links(job, std::move(request.draft));
     for (const Guid& one : added.jobs) {
@@ -390,10 +390,12 @@ Problem EngineDownloads::change_sources(const Guid& job, const std::vector<std::
 
 Problem EngineDownloads::move(const Guid& job, std::size_t place) {
     const CJobNode* const found = record(job);
+    const std::vector<const CJobNode*> waiting = engine_.queue();
+    if (found != nullptr && phase_now(*found) == Phase::paused)
+        return move_paused(job, place - std::min(place, waiting.size()));
     if (found == nullptr || found->state != JobState::waiting)
         return "The download " + rpc::gid_of(job) +
                " has no place in the queue: it does not wait for its turn.";
-    const std::vector<const CJobNode*> waiting = engine_.queue();
     const std::size_t size = waiting.size();
     place = std::min(place, size - 1);
     auto now = static_cast<std::size_t>(std::ranges::find(waiting, found) - waiting.begin());
@@ -410,6 +412,21 @@ Problem EngineDownloads::move(const Guid& job, std::size_t place) {
     for (; done.ok() && now < place; ++now) done = reorder(Order::later);
     for (; done.ok() && now > place; --now) done = reorder(Order::earlier);
     return problem_of(done, job);
+}
+
+// Paused ones stand behind all that wait, in an order of their own: that in which they are started together.
+Problem EngineDownloads::move_paused(const Guid& job, std::size_t place) {
+    std::vector<Guid> paused = lists().waiting;
+    std::erase_if(paused, [this](const Guid& one) { return phase(one) != Phase::paused; });
+    place = std::min(place, paused.size() - 1);
+    auto now = static_cast<std::size_t>(std::ranges::find(paused, job) - paused.begin());
+    while (now != place) {
+        const std::size_t next = now < place ? now + 1 : now - 1;
+        if (const Done done = engine_.swap_stopped(job, paused[next]); !done.ok())
+            return problem_of(done, job);
+        now = next;
+    }
+    return std::nullopt;
 }
 
 Problem EngineDownloads::change_global(const rpc::GlobalOptions& options) {

@@ -65,6 +65,7 @@ class EngineDownloads final : public rpc::Downloads, public EngineListener {
     void followed(const Followed& followed) override;
 
   private:
+    rpc::Problem move_paused(const Guid& job, std::size_t place);
     struct Lists {
         std::uint64_t revision = 0;
         std::uint64_t results = 0;

@@ -108,6 +108,7 @@ DraftRequest draft_of(const rpc::NewJob& asked, const std::u16string& folder) {
     rules.speed_limit = options.down_limit.value_or(0);
     rules.upload_limit = options.up_limit.value_or(0);
     rules.ends_first = options.ends_first.value_or(false);
+    rules.most_peers = options.most_peers.value_or(0);
     rules.share_ratio = share_ratio_of(options);
     if (options.seed_time.value_or(0) > 0) rules.share_time = options.seed_time;
     if (rules != JobRules()) draft.rules = std::make_shared<const JobRules>(std::move(rules));
@@ -140,6 +141,7 @@ EditRequest edit_of(const rpc::JobOptions& asked, const CJobNode& job) {
     edit.speed_limit = asked.down_limit;
     edit.upload_limit = asked.up_limit;
     edit.ends_first = asked.ends_first;
+    edit.most_peers = asked.most_peers;
     edit.share_ratio = share_ratio_of(asked);
     if (asked.seed_time.value_or(0) > 0) edit.share_time = asked.seed_time;
     const JobKind kind = kind_of(job);
@@ -165,6 +167,7 @@ rpc::JobOptions options_of(const CJobNode& job) {
     options.down_limit = job.rules ? job.rules->speed_limit : 0;
     options.up_limit = job.rules ? job.rules->upload_limit : 0;
     if (job.rules && job.rules->ends_first) options.ends_first = true;
+    if (job.rules && job.rules->most_peers > 0) options.most_peers = job.rules->most_peers;
     options.overwrites = job.rules && job.rules->overwrite == replaces;
     if (job.sources && job.sources->whole) options.hash = written(*job.sources->whole);
     if (job.rules && job.rules->share_ratio) {
