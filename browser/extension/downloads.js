@@ -1,7 +1,7 @@
 // The browser's own downloads, taken over where the rules say so. Whatever goes wrong, the browser goes on by itself.
 import { api, asksForNames, loadSettings } from './api.js';
 import { getNext, handOver, setNext } from './handover.js';
-import { firstAddress, methodOf, storeOf } from './requests.js';
+import { firstAddress, formTo, methodOf, storeOf } from './requests.js';
 import { isSaved, sizeOf, takes } from './rules.js';
 
 const leftToBrowser = new Set(); // addresses, until their download begins (Firefox)
@@ -10,8 +10,9 @@ const leftToBrowser = new Set(); // addresses, until their download begins (Fire
 async function takeOver(download) {
   const [settings, next, method] = await Promise.all([loadSettings(), getNext(), methodOf(download.address)]);
   if (next) await setNext(undefined);
-  if (!takes({ method, ...download }, settings, next)) return false;
-  const [taken] = await handOver([download]);
+  const whole = { ...download, method, form: method === 'POST' ? formTo(download.address) : null };
+  if (!takes(whole, settings, next)) return false;
+  const [taken] = await handOver([whole]);
   return taken;
 }
 
@@ -43,7 +44,7 @@ function onDeterminingFilename(item, suggest) {
 
 // Firefox: the answer waits; a download that the program has never begins.
 async function onHeadersReceived(details) {
-  if (details.method !== 'GET' || !isSaved(details.statusCode, details.responseHeaders)) return {};
+  if (!['GET', 'POST'].includes(details.method) || !isSaved(details.statusCode, details.responseHeaders)) return {};
   const download = {
     address: details.url,
     first: firstAddress(details.requestId),

@@ -1,6 +1,6 @@
 // The program on another machine, over its control API: the same questions as the one on this machine is asked, the same
 // answers.
-import { api } from './api.js';
+import { api, message } from './api.js';
 
 const patience = 20_000; // ms
 
@@ -46,6 +46,8 @@ export async function askRemote(request, address, secret) {
     const { numActive } = await call('aria2.getGlobalStat', token);
     return { resident: true, running: Number(numActive), waiting: 0 }; // paused ones would be counted, too
   }
+  // Its words have none for a form.
+  if (request.downloads.some((one) => one.form)) throw new Error(message('stays_with_browser'));
   const calls = request.downloads.map((one) => ({
     methodName: 'aria2.addUri',
     params: [...token, [one.address], optionsOf(one, request.start)],

@@ -1,12 +1,13 @@
 // What the browser's own requests looked like, for the downloads that come of them: kept for some minutes, by address
 // and by request.
 import { api, asksForNames } from './api.js';
-import { cookieHeader, headerOf, loginOf } from './rules.js';
+import { cookieHeader, formOf, headerOf, loginOf } from './rules.js';
 
 const most = 300;
 const types = ['main_frame', 'sub_frame', 'object', 'other'];
 const byAddress = new Map();
 const firstOfRequest = new Map();
+const bodies = new Map(); // of requests that have one, until they are sent
 
 function remember(map, key, value) {
   map.delete(key); // what is new stands last
@@ -33,6 +34,13 @@ export function storeOf({ cookieStoreId, incognito }) {
 /** Begins to watch; to be called while the worker starts. */
 export function watchRequests() {
   const filter = { urls: ['<all_urls>'], types };
+  api.webRequest.onBeforeRequest.addListener(
+    (details) => {
+      if (details.method === 'POST' && details.requestBody) remember(bodies, details.requestId, details.requestBody);
+    },
+    filter,
+    ['requestBody'],
+  );
   api.webRequest.onSendHeaders.addListener(
     (details) => {
       if (!firstOfRequest.has(details.requestId)) remember(firstOfRequest, details.requestId, details.url);
@@ -43,7 +51,9 @@ export function watchRequests() {
         cookies: headerOf(details.requestHeaders, 'cookie'),
         authorization: headerOf(details.requestHeaders, 'authorization'),
         storeId: details.cookieStoreId ?? storeOfTab(details.tabId),
+        form: details.method === 'POST' ? formOf(bodies.get(details.requestId), headerOf(details.requestHeaders, 'content-type')) : null,
       });
+      bodies.delete(details.requestId);
       if (details.method !== 'GET') rememberPost(details.url);
     },
     filter,
@@ -62,6 +72,9 @@ export async function methodOf(address) {
   return posts.includes(address) ? 'POST' : 'GET';
 }
 
+/** The form that was sent to the address last; null where none was, or nothing is known of it any more. */
+export const formTo = (address) => byAddress.get(address)?.form ?? null;
+
 async function storedCookies(address, storeId, pages) {
   const query = { url: address, storeId, partitionKey: {} };
   if (!asksForNames) query.firstPartyDomain = null; // with or without
@@ -69,17 +82,17 @@ async function storedCookies(address, storeId, pages) {
 }
 
 /**
- * Completes a download {address, first, referer, name, storeId} to what the program is told: with the cookies of the
+ * Completes a download {address, first, referer, name, storeId, form} to what the program is told: with the cookies of the
  * right store, referer, agent and login. Null where the browser logged in by a way that only it can go.
  */
-export async function factsOf({ address, first, referer, name, storeId }) {
+export async function factsOf({ address, first, referer, name, storeId, form }) {
   const last = byAddress.get(address);
   const seen = last && (await last.storeId) === storeId ? last : undefined; // else it was another window's
   const login = loginOf(seen?.authorization);
   if (login === null) return null;
   const isWeb = /^https?:/i.test(address);
   const page = seen?.referer || referer || '';
-  const facts = { address, agent: isWeb ? seen?.agent || navigator.userAgent : '', name: name ?? '', ...login };
+  const facts = { address, agent: isWeb ? seen?.agent || navigator.userAgent : '', name: name ?? '', ...login, ...form };
   if (first && first !== address) facts.first = first;
   if (/^https?:/i.test(page)) facts.referer = page.replace(/#.*$/s, '');
   if (isWeb) facts.cookies = seen?.cookies || (await storedCookies(address, storeId, [address, page]));

@@ -7,6 +7,7 @@ export const defaultSettings = Object.freeze({
   takeEndings: '', // empty: all
   leaveEndings: '',
   excludedHosts: '', // with everything below them
+  takeForms: false, // answers to forms, for which the form is sent a second time
   start: 'now', // or "ask": the person decides in the program
   remoteAddress: '', // of the program on another machine; empty: there is none
   remoteSecret: '',
@@ -46,18 +47,44 @@ export function isFetchable(address) {
 }
 
 /**
- * Decides about a download: {address, first, name, size (-1: unknown), method}. `next` is the switch for one download:
- * "browser", "vantlow" or nothing. Returns whether Vantlow takes it.
+ * Decides about a download: {address, first, name, size (-1: unknown), method, form}. `next` is the switch for one
+ * download: "browser", "vantlow" or nothing. Returns whether Vantlow takes it.
  */
 export function takes(download, settings, next) {
+  const isPlain = (download.method ?? 'GET') === 'GET';
   // What only the browser can ask for stays with it, whatever is wished.
-  if (!isFetchable(download.address) || (download.method ?? 'GET') !== 'GET') return false;
+  if (!isFetchable(download.address) || !(isPlain || download.form)) return false;
   if (next) return next === 'vantlow';
+  if (!isPlain && !settings.takeForms) return false; // sent twice, a form may do twice what it does
   if (!settings.enabled || isOfHost(download.address, settings.excludedHosts)) return false;
   if (download.first && isFetchable(download.first) && isOfHost(download.first, settings.excludedHosts)) return false;
   if (hasEnding(download, settings.leaveEndings)) return false;
   if (wordsOf(settings.takeEndings).length > 0 && !hasEnding(download, settings.takeEndings)) return false;
   return !(download.size >= 0 && download.size < settings.leastSize);
+}
+
+const longestForm = 128 * 1024; // bytes
+
+function base64Of(bytes) {
+  let text = '';
+  for (const byte of bytes) text += String.fromCharCode(byte);
+  return btoa(text);
+}
+
+/**
+ * The form of a request, {formType, form (base64)}, from what the browser tells of its body: null where it is none that can
+ * be sent again as it was, such as one with files.
+ */
+export function formOf(body, contentType) {
+  let bytes;
+  if (/^application\/x-www-form-urlencoded\b/i.test(contentType) && body?.formData) {
+    const fields = Object.entries(body.formData).flatMap(([name, values]) => values.map((value) => [name, value]));
+    if (fields.some(([, value]) => typeof value !== 'string')) return null;
+    bytes = new TextEncoder().encode(new URLSearchParams(fields).toString());
+  } else if (contentType && body?.raw?.length === 1 && body.raw[0].bytes) {
+    bytes = new Uint8Array(body.raw[0].bytes);
+  }
+  return bytes && bytes.length <= longestForm ? { formType: contentType, form: base64Of(bytes) } : null;
 }
 
 export function headerOf(headers, name) {

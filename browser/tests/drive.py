@@ -27,7 +27,8 @@ PAGE = """<!doctype html><title>Links</title><a id="plain" href="/plain.bin">pla
 <a id="secret" href="/secret">secret</a> <a id="named" href="/named">named</a> <a id="small" href="/small.bin">small</a>
 <a id="attribute" download="own name.bin" href="/attribute">attribute</a> <a id="left" href="/left.keep">left</a>
 <a id="passed" href="/passed.bin">passed</a> <a id="absent" href="/absent.bin">absent</a>
-<a id="text" download="own text.txt" href="/text">text</a> <a id="blob" download="made.bin">blob</a> <form id="form" method="post" action="/posted"></form> <video src="/film.mp4"></video>
+<a id="text" download="own text.txt" href="/text">text</a> <a id="blob" download="made.bin">blob</a> <form id="form" method="post" action="/posted"></form>
+<form id="sent" method="post" action="/asked" accept-charset="utf-8"><input name="name" value="&auml; b"><input name="x" value="1"></form> <video src="/film.mp4"></video>
 <script>document.getElementById('blob').href = URL.createObjectURL(new Blob([new Uint8Array(300000)]));</script>"""
 MANY = 20
 
@@ -62,15 +63,16 @@ class Site(http.server.BaseHTTPRequestHandler):
             return self.answer(403, b"no", "text/html")
         if self.path == "/text":
             return self.answer(200, CONTENT, "text/plain")
-        if self.path in ("/named", "/posted"):
+        if self.path in ("/named", "/posted", "/asked"):
             return self.answer(200, CONTENT, Content_Disposition=f'attachment; filename="{self.path[1:]} \u00fcber.zip"'.encode().decode("latin-1"))
         if self.path == "/small.bin":
             return self.answer(200, b"few")
         return self.answer(200, CONTENT, "video/mp4" if self.path.endswith("mp4") else "application/octet-stream")
 
     def do_POST(self):
-        self.rfile.read(int(self.headers.get("Content-Length", 0)))
+        body = self.rfile.read(int(self.headers.get("Content-Length", 0))).decode()
         self.do_GET()
+        self.asked[self.path][-1]["body"] = body
 
     def log_message(self, *_):
         pass
@@ -166,6 +168,11 @@ def left_to_the_browser(trial):
     trial.click("passed")
     trial.whole(trial.saved, "passed.bin")
     assert len(Site.asked["/passed.bin"]) == 1, Site.asked["/passed.bin"]
+    trial.settings(leastSize=100, takeForms=True)
+    trial.browser.run(trial.page, "document.getElementById('sent').submit()")
+    assert trial.whole(trial.fetched, "asked \u00fcber.zip") == CONTENT
+    bodies = [own["body"] for own in Site.asked["/asked"]]
+    assert bodies == ["name=%C3%A4+b&x=1"] * 2, bodies  # once by the browser, once by the program
     trial.ask({"type": "next", "next": "vantlow"})
     trial.settings(enabled=False)
     trial.browser.run(trial.page, "location.href = '/forced.bin'")

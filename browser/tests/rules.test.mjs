@@ -3,7 +3,7 @@ import assert from 'node:assert/strict';
 import { createHash } from 'node:crypto';
 import { readdirSync, readFileSync } from 'node:fs';
 import { test } from 'node:test';
-import { cookieHeader, defaultSettings, endingOf, isSaved, loginOf, mediaKind, sizeOf, takes, tidyLinks } from '../extension/rules.js';
+import { cookieHeader, defaultSettings, endingOf, formOf, isSaved, loginOf, mediaKind, sizeOf, takes, tidyLinks } from '../extension/rules.js';
 
 const extension = new URL('../extension/', import.meta.url);
 const read = (name) => readFileSync(new URL(name, extension), 'utf8');
@@ -19,7 +19,10 @@ test('a download is taken by the rules, by the switch, and never where only the 
     [false, {}, {}, 'browser'],
     [false, {}, { enabled: false }],
     [true, {}, { enabled: false }, 'vantlow'],
-    [false, { method: 'POST' }, {}, 'vantlow'],
+    [false, { method: 'POST' }, { takeForms: true }, 'vantlow'],
+    [false, { method: 'POST', form: {} }, {}],
+    [true, { method: 'POST', form: {} }, { takeForms: true }],
+    [true, { method: 'POST', form: {} }, {}, 'vantlow'],
     [false, { address: 'blob:https://h/1' }, {}, 'vantlow'],
     [false, { address: 'data:,x' }, {}],
     [false, {}, { excludedHosts: 'other.org, *.Example.com' }],
@@ -33,6 +36,26 @@ test('a download is taken by the rules, by the switch, and never where only the 
   ];
   for (const [taken, download, settings, next] of cases) {
     assert.equal(takes({ ...large, ...download }, { ...defaultSettings, ...settings }, next), taken, JSON.stringify([download, settings, next]));
+  }
+});
+
+test('a form is taken as it was, or not at all', () => {
+  const urlencoded = 'application/x-www-form-urlencoded';
+  const raw = [{ bytes: new TextEncoder().encode('a=1').buffer }];
+  const cases = [
+    ['a+b=%C3%A4%26&c=1&c=2', urlencoded, { formData: { 'a b': ['\u00e4&'], c: ['1', '2'] } }],
+    ['a=1', 'text/plain', { raw }],
+    [null, 'multipart/form-data; boundary=x', { formData: { a: ['1'] } }],
+    [null, urlencoded, { formData: { a: [new ArrayBuffer(1)] } }],
+    [null, 'text/plain', { raw: [...raw, { file: '/etc/passwd' }] }],
+    [null, 'text/plain', { raw: [{ bytes: new ArrayBuffer(1 << 20) }] }],
+    [null, '', { raw }],
+    [null, urlencoded, undefined],
+  ];
+  for (const [body, type, given] of cases) {
+    const form = formOf(given, type);
+    assert.equal(form && Buffer.from(form.form, 'base64').toString(), body, type);
+    if (form) assert.equal(form.formType, type);
   }
 });
 

@@ -119,6 +119,11 @@ TEST(NativeMessages, that_break_a_rule_are_refused) {
         {link("referer", "http://h/\r\nX: y"), "control"},
         {link("agent", std::string("a\0b", 3)), "control"},
         {link("name", std::string(5000, 'x')), "too long"},
+        {link("form", "YQ=="), "form"},
+        {link("formType", "text/plain\r\nX: y"), "control"},
+        {request("add", 1, downloads_of({{"address", "ftp://h/a"}, {"formType", "text/plain"}})), "form"},
+        {request("add", 1, downloads_of({{"address", "http://h/a"}, {"formType", "a/b"}, {"form", "*"}})),
+         "form"},
     };
     for (const auto& [wrong, why] : cases) {
         const auto read = read_request(wrong.dump());

@@ -6,9 +6,11 @@ const field = (id) => document.getElementById(id);
 const everywhere = { origins: ['<all_urls>'] };
 const kibi = 1024;
 
+const box = { get: (input) => input.checked, set: (input, value) => { input.checked = value; } };
 // How each setting stands in its field.
 const fields = {
-  enabled: { get: (input) => input.checked, set: (input, value) => { input.checked = value; } },
+  enabled: box,
+  takeForms: box,
   leastSize: {
     get: (input) => Math.max(0, Math.round(input.valueAsNumber || 0)) * kibi,
     set: (input, value) => { input.valueAsNumber = Math.round(value / kibi); },

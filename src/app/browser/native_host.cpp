@@ -10,6 +10,7 @@
 #include "app/cli/store/store_command.h"
 #include "app/process/hand_over.h"
 #include "app/resident/resident.h"
+#include "base/codes.h"
 #include "base/safe_name.h"
 #include "base/text.h"
 #include "platform/console.h"
@@ -121,6 +122,11 @@ JobDraft draft_of(const BrowserDownload& download, bool starts) {
     if (download.first != download.address)
         draft.comment = without_credentials(to_utf16(download.first));  // the link to go to for a new address
     draft.paused = !starts;
+    if (const auto body = from_base64(download.form); body && !download.form_type.empty()) {
+        const auto* const first_byte = reinterpret_cast<const char*>(body->data());
+        draft.form = std::make_shared<const PostedForm>(
+            PostedForm{download.form_type, std::string(first_byte, body->size())});
+    }
     return draft;
 }
 

@@ -6,6 +6,7 @@
 #include <array>
 #include <cstring>
 
+#include "base/codes.h"
 #include "base/text.h"
 
 namespace vantlow {
@@ -18,6 +19,7 @@ constexpr int deepest = 4;  // an object of a list of an object
 constexpr std::size_t longest_reason = 1000;
 constexpr std::size_t longest_address = 64U << 10U;
 constexpr std::size_t longest_name = 4096;
+constexpr std::size_t longest_form = 256U << 10U;
 
 // A link names its scheme: anything else could be a path of this machine.
 constexpr std::array<std::string_view, 7> schemes{"http://", "https://", "ftp://", "ftps://",
@@ -29,7 +31,7 @@ struct Member {
     std::string BrowserDownload::*text;
     std::size_t longest;
 };
-constexpr std::array<Member, 8> members{{
+constexpr std::array<Member, 10> members{{
     {"address", &BrowserDownload::address, longest_address},
     {"first", &BrowserDownload::first, longest_address},
     {"referer", &BrowserDownload::referer, longest_address},
@@ -38,6 +40,8 @@ constexpr std::array<Member, 8> members{{
     {"name", &BrowserDownload::name, longest_name},
     {"user", &BrowserDownload::user, longest_name},
     {"password", &BrowserDownload::password, longest_name},
+    {"formType", &BrowserDownload::form_type, longest_name},
+    {"form", &BrowserDownload::form, longest_form},
 }};
 
 bool is_link(std::string_view address) {
@@ -59,6 +63,10 @@ std::string fault_of(const BrowserDownload& download) {
         if (!is_one_line(text)) return std::string("The ") + member.name + " holds control characters.";
     }
     if (!is_link(download.address)) return "The address is no link that Vantlow fetches.";
+    if (!download.form_type.empty() && !istarts_with(download.address, "http"))
+        return "The form is for an address that takes none.";
+    if (!from_base64(download.form) || (download.form_type.empty() && !download.form.empty()))
+        return "The form cannot be read.";
     // A cookie text of this form names a file of this machine.
     if (download.cookies.starts_with('@')) return "The cookies begin with \"@\".";
     return {};

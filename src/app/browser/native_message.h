@@ -7,7 +7,8 @@
 //   {"type":"hello"}    -> {"ok":true,"program":"Vantlow 2.95"}
 //   {"type":"status"}   -> {"ok":true,"resident":true,"running":2,"waiting":1}
 //   {"type":"add","start":"now"|"ask","downloads":[{"address","first","referer","agent","cookies","name","user",
-//     "password"}, ...]}  -> {"ok":true,"results":[{"ok":true,"jobs":["ID"]},{"ok":false,"reason":TEXT}]}
+//     "password","formType","form"}, ...]}  ->
+//     {"ok":true,"results":[{"ok":true,"jobs":["ID"]},{"ok":false,"reason":TEXT}]}
 //
 // A request that cannot be answered so gets {"ok":false,"code":CODE,"reason":TEXT}; whoever sent it goes on
 // as if the program were not there.
@@ -41,6 +42,9 @@ struct BrowserDownload {
     std::string name;     ///< not made safe yet
     std::string user;
     std::string password;
+    std::string
+        form_type;     ///< media type of the form that was sent by POST; empty: the address was asked by GET
+    std::string form;  ///< its bytes, in base64
 };
 
 /// A request that was read.

@@ -39,7 +39,9 @@ struct Start {
 
 void start_all(Engine& engine) {
     for (const CJobNode* job : engine.jobs_below(nullptr)) {
-        if (job->state != JobState::finished) static_cast<void>(engine.start(job->identity));
+        const bool would_send_again = job->form && job->state == JobState::failed;
+        if (job->state != JobState::finished && !would_send_again)
+            static_cast<void>(engine.start(job->identity));
     }
 }
 
