@@ -105,13 +105,14 @@ void PortMapper::find_router() {
     router_name_ += ")";
 }
 
-// It may be another one by the next time.
 void PortMapper::lose_router() {
+    is_in_doubt_ = false;
     if (router_ != nullptr) library_.PortMap_Forget(router_);
     router_ = nullptr;
 }
 
 void PortMapper::open(const Port& port) {
+    if (is_in_doubt_) lose_router();
     if (router_ == nullptr) find_router();
     if (router_ == nullptr) {
         return note(port, {false, "No router that passes calls on was found (UPnP, NAT-PMP)."}, times_.again);
@@ -123,7 +124,9 @@ void PortMapper::open(const Port& port) {
     if (granted == 0) {
         note(port, {false, words_of(port) + " is not passed on by the " + router_name_ + ": " + why.data()},
              times_.again);
-        return lose_router();
+        // It may be another one by the next time; what it passes on already is still taken back from it.
+        is_in_doubt_ = true;
+        return;
     }
     // One that grants less than a moment would be asked without end.
     const auto half = std::max(std::chrono::milliseconds(granted) * 500, std::chrono::milliseconds(1000));

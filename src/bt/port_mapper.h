@@ -79,6 +79,7 @@ class PortMapper {
     // The thread's.
     VantlowRouter* router_ = nullptr;
     std::string router_name_;
+    bool is_in_doubt_ = false;  ///< it refused a port: the next one to be opened looks for a router again
 
     std::thread thread_;  ///< last
 };

@@ -88,9 +88,9 @@ TEST_F(PortMapperTest, PassesOnWhatIsHeldAndTakesBackTheRest) {
         HeldPort one(mapper, peers);
         HeldPort again(mapper, peers);
         HeldPort udp(mapper, node);
-        HeldPort refused(mapper, {Transport::tcp, 5002});
         EXPECT_TRUE(says(mapper, peers, "The router (UPnP, 192.0.2.1) passes TCP port 5000 on", true));
         EXPECT_TRUE(says(mapper, node, "UDP port 5001", true));
+        const HeldPort refused(mapper, {Transport::tcp, 5002});  // the last word of this router: it has the rest
         EXPECT_TRUE(says(mapper, {Transport::tcp, 5002}, "No.", false));
         EXPECT_TRUE(until([&] { return here.open[peers] == 1; })) << "once, for whoever holds it";
         one = {};
