@@ -119,7 +119,7 @@ TEST_F(GetLists, AKillWhileFilesGetTheirNamesFetchesNoneOfThemAgain) {
     const CJobNode b = job_of(u"http://h/b");
     const CJobNode c = job_of(u"http://h/c");
     {
-        ListMemory memory(folder.path(), "list");
+        ListMemory memory(folder.path(), {"list", {}});
         memory.naming({a.identity, folder.path(u"a"), 4, a.address});
         memory.naming({b.identity, folder.path(u"b"), 4, b.address});
         memory.naming({c.identity, folder.path(u"c"), 4, c.address});
@@ -130,7 +130,7 @@ TEST_F(GetLists, AKillWhileFilesGetTheirNamesFetchesNoneOfThemAgain) {
     folder.write(u"b", "old.");
     folder.write(u"c", "old.");  // which is why c got another
     folder.write(u"c(1)", "mine");
-    ListMemory memory(folder.path(), "list");
+    ListMemory memory(folder.path(), {"list", {}});
     ASSERT_TRUE(memory.take(a));
     EXPECT_FALSE(memory.take(b));
     const auto other = memory.take(c);

@@ -143,6 +143,7 @@ TEST_F(Methods, a_status_is_made_of_texts_and_leaves_out_what_there_is_not) {
     EXPECT_EQ(call("getPeers", R"(["4"])"), Json::parse(R"([{"peerId":"%2D%58%FF","ip":"1.2.3.4","port":"0",
         "bitfield":"80","amChoking":"true","peerChoking":"false","downloadSpeed":"1","uploadSpeed":"2",
         "seeder":"false"}])"));
+    downloads_.peers_now.clear();
     EXPECT_EQ(call("getPeers", R"(["1"])"), Json::array()) << "it is none of BitTorrent";
     EXPECT_EQ(call("getPeers", R"(["2"])"), "1 This download has ended.");
     EXPECT_EQ(call("getServers", R"(["1"])"), Json::parse(R"([{"index":"1","servers":[

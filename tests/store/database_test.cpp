@@ -83,9 +83,11 @@ std::string full_layout() {
     for (const char16_t c : std::u16string(u"/id_key")) state.n(2, c);
     state.raw("W").n(4, 3).raw("2-3").raw("h").n(4, 1).raw("2").raw("l").n(4, 1).raw("3").raw("u").n(4, 8).n(
         8, 633);
+    state.raw("p").n(4, 8).n(8, 636);
     state.raw("V").n(4, 8).n(8, 1500).raw("Q").n(4, 8).n(8, 632);
     state.raw("N").n(4, 4).n(4, 63);
     state.raw("U").n(4, 25).n(8, 633).n(8, 634).n(8, 635).n(1, 1);
+    state.raw("f").n(4, 14).raw("text/plain").n(1, 0).raw("a").n(1, 0).raw("b");
     out.raw("T").n(4, static_cast<std::int64_t>(state.bytes.size())).raw(state.bytes).raw("]");
     return out.bytes;
 }

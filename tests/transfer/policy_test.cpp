@@ -278,6 +278,7 @@ TEST_F(PolicyTest, WhereTheBytesOfTwoMirrorsTouchASavedStateHasAGap) {
     ASSERT_TRUE(two.enlist(second, rules, now));
     ASSERT_NE(first.mirror, second.mirror);
     const std::int64_t joint = second.position;
+    ASSERT_TRUE(two.answered(second, answer(joint), joint, rules).result.ok());
     for (Worker* worker : {&second, &first}) {
         const std::int64_t begin = worker->position;
         const std::int64_t end = worker == &first ? joint : joint + 100'000;
@@ -285,15 +286,17 @@ TEST_F(PolicyTest, WhereTheBytesOfTwoMirrorsTouchASavedStateHasAGap) {
         two.written(begin, end - begin);
         worker->position = end;
     }
-    const auto saved = file.twin();
-    two.open_joints(*saved);
-    ASSERT_FALSE(saved->segments.empty());
-    EXPECT_EQ(saved->segments.front()->start, joint);
-    EXPECT_LT(saved->segments.front()->end, joint + 100'000);
+    const auto bytes_missing = [&] {
+        const auto saved = file.twin();
+        two.open_joints(*saved);
+        std::int64_t missing = 0;
+        for (const auto& segment : saved->segments)
+            missing += std::max<std::int64_t>(std::min(segment->end, joint + 100'000) - segment->start, 0);
+        return missing;
+    };
+    EXPECT_EQ(bytes_missing(), 4096);
     two.agreed(first, joint, joint + 4096);
-    const auto compared = file.twin();
-    two.open_joints(*compared);
-    EXPECT_NE(compared->segments.front()->start, joint) << "compared already";
+    EXPECT_EQ(bytes_missing(), 0) << "it was compared";
 }
 
 TEST_F(PolicyTest, AServerThatCannotResumeThrowsNothingAwayThatIsReceivedFromTheStart) {

@@ -72,7 +72,10 @@ Complaint look_at_proxies(CFerrywellApp& app, const JobOptions& options) {
 // A file keeps its name while links are added to it, any other list is known by its links.
 ListMemory::List list_of(const JobOptions& options, const std::vector<std::string>& links) {
     const bool has_file = !options.input_file.empty() && options.input_file != "-";
-    return {has_file ? to_utf8(absolute_path(to_utf16(options.input_file))) : std::string(), links};
+    // Who names a single link wants it now, whatever it was part of before.
+    const bool is_single = options.input_file.empty() && links.size() == 1;
+    return {has_file ? to_utf8(absolute_path(to_utf16(options.input_file))) : std::string(), links,
+            !is_single};
 }
 
 // A folder of its own for a file that goes to the standard output ("-o -"): in the one that --dir names, else

@@ -72,7 +72,7 @@ ListMemory::ListMemory(const std::u16string& folder, const List& list) : folder_
     const MutexLock guard(mutex_);
     if (path_kind(path_) == PathKind::file) {
         read();
-    } else if (list.file.empty()) {
+    } else if (list.file.empty() && list.may_be_rest) {
         read_longer(list.links);
     }
 }

@@ -32,6 +32,7 @@ class ListMemory {
     struct List {
         std::string file;                ///< that has the links; empty: they came otherwise
         std::vector<std::string> links;  ///< all of them
+        bool may_be_rest = true;         ///< of a longer list without a file, whose other links failed
     };
 
     /// Reads what an earlier run has left of this list. A list without a file may also be what is left of a
