@@ -38,7 +38,8 @@ class DhtService {
     DhtService& operator=(const DhtService&) = delete;
 
     /// Searches for the torrent's peers, and tells others that one listens at the port (0: none is told),
-    /// until end() with the same store, which gets the peers. Fails where the node cannot be started.
+    /// until end() with the same store, which gets the peers. Fails where the node cannot be started, and
+    /// where it serves torrents that are held to another interface than "Torrent"/"Interface" now names.
     Result begin(const InfoHash& torrent, std::uint16_t port, PeerStore& found);
     void end(const InfoHash& torrent, PeerStore& found);
     /// Searches once more, now.
@@ -52,7 +53,7 @@ class DhtService {
     // On the threads of callers, under life_.
     Result start() VANTLOW_REQUIRES(life_);
     void stop() VANTLOW_REQUIRES(life_);
-    Result bind_ports() VANTLOW_REQUIRES(life_);
+    Result bind_ports();
     void load_id() VANTLOW_REQUIRES(life_);
     bool load_nodes() const;
 
@@ -68,6 +69,7 @@ class DhtService {
     void found(const InfoHash& torrent, const SocketAddress& peer);
     void save_nodes() const;
     void look_now_and_then();
+    void follow_way();
 
     // On the thread of names.
     void look_up_nodes(const StopSource& stop) const;
@@ -91,6 +93,8 @@ class DhtService {
 
     // Of the node's thread while it runs, else of whoever holds life_.
     bool has_node_ = false;
+    NetworkWay way_;  ///< that the node's packets are held to
+    std::optional<NetworkWay::State> way_state_;
     std::array<std::uint8_t, 20> id_{};
     std::unique_ptr<net::Loop> loop_;
     std::unique_ptr<net::Datagrams> four_;

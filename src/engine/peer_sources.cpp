@@ -46,6 +46,12 @@ void PeerSources::begin_near(net::Network& network, std::uint16_t port) {
     if (!discovery_->start()) discovery_.reset();
 }
 
+void PeerSources::call_near_again(net::Network& network, std::uint16_t port) {
+    if (!discovery_) return;
+    discovery_.reset();
+    begin_near(network, port);
+}
+
 void PeerSources::end() {
     if (uses_table_) table_->end(torrent_, *found_);
     uses_table_ = has_begun_ = false;

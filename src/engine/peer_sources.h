@@ -35,6 +35,8 @@ class PeerSources {
     /// The peers that were found since the last call, or since find_again().
     std::vector<SocketAddress> fresh();
     void find_again() noexcept { told_ = 0; }
+    /// Calls in this network anew where it did before: the interface went and came back.
+    void call_near_again(net::Network& network, std::uint16_t port);
 
     /// Of the hash table's node; 0: this torrent does not use it.
     [[nodiscard]] std::uint16_t table_port() const noexcept {

@@ -90,7 +90,12 @@ void TorrentRun::run() {
 
 Result TorrentRun::work() {
     if (Result result = read_address(); !result.ok()) return result;
-    auto loop = net::make_loop();
+    const auto tell = [this](const std::string& why) {
+        const MutexLock guard(mutex_);
+        progress_.waiting_for = why;
+    };
+    if (Result result = reach_.wait_for_way(tell); !result.ok()) return result;
+    auto loop = net::make_loop({.way = reach_.way()});
     if (!loop) return loop.failure();
     loop_ = *std::move(loop);
     const std::stop_callback wake(stop_.token(), [this] { loop_->stop(); });
@@ -99,6 +104,7 @@ Result TorrentRun::work() {
     if (Result result = reach_.open(*loop_, take); !result.ok()) return result;
     identity_.port = reach_.told_port();
     identity_.proxy = reach_.proxy();
+    identity_.way = reach_.way();
     announces_.start(trackers_of(magnet_));
     look_up_peers();
     Result result = describe();

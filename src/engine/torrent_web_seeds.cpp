@@ -41,6 +41,7 @@ std::vector<std::unique_ptr<WebSeed>> TorrentRun::make_web_seeds() {
 HttpErrand TorrentRun::seed_errand() const {
     HttpErrand errand = errand_by_rules(job_, options_, services_);
     errand.with_cookies = false;
+    errand.way = reach_.way();
     if (reach_.is_behind_proxy()) errand.proxy_for = [this](const Target&) { return reach_.proxy(); };
     return errand;
 }
