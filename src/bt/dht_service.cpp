@@ -77,12 +77,13 @@ DhtService::~DhtService() {
     stop();
 }
 
-Result DhtService::begin(const InfoHash& torrent, std::uint16_t port, PeerStore& found) {
+Result DhtService::begin(const InfoHash& torrent, std::uint16_t port, PeerStore& found,
+                         const NetworkWay& way) {
     const MutexLock life(life_);
-    if (loop_ && way_ != torrent_way(settings_))
+    if (loop_ && way_ != way)
         return {Code::transient, "Its node is held to another interface as long as other torrents run."};
     if (!loop_) {
-        if (Result result = start(); !result.ok()) {
+        if (Result result = start(way); !result.ok()) {
             stop();
             return result;
         }
@@ -152,10 +153,10 @@ Result DhtService::bind_ports() {
     return four_ || six_ ? Result() : four.failure();
 }
 
-Result DhtService::start() {
+Result DhtService::start(const NetworkWay& way) {
     if (library_.BTDHT_Start == nullptr || library_.BTDHT_Work == nullptr)
         return {Code::unsupported, missing_library_text("libBTDHT")};
-    way_ = torrent_way(settings_);
+    way_ = way;
     auto loop = net::make_loop({.way = way_});
     if (!loop) return loop.failure();
     loop_ = *std::move(loop);

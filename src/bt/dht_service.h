@@ -38,9 +38,10 @@ class DhtService {
     DhtService& operator=(const DhtService&) = delete;
 
     /// Searches for the torrent's peers, and tells others that one listens at the port (0: none is told),
-    /// until end() with the same store, which gets the peers. Fails where the node cannot be started, and
-    /// where it serves torrents that are held to another interface than "Torrent"/"Interface" now names.
-    Result begin(const InfoHash& torrent, std::uint16_t port, PeerStore& found);
+    /// until end() with the same store, which gets the peers. All packets are held to the way: it fails
+    /// where the node serves torrents that are held to another one, and where it cannot be started.
+    Result begin(const InfoHash& torrent, std::uint16_t port, PeerStore& found,
+                 const NetworkWay& way = NetworkWay());
     void end(const InfoHash& torrent, PeerStore& found);
     /// Searches once more, now.
     void search_again(const InfoHash& torrent);
@@ -51,7 +52,7 @@ class DhtService {
 
   private:
     // On the threads of callers, under life_.
-    Result start() VANTLOW_REQUIRES(life_);
+    Result start(const NetworkWay& way) VANTLOW_REQUIRES(life_);
     void stop() VANTLOW_REQUIRES(life_);
     Result bind_ports();
     void load_id() VANTLOW_REQUIRES(life_);

@@ -25,8 +25,9 @@ class PeerSources {
     PeerSources(const PeerSources&) = delete;
     PeerSources& operator=(const PeerSources&) = delete;
 
-    /// Begins what the settings allow, unless it runs already. `port`: that peers may call; 0: none.
-    void begin(net::Network& network, const InfoHash& torrent, std::uint16_t port,
+    /// Begins what the settings allow, unless it runs already. `port`: that peers may call; 0: none. The
+    /// network is held to the way already.
+    void begin(net::Network& network, const NetworkWay& way, const InfoHash& torrent, std::uint16_t port,
                std::span<const SocketAddress> nodes);
     /// Ends all of it, and forgets what was found.
     void end();
@@ -48,7 +49,7 @@ class PeerSources {
     [[nodiscard]] std::size_t from_near() const noexcept { return near_; }
 
   private:
-    void begin_table(std::uint16_t port, std::span<const SocketAddress> nodes);
+    void begin_table(const NetworkWay& way, std::uint16_t port, std::span<const SocketAddress> nodes);
     void begin_near(net::Network& network, std::uint16_t port);
 
     DhtService* const table_;

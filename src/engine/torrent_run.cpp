@@ -114,7 +114,7 @@ Result TorrentRun::work() {
     look_up_stop_.request();
     look_up_.join();
     sources_.end();
-    if (files_) files_->close(!sharing_.whole_since);
+    if (files_) files_->close();
     ticks_.reset();
     reach_.close();
     return result;
@@ -139,7 +139,7 @@ Result TorrentRun::read_address() {
 // In the hash table and in this network, neither of which is behind a proxy.
 void TorrentRun::find_peers(std::span<const SocketAddress> nodes) {
     if (reach_.is_behind_proxy()) return;
-    sources_.begin(*loop_, magnet_.info_hash, reach_.port(), nodes);
+    sources_.begin(*loop_, reach_.way(), magnet_.info_hash, reach_.port(), nodes);
     reach_.hold_node_port(sources_.table_port());
 }
 
@@ -289,7 +289,8 @@ Result TorrentRun::conclude(const Result& fetched) {
         files_->take_names();
         if (received_ > 0) announces_.complete();
     }
-    files_->close(false);
+    // What is shared again in a later run needs the bytes of files that are not chosen.
+    files_->close(sharing_.settles && stop_.requested());
     log_.line(Direction::note,
               named_ ? "It is not shared any more." : message_text(Message::download_completed));
     return {};
