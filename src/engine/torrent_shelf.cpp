@@ -98,7 +98,7 @@ DocumentFacts TorrentShelf::find_facts(const InfoHash& hash) const {
 void TorrentShelf::forget(const InfoHash& hash) {
     const MutexLock guard(mutex_);
     facts_.erase(hash);
-    std::erase_if(recent_, [&](const auto& one) {
+    std::erase_if(recent_, [&](const auto& one) VANTLOW_REQUIRES(mutex_) {
         if (one.first == hash) recent_bytes_ -= one.second.size();
         return one.first == hash;
     });
