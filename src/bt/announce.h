@@ -29,6 +29,7 @@ struct TorrentIdentity {
     std::string peer_id;     ///< 20 characters
     std::uint16_t port = 0;  ///< that peers may connect to; 0: none
     ProxyPlan proxy;
+    NetworkWay way;                         ///< that all packets are held to
     std::atomic<std::int64_t> uploaded{0};  ///< bytes
     std::atomic<std::int64_t> downloaded{0};
     std::atomic<std::int64_t> left{0};

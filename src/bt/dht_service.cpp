@@ -77,10 +77,13 @@ DhtService::~DhtService() {
     stop();
 }
 
-Result DhtService::begin(const InfoHash& torrent, std::uint16_t port, PeerStore& found) {
+Result DhtService::begin(const InfoHash& torrent, std::uint16_t port, PeerStore& found,
+                         const NetworkWay& way) {
     const MutexLock life(life_);
+    if (loop_ && way_ != way)
+        return {Code::transient, "Its node is held to another interface as long as other torrents run."};
     if (!loop_) {
-        if (Result result = start(); !result.ok()) {
+        if (Result result = start(way); !result.ok()) {
             stop();
             return result;
         }
@@ -135,10 +138,9 @@ void DhtService::add_nodes(std::span<const SocketAddress> nodes) const {
 }
 
 Result DhtService::bind_ports() {
-    auto loop = net::make_loop();
-    if (!loop) return loop.failure();
-    loop_ = *std::move(loop);
-    auto four = loop_->bind(*SocketAddress::from_literal("0.0.0.0", 0));
+    four_.reset();
+    six_.reset();
+    auto four = loop_->bind(*SocketAddress::from_literal("0.0.0.0", port_));
     if (four) {
         four_ = *std::move(four);
         if (const auto at = four_->address()) port_ = at->port();
@@ -151,10 +153,17 @@ Result DhtService::bind_ports() {
     return four_ || six_ ? Result() : four.failure();
 }
 
-Result DhtService::start() {
+Result DhtService::start(const NetworkWay& way) {
     if (library_.BTDHT_Start == nullptr || library_.BTDHT_Work == nullptr)
         return {Code::unsupported, missing_library_text("libBTDHT")};
+    way_ = way;
+    auto loop = net::make_loop({.way = way_});
+    if (!loop) return loop.failure();
+    loop_ = *std::move(loop);
     if (Result result = bind_ports(); !result.ok()) return result;
+    if (!way_.is_any()) {
+        if (auto state = way_.look()) way_state_ = *std::move(state);
+    }
     load_id();
     VantlowDhtOwner owner{};
     owner.context = this;
@@ -303,6 +312,7 @@ void DhtService::save_nodes() const {
 
 void DhtService::look_now_and_then() {
     if (filter_ != nullptr) blocked_ = filter_->current();
+    follow_way();
     std::array<std::uint8_t, compact_ipv6> room;
     has_nodes_ = library_.BTDHT_Nodes(VANTLOW_DHT_IPV4, room.data(), room.size()) > 0 ||
                  library_.BTDHT_Nodes(VANTLOW_DHT_IPV6, room.data(), room.size()) > 0;
@@ -313,6 +323,15 @@ void DhtService::look_now_and_then() {
     look_timer_->start(loop_->now() + look_time, [this] { look_now_and_then(); });
 }
 
+// The sockets of an interface that went are of no use when it comes back.
+void DhtService::follow_way() {
+    if (way_.is_any()) return;
+    auto state = way_.look();
+    if (!state || way_state_ == *state) return;
+    way_state_ = *std::move(state);
+    if (bind_ports().ok()) listen();
+}
+
 // Well-known nodes are asked only while no other answers: they are few, and everybody asks them.
 void DhtService::look_up_nodes(const StopSource& stop) const {
     std::chrono::seconds pause = load_nodes() ? patience_with_saved : std::chrono::seconds(0);
@@ -321,7 +340,7 @@ void DhtService::look_up_nodes(const StopSource& stop) const {
         pause = std::exchange(next, std::min(next * 2, longest_pause));
         if (has_nodes_) continue;
         for (const auto& [host, port] : dht_routers(to_utf8(settings_.text(setting::dht_nodes)))) {
-            const auto addresses = resolver_.resolve(host, port, stop);
+            const auto addresses = resolver_.resolve(host, port, stop, way_);
             if (addresses) add_nodes(*addresses);
             if (stop.requested()) return;
         }

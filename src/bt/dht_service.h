@@ -38,8 +38,10 @@ class DhtService {
     DhtService& operator=(const DhtService&) = delete;
 
     /// Searches for the torrent's peers, and tells others that one listens at the port (0: none is told),
-    /// until end() with the same store, which gets the peers. Fails where the node cannot be started.
-    Result begin(const InfoHash& torrent, std::uint16_t port, PeerStore& found);
+    /// until end() with the same store, which gets the peers. All packets are held to the way: it fails
+    /// where the node serves torrents that are held to another one, and where it cannot be started.
+    Result begin(const InfoHash& torrent, std::uint16_t port, PeerStore& found,
+                 const NetworkWay& way = NetworkWay());
     void end(const InfoHash& torrent, PeerStore& found);
     /// Searches once more, now.
     void search_again(const InfoHash& torrent);
@@ -50,9 +52,9 @@ class DhtService {
 
   private:
     // On the threads of callers, under life_.
-    Result start() VANTLOW_REQUIRES(life_);
+    Result start(const NetworkWay& way) VANTLOW_REQUIRES(life_);
     void stop() VANTLOW_REQUIRES(life_);
-    Result bind_ports() VANTLOW_REQUIRES(life_);
+    Result bind_ports();
     void load_id() VANTLOW_REQUIRES(life_);
     bool load_nodes() const;
 
@@ -68,6 +70,7 @@ class DhtService {
     void found(const InfoHash& torrent, const SocketAddress& peer);
     void save_nodes() const;
     void look_now_and_then();
+    void follow_way();
 
     // On the thread of names.
     void look_up_nodes(const StopSource& stop) const;
@@ -91,6 +94,8 @@ class DhtService {
 
     // Of the node's thread while it runs, else of whoever holds life_.
     bool has_node_ = false;
+    NetworkWay way_;  ///< that the node's packets are held to
+    std::optional<NetworkWay::State> way_state_;
     std::array<std::uint8_t, 20> id_{};
     std::unique_ptr<net::Loop> loop_;
     std::unique_ptr<net::Datagrams> four_;

@@ -75,6 +75,7 @@ Result CBTAnnounceThread::fetch(const std::string& url, bool second_attempt, std
     errand.trust.verify = services_.settings.flag(setting::verify_peer);
     errand.trust.ca_file = services_.settings.text(setting::ca_file);
     errand.proxy = job_.proxy;
+    errand.way = job_.way;
     if (errand.proxy.is_used())
         add_login(errand.proxy, services_.libraries, &services_.connections.memory.of<LoginMemory>());
     // The second attempt uses the other address family, where the tracker has it; the first uses whichever
@@ -89,7 +90,8 @@ Result CBTAnnounceThread::fetch(const std::string& url, bool second_attempt, std
 }
 
 void CBTAnnounceThread::prefer_ipv6(ConnectPlan& plan) {
-    const auto addresses = services_.connections.resolver.resolve(plan.host, plan.port, active_stop());
+    const auto addresses =
+        services_.connections.resolver.resolve(plan.host, plan.port, active_stop(), job_.way);
     if (!addresses.ok()) return;
     const auto found = std::find_if(addresses->begin(), addresses->end(),
                                     [](const SocketAddress& address) { return address.is_ipv6(); });
@@ -100,10 +102,11 @@ void CBTAnnounceThread::prefer_ipv6(ConnectPlan& plan) {
 void CBTAnnounceThread::learn_own_address(const std::string& url) {
     const auto target = parse_target(to_utf16(url));
     if (job_.port == 0 || job_.proxy.is_used() || !target) return;
-    const auto addresses = services_.connections.resolver.resolve(target->host, target->port, active_stop());
+    const auto addresses =
+        services_.connections.resolver.resolve(target->host, target->port, active_stop(), job_.way);
     if (!addresses.ok()) return;
     for (const SocketAddress& address : *addresses) {
-        const auto towards = UdpSocket::connect(address);  // sends nothing
+        const auto towards = UdpSocket::connect(address, job_.way);  // sends nothing
         if (const auto local = towards.ok() ? towards->local_address() : std::nullopt)
             note_own_address(*local);
     }
@@ -114,7 +117,8 @@ void CBTAnnounceThread::resolve_named(CBETrackerRespond& respond) {
     if (job_.proxy.is_used()) return;
     respond.named.resize(std::min(respond.named.size(), most_names));
     for (const NamedPeer& peer : respond.named) {
-        const auto addresses = services_.connections.resolver.resolve(peer.host, peer.port, active_stop());
+        const auto addresses =
+            services_.connections.resolver.resolve(peer.host, peer.port, active_stop(), job_.way);
         if (!addresses.ok()) continue;
         for (const SocketAddress& address : *addresses) {
             (address.is_ipv6() ? respond.ipv6 : respond.ipv4).push_back(address);

@@ -128,6 +128,7 @@ ProbeReport probe_peer(const AnnounceServices& services, const TorrentIdentity& 
     plan.host = host;
     plan.port = port;
     plan.proxy = job.proxy;
+    plan.way = job.way;
     plan.want_connect = true;
     plan.timeout = std::chrono::seconds(services.settings.number(setting::connect_timeout));
     plan.may_reuse = false;

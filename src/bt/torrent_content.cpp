@@ -4,13 +4,37 @@
 #include <limits>
 #include <utility>
 
+#include "base/text.h"
+
 namespace vantlow {
 namespace {
 
 constexpr std::int64_t longest_piece = std::int64_t{1} << 31U;
+constexpr std::size_t longest_fact = 4096;
+constexpr std::int64_t latest_time = 253'402'300'800;  // the year 10000
 
 Result refusal(const char* why) {
     return {Code::unsupported, why};
+}
+
+// The strings under a key: one, or a list of them.
+std::vector<std::string> addresses_of_document(std::span<const std::byte> document, std::string_view key) {
+    constexpr std::size_t most = 50;
+    CBEncode parser;
+    if (!parser.load_memory(document)) return {};
+    const auto tree = parser.parse_document();
+    if (!tree) return {};
+    std::vector<std::string> addresses;
+    const auto add = [&](const CBEObject* value) {
+        const CBEString* const text = as_string(value);
+        if (text != nullptr && !text->data.empty() && addresses.size() < most)
+            addresses.push_back(text->data);
+    };
+    add(tree->find(key));
+    if (const CBEList* const list = tree->find_list(key)) {
+        for (const auto& item : list->items) add(item.get());
+    }
+    return addresses;
 }
 
 // A file that only fills a piece up says so in its attributes.
@@ -56,22 +80,30 @@ std::string info_of_document(std::span<const std::byte> document) {
 }
 
 std::vector<std::string> web_seeds_of_document(std::span<const std::byte> document) {
-    constexpr std::size_t most = 50;
+    return addresses_of_document(document, "url-list");
+}
+
+std::vector<std::string> http_seeds_of_document(std::span<const std::byte> document) {
+    return addresses_of_document(document, "httpseeds");
+}
+
+DocumentFacts facts_of_document(std::span<const std::byte> document) {
     CBEncode parser;
-    if (!parser.load_memory(document)) return {};
-    const auto tree = parser.parse_document();
-    if (!tree) return {};
-    std::vector<std::string> addresses;
-    const auto add = [&](const CBEObject* value) {
-        const CBEString* const text = as_string(value);
-        if (text != nullptr && !text->data.empty() && addresses.size() < most)
-            addresses.push_back(text->data);
+    const auto tree = parser.load_memory(document) ? parser.parse_document() : nullptr;
+    DocumentFacts facts;
+    if (!tree) return facts;
+    const auto text_of = [&](std::string_view key) {
+        const CBEString* text = tree->find_string(std::string(key) + ".utf-8");
+        if (text == nullptr) text = tree->find_string(key);
+        // What is not UTF-8, or was cut, is replaced.
+        return text != nullptr ? to_utf8(to_utf16(text->data.substr(0, longest_fact))) : std::string();
     };
-    add(tree->find("url-list"));
-    if (const CBEList* const list = tree->find_list("url-list")) {
-        for (const auto& item : list->items) add(item.get());
-    }
-    return addresses;
+    facts.comment = text_of("comment");
+    facts.created_by = text_of("created by");
+    const CBEInteger* const created = tree->find_integer("creation date");
+    if (created != nullptr && created->value > 0 && created->value < latest_time)
+        facts.created = created->value;
+    return facts;
 }
 
 Outcome<TorrentContent> read_torrent_content(std::string_view info) {

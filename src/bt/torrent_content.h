@@ -27,6 +27,14 @@ struct TorrentContent {
     }
 };
 
+/// The facts of a document that its "info" value does not hold. A plain record.
+struct DocumentFacts {
+    std::string comment;       ///< UTF-8, 4 KiB at most; empty: there is none
+    std::string created_by;    ///< the program that made it, likewise
+    std::int64_t created = 0;  ///< seconds since 1970; 0: unsaid
+};
+DocumentFacts facts_of_document(std::span<const std::byte> document);
+
 /// Reads an "info" value. Hybrid torrents (BEP 52) are read by their first version; `unsupported`, with a
 /// sentence, for those that have none, and for sizes, pieces and lengths that contradict each other. Padding
 /// (BEP 47) is marked as such.
@@ -43,6 +51,9 @@ std::string info_of_document(std::span<const std::byte> document);
 
 /// The addresses of servers that have the files, as a document names them (BEP 19): the first 50.
 std::vector<std::string> web_seeds_of_document(std::span<const std::byte> document);
+
+/// The addresses of scripts at servers that give the pieces, likewise (BEP 17).
+std::vector<std::string> http_seeds_of_document(std::span<const std::byte> document);
 
 /// A name from a torrent as one part of a path: what would divide it becomes "_".
 std::u16string in_one_part(std::u16string name);

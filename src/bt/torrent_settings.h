@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "base/text.h"
+#include "platform/network_way.h"
 #include "store/settings.h"
 
 namespace vantlow {
@@ -44,6 +45,9 @@ inline constexpr NumberSetting ip_filter{
     0,          1,           "1: addresses that \"ipfilter.dat\" in the data folder names are no peers"};
 inline constexpr TextSetting ip_filter_file{u"Torrent", u"IPFilterFile", u"",
                                             "a further list of addresses that are no peers; empty: none"};
+inline constexpr TextSetting network_interface{
+    u"Torrent", u"Interface", u"",
+    "the network interface, or its address, that all packets of torrents are held to; empty: any"};
 inline constexpr NumberSetting port_mapping{
     u"Torrent", u"PortMapping", 1, 0, 1, "1: the router is asked to let peers call (UPnP, NAT-PMP)"};
 inline constexpr TextSetting torrent_tracker{u"Torrent", u"DefaultTracker",
@@ -62,6 +66,11 @@ inline constexpr NumberSetting seed_time{
     u"Torrent", u"SeedTime", 0,
     0,          315360000,   "seconds; a torrent is shared so long at most after its end; 0: no bound"};
 }  // namespace setting
+
+/// The way that torrents are held to: "Torrent"/"Interface".
+inline NetworkWay torrent_way(const Settings& settings) {
+    return NetworkWay(to_utf8(settings.text(setting::network_interface)));
+}
 
 /// The tracker of a torrent that names none: "Torrent"/"DefaultTracker".
 inline std::string default_tracker(const Settings& settings) {

@@ -54,7 +54,7 @@ Result CBTAnnounceThread::udp_open(UdpChannel& channel, const std::string& url) 
 }
 
 Outcome<CBETrackerRespond> CBTAnnounceThread::ask_udp(const std::string& url, AnnounceEvent event) {
-    UdpChannel channel(services_.connections, log_, active_stop());
+    UdpChannel channel(services_.connections, log_, active_stop(), job_.way);
     if (Result result = udp_open(channel, url); !result.ok()) return result;
     auto answer = udp_exchange(
         channel, udp_tracker::announce_request(connection_, transaction_, job_, event, numwant()),
@@ -66,7 +66,7 @@ Outcome<CBETrackerRespond> CBTAnnounceThread::ask_udp(const std::string& url, An
 }
 
 Outcome<SwarmCounts> CBTAnnounceThread::scrape_udp(const std::string& url) {
-    UdpChannel channel(services_.connections, log_, active_stop());
+    UdpChannel channel(services_.connections, log_, active_stop(), job_.way);
     if (Result result = udp_open(channel, url); !result.ok()) return result;
     auto answer =
         udp_exchange(channel, udp_tracker::scrape_request(connection_, transaction_, job_.info_hash),

@@ -57,8 +57,8 @@ class UdpChannel::Association : public CBaseSocket {
     }
 };
 
-UdpChannel::UdpChannel(ConnectionServices& services, LogSink& log, const StopSource& stop)
-    : services_(services), log_(log), stop_(stop) {}
+UdpChannel::UdpChannel(ConnectionServices& services, LogSink& log, const StopSource& stop, NetworkWay way)
+    : services_(services), log_(log), stop_(stop), way_(std::move(way)) {}
 UdpChannel::~UdpChannel() = default;
 
 Result UdpChannel::open(const std::string& host, std::uint16_t port, const ProxyPlan& proxy,
@@ -74,7 +74,7 @@ Result UdpChannel::open(const std::string& host, std::uint16_t port, const Proxy
 
 Result UdpChannel::open_direct(const std::string& host, std::uint16_t port) {
     log_.line(Direction::note, message(Message::connecting_to, {host, std::int64_t{port}}));
-    auto addresses = services_.resolver.resolve(host, port, stop_);
+    auto addresses = services_.resolver.resolve(host, port, stop_, way_);
     if (!addresses.ok()) {
         if (addresses.failure().kind() != Kind::stopped)
             log_.line(Direction::error, message_text(Message::not_resolved));
@@ -85,7 +85,7 @@ Result UdpChannel::open_direct(const std::string& host, std::uint16_t port) {
                           [](const SocketAddress& address) { return !address.is_ipv6(); });
     Result failure(Code::not_resolved);
     for (const SocketAddress& address : *addresses) {
-        auto socket = UdpSocket::connect(address);
+        auto socket = UdpSocket::connect(address, way_);
         if (socket.ok()) {
             socket_ = *std::move(socket);
             is_ipv6_ = address.is_ipv6();
@@ -106,13 +106,14 @@ Result UdpChannel::open_association(const std::string& host, std::uint16_t port,
     plan.host = host;
     plan.port = port;
     plan.proxy = proxy;
+    plan.way = way_;
     plan.proxy.resolve_here = false;  // nothing is to be resolved for the association itself
     plan.timeout = timeout;
     plan.may_reuse = false;
     if (Result result = association_->open(plan); !result.ok()) return result;
     std::string named = host;
     if (proxy.resolve_here) {
-        const auto addresses = services_.resolver.resolve(host, port, stop_);
+        const auto addresses = services_.resolver.resolve(host, port, stop_, way_);
         if (!addresses.ok()) return addresses.failure();
         named = addresses->front().host();
     }
@@ -123,12 +124,12 @@ Result UdpChannel::open_association(const std::string& host, std::uint16_t port,
     if (named_relay->address) {
         relay = *named_relay->address;
     } else {
-        const auto addresses = services_.resolver.resolve(proxy.host, proxy.port, stop_);
+        const auto addresses = services_.resolver.resolve(proxy.host, proxy.port, stop_, way_);
         if (!addresses.ok()) return addresses.failure();
         relay = addresses->front();
         relay.set_port(named_relay->port);
     }
-    auto socket = UdpSocket::connect(relay);
+    auto socket = UdpSocket::connect(relay, way_);
     if (!socket.ok()) return fail(socket.failure().system_error);
     socket_ = *std::move(socket);
     is_ipv6_ = names_ipv6(header_);

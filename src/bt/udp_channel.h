@@ -13,7 +13,8 @@ namespace vantlow {
 /// Belongs to one thread.
 class UdpChannel {
   public:
-    UdpChannel(ConnectionServices& services, LogSink& log, const StopSource& stop);
+    /// All but the way outlive the object, whose packets go by that way alone.
+    UdpChannel(ConnectionServices& services, LogSink& log, const StopSource& stop, NetworkWay way);
     ~UdpChannel();
     UdpChannel(const UdpChannel&) = delete;
     UdpChannel& operator=(const UdpChannel&) = delete;
@@ -42,6 +43,7 @@ class UdpChannel {
     ConnectionServices& services_;
     LogSink& log_;
     const StopSource& stop_;
+    const NetworkWay way_;
     std::unique_ptr<Association> association_;  ///< held open while the relay is used; null: direct
     std::string header_;                        ///< in front of each datagram to the relay
     UdpSocket socket_;

@@ -141,12 +141,7 @@ UtpPort::~UtpPort() {
 Result UtpPort::open(std::uint16_t port, Caller on_caller) {
     if (library_.UTP_Srv_Init == nullptr || library_.UTP_Cli_Open == nullptr)
         return {Code::unsupported, missing_library_text("libBTDHT")};
-    auto four = network_.bind(*SocketAddress::from_literal("0.0.0.0", port));
-    if (four) four_ = *std::move(four);
-    if (four_ && port == 0) port = four_->address() ? four_->address()->port() : std::uint16_t{0};
-    auto six = network_.bind(*SocketAddress::from_literal("::", port));
-    if (six) six_ = *std::move(six);
-    if (!four_ && !six_) return four.failure();
+    if (Result result = bind(port); !result.ok()) return result;
     VantlowUtpOwner owner{};
     owner.context = this;
     owner.send = [](void* self, const void* address, std::size_t size, const void* datagram,
@@ -162,6 +157,23 @@ Result UtpPort::open(std::uint16_t port, Caller on_caller) {
     on_caller_ = std::move(on_caller);
     listen();
     return {};
+}
+
+Result UtpPort::bind(std::uint16_t port) {
+    auto four = network_.bind(*SocketAddress::from_literal("0.0.0.0", port));
+    if (four) four_ = *std::move(four);
+    if (four_ && port == 0) port = four_->address() ? four_->address()->port() : std::uint16_t{0};
+    auto six = network_.bind(*SocketAddress::from_literal("::", port));
+    if (six) six_ = *std::move(six);
+    return four_ || six_ ? Result() : four.failure();
+}
+
+Result UtpPort::rebind(std::uint16_t port) {
+    four_.reset();
+    six_.reset();
+    Result result = bind(port);
+    listen();
+    return result;
 }
 
 std::unique_ptr<net::Stream> UtpPort::connect(const SocketAddress& to, net::Network::Connected done) {

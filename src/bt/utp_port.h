@@ -31,6 +31,8 @@ class UtpPort {
     /// Binds the port and takes calls: a peer that calls is handed over with its first bytes. Fails without
     /// the library, and where neither kind of addresses has the port free.
     Result open(std::uint16_t port, Caller on_caller);
+    /// Binds the port anew, for an interface that went and came back. Its streams go on.
+    Result rebind(std::uint16_t port);
     /// Nobody can call any more.
     void refuse_callers() { on_caller_ = nullptr; }
     /// As Network::connect(). An attempt ends after about 20 s.
@@ -41,6 +43,7 @@ class UtpPort {
   private:
     friend class UtpStream;
 
+    Result bind(std::uint16_t port);
     void listen();
     void read_some(net::Datagrams& datagrams);
     void settle();

@@ -417,11 +417,14 @@ std::optional<TorrentReport> Engine::torrent_report(const Guid& job, unsigned pa
     const CJobNode* const record = store_->find(job);
     if (record == nullptr || kind_of(*record) != JobKind::torrent) return std::nullopt;
     TorrentReport report;
-    if (runner_ && runner_->report(job, parts, report)) return report;
-    TorrentReport at_rest = report_at_rest(*record, torrent_info(*record), parts);
-    at_rest.phase = report.phase;
-    at_rest.checked_pieces = report.checked_pieces;
-    return at_rest;
+    if (!runner_ || !runner_->report(job, parts, report)) {
+        TorrentReport at_rest = report_at_rest(*record, torrent_info(*record), parts);
+        at_rest.phase = report.phase;
+        at_rest.checked_pieces = report.checked_pieces;
+        report = std::move(at_rest);
+    }
+    report.document = torrents_.find_facts(report.info_hash);
+    return report;
 }
 
 std::vector<CLogNode> Engine::log_of(const Guid& job) {

@@ -15,19 +15,20 @@ constexpr Clock::duration longest_pause = 10min;
 
 }  // namespace
 
-void PeerSources::begin(net::Network& network, const InfoHash& torrent, std::uint16_t port,
-                        std::span<const SocketAddress> nodes) {
+void PeerSources::begin(net::Network& network, const NetworkWay& way, const InfoHash& torrent,
+                        std::uint16_t port, std::span<const SocketAddress> nodes) {
     if (has_begun_) return;
     has_begun_ = true;
     torrent_ = torrent;
     found_.emplace();
     told_ = in_table_ = near_ = 0;
-    if (table_ != nullptr && settings_.flag(setting::dht)) begin_table(port, nodes);
+    if (table_ != nullptr && settings_.flag(setting::dht)) begin_table(way, port, nodes);
     if (port != 0 && settings_.flag(setting::local_discovery)) begin_near(network, port);
 }
 
-void PeerSources::begin_table(std::uint16_t port, std::span<const SocketAddress> nodes) {
-    if (const Result result = table_->begin(torrent_, port, *found_); !result.ok()) {
+void PeerSources::begin_table(const NetworkWay& way, std::uint16_t port,
+                              std::span<const SocketAddress> nodes) {
+    if (const Result result = table_->begin(torrent_, port, *found_, way); !result.ok()) {
         log_.line(Direction::note, "No peers come from the distributed hash table: " + result.message());
         return;
     }
@@ -44,6 +45,12 @@ void PeerSources::begin_near(net::Network& network, std::uint16_t port) {
         return added > 0;
     });
     if (!discovery_->start()) discovery_.reset();
+}
+
+void PeerSources::call_near_again(net::Network& network, std::uint16_t port) {
+    if (!discovery_) return;
+    discovery_.reset();
+    begin_near(network, port);
 }
 
 void PeerSources::end() {

@@ -25,8 +25,9 @@ class PeerSources {
     PeerSources(const PeerSources&) = delete;
     PeerSources& operator=(const PeerSources&) = delete;
 
-    /// Begins what the settings allow, unless it runs already. `port`: that peers may call; 0: none.
-    void begin(net::Network& network, const InfoHash& torrent, std::uint16_t port,
+    /// Begins what the settings allow, unless it runs already. `port`: that peers may call; 0: none. The
+    /// network is held to the way already.
+    void begin(net::Network& network, const NetworkWay& way, const InfoHash& torrent, std::uint16_t port,
                std::span<const SocketAddress> nodes);
     /// Ends all of it, and forgets what was found.
     void end();
@@ -35,6 +36,8 @@ class PeerSources {
     /// The peers that were found since the last call, or since find_again().
     std::vector<SocketAddress> fresh();
     void find_again() noexcept { told_ = 0; }
+    /// Calls in this network anew where it did before: the interface went and came back.
+    void call_near_again(net::Network& network, std::uint16_t port);
 
     /// Of the hash table's node; 0: this torrent does not use it.
     [[nodiscard]] std::uint16_t table_port() const noexcept {
@@ -46,7 +49,7 @@ class PeerSources {
     [[nodiscard]] std::size_t from_near() const noexcept { return near_; }
 
   private:
-    void begin_table(std::uint16_t port, std::span<const SocketAddress> nodes);
+    void begin_table(const NetworkWay& way, std::uint16_t port, std::span<const SocketAddress> nodes);
     void begin_near(net::Network& network, std::uint16_t port);
 
     DhtService* const table_;

@@ -59,6 +59,20 @@ Outcome<FileList> list_of(const TorrentContent& content, const std::u16string& n
     return FileList::make(files);
 }
 
+// The chosen files that are there. Where one is chosen after the others have their names, its bytes of shared
+// pieces are in the part file, and are found there as long as it is not chosen.
+std::vector<bool> those_there(const TorrentContent& content, const std::u16string& target,
+                              std::vector<bool> chosen) {
+    const auto list = list_of(content, {});
+    for (std::size_t file = 0; list && content.is_folder && file < chosen.size(); ++file) {
+        const std::u16string path = join_path(target, list->at(file).path);
+        const bool is_file =
+            path_kind(path) == PathKind::file || path_kind(partial_of(path)) == PathKind::file;
+        chosen[file] = chosen[file] && is_file;
+    }
+    return chosen;
+}
+
 // Opens what stands at a target, as its state says where it has one.
 Outcome<std::unique_ptr<Storage>> open_storage(const TorrentContent& content, const std::u16string& target,
                                                LogSink& log, StorageRules rules = {}) {
@@ -114,7 +128,10 @@ Result TorrentFiles::resume(const TorrentPlace& place, const std::u16string& tar
     auto state = load_storage_state(storage_state_path(target), to_hex(content_.info_hash));
     const bool fits = state && state->chosen.size() == content_.files.size();
     const std::u16string name = content_.is_folder ? std::u16string() : std::u16string(name_of(target));
-    if (Result result = make_storage(name, fits ? state->chosen : chosen); !result.ok()) return result;
+    const std::vector<bool> until_now = fits      ? state->chosen
+                                        : is_ours ? those_there(content_, target, chosen)
+                                                  : chosen;
+    if (Result result = make_storage(name, until_now); !result.ok()) return result;
     if (Result result = storage_->resume(places_of(content_, target, state)); !result.ok()) return result;
     target_ = target;
     if (Result result = check(state, place.some_since, stop, progress); !result.ok()) return result;
@@ -141,7 +158,7 @@ Result TorrentFiles::open_whole(const TorrentPlace& place, const std::vector<boo
     const std::vector<std::size_t> doubted = doubt(*place.whole_since);
     Result result = check_pieces(*storage_, hashes_, doubted, 0, stop, progress, good_);
     if (!result.ok()) return result;
-    // Of a piece that ends in a file that is not chosen that end may be gone: it is not given to others.
+    // Of a piece that ends in a file that is not chosen that end may be gone: it is not given to others then.
     const auto is_chosen = [this](const FileSpan& span) {
         return storage_->is_chosen(span.file) || storage_->files().at(span.file).padding;
     };

@@ -3,7 +3,6 @@
 #include <utility>
 
 #include "base/text.h"
-#include "bt/torrent_settings.h"
 #include "engine/run_options.h"
 #include "transfer/http/auth_scheme.h"
 
@@ -13,11 +12,50 @@ namespace {
 constexpr int backlog = 64;
 // Between two look-ups of a proxy's name, which nobody knows while the machine has no network.
 constexpr std::chrono::seconds proxy_pause{30};
+// Between two looks at an interface that is not there.
+constexpr std::chrono::seconds way_pause{1};
 // Behind a proxy nobody can call. Trackers are told a port all the same, because without one many of them
 // answer nothing.
 constexpr std::uint16_t nobodys_port = 1;
 
 }  // namespace
+
+// True where it is another one than before. What becomes of it is logged once.
+bool TorrentReach::look_at_way() {
+    auto state = way_.look();
+    if (!state) {
+        const std::string why = state.failure().message() + " The torrent waits for it.";
+        if (std::exchange(way_trouble_, why) != why) log_.line(Direction::error, why);
+        return false;
+    }
+    way_trouble_.clear();
+    if (way_state_ == *state) return false;
+    way_state_ = *std::move(state);
+    log_.line(Direction::note,
+              "All packets of the torrent go by the network interface " + way_state_->device + ".");
+    return true;
+}
+
+Result TorrentReach::wait_for_way(const std::function<void(const std::string& why)>& tell) {
+    if (way_.is_any()) return {};
+    while (!look_at_way()) {
+        tell(way_trouble_);
+        if (stop_.wait_for(way_pause)) return stop_.reason();
+    }
+    return {};
+}
+
+bool TorrentReach::follow_way() {
+    if (way_.is_any() || !look_at_way()) return false;
+    if (is_behind_proxy()) return true;
+    listeners_.clear();
+    listen();
+    if (datagrams_) {
+        if (const Result bound = datagrams_->rebind(port_); !bound.ok())
+            log_.line(Direction::note, "There is no uTP: " + bound.message());
+    }
+    return true;
+}
 
 Result TorrentReach::take_proxy(ProxyPlan proxy) {
     proxy_ = std::move(proxy);
@@ -65,16 +103,23 @@ std::uint16_t TorrentReach::told_port() const noexcept {
 
 void TorrentReach::listen() {
     const auto wanted = static_cast<std::uint16_t>(services_.settings.number(setting::peer_port));
-    auto four = loop_->listen(*SocketAddress::from_literal("0.0.0.0", wanted), backlog);
-    if (!four && wanted != 0) four = loop_->listen(*SocketAddress::from_literal("0.0.0.0", 0), backlog);
-    if (!four) {
-        log_.line(Direction::error, "Peers cannot call: " + four.failure().message());
+    Result failure;
+    for (const char* const any : {"0.0.0.0", "::"}) {
+        const std::uint16_t port = port_ != 0 ? port_ : wanted;
+        auto listener = loop_->listen(*SocketAddress::from_literal(any, port), backlog);
+        if (!listener && port_ == 0 && wanted != 0)
+            listener = loop_->listen(*SocketAddress::from_literal(any, 0), backlog);
+        if (!listener) {
+            if (failure.ok()) failure = listener.failure();
+            continue;
+        }
+        if (const auto at = (*listener)->address()) port_ = at->port();
+        listeners_.push_back(*std::move(listener));
+    }
+    if (listeners_.empty()) {
+        log_.line(Direction::error, "Peers cannot call: " + failure.message());
         return;
     }
-    if (const auto at = (*four)->address()) port_ = at->port();
-    listeners_.push_back(*std::move(four));
-    auto six = loop_->listen(*SocketAddress::from_literal("::", port_), backlog);
-    if (six) listeners_.push_back(*std::move(six));
     for (const auto& listener : listeners_) accept(*listener);
     hold(port_held_, PortMapper::Transport::tcp, port_);
 }
@@ -105,7 +150,7 @@ Result TorrentReach::find_proxy() {
                                    "; peers cannot call, and are looked for nowhere else.");
     Outcome<std::vector<SocketAddress>> at = Result(Code::transient);
     for (bool is_first = true; !stop_.requested(); is_first = false) {
-        at = services_.connections.resolver.resolve(proxy_.host, proxy_.port, stop_);
+        at = services_.connections.resolver.resolve(proxy_.host, proxy_.port, stop_, way_);
         if (at.ok()) break;
         if (is_first) log_.line(Direction::error, at.failure().message());
         stop_.wait_for(proxy_pause);
@@ -122,7 +167,8 @@ Result TorrentReach::find_proxy() {
 }
 
 void TorrentReach::hold(HeldPort& held, PortMapper::Transport transport, std::uint16_t port) {
-    const bool is_wanted = port != 0 && services_.settings.flag(setting::port_mapping);
+    // A router is looked for by every interface.
+    const bool is_wanted = port != 0 && way_.is_any() && services_.settings.flag(setting::port_mapping);
     PortMapper* const mapper = shared_.port_mapper;
     held = is_wanted && mapper != nullptr ? HeldPort(*mapper, {transport, port}) : HeldPort();
 }

@@ -11,6 +11,7 @@
 #include "bt/ip_filter_keeper.h"
 #include "bt/peer_network.h"
 #include "bt/port_mapper.h"
+#include "bt/torrent_settings.h"
 #include "engine/session.h"
 #include "net/loop.h"
 #include "transfer/connection/tunnel_network.h"
@@ -28,6 +29,16 @@ class TorrentReach {
                  LogSink& log)
         : services_(services), shared_(shared), stop_(stop), log_(log) {}
 
+    /// The interface that all packets are held to, as the settings had it when the torrent began.
+    [[nodiscard]] const NetworkWay& way() const noexcept { return way_; }
+    /// Before open(): waits until there is such a way, which the log tells once; `tell` hears why it waits.
+    /// Fails at a stop only.
+    Result wait_for_way(const std::function<void(const std::string& why)>& tell);
+    /// Looks whether the way is still there. True where it is another one than at the last call: the ports
+    /// were bound anew.
+    bool follow_way();
+    /// Why nothing can leave now; empty: something can.
+    [[nodiscard]] const std::string& way_trouble() const noexcept { return way_trouble_; }
     /// Before open(): the proxy that holds for the torrent, which may be none. A failure where it is of no
     /// use.
     Result take_proxy(ProxyPlan proxy);
@@ -62,6 +73,7 @@ class TorrentReach {
     [[nodiscard]] const std::shared_ptr<const IpFilter>& filter() const noexcept { return filter_; }
 
   private:
+    bool look_at_way();
     void listen();
     void open_datagrams();
     void accept(net::Listener& listener);
@@ -72,6 +84,9 @@ class TorrentReach {
     const TorrentServices& shared_;
     const StopSource& stop_;
     LogSink& log_;
+    const NetworkWay way_{torrent_way(services_.settings)};
+    std::optional<NetworkWay::State> way_state_;
+    std::string way_trouble_;
     ProxyPlan proxy_;
     net::Loop* loop_ = nullptr;  ///< while it is open
     Caller on_caller_;

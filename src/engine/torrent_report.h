@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "base/clock.h"
-#include "bt/metainfo.h"
+#include "bt/torrent_content.h"
 #include "bt/tracker_answer.h"
 #include "engine/selection.h"
 #include "platform/socket.h"
@@ -96,6 +96,7 @@ struct TorrentReport {
     bool is_described = false;  ///< else the torrent is known by its hash alone: no files, no pieces
     bool is_private = false;    ///< (BEP 27)
     bool is_folder = false;     ///< it has a folder of its own
+    DocumentFacts document;     ///< of the kept document; that of a magnet link says nothing
     std::u16string name;        ///< as the document has it, in one part; not safe
     std::int64_t size = -1;     ///< bytes of the chosen files; -1 while unknown
     std::int64_t done = 0;      ///< of them, in good pieces

@@ -36,6 +36,10 @@ void TorrentRun::every_second() {
     pace_.follow(services_.settings);
     sent_.follow(services_.settings.number(setting::upload_limit));
     follow_filter();
+    if (reach_.follow_way()) {
+        sources_.call_near_again(*loop_, reach_.port());
+        if (swarm_ != nullptr) swarm_->begin_anew();
+    }
     reach_.log_router();
     announces_.revive();
     tell_peers();
@@ -91,7 +95,7 @@ void TorrentRun::look_up_peers() {
         std::vector<SocketAddress> found;
         for (const Magnet::NamedPeer& peer : named) {
             const auto addresses =
-                services_.connections.resolver.resolve(peer.host, peer.port, look_up_stop_);
+                services_.connections.resolver.resolve(peer.host, peer.port, look_up_stop_, reach_.way());
             if (addresses) found.insert(found.end(), addresses->begin(), addresses->end());
         }
         static_cast<void>(loop_->post([this, found] { take_looked_up(found); }));
@@ -212,6 +216,7 @@ void TorrentRun::show() {
     show_peers(progress, connections);
     if (progress.connections > 0 || done_ == size_) idle_since_ = Clock::now();
     if (Clock::now() - idle_since_ >= patience) progress.waiting_for = lack();
+    if (!reach_.way_trouble().empty()) progress.waiting_for = reach_.way_trouble();
     if (!progress.waiting_for.empty() && progress.waiting_for != lacked_) {
         lacked_ = progress.waiting_for;
         log_.line(Direction::note, lacked_);

@@ -90,7 +90,12 @@ void TorrentRun::run() {
 
 Result TorrentRun::work() {
     if (Result result = read_address(); !result.ok()) return result;
-    auto loop = net::make_loop();
+    const auto tell = [this](const std::string& why) {
+        const MutexLock guard(mutex_);
+        progress_.waiting_for = why;
+    };
+    if (Result result = reach_.wait_for_way(tell); !result.ok()) return result;
+    auto loop = net::make_loop({.way = reach_.way()});
     if (!loop) return loop.failure();
     loop_ = *std::move(loop);
     const StopCallback wake(stop_, [this] { loop_->stop(); });
@@ -99,6 +104,7 @@ Result TorrentRun::work() {
     if (Result result = reach_.open(*loop_, take); !result.ok()) return result;
     identity_.port = reach_.told_port();
     identity_.proxy = reach_.proxy();
+    identity_.way = reach_.way();
     announces_.start(trackers_of(magnet_));
     look_up_peers();
     Result result = describe();
@@ -108,7 +114,7 @@ Result TorrentRun::work() {
     look_up_stop_.request();
     look_up_.join();
     sources_.end();
-    if (files_) files_->close(!sharing_.whole_since);
+    if (files_) files_->close();
     ticks_.reset();
     reach_.close();
     return result;
@@ -133,7 +139,7 @@ Result TorrentRun::read_address() {
 // In the hash table and in this network, neither of which is behind a proxy.
 void TorrentRun::find_peers(std::span<const SocketAddress> nodes) {
     if (reach_.is_behind_proxy()) return;
-    sources_.begin(*loop_, magnet_.info_hash, reach_.port(), nodes);
+    sources_.begin(*loop_, reach_.way(), magnet_.info_hash, reach_.port(), nodes);
     reach_.hold_node_port(sources_.table_port());
 }
 
@@ -285,7 +291,8 @@ Result TorrentRun::conclude(const Result& fetched) {
         files_->take_names();
         if (received_ > 0) announces_.complete();
     }
-    files_->close(false);
+    // What is shared again in a later run needs the bytes of files that are not chosen.
+    files_->close(sharing_.settles && stop_.requested());
     log_.line(Direction::note,
               named_ ? "It is not shared any more." : message_text(Message::download_completed));
     return {};

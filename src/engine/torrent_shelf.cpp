@@ -4,7 +4,6 @@
 
 #include "base/codes.h"
 #include "bt/peer_store.h"
-#include "bt/torrent_content.h"
 #include "bt/wire.h"
 #include "storage/torrent_documents.h"
 
@@ -12,10 +11,12 @@ namespace vantlow {
 namespace {
 
 constexpr std::size_t most_recent_bytes = 8UL * 1024 * 1024;
+constexpr std::size_t most_facts = 10'000;
 
 }  // namespace
 
 FileError TorrentShelf::keep(const InfoHash& hash, std::span<const std::byte> document) {
+    forget(hash);
     if (!folder_.empty()) return save_torrent_document(folder_, to_hex(hash), document);
     const MutexLock guard(mutex_);
     kept_[hash].assign(document.begin(), document.end());
@@ -78,14 +79,33 @@ void TorrentShelf::remember(const InfoHash& hash, const std::string& info) const
         recent_bytes_ -= recent_.front().second.size();
 }
 
-FileError TorrentShelf::drop(const InfoHash& hash) {
+std::vector<std::string> TorrentShelf::find_http_seeds(const InfoHash& hash) const {
+    return http_seeds_of_document(find(hash));
+}
+
+DocumentFacts TorrentShelf::find_facts(const InfoHash& hash) const {
     {
         const MutexLock guard(mutex_);
-        std::erase_if(recent_, [&](const auto& one) {
-            if (one.first == hash) recent_bytes_ -= one.second.size();
-            return one.first == hash;
-        });
+        if (const auto known = facts_.find(hash); known != facts_.end()) return known->second;
     }
+    DocumentFacts facts = facts_of_document(find(hash));
+    const MutexLock guard(mutex_);
+    if (facts_.size() >= most_facts) facts_.clear();
+    facts_[hash] = facts;
+    return facts;
+}
+
+void TorrentShelf::forget(const InfoHash& hash) {
+    const MutexLock guard(mutex_);
+    facts_.erase(hash);
+    std::erase_if(recent_, [&](const auto& one) VANTLOW_REQUIRES(mutex_) {
+        if (one.first == hash) recent_bytes_ -= one.second.size();
+        return one.first == hash;
+    });
+}
+
+FileError TorrentShelf::drop(const InfoHash& hash) {
+    forget(hash);
     if (!folder_.empty()) return remove_torrent_document(folder_, to_hex(hash));
     const MutexLock guard(mutex_);
     kept_.erase(hash);

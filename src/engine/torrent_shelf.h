@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "base/mutex.h"
-#include "bt/metainfo.h"
+#include "bt/torrent_content.h"
 #include "platform/file.h"
 #include "platform/socket.h"
 
@@ -31,6 +31,10 @@ class TorrentShelf {
     [[nodiscard]] std::vector<SocketAddress> find_nodes(const InfoHash& hash) const;
     /// The servers that the kept document names as having the files.
     [[nodiscard]] std::vector<std::string> find_web_seeds(const InfoHash& hash) const;
+    /// The addresses of scripts that give the pieces, as the kept document names them.
+    [[nodiscard]] std::vector<std::string> find_http_seeds(const InfoHash& hash) const;
+    /// What the kept document says of itself; empty where there is none.
+    [[nodiscard]] DocumentFacts find_facts(const InfoHash& hash) const;
     /// Ok also where there is none.
     FileError drop(const InfoHash& hash);
 
@@ -38,6 +42,7 @@ class TorrentShelf {
     [[nodiscard]] std::vector<std::byte> find(const InfoHash& hash) const;
     [[nodiscard]] std::string find_recent(const InfoHash& hash) const;
     void remember(const InfoHash& hash, const std::string& info) const;
+    void forget(const InfoHash& hash);
 
     const std::u16string folder_;
     mutable Mutex mutex_;
@@ -46,6 +51,8 @@ class TorrentShelf {
     /// again.
     mutable std::deque<std::pair<InfoHash, std::string>> recent_ VANTLOW_GUARDED_BY(mutex_);
     mutable std::size_t recent_bytes_ VANTLOW_GUARDED_BY(mutex_) = 0;
+    mutable std::map<InfoHash, DocumentFacts> facts_
+        VANTLOW_GUARDED_BY(mutex_);  ///< that were read, likewise
 };
 
 }  // namespace vantlow

@@ -15,11 +15,16 @@ constexpr std::size_t most_web_seeds = 16;
 // The servers that the document and the link name; each is shown to the swarm at an address that no peer has.
 std::vector<std::unique_ptr<WebSeed>> TorrentRun::make_web_seeds() {
     std::vector<std::unique_ptr<WebSeed>> seeds;
-    std::vector<std::string> addresses = shelf_.find_web_seeds(magnet_.info_hash);
-    addresses.insert(addresses.end(), magnet_.web_seeds.begin(), magnet_.web_seeds.end());
+    std::vector<std::pair<WebSeedKind, std::string>> named;
+    for (const std::string& address : shelf_.find_web_seeds(magnet_.info_hash))
+        named.emplace_back(WebSeedKind::files, address);
+    for (const std::string& address : magnet_.web_seeds) named.emplace_back(WebSeedKind::files, address);
+    for (const std::string& address : shelf_.find_http_seeds(magnet_.info_hash))
+        named.emplace_back(WebSeedKind::pieces, address);
     WebSeedServices services{*loop_, services_.connections, services_.libraries, services_.threads, log_,
                              stop_,  seed_errand()};
-    for (const std::string& address : addresses) {
+    for (const auto& one : named) {
+        const std::string& address = one.second;
         const auto number = static_cast<std::uint16_t>(seeds.size() + 1);
         if (seeds.size() == most_web_seeds) break;
         const bool is_known = std::any_of(seeds.begin(), seeds.end(),
@@ -31,7 +36,7 @@ std::vector<std::unique_ptr<WebSeed>> TorrentRun::make_web_seeds() {
             continue;
         }
         log_.line(Direction::note, "Web seed: " + services.errand.show(to_utf16(address)));
-        seeds.push_back(std::make_unique<WebSeed>(address, content_, services,
+        seeds.push_back(std::make_unique<WebSeed>(address, one.first, content_, services,
                                                   *SocketAddress::from_literal("0.0.0.0", number)));
     }
     return seeds;
@@ -41,6 +46,7 @@ std::vector<std::unique_ptr<WebSeed>> TorrentRun::make_web_seeds() {
 HttpErrand TorrentRun::seed_errand() const {
     HttpErrand errand = errand_by_rules(job_, options_, services_);
     errand.with_cookies = false;
+    errand.way = reach_.way();
     if (reach_.is_behind_proxy()) errand.proxy_for = [this](const Target&) { return reach_.proxy(); };
     return errand;
 }

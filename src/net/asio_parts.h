@@ -15,6 +15,7 @@
 #include "net/loop.h"
 #include "platform/descriptors.h"
 #include "platform/fault_hook.h"
+#include "platform/network_way.h"
 
 namespace vantlow::net {
 
@@ -67,12 +68,17 @@ error_code open_socket(Socket& socket, const SocketAddress& kind) {
     return error;
 }
 
-/// Binds it there.
+/// Binds it there, or to that port of the one way.
 template <class Protocol, class Socket>
-error_code bind_socket(Socket& socket, const SocketAddress& at) {
+error_code bind_socket(Socket& socket, const SocketAddress& at, const NetworkWay& way) {
     if (const int number = ask_hook(Operation::listen); number != 0) return system_error_of(number);
     error_code error;
     if (at.is_ipv6()) socket.set_option(asio::ip::v6_only(true), error);
+    if (!error && !way.is_any()) {
+        const auto native = static_cast<std::intptr_t>(socket.native_handle());
+        const int number = way.bind(native, at.is_ipv6(), at.port());
+        return number == 0 ? error_code() : system_error_of(number);
+    }
     if (!error) socket.bind(endpoint_of<Protocol>(at), error);
     return error;
 }
@@ -94,6 +100,7 @@ class AsioLoop final : public Loop {
     void stop() noexcept override;
 
     [[nodiscard]] asio::io_context& context() noexcept { return context_; }
+    [[nodiscard]] const NetworkWay& way() const noexcept { return way_; }
     /// Of a connection that a listener has taken.
     std::unique_ptr<Stream> stream_of(Tcp::socket socket, const SocketAddress& peer);
 
@@ -103,6 +110,7 @@ class AsioLoop final : public Loop {
     void set_alarm();
 
     const bool keep_unsent_;
+    const NetworkWay way_;
     std::atomic<bool> ended_{false};
     Mutex mutex_;
     std::vector<Callback> posted_ VANTLOW_GUARDED_BY(mutex_);

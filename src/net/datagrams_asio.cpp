@@ -7,6 +7,8 @@
 namespace vantlow::net {
 namespace {
 
+namespace multicast = asio::ip::multicast;
+
 constexpr std::size_t largest_datagram = 65536;
 constexpr int wanted_room = 1024 * 1024;  // of the system, for datagrams that are to be received
 // So many in a row that came back as undeliverable are passed over, before others have their turn.
@@ -15,10 +17,11 @@ constexpr int most_returned = 16;
 /// The half of a datagram socket that lives as long as the system has an operation of it.
 class Port : public std::enable_shared_from_this<Port> {
   public:
-    explicit Port(AsioLoop& loop) : socket_(loop.context()) {}
+    explicit Port(AsioLoop& loop) : way_(loop.way()), socket_(loop.context()) {}
 
     error_code bind(const SocketAddress& at);
     error_code join(const SocketAddress& group);
+    error_code join_by(const NetworkWay::State& state, const asio::ip::address& group);
     Step receive(std::span<std::byte> into, SocketAddress& from);
     Step send(std::span<const std::byte> datagram, const SocketAddress& to);
     void when_readable(Callback call);
@@ -32,6 +35,7 @@ class Port : public std::enable_shared_from_this<Port> {
     void fetched(const error_code& error, std::size_t count);
     void notify(Callback& call);
 
+    const NetworkWay way_;
     Udp::socket socket_;
     // Every system can wait for a whole datagram, but not every one for the news that there is one.
     std::vector<std::byte> held_;
@@ -56,7 +60,7 @@ error_code Port::bind(const SocketAddress& at) {
     if (error) return error;
     error_code ignored;  // a wish: with less room more is lost while others have their turn
     socket_.set_option(asio::socket_base::receive_buffer_size(wanted_room), ignored);
-    return bind_socket<Udp>(socket_, at);
+    return bind_socket<Udp>(socket_, at, way_);
 }
 
 error_code Port::join(const SocketAddress& group) {
@@ -64,9 +68,31 @@ error_code Port::join(const SocketAddress& group) {
     if (!error) socket_.set_option(asio::socket_base::reuse_address(true), error);
     if (error) return error;
     const auto any = SocketAddress::from_literal(group.is_ipv6() ? "::" : "0.0.0.0", group.port());
-    error = bind_socket<Udp>(socket_, *any);
+    const auto native = static_cast<std::intptr_t>(socket_.native_handle());
+    if (const int number = way_.hold(native, group.is_ipv6()); number != 0) return system_error_of(number);
+    // What is sent to a group comes to a socket that is bound to no address of its own.
+    error = bind_socket<Udp>(socket_, *any, NetworkWay());
     if (error) return error;
-    socket_.set_option(asio::ip::multicast::join_group(endpoint_of<Udp>(group).address()), error);
+    const auto address = endpoint_of<Udp>(group).address();
+    if (!way_.is_any()) {
+        const auto state = way_.look();
+        return state ? join_by(*state, address) : system_error_of(state.failure().system_error);
+    }
+    socket_.set_option(multicast::join_group(address), error);
+    return error;
+}
+
+error_code Port::join_by(const NetworkWay::State& state, const asio::ip::address& group) {
+    error_code error;
+    if (group.is_v6()) {
+        socket_.set_option(multicast::outbound_interface(state.index6), error);
+        if (!error) socket_.set_option(multicast::join_group(group.to_v6(), state.index6), error);
+        return error;
+    }
+    if (!state.ipv4) return asio::error::address_family_not_supported;
+    const auto own = endpoint_of<Udp>(*state.ipv4).address().to_v4();
+    socket_.set_option(multicast::outbound_interface(own), error);
+    if (!error) socket_.set_option(multicast::join_group(group.to_v4(), own), error);
     return error;
 }
 

@@ -37,7 +37,7 @@ error_code Acceptor::listen(const SocketAddress& at, int backlog) {
     if (error) return error;
     // On Windows this would let others take the port away; there a port is free at once anyway.
     if (!completions_only) acceptor_.set_option(Tcp::acceptor::reuse_address(true), error);
-    error = bind_socket<Tcp>(acceptor_, at);
+    error = bind_socket<Tcp>(acceptor_, at, loop_.way());
     if (!error) acceptor_.listen(backlog, error);
     return error;
 }

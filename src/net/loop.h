@@ -5,6 +5,7 @@
 #include <memory>
 
 #include "net/network.h"
+#include "platform/network_way.h"
 
 namespace vantlow::net {
 
@@ -25,6 +26,8 @@ struct LoopOptions {
     /// Streams keep bytes that the system does not take, 16 KiB at most each, and send them by themselves.
     /// Windows has no cheaper way, and does so always; elsewhere it is for tests of just that.
     bool keep_unsent = false;
+    /// All sockets are held to it, and bound to its address in place of that of all interfaces.
+    NetworkWay way{};
 };
 
 /// Fails where the system has no descriptors for it.

@@ -7,6 +7,7 @@ namespace vantlow::net {
 
 AsioLoop::AsioLoop(const LoopOptions& options)
     : keep_unsent_(options.keep_unsent || completions_only),
+      way_(options.way),
       context_(1),
       guard_(context_.get_executor()),
       alarm_(context_) {

@@ -17,7 +17,7 @@ class Connection : public std::enable_shared_from_this<Connection> {
     Connection(Tcp::socket socket, bool keep_unsent)
         : socket_(std::move(socket)), linger_(socket_.get_executor()), keep_unsent_(keep_unsent) {}
 
-    void connect(const SocketAddress& to, Network::Connected done);
+    void connect(const SocketAddress& to, const NetworkWay& way, Network::Connected done);
     void take_over(const SocketAddress& peer);  ///< a socket that is connected
     Step read(std::span<std::byte> into);
     Step write(std::span<const std::byte> from);
@@ -54,10 +54,15 @@ class Connection : public std::enable_shared_from_this<Connection> {
     Callback writable_;
 };
 
-void Connection::connect(const SocketAddress& to, Network::Connected done) {
+void Connection::connect(const SocketAddress& to, const NetworkWay& way, Network::Connected done) {
     connecting_ = true;
     connected_ = std::move(done);
     error_code error = open_socket<Tcp>(socket_, to);
+    if (!error) {
+        const auto native = static_cast<std::intptr_t>(socket_.native_handle());
+        if (const int number = way.bind(native, to.is_ipv6(), 0); number != 0)
+            error = system_error_of(number);
+    }
     if (const int number = error ? 0 : ask_hook(Operation::connect); number != 0)
         error = system_error_of(number);
     if (error) {
@@ -243,7 +248,7 @@ std::optional<SocketAddress> AsioStream::local_address() const {
 
 std::unique_ptr<Stream> AsioLoop::connect(const SocketAddress& to, Connected done) {
     auto connection = std::make_shared<Connection>(Tcp::socket(context_), keep_unsent_);
-    connection->connect(to, std::move(done));
+    connection->connect(to, way_, std::move(done));
     return std::make_unique<AsioStream>(std::move(connection));
 }
 

@@ -44,6 +44,8 @@ class SocketAddress {
     std::size_t size_ = 0;
 };
 
+class NetworkWay;
+
 /// The faults of a socket that callers tell apart.
 enum class SocketFault { none, refused, reset, unreachable, timed_out, no_descriptors, other };
 
@@ -83,6 +85,7 @@ class TcpSocket {
     /// Begins to connect. The connection is made once wait() for Interest::write has answered yes and
     /// connect_error() is 0.
     static Outcome<TcpSocket> begin_connect(const SocketAddress& to);
+    static Outcome<TcpSocket> begin_connect(const SocketAddress& to, const NetworkWay& way);
     [[nodiscard]] int connect_error() const noexcept;
 
     IoStep read(std::span<std::byte> into) noexcept;

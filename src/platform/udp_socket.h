@@ -1,7 +1,7 @@
 // UDP sockets whose waits can be stopped.
 #pragma once
 
-#include "platform/socket.h"
+#include "platform/network_way.h"
 
 namespace vantlow {
 
@@ -15,7 +15,7 @@ class UdpSocket {
     ~UdpSocket();
 
     /// Makes a socket for one other side; nothing is sent yet.
-    static Outcome<UdpSocket> connect(const SocketAddress& to);
+    static Outcome<UdpSocket> connect(const SocketAddress& to, const NetworkWay& way = NetworkWay());
     /// Makes a socket at one of this machine's addresses; port 0 takes a free one, which local_address() then
     /// reports.
     static Outcome<UdpSocket> bind(const SocketAddress& at);

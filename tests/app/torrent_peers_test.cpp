@@ -288,6 +288,41 @@ TEST_F(TorrentPeers, WhileItRunsIsKilledOrIsSharedOtherFilesAreChosenAndTrackers
     EXPECT_FALSE(folder.has(u"x/tree/.vantlow-parts"));
 }
 
+TEST_F(TorrentPeers, WhatAPieceHasOfFilesThatAreNotChosenIsKeptAfterAKillAndUsedWhenTheyAre) {
+    begin(300'000, 777, 150'000);
+    auto resident = serve();
+    const std::u16string id = to_utf16(add({torrent, u"-d", folder.path(u"x"), u"--select", u"1"}));
+    const auto shown = [&] { return json::parse(ok({u"show", id, u"--json"})); };
+    const auto expect_shared = [&](const char* when, const std::u16string& has) {
+        const auto until = Clock::now() + std::chrono::seconds(30);
+        const auto is_so = [&] { return state_of(to_utf8(id)) == "sharing" && folder.has(has); };
+        while (!is_so() && Clock::now() < until) std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        const json now = shown();
+        // The last one has bytes of all three files.
+        EXPECT_EQ(now["pieces"]["good"], 19) << when << now;
+        EXPECT_LT(now["received"], 330'000) << when << ": nothing came twice";
+        EXPECT_TRUE(folder.has(u"x/tree/.vantlow-parts")) << when;
+    };
+    const auto restart = [&] {
+        resident->kill();
+        resident->wait();
+        resident = serve();
+    };
+    expect_shared("fetched", u"x/tree/a");
+    restart();
+    expect_shared("after a kill", u"x/tree/a");
+    EXPECT_EQ(shown()["document"]["createdBy"], "Vantlow/2.95") << "the document is kept whole";
+    ok({u"torrent", u"files", id, u"--select", u"1-2"});
+    expect_shared("one more is chosen", u"x/tree/b/c");
+    EXPECT_TRUE(file_has_content(folder.path(u"x/tree/b/c"), 1, 777));
+    ok({u"torrent", u"files", id, u"--select", u"1"});
+    restart();
+    expect_shared("and not any more", u"x/tree/a");
+    EXPECT_FALSE(folder.has(u"x/tree/b/d"));
+    ok({u"quit"});
+    resident->wait();
+}
+
 TEST_F(TorrentPeers, AFiledTorrentIsSharedByTheResidentProgramUntilItsRatioAlsoAfterARestart) {
     begin(900'000, 777, 150'000, 300'000);
     auto resident = serve();

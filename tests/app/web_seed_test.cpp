@@ -3,6 +3,7 @@
 #include "base/text.h"
 #include "store_run.h"
 #include "support/file_server.h"
+#include "support/scripted_server.h"
 
 namespace vantlow {
 namespace {
@@ -21,6 +22,10 @@ TEST(WebSeedAddress, IsTheFilesOwnAndNoOrderToAPrivateMachine) {
     EXPECT_EQ(web_seed_address("http://h/f", one, 0), "http://h/f");
     EXPECT_EQ(web_seed_address("http://h/f/", one, 0), "http://h/f/a%20b%23.bin");
     EXPECT_EQ(web_seed_address("http://h/f", many, 0), "http://h/f/%C3%BC/x%3F/y%25.bin");
+    one.piece_length = 10;
+    const std::string zeros = "%00%00%00%00%00%00%00%00%00%00%00%00%00%00%00%00%00%00%00%00";
+    EXPECT_EQ(piece_seed_address("http://h/s?a=b", one, 23, 27),
+              "http://h/s?a=b&info_hash=" + zeros + "&piece=2&ranges=3-6");
     for (const char* good : {"http://h/", "HTTPS://h/a?b=c", "http://127.0.0.1:8/f", "http://8.8.8.8/a?b"})
         EXPECT_TRUE(is_web_seed(good)) << good;
     for (const char* bad :
@@ -47,10 +52,11 @@ class WebSeeds : public test::StoreRun {
         }
     }
     /// Fetches the torrent with these servers named in its document, which ends with the dictionary's "e".
-    RunResult get(const std::vector<std::string>& seeds, const std::u16string& into) {
+    RunResult get(const std::vector<std::string>& seeds, const std::u16string& into,
+                  const std::string& key = "8:url-list") {
         std::string document = folder.read(u"seed/tree.torrent");
         document.pop_back();
-        document += "8:url-listl";
+        document += key + "l";
         for (const std::string& seed : seeds) document += std::to_string(seed.size()) + ":" + seed;
         // Nobody else is asked.
         return run({u"--set", u"Torrent/DHT=0", u"--set", u"Torrent/LSD=0", u"--set",
@@ -119,6 +125,36 @@ TEST_F(WebSeeds, ThatAreOfNoUseAreLeftAndTheOthersGiveTheFile) {
         }
         EXPECT_TRUE(is_said) << c.what;
     }
+}
+
+TEST_F(WebSeeds, AScriptGivesPartsOfPiecesAndIsAskedAgainWhenItWantsToBe) {
+    std::string all;
+    for (std::size_t i = 0; i < sizes.size(); ++i) all += test::make_content(i, sizes[i]);
+    std::atomic<int> busy{2};
+    test::ScriptedServer script([&](test::Exchange& exchange) {
+        const std::string target = exchange.request().target;
+        const auto number = [&](const char* behind) {
+            const auto at = target.find(behind);
+            return at == std::string::npos ? 0 : std::stoul(target.substr(at + std::strlen(behind)));
+        };
+        if (target.starts_with("/script") && busy-- > 0) {
+            exchange.answer(503, "Busy", "1");
+            return;
+        }
+        const std::size_t from = number("ranges=");
+        const std::size_t to = std::stoul(target.substr(target.find('-', target.find("ranges=")) + 1));
+        const std::size_t longer = target.starts_with("/longer") ? 1 : 0;
+        exchange.answer(200, "OK", all.substr(number("&piece=") * 32768 + from, to + 1 - from + longer));
+    });
+    const RunResult result = get({script.url("/longer"), script.url("/script")}, u"x", "9:httpseeds");
+    EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_TRUE(has_all(u"x"));
+    const std::string said = result.out + result.err;
+    EXPECT_NE(said.find("is left for some time: The server answered \"503"), std::string::npos) << said;
+    EXPECT_NE(said.find("is left: The server gives other bytes"), std::string::npos) << said;
+    const std::string last = script.requests().back().head.target;
+    EXPECT_TRUE(last.starts_with("/script?info_hash=%") && last.find("&piece=") != std::string::npos) << last;
+    EXPECT_LT(script.requests().size(), 100U) << "of 40 pieces, no block alone";
 }
 
 }  // namespace

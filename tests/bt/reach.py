@@ -24,6 +24,8 @@ import time
 from discovery import carry_out
 
 HERE, THERE, SEED, OUTSIDE = "10.77.9.1", "10.77.9.2", "10.77.9.3", "11.22.33.44"
+# The same over a second cable, that of an interface which torrents are held to.
+HELD, HELD_THERE = "10.78.9.1", "10.78.9.2"
 PIECE = 16384
 
 
@@ -54,9 +56,9 @@ class WebTracker(http.server.BaseHTTPRequestHandler):
         pass
 
 
-def udp_tracker():
+def udp_tracker(address):
     udp = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
-    udp.bind((THERE, 8001))
+    udp.bind((address, 8001))
     while True:
         datagram, sender = udp.recvfrom(2048)
         transaction = datagram[12:16]
@@ -71,8 +73,9 @@ def udp_tracker():
 def the_other_side(folder, torrent):
     import libtorrent as lt
 
-    threading.Thread(target=http.server.ThreadingHTTPServer((THERE, 8000), WebTracker).serve_forever, daemon=True).start()
-    threading.Thread(target=udp_tracker, daemon=True).start()
+    for address in (THERE, HELD_THERE):
+        threading.Thread(target=http.server.ThreadingHTTPServer((address, 8000), WebTracker).serve_forever, daemon=True).start()
+        threading.Thread(target=udp_tracker, args=(address,), daemon=True).start()
     session = lt.session({
         "listen_interfaces": f"{SEED}:6881", "enable_dht": True, "enable_lsd": True, "enable_upnp": False, "enable_natpmp": False,
         "allow_multiple_connections_per_ip": True})
@@ -91,7 +94,7 @@ class Cable:
         for command in ("link set lo up", f"link add here type veth peer name there netns {self.holder.pid}",
                         f"address add {HERE}/24 dev here", "link set here up"):
             run("ip", *command.split())
-        for command in ("link set lo up", f"address add {THERE}/24 dev there", f"address add {SEED}/24 dev there", "link set there up",
+        for command in ("link set lo up", f"address add {HELD_THERE} dev lo", f"address add {THERE}/24 dev there", f"address add {SEED}/24 dev there", "link set there up",
                         "link add outside type veth peer name beyond", "link set beyond up", f"address add {OUTSIDE}/24 dev outside", "link set outside up"):
             self.there("ip", *command.split())
         # Names that nobody knows on this side of the cable.
@@ -102,6 +105,13 @@ class Cable:
         # Whatever would go anywhere goes over the cable, and is seen.
         run("ip", "route", "add", "default", "via", THERE)
         run("ip", "route", "add", "239.0.0.0/8", "dev", "here")
+
+    def lay_second(self):
+        run("ip", *f"link add held type veth peer name beside netns {self.holder.pid}".split())
+        for command in ("address add 10.78.9.4/24 dev beside", "link set beside up"):
+            self.there("ip", *command.split())
+        for command in (f"address add {HELD}/24 dev held", "link set held up"):
+            run("ip", *command.split())
 
     def words(self, *words):
         return ["nsenter", f"--net=/proc/{self.holder.pid}/ns/net", f"--mount=/proc/{self.holder.pid}/ns/mnt", *map(str, words)]
@@ -168,6 +178,7 @@ class World:
         made.add_tracker("http://tracker.test:8000/announce")
         made.add_tracker("udp://tracker.test:8001/announce")
         lt.set_piece_hashes(made, str(self.folder / "seed"))
+        self.info_hash = lt.torrent_info(made.generate()).info_hash()
         path = self.folder / "data.torrent"
         path.write_bytes(lt.bencode(made.generate()))
         return path
@@ -236,6 +247,33 @@ def through_a_proxy(world):
     assert (17, SEED, 6881) in seen and (17, "239.192.152.143", 6771) in seen, f"{seen}\n{world.log('direct')}"
 
 
+def held_to_an_interface(world):
+    """Nothing leaves by another one: not before it is there, not while it serves, and not when it is gone."""
+    quiet = ("--set=Torrent/DHT=0", "--set=Torrent/LSD=0", "--set=Torrent/PortMapping=0")
+    world.start("giver", *world.cable.words(world.program, "get", "-v", "--seed", "--port=7001", "-d", world.folder / "seed", *quiet, world.torrent))
+    until(lambda: "is shared" in world.log("giver"), why=lambda: world.log("giver"))
+    magnet = (f"magnet:?xt=urn:btih:{world.info_hash}&tr.0=http://{HELD_THERE}:8000/announce&tr.1=udp://{HELD_THERE}:8001/announce"
+              f"&tr.2=http://tracker.test:8000/announce&x.pe=peer.test:6881&x.pe={HELD_THERE}:7001&ws=http://{THERE}:8000/seed")
+    words = ["get", "-v", "--interface=held", "--limit=100K", f"--set=Torrent/DHTNodes=node.test:6881|{SEED}:6881", magnet]
+    watch = Watch()
+    try:
+        program = world.start("held", world.program, *words)
+        until(lambda: "held is not there. The torrent waits" in world.log("held"), why=lambda: world.log("held"))
+        world.cable.lay_second()
+        until(lambda: "; 0 of" in world.log("held"), why=lambda: world.log("held"))
+        time.sleep(2)
+        run("ip", "link", "delete", "held")
+        until(lambda: world.log("held").count("held is not there. The torrent waits") == 2, why=lambda: world.log("held"))
+        time.sleep(2)
+        world.cable.lay_second()
+        world.check("held", program)
+    finally:
+        seen = watch.end()
+    assert not seen, f"{seen}\n{world.log('held')}"
+    heard = world.log("other")
+    assert "udp " in heard and "web " in heard, heard
+
+
 RULES = """table inet router {
     chain forward { type filter hook forward priority 0; policy accept; jump calls; }
     chain calls { }
@@ -296,7 +334,7 @@ def main(program, inside=""):
         os.execvp("unshare", ["unshare", "-nm", sys.executable, __file__, program, "inside"])
     cable = Cable()
     try:
-        carry_out((through_a_proxy, behind_a_router), lambda folder: World(program, folder, cable))
+        carry_out((held_to_an_interface, through_a_proxy, behind_a_router), lambda folder: World(program, folder, cable))
     finally:
         cable.end()
     return 0

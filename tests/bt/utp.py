@@ -90,7 +90,7 @@ def through_two_routers(world):
     run("nft flush ruleset")
     pathlib.Path("/proc/sys/net/ipv4/ip_forward").write_text("1")
     info, path = world.torrent()
-    start_giver(world, path, "slow", "--upload-limit=12K")
+    start_giver(world, path, "slow", "--upload-limit=60K")
     program = world.program
     fetchers = []
     for number, name in enumerate(("left", "right"), 1):

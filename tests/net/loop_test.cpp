@@ -7,6 +7,7 @@
 #include "net/places.h"
 #include "platform/descriptors.h"
 #include "platform/file.h"
+#include "platform/udp_socket.h"
 
 namespace vantlow::test {
 namespace {
@@ -98,6 +99,37 @@ TEST_F(LoopStop, WhatFailsIsSaid) {
     const HookInPlace in_place(hook);
     hook.left = 1;
     EXPECT_FALSE(net::make_loop().ok());
+}
+
+// Every socket stands at the one way's address, and nothing works where it is not there.
+TEST_F(LoopStop, OfSocketsThatAreHeldToOneWay) {
+    const auto any = *SocketAddress::from_literal("0.0.0.0", 0);
+    const auto any6 = *SocketAddress::from_literal("::", 0);
+    StopSource never;
+    auto server = *TcpListener::listen(here);
+    const SocketAddress there = *server.address();
+    for (const bool is_there : {true, false}) {
+        const NetworkWay way(is_there ? "127.0.0.1" : "192.0.2.77");
+        EXPECT_EQ(way.look().ok(), is_there);
+        auto held = *net::make_loop({.way = way});
+        auto listener = held->listen(any, 8);
+        auto datagrams = held->bind(any);
+        EXPECT_EQ(listener.ok() && datagrams.ok(), is_there);
+        EXPECT_FALSE(held->bind(any6).ok()) << "the other kind of addresses has no way";
+        if (is_there) {
+            EXPECT_EQ((*listener)->address()->host(), "127.0.0.1");
+            EXPECT_EQ((*datagrams)->address()->host(), "127.0.0.1");
+        }
+        std::optional<Result> connected;
+        const auto stream = held->connect(there, [&](const Result& result) { connected = result; });
+        const auto until = Clock::now() + 30s;
+        while (!connected && Clock::now() < until) static_cast<void>(held->run_one(100ms));
+        EXPECT_EQ(connected && connected->ok(), is_there);
+        auto begun = TcpSocket::begin_connect(there, way);
+        EXPECT_EQ(begun.ok() && wait_socket(*begun, Interest::write, 30s, never) == Ready::yes, is_there);
+        EXPECT_EQ(UdpSocket::connect(there, way).ok(), is_there);
+    }
+    EXPECT_FALSE(NetworkWay("no such thing").look().ok());
 }
 
 TEST(Descriptors, TheLimitIsNeverLowered) {

@@ -116,6 +116,8 @@ std::optional<rpc::TorrentStatus> torrent_of(const CJobNode& job, const TorrentR
     torrent.name = job.file_name.empty() ? percent_decode(magnet->name) : to_utf8(job.file_name);
     torrent.comment = to_utf8(job.comment);
     if (known != nullptr) {
+        if (!known->document.comment.empty()) torrent.comment = known->document.comment;
+        torrent.created = known->document.created;
         torrent.is_multi_file = known->is_folder;
         torrent.seeders = static_cast<std::int64_t>(known->seeds);
         torrent.seeds = known->phase == TorrentReport::Phase::sharing;

@@ -100,6 +100,13 @@ void Candidates::ended(const SocketAddress& address, Clock::time_point now) {
     entry->not_before = now + after_a_connection;
 }
 
+void Candidates::forgive() noexcept {
+    for (auto& [key, entry] : known_) {
+        entry.failures = 0;
+        entry.not_before = {};
+    }
+}
+
 void Candidates::ban(const SocketAddress& address) {
     const std::string key = peer_text(address);
     note(key, address);

@@ -69,10 +69,20 @@ std::size_t Swarm::add_named(std::span<const SocketAddress> addresses) {
 // Connections from within the program are shown at addresses that are nobody's.
 void Swarm::set_filter(std::shared_ptr<const IpFilter> filter) {
     candidates_.set_filter(std::move(filter));
+    drop_outside([this](const PeerLink& link) { return candidates_.is_blocked(link.address()); });
+}
+
+void Swarm::begin_anew() {
+    drop_outside([](const PeerLink&) { return true; });
+    candidates_.forgive();
+    connect_some();
+}
+
+// Not the web seeds, which are shown at addresses of nowhere.
+void Swarm::drop_outside(const std::function<bool(const PeerLink&)>& is_meant) {
     std::vector<std::uint32_t> numbers;
     for (const auto& [number, link] : links_) {
-        const bool is_outside = reach_of(link->address()) != Reach::nowhere;
-        if (is_outside && candidates_.is_blocked(link->address())) numbers.push_back(number);
+        if (reach_of(link->address()) != Reach::nowhere && is_meant(*link)) numbers.push_back(number);
     }
     for (const std::uint32_t number : numbers) {
         if (const auto at = links_.find(number); at != links_.end()) drop(*at->second, false);

@@ -95,6 +95,8 @@ class Swarm final : private LinkOwner {
     void set_filter(std::shared_ptr<const IpFilter> filter);
     /// Takes a connection that a peer made.
     void take_incoming(std::unique_ptr<net::Stream> stream);
+    /// This machine has another way out: its connections are over, and everybody is called anew.
+    void begin_anew();
     /// Takes a connection that somebody within the program made: it is neither encrypted nor counted.
     void take_inner(std::unique_ptr<net::Stream> stream);
     /// Sets how much each piece is wanted, and whether they come in their order. Requests for those that are
@@ -134,6 +136,7 @@ class Swarm final : private LinkOwner {
     void tell_wishes();
     bool is_kept(const PeerLink& link, const std::string& peer_id);
     void drop(PeerLink& link, bool for_good);
+    void drop_outside(const std::function<bool(const PeerLink&)>& is_meant);
     void forget(PeerLink& link);
     void tick();
     void look_after(PeerLink& link, Clock::time_point now);

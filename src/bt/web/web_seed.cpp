@@ -1,6 +1,7 @@
 #include "bt/web/web_seed.h"
 
 #include <algorithm>
+#include <array>
 #include <utility>
 
 #include "base/codes.h"
@@ -18,6 +19,8 @@ constexpr int most_doublings = 5;
 constexpr std::int64_t most_skipped = 256 * 1024;
 constexpr std::uint32_t pieces_ahead = 32;  // as many as the swarm remembers suggestions for
 constexpr std::size_t read_buffer = 64 * 1024;
+constexpr int busy_status = 503;
+constexpr std::int64_t longest_wait = 86'400;  // seconds that a server may ask for
 
 void append_escaped(std::string& address, std::u16string_view part) {
     constexpr std::string_view digits = "0123456789ABCDEF";
@@ -54,6 +57,18 @@ std::string web_seed_address(std::string_view seed, const TorrentContent& conten
     return address;
 }
 
+std::string piece_seed_address(std::string_view seed, const TorrentContent& content, std::int64_t begin,
+                               std::int64_t end) {
+    const std::int64_t piece = begin / content.piece_length;
+    const std::int64_t from = begin - piece * content.piece_length;
+    std::string address(seed);
+    address += seed.find('?') == std::string_view::npos ? "?info_hash=" : "&info_hash=";
+    const std::string hash = to_hex(content.info_hash);
+    for (std::size_t i = 0; i < hash.size(); i += 2) address += "%" + hash.substr(i, 2);
+    return address + "&piece=" + std::to_string(piece) + "&ranges=" + std::to_string(from) + "-" +
+           std::to_string(from + end - begin - 1);
+}
+
 bool is_web_seed(std::string_view address) {
     if (!istarts_with(address, "http://") && !istarts_with(address, "https://")) return false;
     const auto target = parse_target(to_utf16(address));
@@ -63,15 +78,17 @@ bool is_web_seed(std::string_view address) {
     return target->host != "localhost" && !(number && reach_of(*number) != Reach::everywhere);
 }
 
-WebSeed::WebSeed(std::string address, const TorrentContent& content, WebSeedServices services,
-                 const SocketAddress& shown)
+WebSeed::WebSeed(std::string address, WebSeedKind kind, const TorrentContent& content,
+                 WebSeedServices services, const SocketAddress& shown)
     : address_(std::move(address)),
+      kind_(kind),
       content_(content),
       services_(std::move(services)),
       shown_(shown),
       stop_(services_.stop),
       swarm_has_(static_cast<std::uint32_t>(content.piece_count())) {
-    auto files = FileList::make(content.files);
+    const std::vector<NamedFile> all{{u"all", content.total}};
+    auto files = FileList::make(kind == WebSeedKind::files ? content.files : all);
     if (!files) {
         is_over_ = true;
         return;
@@ -163,7 +180,8 @@ void WebSeed::came(const Order& order, const std::string& bytes) {
 void WebSeed::refused(const Order& order, const Refusal& refusal) {
     if (stream_ == nullptr || order.turn != turn_) return;
     is_over_ = is_over_ || refusal.is_final;
-    not_before_ = services_.network.now() + first_rest * (1 << std::min(failures_, most_doublings));
+    const Clock::duration rest = first_rest * (1 << std::min(failures_, most_doublings));
+    not_before_ = services_.network.now() + (refusal.wait.count() > 0 ? refusal.wait : rest);
     ++failures_;
     services_.log.line(Direction::error, "The web seed " + shown_address() + " is left" +
                                              (is_over_ ? ": " : " for some time: ") + refusal.why.message());
@@ -274,21 +292,58 @@ std::int64_t WebSeed::row_from(std::int64_t at, const Order& order) {
 }
 
 std::optional<WebSeed::Refusal> WebSeed::ask(const FileSpan& part, std::int64_t useful) {
-    const std::int64_t end = std::min(files_.at(part.file).length, part.offset + useful);
+    const bool is_piece = kind_ == WebSeedKind::pieces;
+    std::int64_t end = std::min(files_.at(part.file).length, part.offset + useful);
     HttpErrand errand = services_.errand;
-    errand.address = to_utf16(web_seed_address(address_, content_, part.file));
-    errand.http.extra = {"Accept-Encoding: identity",
-                         "Range: bytes=" + std::to_string(part.offset) + "-" + std::to_string(end - 1)};
+    errand.http.extra = {"Accept-Encoding: identity"};
+    if (is_piece) {
+        const auto piece = static_cast<std::uint32_t>(part.offset / content_.piece_length);
+        end = std::min(end, end_of_piece(piece));
+        errand.address = to_utf16(piece_seed_address(address_, content_, part.offset, end));
+    } else {
+        errand.address = to_utf16(web_seed_address(address_, content_, part.file));
+        errand.http.extra.push_back("Range: bytes=" + std::to_string(part.offset) + "-" +
+                                    std::to_string(end - 1));
+    }
     HttpAnswer answer;
     if (Result result = client_->ask(errand, answer); !result.ok()) return Refusal{result, false};
-    if (auto refusal = judge(answer, part, end)) {
-        client_->leave(answer);
+    if (auto refusal = is_piece ? judge_piece(answer.head, end - part.offset) : judge(answer, part, end)) {
+        if (is_piece && answer.head.status == busy_status)
+            refusal->wait = wanted_wait();
+        else
+            client_->leave(answer);
         return refusal;
     }
     if (Result result = client_->begin_body(ContentCoding::identity, read_buffer); !result.ok())
         return Refusal{result, false};
-    answer_ = {part.file, part.offset, answer.head.status == 200 ? files_.at(part.file).length : end};
+    const bool is_all = !is_piece && answer.head.status == 200;
+    answer_ = {part.file, part.offset, is_all ? files_.at(part.file).length : end};
     return std::nullopt;
+}
+
+std::optional<WebSeed::Refusal> WebSeed::judge_piece(const HttpHead& head, std::int64_t length) {
+    if (head.status != 200) return refusal_of(head);
+    if (!head.length || *head.length == length) return std::nullopt;
+    return Refusal{{Code::server_error, "The server gives other bytes than those it was asked for."}, true};
+}
+
+// A script that is busy says in its answer after how many seconds it may be asked again.
+std::chrono::seconds WebSeed::wanted_wait() {
+    std::array<std::byte, 16> room{};
+    std::string text;
+    Moved moved{};
+    if (client_->begin_body(ContentCoding::identity, room.size()).ok())
+        moved = client_->read(room, Clock::now() + services_.errand.timeout);
+    if (moved.state == Moved::State::data)
+        text.assign(reinterpret_cast<const char*>(room.data()), moved.bytes);
+    client_->drop();
+    const auto seconds = parse_decimal(trim(text));
+    return std::chrono::seconds(seconds && *seconds > 0 ? std::min(*seconds, longest_wait) : 0);
+}
+
+WebSeed::Refusal WebSeed::refusal_of(const HttpHead& head) {
+    const bool is_busy = head.status >= 500 || head.status == 408 || head.status == 429;
+    return {{Code::server_error, "The server answered \"" + status_text(head) + "\"."}, !is_busy};
 }
 
 std::optional<WebSeed::Refusal> WebSeed::judge(const HttpAnswer& answer, const FileSpan& part,
@@ -311,8 +366,7 @@ std::optional<WebSeed::Refusal> WebSeed::judge(const HttpAnswer& answer, const F
         if (part.offset == 0) return std::nullopt;
         return refusal("The server does not give parts of its files.", true);
     }
-    const bool is_busy = head.status >= 500 || head.status == 408 || head.status == 429;
-    return refusal("The server answered \"" + status_text(head) + "\".", !is_busy);
+    return refusal_of(head);
 }
 
 std::optional<WebSeed::Refusal> WebSeed::read_bytes(std::int64_t count, std::string* bytes) {

@@ -1,4 +1,5 @@
-// A server that has a torrent's files (a web seed, BEP 19), as a peer of its swarm.
+// A server that has a torrent's files (a web seed, BEP 19), or a script at it that gives the pieces (BEP 17),
+// as a peer of its swarm.
 #pragma once
 
 #include <deque>
@@ -18,6 +19,17 @@ namespace vantlow {
 /// The address of a file at a web seed: behind an address that ends with "/", and behind that of a torrent
 /// whose files stand in a folder, come the torrent's name and the file's path, escaped (RFC 3986).
 std::string web_seed_address(std::string_view seed, const TorrentContent& content, std::size_t file);
+
+/// The address under which a script gives the bytes from `begin` to `end` of the torrent, which stand in one
+/// piece.
+std::string piece_seed_address(std::string_view seed, const TorrentContent& content, std::int64_t begin,
+                               std::int64_t end);
+
+/// The two kinds of web seeds.
+enum class WebSeedKind : std::uint8_t {
+    files,  ///< files at their addresses, in parts (BEP 19)
+    pieces  ///< a script that is asked for parts of pieces (BEP 17)
+};
 
 /// True for addresses of HTTP. A torrent must not make this side send orders to machines that it alone
 /// reaches, so that one with a query is refused where it names this machine or a private network by number
@@ -42,7 +54,7 @@ class WebSeed final : private SeedStream::Owner {
   public:
     /// `content` outlives the seed. `shown` is how the swarm knows it, different from every peer and other
     /// seed.
-    WebSeed(std::string address, const TorrentContent& content, WebSeedServices services,
+    WebSeed(std::string address, WebSeedKind kind, const TorrentContent& content, WebSeedServices services,
             const SocketAddress& shown);
     ~WebSeed() override;
 
@@ -61,6 +73,7 @@ class WebSeed final : private SeedStream::Owner {
     struct Refusal {
         Result why;
         bool is_final = false;
+        std::chrono::seconds wait{0};  ///< as the server wants it; 0: unsaid
     };
     /// The answer that is being read: bytes of one file.
     struct Answer {
@@ -98,15 +111,19 @@ class WebSeed final : private SeedStream::Owner {
     std::optional<Refusal> take_part(const FileSpan& part, std::string& bytes);
     [[nodiscard]] std::int64_t row_from(std::int64_t at, const Order& order);
     std::optional<Refusal> ask(const FileSpan& part, std::int64_t useful);
+    static Refusal refusal_of(const HttpHead& head);
+    static std::optional<Refusal> judge_piece(const HttpHead& head, std::int64_t length);
+    [[nodiscard]] std::chrono::seconds wanted_wait();
     std::optional<Refusal> judge(const HttpAnswer& answer, const FileSpan& part, std::int64_t end);
     std::optional<Refusal> read_bytes(std::int64_t count, std::string* bytes);
     void drop_answer();
 
     const std::string address_;
+    const WebSeedKind kind_;
     const TorrentContent& content_;
     const WebSeedServices services_;
     const SocketAddress shown_;
-    FileList files_;
+    FileList files_;  ///< one that holds all bytes for the other kind of seeds
     StopSource stop_;
 
     // The network's thread.

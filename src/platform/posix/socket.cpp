@@ -11,6 +11,7 @@
 #include "platform/fault_hook.h"
 #include "platform/local_text.h"
 #include "platform/net_headers.h"
+#include "platform/network_way.h"
 #include "platform/stop.h"
 
 namespace vantlow {
@@ -140,10 +141,15 @@ void TcpSocket::close_with_reset() noexcept {
 }
 
 Outcome<TcpSocket> TcpSocket::begin_connect(const SocketAddress& to) {
+    return begin_connect(to, NetworkWay());
+}
+
+Outcome<TcpSocket> TcpSocket::begin_connect(const SocketAddress& to, const NetworkWay& way) {
     if (to.size() == 0) return failure(EAFNOSUPPORT);
     TcpSocket socket = SocketWaiter::make(to);
     if (!socket.is_open()) return failure(errno);
     socket.set_no_delay();
+    if (const int error = way.bind(socket.native_, to.is_ipv6(), 0); error != 0) return failure(error);
     if (const int error = ask_hook(Operation::connect); error != 0) return failure(error);
     const auto* address = static_cast<const sockaddr*>(to.data());
     const int result = ::connect(descriptor(socket.native_), address, static_cast<socklen_t>(to.size()));

@@ -7,6 +7,7 @@
 #include "platform/fault_hook.h"
 #include "platform/local_text.h"
 #include "platform/net_headers.h"
+#include "platform/network_way.h"
 #include "platform/stop.h"
 #include "platform/win32/native.h"
 
@@ -175,10 +176,15 @@ void TcpSocket::close_with_reset() noexcept {
 }
 
 Outcome<TcpSocket> TcpSocket::begin_connect(const SocketAddress& to) {
+    return begin_connect(to, NetworkWay());
+}
+
+Outcome<TcpSocket> TcpSocket::begin_connect(const SocketAddress& to, const NetworkWay& way) {
     if (to.size() == 0) return failure(WSAEAFNOSUPPORT);
     TcpSocket socket = SocketWaiter::make(to);
     if (!socket.is_open()) return failure(WSAGetLastError());
     socket.set_no_delay();
+    if (const int error = way.bind(socket.native_, to.is_ipv6(), 0); error != 0) return failure(error);
     if (const int error = ask_hook(Operation::connect); error != 0) return failure(error);
     const auto* address = static_cast<const sockaddr*>(to.data());
     if (connect(socket_of(socket.native_), address, static_cast<int>(to.size())) != 0) {

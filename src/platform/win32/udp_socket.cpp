@@ -78,9 +78,10 @@ Outcome<UdpSocket> UdpSocket::make(const SocketAddress& kind) {
     return socket;
 }
 
-Outcome<UdpSocket> UdpSocket::connect(const SocketAddress& to) {
+Outcome<UdpSocket> UdpSocket::connect(const SocketAddress& to, const NetworkWay& way) {
     auto socket = make(to);
     if (!socket.ok()) return socket;
+    if (const int error = way.bind(socket->native_, to.is_ipv6(), 0); error != 0) return failure(error);
     if (const int error = ask_hook(Operation::connect); error != 0) return failure(error);
     const auto* address = static_cast<const sockaddr*>(to.data());
     if (::connect(socket_of(socket->native_), address, static_cast<int>(to.size())) != 0)

@@ -36,6 +36,7 @@ std::string reuse_key(const ConnectPlan& plan) {
                ":" + std::to_string(plan.proxy.port) + (plan.want_connect ? " tunnel" : "");
     }
     if (plan.tls) key += trust_key(*plan.tls);
+    if (!plan.way.is_any()) key += " by " + plan.way.name();
     if (!plan.owner.empty()) key += " of " + plan.owner;
     return key;
 }
@@ -133,8 +134,9 @@ Result CBaseSocket::take_slot(const std::string& server, const ServerLimits& lim
     return {};
 }
 
-Outcome<std::vector<SocketAddress>> CBaseSocket::resolve(const std::string& host, std::uint16_t port) {
-    auto addresses = services_.resolver.resolve(host, port, stop_);
+Outcome<std::vector<SocketAddress>> CBaseSocket::resolve(const std::string& host, std::uint16_t port,
+                                                         const NetworkWay& way) {
+    auto addresses = services_.resolver.resolve(host, port, stop_, way);
     if (!addresses.ok() && addresses.failure().kind() != Kind::stopped)
         log_.line(Direction::error, addresses.failure().message());
     return addresses;
@@ -153,9 +155,9 @@ Result CBaseSocket::connect_new(const ConnectPlan& plan, HttpLogin* login) {
         log_.line(Direction::note,
                   (direct ? "Connecting to " : "Connecting proxy to ") + host + ":" + std::to_string(port));
     }
-    auto addresses = resolve(host, port);
+    auto addresses = resolve(host, port, plan.way);
     if (!addresses.ok()) return addresses.failure();
-    auto socket = connect_any(*addresses, {host, !direct}, plan.timeout, stop_, log_);
+    auto socket = connect_any(*addresses, {host, !direct}, plan.timeout, stop_, log_, plan.way);
     if (!socket.ok()) return socket.failure();
     node->stream = std::make_unique<SocketStream>(*std::move(socket));
     use(std::move(node));
@@ -176,7 +178,7 @@ Result CBaseSocket::open_tunnel(const ConnectPlan& plan, HttpLogin* login) {
     const bool socks = plan.proxy.kind == ProxyPlan::socks4 || plan.proxy.kind == ProxyPlan::socks5;
     auto address = SocketAddress::from_literal(plan.host, plan.port);
     if (socks && !address && plan.proxy.resolve_here) {
-        auto all = resolve(plan.host, plan.port);
+        auto all = resolve(plan.host, plan.port, plan.way);
         if (!all.ok()) return all.failure();
         // SOCKS4 knows IPv4 only.
         const auto fits = [&](const SocketAddress& one) {

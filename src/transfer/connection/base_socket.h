@@ -54,6 +54,7 @@ struct ConnectPlan {
     std::optional<TlsPlan> tls;  ///< TLS before the protocol speaks
     bool may_reuse = true;       ///< a connection kept from an earlier request will do
     bool want_connect = false;   ///< a proxy of kind 10 is asked for a tunnel too: for all but HTTP requests
+    NetworkWay way;              ///< that the connection is held to
     std::string owner;           ///< whose connection a kept one must be; see HttpLogin::owner()
 };
 
@@ -65,6 +66,7 @@ struct FetchPlan {
     std::u16string password;
     bool utf8 = true;  ///< how a path's letters beyond ASCII are written: UTF-8, or the ANSI code page
     ProxyPlan proxy;   ///< for `address`
+    NetworkWay way;    ///< that all connections are held to
     TlsPlan trust;     ///< for addresses that are secured
     std::chrono::milliseconds timeout{60000};
     ServerLimits limits;
@@ -144,7 +146,8 @@ class CBaseSocket {
   private:
     Result take_slot(const std::string& server, const ServerLimits& limits, ServerSlots::Slot& slot);
     Result connect_new(const ConnectPlan& plan, HttpLogin* login);
-    Outcome<std::vector<SocketAddress>> resolve(const std::string& host, std::uint16_t port);
+    Outcome<std::vector<SocketAddress>> resolve(const std::string& host, std::uint16_t port,
+                                                const NetworkWay& way);
     Result open_tunnel(const ConnectPlan& plan, HttpLogin* login);
     void use(std::unique_ptr<CReuseNode> node);
     void begin_pacing();

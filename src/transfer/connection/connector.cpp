@@ -16,8 +16,8 @@ constexpr std::size_t most_attempts_at_once = 8;
 class Race {
   public:
     Race(std::vector<SocketAddress> addresses, const ConnectWords& words, const StopSource& stop,
-         LogSink& log)
-        : addresses_(std::move(addresses)), words_(words), stop_(stop), log_(log) {}
+         LogSink& log, const NetworkWay& way)
+        : addresses_(std::move(addresses)), words_(words), stop_(stop), log_(log), way_(way) {}
 
     Outcome<TcpSocket> run(Clock::time_point until);
 
@@ -31,6 +31,7 @@ class Race {
     const ConnectWords& words_;
     const StopSource& stop_;
     LogSink& log_;
+    const NetworkWay& way_;
     std::size_t next_ = 0;
     std::vector<TcpSocket> running_;
     Result last_{Code::transient, std::string(message_text(Message::timeout))};
@@ -51,7 +52,7 @@ void Race::start_next() {
     while (next_ < addresses_.size() && running_.size() < most_attempts_at_once) {
         const SocketAddress& address = addresses_[next_++];
         log_attempt(address);
-        Outcome<TcpSocket> begun = TcpSocket::begin_connect(address);
+        Outcome<TcpSocket> begun = TcpSocket::begin_connect(address, way_);
         if (begun.ok()) {
             running_.push_back(*std::move(begun));
             return;
@@ -120,8 +121,9 @@ std::vector<SocketAddress> alternate_families(const std::vector<SocketAddress>& 
 }
 
 Outcome<TcpSocket> connect_any(const std::vector<SocketAddress>& addresses, const ConnectWords& words,
-                               std::chrono::milliseconds at_most, const StopSource& stop, LogSink& log) {
-    Race race(alternate_families(addresses), words, stop, log);
+                               std::chrono::milliseconds at_most, const StopSource& stop, LogSink& log,
+                               const NetworkWay& way) {
+    Race race(alternate_families(addresses), words, stop, log, way);
     Outcome<TcpSocket> result = race.run(from_now(at_most));
     if (result.ok()) log.line(Direction::note, message_text(Message::connected));
     return result;

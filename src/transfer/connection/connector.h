@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "base/log.h"
-#include "platform/socket.h"
+#include "platform/network_way.h"
 
 namespace vantlow {
 
@@ -23,6 +23,7 @@ struct ConnectWords {
 /// the earlier ones go on (RFC 8305, section 5); the first that stands wins. `transient` with the last error
 /// when none does or the time is over; `stopped`.
 Outcome<TcpSocket> connect_any(const std::vector<SocketAddress>& addresses, const ConnectWords& words,
-                               std::chrono::milliseconds at_most, const StopSource& stop, LogSink& log);
+                               std::chrono::milliseconds at_most, const StopSource& stop, LogSink& log,
+                               const NetworkWay& way = NetworkWay());
 
 }  // namespace vantlow

@@ -78,8 +78,11 @@ void Resolver::work() {
 }
 
 Outcome<std::vector<SocketAddress>> Resolver::resolve(const std::string& host, std::uint16_t port,
-                                                      const StopSource& stop) {
+                                                      const StopSource& stop, const NetworkWay& way) {
     if (const auto literal = SocketAddress::from_literal(host, port)) return std::vector{*literal};
+    if (!way.is_any())
+        return Result(Code::not_resolved, "Where only " + way.name() +
+                                              " may be used, no name is looked up, and " + host + " is one.");
     MutexLock guard(mutex_);
     if (closing_) return Code::stopped;
     const std::shared_ptr<Question> question = ask({host, port});

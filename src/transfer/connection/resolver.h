@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "base/mutex.h"
-#include "platform/socket.h"
+#include "platform/network_way.h"
 
 namespace vantlow {
 
@@ -28,9 +28,10 @@ class Resolver {
     Resolver& operator=(const Resolver&) = delete;
 
     /// The addresses in the system's order, IP literals without asking anybody. `not_resolved` when the name
-    /// does not exist, `transient` when nobody could tell, `stopped`.
+    /// does not exist, `transient` when nobody could tell, `stopped`. The system asks by any way that it
+    /// likes: for those who are held to one, names are `not_resolved` and nobody is asked.
     Outcome<std::vector<SocketAddress>> resolve(const std::string& host, std::uint16_t port,
-                                                const StopSource& stop);
+                                                const StopSource& stop, const NetworkWay& way = NetworkWay());
 
     /// Takes no more lookups and waits for those under way; false when one is still stuck in the system.
     bool settle(std::chrono::milliseconds at_most);

@@ -45,6 +45,7 @@ ConnectPlan connect_plan(const HttpErrand& errand, const HttpHop& hop) {
     connect.host = target.host;
     connect.port = target.port;
     connect.proxy = hop.proxy;
+    connect.way = errand.way;
     connect.timeout = errand.timeout;
     connect.limits = errand.limits;
     connect.want_connect = is_secured(target);

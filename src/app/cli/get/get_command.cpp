@@ -41,6 +41,10 @@ Complaint override_settings(Settings& settings, const GetOptions& options) {
         settings.override_value(setting::ip_filter.section, setting::ip_filter.key, u"1");
         settings.override_value(setting::ip_filter_file.section, setting::ip_filter_file.key, list);
     }
+    if (!options.way.empty()) {
+        const TextSetting& way = setting::network_interface;
+        settings.override_value(way.section, way.key, to_utf16(options.way));
+    }
     if (options.port) set(setting::peer_port, *options.port);
     if (options.jobs) set(setting::max_jobs, *options.jobs);
     // The trackers of torrents know the settings, not the options of a job.
@@ -259,6 +263,8 @@ void add_get_command(CommandSet& commands) {
     get.add_option("--port", options->port,
                    "The port at which a torrent's peers call, TCP and UDP (default: a free one)")
         ->check(CLI::Range(1, 65535));
+    get.add_option("--interface", options->way,
+                   "The network interface, or its address, that all packets of torrents are held to");
     get.add_option(
         "--ip-filter", options->ip_filter,
         "A list of addresses that are no peers of torrents, as ipfilter.dat in the data folder is");

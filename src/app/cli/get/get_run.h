@@ -24,6 +24,7 @@ struct GetOptions {
     std::string give_up_after;  ///< a span of time; empty: not given
     SeedOptions seed;
     std::optional<int> port;  ///< at which peers call
+    std::string way;          ///< that torrents are held to; empty: the setting's
     std::string ip_filter;    ///< a list of addresses that are no peers; empty: none
     std::string at;           ///< when it begins, as parse_moment() reads it; empty: at once
     std::string until;        ///< when it stops, likewise; empty: at its end

@@ -143,6 +143,11 @@ ordered_json pieces_json(const TorrentReport& report) {
 void add_torrent(ordered_json& json, const TorrentReport& report) {
     const bool is_sized = report.size > 0;
     json["infoHash"] = to_hex(report.info_hash);
+    const DocumentFacts& document = report.document;
+    json["document"] = {
+        {"comment", document.comment},
+        {"createdBy", document.created_by},
+        {"created", document.created > 0 ? ordered_json(iso_time(document.created)) : ordered_json(nullptr)}};
     json["phase"] = torrent_phase_name(report.phase);
     json["progress"] = is_sized ? static_cast<double>(report.done) / static_cast<double>(report.size) : 0.0;
     json["received"] = report.received;

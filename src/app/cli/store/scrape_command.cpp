@@ -47,6 +47,7 @@ Complaint find_asked(StoreCommand& command, const std::string& job_or_magnet, As
     asked.torrent.info_hash = magnet->info_hash;
     ProxyFault fault;
     asked.torrent.proxy = torrent_proxy(run_options_of(*job, settings, command.app.data_folder(), fault));
+    asked.torrent.way = torrent_way(settings);
     if (Complaint complaint = text_of(fault)) return complaint;
     if (asked.trackers.empty()) return "The torrent names no tracker.";
     return std::nullopt;

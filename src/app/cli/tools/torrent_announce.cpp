@@ -12,6 +12,7 @@
 #include "base/text.h"
 #include "bt/announce_thread.h"
 #include "bt/peer_probe.h"
+#include "bt/torrent_settings.h"
 #include "platform/console.h"
 #include "platform/process.h"
 #include "platform/thread.h"
@@ -48,13 +49,14 @@ void prepare(const AnnounceOptions& options, const TorrentFacts& facts, TorrentI
     job.downloaded = complete ? total : 0;
 }
 
-// Chooses the proxy of --proxy, else the program's own.
-Complaint choose_proxy(CFerrywellApp& app, const AnnounceOptions& options, TorrentIdentity& job) {
+// Chooses the proxy of --proxy, else the program's own, and the interface of the settings.
+Complaint choose_way(CFerrywellApp& app, const AnnounceOptions& options, TorrentIdentity& job) {
     if (Complaint complaint = check_proxy(options.proxy)) return complaint;
     CJobNode node;
     node.proxy = to_utf16(options.proxy);
     ProxyFault fault;
     job.proxy = torrent_proxy(run_options_of(node, app.settings(), app.data_folder(), fault));
+    job.way = torrent_way(app.settings());
     return text_of(fault);
 }
 
@@ -190,7 +192,7 @@ Exit run_announce(CFerrywellApp& app, const GlobalOptions& global, const Announc
     if (!facts) return complain(complaint);
     TorrentIdentity job;
     prepare(options, *facts, job);
-    if (const Complaint wrong = choose_proxy(app, options, job)) return complain(*wrong, Exit::usage);
+    if (const Complaint wrong = choose_way(app, options, job)) return complain(*wrong, Exit::usage);
     add_nodes(facts->meta, app.libraries().btdht);
     const InterruptWatch watch(stop_at_interrupt, &app.stop());
     ConnectionServices connections(&app.libraries().secur);
