@@ -52,7 +52,9 @@ MainFrame::MainFrame(DesktopHost& host, WindowModel& model)
     build_panes();
     build_bars();
     bind();
+    views_->select(View::of_category(model_.engine.first_category()->identity));
     is_built_ = true;
+    show_view();
     take_layout();
     if (wxTaskBarIcon::IsAvailable())
         tray_ = std::make_unique<Tray>(
@@ -63,8 +65,6 @@ MainFrame::MainFrame(DesktopHost& host, WindowModel& model)
         [this] { come_to_front(); });
     model_.on_trouble = [this](const std::string& text) { CallAfter([this, text] { say(text); }); };
     model_.questions.on_front([this] { CallAfter([this] { ask_next(); }); });
-    show_selection();
-    show_status();
 }
 
 MainFrame::~MainFrame() {
@@ -166,8 +166,6 @@ void MainFrame::bind() {
 }
 
 void MainFrame::begin() {
-    views_->select(View::of_category(model_.engine.first_category()->identity));
-    show_view();
     const bool to_tray = tray_ && host_.settings().flag(setting::close_to_tray);
     if (!host_.starts_minimized()) {
         Show();
