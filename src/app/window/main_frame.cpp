@@ -42,12 +42,11 @@ enum StatusField {
 }  // namespace
 
 MainFrame::MainFrame(DesktopHost& host, WindowModel& model)
-    : wxFrame(nullptr, wxID_ANY, "Vantlow"),
+    : wxFrame(nullptr, wxID_ANY, "Vantlow", wxDefaultPosition, FromDIP(wxSize(1020, 680), nullptr)),
       host_(host),
       model_(model),
       actions_(*this, model, [this](const std::string& text) { say(text); }) {
     SetName("vantlow");
-    SetSize(FromDIP(wxSize(1020, 680)));
     SetIcons(wxIconBundle(picture(Picture::program, 32).GetIcon(FromDIP(wxSize(32, 32)))));
     build_panes();
     build_bars();
@@ -197,12 +196,13 @@ void MainFrame::end() {
     show_notices_by(nullptr);
     tray_.reset();
     // Menus and dialogs that are open have loops of their own: they end first.
-    close_menus();
+    close_of_system();
     for (wxWindow* const window : wxTopLevelWindows) {
         auto* const dialog = dynamic_cast<wxDialog*>(window);
         if (dialog != nullptr && dialog->IsModal()) dialog->EndModal(wxID_CANCEL);
     }
-    // The loop of a dialog is still the running one, and the toolkit's own ExitMainLoop would then do nothing.
+    // The loop of a dialog is still the running one, and the toolkit's own ExitMainLoop would then do
+    // nothing.
     wxEventLoopBase* const loop = wxTheApp->GetMainLoop();
     if (loop != nullptr) loop->ScheduleExit();
 }

@@ -70,7 +70,16 @@ void* handle_of(wxWindow& /*window*/) {
 
 void show_notices_by(wxTaskBarIcon* /*tray*/) {}
 
-void close_menus() noexcept {}
+void close_of_system() noexcept {
+    GList* const all = gtk_window_list_toplevels();
+    for (const GList* one = all; one != nullptr; one = one->next) g_object_ref(one->data);
+    for (const GList* one = all; one != nullptr; one = one->next) {
+        const bool is_open =
+            GTK_IS_DIALOG(one->data) && gtk_widget_get_visible(GTK_WIDGET(one->data)) != FALSE;
+        if (is_open) gtk_dialog_response(GTK_DIALOG(one->data), GTK_RESPONSE_CANCEL);
+    }
+    g_list_free_full(all, g_object_unref);
+}
 
 struct ClipboardWatch::State {
     std::function<void()> changed;
