@@ -25,6 +25,8 @@
 #define VANTLOW_ACQUIRE(...) VANTLOW_THREAD_ATTRIBUTE(acquire_capability(__VA_ARGS__))
 /// A function that gives the lock back.
 #define VANTLOW_RELEASE(...) VANTLOW_THREAD_ATTRIBUTE(release_capability(__VA_ARGS__))
+/// A function that the analysis leaves alone, since it gives back a lock of its caller's and takes it again.
+#define VANTLOW_NO_ANALYSIS VANTLOW_THREAD_ATTRIBUTE(no_thread_safety_analysis)
 /// A function that returns the first argument where it got the lock.
 #define VANTLOW_TRY_ACQUIRE(...) VANTLOW_THREAD_ATTRIBUTE(try_acquire_capability(__VA_ARGS__))
 
@@ -49,8 +51,8 @@ class VANTLOW_CAPABILITY("mutex") Mutex {
 };
 
 /// Holds a Mutex or a BusyLock from here to the end of the scope. It may be given back and taken again in
-/// between. A Condition waits with it, or std::condition_variable_any where a std::stop_token ends the wait
-/// or the lock is a BusyLock; the waiting predicate is a lambda that VANTLOW_REQUIRES the lock.
+/// between. A Condition waits with it, or a StopCondition where a stop ends the wait; the waiting predicate is a
+/// lambda that VANTLOW_REQUIRES the lock.
 template <class Lock>
 class VANTLOW_SCOPED_CAPABILITY MutexLock {
   public:

@@ -36,7 +36,7 @@ QuestionAnswer QuestionBoard::ask(Question question, const StopSource& stop) {
         guard.lock();
     }
     Entry& entry = entries_.at(id);  // stays while somebody waits
-    answered_.wait_until(guard, stop.token(), entry.question.until, [&entry] { return entry.answered; });
+    answered_.wait_until(guard, stop, entry.question.until, [&entry] { return entry.answered; });
     QuestionAnswer answer = entry.answered ? entry.answer : entry.question.standard;
     const bool is_last = --entry.waiting == 0;
     if (is_last) entries_.erase(id);

@@ -3,7 +3,6 @@
 #pragma once
 
 #include <chrono>
-#include <condition_variable>
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -118,7 +117,7 @@ class QuestionBoard {
     std::chrono::milliseconds time_{0};
     std::function<void()> changed_;
     mutable Mutex mutex_;
-    std::condition_variable_any answered_;
+    StopCondition answered_;
     std::map<std::uint64_t, Entry> entries_ VANTLOW_GUARDED_BY(mutex_);
     std::vector<Answered> done_ VANTLOW_GUARDED_BY(mutex_);
     std::uint64_t last_id_ VANTLOW_GUARDED_BY(mutex_) = 0;

@@ -93,7 +93,7 @@ Result TorrentRun::work() {
     auto loop = net::make_loop();
     if (!loop) return loop.failure();
     loop_ = *std::move(loop);
-    const std::stop_callback wake(stop_.token(), [this] { loop_->stop(); });
+    const StopCallback wake(stop_, [this] { loop_->stop(); });
     ticks_.emplace(loop_->timers());
     const auto take = [this](std::unique_ptr<net::Stream> stream) { take_caller(std::move(stream)); };
     if (Result result = reach_.open(*loop_, take); !result.ok()) return result;

@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <memory>
 
+#include "base/text.h"
 #include "platform/fault_hook.h"
 #include "platform/name_functions.h"
 #include "platform/net_headers.h"
@@ -25,6 +26,13 @@ void add_new(std::vector<SocketAddress>& addresses, const addrinfo& info, std::u
         addresses.push_back(address);
 }
 
+// Names below "localhost" are this machine, whatever a name server says of them (RFC 6761, 6.3).
+bool is_this_machine(std::string_view host) {
+    if (host.ends_with('.')) host.remove_suffix(1);
+    constexpr std::string_view end = ".localhost";
+    return host.size() > end.size() && iequals(host.substr(host.size() - end.size()), end);
+}
+
 }  // namespace
 
 NameAnswer resolve_name(const std::string& host, std::uint16_t port) {
@@ -42,7 +50,8 @@ NameAnswer resolve_name(const std::string& host, std::uint16_t port) {
     hints.ai_protocol = IPPROTO_TCP;
     addrinfo* list = nullptr;
     const NameFunctions& functions = name_functions();
-    const int error = functions.get_address(host.c_str(), nullptr, &hints, &list);
+    const int error =
+        functions.get_address(is_this_machine(host) ? "localhost" : host.c_str(), nullptr, &hints, &list);
     if (error != 0) return failed(error);
     const std::unique_ptr<addrinfo, void (*)(addrinfo*)> owner(list, functions.free_address);
     NameAnswer answer;

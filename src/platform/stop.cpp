@@ -1,7 +1,6 @@
 #include "platform/stop.h"
 
 #include <algorithm>
-#include <thread>
 
 namespace vantlow {
 
@@ -41,14 +40,55 @@ bool WakeEvent::poll_flag(const Deadline& deadline) const noexcept {
     }
 }
 
+void StopWatcher::attach() {
+    {
+        const MutexLock guard(source_.mutex_);
+        if (!source_.requested()) {
+            waits_ = true;
+            behind_ = source_.first_;
+            if (behind_ != nullptr) behind_->before_ = this;
+            source_.first_ = this;
+            return;
+        }
+    }
+    run();
+}
+
+void StopWatcher::detach() {
+    MutexLock guard(source_.mutex_);
+    if (waits_) {
+        (before_ != nullptr ? before_->behind_ : source_.first_) = behind_;
+        if (behind_ != nullptr) behind_->before_ = before_;
+        return;
+    }
+    // Within its own call it need not wait for its end.
+    if (source_.runner_ == std::this_thread::get_id()) return;
+    source_.ran_.wait(guard, [this]() VANTLOW_REQUIRES(source_.mutex_) { return source_.running_ != this; });
+}
+
 StopSource::StopSource(StopSource& parent) {
-    from_parent_.emplace(parent.token(), Forward{this, &parent});
+    from_parent_.emplace(*this, parent);
+}
+
+StopWatcher* StopSource::next_watcher() const {
+    const MutexLock guard(mutex_);
+    if (running_ != nullptr) ran_.notify_all();
+    StopWatcher* const next = first_;
+    running_ = next;
+    runner_ = next != nullptr ? std::this_thread::get_id() : std::thread::id();
+    if (next == nullptr) return nullptr;
+    first_ = next->behind_;
+    if (first_ != nullptr) first_->before_ = nullptr;
+    next->waits_ = false;
+    return next;
 }
 
 void StopSource::request(Code reason) noexcept {
     Code none = Code::ok;
-    reason_.compare_exchange_strong(none, reason, std::memory_order_acq_rel);
-    source_.request_stop();
+    // The first request alone calls: a watcher that comes later sees the reason and calls itself.
+    if (reason_.compare_exchange_strong(none, reason)) {
+        while (StopWatcher* const next = next_watcher()) next->run();
+    }
     wake_.set();
 }
 

@@ -73,7 +73,7 @@ void PieceCheck::run() {
         {
             MutexLock guard(mutex_);
             const auto wanted = [this]() VANTLOW_REQUIRES(mutex_) { return ending_ || !waiting_.empty(); };
-            if (!news_.wait(guard, stop_.token(), wanted) || ending_) return;
+            if (!news_.wait(guard, stop_, wanted) || ending_) return;
             piece = waiting_.front();
             waiting_.pop_front();
             checking_ = true;

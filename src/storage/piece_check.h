@@ -2,7 +2,6 @@
 #pragma once
 
 #include <algorithm>
-#include <condition_variable>
 #include <deque>
 #include <functional>
 #include <string_view>
@@ -72,7 +71,7 @@ class PieceCheck {
     const StopSource& stop_;
     Report report_;
     mutable Mutex mutex_;
-    std::condition_variable_any news_;
+    StopCondition news_;
     std::deque<std::size_t> waiting_ VANTLOW_GUARDED_BY(mutex_);
     bool checking_ VANTLOW_GUARDED_BY(mutex_) = false;
     bool started_ VANTLOW_GUARDED_BY(mutex_) = false;

@@ -17,12 +17,14 @@ class Names : public testing::Test {
 };
 
 TEST_F(Names, LocalNamesAndLiteralsNeedNoNetwork) {
-    const NameAnswer local = resolve_name("localhost", 8080);
-    ASSERT_FALSE(local.addresses.empty()) << local.text;
-    for (const SocketAddress& address : local.addresses) {
-        EXPECT_EQ(address.port(), 8080);
-        EXPECT_TRUE(address.host() == "127.0.0.1" || address.host() == "::1") << address.host();
-        EXPECT_EQ(std::count(local.addresses.begin(), local.addresses.end(), address), 1);
+    for (const char* name : {"localhost", "machine.LocalHost."}) {
+        const NameAnswer local = resolve_name(name, 8080);
+        EXPECT_FALSE(local.addresses.empty()) << name << local.text;
+        for (const SocketAddress& address : local.addresses) {
+            EXPECT_EQ(address.port(), 8080);
+            EXPECT_TRUE(address.host() == "127.0.0.1" || address.host() == "::1") << address.host();
+            EXPECT_EQ(std::count(local.addresses.begin(), local.addresses.end(), address), 1);
+        }
     }
     EXPECT_NE(name_functions_source(), "built-in");
     const NameAnswer literal = resolve_name("2001:db8::1", 21);

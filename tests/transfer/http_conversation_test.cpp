@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <sstream>
+
 #include "platform/file.h"
 #include "platform/process.h"
 #include "runtime/tables.h"
@@ -334,12 +336,20 @@ TEST_F(HttpConversationTest, UnpacksBodiesHoweverTheyAreDivided) {
         {"a word", "deflate", "abc", "abc", closed, Code::ok},
         {"a gzip file", "deflate", test::gzip_stored("hello"), test::gzip_stored("hello"), closed, Code::ok},
     };
+    const auto answer_of = [](const Case& c, bool for_transfer) {
+        const std::string status = "HTTP/1.1 200 OK\r\n";
+        if (!for_transfer)
+            return status + "Content-Encoding: " + c.coding +
+                   "\r\nContent-Length: " + std::to_string(c.body.size()) + "\r\n\r\n" + c.body;
+        std::ostringstream chunk;
+        if (!c.body.empty()) chunk << std::hex << c.body.size() << "\r\n" << c.body << "\r\n";
+        return status + "Content-Length: 3\r\nTransfer-Encoding: " + c.coding + ", chunked\r\n\r\n" +
+               chunk.str() + "0\r\n\r\n";
+    };
     for (const Case& c : cases) {
-        const std::string head = "HTTP/1.1 200 OK\r\nContent-Encoding: " + std::string(c.coding) +
-                                 "\r\nContent-Length: " + std::to_string(c.body.size()) + "\r\n\r\n";
         for (const std::size_t piece : {std::size_t{1}, std::size_t{997}, std::string::npos}) {
             if (piece == 1 && c.body.size() > 10000) continue;
-            serve_bytes(head + c.body, piece);
+            serve_bytes(answer_of(c, piece == 997), piece);
             ASSERT_TRUE(ask().ok()) << c.name;
             Moved end;
             const std::string got = body(end, piece == 1 ? 1 : 16384, operations);

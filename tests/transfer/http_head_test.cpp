@@ -166,8 +166,14 @@ TEST(HttpHead, TakesNoDoubtfulBodyLength) {
     EXPECT_TRUE(both.chunked);
     EXPECT_EQ(both.length, std::nullopt);
     EXPECT_FALSE(parsed("Transfer-Encoding: identity\r\n").chunked);
-    EXPECT_EQ(parse_head("HTTP/1.1 200 OK\r\nTransfer-Encoding: gzip, chunked\r\n\r\n").failure().code,
-              Code::unsupported);
+    const HttpHead packed = parsed("Content-Length: 5\r\nTransfer-Encoding: x-gzip, chunked\r\n");
+    EXPECT_EQ(packed.transfer_coding, ContentCoding::gzip);
+    EXPECT_EQ(packed.length, std::nullopt);
+    for (const char* coding : {"compress", "gzip, gzip", "br, chunked"}) {
+        const auto head =
+            parse_head("HTTP/1.1 200 OK\r\nTransfer-Encoding: " + std::string(coding) + "\r\n\r\n");
+        EXPECT_EQ(head.failure().code, Code::unsupported) << coding;
+    }
 }
 
 TEST(HttpHead, KnowsWhetherTheConnectionStays) {

@@ -171,7 +171,7 @@ void WebSeed::refused(const Order& order, const Refusal& refusal) {
 }
 
 void WebSeed::work() {
-    const std::stop_callback wake(stop_.token(), [this] {
+    const StopCallback wake(stop_, [this] {
         const MutexLock guard(mutex_);
         changed_.notify_one();
     });

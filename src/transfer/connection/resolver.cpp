@@ -84,8 +84,8 @@ Outcome<std::vector<SocketAddress>> Resolver::resolve(const std::string& host, s
     if (closing_) return Code::stopped;
     const std::shared_ptr<Question> question = ask({host, port});
     changed_.notify_all();
-    const bool done = changed_.wait(
-        guard, stop.token(), [&]() VANTLOW_REQUIRES(mutex_) { return question->answered || closing_; });
+    const bool done =
+        changed_.wait(guard, stop, [&]() VANTLOW_REQUIRES(mutex_) { return question->answered || closing_; });
     if (stop.requested()) return stop.reason();
     if (!done || !question->answered) return Code::stopped;
     const NameAnswer& answer = question->answer;

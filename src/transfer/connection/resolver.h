@@ -1,7 +1,6 @@
 // Names to addresses, off the threads that must be able to stop.
 #pragma once
 
-#include <condition_variable>
 #include <deque>
 #include <functional>
 #include <map>
@@ -50,7 +49,7 @@ class Resolver {
     Lookup lookup_;
     const TimeSource& time_;
     Mutex mutex_;
-    std::condition_variable_any changed_;
+    StopCondition changed_;
     std::map<Key, std::shared_ptr<Question>> questions_ VANTLOW_GUARDED_BY(mutex_);  ///< their content too
     std::deque<Key> waiting_ VANTLOW_GUARDED_BY(mutex_);
     std::size_t busy_ VANTLOW_GUARDED_BY(mutex_) = 0;

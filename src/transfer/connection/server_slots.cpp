@@ -39,7 +39,7 @@ Outcome<ServerSlots::Slot> ServerSlots::acquire(const std::string& server, const
     }
     const bool must_wait = limits.awaited != nullptr && !is_free();
     if (must_wait) ++*limits.awaited;
-    const bool free = freed_.wait(guard, stop.token(), is_free);
+    const bool free = freed_.wait(guard, stop, is_free);
     if (must_wait) --*limits.awaited;
     --entry.waiting;
     // Further connections may have made way for this one alone.

@@ -2,7 +2,6 @@
 #pragma once
 
 #include <atomic>
-#include <condition_variable>
 #include <functional>
 #include <map>
 #include <string>
@@ -64,7 +63,7 @@ class ServerSlots {
 
     const TimeSource& time_;
     Mutex mutex_;
-    std::condition_variable_any freed_;
+    StopCondition freed_;
     std::map<std::string, Server> servers_ VANTLOW_GUARDED_BY(mutex_);
 };
 

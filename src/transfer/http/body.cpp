@@ -119,9 +119,13 @@ Outcome<std::unique_ptr<BodySource>> make_body(const HttpHead& head, ContentCodi
     } else {
         body = std::make_unique<ClosingBody>(std::move(inflow));
     }
-    if (coding == ContentCoding::identity || coding == ContentCoding::other) return body;
-    if (!operations.can_undo(coding)) return Code::unsupported;  // the caller names the missing library
-    return make_unpacking_body(std::move(body), coding, operations, buffer_size);
+    // The content was packed before the transfer.
+    for (const ContentCoding packed : {head.transfer_coding, coding}) {
+        if (packed == ContentCoding::identity || packed == ContentCoding::other) continue;
+        if (!operations.can_undo(packed)) return Code::unsupported;  // the caller names the missing library
+        body = make_unpacking_body(std::move(body), packed, operations, buffer_size);
+    }
+    return body;
 }
 
 }  // namespace vantlow

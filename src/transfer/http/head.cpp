@@ -157,10 +157,15 @@ Result read_transfer_encoding(HttpHead& head, std::string_view value) {
         piece = trim(piece);
         if (iequals(piece, "chunked")) {
             head.chunked = true;
-        } else if (!piece.empty() && !iequals(piece, "identity")) {
+            continue;
+        }
+        if (piece.empty() || iequals(piece, "identity")) continue;
+        const ContentCoding coding = coding_of(ascii_lower(piece));
+        if (coding == ContentCoding::other || head.transfer_coding != ContentCoding::identity) {
             return {Code::unsupported,
                     "The transfer coding \"" + std::string(piece) + "\" is not supported."};
         }
+        head.transfer_coding = coding;
     }
     return {};
 }
@@ -255,7 +260,8 @@ Outcome<HttpHead> parse_head(std::string_view bytes) {
     });
     if (!result.ok()) return result;
     if (first) return Result(Code::server_error, "The answer is not an HTTP response.");
-    if (head.chunked) head.length.reset();  // the length is ignored then (RFC 9112, 6.3)
+    // The length is ignored where the body has a transfer coding (RFC 9112, 6.3).
+    if (head.chunked || head.transfer_coding != ContentCoding::identity) head.length.reset();
     return head;
 }
 

@@ -46,9 +46,11 @@ struct HttpHead {
     bool keep_alive = false;
     bool closes = false;  ///< the server said "close"
     bool chunked = false;
+    /// Of the body under its chunks: gzip, deflate or none; nobody asks for one, and some send it.
+    ContentCoding transfer_coding = ContentCoding::identity;
     ContentCoding coding = ContentCoding::identity;
     AcceptRanges accept_ranges = AcceptRanges::unsaid;
-    std::optional<std::int64_t> length;       ///< of the body; none when chunked or unsaid
+    std::optional<std::int64_t> length;       ///< of the body; none with a transfer coding or unsaid
     std::optional<std::int64_t> range_first;  ///< of content-range
     std::optional<std::int64_t> range_last;
     std::optional<std::int64_t> range_total;  ///< none when it was "*"

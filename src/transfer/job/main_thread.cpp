@@ -207,8 +207,7 @@ Result CTransferMainThread::fetch_missing() {
 void CTransferMainThread::wait_for_news(Clock::time_point until) {
     MutexLock guard(mutex_);
     // The condition variable waits in real time.
-    news_.wait_for(guard, stop_.token(), until - now(),
-                   [this]() VANTLOW_REQUIRES(mutex_) { return news_there_; });
+    news_.wait_for(guard, stop_, until - now(), [this]() VANTLOW_REQUIRES(mutex_) { return news_there_; });
     news_there_ = false;
 }
 

@@ -1,7 +1,6 @@
 // The thread that owns a running job: its connections, its file, and what its policy decides.
 #pragma once
 
-#include <condition_variable>
 #include <functional>
 #include <map>
 #include <memory>
@@ -179,14 +178,14 @@ class CTransferMainThread : private SubThreadHost, private WrittenListener {
     std::unique_ptr<PieceCheck> pieces_;  ///< made once the size is known; null without piece hashes
 
     Mutex mutex_;
-    std::condition_variable_any news_;
+    StopCondition news_;
     std::vector<CTransferSubThread*> ended_ VANTLOW_GUARDED_BY(mutex_);
     bool news_there_ VANTLOW_GUARDED_BY(mutex_) = false;
     std::unique_ptr<CJobNode> safe_ VANTLOW_GUARDED_BY(mutex_);  ///< what safe_copy() gives
     int attached_ VANTLOW_GUARDED_BY(mutex_) = 0;          ///< sub threads that hold a segment or a check
     std::uint64_t events_ VANTLOW_GUARDED_BY(mutex_) = 0;  ///< of which those hear that wait for work
     bool saving_ VANTLOW_GUARDED_BY(mutex_) = false;       ///< the main thread takes positions to the disk
-    std::condition_variable_any work_news_;
+    StopCondition work_news_;
 
     std::atomic<bool> state_saved_{false};
     std::atomic<bool> encoded_{false};  ///< the bytes are decoded on their way: nothing can be continued

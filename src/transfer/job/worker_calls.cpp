@@ -66,7 +66,7 @@ bool CTransferMainThread::take_work(CTransferSubThread& asker) {
         MutexLock guard(mutex_);
         if (work == Work::taken) ++attached_;
         if (work != Work::later) return work == Work::taken;
-        work_news_.wait_for(guard, asker.stop_source().token(), longest_wait,
+        work_news_.wait_for(guard, asker.stop_source(), longest_wait,
                             [&]() VANTLOW_REQUIRES(mutex_) { return events_ != seen; });
         if (asker.stop_source().requested()) return false;
     }
@@ -207,8 +207,7 @@ Result CTransferMainThread::throw_away(CTransferSubThread& asker) {
     {
         // A save that is under way tells of nothing that is about to go.
         MutexLock guard(mutex_);
-        if (!news_.wait(guard, asker.stop_source().token(),
-                        [this]() VANTLOW_REQUIRES(mutex_) { return !saving_; }))
+        if (!news_.wait(guard, asker.stop_source(), [this]() VANTLOW_REQUIRES(mutex_) { return !saving_; }))
             return asker.stop_source().reason();
         if (safe_) safe_->segments.clear();
     }
@@ -222,7 +221,7 @@ Result CTransferMainThread::take_whole(CTransferSubThread& asker, const SourceAn
     {
         // The others write their last bytes before the file is emptied under them.
         MutexLock guard(mutex_);
-        if (!news_.wait(guard, asker.stop_source().token(),
+        if (!news_.wait(guard, asker.stop_source(),
                         [this]() VANTLOW_REQUIRES(mutex_) { return attached_ == 1; }))
             return asker.stop_source().reason();
     }

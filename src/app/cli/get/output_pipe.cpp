@@ -77,9 +77,8 @@ void OutputPipe::run() {
 
 Result OutputPipe::finish(const StopSource& stop) {
     MutexLock guard(mutex_);
-    const bool done = changed_.wait(guard, stop.token(), [this]() VANTLOW_REQUIRES(mutex_) {
-        return !failure_.ok() || written_ == offered_;
-    });
+    const bool done = changed_.wait(
+        guard, stop, [this]() VANTLOW_REQUIRES(mutex_) { return !failure_.ok() || written_ == offered_; });
     if (!failure_.ok()) return failure_;
     return done ? Result{} : stop.reason();
 }

@@ -1,7 +1,6 @@
 // The way of a file to the standard output, while it is being fetched.
 #pragma once
 
-#include <condition_variable>
 #include <cstdint>
 #include <string>
 
@@ -37,7 +36,7 @@ class OutputPipe {
 
     ThreadPool& threads_;
     Mutex mutex_;
-    std::condition_variable_any changed_;
+    StopCondition changed_;
     std::u16string path_ VANTLOW_GUARDED_BY(mutex_);
     std::int64_t offered_ VANTLOW_GUARDED_BY(mutex_) = 0;
     std::int64_t written_ VANTLOW_GUARDED_BY(mutex_) = 0;

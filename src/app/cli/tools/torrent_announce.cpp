@@ -102,7 +102,7 @@ std::vector<AnnounceReport> ask_all(const AnnounceServices& services, TorrentIde
             ConsoleLog log(std::to_string(i + 1), verbose);
             CBTAnnounceThread one(services, job, trackers[i], event, log, stop);
             // Ctrl-C ends also an announce that says goodbye.
-            const std::stop_callback on_stop(stop.token(), [&one] { one.abandon(); });
+            const StopCallback on_stop(stop, [&one] { one.abandon(); });
             one.announce(trackers[i], event);
             reports[i] = one.report();
             std::erase_if(reports[i].peers,
