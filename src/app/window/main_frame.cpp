@@ -111,7 +111,7 @@ void MainFrame::build_panes() {
     panes_.AddPane(middle, wxAuiPaneInfo().Name("jobs").CentrePane());
     panes_.AddPane(
         views_,
-        pane(views_frame_pane, ui(tr("Categories"))).Left().Layer(1).BestSize(FromDIP(wxSize(220, 300))));
+        pane(views_frame_pane, ui(tr("Categories"))).Left().Layer(1).BestSize(FromDIP(wxSize(245, 300))));
     panes_.AddPane(
         tabs_,
         pane(tabs_frame_pane, ui(tr("Details"))).Bottom().Position(0).BestSize(FromDIP(wxSize(620, 210))));

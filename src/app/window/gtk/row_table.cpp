@@ -105,6 +105,7 @@ struct RowTable::Control : public wxDataViewCtrl {
             } else {
                 renderer = new wxDataViewTextRenderer("string", wxDATAVIEW_CELL_INERT, align);
             }
+            renderer->EnableEllipsize(wxELLIPSIZE_END);
             AppendColumn(new wxDataViewColumn(column.title, renderer, static_cast<unsigned>(i),
                                               FromDIP(column.width), align, flags));
         }
