@@ -201,8 +201,7 @@ void MainFrame::end() {
         auto* const dialog = dynamic_cast<wxDialog*>(window);
         if (dialog != nullptr && dialog->IsModal()) dialog->EndModal(wxID_CANCEL);
     }
-    // The loop of a dialog is still the running one, and the toolkit's own ExitMainLoop would then do
-    // nothing.
+    // A dialog's loop is still the running one, and the toolkit's own ExitMainLoop would then do nothing.
     wxEventLoopBase* const loop = wxTheApp->GetMainLoop();
     if (loop != nullptr) loop->ScheduleExit();
 }

@@ -24,8 +24,8 @@ AtkObject* named_accessible(GtkWidget* table) {
     return accessible;
 }
 
-// What a screen reader sees of a table tells of every cell whenever all rows are new, if anybody listens or
-// not. So it is made, and named, when a reader asks for it.
+// A table's accessible object tells of every cell whenever all rows are new, whether anybody listens or not:
+// so it is made, and named, when a screen reader asks for it.
 void name_when_asked(GtkWidget* table, const wxString& name) {
     g_object_set_data_full(G_OBJECT(table), key_of_name, g_strdup(name.utf8_str()), g_free);
     GtkWidgetClass* const tables = GTK_WIDGET_GET_CLASS(table);
