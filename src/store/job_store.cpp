@@ -12,10 +12,12 @@ namespace {
 
 // The first eight bytes of an identity as the number that its first sixteen digits are: see guid_text().
 std::uint64_t first_digits(const Guid& id) noexcept {
-    constexpr std::size_t digit_order[] = {3, 2, 1, 0, 5, 4, 7, 6};
-    std::uint64_t number = 0;
-    for (const std::size_t i : digit_order) number = (number << 8U) | id.bytes[i];
-    return number;
+    const auto digits = [&id](std::size_t from, std::size_t count) {
+        std::uint64_t number = 0;
+        for (std::size_t i = count; i-- > 0;) number = (number << 8U) | id.bytes[from + i];
+        return number;
+    };
+    return digits(0, 4) << 32U | digits(4, 2) << 16U | digits(6, 2);
 }
 
 // No queue gets this long: a larger order comes from a damaged file, and would leave no room behind it.

@@ -302,6 +302,16 @@ def options(window, _server):
     window.start()
 
 
+def end_in_a_dialog_of_the_system(window, _server):
+    """A command to quit does not wait until somebody has chosen a file."""
+    to_front(FRAME)
+    press("alt+f", "i")
+    to_front("^Import downloads$")
+    assert window.run("quit").returncode == 0
+    until(lambda: not window.process(), "the end of the process")
+    window.start()
+
+
 def end_without_display(window):
     window.end()
     told = subprocess.Popen(
@@ -316,7 +326,8 @@ def end_without_display(window):
     assert told.wait(20) == 0
 
 
-SCENARIOS = (first_start, second_start, search, removal, crash, order, stop_and_start, torrent, forms, options)
+SCENARIOS = (first_start, second_start, search, removal, crash, order, stop_and_start, torrent, forms, options,
+             end_in_a_dialog_of_the_system)
 
 
 def main(programs):

@@ -21,11 +21,11 @@ from display import press, to_front, until, write  # noqa: E402
 DARK = "Adwaita:dark"
 LOOKS = [("en", "", 1), ("en", DARK, 1), ("de", "", 1), ("zh-CN", "", 1), ("en", "", 2), ("de", "", 2), ("zh-CN", DARK, 2)]
 WINDOWS_LOOKS = [("en", "", 1), ("de", "", 1), ("zh-CN", "", 1), ("en", "", 2)]
-OPTION_PAGES = 13
+OPTION_PAGES = 12
 # The keys of menus and dialogs that have no accelerator: the menu, then the command.
 MENUS = {
     "en": {"category": "alt+f c", "export": "alt+f e", "import": "alt+f i", "join": "alt+t j", "size": "alt+t p"},
-    "de": {"category": "alt+d k", "export": "alt+d e", "import": "alt+d i", "join": "alt+w z", "size": "alt+w b"},
+    "de": {"category": "alt+d k", "export": "alt+d x", "import": "alt+d i", "join": "alt+w z", "size": "alt+w b"},
     "zh-CN": {"category": "alt+f c", "export": "alt+f e", "import": "alt+f i", "join": "alt+t j", "size": "alt+t p"},
 }
 TABS = ("pieces", "files", "peers", "trackers", "log", "details")

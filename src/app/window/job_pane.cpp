@@ -47,7 +47,6 @@ JobPane::JobPane(wxWindow* parent, WindowModel& model, Events events)
     auto* const all = new wxBoxSizer(wxVERTICAL);
     all->Add(table_, wxSizerFlags(1).Expand());
     SetSizer(all);
-    put_columns();
     model_.rows.on_news([this](const RowNews& news) { take_news(news); });
 }
 
@@ -78,9 +77,8 @@ void JobPane::put_columns() {
 
 void JobPane::take(const vantlow::Layout& layout) {
     columns_ = layout.columns;
-    put_columns();
     model_.rows.sort_by(layout.sort);
-    show_order();
+    put_columns();
 }
 
 // Hidden columns keep the place behind the one that they stood behind.

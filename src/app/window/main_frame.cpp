@@ -42,17 +42,18 @@ enum StatusField {
 }  // namespace
 
 MainFrame::MainFrame(DesktopHost& host, WindowModel& model)
-    : wxFrame(nullptr, wxID_ANY, "Vantlow"),
+    : wxFrame(nullptr, wxID_ANY, "Vantlow", wxDefaultPosition, FromDIP(wxSize(1020, 680), nullptr)),
       host_(host),
       model_(model),
       actions_(*this, model, [this](const std::string& text) { say(text); }) {
     SetName("vantlow");
-    SetSize(FromDIP(wxSize(1020, 680)));
     SetIcons(wxIconBundle(picture(Picture::program, 32).GetIcon(FromDIP(wxSize(32, 32)))));
     build_panes();
     build_bars();
     bind();
+    views_->select(View::of_category(model_.engine.first_category()->identity));
     is_built_ = true;
+    show_view();
     take_layout();
     if (wxTaskBarIcon::IsAvailable())
         tray_ = std::make_unique<Tray>(
@@ -63,8 +64,6 @@ MainFrame::MainFrame(DesktopHost& host, WindowModel& model)
         [this] { come_to_front(); });
     model_.on_trouble = [this](const std::string& text) { CallAfter([this, text] { say(text); }); };
     model_.questions.on_front([this] { CallAfter([this] { ask_next(); }); });
-    show_selection();
-    show_status();
 }
 
 MainFrame::~MainFrame() {
@@ -112,7 +111,7 @@ void MainFrame::build_panes() {
     panes_.AddPane(middle, wxAuiPaneInfo().Name("jobs").CentrePane());
     panes_.AddPane(
         views_,
-        pane(views_frame_pane, ui(tr("Categories"))).Left().Layer(1).BestSize(FromDIP(wxSize(220, 300))));
+        pane(views_frame_pane, ui(tr("Categories"))).Left().Layer(1).BestSize(FromDIP(wxSize(245, 300))));
     panes_.AddPane(
         tabs_,
         pane(tabs_frame_pane, ui(tr("Details"))).Bottom().Position(0).BestSize(FromDIP(wxSize(620, 210))));
@@ -166,8 +165,6 @@ void MainFrame::bind() {
 }
 
 void MainFrame::begin() {
-    views_->select(View::of_category(model_.engine.first_category()->identity));
-    show_view();
     const bool to_tray = tray_ && host_.settings().flag(setting::close_to_tray);
     if (!host_.starts_minimized()) {
         Show();
@@ -199,12 +196,12 @@ void MainFrame::end() {
     show_notices_by(nullptr);
     tray_.reset();
     // Menus and dialogs that are open have loops of their own: they end first.
-    close_menus();
+    close_of_system();
     for (wxWindow* const window : wxTopLevelWindows) {
         auto* const dialog = dynamic_cast<wxDialog*>(window);
         if (dialog != nullptr && dialog->IsModal()) dialog->EndModal(wxID_CANCEL);
     }
-    // The loop of a dialog is still the running one, and the toolkit's own ExitMainLoop would then do nothing.
+    // A dialog's loop is still the running one, and the toolkit's own ExitMainLoop would then do nothing.
     wxEventLoopBase* const loop = wxTheApp->GetMainLoop();
     if (loop != nullptr) loop->ScheduleExit();
 }

@@ -45,11 +45,11 @@ NewJobDialog::NewJobDialog(wxWindow& parent, WindowModel& model, NewJobForm form
     name_for_readers(*addresses_, ui(tr("Addresses")));
     addresses_->SetMinSize(FromDIP(wxSize(520, 90)));
     all->Add(addresses_, wxSizerFlags(1).Expand().Border(wxALL, FromDIP(10)));
-    note_ =
-        new wxStaticText(this, wxID_ANY, wxString(), wxDefaultPosition, wxDefaultSize, wxST_ELLIPSIZE_END);
+    // Lines that change while it is typed are as long as the dialog is wide.
+    constexpr long shortened = wxST_NO_AUTORESIZE | wxST_ELLIPSIZE_END;
+    note_ = new wxStaticText(this, wxID_ANY, wxString(), wxDefaultPosition, wxDefaultSize, shortened);
     all->Add(note_, wxSizerFlags().Expand().Border(wxLEFT | wxRIGHT, FromDIP(10)));
-    says_ =
-        new wxStaticText(this, wxID_ANY, wxString(), wxDefaultPosition, wxDefaultSize, wxST_ELLIPSIZE_MIDDLE);
+    says_ = new wxStaticText(this, wxID_ANY, wxString(), wxDefaultPosition, wxDefaultSize, shortened);
     all->Add(says_, wxSizerFlags().Expand().Border(wxLEFT | wxRIGHT | wxTOP, FromDIP(10)));
     build_files(*all);
     build_places(*all);

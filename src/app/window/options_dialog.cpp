@@ -6,7 +6,6 @@
 #include <wx/dirdlg.h>
 #include <wx/filedlg.h>
 #include <wx/listbox.h>
-#include <wx/msgdlg.h>
 #include <wx/scrolwin.h>
 #include <wx/settings.h>
 #include <wx/sizer.h>
@@ -131,8 +130,7 @@ void OptionsDialog::add_line(wxSizer& all, const SettingLine& line) {
         row->Add(browse, wxSizerFlags().Border(wxLEFT, FromDIP(6)));
     }
     if (line.is_set) {
-        auto* const back =
-            new wxButton(room_, wxID_ANY, ui(tr("Default")), wxDefaultPosition, wxDefaultSize, wxBU_EXACTFIT);
+        auto* const back = new wxButton(room_, wxID_ANY, ui(tr("Default")));
         back->SetToolTip(ui(tr("Go back to the default")));
         back->Bind(wxEVT_BUTTON, [this, name = line.setting.name()](wxCommandEvent&) {
             settings_.unset(name);
@@ -198,7 +196,7 @@ void OptionsDialog::set(const SettingLine& line, const std::string& value) {
     if (fault == SettingPages::Fault::none) return changed_(line.setting.name());
     wxString text = ui(sentence_of(fault));
     CallAfter([this, text, label = ui(line.label)] {
-        wxMessageDialog(this, label + "\n\n" + text, ui(tr("Options")), wxOK | wxICON_WARNING).ShowModal();
+        tell(*this, ui(tr("Options")), label + "\n\n" + text);
         show_page();
     });
 }

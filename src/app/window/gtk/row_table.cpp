@@ -18,8 +18,7 @@ class Model : public wxDataViewVirtualListModel {
   public:
     using Checked = std::function<void(std::size_t, bool)>;
     Model(const RowSource& source, const std::vector<wxBitmapBundle>& pictures, Checked checked)
-        : wxDataViewVirtualListModel(static_cast<unsigned>(source.rows())),
-          source_(source),
+        : source_(source),
           pictures_(pictures),
           checked_(std::move(checked)) {}
 
@@ -90,7 +89,9 @@ struct RowTable::Control : public wxDataViewCtrl {
         });
     }
 
+    // GTK goes through all rows for each column that comes or goes: none are there meanwhile.
     void rebuild() {
+        if (model->GetCount() > 0) model->Reset(0);
         ClearColumns();
         for (std::size_t i = 0; i < model->columns.size(); ++i) {
             const TableColumn& column = model->columns[i];
@@ -104,6 +105,7 @@ struct RowTable::Control : public wxDataViewCtrl {
             } else {
                 renderer = new wxDataViewTextRenderer("string", wxDATAVIEW_CELL_INERT, align);
             }
+            renderer->EnableEllipsize(wxELLIPSIZE_END);
             AppendColumn(new wxDataViewColumn(column.title, renderer, static_cast<unsigned>(i),
                                               FromDIP(column.width), align, flags));
         }
@@ -137,7 +139,9 @@ RowTable::~RowTable() = default;
 
 void RowTable::set_columns(const std::vector<TableColumn>& columns) {
     control_->model->columns = columns;
+    const Silence silence(*this);
     control_->rebuild();
+    control_->model->Reset(static_cast<unsigned>(source_.rows()));
 }
 
 std::vector<TableColumn> RowTable::columns() const {

@@ -14,6 +14,26 @@ GtkTreeView* tree_of(wxWindow& table) {
     return view != nullptr ? GTK_TREE_VIEW(view->GtkGetTreeView()) : nullptr;
 }
 
+constexpr const char* key_of_name = "vantlow-name";
+AtkObject* (*plain_accessible)(GtkWidget*) = nullptr;
+
+AtkObject* named_accessible(GtkWidget* table) {
+    AtkObject* const accessible = plain_accessible(table);
+    const auto* const name = static_cast<const char*>(g_object_get_data(G_OBJECT(table), key_of_name));
+    if (name != nullptr && atk_object_get_name(accessible) == nullptr) atk_object_set_name(accessible, name);
+    return accessible;
+}
+
+// A table's accessible object tells of every cell whenever all rows are new, whether anybody listens or not:
+// so it is made, and named, when a screen reader asks for it.
+void name_when_asked(GtkWidget* table, const wxString& name) {
+    g_object_set_data_full(G_OBJECT(table), key_of_name, g_strdup(name.utf8_str()), g_free);
+    GtkWidgetClass* const tables = GTK_WIDGET_GET_CLASS(table);
+    if (tables->get_accessible == named_accessible) return;
+    plain_accessible = tables->get_accessible;
+    tables->get_accessible = named_accessible;
+}
+
 }  // namespace
 
 void make_rows_equal(wxWindow& table, bool clickable) {
@@ -37,8 +57,8 @@ void show_column_order(wxWindow& table, int position, bool shown, bool descendin
 
 void name_for_readers(wxWindow& control, const wxString& name) {
     control.SetName(name);
-    GtkTreeView* const tree = tree_of(control);
-    GtkWidget* widget = tree != nullptr ? GTK_WIDGET(tree) : static_cast<GtkWidget*>(control.GetHandle());
+    if (GtkTreeView* const tree = tree_of(control)) return name_when_asked(GTK_WIDGET(tree), name);
+    auto* widget = static_cast<GtkWidget*>(control.GetHandle());
     // A list or a text of several lines stands within what scrolls it.
     if (GTK_IS_SCROLLED_WINDOW(widget)) widget = gtk_bin_get_child(GTK_BIN(widget));
     if (widget != nullptr) atk_object_set_name(gtk_widget_get_accessible(widget), name.utf8_str());
@@ -50,7 +70,16 @@ void* handle_of(wxWindow& /*window*/) {
 
 void show_notices_by(wxTaskBarIcon* /*tray*/) {}
 
-void close_menus() noexcept {}
+void close_of_system() noexcept {
+    GList* const all = gtk_window_list_toplevels();
+    for (const GList* one = all; one != nullptr; one = one->next) g_object_ref(one->data);
+    for (const GList* one = all; one != nullptr; one = one->next) {
+        const bool is_open =
+            GTK_IS_DIALOG(one->data) && gtk_widget_get_visible(GTK_WIDGET(one->data)) != FALSE;
+        if (is_open) gtk_dialog_response(GTK_DIALOG(one->data), GTK_RESPONSE_CANCEL);
+    }
+    g_list_free_full(all, g_object_unref);
+}
 
 struct ClipboardWatch::State {
     std::function<void()> changed;

@@ -118,7 +118,7 @@ void append_text(std::u16string_view text, std::string& key) {
 
 const std::array<ColumnFacts, column_count>& column_table() {
     static const std::array<ColumnFacts, column_count> table{{
-        {Column::name, "name", to_translate("Name"), 40, false, true, false},
+        {Column::name, "name", to_translate("Name"), 28, false, true, false},
         {Column::size, "size", to_translate("Size"), 10, true, true, false},
         {Column::done, "done", to_translate("Done"), 8, true, true, true},
         {Column::speed, "speed", to_translate("Speed"), 12, true, true, true},

@@ -1,8 +1,10 @@
 #include "app/window/system.h"
 
-#include <wx/msw/wrapwin.h>
+#include <wx/msw/private.h>
 #include <wx/notifmsg.h>
 #include <wx/taskbar.h>
+
+#include <cwchar>
 
 namespace vantlow {
 
@@ -22,8 +24,17 @@ void show_notices_by(wxTaskBarIcon* tray) {
     wxNotificationMessage::UseTaskBarIcon(tray);
 }
 
-void close_menus() noexcept {
+void close_of_system() noexcept {
     ::EndMenu();
+    const auto cancel = [](HWND window, LPARAM) -> BOOL {
+        constexpr int longest = 16;
+        wchar_t kind[longest];
+        const bool is_dialog = GetClassNameW(window, kind, longest) > 0 && std::wcscmp(kind, L"#32770") == 0;
+        if (is_dialog && wxFindWinFromHandle(window) == nullptr)
+            PostMessageW(window, WM_COMMAND, IDCANCEL, 0);
+        return TRUE;
+    };
+    EnumThreadWindows(GetCurrentThreadId(), cancel, 0);
 }
 
 struct ClipboardWatch::State {
