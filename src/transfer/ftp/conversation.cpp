@@ -69,6 +69,12 @@ void FtpConversation::fail() {
 
 Result FtpConversation::begin(const FtpPlan& plan, std::int64_t offset, FtpFile& file) {
     if (Result result = ftp_ask_about_file(control_, plan, session_, file, log_); !result.ok()) return result;
+    if (plan.facts_only) {
+        Result result = ftp_restart_at(control_, plan, session_, offset, file);
+        if (result.ok()) result = ftp_is_told(control_, plan, file);
+        if (result.ok()) state_ = State::done;
+        return result;
+    }
     if (Result result = data_.prepare(socket_, control_, plan, session_); !result.ok()) return result;
     if (Result result = ftp_restart_at(control_, plan, session_, offset, file); !result.ok()) return result;
     if (Result result = retrieve(plan, file); !result.ok())

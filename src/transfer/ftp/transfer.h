@@ -70,6 +70,7 @@ struct FtpPlan {
     bool text_mode = false;     ///< transfer as text (TYPE A)
     bool native_lines = false;  ///< text mode: the line ends of this system are LF, not CR LF
     bool trace_listings = false;
+    bool facts_only = false;  ///< the file is asked about and not fetched: no byte of it comes
     /// The address that PORT announces in place of the local one, for a network whose router forwards a port;
     /// none: the local address.
     std::optional<std::array<std::uint8_t, 4>> mapped_address;

@@ -34,6 +34,7 @@ struct SourcePlan : FetchPlan {
     FtpRules ftp;
     SshRules ssh;
     std::size_t ssh_buffer = 256 * 1024;  ///< bytes that SSH receives at once
+    bool facts_only = false;              ///< the server is asked what it has, and sends no byte of it
 };
 
 /// A conversation about one resource over one connection, whose bytes it gives; `closed` at the end of what
