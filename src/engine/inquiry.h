@@ -11,6 +11,7 @@
 #include "platform/thread.h"
 #include "transfer/http/errand.h"
 #include "transfer/job/main_thread.h"
+#include "transfer/job/source.h"
 
 namespace vantlow {
 
@@ -27,17 +28,18 @@ struct ServerSays {
 /// now: agent, times, trust, limits, and the proxy for each server. What it refers to outlives it.
 HttpErrand errand_by_rules(const CJobNode& job, const RunOptions& options, const TransferServices& services);
 
-/// The errand of a job's first request over HTTP, with its login and cookies.
-HttpErrand first_errand(const CJobNode& job, const RunOptions& options, const TransferServices& services);
-
-/// Asks a server for the header of an answer alone (HEAD, RFC 9110, 9.3.2), on a thread of its own: an
-/// address that serves its file only once still does so afterwards. Redirects are followed, logins answered
-/// and cookies kept as those of a job. A server that refuses HEAD says nothing.
+/// Asks a server about a file, on a thread of its own: over HTTP for the header of an answer alone (HEAD, RFC
+/// 9110, 9.3.2), over FTP and SFTP for size and time. Nothing of the file comes: an address that serves its
+/// file only once still does so afterwards. Redirects are followed, logins answered and cookies kept as those
+/// of a job. A server that refuses HEAD says nothing; of an SSH server that is not known the result says so,
+/// and nobody is asked whether to trust it.
 class Inquiry {
   public:
-    /// The services outlive the object. `wake` is called once, from any thread, when answer() is there,
-    /// unless the object is destroyed before.
-    Inquiry(HttpErrand errand, const TransferServices& services, std::function<void()> wake);
+    /// Asks as a job that is not filed would: by its address, login and rules, the wishes of its run and the
+    /// settings as they are now. The services outlive the object. `wake` is called once, from any thread,
+    /// when answer() is there, unless the object is destroyed before.
+    Inquiry(const CJobNode& job, const RunOptions& options, const TransferServices& services,
+            std::function<void()> wake);
     /// Ends the conversation; waits for the thread.
     ~Inquiry();
     Inquiry(const Inquiry&) = delete;
@@ -47,10 +49,12 @@ class Inquiry {
     [[nodiscard]] std::optional<ServerSays> answer() const;
 
   private:
+    using Asking = std::function<ServerSays(const ConnectionContext& context)>;
+    static Asking over_http(HttpErrand errand);
+    static Asking over_ftp(SourcePlan plan);
     void ask();
-    [[nodiscard]] ServerSays ask_server();
 
-    HttpErrand errand_;
+    Asking asking_;
     const TransferServices services_;
     const std::function<void()> wake_;
     StopSource stop_;

@@ -12,6 +12,7 @@
 #include "engine/selection.h"
 #include "store/address.h"
 #include "store/proxies.h"
+#include "transfer/job/source.h"
 
 namespace vantlow {
 namespace {
@@ -96,8 +97,7 @@ std::unique_ptr<Inquiry> Engine::inquire(const JobDraft& draft, std::function<vo
     static_cast<JobRequest&>(job) = draft;
     job.address = plans.plans.front().address;
     job.address.resize(std::min(job.address.find(u'#'), job.address.size()));
-    const auto target = parse_target(job.address);
-    if (!target || (target->scheme != "http" && target->scheme != "https")) return nullptr;
+    if (find_protocol(job.address) == nullptr) return nullptr;
     look_up_login(job, options_.credentials);
     return runner_->inquire(job, std::move(wake));
 }

@@ -93,7 +93,7 @@ std::unique_ptr<Inquiry> SessionRunner::inquire(const CJobNode& job, std::functi
     ProxyFault fault;
     RunOptions options = run_options_of(job, tools_.settings, tools_.proxies_in, fault);
     options.default_agent = tools_.agent;
-    return std::make_unique<Inquiry>(first_errand(job, options, services_), services_, std::move(wake));
+    return std::make_unique<Inquiry>(job, options, services_, std::move(wake));
 }
 
 CJobNode* SessionRunner::next_waiting() const {

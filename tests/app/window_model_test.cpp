@@ -239,11 +239,15 @@ TEST_F(WindowTest, AFormIsCheckedAndBecomesADraft) {
     EXPECT_TRUE(draft.paused);
     EXPECT_EQ(draft.category, std::nullopt) << "the rules choose for each of them";
     const Guid films = engine->add_category(u"Films", u"", {}).category;
-    ASSERT_TRUE(engine->set_category_rule(films, "b.example").ok());
+    ASSERT_TRUE(engine->set_category_rule(films, "b.example iso").ok());
     NewJobForm guessed = jobs.form_of("http://b.example/x", {});
     EXPECT_EQ(guessed.category, films);
     guessed.addresses = "http://a.example/x";
     EXPECT_EQ(jobs.category_of(guessed), engine->first_category()->identity);
+    guessed.said_name = u"as the server says.iso";
+    EXPECT_EQ(jobs.draft_of(guessed).category, films);
+    guessed.name = u"as a person says.txt";
+    EXPECT_EQ(jobs.draft_of(guessed).category, engine->first_category()->identity);
     EXPECT_EQ(jobs.draft_of(jobs.form_of("http://a.example/x", films)).category, films);
     EXPECT_EQ(engine->find(engine->add(draft).jobs.at(1))->comment, u"why");
 

@@ -7,6 +7,7 @@
 
 #include "engine_fixture.h"
 #include "platform/file.h"
+#include "support/fake_ftp.h"
 #include "support/file_server.h"
 
 namespace vantlow {
@@ -410,6 +411,43 @@ TEST_F(EngineTest, ChangesAreGatheredAndCanBeAskedForByRevision) {
     EXPECT_TRUE(engine->changes_since(changes.revision + 1).everything);  // of another run
 }
 
+TEST_F(EngineTest, AsksAServerOfFtpWhatItHasAndFetchesNothing) {
+    test::FakeFtp whole({.content = std::string(7000, 'x')});
+    test::FakeFtp bare(
+        {.answers = {{"SIZE", "550 No such file"}, {"MDTM", "550 No such file"}, {"STAT", "502 No"}}});
+    test::FakeFtp folder(
+        {.answers = {
+             {"SIZE", "550 No file"}, {"MDTM", "550 No file"}, {"STAT", "502 No"}, {"CWD", "250 There"}}});
+    test::FakeFtp strict({.answers = {{"PASS", "530 Who is that?"}}});
+    test::FakeFtp silent({.answers = {{"SIZE", ""}}});
+    const auto ask = [&](const std::string& link) {
+        JobDraft draft;
+        draft.links = {link};
+        draft.user = u"somebody";
+        draft.password = u"secret";
+        std::promise<void> came;
+        const auto inquiry = engine->inquire(draft, [&came] { came.set_value(); });
+        EXPECT_EQ(came.get_future().wait_for(std::chrono::seconds(20)), std::future_status::ready) << link;
+        return inquiry->answer().value_or(ServerSays{});
+    };
+    for (int i = 0; i < 2; ++i) {
+        const ServerSays says = ask(whole.url("/sub/a%20b.zip"));
+        EXPECT_TRUE(says.result.ok()) << says.result.message();
+        EXPECT_EQ(says.name, u"a b.zip");
+        EXPECT_EQ(says.size, 7000);
+        EXPECT_TRUE(says.takes_ranges);
+    }
+    EXPECT_EQ(whole.count("PASS secret"), 1U) << "the connection is kept for the download";
+    EXPECT_EQ(whole.count("RETR") + whole.count("PASV") + whole.count("EPSV"), 0U);
+    EXPECT_EQ(ask(bare.url()).result.code, Code::server_error);
+    EXPECT_EQ(ask(folder.url()).result.code, Code::unsupported);
+    EXPECT_EQ(ask(strict.url()).result.code, Code::credentials_refused);
+    JobDraft draft;
+    draft.links = {silent.url()};
+    const auto inquiry = engine->inquire(draft, [] { ADD_FAILURE() << "nobody waits any more"; });
+    while (silent.count("SIZE") == 0) std::this_thread::sleep_for(std::chrono::milliseconds(5));
+}
+
 TEST_F(EngineTest, AsksAServerForTheHeaderAlone) {
     test::FileServer server;
     test::FileResource file{.content = std::string(5000, 'x')};
@@ -455,7 +493,7 @@ TEST_F(EngineTest, AsksAServerForTheHeaderAlone) {
     engine->inquire(draft, [] { ADD_FAILURE() << "nobody waits any more"; }).reset();
     EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(5));
     for (const std::vector<std::string>& links :
-         {std::vector<std::string>{magnet}, {"ftp://h/a"}, {"http://h/a", "http://h/b"}, {}}) {
+         {std::vector<std::string>{magnet}, {"http://h/a", "http://h/b"}, {}}) {
         draft.links = links;
         EXPECT_EQ(engine->inquire(draft, {}), nullptr);
     }

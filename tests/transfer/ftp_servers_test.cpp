@@ -245,6 +245,23 @@ TEST_F(SftpTest, KnownHostsAndKeys) {
               "# a remark\ntorn ssh-ed25519 AAAAC3NzaC1lZDI1NTE5AAAAI9x\n" + ssh.read(u"known_hosts"));
     expect_continued(address, rules(own, false));
 
+    // Whoever only asks about a file gets no byte of it, and is told of a server that is not known.
+    for (const bool is_known : {true, false}) {
+        const TempFolder empty;
+        SourcePlan plan;
+        plan.origin = plan.address = address;
+        plan.ssh = rules(is_known ? own : empty, false, server.key_folder().path(keys.front())).ssh;
+        plan.facts_only = true;
+        const auto source = make_ftp_source({network, libraries, log, stop});
+        SourceAnswer answer;
+        network.reuse.clear();
+        const Result result = source->open(plan, 0, answer);
+        EXPECT_EQ(result.code, is_known ? Code::ok : Code::not_trusted) << result.message();
+        EXPECT_EQ(answer.version.size, is_known ? static_cast<std::int64_t>(content.size()) : -1);
+        EXPECT_EQ(answer.ranges_promised, is_known);
+        source->close();
+    }
+
     const TempFolder nobody;
     nobody.write(u"known_hosts", ssh.read(u"known_hosts"));
     EXPECT_EQ(fetch(address, rules(nobody, true)).result.code, Code::credentials_refused);

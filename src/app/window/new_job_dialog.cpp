@@ -220,6 +220,16 @@ void NewJobDialog::look_at_server() {
                             : wxString());
     const bool is_named = says && says->result.ok();
     name_->SetHint(is_named ? ui(shown(says->name)) : ui(tr("as the server names it")));
+    const std::u16string said = is_named ? says->name : std::u16string();
+    if (said == form_.said_name) return;
+    form_.said_name = said;
+    look_at_category();
+    look_at_places();
+}
+
+void NewJobDialog::look_at_places() {
+    folder_->SetHint(ui(shown(model_.new_jobs.folder_of(form_))));
+    note_->SetLabel(note());
 }
 
 // Says what is wrong, or what will be done, while it is typed.
@@ -246,8 +256,7 @@ void NewJobDialog::look() {
     read();
     look_at_category();
     look_at_files();
-    folder_->SetHint(ui(shown(model_.new_jobs.folder_of(form_))));
-    note_->SetLabel(note());
+    look_at_places();
     look_at_server();
     ok_->Enable(model_.new_jobs.check(form_).empty());
 }

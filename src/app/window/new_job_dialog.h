@@ -34,6 +34,7 @@ class NewJobDialog : public wxDialog {
     void look_at_files();
     void look_at_category();
     void look_at_server();
+    void look_at_places();
     void look();
     [[nodiscard]] wxString note() const;
 

@@ -74,6 +74,12 @@ Result FtpConversation::begin(const FtpPlan& plan, std::int64_t offset, FtpFile&
         state_ = State::done;
         return {};
     }
+    if (plan.facts_only) {
+        Result result = ftp_restart_at(control_, plan, session_, offset, file);
+        if (result.ok()) result = ftp_is_told(control_, plan, file);
+        if (result.ok()) state_ = State::done;
+        return result;
+    }
     if (Result result = data_.prepare(socket_, control_, plan, session_); !result.ok()) return result;
     if (Result result = ftp_restart_at(control_, plan, session_, offset, file); !result.ok()) return result;
     if (Result result = retrieve(plan, file); !result.ok())

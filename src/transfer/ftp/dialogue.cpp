@@ -151,4 +151,9 @@ Result ftp_name_folder(FtpChannel& channel, const FtpPlan& plan, Result refused)
     return {Code::unsupported, "The address names a folder, not a file."};
 }
 
+Result ftp_is_told(FtpChannel& channel, const FtpPlan& plan, const FtpFile& file) {
+    if (file.size >= 0 || !file.time.empty()) return {};
+    return ftp_name_folder(channel, plan, {Code::server_error, "It says nothing about such a file."});
+}
+
 }  // namespace vantlow

@@ -24,4 +24,8 @@ Result ftp_retrieve_result(const FtpReply& reply, LogSink& log);
 /// person is told.
 Result ftp_name_folder(FtpChannel& channel, const FtpPlan& plan, Result refused);
 
+/// Fails where the server told neither size nor time of what was asked about: it has no such file, or hides
+/// what it is like.
+Result ftp_is_told(FtpChannel& channel, const FtpPlan& plan, const FtpFile& file);
+
 }  // namespace vantlow

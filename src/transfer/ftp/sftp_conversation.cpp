@@ -97,6 +97,11 @@ Result SftpConversation::begin(const FtpPlan& plan, std::int64_t offset, FtpFile
         return {};
     }
     if (Result result = ftp_restart_at(channel_, plan, session_, offset, file); !result.ok()) return result;
+    if (plan.facts_only) {
+        Result result = ftp_is_told(channel_, plan, file);
+        usable_ = result.ok();
+        return result;
+    }
     // Some servers open a folder as they open a file, and fail only where it is read.
     Result result = file.size < 0 ? ftp_name_folder(channel_, plan, Code::server_error) : Result();
     if (result.code == Code::unsupported) return result;

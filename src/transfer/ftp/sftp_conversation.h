@@ -12,7 +12,8 @@ namespace vantlow {
 /// SFTP. Used by one thread; what it is made with outlives it.
 class SftpConversation : public FtpTransfer {
   public:
-    SftpConversation(ConnectionServices& services, LogSink& log, const StopSource& stop, CConnectionNode* node)
+    SftpConversation(ConnectionServices& services, LogSink& log, const StopSource& stop,
+                     CConnectionNode* node)
         : log_(log), socket_(services, log, stop, node), channel_(log) {}
     ~SftpConversation() override;
 

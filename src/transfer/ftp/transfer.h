@@ -68,10 +68,13 @@ struct FtpPlan {
     bool ask_features = true;   ///< send FEAT
     bool passive = true;        ///< the server waits for the data connection; false: this side does
     bool follows_pasv = false;  ///< data connections go to any public address that the server names
-    bool only_version = false;  ///< the file is asked about, and no byte of it wanted
+    bool only_version = false;  ///< its version is asked for once more, and no byte of it
     bool text_mode = false;     ///< transfer as text (TYPE A)
     bool native_lines = false;  ///< text mode: the line ends of this system are LF, not CR LF
     bool trace_listings = false;
+    /// For somebody who may want it later: the file is asked about, also whether it could be resumed, and no
+    /// byte of it comes. Fails where the server tells nothing about it.
+    bool facts_only = false;
     /// The address that PORT announces in place of the local one, for a network whose router forwards a port;
     /// none: the local address.
     std::optional<std::array<std::uint8_t, 4>> mapped_address;

@@ -97,6 +97,7 @@ Result FtpSource::make_plan(const SourcePlan& plan, const Target& target, FtpPla
     ftp.follows_pasv = plan.ftp.follows_pasv;
     ftp.only_version = plan.only_version;
     ftp.trace_listings = plan.ftp.trace_listings;
+    ftp.facts_only = plan.facts_only;
     ftp.text_mode = ftp.path.type == 'a' && !is_binary_name(ftp.path.file, to_utf8(plan.ftp.binary_types));
     ftp.native_lines = path_separator() == u'/';
     ftp.client_name = "Vantlow";

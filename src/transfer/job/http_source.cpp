@@ -54,6 +54,7 @@ Result HttpSource::open(const SourcePlan& plan, std::int64_t offset, SourceAnswe
     static_cast<FetchPlan&>(errand) = plan;
     errand.http = plan.http;
     errand.start = offset;
+    errand.head_only = plan.facts_only;
     errand.proxy_for = [&](const Target& target) { return proxy_for(plan, target, context_); };
     HttpAnswer got;
     Result result = client_.ask(errand, got);

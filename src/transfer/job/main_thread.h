@@ -49,6 +49,11 @@ void plan_by_rules(const CJobNode& job, const Settings& settings, FetchPlan& pla
 /// Sets the cookies beside those of the job; where these name a file, its cookies are sent in their place.
 void plan_cookies(const Settings& settings, HttpWishes& http);
 
+/// Sets all of a plan for its address that a job's rules, the wishes of its run and the settings say as they
+/// are now. Any thread.
+void plan_source(const CJobNode& job, const RunOptions& options, const TransferServices& services,
+                 SourcePlan& plan);
+
 /// The proxy on the way to a server (none: it cannot be told), with what answers its challenges.
 ProxyPlan proxy_to(const std::optional<Target>& target, const RunOptions& options,
                    const TransferServices& services);
@@ -156,7 +161,6 @@ class CTransferMainThread : private SubThreadHost, private WrittenListener {
 
     // The plans of a connection and of the file (source_plan.cpp).
     FileRules file_rules() const;
-    FtpRules ftp_rules() const;
 
     CJobNode& job_;
     TransferServices services_;

@@ -31,11 +31,12 @@ struct SourcePlan : FetchPlan {
     std::shared_ptr<const ProxyRules> proxy_rules;  ///< for where redirects lead; null: `proxy` for all
     std::chrono::milliseconds silence{
         30000};                 ///< without a byte of the body: the connection counts as broken
-    bool only_version = false;  ///< the resource is asked about, and no byte of it wanted, where that can be
+    bool only_version = false;  ///< its version is asked for once more, and no byte of it, where that can be
     HttpWishes http;
     FtpRules ftp;
     SshRules ssh;
     std::size_t ssh_buffer = 256 * 1024;  ///< bytes that SSH receives at once
+    bool facts_only = false;  ///< the server is asked what it has before anything is wanted: no byte
 };
 
 /// A conversation about one resource over one connection, whose bytes it gives; `closed` at the end of what

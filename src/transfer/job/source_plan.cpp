@@ -9,6 +9,21 @@
 #include "transfer/job/proxy_rules.h"
 
 namespace vantlow {
+namespace {
+
+FtpRules ftp_rules(const Settings& settings) {
+    FtpRules rules;
+    rules.features = settings.flag(setting::enable_feat);
+    rules.passive = settings.flag(setting::ftp_passive);
+    rules.follows_pasv = settings.flag(setting::follow_pasv);
+    rules.trace_listings = settings.flag(setting::trace_list);
+    if (settings.flag(setting::nat_in_port)) rules.mapped_address = settings.text(setting::nat_address);
+    rules.binary_types = settings.text(setting::binary_types);
+    rules.client_version = product_version();
+    return rules;
+}
+
+}  // namespace
 
 void plan_by_rules(const CJobNode& job, const Settings& settings, FetchPlan& plan) {
     plan.timeout = std::chrono::seconds(settings.number(setting::connect_timeout));
@@ -38,8 +53,21 @@ ProxyPlan proxy_to(const std::optional<Target>& target, const RunOptions& option
     return proxy;
 }
 
+void plan_source(const CJobNode& job, const RunOptions& options, const TransferServices& services,
+                 SourcePlan& plan) {
+    const Settings& settings = services.settings;
+    plan_by_rules(job, settings, plan);
+    plan_cookies(settings, plan.http);
+    plan.receive_buffer = static_cast<std::size_t>(settings.number(setting::connection_buffer)) * 1024;
+    plan.ftp = ftp_rules(settings);
+    plan.ssh = options.ssh;
+    plan.ssh_buffer = static_cast<std::size_t>(settings.number(setting::ssh_buffer)) * 1024;
+    plan.proxy_rules = options.proxy_rules;
+    const auto target = plan.proxy_rules ? parse_target(plan.address, plan.utf8) : std::nullopt;
+    plan.proxy = proxy_to(target, options, services);
+}
+
 SourcePlan CTransferMainThread::plan(Worker& asker) {
-    const Settings& settings = services_.settings;
     SourcePlan plan;
     {
         const MutexLock guard(lock_);
@@ -65,29 +93,8 @@ SourcePlan CTransferMainThread::plan(Worker& asker) {
         plan.limits.further = mirror.answered;
     }
     plan.limits.awaited = &awaiting_place_;
-    plan_by_rules(job_, settings, plan);
-    plan_cookies(settings, plan.http);
-    plan.receive_buffer = static_cast<std::size_t>(settings.number(setting::connection_buffer)) * 1024;
-    plan.ftp = ftp_rules();
-    plan.ssh = options_.ssh;
-    plan.ssh_buffer = static_cast<std::size_t>(settings.number(setting::ssh_buffer)) * 1024;
-    plan.proxy_rules = options_.proxy_rules;
-    const auto target = plan.proxy_rules ? parse_target(plan.address, plan.utf8) : std::nullopt;
-    plan.proxy = proxy_to(target, options_, services_);
+    plan_source(job_, options_, services_, plan);
     return plan;
-}
-
-FtpRules CTransferMainThread::ftp_rules() const {
-    const Settings& settings = services_.settings;
-    FtpRules rules;
-    rules.features = settings.flag(setting::enable_feat);
-    rules.passive = settings.flag(setting::ftp_passive);
-    rules.follows_pasv = settings.flag(setting::follow_pasv);
-    rules.trace_listings = settings.flag(setting::trace_list);
-    if (settings.flag(setting::nat_in_port)) rules.mapped_address = settings.text(setting::nat_address);
-    rules.binary_types = settings.text(setting::binary_types);
-    rules.client_version = product_version();
-    return rules;
 }
 
 FileRules CTransferMainThread::file_rules() const {

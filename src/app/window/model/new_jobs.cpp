@@ -120,8 +120,9 @@ NewJobForm NewJobs::form_of(std::string_view text, const Guid& category) const {
 Guid NewJobs::category_of(const NewJobForm& form) const {
     if (form.category_is_chosen && engine_.find_category(form.category) != nullptr) return form.category;
     const std::vector<std::string> links = preview(form, 1);
+    const std::u16string& name = form.name.empty() ? form.said_name : form.name;
     const auto by_rules =
-        links.empty() ? std::nullopt : engine_.category_by_rules(to_utf16(links.front()), form.name);
+        links.empty() ? std::nullopt : engine_.category_by_rules(to_utf16(links.front()), name);
     return by_rules.value_or(engine_.first_category()->identity);
 }
 
@@ -184,7 +185,7 @@ std::vector<FormFault> NewJobs::check(const NewJobForm& form) const {
 JobDraft NewJobs::draft_of(const NewJobForm& form) const {
     JobDraft draft;
     draft.links = preview(form, most_pattern_links);
-    if (form.category_is_chosen) draft.category = form.category;
+    if (form.category_is_chosen || !form.said_name.empty()) draft.category = category_of(form);
     draft.folder = form.folder;
     draft.name = form.name;
     draft.connections = form.connections;
@@ -211,8 +212,11 @@ JobDraft NewJobs::draft_of(const NewJobForm& form) const {
 
 std::string NewJobs::question_of(const NewJobForm& form) const {
     const std::vector<std::string> links = preview(form, 2);
+    constexpr std::string_view asked[] = {"http://", "https://", "ftp://", "ftps://", "sftp://"};
     const bool has_server =
-        links.size() == 1 && (istarts_with(links[0], "http://") || istarts_with(links[0], "https://"));
+        links.size() == 1 && std::ranges::any_of(asked, [&links](std::string_view scheme) {
+            return istarts_with(links[0], scheme);
+        });
     if (!has_server || !is_fetchable(to_utf16(links[0]))) return {};
     std::string all = links[0];
     for (const std::u16string* part :

@@ -17,10 +17,11 @@ namespace vantlow {
 
 /// The values of the dialog.
 struct NewJobForm {
-    std::string addresses;  ///< UTF-8: one a line
-    bool expand = true;     ///< patterns are meant
-    std::u16string folder;  ///< empty: the category's
-    std::u16string name;    ///< for one address only
+    std::string addresses;     ///< UTF-8: one a line
+    bool expand = true;        ///< patterns are meant
+    std::u16string folder;     ///< empty: the category's
+    std::u16string name;       ///< for one address only
+    std::u16string said_name;  ///< as the server of the only address names the file; empty: unsaid
     Guid category;
     bool category_is_chosen = false;  ///< by a person; else it follows the rules
     std::u16string comment, referer, agent, cookie, proxy, user, password;
@@ -80,7 +81,8 @@ class NewJobs {
     /// A form with the links of the text (clipboard, drop). The category is that which was chosen; zero: none
     /// was.
     [[nodiscard]] NewJobForm form_of(std::string_view text, const Guid& category) const;
-    /// The category of the form: the chosen one, or that of its first address by the rules.
+    /// The category of the form: the chosen one, or that of its first address by the rules, which go by the
+    /// form's name, else by the server's.
     [[nodiscard]] Guid category_of(const NewJobForm& form) const;
     /// False where there is no week plan to go by.
     [[nodiscard]] bool has_plan() const { return engine_.week_plan().days != 0; }
