@@ -414,8 +414,9 @@ TEST_F(EngineTest, ChangesAreGatheredAndCanBeAskedForByRevision) {
 TEST_F(EngineTest, AsksAServerOfFtpWhatItHasAndFetchesNothing) {
     test::FakeFtp whole({.content = std::string(7000, 'x')});
     test::FakeFtp bare(
-        {.answers = {{"SIZE", "550 No such file"}, {"MDTM", "550 No such file"}, {"STAT", "502 No"}}});
-    test::FakeFtp folder(
+        {.answers = {
+             {"SIZE", "550 No file"}, {"MDTM", "550 No file"}, {"STAT", "502 No"}, {"CWD", "550 Neither"}}});
+    test::FakeFtp with_folder(
         {.answers = {
              {"SIZE", "550 No file"}, {"MDTM", "550 No file"}, {"STAT", "502 No"}, {"CWD", "250 There"}}});
     test::FakeFtp strict({.answers = {{"PASS", "530 Who is that?"}}});
@@ -440,7 +441,7 @@ TEST_F(EngineTest, AsksAServerOfFtpWhatItHasAndFetchesNothing) {
     EXPECT_EQ(whole.count("PASS secret"), 1U) << "the connection is kept for the download";
     EXPECT_EQ(whole.count("RETR") + whole.count("PASV") + whole.count("EPSV"), 0U);
     EXPECT_EQ(ask(bare.url()).result.code, Code::server_error);
-    EXPECT_EQ(ask(folder.url()).result.code, Code::unsupported);
+    EXPECT_EQ(ask(with_folder.url()).result.code, Code::unsupported);
     EXPECT_EQ(ask(strict.url()).result.code, Code::credentials_refused);
     JobDraft draft;
     draft.links = {silent.url()};
