@@ -239,7 +239,7 @@ TEST_F(WindowTest, AFormIsCheckedAndBecomesADraft) {
     EXPECT_TRUE(draft.paused);
     EXPECT_EQ(draft.category, std::nullopt) << "the rules choose for each of them";
     const Guid films = engine->add_category(u"Films", u"", {}).category;
-    ASSERT_TRUE(engine->set_category_rule(films, "b.example iso").ok());
+    ASSERT_TRUE(engine->set_category_rule(films, "b.example .iso").ok());
     NewJobForm guessed = jobs.form_of("http://b.example/x", {});
     EXPECT_EQ(guessed.category, films);
     guessed.addresses = "http://a.example/x";
