@@ -257,6 +257,57 @@ TEST_F(PolicyTest, AFileThatWasWrittenWhileItCameIsFetchedAnew) {
     }
 }
 
+// Who asks a mirror again may get another version than before: a joint that nobody compared is compared
+// behind the last byte.
+TEST_F(PolicyTest, WhereTheBytesOfTwoMirrorsTouchTheyAgreeOrAreFetchedAnew) {
+    for (const bool agrees : {true, false}) {
+        SCOPED_TRACE(agrees);
+        CJobNode file;
+        file.address = u"http://h/f";
+        file.connections = file.max_threads = 2;
+        JobSources sources;
+        sources.mirrors = {u"http://h/f", u"http://m/f"};
+        file.sources = std::make_shared<const JobSources>(std::move(sources));
+        file.append_segment(0, unknown_end);
+        JobPolicy two(file, 1, false);
+        two.begin(false);
+        Worker first;
+        Worker second;
+        first.id = 1;
+        second.id = 2;
+        ASSERT_TRUE(two.enlist(first, rules, now));
+        ASSERT_EQ(two.answered(first, answer(0, ""), 0, rules).next, Verdict::Next::adopt);
+        two.adopt(first, answer(0, ""), u"/f");
+        ASSERT_TRUE(two.enlist(second, rules, now));
+        const std::int64_t joint = second.position;
+        ASSERT_TRUE(two.answered(second, answer(joint, ""), joint, rules).result.ok());
+        for (Worker* worker : {&second, &first}) {
+            const std::int64_t begin = worker->position;
+            const std::int64_t end = worker == &first ? joint : size;
+            two.delivered(*worker, begin, end - begin);
+            two.written(begin, end - begin);
+            worker->position = end;
+            EXPECT_FALSE(two.released(*worker, -1, true, 0));
+        }
+        ASSERT_EQ(two.take_work(second, rules, now), Work::taken);
+        ASSERT_TRUE(second.check && second.check->begin < joint && second.check->end > joint);
+        bool again = true;
+        for (int seen = 0; seen < 20 && again; ++seen) {
+            ASSERT_TRUE(two.answered(second, answer(second.check->begin, ""), second.check->begin, rules)
+                            .result.ok());
+            if (agrees) two.agreed(second, second.check->begin, second.check->end);
+            again =
+                !agrees &&
+                two.failed(second, {.result = Code::resource_changed, .accepted = true}, rules, now).again;
+        }
+        EXPECT_FALSE(again);
+        EXPECT_EQ(two.released(second, -1, agrees, 0), agrees);
+        const auto turn = two.look();
+        ASSERT_TRUE(turn);
+        EXPECT_EQ(turn->what, agrees ? JobPolicy::Turn::What::end : JobPolicy::Turn::What::restart);
+    }
+}
+
 // A later run does not know whose bytes are whose, and would take what touches for one mirror's.
 TEST_F(PolicyTest, WhereTheBytesOfTwoMirrorsTouchASavedStateHasAGap) {
     CJobNode file;

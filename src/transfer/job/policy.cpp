@@ -363,7 +363,7 @@ bool JobPolicy::is_complete() {
     if (any_compares) return false;
     if (hash_decides_ || only_one_) return true;
     if (asks_version()) return false;
-    if (!compares_answers()) return true;
+    if (!verify_joints_) return true;
     if (!checks_.empty()) return false;
     const std::vector<std::int64_t> joints = answers_.joints(job_.file_size);
     if (joints.empty() && !unsure_before_) return true;
@@ -372,7 +372,7 @@ bool JobPolicy::is_complete() {
         checks_.push_back({std::max<std::int64_t>(joint - joint_reach, 0),
                            std::min(joint + joint_reach, job_.file_size), true});
     }
-    if (!std::exchange(sampled_, true)) plan_checks(segments_.there(), true);
+    if (compares_answers() && !std::exchange(sampled_, true)) plan_checks(segments_.there(), true);
     if (last_checks_.is_mixture) {
         ask_for_restart(Code::resource_changed, false);
         return false;

@@ -292,7 +292,8 @@ class JobPolicy {
     int fruitless_ = 0;  ///< attempts in a row, of all connections, that brought nothing while none received
     bool exhausted_ = false;  ///< there were more of them than the retry limit
     int late_refusals_ = 0;
-    int contradictions_ = 0;  ///< answers of another version in a row while none receives
+    int differing_checks_ = 0;  ///< of several mirrors, behind the last byte
+    int contradictions_ = 0;    ///< answers of another version in a row while none receives
     int restarts_ = 0;
     int replaced_ = 0;
     std::int64_t best_speed_ = 0;  ///< of the segments that were finished, bytes per second

@@ -273,7 +273,7 @@ void JobPolicy::begin_anew() {
     last_checks_ = {};
     job_.file_size = -1;
     version_known_ = size_reported_ = encoded_ = continued_ = has_earlier_ = false;
-    contradictions_ = late_refusals_ = 0;
+    contradictions_ = differing_checks_ = late_refusals_ = 0;
 }
 
 // The bytes between the end of the segment in front and this one's beginning are in the file.

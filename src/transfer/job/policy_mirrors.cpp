@@ -16,6 +16,8 @@ constexpr int most_dead_ends = 10;
 constexpr int most_ignored_ranges = 2;
 // Bytes that it gave itself: they may have been replaced while they were compared, but hardly this often.
 constexpr int most_contradictions = 3;
+// Comparisons of what is there, by whichever mirror; one of them may be the one that is wrong.
+constexpr int most_differing_checks = 6;
 // Where nothing can be done now although somebody might do it.
 constexpr std::chrono::milliseconds short_pause{200};
 
@@ -25,6 +27,12 @@ AfterFailure JobPolicy::failed_mirror(Worker& worker, const FailedAttempt& attem
                                       Clock::time_point now) {
     const int mirror = worker.mirror;
     if (mirror == MirrorSet::none) return next_mirror(worker, now);
+    if (worker.check && attempt.accepted && attempt.result.code == Code::resource_changed) {
+        // Which of those is wrong who gave the bytes around a joint nobody can tell behind the last byte.
+        if (++differing_checks_ < most_differing_checks) return next_mirror(worker, now);
+        ask_for_restart(attempt.result, false);
+        return {};
+    }
     if (!attempt.accepted && others_receive(worker, mirror)) {
         mirrors_.back_off(mirror, receiving_from(mirror), attempt.server_asks, now);
         return next_mirror(worker, now);
