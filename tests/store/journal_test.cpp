@@ -259,7 +259,8 @@ TEST(Journal, brings_back_what_was_answered_for_after_a_kill_or_a_power_cut_at_a
                                           << found;
             if (at != from) ++behind;
         }
-        EXPECT_GT(witness.moments_.size(), 50U);
+        // Beside a thread that writes, as many changes go out at once as came meanwhile.
+        EXPECT_GT(witness.moments_.size(), weather.no_threads ? 50U : 10U);
         EXPECT_GT(behind, 0U);
     }
 }
