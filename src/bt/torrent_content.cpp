@@ -95,7 +95,7 @@ DocumentFacts facts_of_document(std::span<const std::byte> document) {
     const auto text_of = [&](std::string_view key) {
         const CBEString* text = tree->find_string(std::string(key) + ".utf-8");
         if (text == nullptr) text = tree->find_string(key);
-        // What is not UTF-8, or was cut, is replaced.
+        // Bytes that are no UTF-8, or were cut, are replaced.
         return text != nullptr ? to_utf8(to_utf16(text->data.substr(0, longest_fact))) : std::string();
     };
     facts.comment = text_of("comment");

@@ -291,7 +291,7 @@ Result TorrentRun::conclude(const Result& fetched) {
         files_->take_names();
         if (received_ > 0) announces_.complete();
     }
-    // What is shared again in a later run needs the bytes of files that are not chosen.
+    // A torrent that is shared again in a later run needs the bytes of files that are not chosen.
     files_->close(sharing_.settles && stop_.requested());
     log_.line(Direction::note,
               named_ ? "It is not shared any more." : message_text(Message::download_completed));

@@ -33,7 +33,7 @@ class TorrentShelf {
     [[nodiscard]] std::vector<std::string> find_web_seeds(const InfoHash& hash) const;
     /// The addresses of scripts that give the pieces, as the kept document names them.
     [[nodiscard]] std::vector<std::string> find_http_seeds(const InfoHash& hash) const;
-    /// What the kept document says of itself; empty where there is none.
+    /// The facts that the kept document tells of itself; empty where there is none.
     [[nodiscard]] DocumentFacts find_facts(const InfoHash& hash) const;
     /// Ok also where there is none.
     FileError drop(const InfoHash& hash);

@@ -70,7 +70,7 @@ error_code Port::join(const SocketAddress& group) {
     const auto any = SocketAddress::from_literal(group.is_ipv6() ? "::" : "0.0.0.0", group.port());
     const auto native = static_cast<std::intptr_t>(socket_.native_handle());
     if (const int number = way_.hold(native, group.is_ipv6()); number != 0) return system_error_of(number);
-    // What is sent to a group comes to a socket that is bound to no address of its own.
+    // Datagrams to a group come to a socket that is bound to no address of its own.
     error = bind_socket<Udp>(socket_, *any, NetworkWay());
     if (error) return error;
     const auto address = endpoint_of<Udp>(group).address();

@@ -77,7 +77,7 @@ class WakeEvent {
 
 class StopSource;
 
-/// What StopSource calls: the part of a StopCallback that is the same for every function.
+/// The part of a StopCallback that is the same for every function: StopSource calls it.
 class StopWatcher {
   public:
     virtual ~StopWatcher() = default;

@@ -44,7 +44,7 @@ class Candidates {
     void refused(const SocketAddress& address, Clock::time_point now);
     /// A connection that worked is over.
     void ended(const SocketAddress& address, Clock::time_point now);
-    /// What failed so far says nothing any more: everybody may be tried at once.
+    /// Earlier failures say nothing any more: everybody may be tried at once.
     void forgive() noexcept;
     /// Never again: it lied, or it is this side itself.
     void ban(const SocketAddress& address);
