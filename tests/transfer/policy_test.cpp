@@ -257,96 +257,88 @@ TEST_F(PolicyTest, AFileThatWasWrittenWhileItCameIsFetchedAnew) {
     }
 }
 
-// Who asks a mirror again may get another version than before: a joint that nobody compared is compared
-// behind the last byte.
-TEST_F(PolicyTest, WhereTheBytesOfTwoMirrorsTouchTheyAgreeOrAreFetchedAnew) {
-    for (const bool agrees : {true, false}) {
-        SCOPED_TRACE(agrees);
+/// Jobs of two mirrors without hashes, whose answers meet at a joint.
+class TwoMirrorsTest : public PolicyTest {
+  protected:
+    struct Job {
+        Job(const PolicyRules& rules, Clock::time_point now, const char* etag) {
+            file.address = u"http://h/f";
+            file.connections = file.max_threads = 2;
+            JobSources sources;
+            sources.mirrors = {u"http://h/f", u"http://m/f"};
+            file.sources = std::make_shared<const JobSources>(std::move(sources));
+            file.append_segment(0, unknown_end);
+            policy.begin(false);
+            first.id = 1;
+            second.id = 2;
+            EXPECT_TRUE(policy.enlist(first, rules, now));
+            EXPECT_EQ(policy.answered(first, answer(0, etag), 0, rules).next, Verdict::Next::adopt);
+            policy.adopt(first, answer(0, etag), u"/f");
+            EXPECT_TRUE(policy.enlist(second, rules, now));
+            EXPECT_NE(first.mirror, second.mirror);
+            joint = second.position;
+            EXPECT_TRUE(policy.answered(second, answer(joint, etag), joint, rules).result.ok());
+        }
+        void receive(Worker& worker, std::int64_t end) {
+            const std::int64_t begin = worker.position;
+            policy.delivered(worker, begin, end - begin);
+            policy.written(begin, end - begin);
+            worker.position = end;
+        }
+
         CJobNode file;
-        file.address = u"http://h/f";
-        file.connections = file.max_threads = 2;
-        JobSources sources;
-        sources.mirrors = {u"http://h/f", u"http://m/f"};
-        file.sources = std::make_shared<const JobSources>(std::move(sources));
-        file.append_segment(0, unknown_end);
-        JobPolicy two(file, 1, false);
-        two.begin(false);
+        JobPolicy policy{file, 1, false};
         Worker first;
         Worker second;
-        first.id = 1;
-        second.id = 2;
-        ASSERT_TRUE(two.enlist(first, rules, now));
-        ASSERT_EQ(two.answered(first, answer(0, ""), 0, rules).next, Verdict::Next::adopt);
-        two.adopt(first, answer(0, ""), u"/f");
-        ASSERT_TRUE(two.enlist(second, rules, now));
-        const std::int64_t joint = second.position;
-        ASSERT_TRUE(two.answered(second, answer(joint, ""), joint, rules).result.ok());
-        for (Worker* worker : {&second, &first}) {
-            const std::int64_t begin = worker->position;
-            const std::int64_t end = worker == &first ? joint : size;
-            two.delivered(*worker, begin, end - begin);
-            two.written(begin, end - begin);
-            worker->position = end;
-            EXPECT_FALSE(two.released(*worker, -1, true, 0));
-        }
-        ASSERT_EQ(two.take_work(second, rules, now), Work::taken);
-        ASSERT_TRUE(second.check && second.check->begin < joint && second.check->end > joint);
+        std::int64_t joint = 0;
+    };
+};
+
+// Who asks a mirror again may get another version than before: a joint that nobody compared is compared
+// behind the last byte.
+TEST_F(TwoMirrorsTest, WhereTheirBytesTouchTheyAgreeOrAreFetchedAnew) {
+    for (const bool agrees : {true, false}) {
+        SCOPED_TRACE(agrees);
+        Job two(rules, now, "");
+        Worker& second = two.second;
+        two.receive(second, size);
+        EXPECT_FALSE(two.policy.released(second, -1, true, 0));
+        two.receive(two.first, two.joint);
+        EXPECT_FALSE(two.policy.released(two.first, -1, true, 0));
+        ASSERT_EQ(two.policy.take_work(second, rules, now), Work::taken);
+        ASSERT_TRUE(second.check && second.check->begin < two.joint && second.check->end > two.joint);
+        const std::int64_t begin = second.check->begin;
         bool again = true;
         for (int seen = 0; seen < 20 && again; ++seen) {
-            ASSERT_TRUE(two.answered(second, answer(second.check->begin, ""), second.check->begin, rules)
-                            .result.ok());
-            if (agrees) two.agreed(second, second.check->begin, second.check->end);
-            again =
-                !agrees &&
-                two.failed(second, {.result = Code::resource_changed, .accepted = true}, rules, now).again;
+            ASSERT_TRUE(two.policy.answered(second, answer(begin, ""), begin, rules).result.ok());
+            if (agrees) two.policy.agreed(second, begin, second.check->end);
+            const FailedAttempt differs{.result = Code::resource_changed, .accepted = true};
+            again = !agrees && two.policy.failed(second, differs, rules, now).again;
         }
         EXPECT_FALSE(again);
-        EXPECT_EQ(two.released(second, -1, agrees, 0), agrees);
-        const auto turn = two.look();
+        EXPECT_EQ(two.policy.released(second, -1, agrees, 0), agrees);
+        const auto turn = two.policy.look();
         ASSERT_TRUE(turn);
         EXPECT_EQ(turn->what, agrees ? JobPolicy::Turn::What::end : JobPolicy::Turn::What::restart);
     }
 }
 
 // A later run does not know whose bytes are whose, and would take what touches for one mirror's.
-TEST_F(PolicyTest, WhereTheBytesOfTwoMirrorsTouchASavedStateHasAGap) {
-    CJobNode file;
-    file.address = u"http://h/f";
-    file.connections = file.max_threads = 2;
-    JobSources sources;
-    sources.mirrors = {u"http://h/f", u"http://m/f"};
-    file.sources = std::make_shared<const JobSources>(std::move(sources));
-    file.append_segment(0, unknown_end);
-    JobPolicy two(file, 1, false);
-    two.begin(false);
-    Worker first;
-    Worker second;
-    first.id = 1;
-    second.id = 2;
-    ASSERT_TRUE(two.enlist(first, rules, now));
-    ASSERT_EQ(two.answered(first, answer(0), 0, rules).next, Verdict::Next::adopt);
-    two.adopt(first, answer(0), u"/f");
-    ASSERT_TRUE(two.enlist(second, rules, now));
-    ASSERT_NE(first.mirror, second.mirror);
-    const std::int64_t joint = second.position;
-    ASSERT_TRUE(two.answered(second, answer(joint), joint, rules).result.ok());
-    for (Worker* worker : {&second, &first}) {
-        const std::int64_t begin = worker->position;
-        const std::int64_t end = worker == &first ? joint : joint + 100'000;
-        two.delivered(*worker, begin, end - begin);
-        two.written(begin, end - begin);
-        worker->position = end;
-    }
+TEST_F(TwoMirrorsTest, WhereTheirBytesTouchASavedStateHasAGap) {
+    Job two(rules, now, "\"a\"");
+    const std::int64_t end = two.joint + 100'000;
+    two.receive(two.second, end);
+    two.receive(two.first, two.joint);
     const auto bytes_missing = [&] {
-        const auto saved = file.twin();
-        two.open_joints(*saved);
+        const auto saved = two.file.twin();
+        two.policy.open_joints(*saved);
         std::int64_t missing = 0;
         for (const auto& segment : saved->segments)
-            missing += std::max<std::int64_t>(std::min(segment->end, joint + 100'000) - segment->start, 0);
+            missing += std::max<std::int64_t>(std::min(segment->end, end) - segment->start, 0);
         return missing;
     };
     EXPECT_EQ(bytes_missing(), 4096);
-    two.agreed(first, joint, joint + 4096);
+    two.policy.agreed(two.first, two.joint, two.joint + 4096);
     EXPECT_EQ(bytes_missing(), 0) << "it was compared";
 }
 

@@ -30,6 +30,13 @@ std::string digest_of(std::string_view text) {
 }
 
 // The asked name counts beside the address: one address under two names means two files.
+// Short ones: a list is known by all of its links together.
+std::vector<std::string> digests_of(const std::vector<std::string>& links) {
+    std::vector<std::string> digests;
+    for (const std::string& link : links) digests.push_back(digest_of(link).substr(0, link_digits));
+    return digests;
+}
+
 std::string key_of(const std::u16string& address, const std::u16string& name) {
     return digest_of(to_utf8(without_credentials(address)) + "\n" + to_utf8(name));
 }
@@ -42,28 +49,24 @@ std::vector<std::string_view> whole_lines(std::span<const std::byte> bytes) {
 }
 
 // True where the first line of a list without a file names all of these links.
-bool has_all(std::string_view first_line, const std::vector<std::string>& links) {
+bool has_all(std::string_view first_line, const std::vector<std::string>& digests) {
     const json line = json::parse(first_line, nullptr, false);
     if (!line.is_object() || !line.contains("links") || !line["links"].is_array()) return false;
     std::set<std::string> known;
     for (const json& one : line["links"]) {
         if (one.is_string()) known.insert(one.get<std::string>());
     }
-    return std::ranges::all_of(links, [&](const std::string& link) {
-        return known.contains(digest_of(link).substr(0, link_digits));
-    });
+    return std::ranges::all_of(digests, [&](const std::string& one) { return known.contains(one); });
 }
 
 }  // namespace
 
 ListMemory::ListMemory(const std::u16string& folder, const List& list) : folder_(folder) {
     std::string all = list.file;
+    std::vector<std::string> digests;
     if (list.file.empty()) {
-        json digests = json::array();
-        for (const std::string& link : list.links) {
-            all += link + "\n";
-            digests.push_back(digest_of(link).substr(0, link_digits));
-        }
+        for (const std::string& link : list.links) all += link + "\n";
+        digests = digests_of(list.links);
         first_line_ = json{{"links", digests}}.dump() + "\n";
     }
     // No file from a server gets a name with this end.
@@ -73,7 +76,7 @@ ListMemory::ListMemory(const std::u16string& folder, const List& list) : folder_
     if (path_kind(path_) == PathKind::file) {
         read();
     } else if (list.file.empty() && list.may_be_rest) {
-        read_longer(list.links);
+        read_longer(digests);
     }
 }
 
@@ -112,7 +115,7 @@ void ListMemory::read() {
 }
 
 // Takes over what lists have finished that had all of these links and more, unless one is being fetched now.
-void ListMemory::read_longer(const std::vector<std::string>& links) {
+void ListMemory::read_longer(const std::vector<std::string>& digests) {
     std::vector<std::u16string> names;
     if (!list_files(folder_, state_suffix, names).ok()) return;
     for (const std::u16string& name : names) {
@@ -123,7 +126,7 @@ void ListMemory::read_longer(const std::vector<std::string>& links) {
             !other.try_lock() || !read_file(path, largest_memory, bytes).ok())
             continue;
         const auto lines = whole_lines(bytes);
-        if (lines.empty() || !has_all(lines.front(), links)) continue;
+        if (lines.empty() || !has_all(lines.front(), digests)) continue;
         Lines read;
         for (const std::string_view line : lines) read_line(line, read);
         for (const auto& [key, line] : read) write(line_of(key, line, line.partial));

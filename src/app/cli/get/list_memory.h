@@ -64,7 +64,7 @@ class ListMemory {
 
     void read() VANTLOW_REQUIRES(mutex_);
     void read_line(std::string_view text, Lines& lines) const;
-    void read_longer(const std::vector<std::string>& links) VANTLOW_REQUIRES(mutex_);
+    void read_longer(const std::vector<std::string>& digests) VANTLOW_REQUIRES(mutex_);
     [[nodiscard]] std::string line_of(const std::string& key, const Finished& file,
                                       const std::u16string& partial) const;
     void write(const std::string& line) VANTLOW_REQUIRES(mutex_);
