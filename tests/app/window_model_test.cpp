@@ -57,6 +57,15 @@ TEST(WindowLinks, AreFoundInTextsAndPagesEachOnce) {
         {"<a b=c href=", "", {}},
     };
     for (const auto& one : pages) EXPECT_EQ(links_in_html(one.html, one.base), one.links) << one.html;
+    EXPECT_EQ(links_in_shortcut("[InternetShortcut]\r\nIconURL=http://no/\r\nurl= http://a.example/f g\r\n"
+                                "URL=file:///etc/passwd"),
+              Texts{"http://a.example/f g"});
+    const Texts all{"http://a.example/f.ZIP?x", "https://b.example/d.html", "http://c.b.example/",
+                    "magnet:?x"};
+    EXPECT_EQ(links_by_rule(all, ".zip b.example"), (Texts{all[0], all[1], all[2]}));
+    EXPECT_EQ(links_by_rule(all, ".iso"), Texts());
+    EXPECT_EQ(links_by_rule(all, ""), all);
+    EXPECT_EQ(links_by_rule(all, "?!"), all);  // no rule
 }
 
 TEST(WindowLinks, PatternsCountAndShowTheFirstOfAll) {

@@ -1,6 +1,6 @@
 #!/usr/bin/python3
-"""around.py PROGRAMS: what is around the window, on a screen that nobody sees: the first start, the desktop's notices, the
-clipboard, drops, the drop zone, the start with the session, questions that are switched off."""
+"""around.py PROGRAMS: what is around the window, on a screen that nobody sees: the first start, the desktop's notices and tray, the
+clipboard, drops, the drop zone, the start with the session, a login, questions that are switched off."""
 
 import http.server
 import os
@@ -59,7 +59,12 @@ class NoticeServer:
 
 
 class Around(drive.Window):
-    """What the list shows is looked at elsewhere: here the command line says what became of each gesture."""
+    """What the list shows is looked at elsewhere: here the command line says what became of each gesture, and what GTK complains
+    of ends the program. (Elsewhere it must not: GTK itself complains of tabs that go while a screen reader looks on.)"""
+
+    def __init__(self, *where):
+        super().__init__(*where)
+        self.environment["G_DEBUG"] = "fatal-criticals"
 
     def start(self, *words):
         assert self.run(*words).returncode == 0
@@ -69,7 +74,7 @@ class Around(drive.Window):
         until(lambda: len(self.jobs()) == count, f"{count} downloads")
 
 
-# A window that offers a link to whoever it is dragged to (GTK 3).
+# A window that offers a text in one form (a target's name, the text) to whoever it is dragged to (GTK 3).
 DRAG_SOURCE = """
 import sys, gi
 gi.require_version("Gdk", "3.0")
@@ -79,8 +84,8 @@ window = Gtk.Window(title="Source")
 window.set_default_size(150, 100)
 button = Gtk.EventBox()
 button.add(Gtk.Label(label="link"))
-button.drag_source_set(Gdk.ModifierType.BUTTON1_MASK, [Gtk.TargetEntry.new("text/uri-list", 0, 0)], Gdk.DragAction.COPY)
-button.connect("drag-data-get", lambda _b, _c, data, _i, _t: data.set_uris([sys.argv[1]]))
+button.drag_source_set(Gdk.ModifierType.BUTTON1_MASK, [Gtk.TargetEntry.new(sys.argv[1], 0, 0)], Gdk.DragAction.COPY)
+button.connect("drag-data-get", lambda _b, _c, data, _i, _t: data.set(data.get_target(), 8, sys.argv[2].encode()))
 window.add(button)
 window.show_all()
 window.move(0, 0)
@@ -93,28 +98,101 @@ def mouse(*words):
     time.sleep(0.2)
 
 
-def drops(window, server):
-    """A link from another program, onto the window and then onto the drop zone."""
-    window.start()
-    with subprocess.Popen([sys.executable, "-c", DRAG_SOURCE, f"{server}/dropped.bin"]) as source:
+def drag(target, text, window, x, y):
+    """From a program of its own, which offers the text in this form, to a point of a window."""
+    with subprocess.Popen([sys.executable, "-c", DRAG_SOURCE, target, text]) as source:
         try:
-            for count, (title, x) in enumerate((("^Vantlow$", 500), ("^Drop zone$", 30)), 1):
-                to_front("^Vantlow$")
-                if count == 2:
-                    press("alt+v", "r")
-                target = until(lambda title=title: windows(title), title)[-1]
-                to_front("^Source$")
-                mouse("mousemove", "60", "60", "mousedown", "1")
-                for step in range(5):
-                    mouse("mousemove", str(60 + 8 * step), "60")
-                for step in range(5):
-                    mouse("mousemove", "--window", target, str(x + step), str(x // 2 + step))
-                mouse("mouseup", "1")
-                to_front("^New download$")
-                press("alt+d")
-                window.wait_for_rows(count)
+            to_front("^Source$")
+            mouse("mousemove", "60", "60", "mousedown", "1")
+            for step in range(5):
+                mouse("mousemove", str(60 + 8 * step), "60")
+            for step in range(5):
+                mouse("mousemove", "--window", window, str(x + step), str(y + step))
+            mouse("mouseup", "1")
+            to_front("^New download$")
         finally:
             source.terminate()
+
+
+def drops(window, server):
+    """Links from other programs, in each form that they have there: onto the list, a category and the drop zone."""
+    # The zone stood on a screen that is gone: it comes to one that is there.
+    window.set("Window/Welcomed=1", "Window/Layout=1;pane.zone=1:0;choice.zone-place=4000x3000")
+    window.start()
+    zone = until(lambda: windows("^Drop zone$"), "the drop zone")[-1]
+
+    def place():
+        words = subprocess.run(["xdotool", "getwindowgeometry", "--shell", zone], capture_output=True, text=True).stdout
+        return [int(line[2:]) for line in words.splitlines() if line[:2] in ("X=", "Y=")]
+
+    until(lambda: max(place()) < 1280, "the zone on the screen")
+    frame = windows("^Vantlow$")[-1]
+    row = window.find("tree table", "Categories").own.get_table_iface().get_accessible_at(1, 0)
+    room = row.get_component_iface().get_extents(1)
+    page = f'<p>one <a href="{server}/of-a-page.bin">link</a></p>'
+    for count, (target, text, onto, x, y) in enumerate((
+            ("text/uri-list", f"{server}/of-a-list.bin\r\n", frame, 600, 300),
+            ("text/html", page, frame, room.x + 40, room.y + room.height // 2),
+            ("UTF8_STRING", f"see {server}/of-a-text.bin.", zone, 30, 20)), 1):
+        drag(target, text, onto, x, y)
+        press("alt+d")
+        window.wait_for_rows(count)
+    categories = {job["address"].rsplit("/", 1)[1]: job["category"] for job in window.jobs()}
+    assert categories["of-a-page.bin"] == "Completed", categories
+
+
+class Tray:
+    """A tray of the desktop (System Tray Protocol 0.3): takes one sign in, into the corner of the screen."""
+
+    def __init__(self):
+        import ctypes
+
+        self.x = ctypes.CDLL("libX11.so.6")
+        number = ctypes.c_ulong
+        self.x.XOpenDisplay.restype = ctypes.c_void_p
+        self.x.XCreateSimpleWindow.restype = self.x.XDefaultRootWindow.restype = self.x.XInternAtom.restype = number
+        own = ctypes.c_void_p(self.x.XOpenDisplay(None))
+        root = number(self.x.XDefaultRootWindow(own))
+        window = number(self.x.XCreateSimpleWindow(own, root, 0, 0, 24, 24, 0, 0, 0))
+        attributes = (ctypes.c_long * 14)()
+        attributes[11] = 1  # no window manager's (override_redirect)
+        self.x.XChangeWindowAttributes(own, window, number(1 << 9), ctypes.byref(attributes))
+        self.x.XMapWindow(own, window)
+        self.x.XSetSelectionOwner(own, number(self.x.XInternAtom(own, b"_NET_SYSTEM_TRAY_S0", 0)), window, number(0))
+        self.x.XFlush(own)
+        self.docked = threading.Event()
+
+        def serve():
+            event = (ctypes.c_long * 24)()
+            client_message, request_dock = 33, 0
+            while not self.docked.is_set():
+                self.x.XNextEvent(own, ctypes.byref(event))
+                if event[0] & 0xFFFFFFFF != client_message or event[8] != request_dock:
+                    continue
+                sign = number(event[9])
+                self.x.XReparentWindow(own, sign, window, 0, 0)
+                self.x.XResizeWindow(own, sign, 24, 24)
+                self.x.XMapRaised(own, sign)
+                xembed = self.x.XInternAtom(own, b"_XEMBED", 0)
+                embedded = (ctypes.c_long * 24)(client_message, 0, 0, 0, sign.value, xembed, 32, 0, 0, 0, window.value)
+                self.x.XSendEvent(own, sign, 0, 0, ctypes.byref(embedded))
+                self.x.XFlush(own)
+                self.docked.set()
+
+        threading.Thread(target=serve, daemon=True).start()
+
+
+def tray(window, _server):
+    """A window that is closed stays in the desktop's tray, and a click there brings it back."""
+    desktop = Tray()
+    window.set("Window/Welcomed=1", "Window/CloseToTray=1")
+    window.start()
+    assert desktop.docked.wait(display.WAIT), "no sign in the tray"
+    press("alt+F4")
+    until(lambda: not windows("^Vantlow$"), "the window in the tray")
+    assert window.process()
+    display.click_at(12, 12)
+    to_front("^Vantlow$")
 
 
 def put_into_clipboard(text):
@@ -178,7 +256,7 @@ def notices(window, server, desktop):
 
 
 def clipboard(window, server):
-    window.set("Window/Welcomed=1", "Window/WatchClipboard=1")
+    window.set("Window/Welcomed=1", "Window/WatchClipboard=1", "Window/ClipboardEndings=.bin")
     window.start()
     put_into_clipboard(f"look at {server}/pasted.bin here")
     to_front("^Vantlow$")
@@ -186,16 +264,41 @@ def clipboard(window, server):
     to_front("^New download$")
     press("alt+d")
     window.wait_for_rows(1)
-    # Watched while another program is used; a text without links, and the same links again, bring nothing.
+    # Watched while another program is used; texts without links, links of other endings and the same ones again bring nothing.
     subprocess.run(["xdotool", "windowminimize", to_front("^Vantlow$")], check=True)
     until(lambda: not windows("^Vantlow$"), "a window that nobody looks at")
     time.sleep(0.5)  # until it knows that it is not in front
-    put_into_clipboard("no link in here")
+    for text in ("no link in here", f"{server}/of-another-ending.html"):
+        put_into_clipboard(text)
+        time.sleep(0.5)
     put_into_clipboard(f"{server}/watched.bin")
     to_front("^New download$")
     press("alt+d")
     window.wait_for_rows(2)
     until(lambda: all(job["state"] == "finished" for job in window.jobs()), "two finished downloads")
+
+
+class Locked(drive.Slow):
+    """Gives its file to one user only."""
+
+    def do_GET(self):
+        if self.path.startswith("/locked") and self.headers.get("Authorization") != "Basic YW5uYTpyaWdodA==":
+            self.send_response(401)
+            self.send_header("WWW-Authenticate", 'Basic realm="Archive"')
+            self.send_header("Content-Length", "0")
+            self.end_headers()
+        else:
+            super().do_GET()
+
+
+def login(window, server):
+    """A login that was refused is mended by its password alone."""
+    window.start()
+    window.run("add", "--user", "anna", "--password", "wrong", "--dir", str(window.folder), f"{server}/locked.bin")
+    to_front("^Question$")
+    write("right")
+    press("alt+l")
+    until(lambda: (window.folder / "locked.bin").exists(), "the file behind the login")
 
 
 def ask_for_removal(window, is_asked):
@@ -236,11 +339,12 @@ def main(programs):
         print("skipped: there is no " + ", ".join(lacking))
         return drive.SKIPPED
     display.on_a_session_bus()
-    server = http.server.ThreadingHTTPServer(("127.0.0.1", 0), drive.Slow)
+    server = http.server.ThreadingHTTPServer(("127.0.0.1", 0), Locked)
     threading.Thread(target=server.serve_forever, daemon=True).start()
     desktop = NoticeServer()
     with display.display():  # the accessibility service ends with its first screen
-        for scenario in (first_start, lambda *both: notices(*both, desktop), clipboard, drops, confirmations):
+        for scenario in (first_start, lambda *both: notices(*both, desktop), clipboard, drops, tray, login,
+                         confirmations):
             with tempfile.TemporaryDirectory() as folder:
                 window = Around(programs, folder)
                 try:

@@ -87,18 +87,25 @@ def shot(folder, name):
     subprocess.run(["import", "-window", "root", str(folder / f"{name}.png")], check=True)
 
 
+def active():
+    return subprocess.run(["xdotool", "getactivewindow"], capture_output=True, text=True).stdout.strip()
+
+
+def open_dialog(*keys):
+    frame = to_front(drive.FRAME)
+    press(*keys)
+    until(lambda: active() not in ("", frame), f"the dialog behind {keys}")
+
+
 def dialog(folder, name, *keys):
-    if keys:
-        to_front("^Vantlow$")
-        press(*keys)
+    open_dialog(*keys)
     shot(folder, name)
     press("Escape")
 
 
 def options(folder, name):
     """The pages of the options, one by one."""
-    to_front("^Vantlow$")
-    press("ctrl+alt+o")
+    open_dialog("ctrl+alt+o")
     shot(folder, f"{name}-4-options")
     for page in range(1, OPTION_PAGES):
         press("Down")
@@ -107,18 +114,40 @@ def options(folder, name):
 
 
 def question(window, folder, name, server):
+    frame = to_front(drive.FRAME)
     window.run("add", "--dir", window.path("files"), f"{server}/locked.bin")
-    time.sleep(3)  # until it is asked
+    until(lambda: active() not in ("", frame), "the question")
     shot(folder, f"{name}-9-question")
     press("Escape")
 
 
+def known(folder, name, address):
+    """Addresses of which one is in the list."""
+    open_dialog("ctrl+n")
+    write(f"{address}\nhttp://127.0.0.1/mirror.iso")
+    shot(folder, f"{name}-3-known")
+    press("Escape")
+
+
+def menus(folder, name):
+    """The menus, and the drop zone that one of them shows."""
+    to_front(drive.FRAME)
+    for i, key in enumerate(("alt+f", "alt+d", "alt+v", "alt+t", "alt+h")):
+        press(key)
+        shot(folder, f"{name}-6-menu{i}")
+        press("Escape", "Escape")  # out of the bar, too
+    press("alt+v", "r")
+    shot(folder, f"{name}-6-zone")
+    to_front(drive.FRAME)
+    press("alt+v", "r")
+
+
 def torrent(window, folder, name, document):
     """The choice of its files, and its tabs in the middle of the download."""
-    to_front("^Vantlow$")
-    press("ctrl+n")
+    open_dialog("ctrl+n")
     write(window.path(document))
-    dialog(folder, f"{name}-7-new-torrent")
+    shot(folder, f"{name}-7-new-torrent")
+    press("Escape")
     window.run("add", "--limit", "300K", "--dir", window.path("files"), window.path(document))
     time.sleep(6)
     to_front("^Vantlow$")
@@ -150,16 +179,17 @@ class WindowsWindow(display.WineVantlow):
         self.scale = scale
         self.set_dots_per_inch(96 * scale)
 
-    # Places as the picture of the main window shows them.
+    # Places within the main window, as its picture shows them.
     def click(self, *place):
-        subprocess.run(["xdotool", "mousemove", *(str(n * self.scale) for n in place), "click", "1"], check=True)
+        words = ("--window", to_front(drive.FRAME), *(str(n * self.scale) for n in place))
+        subprocess.run(["xdotool", "mousemove", *words, "click", "1"], check=True)
 
     def select_first(self):
-        self.click(500, 238)
+        self.click(400, 120)
 
     def choose_tab(self, number):
         if number == 0:
-            self.click(397, 580)
+            self.click(275, 517)
         else:
             press("Right")
 
@@ -187,6 +217,7 @@ def take(kind, programs, folder, server, document, language, theme, scale):
         press("Home", "Down", "Up")
         shot(folder, f"{name}-2-main")
         dialog(folder, f"{name}-3-new", "ctrl+n")
+        known(folder, name, f"{server}/later.bin")
         options(folder, name)
         dialog(folder, f"{name}-5-properties", "alt+Return")
         press("ctrl+a")
@@ -194,10 +225,8 @@ def take(kind, programs, folder, server, document, language, theme, scale):
         dialog(folder, f"{name}-5-remove", "Delete")
         for what, keys in MENUS[language].items():
             dialog(folder, f"{name}-5-{what}", *keys.split())
-        for i, key in enumerate(("alt+f", "alt+d", "alt+v", "alt+t", "alt+h")):
-            if language == "en" and not theme and scale == 1:
-                dialog(folder, f"{name}-6-menu{i}", key)
-                press("Escape")  # out of the bar, too
+        if language == "en" and not theme and scale == 1:
+            menus(folder, name)
         torrent(window, folder, name, document)
         question(window, folder, name, server)
         window.run("quit")

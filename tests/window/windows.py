@@ -115,7 +115,7 @@ def drops(window, server):
     count = len(window.names())
     page = f'<html><body><a href="{server}/html.bin">one</a></body></html>'
     for name, text in (("UniformResourceLocatorW", f"{server}/wide.bin"), ("UniformResourceLocator", f"{server}/narrow.bin"),
-                       ("HTML Text", page)):
+                       ("FileContents", f"URL={server}/shortcut.bin"), ("HTML Text", page)):
         window.ask("drop", window.table(window.LIST)[0], name, text)
         to_front(drive.NEW)
         press("alt+d")

@@ -134,12 +134,12 @@ std::vector<KnownSetting> known_settings() {
         data_buffer, disk_buffer, ssh_buffer, verify_peer, ca_file, proxy, proxy_resolves, get_cookie,
         cookie_file, enable_feat, ftp_passive, follow_pasv, nat_in_port, nat_address, binary_types,
         trace_list, dial_up_entry, dial_up_user, dial_up_password, monitor_torrent, monitor_ed2k,
-        monitor_magnet, close_to_tray, watch_clipboard, rpc_enable, rpc_port, rpc_listen, rpc_secret,
-        rpc_allow_origin, rpc_tls, rpc_certificate, rpc_key, rpc_request_size, tell_ends, start_with_session,
-        welcomed, combine_width, confirm_end, confirm_removal, confirm_start_over, numwant, crypto,
-        most_peers, most_peers_of_all, upload_limit, peer_exchange, dht, dht_nodes, utp, peer_port,
-        local_discovery, ip_filter, ip_filter_file, network_interface, port_mapping, torrent_tracker,
-        magnet_trackers, seed_ratio, seed_time, window_layout, week, start_time, stop_time);
+        monitor_magnet, close_to_tray, watch_clipboard, clipboard_endings, rpc_enable, rpc_port, rpc_listen,
+        rpc_secret, rpc_allow_origin, rpc_tls, rpc_certificate, rpc_key, rpc_request_size, tell_ends,
+        start_with_session, welcomed, combine_width, confirm_end, confirm_removal, confirm_start_over,
+        numwant, crypto, most_peers, most_peers_of_all, upload_limit, peer_exchange, dht, dht_nodes, utp,
+        peer_port, local_discovery, ip_filter, ip_filter_file, network_interface, port_mapping,
+        torrent_tracker, magnet_trackers, seed_ratio, seed_time, window_layout, week, start_time, stop_time);
     std::ranges::sort(all, {}, [](const KnownSetting& one) { return std::tie(one.section, one.key); });
     return all;
 }

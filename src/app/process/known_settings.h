@@ -22,6 +22,10 @@ inline constexpr NumberSetting close_to_tray{
     1,         "1: closing the window leaves its sign in the tray, and downloads go on"};
 inline constexpr NumberSetting watch_clipboard{
     u"Window", u"WatchClipboard", 0, 0, 1, "1: links that other programs copy are offered for download"};
+inline constexpr TextSetting clipboard_endings{
+    u"Window", u"ClipboardEndings", u"",
+    "the endings and servers of the links that are offered then (\".iso .zip example.org\"), with blanks "
+    "between; empty: all links"};
 inline constexpr NumberSetting tell_ends{
     u"Window", u"Notify", 1,
     0,         1,         "1: the desktop tells of downloads that ended while the window was not in front"};

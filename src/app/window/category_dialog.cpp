@@ -40,7 +40,7 @@ std::optional<CategoryForm> ask_category(wxWindow& window, const std::string& ti
     }
     all->Add(dialog.CreateSeparatedButtonSizer(wxOK | wxCANCEL),
              wxSizerFlags().Expand().Border(wxALL, dialog.FromDIP(8)));
-    name_buttons(dialog);
+    finish_dialog(dialog);
     if (rule != nullptr) {
         rule->Bind(wxEVT_TEXT, [&dialog, rule](wxCommandEvent&) {
             if (wxWindow* const ok = dialog.FindWindow(wxID_OK))

@@ -73,7 +73,7 @@ void CCombineMediaDlg::build(const std::vector<std::u16string>& pieces) {
     grid->Add(choose);
     all->Add(grid, wxSizerFlags().Expand().Border(wxALL, FromDIP(10)));
     all->Add(CreateSeparatedButtonSizer(wxOK | wxCANCEL), wxSizerFlags().Expand().Border(wxALL, FromDIP(8)));
-    name_buttons(*this);
+    finish_dialog(*this);
     if (wxWindow* const ok = FindWindow(wxID_OK)) ok->SetLabel(ui(tr("&Join")));
     SetSizerAndFit(all);
     SetMinSize(FromDIP(wxSize(360, 260)));  // the list may become narrower than it was kept
@@ -169,7 +169,7 @@ CCombineProgressDlg::CCombineProgressDlg(wxWindow& parent, CombineJob job)
     gauge_ = new wxGauge(this, wxID_ANY, whole);
     all->Add(gauge_, wxSizerFlags().Expand().Border(wxLEFT | wxRIGHT, FromDIP(10)));
     all->Add(CreateButtonSizer(wxCANCEL), wxSizerFlags().Expand().Border(wxALL, FromDIP(10)));
-    name_buttons(*this);
+    finish_dialog(*this);
     SetSizerAndFit(all);
     CentreOnParent();
     Bind(wxEVT_THREAD, [this](wxThreadEvent& event) {

@@ -26,6 +26,7 @@ enum Command : int {
     command_open,
     command_open_folder,
     command_copy_address,
+    command_move_to,  ///< the menu of the categories
     command_remove,
     command_remove_files,
     command_undo,
@@ -57,6 +58,8 @@ enum Command : int {
     command_span_last = command_span_first + 3,
     command_category_first,
     command_category_last = command_category_first + 999,
+    command_place_first,  ///< of each pane on each side, pane by pane
+    command_place_last = command_place_first + 11,
 };
 
 /// The words of a command, in the user's language.

@@ -6,14 +6,17 @@
 #include <wx/dirdlg.h>
 #include <wx/panel.h>
 #include <wx/sizer.h>
+#include <wx/srchctrl.h>
 #include <wx/stattext.h>
 #include <wx/textctrl.h>
 #include <wx/wrapsizer.h>
 
 #include <memory>
+#include <utility>
 
 #include "app/window/model/texts.h"
 #include "app/window/model/translate.h"
+#include "app/window/pictures.h"
 #include "app/window/system.h"
 #include "app/window/words.h"
 
@@ -43,7 +46,7 @@ bool ask(wxWindow& parent, const wxString& title, const wxString& question, cons
     }
     all->Add(dialog.CreateButtonSizer(wxOK | wxCANCEL),
              wxSizerFlags().Expand().Border(wxALL, dialog.FromDIP(10)));
-    name_buttons(dialog);
+    finish_dialog(dialog);
     if (wxWindow* const ok = dialog.FindWindow(wxID_OK)) {
         ok->SetLabel(action);
         ok->SetFocus();
@@ -57,13 +60,28 @@ bool ask(wxWindow& parent, const wxString& title, const wxString& question, cons
 
 }  // namespace
 
-void name_buttons(wxWindow& dialog) {
+void finish_dialog(wxTopLevelWindow& dialog) {
+    dialog.SetIcons(program_icons());
     const auto name = [&dialog](int id, const std::string& label) {
         if (wxWindow* const button = dialog.FindWindow(id)) button->SetLabel(ui(label));
     };
     name(wxID_OK, tr("&OK"));
     name(wxID_CANCEL, tr("&Cancel"));
     name(wxID_CLOSE, tr("&Close"));
+}
+
+wxSearchCtrl* make_search(wxWindow& parent, const wxString& name, const wxString& hint,
+                          std::function<void()> changed) {
+    auto* const field = new wxSearchCtrl(&parent, wxID_ANY);
+    field->SetDescriptiveText(hint);
+    name_for_readers(*field, name);
+    field->ShowCancelButton(false);
+    field->Bind(wxEVT_TEXT, [field, changed = std::move(changed)](wxCommandEvent&) {
+        field->ShowCancelButton(!field->GetValue().empty());
+        changed();
+    });
+    field->Bind(wxEVT_SEARCH_CANCEL, [field](wxCommandEvent&) { field->Clear(); });
+    return field;
 }
 
 wxTextCtrl* add_text(wxWindow& parent, wxSizer& grid, const wxString& label, const wxString& value,
@@ -115,7 +133,7 @@ void tell(wxWindow& parent, const wxString& title, const wxString& text) {
     wxDialog dialog(&parent, wxID_ANY, title);
     auto* const all = start_with_text(dialog, text);
     all->Add(dialog.CreateButtonSizer(wxCLOSE), wxSizerFlags().Expand().Border(wxALL, dialog.FromDIP(10)));
-    name_buttons(dialog);
+    finish_dialog(dialog);
     dialog.SetEscapeId(wxID_CLOSE);
     dialog.SetSizerAndFit(all);
     dialog.CentreOnParent();

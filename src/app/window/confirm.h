@@ -8,14 +8,22 @@
 #include "app/window/model/window_model.h"
 #include "store/setting_table.h"
 
+class wxSearchCtrl;
 class wxSizer;
 class wxTextCtrl;
+class wxTopLevelWindow;
 class wxWindow;
 
 namespace vantlow {
 
-/// Gives the buttons that every dialog has (OK, Cancel, Close) their words in the user's language.
-void name_buttons(wxWindow& dialog);
+/// Gives a dialog the program's sign, and the buttons that every one has (OK, Cancel, Close) their words in
+/// the user's language.
+void finish_dialog(wxTopLevelWindow& dialog);
+
+/// Makes a field to search with, named `name` for screen readers, that tells of every change of its text. The
+/// sign that empties it is there while there is something to be emptied.
+wxSearchCtrl* make_search(wxWindow& parent, const wxString& name, const wxString& hint,
+                          std::function<void()> changed);
 
 /// Adds a field of text with its label to a grid of two columns, named for screen readers by it.
 wxTextCtrl* add_text(wxWindow& parent, wxSizer& grid, const wxString& label, const wxString& value,

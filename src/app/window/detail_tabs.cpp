@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "app/window/confirm.h"
 #include "app/window/model/texts.h"
 #include "app/window/model/translate.h"
 #include "app/window/system.h"
@@ -169,11 +170,11 @@ void DetailTabs::build_segments() {
         new wxSplitterWindow(this, wxID_ANY, wxDefaultPosition, wxDefaultSize, wxSP_LIVE_UPDATE);
     picture_ = new SegmentPicture(page, details_);
     connection_table_ = new RowTable(page, ui(tr("Connections")), *connections_);
-    connection_table_->set_columns({{number_column, ui(tr("No.")), 50, true},
-                                    {server_column, ui(tr("Server")), 200, false},
-                                    {speed_column, ui(tr("Speed")), 90, true},
-                                    {state_column, ui(tr("State")), 220, false},
-                                    {range_column, ui(tr("Range")), 180, false}});
+    connection_table_->set_columns({{number_column, ui(tr("No.")), 40, true},
+                                    {server_column, ui(tr("Server")), 130, false},
+                                    {speed_column, ui(tr("Speed")), 80, true},
+                                    {state_column, ui(tr("State")), 120, false},
+                                    {range_column, ui(tr("Range")), 150, false}});
     page->SetMinimumPaneSize(FromDIP(80));
     page->SetSashGravity(0.4);
     page->SplitVertically(picture_, connection_table_, FromDIP(200));
@@ -208,11 +209,8 @@ void DetailTabs::build_torrent() {
 
 void DetailTabs::build_log() {
     auto* const page = new wxPanel(this);
-    log_search_ = new wxSearchCtrl(page, wxID_ANY);
-    log_search_->SetDescriptiveText(ui(tr("Search the log")));
-    name_for_readers(*log_search_, ui(tr("Search the log")));
-    log_search_->ShowCancelButton(true);
-    log_search_->Bind(wxEVT_TEXT, [this](wxCommandEvent&) { search_log(); });
+    log_search_ =
+        make_search(*page, ui(tr("Search the log")), ui(tr("Search the log")), [this] { search_log(); });
     RowTable::Events events;
     log_table_ = new RowTable(page, ui(tr("Log")), *log_, {}, std::move(events));
     log_table_->set_columns({{0, ui(tr("Line")), 900, false}});
@@ -231,8 +229,8 @@ void DetailTabs::build_details() {
                       value_column, Page::Kind::all});
 }
 
-// The tab that was chosen last is seen wherever the download has it, else the first one. Pages that come and go
-// take the focus along: whoever walks through the list keeps it.
+// The tab that was chosen last is seen wherever the download has it, else the first one. Pages that come and
+// go take the focus along: whoever walks through the list keeps it.
 void DetailTabs::arrange(bool is_torrent) {
     wxWindow* const focused = FindFocus();
     arranging_ = true;

@@ -29,6 +29,21 @@ const std::array<wxColour, 6> work_colours{wxColour(42, 111, 208), wxColour(122,
                                            wxColour(23, 150, 160), wxColour(201, 138, 16),
                                            wxColour(190, 80, 130), wxColour(90, 120, 40)};
 
+// The points of a curve from left to right.
+std::vector<wxPoint> curve(const wxRect& room, const std::vector<SpeedSample>& samples, double scale,
+                           float SpeedSample::*value) {
+    std::vector<wxPoint> points;
+    points.reserve(samples.size() + 2);
+    const double step =
+        static_cast<double>(room.width) / static_cast<double>(std::max<std::size_t>(samples.size() - 1, 1));
+    for (std::size_t i = 0; i < samples.size(); ++i) {
+        const double height = std::min(static_cast<double>(samples[i].*value) / scale, 1.0) * room.height;
+        points.emplace_back(room.x + static_cast<int>(std::lround(static_cast<double>(i) * step)),
+                            room.y + room.height - static_cast<int>(std::lround(height)));
+    }
+    return points;
+}
+
 }  // namespace
 
 DrawnPane::DrawnPane(wxWindow* parent, const wxString& name)
@@ -154,7 +169,8 @@ void SpeedHistogram::draw(wxDC& dc, const wxSize& size) {
         const int y = room.y + room.height * part / 4;
         dc.DrawLine(0, y, size.x, y);
     }
-    draw_curve(dc, room, samples, scale);
+    draw_down(dc, room, samples, scale);
+    draw_up(dc, room, samples, scale);
     if (limit > 0) draw_limit(dc, room, limit, scale);
     dc.SetTextForeground(ink_colour());
     const wxString top = ui(speed_text(scale));
@@ -166,25 +182,25 @@ void SpeedHistogram::draw(wxDC& dc, const wxSize& size) {
     if (middle > dc.GetTextExtent(top).x + FromDIP(12)) dc.DrawText(now, middle, FromDIP(2));
 }
 
-void SpeedHistogram::draw_curve(wxDC& dc, const wxRect& room, const std::vector<SpeedSample>& samples,
-                                double scale) {
-    if (samples.empty()) return;
-    std::vector<wxPoint> points;
-    points.reserve(samples.size() + 2);
-    const double step =
-        static_cast<double>(room.width) / static_cast<double>(std::max<std::size_t>(samples.size() - 1, 1));
+// What is fetched stands as a surface, what is sent as a line above it: colours are not the only sign.
+void SpeedHistogram::draw_down(wxDC& dc, const wxRect& room, const std::vector<SpeedSample>& samples,
+                               double scale) {
+    std::vector<wxPoint> points = curve(room, samples, scale, &SpeedSample::down);
+    if (points.empty()) return;
     const int floor = room.y + room.height;
-    points.emplace_back(room.x, floor);
-    for (std::size_t i = 0; i < samples.size(); ++i) {
-        const double height = static_cast<double>(samples[i].down) / scale * room.height;
-        points.emplace_back(
-            room.x + static_cast<int>(std::lround(static_cast<double>(i) * step)),
-            floor - static_cast<int>(std::lround(std::min(height, static_cast<double>(room.height)))));
-    }
+    points.insert(points.begin(), wxPoint(room.x, floor));
     points.emplace_back(room.x + room.width, floor);
     dc.SetPen(wxPen(work_colours[0], std::max(FromDIP(1), 1)));
     dc.SetBrush(wxBrush(blend(work_colours[0], paper_colour(), 0.35)));
     dc.DrawPolygon(static_cast<int>(points.size()), points.data());
+}
+
+void SpeedHistogram::draw_up(wxDC& dc, const wxRect& room, const std::vector<SpeedSample>& samples,
+                             double scale) {
+    if (std::ranges::all_of(samples, [](const SpeedSample& one) { return one.up <= 0; })) return;
+    const std::vector<wxPoint> points = curve(room, samples, scale, &SpeedSample::up);
+    dc.SetPen(wxPen(work_colours[3], std::max(FromDIP(2), 2)));
+    dc.DrawLines(static_cast<int>(points.size()), points.data());
 }
 
 void SpeedHistogram::draw_limit(wxDC& dc, const wxRect& room, double limit, double scale) {

@@ -68,7 +68,8 @@ class SpeedHistogram : public DrawnPane {
 
   private:
     void draw(wxDC& dc, const wxSize& size) override;
-    void draw_curve(wxDC& dc, const wxRect& room, const std::vector<SpeedSample>& samples, double scale);
+    void draw_down(wxDC& dc, const wxRect& room, const std::vector<SpeedSample>& samples, double scale);
+    void draw_up(wxDC& dc, const wxRect& room, const std::vector<SpeedSample>& samples, double scale);
     void draw_limit(wxDC& dc, const wxRect& room, double limit, double scale);
     const SpeedHistory& history_;
     const StatusLine& status_;

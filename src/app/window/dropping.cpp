@@ -12,6 +12,7 @@
 #include "app/window/model/translate.h"
 #include "app/window/pictures.h"
 #include "app/window/words.h"
+#include "platform/file.h"
 
 namespace vantlow {
 namespace {
@@ -57,6 +58,24 @@ class FilesObject : public wxFileDataObject {
     std::string list_;
 };
 
+// Files that are nothing but a link are that link.
+Dropped sorted(const wxArrayString& files) {
+    constexpr std::size_t longest = 64U << 10U;
+    Dropped dropped;
+    for (const wxString& name : files) {
+        const std::string file = utf8_of(name);
+        std::vector<std::byte> bytes;
+        std::vector<std::string> links;
+        const std::string lower = ascii_lower(file);
+        const bool is_shortcut = lower.ends_with(".url") || lower.ends_with(".desktop");
+        if (is_shortcut && read_file(to_utf16(file), longest, bytes).ok())
+            links = links_in_shortcut({reinterpret_cast<const char*>(bytes.data()), bytes.size()});
+        if (links.empty()) dropped.files.push_back(file);
+        dropped.links.insert(dropped.links.end(), links.begin(), links.end());
+    }
+    return dropped;
+}
+
 /// All forms that are taken, the one that says most first.
 class AnyObject : public wxDataObjectComposite {
   public:
@@ -67,20 +86,23 @@ class AnyObject : public wxDataObjectComposite {
         Add(wide_link_ = new TextObject("UniformResourceLocatorW", 2));
         Add(link_ = new TextObject("UniformResourceLocator", 1));
         Add(moz_link_ = new TextObject("text/x-moz-url", 2));
+        Add(shortcut_ = new TextObject("FileContents", 1));  // that a FileGroupDescriptor names
         Add(text_ = new wxTextDataObject);
     }
     [[nodiscard]] Dropped dropped() const {
         const wxDataObject* const got = GetObject(GetReceivedFormat());
         Dropped dropped;
         if (got == files_) {
-            for (const wxString& file : files_->GetFilenames()) dropped.files.push_back(utf8_of(file));
-            if (dropped.files.empty()) dropped.links = links_in_text(files_->list());
+            dropped = sorted(files_->GetFilenames());
+            if (dropped.empty()) dropped.links = links_in_text(files_->list());
         } else if (got == html_ || got == plain_html_) {
             const std::string html = got == html_ ? utf8_of(html_->GetHTML()) : plain_html_->text();
             dropped.links = links_in_html(html);
             if (dropped.links.empty()) dropped.links = links_in_text(html);
         } else if (got == wide_link_ || got == link_) {
             dropped.links = links_in_text((got == link_ ? link_ : wide_link_)->text());
+        } else if (got == shortcut_) {
+            dropped.links = links_in_shortcut(shortcut_->text());
         } else if (got == moz_link_) {
             const std::string text = moz_link_->text();
             dropped.links = links_in_text(text.substr(0, text.find('\n')));  // the title stands behind it
@@ -97,6 +119,7 @@ class AnyObject : public wxDataObjectComposite {
     TextObject* wide_link_ = nullptr;
     TextObject* link_ = nullptr;
     TextObject* moz_link_ = nullptr;
+    TextObject* shortcut_ = nullptr;
     wxTextDataObject* text_ = nullptr;
 };
 
@@ -133,7 +156,7 @@ Dropped read_clipboard() {
     wxTextDataObject text;
     wxFileDataObject files;
     if (wxTheClipboard->IsSupported(wxDF_FILENAME) && wxTheClipboard->GetData(files)) {
-        for (const wxString& file : files.GetFilenames()) dropped.files.push_back(utf8_of(file));
+        dropped = sorted(files.GetFilenames());
     } else if (wxTheClipboard->IsSupported(wxDF_UNICODETEXT) && wxTheClipboard->GetData(text)) {
         dropped.links = links_in_text(utf8_of(text.GetText()));
     }
@@ -180,7 +203,6 @@ void DropZone::draw() {
     wxAutoBufferedPaintDC dc(this);
     dc.SetBackground(wxBrush(wxColour(42, 111, 208)));
     dc.Clear();
-    const int edge = FromDIP(32);
     const wxSize size = GetClientSize();
     std::int64_t done = 0;
     std::int64_t all = 0;
@@ -189,23 +211,37 @@ void DropZone::draw() {
         done += live.done;
         all += live.size;
     }
-    if (all > 0) {
-        dc.SetPen(*wxTRANSPARENT_PEN);
-        dc.SetBrush(wxBrush(wxColour(20, 70, 150)));
-        const auto part = static_cast<double>(done) / static_cast<double>(all);
-        const int height = static_cast<int>(part * size.y);
-        dc.DrawRectangle(0, size.y - height, size.x, height);
-    }
+    const int edge = FromDIP(48);
+    const wxPoint middle(size.x / 2, FromDIP(4) + edge / 2);
+    draw_ring(dc, middle, edge, all > 0 ? static_cast<double>(done) / static_cast<double>(all) : 0);
     dc.SetTextForeground(*wxWHITE);
-    dc.SetFont(GetFont());
+    dc.SetFont(GetFont().Smaller());
     const wxString speed = ui(speed_text(live_.down()));
-    dc.DrawLabel(speed.empty() ? ui(tr("Links")) : speed,
-                 wxRect(0, edge + FromDIP(6), size.x, size.y - edge - FromDIP(6)), wxALIGN_CENTRE);
+    const int top = FromDIP(4) + edge;
+    dc.DrawLabel(speed.empty() ? ui(tr("Links")) : speed, wxRect(0, top, size.x, size.y - top),
+                 wxALIGN_CENTRE);
     dc.SetPen(wxPen(*wxWHITE, FromDIP(3)));
-    const int middle = size.x / 2;
-    dc.DrawLine(middle, FromDIP(8), middle, edge);
-    dc.DrawLine(middle - FromDIP(9), edge - FromDIP(9), middle, edge);
-    dc.DrawLine(middle + FromDIP(9), edge - FromDIP(9), middle, edge);
+    const int reach = FromDIP(11);
+    const int wing = FromDIP(7);
+    const wxPoint tip = middle + wxPoint(0, reach);
+    dc.DrawLine(middle - wxPoint(0, reach), tip);
+    dc.DrawLine(tip - wxPoint(wing, wing), tip);
+    dc.DrawLine(tip - wxPoint(-wing, wing), tip);
+}
+
+// The part of all running downloads that is there, from the top on in the direction of a clock.
+void DropZone::draw_ring(wxDC& dc, const wxPoint& middle, int edge, double part) {
+    constexpr double whole = 360;
+    constexpr double top = 90;
+    const int width = FromDIP(4);
+    const wxPoint corner = middle - wxPoint(edge / 2 - width / 2, edge / 2 - width / 2);
+    const wxSize room(edge - width, edge - width);
+    dc.SetBrush(*wxTRANSPARENT_BRUSH);
+    dc.SetPen(wxPen(wxColour(110, 155, 225), width));
+    dc.DrawEllipse(corner, room);
+    dc.SetPen(wxPen(*wxWHITE, width));
+    if (part >= 1) dc.DrawEllipse(corner, room);
+    if (part > 0 && part < 1) dc.DrawEllipticArc(corner, room, top - part * whole, top);
 }
 
 }  // namespace vantlow

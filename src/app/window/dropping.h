@@ -35,6 +35,7 @@ class DropZone : public wxFrame {
 
   private:
     void draw();
+    void draw_ring(wxDC& dc, const wxPoint& middle, int edge, double part);
     const LiveJobs& live_;
     wxPoint held_;
 };

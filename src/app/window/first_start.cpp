@@ -57,7 +57,7 @@ std::string ask_first(wxWindow& parent, DesktopHost& host, WindowModel& model) {
     all->Add(session, wxSizerFlags().Border(wxALL, dialog.FromDIP(12)));
     all->Add(dialog.CreateSeparatedButtonSizer(wxOK | wxCANCEL),
              wxSizerFlags().Expand().Border(wxALL, dialog.FromDIP(8)));
-    name_buttons(dialog);
+    finish_dialog(dialog);
     dialog.SetSizerAndFit(all);
     dialog.CentreOnParent();
     folder->SetFocus();

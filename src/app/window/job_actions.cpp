@@ -8,6 +8,7 @@
 #include "app/window/category_dialog.h"
 #include "app/window/confirm.h"
 #include "app/window/detail_tabs.h"
+#include "app/window/model/job_properties.h"
 #include "app/window/model/texts.h"
 #include "app/window/model/translate.h"
 #include "app/window/properties_dialog.h"
@@ -109,7 +110,7 @@ bool JobActions::give(Command command) {
             break;
         case command_open:
         case command_open_folder:
-            open(command == command_open_folder);
+            open_selected(command == command_open_folder);
             break;
         case command_copy_address:
             copy_addresses();
@@ -198,16 +199,24 @@ void JobActions::rename() {
     const Guid id = jobs.front()->identity;
     const std::string name = shown(name_of(*jobs.front()));
     wxTextEntryDialog dialog(&parent_, ui(tr("The file's &name:")), ui(tr("Rename")), ui(name));
-    name_buttons(dialog);
+    finish_dialog(dialog);
     if (dialog.ShowModal() != wxID_OK || utf8_of(dialog.GetValue()) == name) return;
     const std::string wanted = utf8_of(dialog.GetValue());
     tell(model_.engine.rename(id, to_utf16(wanted)), wanted);
 }
 
-void JobActions::open(bool folder) {
+void JobActions::open_selected(bool folder) {
     const auto jobs = selected();
-    if (jobs.size() != 1) return;
-    const std::u16string path = jobs.front()->path;
+    if (jobs.size() == 1) open(*jobs.front(), folder);
+}
+
+void JobActions::open(const Guid& job) {
+    if (const CJobNode* const record = model_.engine.find(job)) open(*record, false);
+    tell_all();
+}
+
+void JobActions::open(const CJobNode& job, bool folder) {
+    const std::u16string path = job.path;
     // The folder of a job that has not begun is all there is to see of it.
     const bool has_file = path_kind(path) == PathKind::file;
     const FileError failed = !folder    ? open_with_desktop(path)
@@ -263,6 +272,20 @@ std::vector<Guid> JobActions::add(const JobDraft& draft) {
     tell_all();
     settle();
     return added.jobs;
+}
+
+void JobActions::add_mirrors(const Guid& job, const std::vector<std::string>& links) {
+    JobProperties properties(model_.engine, {job});
+    std::string mirrors = properties.value(Property::mirrors).value_or("");
+    for (const std::string& link : links) mirrors += link + "\n";
+    properties.set(Property::mirrors, mirrors);
+    if (const std::string fault = properties.fault(); !fault.empty()) {
+        faults_.push_back(fault);
+    } else {
+        tell(model_.engine.change(job, properties.edit()), {});
+    }
+    tell_all();
+    settle();
 }
 
 void JobActions::add_category(const Guid& parent) {

@@ -28,6 +28,10 @@ class JobActions {
     void start(const std::vector<Guid>& jobs);
     /// Files what a draft says and starts it, as soon as it is safe. Returns the new jobs.
     std::vector<Guid> add(const JobDraft& draft);
+    /// Adds other addresses of the same file to a job.
+    void add_mirrors(const Guid& job, const std::vector<std::string>& links);
+    /// Opens the file of a job.
+    void open(const Guid& job);
     void add_category(const Guid& parent);
     void edit_category(const Guid& category);
     void remove_category(const Guid& category);
@@ -41,7 +45,8 @@ class JobActions {
     void reorder(Order order);
     void start_over();
     void rename();
-    void open(bool folder);
+    void open_selected(bool folder);
+    void open(const CJobNode& job, bool folder);
     void copy_addresses();
     void remove(bool with_files);
     void tell(const Done& done, const std::string& subject);

@@ -57,7 +57,7 @@ std::optional<ExportForm> ask_what(wxWindow& parent, const WindowModel& model) {
     all->Add(columns, wxSizerFlags(1).Expand().Border(wxALL, dialog.FromDIP(10)));
     all->Add(dialog.CreateSeparatedButtonSizer(wxOK | wxCANCEL),
              wxSizerFlags().Expand().Border(wxALL, dialog.FromDIP(8)));
-    name_buttons(dialog);
+    finish_dialog(dialog);
     if (wxWindow* const ok = dialog.FindWindow(wxID_OK)) ok->SetLabel(ui(tr("&Export...")));
     dialog.SetSizerAndFit(all);
     dialog.CentreOnParent();

@@ -44,7 +44,10 @@ JobPane::JobPane(wxWindow* parent, WindowModel& model, Events events)
         if (events_.dragged) events_.dragged();
     };
     table_ = new RowTable(this, ui(tr("Downloads")), *this, row_signs(), std::move(of_table));
+    note_ = new wxStaticText(this, wxID_ANY, wxString(), wxDefaultPosition, wxDefaultSize,
+                             wxST_NO_AUTORESIZE | wxST_ELLIPSIZE_END);
     auto* const all = new wxBoxSizer(wxVERTICAL);
+    all->Add(note_, wxSizerFlags().Expand().Border(wxALL, FromDIP(6)));
     all->Add(table_, wxSizerFlags(1).Expand());
     SetSizer(all);
     model_.rows.on_news([this](const RowNews& news) { take_news(news); });
@@ -115,7 +118,7 @@ void JobPane::choose_columns() {
              wxSizerFlags().Border(wxALL));
     all->Add(list, wxSizerFlags(1).Expand().Border(wxLEFT | wxRIGHT));
     all->Add(dialog.CreateSeparatedButtonSizer(wxOK | wxCANCEL), wxSizerFlags().Expand().Border());
-    name_buttons(dialog);
+    finish_dialog(dialog);
     dialog.SetSizerAndFit(all);
     dialog.CentreOnParent();
     if (dialog.ShowModal() != wxID_OK) return;
@@ -129,7 +132,23 @@ void JobPane::choose_columns() {
 }
 
 void JobPane::show(const View& view, const wxString& search) {
+    is_searching_ = !search.empty();
     model_.rows.show(view, wide_of(search));
+    look_at_note();
+}
+
+// An empty list says why it is empty.
+void JobPane::look_at_note() {
+    const bool is_empty = model_.rows.size() == 0;
+    if (is_empty) {
+        const bool is_first = model_.engine.jobs_below(nullptr).empty();
+        note_->SetLabel(is_first ? ui(tr("Ctrl+N adds a download; links can be pasted or dropped here, too."))
+                        : is_searching_ ? ui(tr("No download here holds these words."))
+                                        : ui(tr("There are no downloads in this view.")));
+    }
+    if (note_->IsShown() == is_empty) return;
+    note_->Show(is_empty);
+    Layout();
 }
 
 void JobPane::select(const std::vector<Guid>& jobs) {
@@ -141,6 +160,7 @@ void JobPane::select(const std::vector<Guid>& jobs) {
 }
 
 void JobPane::take_news(const RowNews& news) {
+    look_at_note();
     if (news.all) {
         table_->reset();
         table_->select(model_.rows.selected_rows());

@@ -11,6 +11,8 @@
 #include "app/window/model/window_model.h"
 #include "app/window/row_table.h"
 
+class wxStaticText;
+
 namespace vantlow {
 
 class JobPane : public wxPanel, private RowSource {
@@ -41,6 +43,7 @@ class JobPane : public wxPanel, private RowSource {
     [[nodiscard]] wxString cell(std::size_t row, int column) const override;
     [[nodiscard]] int picture(std::size_t row) const override;
     void put_columns();
+    void look_at_note();
     void take_news(const RowNews& news);
     void take_selection();
     void sort_by(Column column, bool further);
@@ -49,6 +52,8 @@ class JobPane : public wxPanel, private RowSource {
     WindowModel& model_;
     Events events_;
     std::vector<vantlow::Layout::ColumnPlace> columns_;  ///< all of them
+    bool is_searching_ = false;
+    wxStaticText* note_ = nullptr;  ///< there while the list is empty
     RowTable* table_ = nullptr;
 };
 

@@ -2,6 +2,7 @@
 
 #include <wx/app.h>
 #include <wx/dialog.h>
+#include <wx/display.h>
 #include <wx/evtloop.h>
 #include <wx/sizer.h>
 #include <wx/statusbr.h>
@@ -39,15 +40,22 @@ enum StatusField {
     status_fields
 };
 
+// Of a first start: all columns that a person looks at, where the screen has the room.
+wxSize first_size() {
+    wxSize size = wxWindow::FromDIP(wxSize(1180, 740), nullptr);
+    size.DecTo(wxDisplay(0U).GetClientArea().GetSize());
+    return size;
+}
+
 }  // namespace
 
 MainFrame::MainFrame(DesktopHost& host, WindowModel& model)
-    : wxFrame(nullptr, wxID_ANY, "Vantlow", wxDefaultPosition, FromDIP(wxSize(1020, 680), nullptr)),
+    : wxFrame(nullptr, wxID_ANY, "Vantlow", wxDefaultPosition, first_size()),
       host_(host),
       model_(model),
       actions_(*this, model, [this](const std::string& text) { say(text); }) {
     SetName("vantlow");
-    SetIcons(wxIconBundle(picture(Picture::program, 32).GetIcon(FromDIP(wxSize(32, 32)))));
+    SetIcons(program_icons());
     build_panes();
     build_bars();
     bind();
@@ -84,10 +92,8 @@ void MainFrame::build_panes() {
     of_views.menu = [this] { pop_up_views(); };
     auto* const middle = new wxPanel(this);
     bar_ = new wxInfoBar(middle);
-    search_ = new wxSearchCtrl(middle, wxID_ANY);
-    search_->SetDescriptiveText(ui(tr("Search names, addresses and comments")));
-    name_for_readers(*search_, ui(tr("Search downloads")));
-    search_->ShowCancelButton(true);
+    search_ = make_search(*middle, ui(tr("Search downloads")), ui(tr("Search names, addresses and comments")),
+                          [this] { jobs_->show(views_->view(), search_->GetValue()); });
     JobPane::Events of_jobs;
     of_jobs.selected = [this] { show_selection(); };
     of_jobs.opened = [this] { give(actions_.can(command_open) ? command_open : command_properties); };
@@ -114,10 +120,10 @@ void MainFrame::build_panes() {
         pane(views_frame_pane, ui(tr("Categories"))).Left().Layer(1).BestSize(FromDIP(wxSize(245, 300))));
     panes_.AddPane(
         tabs_,
-        pane(tabs_frame_pane, ui(tr("Details"))).Bottom().Position(0).BestSize(FromDIP(wxSize(620, 210))));
+        pane(tabs_frame_pane, ui(tr("Details"))).Bottom().Position(1).BestSize(FromDIP(wxSize(420, 210))));
     panes_.AddPane(
         speed_,
-        pane(speed_frame_pane, ui(tr("Speed"))).Bottom().Position(1).BestSize(FromDIP(wxSize(280, 210))));
+        pane(speed_frame_pane, ui(tr("Speed"))).Bottom().Position(2).BestSize(FromDIP(wxSize(280, 210))));
     // Beside each other they share the room like that.
     panes_.GetPane(tabs_frame_pane.name).dock_proportion = 7;
     panes_.GetPane(speed_frame_pane.name).dock_proportion = 3;
@@ -128,7 +134,7 @@ void MainFrame::build_bars() {
     SetMenuBar(make_menu_bar());
     fill_toolbar(*CreateToolBar(wxTB_FLAT | wxTB_HORIZONTAL | wxTB_HORZ_TEXT));
     CreateStatusBar(status_fields);
-    const int widths[status_fields] = {-4, -2, -2, -2, -2, -3};
+    const int widths[status_fields] = {-4, -3, -2, -2, -2, -3};
     SetStatusWidths(status_fields, widths);
 }
 
@@ -137,17 +143,23 @@ void MainFrame::bind() {
         const int id = event.GetId();
         if (id >= command_category_first && id <= command_category_last)
             return move_to(id - command_category_first);
+        if (id >= command_place_first && id <= command_place_last) {
+            const auto number = static_cast<std::size_t>(id - command_place_first);
+            return place_pane(frame_panes[number / std::size(pane_sides)],
+                              pane_sides[number % std::size(pane_sides)]);
+        }
         if (id >= command_span_first && id <= command_span_last)
             return speed_->show(static_cast<SpeedHistory::Span>(id - command_span_first));
         give(static_cast<Command>(id));
     });
     Bind(wxEVT_MENU_OPEN, [this](wxMenuEvent& event) {
         event.Skip();
+        if (event.GetMenu() != nullptr && event.GetMenu()->FindChildItem(command_move_to) != nullptr)
+            fill_move_targets(*event.GetMenu()->FindItem(command_move_to)->GetSubMenu());
         enable_commands();
     });
     Bind(wxEVT_CHAR_HOOK, [this](wxKeyEvent& event) { on_key(event); });
     Bind(wxEVT_CLOSE_WINDOW, [this](wxCloseEvent& event) { on_close(event); });
-    search_->Bind(wxEVT_TEXT, [this](wxCommandEvent&) { jobs_->show(views_->view(), search_->GetValue()); });
     speed_->Bind(wxEVT_CONTEXT_MENU, [this](wxContextMenuEvent&) { pop_up_spans(); });
     GetStatusBar()->Bind(wxEVT_LEFT_DCLICK, [this](wxMouseEvent& event) {
         wxRect room;
@@ -166,6 +178,7 @@ void MainFrame::bind() {
 
 void MainFrame::begin() {
     const bool to_tray = tray_ && host_.settings().flag(setting::close_to_tray);
+    lay_out_before_show(*this);
     if (!host_.starts_minimized()) {
         Show();
         jobs_->table().control().SetFocus();
@@ -280,6 +293,18 @@ void MainFrame::show_pane(const FramePane& pane, bool shown_now) {
     panes_.Update();
 }
 
+// Those beside the list reach from the top of the window to its bottom.
+void MainFrame::place_pane(const FramePane& pane, const PaneSide& side) {
+    wxAuiPaneInfo& info = panes_.GetPane(pane.name);
+    info.Direction(side.dock).Layer(side.is_beside() ? 1 : 0).Row(0);
+    panes_.Update();
+}
+
+const PaneSide& MainFrame::side_of(const FramePane& pane) {
+    const int dock = panes_.GetPane(pane.name).dock_direction;
+    return *std::ranges::find(pane_sides, dock, &PaneSide::dock);
+}
+
 bool MainFrame::is_pane_shown(const FramePane& pane) {
     return panes_.GetPane(pane.name).IsShown();
 }
@@ -288,8 +313,10 @@ bool MainFrame::is_pane_shown(const FramePane& pane) {
 void MainFrame::ask_next() {
     if (asking_ || ending_ || !model_.questions.front()) return;
     const Question question = *model_.questions.front();
+    const CJobNode* const job = model_.engine.find(question.job);
+    const std::u16string user = job != nullptr ? job->user : std::u16string();
     asking_ = true;
-    const auto answer = ask(*this, question, [this, id = question.id] {
+    const auto answer = ask(*this, question, user, [this, id = question.id] {
         return !model_.questions.front() || model_.questions.front()->id != id;
     });
     asking_ = false;
@@ -306,7 +333,7 @@ void MainFrame::ask_next() {
 }
 
 void MainFrame::show_options() {
-    OptionsDialog(*this, model_.settings, [](const std::string&) {}).ShowModal();
+    OptionsDialog(*this, model_.settings).ShowModal();
 }
 
 void MainFrame::show_about() {

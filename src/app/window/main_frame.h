@@ -18,21 +18,12 @@
 #include "app/window/end_notices.h"
 #include "app/window/job_actions.h"
 #include "app/window/job_pane.h"
+#include "app/window/menus.h"
 #include "app/window/system.h"
 #include "app/window/tray.h"
 #include "app/window/view_pane.h"
 
 namespace vantlow {
-
-/// The panes around the job list, by the commands that show and hide them and by their names in the layout.
-struct FramePane {
-    Command command;
-    const char* name;
-};
-inline constexpr FramePane views_frame_pane{command_pane_views, "views"};
-inline constexpr FramePane tabs_frame_pane{command_pane_tabs, "tabs"};
-inline constexpr FramePane speed_frame_pane{command_pane_speed, "speed"};
-inline constexpr FramePane frame_panes[] = {views_frame_pane, tabs_frame_pane, speed_frame_pane};
 
 /// Its parts stand in main_frame.cpp (the panes and the round), main_frame_commands.cpp, main_frame_links.cpp
 /// and main_frame_layout.cpp.
@@ -71,6 +62,9 @@ class MainFrame : public wxFrame {
     void on_close(wxCloseEvent& event);
     void show_pane(const FramePane& pane, bool shown);
     [[nodiscard]] bool is_pane_shown(const FramePane& pane);
+    void place_pane(const FramePane& pane, const PaneSide& side);
+    [[nodiscard]] const PaneSide& side_of(const FramePane& pane);
+    void fill_move_targets(wxMenu& menu);
     void quit();
     void first_start();
     void pop_up_jobs();
@@ -80,6 +74,7 @@ class MainFrame : public wxFrame {
     void drag_jobs();
     void join_films();
     void new_jobs(const std::string& text);
+    void show_job(const Guid& job);
     void take_dropped(const Dropped& dropped, const wxPoint& on_screen);
     void paste();
     void clipboard_changed();

@@ -36,6 +36,7 @@ bool MainFrame::can(Command command) const {
         case command_open:
         case command_open_folder:
         case command_copy_address:
+        case command_move_to:
         case command_remove:
         case command_remove_files:
         case command_undo:
@@ -62,7 +63,14 @@ void MainFrame::enable_commands() {
             tools->EnableTool(id, possible);
     }
     bar->Enable(command_questions, can(command_questions));
-    for (const FramePane& one : frame_panes) bar->Check(one.command, is_pane_shown(one));
+    int place = command_place_first;
+    for (const FramePane& one : frame_panes) {
+        bar->Check(one.command, is_pane_shown(one));
+        for (const PaneSide& side : pane_sides) {
+            if (&side == &side_of(one)) bar->Check(place, true);
+            ++place;
+        }
+    }
     bar->Check(command_pane_tools, tools->IsShown());
     bar->Check(command_drop_zone, zone_ != nullptr && zone_->IsShown());
     bar->Check(command_limit, model_.status.limit().has_value());
@@ -171,22 +179,23 @@ void MainFrame::on_key(wxKeyEvent& event) {
     event.Skip();
 }
 
-void MainFrame::pop_up_jobs() {
-    auto targets = std::make_unique<wxMenu>();
+void MainFrame::fill_move_targets(wxMenu& menu) {
+    while (menu.GetMenuItemCount() > 0) menu.Destroy(menu.FindItemByPosition(0));
     move_targets_.clear();
     for (const CClassNode* const category : model_.engine.categories()) {
         const int id = command_category_first + static_cast<int>(move_targets_.size());
         if (id > command_category_last) break;
         move_targets_.push_back(category->identity);
-        targets->Append(id, as_label(name_of(*category)));
+        menu.Append(id, as_label(name_of(*category)));
     }
-    const auto menu = make_jobs_menu(std::move(targets));
+}
+
+void MainFrame::pop_up_jobs() {
+    const auto menu = make_jobs_menu();
+    fill_move_targets(*menu->FindItem(command_move_to)->GetSubMenu());
     for (int id = command_start; id <= command_properties; ++id) {
         if (menu->FindItem(id) != nullptr) menu->Enable(id, can(static_cast<Command>(id)));
     }
-    const bool any = !model_.rows.selected().empty();
-    for (std::size_t i = 0; i < move_targets_.size(); ++i)
-        menu->Enable(command_category_first + static_cast<int>(i), any);
     PopupMenu(menu.get());
 }
 

@@ -14,6 +14,11 @@ std::string key_of(SpeedHistory::Span span) {
     return std::to_string(static_cast<int>(span));
 }
 
+// The name under which the side of a pane is remembered.
+std::string place_key(const FramePane& pane) {
+    return std::string("place-") + pane.name;
+}
+
 }  // namespace
 
 void MainFrame::take_layout() {
@@ -36,10 +41,14 @@ void MainFrame::take_layout() {
         if (known == layout.panes.end()) continue;
         wxAuiPaneInfo& pane = panes_.GetPane(one.name);
         pane.Show(known->second.shown);
+        const auto place = layout.choices.find(place_key(one));
+        for (const PaneSide& side : pane_sides) {
+            if (place != layout.choices.end() && place->second == side.name) place_pane(one, side);
+        }
         if (known->second.size > 0) {
             const int size = FromDIP(known->second.size);
-            pane.BestSize(one.command == command_pane_views ? wxSize(size, -1)
-                                                            : wxSize(pane.best_size.x, size));
+            pane.BestSize(side_of(one).is_beside() ? wxSize(size, pane.best_size.y)
+                                                   : wxSize(pane.best_size.x, size));
         }
     }
     panes_.Update();
@@ -72,8 +81,9 @@ void MainFrame::give_layout() {
     jobs_->give(layout);
     for (const FramePane& one : frame_panes) {
         const wxAuiPaneInfo& pane = panes_.GetPane(one.name);
-        const int edge =
-            one.command == command_pane_views ? pane.window->GetSize().x : pane.window->GetSize().y;
+        const PaneSide& side = side_of(one);
+        const int edge = side.is_beside() ? pane.window->GetSize().x : pane.window->GetSize().y;
+        layout.choices[place_key(one)] = side.name;
         vantlow::Layout::Pane& kept = layout.panes[one.name];
         kept.shown = pane.IsShown();
         if (pane.IsShown()) kept.size = ToDIP(edge);

@@ -46,10 +46,23 @@ void MainFrame::new_jobs(const std::string& text) {
     }
     NewJobDialog dialog(*this, model_,
                         model_.new_jobs.form_of(links, model_.tree.chosen_category(views_->view())));
-    if (dialog.ShowModal() != wxID_OK || ending_) return;
+    const int ended = dialog.ShowModal();
+    if (ending_ || ended == wxID_CANCEL) return;
+    if (ended == NewJobDialog::show_known) return show_job(dialog.known_job());
+    if (ended == NewJobDialog::open_known) return actions_.open(dialog.known_job());
+    if (ended == NewJobDialog::add_mirrors)
+        return actions_.add_mirrors(dialog.known_job(), dialog.other_links());
     const auto added = actions_.add(dialog.draft());
     host_.turn();
     if (!added.empty()) jobs_->select(added);
+}
+
+// Shows the view that has all jobs, with this one selected.
+void MainFrame::show_job(const Guid& job) {
+    search_->Clear();
+    views_->select(View::of_category(model_.engine.first_category()->identity));
+    jobs_->select({job});
+    jobs_->table().control().SetFocus();
 }
 
 void MainFrame::take_dropped(const Dropped& dropped, const wxPoint& on_screen) {
@@ -80,10 +93,13 @@ void MainFrame::paste() {
     take_dropped(dropped, wxDefaultPosition);
 }
 
-// Once for each text, and never for what was copied here.
+// Once for each text, of the chosen endings, and never for what was copied here.
 void MainFrame::clipboard_changed() {
     if (!host_.settings().flag(setting::watch_clipboard) || IsActive()) return;
-    const Dropped dropped = read_clipboard();
+    Dropped dropped = read_clipboard();
+    dropped.files.clear();
+    dropped.links =
+        links_by_rule(std::move(dropped.links), to_utf8(host_.settings().text(setting::clipboard_endings)));
     if (dropped.links.empty() || dropped.links == last_links_ || asking_) return;
     last_links_ = dropped.links;
     if (copied_text().Contains(ui(dropped.links.front()))) return;

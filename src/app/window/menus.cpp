@@ -12,10 +12,26 @@ namespace {
 
 constexpr auto line = static_cast<Command>(wxID_SEPARATOR);
 
+// The sides on which each pane around the list can stand.
+wxMenu* make_places_menu() {
+    auto* const menu = new wxMenu;
+    int id = command_place_first;
+    for (const FramePane& pane : frame_panes) {
+        auto* const sides = new wxMenu;
+        for (const PaneSide& side : pane_sides) sides->AppendRadioItem(id++, ui(tr(side.title)));
+        menu->AppendSubMenu(sides, words_of(pane.command).label);
+    }
+    return menu;
+}
+
 void fill(wxMenu& menu, std::initializer_list<Command> commands) {
     for (const Command command : commands) {
         if (command == line) {
             menu.AppendSeparator();
+        } else if (command == command_move_to) {
+            menu.Append(command_move_to, ui(tr("&Move to")), new wxMenu);
+        } else if (command == command_place_first) {
+            menu.AppendSubMenu(make_places_menu(), ui(tr("&Places of the panes")));
         } else {
             append(menu, command);
         }
@@ -47,6 +63,7 @@ wxMenuBar* make_menu_bar() {
                           command_open_folder,
                           command_copy_address,
                           command_rename,
+                          command_move_to,
                           line,
                           command_start_over,
                           command_check,
@@ -58,7 +75,7 @@ wxMenuBar* make_menu_bar() {
                           command_select_all,
                           command_properties});
     add(tr("&View"), {command_find, line, command_pane_tools, command_pane_views, command_pane_tabs,
-                      command_pane_speed, command_drop_zone, line, command_columns});
+                      command_pane_speed, command_drop_zone, line, command_columns, command_place_first});
     add(tr("&Tools"),
         {command_limit, command_questions, line, command_combine, command_video_size, line, command_options});
     add(tr("&Help"), {command_about});
@@ -82,13 +99,28 @@ void fill_toolbar(wxToolBar& tools) {
     tools.Realize();
 }
 
-std::unique_ptr<wxMenu> make_jobs_menu(std::unique_ptr<wxMenu> targets) {
+std::unique_ptr<wxMenu> make_jobs_menu() {
     auto menu = std::make_unique<wxMenu>();
-    fill(*menu, {command_open, command_open_folder, command_start, command_stop, line, command_first,
-                 command_earlier, command_later, command_last});
-    menu->AppendSubMenu(targets.release(), ui(tr("&Move to")));
-    fill(*menu, {line, command_copy_address, command_rename, command_start_over, command_check,
-                 command_remove, command_remove_files, command_undo, line, command_properties});
+    fill(*menu, {command_open,
+                 command_open_folder,
+                 command_start,
+                 command_stop,
+                 line,
+                 command_first,
+                 command_earlier,
+                 command_later,
+                 command_last,
+                 command_move_to,
+                 line,
+                 command_copy_address,
+                 command_rename,
+                 command_start_over,
+                 command_check,
+                 command_remove,
+                 command_remove_files,
+                 command_undo,
+                 line,
+                 command_properties});
     return menu;
 }
 

@@ -6,6 +6,9 @@ namespace vantlow {
 
 void NativePane::fill_with(wxWindow& control) {
     filling_ = &control;
+    // GTK gives the control its place before the panel has one of its own, and wants room for headers and
+    // scroll bars from the beginning.
+    SetSize(FromDIP(wxSize(120, 120)));
     auto* const all = new wxBoxSizer(wxVERTICAL);
     all->Add(&control, wxSizerFlags(1).Expand());
     SetSizer(all);

@@ -17,11 +17,12 @@
 #include "app/window/model/translate.h"
 #include "app/window/system.h"
 #include "app/window/words.h"
+#include "platform/desktop.h"
+#include "platform/file.h"
 
 namespace vantlow {
 namespace {
 
-constexpr std::size_t most_previewed = 200;
 constexpr int pause_ms = 600;  // of the typing, before a server is asked
 
 int depth_of(const CClassNode& category) {
@@ -49,13 +50,14 @@ NewJobDialog::NewJobDialog(wxWindow& parent, WindowModel& model, NewJobForm form
     constexpr long shortened = wxST_NO_AUTORESIZE | wxST_ELLIPSIZE_END;
     note_ = new wxStaticText(this, wxID_ANY, wxString(), wxDefaultPosition, wxDefaultSize, shortened);
     all->Add(note_, wxSizerFlags().Expand().Border(wxLEFT | wxRIGHT, FromDIP(10)));
+    build_known(*all);
     says_ = new wxStaticText(this, wxID_ANY, wxString(), wxDefaultPosition, wxDefaultSize, shortened);
     all->Add(says_, wxSizerFlags().Expand().Border(wxLEFT | wxRIGHT | wxTOP, FromDIP(10)));
     build_files(*all);
     build_places(*all);
     build_more(*all);
     all->Add(CreateSeparatedButtonSizer(wxOK | wxCANCEL), wxSizerFlags().Expand().Border(wxALL, FromDIP(8)));
-    name_buttons(*this);
+    finish_dialog(*this);
     ok_ = dynamic_cast<wxButton*>(FindWindow(wxID_OK));
     if (ok_ != nullptr) ok_->SetLabel(ui(tr("&Download")));
     SetSizerAndFit(all);
@@ -69,9 +71,28 @@ NewJobDialog::NewJobDialog(wxWindow& parent, WindowModel& model, NewJobForm form
         inquiry_ = model_.new_jobs.inquire(form_, [this] { CallAfter([this] { look_at_server(); }); });
         look_at_server();
     });
+    space_pause_.Bind(wxEVT_TIMER, [this](wxTimerEvent&) {
+        const auto space = free_space(space_of_);
+        space_->SetLabel(space ? ui(fill(tr("%1 free"), {size_text(*space)})) : wxString());
+    });
     addresses_->SetFocus();
     addresses_->SetInsertionPointEnd();
     look();
+}
+
+void NewJobDialog::build_known(wxSizer& all) {
+    auto* const row = new wxBoxSizer(wxHORIZONTAL);
+    const auto add = [this, row](Result result, const std::string& label) {
+        auto* const button = new wxButton(this, wxID_ANY, ui(label));
+        button->Bind(wxEVT_BUTTON, [this, result](wxCommandEvent&) { EndModal(result); });
+        button->Hide();
+        row->Add(button, wxSizerFlags().Border(wxRIGHT | wxTOP, FromDIP(6)));
+        of_known_[result] = button;
+    };
+    add(show_known, tr("Show it"));
+    add(open_known, tr("Open the file"));
+    add(add_mirrors, tr("Add the others as its mirrors"));
+    all.Add(row, wxSizerFlags().Border(wxLEFT, FromDIP(10)));
 }
 
 void NewJobDialog::build_files(wxSizer& all) {
@@ -103,6 +124,10 @@ void NewJobDialog::build_places(wxSizer& all) {
     });
     grid->Add(category_, wxSizerFlags().Expand());
     folder_ = add_folder(*this, *grid, ui(tr("&Folder:")), form_.folder, model_.new_jobs.folder_of(form_));
+    grid->AddSpacer(0);
+    space_ =
+        new wxStaticText(this, wxID_ANY, wxString(), wxDefaultPosition, wxDefaultSize, wxST_NO_AUTORESIZE);
+    grid->Add(space_, wxSizerFlags().Expand());
     name_ = add_text(*this, *grid, ui(tr("&Name:")), ui(to_utf8(form_.name)));
     name_->SetHint(ui(tr("as the server names it")));
     grid->Add(new wxStaticText(this, wxID_ANY, ui(tr("C&onnections:"))), wxSizerFlags().CentreVertical());
@@ -229,24 +254,53 @@ void NewJobDialog::look_at_server() {
 
 void NewJobDialog::look_at_places() {
     folder_->SetHint(ui(shown(model_.new_jobs.folder_of(form_))));
-    note_->SetLabel(note());
+    const auto known = model_.new_jobs.known(form_);
+    note_->SetLabel(note(known));
+    look_at_known(known);
+    look_at_space();
+}
+
+// A folder of another machine may take long to answer: it is asked when the typing pauses.
+void NewJobDialog::look_at_space() {
+    const std::u16string folder = model_.new_jobs.folder_of(form_);
+    if (folder == space_of_ || absolute_path(folder) != folder) return;
+    space_of_ = folder;
+    space_pause_.StartOnce(IsShown() ? pause_ms : 1);
+}
+
+void NewJobDialog::look_at_known(const std::vector<KnownAddress>& known) {
+    const bool is_one = known.size() == 1;
+    known_job_ = is_one ? known.front().job : Guid();
+    other_links_.clear();
+    if (is_one) {
+        other_links_ = model_.new_jobs.preview(form_, most_pattern_links);
+        std::erase(other_links_, known.front().link);
+    }
+    bool changed = false;
+    for (const auto& [result, button] : of_known_) {
+        const bool fits = result == show_known   ? is_one
+                          : result == open_known ? is_one && known.front().state == JobState::finished
+                                                 : !other_links_.empty();
+        changed = button->Show(fits) || changed;
+    }
+    if (!changed) return;
+    Layout();
+    Fit();
 }
 
 // Says what is wrong, or what will be done, while it is typed.
-wxString NewJobDialog::note() const {
+wxString NewJobDialog::note(const std::vector<KnownAddress>& known) const {
     const auto faults = model_.new_jobs.check(form_);
     const bool is_empty = faults.size() == 1 && faults.front().kind == FormFault::Kind::empty;
     if (is_empty) return ui(tr("Enter or paste the addresses of files."));
     if (!faults.empty()) return as_label(sentence_of(faults.front()));
-    const auto known = model_.new_jobs.known(form_);
     if (!known.empty()) {
         return as_label(
             fill(tr("\"%1\" is in the list already: it would be downloaded again."), {known.front().link}));
     }
-    const auto links = model_.new_jobs.preview(form_, most_previewed);
+    const auto links = model_.new_jobs.preview(form_, most_pattern_links);
     if (links.size() < 2) return as_label(fill(tr("Goes to %1"), {shown(model_.new_jobs.folder_of(form_))}));
-    std::string count = trn("%1 address", "%1 addresses", static_cast<std::int64_t>(links.size()));
-    if (links.size() >= most_previewed) count += "+";
+    const std::string count = trn("%1 address", "%1 addresses", static_cast<std::int64_t>(links.size()));
     return as_label(count + ": " + links[0] + ", " + links[1] +
                     (links.size() > 2 ? ", ..., " + links.back() : std::string()));
 }

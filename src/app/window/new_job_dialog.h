@@ -5,6 +5,10 @@
 #include <wx/timer.h>
 
 #include <functional>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
 
 #include "app/window/model/window_model.h"
 
@@ -13,7 +17,6 @@ class wxCheckBox;
 class wxCheckListBox;
 class wxChoice;
 class wxCollapsiblePane;
-class wxDirPickerCtrl;
 class wxSpinCtrl;
 class wxStaticText;
 class wxTextCtrl;
@@ -23,20 +26,28 @@ namespace vantlow {
 class NewJobDialog : public wxDialog {
   public:
     NewJobDialog(wxWindow& parent, WindowModel& model, NewJobForm form);
+    /// The results of ShowModal() beside wxID_OK and wxID_CANCEL, about a job that has the address already.
+    enum Result : int { show_known = wxID_HIGHEST + 3000, open_known, add_mirrors };
     /// The draft, once the dialog ended with wxID_OK.
     [[nodiscard]] JobDraft draft() const { return model_.new_jobs.draft_of(form_); }
+    [[nodiscard]] const Guid& known_job() const noexcept { return known_job_; }
+    /// The addresses that are no job's, for add_mirrors.
+    [[nodiscard]] const std::vector<std::string>& other_links() const noexcept { return other_links_; }
 
   private:
     void build_places(wxSizer& all);
     void build_more(wxSizer& all);
     void build_files(wxSizer& all);
+    void build_known(wxSizer& all);
     void read();
     void look_at_files();
     void look_at_category();
     void look_at_server();
     void look_at_places();
+    void look_at_known(const std::vector<KnownAddress>& known);
+    void look_at_space();
     void look();
-    [[nodiscard]] wxString note() const;
+    [[nodiscard]] wxString note(const std::vector<KnownAddress>& known) const;
 
     WindowModel& model_;
     NewJobForm form_;
@@ -44,6 +55,10 @@ class NewJobDialog : public wxDialog {
     wxTextCtrl* addresses_ = nullptr;
     wxStaticText* note_ = nullptr;
     wxStaticText* says_ = nullptr;          ///< the server, about the only address
+    wxStaticText* space_ = nullptr;         ///< the free space of the folder
+    std::map<Result, wxButton*> of_known_;  ///< there while a job has the address already
+    Guid known_job_;
+    std::vector<std::string> other_links_;
     wxCheckListBox* files_ = nullptr;       ///< there while the files of a torrent are known
     std::vector<TorrentEntry> files_seen_;  ///< that stand in it
     wxChoice* category_ = nullptr;
@@ -66,6 +81,8 @@ class NewJobDialog : public wxDialog {
     wxButton* ok_ = nullptr;
     std::string question_;  ///< that the server was asked, or will be when the typing pauses
     wxTimer pause_;
+    std::u16string space_of_;  ///< the folder whose space is shown, or will be when the typing pauses
+    wxTimer space_pause_;
     std::unique_ptr<Inquiry> inquiry_;  ///< last: its thread calls this dialog
 };
 

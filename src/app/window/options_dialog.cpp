@@ -39,18 +39,14 @@ wxColour quiet_ink() {
 
 }  // namespace
 
-OptionsDialog::OptionsDialog(wxWindow& parent, SettingPages& pages,
-                             std::function<void(const std::string&)> changed)
+OptionsDialog::OptionsDialog(wxWindow& parent, SettingPages& pages)
     : wxDialog(&parent, wxID_ANY, ui(tr("Options")), wxDefaultPosition, wxDefaultSize,
                wxDEFAULT_DIALOG_STYLE | wxRESIZE_BORDER),
       settings_(pages),
-      changed_(std::move(changed)),
       pages_(pages.pages()) {
     auto* const left = new wxBoxSizer(wxVERTICAL);
-    search_ = new wxSearchCtrl(this, wxID_ANY);
-    search_->SetDescriptiveText(ui(tr("Search the options")));
-    name_for_readers(*search_, ui(tr("Search the options")));
-    search_->ShowCancelButton(true);
+    search_ = make_search(*this, ui(tr("Search the options")), ui(tr("Search the options")),
+                          [this] { show_page(); });
     left->Add(search_, wxSizerFlags().Expand().Border(wxBOTTOM, FromDIP(6)));
     titles_ = new wxListBox(this, wxID_ANY);
     name_for_readers(*titles_, ui(tr("Pages")));
@@ -67,15 +63,15 @@ OptionsDialog::OptionsDialog(wxWindow& parent, SettingPages& pages,
     auto* const all = new wxBoxSizer(wxVERTICAL);
     all->Add(both, wxSizerFlags(1).Expand());
     all->Add(CreateSeparatedButtonSizer(wxCLOSE), wxSizerFlags().Expand().Border(wxALL, FromDIP(8)));
-    name_buttons(*this);
+    finish_dialog(*this);
     SetSizerAndFit(all);
     CentreOnParent();
     SetEscapeId(wxID_CLOSE);
     titles_->Bind(wxEVT_LISTBOX, [this](wxCommandEvent&) {
         search_->ChangeValue(wxString());
+        search_->ShowCancelButton(false);
         show_page();
     });
-    search_->Bind(wxEVT_TEXT, [this](wxCommandEvent&) { show_page(); });
     if (!pages_.empty()) titles_->SetSelection(0);
     show_page();
     titles_->SetFocus();
@@ -90,16 +86,21 @@ void OptionsDialog::show_page() {
 }
 
 void OptionsDialog::show_lines(const std::vector<SettingLine>& lines) {
+    inquiry_.reset();
+    test_says_ = nullptr;
     room_->Freeze();
     room_->DestroyChildren();
     auto* const all = new wxBoxSizer(wxVERTICAL);
     for (const SettingLine& line : lines) add_line(*all, line);
     if (lines.empty()) all->Add(new wxStaticText(room_, wxID_ANY, ui(tr("No option holds these words."))));
-    room_->SetSizer(all);
+    auto* const beside_scroll_bar = new wxBoxSizer(wxVERTICAL);
+    beside_scroll_bar->Add(all, wxSizerFlags(1).Expand().Border(wxRIGHT, FromDIP(8)));
+    room_->SetSizer(beside_scroll_bar);
     room_->FitInside();
     room_->Layout();  // once more where a scroll bar has come or gone
     room_->Scroll(0, 0);
     room_->Thaw();
+    room_->Refresh();  // Windows leaves what stood there where a field became narrower
 }
 
 void OptionsDialog::add_line(wxSizer& all, const SettingLine& line) {
@@ -134,16 +135,45 @@ void OptionsDialog::add_line(wxSizer& all, const SettingLine& line) {
         back->SetToolTip(ui(tr("Go back to the default")));
         back->Bind(wxEVT_BUTTON, [this, name = line.setting.name()](wxCommandEvent&) {
             settings_.unset(name);
-            changed_(name);
             CallAfter([this] { show_page(); });
         });
         row->Add(back, wxSizerFlags().CentreVertical().Border(wxLEFT, FromDIP(6)));
     }
     all.Add(row, wxSizerFlags().Expand().Border(wxTOP, FromDIP(2)));
-    auto* const help = new wxStaticText(room_, wxID_ANY, as_label(line.help));
+    if (!line.help.empty()) add_help(all, as_label(line.help));
+    if (line.setting.name() == "Connection/Proxy") add_proxy_test(*row, all);
+    all.AddSpacer(FromDIP(10));
+}
+
+void OptionsDialog::add_help(wxSizer& all, const wxString& text) {
+    auto* const help = new wxStaticText(room_, wxID_ANY, text);
     help->SetForegroundColour(quiet_ink());
     help->Wrap(FromDIP(wrapped_at));
-    all.Add(help, wxSizerFlags().Expand().Border(wxBOTTOM, FromDIP(10)));
+    all.Add(help, wxSizerFlags().Expand());
+}
+
+// The proxy is tested as it is set, which a field that loses the focus has done.
+void OptionsDialog::add_proxy_test(wxSizer& row, wxSizer& all) {
+    auto* const test = new wxButton(room_, wxID_ANY, ui(tr("Test")));
+    test_says_ = new wxStaticText(room_, wxID_ANY, wxString());
+    row.Add(test, wxSizerFlags().Border(wxLEFT, FromDIP(6)));
+    all.Add(test_says_, wxSizerFlags().Expand().Border(wxTOP, FromDIP(4)));
+    test->Bind(wxEVT_BUTTON, [this](wxCommandEvent&) {
+        asked_ = std::chrono::steady_clock::now();
+        inquiry_ = settings_.test_proxy([this] { CallAfter([this] { show_proxy_test(); }); });
+        show_proxy_test();
+    });
+}
+
+void OptionsDialog::show_proxy_test() {
+    if (test_says_ == nullptr) return;
+    const auto answer = inquiry_ ? inquiry_->answer() : std::nullopt;
+    const auto elapsed =
+        std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - asked_);
+    test_says_->SetLabel(as_label(SettingPages::sentence_of_test(answer, elapsed)));
+    test_says_->Wrap(FromDIP(wrapped_at));
+    room_->FitInside();
+    room_->Layout();
 }
 
 wxWindow* OptionsDialog::make_editor(const SettingLine& line) {
@@ -193,7 +223,7 @@ wxWindow* OptionsDialog::make_editor(const SettingLine& line) {
 
 void OptionsDialog::set(const SettingLine& line, const std::string& value) {
     const SettingPages::Fault fault = settings_.set(line.setting.name(), value);
-    if (fault == SettingPages::Fault::none) return changed_(line.setting.name());
+    if (fault == SettingPages::Fault::none) return;
     wxString text = ui(sentence_of(fault));
     CallAfter([this, text, label = ui(line.label)] {
         tell(*this, ui(tr("Options")), label + "\n\n" + text);

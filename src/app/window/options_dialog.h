@@ -3,7 +3,7 @@
 
 #include <wx/dialog.h>
 
-#include <functional>
+#include <chrono>
 #include <memory>
 #include <string>
 #include <vector>
@@ -14,27 +14,32 @@
 class wxListBox;
 class wxSearchCtrl;
 class wxScrolledWindow;
+class wxStaticText;
 
 namespace vantlow {
 
 class OptionsDialog : public wxDialog {
   public:
-    /// `changed` hears the name of a setting that was changed ("Section/Key").
-    OptionsDialog(wxWindow& parent, SettingPages& pages, std::function<void(const std::string&)> changed);
+    OptionsDialog(wxWindow& parent, SettingPages& pages);
 
   private:
     void show_page();
     void show_lines(const std::vector<SettingLine>& lines);
     void add_line(wxSizer& all, const SettingLine& line);
+    void add_help(wxSizer& all, const wxString& text);
+    void add_proxy_test(wxSizer& row, wxSizer& all);
+    void show_proxy_test();
     wxWindow* make_editor(const SettingLine& line);
     void set(const SettingLine& line, const std::string& value);
 
     SettingPages& settings_;
-    std::function<void(const std::string&)> changed_;
     std::vector<SettingPage> pages_;
     wxListBox* titles_ = nullptr;
     wxSearchCtrl* search_ = nullptr;
     wxScrolledWindow* room_ = nullptr;
+    wxStaticText* test_says_ = nullptr;              ///< there while the page with the proxy is
+    std::chrono::steady_clock::time_point asked_{};  ///< when the test of the proxy began
+    std::unique_ptr<Inquiry> inquiry_;               ///< last: its thread calls this dialog
 };
 
 }  // namespace vantlow

@@ -1,5 +1,7 @@
 #include "app/window/pictures.h"
 
+#include <wx/icon.h>
+
 #include <string>
 
 namespace vantlow {
@@ -57,6 +59,15 @@ Drawing drawing_of(Picture which) {
 
 wxBitmapBundle picture(Picture which, int edge) {
     return drawn(drawing_of(which), edge);
+}
+
+wxIconBundle program_icons() {
+    wxIconBundle icons;
+    for (const int edge : {16, 20, 24, 32, 48, 64}) {
+        const wxSize size(edge, edge);
+        icons.AddIcon(picture(Picture::program, edge).GetIcon(size));
+    }
+    return icons;
 }
 
 std::vector<wxBitmapBundle> row_signs() {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <wx/bmpbndl.h>
+#include <wx/iconbndl.h>
 
 #include <vector>
 
@@ -28,6 +29,9 @@ enum class Picture {
 
 /// `edge`: device-independent pixels.
 wxBitmapBundle picture(Picture which, int edge = 16);
+
+/// The program's own sign, for title bars and lists of windows, in each size that those ask for.
+wxIconBundle program_icons();
 
 /// The signs in front of rows, by RowSign. Their shapes differ, not only their colours.
 std::vector<wxBitmapBundle> row_signs();

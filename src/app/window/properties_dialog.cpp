@@ -77,7 +77,7 @@ PropertiesDialog::PropertiesDialog(wxWindow& parent, JobProperties& properties, 
         new wxStaticText(this, wxID_ANY, wxString(), wxDefaultPosition, wxDefaultSize, wxST_ELLIPSIZE_END);
     all->Add(note_, wxSizerFlags().Expand().Border(wxALL, FromDIP(10)));
     all->Add(CreateSeparatedButtonSizer(wxOK | wxCANCEL), wxSizerFlags().Expand().Border(wxALL, FromDIP(8)));
-    name_buttons(*this);
+    finish_dialog(*this);
     look();
     SetSizerAndFit(all);
     CentreOnParent();

@@ -3,6 +3,7 @@
 
 #include <functional>
 #include <optional>
+#include <string>
 
 #include "engine/questions.h"
 
@@ -11,8 +12,9 @@ class wxWindow;
 namespace vantlow {
 
 /// Asks. None where the dialog was closed without an answer: the question stays open for others, and for its
-/// default. `gone` is looked at while it is open: true when somebody else has answered meanwhile.
-std::optional<QuestionAnswer> ask(wxWindow& parent, const Question& question,
+/// default. `user` is the name that was refused; it may be empty. `gone` is looked at while the dialog is
+/// open: true when somebody else has answered meanwhile.
+std::optional<QuestionAnswer> ask(wxWindow& parent, const Question& question, const std::u16string& user,
                                   const std::function<bool()>& gone);
 
 }  // namespace vantlow

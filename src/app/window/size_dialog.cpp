@@ -33,7 +33,7 @@ CFixVideoSizeDlg::CFixVideoSizeDlg(wxWindow& parent, const std::u16string& path,
     height_ = add(tr("&Height, pixels:"), height);
     all->Add(grid, wxSizerFlags().Border(wxLEFT | wxRIGHT, FromDIP(10)));
     all->Add(CreateSeparatedButtonSizer(wxOK | wxCANCEL), wxSizerFlags().Expand().Border(wxALL, FromDIP(8)));
-    name_buttons(*this);
+    finish_dialog(*this);
     SetSizerAndFit(all);
     CentreOnParent();
 }

@@ -2,7 +2,7 @@
 // only files of the window that know them.
 #pragma once
 
-#include <wx/window.h>
+#include <wx/toplevel.h>
 
 #include <functional>
 #include <memory>
@@ -17,6 +17,10 @@ namespace vantlow {
 void make_rows_equal(wxWindow& table, bool clickable);
 /// GTK: the sign of order in a header.
 void show_column_order(wxWindow& table, int position, bool shown, bool descending);
+
+/// GTK: lays out a window that is about to be shown for the first time. Else its parts get their first places
+/// within a single pixel, of which GTK complains.
+void lay_out_before_show(wxTopLevelWindow& window);
 
 /// Gives a control the name by which screen readers call it; the toolkit's own is none for GTK.
 void name_for_readers(wxWindow& control, const wxString& name);

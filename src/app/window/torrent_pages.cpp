@@ -97,7 +97,7 @@ void TorrentRows::add_trackers() {
     const Guid job = job_;
     wxTextEntryDialog dialog(table_, ui(tr("Addresses of trackers, one in each line:")), ui(tr("Trackers")),
                              wxString(), wxOK | wxCANCEL | wxCENTRE | wxTE_MULTILINE);
-    name_buttons(dialog);
+    finish_dialog(dialog);
     if (dialog.ShowModal() != wxID_OK) return;
     std::vector<std::string> trackers = model_.engine.trackers(job);
     const std::string text = utf8_of(dialog.GetValue());

@@ -9,7 +9,9 @@ namespace vantlow {
 
 Tray::Tray(std::function<void(Command)> give) : give_(std::move(give)) {
     SetIcon(picture(Picture::program, 16), "Vantlow");
-    Bind(wxEVT_TASKBAR_LEFT_UP, [this](wxTaskBarIconEvent&) { give_(command_show); });
+    // GTK tells of a click on the sign as of a double one, and of nothing else.
+    for (const auto& click : {wxEVT_TASKBAR_LEFT_UP, wxEVT_TASKBAR_LEFT_DCLICK})
+        Bind(click, [this](wxTaskBarIconEvent&) { give_(command_show); });
     Bind(wxEVT_MENU, [this](wxCommandEvent& event) { give_(static_cast<Command>(event.GetId())); });
 }
 

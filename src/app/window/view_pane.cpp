@@ -9,7 +9,7 @@
 namespace vantlow {
 namespace {
 
-enum NodePicture { folder_node, state_node, kind_node, day_node };
+enum NodePicture { folder_node, state_node, kind_node, day_node, first_sign };
 
 int picture_of(const ViewNode& node, const std::vector<ViewNode>& nodes) {
     const ViewNode* one = &node;
@@ -19,7 +19,7 @@ int picture_of(const ViewNode& node, const std::vector<ViewNode>& nodes) {
     if (!one->view) return folder_node;
     switch (one->view->what) {
         case View::What::state:
-            return state_node;
+            return one == &node ? first_sign + static_cast<int>(sign_of(one->view->state)) : state_node;
         case View::What::kind:
             return kind_node;
         case View::What::day:
@@ -44,10 +44,10 @@ ViewPane::ViewPane(wxWindow* parent, ViewTree& tree, Events events)
     of_tree.menu = [this] {
         if (events_.menu) events_.menu();
     };
-    pane_ = new TreePane(
-        this, ui(tr("Categories")),
-        {picture(Picture::folder), picture(Picture::clock), picture(Picture::kind), picture(Picture::day)},
-        std::move(of_tree));
+    std::vector<wxBitmapBundle> pictures{picture(Picture::folder), picture(Picture::clock),
+                                         picture(Picture::kind), picture(Picture::day)};
+    for (const wxBitmapBundle& sign : row_signs()) pictures.push_back(sign);
+    pane_ = new TreePane(this, ui(tr("Categories")), pictures, std::move(of_tree));
     auto* const all = new wxBoxSizer(wxVERTICAL);
     all->Add(pane_, wxSizerFlags(1).Expand());
     SetSizer(all);

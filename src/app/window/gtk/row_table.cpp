@@ -18,9 +18,7 @@ class Model : public wxDataViewVirtualListModel {
   public:
     using Checked = std::function<void(std::size_t, bool)>;
     Model(const RowSource& source, const std::vector<wxBitmapBundle>& pictures, Checked checked)
-        : source_(source),
-          pictures_(pictures),
-          checked_(std::move(checked)) {}
+        : source_(source), pictures_(pictures), checked_(std::move(checked)) {}
 
     std::vector<TableColumn> columns;
 

@@ -2,6 +2,7 @@
 
 #include <gtk/gtk.h>
 
+#include <algorithm>
 #include <clocale>
 
 #include <wx/dataview.h>
@@ -53,6 +54,15 @@ void show_column_order(wxWindow& table, int position, bool shown, bool descendin
     if (column == nullptr) return;
     gtk_tree_view_column_set_sort_indicator(column, shown ? TRUE : FALSE);
     gtk_tree_view_column_set_sort_order(column, descending ? GTK_SORT_DESCENDING : GTK_SORT_ASCENDING);
+}
+
+void lay_out_before_show(wxTopLevelWindow& window) {
+    auto* const widget = static_cast<GtkWidget*>(window.GetHandle());
+    const wxSize size = window.GetSize();
+    GtkRequisition least;
+    gtk_widget_get_preferred_size(widget, &least, nullptr);
+    GtkAllocation room{0, 0, std::max(size.x, least.width), std::max(size.y, least.height)};
+    gtk_widget_size_allocate(widget, &room);
 }
 
 void name_for_readers(wxWindow& control, const wxString& name) {

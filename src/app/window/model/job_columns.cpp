@@ -17,10 +17,20 @@ std::u16string_view last_name(std::u16string_view path) noexcept {
     return at == std::u16string_view::npos ? path : path.substr(at + 1);
 }
 
-// The file's name, or what it was asked to be, or the address while neither is known.
+// The last part of an address that names a file by it; else the address.
+std::u16string_view name_in_address(std::u16string_view address) noexcept {
+    constexpr std::u16string_view schemes[] = {u"http://", u"https://", u"ftp://", u"ftps://", u"sftp://"};
+    const auto* const scheme =
+        std::ranges::find_if(schemes, [&](std::u16string_view one) { return istarts_with(address, one); });
+    if (scheme == std::end(schemes) || address.find(u'?') != std::u16string_view::npos) return address;
+    const auto at = address.find_last_of(u'/');
+    return at >= scheme->size() && at + 1 < address.size() ? address.substr(at + 1) : address;
+}
+
+// The file's name, or what it was asked to be, or what the address names while neither is known.
 std::u16string_view name_in(const CJobNode& job, std::u16string_view path) noexcept {
     if (const auto name = last_name(path); !name.empty()) return name;
-    return job.file_name.empty() ? std::u16string_view(job.address) : std::u16string_view(job.file_name);
+    return job.file_name.empty() ? name_in_address(job.address) : std::u16string_view(job.file_name);
 }
 
 std::u16string_view path_in(const CJobNode& job, const LiveJob* live) noexcept {
@@ -46,19 +56,8 @@ std::int64_t share_in(const CJobNode& job, const LiveJob* live) noexcept {
 
 RowSign sign_in(const CJobNode& job, const LiveJob* live) noexcept {
     if (live != nullptr && live->awaits_place) return RowSign::waiting;
-    switch (job.state) {
-        case JobState::running:
-            return live != nullptr && !live->waits.empty() ? RowSign::held_up : RowSign::running;
-        case JobState::stopped:
-            return RowSign::stopped;
-        case JobState::finished:
-            return RowSign::finished;
-        case JobState::failed:
-            return RowSign::failed;
-        case JobState::waiting:
-            break;
-    }
-    return RowSign::waiting;
+    const bool is_held_up = job.state == JobState::running && live != nullptr && !live->waits.empty();
+    return is_held_up ? RowSign::held_up : sign_of(job.state);
 }
 
 void append_number(std::int64_t value, std::string& key) {
@@ -124,7 +123,7 @@ const std::array<ColumnFacts, column_count>& column_table() {
         {Column::speed, "speed", to_translate("Speed"), 12, true, true, true},
         {Column::left, "left", to_translate("Time left"), 10, true, true, true},
         {Column::state, "state", to_translate("State"), 12, false, true, false},
-        {Column::category, "category", to_translate("Category"), 16, false, true, false},
+        {Column::category, "category", to_translate("Category"), 14, false, true, false},
         {Column::added, "added", to_translate("Added"), 16, false, true, false},
         {Column::finished, "finished", to_translate("Finished"), 16, false, false, false},
         {Column::address, "address", to_translate("Address"), 40, false, false, false},
@@ -138,6 +137,22 @@ const std::array<ColumnFacts, column_count>& column_table() {
     return table;
 }
 
+RowSign sign_of(JobState state) noexcept {
+    switch (state) {
+        case JobState::running:
+            return RowSign::running;
+        case JobState::stopped:
+            return RowSign::stopped;
+        case JobState::finished:
+            return RowSign::finished;
+        case JobState::failed:
+            return RowSign::failed;
+        case JobState::waiting:
+            break;
+    }
+    return RowSign::waiting;
+}
+
 const ColumnFacts& facts_of(Column column) {
     return column_table()[static_cast<std::size_t>(column)];
 }
@@ -145,8 +160,11 @@ const ColumnFacts& facts_of(Column column) {
 std::string RowFacts::cell(Column column) const {
     switch (column) {
         case Column::name: {
-            const std::u16string_view name = name_in(job, path_in(job, live));
-            return name.data() == job.address.data() ? printable(JobView::address_of(job)) : shown(name);
+            const std::u16string_view path = path_in(job, live);
+            if (!last_name(path).empty() || !job.file_name.empty()) return shown(name_in(job, path));
+            const std::u16string_view name = name_in_address(job.address);
+            return name.size() == job.address.size() ? printable(JobView::address_of(job))
+                                                     : printable(percent_decode(to_utf8(name)));
         }
         case Column::size:
             return size_text(size_in(job, live));

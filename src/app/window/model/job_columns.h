@@ -56,6 +56,9 @@ struct SortKey {
 /// The symbol in front of a row; its text is state_text() of the same.
 enum class RowSign : std::uint8_t { waiting, running, held_up, stopped, finished, failed };
 
+/// The symbol of a state of which nothing more is known.
+RowSign sign_of(JobState state) noexcept;
+
 /// One job as its row shows it. Made when the row is drawn; the records outlive it.
 struct RowFacts {
     const CJobNode& job;

@@ -8,6 +8,7 @@
 #include <unordered_set>
 
 #include "base/text.h"
+#include "engine/category_rules.h"
 #include "engine/kinds.h"
 #include "store/address.h"
 #include "transfer/http/head.h"
@@ -293,6 +294,25 @@ std::vector<std::string> links_in_html(std::string_view html, std::string_view b
         list.add(joined(*link, site));
     }
     return list.take();
+}
+
+std::vector<std::string> links_in_shortcut(std::string_view text) {
+    constexpr std::string_view key = "URL=";
+    LinkList list;
+    for (std::string_view line : split(text.substr(0, longest_text), '\n')) {
+        if (line.ends_with('\r')) line.remove_suffix(1);
+        if (istarts_with(line, key)) list.add(std::string(trim(line.substr(key.size()))));
+    }
+    return list.take();
+}
+
+std::vector<std::string> links_by_rule(std::vector<std::string> links, std::string_view rule) {
+    const auto read = parse_category_rule(rule);
+    if (!read || (read->endings.empty() && read->hosts.empty())) return links;
+    std::erase_if(links, [&read](const std::string& link) {
+        return !category_by({*read}, to_utf16(link), {}).has_value();
+    });
+    return links;
 }
 
 PatternLinks expand_patterns(std::string_view address, std::size_t at_most) {

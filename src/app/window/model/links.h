@@ -17,6 +17,13 @@ std::vector<std::string> links_in_text(std::string_view text);
 /// it is not empty. The header of the Windows clipboard format "HTML Format" is read for its base.
 std::vector<std::string> links_in_html(std::string_view html, std::string_view base = {});
 
+/// The link of a file that is nothing but one: an internet shortcut of Windows (".url"), or a desktop entry
+/// of the type Link (Desktop Entry Specification 1.5). Empty where it holds none that can be fetched.
+std::vector<std::string> links_in_shortcut(std::string_view text);
+/// The links that have one of these endings or servers (parse_category_rule(), engine/category_rules.h); all
+/// of them where the rule is empty or cannot be read.
+std::vector<std::string> links_by_rule(std::vector<std::string> links, std::string_view rule);
+
 /// An address with patterns: "[1-20]", "[001-100]" (leading zeros are kept), "[0-100:10]" (a step),
 /// "[a-z]", "[A-Z]". Several patterns make all combinations, the last one counting fastest. Brackets that
 /// are no pattern, as of IPv6 addresses, stay as they are.

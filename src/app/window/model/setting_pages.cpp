@@ -4,6 +4,7 @@
 #include <array>
 #include <utility>
 
+#include "app/terminal/display_text.h"
 #include "app/window/model/texts.h"
 #include "app/window/model/translate.h"
 #include "base/text.h"
@@ -22,7 +23,8 @@ struct PageFacts {
 constexpr std::array pages_by_subject{
     PageFacts{to_translate("General"), "Settings;Others;Window",
               "Settings/Language;Settings/DataFolder;Others/Start "
-              "All;Others/BackupTo;Performance/SaveDatabaseInterval"},
+              "All;Others/BackupTo;Performance/SaveDatabaseInterval;Window/WatchClipboard;"
+              "Window/ClipboardEndings"},
     PageFacts{to_translate("Downloads"), "Download",
               "Performance/MaxJobs;Download/Resume;Download/FileOverwriteRule;Download/MoveCompleted"},
     PageFacts{to_translate("Schedule"), "Schedule", "Schedule/Week;Schedule/StartTime;Schedule/StopTime"},
@@ -36,7 +38,7 @@ constexpr std::array pages_by_subject{
     PageFacts{to_translate("FTP"), "Transfer", "Logs/TraceLIST"},
     PageFacts{to_translate("BitTorrent"), "Torrent", ""},
     PageFacts{to_translate("Files and links"), "Monitor", ""},
-    PageFacts{to_translate("Dial-up"), "Dial Up", ""},
+    PageFacts{to_translate("Dial-up"), "Dial Up", "Dial Up/Entry;Dial Up/Username"},
     PageFacts{to_translate("Buffers"), "Performance", ""},
     PageFacts{to_translate("Confirmations"), "Confirmation", ""},
     PageFacts{to_translate("Other"), "", ""},
@@ -96,17 +98,6 @@ std::vector<std::pair<std::string, std::string>> choices_of(std::string_view nam
                 {"2", tr("Encrypted only")},
                 {"3", tr("Both")}};
     return {};
-}
-
-// Latin letters alone have a form for the beginning of a line that the text of a setting lacks.
-std::string as_heading(std::string text) {
-    const auto at = [&text](std::size_t i) { return static_cast<unsigned char>(text[i]); };
-    if (!text.empty() && at(0) >= 'a' && at(0) <= 'z') {
-        text[0] = static_cast<char>(at(0) - ('a' - 'A'));
-    } else if (text.size() > 1 && at(0) == 0xC3 && at(1) >= 0xA0 && at(1) <= 0xBE && at(1) != 0xB7) {
-        text[1] = static_cast<char>(at(1) - 0x20);  // U+00E0 to U+00FE
-    }
-    return text;
 }
 
 // Leaves out of a label what its editor shows by itself: the number that switches a switch on in front, and
@@ -195,6 +186,7 @@ SettingPages::Fault SettingPages::set(std::string_view name, std::string_view va
     const auto setting = find_setting(name);
     if (!setting) return Fault::unknown;
     if (is_time_of_day(*setting) && !parse_time_of_day(value)) return Fault::no_time;
+    if (setting->name() == "Window/ClipboardEndings" && !parse_category_rule(value)) return Fault::no_rule;
     if (setting->is_number) {
         const auto number = read_setting_number(to_utf16(value));
         if (!number) return Fault::no_number;
@@ -218,6 +210,20 @@ SettingPages::Fault SettingPages::unset(std::string_view name) {
     return Fault::none;
 }
 
+std::unique_ptr<Inquiry> SettingPages::test_proxy(std::function<void()> wake) const {
+    JobDraft draft;
+    draft.links = {"http://www.example.com/"};  // reserved for such uses (RFC 2606)
+    return engine_.inquire(draft, std::move(wake));
+}
+
+std::string SettingPages::sentence_of_test(const std::optional<ServerSays>& answer,
+                                           std::chrono::milliseconds elapsed) {
+    if (!answer) return tr("The proxy is being tested ...");
+    if (!answer->result.ok())
+        return fill(tr("This way nothing can be fetched: %1"), {printable(answer->result.message())});
+    return fill(tr("This way works; the answer took %1 ms."), {std::to_string(elapsed.count())});
+}
+
 std::string sentence_of(SettingPages::Fault fault) {
     using Fault = SettingPages::Fault;
     switch (fault) {
@@ -229,6 +235,8 @@ std::string sentence_of(SettingPages::Fault fault) {
             return tr("This setting takes a number.");
         case Fault::no_time:
             return tr("This setting takes a time of day (22:00).");
+        case Fault::no_rule:
+            return tr("This setting takes endings and servers, such as \".iso .tar.gz example.org\".");
         case Fault::out_of_bounds:
             return tr("The number is out of its bounds.");
         case Fault::not_written:

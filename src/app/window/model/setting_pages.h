@@ -1,8 +1,10 @@
 // The options dialog without the dialog: every setting, by subject.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -55,11 +57,25 @@ class SettingPages {
     /// ignored.
     [[nodiscard]] std::vector<SettingLine> find(std::string_view text) const;
 
-    enum class Fault : std::uint8_t { none, unknown, no_number, no_time, out_of_bounds, not_written };
+    enum class Fault : std::uint8_t {
+        none,
+        unknown,
+        no_number,
+        no_time,
+        no_rule,
+        out_of_bounds,
+        not_written
+    };
     /// Sets a value (UTF-8) of "Section/Key". Nothing is set but with `none`.
     Fault set(std::string_view name, std::string_view value);
     /// Goes back to the default.
     Fault unset(std::string_view name);
+    /// Asks a server of the internet for an answer through the proxy that is set; `wake` as in Inquiry. Null
+    /// where nothing runs.
+    [[nodiscard]] std::unique_ptr<Inquiry> test_proxy(std::function<void()> wake) const;
+    /// A sentence on the answer, which took so long; none: it is not there yet.
+    static std::string sentence_of_test(const std::optional<ServerSays>& answer,
+                                        std::chrono::milliseconds elapsed);
 
   private:
     [[nodiscard]] SettingLine line_of(const KnownSetting& setting) const;

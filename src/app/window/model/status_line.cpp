@@ -34,7 +34,9 @@ Done StatusLine::switch_limit(bool on) {
 
 std::string StatusLine::speed_part() const {
     const std::string speed = speed_text(down());
-    return speed.empty() ? speed_text(1).replace(0, 1, "0") : speed;
+    const std::string fetched = speed.empty() ? speed_text(1).replace(0, 1, "0") : speed;
+    const std::string sent = speed_text(up());
+    return sent.empty() ? fetched : "\u2193 " + fetched + "  \u2191 " + sent;
 }
 
 std::string StatusLine::running_part() const {

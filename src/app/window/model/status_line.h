@@ -34,7 +34,8 @@ class StatusLine {
     /// Switches the limit on, to the rate that was set last, or off.
     Done switch_limit(bool on);
 
-    // The parts as texts: "1.2 MiB/s", "2 running", "5 waiting", "12 GiB free", "Limit 500 KiB/s".
+    // The parts as texts: "1.2 MiB/s" (with what is sent: "↓ 1.2 MiB/s  ↑ 30 KiB/s"), "2 running", "5
+    // waiting", "12 GiB free", "Limit 500 KiB/s".
     [[nodiscard]] std::string speed_part() const;
     [[nodiscard]] std::string running_part() const;
     [[nodiscard]] std::string waiting_part() const;

@@ -89,6 +89,16 @@ std::vector<std::pair<std::int32_t, std::string>> weekdays() {
             {32, tr("Fri")}, {64, tr("Sat")}, {1, tr("Sun")}};
 }
 
+std::string as_heading(std::string text) {
+    const auto at = [&text](std::size_t i) { return static_cast<unsigned char>(text[i]); };
+    if (!text.empty() && at(0) >= 'a' && at(0) <= 'z') {
+        text[0] = static_cast<char>(at(0) - ('a' - 'A'));
+    } else if (text.size() > 1 && at(0) == 0xC3 && at(1) >= 0xA0 && at(1) <= 0xBE && at(1) != 0xB7) {
+        text[1] = static_cast<char>(at(1) - 0x20);  // U+00E0 to U+00FE
+    }
+    return text;
+}
+
 std::string state_text(JobState state) {
     switch (state) {
         case JobState::waiting:

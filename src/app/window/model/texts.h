@@ -30,6 +30,8 @@ std::string percent_text(std::int64_t done, std::int64_t size);
 /// The days of a week from Monday on: the bit of each (WeekPlan::days), and its short name.
 std::vector<std::pair<std::int32_t, std::string>> weekdays();
 
+/// The text with a capital at its beginning, where it begins with a Latin letter.
+std::string as_heading(std::string text);
 std::string state_text(JobState state);
 std::string kind_text(JobKind kind);
 /// A category's name. The two of a first start have English ones in the store, and are shown in the user's

@@ -71,7 +71,7 @@ void ViewTree::make_nodes() {
     const std::size_t by_state = add_group(tr("By state"));
     for (const JobState state : states)
         state_nodes_[static_cast<std::size_t>(state)] =
-            add(by_state, View::of_state(state), state_text(state));
+            add(by_state, View::of_state(state), as_heading(state_text(state)));
     const std::size_t by_kind = add_group(tr("By kind"));
     for (const JobKind kind : kinds) kind_nodes_[kind] = add(by_kind, View::of_kind(kind), kind_text(kind));
     const std::size_t by_day = add_group(tr("By day"));

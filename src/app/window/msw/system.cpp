@@ -12,6 +12,8 @@ void make_rows_equal(wxWindow& /*table*/, bool /*clickable*/) {}
 
 void show_column_order(wxWindow& /*table*/, int /*position*/, bool /*shown*/, bool /*descending*/) {}
 
+void lay_out_before_show(wxTopLevelWindow& /*window*/) {}
+
 void name_for_readers(wxWindow& control, const wxString& name) {
     control.SetName(name);
 }
