@@ -30,7 +30,7 @@ class Slow(http.server.BaseHTTPRequestHandler):
 
     protocol_version = "HTTP/1.1"
 
-    def do_GET(self):
+    def do_HEAD(self):
         begin, end = 0, len(CONTENT)
         asked = re.match(r"bytes=(\d+)-(\d*)", self.headers.get("Range", ""))
         if asked:
@@ -42,6 +42,10 @@ class Slow(http.server.BaseHTTPRequestHandler):
         if asked:
             self.send_header("Content-Range", f"bytes {begin}-{end - 1}/{len(CONTENT)}")
         self.end_headers()
+        return begin, end
+
+    def do_GET(self):
+        begin, end = Slow.do_HEAD(self)
         try:
             for at in range(begin, end, 65536):
                 self.wfile.write(CONTENT[at : min(at + 65536, end)])
@@ -55,8 +59,8 @@ class Slow(http.server.BaseHTTPRequestHandler):
 
 class Usage:
     """The window as a person uses it. Each system has its own ways to look and to click: lines() of the list that is seen and has
-    these columns, click_header(), click_row(), click_box() of a file, choose_tab(), and, in the options, search_options(), tick() and
-    choose()."""
+    these columns, click_header(), click_row(), click_box() of a file, choose_tab(), and, in the options, search_options(), tick(),
+    choose(), push() of a button, and says() of a sentence."""
 
     LIST = ("Name", "Category")
     FILES = ("Name", "Priority")
@@ -131,6 +135,12 @@ class Window(Usage, display.Vantlow):
 
     def choose(self, entry):
         self.act("menu item", entry)
+
+    def push(self, label):
+        self.act("push button", label)
+
+    def says(self, sentence):
+        self.find("label", sentence)
 
 
 def add_by_dialog(window, address):
@@ -277,8 +287,8 @@ def forms(window, _server):
     until(lambda: {job["comment"] for job in window.jobs()} == {"for the journey"}, "a comment of all downloads")
 
 
-def options(window, _server):
-    """The week plan, a switch, and the language, which the next start speaks."""
+def options(window, server):
+    """The week plan, a switch, and the language, which the next start speaks; the test of a proxy."""
     to_front(FRAME)
     press("ctrl+alt+o")
     window.search_options("Schedule/Week")
@@ -299,7 +309,14 @@ def options(window, _server):
     press("Escape")
     window.run("settings", "set", "Settings/Language", "en")
     window.end()
+    window.run("settings", "set", "Connection/Proxy", server)
     window.start()
+    press("ctrl+alt+o")
+    window.search_options("Connection/Proxy")
+    window.push("Test")
+    window.says("This way works")
+    press("Escape")
+    window.run("settings", "unset", "Connection/Proxy")
 
 
 def end_in_a_dialog_of_the_system(window, _server):

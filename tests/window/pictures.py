@@ -125,6 +125,7 @@ def known(folder, name, address):
     """Addresses of which one is in the list."""
     open_dialog("ctrl+n")
     write(f"{address}\nhttp://127.0.0.1/mirror.iso")
+    time.sleep(2)
     shot(folder, f"{name}-3-known")
     press("Escape")
 
@@ -146,6 +147,7 @@ def torrent(window, folder, name, document):
     """The choice of its files, and its tabs in the middle of the download."""
     open_dialog("ctrl+n")
     write(window.path(document))
+    time.sleep(2)  # a machine with much to do is behind with the letters
     shot(folder, f"{name}-7-new-torrent")
     press("Escape")
     window.run("add", "--limit", "300K", "--dir", window.path("files"), window.path(document))
@@ -179,17 +181,17 @@ class WindowsWindow(display.WineVantlow):
         self.scale = scale
         self.set_dots_per_inch(96 * scale)
 
-    # Places within the main window, as its picture shows them.
+    # Places within the main window, below its title, as its picture shows them.
     def click(self, *place):
         words = ("--window", to_front(drive.FRAME), *(str(n * self.scale) for n in place))
         subprocess.run(["xdotool", "mousemove", *words, "click", "1"], check=True)
 
     def select_first(self):
-        self.click(400, 120)
+        self.click(400, 105)
 
     def choose_tab(self, number):
         if number == 0:
-            self.click(275, 517)
+            self.click(284, 492)
         else:
             press("Right")
 

@@ -97,6 +97,11 @@ class Window(drive.Usage, display.WineVantlow):
     def tick(self, label):
         self.ask("press", self.control("Button", label))
 
+    push = tick
+
+    def says(self, sentence):
+        self.control("Static", sentence)
+
     def choose(self, entry):
         self.ask("choose", self.control("ComboBox"), entry)
 

@@ -177,6 +177,9 @@ DropZone::DropZone(wxWindow* parent, const LiveJobs& live, TakeDropped take, std
     SetTransparent(210);
     SetDropTarget(make_drop_target(*this, std::move(take)));
     SetToolTip(ui(tr("Drop links here")));
+    // At first in a corner where little stands.
+    const wxRect room = wxDisplay(0U).GetClientArea().Deflate(FromDIP(24));
+    Move(room.GetBottomRight() - GetSize());
     Bind(wxEVT_PAINT, [this](wxPaintEvent&) { draw(); });
     Bind(wxEVT_LEFT_DCLICK, [opened = std::move(opened)](wxMouseEvent&) { opened(); });
     Bind(wxEVT_LEFT_DOWN, [this](wxMouseEvent& event) {

@@ -57,6 +57,7 @@ class MainFrame : public wxFrame {
     [[nodiscard]] bool can(Command command) const;
     void give(Command command);
     void give_other(Command command);
+    void give_later(Command command);
     bool give_by_key(const wxKeyEvent& event);
     void on_key(wxKeyEvent& event);
     void on_close(wxCloseEvent& event);

@@ -143,6 +143,11 @@ void MainFrame::give_other(Command command) {
     }
 }
 
+// A dialog that opens before the key is done with gets the key, too: Ctrl+V would paste once more into it.
+void MainFrame::give_later(Command command) {
+    CallAfter([this, command] { give(command); });
+}
+
 // GTK's trees have keys of their own (Ctrl+N goes a line down), which would come before those of the menus.
 bool MainFrame::give_by_key(const wxKeyEvent& event) {
     if (is_text_focused()) return false;
@@ -152,7 +157,7 @@ bool MainFrame::give_by_key(const wxKeyEvent& event) {
         const std::unique_ptr<wxAcceleratorEntry> entry(wxAcceleratorEntry::Create("\t" + key));
         if (!entry || entry->GetKeyCode() != event.GetKeyCode() || entry->GetFlags() != event.GetModifiers())
             continue;
-        give(static_cast<Command>(id));
+        give_later(static_cast<Command>(id));
         return true;
     }
     return false;
@@ -164,11 +169,13 @@ void MainFrame::on_key(wxKeyEvent& event) {
     if (event.GetModifiers() != wxMOD_NONE && give_by_key(event)) return;
     const bool in_list = jobs_->IsDescendant(wxWindow::FindFocus()) && !is_text_focused();
     if (in_list && key == WXK_DELETE && !event.ControlDown())
-        return give(event.ShiftDown() ? command_remove_files : command_remove);
-    if (in_list && key == WXK_F2) return give(command_rename);
-    if (in_list && key == 'A' && event.GetModifiers() == wxMOD_CONTROL) return give(command_select_all);
-    if (in_list && key == 'C' && event.GetModifiers() == wxMOD_CONTROL) return give(command_copy_address);
-    if (!is_text_focused() && key == 'V' && event.GetModifiers() == wxMOD_CONTROL) return paste();
+        return give_later(event.ShiftDown() ? command_remove_files : command_remove);
+    if (in_list && key == WXK_F2) return give_later(command_rename);
+    if (in_list && key == 'A' && event.GetModifiers() == wxMOD_CONTROL) return give_later(command_select_all);
+    if (in_list && key == 'C' && event.GetModifiers() == wxMOD_CONTROL)
+        return give_later(command_copy_address);
+    if (!is_text_focused() && key == 'V' && event.GetModifiers() == wxMOD_CONTROL)
+        return give_later(command_paste);
     if (tabs_->IsDescendant(wxWindow::FindFocus()) && !is_text_focused() && key == 'C' &&
         event.GetModifiers() == wxMOD_CONTROL && tabs_->copy())
         return;

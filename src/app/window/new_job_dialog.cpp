@@ -177,10 +177,7 @@ void NewJobDialog::build_more(wxSizer& all) {
     proxy_ = add_text(*pane, *grid, ui(tr("&Proxy:")), ui(to_utf8(form_.proxy)));
     comment_ = add_text(*pane, *grid, ui(tr("Co&mment:")), ui(to_utf8(form_.comment)));
     pane->SetSizer(grid);
-    fold->Bind(wxEVT_COLLAPSIBLEPANE_CHANGED, [this](wxCollapsiblePaneEvent&) {
-        Layout();
-        Fit();
-    });
+    fold->Bind(wxEVT_COLLAPSIBLEPANE_CHANGED, [this](wxCollapsiblePaneEvent&) { grow(); });
     all.Add(fold, wxSizerFlags().Expand().Border(wxLEFT | wxRIGHT, FromDIP(10)));
 }
 
@@ -204,6 +201,13 @@ void NewJobDialog::read() {
     form_.comment = wide_of(comment_->GetValue());
 }
 
+// Parts have come or gone. What they moved is drawn anew: Windows leaves some of it where it stood.
+void NewJobDialog::grow() {
+    Layout();
+    Fit();
+    Refresh();
+}
+
 // All of another torrent's files are chosen at first.
 void NewJobDialog::look_at_files() {
     const std::vector<TorrentEntry>& files = model_.new_jobs.files(form_);
@@ -215,8 +219,7 @@ void NewJobDialog::look_at_files() {
         files_->Set(lines);
         for (unsigned i = 0; i < files_->GetCount(); ++i) files_->Check(i);
         files_->Show(!files.empty());
-        Layout();
-        Fit();
+        grow();
     }
     form_.chosen.clear();
     for (unsigned i = 0; i < files_->GetCount(); ++i) form_.chosen.push_back(files_->IsChecked(i));
@@ -284,8 +287,7 @@ void NewJobDialog::look_at_known(const std::vector<KnownAddress>& known) {
         changed = button->Show(fits) || changed;
     }
     if (!changed) return;
-    Layout();
-    Fit();
+    grow();
 }
 
 // Says what is wrong, or what will be done, while it is typed.

@@ -40,6 +40,7 @@ class NewJobDialog : public wxDialog {
     void build_files(wxSizer& all);
     void build_known(wxSizer& all);
     void read();
+    void grow();
     void look_at_files();
     void look_at_category();
     void look_at_server();

@@ -96,11 +96,13 @@ void OptionsDialog::show_lines(const std::vector<SettingLine>& lines) {
     auto* const beside_scroll_bar = new wxBoxSizer(wxVERTICAL);
     beside_scroll_bar->Add(all, wxSizerFlags(1).Expand().Border(wxRIGHT, FromDIP(8)));
     room_->SetSizer(beside_scroll_bar);
-    room_->FitInside();
-    room_->Layout();  // once more where a scroll bar has come or gone
-    room_->Scroll(0, 0);
+    room_->Layout();
     room_->Thaw();
-    room_->Refresh();  // Windows leaves what stood there where a field became narrower
+    // A scroll bar that came while Windows was told to draw nothing would never be drawn.
+    room_->FitInside();
+    room_->Layout();
+    room_->Scroll(0, 0);
+    room_->Refresh();
 }
 
 void OptionsDialog::add_line(wxSizer& all, const SettingLine& line) {

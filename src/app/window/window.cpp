@@ -73,7 +73,7 @@ void ToolkitDesktop::run(DesktopHost& host) {
     const auto trouble = choose_language(languages, host.settings().text(setting::language), user_language());
     if (trouble) complain(*trouble);
     WindowModel model(host.engine(), host.settings());
-    std::vector<std::pair<std::string, std::string>> choices;
+    std::vector<std::pair<std::string, std::string>> choices{{"", tr("As the system")}};
     for (LanguageFile& one : languages_in(languages))
         choices.emplace_back(std::move(one.file), std::move(one.title));
     model.settings.set_languages(std::move(choices));

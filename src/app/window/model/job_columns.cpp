@@ -132,7 +132,7 @@ const std::array<ColumnFacts, column_count>& column_table() {
         {Column::kind, "kind", to_translate("Kind"), 12, false, false, false},
         {Column::connections, "connections", to_translate("Connections"), 6, true, false, true},
         {Column::order, "order", to_translate("Place"), 6, true, false, false},
-        {Column::trouble, "trouble", to_translate("Trouble"), 40, false, true, false},
+        {Column::trouble, "trouble", to_translate("Trouble"), 32, false, true, false},
     }};
     return table;
 }

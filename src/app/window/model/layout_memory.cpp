@@ -100,6 +100,12 @@ void read_pane(std::string_view name, std::string_view text, Layout& layout) {
 Layout Layout::standard() {
     Layout layout;
     for (const ColumnFacts& facts : column_table()) layout.columns.push_back({facts.column, 0, facts.shown});
+    // The reason of a failure stands beside the state, where it is seen.
+    const auto place_of = [&layout](Column column) {
+        return std::ranges::find(layout.columns, column, &ColumnPlace::column);
+    };
+    const auto trouble = place_of(Column::trouble);
+    std::rotate(place_of(Column::state) + 1, trouble, trouble + 1);
     layout.sort = {{Column::added, true}};
     return layout;
 }

@@ -111,6 +111,10 @@ std::string label_of(const KnownSetting& setting, Editor editor) {
         const bool is_own = editor == Editor::yes_no || editor == Editor::choice;
         if (const auto at = label.find(values); is_own && at != std::string::npos) label.resize(at);
     }
+    for (const std::string_view colon : {":", "："}) {  // behind it stands how a file has the choice
+        if (const auto at = label.find(colon); editor == Editor::choice && at != std::string::npos)
+            label.resize(at);
+    }
     return as_heading(std::move(label));
 }
 
