@@ -166,6 +166,13 @@ RetryCase JobPolicy::retry_case(int errors, int fruitless, const FailedAttempt& 
     return retry;
 }
 
+// A server that cannot resume, or whose answer is decoded on the way, is asked for the whole again.
+void JobPolicy::rewind(Worker& worker) const {
+    if (!is_rewound_after_failure() || worker.segment == nullptr) return;
+    worker.segment->start = 0;
+    worker.position = 0;
+}
+
 AfterFailure JobPolicy::retry(Worker& worker, const FailedAttempt& attempt, const PolicyRules& rules,
                               Clock::time_point now) {
     const bool alone = !others_receive(worker);
@@ -192,11 +199,7 @@ AfterFailure JobPolicy::retry(Worker& worker, const FailedAttempt& attempt, cons
         note(Direction::error, message_text(Message::maximum_error));
         return {};
     }
-    if (is_rewound_after_failure() && worker.segment != nullptr) {
-        // A server that cannot resume, or whose answer is decoded on the way, is asked for the whole again.
-        worker.segment->start = 0;
-        worker.position = 0;
-    }
+    rewind(worker);
     worker.next_try = now + decision.wait;
     if (decision.is_cut) {
         const std::string asked = std::to_string(attempt.server_asks->count());
