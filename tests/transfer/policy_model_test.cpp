@@ -330,11 +330,13 @@ class Model {
             servers_.back().mirror(servers_.front(), i + 1);
             sources.mirrors.push_back(servers_.back().address());
         }
+        if (random_.one_in(4)) sources.size = servers_.front().size_of(0);
         job_.sources = std::make_shared<const JobSources>(std::move(sources));
     }
 
     // A run that was stopped needs more than one answer, and of several servers another may be asked.
     [[nodiscard]] bool must_serve(const ModelServer& server) const {
+        if (job_.sources && job_.sources->size >= 0 && !server.has_one_file()) return false;
         const bool is_one_answer_enough = !was_stopped_ && servers_.size() == 1;
         return server.must_serve(rules_.retry_limit < 0) && (is_one_answer_enough || server.serves_on());
     }
@@ -394,10 +396,30 @@ class Model {
         main_at_ = now_;
     }
 
+    // The file is there and has not the size that the metafile told.
+    bool tries_another() {
+        if (!job_.sources || job_.sources->size < 0 || job_.sources->size == job_.file_size) return false;
+        for (auto& c : connections_) leave(c, Code::handed_over);
+        connections_.clear();
+        bool anew = false;
+        if (!policy().hash_was_wrong(anew)) {
+            end_ = Result(Code::hash_differs);
+            return true;
+        }
+        if (anew) {
+            file_.clear();
+            policy().begin_anew();
+        }
+        apply_effects();
+        main_at_ = now_;
+        return true;
+    }
+
     void main_turn() {
         main_at_ = now_ + std::chrono::seconds(1);
         const auto turn = policy().look();
         apply_effects();
+        if (turn && turn->what == JobPolicy::Turn::What::end && turn->result.ok() && tries_another()) return;
         if (turn && turn->what == JobPolicy::Turn::What::end) {
             end_ = turn->result;
             tell("end: " + end_->message());

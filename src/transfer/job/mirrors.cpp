@@ -161,6 +161,12 @@ bool MirrorSet::is_any_different() const noexcept {
                        [](const Mirror& mirror) { return mirror.left && is_different(mirror.why); });
 }
 
+bool MirrorSet::is_any_changed() const noexcept {
+    return std::any_of(mirrors_.begin(), mirrors_.end(), [](const Mirror& mirror) {
+        return mirror.left && is_different(mirror.why) && mirror.why.code != Code::size_differs;
+    });
+}
+
 bool MirrorSet::recall_silent() {
     bool any = false;
     for (Mirror& mirror : mirrors_) {

@@ -93,6 +93,8 @@ class MirrorSet {
     /// that gave some of the file, where there are such.
     bool pardon_different();
     [[nodiscard]] bool is_any_different() const noexcept;
+    /// The same, and in more than the size.
+    [[nodiscard]] bool is_any_changed() const noexcept;
     /// From now on one mirror alone, until it is left.
     void use_only(int mirror) noexcept { only_ = mirror; }
     [[nodiscard]] int only() const noexcept { return only_; }

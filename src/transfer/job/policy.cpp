@@ -324,6 +324,7 @@ void JobPolicy::end_found(Worker& worker) {
     worker.segment->end = end;
     worker.limit = end;
     job_.file_size = end;
+    is_end_found_ = true;
 }
 
 void JobPolicy::replace_slow(int connections) {

@@ -160,6 +160,8 @@ class JobPolicy {
     [[nodiscard]] const ResourceVersion& version() const noexcept { return version_; }
     [[nodiscard]] bool version_known() const noexcept { return version_known_; }
     [[nodiscard]] bool is_encoded() const noexcept { return encoded_; }
+    /// The size is known from the end of an answer that told none.
+    [[nodiscard]] bool is_end_found() const noexcept { return is_end_found_; }
     /// The server cannot resume, or its answers hold together only one by one: nothing can be continued.
     [[nodiscard]] bool is_only_one() const noexcept { return only_one_; }
     [[nodiscard]] bool is_rewound_after_failure() const noexcept { return only_one_ || encoded_; }
@@ -235,6 +237,7 @@ class JobPolicy {
     std::string note_change(Worker& worker, const Result& why, Clock::time_point now);
     std::string note_joint(Worker& worker, const FailedAttempt& attempt, Clock::time_point now);
     AfterFailure next_mirror(Worker& worker, Clock::time_point now);
+    [[nodiscard]] bool may_hope_for_change() const;
     void no_mirror_left();
     std::string leave_mirror(int mirror, const Result& why, const Worker* asker);
     void take_back_from_left();
@@ -280,6 +283,7 @@ class JobPolicy {
     bool taking_over_ = false;
     bool may_begin_anew_ = true;  ///< as the rules said at the last answer
     bool encoded_ = false;
+    bool is_end_found_ = false;
     bool continued_ = false;    ///< an earlier run's file is continued and was not verified yet
     bool has_earlier_ = false;  ///< bytes of an earlier run are among those that are there
     bool verify_joints_ = false;

@@ -93,7 +93,7 @@ Result JobPolicy::check_version(const Worker& worker, const SourceAnswer& answer
     if (!version_known_ && known.size < 0) return {};
     // Cut off at the size that only one of two mirrors told it might be another file's beginning: such a
     // mirror may give the whole, once nobody else gives anything.
-    const bool is_size_shared = (known.size < 0) == (answer.version.size < 0);
+    const bool is_size_shared = (version_.size < 0) == (answer.version.size < 0);
     const bool is_decided = !version_known_ || hash_decides_ || only_one_;
     if (several && !is_size_shared && !is_decided && !gave_all(worker)) {
         mirror.only_alone = true;
@@ -167,11 +167,11 @@ void JobPolicy::accept(Worker& worker, const SourceAnswer& answer, VersionMatch 
 }
 
 void JobPolicy::adopt(Worker& worker, const SourceAnswer& answer, const std::u16string& path) {
-    std::int64_t size = answer.version.size;
-    if (size < 0 && !answer.encoded && job_.sources) size = job_.sources->size;
+    // A size that the server does not tell, but a metafile, is held against the end that is found: cut off
+    // there, another file would have it, too.
+    const std::int64_t size = answer.version.size;
     encoded_ = answer.encoded;
     version_ = answer.version;
-    version_.size = size;
     version_known_ = true;
     previous_.reset();
     job_.validators = {version_.etag, version_.last_modified, version_.strong_date, version_.media_type};
@@ -184,7 +184,7 @@ void JobPolicy::adopt(Worker& worker, const SourceAnswer& answer, const std::u16
         verify_joints_ = (blind_ || !has_strong_validator(version_)) && !encoded_ && !mixes_;
     // Whatever nobody wrote down is this version's.
     answers_.clear();
-    unsure_before_ = sampled_ = version_asked_ = false;
+    unsure_before_ = sampled_ = version_asked_ = is_end_found_ = false;
     last_checks_ = {};
     checks_.clear();
     worker.answer = answers_.open();

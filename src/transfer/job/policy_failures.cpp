@@ -296,9 +296,10 @@ bool JobPolicy::hash_was_wrong(bool& anew) {
         const bool is_size_known = job_.sources && job_.sources->size >= 0;
         anew = mirrors_.pardon_different() && !is_size_known;
     }
-    // Ranges mean nothing to an answer that is unpacked on its way.
-    anew = anew || encoded_;
+    // Ranges mean nothing to an answer that is unpacked on its way, nor to one whose end was not told.
+    anew = anew || encoded_ || is_end_found_;
     mirrors_.use_only(MirrorSet::none);
+    if (!mirrors_.is_any_usable()) mirrors_.recall_silent();
     const int best = mirror_with_most();
     if (best == MirrorSet::none) return false;
     mirrors_.use_only(best);

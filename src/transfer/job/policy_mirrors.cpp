@@ -153,7 +153,7 @@ AfterFailure JobPolicy::next_mirror(Worker& asker, Clock::time_point now) {
     rewind(asker);
     if (choose_mirror(asker, now)) return {true, {}, false};
     auto chance = mirrors_.next_chance();
-    if (!chance && !mirrors_.is_any_different() && mirrors_.recall_silent()) chance = mirrors_.next_chance();
+    if (!chance && !may_hope_for_change() && mirrors_.recall_silent()) chance = mirrors_.next_chance();
     if (!chance) {
         no_mirror_left();
         return {};
@@ -177,12 +177,17 @@ bool JobPolicy::choose_mirror(Worker& worker, Clock::time_point now) {
     return true;
 }
 
+// Whether those that were left may give a file together when everything begins anew.
+bool JobPolicy::may_hope_for_change() const {
+    // Of an earlier run's bytes nobody knows which mirror gave them: they may be what the others differ from.
+    // Against a size that the metafile told a new start is of no help.
+    const bool is_size_open = !job_.sources || job_.sources->size < 0 || has_earlier_;
+    return is_size_open ? mirrors_.is_any_different() : mirrors_.is_any_changed();
+}
+
 void JobPolicy::no_mirror_left() {
     const Result why = mirrors_.why_none();
-    // Of an earlier run's bytes nobody knows which mirror gave them: they may be what the others differ from.
-    const bool may_restart =
-        (!job_.sources || job_.sources->size < 0 || has_earlier_) && mirrors_.is_any_different();
-    may_restart ? ask_for_restart(why, false) : end_for_good(why);
+    may_hope_for_change() ? ask_for_restart(why, false) : end_for_good(why);
 }
 
 // Nobody is left who gives parts, or those who did have not answered for long; and some of the file is there.
