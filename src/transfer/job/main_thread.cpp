@@ -266,7 +266,7 @@ JobProgress CTransferMainThread::progress() {
     progress.received = received_.load(std::memory_order_relaxed);
     {
         const MutexLock guard(lock_);
-        progress.size = job_.file_size;
+        progress.size = job_.file_size < 0 && job_.sources ? job_.sources->size : job_.file_size;
         progress.path = job_.path;
         std::int64_t left = 0;
         progress.head = unknown_end;

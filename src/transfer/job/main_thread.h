@@ -155,7 +155,8 @@ class CTransferMainThread : private SubThreadHost, private WrittenListener {
     void remove_state(const std::u16string& path);
     Result check_hashes(bool& matches);
     Result check_hash(const ExpectedHash& expected, bool& matches);
-    Result check_decoded(bool& matches);
+    Result check_untold(bool& matches);
+    [[nodiscard]] bool is_end_found();
     std::optional<FileOrigin> origin();
     Result finish();
 

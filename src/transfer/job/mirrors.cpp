@@ -1,6 +1,7 @@
 #include "transfer/job/mirrors.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "store/address.h"
 
@@ -82,10 +83,13 @@ int MirrorSet::choose(int thread_limit, const std::function<bool(int)>& may, Clo
 }
 
 std::optional<Clock::time_point> MirrorSet::next_chance() const {
+    bool any_gives_parts = false;
+    for (int i = 0; i < count(); ++i) any_gives_parts = any_gives_parts || (is_usable(i) && gives_parts(i));
     std::optional<Clock::time_point> earliest;
     for (int i = 0; i < count(); ++i) {
-        if (!is_usable(i)) continue;
-        const Mirror& mirror = mirrors_[static_cast<std::size_t>(i)];
+        const Mirror& mirror = at(i);
+        // One that gives the whole only waits for the end of the others.
+        if (!is_usable(i) || (any_gives_parts && !gives_parts(i))) continue;
         const auto chance =
             mirror.connections > 0 ? std::max(mirror.not_before, mirror.grow_at) : mirror.not_before;
         if (chance == never) continue;
@@ -138,13 +142,18 @@ void MirrorSet::leave(int index, const Result& why) {
 }
 
 bool MirrorSet::pardon_different() {
-    bool any = false;
-    for (Mirror& mirror : mirrors_) {
-        if (!mirror.left || !is_different(mirror.why)) continue;
-        mirror.left = false;
-        any = true;
-    }
-    return any;
+    const auto pardon = [this](auto may) {
+        bool any = false;
+        for (Mirror& mirror : mirrors_) {
+            if (!mirror.left || !is_different(mirror.why) || !may(mirror)) continue;
+            mirror.left = false;
+            mirror.contradictions = 0;
+            any = true;
+        }
+        return any;
+    };
+    return pardon([](const Mirror& mirror) { return mirror.answered; }) ||
+           (!is_any_usable() && pardon([](const Mirror&) { return true; }));
 }
 
 bool MirrorSet::is_any_different() const noexcept {
@@ -152,12 +161,29 @@ bool MirrorSet::is_any_different() const noexcept {
                        [](const Mirror& mirror) { return mirror.left && is_different(mirror.why); });
 }
 
+bool MirrorSet::is_any_changed() const noexcept {
+    return std::any_of(mirrors_.begin(), mirrors_.end(), [](const Mirror& mirror) {
+        return mirror.left && is_different(mirror.why) && mirror.why.code != Code::size_differs;
+    });
+}
+
+bool MirrorSet::recall_silent() {
+    bool any = false;
+    for (Mirror& mirror : mirrors_) {
+        if (!mirror.left || !std::exchange(mirror.silent, false)) continue;
+        mirror.left = false;
+        mirror.recalled = any = true;
+    }
+    return any;
+}
+
 void MirrorSet::forget_answers() {
     for (Mirror& mirror : mirrors_) {
         mirror.effective.clear();
         mirror.refusals = 0;
         if (mirror.grow_at == never) mirror.grow_at = {};
-        mirror.version_known = mirror.ranges_promised = mirror.ranges_proven = mirror.no_ranges = false;
+        mirror.version_known = mirror.ranges_promised = mirror.ranges_proven = mirror.no_ranges =
+            mirror.only_alone = false;
     }
 }
 

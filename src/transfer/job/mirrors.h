@@ -23,6 +23,7 @@ struct Mirror {
     bool own_server = true;    ///< the job's credentials and cookies belong to it
     ResourceVersion version;   ///< of its first answer
     bool version_known = false;
+    std::optional<ResourceVersion> first;  ///< of its first answer, whatever became of that
 
     int connections = 0;  ///< sub threads that use it
     int failures = 0;
@@ -33,7 +34,8 @@ struct Mirror {
     bool answered = false;
     bool ranges_promised = false;
     bool ranges_proven = false;
-    bool no_ranges = false;  ///< gives the whole only
+    bool no_ranges = false;   ///< gives the whole only: it is of use where nothing is there yet
+    bool only_alone = false;  ///< nothing tells whether its file is that of the others
 
     int allowed = 1;              ///< connections that it seems to bear
     Clock::time_point grow_at{};  ///< when it is asked for more again; zero: it never refused one
@@ -41,8 +43,10 @@ struct Mirror {
     int refusals = 0;                ///< further connections that it definitely refused since one was taken
     Clock::time_point not_before{};  ///< nothing is asked of it earlier
 
-    bool left = false;  ///< nothing more is asked of it
-    Result why;         ///< why it was left
+    bool left = false;      ///< nothing more is asked of it
+    bool silent = false;    ///< left because it had never answered while others did
+    bool recalled = false;  ///< it was, and is the last hope now
+    Result why;             ///< why it was left
 };
 
 /// The mirrors of one job. Plain bookkeeping: guarded by the job's lock.
@@ -55,8 +59,13 @@ class MirrorSet {
     void begin(const CJobNode& job);
 
     [[nodiscard]] Mirror& at(int mirror) { return mirrors_[static_cast<std::size_t>(mirror)]; }
+    [[nodiscard]] const Mirror& at(int mirror) const { return mirrors_[static_cast<std::size_t>(mirror)]; }
     [[nodiscard]] int count() const noexcept { return static_cast<int>(mirrors_.size()); }
     [[nodiscard]] bool are_several() const noexcept { return mirrors_.size() > 1; }
+    /// Some of a file whose beginning another one gave.
+    [[nodiscard]] bool gives_parts(int mirror) const noexcept {
+        return !at(mirror).no_ranges && !at(mirror).only_alone;
+    }
     /// Not left, and not shut out by the only one that is to be used.
     [[nodiscard]] bool is_usable(int mirror) const noexcept;
     [[nodiscard]] bool is_any_usable() const noexcept;
@@ -80,12 +89,17 @@ class MirrorSet {
     void serve_further(int mirror) noexcept;
 
     void leave(int mirror, const Result& why);
-    /// Those that were left because they differed from what another one gave get another chance.
+    /// Those that were left because they differed from what another one gave get another chance: those alone
+    /// that gave some of the file, where there are such.
     bool pardon_different();
     [[nodiscard]] bool is_any_different() const noexcept;
+    /// The same, and in more than the size.
+    [[nodiscard]] bool is_any_changed() const noexcept;
     /// From now on one mirror alone, until it is left.
     void use_only(int mirror) noexcept { only_ = mirror; }
     [[nodiscard]] int only() const noexcept { return only_; }
+    /// Those that had never answered while others did are asked again; true where there are such.
+    bool recall_silent();
     /// Nothing is known of the servers any more, after a change of the resource.
     void forget_answers();
 

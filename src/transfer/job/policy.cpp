@@ -87,7 +87,10 @@ std::optional<JobPolicy::Turn> JobPolicy::look() {
     if (restart_) return Turn{Turn::What::restart, *restart_};
     take_back_from_left();
     if (is_complete()) return Turn{Turn::What::end, {}};
-    return std::nullopt;
+    if (!needs_whole()) return std::nullopt;
+    note(Direction::note, message_text(Message::cannot_resume));
+    ask_for_restart(last_failure_, true);
+    return Turn{Turn::What::restart, last_failure_};
 }
 
 int JobPolicy::free_chair() const {
@@ -194,7 +197,7 @@ bool JobPolicy::flows_on(Worker& worker) {
     } else if (const auto waiting = segments_.starting_at(worker.open_at, true)) {
         segment = &segments_.cut(*waiting, worker.open_at);
     }
-    if (segment == nullptr || !may_serve(worker.mirror, *segment)) return false;
+    if (segment == nullptr || is_suspect(worker.mirror, *segment)) return false;
     SegmentBook::assign(*segment, worker);
     worker.keeps_answer = true;
     return true;
@@ -202,6 +205,7 @@ bool JobPolicy::flows_on(Worker& worker) {
 
 bool JobPolicy::take_check(Worker& worker) {
     if (worker.mirror == MirrorSet::none) return false;
+    if (mirrors_.are_several() && !mirrors_.gives_parts(worker.mirror)) return false;
     // Blocks are compared by parts of the resource: that there are such has to be shown first, unless the job
     // cannot end without the comparison.
     const bool has_parts = mirrors_.at(worker.mirror).ranges_proven;
@@ -225,12 +229,13 @@ std::int64_t JobPolicy::cut_at(std::int64_t wanted, std::int64_t begin, std::int
 
 // Gives the worker a segment by the rule; null when there is nothing for it.
 CJobSeg* JobPolicy::choose_segment(const Worker& worker, std::int64_t split_size) {
+    const bool gives_whole_only = mirrors_.are_several() && !mirrors_.gives_parts(worker.mirror);
     std::vector<WorkItem> items;
     for (const auto& segment : job_.segments) {
         const Worker* const at_work = segments_.worker_of(*segment);
         const bool suspect = !pieces_.is_empty() && pieces_.find_suspicion(segment->start) != nullptr;
-        const bool fixed =
-            at_work != nullptr ? segment->end == unknown_end || suspect : !may_serve(worker.mirror, *segment);
+        const bool fixed = at_work != nullptr ? segment->end == unknown_end || suspect || gives_whole_only
+                                              : !may_serve(worker.mirror, *segment);
         const std::int64_t start = segments_.position_of(*segment);
         items.push_back({start, fixed ? start : segment->end, at_work != nullptr});
     }
@@ -319,6 +324,7 @@ void JobPolicy::end_found(Worker& worker) {
     worker.segment->end = end;
     worker.limit = end;
     job_.file_size = end;
+    is_end_found_ = true;
 }
 
 void JobPolicy::replace_slow(int connections) {

@@ -160,6 +160,8 @@ class JobPolicy {
     [[nodiscard]] const ResourceVersion& version() const noexcept { return version_; }
     [[nodiscard]] bool version_known() const noexcept { return version_known_; }
     [[nodiscard]] bool is_encoded() const noexcept { return encoded_; }
+    /// The size is known from the end of an answer that told none.
+    [[nodiscard]] bool is_end_found() const noexcept { return is_end_found_; }
     /// The server cannot resume, or its answers hold together only one by one: nothing can be continued.
     [[nodiscard]] bool is_only_one() const noexcept { return only_one_; }
     [[nodiscard]] bool is_rewound_after_failure() const noexcept { return only_one_ || encoded_; }
@@ -202,7 +204,9 @@ class JobPolicy {
 
     // policy_answers.cpp
     Result check_version(const Worker& worker, const SourceAnswer& answer, VersionMatch& match);
-    Verdict begins_anew(const SourceAnswer& answer);
+    [[nodiscard]] bool gave_all(const Worker& worker) const;
+    [[nodiscard]] bool is_no_version(const Mirror& mirror, const ResourceVersion& answer) const;
+    Verdict begins_anew(const Worker& worker, const SourceAnswer& answer);
     Verdict cannot_resume(Worker& worker, const SourceAnswer& answer, VersionMatch match,
                           const PolicyRules& rules);
     void accept(Worker& worker, const SourceAnswer& answer, VersionMatch match);
@@ -216,6 +220,7 @@ class JobPolicy {
                                const PolicyRules& rules, Clock::time_point now);
     AfterFailure refused_alone(Worker& worker, const FailedAttempt& attempt, const PolicyRules& rules,
                                Clock::time_point now);
+    void rewind(Worker& worker) const;
     RetryCase retry_case(int errors, int fruitless, const FailedAttempt& attempt,
                          const PolicyRules& rules) const;
     AfterFailure retry(Worker& worker, const FailedAttempt& attempt, const PolicyRules& rules,
@@ -229,14 +234,18 @@ class JobPolicy {
                                Clock::time_point now);
     std::string note_failure(Worker& worker, const FailedAttempt& attempt, const PolicyRules& rules,
                              Clock::time_point now);
+    std::string note_change(Worker& worker, const Result& why, Clock::time_point now);
     std::string note_joint(Worker& worker, const FailedAttempt& attempt, Clock::time_point now);
     AfterFailure next_mirror(Worker& worker, Clock::time_point now);
+    [[nodiscard]] bool may_hope_for_change() const;
     void no_mirror_left();
     std::string leave_mirror(int mirror, const Result& why, const Worker* asker);
     void take_back_from_left();
     [[nodiscard]] int mirror_with_most() const;
     void keep_only_from(int mirror);
+    [[nodiscard]] bool needs_whole() const;
     [[nodiscard]] bool may_serve(int mirror, const CJobSeg& segment);
+    [[nodiscard]] bool is_suspect(int mirror, const CJobSeg& segment);
     std::string refuse_piece(std::size_t piece);
 
     CJobNode& job_;
@@ -266,12 +275,15 @@ class JobPolicy {
     ResourceVersion version_;  ///< of the first answer, or of an earlier run's
     bool version_known_ = false;
     std::optional<ResourceVersion>
-        previous_;  ///< what was thrown away: another content is none of its versions
+        previous_;                  ///< what was thrown away: another content is none of its versions
+    std::int64_t whole_size_ = -1;  ///< of the file that mirrors are asked for from its beginning; -1: any
     bool only_one_ = false;
     bool mixes_ = false;  ///< versions of one size may be mixed: a hash decides
     bool mixed_before_ = false;
     bool taking_over_ = false;
+    bool may_begin_anew_ = true;  ///< as the rules said at the last answer
     bool encoded_ = false;
+    bool is_end_found_ = false;
     bool continued_ = false;    ///< an earlier run's file is continued and was not verified yet
     bool has_earlier_ = false;  ///< bytes of an earlier run are among those that are there
     bool verify_joints_ = false;

@@ -28,6 +28,7 @@ VersionMatch JobPolicy::compare(const ResourceVersion& known, const ResourceVers
 Verdict JobPolicy::answered(Worker& worker, const SourceAnswer& answer, std::int64_t asked,
                             const PolicyRules& rules) {
     if (taking_over_ || worker.retired) return {Verdict::Next::refuse, Code::handed_over};
+    may_begin_anew_ = rules.may_begin_anew;
     if (worker.check && worker.check->only_version) {
         VersionMatch match = VersionMatch::same;
         return {Verdict::Next::go_on, check_version(worker, answer, match)};
@@ -36,7 +37,7 @@ Verdict JobPolicy::answered(Worker& worker, const SourceAnswer& answer, std::int
     const bool is_rewound = (only_one_ || encoded_) && asked == 0 && worker.position == 0 && !worker.check;
     if (version_known_ && is_rewound) {
         if (others_receive(worker)) return {Verdict::Next::refuse, Code::handed_over};
-        Verdict verdict = begins_anew(answer);
+        Verdict verdict = begins_anew(worker, answer);
         if (verdict.result.ok()) accept(worker, answer, VersionMatch::same);
         return verdict;
     }
@@ -71,24 +72,33 @@ Verdict JobPolicy::answered(Worker& worker, const SourceAnswer& answer, std::int
 // Holds the answer against the first one's.
 Result JobPolicy::check_version(const Worker& worker, const SourceAnswer& answer, VersionMatch& match) {
     const bool several = mirrors_.are_several();
-    const Mirror& mirror = mirrors_.at(worker.mirror);
+    Mirror& mirror = mirrors_.at(worker.mirror);
     ResourceVersion known;
     if (version_known_) known = version_;
     // Of the rest each server has its own idea.
     if (several) {
         const std::int64_t size = known.size;
         known = {};
-        known.size = size;
+        known.size = size >= 0 ? size : whole_size_;
         if (mirror.version_known) known = mirror.version;
+        if (known.size < 0) known.size = size;
     }
     if (job_.sources && job_.sources->size >= 0) known.size = job_.sources->size;
-    const ResourceVersion* const earlier = version_known_ ? &version_ : previous_ ? &*previous_ : nullptr;
-    if (!several && earlier != nullptr && is_other_content(*earlier, answer.version)) {
+    if (is_no_version(mirror, answer.version)) {
         const std::string type =
             answer.version.media_type.empty() ? "another type" : answer.version.media_type;
         return {Code::other_content, "The server sends something other than the file (" + type + ")."};
     }
+    if (!mirror.first) mirror.first = answer.version;
     if (!version_known_ && known.size < 0) return {};
+    // Cut off at the size that only one of two mirrors told it might be another file's beginning: such a
+    // mirror may give the whole, once nobody else gives anything.
+    const bool is_size_shared = (version_.size < 0) == (answer.version.size < 0);
+    const bool is_decided = !version_known_ || hash_decides_ || only_one_;
+    if (several && !is_size_shared && !is_decided && !gave_all(worker)) {
+        mirror.only_alone = true;
+        return Code::cannot_resume;
+    }
     match = compare(known, answer.version);
     if (match != VersionMatch::changed) return {};
     const bool size = known.size >= 0 && answer.version.size >= 0 && known.size != answer.version.size;
@@ -97,9 +107,23 @@ Result JobPolicy::check_version(const Worker& worker, const SourceAnswer& answer
     return code;
 }
 
+// Whether the worker's mirror gave everything in front of the worker.
+bool JobPolicy::gave_all(const Worker& worker) const {
+    const std::vector<int> givers = origins_.of(0, worker.position);
+    return givers.size() == 1 && givers.front() == worker.mirror;
+}
+
+// A page, say, in place of the file.
+bool JobPolicy::is_no_version(const Mirror& mirror, const ResourceVersion& answer) const {
+    const ResourceVersion* const earlier = version_known_ ? &version_ : previous_ ? &*previous_ : nullptr;
+    if (!mirrors_.are_several()) return earlier != nullptr && is_other_content(*earlier, answer);
+    if (mirror.first) return is_other_content(*mirror.first, answer);
+    return earlier != nullptr && is_page_instead(*earlier, answer);
+}
+
 // One connection from zero asked for the whole once more: nothing of what came before is kept.
-Verdict JobPolicy::begins_anew(const SourceAnswer& answer) {
-    if (is_other_content(version_, answer.version))
+Verdict JobPolicy::begins_anew(const Worker& worker, const SourceAnswer& answer) {
+    if (is_no_version(mirrors_.at(worker.mirror), answer.version))
         return {Verdict::Next::refuse,
                 {Code::other_content, "The server sends something other than the file."}};
     if (job_.sources && job_.sources->size >= 0 && answer.version.size >= 0 &&
@@ -122,6 +146,7 @@ void JobPolicy::accept(Worker& worker, const SourceAnswer& answer, VersionMatch 
     mirror.ignored_ranges = 0;
     mirror.answered = true;
     if (!mirror.version_known) mirror.version = answer.version;
+    if (!mirror.first) mirror.first = answer.version;
     mirror.version_known = true;
     mirror.effective = answer.address;
     if (match == VersionMatch::same && others_receive(worker, worker.mirror))
@@ -142,11 +167,11 @@ void JobPolicy::accept(Worker& worker, const SourceAnswer& answer, VersionMatch 
 }
 
 void JobPolicy::adopt(Worker& worker, const SourceAnswer& answer, const std::u16string& path) {
-    std::int64_t size = answer.version.size;
-    if (size < 0 && !answer.encoded && job_.sources) size = job_.sources->size;
+    // A size that the server does not tell, but a metafile, is held against the end that is found: cut off
+    // there, another file would have it, too.
+    const std::int64_t size = answer.version.size;
     encoded_ = answer.encoded;
     version_ = answer.version;
-    version_.size = size;
     version_known_ = true;
     previous_.reset();
     job_.validators = {version_.etag, version_.last_modified, version_.strong_date, version_.media_type};
@@ -159,7 +184,7 @@ void JobPolicy::adopt(Worker& worker, const SourceAnswer& answer, const std::u16
         verify_joints_ = (blind_ || !has_strong_validator(version_)) && !encoded_ && !mixes_;
     // Whatever nobody wrote down is this version's.
     answers_.clear();
-    unsure_before_ = sampled_ = version_asked_ = false;
+    unsure_before_ = sampled_ = version_asked_ = is_end_found_ = false;
     last_checks_ = {};
     checks_.clear();
     worker.answer = answers_.open();
@@ -199,6 +224,10 @@ Verdict JobPolicy::cannot_resume(Worker& worker, const SourceAnswer& answer, Ver
     }
     // The same resource by size and validators, or nothing of what is there is thrown away for it.
     const bool is_vague = version_.size >= 0 && answer.version.size < 0 && match != VersionMatch::same;
+    if (mirrors_.are_several() && is_received_from_start()) {
+        mirror.no_ranges = mirror.no_ranges || !mirror.ranges_proven;
+        return refuse(mirror.no_ranges ? Code::cannot_resume : Code::range_ignored);
+    }
     if (!mirrors_.are_several() && version_known_ && is_vague)
         return refuse(
             {Code::other_content, "The server sends something of unknown size in place of a part."});
@@ -241,11 +270,13 @@ void JobPolicy::begin_anew() {
     const bool whole = std::exchange(restart_whole_, false);
     const bool is_restart = restart_.has_value();
     restart_.reset();
+    // Where parts are not to be had the file is the same one still.
+    whole_size_ = whole && mirrors_.are_several() ? version_.size : -1;
     if (is_restart && !whole) {
         notice_ = message_text(Message::server_newer);
         note(Direction::note, notice_);
         mixes_ = false;
-        if (++restarts_ > most_restarts && !mirrors_.are_several()) {
+        if (++restarts_ > most_restarts) {
             // Nothing holds still long enough for two answers of one version. A hash may tell whether parts
             // of two fit after all; else one single answer brings the whole.
             mixes_ = hash_decides_ && !std::exchange(mixed_before_, true);
@@ -253,8 +284,6 @@ void JobPolicy::begin_anew() {
                 only_one_ = true;
                 job_.whole_file = 1;
             }
-        } else if (restarts_ > most_restarts) {
-            fatal_ = Code::keeps_changing;
         }
     }
     if (whole) {

@@ -166,6 +166,13 @@ RetryCase JobPolicy::retry_case(int errors, int fruitless, const FailedAttempt& 
     return retry;
 }
 
+// A server that cannot resume, or whose answer is decoded on the way, is asked for the whole again.
+void JobPolicy::rewind(Worker& worker) const {
+    if (!is_rewound_after_failure() || worker.segment == nullptr) return;
+    worker.segment->start = 0;
+    worker.position = 0;
+}
+
 AfterFailure JobPolicy::retry(Worker& worker, const FailedAttempt& attempt, const PolicyRules& rules,
                               Clock::time_point now) {
     const bool alone = !others_receive(worker);
@@ -192,11 +199,7 @@ AfterFailure JobPolicy::retry(Worker& worker, const FailedAttempt& attempt, cons
         note(Direction::error, message_text(Message::maximum_error));
         return {};
     }
-    if (is_rewound_after_failure() && worker.segment != nullptr) {
-        // A server that cannot resume, or whose answer is decoded on the way, is asked for the whole again.
-        worker.segment->start = 0;
-        worker.position = 0;
-    }
+    rewind(worker);
     worker.next_try = now + decision.wait;
     if (decision.is_cut) {
         const std::string asked = std::to_string(attempt.server_asks->count());
@@ -293,9 +296,10 @@ bool JobPolicy::hash_was_wrong(bool& anew) {
         const bool is_size_known = job_.sources && job_.sources->size >= 0;
         anew = mirrors_.pardon_different() && !is_size_known;
     }
-    // Ranges mean nothing to an answer that is unpacked on its way.
-    anew = anew || encoded_;
+    // Ranges mean nothing to an answer that is unpacked on its way, nor to one whose end was not told.
+    anew = anew || encoded_ || is_end_found_;
     mirrors_.use_only(MirrorSet::none);
+    if (!mirrors_.is_any_usable()) mirrors_.recall_silent();
     const int best = mirror_with_most();
     if (best == MirrorSet::none) return false;
     mirrors_.use_only(best);

@@ -48,9 +48,12 @@ AfterFailure JobPolicy::failed_mirror(Worker& worker, const FailedAttempt& attem
 std::string JobPolicy::note_failure(Worker& asker, const FailedAttempt& attempt, const PolicyRules& rules,
                                     Clock::time_point now) {
     const Result& result = attempt.result;
-    if (result.code == Code::resource_changed) return note_joint(asker, attempt, now);
+    if (result.code == Code::resource_changed) {
+        return attempt.accepted ? note_joint(asker, attempt, now) : note_change(asker, result, now);
+    }
     const int index = asker.mirror;
     Mirror& mirror = mirrors_.at(index);
+    if (result.code == Code::cannot_resume && !mirrors_.gives_parts(index)) return {};
     ++mirror.failures;
     ++mirror.errors;
     mirror.fruitless = attempt.progressed ? 0 : mirror.fruitless + 1;
@@ -58,8 +61,10 @@ std::string JobPolicy::note_failure(Worker& asker, const FailedAttempt& attempt,
     if (attempt.told_size >= 0 && version_known_ && version_.size >= 0 && version_.size != attempt.told_size)
         return leave_mirror(index, Code::size_differs, &asker);
     if (result.code == Code::range_ignored) {
-        return ++mirror.ignored_ranges > most_ignored_ranges ? leave_mirror(index, result, &asker)
-                                                             : std::string();
+        if (++mirror.ignored_ranges <= most_ignored_ranges) return {};
+        if (attempt.asked == 0) return leave_mirror(index, result, &asker);
+        mirror.no_ranges = true;  // the whole it may give
+        return {};
     }
     if (result.kind() != Kind::retry_later) {
         // Where a redirect led may be gone: the way is asked for again.
@@ -73,11 +78,28 @@ std::string JobPolicy::note_failure(Worker& asker, const FailedAttempt& attempt,
     for (int other = 0; other < mirrors_.count(); ++other) {
         others_answered = others_answered || (other != index && mirrors_.at(other).answered);
     }
-    const bool is_silent = !mirror.answered && others_answered && mirror.fruitless >= most_silent_attempts;
+    const bool is_silent =
+        !mirror.recalled && !mirror.answered && others_answered && mirror.fruitless >= most_silent_attempts;
     const bool is_dead_end = attempt.accepted && mirror.fruitless >= most_dead_ends;
+    mirror.silent = is_silent && !decision.give_up;
+    if (mirror.fruitless >= most_dead_ends) mirrors_.recall_silent();
     if (decision.give_up || is_silent || is_dead_end) return leave_mirror(index, result, &asker);
     mirror.not_before = now + decision.wait;
     return {};
+}
+
+// The mirror names another version than before: one of several machines, or a new file.
+std::string JobPolicy::note_change(Worker& asker, const Result& why, Clock::time_point now) {
+    Mirror& mirror = mirrors_.at(asker.mirror);
+    mirror.effective.clear();
+    mirror.not_before = now + short_pause;
+    if (++mirror.contradictions <= most_contradictions) return {};
+    for (int other = 0; other < mirrors_.count(); ++other) {
+        const bool is_there =
+            other != asker.mirror && mirrors_.is_usable(other) && mirrors_.gives_parts(other);
+        if (is_there) mirror.only_alone = true;
+    }
+    return mirror.only_alone ? std::string() : leave_mirror(asker.mirror, why, &asker);
 }
 
 // The bytes where two answers meet are not the same. Which mirror is wrong no one can tell: the one that the
@@ -104,7 +126,7 @@ std::string JobPolicy::note_joint(Worker& asker, const FailedAttempt& attempt, C
     if (is_its_own && ++mirrors_.at(asker.mirror).contradictions <= most_contradictions) return look_again();
     for (const int other : givers) {
         if (other == Origins::unknown || other == asker.mirror) continue;
-        if (mirrors_.at(other).left) return look_again();
+        if (std::ranges::count(to_take_back_, other) > 0) return look_again();
         blamed = std::max(blamed, other);
     }
     return leave_mirror(blamed, attempt.result, &asker);
@@ -128,14 +150,16 @@ std::string JobPolicy::leave_mirror(int index, const Result& why, const Worker* 
 AfterFailure JobPolicy::next_mirror(Worker& asker, Clock::time_point now) {
     if (asker.mirror != MirrorSet::none) --mirrors_.at(asker.mirror).connections;
     asker.mirror = MirrorSet::none;
+    rewind(asker);
     if (choose_mirror(asker, now)) return {true, {}, false};
-    const auto chance = mirrors_.next_chance();
+    auto chance = mirrors_.next_chance();
+    if (!chance && !may_hope_for_change() && mirrors_.recall_silent()) chance = mirrors_.next_chance();
     if (!chance) {
         no_mirror_left();
         return {};
     }
     // Others do this one's work meanwhile; the main thread adds connections when it may.
-    if (others_receive(asker)) return {};
+    if (others_receive(asker) || needs_whole()) return {};
     const auto wait = std::max(short_pause, std::chrono::ceil<std::chrono::milliseconds>(*chance - now));
     asker.next_try = now + wait;
     return {true, wait, wait >= std::chrono::seconds(1)};
@@ -144,7 +168,8 @@ AfterFailure JobPolicy::next_mirror(Worker& asker, Clock::time_point now) {
 bool JobPolicy::choose_mirror(Worker& worker, Clock::time_point now) {
     if (worker.mirror != MirrorSet::none) return true;
     const auto may = [&](int mirror) {
-        return worker.segment == nullptr || may_serve(mirror, *worker.segment);
+        return worker.segment != nullptr ? may_serve(mirror, *worker.segment)
+                                         : !worker.check || mirrors_.gives_parts(mirror);
     };
     worker.mirror = mirrors_.choose(job_.thread_limit(), may, now);
     if (worker.mirror == MirrorSet::none) return false;
@@ -152,25 +177,53 @@ bool JobPolicy::choose_mirror(Worker& worker, Clock::time_point now) {
     return true;
 }
 
-void JobPolicy::no_mirror_left() {
-    const Result why = mirrors_.why_none();
+// Whether those that were left may give a file together when everything begins anew.
+bool JobPolicy::may_hope_for_change() const {
     // Of an earlier run's bytes nobody knows which mirror gave them: they may be what the others differ from.
-    const bool may_restart =
-        (!job_.sources || job_.sources->size < 0 || has_earlier_) && mirrors_.is_any_different();
-    may_restart ? ask_for_restart(why, false) : end_for_good(why);
+    // Against a size that the metafile told a new start is of no help.
+    const bool is_size_open = !job_.sources || job_.sources->size < 0 || has_earlier_;
+    return is_size_open ? mirrors_.is_any_different() : mirrors_.is_any_changed();
 }
 
+void JobPolicy::no_mirror_left() {
+    const Result why = mirrors_.why_none();
+    may_hope_for_change() ? ask_for_restart(why, false) : end_for_good(why);
+}
+
+// Nobody is left who gives parts, or those who did have not answered for long; and some of the file is there.
+bool JobPolicy::needs_whole() const {
+    if (!mirrors_.are_several() || !version_known_ || only_one_ || !may_begin_anew_) return false;
+    bool any_gives_whole = false;
+    for (int index = 0; index < mirrors_.count(); ++index) {
+        if (!mirrors_.is_usable(index)) continue;
+        const Mirror& mirror = mirrors_.at(index);
+        const bool gives_parts = mirrors_.gives_parts(index);
+        any_gives_whole = any_gives_whole || !gives_parts;
+        if (gives_parts && mirror.fruitless < most_dead_ends) return false;
+    }
+    return any_gives_whole && std::ranges::none_of(segments_.workers(), [](const Worker* worker) {
+               return worker->brings_bytes();
+           });
+}
+
+// Whether the mirror may be asked for the segment.
 bool JobPolicy::may_serve(int mirror, const CJobSeg& segment) {
-    if (mirrors_.at(mirror).no_ranges && segment.start > 0) return false;
+    const bool is_alone = !version_known_ || only_one_;
+    if (!is_alone && mirrors_.at(mirror).only_alone) return false;
+    return !(mirrors_.at(mirror).no_ranges && segment.start > 0) && !is_suspect(mirror, segment);
+}
+
+// Whether the mirror is one of those that gave a wrong piece there, and others are left to be asked.
+bool JobPolicy::is_suspect(int mirror, const CJobSeg& segment) {
     const auto* const suspicion = pieces_.is_empty() ? nullptr : pieces_.find_suspicion(segment.start);
-    if (suspicion == nullptr) return true;
+    if (suspicion == nullptr) return false;
     const auto& suspects = suspicion->mirrors;
     const auto is_among = [&](int index) { return std::ranges::count(suspects, index) > 0; };
-    if (!is_among(mirror)) return true;
+    if (!is_among(mirror)) return false;
     for (int other = 0; other < mirrors_.count(); ++other) {
-        if (mirrors_.is_usable(other) && !is_among(other) && !mirrors_.at(other).no_ranges) return false;
+        if (mirrors_.is_usable(other) && !is_among(other) && !mirrors_.at(other).no_ranges) return true;
     }
-    return true;
+    return false;
 }
 
 // Takes back the bytes of mirrors that were left for wrong ones, as far as no hash has confirmed them, once

@@ -60,8 +60,8 @@ void CTransferMainThread::remove_state(const std::u16string& path) {
 // Checks the hash that was asked for, and the one that the job's sources name.
 Result CTransferMainThread::check_hashes(bool& matches) {
     matches = true;
-    if (encoded_ && job_.sources) {
-        if (Result result = check_decoded(matches); !result.ok() || !matches) return result;
+    if (job_.sources && is_end_found()) {
+        if (Result result = check_untold(matches); !result.ok() || !matches) return result;
     }
     if (options_.hash) {
         if (Result result = check_hash(*options_.hash, matches); !result.ok() || !matches) return result;
@@ -73,6 +73,11 @@ Result CTransferMainThread::check_hashes(bool& matches) {
     return is_checked ? Result{} : check_hash(named, matches);
 }
 
+bool CTransferMainThread::is_end_found() {
+    const MutexLock guard(lock_);
+    return policy_.is_end_found();
+}
+
 Result CTransferMainThread::check_hash(const ExpectedHash& expected, bool& matches) {
     std::vector<std::byte> digest;
     Result result = digest_of_range(file_, expected.kind, 0, job_.file_size, stop_, digest);
@@ -80,9 +85,9 @@ Result CTransferMainThread::check_hash(const ExpectedHash& expected, bool& match
     return result;
 }
 
-// An answer that was unpacked on its way told no size, so that its size and its pieces could not be looked at
-// before all of it was there.
-Result CTransferMainThread::check_decoded(bool& matches) {
+// An answer that told no size, as one that is unpacked on its way: its size and its pieces could not be
+// looked at before all of it was there.
+Result CTransferMainThread::check_untold(bool& matches) {
     const std::int64_t size = job_.file_size;
     if (job_.sources->size >= 0 && job_.sources->size != size) {
         matches = false;

@@ -42,6 +42,10 @@ bool has_strong_validator(const ResourceVersion& version) {
     return tag || (!version.last_modified.empty() && version.strong_date);
 }
 
+bool is_page_instead(const ResourceVersion& known, const ResourceVersion& answer) {
+    return is_page(answer.media_type) && !is_page(known.media_type);
+}
+
 bool is_other_content(const ResourceVersion& known, const ResourceVersion& answer) {
     if (shares_a_validator(known, answer)) return false;
     const bool are_typed = !known.media_type.empty() && !answer.media_type.empty();

@@ -50,6 +50,10 @@ bool has_strong_validator(const ResourceVersion& version);
 /// validators where the known version had some, and not its size.
 bool is_other_content(const ResourceVersion& known, const ResourceVersion& answer);
 
+/// True when the answer is a page and what is known is none: the only thing that the answers of two servers
+/// tell of each other's content, since each has its own types and validators.
+bool is_page_instead(const ResourceVersion& known, const ResourceVersion& answer);
+
 /// Whether a date of change was at least a minute old when it was sent; both in seconds since 1970.
 constexpr bool is_strong_date(std::int64_t last_modified, std::int64_t sent) noexcept {
     return sent - last_modified >= 60;
