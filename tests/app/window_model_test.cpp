@@ -410,6 +410,7 @@ TEST_F(WindowTest, SettingsStandOnPagesAndTakeWhatTheyMay) {
                 {"Performance/MaxJobs", "x", Fault::no_number},
                 {"No/Such", "1", Fault::unknown},
                 {"Schedule/StopTime", "6 o'clock", Fault::no_time},
+                {"Window/ClipboardEndings", "?!", Fault::no_rule},
                 {"Download/CookieFile", "\xC3\xA4", Fault::none}};
     for (const auto& one : sets)
         EXPECT_EQ(pages.set(one.name, one.value), one.fault) << one.name << one.value;

@@ -167,6 +167,9 @@ class LinuxWindow(drive.Window):
         if not theme:
             del self.environment["GTK_THEME"]
 
+    def unfold(self):
+        press("alt+m", "space")
+
     def select_first(self):
         press("Home")
 
@@ -185,6 +188,9 @@ class WindowsWindow(display.WineVantlow):
     def click(self, *place):
         words = ("--window", to_front(drive.FRAME), *(str(n * self.scale) for n in place))
         subprocess.run(["xdotool", "mousemove", *words, "click", "1"], check=True)
+
+    def unfold(self):
+        press("alt+m")
 
     def select_first(self):
         self.click(400, 105)
@@ -220,6 +226,10 @@ def take(kind, programs, folder, server, document, language, theme, scale):
         shot(folder, f"{name}-2-main")
         dialog(folder, f"{name}-3-new", "ctrl+n")
         known(folder, name, f"{server}/later.bin")
+        open_dialog("ctrl+n")
+        window.unfold()
+        shot(folder, f"{name}-3-new-more")
+        press("Escape")
         options(folder, name)
         dialog(folder, f"{name}-5-properties", "alt+Return")
         press("ctrl+a")

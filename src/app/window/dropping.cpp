@@ -59,7 +59,7 @@ class FilesObject : public wxFileDataObject {
 };
 
 // Files that are nothing but a link are that link.
-Dropped sorted(const wxArrayString& files) {
+Dropped dropped_of(const wxArrayString& files) {
     constexpr std::size_t longest = 64U << 10U;
     Dropped dropped;
     for (const wxString& name : files) {
@@ -93,7 +93,7 @@ class AnyObject : public wxDataObjectComposite {
         const wxDataObject* const got = GetObject(GetReceivedFormat());
         Dropped dropped;
         if (got == files_) {
-            dropped = sorted(files_->GetFilenames());
+            dropped = dropped_of(files_->GetFilenames());
             if (dropped.empty()) dropped.links = links_in_text(files_->list());
         } else if (got == html_ || got == plain_html_) {
             const std::string html = got == html_ ? utf8_of(html_->GetHTML()) : plain_html_->text();
@@ -156,7 +156,7 @@ Dropped read_clipboard() {
     wxTextDataObject text;
     wxFileDataObject files;
     if (wxTheClipboard->IsSupported(wxDF_FILENAME) && wxTheClipboard->GetData(files)) {
-        dropped = sorted(files.GetFilenames());
+        dropped = dropped_of(files.GetFilenames());
     } else if (wxTheClipboard->IsSupported(wxDF_UNICODETEXT) && wxTheClipboard->GetData(text)) {
         dropped.links = links_in_text(utf8_of(text.GetText()));
     }

@@ -125,6 +125,7 @@ void MainFrame::build_panes() {
         speed_,
         pane(speed_frame_pane, ui(tr("Speed"))).Bottom().Position(2).BestSize(FromDIP(wxSize(280, 210))));
     // Beside each other they share the room like that.
+    panes_.GetPane(views_frame_pane.name).dock_proportion = 7;
     panes_.GetPane(tabs_frame_pane.name).dock_proportion = 7;
     panes_.GetPane(speed_frame_pane.name).dock_proportion = 3;
     panes_.Update();

@@ -5,6 +5,7 @@
 #include <wx/checklst.h>
 #include <wx/choice.h>
 #include <wx/collpane.h>
+#include <wx/display.h>
 #include <wx/sizer.h>
 #include <wx/spinctrl.h>
 #include <wx/stattext.h>
@@ -44,7 +45,7 @@ NewJobDialog::NewJobDialog(wxWindow& parent, WindowModel& model, NewJobForm form
     addresses_ = new wxTextCtrl(this, wxID_ANY, ui(form_.addresses), wxDefaultPosition, wxDefaultSize,
                                 wxTE_MULTILINE | wxTE_DONTWRAP);
     name_for_readers(*addresses_, ui(tr("Addresses")));
-    addresses_->SetMinSize(FromDIP(wxSize(520, 90)));
+    addresses_->SetMinSize(FromDIP(wxSize(580, 90)));
     all->Add(addresses_, wxSizerFlags(1).Expand().Border(wxALL, FromDIP(10)));
     // Lines that change while it is typed are as long as the dialog is wide.
     constexpr long shortened = wxST_NO_AUTORESIZE | wxST_ELLIPSIZE_END;
@@ -156,19 +157,14 @@ void NewJobDialog::build_more(wxSizer& all) {
     auto* const fold = new wxCollapsiblePane(this, wxID_ANY, ui(tr("&More")), wxDefaultPosition,
                                              wxDefaultSize, wxCP_DEFAULT_STYLE | wxCP_NO_TLW_RESIZE);
     wxWindow* const pane = fold->GetPane();
-    auto* const grid = new wxFlexGridSizer(2, FromDIP(wxSize(8, 6)));
-    grid->AddGrowableCol(1);
+    // Two fields beside each other: with one in each line the dialog would be higher than small screens.
+    auto* const grid = new wxFlexGridSizer(4, FromDIP(wxSize(8, 6)));
+    grid->AddGrowableCol(1, 1);
+    grid->AddGrowableCol(3, 1);
     user_ = add_text(*pane, *grid, ui(tr("&User:")), ui(to_utf8(form_.user)));
     password_ = add_text(*pane, *grid, ui(tr("Pass&word:")), ui(to_utf8(form_.password)), wxTE_PASSWORD);
     limit_ = add_text(*pane, *grid, ui(tr("Speed &limit:")), ui(form_.limit));
     limit_->SetHint(ui(tr("bytes a second: 500K, 2M")));
-    start_time_ = add_text(*pane, *grid, ui(tr("Beg&in at:")), ui(form_.times.start));
-    start_time_->SetHint(ui(tr("22:00, or 2026-11-27 22:00")));
-    stop_time_ = add_text(*pane, *grid, ui(tr("S&top at:")), ui(form_.times.stop));
-    grid->Add(new wxStaticText(pane, wxID_ANY, ui(tr("Every week on:"))), wxSizerFlags().CentreVertical());
-    grid->Add(make_weekday_boxes(*pane, parse_weekdays(form_.times.days).value_or(0),
-                                 [this](std::int32_t days) { form_.times.days = weekdays_text(days); }),
-              wxSizerFlags().Expand());
     hash_ = add_text(*pane, *grid, ui(tr("&Hash:")), ui(form_.hash));
     hash_->SetHint("sha256:...");
     referer_ = add_text(*pane, *grid, ui(tr("&Referer:")), ui(to_utf8(form_.referer)));
@@ -176,7 +172,21 @@ void NewJobDialog::build_more(wxSizer& all) {
     agent_ = add_text(*pane, *grid, ui(tr("User a&gent:")), ui(to_utf8(form_.agent)));
     proxy_ = add_text(*pane, *grid, ui(tr("&Proxy:")), ui(to_utf8(form_.proxy)));
     comment_ = add_text(*pane, *grid, ui(tr("Co&mment:")), ui(to_utf8(form_.comment)));
-    pane->SetSizer(grid);
+    grid->AddSpacer(0);
+    grid->AddSpacer(0);
+    start_time_ = add_text(*pane, *grid, ui(tr("Beg&in at:")), ui(form_.times.start));
+    start_time_->SetHint(ui(tr("22:00, or 2026-11-27 22:00")));
+    stop_time_ = add_text(*pane, *grid, ui(tr("S&top at:")), ui(form_.times.stop));
+    auto* const week = new wxBoxSizer(wxHORIZONTAL);
+    week->Add(new wxStaticText(pane, wxID_ANY, ui(tr("Every week on:"))),
+              wxSizerFlags().CentreVertical().Border(wxRIGHT, FromDIP(8)));
+    week->Add(make_weekday_boxes(*pane, parse_weekdays(form_.times.days).value_or(0),
+                                 [this](std::int32_t days) { form_.times.days = weekdays_text(days); }),
+              wxSizerFlags(1).CentreVertical());
+    auto* const rows = new wxBoxSizer(wxVERTICAL);
+    rows->Add(grid, wxSizerFlags().Expand());
+    rows->Add(week, wxSizerFlags().Expand().Border(wxTOP, FromDIP(6)));
+    pane->SetSizer(rows);
     fold->Bind(wxEVT_COLLAPSIBLEPANE_CHANGED, [this](wxCollapsiblePaneEvent&) { grow(); });
     all.Add(fold, wxSizerFlags().Expand().Border(wxLEFT | wxRIGHT, FromDIP(10)));
 }
@@ -201,10 +211,15 @@ void NewJobDialog::read() {
     form_.comment = wide_of(comment_->GetValue());
 }
 
-// Parts have come or gone. What they moved is drawn anew: Windows leaves some of it where it stood.
+// Follows parts that came or went, without leaving the screen. What they moved is drawn anew: Windows leaves
+// some of it where it stood.
 void NewJobDialog::grow() {
     Layout();
     Fit();
+    const wxRect room = wxDisplay(this).GetClientArea();
+    wxRect own = GetRect();
+    own.y = std::max(std::min(own.y, room.GetBottom() - own.height), room.y);
+    if (own != GetRect()) SetSize(own);
     Refresh();
 }
 

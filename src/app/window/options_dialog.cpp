@@ -160,6 +160,7 @@ void OptionsDialog::add_proxy_test(wxSizer& row, wxSizer& all) {
     test_says_ = new wxStaticText(room_, wxID_ANY, wxString());
     row.Add(test, wxSizerFlags().Border(wxLEFT, FromDIP(6)));
     all.Add(test_says_, wxSizerFlags().Expand().Border(wxTOP, FromDIP(4)));
+    test_says_->Hide();
     test->Bind(wxEVT_BUTTON, [this](wxCommandEvent&) {
         asked_ = std::chrono::steady_clock::now();
         inquiry_ = settings_.test_proxy([this] { CallAfter([this] { show_proxy_test(); }); });
@@ -174,6 +175,7 @@ void OptionsDialog::show_proxy_test() {
         std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - asked_);
     test_says_->SetLabel(as_label(SettingPages::sentence_of_test(answer, elapsed)));
     test_says_->Wrap(FromDIP(wrapped_at));
+    test_says_->Show();
     room_->FitInside();
     room_->Layout();
 }
