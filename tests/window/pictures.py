@@ -124,7 +124,9 @@ def question(window, folder, name, server):
 def known(folder, name, address):
     """Addresses of which one is in the list."""
     open_dialog("ctrl+n")
-    write(f"{address}\nhttp://127.0.0.1/mirror.iso")
+    write(address)
+    press("Return")
+    write("http://127.0.0.1/mirror.iso")
     time.sleep(2)
     shot(folder, f"{name}-3-known")
     press("Escape")
