@@ -203,6 +203,8 @@ def crash(window, server):
     window.wait_for_rows(2)
     add_by_dialog(window, f"{server}/three.bin")
     window.wait_for_rows(3)
+    # It begins when it is safe on the disk.
+    until(lambda: [job for job in window.jobs() if "three.bin" in job["address"] and job["state"] != "waiting"], "its begin")
     window.kill()
     window.start()
     window.wait_for_ends(3)
