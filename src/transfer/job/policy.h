@@ -227,6 +227,8 @@ class JobPolicy {
                        Clock::time_point now);
     AfterFailure restart_without_ranges(const FailedAttempt& attempt, const PolicyRules& rules);
     void ask_for_restart(const Result& why, bool whole);
+    [[nodiscard]] const Worker* receives_from_start() const;
+    void go_on_alone(const Worker& first);
     void discard_version(int version, const Worker& asker);
 
     // policy_mirrors.cpp

@@ -153,6 +153,7 @@ void JobPolicy::accept(Worker& worker, const SourceAnswer& answer, VersionMatch 
         mirrors_.serve_further(worker.mirror);
     if (is_news) note(Direction::note, message_text(Message::can_resume));
     // A server that ignored one range and answers another can resume after all.
+    if (!answer.whole) mirror.no_ranges = false;
     if (!answer.whole && job_.whole_file == 0) only_one_ = false;
     if (std::exchange(continued_, false)) note(Direction::note, message_text(Message::same_file));
     worker.answer = answers_.open();

@@ -240,6 +240,10 @@ bool JobPolicy::contradicted(Worker& worker, std::int64_t begin, std::int64_t en
         note(Direction::error, "The bytes around " + std::to_string(begin) +
                                    " are others than those received before: the server does not begin where "
                                    "it is asked to, or the file has changed.");
+        if (const Worker* const first = receives_from_start()) {
+            go_on_alone(*first);
+            return first != &worker;
+        }
         ask_for_restart(Code::range_ignored, true);
         return true;
     }
@@ -260,6 +264,28 @@ bool JobPolicy::contradicted(Worker& worker, std::int64_t begin, std::int64_t en
     }
     for (const int version : there) discard_version(version, worker);
     return false;
+}
+
+// The connection whose answer began where the file does, with nothing but its own bytes in front of it: that
+// answer is right, whatever the others are.
+const Worker* JobPolicy::receives_from_start() const {
+    if (has_earlier_) return nullptr;
+    for (const Worker* worker : segments_.workers()) {
+        const bool is_first = worker->brings_bytes() && worker->segment != nullptr &&
+                              answers_.first_of(worker->answer) == AnswerBook::earlier;
+        if (is_first && !segments_.is_missing(0, worker->segment->start)) return worker;
+    }
+    return nullptr;
+}
+
+// What the others gave is thrown away.
+void JobPolicy::go_on_alone(const Worker& first) {
+    for (int answer = AnswerBook::earlier + 1; answer <= answers_.count(); ++answer) {
+        if (answers_.first_of(answer) == answer) discard_version(answer, first);
+    }
+    mirrors_.refuse_all_further(first.mirror);
+    only_one_ = true;
+    size_reported_ = false;
 }
 
 void JobPolicy::discard_version(int version, const Worker& asker) {
