@@ -211,8 +211,7 @@ void NewJobDialog::read() {
     form_.comment = wide_of(comment_->GetValue());
 }
 
-// Follows parts that came or went, without leaving the screen. What they moved is drawn anew: Windows leaves
-// some of it where it stood.
+// Follows parts that came or went, without leaving the screen; what they moved is drawn anew at once.
 void NewJobDialog::grow() {
     Layout();
     Fit();
