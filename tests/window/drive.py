@@ -102,8 +102,16 @@ class Window(Usage, display.Vantlow):
         return self.find("table", self.TABLES[columns])
 
     def lines(self, columns):
-        table = self.table(columns)
-        return [table.line(row) for row in range(table.rows())]
+        from gi.repository import GLib
+
+        def look():
+            try:
+                table = self.table(columns)
+                return [[table.line(row) for row in range(table.rows())]]
+            except GLib.GError:
+                return None  # it changed while it was read
+
+        return until(look, f"the rows of {columns}")[0]
 
     def click_header(self, title):
         table = self.table(self.LIST).own.get_table_iface()
