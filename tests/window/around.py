@@ -41,8 +41,15 @@ class NoticeServer:
             self.connection = connection
             connection.register_object("/org/freedesktop/Notifications", interface, self.answer, None, None)
 
-        Gio.bus_own_name(Gio.BusType.SESSION, "org.freedesktop.Notifications", 0, own, None, None)
-        threading.Thread(target=GLib.MainLoop().run, daemon=True).start()
+        # A loop of its own: the standard one is that of the accessibility interface, whose answers it would take away.
+        context = GLib.MainContext.new()
+
+        def serve():
+            context.push_thread_default()
+            Gio.bus_own_name(Gio.BusType.SESSION, "org.freedesktop.Notifications", 0, own, None, None)
+            GLib.MainLoop.new(context, False).run()
+
+        threading.Thread(target=serve, daemon=True).start()
 
     def answer(self, _connection, _sender, _path, _interface, method, words, call):
         answers = {"GetCapabilities": ("(as)", (["actions", "body"],)), "CloseNotification": None,

@@ -182,7 +182,8 @@ void SpeedHistogram::draw(wxDC& dc, const wxSize& size) {
     if (middle > dc.GetTextExtent(top).x + FromDIP(12)) dc.DrawText(now, middle, FromDIP(2));
 }
 
-// What is fetched stands as a surface, what is sent as a line above it: colours are not the only sign.
+// The speed of receiving stands as a surface, that of sending as a line above it: colours are not the only
+// sign.
 void SpeedHistogram::draw_down(wxDC& dc, const wxRect& room, const std::vector<SpeedSample>& samples,
                                double scale) {
     std::vector<wxPoint> points = curve(room, samples, scale, &SpeedSample::down);

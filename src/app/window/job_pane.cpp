@@ -141,7 +141,8 @@ void JobPane::show(const View& view, const wxString& search) {
 void JobPane::look_at_note() {
     const bool is_empty = model_.rows.size() == 0;
     if (is_empty) {
-        const bool is_first = model_.engine.jobs_below(nullptr).empty();
+        const bool is_first = std::ranges::all_of(model_.engine.categories(),
+                                                  [](const CClassNode* one) { return one->jobs.empty(); });
         note_->SetLabel(is_first ? ui(tr("Ctrl+N adds a download; links can be pasted or dropped here, too."))
                         : is_searching_ ? ui(tr("No download here holds these words."))
                                         : ui(tr("There are no downloads in this view.")));

@@ -14,8 +14,9 @@ constexpr std::chrono::seconds after_refusal{5};
 constexpr int most_refusals = 3;
 constexpr auto never = Clock::time_point::max();
 
-bool is_different(const Result& why) noexcept {
-    return why.kind() == Kind::restart;
+// Left because it differed from what another one gave.
+bool is_different(const Mirror& mirror) noexcept {
+    return mirror.left && mirror.why.kind() == Kind::restart;
 }
 
 }  // namespace
@@ -53,6 +54,13 @@ bool MirrorSet::is_any_usable() const noexcept {
     return false;
 }
 
+bool MirrorSet::any_gives_parts(int but) const noexcept {
+    for (int i = 0; i < count(); ++i) {
+        if (i != but && is_usable(i) && gives_parts(i)) return true;
+    }
+    return false;
+}
+
 bool MirrorSet::is_free(int index, int thread_limit, Clock::time_point now) {
     Mirror& mirror = at(index);
     if (!is_usable(index) || now < mirror.not_before) return false;
@@ -83,13 +91,12 @@ int MirrorSet::choose(int thread_limit, const std::function<bool(int)>& may, Clo
 }
 
 std::optional<Clock::time_point> MirrorSet::next_chance() const {
-    bool any_gives_parts = false;
-    for (int i = 0; i < count(); ++i) any_gives_parts = any_gives_parts || (is_usable(i) && gives_parts(i));
+    const bool others_give_parts = any_gives_parts();
     std::optional<Clock::time_point> earliest;
     for (int i = 0; i < count(); ++i) {
         const Mirror& mirror = at(i);
         // One that gives the whole only waits for the end of the others.
-        if (!is_usable(i) || (any_gives_parts && !gives_parts(i))) continue;
+        if (!is_usable(i) || (others_give_parts && !gives_parts(i))) continue;
         const auto chance =
             mirror.connections > 0 ? std::max(mirror.not_before, mirror.grow_at) : mirror.not_before;
         if (chance == never) continue;
@@ -145,7 +152,7 @@ bool MirrorSet::pardon_different() {
     const auto pardon = [this](auto may) {
         bool any = false;
         for (Mirror& mirror : mirrors_) {
-            if (!mirror.left || !is_different(mirror.why) || !may(mirror)) continue;
+            if (!is_different(mirror) || !may(mirror)) continue;
             mirror.left = false;
             mirror.contradictions = 0;
             any = true;
@@ -157,13 +164,12 @@ bool MirrorSet::pardon_different() {
 }
 
 bool MirrorSet::is_any_different() const noexcept {
-    return std::any_of(mirrors_.begin(), mirrors_.end(),
-                       [](const Mirror& mirror) { return mirror.left && is_different(mirror.why); });
+    return std::any_of(mirrors_.begin(), mirrors_.end(), is_different);
 }
 
 bool MirrorSet::is_any_changed() const noexcept {
     return std::any_of(mirrors_.begin(), mirrors_.end(), [](const Mirror& mirror) {
-        return mirror.left && is_different(mirror.why) && mirror.why.code != Code::size_differs;
+        return is_different(mirror) && mirror.why.code != Code::size_differs;
     });
 }
 

@@ -66,6 +66,8 @@ class MirrorSet {
     [[nodiscard]] bool gives_parts(int mirror) const noexcept {
         return !at(mirror).no_ranges && !at(mirror).only_alone;
     }
+    /// A usable one does, beside `but`.
+    [[nodiscard]] bool any_gives_parts(int but = none) const noexcept;
     /// Not left, and not shut out by the only one that is to be used.
     [[nodiscard]] bool is_usable(int mirror) const noexcept;
     [[nodiscard]] bool is_any_usable() const noexcept;

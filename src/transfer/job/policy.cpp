@@ -51,7 +51,7 @@ void JobPolicy::begin(bool continued) {
     const bool is_sure = !mirrors_.are_several() && has_strong_validator(version_);
     verify_joints_ =
         mirrors_.are_several() ? !(job_.sources && job_.sources->pieces) : continued && (blind_ || !is_sure);
-    if (!continued || !verify_joints_ || (is_sure && !blind_)) return;
+    if (!continued || !verify_joints_) return;
     // Each range was given by one answer, and nothing shows yet that they are of one version.
     for (const auto& range : segments_.there()) answers_.wrote(range.begin, range.end, answers_.open());
     if (mirrors_.are_several()) return;

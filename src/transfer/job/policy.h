@@ -210,6 +210,7 @@ class JobPolicy {
     Verdict cannot_resume(Worker& worker, const SourceAnswer& answer, VersionMatch match,
                           const PolicyRules& rules);
     void accept(Worker& worker, const SourceAnswer& answer, VersionMatch match);
+    [[nodiscard]] bool receives_from_start(const Worker& worker) const;
     [[nodiscard]] bool is_received_from_start() const;
     [[nodiscard]] VersionMatch compare(const ResourceVersion& known, const ResourceVersion& answer) const;
 
@@ -227,7 +228,7 @@ class JobPolicy {
                        Clock::time_point now);
     AfterFailure restart_without_ranges(const FailedAttempt& attempt, const PolicyRules& rules);
     void ask_for_restart(const Result& why, bool whole);
-    [[nodiscard]] const Worker* receives_from_start() const;
+    [[nodiscard]] const Worker* right_from_start() const;
     void go_on_alone(const Worker& first);
     void discard_version(int version, const Worker& asker);
 

@@ -194,13 +194,17 @@ void JobPolicy::adopt(Worker& worker, const SourceAnswer& answer, const std::u16
     size_reported_ = !only_one_ && size > 0 && !encoded_ && !answer.ranges_denied;
 }
 
+// Everything in front of what the connection receives is there.
+bool JobPolicy::receives_from_start(const Worker& worker) const {
+    return worker.brings_bytes() && worker.segment != nullptr &&
+           !segments_.is_missing(0, worker.segment->start);
+}
+
 // The bytes that the connection in front of everything receives are worth more than an answer that begins
 // anew.
 bool JobPolicy::is_received_from_start() const {
-    return std::ranges::any_of(segments_.workers(), [&](const Worker* worker) {
-        return worker->receiving && !worker->retired && worker->segment != nullptr &&
-               !segments_.is_missing(0, worker->segment->start);
-    });
+    return std::ranges::any_of(segments_.workers(),
+                               [&](const Worker* worker) { return receives_from_start(*worker); });
 }
 
 // The server gave the whole resource although a later part was asked for.

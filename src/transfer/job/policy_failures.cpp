@@ -240,7 +240,7 @@ bool JobPolicy::contradicted(Worker& worker, std::int64_t begin, std::int64_t en
         note(Direction::error, "The bytes around " + std::to_string(begin) +
                                    " are others than those received before: the server does not begin where "
                                    "it is asked to, or the file has changed.");
-        if (const Worker* const first = receives_from_start()) {
+        if (const Worker* const first = right_from_start()) {
             go_on_alone(*first);
             return first != &worker;
         }
@@ -268,17 +268,16 @@ bool JobPolicy::contradicted(Worker& worker, std::int64_t begin, std::int64_t en
 
 // The connection whose answer began where the file does, with nothing but its own bytes in front of it: that
 // answer is right, whatever the others are.
-const Worker* JobPolicy::receives_from_start() const {
+const Worker* JobPolicy::right_from_start() const {
     if (has_earlier_) return nullptr;
     for (const Worker* worker : segments_.workers()) {
-        const bool is_first = worker->brings_bytes() && worker->segment != nullptr &&
-                              answers_.first_of(worker->answer) == AnswerBook::earlier;
-        if (is_first && !segments_.is_missing(0, worker->segment->start)) return worker;
+        const bool is_first = answers_.first_of(worker->answer) == AnswerBook::earlier;
+        if (is_first && receives_from_start(*worker)) return worker;
     }
     return nullptr;
 }
 
-// What the others gave is thrown away.
+// The bytes of all others are thrown away.
 void JobPolicy::go_on_alone(const Worker& first) {
     for (int answer = AnswerBook::earlier + 1; answer <= answers_.count(); ++answer) {
         if (answers_.first_of(answer) == answer) discard_version(answer, first);

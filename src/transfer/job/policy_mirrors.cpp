@@ -94,11 +94,7 @@ std::string JobPolicy::note_change(Worker& asker, const Result& why, Clock::time
     mirror.effective.clear();
     mirror.not_before = now + short_pause;
     if (++mirror.contradictions <= most_contradictions) return {};
-    for (int other = 0; other < mirrors_.count(); ++other) {
-        const bool is_there =
-            other != asker.mirror && mirrors_.is_usable(other) && mirrors_.gives_parts(other);
-        if (is_there) mirror.only_alone = true;
-    }
+    if (mirrors_.any_gives_parts(asker.mirror)) mirror.only_alone = true;
     return mirror.only_alone ? std::string() : leave_mirror(asker.mirror, why, &asker);
 }
 

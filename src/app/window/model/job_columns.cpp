@@ -4,6 +4,7 @@
 
 #include "app/process/job_view.h"
 #include "app/terminal/display_text.h"
+#include "app/window/model/links.h"
 #include "app/window/model/texts.h"
 #include "app/window/model/translate.h"
 #include "base/text.h"
@@ -19,18 +20,22 @@ std::u16string_view last_name(std::u16string_view path) noexcept {
 
 // The last part of an address that names a file by it; else the address.
 std::u16string_view name_in_address(std::u16string_view address) noexcept {
-    constexpr std::u16string_view schemes[] = {u"http://", u"https://", u"ftp://", u"ftps://", u"sftp://"};
-    const auto* const scheme =
-        std::ranges::find_if(schemes, [&](std::u16string_view one) { return istarts_with(address, one); });
-    if (scheme == std::end(schemes) || address.find(u'?') != std::u16string_view::npos) return address;
+    const std::u16string_view scheme = scheme_of_server(address);
+    if (scheme.empty() || address.find(u'?') != std::u16string_view::npos) return address;
     const auto at = address.find_last_of(u'/');
-    return at >= scheme->size() && at + 1 < address.size() ? address.substr(at + 1) : address;
+    return at >= scheme.size() && at + 1 < address.size() ? address.substr(at + 1) : address;
 }
 
-// The file's name, or what it was asked to be, or what the address names while neither is known.
+// The file's name, or what it was asked to be; empty while neither is known.
+std::u16string_view known_name_in(const CJobNode& job, std::u16string_view path) noexcept {
+    const auto name = last_name(path);
+    return name.empty() ? std::u16string_view(job.file_name) : name;
+}
+
+// The same, or what the address names.
 std::u16string_view name_in(const CJobNode& job, std::u16string_view path) noexcept {
-    if (const auto name = last_name(path); !name.empty()) return name;
-    return job.file_name.empty() ? name_in_address(job.address) : std::u16string_view(job.file_name);
+    const auto known = known_name_in(job, path);
+    return known.empty() ? name_in_address(job.address) : known;
 }
 
 std::u16string_view path_in(const CJobNode& job, const LiveJob* live) noexcept {
@@ -160,8 +165,8 @@ const ColumnFacts& facts_of(Column column) {
 std::string RowFacts::cell(Column column) const {
     switch (column) {
         case Column::name: {
-            const std::u16string_view path = path_in(job, live);
-            if (!last_name(path).empty() || !job.file_name.empty()) return shown(name_in(job, path));
+            const auto known = known_name_in(job, path_in(job, live));
+            if (!known.empty()) return shown(known);
             const std::u16string_view name = name_in_address(job.address);
             return name.size() == job.address.size() ? printable(JobView::address_of(job))
                                                      : printable(percent_decode(to_utf8(name)));

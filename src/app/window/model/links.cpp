@@ -309,10 +309,18 @@ std::vector<std::string> links_in_shortcut(std::string_view text) {
 std::vector<std::string> links_by_rule(std::vector<std::string> links, std::string_view rule) {
     const auto read = parse_category_rule(rule);
     if (!read || (read->endings.empty() && read->hosts.empty())) return links;
-    std::erase_if(links, [&read](const std::string& link) {
-        return !category_by({*read}, to_utf16(link), {}).has_value();
+    std::erase_if(links, [rules = std::vector{*read}](const std::string& link) {
+        return !category_by(rules, to_utf16(link), {}).has_value();
     });
     return links;
+}
+
+std::u16string_view scheme_of_server(std::u16string_view address) noexcept {
+    constexpr std::u16string_view schemes[] = {u"http://", u"https://", u"ftp://", u"ftps://", u"sftp://"};
+    for (const std::u16string_view scheme : schemes) {
+        if (istarts_with(address, scheme)) return scheme;
+    }
+    return {};
 }
 
 PatternLinks expand_patterns(std::string_view address, std::size_t at_most) {

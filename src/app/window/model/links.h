@@ -24,6 +24,10 @@ std::vector<std::string> links_in_shortcut(std::string_view text);
 /// of them where the rule is empty or cannot be read.
 std::vector<std::string> links_by_rule(std::vector<std::string> links, std::string_view rule);
 
+/// The scheme of an address, with its "://", where a server of HTTP, FTP, SFTP or their secured forms is
+/// named by it; else empty.
+std::u16string_view scheme_of_server(std::u16string_view address) noexcept;
+
 /// An address with patterns: "[1-20]", "[001-100]" (leading zeros are kept), "[0-100:10]" (a step),
 /// "[a-z]", "[A-Z]". Several patterns make all combinations, the last one counting fastest. Brackets that
 /// are no pattern, as of IPv6 addresses, stay as they are.

@@ -212,12 +212,9 @@ JobDraft NewJobs::draft_of(const NewJobForm& form) const {
 
 std::string NewJobs::question_of(const NewJobForm& form) const {
     const std::vector<std::string> links = preview(form, 2);
-    constexpr std::string_view asked[] = {"http://", "https://", "ftp://", "ftps://", "sftp://"};
-    const bool has_server =
-        links.size() == 1 && std::ranges::any_of(asked, [&links](std::string_view scheme) {
-            return istarts_with(links[0], scheme);
-        });
-    if (!has_server || !is_fetchable(to_utf16(links[0]))) return {};
+    if (links.size() != 1) return {};
+    const std::u16string address = to_utf16(links[0]);
+    if (scheme_of_server(address).empty() || !is_fetchable(address)) return {};
     std::string all = links[0];
     for (const std::u16string* part :
          {&form.user, &form.password, &form.referer, &form.agent, &form.cookie, &form.proxy})
