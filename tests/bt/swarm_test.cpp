@@ -346,13 +346,14 @@ TEST(SwarmTest, PeersTellEachOtherOfPeersAndIntroduceThem) {
     }
 }
 
+std::shared_ptr<const IpFilter> filter_of(const char* list) {
+    IpFilterReader reader;
+    reader.feed(list);
+    return std::make_shared<const IpFilter>(reader.finish());
+}
+
 // Nobody who is blocked is called or may call; who becomes blocked is left, and may come back.
 TEST(SwarmTest, WhomTheFilterBlocksStaysAway) {
-    const auto filter_of = [](const char* list) {
-        IpFilterReader reader;
-        reader.feed(list);
-        return std::make_shared<const IpFilter>(reader.finish());
-    };
     const Content content(6, 4'000'000, 64 * 1024);
     Swarms world(6, content);
     for (int i = 0; i < 2; ++i) world.add({.up = 50'000}).be_seed();
@@ -371,6 +372,77 @@ TEST(SwarmTest, WhomTheFilterBlocksStaysAway) {
         60s));
     leecher.swarm->set_filter(nullptr);
     EXPECT_TRUE(world.all_right(200s));
+}
+
+/// A peer that takes calls, reads what comes, and never says a word.
+class Silent {
+  public:
+    explicit Silent(SimulatedInternet& internet)
+        : host(internet.add_host("192.0.2.99")), listener_(*host.listen(host.address(), 8)) {
+        accept();
+    }
+    [[nodiscard]] SocketAddress address() const { return *listener_->address(); }
+    [[nodiscard]] std::size_t calls() const { return streams_.size(); }
+    /// The calls among them that began without encryption. To be asked once.
+    [[nodiscard]] std::size_t plain_calls() const {
+        std::array<std::byte, 20> first{};
+        return static_cast<std::size_t>(std::ranges::count_if(streams_, [&](const auto& stream) {
+            const net::Step step = stream->read(first, host.now());
+            return step.state == net::Step::State::moved &&
+                   std::string_view(reinterpret_cast<const char*>(first.data()), step.bytes)
+                       .starts_with(PeerHandshake::beginning);
+        }));
+    }
+
+    SimulatedHost& host;
+
+  private:
+    void accept() {
+        listener_->accept([this](auto taken) {
+            if (taken) streams_.push_back(*std::move(taken));
+            accept();
+        });
+    }
+    std::unique_ptr<net::Listener> listener_;
+    std::vector<std::unique_ptr<net::Stream>> streams_;
+};
+
+// One that does not answer the encrypted handshake is called plainly next; who was left meanwhile is not.
+TEST(SwarmTest, WhoIsLeftInTheEncryptedHandshakeIsNotCalledInTheClear) {
+    const Content content(7, 100'000, block_size);
+    const std::shared_ptr<const IpFilter> none;
+    const auto blocked = filter_of("192.0.2.99");
+    for (const auto& filter : {none, blocked}) {
+        SimulatedInternet internet(7);
+        Silent silent(internet);
+        Client client(internet, content, 1, {}, 0);
+        client.swarm->start();
+        client.swarm->add_peers(std::vector{silent.address()});
+        net::SharedTokens down(client.host.now());
+        net::SharedTokens up(client.host.now());
+        MetadataFetch fetch(client.host, "-VL0000-the-magnet--", LinkLimits{down, up},
+                            LinkCrypto{&secur_library(), 0, content.torrent.info_hash}, [](std::string) {},
+                            {});
+        fetch.start();
+        fetch.add_peers(std::vector{silent.address()});
+        internet.run_for(5s);
+        ASSERT_EQ(silent.calls(), 2U) << "both, with the encrypted handshake";
+        client.swarm->set_filter(filter);
+        fetch.set_filter(filter);
+        internet.run_for(40s);
+        EXPECT_EQ(silent.plain_calls(), filter ? 0U : 2U);
+    }
+    // The same where this machine gets another way out: the next call is encrypted, too.
+    SimulatedInternet internet(8);
+    Silent silent(internet);
+    Client client(internet, content, 1, {}, 0);
+    client.swarm->start();
+    client.swarm->add_peers(std::vector{silent.address()});
+    internet.run_for(5s);
+    client.swarm->begin_anew();
+    internet.run_for(5s);
+    EXPECT_EQ(silent.calls(), 2U);
+    EXPECT_EQ(silent.plain_calls(), 0U);
 }
 
 // Settings as LinkCrypto has them; a side without the library has none.

@@ -66,7 +66,9 @@ void MetadataFetch::set_filter(std::shared_ptr<const IpFilter> filter) {
     candidates_.set_filter(std::move(filter));
     std::vector<std::uint32_t> numbers;
     for (const auto& [number, asked] : links_) {
-        if (candidates_.is_blocked(asked.link->address())) numbers.push_back(number);
+        if (!candidates_.is_blocked(asked.link->address())) continue;
+        asked.link->do_not_call_again();
+        numbers.push_back(number);
     }
     for (const std::uint32_t number : numbers) leave(number, false);
 }

@@ -50,7 +50,7 @@ void PeerLink::call(const PeerHandshake& handshake, CallForm form, bool at_once)
 }
 
 std::optional<CallForm> PeerLink::next_call() const noexcept {
-    if (is_incoming_ || !is_connected_ || !mse_ || is_agreed_) return std::nullopt;
+    if (!may_call_again_ || is_incoming_ || !is_connected_ || !mse_ || is_agreed_) return std::nullopt;
     if (mse_->streams().has_short_secret() && !is_second_call_) return CallForm::encrypted_again;
     if (crypto_.is_needed()) return std::nullopt;
     return CallForm::plain;

@@ -102,6 +102,8 @@ class PeerLink {
     /// Of one that has ended: how the peer, which was there but did not take the encrypted handshake, is
     /// called again at once.
     [[nodiscard]] std::optional<CallForm> next_call() const noexcept;
+    /// It ends because this side wants no connection: next_call() is none, however far the handshake is.
+    void do_not_call_again() noexcept { may_call_again_ = false; }
     [[nodiscard]] bool is_incoming() const noexcept { return is_incoming_; }
     /// All that passes is encrypted, not just the handshake.
     [[nodiscard]] bool is_encrypted() const noexcept {
@@ -177,6 +179,7 @@ class PeerLink {
     bool is_connected_ = false;
     bool is_agreed_ = false;       ///< the encrypted handshake is over
     bool is_second_call_ = false;  ///< with the encrypted handshake
+    bool may_call_again_ = true;
     bool has_ended_ = false;
     bool is_paused_ = false;
     bool waits_to_write_ = false;

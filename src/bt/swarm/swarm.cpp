@@ -85,7 +85,10 @@ void Swarm::drop_outside(const std::function<bool(const PeerLink&)>& is_meant) {
         if (reach_of(link->address()) != Reach::nowhere && is_meant(*link)) numbers.push_back(number);
     }
     for (const std::uint32_t number : numbers) {
-        if (const auto at = links_.find(number); at != links_.end()) drop(*at->second, false);
+        const auto at = links_.find(number);
+        if (at == links_.end()) continue;
+        at->second->do_not_call_again();
+        drop(*at->second, false);
     }
 }
 
