@@ -43,7 +43,7 @@ build_it() {
     fi
     give_archive libminiupnpc.a miniupnpc/libminiupnpc.a
     # Routers that know it mostly know UPnP, too: what can be had without these sources is worth having.
-    fetch libnatpmp libnatpmp || return 0
+    fetch libnatpmp libnatpmp || fetch_original libnatpmp libnatpmp || return 0
     build_natpmp libnatpmp
     give_headers libnatpmp/natpmp.h libnatpmp/natpmp_declspec.h
     give_archive libnatpmp.a libnatpmp/libnatpmp.a

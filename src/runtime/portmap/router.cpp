@@ -102,7 +102,7 @@ class NatPmp {
         int state = NATPMP_TRYAGAIN;
         while (state == NATPMP_TRYAGAIN && Clock::now() < until && !asker.has_left()) {
             pollfd waiting{};
-            waiting.fd = natpmp_.s;
+            waiting.fd = static_cast<decltype(waiting.fd)>(natpmp_.s);
             waiting.events = POLLIN;
 #ifdef _WIN32
             WSAPoll(&waiting, 1, slice);
