@@ -35,15 +35,15 @@ bool is_device(std::u16string_view name) noexcept {
     return numbered && digits.find(stem[3]) != std::u16string_view::npos;
 }
 
-// An unfinished file, its state, or what the state is written to first; in any letter case, as Windows reads
-// names.
+// An unfinished file, its state, what the state is written to first, or a file whose hash was wrong; in any
+// letter case, as Windows reads names.
 bool is_ours(std::u16string_view name) noexcept {
     constexpr std::u16string_view while_written = u".new";
     const auto ends_with = [&](std::u16string_view suffix) {
         return name.size() >= suffix.size() && iequals(name.substr(name.size() - suffix.size()), suffix);
     };
     if (ends_with(while_written)) name.remove_suffix(while_written.size());
-    return ends_with(partial_suffix) || ends_with(state_suffix);
+    return ends_with(partial_suffix) || ends_with(state_suffix) || ends_with(wrong_hash_suffix);
 }
 
 void trim_ends(std::u16string& name) {
@@ -102,7 +102,8 @@ std::u16string safe_file_name(std::u16string_view name, std::u16string_view othe
         safe.insert(safe.begin(), u'_');
         fit();
     }
-    // A state beside an unfinished file is believed: nobody else names a file so.
+    // A state beside an unfinished file is believed, and a person believes that a hash was wrong: nobody else
+    // names a file so.
     if (is_ours(safe)) safe += u'_';
     return safe;
 }

@@ -41,12 +41,15 @@ TEST(FtpReplies, AreTheSameWhereverTheBytesAreCut) {
 TEST(FtpReplies, WhatIsNoneAndWhatNeverEndsBreaksTheReader) {
     for (const std::string& bytes :
          {std::string("HTTP/1.1 400 Bad\r\n"), std::string("SSH-2.0-x\r\n"), std::string("999 no\r\n"),
-          std::string("220+x\r\n"), std::string(20'000, 'x')}) {
+          std::string("220+x\r\n"), std::string(70'000, 'x')}) {
         FtpReplyReader reader;
         reader.add(bytes);
         EXPECT_FALSE(reader.take().has_value());
         EXPECT_TRUE(reader.is_broken()) << bytes.substr(0, 20);
     }
+    FtpReplyReader long_line;
+    long_line.add("220 " + std::string(17 * 1024, 'x') + "\r\n");
+    EXPECT_TRUE(long_line.take().has_value()) << "chatty, and a reply all the same";
     FtpReplyReader endless;
     for (int i = 0; i < 1'000'000 && !endless.is_broken(); ++i) {
         endless.add("211-line\r\n");

@@ -137,6 +137,7 @@ TEST_F(JobTest, NamesComeFromTheServerAndStayInTheFolder) {
         {"attachment; filename=.netrc", "/x", u"_.netrc"},
         {"attachment; filename=\"k.bin.vantlow-job\"", "/x", u"k.bin.vantlow-job_"},
         {"attachment; filename=\"K.BIN.Vantlow. .\"", "/x", u"K.BIN.Vantlow_"},
+        {"attachment; filename=\"k.bin.wrong-hash\"", "/x", u"k.bin.wrong-hash_"},
         {"", "/a%20b%2Fc", u"c"},
         {"", "/noextension", u"noextension"},
         {"", "/folder/?q=1", u"index"},

@@ -102,6 +102,25 @@ TEST_F(ResumeTest, WithoutValidatorsTheJointsAreCompared) {
     }
 }
 
+TEST_F(ResumeTest, OfAServerWithoutRangesNothingCountsAsDoneAfterAStop) {
+    FileServer server(FileResource{.content = content, .accept_ranges = false, .hold_after = 100'000});
+    auto job = make_job(server.url16(), 2);
+    {
+        Run running(*this, *job, {});
+        ASSERT_TRUE(log.wait_for(message_text(Message::cannot_resume))) << log.all();
+        ASSERT_TRUE(running.wait_for_done(100'000));
+        running.thread().stop();
+        EXPECT_EQ(running.end().result.code, Code::stopped);
+        EXPECT_TRUE(running.thread().safe_copy()->segments.empty());
+    }
+    EXPECT_TRUE(only({}));
+    EXPECT_TRUE(job->segments.empty()) << "done says more than is there";
+    EXPECT_EQ(job->file_size, static_cast<std::int64_t>(size));
+    EXPECT_TRUE(log.has("cannot be continued later"));
+    server.release();
+    expect_file(run(*job), content);
+}
+
 TEST_F(ResumeTest, AChangeWhileItRunsNeverMixesVersions) {
     FileServer server(FileResource{.content = content, .hold_after = 100'000});
     auto job = make_job(server.url16(), 3);

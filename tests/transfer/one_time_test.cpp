@@ -169,7 +169,7 @@ TEST_F(OneTimeTest, MachinesThatDisagreeAreToldApart) {
         auto job = make_job(server.url16(), 2);
         const JobOutcome outcome = run(*job);
         EXPECT_EQ(outcome.restarts, 0) << log.all();
-        EXPECT_EQ(outcome.result.code, Code::ok);
+        EXPECT_EQ(outcome.result.code, Code::ok) << log.all();
         EXPECT_TRUE(file_has(outcome.path, content));
     }
 }

@@ -176,6 +176,21 @@ TEST_F(PolicyTest, WhereNobodyElseIsServedTheOpenAnswerReadsOnToAGap) {
     EXPECT_EQ(first.limit, size);
 }
 
+// A machine that tells no version gave bytes where nothing stood beside them, and another one shows that they
+// are not of the first version: without this both would be asked in turn for ever.
+TEST_F(PolicyTest, BytesThatAnAnswerOfTheFirstVersionContradictsGo) {
+    Worker& first = *workers.front();
+    Worker& further = start();
+    const std::int64_t cut = further.position;
+    ASSERT_EQ(policy.answered(further, answer(cut, ""), cut, rules).next, Verdict::Next::go_on);
+    receive(further, 50'000);
+    receive(first, first.limit - first.position);
+    EXPECT_FALSE(policy.contradicted(first, cut - 4096, cut + 4096))
+        << "it is the first one that is believed";
+    EXPECT_TRUE(policy.is_there(cut - 4096, cut));
+    EXPECT_FALSE(policy.is_there(cut, cut + 4096));
+}
+
 TEST_F(PolicyTest, AnotherVersionIsBelievedWhenNoneReceivesAndItIsSeenThreeTimes) {
     Worker& first = *workers.front();
     EXPECT_TRUE(fail(first, Code::transient, true).again);
@@ -376,6 +391,49 @@ TEST_F(PolicyTest, TheJobsOwnDelayAndLimitAreKept) {
     EXPECT_TRUE(after.again && after.announced);
     EXPECT_EQ(after.wait, seconds(7));
     EXPECT_FALSE(fail(first, Code::transient, true, 2).again);
+}
+
+TEST_F(PolicyTest, ARefusalBesideConnectionsThatReceiveIsNothingThatTheJobWaitsFor) {
+    Worker& first = *workers.front();
+    Worker& further = start();
+    fail(further, {Code::busy, "503"});
+    policy.strike(further, {Code::busy, "503"});
+    receive(first, first.limit - first.position);
+    policy.released(first, -1, true, 0);
+    JobProgress shown;
+    policy.fill(shown, now);
+    EXPECT_EQ(shown.waiting_for, "") << "all is there";
+    // When it is the one that receives that is refused, the job does wait.
+    policy.segments().take_back(0, 100'000);
+    now += std::chrono::hours(1);
+    Worker& alone = start();
+    EXPECT_TRUE(fail(alone, {Code::busy, "503 later"}).again);
+    policy.fill(shown, now);
+    EXPECT_EQ(shown.waiting_for, "503 later");
+}
+
+// The connections end one after the other; what the last of them hear comes when none receives any more.
+TEST_F(PolicyTest, AJobThatIsStoppedEndsAsStoppedWhateverItsConnectionsStillHear) {
+    Worker& first = *workers.front();
+    Worker& further = start();
+    Worker& last = start();
+    policy.stop();
+    EXPECT_FALSE(fail(first, Code::stopped, true).again);
+    policy.released(first, -1, false, 0);
+    policy.strike(first, Code::stopped);
+    const Verdict verdict = policy.answered(further, answer(0), further.position, rules);
+    EXPECT_EQ(verdict.next, Verdict::Next::refuse) << "throws away what is there";
+    EXPECT_EQ(verdict.result.code, Code::stopped);
+    EXPECT_FALSE(fail(last, {Code::server_error, "403"}).again);
+    leave(further);
+    leave(last);
+    JobProgress shown;
+    policy.fill(shown, now);
+    EXPECT_EQ(shown.waiting_for, "");
+    EXPECT_FALSE(policy.look());
+    EXPECT_FALSE(policy.may_start(0));
+    ASSERT_TRUE(policy.idle_end(now));
+    EXPECT_EQ(policy.idle_end(now)->code, Code::stopped);
 }
 
 class MixingPolicyTest : public PolicyTest {

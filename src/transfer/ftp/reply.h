@@ -25,7 +25,7 @@ struct FtpReply {
 /// all, make it broken for good.
 class FtpReplyReader {
   public:
-    static constexpr std::size_t longest_line = 16 * 1024;
+    static constexpr std::size_t longest_line = 64 * 1024;
     static constexpr std::size_t longest_reply = 4 * 1024 * 1024;
 
     void add(std::string_view bytes);

@@ -152,7 +152,9 @@ Result HttpConversation::read_head(Clock::time_point until, HttpHead& head, bool
         // An empty line behind the answer before (RFC 9112, 2.2) is nothing.
         if (searched == 0)
             received_.erase(0, std::min(received_.find_first_not_of("\r\n"), received_.size()));
-        // Something that is no HTTP at all is told at once, not after a time-out.
+        // Something that is no HTTP at all is refused at once, not after a time-out; behind an interim
+        // answer, too, where it cannot be the rest of one, since those have no body. To skip it in search of
+        // an answer would let whoever can write into the stream choose where the answer begins.
         if (!begins_like_http(received_)) return {Code::server_error, "The answer is not an HTTP response."};
         nothing_came = nothing_came && received_.empty();
         const std::size_t end = find_head_end(received_, searched);

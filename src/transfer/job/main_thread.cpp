@@ -233,6 +233,7 @@ std::optional<Result> CTransferMainThread::idle_end() {
         if (news_there_) return std::nullopt;
     }
     const MutexLock guard(lock_);
+    hear_of_stop();
     return policy_.idle_end(now());
 }
 
@@ -282,6 +283,7 @@ JobProgress CTransferMainThread::progress() {
             if (segment->end == unknown_end) progress.done = start;
         }
         if (progress.head == unknown_end) progress.head = std::max<std::int64_t>(job_.file_size, 0);
+        hear_of_stop();
         policy_.fill(progress, now());
         if (job_.file_size > 0) progress.done = job_.file_size - left;
     }

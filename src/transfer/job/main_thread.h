@@ -118,6 +118,9 @@ class CTransferMainThread : private SubThreadHost, private WrittenListener {
     // The policy, asked under the job's lock; what it wants done beside its answer is done without.
     template <class Ask>
     auto decide(const Ask& ask);
+    void hear_of_stop() VANTLOW_REQUIRES(lock_) {
+        if (stop_.requested()) policy_.stop();
+    }
     void carry_out(const Effects& effects);
     [[nodiscard]] PolicyRules rules() const;
     [[nodiscard]] Clock::time_point now() const noexcept { return services_.connections.time.now(); }
@@ -151,6 +154,7 @@ class CTransferMainThread : private SubThreadHost, private WrittenListener {
     FileError write_state(const CJobNode& snapshot);
     void remember_safe(std::unique_ptr<CJobNode> copy);
     void leave_state(const Result& result);
+    void forget_positions();
     void forget_state();
     void remove_state(const std::u16string& path);
     Result check_hashes(bool& matches);
@@ -214,6 +218,7 @@ auto CTransferMainThread::decide(const Ask& ask) {
     if constexpr (std::is_void_v<decltype(ask(policy_))>) {
         {
             const MutexLock guard(lock_);
+            hear_of_stop();
             ask(policy_);
             tell();
         }
@@ -222,6 +227,7 @@ auto CTransferMainThread::decide(const Ask& ask) {
         std::optional<decltype(ask(policy_))> answer;
         {
             const MutexLock guard(lock_);
+            hear_of_stop();
             answer.emplace(ask(policy_));
             tell();
         }

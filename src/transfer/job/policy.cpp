@@ -84,10 +84,10 @@ int JobPolicy::receiving_from(int mirror) const {
 
 std::optional<JobPolicy::Turn> JobPolicy::look() {
     if (fatal_) return Turn{Turn::What::end, *fatal_};
-    if (restart_) return Turn{Turn::What::restart, *restart_};
+    if (restart_ && !stopping_) return Turn{Turn::What::restart, *restart_};
     take_back_from_left();
     if (is_complete()) return Turn{Turn::What::end, {}};
-    if (!needs_whole()) return std::nullopt;
+    if (stopping_ || !needs_whole()) return std::nullopt;
     note(Direction::note, message_text(Message::cannot_resume));
     ask_for_restart(last_failure_, true);
     return Turn{Turn::What::restart, last_failure_};
@@ -112,7 +112,7 @@ int JobPolicy::usable_chairs() const {
 }
 
 bool JobPolicy::may_start(int connections) const {
-    if (fatal_ || restart_ || taking_over_ || exhausted_) return false;
+    if (fatal_ || restart_ || taking_over_ || exhausted_ || stopping_) return false;
     if (connections >= usable_chairs()) return false;
     if (connections == 0) return true;
     if (!size_reported_) return false;
@@ -149,7 +149,10 @@ void JobPolicy::strike(Worker& worker, const Result& last) {
     if (worker.segment != nullptr) worker.segment->worker = 0;
     worker.segment = nullptr;
     segments_.strike(worker);
-    if (!last.ok() && last.kind() != Kind::stopped) last_failure_ = last;
+    if (!last.ok() && last.kind() != Kind::stopped) {
+        last_failure_ = last;
+        if (!others_receive(worker)) trouble_ = last;
+    }
     effects_.news = true;
 }
 
@@ -160,7 +163,9 @@ std::optional<Clock::time_point> JobPolicy::next_chance(Clock::time_point now) c
 }
 
 std::optional<Result> JobPolicy::idle_end(Clock::time_point now) const {
-    if (fatal_ || restart_ || next_chance(now)) return std::nullopt;
+    if (fatal_) return std::nullopt;
+    if (stopping_) return Result(Code::stopped);
+    if (restart_ || next_chance(now)) return std::nullopt;
     if (last_failure_.ok()) return Result(Code::transient, "No connection is left.");
     return last_failure_;
 }
@@ -175,12 +180,13 @@ void JobPolicy::fill(JobProgress& progress, Clock::time_point now) const {
     progress.restarts = restarts_;
     const bool any_receives =
         std::ranges::any_of(segments_.workers(), [](const Worker* worker) { return worker->brings_bytes(); });
-    if (any_receives || last_failure_.ok()) return;
+    const bool is_through = is_all_there() && checks_.empty();
+    if (any_receives || trouble_.ok() || stopping_ || is_through) return;
     std::optional<Clock::time_point> next = next_chance(now);
     for (const Worker* worker : segments_.workers()) {
         if (worker->has_work() && (!next || worker->next_try < *next)) next = worker->next_try;
     }
-    progress.waiting_for = last_failure_.message();
+    progress.waiting_for = trouble_.message();
     progress.attempts = fruitless_;
     if (next && *next > now) progress.next_try = next;
 }
@@ -256,7 +262,7 @@ Work JobPolicy::take_work(Worker& worker, const PolicyRules& rules, Clock::time_
 }
 
 Work JobPolicy::find_work(Worker& worker, const PolicyRules& rules) {
-    if (fatal_ || restart_ || taking_over_ || worker.retired) return Work::nothing;
+    if (fatal_ || restart_ || taking_over_ || stopping_ || worker.retired) return Work::nothing;
     // One that waited for a mirror in vain, until others had done its work, ends.
     if (worker.mirror == MirrorSet::none || !mirrors_.is_usable(worker.mirror)) return Work::nothing;
     if (flows_on(worker)) return Work::taken;

@@ -96,6 +96,9 @@ class JobPolicy {
     // The run as a whole.
     /// Begins, with what an earlier run left where `continued`. The segments then stand as they are.
     void begin(bool continued);
+    /// The job is being stopped: no connection's answer or failure means anything from here on, and nothing
+    /// is begun, begun anew or waited for. May be said again.
+    void stop() noexcept { stopping_ = true; }
     /// After every event: an end or a restart that was decided; none to go on.
     struct Turn {
         enum class What { end, restart } what = What::end;
@@ -301,7 +304,11 @@ class JobPolicy {
     std::optional<Result> restart_;
     bool restart_whole_ = false;  ///< the restart asks for the whole by one connection
     Result last_failure_;
+    /// What the job waits behind while none receives; ok: nothing. A refusal beside connections that receive
+    /// is none: they go on with its part.
+    Result trouble_;
     std::string notice_;
+    bool stopping_ = false;
     std::array<int, most_connections> errors_{};  ///< by chair
     std::array<bool, most_connections> halted_{};
     int fruitless_ = 0;  ///< attempts in a row, of all connections, that brought nothing while none received

@@ -28,6 +28,7 @@ VersionMatch JobPolicy::compare(const ResourceVersion& known, const ResourceVers
 Verdict JobPolicy::answered(Worker& worker, const SourceAnswer& answer, std::int64_t asked,
                             const PolicyRules& rules) {
     if (taking_over_ || worker.retired) return {Verdict::Next::refuse, Code::handed_over};
+    if (stopping_) return {Verdict::Next::refuse, Code::stopped};
     may_begin_anew_ = rules.may_begin_anew;
     if (worker.check && worker.check->only_version) {
         VersionMatch match = VersionMatch::same;
@@ -38,7 +39,10 @@ Verdict JobPolicy::answered(Worker& worker, const SourceAnswer& answer, std::int
     if (version_known_ && is_rewound) {
         if (others_receive(worker)) return {Verdict::Next::refuse, Code::handed_over};
         Verdict verdict = begins_anew(worker, answer);
-        if (verdict.result.ok()) accept(worker, answer, VersionMatch::same);
+        if (verdict.result.ok()) {
+            accept(worker, answer, VersionMatch::same);
+            contradictions_ = 0;
+        }
         return verdict;
     }
     VersionMatch match = VersionMatch::same;
@@ -56,6 +60,9 @@ Verdict JobPolicy::answered(Worker& worker, const SourceAnswer& answer, std::int
     }
     const bool first = !version_known_;
     accept(worker, answer, match);
+    // Where bytes are compared these decide, whatever the validators say.
+    const bool is_compared = asked < worker.position || worker.check.has_value();
+    if (match == VersionMatch::same && !is_compared) contradictions_ = 0;
     if (first) return {Verdict::Next::adopt, {}};
     // The first answer told no size, a later one does: where it ends is not where the file does.
     const std::int64_t size = answer.version.size;
@@ -163,8 +170,8 @@ void JobPolicy::accept(Worker& worker, const SourceAnswer& answer, VersionMatch 
     worker.receiving = true;
     worker.open_at = -1;
     accepted_once_ = true;
-    if (match == VersionMatch::same) contradictions_ = 0;
     notice_.clear();
+    trouble_ = {};
 }
 
 void JobPolicy::adopt(Worker& worker, const SourceAnswer& answer, const std::u16string& path) {

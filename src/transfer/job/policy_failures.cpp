@@ -41,6 +41,9 @@ AfterFailure JobPolicy::failed(Worker& worker, const FailedAttempt& attempt, con
         end_for_good(result);
         return {};
     }
+    // The connections are told one after the other: one that receives may have ended already, and what
+    // another one is refused now looks as if none received any more.
+    if (stopping_) return {};
     if (attempt.form_sent) {
         // Sent again it might order, book or delete something twice: that is for a person to decide.
         end_for_good({result.kind() == Kind::retry_later ? Code::server_error : result.code,
@@ -67,7 +70,7 @@ AfterFailure JobPolicy::failed(Worker& worker, const FailedAttempt& attempt, con
     // take turns without end.
     const bool is_barren = attempt.accepted && !attempt.progressed;
     if (!others_receive(worker) && !is_barren && another_tries(worker, now)) return {};
-    last_failure_ = result;
+    last_failure_ = trouble_ = result;
     if (is_other_version) return changed_alone(worker, attempt, result, rules, now);
     const bool told_other =
         attempt.told_size >= 0 && version_known_ && version_.size >= 0 && version_.size != attempt.told_size;
@@ -103,8 +106,8 @@ AfterFailure JobPolicy::refused_beside_others(Worker& worker, const FailedAttemp
         mirrors_.refuse_further(worker.mirror, active, now);
         // Where a redirect led may serve once: the way is asked for again.
         mirrors_.at(worker.mirror).effective.clear();
-        note(Direction::note, "A further connection is of no use (" + attempt.result.message() +
-                                  "): those that receive go on with its part.");
+        note(Direction::note, "An additional connection was refused (" + attempt.result.message() +
+                                  "): the connections that receive take over its part.");
     }
     return {};
 }
@@ -185,7 +188,6 @@ AfterFailure JobPolicy::retry(Worker& worker, const FailedAttempt& attempt, cons
     const int fruitless = alone ? std::max(attempt.fruitless, fruitless_) : attempt.fruitless;
     const RetryCase facts = retry_case(++errors_[chair], fruitless, attempt, rules);
     const RetryDecision decision = decide_retry(facts);
-    last_failure_ = attempt.result;
     notice_ = attempt.result.message();
     exhausted_ = facts.limit >= 0 && fruitless_ > facts.limit;
     const bool is_last = decision.give_up || exhausted_;
@@ -205,6 +207,7 @@ AfterFailure JobPolicy::retry(Worker& worker, const FailedAttempt& attempt, cons
         const std::string asked = std::to_string(attempt.server_asks->count());
         last_failure_ = {attempt.result.code, attempt.result.message() + " The server asks to wait for " +
                                                   asked + " seconds, which is longer than is waited here."};
+        trouble_ = last_failure_;
         notice_ = last_failure_.message();
         note(Direction::note, notice_);
     }
@@ -254,9 +257,11 @@ bool JobPolicy::contradicted(Worker& worker, std::int64_t begin, std::int64_t en
         return false;
     }
     const int mine = answers_.first_of(worker.answer);
-    const std::vector<int> there = answers_.versions_in(begin, end);
+    std::vector<int> there = answers_.versions_in(begin, end);
     note(Direction::error,
          "The bytes around " + std::to_string(begin) + " differ from those received before.");
+    // Beside bytes of its own version there are others: those are the ones that differ.
+    if (there.size() > 1 && there.front() == mine) there.erase(there.begin());
     if (there.empty() || there.front() <= mine) {
         // Of a connection that was compared before it wrote anything nothing is there.
         if (there.empty() || there.front() < mine) discard_version(mine, worker);
@@ -333,7 +338,7 @@ bool JobPolicy::hash_was_wrong(bool& anew) {
     if (!anew) keep_only_from(best);
     note(Direction::error, text);
     notice_ = text;
-    last_failure_ = Code::hash_differs;
+    last_failure_ = trouble_ = Code::hash_differs;
     return true;
 }
 

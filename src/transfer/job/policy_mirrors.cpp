@@ -40,6 +40,7 @@ AfterFailure JobPolicy::failed_mirror(Worker& worker, const FailedAttempt& attem
     const std::string text = note_failure(worker, attempt, rules, now);
     if (!text.empty()) note(Direction::error, text);
     last_failure_ = attempt.result;
+    if (!others_receive(worker)) trouble_ = attempt.result;
     notice_ = text.empty() ? attempt.result.message() : text;
     return next_mirror(worker, now);
 }

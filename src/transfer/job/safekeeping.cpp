@@ -198,6 +198,24 @@ void CTransferMainThread::save_positions() {
     if (!error.ok()) log_.line(Direction::error, "The state of the job could not be saved: " + error.text());
 }
 
+// Nothing of the file is left, so nothing of it counts as done, and the next run has nothing to go on from.
+void CTransferMainThread::forget_positions() {
+    {
+        const MutexLock guard(mutex_);
+        if (safe_) safe_->segments.clear();
+    }
+    bool was_any = false;
+    {
+        const MutexLock guard(lock_);
+        was_any = job_.file_size > 0 && written_end(job_) > 0;
+        job_.segments.clear();
+        job_.bit_map.clear();
+        job_.bit_count = 0;
+        job_.partial_mark = {};
+    }
+    if (was_any) log_.line(Direction::note, "What was received cannot be continued later, and is removed.");
+}
+
 // Keeps what is there of a job that did not end well for the next run, where there is anything worth it.
 void CTransferMainThread::leave_state(const Result& result) {
     if (!file_.is_open()) return;
@@ -213,6 +231,7 @@ void CTransferMainThread::leave_state(const Result& result) {
     if (!anything && !(result.kind() == Kind::stopped && job_.file_size <= 0)) {
         forget_state();
         file_.discard();
+        forget_positions();
         return;
     }
     save_state();
