@@ -1,8 +1,9 @@
 #!/usr/bin/env python3
 """Kills `vantlow get` of a torrent in the middle, again and again, and looks at the end whether the files are right
-and how much was fetched twice. One libtorrent seed, in a network of its own (needs root).
+and how much was fetched twice: no more than the pieces that were in work at each kill. One libtorrent seed, in a network
+of its own (needs root).
 
-    bench/kill_torrent.py --vantlow PROGRAM [--kills N] [--mib N] [--seed N]
+    bench/kill_torrent.py --vantlow PROGRAM [--kills N] [--mib N] [--rate MIB] [--seed N]
 """
 
 import argparse
@@ -16,17 +17,19 @@ import time
 
 from torrents import ADDRESS, MIB, enter_own_network
 
-SEED_RATE = 16 * MIB
+PIECE = 64 * 1024
+# Pieces whose blocks were on their way, or waited for the disk, when it was killed.
+IN_WORK = 8
 
 
-def start_seed(torrent, folder):
+def start_seed(torrent, folder, rate):
     import libtorrent as lt
 
     session = lt.session({
         "listen_interfaces": f"{ADDRESS}:0", "enable_dht": False, "enable_lsd": False, "enable_upnp": False,
         "enable_natpmp": False, "enable_incoming_utp": False, "allow_multiple_connections_per_ip": True})
     handle = session.add_torrent({"ti": lt.torrent_info(torrent), "save_path": folder})
-    handle.set_upload_limit(SEED_RATE)
+    handle.set_upload_limit(rate)
     while not handle.status().is_seeding:
         time.sleep(0.02)
     return session, handle
@@ -46,7 +49,7 @@ def make_torrent(folder, mib):
         rest, number = rest - size, number + 1
     storage = lt.file_storage()
     lt.add_files(storage, source)
-    torrent = lt.create_torrent(storage, 64 * 1024, flags=lt.create_torrent.v1_only)
+    torrent = lt.create_torrent(storage, PIECE, flags=lt.create_torrent.v1_only)
     lt.set_piece_hashes(torrent, folder)
     path = os.path.join(folder, "files.torrent")
     with open(path, "wb") as file:
@@ -59,6 +62,7 @@ def main():
     parser.add_argument("--vantlow", required=True)
     parser.add_argument("--kills", type=int, default=50)
     parser.add_argument("--mib", type=int, default=256)
+    parser.add_argument("--rate", type=int, default=16, help="MiB a second that the seed gives")
     parser.add_argument("--seed", type=int, default=1)
     parser.add_argument("--inside", action="store_true", help=argparse.SUPPRESS)
     options = parser.parse_args()
@@ -68,7 +72,7 @@ def main():
     with tempfile.TemporaryDirectory() as folder:
         os.environ |= {"HOME": folder, "XDG_RUNTIME_DIR": folder, "XDG_CONFIG_HOME": "", "XDG_DATA_HOME": ""}
         torrent, info_hash = make_torrent(folder, options.mib)
-        session, handle = start_seed(torrent, folder)
+        session, handle = start_seed(torrent, folder, options.rate * MIB)
         target = os.path.join(folder, "out")
         magnet = f"magnet:?xt=urn:btih:{info_hash}&x.pe={ADDRESS}:{session.listen_port()}"
         quiet = ["--set=Torrent/DHT=0", "--set=Torrent/LSD=0", "--set=Torrent/DefaultTrackers=", "--set=Torrent/DefaultTracker="]
@@ -92,6 +96,10 @@ def main():
         left = sorted(set(os.listdir(made)) - set(names))
         print(f"{kills} kills, exit status {code}, {len(names)} files, {len(wrong)} wrong or missing, {len(left)} left behind; "
               f"{sent / MIB:.1f} MiB sent for {options.mib} MiB")
+        twice = sent - options.mib * MIB
+        if twice > (kills + 1) * IN_WORK * PIECE:
+            print(f"{twice} bytes came twice: more than {IN_WORK} pieces a kill", file=sys.stderr)
+            code = 1
         sys.exit(code != 0 or bool(wrong) or bool(left))
 
 
