@@ -40,7 +40,7 @@ void PortMapper::hold(const Port& port) {
     Entry& entry = ports_[port];
     if (++entry.holders > 1) return;
     entry.due = Clock::now();
-    if (library_.PortMap_Find == nullptr) {
+    if (!has_library()) {
         entry.state.text = missing_library_text("libportmap");
         return;
     }
@@ -95,7 +95,10 @@ void PortMapper::note(const Port& port, State state, Clock::duration due) {
 
 void PortMapper::find_router() {
     const auto stopped = [](void* self) { return static_cast<PortMapper*>(self)->stop_.requested() ? 1 : 0; };
-    router_ = library_.PortMap_Find(stopped, this);
+    int has_address = 1;
+    router_ = calls_ == Calls::ipv4 ? library_.PortMap_Find(stopped, this)
+                                    : library_.PortMap_FindFirewall(stopped, this, &has_address);
+    has_address_ = has_address != 0;
     if (router_ == nullptr) return;
     std::array<char, VANTLOW_ROUTER_ROOM> protocol{};
     std::array<char, VANTLOW_ROUTER_ROOM> address{};
@@ -114,23 +117,31 @@ void PortMapper::lose_router() {
 void PortMapper::open(const Port& port) {
     if (is_in_doubt_) lose_router();
     if (router_ == nullptr) find_router();
+    const bool is_ipv6 = calls_ == Calls::ipv6;
     if (router_ == nullptr) {
-        return note(port, {false, "No router that passes calls on was found (UPnP, NAT-PMP)."}, times_.again);
+        // Without an address there is nothing to say, and nothing to be let in.
+        const char* const text = !has_address_ ? ""
+                                 : is_ipv6 ? "No router that opens its firewall for IPv6 was found (UPnP)."
+                                           : "No router that passes calls on was found (UPnP, NAT-PMP).";
+        return note(port, {false, text}, times_.again);
     }
     std::array<char, VANTLOW_ROUTER_ROOM> why{};
     const auto lease = static_cast<std::uint32_t>(times_.lease.count());
     const std::uint32_t granted = library_.PortMap_Open(router_, static_cast<int>(port.first), port.second,
                                                         lease, order_name, why.data(), why.size());
     if (granted == 0) {
-        note(port, {false, words_of(port) + " is not passed on by the " + router_name_ + ": " + why.data()},
-             times_.again);
+        const char* const fails =
+            is_ipv6 ? " is not opened for calls by IPv6 by the " : " is not passed on by the ";
+        note(port, {false, words_of(port) + fails + router_name_ + ": " + why.data()}, times_.again);
         // It may be another one by the next time; what it passes on already is still taken back from it.
         is_in_doubt_ = true;
         return;
     }
     // One that grants less than a moment would be asked without end.
     const auto half = std::max(std::chrono::milliseconds(granted) * 500, std::chrono::milliseconds(1000));
-    note(port, {true, "The " + router_name_ + " passes " + words_of(port) + " on to this machine."}, half);
+    const std::string does = is_ipv6 ? " lets calls by IPv6 in for " + words_of(port) + " of this machine."
+                                     : " passes " + words_of(port) + " on to this machine.";
+    note(port, {true, "The " + router_name_ + does}, half);
 }
 
 void PortMapper::close(const Port& port) {

@@ -15,13 +15,15 @@
 
 namespace vantlow {
 
-/// Has the router (UPnP, NAT-PMP) pass calls on for the ports that somebody holds, again in time, and not any
-/// more when nobody holds them. From the first port on a thread of its own talks to the router, which takes
+/// Has the router let calls in for the ports that somebody holds, again in time, and not any more when nobody
+/// holds them: calls over IPv4, which it passes on (UPnP, NAT-PMP), or over IPv6, for which its firewall has
+/// to be opened (UPnP IGD:2). From the first port on a thread of its own talks to the router, which takes
 /// seconds; nobody else waits for it but the destructor, a few seconds at most. Any thread may call.
 class PortMapper {
   public:
     enum class Transport : int { tcp = VANTLOW_PORT_TCP, udp = VANTLOW_PORT_UDP };
     using Port = std::pair<Transport, std::uint16_t>;
+    enum class Calls { ipv4, ipv6 };
 
     /// How often something is done. Other times are for tests.
     struct Times {
@@ -31,8 +33,9 @@ class PortMapper {
     };
 
     /// The library outlives the object.
-    explicit PortMapper(const PortmapTable& library) : PortMapper(library, Times()) {}
-    PortMapper(const PortmapTable& library, Times times) : library_(library), times_(times) {}
+    PortMapper(const PortmapTable& library, Calls calls) : PortMapper(library, calls, Times()) {}
+    PortMapper(const PortmapTable& library, Calls calls, Times times)
+        : library_(library), calls_(calls), times_(times) {}
     /// Gives the ports back that are still passed on.
     ~PortMapper();
     PortMapper(const PortMapper&) = delete;
@@ -44,7 +47,7 @@ class PortMapper {
 
     /// The state of a port, as far as it is known.
     struct State {
-        bool is_open = false;  ///< the router passes it on
+        bool is_open = false;  ///< the router lets calls in
         std::string text;      ///< a sentence, UTF-8; empty while nothing is known
         bool operator==(const State&) const = default;
     };
@@ -62,11 +65,16 @@ class PortMapper {
     void open(const Port& port);
     void close(const Port& port);
     void lose_router();
+    [[nodiscard]] bool has_library() const noexcept {
+        return calls_ == Calls::ipv4 ? library_.PortMap_Find != nullptr
+                                     : library_.PortMap_FindFirewall != nullptr;
+    }
     /// The next port to do something about; none: nothing is due. `wait`: until something is.
     bool next_order(Port& port, bool& opens, Clock::duration& wait);
     void note(const Port& port, State state, Clock::duration due);
 
     const PortmapTable& library_;
+    const Calls calls_;
     const Times times_;
     StopSource stop_;
 
@@ -79,6 +87,7 @@ class PortMapper {
     // The thread's.
     VantlowRouter* router_ = nullptr;
     std::string router_name_;
+    bool has_address_ = true;   ///< over which calls could come
     bool is_in_doubt_ = false;  ///< it refused a port: the next one to be opened looks for a router again
 
     std::thread thread_;  ///< last

@@ -49,7 +49,9 @@ inline constexpr TextSetting network_interface{
     u"Torrent", u"Interface", u"",
     "the network interface, or its address, that all packets of torrents are held to; empty: any"};
 inline constexpr NumberSetting port_mapping{
-    u"Torrent", u"PortMapping", 1, 0, 1, "1: the router is asked to let peers call (UPnP, NAT-PMP)"};
+    u"Torrent", u"PortMapping",
+    1,          0,
+    1,          "1: the router is asked to let peers call (UPnP, NAT-PMP; over IPv6 its firewall)"};
 inline constexpr TextSetting torrent_tracker{u"Torrent", u"DefaultTracker",
                                              u"udp://tracker.opentrackr.org:1337/announce",
                                              "the tracker for a torrent that names none"};

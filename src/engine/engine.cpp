@@ -72,7 +72,9 @@ void Engine::run(Running running) {
     hash_table_ = std::make_unique<DhtService>(
         options_.libraries.btdht, options_.settings, running.connections.resolver,
         in_memory() ? std::u16string() : options_.data_folder, ip_filter_.get());
-    port_mapper_ = std::make_unique<PortMapper>(options_.libraries.portmap);
+    port_mapper_ = std::make_unique<PortMapper>(options_.libraries.portmap, PortMapper::Calls::ipv4);
+    // A thread of its own: each of them waits for its router for seconds.
+    firewall_opener_ = std::make_unique<PortMapper>(options_.libraries.portmap, PortMapper::Calls::ipv6);
     runner_ = std::make_unique<SessionRunner>(
         SessionRunner::Tools{*store_,
                              changes_,
@@ -95,7 +97,7 @@ void Engine::run(Running running) {
                              &torrents_,
                              options_.sharing,
                              running.shares_finished,
-                             {hash_table_.get(), ip_filter_.get(), port_mapper_.get()}});
+                             {hash_table_.get(), ip_filter_.get(), port_mapper_.get(), firewall_opener_.get()}});
     shares_finished_ = running.shares_finished;
     if (shares_finished_) go_on_sharing();
 }
@@ -109,6 +111,7 @@ void Engine::go_on_sharing() {
 
 void Engine::end_running() {
     runner_.reset();
+    firewall_opener_.reset();
     port_mapper_.reset();
     hash_table_.reset();
     ip_filter_.reset();

@@ -107,9 +107,10 @@ TorrentSharing sharing_of(const CJobNode& job, const Settings& settings);
 
 /// The services that all torrents of an engine share; null: there is no such one. They outlive the sessions.
 struct TorrentServices {
-    DhtService* hash_table = nullptr;     ///< finds peers
-    IpFilterKeeper* ip_filter = nullptr;  ///< says who is to be none
-    PortMapper* port_mapper = nullptr;    ///< lets peers beyond a router call
+    DhtService* hash_table = nullptr;       ///< finds peers
+    IpFilterKeeper* ip_filter = nullptr;    ///< says who is to be none
+    PortMapper* port_mapper = nullptr;      ///< lets peers beyond a router call, over IPv4
+    PortMapper* firewall_opener = nullptr;  ///< over IPv6
 };
 
 /// The parts that a session is made of.

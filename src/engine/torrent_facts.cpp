@@ -78,6 +78,9 @@ TorrentReport TorrentRun::look(unsigned parts) const {
     const PortMapper::State passed_on = reach_.router_state();
     report.is_passed_on = passed_on.is_open;
     report.port_news = passed_on.text;
+    const PortMapper::State let_in = reach_.firewall_state();
+    report.is_let_in = let_in.is_open;
+    report.firewall_news = let_in.text;
     if (description_ != nullptr) report.blocked = description_->blocked();
     if (swarm_ == nullptr) return report;
     report.blocked = swarm_->blocked();

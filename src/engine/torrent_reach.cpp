@@ -166,21 +166,28 @@ Result TorrentReach::find_proxy() {
     return {};
 }
 
-void TorrentReach::hold(HeldPort& held, PortMapper::Transport transport, std::uint16_t port) {
+void TorrentReach::hold(OpenPort& held, PortMapper::Transport transport, std::uint16_t port) {
     // A router is looked for by every interface.
     const bool is_wanted = port != 0 && way_.is_any() && services_.settings.flag(setting::port_mapping);
-    PortMapper* const mapper = shared_.port_mapper;
-    held = is_wanted && mapper != nullptr ? HeldPort(*mapper, {transport, port}) : HeldPort();
+    const auto hold_by = [&](PortMapper* mapper) {
+        return is_wanted && mapper != nullptr ? HeldPort(*mapper, {transport, port}) : HeldPort();
+    };
+    held.four = hold_by(shared_.port_mapper);
+    held.six = hold_by(shared_.firewall_opener);
 }
 
 void TorrentReach::log_router() {
-    for (const auto& [held, said] :
-         {std::pair(&port_held_, &port_said_), std::pair(&node_port_held_, &node_port_said_)}) {
-        const std::string text = held->state().text;
-        if (text.empty() || text == *said) continue;
-        *said = text;
-        // Where there is no router it is the same for both.
-        if (port_said_ != node_port_said_ || held == &port_held_) log_.line(Direction::note, text);
+    const auto tell = [this](const HeldPort& held, std::string& said, const std::string& of_other) {
+        const std::string text = held.state().text;
+        if (text.empty() || text == said) return;
+        said = text;
+        // Where there is no router it is the same for both ports.
+        if (text != of_other) log_.line(Direction::note, text);
+    };
+    for (auto [one, other] :
+         {std::pair(&port_held_, &node_port_held_), std::pair(&node_port_held_, &port_held_)}) {
+        tell(one->four, one->said_of_four, other->said_of_four);
+        tell(one->six, one->said_of_six, other->said_of_six);
     }
 }
 

@@ -63,7 +63,9 @@ class TorrentReach {
 
     /// Lets the router pass on the UDP port of the hash table's node, too; 0: no longer.
     void hold_node_port(std::uint16_t port) { hold(node_port_held_, PortMapper::Transport::udp, port); }
-    [[nodiscard]] PortMapper::State router_state() const { return port_held_.state(); }
+    [[nodiscard]] PortMapper::State router_state() const { return port_held_.four.state(); }
+    /// The same of calls over IPv6, which its firewall lets in.
+    [[nodiscard]] PortMapper::State firewall_state() const { return port_held_.six.state(); }
     /// Writes down what the router does with the ports, each time that it is another thing.
     void log_router();
 
@@ -73,12 +75,19 @@ class TorrentReach {
     [[nodiscard]] const std::shared_ptr<const IpFilter>& filter() const noexcept { return filter_; }
 
   private:
+    /// A port for which the router lets calls in by both kinds of addresses, and what the log knows of it.
+    struct OpenPort {
+        HeldPort four;
+        HeldPort six;
+        std::string said_of_four;
+        std::string said_of_six;
+    };
     bool look_at_way();
     void listen();
     void open_datagrams();
     void accept(net::Listener& listener);
     Result find_proxy();
-    void hold(HeldPort& held, PortMapper::Transport transport, std::uint16_t port);
+    void hold(OpenPort& held, PortMapper::Transport transport, std::uint16_t port);
 
     const TransferServices& services_;
     const TorrentServices& shared_;
@@ -95,14 +104,12 @@ class TorrentReach {
     std::optional<UtpPort> datagrams_;
     std::optional<PeerNetwork> both_;  ///< the way to all peers, where there is uTP
     std::uint16_t port_ = 0;
-    HeldPort port_held_;
-    HeldPort datagram_port_held_;
-    HeldPort node_port_held_;
+    OpenPort port_held_;
+    OpenPort datagram_port_held_;
+    OpenPort node_port_held_;
     std::shared_ptr<const IpFilter> filter_;
     // As the log knows it.
     std::string proxy_said_;
-    std::string port_said_;
-    std::string node_port_said_;
 };
 
 }  // namespace vantlow

@@ -113,6 +113,8 @@ struct TorrentReport {
     std::uint16_t port = 0;     ///< that peers may call; 0: none
     bool is_passed_on = false;  ///< by the router
     std::string port_news;      ///< a sentence of the router, or about it; may be empty
+    bool is_let_in = false;     ///< over IPv6, by the router's firewall
+    std::string firewall_news;  ///< a sentence about that; may be empty
 
     std::int64_t piece_count = 0;
     std::int64_t piece_length = 0;  ///< bytes; the last piece may be shorter

@@ -378,9 +378,13 @@ enum { VANTLOW_PORT_TCP = 6, VANTLOW_PORT_UDP = 17, VANTLOW_ROUTER_ROOM = 128 /*
 /* Looks for it in this machine's networks, for some seconds at most. `stopped` (may be NULL) is asked now and
    then, and anything but 0 ends the search. NULL where none answers. */
 typedef VantlowRouter* PortMap_Find_t(int (*stopped)(void* context), void* context);
+/* The same for its firewall of IPv6 (UPnP, WANIPv6FirewallControl:1). To open a port of it is to have it let
+   calls in for that port of this machine. Where this machine has no address that the world reaches over IPv6,
+   it looks for none, and `has_address` becomes 0, else 1. */
+typedef VantlowRouter* PortMap_FindFirewall_t(int (*stopped)(void* context), void* context, int* has_address);
 typedef void PortMap_Forget_t(VantlowRouter* router); /* NULL is fine */
-/* Its protocol ("NAT-PMP", "UPnP"), and the address that it has outside, empty where it tells none. Both end
-   with a zero. */
+/* Its protocol ("NAT-PMP", "UPnP"), and the address that it has outside, empty where it tells none; that of
+   this machine where it is a firewall. Both end with a zero. */
 typedef void PortMap_Describe_t(const VantlowRouter* router, char* protocol, char* address, size_t room);
 /* Has it pass what comes for this port on to the same port of this machine, for some time; again before that
    is over to go on. The seconds for which it does, 0 where it does not: `why` is a sentence then. Takes some

@@ -131,6 +131,7 @@ void find_operations(NamesTable& table) {
 
 void find_operations(PortmapTable& table) {
     VANTLOW_FIND(PortMap_Find);
+    VANTLOW_FIND(PortMap_FindFirewall);
     VANTLOW_FIND(PortMap_Forget);
     VANTLOW_FIND(PortMap_Describe);
     VANTLOW_FIND(PortMap_Open);

@@ -138,6 +138,7 @@ struct NamesTable : LibraryTable {
 
 struct PortmapTable : LibraryTable {
     PortMap_Find_t* PortMap_Find = nullptr;
+    PortMap_FindFirewall_t* PortMap_FindFirewall = nullptr;
     PortMap_Forget_t* PortMap_Forget = nullptr;
     PortMap_Describe_t* PortMap_Describe = nullptr;
     PortMap_Open_t* PortMap_Open = nullptr;

@@ -18,6 +18,8 @@ struct TestRouter {
     std::map<PortMapper::Port, int> open;  ///< how often each was asked for
     std::vector<std::uint16_t> closed;
     int searches = 0;
+    int firewalls = 0;  ///< searches for one
+    bool has_address = true;
     bool is_there = true;
     std::uint16_t refuses = 0;
     std::uint32_t grants = 3600;
@@ -30,6 +32,12 @@ PortmapTable table_of_router() {
         const MutexLock guard(router->mutex);
         ++router->searches;
         return router->is_there ? reinterpret_cast<VantlowRouter*>(router) : nullptr;
+    };
+    table.PortMap_FindFirewall = [](int (*)(void*), void*, int* has_address) -> VantlowRouter* {
+        const MutexLock guard(router->mutex);
+        ++router->firewalls;
+        *has_address = router->has_address ? 1 : 0;
+        return router->has_address && router->is_there ? reinterpret_cast<VantlowRouter*>(router) : nullptr;
     };
     table.PortMap_Forget = [](VantlowRouter*) {};
     table.PortMap_Describe = [](const VantlowRouter*, char* protocol, char* address, std::size_t) {
@@ -84,13 +92,14 @@ class PortMapperTest : public testing::Test {
 TEST_F(PortMapperTest, PassesOnWhatIsHeldAndTakesBackTheRest) {
     here.refuses = 5002;
     {
-        PortMapper mapper(table);
+        PortMapper mapper(table, PortMapper::Calls::ipv4);
         HeldPort one(mapper, peers);
         HeldPort again(mapper, peers);
         HeldPort udp(mapper, node);
         EXPECT_TRUE(says(mapper, peers, "The router (UPnP, 192.0.2.1) passes TCP port 5000 on", true));
         EXPECT_TRUE(says(mapper, node, "UDP port 5001", true));
-        const HeldPort refused(mapper, {Transport::tcp, 5002});  // the last word of this router: it has the rest
+        const HeldPort refused(mapper,
+                               {Transport::tcp, 5002});  // the last word of this router: it has the rest
         EXPECT_TRUE(says(mapper, {Transport::tcp, 5002}, "No.", false));
         EXPECT_TRUE(until([&] { return here.open[peers] == 1; })) << "once, for whoever holds it";
         one = {};
@@ -104,7 +113,7 @@ TEST_F(PortMapperTest, PassesOnWhatIsHeldAndTakesBackTheRest) {
 TEST_F(PortMapperTest, AsksAgainInTimeAndLooksForARouterThatWasNotThere) {
     here.is_there = false;
     here.grants = 2;
-    PortMapper mapper(table, {.lease = 2s, .again = 1s});
+    PortMapper mapper(table, PortMapper::Calls::ipv4, {.lease = 2s, .again = 1s});
     const HeldPort held(mapper, peers);
     EXPECT_TRUE(says(mapper, peers, "No router", false));
     {
@@ -115,9 +124,35 @@ TEST_F(PortMapperTest, AsksAgainInTimeAndLooksForARouterThatWasNotThere) {
     EXPECT_TRUE(until([&] { return here.open[peers] >= 3; })) << "each second";
     EXPECT_LE(here.open[peers], 4);
     const PortmapTable none;
-    PortMapper without(none);
+    PortMapper without(none, PortMapper::Calls::ipv4);
     const HeldPort vain(without, peers);
     EXPECT_NE(vain.state().text.find("libportmap"), std::string::npos);
+}
+
+TEST_F(PortMapperTest, OpensTheFirewallOfIpv6WhereThisMachineHasAnAddressOfIt) {
+    here.has_address = false;
+    here.refuses = 5002;
+    {
+        PortMapper mapper(table, PortMapper::Calls::ipv6, {.again = 1s});
+        const HeldPort held(mapper, peers);
+        EXPECT_TRUE(until([&] { return here.firewalls >= 2; })) << "it may get one";
+        EXPECT_EQ(mapper.state(peers), PortMapper::State()) << "nothing to say";
+        {
+            const MutexLock guard(here.mutex);
+            here.has_address = true;
+            here.is_there = false;
+        }
+        EXPECT_TRUE(says(mapper, peers, "opens its firewall for IPv6", false));
+        {
+            const MutexLock guard(here.mutex);
+            here.is_there = true;
+        }
+        EXPECT_TRUE(says(mapper, peers, "lets calls by IPv6 in for TCP port 5000", true));
+        const HeldPort refused(mapper, {Transport::tcp, 5002});
+        EXPECT_TRUE(says(mapper, {Transport::tcp, 5002}, "is not opened for calls by IPv6", false));
+        EXPECT_EQ(here.searches, 0);
+    }
+    EXPECT_EQ(here.closed, std::vector<std::uint16_t>{5000});
 }
 
 }  // namespace

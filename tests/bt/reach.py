@@ -26,6 +26,8 @@ from discovery import carry_out
 HERE, THERE, SEED, OUTSIDE = "10.77.9.1", "10.77.9.2", "10.77.9.3", "11.22.33.44"
 # The same over a second cable, that of an interface which torrents are held to.
 HELD, HELD_THERE = "10.78.9.1", "10.78.9.2"
+# Of the cable, where the router speaks IPv6, too.
+HERE6, THERE6 = "2001:db8:9::1", "2001:db8:9::2"
 PIECE = 16384
 
 
@@ -112,6 +114,11 @@ class Cable:
             self.there("ip", *command.split())
         for command in (f"address add {HELD}/24 dev held", "link set held up"):
             run("ip", *command.split())
+
+    def speak_ipv6(self):
+        run("ip", *f"address add {HERE6}/64 dev here nodad".split())
+        run("ip", *f"route add default via {THERE6} dev here".split())
+        self.there("ip", *f"address add {THERE6}/64 dev there nodad".split())
 
     def words(self, *words):
         return ["nsenter", f"--net=/proc/{self.holder.pid}/ns/net", f"--mount=/proc/{self.holder.pid}/ns/mnt", *map(str, words)]
@@ -298,13 +305,22 @@ upnp_nat_postrouting_chain=outwards
 
 
 def behind_a_router(world):
-    """It is asked to let peers call, by either protocol, and does not at the end."""
+    """It is asked to let peers call, by either protocol and over IPv6, and does not at the end."""
+    world.cable.speak_ipv6()
     (world.folder / "rules").write_text(RULES)
     world.cable.there("nft", "-f", world.folder / "rules")
 
+    def rules():
+        return subprocess.run(world.cable.words("nft", "list", "ruleset"), capture_output=True, text=True, check=True).stdout
+
     def passed_on():
-        words = world.cable.words("nft", "list", "ruleset")
-        return set(re.findall(rf"dport (\d+) dnat ip to {HERE}:\1", subprocess.run(words, capture_output=True, text=True, check=True).stdout))
+        return set(re.findall(rf"dport (\d+) dnat ip to {HERE}:\1", rules()))
+
+    def let_in():
+        # As a rule of nft's own words, or of the bytes that they stand for.
+        address = f"ip6 daddr {HERE6}|@nh,192,128 0x{socket.inet_pton(socket.AF_INET6, HERE6).hex()}"
+        lines = [line for line in rules().splitlines() if re.search(address, line)]
+        return {re.search(r"dport (\d+)", line)[1] for line in lines}
 
     for protocol, says in (("yes", "NAT-PMP"), ("no", "UPnP")):
         (world.folder / "router.conf").write_text(ROUTER + f"enable_natpmp={protocol}\n")
@@ -313,11 +329,15 @@ def behind_a_router(world):
         # Nobody has it, since the trackers' names are unknown here.
         program = world.get(says, "--set=Torrent/DHT=0", "--set=Torrent/LSD=0")
         said = re.compile(rf"The router \({says}, {OUTSIDE}\) passes TCP port (\d+) on")
-        until(lambda: said.search(world.log(says)), why=lambda: world.log(says) + world.log("router"))
-        assert passed_on() == {said.search(world.log(says))[1]}, f"{passed_on()}\n{world.log(says)}"
+        also_said = re.compile(rf"The router \(UPnP, {HERE6}\) lets calls by IPv6 in for TCP port (\d+)")
+        for each in (said, also_said):
+            until(lambda: each.search(world.log(says)), why=lambda: world.log(says) + world.log("router"))
+        port = said.search(world.log(says))[1]
+        # The port of uTP has the same number.
+        assert passed_on() == let_in() == {port}, f"{rules()}\n{world.log(says)}"
         program.send_signal(signal.SIGINT)
         program.wait(20)
-        assert passed_on() == set(), world.log("router")
+        assert passed_on() == let_in() == set(), rules() + world.log("router")
         router.terminate()
         router.wait(20)
 

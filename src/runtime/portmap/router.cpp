@@ -1,13 +1,7 @@
 // The router in front of this machine: over NAT-PMP by libnatpmp, which tells within a second or two, and
-// over UPnP by miniupnpc where nobody answers that.
-#ifdef _WIN32
-#include <winsock2.h>
-#include <ws2tcpip.h>
-#else
-#include <arpa/inet.h>
+// over UPnP by miniupnpc where nobody answers that; its firewall of IPv6 over UPnP.
+#ifndef _WIN32
 #include <poll.h>
-#include <sys/socket.h>
-#include <unistd.h>
 #endif
 
 #include <miniupnpc/miniupnpc.h>
@@ -26,6 +20,8 @@
 #include <string>
 
 #include "runtime/operations.h"
+#include "runtime/portmap/firewall.h"
+#include "runtime/portmap/ways.h"
 
 namespace {
 
@@ -37,13 +33,6 @@ constexpr unsigned char upnp_hops = 2;
 // Some routers pass ports on without an end or not at all.
 constexpr int only_permanent = 725;
 constexpr int already_taken = 718;
-
-/// Who asks, and whether they still want to know.
-struct Asker {
-    int (*stopped)(void*) = nullptr;
-    void* context = nullptr;
-    [[nodiscard]] bool has_left() const { return stopped != nullptr && stopped(context) != 0; }
-};
 
 void put_text(const char* text, char* into, std::size_t room) {
     if (into != nullptr && room > 0) std::snprintf(into, room, "%s", text);
@@ -131,28 +120,6 @@ class NatPmp {
 
 #endif
 
-/// Whether datagrams to all UPnP devices have a way out. Without one the library writes to the terminal.
-bool has_way_to_devices() {
-    sockaddr_in devices{};
-    devices.sin_family = AF_INET;
-    devices.sin_port = htons(1900);
-    inet_pton(AF_INET, "239.255.255.250", &devices.sin_addr);
-#ifdef _WIN32
-    const SOCKET probe = socket(AF_INET, SOCK_DGRAM, 0);
-    if (probe == INVALID_SOCKET) return false;
-#else
-    const int probe = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    if (probe < 0) return false;
-#endif
-    const bool has_way = connect(probe, reinterpret_cast<const sockaddr*>(&devices), sizeof devices) == 0;
-#ifdef _WIN32
-    closesocket(probe);
-#else
-    close(probe);
-#endif
-    return has_way;
-}
-
 /// A router's UPnP.
 class Upnp {
   public:
@@ -224,15 +191,18 @@ class Upnp {
 
 }  // namespace
 
+/// One of the three, and the others null.
 struct VantlowRouter {
-    std::unique_ptr<NatPmp> natpmp;  ///< null: it speaks UPnP
+    std::unique_ptr<NatPmp> natpmp;
     std::unique_ptr<Upnp> upnp;
+    std::unique_ptr<Firewall> firewall;
     std::string address;
 };
 
 extern "C" {
 
 VANTLOW_EXPORT PortMap_Find_t PortMap_Find;
+VANTLOW_EXPORT PortMap_FindFirewall_t PortMap_FindFirewall;
 VANTLOW_EXPORT PortMap_Forget_t PortMap_Forget;
 VANTLOW_EXPORT PortMap_Describe_t PortMap_Describe;
 VANTLOW_EXPORT PortMap_Open_t PortMap_Open;
@@ -251,6 +221,15 @@ VantlowRouter* PortMap_Find(int (*stopped)(void*), void* context) try {
     return nullptr;  // no memory
 }
 
+VantlowRouter* PortMap_FindFirewall(int (*stopped)(void*), void* context, int* has_address) try {
+    *has_address = outward_ipv6() ? 1 : 0;
+    auto router = std::make_unique<VantlowRouter>();
+    router->firewall = std::make_unique<Firewall>();
+    return router->firewall->find({stopped, context}, router->address) ? router.release() : nullptr;
+} catch (...) {
+    return nullptr;  // no memory
+}
+
 void PortMap_Forget(VantlowRouter* router) {
     const std::unique_ptr<VantlowRouter> ends(router);
 }
@@ -263,7 +242,8 @@ void PortMap_Describe(const VantlowRouter* router, char* protocol, char* address
 std::uint32_t PortMap_Open(VantlowRouter* router, int protocol, std::uint16_t port, std::uint32_t seconds,
                            const char* name, char* why, std::size_t room) try {
     std::string reason;
-    const std::uint32_t granted = router->natpmp
+    const std::uint32_t granted = router->firewall ? router->firewall->open(protocol, port, seconds, reason)
+                                  : router->natpmp
                                       ? router->natpmp->order(protocol, port, seconds, reason).value_or(0)
                                       : router->upnp->open(protocol, port, seconds, name, reason);
     put_text(reason.c_str(), why, room);
@@ -274,6 +254,7 @@ std::uint32_t PortMap_Open(VantlowRouter* router, int protocol, std::uint16_t po
 }
 
 int PortMap_Close(VantlowRouter* router, int protocol, std::uint16_t port) try {
+    if (router->firewall) return router->firewall->close(protocol, port) ? 1 : 0;
     std::string reason;
     if (router->natpmp) return router->natpmp->order(protocol, port, 0, reason) ? 1 : 0;
     return router->upnp->close(protocol, port) ? 1 : 0;

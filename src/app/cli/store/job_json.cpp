@@ -156,7 +156,9 @@ void add_torrent(ordered_json& json, const TorrentReport& report) {
     json["seeds"] = report.seeds;
     json["blocked"] = report.blocked;
     json["port"] = report.port != 0 ? ordered_json(report.port) : ordered_json(nullptr);
-    json["portMapping"] = {{"open", report.is_passed_on}, {"text", report.port_news}};
+    json["portMapping"] = {{"open", report.is_passed_on},
+                           {"text", report.port_news},
+                           {"ipv6", {{"open", report.is_let_in}, {"text", report.firewall_news}}}};
     json["peers"] = peers_json(report);
     json["trackers"] = trackers_json(report);
     json["pieces"] = pieces_json(report);

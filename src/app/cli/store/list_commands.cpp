@@ -108,6 +108,7 @@ std::string torrent_text(const TorrentReport& report) {
     text += row_of("Sent", human_size(report.sent) + print(" (ratio %.2f)", report.ratio()));
     if (report.port != 0) text += row_of("Port", std::to_string(report.port));
     if (!report.port_news.empty()) text += row_of("Router", report.port_news);
+    if (!report.firewall_news.empty()) text += row_of("Firewall", report.firewall_news);
     if (report.blocked > 0) text += row_of("Blocked", std::to_string(report.blocked) + " addresses");
     if (report.phase != TorrentReport::Phase::idle)
         text += row_of("Peers", std::to_string(report.connections) + " connected, " +
