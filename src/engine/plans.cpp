@@ -159,7 +159,11 @@ JobPlans read_torrent_plan(std::span<const std::byte> bytes, const DocumentOptio
 }
 
 JobPlans plan_magnet(const std::u16string& address) {
-    const auto magnet = parse_magnet(to_utf8(address), {});
+    const std::string link = to_utf8(address);
+    const auto magnet = parse_magnet(link, {});
+    // The hash of version 2 alone (BEP 52); a hybrid's link has both.
+    const bool is_second_version = !magnet && link.find("xt=urn:btmh:") != std::string::npos;
+    if (is_second_version) return refuse(DraftFault::Kind::second_version, address);
     if (!magnet) return refuse(DraftFault::Kind::no_info_hash, address);
     JobPlan plan;
     plan.address = address;

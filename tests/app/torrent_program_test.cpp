@@ -66,9 +66,13 @@ TEST(TorrentProgram, GetSaysWhatItWaitsForAndKeepsKeysSecret) {
     const std::u16string second = world.folder.write(
         u"second.torrent",
         "d4:infod9:file treed1:ad0:d6:lengthi5eeee12:meta versioni2e4:name1:a12:piece lengthi16384eee");
-    const test::RunResult refused = world.run({u"get", second});
-    EXPECT_EQ(refused.status, 1);
-    EXPECT_NE(refused.err.find("version 2 alone"), std::string::npos) << refused.err;
+    const std::u16string link =
+        u"magnet:?xt=urn:btmh:1220caf1e1c30e81cb361b9ee167c4aa64228a7fa4fa9f6105232b28ad099f3a302e";
+    for (const std::u16string& one : {second, link}) {
+        const test::RunResult refused = world.run({u"get", one});
+        EXPECT_EQ(refused.status, 1);
+        EXPECT_NE(refused.err.find("version 2 alone"), std::string::npos) << refused.err;
+    }
 }
 
 TEST(TorrentProgram, AnnounceTellsEachTrackersAnswer) {
