@@ -1,6 +1,7 @@
 #include "bt/announce_thread.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "base/string_table.h"
 #include "base/text.h"
@@ -180,18 +181,22 @@ void CBTAnnounceService::add(const std::string& url, AnnounceEvent initial) {
 }
 
 void CBTAnnounceService::follow(const std::vector<std::string>& trackers) {
-    const std::vector<std::string> urls = distinct_trackers(trackers);
-    for (std::size_t i = threads_.size(); i-- > 0;) {
-        if (std::find(urls.begin(), urls.end(), threads_[i]->tracker()) != urls.end()) continue;
-        threads_[i]->stop();
-        leaving_.push_back(std::move(threads_[i]));
-        threads_.erase(threads_.begin() + static_cast<std::ptrdiff_t>(i));
-        pauses_.erase(pauses_.begin() + static_cast<std::ptrdiff_t>(i));
+    auto before = std::exchange(threads_, {});
+    const auto pauses = std::exchange(pauses_, {});
+    for (const std::string& url : distinct_trackers(trackers)) {
+        const auto at = std::ranges::find_if(
+            before, [&](const auto& thread) { return thread != nullptr && thread->tracker() == url; });
+        if (at == before.end()) {
+            add(url, AnnounceEvent::started);
+            continue;
+        }
+        pauses_.push_back(pauses[static_cast<std::size_t>(at - before.begin())]);
+        threads_.push_back(std::move(*at));
     }
-    for (const std::string& url : urls) {
-        const bool is_known = std::any_of(threads_.begin(), threads_.end(),
-                                          [&](const auto& thread) { return thread->tracker() == url; });
-        if (!is_known) add(url, AnnounceEvent::started);
+    for (auto& thread : before) {
+        if (thread == nullptr) continue;
+        thread->stop();
+        leaving_.push_back(std::move(thread));
     }
 }
 

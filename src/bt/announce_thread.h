@@ -132,8 +132,8 @@ class CBTAnnounceService {
 
     /// Starts a thread for each tracker in the list, once each.
     void start(const std::vector<std::string>& trackers, AnnounceEvent initial = AnnounceEvent::started);
-    /// From now on these trackers are told and no others: those that are new hear "started", those that are
-    /// not among them any more "stopped", for which nobody waits.
+    /// From now on these trackers are told and no others, and the threads stand in their order: those that
+    /// are new hear "started", those that are not among them any more "stopped", for which nobody waits.
     void follow(const std::vector<std::string>& trackers);
     /// Tells every tracker that the torrent is complete, those too that are stopped right afterwards.
     void complete();

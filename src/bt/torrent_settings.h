@@ -60,6 +60,10 @@ inline constexpr TextSetting magnet_trackers{
     u"udp://tracker.opentrackr.org:1337/announce|udp://open.stealth.si:80/announce|"
     u"udp://tracker.torrent.eu.org:451/announce|udp://exodus.desync.com:6969/announce",
     "the trackers for magnet links without numbered ones, separated by \"|\""};
+inline constexpr TextSetting tracker_list{
+    u"Torrent", u"TrackerList", u"",
+    "the address of a list of trackers, one a line, that public torrents get beside their own; fetched once "
+    "a day; empty: none"};
 inline constexpr TextSetting seed_ratio{
     u"Torrent", u"SeedRatio", u"1.0",
     "the resident program shares a torrent after its end until so many times its size was sent; 0: it does "

@@ -8,6 +8,7 @@
 #include "bt/ip_filter_keeper.h"
 #include "bt/magnet.h"
 #include "bt/port_mapper.h"
+#include "bt/tracker_list_keeper.h"
 #include "engine/recovery.h"
 #include "engine/selection.h"
 
@@ -75,6 +76,9 @@ void Engine::run(Running running) {
     port_mapper_ = std::make_unique<PortMapper>(options_.libraries.portmap, PortMapper::Calls::ipv4);
     // A thread of its own: each of them waits for its router for seconds.
     firewall_opener_ = std::make_unique<PortMapper>(options_.libraries.portmap, PortMapper::Calls::ipv6);
+    tracker_list_ = std::make_unique<TrackerListKeeper>(options_.settings, running.connections,
+                                                        options_.libraries, running.threads, options_.stop,
+                                                        options_.data_folder, !in_memory());
     runner_ = std::make_unique<SessionRunner>(
         SessionRunner::Tools{*store_,
                              changes_,
@@ -97,7 +101,8 @@ void Engine::run(Running running) {
                              &torrents_,
                              options_.sharing,
                              running.shares_finished,
-                             {hash_table_.get(), ip_filter_.get(), port_mapper_.get(), firewall_opener_.get()}});
+                             {hash_table_.get(), ip_filter_.get(), port_mapper_.get(), firewall_opener_.get(),
+                              tracker_list_.get()}});
     shares_finished_ = running.shares_finished;
     if (shares_finished_) go_on_sharing();
 }
@@ -111,6 +116,7 @@ void Engine::go_on_sharing() {
 
 void Engine::end_running() {
     runner_.reset();
+    tracker_list_.reset();
     firewall_opener_.reset();
     port_mapper_.reset();
     hash_table_.reset();

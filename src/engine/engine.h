@@ -406,9 +406,10 @@ class Engine {
     std::chrono::steady_clock::time_point next_delivery_{};
     std::unique_ptr<NameKeeper> names_;
     std::unique_ptr<IpFilterKeeper> ip_filter_;  ///< while jobs run
-    std::unique_ptr<DhtService> hash_table_;     ///< likewise, as the next two
+    std::unique_ptr<DhtService> hash_table_;     ///< likewise, as the next three
     std::unique_ptr<PortMapper> port_mapper_;
     std::unique_ptr<PortMapper> firewall_opener_;
+    std::unique_ptr<TrackerListKeeper> tracker_list_;
     std::unique_ptr<SessionRunner> runner_;  // last: it uses the above
 };
 

@@ -20,6 +20,7 @@ namespace vantlow {
 class DhtService;
 class IpFilterKeeper;
 class PortMapper;
+class TrackerListKeeper;
 class TorrentShelf;
 struct TorrentReport;
 
@@ -107,10 +108,11 @@ TorrentSharing sharing_of(const CJobNode& job, const Settings& settings);
 
 /// The services that all torrents of an engine share; null: there is no such one. They outlive the sessions.
 struct TorrentServices {
-    DhtService* hash_table = nullptr;       ///< finds peers
-    IpFilterKeeper* ip_filter = nullptr;    ///< says who is to be none
-    PortMapper* port_mapper = nullptr;      ///< lets peers beyond a router call, over IPv4
-    PortMapper* firewall_opener = nullptr;  ///< over IPv6
+    DhtService* hash_table = nullptr;           ///< finds peers
+    IpFilterKeeper* ip_filter = nullptr;        ///< says who is to be none
+    PortMapper* port_mapper = nullptr;          ///< lets peers beyond a router call, over IPv4
+    PortMapper* firewall_opener = nullptr;      ///< over IPv6
+    TrackerListKeeper* tracker_list = nullptr;  ///< names further trackers for public torrents
 };
 
 /// The parts that a session is made of.

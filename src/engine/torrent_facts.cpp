@@ -125,11 +125,13 @@ void TorrentRun::look_at_peers(unsigned parts, TorrentReport& report) const {
 
 void TorrentRun::look_at_trackers(TorrentReport& report) const {
     const auto& threads = announces_.threads();
+    const std::size_t own = distinct_trackers(own_trackers_).size();  // they come first
     for (std::size_t i = 0; i < threads.size(); ++i) {
         const AnnounceReport last = threads[i]->report();
         TorrentTracker tracker;
         tracker.address = without_keys(threads[i]->tracker());
         tracker.tier = static_cast<int>(i);
+        tracker.is_listed = i >= own;
         using State = TorrentTracker::State;
         tracker.state = !threads[i]->has_announced() && !threads[i]->has_ended() ? State::asking
                         : !last.ok                                               ? State::fails

@@ -67,6 +67,7 @@ struct TorrentTracker {
     std::size_t peers = 0;  ///< in its last answer
     std::optional<SwarmCounts> counts;
     std::optional<Clock::time_point> next;  ///< the next announce, where it is known
+    bool is_listed = false;  ///< it is none of the job's own: the list of "Torrent"/"TrackerList" names it
 };
 /// "idle" and its kin.
 std::string_view tracker_state_name(TorrentTracker::State state) noexcept;

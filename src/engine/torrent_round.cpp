@@ -41,6 +41,7 @@ void TorrentRun::every_second() {
         if (swarm_ != nullptr) swarm_->begin_anew();
     }
     reach_.log_router();
+    follow_tracker_list();
     announces_.revive();
     tell_peers();
     call_web_seeds();

@@ -105,7 +105,8 @@ Result TorrentRun::work() {
     identity_.port = reach_.told_port();
     identity_.proxy = reach_.proxy();
     identity_.way = reach_.way();
-    announces_.start(trackers_of(magnet_));
+    own_trackers_ = trackers_of(magnet_);
+    announces_.start(own_trackers_);
     look_up_peers();
     Result result = describe();
     if (result.ok()) result = open_files();

@@ -15,6 +15,7 @@
 #include "bt/swarm/metadata_fetch.h"
 #include "bt/swarm/storage_disk.h"
 #include "bt/swarm/swarm.h"
+#include "bt/tracker_list_keeper.h"
 #include "bt/web/web_seed.h"
 #include "engine/peer_sources.h"
 #include "engine/session.h"
@@ -108,6 +109,8 @@ class TorrentRun final : private SwarmListener {
     void set_limits(const JobRules* rules);
     void follow_rules();
     void follow_trackers();
+    void follow_tracker_list();
+    void announce_to_all();
     void choose(const TorrentChoice& choice, std::uint64_t number);
     void have_chosen(const TorrentChoice& choice, std::uint64_t number);
     void want_pieces(const TorrentChoice& choice, bool nothing_more);
@@ -148,6 +151,8 @@ class TorrentRun final : private SwarmListener {
     LinkCrypto crypto_;
     TorrentIdentity identity_;
     CBTAnnounceService announces_;
+    std::vector<std::string> own_trackers_;                   ///< that the torrent, or a person, names
+    std::shared_ptr<const TrackerListKeeper::State> listed_;  ///< further ones
     PeerSources sources_;
     TorrentContent content_;
     std::optional<TorrentHashes> hashes_;

@@ -65,7 +65,38 @@ void TorrentRun::follow_trackers() {
         const MutexLock guard(mutex_);
         wanted = std::exchange(trackers_, std::nullopt);
     }
-    if (wanted) announces_.follow(*wanted);
+    if (!wanted) return;
+    own_trackers_ = *std::move(wanted);
+    announce_to_all();
+}
+
+// Whether a torrent is private nobody knows before its description is there: until then it is told to its own
+// trackers alone.
+void TorrentRun::follow_tracker_list() {
+    TrackerListKeeper* const keeper = torrent_services_.tracker_list;
+    if (keeper == nullptr || swarm_ == nullptr || content_.is_private) return;
+    auto current = keeper->current([this] { return seed_errand(); });
+    if (current == listed_) return;
+    listed_ = std::move(current);
+    if (!listed_) log_.line(Direction::note, "No trackers come from a list any more.");
+    if (listed_ && !listed_->failure.empty()) {
+        log_.line(Direction::error, "The list of trackers at " + listed_->address +
+                                        " could not be renewed: " + listed_->failure);
+    }
+    if (listed_ && !listed_->list.trackers.empty()) {
+        const TrackerList& list = listed_->list;
+        log_.line(Direction::note, "Trackers of the list at " + listed_->address +
+                                       " are told, too: " + std::to_string(list.trackers.size()) + "; " +
+                                       std::to_string(list.left_out) + " more are left out, and " +
+                                       std::to_string(list.bad_lines) + " lines name none.");
+    }
+    announce_to_all();
+}
+
+void TorrentRun::announce_to_all() {
+    std::vector<std::string> all = own_trackers_;
+    if (listed_) all.insert(all.end(), listed_->list.trackers.begin(), listed_->list.trackers.end());
+    announces_.follow(all);
 }
 
 std::shared_ptr<const JobRules> TorrentRun::rules(std::uint64_t& number) const {

@@ -42,12 +42,14 @@ std::vector<std::unique_ptr<WebSeed>> TorrentRun::make_web_seeds() {
     return seeds;
 }
 
-// Asked as the files of a plain job are, but for logins and cookies. The peers' proxy is everybody's.
+// Asked as the files of a plain job are, but for logins and cookies. The peers' proxy is everybody's. It may
+// outlive this object.
 HttpErrand TorrentRun::seed_errand() const {
     HttpErrand errand = errand_by_rules(job_, options_, services_);
     errand.with_cookies = false;
     errand.way = reach_.way();
-    if (reach_.is_behind_proxy()) errand.proxy_for = [this](const Target&) { return reach_.proxy(); };
+    if (reach_.is_behind_proxy())
+        errand.proxy_for = [proxy = reach_.proxy()](const Target&) { return proxy; };
     return errand;
 }
 

@@ -139,7 +139,8 @@ std::vector<KnownSetting> known_settings() {
         start_with_session, welcomed, combine_width, confirm_end, confirm_removal, confirm_start_over,
         numwant, crypto, most_peers, most_peers_of_all, upload_limit, peer_exchange, dht, dht_nodes, utp,
         peer_port, local_discovery, ip_filter, ip_filter_file, network_interface, port_mapping,
-        torrent_tracker, magnet_trackers, seed_ratio, seed_time, window_layout, week, start_time, stop_time);
+        torrent_tracker, magnet_trackers, tracker_list, seed_ratio, seed_time, window_layout, week,
+        start_time, stop_time);
     std::ranges::sort(all, {}, [](const KnownSetting& one) { return std::tie(one.section, one.key); });
     return all;
 }

@@ -87,7 +87,10 @@ void TorrentRows::pop_up_trackers() {
     const std::vector<std::size_t> rows = table_->selection();
     wxMenu menu;
     menu.Append(item_add, ui(tr("&Add trackers...")));
-    menu.Append(item_remove, ui(tr("&Remove")))->Enable(!rows.empty());
+    // Behind the job's own are those of a list, which names them for all torrents.
+    const std::size_t own = model_.engine.trackers(job_).size();
+    const bool is_own = std::ranges::any_of(rows, [own](std::size_t row) { return row < own; });
+    menu.Append(item_remove, ui(tr("&Remove")))->Enable(is_own);
     const int chosen = table_->GetPopupMenuSelectionFromUser(menu);
     if (chosen == item_add) add_trackers();
     if (chosen == item_remove) remove_trackers(rows);

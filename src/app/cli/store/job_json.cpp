@@ -103,6 +103,7 @@ ordered_json trackers_json(const TorrentReport& report) {
         trackers.push_back(
             {{"tracker", tracker.address},
              {"tier", tracker.tier},
+             {"listed", tracker.is_listed},
              {"state", tracker_state_name(tracker.state)},
              {"peers", tracker.peers},
              {"seeders", count(tracker.counts, &SwarmCounts::seeders)},

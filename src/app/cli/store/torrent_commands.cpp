@@ -107,7 +107,7 @@ std::string trackers_text(const TorrentReport& report) {
                 ? human_time(std::max<std::int64_t>(
                       std::chrono::ceil<std::chrono::seconds>(*tracker.next - Clock::now()).count(), 0))
                 : std::string("--");
-        table.add({std::to_string(tracker.tier), tracker.address,
+        table.add({std::to_string(tracker.tier) + (tracker.is_listed ? " (list)" : ""), tracker.address,
                    std::string(tracker_state_name(tracker.state)), std::to_string(tracker.peers),
                    number(tracker.counts, &SwarmCounts::seeders),
                    number(tracker.counts, &SwarmCounts::leechers), next, tracker.failure});
@@ -240,6 +240,15 @@ std::optional<std::map<std::size_t, FilePriority>> wanted_files(const SteerOptio
     return wanted;
 }
 
+// Whether this is a tracker that the torrent has from a list: it cannot be taken from it alone.
+bool is_listed(StoreCommand& command, const Guid& job, const std::string& tracker) {
+    const auto report = command.engine.torrent_report(job, torrent_part::trackers);
+    return report && std::ranges::any_of(report->trackers, [&](const TorrentTracker& one) {
+               return one.is_listed && (one.address == tracker || std::to_string(one.tier) == tracker ||
+                                        one.address == without_keys(normalise_tracker(tracker)));
+           });
+}
+
 // Adds trackers behind the others, once those are gone that are named.
 Exit change_trackers(StoreCommand& command, const Guid& job, const SteerOptions& options) {
     const std::vector<std::string> before = command.engine.trackers(job);
@@ -257,7 +266,10 @@ Exit change_trackers(StoreCommand& command, const Guid& job, const SteerOptions&
         if (!leaves) after.push_back(before[tier]);
     }
     for (const std::string& old : options.old_trackers) {
-        if (!met.contains(old)) return complain("The torrent has no tracker " + old + ".");
+        if (met.contains(old)) continue;
+        return complain(is_listed(command, job, old)
+                            ? "The tracker " + old + " comes from the list that Torrent/TrackerList names."
+                            : "The torrent has no tracker " + old + ".");
     }
     after.insert(after.end(), options.new_trackers.begin(), options.new_trackers.end());
     return exit_of(command.engine.set_trackers(job, after), "The trackers");

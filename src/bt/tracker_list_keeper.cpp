@@ -1,0 +1,120 @@
+#include "bt/tracker_list_keeper.h"
+
+#include "base/text.h"
+#include "bt/announce.h"
+#include "bt/torrent_settings.h"
+#include "platform/file.h"
+#include "store/job_log.h"
+#include "transfer/http/client.h"
+
+namespace vantlow {
+namespace {
+
+std::int64_t seconds_since_1970() {
+    const auto since = std::chrono::system_clock::now().time_since_epoch();
+    return std::chrono::duration_cast<std::chrono::seconds>(since).count();
+}
+
+}  // namespace
+
+TrackerListKeeper::TrackerListKeeper(const Settings& settings, ConnectionServices& connections,
+                                     const LibraryTables& libraries, ThreadPool& threads, StopSource& parent,
+                                     const std::u16string& folder, bool keeps, Times times)
+    : settings_(settings),
+      connections_(connections),
+      libraries_(libraries),
+      threads_(threads),
+      stop_(parent),
+      path_(join_path(folder, u"trackerlist.txt")),
+      keeps_(keeps),
+      times_(times) {}
+
+TrackerListKeeper::~TrackerListKeeper() {
+    stop_.request();
+    working_.join();
+}
+
+std::shared_ptr<const TrackerListKeeper::State> TrackerListKeeper::current(
+    const std::function<HttpErrand()>& errand) {
+    const std::string address(trim(to_utf8(settings_.text(setting::tracker_list))));
+    MutexLock guard(mutex_);
+    if (address != address_) {
+        address_ = address;
+        state_ = nullptr;
+        next_work_ = Clock::now();
+    }
+    if (address.empty()) return nullptr;
+    if (!works_ && Clock::now() >= next_work_ && !stop_.requested()) {
+        works_ = true;
+        guard.unlock();
+        working_.join();
+        const Result started =
+            threads_.start(working_, [this, address, made = errand()] { work(address, made); });
+        guard.lock();
+        if (!started.ok()) {  // no thread: later
+            works_ = false;
+            next_work_ = Clock::now() + times_.again;
+        }
+    }
+    return address == address_ ? state_ : nullptr;
+}
+
+void TrackerListKeeper::work(const std::string& address, HttpErrand errand) {
+    load(address);
+    State made;
+    made.address = without_keys(address);
+    const std::int64_t lasts = times_.lasts.count();
+    if (!kept_ || !kept_->is_fresh(address, seconds_since_1970(), lasts)) {
+        auto list = fetch(address, std::move(errand));
+        if (list) {
+            kept_ = KeptTrackerList{address, seconds_since_1970(), *std::move(list)};
+            made.failure = keep();
+        } else {
+            made.failure = list.failure().message();
+        }
+    }
+    Clock::duration pause = times_.again;
+    if (kept_) {
+        made.list = kept_->list;
+        const std::chrono::seconds left(kept_->fetched + lasts - seconds_since_1970());
+        if (left.count() > 0) pause = std::min<Clock::duration>(pause, left);
+    }
+    const MutexLock guard(mutex_);
+    works_ = false;
+    if (address != address_) return;
+    next_work_ = Clock::now() + pause;
+    const bool is_news = !state_ || !(state_->list == made.list) || state_->failure != made.failure;
+    if (is_news && !stop_.requested()) state_ = std::make_shared<const State>(std::move(made));
+}
+
+// What is kept of another address is of no use.
+void TrackerListKeeper::load(const std::string& address) {
+    if (kept_ && kept_->address == address) return;
+    kept_.reset();
+    std::vector<std::byte> bytes;
+    if (!read_file(path_, TrackerList::longest_text, bytes).ok()) return;
+    kept_ = read_kept_tracker_list({reinterpret_cast<const char*>(bytes.data()), bytes.size()});
+    if (kept_ && kept_->address != address) kept_.reset();
+}
+
+Outcome<TrackerList> TrackerListKeeper::fetch(const std::string& address, HttpErrand errand) {
+    if (!istarts_with(address, "http://") && !istarts_with(address, "https://"))
+        return Result(Code::invalid_url, "A list of trackers has an address of HTTP.");
+    errand.address = to_utf16(address);
+    errand.http.extra = {"Accept-Encoding: gzip"};
+    errand.shown = without_keys;
+    CJobLog log;  // nobody reads it: the torrents say what became of the list
+    const auto document =
+        fetch_document({connections_, libraries_, log, stop_}, errand, TrackerList::longest_text);
+    if (!document) return document.failure();
+    return read_tracker_list(document->bytes);
+}
+
+std::string TrackerListKeeper::keep() const {
+    if (!keeps_) return {};
+    const std::string text = text_of(*kept_);
+    const FileError error = write_file_atomically(path_, std::as_bytes(std::span(text)), Privacy::owner_only);
+    return error.ok() ? std::string() : "It cannot be kept: " + error.text();
+}
+
+}  // namespace vantlow
