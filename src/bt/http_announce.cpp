@@ -52,7 +52,8 @@ Outcome<CBETrackerRespond> CBTAnnounceThread::ask_http(const std::string& url, A
 
 Outcome<SwarmCounts> CBTAnnounceThread::scrape_http(const std::string& url) {
     const std::string address = http_scrape_url(url, job_.info_hash);
-    if (address.empty()) return Result(Code::unsupported, "This tracker tells no counts.");
+    if (address.empty())
+        return Result(Code::unsupported, "This tracker does not report the number of peers (scrape).");
     std::string body;
     if (Result result = fetch(address, false, body); !result.ok()) return result;
     CBEncode parser;

@@ -29,6 +29,9 @@ void prepare_streams() noexcept;
 /// Writes UTF-8 text whole, at once and unbuffered. A failure on the error stream is lost, since there is
 /// nobody to report it to; take_output_failure() returns one on the output.
 void write_stream(Stream stream, std::string_view text) noexcept;
+/// Lets both standard streams go on at the end of this file, which is made, for its owner alone, where it is
+/// missing. Any thread. Returns 0, or the system's number of the failure; the streams then stay as they were.
+int continue_streams_in(const std::u16string& path);
 /// Returns the system's number of the first failure on the output since the last call; 0: everything was
 /// written.
 int take_output_failure() noexcept;

@@ -37,6 +37,9 @@ class JobStore {
         bool can_save = true;            ///< the folder is locked by this process and can be written
         /// The lock of the folder, checked before every write; null: no other process uses the folder.
         DataFolderLock* lock = nullptr;
+        /// Called when the folder turned out to have been removed or replaced, before notes() says so. May be
+        /// empty.
+        std::function<void()> replaced{};
     };
     /// Loads the database of the folder, with the default categories where there is none. Null, with the
     /// reason in `error`, when the database is there but may not be read. With a database of a newer version

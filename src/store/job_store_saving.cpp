@@ -279,6 +279,10 @@ bool JobStore::put_damaged_aside(std::string& error) {
     return true;
 }
 
+// Looked at before every promise that something is safe, behind every write, and once a second. Within that
+// second somebody else may own the folder that is there then, and no more looks would change that: such an
+// owner finds the folder without a lock whatever this process does. Nothing is lost by it: that owner's jobs
+// are filed beside these, or this process saves nothing and says so.
 bool JobStore::hold_folder(std::string& error) {
     if (options_.lock == nullptr || options_.lock->is_in_place()) {
         folder_lost_ = false;
@@ -300,6 +304,7 @@ bool JobStore::hold_folder(std::string& error) {
             keep_damaged_ = other.damaged;
             take_over(std::move(other.tree));
             touch();
+            if (options_.replaced) options_.replaced();
             notes_.push_back(where +
                              " was removed or replaced. The jobs are saved in the folder that is there now.");
             folder_lost_ = false;
@@ -313,7 +318,10 @@ bool JobStore::hold_folder(std::string& error) {
              : failed.ok()                         ? "a newer Vantlow wrote the folder that is there now"
                            : "the folder that is there now cannot be used: " + failed.text();
     error += failed.ok() ? ": nothing is saved." : "";
-    if (!std::exchange(folder_lost_, true)) notes_.push_back(error);
+    if (!std::exchange(folder_lost_, true)) {
+        if (options_.replaced) options_.replaced();
+        notes_.push_back(error);
+    }
     return false;
 }
 

@@ -229,6 +229,27 @@ TEST_F(GetLists, ARestartIsSaidWithoutBeingAsked) {
     EXPECT_TRUE(file_has(folder.path(u"file.bin"), newer));
 }
 
+// Further connections were refused: that is no reason to report anything of jobs that only end.
+TEST_F(GetLists, JobsThatAreStoppedReportNoTrouble) {
+    constexpr int jobs = 12;
+    FileServer server;
+    std::string list;
+    for (int i = 0; i < jobs; ++i) {
+        const std::string path = "/f" + std::to_string(i);
+        server.set(path, FileResource{.content = content, .accept_ranges = i % 2 == 0, .rate = 20'000});
+        list += server.url(path) + "\n";
+    }
+    own.write(u"list", list);
+    const auto program = begin({u"-n", u"16", u"-j", u"30", u"-i", own.path(u"list")});
+    ASSERT_TRUE(server.server().wait_for_requests(4 * jobs));
+    std::this_thread::sleep_for(milliseconds(500));
+    const std::string before = program->err();
+    if (!program->interrupt()) GTEST_SKIP() << "Ctrl-C cannot be sent here";
+    const RunResult result = program->wait();
+    EXPECT_EQ(result.status, 130);
+    EXPECT_EQ(result.err.substr(before.size()), "");
+}
+
 // All connections that were asked for are made, also to one server.
 TEST_F(GetLists, TheNumbersOfThisRunRaiseTheLimitOfTheServer) {
     FileServer server(FileResource{.content = make_content(5, 24'000'000), .rate = 200'000});
@@ -306,8 +327,10 @@ TEST_F(GetLists, HelpAndComplaintsNameTheProgramAndTheAddressOnce) {
         {{u"none.meta4"}, "none.meta4: The file does not exist"},
         {{own.path(u"text")}, "neither a torrent nor a metafile"},
         {{u" "}, "A link is empty."},
-        {{u"--retries", u"1", u"--retries", u"2", u"http://h/"}, "--retries may be given only once."},
-        {{u"http://h/", u"--retries"}, "--retries needs a value."},
+        {{u"--retries", u"1", u"--retries", u"2", u"http://h/"},
+         "vantlow get: --retries may be given only once.\nTry 'vantlow get --help'."},
+        {{u"http://h/", u"--retries"}, "vantlow get: --retries needs a value."},
+        {{u"http://h/", u"--frobnicate"}, "vantlow get: "},
     };
     own.write(u"text", "no document");
     for (const auto& one : cases) EXPECT_TRUE(contains(get(one.words).err, one.says)) << get(one.words).err;

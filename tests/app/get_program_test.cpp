@@ -16,6 +16,7 @@
 #include "platform/file.h"
 #include "platform/socket.h"
 #include "support/content.h"
+#include "support/fake_ftp.h"
 #include "support/file_server.h"
 
 namespace vantlow::test {
@@ -289,6 +290,41 @@ TEST_F(GetProgram, AProxyVariableThatCannotBeUsedStopsOnlyWhatGoesThroughIt) {
     EXPECT_EQ(ftp.status, 4) << ftp.err;
     EXPECT_NE(ftp.err.find("ftp_proxy in the environment"), std::string::npos) << ftp.err;
     EXPECT_EQ(server.server().request_count(), 1U);
+}
+
+TEST_F(GetProgram, AProxyVariableOfSocksIsVersion5) {
+    ScriptedServer proxy(
+        [](Exchange& exchange) {
+            std::string greeting;
+            std::string request;
+            std::string http;
+            // Version, count of methods, methods; then version, command, zero, kind of address (RFC 1928).
+            if (!exchange.receive(2, greeting) || greeting[0] != 5) return exchange.close();
+            if (!exchange.receive(static_cast<std::size_t>(greeting[1]), greeting)) return;
+            exchange.send_raw(std::string("\5\0", 2));
+            const std::string name = "somewhere.example";
+            if (!exchange.receive(4 + 1 + name.size() + 2, request) || request.substr(5, name.size()) != name)
+                return exchange.close();
+            exchange.send_raw(std::string("\5\0\0\1\0\0\0\0\0\0", 10));
+            if (exchange.receive(16, http)) exchange.answer(200, "OK", "through it");
+            exchange.close();
+        },
+        {.raw = true});
+    RunOptions options;
+    options.environment = {{"all_proxy", u"socks://127.0.0.1:" + to_utf16(std::to_string(proxy.port()))}};
+    const RunResult result = get({u"--retries", u"0", u"http://somewhere.example/file.bin"}, options);
+    EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_TRUE(file_has(folder.path(u"file.bin"), "through it"));
+}
+
+TEST_F(GetProgram, AFolderOfAnFtpServerHasOneStatusWithAndWithoutItsSlash) {
+    FakeFtp server({.content = "abc", .answers = {{"RETR", "550 Not a plain file"}, {"SIZE", "550 No"}}});
+    for (const char* path : {"/folder", "/folder/"}) {
+        const RunResult result = get({server.url16(path)});
+        EXPECT_EQ(result.status, 1) << path << result.err;
+        EXPECT_NE(result.err.find("names a folder"), std::string::npos) << result.err;
+    }
+    EXPECT_EQ(folder.names().size(), 0U);
 }
 
 TEST_F(GetProgram, ExplainsItself) {

@@ -10,6 +10,7 @@
 
 #include "app/process/hand_over.h"
 #include "platform/folder.h"
+#include "store/data_folder_lock.h"
 #include "store_run.h"
 #include "support/file_server.h"
 #include "support/scripted_server.h"
@@ -351,6 +352,27 @@ TEST_F(Instance, serves_in_the_background_until_it_is_told_to_quit) {
     const RunResult refused = run({u"serve", u"--background"});
     EXPECT_EQ(refused.status, 1);
     EXPECT_NE(refused.err.find("resident.log: "), std::string::npos) << refused.err;
+}
+
+TEST_F(Instance, its_messages_go_on_in_the_folder_that_it_took_again) {
+    if (path_separator() == u'\\') GTEST_SKIP() << "Windows removes no folder in which a file is open";
+    const RunResult started = run({u"serve", u"--background"});
+    ASSERT_EQ(started.status, 0) << started.err;
+    std::filesystem::remove_all(std::filesystem::path(folder.utf8_path("data")));
+    const auto says = [&](const char* text) {
+        return eventually([&] { return data_file(u"data/resident.log").find(text) != std::string::npos; });
+    };
+    EXPECT_TRUE(says("was removed or replaced. The jobs are saved in the folder that is there now."));
+    // Another folder takes its place, and somebody else owns that.
+    DataFolderLock other;
+    FileError error;
+    ASSERT_EQ(other.claim(folder.path(u"next"), error), DataFolderLock::Claim::mine);
+    std::filesystem::rename(folder.utf8_path("data"), folder.utf8_path("old"));
+    std::filesystem::rename(folder.utf8_path("next"), folder.utf8_path("data"));
+    EXPECT_TRUE(says("another Vantlow owns the folder that is there now: nothing is saved."));
+    other.release();
+    EXPECT_TRUE(says("The jobs are saved in the folder that is there now."));
+    ok({u"quit"});
 }
 
 TEST(HandOver, survives_bytes_of_every_kind) {

@@ -356,11 +356,12 @@ TEST(JobStore, notices_that_its_folder_is_another_one) {
     const TempFolder outside;
     const Settings settings;
     const std::u16string folder = outside.path(u"data");
+    int replaced = 0;  // as often as a store has said so
     const auto open_at = [&](DataFolderLock& lock) {
         FileError failed;
         EXPECT_EQ(lock.claim(folder, failed), DataFolderLock::Claim::mine);
         std::string error;
-        return JobStore::open({folder, u"/downloads", true, &lock}, error);
+        return JobStore::open({folder, u"/downloads", true, &lock, [&replaced] { ++replaced; }}, error);
     };
     std::string error;
     DataFolderLock first_lock;
@@ -383,8 +384,11 @@ TEST(JobStore, notices_that_its_folder_is_another_one) {
         EXPECT_FALSE(first->save(settings, error));
         EXPECT_NE(error.find("another Vantlow owns"), std::string::npos) << error;
         EXPECT_EQ(outside.read(u"data/.database"), theirs);
+        EXPECT_FALSE(first->save(settings, error));
+        EXPECT_EQ(replaced, 1) << "once while it stays so";
     }
     ASSERT_TRUE(first->save(settings, error)) << error;
+    EXPECT_EQ(replaced, 2) << "it has the folder that is there now";
     EXPECT_EQ(DataFolderLock::read(folder), "the first");
     DataFolderLock third;
     FileError failed;

@@ -71,7 +71,8 @@ std::string named_words(const CLI::App& app) {
 
 Command complain_of(const CLI::App& app, const std::string& text) {
     Command command;
-    command.text = "vantlow: " + text + "\nTry '" + named_words(app) + " --help'.\n";
+    const std::string words = named_words(app);
+    command.text = words + ": " + text + "\nTry '" + words + " --help'.\n";
     command.status = Exit::usage;
     return command;
 }
@@ -114,13 +115,12 @@ std::string sentence_of(const CLI::ParseError& error) {
 Command chosen_command(const CLI::App& app, const CommandSet& commands) {
     const CommandSet::Entry& chosen = commands.chosen();
     const bool is_named = chosen.word != &app;
-    const std::string subject = is_named ? chosen.word->get_name() + ": " : std::string();
     const CLI::Option* const links = app.get_option_no_throw("LINK");
     // The links' place takes the words that the command itself had none for.
     if (is_named && links != nullptr && !links->results().empty())
-        return complain_of(app, subject + "unexpected word \"" + links->results().front() + "\".");
+        return complain_of(app, "unexpected word \"" + links->results().front() + "\".");
     if (chosen.check) {
-        if (const Complaint complaint = chosen.check()) return complain_of(app, subject + *complaint);
+        if (const Complaint complaint = chosen.check()) return complain_of(app, *complaint);
     }
     Command command;
     command.run = chosen.run;

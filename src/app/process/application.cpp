@@ -1,6 +1,7 @@
 #include "app/process/application.h"
 
 #include "app/process/ending.h"
+#include "platform/console.h"
 #include "platform/file.h"
 #include "platform/local_text.h"
 #include "platform/process.h"
@@ -39,7 +40,12 @@ Engine::Options CFerrywellApp::engine_options() {
 Engine* CFerrywellApp::engine(std::string& error) {
     if (engine_) return engine_.get();
     DataFolderLock* const lock = folder_lock_.is_mine() ? &folder_lock_ : nullptr;
-    auto store = JobStore::open({data_folder_, user_download_folder(), lock != nullptr, lock}, error);
+    const auto replaced = [this] {
+        // Where that fails the messages go on into the file that was removed: nobody else gets them.
+        if (!output_file_.empty()) static_cast<void>(continue_streams_in(output_file_));
+    };
+    auto store =
+        JobStore::open({data_folder_, user_download_folder(), lock != nullptr, lock, replaced}, error);
     if (!store) return nullptr;
     // A rescued store is made safe before anything else happens to it.
     std::string failure;

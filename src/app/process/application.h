@@ -4,6 +4,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "app/process/desktop.h"
@@ -57,6 +58,9 @@ class CFerrywellApp {
     Engine* engine(std::string& error);
     /// True where this process runs the jobs of the data folder.
     [[nodiscard]] bool runs_jobs() const noexcept { return engine_ && engine_->runs(); }
+    /// The file in the data folder that the standard streams go to: where the folder is removed or replaced
+    /// they go on in that file of the folder that is there then.
+    void set_output_file(std::u16string path) { output_file_ = std::move(path); }
     /// The addresses at which the control API of this process listens; empty: it does not.
     [[nodiscard]] const std::vector<std::string>& control_places() const noexcept { return control_places_; }
     void set_control_places(std::vector<std::string> places) { control_places_ = std::move(places); }
@@ -73,6 +77,7 @@ class CFerrywellApp {
     std::u16string version_;
     std::u16string data_folder_;
     bool folder_named_ = false;
+    std::u16string output_file_;  ///< empty: the streams are somebody else's
     SessionClaim session_;
     DataFolderLock folder_lock_;
     std::vector<std::string> control_places_;

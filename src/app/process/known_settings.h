@@ -28,7 +28,7 @@ inline constexpr TextSetting clipboard_endings{
     "between; empty: all links"};
 inline constexpr NumberSetting tell_ends{
     u"Window", u"Notify", 1,
-    0,         1,         "1: the desktop tells of downloads that ended while the window was not in front"};
+    0,         1,         "1: a notification reports downloads that ended while the window was not in front"};
 inline constexpr NumberSetting start_with_session{
     u"Window", u"StartWithSession",
     0,         0,

@@ -84,11 +84,17 @@ Desktop* window_to_open(CFerrywellApp& app, const GlobalOptions& global) {
     return nullptr;
 }
 
+// The file of the messages of a process in the background.
+std::u16string background_output(const CFerrywellApp& app) {
+    return join_path(app.data_folder(), u"resident.log");
+}
+
 // Makes this process, which holds the lock of the data folder, the resident program: it says so in a line,
 // calls `begin` and runs until it is told to quit; with `window` behind that window.
 Exit stay_resident(CFerrywellApp& app, const GlobalOptions& global, const Start& start,
                    const std::function<void()>& begin = {}, Desktop* window = nullptr) {
     std::string error;
+    if (global.in_background) app.set_output_file(background_output(app));
     Engine* const engine = app.engine(error);
     if (engine == nullptr) return complain(error);
     EngineVoice voice;
@@ -112,10 +118,10 @@ Exit stay_resident(CFerrywellApp& app, const GlobalOptions& global, const Start&
 }
 
 // Starts the resident program in a process of its own, without a terminal, with these words (of the whole
-// command line), and waits until it answers. Its messages stand in "resident.log" in the data folder.
+// command line), and waits until it answers.
 Exit start_in_background(CFerrywellApp& app, const GlobalOptions& global, Words words,
                          const std::u16string& program) {
-    const std::u16string output = join_path(app.data_folder(), u"resident.log");
+    const std::u16string output = background_output(app);
     // The flag stands in front: behind "--" it would be a link.
     words.insert(words.begin(), "--started-in-background");
     // The new process takes the lock and the claim.

@@ -16,6 +16,7 @@
 #include <thread>
 
 #include "platform/fault_hook.h"
+#include "platform/posix/native.h"
 #include "platform/stop.h"
 #include "platform/thread.h"
 
@@ -97,6 +98,17 @@ void prepare_streams() noexcept {
         const int got = ::open("/dev/null", fd == STDIN_FILENO ? O_WRONLY : O_RDONLY);
         if (got >= 0 && got != fd) ::close(got);  // cannot be: the lowest free number is taken
     }
+}
+
+int continue_streams_in(const std::u16string& path) {
+    const int fd = ::open(NativePath(path).get(), O_WRONLY | O_CREAT | O_APPEND | O_NOCTTY | O_CLOEXEC, 0600);
+    if (fd < 0) return errno;
+    int error = 0;
+    for (const Stream stream : {Stream::output, Stream::error}) {
+        if (::dup2(fd, descriptor_of(stream)) < 0) error = errno;
+    }
+    ::close(fd);
+    return error;
 }
 
 int write_to_system(Stream stream, std::string_view text) noexcept {

@@ -87,6 +87,18 @@ std::optional<std::string> read_terminal_line(const StopSource& stop) {
 
 void prepare_streams() noexcept {}  // handles are not numbers that the next file gets
 
+int continue_streams_in(const std::u16string& path) {
+    const OwnerOnly security(true);
+    const DWORD share = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+    HANDLE file = CreateFileW(NativePath(path).get(), FILE_APPEND_DATA | SYNCHRONIZE, share,
+                              security.attributes(), OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (file == INVALID_HANDLE_VALUE) return static_cast<int>(GetLastError());
+    // The handles before stay open: another thread may be writing to them.
+    SetStdHandle(STD_OUTPUT_HANDLE, file);
+    SetStdHandle(STD_ERROR_HANDLE, file);
+    return 0;
+}
+
 int write_to_system(Stream stream, std::string_view text) noexcept {
     HANDLE out = handle_of(stream);
     if (out == nullptr) return 0;  // started without a console, by the desktop: there is nobody to write to

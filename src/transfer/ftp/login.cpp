@@ -75,7 +75,7 @@ Result Login::begin_tls() {
 Result Login::refused(const FtpReply& reply) {
     log_.line(Direction::error, "Login unsuccessfully.");
     if (reply.kind() == 4 || tells_of_limit(reply)) {
-        return {Code::busy, "The server accepts no further login at the moment: " + reply.text()};
+        return {Code::busy, "The server allows no more logins at the moment: " + reply.text()};
     }
     return {Code::credentials_refused, "The server refused the login: " + reply.text()};
 }

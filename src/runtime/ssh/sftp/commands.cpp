@@ -78,7 +78,8 @@ Answer tell_size(VantlowSsh& ssh, const std::string& name) {
     Answer answer = attributes(ssh, full_path(ssh, name), found);
     if (answer.code != VANTLOW_SSH_OK || !answer.reply.empty()) return answer;
     if (is_folder(found)) return {VANTLOW_SSH_OK, "550 Not a file."};
-    if ((found.flags & LIBSSH2_SFTP_ATTR_SIZE) == 0) return {VANTLOW_SSH_OK, "550 The size is not told."};
+    if ((found.flags & LIBSSH2_SFTP_ATTR_SIZE) == 0)
+        return {VANTLOW_SSH_OK, "550 The server does not report the size."};
     return {VANTLOW_SSH_OK, "213 " + std::to_string(found.filesize)};
 }
 
@@ -87,7 +88,7 @@ Answer tell_time(VantlowSsh& ssh, const std::string& name) {
     Answer answer = attributes(ssh, full_path(ssh, name), found);
     if (answer.code != VANTLOW_SSH_OK || !answer.reply.empty()) return answer;
     if ((found.flags & LIBSSH2_SFTP_ATTR_ACMODTIME) == 0)
-        return {VANTLOW_SSH_OK, "550 The time is not told."};
+        return {VANTLOW_SSH_OK, "550 The server does not report the time."};
     const auto time = static_cast<std::time_t>(found.mtime);
     std::tm parts{};
 #ifdef _WIN32

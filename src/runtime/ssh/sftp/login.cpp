@@ -122,7 +122,8 @@ int Login::run() {
     });
     if (waited_ != VANTLOW_SSH_OK) return waited_;
     if (list == nullptr && libssh2_userauth_authenticated(ssh_.session) != 0) return VANTLOW_SSH_OK;
-    if (list == nullptr) return ssh_.fail_as_told(VANTLOW_SSH_BROKEN, "The server accepts no login");
+    if (list == nullptr)
+        return ssh_.fail_as_told(VANTLOW_SSH_BROKEN, "The server does not say how to log in");
     methods_ = list;
     // Keys that the person named come before keys that were merely found.
     for (const Attempt attempt :
