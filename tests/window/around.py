@@ -128,11 +128,13 @@ def drops(window, server):
     window.start()
     zone = until(lambda: windows("^Drop zone$"), "the drop zone")[-1]
 
-    def place():
+    def is_seen_whole():
         words = subprocess.run(["xdotool", "getwindowgeometry", "--shell", zone], capture_output=True, text=True).stdout
-        return [int(line[2:]) for line in words.splitlines() if line[:2] in ("X=", "Y=")]
+        at = dict(line.split("=") for line in words.splitlines() if "=" in line)
+        x, y, width, height = (int(at.get(name, -1)) for name in ("X", "Y", "WIDTH", "HEIGHT"))
+        return 0 <= x <= 1280 - width and 0 <= y <= 900 - height and width > 0
 
-    until(lambda: max(place()) < 1280, "the zone on the screen")
+    until(is_seen_whole, "the whole zone on the screen")
     frame = windows("^Vantlow$")[-1]
     row = window.find("tree table", "Categories").own.get_table_iface().get_accessible_at(1, 0)
     room = row.get_component_iface().get_extents(1)

@@ -202,6 +202,32 @@ def removal(window, _server):
     assert len(window.jobs()) == 2
 
 
+def known_addresses(window, server):
+    """An address that is in the list already: it is shown, given mirrors, or left; nothing is fetched again."""
+    for answer in ("Add the others as its mirrors", "Show it", "Cancel"):
+        to_front(FRAME)
+        press("ctrl+f")
+        write("two")
+        window.wait_for_rows(1)
+        press("ctrl+n")
+        to_front(NEW)
+        press("ctrl+a")
+        write(f"{server}/one.bin")
+        if "mirrors" in answer:
+            press("Return")
+            write(f"{server}/mirror.bin")
+        window.push(answer)
+        until(lambda: not windows(NEW), "the end of the dialog")
+        to_front(FRAME)
+        if answer == "Show it":
+            window.wait_for_rows(2)
+        press("ctrl+f", "Escape")
+        window.wait_for_rows(2)
+    [one] = [job for job in window.jobs() if job["address"].endswith("/one.bin")]
+    [shown] = window.told("show", one["id"])
+    assert [mirror.rsplit("/", 1)[1] for mirror in shown["mirrors"]] == ["mirror.bin"], shown
+
+
 def crash(window, server):
     """Killed in the middle, it knows at the next start what was safe; after a common end it has its place again, too."""
     window.end()
@@ -353,7 +379,7 @@ def end_without_display(window):
     assert told.wait(20) == 0
 
 
-SCENARIOS = (first_start, second_start, search, removal, crash, order, stop_and_start, torrent, forms, options,
+SCENARIOS = (first_start, second_start, search, removal, known_addresses, crash, order, stop_and_start, torrent, forms, options,
              end_in_a_dialog_of_the_system)
 
 

@@ -24,6 +24,15 @@ std::string JobView::address_of(const CJobNode& job) {
     return to_utf8(without_credentials(job.address) + job.fragment);
 }
 
+std::vector<std::string> JobView::mirrors_of(const CJobNode& job) {
+    std::vector<std::string> mirrors;
+    if (!job.sources) return mirrors;
+    for (const std::u16string& mirror : job.sources->mirrors) {
+        if (mirror != job.address) mirrors.push_back(to_utf8(without_credentials(mirror)));
+    }
+    return mirrors;
+}
+
 std::u16string JobView::path() const {
     return progress && !progress->path.empty() ? progress->path : job.path;
 }

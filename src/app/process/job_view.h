@@ -3,6 +3,7 @@
 
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "engine/engine.h"
 
@@ -31,6 +32,8 @@ struct JobView {
 
     // The same of the record alone, for a job that does not run.
     static std::string address_of(const CJobNode& job);
+    /// Other addresses of the same file, without credentials.
+    static std::vector<std::string> mirrors_of(const CJobNode& job);
     static std::int64_t size_of(const CJobNode& job) noexcept;
     static std::int64_t done_of(const CJobNode& job) noexcept;
     /// The reason of a failure, UTF-8; empty where it did not fail.

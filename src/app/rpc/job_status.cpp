@@ -191,11 +191,8 @@ unsigned report_parts(unsigned parts) noexcept {
 }
 
 std::vector<std::string> addresses_of(const CJobNode& job) {
-    std::vector<std::string> addresses{JobView::address_of(job)};
-    if (!job.sources) return addresses;
-    for (const std::u16string& mirror : job.sources->mirrors) {
-        if (mirror != job.address) addresses.push_back(to_utf8(without_credentials(mirror)));
-    }
+    std::vector<std::string> addresses = JobView::mirrors_of(job);
+    addresses.insert(addresses.begin(), JobView::address_of(job));
     return addresses;
 }
 

@@ -195,11 +195,22 @@ DropZone::DropZone(wxWindow* parent, const LiveJobs& live, TakeDropped take, std
     });
 }
 
-// Comes back on the screen when the monitor that it stood on is gone.
 void DropZone::look() {
     if (!IsShown()) return;
-    if (wxDisplay::GetFromWindow(this) == wxNOT_FOUND) Move(wxDisplay(0U).GetClientArea().GetTopLeft());
+    if (!HasCapture()) come_on_screen();
     Refresh();
+}
+
+// The zone comes back whole when the monitor that it stood on is gone or has become smaller: of one that was far
+// outside, some window managers leave an edge of a few pixels. It may stand across two monitors.
+void DropZone::come_on_screen() {
+    const wxRect own = GetScreenRect();
+    const auto is_seen = [](const wxPoint& at) { return wxDisplay::GetFromPoint(at) != wxNOT_FOUND; };
+    if (is_seen(own.GetTopLeft()) && is_seen(own.GetBottomRight())) return;
+    const int nearest = wxDisplay::GetFromWindow(this);
+    const wxRect room = wxDisplay(static_cast<unsigned>(std::max(nearest, 0))).GetClientArea();
+    Move(std::max(room.x, std::min(own.x, room.x + room.width - own.width)),
+         std::max(room.y, std::min(own.y, room.y + room.height - own.height)));
 }
 
 void DropZone::draw() {

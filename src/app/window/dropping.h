@@ -31,9 +31,11 @@ Dropped read_clipboard();
 class DropZone : public wxFrame {
   public:
     DropZone(wxWindow* parent, const LiveJobs& live, TakeDropped take, std::function<void()> opened);
+    /// Once a second at most: draws it anew, on a screen that is there.
     void look();
 
   private:
+    void come_on_screen();
     void draw();
     void draw_ring(wxDC& dc, const wxPoint& middle, int edge, double part);
     const LiveJobs& live_;

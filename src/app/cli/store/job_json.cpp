@@ -54,6 +54,7 @@ ordered_json show_json(const JobView& view) {
     json["result"] = plain_result(job.result);
     if (!json.contains("error")) json["error"] = nullptr;
     json["startMode"] = job.start_mode;
+    json["mirrors"] = JobView::mirrors_of(job);
     ordered_json segments = ordered_json::array();
     if (view.progress) {
         for (const auto& missing : view.progress->missing) {

@@ -76,6 +76,7 @@ std::string show_text(const JobView& view) {
     const auto row = [&](const char* name, const std::string& value) { text += row_of(name, value); };
     row("Id", guid_text(job.identity));
     row("Address", view.address());
+    for (const std::string& mirror : JobView::mirrors_of(job)) row("Mirror", mirror);
     row("Category", to_utf8(view.category.name));
     row("State", std::string(view.state_word()));
     row(job.state == JobState::failed ? "Error" : "Waiting for", trouble_of(view));
