@@ -64,7 +64,7 @@ class ModelServer {
         size_ = 1 + random.up_to(500'000);
         if (random.one_in(4)) size_ = 1 + random.up_to(60'000);
         tags_ = static_cast<Tags>(random.below(4));
-        dates_ = static_cast<Dates>(random.below(4));
+        dates_ = static_cast<Dates>(random.below(5));
         has_type_ = !random.one_in(4);
         has_ranges_ = !random.one_in(4);
         promises_ = has_ranges_ && random.one_in(2);
@@ -93,7 +93,7 @@ class ModelServer {
     void speak_ftp() {
         address_ = u"ftp://h/f";
         tags_ = Tags::none;
-        if (dates_ == Dates::by_request) dates_ = Dates::strong;
+        if (dates_ == Dates::by_request || dates_ == Dates::wandering) dates_ = Dates::strong;
         has_type_ = encodes_ = are_others_silent_ = false;
         promises_ = has_ranges_;
         displaces_ = has_ranges_ && random_.one_in(6);
@@ -163,7 +163,8 @@ class ModelServer {
   private:
     static constexpr int unlimited = 1'000'000;
     enum class Tags { none, weak, strong, by_machine };
-    enum class Dates { none, weak, strong, by_request };
+    /// A wandering date comes back with every third answer, whatever version that is of.
+    enum class Dates { none, weak, strong, by_request, wandering };
 
     [[nodiscard]] bool has_validators() const { return tags_ != Tags::none || dates_ != Dates::none; }
     Refusal any_refusal() { return static_cast<Refusal>(random_.below(refusals)); }
@@ -236,7 +237,8 @@ class ModelServer {
         if (tags_ == Tags::by_machine) version.etag = "\"" + name + "-" + std::to_string(machine) + "\"";
         if (dates_ == Dates::weak || dates_ == Dates::strong) version.last_modified = name;
         if (dates_ == Dates::by_request) version.last_modified = name + "@" + std::to_string(requests_);
-        version.strong_date = dates_ == Dates::strong;
+        if (dates_ == Dates::wandering) version.last_modified = "@" + std::to_string(served_ % 3);
+        version.strong_date = dates_ == Dates::strong || dates_ == Dates::wandering;
         if (machine > 0 && !is_first && are_others_silent_) {
             version.etag = version.last_modified = {};
             version.strong_date = false;

@@ -108,6 +108,10 @@ Result JobPolicy::check_version(const Worker& worker, const SourceAnswer& answer
     }
     match = compare(known, answer.version);
     if (match != VersionMatch::changed) return {};
+    // A server whose date moves from answer to answer names no version by it: where it names the known date
+    // again, now or after a stop, the bytes decide.
+    if (!several && differ_by_date_alone(known, answer.version))
+        version_.strong_date = job_.validators.strong_date = false;
     const bool size = known.size >= 0 && answer.version.size >= 0 && known.size != answer.version.size;
     const Code code = size ? Code::size_differs : Code::resource_changed;
     note(Direction::error, describe(code));

@@ -37,6 +37,13 @@ VersionMatch compare_versions(const ResourceVersion& known, const ResourceVersio
     return dates && known.strong_date && answer.strong_date ? same : unsure;
 }
 
+bool differ_by_date_alone(const ResourceVersion& known, const ResourceVersion& answer) {
+    ResourceVersion dateless = known;
+    dateless.last_modified.clear();
+    return compare_versions(known, answer) == VersionMatch::changed &&
+           compare_versions(dateless, answer) != VersionMatch::changed;
+}
+
 bool has_strong_validator(const ResourceVersion& version) {
     const bool tag = !version.etag.empty() && !is_weak(version.etag);
     return tag || (!version.last_modified.empty() && version.strong_date);

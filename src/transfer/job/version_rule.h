@@ -42,6 +42,9 @@ enum class VersionMatch {
 /// same version, different ones two. Whatever is left is unsure.
 VersionMatch compare_versions(const ResourceVersion& known, const ResourceVersion& answer);
 
+/// Nothing but the date says that the answer is of another version.
+bool differ_by_date_alone(const ResourceVersion& known, const ResourceVersion& answer);
+
 /// An equal answer can be told from another version by its validators alone.
 bool has_strong_validator(const ResourceVersion& version);
 
