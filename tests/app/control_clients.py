@@ -1,13 +1,15 @@
 #!/usr/bin/env python3
 """Programs as people have them speak to the resident program: over HTTP, XML-RPC and WebSockets.
 
-    control_clients.py VANTLOW
+    control_clients.py [--wine WINE] VANTLOW [TEST...]
 
-VANTLOW is the program. Needs nothing but Python.
+VANTLOW is the program; with --wine a Windows program, which WINE runs. Needs nothing but Python.
 """
 
 import base64
+import collections
 import contextlib
+import gzip
 import hashlib
 import http.client
 import http.server
@@ -26,8 +28,14 @@ import time
 import unittest
 import xmlrpc.client
 
-PROGRAM = sys.argv.pop(1)
+UNDER_WINE = sys.argv[1] == "--wine"
+PROGRAM = [sys.argv.pop(1) for _ in range(3)][1:] if UNDER_WINE else [sys.argv.pop(1)]
 FILE = bytes(range(256)) * 4096
+
+
+def there(path):
+    """The path as the program says it."""
+    return "Z:" + str(path).replace("/", "\\") if UNDER_WINE else str(path)
 
 
 class FileServer(http.server.BaseHTTPRequestHandler):
@@ -101,17 +109,20 @@ class WebSocket:
         size = second & 127
         if size >= 126:
             size = struct.unpack(">H" if size == 126 else ">Q", self.take(2 if size == 126 else 8))[0]
-        return first & 15, self.take(size)
+        return first & 15, first & 0x80, self.take(size)
 
     def message(self):
+        whole = b""
         while True:
-            opcode, payload = self.frame()
+            opcode, is_last, payload = self.frame()
             if opcode == 9:
                 self.send(payload, 10)
             elif opcode == 8:
                 raise EOFError(struct.unpack(">H", payload[:2])[0])
             else:
-                return json.loads(payload)
+                whole += payload
+                if is_last:
+                    return json.loads(whole)
 
     def call(self, method, *params):
         self.send(json.dumps({"jsonrpc": "2.0", "id": method, "method": method, "params": params}).encode())
@@ -128,24 +139,32 @@ class WebSocket:
 class Program:
     """The resident program with a home of its own and its control API open."""
 
-    def __init__(self, root, *words):
+    def __init__(self, root, *words, listen="127.0.0.1", opens=True):
+        root.mkdir(exist_ok=True)
+        self.root = root
         with socket.socket() as free:
             free.bind(("127.0.0.1", 0))
             self.port = free.getsockname()[1]
-        self.common = [PROGRAM, "--data-dir", str(root / "data"), "--settings", str(root / "settings.ini")]
+        self.common = [*PROGRAM, "--data-dir", there(root / "data"), "--settings", there(root / "settings.ini")]
         if not (root / "settings.ini").exists():  # nothing looks for peers beyond this machine
             (root / "settings.ini").write_text("[Torrent]\nDHT=0\nLSD=0\nPortMapping=0\n")
-        self.words = ["serve", "--foreground", "--rpc-listen", f"127.0.0.1:{self.port}", *words]
+        self.words = ["serve", "--foreground", "--rpc-listen", f"{listen}:{self.port}", *words]
         self.environment = os.environ | {"HOME": str(root), "XDG_RUNTIME_DIR": str(root)}
         self.secret = self.run("rpc", "secret").stdout.strip()
-        self.start()
+        self.start(opens)
 
     def run(self, *words):
-        return subprocess.run([*self.common, *words], capture_output=True, text=True, env=self.environment, timeout=60)
+        # No pipes: what Wine starts beside the program would keep them open.
+        with tempfile.TemporaryFile("w+") as told:
+            ended = subprocess.run([*self.common, *words], stdin=subprocess.DEVNULL, stdout=told, env=self.environment, timeout=60)
+            told.seek(0)
+            ended.stdout = told.read()
+            return ended
 
-    def start(self):
+    def start(self, opens=True):
         self.process = subprocess.Popen([*self.common, *self.words], env=self.environment)
-        self.wait_until(lambda: socket.create_connection(("127.0.0.1", self.port)).close() or True)
+        if opens:
+            self.wait_until(lambda: socket.create_connection(("127.0.0.1", self.port)).close() or True)
 
     def wait_until(self, is_so):
         for _ in range(300):
@@ -165,6 +184,7 @@ class ControlApi(unittest.TestCase):
     def setUpClass(cls):
         cls.folder = tempfile.TemporaryDirectory()
         cls.root = pathlib.Path(cls.folder.name)
+        http.server.ThreadingHTTPServer.request_queue_size = 256  # many come at once
         cls.server = http.server.ThreadingHTTPServer(("127.0.0.1", 0), FileServer)
         cls.server.daemon_threads = True
         threading.Thread(target=cls.server.serve_forever, daemon=True).start()
@@ -202,8 +222,8 @@ class ControlApi(unittest.TestCase):
         watcher, stranger = WebSocket(self.port), WebSocket(self.port)
         self.assertNotIn("deflate", watcher.head)
         self.assertEqual(watcher.call("aria2.getVersion", self.token)["id"], "aria2.getVersion")
-        target = str(self.root / "life")
-        options = {"dir": target, "out": "../sub/name.bin", "header": ["Cookie: a=b", "User-Agent: Front", "Accept: x"],
+        target = self.root / "life"
+        options = {"dir": there(target), "out": "../sub/name.bin", "header": ["Cookie: a=b", "User-Agent: Front", "Accept: x"],
                    "referer": "http://r.example/", "gid": "00000000abcdef01", "pause": "true", "split": "2"}
         gid = watcher.call("aria2.addUri", self.token, [self.files + "/file"], options)["result"]
         self.assertEqual(gid, "00000000abcdef01")
@@ -212,8 +232,8 @@ class ControlApi(unittest.TestCase):
         watcher.wait_for("aria2.onDownloadComplete", gid)
         watcher.wait_for("aria2.onDownloadStart", gid)
         done = self.until(gid, "complete")
-        path = pathlib.Path(done["files"][0]["path"])
-        self.assertEqual(path, pathlib.Path(target, "sub", "name.bin"))
+        path = target / "sub/name.bin"
+        self.assertEqual(done["files"][0]["path"], there(path))
         self.assertEqual(path.read_bytes(), FILE)
         self.assertEqual((done["totalLength"], done["completedLength"], done["errorCode"]), (str(len(FILE)), str(len(FILE)), "0"))
         sent = FileServer.asked["/file"]
@@ -233,7 +253,7 @@ class ControlApi(unittest.TestCase):
     def test_pausing_removing_and_failing(self):
         watcher = WebSocket(self.port)
         watcher.call("aria2.getVersion", self.token)
-        add = lambda path, **more: self.call("aria2.addUri", [self.files + path], {"dir": str(self.root / "stop"), **more})
+        add = lambda path, **more: self.call("aria2.addUri", [self.files + path], {"dir": there(self.root / "stop"), **more})
         gid = add("/slow", split="1", **{"max-connection-per-server": "1"})
         self.until(gid, "active")
         self.assertEqual(self.call("aria2.getServers", gid)[0]["index"], "1")
@@ -265,7 +285,7 @@ class ControlApi(unittest.TestCase):
         proxy = xmlrpc.client.ServerProxy(f"http://127.0.0.1:{self.port}/rpc")
         self.assertGreaterEqual(tuple(map(int, proxy.aria2.getVersion(self.token)["version"].split("."))), (1, 34, 0))
         magnet = "magnet:?xt=urn:btih:" + "ab" * 20 + "&dn=film"
-        gid = proxy.aria2.addUri(self.token, [magnet], {"dir": str(self.root)})
+        gid = proxy.aria2.addUri(self.token, [magnet], {"dir": there(self.root)})
         told = proxy.aria2.tellStatus(self.token, gid)
         self.assertEqual(told["infoHash"], "ab" * 20)
         self.assertEqual(told["files"][0]["path"], "[METADATA]film")
@@ -287,7 +307,7 @@ class ControlApi(unittest.TestCase):
         (theirs / "film").mkdir(parents=True)
         for name, megabytes in (("a.bin", 1), ("b.bin", 3)):
             (theirs / "film" / name).write_bytes(os.urandom(megabytes << 20))
-        self.assertEqual(self.vantlow("torrent", "make", "--piece-length", "64K", str(theirs / "film")).returncode, 0)
+        self.assertEqual(self.vantlow("torrent", "make", "--piece-length", "64K", there(theirs / "film")).returncode, 0)
         torrent = (theirs / "film.torrent").read_bytes()
         info_hash = hashlib.sha1(torrent[torrent.index(b"4:infod") + 6:-1]).hexdigest()
         with socket.socket() as free:
@@ -300,7 +320,7 @@ class ControlApi(unittest.TestCase):
             while socket.socket().connect_ex(("127.0.0.1", port)) != 0:
                 time.sleep(0.1)
             magnet = f"magnet:?xt=urn:btih:{info_hash}&dn=film&x.pe=127.0.0.1:{port}"
-            gid = watcher.call("aria2.addUri", self.token, [magnet], {"dir": str(ours), "pause": "true", "seed-time": "0"})["result"]
+            gid = watcher.call("aria2.addUri", self.token, [magnet], {"dir": there(ours), "pause": "true", "seed-time": "0"})["result"]
             self.assertEqual(self.call("aria2.getFiles", gid)[0]["path"], "[METADATA]film")
             self.call("aria2.unpause", gid)
             told = lambda: self.call("aria2.tellStatus", gid)
@@ -308,7 +328,7 @@ class ControlApi(unittest.TestCase):
             now = told()
             self.assertEqual((now["infoHash"], now["numSeeders"], now["seeder"], now["bittorrent"]["mode"]), (info_hash, "1", "false", "multi"))
             self.assertEqual([(one["path"], one["length"], one["selected"]) for one in now["files"]],
-                             [(str(ours / "film/a.bin"), str(1 << 20), "true"), (str(ours / "film/b.bin"), str(3 << 20), "true")])
+                             [(there(ours / "film/a.bin"), str(1 << 20), "true"), (there(ours / "film/b.bin"), str(3 << 20), "true")])
             self.assertEqual((now["numPieces"], now["pieceLength"]), ("64", "65536"))
             self.assertGreater(int(now["bitfield"], 16), 0)
             [seed] = self.call("aria2.getPeers", gid)
@@ -331,7 +351,7 @@ class ControlApi(unittest.TestCase):
 
     def test_documents_that_are_fetched(self):
         watcher = WebSocket(self.port)
-        gid = watcher.call("aria2.addUri", self.token, [self.files + "/list.meta4"], {"dir": str(self.root / "lists")})["result"]
+        gid = watcher.call("aria2.addUri", self.token, [self.files + "/list.meta4"], {"dir": there(self.root / "lists")})["result"]
         watcher.wait_for("aria2.onDownloadComplete", gid)
         told = self.call("aria2.tellStatus", gid, ["status", "followedBy"])
         self.assertEqual((told["status"], len(told["followedBy"])), ("complete", 2))
@@ -360,6 +380,7 @@ class ControlApi(unittest.TestCase):
             self.assertEqual((got, given.get("access-control-allow-origin")), (status, allowed), headers)
         status, given, _ = self.http("OPTIONS", headers={"Origin": "https://a.example", "Access-Control-Request-Method": "POST"})
         self.assertEqual((status, given["access-control-allow-headers"]), (204, "Content-Type"))
+        self.assertEqual(self.http("OPTIONS", headers={"Origin": "https://c.example", "Access-Control-Request-Method": "POST"})[0], 403)
         params = base64.b64encode(json.dumps([self.token]).encode()).decode()
         status, given, body = self.http("GET", f"/jsonrpc?method=aria2.getSessionInfo&id=x&params={params}&jsoncallback=f")
         self.assertEqual((status, given["content-type"], body[:2]), (200, "text/javascript", b"f("))
@@ -383,7 +404,7 @@ class ControlApi(unittest.TestCase):
             with socket.create_connection(("127.0.0.1", self.port), timeout=20) as plain:
                 plain.sendall(raw)
                 self.assertIn(status, plain.recv(100).split(b"\r\n")[0])
-        sessions = [WebSocket(self.port) for _ in range(3)]
+        sessions = [WebSocket(self.port) for _ in range(5)]
         sessions[0].send(b"{", 3)  # an opcode that there is not
         self.assertRaises((EOFError, OSError), sessions[0].message)
         sessions[1].send(b'{"id":1,', final=False)  # fragments
@@ -393,16 +414,107 @@ class ControlApi(unittest.TestCase):
         self.assertEqual(sessions[1].message()["error"]["code"], -32700)
         sessions[2].socket.sendall(struct.pack(">BBQ", 0x81, 0xFF, 1 << 40))
         self.assertRaises((EOFError, OSError), sessions[2].message)
+        sessions[3].socket.sendall(b"\xC1\x85\1\2\3\4hello")  # compressed, which was not agreed upon
+        self.assertRaises((EOFError, OSError), sessions[3].message)
+        sessions[4].send(struct.pack(">H", 1001), 8)  # a browser that leaves
+        with self.assertRaises(EOFError) as farewell:
+            sessions[4].message()
+        self.assertEqual(farewell.exception.args, (1001,))
+        bomb = gzip.compress(b'{"id":1,"method":"system.listMethods","x":"' + bytes(1 << 20) + b'"}')
+        status, _, body = self.http(body=bomb, headers={"Content-Encoding": "gzip"})
+        self.assertEqual((status, json.loads(body)["error"]["code"]), (500, -32700))
         # Expect: 100-continue, as curl says with a large body.
         large = json.dumps({"id": 1, "method": "aria2.addTorrent", "params": [self.token, "A" * 3000000]})
         self.assertEqual(self.http(body=large, headers={"Expect": "100-continue"})[0], 400)
 
+    def refusal(self, method, *params):
+        status, _, body = self.http(body=json.dumps({"id": 1, "method": method, "params": [self.token, *params]}))
+        self.assertEqual((status, json.loads(body)["error"]["code"]), (400, 1))
+        return json.loads(body)["error"]["message"]
+
+    def test_places_addresses_and_names_of_waiting_ones(self):
+        place = {"pause": "true", "dir": there(self.root / "places")}
+        gids = [f"0000000000000a0{i}" for i in range(4)]
+        for gid in gids:
+            self.assertEqual(self.call("aria2.addUri", [f"{self.files}/{gid}"], {**place, "gid": gid}), gid)
+        self.refusal("aria2.addUri", [self.files], {**place, "gid": gids[0]})
+        self.assertIn("More than one", self.refusal("aria2.tellStatus", "0000000000000a"))
+        self.refusal("aria2.tellStatus", "f" * 16)
+        order = lambda: [one["gid"] for one in self.call("aria2.tellWaiting", 0, 1000, ["gid"]) if one["gid"] in gids]
+        first = self.call("aria2.tellWaiting", 0, 1000, ["gid"]).index({"gid": gids[0]})
+        for change, now, after in (((gids[3], -2, "POS_CUR"), first + 1, [0, 3, 1, 2]), ((gids[0], 0, "POS_END"), first + 3, [3, 1, 2, 0]),
+                                   ((gids[2], first, "POS_SET"), first, [2, 3, 1, 0])):
+            self.assertEqual((self.call("aria2.changePosition", *change), order()), (now, [gids[i] for i in after]))
+        old, new, other = f"{self.files}/{gids[0]}", f"{self.files}/new", f"{self.files}/other"
+        self.assertEqual(self.call("aria2.changeUri", gids[0], 1, [old], [new, other]), [1, 2])
+        self.assertEqual(self.call("aria2.getUris", gids[0]), [{"uri": new, "status": "used"}, {"uri": other, "status": "waiting"}])
+        self.assertEqual(self.call("aria2.changeUri", gids[0], 1, [other], [old], 0), [1, 1])
+        self.assertEqual([one["uri"] for one in self.call("aria2.getUris", gids[0])], [old, new])
+        for gid in gids:  # one that was never active leaves nothing behind
+            self.assertEqual(self.call("aria2.remove", gid), gid)
+            self.refusal("aria2.tellStatus", gid)
+        self.assertFalse([one for one in self.call("aria2.tellStopped", 0, 1000, ["gid"]) if one["gid"] in gids])
+
+    def test_a_removal_takes_files_along_only_where_it_says_so(self):
+        for how, is_left in (("keep", True), ("erase", False)):
+            path = self.root / "removal" / f"{how}.bin"
+            gid = self.call("aria2.addUri", [self.files + "/file"], {"dir": there(path.parent), "out": path.name})
+            self.until(gid, "complete")
+            self.refusal("aria2.remove", gid)
+            self.assertEqual(self.call("vantlow.remove", [gid], how), "OK")
+            self.refusal("aria2.tellStatus", gid)
+            self.assertEqual(path.exists(), is_left)
+
+    def test_a_flood_of_wrong_tokens_is_kept_from_others(self):
+        guess = json.dumps({"id": 1, "method": "aria2.getVersion", "params": ["token:guess"]}).encode()
+        request = b"POST /jsonrpc HTTP/1.1\r\nHost: localhost\r\nContent-Length: %d\r\n\r\n%s" % (len(guess), guess)
+        guessing = [socket.create_connection(("127.0.0.1", self.port), timeout=30) for _ in range(200)]
+        for one in guessing:
+            one.sendall(request)
+        began = time.monotonic()
+        for _ in range(20):
+            self.call("aria2.getVersion")
+        self.assertLess(time.monotonic() - began, 2)
+        kept = 0
+        for one in guessing:
+            with one, contextlib.suppress(ConnectionError):
+                answer = one.recv(4096)
+                kept += bool(answer)
+                self.assertIn(b"Unauthorized", answer or b"Unauthorized")
+        self.assertLessEqual(kept, 16)  # the others were sent away without an answer
+
+    def test_who_does_not_read_is_not_waited_for(self):
+        calls = [{"methodName": "aria2.addUri", "params": [self.token, [f"{self.files}/{'x' * 2000}{i}"], {"pause": "true", "dir": there(self.root)}]}
+                 for i in range(1000)]
+        gids = [one[0] for one in self.call("system.multicall", calls)]
+        deaf = WebSocket(self.port)
+        deaf.call("aria2.getVersion", self.token)
+        ask = json.dumps({"id": 1, "method": "aria2.tellWaiting", "params": [self.token, 0, 1000]}).encode()
+        deaf.socket.settimeout(1)
+        sent = 0
+        with contextlib.suppress(OSError):
+            for _ in range(20000):  # it is not read from either, once eight are not answered
+                deaf.send(ask)
+                sent += 1
+        began = time.monotonic()
+        for _ in range(20):
+            self.call("aria2.getVersion")
+        self.assertLess(time.monotonic() - began, 20)
+        for gid in gids[:5]:
+            self.call("aria2.unpause", gid)
+        # A notification that finds more than it may keep waiting ends it, in the middle of an answer.
+        deaf.socket.settimeout(20)
+        with self.assertRaises((EOFError, OSError)):
+            for _ in range(sent):
+                deaf.message()
+        self.call("vantlow.remove", gids)
+
     def test_our_own_words(self):
         before = self.call("vantlow.list")
-        gid = self.call("aria2.addUri", [self.files + "/file"], {"pause": "true", "dir": str(self.root)})
+        gid = self.call("aria2.addUri", [self.files + "/file"], {"pause": "true", "dir": there(self.root)})
         since = self.call("vantlow.list", {"since": before["revision"], "session": before["session"]})
         self.assertEqual((since["everything"], [job["gid"] for job in since["jobs"]]), (False, [gid]))
-        category = self.call("vantlow.addCategory", "Films", str(self.root / "films"))
+        category = self.call("vantlow.addCategory", "Films", there(self.root / "films"))
         self.assertEqual(self.call("vantlow.moveJobs", [gid], category), "OK")
         self.assertEqual(self.call("vantlow.job", gid)["category"], category)
         self.assertEqual(self.call("vantlow.remove", [gid], "keep"), "OK")
@@ -421,7 +533,7 @@ class ControlApi(unittest.TestCase):
         self.assertEqual((self.call("vantlow.questions"), self.call("vantlow.limits")), ([], {"down": None, "up": None}))
 
     def test_times(self):
-        gid = self.call("aria2.addUri", [self.files + "/slow"], {"dir": str(self.root / "times"), "pause": "true"})
+        gid = self.call("aria2.addUri", [self.files + "/slow"], {"dir": there(self.root / "times"), "pause": "true"})
         plan = {"days": ["mon", "fri"], "start": "22:00", "stop": "06:00"}
         self.assertEqual(self.call("vantlow.setWeekPlan", plan), "OK")
         for times, told in (({"start": "23:30", "days": "mon-wed"}, {"plan": False, "start": "23:30", "days": "mon,tue,wed"}),
@@ -439,14 +551,94 @@ class ControlApi(unittest.TestCase):
             self.assertEqual(answer["error"]["code"], 1, call)
         self.call("vantlow.remove", [gid])
 
+    def test_what_is_told_of_a_hundred_at_once_comes_in_order(self):
+        watcher = WebSocket(self.port)
+        at_once = self.call("aria2.getGlobalOption")["max-concurrent-downloads"]
+        self.call("aria2.changeGlobalOption", {"max-concurrent-downloads": "100"})
+        self.call("vantlow.setSetting", "Connection/MaxPerServer", "0")  # they all ask one server
+        every = lambda method, gids: [{"methodName": method, "params": [self.token, gid]} for gid in gids]
+        multicall = lambda *calls: watcher.call("system.multicall", [one for some in calls for one in some])["result"]
+        add = lambda path, count: [one[0] for one in multicall([
+            {"methodName": "aria2.addUri", "params": [self.token, [f"{self.files}{path}"], {"dir": there(self.root / "hundred"), "split": "1"}]}] * count)]
+        whole, missing, paused, purged = add("/file", 40), add("/none", 20), add("/slow", 20), add("/slow", 20)
+
+        def steps():
+            told = collections.defaultdict(list)
+            for one in watcher.notifications:
+                told[one["params"][0]["gid"]].append(one["method"].removeprefix("aria2.onDownload"))
+            return told
+
+        def expect(gids, *words):
+            while any(len(steps()[gid]) < len(words) for gid in gids):
+                watcher.notifications.append(watcher.message())
+            self.assertEqual({tuple(steps()[gid]) for gid in gids}, {words})
+
+        expect(whole, "Start", "Complete")
+        expect(missing, "Start", "Error")
+        expect(paused + purged, "Start")
+        multicall(every("aria2.forceRemove", purged), every("aria2.removeDownloadResult", purged))
+        expect(purged, "Start", "Stop")
+        self.assertEqual({one["code"] for one in multicall(every("aria2.tellStatus", purged))}, {1})
+        multicall(every("aria2.pause", paused))
+        expect(paused, "Start", "Pause")
+        multicall(every("aria2.unpause", paused))
+        expect(paused, "Start", "Pause", "Start")
+        multicall(every("aria2.remove", paused))
+        expect(paused, "Start", "Pause", "Start", "Stop")  # told before the answer
+        for times in range(2, 5):  # so short that nobody may have looked in between
+            self.assertEqual(watcher.call("vantlow.startOver", self.token, whole)["result"], "OK")
+            expect(whole, *("Start", "Complete") * times)
+        self.assertEqual(watcher.call("aria2.purgeDownloadResult", self.token)["result"], "OK")
+        watcher.socket.settimeout(1)
+        with contextlib.suppress(TimeoutError):
+            while True:
+                watcher.notifications.append(watcher.message())
+        expect(whole, *("Start", "Complete") * 4)
+        expect(paused, "Start", "Pause", "Start", "Stop")
+        expect(purged, "Start", "Stop")
+        self.call("aria2.changeGlobalOption", {"max-concurrent-downloads": at_once})
+        self.call("vantlow.unsetSetting", "Connection/MaxPerServer")
+
     def test_a_thousand_at_once(self):
-        calls = [{"methodName": "aria2.addUri", "params": [self.token, [f"{self.files}/f{i}"], {"pause": "true", "dir": str(self.root)}]}
+        calls = [{"methodName": "aria2.addUri", "params": [self.token, [f"{self.files}/f{i}"], {"pause": "true", "dir": there(self.root)}]}
                  for i in range(1000)]
         gids = [one[0] for one in self.call("system.multicall", calls)]
         self.assertEqual(len(set(gids)), 1000)
         told = [one["gid"] for one in self.call("aria2.tellWaiting", 0, 1000, ["gid"])]
         self.assertEqual(told, gids)
         self.assertEqual(self.call("vantlow.remove", gids), "OK")
+
+
+class WithoutSecret(unittest.TestCase):
+    def test_nobody_is_asked_and_only_this_machine_is_listened_to(self):
+        with tempfile.TemporaryDirectory() as folder:
+            program = Program(pathlib.Path(folder), "--rpc-secret", "none")
+            try:
+                self.speak(program)
+            finally:
+                if program.process.poll() is None:
+                    program.stop()
+
+    def speak(self, program):
+        def http_(method, path, body=None, headers=()):
+            connection = http.client.HTTPConnection("127.0.0.1", program.port, timeout=30)
+            connection.request(method, path, body, dict(headers))
+            answer = connection.getresponse()
+            return answer.status, answer.read()
+
+        watcher = WebSocket(program.port)  # hears all of it at once
+        call = lambda method, *params: json.loads(http_("POST", "/jsonrpc", json.dumps({"id": 1, "method": method, "params": params}))[1])["result"]
+        gid = call("aria2.addUri", ["http://127.0.0.1:1/x"])
+        watcher.wait_for("aria2.onDownloadStart", gid)
+        self.assertEqual(call("aria2.tellStatus", "token:old", gid, ["gid"]), {"gid": gid})
+        self.assertEqual(http_("GET", "/jsonrpc?method=aria2.getVersion&id=1")[0], 403)
+        self.assertEqual(http_("POST", "/jsonrpc", "{}", {"Origin": "https://a.example"})[0], 403)
+        elsewhere = Program(pathlib.Path(program.root, "other"), "--rpc-secret", "none", listen="0.0.0.0", opens=False)
+        elsewhere.wait_until(lambda: elsewhere.run("rpc", "status").returncode == 0)
+        self.assertEqual(json.loads(elsewhere.run("--json", "rpc", "status").stdout)["listening"], [])
+        elsewhere.stop()
+        self.assertEqual(call("aria2.shutdown"), "OK")
+        self.assertEqual(program.process.wait(60), 0)
 
 
 class OverTls(unittest.TestCase):
@@ -462,7 +654,7 @@ class OverTls(unittest.TestCase):
     def speak(self, root, program):
         file, port, token = root / "data/rpc-certificate.pem", program.port, "token:" + program.secret
         silent = [socket.create_connection(("127.0.0.1", port), timeout=30) for _ in range(20)]
-        self.assertEqual(file.stat().st_mode & 0o777, 0o600)
+        self.assertEqual(file.stat().st_mode & 0o077, 0)
         status = lambda: json.loads(program.run("--json", "rpc", "status").stdout)
         seen = ssl.PEM_cert_to_DER_cert(ssl.get_server_certificate(("127.0.0.1", port)))
         self.assertEqual(status()["fingerprint"].replace(":", "").lower(), hashlib.sha256(seen).hexdigest())
@@ -486,7 +678,7 @@ class OverTls(unittest.TestCase):
         self.assertEqual([one["gid"] for one in proxy().aria2.tellWaiting(token, 0, 9)], [kept])
         with socket.create_connection(("127.0.0.1", port), timeout=30) as late:  # a handshake that never ends
             self.assertEqual(late.recv(1), b"")
-        program.run("settings", "set", "RPC/Certificate", str(root / "none.pem"))
+        program.run("settings", "set", "RPC/Certificate", there(root / "none.pem"))
         program.wait_until(lambda: status()["listening"] == [])
         with self.assertRaises(OSError):
             socket.create_connection(("127.0.0.1", port))

@@ -80,7 +80,12 @@ Phase EngineDownloads::phase_now(const CJobNode& job) const {
 
 // The record of a job that counts: one that only waits for its session's end to be removed is a result.
 const CJobNode* EngineDownloads::record(const Guid& job) const {
-    return results_.contains(job) ? nullptr : engine_.find(job);
+    return has_left(job) ? nullptr : engine_.find(job);
+}
+
+// What was removed is gone for front ends at once, also while its session still ends.
+bool EngineDownloads::has_left(const Guid& job) const {
+    return results_.contains(job) || purged_.contains(job);
 }
 
 const EngineDownloads::Lists& EngineDownloads::lists() {
@@ -90,7 +95,7 @@ const EngineDownloads::Lists& EngineDownloads::lists() {
     std::vector<const CJobNode*> waiting;
     std::vector<std::pair<std::int64_t, Guid>> stopped;
     for (const CJobNode* job : engine_.jobs_below(nullptr)) {
-        if (results_.contains(job->identity)) continue;
+        if (has_left(job->identity)) continue;
         const Phase phase = phase_now(*job);
         if (phase == Phase::active) lists_.active.push_back(job->identity);
         if (phase == Phase::waiting || phase == Phase::paused) waiting.push_back(job);
@@ -113,7 +118,9 @@ const std::vector<Guid>& EngineDownloads::list(Group group) {
 
 std::vector<Guid> EngineDownloads::find(std::string_view digits) {
     std::vector<Guid> found;
-    for (const CJobNode* job : engine_.find_by_digits(digits)) found.push_back(job->identity);
+    for (const CJobNode* job : engine_.find_by_digits(digits)) {
+        if (!purged_.contains(job->identity)) found.push_back(job->identity);
+    }
     if (found.size() == 1 && digits.size() >= gid_digits) return found;
     for (const Guid& job : result_order_) {
         const bool fits = guid_digits(guid_text(job)).value_or("").starts_with(digits);
@@ -309,6 +316,7 @@ Problem EngineDownloads::unpause(const Guid& job) {
 Problem EngineDownloads::remove(const Guid& job) {
     const CJobNode* const found = record(job);
     if (found == nullptr) {
+        if (engine_.find(job) != nullptr) purged_.insert(job);
         results_.erase(job);
         std::erase(result_order_, job);
         ++results_revision_;
@@ -316,6 +324,7 @@ Problem EngineDownloads::remove(const Guid& job) {
     }
     const Phase phase = phase_now(*found);
     rpc::JobStatus last = status(job, rpc::part::all);
+    if (phase == Phase::active) note(job, phase, false);  // its beginning is told before its end
     const Done done = engine_.remove(job, false);
     if (!done.ok() && done.fault != Done::Fault::running) return problem_of(done, job);
     forget(job);
@@ -469,13 +478,16 @@ void EngineDownloads::tell_data(const Guid& job) {
     if (told_data_.insert(job).second) options_.tell("aria2.onBtDownloadComplete", job);
 }
 
-// A download that was quick may have ended before anybody heard of its beginning.
+// A download that was quick may have ended before anybody heard of its beginning, also where it has ended the
+// same way before. One that comes as an ended one (from a list, or back from the bin) did nothing of it now.
 void EngineDownloads::note(const Guid& job, Phase now, bool has_run) {
     const auto [known, is_new] = known_.try_emplace(job, Phase::waiting);
-    const Phase before = std::exchange(known->second, now);
-    if (before == now || before == Phase::removed) return;
-    if (is_new && now == Phase::paused && !has_run) return;
+    if (known->second == Phase::removed) return;
+    Phase before = std::exchange(known->second, now);
+    if (has_run && before == now && now != Phase::active) before = Phase::waiting;
+    if (before == now) return;
     const bool has_ended = now == Phase::complete || now == Phase::failed;
+    if (is_new && !has_run && (has_ended || now == Phase::paused)) return;
     if (has_ended) ++stopped_ever_;
     if ((has_run || has_ended) && before != Phase::active) options_.tell(word_for(Phase::active), job);
     if (const CJobNode* const found = engine_.find(job);
@@ -493,27 +505,35 @@ void EngineDownloads::data_complete(const Guid& job) {
 void EngineDownloads::changed(const Changes& changes) {
     if (changes.everything) {
         torrents_.clear();
-        known_.clear();
-        for (const CJobNode* job : engine_.jobs_below(nullptr)) known_[job->identity] = phase_now(*job);
+        std::vector<Guid> all;
+        for (const auto& [job, phase] : known_) all.push_back(job);
+        for (const CJobNode* job : engine_.jobs_below(nullptr)) {
+            if (!known_.contains(job->identity)) all.push_back(job->identity);
+        }
+        for (const Guid& job : all) look_at(job);
         return;
     }
     for (const JobChange& change : changes.jobs) {
-        const CJobNode* const found = engine_.find(change.job);
         torrents_.erase(change.job);
-        if (found != nullptr) {
-            if (!results_.contains(change.job)) note(change.job, phase_now(*found), false);
-            continue;
-        }
-        const auto known = known_.extract(change.job);
-        forget(change.job);
-        if (!known.empty() && !is_stopped(known.mapped()))
-            options_.tell(word_for(Phase::removed), change.job);
+        look_at(change.job);
     }
+}
+
+// Tells what became of a job since it was looked at last.
+void EngineDownloads::look_at(const Guid& job) {
+    if (const CJobNode* const found = engine_.find(job)) {
+        if (!has_left(job)) note(job, phase_now(*found), false);
+        return;
+    }
+    purged_.erase(job);
+    const auto known = known_.extract(job);
+    forget(job);
+    if (!known.empty() && !is_stopped(known.mapped())) options_.tell(word_for(Phase::removed), job);
 }
 
 void EngineDownloads::ended(const JobEnd& end) {
     const Guid& job = end.job->identity;
-    if (results_.contains(job)) return;
+    if (has_left(job)) return;
     if (end.gave_way) {
         rpc::JobStatus last = status_of(*end.job, std::nullopt, nullptr, nullptr, rpc::part::all);
         last.phase = Phase::complete;

@@ -75,6 +75,7 @@ class EngineDownloads final : public rpc::Downloads, public EngineListener {
         std::vector<Guid> stopped;
     };
     const Lists& lists();
+    void look_at(const Guid& job);
     void note(const Guid& job, rpc::Phase now, bool has_run);
     void keep_result(rpc::JobStatus status);
     void forget(const Guid& job);
@@ -82,6 +83,7 @@ class EngineDownloads final : public rpc::Downloads, public EngineListener {
     void tell_data(const Guid& job);
     [[nodiscard]] rpc::Phase phase_now(const CJobNode& job) const;
     [[nodiscard]] const CJobNode* record(const Guid& job) const;
+    [[nodiscard]] bool has_left(const Guid& job) const;
     [[nodiscard]] std::u16string default_folder() const;
     Done change_trackers(const Guid& job, const rpc::JobOptions& options);
     Added add_links(const rpc::NewJob& job, JobDraft draft);
@@ -108,6 +110,8 @@ class EngineDownloads final : public rpc::Downloads, public EngineListener {
     std::unordered_set<Guid, GuidHash> told_data_;  ///< torrents of whom it was told that all of it is there
     std::unordered_map<Guid, rpc::JobStatus, GuidHash> results_;
     std::deque<Guid> result_order_;
+    /// Jobs that are no results any more, and whose sessions have not ended yet.
+    std::unordered_set<Guid, GuidHash> purged_;
     std::uint64_t results_revision_ = 0;
     std::size_t stopped_ever_ = 0;
 };
