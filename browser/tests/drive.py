@@ -30,7 +30,7 @@ PAGE = """<!doctype html><title>Links</title><a id="plain" href="/plain.bin">pla
 <a id="text" download="own text.txt" href="/text">text</a> <a id="blob" download="made.bin">blob</a> <form id="form" method="post" action="/posted"></form>
 <form id="sent" method="post" action="/asked" accept-charset="utf-8"><input name="name" value="&auml; b"><input name="x" value="1"></form> <video src="/film.mp4"></video>
 <script>document.getElementById('blob').href = URL.createObjectURL(new Blob([new Uint8Array(300000)]));</script>"""
-MANY = 20
+MANY = 50
 
 
 class Site(http.server.BaseHTTPRequestHandler):

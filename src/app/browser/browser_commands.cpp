@@ -93,16 +93,15 @@ void show(const GlobalOptions& global, const Browsers& chosen, const std::u16str
     print_answer(global, list, lines);
 }
 
-// Says of browsers in a sandbox that nothing can be done for them here.
+// Says of browsers in a sandbox what cannot be done for them here, and what can be done instead.
 void tell_of_confined(const Browsers& chosen) {
     for (const Browser* const browser : chosen) {
         for (const std::string_view form : confined_forms(*browser)) {
             const std::string title(browser->title);
-            tell(
-                title + " is also here as a " + std::string(form) +
-                ", which may start no program of the system: its extension cannot reach Vantlow. A " + title +
-                " from the system's packages or from its maker can; links can also be dragged onto Vantlow's "
-                "window, and 'vantlow LINK' takes them.");
+            tell(title + " is also here as a " + std::string(form) +
+                 ", which may start no program of the system. There its extension reaches Vantlow over the "
+                 "control API only: docs/browser.md says how. A " +
+                 title + " from the system's packages or from its maker needs none of that.");
         }
     }
 }
