@@ -224,7 +224,7 @@ def known_addresses(window, server):
         press("ctrl+f", "Escape")
         window.wait_for_rows(2)
     [one] = [job for job in window.jobs() if job["address"].endswith("/one.bin")]
-    [shown] = window.told("show", one["id"])
+    shown = window.told("show", one["id"])
     assert [mirror.rsplit("/", 1)[1] for mirror in shown["mirrors"]] == ["mirror.bin"], shown
 
 

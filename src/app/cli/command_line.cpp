@@ -37,8 +37,7 @@ void add_control_options(CLI::App& app, GlobalOptions& global) {
     app.add_flag_function(
         "--rpc-tls", [set](std::int64_t) { set("TLS", "1"); }, "Reach it over TLS only, in this run");
     app.add_option_function<std::vector<std::string>>(
-           "--rpc-allow-origin", allow, "A web page that may use it, such as https://host; repeatable")
-        ->allow_extra_args(false);
+        "--rpc-allow-origin", allow, "A web page that may use it, such as https://host; repeatable");
 }
 
 void add_global_options(CLI::App& app, GlobalOptions& global, std::string& data_folder,
@@ -51,8 +50,7 @@ void add_global_options(CLI::App& app, GlobalOptions& global, std::string& data_
             const bool is_folder = path_kind(absolute_path(to_utf16(path))) == PathKind::folder;
             return is_folder ? path + " is a folder." : std::string();
         });
-    app.add_option("--set", global.set, "Section/Key=Value: one setting for this run; repeatable")
-        ->allow_extra_args(false);
+    app.add_option("--set", global.set, "Section/Key=Value: one setting for this run; repeatable");
     app.add_flag("--json", global.json, "Output for programs");
     app.add_flag("-q,--quiet", global.quiet, "Print errors only");
     app.add_flag("-v,--verbose", global.verbose, "Print the job log, line by line, to stderr");
@@ -130,6 +128,16 @@ Command chosen_command(const CLI::App& app, const CommandSet& commands) {
     return command;
 }
 
+// An option that can be repeated takes one word each time: those behind it are jobs, links or files.
+void take_one_word_each(CLI::App& app) {
+    for (CLI::Option* const option : app.get_options()) {
+        if (option->nonpositional() && option->get_expected_max() == CLI::detail::expected_max_vector_size)
+            option->allow_extra_args(false);
+    }
+    for (CLI::App* const below : app.get_subcommands([](const CLI::App*) { return true; }))
+        take_one_word_each(*below);
+}
+
 }  // namespace
 
 Command read_command_line(const Words& words, const std::function<void(CommandSet&)>& add_commands,
@@ -145,6 +153,7 @@ Command read_command_line(const Words& words, const std::function<void(CommandSe
     add_global_options(app, global, data_folder, settings_file);
     CommandSet commands(app, words, read);
     add_commands(commands);
+    take_one_word_each(app);
     Command command;
     try {
         std::vector<std::string> reversed(words.rbegin(), words.rend());

@@ -96,8 +96,7 @@ void add_make_word(CommandSet& commands, CLI::App& group) {
         },
         [options] { return check_make_torrent(*options); });
     make.add_option("PATH", options->path, "The file or folder")->required();
-    make.add_option("--tracker", options->trackers, "URL[|URL...]: a tier of trackers; repeatable")
-        ->allow_extra_args(false);
+    make.add_option("--tracker", options->trackers, "URL[|URL...]: a tier of trackers; repeatable");
     make.add_option("--comment", options->comment, "A comment to put into it");
     make.add_option("--piece-length", options->piece_length,
                     "Bytes in a piece, a power of two such as 256K (default: chosen by the size)");
