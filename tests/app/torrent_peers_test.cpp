@@ -324,7 +324,7 @@ TEST_F(TorrentPeers, WhatAPieceHasOfFilesThatAreNotChosenIsKeptAfterAKillAndUsed
 }
 
 TEST_F(TorrentPeers, AFiledTorrentIsSharedByTheResidentProgramUntilItsRatioAlsoAfterARestart) {
-    begin(900'000, 777, 150'000, 300'000);
+    begin(900'000, 777, 150'000, 150'000);
     auto resident = serve();
     const std::u16string id = to_utf16(add({torrent, u"-d", folder.path(u"x"), u"--seed-ratio", u"2"}));
     const auto ask = [&](const char16_t* side) { return json::parse(ok({u"torrent", side, id, u"--json"})); };
@@ -350,6 +350,7 @@ TEST_F(TorrentPeers, AFiledTorrentIsSharedByTheResidentProgramUntilItsRatioAlsoA
         std::this_thread::sleep_for(std::chrono::milliseconds(50));
     const json peers = ask(u"peers");
     ASSERT_EQ(peers.size(), 1U);
+    EXPECT_EQ(ask(u"pieces")["availability"][0], 1);
     EXPECT_TRUE(peers[0]["seed"] && peers[0]["encrypted"] && !peers[0]["incoming"]) << peers;
     EXPECT_NE(std::string(peers[0]["client"]).find("libtorrent"), std::string::npos);
     EXPECT_EQ(ask(u"trackers")[0]["state"], "works");
@@ -358,7 +359,6 @@ TEST_F(TorrentPeers, AFiledTorrentIsSharedByTheResidentProgramUntilItsRatioAlsoA
     ASSERT_EQ(files.size(), 4U);
     EXPECT_EQ(files[0]["path"], folder.utf8_path("x/tree/a"));
     EXPECT_LT(files[0]["done"], 900'000);
-    EXPECT_EQ(ask(u"pieces")["availability"][0], 1);
 
     EXPECT_EQ(wait_for("sharing"), "sharing");
     EXPECT_EQ(ask(u"files")[0]["done"], 900'000);
