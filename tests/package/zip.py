@@ -35,7 +35,7 @@ def faults_of_texts(folder):
         for foreign in re.findall(r"systemctl|\btools/\w+|[\w-]+\.md\b|\bapt\b|<!--", text):
             yield f"{name} is for Windows' users and speaks of {foreign}"
         for other in re.findall(r"\b[a-z-]+\.txt\b", text):
-            if other not in pages and other not in ("cookies.txt", "links.txt", "jobs.txt", "log.txt"):
+            if other not in pages and other not in ("cookies.txt", "links.txt", "jobs.txt", "log.txt", "trackerlist.txt"):
                 yield f"{name} names {other}, which is not there"
     if not (folder / "licences/common/LGPL-2.1.txt").is_file():
         yield "the licence of libgcrypt is not there"
