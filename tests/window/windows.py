@@ -128,19 +128,6 @@ def drops(window, server):
         until(lambda: len(window.jobs()) == count, f"the link that was dropped as {name}")
 
 
-def more_by_key(window, _server):
-    """The letter of the part of a new download that is folded unfolds it, and folds it again."""
-    press("ctrl+n")
-    to_front(drive.NEW)
-    press("alt+m")
-    window.says("User:")
-    press("alt+m")
-    until(lambda: not any(line[-1] == "&User:" and line[3].startswith("visible") for line in window.ask("windows")), "the fold")
-    press("Escape")
-    until(lambda: not windows(drive.NEW), "the end of the dialog")
-    to_front(drive.FRAME)
-
-
 def main(programs, controls):
     lacking = display.missing()
     if lacking:
@@ -150,7 +137,7 @@ def main(programs, controls):
     threading.Thread(target=server.serve_forever, daemon=True).start()
     address = f"http://127.0.0.1:{server.server_port}"
     with tempfile.TemporaryDirectory() as folder, display.display(), Window(programs, folder, controls) as window:
-        for scenario in (*drive.SCENARIOS, tray, drops, more_by_key):
+        for scenario in (*drive.SCENARIOS, tray, drops):
             print(scenario.__name__, flush=True)
             scenario(window, address)
     return 0

@@ -154,9 +154,8 @@ void NewJobDialog::build_places(wxSizer& all) {
 }
 
 void NewJobDialog::build_more(wxSizer& all) {
-    const wxString label = ui(tr("&More"));
-    auto* const fold = new wxCollapsiblePane(this, wxID_ANY, label, wxDefaultPosition, wxDefaultSize,
-                                             wxCP_DEFAULT_STYLE | wxCP_NO_TLW_RESIZE);
+    auto* const fold = new wxCollapsiblePane(this, wxID_ANY, ui(tr("&More")), wxDefaultPosition,
+                                             wxDefaultSize, wxCP_DEFAULT_STYLE | wxCP_NO_TLW_RESIZE);
     wxWindow* const pane = fold->GetPane();
     // Two fields beside each other: with one in each line the dialog would be higher than small screens.
     auto* const grid = new wxFlexGridSizer(4, FromDIP(wxSize(8, 6)));
@@ -189,7 +188,6 @@ void NewJobDialog::build_more(wxSizer& all) {
     rows->Add(week, wxSizerFlags().Expand().Border(wxTOP, FromDIP(6)));
     pane->SetSizer(rows);
     fold->Bind(wxEVT_COLLAPSIBLEPANE_CHANGED, [this](wxCollapsiblePaneEvent&) { grow(); });
-    fold_by_letter(*this, *fold, label);
     all.Add(fold, wxSizerFlags().Expand().Border(wxLEFT | wxRIGHT, FromDIP(10)));
 }
 

@@ -8,7 +8,6 @@
 #include <memory>
 #include <string>
 
-class wxCollapsiblePane;
 class wxTaskBarIcon;
 
 namespace vantlow {
@@ -25,10 +24,6 @@ void lay_out_before_show(wxTopLevelWindow& window);
 
 /// Gives a control the name by which screen readers call it; the toolkit's own is none for GTK.
 void name_for_readers(wxWindow& control, const wxString& name);
-
-/// Windows: Alt with the letter behind the "&" of the pane's label unfolds it and folds it again; its header, which
-/// the toolkit draws itself, knows of no letter. The one such pane of its window.
-void fold_by_letter(wxTopLevelWindow& window, wxCollapsiblePane& pane, const wxString& label);
 
 /// The system's handle of a top-level window where other programs look for it (Windows); else null.
 void* handle_of(wxWindow& window);

@@ -56,8 +56,6 @@ void show_column_order(wxWindow& table, int position, bool shown, bool descendin
     gtk_tree_view_column_set_sort_order(column, descending ? GTK_SORT_DESCENDING : GTK_SORT_ASCENDING);
 }
 
-void fold_by_letter(wxTopLevelWindow& /*window*/, wxCollapsiblePane& /*pane*/, const wxString& /*label*/) {}
-
 void lay_out_before_show(wxTopLevelWindow& window) {
     auto* const widget = static_cast<GtkWidget*>(window.GetHandle());
     const wxSize size = window.GetSize();

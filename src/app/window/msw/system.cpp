@@ -1,7 +1,5 @@
 #include "app/window/system.h"
 
-#include <wx/accel.h>
-#include <wx/collpane.h>
 #include <wx/msw/private.h>
 #include <wx/notifmsg.h>
 #include <wx/taskbar.h>
@@ -18,21 +16,6 @@ void lay_out_before_show(wxTopLevelWindow& /*window*/) {}
 
 void name_for_readers(wxWindow& control, const wxString& name) {
     control.SetName(name);
-}
-
-void fold_by_letter(wxTopLevelWindow& window, wxCollapsiblePane& pane, const wxString& label) {
-    const wxString letter = label.AfterFirst('&').Left(1).Upper();
-    if (letter.empty()) return;
-    wxAcceleratorEntry key(wxACCEL_ALT, static_cast<int>(letter[0].GetValue()), pane.GetId());
-    window.SetAcceleratorTable(wxAcceleratorTable(1, &key));
-    window.Bind(
-        wxEVT_MENU,
-        [&pane](wxCommandEvent&) {
-            pane.Collapse(!pane.IsCollapsed());
-            wxCollapsiblePaneEvent changed(&pane, pane.GetId(), pane.IsCollapsed());
-            pane.ProcessWindowEvent(changed);
-        },
-        pane.GetId());
 }
 
 void* handle_of(wxWindow& window) {
