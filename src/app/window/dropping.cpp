@@ -201,8 +201,8 @@ void DropZone::look() {
     Refresh();
 }
 
-// The zone comes back whole when the monitor that it stood on is gone or has become smaller: of one that was far
-// outside, some window managers leave an edge of a few pixels. It may stand across two monitors.
+// The zone comes back whole when the monitor that it stood on is gone or has become smaller: of one that was
+// far outside, some window managers leave an edge of a few pixels. It may stand across two monitors.
 void DropZone::come_on_screen() {
     const wxRect own = GetScreenRect();
     const auto is_seen = [](const wxPoint& at) { return wxDisplay::GetFromPoint(at) != wxNOT_FOUND; };
