@@ -87,7 +87,7 @@ void TrackerListKeeper::work(const std::string& address, HttpErrand errand) {
     if (is_news && !stop_.requested()) state_ = std::make_shared<const State>(std::move(made));
 }
 
-// What is kept of another address is of no use.
+// A list that is kept of another address is of no use.
 void TrackerListKeeper::load(const std::string& address) {
     if (kept_ && kept_->address == address) return;
     kept_.reset();

@@ -83,7 +83,7 @@ const CJobNode* EngineDownloads::record(const Guid& job) const {
     return has_left(job) ? nullptr : engine_.find(job);
 }
 
-// What was removed is gone for front ends at once, also while its session still ends.
+// A removed download is gone for front ends at once, also while its session still ends.
 bool EngineDownloads::has_left(const Guid& job) const {
     return results_.contains(job) || purged_.contains(job);
 }

@@ -304,8 +304,8 @@ class JobPolicy {
     std::optional<Result> restart_;
     bool restart_whole_ = false;  ///< the restart asks for the whole by one connection
     Result last_failure_;
-    /// What the job waits behind while none receives; ok: nothing. A refusal beside connections that receive
-    /// is none: they go on with its part.
+    /// The reason that the job waits while none receives; ok: nothing. A refusal beside connections that
+    /// receive is none: they go on with its part.
     Result trouble_;
     std::string notice_;
     bool stopping_ = false;
