@@ -1,10 +1,7 @@
 #include "runtime/portmap/ways.h"
 
-#ifdef _WIN32
-#include <iphlpapi.h>
-#else
+#ifndef _WIN32
 #include <ifaddrs.h>
-#include <net/if.h>
 #include <unistd.h>
 #endif
 
@@ -96,15 +93,9 @@ std::optional<OutwardIpv6> outward_ipv6() {
     char text[INET6_ADDRSTRLEN] = "";
     if (inet_ntop(AF_INET6, &own.sin6_addr, text, sizeof text) == nullptr) return std::nullopt;
     OutwardIpv6 outward;
-    outward.address = own.sin6_addr;
     outward.text = text;
-#ifdef _WIN32
-    DWORD number = 0;
-    if (GetBestInterfaceEx(reinterpret_cast<sockaddr*>(&world), &number) == NO_ERROR)
-        outward.interface_number = number;
-#else
+#ifndef _WIN32
     outward.interface_name = interface_of(own.sin6_addr);
-    outward.interface_number = if_nametoindex(outward.interface_name.c_str());
 #endif
     return outward;
 }

@@ -24,10 +24,8 @@ bool has_way_to_devices();
 
 /// The address that this machine has towards the world over IPv6, and the interface that has it.
 struct OutwardIpv6 {
-    in6_addr address{};
     std::string text;
-    unsigned interface_number = 0;  ///< 0: unknown
-    std::string interface_name;     ///< empty: unknown
+    std::string interface_name;  ///< empty: unknown, as on Windows
 };
 /// None where there is no way out over IPv6, or the address is one that the world does not reach.
 std::optional<OutwardIpv6> outward_ipv6();
