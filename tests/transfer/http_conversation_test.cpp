@@ -97,6 +97,14 @@ TEST_F(HttpConversationTest, ReadsEachKindOfBodyHoweverItIsDivided) {
          "300\r\n\r\n" +
              content},
         {"bare line feeds", "HTTP/1.1 200 OK\nContent-Length: 300\n\n" + content},
+        {"behind an interim answer whose fields contradict each other",
+         "HTTP/1.1 100 Continue\r\nContent-Length: 1\r\nContent-Length: 2\r\nTransfer-Encoding: "
+         "x\r\n\r\nhttp/1.1 200 OK\r\nContent-Length: 300\r\n\r\n" +
+             content},
+        {"behind an interim answer with a body",
+         "HTTP/1.1 100 Continue\r\nContent-Length: 18\r\n\r\nGo on, HTTP/1.1 HTHTTP/1.1 200 "
+         "OK\r\nContent-Length: 300\r\n\r\n" +
+             content},
     };
     for (const Case& c : cases) {
         for (const std::size_t piece : {std::size_t{1}, std::size_t{5}, std::string::npos}) {
@@ -235,6 +243,8 @@ TEST_F(HttpConversationTest, GivesUpOnHeadersThatAreNoneOrHaveNoEnd) {
          Code::server_error},
         {"one line of megabytes", goes_on("HTTP/1.1 200 OK\r\nX: ", std::string(1000, 'x')),
          Code::server_error},
+        {"rubbish without end behind an interim answer",
+         goes_on("HTTP/1.1 100 Continue\r\n\r\n", std::string(1000, 'r')), Code::server_error},
         {"interim answers without end", goes_on("", "HTTP/1.1 100 Continue\r\n\r\n"), Code::server_error},
         {"two lengths", says("HTTP/1.1 200 OK\r\nContent-Length: 1\r\nContent-Length: 2\r\n\r\n"),
          Code::server_error},

@@ -1,5 +1,6 @@
 #include "transfer/http/conversation.h"
 
+#include <algorithm>
 #include <array>
 #include <cstring>
 
@@ -12,6 +13,9 @@ namespace {
 // A small file comes in one read with its header.
 constexpr std::size_t head_step = 32 * 1024;
 constexpr int most_interim_answers = 20;
+// So much that is no answer is skipped behind an interim one, and an answer is waited for no longer there.
+constexpr std::size_t most_rubbish = 16 * 1024;
+constexpr std::chrono::seconds rubbish_patience{1};
 constexpr std::size_t most_skipped_body = 64 * 1024;
 // So many answers may ask for a login: two schemes with two steps each at a proxy, and the same at a server
 // behind it.
@@ -32,7 +36,28 @@ HttpLogin* login_for(const HttpHead& head, const HttpLogins& logins) {
 
 bool begins_like_http(std::string_view bytes) {
     constexpr std::string_view begin = "HTTP";
-    return begin.starts_with(bytes.substr(0, begin.size()));
+    return iequals(bytes.substr(0, begin.size()), begin.substr(0, bytes.size()));
+}
+
+bool begins_like_status_line(std::string_view bytes) {
+    constexpr std::string_view shape = "HTTP/0.0 000";  // 0: any digit
+    for (std::size_t i = 0; i < std::min(bytes.size(), shape.size()); ++i) {
+        const bool fits = shape[i] == '0' ? bytes[i] >= '0' && bytes[i] <= '9' : bytes[i] == shape[i];
+        if (!fits) return false;
+    }
+    return true;
+}
+
+// Drops the bytes before the first status line, or before what may become one; returns their number.
+std::size_t drop_rubbish(std::string& bytes) {
+    std::size_t at = 0;
+    while (at < bytes.size() && !begins_like_status_line(std::string_view(bytes).substr(at))) ++at;
+    bytes.erase(0, at);
+    return at;
+}
+
+Result not_http() {
+    return {Code::server_error, "The answer is not an HTTP response."};
 }
 
 HttpRequest::Login line_of(HttpLogin& login, const HttpRequest& request, const std::string& target) {
@@ -145,43 +170,64 @@ Result HttpConversation::parse_one(std::size_t end, HttpHead& head) {
     return {};
 }
 
-Result HttpConversation::read_head(Clock::time_point until, HttpHead& head, bool& nothing_came) {
+// Appends to the bytes received and not yet used.
+Result HttpConversation::receive_more(Clock::time_point until) {
     std::array<std::byte, head_step> buffer;
-    std::size_t searched = 0;
-    for (int interim = 0; interim <= most_interim_answers;) {
-        // An empty line behind the answer before (RFC 9112, 2.2) is nothing.
-        if (searched == 0)
-            received_.erase(0, std::min(received_.find_first_not_of("\r\n"), received_.size()));
-        // Something that is no HTTP at all is refused at once, not after a time-out; behind an interim
-        // answer, too, where it cannot be the rest of one, since those have no body. To skip it in search of
-        // an answer would let whoever can write into the stream choose where the answer begins.
-        if (!begins_like_http(received_)) return {Code::server_error, "The answer is not an HTTP response."};
+    const Moved moved = socket_.receive(buffer, until);
+    switch (moved.state) {
+        case Moved::State::data:
+            received_.append(reinterpret_cast<const char*>(buffer.data()), moved.bytes);
+            return {};
+        case Moved::State::quiet:
+            return {Code::transient, std::string(message_text(Message::timeout))};
+        case Moved::State::closed:
+            return {Code::transient, "The server closed the connection without an answer."};
+        case Moved::State::failed:
+            break;
+    }
+    return moved.code == Code::transient ? socket_failure(moved.system_error) : Result(moved.code);
+}
+
+Result HttpConversation::read_head(Clock::time_point until, HttpHead& head, bool& nothing_came) {
+    Search search{.until = until};
+    while (search.interim_answers <= most_interim_answers) {
+        if (Result result = pass_over(search); !result.ok()) return result;
         nothing_came = nothing_came && received_.empty();
-        const std::size_t end = find_head_end(received_, searched);
+        const std::size_t end = find_head_end(received_, search.searched);
         if (end != std::string::npos) {
             if (Result result = parse_one(end, head); !result.ok()) return result;
-            searched = 0;
-            if (head.status >= 200 || head.status == 101) return {};
-            ++interim;
-            continue;
+            search.searched = 0;
+            if (head.status < 200 && head.status != 101) {
+                ++search.interim_answers;
+                continue;
+            }
+            if (search.rubbish > 0) head.keep_alive = false;
+            return {};
         }
         if (received_.size() > longest_head) return {Code::server_error, "The server's header is too long."};
-        searched = received_.size() < 2 ? 0 : received_.size() - 2;
-        const Moved moved = socket_.receive(buffer, until);
-        switch (moved.state) {
-            case Moved::State::data:
-                break;
-            case Moved::State::quiet:
-                return {Code::transient, std::string(message_text(Message::timeout))};
-            case Moved::State::closed:
-                return {Code::transient, "The server closed the connection without an answer."};
-            case Moved::State::failed:
-                return moved.code == Code::transient ? socket_failure(moved.system_error)
-                                                     : Result(moved.code);
+        search.searched = received_.size() < 2 ? 0 : received_.size() - 2;
+        if (Result result = receive_more(search.until); !result.ok()) {
+            if (search.rubbish > 0 && result.code == Code::transient) return not_http();
+            return result;
         }
-        received_.append(reinterpret_cast<const char*>(buffer.data()), moved.bytes);
     }
     return {Code::server_error, "The server keeps sending interim answers and no final one."};
+}
+
+Result HttpConversation::pass_over(Search& search) {
+    // An empty line behind the answer before (RFC 9112, 2.2) is nothing.
+    if (search.searched == 0)
+        received_.erase(0, std::min(received_.find_first_not_of("\r\n"), received_.size()));
+    if (search.rubbish == 0 && begins_like_http(received_)) return {};
+    // Bytes that are no HTTP at all are refused at once, not after a time-out. Behind an interim answer they
+    // are skipped, a body of its own mostly, up to a whole status line and for a second: they came from the
+    // server that answers anyway. The connection serves no further request then.
+    if (search.interim_answers == 0) return not_http();
+    if (search.rubbish == 0) search.until = std::min(search.until, from_now(rubbish_patience));
+    const std::size_t dropped = drop_rubbish(received_);
+    if (dropped > 0) search.searched = 0;
+    search.rubbish += dropped;
+    return search.rubbish > most_rubbish ? not_http() : Result{};
 }
 
 Result HttpConversation::begin_body(ContentCoding coding, const UnpackOperations& operations,

@@ -57,7 +57,16 @@ class HttpConversation {
     Result exchange(const ConnectPlan& plan, HttpRequest request, HttpHead& head, const HttpLogins& logins,
                     bool& dead);
     bool stands_for_more();
-    Result read_head(Clock::time_point until, HttpHead& head, bool& dead);
+    // How far the search for the final answer's header is.
+    struct Search {
+        Clock::time_point until;
+        std::size_t searched = 0;  // bytes of the header that were looked through for its end
+        std::size_t rubbish = 0;   // bytes passed over
+        int interim_answers = 0;
+    };
+    Result pass_over(Search& search);
+    Result receive_more(Clock::time_point until);
+    Result read_head(Clock::time_point until, HttpHead& head, bool& nothing_came);
     Result parse_one(std::size_t end, HttpHead& head);
 
     CBaseSocket& socket_;

@@ -184,11 +184,11 @@ Result read_field(HttpHead& head, std::string_view name, std::string_view value)
 
 Result read_status_line(HttpHead& head, std::string_view line) {
     Result not_http{Code::server_error, "The answer is not an HTTP response."};
-    if (!line.starts_with("HTTP")) return not_http;
+    if (!iequals(line.substr(0, 4), "HTTP")) return not_http;
     const auto blank = line.find(' ');
     if (blank == std::string_view::npos) return not_http;
     const std::string_view version = line.substr(0, blank);
-    head.minor_version = version == "HTTP/1.0" || version == "HTTP" ? 0 : 1;
+    head.minor_version = iequals(version, "HTTP/1.0") || iequals(version, "HTTP") ? 0 : 1;
     std::string_view rest = trim(line.substr(blank));
     const auto status = parse_decimal(rest.substr(0, 3));
     if (!status || *status < 100 || (rest.size() > 3 && rest[3] != ' ')) return not_http;
@@ -254,6 +254,8 @@ Outcome<HttpHead> parse_head(std::string_view bytes) {
     bool first = true;
     Result result = for_each_line(bytes, [&](std::string_view line) -> Result {
         if (std::exchange(first, false)) return read_status_line(head, line);
+        // Interim answers have no body, and nothing in their fields is needed: whatever these say.
+        if (head.status < 200 && head.status != 101) return {};
         const auto colon = line.find(':');
         if (colon == std::string_view::npos) return {};  // not a field: left out, as browsers do
         return read_field(head, trim(line.substr(0, colon)), trim(line.substr(colon + 1)));
