@@ -445,6 +445,42 @@ TEST(SwarmTest, WhoIsLeftInTheEncryptedHandshakeIsNotCalledInTheClear) {
     EXPECT_EQ(silent.plain_calls(), 0U);
 }
 
+// A peer whose way out changed calls again while the other side still has the connection from before, of
+// whose end nobody told it. Somebody else with that peer's id gets nothing while it is there.
+TEST(SwarmTest, APeerThatVanishedAndComesBackIsTakenAtOnce) {
+    const Content content(10, 1'000'000, 64 * 1024);
+    Swarms world(10, content);
+    Client& stays =
+        world.add();  // neither has anything: nothing is on its way that would be answered by a reset
+    Client& comes = world.add();
+    stays.swarm->start();
+    comes.swarm->start();
+    const std::vector called{stays.address()};
+    comes.swarm->add_peers(called);
+    const auto is_live = [&] {
+        return comes.swarm->look().size() == 1 && comes.swarm->look().front().is_live;
+    };
+    ASSERT_TRUE(world.internet.run_until(is_live, 5s));
+    comes.host.cut();
+    comes.swarm->begin_anew();
+    world.internet.run_for(70s);  // its goodbye is not sent again after that
+    ASSERT_EQ(stays.swarm->peers(), 1U);
+    comes.host.mend();
+    comes.swarm->begin_anew();
+    EXPECT_TRUE(world.internet.run_until(is_live, 5s));
+    EXPECT_EQ(stays.swarm->peers(), 1U);
+
+    SwarmTorrent torrent = content.torrent;
+    torrent.peer_id = "-VL0000-client-10002";
+    Client& elsewhere = world.add();
+    Swarm other(elsewhere.host, elsewhere.disk, elsewhere, torrent, LinkLimits{elsewhere.down, elsewhere.up});
+    other.start();
+    other.add_peers(called);
+    world.internet.run_for(3s);
+    EXPECT_TRUE(is_live());
+    EXPECT_EQ(other.peers(), 0U);
+}
+
 // Settings as LinkCrypto has them; a side without the library has none.
 TEST(SwarmTest, ConnectionsAreEncryptedAsBothSidesWantIt) {
     const struct {

@@ -16,6 +16,7 @@ constexpr Clock::duration tick_time = 1s;
 constexpr Clock::duration greeting_time = 20s;  ///< connecting, and both handshakes
 constexpr Clock::duration silence = 150s;  ///< of a peer: it should have sent something every two minutes
 constexpr Clock::duration keep_alive_after = 100s;
+constexpr Clock::duration sign_of_life = 5s;  ///< of a peer that has called a second time
 
 }  // namespace
 
@@ -201,7 +202,8 @@ PeerHandshake Swarm::own_handshake() const {
 }
 
 // Of two connections to the same peer both sides keep the same one: where both called, the one that the lower
-// id began.
+// id began. Where one of them called twice it has often lost the first connection, and this side has not
+// heard of that (its interface went away, say): the first one must show some life.
 bool Swarm::is_kept(const PeerLink& link, const std::string& peer_id) {
     const auto at = std::find_if(links_.begin(), links_.end(), [&](const auto& entry) {
         return entry.second->is_live && entry.second->peer_id == peer_id;
@@ -209,7 +211,11 @@ bool Swarm::is_kept(const PeerLink& link, const std::string& peer_id) {
     if (at == links_.end()) return true;
     PeerLink& other = *at->second;
     const bool began_here = !link.is_incoming();
-    if (link.is_incoming() == other.is_incoming() || began_here != (torrent_.peer_id < peer_id)) return false;
+    if (link.is_incoming() == other.is_incoming()) {
+        if (network_.now() - other.last_heard() < sign_of_life) return false;
+    } else if (began_here != (torrent_.peer_id < peer_id)) {
+        return false;
+    }
     drop(other, false);
     return true;
 }
