@@ -28,6 +28,8 @@ constexpr int first_untold = 2000;
 constexpr int first_displaced = 5000;
 constexpr std::int64_t chunk = 24 * 1024;
 constexpr std::int64_t split_size = 16 * 1024;
+// A file up to here is read before it could be written anew.
+constexpr std::int64_t read_at_once = 64 * 1024;
 
 class Random {
   public:
@@ -97,6 +99,22 @@ class ModelServer {
         has_type_ = encodes_ = are_others_silent_ = false;
         promises_ = has_ranges_;
         displaces_ = has_ranges_ && random_.one_in(6);
+        rewrites_ = dates_ == Dates::strong && size_ > read_at_once && size_ % 3 == 0;
+        if (!rewrites_) return;
+        changes_ = std::max(changes_, 1);
+        machines_ = 1;
+        same_size_ = true;
+        machines_differ_ = displaces_ = false;
+        // Where nobody can be asked for the time behind the last byte a mixture is not known.
+        troubles_ = std::min(troubles_, 3);
+        most_connections_ = 0;
+        serves_ = unlimited;
+    }
+    /// The version of the next bytes of an answer of that version.
+    int version_now(int version) {
+        if (!rewrites_) return version;
+        if (++bytes_asked_ % 37 == 0 && version_ < changes_) ++version_;
+        return first_version_ + version_;
     }
     /// Has the file that the other one has, or one of its own.
     void mirror(const ModelServer& other, int number) {
@@ -157,7 +175,8 @@ class ModelServer {
                number(mixes_refusals_) + " changes " + number(changes_) + " machines " + number(machines_) +
                (machines_differ_ ? " that differ" : "") + " troubles " + number(troubles_) + " breaks " +
                number(breaks_) + " first holds " + number(first_holds_) + " same size " + number(same_size_) +
-               " connections " + number(most_connections_) + " typed " + number(has_type_);
+               " connections " + number(most_connections_) + " typed " + number(has_type_) +
+               (rewrites_ ? " rewritten" : "");
     }
 
   private:
@@ -264,6 +283,8 @@ class ModelServer {
     bool tells_size_ = true;
     bool encodes_ = false;
     bool displaces_ = false;
+    bool rewrites_ = false;  ///< in place, while it is given
+    int bytes_asked_ = 0;
     bool ignores_some_ = false;
     bool are_others_silent_ = false;
     bool same_size_ = true;
@@ -615,6 +636,7 @@ class Model {
                 c.at = now_;
                 return;
             case Verdict::Next::go_on:
+                if (!verdict.result.ok()) return fail(c, verdict.result);
                 break;
         }
         c.accepted = c.has_answer = true;
@@ -645,6 +667,12 @@ class Model {
         return c.given.break_at >= 0 ? c.given.break_at : c.given.end;
     }
 
+    // A file that is written in place changes under the answers that give it.
+    void look_at_version(ModelConnection& c) {
+        c.given.version = servers_[static_cast<std::size_t>(c.worker.mirror)].version_now(c.given.version);
+        sizes_.emplace(c.given.version, c.given.end);
+    }
+
     // What the answer has in a range against what is there; true when it goes on.
     bool hold(ModelConnection& c, std::int64_t begin, std::int64_t end) {
         if (begin >= end) return true;
@@ -661,6 +689,7 @@ class Model {
     }
 
     void compare(ModelConnection& c) {
+        look_at_version(c);
         const std::int64_t end = c.worker.check ? c.worker.check->end : c.worker.position.load();
         if (reach(c) < end) return fail(c, Code::transient);
         const std::int64_t begin = c.open_at;
@@ -675,6 +704,7 @@ class Model {
     }
 
     void read_through(ModelConnection& c) {
+        look_at_version(c);
         const std::int64_t end = std::min(c.worker.position.load(), c.open_at + chunk);
         if (reach(c) < end) return fail(c, Code::transient);
         const std::int64_t begin = c.open_at;
@@ -686,6 +716,7 @@ class Model {
 
     void read(ModelConnection& c) {
         Worker& w = c.worker;
+        look_at_version(c);
         if (w.limit <= w.position) {
             const std::int64_t behind = policy().overlap_behind(w);
             if (behind < 0) {

@@ -373,9 +373,9 @@ bool JobPolicy::is_complete() {
                                   return segment->worker != 0;
                               });
     if (any_compares) return false;
-    if (hash_decides_ || only_one_) return true;
+    if (hash_decides_) return true;
     if (asks_version()) return false;
-    if (!verify_joints_) return true;
+    if (only_one_ || !verify_joints_) return true;
     if (!checks_.empty()) return false;
     const std::vector<std::int64_t> joints = answers_.joints(job_.file_size);
     if (joints.empty() && !unsure_before_) return true;

@@ -19,6 +19,8 @@ constexpr int most_dead_ends = 10;
 constexpr int most_contradictions = 3;
 // Another connection that tries within this time does so for this one too.
 constexpr std::chrono::seconds soon{1};
+// A server that cannot say now whether its file is the same one still is asked again so often.
+constexpr int most_further_questions = 3;
 
 bool is_about_credentials(const Result& result) {
     return result.code == Code::credentials_refused || result.about_credentials;
@@ -56,6 +58,12 @@ AfterFailure JobPolicy::failed(Worker& worker, const FailedAttempt& attempt, con
     if (mirrors_.are_several()) return failed_mirror(worker, attempt, rules, now);
     const bool is_other_version = result.kind() == Kind::restart;
     if (worker.check && worker.check->only_version && !is_other_version) {
+        if (is_temporary(result) && attempt.fruitless <= most_further_questions) return {true, soon, true};
+        if (contradictions_ > 0) {
+            // It has said that the file is another one, and nothing else since.
+            ask_for_restart(Code::resource_changed, false);
+            return {};
+        }
         // Nobody tells: the file has gone since, or the server.
         std::erase_if(checks_, [](const BlockCheck& check) { return check.only_version; });
         return {};
