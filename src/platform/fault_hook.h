@@ -1,7 +1,12 @@
 // The hook that tests put between this folder and the operating system.
+//
+// It is handed to a thread, and from there to every thread that this one starts (start_thread) and to the
+// works that it gives to a ThreadPool, so a test hands its hook to the part of the program that it tries, and
+// its own servers' threads never meet it. It is not handed to each file, socket and function on a path: some
+// four hundred places would carry a parameter that has one value in the whole program, and the operations
+// that have no object (names, threads, libraries, the phone book) would need a second way.
 #pragma once
 
-#include <atomic>
 #include <cstdint>
 #include <string_view>
 
@@ -49,8 +54,8 @@ enum class Operation {
 };
 
 /// A hook is asked before each operation. It is given the name by which the operation is called (empty where
-/// only a handle is known) and, for files, offset and length in bytes. Any thread may call it. It is for
-/// tests: the program itself sets none.
+/// only a handle is known) and, for files, offset and length in bytes. It is for tests: the program itself
+/// has none.
 class FaultHook {
   public:
     FaultHook() = default;
@@ -58,25 +63,35 @@ class FaultHook {
     FaultHook& operator=(const FaultHook&) = delete;
     virtual ~FaultHook() = default;
     /// Returns 0 to let the operation go on; any other number makes it fail with that system error, and
-    /// nothing is done.
+    /// nothing is done. Every thread that has the hook may call it.
     virtual int before(Operation operation, std::u16string_view name, std::int64_t offset,
                        std::int64_t length) noexcept = 0;
 };
 
-/// Replaces the hook; null takes it away. Returns when no thread is inside the old hook any more, so that it
-/// may be destroyed. Not to be called from within a hook.
-void set_fault_hook(FaultHook* hook) noexcept;
+/// The calling thread's hook; null where it has none. Set by HookInPlace alone.
+extern constinit thread_local FaultHook* thread_fault_hook;
 
-extern std::atomic<FaultHook*> current_fault_hook;
-int ask_hook_in_place(Operation operation, std::u16string_view name, std::int64_t offset,
-                      std::int64_t length) noexcept;
+/// The calling thread has this hook, or none, for as long as it lives; then what it had before. The hook
+/// outlives every thread and work that was started under it.
+class HookInPlace {
+  public:
+    explicit HookInPlace(FaultHook* hook) noexcept : before_(thread_fault_hook) { thread_fault_hook = hook; }
+    explicit HookInPlace(FaultHook& hook) noexcept : HookInPlace(&hook) {}
+    ~HookInPlace() { thread_fault_hook = before_; }
+    HookInPlace(const HookInPlace&) = delete;
+    HookInPlace& operator=(const HookInPlace&) = delete;
 
-/// Asks the hook; where there is none this costs one load.
+  private:
+    FaultHook* const before_;
+};
+
+/// Asks the calling thread's hook; where there is none this costs one load.
 inline int ask_hook(Operation operation, std::u16string_view name = {}, std::int64_t offset = 0,
                     std::int64_t length = 0) noexcept {
-    if (current_fault_hook.load(std::memory_order_relaxed) == nullptr) [[likely]]
+    FaultHook* const hook = thread_fault_hook;
+    if (hook == nullptr) [[likely]]
         return 0;
-    return ask_hook_in_place(operation, name, offset, length);
+    return hook->before(operation, name, offset, length);
 }
 
 /// Asks the hook with a name in UTF-8, which is converted only where there is a hook.

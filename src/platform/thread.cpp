@@ -19,7 +19,10 @@ Result start_thread(std::thread& thread, std::function<void()> work) {
     if (const int error = ask_hook(Operation::start_thread); error != 0)
         return refused({error, std::generic_category()});
     try {
-        thread = std::thread(std::move(work));
+        thread = std::thread([hook = thread_fault_hook, work = std::move(work)] {
+            const HookInPlace in_place(hook);
+            work();
+        });
     } catch (const std::system_error& error) {
         return refused(error.code());
     }
@@ -50,6 +53,12 @@ Result ThreadPool::start(Running& running, std::function<void()> work) {
     running.join();
     running.work_ = std::make_shared<Running::Work>();
     running.work_->run = std::move(work);
+    if (FaultHook* const hook = thread_fault_hook; hook != nullptr) {
+        running.work_->run = [hook, given = std::move(running.work_->run)] {
+            const HookInPlace in_place(hook);
+            given();
+        };
+    }
     MutexLock guard(mutex_);
     if (idle_.empty()) {
         const auto worker = workers_.emplace_back(std::make_shared<Worker>());
@@ -72,6 +81,7 @@ Result ThreadPool::start(Running& running, std::function<void()> work) {
 }
 
 void ThreadPool::serve(const std::shared_ptr<Worker>& worker) {
+    const HookInPlace none(nullptr);  // each work brings its starter's
     MutexLock guard(mutex_);
     for (;;) {
         const auto is_wanted = [&]() VANTLOW_REQUIRES(mutex_) { return worker->next || closing_; };

@@ -156,9 +156,9 @@ TEST(StorageDiskTest, FilesAreRightALiarIsLeftAndAFullDiskIsSaid) {
         EXPECT_EQ(check->blocks[i] == hash_of(std::string_view(content).substr(i * block_size, block_size)),
                   i != 1);
 
-    Program full(here, hashes, 'f');
     FullDisk hook(10 * piece_length);
     const HookInPlace in_place(hook);
+    Program full(here, hashes, 'f');
     full.swarm->start();
     full.swarm->add_peers(std::vector{seed.address()});
     ASSERT_TRUE(run(here, [&] { return full.failure.has_value(); }));

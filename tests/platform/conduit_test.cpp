@@ -29,7 +29,6 @@ class ConduitTest : public testing::Test {
         auto accepted = listener->accept(10s, stop);
         ASSERT_TRUE(accepted.ok());
         sender = std::thread([this, socket = *std::move(accepted)]() mutable {
-            const OutsideOfFaults own;
             auto left = std::as_bytes(std::span(content));
             while (!left.empty() && wait_socket(socket, Interest::write, 10s, stop) == Ready::yes) {
                 const IoStep step = socket.write(left.first(std::min<std::size_t>(left.size(), 70'001)));

@@ -212,7 +212,7 @@ TEST_F(Files, AnAtomicWriteLeavesTheOldFileWhereverItFails) {
     folder.write(u"\u00e4\u65e5\U0001F4C4.bin.new", "left by a crash");
     test::RecordingHook log;
     {
-        const test::HookInPlace in_place(log);
+        const HookInPlace in_place(log);
         ASSERT_TRUE(write_file_atomically(path, bytes_of("newer"), Privacy::owner_only).ok());
     }
     std::vector<Operation> order;
@@ -223,7 +223,7 @@ TEST_F(Files, AnAtomicWriteLeavesTheOldFileWhereverItFails) {
     EXPECT_LT(flushed, renamed) << "the bytes must be on the disk before the name points to them";
     for (const Operation broken : {Operation::open, Operation::write, Operation::flush, Operation::rename}) {
         test::FailNth hook(broken, 1, FileFault::no_space);
-        const test::HookInPlace in_place(hook);
+        const HookInPlace in_place(hook);
         EXPECT_EQ(write_file_atomically(path, bytes_of("x")).fault, FileFault::no_space);
         EXPECT_EQ(hook.failed(), 1);
     }
@@ -244,7 +244,7 @@ TEST(TestSupport, SeesEveryDifferenceAndKnowsWhatIsNotOnTheDisk) {
     test::RecordingHook record;
     File file;
     {
-        const test::HookInPlace in_place(record);
+        const HookInPlace in_place(record);
         ASSERT_TRUE(file.open(path, OpenMode::truncate).ok());
         ASSERT_TRUE(file.write_at(0, bytes_of("aaaaaa")).ok());
         ASSERT_TRUE(file.flush().ok());

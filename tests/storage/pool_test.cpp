@@ -27,7 +27,6 @@ namespace {
 
 using std::chrono::milliseconds;
 using std::chrono::steady_clock;
-using test::HookInPlace;
 using test::RecordingLog;
 using test::TempFolder;
 
@@ -249,9 +248,9 @@ TEST(PieceWriter, ASlowDiskHoldsTheSenderBack) {
 
 TEST(PieceWriter, FullDisksAndStopsAreSaid) {
     {
-        Delivery job(4);
         test::FullDisk full(Delivery::piece * 2);
         const HookInPlace in_place(full);
+        Delivery job(4);
         for (std::int64_t at = 0; at < static_cast<std::int64_t>(job.content.size()); at += block)
             job.write(at, job.block_at(at));
         ASSERT_TRUE(job.inbox.run([&] { return job.good.size() + job.bad.size() == 4; }));
@@ -317,6 +316,7 @@ TEST(Storage, MovesToAnotherDiskWhileItIsWritten) {
     std::vector<std::thread> writers;
     for (int which = 0; which < 2; ++which) {
         writers.emplace_back([&, which] {
+            const HookInPlace in_writer(hook);
             for (std::int64_t at = which * piece; at < size; at += 2 * piece) {
                 if (!wanted(at)) continue;
                 const auto part =

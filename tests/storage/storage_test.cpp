@@ -20,7 +20,6 @@ namespace {
 
 using test::FailNth;
 using test::FullDisk;
-using test::HookInPlace;
 using test::RecordingHook;
 using test::RecordingLog;
 using test::TempFolder;

@@ -180,7 +180,7 @@ TEST(DatabaseFiles, whatever_operation_of_a_save_fails_or_is_the_last_one_one_fi
         Witness witness(folder, fail_at);
         FileError error;
         {
-            const test::HookInPlace hook(witness);
+            const HookInPlace hook(witness);
             error = save(folder, new_image);
         }
         if (fail_at == 0) operations = witness.count_;

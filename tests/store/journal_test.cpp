@@ -227,7 +227,7 @@ TEST(Journal, brings_back_what_was_answered_for_after_a_kill_or_a_power_cut_at_a
         witness.slow_ = !weather.no_threads;
         int refused = 0;
         {
-            const test::HookInPlace hook(witness);
+            const HookInPlace hook(witness);
             store->write_behind(settings, [] {});
             Changer changer(*store, 11);
             witness.fail_every_ = weather.fail_every;
@@ -333,16 +333,18 @@ TEST(JobStore, takes_back_a_job_whose_adding_cannot_be_made_safe) {
     };
     commit();
     EXPECT_FALSE(store->is_unsettled(kept));
+    store->stop_writing_behind();
     for (const auto kind : {Operation::write, Operation::flush}) {
         test::FailNth fault(kind, 1, FileFault::no_space, 1000);
-        const test::HookInPlace hook(fault);
+        const HookInPlace hook(fault);
+        store->write_behind(settings, [] {});
         store->add(job("http://h/new"), *store->tree().root());
         commit();
         EXPECT_NE(answers.back(), "");
         EXPECT_EQ(store->size(), 1U);
         EXPECT_EQ(store->waiting().size(), 1U);
+        store->stop_writing_behind();
     }
-    store->stop_writing_behind();
     EXPECT_EQ(open(folder)->size(), 1U);
     store->write_behind(settings, [] {});
     store->add(job("http://h/later"), *store->tree().root());

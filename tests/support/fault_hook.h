@@ -21,29 +21,6 @@ int error_number(SocketFault fault) noexcept;
 /// Of the name functions, when nobody answers.
 int name_error_number() noexcept;
 
-/// Puts a hook in front of all operations for as long as it lives. One at a time.
-class HookInPlace {
-  public:
-    explicit HookInPlace(FaultHook& hook) { set_fault_hook(&hook); }
-    ~HookInPlace() { set_fault_hook(nullptr); }
-    HookInPlace(const HookInPlace&) = delete;
-    HookInPlace& operator=(const HookInPlace&) = delete;
-};
-
-/// While it lives, its thread is one of the test's own: a server's, whose operations no hook should fail.
-class OutsideOfFaults {
-  public:
-    OutsideOfFaults() noexcept;
-    ~OutsideOfFaults();
-    OutsideOfFaults(const OutsideOfFaults&) = delete;
-    OutsideOfFaults& operator=(const OutsideOfFaults&) = delete;
-    /// Whether the calling thread is.
-    static bool is_here() noexcept;
-
-  private:
-    bool before_;
-};
-
 /// Fails one kind of operation from its n-th time on (from 1), for a number of times, where the path holds
 /// `part`.
 class FailNth : public FaultHook {

@@ -5,7 +5,6 @@
 #include <stdexcept>
 
 #include "base/text.h"
-#include "support/fault_hook.h"
 
 namespace vantlow::test {
 namespace {
@@ -228,7 +227,6 @@ void ScriptedServer::stop() {
 }
 
 void ScriptedServer::accept_all() {
-    const OutsideOfFaults outside;
     while (!stop_->requested()) {
         auto socket = listener_.accept(milliseconds(-1), *stop_);
         if (!socket) {
@@ -261,7 +259,6 @@ void ScriptedServer::reap() {
 }
 
 void ScriptedServer::serve(TcpSocket socket, int number) {
-    const OutsideOfFaults outside;
     {
         Exchange exchange(*this, socket, number);
         if (options_.raw) handler()(exchange);

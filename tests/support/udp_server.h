@@ -9,7 +9,6 @@
 #include <vector>
 
 #include "platform/udp_socket.h"
-#include "support/fault_hook.h"
 
 namespace vantlow::test {
 
@@ -43,7 +42,6 @@ class UdpServer {
 
   private:
     void serve() {
-        const OutsideOfFaults outside;
         std::string buffer(65536, '\0');
         while (socket_.wait(std::chrono::seconds(60), stop_) == Ready::yes) {
             SocketAddress from;

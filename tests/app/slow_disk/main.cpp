@@ -31,8 +31,8 @@ class SlowDisk : public vantlow::FaultHook {
 int main(int argc, char** argv) {
     using namespace vantlow;
     const auto time = parse_decimal(to_utf8(environment("VANTLOW_SLOW_FLUSH").value_or(u"300")));
-    static SlowDisk disk(std::chrono::milliseconds(time.value_or(300)));
-    set_fault_hook(&disk);
+    SlowDisk disk(std::chrono::milliseconds(time.value_or(300)));
+    const HookInPlace in_place(disk);
     prepare_streams();
     std::vector<std::string> words;
     const auto wide = command_line(argc, argv);

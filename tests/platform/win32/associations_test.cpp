@@ -129,7 +129,7 @@ TEST_F(Associations, AFailureIsToldAndAnotherTryEndsIt) {
             ASSERT_TRUE(associate(kind, u"C:\\vantlow.exe").ok());
             test::FailNth fault(Operation::write_setting, broken + 1, FileFault::access);
             {
-                const test::HookInPlace in_place(fault);
+                const HookInPlace in_place(fault);
                 reached = !dissociate(kind).ok();
             }
             EXPECT_EQ(reached, fault.failed() == 1);

@@ -77,7 +77,7 @@ TEST_F(DialUp, ConnectsOrTellsWhyNotAndDropsTheLine) {
 
 TEST_F(DialUp, FailsWhereTheSystemDoes) {
     test::FailNth fault(Operation::dial, 1, FileFault::access);
-    const test::HookInPlace in_place(fault);
+    const HookInPlace in_place(fault);
     const Result result = dial_it();
     EXPECT_EQ(result.code, Code::transient);
     EXPECT_EQ(result.message().rfind("Dialling failed: ", 0), 0U) << result.message();

@@ -16,7 +16,7 @@ TEST(SealedPassword, IsNeitherWrittenInTheClearNorLostWhereTheSystemRefuses) {
     const std::string before = folder.read(u".proxy");
     {
         test::FailNth fault(Operation::protect, 1, FileFault::access);
-        const test::HookInPlace in_place(fault);
+        const HookInPlace in_place(fault);
         EXPECT_FALSE(save_proxies(folder.path(), {proxy}, error));
         EXPECT_EQ(fault.failed(), 1);
     }
@@ -26,7 +26,7 @@ TEST(SealedPassword, IsNeitherWrittenInTheClearNorLostWhereTheSystemRefuses) {
     std::vector<CProxyNode> proxies;
     {
         test::FailNth fault(Operation::protect, 1, FileFault::access);
-        const test::HookInPlace in_place(fault);
+        const HookInPlace in_place(fault);
         EXPECT_TRUE(load_proxies(folder.path(), proxies, error));
         EXPECT_EQ(fault.failed(), 1);
     }
