@@ -4,6 +4,7 @@
 
 #include "net/places.h"
 #include "platform/file.h"
+#include "support/resident_memory.h"
 
 namespace vantlow::test {
 namespace {
@@ -221,8 +222,12 @@ TEST_P(Conformance, PostedWorkComesInOrderFromEveryThread) {
     EXPECT_EQ(taken, net::most_posted);
 }
 
+// On one thread, both ends of them; in memory that 40 MiB hold.
 TEST_P(Conformance, AThousandConnectionsAtOnce) {
     constexpr std::size_t count = 1000;
+    const auto begin = Clock::now();
+    const std::int64_t memory_before = resident_memory();
+    ASSERT_GT(memory_before, 0);
     auto listener = listen(1024);
     std::vector<std::unique_ptr<StreamPump>> servers;
     std::vector<std::unique_ptr<StreamPump>> clients(count);
@@ -253,6 +258,12 @@ TEST_P(Conformance, AThousandConnectionsAtOnce) {
     EXPECT_EQ(failures, 0U);
     EXPECT_EQ(servers.size(), count);
     for (std::size_t i = 0; i < count; ++i) EXPECT_EQ(clients[i]->received(), "number " + std::to_string(i));
+    if (is_plain_build()) {
+        EXPECT_LT(resident_memory() - memory_before, 40 * 1024 * 1024);
+        if (std::string_view(GetParam()) == "simulated") {
+            EXPECT_LT(Clock::now() - begin, 1s);
+        }
+    }
 }
 
 TEST_P(Conformance, WhoDoesNotAcceptGetsNoMore) {

@@ -224,5 +224,55 @@ TEST_F(Simulation, APacedConnectionKeepsToItsLimit) {
     EXPECT_EQ(received, 5'000'000U);
 }
 
+// As much as comes for everybody, and a limit that is short for everybody.
+TEST_F(Simulation, FiveHundredConnectionsShareALimitEvenly) {
+    constexpr std::size_t count = 500;
+    constexpr std::int64_t limit = 1024 * 1024;
+    struct Reader {
+        Reader(net::Stream& its_stream, net::TokenUser& up, SimulatedInternet& its_internet,
+               net::SharedTokens& tokens)
+            : stream(its_stream),
+              internet(its_internet),
+              user(tokens, net::TokenTree::everything),
+              paced(stream, user, up) {}
+        void read() {
+            std::byte room[16384];
+            net::Step step;
+            while ((step = paced.read(room, internet.now())).state == net::Step::State::moved)
+                received += static_cast<double>(step.bytes);
+            if (step.state == net::Step::State::again) net::wait_for(step, stream, timer, [this] { read(); });
+        }
+        net::Stream& stream;
+        SimulatedInternet& internet;
+        net::TokenUser user;
+        net::PacedStage paced;
+        net::Timer timer{internet.timers()};
+        double received = 0;
+    };
+    auto& a = internet.add_host("192.0.2.1");
+    auto& b = internet.add_host("192.0.2.2");
+    net::SharedTokens down(internet.now());
+    net::SharedTokens up(internet.now());
+    down.set_limit(net::TokenTree::everything, limit, internet.now());
+    net::TokenUser up_user(up, net::TokenTree::everything);
+    std::vector<Link> links;
+    std::vector<std::unique_ptr<Reader>> readers;
+    for (std::size_t i = 0; i < count; ++i) {
+        links.push_back(connect(a, b));
+        links.back().server->send(std::string(120'000, 'x'));  // more than the first one may take at once
+        readers.push_back(std::make_unique<Reader>(links.back().client->stream(), up_user, internet, down));
+    }
+    for (const auto& reader : readers) reader->read();
+    internet.run_for(1s);
+    for (const auto& reader : readers) reader->received = 0;
+    internet.run_for(5s);
+    double all = 0;
+    for (const auto& reader : readers) {
+        all += reader->received;
+        EXPECT_NEAR(reader->received, 5.0 * limit / count, 0.5 * limit / count);
+    }
+    EXPECT_NEAR(all, 5.0 * limit, 0.15 * limit);
+}
+
 }  // namespace
 }  // namespace vantlow::test
