@@ -4,6 +4,7 @@
 #include "base/text.h"
 #include "platform/file.h"
 #include "transfer/connection/socket_stream.h"
+#include "transfer/connection/tls_parts.h"
 
 namespace vantlow {
 namespace {
@@ -59,15 +60,31 @@ Outcome<TlsEngines::Engine> TlsEngines::engine(const std::u16string& ca_file) {
     return made;
 }
 
-TlsStream::TlsStream(TlsEngines& engines, TlsEngines::Engine engine, const TlsPlan& plan, ByteStream& below)
-    : library_(engines.library()), engine_(std::move(engine)), below_(below) {
+VantlowTlsPlan library_plan(const TlsPlan& plan, const VantlowTlsTransport& transport) noexcept {
     VantlowTlsPlan wanted{};
-    wanted.transport = {this, receive_below, send_below};
+    wanted.transport = transport;
     wanted.host = plan.host.c_str();
     wanted.protocol = plan.protocol.empty() ? nullptr : plan.protocol.c_str();
     wanted.session_key = plan.session_key.c_str();
     wanted.verify = plan.verify ? 1 : 0;
     wanted.end_without_notice = plan.end_without_notice ? 1 : 0;
+    return wanted;
+}
+
+Result tls_failure(ptrdiff_t answer, const char* text) {
+    switch (answer) {
+        case VANTLOW_TLS_UNTRUSTED:
+            return {Code::not_trusted, text};
+        case VANTLOW_TLS_REFUSED:
+            return {Code::server_error, text};
+        default:
+            return {Code::transient, text};
+    }
+}
+
+TlsStream::TlsStream(TlsEngines& engines, TlsEngines::Engine engine, const TlsPlan& plan, ByteStream& below)
+    : library_(engines.library()), engine_(std::move(engine)), below_(below) {
+    const VantlowTlsPlan wanted = library_plan(plan, {this, receive_below, send_below});
     tls_ = library_.SSL_New(engine_.get(), &wanted);
     if (tls_ == nullptr) return;
     library_.SSL_Set_ErrPtr(tls_, text_.data(), text_.size());
@@ -117,22 +134,13 @@ int TlsStream::send_below(void* self, const void* from, std::size_t size) noexce
 }
 
 Result TlsStream::result_of(ptrdiff_t answer) const {
-    const std::string text = text_.data();
-    switch (answer) {
-        case VANTLOW_TLS_QUIET:
-            return {Code::transient, std::string(message_text(Message::timeout))};
-        case VANTLOW_TLS_INTERRUPTED:
-            if (below_code_ != Code::ok) return below_code_;
-            return stop_ != nullptr ? stop_->reason() : Code::stopped;
-        case VANTLOW_TLS_UNTRUSTED:
-            return {Code::not_trusted, text};
-        case VANTLOW_TLS_REFUSED:
-            return {Code::server_error, text};
-        default:
-            break;
+    if (answer == VANTLOW_TLS_QUIET) return {Code::transient, std::string(message_text(Message::timeout))};
+    if (answer == VANTLOW_TLS_INTERRUPTED) {
+        if (below_code_ != Code::ok) return below_code_;
+        return stop_ != nullptr ? stop_->reason() : Code::stopped;
     }
-    if (below_error_ != 0) return socket_failure(below_error_);
-    return {Code::transient, text};
+    if (answer == VANTLOW_TLS_BROKEN && below_error_ != 0) return socket_failure(below_error_);
+    return tls_failure(answer, text_.data());
 }
 
 Result TlsStream::connect(Clock::time_point until) {
