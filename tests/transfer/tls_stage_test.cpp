@@ -192,7 +192,7 @@ TEST_F(TlsStageTest, FailuresAreToldAsTheBlockingFormTellsThem) {
     plan.host = "elsewhere.example";
     const Talk& wrong_name = talk(port, request);
     run_all();
-    EXPECT_EQ(untrusted.tls().failure().code, Code::not_trusted);
+    EXPECT_EQ(untrusted.tls().failure().code, Code::not_trusted) << untrusted.tls().failure().message();
     EXPECT_EQ(wrong_name.tls().failure().code, Code::not_trusted);
     EXPECT_NE(wrong_name.tls().failure().message().find("elsewhere.example"), std::string::npos)
         << wrong_name.tls().failure().message();

@@ -20,8 +20,12 @@ constexpr ULONG wanted_context = ISC_REQ_SEQUENCE_DETECT | ISC_REQ_REPLAY_DETECT
                                  ISC_REQ_EXTENDED_ERROR | ISC_REQ_ALLOCATE_MEMORY | ISC_REQ_STREAM |
                                  ISC_REQ_MANUAL_CRED_VALIDATION | ISC_REQ_USE_SUPPLIED_CREDS;
 
-constexpr char alert_record = 21;  // content types (RFC 8446, 5.1)
-constexpr char handshake_record = 22;
+// Content types (RFC 8446, 5.1). Also the first record of what comes in a handshake may have any of them:
+// where the bytes before were taken already, version 1.2 goes on with a change of the cipher, 1.3 with sealed
+// records.
+constexpr char change_cipher_spec_record = 20;
+constexpr char alert_record = 21;
+constexpr char application_data_record = 23;
 
 int fail_in_handshake(VantlowTls& tls, SECURITY_STATUS status) {
     // These are failures that a repetition might mend.
@@ -116,11 +120,10 @@ int handshake_step(VantlowTls& tls, SECURITY_STATUS& status) {
     return result;
 }
 
-// TLS begins with a handshake or an alert record (RFC 8446, 5.1).
 bool is_other_protocol(const VantlowTls& tls) noexcept {
     if (tls.raw_end == tls.raw_at) return false;
     const char type = tls.buffer[tls.raw_at];
-    return type != handshake_record && type != alert_record;
+    return type < change_cipher_spec_record || type > application_data_record;
 }
 
 int shake_hands(VantlowTls& tls) {
