@@ -24,19 +24,25 @@ std::string words_of(const PortMapper::Port& port) {
 }  // namespace
 
 PortMapper::~PortMapper() {
+    end();
+    if (thread_.joinable()) thread_.join();
+}
+
+void PortMapper::end() {
     {
         const MutexLock guard(mutex_);
+        if (end_) return;
+        end_ = Clock::now() + times_.goodbye;
         for (auto& [port, entry] : ports_) entry.holders = 0;
         is_changed_ = true;
     }
     stop_.request();
     changed_.notify_one();
-    if (thread_.joinable()) thread_.join();
 }
 
 void PortMapper::hold(const Port& port) {
     const MutexLock guard(mutex_);
-    if (!ports_.contains(port) && ports_.size() >= most_ports) return;
+    if (end_ || (!ports_.contains(port) && ports_.size() >= most_ports)) return;
     Entry& entry = ports_[port];
     if (++entry.holders > 1) return;
     entry.due = Clock::now();
@@ -159,19 +165,18 @@ void PortMapper::close(const Port& port) {
 }
 
 void PortMapper::run() {
-    std::optional<Clock::time_point> end;
     for (;;) {
         Port port;
         bool opens = false;
         Clock::duration wait{};
         const bool is_due = next_order(port, opens, wait);
-        if (stop_.requested() && !end) end = Clock::now() + times_.goodbye;
-        if (end && (!is_due || Clock::now() >= *end)) break;
+        MutexLock guard(mutex_);
+        if (end_ && (!is_due || Clock::now() >= *end_)) break;
         if (is_due) {
+            guard.unlock();
             opens ? open(port) : close(port);
             continue;
         }
-        MutexLock guard(mutex_);
         changed_.wait_for(guard, wait, [this]() VANTLOW_REQUIRES(mutex_) { return is_changed_; });
     }
     lose_router();

@@ -4,6 +4,7 @@
 #include <chrono>
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <string>
 #include <thread>
 #include <utility>
@@ -29,14 +30,14 @@ class PortMapper {
     struct Times {
         std::chrono::seconds lease{3600};  ///< asked for; renewed when half of it is over
         std::chrono::seconds again{900};   ///< until what failed is tried again
-        std::chrono::seconds goodbye{4};   ///< for all ports together, at the end
+        std::chrono::seconds goodbye{4};   ///< for all ports together, from end() on
     };
 
     /// The library outlives the object.
     PortMapper(const PortmapTable& library, Calls calls) : PortMapper(library, calls, Times()) {}
     PortMapper(const PortmapTable& library, Calls calls, Times times)
         : library_(library), calls_(calls), times_(times) {}
-    /// Gives the ports back that are still passed on.
+    /// As end(), and waits until the router has the ports back or the time for it is over.
     ~PortMapper();
     PortMapper(const PortMapper&) = delete;
     PortMapper& operator=(const PortMapper&) = delete;
@@ -44,6 +45,9 @@ class PortMapper {
     /// Each call counts: as many let_go() end it.
     void hold(const Port& port);
     void let_go(const Port& port);
+    /// Begins to give back the ports that are still passed on, whoever holds them; none is passed on any
+    /// more. Does not wait: several objects end in the time of one.
+    void end();
 
     /// The state of a port, as far as it is known.
     struct State {
@@ -83,6 +87,7 @@ class PortMapper {
     std::map<Port, Entry> ports_ VANTLOW_GUARDED_BY(mutex_);
     bool is_changed_ VANTLOW_GUARDED_BY(mutex_) = false;
     bool runs_ VANTLOW_GUARDED_BY(mutex_) = false;
+    std::optional<Clock::time_point> end_ VANTLOW_GUARDED_BY(mutex_);  ///< of the goodbye
 
     // The thread's.
     VantlowRouter* router_ = nullptr;

@@ -117,6 +117,10 @@ void Engine::go_on_sharing() {
 void Engine::end_running() {
     runner_.reset();
     tracker_list_.reset();
+    // Both routers are told at the same time.
+    for (PortMapper* const mapper : {port_mapper_.get(), firewall_opener_.get()}) {
+        if (mapper != nullptr) mapper->end();
+    }
     firewall_opener_.reset();
     port_mapper_.reset();
     hash_table_.reset();

@@ -23,6 +23,7 @@ struct TestRouter {
     bool is_there = true;
     std::uint16_t refuses = 0;
     std::uint32_t grants = 3600;
+    std::chrono::milliseconds answers_after{0};  ///< orders to close
 };
 TestRouter* router = nullptr;
 
@@ -53,6 +54,7 @@ PortmapTable table_of_router() {
         return router->grants;
     };
     table.PortMap_Close = [](VantlowRouter*, int, std::uint16_t port) {
+        std::this_thread::sleep_for(router->answers_after);
         const MutexLock guard(router->mutex);
         router->closed.push_back(port);
         return 1;
@@ -127,6 +129,30 @@ TEST_F(PortMapperTest, AsksAgainInTimeAndLooksForARouterThatWasNotThere) {
     PortMapper without(none, PortMapper::Calls::ipv4);
     const HeldPort vain(without, peers);
     EXPECT_NE(vain.state().text.find("libportmap"), std::string::npos);
+}
+
+// Of a router that went silent each order takes its time, and both objects have the same few seconds.
+TEST_F(PortMapperTest, ASilentRouterHoldsTheEndUpForOneTimeAlone) {
+    here.answers_after = 400ms;
+    std::optional<PortMapper> four;
+    std::optional<PortMapper> six;
+    four.emplace(table, PortMapper::Calls::ipv4, PortMapper::Times{.goodbye = 1s});
+    six.emplace(table, PortMapper::Calls::ipv6, PortMapper::Times{.goodbye = 1s});
+    for (PortMapper* mapper : {&*four, &*six}) {
+        for (std::uint16_t port = 5000; port < 5006; ++port) mapper->hold({Transport::tcp, port});
+        for (std::uint16_t port = 5000; port < 5006; ++port)
+            ASSERT_TRUE(says(*mapper, {Transport::tcp, port}, "TCP port", true));
+    }
+    const auto before = Clock::now();
+    four->end();
+    six->end();
+    four->hold({Transport::tcp, 5010});
+    EXPECT_LT(Clock::now() - before, 300ms);
+    four.reset();
+    six.reset();
+    EXPECT_LT(Clock::now() - before, 1900ms) << "one time, and the order that had begun";
+    EXPECT_GE(here.closed.size(), 4U);
+    EXPECT_FALSE(here.open.contains({Transport::tcp, 5010}));
 }
 
 TEST_F(PortMapperTest, OpensTheFirewallOfIpv6WhereThisMachineHasAnAddressOfIt) {
