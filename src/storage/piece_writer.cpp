@@ -107,8 +107,7 @@ struct PieceWriter::State : std::enable_shared_from_this<PieceWriter::State> {
 
     void start(std::int64_t index);
     void work_on(std::int64_t index, const StopSource& stop);
-    Result write_blocks(std::int64_t index, Piece& piece, Blocks blocks);
-    Result write_run(std::int64_t index, Piece& piece, std::int64_t offset, std::span<const std::byte> run);
+    Result write_blocks(std::int64_t index, Piece& piece, const Blocks& blocks);
     Result read_back(std::int64_t index, Piece& piece, const StopSource& stop);
     void end(std::int64_t index, const Result& result);
 };
@@ -152,7 +151,7 @@ void PieceWriter::State::work_on(std::int64_t index, const StopSource& stop) {
                 return;
             }
         }
-        Result result = write_blocks(index, *piece, std::move(blocks));
+        Result result = write_blocks(index, *piece, blocks);
         pool.give_back(bytes);
         if (result.ok() && !whole) continue;
         // Only what the disk holds counts then.
@@ -164,32 +163,18 @@ void PieceWriter::State::work_on(std::int64_t index, const StopSource& stop) {
     }
 }
 
-// Neighbours are written at once.
-Result PieceWriter::State::write_blocks(std::int64_t index, Piece& piece, Blocks blocks) {
+// Each block by itself, in their order: the system joins neighbours in its cache, while joining them here
+// would copy every byte once more. A block is still in the processor's cache when it is hashed.
+Result PieceWriter::State::write_blocks(std::int64_t index, Piece& piece, const Blocks& blocks) {
     if (!piece.digest) piece.digest.emplace(hashes.hash_of(index));
-    while (!blocks.empty()) {
-        const std::int64_t begin = blocks.begin()->first;
-        std::vector<std::byte> run = std::move(blocks.begin()->second);
-        blocks.erase(blocks.begin());
-        const auto end = [&] { return begin + static_cast<std::int64_t>(run.size()); };
-        while (!blocks.empty() && blocks.begin()->first == end() && end() - begin < run_size) {
-            const auto& next = blocks.begin()->second;
-            run.insert(run.end(), next.begin(), next.end());
-            blocks.erase(blocks.begin());
-        }
-        if (Result result = write_run(index, piece, begin, run); !result.ok()) return result;
+    for (const auto& [offset, bytes] : blocks) {
+        if (Result result = storage.write(index * storage.piece_length() + offset, bytes); !result.ok())
+            return result;
+        const std::int64_t hashed = piece.digest->bytes();
+        const std::int64_t end = offset + static_cast<std::int64_t>(bytes.size());
+        if (offset <= hashed && hashed < end)
+            piece.digest->update(std::span(bytes).subspan(static_cast<std::size_t>(hashed - offset)));
     }
-    return {};
-}
-
-Result PieceWriter::State::write_run(std::int64_t index, Piece& piece, std::int64_t offset,
-                                     std::span<const std::byte> run) {
-    if (Result result = storage.write(index * storage.piece_length() + offset, run); !result.ok())
-        return result;
-    const std::int64_t hashed = piece.digest->bytes();
-    const std::int64_t end = offset + static_cast<std::int64_t>(run.size());
-    if (offset <= hashed && hashed < end)
-        piece.digest->update(run.subspan(static_cast<std::size_t>(hashed - offset)));
     return {};
 }
 

@@ -147,7 +147,8 @@ TEST(StorageDiskTest, FilesAreRightALiarIsLeftAndAFullDiskIsSaid) {
     Program judge(here, hashes, 'j');
     std::optional<SwarmDisk::Check> check;
     for (std::uint32_t at = 0; at < piece_length; at += block_size)
-        judge.disk->write({0, at, block_size}, lie.substr(at, block_size), [](const Result&) { FAIL(); });
+        judge.disk->write({0, at, block_size}, std::as_bytes(std::span(lie)).subspan(at, block_size),
+                          [](const Result&) { FAIL(); });
     judge.disk->check(0, false, [&](const SwarmDisk::Check& done) { check = done; });
     ASSERT_TRUE(run(here, [&] { return check.has_value(); }));
     EXPECT_TRUE(check->result.ok() && !check->is_good);

@@ -126,17 +126,17 @@ class PeerLink {
     bool wants_nothing = false;  ///< it says so (BEP 21)
     bool choked_by_us = true;
     bool chokes_us = true;
-    bool is_interested = false;      ///< the peer, in us
-    bool we_are_interested = false;  ///< we, in the peer
+    bool is_interested = false;         ///< the peer, in us
+    bool we_are_interested = false;     ///< we, in the peer
+    std::uint8_t metadata_number = 0;   ///< under which the peer takes metadata messages; 0: none
+    std::uint8_t exchange_number = 0;   ///< under which the peer takes the exchange of peers; 0: none
+    std::uint8_t holepunch_number = 0;  ///< under which the peer takes introductions; 0: none
+    std::uint16_t listens_at = 0;       ///< a port that it says others may call; 0: it says none
     std::string peer_id{};
     std::string version{};  ///< the program that it says it is (BEP 10, "v"), UTF-8; empty: unsaid
     PieceSet has{};
-    std::uint8_t metadata_number = 0;    ///< under which the peer takes metadata messages; 0: none
-    std::uint8_t exchange_number = 0;    ///< under which the peer takes the exchange of peers; 0: none
-    std::uint8_t holepunch_number = 0;   ///< under which the peer takes introductions; 0: none
     std::vector<SocketAddress> named{};  ///< peers that it named last, and that take introductions
     HolepunchRate introductions{};
-    std::uint16_t listens_at = 0;  ///< a port that it says others may call; 0: it says none
     PeerExchange exchange{};
     std::deque<PieceBlock> owes{};   ///< blocks that it was asked for
     std::deque<PieceBlock> wants{};  ///< blocks that it asked for

@@ -44,10 +44,10 @@ StorageDisk::~StorageDisk() {
     *self_ = nullptr;
 }
 
-void StorageDisk::write(const PieceBlock& block, std::string bytes, std::function<void(Result)> failed) {
+void StorageDisk::write(const PieceBlock& block, std::span<const std::byte> bytes,
+                        std::function<void(Result)> failed) {
     pieces_[block.piece].failed = std::move(failed);
-    const auto given = std::as_bytes(std::span(bytes));
-    Write write{.block = block, .bytes = {given.begin(), given.end()}};
+    Write write{.block = block, .bytes = {bytes.begin(), bytes.end()}};
     if (writes_.empty() && try_write(write)) return;
     writes_.push_back(std::move(write));
     await_room();

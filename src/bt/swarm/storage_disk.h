@@ -35,7 +35,8 @@ class StorageDisk final : public SwarmDisk {
     StorageDisk(Storage& storage, DiskPool& pool, const PieceHashSource& hashes);
     ~StorageDisk() override;
 
-    void write(const PieceBlock& block, std::string bytes, std::function<void(Result)> failed) override;
+    void write(const PieceBlock& block, std::span<const std::byte> bytes,
+               std::function<void(Result)> failed) override;
     [[nodiscard]] bool is_full() const override;
     void when_room(std::function<void()> call) override;
     void check(std::uint32_t piece, bool wants_blocks, std::function<void(Check)> done) override;

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <functional>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -21,8 +22,9 @@ class SwarmDisk {
     SwarmDisk& operator=(const SwarmDisk&) = delete;
     virtual ~SwarmDisk() = default;
 
-    /// Takes a block. `failed` is called only where it cannot be written.
-    virtual void write(const PieceBlock& block, std::string bytes, std::function<void(Result)> failed) = 0;
+    /// Takes a copy of a block's bytes. `failed` is called only where it cannot be written.
+    virtual void write(const PieceBlock& block, std::span<const std::byte> bytes,
+                       std::function<void(Result)> failed) = 0;
     /// True while so much waits to be written that no more should be received.
     [[nodiscard]] virtual bool is_full() const = 0;
     /// Calls once when it is not full any more; a later call replaces the callback.

@@ -166,7 +166,7 @@ bool Swarm::take_block(PeerLink& link, const PeerMessage& message) {
     const Picker::Arrival arrival = picker_.arrived(link.number(), block);
     if (arrival.is_new) {
         downloaded_ += block.length;
-        disk_.write(block, std::string(message.data),
+        disk_.write(block, std::as_bytes(std::span(message.data)),
                     [this, piece = block.piece](const Result& why) { not_kept(piece, why); });
     } else {
         wasted_ += block.length;
