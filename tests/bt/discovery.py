@@ -125,6 +125,59 @@ def in_this_network(world):
     world.check("near", world.start("near", "get", "--set=Torrent/DHT=0", magnet), 100)  # the answer takes a minute
 
 
+def of_both_versions(world):
+    """Folders of a hybrid torrent, whose files are padded: from libtorrent, by magnet links with one hash and with both,
+    and by the document to libtorrent. One of the second version alone is refused."""
+    import libtorrent as lt
+
+    sizes = {"a.bin": 3 * PIECE + 5, "b.bin": 1, "c.bin": 2 * PIECE, "none.bin": 0}
+    source = world.folder / "seed/folder"
+    source.mkdir()
+    for name, size in sizes.items():
+        (source / name).write_bytes(os.urandom(size))
+
+    def make(name, *flags):
+        storage = lt.file_storage()
+        lt.add_files(storage, str(source))
+        made = lt.create_torrent(storage, PIECE, *flags)
+        lt.set_piece_hashes(made, str(world.folder / "seed"))
+        path = world.folder / name
+        path.write_bytes(lt.bencode(made.generate()))
+        return lt.torrent_info(str(path)), path
+
+    def is_right(where):
+        there = sorted(path.name for path in (where / "folder").iterdir())
+        return there == sorted(sizes) and all((where / "folder" / n).read_bytes() == (source / n).read_bytes() for n in sizes)
+
+    info, path = make("both.torrent")
+    seed = session(SEED, enable_dht=False)
+    seed.add_torrent({"ti": info, "save_path": str(world.folder / "seed"), "flags": lt.torrent_flags.seed_mode})
+    quiet = ("--set=Torrent/DHT=0", "--set=Torrent/LSD=0")
+    hashes = info.info_hashes()
+    first, both = f"magnet:?xt=urn:btih:{hashes.v1}", f"magnet:?xt=urn:btmh:1220{hashes.v2}&xt=urn:btih:{hashes.v1}"
+    for name, link in (("first", first), ("both", both)):
+        run = world.start(name, "get", *quiet, f"{link}&x.pe={SEED}:6881")
+        assert run.wait(60) == 0 and is_right(world.folder / name), world.log(name)
+    giver = world.start("giver2", "get", "--seed", "--port=7002", *quiet, "-d", str(world.folder / "seed"), str(path))
+    until = time.monotonic() + 30
+    while "is shared" not in world.log("giver2"):
+        assert time.monotonic() < until and giver.poll() is None, world.log("giver2")
+        time.sleep(0.1)
+    taker = session(ROUTER, enable_dht=False)
+    (world.folder / "taker").mkdir()
+    taken = taker.add_torrent({"ti": info, "save_path": str(world.folder / "taker")})
+    taken.connect_peer((ROUTER, 7002))
+    # It says that it has everything before all of it is on the disk.
+    while not (taken.status().is_seeding and is_right(world.folder / "taker")):
+        assert time.monotonic() < until + 30, world.log("giver2")
+        time.sleep(0.1)
+
+    _, second = make("second.torrent", lt.create_torrent.v2_only)
+    for words in (str(second), f"magnet:?xt=urn:btmh:1220{hashes.v2}"):
+        run = world.start("refused", "get", *quiet, words)
+        assert run.wait(20) != 0 and "version 2" in world.log("refused"), world.log("refused")
+
+
 def carry_out(scenarios, make_world):
     """Each scenario in a world of its own, which is made with a folder."""
     for scenario in scenarios:
@@ -145,7 +198,7 @@ def main(program, inside=""):
     for command in ("link set lo up multicast on", *(f"address add 10.77.0.{i}/24 dev lo" for i in (1, 2, 3)),
                     "route add 239.0.0.0/8 dev lo"):
         subprocess.run(["ip", *command.split()], check=True)
-    carry_out((in_the_table, in_this_network), lambda folder: World(program, folder))
+    carry_out((of_both_versions, in_the_table, in_this_network), lambda folder: World(program, folder))
     return 0
 
 

@@ -5,6 +5,7 @@
 #include "base/codes.h"
 #include "bt/extension.h"
 #include "bt/magnet.h"
+#include "bt/torrent_content.h"
 
 namespace vantlow {
 namespace {
@@ -117,6 +118,47 @@ TEST(MetaInfo, RefusesWhatLacksAPart) {
     // A total that no 64-bit position can hold is seen, not computed with.
     ASSERT_TRUE(read(document("", "6:lengthi-1e4:name1:n12:piece lengthi1e6:pieces0:"), meta));
     EXPECT_EQ(meta.total_size(), std::nullopt);
+}
+
+// Nobody is served by half of each: names, sizes and hashes are those of the first version, whatever the
+// second says. Without a first one nothing is read at all.
+TEST(TorrentContent, OfAHybridTheFirstVersionAloneCounts) {
+    const std::string first =
+        "5:filesld6:lengthi5e4:pathl1:aeed4:attr1:p6:lengthi16379e4:pathl4:.pad5:16379eed6:lengthi7e4:pathl1:"
+        "beee";
+    const std::string rest = "12:meta versioni2e4:name1:n12:piece lengthi16384e";
+    const std::string pieces = "6:pieces40:" + std::string(40, 'a');
+    const std::string root = "11:pieces root32:" + std::string(32, 'r');
+    const auto tree = [](const std::string& entries) { return "9:file treed" + entries + "e"; };
+    const auto entry = [&](const std::string& name, int length) {
+        return std::to_string(name.size()) + ":" + name + "d0:d6:lengthi" + std::to_string(length) + "e" +
+               root + "ee";
+    };
+    const std::string trees[] = {
+        tree(entry("a", 5) + entry("b", 7)),
+        tree(entry("a", 5000) + entry("b", 7)),
+        tree(entry("a", 5) + entry("other", 7)),
+        tree(entry("../../etc", 1)),
+        "9:file treei1e",
+        tree(""),
+    };
+    for (const std::string& second : trees) {
+        const auto content = read_torrent_content("d" + second + first + rest + pieces + "e");
+        ASSERT_TRUE(content) << second;
+        ASSERT_EQ(content->files.size(), 3U);
+        EXPECT_EQ(content->files[0].path, u"\\a");
+        EXPECT_EQ(content->files[2].path, u"\\b");
+        EXPECT_EQ(content->files[2].length, 7);
+        EXPECT_TRUE(content->files[1].padding && !content->files[0].padding && !content->files[2].padding);
+        EXPECT_EQ(content->total, 16384 + 7);
+        // The hashes of the first version are missing, or are those of other sizes.
+        EXPECT_FALSE(read_torrent_content("d" + second + first + rest + "e"));
+        EXPECT_FALSE(
+            read_torrent_content("d" + second + first + rest + "6:pieces20:" + std::string(20, 'a') + "e"));
+    }
+    const auto second_alone = read_torrent_content("d" + trees[0] + rest + "e");
+    ASSERT_FALSE(second_alone);
+    EXPECT_NE(second_alone.failure().message().find("version 2"), std::string::npos);
 }
 
 TEST(MetaInfo, ReadsBareMetadata) {
