@@ -25,6 +25,8 @@ Answer answer_of(const Problem& problem, Json result) {
     return result;
 }
 
+using Listed = std::variant<Listing, Fault>;
+
 constexpr std::array ended_phases{Phase::failed, Phase::complete, Phase::removed};
 
 bool is_one_of(Phase phase, std::span<const Phase> phases) {
@@ -106,13 +108,13 @@ class DownloadMethods {
         if (params.fault()) return *params.fault();
         return json_of(downloads_.status(*job, parts_for(keys)), keys);
     }
-    Answer tell_active(Params& params) {
-        const auto keys = params.optional_texts(0);
+    Listed tell_active(Params& params) {
+        auto keys = params.optional_texts(0);
         if (params.fault()) return *params.fault();
-        return tell_all(downloads_.list(Group::active), keys);
+        return tell_all(downloads_.list(Group::active), std::move(keys));
     }
-    Answer tell_waiting(Params& params) { return tell_range(params, Group::waiting); }
-    Answer tell_stopped(Params& params) { return tell_range(params, Group::stopped); }
+    Listed tell_waiting(Params& params) { return tell_range(params, Group::waiting); }
+    Listed tell_stopped(Params& params) { return tell_range(params, Group::stopped); }
 
     Answer get_uris(Params& params) {
         return with_files(params, [](const std::vector<FileStatus>& files) {
@@ -246,13 +248,17 @@ class DownloadMethods {
             return refuse("The download " + gid + " " + std::string(refusal) + ".");
         return answer_of((downloads_.*operation)(*job), gid);
     }
-    Json tell_all(std::span<const Guid> jobs, const std::vector<std::string>& keys) {
-        Json all = Json::array();
+    // Between two items a job may go.
+    Listing tell_all(std::vector<Guid> jobs, std::vector<std::string> keys) {
         const unsigned parts = parts_for(keys);
-        for (const Guid& job : jobs) all.push_back(json_of(downloads_.status(job, parts), keys));
-        return all;
+        return {[this, jobs = std::move(jobs), keys = std::move(keys), parts,
+                 next = std::size_t{0}]() mutable -> std::optional<Json> {
+            while (next < jobs.size() && !downloads_.has(jobs[next])) ++next;
+            if (next == jobs.size()) return std::nullopt;
+            return json_of(downloads_.status(jobs[next++], parts), keys);
+        }};
     }
-    Answer tell_range(Params& params, Group group);
+    Listed tell_range(Params& params, Group group);
     Answer with_files(Params& params, Json (*write)(const std::vector<FileStatus>&)) {
         const auto job = find(params, 0);
         if (params.fault()) return *params.fault();
@@ -263,26 +269,26 @@ class DownloadMethods {
 };
 
 // A negative offset counts from the end, and the answer runs backwards from there.
-Answer DownloadMethods::tell_range(Params& params, Group group) {
+Listed DownloadMethods::tell_range(Params& params, Group group) {
     const std::int64_t offset = params.number(0);
     const std::int64_t wanted = params.number(1);
-    const auto keys = params.optional_texts(2);
+    auto keys = params.optional_texts(2);
     if (!params.fault() && wanted < 0) params.refuse("The number of downloads is below 0.");
     if (params.fault()) return *params.fault();
     const std::vector<Guid>& jobs = downloads_.list(group);
     const std::int64_t size = std::ssize(jobs);
+    std::vector<Guid> range;
     if (offset >= 0) {
         const std::int64_t begin = std::min(offset, size);
         const std::int64_t count = std::min(wanted, size - begin);
-        return tell_all(
-            std::span(jobs).subspan(static_cast<std::size_t>(begin), static_cast<std::size_t>(count)), keys);
+        range.assign(jobs.begin() + begin, jobs.begin() + begin + count);
+    } else if (offset >= -size) {
+        const std::int64_t last = size + offset;
+        const std::int64_t count = std::min(wanted, last + 1);
+        range.assign(jobs.begin() + (last + 1 - count), jobs.begin() + last + 1);
+        std::ranges::reverse(range);
     }
-    if (offset < -size) return Json::array();
-    const std::int64_t last = size + offset;
-    const std::int64_t count = std::min(wanted, last + 1);
-    std::vector<Guid> backwards(jobs.begin() + (last + 1 - count), jobs.begin() + last + 1);
-    std::ranges::reverse(backwards);
-    return tell_all(backwards, keys);
+    return tell_all(std::move(range), std::move(keys));
 }
 
 Answer DownloadMethods::change_position(Params& params) {
@@ -354,9 +360,6 @@ constexpr std::array methods{
     Named{"unpause", &DownloadMethods::unpause},
     Named{"unpauseAll", &DownloadMethods::unpause_all},
     Named{"tellStatus", &DownloadMethods::tell_status},
-    Named{"tellActive", &DownloadMethods::tell_active},
-    Named{"tellWaiting", &DownloadMethods::tell_waiting},
-    Named{"tellStopped", &DownloadMethods::tell_stopped},
     Named{"getUris", &DownloadMethods::get_uris},
     Named{"getFiles", &DownloadMethods::get_files},
     Named{"getPeers", &DownloadMethods::get_peers},
@@ -381,6 +384,9 @@ constexpr std::array methods{
 
 void add_download_methods(MethodTable& table, Downloads& downloads) {
     const auto all = std::make_shared<DownloadMethods>(downloads);
+    table.add_list("aria2.tellActive", [all](Params& params) { return all->tell_active(params); });
+    table.add_list("aria2.tellWaiting", [all](Params& params) { return all->tell_waiting(params); });
+    table.add_list("aria2.tellStopped", [all](Params& params) { return all->tell_stopped(params); });
     for (const Named& one : methods) {
         table.add("aria2." + std::string(one.name),
                   [all, method = one.method](Params& params) { return ((*all).*method)(params); });

@@ -121,6 +121,8 @@ class Downloads {
 
     /// Those of the group in its order: by their places in the queue; of stopped ones the latest is the last.
     [[nodiscard]] virtual const std::vector<Guid>& list(Group group) = 0;
+    /// Whether there is this one, or its result, still.
+    [[nodiscard]] virtual bool has(const Guid& job) = 0;
     /// The downloads whose identity's digits begin so: none, one, or some of several.
     [[nodiscard]] virtual std::vector<Guid> find(std::string_view digits) = 0;
     [[nodiscard]] virtual Phase phase(const Guid& job) = 0;

@@ -96,12 +96,12 @@ int status_of(const Answer& answer) {
     return fault->code == fault_code::failed || fault->code == fault_code::invalid_request ? 400 : 500;
 }
 
-Json json_of(const Call& call, const Answer& answer) {
+Json json_of(const Call& call, Answer answer) {
     Json json{{"id", call.id}, {"jsonrpc", "2.0"}};
     if (const Fault* const fault = std::get_if<Fault>(&answer)) {
         json["error"] = {{"code", fault->code}, {"message", fault->message}};
     } else {
-        json["result"] = std::get<Json>(answer);
+        json["result"] = std::get<Json>(std::move(answer));
     }
     return json;
 }
@@ -158,16 +158,16 @@ Request read_query(std::string_view query) {
     return request;
 }
 
-Reply write_json(const Request& request, const std::vector<Answer>& answers) {
+Reply write_json(const Request& request, std::vector<Answer> answers) {
     Json json;
     Reply reply{200, "application/json-rpc", {}};
     if (request.is_batch) {
         json = Json::array();
         for (std::size_t i = 0; i < answers.size(); ++i)
-            json.push_back(json_of(request.calls[i], answers[i]));
+            json.push_back(json_of(request.calls[i], std::move(answers[i])));
     } else {
-        json = json_of(request.calls.front(), answers.front());
         reply.status = status_of(answers.front());
+        json = json_of(request.calls.front(), std::move(answers.front()));
     }
     reply.body = text_of(json);
     if (request.form != Form::callback) return reply;

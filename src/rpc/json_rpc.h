@@ -20,7 +20,7 @@ Request read_query(std::string_view query);
 
 /// Writes the answers, one for each call of the request, in its order, as JSON or as a call of the callback.
 /// Bytes that are not UTF-8 are replaced.
-Reply write_json(const Request& request, const std::vector<Answer>& answers);
+Reply write_json(const Request& request, std::vector<Answer> answers);
 
 /// Writes a notification: `method` with `params`, without an id.
 std::string write_notification(std::string_view method, const Json& params);

@@ -1,6 +1,7 @@
 #include "rpc/methods.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "base/text.h"
 #include "rpc/access.h"
@@ -29,10 +30,12 @@ std::optional<std::string> take_token(Json& params) {
     return token;
 }
 
-Json bare(const Answer& answer) {
+Json bare(Answer answer) {
     if (const Fault* const fault = std::get_if<Fault>(&answer))
         return {{"code", fault->code}, {"message", fault->message}};
-    return Json::array({std::get<Json>(answer)});
+    Json alone = Json::array();
+    alone.push_back(std::get<Json>(std::move(answer)));
+    return alone;
 }
 
 std::string place_text(std::size_t at) {
@@ -92,12 +95,14 @@ MethodTable::MethodTable(std::size_t most_answered) : most_answered_(most_answer
                                           for (const auto& [name, entry] : methods_) names.push_back(name);
                                           return names;
                                       },
+                                      {},
                                       false};
-    methods_["system.listNotifications"] = {[this](Params&) -> Answer { return Json(notifications_); },
-                                            false};
+    methods_["system.listNotifications"] = {
+        [this](Params&) -> Answer { return Json(notifications_); }, {}, false};
 }
 
-Answer MethodTable::call(const std::string& name, Json& params, Run& run) const {
+// None where the answer is a list, which follows.
+std::optional<Answer> MethodTable::call(const std::string& name, Json& params, Run& run) const {
     const auto token = take_token(params);
     const auto found = methods_.find(name);
     const bool needs_token = found == methods_.end() || found->second.needs_token;
@@ -112,60 +117,88 @@ Answer MethodTable::call(const std::string& name, Json& params, Run& run) const 
     run.was_proved = run.was_proved || (needs_token && shown);
     if (found == methods_.end()) return Fault{fault_code::failed, "There is no method " + name + "."};
     Params read(params);
-    return found->second.method(read);
+    if (found->second.lister) {
+        auto listing = found->second.lister(read);
+        if (Fault* const fault = std::get_if<Fault>(&listing)) return std::move(*fault);
+        run.listing = std::get<Listing>(std::move(listing));
+        return std::nullopt;
+    }
+    Answer answer = found->second.method(read);
+    if (const Json* const result = std::get_if<Json>(&answer)) {
+        if (auto fault = bound_fault(*result, run)) return *std::move(fault);
+    }
+    return answer;
 }
 
-Answer MethodTable::within_bounds(Answer answer, Run& run) const {
-    if (const Json* const result = std::get_if<Json>(&answer)) run.values += count_values(*result);
-    if (run.values <= most_answered_) return answer;
+std::optional<Fault> MethodTable::bound_fault(const Json& more, Run& run) const {
+    run.values += count_values(more);
+    if (run.values <= most_answered_) return std::nullopt;
     return Fault{fault_code::failed, "The answers are too large for one request."};
 }
 
-// Works on the next one within a multicall. True when there is none left.
-bool MethodTable::multicall_step(const Json& entries, Run& run) const {
-    if (run.inner == entries.size()) return true;
-    const Json& entry = entries[run.inner++];
-    Answer answer = Fault{fault_code::failed, "An entry is no call."};
-    if (entry.is_object() && entry.contains("methodName") && entry["methodName"].is_string()) {
-        const std::string name = entry["methodName"].get<std::string>();
-        Json params = entry.value("params", Json::array());
-        if (name == multicall_name) {
-            answer = Fault{fault_code::failed, "A multicall cannot be within another one."};
-        } else if (!params.is_array()) {
-            answer = Fault{fault_code::failed, "The parameters are not an array."};
-        } else {
-            answer = within_bounds(call(name, params, run), run);
-        }
+// Works on the next item of the list. Its answer when there is none left, or too much.
+std::optional<Answer> MethodTable::list_step(Run& run) const {
+    std::optional<Json> item = run.listing->next();
+    std::optional<Answer> answer;
+    if (!item) {
+        answer = run.listing->whole ? run.listing->whole(std::move(run.listed)) : std::move(run.listed);
+    } else if (auto fault = bound_fault(*item, run)) {
+        answer = *std::move(fault);
+    } else {
+        run.listed.push_back(*std::move(item));
     }
-    run.results.push_back(bare(answer));
-    return run.inner == entries.size();
+    if (answer) {
+        run.listing.reset();
+        run.listed = Json::array();
+    }
+    return answer;
 }
 
-// Works on the next call. True when it is answered.
-bool MethodTable::step(Run& run) const {
+std::optional<Answer> MethodTable::multicall_step(Json& entry, Run& run) const {
+    if (!entry.is_object() || !entry.contains("methodName") || !entry["methodName"].is_string())
+        return Fault{fault_code::failed, "An entry is no call."};
+    const std::string name = entry["methodName"].get<std::string>();
+    if (name == multicall_name) return Fault{fault_code::failed, "A multicall cannot be within another one."};
+    if (!entry.contains("params")) entry["params"] = Json::array();
+    if (!entry["params"].is_array()) return Fault{fault_code::failed, "The parameters are not an array."};
+    return call(name, entry["params"], run);
+}
+
+// Works on the next call, or a part of it.
+void MethodTable::step(Run& run) const {
     Call& next = run.request.calls[run.answers.size()];
-    if (next.fault) {
-        run.answers.emplace_back(*next.fault);
-        return true;
+    const bool is_multicall = next.method == multicall_name && !next.fault;
+    std::optional<Answer> answer;
+    if (run.listing) {
+        answer = list_step(run);
+    } else if (next.fault) {
+        answer = *next.fault;
+    } else if (!is_multicall) {
+        answer = call(next.method, next.params, run);
+    } else {
+        if (run.inner == 0) static_cast<void>(take_token(next.params));
+        if (next.params.empty() || !next.params[0].is_array()) {
+            run.answers.emplace_back(Fault{fault_code::failed, "The calls are not an array."});
+            return;
+        }
+        if (run.inner == next.params[0].size()) {
+            run.answers.emplace_back(std::exchange(run.results, Json::array()));
+            run.inner = 0;
+            return;
+        }
+        answer = multicall_step(next.params[0][run.inner++], run);
     }
-    if (next.method != multicall_name) {
-        run.answers.push_back(within_bounds(call(next.method, next.params, run), run));
-        return true;
+    if (!answer) return;
+    if (is_multicall) {
+        run.results.push_back(bare(*std::move(answer)));
+    } else {
+        run.answers.push_back(*std::move(answer));
     }
-    if (run.inner == 0) static_cast<void>(take_token(next.params));
-    if (next.params.empty() || !next.params[0].is_array()) {
-        run.answers.emplace_back(Fault{fault_code::failed, "The calls are not an array."});
-        return true;
-    }
-    if (!multicall_step(next.params[0], run)) return false;
-    run.answers.emplace_back(std::exchange(run.results, Json::array()));
-    run.inner = 0;
-    return true;
 }
 
 bool MethodTable::work(Run& run, Time until) const {
     while (run.answers.size() < run.request.calls.size()) {
-        static_cast<void>(step(run));
+        step(run);
         if (run.answers.size() < run.request.calls.size() && std::chrono::steady_clock::now() >= until)
             return false;
     }

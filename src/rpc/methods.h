@@ -46,6 +46,14 @@ class Params {
     std::optional<Fault> fault_;
 };
 
+/// An array as the answer of a method, which is made item by item: a long one keeps nobody waiting.
+struct Listing {
+    /// The next item; none behind the last one. Between two calls everything may have changed.
+    std::function<std::optional<Json>()> next;
+    /// Makes the answer of the items; empty: they are the answer.
+    std::function<Json(Json items)> whole{};
+};
+
 /// One request under way. A plain record but for its places, which MethodTable::work keeps.
 struct Run {
     Request request;
@@ -54,13 +62,21 @@ struct Run {
     bool was_proved = false;      ///< a token was right, or none is needed
     std::size_t inner = 0;        ///< the next one within a multicall
     Json results = Json::array();
-    std::size_t values = 0;  ///< in all answers
+    std::optional<Listing> listing{};  ///< of the call that is being answered
+    Json listed = Json::array();       ///< its items so far
+    std::size_t values = 0;            ///< in all answers
+
+    /// It is one call that has begun to list: whoever came later may have a turn before it.
+    [[nodiscard]] bool only_lists() const noexcept {
+        return listing && request.calls.size() == 1 && inner == 0;
+    }
 };
 
 /// The methods by their names. One thread.
 class MethodTable {
   public:
     using Method = std::function<Answer(Params&)>;
+    using Lister = std::function<std::variant<Listing, Fault>(Params&)>;
     using Time = std::chrono::steady_clock::time_point;
 
     /// `most_answered`: values that the answers of one request have together at most.
@@ -69,24 +85,29 @@ class MethodTable {
     MethodTable& operator=(const MethodTable&) = delete;
 
     /// Adds a method; only who shows the secret may call it.
-    void add(std::string name, Method method) { methods_[std::move(name)] = {std::move(method), true}; }
+    void add(std::string name, Method method) { methods_[std::move(name)] = {std::move(method), {}, true}; }
+    void add_list(std::string name, Lister lister) {
+        methods_[std::move(name)] = {{}, std::move(lister), true};
+    }
     void add_notification(std::string name) { notifications_.push_back(std::move(name)); }
     /// Empty: nobody is asked for it.
     void set_secret(std::string secret) { secret_ = std::move(secret); }
 
-    /// Works through the calls of a request, one after the other, until the time is over; at least one. True
-    /// when all are answered.
+    /// Works through the calls of a request, one after the other, until the time is over; at least one, or
+    /// one item of a list. True when all are answered.
     bool work(Run& run, Time until) const;
 
   private:
     struct Entry {
         Method method;
+        Lister lister;  ///< in place of the method
         bool needs_token = true;
     };
-    Answer call(const std::string& name, Json& params, Run& run) const;
-    bool step(Run& run) const;
-    bool multicall_step(const Json& entries, Run& run) const;
-    [[nodiscard]] Answer within_bounds(Answer answer, Run& run) const;
+    std::optional<Answer> call(const std::string& name, Json& params, Run& run) const;
+    void step(Run& run) const;
+    std::optional<Answer> multicall_step(Json& entry, Run& run) const;
+    std::optional<Answer> list_step(Run& run) const;
+    [[nodiscard]] std::optional<Fault> bound_fault(const Json& more, Run& run) const;
 
     const std::size_t most_answered_;
     std::map<std::string, Entry> methods_;

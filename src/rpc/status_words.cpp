@@ -148,20 +148,24 @@ Json json_of(const JobStatus& status, const std::vector<std::string>& keys) {
 
 Json json_of(const std::vector<Source>& sources) {
     Json json = Json::array();
-    for (const Source& source : sources)
-        json.push_back({{"uri", source.address}, {"status", source.is_used ? "used" : "waiting"}});
+    for (const Source& source : sources) {
+        Json& one = json.emplace_back(Json::object());
+        one["status"] = source.is_used ? "used" : "waiting";
+        one["uri"] = source.address;
+    }
     return json;
 }
 
 Json json_of(const std::vector<FileStatus>& files) {
     Json json = Json::array();
     for (const FileStatus& file : files) {
-        json.push_back({{"index", std::to_string(json.size() + 1)},
-                        {"path", file.path},
-                        {"length", text_of(file.length)},
-                        {"completedLength", text_of(file.done)},
-                        {"selected", text_of(file.is_selected)},
-                        {"uris", json_of(file.sources)}});
+        Json& one = json.emplace_back(Json::object());
+        one["index"] = std::to_string(json.size());
+        one["path"] = file.path;
+        one["length"] = text_of(file.length);
+        one["completedLength"] = text_of(file.done);
+        one["selected"] = text_of(file.is_selected);
+        one["uris"] = json_of(file.sources);
     }
     return json;
 }

@@ -25,6 +25,10 @@ class FakeDownloads final : public Downloads {
         return jobs_.back();
     }
 
+    void drop(char digit) {
+        std::erase_if(jobs_, [digit](const JobStatus& job) { return gid_of(job.job)[0] == digit; });
+    }
+
     std::vector<std::string> asked;  ///< "pause 1", "add 2", ...
     NewJob added{};
     JobOptions now{};        ///< of every job
@@ -43,6 +47,9 @@ class FakeDownloads final : public Downloads {
             if (its == group) list_.push_back(job.job);
         }
         return list_;
+    }
+    bool has(const Guid& job) override {
+        return std::ranges::find(jobs_, job, &JobStatus::job) != jobs_.end();
     }
     std::vector<Guid> find(std::string_view digits) override {
         std::vector<Guid> found;

@@ -96,7 +96,11 @@ void ControlApi::turn() {
             done.push_back(std::move(pending));
         } else {
             const MutexLock guard(mutex_);
-            queue_.push_front(std::move(pending));
+            if (pending.run.only_lists()) {
+                queue_.push_back(std::move(pending));
+            } else {
+                queue_.push_front(std::move(pending));
+            }
         }
     }
     if (has_more) post_turn();

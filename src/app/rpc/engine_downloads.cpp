@@ -116,6 +116,10 @@ const std::vector<Guid>& EngineDownloads::list(Group group) {
     return group == Group::active ? all.active : group == Group::waiting ? all.waiting : all.stopped;
 }
 
+bool EngineDownloads::has(const Guid& job) {
+    return record(job) != nullptr || results_.contains(job);
+}
+
 std::vector<Guid> EngineDownloads::find(std::string_view digits) {
     std::vector<Guid> found;
     for (const CJobNode* job : engine_.find_by_digits(digits)) {

@@ -37,6 +37,7 @@ class EngineDownloads final : public rpc::Downloads, public EngineListener {
     [[nodiscard]] const LiveJobs& live() const noexcept { return live_; }
 
     [[nodiscard]] const std::vector<Guid>& list(rpc::Group group) override;
+    [[nodiscard]] bool has(const Guid& job) override;
     [[nodiscard]] std::vector<Guid> find(std::string_view digits) override;
     [[nodiscard]] rpc::Phase phase(const Guid& job) override;
     [[nodiscard]] rpc::JobStatus status(const Guid& job, unsigned parts) override;

@@ -51,7 +51,7 @@ class Methods {
   public:
     explicit Methods(VantlowMethods parts) : parts_(std::move(parts)) {}
 
-    Answer list(Params& params);
+    rpc::Listing list(Params& params);
     Answer job(Params& params);
     Answer log(Params& params);
     Answer start(Params& params) { return for_each(params, &Engine::start); }
@@ -145,7 +145,7 @@ Json Methods::json_of(const CJobNode& job) const {
 }
 
 // Without "since", or where too much has changed, it is the whole list, or the part that is asked for.
-Answer Methods::list(Params& params) {
+rpc::Listing Methods::list(Params& params) {
     const Json& asked = params.options(0);
     const auto number = [&asked](const char* word, std::int64_t otherwise) {
         const auto at = asked.find(word);
@@ -159,30 +159,38 @@ Answer Methods::list(Params& params) {
     changes.revision = engine().revision();
     changes.everything = true;
     if (since >= 0) changes = engine().changes_since(static_cast<std::uint64_t>(since));
-    Json jobs = Json::array();
-    Json removed = Json::array();
+    std::vector<Guid> jobs;
     if (changes.everything) {
         const std::vector<const CJobNode*> all = engine().jobs_below(nullptr);
         const std::int64_t begin = std::min<std::int64_t>(number("offset", 0), std::ssize(all));
         const std::int64_t count =
             std::min({number("limit", most_listed), most_listed, std::ssize(all) - begin});
         for (std::int64_t i = begin; i < begin + count; ++i)
-            jobs.push_back(json_of(*all[static_cast<std::size_t>(i)]));
+            jobs.push_back(all[static_cast<std::size_t>(i)]->identity);
+    } else {
+        for (const JobChange& change : changes.jobs) jobs.push_back(change.job);
     }
-    for (const JobChange& change : changes.jobs) {
-        if (changes.everything) break;
-        const CJobNode* const job = engine().find(change.job);
-        if (job != nullptr) jobs.push_back(json_of(*job));
-        if (job == nullptr) removed.push_back(rpc::gid_of(change.job));
-    }
-    return Json{{"session", parts_.session},
-                {"revision", changes.revision},
-                {"everything", changes.everything},
-                {"categories", changes.everything || changes.categories},
-                {"settings", changes.everything || changes.settings},
-                {"questions", changes.everything || changes.questions},
-                {"jobs", std::move(jobs)},
-                {"removed", std::move(removed)}};
+    // The revision is that of the beginning: what changes while the list is made is told the next time.
+    const auto removed = std::make_shared<Json>(Json::array());
+    auto next = [this, jobs = std::move(jobs), at = std::size_t{0}, removed,
+                 everything = changes.everything]() mutable -> std::optional<Json> {
+        for (; at < jobs.size(); ++at) {
+            if (const CJobNode* const job = engine().find(jobs[at])) return ++at, json_of(*job);
+            if (!everything) removed->push_back(rpc::gid_of(jobs[at]));
+        }
+        return std::nullopt;
+    };
+    auto whole = [session = parts_.session, changes = std::move(changes), removed](Json listed) {
+        return Json{{"session", session},
+                    {"revision", changes.revision},
+                    {"everything", changes.everything},
+                    {"categories", changes.everything || changes.categories},
+                    {"settings", changes.everything || changes.settings},
+                    {"questions", changes.everything || changes.questions},
+                    {"jobs", std::move(listed)},
+                    {"removed", std::move(*removed)}};
+    };
+    return {std::move(next), std::move(whole)};
 }
 
 Answer Methods::job(Params& params) {
@@ -423,7 +431,6 @@ struct Named {
 };
 
 constexpr std::array methods{
-    Named{"list", &Methods::list},
     Named{"job", &Methods::job},
     Named{"log", &Methods::log},
     Named{"start", &Methods::start},
@@ -459,6 +466,7 @@ void add_vantlow_methods(rpc::MethodTable& table, VantlowMethods parts) {
         table.add("vantlow." + std::string(one.name),
                   [all, method = one.method](Params& params) { return ((*all).*method)(params); });
     }
+    table.add_list("vantlow.list", [all](Params& params) { return all->list(params); });
     add_schedule_methods(table, all->engine());
     table.add_notification("vantlow.onQuestion");
 }
