@@ -1,7 +1,8 @@
 // The details of the chosen job, in tabs.
 
 import { html } from "./vendor/lit-html.js";
-import { nameOf, stateText } from "./list.js";
+import { nameOf } from "./jobs.js";
+import { stateText } from "./list.js";
 import { segmentsPicture, sign } from "./pictures.js";
 import { capital, moment, number, percent, size, speed, tr, word } from "./words.js";
 

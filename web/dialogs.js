@@ -2,7 +2,7 @@
 
 import { html, nothing, render } from "./vendor/lit-html.js";
 import { Refused } from "./connection.js";
-import { nameOf } from "./list.js";
+import { nameOf } from "./jobs.js";
 import { sign } from "./pictures.js";
 import { bytesOf, bytesText, tr, trn } from "./words.js";
 

@@ -115,11 +115,13 @@ function toolBar(page, program) {
 
 // On a phone there are no headings to click at.
 const sorting = (page) =>
-    html`<select class="sorting" aria-label=${tr("Sort by")} @change=${(event) => page.sortBy(event.target.value)}>
-        ${Object.keys(COLUMNS).map(
-            (column) => html`<option value=${column} ?selected=${page.view.sort === column}>${columnTitle(column)}</option>`,
-        )}
-    </select>`;
+    html`<span class="sorting">${sign("sort")}
+        <select aria-label=${tr("Sort by")} title=${tr("Sort by")} @change=${(event) => page.sortBy(event.target.value)}>
+            ${Object.keys(COLUMNS).map(
+                (column) => html`<option value=${column} ?selected=${page.view.sort === column}>${columnTitle(column)}</option>`,
+            )}
+        </select>
+    </span>`;
 
 function statusBar(program) {
     const { counts } = program.jobs;

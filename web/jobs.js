@@ -6,7 +6,7 @@ export const STATES = ["running", "waiting", "stopped", "finished", "failed"];
 
 /** The columns in their order: how a cell's value is had for sorting, and which way is asked for first. */
 export const COLUMNS = {
-    name: { value: (job) => job.name || job.address },
+    name: { value: nameOf },
     size: { value: (job) => job.size ?? -1, falls: true },
     done: { value: (job) => share(job), falls: true },
     speed: { value: (job) => job.speed, falls: true },
@@ -15,6 +15,18 @@ export const COLUMNS = {
     category: { value: (job) => job.category },
     added: { value: (job) => job.created ?? "", falls: true },
 };
+
+/** The job's name; while nobody knows it, the last part of the address, or what a magnet link calls it. */
+export function nameOf(job) {
+    if (job.name) return job.name;
+    const [place, query = ""] = job.address.split(/[?#]/);
+    const part = place === "magnet:" ? new URLSearchParams(query).get("dn") : place.slice(place.lastIndexOf("/") + 1);
+    try {
+        return (place === "magnet:" ? part : decodeURIComponent(part)) || job.address;
+    } catch {
+        return part;
+    }
+}
 
 /** The part of the file that is there, 0 to 1. */
 export function share(job) {

@@ -1,7 +1,7 @@
 // The list of jobs: only the rows that can be seen stand in the document.
 
 import { html } from "./vendor/lit-html.js";
-import { COLUMNS, share } from "./jobs.js";
+import { COLUMNS, nameOf, share } from "./jobs.js";
 import { sign } from "./pictures.js";
 import { capital, duration, moment, percent, size, speed, tr, trData, word } from "./words.js";
 
@@ -20,7 +20,6 @@ const TITLES = {
 export const narrow = matchMedia("(max-width: 760px)");
 export const rowHeight = () => (narrow.matches ? 74 : 36);
 export const columnTitle = (column) => tr(TITLES[column]);
-export const nameOf = (job) => job.name || job.address;
 
 /** The state as words: "waiting, 3rd", and why nothing moves. */
 export function stateText(job) {

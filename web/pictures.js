@@ -32,6 +32,7 @@ const SIGNS = {
     category: "M3 6h6l2 2h10v11H3z",
     all: "M4 6h16M4 12h16M4 18h10",
     more: "M12 6v.1M12 12v.1M12 18v.1",
+    sort: "M4 7h16M7 12h10M10 17h4",
 };
 
 /** A sign; it says nothing to a screen reader, so words stand beside it or on its button. */

@@ -2,7 +2,7 @@
 
 import { html } from "./vendor/lit-html.js";
 import { openDialog, troubleText } from "./dialogs.js";
-import { nameOf } from "./list.js";
+import { nameOf } from "./jobs.js";
 import { sign } from "./pictures.js";
 import { duration, size, tr, trn, word } from "./words.js";
 

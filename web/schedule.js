@@ -2,7 +2,7 @@
 
 import { html } from "./vendor/lit-html.js";
 import { box, input, openDialog } from "./dialogs.js";
-import { nameOf } from "./list.js";
+import { nameOf } from "./jobs.js";
 import { tr, trn, weekdays } from "./words.js";
 
 /** Boxes for the days; `now`: their names ("mon,tue"), `changed` hears the names of those that are checked. */

@@ -29,7 +29,7 @@ except ImportError as error:
 CONTENT = bytes(range(256)) * 8192  # 2 MiB
 MANY = 2000
 ALT = 1
-KEYS = {"ArrowUp": 38, "ArrowDown": 40, "Enter": 13, "Escape": 27, "End": 35, "Delete": 46}
+KEYS = {"Tab": 9, "ArrowUp": 38, "ArrowDown": 40, "Enter": 13, "Escape": 27, "End": 35, "Delete": 46}
 COUNT = "document.getElementById('grid').getAttribute('aria-rowcount')"
 MARKUP = "<img src=x onerror=window.hacked=1>"
 # Violations of the policy and errors of scripts are faults of the page, whatever else it shows.
@@ -340,6 +340,7 @@ def by_post(page, program, here):
 
 def looks(page, program, here, pictures=None):
     """Light and dark, a phone's width, another language; nothing wider than the screen."""
+    assert page.run("row('many-').querySelector('.name').textContent.trim().startsWith('many-')")  # not the address
     page.picture(pictures, "desktop-light")
     light = page.run("getComputedStyle(document.body).backgroundColor")
     page.colours("dark")
@@ -355,6 +356,12 @@ def looks(page, program, here, pictures=None):
     page.wait("document.querySelector('[role=row] .card') && document.documentElement.lang === 'de'")
     assert "Angehalten" in page.run("document.querySelector('.list').textContent")
     assert page.run("document.documentElement.scrollWidth") == 390
+    right_edges = page.run("[...document.querySelectorAll('.tools > :not(.count)')].map(tool => tool.getBoundingClientRect().right)")
+    assert len(right_edges) == 10 and max(right_edges) <= 390, right_edges
+    page.run("(s => { s.value = 'name'; s.dispatchEvent(new Event('change')); })(document.querySelector('.sorting select'))")
+    page.wait("rows()[0].textContent.includes('disc image')")
+    page.run("(s => { s.value = 'added'; s.dispatchEvent(new Event('change')); })(document.querySelector('.sorting select'))")
+    page.wait("rows()[1].textContent.includes('many-')")
     page.picture(pictures, "phone-light")
     page.colours("dark")
     page.run("rows()[1].click()")
@@ -379,6 +386,27 @@ def looks(page, program, here, pictures=None):
     page.wait("row('many-')")
 
 
+def keyboard(page, program, here):
+    """Tab leads through everything once; what has the focus is in sight, has a name, and is seen to have it."""
+    page.run("document.activeElement.blur()")
+    passed = []
+    for _ in range(80):
+        page.press("Tab")
+        at = page.run("""(e => e === document.body ? null : {
+            name: (e.title || e.getAttribute('aria-label') || e.textContent).trim(), id: e.id || e.tagName + [...document.querySelectorAll('*')].indexOf(e),
+            seen: e.getBoundingClientRect().width > 0 && getComputedStyle(e).visibility === 'visible',
+            marked: getComputedStyle(e).outlineStyle !== 'none' || getComputedStyle(e).boxShadow !== 'none'
+                || getComputedStyle(e.parentElement).outlineStyle !== 'none' || getComputedStyle(e.parentElement).boxShadow !== 'none'})(document.activeElement)""")
+        if not at or at["id"] in [one["id"] for one in passed]:
+            break
+        passed.append(at)
+    assert all(one["name"] and one["seen"] and one["marked"] for one in passed), passed
+    assert len(passed) < 80 and "grid" in [one["id"] for one in passed], [one["name"] for one in passed]
+    names = [one["name"] for one in passed]
+    for name in ("Search downloads", "Options...", "All downloads", "New category...", "New download..."):
+        assert any(one.startswith(name) for one in names), names
+
+
 def away(page, program, here):
     """The program ends and comes again."""
     program.stop()
@@ -398,7 +426,7 @@ def main(folder, pictures=None):
         with Program(pathlib.Path(folder, "vantlow").resolve(), pathlib.Path(home)).running() as program:
             with Chromium.open(program.home, None, program.environment, program.home) as browser:
                 page = Page(browser, f"http://127.0.0.1:{program.port}/")
-                for part in (served, login, a_download, order_and_category, category, many, removal, only_text, by_post, looks, away):
+                for part in (served, login, a_download, order_and_category, category, many, removal, only_text, by_post, looks, keyboard, away):
                     more = (pathlib.Path(pictures),) if pictures and part in (a_download, looks) else ()
                     part(page, program, here, *more)
                     assert page.run("faults") == [], page.run("faults")
