@@ -2,6 +2,7 @@
 // a thread of its own. It carries requests to whoever works through them, and their answers back.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -14,6 +15,14 @@
 
 namespace vantlow {
 
+/// How long a connection may take over each of its steps.
+struct EndpointPatience {
+    std::chrono::milliseconds handshake{10000};  ///< of TLS
+    std::chrono::milliseconds idle{75000};       ///< until the head of a request is there
+    std::chrono::milliseconds transfer{60000};   ///< for its body, and again until its answer is taken
+    std::chrono::milliseconds silence{120000};   ///< of a WebSocket, which is asked for a sign halfway
+};
+
 class Endpoint {
   public:
     /// Called once with a run whose calls are all answered; any thread, also when the endpoint is gone.
@@ -22,7 +31,8 @@ class Endpoint {
     using Handler = std::function<void(rpc::Run, Answered)>;
 
     /// Listens at all addresses of the configuration, or fails and says at which it cannot.
-    static Outcome<std::unique_ptr<Endpoint>> open(const ControlConfig& config, Handler handler);
+    static Outcome<std::unique_ptr<Endpoint>> open(const ControlConfig& config, Handler handler,
+                                                   EndpointPatience patience = {});
 
     Endpoint() = default;
     Endpoint(const Endpoint&) = delete;

@@ -158,8 +158,9 @@ class Door : public std::enable_shared_from_this<Door> {
 
 class BeastEndpoint final : public Endpoint {
   public:
-    BeastEndpoint(const ControlConfig& config, Handler handler, std::unique_ptr<TlsServer> tls)
-        : shared_(std::make_shared<Shared>(config, std::move(handler), std::move(tls))) {}
+    BeastEndpoint(const ControlConfig& config, EndpointPatience patience, Handler handler,
+                  std::unique_ptr<TlsServer> tls)
+        : shared_(std::make_shared<Shared>(config, patience, std::move(handler), std::move(tls))) {}
     ~BeastEndpoint() override;
 
     Result open();
@@ -228,7 +229,8 @@ BeastEndpoint::~BeastEndpoint() {
 
 }  // namespace
 
-Outcome<std::unique_ptr<Endpoint>> Endpoint::open(const ControlConfig& config, Handler handler) {
+Outcome<std::unique_ptr<Endpoint>> Endpoint::open(const ControlConfig& config, Handler handler,
+                                                  EndpointPatience patience) {
     std::unique_ptr<TlsServer> tls;
     if (config.certificate) {
         auto made = make_tls_server(*config.certificate);
@@ -236,7 +238,7 @@ Outcome<std::unique_ptr<Endpoint>> Endpoint::open(const ControlConfig& config, H
         tls = *std::move(made);
     }
     try {
-        auto endpoint = std::make_unique<BeastEndpoint>(config, std::move(handler), std::move(tls));
+        auto endpoint = std::make_unique<BeastEndpoint>(config, patience, std::move(handler), std::move(tls));
         if (Result opened = endpoint->open(); !opened.ok()) return opened;
         return std::unique_ptr<Endpoint>(std::move(endpoint));
     } catch (const boost::system::system_error& error) {

@@ -64,7 +64,7 @@ class HttpSession final : public Session, public std::enable_shared_from_this<Ht
     void work();
     void preflight();
     void call(rpc::Request request);
-    void answer(const rpc::Run& run);
+    void answer(rpc::Run run);
     void say(http::status status, std::string_view text);
     void send(http::status status, std::string_view content_type, std::string body);
     void send(const PageAnswer& page);
@@ -84,7 +84,7 @@ class HttpSession final : public Session, public std::enable_shared_from_this<Ht
 
 void HttpSession::begin() {
     if (wire_.tls() == nullptr) return read();
-    wire_.next_layer().expires_after(handshake_patience);
+    wire_.next_layer().expires_after(shared().patience.handshake);
     wire_.tls()->shake_hands([self = shared_from_this()](const error_code& error) {
         if (error) return self->end();
         self->read();
@@ -99,7 +99,7 @@ void HttpSession::read() {
     parser_.emplace();
     parser_->header_limit(largest_head);
     parser_->body_limit(shared().config.largest_request);
-    wire_.next_layer().expires_after(idle_patience);
+    wire_.next_layer().expires_after(shared().patience.idle);
     http::async_read_header(
         wire_, buffer_, *parser_,
         [self = shared_from_this()](const error_code& error, std::size_t) { self->read_head(error); });
@@ -144,7 +144,7 @@ bool HttpSession::make_room() {
 }
 
 void HttpSession::read_body() {
-    wire_.next_layer().expires_after(transfer_patience);
+    wire_.next_layer().expires_after(shared().patience.transfer);
     http::async_read(wire_, buffer_, *parser_,
                      [self = shared_from_this()](const error_code& error, std::size_t) {
                          if (error == http::error::body_limit)
@@ -191,15 +191,16 @@ void HttpSession::call(rpc::Request request) {
     wire_.next_layer().expires_never();
     rpc::Run run;
     run.request = std::move(request);
-    hand_on(*this, std::move(run), [self = shared_from_this()](const std::optional<rpc::Run>& done) {
+    hand_on(*this, std::move(run), [self = shared_from_this()](std::optional<rpc::Run> done) {
         if (!done) return self->end();
-        self->answer(*done);
+        self->answer(*std::move(done));
     });
 }
 
-void HttpSession::answer(const rpc::Run& run) {
-    rpc::Reply reply = run.request.form == rpc::Form::xml ? rpc::write_xml(run.answers.front())
-                                                          : rpc::write_json(run.request, run.answers);
+void HttpSession::answer(rpc::Run run) {
+    rpc::Reply reply = run.request.form == rpc::Form::xml
+                           ? rpc::write_xml(run.answers.front())
+                           : rpc::write_json(run.request, std::move(run.answers));
     send(static_cast<http::status>(reply.status), reply.content_type, std::move(reply.body));
 }
 
@@ -246,7 +247,7 @@ HttpSession::Response HttpSession::response(http::status status) const {
 
 void HttpSession::write(Response made) {
     response_.emplace(std::move(made));
-    wire_.next_layer().expires_after(transfer_patience);
+    wire_.next_layer().expires_after(shared().patience.transfer);
     http::async_write(wire_, *response_, [self = shared_from_this()](const error_code& error, std::size_t) {
         if (error) return self->end();
         if (self->response_->need_eof()) return self->part();

@@ -33,9 +33,6 @@ inline constexpr std::size_t most_refusals_of_one_address = 8;   ///< kept back 
 inline constexpr std::size_t small_request = 64 * 1024;          ///< bytes, for whom no room is reserved
 inline constexpr std::size_t room_for_large = 64 * 1024 * 1024;  ///< bytes, for all larger ones together
 inline constexpr std::uint32_t largest_head = 64 * 1024;         ///< browsers send many headers
-inline constexpr std::chrono::seconds handshake_patience{10};
-inline constexpr std::chrono::seconds idle_patience{75};
-inline constexpr std::chrono::seconds transfer_patience{60};
 
 /// The answer to a request: its run, or none where too many refusals are kept back already.
 using Done = std::function<void(std::optional<rpc::Run>)>;
@@ -44,14 +41,16 @@ class Session;
 
 /// The things that all sessions share. But for the context, all is for the endpoint's thread.
 struct Shared : std::enable_shared_from_this<Shared> {
-    Shared(const ControlConfig& settings, Endpoint::Handler work, std::unique_ptr<TlsServer> server)
-        : config(settings), handler(std::move(work)), tls(std::move(server)) {}
+    Shared(const ControlConfig& settings, EndpointPatience times, Endpoint::Handler work,
+           std::unique_ptr<TlsServer> server)
+        : config(settings), patience(times), handler(std::move(work)), tls(std::move(server)) {}
 
     struct Waiting {
         const Session* session = nullptr;  ///< that `done` keeps alive
         Done done;
     };
     const ControlConfig config;
+    const EndpointPatience patience;
     const Endpoint::Handler handler;
     const std::unique_ptr<TlsServer> tls;  ///< null: connections are in the clear
     rpc::WrongTokens wrong;

@@ -14,7 +14,6 @@ namespace websocket = boost::beast::websocket;
 constexpr std::size_t most_requests = 8;                       ///< of one session that are not answered yet
 constexpr std::size_t most_unread = std::size_t{1024} * 1024;  ///< bytes, before a notification is too many
 constexpr std::size_t read_step = std::size_t{64} * 1024;
-constexpr std::chrono::seconds silence{120};
 
 class WebSocketSession final : public Session, public std::enable_shared_from_this<WebSocketSession> {
   public:
@@ -33,7 +32,7 @@ class WebSocketSession final : public Session, public std::enable_shared_from_th
     };
     void read();
     void take_message();
-    void answer(const std::optional<rpc::Run>& run);
+    void answer(std::optional<rpc::Run> run);
     void send(Text text, bool is_answer);
     void write();
     void end();
@@ -45,6 +44,7 @@ class WebSocketSession final : public Session, public std::enable_shared_from_th
     std::size_t unsent_ = 0;      ///< bytes of outgoing_
     std::size_t unanswered_ = 0;  ///< requests
     bool reading_ = false;
+    bool is_open_ = false;    ///< until then only the answer that opens it may be written
     bool has_shown_ = false;  ///< the secret, once
     bool ended_ = false;
 };
@@ -52,13 +52,15 @@ class WebSocketSession final : public Session, public std::enable_shared_from_th
 void WebSocketSession::accept(const HttpRequest& request) {
     websocket::stream_base::timeout patience =
         websocket::stream_base::timeout::suggested(beast::role_type::server);
-    patience.idle_timeout = silence;
+    patience.idle_timeout = shared().patience.silence;
     patience.keep_alive_pings = true;
     stream_.set_option(patience);
     stream_.read_message_max(shared().config.largest_request);
-    has_shown_ = shared().config.rules.secret.empty();
     stream_.async_accept(request, [self = shared_from_this()](const error_code& error) {
-        if (!error && !self->shared().closing) self->read();
+        if (error || self->ended_) return;
+        self->is_open_ = true;
+        self->has_shown_ = self->shared().config.rules.secret.empty();
+        self->read();
     });
 }
 
@@ -84,13 +86,14 @@ void WebSocketSession::take_message() {
     static_cast<void>(hold_room(0));
     ++unanswered_;
     hand_on(*this, std::move(run),
-            [self = shared_from_this()](const std::optional<rpc::Run>& done) { self->answer(done); });
+            [self = shared_from_this()](std::optional<rpc::Run> done) { self->answer(std::move(done)); });
 }
 
-void WebSocketSession::answer(const std::optional<rpc::Run>& run) {
+void WebSocketSession::answer(std::optional<rpc::Run> run) {
     if (!run) return end(websocket::close_code::policy_error);
     has_shown_ = has_shown_ || run->was_proved;
-    send(std::make_shared<const std::string>(rpc::write_json(run->request, run->answers).body), true);
+    send(std::make_shared<const std::string>(rpc::write_json(run->request, std::move(run->answers)).body),
+         true);
 }
 
 void WebSocketSession::notify(const Text& text) {
@@ -131,6 +134,7 @@ void WebSocketSession::end(websocket::close_code code) {
 }
 
 void WebSocketSession::close() {
+    if (!is_open_) return end();
     end(websocket::close_code::going_away);
 }
 
