@@ -51,6 +51,21 @@ function(where_built variable name)
     set(${variable} PATHS "${built}/lib" "${built}/include" NO_DEFAULT_PATH NO_CMAKE_FIND_ROOT_PATH PARENT_SCOPE)
 endfunction()
 
+# A server's side of TLS, for the control API: OpenSSL on either system, on Windows the one that tools/libraries built for SSH.
+if(WIN32)
+    where_built(where ssh2)
+    find_library(VANTLOW_TLS_SERVER_LIBRARY NAMES libtls.a NO_CACHE ${where})
+    find_path(VANTLOW_TLS_SERVER_INCLUDE NAMES openssl/ssl.h NO_CACHE ${where})
+    if(VANTLOW_TLS_SERVER_LIBRARY AND VANTLOW_TLS_SERVER_INCLUDE)
+        add_library(vantlow_tls_server INTERFACE)
+        add_library(vantlow::tls_server ALIAS vantlow_tls_server)
+        target_include_directories(vantlow_tls_server SYSTEM INTERFACE "${VANTLOW_TLS_SERVER_INCLUDE}")
+        target_link_libraries(vantlow_tls_server INTERFACE "${VANTLOW_TLS_SERVER_LIBRARY}" ws2_32 bcrypt crypt32)
+    endif()
+else()
+    add_library(vantlow::tls_server ALIAS vantlow_tls)
+endif()
+
 # SSH: what tools/libraries built, or else what the system has, which no Windows system and no package for there does.
 where_built(where ssh2)
 find_library(VANTLOW_LIBSSH2_LIBRARY NAMES libssh2.a NO_CACHE ${where})

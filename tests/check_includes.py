@@ -70,7 +70,7 @@ STANDARD = set(
     version""".split()
 )
 C_STANDARD = {"stddef.h", "stdint.h"}
-BEAST = ["endpoint_beast.cpp", "endpoint_http.cpp", "endpoint_parts.h", "endpoint_tls.h", "endpoint_websocket.cpp", "posix/endpoint_tls.cpp"]
+BEAST = ["endpoint_beast.cpp", "endpoint_http.cpp", "endpoint_parts.h", "endpoint_tls.h", "endpoint_websocket.cpp", "openssl/endpoint_tls.cpp"]
 # Headers of others, and the files (or folders, ending in "/") that may include them.
 ASIO = ["asio_parts.h", "datagrams_asio.cpp", "listener_asio.cpp", "loop_asio.cpp", "stream_asio.cpp"]
 THIRD_PARTY = {
@@ -78,7 +78,7 @@ THIRD_PARTY = {
     "CLI/": ["app/cli/"],
     "nlohmann/": ["app/cli/", "app/browser/", "app/rpc/", "rpc/"],
     "boost/": [f"net/{name}" for name in ASIO] + [f"app/rpc/{name}" for name in BEAST],
-    "openssl/": ["app/rpc/posix/certificate.cpp"],
+    "openssl/": ["app/rpc/openssl/certificate.cpp"],
     "wx/": ["app/window/"],
 }
 # The toolkit stays out of what the window shows, and what it lacks stands in one file for each system.

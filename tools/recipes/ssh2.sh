@@ -1,5 +1,7 @@
 # SSH: libssh2 over OpenSSL. Without it the Windows build has no SFTP, and the Linux one takes the system's, which may
-# log in with no RSA key.
+# log in with no RSA key. OpenSSL brings along a server's side of TLS for Windows, too, which the control API needs:
+# SChannel's takes keys from containers of the system only, so that one that stands in a file would have to be kept there as
+# well, and Wine's has none, so that nothing of it could be tried.
 # shellcheck shell=bash
 # shellcheck disable=SC2154 # tools/libraries says which system and where
 
@@ -12,17 +14,17 @@ systems_own_will_do() {
         dpkg --compare-versions "$installed" ge "$enough"
 }
 
-# OpenSSL's cryptography for Windows, of which SSH needs little. It must look for no openssl.cnf: its folder would be one
-# that any user of the machine can make. Nor may it ask to be called when the process ends: its library is unloaded
-# before.
+# OpenSSL for Windows: its cryptography, of which SSH needs little, and TLS 1.2 and 1.3. It must look for no openssl.cnf: its
+# folder would be one that any user of the machine can make. Nor may it ask to be called when the process ends: the library
+# that it is in is unloaded before.
 build_openssl() {
-    local unwanted=(shared apps tests docs module engine dso autoload-config legacy ssl tls dtls quic cms cmp ct ts srp psk
-        comp sock ec2m gost sm2 sm3 sm4 aria camellia seed idea bf cast rc2 rc4 md4 mdc2 rmd160 whirlpool siphash ml-kem
-        ml-dsa slh-dsa argon2 scrypt async capieng dsa atexit)
+    local unwanted=(shared apps tests docs module engine dso autoload-config legacy ssl3 tls1 tls1_1 dtls quic cms cmp ct ts srp
+        psk comp sock ec2m gost sm2 sm3 sm4 aria camellia seed idea bf cast rc2 rc4 md4 mdc2 rmd160 whirlpool siphash ml-dsa
+        slh-dsa argon2 scrypt async capieng dsa atexit)
     (cd "$1" &&
         quietly ./Configure mingw64 "CC=ccache $cross-gcc-posix" "AR=$cross-ar" "RANLIB=$cross-ranlib" \
             "RC=$cross-windres" "${unwanted[@]/#/no-}" &&
-        quietly nice make -s -j "$(nproc)" build_generated libcrypto.a)
+        quietly nice make -s -j "$(nproc)" build_generated libcrypto.a libssl.a)
 }
 
 # A connection that is cut in the key exchange left the server's key behind: it was freed only once keys were in use.
@@ -57,9 +59,12 @@ build_it() {
     quietly cmake -S libssh2 -B made -G Ninja "${options[@]}"
     quietly nice ninja -C made
     give_headers libssh2/include/*.h
-    # OpenSSL goes into the same archive: nothing else is to be linked with this one.
+    # OpenSSL goes into the same archive: nothing else is to be linked with this one. No program is linked with both.
     if [[ $system == windows ]]; then
         give_archive libssh2.a made/src/libssh2.a openssl/libcrypto.a
+        give_archive libtls.a openssl/libssl.a openssl/libcrypto.a
+        cp -r openssl/include/openssl "$result/include/"
+        rm -f "$result"/include/openssl/*.in
     else
         give_archive libssh2.a made/src/libssh2.a
     fi

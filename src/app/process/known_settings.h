@@ -67,8 +67,8 @@ inline constexpr TextSetting rpc_secret{u"RPC", u"Secret", u"",
 inline constexpr TextSetting rpc_allow_origin{
     u"RPC", u"AllowOrigin", u"",
     "the web pages that may use it (\"https://host\"), with blanks between; \"*\": all"};
-inline constexpr NumberSetting rpc_tls{
-    u"RPC", u"TLS", 0, 0, 1, "1: it is reached over TLS (https, wss) only; not on Windows"};
+inline constexpr NumberSetting rpc_tls{u"RPC", u"TLS", 0,
+                                       0,      1,      "1: it is reached over TLS (https, wss) only"};
 inline constexpr TextSetting rpc_certificate{
     u"RPC", u"Certificate", u"",
     "the file with its certificate and those of the issuers, PEM; empty: the program makes one of its own"};

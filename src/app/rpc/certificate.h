@@ -17,7 +17,7 @@ struct ControlCertificate {
 };
 
 /// Makes a key (P-256) and a certificate that it signs itself, for these addresses and names and for this
-/// machine's loopback; it holds for ten years. `unsupported`, with a sentence, where this system's endpoint
+/// machine's loopback; it holds for ten years. `unsupported`, with a sentence, where this build's endpoint
 /// has no TLS.
 Outcome<ControlCertificate> make_certificate(const std::vector<std::string>& names);
 

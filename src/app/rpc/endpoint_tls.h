@@ -48,7 +48,7 @@ class TlsServer {
     virtual std::unique_ptr<TlsLayer> wrap(beast::tcp_stream& socket) = 0;
 };
 
-/// `unsupported`, with a sentence, where this system's endpoint has no TLS.
+/// `unsupported`, with a sentence, where this build's endpoint has no TLS.
 Outcome<std::unique_ptr<TlsServer>> make_tls_server(const ControlCertificate& certificate);
 
 /// The bytes of a connection: a stream for Beast, whose operations come back on the socket's thread.

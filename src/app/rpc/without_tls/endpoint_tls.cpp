@@ -1,4 +1,4 @@
-// No TLS: there is no library for this system that the endpoint could have it from.
+// The endpoint in a build without a library that it could have TLS from.
 #include "app/rpc/endpoint_tls.h"
 
 namespace vantlow {
@@ -6,7 +6,7 @@ namespace {
 
 Result not_here() {
     return {Code::unsupported,
-            "The control API has no TLS on Windows: it stays closed while \"RPC\"/\"TLS\" is 1."};
+            "This build has no TLS for the control API: it stays closed while \"RPC\"/\"TLS\" is 1."};
 }
 
 }  // namespace
