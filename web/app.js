@@ -162,7 +162,7 @@ function remove(withFiles = false) {
         page.selected.clear();
         if (page.isOpen && jobs.some((job) => job.gid === page.cursor)) page.closeDetails();
         watch();
-        const undo = { title: tr("&Undo the removal"), act: () => act("vantlow.undoRemoval") };
+        const undo = { title: tr("Un&do the removal"), act: () => act("vantlow.undoRemoval") };
         say(trn("%1 download is removed.", "%1 downloads are removed.", jobs.length), undo);
     });
 }

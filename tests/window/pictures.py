@@ -21,12 +21,14 @@ from display import press, to_front, until, write  # noqa: E402
 DARK = "Adwaita:dark"
 LOOKS = [("en", "", 1), ("en", DARK, 1), ("de", "", 1), ("zh-CN", "", 1), ("en", "", 2), ("de", "", 2), ("zh-CN", DARK, 2)]
 WINDOWS_LOOKS = [("en", "", 1), ("de", "", 1), ("zh-CN", "", 1), ("en", "", 2)]
-OPTION_PAGES = 12
 # The keys of menus and dialogs that have no accelerator: the menu, then the command.
 MENUS = {
-    "en": {"category": "alt+f c", "export": "alt+f e", "import": "alt+f i", "join": "alt+t j", "size": "alt+t p"},
-    "de": {"category": "alt+d k", "export": "alt+d x", "import": "alt+d i", "join": "alt+w z", "size": "alt+w b"},
-    "zh-CN": {"category": "alt+f c", "export": "alt+f e", "import": "alt+f i", "join": "alt+t j", "size": "alt+t p"},
+    "en": {"category": "alt+f c", "export": "alt+f e", "import": "alt+f i", "join": "alt+t j", "size": "alt+t p",
+           "columns": "alt+v o", "about": "alt+h a"},
+    "de": {"category": "alt+d k", "export": "alt+d x", "import": "alt+d i", "join": "alt+w z", "size": "alt+w b",
+           "columns": "alt+a p", "about": "alt+h b"},
+    "zh-CN": {"category": "alt+f c", "export": "alt+f e", "import": "alt+f i", "join": "alt+t j", "size": "alt+t p",
+              "columns": "alt+v o", "about": "alt+h a"},
 }
 TABS = ("pieces", "files", "peers", "trackers", "log", "details")
 WELCOME = {"en": "^Welcome to Vantlow$", "de": "^Willkommen bei Vantlow$", "zh-CN": "Vantlow$"}
@@ -83,6 +85,7 @@ def seed_torrent(folder, server):
 
 
 def shot(folder, name):
+    subprocess.run(["xdotool", "mousemove", "1", "1"], check=True)  # else a tip hides something
     time.sleep(1.5)
     subprocess.run(["import", "-window", "root", str(folder / f"{name}.png")], check=True)
 
@@ -103,22 +106,36 @@ def dialog(folder, name, *keys):
     press("Escape")
 
 
-def options(folder, name):
+def options(folder, name, pages):
     """The pages of the options, one by one."""
     open_dialog("ctrl+alt+o")
     shot(folder, f"{name}-4-options")
-    for page in range(1, OPTION_PAGES):
+    for page in range(1, pages):
         press("Down")
         shot(folder, f"{name}-4-options-{page:02}")
     press("Escape")
 
 
-def question(window, folder, name, server):
+def metalink(server):
+    """A list of three files (RFC 5854)."""
+    files = "".join(
+        f'<file name="{name}"><size>{size}</size><url>{server}/{number}.bin</url></file>'
+        for number, (name, size) in enumerate({"disc 1.iso": 734003200, "Übersicht der Töne.pdf": 1536000, "软件.zip": 48300}.items())
+    )
+    return f'<?xml version="1.0" encoding="UTF-8"?><metalink xmlns="urn:ietf:params:xml:ns:metalink">{files}</metalink>'
+
+
+def questions(window, folder, name, server):
+    """A login, and which files of a list are meant."""
     frame = to_front(drive.FRAME)
-    window.run("add", "--dir", window.path("files"), f"{server}/locked.bin")
-    until(lambda: active() not in ("", frame), "the question")
-    shot(folder, f"{name}-9-question")
-    press("Escape")
+    (window.folder / "discs.meta4").write_text(metalink(server), encoding="utf-8")
+    for title, words in (("question", [f"{server}/locked.bin"]), ("which-files", ["--select", "ask", window.path("discs.meta4")])):
+        to_front(drive.FRAME)
+        window.run("add", "--dir", window.path("files"), *words)
+        until(lambda: active() not in ("", frame), "the question")
+        shot(folder, f"{name}-9-{title}")
+        press("Escape")
+        until(lambda: active() == frame, "the end of the question")
 
 
 def known(folder, name, address):
@@ -163,6 +180,7 @@ def torrent(window, folder, name, document):
 
 class LinuxWindow(drive.Window):
     prefix = ""
+    pages = 11  # of the options
 
     def look(self, theme, scale):
         self.environment |= {"GDK_SCALE": str(scale), "GTK_THEME": theme}
@@ -170,7 +188,7 @@ class LinuxWindow(drive.Window):
             del self.environment["GTK_THEME"]
 
     def unfold(self):
-        press("alt+m", "space")
+        press("alt+m")
 
     def select_first(self):
         press("Home")
@@ -181,6 +199,7 @@ class LinuxWindow(drive.Window):
 
 class WindowsWindow(display.WineVantlow):
     prefix = "windows-"
+    pages = 12  # one more: dial-up
 
     def look(self, _theme, scale):
         self.scale = scale
@@ -232,8 +251,10 @@ def take(kind, programs, folder, server, document, language, theme, scale):
         window.unfold()
         shot(folder, f"{name}-3-new-more")
         press("Escape")
-        options(folder, name)
+        options(folder, name, window.pages)
         dialog(folder, f"{name}-5-properties", "alt+Return")
+        press("Home")
+        dialog(folder, f"{name}-5-rename", "F2")
         press("ctrl+a")
         dialog(folder, f"{name}-5-properties-of-all", "alt+Return")
         dialog(folder, f"{name}-5-remove", "Delete")
@@ -242,8 +263,11 @@ def take(kind, programs, folder, server, document, language, theme, scale):
         if language == "en" and not theme and scale == 1:
             menus(folder, name)
         torrent(window, folder, name, document)
-        question(window, folder, name, server)
+        questions(window, folder, name, server)
         window.run("quit")
+        for line in (window.folder / "data/resident.log").read_text(errors="replace").splitlines():
+            if "gtk" in line.lower():
+                print(f"{name}: {line}")
 
 
 def main(programs, folder, system=""):

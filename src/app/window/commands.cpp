@@ -26,13 +26,13 @@ CommandWords of_jobs(Command command) {
         case command_stop_all:
             return {ui(tr("Stop a&ll")), "Ctrl+Shift+T", ui(tr("Stop all downloads of this view"))};
         case command_first:
-            return {ui(tr("To the &top")), "Ctrl+Shift+Up", ui(tr("Next in the order of waiting downloads")),
+            return {ui(tr("To t&he top")), "Ctrl+Shift+Up", ui(tr("Next in the order of waiting downloads")),
                     Picture::top};
         case command_earlier:
             return {ui(tr("&Up")), "Ctrl+Up", ui(tr("Earlier in the order of waiting downloads")),
                     Picture::up};
         case command_later:
-            return {ui(tr("&Down")), "Ctrl+Down", ui(tr("Later in the order of waiting downloads")),
+            return {ui(tr("Do&wn")), "Ctrl+Down", ui(tr("Later in the order of waiting downloads")),
                     Picture::down};
         case command_last:
             return {ui(tr("To the &bottom")), "Ctrl+Shift+Down",
@@ -48,7 +48,7 @@ CommandWords of_jobs(Command command) {
             return {ui(tr("&Copy address")), "Ctrl+Shift+C",
                     ui(tr("Copy the addresses of the selected downloads"))};
         case command_remove:
-            return {ui(tr("R&emove...")), "", ui(tr("Remove the downloads from the list (Delete)")),
+            return {ui(tr("&Remove...")), "", ui(tr("Remove the downloads from the list (Delete)")),
                     Picture::remove};
         case command_remove_files:
             return {ui(tr("Remove with f&iles...")), "",
@@ -58,7 +58,7 @@ CommandWords of_jobs(Command command) {
         case command_check:
             return {ui(tr("Chec&k again")), "", ui(tr("Check the file against its known hashes"))};
         case command_undo:
-            return {ui(tr("&Undo the removal")), "Ctrl+Z", ui(tr("Bring back what was removed last"))};
+            return {ui(tr("Un&do the removal")), "Ctrl+Z", ui(tr("Bring back what was removed last"))};
         case command_properties:
             return {ui(tr("&Properties...")), "Alt+Return",
                     ui(tr("Address, login and connections of the downloads"))};
@@ -70,7 +70,7 @@ CommandWords of_jobs(Command command) {
 CommandWords of_window(Command command) {
     switch (command) {
         case command_select_all:
-            return {ui(tr("Select &all")), "", ui(tr("Select all downloads of this view (Ctrl+A)"))};
+            return {ui(tr("S&elect all")), "", ui(tr("Select all downloads of this view (Ctrl+A)"))};
         case command_find:
             return {ui(tr("&Find")), "Ctrl+F", ui(tr("Show only downloads that hold a text"))};
         case command_category_add:

@@ -4,6 +4,7 @@
 #include <wx/settings.h>
 #include <wx/sizer.h>
 #include <wx/splitter.h>
+#include <wx/wupdlock.h>
 
 #include <algorithm>
 #include <utility>
@@ -233,6 +234,7 @@ void DetailTabs::build_details() {
 // go take the focus along: whoever walks through the list keeps it.
 void DetailTabs::arrange(bool is_torrent) {
     wxWindow* const focused = FindFocus();
+    const wxWindowUpdateLocker unseen(this);  // tabs that are drawn before they have a place have no size
     arranging_ = true;
     std::size_t at = 0;
     std::size_t chosen = 0;

@@ -198,7 +198,9 @@ void JobActions::rename() {
     if (jobs.size() != 1) return;
     const Guid id = jobs.front()->identity;
     const std::string name = shown(name_of(*jobs.front()));
-    wxTextEntryDialog dialog(&parent_, ui(tr("The file's &name:")), ui(tr("Rename")), ui(name));
+    // The toolkit's dialog would show the mark of a letter.
+    const wxString label = wxControl::RemoveMnemonics(ui(tr("The file's &name:")));
+    wxTextEntryDialog dialog(&parent_, label, ui(tr("Rename")), ui(name));
     finish_dialog(dialog);
     if (dialog.ShowModal() != wxID_OK || utf8_of(dialog.GetValue()) == name) return;
     const std::string wanted = utf8_of(dialog.GetValue());

@@ -1,7 +1,8 @@
 #include "app/window/job_pane.h"
 
-#include <wx/checklst.h>
+#include <wx/button.h>
 #include <wx/dialog.h>
+#include <wx/rearrangectrl.h>
 #include <wx/sizer.h>
 #include <wx/stattext.h>
 
@@ -22,6 +23,19 @@ constexpr int width_of_character = 8;
 // The title of a column where it stands in a dialog or a header: its English is in the model's table.
 wxString title_of(Column column) {
     return ui(tr(facts_of(column).title));
+}
+
+// The buttons that move what is selected in the list.
+wxSizer* make_mover(wxWindow& parent, wxRearrangeList& list) {
+    auto* const column = new wxBoxSizer(wxVERTICAL);
+    const auto add = [&](const std::string& label, bool (wxRearrangeList::*move)()) {
+        auto* const button = new wxButton(&parent, wxID_ANY, ui(label));
+        button->Bind(wxEVT_BUTTON, [&list, move](wxCommandEvent&) { (list.*move)(); });
+        column->Add(button, wxSizerFlags().Expand().Border(wxBOTTOM, parent.FromDIP(4)));
+    };
+    add(tr("&Up"), &wxRearrangeList::MoveCurrentUp);
+    add(tr("&Down"), &wxRearrangeList::MoveCurrentDown);
+    return column;
 }
 
 }  // namespace
@@ -106,24 +120,36 @@ void JobPane::choose_columns() {
     give(now);
     wxDialog dialog(this, wxID_ANY, ui(tr("Columns")), wxDefaultPosition, wxDefaultSize,
                     wxDEFAULT_DIALOG_STYLE | wxRESIZE_BORDER);
-    auto* const list = new wxCheckListBox(&dialog, wxID_ANY);
-    name_for_readers(*list, ui(tr("Columns")));
+    wxArrayString titles;
+    wxArrayInt order;  // of those that are not shown the complement (-1 of 0)
     for (std::size_t i = 0; i < now.columns.size(); ++i) {
-        list->Append(title_of(now.columns[i].column));
-        list->Check(static_cast<unsigned>(i), now.columns[i].shown);
+        titles.Add(title_of(now.columns[i].column));
+        order.Add(now.columns[i].shown ? static_cast<int>(i) : ~static_cast<int>(i));
     }
+    auto* const list =
+        new wxRearrangeList(&dialog, wxID_ANY, wxDefaultPosition, wxDefaultSize, order, titles);
+    name_for_readers(*list, ui(tr("Columns")));
+    list->SetMinSize(FromDIP(wxSize(240, 360)));
     list->SetSelection(0);
+    auto* const row = new wxBoxSizer(wxHORIZONTAL);
+    row->Add(list, wxSizerFlags(1).Expand());
+    row->Add(make_mover(dialog, *list), wxSizerFlags().Border(wxLEFT, FromDIP(8)));
     auto* const all = new wxBoxSizer(wxVERTICAL);
     all->Add(new wxStaticText(&dialog, wxID_ANY, ui(tr("The list shows these &columns:"))),
-             wxSizerFlags().Border(wxALL));
-    all->Add(list, wxSizerFlags(1).Expand().Border(wxLEFT | wxRIGHT));
-    all->Add(dialog.CreateSeparatedButtonSizer(wxOK | wxCANCEL), wxSizerFlags().Expand().Border());
+             wxSizerFlags().Border(wxALL, FromDIP(10)));
+    all->Add(row, wxSizerFlags(1).Expand().Border(wxLEFT | wxRIGHT, FromDIP(10)));
+    all->Add(dialog.CreateSeparatedButtonSizer(wxOK | wxCANCEL),
+             wxSizerFlags().Expand().Border(wxALL, FromDIP(8)));
     finish_dialog(dialog);
     dialog.SetSizerAndFit(all);
     dialog.CentreOnParent();
     if (dialog.ShowModal() != wxID_OK) return;
-    for (std::size_t i = 0; i < now.columns.size(); ++i)
-        now.columns[i].shown = list->IsChecked(static_cast<unsigned>(i));
+    std::vector<vantlow::Layout::ColumnPlace> chosen;
+    for (const int at : list->GetCurrentOrder()) {
+        chosen.push_back(now.columns[static_cast<std::size_t>(at < 0 ? ~at : at)]);
+        chosen.back().shown = at >= 0;
+    }
+    now.columns = std::move(chosen);
     // A list without its first column would show nothing that can be recognised.
     if (std::none_of(now.columns.begin(), now.columns.end(), [](const auto& place) { return place.shown; }))
         now.columns.front().shown = true;
@@ -162,9 +188,17 @@ void JobPane::select(const std::vector<Guid>& jobs) {
 
 void JobPane::take_news(const RowNews& news) {
     look_at_note();
+    // New downloads are selected before they have rows: where these come, they are seen. Others stay where
+    // they are when the order changes.
+    const bool had_none = table_->selection().empty();
+    const auto show_new = [this, had_none](const std::vector<std::size_t>& selected) {
+        if (had_none && !selected.empty()) table_->show_row(selected.front());
+    };
     if (news.all) {
         table_->reset();
-        table_->select(model_.rows.selected_rows());
+        const std::vector<std::size_t> selected = model_.rows.selected_rows();
+        table_->select(selected);
+        show_new(selected);
         if (events_.selected) events_.selected();
         return;
     }
@@ -177,7 +211,7 @@ void JobPane::take_news(const RowNews& news) {
         }
         const std::vector<std::size_t> selected = model_.rows.selected_rows();
         table_->select(selected);
-        // A new download was selected before it had a row.
+        show_new(selected);
         const bool is_selected = std::ranges::any_of(news.inserted, [&selected](std::size_t row) {
             return std::ranges::binary_search(selected, row);
         });

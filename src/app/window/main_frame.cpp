@@ -334,7 +334,7 @@ void MainFrame::ask_next() {
 }
 
 void MainFrame::show_options() {
-    OptionsDialog(*this, model_.settings).ShowModal();
+    OptionsDialog(*this, model_.settings, ProxyList(model_.engine, host_.settings())).ShowModal();
 }
 
 void MainFrame::show_about() {

@@ -32,6 +32,12 @@ int depth_of(const CClassNode& category) {
     return depth;
 }
 
+// The letter that a label can be reached by with Alt, as keys name it.
+int letter_of(const wxString& label) {
+    const wxString letter = label.AfterFirst('&').Left(1).Upper();
+    return letter.empty() ? 0 : static_cast<int>(letter[0].GetValue());
+}
+
 }  // namespace
 
 NewJobDialog::NewJobDialog(wxWindow& parent, WindowModel& model, NewJobForm form)
@@ -146,7 +152,7 @@ void NewJobDialog::build_places(wxSizer& all) {
     if (model_.new_jobs.has_plan()) start_->Append(ui(tr("by the week plan")));
     start_->SetSelection(static_cast<int>(form_.start));
     last->Add(start_, wxSizerFlags().CentreVertical().Border(wxLEFT, FromDIP(6)));
-    expand_ = new wxCheckBox(this, wxID_ANY, ui(tr("&Expand [1-20] and [a-z]")));
+    expand_ = new wxCheckBox(this, wxID_ANY, ui(tr("E&xpand [1-20] and [a-z]")));
     expand_->SetValue(form_.expand);
     last->Add(expand_, wxSizerFlags().CentreVertical().Border(wxLEFT, FromDIP(16)));
     grid->Add(last, wxSizerFlags().Expand());
@@ -154,8 +160,9 @@ void NewJobDialog::build_places(wxSizer& all) {
 }
 
 void NewJobDialog::build_more(wxSizer& all) {
-    auto* const fold = new wxCollapsiblePane(this, wxID_ANY, ui(tr("&More")), wxDefaultPosition,
-                                             wxDefaultSize, wxCP_DEFAULT_STYLE | wxCP_NO_TLW_RESIZE);
+    const wxString label = ui(tr("&More"));
+    auto* const fold = new wxCollapsiblePane(this, wxID_ANY, label, wxDefaultPosition, wxDefaultSize,
+                                             wxCP_DEFAULT_STYLE | wxCP_NO_TLW_RESIZE);
     wxWindow* const pane = fold->GetPane();
     // Two fields beside each other: with one in each line the dialog would be higher than small screens.
     auto* const grid = new wxFlexGridSizer(4, FromDIP(wxSize(8, 6)));
@@ -171,7 +178,7 @@ void NewJobDialog::build_more(wxSizer& all) {
     cookie_ = add_text(*pane, *grid, ui(tr("Coo&kies:")), ui(to_utf8(form_.cookie)));
     agent_ = add_text(*pane, *grid, ui(tr("User a&gent:")), ui(to_utf8(form_.agent)));
     proxy_ = add_text(*pane, *grid, ui(tr("&Proxy:")), ui(to_utf8(form_.proxy)));
-    comment_ = add_text(*pane, *grid, ui(tr("Co&mment:")), ui(to_utf8(form_.comment)));
+    comment_ = add_text(*pane, *grid, ui(tr("Comm&ent:")), ui(to_utf8(form_.comment)));
     grid->AddSpacer(0);
     grid->AddSpacer(0);
     start_time_ = add_text(*pane, *grid, ui(tr("Beg&in at:")), ui(form_.times.start));
@@ -188,6 +195,12 @@ void NewJobDialog::build_more(wxSizer& all) {
     rows->Add(week, wxSizerFlags().Expand().Border(wxTOP, FromDIP(6)));
     pane->SetSizer(rows);
     fold->Bind(wxEVT_COLLAPSIBLEPANE_CHANGED, [this](wxCollapsiblePaneEvent&) { grow(); });
+    // On Windows the head of the pane is no button, to which the system would bring the letter.
+    Bind(wxEVT_CHAR_HOOK, [this, fold, letter = letter_of(label)](wxKeyEvent& event) {
+        if (event.GetModifiers() != wxMOD_ALT || event.GetKeyCode() != letter) return event.Skip();
+        fold->Collapse(!fold->IsCollapsed());
+        grow();
+    });
     all.Add(fold, wxSizerFlags().Expand().Border(wxLEFT | wxRIGHT, FromDIP(10)));
 }
 

@@ -14,9 +14,12 @@
 #include <wx/stattext.h>
 #include <wx/textctrl.h>
 
+#include <utility>
+
 #include "app/window/confirm.h"
 #include "app/window/drawn.h"
 #include "app/window/model/translate.h"
+#include "app/window/proxy_dialog.h"
 #include "app/window/system.h"
 #include "app/window/words.h"
 #include "base/text.h"
@@ -39,10 +42,11 @@ wxColour quiet_ink() {
 
 }  // namespace
 
-OptionsDialog::OptionsDialog(wxWindow& parent, SettingPages& pages)
+OptionsDialog::OptionsDialog(wxWindow& parent, SettingPages& pages, ProxyList proxies)
     : wxDialog(&parent, wxID_ANY, ui(tr("Options")), wxDefaultPosition, wxDefaultSize,
                wxDEFAULT_DIALOG_STYLE | wxRESIZE_BORDER),
       settings_(pages),
+      proxies_(std::move(proxies)),
       pages_(pages.pages()) {
     auto* const left = new wxBoxSizer(wxVERTICAL);
     search_ = make_search(*this, ui(tr("Search the options")), ui(tr("Search the options")),
@@ -158,6 +162,12 @@ void OptionsDialog::add_help(wxSizer& all, const wxString& text) {
 void OptionsDialog::add_proxy_test(wxSizer& row, wxSizer& all) {
     auto* const test = new wxButton(room_, wxID_ANY, ui(tr("Test")));
     test_says_ = new wxStaticText(room_, wxID_ANY, wxString());
+    auto* const list = new wxButton(room_, wxID_ANY, ui(tr("List...")));
+    list->Bind(wxEVT_BUTTON, [this](wxCommandEvent&) {
+        ProxyDialog(*this, proxies_).ShowModal();
+        CallAfter([this] { show_page(); });
+    });
+    row.Add(list, wxSizerFlags().Border(wxLEFT, FromDIP(6)));
     row.Add(test, wxSizerFlags().Border(wxLEFT, FromDIP(6)));
     all.Add(test_says_, wxSizerFlags().Expand().Border(wxTOP, FromDIP(4)));
     test_says_->Hide();
@@ -184,8 +194,9 @@ wxWindow* OptionsDialog::make_editor(const SettingLine& line) {
     using Editor = SettingLine::Editor;
     if (line.editor == Editor::yes_no) {
         // A check box does not break its label by itself.
-        auto* const box =
-            new wxCheckBox(room_, wxID_ANY, wrapped(*room_, as_label(line.label), FromDIP(wrapped_at)));
+        const int beside_button = line.is_set ? 110 : 0;
+        auto* const box = new wxCheckBox(
+            room_, wxID_ANY, wrapped(*room_, as_label(line.label), FromDIP(wrapped_at - beside_button)));
         box->SetValue(line.value != "0");
         box->Bind(wxEVT_CHECKBOX,
                   [this, line](wxCommandEvent& event) { set(line, event.IsChecked() ? "1" : "0"); });

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "app/window/model/proxy_list.h"
 #include "app/window/model/setting_pages.h"
 #include "app/window/row_table.h"
 
@@ -20,7 +21,7 @@ namespace vantlow {
 
 class OptionsDialog : public wxDialog {
   public:
-    OptionsDialog(wxWindow& parent, SettingPages& pages);
+    OptionsDialog(wxWindow& parent, SettingPages& pages, ProxyList proxies);
 
   private:
     void show_page();
@@ -33,6 +34,7 @@ class OptionsDialog : public wxDialog {
     void set(const SettingLine& line, const std::string& value);
 
     SettingPages& settings_;
+    const ProxyList proxies_;
     std::vector<SettingPage> pages_;
     wxListBox* titles_ = nullptr;
     wxSearchCtrl* search_ = nullptr;

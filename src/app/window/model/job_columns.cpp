@@ -7,6 +7,7 @@
 #include "app/window/model/links.h"
 #include "app/window/model/texts.h"
 #include "app/window/model/translate.h"
+#include "app/window/model/troubles.h"
 #include "base/text.h"
 #include "engine/recovery.h"
 
@@ -205,9 +206,9 @@ std::string RowFacts::cell(Column column) const {
         case Column::order:
             return place > 0 ? std::to_string(place) : std::string();
         case Column::trouble:
-            if (live == nullptr) return printable(JobView::error_of(job));
+            if (live == nullptr) return trouble_text(JobView::error_of(job));
             return live->awaits_place ? tr("waits for a free connection to the server")
-                                      : printable(live->waits);
+                                      : trouble_text(live->waits);
     }
     return {};
 }

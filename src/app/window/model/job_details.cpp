@@ -9,6 +9,7 @@
 #include "app/window/model/job_columns.h"
 #include "app/window/model/texts.h"
 #include "app/window/model/translate.h"
+#include "app/window/model/troubles.h"
 #include "base/codes.h"
 #include "base/text.h"
 
@@ -103,7 +104,9 @@ void JobDetails::look(Time now) {
     for (auto& [number, meter] : meters_) meter.seen = false;
     for (SessionConnection& one : engine_.connections(job_)) {
         ConnectionLine line{one.number, printable(one.peer), 0, {}, one.start, one.end};
-        line.state = one.works ? tr("receives") : one.trouble.empty() ? tr("waits") : printable(one.trouble);
+        line.state = one.works             ? tr("receives")
+                     : one.trouble.empty() ? tr("waits")
+                                           : trouble_text(one.trouble);
         if (one.number != 0) {
             Meter& meter = meters_[one.number];
             // A connection that took over another range has not received what lies between.

@@ -8,6 +8,7 @@
 #include "app/terminal/quantities.h"
 #include "app/window/model/texts.h"
 #include "app/window/model/translate.h"
+#include "app/window/model/troubles.h"
 #include "base/safe_name.h"
 #include "base/text.h"
 #include "bt/torrent_content.h"
@@ -97,7 +98,8 @@ std::string sentence_of(const FormFault& fault) {
 
 std::string sentence_of(const ServerSays& says) {
     if (!says.result.ok())
-        return fill(tr("The server does not say what it would send: %1"), {printable(says.result.message())});
+        return fill(tr("The server does not say what it would send: %1"),
+                    {trouble_text(says.result.message())});
     const std::string name = shown(says.name);
     if (says.size < 0) return fill(tr("The server has %1, of unknown size."), {name});
     const std::string size = size_text(says.size);

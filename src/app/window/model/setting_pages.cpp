@@ -7,8 +7,10 @@
 #include "app/terminal/display_text.h"
 #include "app/window/model/texts.h"
 #include "app/window/model/translate.h"
+#include "app/window/model/troubles.h"
 #include "base/text.h"
 #include "engine/schedule_texts.h"
+#include "platform/process.h"
 
 namespace vantlow {
 namespace {
@@ -60,6 +62,7 @@ constexpr EditorFacts editors[] = {
     {"Settings/Language", Editor::choice},
     {"RPC/Secret", Editor::password},
     {"Schedule/Week", Editor::weekdays},
+    {"Transfer/EnableFEAT", Editor::yes_no},
 };
 
 bool lists(std::string_view list, std::string_view one) {
@@ -105,6 +108,8 @@ std::vector<std::pair<std::string, std::string>> choices_of(std::string_view nam
 std::string label_of(const KnownSetting& setting, Editor editor) {
     if (editor == Editor::weekdays)
         return as_heading(tr("the days on which downloads that start by schedule run"));
+    // Its meaning is told by the 0.
+    if (setting.name() == "Transfer/EnableFEAT") return tr("Servers are asked which features they have");
     std::string label = tr(setting.meaning);
     if (editor == Editor::yes_no && label.starts_with("1: ")) label.erase(0, 3);
     for (const std::string_view values : {"; 0:", "；0：", "；0:", ": 0 ", "：0 "}) {
@@ -139,6 +144,13 @@ std::string help_of(const KnownSetting& setting, Editor editor) {
     return help;
 }
 
+// Windows alone dials; of others the meaning says where they are of use.
+bool is_of_this_system(const KnownSetting& setting) {
+    static const bool is_windows = platform_name().starts_with("Windows");
+    if (is_windows) return !setting.meaning.ends_with("not on Windows");
+    return setting.section != "Dial Up" && !setting.meaning.ends_with("(Windows)");
+}
+
 }  // namespace
 
 SettingLine SettingPages::line_of(const KnownSetting& setting) const {
@@ -159,7 +171,8 @@ std::vector<SettingPage> SettingPages::pages() const {
     std::vector<SettingPage> pages(pages_by_subject.size());
     for (std::size_t i = 0; i < pages.size(); ++i) pages[i].title = tr(pages_by_subject[i].title);
     for (const KnownSetting& setting : known_settings()) {
-        if (!setting.meaning.empty()) pages[page_of(setting)].lines.push_back(line_of(setting));
+        if (!setting.meaning.empty() && is_of_this_system(setting))
+            pages[page_of(setting)].lines.push_back(line_of(setting));
     }
     for (std::size_t i = 0; i < pages.size(); ++i) {
         // Those that a page lists stand in the order of its list, in front of the others.
@@ -224,7 +237,7 @@ std::string SettingPages::sentence_of_test(const std::optional<ServerSays>& answ
                                            std::chrono::milliseconds elapsed) {
     if (!answer) return tr("The proxy is being tested ...");
     if (!answer->result.ok())
-        return fill(tr("This way nothing can be fetched: %1"), {printable(answer->result.message())});
+        return fill(tr("This way nothing can be fetched: %1"), {trouble_text(answer->result.message())});
     return fill(tr("This way works; the answer took %1 ms."), {std::to_string(elapsed.count())});
 }
 

@@ -1,0 +1,13 @@
+// Reasons of failures in the user's language. The engine tells them in English, as the log has them.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace vantlow {
+
+/// The reason as it may stand in a control: where its beginning is a sentence that the catalogue has, in the
+/// user's language; what stands behind it (a server's words, an address, the system's reason) stays as it is.
+std::string trouble_text(std::string_view english);
+
+}  // namespace vantlow
