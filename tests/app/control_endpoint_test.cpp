@@ -149,5 +149,23 @@ TEST_F(ControlEndpoint, a_websocket_hears_notifications_once_it_is_open) {
               "first");
 }
 
+// Neither does it hold a mebibyte for somebody who reads nothing, nor wait until the silence is over.
+TEST_F(ControlEndpoint, a_websocket_that_reads_no_notification_is_ended) {
+    open({});
+    open_websocket();
+    // Until it is quite open nothing is for it.
+    for (int i = 0; i < 500 && seen_.empty(); ++i) {
+        endpoint_->notify("first");
+        static_cast<void>(read_some(20ms));
+    }
+    ASSERT_FALSE(seen_.empty());
+    began_ = Clock::now();
+    const std::string text(std::size_t{512} * 1024, 'x');
+    for (int i = 0; i < 40; ++i) endpoint_->notify(text);
+    std::this_thread::sleep_for(1s);  // so long nothing is read
+    EXPECT_LT(ended_after(), 5s);
+    EXPECT_LT(seen_.size(), 40 * text.size());
+}
+
 }  // namespace
 }  // namespace vantlow
