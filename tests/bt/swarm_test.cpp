@@ -81,7 +81,9 @@ class TestDisk : public SwarmDisk {
     void read(const PieceBlock& block, std::function<void(Outcome<std::string>)> done) override {
         later([this, block, done = std::move(done)] {
             std::string bytes = bytes_.substr(at(block), block.length);
-            if (lies && (block.begin / block_size) % 2 == 1) bytes[0] = static_cast<char>(bytes[0] + 1);
+            for (std::size_t i = 0; lies && i < bytes.size(); i += block_size) {
+                if ((block.begin + i) / block_size % 2 == 1) bytes[i] = static_cast<char>(bytes[i] + 1);
+            }
             done(std::move(bytes));
         });
     }

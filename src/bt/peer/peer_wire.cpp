@@ -131,6 +131,15 @@ std::string PeerMessage::bytes() const {
     return out.append(data);
 }
 
+std::string piece_header(std::uint32_t piece, std::uint32_t begin, std::uint32_t length) {
+    std::string out;
+    put_number(out, static_cast<std::uint32_t>(1 + size_of(Layout::block).least) + length);
+    put_number(out, static_cast<std::uint8_t>(MessageKind::piece));
+    put_number(out, piece);
+    put_number(out, begin);
+    return out;
+}
+
 void PeerReader::feed(std::string_view bytes) {
     bytes_.erase(0, at_);
     at_ = 0;

@@ -66,6 +66,9 @@ struct PeerMessage {
     [[nodiscard]] std::string bytes() const;
 };
 
+/// The beginning of a message "piece", which `length` bytes of a block follow.
+std::string piece_header(std::uint32_t piece, std::uint32_t begin, std::uint32_t length);
+
 /// Divides what a peer sends into messages, whatever the pieces are in which it comes. One thread.
 class PeerReader {
   public:

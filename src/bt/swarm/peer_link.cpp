@@ -93,6 +93,11 @@ void PeerLink::send(std::string_view bytes) {
     stream_->when_writable([this] { write_some(); });
 }
 
+void PeerLink::send_block(const PieceBlock& block, std::string_view bytes) {
+    send(piece_header(block.piece, block.begin, static_cast<std::uint32_t>(bytes.size())));
+    send(bytes);
+}
+
 void PeerLink::write_some() {
     waits_to_write_ = false;
     while (unsent() > 0) {

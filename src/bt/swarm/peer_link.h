@@ -89,6 +89,8 @@ class PeerLink {
     void take_call(std::unique_ptr<net::Stream> stream);
     void send(const PeerMessage& message) { send(message.bytes()); }
     void send(std::string_view bytes);
+    /// The message "piece"; its bytes are copied once.
+    void send_block(const PieceBlock& block, std::string_view bytes);
     /// Reads on after may_receive() was false.
     void go_on();
     void close() noexcept;
@@ -140,7 +142,7 @@ class PeerLink {
     PeerExchange exchange{};
     std::deque<PieceBlock> owes{};   ///< blocks that it was asked for
     std::deque<PieceBlock> wants{};  ///< blocks that it asked for
-    int reading = 0;                 ///< blocks of it that the disk is asked for
+    int reading = 0;                 ///< of what it asked for: readings that the disk is at
     RequestWindow window{};
     std::vector<std::uint32_t> allowed{};    ///< pieces that it gives even while it chokes us
     std::vector<std::uint32_t> suggested{};  ///< pieces that it would rather give

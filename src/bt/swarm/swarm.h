@@ -160,7 +160,7 @@ class Swarm final : private LinkOwner {
     void take_back_unwanted(PeerLink& link);
     void fill(PeerLink& link);
     void give(PeerLink& link);
-    void gave(std::uint32_t number, const PieceBlock& block, Outcome<std::string> bytes);
+    void gave(std::uint32_t number, const std::vector<PieceBlock>& blocks, const Outcome<std::string>& bytes);
     void update_interest(PeerLink& link);
     void check(std::uint32_t piece);
     void checked(std::uint32_t piece, const SwarmDisk::Check& check);

@@ -39,7 +39,7 @@ class SwarmDisk {
         std::vector<InfoHash> blocks{};
     };
     virtual void check(std::uint32_t piece, bool wants_blocks, std::function<void(Check)> done) = 0;
-    /// Gives a block of a good piece.
+    /// Gives a block of a good piece, or several that stand beside each other.
     virtual void read(const PieceBlock& block, std::function<void(Outcome<std::string>)> done) = 0;
 };
 

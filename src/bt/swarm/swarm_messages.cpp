@@ -14,6 +14,8 @@ using MessageKind = PeerMessage::Kind;
 // Requests of one peer that may wait (the "reqq" of BEP 10 that others assume).
 constexpr std::size_t most_wanted = 500;
 constexpr int most_read_at_once = 4;
+// Neighbours are read together: each reading costs the way to the disk's threads and back.
+constexpr std::uint32_t most_read_together = 4 * block_size;
 // Blocks that nobody asked for, beside those that a cancel came too late for.
 constexpr int most_useless = 200;
 constexpr std::size_t most_hints = 64;
@@ -287,28 +289,37 @@ void Swarm::drained(PeerLink& link) {
 void Swarm::give(PeerLink& link) {
     while (!link.wants.empty() && link.reading < most_read_at_once &&
            link.unsent() < PeerLink::enough_unsent) {
-        const PieceBlock block = link.wants.front();
-        link.wants.pop_front();
+        PieceBlock run{link.wants.front().piece, link.wants.front().begin, 0};
+        std::vector<PieceBlock> blocks;
+        while (!link.wants.empty()) {
+            const PieceBlock& next = link.wants.front();
+            if (next.piece != run.piece || next.begin != run.begin + run.length) break;
+            if (!blocks.empty() && run.length + next.length > most_read_together) break;
+            run.length += next.length;
+            blocks.push_back(next);
+            link.wants.pop_front();
+        }
         ++link.reading;
-        disk_.read(block, [this, number = link.number(), block](Outcome<std::string> bytes) {
-            gave(number, block, std::move(bytes));
+        disk_.read(run, [this, number = link.number(), blocks = std::move(blocks)](const auto& bytes) {
+            gave(number, blocks, bytes);
         });
     }
 }
 
-void Swarm::gave(std::uint32_t number, const PieceBlock& block, Outcome<std::string> bytes) {
+void Swarm::gave(std::uint32_t number, const std::vector<PieceBlock>& blocks,
+                 const Outcome<std::string>& bytes) {
     const auto at = links_.find(number);
     if (!runs_ || at == links_.end()) return;
     if (!bytes) return fail(bytes.failure());
     PeerLink& link = *at->second;
     --link.reading;
-    link.send({.kind = MessageKind::piece,
-               .piece = block.piece,
-               .begin = block.begin,
-               .length = block.length,
-               .data = *bytes});
-    link.given += block.length;
-    uploaded_ += block.length;
+    std::string_view rest = *bytes;
+    for (const PieceBlock& block : blocks) {
+        link.send_block(block, rest.substr(0, block.length));
+        rest.remove_prefix(block.length);
+        link.given += block.length;
+        uploaded_ += block.length;
+    }
     give(link);
 }
 
