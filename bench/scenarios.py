@@ -51,6 +51,7 @@ SCENARIOS = (
     ),
     Scenario("ftp1", "1 GiB, 1 connection, vsftpd", BIG, scheme="ftp", floor=True),
     Scenario("ftp4", "1 GiB, 4 connections, vsftpd", BIG, scheme="ftp", connections=4, floor=True),
+    Scenario("ftps1", "1 GiB, 1 connection, TLS, vsftpd", BIG, scheme="ftps"),
     Scenario("ftps4", "1 GiB, 4 connections, TLS, vsftpd", BIG, scheme="ftps", connections=4),
     Scenario("sftp1", "1 GiB, 1 connection, OpenSSH", BIG, scheme="sftp"),
     Scenario("sftp4", "1 GiB, 4 connections, OpenSSH", BIG, scheme="sftp", connections=4),

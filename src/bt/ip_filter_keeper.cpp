@@ -100,9 +100,9 @@ IpFilterKeeper::IpFilterKeeper(const Settings& settings, const SshTable& unpacki
                                const std::u16string& folder, Clock::duration between_looks)
     : settings_(settings),
       unpacking_(unpacking),
-      threads_(threads),
       own_list_(join_path(folder, u"ipfilter.dat")),
-      between_looks_(between_looks) {}
+      between_looks_(between_looks),
+      due_(threads) {}
 
 std::vector<IpFilterKeeper::List> IpFilterKeeper::lists() const {
     std::vector<List> all;
@@ -115,19 +115,13 @@ std::vector<IpFilterKeeper::List> IpFilterKeeper::lists() const {
 }
 
 std::shared_ptr<const IpFilter> IpFilterKeeper::current() {
+    if (due_.claim() && !due_.start([this] { return look(); })) due_.done(look());
     MutexLock guard(mutex_);
-    if (!looks_ && Clock::now() >= next_look_) {
-        looks_ = true;
-        guard.unlock();
-        reading_.join();
-        if (!threads_.start(reading_, [this] { look(); }).ok()) look();
-        guard.lock();
-    }
     was_read_.wait(guard, [this]() VANTLOW_REQUIRES(mutex_) { return is_known_; });
     return filter_;
 }
 
-void IpFilterKeeper::look() {
+Clock::duration IpFilterKeeper::look() {
     std::vector<List> found = lists();
     std::shared_ptr<const IpFilter> filter;
     const bool is_new = found != read_;
@@ -140,9 +134,8 @@ void IpFilterKeeper::look() {
     const MutexLock guard(mutex_);
     if (is_new) filter_ = std::move(filter);
     is_known_ = true;
-    looks_ = false;
-    next_look_ = Clock::now() + between_looks_;
     was_read_.notify_all();
+    return between_looks_;
 }
 
 }  // namespace vantlow

@@ -6,11 +6,10 @@
 #include <string>
 #include <vector>
 
-#include "base/clock.h"
 #include "base/mutex.h"
+#include "bt/due_work.h"
 #include "bt/ip_filter.h"
 #include "platform/file_marks.h"
-#include "platform/thread.h"
 #include "runtime/tables.h"
 #include "store/settings.h"
 
@@ -28,7 +27,6 @@ class IpFilterKeeper {
     /// that.
     IpFilterKeeper(const Settings& settings, const SshTable& unpacking, ThreadPool& threads,
                    const std::u16string& folder, Clock::duration between_looks = std::chrono::seconds(2));
-    ~IpFilterKeeper() { reading_.join(); }
     IpFilterKeeper(const IpFilterKeeper&) = delete;
     IpFilterKeeper& operator=(const IpFilterKeeper&) = delete;
 
@@ -42,12 +40,12 @@ class IpFilterKeeper {
         FileStamp stamp;
         bool operator==(const List&) const = default;
     };
-    void look();
+    /// Returns the time until the next look.
+    Clock::duration look();
     [[nodiscard]] std::vector<List> lists() const;
 
     const Settings& settings_;
     const SshTable& unpacking_;
-    ThreadPool& threads_;
     const std::u16string own_list_;
     const Clock::duration between_looks_;
 
@@ -55,12 +53,9 @@ class IpFilterKeeper {
     Condition was_read_;
     std::shared_ptr<const IpFilter> filter_ VANTLOW_GUARDED_BY(mutex_);
     bool is_known_ VANTLOW_GUARDED_BY(mutex_) = false;  ///< the lists were read once
-    bool looks_ VANTLOW_GUARDED_BY(mutex_) = false;     ///< somebody looks at the lists
-    Clock::time_point next_look_ VANTLOW_GUARDED_BY(mutex_){};
 
-    // Of whoever set looks_.
-    std::vector<List> read_;  ///< as they were when they were read
-    ThreadPool::Running reading_;
+    std::vector<List> read_;  ///< as they were when they were read; of whoever looks
+    DueWork due_;             ///< last
 };
 
 }  // namespace vantlow

@@ -1,5 +1,7 @@
 #include "bt/tracker_list_keeper.h"
 
+#include <ctime>
+
 #include "base/text.h"
 #include "bt/announce.h"
 #include "bt/torrent_settings.h"
@@ -11,8 +13,7 @@ namespace vantlow {
 namespace {
 
 std::int64_t seconds_since_1970() {
-    const auto since = std::chrono::system_clock::now().time_since_epoch();
-    return std::chrono::duration_cast<std::chrono::seconds>(since).count();
+    return static_cast<std::int64_t>(std::time(nullptr));
 }
 
 }  // namespace
@@ -23,43 +24,38 @@ TrackerListKeeper::TrackerListKeeper(const Settings& settings, ConnectionService
     : settings_(settings),
       connections_(connections),
       libraries_(libraries),
-      threads_(threads),
       stop_(parent),
       path_(join_path(folder, u"trackerlist.txt")),
       keeps_(keeps),
-      times_(times) {}
+      times_(times),
+      due_(threads) {}
 
 TrackerListKeeper::~TrackerListKeeper() {
     stop_.request();
-    working_.join();
 }
 
 std::shared_ptr<const TrackerListKeeper::State> TrackerListKeeper::current(
     const std::function<HttpErrand()>& errand) {
     const std::string address(trim(to_utf8(settings_.text(setting::tracker_list))));
-    MutexLock guard(mutex_);
-    if (address != address_) {
+    bool is_other = false;
+    {
+        const MutexLock guard(mutex_);
+        is_other = address != address_;
+        if (is_other) state_ = nullptr;
         address_ = address;
-        state_ = nullptr;
-        next_work_ = Clock::now();
     }
+    if (is_other) due_.make_due();
     if (address.empty()) return nullptr;
-    if (!works_ && Clock::now() >= next_work_ && !stop_.requested()) {
-        works_ = true;
-        guard.unlock();
-        working_.join();
-        const Result started =
-            threads_.start(working_, [this, address, made = errand()] { work(address, made); });
-        guard.lock();
-        if (!started.ok()) {  // no thread: later
-            works_ = false;
-            next_work_ = Clock::now() + times_.again;
-        }
+    if (!stop_.requested() && due_.claim()) {
+        const bool is_under_way =
+            due_.start([this, address, made = errand()] { return work(address, made); });
+        if (!is_under_way) due_.done(times_.again);
     }
+    const MutexLock guard(mutex_);
     return address == address_ ? state_ : nullptr;
 }
 
-void TrackerListKeeper::work(const std::string& address, HttpErrand errand) {
+Clock::duration TrackerListKeeper::work(const std::string& address, HttpErrand errand) {
     load(address);
     State made;
     made.address = without_keys(address);
@@ -80,11 +76,10 @@ void TrackerListKeeper::work(const std::string& address, HttpErrand errand) {
         if (left.count() > 0) pause = std::min<Clock::duration>(pause, left);
     }
     const MutexLock guard(mutex_);
-    works_ = false;
-    if (address != address_) return;
-    next_work_ = Clock::now() + pause;
+    if (address != address_) return pause;
     const bool is_news = !state_ || !(state_->list == made.list) || state_->failure != made.failure;
     if (is_news && !stop_.requested()) state_ = std::make_shared<const State>(std::move(made));
+    return pause;
 }
 
 // A list that is kept of another address is of no use.

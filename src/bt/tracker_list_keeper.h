@@ -9,9 +9,9 @@
 
 #include "base/clock.h"
 #include "base/mutex.h"
+#include "bt/due_work.h"
 #include "bt/tracker_list.h"
 #include "platform/stop.h"
-#include "platform/thread.h"
 #include "store/settings.h"
 #include "transfer/http/errand.h"
 
@@ -53,7 +53,8 @@ class TrackerListKeeper {
     std::shared_ptr<const State> current(const std::function<HttpErrand()>& errand);
 
   private:
-    void work(const std::string& address, HttpErrand errand);
+    /// Returns the time until there is something to do again.
+    Clock::duration work(const std::string& address, HttpErrand errand);
     void load(const std::string& address);
     Outcome<TrackerList> fetch(const std::string& address, HttpErrand errand);
     /// Empty where it is kept, else a sentence.
@@ -62,7 +63,6 @@ class TrackerListKeeper {
     const Settings& settings_;
     ConnectionServices& connections_;
     const LibraryTables& libraries_;
-    ThreadPool& threads_;
     StopSource stop_;
     const std::u16string path_;
     const bool keeps_;
@@ -71,12 +71,9 @@ class TrackerListKeeper {
     Mutex mutex_;
     std::string address_ VANTLOW_GUARDED_BY(mutex_);  ///< that the state is of
     std::shared_ptr<const State> state_ VANTLOW_GUARDED_BY(mutex_);
-    bool works_ VANTLOW_GUARDED_BY(mutex_) = false;  ///< a thread does
-    Clock::time_point next_work_ VANTLOW_GUARDED_BY(mutex_){};
 
-    // Of whoever set works_.
-    std::optional<KeptTrackerList> kept_;
-    ThreadPool::Running working_;
+    std::optional<KeptTrackerList> kept_;  ///< the work's
+    DueWork due_;                          ///< last
 };
 
 }  // namespace vantlow

@@ -10,7 +10,7 @@
 
 #include "app/cli/get/get_run.h"
 #include "app/cli/get/list_memory.h"
-#include "get_fixture.h"
+#include "slow_list.h"
 #include "support/file_server.h"
 
 namespace vantlow::test {
@@ -233,13 +233,7 @@ TEST_F(GetLists, ARestartIsSaidWithoutBeingAsked) {
 TEST_F(GetLists, JobsThatAreStoppedReportNoTrouble) {
     constexpr int jobs = 12;
     FileServer server;
-    std::string list;
-    for (int i = 0; i < jobs; ++i) {
-        const std::string path = "/f" + std::to_string(i);
-        server.set(path, FileResource{.content = content, .accept_ranges = i % 2 == 0, .rate = 20'000});
-        list += server.url(path) + "\n";
-    }
-    own.write(u"list", list);
+    own.write(u"list", serve_slow_list(server, jobs));
     const auto program = begin({u"-n", u"16", u"-j", u"30", u"-i", own.path(u"list")});
     ASSERT_TRUE(server.server().wait_for_requests(jobs));
     std::this_thread::sleep_for(milliseconds(1500));  // further connections are asked for, and refused

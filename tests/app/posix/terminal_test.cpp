@@ -9,8 +9,7 @@
 #include <csignal>
 #include <cstdlib>
 
-#include "../get_fixture.h"
-#include "support/file_server.h"
+#include "../slow_list.h"
 
 namespace vantlow::test {
 namespace {
@@ -96,13 +95,7 @@ using Terminal = GetProgram;
 TEST_F(Terminal, IsNeverLowerThanTheProgressThatIsDrawn) {
     constexpr int jobs = 30;
     FileServer server;
-    std::string list;
-    for (int i = 0; i < jobs; ++i) {
-        const std::string path = "/f" + std::to_string(i);
-        server.set(path, FileResource{.content = content, .rate = 20'000});
-        list += server.url(path) + "\n";
-    }
-    own.write(u"list", list);
+    own.write(u"list", serve_slow_list(server, jobs));
     const InTerminal program(words({u"-n", u"1", u"-j", u"30", u"-i", own.path(u"list")}));
     ASSERT_TRUE(server.server().wait_for_requests(jobs));
     const std::string drawn = program.read_for(milliseconds(2500));
