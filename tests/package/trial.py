@@ -42,7 +42,7 @@ def server():
 def run(*words, **more):
     """(status, output and errors) of a command."""
     done = subprocess.run(
-        [str(w) for w in words], stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, timeout=100, **more
+        [str(w) for w in words], stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, timeout=250, **more
     )
     return done.returncode, done.stdout
 

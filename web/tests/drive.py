@@ -359,7 +359,8 @@ def looks(page, program, here, pictures=None):
     right_edges = page.run("[...document.querySelectorAll('.tools > :not(.count)')].map(tool => tool.getBoundingClientRect().right)")
     assert len(right_edges) == 10 and max(right_edges) <= 390, right_edges
     page.run("(s => { s.value = 'name'; s.dispatchEvent(new Event('change')); })(document.querySelector('.sorting select'))")
-    page.wait("rows()[0].textContent.includes('disc image')")
+    first = "disc image" if pictures else "many-0.bin"
+    page.wait(f"rows()[0].textContent.includes('{first}')")
     page.run("(s => { s.value = 'added'; s.dispatchEvent(new Event('change')); })(document.querySelector('.sorting select'))")
     page.wait("rows()[1].textContent.includes('many-')")
     page.picture(pictures, "phone-light")
