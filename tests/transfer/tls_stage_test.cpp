@@ -141,9 +141,10 @@ TEST_F(TlsStageTest, ManyConnectionsOfOneThreadCarryBytesBothWays) {
             exchange.answer(200, "OK", body);
     });
     const std::uint16_t port = closed_port();
-    const Nginx nginx(
-        server_lines(port, "client_max_body_size 0;\nlocation / { proxy_pass http://127.0.0.1:" +
-                               std::to_string(echo.port()) + "; }\n"));
+    const Nginx nginx(server_lines(port,
+                                   "client_max_body_size 0; client_header_timeout 300; client_body_timeout "
+                                   "300;\nlocation / { proxy_pass http://127.0.0.1:" +
+                                       std::to_string(echo.port()) + "; }\n"));
     const std::string large = make_content(3, 3'000'000);
     const std::string small = make_content(4, 20'000);
     const auto request = [](const std::string& body) {

@@ -21,7 +21,7 @@ namespace {
 
 std::u16string name_of(const CJobNode& job) {
     const std::size_t cut = job.path.find_last_of(u"/\\");
-    const std::u16string name = cut == std::u16string::npos ? job.path : job.path.substr(cut + 1);
+    std::u16string name = cut == std::u16string::npos ? job.path : job.path.substr(cut + 1);
     if (!name.empty()) return name;
     return job.file_name.empty() ? job.address : job.file_name;
 }
@@ -241,6 +241,7 @@ void JobActions::remove(bool with_files) {
     const auto jobs = selected();
     if (jobs.empty()) return;
     std::vector<Guid> ids;
+    ids.reserve(jobs.size());
     for (const CJobNode* const job : jobs) ids.push_back(job->identity);
     const auto count = static_cast<std::int64_t>(jobs.size());
     const std::string name = shown(name_of(*jobs.front()));

@@ -11,13 +11,13 @@ namespace vantlow {
 /// those that the program makes.
 class NativePane : public wxPanel {
   public:
+    ~NativePane() override = default;
     NativePane(const NativePane&) = delete;
     NativePane& operator=(const NativePane&) = delete;
     [[nodiscard]] wxWindow& control() const noexcept { return *filling_; }
 
   protected:
     explicit NativePane(wxWindow* parent) : wxPanel(parent) {}
-    ~NativePane() override = default;
     /// The control, a child of this panel, takes all of its room.
     void fill_with(wxWindow& control);
     /// To be called for each change of the selection that the control tells of.

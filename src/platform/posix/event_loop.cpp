@@ -78,7 +78,7 @@ class SocketLoop final : public EventLoop {
     bool run_in_turn(const std::function<void(const Events::Reply&)>& work, std::string& answer);
     [[nodiscard]] std::optional<int> due_timer();
     [[nodiscard]] Clock::time_point next_timer() const;
-    void notify() noexcept;
+    std::function<void()> notify() VANTLOW_REQUIRES(mutex_);
 
     Events events_;
     std::string path_;
@@ -141,38 +141,40 @@ void SocketLoop::set_timer(int id, std::chrono::milliseconds period) {
 }
 
 void SocketLoop::post(std::function<void()> work) {
+    std::function<void()> wake;
     {
         const MutexLock guard(mutex_);
         if (closed_) return;
         work_.push_back(std::move(work));
-    }
-    notify();
-}
-
-void SocketLoop::quit() noexcept {
-    {
-        const MutexLock guard(mutex_);
-        quitting_ = true;
-    }
-    notify();
-}
-
-void SocketLoop::notify() noexcept {
-    changed_.notify_all();
-    std::function<void()> wake;
-    {
-        const MutexLock guard(mutex_);
-        wake = wake_host_;
+        wake = notify();
     }
     if (wake) wake();
 }
 
+void SocketLoop::quit() noexcept {
+    std::function<void()> wake;
+    {
+        const MutexLock guard(mutex_);
+        quitting_ = true;
+        wake = notify();
+    }
+    if (wake) wake();
+}
+
+// Under the lock: behind it the loop may have ended, and be gone. Gives the call that wakes a host.
+std::function<void()> SocketLoop::notify() {
+    changed_.notify_all();
+    return wake_host_;
+}
+
 void SocketLoop::be_hosted(Host host) {
+    std::function<void()> wake;
     {
         const MutexLock guard(mutex_);
         wake_host_ = std::move(host.wake);
+        wake = notify();
     }
-    notify();  // for what was posted before
+    if (wake) wake();  // for what was posted before
 }
 
 // Of the work that this pass finds, not of what is posted meanwhile: the host has events of its own.

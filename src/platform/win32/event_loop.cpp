@@ -152,11 +152,9 @@ void WindowLoop::post(std::function<void()> work) {
 }
 
 void WindowLoop::quit() noexcept {
-    {
-        const MutexLock guard(mutex_);
-        quitting_ = true;
-    }
-    PostMessageW(window_, wm_work, 0, 0);
+    const MutexLock guard(mutex_);
+    quitting_ = true;
+    PostMessageW(window_, wm_work, 0, 0);  // under the lock: behind it the loop may have ended, and be gone
 }
 
 // All that is there: a message may have been lost in a full queue.
