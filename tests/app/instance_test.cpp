@@ -35,6 +35,14 @@ class Instance : public StoreRun {
         ok({u"quit"});
         EXPECT_EQ(program->wait(20s).status, 0) << program->err();
     }
+    // A save may take a file away while that is being removed.
+    bool remove_data_folder() const {
+        return eventually([&] {
+            std::error_code error;
+            std::filesystem::remove_all(folder.utf8_path("data"), error);
+            return !error;
+        });
+    }
     static bool eventually(const std::function<bool()>& condition, std::chrono::seconds at_most = 20s) {
         const auto until = std::chrono::steady_clock::now() + at_most;
         while (!condition()) {
@@ -302,20 +310,11 @@ TEST_F(Instance, files_nothing_that_cannot_be_saved) {
     EXPECT_EQ(list().size(), 2U);
 }
 
-// A save may take a file away while that is being removed.
-bool remove_folder(const std::string& path) {
-    return eventually([&] {
-        std::error_code error;
-        std::filesystem::remove_all(path, error);
-        return !error;
-    });
-}
-
 TEST_F(Instance, takes_its_folder_again_when_that_was_removed) {
     if (path_separator() == u'\\') GTEST_SKIP() << "Windows removes no folder in which a file is open";
     begin();
     add({u"--paused", u"http://h/first"});
-    ASSERT_TRUE(remove_folder(folder.utf8_path("data")));
+    ASSERT_TRUE(remove_data_folder());
     EXPECT_TRUE(eventually([&] { return !data_file(u"data/.lock").empty(); })) << "it is reached again";
     add({u"--paused", u"http://h/second"});
     EXPECT_EQ(list().size(), 2U);
@@ -367,7 +366,7 @@ TEST_F(Instance, its_messages_go_on_in_the_folder_that_it_took_again) {
     if (path_separator() == u'\\') GTEST_SKIP() << "Windows removes no folder in which a file is open";
     const RunResult started = run({u"serve", u"--background"});
     ASSERT_EQ(started.status, 0) << started.err;
-    ASSERT_TRUE(remove_folder(folder.utf8_path("data")));
+    ASSERT_TRUE(remove_data_folder());
     const auto says = [&](const char* text) {
         return eventually([&] { return data_file(u"data/resident.log").find(text) != std::string::npos; });
     };
