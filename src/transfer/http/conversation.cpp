@@ -56,10 +56,6 @@ std::size_t drop_rubbish(std::string& bytes) {
     return at;
 }
 
-Result not_http() {
-    return {Code::server_error, "The answer is not an HTTP response."};
-}
-
 HttpRequest::Login line_of(HttpLogin& login, const HttpRequest& request, const std::string& target) {
     HttpRequest::Login line;
     line.value = login.line(method_of(request), target);
@@ -197,7 +193,7 @@ Result HttpConversation::read_head(Clock::time_point until, HttpHead& head, bool
         if (end != std::string::npos) {
             if (Result result = parse_one(end, head); !result.ok()) return result;
             search.searched = 0;
-            if (head.status < 200 && head.status != 101) {
+            if (head.is_interim()) {
                 ++search.interim_answers;
                 continue;
             }

@@ -183,15 +183,14 @@ Result read_field(HttpHead& head, std::string_view name, std::string_view value)
 }
 
 Result read_status_line(HttpHead& head, std::string_view line) {
-    Result not_http{Code::server_error, "The answer is not an HTTP response."};
-    if (!iequals(line.substr(0, 4), "HTTP")) return not_http;
+    if (!iequals(line.substr(0, 4), "HTTP")) return not_http();
     const auto blank = line.find(' ');
-    if (blank == std::string_view::npos) return not_http;
+    if (blank == std::string_view::npos) return not_http();
     const std::string_view version = line.substr(0, blank);
     head.minor_version = iequals(version, "HTTP/1.0") || iequals(version, "HTTP") ? 0 : 1;
     std::string_view rest = trim(line.substr(blank));
     const auto status = parse_decimal(rest.substr(0, 3));
-    if (!status || *status < 100 || (rest.size() > 3 && rest[3] != ' ')) return not_http;
+    if (!status || *status < 100 || (rest.size() > 3 && rest[3] != ' ')) return not_http();
     head.status = static_cast<int>(*status);
     head.reason = std::string(trim(rest.substr(3)));
     // HTTP/1.1 keeps the connection unless told otherwise (RFC 9112, 9.3).
@@ -238,6 +237,10 @@ std::string without_login(std::string_view line) {
 
 }  // namespace
 
+Result not_http() {
+    return {Code::server_error, "The answer is not an HTTP response."};
+}
+
 std::size_t find_head_end(std::string_view bytes, std::size_t search_from) {
     // An empty line is an LF that directly follows an LF, or an LF CR.
     std::size_t at = search_from;
@@ -254,14 +257,14 @@ Outcome<HttpHead> parse_head(std::string_view bytes) {
     bool first = true;
     Result result = for_each_line(bytes, [&](std::string_view line) -> Result {
         if (std::exchange(first, false)) return read_status_line(head, line);
-        // Interim answers have no body, and nothing in their fields is needed: whatever these say.
-        if (head.status < 200 && head.status != 101) return {};
+        // Nothing in the fields of an interim answer is needed, whatever they say.
+        if (head.is_interim()) return {};
         const auto colon = line.find(':');
         if (colon == std::string_view::npos) return {};  // not a field: left out, as browsers do
         return read_field(head, trim(line.substr(0, colon)), trim(line.substr(colon + 1)));
     });
     if (!result.ok()) return result;
-    if (first) return Result(Code::server_error, "The answer is not an HTTP response.");
+    if (first) return not_http();
     // The length is ignored where the body has a transfer coding (RFC 9112, 6.3).
     if (head.chunked || head.transfer_coding != ContentCoding::identity) head.length.reset();
     return head;

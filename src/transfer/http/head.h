@@ -66,7 +66,13 @@ struct HttpHead {
     std::vector<std::string> server_challenges;  ///< the www-authenticate fields as sent
     std::vector<std::string> proxy_challenges;
     std::optional<std::int64_t> icy_metaint;
+
+    /// Another answer follows this one (RFC 9110, 15.2), which has no body.
+    [[nodiscard]] bool is_interim() const noexcept { return status < 200 && status != 101; }
 };
+
+/// The failure of an answer that is none of HTTP.
+Result not_http();
 
 /// The longest header that is read. Servers with real needs stay far below; the rest costs bounded memory.
 inline constexpr std::size_t longest_head = 256 * 1024;
