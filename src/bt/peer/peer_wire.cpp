@@ -115,28 +115,23 @@ std::optional<PeerHandshake> PeerHandshake::parse(std::string_view bytes) {
 }
 
 std::string PeerMessage::bytes() const {
+    return head(data.size()).append(data);
+}
+
+std::string PeerMessage::head(std::size_t data_size) const {
     std::string out;
     if (kind == MessageKind::keep_alive) {
         put_number(out, std::uint32_t{0});
         return out;
     }
     const Layout layout = layout_of(kind);
-    put_number(out, static_cast<std::uint32_t>(1 + size_of(layout).least + data.size()));
+    put_number(out, static_cast<std::uint32_t>(1 + size_of(layout).least + data_size));
     put_number(out, static_cast<std::uint8_t>(kind));
     if (layout == Layout::piece || layout == Layout::range || layout == Layout::block) put_number(out, piece);
     if (layout == Layout::range || layout == Layout::block) put_number(out, begin);
     if (layout == Layout::range) put_number(out, length);
     if (layout == Layout::port) put_number(out, port);
     if (layout == Layout::extended) put_number(out, extended);
-    return out.append(data);
-}
-
-std::string piece_header(std::uint32_t piece, std::uint32_t begin, std::uint32_t length) {
-    std::string out;
-    put_number(out, static_cast<std::uint32_t>(1 + size_of(Layout::block).least) + length);
-    put_number(out, static_cast<std::uint8_t>(MessageKind::piece));
-    put_number(out, piece);
-    put_number(out, begin);
     return out;
 }
 

@@ -64,10 +64,9 @@ struct PeerMessage {
     std::string_view data{};
 
     [[nodiscard]] std::string bytes() const;
+    /// Everything in front of the data, of which so many bytes follow.
+    [[nodiscard]] std::string head(std::size_t data_size) const;
 };
-
-/// The beginning of a message "piece", which `length` bytes of a block follow.
-std::string piece_header(std::uint32_t piece, std::uint32_t begin, std::uint32_t length);
 
 /// Divides what a peer sends into messages, whatever the pieces are in which it comes. One thread.
 class PeerReader {

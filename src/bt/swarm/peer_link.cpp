@@ -94,7 +94,8 @@ void PeerLink::send(std::string_view bytes) {
 }
 
 void PeerLink::send_block(const PieceBlock& block, std::string_view bytes) {
-    send(piece_header(block.piece, block.begin, static_cast<std::uint32_t>(bytes.size())));
+    const PeerMessage message{.kind = PeerMessage::Kind::piece, .piece = block.piece, .begin = block.begin};
+    send(message.head(bytes.size()));
     send(bytes);
 }
 
