@@ -26,8 +26,8 @@ constexpr std::array schemes{
 };
 constexpr std::int32_t socks_port = 1080;
 
-// Escapes a user name so that it ends nothing early: everything but letters, digits and "-._~" becomes %XX
-// (RFC 3986, 2.3).
+// Escapes a user name or a password so that it ends nothing early: everything but letters, digits and "-._~"
+// becomes %XX (RFC 3986, 2.3).
 std::u16string escaped(const std::u16string& text) {
     std::string out;
     for (const char c : to_utf8(text)) {
@@ -69,6 +69,21 @@ std::u16string read_password(std::string_view text) {
     return secret ? to_utf16(text_of(*secret)) : std::u16string();
 }
 
+// `login`: in the form in which it stands in an address.
+std::u16string text_with(const std::u16string& login, const CProxyNode& proxy) {
+    const auto found = std::find_if(schemes.begin(), schemes.end(),
+                                    [&](const Scheme& one) { return one.kind == proxy.kind; });
+    if (found == schemes.end()) return u"direct";
+    std::u16string host = proxy.host;
+    if (host.find(u':') != std::u16string::npos) {
+        // A zone's "%" is escaped (RFC 6874): the digits of its name could be taken for an escape.
+        if (const auto zone = host.find(u'%'); zone != std::u16string::npos) host.insert(zone + 1, u"25");
+        host = u"[" + host + u"]";
+    }
+    const std::u16string before = login.empty() ? u"" : login + u"@";
+    return std::u16string(found->prefix) + before + host + u":" + to_utf16(std::to_string(proxy.port));
+}
+
 }  // namespace
 
 std::optional<CProxyNode> parse_proxy(std::u16string_view text) {
@@ -94,17 +109,12 @@ std::optional<CProxyNode> parse_proxy(std::u16string_view text) {
 }
 
 std::u16string proxy_text(const CProxyNode& proxy) {
-    const auto found = std::find_if(schemes.begin(), schemes.end(),
-                                    [&](const Scheme& one) { return one.kind == proxy.kind; });
-    if (found == schemes.end()) return u"direct";
-    std::u16string host = proxy.host;
-    if (host.find(u':') != std::u16string::npos) {
-        // A zone's "%" is escaped (RFC 6874): the digits of its name could be taken for an escape.
-        if (const auto zone = host.find(u'%'); zone != std::u16string::npos) host.insert(zone + 1, u"25");
-        host = u"[" + host + u"]";
-    }
-    const std::u16string user = proxy.user.empty() ? u"" : escaped(proxy.user) + u"@";
-    return std::u16string(found->prefix) + user + host + u":" + to_utf16(std::to_string(proxy.port));
+    return text_with(escaped(proxy.user), proxy);
+}
+
+std::u16string proxy_text_with_password(const CProxyNode& proxy) {
+    const bool has_both = !proxy.user.empty() && !proxy.password.empty();
+    return text_with(escaped(proxy.user) + (has_both ? u":" + escaped(proxy.password) : u""), proxy);
 }
 
 std::string write_proxy_list(const std::vector<CProxyNode>& proxies) {

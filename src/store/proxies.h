@@ -22,6 +22,9 @@ std::optional<CProxyNode> parse_proxy(std::u16string_view text);
 /// proxy.
 std::u16string proxy_text(const CProxyNode& proxy);
 
+/// The same with the password, where it has a user: for a job, never to be shown.
+std::u16string proxy_text_with_password(const CProxyNode& proxy);
+
 /// The name of the file in the data folder.
 inline constexpr std::u16string_view proxy_list_name = u".proxy";
 inline constexpr std::size_t most_proxies = 10000;

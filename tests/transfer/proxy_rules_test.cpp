@@ -73,6 +73,7 @@ TEST(ProxyAddress, IsReadAsItIsWritten) {
     ASSERT_TRUE(node);
     EXPECT_EQ(node->kind, CProxyNode::http_tunnel);
     EXPECT_EQ(proxy_text(*node), u"connect://a%2Fb@[::1]:8");
+    EXPECT_EQ(proxy_text_with_password(*node), u"connect://a%2Fb:c@[::1]:8");
     EXPECT_EQ(parse_proxy(u"h:3128")->kind, CProxyNode::http);
     EXPECT_EQ(proxy_text(*parse_proxy(u"socks4a://h")), u"socks4://h:1080");
 }

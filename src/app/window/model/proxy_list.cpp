@@ -9,22 +9,6 @@
 #include "store/setting_table.h"
 
 namespace vantlow {
-namespace {
-
-// The proxy with its password, each byte of which is escaped (RFC 3986, 2.1): for a job, never to be shown.
-std::u16string with_password(const CProxyNode& proxy) {
-    std::u16string text = proxy_text(proxy);
-    if (proxy.password.empty()) return text;
-    std::string escaped;
-    for (const char c : to_utf8(proxy.password))
-        escaped += print("%%%02X", static_cast<unsigned>(static_cast<unsigned char>(c)));
-    const std::size_t at = text.find(u'@');
-    if (at == std::u16string::npos) return text;  // without a user there is nobody whose it could be
-    return text.insert(at, u":" + to_utf16(escaped));
-}
-
-}  // namespace
-
 std::string ProxyList::read() {
     std::vector<CProxyNode> proxies;
     std::string error;
@@ -84,7 +68,7 @@ std::string ProxyList::use(std::optional<std::size_t> index) {
 std::unique_ptr<Inquiry> ProxyList::test(std::size_t index, std::function<void()> wake) const {
     JobDraft draft;
     draft.links = {"http://www.example.com/"};  // reserved for such uses (RFC 2606)
-    draft.proxy = with_password(proxies_[index]);
+    draft.proxy = proxy_text_with_password(proxies_[index]);
     return engine_.inquire(draft, std::move(wake));
 }
 
