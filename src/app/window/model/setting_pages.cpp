@@ -147,7 +147,7 @@ std::string help_of(const KnownSetting& setting, Editor editor) {
 // Windows alone dials; of others the meaning says where they are of use.
 bool is_of_this_system(const KnownSetting& setting) {
     static const bool is_windows = platform_name().starts_with("Windows");
-    if (is_windows) return !setting.meaning.ends_with("not on Windows");
+    if (is_windows) return true;
     return setting.section != "Dial Up" && !setting.meaning.ends_with("(Windows)");
 }
 
