@@ -144,17 +144,15 @@ bool WindowLoop::make(Role role, std::string& error) {
 }
 
 void WindowLoop::post(std::function<void()> work) {
-    {
-        const MutexLock guard(mutex_);
-        work_.push_back(std::move(work));
-    }
-    PostMessageW(window_, wm_work, 0, 0);
+    const MutexLock guard(mutex_);
+    work_.push_back(std::move(work));
+    PostMessageW(window_, wm_work, 0, 0);  // under the lock: behind it the loop may have ended, and be gone
 }
 
 void WindowLoop::quit() noexcept {
     const MutexLock guard(mutex_);
     quitting_ = true;
-    PostMessageW(window_, wm_work, 0, 0);  // under the lock: behind it the loop may have ended, and be gone
+    PostMessageW(window_, wm_work, 0, 0);  // as in post()
 }
 
 // All that is there: a message may have been lost in a full queue.
