@@ -31,6 +31,8 @@ import tempfile
 import threading
 import time
 
+from servers import free_port, memory_kib, process_seconds
+
 FILE_SIZE = 512 * 1024 * 1024
 
 
@@ -91,24 +93,12 @@ def milliseconds(times):
     return {share: round(times[min(int(len(times) * float(share) / 100), len(times) - 1)] * 1000, 2) for share in ("50", "99", "99.9", "100")}
 
 
-def memory(process):
-    lines = pathlib.Path(f"/proc/{process}/status").read_text().splitlines()
-    return next(int(line.split()[1]) for line in lines if line.startswith("VmRSS:"))
-
-
-def processor_seconds(process):
-    fields = pathlib.Path(f"/proc/{process}/stat").read_text().rsplit(")", 1)[1].split()
-    return (int(fields[11]) + int(fields[12])) / os.sysconf("SC_CLK_TCK")
-
-
 class Bench:
     """The program with its jobs and its WebSockets."""
 
     def __init__(self, options, root):
         self.options, self.root = options, root
-        with socket.socket() as free:
-            free.bind(("127.0.0.1", 0))
-            self.port = free.getsockname()[1]
+        self.port = free_port()
         (root / "settings.ini").write_text("[Torrent]\nDHT=0\nLSD=0\nPortMapping=0\n")
         self.process = subprocess.Popen([options.program, "--data-dir", str(root / "data"), "--settings", str(root / "settings.ini"), "serve", "--foreground",
                                          "-q", "--rpc-listen", f"127.0.0.1:{self.port}", "--rpc-secret", "bench"],
@@ -153,18 +143,18 @@ class Bench:
                 "listThousandSeconds": self.seconds_of("aria2.tellWaiting", 0, 1000)}
         known = self.client.call("vantlow.list")
         told["listChangedSeconds"] = self.seconds_of("vantlow.list", {"since": known["revision"], "session": known["session"]})
-        before = processor_seconds(self.process.pid)
+        before = process_seconds(self.process.pid)
         time.sleep(2)
-        told["idleShare"] = round((processor_seconds(self.process.pid) - before) / 2, 4)
+        told["idleShare"] = round((process_seconds(self.process.pid) - before) / 2, 4)
         for name, keys in (("fourKeys", FEW), ("allKeys", [])):
-            before = processor_seconds(self.process.pid)
+            before = process_seconds(self.process.pid)
             with multiprocessing.Pool(self.options.clients) as pool:
                 until = time.perf_counter() + self.options.seconds
                 times = sum(pool.starmap(load, [(self.port, self.client.token, self.gids, keys, until)] * self.options.clients), [])
-            spent = processor_seconds(self.process.pid) - before
+            spent = process_seconds(self.process.pid) - before
             told[name] = {"requestsPerSecond": round(len(times) / self.options.seconds), "milliseconds": milliseconds(times),
                           "processorMicroseconds": round(spent / len(times) * 1e6)}
-        return told | {"memoryKiB": memory(self.process.pid)}
+        return told | {"memoryKiB": memory_kib(self.process.pid, "VmRSS")}
 
     def at_rate(self, pool, seconds):
         share = self.options.rate / self.options.clients
@@ -173,22 +163,22 @@ class Bench:
                                             for i in range(self.options.clients)])
 
     def rate(self):
-        before = memory(self.process.pid), processor_seconds(self.process.pid)
+        before = memory_kib(self.process.pid, "VmRSS"), process_seconds(self.process.pid)
         with multiprocessing.Pool(self.options.clients) as pool:
             self.at_rate(pool, 1).wait()  # the clients' own beginning is not measured
             answers = self.at_rate(pool, 60).get()
         times = sum((one for one, _ in answers), [])
         return {"answered": len(times), "failed": sum(failed for _, failed in answers), "milliseconds": milliseconds(times), "webSockets": len(self.idle),
-                "processorShare": round((processor_seconds(self.process.pid) - before[1]) / 60, 3), "memoryKiB": [before[0], memory(self.process.pid)]}
+                "processorShare": round((process_seconds(self.process.pid) - before[1]) / 60, 3), "memoryKiB": [before[0], memory_kib(self.process.pid, "VmRSS")]}
 
     def fetch(self, address):
         watcher = open_websocket(self.port, self.client.token)
-        spent, began = processor_seconds(self.process.pid), time.perf_counter()
+        spent, began = process_seconds(self.process.pid), time.perf_counter()
         gid = self.client.call("aria2.addUri", [address], {"dir": str(self.root), "out": "fetched", "split": "1", "allow-overwrite": "true"})
         told = b""
         while b'onDownloadComplete","params":[{"gid":"' + gid.encode() not in told:
             told += watcher.recv(65536)
-        took = time.perf_counter() - began, processor_seconds(self.process.pid) - spent
+        took = time.perf_counter() - began, process_seconds(self.process.pid) - spent
         watcher.close()
         self.client.call("vantlow.remove", [gid], "erase")
         return took

@@ -6,32 +6,20 @@ every file compared. And this program's memory with 200 connections that all ask
     bench/giving.py --vantlow PROGRAM [--mib N] [--rounds N] [--dir DIR] [--python PYTHON]
 """
 
-import argparse
 import filecmp
 import os
 import socket
 import statistics
 import subprocess
 import sys
-import tempfile
 import threading
 import time
 
-from torrents import ADDRESS, CRYPTO, MIB, PIECE, SEED, SETTINGS, Comparison, enter_own_network
+from servers import memory_kib, process_seconds
+from torrents import ADDRESS, CRYPTO, MIB, PIECE, SEED, SETTINGS, Comparison, enter_own_network, options_of, own_folder
 
 TAKERS, PORT, CONNECTIONS = 4, 6990, 200
 BLOCK = 16384
-
-
-def processor_seconds(pid):
-    with open(f"/proc/{pid}/stat", encoding="ascii") as file:
-        fields = file.read().rpartition(")")[2].split()
-    return (int(fields[11]) + int(fields[12])) / os.sysconf("SC_CLK_TCK")
-
-
-def peak_mib(pid):
-    with open(f"/proc/{pid}/status", encoding="ascii") as file:
-        return next(int(line.split()[1]) for line in file if line.startswith("VmHWM")) / 1024
 
 
 class Giving:
@@ -81,11 +69,11 @@ class Giving:
         seed = self.start(name)
         targets = [os.path.join(self.folder, f"taken{i}") for i in range(TAKERS)]
         try:
-            before, begin = processor_seconds(seed.pid), time.monotonic()
+            before, begin = process_seconds(seed.pid), time.monotonic()
             takers = [subprocess.Popen([self.comparison.floor, self.info_hash, str(self.options.mib * MIB), str(PIECE),
                                         self.original + ".hashes", target, f"{ADDRESS}:{PORT}"]) for target in targets]
             codes = [taker.wait(300) for taker in takers]
-            wall, processor = time.monotonic() - begin, processor_seconds(seed.pid) - before
+            wall, processor = time.monotonic() - begin, process_seconds(seed.pid) - before
             right = not any(codes) and all(filecmp.cmp(self.original, target, shallow=False) for target in targets)
             return (wall, processor) if right else None
         finally:
@@ -120,7 +108,7 @@ class Giving:
             thread.start()
         for thread in threads:
             thread.join()
-        peak = peak_mib(seed.pid)
+        peak = memory_kib(seed.pid, "VmHWM") / 1024
         with open("/proc/net/tcp", encoding="ascii") as table:
             here = sum(line.split()[1].endswith(f":{PORT:04X}") and line.split()[3] == "01" for line in table)
         for peer in peers:
@@ -131,18 +119,9 @@ class Giving:
 
 
 def main():
-    parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
-    parser.add_argument("--vantlow", required=True)
-    parser.add_argument("--mib", type=int, default=512)
-    parser.add_argument("--rounds", type=int, default=3)
-    parser.add_argument("--dir", default="/dev/shm")
-    parser.add_argument("--python", default="/usr/bin/python3", help="one that has libtorrent")
-    parser.add_argument("--inside", action="store_true", help=argparse.SUPPRESS)
-    options = parser.parse_args()
+    options = options_of(__doc__, mib=512, rounds=3)
     enter_own_network(options.inside, sys.executable)
-    options.vantlow = os.path.abspath(options.vantlow)
-    with tempfile.TemporaryDirectory(dir=options.dir) as folder:
-        os.environ |= {"HOME": folder, "XDG_RUNTIME_DIR": folder, "XDG_CONFIG_HOME": "", "XDG_DATA_HOME": ""}
+    with own_folder(options) as folder:
         giving = Giving(options, folder)
         seen = {}
         for _ in range(options.rounds):

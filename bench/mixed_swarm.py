@@ -9,7 +9,6 @@ many: 20 of one kind fetch from a seed of 16 MiB/s; once this program, once libt
 end is when a tracker hears "completed". Ends with 1 when somebody's files are wrong or late.
 """
 
-import argparse
 import filecmp
 import json
 import os
@@ -23,7 +22,7 @@ import threading
 import time
 import urllib.parse
 
-from torrents import MIB, TrackerRequest, Trackers, enter_own_network
+from torrents import MIB, TrackerRequest, Trackers, enter_own_network, options_of
 
 QUIET = """
 import sys, time
@@ -199,17 +198,8 @@ def run(title, swarm, seed, members):
 
 
 def main():
-    parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
-    parser.add_argument("--vantlow", required=True)
-    parser.add_argument("--only", default="mixed,seed,many")
-    parser.add_argument("--mib", type=int, default=96)
-    parser.add_argument("--many", type=int, default=20)
-    parser.add_argument("--dir", default="/dev/shm")
-    parser.add_argument("--python", default="/usr/bin/python3", help="one that has libtorrent")
-    parser.add_argument("--inside", action="store_true", help=argparse.SUPPRESS)
-    options = parser.parse_args()
+    options = options_of(__doc__, only="mixed,seed,many", mib=96, many=20)
     enter_own_network(options.inside, options.python)
-    options.vantlow = os.path.abspath(options.vantlow)
     good = True
     with tempfile.TemporaryDirectory(dir=options.dir) as folder:
         swarm = Swarm(options, folder)

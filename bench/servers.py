@@ -43,6 +43,12 @@ def process_seconds(pid):
         return 0.0
 
 
+def memory_kib(pid, name):
+    """A figure of a running process's memory: "VmRSS", "VmHWM" (the peak), "RssAnon"."""
+    with open(f"/proc/{pid}/status") as file:
+        return next(int(line.split()[1]) for line in file if line.startswith(name + ":"))
+
+
 class Server:
     """A running server; leave the `with` block to end it."""
 

@@ -150,6 +150,28 @@ def enter_own_network(is_inside, python):
         subprocess.run(["ip", *words], check=True)
 
 
+def options_of(doc, **defaults):
+    """The command line's options: those that all scripts of torrents have, and each script's own with their defaults."""
+    parser = argparse.ArgumentParser(description=doc, formatter_class=argparse.RawDescriptionHelpFormatter)
+    parser.add_argument("--vantlow", required=True)
+    for name, default in defaults.items():
+        parser.add_argument(f"--{name}", type=type(default), default=default)
+    parser.add_argument("--dir", default="/dev/shm")
+    parser.add_argument("--python", default="/usr/bin/python3", help="one that has libtorrent")
+    parser.add_argument("--inside", action="store_true", help=argparse.SUPPRESS)
+    options = parser.parse_args()
+    options.vantlow = os.path.abspath(options.vantlow)
+    return options
+
+
+@contextlib.contextmanager
+def own_folder(options):
+    """A temporary folder, which is the home of all programs that are started."""
+    with tempfile.TemporaryDirectory(dir=options.dir) as folder:
+        os.environ |= {"HOME": folder, "XDG_RUNTIME_DIR": folder, "XDG_CONFIG_HOME": "", "XDG_DATA_HOME": ""}
+        yield folder
+
+
 def measure(command, target, original):
     """Wall and processor seconds; None for a wrong file."""
     os.makedirs(target)
@@ -263,19 +285,9 @@ class Comparison:
 
 
 def main():
-    parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
-    parser.add_argument("--vantlow", required=True)
-    parser.add_argument("--only", default=",".join(SCENARIOS))
-    parser.add_argument("--mib", type=int, default=1024)
-    parser.add_argument("--rounds", type=int, default=3)
-    parser.add_argument("--dir", default="/dev/shm")
-    parser.add_argument("--python", default="/usr/bin/python3", help="one that has libtorrent")
-    parser.add_argument("--inside", action="store_true", help=argparse.SUPPRESS)
-    options = parser.parse_args()
+    options = options_of(__doc__, only=",".join(SCENARIOS), mib=1024, rounds=3)
     enter_own_network(options.inside, sys.executable)
-    options.vantlow = os.path.abspath(options.vantlow)
-    with tempfile.TemporaryDirectory(dir=options.dir) as folder:
-        os.environ |= {"HOME": folder, "XDG_RUNTIME_DIR": folder, "XDG_CONFIG_HOME": "", "XDG_DATA_HOME": ""}
+    with own_folder(options) as folder:
         comparison = Comparison(options, folder)
         for name in options.only.split(","):
             comparison.run(name, SCENARIOS[name])

@@ -13,7 +13,6 @@ and ends with 1 when a bound is broken.
 import argparse
 import asyncio
 import contextlib
-import os
 import pathlib
 import signal
 import subprocess
@@ -26,6 +25,7 @@ ROOT = pathlib.Path(__file__).resolve().parents[1]
 sys.path.insert(0, str(ROOT / "tests/support"))
 import display  # noqa: E402
 from display import until, windows  # noqa: E402
+from servers import memory_kib, process_seconds  # noqa: E402
 
 START, SHARE, WAIT, MEMORY = 1.5, 5.0, 0.05, 80  # seconds, per cent of a core, seconds, MiB
 PIECE = 4096
@@ -89,18 +89,14 @@ class Resident(display.Vantlow):
         self.own.wait(60)
 
     def processor_time(self):
-        fields = pathlib.Path(f"/proc/{self.own.pid}/stat").read_text().rsplit(")", 1)[1].split()
-        return (int(fields[11]) + int(fields[12])) / os.sysconf("SC_CLK_TCK")
+        return process_seconds(self.own.pid)
 
     def thread_time(self):
         """Of the thread of engine and window."""
         return int(pathlib.Path(f"/proc/{self.own.pid}/task/{self.own.pid}/schedstat").read_text().split()[0]) / 1e9
 
     def memory(self, name):
-        for line in pathlib.Path(f"/proc/{self.own.pid}/status").read_text().splitlines():
-            if line.startswith(name):
-                return int(line.split()[1]) / 1024
-        raise RuntimeError(name)
+        return memory_kib(self.own.pid, name) / 1024
 
 
 def measure_start(programs, jobs):

@@ -85,6 +85,14 @@ class ControlEndpoint : public testing::Test {
         began_ = Clock::now();
     }
 
+    // A WebSocket is quite open a moment after its opening answer: until then nothing is for it.
+    void hear_notification() {
+        for (int i = 0; i < 500 && seen_.empty(); ++i) {
+            endpoint_->notify("first");
+            static_cast<void>(read_some(20ms));
+        }
+    }
+
     StopSource stop_;
     std::unique_ptr<Endpoint> endpoint_;
     TcpSocket client_;
@@ -140,10 +148,7 @@ TEST_F(ControlEndpoint, a_websocket_that_gives_no_sign_is_ended) {
 TEST_F(ControlEndpoint, a_websocket_hears_notifications_once_it_is_open) {
     open({});
     open_websocket();
-    for (int i = 0; i < 500 && seen_.empty(); ++i) {
-        endpoint_->notify("first");
-        static_cast<void>(read_some(20ms));
-    }
+    hear_notification();
     EXPECT_EQ(seen_.substr(0, 7),
               "\x81\x05"
               "first");
@@ -153,11 +158,7 @@ TEST_F(ControlEndpoint, a_websocket_hears_notifications_once_it_is_open) {
 TEST_F(ControlEndpoint, a_websocket_that_reads_no_notification_is_ended) {
     open({});
     open_websocket();
-    // Until it is quite open nothing is for it.
-    for (int i = 0; i < 500 && seen_.empty(); ++i) {
-        endpoint_->notify("first");
-        static_cast<void>(read_some(20ms));
-    }
+    hear_notification();
     ASSERT_FALSE(seen_.empty());
     began_ = Clock::now();
     const std::string text(std::size_t{512} * 1024, 'x');
