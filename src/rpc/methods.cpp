@@ -1,6 +1,7 @@
 #include "rpc/methods.h"
 
 #include <algorithm>
+#include <limits>
 #include <utility>
 
 #include "base/text.h"
@@ -62,7 +63,11 @@ std::string Params::text(std::size_t at) {
 
 std::int64_t Params::number(std::size_t at) {
     const Json* const found = need(at, &Json::is_number_integer, "a whole number");
-    return found == nullptr ? 0 : found->get<std::int64_t>();
+    if (found == nullptr) return 0;
+    const bool is_too_large =
+        found->is_number_unsigned() && found->get<std::uint64_t>() > std::numeric_limits<std::int64_t>::max();
+    if (is_too_large) refuse(place_text(at) + " is too large.");
+    return is_too_large ? 0 : found->get<std::int64_t>();
 }
 
 std::optional<std::int64_t> Params::optional_number(std::size_t at) {

@@ -57,6 +57,9 @@ TEST(JsonForm, every_kind_of_request_gets_its_answer_and_status) {
         {nested("[", "", "]", 100000), 500, unread},
         {R"({"id":1,"method":"m","params":)" + nested("[", "", "]", 70) + "}", 500, unread},
         {"[" + std::string(1000000, ',') + "]", 500, unread},
+        {R"({"id":1e999,"method":"m"})", 500, unread},
+        {R"({"id":"\ud800","method":"m"})", 500, unread},
+        {R"({"id":1,"id":0,"method":"n","method":"m"})", 200, ok},
     };
     for (const Case& one : cases) {
         const Request request = read_json(one.body);

@@ -35,6 +35,7 @@ void refuse_later(Shared& shared, const std::string& address, rpc::Run run, cons
         return;
     }
     ++kept_back;
+    for (rpc::Call& call : run.request.calls) call.params = rpc::Json();  // so that keeping it costs little
     const auto delay = shared.wrong.refuse(address, std::chrono::steady_clock::now());
     const auto timer = std::make_shared<asio::steady_timer>(shared.context, delay);
     timer->async_wait([&shared, timer, done, address, run = std::move(run)](const error_code&) mutable {

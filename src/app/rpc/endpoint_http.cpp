@@ -5,6 +5,7 @@
 
 #include "app/rpc/endpoint_parts.h"
 #include "app/rpc/page.h"
+#include "base/text.h"
 #include "rpc/json_rpc.h"
 #include "rpc/xml_rpc.h"
 
@@ -24,16 +25,39 @@ std::optional<std::string_view> header(const HttpRequest& request, beast::string
     return found == request.end() ? std::nullopt : std::optional(view(found->value()));
 }
 
-/// The part of a target in front of "?", and the one behind it.
+/// The host that is asked, and the part of the target in front of "?", and the one behind it.
 struct Target {
+    std::string_view host;
     std::string_view path;
     std::string_view query;
 };
 Target target_of(const HttpRequest& request) {
-    const std::string_view target = view(request.target());
+    std::string_view target = view(request.target());
+    std::string_view host = header(request, "Host").value_or("");
+    // A request as proxies get it names its host itself, and that one counts (RFC 9112, 3.2.2).
+    for (const std::string_view scheme : {"http://", "https://"}) {
+        if (!istarts_with(target, scheme)) continue;
+        target.remove_prefix(scheme.size());
+        host = target.substr(0, target.find_first_of("/?"));
+        target.remove_prefix(host.size());
+        break;
+    }
     const auto mark = target.find('?');
-    return {target.substr(0, mark),
+    return {host, target.substr(0, mark),
             mark == std::string_view::npos ? std::string_view() : target.substr(mark + 1)};
+}
+
+// True for what the parser says of bytes that are no request.
+bool is_malformed(const error_code& error) {
+    return error && error.category() == make_error_code(http::error::end_of_stream).category() &&
+           error != http::error::end_of_stream && error != http::error::partial_message;
+}
+
+// Of two hosts somebody in front of the endpoint may have looked at the other one; where a body ends that is
+// coded in an unknown way nobody knows, nor whether what follows is a request (RFC 9112, 3.2 and 6.1).
+bool is_ambiguous(const HttpRequest& request) {
+    const std::string_view coding = header(request, "Transfer-Encoding").value_or("chunked");
+    return request.count("Host") > 1 || request.count("Transfer-Encoding") > 1 || !iequals(coding, "chunked");
 }
 
 // True where a person followed a link, from wherever, to a file of the endpoint's own page: it opens in a tab
@@ -110,14 +134,12 @@ void HttpSession::read_head(const error_code& error) {
         return say(http::status::payload_too_large, "The request is too large.\n");
     if (error == http::error::header_limit)
         return say(http::status::request_header_fields_too_large, "The headers are too large.\n");
-    const bool malformed =
-        error && error.category() == make_error_code(http::error::end_of_stream).category();
-    if (malformed && error != http::error::end_of_stream && error != http::error::partial_message)
-        return say(http::status::bad_request, "This is no HTTP request.\n");
+    if (is_malformed(error)) return say(http::status::bad_request, "This is no HTTP request.\n");
     if (error) return end();
     has_request_ = true;
-    const auto host = header(request(), "Host");
-    admission_ = rpc::admit({host.value_or(""), header(request(), "Origin"),
+    if (is_ambiguous(request()))
+        return say(http::status::bad_request, "The request can be understood in two ways.\n");
+    admission_ = rpc::admit({target_of(request()).host, header(request(), "Origin"),
                              header(request(), "Sec-Fetch-Site"), opens_page(request())},
                             shared().config.rules);
     if (admission_ == rpc::Admission::refused)
@@ -149,6 +171,8 @@ void HttpSession::read_body() {
                      [self = shared_from_this()](const error_code& error, std::size_t) {
                          if (error == http::error::body_limit)
                              return self->say(http::status::payload_too_large, "The request is too large.\n");
+                         if (is_malformed(error))
+                             return self->say(http::status::bad_request, "This is no HTTP request.\n");
                          if (error) return self->end();
                          self->work();
                      });
