@@ -36,6 +36,7 @@ export function share(job) {
 
 export class Jobs {
     #all = new Map();
+    #descriptions = new Map(); // the gid that a torrent has until its description is known, and its own
     #version = 0;
     #rows = { key: "", jobs: [] };
     #counts = { version: -1 };
@@ -46,22 +47,31 @@ export class Jobs {
         return this.#all.size;
     }
 
+    #shown = (gid) => this.#all.get(this.#descriptions.get(gid) ?? gid);
+
     clear() {
         this.#all.clear();
+        this.#descriptions.clear();
         ++this.#version;
     }
 
     /** Takes an answer of vantlow.list; what was there stays where it does not say otherwise. */
     take({ jobs, removed }) {
-        for (const job of jobs) this.#all.set(job.gid, { ...job, place: this.#all.get(job.gid)?.place });
-        for (const gid of removed) this.#all.delete(gid);
+        for (const job of jobs) {
+            this.#all.set(job.gid, { ...job, place: this.#all.get(job.gid)?.place });
+            if (job.descriptionGid) this.#descriptions.set(job.descriptionGid, job.gid);
+        }
+        for (const gid of removed) {
+            this.#descriptions.delete(this.#all.get(gid)?.descriptionGid);
+            this.#all.delete(gid);
+        }
         if (jobs.length + removed.length > 0) ++this.#version;
     }
 
     /** Takes the figures of the running jobs, which move without a change of the list. */
     takeFigures(active) {
         for (const { gid, downloadSpeed, completedLength, totalLength, connections } of active) {
-            const job = this.#all.get(gid);
+            const job = this.#shown(gid);
             if (!job || job.state !== "running") continue;
             const [speed, done, size] = [downloadSpeed, completedLength, totalLength].map(Number);
             Object.assign(job, { speed, done, size: size || job.size, connections: Number(connections) });
@@ -72,8 +82,8 @@ export class Jobs {
 
     /** Takes the order of the jobs that wait. */
     takeOrder(gids) {
-        const waiting = gids.filter((gid) => this.#all.get(gid)?.state === "waiting");
-        for (const [at, gid] of waiting.entries()) this.#all.get(gid).place = at + 1;
+        const waiting = gids.map((gid) => this.#shown(gid)).filter((job) => job?.state === "waiting");
+        for (const [at, job] of waiting.entries()) job.place = at + 1;
         ++this.#version;
     }
 

@@ -42,6 +42,7 @@ struct TorrentStatus {
     std::vector<std::vector<std::string>> tiers{};  ///< of trackers
     std::int64_t seeders = 0;
     bool seeds = false;
+    bool is_described = true;  ///< false: only its magnet link is known
 };
 
 /// A download at one moment. Sizes are bytes, 0 where unknown; speeds bytes a second.

@@ -53,9 +53,11 @@ std::string live(const JobStatus& status, std::int64_t number) {
 }
 
 Json json_of(const TorrentStatus& torrent) {
-    Json json{{"announceList", torrent.tiers},
-              {"mode", torrent.is_multi_file ? "multi" : "single"},
-              {"info", {{"name", torrent.name}}}};
+    Json json{{"announceList", torrent.tiers}};
+    if (torrent.is_described) {
+        json["mode"] = torrent.is_multi_file ? "multi" : "single";
+        json["info"] = {{"name", torrent.name}};
+    }
     if (!torrent.comment.empty()) json["comment"] = torrent.comment;
     if (torrent.created > 0) json["creationDate"] = torrent.created;
     return json;

@@ -308,8 +308,9 @@ class ControlApi(unittest.TestCase):
         for name, megabytes in (("a.bin", 1), ("b.bin", 3)):
             (theirs / "film" / name).write_bytes(os.urandom(megabytes << 20))
         self.assertEqual(self.vantlow("torrent", "make", "--piece-length", "64K", there(theirs / "film")).returncode, 0)
-        torrent = (theirs / "film.torrent").read_bytes()
-        info_hash = hashlib.sha1(torrent[torrent.index(b"4:infod") + 6:-1]).hexdigest()
+        torrent_file = (theirs / "film.torrent").read_bytes()
+        info = torrent_file[torrent_file.index(b"4:infod") + 6:-1]
+        info_hash = hashlib.sha1(info).hexdigest()
         with socket.socket() as free:
             free.bind(("127.0.0.1", 0))
             port = free.getsockname()[1]
@@ -320,34 +321,102 @@ class ControlApi(unittest.TestCase):
             while socket.socket().connect_ex(("127.0.0.1", port)) != 0:
                 time.sleep(0.1)
             magnet = f"magnet:?xt=urn:btih:{info_hash}&dn=film&x.pe=127.0.0.1:{port}"
-            gid = watcher.call("aria2.addUri", self.token, [magnet], {"dir": there(ours), "pause": "true", "seed-time": "0"})["result"]
-            self.assertEqual(self.call("aria2.getFiles", gid)[0]["path"], "[METADATA]film")
+            gid = watcher.call("aria2.addUri", self.token, [magnet], {"dir": there(ours), "pause": "true", "seed-time": "0", "gid": "00000000abcdef02"})["result"]
+            self.assertEqual(gid, "00000000abcdef02")
+            told = lambda one: self.call("aria2.tellStatus", one)
+            now = told(gid)
+            self.assertEqual((now["gid"], now["status"], now["infoHash"], now["totalLength"], now["numPieces"]), (gid, "paused", info_hash, "0", "0"))
+            self.assertEqual((now["files"][0]["path"], list(now["bittorrent"])), ("[METADATA]film", ["announceList"]))
+            self.assertEqual([one["gid"] for one in self.call("aria2.tellWaiting", 0, 9)], [gid])
+            self.assertEqual(self.call("aria2.changePosition", gid, 0, "POS_SET"), 0)
+            self.call("aria2.changeOption", gid, {"max-download-limit": "400K"})
             self.call("aria2.unpause", gid)
-            told = lambda: self.call("aria2.tellStatus", gid)
-            self.program.wait_until(lambda: int(told()["completedLength"]) > 200_000)
-            now = told()
+            # Its torrent is a download of its own, about which everything is told behind the end of the description.
+            watcher.wait_for("aria2.onDownloadComplete", gid)
+            now = told(gid)
+            [torrent] = now["followedBy"]
+            self.assertEqual((now["status"], now["files"][0]["path"], now["totalLength"], now["completedLength"]),
+                             ("complete", "[METADATA]film", str(len(info)), now["totalLength"]))
+            self.assertEqual((now["infoHash"], list(now["bittorrent"]), now.get("following")), (info_hash, ["announceList"], None))
+            watcher.wait_for("aria2.onDownloadStart", torrent)
+            for method in "pause", "remove", "changeOption", "getPeers", "getServers":
+                self.refusal("aria2." + method, gid)
+            self.assertIn(gid, [one["gid"] for one in self.call("aria2.tellStopped", 0, 1000)])
+            self.assertEqual(self.call("aria2.getOption", torrent)["max-download-limit"], str(400 << 10))
+            self.program.wait_until(lambda: int(told(torrent)["completedLength"]) > 200_000)
+            now = told(torrent)
             self.assertEqual((now["infoHash"], now["numSeeders"], now["seeder"], now["bittorrent"]["mode"]), (info_hash, "1", "false", "multi"))
+            self.assertEqual((now["gid"], now["following"], now["bittorrent"]["info"]), (torrent, gid, {"name": "film"}))
             self.assertEqual([(one["path"], one["length"], one["selected"]) for one in now["files"]],
                              [(there(ours / "film/a.bin"), str(1 << 20), "true"), (there(ours / "film/b.bin"), str(3 << 20), "true")])
             self.assertEqual((now["numPieces"], now["pieceLength"]), ("64", "65536"))
             self.assertGreater(int(now["bitfield"], 16), 0)
-            [seed] = self.call("aria2.getPeers", gid)
+            [seed] = self.call("aria2.getPeers", torrent)
             self.assertEqual((seed["ip"], seed["port"], seed["seeder"], seed["bitfield"]), ("127.0.0.1", str(port), "true", "f" * 16))
             self.assertTrue(seed["peerId"].startswith("%41%32%2D"), seed)
-            self.assertEqual(self.call("aria2.getServers", gid), [])
-            self.call("aria2.changeOption", gid, {"select-file": "1"})
-            done = self.until(gid, "complete")
+            self.assertEqual(self.call("aria2.getServers", torrent), [])
+            # Our own methods mean the job, whichever of the two they are given.
+            self.assertEqual({self.call("vantlow.job", one)["gid"] for one in (gid, torrent)}, {torrent})
+            self.assertEqual(self.call("vantlow.job", torrent)["descriptionGid"], gid)
+            self.call("aria2.changeOption", torrent, {"select-file": "1", "max-download-limit": "0"})
+            done = self.until(torrent, "complete")
             self.assertEqual([one["selected"] for one in done["files"]], ["true", "false"])
             self.assertEqual((ours / "film/a.bin").read_bytes(), (theirs / "film/a.bin").read_bytes())
             self.assertFalse((ours / "film/b.bin").exists())
-            self.assertEqual(json.loads(self.http(body=json.dumps({"id": 1, "method": "aria2.changeOption", "params": [self.token, gid, {"select-file": "7"}]}))[2])["error"]["code"], 1)
-            watcher.wait_for("aria2.onDownloadComplete", gid)
-            words = [one["method"] for one in watcher.notifications if one["params"] == [{"gid": gid}]]
-            self.assertLess(words.index("aria2.onBtDownloadComplete"), words.index("aria2.onDownloadComplete"))
+            self.refusal("aria2.changeOption", torrent, {"select-file": "7"})
+            watcher.wait_for("aria2.onDownloadComplete", torrent)
+            words = [(one["method"].removeprefix("aria2.on"), one["params"][0]["gid"]) for one in watcher.notifications
+                     if one["params"][0]["gid"] in (gid, torrent)]
+            self.assertEqual(words, [("DownloadStart", gid), ("DownloadComplete", gid), ("DownloadStart", torrent),
+                                     ("BtDownloadComplete", torrent), ("DownloadComplete", torrent)])
+            # The same link again: its description is there, and a removed result does not take the torrent along.
+            again = self.call("aria2.addUri", [magnet], {"dir": there(ours / "again"), "pause": "true"})
+            [second] = told(again)["followedBy"]
+            self.assertEqual((told(second)["status"], told(second)["following"]), ("paused", again))
+            self.assertEqual(self.call("aria2.removeDownloadResult", again), "OK")
+            self.refusal("aria2.removeDownloadResult", again)
+            self.assertEqual(self.call("aria2.remove", second), second)
+            # In the next run there is no result of the description, but its gid still finds the torrent.
+            self.program.stop()
+            self.program.start()
+            self.assertNotIn(gid, [one["gid"] for one in self.call("aria2.tellStopped", 0, 1000)])
+            self.assertEqual((told(gid)["gid"], told(gid)["status"]), (torrent, "complete"))
             self.call("aria2.removeDownloadResult", gid)
+            self.refusal("aria2.tellStatus", torrent)
         finally:
             peer.terminate()
             peer.wait(60)
+
+    def test_a_magnet_that_nobody_has(self):
+        watcher = WebSocket(self.port)
+        add = lambda digit, **more: watcher.call("aria2.addUri", self.token, ["magnet:?xt=urn:btih:" + digit * 40], {"dir": there(self.root / "nobody"), **more})["result"]
+        active, paused = add("c"), add("d", pause="true")
+        self.until(active, "active")
+        ids = {one["descriptionGid"]: one["gid"] for one in self.call("vantlow.list")["jobs"] if "descriptionGid" in one}
+        self.assertEqual(self.call("aria2.tellStatus", ids[active], ["gid"]), {"gid": active})
+        self.assertEqual([one["gid"] for one in self.call("aria2.tellActive", ["gid", "files"])], [active])
+        self.assertEqual(self.call("aria2.getFiles", active)[0]["path"], "[METADATA]" + "c" * 40)
+        self.assertEqual((self.call("aria2.getPeers", active), self.call("aria2.getUris", active)), ([], []))
+        self.assertEqual(self.call("aria2.pause", active), active)
+        self.until(active, "paused")
+        self.assertEqual(self.call("aria2.changePosition", active, 1, "POS_SET"), 1)
+        self.assertEqual([one["gid"] for one in self.call("aria2.tellWaiting", 0, 9)], [paused, active])
+        self.assertEqual(self.call("aria2.unpauseAll"), "OK")
+        self.until(active, "active")
+        self.program.stop()  # they stay what they were
+        self.program.start()
+        watcher = WebSocket(self.port)
+        watcher.call("aria2.getVersion", self.token)
+        self.assertEqual(sorted(one["gid"] for one in self.call("aria2.tellActive")), sorted([active, paused]))
+        self.assertEqual(self.call("aria2.forceRemove", active), active)
+        self.assertEqual((self.until(active, "removed")["gid"], len(self.call("aria2.tellActive"))), (active, 1))
+        watcher.wait_for("aria2.onDownloadStop", active)
+        self.refusal("aria2.tellStatus", ids[active])
+        self.assertEqual(self.call("vantlow.remove", [paused], "keep"), "OK")
+        watcher.wait_for("aria2.onDownloadStop", paused)
+        self.assertEqual(self.call("aria2.removeDownloadResult", active), "OK")
+        self.refusal("aria2.tellStatus", active)
+        self.assertEqual(json.loads(self.vantlow("list", "--json").stdout), [])
 
     def test_documents_that_are_fetched(self):
         watcher = WebSocket(self.port)
@@ -399,11 +468,33 @@ class ControlApi(unittest.TestCase):
         self.assertIn("200", str(self.http(body=good)[0]))
 
     def test_what_is_broken_or_too_large_ends_alone(self):
-        for raw, status in [(b"nonsense\r\n\r\n", b"400"), (b"POST /jsonrpc HTTP/1.1\r\nContent-Length: 99999999999\r\n\r\n", b"413"),
-                            (b"GET / HTTP/1.1\r\nX: " + b"x" * 100000, b"431")]:
+        call = b'{"id":1,"method":"system.listMethods"}'
+        post = lambda *lines, target="/jsonrpc", host="localhost": "\r\n".join([f"POST {target} HTTP/1.1", f"Host: {host}", "Connection: close", *lines, "", ""]).encode()
+        length, chunked = f"Content-Length: {len(call)}", "Transfer-Encoding: chunked"
+        chunk = lambda size, extension=b"": size + extension + b"\r\n" + call + b"\r\n0\r\n\r\n"
+        whole = b"%x" % len(call)
+        for raw, status in [
+            (b"nonsense\r\n\r\n", b"400"), (b"POST /jsonrpc HTTP/1.1\r\nContent-Length: 99999999999\r\n\r\n", b"413"),
+            (b"GET / HTTP/1.1\r\nX: " + b"x" * 100000, b"431"), (post(length) + call, b"200"), (post(length, length) + call, b"200"),
+            (post(length, "Content-Length: 5") + call, b"400"), (post("Content-Length: -5"), b"400"), (post(f"Content-Length: {1 << 64}"), b"400"),
+            (post(chunked) + chunk(whole, b';a="b"'), b"200"), (post(chunked) + chunk(whole, b";a=" + b"x" * 300000), b"400"),
+            (post(chunked) + chunk(b"F" * 16), b"413"), (post(chunked) + chunk(b"1" * 17), b"400"), (post(chunked, length) + call, b"400"),
+            (post("Transfer-Encoding: gzip, chunked") + chunk(whole), b"400"), (post("Transfer-Encoding: xchunked") + call, b"400"),
+            (post(length, "Host: evil.example") + call, b"400"), (post(length, host="evil.example") + call, b"403"),
+            (post(length, target="http://localhost/jsonrpc", host="x") + call, b"200"),
+            (post(length, target="http://evil.example/jsonrpc") + call, b"403")]:
             with socket.create_connection(("127.0.0.1", self.port), timeout=20) as plain:
-                plain.sendall(raw)
-                self.assertIn(status, plain.recv(100).split(b"\r\n")[0])
+                with contextlib.suppress(ConnectionError):  # it need not be heard to the end
+                    plain.sendall(raw)
+                self.assertIn(status, plain.recv(100).split(b"\r\n")[0], raw[:200])
+        for frame, code in [(b"\x81\x02{}", 1002), (b"\x09\x81\0\0\0\0x", 1002), (b"\x89\xFE\0\x7E\0\0\0\0" + bytes(126), 1002),
+                            (b"\x80\x82\0\0\0\0{}", 1002), (b"\x81\x81\0\0\0\0\xFF", 1007), (struct.pack(">BBQI", 0x81, 0xFF, 1 << 63, 0), 1009),
+                            (struct.pack(">BBQI", 0x81, 0xFF, (1 << 64) - 1, 0), 1009)]:
+            broken = WebSocket(self.port)
+            broken.socket.sendall(frame)
+            with self.assertRaises(EOFError) as farewell:
+                broken.message()
+            self.assertEqual(farewell.exception.args, (code,), frame[:20])
         sessions = [WebSocket(self.port) for _ in range(5)]
         sessions[0].send(b"{", 3)  # an opcode that there is not
         self.assertRaises((EOFError, OSError), sessions[0].message)

@@ -98,6 +98,7 @@ TEST_F(Methods, lists_are_cut_and_turned_round) {
     for (const auto& [method, params, expected] : cases)
         EXPECT_EQ(gids(method, params), expected) << method << params;
     EXPECT_EQ(call("tellStopped", "[0,-1]"), "1 The number of downloads is below 0.");
+    EXPECT_EQ(call("tellStopped", "[9223372036854775808,1]"), "1 The parameter at 0 is too large.");
     EXPECT_EQ(call("tellStopped", "[0]"), "1 The parameter at 1 is missing.");
     EXPECT_EQ(call("tellActive", R"([["gid","nothing","status"]])"),
               Json::parse(R"([{"gid":"1111111111111111","status":"active"}])"));
@@ -139,6 +140,9 @@ TEST_F(Methods, a_status_is_made_of_texts_and_leaves_out_what_there_is_not) {
                   R"({"infoHash":"bbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbb","numSeeders":"3","seeder":"true",
                   "bittorrent":{"announceList":[["http://t/a"]],"comment":"c","creationDate":9,"mode":"multi",
                   "info":{"name":"film"}}})"));
+    torrent.torrent->is_described = false;
+    EXPECT_EQ(call("tellStatus", R"(["4",["bittorrent"]])")["bittorrent"],
+              Json::parse(R"({"announceList":[["http://t/a"]],"comment":"c","creationDate":9})"));
     downloads_.peers_now = {{"-X\xFF", "1.2.3.4", 0, {true}, true, false, 1, 2, false}};
     EXPECT_EQ(call("getPeers", R"(["4"])"), Json::parse(R"([{"peerId":"%2D%58%FF","ip":"1.2.3.4","port":"0",
         "bitfield":"80","amChoking":"true","peerChoking":"false","downloadSpeed":"1","uploadSpeed":"2",

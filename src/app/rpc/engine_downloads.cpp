@@ -9,6 +9,7 @@
 #include "base/codes.h"
 #include "base/text.h"
 #include "bt/announce.h"
+#include "bt/magnet.h"
 #include "bt/torrent_settings.h"
 #include "engine/kinds.h"
 #include "platform/file.h"
@@ -52,6 +53,21 @@ std::string_view word_for(Phase phase) {
     return "";
 }
 
+// Turns the status of a magnet link's job to that of its description, of which `info` is there.
+void make_description(const Guid& description, std::string_view info, rpc::JobStatus& status) {
+    constexpr std::int64_t piece = 16384;  // it travels in these (BEP 9)
+    status.job = description;
+    status.length = status.done = std::ssize(info);
+    status.piece_length = piece;
+    status.pieces = (status.length + piece - 1) / piece;
+    status.bitfield.assign(static_cast<std::size_t>(status.pieces), true);
+    if (!status.torrent) return;
+    status.torrent->is_described = false;
+    const bool is_named = !status.torrent->name.empty();
+    status.files = {{"[METADATA]" + (is_named ? status.torrent->name : status.torrent->info_hash),
+                     status.length, status.done}};
+}
+
 Problem problem_of(const Done& done, const Guid& job) {
     return text_of(done, rpc::gid_of(job));
 }
@@ -63,7 +79,10 @@ EngineDownloads::EngineDownloads(Engine& engine, Options options)
       options_(std::move(options)),
       session_((hex_of(new_guid()) + hex_of(new_guid())).substr(0, 40)),
       live_(engine) {
-    for (const CJobNode* job : engine_.jobs_below(nullptr)) known_[job->identity] = phase_now(*job);
+    for (const CJobNode* job : engine_.jobs_below(nullptr)) {
+        known_[job->identity] = phase_now(*job);
+        meet(*job);
+    }
     engine_.add_listener(*this);
 }
 
@@ -79,7 +98,8 @@ Phase EngineDownloads::phase_now(const CJobNode& job) const {
 }
 
 // The record of a job that counts: one that only waits for its session's end to be removed is a result.
-const CJobNode* EngineDownloads::record(const Guid& job) const {
+const CJobNode* EngineDownloads::record(const Guid& shown) const {
+    const Guid job = awaited_.behind(shown);
     return has_left(job) ? nullptr : engine_.find(job);
 }
 
@@ -97,15 +117,16 @@ const EngineDownloads::Lists& EngineDownloads::lists() {
     for (const CJobNode* job : engine_.jobs_below(nullptr)) {
         if (has_left(job->identity)) continue;
         const Phase phase = phase_now(*job);
-        if (phase == Phase::active) lists_.active.push_back(job->identity);
+        const Guid shown = awaited_.shown(job->identity);
+        if (phase == Phase::active) lists_.active.push_back(shown);
         if (phase == Phase::waiting || phase == Phase::paused) waiting.push_back(job);
-        if (is_stopped(phase)) stopped.emplace_back(std::max(job->finished, job->created), job->identity);
+        if (is_stopped(phase)) stopped.emplace_back(std::max(job->finished, job->created), shown);
     }
     std::ranges::stable_sort(waiting, {}, [](const CJobNode* job) {
         return std::pair(job->state != JobState::waiting, job->order);
     });
     std::ranges::stable_sort(stopped, {}, &std::pair<std::int64_t, Guid>::first);
-    for (const CJobNode* job : waiting) lists_.waiting.push_back(job->identity);
+    for (const CJobNode* job : waiting) lists_.waiting.push_back(awaited_.shown(job->identity));
     for (const auto& [time, job] : stopped) lists_.stopped.push_back(job);
     lists_.stopped.insert(lists_.stopped.end(), result_order_.begin(), result_order_.end());
     return lists_;
@@ -123,12 +144,23 @@ bool EngineDownloads::has(const Guid& job) {
 std::vector<Guid> EngineDownloads::find(std::string_view digits) {
     std::vector<Guid> found;
     for (const CJobNode* job : engine_.find_by_digits(digits)) {
-        if (!purged_.contains(job->identity)) found.push_back(job->identity);
+        if (!purged_.contains(job->identity)) found.push_back(awaited_.shown(job->identity));
     }
     if (found.size() == 1 && digits.size() >= gid_digits) return found;
+    for (const Guid& description : awaited_.find(digits)) {
+        const bool is_new = std::ranges::find(found, description) == found.end();
+        if (is_new && record(description) != nullptr) found.push_back(description);
+    }
     for (const Guid& job : result_order_) {
         const bool fits = guid_digits(guid_text(job)).value_or("").starts_with(digits);
         if (fits && std::ranges::find(found, job) == found.end()) found.push_back(job);
+    }
+    // Results of descriptions are kept for a run alone: in the next one who knows a torrent by its
+    // description finds the torrent.
+    if (found.empty() && digits.size() == gid_digits) {
+        const CJobNode* const torrent = torrent_of_description(engine_, digits);
+        if (torrent != nullptr && !following_.contains(torrent->identity) && !has_left(torrent->identity))
+            found.push_back(torrent->identity);
     }
     return found;
 }
@@ -154,9 +186,11 @@ const TorrentReport* EngineDownloads::torrent(const CJobNode& job, unsigned part
     return &kept.report;
 }
 
-rpc::JobStatus EngineDownloads::status(const Guid& job, unsigned parts) {
-    const CJobNode* const found = record(job);
-    if (found == nullptr) return results_.at(job);
+rpc::JobStatus EngineDownloads::status(const Guid& shown, unsigned parts) {
+    const CJobNode* const found = record(shown);
+    if (found == nullptr) return results_.at(shown);
+    const Guid job = found->identity;
+    if (awaited_.contains(job)) parts |= rpc::part::torrent;  // its only file is named after it
     rpc::JobStatus status =
         status_of(*found, engine_.progress(job), live_.find(*found), torrent(*found, parts), parts);
     status.phase = phase_now(*found);
@@ -164,6 +198,7 @@ rpc::JobStatus EngineDownloads::status(const Guid& job, unsigned parts) {
         status.following = document->second;
     if (const auto jobs = followed_by_.find(job); jobs != followed_by_.end())
         status.followed_by = jobs->second;
+    if (awaited_.contains(job)) make_description(description_of(job), {}, status);
     return status;
 }
 
@@ -177,14 +212,14 @@ rpc::JobOptions EngineDownloads::options(const Guid& job) {
 
 std::vector<std::string> EngineDownloads::servers(const Guid& job) {
     std::vector<std::string> servers;
-    for (const SessionConnection& connection : engine_.connections(job)) {
+    for (const SessionConnection& connection : engine_.connections(awaited_.behind(job))) {
         if (connection.works) servers.push_back(connection.peer);
     }
     return servers;
 }
 
 std::vector<rpc::Peer> EngineDownloads::peers(const Guid& job) {
-    const auto report = engine_.torrent_report(job, torrent_part::peers);
+    const auto report = engine_.torrent_report(awaited_.behind(job), torrent_part::peers);
     std::vector<rpc::Peer> peers;
     if (!report) return peers;
     for (const TorrentPeer& one : report->peers) {
@@ -231,6 +266,7 @@ rpc::Totals EngineDownloads::totals() {
 }
 
 void EngineDownloads::forget(const Guid& job) {
+    awaited_.remove(job);
     following_.erase(job);
     followed_by_.erase(job);
     torrents_.erase(job);
@@ -256,7 +292,13 @@ rpc::Downloads::Added EngineDownloads::add_links(const rpc::NewJob& job, JobDraf
     }
     if (addresses.empty()) return {{}, "None of the addresses can be downloaded."};
     draft.links.push_back(to_utf8(addresses.front()));
+    const bool is_link_of_torrent = is_magnet(draft.links.front());
+    if (is_link_of_torrent)
+        draft.identity = description_of(draft.identity);  // of which the gid was asked for
     Added added = result_of(engine_.add(draft));
+    if (is_link_of_torrent) {
+        for (const Guid& one : added.jobs) awaited_.add(one);
+    }
     if (added.jobs.size() != 1 || addresses.size() == 1) return added;
     JobEdit edit;
     edit.mirrors.emplace(addresses.begin() + 1, addresses.end());
@@ -296,7 +338,7 @@ rpc::Downloads::Added EngineDownloads::add(const rpc::NewJob& job) {
     Added added =
         is_document ? add_document(job, std::move(request.draft)) : add_links(job, std::move(request.draft));
     for (const Guid& one : added.jobs) {
-        known_[one] = phase(one);
+        known_[one] = phase_now(*engine_.find(one));
         const auto report = engine_.torrent_report(one, 0);
         // Trackers that every torrent gets are not for private ones.
         static_cast<void>(change_trackers(one, report && report->is_private ? job.options : whole.options));
@@ -306,31 +348,38 @@ rpc::Downloads::Added EngineDownloads::add(const rpc::NewJob& job) {
         for (const Guid& one : added.jobs)
             static_cast<void>(move(one, place++));  // behind the last: the last
     }
+    for (Guid& one : added.jobs) {
+        const Guid shown = awaited_.shown(one);
+        note(one, known_[one], false);  // another download may have fetched its description
+        one = shown;
+    }
     return added;
 }
 
 Problem EngineDownloads::pause(const Guid& job) {
-    return problem_of(engine_.stop(job), job);
+    return problem_of(engine_.stop(awaited_.behind(job)), job);
 }
 
 Problem EngineDownloads::unpause(const Guid& job) {
-    return problem_of(engine_.start(job), job);
+    return problem_of(engine_.start(awaited_.behind(job)), job);
 }
 
-Problem EngineDownloads::remove(const Guid& job) {
-    const CJobNode* const found = record(job);
+Problem EngineDownloads::remove(const Guid& shown) {
+    const CJobNode* const found = record(shown);
     if (found == nullptr) {
-        if (engine_.find(job) != nullptr) purged_.insert(job);
-        results_.erase(job);
-        std::erase(result_order_, job);
+        if (engine_.find(shown) != nullptr) purged_.insert(shown);
+        results_.erase(shown);
+        std::erase(result_order_, shown);
         ++results_revision_;
         return std::nullopt;
     }
+    const Guid job = found->identity;
+    const bool is_description = awaited_.contains(job);
     const Phase phase = phase_now(*found);
-    rpc::JobStatus last = status(job, rpc::part::all);
+    rpc::JobStatus last = status(shown, rpc::part::all);
     if (phase == Phase::active) note(job, phase, false);  // its beginning is told before its end
     const Done done = engine_.remove(job, false);
-    if (!done.ok() && done.fault != Done::Fault::running) return problem_of(done, job);
+    if (!done.ok() && done.fault != Done::Fault::running) return problem_of(done, shown);
     forget(job);
     if (is_stopped(phase)) {
         known_.erase(job);
@@ -341,22 +390,24 @@ Problem EngineDownloads::remove(const Guid& job) {
         last.phase = Phase::removed;
         keep_result(std::move(last));
         ++stopped_ever_;
+        if (is_description && engine_.find(job) != nullptr) purged_.insert(job);
     }
-    options_.tell(word_for(Phase::removed), job);
+    options_.tell(word_for(Phase::removed), is_description ? description_of(job) : job);
     return std::nullopt;
 }
 
-Problem EngineDownloads::change(const Guid& job, const rpc::JobOptions& options) {
-    const CJobNode* const found = record(job);
-    if (found == nullptr) return "The download " + rpc::gid_of(job) + " has ended.";
+Problem EngineDownloads::change(const Guid& shown, const rpc::JobOptions& options) {
+    const CJobNode* const found = record(shown);
+    if (found == nullptr) return "The download " + rpc::gid_of(shown) + " has ended.";
+    const Guid job = found->identity;
     const EditRequest request = edit_of(options, *found);
     if (request.problem) return request.problem;
     if (request.name) {
-        if (const Done done = engine_.rename(job, *request.name); !done.ok()) return problem_of(done, job);
+        if (const Done done = engine_.rename(job, *request.name); !done.ok()) return problem_of(done, shown);
     }
     torrents_.erase(job);
-    if (const Done done = change_trackers(job, options); !done.ok()) return problem_of(done, job);
-    return problem_of(engine_.change(job, request.edit), job);
+    if (const Done done = change_trackers(job, options); !done.ok()) return problem_of(done, shown);
+    return problem_of(engine_.change(job, request.edit), shown);
 }
 
 Done EngineDownloads::change_trackers(const Guid& job, const rpc::JobOptions& options) {
@@ -398,7 +449,7 @@ Problem EngineDownloads::change_sources(const Guid& job, const std::vector<std::
     JobEdit edit;
     edit.address = wanted.front();
     edit.mirrors.emplace(wanted.begin() + 1, wanted.end());
-    return problem_of(engine_.change(job, edit), job);
+    return problem_of(engine_.change(found->identity, edit), job);
 }
 
 Problem EngineDownloads::move(const Guid& job, std::size_t place) {
@@ -412,7 +463,7 @@ Problem EngineDownloads::move(const Guid& job, std::size_t place) {
     const std::size_t size = waiting.size();
     place = std::min(place, size - 1);
     auto now = static_cast<std::size_t>(std::ranges::find(waiting, found) - waiting.begin());
-    const auto reorder = [this, &job](Order order) { return engine_.reorder(job, order); };
+    const auto reorder = [this, own = found->identity](Order order) { return engine_.reorder(own, order); };
     Done done;
     // The nearest end, and steps from there.
     if (place < now && place < now - place) {
@@ -428,15 +479,16 @@ Problem EngineDownloads::move(const Guid& job, std::size_t place) {
 }
 
 // Paused ones stand behind all that wait, in an order of their own: that in which they are started together.
-Problem EngineDownloads::move_paused(const Guid& job, std::size_t place) {
+Problem EngineDownloads::move_paused(const Guid& own, std::size_t place) {
+    const Guid job = awaited_.shown(awaited_.behind(own));
     std::vector<Guid> paused = lists().waiting;
     std::erase_if(paused, [this](const Guid& one) { return phase(one) != Phase::paused; });
     place = std::min(place, paused.size() - 1);
     auto now = static_cast<std::size_t>(std::ranges::find(paused, job) - paused.begin());
     while (now != place) {
         const std::size_t next = now < place ? now + 1 : now - 1;
-        if (const Done done = engine_.swap_stopped(job, paused[next]); !done.ok())
-            return problem_of(done, job);
+        const Done done = engine_.swap_stopped(awaited_.behind(job), awaited_.behind(paused[next]));
+        if (!done.ok()) return problem_of(done, job);
         now = next;
     }
     return std::nullopt;
@@ -479,12 +531,46 @@ void EngineDownloads::keep_result(rpc::JobStatus status) {
 
 // All of a torrent is there; it ends when it was shared long enough.
 void EngineDownloads::tell_data(const Guid& job) {
-    if (told_data_.insert(job).second) options_.tell("aria2.onBtDownloadComplete", job);
+    if (told_data_.insert(job).second) tell("aria2.onBtDownloadComplete", job);
+}
+
+// A running job does not report that its description has come.
+void EngineDownloads::look() {
+    live_.look(std::chrono::steady_clock::now());
+    for (const auto& [job, figures] : live_.all()) {
+        if (awaited_.contains(job)) look_at(job);
+    }
+}
+
+void EngineDownloads::meet(const CJobNode& job) {
+    if (awaits_description(engine_, job)) awaited_.add(job.identity);
+}
+
+// Where the description has come it is a result from now on, and its torrent begins as a download of its own.
+void EngineDownloads::look_at_description(const Guid& job) {
+    const CJobNode* const found = awaited_.contains(job) ? engine_.find(job) : nullptr;
+    if (found == nullptr || awaits_description(engine_, *found)) return;
+    const Guid description = description_of(job);
+    rpc::JobStatus last = status(description, rpc::part::all);
+    make_description(description, engine_.torrent_info(*found), last);
+    last.phase = Phase::complete;
+    last.followed_by = {job};
+    const Phase before = std::exchange(known_[job], Phase::waiting);
+    if (before != Phase::active) tell(word_for(Phase::active), job);
+    tell(word_for(Phase::complete), job);
+    ++stopped_ever_;
+    awaited_.remove(job);
+    torrents_.erase(job);
+    following_[job] = description;
+    keep_result(std::move(last));
 }
 
 // A download that was quick may have ended before anybody heard of its beginning, also where it has ended the
 // same way before. One that comes as an ended one (from a list, or back from the bin) did nothing of it now.
 void EngineDownloads::note(const Guid& job, Phase now, bool has_run) {
+    if (const CJobNode* const found = engine_.find(job); found != nullptr && !known_.contains(job))
+        meet(*found);
+    look_at_description(job);
     const auto [known, is_new] = known_.try_emplace(job, Phase::waiting);
     if (known->second == Phase::removed) return;
     Phase before = std::exchange(known->second, now);
@@ -493,16 +579,17 @@ void EngineDownloads::note(const Guid& job, Phase now, bool has_run) {
     const bool has_ended = now == Phase::complete || now == Phase::failed;
     if (is_new && !has_run && (has_ended || now == Phase::paused)) return;
     if (has_ended) ++stopped_ever_;
-    if ((has_run || has_ended) && before != Phase::active) options_.tell(word_for(Phase::active), job);
+    if ((has_run || has_ended) && before != Phase::active) tell(word_for(Phase::active), job);
     if (const CJobNode* const found = engine_.find(job);
         found != nullptr && kind_of(*found) == JobKind::torrent) {
         if (now == Phase::complete) tell_data(job);
         if (now == Phase::waiting) told_data_.erase(job);
     }
-    if (now != Phase::waiting) options_.tell(word_for(now), job);
+    if (now != Phase::waiting) tell(word_for(now), job);
 }
 
 void EngineDownloads::data_complete(const Guid& job) {
+    if (awaited_.contains(job)) note(job, Phase::active, false);
     tell_data(job);
 }
 
@@ -531,8 +618,8 @@ void EngineDownloads::look_at(const Guid& job) {
     }
     purged_.erase(job);
     const auto known = known_.extract(job);
+    if (!known.empty() && !is_stopped(known.mapped())) tell(word_for(Phase::removed), job);
     forget(job);
-    if (!known.empty() && !is_stopped(known.mapped())) options_.tell(word_for(Phase::removed), job);
 }
 
 void EngineDownloads::ended(const JobEnd& end) {
@@ -549,12 +636,17 @@ void EngineDownloads::ended(const JobEnd& end) {
 }
 
 void EngineDownloads::followed(const Followed& followed) {
-    for (const Guid& job : followed.jobs) following_[job] = followed.document;
+    std::vector<Guid> shown;
+    for (const Guid& job : followed.jobs) {
+        following_[job] = followed.document;
+        if (const CJobNode* const found = engine_.find(job)) meet(*found);
+        shown.push_back(awaited_.shown(job));
+    }
     if (const auto document = results_.find(followed.document); document != results_.end()) {
-        document->second.followed_by = followed.jobs;
+        document->second.followed_by = std::move(shown);
         ++results_revision_;
-    } else if (!followed.jobs.empty()) {
-        followed_by_[followed.document] = followed.jobs;
+    } else if (!shown.empty()) {
+        followed_by_[followed.document] = std::move(shown);
     }
 }
 

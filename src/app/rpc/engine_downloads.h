@@ -12,13 +12,16 @@
 
 #include "app/process/live_jobs.h"
 #include "app/rpc/job_status.h"
+#include "app/rpc/magnet_links.h"
 #include "engine/engine.h"
 #include "rpc/downloads.h"
 
 namespace vantlow {
 
 /// Everything is for the engine's thread. It keeps what only front ends ask for, and only for this run: what
-/// became of jobs that were removed, or gave way to those that a document names.
+/// became of jobs that were removed, or gave way to those that a document names. The job of a magnet link is
+/// shown as its description until that is there, and then beside the description's result, each with its own
+/// identity; in a later run either names the job.
 class EngineDownloads final : public rpc::Downloads, public EngineListener {
   public:
     /// A front end's news: the word for it ("aria2.onDownloadStart"), and the job.
@@ -32,8 +35,8 @@ class EngineDownloads final : public rpc::Downloads, public EngineListener {
     EngineDownloads(Engine& engine, Options options);
     ~EngineDownloads() override;
 
-    /// Measures the speeds; to be called at least once a second.
-    void look() { live_.look(std::chrono::steady_clock::now()); }
+    /// Measures the speeds, and sees what running jobs do not report; to be called at least once a second.
+    void look();
     [[nodiscard]] const LiveJobs& live() const noexcept { return live_; }
 
     [[nodiscard]] const std::vector<Guid>& list(rpc::Group group) override;
@@ -77,13 +80,16 @@ class EngineDownloads final : public rpc::Downloads, public EngineListener {
     };
     const Lists& lists();
     void look_at(const Guid& job);
+    void meet(const CJobNode& job);
+    void look_at_description(const Guid& job);
+    void tell(std::string_view word, const Guid& job) { options_.tell(word, awaited_.shown(job)); }
     void note(const Guid& job, rpc::Phase now, bool has_run);
     void keep_result(rpc::JobStatus status);
     void forget(const Guid& job);
     const TorrentReport* torrent(const CJobNode& job, unsigned parts);
     void tell_data(const Guid& job);
     [[nodiscard]] rpc::Phase phase_now(const CJobNode& job) const;
-    [[nodiscard]] const CJobNode* record(const Guid& job) const;
+    [[nodiscard]] const CJobNode* record(const Guid& shown) const;
     [[nodiscard]] bool has_left(const Guid& job) const;
     [[nodiscard]] std::u16string default_folder() const;
     Done change_trackers(const Guid& job, const rpc::JobOptions& options);
@@ -97,8 +103,11 @@ class EngineDownloads final : public rpc::Downloads, public EngineListener {
     LiveJobs live_;
     Lists lists_;
     rpc::JobOptions defaults_;  ///< of jobs that are added here, for this run
+    // By the jobs' own identities, but for results: these have the one under which they are shown.
     std::unordered_map<Guid, rpc::Phase, GuidHash> known_;
-    std::unordered_map<Guid, Guid, GuidHash> following_;  ///< a job, and the document that named it
+    AwaitedDescriptions awaited_;
+    /// A job, and the document that named it, or its own description.
+    std::unordered_map<Guid, Guid, GuidHash> following_;
     /// A document that stayed, and the jobs that it named.
     std::unordered_map<Guid, std::vector<Guid>, GuidHash> followed_by_;
     /// Reports of torrents until something of their jobs changes; some at most, since who asks for one asks

@@ -1,6 +1,7 @@
 #include "app/rpc/method_parts.h"
 
 #include "app/cli/engine_texts.h"
+#include "app/rpc/magnet_links.h"
 
 namespace vantlow {
 
@@ -15,6 +16,8 @@ const CJobNode* find_job(const Engine& engine, rpc::Params& params, const std::s
     const auto found =
         digits && !digits->empty() ? engine.find_by_digits(*digits) : std::vector<const CJobNode*>();
     if (found.size() == 1) return found.front();
+    const CJobNode* const torrent = digits ? torrent_of_description(engine, *digits) : nullptr;
+    if (torrent != nullptr && found.empty()) return torrent;
     params.refuse(found.empty() ? "There is no job " + id + "."
                                 : "More than one job begins with " + id + ".");
     return nullptr;

@@ -15,8 +15,8 @@ namespace vantlow {
 /// "OK", or the sentence of the operation that failed.
 rpc::Answer answer_of(const Done& done, const std::string& subject);
 
-/// The job whose identity begins so; null, and a fault among the parameters, where there is none or more than
-/// one.
+/// The job whose identity begins so, or the torrent whose description has this gid; null, and a fault among
+/// the parameters, where there is none or more than one.
 const CJobNode* find_job(const Engine& engine, rpc::Params& params, const std::string& id);
 
 /// The jobs of the array at this place. All of them are there where params.fault() is none.

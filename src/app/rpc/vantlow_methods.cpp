@@ -8,6 +8,7 @@
 #include "app/cli/engine_texts.h"
 #include "app/process/job_view.h"
 #include "app/process/known_settings.h"
+#include "app/rpc/magnet_links.h"
 #include "app/rpc/method_parts.h"
 #include "app/rpc/schedule_methods.h"
 #include "app/terminal/quantities.h"
@@ -140,6 +141,7 @@ Json Methods::json_of(const CJobNode& job) const {
               {"error", JobView::error_of(job)},
               {"created", moment(job.created)},
               {"finished", moment(job.finished)}};
+    if (kind_of(job) == JobKind::torrent) json["descriptionGid"] = rpc::gid_of(description_of(job.identity));
     if (live != nullptr && !live->waits.empty()) json["waits"] = live->waits;
     return json;
 }
