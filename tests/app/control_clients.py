@@ -147,7 +147,7 @@ class Program:
             self.port = free.getsockname()[1]
         self.common = [*PROGRAM, "--data-dir", there(root / "data"), "--settings", there(root / "settings.ini")]
         if not (root / "settings.ini").exists():  # nothing looks for peers beyond this machine
-            (root / "settings.ini").write_text("[Torrent]\nDHT=0\nLSD=0\nPortMapping=0\n")
+            (root / "settings.ini").write_text("[Torrent]\nDHT=0\nLSD=0\nPortMapping=0\nDefaultTracker=\nDefaultTrackers=\n")
         self.words = ["serve", "--foreground", "--rpc-listen", f"{listen}:{self.port}", *words]
         self.environment = os.environ | {"HOME": str(root), "XDG_RUNTIME_DIR": str(root)}
         self.secret = self.run("rpc", "secret").stdout.strip()
@@ -443,6 +443,7 @@ class ControlApi(unittest.TestCase):
             ({"Origin": "https://c.example"}, 403, None), ({"Origin": "null"}, 403, None),
             ({"Origin": "chrome-extension://x"}, 200, None), ({"Host": "rebound.example"}, 403, None),
             ({"Sec-Fetch-Site": "cross-site"}, 403, None), ({"Content-Type": "text/plain"}, 200, None),
+            ({"Content-Type": "application/x-www-form-urlencoded"}, 200, None), ({"Content-Type": "application/json"}, 200, None),
         ]
         for headers, status, allowed in cases:
             got, given, _ = self.http(body=good, headers=headers)
@@ -475,7 +476,7 @@ class ControlApi(unittest.TestCase):
         whole = b"%x" % len(call)
         for raw, status in [
             (b"nonsense\r\n\r\n", b"400"), (b"POST /jsonrpc HTTP/1.1\r\nContent-Length: 99999999999\r\n\r\n", b"413"),
-            (b"GET / HTTP/1.1\r\nX: " + b"x" * 100000, b"431"), (post(length) + call, b"200"), (post(length, length) + call, b"200"),
+            (b"GET / HTTP/1.1\r\nX: " + b"x" * 100000, b"431"), (post(f"Content-Length: {(16 << 20) + 1}"), b"413"), (post(length) + call, b"200"), (post(length, length) + call, b"200"),
             (post(length, "Content-Length: 5") + call, b"400"), (post("Content-Length: -5"), b"400"), (post(f"Content-Length: {1 << 64}"), b"400"),
             (post(chunked) + chunk(whole, b';a="b"'), b"200"), (post(chunked) + chunk(whole, b";a=" + b"x" * 300000), b"400"),
             (post(chunked) + chunk(b"F" * 16), b"413"), (post(chunked) + chunk(b"1" * 17), b"400"), (post(chunked, length) + call, b"400"),
@@ -533,6 +534,9 @@ class ControlApi(unittest.TestCase):
         self.refusal("aria2.tellStatus", "f" * 16)
         order = lambda: [one["gid"] for one in self.call("aria2.tellWaiting", 0, 1000, ["gid"]) if one["gid"] in gids]
         first = self.call("aria2.tellWaiting", 0, 1000, ["gid"]).index({"gid": gids[0]})
+        ahead = self.call("aria2.addUri", [self.files + "/ahead"], place, 0)
+        self.assertLessEqual(self.call("aria2.tellWaiting", 0, 1000, ["gid"]).index({"gid": ahead}), first)
+        self.call("aria2.remove", ahead)
         for change, now, after in (((gids[3], -2, "POS_CUR"), first + 1, [0, 3, 1, 2]), ((gids[0], 0, "POS_END"), first + 3, [3, 1, 2, 0]),
                                    ((gids[2], first, "POS_SET"), first, [2, 3, 1, 0])):
             self.assertEqual((self.call("aria2.changePosition", *change), order()), (now, [gids[i] for i in after]))
@@ -545,6 +549,36 @@ class ControlApi(unittest.TestCase):
             self.assertEqual(self.call("aria2.remove", gid), gid)
             self.refusal("aria2.tellStatus", gid)
         self.assertFalse([one for one in self.call("aria2.tellStopped", 0, 1000, ["gid"]) if one["gid"] in gids])
+
+    def test_options_come_back_from_a_download_and_from_the_program(self):
+        sent = {"dir": there(self.root / "options"), "out": "o.bin", "referer": "http://r.example/", "user-agent": "A", "all-proxy": "http://127.0.0.1:1",
+                "http-user": "u", "http-passwd": "p", "split": "3", "max-connection-per-server": "3", "max-download-limit": "2048", "allow-overwrite": "true",
+                "checksum": "sha-256=" + "ab" * 32, "header": ["Cookie: a=b"]}
+        ignored = {"continue": "true", "check-integrity": "false", "min-split-size": "1M", "index-out": ["1=x"], "no-such-option": "1"}
+        gid = self.call("aria2.addUri", [self.files + "/file"], {**sent, **ignored, "pause": "true"})
+        self.assertLessEqual(sent.items(), self.call("aria2.getOption", gid).items())
+        again = self.call("aria2.addUri", [self.files + "/file"], self.call("aria2.getOption", gid) | {"pause": "true"})
+        self.assertLessEqual(sent.items(), self.call("aria2.getOption", again).items())
+        info = b"d5:filesl" + b"".join(b"d6:lengthi1e4:pathl1:%deee"[:-1] % i for i in (1, 2)) + b"e4:name1:n12:piece lengthi16384e6:pieces20:" + bytes(20) + b"e"
+        of_torrent = {"select-file": "2", "max-upload-limit": "1024", "seed-ratio": "1.5", "seed-time": "90", "bt-max-peers": "7", "bt-prioritize-piece": "head,tail"}
+        torrent = self.call("aria2.addTorrent", base64.b64encode(b"d4:info" + info + b"e").decode(), [], {**of_torrent, "bt-tracker": "udp://127.0.0.1:1/a", "pause": "true"})
+        self.assertLessEqual(of_torrent.items(), self.call("aria2.getOption", torrent).items())
+        self.assertIn(["udp://127.0.0.1:1/a"], self.call("aria2.tellStatus", torrent)["bittorrent"]["announceList"])
+        self.assertNotIn("following", self.call("aria2.tellStatus", torrent))
+        whole = "".join(f'<file name="m{i}"><url>{self.files}/file</url></file>' for i in (1, 2))
+        metalink = base64.b64encode(f'<metalink xmlns="urn:ietf:params:xml:ns:metalink">{whole}</metalink>'.encode()).decode()
+        named = self.call("aria2.addMetalink", metalink, {"pause": "true", "dir": there(self.root)})
+        self.assertEqual([pathlib.PurePath(self.call("aria2.getFiles", one)[0]["path"].replace("\\", "/")).name for one in named], ["m1", "m2"])
+        before = {name: value for name, value in self.call("aria2.getGlobalOption").items() if name in ("dir", "max-overall-upload-limit", "max-concurrent-downloads", "user-agent")}
+        globally = {"dir": there(self.root / "elsewhere"), "max-overall-upload-limit": "3072", "max-concurrent-downloads": "7", "user-agent": "G"}
+        self.assertEqual(self.call("aria2.changeGlobalOption", {**globally, "max-overall-upload-limit": "3K", "log": "x"}), "OK")
+        self.assertLessEqual(globally.items(), self.call("aria2.getGlobalOption").items())
+        late = self.call("aria2.addUri", [self.files + "/file"], {"pause": "true"})
+        self.assertLessEqual({"dir": globally["dir"], "user-agent": "G"}.items(), self.call("aria2.getOption", late).items())
+        self.assertEqual(self.call("aria2.changeGlobalOption", before), "OK")
+        self.refusal("aria2.changeGlobalOption", {"max-overall-upload-limit": "fast"})
+        for one in (gid, again, torrent, late, *named):
+            self.call("aria2.remove", one)
 
     def test_a_removal_takes_files_along_only_where_it_says_so(self):
         for how, is_left in (("keep", True), ("erase", False)):
@@ -607,7 +641,8 @@ class ControlApi(unittest.TestCase):
         self.assertEqual((since["everything"], [job["gid"] for job in since["jobs"]]), (False, [gid]))
         category = self.call("vantlow.addCategory", "Films", there(self.root / "films"))
         self.assertEqual(self.call("vantlow.moveJobs", [gid], category), "OK")
-        self.assertEqual(self.call("vantlow.job", gid)["category"], category)
+        job = self.call("vantlow.job", gid)
+        self.assertEqual((job["category"], job["gid"], job["id"].replace("-", "")[:16]), (category, gid, gid))
         self.assertEqual(self.call("vantlow.remove", [gid], "keep"), "OK")
         later = self.call("vantlow.list", {"since": since["revision"], "session": since["session"]})
         self.assertEqual(later["removed"], [gid])

@@ -143,6 +143,10 @@ TEST_F(Methods, a_status_is_made_of_texts_and_leaves_out_what_there_is_not) {
     torrent.torrent->is_described = false;
     EXPECT_EQ(call("tellStatus", R"(["4",["bittorrent"]])")["bittorrent"],
               Json::parse(R"({"announceList":[["http://t/a"]],"comment":"c","creationDate":9})"));
+    torrent.phase = Phase::complete;
+    EXPECT_EQ(call("tellStatus", R"(["4",["errorCode","numSeeders","seeder","uploadSpeed"]])"),
+              Json::parse(R"({"errorCode":"0","numSeeders":"0","uploadSpeed":"0"})"));
+    torrent.phase = Phase::active;
     downloads_.peers_now = {{"-X\xFF", "1.2.3.4", 0, {true}, true, false, 1, 2, false}};
     EXPECT_EQ(call("getPeers", R"(["4"])"), Json::parse(R"([{"peerId":"%2D%58%FF","ip":"1.2.3.4","port":"0",
         "bitfield":"80","amChoking":"true","peerChoking":"false","downloadSpeed":"1","uploadSpeed":"2",

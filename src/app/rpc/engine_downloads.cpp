@@ -413,9 +413,10 @@ Problem EngineDownloads::change(const Guid& shown, const rpc::JobOptions& option
 Done EngineDownloads::change_trackers(const Guid& job, const rpc::JobOptions& options) {
     if (!options.trackers && !options.not_trackers) return {};
     if (const CJobNode* const found = engine_.find(job); kind_of(*found) != JobKind::torrent) return {};
-    const auto read = [](const std::optional<std::string>& text) {
+    const auto read = [](const std::optional<std::string>& asked) {
+        const std::string text = asked.value_or("");
         std::vector<std::string> list;
-        for (const std::string_view part : split(text.value_or(""), ',')) {
+        for (const std::string_view part : split(text, ',')) {
             std::string url = normalise_tracker(part);
             if (can_be_announced_to(url)) list.push_back(std::move(url));
         }

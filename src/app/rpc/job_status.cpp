@@ -122,8 +122,10 @@ std::optional<rpc::TorrentStatus> torrent_of(const CJobNode& job, const TorrentR
         torrent.seeders = static_cast<std::int64_t>(known->seeds);
         torrent.seeds = known->phase == TorrentReport::Phase::sharing;
     }
-    for (const std::string& tracker : magnet->trackers)
-        torrent.tiers.push_back({tracker_from_magnet(tracker)});
+    for (const std::string& tracker : magnet->trackers) {
+        if (!tracker.empty())
+            torrent.tiers.push_back({tracker_from_magnet(tracker)});  // an empty one says that there is none
+    }
     return torrent;
 }
 
