@@ -204,7 +204,8 @@ Result CBaseSocket::start_tls(const TlsPlan& tls) {
         if (plan.session_key.empty()) plan.session_key = host_ + ":" + std::to_string(port_);
         plan.session_key += trust_key(plan);
         paced_.reset();
-        node_->tls = std::make_unique<TlsStream>(services_.tls, *std::move(engine), plan, *node_->stream);
+        node_->tls =
+            std::make_unique<TlsStream>(services_.tls, *std::move(engine), plan, node_->stream->socket());
         node_->tls->attach(&stop_, &log_);
         begin_pacing();
         result = node_->tls->connect(from_now(timeout_));

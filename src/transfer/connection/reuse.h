@@ -9,7 +9,7 @@
 #include "base/mutex.h"
 #include "transfer/connection/server_slots.h"
 #include "transfer/connection/socket_stream.h"
-#include "transfer/connection/tls.h"
+#include "transfer/connection/tls_stage.h"
 
 namespace vantlow {
 
@@ -29,7 +29,7 @@ class CReuseNode {
         if (tls) tls->attach(stop, log);
     }
     /// True when the peer neither closed nor sent anything. Needs a stop.
-    [[nodiscard]] bool is_quiet() noexcept { return tls ? tls->is_quiet() : stream->socket().is_quiet(); }
+    [[nodiscard]] bool is_quiet() { return tls ? tls->is_quiet() : stream->socket().is_quiet(); }
 
     std::string key;     ///< what the connection may be reused for: scheme, host, port, proxy, trust
     std::string server;  ///< whose slot it holds

@@ -55,34 +55,30 @@ Moved ByteSource::fill(Conduit&, std::size_t, Clock::time_point) {
     return Moved::failed(Code::unsupported);
 }
 
-template <class MakeStep>
-Moved StageStream::move(MakeStep make_step, Clock::time_point until) {
-    if (stop_ == nullptr) return Moved::failed(Code::transient);
-    for (;;) {
-        // A stop must not have to wait for a server that sends without a pause.
-        if (stop_->requested()) return Moved::failed(stop_->reason());
-        const net::Step step = make_step();
-        switch (step.state) {
-            case net::Step::State::moved:
-                return Moved::data(step.bytes);
-            case net::Step::State::closed:
-                return Moved::closed();
-            case net::Step::State::failed:
-                return {Moved::State::failed, 0, step.code, step.system_error, step.why};
-            case net::Step::State::again:
-                break;
-        }
-        switch (wait(step, until)) {
-            case Ready::yes:
-                break;
-            case Ready::timeout:
-                return Moved::quiet();
-            case Ready::stopped:
-                return Moved::failed(stop_->reason());
-            case Ready::failed:
-                return Moved::failed(Code::transient);
-        }
+Moved StageStream::moved_by(const net::Step& step) noexcept {
+    switch (step.state) {
+        case net::Step::State::moved:
+            return Moved::data(step.bytes);
+        case net::Step::State::closed:
+            return Moved::closed();
+        case net::Step::State::again:
+        case net::Step::State::failed:
+            break;
     }
+    return {Moved::State::failed, 0, step.code, step.system_error, step.why};
+}
+
+Moved StageStream::not_ready(Ready ready) const {
+    switch (ready) {
+        case Ready::timeout:
+            return Moved::quiet();
+        case Ready::stopped:
+            return Moved::failed(stop_->reason());
+        case Ready::yes:
+        case Ready::failed:
+            break;
+    }
+    return Moved::failed(Code::transient);
 }
 
 Moved StageStream::read(std::span<std::byte> into, Clock::time_point until) {

@@ -35,13 +35,24 @@ class StageStream : public ByteStream {
     Result write(std::span<const std::byte> from, Clock::time_point until) override;
 
   protected:
-    /// Repeats a step, with waits between, until it is no longer to be made again. Defined where it is used.
+    /// Repeats a step, with waits between, until it is no longer to be made again.
     template <class MakeStep>
-    Moved move(MakeStep make_step, Clock::time_point until);
+    Moved move(MakeStep make_step, Clock::time_point until) {
+        for (;;) {
+            // A stop must not have to wait for a server that sends without a pause.
+            if (stop_ == nullptr) return Moved::failed(Code::transient);
+            if (stop_->requested()) return Moved::failed(stop_->reason());
+            const net::Step step = make_step();
+            if (step.state != net::Step::State::again) return moved_by(step);
+            if (const Ready ready = wait(step, until); ready != Ready::yes) return not_ready(ready);
+        }
+    }
 
   private:
     /// Until the step is worth repeating; `timeout` at `until`.
     Ready wait(const net::Step& step, Clock::time_point until);
+    static Moved moved_by(const net::Step& step) noexcept;
+    [[nodiscard]] Moved not_ready(Ready ready) const;
 
     net::Stage& stage_;
     TcpSocket& socket_;

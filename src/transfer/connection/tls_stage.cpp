@@ -5,8 +5,6 @@
 #include <utility>
 
 #include "base/string_table.h"
-#include "transfer/connection/socket_stream.h"
-#include "transfer/connection/tls_parts.h"
 
 namespace vantlow {
 namespace {
@@ -18,16 +16,45 @@ constexpr std::size_t largest_record = 16 * 1024;  // RFC 8446, 5.1
 // takes no answer is not read on.
 constexpr std::size_t most_unsent = 4 * largest_record;
 
+// The plan in the library's form, whose texts are the given plan's.
+VantlowTlsPlan library_plan(const TlsPlan& plan, const VantlowTlsTransport& transport) noexcept {
+    VantlowTlsPlan wanted{};
+    wanted.transport = transport;
+    wanted.host = plan.host.c_str();
+    wanted.protocol = plan.protocol.empty() ? nullptr : plan.protocol.c_str();
+    wanted.session_key = plan.session_key.c_str();
+    wanted.verify = plan.verify ? 1 : 0;
+    wanted.end_without_notice = plan.end_without_notice ? 1 : 0;
+    return wanted;
+}
+
+Code code_of(ptrdiff_t answer) noexcept {
+    switch (answer) {
+        case VANTLOW_TLS_UNTRUSTED:
+            return Code::not_trusted;
+        case VANTLOW_TLS_REFUSED:
+            return Code::server_error;
+        default:
+            return Code::transient;
+    }
+}
+
 }  // namespace
 
 TlsStage::TlsStage(TlsEngines& engines, TlsEngines::Engine engine, const TlsPlan& plan, net::Stage& below)
     : library_(engines.library()), engine_(std::move(engine)), below_(below) {
     const VantlowTlsPlan wanted = library_plan(plan, {this, receive_below, send_below});
     tls_ = library_.SSL_New(engine_.get(), &wanted);
-    if (tls_ != nullptr)
-        library_.SSL_Set_ErrPtr(tls_, text_.data(), text_.size());
-    else
+    if (tls_ == nullptr) {
         failure_ = {Code::transient, std::string(message_text(Message::not_enough_memory))};
+        return;
+    }
+    library_.SSL_Set_ErrPtr(tls_, text_.data(), text_.size());
+    const auto stopped = [](void* self) noexcept {
+        const StopSource* const stop = static_cast<TlsStage*>(self)->stop_;
+        return stop != nullptr && stop->requested() ? 1 : 0;
+    };
+    library_.SSL_Set_Interrupt(tls_, stopped, this);
 }
 
 TlsStage::~TlsStage() {
@@ -103,10 +130,13 @@ Step TlsStage::shake_hands() {
 }
 
 Step TlsStage::failed(ptrdiff_t answer) {
-    if (failure_.ok()) {
-        failure_ =
-            answer == VANTLOW_TLS_BROKEN && fault_ ? fault_->result() : tls_failure(answer, text_.data());
-    }
+    if (!failure_.ok()) return broken();
+    if (answer == VANTLOW_TLS_INTERRUPTED && stop_ != nullptr)
+        failure_ = stop_->reason();
+    else if (answer == VANTLOW_TLS_BROKEN && fault_)
+        failure_ = fault_->result();
+    else
+        failure_ = {code_of(answer), text_.data()};
     return broken();
 }
 
@@ -114,13 +144,14 @@ Step TlsStage::broken() const {
     return {.state = Step::State::failed, .code = failure_.code, .system_error = failure_.system_error};
 }
 
-Step TlsStage::read(std::span<std::byte> into, Clock::time_point now) {
+Step TlsStage::connect(Clock::time_point now) {
     if (!failure_.ok()) return broken();
     now_ = now;
-    if (!is_connected_) {
-        const Step step = shake_hands();
-        if (step.state != Step::State::moved) return step;
-    }
+    return is_connected_ ? Step::moved(0) : shake_hands();
+}
+
+Step TlsStage::read(std::span<std::byte> into, Clock::time_point now) {
+    if (const Step step = connect(now); step.state != Step::State::moved) return step;
     const Step sent = send_unsent();
     if (sent.state == Step::State::failed || unsent_.size() - sent_ > most_unsent) return sent;
     const ptrdiff_t got = library_.SSL_Recv(tls_, into.data(), into.size());
@@ -133,12 +164,7 @@ Step TlsStage::read(std::span<std::byte> into, Clock::time_point now) {
 }
 
 Step TlsStage::write(std::span<const std::byte> from, Clock::time_point now) {
-    if (!failure_.ok()) return broken();
-    now_ = now;
-    if (!is_connected_) {
-        const Step step = shake_hands();
-        if (step.state != Step::State::moved) return step;
-    }
+    if (const Step step = connect(now); step.state != Step::State::moved) return step;
     if (taken_ == 0) {
         if (const Step step = send_unsent(); step.state != Step::State::moved) return step;
         const std::size_t size = std::min(from.size(), largest_record);
@@ -148,6 +174,46 @@ Step TlsStage::write(std::span<const std::byte> from, Clock::time_point now) {
     }
     if (const Step step = send_unsent(); step.state != Step::State::moved) return step;
     return Step::moved(std::exchange(taken_, 0));
+}
+
+void TlsStream::attach(const StopSource* stop, LogSink* log) noexcept {
+    StageStream::attach(stop);
+    tls_.attach(stop);
+    log_ = log;
+}
+
+Result TlsStream::connect(Clock::time_point until) {
+    const Moved moved = move([&] { return tls_.connect(Clock::now()); }, until);
+    if (moved.state == Moved::State::quiet)
+        return {Code::transient, std::string(message_text(Message::timeout))};
+    if (!tls_.failure().ok()) return tls_.failure();
+    if (moved.state != Moved::State::data) return moved.code;
+    const VantlowTlsFacts& facts = *tls_.facts();
+    if (log_ != nullptr) {
+        log_->line(Direction::note, std::string("TLS 1.") + (facts.version == 13 ? "3, " : "2, ") +
+                                        facts.cipher + (is_resumed() ? ", an earlier session." : "."));
+    }
+    return {};
+}
+
+Moved TlsStream::read(std::span<std::byte> into, Clock::time_point until) {
+    const Moved moved = StageStream::read(into, until);
+    const Result& why = tls_.failure();
+    // A failure of the network is told by whoever asked for the bytes.
+    if (!why.ok() && log_ != nullptr && why.kind() != Kind::stopped && why.system_error == 0)
+        log_->line(Direction::error, why.message());
+    return moved;
+}
+
+Result TlsStream::write(std::span<const std::byte> from, Clock::time_point until) {
+    Result result = StageStream::write(from, until);
+    return tls_.failure().ok() ? result : tls_.failure();
+}
+
+bool TlsStream::is_quiet() {
+    std::byte unasked{};
+    // Tickets may have come meanwhile: those are for the library.
+    return tls_.read({&unasked, 1}, Clock::now()).state == net::Step::State::again;
 }
 
 }  // namespace vantlow
