@@ -74,7 +74,8 @@ def load(port, token, gids, keys, until):
 
 
 def load_at(port, token, gids, rate, first, seconds):
-    """Times since each request should have been sent, and how many failed."""
+    """Times since each request should have been sent, how many failed, and the processor's seconds that asking took."""
+    spent = time.process_time()
     client, times, failed = Client(port, token), [], 0
     for i in range(int(rate * seconds)):
         due = first + i / rate
@@ -85,7 +86,7 @@ def load_at(port, token, gids, rate, first, seconds):
         except (OSError, RuntimeError, http.client.HTTPException, ValueError):
             failed += 1
             client = Client(port, token)
-    return times, failed
+    return times, failed, time.process_time() - spent
 
 
 def milliseconds(times):
@@ -167,8 +168,8 @@ class Bench:
         with multiprocessing.Pool(self.options.clients) as pool:
             self.at_rate(pool, 1).wait()  # the clients' own beginning is not measured
             answers = self.at_rate(pool, 60).get()
-        times = sum((one for one, _ in answers), [])
-        return {"answered": len(times), "failed": sum(failed for _, failed in answers), "milliseconds": milliseconds(times), "webSockets": len(self.idle),
+        times = sum((one for one, _, _ in answers), [])
+        return {"answered": len(times), "failed": sum(failed for _, failed, _ in answers), "milliseconds": milliseconds(times), "webSockets": len(self.idle),
                 "processorShare": round((process_seconds(self.process.pid) - before[1]) / 60, 3), "memoryKiB": [before[0], memory_kib(self.process.pid, "VmRSS")]}
 
     def fetch(self, address):
@@ -198,6 +199,7 @@ class Bench:
         told = {}
         for speed in (0, self.options.speed):
             server, address = serve_file(self.root, speed)
+            shares = []  # of a core, that the clients themselves take
             with multiprocessing.Pool(self.options.clients) as pool:
                 took = {"alone": [], "notifications": [], "requests": []}
                 for _ in range(self.options.rounds):
@@ -210,14 +212,16 @@ class Bench:
                     busy.join()
                     for one in self.idle:
                         one.recv(1 << 20)
-                    asked = self.at_rate(pool, max(2, took["alone"][-1][0] - 0.2))
+                    seconds = max(2, took["alone"][-1][0] - 0.2)
+                    asked = self.at_rate(pool, seconds)
                     took["requests"].append(self.fetch(address))
-                    asked.wait()
+                    shares.append(sum(spent for _, _, spent in asked.get()) / seconds)
             server.terminate()
             server.join()
             told[f"{speed} MiB/s" if speed else "unlimited"] = {
                 name: {"seconds": round(statistics.median(one for one, _ in all_of), 3), "least": round(min(one for one, _ in all_of), 3),
-                       "processorSeconds": round(statistics.median(one for _, one in all_of), 3)} for name, all_of in took.items()}
+                       "processorSeconds": round(statistics.median(one for _, one in all_of), 3)} for name, all_of in took.items()} | {
+                           "clientsShare": round(statistics.median(shares), 3)}
         return told
 
 
