@@ -5,8 +5,6 @@
 namespace vantlow::test {
 namespace {
 
-constexpr std::size_t packet_bytes = 1460;
-
 std::string key_of(SocketAddress address, bool with_port) {
     if (!with_port) address.set_port(0);
     return {static_cast<const char*>(address.data()), address.size()};
