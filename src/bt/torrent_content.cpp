@@ -9,6 +9,8 @@
 namespace vantlow {
 namespace {
 
+// More than any known torrent has; what a swarm remembers of each is a few bytes.
+constexpr std::int64_t most_pieces = std::int64_t{2} * 1024 * 1024;
 constexpr std::int64_t longest_piece = std::int64_t{1} << 31U;
 constexpr std::size_t longest_fact = 4096;
 constexpr std::int64_t latest_time = 253'402'300'800;  // the year 10000
@@ -125,6 +127,7 @@ Outcome<TorrentContent> read_torrent_content(std::string_view info) {
     if (!total || content.piece_length <= 0 || content.piece_length > longest_piece)
         return refusal("The sizes in the torrent cannot be right.");
     content.total = *total;
+    if (content.piece_count() > most_pieces) return refusal("The torrent has more than two million pieces.");
     if (static_cast<std::int64_t>(meta.pieces.size()) / 20 != content.piece_count() ||
         meta.pieces.size() % 20 != 0)
         return refusal("The torrent's pieces do not fit its size.");

@@ -6,14 +6,18 @@
 Needs python3-libtorrent and a user who may make network namespaces; ends with 77 where one is missing.
 """
 
+import contextlib
 import os
 import pathlib
+import re
+import socket
 import subprocess
 import sys
 import tempfile
+import threading
 import time
 
-ROUTER, SEED = "10.77.0.2", "10.77.0.3"
+ROUTER, SEED, POISON, VICTIM = "10.77.0.2", "10.77.0.3", "10.77.0.4", "10.77.0.5"
 PIECE = 16384
 
 
@@ -190,15 +194,84 @@ def carry_out(scenarios, make_world):
         print(f"{scenario.__name__}: well")
 
 
+class Poison:
+    """A node of the hash table at 10.77.0.4 that lies: it has every torrent at one victim, names a hundred nodes of the victim that
+    are nearest to whatever is asked for, answers under other numbers, and sends nonsense without being asked."""
+
+    def __init__(self):
+        self.socket = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
+        self.socket.bind((POISON, 6881))
+        self.id, self.asked, self.flood = os.urandom(20), 0, []
+        threading.Thread(target=self.answer, daemon=True).start()
+
+    def answer(self):
+        victim = socket.inet_aton(VICTIM)
+        while True:
+            datagram, sender = self.socket.recvfrom(2048)
+            number = re.search(rb"1:t(\d+):", datagram)
+            target = re.search(rb"(?:9:info_hash|6:target)20:(.{20})", datagram, re.DOTALL)
+            if b"1:y1:q" not in datagram or not number:
+                continue
+            self.asked += 1
+            begin = number.end()
+            number = datagram[begin:begin + int(number[1])]
+            values = b"".join(b"6:" + victim + (1000 + i).to_bytes(2, "big") for i in range(60))
+            near = target[1] if target else os.urandom(20)
+            nodes = b"".join(near[:18] + os.urandom(2) + victim + (2000 + i).to_bytes(2, "big") for i in range(20))
+            for answered in (number, os.urandom(len(number))):
+                body = b"2:id20:" + self.id + b"5:nodes%d:" % len(nodes) + nodes + b"5:token4:abcd"
+                body += b"6:valuesl" + values + b"e" if b"9:get_peers" in datagram else b""
+                self.socket.sendto(b"d1:rd" + body + b"e1:t%d:" % len(answered) + answered + b"1:y1:re", sender)
+            for kind in (os.urandom(200), b"d1:y1:qe", b"d" * 1000, b"l" * 1400) * 20:
+                self.socket.sendto(kind, sender)
+
+
+def packets_to(host, seconds):
+    """The IPv4 packets that go to a host within that time."""
+    with socket.socket(socket.AF_PACKET, socket.SOCK_DGRAM, socket.htons(0x0800)) as tap:
+        tap.bind(("lo", 0))
+        tap.settimeout(0.2)
+        count, until = 0, time.monotonic() + seconds
+        while time.monotonic() < until:
+            with contextlib.suppress(TimeoutError):
+                packet, (_, _, kind, *_) = tap.recvfrom(100)
+                count += kind != socket.PACKET_OUTGOING and packet[16:20] == socket.inet_aton(host)
+        return count
+
+
+def in_a_poisoned_table(world):
+    """The peers that an honest node knows are found all the same; whom the liar names a hundred times a minute hears little."""
+    import libtorrent as lt
+
+    info, _ = world.torrent()
+    router = session(ROUTER)
+    seed = session(SEED, dht_bootstrap_nodes=f"{ROUTER}:6881")
+    seed.add_dht_node((ROUTER, 6881))
+    seed.add_torrent({"ti": info, "save_path": str(world.folder / "seed"), "flags": lt.torrent_flags.seed_mode})
+    poison = Poison()
+    nodes = f"{POISON}:6881|{ROUTER}:6881"
+    asks = world.start("lied-to", "get", "--set=Torrent/LSD=0", f"magnet:?xt=urn:btih:{'5' * 40}", nodes=f"{POISON}:6881")
+    packets = packets_to(VICTIM, 20)
+    with open(f"/proc/{asks.pid}/status") as status:
+        memory = next(int(line.split()[1]) for line in status if line.startswith("VmHWM"))
+    assert poison.asked > 0, world.log("lied-to")
+    assert 0 < packets < 100, f"the victim got {packets} packets in 20 s"
+    assert memory < 40_000, f"{memory} KiB"
+    print(f"poison: {poison.asked} questions, {packets} packets to the victim in 20 s, {memory} KiB", file=sys.stderr)
+    magnet = f"magnet:?xt=urn:btih:{info.info_hash()}"
+    world.check("poisoned", world.start("poisoned", "get", "--set=Torrent/LSD=0", magnet, nodes=nodes), 120)
+    del router
+
+
 def main(program, inside=""):
     if not inside:
         if not is_possible():
             return 77
         os.execvp("unshare", ["unshare", "-n", sys.executable, __file__, program, "inside"])
-    for command in ("link set lo up multicast on", *(f"address add 10.77.0.{i}/24 dev lo" for i in (1, 2, 3)),
+    for command in ("link set lo up multicast on", *(f"address add 10.77.0.{i}/24 dev lo" for i in (1, 2, 3, 4, 5)),
                     "route add 239.0.0.0/8 dev lo"):
         subprocess.run(["ip", *command.split()], check=True)
-    carry_out((of_both_versions, in_the_table, in_this_network), lambda folder: World(program, folder))
+    carry_out((of_both_versions, in_the_table, in_a_poisoned_table, in_this_network), lambda folder: World(program, folder))
     return 0
 
 

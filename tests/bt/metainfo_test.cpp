@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <limits>
+
 #include "base/codes.h"
 #include "bt/extension.h"
 #include "bt/magnet.h"
@@ -118,6 +120,26 @@ TEST(MetaInfo, RefusesWhatLacksAPart) {
     // A total that no 64-bit position can hold is seen, not computed with.
     ASSERT_TRUE(read(document("", "6:lengthi-1e4:name1:n12:piece lengthi1e6:pieces0:"), meta));
     EXPECT_EQ(meta.total_size(), std::nullopt);
+}
+
+// Refused by its numbers, before anything is made for each piece; what fits is taken, also in huge pieces.
+TEST(TorrentContent, HasNoMorePiecesThanASwarmBears) {
+    const auto info = [](std::int64_t length, std::int64_t piece, std::int64_t pieces) {
+        const std::string digests(static_cast<std::size_t>(pieces) * 20, 'a');
+        return "d6:lengthi" + std::to_string(length) + "e4:name1:n12:piece lengthi" + std::to_string(piece) +
+               "e6:pieces" + std::to_string(digests.size()) + ":" + digests + "e";
+    };
+    constexpr std::int64_t most = std::int64_t{2} * 1024 * 1024;
+    constexpr std::int64_t giant = std::int64_t{1} << 31U;
+    EXPECT_TRUE(read_torrent_content(info(most, 1, most)));
+    EXPECT_EQ(read_torrent_content(info(most + 1, 1, most + 1)).failure().message(),
+              "The torrent has more than two million pieces.");
+    EXPECT_FALSE(read_torrent_content(info(1'000'000'000, 1, 3)))
+        << "a billion pieces, whose digests are not there";
+    EXPECT_TRUE(read_torrent_content(info(2 * giant, giant, 2)));
+    EXPECT_FALSE(read_torrent_content(info(4 * giant, 2 * giant, 2)))
+        << "longer than messages between peers can say";
+    EXPECT_FALSE(read_torrent_content(info(std::numeric_limits<std::int64_t>::max(), giant, 1)));
 }
 
 // Nobody is served by half of each: names, sizes and hashes are those of the first version, whatever the

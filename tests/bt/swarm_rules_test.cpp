@@ -76,6 +76,7 @@ TEST(PeerWire, RefusesWhatNoPeerSendsBeforeItTakesMemory) {
         message_of(2, std::string("\x00\0", 2)),                      // choke with a body
         message_of(5, std::string("\x07\0\0\0\1", 5)),                // a block without its place
         message_of(1, "\x14"),                                        // extended without a number
+        message_of(100'000, std::string("\x14\0", 2)),                // a dictionary of that size
     };
     for (const std::string& bytes : cases) {
         PeerReader reader;
@@ -376,6 +377,57 @@ class Crowd {
 
 TEST(Picker, AnyCrowdCompletesTheTorrent) {
     for (std::uint32_t seed = 1; seed <= 300; ++seed) ASSERT_TRUE(Crowd(seed).ends()) << "seed " << seed;
+}
+
+// What a torrent of a million pieces, or of pieces of 2 GiB, may cost: peers come and go all the time.
+// Generous bounds, which the cost of a search for each piece or block would break.
+TEST(Picker, BearsAMillionPiecesAndPiecesOfTwoGibibytes) {
+    const auto begin = std::chrono::steady_clock::now();
+    constexpr std::uint32_t many = 1'000'000;
+    Picker picker(std::int64_t{many} * block_size, block_size, 1);
+    PieceSet half(many);
+    for (std::uint32_t piece = 0; piece < many; piece += 2) half.add(piece);
+    for (int i = 0; i < 5; ++i) picker.add_peer(half);
+    for (int i = 0; i < 4; ++i) picker.remove_peer(half);
+    for (int i = 0; i < 2000; ++i) {
+        const auto blocks = picker.pick({.peer = 1, .has = half}, 1);
+        ASSERT_EQ(blocks.size(), 1U);
+        EXPECT_EQ(blocks[0].piece % 2, 0U) << "the rarer ones are not the peer's";
+        EXPECT_TRUE(picker.arrived(1, blocks[0]).completes);
+        picker.add_have(blocks[0].piece);
+    }
+    EXPECT_TRUE(picker.is_interesting(half));
+    Picker giant(std::int64_t{1} << 32U, 1U << 31U, 1);
+    const PieceSet both = all_of(2);
+    std::uint32_t blocks = 0;
+    for (; giant.begun() < 2; ++blocks) {
+        const auto block = giant.pick({.peer = 1, .has = both, .is_fast = true}, 1);
+        ASSERT_EQ(block.size(), 1U);
+        EXPECT_TRUE(giant.arrived(1, block[0]).is_new);
+    }
+    EXPECT_EQ(blocks, (1U << 31U) / block_size + 1);
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, 10s);
+}
+
+TEST(Candidates, AHostThatOftenBreaksTheRulesIsBannedWithAllItsPorts) {
+    Candidates candidates;
+    const SocketAddress bad = at("192.0.2.1", 1000);
+    candidates.add(std::vector{at("192.0.2.1", 5), at("192.0.2.11", 5)});
+    for (int i = 1; i < Candidates::most_breaches; ++i) candidates.broke_rules(bad);
+    EXPECT_FALSE(candidates.is_banned(bad)) << "others may share the address";
+    candidates.broke_rules(at("192.0.2.1", 1001));
+    EXPECT_TRUE(candidates.is_banned(at("192.0.2.1", 1002)));
+    EXPECT_EQ(candidates.take(Clock::time_point{1h}), at("192.0.2.11", 5))
+        << "the other is not called any more";
+    EXPECT_FALSE(candidates.take(Clock::time_point{1h}));
+    for (int i = 0; i < 9; ++i) candidates.broke_rules(at("127.0.0.1", 1000));
+    EXPECT_FALSE(candidates.is_banned(at("127.0.0.1", 1000))) << "the programs of this machine";
+    // However many hosts there are, so many are remembered.
+    for (int host = 0; host < 70'000; ++host) {
+        candidates.ban(at("10." + std::to_string(host / 65536) + "." + std::to_string(host / 256 % 256) +
+                          "." + std::to_string(host % 256)));
+    }
+    EXPECT_LE(candidates.size(), Candidates::most);
 }
 
 // A peer that sends with a rate, some way off: the share of its rate that the window lets it use.

@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <functional>
 
+#include "bt/extension.h"
 #include "bt/peer_store.h"
 #include "bt/swarm/metadata_fetch.h"
 #include "bt/swarm/swarm.h"
@@ -530,6 +531,87 @@ TEST(SwarmTest, ConnectionsAreEncryptedAsBothSidesWantIt) {
         leecher.swarm->add_peers(std::vector{seed.address()});
         EXPECT_EQ(internet.run_until([&] { return leecher.is_complete; }, 60s), row.meet);
         EXPECT_EQ(leecher.disk.is_right(), row.meet);
+    }
+}
+
+/// A peer that calls, says its handshake and then these bytes without a pause, and reads nothing.
+class Flooder {
+  public:
+    Flooder(SimulatedInternet& internet, const Content& content, std::string words, int number)
+        : host(internet.add_host("192.0.2." + std::to_string(number))), words_(std::move(words)) {
+        PeerHandshake hello{
+            .torrent = content.torrent.info_hash, .peer_id = std::string(20, 'f'), .extensions = true};
+        hello.fast = true;
+        hello_ = hello.bytes();
+    }
+    void call(const SocketAddress& to) {
+        rest_ = hello_;
+        stream_ = host.connect(to, [this](const Result& result) {
+            if (result.ok()) write();
+        });
+    }
+
+    SimulatedHost& host;
+
+  private:
+    void write() {
+        for (;;) {
+            if (rest_.empty()) rest_ = words_;
+            const net::Step step = stream_->write(std::as_bytes(std::span(rest_)), host.now());
+            if (step.state == net::Step::State::again) break;
+            if (step.state != net::Step::State::moved) return;
+            rest_.erase(0, step.bytes);
+        }
+        stream_->when_writable([this] { write(); });
+    }
+
+    std::string words_;
+    std::string hello_;
+    std::string rest_;
+    std::unique_ptr<net::Stream> stream_;
+};
+
+// Whoever floods is left with little held for it, and is not let in for ever.
+TEST(SwarmTest, WhoFloodsOrTakesNoAnswersIsLeftAndRemembered) {
+    using Kind = PeerMessage::Kind;
+    const Content content(12, 300'000, 64 * 1024);
+    const auto message = [](const PeerMessage& one) { return one.bytes(); };
+    MetadataMessage part;
+    const std::string floods[] = {
+        message({.kind = Kind::request, .piece = 0, .begin = 0, .length = block_size}),
+        message({.kind = Kind::choke}) + message({.kind = Kind::unchoke}),
+        message({.kind = Kind::interested}) + message({.kind = Kind::not_interested}),
+        message({.kind = Kind::have, .piece = 1}),
+        message({.kind = Kind::suggest, .piece = 1}) + message({.kind = Kind::allowed_fast, .piece = 2}),
+        message({.kind = Kind::reject, .piece = 1, .begin = 0, .length = block_size}),
+        build_extension_handshake(0, 0, u"flood"),
+        build_extension_handshake(0, 0, u"flood") + build_metadata_message(own_metadata_number, part),
+        message({.kind = Kind::keep_alive}),
+    };
+    int number = 50;
+    for (const std::string& words : floods) {
+        SCOPED_TRACE(number);
+        SimulatedInternet internet(12);
+        Client client(internet, content, 1);
+        client.be_seed();
+        client.swarm->start();
+        Flooder flooder(internet, content, words, number++);
+        std::size_t most = 0;
+        for (int call = 0; call < 3; ++call) {
+            flooder.call(client.address());
+            internet.run_until(
+                [&] {
+                    client.swarm->visit([&](const PeerLink& link) { most = std::max(most, link.unsent()); });
+                    return client.swarm->callers() == static_cast<std::size_t>(call) + 1 &&
+                           client.swarm->peers() == 0;
+                },
+                60s);
+            EXPECT_EQ(client.swarm->peers(), 0U);
+        }
+        EXPECT_LT(most, 3'000'000U);
+        flooder.call(client.address());
+        internet.run_for(2s);
+        EXPECT_EQ(client.swarm->callers(), 3U) << "the fourth call is not taken";
     }
 }
 

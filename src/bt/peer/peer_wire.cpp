@@ -10,6 +10,9 @@ using MessageKind = PeerMessage::Kind;
 constexpr std::size_t reserved_at = 20;
 constexpr std::size_t torrent_at = 28;
 constexpr std::size_t peer_id_at = 48;
+// A part of metadata has 16 KiB, and other programs' lists of peers a few. Trees of dictionaries take many
+// times their bytes.
+constexpr std::uint32_t longest_extended = 64 * 1024;
 
 /// A bit among the eight reserved bytes.
 struct Flag {
@@ -150,9 +153,11 @@ PeerReader::Read PeerReader::next(PeerMessage& message) {
         is_bad_ = true;
         return Read::bad;
     }
-    // Too long a block is refused before memory is taken for it.
-    const bool is_block = rest.size() > 4 && static_cast<MessageKind>(rest[4]) == MessageKind::piece;
-    if (is_block && size > longest_block + 9) {
+    // What is too long for its kind is refused before memory is taken for it.
+    const auto kind = rest.size() > 4 ? static_cast<MessageKind>(rest[4]) : MessageKind::unknown;
+    const bool is_too_long = (kind == MessageKind::piece && size > longest_block + 9) ||
+                             (kind == MessageKind::extended && size > longest_extended);
+    if (is_too_long) {
         is_bad_ = true;
         return Read::bad;
     }

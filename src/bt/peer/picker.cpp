@@ -13,13 +13,12 @@ constexpr std::uint32_t taken_at_random = 4;
 }  // namespace
 
 Picker::Picker(std::int64_t total, std::uint32_t piece_length, std::uint32_t seed)
-    : total_(total), piece_length_(piece_length), random_(seed) {
+    : total_(total), piece_length_(piece_length), random_(seed), order_(seed) {
     const auto pieces = static_cast<std::uint32_t>((total + piece_length - 1) / piece_length);
-    have_ = PieceSet(pieces);
+    have_ = wanted_ = PieceSet(pieces);
+    wanted_.add_all();
     facts_.resize(pieces);
-    for (Facts& facts : facts_) facts.salt = static_cast<std::uint32_t>(random_());
-    for (std::uint32_t piece = 0; piece < pieces; ++piece) order_.insert(order_.end(), place_of(piece));
-    missing_ = pieces;
+    set_sequential(false);
 }
 
 std::uint32_t Picker::length_of(std::uint32_t piece) const noexcept {
@@ -36,46 +35,47 @@ PieceBlock Picker::block_at(std::uint32_t piece, std::uint32_t number) const noe
     return {piece, begin, std::min(block_size, length_of(piece) - begin)};
 }
 
-Picker::Place Picker::place_of(std::uint32_t piece) const noexcept {
+std::uint32_t Picker::rank_of(std::uint32_t piece) const noexcept {
     const Facts& facts = facts_[piece];
     const auto level =
         static_cast<std::uint32_t>(PiecePriority::first) - static_cast<std::uint32_t>(facts.priority);
-    if (is_sequential_) return {level << 16U, piece, piece};
-    return {level << 16U | facts.availability, facts.salt, piece};
+    return is_sequential_ ? level << 16U : level << 16U | facts.availability;
 }
 
 // Changes what decides about a piece's place in the order of choice.
 template <class Change>
 void Picker::rerank(std::uint32_t piece, const Change& change) {
-    const bool was_placed = is_wanted(piece) && !facts_[piece].is_begun;
-    if (was_placed) order_.erase(place_of(piece));
+    if (is_wanted(piece) && !facts_[piece].is_begun) order_.remove(piece, rank_of(piece));
     change(facts_[piece]);
-    if (is_wanted(piece) && !facts_[piece].is_begun) order_.insert(place_of(piece));
+    if (is_wanted(piece) && !facts_[piece].is_begun) order_.add(piece, rank_of(piece));
 }
 
 void Picker::set_priority(std::uint32_t piece, PiecePriority priority) {
-    const bool was_wanted = is_wanted(piece);
-    rerank(piece, [&](Facts& facts) { facts.priority = priority; });
-    if (was_wanted && !is_wanted(piece)) --missing_;
-    if (!was_wanted && is_wanted(piece)) ++missing_;
+    rerank(piece, [&](Facts& facts) {
+        facts.priority = priority;
+        if (priority == PiecePriority::skip || have_.has(piece))
+            wanted_.remove(piece);
+        else
+            wanted_.add(piece);
+    });
 }
 
 void Picker::set_sequential(bool sequential) {
     is_sequential_ = sequential;
-    std::set<Place> order;
-    for (const Place& place : order_) order.insert(place_of(place.piece));
-    order_ = std::move(order);
+    order_.begin_anew(pieces(), sequential);
+    for (std::uint32_t piece = 0; piece < pieces(); ++piece) {
+        if (is_wanted(piece) && !facts_[piece].is_begun) order_.add(piece, rank_of(piece));
+    }
 }
 
 void Picker::add_have(std::uint32_t piece) {
     if (have_.has(piece)) return;
-    const bool was_wanted = is_wanted(piece);
     rerank(piece, [&](Facts& facts) {
         have_.add(piece);
+        wanted_.remove(piece);
         facts.is_begun = false;
     });
     begun_.erase(piece);
-    if (was_wanted) --missing_;
 }
 
 void Picker::add_one(std::uint32_t piece) {
@@ -100,12 +100,7 @@ void Picker::remove_peer(const PieceSet& its) {
 }
 
 bool Picker::is_interesting(const PieceSet& its) const noexcept {
-    if (missing_ == 0 || its.count() == 0) return false;
-    if (its.is_all()) return true;
-    for (std::uint32_t piece = 0; piece < its.size(); ++piece) {
-        if (its.has(piece) && is_wanted(piece)) return true;
-    }
-    return false;
+    return wanted_.next_common(its, 0).has_value();
 }
 
 bool Picker::may_take(const Asker& asker, std::uint32_t piece) noexcept {
@@ -150,8 +145,8 @@ void Picker::take_begun(const Asker& asker, std::size_t most, bool foreign, std:
 void Picker::take_free(const Asker& asker, std::uint32_t piece, Begun& begun, std::size_t most,
                        std::vector<PieceBlock>& out) {
     if (begun.is_alone && begun.owner == 0) begun.owner = asker.peer;
-    for (std::uint32_t number = 0; number < begun.blocks.size() && out.size() < most && begun.free > 0;
-         ++number) {
+    for (std::uint32_t& number = begun.first_free;
+         number < begun.blocks.size() && out.size() < most && begun.free > 0; ++number) {
         Owed& block = begun.blocks[number];
         if (block.is_there || block.by[0] != 0) continue;
         block.by[0] = asker.peer;
@@ -177,19 +172,18 @@ void Picker::begin_some(const Asker& asker, std::size_t most, std::vector<PieceB
     }
     const bool at_random = !is_sequential_ && have_.count() + begun_.size() < taken_at_random;
     if (at_random && pieces() > taken_at_random) begin_at_random(asker, most, out);
-    for (auto at = order_.begin(); at != order_.end() && out.size() < most;) {
-        const std::uint32_t piece = at->piece;
-        ++at;  // the piece leaves the order when it is begun
-        if (may_take(asker, piece)) begin(asker, piece, most, out);
+    while (out.size() < most) {
+        const auto piece = order_.first(asker.has, [&](std::uint32_t each) { return may_take(asker, each); });
+        if (!piece) return;
+        begin(asker, *piece, most, out);  // it leaves the order with that
     }
 }
 
 // Only among those of the highest priority that the peer has: the first in the order says which that is.
 void Picker::begin_at_random(const Asker& asker, std::size_t most, std::vector<PieceBlock>& out) {
-    const auto first = std::find_if(order_.begin(), order_.end(),
-                                    [&](const Place& place) { return may_take(asker, place.piece); });
-    if (first == order_.end()) return;
-    const PiecePriority priority = facts_[first->piece].priority;
+    const auto best = order_.first(asker.has, [&](std::uint32_t piece) { return may_take(asker, piece); });
+    if (!best) return;
+    const PiecePriority priority = facts_[*best].priority;
     const auto start = static_cast<std::uint32_t>(random_() % pieces());
     for (std::uint32_t i = 0; i < pieces() && out.size() < most; ++i) {
         const std::uint32_t piece = (start + i) % pieces();
@@ -247,7 +241,10 @@ void Picker::lost(Peer peer, const PieceBlock& block) {
         owed->by[1] = 0;
     else
         return;
-    if (owed->by[0] == 0) ++begun->free;
+    if (owed->by[0] == 0) {
+        ++begun->free;
+        begun->first_free = std::min(begun->first_free, block.begin / block_size);
+    }
     // A piece of which nothing is there or owed may as well be begun by another one later.
     if (begun->free == begun->blocks.size() && !begun->is_alone) {
         rerank(block.piece, [](Facts& facts) { facts.is_begun = false; });
@@ -277,7 +274,7 @@ std::vector<Picker::Peer> Picker::failed(std::uint32_t piece) {
         givers.push_back(block.by[0]);
         block = {};
     }
-    begun.there = 0;
+    begun.there = begun.first_free = 0;
     begun.free = static_cast<std::uint32_t>(begun.blocks.size());
     begun.owner = 0;
     begun.is_alone = true;

@@ -6,10 +6,10 @@
 #include <map>
 #include <optional>
 #include <random>
-#include <set>
 #include <span>
 #include <vector>
 
+#include "bt/peer/piece_order.h"
 #include "bt/peer/piece_set.h"
 
 namespace vantlow {
@@ -44,9 +44,9 @@ class Picker {
     [[nodiscard]] std::uint32_t length_of(std::uint32_t piece) const noexcept;
     [[nodiscard]] const PieceSet& have() const noexcept { return have_; }
     /// Every wanted piece is there.
-    [[nodiscard]] bool is_done() const noexcept { return missing_ == 0; }
+    [[nodiscard]] bool is_done() const noexcept { return wanted_.count() == 0; }
     /// Wanted pieces that are missing.
-    [[nodiscard]] std::uint32_t missing() const noexcept { return missing_; }
+    [[nodiscard]] std::uint32_t missing() const noexcept { return wanted_.count(); }
 
     void set_priority(std::uint32_t piece, PiecePriority priority);
     [[nodiscard]] PiecePriority priority(std::uint32_t piece) const noexcept {
@@ -69,6 +69,8 @@ class Picker {
     }
     /// Whether a peer with these has a piece that is wanted and missing.
     [[nodiscard]] bool is_interesting(const PieceSet& its) const noexcept;
+    /// The piece is wanted and missing.
+    [[nodiscard]] bool is_wanted(std::uint32_t piece) const noexcept { return wanted_.has(piece); }
 
     /// Who asks.
     struct Asker {
@@ -107,7 +109,6 @@ class Picker {
         std::uint16_t availability = 0;
         PiecePriority priority = PiecePriority::normal;
         bool is_begun = false;
-        std::uint32_t salt = 0;
     };
     struct Owed {
         bool is_there = false;
@@ -116,21 +117,12 @@ class Picker {
     struct Begun {
         std::vector<Owed> blocks;
         std::uint32_t there = 0;
-        std::uint32_t free = 0;  ///< nobody is asked for them
-        Peer owner = 0;          ///< a fast peer, which takes it whole
-        bool is_alone = false;   ///< nobody but the owner is asked
+        std::uint32_t free = 0;        ///< nobody is asked for them
+        std::uint32_t first_free = 0;  ///< none of those before it is
+        Peer owner = 0;                ///< a fast peer, which takes it whole
+        bool is_alone = false;         ///< nobody but the owner is asked
     };
-    struct Place {  ///< in the order of choice
-        std::uint32_t rank;
-        std::uint32_t salt;
-        std::uint32_t piece;
-        friend auto operator<=>(const Place&, const Place&) = default;  // NOLINT(modernize-use-nullptr)
-    };
-
-    [[nodiscard]] Place place_of(std::uint32_t piece) const noexcept;
-    [[nodiscard]] bool is_wanted(std::uint32_t piece) const noexcept {
-        return facts_[piece].priority != PiecePriority::skip && !have_.has(piece);
-    }
+    [[nodiscard]] std::uint32_t rank_of(std::uint32_t piece) const noexcept;
     template <class Change>
     void rerank(std::uint32_t piece, const Change& change);
     [[nodiscard]] PieceBlock block_at(std::uint32_t piece, std::uint32_t number) const noexcept;
@@ -150,9 +142,9 @@ class Picker {
     std::minstd_rand random_;
     PieceSet have_;
     std::vector<Facts> facts_;
-    std::set<Place> order_;  ///< wanted, missing, not begun
+    PieceSet wanted_;   ///< and missing
+    PieceOrder order_;  ///< of those that are wanted, missing and not begun
     std::map<std::uint32_t, Begun> begun_;
-    std::uint32_t missing_ = 0;
     std::uint32_t seeds_ = 0;
     bool is_sequential_ = false;
 };

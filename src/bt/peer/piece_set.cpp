@@ -1,6 +1,7 @@
 #include "bt/peer/piece_set.h"
 
 #include <bit>
+#include <cstring>
 
 namespace vantlow {
 
@@ -32,7 +33,31 @@ bool PieceSet::remove(std::uint32_t piece) noexcept {
 }
 
 void PieceSet::add_all() noexcept {
-    for (std::uint32_t piece = 0; piece < size_; ++piece) add(piece);
+    bytes_.assign(bytes_.size(), '\xFF');
+    if (size_ % 8 != 0) bytes_.back() = static_cast<char>(0xFF00U >> (size_ % 8));
+    count_ = size_;
+}
+
+// Eight bytes at a time: a torrent may have millions of pieces.
+std::optional<std::uint32_t> PieceSet::next_common(const PieceSet& other, std::uint32_t from) const noexcept {
+    for (; from < size_ && from % 8 != 0; ++from) {
+        if (has(from) && other.has(from)) return from;
+    }
+    std::size_t at = from / 8;
+    for (; at + sizeof(std::uint64_t) <= bytes_.size(); at += sizeof(std::uint64_t)) {
+        std::uint64_t mine = 0;
+        std::uint64_t its = 0;
+        std::memcpy(&mine, bytes_.data() + at, sizeof mine);
+        std::memcpy(&its, other.bytes_.data() + at, sizeof its);
+        if ((mine & its) != 0) break;
+    }
+    for (; at < bytes_.size(); ++at) {
+        const auto common = static_cast<unsigned char>(static_cast<unsigned char>(bytes_[at]) &
+                                                       static_cast<unsigned char>(other.bytes_[at]));
+        if (common != 0)
+            return static_cast<std::uint32_t>(at * 8) + static_cast<std::uint32_t>(std::countl_zero(common));
+    }
+    return std::nullopt;
 }
 
 }  // namespace vantlow

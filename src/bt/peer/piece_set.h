@@ -31,6 +31,9 @@ class PieceSet {
     /// Returns whether it was in the set.
     bool remove(std::uint32_t piece) noexcept;
     void add_all() noexcept;
+    /// The first piece from this number on that both have; none where none is. The other is of the same size.
+    [[nodiscard]] std::optional<std::uint32_t> next_common(const PieceSet& other,
+                                                           std::uint32_t from) const noexcept;
 
     friend bool operator==(const PieceSet&, const PieceSet&) = default;
 

@@ -13,6 +13,11 @@ constexpr Clock::duration first_pause = 30s;
 constexpr Clock::duration after_a_connection = 15s;
 constexpr int most_doublings = 6;
 
+// The part of an address's text before the port.
+std::string host_of(const std::string& key) {
+    return key.substr(0, key.rfind(':') + 1);
+}
+
 }  // namespace
 
 Candidates::Entry* Candidates::find(const SocketAddress& address) {
@@ -22,7 +27,8 @@ Candidates::Entry* Candidates::find(const SocketAddress& address) {
 
 void Candidates::note(const std::string& key, const SocketAddress& address) {
     const bool blocks = is_blocked(address);
-    const bool is_new = known_.try_emplace(key, Entry{.address = address, .is_blocked = blocks}).second;
+    const Entry entry{.address = address, .is_banned = is_bad_host(key), .is_blocked = blocks};
+    const bool is_new = known_.try_emplace(key, entry).second;
     if (is_new && blocks) ++blocked_;
 }
 
@@ -56,7 +62,7 @@ std::size_t Candidates::add_named(std::span<const SocketAddress> addresses) {
 
 // The keys of a host stand beside each other.
 std::size_t Candidates::ports_of(const std::string& key) const {
-    const std::string host = key.substr(0, key.rfind(':') + 1);
+    const std::string host = host_of(key);
     std::size_t ports = 0;
     for (auto at = known_.lower_bound(host); at != known_.end() && at->first.starts_with(host); ++at) {
         if (++ports == most_named_ports) break;
@@ -109,13 +115,29 @@ void Candidates::forgive() noexcept {
 
 void Candidates::ban(const SocketAddress& address) {
     const std::string key = peer_text(address);
-    note(key, address);
-    known_.at(key).is_banned = true;
+    if (known_.size() < most) note(key, address);
+    if (const auto at = known_.find(key); at != known_.end()) at->second.is_banned = true;
+}
+
+void Candidates::broke_rules(const SocketAddress& address) {
+    const Reach reach = reach_of(address);
+    if (reach != Reach::network && reach != Reach::everywhere) return;
+    const std::string host = host_of(peer_text(address));
+    if (!breaches_.contains(host) && breaches_.size() >= most) return;
+    if (++breaches_[host] != most_breaches) return;
+    for (auto at = known_.lower_bound(host); at != known_.end() && at->first.starts_with(host); ++at)
+        at->second.is_banned = true;
+}
+
+bool Candidates::is_bad_host(const std::string& key) const {
+    const auto at = breaches_.find(host_of(key));
+    return at != breaches_.end() && at->second >= most_breaches;
 }
 
 bool Candidates::is_banned(const SocketAddress& address) const {
-    const auto at = known_.find(peer_text(address));
-    return at != known_.end() && at->second.is_banned;
+    const std::string key = peer_text(address);
+    const auto at = known_.find(key);
+    return (at != known_.end() && at->second.is_banned) || is_bad_host(key);
 }
 
 }  // namespace vantlow

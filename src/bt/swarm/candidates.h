@@ -21,6 +21,8 @@ class Candidates {
 
     /// Of one host, where other peers or nodes name it: whoever names many ports of a victim gets no further.
     static constexpr std::size_t most_named_ports = 4;
+    /// A host is banned with so many breaches of the rules.
+    static constexpr int most_breaches = 3;
 
     /// From now on nobody is connected to whom the filter blocks; null: it blocks nobody.
     void set_filter(std::shared_ptr<const IpFilter> filter);
@@ -48,6 +50,10 @@ class Candidates {
     void forgive() noexcept;
     /// Never again: it lied, or it is this side itself.
     void ban(const SocketAddress& address);
+    /// Somebody there broke the protocol's rules or lied. A host that does so often is banned with all its
+    /// ports, since whoever calls comes from another one each time; not at once, because many may share its
+    /// address. What one program of this machine, or one web seed, does is not held against the others.
+    void broke_rules(const SocketAddress& address);
     [[nodiscard]] bool is_banned(const SocketAddress& address) const;
     [[nodiscard]] std::size_t size() const noexcept { return known_.size(); }
 
@@ -63,8 +69,10 @@ class Candidates {
     Entry* find(const SocketAddress& address);
     void note(const std::string& key, const SocketAddress& address);
     [[nodiscard]] std::size_t ports_of(const std::string& key) const;
+    [[nodiscard]] bool is_bad_host(const std::string& key) const;
 
     std::map<std::string, Entry> known_;
+    std::map<std::string, int> breaches_;  ///< by host; of so many hosts as there may be entries
     std::shared_ptr<const IpFilter> filter_;
     std::size_t blocked_ = 0;
 };

@@ -109,9 +109,9 @@ PeerHandshake MetadataFetch::own_handshake() const {
 }
 
 bool MetadataFetch::greeted(PeerLink& link, const PeerHandshake& handshake) {
-    if (handshake.peer_id == peer_id_) candidates_.ban(link.address());  // this side itself
-    if (handshake.torrent != crypto_.torrent || handshake.peer_id == peer_id_ || !handshake.extensions)
-        return false;
+    const bool is_self = handshake.peer_id == peer_id_;
+    if (is_self && !link.is_incoming()) candidates_.ban(link.address());
+    if (handshake.torrent != crypto_.torrent || is_self || !handshake.extensions) return false;
     link.is_live = true;
     if (link.is_incoming()) link.send(own_handshake().bytes());
     link.send(build_extension_handshake(0, options_.port, u"Vantlow", options_.exchanges));
@@ -254,6 +254,7 @@ void MetadataFetch::leave(std::uint32_t number, bool for_good) {
     PeerLink& link = *at->second.link;
     if (for_good) {
         candidates_.ban(link.address());
+        candidates_.broke_rules(link.address());
         ++liars_;
     }
     ended(link, Code::transient);

@@ -9,6 +9,7 @@
 
 #include "bt/holepunch.h"
 #include "bt/mse_stage.h"
+#include "bt/peer/patience.h"
 #include "bt/peer/peer_wire.h"
 #include "bt/peer/picker.h"
 #include "bt/peer/request_window.h"
@@ -139,6 +140,7 @@ class PeerLink {
     PieceSet has{};
     std::vector<SocketAddress> named{};  ///< peers that it named last, and that take introductions
     HolepunchRate introductions{};
+    Patience patience{};
     PeerExchange exchange{};
     std::deque<PieceBlock> owes{};   ///< blocks that it was asked for
     std::deque<PieceBlock> wants{};  ///< blocks that it asked for

@@ -174,7 +174,7 @@ void Swarm::call(const SocketAddress& address, CallForm form, bool at_once) {
 
 void Swarm::take_incoming(std::unique_ptr<net::Stream> stream) {
     const auto address = stream->peer_address();
-    if (!runs_ || !address || !has_room()) return;
+    if (!runs_ || !address || !has_room() || candidates_.is_banned(*address)) return;
     if (candidates_.is_blocked(*address)) {
         ++turned_away_;
         return;
@@ -223,14 +223,11 @@ bool Swarm::is_kept(const PeerLink& link, const std::string& peer_id) {
 bool Swarm::greeted(PeerLink& link, const PeerHandshake& handshake) {
     if (handshake.torrent != torrent_.info_hash) return false;
     if (handshake.peer_id == torrent_.peer_id) {
-        candidates_.ban(link.address());  // this side itself
+        if (!link.is_incoming()) candidates_.ban(link.address());  // this side itself
         return false;
     }
     if (!is_kept(link, handshake.peer_id)) return false;
-    if (link.is_incoming()) {
-        if (candidates_.is_banned(link.address())) return false;
-        link.send(own_handshake().bytes());  // the one that called has said its own first
-    }
+    if (link.is_incoming()) link.send(own_handshake().bytes());  // the one that called has said its own first
     link.is_live = true;
     link.peer_id = handshake.peer_id;
     link.speaks_fast = handshake.fast;
@@ -281,8 +278,9 @@ void Swarm::forget(PeerLink& link) {
     count_links();
 }
 
-void Swarm::ended(PeerLink& link, const Result&) {
+void Swarm::ended(PeerLink& link, const Result& why) {
     link.close();
+    if (link.is_live && why.code == Code::unsupported) candidates_.broke_rules(link.address());
     if (const auto form = link.next_call(); form && runs_) {
         const SocketAddress address = link.address();
         forget(link);

@@ -145,15 +145,17 @@ class Swarm final : private LinkOwner {
 
     // swarm_messages.cpp: what peers say and get
     bool heard(PeerLink& link, const PeerMessage& message) override;
+    bool understand(PeerLink& link, const PeerMessage& message);
+    void take_hint(PeerLink& link, const PeerMessage& message);
     void drained(PeerLink& link) override;
     bool take_pieces(PeerLink& link, const PeerMessage& message);
     bool take_have(PeerLink& link, std::uint32_t piece);
     bool take_request(PeerLink& link, const PeerMessage& message);
     bool take_block(PeerLink& link, const PeerMessage& message);
     bool take_extended(PeerLink& link, const PeerMessage& message);
-    void give_metadata(PeerLink& link, std::int64_t part);
+    bool give_metadata(PeerLink& link, std::int64_t part);
     void take_cancel(PeerLink& link, const PieceBlock& block);
-    void take_reject(PeerLink& link, const PieceBlock& block);
+    bool take_reject(PeerLink& link, const PieceBlock& block);
     void take_choke(PeerLink& link);
     void refuse(PeerLink& link, const PieceBlock& block);
     void cancel(PeerLink& link, const PieceBlock& block);

@@ -19,10 +19,30 @@ constexpr std::uint32_t most_read_together = 4 * block_size;
 // Blocks that nobody asked for, beside those that a cancel came too late for.
 constexpr int most_useless = 200;
 constexpr std::size_t most_hints = 64;
+// Output that a peer does not take: the blocks that it is given, and a megabyte of everything else.
+constexpr std::size_t most_unsent = 2 * 1024 * 1024;
 constexpr std::size_t metadata_part = 16 * 1024;
 constexpr std::size_t longest_version = 256;
 // A peer that sends a piece in so many seconds gets whole ones.
 constexpr double fast_piece_seconds = 10;
+
+/// Messages that move something on, or are counted by who takes them.
+bool moves_on(MessageKind kind) {
+    switch (kind) {
+        case MessageKind::have:
+        case MessageKind::bitfield:
+        case MessageKind::have_all:
+        case MessageKind::have_none:
+        case MessageKind::request:
+        case MessageKind::piece:
+        case MessageKind::cancel:
+        case MessageKind::reject:
+        case MessageKind::extended:
+            return true;
+        default:
+            return false;
+    }
+}
 
 }  // namespace
 
@@ -32,19 +52,25 @@ bool Swarm::is_block(const PeerMessage& message) const noexcept {
     return message.begin < length && message.length <= length - message.begin;
 }
 
+// A peer is left that breaks the rules, that floods, or that asks and does not take the answers.
 bool Swarm::heard(PeerLink& link, const PeerMessage& message) {
+    if (!moves_on(message.kind) && !link.patience.take(network_.now())) return false;
+    return understand(link, message) && link.unsent() <= most_unsent;
+}
+
+bool Swarm::understand(PeerLink& link, const PeerMessage& message) {
     const PieceBlock block{message.piece, message.begin, message.length};
     switch (message.kind) {
         case MessageKind::choke:
-            take_choke(link);
+            if (!link.chokes_us) take_choke(link);
             return true;
         case MessageKind::unchoke:
-            link.chokes_us = false;
-            fill(link);
+            if (std::exchange(link.chokes_us, false)) fill(link);
             return true;
         case MessageKind::interested:
         case MessageKind::not_interested:
-            link.is_interested = message.kind == MessageKind::interested;
+            if (link.is_interested == (message.kind == MessageKind::interested)) return true;
+            link.is_interested = !link.is_interested;
             choke_and_unchoke();
             return true;
         case MessageKind::have:
@@ -61,17 +87,11 @@ bool Swarm::heard(PeerLink& link, const PeerMessage& message) {
             take_cancel(link, block);
             return true;
         case MessageKind::reject:
-            take_reject(link, block);
-            return true;
+            return take_reject(link, block);
         case MessageKind::allowed_fast:
-        case MessageKind::suggest: {
-            auto& hints = message.kind == MessageKind::suggest ? link.suggested : link.allowed;
-            if (message.piece >= picker_.pieces()) return true;
-            if (hints.size() == most_hints) hints.erase(hints.begin());
-            hints.push_back(message.piece);
-            fill(link);
+        case MessageKind::suggest:
+            take_hint(link, message);
             return true;
-        }
         case MessageKind::extended:
             return take_extended(link, message);
         case MessageKind::port:
@@ -109,10 +129,21 @@ bool Swarm::take_pieces(PeerLink& link, const PeerMessage& message) {
 bool Swarm::take_have(PeerLink& link, std::uint32_t piece) {
     if (piece >= picker_.pieces()) return false;
     link.told_pieces = true;
-    if (!link.has.add(piece)) return true;
+    if (!link.has.add(piece)) return link.patience.take(network_.now());
     picker_.add_one(piece);
-    if (!link.we_are_interested) update_interest(link);
+    if (!link.we_are_interested && picker_.is_wanted(piece)) update_interest(link);
     return true;
+}
+
+// Pieces that the peer would rather give, or gives even while it chokes us (BEP 6).
+void Swarm::take_hint(PeerLink& link, const PeerMessage& message) {
+    const bool is_allowed = message.kind == MessageKind::allowed_fast;
+    auto& hints = is_allowed ? link.allowed : link.suggested;
+    const bool is_known = std::find(hints.begin(), hints.end(), message.piece) != hints.end();
+    if (message.piece >= picker_.pieces() || is_known) return;
+    if (hints.size() == most_hints) hints.erase(hints.begin());
+    hints.push_back(message.piece);
+    if (is_allowed && link.chokes_us) fill(link);
 }
 
 void Swarm::update_interest(PeerLink& link) {
@@ -226,6 +257,7 @@ void Swarm::blame(Picker::Peer peer) {
     const SocketAddress address = giver->second;
     if (candidates_.is_banned(address)) return;  // for another piece
     candidates_.ban(address);
+    candidates_.broke_rules(address);
     if (const auto at = links_.find(peer); at != links_.end()) drop(*at->second, true);
     listener_.banned(address);
 }
@@ -236,17 +268,18 @@ void Swarm::fail(const Result& why) {
     listener_.failed(why);
 }
 
-void Swarm::take_reject(PeerLink& link, const PieceBlock& block) {
+bool Swarm::take_reject(PeerLink& link, const PieceBlock& block) {
     const auto at = std::find(link.owes.begin(), link.owes.end(), block);
-    if (at == link.owes.end()) return;
+    if (at == link.owes.end()) return link.patience.take(network_.now());
     link.owes.erase(at);
     if (link.owes.empty()) link.window.dropped();
     picker_.lost(link.number(), block);
     std::erase(link.allowed, block.piece);  // it is not asked for the same again
-    if (!link.chokes_us) return;
+    if (!link.chokes_us) return true;
     for (auto& [number, other] : links_) {
         if (other.get() != &link) fill(*other);
     }
+    return true;
 }
 
 bool Swarm::take_request(PeerLink& link, const PeerMessage& message) {
@@ -256,7 +289,7 @@ bool Swarm::take_request(PeerLink& link, const PeerMessage& message) {
         !link.choked_by_us && picker_.have().has(block.piece) && link.wants.size() < most_wanted;
     if (!is_given) {
         refuse(link, block);
-        return true;
+        return link.patience.take(network_.now());
     }
     link.wants.push_back(block);
     give(link);
@@ -324,6 +357,7 @@ void Swarm::gave(std::uint32_t number, const std::vector<PieceBlock>& blocks,
 }
 
 bool Swarm::take_extended(PeerLink& link, const PeerMessage& message) {
+    if (message.extended != own_metadata_number && !link.patience.take(network_.now())) return false;
     if (message.extended == 0) {
         const auto handshake = parse_extension_handshake(message.data);
         if (!handshake) return false;
@@ -349,19 +383,19 @@ bool Swarm::take_extended(PeerLink& link, const PeerMessage& message) {
     if (message.extended != own_metadata_number) return true;
     const auto request = parse_metadata_message(message.data);
     if (!request) return false;
-    if (request->type == static_cast<std::int64_t>(MetadataType::request))
-        give_metadata(link, request->piece);
-    return true;
+    const bool is_request = request->type == static_cast<std::int64_t>(MetadataType::request);
+    return (is_request && give_metadata(link, request->piece)) || link.patience.take(network_.now());
 }
 
 // A part of the torrent's "info" value (BEP 9). What a peer does not take away is refused, so that it cannot
-// make this side hold many times its size.
-void Swarm::give_metadata(PeerLink& link, std::int64_t part) {
-    if (link.metadata_number == 0) return;
+// make this side hold many times its size. False: it is not given.
+bool Swarm::give_metadata(PeerLink& link, std::int64_t part) {
+    if (link.metadata_number == 0) return false;
     const auto parts = static_cast<std::int64_t>((torrent_.info.size() + metadata_part - 1) / metadata_part);
     MetadataMessage answer;
     answer.piece = part;
-    if (part < 0 || part >= parts || link.unsent() > PeerLink::enough_unsent) {
+    const bool is_given = part >= 0 && part < parts && link.unsent() <= PeerLink::enough_unsent;
+    if (!is_given) {
         answer.type = static_cast<std::int64_t>(MetadataType::reject);
     } else {
         answer.type = static_cast<std::int64_t>(MetadataType::data);
@@ -369,6 +403,7 @@ void Swarm::give_metadata(PeerLink& link, std::int64_t part) {
         answer.data = torrent_.info.substr(static_cast<std::size_t>(part) * metadata_part, metadata_part);
     }
     link.send(build_metadata_message(link.metadata_number, answer));
+    return is_given;
 }
 
 }  // namespace vantlow
