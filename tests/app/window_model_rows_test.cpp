@@ -5,6 +5,7 @@
 #include <ctime>
 #include <random>
 
+#include "app/process/queue_order.h"
 #include "app/window/model/job_rows.h"
 #include "app/window/model/view_tree.h"
 #include "engine/engine_fixture.h"
@@ -313,6 +314,34 @@ TEST_F(RowsTest, AWaitingJobsPlaceCountsThoseThatWait) {
     rows.changed(news(), now);
     EXPECT_EQ(places, 1);
     EXPECT_EQ(all(), "2,,3,1,");
+}
+
+TEST_F(RowsTest, WaitingJobsMoveInFrontOfAnother) {
+    const auto jobs =
+        add({"http://a/0", "http://a/1", "http://a/2", "http://a/3", "http://a/4", "http://a/5"});
+    ASSERT_TRUE(engine->stop(jobs[0]).ok());
+    const auto queue = [&] {
+        std::string numbers;
+        for (const CJobNode* const job : engine->queue()) numbers += static_cast<char>(job->address.back());
+        return numbers;
+    };
+    // In the order in which they wait, whatever that of the wish; one that does not wait stays.
+    EXPECT_TRUE(move_before(*engine, {jobs[5], jobs[0], jobs[3]}, jobs[2]).ok());
+    EXPECT_EQ(queue(), "13524");
+    EXPECT_TRUE(move_before(*engine, {jobs[1], jobs[5]}, jobs[4]).ok());
+    EXPECT_EQ(queue(), "32154");
+    EXPECT_TRUE(move_before(*engine, {jobs[3], jobs[2]}, jobs[3]).ok());  // in front of itself
+    EXPECT_EQ(queue(), "32154");
+    EXPECT_TRUE(move_before(*engine, {jobs[3], jobs[1]}, Guid()).ok());
+    EXPECT_EQ(queue(), "25431");
+    EXPECT_EQ(move_before(*engine, {jobs[0]}, jobs[1]).fault, Done::Fault::not_waiting);
+    EXPECT_EQ(move_before(*engine, {jobs[1]}, jobs[0]).fault, Done::Fault::not_waiting);
+    EXPECT_EQ(queue(), "25431");
+    for (const std::size_t place : {std::size_t{3}, std::size_t{99}, std::size_t{1}, std::size_t{0}}) {
+        ASSERT_TRUE(move_in_queue(*engine, jobs[4], place).ok());
+        EXPECT_EQ(queue().find('4'), std::min<std::size_t>(place, 4));
+    }
+    EXPECT_EQ(queue(), "42531");
 }
 
 TEST_F(RowsTest, TheTreeShowsCategoriesFirstAndWhatIsUnread) {

@@ -108,11 +108,16 @@ TEST(WindowTexts, FollowTheCatalogue) {
     Texts forms;
     for (const int count : {1, 3, 11, 12, 21, 104}) forms.push_back(trn("%1 job", "%1 jobs", count));
     EXPECT_EQ(forms, (Texts{"1 a", "3 b", "11 c", "12 c", "21 a", "104 b"}));
+    EXPECT_FALSE(is_right_to_left());
+    set_catalogue(Catalogue::read("direction: right-to-left\n" + head, error));
+    EXPECT_TRUE(is_right_to_left());
     set_catalogue(std::nullopt);
+    EXPECT_FALSE(is_right_to_left());
     EXPECT_EQ(trn("%1 job", "%1 jobs", 1) + trn("%1 job", "%1 jobs", 0), "1 job0 jobs");
     for (const std::string& wrong :
          {std::string("\xFF"), std::string(), std::string("language: x\nname: y\n"), head + "alone",
-          head + "of %1\nvon %2", head + "%1 job|%1 jobs\n%1 a|%1 b", head + "a\nb\nc"}) {
+          head + "of %1\nvon %2", "direction: up\n" + head, head + "%1 job|%1 jobs\n%1 a|%1 b",
+          head + "a\nb\nc"}) {
         EXPECT_FALSE(Catalogue::read(wrong, error)) << wrong;
         EXPECT_FALSE(std::exchange(error, {}).empty());
     }
@@ -125,14 +130,17 @@ TEST(WindowTexts, ReasonsOfFailuresAreToldInTheLanguage) {
     std::string error;
     auto catalogue = Catalogue::read(
         "language: xx\nname: Xish\nplurals: other\n\nHTTP server error.\nHTTP-Fehler.\n\n"
-        "The server refuses the file\nKeine Datei\n",
+        "The server refuses the file\nKeine Datei\n\nretry %1: %2\n%2 (%1.)\n\n"
+        "retry %1 in %2: %3\nVersuch %1 in %2: %3\n",
         error);
     ASSERT_TRUE(catalogue) << error;
     set_catalogue(std::move(catalogue));
     EXPECT_EQ(trouble_text("HTTP server error. (404 Not Found)"), "HTTP-Fehler. (404 Not Found)");
     EXPECT_EQ(trouble_text("The server refuses the file: 550 no\n"), "Keine Datei: 550 no?");
     EXPECT_EQ(trouble_text("Something else."), "Something else.");
-    EXPECT_EQ(trouble_text("retry 2 in 1:05: HTTP server error."), "retry 2 in 1:05: HTTP-Fehler.");
+    EXPECT_EQ(trouble_text("retry 2 in 1:05: HTTP server error."), "Versuch 2 in 1:05: HTTP-Fehler.");
+    EXPECT_EQ(trouble_text("retry 12: HTTP server error."), "HTTP-Fehler. (12.)");
+    EXPECT_EQ(trouble_text("retry later"), "retry later");
     EXPECT_EQ(trouble_text(""), "");
     set_catalogue(std::nullopt);
 }
@@ -536,12 +544,16 @@ TEST_F(WindowTest, DetailsFollowTheSelectedJob) {
         EXPECT_FALSE(line.label.empty());
         EXPECT_EQ(line.value.find("secret"), std::string::npos) << line.label;
     }
+    EXPECT_EQ(details.log_note(false), "");
+    EXPECT_EQ(details.log_note(true), "No line holds these words.");
+    EXPECT_EQ(details.connections_note(), "Nothing is connected at the moment.");
     const JobDetails::Time start{};
     session.lines = {{"a.example", 20, 50, 1, true}, {"a.example", 60, 100, 2, true}};
     details.look(start);
     session.lines = {{"a.example", 30, 50, 1, true}, {"a.example", 90, 95, 2, true}};
     details.look(start + std::chrono::seconds(1));
     ASSERT_EQ(details.connections().size(), 2U);
+    EXPECT_EQ(details.connections_note(), "");
     EXPECT_NEAR(details.connections()[0].speed, 10, 0.1);
     EXPECT_NEAR(details.connections()[1].speed, 30, 0.1);
     session.lines = {{"a.example", 5, 8, 1, true}, {"b.example", 0, 0, 0, false, "busy"}};

@@ -1,7 +1,9 @@
 // The lists and the pieces of a torrent, as the window shows them.
 #include <gtest/gtest.h>
 
+#include "app/window/model/file_endings.h"
 #include "app/window/model/torrent_tables.h"
+#include "base/text.h"
 
 namespace vantlow {
 namespace {
@@ -65,9 +67,26 @@ TEST(WindowTorrents, ListsShowWhatAReportSays) {
         EXPECT_EQ(lines_of(table), one.lines) << table.title();
         const auto again = table.take(report, now);
         EXPECT_TRUE(!again.is_other && again.removed.empty() && again.inserted.empty()) << table.title();
+        EXPECT_EQ(table.note(), "") << table.title();
         table.take({}, now);
         EXPECT_EQ(table.rows(), 0U);
+        EXPECT_NE(table.note(), "") << table.title();
     }
+}
+
+TEST(WindowTorrents, FilesAreGroupedByTheirEndings) {
+    Texts groups;
+    for (const EndingGroup& group :
+         group_by_ending({u"a/1.JPG", u"film.mkv", u"a.b\\README", u"2.jpg", u".hidden", u"Vol. 2 of it",
+                          u"end.", u"a/b.c/3.jpg", u"x.verylongending", u"4.\u00c4pf", u"5.mkv"})) {
+        std::string line = label_of(group) + ":";
+        for (const std::size_t file : group.files) line += " " + std::to_string(file);
+        groups.push_back(line);
+    }
+    EXPECT_EQ(groups, (Texts{".jpg (3): 0 3 7", ".mkv (2): 1 10", ".\u00e4pf (1): 9"}));
+    std::vector<std::u16string> many;
+    for (int i = 0; i < 100; ++i) many.push_back(u"x." + to_utf16(std::to_string(i)));
+    EXPECT_EQ(group_by_ending(many).size(), most_endings);
 }
 
 TEST(WindowTorrents, PeersKeepTheirRowsWhileOthersComeAndGo) {

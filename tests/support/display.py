@@ -280,5 +280,17 @@ def click_at(x, y):
     time.sleep(0.3)
 
 
+def drag(x, y, to_x, to_y):
+    """With the left button, in steps: a drag begins with the first ones."""
+    subprocess.run(["xdotool", "mousemove", str(x), str(y), "mousedown", "1"], check=True)
+    for step in range(1, 11):
+        time.sleep(0.1)
+        words = (str(x + (to_x - x) * step // 10 + (10 - step)), str(y + (to_y - y) * step // 10))
+        subprocess.run(["xdotool", "mousemove", *words], check=True)
+    time.sleep(0.3)
+    subprocess.run(["xdotool", "mouseup", "1"], check=True)
+    time.sleep(0.3)
+
+
 def write(text):
     subprocess.run(["xdotool", "type", "--delay", "5", text], check=True)

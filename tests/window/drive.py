@@ -87,6 +87,11 @@ class Usage:
     def told(self, *words):
         return json.loads(self.run("--json", *words).stdout)
 
+    def drag_row(self, row, onto):
+        """Into the upper half of another row."""
+        (x, y), (to_x, to_y) = self.place_of_row(row), self.place_of_row(onto)
+        display.drag(x, y, to_x, to_y)
+
     def end(self):
         to_front(FRAME)
         press("ctrl+q")
@@ -120,6 +125,10 @@ class Window(Usage, display.Vantlow):
 
     def click_row(self, columns, row):
         display.click(self.table(columns).own.get_table_iface().get_accessible_at(row, 0))
+
+    def place_of_row(self, row):
+        room = self.table(self.LIST).own.get_table_iface().get_accessible_at(row, 0).get_component_iface().get_extents(0)
+        return room.x + 40, room.y + room.height // 4
 
     def click_box(self, row):
         display.click(self.table(self.FILES).own.get_table_iface().get_accessible_at(row, 0), x=12)
@@ -264,6 +273,32 @@ def stop_and_start(window, server):
     window.run("remove", *[job["id"] for job in window.jobs() if job["file"] == "slow.bin"])
 
 
+def queue(window, server):
+    """In the order of the queue a download that waits is dragged in front of another one."""
+    def queued():
+        waiting = [(int(line[1]), line[0]) for line in window.names() if line[1].strip()]
+        return "".join(name.split("slow-")[1][0] for _, name in sorted(waiting))
+
+    # The column of places is there from the next start on.
+    until(lambda: not any("running" in line for line in window.names()), "the end of what still runs")
+    window.end()
+    settings = window.folder / "settings.ini"
+    settings.write_text(re.sub(r"columns=(name:\d+:1,)(.*?),order:\d+:0", r"columns=\1order:60:1,\2", settings.read_text()))
+    window.start()
+    window.run("settings", "set", "Performance/MaxJobs", "1")
+    window.run("add", "--limit", "10K", "--dir", window.path(""), *(f"{server}/slow-{n}.bin" for n in "abcd"))
+    until(lambda: queued() == "bcd", "the places of those that wait")
+    window.drag_row(window.row_of("slow-d"), window.row_of("slow-b"))
+    window.says("Sorted by the column")
+    assert queued() == "bcd", queued()
+    window.click_header("Place")
+    until(lambda: window.row_of("slow-b") < window.row_of("slow-c") < window.row_of("slow-d"), "the order of the queue")
+    window.drag_row(window.row_of("slow-d"), window.row_of("slow-b"))
+    until(lambda: queued() == "dbc", "the last one in front")
+    window.run("remove", *[job["id"] for job in window.jobs() if "/slow-" in job["address"]])
+    window.run("settings", "unset", "Performance/MaxJobs")
+
+
 def torrent(window, _server):
     """Files are chosen by their boxes and their menu, trackers added and removed."""
     whole = window.folder / "journey"
@@ -286,8 +321,14 @@ def torrent(window, _server):
         window.click_box(clicked)
         until(lambda expected=found: wanted() == expected, f"{found}")
     window.click_row(window.FILES, 0)
+    # There the menu, which opens at the pointer, has room below it.
+    subprocess.run(["xdotool", "mousemove", "500", "250"], check=True)
     press("Menu", "Down", "Return")
     until(lambda: wanted() == ["high", "normal"], "a file that comes first")
+    press("Menu", "s")
+    until(lambda: wanted() == ["high", "skip"], "only the selected file")
+    press("Menu", "c")
+    until(lambda: wanted() == ["high", "normal"], "all files")
     until(lambda: window.lines(window.FILES)[0][-1] != "normal", "its priority in the list")
     window.choose_tab("Trackers")
     until(lambda: len(window.lines(window.TRACKERS)) == 1, "the tracker")
@@ -379,7 +420,7 @@ def end_without_display(window):
     assert told.wait(20) == 0
 
 
-SCENARIOS = (first_start, second_start, search, removal, known_addresses, crash, order, stop_and_start, torrent, forms, options,
+SCENARIOS = (first_start, second_start, search, removal, known_addresses, crash, order, stop_and_start, queue, torrent, forms, options,
              end_in_a_dialog_of_the_system)
 
 

@@ -285,6 +285,7 @@ void DetailTabs::look() {
     if (page->tab == Tab::log) search_log();
     if (page->tab == Tab::details) {
         const Lines::News news = lines_->take(details_.lines());
+        detail_table_->set_note(lines_->rows() == 0 ? ui(tr("No download is selected.")) : wxString());
         if (news == Lines::News::all) detail_table_->reset();
         if (news == Lines::News::values) detail_table_->redraw();
     }
@@ -293,6 +294,7 @@ void DetailTabs::look() {
 void DetailTabs::look_at_segments(bool is_other) {
     const std::size_t before = connections_->rows();
     details_.look(std::chrono::steady_clock::now());
+    connection_table_->set_note(ui(details_.connections_note()));
     picture_->Refresh();
     if (before == connections_->rows() && !is_other) {
         connection_table_->redraw();
@@ -325,7 +327,10 @@ void DetailTabs::search_log() {
     const bool follows = log_table_->selection().empty();
     const std::vector<std::size_t> selection = log_table_->selection();
     const std::uint64_t begins = details_.log_begins();
-    if (!log_->look(utf8_of(log_search_->GetValue()))) return;
+    const bool is_other = log_->look(utf8_of(log_search_->GetValue()));
+    const bool is_searched = !log_search_->GetValue().empty();
+    log_table_->set_note(log_->rows() > 0 ? wxString() : ui(details_.log_note(is_searched)));
+    if (!is_other) return;
     log_table_->reset();
     if (follows && log_->rows() > 0) log_table_->show_row(log_->rows() - 1);
     if (!follows && before <= log_->rows() && begins == details_.log_begins()) log_table_->select(selection);

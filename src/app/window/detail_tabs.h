@@ -6,6 +6,7 @@
 #include <wx/srchctrl.h>
 
 #include <memory>
+#include <optional>
 #include <vector>
 
 #include "app/window/drawn.h"
@@ -61,9 +62,9 @@ class DetailTabs : public wxNotebook {
     std::vector<Page> pages_;  ///< all that there are, in their order; the notebook has those of the job
     Tab wanted_ = Tab::segments;
     bool shows_torrent_ = false;
-    bool arranging_ = false;           ///< pages come and go, nobody chooses one
-    Guid job_seen_;                    ///< that the page shows
-    std::uint64_t revision_seen_ = 0;  ///< of the engine
+    bool arranging_ = false;                      ///< pages come and go, nobody chooses one
+    Guid job_seen_;                               ///< that the page shows
+    std::optional<std::uint64_t> revision_seen_;  ///< of the engine
     Tab tab_seen_ = Tab::segments;
     Clock::time_point next_report_{};  ///< of a torrent
     bool torrent_rests_ = true;        ///< by the last report

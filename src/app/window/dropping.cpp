@@ -125,11 +125,19 @@ class AnyObject : public wxDataObjectComposite {
 
 class AnyTarget : public wxDropTarget {
   public:
-    AnyTarget(wxWindow& window, TakeDropped take)
-        : wxDropTarget(new AnyObject), window_(window), take_(std::move(take)) {
+    AnyTarget(wxWindow& window, TakeDropped take, DraggedOver over)
+        : wxDropTarget(new AnyObject), window_(window), take_(std::move(take)), over_(std::move(over)) {
         SetDefaultAction(wxDragCopy);
     }
+    wxDragResult OnDragOver(wxCoord x, wxCoord y, wxDragResult result) override {
+        if (over_) over_(window_.ClientToScreen(wxPoint(x, y)));
+        return wxDropTarget::OnDragOver(x, y, result);
+    }
+    void OnLeave() override {
+        if (over_) over_(std::nullopt);
+    }
     wxDragResult OnData(wxCoord x, wxCoord y, wxDragResult result) override {
+        OnLeave();
         if (!GetData()) return wxDragNone;
         const Dropped dropped = static_cast<AnyObject*>(GetDataObject())->dropped();
         if (dropped.empty()) return wxDragNone;
@@ -142,12 +150,13 @@ class AnyTarget : public wxDropTarget {
   private:
     wxWindow& window_;
     TakeDropped take_;
+    DraggedOver over_;
 };
 
 }  // namespace
 
-wxDropTarget* make_drop_target(wxWindow& window, TakeDropped take) {
-    return new AnyTarget(window, std::move(take));
+wxDropTarget* make_drop_target(wxWindow& window, TakeDropped take, DraggedOver over) {
+    return new AnyTarget(window, std::move(take), std::move(over));
 }
 
 Dropped read_clipboard() {

@@ -5,6 +5,7 @@
 #include <wx/frame.h>
 
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -21,8 +22,11 @@ struct Dropped {
 
 using TakeDropped = std::function<void(const Dropped& dropped, const wxPoint& on_screen)>;
 
+/// Where something is dragged over a window; none: it has left it, or is dropped.
+using DraggedOver = std::function<void(const std::optional<wxPoint>& on_screen)>;
+
 /// Hears of drops on a window, which owns it.
-wxDropTarget* make_drop_target(wxWindow& window, TakeDropped take);
+wxDropTarget* make_drop_target(wxWindow& window, TakeDropped take, DraggedOver over = {});
 
 /// The links in the clipboard.
 Dropped read_clipboard();

@@ -5,6 +5,8 @@
 #include <algorithm>
 
 #include "app/process/known_settings.h"
+#include "app/process/queue_order.h"
+#include "app/terminal/display_text.h"
 #include "app/window/category_dialog.h"
 #include "app/window/confirm.h"
 #include "app/window/detail_tabs.h"
@@ -24,6 +26,12 @@ std::u16string name_of(const CJobNode& job) {
     std::u16string name = cut == std::u16string::npos ? job.path : job.path.substr(cut + 1);
     if (!name.empty()) return name;
     return job.file_name.empty() ? job.address : job.file_name;
+}
+
+// The name within a question, which a server's name of hundreds of letters would make wider than the screen.
+std::string short_name_of(const CJobNode& job) {
+    constexpr int most_letters = 70;
+    return shorten(shown(name_of(job)), most_letters);
 }
 
 }  // namespace
@@ -244,7 +252,7 @@ void JobActions::remove(bool with_files) {
     ids.reserve(jobs.size());
     for (const CJobNode* const job : jobs) ids.push_back(job->identity);
     const auto count = static_cast<std::int64_t>(jobs.size());
-    const std::string name = shown(name_of(*jobs.front()));
+    const std::string name = short_name_of(*jobs.front());
     std::string question =
         trn("Remove %1 download from the list?", "Remove %1 downloads from the list?", count);
     if (count == 1) question = fill(tr("Remove \"%1\" from the list?"), {name});
@@ -263,6 +271,12 @@ void JobActions::remove(bool with_files) {
 
 void JobActions::move(const std::vector<Guid>& jobs, const Guid& category) {
     for (const Guid& job : jobs) tell(model_.engine.move(job, category), {});
+    tell_all();
+    settle();
+}
+
+void JobActions::reorder_before(const std::vector<Guid>& jobs, const Guid& next) {
+    tell(move_before(model_.engine, jobs, next), {});
     tell_all();
     settle();
 }

@@ -25,6 +25,8 @@ class JobActions {
     /// Gives it. False for a command that is no job's.
     bool give(Command command);
     void move(const std::vector<Guid>& jobs, const Guid& category);
+    /// Has jobs that wait stand in front of another one; zero: behind all.
+    void reorder_before(const std::vector<Guid>& jobs, const Guid& next);
     void start(const std::vector<Guid>& jobs);
     /// Files what a draft says and starts it, as soon as it is safe. Returns the new jobs.
     std::vector<Guid> add(const JobDraft& draft);

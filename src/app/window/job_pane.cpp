@@ -54,14 +54,12 @@ JobPane::JobPane(wxWindow* parent, WindowModel& model, Events events)
         if (events_.menu) events_.menu();
     };
     of_table.header = [this](int column, bool further) { sort_by(static_cast<Column>(column), further); };
-    of_table.dragged = [this] {
-        if (events_.dragged) events_.dragged();
+    of_table.dragged = [this] { return events_.dragged ? events_.dragged() : wxString(); };
+    of_table.drag_ended = [this] {
+        if (events_.drag_ended) events_.drag_ended();
     };
     table_ = new RowTable(this, ui(tr("Downloads")), *this, row_signs(), std::move(of_table));
-    note_ = new wxStaticText(this, wxID_ANY, wxString(), wxDefaultPosition, wxDefaultSize,
-                             wxST_NO_AUTORESIZE | wxST_ELLIPSIZE_END);
     auto* const all = new wxBoxSizer(wxVERTICAL);
-    all->Add(note_, wxSizerFlags().Expand().Border(wxALL, FromDIP(6)));
     all->Add(table_, wxSizerFlags(1).Expand());
     SetSizer(all);
     model_.rows.on_news([this](const RowNews& news) { take_news(news); });
@@ -165,17 +163,12 @@ void JobPane::show(const View& view, const wxString& search) {
 
 // An empty list says why it is empty.
 void JobPane::look_at_note() {
-    const bool is_empty = model_.rows.size() == 0;
-    if (is_empty) {
-        const bool is_first = std::ranges::all_of(model_.engine.categories(),
-                                                  [](const CClassNode* one) { return one->jobs.empty(); });
-        note_->SetLabel(is_first ? ui(tr("Ctrl+N adds a download; links can be pasted or dropped here, too."))
-                        : is_searching_ ? ui(tr("No download here holds these words."))
-                                        : ui(tr("There are no downloads in this view.")));
-    }
-    if (note_->IsShown() == is_empty) return;
-    note_->Show(is_empty);
-    Layout();
+    if (model_.rows.size() > 0) return table_->set_note({});
+    const bool is_first = std::ranges::all_of(model_.engine.categories(),
+                                              [](const CClassNode* one) { return one->jobs.empty(); });
+    table_->set_note(is_first ? ui(tr("Ctrl+N adds a download; links can be pasted or dropped here, too."))
+                     : is_searching_ ? ui(tr("No download here holds these words."))
+                                     : ui(tr("There are no downloads in this view.")));
 }
 
 void JobPane::select(const std::vector<Guid>& jobs) {
@@ -184,6 +177,19 @@ void JobPane::select(const std::vector<Guid>& jobs) {
     table_->select(rows);
     if (!rows.empty()) table_->show_row(rows.front());
     if (events_.selected) events_.selected();
+}
+
+bool JobPane::shows_queue() const {
+    const std::vector<SortKey>& keys = model_.rows.sorted_by();
+    return !keys.empty() && keys.front() == SortKey{Column::order, false};
+}
+
+Guid JobPane::waiting_from(std::size_t row) const {
+    for (; row < model_.rows.size(); ++row) {
+        const auto facts = model_.rows.facts(row);
+        if (facts && facts->job.state == JobState::waiting) return facts->job.identity;
+    }
+    return {};
 }
 
 void JobPane::take_news(const RowNews& news) {

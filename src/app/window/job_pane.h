@@ -11,8 +11,6 @@
 #include "app/window/model/window_model.h"
 #include "app/window/row_table.h"
 
-class wxStaticText;
-
 namespace vantlow {
 
 class JobPane : public wxPanel, private RowSource {
@@ -21,7 +19,8 @@ class JobPane : public wxPanel, private RowSource {
         std::function<void()> selected;
         std::function<void()> opened;
         std::function<void()> menu;
-        std::function<void()> dragged;
+        std::function<wxString()> dragged;  ///< as RowTable's
+        std::function<void()> drag_ended;
     };
     JobPane(wxWindow* parent, WindowModel& model, Events events);
     ~JobPane() override;
@@ -37,6 +36,10 @@ class JobPane : public wxPanel, private RowSource {
     /// Selects these jobs and shows the first of them.
     void select(const std::vector<Guid>& jobs);
     [[nodiscard]] RowTable& table() noexcept { return *table_; }
+    /// True where the rows stand in the order of the queue.
+    [[nodiscard]] bool shows_queue() const;
+    /// The first job that waits, from this row on; zero: none does.
+    [[nodiscard]] Guid waiting_from(std::size_t row) const;
 
   private:
     [[nodiscard]] std::size_t rows() const override { return model_.rows.size(); }
@@ -53,7 +56,6 @@ class JobPane : public wxPanel, private RowSource {
     Events events_;
     std::vector<vantlow::Layout::ColumnPlace> columns_;  ///< all of them
     bool is_searching_ = false;
-    wxStaticText* note_ = nullptr;  ///< there while the list is empty
     RowTable* table_ = nullptr;
 };
 

@@ -98,7 +98,8 @@ void MainFrame::build_panes() {
     of_jobs.selected = [this] { show_selection(); };
     of_jobs.opened = [this] { give(actions_.can(command_open) ? command_open : command_properties); };
     of_jobs.menu = [this] { pop_up_jobs(); };
-    of_jobs.dragged = [this] { drag_jobs(); };
+    of_jobs.dragged = [this] { return drag_jobs(); };
+    of_jobs.drag_ended = [this] { dragged_.clear(); };
     jobs_ = new JobPane(middle, model_, std::move(of_jobs));
     views_ = new ViewPane(this, model_.tree, std::move(of_views));
     tabs_ = new DetailTabs(this, model_);
@@ -169,8 +170,13 @@ void MainFrame::bind() {
     });
     timer_.Bind(wxEVT_TIMER, [this](wxTimerEvent&) { round(); });
     const TakeDropped take = [this](const Dropped& dropped, const wxPoint& at) { take_dropped(dropped, at); };
-    for (wxWindow* const window : {&jobs_->table().control(), &views_->tree().control()})
-        window->SetDropTarget(make_drop_target(*window, take));
+    wxWindow& tree = views_->tree().control();
+    tree.SetDropTarget(make_drop_target(tree, take));
+    wxWindow& list = jobs_->table().control();
+    list.SetDropTarget(make_drop_target(list, take, [this](const std::optional<wxPoint>& on_screen) {
+        const bool is_ours = on_screen && !dragged_.empty() && jobs_->shows_queue();
+        jobs_->table().mark_gap(is_ours ? jobs_->table().gap_at(*on_screen) : std::nullopt);
+    }));
     SetDropTarget(make_drop_target(*this, take));
     zone_ = new DropZone(this, model_.live, take, [this] { come_to_front(); });
     clipboard_ =
@@ -244,6 +250,7 @@ void MainFrame::slow_round() {
     if (speed_->IsShownOnScreen()) speed_->Refresh();
     zone_->look();
     notices_->look();
+    ask_which_files();
     if (tray_) tray_->look(model_.status);
 }
 

@@ -72,7 +72,8 @@ class MainFrame : public wxFrame {
     void pop_up_views();
     void pop_up_spans();
     void move_to(int index);
-    void drag_jobs();
+    wxString drag_jobs();
+    void drop_jobs(const View* category, const wxPoint& on_screen);
     void join_films();
     void new_jobs(const std::string& text);
     void show_job(const Guid& job);
@@ -80,6 +81,8 @@ class MainFrame : public wxFrame {
     void paste();
     void clipboard_changed();
     void ask_next();
+    void ask_which_files();
+    void choose_files(const Guid& job, std::size_t count, const QuestionAnswer& answer);
     void show_options();
     void show_about();
     void say(const std::string& text, int icon = wxICON_WARNING);
@@ -104,6 +107,7 @@ class MainFrame : public wxFrame {
     std::unique_ptr<EndNotices> notices_;
     std::vector<Guid> move_targets_;       ///< the categories in the menu that is open
     std::vector<std::string> said_;        ///< sentences that the bar shows
+    std::vector<Guid> undescribed_;        ///< added jobs, of which torrents are asked about
     std::vector<Guid> dragged_;            ///< the jobs that are being dragged
     std::vector<std::string> last_links_;  ///< of the clipboard, when it was looked at last
     bool is_built_ = false;                ///< before that, panes report to nobody

@@ -1,13 +1,13 @@
 // The ways of links and jobs into the main window, and of its jobs out of it: dialogs, drops, the clipboard.
-#include <wx/dataobj.h>
-#include <wx/dnd.h>
-
 #include <algorithm>
+#include <map>
 
 #include "app/window/combine_dialog.h"
 #include "app/window/main_frame.h"
+#include "app/window/model/texts.h"
 #include "app/window/model/translate.h"
 #include "app/window/new_job_dialog.h"
+#include "app/window/question_dialog.h"
 #include "app/window/words.h"
 
 namespace vantlow {
@@ -23,20 +23,15 @@ bool is_film(std::u16string_view path) {
 }  // namespace
 
 // Dragged addresses are text for other programs; onto a category of ours they move the jobs.
-void MainFrame::drag_jobs() {
+wxString MainFrame::drag_jobs() {
     wxString text;
     const auto jobs = model_.rows.selected();
     for (const Guid& id : jobs) {
         const CJobNode* const job = model_.engine.find(id);
         if (job != nullptr) text += ui(to_utf8(job->address)) + "\n";
     }
-    if (text.empty()) return;
-    wxTextDataObject data(text);
-    wxDropSource source(data, this);
     dragged_ = jobs;
-    source.DoDragDrop(wxDrag_CopyOnly);
-    // The drop itself arrives behind this, when the loop runs again.
-    CallAfter([this] { CallAfter([this] { dragged_.clear(); }); });
+    return text;
 }
 
 void MainFrame::new_jobs(const std::string& text) {
@@ -53,8 +48,47 @@ void MainFrame::new_jobs(const std::string& text) {
     if (ended == NewJobDialog::add_mirrors)
         return actions_.add_mirrors(dialog.known_job(), dialog.other_links());
     const auto added = actions_.add(dialog.draft());
+    if (!dialog.has_chosen_files()) undescribed_.insert(undescribed_.end(), added.begin(), added.end());
     host_.turn();
     if (!added.empty()) jobs_->select(added);
+}
+
+// A torrent that was added without a choice among its files is asked about as soon as these are known; until
+// then all of them are wanted. One at a time.
+void MainFrame::ask_which_files() {
+    if (asking_ || ending_) return;
+    Guid job;
+    std::erase_if(undescribed_, [this, &job](const Guid& one) {
+        const auto report = job.is_zero() ? model_.engine.torrent_report(one, 0) : TorrentReport();
+        if (!report || !report->is_described) return !report;
+        job = one;
+        return true;
+    });
+    const auto report = model_.engine.torrent_report(job, torrent_part::files);
+    if (!report || report->files.size() < 2) return;
+    Question question;
+    question.kind = QuestionKind::which_files;
+    question.path = report->name;
+    for (const TorrentFile& file : report->files)
+        question.files.push_back({job, file.name, file.size, file.is_chosen()});
+    asking_ = true;
+    const auto answer = ask(*this, question, {}, [this, job] { return model_.engine.find(job) == nullptr; });
+    asking_ = false;
+    if (ending_) return;
+    if (answer) choose_files(job, report->files.size(), *answer);
+    CallAfter([this] { ask_next(); });
+}
+
+void MainFrame::choose_files(const Guid& job, std::size_t count, const QuestionAnswer& answer) {
+    if (answer.none) return say(tr("Choose at least one of the files."));
+    const auto chosen = select(answer.selection, count);
+    if (!chosen) return;
+    std::map<std::size_t, FilePriority> wanted;
+    for (std::size_t file = 1; file <= count; ++file) wanted[file] = FilePriority::skip;
+    for (const std::size_t file : *chosen) wanted[file + 1] = FilePriority::normal;
+    const Done done = model_.engine.choose_files(job, wanted);
+    if (!done.ok()) say(sentence_of(done));
+    actions_.settle();
 }
 
 // Shows the view that has all jobs, with this one selected.
@@ -65,12 +99,21 @@ void MainFrame::show_job(const Guid& job) {
     jobs_->table().control().SetFocus();
 }
 
+// Jobs of the list go to a category, or to another place in the queue.
+void MainFrame::drop_jobs(const View* category, const wxPoint& on_screen) {
+    if (category != nullptr) return actions_.move(dragged_, category->category);
+    const auto gap = jobs_->table().gap_at(on_screen);
+    if (!gap) return;
+    if (!jobs_->shows_queue())
+        return tell_about(
+            tr("Sorted by the column \"Place\", downloads that wait can be dragged to another one."));
+    actions_.reorder_before(dragged_, jobs_->waiting_from(*gap));
+    host_.turn();
+}
+
 void MainFrame::take_dropped(const Dropped& dropped, const wxPoint& on_screen) {
     const View* const category = views_->IsShownOnScreen() ? views_->category_at(on_screen) : nullptr;
-    if (!dragged_.empty()) {
-        if (category != nullptr) actions_.move(dragged_, category->category);
-        return;
-    }
+    if (!dragged_.empty()) return drop_jobs(category, on_screen);
     if (!dropped.files.empty()) {
         JobDraft draft;
         draft.links = dropped.files;
@@ -78,7 +121,8 @@ void MainFrame::take_dropped(const Dropped& dropped, const wxPoint& on_screen) {
         if (!viewed.is_zero()) draft.category = viewed;
         if (category != nullptr) draft.category = category->category;
         draft.asks_which = true;
-        actions_.add(draft);
+        const auto added = actions_.add(draft);
+        undescribed_.insert(undescribed_.end(), added.begin(), added.end());
     }
     if (dropped.links.empty()) return;
     std::string text;

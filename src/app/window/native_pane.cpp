@@ -1,6 +1,7 @@
 #include "app/window/native_pane.h"
 
 #include <wx/sizer.h>
+#include <wx/stattext.h>
 
 namespace vantlow {
 
@@ -9,9 +10,20 @@ void NativePane::fill_with(wxWindow& control) {
     // GTK gives the control its place before the panel has one of its own, and wants room for headers and
     // scroll bars from the beginning.
     SetSize(FromDIP(wxSize(120, 120)));
+    note_ = new wxStaticText(this, wxID_ANY, wxString(), wxDefaultPosition, wxDefaultSize,
+                             wxST_NO_AUTORESIZE | wxST_ELLIPSIZE_END);
+    note_->Hide();
     auto* const all = new wxBoxSizer(wxVERTICAL);
+    all->Add(note_, wxSizerFlags().Expand().Border(wxALL, FromDIP(6)));
     all->Add(&control, wxSizerFlags(1).Expand());
     SetSizer(all);
+}
+
+void NativePane::set_note(const wxString& note) {
+    if (note_->GetLabel() != note) note_->SetLabel(note);
+    if (note_->IsShown() != note.empty()) return;
+    note_->Show(!note.empty());
+    Layout();
 }
 
 void NativePane::note_selection(const std::function<void()>& tell) {

@@ -5,6 +5,8 @@
 
 #include <functional>
 
+class wxStaticText;
+
 namespace vantlow {
 
 /// Is filled by one control and reports its selection: once for all changes of one gesture, and never for
@@ -15,6 +17,8 @@ class NativePane : public wxPanel {
     NativePane(const NativePane&) = delete;
     NativePane& operator=(const NativePane&) = delete;
     [[nodiscard]] wxWindow& control() const noexcept { return *filling_; }
+    /// A sentence above the control: the reason why it is empty. An empty one is not shown.
+    void set_note(const wxString& note);
 
   protected:
     explicit NativePane(wxWindow* parent) : wxPanel(parent) {}
@@ -41,6 +45,7 @@ class NativePane : public wxPanel {
 
   private:
     wxWindow* filling_ = nullptr;
+    wxStaticText* note_ = nullptr;
     bool selection_noted_ = false;
     bool silent_ = false;
 };

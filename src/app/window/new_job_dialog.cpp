@@ -2,7 +2,6 @@
 
 #include <wx/button.h>
 #include <wx/checkbox.h>
-#include <wx/checklst.h>
 #include <wx/choice.h>
 #include <wx/collpane.h>
 #include <wx/display.h>
@@ -14,6 +13,7 @@
 #include <algorithm>
 
 #include "app/window/confirm.h"
+#include "app/window/file_choice.h"
 #include "app/window/model/texts.h"
 #include "app/window/model/translate.h"
 #include "app/window/system.h"
@@ -103,9 +103,7 @@ void NewJobDialog::build_known(wxSizer& all) {
 }
 
 void NewJobDialog::build_files(wxSizer& all) {
-    files_ = new wxCheckListBox(this, wxID_ANY);
-    name_for_readers(*files_, ui(tr("Files")));
-    files_->SetMinSize(FromDIP(wxSize(460, 140)));
+    files_ = new FileChoice(this);
     files_->Hide();
     all.Add(files_, wxSizerFlags(1).Expand().Border(wxLEFT | wxRIGHT | wxTOP, FromDIP(10)));
 }
@@ -240,16 +238,13 @@ void NewJobDialog::look_at_files() {
     const std::vector<TorrentEntry>& files = model_.new_jobs.files(form_);
     if (files != files_seen_) {
         files_seen_ = files;
-        wxArrayString lines;
-        for (const TorrentEntry& file : files)
-            lines.Add(ui(shown(file.name)) + " (" + ui(size_text(file.size)) + ")");
-        files_->Set(lines);
-        for (unsigned i = 0; i < files_->GetCount(); ++i) files_->Check(i);
+        std::vector<FileChoice::File> choice;
+        for (const TorrentEntry& file : files) choice.push_back({file.name, file.size});
+        files_->set_files(choice);
         files_->Show(!files.empty());
         grow();
     }
-    form_.chosen.clear();
-    for (unsigned i = 0; i < files_->GetCount(); ++i) form_.chosen.push_back(files_->IsChecked(i));
+    form_.chosen = files_->chosen();
 }
 
 // Until a person chooses one, the category is that of the rules.
@@ -272,7 +267,7 @@ void NewJobDialog::look_at_server() {
     const bool waits = !question.empty() && !says && (inquiry_ || pause_.IsRunning());
     says_->SetLabel(says    ? as_label(sentence_of(*says))
                     : waits ? ui(tr("The server is being asked ..."))
-                            : wxString());
+                            : as_label(model_.new_jobs.note_on_files(form_)));
     const bool is_named = says && says->result.ok();
     name_->SetHint(is_named ? ui(shown(says->name)) : ui(tr("as the server names it")));
     const std::u16string said = is_named ? says->name : std::u16string();

@@ -14,7 +14,6 @@
 
 class wxButton;
 class wxCheckBox;
-class wxCheckListBox;
 class wxChoice;
 class wxCollapsiblePane;
 class wxSpinCtrl;
@@ -23,6 +22,8 @@ class wxTextCtrl;
 
 namespace vantlow {
 
+class FileChoice;
+
 class NewJobDialog : public wxDialog {
   public:
     NewJobDialog(wxWindow& parent, WindowModel& model, NewJobForm form);
@@ -30,6 +31,8 @@ class NewJobDialog : public wxDialog {
     enum Result : int { show_known = wxID_HIGHEST + 3000, open_known, add_mirrors };
     /// The draft, once the dialog ended with wxID_OK.
     [[nodiscard]] JobDraft draft() const { return model_.new_jobs.draft_of(form_); }
+    /// The files of the torrent were there to be chosen.
+    [[nodiscard]] bool has_chosen_files() const noexcept { return !form_.chosen.empty(); }
     [[nodiscard]] const Guid& known_job() const noexcept { return known_job_; }
     /// The addresses that are no job's, for add_mirrors.
     [[nodiscard]] const std::vector<std::string>& other_links() const noexcept { return other_links_; }
@@ -60,7 +63,7 @@ class NewJobDialog : public wxDialog {
     std::map<Result, wxButton*> of_known_;  ///< there while a job has the address already
     Guid known_job_;
     std::vector<std::string> other_links_;
-    wxCheckListBox* files_ = nullptr;       ///< there while the files of a torrent are known
+    FileChoice* files_ = nullptr;           ///< there while the files of a torrent are known
     std::vector<TorrentEntry> files_seen_;  ///< that stand in it
     wxChoice* category_ = nullptr;
     wxTextCtrl* folder_ = nullptr;

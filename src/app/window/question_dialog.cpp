@@ -1,7 +1,6 @@
 #include "app/window/question_dialog.h"
 
 #include <wx/button.h>
-#include <wx/checklst.h>
 #include <wx/dialog.h>
 #include <wx/sizer.h>
 #include <wx/stattext.h>
@@ -11,6 +10,7 @@
 #include <algorithm>
 
 #include "app/window/confirm.h"
+#include "app/window/file_choice.h"
 #include "app/window/model/new_jobs.h"
 #include "app/window/model/texts.h"
 #include "app/window/model/translate.h"
@@ -70,7 +70,8 @@ wxButton* QuestionDialog::add_button(int id, const wxString& label) {
 
 void QuestionDialog::finish() {
     finish_dialog(*this);
-    add_button(wxID_CANCEL, ui(tr("A&sk later")));
+    // One that the window itself asks is not kept anywhere.
+    add_button(wxID_CANCEL, question_.id != 0 ? ui(tr("A&sk later")) : ui(tr("Choose &later")));
     all_->Add(buttons_, wxSizerFlags().Expand().Border(wxALL, FromDIP(12)));
     SetSizerAndFit(all_);
     CentreOnParent();
@@ -83,39 +84,22 @@ class CSelectMetalinkDlg : public QuestionDialog {
     [[nodiscard]] QuestionAnswer answer(int button) const override;
 
   private:
-    wxCheckListBox* files_ = nullptr;
+    FileChoice* files_ = nullptr;
 };
 
 CSelectMetalinkDlg::CSelectMetalinkDlg(wxWindow& parent, const Question& question,
                                        const std::function<bool()>& gone)
-    : QuestionDialog(parent, question, gone), files_(new wxCheckListBox(this, wxID_ANY)) {
-    name_for_readers(*files_, ui(tr("Files")));
-    for (std::size_t i = 0; i < question_.files.size(); ++i) {
-        const Question::File& file = question_.files[i];
-        wxString line = ui(shown(file.name));
-        if (file.size >= 0) line += " (" + ui(size_text(file.size)) + ")";
-        files_->Append(line);
-        files_->Check(static_cast<unsigned>(i), file.starts);
-    }
-    files_->SetMinSize(FromDIP(wxSize(460, 220)));
+    : QuestionDialog(parent, question, gone), files_(new FileChoice(this)) {
+    std::vector<FileChoice::File> files;
+    for (const Question::File& file : question_.files) files.push_back({file.name, file.size, file.starts});
+    files_->set_files(files);
     all_->Add(files_, wxSizerFlags(1).Expand().Border(wxLEFT | wxRIGHT | wxBOTTOM, FromDIP(12)));
-    auto* const both = new wxBoxSizer(wxHORIZONTAL);
-    for (const bool checked : {true, false}) {
-        auto* const button =
-            new wxButton(this, wxID_ANY, checked ? ui(tr("Choose &all")) : ui(tr("Choose n&one")));
-        button->Bind(wxEVT_BUTTON, [this, checked](wxCommandEvent&) {
-            for (unsigned i = 0; i < files_->GetCount(); ++i) files_->Check(i, checked);
-        });
-        both->Add(button, wxSizerFlags().Border(wxRIGHT, FromDIP(6)));
-    }
-    all_->Add(both, wxSizerFlags().Border(wxLEFT | wxRIGHT | wxBOTTOM, FromDIP(12)));
     add_button(answer_yes, ui(tr("&Download")))->SetDefault();
     finish();
 }
 
 QuestionAnswer CSelectMetalinkDlg::answer(int button) const {
-    std::vector<bool> chosen(files_->GetCount());
-    for (unsigned i = 0; i < files_->GetCount(); ++i) chosen[i] = files_->IsChecked(i);
+    const std::vector<bool> chosen = files_->chosen();
     QuestionAnswer answer;
     answer.yes = button == answer_yes;
     answer.selection = selection_of(chosen);

@@ -57,7 +57,8 @@ class RowTable : public NativePane {
         std::function<void(std::size_t)> opened;               ///< Enter or a double click
         std::function<void()> menu;                            ///< the context menu is wanted
         std::function<void(int column, bool further)> header;  ///< a click; further: with Shift held
-        std::function<void()> dragged;                         ///< the selection is dragged away
+        std::function<wxString()> dragged;  ///< the selection is dragged away, as this text; empty: it stays
+        std::function<void()> drag_ended;   ///< it was dropped, or not; behind what the drop itself brings
         /// The box of a row was clicked, and asks for this. Rows have boxes where it is set; no pictures
         /// then.
         std::function<void(std::size_t, bool)> checked;
@@ -86,6 +87,11 @@ class RowTable : public NativePane {
     void select(const std::vector<std::size_t>& rows);
     void select_all();
     void show_row(std::size_t row);
+    /// The row that something dropped at a point of the screen would come in front of; rows() where that is
+    /// behind all. None beside the control.
+    [[nodiscard]] std::optional<std::size_t> gap_at(const wxPoint& on_screen) const;
+    /// Marks such a place while something is dragged over the table, and scrolls at its edges; none: no mark.
+    void mark_gap(std::optional<std::size_t> row);
 
     struct Control;  ///< the system's own
 

@@ -18,6 +18,13 @@ void make_rows_equal(wxWindow& table, bool clickable);
 /// GTK: the sign of order in a header.
 void show_column_order(wxWindow& table, int position, bool shown, bool descending);
 
+/// GTK: a line in front of a row (`row` == `rows`: behind the last one), where a drop would go; a negative
+/// one: none.
+void show_gap(wxWindow& table, int row, int rows);
+
+/// GTK: calls `ended` (which outlives the table) when what was dragged out of it has been dropped, or not.
+void hear_end_of_drags(wxWindow& table, const std::function<void()>& ended);
+
 /// GTK: lays out a window that is about to be shown for the first time. Else its parts get their first places
 /// within a single pixel, of which GTK complains.
 void lay_out_before_show(wxTopLevelWindow& window);
@@ -48,6 +55,9 @@ class ClipboardWatch {
     struct State;
     std::unique_ptr<State> state_;
 };
+
+/// GTK: has menus and its own dialogs laid out from right to left, or from left to right.
+void take_direction(bool right_to_left) noexcept;
 
 /// Keeps the form of numbers and messages that programs read, which the toolkit changes when it starts.
 void keep_plain_numbers() noexcept;

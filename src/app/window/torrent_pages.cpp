@@ -6,9 +6,11 @@
 
 #include <algorithm>
 #include <map>
+#include <numeric>
 #include <utility>
 
 #include "app/window/confirm.h"
+#include "app/window/model/file_endings.h"
 #include "app/window/model/texts.h"
 #include "app/window/model/translate.h"
 #include "app/window/system.h"
@@ -21,11 +23,15 @@ namespace {
 constexpr std::size_t most_single_rows = 200;
 
 enum Item : int {
-    item_first = wxID_HIGHEST + 1,
+    // Beyond the commands: the main window hears of this menu, too.
+    item_first = wxID_HIGHEST + 4000,
     item_sequential = item_first + 10,
     item_ends_first,
     item_add,
-    item_remove
+    item_remove,
+    item_all,
+    item_only,
+    item_ending_first
 };
 
 }  // namespace
@@ -66,11 +72,28 @@ void TorrentRows::pop_up_files() {
         if (!rows.empty() && list_.priority(rows.front()) == priority) menu.Check(id, true);
     }
     menu.AppendSeparator();
+    menu.Append(item_all, ui(tr("&Choose all")))->Enable(list_.rows() > 0);
+    menu.Append(item_only, ui(tr("Choose only the &selected ones")))->Enable(!rows.empty());
+    const std::vector<EndingGroup> groups = group_by_ending(list_.names());
+    const auto is_wanted = [this](std::size_t row) { return is_checked(row); };
+    auto* const endings = new wxMenu;
+    for (std::size_t i = 0; i < groups.size(); ++i)
+        endings->AppendCheckItem(item_ending_first + static_cast<int>(i), as_label(label_of(groups[i])))
+            ->Check(std::ranges::all_of(groups[i].files, is_wanted));
+    menu.AppendSubMenu(endings, ui(tr("&By ending")))->Enable(!groups.empty());
+    menu.AppendSeparator();
     menu.AppendCheckItem(item_sequential, ui(tr("Pieces in their &order")))->Check(is_sequential_);
     menu.AppendCheckItem(item_ends_first, ui(tr("Ends of files &first")))->Check(has_ends_first_);
     const int chosen = table_->GetPopupMenuSelectionFromUser(menu);
     if (chosen >= item_first && chosen < item_sequential)
         return want(rows, static_cast<FilePriority>(chosen - item_first));
+    if (chosen == item_all) return choose(all_rows(), {});
+    if (chosen == item_only) return choose(rows, all_rows());
+    if (chosen >= item_ending_first) {
+        const EndingGroup& group = groups[static_cast<std::size_t>(chosen - item_ending_first)];
+        return std::ranges::all_of(group.files, is_wanted) ? choose({}, group.files)
+                                                           : choose(group.files, {});
+    }
     JobEdit edit;
     if (chosen == item_sequential) edit.sequential = !is_sequential_;
     if (chosen == item_ends_first) edit.ends_first = !has_ends_first_;
@@ -80,6 +103,21 @@ void TorrentRows::pop_up_files() {
 void TorrentRows::want(const std::vector<std::size_t>& rows, FilePriority priority) {
     std::map<std::size_t, FilePriority> wanted;
     for (const std::size_t row : rows) wanted[row + 1] = priority;
+    if (!wanted.empty()) end(model_.engine.choose_files(job_, wanted));
+}
+
+std::vector<std::size_t> TorrentRows::all_rows() const {
+    std::vector<std::size_t> all(list_.rows());
+    std::iota(all.begin(), all.end(), std::size_t{0});
+    return all;
+}
+
+// Files that are in both stay; one that is wanted more or less than usual keeps its priority.
+void TorrentRows::choose(const std::vector<std::size_t>& in, const std::vector<std::size_t>& out) {
+    std::map<std::size_t, FilePriority> wanted;
+    for (const std::size_t row : out) wanted[row + 1] = FilePriority::skip;
+    for (const std::size_t row : in)
+        wanted[row + 1] = is_checked(row) ? list_.priority(row) : FilePriority::normal;
     if (!wanted.empty()) end(model_.engine.choose_files(job_, wanted));
 }
 
@@ -137,6 +175,7 @@ void TorrentRows::take(const Guid& job, TorrentReport report, Clock::time_point 
     is_sequential_ = report.is_sequential;
     has_ends_first_ = report.has_ends_first;
     const TorrentTable::News news = list_.take(std::move(report), now);
+    table_->set_note(ui(list_.note()));
     if (news.is_other || news.removed.size() + news.inserted.size() > most_single_rows)
         return table_->reset();
     if (!news.removed.empty() || !news.inserted.empty())

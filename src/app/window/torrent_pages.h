@@ -32,6 +32,8 @@ class TorrentRows : public RowSource {
     void pop_up_files();
     void pop_up_trackers();
     void want(const std::vector<std::size_t>& rows, FilePriority priority);
+    [[nodiscard]] std::vector<std::size_t> all_rows() const;
+    void choose(const std::vector<std::size_t>& in, const std::vector<std::size_t>& out);
     void add_trackers();
     void remove_trackers(const std::vector<std::size_t>& rows);
     void end(const Done& done);

@@ -29,6 +29,10 @@ class App : public wxApp {
         SetExitOnFrameDelete(false);
     }
     bool OnInit() override { return true; }
+    // The words of the window decide, which need not be in the system's language.
+    wxLayoutDirection GetLayoutDirection() const override {
+        return is_right_to_left() ? wxLayout_RightToLeft : wxLayout_LeftToRight;
+    }
     // Nothing of this program throws across its folders; what the library of the language throws (no memory)
     // ends the process as it would without a window.
     bool OnExceptionInMainLoop() override { throw; }
@@ -72,6 +76,7 @@ void ToolkitDesktop::run(DesktopHost& host) {
     const std::u16string languages = join_path(folder_of(program_path()), u"languages");
     const auto trouble = choose_language(languages, host.settings().text(setting::language), user_language());
     if (trouble) complain(*trouble);
+    take_direction(is_right_to_left());
     WindowModel model(host.engine(), host.settings());
     std::vector<std::pair<std::string, std::string>> choices{{"", tr("As the system")}};
     for (LanguageFile& one : languages_in(languages))

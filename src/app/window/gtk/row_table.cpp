@@ -1,6 +1,7 @@
 // The table over GtkTreeView, which stands behind the toolkit's data view there.
 #include "app/window/row_table.h"
 
+#include <wx/dataobj.h>
 #include <wx/dataview.h>
 
 #include <algorithm>
@@ -81,9 +82,14 @@ struct RowTable::Control : public wxDataViewCtrl {
             if (owner.events_.header && column < model->columns.size())
                 owner.events_.header(model->columns[column].id, wxGetKeyState(WXK_SHIFT));
         });
+        if (!owner.events_.dragged) return;
+        EnableDragSource(wxDF_UNICODETEXT);
+        hear_end_of_drags(*this, owner.events_.drag_ended);
         Bind(wxEVT_DATAVIEW_ITEM_BEGIN_DRAG, [this](wxDataViewEvent& event) {
-            event.Veto();
-            if (owner.events_.dragged) owner.events_.dragged();
+            const wxString text = owner.events_.dragged();
+            if (text.empty()) return event.Veto();
+            event.SetDataObject(new wxTextDataObject(text));
+            event.SetDragFlags(wxDrag_CopyOnly);
         });
     }
 
@@ -217,6 +223,28 @@ void RowTable::select_all() {
 
 void RowTable::show_row(std::size_t row) {
     control_->EnsureVisible(control_->model->GetItem(static_cast<unsigned>(row)));
+}
+
+std::optional<std::size_t> RowTable::gap_at(const wxPoint& on_screen) const {
+    const wxPoint point = control_->ScreenToClient(on_screen);
+    if (!control_->GetClientRect().Contains(point)) return std::nullopt;
+    wxDataViewItem item;
+    wxDataViewColumn* column = nullptr;
+    control_->HitTest(point, item, column);
+    const wxDataViewItem top = control_->GetTopItem();
+    const bool is_above = top.IsOk() && point.y < control_->GetItemRect(top).y;  // on the header
+    if (is_above) return control_->model->GetRow(top);
+    if (!item.IsOk()) return source_.rows();
+    const wxRect room = control_->GetItemRect(item);
+    return control_->model->GetRow(item) + (point.y > room.y + room.height / 2 ? 1 : 0);
+}
+
+void RowTable::mark_gap(std::optional<std::size_t> row) {
+    const std::size_t rows = source_.rows();
+    show_gap(*control_, row ? static_cast<int>(*row) : -1, static_cast<int>(rows));
+    if (!row || rows == 0) return;
+    show_row(std::min(*row + 1, rows - 1));
+    show_row(*row - std::min<std::size_t>(*row, 2));
 }
 
 }  // namespace vantlow

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <clocale>
 
+#include <wx/app.h>
 #include <wx/dataview.h>
 
 namespace vantlow {
@@ -54,6 +55,30 @@ void show_column_order(wxWindow& table, int position, bool shown, bool descendin
     if (column == nullptr) return;
     gtk_tree_view_column_set_sort_indicator(column, shown ? TRUE : FALSE);
     gtk_tree_view_column_set_sort_order(column, descending ? GTK_SORT_DESCENDING : GTK_SORT_ASCENDING);
+}
+
+void show_gap(wxWindow& table, int row, int rows) {
+    GtkTreeView* const tree = tree_of(table);
+    if (tree == nullptr) return;
+    GtkTreePath* const path =
+        row >= 0 && rows > 0 ? gtk_tree_path_new_from_indices(std::min(row, rows - 1), -1) : nullptr;
+    gtk_tree_view_set_drag_dest_row(tree, path,
+                                    row < rows ? GTK_TREE_VIEW_DROP_BEFORE : GTK_TREE_VIEW_DROP_AFTER);
+    gtk_tree_path_free(path);
+}
+
+void hear_end_of_drags(wxWindow& table, const std::function<void()>& ended) {
+    GtkTreeView* const tree = tree_of(table);
+    if (tree == nullptr) return;
+    // What the drop brings is put off as well, and comes first.
+    const auto end = +[](GtkWidget* /*tree*/, GdkDragContext* /*context*/, gpointer ended_of_table) {
+        wxTheApp->CallAfter([ended_of_table] {
+            wxTheApp->CallAfter(
+                [ended_of_table] { (*static_cast<const std::function<void()>*>(ended_of_table))(); });
+        });
+    };
+    g_signal_connect(tree, "drag-end", G_CALLBACK(end),
+                     const_cast<std::function<void()>*>(&ended));  // NOLINT(*-const-cast): of C
 }
 
 void lay_out_before_show(wxTopLevelWindow& window) {
@@ -108,6 +133,10 @@ ClipboardWatch::ClipboardWatch(wxWindow& /*window*/, std::function<void()> chang
 
 ClipboardWatch::~ClipboardWatch() {
     g_signal_handler_disconnect(gtk_clipboard_get(GDK_SELECTION_CLIPBOARD), state_->handler);
+}
+
+void take_direction(bool right_to_left) noexcept {
+    gtk_widget_set_default_direction(right_to_left ? GTK_TEXT_DIR_RTL : GTK_TEXT_DIR_LTR);
 }
 
 void keep_plain_numbers() noexcept {

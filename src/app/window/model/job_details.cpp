@@ -122,6 +122,12 @@ void JobDetails::look(Time now) {
     std::erase_if(meters_, [](const auto& one) { return !one.second.seen; });
 }
 
+std::string JobDetails::connections_note() const {
+    if (!connections_.empty()) return {};
+    const CJobNode* const job = engine_.find(job_);
+    return job != nullptr ? rest_sentence(job->state) : tr("No download is selected.");
+}
+
 std::vector<SegmentRange> JobDetails::ranges() const {
     const CJobNode* const job = engine_.find(job_);
     if (job == nullptr) return {};
@@ -194,6 +200,12 @@ std::vector<std::size_t> JobDetails::find_in_log(std::string_view text) const {
         if (holds_folded(to_utf16(log_[i].text), needle)) found.push_back(i);
     }
     return found;
+}
+
+std::string JobDetails::log_note(bool is_searched) const {
+    if (engine_.find(job_) == nullptr) return tr("No download is selected.");
+    if (log_.empty()) return tr("Nothing has been logged yet.");
+    return is_searched ? tr("No line holds these words.") : std::string();
 }
 
 std::string JobDetails::log_text_of(const CLogNode& line) {

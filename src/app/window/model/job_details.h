@@ -61,6 +61,8 @@ class JobDetails {
     [[nodiscard]] std::vector<DetailLine> lines() const;
     /// The connections, with speeds measured between calls of look().
     [[nodiscard]] const std::vector<ConnectionLine>& connections() const noexcept { return connections_; }
+    /// A sentence why there are none; empty while there are.
+    [[nodiscard]] std::string connections_note() const;
     /// Empty while the size is not known.
     [[nodiscard]] std::vector<SegmentRange> ranges() const;
     /// The picture in `cells` cells, fewer where the file has fewer bytes.
@@ -75,6 +77,8 @@ class JobDetails {
     [[nodiscard]] std::uint64_t log_begins() const noexcept { return log_begins_; }
     /// The lines that hold the text, letter case ignored, by their index in log().
     [[nodiscard]] std::vector<std::size_t> find_in_log(std::string_view text) const;
+    /// A sentence why there are no lines, or none of those that are searched; empty while there are.
+    [[nodiscard]] std::string log_note(bool is_searched) const;
     /// A line as it is shown and copied: time, mark, text.
     static std::string log_text_of(const CLogNode& line);
     static constexpr std::size_t most_lines = 5000;

@@ -77,7 +77,7 @@ std::string sentence_of(const FormFault& fault) {
         case Wrong::not_fetchable:
             return fill(tr("%1 cannot be fetched."), {fault.subject});
         case Wrong::too_many:
-            return tr("The patterns make too many addresses.");
+            return tr("These are too many addresses.");
         case Wrong::not_absolute:
             return tr("The folder must be a full path.");
         case Wrong::no_file_name:
@@ -242,6 +242,13 @@ std::vector<KnownAddress> NewJobs::known(const NewJobForm& form) const {
         if (at != wanted.end()) found.push_back({at->second, job->identity, job->state});
     }
     return found;
+}
+
+std::string NewJobs::note_on_files(const NewJobForm& form) {
+    const std::vector<std::string> links = preview(form, 2);
+    const bool is_magnet = links.size() == 1 && links[0].starts_with("magnet:");
+    if (!is_magnet || !files(form).empty()) return {};
+    return tr("Its files can be chosen once peers have described the torrent.");
 }
 
 const std::vector<TorrentEntry>& NewJobs::files(const NewJobForm& form) {

@@ -103,6 +103,8 @@ class NewJobs {
     /// magnet whose document is kept. Empty for other addresses, and where they are not known yet. A document
     /// is read when another address is asked about; the list holds until then.
     [[nodiscard]] const std::vector<TorrentEntry>& files(const NewJobForm& form);
+    /// A sentence where they will be known later only (a magnet); else empty.
+    [[nodiscard]] std::string note_on_files(const NewJobForm& form);
 
   private:
     const Engine& engine_;

@@ -115,6 +115,22 @@ std::string state_text(JobState state) {
     return {};
 }
 
+std::string rest_sentence(JobState state) {
+    switch (state) {
+        case JobState::waiting:
+            return tr("The download waits for its turn.");
+        case JobState::running:
+            return tr("Nothing is connected at the moment.");
+        case JobState::stopped:
+            return tr("The download is stopped.");
+        case JobState::finished:
+            return tr("The download has finished.");
+        case JobState::failed:
+            return tr("The download has failed.");
+    }
+    return {};
+}
+
 std::string name_of(const CClassNode& category) {
     if (category.name == u"Downloading") return tr("Downloading");
     if (category.name == u"Completed") return tr("Completed");
@@ -223,6 +239,7 @@ std::string sentence_of(const DraftFault& fault) {
 }
 
 std::string sentence_of(const Question& question) {
+    constexpr int most_letters = 150;
     const std::string server = printable(question.server);
     switch (question.kind) {
         case QuestionKind::host_key:
@@ -234,7 +251,8 @@ std::string sentence_of(const Question& question) {
         case QuestionKind::credentials:
             return fill(tr("%1 wants a user name and a password."), {server});
         case QuestionKind::overwrite:
-            return fill(tr("There is a file %1 already."), {shown(question.path)});
+            // The end of a path says most; a line of hundreds of letters would be wider than the screen.
+            return fill(tr("There is a file %1 already."), {shorten(shown(question.path), most_letters)});
         case QuestionKind::which_files:
             return trn("Which file of this list is meant? It names %1.", "Which of these %1 files are meant?",
                        static_cast<std::int64_t>(question.files.size()));

@@ -33,6 +33,8 @@ std::vector<std::pair<std::int32_t, std::string>> weekdays();
 /// The text with a capital at its beginning, where it begins with a Latin letter.
 std::string as_heading(std::string text);
 std::string state_text(JobState state);
+/// A sentence why a job of this state has no connections.
+std::string rest_sentence(JobState state);
 std::string kind_text(JobKind kind);
 /// A category's name. The two of a first start have English ones in the store, and are shown in the user's
 /// language.

@@ -172,8 +172,30 @@ std::string TorrentTable::tracker_cell(const TorrentTracker& tracker, int column
     }
 }
 
+std::vector<std::u16string> TorrentTable::names() const {
+    std::vector<std::u16string> names;
+    for (const TorrentFile& file : files_) names.push_back(file.name);
+    return names;
+}
+
+std::string TorrentTable::note_about(const TorrentReport& report) const {
+    switch (list_) {
+        case TorrentList::files:
+            return report.files.empty() ? piece_sentence(report) : std::string();
+        case TorrentList::peers:
+            if (!report.peers.empty()) return {};
+            return report.phase == TorrentReport::Phase::idle ? tr("The torrent does not run.")
+                                                              : tr("No peer is connected at the moment.");
+        case TorrentList::trackers:
+            return report.trackers.empty() ? tr("No tracker is asked: peers are found in other ways.")
+                                           : std::string();
+    }
+    return {};
+}
+
 TorrentTable::News TorrentTable::take(TorrentReport report, Clock::time_point now) {
     now_ = now;
+    note_ = note_about(report);
     if (list_ == TorrentList::peers) return take_peers(std::move(report.peers));
     const std::size_t before = rows();
     if (list_ == TorrentList::files) files_ = std::move(report.files);

@@ -38,6 +38,10 @@ class TorrentTable {
     /// How much the file of a row is wanted; normal in the other lists.
     [[nodiscard]] FilePriority priority(std::size_t row) const noexcept;
     [[nodiscard]] TorrentList list() const noexcept { return list_; }
+    /// The files' names, by their rows; none in the other lists.
+    [[nodiscard]] std::vector<std::u16string> names() const;
+    /// A sentence why there are no rows; empty while there are.
+    [[nodiscard]] const std::string& note() const noexcept { return note_; }
 
     /// The change from the rows before: either `is_other` (all rows are new), or rows as they were numbered
     /// before and as they are now, both ascending.
@@ -50,6 +54,7 @@ class TorrentTable {
     News take(TorrentReport report, Clock::time_point now);
 
   private:
+    [[nodiscard]] std::string note_about(const TorrentReport& report) const;
     [[nodiscard]] std::string file_cell(const TorrentFile& file, int column) const;
     [[nodiscard]] std::string peer_cell(const TorrentPeer& peer, int column) const;
     [[nodiscard]] std::string tracker_cell(const TorrentTracker& tracker, int column) const;
@@ -60,6 +65,7 @@ class TorrentTable {
     std::vector<TorrentPeer> peers_;  ///< by their addresses
     std::vector<std::string> peer_addresses_;
     std::vector<TorrentTracker> trackers_;
+    std::string note_;
     Clock::time_point now_{};
 };
 

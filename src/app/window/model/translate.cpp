@@ -128,6 +128,10 @@ std::optional<Catalogue> Catalogue::read(std::string_view bytes, std::string& er
     if (made.language_.empty() || made.name_.empty() || rule == std::end(plural_rules))
         return refuse("Its head names no language, or no rule for plurals.");
     made.plurals_ = rule->rule;
+    const std::string_view direction = head_value(paragraphs.front(), "direction");
+    made.is_right_to_left_ = direction == "right-to-left";
+    if (!direction.empty() && !made.is_right_to_left_ && direction != "left-to-right")
+        return refuse("Its head names a direction that is neither left-to-right nor right-to-left.");
     for (std::size_t i = 1; i < paragraphs.size(); ++i) {
         const Paragraph& one = paragraphs[i];
         const std::string english(one.front());
@@ -223,6 +227,10 @@ std::optional<std::string> choose_language(const std::u16string& folder, std::u1
 
 const std::string& current_language() noexcept {
     return speech().language;
+}
+
+bool is_right_to_left() noexcept {
+    return speech().catalogue && speech().catalogue->is_right_to_left();
 }
 
 void set_catalogue(std::optional<Catalogue> catalogue) {

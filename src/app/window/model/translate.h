@@ -14,7 +14,7 @@ namespace vantlow {
 /// The texts of one language. A catalogue is a UTF-8 file of paragraphs, divided by empty lines: the English
 /// text, then the translated one, "|" between the forms of a text that counts, "\n" for a line break; lines
 /// that begin with "#" are comments. The first paragraph is the head: "language: de", "name: Deutsch",
-/// "plurals: one-other".
+/// "plurals: one-other", and "direction: right-to-left" where that is how the language is written.
 class Catalogue {
   public:
     /// The rule that chooses the form of a text that counts.
@@ -26,12 +26,13 @@ class Catalogue {
     };
 
     /// Reads a catalogue; none, with a sentence in `error`, when the bytes are none (no UTF-8, no head, a
-    /// paragraph of one line, more than 1 MiB, a text with too few forms, or placeholders that differ from
-    /// the English ones).
+    /// paragraph of one line, more than 1 MiB, an unknown direction, a text with too few forms, or
+    /// placeholders that differ from the English ones).
     static std::optional<Catalogue> read(std::string_view bytes, std::string& error);
 
     [[nodiscard]] const std::string& language() const noexcept { return language_; }  ///< "de", "zh-CN"
     [[nodiscard]] const std::string& name() const noexcept { return name_; }          ///< "Deutsch"
+    [[nodiscard]] bool is_right_to_left() const noexcept { return is_right_to_left_; }
     /// Null where the catalogue lacks the text.
     [[nodiscard]] const std::string* find(std::string_view english) const;
     /// The form for `count` of the text whose English form for many is `many`; null where it is lacking.
@@ -42,6 +43,7 @@ class Catalogue {
     std::string language_;
     std::string name_;
     Plurals plurals_ = Plurals::one_other;
+    bool is_right_to_left_ = false;
     std::map<std::string, std::vector<std::string>, std::less<>> texts_;
 };
 
@@ -61,6 +63,8 @@ std::optional<std::string> choose_language(const std::u16string& folder, std::u1
                                            std::string_view system);
 /// The language that tr() speaks: "en", "de", ...
 const std::string& current_language() noexcept;
+/// True where it is written from right to left, and windows are laid out so.
+bool is_right_to_left() noexcept;
 /// Sets the catalogue of tr(); none: English. One thread, the engine's, calls everything here.
 void set_catalogue(std::optional<Catalogue> catalogue);
 

@@ -1,5 +1,7 @@
 #include "app/window/model/troubles.h"
 
+#include <optional>
+
 #include "app/terminal/display_text.h"
 #include "app/window/model/translate.h"
 
@@ -69,15 +71,34 @@ constexpr std::string_view beginnings[] = {
     to_translate("Writing to file error."),
 };
 
+struct Attempt {
+    std::string_view number;
+    std::string_view in;  // "1:05"; empty: now
+    std::string_view reason;
+};
+
+// In front of a reason may stand which attempt follows, and in which time: "retry 2 in 1:05: ", as
+// terminal/progress_lines has it.
+std::optional<Attempt> attempt_in(std::string_view english) {
+    constexpr std::string_view begin = "retry ";
+    constexpr std::string_view before_time = " in ";
+    const auto colon = english.find(": ");
+    if (!english.starts_with(begin) || colon == std::string_view::npos) return std::nullopt;
+    const std::string_view head = english.substr(begin.size(), colon - begin.size());
+    const auto at = head.find(before_time);
+    const bool has_time = at != std::string_view::npos;
+    return Attempt{head.substr(0, at), has_time ? head.substr(at + before_time.size()) : std::string_view(),
+                   english.substr(colon + 2)};
+}
+
 }  // namespace
 
 std::string trouble_text(std::string_view english) {
-    // In front of a reason may stand which attempt follows, and when.
-    if (english.starts_with("retry ")) {
-        const auto colon = english.find(": ");
-        if (colon != std::string_view::npos)
-            return printable(english.substr(0, colon + 2)) + trouble_text(english.substr(colon + 2));
-    }
+    if (const auto attempt = attempt_in(english))
+        return attempt->in.empty()
+                   ? fill(tr("retry %1: %2"), {attempt->number, trouble_text(attempt->reason)})
+                   : fill(tr("retry %1 in %2: %3"),
+                          {attempt->number, attempt->in, trouble_text(attempt->reason)});
     std::string_view longest;
     for (const std::string_view one : beginnings) {
         if (one.size() > longest.size() && english.starts_with(one)) longest = one;

@@ -1,9 +1,13 @@
 // The table over the list view of Windows, as a list that owns no data.
 #include "app/window/row_table.h"
 
+#include <wx/dataobj.h>
+#include <wx/dnd.h>
 #include <wx/listctrl.h>
+#include <wx/settings.h>
 
 #include <algorithm>
+#include <utility>
 
 namespace vantlow {
 
@@ -42,9 +46,16 @@ struct RowTable::Control : public wxListCtrl {
             if (owner.events_.header && column < owner.columns_.size())
                 owner.events_.header(owner.columns_[column].id, wxGetKeyState(WXK_SHIFT));
         });
-        Bind(wxEVT_LIST_BEGIN_DRAG, [this](wxListEvent&) {
-            if (owner.events_.dragged) owner.events_.dragged();
-        });
+        Bind(wxEVT_LIST_BEGIN_DRAG, [this](wxListEvent&) { drag(); });
+    }
+    void drag() {
+        const wxString text = owner.events_.dragged ? owner.events_.dragged() : wxString();
+        if (text.empty()) return;
+        wxTextDataObject data(text);
+        wxDropSource source(data, this);
+        source.DoDragDrop(wxDrag_CopyOnly);
+        // What the drop brings is done behind this, when the loop runs again.
+        CallAfter([this] { CallAfter(owner.events_.drag_ended); });
     }
     [[nodiscard]] bool is_row(long row) const {
         return row >= 0 && static_cast<std::size_t>(row) < owner.source_.rows();
@@ -62,15 +73,21 @@ struct RowTable::Control : public wxListCtrl {
         return owner.source_.picture(static_cast<std::size_t>(row));
     }
     wxItemAttr* OnGetItemAttr(long row) const override {
+        if (gap && row == static_cast<long>(*gap)) {
+            attribute = wxItemAttr(wxSystemSettings::GetColour(wxSYS_COLOUR_HIGHLIGHTTEXT),
+                                   wxSystemSettings::GetColour(wxSYS_COLOUR_HIGHLIGHT), wxFont());
+            return &attribute;
+        }
         const wxColour ink = is_row(row) ? owner.source_.ink(static_cast<std::size_t>(row)) : wxColour();
         if (!ink.IsOk()) return nullptr;
-        attribute.SetTextColour(ink);
+        attribute = wxItemAttr(ink, wxColour(), wxFont());
         return &attribute;
     }
 
     RowTable& owner;
     bool has_pictures = false;
-    mutable wxItemAttr attribute;  // the toolkit reads it before it asks for the next one
+    std::optional<std::size_t> gap;  // the row that a drop would come in front of
+    mutable wxItemAttr attribute;    // the toolkit reads it before it asks for the next one
 };
 
 RowTable::RowTable(wxWindow* parent, const wxString& name, const RowSource& source,
@@ -163,6 +180,32 @@ void RowTable::select_all() {
 void RowTable::show_row(std::size_t row) {
     control_->EnsureVisible(static_cast<long>(row));
     control_->SetItemState(static_cast<long>(row), wxLIST_STATE_FOCUSED, wxLIST_STATE_FOCUSED);
+}
+
+std::optional<std::size_t> RowTable::gap_at(const wxPoint& on_screen) const {
+    const wxPoint point = control_->ScreenToClient(on_screen);
+    if (!control_->GetClientRect().Contains(point)) return std::nullopt;
+    const long top = control_->GetTopItem();
+    wxRect room;
+    const bool is_above =
+        control_->is_row(top) && control_->GetItemRect(top, room) && point.y < room.y;  // on the header
+    if (is_above) return static_cast<std::size_t>(top);
+    int flags = 0;
+    const long row = control_->HitTest(point, flags);
+    if (!control_->is_row(row) || !control_->GetItemRect(row, room)) return source_.rows();
+    return static_cast<std::size_t>(row) + (point.y > room.y + room.height / 2 ? 1 : 0);
+}
+
+// The list view has no line between rows: the row that the drop comes in front of is marked.
+void RowTable::mark_gap(std::optional<std::size_t> row) {
+    const auto before = std::exchange(control_->gap, row);
+    if (before == row) return;
+    for (const auto& one : {before, row}) {
+        if (one && *one < source_.rows()) control_->RefreshItem(static_cast<long>(*one));
+    }
+    if (!row || source_.rows() == 0) return;
+    control_->EnsureVisible(static_cast<long>(std::min(*row + 1, source_.rows() - 1)));
+    control_->EnsureVisible(static_cast<long>(*row - std::min<std::size_t>(*row, 2)));
 }
 
 }  // namespace vantlow

@@ -12,6 +12,10 @@ void make_rows_equal(wxWindow& /*table*/, bool /*clickable*/) {}
 
 void show_column_order(wxWindow& /*table*/, int /*position*/, bool /*shown*/, bool /*descending*/) {}
 
+void show_gap(wxWindow& /*table*/, int /*row*/, int /*rows*/) {}
+
+void hear_end_of_drags(wxWindow& /*table*/, const std::function<void()>& /*ended*/) {}
+
 void lay_out_before_show(wxTopLevelWindow& /*window*/) {}
 
 void name_for_readers(wxWindow& control, const wxString& name) {
@@ -72,6 +76,8 @@ ClipboardWatch::~ClipboardWatch() {
     RemoveClipboardFormatListener(state_->window);
     DestroyWindow(state_->window);
 }
+
+void take_direction(bool /*right_to_left*/) noexcept {}
 
 void keep_plain_numbers() noexcept {}
 
