@@ -406,6 +406,17 @@ def end_in_a_dialog_of_the_system(window, _server):
     window.start()
 
 
+def end_in_a_menu(window, _server):
+    """Nor until a context menu is closed."""
+    to_front(FRAME)
+    window.click_row(window.LIST, 0)
+    press("Menu")
+    time.sleep(1)
+    assert window.run("quit").returncode == 0
+    until(lambda: not window.process(), "the end of the process")
+    window.start()
+
+
 def end_without_display(window):
     window.end()
     told = subprocess.Popen(
@@ -421,7 +432,7 @@ def end_without_display(window):
 
 
 SCENARIOS = (first_start, second_start, search, removal, known_addresses, crash, order, stop_and_start, queue, torrent, forms, options,
-             end_in_a_dialog_of_the_system)
+             end_in_a_dialog_of_the_system, end_in_a_menu)
 
 
 def main(programs):

@@ -38,8 +38,8 @@ void* handle_of(wxWindow& window);
 /// Windows: has notices come from this sign in the tray (null: from one of their own), which outlives them.
 void show_notices_by(wxTaskBarIcon* tray);
 
-/// Closes menus (Windows) and the system's own dialogs (for files and folders) that are open, which have
-/// loops of their own.
+/// Closes menus and the system's own dialogs (for files and folders) that are open, which have loops of their
+/// own.
 void close_of_system() noexcept;
 
 /// Calls `changed` (this thread) whenever another program has put something into the clipboard, until it is

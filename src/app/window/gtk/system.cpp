@@ -112,6 +112,9 @@ void close_of_system() noexcept {
         const bool is_open =
             GTK_IS_DIALOG(one->data) && gtk_widget_get_visible(GTK_WIDGET(one->data)) != FALSE;
         if (is_open) gtk_dialog_response(GTK_DIALOG(one->data), GTK_RESPONSE_CANCEL);
+        // A menu stands in a window of its own.
+        GtkWidget* const menu = GTK_IS_WINDOW(one->data) ? gtk_bin_get_child(GTK_BIN(one->data)) : nullptr;
+        if (GTK_IS_MENU(menu) && gtk_widget_get_visible(menu) != FALSE) gtk_menu_popdown(GTK_MENU(menu));
     }
     g_list_free_full(all, g_object_unref);
 }
