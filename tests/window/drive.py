@@ -59,8 +59,8 @@ class Slow(http.server.BaseHTTPRequestHandler):
 
 class Usage:
     """The window as a person uses it. Each system has its own ways to look and to click: lines() of the list that is seen and has
-    these columns, click_header(), click_row(), click_box() of a file, choose_tab(), and, in the options, search_options(), tick(),
-    choose(), push() of a button, and says() of a sentence."""
+    these columns, click_header(), click_row(), place_of_row(), click_box() of a file, choose_tab(), and, in the options, search_options(),
+    tick(), choose(), push() of a button, and says() of a sentence."""
 
     LIST = ("Name", "Category")
     FILES = ("Name", "Priority")

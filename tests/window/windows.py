@@ -83,6 +83,10 @@ class Window(drive.Usage, display.WineVantlow):
     def click_row(self, columns, row):
         self.click(self.table(columns)[0], "row", row)
 
+    def place_of_row(self, row):
+        [[x, y]] = self.ask("place", self.table(self.LIST)[0], "row", row)
+        return int(x), int(y) - 4
+
     def click_box(self, row):
         self.click(self.table(self.FILES)[0], "box", row)
 
