@@ -25,6 +25,24 @@ bool is_file_itself(const std::u16string& path) {
                                 [&](const auto& entry) { return entry.is_link && entry.name == name; });
 }
 
+// Takes an open file for this process alone; `in_use` and closed where it is another's. Whoever was at work
+// on it may have finished it before this lock: what was opened has its own name then, and the path leads to
+// nothing or to the next one's file. `before`: what the path led to earlier.
+FileError lock_alone(File& file, const std::u16string& path, const FileStamp& before) {
+    if (before.there && file.try_lock()) {
+        const FileStamp now = file_stamp(path);
+        if (now.there && now.identity == before.identity) return {};
+    }
+    file.close();
+    return {FileFault::in_use, 0};
+}
+
+FileError open_alone(File& file, const std::u16string& path) {
+    const FileStamp before = file_stamp(path);
+    const FileError error = file.open(path, OpenMode::write_existing);
+    return error.ok() ? lock_alone(file, path, before) : error;
+}
+
 }  // namespace
 
 std::u16string CLocalFile::state_path() const {
@@ -51,7 +69,9 @@ void CLocalFile::set_up(const FileRules& rules) {
 CLocalFile::Claim CLocalFile::claim_partial(FileError& error) {
     error = file_.open(partial_path(), OpenMode::create_new);
     if (error.ok()) {
-        if (file_.try_lock()) return Claim::mine;
+        // Until it was locked it could be taken for an abandoned one, and be finished by now.
+        const bool is_alone = lock_alone(file_, partial_path(), file_stamp(partial_path())).ok();
+        if (is_alone && file_.size() == 0) return Claim::mine;
         file_.close();
         return Claim::taken;
     }
@@ -59,11 +79,11 @@ CLocalFile::Claim CLocalFile::claim_partial(FileError& error) {
     // The file is somebody's: one at work holds the lock, one that waits to be continued has a state beside
     // it.
     if (is_there(state_path()) || !is_file_itself(partial_path())) return Claim::taken;
-    error = file_.open(partial_path(), OpenMode::write_existing);
+    error = open_alone(file_, partial_path());
     if (!error.ok())
         return error.fault == FileFault::in_use || error.fault == FileFault::not_found ? Claim::taken
                                                                                        : Claim::failed;
-    if (!file_.try_lock() || is_there(state_path())) {
+    if (is_there(state_path())) {
         file_.close();
         return Claim::taken;
     }
@@ -160,12 +180,8 @@ Result CLocalFile::begin(const std::u16string& folder, const std::u16string& nam
 Result CLocalFile::resume(const std::u16string& target, std::int64_t needed, const FileRules& rules) {
     set_up(rules);
     target_ = target;
-    FileError error = file_.open(partial_path(), OpenMode::write_existing);
-    if (!error.ok()) return failure(error, partial_path());
-    if (!file_.try_lock()) {
-        close();
-        return failure({FileFault::in_use, 0}, partial_path());
-    }
+    if (FileError error = open_alone(file_, partial_path()); !error.ok())
+        return failure(error, partial_path());
     if (file_.size() < needed) {
         close();
         return {Code::local_file,
@@ -277,9 +293,11 @@ Result CLocalFile::finish(std::int64_t size, std::u16string_view suffix,
 void CLocalFile::discard() {
     if (behind_) behind_->discard();
     const bool mine = file_.is_open();
+    // As long as it is open it is nobody else's.
+    const bool is_gone = mine && remove_file(partial_path()).ok();
     file_.close();
     // A partial file that cannot be removed is only litter, used again by the next job of that name.
-    if (mine) static_cast<void>(remove_file(partial_path()));
+    if (mine && !is_gone) static_cast<void>(remove_file(partial_path()));
 }
 
 void CLocalFile::close() {

@@ -697,7 +697,9 @@ class ControlApi(unittest.TestCase):
         def expect(gids, *words):
             while any(len(steps()[gid]) < len(words) for gid in gids):
                 watcher.notifications.append(watcher.message())
-            self.assertEqual({tuple(steps()[gid]) for gid in gids}, {words})
+            told = steps()
+            wrong = [gid for gid in gids if tuple(told[gid]) != words]
+            self.assertFalse(wrong, [(told[gid], watcher.call("aria2.tellStatus", self.token, gid)) for gid in wrong[:3]])
 
         expect(whole, "Start", "Complete")
         expect(missing, "Start", "Error")

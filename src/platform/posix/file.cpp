@@ -222,14 +222,14 @@ PathKind path_kind(const std::u16string& path) noexcept {
     if (ask_hook(Operation::inspect, path) != 0) return PathKind::other;
     const NativePath native(path);
     struct stat status {};
-    if (::stat(native.get(), &status) == 0) {
-        if (S_ISREG(status.st_mode)) return PathKind::file;
-        return S_ISDIR(status.st_mode) ? PathKind::folder : PathKind::other;
+    if (::stat(native.get(), &status) != 0) {
+        const FileFault fault = fault_of(errno);
+        if (fault != FileFault::not_found && fault != FileFault::name_too_long) return PathKind::other;
+        // A link to nothing takes the name all the same, and something may have come meanwhile.
+        if (::lstat(native.get(), &status) != 0) return PathKind::none;
     }
-    const FileFault fault = fault_of(errno);
-    if (fault != FileFault::not_found && fault != FileFault::name_too_long) return PathKind::other;
-    // A link to nothing takes the name all the same.
-    return ::lstat(native.get(), &status) == 0 ? PathKind::other : PathKind::none;
+    if (S_ISREG(status.st_mode)) return PathKind::file;
+    return S_ISDIR(status.st_mode) ? PathKind::folder : PathKind::other;
 }
 
 FileError remove_file(const std::u16string& path) noexcept {
