@@ -23,7 +23,7 @@ std::string digits_of(const Guid& guid) {
 
 Guid description_of(const Guid& job) noexcept {
     Guid description = job;
-    std::ranges::rotate(description.bytes, description.bytes.begin() + half);
+    std::rotate(description.bytes.begin(), description.bytes.begin() + half, description.bytes.end());
     return description;
 }
 
