@@ -42,10 +42,10 @@ Done move_before(Engine& engine, const std::vector<Guid>& jobs, const Guid& next
     if (movers.empty() || (!next.is_zero() && !is_behind)) return {Done::Fault::not_waiting};
     // Behind all first, so that none of them stands in the way of another.
     for (const Guid& job : movers) {
-        if (const Done done = engine.reorder(job, Order::last); !done.ok()) return done;
+        if (Done done = engine.reorder(job, Order::last); !done.ok()) return done;
     }
     for (const Guid& job : movers) {
-        if (const Done done = move_in_queue(engine, job, before++); !done.ok()) return done;
+        if (Done done = move_in_queue(engine, job, before++); !done.ok()) return done;
     }
     return {};
 }
