@@ -5,6 +5,7 @@
 #include <span>
 
 #include "app/cli/engine_texts.h"
+#include "app/process/queue_order.h"
 #include "app/rpc/job_requests.h"
 #include "base/codes.h"
 #include "base/text.h"
@@ -455,28 +456,12 @@ Problem EngineDownloads::change_sources(const Guid& job, const std::vector<std::
 
 Problem EngineDownloads::move(const Guid& job, std::size_t place) {
     const CJobNode* const found = record(job);
-    const std::vector<const CJobNode*> waiting = engine_.queue();
     if (found != nullptr && phase_now(*found) == Phase::paused)
-        return move_paused(job, place - std::min(place, waiting.size()));
+        return move_paused(job, place - std::min(place, engine_.queue().size()));
     if (found == nullptr || found->state != JobState::waiting)
         return "The download " + rpc::gid_of(job) +
                " has no place in the queue: it does not wait for its turn.";
-    const std::size_t size = waiting.size();
-    place = std::min(place, size - 1);
-    auto now = static_cast<std::size_t>(std::ranges::find(waiting, found) - waiting.begin());
-    const auto reorder = [this, own = found->identity](Order order) { return engine_.reorder(own, order); };
-    Done done;
-    // The nearest end, and steps from there.
-    if (place < now && place < now - place) {
-        done = reorder(Order::first);
-        now = 0;
-    } else if (place > now && size - 1 - place < place - now) {
-        done = reorder(Order::last);
-        now = size - 1;
-    }
-    for (; done.ok() && now < place; ++now) done = reorder(Order::later);
-    for (; done.ok() && now > place; --now) done = reorder(Order::earlier);
-    return problem_of(done, job);
+    return problem_of(move_in_queue(engine_, found->identity, place), job);
 }
 
 // Paused ones stand behind all that wait, in an order of their own: that in which they are started together.

@@ -153,7 +153,7 @@ PeerReader::Read PeerReader::next(PeerMessage& message) {
         is_bad_ = true;
         return Read::bad;
     }
-    // What is too long for its kind is refused before memory is taken for it.
+    // A message that is too long for its kind is refused before memory is taken for it.
     const auto kind = rest.size() > 4 ? static_cast<MessageKind>(rest[4]) : MessageKind::unknown;
     const bool is_too_long = (kind == MessageKind::piece && size > longest_block + 9) ||
                              (kind == MessageKind::extended && size > longest_extended);

@@ -1,4 +1,5 @@
-// What makes connections secret: a plan for each, and the library with what it trusts and remembers.
+// The means to make connections secret: a plan for each, and the library with all that it trusts and
+// remembers.
 #pragma once
 
 #include <map>

@@ -70,7 +70,7 @@ void show_gap(wxWindow& table, int row, int rows) {
 void hear_end_of_drags(wxWindow& table, const std::function<void()>& ended) {
     GtkTreeView* const tree = tree_of(table);
     if (tree == nullptr) return;
-    // What the drop brings is put off as well, and comes first.
+    // The work that the drop brings is put off as well, and comes first.
     const auto end = +[](GtkWidget* /*tree*/, GdkDragContext* /*context*/, gpointer ended_of_table) {
         wxTheApp->CallAfter([ended_of_table] {
             wxTheApp->CallAfter(

@@ -54,7 +54,7 @@ struct RowTable::Control : public wxListCtrl {
         wxTextDataObject data(text);
         wxDropSource source(data, this);
         source.DoDragDrop(wxDrag_CopyOnly);
-        // What the drop brings is done behind this, when the loop runs again.
+        // The work that the drop brings is done behind this, when the loop runs again.
         CallAfter([this] { CallAfter(owner.events_.drag_ended); });
     }
     [[nodiscard]] bool is_row(long row) const {
