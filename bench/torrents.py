@@ -139,12 +139,16 @@ class Trackers(socketserver.ThreadingMixIn, http.server.HTTPServer):
 
 
 def enter_own_network(is_inside, python):
-    """Starts the script once more in a network that has nothing but ADDRESS; returns there. Ends with 77 where this user
-    makes none, or that Python has no libtorrent."""
+    """Starts the script once more in a network that has nothing but ADDRESS; returns there. Says so and ends with 77 where
+    this user makes none, or that Python has no libtorrent."""
     if not is_inside:
-        needed = (["unshare", "-n", "true"], [python, "-c", "import libtorrent"])
-        if any(subprocess.run(words, capture_output=True, check=False).returncode for words in needed):
-            sys.exit(77)
+        needed = {"No network of its own can be made here (root may): unshare -n failed.": ["unshare", "-n", "true"],
+                  f"{python} has no libtorrent (apt-get install python3-libtorrent; /usr/bin/python3 has it then).":
+                      [python, "-c", "import libtorrent"]}
+        for lack, words in needed.items():
+            if subprocess.run(words, capture_output=True, check=False).returncode:
+                print(lack, file=sys.stderr)
+                sys.exit(77)
         os.execvp("unshare", ["unshare", "-n", python, *sys.argv, "--inside"])
     for words in (("link", "set", "lo", "up"), ("addr", "add", f"{ADDRESS}/24", "dev", "lo")):
         subprocess.run(["ip", *words], check=True)

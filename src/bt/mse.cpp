@@ -209,4 +209,13 @@ std::string CBTMSE::write_payload(std::string_view bytes) {
     return out;
 }
 
+void CBTMSE::decrypt(std::span<std::byte> bytes) {
+    if (method_ == rc4_bit) libraries_.RC4_3(incoming_.get(), bytes.data(), bytes.size());
+}
+
+void CBTMSE::encrypt(std::span<const std::byte> bytes, std::vector<std::byte>& sealed) {
+    sealed.assign(bytes.begin(), bytes.end());
+    if (method_ == rc4_bit) libraries_.RC4_3(outgoing_.get(), sealed.data(), sealed.size());
+}
+
 }  // namespace vantlow

@@ -102,6 +102,10 @@ class CBTMSE {
     std::string read_payload(std::size_t most);
     /// The bytes as they are sent, encrypted by the method.
     [[nodiscard]] std::string write_payload(std::string_view bytes);
+    /// The same of received bytes that were never buffered, which become what they mean.
+    void decrypt(std::span<std::byte> bytes);
+    /// The same of bytes that are sent, in place of those that `sealed` had.
+    void encrypt(std::span<const std::byte> bytes, std::vector<std::byte>& sealed);
     [[nodiscard]] std::uint32_t method() const noexcept { return method_; }
     /// The shared secret begins with a zero byte, as one in 256 does, and is known.
     [[nodiscard]] bool has_short_secret() const noexcept {

@@ -51,9 +51,10 @@ class MseStage final : public net::Stage {
     net::Stage& below_;
     PeerBuffer buffer_;
     MseExchange exchange_;
-    std::string unsent_;     ///< of the exchange
-    std::string sealed_;     ///< the encrypted form of the first bytes that write() will be offered again
-    std::size_t given_ = 0;  ///< of the request's payload
+    std::string unsent_;             ///< of the exchange
+    std::vector<std::byte> sealed_;  ///< the encrypted form of bytes that write() is or was offered
+    std::size_t gone_ = 0;           ///< of sealed_; the first one behind it will be offered again
+    std::size_t given_ = 0;          ///< of the request's payload
     bool is_agreed_ = false;
     std::optional<net::Step> failure_;
     Clock::time_point began_{};

@@ -1,4 +1,5 @@
-// RC4 that discards the beginning of its stream, as BitTorrent's message stream encryption wants it.
+// RC4 that discards the beginning of its stream, as BitTorrent's message stream encryption wants it:
+// libgcrypt's.
 #include <gcrypt.h>
 
 #include <algorithm>
