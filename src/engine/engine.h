@@ -45,6 +45,7 @@ struct [[nodiscard]] Done {
         below_itself,     ///< a category cannot stand below itself
         bad_value,        ///< the value is not allowed here
         no_hash,          ///< nothing is known that the file could be checked against
+        anothers_file,    ///< the file at `path` is not the one that the job made
         nothing_to_undo,  ///< no removal that could be taken back
         no_question,      ///< there is no such question (any more)
         no_torrent,       ///< the job is no torrent's
@@ -248,7 +249,7 @@ class Engine {
     void wait_for_ends(const std::vector<Guid>& jobs);
     /// Removes a job from the store and, `with_files`, its file or the part of it on the disk. A running job
     /// is stopped first and removed when it has ended (Fault::running). A job whose files cannot be removed
-    /// stays.
+    /// stays, also where another file has taken the place of its own (Fault::anothers_file).
     Done remove(const Guid& job, bool with_files);
     /// Removes jobs as remove() does, and remembers them until the next call, so that undo_removal() can take
     /// them back. A job whose files cannot be moved to the bin stays.

@@ -143,8 +143,7 @@ void JobMaker::forget_earlier(const std::u16string& folder, const std::u16string
         if (is_somebodys_ && is_somebodys_(job->identity)) continue;
         File partial;
         const std::u16string path = job->path + std::u16string(partial_suffix);
-        if (partial.open(path, OpenMode::write_existing).ok() && !partial.try_lock()) continue;
-        partial.close();
+        if (partial.open_alone(path, OpenMode::write_existing).fault == FileFault::in_use) continue;
         static_cast<void>(remove_file(job->path + std::u16string(state_suffix)));
         static_cast<void>(remove_file(path));  // a file that stays is used again as an abandoned one
     }

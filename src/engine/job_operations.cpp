@@ -331,6 +331,7 @@ Done Engine::rename(const Guid& job, const std::u16string& name) {
     if (!name_of(record->path).empty()) {
         const std::u16string to = join_path(folder_of(record->path), name);
         if (to == record->path) return {};
+        if (is_anothers_file(*record)) return {Fault::anothers_file, {}, record->path};
         if (Done done = rename_files(*record, to); !done.ok()) return done;
         record->path = to;
     }

@@ -10,6 +10,9 @@ namespace vantlow {
 namespace {
 
 constexpr std::int64_t nanoseconds_of_a_second = 1'000'000'000;
+// The clocks of network drives are not this machine's, and FAT keeps the local time, which jumps twice a
+// year.
+constexpr std::int64_t clock_error = std::int64_t{2} * 3600;
 
 // True when the job was interrupted between the end of its file and the save that would have recorded it: its
 // partial file is gone, and under its name there is a file of its size that is younger than the job.
@@ -22,7 +25,30 @@ bool ended_unsaved(const CJobNode& job) {
            stamp.modified / nanoseconds_of_a_second >= job.created;
 }
 
+// Nobody writes into a finished file for its job.
+bool is_anothers_finished_file(const CJobNode& job) {
+    const FileStamp stamp = file_stamp(job.path);
+    if (!stamp.there) return false;
+    if (job.file_size > 0 && stamp.size != job.file_size) return true;
+    return job.finished > 0 && stamp.modified / nanoseconds_of_a_second > job.finished + clock_error;
+}
+
+// Who is at work on a partial file holds it, and who is not has left its state beside it.
+bool is_anothers_partial_file(const CJobNode& job) {
+    File partial;
+    const std::u16string path = job.path + std::u16string(partial_suffix);
+    const FileError error = partial.open_alone(path, OpenMode::write_existing);
+    if (error.fault == FileFault::in_use) return true;
+    const auto state = load_resume_state(job.path + std::u16string(state_suffix));
+    return state && state->identity != job.identity;
+}
+
 }  // namespace
+
+bool is_anothers_file(const CJobNode& job) {
+    if (name_of(job.path).empty() || path_kind(job.path) == PathKind::folder) return false;
+    return job.state == JobState::finished ? is_anothers_finished_file(job) : is_anothers_partial_file(job);
+}
 
 bool is_to_be_shared(const CJobNode& record) noexcept {
     return record.state == JobState::finished && record.tally && record.tally->shares;

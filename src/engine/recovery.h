@@ -15,6 +15,11 @@ void take_positions(CJobNode& record, CJobNode& from);
 /// Gives a record the end of its session: positions, state, result, time.
 void take_end(CJobNode& record, CJobNode& from);
 
+/// Whether the file, or the partial file, under the name of a job that does not run is not the job's own:
+/// people move and remove files, and other downloads get the names that are free then. False where there is
+/// none, and for a torrent's folder.
+bool is_anothers_file(const CJobNode& job);
+
 /// Whether the finished torrent of a record is shared, or was when the program ended.
 bool is_to_be_shared(const CJobNode& record) noexcept;
 void set_to_be_shared(CJobNode& record, bool shares);

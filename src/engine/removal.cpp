@@ -40,8 +40,7 @@ bool has_hashes(const CJobNode& job) {
 
 }  // namespace
 
-// Removes the job's file, or the part of it on the disk. The name of a finished job proves nothing by itself:
-// only bytes that the job itself has written are removed.
+// Removes the job's file, or the part of it on the disk.
 Done Engine::remove_files(const CJobNode& job, Files files, std::vector<BinItem>& binned) const {
     if (files == Files::keep || name_of(job.path).empty()) return {};
     const std::u16string state = job.path + std::u16string(state_suffix);
@@ -56,8 +55,13 @@ Done Engine::remove_files(const CJobNode& job, Files files, std::vector<BinItem>
         if (!removed.ok()) return {Fault::file, {FileFault::other, removed.system_error}, job.path};
         return {};
     }
-    const std::u16string partial = job.path + std::u16string(partial_suffix);
-    return remove_paths({job.state == JobState::finished ? job.path : partial, state}, files, binned);
+    if (is_anothers_file(job)) return {Fault::anothers_file, {}, job.path};
+    const bool finished = job.state == JobState::finished;
+    std::vector<std::u16string> paths{finished ? job.path : job.path + std::u16string(partial_suffix)};
+    // Beside the name of a finished job it is that of another download, unless a crash came between the two.
+    const auto saved = finished ? load_resume_state(state) : nullptr;
+    if (!finished || (saved && saved->identity == job.identity)) paths.push_back(state);
+    return remove_paths(paths, files, binned);
 }
 
 // The documents of torrents go with the last job that needs them.
@@ -169,7 +173,8 @@ Done Engine::start_over(const Guid& job) {
     if (runner_) runner_->stop(job);
     std::vector<BinItem> none;
     if (record->state != JobState::finished) {
-        if (Done done = remove_files(*record, Files::erase, none); !done.ok()) return done;
+        const Done done = remove_files(*record, Files::erase, none);
+        if (!done.ok() && done.fault != Fault::anothers_file) return done;
     }
     questions_.withdraw(job);
     if (runner_) runner_->name(job);
@@ -202,6 +207,8 @@ Done Engine::check(const Guid& job) {
     if (!can_check(job)) return {Fault::no_hash};
     auto again = record->twin();
     if (record->state == JobState::finished) {
+        // What is wrong in the file would be fetched anew into it.
+        if (is_anothers_file(*record)) return {Fault::anothers_file, {}, record->path};
         const std::u16string partial = record->path + std::u16string(partial_suffix);
         if (const FileError error = rename_no_replace(record->path, partial); !error.ok())
             return {Fault::file, error, record->path};

@@ -30,10 +30,10 @@ Result MediaOutput::open(const std::u16string& name) {
         return {Code::local_file, to_utf8(name) + ": this is a folder"};
     }
     File file;
-    if (Result result = failure(file.open(working_name_, OpenMode::write)); !result.ok()) return result;
-    // Another run may have given its file the final name in between; that file must not be touched.
-    if (!file.try_lock() || path_kind(working_name_) != PathKind::file)
+    const FileError opened = file.open_alone(working_name_, OpenMode::write);
+    if (opened.fault == FileFault::in_use)
         return {Code::local_file, to_utf8(working_name_) + ": another run is writing it"};
+    if (!opened.ok()) return failure(opened);
     file_ = std::move(file);
     // An empty file is not truncated: some file systems write all of a truncated file to the disk when it is
     // closed.

@@ -5,6 +5,7 @@
 #include <new>
 #include <utility>
 
+#include "platform/file_marks.h"
 #include "platform/file_parts.h"
 #include "platform/folder.h"
 #include "platform/local_text.h"
@@ -92,6 +93,22 @@ FileError replace_by(const std::u16string& path, const std::function<FileError(c
 }
 
 }  // namespace
+
+FileError File::open_alone(const std::u16string& path, OpenMode mode, Privacy privacy) {
+    if (FileError error = open(path, mode, privacy); !error.ok()) return error;
+    if (try_lock() && is_at(path)) return {};
+    close();
+    return {FileFault::in_use, 0};
+}
+
+bool File::is_at(const std::u16string& path) const noexcept {
+    const FileStamp now = file_stamp(path);
+    if (!now.there || now.identity == identity()) return now.there;
+    // Some file systems of networks tell another identity at every look: of those only that the path is taken
+    // can be known.
+    const FileStamp again = file_stamp(path);
+    return again.there && again.identity != now.identity;
+}
 
 std::string FileError::text() const {
     return system_error != 0 ? system_text(system_error) : fault_text(fault);

@@ -60,6 +60,10 @@ class File {
     ~File();
 
     FileError open(const std::u16string& path, OpenMode mode, Privacy privacy = Privacy::shared);
+    /// Opens the file for this process alone, as try_lock() does; `in_use` and closed where another holds it.
+    /// So does a path that leads to nothing or to another file by the time of the lock: whoever was at work
+    /// on the one that was opened has finished it, and it bears its own name now.
+    FileError open_alone(const std::u16string& path, OpenMode mode, Privacy privacy = Privacy::shared);
     void close() noexcept;
     [[nodiscard]] bool is_open() const noexcept { return native_ != invalid; }
 
@@ -87,6 +91,10 @@ class File {
 
   private:
     friend class Conduit;
+    /// FileStamp::identity of the open file, 0 where the system does not say.
+    [[nodiscard]] std::uint64_t identity() const noexcept;
+    /// Whether the path leads to this file.
+    [[nodiscard]] bool is_at(const std::u16string& path) const noexcept;
     /// Copies a range through a buffer, with read_at and write_at.
     FileError copy_through_memory(const File& from, std::int64_t from_offset, std::int64_t to_offset,
                                   std::int64_t count) noexcept;

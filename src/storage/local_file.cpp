@@ -25,24 +25,6 @@ bool is_file_itself(const std::u16string& path) {
                                 [&](const auto& entry) { return entry.is_link && entry.name == name; });
 }
 
-// Takes an open file for this process alone; `in_use` and closed where it is another's. Whoever was at work
-// on it may have finished it before this lock: what was opened has its own name then, and the path leads to
-// nothing or to the next one's file. `before`: what the path led to earlier.
-FileError lock_alone(File& file, const std::u16string& path, const FileStamp& before) {
-    if (before.there && file.try_lock()) {
-        const FileStamp now = file_stamp(path);
-        if (now.there && now.identity == before.identity) return {};
-    }
-    file.close();
-    return {FileFault::in_use, 0};
-}
-
-FileError open_alone(File& file, const std::u16string& path) {
-    const FileStamp before = file_stamp(path);
-    const FileError error = file.open(path, OpenMode::write_existing);
-    return error.ok() ? lock_alone(file, path, before) : error;
-}
-
 }  // namespace
 
 std::u16string CLocalFile::state_path() const {
@@ -67,19 +49,19 @@ void CLocalFile::set_up(const FileRules& rules) {
 
 // Opens the partial file of target_ for this process alone.
 CLocalFile::Claim CLocalFile::claim_partial(FileError& error) {
-    error = file_.open(partial_path(), OpenMode::create_new);
+    error = file_.open_alone(partial_path(), OpenMode::create_new);
     if (error.ok()) {
-        // Until it was locked it could be taken for an abandoned one, and be finished by now.
-        const bool is_alone = lock_alone(file_, partial_path(), file_stamp(partial_path())).ok();
-        if (is_alone && file_.size() == 0) return Claim::mine;
+        // Until it was locked it could be taken for an abandoned one, and somebody's bytes be in it by now.
+        if (file_.size() == 0) return Claim::mine;
         file_.close();
         return Claim::taken;
     }
+    if (error.fault == FileFault::in_use) return Claim::taken;
     if (error.fault != FileFault::exists) return Claim::failed;
     // The file is somebody's: one at work holds the lock, one that waits to be continued has a state beside
     // it.
     if (is_there(state_path()) || !is_file_itself(partial_path())) return Claim::taken;
-    error = open_alone(file_, partial_path());
+    error = file_.open_alone(partial_path(), OpenMode::write_existing);
     if (!error.ok())
         return error.fault == FileFault::in_use || error.fault == FileFault::not_found ? Claim::taken
                                                                                        : Claim::failed;
@@ -180,7 +162,7 @@ Result CLocalFile::begin(const std::u16string& folder, const std::u16string& nam
 Result CLocalFile::resume(const std::u16string& target, std::int64_t needed, const FileRules& rules) {
     set_up(rules);
     target_ = target;
-    if (FileError error = open_alone(file_, partial_path()); !error.ok())
+    if (FileError error = file_.open_alone(partial_path(), OpenMode::write_existing); !error.ok())
         return failure(error, partial_path());
     if (file_.size() < needed) {
         close();

@@ -173,9 +173,8 @@ Result Storage::take_lock(bool fresh) {
                           : fresh && !has_parts ? OpenMode::create_new
                                                 : OpenMode::write;
     FileError error = make_folders(std::u16string(folder_of(path)));
-    if (error.ok()) error = file->open(path, mode);
+    if (error.ok()) error = file->open_alone(path, mode);
     if (!error.ok()) return failure(error, path);
-    if (!file->try_lock()) return failure({FileFault::in_use, 0}, path);
     allow_holes(path);
     if (has_parts) hide_file(path);
     const MutexLock guard(mutex_);

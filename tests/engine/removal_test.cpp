@@ -1,8 +1,12 @@
 // Jobs that are taken away and brought back, begun anew, checked, or get other addresses while they run.
 #include <gtest/gtest.h>
 
+#include <ctime>
+
+#include "base/text.h"
 #include "engine_fixture.h"
 #include "platform/file.h"
+#include "storage/resume_state.h"
 
 namespace vantlow {
 namespace {
@@ -13,13 +17,15 @@ using Fault = Done::Fault;
 class RemovalTest : public EngineTest {
   protected:
     // The job as a run left it; the store's record is changed through a session's end.
-    Guid ended(const std::string& link, const std::u16string& name, const Result& result) {
+    Guid ended(const std::string& link, const std::u16string& name, const Result& result,
+               std::int64_t finished = 0) {
         const Guid job = add_one(link);
         engine->pump();
         CJobNode& twin = session(job).twin();
         twin.path = folder.path(name);
         twin.file_size = 10;
         twin.segments.clear();
+        twin.finished = finished;
         if (!result.ok()) twin.append_segment(4, 10);
         end(job, result);
         return job;
@@ -117,6 +123,53 @@ TEST_F(RemovalTest, AFinishedFileIsCheckedUnderTheNameOfAnUnfinishedOne) {
     EXPECT_EQ(twin.segments[0]->start, 4);
     EXPECT_EQ(twin.segments[0]->end, 4);
     EXPECT_TRUE(twin.bit_map.empty() && !twin.partial_mark.is_set());
+}
+
+// People move and remove files, and other downloads get the names that are free then.
+TEST_F(RemovalTest, FilesThatAreNotTheJobsOwnAreLeftAlone) {
+    const auto is_left_alone = [&](const Guid& job, const std::u16string& name) {
+        const std::string before = folder.read(name);
+        EXPECT_EQ(engine->rename(job, u"g").fault, Fault::anothers_file) << to_utf8(name);
+        const Removed removed = engine->remove_all({job}, Files::erase);
+        ASSERT_EQ(removed.failures.size(), 1U) << to_utf8(name);
+        EXPECT_EQ(removed.failures[0].second.fault, Fault::anothers_file);
+        EXPECT_EQ(folder.read(name), before);
+        EXPECT_NE(engine->find(job), nullptr);
+    };
+    folder.write(u"size", "another one's bytes");
+    is_left_alone(ended("http://a/1", u"size", {}), u"size");
+    folder.write(u"time", "ten bytes!");
+    is_left_alone(ended("http://a/2", u"time", {}, std::time(nullptr) - 86400), u"time");
+    EXPECT_EQ(engine->remove_all({ended("http://a/3", u"time", {})}, Files::erase).removed, 1U);
+    EXPECT_FALSE(is_there(u"time"));
+
+    const std::u16string partial = u"part" + std::u16string(partial_suffix);
+    const std::u16string saved = u"part" + std::u16string(state_suffix);
+    const Guid job = ended("http://a/4", u"part", Code::server_error);
+    folder.write(partial, "ten bytes!");
+    CJobNode other;
+    other.address = u"http://b/4";
+    other.path = folder.path(u"part");
+    other.file_size = 10;
+    other.append_segment(4, 10);
+    other.partial_mark = {4, 0, 4, std::string(64, 'a')};
+    other.identity = new_guid();
+    ASSERT_TRUE(save_resume_state(other, folder.path(saved)).ok());
+    is_left_alone(job, partial);
+    EXPECT_EQ(engine->remove_all({ended("http://a/5", u"part", {})}, Files::erase).removed, 1U);
+    EXPECT_TRUE(is_there(saved)) << "of the file that has the name now";
+    ASSERT_TRUE(remove_file(folder.path(saved)).ok());
+    {
+        File held;
+        ASSERT_TRUE(held.open_alone(folder.path(partial), OpenMode::write_existing).ok());
+        is_left_alone(job, partial);
+        ASSERT_TRUE(engine->start_over(job).ok());
+        EXPECT_TRUE(is_there(partial));
+    }
+    other.identity = ended("http://a/6", u"part", Code::server_error);
+    ASSERT_TRUE(save_resume_state(other, folder.path(saved)).ok());
+    EXPECT_EQ(engine->remove_all({other.identity}, Files::erase).removed, 1U);
+    EXPECT_FALSE(is_there(partial) || is_there(saved));
 }
 
 TEST_F(RemovalTest, ARunningJobTakesItsLimitAtOnceAndOtherAddressesByAnotherSession) {

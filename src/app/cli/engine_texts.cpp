@@ -89,6 +89,9 @@ Complaint text_of(const Done& done, const std::string& subject) {
             return subject + ": this value cannot be used.";
         case Fault::no_hash:
             return subject + ": nothing is known that its file could be checked against.";
+        case Fault::anothers_file:
+            return to_utf8(done.path) + " is not the file that " + subject +
+                   " has downloaded, or was changed since: it is left alone.";
         case Fault::nothing_to_undo:
             return "There is no removal that could be taken back.";
         case Fault::no_question:

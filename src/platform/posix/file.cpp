@@ -211,6 +211,11 @@ FileError File::flush() noexcept {
     return error.system_error == EINVAL ? FileError{} : error;
 }
 
+std::uint64_t File::identity() const noexcept {
+    struct stat status {};
+    return ::fstat(descriptor(native_), &status) == 0 ? status.st_ino : 0;
+}
+
 bool File::try_lock() noexcept {
     if (ask_hook(Operation::lock, path_) != 0) return false;
     const FileError error = repeat([&] { return ::flock(descriptor(native_), LOCK_EX | LOCK_NB); });

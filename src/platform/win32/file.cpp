@@ -155,6 +155,12 @@ FileError File::flush() noexcept {
     return FlushFileBuffers(handle(native_)) ? FileError{} : last_error();
 }
 
+std::uint64_t File::identity() const noexcept {
+    BY_HANDLE_FILE_INFORMATION about{};
+    if (!GetFileInformationByHandle(handle(native_), &about)) return 0;
+    return (std::uint64_t{about.nFileIndexHigh} << 32U) | about.nFileIndexLow;
+}
+
 bool File::try_lock() noexcept {
     if (ask_hook(Operation::lock, path_) != 0) return false;
     OVERLAPPED position = at_position(lock_offset);

@@ -99,12 +99,13 @@ void ListMemory::read_line(std::string_view text, Lines& lines) const {
 }
 
 void ListMemory::read() {
-    failure_ = file_.open(path_, OpenMode::write_existing);
-    if (!failure_.ok()) return;
-    others_ = !file_.try_lock();
+    failure_ = file_.open_alone(path_, OpenMode::write_existing);
+    others_ = failure_.fault == FileFault::in_use;
+    if (others_) failure_ = {};
+    if (others_ || !failure_.ok()) return;
     std::vector<std::byte> bytes;
-    if (!others_) failure_ = read_file(path_, largest_memory, bytes);
-    if (others_ || !failure_.ok()) return file_.close();
+    failure_ = read_file(path_, largest_memory, bytes);
+    if (!failure_.ok()) return file_.close();
     // A line that was cut off is written over.
     std::size_t at = 0;
     for (const std::string_view line : whole_lines(bytes)) {
@@ -122,8 +123,9 @@ void ListMemory::read_longer(const std::vector<std::string>& digests) {
         File other;
         std::vector<std::byte> bytes;
         const std::u16string path = join_path(folder_, name);
-        if (!name.starts_with(to_utf16(file_begin)) || !other.open(path, OpenMode::write_existing).ok() ||
-            !other.try_lock() || !read_file(path, largest_memory, bytes).ok())
+        if (!name.starts_with(to_utf16(file_begin)) ||
+            !other.open_alone(path, OpenMode::write_existing).ok() ||
+            !read_file(path, largest_memory, bytes).ok())
             continue;
         const auto lines = whole_lines(bytes);
         if (lines.empty() || !has_all(lines.front(), digests)) continue;
@@ -198,12 +200,10 @@ std::string ListMemory::line_of(const std::string& key, const Finished& file,
 void ListMemory::write(const std::string& line) {
     if (line.empty() || others_ || !failure_.ok()) return;
     if (!file_.is_open()) {
-        failure_ = file_.open(path_, OpenMode::create_new, Privacy::owner_only);
-        others_ = failure_.fault == FileFault::exists;
+        failure_ = file_.open_alone(path_, OpenMode::create_new, Privacy::owner_only);
+        others_ = failure_.fault == FileFault::exists || failure_.fault == FileFault::in_use;
         if (others_) failure_ = {};
         if (others_ || !failure_.ok()) return;
-        others_ = !file_.try_lock();
-        if (others_) return file_.close();
     }
     const std::string text = end_ == 0 ? first_line_ + line : line;
     failure_ = file_.write_at(end_, std::as_bytes(std::span(text)));
@@ -222,13 +222,11 @@ void ListMemory::save() {
 FileError ListMemory::close(bool is_through) {
     if (!is_through) save();
     const MutexLock guard(mutex_);
-    const bool is_mine = file_.is_open();
+    // It goes while it is still held: behind its end another process could have begun to write into it.
+    FileError error = failure_;
+    if (is_through && file_.is_open()) error = remove_file(path_);
     file_.close();
-    if (is_through && is_mine) {
-        const FileError error = remove_file(path_);
-        return error.fault == FileFault::not_found ? FileError{} : error;
-    }
-    return failure_;
+    return is_through && error.fault == FileFault::not_found ? FileError{} : error;
 }
 
 }  // namespace vantlow

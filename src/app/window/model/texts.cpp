@@ -181,6 +181,10 @@ std::string sentence_of(const Done& done) {
             return tr("This value cannot be used.");
         case Fault::no_hash:
             return tr("Nothing is known that the file could be checked against.");
+        case Fault::anothers_file:
+            return fill(
+                tr("%1 is not the file that the job has downloaded, or was changed since: it is left alone."),
+                {shown(done.path)});
         case Fault::nothing_to_undo:
             return tr("There is no removal that could be taken back.");
         case Fault::no_question:
