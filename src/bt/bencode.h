@@ -19,9 +19,9 @@ namespace vantlow {
 /// `most_tree_memory`; a value beyond that is one that cannot be read.
 class CBEncode {
   public:
-    static constexpr std::size_t most_tree_memory = std::size_t{512} << 20U;
-    /// The longest document that load_file() takes.
-    static constexpr std::size_t largest_file = std::size_t{256} << 20U;
+    static constexpr std::size_t most_tree_memory = std::size_t{256} << 20U;
+    /// The longest document that load_file() takes, as long as one that a job is made of.
+    static constexpr std::size_t largest_file = std::size_t{64} << 20U;
 
     /// Takes a whole file as the document; there is none when it is empty, too large or cannot be read.
     Result load_file(const std::u16string& path);

@@ -146,6 +146,7 @@ JobPlans read_torrent_plan(std::span<const std::byte> bytes, const DocumentOptio
         JobRules rules;
         rules.select = options.select;
         const auto choice = choice_of(*content, &rules);
+        if (!choice && options.select.empty()) return refuse(DraftFault::Kind::nothing);  // padding alone
         if (!choice) return nothing_chosen({options.origin, {}, options.select});
         plan.size = 0;
         for (std::size_t i = 0; i < content->files.size(); ++i)

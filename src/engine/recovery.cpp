@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "base/safe_name.h"
+#include "engine/kinds.h"
 #include "platform/file.h"
 #include "platform/file_marks.h"
 
@@ -20,6 +21,9 @@ bool ended_unsaved(const CJobNode& job) {
     if (job.file_size < 0 || name_of(job.path).empty()) return false;
     if (path_kind(job.path) != PathKind::file) return false;  // a torrent's folder proves nothing
     if (path_kind(job.path + std::u16string(partial_suffix)) != PathKind::none) return false;
+    // A torrent's state goes behind the end, and is there again where its pieces are to be checked.
+    const bool has_state = path_kind(job.path + std::u16string(state_suffix)) != PathKind::none;
+    if (has_state && kind_of(job) == JobKind::torrent) return false;
     const FileStamp stamp = file_stamp(job.path);
     return stamp.there && stamp.size == job.file_size &&
            stamp.modified / nanoseconds_of_a_second >= job.created;

@@ -193,8 +193,9 @@ Done Engine::start_over(const Guid& job) {
 
 bool Engine::can_check(const Guid& job) const {
     const CJobNode* const record = store_->find(job);
-    return record != nullptr && !is_running(job) && kind_of(*record) == JobKind::transfer &&
-           has_hashes(*record) && record->file_size > 0 &&
+    if (record == nullptr || is_running(job)) return false;
+    if (kind_of(*record) == JobKind::torrent) return !name_of(record->path).empty();
+    return kind_of(*record) == JobKind::transfer && has_hashes(*record) && record->file_size > 0 &&
            (record->state == JobState::finished || !record->segments.empty());
 }
 
@@ -205,10 +206,17 @@ Done Engine::check(const Guid& job) {
     if (record == nullptr) return {Fault::no_job};
     if (is_running(job)) return {Fault::running};
     if (!can_check(job)) return {Fault::no_hash};
+    const bool has_one_file = path_kind(record->path) != PathKind::folder;
+    // What is wrong in the file would be fetched anew into it.
+    if (record->state == JobState::finished && has_one_file && is_anothers_file(*record))
+        return {Fault::anothers_file, {}, record->path};
     auto again = record->twin();
-    if (record->state == JobState::finished) {
-        // What is wrong in the file would be fetched anew into it.
-        if (is_anothers_file(*record)) return {Fault::anothers_file, {}, record->path};
+    if (const auto torrent = torrent_of(*record)) {
+        const auto content = read_torrent_content(torrents_.find_info(*torrent));
+        const Result doubted = content ? doubt_torrent_files(*content, record->path) : content.failure();
+        if (!doubted.ok()) return {Fault::file, {FileFault::other, doubted.system_error}, record->path};
+        again->finished = 0;
+    } else if (record->state == JobState::finished) {
         const std::u16string partial = record->path + std::u16string(partial_suffix);
         if (const FileError error = rename_no_replace(record->path, partial); !error.ok())
             return {Fault::file, error, record->path};

@@ -300,10 +300,10 @@ Result TorrentFiles::choose(const std::vector<bool>& chosen, const std::vector<b
     return {};
 }
 
-Result TorrentFiles::save(const std::vector<bool>& good, bool& is_lost) {
+Result TorrentFiles::save(const std::vector<bool>& good, bool& is_lost, bool is_last) {
     if (!keeps_state_) return {};
     Result result =
-        save_storage_state(*storage_, to_hex(content_.info_hash), good, storage_state_path(target_));
+        save_storage_state(*storage_, to_hex(content_.info_hash), good, storage_state_path(target_), is_last);
     // That of the bytes stays once it has come, that of the state's own file does not.
     if (!result.ok()) is_lost = !storage_->sync().ok();
     return result;
@@ -367,6 +367,27 @@ Result remove_torrent_files(const TorrentContent& content, const std::u16string&
         result = {Code::local_file, to_utf8(storage_state_path(target)) + ": " + error.text(),
                   error.system_error};
     return result;
+}
+
+Result doubt_torrent_files(const TorrentContent& content, const std::u16string& target) {
+    if (!is_there(content, target))
+        return {Code::local_file, to_utf8(target) + ": there are no files of this torrent."};
+    const std::u16string path = storage_state_path(target);
+    auto state = load_storage_state(path, to_hex(content.info_hash));
+    if (!state || state->chosen.size() != content.files.size()) {
+        state.emplace();
+        state->identity = to_hex(content.info_hash);
+        state->piece_length = content.piece_length;
+        state->places = places_of(content, target, std::nullopt);
+        state->chosen = those_there(content, target, std::vector<bool>(content.files.size(), true));
+    }
+    // A state that promises everything of files that have changed since.
+    constexpr FileMark none_has{.size = -2};
+    state->marks.assign(content.files.size(), none_has);
+    state->parts = none_has;
+    state->good.assign(static_cast<std::size_t>(content.piece_count()), true);
+    const FileError error = write_file_atomically(path, state->encode(), Privacy::owner_only);
+    return error.ok() ? Result() : Result(Code::local_file, error.text(), error.system_error);
 }
 
 Outcome<TorrentCheck> check_torrent_files(const TorrentContent& content, const std::u16string& target,

@@ -49,8 +49,9 @@ class TorrentFiles {
     Result choose(const std::vector<bool>& chosen, const std::vector<bool>& good,
                   const std::vector<bool>& holds);
     /// Saves which pieces are good, after their bytes. A failure after which the bytes themselves may be lost
-    /// sets `is_lost`. On any thread, one call at a time.
-    Result save(const std::vector<bool>& good, bool& is_lost);
+    /// sets `is_lost`. `is_last`: nothing is written any more before the files are closed. On any thread, one
+    /// call at a time.
+    Result save(const std::vector<bool>& good, bool& is_lost, bool is_last = false);
     /// Every file that is whole by the good pieces takes its name, with the mark of its origin where there is
     /// one, and the state goes. target() does not change before take_names(). On any thread,
     /// while nothing is saved.
@@ -101,6 +102,10 @@ class TorrentFiles {
 /// Removes what a torrent's job has written below `target`, and its state. The first failure, where there is
 /// one.
 Result remove_torrent_files(const TorrentContent& content, const std::u16string& target);
+
+/// Has the next session of the job that fetched a torrent to `target` check every piece there, and fetch
+/// again what is wrong. A session must not use the files meanwhile.
+Result doubt_torrent_files(const TorrentContent& content, const std::u16string& target);
 
 /// How much of a torrent is on the disk.
 struct TorrentCheck {

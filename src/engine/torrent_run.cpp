@@ -283,7 +283,7 @@ Result TorrentRun::conclude(const Result& fetched) {
     if (!fetched.ok()) {
         // Where the bytes may be lost, the state that is there stays true.
         bool is_lost = false;
-        const Result saved = files_->save(good_, is_lost);
+        const Result saved = files_->save(good_, is_lost, true);
         if (!saved.ok()) log_.line(Direction::error, saved.message());
         return fetched;
     }

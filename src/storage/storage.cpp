@@ -174,6 +174,9 @@ Result Storage::take_lock(bool fresh) {
                                                 : OpenMode::write;
     FileError error = make_folders(std::u16string(folder_of(path)));
     if (error.ok()) error = file->open_alone(path, mode);
+    // Of one torrent, say, that was added twice.
+    if (error.fault == FileFault::in_use)
+        return {Code::local_file, to_utf8(has_parts ? at.folder : path) + ": in use by another download."};
     if (!error.ok()) return failure(error, path);
     allow_holes(path);
     if (has_parts) hide_file(path);
@@ -222,6 +225,13 @@ void Storage::close(bool keeps_parts) {
         static_cast<void>(remove_file(parts));
     lock_.reset();
     disk_.close();
+}
+
+void Storage::rest() {
+    const Alone alone(*this);
+    std::map<std::size_t, OpenFile> closing;
+    const MutexLock guard(mutex_);
+    closing.swap(open_);
 }
 
 // A disk that vanishes leaves its folder's place to another: nothing is made anew there.
@@ -515,20 +525,37 @@ bool Storage::is_wanted(std::int64_t piece) const {
     });
 }
 
-bool Storage::reaches_parts_of(std::int64_t piece) const {
+std::int64_t Storage::end_in_parts(std::int64_t piece) const {
     const std::int64_t begin = piece * piece_length_;
+    std::int64_t end = 0;
+    const MutexLock guard(mutex_);
+    for (const FileSpan& span : files_.spans(begin, std::min(piece_length_, files_.size() - begin))) {
+        const Place& place = places_[span.file];
+        if (place.chosen || place.shape != FileShape::absent || files_.at(span.file).padding) continue;
+        end = slot_of(piece) + files_.at(span.file).offset + span.offset + span.length - begin;
+    }
+    return end;
+}
+
+bool Storage::reaches_parts_of(std::int64_t piece) const {
+    const std::int64_t end = end_in_parts(piece);
+    if (end == 0) return true;
     std::shared_ptr<File> part;
-    std::int64_t end = 0;  // in the part file
     {
         const MutexLock guard(mutex_);
         part = part_;
-        for (const FileSpan& span : files_.spans(begin, std::min(piece_length_, files_.size() - begin))) {
-            const Place& place = places_[span.file];
-            if (place.chosen || place.shape != FileShape::absent || files_.at(span.file).padding) continue;
-            end = slot_of(piece) + files_.at(span.file).offset + span.offset + span.length - begin;
-        }
     }
-    return end == 0 || (part && part->size() >= end);
+    return part && part->size() >= end;
+}
+
+FileStamp Storage::part_stamp() const {
+    std::u16string path;
+    {
+        const MutexLock guard(mutex_);
+        if (!part_) return {};
+        path = part_path(part_root_);
+    }
+    return file_stamp(path);
 }
 
 std::vector<ByteRange> Storage::data_of(std::size_t file) const {

@@ -17,6 +17,7 @@
 #include "base/result.h"
 #include "platform/file.h"
 #include "platform/file_layout.h"
+#include "platform/file_marks.h"
 #include "platform/stop.h"
 #include "storage/file_list.h"
 
@@ -82,6 +83,9 @@ class Storage {
     /// until the storage is opened again, because the system may have given up bytes that it had taken: what
     /// was promised before that is all that may be believed then.
     Result sync();
+    /// Lets go of the files that are kept open between operations. Some systems tell the time of a file's
+    /// last change only then.
+    void rest();
     /// The file is whole: it is cut to its length, put on the disk, unless sync() did that after the last
     /// write to it, and takes its name, which the next sync() puts on the disk. A file that somebody else put
     /// there keeps it, and ours takes a free one. A file without bytes is made. Not while sync() runs.
@@ -112,6 +116,9 @@ class Storage {
     [[nodiscard]] bool is_wanted(std::int64_t piece) const;
     /// Whether the part file reaches as far as the bytes of the piece that would stand in it.
     [[nodiscard]] bool reaches_parts_of(std::int64_t piece) const;
+    /// Whether bytes of the piece would stand in the part file.
+    [[nodiscard]] bool uses_parts(std::int64_t piece) const { return end_in_parts(piece) != 0; }
+    [[nodiscard]] FileStamp part_stamp() const;
     /// The ranges of the file that are on the disk; what lies between them reads as zeros.
     [[nodiscard]] std::vector<ByteRange> data_of(std::size_t file) const;
 
@@ -145,6 +152,8 @@ class Storage {
     void find_file(std::size_t file);
     void take_free_names(const std::u16string& root);
     void remember_roots();
+    /// The end of the piece's bytes in the part file; 0: it has none there.
+    [[nodiscard]] std::int64_t end_in_parts(std::int64_t piece) const;
     Result remember_failure(const Result& result);
     Result sync_folders(const std::set<std::u16string>& folders);
     Result sync_file(std::size_t index);

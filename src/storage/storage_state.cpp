@@ -109,13 +109,22 @@ bool names_stay_below(const std::map<std::size_t, std::u16string>& names) {
     });
 }
 
+FileMark mark_of(const FileStamp& stamp, bool in_work) {
+    return stamp.there ? FileMark{stamp.size, stamp.modified, in_work} : FileMark{};
+}
+
+// What a file is now may be what it was when it had this mark.
+bool fits(const FileMark& then, const FileMark& now) {
+    if (then.in_work) return now.size >= then.size;
+    return now.size == then.size && now.modified == then.modified;
+}
+
 std::vector<FileMark> marks_of(const Storage& storage) {
     std::vector<FileMark> marks(storage.files().count());
     for (std::size_t file = 0; file < marks.size(); ++file) {
         const FileShape shape = storage.shape(file);
         if (shape == FileShape::absent) continue;
-        const FileStamp stamp = file_stamp(storage.path(file));
-        if (stamp.there) marks[file] = {stamp.size, stamp.modified, shape == FileShape::partial};
+        marks[file] = mark_of(file_stamp(storage.path(file)), shape == FileShape::partial);
     }
     return marks;
 }
@@ -142,6 +151,9 @@ std::vector<std::byte> StorageState::encode() const {
         out.number(mark.in_work ? 1 : 0);
     }
     out.bits(good);
+    out.number(parts.size);
+    out.number(parts.modified);
+    out.number(parts.in_work ? 1 : 0);
     return out.finish();
 }
 
@@ -171,6 +183,12 @@ std::optional<StorageState> StorageState::decode(std::span<const std::byte> byte
         mark.in_work = in.number() != 0;
     }
     state.good = in.bits();
+    state.parts.in_work = true;  // where an earlier version did not mark it
+    if (in.ok() && !in.is_at_end()) {
+        state.parts.size = in.number();
+        state.parts.modified = in.number();
+        state.parts.in_work = in.number() != 0;
+    }
     const bool fits = in.is_at_end() && state.piece_length > 0 && state.chosen.size() == state.marks.size();
     if (!fits || !names_stay_below(state.places.names)) return std::nullopt;
     return state;
@@ -181,7 +199,7 @@ std::u16string storage_state_path(const std::u16string& target) {
 }
 
 Result save_storage_state(Storage& storage, const std::string& identity, const std::vector<bool>& good,
-                          const std::u16string& path) {
+                          const std::u16string& path, bool is_last) {
     StorageState state;
     state.identity = identity;
     state.piece_length = storage.piece_length();
@@ -191,7 +209,13 @@ Result save_storage_state(Storage& storage, const std::string& identity, const s
         state.chosen[file] = storage.is_chosen(file);
     state.places = storage.places();
     if (Result result = storage.sync(); !result.ok()) return result;
+    if (is_last) storage.rest();
     state.marks = marks_of(storage);
+    state.parts = mark_of(storage.part_stamp(), true);
+    if (is_last) {
+        state.parts.in_work = false;
+        for (FileMark& mark : state.marks) mark.in_work = false;
+    }
     if (FileError error = write_file_atomically(path, state.encode(), Privacy::owner_only); !error.ok())
         return {Code::local_file, "The state of the job could not be saved: " + error.text(),
                 error.system_error};
@@ -219,11 +243,8 @@ std::vector<std::size_t> doubt_changed_files(const Storage& storage, StorageStat
     }
     const std::vector<FileMark> now = marks_of(storage);
     for (std::size_t file = 0; file < now.size(); ++file) {
-        const FileMark& then = state.marks[file];
-        const bool same = then.in_work ? now[file].size >= then.size
-                                       : now[file].size == then.size && now[file].modified == then.modified;
         const ListedFile& listed = files.at(file);
-        if (same || listed.length == 0 || listed.padding) continue;
+        if (fits(state.marks[file], now[file]) || listed.length == 0 || listed.padding) continue;
         const auto last =
             static_cast<std::size_t>((listed.offset + listed.length - 1) / storage.piece_length());
         for (auto piece = static_cast<std::size_t>(listed.offset / storage.piece_length()); piece <= last;
@@ -233,8 +254,11 @@ std::vector<std::size_t> doubt_changed_files(const Storage& storage, StorageStat
             doubted.push_back(piece);
         }
     }
+    const bool are_parts_ours = fits(state.parts, mark_of(storage.part_stamp(), false));
     for (std::size_t piece = 0; piece < count; ++piece) {
-        if (!state.good[piece] || storage.reaches_parts_of(static_cast<std::int64_t>(piece))) continue;
+        const auto number = static_cast<std::int64_t>(piece);
+        const bool is_kept = are_parts_ours ? storage.reaches_parts_of(number) : !storage.uses_parts(number);
+        if (!state.good[piece] || is_kept) continue;
         state.good[piece] = false;
         doubted.push_back(piece);
     }

@@ -16,7 +16,8 @@ namespace vantlow {
 struct FileMark {
     std::int64_t size = -1;     ///< bytes; -1: it had no file
     std::int64_t modified = 0;  ///< nanoseconds since 1970
-    bool in_work = false;       ///< it was written to: later writes may have changed size and time
+    /// It was written to after that, perhaps, which may have changed size and time.
+    bool in_work = false;
 };
 
 /// The facts that a later run may believe. A plain record.
@@ -26,6 +27,7 @@ struct StorageState {
     StoragePlaces places;
     std::vector<bool> chosen;     ///< one for each file
     std::vector<FileMark> marks;  ///< one for each file
+    FileMark parts;               ///< of the part file
     std::vector<bool> good;       ///< one for each piece
 
     /// Bytes for save_storage_state(): a head with a version, numbers of 8 bytes (big endian), a SHA-256
@@ -40,8 +42,10 @@ std::u16string storage_state_path(const std::u16string& target);
 /// Puts everything written so far on the disk, then the state that names the pieces in `good`, all of which
 /// must have been written before the call. After a power cut the state never promises bytes that are not
 /// there. A failure leaves the state that was there, which stays true. The log of the storage hears of it.
+/// `is_last`: nothing is written any more before the storage is closed, so that whatever changes a file
+/// afterwards is seen.
 Result save_storage_state(Storage& storage, const std::string& identity, const std::vector<bool>& good,
-                          const std::u16string& path);
+                          const std::u16string& path, bool is_last = false);
 /// None where there is no state, it is damaged, another user's, or another document's.
 std::optional<StorageState> load_storage_state(const std::u16string& path, const std::string& identity);
 

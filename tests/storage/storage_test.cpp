@@ -285,6 +285,45 @@ TEST(Storage, LooksForPiecesThatCameAfterItsState) {
     EXPECT_EQ(late_pieces(storage, *state), late);
 }
 
+TEST(Storage, SeesWhatWasChangedWhileNobodyWasAtWork) {
+    struct Case {
+        const char16_t* changed;  ///< a file in the folder; null: none
+        std::vector<std::size_t> doubted;
+    };
+    for (const auto& [changed, doubted] : {Case{nullptr, {}}, Case{u"a/last.bin.vantlow", {7, 8, 9, 10, 11}},
+                                           Case{u".vantlow-parts", {2, 6}}}) {
+        const TempFolder folder;
+        const std::u16string home = folder.path(u"album");
+        const std::string bytes = album_bytes();
+        RecordingLog log;
+        StoragePlaces places;
+        {
+            Storage storage(album(), album_choice(), piece, log);
+            ASSERT_TRUE(storage.begin(home).ok());
+            std::vector<bool> good(album_pieces, false);
+            for (std::int64_t i = 0; i < album_pieces; ++i) {
+                if (!storage.is_wanted(i)) continue;
+                ASSERT_TRUE(storage.write(i * piece, piece_of(bytes, i)).ok());
+                good[static_cast<std::size_t>(i)] = true;
+            }
+            places = storage.places();
+            ASSERT_TRUE(save_storage_state(storage, "album", good, storage_state_path(home), true).ok());
+        }
+        if (changed != nullptr) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(30));  // clocks of files tick slowly
+            std::string content = folder.read(u"album/" + std::u16string(changed));
+            content.front() ^= 1;
+            folder.write(u"album/" + std::u16string(changed), content);
+        }
+        Storage storage(album(), album_choice(), piece, log);
+        ASSERT_TRUE(storage.resume(places).ok());
+        auto state = load_storage_state(storage_state_path(home), "album");
+        ASSERT_TRUE(state);
+        EXPECT_EQ(doubt_changed_files(storage, *state), doubted);
+        EXPECT_TRUE(late_pieces(storage, *state).empty() || changed != nullptr);
+    }
+}
+
 /// A life that ends before its n-th write or rename, and with it every byte that was not flushed.
 class PowerCut : public FaultHook {
   public:
