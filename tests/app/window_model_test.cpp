@@ -111,6 +111,10 @@ TEST(WindowTexts, FollowTheCatalogue) {
     EXPECT_FALSE(is_right_to_left());
     set_catalogue(Catalogue::read("direction: right-to-left\n" + head, error));
     EXPECT_TRUE(is_right_to_left());
+    // Latin words keep their direction; dates and numbers, whose parts would change places, are left alone.
+    const std::string mixed = fill("%1: %2", {"/home/anna", "12"});
+    EXPECT_EQ(mixed, "\u2068/home/anna\u2069: 12");
+    EXPECT_EQ(shown_sentence(mixed + "\n\u202E"), mixed + "??");
     set_catalogue(std::nullopt);
     EXPECT_FALSE(is_right_to_left());
     EXPECT_EQ(trn("%1 job", "%1 jobs", 1) + trn("%1 job", "%1 jobs", 0), "1 job0 jobs");
@@ -141,6 +145,14 @@ TEST(WindowTexts, ReasonsOfFailuresAreToldInTheLanguage) {
     EXPECT_EQ(trouble_text("retry 2 in 1:05: HTTP server error."), "Versuch 2 in 1:05: HTTP-Fehler.");
     EXPECT_EQ(trouble_text("retry 12: HTTP server error."), "HTTP-Fehler. (12.)");
     EXPECT_EQ(trouble_text("retry later"), "retry later");
+    // The reason that the system gives says more than the sentence in front of it.
+    const std::string full =
+        advice_on("Writing to file error. (/small/film.vantlow: No space left on device)");
+    EXPECT_TRUE(full.starts_with("Make room on the disk")) << full;
+    EXPECT_NE(advice_on("HTTP server error. (404 Not Found)"), advice_on("HTTP server error. (503 Busy)"));
+    EXPECT_EQ(advice_on("retry 2 in 1:05: HTTP server error. (404 Not Found)"),
+              advice_on("HTTP server error. (404 Not Found)"));
+    EXPECT_EQ(advice_on(""), "");
     EXPECT_EQ(trouble_text(""), "");
     set_catalogue(std::nullopt);
 }

@@ -292,5 +292,11 @@ def drag(x, y, to_x, to_y):
     time.sleep(0.3)
 
 
+def picture_of(x, y, width, height):
+    """The bytes of a part of the screen."""
+    words = ["import", "-window", "root", "-crop", f"{width}x{height}+{x}+{y}", "-depth", "8", "rgb:-"]
+    return subprocess.run(words, check=True, capture_output=True).stdout
+
+
 def write(text):
     subprocess.run(["xdotool", "type", "--delay", "5", text], check=True)

@@ -295,8 +295,47 @@ def queue(window, server):
     until(lambda: window.row_of("slow-b") < window.row_of("slow-c") < window.row_of("slow-d"), "the order of the queue")
     window.drag_row(window.row_of("slow-d"), window.row_of("slow-b"))
     until(lambda: queued() == "dbc", "the last one in front")
+    # Two at once.
+    window.click_row(window.LIST, window.row_of("slow-b"))
+    press("shift+Down")
+    window.drag_row(window.row_of("slow-b"), window.row_of("slow-d"))
+    until(lambda: queued() == "bcd", "two in front")
     window.run("remove", *[job["id"] for job in window.jobs() if "/slow-" in job["address"]])
     window.run("settings", "unset", "Performance/MaxJobs")
+
+
+def many_changes(window, server):
+    """Very many rows that change at once are drawn anew."""
+    window.click_header("Name")
+    press("ctrl+f")
+    write("slow-")
+    window.wait_for_rows(0)
+    window.run("settings", "set", "Performance/MaxJobs", "1")
+    window.run("add", "--paused", "--dir", window.path(""), *(f"{server}/slow-{n:03}.bin" for n in range(300)))
+    window.wait_for_rows(300)
+    time.sleep(1)
+    x, y = window.place_of_row(window.row_of("slow-009"))
+    stopped = display.picture_of(x, y, 700, 12)
+    window.run("start", "--all")
+    until(lambda: display.picture_of(x, y, 700, 12) != stopped, "the row as it is now")
+    window.run("stop", "--all")
+    until(lambda: display.picture_of(x, y, 700, 12) == stopped, "the row as it was before")
+    window.run("remove", *[job["id"] for job in window.jobs() if "/slow-" in job["address"]])
+    window.run("settings", "unset", "Performance/MaxJobs")
+    press("Escape")
+
+
+def more_by_key(window, server):
+    """The rest of the dialog for new downloads is unfolded and filled in by keys."""
+    to_front(FRAME)
+    press("ctrl+n")
+    to_front(NEW)
+    press("ctrl+a")
+    write(f"{server}/more.bin")
+    press("alt+m", "alt+e")
+    write("by key")
+    press("alt+d")
+    until(lambda: [job["comment"] for job in window.jobs() if job["address"].endswith("/more.bin")] == ["by key"], "the comment")
 
 
 def torrent(window, _server):
@@ -321,8 +360,6 @@ def torrent(window, _server):
         window.click_box(clicked)
         until(lambda expected=found: wanted() == expected, f"{found}")
     window.click_row(window.FILES, 0)
-    # There the menu, which opens at the pointer, has room below it.
-    subprocess.run(["xdotool", "mousemove", "500", "250"], check=True)
     press("Menu", "Down", "Return")
     until(lambda: wanted() == ["high", "normal"], "a file that comes first")
     press("Menu", "s")
@@ -431,12 +468,12 @@ def end_without_display(window):
     assert told.wait(20) == 0
 
 
-SCENARIOS = (first_start, second_start, search, removal, known_addresses, crash, order, stop_and_start, queue, torrent, forms, options,
+SCENARIOS = (first_start, second_start, search, removal, known_addresses, crash, order, stop_and_start, queue, many_changes, more_by_key, torrent, forms, options,
              end_in_a_dialog_of_the_system, end_in_a_menu)
 
 
 def main(programs):
-    lacking = display.missing()
+    lacking = display.missing("import")
     if not os.access(f"{programs}/vantlow-desktop", os.X_OK):
         lacking.append("vantlow-desktop")
     if lacking:

@@ -133,7 +133,7 @@ def drops(window, server):
 
 
 def main(programs, controls):
-    lacking = display.missing()
+    lacking = display.missing("import")
     if lacking:
         print("skipped: there is no " + ", ".join(lacking))
         return drive.SKIPPED

@@ -99,7 +99,7 @@ wxSizer* CCombineMediaDlg::make_buttons() {
 }
 
 void CCombineMediaDlg::add_pieces() {
-    wxFileDialog dialog(this, ui(tr("Pieces")), wxString(), wxString(), media_files(),
+    wxFileDialog dialog(this, ui(tr("Pieces")), downloads_folder(model_), wxString(), media_files(),
                         wxFD_OPEN | wxFD_FILE_MUST_EXIST | wxFD_MULTIPLE);
     if (dialog.ShowModal() != wxID_OK) return;
     wxArrayString paths;
@@ -123,7 +123,7 @@ void CCombineMediaDlg::move_piece(int by) {
 }
 
 void CCombineMediaDlg::choose_output() {
-    wxFileDialog dialog(this, ui(tr("Joined file")), wxString(), wxString(), media_files(),
+    wxFileDialog dialog(this, ui(tr("Joined file")), downloads_folder(model_), wxString(), media_files(),
                         wxFD_SAVE | wxFD_OVERWRITE_PROMPT);
     if (dialog.ShowModal() == wxID_OK) output_->SetValue(dialog.GetPath());
 }

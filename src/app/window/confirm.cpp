@@ -129,6 +129,10 @@ wxWindow* make_weekday_boxes(wxWindow& parent, std::int32_t days, std::function<
     return panel;
 }
 
+wxString downloads_folder(const WindowModel& model) {
+    return ui(to_utf8(model.engine.first_category()->folder));
+}
+
 void tell(wxWindow& parent, const wxString& title, const wxString& text) {
     wxDialog dialog(&parent, wxID_ANY, title);
     auto* const all = start_with_text(dialog, text);

@@ -33,6 +33,9 @@ wxTextCtrl* add_text(wxWindow& parent, wxSizer& grid, const wxString& label, con
 wxTextCtrl* add_folder(wxWindow& parent, wxSizer& grid, const wxString& label, const std::u16string& folder,
                        const std::u16string& hint);
 
+/// The folder in which the system's dialogs for files begin: that of downloads, not where the program runs.
+wxString downloads_folder(const WindowModel& model);
+
 /// Makes check boxes for the days of a week; `changed` hears the bits of those that are checked.
 wxWindow* make_weekday_boxes(wxWindow& parent, std::int32_t days, std::function<void(std::int32_t)> changed);
 

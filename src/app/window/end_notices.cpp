@@ -7,6 +7,7 @@
 #include "app/window/model/job_columns.h"
 #include "app/window/model/texts.h"
 #include "app/window/model/translate.h"
+#include "app/window/model/troubles.h"
 #include "app/window/words.h"
 #include "platform/desktop.h"
 
@@ -54,7 +55,7 @@ void EndNotices::show(const std::vector<Ended>& ended) {
         if (job == nullptr || i >= most_named) continue;
         text += (text.empty() ? "" : "\n") +
                 ui(RowFacts{*job, model_.engine.category_of(*job)}.cell(Column::name));
-        if (ended[i].failed) text += ": " + ui(shown(to_utf16(JobView::error_of(*job))));
+        if (ended[i].failed) text += ": " + ui(trouble_text(JobView::error_of(*job)));
     }
     if (ended.size() > most_named) text += "\n...";
     auto notice =

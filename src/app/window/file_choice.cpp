@@ -1,5 +1,6 @@
 #include "app/window/file_choice.h"
 
+#include <wx/arrstr.h>
 #include <wx/button.h>
 #include <wx/checklst.h>
 #include <wx/menu.h>
@@ -8,7 +9,7 @@
 #include <algorithm>
 #include <numeric>
 
-#include "app/window/model/file_endings.h"
+#include "app/window/endings_menu.h"
 #include "app/window/model/texts.h"
 #include "app/window/model/translate.h"
 #include "app/window/system.h"
@@ -41,25 +42,37 @@ FileChoice::FileChoice(wxWindow* parent) : wxPanel(parent), list_(new wxCheckLis
 
 void FileChoice::set_files(const std::vector<File>& files) {
     names_.clear();
-    wxArrayString lines;
+    std::vector<wxString> shown_names;
     for (const File& file : files) {
         names_.push_back(file.name);
-        wxString line = ui(shown(file.name));
-        if (file.size >= 0) line += " (" + ui(size_text(file.size)) + ")";
+        shown_names.push_back(ui(shown(file.name)));
+    }
+    rows_.resize(files.size());
+    std::iota(rows_.begin(), rows_.end(), std::size_t{0});
+    // "2" stands before "10"; a torrent's own order may be any.
+    std::ranges::stable_sort(rows_, [&shown_names](std::size_t a, std::size_t b) {
+        return wxCmpNaturalGeneric(shown_names[a], shown_names[b]) < 0;
+    });
+    wxArrayString lines;
+    for (const std::size_t file : rows_) {
+        wxString line = shown_names[file];
+        if (files[file].size >= 0) line += " (" + ui(size_text(files[file].size)) + ")";
         lines.Add(line);
     }
     list_->Set(lines);
-    for (unsigned i = 0; i < list_->GetCount(); ++i) list_->Check(i, files[i].is_chosen);
+    for (unsigned row = 0; row < list_->GetCount(); ++row) list_->Check(row, files[rows_[row]].is_chosen);
 }
 
 std::vector<bool> FileChoice::chosen() const {
-    std::vector<bool> chosen(list_->GetCount());
-    for (unsigned i = 0; i < list_->GetCount(); ++i) chosen[i] = list_->IsChecked(i);
+    std::vector<bool> chosen(rows_.size());
+    for (unsigned row = 0; row < list_->GetCount(); ++row) chosen[rows_[row]] = list_->IsChecked(row);
     return chosen;
 }
 
 void FileChoice::choose(const std::vector<std::size_t>& files, bool chosen) {
-    for (const std::size_t file : files) list_->Check(static_cast<unsigned>(file), chosen);
+    for (unsigned row = 0; row < list_->GetCount(); ++row) {
+        if (std::ranges::binary_search(files, rows_[row])) list_->Check(row, chosen);
+    }
     wxCommandEvent event(wxEVT_CHECKLISTBOX, list_->GetId());
     event.SetEventObject(list_);
     ProcessWindowEvent(event);
@@ -71,22 +84,14 @@ void FileChoice::choose_all(bool chosen) {
     choose(files, chosen);
 }
 
-// An ending has a mark where all of its files are chosen; a click turns them all.
 void FileChoice::pop_up_endings() {
-    const std::vector<EndingGroup> groups = group_by_ending(names_);
-    const std::vector<bool> now = chosen();
-    const auto is_chosen = [&now](std::size_t file) { return now[file]; };
+    const EndingsMenu endings(names_, first_item,
+                              [now = chosen()](std::size_t file) -> bool { return now[file]; });
     wxMenu menu;
-    for (std::size_t i = 0; i < groups.size(); ++i) {
-        const int id = first_item + static_cast<int>(i);
-        menu.AppendCheckItem(id, as_label(label_of(groups[i])))
-            ->Check(std::ranges::all_of(groups[i].files, is_chosen));
-    }
-    if (groups.empty()) menu.Append(wxID_ANY, ui(tr("No file has an ending.")))->Enable(false);
-    const int picked = GetPopupMenuSelectionFromUser(menu) - first_item;
-    if (picked < 0 || static_cast<std::size_t>(picked) >= groups.size()) return;
-    const EndingGroup& group = groups[static_cast<std::size_t>(picked)];
-    choose(group.files, !std::ranges::all_of(group.files, is_chosen));
+    endings.append_to(menu);
+    if (endings.empty()) menu.Append(wxID_ANY, ui(tr("No file has an ending.")))->Enable(false);
+    if (const auto turn = endings.turn(GetPopupMenuSelectionFromUser(menu)))
+        choose(turn->files, turn->chosen);
 }
 
 }  // namespace vantlow

@@ -77,8 +77,8 @@ wxString list_files() {
 }  // namespace
 
 std::string import_jobs(wxWindow& parent, WindowModel& model, const Guid& category) {
-    wxFileDialog dialog(&parent, ui(tr("Import downloads")), wxString(), wxString(), list_files(),
-                        wxFD_OPEN | wxFD_FILE_MUST_EXIST);
+    wxFileDialog dialog(&parent, ui(tr("Import downloads")), downloads_folder(model), wxString(),
+                        list_files(), wxFD_OPEN | wxFD_FILE_MUST_EXIST);
     if (dialog.ShowModal() != wxID_OK) return {};
     const std::u16string path = wide_of(dialog.GetPath());
     std::vector<std::byte> bytes;
@@ -99,8 +99,8 @@ std::string import_jobs(wxWindow& parent, WindowModel& model, const Guid& catego
 std::string export_jobs(wxWindow& parent, WindowModel& model) {
     const auto form = ask_what(parent, model);
     if (!form) return {};
-    wxFileDialog dialog(&parent, ui(tr("Export downloads")), wxString(), "vantlow.csv", list_files(),
-                        wxFD_SAVE | wxFD_OVERWRITE_PROMPT);
+    wxFileDialog dialog(&parent, ui(tr("Export downloads")), downloads_folder(model), "vantlow.csv",
+                        list_files(), wxFD_SAVE | wxFD_OVERWRITE_PROMPT);
     if (dialog.ShowModal() != wxID_OK) return {};
     std::vector<const CJobNode*> jobs;
     if (form->only_shown) {

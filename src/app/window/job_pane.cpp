@@ -50,8 +50,8 @@ JobPane::JobPane(wxWindow* parent, WindowModel& model, Events events)
     of_table.opened = [this](std::size_t) {
         if (events_.opened) events_.opened();
     };
-    of_table.menu = [this] {
-        if (events_.menu) events_.menu();
+    of_table.menu = [this](const wxPoint& at) {
+        if (events_.menu) events_.menu(at);
     };
     of_table.header = [this](int column, bool further) { sort_by(static_cast<Column>(column), further); };
     of_table.dragged = [this] { return events_.dragged ? events_.dragged() : wxString(); };

@@ -18,7 +18,7 @@ class JobPane : public wxPanel, private RowSource {
     struct Events {
         std::function<void()> selected;
         std::function<void()> opened;
-        std::function<void()> menu;
+        OpenMenu menu;
         std::function<wxString()> dragged;  ///< as RowTable's
         std::function<void()> drag_ended;
     };

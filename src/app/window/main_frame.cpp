@@ -10,6 +10,7 @@
 
 #include <algorithm>
 
+#include "app/process/job_view.h"
 #include "app/process/known_settings.h"
 #include "app/window/confirm.h"
 #include "app/window/first_start.h"
@@ -22,6 +23,7 @@
 #include "app/window/system.h"
 #include "app/window/words.h"
 #include "platform/process.h"
+#include "store/address.h"
 
 namespace vantlow {
 namespace {
@@ -89,7 +91,7 @@ MainFrame::~MainFrame() {
 void MainFrame::build_panes() {
     ViewPane::Events of_views;
     of_views.selected = [this] { show_view(); };
-    of_views.menu = [this] { pop_up_views(); };
+    of_views.menu = [this](const wxPoint& at) { pop_up_views(at); };
     auto* const middle = new wxPanel(this);
     bar_ = new wxInfoBar(middle);
     search_ = make_search(*middle, ui(tr("Search downloads")), ui(tr("Search names, addresses and comments")),
@@ -97,7 +99,7 @@ void MainFrame::build_panes() {
     JobPane::Events of_jobs;
     of_jobs.selected = [this] { show_selection(); };
     of_jobs.opened = [this] { give(actions_.can(command_open) ? command_open : command_properties); };
-    of_jobs.menu = [this] { pop_up_jobs(); };
+    of_jobs.menu = [this](const wxPoint& at) { pop_up_jobs(at); };
     of_jobs.dragged = [this] { return drag_jobs(); };
     of_jobs.drag_ended = [this] { dragged_.clear(); };
     jobs_ = new JobPane(middle, model_, std::move(of_jobs));
@@ -322,9 +324,13 @@ void MainFrame::ask_next() {
     if (asking_ || ending_ || !model_.questions.front()) return;
     const Question question = *model_.questions.front();
     const CJobNode* const job = model_.engine.find(question.job);
-    const std::u16string user = job != nullptr ? job->user : std::u16string();
+    JobAsking asking;
+    if (job != nullptr) {
+        const auto target = job->user.empty() ? parse_target(job->address) : std::nullopt;
+        asking = {target ? target->user : job->user, JobView::error_of(*job)};
+    }
     asking_ = true;
-    const auto answer = ask(*this, question, user, [this, id = question.id] {
+    const auto answer = ask(*this, question, asking, [this, id = question.id] {
         return !model_.questions.front() || model_.questions.front()->id != id;
     });
     asking_ = false;
@@ -360,7 +366,7 @@ void MainFrame::say(const std::string& text, int icon) {
     said_.push_back(text);
     if (said_.size() > most_said) said_.erase(said_.begin());
     wxString all;
-    for (const std::string& one : said_) all += (all.empty() ? "" : "\n") + as_label(shown(to_utf16(one)));
+    for (const std::string& one : said_) all += (all.empty() ? "" : "\n") + as_label(shown_sentence(one));
     bar_->ShowMessage(all, icon);
 }
 

@@ -68,8 +68,8 @@ class MainFrame : public wxFrame {
     void fill_move_targets(wxMenu& menu);
     void quit();
     void first_start();
-    void pop_up_jobs();
-    void pop_up_views();
+    void pop_up_jobs(const wxPoint& at);
+    void pop_up_views(const wxPoint& at);
     void pop_up_spans();
     void move_to(int index);
     wxString drag_jobs();

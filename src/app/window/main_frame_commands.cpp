@@ -197,21 +197,21 @@ void MainFrame::fill_move_targets(wxMenu& menu) {
     }
 }
 
-void MainFrame::pop_up_jobs() {
+void MainFrame::pop_up_jobs(const wxPoint& at) {
     const auto menu = make_jobs_menu();
     fill_move_targets(*menu->FindItem(command_move_to)->GetSubMenu());
     for (int id = command_start; id <= command_properties; ++id) {
         if (menu->FindItem(id) != nullptr) menu->Enable(id, can(static_cast<Command>(id)));
     }
-    PopupMenu(menu.get());
+    PopupMenu(menu.get(), place_of_menu(*this, at));
 }
 
-void MainFrame::pop_up_views() {
+void MainFrame::pop_up_views(const wxPoint& at) {
     const std::size_t node = model_.tree.find(views_->view());
     const bool is_own = node != ViewNode::none && model_.tree.nodes()[node].can_rename;
     const auto menu = make_views_menu(is_own);
     menu->Enable(command_category_edit, views_->view().what == View::What::category);
-    PopupMenu(menu.get());
+    PopupMenu(menu.get(), place_of_menu(*this, at));
 }
 
 void MainFrame::pop_up_spans() {

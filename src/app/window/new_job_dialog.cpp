@@ -3,6 +3,7 @@
 #include <wx/button.h>
 #include <wx/checkbox.h>
 #include <wx/choice.h>
+#include <wx/clipbrd.h>
 #include <wx/collpane.h>
 #include <wx/display.h>
 #include <wx/sizer.h>
@@ -38,6 +39,25 @@ int letter_of(const wxString& label) {
     return letter.empty() ? 0 : static_cast<int>(letter[0].GetValue());
 }
 
+// What is in the clipboard as far as it can be addresses: the system would lay out a line of megabytes for
+// half a minute. None: it can go into the field as it is.
+std::optional<wxString> shorter_clipboard() {
+    constexpr std::size_t longest_address = 65536;
+    wxTextDataObject data;
+    if (!wxTheClipboard->Open()) return std::nullopt;
+    const bool is_text = wxTheClipboard->IsSupported(wxDF_UNICODETEXT) && wxTheClipboard->GetData(data);
+    wxTheClipboard->Close();
+    const wxString text = is_text ? data.GetText() : wxString();
+    if (text.length() <= longest_address) return std::nullopt;
+    wxString kept;
+    bool is_whole = true;
+    for (const wxString& line : wxSplit(text, '\n', '\0')) {
+        is_whole = is_whole && line.length() <= longest_address;
+        if (line.length() <= longest_address) kept += line + "\n";
+    }
+    return is_whole ? std::nullopt : std::optional(kept);
+}
+
 }  // namespace
 
 NewJobDialog::NewJobDialog(wxWindow& parent, WindowModel& model, NewJobForm form)
@@ -51,6 +71,12 @@ NewJobDialog::NewJobDialog(wxWindow& parent, WindowModel& model, NewJobForm form
     addresses_ = new wxTextCtrl(this, wxID_ANY, ui(form_.addresses), wxDefaultPosition, wxDefaultSize,
                                 wxTE_MULTILINE | wxTE_DONTWRAP);
     name_for_readers(*addresses_, ui(tr("Addresses")));
+    addresses_->Bind(wxEVT_TEXT_PASTE, [this](wxClipboardTextEvent& event) {
+        const auto shorter = shorter_clipboard();
+        if (!shorter) return event.Skip();
+        addresses_->WriteText(*shorter);
+        note_->SetLabel(ui(tr("Lines that are too long to be addresses were left out.")));
+    });
     addresses_->SetMinSize(FromDIP(wxSize(580, 90)));
     all->Add(addresses_, wxSizerFlags(1).Expand().Border(wxALL, FromDIP(10)));
     // Lines that change while it is typed are as long as the dialog is wide.
@@ -79,8 +105,8 @@ NewJobDialog::NewJobDialog(wxWindow& parent, WindowModel& model, NewJobForm form
         look_at_server();
     });
     space_pause_.Bind(wxEVT_TIMER, [this](wxTimerEvent&) {
-        const auto space = free_space(space_of_);
-        space_->SetLabel(space ? ui(fill(tr("%1 free"), {size_text(*space)})) : wxString());
+        free_space_ = free_space(space_of_);
+        show_space();
     });
     addresses_->SetFocus();
     addresses_->SetInsertionPointEnd();
@@ -270,6 +296,10 @@ void NewJobDialog::look_at_server() {
                             : as_label(model_.new_jobs.note_on_files(form_)));
     const bool is_named = says && says->result.ok();
     name_->SetHint(is_named ? ui(shown(says->name)) : ui(tr("as the server names it")));
+    if (const std::int64_t size = is_named ? says->size : -1; size != said_size_) {
+        said_size_ = size;
+        show_space();
+    }
     const std::u16string said = is_named ? says->name : std::u16string();
     if (said == form_.said_name) return;
     form_.said_name = said;
@@ -291,6 +321,13 @@ void NewJobDialog::look_at_space() {
     if (folder == space_of_ || absolute_path(folder) != folder) return;
     space_of_ = folder;
     space_pause_.StartOnce(IsShown() ? pause_ms : 1);
+}
+
+void NewJobDialog::show_space() {
+    if (!free_space_) return space_->SetLabel(wxString());
+    const bool is_too_little = said_size_ > *free_space_;
+    space_->SetLabel(ui(fill(is_too_little ? tr("%1 free: too little for this file") : tr("%1 free"),
+                             {size_text(*free_space_)})));
 }
 
 void NewJobDialog::look_at_known(const std::vector<KnownAddress>& known) {

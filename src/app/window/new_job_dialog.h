@@ -7,6 +7,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -50,6 +51,7 @@ class NewJobDialog : public wxDialog {
     void look_at_places();
     void look_at_known(const std::vector<KnownAddress>& known);
     void look_at_space();
+    void show_space();
     void look();
     [[nodiscard]] wxString note(const std::vector<KnownAddress>& known) const;
 
@@ -85,6 +87,8 @@ class NewJobDialog : public wxDialog {
     wxButton* ok_ = nullptr;
     std::string question_;  ///< that the server was asked, or will be when the typing pauses
     wxTimer pause_;
+    std::int64_t said_size_ = -1;             ///< of the file, by the server; negative: unknown
+    std::optional<std::int64_t> free_space_;  ///< of the folder
     std::u16string space_of_;  ///< the folder whose space is shown, or will be when the typing pauses
     wxTimer space_pause_;
     std::unique_ptr<Inquiry> inquiry_;  ///< last: its thread calls this dialog

@@ -12,11 +12,28 @@ struct Drawing {
     const char* colour;
 };
 
-wxBitmapBundle drawn(const Drawing& drawing, int edge) {
+std::string path_of(const Drawing& drawing, const std::string& attributes) {
+    return "<path " + attributes + R"( fill-rule="evenodd" d=")" + drawing.path + R"("/>)";
+}
+
+wxBitmapBundle of_paths(const std::string& paths, int edge) {
     const std::string text =
-        std::string(R"(<svg xmlns="http://www.w3.org/2000/svg" viewBox="0 0 16 16"><path fill=")") +
-        drawing.colour + R"(" fill-rule="evenodd" d=")" + drawing.path + R"("/></svg>)";
+        R"(<svg xmlns="http://www.w3.org/2000/svg" viewBox="0 0 16 16">)" + paths + "</svg>";
     return wxBitmapBundle::FromSVG(text.c_str(), wxSize(edge, edge));
+}
+
+std::string filled(const Drawing& drawing) {
+    return path_of(drawing, std::string("fill=\"") + drawing.colour + "\"");
+}
+
+wxBitmapBundle drawn(const Drawing& drawing, int edge) {
+    return of_paths(filled(drawing), edge);
+}
+
+// With a white edge, so that it is seen on the colour of a selected row, too, whichever that is.
+wxBitmapBundle drawn_with_edge(const Drawing& drawing, int edge) {
+    const std::string white = R"(fill="none" stroke="#ffffff" stroke-width="2.5" stroke-linejoin="round")";
+    return of_paths(path_of(drawing, white) + filled(drawing), edge);
 }
 
 Drawing drawing_of(Picture which) {
@@ -73,12 +90,13 @@ wxIconBundle program_icons() {
 std::vector<wxBitmapBundle> row_signs() {
     constexpr int edge = 16;
     return {
-        drawn({"M8 2a6 6 0 1 0 0 12a6 6 0 1 0 0-12zM8 4a4 4 0 1 1 0 8a4 4 0 1 1 0-8z", "#7d8894"}, edge),
-        drawn({"M6 1h4v7h4l-6 7-6-7h4z", "#2a6fd0"}, edge),
-        drawn({"M3 2h4v12H3zM9 2h4v12H9z", "#c98a10"}, edge),
-        drawn({"M3 3h10v10H3z", "#7d8894"}, edge),
-        drawn({"M6.500 13.500l-5-5 2-2 3 3 6-7 2 2z", "#2e9e44"}, edge),
-        drawn({"M8 1l7 13H1zM7.200 5.500v4h1.600v-4zM7.200 11v1.600h1.600V11z", "#c8372d"}, edge),
+        drawn_with_edge({"M8 2a6 6 0 1 0 0 12a6 6 0 1 0 0-12zM8 4a4 4 0 1 1 0 8a4 4 0 1 1 0-8z", "#7d8894"},
+                        edge),
+        drawn_with_edge({"M6 1h4v7h4l-6 7-6-7h4z", "#2a6fd0"}, edge),
+        drawn_with_edge({"M3 2h4v12H3zM9 2h4v12H9z", "#c98a10"}, edge),
+        drawn_with_edge({"M3 3h10v10H3z", "#7d8894"}, edge),
+        drawn_with_edge({"M6.500 13.500l-5-5 2-2 3 3 6-7 2 2z", "#2e9e44"}, edge),
+        drawn_with_edge({"M8 1l7 13H1zM7.200 5.500v4h1.600v-4zM7.200 11v1.600h1.600V11z", "#c8372d"}, edge),
     };
 }
 

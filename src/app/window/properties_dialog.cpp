@@ -52,6 +52,7 @@ class PropertiesDialog : public wxDialog {
     void look();
 
     JobProperties& properties_;
+    wxTextCtrl* first_ = nullptr;
     wxStaticText* note_ = nullptr;
 };
 
@@ -79,6 +80,7 @@ PropertiesDialog::PropertiesDialog(wxWindow& parent, JobProperties& properties, 
     all->Add(CreateSeparatedButtonSizer(wxOK | wxCANCEL), wxSizerFlags().Expand().Border(wxALL, FromDIP(8)));
     finish_dialog(*this);
     look();
+    if (first_ != nullptr) first_->SetFocus();
     SetSizerAndFit(all);
     CentreOnParent();
 }
@@ -92,7 +94,8 @@ void PropertiesDialog::add(const Field& field, wxSizer& grid) {
     // A field of several lines takes no hint.
     if (const wxString hint = value ? field.hint : ui(tr("(several values)")); !hint.empty())
         control->SetHint(hint);
-    control->SetMinSize(FromDIP(wxSize(380, field.property == Property::mirrors ? 60 : -1)));
+    if (first_ == nullptr) first_ = control;
+    control->SetMinSize(FromDIP(wxSize(430, field.property == Property::mirrors ? 60 : -1)));
     control->Bind(wxEVT_TEXT, [this, control, property = field.property](wxCommandEvent&) {
         properties_.set(property, utf8_of(control->GetValue()));
         look();

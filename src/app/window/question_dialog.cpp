@@ -14,6 +14,7 @@
 #include "app/window/model/new_jobs.h"
 #include "app/window/model/texts.h"
 #include "app/window/model/translate.h"
+#include "app/window/model/troubles.h"
 #include "app/window/system.h"
 #include "app/window/words.h"
 
@@ -25,6 +26,13 @@ constexpr int look_interval_ms = 500;
 
 enum Answer : int { answer_yes = wxID_HIGHEST + 2000, answer_no, answer_rename };
 
+// With the reason, where it says more than the question.
+std::string asked(const Question& question, const JobAsking& job) {
+    const std::string sentence = sentence_of(question, job.error.starts_with("The server refused"));
+    const bool has_reason = question.kind == QuestionKind::certificate && !job.error.empty();
+    return has_reason ? trouble_text(job.error) + "\n" + sentence : sentence;
+}
+
 /// One question of the engine: a sentence, what is asked for, and a row of buttons.
 class QuestionDialog : public wxDialog {
   public:
@@ -32,7 +40,8 @@ class QuestionDialog : public wxDialog {
 
   protected:
     /// `gone` becomes true when the question lapses or another client answers it; the dialog closes then.
-    QuestionDialog(wxWindow& parent, const Question& question, const std::function<bool()>& gone);
+    QuestionDialog(wxWindow& parent, const Question& question, const std::function<bool()>& gone,
+                   const JobAsking& job = {});
     wxButton* add_button(int id, const wxString& label);
     /// To be called last.
     void finish();
@@ -45,13 +54,14 @@ class QuestionDialog : public wxDialog {
     wxTimer timer_;
 };
 
-QuestionDialog::QuestionDialog(wxWindow& parent, const Question& question, const std::function<bool()>& gone)
+QuestionDialog::QuestionDialog(wxWindow& parent, const Question& question, const std::function<bool()>& gone,
+                               const JobAsking& job)
     : wxDialog(&parent, wxID_ANY, ui(tr("Question")), wxDefaultPosition, wxDefaultSize,
                wxDEFAULT_DIALOG_STYLE | wxRESIZE_BORDER),
       question_(question),
       all_(new wxBoxSizer(wxVERTICAL)),
       buttons_(new wxBoxSizer(wxHORIZONTAL)) {
-    auto* const text = new wxStaticText(this, wxID_ANY, as_label(sentence_of(question)));
+    auto* const text = new wxStaticText(this, wxID_ANY, as_label(asked(question, job)));
     text->Wrap(FromDIP(wrapped_at));
     all_->Add(text, wxSizerFlags().Expand().Border(wxALL, FromDIP(12)));
     buttons_->AddStretchSpacer();
@@ -110,7 +120,7 @@ QuestionAnswer CSelectMetalinkDlg::answer(int button) const {
 /// A login that is wanted. One that was refused is there to be mended.
 class LoginDialog : public QuestionDialog {
   public:
-    LoginDialog(wxWindow& parent, const Question& question, const std::u16string& user,
+    LoginDialog(wxWindow& parent, const Question& question, const JobAsking& job,
                 const std::function<bool()>& gone);
     [[nodiscard]] QuestionAnswer answer(int button) const override;
 
@@ -119,19 +129,22 @@ class LoginDialog : public QuestionDialog {
     wxTextCtrl* password_ = nullptr;
 };
 
-LoginDialog::LoginDialog(wxWindow& parent, const Question& question, const std::u16string& user,
+LoginDialog::LoginDialog(wxWindow& parent, const Question& question, const JobAsking& job,
                          const std::function<bool()>& gone)
-    : QuestionDialog(parent, question, gone) {
+    : QuestionDialog(parent, question, gone, job) {
     auto* const grid = new wxFlexGridSizer(2, FromDIP(wxSize(8, 6)));
     grid->AddGrowableCol(1);
-    user_ = add_text(*this, *grid, ui(tr("&User:")), ui(to_utf8(user)));
+    user_ = add_text(*this, *grid, ui(tr("&User:")), ui(to_utf8(job.user)));
     user_->SetMinSize(FromDIP(wxSize(260, -1)));
     password_ = add_text(*this, *grid, ui(tr("Pass&word:")), wxString(), wxTE_PASSWORD);
     all_->Add(grid, wxSizerFlags().Expand().Border(wxLEFT | wxRIGHT | wxBOTTOM, FromDIP(12)));
-    add_button(answer_yes, ui(tr("&Log in")))->SetDefault();
+    wxButton* const log_in = add_button(answer_yes, ui(tr("&Log in")));
+    log_in->SetDefault();
+    log_in->Enable(!job.user.empty());
+    user_->Bind(wxEVT_TEXT, [log_in](wxCommandEvent& event) { log_in->Enable(!event.GetString().empty()); });
     add_button(answer_no, ui(tr("Without a lo&gin")));
     finish();
-    (user.empty() ? user_ : password_)->SetFocus();
+    (job.user.empty() ? user_ : password_)->SetFocus();
 }
 
 QuestionAnswer LoginDialog::answer(int button) const {
@@ -146,12 +159,14 @@ QuestionAnswer LoginDialog::answer(int button) const {
 /// Whether a server is trusted, or what becomes of a file that is there.
 class DecisionDialog : public QuestionDialog {
   public:
-    DecisionDialog(wxWindow& parent, const Question& question, const std::function<bool()>& gone);
+    DecisionDialog(wxWindow& parent, const Question& question, const JobAsking& job,
+                   const std::function<bool()>& gone);
     [[nodiscard]] QuestionAnswer answer(int button) const override;
 };
 
-DecisionDialog::DecisionDialog(wxWindow& parent, const Question& question, const std::function<bool()>& gone)
-    : QuestionDialog(parent, question, gone) {
+DecisionDialog::DecisionDialog(wxWindow& parent, const Question& question, const JobAsking& job,
+                               const std::function<bool()>& gone)
+    : QuestionDialog(parent, question, gone, job) {
     if (!question.fingerprint.empty()) {
         // It can be selected and compared with what the owner of the server says.
         auto* const print = new wxTextCtrl(this, wxID_ANY, ui(question.fingerprint), wxDefaultPosition,
@@ -159,15 +174,19 @@ DecisionDialog::DecisionDialog(wxWindow& parent, const Question& question, const
         name_for_readers(*print, ui(tr("Fingerprint")));
         all_->Add(print, wxSizerFlags().Expand().Border(wxLEFT | wxRIGHT | wxBOTTOM, FromDIP(12)));
     }
+    wxButton* harmless = nullptr;
     if (question.kind == QuestionKind::overwrite) {
-        add_button(answer_rename, ui(tr("&Keep both")))->SetDefault();
+        harmless = add_button(answer_rename, ui(tr("&Keep both")));
         add_button(answer_yes, ui(tr("&Replace it")));
         add_button(answer_no, ui(tr("&Leave it")));
     } else {
         add_button(answer_yes, ui(tr("&Trust it")));
-        add_button(answer_no, ui(tr("&Do not trust it")))->SetDefault();
+        harmless = add_button(answer_no, ui(tr("&Do not trust it")));
     }
     finish();
+    // Enter and the space bar do what can be mended.
+    harmless->SetDefault();
+    harmless->SetFocus();
 }
 
 QuestionAnswer DecisionDialog::answer(int button) const {
@@ -185,15 +204,15 @@ std::optional<QuestionAnswer> ask_by(QuestionDialog&& dialog) {
 
 }  // namespace
 
-std::optional<QuestionAnswer> ask(wxWindow& parent, const Question& question, const std::u16string& user,
+std::optional<QuestionAnswer> ask(wxWindow& parent, const Question& question, const JobAsking& job,
                                   const std::function<bool()>& gone) {
     switch (question.kind) {
         case QuestionKind::which_files:
             return ask_by(CSelectMetalinkDlg(parent, question, gone));
         case QuestionKind::credentials:
-            return ask_by(LoginDialog(parent, question, user, gone));
+            return ask_by(LoginDialog(parent, question, job, gone));
         default:
-            return ask_by(DecisionDialog(parent, question, gone));
+            return ask_by(DecisionDialog(parent, question, job, gone));
     }
 }
 

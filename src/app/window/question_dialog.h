@@ -11,10 +11,15 @@ class wxWindow;
 
 namespace vantlow {
 
+/// What a job has to do with a question about it.
+struct JobAsking {
+    std::u16string user;  ///< of the login that it had
+    std::string error;    ///< the reason of its failure, in English; empty: it waits for the answer
+};
+
 /// Asks. None where the dialog was closed without an answer: the question stays open for others, and for its
-/// default. `user` is the name that was refused; it may be empty. `gone` is looked at while the dialog is
-/// open: true when somebody else has answered meanwhile.
-std::optional<QuestionAnswer> ask(wxWindow& parent, const Question& question, const std::u16string& user,
+/// default. `gone` is looked at while the dialog is open: true when somebody else has answered meanwhile.
+std::optional<QuestionAnswer> ask(wxWindow& parent, const Question& question, const JobAsking& job,
                                   const std::function<bool()>& gone);
 
 }  // namespace vantlow

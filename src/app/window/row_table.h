@@ -55,7 +55,7 @@ class RowTable : public NativePane {
     struct Events {
         std::function<void()> selected;                        ///< once for all changes of one gesture
         std::function<void(std::size_t)> opened;               ///< Enter or a double click
-        std::function<void()> menu;                            ///< the context menu is wanted
+        OpenMenu menu;                                         ///< the context menu is wanted
         std::function<void(int column, bool further)> header;  ///< a click; further: with Shift held
         std::function<wxString()> dragged;  ///< the selection is dragged away, as this text; empty: it stays
         std::function<void()> drag_ended;   ///< it was dropped, or not; behind what the drop itself brings
@@ -96,6 +96,8 @@ class RowTable : public NativePane {
     struct Control;  ///< the system's own
 
   private:
+    [[nodiscard]] wxPoint menu_place() const override;
+
     const RowSource& source_;
     Events events_;
     std::vector<TableColumn> columns_;

@@ -15,12 +15,20 @@ namespace vantlow {
 /// GTK: tells a table that all its rows are equally high; else each of 100,000 is measured. Its columns must
 /// have fixed widths. `clickable`: the headers answer to clicks.
 void make_rows_equal(wxWindow& table, bool clickable);
+/// GTK: draws all rows anew. A table keeps a picture of them, which the toolkit's own Refresh() only shows
+/// again.
+void redraw_rows(wxWindow& table);
 /// GTK: the sign of order in a header.
 void show_column_order(wxWindow& table, int position, bool shown, bool descending);
 
 /// GTK: a line in front of a row (`row` == `rows`: behind the last one), where a drop would go; a negative
 /// one: none.
 void show_gap(wxWindow& table, int row, int rows);
+
+/// GTK: the button that goes down on one of several selected rows leaves them selected, so that all of them
+/// can be dragged; where it comes up again without a drag, that row alone is selected. Windows does so by
+/// itself.
+void keep_selection_for_drags(wxWindow& table);
 
 /// GTK: calls `ended` (which outlives the table) when what was dragged out of it has been dropped, or not.
 void hear_end_of_drags(wxWindow& table, const std::function<void()>& ended);

@@ -10,7 +10,7 @@
 #include <utility>
 
 #include "app/window/confirm.h"
-#include "app/window/model/file_endings.h"
+#include "app/window/endings_menu.h"
 #include "app/window/model/texts.h"
 #include "app/window/model/translate.h"
 #include "app/window/system.h"
@@ -41,7 +41,7 @@ TorrentRows::TorrentRows(wxWindow& parent, TorrentList list, const WindowModel& 
     : list_(list), model_(model), changed_(std::move(changed)) {
     RowTable::Events events;
     if (list == TorrentList::files) {
-        events.menu = [this] { pop_up_files(); };
+        events.menu = [this](const wxPoint& at) { pop_up_files(at); };
         events.checked = [this](std::size_t row, bool is_wanted) {
             want({row}, is_wanted ? FilePriority::normal : FilePriority::skip);
         };
@@ -49,7 +49,7 @@ TorrentRows::TorrentRows(wxWindow& parent, TorrentList list, const WindowModel& 
             want({row}, is_checked(row) ? FilePriority::skip : FilePriority::normal);
         };
     }
-    if (list == TorrentList::trackers) events.menu = [this] { pop_up_trackers(); };
+    if (list == TorrentList::trackers) events.menu = [this](const wxPoint& at) { pop_up_trackers(at); };
     table_ = new RowTable(&parent, title(), *this, {}, std::move(events));
     std::vector<TableColumn> columns;
     for (const TorrentColumn& column : list_.columns())
@@ -62,7 +62,7 @@ bool TorrentRows::is_checked(std::size_t row) const {
     return list_.priority(row) != FilePriority::skip;
 }
 
-void TorrentRows::pop_up_files() {
+void TorrentRows::pop_up_files(const wxPoint& at) {
     const std::vector<std::size_t> rows = table_->selection();
     wxMenu menu;
     for (const FilePriority priority :
@@ -74,26 +74,21 @@ void TorrentRows::pop_up_files() {
     menu.AppendSeparator();
     menu.Append(item_all, ui(tr("&Choose all")))->Enable(list_.rows() > 0);
     menu.Append(item_only, ui(tr("Choose only the &selected ones")))->Enable(!rows.empty());
-    const std::vector<EndingGroup> groups = group_by_ending(list_.names());
-    const auto is_wanted = [this](std::size_t row) { return is_checked(row); };
-    auto* const endings = new wxMenu;
-    for (std::size_t i = 0; i < groups.size(); ++i)
-        endings->AppendCheckItem(item_ending_first + static_cast<int>(i), as_label(label_of(groups[i])))
-            ->Check(std::ranges::all_of(groups[i].files, is_wanted));
-    menu.AppendSubMenu(endings, ui(tr("&By ending")))->Enable(!groups.empty());
+    const EndingsMenu endings(list_.names(), item_ending_first,
+                              [this](std::size_t row) { return is_checked(row); });
+    auto* const of_endings = new wxMenu;
+    endings.append_to(*of_endings);
+    menu.AppendSubMenu(of_endings, ui(tr("&By ending")))->Enable(!endings.empty());
     menu.AppendSeparator();
     menu.AppendCheckItem(item_sequential, ui(tr("Pieces in their &order")))->Check(is_sequential_);
     menu.AppendCheckItem(item_ends_first, ui(tr("Ends of files &first")))->Check(has_ends_first_);
-    const int chosen = table_->GetPopupMenuSelectionFromUser(menu);
+    const int chosen = table_->GetPopupMenuSelectionFromUser(menu, place_of_menu(*table_, at));
     if (chosen >= item_first && chosen < item_sequential)
         return want(rows, static_cast<FilePriority>(chosen - item_first));
     if (chosen == item_all) return choose(all_rows(), {});
     if (chosen == item_only) return choose(rows, all_rows());
-    if (chosen >= item_ending_first) {
-        const EndingGroup& group = groups[static_cast<std::size_t>(chosen - item_ending_first)];
-        return std::ranges::all_of(group.files, is_wanted) ? choose({}, group.files)
-                                                           : choose(group.files, {});
-    }
+    if (const auto turn = endings.turn(chosen))
+        return turn->chosen ? choose(turn->files, {}) : choose({}, turn->files);
     JobEdit edit;
     if (chosen == item_sequential) edit.sequential = !is_sequential_;
     if (chosen == item_ends_first) edit.ends_first = !has_ends_first_;
@@ -121,7 +116,7 @@ void TorrentRows::choose(const std::vector<std::size_t>& in, const std::vector<s
     if (!wanted.empty()) end(model_.engine.choose_files(job_, wanted));
 }
 
-void TorrentRows::pop_up_trackers() {
+void TorrentRows::pop_up_trackers(const wxPoint& at) {
     const std::vector<std::size_t> rows = table_->selection();
     wxMenu menu;
     menu.Append(item_add, ui(tr("&Add trackers...")));
@@ -129,7 +124,7 @@ void TorrentRows::pop_up_trackers() {
     const std::size_t own = model_.engine.trackers(job_).size();
     const bool is_own = std::ranges::any_of(rows, [own](std::size_t row) { return row < own; });
     menu.Append(item_remove, ui(tr("&Remove")))->Enable(is_own);
-    const int chosen = table_->GetPopupMenuSelectionFromUser(menu);
+    const int chosen = table_->GetPopupMenuSelectionFromUser(menu, place_of_menu(*table_, at));
     if (chosen == item_add) add_trackers();
     if (chosen == item_remove) remove_trackers(rows);
 }

@@ -29,8 +29,8 @@ class TorrentRows : public RowSource {
     void take(const Guid& job, TorrentReport report, Clock::time_point now);
 
   private:
-    void pop_up_files();
-    void pop_up_trackers();
+    void pop_up_files(const wxPoint& at);
+    void pop_up_trackers(const wxPoint& at);
     void want(const std::vector<std::size_t>& rows, FilePriority priority);
     [[nodiscard]] std::vector<std::size_t> all_rows() const;
     void choose(const std::vector<std::size_t>& in, const std::vector<std::size_t>& out);

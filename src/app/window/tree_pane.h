@@ -21,7 +21,7 @@ class TreePane : public NativePane {
   public:
     struct Events {
         std::function<void(std::size_t node)> selected;
-        std::function<void()> menu;
+        OpenMenu menu;
     };
     TreePane(wxWindow* parent, const wxString& name, const std::vector<wxBitmapBundle>& pictures,
              Events events);
@@ -38,6 +38,8 @@ class TreePane : public NativePane {
     struct Control;
 
   private:
+    [[nodiscard]] wxPoint menu_place() const override;
+
     Events events_;
     Control* control_ = nullptr;
     friend struct Control;

@@ -41,8 +41,8 @@ ViewPane::ViewPane(wxWindow* parent, ViewTree& tree, Events events)
         tree_.looked_at(view_);
         if (events_.selected) events_.selected();
     };
-    of_tree.menu = [this] {
-        if (events_.menu) events_.menu();
+    of_tree.menu = [this](const wxPoint& at) {
+        if (events_.menu) events_.menu(at);
     };
     std::vector<wxBitmapBundle> pictures{picture(Picture::folder), picture(Picture::clock),
                                          picture(Picture::kind), picture(Picture::day)};

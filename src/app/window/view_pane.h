@@ -12,7 +12,7 @@ class ViewPane : public wxPanel {
   public:
     struct Events {
         std::function<void()> selected;
-        std::function<void()> menu;
+        OpenMenu menu;
     };
     ViewPane(wxWindow* parent, ViewTree& tree, Events events);
     ~ViewPane() override;

@@ -75,7 +75,7 @@ struct RowTable::Control : public wxDataViewCtrl {
                 owner.events_.opened(model->GetRow(event.GetItem()));
         });
         Bind(wxEVT_DATAVIEW_ITEM_CONTEXT_MENU, [this](wxDataViewEvent&) {
-            if (owner.events_.menu) owner.events_.menu();
+            if (owner.events_.menu) owner.events_.menu(wxDefaultPosition);
         });
         Bind(wxEVT_DATAVIEW_COLUMN_HEADER_CLICK, [this](wxDataViewEvent& event) {
             const auto column = static_cast<std::size_t>(event.GetColumn());
@@ -84,6 +84,7 @@ struct RowTable::Control : public wxDataViewCtrl {
         });
         if (!owner.events_.dragged) return;
         EnableDragSource(wxDF_UNICODETEXT);
+        keep_selection_for_drags(*this);
         hear_end_of_drags(*this, owner.events_.drag_ended);
         Bind(wxEVT_DATAVIEW_ITEM_BEGIN_DRAG, [this](wxDataViewEvent& event) {
             const wxString text = owner.events_.dragged();
@@ -176,14 +177,14 @@ void RowTable::reset() {
 
 // Screen readers hear of rows that change, one by one, and of nothing that is only drawn anew.
 void RowTable::redraw() {
-    if (source_.rows() > most_single) return control_->Refresh();
+    if (source_.rows() > most_single) return redraw_rows(*control_);
     for (std::size_t row = 0; row < source_.rows(); ++row)
         control_->model->RowChanged(static_cast<unsigned>(row));
 }
 
 void RowTable::redraw(const std::vector<std::size_t>& rows) {
     // The toolkit cannot tell for sure which rows are in sight.
-    if (rows.size() > most_single) return control_->Refresh();
+    if (rows.size() > most_single) return redraw_rows(*control_);
     for (const std::size_t row : rows) control_->model->RowChanged(static_cast<unsigned>(row));
 }
 
@@ -223,6 +224,22 @@ void RowTable::select_all() {
 
 void RowTable::show_row(std::size_t row) {
     control_->EnsureVisible(control_->model->GetItem(static_cast<unsigned>(row)));
+}
+
+wxPoint RowTable::menu_place() const {
+    const wxRect seen = control_->GetClientRect();
+    wxRect room(seen.x, seen.y, 0, 0);
+    const wxDataViewItem top = control_->GetTopItem();
+    for (std::size_t row = top.IsOk() ? control_->model->GetRow(top) : source_.rows(); row < source_.rows();
+         ++row) {
+        const wxDataViewItem item = control_->model->GetItem(static_cast<unsigned>(row));
+        const wxRect of_row = control_->GetItemRect(item);
+        if (of_row.height <= 0 || of_row.y >= seen.GetBottom()) break;
+        if (!control_->IsSelected(item)) continue;
+        room = of_row;
+        break;
+    }
+    return control_->ClientToScreen(wxPoint(room.x, room.y + room.height));
 }
 
 std::optional<std::size_t> RowTable::gap_at(const wxPoint& on_screen) const {

@@ -36,6 +36,66 @@ void name_when_asked(GtkWidget* table, const wxString& name) {
     tables->get_accessible = named_accessible;
 }
 
+// The row on which the button went down while several were selected, until it is known what that begins.
+struct HeldPress {
+    GtkTreePath* row = nullptr;
+    bool is_blocking = false;
+
+    HeldPress() = default;
+    HeldPress(const HeldPress&) = delete;
+    HeldPress& operator=(const HeldPress&) = delete;
+    ~HeldPress() { forget(); }
+    void forget() {
+        gtk_tree_path_free(row);
+        row = nullptr;
+    }
+
+    // Only the tree's own answer to the press finds the selection closed: nothing of the program meets it so.
+    static gboolean begin(GtkWidget* widget, GdkEventButton* event, gpointer self) {
+        auto& press = *static_cast<HeldPress*>(self);
+        press.forget();
+        GtkTreeView* const tree = GTK_TREE_VIEW(widget);
+        GtkTreeSelection* const selection = gtk_tree_view_get_selection(tree);
+        const bool is_plain =
+            event->type == GDK_BUTTON_PRESS && event->button == 1 &&
+            (event->state & static_cast<guint>(gtk_accelerator_get_default_mod_mask())) == 0 &&
+            event->window == gtk_tree_view_get_bin_window(tree);
+        GtkTreePath* row = nullptr;
+        if (!is_plain || gtk_tree_selection_count_selected_rows(selection) < 2 ||
+            gtk_tree_selection_get_select_function(selection) != nullptr ||
+            gtk_tree_view_get_path_at_pos(tree, static_cast<int>(event->x), static_cast<int>(event->y), &row,
+                                          nullptr, nullptr, nullptr) == FALSE)
+            return FALSE;
+        press.row = row;
+        if (gtk_tree_selection_path_is_selected(selection, row) == FALSE) {
+            press.forget();
+            return FALSE;
+        }
+        const auto never = +[](GtkTreeSelection*, GtkTreeModel*, GtkTreePath*, gboolean,
+                               gpointer) -> gboolean { return FALSE; };
+        gtk_tree_selection_set_select_function(selection, never, nullptr, nullptr);
+        press.is_blocking = true;
+        return FALSE;
+    }
+
+    static void after(GtkWidget* widget, GdkEvent* event, gpointer self) {
+        auto& press = *static_cast<HeldPress*>(self);
+        GtkTreeView* const tree = GTK_TREE_VIEW(widget);
+        if (press.is_blocking) {
+            gtk_tree_selection_set_select_function(gtk_tree_view_get_selection(tree), nullptr, nullptr,
+                                                   nullptr);
+            press.is_blocking = false;
+        }
+        if (event->type != GDK_BUTTON_RELEASE || press.row == nullptr) return;
+        gtk_tree_view_set_cursor(tree, press.row, nullptr, FALSE);
+        press.forget();
+    }
+
+    static void drag(GtkWidget* /*tree*/, GdkDragContext* /*context*/, gpointer self) {
+        static_cast<HeldPress*>(self)->forget();
+    }
+};
+
 }  // namespace
 
 void make_rows_equal(wxWindow& table, bool clickable) {
@@ -47,6 +107,10 @@ void make_rows_equal(wxWindow& table, bool clickable) {
     }
     gtk_tree_view_set_fixed_height_mode(tree, TRUE);
     gtk_tree_view_set_enable_search(tree, FALSE);  // the window has a search of its own
+}
+
+void redraw_rows(wxWindow& table) {
+    if (GtkTreeView* const tree = tree_of(table)) gtk_widget_queue_draw(GTK_WIDGET(tree));
 }
 
 void show_column_order(wxWindow& table, int position, bool shown, bool descending) {
@@ -65,6 +129,18 @@ void show_gap(wxWindow& table, int row, int rows) {
     gtk_tree_view_set_drag_dest_row(tree, path,
                                     row < rows ? GTK_TREE_VIEW_DROP_BEFORE : GTK_TREE_VIEW_DROP_AFTER);
     gtk_tree_path_free(path);
+}
+
+void keep_selection_for_drags(wxWindow& table) {
+    GtkTreeView* const tree = tree_of(table);
+    if (tree == nullptr) return;
+    auto* const press = new HeldPress;
+    g_object_set_data_full(
+        G_OBJECT(tree), "vantlow-held-press", press,
+        +[](gpointer held) { delete static_cast<HeldPress*>(held); });
+    g_signal_connect(tree, "button-press-event", G_CALLBACK(HeldPress::begin), press);
+    g_signal_connect(tree, "event-after", G_CALLBACK(HeldPress::after), press);
+    g_signal_connect(tree, "drag-begin", G_CALLBACK(HeldPress::drag), press);
 }
 
 void hear_end_of_drags(wxWindow& table, const std::function<void()>& ended) {

@@ -19,7 +19,7 @@ struct TreePane::Control : public wxDataViewTreeCtrl {
                 owner.events_.selected(node);
         });
         Bind(wxEVT_DATAVIEW_ITEM_CONTEXT_MENU, [this](wxDataViewEvent&) {
-            if (owner.events_.menu) owner.events_.menu();
+            if (owner.events_.menu) owner.events_.menu(wxDefaultPosition);
         });
         Bind(wxEVT_DATAVIEW_ITEM_START_EDITING, [](wxDataViewEvent& event) { event.Veto(); });
     }
@@ -70,6 +70,12 @@ void TreePane::select(std::size_t node) {
 std::size_t TreePane::selected() const {
     const wxDataViewItem item = control_->GetSelection();
     return item.IsOk() ? control_->index_of(item) : TreeNode::none;
+}
+
+wxPoint TreePane::menu_place() const {
+    const wxDataViewItem item = control_->GetSelection();
+    const wxRect room = item.IsOk() ? control_->GetItemRect(item) : wxRect();
+    return control_->ClientToScreen(wxPoint(room.x, room.y + room.height));
 }
 
 std::size_t TreePane::node_at(const wxPoint& point) const {

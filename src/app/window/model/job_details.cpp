@@ -73,8 +73,12 @@ std::vector<DetailLine> JobDetails::lines() const {
     };
     for (const Column column : {Column::name, Column::folder, Column::address, Column::state, Column::trouble,
                                 Column::size, Column::done, Column::speed, Column::left, Column::category,
-                                Column::kind, Column::added, Column::finished, Column::comment})
+                                Column::kind, Column::added, Column::finished, Column::comment}) {
         add(tr(facts_of(column).title), facts.cell(column));
+        if (column == Column::trouble)
+            add(tr("What helps"),
+                advice_on(facts.live != nullptr ? facts.live->waits : JobView::error_of(*job)));
+    }
     if (job->sources) {
         for (std::size_t i = 1; i < job->sources->mirrors.size(); ++i)
             add(tr("Mirror"), shown(without_credentials(job->sources->mirrors[i])));
@@ -125,7 +129,9 @@ void JobDetails::look(Time now) {
 std::string JobDetails::connections_note() const {
     if (!connections_.empty()) return {};
     const CJobNode* const job = engine_.find(job_);
-    return job != nullptr ? rest_sentence(job->state) : tr("No download is selected.");
+    if (job == nullptr) return tr("No download is selected.");
+    const std::string advice = advice_on(JobView::error_of(*job));
+    return advice.empty() ? rest_sentence(job->state) : rest_sentence(job->state) + " " + advice;
 }
 
 std::vector<SegmentRange> JobDetails::ranges() const {

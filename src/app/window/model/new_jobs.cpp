@@ -97,6 +97,9 @@ std::string sentence_of(const FormFault& fault) {
 }
 
 std::string sentence_of(const ServerSays& says) {
+    // The download asks about it: the dialog has nothing to be answered.
+    if (says.result.message().starts_with("The server's key is not known"))
+        return tr("This SSH server is not known yet. Its key is asked about when the download begins.");
     if (!says.result.ok())
         return fill(tr("The server does not say what it would send: %1"),
                     {trouble_text(says.result.message())});

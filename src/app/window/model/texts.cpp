@@ -53,6 +53,18 @@ std::string shown(std::u16string_view text) {
     return printable(to_utf8(text));
 }
 
+std::string shown_sentence(std::string_view text) {
+    std::string safe;
+    for (;;) {
+        const std::size_t at =
+            std::min(text.find(first_strong_isolate), text.find(pop_isolate));  // of the same length
+        safe += printable(text.substr(0, at));
+        if (at == std::string_view::npos) return safe;
+        safe += text.substr(at, pop_isolate.size());
+        text.remove_prefix(at + pop_isolate.size());
+    }
+}
+
 std::string size_text(std::int64_t bytes) {
     return with_decimal_sign(known(human_size(bytes)));
 }
@@ -242,7 +254,7 @@ std::string sentence_of(const DraftFault& fault) {
     return {};
 }
 
-std::string sentence_of(const Question& question) {
+std::string sentence_of(const Question& question, bool was_refused) {
     constexpr int most_letters = 150;
     const std::string server = printable(question.server);
     switch (question.kind) {
@@ -253,7 +265,9 @@ std::string sentence_of(const Question& question) {
             return fill(tr("The certificate of %1 is not trusted. Should this job go on all the same?"),
                         {server});
         case QuestionKind::credentials:
-            return fill(tr("%1 wants a user name and a password."), {server});
+            return fill(was_refused ? tr("%1 refuses this user name or this password. Enter the right ones.")
+                                    : tr("%1 wants a user name and a password."),
+                        {server});
         case QuestionKind::overwrite:
             // The end of a path says most; a line of hundreds of letters would be wider than the screen.
             return fill(tr("There is a file %1 already."), {shorten(shown(question.path), most_letters)});

@@ -14,6 +14,8 @@ namespace vantlow {
 /// A text of a network or a file as it may stand in a control: well-formed UTF-8 of one line; characters that
 /// command a terminal or turn the direction of writing are "?".
 std::string shown(std::u16string_view text);
+/// A sentence likewise; the signs that fill() puts around arguments stay.
+std::string shown_sentence(std::string_view text);
 
 /// "1.4 GiB" with the language's decimal sign; empty for a negative number (unknown).
 std::string size_text(std::int64_t bytes);
@@ -42,8 +44,9 @@ std::string name_of(const CClassNode& category);
 /// The reason of a failed operation: a sentence; empty where it was done.
 std::string sentence_of(const Done& done);
 std::string sentence_of(const DraftFault& fault);
-/// The sentence that a dialog asks; its files stand in the question.
-std::string sentence_of(const Question& question);
+/// The sentence that a dialog asks; its files stand in the question. `was_refused`: the login that the job
+/// had.
+std::string sentence_of(const Question& question, bool was_refused = false);
 
 /// Letter case and width taken off, for searches: ASCII, Latin, Greek and Cyrillic letters.
 char16_t folded(char16_t c) noexcept;

@@ -76,7 +76,10 @@ constexpr std::string_view to_translate(std::string_view english) noexcept {
 std::string tr(std::string_view english);
 /// The text for a count, which takes the place of "%1": trn("%1 job", "%1 jobs", 3).
 std::string trn(std::string_view one, std::string_view many, std::int64_t count);
-/// The text with "%1" to "%9" replaced by the arguments; a place without an argument stays.
+/// The text with "%1" to "%9" replaced by the arguments; a place without an argument stays. In a language
+/// that is written from right to left, arguments with Latin letters stand between these two signs of Unicode.
+inline constexpr std::string_view first_strong_isolate = "\u2068";
+inline constexpr std::string_view pop_isolate = "\u2069";
 std::string fill(std::string_view text, std::initializer_list<std::string_view> arguments);
 
 }  // namespace vantlow

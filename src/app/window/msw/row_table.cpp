@@ -38,8 +38,9 @@ struct RowTable::Control : public wxListCtrl {
             if (owner.events_.opened && event.GetIndex() >= 0)
                 owner.events_.opened(static_cast<std::size_t>(event.GetIndex()));
         });
-        Bind(wxEVT_CONTEXT_MENU, [this](wxContextMenuEvent&) {
-            if (owner.events_.menu) owner.events_.menu();
+        Bind(wxEVT_CONTEXT_MENU, [this](wxContextMenuEvent& event) {
+            const bool is_by_key = event.GetPosition() == wxDefaultPosition;
+            if (owner.events_.menu) owner.events_.menu(is_by_key ? owner.menu_place() : event.GetPosition());
         });
         Bind(wxEVT_LIST_COL_CLICK, [this](wxListEvent& event) {
             const auto column = static_cast<std::size_t>(event.GetColumn());
@@ -180,6 +181,15 @@ void RowTable::select_all() {
 void RowTable::show_row(std::size_t row) {
     control_->EnsureVisible(static_cast<long>(row));
     control_->SetItemState(static_cast<long>(row), wxLIST_STATE_FOCUSED, wxLIST_STATE_FOCUSED);
+}
+
+wxPoint RowTable::menu_place() const {
+    wxRect room;
+    const long first = control_->GetTopItem();
+    const long last = first + control_->GetCountPerPage();
+    const long row = control_->GetNextItem(first - 1, wxLIST_NEXT_ALL, wxLIST_STATE_SELECTED);
+    if (row < 0 || row > last || !control_->GetItemRect(row, room, wxLIST_RECT_LABEL)) room = wxRect();
+    return control_->ClientToScreen(wxPoint(room.x, room.y + room.height));
 }
 
 std::optional<std::size_t> RowTable::gap_at(const wxPoint& on_screen) const {

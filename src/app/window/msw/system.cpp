@@ -10,9 +10,13 @@ namespace vantlow {
 
 void make_rows_equal(wxWindow& /*table*/, bool /*clickable*/) {}
 
+void redraw_rows(wxWindow& /*table*/) {}
+
 void show_column_order(wxWindow& /*table*/, int /*position*/, bool /*shown*/, bool /*descending*/) {}
 
 void show_gap(wxWindow& /*table*/, int /*row*/, int /*rows*/) {}
+
+void keep_selection_for_drags(wxWindow& /*table*/) {}
 
 void hear_end_of_drags(wxWindow& /*table*/, const std::function<void()>& /*ended*/) {}
 

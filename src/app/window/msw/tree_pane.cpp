@@ -19,7 +19,8 @@ struct TreePane::Control : public wxTreeCtrl {
         });
         Bind(wxEVT_TREE_ITEM_MENU, [this](wxTreeEvent& event) {
             SelectItem(event.GetItem());
-            if (owner.events_.menu) owner.events_.menu();
+            // A key's event has the place of the node.
+            if (owner.events_.menu) owner.events_.menu(ClientToScreen(event.GetPoint()));
         });
     }
     [[nodiscard]] std::size_t index_of(const wxTreeItemId& item) const {
@@ -68,6 +69,13 @@ void TreePane::select(std::size_t node) {
 std::size_t TreePane::selected() const {
     const wxTreeItemId item = control_->GetSelection();
     return item.IsOk() ? control_->index_of(item) : TreeNode::none;
+}
+
+wxPoint TreePane::menu_place() const {
+    wxRect room;
+    const wxTreeItemId item = control_->GetSelection();
+    if (!item.IsOk() || !control_->GetBoundingRect(item, room, true)) room = wxRect();
+    return control_->ClientToScreen(wxPoint(room.x, room.y + room.height));
 }
 
 std::size_t TreePane::node_at(const wxPoint& point) const {
