@@ -21,7 +21,8 @@ PAGES = ["guide", "settings", "browser", "ftp", "tls", "torrents", "proxy-list",
 
 
 def page_for_windows(text):
-    """A page of docs/ without what only other systems have, its links as names of the text files."""
+    """A page of docs/ without pictures and what only other systems have, its links as names of the text files."""
+    text = re.sub(r"!\[[^\]]*\]\([^)]*\)\n+", "", text)
     text = re.sub(r"<!-- not for Windows -->\n.*?<!-- end -->\n", "", text, flags=re.S)
     return re.sub(r"(?:\[[^\]]*\]\()?\b([\w-]+)\.md\b\)?", r"\1.txt", text)
 

@@ -113,7 +113,7 @@ TEST(WindowTexts, FollowTheCatalogue) {
     EXPECT_TRUE(is_right_to_left());
     // Latin words keep their direction; dates and numbers, whose parts would change places, are left alone.
     const std::string mixed = fill("%1: %2", {"/home/anna", "12"});
-    EXPECT_EQ(mixed, "\u2068/home/anna\u2069: 12");
+    EXPECT_EQ(mixed, "\u200F\u2068/home/anna\u2069: 12");
     EXPECT_EQ(shown_sentence(mixed + "\n\u202E"), mixed + "??");
     set_catalogue(std::nullopt);
     EXPECT_FALSE(is_right_to_left());

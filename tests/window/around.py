@@ -303,7 +303,7 @@ class Locked(drive.Slow):
 def login(window, server):
     """A login that was refused is mended by its password alone."""
     window.start()
-    window.run("add", "--user", "anna", "--password", "wrong", "--dir", str(window.folder), f"{server}/locked.bin")
+    window.run("add", "--user", "anna", "--password", "wrong", "--dir", window.path(""), f"{server}/locked.bin")
     to_front("^Question$")
     write("right")
     press("alt+l")
@@ -317,7 +317,7 @@ def ask_for_removal(window, is_asked):
 
 def confirmations(window, server):
     window.start()
-    window.run("add", "--paused", "--dir", str(window.folder), f"{server}/one.bin", f"{server}/two.bin")
+    window.run("add", "--paused", "--dir", window.path(""), f"{server}/one.bin", f"{server}/two.bin")
     window.wait_for_rows(2)
     for is_asked in (True, False):
         to_front("^Vantlow$")
@@ -332,7 +332,7 @@ def confirmations(window, server):
         window.wait_for_rows(2)
     assert "0" in window.run("settings", "get", "Confirmation/Remove").stdout
     # The end while something runs is asked about.
-    window.run("add", "--connections", "1", "--dir", str(window.folder), f"{server}/slow/three.bin")
+    window.run("add", "--connections", "1", "--dir", window.path(""), f"{server}/slow/three.bin")
     until(lambda: any(job["state"] == "running" for job in window.jobs()), "a running download")
     to_front("^Vantlow$")
     press("ctrl+q")

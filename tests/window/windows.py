@@ -11,6 +11,7 @@ import tempfile
 import threading
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "support"))
+import around  # noqa: E402
 import display  # noqa: E402
 import drive  # noqa: E402
 from display import press, to_front, until, windows  # noqa: E402
@@ -132,16 +133,21 @@ def drops(window, server):
         until(lambda: len(window.jobs()) == count, f"the link that was dropped as {name}")
 
 
+def emptied(window, _server):
+    window.run("remove", *[job["id"] for job in window.jobs()])
+    window.wait_for_rows(0)
+
+
 def main(programs, controls):
     lacking = display.missing("import")
     if lacking:
         print("skipped: there is no " + ", ".join(lacking))
         return drive.SKIPPED
-    server = http.server.ThreadingHTTPServer(("127.0.0.1", 0), drive.Slow)
+    server = http.server.ThreadingHTTPServer(("127.0.0.1", 0), around.Locked)
     threading.Thread(target=server.serve_forever, daemon=True).start()
     address = f"http://127.0.0.1:{server.server_port}"
     with tempfile.TemporaryDirectory() as folder, display.display(), Window(programs, folder, controls) as window:
-        for scenario in (*drive.SCENARIOS, tray, drops):
+        for scenario in (*drive.SCENARIOS, tray, drops, around.login, emptied, around.confirmations):
             print(scenario.__name__, flush=True)
             scenario(window, address)
     return 0

@@ -28,9 +28,9 @@ enum Answer : int { answer_yes = wxID_HIGHEST + 2000, answer_no, answer_rename }
 
 // With the reason, where it says more than the question.
 std::string asked(const Question& question, const JobAsking& job) {
-    const std::string sentence = sentence_of(question, job.error.starts_with("The server refused"));
-    const bool has_reason = question.kind == QuestionKind::certificate && !job.error.empty();
-    return has_reason ? trouble_text(job.error) + "\n" + sentence : sentence;
+    if (question.kind == QuestionKind::certificate && !job.error.empty())
+        return trouble_text(job.error) + "\n" + tr("Should the download go on all the same?");
+    return sentence_of(question, job.error.starts_with("The server refused"));
 }
 
 /// One question of the engine: a sentence, what is asked for, and a row of buttons.

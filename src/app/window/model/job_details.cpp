@@ -130,8 +130,12 @@ std::string JobDetails::connections_note() const {
     if (!connections_.empty()) return {};
     const CJobNode* const job = engine_.find(job_);
     if (job == nullptr) return tr("No download is selected.");
-    const std::string advice = advice_on(JobView::error_of(*job));
-    return advice.empty() ? rest_sentence(job->state) : rest_sentence(job->state) + " " + advice;
+    const auto* const live = live_.find(*job);
+    const std::string reason = live != nullptr ? live->waits : JobView::error_of(*job);
+    const std::string advice = advice_on(reason);
+    const std::string state =
+        live != nullptr && !reason.empty() ? trouble_text(reason) : rest_sentence(job->state);
+    return advice.empty() ? state : state + (state.ends_with('.') ? " " : ". ") + advice;
 }
 
 std::vector<SegmentRange> JobDetails::ranges() const {

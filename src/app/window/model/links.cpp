@@ -249,10 +249,11 @@ std::vector<std::string> links_in_text(std::string_view text) {
     text = text.substr(0, longest_text);
     LinkList list;
     for (std::size_t at = 0; at < text.size() && !list.is_full();) {
+        // Most letters of a text of megabytes stand within a word.
         const std::string_view rest = text.substr(at);
-        const auto* const scheme =
-            std::ranges::find_if(schemes, [rest](const char* one) { return istarts_with(rest, one); });
-        const bool begins = scheme != schemes.end() && (at == 0 || !is_word(text[at - 1]));
+        const bool begins =
+            (at == 0 || !is_word(text[at - 1])) &&
+            std::ranges::any_of(schemes, [rest](const char* one) { return istarts_with(rest, one); });
         if (!begins) {
             ++at;
             continue;

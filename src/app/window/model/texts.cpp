@@ -54,10 +54,11 @@ std::string shown(std::u16string_view text) {
 }
 
 std::string shown_sentence(std::string_view text) {
+    constexpr std::string_view right_to_left_mark = "\u200F";  // as long as the others
     std::string safe;
     for (;;) {
-        const std::size_t at =
-            std::min(text.find(first_strong_isolate), text.find(pop_isolate));  // of the same length
+        const std::size_t at = std::min(
+            {text.find(first_strong_isolate), text.find(pop_isolate), text.find(right_to_left_mark)});
         safe += printable(text.substr(0, at));
         if (at == std::string_view::npos) return safe;
         safe += text.substr(at, pop_isolate.size());

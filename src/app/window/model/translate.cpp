@@ -253,11 +253,17 @@ std::string trn(std::string_view one, std::string_view many, std::int64_t count)
 
 namespace {
 
+constexpr std::string_view right_to_left_mark = "\u200F";
+
 // Within a sentence that runs from right to left an address or a name keeps its own direction and its signs
 // (UAX 9, isolates). Numbers do without.
-std::string isolated(std::string_view argument) {
+bool has_own_direction(std::string_view argument) {
     const auto is_letter = [](char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); };
-    if (!is_right_to_left() || std::ranges::none_of(argument, is_letter)) return std::string(argument);
+    return is_right_to_left() && std::ranges::any_of(argument, is_letter);
+}
+
+std::string isolated(std::string_view argument) {
+    if (!has_own_direction(argument)) return std::string(argument);
     return std::string(first_strong_isolate) + std::string(argument) + std::string(pop_isolate);
 }
 
@@ -265,6 +271,8 @@ std::string isolated(std::string_view argument) {
 
 std::string fill(std::string_view text, std::initializer_list<std::string_view> arguments) {
     std::string made;
+    // A sentence that begins with such an argument would be taken for one of the argument's direction.
+    if (std::ranges::any_of(arguments, has_own_direction)) made = right_to_left_mark;
     for (std::size_t i = 0; i < text.size(); ++i) {
         const bool place = text[i] == '%' && i + 1 < text.size() && text[i + 1] >= '1' && text[i + 1] <= '9';
         const std::size_t argument = place ? static_cast<std::size_t>(text[i + 1] - '1') : arguments.size();
