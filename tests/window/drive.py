@@ -468,7 +468,7 @@ def end_without_display(window):
     assert told.wait(20) == 0
 
 
-SCENARIOS = (first_start, second_start, search, removal, known_addresses, crash, order, stop_and_start, queue, more_by_key, torrent, forms, options,
+SCENARIOS = (first_start, second_start, search, removal, known_addresses, crash, order, stop_and_start, queue, torrent, forms, options,
              end_in_a_dialog_of_the_system, end_in_a_menu)
 
 
@@ -485,7 +485,7 @@ def main(programs):
     with tempfile.TemporaryDirectory() as folder, display.display():
         window = Window(programs, folder)
         try:
-            for scenario in (*SCENARIOS, many_changes):
+            for scenario in (*SCENARIOS, many_changes, more_by_key):
                 print(scenario.__name__, flush=True)
                 scenario(window, f"http://127.0.0.1:{server.server_port}")
             end_without_display(window)
