@@ -399,7 +399,7 @@ TEST_F(TorrentPeers, AFiledTorrentIsSharedByTheResidentProgramUntilItsRatioAlsoA
     EXPECT_NE(std::string(shown()["error"]).find("pieces are missing or were changed"), std::string::npos);
     EXPECT_EQ(folder.read(u"x/tree/b/d"), std::string(150'000, 'x'));
     ok({u"check", id});
-    EXPECT_EQ(wait_for("finished"), "finished") << "it was shared enough";
+    EXPECT_EQ(wait_for("sharing"), "sharing") << "as a person wanted it before";
     EXPECT_TRUE(has_all(u"x/tree")) << "what was wrong is fetched again";
     EXPECT_FALSE(folder.has(u"x/tree(1)") || folder.has(u"x/tree.vantlow-job"));
     ok({u"quit"});
