@@ -173,7 +173,7 @@ Done Engine::start_over(const Guid& job) {
     if (runner_) runner_->stop(job);
     std::vector<BinItem> none;
     if (record->state != JobState::finished) {
-        const Done done = remove_files(*record, Files::erase, none);
+        Done done = remove_files(*record, Files::erase, none);
         if (!done.ok() && done.fault != Fault::anothers_file) return done;
     }
     questions_.withdraw(job);
