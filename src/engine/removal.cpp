@@ -206,9 +206,8 @@ Done Engine::check(const Guid& job) {
     if (record == nullptr) return {Fault::no_job};
     if (is_running(job)) return {Fault::running};
     if (!can_check(job)) return {Fault::no_hash};
-    const bool has_one_file = path_kind(record->path) != PathKind::folder;
-    // What is wrong in the file would be fetched anew into it.
-    if (record->state == JobState::finished && has_one_file && is_anothers_file(*record))
+    // The parts that are wrong would be fetched anew into it.
+    if (record->state == JobState::finished && is_anothers_file(*record))
         return {Fault::anothers_file, {}, record->path};
     auto again = record->twin();
     if (const auto torrent = torrent_of(*record)) {

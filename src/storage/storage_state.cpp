@@ -113,18 +113,19 @@ FileMark mark_of(const FileStamp& stamp, bool in_work) {
     return stamp.there ? FileMark{stamp.size, stamp.modified, in_work} : FileMark{};
 }
 
-// What a file is now may be what it was when it had this mark.
+// A file with the one mark may have had the other before.
 bool fits(const FileMark& then, const FileMark& now) {
     if (then.in_work) return now.size >= then.size;
     return now.size == then.size && now.modified == then.modified;
 }
 
-std::vector<FileMark> marks_of(const Storage& storage) {
+// `goes_on`: unfinished files may be written to behind their marks.
+std::vector<FileMark> marks_of(const Storage& storage, bool goes_on) {
     std::vector<FileMark> marks(storage.files().count());
     for (std::size_t file = 0; file < marks.size(); ++file) {
         const FileShape shape = storage.shape(file);
         if (shape == FileShape::absent) continue;
-        marks[file] = mark_of(file_stamp(storage.path(file)), shape == FileShape::partial);
+        marks[file] = mark_of(file_stamp(storage.path(file)), goes_on && shape == FileShape::partial);
     }
     return marks;
 }
@@ -210,12 +211,8 @@ Result save_storage_state(Storage& storage, const std::string& identity, const s
     state.places = storage.places();
     if (Result result = storage.sync(); !result.ok()) return result;
     if (is_last) storage.rest();
-    state.marks = marks_of(storage);
-    state.parts = mark_of(storage.part_stamp(), true);
-    if (is_last) {
-        state.parts.in_work = false;
-        for (FileMark& mark : state.marks) mark.in_work = false;
-    }
+    state.marks = marks_of(storage, !is_last);
+    state.parts = mark_of(storage.part_stamp(), !is_last);
     if (FileError error = write_file_atomically(path, state.encode(), Privacy::owner_only); !error.ok())
         return {Code::local_file, "The state of the job could not be saved: " + error.text(),
                 error.system_error};
@@ -241,7 +238,7 @@ std::vector<std::size_t> doubt_changed_files(const Storage& storage, StorageStat
         for (std::size_t piece = 0; piece < count; ++piece) doubted.push_back(piece);
         return doubted;
     }
-    const std::vector<FileMark> now = marks_of(storage);
+    const std::vector<FileMark> now = marks_of(storage, false);
     for (std::size_t file = 0; file < now.size(); ++file) {
         const ListedFile& listed = files.at(file);
         if (fits(state.marks[file], now[file]) || listed.length == 0 || listed.padding) continue;
@@ -268,7 +265,7 @@ std::vector<std::size_t> doubt_changed_files(const Storage& storage, StorageStat
 std::vector<std::size_t> late_pieces(const Storage& storage, const StorageState& state) {
     constexpr std::int64_t most_bytes = std::int64_t{1} << 30;
     const auto most = static_cast<std::size_t>(most_bytes / storage.piece_length());
-    const std::vector<FileMark> now = marks_of(storage);
+    const std::vector<FileMark> now = marks_of(storage, false);
     std::set<std::size_t> late;
     for (std::size_t file = 0; file < now.size() && file < state.marks.size(); ++file) {
         const FileMark& then = state.marks[file];

@@ -39,8 +39,8 @@ int letter_of(const wxString& label) {
     return letter.empty() ? 0 : static_cast<int>(letter[0].GetValue());
 }
 
-// What is in the clipboard as far as it can be addresses: the system would lay out a line of megabytes for
-// half a minute. None: it can go into the field as it is.
+// The lines of the clipboard that can be addresses: the system would lay out one of megabytes for half a
+// minute. None: all of it can go into the field as it is.
 std::optional<wxString> shorter_clipboard() {
     constexpr std::size_t longest_address = 65536;
     wxTextDataObject data;

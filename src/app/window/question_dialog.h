@@ -11,7 +11,7 @@ class wxWindow;
 
 namespace vantlow {
 
-/// What a job has to do with a question about it.
+/// The facts about a job that a question about it is asked with.
 struct JobAsking {
     std::u16string user;  ///< of the login that it had
     std::string error;    ///< the reason of its failure, in English; empty: it waits for the answer

@@ -54,7 +54,8 @@ std::string shown(std::u16string_view text) {
 }
 
 std::string shown_sentence(std::string_view text) {
-    constexpr std::string_view right_to_left_mark = "\u200F";  // as long as the others
+    static_assert(first_strong_isolate.size() == pop_isolate.size() &&
+                  right_to_left_mark.size() == pop_isolate.size());
     std::string safe;
     for (;;) {
         const std::size_t at = std::min(

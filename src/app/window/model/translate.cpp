@@ -253,8 +253,6 @@ std::string trn(std::string_view one, std::string_view many, std::int64_t count)
 
 namespace {
 
-constexpr std::string_view right_to_left_mark = "\u200F";
-
 // Within a sentence that runs from right to left an address or a name keeps its own direction and its signs
 // (UAX 9, isolates). Numbers do without.
 bool has_own_direction(std::string_view argument) {

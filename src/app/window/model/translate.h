@@ -80,6 +80,8 @@ std::string trn(std::string_view one, std::string_view many, std::int64_t count)
 /// that is written from right to left, arguments with Latin letters stand between these two signs of Unicode.
 inline constexpr std::string_view first_strong_isolate = "\u2068";
 inline constexpr std::string_view pop_isolate = "\u2069";
+/// The sign in front of such a sentence.
+inline constexpr std::string_view right_to_left_mark = "\u200F";
 std::string fill(std::string_view text, std::initializer_list<std::string_view> arguments);
 
 }  // namespace vantlow

@@ -75,8 +75,8 @@ constexpr std::string_view beginnings[] = {
     to_translate("Writing to file error."),
 };
 
-// What helps. A reason is known by words anywhere in it: the first line of the table that fits counts, so
-// that what the system or a server says beside a general sentence stands in front of that sentence.
+// Advice on reasons. A reason is known by words anywhere in it: the first line of the table that fits counts,
+// so that the words of the system or of a server stand in front of the general sentence beside them.
 struct Help {
     std::string_view words;
     std::string_view advice;
@@ -91,8 +91,7 @@ constexpr std::string_view gone = to_translate(
     "properties as the address: the download goes on with it.");
 constexpr std::string_view forbidden = to_translate(
     "The server gives the file to its own visitors only. Properties take what a browser sends along: "
-    "referer, "
-    "cookies, user and password.");
+    "referer, cookies, user and password.");
 constexpr std::string_view later =
     to_translate("The server has a fault of its own at the moment. Start the download again later.");
 constexpr std::string_view log_in =
