@@ -205,17 +205,20 @@ FileError StoreWriter::append_all(const std::vector<Task>& tasks) {
     std::vector<std::vector<std::byte>> made;
     made.reserve(tasks.size());
     std::vector<std::span<const std::byte>> payloads;
+    std::vector<std::span<const std::byte>> since;  // an image is made, which will not hold these
     bool any = false;
     for (const Task& task : tasks) {
         if (task.payload.empty()) {
             making_image_ = true;
             since_.clear();
+            since.clear();
             JournalBatch mark;
             mark.save_begun(++number_);
             payloads.emplace_back(made.emplace_back(bytes_of(mark)));
         } else {
             any = true;
             payloads.emplace_back(task.payload);
+            if (making_image_) since.emplace_back(task.payload);
         }
     }
     // Without a journal there is nothing that a mark must be told apart from.
@@ -241,11 +244,7 @@ FileError StoreWriter::append_all(const std::vector<Task>& tasks) {
         break_journal(error);
         return error;
     }
-    if (making_image_) {
-        for (const Task& task : tasks) {
-            if (!task.payload.empty()) since_.push_back(task.payload);
-        }
-    }
+    for (const auto payload : since) since_.emplace_back(payload.begin(), payload.end());
     return {};
 }
 
