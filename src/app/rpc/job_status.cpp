@@ -187,6 +187,28 @@ rpc::Phase phase_of(const CJobNode& job) noexcept {
     return rpc::Phase::paused;
 }
 
+bool is_stopped(rpc::Phase phase) noexcept {
+    return phase == rpc::Phase::failed || phase == rpc::Phase::complete || phase == rpc::Phase::removed;
+}
+
+std::string_view word_for(rpc::Phase phase) noexcept {
+    switch (phase) {
+        case rpc::Phase::active:
+            return "aria2.onDownloadStart";
+        case rpc::Phase::paused:
+            return "aria2.onDownloadPause";
+        case rpc::Phase::failed:
+            return "aria2.onDownloadError";
+        case rpc::Phase::complete:
+            return "aria2.onDownloadComplete";
+        case rpc::Phase::removed:
+            return "aria2.onDownloadStop";
+        case rpc::Phase::waiting:
+            break;
+    }
+    return "";
+}
+
 unsigned report_parts(unsigned parts) noexcept {
     const unsigned files = (parts & rpc::part::files) != 0 ? torrent_part::files : 0;
     return files | ((parts & rpc::part::bitfield) != 0 ? torrent_part::pieces : 0);

@@ -2,6 +2,9 @@
 #pragma once
 
 #include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
 
 #include "app/process/live_jobs.h"
 #include "engine/engine.h"
@@ -11,6 +14,12 @@ namespace vantlow {
 
 /// The phase that the record of a job is in.
 rpc::Phase phase_of(const CJobNode& job) noexcept;
+
+/// True for a download that has ended, in whatever way.
+bool is_stopped(rpc::Phase phase) noexcept;
+
+/// The notification that a download's coming into this phase is told by; empty for the waiting.
+std::string_view word_for(rpc::Phase phase) noexcept;
 
 /// The first `count` bits of a bitfield as peers send it (BEP 3); none where it is empty.
 std::vector<bool> bits_of(std::string_view wire, std::int64_t count);
