@@ -80,6 +80,14 @@ class Around(drive.Window):
     def wait_for_rows(self, count):
         until(lambda: len(self.jobs()) == count, f"{count} downloads")
 
+    def put_into_clipboard(self, text):
+        subprocess.run(["xclip", "-selection", "clipboard"], input=text, text=True, check=True)
+
+    def started_with_session(self):
+        """The command by which the desktop starts the program; empty where it does not."""
+        starts = self.folder / ".config/autostart/vantlow.desktop"
+        return starts.read_text() if starts.exists() else ""
+
 
 # A window that offers a text in one form (a target's name, the text) to whoever it is dragged to (GTK 3).
 DRAG_SOURCE = """
@@ -150,6 +158,51 @@ def drops(window, server):
     assert categories["of-a-page.bin"] == "Completed", categories
 
 
+# A window that writes what is dropped on it into a file (GTK 3).
+DROP_TARGET = """
+import pathlib, sys, gi
+gi.require_version("Gdk", "3.0")
+gi.require_version("Gtk", "3.0")
+from gi.repository import Gdk, Gtk
+window = Gtk.Window(title="Target")
+window.set_default_size(150, 100)
+window.drag_dest_set(Gtk.DestDefaults.ALL, None, Gdk.DragAction.COPY)
+window.drag_dest_add_text_targets()
+window.connect("drag-data-received", lambda _w, _c, _x, _y, data, _i, _t: pathlib.Path(sys.argv[1]).write_text(data.get_text()))
+window.show_all()
+window.move(0, 0)
+Gtk.main()
+"""
+
+
+def dragged_rows(window, server):
+    """Several rows at once: onto a category, and to another program, which gets their addresses."""
+    window.start()
+    window.run("add", "--paused", "--dir", str(window.folder), *(f"{server}/{name}.bin" for name in "abc"))
+    frame = to_front("^Vantlow$")
+    mouse("windowsize", "--sync", frame, "900", "700", "windowmove", "--sync", frame, "340", "20")
+    until(lambda: len(window.names()) == 3, "the rows")
+    time.sleep(1)
+    window.click_row(window.LIST, 0)
+    press("shift+Down")
+    x, y = window.place_of_row(0)
+    row = window.find("tree table", "Categories").own.get_table_iface().get_accessible_at(1, 0)
+    room = row.get_component_iface().get_extents(0)
+    display.drag(x, y, room.x + 40, room.y + room.height // 2)
+    until(lambda: sorted(job["category"] for job in window.jobs()) == ["Completed", "Completed", "Downloading"], "two in the category")
+    dropped = window.folder / "dropped"
+    with subprocess.Popen([sys.executable, "-c", DROP_TARGET, str(dropped)]) as target:
+        try:
+            to_front("^Target$")
+            to_front("^Vantlow$")
+            press("ctrl+a")
+            display.drag(x, y, 70, 60)
+            until(dropped.exists, "what was dropped")
+        finally:
+            target.terminate()
+    assert sorted(dropped.read_text().split()) == [f"{server}/{name}.bin" for name in "abc"], dropped.read_text()
+
+
 class Tray:
     """A tray of the desktop (System Tray Protocol 0.3): takes one sign in, into the corner of the screen."""
 
@@ -204,10 +257,6 @@ def tray(window, _server):
     to_front("^Vantlow$")
 
 
-def put_into_clipboard(text):
-    subprocess.run(["xclip", "-selection", "clipboard"], input=text, text=True, check=True)
-
-
 def close(title):
     to_front(title)
     press("Escape")
@@ -220,15 +269,14 @@ def first_start(window, server):
     to_front("^Welcome to Vantlow$")
     target = window.folder / "elsewhere"
     press("alt+d", "ctrl+a")
-    write(str(target))
+    write(window.path("elsewhere"))
     press("alt+s", "Return")
     until(lambda: not windows("^Welcome to Vantlow$"), "the end of the first questions")
     assert window.run(f"{server}/placed.bin").returncode == 0
     until(lambda: (target / "placed.bin").exists(), "a file in the chosen folder")
-    starts = window.folder / ".config/autostart/vantlow.desktop"
-    assert "--minimized" in starts.read_text(), starts
+    assert "--minimized" in window.started_with_session()
     window.run("settings", "set", "Window/StartWithSession", "0")
-    assert not starts.exists()
+    assert not window.started_with_session()
     window.end()
     # So does the desktop start it: the window is there and nobody sees it, and nothing is asked again.
     assert window.run("--minimized").returncode == 0
@@ -267,7 +315,7 @@ def notices(window, server, desktop):
 def clipboard(window, server):
     window.set("Window/Welcomed=1", "Window/WatchClipboard=1", "Window/ClipboardEndings=.bin")
     window.start()
-    put_into_clipboard(f"look at {server}/pasted.bin here")
+    window.put_into_clipboard(f"look at {server}/pasted.bin here")
     to_front("^Vantlow$")
     press("ctrl+shift+v")
     to_front("^New download$")
@@ -278,9 +326,9 @@ def clipboard(window, server):
     until(lambda: not windows("^Vantlow$"), "a window that nobody looks at")
     time.sleep(0.5)  # until it knows that it is not in front
     for text in ("no link in here", f"{server}/of-another-ending.html"):
-        put_into_clipboard(text)
+        window.put_into_clipboard(text)
         time.sleep(0.5)
-    put_into_clipboard(f"{server}/watched.bin")
+    window.put_into_clipboard(f"{server}/watched.bin")
     to_front("^New download$")
     press("alt+d")
     window.wait_for_rows(2)
@@ -352,7 +400,7 @@ def main(programs):
     threading.Thread(target=server.serve_forever, daemon=True).start()
     desktop = NoticeServer()
     with display.display():  # the accessibility service ends with its first screen
-        for scenario in (first_start, lambda *both: notices(*both, desktop), clipboard, drops, tray, login,
+        for scenario in (first_start, lambda *both: notices(*both, desktop), clipboard, drops, dragged_rows, tray, login,
                          confirmations):
             with tempfile.TemporaryDirectory() as folder:
                 window = Around(programs, folder)

@@ -5,6 +5,7 @@ keys, and looked at through its controls, which CONTROLS (win32/controls.cpp) fi
 import collections
 import http.server
 import pathlib
+import shutil
 import subprocess
 import sys
 import tempfile
@@ -110,13 +111,26 @@ class Window(drive.Usage, display.WineVantlow):
     def choose(self, entry):
         self.ask("choose", self.control("ComboBox"), entry)
 
+    def put_into_clipboard(self, text):
+        self.ask("copy", text)
+
+    def started_with_session(self):
+        told = self.wine_run("reg", "query", "HKCU\\Software\\Microsoft\\Windows\\CurrentVersion\\Run").stdout
+        return "".join(line for line in told.splitlines() if "vantlow" in line.lower())
+
+    def forget(self):
+        """Ends the program and its data."""
+        self.run("quit")
+        until(lambda: not self.process(), "the end of the process")
+        shutil.rmtree(self.folder / "data")
+
 
 def tray(window, _server):
     """A window that is closed stays in the tray, and comes back from there."""
     window.ask("close", window.frame())
     until(lambda: not windows(drive.FRAME), "the window in the tray")
     assert window.process()
-    window.ask("tray")
+    window.ask("tray", "sign")
     to_front(drive.FRAME)
 
 
@@ -133,19 +147,35 @@ def drops(window, server):
         until(lambda: len(window.jobs()) == count, f"the link that was dropped as {name}")
 
 
-def more_by_key(window, _server):
-    """The rest of the dialog for new downloads is unfolded by its letter, which the system brings nowhere."""
-    to_front(drive.FRAME)
-    press("ctrl+n")
-    to_front(drive.NEW)
-    press("alt+m")
-    window.says("Comment:")
-    press("Escape")
-
-
 def emptied(window, _server):
     window.run("remove", *[job["id"] for job in window.jobs()])
     window.wait_for_rows(0)
+
+
+def clipboard(window, server):
+    window.forget()
+    around.clipboard(window, server)
+
+
+def notices(window, server):
+    """At the end of a download that nobody watched; a click on it opens the file."""
+    window.forget()
+    window.set("Window/Welcomed=1")
+    window.start()
+    subprocess.run(["xdotool", "windowminimize", to_front(drive.FRAME)], check=True)
+    opened = window.folder / "opened"
+    opening = f'cmd.exe /c copy "%1" "{window.path("opened")}"'
+    for key, value in ((".told", "told.file"), ("told.file\\shell\\open\\command", opening)):
+        window.wine_run("reg", "add", "HKCR\\" + key, "/ve", "/d", value, "/f")
+    window.run("add", "--dir", window.path(""), f"{server}/new.told")
+    until(lambda: window.ask("notices") == [["new.told"]], "a notice")
+    window.ask("tray", "notice")
+    until(lambda: opened.exists() and opened.read_bytes() == drive.CONTENT, "the file's being opened")
+
+
+def first_start(window, server):
+    window.forget()
+    around.first_start(window, server)
 
 
 def main(programs, controls):
@@ -157,7 +187,8 @@ def main(programs, controls):
     threading.Thread(target=server.serve_forever, daemon=True).start()
     address = f"http://127.0.0.1:{server.server_port}"
     with tempfile.TemporaryDirectory() as folder, display.display(), Window(programs, folder, controls) as window:
-        for scenario in (*drive.SCENARIOS, tray, drops, more_by_key, around.login, emptied, around.confirmations):
+        for scenario in (*drive.SCENARIOS, tray, drops, around.login, emptied, around.confirmations,
+                         clipboard, notices, first_start):
             print(scenario.__name__, flush=True)
             scenario(window, address)
     return 0

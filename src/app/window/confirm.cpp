@@ -62,6 +62,7 @@ bool ask(wxWindow& parent, const wxString& title, const wxString& question, cons
 
 void finish_dialog(wxTopLevelWindow& dialog) {
     dialog.SetIcons(program_icons());
+    let_letters_reach_all(dialog);
     const auto name = [&dialog](int id, const std::string& label) {
         if (wxWindow* const button = dialog.FindWindow(id)) button->SetLabel(ui(label));
     };

@@ -4,7 +4,6 @@
 #include <wx/checkbox.h>
 #include <wx/choice.h>
 #include <wx/clipbrd.h>
-#include <wx/collpane.h>
 #include <wx/display.h>
 #include <wx/sizer.h>
 #include <wx/spinctrl.h>
@@ -91,6 +90,13 @@ NewJobDialog::NewJobDialog(wxWindow& parent, WindowModel& model, NewJobForm form
     build_more(*all);
     all->Add(CreateSeparatedButtonSizer(wxOK | wxCANCEL), wxSizerFlags().Expand().Border(wxALL, FromDIP(8)));
     finish_dialog(*this);
+    // On Windows the head of the pane is no button, to which the system would bring the letter. Bound last
+    // this is asked before what finish_dialog() has bound.
+    Bind(wxEVT_CHAR_HOOK, [this, letter = letter_of(ui(tr("&More")))](wxKeyEvent& event) {
+        if (event.GetModifiers() != wxMOD_ALT || event.GetKeyCode() != letter) return event.Skip();
+        more_->Collapse(!more_->IsCollapsed());
+        grow();
+    });
     ok_ = dynamic_cast<wxButton*>(FindWindow(wxID_OK));
     if (ok_ != nullptr) ok_->SetLabel(ui(tr("&Download")));
     SetSizerAndFit(all);
@@ -184,9 +190,8 @@ void NewJobDialog::build_places(wxSizer& all) {
 }
 
 void NewJobDialog::build_more(wxSizer& all) {
-    const wxString label = ui(tr("&More"));
-    auto* const fold = new wxCollapsiblePane(this, wxID_ANY, label, wxDefaultPosition, wxDefaultSize,
-                                             wxCP_DEFAULT_STYLE | wxCP_NO_TLW_RESIZE);
+    auto* const fold = new wxCollapsiblePane(this, wxID_ANY, ui(tr("&More")), wxDefaultPosition,
+                                             wxDefaultSize, wxCP_DEFAULT_STYLE | wxCP_NO_TLW_RESIZE);
     wxWindow* const pane = fold->GetPane();
     // Two fields beside each other: with one in each line the dialog would be higher than small screens.
     auto* const grid = new wxFlexGridSizer(4, FromDIP(wxSize(8, 6)));
@@ -219,12 +224,7 @@ void NewJobDialog::build_more(wxSizer& all) {
     rows->Add(week, wxSizerFlags().Expand().Border(wxTOP, FromDIP(6)));
     pane->SetSizer(rows);
     fold->Bind(wxEVT_COLLAPSIBLEPANE_CHANGED, [this](wxCollapsiblePaneEvent&) { grow(); });
-    // On Windows the head of the pane is no button, to which the system would bring the letter.
-    Bind(wxEVT_CHAR_HOOK, [this, fold, letter = letter_of(label)](wxKeyEvent& event) {
-        if (event.GetModifiers() != wxMOD_ALT || event.GetKeyCode() != letter) return event.Skip();
-        fold->Collapse(!fold->IsCollapsed());
-        grow();
-    });
+    more_ = fold;
     all.Add(fold, wxSizerFlags().Expand().Border(wxLEFT | wxRIGHT, FromDIP(10)));
 }
 

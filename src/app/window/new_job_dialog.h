@@ -1,6 +1,7 @@
 // The dialog for new jobs: one address or many, where their files go, and how they are fetched.
 #pragma once
 
+#include <wx/collpane.h>
 #include <wx/dialog.h>
 #include <wx/timer.h>
 
@@ -16,7 +17,6 @@
 class wxButton;
 class wxCheckBox;
 class wxChoice;
-class wxCollapsiblePane;
 class wxSpinCtrl;
 class wxStaticText;
 class wxTextCtrl;
@@ -72,6 +72,7 @@ class NewJobDialog : public wxDialog {
     wxTextCtrl* name_ = nullptr;
     wxSpinCtrl* connections_ = nullptr;
     wxChoice* start_ = nullptr;
+    wxCollapsiblePane* more_ = nullptr;
     wxTextCtrl* start_time_ = nullptr;
     wxTextCtrl* stop_time_ = nullptr;
     wxCheckBox* expand_ = nullptr;

@@ -233,12 +233,47 @@ void choose(const Words& words) {
     }
 }
 
-// As the tray tells a click: its message goes to a window that nobody sees.
-void click_tray(const Words&) {
+// As the tray tells a click at its sign ("sign") or at a "notice", which Wine's own tray does not hear: its
+// message goes to a window that nobody sees.
+void click_tray(const Words& words) {
     const UINT message = RegisterWindowMessageW(L"wxTaskBarIconMessage");
+    const LPARAM told = words.at(1) == "notice" ? NIN_BALLOONUSERCLICK : WM_LBUTTONUP;
     for (const HWND window : top_windows()) {
-        if (IsWindowVisible(window) == 0) PostMessageW(window, message, 99, WM_LBUTTONUP);
+        if (IsWindowVisible(window) == 0) PostMessageW(window, message, 99, told);
     }
+}
+
+// The texts of the notices that are seen, windows of the tray's own process.
+void print_notices(const Words&) {
+    const auto print = [](HWND window, LPARAM) -> BOOL {
+        wchar_t kind[100]{};
+        GetClassNameW(window, kind, 100);
+        if (IsWindowVisible(window) == 0 || std::wstring(kind) != TOOLTIPS_CLASSW) return TRUE;
+        Remote<TTTOOLINFOW> tool(window);
+        TTTOOLINFOW asked{};
+        asked.cbSize = sizeof asked;
+        tool.put(asked);
+        send(window, TTM_ENUMTOOLSW, 0, tool.at());
+        asked = tool.get();
+        asked.lpszText = tool.text();
+        tool.put(asked);
+        send(window, TTM_GETTEXTW, tool.text_length, tool.at());
+        std::cout << narrow(tool.get_text()) << '\n';
+        return TRUE;
+    };
+    EnumWindows(print, 0);
+}
+
+void copy(const Words& words) {
+    const std::wstring text = wide(words.at(1)) + L'\0';
+    const std::size_t size = text.size() * sizeof(wchar_t);
+    const HGLOBAL memory = GlobalAlloc(GMEM_MOVEABLE, size);
+    std::memcpy(GlobalLock(memory), text.data(), size);
+    GlobalUnlock(memory);
+    if (OpenClipboard(GetDesktopWindow()) == 0) throw std::runtime_error("somebody holds the clipboard");
+    EmptyClipboard();
+    SetClipboardData(CF_UNICODETEXT, memory);
+    CloseClipboard();
 }
 
 // The system's interfaces end by their own counting, and have no virtual destructor.
@@ -354,6 +389,8 @@ const std::map<std::string, std::function<void(const Words&)>>& operations() {
         {"choose", choose},
         {"place", print_place},
         {"tray", click_tray},
+        {"notices", print_notices},
+        {"copy", copy},
         {"drop", drop},
     };
     return all;

@@ -22,6 +22,19 @@ void hear_end_of_drags(wxWindow& /*table*/, const std::function<void()>& /*ended
 
 void lay_out_before_show(wxTopLevelWindow& /*window*/) {}
 
+// The dialog itself gets the letter, as the next message: in front of what is typed behind it, and not before
+// the system has taken the key from its queue.
+void let_letters_reach_all(wxTopLevelWindow& dialog) {
+    dialog.Bind(wxEVT_CHAR_HOOK, [&dialog](wxKeyEvent& event) {
+        constexpr LPARAM with_alt = 1 << 29;
+        const wxWindow* const focused = wxWindow::FindFocus();
+        const wxChar letter = event.GetUnicodeKey();
+        const bool is_within_panel = focused != nullptr && focused->GetParent() != &dialog;
+        if (event.GetModifiers() != wxMOD_ALT || letter <= ' ' || !is_within_panel) return event.Skip();
+        PostMessageW(dialog.GetHWND(), WM_SYSCHAR, static_cast<WPARAM>(letter), with_alt);
+    });
+}
+
 void name_for_readers(wxWindow& control, const wxString& name) {
     control.SetName(name);
 }
