@@ -431,9 +431,15 @@ TEST_F(WindowTest, PropertiesAreSharedByJobsAndChangeWhatWasEntered) {
 
 TEST_F(WindowTest, SettingsStandOnPagesAndTakeWhatTheyMay) {
     SettingPages& pages = model->settings;
+    const auto names_key = [](const std::string& label) {
+        return std::ranges::any_of(known_settings(), [&](const KnownSetting& one) {
+            return label.find('"' + one.key + '"') != std::string::npos;
+        });
+    };
     std::size_t lines = 0;
     for (const SettingPage& page : pages.pages()) {
         lines += page.lines.size();
+        for (const SettingLine& line : page.lines) EXPECT_FALSE(names_key(line.label)) << line.label;
         EXPECT_NE(page.title, "Other") << page.lines[0].setting.name();  // each has found its subject
     }
     const auto all = known_settings();

@@ -65,6 +65,30 @@ constexpr EditorFacts editors[] = {
     {"Transfer/EnableFEAT", Editor::yes_no},
 };
 
+// Labels in place of the meanings that name other settings by their keys, or values of a file, or that begin
+// with their unit.
+struct LabelFacts {
+    std::string_view name;
+    std::string_view label;  ///< English
+};
+constexpr LabelFacts labels[] = {
+    {"Connection/Limit", to_translate("the speed limit applies")},
+    {"Connection/Retries", to_translate("retries after network failures, where their number has a limit")},
+    {"RPC/Enable", to_translate("other programs can steer Vantlow")},
+    {"RPC/Secret", to_translate("the secret that other programs have to show; empty: one is made at the "
+                                "first use; \"none\": nobody is asked")},
+    {"RPC/RequestSize", to_translate("the largest request, such as one that brings a torrent, in KiB")},
+    {"Settings/Split Size",
+     to_translate("the smallest part of a file that is split for another connection, in bytes")},
+    {"Torrent/DefaultTrackers",
+     to_translate("the trackers for magnet links that name none, separated by \"|\"")},
+    {"Torrent/SeedTime",
+     to_translate("the time that a torrent is shared at most after its end, in seconds; 0: no bound")},
+    {"Transfer/EnableFEAT", to_translate("servers are asked which features they have")},
+    {"Transfer/UseNATinPORT 2",
+     to_translate("active mode announces this machine's address on the internet, where that is set")},
+};
+
 bool lists(std::string_view list, std::string_view one) {
     const auto all = split(list, ';');
     return !list.empty() && std::ranges::find(all, one) != all.end();
@@ -108,8 +132,8 @@ std::vector<std::pair<std::string, std::string>> choices_of(std::string_view nam
 std::string label_of(const KnownSetting& setting, Editor editor) {
     if (editor == Editor::weekdays)
         return as_heading(tr("the days on which downloads that start by schedule run"));
-    // Its meaning is told by the 0.
-    if (setting.name() == "Transfer/EnableFEAT") return tr("Servers are asked which features they have");
+    const auto* const own = std::ranges::find(labels, setting.name(), &LabelFacts::name);
+    if (own != std::end(labels)) return as_heading(tr(own->label));
     std::string label = tr(setting.meaning);
     if (editor == Editor::yes_no && label.starts_with("1: ")) label.erase(0, 3);
     for (const std::string_view values : {"; 0:", "；0：", "；0:", ": 0 ", "：0 "}) {
