@@ -15,17 +15,34 @@ namespace {
 
 using Fault = Done::Fault;
 
-// Removes what is there of these. The files that went to the bin stand in `binned`.
-Done remove_paths(const std::vector<std::u16string>& paths, Files files, std::vector<BinItem>& binned) {
+// Removes what is there of these, and notes it in `taken`: where it is in the bin, or nothing if it is
+// erased.
+Done remove_paths(const std::vector<std::u16string>& paths, Files files, std::vector<BinItem>& taken) {
     Done done;
     for (const std::u16string& path : paths) {
         BinItem item;
         const bool to_bin = files == Files::bin && path_kind(path) != PathKind::none;
         const FileError error = to_bin ? move_to_bin(path, item) : remove_file(path);
         if (!error.ok() && error.fault != FileFault::not_found) done = {Fault::file, error, path};
-        if (to_bin && error.ok()) binned.push_back(std::move(item));
+        if (error.ok()) taken.push_back(std::move(item));
     }
     return done;
+}
+
+// The file of a run that ended with the wrong hash, which keeps it under a name of its own.
+bool is_kept_as_wrong(const CJobNode& job) {
+    return job.state != JobState::finished && job.segments.empty() && job.path.ends_with(wrong_hash_suffix);
+}
+
+// Of a job whose bytes are not there any more: as before its first run.
+void forget_bytes(CJobNode& job) {
+    forget_run(job);
+    job.validators = {};
+    job.partial_mark = {};
+    job.bit_map.clear();
+    job.bit_count = 0;
+    job.result = Code::ok;
+    job.error.clear();
 }
 
 std::optional<InfoHash> torrent_of(const CJobNode& job) {
@@ -41,19 +58,24 @@ bool has_hashes(const CJobNode& job) {
 }  // namespace
 
 // Removes the job's file, or the part of it on the disk.
-Done Engine::remove_files(const CJobNode& job, Files files, std::vector<BinItem>& binned) const {
+Done Engine::remove_files(const CJobNode& job, Files files, std::vector<BinItem>& taken) const {
     if (files == Files::keep || name_of(job.path).empty()) return {};
     const std::u16string state = job.path + std::u16string(state_suffix);
     const auto torrent = torrent_of(job);
     if (torrent && path_kind(job.path) == PathKind::folder) {
         // Anything else that somebody has put into the folder comes back with it from the bin.
-        if (files == Files::bin) return remove_paths({job.path, state}, files, binned);
+        if (files == Files::bin) return remove_paths({job.path, state}, files, taken);
         const auto content = read_torrent_content(torrents_.find_info(*torrent));
         // Without the document nobody knows which files in there are the job's.
         if (!content) return {Fault::file, {FileFault::not_found, 0}, job.path};
         const Result removed = remove_torrent_files(*content, job.path);
         if (!removed.ok()) return {Fault::file, {FileFault::other, removed.system_error}, job.path};
+        taken.emplace_back();
         return {};
+    }
+    if (is_kept_as_wrong(job)) {
+        const bool is_its_own = file_stamp(job.path).size == job.file_size;
+        return is_its_own ? remove_paths({job.path}, files, taken) : Done();
     }
     if (is_anothers_file(job)) return {Fault::anothers_file, {}, job.path};
     const bool finished = job.state == JobState::finished;
@@ -61,7 +83,7 @@ Done Engine::remove_files(const CJobNode& job, Files files, std::vector<BinItem>
     // Beside the name of a finished job it is that of another download, unless a crash came between the two.
     const auto saved = finished ? load_resume_state(state) : nullptr;
     if (!finished || (saved && saved->identity == job.identity)) paths.push_back(state);
-    return remove_paths(paths, files, binned);
+    return remove_paths(paths, files, taken);
 }
 
 // The documents of torrents go with the last job that needs them.
@@ -118,19 +140,19 @@ Removed Engine::remove_all(const std::vector<Guid>& jobs, Files files) {
 
 // A job whose files could not be removed stays filed, unless its files were meant to stay.
 Done Engine::remove_now(CJobNode& job, Files files, bool is_remembered) {
-    std::vector<BinItem> binned;
-    if (Done done = remove_files(job, files, binned); !done.ok()) {
-        for (const BinItem& item : binned) static_cast<void>(take_from_bin(item));
+    std::vector<BinItem> taken;
+    if (Done done = remove_files(job, files, taken); !done.ok()) {
+        for (const BinItem& item : taken) static_cast<void>(take_from_bin(item));
         return done;
     }
     const Guid identity = job.identity;
     const std::size_t place = store_->place_of(job);
     questions_.withdraw(identity);
-    std::unique_ptr<CJobNode> taken = store_->remove(job);
+    std::unique_ptr<CJobNode> gone = store_->remove(job);
     if (is_remembered && !in_memory()) {
-        removed_.push_back({std::move(taken), place, std::move(binned)});
+        removed_.push_back({std::move(gone), place, std::move(taken)});
     } else {
-        drop_torrents({taken.get()});
+        drop_torrents({gone.get()});
     }
     if (runner_) {
         runner_->remove_log(identity);
@@ -153,9 +175,17 @@ Done Engine::undo_removal() {
     std::vector<Remembered> back = std::exchange(removed_, {});
     // Each was removed when those before it were gone already: the last one comes back first.
     for (auto one = back.rbegin(); one != back.rend(); ++one) {
+        bool is_lost = false;
         for (const BinItem& item : one->files) {
             const FileError error = take_from_bin(item);
-            if (!error.ok()) done = {Fault::file, error, item.from};
+            if (!error.ok()) is_lost = true;
+            if (!error.ok() && !item.from.empty()) done = {Fault::file, error, item.from};
+        }
+        if (is_lost) {
+            forget_bytes(*one->job);
+            one->job->state = JobState::failed;
+            one->job->result = Code::local_file;
+            one->job->error = "The file was removed with the job.";
         }
         CClassNode& category = *category_or_first(one->job->category);
         CJobNode& job = store_->add(std::move(one->job), category);
@@ -179,13 +209,7 @@ Done Engine::start_over(const Guid& job) {
     questions_.withdraw(job);
     if (runner_) runner_->name(job);
     auto anew = record->twin();
-    forget_run(*anew);
-    anew->validators = {};
-    anew->partial_mark = {};
-    anew->bit_map.clear();
-    anew->bit_count = 0;
-    anew->result = Code::ok;
-    anew->error.clear();
+    forget_bytes(*anew);
     store_->update(*record, std::move(anew));
     store_->queue_last(*record);
     return {};

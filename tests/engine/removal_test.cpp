@@ -3,6 +3,7 @@
 
 #include <ctime>
 
+#include "base/safe_name.h"
 #include "base/text.h"
 #include "engine_fixture.h"
 #include "platform/file.h"
@@ -73,6 +74,46 @@ TEST_F(RemovalTest, AJobThatRunsOnlyStopsWhereItsRemovalIsTakenBackInTime) {
     end(jobs[1], Code::stopped);
     EXPECT_EQ(state(jobs[0]), JobState::stopped);
     EXPECT_EQ(state(jobs[1]), JobState::stopped);
+}
+
+TEST_F(RemovalTest, WithoutItsFileAJobDoesNotComeBackAsFinished) {
+    const auto with_file = [&](const std::u16string& name) {
+        folder.write(name, "ten bytes!");
+        return ended("http://a/" + to_utf8(name), name, {});
+    };
+    const std::vector<Guid> jobs{with_file(u"erased"), ended("http://a/moved", u"moved", {})};
+    EXPECT_EQ(engine->remove_all(jobs, Files::erase).removed, 2U);
+    ASSERT_TRUE(engine->undo_removal().ok());
+    const CJobNode& erased = *engine->find(jobs[0]);
+    EXPECT_EQ(erased.state, JobState::failed);
+    EXPECT_FALSE(erased.error.empty());
+    EXPECT_EQ(erased.path, folder.path(u"")) << "the next run names the file anew";
+    EXPECT_EQ(state(jobs[1]), JobState::finished) << "nothing was taken from it";
+    ASSERT_TRUE(engine->start(jobs[0]).ok());
+    EXPECT_EQ(state(jobs[0]), JobState::waiting);
+
+    const Guid kept = with_file(u"kept");
+    EXPECT_EQ(engine->remove_all({kept}, Files::keep).removed, 1U);
+    ASSERT_TRUE(engine->undo_removal().ok());
+    EXPECT_EQ(state(kept), JobState::finished);
+}
+
+TEST_F(RemovalTest, AFileWithTheWrongHashGoesWithItsJob) {
+    const std::u16string wrong = u"f" + std::u16string(wrong_hash_suffix);
+    const auto job = [&](const std::string& bytes) {
+        folder.write(wrong, bytes);
+        const Guid made = add_one("http://a/f");
+        engine->pump();
+        session(made).twin().path = folder.path(wrong);
+        session(made).twin().file_size = 10;
+        session(made).twin().segments.clear();
+        end(made, Code::hash_differs);
+        return made;
+    };
+    EXPECT_EQ(engine->remove_all({job("ten bytes!")}, Files::erase).removed, 1U);
+    EXPECT_FALSE(is_there(wrong));
+    EXPECT_EQ(engine->remove_all({job("somebody mended it")}, Files::erase).removed, 1U);
+    EXPECT_TRUE(is_there(wrong));
 }
 
 TEST_F(RemovalTest, BegunAnewAJobKeepsItsWishesAndLosesItsPart) {

@@ -36,6 +36,7 @@ constexpr std::string_view beginnings[] = {
     to_translate("The file is empty."),
     to_translate("The file on the server has changed."),
     to_translate("The file on the server keeps changing."),
+    to_translate("The file was removed with the job."),
     to_translate("The folder cannot be opened"),
     to_translate("The hash of the file does not match."),
     to_translate("The library for SFTP is missing."),
@@ -102,6 +103,7 @@ constexpr std::string_view reach =
     to_translate("Check the internet connection, and the port in the address. A firewall may be in between.");
 constexpr std::string_view go_on =
     to_translate("Start the download again: it goes on where it stopped. Fewer connections may help.");
+constexpr std::string_view fetch_anew = to_translate("Start the download again to fetch the file anew.");
 constexpr std::string_view start_over =
     to_translate("Start the download over, or give it another address in the properties.");
 constexpr std::string_view trust = to_translate(
@@ -126,6 +128,7 @@ constexpr Help helps[] = {
     {"The file system cannot be written", choose_folder},
     {"The folder cannot be opened", choose_folder},
     {"The folder was removed or replaced", choose_folder},
+    {"The file was removed with the job", fetch_anew},
     {"The proxy", set_proxy},
     {"(404 ", gone},
     {"(410 ", gone},
