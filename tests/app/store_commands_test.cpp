@@ -258,6 +258,15 @@ TEST_F(StoreCommands, mend_check_begin_anew_and_throw_away) {
     EXPECT_EQ(path_kind(file), PathKind::none);
     EXPECT_EQ(path_kind(file + u".wrong-hash"), PathKind::file);
 
+    // The same wrong bytes again are kept once, others beside them.
+    const auto kept = [&](const char16_t* name) { return path_kind(folder.path(name)) == PathKind::file; };
+    server.set("/new.bin", {content.substr(1) + "x"});
+    for (int i = 0; i < 2; ++i) EXPECT_EQ(run({u"start", id}).status, 1);
+    EXPECT_TRUE(kept(u"d/new.bin.wrong-hash") && !kept(u"d/new.bin(1).wrong-hash"));
+    server.set("/new.bin", {content.substr(1) + "y"});
+    EXPECT_EQ(run({u"start", id}).status, 1);
+    EXPECT_TRUE(kept(u"d/new.bin.wrong-hash") && kept(u"d/new.bin(1).wrong-hash"));
+
     server.set("/new.bin", {content});
     ok({u"start", u"--over", id});
     ASSERT_TRUE(file_has(file, content));

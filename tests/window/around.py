@@ -129,20 +129,36 @@ def drag(target, text, window, x, y):
             source.terminate()
 
 
+def is_seen_whole(title):
+    """The window's number where all of it is on the screen, but for the edges that the window manager gives it."""
+    edge = 24
+    for window in windows(title):
+        words = subprocess.run(["xdotool", "getwindowgeometry", "--shell", window], capture_output=True, text=True).stdout
+        at = dict(line.split("=") for line in words.splitlines() if "=" in line)
+        x, y, width, height = (int(at.get(name, -1)) for name in ("X", "Y", "WIDTH", "HEIGHT"))
+        if 0 <= x <= 1280 - width + edge and 0 <= y <= 900 - height + edge and width > 0:
+            return window
+    return None
+
+
+def other_screens(window, _server):
+    """The window and a dialog are on the screen, also where they were left on one that is gone, or that was larger."""
+    for place in ("4000,3000,900,600", "-2000,100,900,600", "300,200,2400,1500"):
+        window.set("Window/Welcomed=1", f"Window/Layout=1;window={place};pane.zone=1:0;choice.zone-place=4000x3000")
+        window.start()
+        until(lambda: is_seen_whole("^Vantlow$") and is_seen_whole("^Drop zone$"), f"the window and the zone, from {place}")
+        press("ctrl+n")
+        until(lambda: is_seen_whole("^New download$"), "a dialog")
+        press("Escape")
+        window.end()
+
+
 def drops(window, server):
     """Links from other programs, in each form that they have there: onto the list, a category and the drop zone."""
     # The zone stood on a screen that is gone: it comes to one that is there.
     window.set("Window/Welcomed=1", "Window/Layout=1;pane.zone=1:0;choice.zone-place=4000x3000")
     window.start()
-    zone = until(lambda: windows("^Drop zone$"), "the drop zone")[-1]
-
-    def is_seen_whole():
-        words = subprocess.run(["xdotool", "getwindowgeometry", "--shell", zone], capture_output=True, text=True).stdout
-        at = dict(line.split("=") for line in words.splitlines() if "=" in line)
-        x, y, width, height = (int(at.get(name, -1)) for name in ("X", "Y", "WIDTH", "HEIGHT"))
-        return 0 <= x <= 1280 - width and 0 <= y <= 900 - height and width > 0
-
-    until(is_seen_whole, "the whole zone on the screen")
+    zone = until(lambda: is_seen_whole("^Drop zone$"), "the whole zone on the screen")
     frame = windows("^Vantlow$")[-1]
     row = window.find("tree table", "Categories").own.get_table_iface().get_accessible_at(1, 0)
     room = row.get_component_iface().get_extents(1)
@@ -400,7 +416,7 @@ def main(programs):
     threading.Thread(target=server.serve_forever, daemon=True).start()
     desktop = NoticeServer()
     with display.display():  # the accessibility service ends with its first screen
-        for scenario in (first_start, lambda *both: notices(*both, desktop), clipboard, drops, dragged_rows, tray, login,
+        for scenario in (first_start, lambda *both: notices(*both, desktop), clipboard, other_screens, drops, dragged_rows, tray, login,
                          confirmations):
             with tempfile.TemporaryDirectory() as folder:
                 window = Around(programs, folder)

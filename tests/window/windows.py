@@ -23,8 +23,12 @@ Control = collections.namedtuple("Control", "number top kind state text")
 class Window(drive.Usage, display.WineVantlow):
     def __init__(self, programs, folder, controls):
         super().__init__(programs, folder)
+        self.finder = controls
+        self.begin_controls()
+
+    def begin_controls(self):
         self.controls = subprocess.Popen(
-            [self.wine, controls], env=self.environment, stdin=subprocess.PIPE, stdout=subprocess.PIPE, encoding="utf-8"
+            [self.wine, self.finder], env=self.environment, stdin=subprocess.PIPE, stdout=subprocess.PIPE, encoding="utf-8"
         )
 
     def __exit__(self, *error):
@@ -122,7 +126,7 @@ class Window(drive.Usage, display.WineVantlow):
         """Ends the program and its data."""
         self.run("quit")
         until(lambda: not self.process(), "the end of the process")
-        shutil.rmtree(self.folder / "data")
+        shutil.rmtree(self.folder / "data", ignore_errors=True)
 
 
 def tray(window, _server):
@@ -150,6 +154,16 @@ def drops(window, server):
 def emptied(window, _server):
     window.run("remove", *[job["id"] for job in window.jobs()])
     window.wait_for_rows(0)
+
+
+def other_screens(window, server):
+    """At 100 and at 150 %."""
+    window.forget()
+    around.other_screens(window, server)
+    window.set_dots_per_inch(144)  # ends all programs there
+    around.other_screens(window, server)
+    window.set_dots_per_inch(96)
+    window.begin_controls()
 
 
 def clipboard(window, server):
@@ -188,7 +202,7 @@ def main(programs, controls):
     address = f"http://127.0.0.1:{server.server_port}"
     with tempfile.TemporaryDirectory() as folder, display.display(), Window(programs, folder, controls) as window:
         for scenario in (*drive.SCENARIOS, tray, drops, around.login, emptied, around.confirmations,
-                         clipboard, notices, first_start):
+                         other_screens, clipboard, notices, first_start):
             print(scenario.__name__, flush=True)
             scenario(window, address)
     return 0

@@ -34,7 +34,18 @@ struct ExportForm {
     JobListFormat format;
 };
 
-// The titles of the columns are words of the file, which has them in every language.
+// A column of the file in the words of a person.
+std::string text_of_column(std::string_view name) {
+    if (name == "Filename") return tr("File name");
+    if (name == "Locally") return tr("Whether this computer's own copy serves");
+    if (name == "Username") return tr("User name");
+    if (name == "StartMode") return tr("How it starts");
+    if (name == "Threads") return tr("Connections");
+    if (name == "UTF-8") return tr("Whether the address is UTF-8");
+    if (name == "Agent") return tr("User agent");
+    return tr(name);
+}
+
 std::optional<ExportForm> ask_what(wxWindow& parent, const WindowModel& model) {
     wxDialog dialog(&parent, wxID_ANY, ui(tr("Export downloads")), wxDefaultPosition, wxDefaultSize,
                     wxDEFAULT_DIALOG_STYLE | wxRESIZE_BORDER);
@@ -44,10 +55,10 @@ std::optional<ExportForm> ask_what(wxWindow& parent, const WindowModel& model) {
         new wxRadioBox(&dialog, wxID_ANY, ui(tr("Downloads")), wxDefaultPosition, wxDefaultSize, 2, which, 1);
     auto* const columns = new wxCheckListBox(&dialog, wxID_ANY);
     name_for_readers(*columns, ui(tr("More columns")));
-    for (const std::u16string_view name : attribute_names_wide) {
-        const int at = columns->Append(ui(to_utf8(name)));
+    for (const std::string_view name : attribute_names) {
+        const int at = columns->Append(ui(text_of_column(name)));
         // A list that goes to others names no passwords unless that is wanted.
-        columns->Check(static_cast<unsigned>(at), name != u"Username" && name != u"Password");
+        columns->Check(static_cast<unsigned>(at), name != "Username" && name != "Password");
     }
     columns->SetMinSize(dialog.FromDIP(wxSize(280, 200)));
     auto* const all = new wxBoxSizer(wxVERTICAL);

@@ -2,6 +2,8 @@
 #include <wx/display.h>
 #include <wx/toolbar.h>
 
+#include <algorithm>
+
 #include "app/window/main_frame.h"
 #include "app/window/model/layout_memory.h"
 #include "app/window/model/texts.h"
@@ -19,6 +21,19 @@ std::string place_key(const FramePane& pane) {
     return std::string("place-") + pane.name;
 }
 
+// The window was left on a screen that had more room, or fewer dots in an inch.
+void fit_on_screen(wxTopLevelWindow& window) {
+    const int screen = std::max(wxDisplay::GetFromWindow(&window), 0);
+    const wxRect room = wxDisplay(static_cast<unsigned>(screen)).GetClientArea();
+    wxRect own = window.GetRect();
+    if (own.width <= room.width && own.height <= room.height) return;
+    own.width = std::min(own.width, room.width);
+    own.height = std::min(own.height, room.height);
+    own.x = std::clamp(own.x, room.x, room.x + room.width - own.width);
+    own.y = std::clamp(own.y, room.y, room.y + room.height - own.height);
+    window.SetSize(own);
+}
+
 }  // namespace
 
 void MainFrame::take_layout() {
@@ -31,6 +46,7 @@ void MainFrame::take_layout() {
     if (const auto place = layout.place_on(screens)) {
         SetSize(FromDIP(wxSize(place->width, place->height)));
         Move(place->x, place->y);
+        fit_on_screen(*this);
     } else {
         CentreOnScreen();
     }

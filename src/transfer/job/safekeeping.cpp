@@ -25,6 +25,37 @@ void drop_complete_segments(CJobNode& job) {
     }
 }
 
+// True where the file at `path` holds the same bytes as the first `size` of `file`.
+bool holds_same(CLocalFile& file, std::int64_t size, const std::u16string& path, const StopSource& stop) {
+    File other;
+    if (file_stamp(path).size != size || !other.open(path, OpenMode::read).ok()) return false;
+    constexpr std::int64_t at_a_time = 256 * 1024;
+    std::vector<std::byte> own(at_a_time);
+    std::vector<std::byte> others(at_a_time);
+    for (std::int64_t at = 0; at < size; at += at_a_time) {
+        const auto length = static_cast<std::size_t>(std::min(at_a_time, size - at));
+        const std::span<std::byte> into(own.data(), length);
+        std::size_t got = 0;
+        if (stop.requested() || !file.read(at, into).ok()) return false;
+        if (!other.read_at(at, std::span(others.data(), length), got).ok() || got != length) return false;
+        if (!std::equal(into.begin(), into.end(), others.begin())) return false;
+    }
+    return true;
+}
+
+// Removes an earlier wrong file of this name with the same bytes: the new one takes its place, and a start
+// that goes wrong again leaves no more files.
+void drop_same_wrong_file(CLocalFile& file, std::int64_t size, const StopSource& stop) {
+    const std::u16string folder = folder_of(file.target());
+    const auto is_another = [&](const std::u16string& name) {
+        const std::u16string path = join_path(folder, name);
+        if (path_kind(path) != PathKind::file) return path_kind(path) != PathKind::none;
+        return !holds_same(file, size, path, stop) || !remove_file(path).ok();
+    };
+    const std::u16string name = name_of(file.target()) + std::u16string(wrong_hash_suffix);
+    if (is_another(name)) static_cast<void>(free_name(name, is_another));
+}
+
 }  // namespace
 
 void CTransferMainThread::remember_safe(std::unique_ptr<CJobNode> copy) {
@@ -123,6 +154,7 @@ std::optional<FileOrigin> CTransferMainThread::origin() {
 
 Result CTransferMainThread::finish() {
     const bool matches = hash_matches_;
+    if (!matches) drop_same_wrong_file(file_, job_.file_size, stop_);
     const std::u16string state = file_.state_path();
     const std::u16string_view suffix = matches ? std::u16string_view{} : wrong_hash_suffix;
     const auto before_name = [&](const std::u16string& path) {
