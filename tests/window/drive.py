@@ -60,7 +60,7 @@ class Slow(http.server.BaseHTTPRequestHandler):
 class Usage:
     """The window as a person uses it. Each system has its own ways to look and to click: lines() of the list that is seen and has
     these columns, click_header(), click_row(), place_of_row(), click_box() of a file, choose_tab(), and, in the options, search_options(),
-    tick(), choose(), push() of a button, and says() of a sentence."""
+    tick(), choose(), push() of a button, says() of a sentence, and holds() of a field's text."""
 
     LIST = ("Name", "Category")
     FILES = ("Name", "Priority")
@@ -159,6 +159,18 @@ class Window(Usage, display.Vantlow):
     def says(self, sentence):
         self.find("label", sentence)
 
+    def holds(self, text):
+        from gi.repository import Atspi, GLib
+
+        def look():
+            try:
+                top = self.application()
+                return top and top.find(lambda n: n.role == "text" and text in Atspi.Text.get_text(n.own, 0, -1))
+            except GLib.GError:
+                return None
+
+        until(look, f'a field with "{text}"')
+
 
 def add_by_dialog(window, address):
     to_front(FRAME)
@@ -225,6 +237,8 @@ def known_addresses(window, server):
         if "mirrors" in answer:
             press("Return")
             write(f"{server}/mirror.bin")
+        # Keys wait in a queue, from which the button would not be pressed.
+        window.holds("/mirror.bin" if "mirrors" in answer else "/one.bin")
         window.push(answer)
         until(lambda: not windows(NEW), "the end of the dialog")
         to_front(FRAME)

@@ -112,6 +112,9 @@ class Window(drive.Usage, display.WineVantlow):
     def says(self, sentence):
         self.control("Static", sentence)
 
+    def holds(self, text):
+        until(lambda: any(text in Control(*line).text for line in self.ask("windows")), f'a field with "{text}"')
+
     def choose(self, entry):
         self.ask("choose", self.control("ComboBox"), entry)
 
