@@ -3,6 +3,7 @@
 #include <wx/toolbar.h>
 
 #include <algorithm>
+#include <vector>
 
 #include "app/window/main_frame.h"
 #include "app/window/model/layout_memory.h"
@@ -34,16 +35,32 @@ void fit_on_screen(wxTopLevelWindow& window) {
     window.SetSize(own);
 }
 
+std::vector<vantlow::Layout::Place> screens() {
+    std::vector<vantlow::Layout::Place> all;
+    for (unsigned i = 0; i < wxDisplay::GetCount(); ++i) {
+        const wxRect room = wxDisplay(i).GetClientArea();
+        all.push_back({room.x, room.y, room.width, room.height});
+    }
+    return all;
+}
+
+void place_zone(const vantlow::Layout& layout, wxWindow& zone) {
+    const auto pane = layout.panes.find("zone");
+    if (pane != layout.panes.end() && pane->second.shown) zone.Show();
+    const auto at = layout.choices.find("zone-place");
+    if (at == layout.choices.end()) return;
+    const wxString place = ui(at->second);
+    long x = 0;
+    long y = 0;
+    if (place.BeforeFirst('x').ToLong(&x) && place.AfterFirst('x').ToLong(&y))
+        zone.Move(static_cast<int>(x), static_cast<int>(y));
+}
+
 }  // namespace
 
 void MainFrame::take_layout() {
     const vantlow::Layout layout = load_layout(host_.settings());
-    std::vector<vantlow::Layout::Place> screens;
-    for (unsigned i = 0; i < wxDisplay::GetCount(); ++i) {
-        const wxRect room = wxDisplay(i).GetClientArea();
-        screens.push_back({room.x, room.y, room.width, room.height});
-    }
-    if (const auto place = layout.place_on(screens)) {
+    if (const auto place = layout.place_on(screens())) {
         SetSize(FromDIP(wxSize(place->width, place->height)));
         Move(place->x, place->y);
         fit_on_screen(*this);
@@ -70,15 +87,7 @@ void MainFrame::take_layout() {
     panes_.Update();
     const auto tools = layout.panes.find("tools");
     if (tools != layout.panes.end() && !tools->second.shown) GetToolBar()->Hide();
-    const auto zone = layout.panes.find("zone");
-    if (zone != layout.panes.end() && zone->second.shown) zone_->Show();
-    if (const auto at = layout.choices.find("zone-place"); at != layout.choices.end()) {
-        const wxString place = ui(at->second);
-        long x = 0;
-        long y = 0;
-        if (place.BeforeFirst('x').ToLong(&x) && place.AfterFirst('x').ToLong(&y))
-            zone_->Move(static_cast<int>(x), static_cast<int>(y));
-    }
+    place_zone(layout, *zone_);
     if (const auto span = layout.choices.find("span"); span != layout.choices.end()) {
         for (int i = 0; i < 4; ++i) {
             if (key_of(static_cast<SpeedHistory::Span>(i)) == span->second)
