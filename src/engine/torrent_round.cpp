@@ -15,6 +15,11 @@ constexpr Clock::duration round_time = 1s;
 constexpr Clock::duration save_interval = 10s;  // a kill costs no more than the pieces of this time
 // A short download is worth it too: it is saved as often as this at the beginning.
 constexpr Clock::duration first_interval = 1s;
+// A file that was written to long after the last save is another writer's (doubt_changed_files()): a slow
+// piece does not make it seem so.
+constexpr Clock::duration longest_interval = 30s;
+// Files that are shared may be gone, with their disk, for long before somebody asks for them.
+constexpr Clock::duration look_interval = 10s;
 constexpr Clock::duration patience = 5s;  // before it is said that nobody gives anything
 // The log of a job is for reading, so it shows only the first peers of a swarm.
 constexpr std::size_t most_logged = 100;
@@ -51,7 +56,10 @@ void TorrentRun::every_second() {
         is_complete_ = true;
         loop_->stop();
     }
-    if (has_news_ && !named_ && !is_saving_ && Clock::now() >= next_save_) save_some();
+    const auto now = Clock::now();
+    const bool is_due = (has_news_ && now >= next_save_) || (received_ != saved_ && now >= latest_save_);
+    if (is_due && !named_ && !is_saving_) save_some();
+    look_after_files();
     ticks_->start(loop_->now() + round_time, [this] { every_second(); });
 }
 
@@ -133,6 +141,8 @@ void TorrentRun::count() {
 void TorrentRun::save_some() {
     is_saving_ = true;
     has_news_ = false;
+    saved_ = received_;
+    latest_save_ = Clock::now() + longest_interval;
     const auto is_lost = std::make_shared<bool>(false);
     disk_->run([this, good = good_, is_lost] { return files_->save(good, *is_lost); },
                [this, is_lost](const Result& result) {
@@ -144,6 +154,20 @@ void TorrentRun::save_some() {
                    follow_rules();
                    if (!is_saving_ && std::exchange(share_after_saving_, false)) share();
                });
+}
+
+void TorrentRun::look_after_files() {
+    if (!named_ || Clock::now() < next_look_) return;
+    next_look_ = Clock::now() + look_interval;
+    disk_->run(
+        [target = files_->target()] {
+            if (path_kind(target) != PathKind::none) return Result();
+            return Result(Code::local_file,
+                          to_utf8(target) + ": the torrent's files are not there any more.");
+        },
+        [this](const Result& result) {
+            if (!result.ok() && !failure_) failed(result);
+        });
 }
 
 void TorrentRun::piece_came(std::uint32_t piece) {

@@ -75,7 +75,7 @@ void TorrentRun::run() {
     announces_.stop();
     // Files that somebody has moved or changed since the last run end the sharing of their job, which stays
     // a finished one; a person who starts it again gets to know.
-    if (sharing_.whole_since.value_or(0) > 0 && result.kind() != Kind::stopped) result = {};
+    if (sharing_.whole_since.value_or(0) > 0 && !named_ && result.kind() != Kind::stopped) result = {};
     outcome_.result = std::move(result);
     outcome_.path = files_ && !files_->target().empty() ? files_->target() : job_.path;
     outcome_.size = size_;
@@ -272,7 +272,9 @@ Result TorrentRun::fetch_pieces() {
     disk_ = nullptr;
     swarm_ = nullptr;
     web_seeds_ = nullptr;
-    // The download has succeeded, whatever became of its sharing.
+    // The download has succeeded; that its files can be read no more its owner gets to know, where it was
+    // only shared.
+    if (named_ && failure_ && sharing_.settles) return *failure_;
     if (named_ && failure_) log_.line(Direction::error, failure_->message());
     if (is_complete_ || named_) return {};
     if (failure_) return *failure_;
@@ -280,6 +282,7 @@ Result TorrentRun::fetch_pieces() {
 }
 
 Result TorrentRun::conclude(const Result& fetched) {
+    if (!fetched.ok() && named_) return fetched;
     if (!fetched.ok()) {
         // Where the bytes may be lost, the state that is there stays true.
         bool is_lost = false;

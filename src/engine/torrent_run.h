@@ -98,6 +98,7 @@ class TorrentRun final : private SwarmListener {
     void log_sources();
     void count();
     void save_some();
+    void look_after_files();
     void share();
     [[nodiscard]] bool is_shared_enough() const;
     void show();
@@ -178,8 +179,11 @@ class TorrentRun final : private SwarmListener {
     bool has_news_ = false;      ///< pieces came since the last save
     Clock::time_point began_{};  ///< the fetching of the description, then that of the pieces
     Clock::time_point next_save_{};
-    Clock::time_point idle_since_{};  ///< when the last peer was seen to give something
-    std::string lacked_;              ///< as the log knows it
+    std::int64_t saved_ = 0;           ///< bytes received when it was saved last
+    Clock::time_point latest_save_{};  ///< when it is saved although no piece has come, but bytes have
+    Clock::time_point next_look_{};    ///< whether the shared files are there
+    Clock::time_point idle_since_{};   ///< when the last peer was seen to give something
+    std::string lacked_;               ///< as the log knows it
     std::unique_ptr<net::Loop> loop_;
     TorrentReach reach_{services_, torrent_services_, stop_, log_};
     std::optional<net::Timer> ticks_;

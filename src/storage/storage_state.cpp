@@ -113,9 +113,12 @@ FileMark mark_of(const FileStamp& stamp, bool in_work) {
     return stamp.there ? FileMark{stamp.size, stamp.modified, in_work} : FileMark{};
 }
 
-// A file with the one mark may have had the other before.
-bool fits(const FileMark& then, const FileMark& now) {
-    if (then.in_work) return now.size >= then.size;
+// After a save its writer may go on for so long, until the next one or a kill.
+constexpr std::int64_t longest_work = std::int64_t{120} * 1'000'000'000;
+
+// A file with the one mark may have had the other before. `saved` as in StorageState.
+bool fits(const FileMark& then, const FileMark& now, std::int64_t saved) {
+    if (then.in_work) return now.size >= then.size && (saved == 0 || now.modified <= saved + longest_work);
     return now.size == then.size && now.modified == then.modified;
 }
 
@@ -224,6 +227,7 @@ std::optional<StorageState> load_storage_state(const std::u16string& path, const
     if (!belongs_to_user(path) || !read_file(path, largest_state, bytes).ok()) return std::nullopt;
     std::optional<StorageState> state = StorageState::decode(bytes);
     if (state && state->identity != identity) state.reset();
+    if (state) state->saved = file_stamp(path).modified;
     return state;
 }
 
@@ -241,7 +245,7 @@ std::vector<std::size_t> doubt_changed_files(const Storage& storage, StorageStat
     const std::vector<FileMark> now = marks_of(storage, false);
     for (std::size_t file = 0; file < now.size(); ++file) {
         const ListedFile& listed = files.at(file);
-        if (fits(state.marks[file], now[file]) || listed.length == 0 || listed.padding) continue;
+        if (fits(state.marks[file], now[file], state.saved) || listed.length == 0 || listed.padding) continue;
         const auto last =
             static_cast<std::size_t>((listed.offset + listed.length - 1) / storage.piece_length());
         for (auto piece = static_cast<std::size_t>(listed.offset / storage.piece_length()); piece <= last;
@@ -251,7 +255,7 @@ std::vector<std::size_t> doubt_changed_files(const Storage& storage, StorageStat
             doubted.push_back(piece);
         }
     }
-    const bool are_parts_ours = fits(state.parts, mark_of(storage.part_stamp(), false));
+    const bool are_parts_ours = fits(state.parts, mark_of(storage.part_stamp(), false), state.saved);
     for (std::size_t piece = 0; piece < count; ++piece) {
         const auto number = static_cast<std::int64_t>(piece);
         const bool is_kept = are_parts_ours ? storage.reaches_parts_of(number) : !storage.uses_parts(number);

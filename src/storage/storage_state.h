@@ -29,6 +29,8 @@ struct StorageState {
     std::vector<FileMark> marks;  ///< one for each file
     FileMark parts;               ///< of the part file
     std::vector<bool> good;       ///< one for each piece
+    /// When it was saved, by the clock of its disk (nanoseconds since 1970); 0: not known. Not in its bytes.
+    std::int64_t saved = 0;
 
     /// Bytes for save_storage_state(): a head with a version, numbers of 8 bytes (big endian), a SHA-256
     /// digest.
@@ -50,8 +52,9 @@ Result save_storage_state(Storage& storage, const std::string& identity, const s
 std::optional<StorageState> load_storage_state(const std::u16string& path, const std::string& identity);
 
 /// Takes back what a state promises of files that are gone, shorter, or were changed by somebody else: the
-/// pieces in them, which are then no longer good and are to be checked. The storage is open. Returns those
-/// pieces.
+/// pieces in them, which are then no longer good and are to be checked. A file that was in work at the last
+/// save may have got bytes of ours afterwards: it counts as changed where that was more than two minutes
+/// later, because whoever is at work saves much sooner again. The storage is open. Returns those pieces.
 std::vector<std::size_t> doubt_changed_files(const Storage& storage, StorageState& state);
 
 /// The pieces that the state does not promise and that may be good all the same, because bytes of theirs came
