@@ -28,7 +28,8 @@ Engine::Engine(std::unique_ptr<JobStore> store, Options options)
                  tell([&text](EngineListener& listener) { listener.store_said(text); });
              }),
       settings_version_(options_.settings.version()),
-      torrents_(in_memory() ? std::u16string() : options_.data_folder) {
+      torrents_(in_memory() ? std::u16string() : options_.data_folder),
+      mover_(in_memory() ? std::u16string() : options_.data_folder, options_.stop) {
     for (CJobNode* job : store_->jobs_below(nullptr)) {
         decide_kind(*job);
         timetable_.take(*job);
@@ -79,30 +80,33 @@ void Engine::run(Running running) {
     tracker_list_ = std::make_unique<TrackerListKeeper>(options_.settings, running.connections,
                                                         options_.libraries, running.threads, options_.stop,
                                                         options_.data_folder, !in_memory());
-    runner_ = std::make_unique<SessionRunner>(
-        SessionRunner::Tools{*store_,
-                             changes_,
-                             questions_,
-                             *options_.sessions,
-                             options_.settings,
-                             options_.libraries,
-                             running.connections,
-                             running.threads,
-                             options_.stop,
-                             in_memory() ? std::u16string() : options_.data_folder,
-                             options_.data_folder,
-                             options_.agent,
-                             std::move(running.wake),
-                             running.gathers_log,
-                             options_.keeps_state,
-                             names_.get(),
-                             std::move(running.before_name),
-                             [this] { serve(); },
-                             &torrents_,
-                             options_.sharing,
-                             running.shares_finished,
-                             {hash_table_.get(), ip_filter_.get(), port_mapper_.get(), firewall_opener_.get(),
-                              tracker_list_.get()}});
+    runner_ = std::make_unique<SessionRunner>(SessionRunner::Tools{
+        *store_,
+        changes_,
+        questions_,
+        *options_.sessions,
+        options_.settings,
+        options_.libraries,
+        running.connections,
+        running.threads,
+        options_.stop,
+        in_memory() ? std::u16string() : options_.data_folder,
+        options_.data_folder,
+        options_.agent,
+        std::move(running.wake),
+        running.gathers_log,
+        options_.keeps_state,
+        names_.get(),
+        std::move(running.before_name),
+        [this] { serve(); },
+        &torrents_,
+        options_.sharing,
+        running.shares_finished,
+        {hash_table_.get(), ip_filter_.get(), port_mapper_.get(), firewall_opener_.get(),
+         tracker_list_.get()},
+        [this](const Guid& job) { return is_moving(job) || torn_moves_.contains(job); }});
+    mover_.begin(running.threads, [this] { runner_->wake(); });
+    go_on_moving();
     shares_finished_ = running.shares_finished;
     if (shares_finished_) go_on_sharing();
 }
@@ -110,11 +114,12 @@ void Engine::run(Running running) {
 // Shares what was shared when the program ended.
 void Engine::go_on_sharing() {
     for (const CJobNode* job : store_->jobs_below(nullptr)) {
-        if (is_to_be_shared(*job)) runner_->share(job->identity, job->finished);
+        if (is_to_be_shared(*job) && !is_moving(job->identity)) runner_->share(job->identity, job->finished);
     }
 }
 
 void Engine::end_running() {
+    mover_.end();
     runner_.reset();
     tracker_list_.reset();
     // Both routers are told at the same time.
@@ -161,6 +166,7 @@ void Engine::pump(std::chrono::milliseconds at_most) {
     // Jobs that this program does not carry out, and those that ended meanwhile: their places wait for
     // others.
     if (take_ends()) runner_->wake();
+    if (take_moves()) runner_->wake();
     saver_.commit();
     tell_questions();
     deliver();
@@ -361,6 +367,8 @@ bool Engine::close(std::string& error) {
         runner_->stop_all();
         runner_->wait_for_all();
         take_ends();
+        mover_.end();
+        take_moves();
         runner_->write_logs();
     }
     return !store_->is_dirty() || store_->save(options_.settings, error);

@@ -7,6 +7,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -15,6 +16,7 @@
 #include "engine/category_rules.h"
 #include "engine/changes.h"
 #include "engine/draft.h"
+#include "engine/file_mover.h"
 #include "engine/inquiry.h"
 #include "engine/job_maker.h"
 #include "engine/listener.h"
@@ -38,6 +40,7 @@ struct [[nodiscard]] Done {
         no_job,           ///< there is no such job
         no_category,      ///< there is no such category
         running,          ///< the job runs: the operation waits for its end (remove), or cannot be done now
+        moving,           ///< its files are on their way to another place: likewise
         not_waiting,      ///< only a job that waits has a place in the order
         name_refused,     ///< no such name can be given
         name_taken,       ///< another one beside it has the name
@@ -199,7 +202,16 @@ class Engine {
     [[nodiscard]] bool is_sharing(const Guid& job) const { return runner_ && runner_->is_sharing(job); }
     /// See running_jobs(); of those that are shared.
     [[nodiscard]] std::vector<RunningJob> sharing_jobs() const;
-    [[nodiscard]] bool has_work() const { return runner_ && (runner_->has_work() || awaits_choice()); }
+    /// True from move_files() until its files are at their new place, or will not get there.
+    [[nodiscard]] bool is_moving(const Guid& job) const;
+    /// The move of the job's files, while it is under way and known.
+    [[nodiscard]] std::optional<FileMoveProgress> file_move(const Guid& job) const;
+    /// Why the job's files could not be moved the last time, since the program runs; ok: there is nothing to
+    /// tell.
+    [[nodiscard]] Done last_move(const Guid& job) const;
+    [[nodiscard]] bool has_work() const {
+        return runner_ && (runner_->has_work() || awaits_choice() || mover_.has_any());
+    }
     [[nodiscard]] std::vector<Question> questions() const { return questions_.open(); }
     /// The description ("info" value, BEP 3) of a torrent's job; empty while it is not known, and for others.
     [[nodiscard]] std::string torrent_info(const CJobNode& job) const;
@@ -289,9 +301,21 @@ class Engine {
     Done reorder(const Guid& job, Order order);
     /// Exchanges the places of two stopped jobs in the order in which they are started together.
     Done swap_stopped(const Guid& one, const Guid& other);
-    /// Renames the job's file within its folder, on the disk too. A name that is taken there is refused. Not
-    /// while the job runs.
+    /// Renames the job's file, or its torrent's folder, where it stands, on the disk too. A name that is
+    /// taken there is refused. Of a job that runs, or is shared, the session is stopped for it and goes on
+    /// behind it (see file_move()); else it is done when this returns.
     Done rename(const Guid& job, const std::u16string& name);
+    /// Moves the job's files, finished or not, into another folder (a full path, else Fault::bad_value),
+    /// which is made where it is missing, and renames them where another name is given. What has a name of
+    /// theirs there is not touched: name_taken. Only files that are the job's own go; what else is in a
+    /// torrent's folder stays. A job that runs, or is shared, stops for that time and goes on from the new
+    /// place.
+    ///
+    /// Where jobs run the files go on a thread of their own, which file_move() shows; stop() and remove()
+    /// call it off. A failure leaves everything where it was; EngineListener::moved() and the job's log tell.
+    /// A kill at any moment loses nothing: the next run goes on. Where no job runs it is done when this
+    /// returns.
+    Done move_files(const Guid& job, const std::u16string& folder, const std::u16string& name = {});
 
     struct NewCategory {
         Done done{};
@@ -365,6 +389,15 @@ class Engine {
     void forget_removed();
     [[nodiscard]] std::size_t leaving_for_undo() const noexcept;
     Done change_sources(CJobNode& job, const JobEdit& edit);
+    Done ask_to_move(CJobNode& job, const std::u16string& folder, const std::u16string& name);
+    Done begin_move(CJobNode& job, const std::u16string& folder, const std::u16string& name);
+    Done start_move(CJobNode& job, FileMove move, bool goes_on);
+    Done finish_move(const FileMover::Ended& ended);
+    Done end_left_over(CJobNode& job);
+    void go_on_moving();
+    void call_off_move(const Guid& job);
+    bool take_moves();
+    void after_move(const Guid& job, const Done& done, bool is_told);
     void set_rules(CJobNode& job, JobRules rules);
     [[nodiscard]] Outcome<TorrentContent> torrent_content(const CJobNode& job) const;
     [[nodiscard]] bool can_select(const CJobNode& job, const std::string& text) const;
@@ -403,6 +436,16 @@ class Engine {
     std::vector<Remembered> removed_;  ///< by the last remove_all(), in its order
     std::unordered_map<Guid, Leaving, GuidHash> leaving_;
     TorrentShelf torrents_;
+    /// A move that waits for the end of its job's session.
+    struct WantedMove {
+        std::u16string folder;  ///< empty: the same
+        std::u16string name;    ///< likewise
+        bool shares = false;    ///< the torrent is to be shared again
+    };
+    std::unordered_map<Guid, WantedMove, GuidHash> wanted_moves_;
+    std::set<Guid> torn_moves_;  ///< neither done nor taken back
+    std::unordered_map<Guid, Done, GuidHash> failed_moves_;
+    FileMover mover_;
     std::unique_ptr<JobMaker> maker_;  ///< of the one draft of an engine in memory
     std::chrono::steady_clock::time_point next_delivery_{};
     std::unique_ptr<NameKeeper> names_;

@@ -15,30 +15,8 @@
 #include "transfer/job/source.h"
 
 namespace vantlow {
-namespace {
 
 using Fault = Done::Fault;
-
-// Renames both files of an unfinished job, or its finished file.
-Done rename_files(const CJobNode& job, const std::u16string& to) {
-    const bool finished = job.state == JobState::finished;
-    for (const std::u16string_view suffix : {std::u16string_view(), partial_suffix, state_suffix}) {
-        if (path_kind(to + std::u16string(suffix)) != PathKind::none) return {Fault::name_taken, {}, to};
-    }
-    // The folder of a torrent has its name from the beginning.
-    const bool is_named = finished || path_kind(job.path) == PathKind::folder;
-    const std::u16string main_suffix(is_named ? std::u16string_view() : partial_suffix);
-    const std::u16string from = job.path + main_suffix;
-    if (const FileError error = rename_no_replace(from, to + main_suffix); !error.ok())
-        return {Fault::file, error, from};
-    if (finished) return {};
-    // Without its state the job only loses the positions that the database does not have.
-    static_cast<void>(
-        rename_no_replace(job.path + std::u16string(state_suffix), to + std::u16string(state_suffix)));
-    return {};
-}
-
-}  // namespace
 
 // Makes a new job of one whose identity the store has already: the state on the disk belongs to the other
 // one.
@@ -131,8 +109,10 @@ Added Engine::add(const JobDraft& draft) {
 Done Engine::start(const Guid& job) {
     CJobNode* const record = store_->find(job);
     if (record == nullptr) return {Fault::no_job};
+    if (record->state == JobState::finished && is_moving(job)) return {Fault::moving};
     if (runner_) runner_->name(job);
     questions_.withdraw(job);
+    if (torn_moves_.contains(job)) static_cast<void>(end_left_over(*record));
     if (record->state == JobState::running && runner_) runner_->start_again(job);
     if (record->state == JobState::running || record->state == JobState::waiting) return {};
     if (record->state == JobState::finished && shares_finished_ && kind_of(*record) == JobKind::torrent) {
@@ -168,6 +148,7 @@ Done Engine::stop(const Guid& job) {
     CJobNode* const record = store_->find(job);
     if (record == nullptr) return {Fault::no_job};
     if (runner_) runner_->stop(job);
+    call_off_move(job);
     if (record->state == JobState::waiting) store_->set_state(*record, JobState::stopped);
     if (is_to_be_shared(*record)) {
         set_to_be_shared(*record, false);
@@ -178,10 +159,11 @@ Done Engine::stop(const Guid& job) {
 
 void Engine::wait_for_ends(const std::vector<Guid>& jobs) {
     if (!runner_) return;
-    const auto runs = [this](const Guid& job) { return runner_->holds_files(job); };
+    const auto runs = [this](const Guid& job) { return runner_->holds_files(job) || is_moving(job); };
     while (std::any_of(jobs.begin(), jobs.end(), runs)) {
         runner_->wait_and_serve();
         take_ends();
+        take_moves();
     }
 }
 
@@ -320,23 +302,6 @@ Done Engine::swap_stopped(const Guid& one, const Guid& other) {
     if (a == nullptr || b == nullptr) return {Fault::no_job};
     if (a->state != JobState::stopped || b->state != JobState::stopped) return {Fault::not_waiting};
     store_->swap_places(*a, *b);
-    return {};
-}
-
-Done Engine::rename(const Guid& job, const std::u16string& name) {
-    CJobNode* const record = store_->find(job);
-    if (record == nullptr) return {Fault::no_job};
-    if (runner_ && runner_->is_running(job)) return {Fault::running};
-    if (name.empty() || safe_file_name(name) != name) return {Fault::name_refused};
-    if (!name_of(record->path).empty()) {
-        const std::u16string to = join_path(folder_of(record->path), name);
-        if (to == record->path) return {};
-        if (is_anothers_file(*record)) return {Fault::anothers_file, {}, record->path};
-        if (Done done = rename_files(*record, to); !done.ok()) return done;
-        record->path = to;
-    }
-    record->file_name = name;
-    store_->changed(*record, StoreChange::place);
     return {};
 }
 

@@ -10,6 +10,8 @@
 
 namespace vantlow {
 
+struct Done;
+
 /// A job whose file was a document, and its result.
 struct Followed {
     Guid document;
@@ -35,6 +37,11 @@ class EngineListener {
     /// A job ended, or settled.
     virtual void ended(const JobEnd& end) { static_cast<void>(end); }
     virtual void followed(const Followed& followed) { static_cast<void>(followed); }
+    /// A move of the job's files that went on behind its operation has succeeded or failed.
+    virtual void moved(const Guid& job, const Done& done) {
+        static_cast<void>(job);
+        static_cast<void>(done);
+    }
     /// The set of open questions has changed.
     virtual void asked(const std::vector<Question>& open) { static_cast<void>(open); }
     /// Lines of job logs, where the engine gathers them.

@@ -68,7 +68,7 @@ Done Engine::remove_files(const CJobNode& job, Files files, std::vector<BinItem>
         const auto content = read_torrent_content(torrents_.find_info(*torrent));
         // Without the document nobody knows which files in there are the job's.
         if (!content) return {Fault::file, {FileFault::not_found, 0}, job.path};
-        const Result removed = remove_torrent_files(*content, job.path);
+        const Result removed = remove_torrent_files(*content, job.path, job.finished);
         if (!removed.ok()) return {Fault::file, {FileFault::other, removed.system_error}, job.path};
         taken.emplace_back();
         return {};
@@ -113,7 +113,9 @@ Done Engine::remove(const Guid& job, bool with_files) {
     if (record == nullptr) return {Fault::no_job};
     const Files files = with_files ? Files::erase : Files::keep;
     if (runner_) runner_->stop(job);
-    if (!runner_ || !runner_->holds_files(job)) return remove_now(*record, files, false);
+    call_off_move(job);
+    const bool is_free = !runner_ || (!runner_->holds_files(job) && !is_moving(job));
+    if (is_free) return remove_now(*record, files, false);
     leaving_[job] = {files, false};
     return {Fault::running};
 }
@@ -126,7 +128,8 @@ Removed Engine::remove_all(const std::vector<Guid>& jobs, Files files) {
         CJobNode* const record = store_->find(job);
         if (record == nullptr) continue;
         if (runner_) runner_->stop(job);
-        if (runner_ && runner_->holds_files(job)) {
+        call_off_move(job);
+        if (runner_ && (runner_->holds_files(job) || is_moving(job))) {
             leaving_[job] = {files, true};
             ++all.waiting;
             continue;
@@ -141,11 +144,14 @@ Removed Engine::remove_all(const std::vector<Guid>& jobs, Files files) {
 // A job whose files could not be removed stays filed, unless its files were meant to stay.
 Done Engine::remove_now(CJobNode& job, Files files, bool is_remembered) {
     std::vector<BinItem> taken;
+    if (Done done = files == Files::keep ? Done() : end_left_over(job); !done.ok()) return done;
     if (Done done = remove_files(job, files, taken); !done.ok()) {
         for (const BinItem& item : taken) static_cast<void>(take_from_bin(item));
         return done;
     }
     const Guid identity = job.identity;
+    if (torn_moves_.erase(identity) > 0) mover_.forget(identity);
+    failed_moves_.erase(identity);
     const std::size_t place = store_->place_of(job);
     questions_.withdraw(identity);
     std::unique_ptr<CJobNode> gone = store_->remove(job);
@@ -200,6 +206,8 @@ Done Engine::start_over(const Guid& job) {
     CJobNode* const record = store_->find(job);
     if (record == nullptr) return {Fault::no_job};
     if (runner_ && runner_->holds_files(job)) return {Fault::running};
+    if (is_moving(job)) return {Fault::moving};
+    if (Done done = end_left_over(*record); !done.ok()) return done;
     if (runner_) runner_->stop(job);
     std::vector<BinItem> none;
     if (record->state != JobState::finished) {
@@ -217,7 +225,7 @@ Done Engine::start_over(const Guid& job) {
 
 bool Engine::can_check(const Guid& job) const {
     const CJobNode* const record = store_->find(job);
-    if (record == nullptr || is_running(job)) return false;
+    if (record == nullptr || is_running(job) || is_moving(job)) return false;
     if (kind_of(*record) == JobKind::torrent) return !name_of(record->path).empty();
     return kind_of(*record) == JobKind::transfer && has_hashes(*record) && record->file_size > 0 &&
            (record->state == JobState::finished || !record->segments.empty());
@@ -229,6 +237,8 @@ Done Engine::check(const Guid& job) {
     CJobNode* const record = store_->find(job);
     if (record == nullptr) return {Fault::no_job};
     if (is_running(job)) return {Fault::running};
+    if (is_moving(job)) return {Fault::moving};
+    if (Done done = end_left_over(*record); !done.ok()) return done;
     if (!can_check(job)) return {Fault::no_hash};
     // The parts that are wrong would be fetched anew into it.
     if (record->state == JobState::finished && is_anothers_file(*record))

@@ -80,6 +80,8 @@ class SessionRunner {
         TorrentSharing sharing{};
         bool shares_finished = false;  ///< torrents go on as their rules and the settings say, instead
         TorrentServices torrent_services{};
+        /// Says that no session of the job may begin now, because its files are moved.
+        std::function<bool(const Guid&)> is_held{};
     };
     explicit SessionRunner(Tools tools);
     ~SessionRunner();
@@ -178,7 +180,8 @@ class SessionRunner {
     }
     /// False for a job whose adding is not safe yet, because it may still be taken back.
     [[nodiscard]] bool may_begin(const CJobNode& job) const {
-        return may_run(job) && !sessions_.contains(job.identity) && !tools_.store.is_unsettled(job);
+        return may_run(job) && !sessions_.contains(job.identity) && !tools_.store.is_unsettled(job) &&
+               !(tools_.is_held && tools_.is_held(job.identity));
     }
     [[nodiscard]] CJobNode* next_waiting() const;
     bool start_next();

@@ -355,18 +355,83 @@ std::int64_t TorrentFiles::chosen_bytes_of(std::int64_t piece) const {
     return bytes;
 }
 
-Result remove_torrent_files(const TorrentContent& content, const std::u16string& target) {
+namespace {
+
+// Nobody writes into a finished file for its job: one of another size, or that was written to long after the
+// end, has taken its place. Clocks as in is_anothers_file().
+bool is_own(const std::u16string& path, std::int64_t length, std::int64_t finished) {
+    constexpr std::int64_t clock_error = std::int64_t{2} * 3600;
+    constexpr std::int64_t nanoseconds_of_a_second = 1'000'000'000;
+    const FileStamp stamp = file_stamp(path);
+    if (stamp.size != length) return false;
+    return finished <= 0 || stamp.modified / nanoseconds_of_a_second <= finished + clock_error;
+}
+
+constexpr std::size_t most_told = 50;
+
+}  // namespace
+
+Result remove_torrent_files(const TorrentContent& content, const std::u16string& target,
+                            std::int64_t finished) {
     CJobLog silent;
     Result result;
     if (is_there(content, target)) {
-        auto storage = open_storage(content, target, silent);
-        result = storage ? (*storage)->remove() : storage.failure();
+        auto opened = open_storage(content, target, silent);
+        if (!opened) return opened.failure();
+        Storage& storage = **opened;
+        result = storage.remove([&](std::size_t file) {
+            return storage.shape(file) != FileShape::finished ||
+                   is_own(storage.path(file), storage.files().at(file).length, finished);
+        });
     }
     const FileError error = remove_file(storage_state_path(target));
     if (result.ok() && !error.ok() && error.fault != FileFault::not_found)
         result = {Code::local_file, to_utf8(storage_state_path(target)) + ": " + error.text(),
                   error.system_error};
     return result;
+}
+
+Outcome<Relocation> torrent_relocation(const TorrentContent& content, const std::u16string& from,
+                                       const std::u16string& to, std::int64_t finished, bool goes_on,
+                                       LogSink& log) {
+    Relocation relocation;
+    relocation.goes_on = goes_on;
+    const Relocation::Item state{storage_state_path(from), storage_state_path(to), false, true};
+    if (!content.is_folder || folder_of(from) == folder_of(to)) {
+        if (!content.is_folder) relocation.items.push_back({partial_of(from), partial_of(to)});
+        relocation.items.push_back({from, to});
+        relocation.items.push_back(state);
+        return relocation;
+    }
+    const auto list = list_of(content, {});
+    if (!list) return list.failure();
+    auto saved = load_storage_state(state.from, to_hex(content.info_hash));
+    if (!saved && goes_on) saved = load_storage_state(state.to, to_hex(content.info_hash));
+    std::size_t others = 0;
+    for (std::size_t file = 0; file < list->count(); ++file) {
+        if (list->at(file).padding) continue;
+        std::u16string name = list->at(file).path;
+        if (saved && saved->places.names.contains(file)) name = saved->places.names.at(file);
+        const std::u16string path = join_path(from, name);
+        const bool is_at_rest = path_kind(path) != PathKind::none;
+        if (is_at_rest && !is_own(path, list->at(file).length, finished)) {
+            if (++others <= most_told)
+                log.line(Direction::note, to_utf8(path) +
+                                              ": this is not the file that was downloaded, or it was changed "
+                                              "since: it stays where it is.");
+        } else if (is_at_rest || goes_on) {
+            relocation.items.push_back({path, join_path(to, name)});
+        }
+        if (goes_on || path_kind(partial_of(path)) != PathKind::none)
+            relocation.items.push_back({partial_of(path), partial_of(join_path(to, name))});
+    }
+    if (others > most_told)
+        log.line(Direction::note, "So it is with " + std::to_string(others - most_told) + " more files.");
+    relocation.items.push_back(
+        {join_path(from, Storage::part_name()), join_path(to, Storage::part_name()), true});
+    relocation.items.push_back(state);
+    relocation.leaves = from;
+    return relocation;
 }
 
 Result doubt_torrent_files(const TorrentContent& content, const std::u16string& target) {

@@ -9,6 +9,7 @@
 #include "platform/file_marks.h"
 #include "platform/stop.h"
 #include "storage/checker.h"
+#include "storage/relocation.h"
 #include "storage/storage.h"
 
 namespace vantlow {
@@ -99,9 +100,17 @@ class TorrentFiles {
     std::u16string target_;
 };
 
-/// Removes what a torrent's job has written below `target`, and its state. The first failure, where there is
-/// one.
-Result remove_torrent_files(const TorrentContent& content, const std::u16string& target);
+/// Removes what a torrent's job has written below `target`, and its state; files of the torrent's names that
+/// are not the job's own (`finished` as in torrent_relocation()) stay. The first failure, where there is one.
+Result remove_torrent_files(const TorrentContent& content, const std::u16string& target,
+                            std::int64_t finished);
+
+/// The way of a torrent's files, with its state, from one target to another: those that are the job's own, as
+/// is_anothers_file() knows them (`finished` is the record's time); the log hears which are not. A folder is
+/// renamed whole. `goes_on` as in Relocation. On any thread, while no session uses the files.
+Outcome<Relocation> torrent_relocation(const TorrentContent& content, const std::u16string& from,
+                                       const std::u16string& to, std::int64_t finished, bool goes_on,
+                                       LogSink& log);
 
 /// Has the next session of the job that fetched a torrent to `target` check every piece there, and fetch
 /// again what is wrong. A session must not use the files meanwhile.

@@ -12,7 +12,6 @@
 namespace vantlow {
 namespace {
 
-constexpr std::u16string_view part_name = u".vantlow-parts";
 constexpr std::size_t many_files = 200;
 
 bool is_there(const std::u16string& path) {
@@ -61,7 +60,7 @@ Result Storage::failure(const FileError& error, const std::u16string& path) cons
 }
 
 std::u16string Storage::part_path(std::uint8_t root) const {
-    return join_path(roots_[root], part_name);
+    return join_path(roots_[root], part_name());
 }
 
 std::u16string Storage::path_in(std::uint8_t root, std::size_t file, FileShape shape) const {
@@ -148,10 +147,10 @@ Result Storage::take_lock(bool fresh) {
     std::uint8_t root = 0;
     const bool has_parts = files_.count() > 1;
     const StoragePlaces at = places();
-    const std::u16string moved = at.other_folder.empty() ? u"" : join_path(at.other_folder, part_name);
+    const std::u16string moved = at.other_folder.empty() ? u"" : join_path(at.other_folder, part_name());
     if (has_parts) {
         // A move takes the part file along last.
-        path = join_path(at.folder, part_name);
+        path = join_path(at.folder, part_name());
         if (!moved.empty() && !is_there(path) && is_there(moved)) root = 1;
         if (root == 1) path = moved;
     } else {

@@ -4,12 +4,14 @@
 #include <array>
 #include <atomic>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
 #include <set>
 #include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "base/log.h"
@@ -103,7 +105,13 @@ class Storage {
     /// bytes.
     Result move_to(const std::u16string& folder, const StopSource& stop, std::atomic<std::int64_t>& moved);
     /// Closes, and removes every file that this storage made or took over, and folders that are empty then.
-    Result remove();
+    Result remove() {
+        return remove([](std::size_t) { return true; });
+    }
+    /// The same of those that pass the test.
+    Result remove(const std::function<bool(std::size_t)>& is_own);
+    /// The name of the file that keeps the bytes of files that are not chosen.
+    [[nodiscard]] static std::u16string_view part_name() noexcept { return u".vantlow-parts"; }
 
     [[nodiscard]] const FileList& files() const noexcept { return files_; }
     [[nodiscard]] std::int64_t piece_length() const noexcept { return piece_length_; }

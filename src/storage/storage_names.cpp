@@ -274,14 +274,14 @@ void Storage::remove_empty_folders(const std::u16string& root) {
     for (const std::u16string& folder : deepest_first) static_cast<void>(remove_folder(folder));
 }
 
-Result Storage::remove() {
+Result Storage::remove(const std::function<bool(std::size_t)>& is_own) {
     std::vector<std::u16string> paths;
     const StoragePlaces at = places();
+    for (std::size_t file = 0; file < files_.count(); ++file) {
+        if (shape(file) != FileShape::absent && is_own(file)) paths.push_back(path(file));
+    }
     {
         const MutexLock guard(mutex_);
-        for (std::size_t file = 0; file < places_.size(); ++file) {
-            if (places_[file].shape != FileShape::absent) paths.push_back(path_of(file));
-        }
         if (part_) paths.push_back(part_path(part_root_));
     }
     close();

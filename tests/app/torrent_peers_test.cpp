@@ -288,6 +288,57 @@ TEST_F(TorrentPeers, WhileItRunsIsKilledOrIsSharedOtherFilesAreChosenAndTrackers
     EXPECT_FALSE(folder.has(u"x/tree/.vantlow-parts"));
 }
 
+TEST_F(TorrentPeers, ItsFilesMoveAndAreRenamedWhileItRunsIsKilledAndIsShared) {
+    begin(4'000'000, 777, 1'000'000, 1'500'000, never);
+    auto resident = serve();
+    const std::u16string id = to_utf16(add({torrent, u"-d", folder.path(u"x"), u"--seed-ratio", u"50"}));
+    const auto shown = [&] { return json::parse(ok({u"show", id, u"--json"})); };
+    const auto wait_for = [](const auto& is_so) {
+        const auto until = Clock::now() + std::chrono::seconds(40);
+        while (!is_so() && Clock::now() < until) std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        return is_so();
+    };
+    const auto is_at = [&](const std::string& path) {
+        return shown()["path"] == path && !shown().contains("move") && shown()["state"] != "moving";
+    };
+    EXPECT_TRUE(wait_for([&] { return shown()["pieces"]["good"] > 5; }));
+    folder.write(u"x/tree/mine", "not the torrent's");
+    ok({u"move", u"--files", folder.path(u"y/z"), id});
+    EXPECT_TRUE(wait_for([&] { return is_at(folder.utf8_path("y/z/tree")); })) << shown();
+    EXPECT_TRUE(folder.has(u"x/tree/mine") && !folder.has(u"x/tree/a.vantlow"));
+    EXPECT_FALSE(folder.has(u"x/tree.vantlow-job"));
+    ok({u"change", u"--output", u"wood", id});
+    EXPECT_TRUE(wait_for([&] { return is_at(folder.utf8_path("y/z/wood")); })) << shown();
+    EXPECT_TRUE(wait_for([&] { return state_of(to_utf8(id)) == "running"; }));
+    resident->kill();
+    resident->wait();
+
+    resident = serve();
+    EXPECT_TRUE(wait_for([&] { return state_of(to_utf8(id)) == "sharing"; })) << shown();
+    EXPECT_TRUE(has_all(u"y/z/wood"));
+    EXPECT_LT(shown()["received"], 6'500'000) << "fetched again";
+    ASSERT_TRUE(make_folders(folder.path(u"taken")).ok());
+    folder.write(u"taken/wood", "another's");
+    EXPECT_EQ(run({u"move", u"--files", folder.path(u"taken"), id}).status, 1);
+    ok({u"move", u"--files", folder.path(u"x"), id});
+    EXPECT_TRUE(wait_for([&] {
+        return is_at(folder.utf8_path("x/wood")) && state_of(to_utf8(id)) == "sharing";
+    })) << shown();
+    EXPECT_TRUE(has_all(u"x/wood"));
+    EXPECT_FALSE(folder.has(u"y/z/wood"));
+    ok({u"change", u"--output", u"tree 2", id});
+    EXPECT_TRUE(wait_for([&] {
+        return is_at(folder.utf8_path("x/tree 2")) && state_of(to_utf8(id)) == "sharing";
+    })) << shown();
+    EXPECT_TRUE(wait_for([&] { return shown()["phase"] == "sharing"; }));
+
+    // Somebody takes the files away.
+    ASSERT_TRUE(rename_no_replace(folder.path(u"x/tree 2"), folder.path(u"x/away")).ok());
+    EXPECT_TRUE(wait_for([&] { return state_of(to_utf8(id)) == "failed"; })) << shown();
+    EXPECT_NE(std::string(shown()["error"]).find("not there any more"), std::string::npos);
+    EXPECT_TRUE(has_all(u"x/away"));
+}
+
 TEST_F(TorrentPeers, WhatAPieceHasOfFilesThatAreNotChosenIsKeptAfterAKillAndUsedWhenTheyAre) {
     begin(300'000, 777, 150'000);
     auto resident = serve();

@@ -75,6 +75,8 @@ Complaint text_of(const Done& done, const std::string& subject) {
             return "There is no category \"" + subject + "\".";
         case Fault::running:
             return subject + " is running; stop it first.";
+        case Fault::moving:
+            return "The files of " + subject + " are on their way to another place.";
         case Fault::not_waiting:
             return subject + " does not wait for its turn.";
         case Fault::name_refused:

@@ -18,7 +18,10 @@ JobView::JobView(const Engine& engine, const CJobNode& shown)
     : job(shown),
       category(engine.category_of(shown)),
       progress(engine.progress(shown.identity)),
-      is_shared(engine.is_sharing(shown.identity)) {}
+      is_shared(engine.is_sharing(shown.identity)),
+      is_moved(engine.is_moving(shown.identity)),
+      move(engine.file_move(shown.identity)),
+      last_move(engine.last_move(shown.identity)) {}
 
 std::string JobView::address_of(const CJobNode& job) {
     return to_utf8(without_credentials(job.address) + job.fragment);
@@ -71,6 +74,7 @@ JobState JobView::state() const {
 }
 
 std::string_view JobView::state_word() const {
+    if (is_moved) return "moving";
     return is_shared ? "sharing" : job_state_name(state());
 }
 

@@ -14,8 +14,11 @@ namespace vantlow {
 struct JobView {
     const CJobNode& job;
     const CClassNode& category;
-    std::optional<JobProgress> progress;  ///< none: the job does not run
-    bool is_shared = false;               ///< a finished torrent that is given to others
+    std::optional<JobProgress> progress;   ///< none: the job does not run
+    bool is_shared = false;                ///< a finished torrent that is given to others
+    bool is_moved = false;                 ///< its files are on their way to another place
+    std::optional<FileMoveProgress> move;  ///< how far they are, once they go
+    Done last_move{};                      ///< why they could not be moved, the last time
 
     JobView(const Engine& engine, const CJobNode& shown);
     [[nodiscard]] std::string address() const { return address_of(job); }  ///< without credentials
@@ -26,7 +29,7 @@ struct JobView {
     [[nodiscard]] std::int64_t done() const;  ///< downloaded bytes
     /// The state of the record, but waiting for a job that runs and has no place at its server yet.
     [[nodiscard]] JobState state() const;
-    /// The word for it: job_state_name() of the state, or "sharing".
+    /// The word for it: job_state_name() of the state, "sharing" or "moving".
     [[nodiscard]] std::string_view state_word() const;
     [[nodiscard]] std::string error() const { return error_of(job); }
 

@@ -155,7 +155,10 @@ Problem EngineDownloads::change(const Guid& shown, const rpc::JobOptions& option
     const Guid job = found->identity;
     const EditRequest request = edit_of(options, *found);
     if (request.problem) return request.problem;
-    if (request.name) {
+    if (request.folder) {
+        const Done done = engine_.move_files(job, *request.folder, request.name.value_or(u""));
+        if (!done.ok()) return problem_of(done, shown);
+    } else if (request.name) {
         if (const Done done = engine_.rename(job, *request.name); !done.ok()) return problem_of(done, shown);
     }
     torrents_.erase(job);

@@ -122,7 +122,12 @@ EditRequest edit_of(const rpc::JobOptions& asked, const CJobNode& job) {
     const auto refuse = [&request](const char* word) {
         request.problem = "The option " + std::string(word) + " of this download cannot be changed any more.";
     };
-    if (asked.folder && asked.folder != now.folder) refuse("dir");
+    if (asked.folder && asked.folder != now.folder) {
+        const std::u16string wanted = to_utf16(*asked.folder);
+        if (!is_absolute(wanted)) request.problem = "The option dir of this download wants a whole path.";
+        request.folder = absolute_path(wanted);
+        if (request.folder == folder_of(job.path)) request.folder.reset();
+    }
     if (asked.hash && asked.hash != now.hash) refuse("checksum");
     if (asked.name && asked.name != now.name) request.name = to_utf16(*asked.name);
     const auto text = [](std::optional<std::u16string>& member, const std::optional<std::string>& value) {

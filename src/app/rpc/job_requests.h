@@ -21,7 +21,8 @@ DraftRequest draft_of(const rpc::NewJob& asked, const std::u16string& folder);
 /// The change of a job that there is. What cannot be changed any more is a problem, unless it is as it was.
 struct EditRequest {
     JobEdit edit;
-    std::optional<std::u16string> name;  ///< that its file is to have
+    std::optional<std::u16string> name;    ///< that its file is to have
+    std::optional<std::u16string> folder;  ///< where its files are to go
     rpc::Problem problem{};
 };
 EditRequest edit_of(const rpc::JobOptions& asked, const CJobNode& job);

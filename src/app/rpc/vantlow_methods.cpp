@@ -62,6 +62,7 @@ class Methods {
     Answer remove(Params& params);
     Answer undo_removal(Params&) { return answer_of(engine().undo_removal(), {}); }
     Answer move_jobs(Params& params);
+    Answer move_files(Params& params);
 
     Answer categories(Params&);
     Answer add_category(Params& params);
@@ -255,6 +256,14 @@ Answer Methods::move_jobs(Params& params) {
     return for_all(jobs, [&](const Guid& job) { return engine().move(job, *category); });
 }
 
+// The path is this machine's own: where it cannot be one, or something has the name there, it is refused.
+Answer Methods::move_files(Params& params) {
+    const std::vector<Guid> jobs = find_jobs(engine(), params, 0);
+    const std::u16string folder = to_utf16(params.text(1));
+    if (params.fault()) return *params.fault();
+    return for_all(jobs, [&](const Guid& job) { return engine().move_files(job, folder); });
+}
+
 Answer Methods::categories(Params&) {
     Json all = Json::array();
     for (const CClassNode* category : engine().categories()) {
@@ -442,6 +451,7 @@ constexpr std::array methods{
     Named{"remove", &Methods::remove},
     Named{"undoRemoval", &Methods::undo_removal},
     Named{"moveJobs", &Methods::move_jobs},
+    Named{"moveFiles", &Methods::move_files},
     Named{"categories", &Methods::categories},
     Named{"addCategory", &Methods::add_category},
     Named{"removeCategory", &Methods::remove_category},

@@ -39,6 +39,8 @@ CommandWords of_jobs(Command command) {
                     ui(tr("Last in the order of waiting downloads"))};
         case command_rename:
             return {ui(tr("Re&name...")), "", ui(tr("Rename the file (F2)"))};
+        case command_move_files:
+            return {ui(tr("Chan&ge folder...")), "", ui(tr("Move the files of the selected downloads"))};
         case command_open:
             return {ui(tr("&Open")), "Ctrl+O", ui(tr("Open the downloaded file (Enter)")), Picture::file};
         case command_open_folder:

@@ -26,7 +26,8 @@ enum Command : int {
     command_open,
     command_open_folder,
     command_copy_address,
-    command_move_to,  ///< the menu of the categories
+    command_move_to,     ///< the menu of the categories
+    command_move_files,  ///< into another folder
     command_remove,
     command_remove_files,
     command_undo,

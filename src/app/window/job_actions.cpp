@@ -1,5 +1,6 @@
 #include "app/window/job_actions.h"
 
+#include <wx/dirdlg.h>
 #include <wx/textdlg.h>
 
 #include <algorithm>
@@ -61,7 +62,7 @@ bool JobActions::can(Command command) const {
         case command_stop:
             return any([this](const CJobNode* job) {
                 return job->state == JobState::waiting || job->state == JobState::running ||
-                       model_.engine.is_sharing(job->identity);
+                       model_.engine.is_sharing(job->identity) || model_.engine.is_moving(job->identity);
             });
         case command_first:
         case command_earlier:
@@ -69,7 +70,9 @@ bool JobActions::can(Command command) const {
         case command_last:
             return any([](const CJobNode* job) { return job->state == JobState::waiting; });
         case command_rename:
-            return jobs.size() == 1 && jobs.front()->state != JobState::running;
+            return jobs.size() == 1 && !model_.engine.is_moving(jobs.front()->identity);
+        case command_move_files:
+            return any([this](const CJobNode* job) { return !model_.engine.is_moving(job->identity); });
         case command_open:
             return jobs.size() == 1 && jobs.front()->state == JobState::finished;
         case command_open_folder:
@@ -115,6 +118,9 @@ bool JobActions::give(Command command) {
             break;
         case command_rename:
             rename();
+            break;
+        case command_move_files:
+            move_files();
             break;
         case command_open:
         case command_open_folder:
@@ -213,6 +219,17 @@ void JobActions::rename() {
     if (dialog.ShowModal() != wxID_OK || utf8_of(dialog.GetValue()) == name) return;
     const std::string wanted = utf8_of(dialog.GetValue());
     tell(model_.engine.rename(id, to_utf16(wanted)), wanted);
+}
+
+// They go behind the window's back; what comes of it the model tells.
+void JobActions::move_files() {
+    const std::vector<Guid> ids = model_.rows.selected();
+    const auto jobs = selected();
+    if (jobs.empty()) return;
+    wxDirDialog dialog(&parent_, ui(tr("Folder")), ui(to_utf8(folder_of(jobs.front()->path))));
+    if (dialog.ShowModal() != wxID_OK) return;
+    const std::u16string folder = absolute_path(to_utf16(utf8_of(dialog.GetPath())));
+    for (const Guid& job : ids) tell(model_.engine.move_files(job, folder), {});
 }
 
 void JobActions::open_selected(bool folder) {

@@ -47,6 +47,7 @@ class JobActions {
     void reorder(Order order);
     void start_over();
     void rename();
+    void move_files();
     void open_selected(bool folder);
     void open(const CJobNode& job, bool folder);
     void copy_addresses();

@@ -37,6 +37,7 @@ bool MainFrame::can(Command command) const {
         case command_open_folder:
         case command_copy_address:
         case command_move_to:
+        case command_move_files:
         case command_remove:
         case command_remove_files:
         case command_undo:

@@ -17,6 +17,7 @@ struct CategoryOptions {
     std::string name;
     std::string other;  ///< a new name, or the category above
     std::string folder;
+    std::string files_to;  ///< a folder
     std::vector<std::string> ids;
     std::vector<std::string> rule;
 };
@@ -99,7 +100,23 @@ Exit run_move(StoreCommand& command, const CategoryOptions& options) {
     return exit_of(command.engine.move_category(node->identity, parent->identity), options.name);
 }
 
+// Where jobs run the files go behind the command, which may take long.
+Exit run_move_files(StoreCommand& command, const CategoryOptions& options) {
+    const std::u16string folder = absolute_path(to_utf16(options.files_to));
+    std::vector<std::string> ids = options.ids;
+    if (!options.name.empty()) ids.insert(ids.begin(), options.name);
+    bool complete = true;
+    for (const Guid& job : find_jobs(command, ids, complete)) {
+        if (exit_of(command.engine.move_files(job, folder), guid_text(job)) != Exit::done) complete = false;
+        if (command.engine.is_moving(job))
+            command.promise += "The files of " + guid_text(job) + " are on their way to " +
+                               printable(to_utf8(folder)) + "; `vantlow show` tells how far they are.\n";
+    }
+    return complete ? Exit::done : Exit::failed;
+}
+
 Exit run_move_jobs(StoreCommand& command, const CategoryOptions& options) {
+    if (!options.files_to.empty()) return run_move_files(command, options);
     const CClassNode* const category = find_category(command, options.name);
     if (category == nullptr) return Exit::failed;
     bool complete = true;
@@ -158,10 +175,21 @@ void add_category_commands(CommandSet& commands) {
     }
     const auto options = std::make_shared<CategoryOptions>();
     CLI::App& move = commands.add_on_data_folder(
-        "move", "Move jobs to another category",
-        on_store([options](StoreCommand& command) { return run_move_jobs(command, *options); }));
-    move.add_option("CATEGORY", options->name, "The name or the path of the category")->required();
-    move.add_option("ID", options->ids, "The jobs' ids, or the beginnings of them")->required();
+        "move", "Move jobs to another category, or with --files their files to another folder",
+        on_store([options](StoreCommand& command) { return run_move_jobs(command, *options); }),
+        [options]() -> Complaint {
+            if (options->files_to.empty() && options->ids.empty())
+                return "name a category and at least one job.";
+            return std::nullopt;
+        });
+    move.add_option("CATEGORY", options->name, "The name or the path of the category; not with --files")
+        ->required();
+    move.add_option("ID", options->ids, "The jobs' ids, or the beginnings of them");
+    move.add_option(
+            "--files", options->files_to,
+            "Move the jobs' files into this folder, also while they are downloaded or shared; nothing "
+            "there is replaced")
+        ->type_name("FOLDER");
 }
 
 }  // namespace vantlow

@@ -14,7 +14,7 @@ using Texts = std::vector<std::string>;
 
 struct ChangeOptions {
     JobChoice jobs;
-    std::optional<std::string> address, referer, comment, user, password, agent, cookie, proxy;
+    std::optional<std::string> address, referer, comment, user, password, agent, cookie, proxy, name;
     std::optional<int> connections;
     Texts mirrors;
 };
@@ -55,6 +55,7 @@ Exit for_each_job(StoreCommand& command, const JobChoice& choice, const Act& act
 
 Complaint check_change(const ChangeOptions& options) {
     if (options.address && options.jobs.ids.size() > 1) return "--address is the address of one job.";
+    if (options.name && options.jobs.ids.size() > 1) return "--output is the name of one job's file.";
     if (options.proxy) {
         if (Complaint complaint = check_proxy(*options.proxy)) return complaint;
     }
@@ -67,12 +68,17 @@ void add_change(CommandSet& commands) {
         "change", "Change what jobs are like; a new address lets one go on whose link has run out",
         on_store([options](StoreCommand& command) {
             const JobEdit edit = edit_of(*options);
-            return for_each_job(command, options->jobs,
-                                [&](const Guid& job) { return command.engine.change(job, edit); });
+            return for_each_job(command, options->jobs, [&](const Guid& job) {
+                const Done named =
+                    options->name ? command.engine.rename(job, to_utf16(*options->name)) : Done();
+                return named.ok() ? command.engine.change(job, edit) : named;
+            });
         }),
         [options] { return check_change(*options); });
     add_job_choice(change, options->jobs, false);
     change.add_option("--address", options->address, "Another address of the same file");
+    change.add_option("--output", options->name, "Another name for the file, or for the torrent's folder")
+        ->type_name("NAME");
     change.add_option("--mirror", options->mirrors,
                       "A further address of the same file, instead of those that were named before; none: no "
                       "further ones");

@@ -6,6 +6,7 @@
 #include <cmath>
 #include <span>
 
+#include "app/cli/engine_texts.h"
 #include "app/cli/report.h"
 #include "app/terminal/quantities.h"
 #include "base/codes.h"
@@ -42,6 +43,14 @@ ordered_json list_json(const JobView& view) {
                       {"agent", to_utf8(job.agent)}};
     if (const std::string error = view.error(); !error.empty()) json["error"] = error;
     if (view.progress) add_wait(json, *view.progress);
+    if (view.move) {
+        const std::int64_t moving = view.move->size;
+        json["move"] = {{"to", to_utf8(view.move->to)},
+                        {"moved", view.move->moved},
+                        {"size", moving < 0 ? ordered_json(nullptr) : ordered_json(moving)}};
+    }
+    if (const Complaint trouble = text_of(view.last_move, guid_text(job.identity)))
+        json["moveError"] = *trouble;
     return json;
 }
 

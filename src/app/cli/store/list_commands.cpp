@@ -80,6 +80,12 @@ std::string show_text(const JobView& view) {
     row("Category", to_utf8(view.category.name));
     row("State", std::string(view.state_word()));
     row(job.state == JobState::failed ? "Error" : "Waiting for", trouble_of(view));
+    if (view.move) {
+        row("Moving to", to_utf8(view.move->to));
+        if (view.move->size >= 0)
+            row("Moved", human_size(view.move->moved) + " of " + human_size(view.move->size));
+    }
+    row("Not moved", text_of(view.last_move, guid_text(job.identity)).value_or(""));
     row("Folder", view.folder());
     row("File", view.file());
     row("Done", done_text(view));

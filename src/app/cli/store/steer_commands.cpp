@@ -24,7 +24,7 @@ Exit run_remove(StoreCommand& command, const RemoveOptions& options) {
     bool complete = true;
     const std::vector<Guid> jobs = chosen_jobs(command, options.jobs, complete);
     for (const Guid& job : jobs) {
-        if (command.engine.is_running(job) || command.engine.is_sharing(job))
+        if (command.engine.is_running(job) || command.engine.is_sharing(job) || command.engine.is_moving(job))
             static_cast<void>(command.engine.stop(job));
     }
     command.engine.wait_for_ends(jobs);

@@ -181,6 +181,8 @@ std::string sentence_of(const Done& done) {
             return tr("This category is not there any more.");
         case Fault::running:
             return tr("The job is running; stop it first.");
+        case Fault::moving:
+            return tr("The files of the job are on their way to another place.");
         case Fault::not_waiting:
             return tr("The job does not wait for its turn.");
         case Fault::name_refused:

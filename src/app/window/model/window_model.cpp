@@ -4,6 +4,7 @@
 
 #include "app/terminal/display_text.h"
 #include "app/window/model/texts.h"
+#include "app/window/model/translate.h"
 
 namespace vantlow {
 
@@ -53,6 +54,10 @@ void WindowModel::ended(const JobEnd& end) {
 void WindowModel::followed(const Followed& followed) {
     if (!on_trouble) return;
     for (const DraftFault& fault : followed.faults) on_trouble(sentence_of(fault));
+}
+
+void WindowModel::moved(const Guid&, const Done& done) {
+    if (on_trouble && !done.ok()) on_trouble(tr("The files could not be moved.") + " " + sentence_of(done));
 }
 
 void WindowModel::asked(const std::vector<Question>& open) {

@@ -29,7 +29,8 @@ class WindowModel : public EngineListener {
 
     /// Called with what is worth a notification: a job that ended by itself, `failed` or not.
     std::function<void(const Guid& job, bool failed)> on_end;
-    /// Sentences of the store (UTF-8), and of documents that could not be followed.
+    /// Sentences (UTF-8) of the store, of documents that could not be followed, of files that could not be
+    /// moved.
     std::function<void(const std::string& text)> on_trouble;
 
     Engine& engine;
@@ -47,6 +48,7 @@ class WindowModel : public EngineListener {
     void changed(const Changes& changes) override;
     void ended(const JobEnd& end) override;
     void followed(const Followed& followed) override;
+    void moved(const Guid& job, const Done& done) override;
     void asked(const std::vector<Question>& open) override;
     void logged(const std::vector<LogLine>& lines) override;
     void store_said(const std::string& text) override;
