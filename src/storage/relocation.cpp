@@ -19,8 +19,8 @@ using Item = Relocation::Item;
 using State = RelocationEnd::State;
 
 constexpr std::int64_t copy_step = 4 * 1024 * 1024;
-// Of a file that is being copied.
-constexpr std::u16string_view copy_suffix = u".new";
+// Of a file that is being copied: a name that nobody else gives one.
+constexpr std::u16string_view copy_suffix = u".vantlow-copy";
 // FAT keeps times to two seconds.
 constexpr std::int64_t coarsest_time = 2'000'000'000;
 
@@ -166,8 +166,9 @@ FileError Relocating::copy_bytes(const Item& item, const FileStamp& stamp) {
     if (FileError error = from.open(item.from, OpenMode::read); !error.ok()) return failed(error, item.from);
     File to;
     const Privacy privacy = item.is_state ? Privacy::owner_only : Privacy::shared;
-    if (FileError error = to.open(fresh, OpenMode::truncate, privacy); !error.ok())
-        return failed(error, item.to);
+    static_cast<void>(remove_file(fresh));  // of a call that was cut short
+    if (FileError error = to.open(fresh, OpenMode::create_new, privacy); !error.ok())
+        return failed(error, fresh);
     allow_holes(fresh);
     std::vector<ByteRange> ranges;
     if (!list_data(item.from, ranges).ok()) ranges.assign(1, {0, stamp.size});
