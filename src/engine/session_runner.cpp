@@ -4,6 +4,8 @@
 #include <ctime>
 #include <utility>
 
+#include "platform/file.h"
+
 namespace vantlow {
 namespace {
 
@@ -69,7 +71,9 @@ SessionRunner::Entry& SessionRunner::make_entry(const CJobNode& job, const Sessi
         options.before_name = [this, naming](const std::u16string& path, std::int64_t size) mutable {
             naming.path = path;
             naming.size = size;
-            if (tools_.before_name) tools_.before_name(naming);
+            // The name of a torrent's folder does not say that the files in it are whole.
+            const bool says_the_end = path_kind(path) != PathKind::folder;
+            if (tools_.before_name && says_the_end) tools_.before_name(naming);
             if (tools_.names != nullptr) tools_.names->wait_for(naming, [this] { wake(); });
         };
     }

@@ -303,8 +303,9 @@ Result TorrentRun::conclude(const Result& fetched) {
 }
 
 Result TorrentRun::give_names(const std::vector<bool>& good) {
-    // A folder has had its name from the beginning.
-    if (!content_.is_folder && options_.before_name) options_.before_name(files_->target(), size_);
+    // Also of a folder, which has had its name from the beginning: the record of a quick torrent may not know it
+    // yet, and from here on no state tells it.
+    if (options_.before_name) options_.before_name(files_->target(), size_);
     std::optional<FileOrigin> origin;
     if (services_.settings.flag(setting::mark_zone))
         origin = FileOrigin{make_magnet(magnet_.info_hash, {}, {}), {}};

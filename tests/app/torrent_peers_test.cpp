@@ -203,6 +203,23 @@ TEST_F(TorrentPeers, AKilledDownloadGoesOnWithWhatWasSafe) {
     EXPECT_FALSE(folder.has(u"x/tree.vantlow-job"));
 }
 
+TEST_F(TorrentPeers, AKillRightBehindAQuickEndLeadsToTheSameFolder) {
+    begin(300'000, 777, 150'000);
+    auto resident = serve();
+    const std::string id = add({torrent, u"-d", folder.path(u"x"), u"--seed-ratio", u"50"});
+    const auto until = Clock::now() + std::chrono::seconds(30);
+    const auto has_ended = [&] { return has_all(u"x/tree") && !folder.has(u"x/tree.vantlow-job"); };
+    while (!has_ended() && Clock::now() < until) std::this_thread::yield();
+    resident->kill();
+    resident->wait();
+    resident = serve();
+    while (state_of(id) != "sharing" && Clock::now() < until)
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    EXPECT_EQ(state_of(id), "sharing");
+    EXPECT_TRUE(has_all(u"x/tree"));
+    EXPECT_FALSE(folder.has(u"x/tree(1)")) << "it was fetched once more beside the first one";
+}
+
 TEST_F(TorrentPeers, AFiledTorrentIsStoppedGoesOnAndIsRemovedWithItsFilesAlone) {
     begin(6'000'000, 777, 2'000'000, 1'200'000, must_be);
     const std::u16string id = to_utf16(add({torrent, u"-d", folder.path(u"x")}));
