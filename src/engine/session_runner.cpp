@@ -170,9 +170,13 @@ void SessionRunner::share(const Guid& job, std::int64_t whole_since) {
 }
 
 bool SessionRunner::start_sharing() {
-    if (stop_.requested() || to_share_.empty() || sharing_ >= most_sharing) return false;
-    const auto [identity, whole_since] = to_share_.front();
-    to_share_.pop_front();
+    if (stop_.requested() || sharing_ >= most_sharing) return false;
+    // One that was stopped for a move of its files goes on behind that.
+    const auto next = std::ranges::find_if(
+        to_share_, [this](const auto& one) { return !(tools_.is_held && tools_.is_held(one.first)); });
+    if (next == to_share_.end()) return false;
+    const auto [identity, whole_since] = *next;
+    to_share_.erase(next);
     const CJobNode* const job = tools_.store.find(identity);
     if (job == nullptr || !is_to_be_shared(*job) || sessions_.contains(identity)) return true;
     const SessionKind* const kind = find_session_kind(tools_.sessions, kind_of(*job));
