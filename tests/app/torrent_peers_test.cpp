@@ -326,7 +326,10 @@ TEST_F(TorrentPeers, ItsFilesMoveAndAreRenamedWhileItRunsIsKilledAndIsShared) {
     EXPECT_FALSE(folder.has(u"x/tree.vantlow-job"));
     ok({u"change", u"--output", u"wood", id});
     EXPECT_TRUE(wait_for([&] { return is_at(folder.utf8_path("y/z/wood")); })) << shown();
-    EXPECT_TRUE(wait_for([&] { return state_of(to_utf8(id)) == "running"; }));
+    EXPECT_TRUE(wait_for([&] {
+        const std::string state = state_of(to_utf8(id));
+        return state == "running" || state == "sharing";  // on a slow machine it is whole by now
+    }));
     resident->kill();
     resident->wait();
 
