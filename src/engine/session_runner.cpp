@@ -281,6 +281,14 @@ void SessionRunner::take_end_of(Entry& entry, const Guid& identity) {
         const bool wants_more = record->state == JobState::finished && owes_choice;
         if (wants_more || (stopped && entry.start_again)) tools_.store.queue_last(*record);
         if (stopped && entry.start_again && entry.comes_first) tools_.store.queue_first(*record);
+        // A torrent that was whole just when it was to stop for a moment goes on with being shared.
+        const bool is_whole = record->state == JobState::finished && kind_of(*record) == JobKind::torrent;
+        if (is_whole && entry.start_again && sharing_for(*record, std::nullopt).goes_on) {
+            auto shared = record->twin();
+            set_to_be_shared(*shared, true);
+            tools_.store.update(*record, std::move(shared));
+            to_share_.emplace_back(identity, record->finished);
+        }
     }
     JobEnd told{entry.number, std::move(end.job), std::move(end.outcome), std::move(end.question)};
     told.stop_asked = entry.stop_asked;

@@ -174,29 +174,37 @@ TEST_F(Moves, AJobThatRunsStopsForIt) {
     EXPECT_EQ(folder.read(u"there/g" + std::u16string(partial_suffix)), "part");
 }
 
-// The session that is to end for the move is followed by another one that shares, but not before the move.
-TEST_F(Moves, ATorrentThatIsSharedFromThatMomentOnGoesOnBehindIt) {
+// The session that is to end for the move is followed by another one that shares, but not before the move;
+// whether it has just begun to share itself, or ends as one that is whole.
+TEST_F(Moves, ATorrentThatIsWholeJustThenIsSharedBehindIt) {
     table[1].takes_place = shares_finished = true;
     open();
-    for (const auto* within : {u"data", u"here/t"})
-        ASSERT_TRUE(make_folders(folder.path(within)).ok());
-    folder.write(u"t.torrent",
-                 "d4:infod5:filesld6:lengthi1e4:pathl1:aeee4:name1:t12:piece lengthi16384e6:pieces20:"
-                 "01234567890123456789ee");
-    const Guid job = add_one(to_utf8(folder.path(u"t.torrent")));
-    engine->pump();
-    session(job).twin().path = folder.path(u"here/t");
-    session(job).ends_when_stopped = false;
-    ASSERT_TRUE(engine->rename(job, u"u").ok());
-    session(job).shares = true;
-    session(job).settles = Result();
-    ASSERT_TRUE(pump_until([&] { return state(job) == JobState::finished; }));
-    end(job, Code::stopped);
-    EXPECT_TRUE(settled(job));
-    EXPECT_EQ(path(job), folder.path(u"here/u"));
-    ASSERT_TRUE(pump_until([&] { return sessions.contains(job); }));
-    EXPECT_EQ(session(job).job().path, folder.path(u"here/u"));
-    EXPECT_TRUE(engine->is_sharing(job));
+    ASSERT_TRUE(make_folders(folder.path(u"data")).ok());
+    for (const bool shares : {true, false}) {
+        SCOPED_TRACE(shares);
+        const std::string name = shares ? "t" : "v";
+        folder.write(to_utf16(name) + u".torrent",
+                     "d4:infod5:filesld6:lengthi1e4:pathl1:aeee4:name1:" + name +
+                         "12:piece lengthi16384e6:pieces20:01234567890123456789ee");
+        const std::u16string to = folder.path(u"here/" + to_utf16(name + "2"));
+        ASSERT_TRUE(make_folders(folder.path(u"here/" + to_utf16(name))).ok());
+        const Guid job = add_one(to_utf8(folder.path(to_utf16(name) + u".torrent")));
+        engine->pump();
+        session(job).twin().path = folder.path(u"here/" + to_utf16(name));
+        session(job).ends_when_stopped = false;
+        ASSERT_TRUE(engine->rename(job, to_utf16(name + "2")).ok());
+        if (shares) {
+            session(job).shares = true;
+            session(job).settles = Result();
+            ASSERT_TRUE(pump_until([&] { return state(job) == JobState::finished; }));
+        }
+        end(job, shares ? Result(Code::stopped) : Result());
+        EXPECT_TRUE(settled(job));
+        EXPECT_EQ(path(job), to);
+        ASSERT_TRUE(pump_until([&] { return sessions.contains(job); }));
+        EXPECT_EQ(session(job).job().path, to);
+        EXPECT_TRUE(engine->is_sharing(job));
+    }
 }
 
 TEST_F(Moves, AStopCallsItOffAndARemovalTakesItAway) {
