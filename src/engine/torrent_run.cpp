@@ -303,8 +303,8 @@ Result TorrentRun::conclude(const Result& fetched) {
 }
 
 Result TorrentRun::give_names(const std::vector<bool>& good) {
-    // Also of a folder, which has had its name from the beginning: the record of a quick torrent may not know it
-    // yet, and from here on no state tells it.
+    // Also of a folder, which has had its name from the beginning: the record of a quick torrent may not know
+    // it yet, and from here on no state tells it.
     if (options_.before_name) options_.before_name(files_->target(), size_);
     std::optional<FileOrigin> origin;
     if (services_.settings.flag(setting::mark_zone))

@@ -37,8 +37,8 @@ void hear_end_of_drags(wxWindow& table, const std::function<void()>& ended);
 /// within a single pixel, of which GTK complains.
 void lay_out_before_show(wxTopLevelWindow& window);
 
-/// Windows: lets Alt and a letter reach every control of a dialog. The toolkit offers the key to the innermost
-/// panel, where the system looks no further, and leads from a label there to no field.
+/// Windows: lets Alt and a letter reach every control of a dialog. The toolkit offers the key to the
+/// innermost panel, where the system looks no further, and leads from a label there to no field.
 void let_letters_reach_all(wxTopLevelWindow& dialog);
 
 /// Gives a control the name by which screen readers call it; the toolkit's own is none for GTK.
