@@ -32,6 +32,9 @@ void let_letters_reach_all(wxTopLevelWindow& dialog) {
         const bool is_within_panel = focused != nullptr && focused->GetParent() != &dialog;
         if (event.GetModifiers() != wxMOD_ALT || letter <= ' ' || !is_within_panel) return event.Skip();
         PostMessageW(dialog.GetHWND(), WM_SYSCHAR, static_cast<WPARAM>(letter), with_alt);
+        // The system is to see that Alt was not pressed alone, else its release opens the menu bar, of the
+        // window behind where the letter has closed the dialog.
+        DefWindowProcW(dialog.GetHWND(), WM_SYSKEYDOWN, event.GetRawKeyCode(), with_alt);
     });
 }
 
