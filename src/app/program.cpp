@@ -63,6 +63,8 @@ void add_commands(CommandSet& commands) {
 
 std::string request_of(const Words& words) {
     HandedOver request{words, to_utf8(absolute_path(u".")), {}};
+    // In front: behind "--" it would be a link.
+    if (is_terminal(Stream::output)) request.words.insert(request.words.begin(), "--at-terminal");
     const bool reads_input = std::any_of(words.begin(), words.end(), [](const std::string& word) {
         return word == "-" || word == "-i-" || word.ends_with("=-");
     });
@@ -120,6 +122,7 @@ class HandOver {
 Claim claim_folder(CFerrywellApp& app, const Command& command) {
     FileError error;
     Claim claim = app.folder_lock().claim(app.data_folder(), error);
+    if (claim == Claim::mine && app.leaves_data_folder()) app.settle_data_folder();
     if (claim == Claim::no_disk && command.place == Place::instance) claim = Claim::failed;
     if (claim == Claim::failed) {
         complain("The data folder " + to_utf8(app.data_folder()) + " cannot be used: " + error.text());
@@ -153,8 +156,12 @@ Exit run_on_folder(CFerrywellApp& app, const Command& command, HandOver& hand_ov
     do {
         switch (claim_folder(app, command)) {
             case Claim::mine:
-            case Claim::no_disk:  // a command that only reads can do without
-                return command.run(app, command.global);
+            case Claim::no_disk: {  // a command that only reads can do without
+                const Exit status = command.run(app, command.global);
+                // While the instance ran another data folder may have been chosen.
+                if (command.place == Place::instance) app.settle_data_folder();
+                return status;
+            }
             case Claim::failed:
                 return Exit::failed;
             case Claim::taken:
@@ -223,7 +230,8 @@ Command read_words(const Words& words) {
 }
 
 Exit run(const Words& words, Desktop* desktop) {
-    const Command command = read_words(words);
+    Command command = read_words(words);
+    command.global.at_terminal = is_terminal(Stream::output);
     if (!command.run) {
         write_stream(command.status == Exit::done ? Stream::output : Stream::error, command.text);
         return command.status;

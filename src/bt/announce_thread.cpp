@@ -67,6 +67,7 @@ void CBTAnnounceThread::run() {
     if (!announce(tracker_, initial_) || initial_ != AnnounceEvent::started) return;
     bool is_heard = false;  // that it is complete
     bool is_told = false;
+    ask_for_counts(news_);
     while (!stop_.requested() && interval_ != 0) {
         (is_heard ? stop_ : news_).wait_for(std::chrono::seconds(interval_));
         if (stop_.requested()) break;
@@ -74,9 +75,14 @@ void CBTAnnounceThread::run() {
         const bool tells = is_heard && !is_told;
         const bool ok = announce(tracker_, tells ? AnnounceEvent::completed : AnnounceEvent::none);
         is_told = is_told || (tells && ok);
+        if (ok && interval_ != 0) ask_for_counts(is_heard ? stop_ : news_);
     }
+    // A tracker that wants no more announces has said why, and what it answers to the goodbye says nothing.
+    const std::optional<AnnounceReport> last = interval_ == 0 ? std::optional(report()) : std::nullopt;
     if (is_complete_ && !is_told) announce(tracker_, AnnounceEvent::completed);
     announce(tracker_, AnnounceEvent::stopped);
+    const MutexLock guard(mutex_);
+    if (last) report_ = *last;
 }
 
 void CBTAnnounceThread::complete() noexcept {
@@ -94,17 +100,15 @@ bool CBTAnnounceThread::announce(std::string_view tracker, AnnounceEvent event) 
     stopping_ = event == AnnounceEvent::stopped || (event == AnnounceEvent::completed && is_complete_);
     const bool ok = announce_now(normalise_tracker(tracker), event);
     announced_ = true;
-    const bool asks = ok && !stopping_;
     busy_.unlock();
-    if (asks) ask_for_counts();
     return ok;
 }
 
 // Some trackers tell the counts only where they are asked for them alone.
-void CBTAnnounceThread::ask_for_counts() {
+void CBTAnnounceThread::ask_for_counts(const StopSource& stop) {
     const AnnounceReport last = report();
-    if (!last.ok || last.counts || istarts_with(tracker_, "udp://")) return;
-    const auto counts = scrape_http(normalise_tracker(tracker_));
+    if (!last.ok || last.is_last || last.counts || istarts_with(tracker_, "udp://")) return;
+    const auto counts = scrape_http(normalise_tracker(tracker_), stop);
     if (!counts) return;
     const MutexLock guard(mutex_);
     report_.counts = *counts;
@@ -112,7 +116,7 @@ void CBTAnnounceThread::ask_for_counts() {
 
 Outcome<SwarmCounts> CBTAnnounceThread::scrape() {
     const std::string url = normalise_tracker(tracker_);
-    return istarts_with(url, "udp://") ? scrape_udp(url) : scrape_http(url);
+    return istarts_with(url, "udp://") ? scrape_udp(url) : scrape_http(url, active_stop());
 }
 
 bool CBTAnnounceThread::announce_now(const std::string& url, AnnounceEvent event) {

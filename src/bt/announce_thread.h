@@ -73,11 +73,11 @@ class CBTAnnounceThread {
   private:
     void run();
     bool announce_now(const std::string& url, AnnounceEvent event);
-    void ask_for_counts();
+    void ask_for_counts(const StopSource& stop);
     // Over HTTP (http_announce.cpp).
     Outcome<CBETrackerRespond> ask_http(const std::string& url, AnnounceEvent event);
-    Outcome<SwarmCounts> scrape_http(const std::string& url);
-    Result fetch(const std::string& url, bool second_attempt, std::string& body);
+    Outcome<SwarmCounts> scrape_http(const std::string& url, const StopSource& stop);
+    Result fetch(const std::string& url, bool second_attempt, const StopSource& stop, std::string& body);
     void prefer_ipv6(ConnectPlan& plan);
     void resolve_named(CBETrackerRespond& respond);
     void learn_own_address(const std::string& url);

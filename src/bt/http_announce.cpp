@@ -29,10 +29,11 @@ Outcome<CBETrackerRespond> CBTAnnounceThread::ask_http(const std::string& url, A
     const std::string address = http_announce_url(url, job_, event, numwant());
     std::string body;
     bool second_attempt = false;
-    Result result = fetch(address, false, body);
-    if (!result.ok() && !active_stop().requested()) {
+    Result result = fetch(address, false, active_stop(), body);
+    // A goodbye that failed is not said twice: the thread is stopping.
+    if (!result.ok() && !stop_.requested() && !active_stop().requested()) {
         second_attempt = true;
-        result = fetch(address, true, body);
+        result = fetch(address, true, active_stop(), body);
     }
     if (!result.ok()) return result;
     CBEncode parser;
@@ -50,12 +51,12 @@ Outcome<CBETrackerRespond> CBTAnnounceThread::ask_http(const std::string& url, A
     return *std::move(respond);
 }
 
-Outcome<SwarmCounts> CBTAnnounceThread::scrape_http(const std::string& url) {
+Outcome<SwarmCounts> CBTAnnounceThread::scrape_http(const std::string& url, const StopSource& stop) {
     const std::string address = http_scrape_url(url, job_.info_hash);
     if (address.empty())
         return Result(Code::unsupported, "This tracker does not report the number of peers (scrape).");
     std::string body;
-    if (Result result = fetch(address, false, body); !result.ok()) return result;
+    if (Result result = fetch(address, false, stop, body); !result.ok()) return result;
     CBEncode parser;
     parser.load_memory(body);
     const auto value = parser.parse_value();
@@ -65,7 +66,8 @@ Outcome<SwarmCounts> CBTAnnounceThread::scrape_http(const std::string& url) {
 }
 
 // Makes one request, follows redirects, and reads the whole body of the answer.
-Result CBTAnnounceThread::fetch(const std::string& url, bool second_attempt, std::string& body) {
+Result CBTAnnounceThread::fetch(const std::string& url, bool second_attempt, const StopSource& stop,
+                                std::string& body) {
     HttpErrand errand;
     errand.address = to_utf16(url);
     errand.http.agent = agent;
@@ -83,8 +85,8 @@ Result CBTAnnounceThread::fetch(const std::string& url, bool second_attempt, std
     // answers.
     if (second_attempt && !job_.proxy.is_used())
         errand.adjust = [this](ConnectPlan& plan) { prefer_ipv6(plan); };
-    auto document = fetch_document({services_.connections, services_.libraries, log_, active_stop()}, errand,
-                                   longest_answer);
+    auto document =
+        fetch_document({services_.connections, services_.libraries, log_, stop}, errand, longest_answer);
     if (!document.ok()) return document.failure();
     body = std::move(document->bytes);
     return {};

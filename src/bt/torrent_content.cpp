@@ -71,10 +71,6 @@ bool is_second_version(const CBEDictionary& document) noexcept {
     return facts != nullptr && facts->find("pieces") == nullptr && facts->find("file tree") != nullptr;
 }
 
-std::string document_of_info(std::string_view info) {
-    return "d4:info" + std::string(info) + "e";
-}
-
 std::string info_of_document(std::span<const std::byte> document) {
     CBEncode parser;
     if (!parser.load_memory(document) || !parser.parse_document()) return {};
@@ -110,7 +106,8 @@ DocumentFacts facts_of_document(std::span<const std::byte> document) {
 
 Outcome<TorrentContent> read_torrent_content(std::string_view info) {
     CBEncode parser;
-    if (!parser.load_memory(document_of_info(info))) return refusal("There is no memory for the torrent.");
+    if (!parser.load_memory("d4:info" + std::string(info) + "e"))
+        return refusal("There is no memory for the torrent.");
     const auto document = parser.parse_document();
     const CBEDictionary* const facts = document ? document->find_dictionary("info") : nullptr;
     if (facts == nullptr) return refusal("The torrent's description cannot be read.");

@@ -43,9 +43,6 @@ Outcome<TorrentContent> read_torrent_content(std::string_view info);
 /// True for a document that has a description of the second version (BEP 52) and none of the first.
 bool is_second_version(const CBEDictionary& document) noexcept;
 
-/// The document that has nothing but this "info" value.
-std::string document_of_info(std::string_view info);
-
 /// The "info" value of a document; empty where it has none.
 std::string info_of_document(std::span<const std::byte> document);
 

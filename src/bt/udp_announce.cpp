@@ -15,8 +15,6 @@ constexpr std::size_t text_at = 8;
 constexpr std::size_t connection_at = 8;
 // A request is sent again when no answer came for a quarter of the whole wait, and once more.
 constexpr int sends = 3;
-// No tracker divides an answer on purpose: the rest of a short one comes soon or never.
-constexpr std::chrono::seconds wait_for_rest{3};
 constexpr const char* short_answer = "The tracker's answer is too short: it may not serve this torrent.";
 
 // An error may be shorter than the expected answer.
@@ -125,7 +123,7 @@ Outcome<std::string> CBTAnnounceThread::udp_exchange(UdpChannel& channel, const 
             if (silent) log_.line(Direction::error, datagram.failure().message());
             return too_short ? Result(Code::server_error, short_answer) : datagram.failure();
         }
-        if (answer.empty()) until = std::min(until, from_now(wait_for_rest));
+        until = from_now(services_.udp_timeout);
         answer += *datagram;
         if (answer.size() >= wanted || is_error(answer)) return answer;
         if (++received == receives) return Result(Code::server_error, short_answer);

@@ -68,4 +68,12 @@ JobPlans plan_link(const std::u16string& address) {
     return plans;
 }
 
+std::optional<std::u16string> document_address(std::u16string_view link) {
+    constexpr std::u16string_view scheme = u"metalink://";
+    if (!istarts_with(link, scheme) || link.size() == scheme.size()) return std::nullopt;
+    link.remove_prefix(scheme.size());
+    const bool has_scheme = link.find(u"://") != std::u16string_view::npos;
+    return std::u16string(has_scheme ? u"" : u"http://").append(link);
+}
+
 }  // namespace vantlow

@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -33,9 +34,10 @@ struct JobPlans {
 
 /// The facts that a reader of documents gets beside the bytes.
 struct DocumentOptions {
-    std::u16string origin;    ///< the document's own address or path
-    std::u16string fragment;  ///< the text behind the "#" in it, without the "#"
-    std::string select;       ///< --select: "1,3-5"; empty: all
+    std::u16string origin;          ///< the document's own address or path
+    std::u16string fragment;        ///< the text behind the "#" in it, without the "#"
+    std::string select;             ///< --select: "1,3-5"; empty: all
+    std::string default_tracker{};  ///< of a torrent that names none
 };
 
 /// One kind of document. Readers turn bytes into plans and touch nothing else. Their faults have no subject,
@@ -50,6 +52,10 @@ struct DocumentKind {
 /// none.
 const DocumentKind* document_by_name(std::u16string_view name) noexcept;
 const DocumentKind* document_by_type(std::string_view media_type) noexcept;
+
+/// The address of the document that a link with "metalink://" in front names; without a scheme of its own
+/// that is one of an HTTP server. None for other links.
+std::optional<std::u16string> document_address(std::u16string_view link);
 
 /// The largest document that is read.
 inline constexpr std::size_t largest_document = 64 * 1024 * 1024;

@@ -8,6 +8,7 @@
 #include "bt/ip_filter_keeper.h"
 #include "bt/magnet.h"
 #include "bt/port_mapper.h"
+#include "bt/torrent_settings.h"
 #include "bt/tracker_list_keeper.h"
 #include "engine/recovery.h"
 #include "engine/selection.h"
@@ -188,7 +189,8 @@ void Engine::take_end(JobEnd& end) {
     const bool was_shared = end.shares && !end.goes_on;
     if (record != nullptr && !was_shared && kind_of(*record) == JobKind::torrent && end.outcome.result.ok())
         tell([record](EngineListener& listener) { listener.data_complete(record->identity); });
-    if (record != nullptr && !end.goes_on && !was_shared && end.outcome.result.ok())
+    const bool is_leaving = leaving_.contains(end.job->identity);
+    if (record != nullptr && !is_leaving && !end.goes_on && !was_shared && end.outcome.result.ok())
         followed = follow(*record, end);
     end.gave_way = followed && followed->gave_way;
     tell([&end](EngineListener& listener) { listener.ended(end); });
@@ -228,6 +230,7 @@ std::optional<Followed> Engine::follow(CJobNode& document, const JobEnd& end) {
     } else {
         JobMaker maker(draft_of(document, end.outcome), options_.credentials);
         maker.keep_torrents(torrents_);
+        maker.use_tracker(default_tracker(options_.settings));
         made = maker.follow(document, end.outcome);
     }
     if (!made) return std::nullopt;
@@ -371,7 +374,8 @@ bool Engine::close(std::string& error) {
         take_moves();
         runner_->write_logs();
     }
-    return !store_->is_dirty() || store_->save(options_.settings, error);
+    const bool has_any = store_->is_dirty() || (runner_ && store_->owes_files(options_.settings));
+    return !has_any || store_->save(options_.settings, error);
 }
 
 // ---- Looking.

@@ -271,8 +271,8 @@ class Engine {
         return removed_.size() + leaving_for_undo();
     }
     /// Takes the last remove_all() back: jobs stand where they stood, stopped where they ran, and their files
-    /// come out of the bin as far as the system says where they are; a job whose file does not is filed all
-    /// the same (Fault::file). Their logs do not come back, nor do files that were erased.
+    /// come out of the bin as far as the system says where they are; one whose file does not (Fault::file),
+    /// or was erased, is filed as failed for want of it, to begin anew. Their logs do not come back.
     Done undo_removal();
     /// Forgets the unfinished part of a job, and its file on the disk, and lets it wait for its turn; the
     /// file of a finished job stays as it is. Not while it runs.
@@ -384,6 +384,7 @@ class Engine {
     void tell_questions();
     void deliver();
     Done remove_now(CJobNode& job, Files files, bool is_remembered);
+    [[nodiscard]] bool is_path_of_another(const CJobNode& job) const;
     Done remove_files(const CJobNode& job, Files files, std::vector<BinItem>& binned) const;
     void drop_torrents(const std::vector<const CJobNode*>& gone);
     void forget_removed();

@@ -238,18 +238,10 @@ MadeJobs JobMaker::make_link(const std::u16string& address) {
 
 JobPlans JobMaker::read_plans(const DocumentKind& kind, std::span<const std::byte> bytes,
                               std::u16string origin, std::u16string fragment) const {
-    JobPlans plans = kind.read(bytes, {std::move(origin), std::move(fragment), draft_.select});
+    JobPlans plans =
+        kind.read(bytes, {std::move(origin), std::move(fragment), draft_.select, default_tracker_});
     if (plans.plans.empty() && plans.faults.empty()) plans.faults.push_back({DraftFault::Kind::nothing});
     return plans;
-}
-
-// "metalink://" stands in front of the document's address; without a scheme of its own that is an HTTP
-// server.
-MadeJobs JobMaker::make_metalink(std::u16string address) {
-    if (address.find(u"://") == std::u16string::npos) address.insert(0, u"http://");
-    MadeJobs made = make_link(address);
-    for (const auto& job : made.jobs) job->kind = static_cast<std::int32_t>(JobKind::document);
-    return made;
 }
 
 // Prepares a job that a fetched document names: the document's login and cookies were given for the
@@ -298,9 +290,11 @@ std::optional<MadeJobs> JobMaker::follow(const CJobNode& job, const JobOutcome& 
 
 MadeJobs JobMaker::make(const std::string& link) {
     const std::u16string address = to_utf16(link);
-    constexpr std::u16string_view scheme = u"metalink://";
-    if (istarts_with(address, scheme) && address.size() > scheme.size())
-        return make_metalink(address.substr(scheme.size()));
+    if (const auto document = document_address(address)) {
+        MadeJobs made = make_link(*document);
+        for (const auto& job : made.jobs) job->kind = static_cast<std::int32_t>(JobKind::document);
+        return made;
+    }
     if (address.find(u"://") != std::u16string::npos && find_protocol(address) != nullptr)
         return make_link(address);
     // Only an existing file is a document on this machine.

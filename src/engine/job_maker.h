@@ -41,6 +41,9 @@ class JobMaker {
     /// Has the documents of torrents kept there, which outlives the object.
     void keep_torrents(TorrentShelf& shelf) { torrents_ = &shelf; }
 
+    /// Sets the tracker of torrents that name none; without it they have none.
+    void use_tracker(std::string tracker) { default_tracker_ = std::move(tracker); }
+
     /// The jobs of one link, or of a document on this machine (UTF-8).
     MadeJobs make(const std::string& link);
     /// Follows the file of a job that ended well, if it is a document by its kind, its media type or its
@@ -53,7 +56,6 @@ class JobMaker {
                                       std::u16string origin, std::u16string fragment) const;
     void keep_torrent(const JobPlan& plan, const std::u16string& subject, MadeJobs& made);
     MadeJobs make_from_plans(JobPlans plans, const std::u16string& subject);
-    MadeJobs make_metalink(std::u16string address);
     MadeJobs make_link(const std::u16string& address);
     std::unique_ptr<CJobNode> job_for(JobPlan plan);
     std::unique_ptr<CJobNode> new_job(const std::u16string& folder);
@@ -69,6 +71,7 @@ class JobMaker {
     Guid identity_;  ///< of the next new job, where one was asked for
     std::function<bool(const Guid&)> is_somebodys_;
     TorrentShelf* torrents_ = nullptr;
+    std::string default_tracker_;
     std::map<std::u16string, ResumeIndex> earlier_;  ///< by folder
 };
 

@@ -6,6 +6,7 @@
 
 #include "base/safe_name.h"
 #include "bt/torrent_content.h"
+#include "bt/torrent_settings.h"
 #include "engine/documents.h"
 #include "engine/engine.h"
 #include "engine/recovery.h"
@@ -51,8 +52,13 @@ Guid Engine::file(std::unique_ptr<CJobNode> job, const Guid& category) {
 std::vector<Guid> Engine::file_list(std::vector<std::unique_ptr<CJobNode>> jobs, const Guid& category) {
     std::vector<Guid> filed;
     for (auto& job : jobs) {
-        job->state = job->start_mode == 0 ? JobState::stopped : JobState::waiting;
+        if (auto document = document_address(job->address)) {
+            job->address = std::move(*document);
+            job->kind = static_cast<std::int32_t>(JobKind::document);
+        }
+        job->state = job->start_mode == start_mode::at_once ? JobState::waiting : JobState::stopped;
         filed.push_back(file(std::move(job), category));
+        apply_schedule(*store_->find(filed.back()));
     }
     return filed;
 }
@@ -63,6 +69,7 @@ std::unique_ptr<JobMaker> Engine::maker_for(const JobDraft& draft, const CClassN
     if (common.folder.empty()) common.folder = category.folder;
     auto maker = std::make_unique<JobMaker>(std::move(common), options_.credentials);
     maker->keep_torrents(torrents_);
+    maker->use_tracker(default_tracker(options_.settings));
     maker->spare([this](const Guid& job) { return store_->find(job) != nullptr; });
     return maker;
 }

@@ -49,6 +49,16 @@ Relocation relocation_of_one_file(const CJobNode& job, const std::u16string& to,
     return relocation;
 }
 
+// The disk of the files may be away: then they are not moved, and not forgotten either.
+bool is_nothing_there(const CJobNode& job) {
+    const auto has = [&job](std::u16string_view suffix) {
+        return path_kind(job.path + std::u16string(suffix)) != PathKind::none;
+    };
+    if (job.state == JobState::finished) return !has({});
+    const bool has_bytes = kind_of(job) == JobKind::torrent || written_end(job) > 0;
+    return has_bytes && !has({}) && !has(partial_suffix) && !has(state_suffix);
+}
+
 Outcome<Relocation> find_files(const CJobNode& job, const std::u16string& to, const TorrentShelf& shelf,
                                bool goes_on, LogSink& log) {
     const auto magnet =
@@ -91,7 +101,7 @@ Done Engine::move_files(const Guid& job, const std::u16string& folder, const std
     return ask_to_move(*record, folder, name);
 }
 
-// What can be told now is told now; the rest, when the session has ended.
+// Faults that are known now are told now; the others, when the session has ended.
 Done Engine::ask_to_move(CJobNode& job, const std::u16string& folder, const std::u16string& name) {
     const Guid identity = job.identity;
     if (is_moving(identity)) return {Fault::moving};
@@ -137,9 +147,10 @@ Done Engine::begin_move(CJobNode& job, const std::u16string& folder, const std::
     const std::u16string to = join_path(within, name.empty() ? name_of(job.path) : name);
     if (to == job.path) return {};
     if (Done done = look_at_target(job, to); !done.ok()) return done;
-    if (is_anothers_file(job)) return {Fault::anothers_file, {}, job.path};
-    if (job.state == JobState::finished && path_kind(job.path) == PathKind::none)
-        return {Fault::file, {FileFault::not_found, 0}, job.path};
+    const bool is_torrent = kind_of(job) == JobKind::torrent;
+    if (is_anothers_file(job) || (is_torrent && is_path_of_another(job)))
+        return {Fault::anothers_file, {}, job.path};
+    if (is_nothing_there(job)) return {Fault::file, {FileFault::not_found, 0}, job.path};
     return start_move(job, {job.identity, job.path, to}, false);
 }
 

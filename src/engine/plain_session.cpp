@@ -101,6 +101,8 @@ std::optional<Question> PlainSession::question_of(const JobOutcome& outcome) con
     question.server = server_;
     if (outcome.result.code == Code::credentials_refused || outcome.result.about_credentials) {
         question.kind = QuestionKind::credentials;
+        const auto target = parse_target(job_->address);
+        question.was_refused = !job_->user.empty() || (target && !target->user.empty());
         return question;
     }
     if (outcome.result.code == Code::not_trusted && !asked_for_trust_) {

@@ -126,19 +126,38 @@ bool has_suffix(std::u16string_view name, std::u16string_view suffix) noexcept {
 
 }  // namespace
 
+namespace {
+
+// A private torrent is nobody's but its own trackers' (BEP 27). One without trackers says so, so that it does
+// not get those of magnet links.
+std::string address_of_torrent(const CBEDictionary& document, const CBEMetaInfo& meta) {
+    const CBEDictionary* const info = document.find_dictionary("info");
+    const CBEInteger* const is_private = info != nullptr ? info->find_integer("private") : nullptr;
+    const bool has_own =
+        document.find_string("announce") != nullptr || document.find("announce-list") != nullptr;
+    std::vector<std::string> trackers = meta.trackers;
+    std::erase(trackers, std::string());
+    if (!has_own && is_private != nullptr && is_private->value == 1) trackers.clear();
+    const std::string link = make_magnet(meta.info_hash, to_utf8(meta.name()), trackers);
+    return trackers.empty() ? with_trackers(link, trackers) : link;
+}
+
+}  // namespace
+
 JobPlans read_torrent_plan(std::span<const std::byte> bytes, const DocumentOptions& options) {
     CBEncode parser;
     if (!parser.load_memory(bytes)) return refuse(DraftFault::Kind::no_memory);
     const auto document = parser.parse_document();
     if (document && is_second_version(*document)) return refuse(DraftFault::Kind::second_version);
     CBEMetaInfo meta;
-    if (!document || !parse_meta_info(parser, *document, {}, meta))
+    const MetaInfoRules rules_of_reading{options.default_tracker};
+    if (!document || !parse_meta_info(parser, *document, rules_of_reading, meta))
         return refuse(DraftFault::Kind::no_torrent);
     if (meta.info.empty()) return refuse(DraftFault::Kind::no_info_hash);
     const auto total = meta.total_size();
     if (!total) return refuse(DraftFault::Kind::wrong_sizes);
     JobPlan plan;
-    plan.address = to_utf16(make_magnet(meta.info_hash, to_utf8(meta.name()), meta.trackers));
+    plan.address = to_utf16(address_of_torrent(*document, meta));
     plan.name = in_one_part(meta.name());
     plan.size = *total;
     // Other faults of a torrent are reported by its job.

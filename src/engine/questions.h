@@ -38,10 +38,11 @@ struct QuestionAnswer {
 struct Question {
     std::uint64_t id = 0;  ///< given by the board; never used twice in a run
     QuestionKind kind = QuestionKind::host_key;
-    Guid job;                 ///< zero: the question is about no single job
-    std::string server;       ///< host, with its port where that is not the usual one
-    std::string fingerprint;  ///< of the key or certificate; as SSH and TLS tools write it
-    std::u16string path;      ///< overwrite: the file that is there
+    Guid job;                  ///< zero: the question is about no single job
+    std::string server;        ///< host, with its port where that is not the usual one
+    std::string fingerprint;   ///< of the key or certificate; as SSH and TLS tools write it
+    std::u16string path;       ///< overwrite: the file that is there
+    bool was_refused = false;  ///< credentials: the job gave a login, and the server did not take it
     /// which_files: the files, by their jobs, which are filed and wait for the answer.
     struct File {
         Guid job;

@@ -11,8 +11,6 @@ namespace vantlow {
 namespace {
 
 constexpr std::int64_t nanoseconds_of_a_second = 1'000'000'000;
-// The clocks of network drives are not this machine's, and FAT keeps the local time, which jumps twice a
-// year.
 constexpr std::int64_t clock_error = std::int64_t{2} * 3600;
 
 // True when the job was interrupted between the end of its file and the save that would have recorded it: its
@@ -33,8 +31,7 @@ bool ended_unsaved(const CJobNode& job) {
 bool is_anothers_finished_file(const CJobNode& job) {
     const FileStamp stamp = file_stamp(job.path);
     if (!stamp.there) return false;
-    if (job.file_size > 0 && stamp.size != job.file_size) return true;
-    return job.finished > 0 && stamp.modified / nanoseconds_of_a_second > job.finished + clock_error;
+    return (job.file_size > 0 && stamp.size != job.file_size) || was_written_since(stamp, job.finished);
 }
 
 // Who is at work on a partial file holds it, and who is not has left its state beside it.
@@ -48,6 +45,10 @@ bool is_anothers_partial_file(const CJobNode& job) {
 }
 
 }  // namespace
+
+bool was_written_since(const FileStamp& stamp, std::int64_t finished) noexcept {
+    return finished > 0 && stamp.modified / nanoseconds_of_a_second > finished + clock_error;
+}
 
 bool is_anothers_file(const CJobNode& job) {
     if (name_of(job.path).empty() || path_kind(job.path) == PathKind::folder) return false;
@@ -88,13 +89,19 @@ void take_end(CJobNode& record, CJobNode& from) {
     record.finished = from.finished;
 }
 
-// Finds the job's state among those in the folder, where the database knew no name.
+// Finds the job's state among those in the folder, where the database knew no name. Positions are believed
+// only where the state beside the partial file is the job's own: somebody else may have begun anew under the
+// name.
 void Recovery::adopt_state(CJobNode& job, bool interrupted) {
+    if (kind_of(job) == JobKind::torrent && !name_of(job.path).empty()) return;  // its session looks
     if (!name_of(job.path).empty()) {
         const auto state = load_resume_state(job.path + std::u16string(state_suffix));
-        if (!state || state->identity != job.identity) return;
-        state->path = job.path;
-        take_positions(job, *state);
+        if (state && state->identity == job.identity) {
+            state->path = job.path;
+            take_positions(job, *state);
+        } else if (!job.segments.empty()) {
+            forget_run(job);
+        }
         return;
     }
     if (!interrupted) return;

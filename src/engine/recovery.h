@@ -1,9 +1,11 @@
 // The facts that a record takes over from a session and from the disk.
 #pragma once
 
+#include <cstdint>
 #include <map>
 #include <string>
 
+#include "platform/file.h"
 #include "storage/resume_state.h"
 #include "store/job.h"
 
@@ -19,6 +21,11 @@ void take_end(CJobNode& record, CJobNode& from);
 /// people move and remove files, and other downloads get the names that are free then. False where there is
 /// none, and for a torrent's folder.
 bool is_anothers_file(const CJobNode& job);
+
+/// Whether a file was written to after its job had ended then (seconds since 1970; 0: unknown), as far as
+/// clocks can tell: those of network drives are not this machine's, and FAT keeps the local time, which jumps
+/// twice a year.
+bool was_written_since(const FileStamp& stamp, std::int64_t finished) noexcept;
 
 /// Whether the finished torrent of a record is shared, or was when the program ended.
 bool is_to_be_shared(const CJobNode& record) noexcept;

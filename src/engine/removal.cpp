@@ -9,6 +9,7 @@
 #include "engine/engine.h"
 #include "engine/recovery.h"
 #include "engine/torrent_files.h"
+#include "storage/resume_state.h"
 
 namespace vantlow {
 namespace {
@@ -51,17 +52,56 @@ std::optional<InfoHash> torrent_of(const CJobNode& job) {
     return magnet ? std::optional(magnet->info_hash) : std::nullopt;
 }
 
+void forget_checked(CJobNode& job) {
+    job.bit_map.clear();
+    job.bit_count = 0;
+}
+
+// Gives the file of a finished job the name of an unfinished one, with the state of the job beside it before:
+// without it the next download of that name would take it for an abandoned one.
+Done make_unfinished(CJobNode& job) {
+    const std::u16string partial = job.path + std::u16string(partial_suffix);
+    const std::u16string state = job.path + std::u16string(state_suffix);
+    const auto left = load_resume_state(state);
+    const bool is_own = left && left->identity == job.identity;
+    if (path_kind(partial) != PathKind::none) return {Fault::name_taken, {}, partial};
+    if (!is_own && path_kind(state) != PathKind::none) return {Fault::name_taken, {}, state};
+    job.partial_mark = mark_of(job.path, job);
+    FileError error =
+        job.partial_mark.is_set() ? save_resume_state(job, state) : FileError{FileFault::other, 0};
+    if (error.ok()) error = rename_no_replace(job.path, partial);
+    if (error.ok()) return {};
+    static_cast<void>(remove_file(state));
+    return {Fault::file, error, job.path};
+}
+
+// A torrent that is to be checked, or whose sharing failed, has its name already.
+bool is_whole_torrent_file(const CJobNode& job) {
+    const FileStamp stamp = file_stamp(job.path);
+    return kind_of(job) == JobKind::torrent && stamp.there && stamp.size == job.file_size &&
+           !was_written_since(stamp, job.finished);
+}
+
 bool has_hashes(const CJobNode& job) {
     return job.sources && (job.sources->whole || job.sources->pieces);
 }
 
 }  // namespace
 
+// The same torrent, filed twice for one folder, has one set of files.
+bool Engine::is_path_of_another(const CJobNode& job) const {
+    const auto jobs = store_->jobs_below(nullptr);
+    return std::ranges::any_of(jobs, [&job](const CJobNode* other) {
+        return other != &job && other->kind == job.kind && other->path == job.path;
+    });
+}
+
 // Removes the job's file, or the part of it on the disk.
 Done Engine::remove_files(const CJobNode& job, Files files, std::vector<BinItem>& taken) const {
     if (files == Files::keep || name_of(job.path).empty()) return {};
     const std::u16string state = job.path + std::u16string(state_suffix);
     const auto torrent = torrent_of(job);
+    if (torrent && is_path_of_another(job)) return {Fault::anothers_file, {}, job.path};
     if (torrent && path_kind(job.path) == PathKind::folder) {
         // Anything else that somebody has put into the folder comes back with it from the bin.
         if (files == Files::bin) return remove_paths({job.path, state}, files, taken);
@@ -83,6 +123,7 @@ Done Engine::remove_files(const CJobNode& job, Files files, std::vector<BinItem>
     // Beside the name of a finished job it is that of another download, unless a crash came between the two.
     const auto saved = finished ? load_resume_state(state) : nullptr;
     if (!finished || (saved && saved->identity == job.identity)) paths.push_back(state);
+    if (!finished && is_whole_torrent_file(job)) paths.push_back(job.path);
     return remove_paths(paths, files, taken);
 }
 
@@ -195,6 +236,7 @@ Done Engine::undo_removal() {
         }
         CClassNode& category = *category_or_first(one->job->category);
         CJobNode& job = store_->add(std::move(one->job), category);
+        store_->keep(job);
         store_->place(job, category, one->place);
         if (job.state == JobState::running) store_->set_state(job, JobState::stopped);
     }
@@ -250,19 +292,20 @@ Done Engine::check(const Guid& job) {
         if (!doubted.ok()) return {Fault::file, {FileFault::other, doubted.system_error}, record->path};
         again->finished = 0;
     } else if (record->state == JobState::finished) {
-        const std::u16string partial = record->path + std::u16string(partial_suffix);
-        if (const FileError error = rename_no_replace(record->path, partial); !error.ok())
-            return {Fault::file, error, record->path};
         again->segments.clear();
         again->append_segment(again->file_size, again->file_size);
-        again->partial_mark = {};
         again->finished = 0;
-    } else {
-        // It would bring back which pieces were checked; all that it says stands in the record.
-        static_cast<void>(remove_file(record->path + std::u16string(state_suffix)));
+        if (Done done = make_unfinished(*again); !done.ok()) return done;
+    } else if (const auto state = load_resume_state(record->path + std::u16string(state_suffix));
+               state && state->identity == job) {
+        forget_checked(*state);
+        const std::u16string path = record->path + std::u16string(state_suffix);
+        if (const FileError error = save_resume_state(*state, path); !error.ok())
+            return {Fault::file, error, path};
     }
-    again->bit_map.clear();  // pieces that were checked once are checked again
-    again->bit_count = 0;
+    forget_checked(*again);           // pieces that were checked once are checked again
+    if (runner_) runner_->stop(job);  // it may be shared, or wait for that
+    set_to_be_shared(*again, false);
     store_->update(*record, std::move(again));
     if (runner_) runner_->name(job);
     store_->queue_last(*record);

@@ -172,8 +172,8 @@ void SessionRunner::share(const Guid& job, std::int64_t whole_since) {
 bool SessionRunner::start_sharing() {
     if (stop_.requested() || sharing_ >= most_sharing) return false;
     // One that was stopped for a move of its files goes on behind that.
-    const auto next = std::ranges::find_if(
-        to_share_, [this](const auto& one) { return !(tools_.is_held && tools_.is_held(one.first)); });
+    const auto next =
+        std::ranges::find_if(to_share_, [this](const auto& one) { return !is_held(one.first); });
     if (next == to_share_.end()) return false;
     const auto [identity, whole_since] = *next;
     to_share_.erase(next);
@@ -277,18 +277,16 @@ void SessionRunner::take_end_of(Entry& entry, const Guid& identity) {
         // A job that only the end of the program stopped goes on when it is run again.
         const bool stopped = end.outcome.result.kind() == Kind::stopped;
         newer->state = stopped && !entry.stop_asked ? JobState::waiting : end.job->state;
+        // A torrent that was whole just when it was to stop for a moment goes on with being shared.
+        const bool is_whole = newer->state == JobState::finished && kind_of(*newer) == JobKind::torrent;
+        const bool goes_on_sharing =
+            is_whole && entry.start_again && sharing_for(*newer, std::nullopt).goes_on;
+        if (goes_on_sharing) set_to_be_shared(*newer, true);
         tools_.store.update(*record, std::move(newer));
         const bool wants_more = record->state == JobState::finished && owes_choice;
         if (wants_more || (stopped && entry.start_again)) tools_.store.queue_last(*record);
         if (stopped && entry.start_again && entry.comes_first) tools_.store.queue_first(*record);
-        // A torrent that was whole just when it was to stop for a moment goes on with being shared.
-        const bool is_whole = record->state == JobState::finished && kind_of(*record) == JobKind::torrent;
-        if (is_whole && entry.start_again && sharing_for(*record, std::nullopt).goes_on) {
-            auto shared = record->twin();
-            set_to_be_shared(*shared, true);
-            tools_.store.update(*record, std::move(shared));
-            to_share_.emplace_back(identity, record->finished);
-        }
+        if (goes_on_sharing) to_share_.emplace_back(identity, record->finished);
     }
     JobEnd told{entry.number, std::move(end.job), std::move(end.outcome), std::move(end.question)};
     told.stop_asked = entry.stop_asked;

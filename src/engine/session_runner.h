@@ -178,10 +178,11 @@ class SessionRunner {
     [[nodiscard]] bool may_run(const CJobNode& job) const {
         return !only_named_ || named_.contains(job.identity);
     }
+    [[nodiscard]] bool is_held(const Guid& job) const { return tools_.is_held && tools_.is_held(job); }
     /// False for a job whose adding is not safe yet, because it may still be taken back.
     [[nodiscard]] bool may_begin(const CJobNode& job) const {
         return may_run(job) && !sessions_.contains(job.identity) && !tools_.store.is_unsettled(job) &&
-               !(tools_.is_held && tools_.is_held(job.identity));
+               !is_held(job.identity);
     }
     [[nodiscard]] CJobNode* next_waiting() const;
     bool start_next();

@@ -8,6 +8,7 @@
 #include "base/safe_name.h"
 #include "base/text.h"
 #include "bt/swarm/storage_disk.h"
+#include "engine/recovery.h"
 #include "platform/folder.h"
 #include "storage/storage_state.h"
 #include "store/job_log.h"
@@ -46,9 +47,7 @@ StoragePlaces places_of(const TorrentContent& content, const std::u16string& tar
     StoragePlaces places;
     // Where somebody has moved the folder along with its state, the state is wrong about the folder alone.
     places.folder = content.is_folder ? target : std::u16string(folder_of(target));
-    if (!content.is_folder || !state) return places;
-    places.names = state->places.names;
-    places.other_folder = state->places.other_folder;
+    if (content.is_folder && state) places.names = state->places.names;
     return places;
 }
 
@@ -135,13 +134,33 @@ Result TorrentFiles::resume(const TorrentPlace& place, const std::u16string& tar
     if (Result result = storage_->resume(places_of(content_, target, state)); !result.ok()) return result;
     target_ = target;
     if (Result result = check(state, place.some_since, stop, progress); !result.ok()) return result;
-    if (state || is_whole() || (is_ours && are_finished_ones_right())) return choose(chosen, good_, good_);
+    const bool is_replaced = state && !disown_others(*state);
+    if (is_replaced) static_cast<void>(remove_file(storage_state_path(target)));
+    if ((state && !is_replaced) || is_whole() || (is_ours && are_finished_ones_right()))
+        return choose(chosen, good_, good_);
     // Files under whole names that nothing says are this job's, and that are not what it fetches: somebody
     // else put them there.
     log_.line(Direction::note, "The files at " + to_utf8(target) + " are others, and stay as they are.");
     storage_->close();
     storage_.reset();
     return {};
+}
+
+// A file under its whole name of which no piece is right, where the state knows an unfinished one, or none,
+// or another one, is somebody else's, put there meanwhile. False where it stands in the place of the only
+// file.
+bool TorrentFiles::disown_others(const StorageState& state) {
+    const auto is_good = [this](std::int64_t piece) { return good_[static_cast<std::size_t>(piece)]; };
+    for (std::size_t file = 0; file < storage_->files().count(); ++file) {
+        const ListedFile& listed = storage_->files().at(file);
+        const bool is_known = file < state.marks.size() && state.marks[file].size != FileMark::doubted;
+        if (!is_known || listed.length == 0 || listed.padding) continue;
+        if (storage_->shape(file) != FileShape::finished || has_piece(file, is_good)) continue;
+        if (!content_.is_folder) return false;
+        log_.line(Direction::note, to_utf8(storage_->path(file)) + " is another file, and stays as it is.");
+        storage_->disown(file);
+    }
+    return true;
 }
 
 Result TorrentFiles::open_whole(const TorrentPlace& place, const std::vector<bool>& chosen,
@@ -358,13 +377,10 @@ std::int64_t TorrentFiles::chosen_bytes_of(std::int64_t piece) const {
 namespace {
 
 // Nobody writes into a finished file for its job: one of another size, or that was written to long after the
-// end, has taken its place. Clocks as in is_anothers_file().
+// end, has taken its place.
 bool is_own(const std::u16string& path, std::int64_t length, std::int64_t finished) {
-    constexpr std::int64_t clock_error = std::int64_t{2} * 3600;
-    constexpr std::int64_t nanoseconds_of_a_second = 1'000'000'000;
     const FileStamp stamp = file_stamp(path);
-    if (stamp.size != length) return false;
-    return finished <= 0 || stamp.modified / nanoseconds_of_a_second <= finished + clock_error;
+    return stamp.size == length && !was_written_since(stamp, finished);
 }
 
 constexpr std::size_t most_told = 50;
@@ -398,9 +414,12 @@ Outcome<Relocation> torrent_relocation(const TorrentContent& content, const std:
     relocation.goes_on = goes_on;
     const Relocation::Item state{storage_state_path(from), storage_state_path(to), false, true};
     if (!content.is_folder || folder_of(from) == folder_of(to)) {
-        if (!content.is_folder) relocation.items.push_back({partial_of(from), partial_of(to)});
+        // Beside the name of a finished one they may be those of another download.
+        const std::string identity = to_hex(content.info_hash);
+        const bool has_own = finished <= 0 || goes_on || load_storage_state(state.from, identity);
+        if (!content.is_folder && has_own) relocation.items.push_back({partial_of(from), partial_of(to)});
         relocation.items.push_back({from, to});
-        relocation.items.push_back(state);
+        if (has_own) relocation.items.push_back(state);
         return relocation;
     }
     const auto list = list_of(content, {});
@@ -447,7 +466,7 @@ Result doubt_torrent_files(const TorrentContent& content, const std::u16string& 
         state->chosen = those_there(content, target, std::vector<bool>(content.files.size(), true));
     }
     // A state that promises everything of files that have changed since.
-    constexpr FileMark none_has{.size = -2};
+    constexpr FileMark none_has{.size = FileMark::doubted};
     state->marks.assign(content.files.size(), none_has);
     state->parts = none_has;
     state->good.assign(static_cast<std::size_t>(content.piece_count()), true);

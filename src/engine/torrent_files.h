@@ -87,6 +87,7 @@ class TorrentFiles {
     [[nodiscard]] std::vector<std::size_t> doubt(std::int64_t whole_since);
     [[nodiscard]] bool is_whole() const;
     [[nodiscard]] bool are_finished_ones_right() const;
+    bool disown_others(const StorageState& state);
     template <class Test>
     [[nodiscard]] bool has_piece(std::size_t file, const Test& test) const;
 

@@ -6,6 +6,7 @@
 #include "base/codes.h"
 #include "base/string_table.h"
 #include "base/text.h"
+#include "bt/make_torrent.h"
 #include "bt/torrent_settings.h"
 #include "engine/run_options.h"
 #include "engine/selection.h"
@@ -149,7 +150,8 @@ Result TorrentRun::describe() {
     if (info.empty()) {
         if (Result result = fetch_description(); !result.ok()) return result;
         info = std::exchange(content_.info, {});
-        const std::string document = document_of_info(info);
+        const auto now = static_cast<std::int64_t>(std::time(nullptr));
+        const std::string document = torrent_from_metadata(own_trackers_, info, now);
         const FileError kept = shelf_.keep(magnet_.info_hash, std::as_bytes(std::span(document)));
         if (!kept.ok())
             log_.line(Direction::error, "The torrent's description could not be kept: " + kept.text());

@@ -229,7 +229,8 @@ Result FlvJoiner::run() {
         if (control_.is_cancelled()) return Code::stopped;
     }
     if (Result result = rewrite_metadata(); !result.ok()) return result;
-    outcome_.seconds = std::max(base_, static_cast<double>(totals_.last_timestamp)) / 1000.0;
+    // Pieces that say how long they are decide, as in the joined metadata.
+    outcome_.seconds = (base_ > 0 ? base_ : static_cast<double>(totals_.last_timestamp)) / 1000.0;
     return {};
 }
 

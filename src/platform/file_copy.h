@@ -1,4 +1,4 @@
-// What a copy of a file takes over beside the bytes.
+// The marks of a file that its copy takes over beside the bytes.
 #pragma once
 
 #include <string>

@@ -22,6 +22,9 @@ char16_t fold(char16_t c) noexcept {
     if ((c >= 0xC0 && c <= 0xDE && c != 0xD7) || (c >= 0x391 && c <= 0x3A9) || (c >= 0x410 && c <= 0x42F))
         return static_cast<char16_t>(c + 0x20);
     if (c >= 0x400 && c <= 0x40F) return static_cast<char16_t>(c + 0x50);
+    if (c == 0x178) return 0xFF;
+    // The pairs of these two stretches begin odd.
+    if ((c >= 0x139 && c <= 0x148) || (c >= 0x179 && c <= 0x17E)) return static_cast<char16_t>(c + (c & 1U));
     const bool in_pairs =
         (c >= 0x100 && c <= 0x17F) || (c >= 0x460 && c <= 0x52F) || (c >= 0x1E00 && c <= 0x1EFF);
     if (in_pairs) return static_cast<char16_t>(c | 1U);

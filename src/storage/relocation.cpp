@@ -5,6 +5,7 @@
 #include <set>
 #include <utility>
 
+#include "base/safe_name.h"
 #include "base/text.h"
 #include "platform/desktop.h"
 #include "platform/file_copy.h"
@@ -19,8 +20,6 @@ using Item = Relocation::Item;
 using State = RelocationEnd::State;
 
 constexpr std::int64_t copy_step = 4 * 1024 * 1024;
-// Of a file that is being copied: a name that nobody else gives one.
-constexpr std::u16string_view copy_suffix = u".vantlow-copy";
 // FAT keeps times to two seconds.
 constexpr std::int64_t coarsest_time = 2'000'000'000;
 
@@ -30,6 +29,11 @@ struct Placed {
     bool is_copy = false;  ///< the old one is still there
     FileStamp stamp;       ///< of the old one, when it was copied
 };
+
+// The name of a file that is being copied: one that no download is given (safe_file_name()).
+std::u16string while_copied(const Item& item) {
+    return item.to + std::u16string(partial_suffix) + u".new";
+}
 
 // An earlier call made the one of the other.
 bool are_twins(const FileStamp& one, const FileStamp& other) {
@@ -140,7 +144,7 @@ FileError Relocating::place_unseen(const Item& item, const FileStamp& to) {
 FileError Relocating::copy(const Item& item, const FileStamp& stamp) {
     if (path_kind(item.from) != PathKind::file) return failed({FileFault::is_folder, 0}, item.from);
     if (FileError error = look_at_room(item); !error.ok()) return failed(error, folder_of(item.to));
-    const std::u16string fresh = item.to + std::u16string(copy_suffix);
+    const std::u16string fresh = while_copied(item);
     FileError error = copy_bytes(item, stamp);
     if (error.ok() && !is_unchanged(stamp, file_stamp(item.from)))
         error = failed({FileFault::in_use, 0}, item.from);
@@ -161,7 +165,7 @@ FileError Relocating::copy(const Item& item, const FileStamp& stamp) {
 
 // Only what is there is copied: an unfinished file is mostly holes.
 FileError Relocating::copy_bytes(const Item& item, const FileStamp& stamp) {
-    const std::u16string fresh = item.to + std::u16string(copy_suffix);
+    const std::u16string fresh = while_copied(item);
     File from;
     if (FileError error = from.open(item.from, OpenMode::read); !error.ok()) return failed(error, item.from);
     File to;

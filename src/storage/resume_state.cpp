@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "base/codes.h"
+#include "base/digest.h"
 #include "base/mem_file.h"
 #include "base/safe_name.h"
 #include "platform/file_marks.h"
@@ -88,7 +89,10 @@ std::int64_t give_back_tail(CJobNode& job, std::int64_t bytes) {
     return job.append_segment(std::max(before, end - bytes), end).start;
 }
 
-PartialMark mark_of(CLocalFile& file, const CJobNode& snapshot) {
+namespace {
+
+// The range of the first block that is there.
+PartialMark marked_range(const CJobNode& snapshot) {
     constexpr std::int64_t block = 16 * 1024;
     PartialMark mark;
     std::int64_t at = 0;
@@ -100,6 +104,27 @@ PartialMark mark_of(CLocalFile& file, const CJobNode& snapshot) {
     }
     if (mark.end == 0 && at < snapshot.file_size) mark.end = std::min(snapshot.file_size, at + block);
     if (mark.end > 0) mark.begin = at;
+    return mark;
+}
+
+}  // namespace
+
+PartialMark mark_of(const std::u16string& path, const CJobNode& snapshot) {
+    PartialMark mark = marked_range(snapshot);
+    File file;
+    std::vector<std::byte> block(static_cast<std::size_t>(mark.end - mark.begin));
+    std::size_t got = 0;
+    if (!file.open(path, OpenMode::read).ok() || !file.read_at(mark.begin, block, got).ok()) return {};
+    if (got < block.size()) return {};
+    Digest digest(DigestKind::sha256);
+    digest.update(block);
+    mark.digest = to_hex(digest.finish());
+    mark.length = file.size();
+    return mark;
+}
+
+PartialMark mark_of(CLocalFile& file, const CJobNode& snapshot) {
+    PartialMark mark = marked_range(snapshot);
     std::vector<std::byte> digest;
     const StopSource never;  // it is one block, also when the job stops
     if (!digest_of_range(file, DigestKind::sha256, mark.begin, mark.end, never, digest).ok()) return {};
@@ -109,10 +134,9 @@ PartialMark mark_of(CLocalFile& file, const CJobNode& snapshot) {
 }
 
 bool bears_mark(CLocalFile& file, const PartialMark& mark) {
-    if (!mark.is_set()) return true;
     const StopSource never;
     std::vector<std::byte> digest;
-    return mark.begin >= 0 && mark.begin <= mark.end && file.size() >= mark.length &&
+    return mark.is_set() && mark.begin >= 0 && mark.begin <= mark.end && file.size() >= mark.length &&
            mark.end <= mark.length &&
            digest_of_range(file, DigestKind::sha256, mark.begin, mark.end, never, digest).ok() &&
            to_hex(digest) == mark.digest;

@@ -30,8 +30,10 @@ std::int64_t give_back_tail(CJobNode& job, std::int64_t bytes);
 /// say is there. Not set where that could not be read.
 PartialMark mark_of(CLocalFile& file, const CJobNode& snapshot);
 
-/// Whether the open partial file is the one that the job's positions are about. True without a mark: for
-/// positions that the job database vouches for.
+/// The same of a whole file that is to be checked as the partial file of the snapshot.
+PartialMark mark_of(const std::u16string& path, const CJobNode& snapshot);
+
+/// Whether the open partial file is the one that the job's positions are about. False without a mark.
 bool bears_mark(CLocalFile& file, const PartialMark& mark);
 
 /// The unfinished jobs of a folder.

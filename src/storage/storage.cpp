@@ -59,25 +59,25 @@ Result Storage::failure(const FileError& error, const std::u16string& path) cons
     return {Code::local_file, text, error.system_error};
 }
 
-std::u16string Storage::part_path(std::uint8_t root) const {
-    return join_path(roots_[root], part_name());
+std::u16string Storage::part_path() const {
+    return join_path(folder_, part_name());
 }
 
-std::u16string Storage::path_in(std::uint8_t root, std::size_t file, FileShape shape) const {
+std::u16string Storage::path_as(FileShape shape, std::size_t file) const {
     const auto renamed = names_.find(file);
     const std::u16string whole =
-        join_path(roots_[root], renamed == names_.end() ? files_.at(file).path : renamed->second);
+        join_path(folder_, renamed == names_.end() ? files_.at(file).path : renamed->second);
     return shape == FileShape::finished ? whole : partial_of(whole);
 }
 
 std::u16string Storage::path_of(std::size_t file) const {
-    return path_in(places_[file].root, file, places_[file].shape);
+    return path_as(places_[file].shape, file);
 }
 
 Result Storage::begin(const std::u16string& folder) {
     {
         const MutexLock guard(mutex_);
-        roots_ = {folder, u""};
+        folder_ = folder;
         names_.clear();
     }
     if (FileError error = make_folders(folder); !error.ok()) return failure(error, folder);
@@ -88,7 +88,7 @@ Result Storage::begin(const std::u16string& folder) {
 Result Storage::resume(const StoragePlaces& places) {
     {
         const MutexLock guard(mutex_);
-        roots_ = {places.folder, places.other_folder};
+        folder_ = places.folder;
         names_ = places.names;
         std::erase_if(names_, [this](const auto& name) { return name.first >= files_.count(); });
     }
@@ -99,13 +99,13 @@ Result Storage::resume(const StoragePlaces& places) {
 }
 
 // Files of others keep their names.
-void Storage::take_free_names(const std::u16string& root) {
+void Storage::take_free_names(const std::u16string& folder) {
     std::map<std::size_t, std::u16string> names;
     for (std::size_t file = 0; file < files_.count(); ++file) {
         if (files_.at(file).padding) continue;
-        const std::u16string path = join_path(root, files_.at(file).path);
+        const std::u16string path = join_path(folder, files_.at(file).path);
         if (!is_there(path) && !is_there(partial_of(path))) continue;
-        names[file] = free_name_in(root, files_.at(file).path);
+        names[file] = free_name_in(folder, files_.at(file).path);
         log_.line(Direction::note, message_text(Message::destination_exists));
     }
     const MutexLock guard(mutex_);
@@ -113,29 +113,32 @@ void Storage::take_free_names(const std::u16string& root) {
 }
 
 Result Storage::look_for_files() {
+    std::set<std::uint64_t> seen;
     for (std::size_t file = 0; file < files_.count(); ++file) {
-        if (!files_.at(file).padding) find_file(file);
+        if (!files_.at(file).padding) find_file(file, seen);
     }
     return {};
 }
 
-void Storage::find_file(std::size_t file) {
-    std::array<std::u16string, 4> paths;
-    std::size_t count = 0;
-    {
-        const MutexLock guard(mutex_);
-        for (std::uint8_t root = 0; root < 2 && !roots_[root].empty(); ++root) {
-            paths[count++] = path_in(root, file, FileShape::finished);
-            paths[count++] = path_in(root, file, FileShape::partial);
+// While there is an unfinished file, a whole one is somebody else's. `seen`: the files of names with letters
+// beyond ASCII, which are one file for some systems where others tell them apart.
+void Storage::find_file(std::size_t file, std::set<std::uint64_t>& seen) {
+    for (const FileShape shape : {FileShape::partial, FileShape::finished}) {
+        std::u16string path;
+        {
+            const MutexLock guard(mutex_);
+            path = path_as(shape, file);
         }
-    }
-    for (std::size_t i = 0; i < count; ++i) {
-        if (path_kind(paths[i]) != PathKind::file) continue;
+        if (path_kind(path) != PathKind::file) continue;
+        const bool is_plain = std::ranges::all_of(files_.at(file).path, [](char16_t c) { return c < 0x80; });
+        if (!is_plain) {
+            const std::uint64_t identity = file_stamp(path).identity;
+            if (identity != 0 && !seen.insert(identity).second) continue;
+        }
         const MutexLock guard(mutex_);
-        places_[file].shape = i % 2 == 0 ? FileShape::finished : FileShape::partial;
-        places_[file].root = static_cast<std::uint8_t>(i / 2);
+        places_[file].shape = shape;
         // The run that wrote it may have ended before its bytes were on the disk.
-        if (places_[file].shape == FileShape::partial) unsynced_.insert(file);
+        if (shape == FileShape::partial) unsynced_.insert(file);
         return;
     }
 }
@@ -143,31 +146,24 @@ void Storage::find_file(std::size_t file) {
 // A storage of one file locks that file, one of several its part file.
 Result Storage::take_lock(bool fresh) {
     std::u16string path;
-    bool finished = false;
-    std::uint8_t root = 0;
     const bool has_parts = files_.count() > 1;
-    const StoragePlaces at = places();
-    const std::u16string moved = at.other_folder.empty() ? u"" : join_path(at.other_folder, part_name());
-    if (has_parts) {
-        // A move takes the part file along last.
-        path = join_path(at.folder, part_name());
-        if (!moved.empty() && !is_there(path) && is_there(moved)) root = 1;
-        if (root == 1) path = moved;
-    } else {
-        finished = shape(0) == FileShape::finished;
-        path = this->path(0);
+    const bool finished = !has_parts && shape(0) == FileShape::finished;
+    const std::u16string folder = places().folder;
+    const std::uint64_t identity = file_stamp(folder).identity;
+    {
+        const MutexLock guard(mutex_);
+        path = has_parts ? part_path() : path_of(0);
+        folder_identity_ = identity;
     }
-    remember_roots();
     auto file = std::make_shared<File>();
     if (rules_.looks_only) {
         const bool has_found = has_parts && file->open(path, OpenMode::read).ok();
         const MutexLock guard(mutex_);
         is_open_ = true;
-        part_root_ = root;
         if (has_found) part_ = std::move(file);
         return {};
     }
-    disk_.open(at.folder);
+    disk_.open(folder);
     const OpenMode mode = finished              ? OpenMode::read
                           : fresh && !has_parts ? OpenMode::create_new
                                                 : OpenMode::write;
@@ -175,13 +171,12 @@ Result Storage::take_lock(bool fresh) {
     if (error.ok()) error = file->open_alone(path, mode);
     // Of one torrent, say, that was added twice.
     if (error.fault == FileFault::in_use)
-        return {Code::local_file, to_utf8(has_parts ? at.folder : path) + ": in use by another download."};
+        return {Code::local_file, to_utf8(has_parts ? folder : path) + ": in use by another download."};
     if (!error.ok()) return failure(error, path);
     allow_holes(path);
     if (has_parts) hide_file(path);
     const MutexLock guard(mutex_);
     is_open_ = true;
-    part_root_ = root;
     if (has_parts) {
         part_ = std::move(file);
         if (!fresh) unsynced_.insert(part_index);
@@ -190,14 +185,6 @@ Result Storage::take_lock(bool fresh) {
     if (places_[0].shape == FileShape::absent) places_[0].shape = FileShape::partial;
     lock_ = std::make_unique<File>(std::move(*file));
     return {};
-}
-
-void Storage::remember_roots() {
-    const StoragePlaces at = places();
-    const std::array<std::uint64_t, 2> identities{
-        file_stamp(at.folder).identity, at.other_folder.empty() ? 0 : file_stamp(at.other_folder).identity};
-    const MutexLock guard(mutex_);
-    root_identities_ = identities;
 }
 
 void Storage::close(bool keeps_parts) {
@@ -215,7 +202,7 @@ void Storage::close(bool keeps_parts) {
             const bool is_kept_there = !places_[file].chosen && places_[file].shape == FileShape::absent;
             may_hold_bytes = may_hold_bytes || (is_kept_there && !files_.at(file).padding);
         }
-        parts = part_path(part_root_);
+        parts = part_path();
         is_open_ = false;
     }
     // A part file that cannot be removed is litter of no bytes that anybody needs.
@@ -234,13 +221,13 @@ void Storage::rest() {
 }
 
 // A disk that vanishes leaves its folder's place to another: nothing is made anew there.
-FileError Storage::make_folder_of(std::uint8_t root, const std::u16string& path) {
+FileError Storage::make_folder_of(const std::u16string& path) {
     std::u16string top;
     std::uint64_t identity = 0;
     {
         const MutexLock guard(mutex_);
-        top = roots_[root];
-        identity = root_identities_[root];
+        top = folder_;
+        identity = folder_identity_;
     }
     const FileStamp stamp = file_stamp(top);
     if (!stamp.there || (identity != 0 && stamp.identity != identity)) return {FileFault::folder_lost, 0};
@@ -256,14 +243,31 @@ void Storage::keep_open(std::size_t file, const std::shared_ptr<File>& opened) {
     open_.erase(oldest);
 }
 
-Result Storage::create_file(std::size_t file, const std::u16string& path, File& created) {
-    std::uint8_t root = 0;
-    {
-        const MutexLock guard(mutex_);
-        root = places_[file].root;
+void Storage::take_free_name(std::size_t file) {
+    std::u16string name = free_name_in(places().folder, name_of_file(file));
+    const MutexLock guard(mutex_);
+    names_[file] = std::move(name);
+}
+
+void Storage::disown(std::size_t file) {
+    const Alone alone(*this);
+    take_free_name(file);
+    const MutexLock guard(mutex_);
+    places_[file].shape = FileShape::absent;
+    open_.erase(file);
+    unsynced_.erase(file);
+}
+
+// A name is taken where it was free when the others were looked for, or where the system tells fewer names
+// apart than this program.
+Result Storage::create_file(std::size_t file, File& created) {
+    std::u16string path = this->path(file);
+    FileError error = make_folder_of(path);
+    while (error.ok() && (error = created.open(path, OpenMode::create_new)).fault == FileFault::exists) {
+        take_free_name(file);
+        path = this->path(file);
+        error = {};
     }
-    FileError error = make_folder_of(root, path);
-    if (error.ok()) error = created.open(path, OpenMode::write);
     if (!error.ok()) return failure(error, path);
     const std::int64_t length = files_.at(file).length;
     if (!rules_.allocate) {
@@ -279,7 +283,7 @@ Result Storage::create_file(std::size_t file, const std::u16string& path, File& 
     if (places_[file].shape == FileShape::absent) places_[file].shape = FileShape::partial;
     // The names of new files and folders have to survive a power cut too.
     std::u16string folder(folder_of(path));
-    while (folder.size() >= roots_[root].size() && unsynced_folders_.insert(folder).second)
+    while (folder.size() >= folder_.size() && unsynced_folders_.insert(folder).second)
         folder = std::u16string(folder_of(folder));
     return {};
 }
@@ -299,7 +303,7 @@ Result Storage::open_file(std::size_t file, bool to_write, std::shared_ptr<File>
     }
     opened = std::make_shared<File>();
     if (absent && to_write) {
-        if (Result result = create_file(file, path, *opened); !result.ok()) return result;
+        if (Result result = create_file(file, *opened); !result.ok()) return result;
     } else {
         const FileError error =
             opened->open(path, rules_.looks_only ? OpenMode::read : OpenMode::write_existing);
@@ -324,7 +328,7 @@ Result Storage::locate_part(const FileSpan& span, bool to_write, std::vector<Spo
     {
         const MutexLock guard(mutex_);
         part = part_;
-        path = part_path(part_root_);
+        path = part_path();
     }
     while (position < end) {
         const std::int64_t piece = position / piece_length_;
@@ -356,26 +360,6 @@ Result Storage::locate(const FileSpan& span, bool to_write, std::vector<Spot>& s
     return {};
 }
 
-void Storage::note_written(const Spot& spot) {
-    const MutexLock guard(mutex_);
-    unsynced_.insert(spot.index);
-    if (spot.index != copying_) return;
-    const ByteRange range{spot.offset, spot.offset + spot.length};
-    if (!changed_.empty() && changed_.back().end == range.begin) {
-        changed_.back().end = range.end;
-        return;
-    }
-    changed_.push_back(range);
-    if (changed_.size() < 4096) return;
-    // So many places: the whole between the first and the last of them is copied again.
-    ByteRange all = range;
-    for (const ByteRange& one : changed_) {
-        all.begin = std::min(all.begin, one.begin);
-        all.end = std::max(all.end, one.end);
-    }
-    changed_.assign(1, all);
-}
-
 Result Storage::write(std::int64_t position, std::span<const std::byte> bytes) {
     const std::vector<FileSpan> spans = files_.spans(position, static_cast<std::int64_t>(bytes.size()));
     for (const FileSpan& span : spans) {
@@ -392,7 +376,10 @@ Result Storage::write(std::int64_t position, std::span<const std::byte> bytes) {
         for (const Spot& spot : spots) {
             const auto part = rest.first(static_cast<std::size_t>(spot.length));
             const FileError error = spot.file->write_at(spot.offset, part);
-            note_written(spot);  // also where it failed: some of it may be there
+            {
+                const MutexLock guard(mutex_);
+                unsynced_.insert(spot.index);  // also where it failed: some of it may be there
+            }
             if (!error.ok()) return failure(error, spot.path);
             rest = rest.subspan(part.size());
         }
@@ -447,26 +434,26 @@ Result Storage::sync() {
 bool Storage::sync_at_once(const std::set<std::size_t>& files, Result& result) {
     if (files.size() < many_files) return false;
     std::set<std::u16string> folders;
-    std::u16string root;
+    std::u16string top;
     {
         const MutexLock guard(mutex_);
-        root = roots_[0];
+        top = folder_;
         for (const std::size_t file : files) {
-            const std::u16string path = file == part_index ? part_path(part_root_) : path_of(file);
+            const std::u16string path = file == part_index ? part_path() : path_of(file);
             folders.insert(std::u16string(folder_of(path)));
         }
     }
     const Use use(*this);
     const auto covers = [this](const std::u16string& folder) { return disk_.covers(folder); };
     if (!std::all_of(folders.begin(), folders.end(), covers)) return false;
-    if (FileError error = disk_.sync(); !error.ok()) result = failure(error, root);
+    if (FileError error = disk_.sync(); !error.ok()) result = failure(error, top);
     return true;
 }
 
 Result Storage::sync_folders(const std::set<std::u16string>& folders) {
     for (const std::u16string& folder : folders) {
         const Use use(*this);
-        // One that a move has emptied is gone, and its names with it.
+        // One that a file put back has left empty is gone, and its names with it.
         if (FileError error = sync_folder(folder); !error.ok() && error.fault != FileFault::not_found)
             return failure(error, folder);
     }
@@ -480,7 +467,7 @@ Result Storage::sync_file(std::size_t index) {
     {
         const MutexLock guard(mutex_);
         if (index == part_index) file = part_;
-        path = index == part_index ? part_path(part_root_) : path_of(index);
+        path = index == part_index ? part_path() : path_of(index);
     }
     if (!file) {
         if (Result result = open_file(index, false, file); !result.ok()) return result;
@@ -497,7 +484,7 @@ Result Storage::remember_failure(const Result& result) {
 
 StoragePlaces Storage::places() const {
     const MutexLock guard(mutex_);
-    return {roots_[0], roots_[1], names_};
+    return {folder_, names_};
 }
 
 FileShape Storage::shape(std::size_t file) const {
@@ -552,7 +539,7 @@ FileStamp Storage::part_stamp() const {
     {
         const MutexLock guard(mutex_);
         if (!part_) return {};
-        path = part_path(part_root_);
+        path = part_path();
     }
     return file_stamp(path);
 }

@@ -1,8 +1,6 @@
 // The files of a job as one row of bytes on the disk: many files, of which one is the simple case.
 #pragma once
 
-#include <array>
-#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -36,8 +34,6 @@ struct StorageRules {
 /// Where the files of a storage are: what must be kept to open it again.
 struct StoragePlaces {
     std::u16string folder;
-    /// The folder that a move has not left or not reached with all files; empty: there is one folder.
-    std::u16string other_folder;
     std::map<std::size_t, std::u16string> names;  ///< below the folder, of files whose own name was taken
 };
 
@@ -53,8 +49,8 @@ enum class FileShape : std::uint8_t {
 /// its bytes of pieces that it shares with other files are kept in the hidden file ".vantlow-parts" of the
 /// folder. While a storage is open no other one, in this process or another, opens the same files.
 ///
-/// read() and write() may be called by any threads at once; so may finish(), choose(), put_back(), move_to()
-/// and sync(), of which each kind is called by one thread at a time. They wait for reads and writes in hand.
+/// read() and write() may be called by any threads at once; so may finish(), choose(), put_back() and sync(),
+/// of which each kind is called by one thread at a time. They wait for reads and writes in hand.
 /// open(), close() and remove() are called while nothing else is. Failures are `local_file` with a sentence
 /// that names the file, and are logged.
 class Storage {
@@ -70,7 +66,7 @@ class Storage {
     /// take free names beside them.
     Result begin(const std::u16string& folder);
     /// Opens what an earlier run left; files that are there are this storage's, partial or finished. The
-    /// folder must be there. `other_folder` is looked into for the files that `folder` lacks.
+    /// folder must be there.
     Result resume(const StoragePlaces& places);
     /// Waits for operations in hand. A part file that nothing needs is removed; where nobody opens this
     /// storage again, any is: `keeps_parts` false.
@@ -88,6 +84,8 @@ class Storage {
     /// Lets go of the files that are kept open between operations. Some systems tell the time of a file's
     /// last change only then.
     void rest();
+    /// The file that stands under the name is somebody else's: ours is absent, and takes a free name.
+    void disown(std::size_t file);
     /// The file is whole: it is cut to its length, put on the disk, unless sync() did that after the last
     /// write to it, and takes its name, which the next sync() puts on the disk. A file that somebody else put
     /// there keeps it, and ours takes a free one. A file without bytes is made. Not while sync() runs.
@@ -98,12 +96,6 @@ class Storage {
     /// The unfinished file of one that is not chosen goes: its bytes of pieces that it shares are in the part
     /// file then, safe on the disk before the file is removed; the others are lost. Ok where it has none.
     Result put_back(std::size_t file);
-    /// Moves all files into another folder while they are read and written: renamed on the same disk, else
-    /// copied, put on the disk, and only then removed from the old one. After a failure or a stop files are
-    /// in both folders, places() names both, and the call may be repeated with either. Whoever keeps places()
-    /// keeps them with both folders before the move, so that a later run finds every file. `moved` counts
-    /// bytes.
-    Result move_to(const std::u16string& folder, const StopSource& stop, std::atomic<std::int64_t>& moved);
     /// Closes, and removes every file that this storage made or took over, and folders that are empty then.
     Result remove() {
         return remove([](std::size_t) { return true; });
@@ -134,7 +126,6 @@ class Storage {
     struct Place {
         FileShape shape = FileShape::absent;
         bool chosen = true;
-        std::uint8_t root = 0;  ///< index of roots_
     };
     /// A piece of an operation: an open file and where in it.
     struct Spot {
@@ -145,7 +136,6 @@ class Storage {
         std::size_t index = 0;  ///< of the file; part_index for the part file
     };
     static constexpr std::size_t part_index = static_cast<std::size_t>(-1);
-    static constexpr std::size_t no_file = static_cast<std::size_t>(-2);
     struct OpenFile {
         std::shared_ptr<File> file;
         std::uint64_t last_use = 0;
@@ -157,9 +147,8 @@ class Storage {
     Result failure(const FileError& error, const std::u16string& path) const;
     Result take_lock(bool fresh);
     Result look_for_files();
-    void find_file(std::size_t file);
-    void take_free_names(const std::u16string& root);
-    void remember_roots();
+    void find_file(std::size_t file, std::set<std::uint64_t>& seen);
+    void take_free_names(const std::u16string& folder);
     /// The end of the piece's bytes in the part file; 0: it has none there.
     [[nodiscard]] std::int64_t end_in_parts(std::int64_t piece) const;
     Result remember_failure(const Result& result);
@@ -172,14 +161,13 @@ class Storage {
     Result locate(const FileSpan& span, bool to_write, std::vector<Spot>& spots);
     Result locate_part(const FileSpan& span, bool to_write, std::vector<Spot>& spots);
     Result open_file(std::size_t file, bool to_write, std::shared_ptr<File>& opened);
-    Result create_file(std::size_t file, const std::u16string& path, File& created);
-    [[nodiscard]] FileError make_folder_of(std::uint8_t root, const std::u16string& path);
+    Result create_file(std::size_t file, File& created);
+    void take_free_name(std::size_t file);
+    [[nodiscard]] FileError make_folder_of(const std::u16string& path);
     void keep_open(std::size_t file, const std::shared_ptr<File>& opened) VANTLOW_REQUIRES(mutex_);
-    void note_written(const Spot& spot);
     [[nodiscard]] std::u16string path_of(std::size_t file) const VANTLOW_REQUIRES(mutex_);
-    [[nodiscard]] std::u16string path_in(std::uint8_t root, std::size_t file, FileShape shape) const
-        VANTLOW_REQUIRES(mutex_);
-    [[nodiscard]] std::u16string part_path(std::uint8_t root) const VANTLOW_REQUIRES(mutex_);
+    [[nodiscard]] std::u16string path_as(FileShape shape, std::size_t file) const VANTLOW_REQUIRES(mutex_);
+    [[nodiscard]] std::u16string part_path() const VANTLOW_REQUIRES(mutex_);
 
     // storage_names.cpp
     Result make_partial_again(std::size_t file);
@@ -187,24 +175,11 @@ class Storage {
     struct SharedRange;
     [[nodiscard]] std::vector<SharedRange> shared_ranges(std::size_t file) const;
     Result copy_from_parts(std::size_t file, const std::u16string& fresh, File& made);
-    void remove_folders_above(std::uint8_t root, const std::u16string& path);
+    void remove_folders_above(const std::u16string& path);
     Result take_from_parts(std::size_t file);
     [[nodiscard]] std::u16string name_of_file(std::size_t file) const;
-    [[nodiscard]] std::u16string free_name_in(const std::u16string& root, std::u16string_view name) const;
-    void remove_empty_folders(const std::u16string& root);
-
-    // storage_move.cpp
-    struct Copying;
-    void begin_move(const std::u16string& folder);
-    void end_move();
-    [[nodiscard]] std::vector<std::size_t> files_to_move() const;
-    Result move_file(std::size_t file, const StopSource& stop, std::atomic<std::int64_t>& moved);
-    Result rename_file(std::size_t file, FileError& error);
-    FileError rename_over(std::size_t file, const std::u16string& from, std::u16string& name);
-    Result copy_file(std::size_t file, const StopSource& stop, std::atomic<std::int64_t>& moved);
-    Result copy_all(Copying& copy, const StopSource& stop, std::atomic<std::int64_t>& moved);
-    Result copy_changes(Copying& copy);
-    Result switch_to_copy(Copying& copy);
+    [[nodiscard]] std::u16string free_name_in(const std::u16string& folder, std::u16string_view name) const;
+    void remove_empty_folders(const std::u16string& top);
 
     const FileList files_;
     const std::int64_t piece_length_;
@@ -216,9 +191,8 @@ class Storage {
     Condition free_;
     std::vector<Place> places_ VANTLOW_GUARDED_BY(mutex_);
     std::map<std::size_t, std::u16string> names_ VANTLOW_GUARDED_BY(mutex_);
-    std::array<std::u16string, 2> roots_
-        VANTLOW_GUARDED_BY(mutex_);  ///< the second one only while files move
-    std::array<std::uint64_t, 2> root_identities_ VANTLOW_GUARDED_BY(mutex_){};
+    std::u16string folder_ VANTLOW_GUARDED_BY(mutex_);
+    std::uint64_t folder_identity_ VANTLOW_GUARDED_BY(mutex_) = 0;
     std::map<std::size_t, OpenFile> open_ VANTLOW_GUARDED_BY(mutex_);
     std::uint64_t uses_ VANTLOW_GUARDED_BY(mutex_) = 0;
     std::set<std::size_t> unsynced_ VANTLOW_GUARDED_BY(mutex_);
@@ -226,12 +200,9 @@ class Storage {
     std::optional<Result> sync_failure_ VANTLOW_GUARDED_BY(mutex_);
     int in_hand_ VANTLOW_GUARDED_BY(mutex_) = 0;
     bool alone_ VANTLOW_GUARDED_BY(mutex_) = false;
-    std::size_t copying_ VANTLOW_GUARDED_BY(mutex_) = no_file;   ///< the file that a move copies
-    std::vector<ByteRange> changed_ VANTLOW_GUARDED_BY(mutex_);  ///< of it, since it is copied
-    std::shared_ptr<File> part_ VANTLOW_GUARDED_BY(mutex_);      ///< of a storage of several files: its lock
-    std::uint8_t part_root_ VANTLOW_GUARDED_BY(mutex_) = 0;
-    std::unique_ptr<File> lock_;  ///< of a storage of one file
-    WholeDisk disk_;              ///< the first root's; sync() uses it
+    std::shared_ptr<File> part_ VANTLOW_GUARDED_BY(mutex_);  ///< of a storage of several files: its lock
+    std::unique_ptr<File> lock_;                             ///< of a storage of one file
+    WholeDisk disk_;                                         ///< the folder's; sync() uses it
     bool is_open_ = false;
 };
 

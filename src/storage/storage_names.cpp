@@ -34,11 +34,11 @@ std::u16string Storage::name_of_file(std::size_t file) const {
 }
 
 // A name beside the one that is given, under which there is neither a file nor a partial one.
-std::u16string Storage::free_name_in(const std::u16string& root, std::u16string_view name) const {
+std::u16string Storage::free_name_in(const std::u16string& folder, std::u16string_view name) const {
     const std::u16string within(folder_of(name));
-    const std::u16string folder = join_path(root, within);
+    const std::u16string around = join_path(folder, within);
     const std::u16string free = free_name(name_of(name), [&](const std::u16string& candidate) {
-        const std::u16string path = join_path(folder, candidate);
+        const std::u16string path = join_path(around, candidate);
         return path_kind(path) != PathKind::none ||
                path_kind(path + std::u16string(partial_suffix)) != PathKind::none;
     });
@@ -47,18 +47,14 @@ std::u16string Storage::free_name_in(const std::u16string& root, std::u16string_
 
 // Somebody may have taken the name meanwhile; theirs stays.
 Result Storage::rename_to_name(std::size_t file, const std::u16string& from) {
-    std::u16string root;
-    {
-        const MutexLock guard(mutex_);
-        root = roots_[places_[file].root];
-    }
+    const std::u16string folder = places().folder;
     std::u16string name = name_of_file(file);
     for (;;) {
-        const FileError error = rename_no_replace(from, join_path(root, name));
+        const FileError error = rename_no_replace(from, join_path(folder, name));
         if (error.ok()) break;
-        if (error.fault != FileFault::exists) return failure(error, join_path(root, name));
-        name = free_name_in(root, name);
-        log_.line(Direction::note, "The file is saved as " + to_utf8(join_path(root, name)));
+        if (error.fault != FileFault::exists) return failure(error, join_path(folder, name));
+        name = free_name_in(folder, name);
+        log_.line(Direction::note, "The file is saved as " + to_utf8(join_path(folder, name)));
     }
     const MutexLock guard(mutex_);
     places_[file].shape = FileShape::finished;
@@ -89,7 +85,6 @@ Result Storage::finish(std::size_t file) {
         }
     }
     const Alone alone(*this);
-    partial = path(file);  // it may have moved
     if (Result result = rename_to_name(file, partial); !result.ok()) return result;
     const std::u16string folder(folder_of(path(file)));
     const MutexLock guard(mutex_);
@@ -112,7 +107,7 @@ Result Storage::make_partial_again(std::size_t file) {
         const MutexLock guard(mutex_);
         if (places_[file].shape != FileShape::finished) return {};
         from = path_of(file);
-        to = path_in(places_[file].root, file, FileShape::partial);
+        to = path_as(FileShape::partial, file);
         open_.erase(file);  // it may be open for reading only
     }
     if (FileError error = rename_no_replace(from, to); !error.ok()) return failure(error, from);
@@ -148,13 +143,11 @@ std::vector<Storage::SharedRange> Storage::shared_ranges(std::size_t file) const
 // Copies what the part file has of a file; `made` stays closed where that is nothing.
 Result Storage::copy_from_parts(std::size_t file, const std::u16string& fresh, File& made) {
     std::shared_ptr<File> part;
-    std::uint8_t root = 0;
     std::u16string source;
     {
         const MutexLock guard(mutex_);
         part = part_;
-        source = part_path(part_root_);
-        root = places_[file].root;
+        source = part_path();
     }
     if (!part) return {};
     const std::int64_t there = part->size();
@@ -164,7 +157,7 @@ Result Storage::copy_from_parts(std::size_t file, const std::u16string& fresh, F
         if (length <= 0) continue;
         FileError error;
         if (!made.is_open()) {
-            error = make_folder_of(root, fresh);
+            error = make_folder_of(fresh);
             if (error.ok()) error = made.open(fresh, OpenMode::truncate);
             allow_holes(fresh);
         }
@@ -177,6 +170,7 @@ Result Storage::copy_from_parts(std::size_t file, const std::u16string& fresh, F
 // The bytes are put on the disk under another name before the file gets its own: until then the part file is
 // where they are looked for, also after a power cut.
 Result Storage::take_from_parts(std::size_t file) {
+    if (path_kind(path(file)) != PathKind::none) take_free_name(file);
     const std::u16string target = path(file);
     const std::u16string fresh = target + u".new";
     File made;
@@ -216,15 +210,13 @@ Result Storage::put_back(std::size_t file) {
     std::shared_ptr<File> part;
     std::u16string path;
     std::u16string parts;
-    std::uint8_t root = 0;
     {
         const MutexLock guard(mutex_);
         const Place& place = places_[file];
         part = part_;
         if (!part || place.chosen || place.shape != FileShape::partial) return {};
         path = path_of(file);
-        parts = part_path(part_root_);
-        root = place.root;
+        parts = part_path();
         open_.erase(file);
     }
     File whole;
@@ -243,46 +235,42 @@ Result Storage::put_back(std::size_t file) {
         places_[file].shape = FileShape::absent;
         unsynced_.erase(file);
     }
-    remove_folders_above(root, path);
+    remove_folders_above(path);
     return {};
 }
 
 // As far as they are empty now.
-void Storage::remove_folders_above(std::uint8_t root, const std::u16string& path) {
-    std::u16string top;
-    {
-        const MutexLock guard(mutex_);
-        top = roots_[root];
-    }
+void Storage::remove_folders_above(const std::u16string& path) {
+    const std::u16string top = places().folder;
     std::u16string folder(folder_of(path));
     while (folder.size() > top.size() && remove_folder(folder).ok()) folder = folder_of(folder);
 }
 
 // Folders in which somebody else has something stay.
-void Storage::remove_empty_folders(const std::u16string& root) {
+void Storage::remove_empty_folders(const std::u16string& top) {
     std::set<std::u16string> folders;
     for (std::size_t file = 0; file < files_.count(); ++file) {
         std::u16string within(folder_of(files_.at(file).path));
-        while (!within.empty() && folders.insert(join_path(root, within)).second)
+        while (!within.empty() && folders.insert(join_path(top, within)).second)
             within = std::u16string(folder_of(within));
     }
     // A folder's path is longer than that of the one it is in.
     std::vector<std::u16string> deepest_first(folders.begin(), folders.end());
     std::stable_sort(deepest_first.begin(), deepest_first.end(),
                      [](const auto& a, const auto& b) { return a.size() > b.size(); });
-    if (files_.count() > 1) deepest_first.push_back(root);
+    if (files_.count() > 1) deepest_first.push_back(top);
     for (const std::u16string& folder : deepest_first) static_cast<void>(remove_folder(folder));
 }
 
 Result Storage::remove(const std::function<bool(std::size_t)>& is_own) {
     std::vector<std::u16string> paths;
-    const StoragePlaces at = places();
+    const std::u16string folder = places().folder;
     for (std::size_t file = 0; file < files_.count(); ++file) {
         if (shape(file) != FileShape::absent && is_own(file)) paths.push_back(path(file));
     }
     {
         const MutexLock guard(mutex_);
-        if (part_) paths.push_back(part_path(part_root_));
+        if (part_) paths.push_back(part_path());
     }
     close();
     Result first;
@@ -292,8 +280,7 @@ Result Storage::remove(const std::function<bool(std::size_t)>& is_own) {
         Result failed = failure(error, path);
         if (first.ok()) first = std::move(failed);
     }
-    remove_empty_folders(at.folder);
-    if (!at.other_folder.empty()) remove_empty_folders(at.other_folder);
+    remove_empty_folders(folder);
     const MutexLock guard(mutex_);
     for (Place& place : places_) place.shape = FileShape::absent;
     return first;

@@ -141,7 +141,7 @@ std::vector<std::byte> StorageState::encode() const {
     out.text(identity);
     out.number(piece_length);
     out.text(to_utf8(places.folder));
-    out.text(to_utf8(places.other_folder));
+    out.text("");  // a second folder, which this version has not
     out.number(static_cast<std::int64_t>(places.names.size()));
     for (const auto& [file, name] : places.names) {
         out.number(static_cast<std::int64_t>(file));
@@ -174,7 +174,7 @@ std::optional<StorageState> StorageState::decode(std::span<const std::byte> byte
     state.identity = in.text();
     state.piece_length = in.number();
     state.places.folder = to_utf16(in.text());
-    state.places.other_folder = to_utf16(in.text());
+    static_cast<void>(in.text());  // see encode()
     for (std::size_t left = in.count(16); left > 0; --left) {
         const std::int64_t file = in.number();
         state.places.names[static_cast<std::size_t>(file)] = to_utf16(in.text());

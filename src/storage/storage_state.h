@@ -14,7 +14,8 @@ namespace vantlow {
 
 /// The mark of a file at the time of a saved state.
 struct FileMark {
-    std::int64_t size = -1;     ///< bytes; -1: it had no file
+    static constexpr std::int64_t doubted = -2;
+    std::int64_t size = -1;  ///< bytes; -1: it had no file; `doubted`: as no file has, so that all is checked
     std::int64_t modified = 0;  ///< nanoseconds since 1970
     /// It was written to after that, perhaps, which may have changed size and time.
     bool in_work = false;

@@ -11,7 +11,7 @@ namespace {
 constexpr std::size_t longest_text = 4096;
 
 std::u16string lock_path(const std::u16string& folder) {
-    return join_path(folder, u".lock");
+    return join_path(folder, lock_file_name);
 }
 
 bool is_unwritable(const FileError& error) noexcept {

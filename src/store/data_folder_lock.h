@@ -9,6 +9,8 @@
 
 namespace vantlow {
 
+inline constexpr std::u16string_view lock_file_name = u".lock";
+
 /// The lock of a data folder: the file ".lock" in it, held by its owner until the object or the process ends.
 /// The file says how the owner can be reached, where it can be.
 class DataFolderLock {

@@ -2,6 +2,7 @@
 #include <cstring>
 #include <optional>
 
+#include "base/safe_name.h"
 #include "base/text.h"
 #include "platform/file.h"
 #include "platform/local_text.h"
@@ -135,7 +136,7 @@ bool set_value(CJobNode& job, int field, const std::u16string& value) {
             if (is_absolute(value)) job.path = join_path(value, u"");
             return is_absolute(value) || value.empty();
         case 2:
-            job.file_name = name_of(value);
+            if (!name_of(value).empty()) job.file_name = safe_file_name(name_of(value));
             return true;
         case 3:
             return set_number(job.locally, 0, 1);
@@ -162,13 +163,16 @@ bool set_value(CJobNode& job, int field, const std::u16string& value) {
     }
 }
 
-// The reason why the text is no address that a job could fetch; empty when it is one.
+// The reason why the text is no address that a job could fetch; empty when it is one. Blanks stand in those
+// that were written by hand, and in every exported list that holds such a job.
 std::string fault_of_address(std::u16string_view address) {
     if (address.empty()) return "no address";
-    const auto is_blank = [](char16_t c) { return c <= u' ' || c == 0x7F; };
-    if (std::any_of(address.begin(), address.end(), is_blank)) return "not an address: it contains blanks";
     const bool has_scheme =
         address.find(u"://") != std::u16string_view::npos || istarts_with(address, u"magnet:?");
+    const auto is_wrong = [has_scheme](char16_t c) {
+        return c < u' ' || c == 0x7F || (c == u' ' && !has_scheme);
+    };
+    if (std::any_of(address.begin(), address.end(), is_wrong)) return "not an address: it contains blanks";
     if (!has_scheme && address.find_first_of(u"./") == std::u16string_view::npos) return "no address";
     if (link_kind(address) == LinkKind::unknown) return "an unknown kind of address";
     return {};
@@ -235,6 +239,15 @@ class Reader {
 
 }  // namespace
 
+namespace {
+
+bool is_exported(std::string_view text) {
+    constexpr std::string_view begin = "TextDelimiter=";
+    return iequals(text.substr(0, begin.size()), begin);
+}
+
+}  // namespace
+
 std::u16string list_text(std::span<const std::byte> bytes) {
     const std::string_view text(reinterpret_cast<const char*>(bytes.data()), bytes.size());
     if (text.starts_with("\xFF\xFE")) {
@@ -247,7 +260,8 @@ std::u16string list_text(std::span<const std::byte> bytes) {
         return wide;
     }
     if (text.starts_with("\xEF\xBB\xBF")) return to_utf16(text.substr(3));
-    return is_utf8(text) ? to_utf16(text) : from_ansi(text);
+    // An exported list is in the system's code page, also where its few letters could be UTF-8 by chance.
+    return is_exported(text) || !is_utf8(text) ? from_ansi(text) : to_utf16(text);
 }
 
 JobList read_job_list(std::span<const std::byte> bytes) {

@@ -61,6 +61,8 @@ void JobStore::take(StoredDatabase stored) {
             "The job database was written by a newer version of Vantlow. It is left as it is.");
         return;
     }
+    const std::u16string copy = database_path(options_.folder) + std::u16string(copy_suffix);
+    lacks_copy_ = path_kind(copy) == PathKind::none;
     keep_damaged_ = stored.damaged;
     if (stored.damaged || stored.from_copy) touch();
     tree_ = std::move(stored.tree);

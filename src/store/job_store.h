@@ -129,10 +129,16 @@ class JobStore {
     /// out of work(). With `remove_added` jobs that were added since the last commit are removed again where
     /// it fails. Only while writing behind.
     void commit(Settled settled, OnFailure rule = OnFailure::keep);
+    /// Has a job that was added stay where its commit fails: one that was removed before and comes back.
+    void keep(const CJobNode& job);
     /// True for a job whose adding is not safe yet, and may be taken back: nothing should be done for it.
     [[nodiscard]] bool is_unsettled(const CJobNode& job) const { return unsettled_.contains(job.identity); }
-    /// Begins to save in the background where there is anything to save; only while writing behind.
+    /// Begins to save in the background where there is anything to save, or a file is owed; only while
+    /// writing behind.
     void save_behind();
+    /// True where the copy of the database was missing at the start, or there is no backup of today, which
+    /// the settings want, from this run: both come with the next save.
+    [[nodiscard]] bool owes_files(const Settings& settings) const;
     /// To be called after a wake: tells who waits, and goes on with what is to be written, for some
     /// milliseconds at most. True when it is to be called again as soon as others had their turn.
     bool work();
@@ -218,6 +224,8 @@ class JobStore {
     std::optional<DatabaseSnapshot> snapshot_;
     StoreWriter::Ticket save_ticket_ = 0;  ///< of the save that is on its way; 0: none
     bool save_failed_ = false;
+    bool lacks_copy_ = false;
+    std::u16string backed_up_;  ///< the path of the last backup of this run, or of the attempt
     bool copy_failed_ = false;
     std::uint64_t image_size_ = 0;
     bool folder_lost_ = false;  ///< somebody else owns what is there now

@@ -25,6 +25,12 @@ std::uint64_t size_of(const DatabaseImage& image) {
     return size;
 }
 
+// Empty where none is wished.
+std::u16string backup_of_today(const Settings& settings) {
+    const std::u16string folder = settings.text(setting::backup_to);
+    return folder.empty() ? folder : backup_path(folder, short_date_today());
+}
+
 }  // namespace
 
 void JobStore::note(Change what, const Guid& identity, const Guid& category, std::size_t place) {
@@ -126,6 +132,11 @@ void JobStore::commit(Settled settled, OnFailure rule) {
     in_flight_.push_back(std::move(waiting));
 }
 
+void JobStore::keep(const CJobNode& job) {
+    unsettled_.erase(job.identity);
+    std::erase(added_, job.identity);
+}
+
 void JobStore::settle(Waiting& waiting, const std::string& error) {
     for (const Guid& identity : waiting.added) {
         unsettled_.erase(identity);
@@ -137,7 +148,7 @@ void JobStore::settle(Waiting& waiting, const std::string& error) {
 
 void JobStore::save_behind() {
     std::string error;
-    if (is_saving() || (!is_dirty() && writer_->journal_size() == 0)) return;
+    if (is_saving() || (!is_dirty() && writer_->journal_size() == 0 && !owes_files(*settings_))) return;
     if (!may_write(error) || !begin_save(error)) failure_ = error;
 }
 
@@ -202,8 +213,9 @@ void JobStore::hand_to_writer(const Settings& settings) {
     save.image = snapshot_->take_image();
     snapshot_.reset();
     image_size_ = size_of(save.image);
-    const std::u16string folder = settings.text(setting::backup_to);
-    if (!folder.empty()) save.backup = backup_path(folder, short_date_today());
+    save.backup = backup_of_today(settings);
+    backed_up_ = save.backup;
+    lacks_copy_ = false;
     save_ticket_ = writer_->save(std::move(save));
     for (Waiting& one : for_this_save_) {
         one.ticket = save_ticket_;
@@ -229,6 +241,11 @@ void JobStore::end_save(const StoreWriter::Answer& answer) {
     } else if (!answer.backup.ok()) {
         failure_ = "The backup of the job database cannot be written: " + answer.backup.text();
     }
+}
+
+bool JobStore::owes_files(const Settings& settings) const {
+    return !is_in_memory() && !newer_ && options_.can_save &&
+           (lacks_copy_ || backup_of_today(settings) != backed_up_);
 }
 
 bool JobStore::save(const Settings& settings, std::string& error) {
@@ -342,9 +359,7 @@ void JobStore::take_over(CategoryTree other) {
             auto job = theirs->jobs.take(*theirs->jobs.front());
             if (find(job->identity) != nullptr) continue;
             if (job->state == JobState::running) job->state = JobState::waiting;
-            const Guid identity = add(std::move(job), *mine).identity;
-            unsettled_.erase(identity);  // it is safe where it was found
-            std::erase(added_, identity);
+            keep(add(std::move(job), *mine));  // it is safe where it was found
         }
     }
 }

@@ -24,7 +24,7 @@ constexpr std::string_view head = "POST /jsonrpc HTTP/1.1\r\nHost: 127.0.0.1\r\n
 
 class ControlEndpoint : public testing::Test {
   protected:
-    /// Every request is answered with this many bytes.
+    /// Every request is answered with this many bytes; with none of them it waits in kept_.
     void open(EndpointPatience patience, std::size_t answer = 1) {
         ASSERT_TRUE(start_sockets());
         ControlConfig config;
@@ -33,7 +33,8 @@ class ControlEndpoint : public testing::Test {
         config.largest_request = std::size_t{1024} * 1024;
         auto opened = Endpoint::open(
             config,
-            [answer](rpc::Run run, const Endpoint::Answered& answered) {
+            [this, answer](rpc::Run run, const Endpoint::Answered& answered) {
+                if (answer == 0) return keep(answered);
                 run.answers.emplace_back(rpc::Json(std::string(answer, 'x')));
                 answered(std::move(run));
             },
@@ -49,6 +50,14 @@ class ControlEndpoint : public testing::Test {
         began_ = Clock::now();
     }
 
+    void keep(const Endpoint::Answered& answered) {
+        const std::lock_guard guard(kept_mutex_);
+        kept_.push_back(answered);
+    }
+    std::size_t kept() {
+        const std::lock_guard guard(kept_mutex_);
+        return kept_.size();
+    }
     bool send(std::string_view text) {
         const IoStep step = client_.write(std::as_bytes(std::span(text)));
         return step.state == IoStep::State::moved && step.bytes == text.size();
@@ -94,6 +103,8 @@ class ControlEndpoint : public testing::Test {
     }
 
     StopSource stop_;
+    std::mutex kept_mutex_;
+    std::vector<Endpoint::Answered> kept_;
     std::unique_ptr<Endpoint> endpoint_;
     TcpSocket client_;
     std::string seen_;
@@ -107,6 +118,18 @@ TEST_F(ControlEndpoint, a_head_that_never_ends_does_not_get_longer_by_going_on) 
     }
     EXPECT_GE(Clock::now() - began_, 250ms);
     EXPECT_LT(Clock::now() - began_, 5s);
+}
+
+TEST_F(ControlEndpoint, it_ends_while_a_request_waits_for_its_answer) {
+    open({}, 0);
+    ASSERT_TRUE(send(std::string(head) +
+                     "66\r\n\r\n"
+                     R"({"jsonrpc":"2.0","id":1,"method":"aria2.getVersion","params":[]}  )"));
+    while (kept() == 0 && Clock::now() - began_ < 10s) std::this_thread::sleep_for(5ms);
+    ASSERT_EQ(kept(), 1U);
+    endpoint_.reset();
+    kept_[0](rpc::Run());  // too late: nobody hears it
+    kept_.clear();
 }
 
 TEST_F(ControlEndpoint, a_body_that_never_ends_has_its_own_time) {

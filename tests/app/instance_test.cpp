@@ -163,6 +163,13 @@ TEST_F(Instance, asks_what_it_cannot_decide_and_goes_on_with_the_answer) {
     EXPECT_TRUE(comes_to(locked, "failed"));
     EXPECT_TRUE(eventually([&] { return questions().size() == 1; }));
     EXPECT_EQ(questions()[0]["kind"], "credentials");
+    const auto says = [&](const char* words) {
+        const json open = questions();
+        return open.size() == 1 && open[0]["text"].get<std::string>().find(words) != std::string::npos;
+    };
+    EXPECT_TRUE(says("wants a user name"));
+    ok({u"answer", id(), u"ann:wrong"});
+    EXPECT_TRUE(eventually([&] { return says("refuses this user name"); }));
     ok({u"answer", id(), u"ann:secret"});
     EXPECT_TRUE(comes_to(locked, "finished"));
     EXPECT_EQ(folder.read(u"out/locked"), "content");
@@ -321,6 +328,45 @@ TEST_F(Instance, takes_its_folder_again_when_that_was_removed) {
     quit();
     EXPECT_NE(program->err().find("was removed or replaced"), std::string::npos) << program->err();
     EXPECT_EQ(list().size(), 2U);
+}
+
+TEST_F(Instance, another_data_folder_that_is_chosen_gets_its_jobs_in_the_end) {
+    if (path_separator() == u'\\') GTEST_SKIP() << "other tests may be the one instance of the session";
+    RunOptions options = environment();
+    options.environment[0].second = u"";  // VANTLOW_DATA_DIR
+    const auto said = [&](const std::vector<std::u16string>& words) {
+        const RunResult result = run_vantlow(words, options);
+        EXPECT_EQ(result.status, 0) << result.err;
+        return result.out;
+    };
+    const auto in = [&](const char16_t* base) {
+        std::vector<FolderEntry> entries;
+        static_cast<void>(list_folder(folder.path(base), entries));
+        return entries.empty() ? std::u16string(base) : join_path(base, entries.front().name);
+    };
+    said({u"settings", u"set", u"Settings/DataFolder", folder.path(u"one")});
+    program =
+        std::make_unique<RunningProgram>(vantlow_program(), std::vector<std::u16string>{u"serve"}, options);
+    ASSERT_TRUE(eventually([&] { return !data_file(in(u"one") + u"/.lock").empty(); })) << program->err();
+    said({u"add", u"--paused", u"http://h/a"});
+    said({u"settings", u"set", u"Settings/DataFolder", folder.path(u"two")});
+    EXPECT_NE(data_file(in(u"two") + u"/.database"), "") << "it is saved there at once";
+    said({u"add", u"--paused", u"http://h/b"});
+    EXPECT_EQ(json::parse(said({u"list", u"--json"})).size(), 2U) << "both from the running one";
+    said({u"quit"});
+    EXPECT_EQ(program->wait(20s).status, 0) << program->err();
+    EXPECT_FALSE(folder.has(in(u"one") + u"/.database"));
+    EXPECT_EQ(json::parse(said({u"list", u"--json"})).size(), 2U);
+    // A kill leaves it to the next start.
+    program =
+        std::make_unique<RunningProgram>(vantlow_program(), std::vector<std::u16string>{u"serve"}, options);
+    ASSERT_TRUE(eventually([&] { return !data_file(in(u"two") + u"/.lock").empty(); })) << program->err();
+    said({u"settings", u"set", u"Settings/DataFolder", folder.path(u"three")});
+    said({u"add", u"--paused", u"http://h/c"});
+    program->kill();
+    program->wait(20s);
+    EXPECT_EQ(json::parse(said({u"list", u"--json"})).size(), 3U);
+    EXPECT_FALSE(folder.has(in(u"two") + u"/.database"));
 }
 
 TEST_F(Instance, a_start_in_the_foreground_answers_other_terminals) {

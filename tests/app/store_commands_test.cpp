@@ -6,6 +6,7 @@
 #include "base/codes.h"
 #include "base/digest.h"
 #include "base/text.h"
+#include "platform/folder.h"
 #include "store_run.h"
 #include "support/file_server.h"
 
@@ -177,6 +178,44 @@ TEST_F(StoreCommands, keep_nothing_in_the_folder_that_the_program_was_built_in) 
     options.environment[0].second = u"";  // VANTLOW_DATA_DIR
     EXPECT_EQ(run_vantlow({u"add", u"--paused", u"http://h/a"}, options).status, 0);
     EXPECT_TRUE(folder.has(u"xdg-data/vantlow/.database"));
+}
+
+// Below the folder that the setting names there is one of the user.
+std::u16string users_folder(const TempFolder& folder, const std::u16string& base) {
+    std::vector<FolderEntry> entries;
+    static_cast<void>(list_folder(folder.path(base), entries));
+    return entries.empty() ? base : join_path(base, entries.front().name);
+}
+
+TEST_F(StoreCommands, take_the_jobs_along_to_another_data_folder) {
+    RunOptions options = environment();
+    options.environment[0].second = u"";  // VANTLOW_DATA_DIR
+    const auto said = [&](const std::vector<std::u16string>& words) {
+        const RunResult result = run_vantlow(words, options);
+        EXPECT_EQ(result.status, 0) << result.err;
+        return result.out;
+    };
+    const auto choose = [&](std::u16string_view base) {
+        said({u"settings", u"set", u"Settings/DataFolder", folder.path(base)});
+    };
+    const auto jobs = [&] { return json::parse(said({u"list", u"--json"})).size(); };
+    choose(u"one");
+    said({u"add", u"--paused", u"http://h/a"});
+    const std::u16string one = users_folder(folder, u"one");
+    folder.write(one + u"/torrents/x.torrent", "of a job");
+    choose(u"two");
+    const std::u16string two = users_folder(folder, u"two");
+    EXPECT_TRUE(folder.has(two + u"/.database"));
+    EXPECT_EQ(folder.read(two + u"/torrents/x.torrent"), "of a job");
+    EXPECT_FALSE(folder.has(one + u"/.database"));
+    EXPECT_EQ(jobs(), 1U);
+    // A folder with jobs of its own keeps them, and nothing is replaced.
+    run({u"--data-dir", folder.path(one), u"add", u"--paused", u"http://h/b"});
+    run({u"--data-dir", folder.path(one), u"add", u"--paused", u"http://h/c"});
+    choose(u"one");
+    EXPECT_EQ(jobs(), 2U);
+    choose(u"two");
+    EXPECT_EQ(jobs(), 1U);
 }
 
 TEST_F(StoreCommands, export_and_import_into_another_data_folder) {

@@ -53,9 +53,10 @@ class StoreRun : public testing::Test {
         words.insert(words.begin(), {u"list", u"--json"});
         return nlohmann::json::parse(ok(words));
     }
+    /// With "sharing" and "moving" for a job that is shared or moved.
     std::string state_of(const std::string& id) const {
         for (const auto& job : list()) {
-            if (job["id"] == id) return job["state"];
+            if (job["id"] == id) return job.contains("activity") ? job["activity"] : job["state"];
         }
         return "not there";
     }

@@ -316,7 +316,7 @@ TEST_F(TorrentPeers, ItsFilesMoveAndAreRenamedWhileItRunsIsKilledAndIsShared) {
         return is_so();
     };
     const auto is_at = [&](const std::string& path) {
-        return shown()["path"] == path && !shown().contains("move") && shown()["state"] != "moving";
+        return shown()["path"] == path && !shown().contains("move") && shown()["activity"] != "moving";
     };
     EXPECT_TRUE(wait_for([&] { return shown()["pieces"]["good"] > 5; }));
     folder.write(u"x/tree/mine", "not the torrent's");

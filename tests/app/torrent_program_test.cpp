@@ -75,6 +75,32 @@ TEST(TorrentProgram, GetSaysWhatItWaitsForAndKeepsKeysSecret) {
     }
 }
 
+TEST(TorrentProgram, ATorrentWithoutTrackersGetsTheOneOfTheSettings) {
+    TorrentWorld world;
+    const std::string info =
+        "4:infod6:lengthi1e4:name1:a12:piece lengthi16384e6:pieces20:aaaaaaaaaaaaaaaaaaaa";
+    const struct {
+        std::string document;
+        std::vector<std::string> trackers;
+    } cases[] = {
+        {"d" + info + "ee", {"http://one/a"}},
+        {"d8:announce0:" + info + "ee", {}},
+        {"d" + info + "7:privatei1eee", {}},
+        {"d8:announce10:http://b/c" + info + "7:privatei1eee", {"http://b/c"}},
+    };
+    for (const auto& c : cases) {
+        const test::RunResult added = world.run({u"--set", u"Torrent/DefaultTracker=http://one/a", u"add",
+                                                 u"--paused", world.folder.write(u"x.torrent", c.document)});
+        ASSERT_EQ(added.status, 0) << added.err;
+        const std::u16string id = to_utf16(added.out.substr(0, added.out.find_first_of("\r\n")));
+        const json shown = json::parse(world.run({u"torrent", u"trackers", id, u"--json"}).out);
+        std::vector<std::string> trackers;
+        for (const json& one : shown) trackers.push_back(one["tracker"]);
+        EXPECT_EQ(trackers, c.trackers) << c.document;
+        world.run({u"remove", id});
+    }
+}
+
 TEST(TorrentProgram, AnnounceTellsEachTrackersAnswer) {
     TorrentWorld world;
     const test::RunResult result =

@@ -502,6 +502,15 @@ TEST_F(WindowTest, ProxiesAreKeptAndTheSettingFollowsTheirNumbers) {
     EXPECT_FALSE(ProxyList::is_proxy(none));
 }
 
+TEST_F(WindowTest, ARefusedLoginIsAskedForInOtherWordsThanOneThatIsMissing) {
+    Question question;
+    question.kind = QuestionKind::credentials;
+    question.server = "a.example";
+    EXPECT_EQ(sentence_of(question).find("refuses"), std::string::npos);
+    question.was_refused = true;
+    EXPECT_NE(sentence_of(question).find("a.example refuses"), std::string::npos);
+}
+
 TEST_F(WindowTest, QuestionsComeOneByOne) {
     const auto jobs = add({"http://a/1", "http://a/2", "http://a/3"});
     ASSERT_TRUE(engine->set_setting(u"Performance", u"MaxJobs", u"3").ok());
@@ -534,6 +543,20 @@ TEST_F(WindowTest, QuestionsComeOneByOne) {
     engine->pump();
     EXPECT_EQ(engine->find(jobs[0])->user, u"me");
     EXPECT_EQ(engine->find(jobs[1])->user, u"");
+}
+
+TEST_F(WindowTest, AMoveIsShownWhileItLasts) {
+    const auto jobs = add({"http://a.example/1"});
+    engine->pump();
+    const auto facts = [&] { return facts_of(*engine->find(jobs[0]), *engine, model->live); };
+    EXPECT_FALSE(facts().move);
+    // It waits for the end of the session at least.
+    ASSERT_TRUE(engine->move_files(jobs[0], folder.path(u"elsewhere"), {}).ok());
+    ASSERT_TRUE(facts().move);
+    EXPECT_EQ(facts().cell(Column::state), "moving");
+    RowFacts known = facts();
+    known.move = FileMoveProgress{{}, 30, 120};
+    EXPECT_EQ(known.cell(Column::state), "moving: 25 %");
 }
 
 TEST_F(WindowTest, DetailsFollowTheSelectedJob) {

@@ -375,7 +375,13 @@ TEST(Scrape, TellsHowManyPeersThereAreOverBothProtocols) {
     }
     CBTAnnounceThread one(a.services, a.job, server.url("/announce"), AnnounceEvent::none, a.log, a.stop);
     EXPECT_TRUE(one.announce(server.url("/announce"), AnnounceEvent::none));
-    EXPECT_EQ(one.report().counts.value_or(SwarmCounts{}).seeders, 7);
+    EXPECT_FALSE(one.report().counts) << "a single announce is one request";
+    CBTAnnounceThread lasting(a.services, a.job, server.url("/announce"), AnnounceEvent::started, a.log,
+                              a.stop);
+    lasting.start();
+    const auto until = Clock::now() + std::chrono::seconds(20);
+    while (!lasting.report().counts && Clock::now() < until) std::this_thread::sleep_for(milliseconds(5));
+    EXPECT_EQ(lasting.report().counts.value_or(SwarmCounts{}).seeders, 7);
     counts = "d8:completei7ee";
     EXPECT_FALSE(one.scrape().ok());
 }
@@ -423,19 +429,35 @@ TEST(AnnounceThread, RepeatsAtTheIntervalAndSaysGoodbye) {
 TEST(AnnounceThread, EndsAfterASingleEventAFailureOrAnIntervalOfZero) {
     Announcing a;
     std::string body = "d8:intervali1e5:peers0:e";
-    ScriptedServer server([&](Exchange& exchange) { exchange.answer(200, "OK", body); });
+    std::string goodbye = body;
+    ScriptedServer server([&](Exchange& exchange) {
+        const bool is_last = exchange.request().target.find("stopped") != std::string::npos;
+        exchange.answer(is_last && goodbye.empty() ? 500 : 200, "OK", is_last ? goodbye : body);
+    });
+    AnnounceReport report;
     const auto run = [&](AnnounceEvent initial) {
         CBTAnnounceThread thread(a.services, a.job, server.url("/a"), initial, a.log, a.stop);
         thread.start();
         thread.join();
         EXPECT_TRUE(thread.has_ended());
+        report = thread.report();
         return server.request_count();
     };
     EXPECT_EQ(run(AnnounceEvent::completed), 1U);
     body = "d14:failure reason2:noe";
     EXPECT_EQ(run(AnnounceEvent::started), 3U) << "the refusal ends the repetition; then the goodbye";
+    EXPECT_TRUE(report.is_last) << "whatever is answered to the goodbye";
+    EXPECT_EQ(report.failure, "no");
     body = "x";
     EXPECT_EQ(run(AnnounceEvent::started), 4U) << "nobody to say goodbye to";
+    body = "d8:intervali900e5:peers0:e";
+    goodbye.clear();
+    CBTAnnounceThread thread(a.services, a.job, server.url("/a"), AnnounceEvent::started, a.log, a.stop);
+    thread.start();
+    EXPECT_TRUE(a.log.wait_for("next announce in 900 s"));
+    thread.stop();
+    thread.join();
+    EXPECT_EQ(server.request_count(), 6U) << "a goodbye that failed is not repeated";
 }
 
 TEST(TimedAnnounceThread, ASilentTrackerCannotHoldUpTheEnd) {

@@ -288,6 +288,20 @@ TEST_F(EngineTest, ADocumentGivesWayToWhatItNames) {
         EXPECT_TRUE(pump_until([&] { return state(named) == JobState::running; }));
     }
     EXPECT_FALSE(folder.has(u"list.meta4"));
+
+    // One that is removed while it ends names nothing any more.
+    const Guid removed = add_one("http://a.example/other");
+    ASSERT_TRUE(pump_until([&] { return sessions.contains(removed); }));
+    session(removed).ends_when_stopped = false;
+    session(removed).outcome.path =
+        folder.write(u"other.meta4",
+                     "<metalink xmlns=\"urn:ietf:params:xml:ns:metalink\">"
+                     "<file name=\"z\"><url>http://b.example/z</url></file></metalink>");
+    session(removed).outcome.media_type = "application/metalink4+xml";
+    EXPECT_EQ(engine->remove(removed, false).fault, Done::Fault::running);
+    end(removed);
+    EXPECT_EQ(engine->find(removed), nullptr);
+    EXPECT_EQ(ears.follows.size(), 1U);
 }
 
 TEST_F(EngineTest, AsksWhichFilesOfADocumentAreMeant) {

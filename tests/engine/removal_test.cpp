@@ -156,14 +156,96 @@ TEST_F(RemovalTest, AFinishedFileIsCheckedUnderTheNameOfAnUnfinishedOne) {
     EXPECT_EQ(engine->check(job).fault, Fault::file);  // it is not there
     EXPECT_EQ(state(job), JobState::finished);
     folder.write(u"f", "data");
+    folder.write(u"f" + std::u16string(partial_suffix), "of another");
+    EXPECT_EQ(engine->check(job).fault, Fault::name_taken);
+    ASSERT_TRUE(remove_file(folder.path(u"f" + std::u16string(partial_suffix))).ok());
     ASSERT_TRUE(engine->check(job).ok());
     EXPECT_TRUE(is_there(u"f" + std::u16string(partial_suffix)) && !is_there(u"f"));
+    const auto guard = load_resume_state(folder.path(u"f" + std::u16string(state_suffix)));
+    ASSERT_TRUE(guard) << "a file that nobody holds and that has no state is taken for an abandoned one";
+    EXPECT_EQ(guard->identity, job);
     engine->pump();
     const CJobNode& twin = session(job).twin();  // nothing is missing, and nothing counts as checked
     ASSERT_EQ(twin.segments.size(), 1U);
     EXPECT_EQ(twin.segments[0]->start, 4);
     EXPECT_EQ(twin.segments[0]->end, 4);
-    EXPECT_TRUE(twin.bit_map.empty() && !twin.partial_mark.is_set());
+    EXPECT_TRUE(twin.bit_map.empty() && twin.partial_mark.is_set());
+}
+
+// Somebody may have begun anew under the name of a part that was left.
+TEST_F(RemovalTest, OnlyAPartWithTheJobsOwnStateIsGoneOnWith) {
+    const std::u16string partial = u"f" + std::u16string(partial_suffix);
+    const std::u16string saved = u"f" + std::u16string(state_suffix);
+    enum class State { none, own, others };
+    for (const State which : {State::none, State::own, State::others}) {
+        const Guid job =
+            ended("http://a/" + std::to_string(static_cast<int>(which)), u"f", Code::server_error);
+        folder.write(partial, "ten bytes!");
+        CJobNode state;
+        state.identity = which == State::own ? job : new_guid();
+        state.path = folder.path(u"f");
+        state.file_size = 10;
+        state.append_segment(6, 10);
+        state.partial_mark = {10, 0, 6, std::string(64, 'a')};
+        static_cast<void>(remove_file(folder.path(saved)));
+        if (which != State::none) {
+            ASSERT_TRUE(save_resume_state(state, folder.path(saved)).ok());
+        }
+        ASSERT_TRUE(engine->start(job).ok());
+        ASSERT_TRUE(pump_until([&] { return sessions.contains(job); }));
+        const CJobNode& twin = session(job).twin();
+        EXPECT_EQ(!twin.segments.empty(), which == State::own);
+        EXPECT_EQ(!name_of(twin.path).empty(), which == State::own);
+        end(job);
+    }
+}
+
+class SharedRemovalTest : public RemovalTest {
+  protected:
+    SharedRemovalTest() {
+        table[1].takes_place = shares_finished = true;
+        open();
+        folder.write(u"x.torrent",
+                     "d4:infod6:lengthi4e4:name1:x12:piece lengthi16384e6:pieces20:aaaaaaaaaaaaaaaaaaaaee");
+        folder.write(u"x", "data");
+    }
+    Guid shared() {
+        const Guid job = add_one(to_utf8(folder.path(u"x.torrent")));
+        EXPECT_TRUE(pump_until([&] { return sessions.contains(job); }));
+        session(job).twin().path = folder.path(u"x");
+        session(job).twin().file_size = session(job).safe_size = 4;
+        session(job).shares = true;
+        session(job).settles = Result();
+        EXPECT_TRUE(pump_until([&] { return engine->is_sharing(job); }));
+        return job;
+    }
+};
+
+TEST_F(SharedRemovalTest, ATorrentThatIsSharedIsCheckedByAnotherSession) {
+    const Guid job = shared();
+    ASSERT_TRUE(engine->check(job).ok());
+    EXPECT_TRUE(pump_until([&] { return state(job) == JobState::running; }));
+    EXPECT_FALSE(engine->is_sharing(job));
+    end(job, Code::stopped);
+    // It has its name already, and goes all the same.
+    EXPECT_EQ(engine->remove_all({job}, Files::erase).removed, 1U);
+    EXPECT_FALSE(is_there(u"x"));
+}
+
+TEST_F(SharedRemovalTest, FilesThatTwoJobsHaveStayWithTheOther) {
+    const Guid first = shared();
+    ASSERT_TRUE(engine->stop(first).ok());
+    ASSERT_TRUE(pump_until([&] { return !engine->is_sharing(first); }));
+    const Guid second = shared();
+    const Removed removed = engine->remove_all({first}, Files::erase);
+    ASSERT_EQ(removed.failures.size(), 1U);
+    EXPECT_EQ(removed.failures[0].second.fault, Fault::anothers_file);
+    EXPECT_EQ(engine->move_files(first, folder.path(u"there")).fault, Fault::anothers_file);
+    EXPECT_TRUE(is_there(u"x"));
+    EXPECT_EQ(engine->remove_all({first}, Files::keep).removed, 1U);
+    EXPECT_EQ(engine->remove_all({second}, Files::erase).waiting, 1U);
+    EXPECT_TRUE(pump_until([&] { return engine->find(second) == nullptr; }));
+    EXPECT_FALSE(is_there(u"x"));
 }
 
 // People move and remove files, and other downloads get the names that are free then.

@@ -35,6 +35,23 @@ std::int64_t time(std::string_view text) {
     return parse_time_of_day(text).value();
 }
 
+class ImportTest : public EngineTest {};
+
+TEST_F(ImportTest, AListWaitsForTheScheduleAndNamesDocuments) {
+    std::vector<std::unique_ptr<CJobNode>> jobs;
+    for (const auto& [address, mode] : {std::pair(u"http://h/a", start_mode::by_schedule),
+                                        {u"metalink://h/x.metalink", start_mode::by_hand}}) {
+        jobs.push_back(std::make_unique<CJobNode>());
+        jobs.back()->address = address;
+        jobs.back()->start_mode = mode;
+    }
+    const auto filed = engine->file_list(std::move(jobs), engine->first_category()->identity);
+    ASSERT_EQ(filed.size(), 2U);
+    EXPECT_EQ(engine->find(filed[0])->state, JobState::stopped);
+    EXPECT_EQ(engine->find(filed[1])->address, u"http://h/x.metalink");
+    EXPECT_EQ(kind_of(*engine->find(filed[1])), JobKind::document);
+}
+
 TEST(Schedule, APlanRunsInItsTimesAlsoWhereClocksAreChanged) {
     const TestClock clock;
     const struct {

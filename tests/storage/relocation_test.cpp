@@ -99,7 +99,9 @@ TEST_F(RelocationTest, MovesByNameAndAsCopies) {
         const TempFolder folder;
         const Relocation all = filled(folder);
         ASSERT_TRUE(make_folders(folder.path(u"new/T")).ok());
-        folder.write(u"new/T/a.bin.new", "of somebody");  // what a copy might be called while it is made
+        // Names that a copy might have while it is made.
+        for (const auto* others : {u"new/T/a.bin.new", u"new/T/a.bin.vantlow-copy"})
+            folder.write(others, "of somebody");
         const FileStamp before = file_stamp(folder.path(u"old/a.bin"));
         Disks disks;
         disks.are_two = are_two;
@@ -107,7 +109,8 @@ TEST_F(RelocationTest, MovesByNameAndAsCopies) {
         EXPECT_EQ(bytes_of(all), 300'007);
         EXPECT_EQ(run(all).state, State::moved);
         expect_all_at(folder, u"new/T/", are_two ? "two disks" : "one");
-        EXPECT_EQ(bytes(folder, u"new/T/a.bin.new"), "of somebody");
+        for (const auto* others : {u"new/T/a.bin.new", u"new/T/a.bin.vantlow-copy"})
+            EXPECT_EQ(bytes(folder, others), "of somebody");
         EXPECT_FALSE(bytes(folder, u"old/a.bin"));
         EXPECT_EQ(path_kind(folder.path(u"old/sub")), PathKind::folder);  // somebody's file is in it
         // What knows the file by its time goes on knowing it.

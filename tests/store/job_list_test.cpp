@@ -115,6 +115,16 @@ TEST(JobList, what_was_exported_comes_back) {
     }
 }
 
+TEST(JobList, names_no_file_beyond_its_folder) {
+    const std::string text = "TextDelimiter=\"\nColumnDelimiter=,\nExtraFields=Filename\n";
+    for (const auto& [name, safe] :
+         {std::pair("..", u"index"), {"CON", u"_CON"}, {"a:b.", u"b"}, {"ok", u"ok"}}) {
+        const JobList list = read(text + "http://h/x," + name + "\n");
+        ASSERT_EQ(list.jobs.size(), 1U);
+        EXPECT_EQ(list.jobs[0]->file_name, safe);
+    }
+}
+
 TEST(JobList, of_other_programs_and_people_is_read) {
     const std::string header = "TextDelimiter=\"\r\nColumnDelimiter=,\r\nExtraFields=";
     const struct {
@@ -165,6 +175,11 @@ TEST(JobList, of_other_programs_and_people_is_read) {
          "TextDelimiter=\nColumnDelimiter=;\nExtraFields=Comment\nhttp://a/1;\"c\"\n",
          {u"http://a/1"},
          {},
+         0},
+        {"blanks where an address has a scheme",
+         header + "\nhttp://a/b c\nmagnet:?xt=urn:btih:00&dn=a b\nhttp://a/\x01\nb c/d\n",
+         {u"http://a/b c", u"magnet:?xt=urn:btih:00&dn=a b"},
+         {6, 7},
          0},
         {"nothing", "", {}, {}, 0},
     };

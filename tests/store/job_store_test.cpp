@@ -300,6 +300,17 @@ TEST(JobStore, backs_up_once_a_day_where_the_settings_say) {
     ASSERT_EQ(backups.names().size(), 1U);
     EXPECT_TRUE(backups.names()[0].ends_with(u".database"));
     EXPECT_EQ(backups.read(backups.names()[0]), folder.read(u".database"));
+    EXPECT_FALSE(store->owes_files(settings));
+    // A run in which nothing changes backs up all the same, and gives a lost copy back.
+    EXPECT_TRUE(remove_file(folder.path(u".database.copy")).ok());
+    for (const auto& where : {std::u16string(), backups.path(u"other")}) {
+        settings.override_value(u"Others", u"BackupTo", where);
+        const auto again = open(folder);
+        EXPECT_TRUE(again->owes_files(settings));
+        EXPECT_TRUE(again->save(settings, error));
+        EXPECT_FALSE(again->owes_files(settings));
+        EXPECT_TRUE(folder.has(u".database.copy"));
+    }
 }
 
 }  // namespace

@@ -290,8 +290,10 @@ def stop_and_start(window, server):
 def queue(window, server):
     """In the order of the queue a download that waits is dragged in front of another one."""
     def queued():
-        waiting = [(int(line[1]), line[0]) for line in window.names() if line[1].strip()]
-        return "".join(name.split("slow-")[1][0] for _, name in sorted(waiting))
+        waiting = sorted((int(line[1]), line[0]) for line in window.names() if line[1].strip())
+        if not all("slow-" in name for _, name in waiting):
+            return repr(waiting)
+        return "".join(name.split("slow-")[1][0] for _, name in waiting)
 
     # The column of places is there from the next start on.
     until(lambda: not any("running" in line for line in window.names()), "the end of what still runs")

@@ -29,6 +29,7 @@ struct GlobalOptions {
     bool no_window = false;      ///< the resident program opens none
     bool minimized = false;      ///< its window begins minimised, or in the tray
     bool in_background = false;  ///< another process started this one, and reports that it runs
+    bool at_terminal = false;    ///< standard output is one, where the words were said
 };
 
 /// The work of a command, which runs after the application has started and --set was applied.

@@ -58,7 +58,9 @@ void add_global_options(CLI::App& app, GlobalOptions& global, std::string& data_
     app.add_flag("--no-window", global.no_window, "Run the resident program without a window")
         ->envname("VANTLOW_NO_WINDOW");
     add_control_options(app, global);
-    app.add_flag("--started-in-background", global.in_background)->group("");  // by the program itself
+    // Said by the program itself.
+    app.add_flag("--started-in-background", global.in_background)->group("");
+    app.add_flag("--at-terminal", global.at_terminal)->group("");
 }
 
 // Returns the program's name and the words of the command that was named: "vantlow settings get".

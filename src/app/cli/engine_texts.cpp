@@ -164,7 +164,11 @@ std::string text_of(const Question& question) {
         case QuestionKind::overwrite:
             return to_utf8(question.path) + " is there already. Replace it, or keep both? (yes/no/rename)";
         case QuestionKind::credentials:
-            return question.server + " wants another user name and password. Which ones? (USER:PASSWORD)";
+            return question.server +
+                   (question.was_refused
+                        ? " refuses this user name or this password. Which are the right ones?"
+                        : " wants a user name and a password. Which ones?") +
+                   " (USER:PASSWORD)";
         case QuestionKind::which_files:
             return text_of_files(question);
     }

@@ -1,5 +1,6 @@
 #include "app/process/application.h"
 
+#include "app/process/data_folder_change.h"
 #include "app/process/ending.h"
 #include "platform/console.h"
 #include "platform/file.h"
@@ -22,15 +23,53 @@ bool CFerrywellApp::start(const StartOptions& options, std::string& error) {
     settings_ = std::make_unique<Settings>(
         options.settings_file.empty() ? open_user_settings() : open_settings_file(options.settings_file));
     version_ = product_version();
+    folder_named_ = !options.data_folder.empty();
+    const std::u16string folder = folder_named_ ? absolute_path(options.data_folder) : chosen_data_folder();
+    data_folder_ = folder_named_ ? folder : folder_of_jobs(folder);
+    leaves_folder_ = data_folder_ != folder;
+    return true;
+}
+
+std::u16string CFerrywellApp::chosen_data_folder() const {
     const DataFolderSources sources{settings_->text(setting::data_folder), program_file_, user_logon_name(),
                                     folder_of(user_data_folder()), path_separator()};
     const auto can_keep = [&](const std::u16string& folder) {
         return !belongs_to_packages(folder) && !is_in_build_folder(program_file_) && can_write_below(folder);
     };
-    folder_named_ = !options.data_folder.empty();
-    data_folder_ = folder_named_ ? absolute_path(options.data_folder)
-                                 : absolute_path(writable_data_folder(sources, can_keep));
-    return true;
+    return absolute_path(writable_data_folder(sources, can_keep));
+}
+
+FileError CFerrywellApp::follow_data_folder() {
+    if (folder_named_) return {};
+    const FileError error = announce_data_folder(data_folder_, chosen_data_folder());
+    if (error.ok() && !engine_) settle_data_folder();
+    return error;
+}
+
+void CFerrywellApp::settle_data_folder() {
+    if (folder_named_) return;
+    const std::u16string chosen = chosen_data_folder();
+    if (chosen == data_folder_ || folder_of_jobs(chosen) != data_folder_) return;
+    using Claim = DataFolderLock::Claim;
+    FileError error;
+    DataFolderLock here;  // of this call alone, where the process does not hold it
+    const bool holds = folder_lock_.is_mine();
+    if (!holds && here.claim(data_folder_, error) != Claim::mine) return;  // its owner does it
+    DataFolderLock there;
+    const Claim claim = there.claim(chosen, error);
+    if (claim == Claim::taken) error = {FileFault::in_use, 0};
+    if (claim == Claim::mine) {
+        engine_.reset();
+        ConsoleLog log({}, true);
+        error = move_data_folder(data_folder_, chosen, output_file_, log);
+    }
+    if (!error.ok()) {
+        complain("The jobs stay in the data folder " + to_utf8(data_folder_) +
+                 " for now: " + to_utf8(chosen) + ": " + error.text());
+        return;
+    }
+    data_folder_ = chosen;
+    if (holds) folder_lock_ = std::move(there);
 }
 
 Engine::Options CFerrywellApp::engine_options() {

@@ -45,6 +45,17 @@ class CFerrywellApp {
     [[nodiscard]] const std::u16string& version() const noexcept { return version_; }
     [[nodiscard]] const std::u16string& data_folder() const noexcept { return data_folder_; }
 
+    /// Follows a setting that names another data folder: its jobs come there at once where nobody works on
+    /// either folder, else when whoever does so ends. Until then the data folder stays the one that it is,
+    /// for every process.
+    FileError follow_data_folder();
+    /// Brings the jobs of the data folder to the one that was chosen, where another one was, and closes the
+    /// engine for that. Called while nothing uses the engine. Complains where it fails; then the next process
+    /// tries again. Changes the data folder, and its lock where that is held.
+    void settle_data_folder();
+    /// True when another data folder had been chosen before the process started.
+    [[nodiscard]] bool leaves_data_folder() const noexcept { return leaves_folder_; }
+
     /// True when the command line or the environment named the data folder.
     [[nodiscard]] bool is_folder_named() const noexcept { return folder_named_; }
 
@@ -68,6 +79,8 @@ class CFerrywellApp {
     [[nodiscard]] Engine::Options engine_options();
 
   private:
+    [[nodiscard]] std::u16string chosen_data_folder() const;
+
     Desktop* const desktop_;
     StopSource stop_;
     std::unique_ptr<Settings> settings_;
@@ -77,6 +90,7 @@ class CFerrywellApp {
     std::u16string version_;
     std::u16string data_folder_;
     bool folder_named_ = false;
+    bool leaves_folder_ = false;
     std::u16string output_file_;  ///< empty: the streams are somebody else's
     SessionClaim session_;
     DataFolderLock folder_lock_;

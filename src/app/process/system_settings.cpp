@@ -51,6 +51,8 @@ FileError follow_setting(CFerrywellApp& app, std::u16string_view section, std::u
         if (!iequals(section, wish.section) || !iequals(key, wish.key)) continue;
         return app.settings().flag(wish) ? associate(kind, app.program_file()) : dissociate(kind);
     }
+    const TextSetting& folder = setting::data_folder;
+    if (iequals(section, folder.section) && iequals(key, folder.key)) return app.follow_data_folder();
     const NumberSetting& session = setting::start_with_session;
     if (!iequals(section, session.section) || !iequals(key, session.key)) return {};
     return app.settings().flag(session) ? start_with_session(app.program_file(), session_words)

@@ -22,7 +22,8 @@ Result dial_as_set(CFerrywellApp& app, LogSink& log);
 void associate_as_set(CFerrywellApp& app);
 
 /// Follows a setting that the user has just changed: associates, or takes the association back, where the
-/// setting is one of "Monitor"; likewise the start with the session. Does nothing for others.
+/// setting is one of "Monitor"; likewise the start with the session, and another data folder. Does nothing
+/// for others.
 FileError follow_setting(CFerrywellApp& app, std::u16string_view section, std::u16string_view key);
 
 }  // namespace vantlow

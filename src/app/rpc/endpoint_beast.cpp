@@ -226,6 +226,8 @@ BeastEndpoint::~BeastEndpoint() {
         if (sessions.empty()) shared_->context.stop();
     });
     if (thread_.joinable()) thread_.join();
+    // Requests without an answer hold their sessions, whose sockets belong to the context.
+    shared_->waiting.clear();
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-// What front ends ask to be done with the downloads that they know.
+// The orders of front ends: what is to be done with the downloads that they know.
 #include <algorithm>
 #include <span>
 

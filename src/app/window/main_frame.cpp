@@ -327,7 +327,7 @@ void MainFrame::ask_next() {
     JobAsking asking;
     if (job != nullptr) {
         const auto target = job->user.empty() ? parse_target(job->address) : std::nullopt;
-        asking = {target ? target->user : job->user, JobView::error_of(*job), job->result};
+        asking = {target ? target->user : job->user, JobView::error_of(*job)};
     }
     asking_ = true;
     const auto answer = ask(*this, question, asking, [this, id = question.id] {

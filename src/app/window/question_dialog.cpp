@@ -30,7 +30,7 @@ enum Answer : int { answer_yes = wxID_HIGHEST + 2000, answer_no, answer_rename }
 std::string asked(const Question& question, const JobAsking& job) {
     if (question.kind == QuestionKind::certificate && !job.error.empty())
         return trouble_text(job.error) + "\n" + tr("Should the download go on all the same?");
-    return sentence_of(question, job.was_refused());
+    return sentence_of(question);
 }
 
 /// One question of the engine: a sentence, what is asked for, and a row of buttons.

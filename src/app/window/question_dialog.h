@@ -14,13 +14,8 @@ namespace vantlow {
 
 /// The facts about a job that a question about it is asked with.
 struct JobAsking {
-    std::u16string user;     ///< of the login that it had
-    std::string error;       ///< the reason of its failure, in English; empty: it waits for the answer
-    Code result = Code::ok;  ///< the same for programs
-    /// It gave a login, which the server did not take.
-    [[nodiscard]] bool was_refused() const noexcept {
-        return result == Code::credentials_refused && !user.empty();
-    }
+    std::u16string user;  ///< of the login that it had
+    std::string error;    ///< the reason of its failure, in English; empty: it waits for the answer
 };
 
 /// Asks. None where the dialog was closed without an answer: the question stays open for others, and for its

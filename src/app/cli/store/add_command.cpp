@@ -2,10 +2,12 @@
 #include <nlohmann/json.hpp>
 
 #include <memory>
+#include <set>
 
 #include "app/cli/job_options.h"
 #include "app/cli/report.h"
 #include "app/cli/store/store_command.h"
+#include "app/process/job_view.h"
 #include "app/terminal/quantities.h"
 #include "base/text.h"
 #include "engine/schedule_texts.h"
@@ -36,6 +38,20 @@ void keep_seed_options(const SeedOptions& options, JobDraft& draft) {
     rules.share_ratio = options.seed ? -1 : options.ratio.value_or(-1);
     rules.share_time = options.time.empty() || options.seed ? 0 : parse_span(options.time).value().count();
     draft.rules = std::make_shared<const JobRules>(std::move(rules));
+}
+
+// A person may have forgotten that an address was added before.
+void tell_of_known(const StoreCommand& command, const std::vector<Guid>& added) {
+    if (!command.global.at_terminal || command.global.quiet || command.global.json) return;
+    std::set<std::u16string_view> addresses;
+    for (const Guid& job : added) addresses.insert(command.engine.find(job)->address);
+    const std::set<Guid> fresh(added.begin(), added.end());
+    for (const CJobNode* job : command.engine.jobs_below(nullptr)) {
+        if (!addresses.contains(job->address) || fresh.contains(job->identity)) continue;
+        const JobView view(command.engine, *job);
+        tell(view.address() + " is known already: " + guid_text(job->identity) + ", " +
+             std::string(view.state_word()));
+    }
 }
 
 Exit run_add(StoreCommand& command, const AddOptions& options) {
@@ -72,6 +88,7 @@ Exit run_add(StoreCommand& command, const AddOptions& options) {
         ids.push_back(guid_text(job));
         lines += guid_text(job) + "\n";
     }
+    tell_of_known(command, added.jobs);
     command.promise = answer_text(command.global, ids, lines);
     return added.faults.empty() ? Exit::done : Exit::failed;
 }

@@ -36,11 +36,12 @@ ordered_json list_json(const JobView& view) {
                       {"file", view.file()},
                       {"size", size < 0 ? ordered_json(nullptr) : ordered_json(size)},
                       {"done", view.done()},
-                      {"state", view.state_word()},
+                      {"state", job_state_name(view.state())},
                       {"connections", job.connections},
                       {"comment", to_utf8(job.comment)},
                       {"referer", to_utf8(job.referer)},
                       {"agent", to_utf8(job.agent)}};
+    if (const auto word = view.state_word(); word != job_state_name(view.state())) json["activity"] = word;
     if (const std::string error = view.error(); !error.empty()) json["error"] = error;
     if (view.progress) add_wait(json, *view.progress);
     if (view.move) {

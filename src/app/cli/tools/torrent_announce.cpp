@@ -107,8 +107,6 @@ std::vector<AnnounceReport> ask_all(const AnnounceServices& services, TorrentIde
             const StopCallback on_stop(stop, [&one] { one.abandon(); });
             one.announce(trackers[i], event);
             reports[i] = one.report();
-            std::erase_if(reports[i].peers,
-                          [&](const SocketAddress& peer) { return job.peers.is_own(peer); });
         };
         if (!pool.start(threads[i], ask).ok()) ask();
     }

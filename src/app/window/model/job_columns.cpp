@@ -163,6 +163,13 @@ const ColumnFacts& facts_of(Column column) {
     return column_table()[static_cast<std::size_t>(column)];
 }
 
+RowFacts facts_of(const CJobNode& job, const Engine& engine, const LiveJobs& live) {
+    RowFacts facts{job, engine.category_of(job), live.find(job)};
+    if (engine.is_moving(job.identity))
+        facts.move = engine.file_move(job.identity).value_or(FileMoveProgress());
+    return facts;
+}
+
 std::string RowFacts::cell(Column column) const {
     switch (column) {
         case Column::name: {
@@ -183,6 +190,9 @@ std::string RowFacts::cell(Column column) const {
         case Column::left:
             return live != nullptr ? time_left_text(live->seconds_left()) : std::string();
         case Column::state:
+            if (move)
+                return move->size > 0 ? fill(tr("moving: %1"), {percent_text(move->moved, move->size)})
+                                      : tr("moving");
             if (is_to_be_shared(job)) return tr("sharing");
             if (job.state == JobState::stopped && job.start_mode == start_mode::by_schedule)
                 return tr("by schedule");

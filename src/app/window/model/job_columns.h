@@ -3,6 +3,7 @@
 
 #include <array>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -65,11 +66,15 @@ struct RowFacts {
     const CClassNode& category;
     const LiveJob* live = nullptr;  ///< null: it does not run
     std::size_t place = 0;  ///< among those that wait, from 1 on; 0: not looked up, or it does not wait
+    std::optional<FileMoveProgress> move{};  ///< while its files go to another place
 
     [[nodiscard]] std::string cell(Column column) const;
     [[nodiscard]] RowSign sign() const;
     [[nodiscard]] int percent() const;  ///< -1: the size is unknown
 };
+
+/// The facts of a job, but for its place.
+RowFacts facts_of(const CJobNode& job, const Engine& engine, const LiveJobs& live);
 
 /// Makes keys whose order as bytes is the order of rows. Texts are ordered without regard to letter case, and
 /// the numbers in them by their value ("file 9" before "file 10").

@@ -67,7 +67,7 @@ std::vector<DetailLine> JobDetails::lines() const {
     const CJobNode* const job = engine_.find(job_);
     if (job == nullptr) return lines;
     const JobView view(engine_, *job);
-    const RowFacts facts{*job, view.category, live_.find(*job)};
+    const RowFacts facts = facts_of(*job, engine_, live_);
     const auto add = [&lines](std::string label, std::string value) {
         if (!value.empty()) lines.push_back({std::move(label), std::move(value)});
     };
@@ -79,6 +79,8 @@ std::vector<DetailLine> JobDetails::lines() const {
             add(tr("What helps"),
                 advice_on(facts.live != nullptr ? facts.live->waits : JobView::error_of(*job)));
     }
+    if (view.move) add(tr("Moving to"), shown(view.move->to));
+    if (!view.last_move.ok()) add(tr("Not moved"), sentence_of(view.last_move));
     if (job->sources) {
         for (std::size_t i = 1; i < job->sources->mirrors.size(); ++i)
             add(tr("Mirror"), shown(without_credentials(job->sources->mirrors[i])));

@@ -192,7 +192,7 @@ std::optional<RowFacts> JobRows::facts(std::size_t row) const {
     if (row >= rows_.size()) return std::nullopt;
     const CJobNode* const job = engine_.find(at(row));
     if (job == nullptr) return std::nullopt;
-    return RowFacts{*job, engine_.category_of(*job), live_.find(*job)};
+    return facts_of(*job, engine_, live_);
 }
 
 std::string JobRows::cell(std::size_t row, Column column) const {

@@ -258,7 +258,7 @@ std::string sentence_of(const DraftFault& fault) {
     return {};
 }
 
-std::string sentence_of(const Question& question, bool was_refused) {
+std::string sentence_of(const Question& question) {
     constexpr int most_letters = 150;
     const std::string server = printable(question.server);
     switch (question.kind) {
@@ -269,8 +269,9 @@ std::string sentence_of(const Question& question, bool was_refused) {
             return fill(tr("The certificate of %1 is not trusted. Should this job go on all the same?"),
                         {server});
         case QuestionKind::credentials:
-            return fill(was_refused ? tr("%1 refuses this user name or this password. Enter the right ones.")
-                                    : tr("%1 wants a user name and a password."),
+            return fill(question.was_refused
+                            ? tr("%1 refuses this user name or this password. Enter the right ones.")
+                            : tr("%1 wants a user name and a password."),
                         {server});
         case QuestionKind::overwrite:
             // The end of a path says most; a line of hundreds of letters would be wider than the screen.

@@ -44,9 +44,8 @@ std::string name_of(const CClassNode& category);
 /// The reason of a failed operation: a sentence; empty where it was done.
 std::string sentence_of(const Done& done);
 std::string sentence_of(const DraftFault& fault);
-/// The sentence that a dialog asks; its files stand in the question. `was_refused`: the login that the job
-/// had.
-std::string sentence_of(const Question& question, bool was_refused = false);
+/// The sentence that a dialog asks; its files stand in the question.
+std::string sentence_of(const Question& question);
 
 /// Letter case and width taken off, for searches: ASCII, Latin, Greek and Cyrillic letters.
 char16_t folded(char16_t c) noexcept;
