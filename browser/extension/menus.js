@@ -1,5 +1,5 @@
 // The entries of the context menu, and the chooser for the links of a page.
-import { api, message } from './api.js';
+import { api, asksForNames, message } from './api.js';
 import { handOver } from './handover.js';
 import { storeOf } from './requests.js';
 import { isFetchable, tidyLinks } from './rules.js';
@@ -42,7 +42,10 @@ export async function fetchLinks(addresses, tab) {
   const links = addresses.filter(isFetchable);
   const taken = await handOver(links.map((address) => ({ address, ...surroundingsOf(tab) })));
   const left = links.filter((address, i) => !taken[i] && /^https?:/i.test(address));
-  await Promise.allSettled(left.map((url) => api.downloads.download({ url })));
+  // Chromium would fetch a private window's link with the other windows' cookies, and list it there.
+  if (tab?.incognito && asksForNames) return;
+  const window = asksForNames ? {} : { incognito: tab?.incognito ?? false, cookieStoreId: tab?.cookieStoreId };
+  await Promise.allSettled(left.map((url) => api.downloads.download({ url, ...window })));
 }
 
 /** Opens the chooser with the links of a page. */

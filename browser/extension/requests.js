@@ -1,7 +1,7 @@
 // What the browser's own requests looked like, for the downloads that come of them: kept for some minutes, by address
 // and by request.
 import { api, asksForNames } from './api.js';
-import { cookieHeader, formOf, headerOf, loginOf } from './rules.js';
+import { cookieHeader, formOf, headerOf, loginOf, refererFor } from './rules.js';
 
 const most = 300;
 const types = ['main_frame', 'sub_frame', 'object', 'other'];
@@ -91,10 +91,11 @@ export async function factsOf({ address, first, referer, name, storeId, form }) 
   const login = loginOf(seen?.authorization);
   if (login === null) return null;
   const isWeb = /^https?:/i.test(address);
-  const page = seen?.referer || referer || '';
+  // A browser that told no page, or sent no cookie, had its reasons.
+  const page = seen ? (seen.referer ?? '') : refererFor(referer, address);
   const facts = { address, agent: isWeb ? seen?.agent || navigator.userAgent : '', name: name ?? '', ...login, ...form };
   if (first && first !== address) facts.first = first;
   if (/^https?:/i.test(page)) facts.referer = page.replace(/#.*$/s, '');
-  if (isWeb) facts.cookies = seen?.cookies || (await storedCookies(address, storeId, [address, page]));
+  if (isWeb) facts.cookies = seen ? (seen.cookies ?? '') : await storedCookies(address, storeId, [address, referer ?? '']);
   return facts;
 }

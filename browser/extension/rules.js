@@ -180,3 +180,12 @@ export function tidyLinks(links) {
   }
   return [...seen.values()];
 }
+
+/** What a browser tells of a page to the server of an address where the page wishes nothing else. */
+export function refererFor(page, address) {
+  if (!/^https?:/i.test(page ?? '') || !URL.canParse(address)) return '';
+  const from = new URL(page);
+  const to = new URL(address);
+  if (from.protocol === 'https:' && to.protocol !== 'https:') return '';
+  return from.origin === to.origin ? page : `${from.origin}/`;
+}

@@ -3,7 +3,7 @@ import assert from 'node:assert/strict';
 import { createHash } from 'node:crypto';
 import { readdirSync, readFileSync } from 'node:fs';
 import { test } from 'node:test';
-import { cookieHeader, defaultSettings, endingOf, formOf, isSaved, loginOf, mediaKind, sizeOf, takes, tidyLinks } from '../extension/rules.js';
+import { cookieHeader, defaultSettings, endingOf, formOf, isSaved, loginOf, mediaKind, refererFor, sizeOf, takes, tidyLinks } from '../extension/rules.js';
 
 const extension = new URL('../extension/', import.meta.url);
 const read = (name) => readFileSync(new URL(name, extension), 'utf8');
@@ -116,4 +116,12 @@ test('the manifest and the program name the same extension, and all words are th
   const named = sources.flatMap((name) => [...read(name).matchAll(/(?:message\('|data-(?:words|hint)="|__MSG_)(\w+?)(?:'|"|__)/g)].map((match) => match[1]));
   for (const name of named) assert.ok(words.includes(name), name);
   assert.deepEqual(words.filter((name) => !named.includes(name) && !/^(menu|kind)_/.test(name)), []);
+});
+
+test('a page is told as browsers tell it: whole to its own server, without its path to others, never in the clear', () => {
+  const page = 'https://mail.example/reset?token=1';
+  assert.equal(refererFor(page, 'https://mail.example/file.zip'), page);
+  assert.equal(refererFor(page, 'https://other.example/file.zip'), 'https://mail.example/');
+  assert.equal(refererFor(page, 'http://mail.example/file.zip'), '');
+  for (const nothing of [undefined, '', 'about:blank', 'file:///home/a']) assert.equal(refererFor(nothing, 'https://a.example/'), '');
 });

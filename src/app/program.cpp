@@ -11,6 +11,7 @@
 #include "app/cli/store/store_command.h"
 #include "app/cli/tools/tools.h"
 #include "app/process/application.h"
+#include "app/process/data_folder_change.h"
 #include "app/process/ending.h"
 #include "app/process/hand_over.h"
 #include "app/process/known_settings.h"
@@ -122,6 +123,7 @@ class HandOver {
 Claim claim_folder(CFerrywellApp& app, const Command& command) {
     FileError error;
     Claim claim = app.folder_lock().claim(app.data_folder(), error);
+    if (claim == Claim::mine && app.is_folder_named()) keep_data_folder(app.data_folder());
     if (claim == Claim::mine && app.leaves_data_folder()) app.settle_data_folder();
     if (claim == Claim::no_disk && command.place == Place::instance) claim = Claim::failed;
     if (claim == Claim::failed) {

@@ -71,7 +71,6 @@ std::size_t PeerStore::add(std::span<const SocketAddress> peers) {
     const MutexLock guard(mutex_);
     std::size_t added = 0;
     for (const SocketAddress& peer : peers) {
-        if (peers_.size() - own_among_them_ >= most_peers) break;
         if (!can_be_a_peer(peer)) continue;
         Key key = key_of(peer);
         if (is_own_key(key)) continue;
@@ -80,8 +79,17 @@ std::size_t PeerStore::add(std::span<const SocketAddress> peers) {
         known_.insert(place, std::move(key));
         peers_.push_back(peer);
         ++added;
+        if (peers_.size() - own_among_them_ > most_peers) forget_oldest();
     }
     return added;
+}
+
+void PeerStore::forget_oldest() {
+    const Key key = key_of(peers_.front());
+    if (is_own_key(key)) --own_among_them_;
+    known_.erase(std::lower_bound(known_.begin(), known_.end(), key));
+    peers_.pop_front();
+    ++forgotten_;
 }
 
 std::vector<SocketAddress> PeerStore::peers() const {
@@ -92,8 +100,9 @@ std::vector<SocketAddress> PeerStore::peers() const {
 std::vector<SocketAddress> PeerStore::fresh(std::size_t& told) const {
     const MutexLock guard(mutex_);
     std::vector<SocketAddress> peers;
-    for (; told < peers_.size(); ++told) {
-        if (!is_own_key(key_of(peers_[told]))) peers.push_back(peers_[told]);
+    for (told = std::max(told, forgotten_); told < forgotten_ + peers_.size(); ++told) {
+        const SocketAddress& peer = peers_[told - forgotten_];
+        if (!is_own_key(key_of(peer))) peers.push_back(peer);
     }
     return peers;
 }

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <deque>
 #include <span>
 #include <string>
 #include <vector>
@@ -12,7 +13,7 @@
 namespace vantlow {
 
 /// IPv4 and IPv6 addresses, each once, without this side's own and without what cannot be a peer. Keeps the
-/// first 4,000 that it is told. Any thread may call.
+/// last 4,000 that it is told. Any thread may call.
 class PeerStore {
   public:
     static constexpr std::size_t most_peers = 4000;
@@ -32,12 +33,14 @@ class PeerStore {
     using Key = std::string;  ///< the bytes of the address and its port
     static Key key_of(const SocketAddress& address);
     [[nodiscard]] bool is_own_key(const Key& key) const VANTLOW_REQUIRES(mutex_);
+    void forget_oldest() VANTLOW_REQUIRES(mutex_);
 
     mutable Mutex mutex_;
     std::vector<Key> known_ VANTLOW_GUARDED_BY(mutex_);  ///< sorted
     std::vector<Key> own_ VANTLOW_GUARDED_BY(mutex_);
     /// In the order of coming, with those of this side that came before they were known to be its own.
-    std::vector<SocketAddress> peers_ VANTLOW_GUARDED_BY(mutex_);
+    std::deque<SocketAddress> peers_ VANTLOW_GUARDED_BY(mutex_);
+    std::size_t forgotten_ VANTLOW_GUARDED_BY(mutex_) = 0;  ///< that came before those
     std::size_t own_among_them_ VANTLOW_GUARDED_BY(mutex_) = 0;
 };
 

@@ -61,7 +61,8 @@ void PortMapper::let_go(const Port& port) {
     const auto at = ports_.find(port);
     if (at == ports_.end() || at->second.holders == 0) return;
     if (--at->second.holders > 0) return;
-    if (!at->second.state.is_open) {
+    // The thread may be asking the router for it right now.
+    if (!at->second.state.is_open && !runs_) {
         ports_.erase(at);
         return;
     }

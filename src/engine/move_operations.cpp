@@ -35,8 +35,7 @@ Relocation relocation_of_one_file(const CJobNode& job, const std::u16string& to,
     if (job.state == JobState::finished) {
         relocation.items.push_back({job.path, to});
         const std::u16string end(state_suffix);
-        const auto state = load_resume_state(job.path + end);
-        if (state && state->identity == job.identity)
+        if (load_own_state(job.path + end, job.identity))
             relocation.items.push_back({job.path + end, to + end, false, true});
         return relocation;
     }

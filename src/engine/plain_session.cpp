@@ -99,7 +99,9 @@ std::optional<Question> PlainSession::question_of(const JobOutcome& outcome) con
     Question question;
     question.job = job_->identity;
     question.server = server_;
-    if (outcome.result.code == Code::credentials_refused || outcome.result.about_credentials) {
+    // What a proxy wants, or a server that the job was led to, is no login of the job's own server.
+    if (outcome.result.about_credentials) return std::nullopt;
+    if (outcome.result.code == Code::credentials_refused) {
         question.kind = QuestionKind::credentials;
         const auto target = parse_target(job_->address);
         question.was_refused = !job_->user.empty() || (target && !target->user.empty());

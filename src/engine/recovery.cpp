@@ -95,8 +95,7 @@ void take_end(CJobNode& record, CJobNode& from) {
 void Recovery::adopt_state(CJobNode& job, bool interrupted) {
     if (kind_of(job) == JobKind::torrent && !name_of(job.path).empty()) return;  // its session looks
     if (!name_of(job.path).empty()) {
-        const auto state = load_resume_state(job.path + std::u16string(state_suffix));
-        if (state && state->identity == job.identity) {
+        if (const auto state = load_own_state(job.path + std::u16string(state_suffix), job.identity)) {
             state->path = job.path;
             take_positions(job, *state);
         } else if (!job.segments.empty()) {

@@ -62,8 +62,7 @@ void forget_checked(CJobNode& job) {
 Done make_unfinished(CJobNode& job) {
     const std::u16string partial = job.path + std::u16string(partial_suffix);
     const std::u16string state = job.path + std::u16string(state_suffix);
-    const auto left = load_resume_state(state);
-    const bool is_own = left && left->identity == job.identity;
+    const bool is_own = load_own_state(state, job.identity) != nullptr;
     if (path_kind(partial) != PathKind::none) return {Fault::name_taken, {}, partial};
     if (!is_own && path_kind(state) != PathKind::none) return {Fault::name_taken, {}, state};
     job.partial_mark = mark_of(job.path, job);
@@ -121,8 +120,7 @@ Done Engine::remove_files(const CJobNode& job, Files files, std::vector<BinItem>
     const bool finished = job.state == JobState::finished;
     std::vector<std::u16string> paths{finished ? job.path : job.path + std::u16string(partial_suffix)};
     // Beside the name of a finished job it is that of another download, unless a crash came between the two.
-    const auto saved = finished ? load_resume_state(state) : nullptr;
-    if (!finished || (saved && saved->identity == job.identity)) paths.push_back(state);
+    if (!finished || load_own_state(state, job.identity)) paths.push_back(state);
     if (!finished && is_whole_torrent_file(job)) paths.push_back(job.path);
     return remove_paths(paths, files, taken);
 }
@@ -296,10 +294,9 @@ Done Engine::check(const Guid& job) {
         again->append_segment(again->file_size, again->file_size);
         again->finished = 0;
         if (Done done = make_unfinished(*again); !done.ok()) return done;
-    } else if (const auto state = load_resume_state(record->path + std::u16string(state_suffix));
-               state && state->identity == job) {
+    } else if (const std::u16string path = record->path + std::u16string(state_suffix);
+               const auto state = load_own_state(path, job)) {
         forget_checked(*state);
-        const std::u16string path = record->path + std::u16string(state_suffix);
         if (const FileError error = save_resume_state(*state, path); !error.ok())
             return {Fault::file, error, path};
     }

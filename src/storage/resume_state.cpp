@@ -52,9 +52,10 @@ FileError save_resume_state(const CJobNode& job, const std::u16string& path) {
     return write_file_atomically(path, file.bytes(), Privacy::owner_only);
 }
 
-std::unique_ptr<CJobNode> load_resume_state(const std::u16string& path) {
+namespace {
+
+std::unique_ptr<CJobNode> read_state(const std::u16string& path) {
     std::vector<std::byte> bytes;
-    if (!belongs_to_user(path)) return nullptr;
     if (!read_file(path, largest_state, bytes).ok()) return nullptr;
     CategoryTree tree;
     const DatabaseLoad load = load_database(bytes, tree);
@@ -62,6 +63,17 @@ std::unique_ptr<CJobNode> load_resume_state(const std::u16string& path) {
     if (tree.root()->jobs.empty()) return nullptr;  // filed elsewhere: nothing that this program writes
     std::unique_ptr<CJobNode> job = std::move(tree.root()->jobs.front());
     return is_consistent(*job) && job->partial_mark.is_set() ? std::move(job) : nullptr;
+}
+
+}  // namespace
+
+std::unique_ptr<CJobNode> load_resume_state(const std::u16string& path) {
+    return belongs_to_user(path) ? read_state(path) : nullptr;
+}
+
+std::unique_ptr<CJobNode> load_own_state(const std::u16string& path, const Guid& job) {
+    auto state = read_state(path);
+    return state && !job.is_zero() && state->identity == job ? std::move(state) : nullptr;
 }
 
 std::int64_t written_end(const CJobNode& job) {

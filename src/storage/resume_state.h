@@ -18,6 +18,9 @@ FileError save_resume_state(const CJobNode& job, const std::u16string& path);
 /// The job of a state file; null when there is none, it is damaged, its segments contradict each other, it is
 /// another user's, or it does not say what its partial file is known by.
 std::unique_ptr<CJobNode> load_resume_state(const std::u16string& path);
+/// The same of this job, whose identity nobody else knows: also where the disk names another owner, as
+/// network drives do. Null for another job's.
+std::unique_ptr<CJobNode> load_own_state(const std::u16string& path, const Guid& job);
 
 /// The end of the last byte that a job's segments say is written: what its partial file must hold.
 std::int64_t written_end(const CJobNode& job);

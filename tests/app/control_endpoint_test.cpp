@@ -4,10 +4,12 @@
 #include <array>
 #include <chrono>
 #include <memory>
+#include <mutex>
 #include <span>
 #include <string>
 #include <string_view>
 #include <thread>
+#include <vector>
 
 #include "app/rpc/endpoint.h"
 #include "platform/socket.h"
@@ -122,9 +124,8 @@ TEST_F(ControlEndpoint, a_head_that_never_ends_does_not_get_longer_by_going_on) 
 
 TEST_F(ControlEndpoint, it_ends_while_a_request_waits_for_its_answer) {
     open({}, 0);
-    ASSERT_TRUE(send(std::string(head) +
-                     "66\r\n\r\n"
-                     R"({"jsonrpc":"2.0","id":1,"method":"aria2.getVersion","params":[]}  )"));
+    const std::string body = R"({"jsonrpc":"2.0","id":1,"method":"aria2.getVersion","params":[]})";
+    ASSERT_TRUE(send(std::string(head) + std::to_string(body.size()) + "\r\n\r\n" + body));
     while (kept() == 0 && Clock::now() - began_ < 10s) std::this_thread::sleep_for(5ms);
     ASSERT_EQ(kept(), 1U);
     endpoint_.reset();

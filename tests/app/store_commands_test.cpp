@@ -216,6 +216,16 @@ TEST_F(StoreCommands, take_the_jobs_along_to_another_data_folder) {
     EXPECT_EQ(jobs(), 2U);
     choose(u"two");
     EXPECT_EQ(jobs(), 1U);
+    // So does one that was noted as the next one, and was used by its name then.
+    File held;
+    ASSERT_TRUE(held.open_alone(folder.path(two + u"/.lock"), OpenMode::write).ok());
+    choose(u"three");
+    const std::u16string three = users_folder(folder, u"three");
+    EXPECT_TRUE(folder.has(three + u"/.database")) << "as it was saved";
+    run({u"--data-dir", folder.path(three), u"add", u"--paused", u"http://h/d"});
+    held.close();
+    EXPECT_EQ(jobs(), 2U);
+    EXPECT_TRUE(folder.has(two + u"/.database"));
 }
 
 TEST_F(StoreCommands, export_and_import_into_another_data_folder) {

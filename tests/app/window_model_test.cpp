@@ -394,7 +394,7 @@ TEST_F(WindowTest, PropertiesAreSharedByJobsAndChangeWhatWasEntered) {
     both.set(Property::comment, "");  // as the dialog shows values that differ
     both.set(Property::connections, "5");
     both.set(Property::referer, "http://r/");
-    const JobEdit edit = both.edit();
+    const JobEdit edit = both.edit(jobs[0]);
     EXPECT_FALSE(edit.comment || edit.connections || edit.address || edit.mirrors || edit.speed_limit);
     EXPECT_EQ(edit.referer, u"http://r/");
 
@@ -407,7 +407,14 @@ TEST_F(WindowTest, PropertiesAreSharedByJobsAndChangeWhatWasEntered) {
     one.set(Property::start_time, "22:00");
     one.set(Property::days, "fri");
     EXPECT_EQ(one.fault(), "");
-    ASSERT_TRUE(engine->change(jobs[0], one.edit()).ok());
+    ASSERT_TRUE(engine->change(jobs[0], one.edit(jobs[0])).ok());
+    // Each job keeps the times that were not entered.
+    JobProperties later(*engine, {jobs[0], jobs[1]});
+    later.set(Property::stop_time, "23:30");
+    EXPECT_EQ(later.fault(), "");
+    for (const Guid& job : jobs) ASSERT_TRUE(engine->change(job, later.edit(job)).ok());
+    EXPECT_EQ(wish_of(times_of(*engine->find(jobs[0])), engine->clock()).start, "22:00");
+    EXPECT_EQ(wish_of(times_of(*engine->find(jobs[1])), engine->clock()).start, "");
     const CJobNode& changed = *engine->find(jobs[0]);
     EXPECT_EQ(
         changed.sources->mirrors,

@@ -155,6 +155,7 @@ TEST(Announce, KeepsEachPeerOnceAndNotItself) {
         store.add({&one, 1});
     }
     EXPECT_EQ(store.size(), PeerStore::most_peers);
+    EXPECT_EQ(texts(store.fresh(told)).back(), "9.9.19.249:1") << "the last ones are kept";
 }
 
 TEST(HttpAnnounce, AsksAndTakesPeersAlsoOutOfGzip) {

@@ -246,6 +246,41 @@ TEST(Picker, TakesByPriorityThenRarityAndFinishesWhatIsBegun) {
     EXPECT_EQ(picker.pick({.peer = 4, .has = seed, .only = allowed}, 9).size(), 2U);
 }
 
+TEST(PieceSet, FindsWhatTwoHaveFromEveryPlaceOn) {
+    for (const std::uint32_t size : {1U, 7U, 8U, 9U, 63U, 64U, 65U, 130U}) {
+        for (std::uint32_t from = 0; from <= size + 1; ++from) {
+            EXPECT_EQ(all_of(size).next_common(all_of(size), from).value_or(99'999),
+                      from < size ? from : 99'999U);
+            const auto last = all_of(size).next_common(set_of(size, {size - 1}), from);
+            EXPECT_EQ(last.value_or(99'999), from < size ? size - 1 : 99'999U) << size << " " << from;
+        }
+    }
+}
+
+// A peer that chokes this side but allows some pieces (BEP 6) has others, too, which are not asked of it.
+TEST(Picker, AsksForAllowedPiecesAloneAndComesToAnEnd) {
+    for (std::uint32_t pieces = 1; pieces <= 17; ++pieces) {
+        Picker picker(std::int64_t{pieces} * block_size, block_size, 1);
+        picker.add_seed();
+        const std::uint32_t allowed[] = {0};
+        const PieceSet seed = all_of(pieces);
+        EXPECT_EQ(picker.pick({.peer = 1, .has = seed, .only = allowed}, 9).size(), 1U) << pieces;
+    }
+}
+
+// A piece that was wrong is asked of one peer alone, as long as that one takes requests.
+TEST(Picker, AnAlonePieceGoesToAnotherWhereItsPeerRefuses) {
+    Picker picker(two_blocks, two_blocks, 1);
+    const PieceSet seed = all_of(1);
+    for (const PieceBlock& block : picker.pick({.peer = 1, .has = seed}, 2)) picker.arrived(1, block);
+    EXPECT_EQ(picker.failed(0).size(), 2U);
+    const auto owed = picker.pick({.peer = 2, .has = seed}, 2);
+    ASSERT_EQ(owed.size(), 2U);
+    EXPECT_TRUE(picker.pick({.peer = 3, .has = seed, .is_idle = true}, 2).empty());
+    for (const PieceBlock& block : owed) picker.lost(2, block);
+    EXPECT_EQ(picker.pick({.peer = 3, .has = seed}, 2).size(), 2U);
+}
+
 TEST(Picker, AFastPeerGetsWholePiecesAndTheLastBlocksAreAskedTwiceAtMost) {
     Picker picker(std::int64_t{2} * two_blocks, two_blocks, 1);
     const PieceSet seed = all_of(2);
@@ -430,6 +465,22 @@ TEST(Candidates, AHostThatOftenBreaksTheRulesIsBannedWithAllItsPorts) {
     EXPECT_LE(candidates.size(), Candidates::most);
 }
 
+TEST(Candidates, ThoseThatFailOftenMakeRoomForNewOnes) {
+    Candidates candidates;
+    std::vector<SocketAddress> first;
+    for (std::size_t i = 0; i < Candidates::most; ++i)
+        first.push_back(at("10.0." + std::to_string(i / 250) + "." + std::to_string(i % 250)));
+    candidates.add(first);
+    const SocketAddress fresh = at("192.0.2.1");
+    candidates.add(std::vector{fresh});
+    EXPECT_EQ(candidates.size(), Candidates::most);
+    for (int i = 0; i < Candidates::most_failures; ++i) candidates.refused(first[7], Clock::time_point{1h});
+    candidates.add(std::vector{fresh});
+    EXPECT_EQ(candidates.size(), Candidates::most);
+    EXPECT_TRUE(candidates.take_this(fresh));
+    EXPECT_FALSE(candidates.take_this(first[7])) << "there is no room for it";
+}
+
 // A peer that sends with a rate, some way off: the share of its rate that the window lets it use.
 double used_of(double rate, Clock::duration way) {
     RequestWindow window;
@@ -464,6 +515,11 @@ TEST(RequestWindow, UsesPeersNearAndFarAtTheirFullSpeed) {
     EXPECT_EQ(window.depth(Clock::time_point{1h} + 20s), 1U);
     window.came(block_size, 1, Clock::time_point{1h} + 21s);
     EXPECT_FALSE(window.is_snubbed(Clock::time_point{1h} + 22s));
+    EXPECT_FALSE(window.is_given_up(Clock::time_point{1h} + 60s));
+    EXPECT_TRUE(window.is_given_up(Clock::time_point{1h} + 61s));
+    window.take_back();
+    EXPECT_FALSE(window.is_snubbed(Clock::time_point{2h}));
+    EXPECT_EQ(window.depth(Clock::time_point{2h}), RequestWindow::least);
     window.set_most(3);
     for (int i = 0; i < 9; ++i) window.came(block_size, 1, Clock::time_point{1h} + 21s);
     EXPECT_EQ(window.depth(Clock::time_point{1h} + 21s), 3U) << "no more than the peer takes";

@@ -74,7 +74,7 @@ std::u16string folder_of_jobs(const std::u16string& chosen) {
 }
 
 FileError announce_data_folder(const std::u16string& from, const std::u16string& to) {
-    static_cast<void>(remove_file(note_path(from)));  // of a change that was carried out, or is taken back
+    keep_data_folder(from);  // of a change that was carried out, or is taken back
     const bool is_noted = !noted_in(to).empty();
     if (from == to || (has_jobs(to) && !is_noted)) return {};
     if (FileError error = make_folders(to); !error.ok()) return error;
@@ -87,6 +87,10 @@ FileError announce_data_folder(const std::u16string& from, const std::u16string&
     if (error.fault == FileFault::not_found) return {};
     if (error.ok()) error = write_file_atomically(database_path(to), database, Privacy::owner_only);
     return error;
+}
+
+void keep_data_folder(const std::u16string& folder) {
+    static_cast<void>(remove_file(note_path(folder)));
 }
 
 FileError move_data_folder(const std::u16string& from, const std::u16string& to, const std::u16string& stays,

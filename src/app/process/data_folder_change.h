@@ -18,6 +18,9 @@ std::u16string folder_of_jobs(const std::u16string& chosen);
 /// jobs now; both are absolute paths.
 FileError announce_data_folder(const std::u16string& from, const std::u16string& to);
 
+/// Takes such a note back: the folder is used for its own jobs.
+void keep_data_folder(const std::u16string& folder);
+
 /// Carries such a change out: every file but the lock goes to `to`, all or none (see relocate()). The caller
 /// holds the locks of both, and may keep the file `stays` of the old one open (empty: none). On a failure the
 /// jobs stay in `from`, or the call is to be repeated. Files of the same name that `to` has already stay.

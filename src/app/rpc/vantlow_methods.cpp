@@ -15,6 +15,7 @@
 #include "base/text.h"
 #include "bt/torrent_settings.h"
 #include "rpc/downloads.h"
+#include "store/address.h"
 
 namespace vantlow {
 namespace {
@@ -200,7 +201,7 @@ Answer Methods::job(Params& params) {
     const CJobNode* const found = find_job(engine(), params, params.text(0));
     if (params.fault()) return *params.fault();
     Json json = json_of(*found);
-    json["referer"] = to_utf8(found->referer);
+    json["referer"] = to_utf8(without_credentials(found->referer));
     json["agent"] = to_utf8(found->agent);
     Json segments = Json::array();
     if (const auto progress = engine().progress(found->identity)) {

@@ -109,7 +109,12 @@ class DetailTabs::Log : public RowSource {
 
   private:
     [[nodiscard]] const CLogNode& line(std::size_t row) const {
-        return details_.log()[is_filtered_ ? found_[row] : row];
+        static const CLogNode none;
+        const std::size_t at = !is_filtered_         ? row
+                               : row < found_.size() ? found_[row]
+                                                     : details_.log().size();
+        // Another download's log may have taken its place since the last look().
+        return at < details_.log().size() ? details_.log()[at] : none;
     }
     const JobDetails& details_;
     std::string searched_;

@@ -37,8 +37,8 @@ std::string short_name_of(const CJobNode& job) {
 
 }  // namespace
 
-std::vector<const CJobNode*> JobActions::selected() const {
-    std::vector<const CJobNode*> jobs;
+JobActions::Selected JobActions::selected() const {
+    Selected jobs;
     for (const Guid& id : model_.rows.selected()) {
         if (const CJobNode* const job = model_.engine.find(id)) jobs.push_back(job);
     }
@@ -50,8 +50,7 @@ bool JobActions::can_be_shared(const CJobNode& job) const {
            !model_.engine.is_sharing(job.identity);
 }
 
-bool JobActions::can(Command command) const {
-    const auto jobs = selected();
+bool JobActions::can(Command command, const Selected& jobs) const {
     const auto any = [&](const auto& passes) { return std::any_of(jobs.begin(), jobs.end(), passes); };
     switch (command) {
         case command_start:
@@ -173,6 +172,14 @@ void JobActions::start_or_stop_all(bool start_them) {
     }
     if (start_them) return start(jobs);
     for (const Guid& job : jobs) tell(model_.engine.stop(job), {});
+}
+
+void JobActions::start_or_stop_everything(bool start_them) {
+    const CClassNode* const all = model_.engine.first_category();
+    if (all == nullptr) return;
+    tell(start_them ? model_.engine.start_all(all->identity) : model_.engine.stop_all(all->identity), {});
+    tell_all();
+    settle();
 }
 
 // From the side that they move to, so that several keep their order.
@@ -316,7 +323,7 @@ void JobActions::add_mirrors(const Guid& job, const std::vector<std::string>& li
     if (const std::string fault = properties.fault(); !fault.empty()) {
         faults_.push_back(fault);
     } else {
-        tell(model_.engine.change(job, properties.edit()), {});
+        tell(model_.engine.change(job, properties.edit(job)), {});
     }
     tell_all();
     settle();

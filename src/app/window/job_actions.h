@@ -20,14 +20,19 @@ class JobActions {
     JobActions(wxWindow& parent, WindowModel& model, Say say)
         : parent_(parent), model_(model), say_(std::make_shared<Say>(std::move(say))) {}
 
-    /// True where the command can be given for the jobs that are selected now.
-    [[nodiscard]] bool can(Command command) const;
+    using Selected = std::vector<const CJobNode*>;
+    /// The records of the jobs that are selected now; good until the engine works again.
+    [[nodiscard]] Selected selected() const;
+    /// True where the command can be given for them.
+    [[nodiscard]] bool can(Command command, const Selected& jobs) const;
     /// Gives it. False for a command that is no job's.
     bool give(Command command);
     void move(const std::vector<Guid>& jobs, const Guid& category);
     /// Has jobs that wait stand in front of another one; zero: behind all.
     void reorder_before(const std::vector<Guid>& jobs, const Guid& next);
     void start(const std::vector<Guid>& jobs);
+    /// All jobs, whichever are shown; those that have finished stay so.
+    void start_or_stop_everything(bool start_them);
     /// Files what a draft says and starts it, as soon as it is safe. Returns the new jobs.
     std::vector<Guid> add(const JobDraft& draft);
     /// Adds other addresses of the same file to a job.
@@ -42,7 +47,6 @@ class JobActions {
 
   private:
     [[nodiscard]] bool can_be_shared(const CJobNode& job) const;
-    [[nodiscard]] std::vector<const CJobNode*> selected() const;
     void start_or_stop_all(bool start);
     void reorder(Order order);
     void start_over();

@@ -51,6 +51,7 @@ JobPane::JobPane(wxWindow* parent, WindowModel& model, Events events)
         if (events_.opened) events_.opened();
     };
     of_table.menu = [this](const wxPoint& at) {
+        take_selection();  // that of the click which opens the menu may still be on its way
         if (events_.menu) events_.menu(at);
     };
     of_table.header = [this](int column, bool further) { sort_by(static_cast<Column>(column), further); };
@@ -87,6 +88,7 @@ void JobPane::put_columns() {
         shown.push_back({static_cast<int>(place.column), title_of(place.column), width, facts.is_number});
     }
     table_->set_columns(shown);
+    table_->select(model_.rows.selected_rows());
     show_order();
 }
 
@@ -196,7 +198,8 @@ void JobPane::take_news(const RowNews& news) {
     look_at_note();
     // New downloads are selected before they have rows: where these come, they are seen. Others stay where
     // they are when the order changes.
-    const bool had_none = table_->selection().empty();
+    const bool has_moved = news.all || !news.removed.empty() || !news.inserted.empty();
+    const bool had_none = has_moved && table_->selection().empty();
     const auto show_new = [this, had_none](const std::vector<std::size_t>& selected) {
         if (had_none && !selected.empty()) table_->show_row(selected.front());
     };
@@ -221,7 +224,10 @@ void JobPane::take_news(const RowNews& news) {
         const bool is_selected = std::ranges::any_of(news.inserted, [&selected](std::size_t row) {
             return std::ranges::binary_search(selected, row);
         });
-        if ((is_selected || !news.removed.empty()) && events_.selected) events_.selected();
+        // Of very many the menus ask when they open.
+        constexpr std::size_t most_followed = 1000;
+        const bool is_news = is_selected || !news.removed.empty();
+        if (is_news && selected.size() <= most_followed && events_.selected) events_.selected();
     }
     if (news.places) return table_->redraw();
     if (!news.changed.empty()) table_->redraw(news.changed);

@@ -67,7 +67,7 @@ MainFrame::MainFrame(DesktopHost& host, WindowModel& model)
     take_layout();
     if (wxTaskBarIcon::IsAvailable())
         tray_ = std::make_unique<Tray>(
-            [this](Command command) { CallAfter([this, command] { give(command); }); });
+            [this](Command command) { CallAfter([this, command] { give_from_tray(command); }); });
     show_notices_by(tray_.get());
     notices_ = std::make_unique<EndNotices>(
         *this, model_, [this] { return host_.settings().flag(setting::tell_ends) && !IsActive(); },
@@ -98,7 +98,9 @@ void MainFrame::build_panes() {
                           [this] { jobs_->show(views_->view(), search_->GetValue()); });
     JobPane::Events of_jobs;
     of_jobs.selected = [this] { show_selection(); };
-    of_jobs.opened = [this] { give(actions_.can(command_open) ? command_open : command_properties); };
+    of_jobs.opened = [this] {
+        give(actions_.can(command_open, actions_.selected()) ? command_open : command_properties);
+    };
     of_jobs.menu = [this](const wxPoint& at) { pop_up_jobs(at); };
     of_jobs.dragged = [this] { return drag_jobs(); };
     of_jobs.drag_ended = [this] { dragged_.clear(); };
@@ -200,9 +202,18 @@ void MainFrame::begin() {
     CallAfter([this] { ask_next(); });
 }
 
+// There no view is in sight: all downloads are meant.
+void MainFrame::give_from_tray(Command command) {
+    const bool is_for_all = command == command_start_all || command == command_stop_all;
+    if (!is_for_all) return give(command);
+    actions_.start_or_stop_everything(command == command_start_all);
+    host_.turn();
+}
+
 void MainFrame::come_to_front() {
     Show();
     if (IsIconized()) Restore();
+    tabs_->look();
     Raise();
     RequestUserAttention(wxUSER_ATTENTION_INFO);
 }
@@ -252,7 +263,11 @@ void MainFrame::slow_round() {
     if (speed_->IsShownOnScreen()) speed_->Refresh();
     zone_->look();
     notices_->look();
-    ask_which_files();
+    // A dialog within the timer's own call would hold up the timer, and with it the engine's clock.
+    CallAfter([this] {
+        ask_which_files();
+        take_copied();
+    });
     if (tray_) tray_->look(model_.status);
 }
 
@@ -261,7 +276,7 @@ void MainFrame::show_status() {
         const wxString wanted = ui(text);
         if (GetStatusBar()->GetStatusText(field) != wanted) SetStatusText(wanted, field);
     };
-    const std::size_t selected = model_.rows.selected().size();
+    const std::size_t selected = model_.rows.selected_count();
     std::string message = trn("%1 download", "%1 downloads", static_cast<std::int64_t>(model_.rows.size()));
     if (selected > 1)
         message += ", " + trn("%1 selected", "%1 selected", static_cast<std::int64_t>(selected));
@@ -276,7 +291,7 @@ void MainFrame::show_status() {
 // A download that is selected starts and ends by itself; of very many the menus ask when they open.
 void MainFrame::follow_states() {
     constexpr std::size_t most_followed = 1000;
-    if (enabled_at_ == model_.engine.revision() || model_.rows.selected().size() > most_followed) return;
+    if (enabled_at_ == model_.engine.revision() || model_.rows.selected_count() > most_followed) return;
     enabled_at_ = model_.engine.revision();
     enable_commands();
 }
@@ -299,6 +314,7 @@ void MainFrame::show_selection() {
 }
 
 void MainFrame::show_pane(const FramePane& pane, bool shown_now) {
+    if (shown_now) tabs_->look();  // it was not looked at while nobody saw it
     panes_.GetPane(pane.name).Show(shown_now);
     panes_.Update();
 }

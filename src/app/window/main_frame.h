@@ -54,8 +54,9 @@ class MainFrame : public wxFrame {
     void show_selection();
     void enable_commands();
     void follow_states();
-    [[nodiscard]] bool can(Command command) const;
+    [[nodiscard]] bool can(Command command, const JobActions::Selected& selected) const;
     void give(Command command);
+    void give_from_tray(Command command);
     void give_other(Command command);
     void give_later(Command command);
     bool give_by_key(const wxKeyEvent& event);
@@ -80,6 +81,7 @@ class MainFrame : public wxFrame {
     void take_dropped(const Dropped& dropped, const wxPoint& on_screen);
     void paste();
     void clipboard_changed();
+    void take_copied();
     void ask_next();
     void ask_which_files();
     void choose_files(const Guid& job, std::size_t count, const QuestionAnswer& answer);
@@ -110,6 +112,7 @@ class MainFrame : public wxFrame {
     std::vector<Guid> undescribed_;        ///< added jobs, of which torrents are asked about
     std::vector<Guid> dragged_;            ///< the jobs that are being dragged
     std::vector<std::string> last_links_;  ///< of the clipboard, when it was looked at last
+    Dropped copied_;                       ///< that wait for the end of another dialog
     bool is_built_ = false;                ///< before that, panes report to nobody
     bool asking_ = false;                  ///< a question's dialog is open
     bool ending_ = false;

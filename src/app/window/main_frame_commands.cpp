@@ -22,7 +22,7 @@ bool is_text_focused() {
 
 }  // namespace
 
-bool MainFrame::can(Command command) const {
+bool MainFrame::can(Command command, const JobActions::Selected& selected) const {
     switch (command) {
         case command_start:
         case command_stop:
@@ -45,7 +45,7 @@ bool MainFrame::can(Command command) const {
         case command_check:
         case command_properties:
         case command_select_all:
-            return actions_.can(command);
+            return actions_.can(command, selected);
         case command_questions:
             return model_.questions.size() > 0;
         default:
@@ -57,13 +57,14 @@ void MainFrame::enable_commands() {
     wxMenuBar* const bar = GetMenuBar();
     wxToolBar* const tools = GetToolBar();
     if (bar == nullptr || tools == nullptr) return;
+    const JobActions::Selected selected = actions_.selected();
     for (int id = command_start; id <= command_select_all; ++id) {
-        const bool possible = can(static_cast<Command>(id));
+        const bool possible = can(static_cast<Command>(id), selected);
         if (bar->FindItem(id) != nullptr) bar->Enable(id, possible);
         if (tools->FindById(id) != nullptr && tools->GetToolEnabled(id) != possible)
             tools->EnableTool(id, possible);
     }
-    bar->Enable(command_questions, can(command_questions));
+    bar->Enable(command_questions, can(command_questions, selected));
     int place = command_place_first;
     for (const FramePane& one : frame_panes) {
         bar->Check(one.command, is_pane_shown(one));
@@ -78,7 +79,7 @@ void MainFrame::enable_commands() {
 }
 
 void MainFrame::give(Command command) {
-    if (!can(command)) return;
+    if (!can(command, actions_.selected())) return;
     if (command != command_select_all && actions_.give(command)) {
         host_.turn();
         return enable_commands();
@@ -201,8 +202,9 @@ void MainFrame::fill_move_targets(wxMenu& menu) {
 void MainFrame::pop_up_jobs(const wxPoint& at) {
     const auto menu = make_jobs_menu();
     fill_move_targets(*menu->FindItem(command_move_to)->GetSubMenu());
+    const JobActions::Selected selected = actions_.selected();
     for (int id = command_start; id <= command_properties; ++id) {
-        if (menu->FindItem(id) != nullptr) menu->Enable(id, can(static_cast<Command>(id)));
+        if (menu->FindItem(id) != nullptr) menu->Enable(id, can(static_cast<Command>(id), selected));
     }
     PopupMenu(menu.get(), place_of_menu(*this, at));
 }

@@ -139,16 +139,30 @@ void MainFrame::paste() {
 
 // Once for each text, of the chosen endings, and never for what was copied here.
 void MainFrame::clipboard_changed() {
-    if (!host_.settings().flag(setting::watch_clipboard) || IsActive()) return;
+    // While a window of this program is the active one, it is from there that something was copied.
+    if (!host_.settings().flag(setting::watch_clipboard) || wxGetActiveWindow() != nullptr) return;
     Dropped dropped = read_clipboard();
     dropped.files.clear();
     dropped.links =
         links_by_rule(std::move(dropped.links), to_utf8(host_.settings().text(setting::clipboard_endings)));
-    if (dropped.links.empty() || dropped.links == last_links_ || asking_) return;
+    if (dropped.links.empty() || dropped.links == last_links_) return;
     last_links_ = dropped.links;
     if (copied_text().Contains(ui(dropped.links.front()))) return;
+    copied_.links.insert(copied_.links.end(), dropped.links.begin(), dropped.links.end());
+    take_copied();
+}
+
+// One dialog at a time: what is copied while another one is open waits for its end.
+void MainFrame::take_copied() {
+    const auto is_modal = [](const wxWindow* window) {
+        const auto* const dialog = dynamic_cast<const wxDialog*>(window);
+        return dialog != nullptr && dialog->IsModal();
+    };
+    if (copied_.empty() || asking_ || ending_) return;
+    if (std::any_of(wxTopLevelWindows.begin(), wxTopLevelWindows.end(), is_modal)) return;
+    const Dropped copied = std::exchange(copied_, {});
     come_to_front();
-    take_dropped(dropped, wxDefaultPosition);
+    take_dropped(copied, wxDefaultPosition);
 }
 
 void MainFrame::move_to(int index) {

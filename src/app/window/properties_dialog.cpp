@@ -140,10 +140,9 @@ bool edit_properties(wxWindow& parent, Engine& engine, const std::vector<Guid>& 
     if (properties.jobs().empty()) return false;
     if (PropertiesDialog(parent, properties, engine.week_plan().days != 0).ShowModal() != wxID_OK)
         return false;
-    const JobEdit edit = properties.edit();
     // Jobs may have gone while the dialog was open: operations go by their identities.
     for (const Guid& job : properties.jobs()) {
-        const Done done = engine.change(job, edit);
+        const Done done = engine.change(job, properties.edit(job));
         if (!done.ok() && done.fault != Done::Fault::no_job) faults.push_back(sentence_of(done));
     }
     return true;

@@ -245,6 +245,8 @@ void Picker::lost(Peer peer, const PieceBlock& block) {
         ++begun->free;
         begun->first_free = std::min(begun->first_free, block.begin / block_size);
     }
+    // Another peer gives the rest of a piece that one peer alone was to give: who gave which block is known.
+    if (begun->owner == peer) begun->owner = 0;
     // A piece of which nothing is there or owed may as well be begun by another one later.
     if (begun->free == begun->blocks.size() && !begun->is_alone) {
         rerank(block.piece, [](Facts& facts) { facts.is_begun = false; });

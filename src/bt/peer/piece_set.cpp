@@ -43,6 +43,7 @@ std::optional<std::uint32_t> PieceSet::next_common(const PieceSet& other, std::u
     for (; from < size_ && from % 8 != 0; ++from) {
         if (has(from) && other.has(from)) return from;
     }
+    if (from >= size_) return std::nullopt;  // within the last byte, perhaps, which is searched
     std::size_t at = from / 8;
     for (; at + sizeof(std::uint64_t) <= bytes_.size(); at += sizeof(std::uint64_t)) {
         std::uint64_t mine = 0;

@@ -17,6 +17,7 @@ class RequestWindow {
     static constexpr std::uint32_t usual_most = 500;
     static constexpr std::chrono::seconds held{3};            ///< of the peer's rate
     static constexpr std::chrono::seconds snubbed_after{20};  ///< without a block that is owed
+    static constexpr std::chrono::seconds given_up_after{40};
 
     /// The number that the peer says it takes ("reqq", BEP 10); 0: it says none.
     void set_most(std::uint32_t most) noexcept { most_ = most == 0 ? usual_most : std::max(most, least); }
@@ -33,6 +34,18 @@ class RequestWindow {
     [[nodiscard]] bool is_snubbed(Clock::time_point now) const noexcept {
         return waits_ && now - since_ >= snubbed_after;
     }
+    /// Nothing that is owed is waited for any more: take_back() may be called.
+    [[nodiscard]] bool is_given_up(Clock::time_point now) const noexcept {
+        return waits_ && now - since_ >= given_up_after;
+    }
+    /// Nothing is owed any more, and the peer begins anew with few blocks.
+    void take_back() noexcept {
+        waits_ = false;
+        depth_ = least;
+        slow_start_ = true;
+    }
+    /// This side did not listen: the time that the peer is given begins again.
+    void listened_not(Clock::time_point now) noexcept { since_ = now; }
     /// How many blocks the peer may owe now.
     [[nodiscard]] std::uint32_t depth(Clock::time_point now) const noexcept {
         return is_snubbed(now) ? 1 : depth_;

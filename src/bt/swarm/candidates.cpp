@@ -32,6 +32,20 @@ void Candidates::note(const std::string& key, const SocketAddress& address) {
     if (is_new && blocks) ++blocked_;
 }
 
+// Swarms change: without this the first ones would be tried for ever, and no others.
+bool Candidates::make_room(std::size_t limit) {
+    if (known_.size() < limit) return true;
+    auto worst = known_.end();
+    for (auto at = known_.begin(); at != known_.end(); ++at) {
+        const Entry& entry = at->second;
+        if (entry.is_taken || entry.is_banned || entry.is_blocked || entry.failures < most_failures) continue;
+        if (worst == known_.end() || entry.failures > worst->second.failures) worst = at;
+    }
+    if (worst == known_.end()) return false;
+    known_.erase(worst);
+    return true;
+}
+
 void Candidates::set_filter(std::shared_ptr<const IpFilter> filter) {
     filter_ = std::move(filter);
     blocked_ = 0;
@@ -43,17 +57,18 @@ void Candidates::set_filter(std::shared_ptr<const IpFilter> filter) {
 
 void Candidates::add(std::span<const SocketAddress> addresses) {
     for (const SocketAddress& address : addresses) {
-        if (address.port() == 0 || known_.size() >= most) continue;
-        note(peer_text(address), address);
+        const std::string key = peer_text(address);
+        if (address.port() == 0 || known_.contains(key) || !make_room(most)) continue;
+        note(key, address);
     }
 }
 
 std::size_t Candidates::add_named(std::span<const SocketAddress> addresses) {
     std::size_t added = 0;
     for (const SocketAddress& address : addresses) {
-        if (address.port() == 0 || known_.size() >= most / 2) continue;
+        if (address.port() == 0) continue;
         const std::string key = peer_text(address);
-        if (known_.contains(key) || ports_of(key) >= most_named_ports) continue;
+        if (known_.contains(key) || ports_of(key) >= most_named_ports || !make_room(most / 2)) continue;
         note(key, address);
         ++added;
     }

@@ -18,6 +18,8 @@ namespace vantlow {
 class Candidates {
   public:
     static constexpr std::size_t most = 4000;
+    /// An address that failed so often makes room for a new one where there is none.
+    static constexpr int most_failures = 3;
 
     /// Of one host, where other peers or nodes name it: whoever names many ports of a victim gets no further.
     static constexpr std::size_t most_named_ports = 4;
@@ -68,6 +70,7 @@ class Candidates {
     };
     Entry* find(const SocketAddress& address);
     void note(const std::string& key, const SocketAddress& address);
+    bool make_room(std::size_t limit);
     [[nodiscard]] std::size_t ports_of(const std::string& key) const;
     [[nodiscard]] bool is_bad_host(const std::string& key) const;
 

@@ -319,7 +319,10 @@ bool Swarm::may_receive() {
 
 void Swarm::room_again() {
     awaits_room_ = false;
-    for (auto& [number, link] : links_) link->go_on();
+    for (auto& [number, link] : links_) {
+        link->window.listened_not(network_.now());
+        link->go_on();
+    }
 }
 
 void Swarm::tick() {
@@ -347,12 +350,22 @@ void Swarm::look_after(PeerLink& link, Clock::time_point now) {
     if (now - link.last_sent() > keep_alive_after) link.send({.kind = MessageKind::keep_alive});
     link.give_rate += (static_cast<double>(link.given - link.given_before) - link.give_rate) / 5;
     link.given_before = link.given;
-    if (link.window.is_snubbed(now)) {
+    // While the disk is behind nobody is listened to.
+    if (!awaits_room_ && link.window.is_snubbed(now)) {
         // Others may be asked for what it does not send; what comes late after all is taken.
-        while (link.owes.size() > 1) {
+        const bool is_given_up = link.window.is_given_up(now);
+        while (link.owes.size() > (is_given_up ? 0U : 1U)) {
             picker_.lost(link.number(), link.owes.back());
             cancel(link, link.owes.back());
+            --link.useless;  // it may be on its way
             link.owes.pop_back();
+        }
+        if (is_given_up) {
+            link.window.take_back();
+            // The others come first.
+            for (auto& [number, other] : links_) {
+                if (other.get() != &link) fill(*other);
+            }
         }
     }
     fill(link);
@@ -365,7 +378,7 @@ void Swarm::choke_and_unchoke() {
         if (!link->is_live) continue;
         peers.push_back({.peer = number,
                          .is_interested = link->is_interested,
-                         .is_snubbed = link->window.is_snubbed(network_.now()),
+                         .is_snubbed = !awaits_room_ && link->window.is_snubbed(network_.now()),
                          .is_unchoked = !link->choked_by_us,
                          .rate = gives ? link->give_rate : link->window.rate(),
                          .came = link->came});

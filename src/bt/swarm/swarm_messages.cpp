@@ -207,7 +207,9 @@ bool Swarm::take_block(PeerLink& link, const PeerMessage& message) {
     if (arrival.other) {
         if (const auto other = links_.find(*arrival.other); other != links_.end()) {
             std::erase(other->second->owes, block);
+            if (other->second->owes.empty()) other->second->window.dropped();
             cancel(*other->second, block);
+            --other->second->useless;  // it may be on its way
             fill(*other->second);
         }
     }

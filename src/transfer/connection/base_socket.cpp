@@ -43,6 +43,12 @@ std::string reuse_key(const ConnectPlan& plan) {
 
 }  // namespace
 
+void log_failure(LogSink& log, const Result& failure) {
+    if (failure.code == Code::transient && failure.system_error != 0)
+        log.line(Direction::error, message(Message::socket_error, {failure.system_error}));
+    log.line(Direction::error, failure.message());
+}
+
 CBaseSocket::CBaseSocket(ConnectionServices& services, LogSink& log, const StopSource& stop,
                          CConnectionNode* node)
     : services_(services), log_(log), stop_(stop), pace_(node) {}
@@ -211,7 +217,7 @@ Result CBaseSocket::start_tls(const TlsPlan& tls) {
         result = node_->tls->connect(from_now(timeout_));
     }
     if (result.ok()) return result;
-    if (result.kind() != Kind::stopped) log_.line(Direction::error, result.message());
+    if (result.kind() != Kind::stopped) log_failure(log_, result);
     close();
     return result;
 }
@@ -247,7 +253,7 @@ Result CBaseSocket::tunnel(const ProxyPlan& proxy, const TunnelTarget& target, s
         result = open_connect(wire, log_, proxy, target, target.login, tunnel_again_);
     }
     if (result.ok()) return result;
-    if (result.code == Code::transient) log_.line(Direction::error, result.message());
+    if (result.code == Code::transient) log_failure(log_, result);
     // The log's word is none for a person who sees nothing else.
     if (result.detail == message_text(Message::closed)) result.detail = "The proxy closed the connection.";
     if (target.close_on_failure) close();

@@ -82,6 +82,9 @@ struct ConnectionContext {
     CConnectionNode* node = nullptr;
 };
 
+/// Logs why a connection failed: "Socket error = %d." where the system says so, and the sentence.
+void log_failure(LogSink& log, const Result& failure);
+
 /// The base of the objects that talk over TCP. Belongs to the one thread that made it.
 class CBaseSocket {
   public:

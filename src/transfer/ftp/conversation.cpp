@@ -3,6 +3,7 @@
 #include <any>
 
 #include "base/string_table.h"
+#include "base/text.h"
 #include "transfer/ftp/dialogue.h"
 
 namespace vantlow {
@@ -17,9 +18,13 @@ constexpr const char* session_wanted =
 // Servers expect TLS from the first byte at this port, without AUTH.
 constexpr std::uint16_t implicit_tls_port = 990;
 
-// A kept control connection is the right one by this: the login and the folder it stands in.
+// A kept control connection is the right one by this: the login, the folder it stands in, and how its server
+// was checked.
 std::string kept_as(const FtpPlan& plan) {
-    return (plan.tls ? "ftps\n" : "ftp\n") + plan.user + '\n' + plan.password + '\n' + plan.path.folder;
+    const std::string trust = !plan.tls          ? "ftp\n"
+                              : plan.tls->verify ? "ftps by " + to_utf8(plan.tls->ca_file) + '\n'
+                                                 : "ftps unverified\n";
+    return trust + plan.user + '\n' + plan.password + '\n' + plan.path.folder;
 }
 
 }  // namespace

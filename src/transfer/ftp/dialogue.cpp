@@ -121,22 +121,20 @@ Result ftp_restart_at(FtpChannel& channel, const FtpPlan& plan, FtpSession& sess
 
 Result ftp_retrieve_result(const FtpReply& reply, LogSink& log) {
     if (reply.kind() == 1 || reply.kind() == 2) return {};
+    Result unexpected = unexpected_reply(log, reply);
     switch (reply.code) {
         case 530:
         case 532:
-            log.line(Direction::error, reply.text());
             return {Code::credentials_refused, "The server refuses the file: " + reply.text()};
         case 550:
         case 551:
         case 552:
         case 553:
-            log.line(Direction::error, reply.text());
             return {Code::server_error, "The file cannot be fetched: " + reply.text()};
         default:
             break;
     }
-    if (reply.kind() != 4) return unexpected_reply(log, reply);
-    log.line(Direction::error, reply.text());
+    if (reply.kind() != 4) return unexpected;
     // Without a data connection the next attempt may do; anything else is the server's own trouble.
     const bool connection = reply.code == 425 || reply.code == 426;
     return {connection ? Code::transient : Code::busy,

@@ -27,6 +27,11 @@ class Login {
     Result password(const FtpReply& after_user);
     Outcome<std::string> secret(const FtpReply& after_user);
     Result refused(const FtpReply& reply);
+    /// A reply that says more than that it was not expected.
+    Result not_expected(const FtpReply& reply, Result result) {
+        static_cast<void>(unexpected_reply(log_, reply));
+        return result;
+    }
     Result protect();
     Result features();
     Result folder();
@@ -51,8 +56,7 @@ Result Login::welcome() {
     } while (reply.kind() == 1);  // "120 Service ready in nnn minutes"
     if (reply.is_success()) return {};
     // Whatever keeps a server from greeting may pass: its load, its number of users.
-    log_.line(Direction::error, reply.text());
-    return {Code::busy, "The server refuses the connection: " + reply.text()};
+    return not_expected(reply, {Code::busy, "The server refuses the connection: " + reply.text()});
 }
 
 Result Login::secure() {
@@ -61,9 +65,10 @@ Result Login::secure() {
     for (const char* command : {"AUTH TLS", "AUTH SSL"}) {
         if (Result result = ask(command, reply); !result.ok()) return result;
         if (reply.code == 234 || reply.code == 334) return begin_tls();
-        if (reply.kind() == 4) return {Code::busy, "The server cannot begin TLS now: " + reply.text()};
+        if (reply.kind() == 4)
+            return not_expected(reply, {Code::busy, "The server cannot begin TLS now: " + reply.text()});
     }
-    return {Code::server_error, "The server does not offer TLS: " + reply.text()};
+    return not_expected(reply, {Code::server_error, "The server does not offer TLS: " + reply.text()});
 }
 
 Result Login::begin_tls() {
@@ -131,7 +136,8 @@ Result Login::protect() {
     if (Result result = ask("PBSZ 0", reply); !result.ok()) return result;
     if (Result result = ask("PROT P", reply); !result.ok()) return result;
     if (reply.is_success()) return {};
-    return {Code::server_error, "The server does not protect data connections: " + reply.text()};
+    return not_expected(
+        reply, {Code::server_error, "The server does not protect data connections: " + reply.text()});
 }
 
 Result Login::features() {
@@ -161,8 +167,7 @@ Result Login::folder() {
     }
     if (reply.is_success()) return {};
     if (reply.code == 550) {
-        log_.line(Direction::error, reply.text());
-        return {Code::server_error, "The folder cannot be opened: " + reply.text()};
+        return not_expected(reply, {Code::server_error, "The folder cannot be opened: " + reply.text()});
     }
     return unexpected_reply(log_, reply);
 }

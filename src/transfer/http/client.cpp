@@ -100,12 +100,13 @@ HttpClient::HttpClient(const ConnectionContext& context)
     : context_(context),
       logins_(context.services.memory.of<LoginMemory>()),
       cookies_(context.services.memory.of<CookieJar>()),
+      jars_(context.services.memory.of<CookieJars>()),
       strict_hosts_(context.services.memory.of<StrictHosts>()),
       socket_(context.services, context.log, context.stop, context.node),
       conversation_(socket_, context.log) {}
 
 Result HttpClient::ask(const HttpErrand& errand, HttpAnswer& answer) {
-    load_cookies(errand.http.cookie_file);
+    load_cookies(errand);
     HttpHop hop;
     hop.origin = parse_target(secured_where_wanted(errand.origin.empty() ? errand.address : errand.origin),
                               errand.utf8);
@@ -151,14 +152,15 @@ std::u16string HttpClient::secured_where_wanted(const std::u16string& address) c
     return secured;
 }
 
-void HttpClient::load_cookies(const std::u16string& path) {
-    if (path.empty() || !cookies_.begin_file(path)) return;
+void HttpClient::load_cookies(const HttpErrand& errand) {
+    const std::u16string& path = errand.http.cookie_file;
+    if (path.empty() || !jar_of(errand).begin_file(path)) return;
     std::vector<std::byte> bytes;
     if (const FileError error = read_file(path, largest_cookie_file, bytes); !error.ok()) {
         context_.log.line(Direction::error, to_utf8(path) + ": " + error.text());
         return;
     }
-    cookies_.add(parse_cookies_txt({reinterpret_cast<const char*>(bytes.data()), bytes.size()}), now());
+    jar_of(errand).add(parse_cookies_txt({reinterpret_cast<const char*>(bytes.data()), bytes.size()}), now());
 }
 
 // One server's answer, with the logins that it and the proxy want.
@@ -169,7 +171,7 @@ Result HttpClient::ask_one(const HttpErrand& errand, const HttpHop& hop, HttpAns
     ConnectPlan connect = connect_plan(errand, hop);
     // Of a connection that has ended meanwhile nobody could tell whether the form was taken.
     if (hop.gets_form) connect.may_reuse = false;
-    const HttpRequest request = make_http_request(errand, hop, cookies_);
+    const HttpRequest request = make_http_request(errand, hop, jar_of(errand));
     const LoginIdentity identity{target.scheme + "://" + target.host + ":" + std::to_string(target.port),
                                  request.user, request.password};
     SchemeLogin server(identity, LoginOperations::of(context_.libraries), &logins_);
@@ -192,10 +194,23 @@ Result HttpClient::ask_one(const HttpErrand& errand, const HttpHop& hop, HttpAns
     return result;
 }
 
+// A person's own cookies are a login, which no other job gets, and one that was set before does not replace
+// them. Neither do others get what came from a server that nobody checked.
+CookieJar& HttpClient::jar_of(const HttpErrand& errand) {
+    if (errand.http.cookie.empty() && errand.trust.verify) return cookies_;
+    std::string key = to_utf8(errand.http.cookie) + (errand.trust.verify ? "" : "\n");
+    if (!own_ || own_key_ != key) {
+        own_ = jars_.jar_of(key);
+        own_key_ = std::move(key);
+    }
+    return *own_;
+}
+
 void HttpClient::remember(const HttpErrand& errand, const HttpAnswer& answer) {
     const Target& target = answer.target;
     const bool secured = is_secured(target);
-    if (errand.with_cookies) cookies_.take(answer.head.cookies, {target.host, target.path, secured}, now());
+    if (errand.with_cookies)
+        jar_of(errand).take(answer.head.cookies, {target.host, target.path, secured}, now());
     if (secured && errand.trust.verify) strict_hosts_.take(answer.head.strict_transport, target.host, now());
 }
 
@@ -243,8 +258,11 @@ Result HttpClient::refuse(const HttpAnswer& answer) {
         const std::string who = status == 407 ? "The proxy" : "The server";
         const std::string what =
             answer.had_user ? " refused the credentials: " : " wants a user name and a password: ";
-        return {Code::credentials_refused,
-                who + what + text + (answer.trouble.empty() ? "" : ". " + answer.trouble)};
+        Result refused(Code::credentials_refused,
+                       who + what + text + (answer.trouble.empty() ? "" : ". " + answer.trouble));
+        // The login of the way, not that of the server.
+        refused.about_credentials = status == 407;
+        return refused;
     }
     const std::string message = std::string(message_text(Message::http_server_error)) + " (" + text + ")";
     context_.log.line(Direction::error, message);

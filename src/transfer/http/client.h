@@ -1,6 +1,7 @@
 // One resource asked for over HTTP, by whatever leads to it; or a document fetched into memory.
 #pragma once
 
+#include <memory>
 #include <string>
 
 #include "transfer/http/conversation.h"
@@ -53,7 +54,7 @@ class HttpClient {
     void drop() { socket_.close(); }
 
   private:
-    void load_cookies(const std::u16string& path);
+    void load_cookies(const HttpErrand& errand);
     [[nodiscard]] std::u16string secured_where_wanted(const std::u16string& address) const;
     Result ask_one(const HttpErrand& errand, const HttpHop& hop, HttpAnswer& answer);
     void remember(const HttpErrand& errand, const HttpAnswer& answer);
@@ -61,7 +62,13 @@ class HttpClient {
 
     ConnectionContext context_;
     LoginMemory& logins_;
+    /// The jar of the run, or of the errand's own cookies.
+    CookieJar& jar_of(const HttpErrand& errand);
+
     CookieJar& cookies_;
+    CookieJars& jars_;
+    std::string own_key_;
+    std::shared_ptr<CookieJar> own_;
     StrictHosts& strict_hosts_;
     CBaseSocket socket_;
     HttpConversation conversation_;

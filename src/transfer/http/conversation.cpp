@@ -149,7 +149,7 @@ Result HttpConversation::exchange(const ConnectPlan& plan, HttpRequest request, 
     if (result.ok()) result = read_head(until, head_, nothing_came);
     dead = dead && !result.ok() && nothing_came && result.code == Code::transient;
     if (!result.ok()) {
-        if (!dead && result.kind() != Kind::stopped) log_.line(Direction::error, result.message());
+        if (!dead && result.kind() != Kind::stopped) log_failure(log_, result);
         socket_.close();
     }
     head = head_;

@@ -255,4 +255,14 @@ std::string join_cookies(std::string_view first, std::string_view second) {
     return all;
 }
 
+std::shared_ptr<CookieJar> CookieJars::jar_of(const std::string& key) {
+    constexpr std::size_t most_jars = 100;
+    const MutexLock guard(mutex_);
+    const auto at = std::ranges::find(jars_, key, [](const auto& one) { return one.first; });
+    if (at != jars_.end()) return at->second;
+    if (jars_.size() >= most_jars) jars_.pop_front();
+    jars_.emplace_back(key, std::make_shared<CookieJar>());
+    return jars_.back().second;
+}
+
 }  // namespace vantlow

@@ -2,10 +2,13 @@
 #pragma once
 
 #include <cstdint>
+#include <deque>
 #include <map>
+#include <memory>
 #include <set>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "base/mutex.h"
@@ -63,5 +66,17 @@ class CookieJar : public Keepsake {
 
 /// The texts of Cookie lines in one. Of cookies with one name that of the first text stays.
 std::string join_cookies(std::string_view first, std::string_view second);
+
+/// The jars of requests that bring cookies of their own, which are somebody's login: what servers set for
+/// them is sent with no others'. Bounded: the oldest go first. Any thread may call.
+class CookieJars : public Keepsake {
+  public:
+    /// The jar of those who have the same key; it lives as long as somebody holds it.
+    std::shared_ptr<CookieJar> jar_of(const std::string& key);
+
+  private:
+    Mutex mutex_;
+    std::deque<std::pair<std::string, std::shared_ptr<CookieJar>>> jars_ VANTLOW_GUARDED_BY(mutex_);
+};
 
 }  // namespace vantlow

@@ -53,7 +53,7 @@ HttpRequest make_http_request(const HttpErrand& errand, const HttpHop& hop, cons
     const auto referring = parse_target(errand.http.referer);
     const bool telling = !referring || !is_secured(*referring) || is_secured(target);
     if (telling && origin && iequals(origin->host, target.host))
-        request.referer = to_ansi(errand.http.referer);
+        request.referer = to_ansi(without_credentials(errand.http.referer));
     request.automatic_referer = errand.http.automatic_referer;
     request.agent = to_ansi(errand.http.agent);
     request.start = errand.start;

@@ -18,14 +18,33 @@ std::string shown_path(const HttpRequest& request) {
     return request.shown_path.empty() ? request.path : request.shown_path;
 }
 
+// Everything but RFC 3986's unreserved characters.
+std::string percent_encode_all(std::string_view text) {
+    constexpr std::string_view digits = "0123456789ABCDEF";
+    std::string out;
+    for (const char c : text) {
+        const auto byte = static_cast<unsigned char>(c);
+        const bool is_letter = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9');
+        if (is_letter || std::string_view("-._~").find(c) != std::string_view::npos) {
+            out += c;
+        } else {
+            out += {'%', digits[byte >> 4U], digits[byte & 0x0FU]};
+        }
+    }
+    return out;
+}
+
 // "GET http://host:port/path": what an HTTP proxy is asked. An FTP address carries its credentials in the
 // host.
 RequestLine absolute_form(const HttpRequest& request) {
     std::string credentials;
     std::string shown;
     if (request.scheme == "ftp" && !request.user.empty()) {
-        credentials = request.user + (request.password.empty() ? "" : ":" + request.password) + "@";
-        shown = request.user + (request.password.empty() ? "" : std::string(":") + mask) + "@";
+        // Else a "/" or an "@" in them would name another host.
+        const std::string user = percent_encode_all(request.user);
+        credentials =
+            user + (request.password.empty() ? "" : ":" + percent_encode_all(request.password)) + "@";
+        shown = user + (request.password.empty() ? "" : std::string(":") + mask) + "@";
     }
     HttpRequest seen = request;
     seen.path = shown_path(request);
@@ -93,7 +112,7 @@ std::vector<RequestLine> usual_lines(const HttpRequest& request) {
     lines.push_back(plain("Accept: */*"));
     if (!request.referer.empty()) {
         lines.push_back(plain("Referer: " + request.referer));
-    } else if (request.automatic_referer && !request.host.empty()) {
+    } else if (request.automatic_referer && !request.host.empty() && request.scheme != "ftp") {
         lines.push_back(plain("Referer: " + site_root(request)));
     }
     // The range is open-ended: the reader stops at its segment's end, which may move while the answer runs.

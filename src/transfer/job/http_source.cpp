@@ -65,7 +65,14 @@ Result HttpSource::open(const SourcePlan& plan, std::int64_t offset, SourceAnswe
                                        ", a kind of address that cannot be fetched from here."};
     }
     if (!result.ok()) return result;
-    if (got.head.status < 200 || got.head.status >= 300) return refuse(got, answer);
+    if (got.head.status < 200 || got.head.status >= 300) {
+        Result refused = refuse(got, answer);
+        // Another server than the one that the job's login is for wants one.
+        const auto own = parse_target(plan.origin.empty() ? plan.address : plan.origin);
+        const bool is_own = own && is_same_server(*own, got.target);
+        if (refused.code == Code::credentials_refused && !is_own) refused.about_credentials = true;
+        return refused;
+    }
     result = accept(plan, got, offset, answer);
     if (!result.ok()) client_.drop();
     return result;

@@ -387,7 +387,7 @@ Result CTransferSubThread::end_of_answer(const Moved& moved, Clock::time_point& 
         return opened;
     }
     Result failure = moved_failure(moved);
-    if (failure.kind() != Kind::stopped) tools_.log.line(Direction::error, failure.message());
+    if (failure.kind() != Kind::stopped) log_failure(tools_.log, failure);
     return failure;
 }
 

@@ -12,6 +12,7 @@
 #include "base/codes.h"
 #include "base/text.h"
 #include "bt/peer_store.h"
+#include "store/address.h"
 
 namespace vantlow {
 
@@ -39,7 +40,7 @@ ordered_json list_json(const JobView& view) {
                       {"state", job_state_name(view.state())},
                       {"connections", job.connections},
                       {"comment", to_utf8(job.comment)},
-                      {"referer", to_utf8(job.referer)},
+                      {"referer", to_utf8(without_credentials(job.referer))},
                       {"agent", to_utf8(job.agent)}};
     if (const auto word = view.state_word(); word != job_state_name(view.state())) json["activity"] = word;
     if (const std::string error = view.error(); !error.empty()) json["error"] = error;

@@ -11,6 +11,7 @@
 #include "app/terminal/quantities.h"
 #include "base/codes.h"
 #include "base/text.h"
+#include "store/address.h"
 
 namespace vantlow {
 namespace {
@@ -90,7 +91,7 @@ std::string show_text(const JobView& view) {
     row("File", view.file());
     row("Done", done_text(view));
     row("Connections", std::to_string(job.connections));
-    row("Referer", to_utf8(job.referer));
+    row("Referer", to_utf8(without_credentials(job.referer)));
     row("Agent", to_utf8(job.agent));
     row("User name", to_utf8(job.user));
     row("Comment", to_utf8(job.comment));

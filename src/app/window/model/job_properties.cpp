@@ -1,6 +1,7 @@
 #include "app/window/model/job_properties.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "app/terminal/display_text.h"
 #include "app/terminal/quantities.h"
@@ -153,29 +154,38 @@ std::string JobProperties::fault_of(Property property, const std::string& text) 
     }
 }
 
-// Returns the text of the field as it is now; empty where the jobs differ.
-std::string JobProperties::text_of(Property property) const {
-    const auto& now = now_[index_of(property)];
-    return now ? *now : before_[index_of(property)].value_or("");
-}
-
 bool JobProperties::has_new_times() const {
     return std::ranges::any_of(
         std::array{Property::plan, Property::start_time, Property::stop_time, Property::days},
         [this](Property property) { return now_[index_of(property)].has_value(); });
 }
 
-std::optional<JobSchedule> JobProperties::schedule() const {
-    if (text_of(Property::plan) == "1") return JobSchedule{true, {}};
-    const TimesWish wish{text_of(Property::start_time), text_of(Property::stop_time),
-                         text_of(Property::days)};
+// The job's own times with those that were entered. Times that a person enters take the place of the week
+// plan.
+std::optional<JobSchedule> JobProperties::schedule(const CJobNode& job) const {
+    TimesWish wish = wish_of(times_of(job), engine_.clock());
+    bool has_entered = false;
+    for (const auto& [property, text] : {std::pair{Property::start_time, &wish.start},
+                                         {Property::stop_time, &wish.stop},
+                                         {Property::days, &wish.days}}) {
+        const auto& now = now_[index_of(property)];
+        if (now) *text = *now;
+        has_entered = has_entered || (now && !now->empty());
+    }
+    const auto& plan = now_[index_of(Property::plan)];
+    const bool by_plan = plan ? *plan == "1" : schedule_of(job).by_plan;
+    if (by_plan && !has_entered) return JobSchedule{true, {}};
     auto times = read_times(wish, engine_.clock().now(), engine_.clock());
     if (!times) return std::nullopt;
     return JobSchedule{false, std::move(*times)};
 }
 
 std::string JobProperties::fault() const {
-    if (has_new_times() && !schedule())
+    const auto is_refused = [this](const Guid& id) {
+        const CJobNode* const job = engine_.find(id);
+        return job != nullptr && !schedule(*job);
+    };
+    if (has_new_times() && std::ranges::any_of(jobs_, is_refused))
         return tr("Times are like 22:00 or 2026-11-27 22:00, the end behind the start.");
     for (std::size_t i = 0; i < property_count; ++i) {
         if (!now_[i]) continue;
@@ -184,7 +194,7 @@ std::string JobProperties::fault() const {
     return {};
 }
 
-JobEdit JobProperties::edit() const {
+JobEdit JobProperties::edit(const Guid& job) const {
     JobEdit edit;
     for (const TextProperty& text : texts) {
         const auto& now = now_[index_of(text.property)];
@@ -192,7 +202,8 @@ JobEdit JobProperties::edit() const {
     }
     const auto& limit = now_[index_of(Property::limit)];
     if (limit) edit.speed_limit = limit->empty() ? 0 : parse_rate(*limit);
-    if (has_new_times()) edit.schedule = schedule();
+    const CJobNode* const record = engine_.find(job);
+    if (record != nullptr && has_new_times()) edit.schedule = schedule(*record);
     if (const auto& mirrors = now_[index_of(Property::mirrors)]) edit.mirrors = lines_of(*mirrors);
     if (const auto& count = now_[index_of(Property::connections)]) edit.connections = connections_of(*count);
     return edit;

@@ -46,14 +46,13 @@ class JobProperties {
 
     /// A sentence on the first value that cannot be taken; empty: all can.
     [[nodiscard]] std::string fault() const;
-    /// The changes. There must be no fault.
-    [[nodiscard]] JobEdit edit() const;
+    /// The changes of one of the jobs, which keeps what was not entered. There must be no fault.
+    [[nodiscard]] JobEdit edit(const Guid& job) const;
 
   private:
     [[nodiscard]] std::string fault_of(Property property, const std::string& text) const;
-    [[nodiscard]] std::string text_of(Property property) const;
     [[nodiscard]] bool has_new_times() const;
-    [[nodiscard]] std::optional<JobSchedule> schedule() const;
+    [[nodiscard]] std::optional<JobSchedule> schedule(const CJobNode& job) const;
     const Engine& engine_;
     std::vector<Guid> jobs_;
     std::array<std::optional<std::string>, property_count> before_;

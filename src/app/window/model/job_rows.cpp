@@ -231,6 +231,11 @@ std::vector<std::size_t> JobRows::selected_rows() const {
     return rows;
 }
 
+std::size_t JobRows::selected_count() const {
+    return static_cast<std::size_t>(
+        std::ranges::count_if(selection_, [this](const Guid& job) { return row_of(job).has_value(); }));
+}
+
 std::vector<Guid> JobRows::selected() const {
     std::vector<Guid> jobs;
     for (const std::size_t row : selected_rows()) jobs.push_back(at(row));

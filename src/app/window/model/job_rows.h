@@ -64,6 +64,7 @@ class JobRows {
     void select(const Guid& job, bool selected);
     [[nodiscard]] bool is_selected(std::size_t row) const { return selection_.contains(at(row)); }
     [[nodiscard]] std::vector<Guid> selected() const;  ///< shown ones, in the order of the rows
+    [[nodiscard]] std::size_t selected_count() const;  ///< of those
     [[nodiscard]] std::vector<std::size_t> selected_rows() const;
 
     /// To be called with the engine's news, behind LiveJobs::look().

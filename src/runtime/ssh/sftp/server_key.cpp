@@ -3,6 +3,7 @@
 #include <array>
 #include <memory>
 #include <span>
+#include <sstream>
 #include <string>
 #include <string_view>
 
@@ -42,6 +43,22 @@ bool has_whole_key(std::string_view line) {
     line.remove_prefix(std::min(line.find_first_not_of(blanks), line.size()));
     const std::size_t size = std::min(line.find_first_of(blanks), line.size());
     return size > 0 && size % 4 == 0;
+}
+
+// True when a line with the marker "@revoked" names this key, for whichever hosts (sshd(8), SSH_KNOWN_HOSTS).
+bool is_revoked(const VantlowSshLogin& login, const char* key, std::size_t size) {
+    if (login.known_hosts == nullptr) return false;
+    const std::string wanted = base64_padded(reinterpret_cast<const unsigned char*>(key), size);
+    std::istringstream text(std::string(login.known_hosts, login.known_hosts_size));
+    for (std::string line; std::getline(text, line);) {
+        std::istringstream words(line);
+        std::string marker;
+        std::string hosts;
+        std::string kind;
+        std::string known;
+        if (words >> marker >> hosts >> kind >> known && marker == "@revoked" && known == wanted) return true;
+    }
+    return false;
 }
 
 // Lines that cannot be read (markers, kinds of keys of later days) are skipped, as OpenSSH does.
@@ -137,6 +154,8 @@ int check_server(VantlowSsh& ssh) {
     }
     if (key == nullptr || hash == nullptr || !hosts || kind == nullptr)
         return ssh.fail(VANTLOW_SSH_UNTRUSTED, "The server's key is of an unknown kind.");
+    if (is_revoked(*ssh.login, key, size))
+        return ssh.fail(VANTLOW_SSH_UNTRUSTED, "The server's key was revoked.");
     if (check(ssh, hosts, key, size, kind->known_type) == LIBSSH2_KNOWNHOST_CHECK_MATCH)
         return VANTLOW_SSH_OK;
     const std::string fingerprint = std::string(kind->shown) + " SHA256:" +
