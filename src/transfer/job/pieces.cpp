@@ -35,10 +35,11 @@ void CTransferMainThread::begin_pieces() {
     bool fits = true;
     const auto begin = [&](JobPolicy& policy) {
         std::vector<std::size_t> whole;
-        if (pieces_ || job_.file_size <= 0) return whole;
-        const auto count = static_cast<std::size_t>((job_.file_size + hashes->length - 1) / hashes->length);
-        fits = count == hashes->count();
-        if (!fits) {
+        if (pieces_) return whole;
+        const std::int64_t size = std::max<std::int64_t>(job_.file_size, 0);
+        const auto count = static_cast<std::size_t>((size + hashes->length - 1) / hashes->length);
+        fits = size == 0 || count == hashes->count();
+        if (size == 0 || !fits) {
             policy.ignore_pieces();
             return whole;
         }

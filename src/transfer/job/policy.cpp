@@ -31,9 +31,8 @@ void take_back_what_is_there(SegmentBook& segments, const Origins::Range& range)
 }  // namespace
 
 JobPolicy::JobPolicy(CJobNode& job, std::uint64_t seed, bool hash_decides)
-    : job_(job), seed_(seed), hash_decides_(hash_decides) {
-    hash_decides_ = hash_decides_ || (job.sources && (job.sources->whole || job.sources->pieces));
-}
+    : job_(job), seed_(seed), whole_decides_(hash_decides || (job.sources && job.sources->whole)),
+      hash_decides_(whole_decides_ || (job.sources && job.sources->pieces)) {}
 
 void JobPolicy::begin(bool continued) {
     mirrors_.begin(job_);
@@ -52,11 +51,14 @@ void JobPolicy::begin(bool continued) {
     verify_joints_ =
         mirrors_.are_several() ? !(job_.sources && job_.sources->pieces) : continued && (blind_ || !is_sure);
     if (!continued || !verify_joints_) return;
-    // Each range was given by one answer, and nothing shows yet that they are of one version.
+    doubt_what_is_there();
+    if (!mirrors_.are_several() && !is_sure) plan_checks(segments_.there(), false);
+}
+
+// Of an earlier run: each range was given by one answer, and nothing shows yet that they are of one version.
+void JobPolicy::doubt_what_is_there() {
     for (const auto& range : segments_.there()) answers_.wrote(range.begin, range.end, answers_.open());
-    if (mirrors_.are_several()) return;
-    if (answers_.count() > 0) answers_.unite(1, AnswerBook::earlier);
-    if (!is_sure) plan_checks(segments_.there(), false);
+    if (!mirrors_.are_several() && answers_.count() > 0) answers_.unite(1, AnswerBook::earlier);
 }
 
 bool JobPolicy::compares_answers() const noexcept {
@@ -491,6 +493,7 @@ std::vector<std::size_t> JobPolicy::find_whole_pieces(std::int64_t begin, std::i
 
 // Pieces that an earlier run checked still count, others that are there are to be checked.
 std::vector<std::size_t> JobPolicy::begin_pieces(std::int64_t length) {
+    hash_decides_ = true;
     pieces_.begin(length, job_.file_size);
     for (std::size_t piece = 0; piece < pieces_.count(); ++piece) {
         if ((job_.bit_map[piece / 8] & (0x80U >> (piece % 8))) != 0)
@@ -500,7 +503,12 @@ std::vector<std::size_t> JobPolicy::begin_pieces(std::int64_t length) {
 }
 
 void JobPolicy::ignore_pieces() {
-    verify_joints_ = verify_joints_ || mirrors_.are_several();
+    hash_decides_ = whole_decides_;
+    mixes_ = mixes_ && hash_decides_;
+    const bool were_joints_sure = !verify_joints_;
+    verify_joints_ = verify_joints_ || mirrors_.are_several() ||
+                     ((blind_ || !has_strong_validator(version_)) && !encoded_ && !mixes_);
+    if (verify_joints_ && were_joints_sure && has_earlier_ && !accepted_once_) doubt_what_is_there();
 }
 
 void JobPolicy::forget_pieces() {

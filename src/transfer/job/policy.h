@@ -177,7 +177,7 @@ class JobPolicy {
     /// Marks as missing in a copy of the job what lies behind joints that nobody has compared yet: a later
     /// run takes what is there from end to end for the bytes of one answer.
     void open_joints(CJobNode& copy) const;
-    /// Pieces with hashes that do not fit the file are not used.
+    /// Pieces with hashes that do not fit the file, or whose fit nobody knows, decide nothing.
     void ignore_pieces();
     [[nodiscard]] std::vector<std::size_t> begin_pieces(std::int64_t length);
     void forget_pieces();
@@ -199,6 +199,7 @@ class JobPolicy {
     bool is_complete();
     void plan_checks(const std::vector<SegmentBook::Range>& there, bool last);
     void drop_optional_checks();
+    void doubt_what_is_there();
     [[nodiscard]] bool asks_version();
     [[nodiscard]] bool compares_answers() const noexcept;
     std::vector<std::size_t> find_whole_pieces(std::int64_t begin, std::int64_t end);
@@ -256,7 +257,8 @@ class JobPolicy {
 
     CJobNode& job_;
     std::uint64_t seed_;
-    bool hash_decides_;
+    bool whole_decides_;  ///< a hash of the whole file is known
+    bool hash_decides_;   ///< that, or hashes of pieces that fit as far as is known
     SegmentBook segments_{job_};
     MirrorSet mirrors_;
     PieceBook pieces_;

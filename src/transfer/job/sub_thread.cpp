@@ -147,20 +147,32 @@ Result CTransferSubThread::run_check() {
 }
 
 // The open answer reads on to the segment, through bytes that others fetched: those that are there are
-// compared.
+// compared. What agrees from one gap to the next is told at once, where all of it does.
 Result CTransferSubThread::read_through() {
     std::vector<std::byte> passed(joint_step);
     auto quiet_until = from_now(silence_);
+    std::int64_t alike_from = -1;
+    const auto tell = [&](std::int64_t end) {
+        const std::int64_t begin = std::exchange(alike_from, -1);
+        if (begin >= 0) host_.agreed(worker_, begin, end);
+    };
     while (open_offset() < position()) {
         const std::int64_t offset = open_offset();
         const auto most = std::min<std::int64_t>(position() - offset, static_cast<std::int64_t>(joint_step));
         const Moved moved = read_on(std::span(passed).first(static_cast<std::size_t>(most)), quiet_until);
         if (moved.state != Moved::State::data) return moved_failure(moved);
         quiet_until = from_now(silence_);
-        if (!host_.is_there(offset, open_offset())) continue;
+        if (!host_.is_there(offset, open_offset())) {
+            tell(offset);
+            continue;
+        }
         const auto bytes = std::span(passed).first(moved.bytes);
-        if (Result result = hold_against_file(offset, bytes); !result.ok()) return result;
+        bool is_alike = false;
+        if (Result result = hold_against_file(offset, bytes, is_alike); !result.ok()) return result;
+        if (!is_alike) alike_from = -1;
+        if (is_alike && alike_from < 0) alike_from = offset;
     }
+    tell(open_offset());
     return {};
 }
 
@@ -208,6 +220,9 @@ Result CTransferSubThread::ask(std::int64_t offset) {
     if (!result.ok()) {
         server_asks_ = source_->retry_after();
         if (result.code == Code::range_ignored) told_size_ = answer.version.size;
+        // Where nobody has told the size yet this may be the end, and no failure.
+        if (answer.beyond_end && limit() != unknown_end)
+            tools_.log.line(Direction::error, message_text(Message::partial_refused));
         return result;
     }
     held_.clear();
@@ -247,8 +262,11 @@ Result CTransferSubThread::ask_for_more(bool& there_is) {
 }
 
 // Fetches bytes that are in the file already and compares: the joint of two answers that no validator holds
-// together.
+// together. They come as the network brings them, and the first ones of another version may agree by chance:
+// only all of them together are told as such that do.
 Result CTransferSubThread::compare(std::int64_t offset, std::int64_t bytes) {
+    const std::int64_t begin = offset;
+    bool are_alike = bytes > 0;
     std::vector<std::byte> fetched(joint_step);
     auto quiet_until = from_now(silence_);
     while (bytes > 0) {
@@ -256,12 +274,15 @@ Result CTransferSubThread::compare(std::int64_t offset, std::int64_t bytes) {
             static_cast<std::size_t>(std::min<std::int64_t>(bytes, static_cast<std::int64_t>(joint_step)));
         const Moved moved = read_on(std::span(fetched).first(most), quiet_until);
         if (moved.state != Moved::State::data) return moved_failure(moved);
-        if (Result result = hold_against_file(offset, std::span(fetched).first(moved.bytes)); !result.ok())
-            return result;
+        bool is_alike = false;
+        const auto some = std::span(fetched).first(moved.bytes);
+        if (Result result = hold_against_file(offset, some, is_alike); !result.ok()) return result;
+        are_alike = are_alike && is_alike;
         offset += static_cast<std::int64_t>(moved.bytes);
         bytes -= static_cast<std::int64_t>(moved.bytes);
         quiet_until = from_now(silence_);
     }
+    if (are_alike) host_.agreed(worker_, begin, offset);
     return {};
 }
 
@@ -284,16 +305,20 @@ Result CTransferSubThread::compare_behind() {
         answer_at_ += static_cast<std::int64_t>(moved.bytes);
         held_.insert(held_.end(), more.begin(), more.begin() + static_cast<std::ptrdiff_t>(moved.bytes));
     }
-    return hold_against_file(position(), std::span(held_).first(wanted));
+    bool is_alike = false;
+    Result result = hold_against_file(position(), std::span(held_).first(wanted), is_alike);
+    if (is_alike) host_.agreed(worker_, position(), position() + behind);
+    return result;
 }
 
-Result CTransferSubThread::hold_against_file(std::int64_t offset, std::span<const std::byte> fetched) {
+// A failure where bytes differ and these are the ones that are not wanted.
+Result CTransferSubThread::hold_against_file(std::int64_t offset, std::span<const std::byte> fetched,
+                                             bool& is_alike) {
     std::vector<std::byte> stored(fetched.size());
     const std::int64_t end = offset + static_cast<std::int64_t>(fetched.size());
     if (Result result = host_.file().read(offset, stored); !result.ok()) return result;
-    if (!std::ranges::equal(fetched, stored)) return host_.contradicted(worker_, offset, end);
-    host_.agreed(worker_, offset, end);
-    return {};
+    is_alike = std::ranges::equal(fetched, stored);
+    return is_alike ? Result() : host_.contradicted(worker_, offset, end);
 }
 
 Result CTransferSubThread::moved_failure(const Moved& moved) const {
