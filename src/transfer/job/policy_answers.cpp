@@ -50,6 +50,8 @@ Verdict JobPolicy::answered(Worker& worker, const SourceAnswer& answer, std::int
         return {Verdict::Next::refuse, std::move(result)};
     if (answer.granted != asked || (answer.encoded && asked > 0))
         return cannot_resume(worker, answer, match, rules);
+    // Bytes that were unpacked on their way have no places that a range could name.
+    if (encoded_ && asked > 0) return {Verdict::Next::refuse, Code::range_ignored};
     // Beside answers that tell their version one comes that does not.
     const bool is_doubtful = match == VersionMatch::unsure && version_known_;
     if (is_doubtful && !mirrors_.are_several() && !encoded_ && !mixes_) verify_joints_ = true;

@@ -142,6 +142,7 @@ AfterFailure JobPolicy::changed_alone(Worker& worker, const FailedAttempt& attem
         return {};
     }
     mirrors_.at(worker.mirror).effective.clear();
+    rewind(worker);
     const auto wait = decide_retry(retry_case(0, contradictions_, attempt, rules)).wait;
     worker.next_try = now + wait;
     return {true, wait, wait >= std::chrono::seconds(1)};
@@ -153,6 +154,7 @@ AfterFailure JobPolicy::refused_alone(Worker& worker, const FailedAttempt& attem
     Mirror& mirror = mirrors_.at(worker.mirror);
     if (!mirror.effective.empty() && mirror.effective != mirror.address) {
         mirror.effective.clear();
+        rewind(worker);
         return {true, {}, false};
     }
     // One that answers and then, before the first byte, says that it cannot be done, says it of every
