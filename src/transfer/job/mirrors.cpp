@@ -193,6 +193,13 @@ void MirrorSet::forget_answers() {
     }
 }
 
+bool MirrorSet::forget_way(int index) {
+    Mirror& mirror = at(index);
+    const bool was_led = !mirror.effective.empty() && mirror.effective != mirror.address;
+    mirror.effective.clear();
+    return was_led && !std::exchange(mirror.way_asked_again, true);
+}
+
 Result MirrorSet::why_none() const {
     const auto other = std::find_if(mirrors_.begin(), mirrors_.end(), [](const Mirror& mirror) {
         return mirror.left && mirror.why.code != Code::hash_differs;

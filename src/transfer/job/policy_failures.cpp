@@ -54,7 +54,10 @@ AfterFailure JobPolicy::failed(Worker& worker, const FailedAttempt& attempt, con
         return {};
     }
     if (result.code == Code::joint_unsure) return {true, {}, false};
-    if (attempt.progressed) late_refusals_ = 0;
+    if (attempt.progressed) {
+        late_refusals_ = 0;
+        if (worker.mirror != MirrorSet::none) mirrors_.at(worker.mirror).way_asked_again = false;
+    }
     if (mirrors_.are_several()) return failed_mirror(worker, attempt, rules, now);
     const bool is_other_version = result.kind() == Kind::restart;
     if (worker.check && worker.check->only_version && !is_other_version) {
@@ -150,10 +153,7 @@ AfterFailure JobPolicy::changed_alone(Worker& worker, const FailedAttempt& attem
 
 AfterFailure JobPolicy::refused_alone(Worker& worker, const FailedAttempt& attempt, const PolicyRules& rules,
                                       Clock::time_point now) {
-    // Where a redirect led may be gone: the way is asked for again.
-    Mirror& mirror = mirrors_.at(worker.mirror);
-    if (!mirror.effective.empty() && mirror.effective != mirror.address) {
-        mirror.effective.clear();
+    if (mirrors_.forget_way(worker.mirror)) {
         rewind(worker);
         return {true, {}, false};
     }

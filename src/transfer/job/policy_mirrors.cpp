@@ -68,11 +68,9 @@ std::string JobPolicy::note_failure(Worker& asker, const FailedAttempt& attempt,
         return {};
     }
     if (result.kind() != Kind::retry_later) {
-        // Where a redirect led may be gone: the way is asked for again.
-        const bool was_led = !result.about_credentials && result.code != Code::credentials_refused &&
-                             !mirror.effective.empty() && mirror.effective != mirror.address;
-        mirror.effective.clear();
-        return was_led ? std::string() : leave_mirror(index, result, &asker);
+        const bool is_new_way = mirrors_.forget_way(index);
+        const bool is_about_login = result.about_credentials || result.code == Code::credentials_refused;
+        return is_new_way && !is_about_login ? std::string() : leave_mirror(index, result, &asker);
     }
     const RetryDecision decision = decide_retry(retry_case(mirror.errors, mirror.fruitless, attempt, rules));
     bool others_answered = false;
