@@ -1,6 +1,7 @@
 #include "transfer/job/sub_thread.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "base/string_table.h"
 #include "base/text.h"

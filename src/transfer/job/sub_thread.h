@@ -117,7 +117,7 @@ class CTransferSubThread {
     Result flush();
     Result compare_behind();
     Result compare(std::int64_t offset, std::int64_t bytes);
-    Result hold_against_file(std::int64_t offset, std::span<const std::byte> fetched);
+    Result hold_against_file(std::int64_t offset, std::span<const std::byte> fetched, bool& is_alike);
     bool try_again(const Result& result);
     void close_source(bool reset);
     void measure(std::size_t bytes, Clock::time_point now);
