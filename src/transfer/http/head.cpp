@@ -286,10 +286,8 @@ std::vector<std::string> head_lines_for_log(std::string_view bytes) {
 
 std::string resolve_redirect(std::string_view location, const RedirectBase& base) {
     std::string target(location.substr(0, location.find('#')));
-    // Those of a query are a part of it, as browsers have it.
-    const auto query =
-        target.begin() + static_cast<std::ptrdiff_t>(std::min(target.find('?'), target.size()));
-    std::replace(target.begin(), query, '\\', '/');
+    // All of them, those of a query as well: servers that write them mean slashes everywhere.
+    std::replace(target.begin(), target.end(), '\\', '/');
     constexpr std::array followed{"http://", "https://", "ftp://",  "ftps://",  "sftp://",
                                   "mms://",  "mmst://",  "rtsp://", "rtspt://", "pnm://"};
     for (const std::string_view scheme : followed) {
