@@ -47,6 +47,7 @@ void JobPolicy::begin(bool continued) {
         mirrors_.at(0).version_known = true;
     }
     blind_ = !tells_place(job_.address);
+    tells_time_ = tells_time_alone(job_.address);
     const bool is_sure = !mirrors_.are_several() && has_strong_validator(version_);
     verify_joints_ =
         mirrors_.are_several() ? !(job_.sources && job_.sources->pieces) : continued && (blind_ || !is_sure);
@@ -419,7 +420,7 @@ bool JobPolicy::is_complete() {
 // protocol lets one ask for the time of the last change by itself, that is done once more behind the last
 // byte; true while the answer is awaited. What was read at once needs no such question.
 bool JobPolicy::asks_version() {
-    const bool can_tell = blind_ && !mirrors_.are_several() && !version_.last_modified.empty();
+    const bool can_tell = tells_time_ && !mirrors_.are_several() && !version_.last_modified.empty();
     if (can_tell && job_.file_size > read_at_once && !std::exchange(version_asked_, true)) {
         checks_.push_back({});
         checks_.back().only_version = true;

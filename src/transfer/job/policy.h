@@ -298,6 +298,7 @@ class JobPolicy {
     /// Answers do not name the bytes that they give: each is believed to be of its place once its bytes agree
     /// with those beside it.
     bool blind_ = false;
+    bool tells_time_ = false;  ///< the time of the last change can be asked for by itself
     bool size_reported_ = false;
     bool accepted_once_ = false;
     bool pieces_fit_ = true;

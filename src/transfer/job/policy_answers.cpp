@@ -194,6 +194,7 @@ void JobPolicy::adopt(Worker& worker, const SourceAnswer& answer, const std::u16
     worker.segment->end = size >= 0 ? size : unknown_end;
     worker.limit = worker.segment->end;
     blind_ = !tells_place(answer.address);
+    tells_time_ = tells_time_alone(answer.address);
     if (!mirrors_.are_several())
         verify_joints_ = (blind_ || !has_strong_validator(version_)) && !encoded_ && !mixes_;
     // Whatever nobody wrote down is this version's.

@@ -9,9 +9,11 @@ namespace vantlow {
 namespace {
 
 constexpr std::array protocols{
-    Protocol{u"http://", false, true, make_http_source}, Protocol{u"https://", true, true, make_http_source},
-    Protocol{u"ftp://", false, false, make_ftp_source},  Protocol{u"ftps://", true, false, make_ftp_source},
-    Protocol{u"sftp://", false, true, make_ftp_source},
+    Protocol{u"http://", false, true, false, make_http_source},
+    Protocol{u"https://", true, true, false, make_http_source},
+    Protocol{u"ftp://", false, false, true, make_ftp_source},
+    Protocol{u"ftps://", true, false, true, make_ftp_source},
+    Protocol{u"sftp://", false, true, true, make_ftp_source},
 };
 
 // Addresses that people hand over although nothing can fetch them yet.
@@ -42,7 +44,7 @@ const Protocol* find_protocol(std::u16string_view address) {
         if (istarts_with(address, protocol.scheme)) return &protocol;
     }
     // An address without a scheme is an FTP address.
-    static constexpr Protocol without_scheme{u"", false, false, make_ftp_source};
+    static constexpr Protocol without_scheme{u"", false, false, true, make_ftp_source};
     return address.find(u"://") == std::u16string_view::npos && parse_target(address) ? &without_scheme
                                                                                       : nullptr;
 }
@@ -50,6 +52,11 @@ const Protocol* find_protocol(std::u16string_view address) {
 bool tells_place(std::u16string_view address) {
     const Protocol* const protocol = find_protocol(address);
     return protocol == nullptr || protocol->tells_place;
+}
+
+bool tells_time_alone(std::u16string_view address) {
+    const Protocol* const protocol = find_protocol(address);
+    return protocol != nullptr && protocol->tells_time_alone;
 }
 
 }  // namespace vantlow

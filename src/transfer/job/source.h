@@ -66,6 +66,7 @@ struct Protocol {
     std::u16string_view scheme;
     bool secured;      ///< TLS before anything that matters is said
     bool tells_place;  ///< an answer names the bytes that it gives; else only their comparison shows it
+    bool tells_time_alone;  ///< the time of the last change can be asked for without the file
     std::unique_ptr<Source> (*make)(const SourceContext& context);
 };
 
@@ -76,5 +77,7 @@ std::string why_not_fetched(std::u16string_view address);
 const Protocol* find_protocol(std::u16string_view address);
 /// False where the protocol of the address has answers that do not name the bytes that they give.
 bool tells_place(std::u16string_view address);
+/// True where the protocol of the address lets one ask for the time of the last change by itself.
+bool tells_time_alone(std::u16string_view address);
 
 }  // namespace vantlow
