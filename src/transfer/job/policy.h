@@ -214,6 +214,7 @@ class JobPolicy {
     Verdict cannot_resume(Worker& worker, const SourceAnswer& answer, VersionMatch match,
                           const PolicyRules& rules);
     void accept(Worker& worker, const SourceAnswer& answer, VersionMatch match);
+    bool follow_protocol(const SourceAnswer& answer);
     [[nodiscard]] bool receives_from_start(const Worker& worker) const;
     [[nodiscard]] bool is_received_from_start() const;
     [[nodiscard]] VersionMatch compare(const ResourceVersion& known, const ResourceVersion& answer) const;

@@ -52,6 +52,9 @@ Verdict JobPolicy::answered(Worker& worker, const SourceAnswer& answer, std::int
         return cannot_resume(worker, answer, match, rules);
     // Bytes that were unpacked on their way have no places that a range could name.
     if (encoded_ && asked > 0) return {Verdict::Next::refuse, Code::range_ignored};
+    if (follow_protocol(answer) && compares_answers() && asked >= worker.position && !worker.check &&
+        overlap_before(worker) > 0)
+        return {Verdict::Next::refuse, Code::joint_unsure};
     // Beside answers that tell their version one comes that does not.
     const bool is_doubtful = match == VersionMatch::unsure && version_known_;
     if (is_doubtful && !mirrors_.are_several() && !encoded_ && !mixes_) verify_joints_ = true;
@@ -76,6 +79,18 @@ Verdict JobPolicy::answered(Worker& worker, const SourceAnswer& answer, std::int
     }
     size_reported_ = !only_one_ && job_.file_size > 0 && !encoded_ && !answer.ranges_denied;
     return {};
+}
+
+// A redirect may lead to a protocol of other ways than the address's own. True where the job learns only now
+// that answers do not name the bytes that they give.
+bool JobPolicy::follow_protocol(const SourceAnswer& answer) {
+    if (!version_known_ || blind_ || tells_place(answer.address)) return false;
+    blind_ = true;
+    tells_time_ = tells_time_ || tells_time_alone(answer.address);
+    if (mirrors_.are_several() || encoded_ || mixes_ || verify_joints_) return true;
+    verify_joints_ = true;
+    if (has_earlier_ && !accepted_once_) doubt_what_is_there();
+    return true;
 }
 
 // Holds the answer against the first one's.
