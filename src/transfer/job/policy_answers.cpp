@@ -84,9 +84,10 @@ Verdict JobPolicy::answered(Worker& worker, const SourceAnswer& answer, std::int
 // A redirect may lead to a protocol of other ways than the address's own. True where the job learns only now
 // that answers do not name the bytes that they give.
 bool JobPolicy::follow_protocol(const SourceAnswer& answer) {
-    if (!version_known_ || blind_ || tells_place(answer.address)) return false;
-    blind_ = true;
+    if (!version_known_) return false;
     tells_time_ = tells_time_ || tells_time_alone(answer.address);
+    if (blind_ || tells_place(answer.address)) return false;
+    blind_ = true;
     if (mirrors_.are_several() || encoded_ || mixes_ || verify_joints_) return true;
     verify_joints_ = true;
     if (has_earlier_ && !accepted_once_) doubt_what_is_there();
