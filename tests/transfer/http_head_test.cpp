@@ -317,7 +317,7 @@ TEST(HttpRedirect, JoinsWhatServersSend) {
         {"ftp://f/a/./b/../c", "ftp://f/a/c"},
         {"?other=1", "http://example.org:8080/dir/page?other=1"},
         {"rel?next=http://a/b", "http://example.org:8080/dir/rel?next=http://a/b"},
-        {"\\a?b=\\c", "http://example.org:8080/a?b=\\c"},
+        {"\\a?b=\\c", "http://example.org:8080/a?b=/c"},
         {"/a:b", "http://example.org:8080/a:b"},
         // Schemes that are not followed, and nothing to follow.
         {"javascript:alert(1)", ""},

@@ -102,6 +102,34 @@ TEST_F(ResumeTest, WithoutValidatorsTheJointsAreCompared) {
     }
 }
 
+// The new version has the old one's bytes where the comparison begins, and they come by themselves.
+TEST_F(ResumeTest, AJointAgreesOnlyWhereAllOfItDoes) {
+    constexpr std::size_t same = 1000;
+    FileServer server(
+        FileResource{.content = content, .etag = "", .last_modified = "", .hold_after = 100'000});
+    interrupt(server, 50'000, 1);
+    std::string now = other_content;
+    std::atomic<bool> is_begun{false};
+    server.set_interceptor([&](Exchange& exchange) {
+        const auto first = exchange.request().range_first;
+        if (!first) return exchange.answer(200, "OK", now);
+        const auto at = static_cast<std::size_t>(*first);
+        if (!is_begun.exchange(true)) now.replace(at, same, content, at, same);
+        exchange.send_head(206, "Partial Content",
+                           {{"Content-Length", std::to_string(size - at)},
+                            {"Content-Range", "bytes " + std::to_string(at) + "-" + std::to_string(size - 1) +
+                                                  "/" + std::to_string(size)}});
+        exchange.send(std::string_view(now).substr(at, same / 2));
+        exchange.stall(std::chrono::milliseconds(50));
+        exchange.send(std::string_view(now).substr(at + same / 2));
+        exchange.close();
+        return true;
+    });
+    const JobOutcome outcome = go_on(server, 1);
+    EXPECT_EQ(outcome.restarts, 1);
+    expect_file(outcome, now);
+}
+
 TEST_F(ResumeTest, OfAServerWithoutRangesNothingCountsAsDoneAfterAStop) {
     FileServer server(FileResource{.content = content, .accept_ranges = false, .hold_after = 100'000});
     auto job = make_job(server.url16(), 2);

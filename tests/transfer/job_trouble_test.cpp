@@ -171,6 +171,16 @@ TEST_F(JobTest, AnAnswerThatRanPastACutFitsItsNeighbour) {
     EXPECT_FALSE(log.has("newer, download it again")) << log.all();
 }
 
+TEST_F(JobTest, ARefusedRangeIsTold) {
+    FileServer server(FileResource{.content = content, .close_after = 70'000, .break_times = 1});
+    server.set_interceptor([](Exchange& exchange) {
+        return exchange.request().range_first && exchange.answer(416, "Range Not Satisfiable");
+    });
+    auto job = make_job(server.url16());
+    expect_file(run(*job), content);
+    EXPECT_TRUE(log.has(message_text(Message::partial_refused))) << log.all();
+}
+
 // The first answer told no size and broke; the next ones give the rest in parts. A size that no part tells is
 // where the server has no more to give: it says so (416), gives a part without a new byte, or the whole.
 TEST_F(JobTest, TheEndOfAPartIsNotTheEndOfTheFile) {

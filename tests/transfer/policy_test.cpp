@@ -16,7 +16,8 @@ constexpr std::int64_t size = 1'000'000;
 /// A job whose first connection receives a file of a strong entity tag.
 class PolicyTest : public testing::Test {
   protected:
-    explicit PolicyTest(bool hash_decides = false) : policy(job, 1, hash_decides) {
+    explicit PolicyTest(bool hash_decides = false, std::shared_ptr<const JobSources> sources = {})
+        : policy((job.sources = std::move(sources), job), 1, hash_decides) {
         job.address = u"http://h/f";
         job.connections = job.max_threads = 4;
         job.append_segment(0, unknown_end);
@@ -46,10 +47,12 @@ class PolicyTest : public testing::Test {
         policy.delivered(worker, at, bytes);
         policy.written(at, bytes);
     }
-    AfterFailure fail(Worker& worker, const Result& result, bool accepted = false, int fruitless = 0) {
+    AfterFailure fail(Worker& worker, const Result& result, bool accepted = false, int fruitless = 0,
+                      bool progressed = false) {
         FailedAttempt attempt;
         attempt.result = result;
         attempt.fruitless = fruitless;
+        attempt.progressed = progressed;
         attempt.asked = worker.position;
         attempt.accepted = accepted;
         return policy.failed(worker, attempt, rules, now);
@@ -87,6 +90,7 @@ class PolicyTest : public testing::Test {
         Worker& first = start();
         EXPECT_EQ(policy.answered(first, answer(0, etag), 0, rules).next, Verdict::Next::adopt);
         policy.adopt(first, answer(0, etag), u"/f");
+        if (job.sources && job.sources->pieces) policy.ignore_pieces();
         receive(first, 100'000);
     }
 
@@ -221,23 +225,26 @@ TEST_F(PolicyTest, AnotherVersionIsBelievedWhenNoneReceivesAndItIsSeenThreeTimes
     EXPECT_EQ(policy.answered(again, page, 0, rules).result.code, Code::other_content);
 }
 
-// Over FTP the time of the last change is asked for again behind the last byte, of one connection as of
-// several.
+// Over FTP and SFTP the time of the last change is asked for again behind the last byte, of one connection as
+// of several.
 TEST_F(PolicyTest, AFileThatWasWrittenWhileItCameIsFetchedAnew) {
     struct Case {
         const char* what;
         const char* time;
         Result result;  ///< of the question; ok: it is answered with the time
         bool is_fetched_anew;
+        const char16_t* address = u"ftp://h/f";
     };
     const Case cases[] = {{"the same", "20240101000000", {}, false},
                           {"another", "20240101000001", {}, true},
                           {"not told any more", "", {}, false},
-                          {"the server has gone", "", Code::transient, false}};
+                          {"the server has gone", "", Code::transient, false},
+                          {"the same by SFTP", "20240101000000", {}, false, u"sftp://h/f"},
+                          {"another by SFTP", "20240101000001", {}, true, u"sftp://h/f"}};
     for (const Case& c : cases) {
         SCOPED_TRACE(c.what);
         CJobNode file;
-        file.address = u"ftp://h/f";
+        file.address = c.address;
         file.append_segment(0, unknown_end);
         JobPolicy one(file, 1, false);
         one.begin(false);
@@ -266,6 +273,79 @@ TEST_F(PolicyTest, AFileThatWasWrittenWhileItCameIsFetchedAnew) {
             } else if (!one.failed(worker, {.result = result, .fruitless = seen}, rules, now).again) {
                 one.released(worker, -1, false, 0);
             }
+        }
+        const auto turn = one.look();
+        ASSERT_TRUE(turn);
+        EXPECT_EQ(turn->what == JobPolicy::Turn::What::restart, c.is_fetched_anew);
+    }
+}
+
+// A further connection was shown another version. Whether the first one gave the old file to its end, or what
+// was written over it, is seen where its blocks are those of the new one.
+TEST_F(PolicyTest, AFileThatWasSeenToChangeIsComparedBehindTheLastByte) {
+    struct Case {
+        const char* what;
+        std::int64_t new_from;  ///< where the bytes of the new version begin in what came
+        Result result;          ///< of the questions; ok: they are answered
+        bool is_fetched_anew;
+        const char* etag = "\"b\"";  ///< of the answers to them
+    };
+    const Case cases[] = {
+        {"another file took its place", size, {}, false},
+        {"written over", 600'000, {}, true},
+        {"the same bytes", 0, {}, false},
+        {"nobody tells", 600'000, {Code::server_error, "403"}, false},
+        {"another machine still has the old one", 0, {}, false, "\"a\""},
+        {"each answer names another version", 600'000, {}, false, nullptr},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        CJobNode file;
+        file.address = u"http://h/f";
+        file.connections = file.max_threads = 2;
+        file.append_segment(0, unknown_end);
+        JobPolicy one(file, 1, false);
+        one.begin(false);
+        Worker first;
+        first.id = 1;
+        const auto receive_until = [&](std::int64_t end) {
+            one.delivered(first, first.position, end - first.position);
+            one.written(first.position, end - first.position);
+            first.position = end;
+        };
+        ASSERT_TRUE(one.enlist(first, rules, now));
+        ASSERT_EQ(one.answered(first, answer(0), 0, rules).next, Verdict::Next::adopt);
+        one.adopt(first, answer(0), u"/f");
+        receive_until(400'000);
+        Worker further;
+        further.id = 2;
+        ASSERT_TRUE(one.enlist(further, rules, now));
+        const Verdict verdict =
+            one.answered(further, answer(further.position, "\"b\""), further.position, rules);
+        ASSERT_EQ(verdict.result.code, Code::resource_changed);
+        EXPECT_FALSE(one.failed(further, {.result = verdict.result}, rules, now).again);
+        one.released(further, -1, false, 0);
+        one.strike(further, verdict.result);
+        receive_until(size);
+        EXPECT_FALSE(one.released(first, -1, true, 0)) << "nobody asked";
+        int asked = 0;
+        while (one.take_work(first, rules, now) == Work::taken) {
+            ASSERT_LT(++asked, 30);
+            ASSERT_TRUE(first.check);
+            const std::int64_t begin = first.check->begin;
+            const std::int64_t end = first.check->end;
+            const std::string etag = c.etag != nullptr ? c.etag : "\"" + std::to_string(asked) + "\"";
+            Result result = c.result;
+            if (result.ok()) result = one.answered(first, answer(begin, etag.c_str()), begin, rules).result;
+            const bool was_asked = result.ok();
+            if (!was_asked) {
+                EXPECT_FALSE(one.failed(first, {.result = result, .fruitless = 1}, rules, now).again);
+            } else if (begin >= c.new_from) {
+                one.agreed(first, begin, end);
+            } else {
+                EXPECT_FALSE(one.contradicted(first, begin, end)) << "a connection is blamed";
+            }
+            one.released(first, -1, was_asked, 0);
         }
         const auto turn = one.look();
         ASSERT_TRUE(turn);
@@ -356,6 +436,67 @@ TEST_F(TwoMirrorsTest, WhereTheirBytesTouchASavedStateHasAGap) {
     EXPECT_EQ(bytes_missing(), 4096);
     two.policy.agreed(two.first, two.joint, two.joint + 4096);
     EXPECT_EQ(bytes_missing(), 0) << "it was compared";
+}
+
+// Zeros are where two mirrors meet, and prove nothing: blocks of what one gave are asked of the other one.
+TEST_F(TwoMirrorsTest, BlocksThatOneGaveAreComparedWithThoseOfTheOther) {
+    for (const bool agrees : {true, false}) {
+        SCOPED_TRACE(agrees);
+        Job two(rules, now, "");
+        two.receive(two.second, size);
+        two.receive(two.first, two.joint);
+        two.policy.agreed(two.first, two.joint, two.joint + 4096);
+        two.policy.released(two.first, -1, true, 0);
+        EXPECT_FALSE(two.policy.released(two.second, -1, true, 0)) << "nobody compares";
+        int compared = 0;
+        for (Worker* worker : {&two.second, &two.first}) {
+            while (two.policy.take_work(*worker, rules, now) == Work::taken && worker->check) {
+                ASSERT_LT(++compared, 30);
+                const std::int64_t begin = worker->check->begin;
+                const std::int64_t end = worker->check->end;
+                if (worker == &two.first) {
+                    EXPECT_GE(begin, two.joint) << "it gave that itself";
+                } else {
+                    EXPECT_LE(end, two.joint) << "it gave that itself";
+                }
+                ASSERT_TRUE(two.policy.answered(*worker, answer(begin, ""), begin, rules).result.ok());
+                if (agrees) {
+                    two.policy.agreed(*worker, begin, end);
+                } else {
+                    EXPECT_TRUE(two.policy.contradicted(*worker, begin, end));
+                    const FailedAttempt differs{.result = Code::resource_changed, .accepted = true};
+                    EXPECT_FALSE(two.policy.failed(*worker, differs, rules, now).again);
+                }
+                two.policy.released(*worker, -1, agrees, 0);
+                if (!agrees) break;
+            }
+            if (!agrees) break;
+        }
+        EXPECT_GT(compared, 0);
+        EXPECT_EQ(two.policy.mirrors().at(1).left, !agrees) << "the one that is named first is believed";
+        if (!agrees) two.policy.strike(two.second, Code::resource_changed);
+        const auto turn = two.policy.look();
+        EXPECT_EQ(turn.has_value(), agrees);
+        EXPECT_EQ(two.policy.is_there(two.joint, size), agrees);
+        EXPECT_TRUE(two.policy.is_there(0, two.joint));
+    }
+}
+
+TEST_F(TwoMirrorsTest, TheWayOfAMirrorsRedirectIsAskedForAgainOnce) {
+    Job two(rules, now, "");
+    const FailedAttempt damaged{.result = {Code::server_error, "a damaged body"}, .accepted = true};
+    Worker& second = two.second;
+    const int mirror = second.mirror;
+    two.policy.mirrors().at(two.first.mirror).failures = 100;  // the connection comes back to its own
+    int asked = 0;
+    while (asked < 10 && !two.policy.mirrors().at(mirror).left) {
+        ++asked;
+        SourceAnswer given = answer(two.joint, "");
+        given.address = u"http://cdn/f?signed";
+        ASSERT_TRUE(two.policy.answered(second, given, two.joint, rules).result.ok());
+        static_cast<void>(two.policy.failed(second, damaged, rules, now));
+    }
+    EXPECT_EQ(asked, 2);
 }
 
 TEST_F(PolicyTest, AServerThatCannotResumeThrowsNothingAwayThatIsReceivedFromTheStart) {
@@ -478,6 +619,109 @@ TEST_F(PolicyTest, WithoutAHashAResourceThatNeverHoldsStillIsTakenFromOneAnswer)
     EXPECT_TRUE(policy.is_only_one());
     EXPECT_TRUE(fail(*workers.front(), Code::transient, true).again);
     EXPECT_EQ(workers.front()->position, 0);
+}
+
+/// Hashes of pieces that do not fit the file, and no other hash.
+class MisfitPiecesTest : public PolicyTest {
+  protected:
+    MisfitPiecesTest() : PolicyTest(false, two_pieces()) {}
+    static std::shared_ptr<const JobSources> two_pieces() {
+        JobSources sources;
+        sources.pieces = PieceHashes{DigestKind::sha1, 65536, std::vector<std::byte>(40)};
+        return std::make_shared<const JobSources>(std::move(sources));
+    }
+};
+
+TEST_F(MisfitPiecesTest, PiecesThatDoNotFitTheFileDecideNothing) {
+    for (const char* tag : {"\"b\"", "\"c\"", "\"d\"", "\"e\""}) change_to(tag);
+    Worker& first = *workers.front();
+    ASSERT_TRUE(fail(first, Code::transient, true).again);
+    EXPECT_EQ(first.position, 0) << "versions are mixed, and nothing tells";
+}
+
+// Where a redirect leads may be gone: the way is asked for again, at once, but only once before it brings
+// something.
+TEST_F(PolicyTest, TheWayOfARedirectIsAskedForAgainOnce) {
+    Worker& first = *workers.front();
+    const auto led = [&] {
+        SourceAnswer given = answer(first.position);
+        given.address = u"http://cdn/f?signed";
+        ASSERT_TRUE(policy.answered(first, given, first.position, rules).result.ok());
+    };
+    const Result wrong{Code::server_error, "a damaged body"};
+    ASSERT_TRUE(fail(first, Code::transient, true).again);
+    for (int progress = 0; progress < 3; ++progress) {
+        led();
+        receive(first, 1000);
+        const AfterFailure after = fail(first, wrong, true, 0, true);
+        ASSERT_TRUE(after.again);
+        EXPECT_EQ(after.wait, seconds(0));
+        EXPECT_EQ(policy.mirrors().at(0).effective, u"");
+    }
+    led();
+    EXPECT_FALSE(fail(first, wrong, true).again) << "the same for ever, without a pause";
+    EXPECT_EQ(end(), Code::server_error);
+}
+
+// What is unpacked on its way has no places that a range could name.
+TEST_F(PolicyTest, AnAnswerThatIsUnpackedIsAskedForFromItsBeginning) {
+    for (const bool is_led : {false, true}) {
+        SCOPED_TRACE(is_led);
+        CJobNode file;
+        file.address = u"http://h/f";
+        file.append_segment(0, unknown_end);
+        JobPolicy one(file, 1, false);
+        one.begin(false);
+        Worker worker;
+        worker.id = 1;
+        ASSERT_TRUE(one.enlist(worker, rules, now));
+        SourceAnswer given = answer(0, "");
+        given.encoded = given.ranges_denied = true;
+        given.version.size = -1;
+        if (is_led) given.address = u"http://h/y";
+        ASSERT_EQ(one.answered(worker, given, 0, rules).next, Verdict::Next::adopt);
+        one.adopt(worker, given, u"/f");
+        worker.position = 200'000;
+        one.written(0, 200'000);
+        const FailedAttempt damaged{.result = {is_led ? Code::server_error : Code::transient, "damaged"},
+                                    .accepted = true,
+                                    .progressed = true};
+        ASSERT_TRUE(one.failed(worker, damaged, rules, now).again);
+        EXPECT_EQ(worker.position, 0);
+        // Whoever asks for a part all the same does not get it.
+        worker.position = 200'000;
+        SourceAnswer part = answer(200'000, "");
+        EXPECT_EQ(one.answered(worker, part, 200'000, rules).next, Verdict::Next::refuse);
+    }
+}
+
+// The address says HTTP and leads to FTP: what another run left is compared as that of an FTP address is.
+TEST_F(PolicyTest, WhereARedirectLeadsToFtpAJobThatGoesOnComparesWhatMeets) {
+    constexpr std::int64_t there = 300'000;
+    CJobNode file;
+    file.address = u"http://h/f";
+    file.file_size = size;
+    file.append_segment(there, size);
+    file.validators = {"", "20200101000000", true, ""};
+    JobPolicy one(file, 1, false);
+    one.begin(true);
+    Worker worker;
+    worker.id = 1;
+    ASSERT_TRUE(one.enlist(worker, rules, now));
+    SourceAnswer given = answer(there, "");
+    given.address = u"ftp://h/f";
+    given.version = {size, "20200101000000", "", true, ""};
+    Verdict verdict = one.answered(worker, given, there - one.overlap_before(worker), rules);
+    ASSERT_EQ(verdict.result.code, Code::joint_unsure) << "bytes of another place, maybe";
+    ASSERT_TRUE(one.failed(worker, {.result = verdict.result, .asked = there}, rules, now).again);
+    const std::int64_t overlap = one.overlap_before(worker);
+    ASSERT_GT(overlap, 0);
+    given.granted = there - overlap;
+    ASSERT_TRUE(one.answered(worker, given, there - overlap, rules).result.ok());
+    EXPECT_TRUE(one.contradicted(worker, there - overlap, there));
+    const auto turn = one.look();
+    ASSERT_TRUE(turn);
+    EXPECT_EQ(turn->what, JobPolicy::Turn::What::restart);
 }
 
 TEST_F(PolicyTest, TheRetryLimitCountsForTheWholeJob) {

@@ -220,7 +220,7 @@ bool JobPolicy::take_check(Worker& worker) {
     const bool has_parts = mirrors_.at(worker.mirror).ranges_proven;
     for (BlockCheck& check : checks_) {
         if (check.worker != 0 || segments_.is_missing(check.begin, check.end)) continue;
-        if (!has_parts && !check.required && !check.only_version) continue;
+        if (!has_parts && !check.required && !check.only_version && !check.of_change) continue;
         check.worker = worker.id;
         worker.check = check;
         worker.begin_at(check.begin, check.end);
@@ -296,7 +296,7 @@ bool JobPolicy::released(Worker& worker, std::int64_t open_at, bool done, std::i
     if (worker.segment != nullptr) worker.segment->worker = 0;
     worker.segment = nullptr;
     if (worker.check) {
-        if (done && !worker.check->only_version) ++checks_made_;
+        if (done && !worker.check->only_version && !worker.check->of_change) ++checks_made_;
         worker.check.reset();
         if (done) std::erase_if(checks_, [&](const BlockCheck& check) { return check.worker == worker.id; });
         for (BlockCheck& check : checks_) {
@@ -314,6 +314,7 @@ bool JobPolicy::released(Worker& worker, std::int64_t open_at, bool done, std::i
 
 void JobPolicy::delivered(const Worker& worker, std::int64_t offset, std::int64_t bytes) {
     if (mirrors_.are_several() || !pieces_.is_empty()) origins_.add(offset, offset + bytes, worker.mirror);
+    if (change_.is_seen) change_.since.add(offset, offset + bytes, 0);
     if (!verify_joints_) return;
     answers_.wrote(offset, offset + bytes, worker.answer);
     if (mirrors_.are_several()) return;
@@ -377,7 +378,7 @@ bool JobPolicy::is_complete() {
                               });
     if (any_compares) return false;
     if (hash_decides_) return true;
-    if (asks_version()) return false;
+    if (asks_version() || asks_about_change()) return false;
     if (only_one_ || !verify_joints_) return true;
     if (!checks_.empty()) return false;
     const std::vector<std::int64_t> joints = answers_.joints(job_.file_size);
@@ -427,6 +428,54 @@ bool JobPolicy::asks_version() {
         effects_.news = true;
     }
     return std::ranges::any_of(checks_, [](const BlockCheck& check) { return check.only_version; });
+}
+
+// True while blocks are still to be compared with the version that the file was seen to become, or everything
+// begins anew for what they tell.
+bool JobPolicy::asks_about_change() {
+    if (!change_.is_seen || encoded_ || job_.file_size <= read_at_once) return false;
+    if (!std::exchange(change_.is_asked, true)) plan_change_checks();
+    if (std::ranges::any_of(checks_, [](const BlockCheck& check) { return check.of_change; })) {
+        effects_.news = true;
+        return true;
+    }
+    change_.is_seen = false;
+    if (change_.is_mixture()) {
+        ask_for_restart(Code::resource_changed, false);
+        return true;
+    }
+    if (change_.differs_from_new)
+        note(Direction::note, "The file on the server has changed since; what was received is of one version.");
+    return false;
+}
+
+// The first block and the last one, some between, and what came last: of a file that is written over the first
+// ones are old and the last ones new.
+void JobPolicy::plan_change_checks() {
+    constexpr int most_ranges = 4;
+    const auto add = [this](std::int64_t begin) {
+        const std::int64_t from = std::clamp<std::int64_t>(begin, 0, job_.file_size - block);
+        checks_.push_back({from, from + block});
+        checks_.back().of_change = true;
+    };
+    add(0);
+    add(job_.file_size);
+    std::mt19937_64 random(seed_++);
+    for (int i = 0; i < sampled_blocks; ++i)
+        add(static_cast<std::int64_t>(random() % static_cast<std::uint64_t>(job_.file_size)));
+    int ranges = 0;
+    for (const auto& range : change_.since.from(0)) {
+        if (range.end < job_.file_size && ++ranges <= most_ranges) add(range.end - block);
+    }
+}
+
+void JobPolicy::drop_change_checks() {
+    const auto dropped = std::erase_if(checks_, [](const BlockCheck& check) { return check.of_change; });
+    if (dropped == 0 || change_.is_mixture()) return;
+    change_.is_seen = false;
+    note(Direction::note,
+         "The file on the server has changed while it was fetched, and the new one cannot be compared: whether "
+         "all bytes are of one version stays unsure.");
 }
 
 // The first block and the last one of what is there, and some between.

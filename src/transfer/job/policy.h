@@ -201,6 +201,9 @@ class JobPolicy {
     void drop_optional_checks();
     void doubt_what_is_there();
     [[nodiscard]] bool asks_version();
+    [[nodiscard]] bool asks_about_change();
+    void plan_change_checks();
+    void drop_change_checks();
     [[nodiscard]] bool compares_answers() const noexcept;
     std::vector<std::size_t> find_whole_pieces(std::int64_t begin, std::int64_t end);
     int free_chair() const;
@@ -213,6 +216,7 @@ class JobPolicy {
     Verdict begins_anew(const Worker& worker, const SourceAnswer& answer);
     Verdict cannot_resume(Worker& worker, const SourceAnswer& answer, VersionMatch match,
                           const PolicyRules& rules);
+    [[nodiscard]] Result shows_change(Worker& worker, const SourceAnswer& answer, std::int64_t asked);
     void accept(Worker& worker, const SourceAnswer& answer, VersionMatch match);
     bool follow_protocol(const SourceAnswer& answer);
     [[nodiscard]] bool receives_from_start(const Worker& worker) const;
@@ -222,6 +226,7 @@ class JobPolicy {
     // policy_failures.cpp
     AfterFailure refused_beside_others(Worker& worker, const FailedAttempt& attempt, Clock::time_point now);
     bool another_tries(Worker& worker, Clock::time_point now);
+    AfterFailure change_check_failed(const Worker& worker, const FailedAttempt& attempt);
     AfterFailure changed_alone(Worker& worker, const FailedAttempt& attempt, const Result& why,
                                const PolicyRules& rules, Clock::time_point now);
     AfterFailure refused_alone(Worker& worker, const FailedAttempt& attempt, const PolicyRules& rules,
@@ -275,6 +280,21 @@ class JobPolicy {
         bool again = false;
         bool is_mixture = false;
     } last_checks_;
+    /// A further connection was shown another version while others received. Those go on, and give the old
+    /// file to its end, or what is written over it: behind the last byte blocks of what they brought are
+    /// compared with the version that is there now. While the old one is still given, too, those alone tell
+    /// that it is not the file.
+    struct SeenChange {
+        bool is_seen = false;
+        bool is_asked = false;
+        Origins since;  ///< what came since then
+        std::optional<ResourceVersion> becomes;
+        bool fits_new = false, differs_from_new = false;
+        bool fits_old = false, differs_from_old = false;
+        [[nodiscard]] bool is_mixture() const noexcept {
+            return differs_from_old || (differs_from_new && fits_new && !fits_old);
+        }
+    } change_;
     bool sampled_ = false;        ///< blocks were chosen for the comparison before the end
     bool version_asked_ = false;  ///< whether the resource is the same one still was asked, before the end
     bool unsure_before_ = false;  ///< an answer was accepted that no validator holds together with the first

@@ -34,6 +34,8 @@ Verdict JobPolicy::answered(Worker& worker, const SourceAnswer& answer, std::int
         VersionMatch match = VersionMatch::same;
         return {Verdict::Next::go_on, check_version(worker, answer, match)};
     }
+    if (worker.check && worker.check->of_change)
+        return {Verdict::Next::go_on, shows_change(worker, answer, asked)};
     // Where the beginning is asked for to compare it with what is there, nothing begins anew.
     const bool is_rewound = (only_one_ || encoded_) && asked == 0 && worker.position == 0 && !worker.check;
     if (version_known_ && is_rewound) {
@@ -79,6 +81,21 @@ Verdict JobPolicy::answered(Worker& worker, const SourceAnswer& answer, std::int
     }
     size_reported_ = !only_one_ && job_.file_size > 0 && !encoded_ && !answer.ranges_denied;
     return {};
+}
+
+// Whether the answer's block may be compared to find out what a file that was seen to change is of.
+Result JobPolicy::shows_change(Worker& worker, const SourceAnswer& answer, std::int64_t asked) {
+    if (is_no_version(mirrors_.at(worker.mirror), answer.version)) return Code::other_content;
+    if (answer.granted != asked || answer.encoded) return Code::range_ignored;
+    worker.check->match = compare_versions(version_, answer.version);
+    if (worker.check->match != VersionMatch::changed) return {};
+    if (!change_.becomes) change_.becomes = answer.version;
+    // A server whose every answer names another version tells nothing by that.
+    if (compare_versions(*change_.becomes, answer.version) == VersionMatch::changed)
+        return {Code::other_content, std::string(describe(Code::resource_changed))};
+    // There is no such block in it.
+    const bool is_shorter = answer.version.size >= 0 && answer.version.size < worker.check->end;
+    return is_shorter ? Result(Code::size_differs) : Result();
 }
 
 // A redirect may lead to a protocol of other ways than the address's own. True where the job learns only now
@@ -217,6 +234,7 @@ void JobPolicy::adopt(Worker& worker, const SourceAnswer& answer, const std::u16
     answers_.clear();
     unsure_before_ = sampled_ = version_asked_ = is_end_found_ = false;
     last_checks_ = {};
+    change_ = {};
     checks_.clear();
     worker.answer = answers_.open();
     answers_.unite(worker.answer, AnswerBook::earlier);
@@ -335,6 +353,7 @@ void JobPolicy::begin_anew() {
     checks_.clear();
     unsure_before_ = sampled_ = false;
     last_checks_ = {};
+    change_ = {};
     job_.file_size = -1;
     version_known_ = size_reported_ = encoded_ = continued_ = has_earlier_ = false;
     contradictions_ = differing_checks_ = late_refusals_ = 0;
@@ -363,6 +382,11 @@ std::int64_t JobPolicy::overlap_behind(const Worker& worker) const {
 void JobPolicy::agreed(const Worker& worker, std::int64_t begin, std::int64_t end) {
     // The bytes that were compared with may have been thrown away meanwhile.
     if (segments_.is_missing(begin, end)) return;
+    if (worker.check && worker.check->of_change) {
+        change_.fits_new = change_.fits_new || worker.check->match == VersionMatch::changed;
+        change_.fits_old = change_.fits_old || worker.check->match == VersionMatch::same;
+        return;
+    }
     contradictions_ = 0;
     if (worker.check && worker.check->last) {
         if (worker.check->again) last_checks_.is_mixture = true;

@@ -59,6 +59,7 @@ AfterFailure JobPolicy::failed(Worker& worker, const FailedAttempt& attempt, con
         if (worker.mirror != MirrorSet::none) mirrors_.at(worker.mirror).way_asked_again = false;
     }
     if (mirrors_.are_several()) return failed_mirror(worker, attempt, rules, now);
+    if (worker.check && worker.check->of_change) return change_check_failed(worker, attempt);
     const bool is_other_version = result.kind() == Kind::restart;
     if (worker.check && worker.check->only_version && !is_other_version) {
         if (is_temporary(result) && attempt.fruitless <= most_further_questions) return {true, soon, true};
@@ -114,12 +115,30 @@ AfterFailure JobPolicy::refused_beside_others(Worker& worker, const FailedAttemp
     } else if (is_temporary(attempt.result)) {
         mirrors_.back_off(worker.mirror, active, attempt.server_asks, now);
     } else {
+        // Where the time of the last change is asked for behind the last byte that tells more.
+        const bool is_change = attempt.result.kind() == Kind::restart && !attempt.accepted;
+        change_.is_seen = change_.is_seen || (is_change && !hash_decides_ && !tells_time_);
         mirrors_.refuse_further(worker.mirror, active, now);
         // Where a redirect led may serve once: the way is asked for again.
         mirrors_.at(worker.mirror).effective.clear();
         note(Direction::note, "An additional connection was refused (" + attempt.result.message() +
                                   "): the connections that receive take over its part.");
     }
+    return {};
+}
+
+// A block could not be compared with the version that the file was seen to become.
+AfterFailure JobPolicy::change_check_failed(const Worker& worker, const FailedAttempt& attempt) {
+    if (is_temporary(attempt.result) && attempt.fruitless <= most_further_questions) return {true, soon, true};
+    const bool is_behind_end = attempt.told_size >= 0 && attempt.told_size < worker.check->end;
+    if (attempt.result.code == Code::size_differs || is_behind_end) {
+        // The new version ends in front of it.
+        change_.differs_from_new = true;
+        std::erase_if(checks_, [&](const BlockCheck& check) { return check.worker == worker.id; });
+        effects_.news = true;
+        return {};
+    }
+    drop_change_checks();
     return {};
 }
 
@@ -248,6 +267,12 @@ void JobPolicy::ask_for_restart(const Result& why, bool whole) {
 // Bytes of one version contradict those of another. The one that was there first stays.
 bool JobPolicy::contradicted(Worker& worker, std::int64_t begin, std::int64_t end) {
     if (segments_.is_missing(begin, end)) return false;  // it was thrown away meanwhile
+    if (worker.check && worker.check->of_change) {
+        const VersionMatch match = worker.check->match;
+        change_.differs_from_new = change_.differs_from_new || match == VersionMatch::changed;
+        change_.differs_from_old = change_.differs_from_old || match == VersionMatch::same;
+        return false;
+    }
     if (mirrors_.are_several() || !compares_answers()) return true;
     if (blind_) {
         note(Direction::error, "The bytes around " + std::to_string(begin) +

@@ -7,6 +7,7 @@
 
 #include "base/clock.h"
 #include "store/job.h"
+#include "transfer/job/version_rule.h"
 
 namespace vantlow {
 
@@ -18,6 +19,10 @@ struct BlockCheck {
     bool last = false;   ///< made when all is there: a difference may mean that the server has changed since
     bool again = false;  ///< made before, and it agreed: see JobPolicy::LastChecks
     bool only_version = false;  ///< no bytes, but whether the resource is the same one still
+    /// Compared with the version that the resource was seen to become: see JobPolicy::SeenChange. `match`: of
+    /// the answer that is compared with.
+    bool of_change = false;
+    VersionMatch match = VersionMatch::unsure;
     int worker = 0;             ///< compares it now; 0: nobody
 };
 
