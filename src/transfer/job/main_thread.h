@@ -99,7 +99,7 @@ class CTransferMainThread : private SubThreadHost, private WrittenListener {
     std::int64_t overlap_before(const Worker& asker) override;
     std::int64_t overlap_behind(const Worker& asker) override;
     bool is_there(std::int64_t begin, std::int64_t end) override;
-    void agreed(const Worker& asker, std::int64_t begin, std::int64_t end) override;
+    void agreed(const Worker& asker, std::int64_t begin, std::int64_t end, bool is_plain) override;
     Result contradicted(Worker& asker, std::int64_t begin, std::int64_t end) override;
     Result response_accepted(CTransferSubThread& asker, const SourceAnswer& answer,
                              std::int64_t asked) override;

@@ -67,4 +67,16 @@ std::vector<Origins::Range> Origins::from(int mirror) const {
     return found;
 }
 
+std::vector<Origins::Range> Origins::from(int mirror, std::int64_t size) const {
+    if (mirror != unknown) return from(mirror);
+    std::vector<Range> found;
+    std::int64_t at = 0;
+    for (const auto& [begin, piece] : ranges_) {
+        if (at < begin) found.push_back({at, begin});
+        at = piece.end;
+    }
+    if (at < size) found.push_back({at, size});
+    return found;
+}
+
 }  // namespace vantlow

@@ -35,6 +35,8 @@ class Origins {
     [[nodiscard]] std::vector<Owned> all() const;
     /// The ranges that one mirror delivered, in the order of the file.
     [[nodiscard]] std::vector<Range> from(int mirror) const;
+    /// The same, of a file of that size: of `unknown` what no one is known to have delivered.
+    [[nodiscard]] std::vector<Range> from(int mirror, std::int64_t size) const;
 
   private:
     struct Piece {

@@ -28,6 +28,22 @@ void take_back_what_is_there(SegmentBook& segments, const Origins::Range& range)
     }
 }
 
+// The block at a place of ranges that are thought of as one.
+template <class Ranges>
+BlockCheck block_at(const Ranges& ranges, std::int64_t place) {
+    BlockCheck check;
+    for (const auto& range : ranges) {
+        const std::int64_t length = range.end - range.begin;
+        if (place < length) {
+            check.begin = range.begin + place;
+            check.end = std::min(check.begin + block, range.end);
+            break;
+        }
+        place -= length;
+    }
+    return check;
+}
+
 }  // namespace
 
 JobPolicy::JobPolicy(CJobNode& job, std::uint64_t seed, bool hash_decides)
@@ -220,7 +236,9 @@ bool JobPolicy::take_check(Worker& worker) {
     const bool has_parts = mirrors_.at(worker.mirror).ranges_proven;
     for (BlockCheck& check : checks_) {
         if (check.worker != 0 || segments_.is_missing(check.begin, check.end)) continue;
-        if (!has_parts && !check.required && !check.only_version && !check.of_change) continue;
+        if (check.by_another && !may_compare(worker.mirror, check)) continue;
+        const bool may_fail = check.required || check.only_version || check.of_change || check.by_another;
+        if (!has_parts && !may_fail) continue;
         check.worker = worker.id;
         worker.check = check;
         worker.begin_at(check.begin, check.end);
@@ -380,15 +398,19 @@ bool JobPolicy::is_complete() {
     if (hash_decides_) return true;
     if (asks_version() || asks_about_change()) return false;
     if (only_one_ || !verify_joints_) return true;
+    drop_vain_checks();
     if (!checks_.empty()) return false;
     const std::vector<std::int64_t> joints = answers_.joints(job_.file_size);
-    if (joints.empty() && !unsure_before_) return true;
+    const bool compares_mirrors = mirrors_.are_several() && !sampled_;
+    if (joints.empty() && !unsure_before_ && !compares_mirrors) return true;
     for (const std::int64_t joint : joints) {
         if (checks_.size() >= most_joints_at_once) break;
         checks_.push_back({std::max<std::int64_t>(joint - joint_reach, 0),
                            std::min(joint + joint_reach, job_.file_size), true});
     }
     if (compares_answers() && !std::exchange(sampled_, true)) plan_checks(segments_.there(), true);
+    if (compares_mirrors) plan_mirror_checks();
+    if (joints.empty() && checks_.empty() && !unsure_before_) return true;
     if (last_checks_.is_mixture) {
         ask_for_restart(Code::resource_changed, false);
         return false;
@@ -487,17 +509,56 @@ void JobPolicy::plan_checks(const std::vector<SegmentBook::Range>& there, bool l
     std::vector<std::int64_t> places{0, std::max<std::int64_t>(bytes - block, 0)};
     for (int i = 0; i < sampled_blocks; ++i)
         places.push_back(static_cast<std::int64_t>(random() % static_cast<std::uint64_t>(bytes)));
-    for (std::int64_t place : places) {
-        for (const auto& range : there) {
-            const std::int64_t length = range.end - range.begin;
-            if (place < length) {
-                const std::int64_t begin = range.begin + place;
-                checks_.push_back({begin, std::min(begin + block, range.end), false, last});
-                break;
-            }
-            place -= length;
-        }
+    for (const std::int64_t place : places) {
+        checks_.push_back(block_at(there, place));
+        checks_.back().last = last;
     }
+}
+
+// What touches may agree by chance: where two different images have zeros, say. Some blocks of what each
+// mirror gave are compared with those that another one gives.
+void JobPolicy::plan_mirror_checks() {
+    constexpr int blocks_of_each = 4;
+    constexpr std::size_t most_givers = 8;
+    sampled_ = true;
+    std::vector<int> givers = origins_.of(0, job_.file_size);
+    if (givers.size() > most_givers) givers.resize(most_givers);
+    for (const int giver : givers) {
+        for (int i = 0; i < blocks_of_each; ++i) add_mirror_check(giver);
+    }
+    drop_vain_checks();
+}
+
+// Somewhere in what the mirror gave.
+void JobPolicy::add_mirror_check(int giver) {
+    const std::vector<Origins::Range> given = origins_.from(giver, job_.file_size);
+    std::int64_t bytes = 0;
+    for (const auto& range : given) bytes += range.end - range.begin;
+    if (bytes == 0) return;
+    std::mt19937_64 random(seed_++);
+    checks_.push_back(
+        block_at(given, static_cast<std::int64_t>(random() % static_cast<std::uint64_t>(bytes))));
+    checks_.back().by_another = true;
+}
+
+// Whether the mirror may be asked for a block that others gave. One that has failed since anything came of it
+// is not: the file is there, and nothing is waited for.
+bool JobPolicy::may_compare(int index, const BlockCheck& check) const {
+    const Mirror& mirror = mirrors_.at(index);
+    if (!mirrors_.is_usable(index) || !mirrors_.gives_parts(index) || mirror.fruitless > 0) return false;
+    if (!mirror.ranges_proven && !(mirror.answered && mirror.ranges_promised)) return false;
+    return std::ranges::count(origins_.of(check.begin, check.end), index) == 0;
+}
+
+// Blocks that no mirror may be asked for are not compared.
+void JobPolicy::drop_vain_checks() {
+    std::erase_if(checks_, [this](const BlockCheck& check) {
+        if (!check.by_another || check.worker != 0) return false;
+        for (int mirror = 0; mirror < mirrors_.count(); ++mirror) {
+            if (may_compare(mirror, check)) return false;
+        }
+        return true;
+    });
 }
 
 void JobPolicy::open_joints(CJobNode& copy) const {

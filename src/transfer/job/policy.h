@@ -140,8 +140,8 @@ class JobPolicy {
     /// How many bytes behind the end of the worker's segment are there to be compared; negative: none yet,
     /// but they are on their way.
     [[nodiscard]] std::int64_t overlap_behind(const Worker& worker) const;
-    /// The worker's answer agrees with what is there.
-    void agreed(const Worker& worker, std::int64_t begin, std::int64_t end);
+    /// The worker's answer agrees with what is there; `is_plain`: in one byte again and again.
+    void agreed(const Worker& worker, std::int64_t begin, std::int64_t end, bool is_plain = false);
     /// The worker's answer differs from what is there; true when it is the worker's that is not wanted.
     bool contradicted(Worker& worker, std::int64_t begin, std::int64_t end);
     /// The end of a resource of unknown size is reached at the worker's position.
@@ -203,6 +203,10 @@ class JobPolicy {
     [[nodiscard]] bool asks_version();
     [[nodiscard]] bool asks_about_change();
     void plan_change_checks();
+    void plan_mirror_checks();
+    void add_mirror_check(int giver);
+    void drop_vain_checks();
+    [[nodiscard]] bool may_compare(int mirror, const BlockCheck& check) const;
     void drop_change_checks();
     [[nodiscard]] bool compares_answers() const noexcept;
     std::vector<std::size_t> find_whole_pieces(std::int64_t begin, std::int64_t end);
@@ -249,6 +253,7 @@ class JobPolicy {
                              Clock::time_point now);
     std::string note_change(Worker& worker, const Result& why, Clock::time_point now);
     std::string note_joint(Worker& worker, const FailedAttempt& attempt, Clock::time_point now);
+    AfterFailure mirror_check_failed(const Worker& worker, const FailedAttempt& attempt);
     AfterFailure next_mirror(Worker& worker, Clock::time_point now);
     [[nodiscard]] bool may_hope_for_change() const;
     void no_mirror_left();
@@ -295,6 +300,7 @@ class JobPolicy {
             return differs_from_old || (differs_from_new && fits_new && !fits_old);
         }
     } change_;
+    int plain_blocks_ = 0;        ///< of the blocks of mirrors that agreed, in nothing that tells files apart
     bool sampled_ = false;        ///< blocks were chosen for the comparison before the end
     bool version_asked_ = false;  ///< whether the resource is the same one still was asked, before the end
     bool unsure_before_ = false;  ///< an answer was accepted that no validator holds together with the first

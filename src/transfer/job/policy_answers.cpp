@@ -14,6 +14,8 @@ constexpr int most_ignored_ranges = 2;
 // How much in front of a new answer is compared with what is there.
 constexpr std::int64_t joint_before = 16 * 1024;
 constexpr std::int64_t joint_behind = 4 * 1024;
+// So many blocks that tell nothing are made good for by others.
+constexpr int most_plain_blocks = 12;
 // A resource that changes more often than this while it is fetched is taken from one single answer.
 constexpr int most_restarts = 3;
 
@@ -379,7 +381,7 @@ std::int64_t JobPolicy::overlap_behind(const Worker& worker) const {
     return std::clamp<std::int64_t>(there, 0, joint_behind);
 }
 
-void JobPolicy::agreed(const Worker& worker, std::int64_t begin, std::int64_t end) {
+void JobPolicy::agreed(const Worker& worker, std::int64_t begin, std::int64_t end, bool is_plain) {
     // The bytes that were compared with may have been thrown away meanwhile.
     if (segments_.is_missing(begin, end)) return;
     if (worker.check && worker.check->of_change) {
@@ -393,6 +395,10 @@ void JobPolicy::agreed(const Worker& worker, std::int64_t begin, std::int64_t en
         last_checks_.agreed = worker.check;
     }
     if (verify_joints_) answers_.agreed(worker.answer, begin, end);
+    // Two files may well have the same zeros: another place may tell more.
+    if (!is_plain || !worker.check || !worker.check->by_another) return;
+    const std::vector<int> givers = origins_.of(begin, end);
+    if (!givers.empty() && plain_blocks_++ < most_plain_blocks) add_mirror_check(givers.front());
 }
 
 }  // namespace vantlow

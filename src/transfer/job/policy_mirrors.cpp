@@ -25,6 +25,7 @@ constexpr std::chrono::milliseconds short_pause{200};
 
 AfterFailure JobPolicy::failed_mirror(Worker& worker, const FailedAttempt& attempt, const PolicyRules& rules,
                                       Clock::time_point now) {
+    if (worker.check && worker.check->by_another) return mirror_check_failed(worker, attempt);
     const int mirror = worker.mirror;
     if (mirror == MirrorSet::none) return next_mirror(worker, now);
     if (worker.check && attempt.accepted && attempt.result.code == Code::resource_changed) {
@@ -43,6 +44,28 @@ AfterFailure JobPolicy::failed_mirror(Worker& worker, const FailedAttempt& attem
     if (!others_receive(worker)) trouble_ = attempt.result;
     notice_ = text.empty() ? attempt.result.message() : text;
     return next_mirror(worker, now);
+}
+
+// A block that another mirror gave was asked for. Where it differs the mirror that is named first is believed;
+// where it did not come the file is kept as it is.
+AfterFailure JobPolicy::mirror_check_failed(const Worker& worker, const FailedAttempt& attempt) {
+    const std::vector<int> givers = origins_.of(worker.check->begin, worker.check->end);
+    std::erase_if(checks_, [](const BlockCheck& check) { return check.by_another; });
+    effects_.news = true;
+    if (!attempt.accepted || attempt.result.code != Code::resource_changed) {
+        note(Direction::note, "A mirror did not give once more what another one gave (" +
+                                  attempt.result.message() +
+                                  "): whether both have the same file stays unsure.");
+        return {};
+    }
+    if (givers.empty() || givers.front() == Origins::unknown) {
+        ask_for_restart(attempt.result, false);
+        return {};
+    }
+    sampled_ = false;
+    notice_ = leave_mirror(std::max(worker.mirror, givers.back()), attempt.result, &worker);
+    note(Direction::error, notice_);
+    return {};
 }
 
 // A line for the log where the mirror is left.

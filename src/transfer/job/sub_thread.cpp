@@ -155,7 +155,7 @@ Result CTransferSubThread::read_through() {
     std::int64_t alike_from = -1;
     const auto tell = [&](std::int64_t end) {
         const std::int64_t begin = std::exchange(alike_from, -1);
-        if (begin >= 0) host_.agreed(worker_, begin, end);
+        if (begin >= 0) host_.agreed(worker_, begin, end, false);
     };
     while (open_offset() < position()) {
         const std::int64_t offset = open_offset();
@@ -268,6 +268,8 @@ Result CTransferSubThread::ask_for_more(bool& there_is) {
 Result CTransferSubThread::compare(std::int64_t offset, std::int64_t bytes) {
     const std::int64_t begin = offset;
     bool are_alike = bytes > 0;
+    bool is_plain = true;
+    std::byte first{};
     std::vector<std::byte> fetched(joint_step);
     auto quiet_until = from_now(silence_);
     while (bytes > 0) {
@@ -279,11 +281,13 @@ Result CTransferSubThread::compare(std::int64_t offset, std::int64_t bytes) {
         const auto some = std::span(fetched).first(moved.bytes);
         if (Result result = hold_against_file(offset, some, is_alike); !result.ok()) return result;
         are_alike = are_alike && is_alike;
+        if (offset == begin) first = some.front();
+        is_plain = is_plain && std::ranges::all_of(some, [first](std::byte byte) { return byte == first; });
         offset += static_cast<std::int64_t>(moved.bytes);
         bytes -= static_cast<std::int64_t>(moved.bytes);
         quiet_until = from_now(silence_);
     }
-    if (are_alike) host_.agreed(worker_, begin, offset);
+    if (are_alike) host_.agreed(worker_, begin, offset, is_plain);
     return {};
 }
 
@@ -308,7 +312,7 @@ Result CTransferSubThread::compare_behind() {
     }
     bool is_alike = false;
     Result result = hold_against_file(position(), std::span(held_).first(wanted), is_alike);
-    if (is_alike) host_.agreed(worker_, position(), position() + behind);
+    if (is_alike) host_.agreed(worker_, position(), position() + behind, false);
     return result;
 }
 

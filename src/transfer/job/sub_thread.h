@@ -41,7 +41,7 @@ class SubThreadHost {
     /// Whether all bytes of a range are there.
     virtual bool is_there(std::int64_t begin, std::int64_t end) = 0;
     /// The asker's answer agrees with what is there.
-    virtual void agreed(const Worker& asker, std::int64_t begin, std::int64_t end) = 0;
+    virtual void agreed(const Worker& asker, std::int64_t begin, std::int64_t end, bool is_plain) = 0;
     /// It differs; ok where the asker's answer is the one that is believed.
     virtual Result contradicted(Worker& asker, std::int64_t begin, std::int64_t end) = 0;
     /// The server answered; 0 to go on. `asked` is the offset that was asked for.

@@ -18,6 +18,7 @@ struct BlockCheck {
     bool required = false;  ///< the file is not believed to be of one version before this was compared
     bool last = false;   ///< made when all is there: a difference may mean that the server has changed since
     bool again = false;  ///< made before, and it agreed: see JobPolicy::LastChecks
+    bool by_another = false;  ///< of several mirrors: asked of one that did not give it
     bool only_version = false;  ///< no bytes, but whether the resource is the same one still
     /// Compared with the version that the resource was seen to become: see JobPolicy::SeenChange. `match`: of
     /// the answer that is compared with.

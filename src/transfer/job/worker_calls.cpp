@@ -137,9 +137,9 @@ bool CTransferMainThread::is_there(std::int64_t begin, std::int64_t end) {
     return policy_.is_there(begin, end);
 }
 
-void CTransferMainThread::agreed(const Worker& asker, std::int64_t begin, std::int64_t end) {
+void CTransferMainThread::agreed(const Worker& asker, std::int64_t begin, std::int64_t end, bool is_plain) {
     const MutexLock guard(lock_);
-    policy_.agreed(asker, begin, end);
+    policy_.agreed(asker, begin, end, is_plain);
 }
 
 Result CTransferMainThread::contradicted(Worker& asker, std::int64_t begin, std::int64_t end) {
