@@ -171,6 +171,24 @@ TEST_F(JobTest, AnAnswerThatRanPastACutFitsItsNeighbour) {
     EXPECT_FALSE(log.has("newer, download it again")) << log.all();
 }
 
+// It may be approximate: too small it cuts nothing off, too large it pads nothing.
+TEST_F(JobTest, ASizeBesideTheNameIsShownAndDecidesNothing) {
+    for (const std::int64_t told : {300'000, 900'000}) {
+        SCOPED_TRACE(told);
+        const std::string field = "attachment; filename=\"a.bin\"; size=" + std::to_string(told);
+        FileServer server(FileResource{.content = content,
+                                       .more = {{"Content-Disposition", field}},
+                                       .chunked = true,
+                                       .hold_after = 200'000});
+        auto job = make_job(server.url16());
+        Run running(*this, *job, {});
+        ASSERT_TRUE(running.wait_for_done(150'000)) << log.all();
+        EXPECT_EQ(running.thread().progress().size, told);
+        server.release();
+        expect_file(running.end(), content);
+    }
+}
+
 TEST_F(JobTest, ARefusedRangeIsTold) {
     FileServer server(FileResource{.content = content, .close_after = 70'000, .break_times = 1});
     server.set_interceptor([](Exchange& exchange) {

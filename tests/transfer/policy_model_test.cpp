@@ -421,7 +421,8 @@ class Model {
         return sizes_[found.front()] == job_.file_size ? "" : "another size";
     }
 
-    void apply_effects() {
+    /// True where the main thread has something to look at.
+    bool apply_effects() {
         const Effects effects = policy().take_effects();
         if (tells_) {
             for (const auto& [direction, text] : effects.notes) tell("log: " + text);
@@ -432,6 +433,7 @@ class Model {
                 if (c.worker.id == id) c.at = std::min(c.at, now_ + milliseconds(random_.below(3)));
             }
         }
+        return effects.news;
     }
 
     void plan_stop() {
@@ -504,8 +506,7 @@ class Model {
             c.pace = milliseconds(1 + random_.below(40));
             begin_work(c);
         }
-        apply_effects();
-        if (!connections_.empty()) return;
+        if (apply_effects() || !connections_.empty()) return;
         if (const auto result = policy().idle_end(now_)) {
             end_ = *result;
             tell("idle end: " + end_->message());

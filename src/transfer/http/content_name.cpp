@@ -116,6 +116,14 @@ std::u16string disposition_name(std::string_view field) {
     return plain;
 }
 
+std::int64_t disposition_size(std::string_view field) {
+    std::string_view rest = field;
+    while (const auto parameter = next_parameter(rest)) {
+        if (parameter->name == "size") return parse_decimal(parameter->value).value_or(-1);
+    }
+    return -1;
+}
+
 bool is_gzip_file(std::string_view media_type, std::u16string_view name) {
     constexpr std::array types{"application/gzip",  "application/x-gzip",       "application/x-gunzip",
                                "application/x-tgz", "application/x-compressed", "application/gzipped"};

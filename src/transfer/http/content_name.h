@@ -1,6 +1,7 @@
 // The file name that a response or an address suggests.
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <string_view>
 
@@ -11,6 +12,10 @@ namespace vantlow {
 /// "filename*=" that cannot be read gives way to "filename=". Empty when there is none. The name is as the
 /// server sent it: make it safe before use.
 std::u16string disposition_name(std::string_view field);
+
+/// The size in a content-disposition field (RFC 2183, 2.7), in bytes, which may be approximate; -1 where
+/// there is none.
+std::int64_t disposition_size(std::string_view field);
 
 /// Raw bytes of a name as text: UTF-8 when they are, else in the ANSI code page where that is another one,
 /// else Latin-1.

@@ -149,6 +149,8 @@ Result HttpSource::accept(const SourcePlan& plan, const HttpAnswer& got, std::in
         answer.whole = true;
         answer.granted = 0;
         answer.version.size = answer.encoded ? -1 : head.length.value_or(-1);
+        // Such a size may be approximate: it is for people, and the end that is found decides.
+        if (!answer.encoded && !head.length) answer.likely_size = disposition_size(head.content_disposition);
         if (head.status == 204 || head.status == 205) answer.version.size = 0;
     }
     return client_.begin_body(coding, plan.receive_buffer);

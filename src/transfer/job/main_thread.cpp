@@ -286,6 +286,9 @@ JobProgress CTransferMainThread::progress() {
         hear_of_stop();
         policy_.fill(progress, now());
         if (job_.file_size > 0) progress.done = job_.file_size - left;
+        // More than that has come: nobody knows how much there is.
+        const std::int64_t likely = policy_.likely_size();
+        if (progress.size < 0 && progress.done <= likely) progress.size = likely;
     }
     progress.awaits_place = progress.connections == 0 && awaiting_place_ > 0;
     return progress;

@@ -19,10 +19,10 @@ namespace vantlow {
 /// One address of a job. Most jobs have one.
 struct Mirror {
     std::u16string address;
-    std::u16string effective;  ///< where redirects led; empty: not known
+    std::u16string effective;      ///< where redirects led; empty: not known
     bool way_asked_again = false;  ///< since anything came: where they led before gave nothing any more
-    bool own_server = true;    ///< the job's credentials and cookies belong to it
-    ResourceVersion version;   ///< of its first answer
+    bool own_server = true;        ///< the job's credentials and cookies belong to it
+    ResourceVersion version;       ///< of its first answer
     bool version_known = false;
     std::optional<ResourceVersion> first;  ///< of its first answer, whatever became of that
 
@@ -105,8 +105,8 @@ class MirrorSet {
     bool recall_silent();
     /// Nothing is known of the servers any more, after a change of the resource.
     void forget_answers();
-    /// Where redirects led may be gone: the way there is to be asked for again. True where that is a reason to
-    /// ask at once: for the first time since anything came.
+    /// Where redirects led may be gone: the way there is to be asked for again. True where that is a reason
+    /// to ask at once: for the first time since anything came.
     bool forget_way(int mirror);
 
     /// The result that ends the job when no mirror is usable: a wrong hash where every mirror gave wrong

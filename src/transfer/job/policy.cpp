@@ -47,7 +47,9 @@ BlockCheck block_at(const Ranges& ranges, std::int64_t place) {
 }  // namespace
 
 JobPolicy::JobPolicy(CJobNode& job, std::uint64_t seed, bool hash_decides)
-    : job_(job), seed_(seed), whole_decides_(hash_decides || (job.sources && job.sources->whole)),
+    : job_(job),
+      seed_(seed),
+      whole_decides_(hash_decides || (job.sources && job.sources->whole)),
       hash_decides_(whole_decides_ || (job.sources && job.sources->pieces)) {}
 
 void JobPolicy::begin(bool continued) {
@@ -151,7 +153,10 @@ bool JobPolicy::enlist(Worker& worker, const PolicyRules& rules, Clock::time_poi
     for (;;) {
         const int mirror = mirrors_.choose(
             job_.thread_limit(), [&](int i) { return !tried[static_cast<std::size_t>(i)]; }, now);
-        if (mirror == MirrorSet::none) return false;
+        if (mirror == MirrorSet::none) {
+            drop_checks_that_would_wait();
+            return false;
+        }
         worker.mirror = mirror;
         if (take_work(worker, rules, now) == Work::taken) break;
         // Work that this mirror may not do may be left for another.
@@ -467,12 +472,13 @@ bool JobPolicy::asks_about_change() {
         return true;
     }
     if (change_.differs_from_new)
-        note(Direction::note, "The file on the server has changed since; what was received is of one version.");
+        note(Direction::note,
+             "The file on the server has changed since; what was received is of one version.");
     return false;
 }
 
-// The first block and the last one, some between, and what came last: of a file that is written over the first
-// ones are old and the last ones new.
+// The first block and the last one, some between, and what came last: of a file that is written over the
+// first ones are old and the last ones new.
 void JobPolicy::plan_change_checks() {
     constexpr int most_ranges = 4;
     const auto add = [this](std::int64_t begin) {
@@ -496,7 +502,8 @@ void JobPolicy::drop_change_checks() {
     if (dropped == 0 || change_.is_mixture()) return;
     change_.is_seen = false;
     note(Direction::note,
-         "The file on the server has changed while it was fetched, and the new one cannot be compared: whether "
+         "The file on the server has changed while it was fetched, and the new one cannot be compared: "
+         "whether "
          "all bytes are of one version stays unsure.");
 }
 
@@ -521,6 +528,7 @@ void JobPolicy::plan_mirror_checks() {
     constexpr int blocks_of_each = 4;
     constexpr std::size_t most_givers = 8;
     sampled_ = true;
+    plain_blocks_ = 0;
     std::vector<int> givers = origins_.of(0, job_.file_size);
     if (givers.size() > most_givers) givers.resize(most_givers);
     for (const int giver : givers) {
@@ -548,6 +556,14 @@ bool JobPolicy::may_compare(int index, const BlockCheck& check) const {
     if (!mirrors_.is_usable(index) || !mirrors_.gives_parts(index) || mirror.fruitless > 0) return false;
     if (!mirror.ranges_proven && !(mirror.answered && mirror.ranges_promised)) return false;
     return std::ranges::count(origins_.of(check.begin, check.end), index) == 0;
+}
+
+// Nobody may be asked now for the blocks that only confirm what is there: the job does not wait for that.
+void JobPolicy::drop_checks_that_would_wait() {
+    const auto works = [](const Worker* worker) { return worker->has_work(); };
+    if (std::ranges::any_of(segments_.workers(), works)) return;
+    if (std::erase_if(checks_, [](const BlockCheck& check) { return check.by_another; }) > 0)
+        effects_.news = true;
 }
 
 // Blocks that no mirror may be asked for are not compared.

@@ -174,6 +174,8 @@ class JobPolicy {
         return !segments_.is_missing(begin, end);
     }
     [[nodiscard]] int restarts() const noexcept { return restarts_; }
+    /// Total bytes that a file of unknown size will have, as its server believes; -1: unsaid.
+    [[nodiscard]] std::int64_t likely_size() const noexcept { return likely_size_; }
     /// Marks as missing in a copy of the job what lies behind joints that nobody has compared yet: a later
     /// run takes what is there from end to end for the bytes of one answer.
     void open_joints(CJobNode& copy) const;
@@ -206,6 +208,7 @@ class JobPolicy {
     void plan_mirror_checks();
     void add_mirror_check(int giver);
     void drop_vain_checks();
+    void drop_checks_that_would_wait();
     [[nodiscard]] bool may_compare(int mirror, const BlockCheck& check) const;
     void drop_change_checks();
     [[nodiscard]] bool compares_answers() const noexcept;
@@ -325,6 +328,7 @@ class JobPolicy {
     /// Answers do not name the bytes that they give: each is believed to be of its place once its bytes agree
     /// with those beside it.
     bool blind_ = false;
+    std::int64_t likely_size_ = -1;
     bool tells_time_ = false;  ///< the time of the last change can be asked for by itself
     bool size_reported_ = false;
     bool accepted_once_ = false;

@@ -222,6 +222,7 @@ void JobPolicy::adopt(Worker& worker, const SourceAnswer& answer, const std::u16
     encoded_ = answer.encoded;
     version_ = answer.version;
     version_known_ = true;
+    likely_size_ = answer.likely_size;
     previous_.reset();
     job_.validators = {version_.etag, version_.last_modified, version_.strong_date, version_.media_type};
     job_.path = path;

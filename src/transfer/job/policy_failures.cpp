@@ -129,7 +129,8 @@ AfterFailure JobPolicy::refused_beside_others(Worker& worker, const FailedAttemp
 
 // A block could not be compared with the version that the file was seen to become.
 AfterFailure JobPolicy::change_check_failed(const Worker& worker, const FailedAttempt& attempt) {
-    if (is_temporary(attempt.result) && attempt.fruitless <= most_further_questions) return {true, soon, true};
+    if (is_temporary(attempt.result) && attempt.fruitless <= most_further_questions)
+        return {true, soon, true};
     const bool is_behind_end = attempt.told_size >= 0 && attempt.told_size < worker.check->end;
     if (attempt.result.code == Code::size_differs || is_behind_end) {
         // The new version ends in front of it.

@@ -46,8 +46,8 @@ AfterFailure JobPolicy::failed_mirror(Worker& worker, const FailedAttempt& attem
     return next_mirror(worker, now);
 }
 
-// A block that another mirror gave was asked for. Where it differs the mirror that is named first is believed;
-// where it did not come the file is kept as it is.
+// A block that another mirror gave was asked for. Where it differs the mirror that is named first is
+// believed; where it did not come the file is kept as it is.
 AfterFailure JobPolicy::mirror_check_failed(const Worker& worker, const FailedAttempt& attempt) {
     const std::vector<int> givers = origins_.of(worker.check->begin, worker.check->end);
     std::erase_if(checks_, [](const BlockCheck& check) { return check.by_another; });

@@ -64,8 +64,8 @@ std::unique_ptr<Source> make_ftp_source(const SourceContext& context);
 /// One protocol: the scheme with its "://" and what makes its sources.
 struct Protocol {
     std::u16string_view scheme;
-    bool secured;      ///< TLS before anything that matters is said
-    bool tells_place;  ///< an answer names the bytes that it gives; else only their comparison shows it
+    bool secured;           ///< TLS before anything that matters is said
+    bool tells_place;       ///< an answer names the bytes that it gives; else only their comparison shows it
     bool tells_time_alone;  ///< the time of the last change can be asked for without the file
     std::unique_ptr<Source> (*make)(const SourceContext& context);
 };

@@ -21,11 +21,12 @@ struct SourceAnswer {
     std::int64_t granted = 0;  ///< offset of the first byte that read() gives
     bool whole = false;        ///< the answer is the whole resource, whatever was asked
     bool encoded = false;  ///< bytes are decoded on the way: their number is unknown and ranges mean nothing
-    bool ranges_promised = false;  ///< the server says that it answers ranges
-    bool ranges_denied = false;    ///< the server says that it does not
-    bool may_go_on = false;        ///< a part, and there is more behind its end, or may be
-    bool beyond_end = false;       ///< of an open() that failed: the resource has no byte at the offset
-    bool form_sent = false;        ///< the job's form was sent, also of an open() that failed
+    bool ranges_promised = false;   ///< the server says that it answers ranges
+    bool ranges_denied = false;     ///< the server says that it does not
+    bool may_go_on = false;         ///< a part, and there is more behind its end, or may be
+    bool beyond_end = false;        ///< of an open() that failed: the resource has no byte at the offset
+    bool form_sent = false;         ///< the job's form was sent, also of an open() that failed
+    std::int64_t likely_size = -1;  ///< total bytes, of an answer that tells no size; -1: unsaid
     ResourceVersion version;
     std::u16string name;     ///< suggested by the server, or from the address; not made safe; may be empty
     std::u16string address;  ///< where the answer came from, redirects followed

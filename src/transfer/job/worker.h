@@ -18,13 +18,13 @@ struct BlockCheck {
     bool required = false;  ///< the file is not believed to be of one version before this was compared
     bool last = false;   ///< made when all is there: a difference may mean that the server has changed since
     bool again = false;  ///< made before, and it agreed: see JobPolicy::LastChecks
-    bool by_another = false;  ///< of several mirrors: asked of one that did not give it
+    bool by_another = false;    ///< of several mirrors: asked of one that did not give it
     bool only_version = false;  ///< no bytes, but whether the resource is the same one still
     /// Compared with the version that the resource was seen to become: see JobPolicy::SeenChange. `match`: of
     /// the answer that is compared with.
     bool of_change = false;
     VersionMatch match = VersionMatch::unsure;
-    int worker = 0;             ///< compares it now; 0: nobody
+    int worker = 0;  ///< compares it now; 0: nobody
 };
 
 /// One connection, as the books and the policy know it. The connection's own thread moves `position`; all
