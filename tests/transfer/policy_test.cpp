@@ -488,7 +488,7 @@ TEST_F(TwoMirrorsTest, BlocksThatOneGaveAreComparedWithThoseOfTheOther) {
             }
             if (!agrees) break;
         }
-        EXPECT_EQ(compared, agrees ? 2 * 4 + plain : 1);
+        EXPECT_EQ(compared, agrees ? 2 + plain : 1);
         EXPECT_EQ(two.policy.mirrors().at(1).left, !agrees) << "the one that is named first is believed";
         if (!agrees) two.policy.strike(two.second, Code::resource_changed);
         const auto turn = two.policy.look();

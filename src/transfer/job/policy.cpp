@@ -503,8 +503,7 @@ void JobPolicy::drop_change_checks() {
     change_.is_seen = false;
     note(Direction::note,
          "The file on the server has changed while it was fetched, and the new one cannot be compared: "
-         "whether "
-         "all bytes are of one version stays unsure.");
+         "whether all bytes are of one version stays unsure.");
 }
 
 // The first block and the last one of what is there, and some between.
@@ -523,16 +522,20 @@ void JobPolicy::plan_checks(const std::vector<SegmentBook::Range>& there, bool l
 }
 
 // What touches may agree by chance: where two different images have zeros, say. Some blocks of what each
-// mirror gave are compared with those that another one gives.
+// mirror gave are compared with those that another one gives: few of little.
 void JobPolicy::plan_mirror_checks() {
-    constexpr int blocks_of_each = 4;
+    constexpr std::int64_t most_of_each = 4;
+    constexpr std::int64_t bytes_for_one = 512 * 1024;
     constexpr std::size_t most_givers = 8;
     sampled_ = true;
     plain_blocks_ = 0;
     std::vector<int> givers = origins_.of(0, job_.file_size);
     if (givers.size() > most_givers) givers.resize(most_givers);
     for (const int giver : givers) {
-        for (int i = 0; i < blocks_of_each; ++i) add_mirror_check(giver);
+        std::int64_t bytes = 0;
+        for (const auto& range : origins_.from(giver, job_.file_size)) bytes += range.end - range.begin;
+        const std::int64_t blocks = std::min(1 + bytes / bytes_for_one, most_of_each);
+        for (std::int64_t i = 0; i < blocks; ++i) add_mirror_check(giver);
     }
     drop_vain_checks();
 }
