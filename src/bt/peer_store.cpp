@@ -79,7 +79,7 @@ std::size_t PeerStore::add(std::span<const SocketAddress> peers) {
         known_.insert(place, std::move(key));
         peers_.push_back(peer);
         ++added;
-        if (peers_.size() - own_among_them_ > most_peers) forget_oldest();
+        while (peers_.size() - own_among_them_ > most_peers) forget_oldest();
     }
     return added;
 }

@@ -13,6 +13,8 @@ namespace {
 constexpr std::size_t action_at = 0;
 constexpr std::size_t text_at = 8;
 constexpr std::size_t connection_at = 8;
+// A head without anything behind it is the answer of a tracker that does not serve the torrent.
+constexpr std::chrono::milliseconds wait_for_rest{3000};
 // A request is sent again when no answer came for a quarter of the whole wait, and once more.
 constexpr int sends = 3;
 constexpr const char* short_answer = "The tracker's answer is too short: it may not serve this torrent.";
@@ -123,8 +125,9 @@ Outcome<std::string> CBTAnnounceThread::udp_exchange(UdpChannel& channel, const 
             if (silent) log_.line(Direction::error, datagram.failure().message());
             return too_short ? Result(Code::server_error, short_answer) : datagram.failure();
         }
-        until = from_now(services_.udp_timeout);
         answer += *datagram;
+        const std::chrono::milliseconds whole = services_.udp_timeout;
+        until = from_now(answer.size() > text_at ? whole : std::min(wait_for_rest, whole));
         if (answer.size() >= wanted || is_error(answer)) return answer;
         if (++received == receives) return Result(Code::server_error, short_answer);
         if (answer.size() > most) return Result(Code::server_error, "The tracker's answer is too long.");

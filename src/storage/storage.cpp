@@ -289,6 +289,13 @@ Result Storage::create_file(std::size_t file, File& created) {
 }
 
 Result Storage::open_file(std::size_t file, bool to_write, std::shared_ptr<File>& opened) {
+    if (!to_write || shape(file) != FileShape::absent) return open_now(file, to_write, opened);
+    // Of several that write its first bytes at once one makes it, and the others open what that one made.
+    const MutexLock one_by_one(making_);
+    return open_now(file, to_write, opened);
+}
+
+Result Storage::open_now(std::size_t file, bool to_write, std::shared_ptr<File>& opened) {
     std::u16string path;
     bool absent = false;
     {

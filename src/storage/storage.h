@@ -161,6 +161,7 @@ class Storage {
     Result locate(const FileSpan& span, bool to_write, std::vector<Spot>& spots);
     Result locate_part(const FileSpan& span, bool to_write, std::vector<Spot>& spots);
     Result open_file(std::size_t file, bool to_write, std::shared_ptr<File>& opened);
+    Result open_now(std::size_t file, bool to_write, std::shared_ptr<File>& opened);
     Result create_file(std::size_t file, File& created);
     void take_free_name(std::size_t file);
     [[nodiscard]] FileError make_folder_of(const std::u16string& path);
@@ -187,6 +188,7 @@ class Storage {
     const StorageRules rules_;
     std::vector<std::int64_t> shared_;  ///< pieces with bytes of several files, ascending; each has a slot
 
+    Mutex making_;         ///< lets one file be made after the other; guards no datum
     mutable Mutex mutex_;  ///< guards what follows; never held across a file
     Condition free_;
     std::vector<Place> places_ VANTLOW_GUARDED_BY(mutex_);

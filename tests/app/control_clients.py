@@ -337,7 +337,7 @@ class ControlApi(unittest.TestCase):
             [torrent] = now["followedBy"]
             self.assertEqual((now["status"], now["files"][0]["path"], now["totalLength"], now["completedLength"]),
                              ("complete", "[METADATA]film", str(len(info)), now["totalLength"]))
-            self.assertEqual((now["infoHash"], list(now["bittorrent"]), now.get("following")), (info_hash, ["announceList"], None))
+            self.assertEqual((now["infoHash"], list(now["bittorrent"]), now.get("following")), (info_hash, ["announceList", "creationDate"], None))
             watcher.wait_for("aria2.onDownloadStart", torrent)
             for method in "pause", "remove", "changeOption", "getPeers", "getServers":
                 self.refusal("aria2." + method, gid)

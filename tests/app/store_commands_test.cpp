@@ -202,6 +202,7 @@ TEST_F(StoreCommands, take_the_jobs_along_to_another_data_folder) {
     choose(u"one");
     said({u"add", u"--paused", u"http://h/a"});
     const std::u16string one = users_folder(folder, u"one");
+    ASSERT_TRUE(make_folders(folder.path(one + u"/torrents")).ok());
     folder.write(one + u"/torrents/x.torrent", "of a job");
     choose(u"two");
     const std::u16string two = users_folder(folder, u"two");

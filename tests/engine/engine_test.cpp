@@ -290,6 +290,7 @@ TEST_F(EngineTest, ADocumentGivesWayToWhatItNames) {
     EXPECT_FALSE(folder.has(u"list.meta4"));
 
     // One that is removed while it ends names nothing any more.
+    set(setting::max_jobs, 4);
     const Guid removed = add_one("http://a.example/other");
     ASSERT_TRUE(pump_until([&] { return sessions.contains(removed); }));
     session(removed).ends_when_stopped = false;

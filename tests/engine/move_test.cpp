@@ -124,9 +124,12 @@ TEST_F(Moves, WhatIsAnothersIsLeftAlone) {
     EXPECT_EQ(engine->move_files(job, folder.path(u"here")).fault, Fault::anothers_file);
     EXPECT_EQ(folder.read(u"there/g"), "of another size");
     // The disk of a part may be away.
-    const Guid part = unfinished("http://a/2", u"part");
-    for (const auto suffix : {partial_suffix, state_suffix})
-        ASSERT_TRUE(remove_file(folder.path(u"here/part" + std::u16string(suffix))).ok());
+    const Guid part = add_one("http://a/2");
+    engine->pump();
+    session(part).twin().path = folder.path(u"here/part");
+    session(part).twin().file_size = 10;
+    session(part).twin().append_segment(4, 10);
+    end(part, Code::server_error);
     EXPECT_EQ(engine->move_files(part, there()).error.fault, FileFault::not_found);
     EXPECT_EQ(path(part), folder.path(u"here/part"));
 }

@@ -205,6 +205,7 @@ class SharedRemovalTest : public RemovalTest {
     SharedRemovalTest() {
         table[1].takes_place = shares_finished = true;
         open();
+        EXPECT_TRUE(make_folders(folder.path(u"data/torrents")).ok());
         folder.write(u"x.torrent",
                      "d4:infod6:lengthi4e4:name1:x12:piece lengthi16384e6:pieces20:aaaaaaaaaaaaaaaaaaaaee");
         folder.write(u"x", "data");
@@ -226,7 +227,7 @@ TEST_F(SharedRemovalTest, ATorrentThatIsSharedIsCheckedByAnotherSession) {
     ASSERT_TRUE(engine->check(job).ok());
     EXPECT_TRUE(pump_until([&] { return state(job) == JobState::running; }));
     EXPECT_FALSE(engine->is_sharing(job));
-    end(job, Code::stopped);
+    end(job, Code::server_error);
     // It has its name already, and goes all the same.
     EXPECT_EQ(engine->remove_all({job}, Files::erase).removed, 1U);
     EXPECT_FALSE(is_there(u"x"));
