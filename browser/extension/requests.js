@@ -46,6 +46,7 @@ export function watchRequests() {
       if (!firstOfRequest.has(details.requestId)) remember(firstOfRequest, details.requestId, details.url);
       remember(byAddress, details.url, {
         method: details.method,
+        isWhole: !asksForNames || details.type !== 'other', // Chromium adds the rest of "<a download>" later
         referer: headerOf(details.requestHeaders, 'referer'),
         agent: headerOf(details.requestHeaders, 'user-agent'),
         cookies: headerOf(details.requestHeaders, 'cookie'),
@@ -92,10 +93,11 @@ export async function factsOf({ address, first, referer, name, storeId, form }) 
   if (login === null) return null;
   const isWeb = /^https?:/i.test(address);
   // A browser that told no page, or sent no cookie, had its reasons.
-  const page = seen ? (seen.referer ?? '') : refererFor(referer, address);
+  const page = seen?.isWhole ? (seen.referer ?? '') : seen?.referer || refererFor(referer, address);
   const facts = { address, agent: isWeb ? seen?.agent || navigator.userAgent : '', name: name ?? '', ...login, ...form };
   if (first && first !== address) facts.first = first;
   if (/^https?:/i.test(page)) facts.referer = page.replace(/#.*$/s, '');
-  if (isWeb) facts.cookies = seen ? (seen.cookies ?? '') : await storedCookies(address, storeId, [address, referer ?? '']);
+  const sent = seen?.isWhole ? (seen.cookies ?? '') : seen?.cookies || undefined;
+  if (isWeb) facts.cookies = sent ?? (await storedCookies(address, storeId, [address, referer ?? '']));
   return facts;
 }
