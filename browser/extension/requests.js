@@ -44,12 +44,12 @@ export function watchRequests() {
   api.webRequest.onSendHeaders.addListener(
     (details) => {
       if (!firstOfRequest.has(details.requestId)) remember(firstOfRequest, details.requestId, details.url);
+      const absent = asksForNames && details.type === 'other' ? undefined : ''; // Chromium adds the rest of "<a download>" later
       remember(byAddress, details.url, {
         method: details.method,
-        isWhole: !asksForNames || details.type !== 'other', // Chromium adds the rest of "<a download>" later
-        referer: headerOf(details.requestHeaders, 'referer'),
+        referer: headerOf(details.requestHeaders, 'referer') || absent,
         agent: headerOf(details.requestHeaders, 'user-agent'),
-        cookies: headerOf(details.requestHeaders, 'cookie'),
+        cookies: headerOf(details.requestHeaders, 'cookie') || absent,
         authorization: headerOf(details.requestHeaders, 'authorization'),
         storeId: details.cookieStoreId ?? storeOfTab(details.tabId),
         form: details.method === 'POST' ? formOf(bodies.get(details.requestId), headerOf(details.requestHeaders, 'content-type')) : null,
@@ -93,11 +93,10 @@ export async function factsOf({ address, first, referer, name, storeId, form }) 
   if (login === null) return null;
   const isWeb = /^https?:/i.test(address);
   // A browser that told no page, or sent no cookie, had its reasons.
-  const page = seen?.isWhole ? (seen.referer ?? '') : seen?.referer || refererFor(referer, address);
+  const page = seen?.referer ?? refererFor(referer, address);
   const facts = { address, agent: isWeb ? seen?.agent || navigator.userAgent : '', name: name ?? '', ...login, ...form };
   if (first && first !== address) facts.first = first;
   if (/^https?:/i.test(page)) facts.referer = page.replace(/#.*$/s, '');
-  const sent = seen?.isWhole ? (seen.cookies ?? '') : seen?.cookies || undefined;
-  if (isWeb) facts.cookies = sent ?? (await storedCookies(address, storeId, [address, referer ?? '']));
+  if (isWeb) facts.cookies = seen?.cookies ?? (await storedCookies(address, storeId, [address, referer ?? '']));
   return facts;
 }

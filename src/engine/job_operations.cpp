@@ -35,7 +35,6 @@ void Engine::file_made(std::vector<std::unique_ptr<CJobNode>> jobs, const Guid& 
         if (wanted_ && !wanted_(*job)) continue;
         detach(*job);
         filed.push_back(file(std::move(job), category));
-        apply_schedule(*store_->find(filed.back()));
     }
 }
 
@@ -44,8 +43,9 @@ Guid Engine::file(std::unique_ptr<CJobNode> job, const Guid& category) {
     if (job->path.empty()) job->path = join_path(node.folder, u"");
     if (job->created == 0) job->created = static_cast<std::int64_t>(std::time(nullptr));
     decide_kind(*job);
-    const CJobNode& filed = store_->add(std::move(job), node);
+    CJobNode& filed = store_->add(std::move(job), node);
     if (runner_) runner_->filed();
+    apply_schedule(filed);
     return filed.identity;
 }
 
@@ -58,7 +58,6 @@ std::vector<Guid> Engine::file_list(std::vector<std::unique_ptr<CJobNode>> jobs,
         }
         job->state = job->start_mode == start_mode::at_once ? JobState::waiting : JobState::stopped;
         filed.push_back(file(std::move(job), category));
-        apply_schedule(*store_->find(filed.back()));
     }
     return filed;
 }

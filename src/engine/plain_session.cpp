@@ -99,7 +99,7 @@ std::optional<Question> PlainSession::question_of(const JobOutcome& outcome) con
     Question question;
     question.job = job_->identity;
     question.server = server_;
-    // What a proxy wants, or a server that the job was led to, is no login of the job's own server.
+    // The login that a proxy wants, or a server that the job was led to, is not that of the job's own server.
     if (outcome.result.about_credentials) return std::nullopt;
     if (outcome.result.code == Code::credentials_refused) {
         question.kind = QuestionKind::credentials;

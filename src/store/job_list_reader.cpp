@@ -237,10 +237,6 @@ class Reader {
     Header header_;
 };
 
-}  // namespace
-
-namespace {
-
 bool is_exported(std::string_view text) {
     constexpr std::string_view begin = "TextDelimiter=";
     return iequals(text.substr(0, begin.size()), begin);

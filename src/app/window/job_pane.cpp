@@ -224,8 +224,6 @@ void JobPane::take_news(const RowNews& news) {
         const bool is_selected = std::ranges::any_of(news.inserted, [&selected](std::size_t row) {
             return std::ranges::binary_search(selected, row);
         });
-        // Of very many the menus ask when they open.
-        constexpr std::size_t most_followed = 1000;
         const bool is_news = is_selected || !news.removed.empty();
         if (is_news && selected.size() <= most_followed && events_.selected) events_.selected();
     }

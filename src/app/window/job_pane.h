@@ -22,6 +22,9 @@ class JobPane : public wxPanel, private RowSource {
         std::function<wxString()> dragged;  ///< as RowTable's
         std::function<void()> drag_ended;
     };
+    /// Each change of so many selected rows is followed by the menus; of more they ask when they open.
+    static constexpr std::size_t most_followed = 1000;
+
     JobPane(wxWindow* parent, WindowModel& model, Events events);
     ~JobPane() override;
 

@@ -288,10 +288,10 @@ void MainFrame::show_status() {
     put(model_.status.limit_part(), limit_field);
 }
 
-// A download that is selected starts and ends by itself; of very many the menus ask when they open.
+// A download that is selected starts and ends by itself.
 void MainFrame::follow_states() {
-    constexpr std::size_t most_followed = 1000;
-    if (enabled_at_ == model_.engine.revision() || model_.rows.selected_count() > most_followed) return;
+    if (enabled_at_ == model_.engine.revision()) return;
+    if (model_.rows.selected_count() > JobPane::most_followed) return;
     enabled_at_ = model_.engine.revision();
     enable_commands();
 }

@@ -113,7 +113,6 @@ void Swarm::take_back_unwanted(PeerLink& link) {
         }
         picker_.lost(link.number(), block);
         cancel(link, block);
-        --link.useless;  // it may be on its way
     }
     link.owes = std::move(kept);
     if (link.owes.empty()) link.window.dropped();
@@ -357,7 +356,6 @@ void Swarm::look_after(PeerLink& link, Clock::time_point now) {
         while (link.owes.size() > (is_given_up ? 0U : 1U)) {
             picker_.lost(link.number(), link.owes.back());
             cancel(link, link.owes.back());
-            --link.useless;  // it may be on its way
             link.owes.pop_back();
         }
         if (is_given_up) {

@@ -209,7 +209,6 @@ bool Swarm::take_block(PeerLink& link, const PeerMessage& message) {
             std::erase(other->second->owes, block);
             if (other->second->owes.empty()) other->second->window.dropped();
             cancel(*other->second, block);
-            --other->second->useless;  // it may be on its way
             fill(*other->second);
         }
     }
@@ -307,6 +306,7 @@ void Swarm::refuse(PeerLink& link, const PieceBlock& block) {
 void Swarm::cancel(PeerLink& link, const PieceBlock& block) {
     link.send(
         {.kind = MessageKind::cancel, .piece = block.piece, .begin = block.begin, .length = block.length});
+    --link.useless;  // the block may be on its way
 }
 
 void Swarm::take_cancel(PeerLink& link, const PieceBlock& block) {

@@ -67,10 +67,11 @@ Result HttpSource::open(const SourcePlan& plan, std::int64_t offset, SourceAnswe
     if (!result.ok()) return result;
     if (got.head.status < 200 || got.head.status >= 300) {
         Result refused = refuse(got, answer);
-        // Another server than the one that the job's login is for wants one.
-        const auto own = parse_target(plan.origin.empty() ? plan.address : plan.origin);
-        const bool is_own = own && is_same_server(*own, got.target);
-        if (refused.code == Code::credentials_refused && !is_own) refused.about_credentials = true;
+        if (refused.code == Code::credentials_refused) {
+            // Another server than the one that the job's login is for may want one.
+            const auto own = parse_target(plan.origin.empty() ? plan.address : plan.origin);
+            if (!own || !is_same_server(*own, got.target)) refused.about_credentials = true;
+        }
         return refused;
     }
     result = accept(plan, got, offset, answer);
