@@ -109,6 +109,7 @@ std::optional<Question> PlainSession::question_of(const JobOutcome& outcome) con
     }
     if (outcome.result.code == Code::not_trusted && !asked_for_trust_) {
         question.kind = QuestionKind::certificate;
+        if (const auto target = parse_target(outcome.distrusted)) question.server = server_text(*target);
         return question;
     }
     if (outcome.result.code == Code::cancelled) {

@@ -103,10 +103,14 @@ TEST_F(Tls, ACertificateThatIsWrongIsToldApartAndNothingIsAskedFor) {
         if (one.wishes.revoked && path_separator() == u'\\') continue;
         OpensslServer server(*certificates, one.name, stapled);
         log.clear();
-        const JobOutcome refused = fetch(server.url());
+        ScriptedServer plain([&](Exchange& exchange) {
+            exchange.answer(302, "Found", "", {{"Location", to_utf8(server.url())}});
+        });
+        const JobOutcome refused = fetch(to_utf16(plain.url("/first")));
         EXPECT_EQ(refused.result.code, Code::not_trusted) << log.all();
+        EXPECT_EQ(refused.distrusted, server.url());
         EXPECT_NE(refused.result.message().find(one.told), std::string::npos) << refused.result.message();
-        EXPECT_FALSE(log.has("GET ")) << log.all();
+        EXPECT_FALSE(log.has("GET /answer")) << log.all();
 
         set(setting::verify_peer, 0);
         std::string content;

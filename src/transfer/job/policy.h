@@ -41,7 +41,8 @@ struct FailedAttempt {
     std::int64_t told_size = -1;  ///< the total size that a refusal told; -1: none
     int fruitless = 0;            ///< attempts of this connection in a row that brought nothing new
     std::optional<std::chrono::seconds> server_asks{};
-    bool form_sent = false;  ///< the job's form was sent, by this attempt or one before
+    bool form_sent = false;    ///< the job's form was sent, by this attempt or one before
+    std::u16string address{};  ///< where it failed: behind redirects
 };
 
 /// The job's decision about it.

@@ -51,6 +51,8 @@ struct JobOutcome {
     int restarts = 0;          ///< as in JobProgress: "The file on the server is newer, download it again."
     std::string media_type{};  ///< as the server said, lower case, without parameters; may be empty
     bool skipped = false;      ///< the file was there already, as the server has it: nothing was fetched
+    std::u16string
+        distrusted{};  ///< the address, behind redirects, whose server was not trusted last; may be empty
 };
 
 }  // namespace vantlow

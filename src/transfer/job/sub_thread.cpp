@@ -106,6 +106,7 @@ bool CTransferSubThread::try_again(const Result& result) {
     attempt.server_asks = server_asks_;
     attempt.told_size = told_size_;
     attempt.form_sent = form_sent_;
+    attempt.address = asked_at_;
     const AfterFailure after = host_.after_failure(*this, attempt);
     if (!after.again) return false;
     if (after.announced) {
@@ -185,6 +186,7 @@ Result CTransferSubThread::open_at(SourcePlan plan, SourceAnswer& answer) {
         if (protocol == nullptr) return {Code::unsupported, why_not_fetched(plan.address)};
         source_ = protocol->make({tools_.services, tools_.libraries, tools_.log, stop_, &node_});
         Result result = source_->open(plan, asked_, answer);
+        asked_at_ = answer.address.empty() ? plan.address : answer.address;
         node_.set_active(result.ok());
         if (result.code != Code::moved) return result;
         plan.address = answer.address;

@@ -151,6 +151,7 @@ class CTransferSubThread {
     int measures_ = 0;  ///< on this segment, since it is received
     std::int64_t segment_speed_ = 0;
     std::int64_t told_size_ = -1;
+    std::u16string asked_at_;  ///< the address that was asked last, behind redirects
     Clock::time_point measured_{};
     std::int64_t measured_bytes_ = 0;
     Clock::time_point flushed_{};

@@ -236,8 +236,10 @@ AfterFailure CTransferMainThread::after_failure(CTransferSubThread& asker, const
     // A rewound position lies behind everything that was written.
     static_cast<void>(file_.drain());
     const PolicyRules now_rules = rules();
-    return decide(
-        [&](JobPolicy& policy) { return policy.failed(asker.worker(), attempt, now_rules, now()); });
+    return decide([&](JobPolicy& policy) {
+        if (attempt.result.code == Code::not_trusted) outcome_.distrusted = attempt.address;
+        return policy.failed(asker.worker(), attempt, now_rules, now());
+    });
 }
 
 }  // namespace vantlow
