@@ -142,7 +142,10 @@ bool FakeFtp::Session::answer(const std::string& word, const std::string& argume
     }
     if (word == "PASS") return say("230 In");
     if (word == "CWD") return say("250 There");
-    if (word == "MDTM") return say("213 20240101000000");
+    if (word == "MDTM") {
+        const int time = rules_.restless ? ftp_.asked_times_++ : 0;
+        return say("213 " + std::to_string(20240101000000 + time));
+    }
     if (word == "SIZE") return say("213 " + std::to_string(rules_.content.size()));
     if (word == "PASV") return ftp_.ipv6_ ? say("522 Not here") : passive(false);
     if (word == "EPSV") return passive(true);

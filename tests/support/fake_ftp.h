@@ -1,6 +1,7 @@
 // An FTP server that behaves as a test tells it to.
 #pragma once
 
+#include <atomic>
 #include <functional>
 #include <map>
 #include <memory>
@@ -27,6 +28,7 @@ class FakeFtp {
         std::int64_t cut_after = -1;    ///< closes each data connection after so many bytes, and says 426
         bool silent_cut = false;        ///< ... and closes the control connection instead
         bool shift = false;             ///< takes REST but begins at 0
+        bool restless = false;          ///< MDTM tells another time at each question
         std::string passive_host{};     ///< announced in PASV ("10,0,0,1"); empty: 127.0.0.1
         int most_logins = 0;            ///< further logins get a 421; 0: no limit
         std::size_t bytes_at_once = 0;  ///< replies come in pieces of this size; 0: whole
@@ -53,6 +55,7 @@ class FakeFtp {
     mutable std::mutex mutex_;
     std::vector<std::string> commands_;  ///< guarded by mutex_, like logins_
     int logins_ = 0;
+    std::atomic<int> asked_times_{0};
     std::unique_ptr<ScriptedServer> server_;  ///< last: its threads use what is above
 };
 

@@ -185,6 +185,25 @@ TEST_F(FtpJobTest, ServersWithoutRestSizeOrTime) {
     EXPECT_GE(listed.count("RETR"), 3U) << "the size in the listing was not used";
 }
 
+// What is made while it is read tells no size, or zero.
+TEST_F(FtpJobTest, ASizeOfZeroIsFoundOut) {
+    FakeFtp made({.content = content, .answers = {{"SIZE", "213 0"}}});
+    expect_content(fetch(made, 4));
+    FakeFtp empty({.answers = {{"SIZE", "213 0"}}});
+    const JobOutcome nothing = fetch(empty, 4);
+    EXPECT_EQ(nothing.result.code, Code::finished_empty) << log.all();
+    EXPECT_TRUE(file_has(nothing.path, ""));
+}
+
+TEST_F(FtpJobTest, AFileThatNeverRestsIsTakenAsASingleConnectionBringsIt) {
+    for (const int connections : {1, 4}) {
+        SCOPED_TRACE(connections);
+        FakeFtp server({.content = content, .restless = true});
+        expect_content(fetch(server, connections));
+        EXPECT_LT(server.count("RETR"), 40U);
+    }
+}
+
 TEST_F(FtpJobTest, AControlConnectionServesSeveralSegmentsAndFiles) {
     FakeFtp server({.content = content});
     expect_content(fetch(server));

@@ -85,6 +85,7 @@ Result FtpConversation::begin(const FtpPlan& plan, std::int64_t offset, FtpFile&
         if (result.ok()) state_ = State::done;
         return result;
     }
+    ftp_doubt_empty(offset, file);
     if (Result result = data_.prepare(socket_, control_, plan, session_); !result.ok()) return result;
     if (Result result = ftp_restart_at(control_, plan, session_, offset, file); !result.ok()) return result;
     if (Result result = retrieve(plan, file); !result.ok())

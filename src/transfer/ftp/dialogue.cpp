@@ -149,6 +149,10 @@ Result ftp_name_folder(FtpChannel& channel, const FtpPlan& plan, Result refused)
     return {Code::unsupported, "The address names a folder, not a file."};
 }
 
+void ftp_doubt_empty(std::int64_t offset, FtpFile& file) {
+    if (file.size == 0 && offset == 0) file.size = -1;
+}
+
 Result ftp_is_told(FtpChannel& channel, const FtpPlan& plan, const FtpFile& file) {
     if (file.size >= 0 || !file.time.empty()) return {};
     return ftp_name_folder(channel, plan, {Code::server_error, "It says nothing about such a file."});

@@ -24,6 +24,10 @@ Result ftp_retrieve_result(const FtpReply& reply, LogSink& log);
 /// person is told.
 Result ftp_name_folder(FtpChannel& channel, const FtpPlan& plan, Result refused);
 
+/// Files that are made while they are read (those of /proc, reports) are said to be empty. Makes a size of
+/// zero an unknown one where the whole is asked for: the end that is found decides.
+void ftp_doubt_empty(std::int64_t offset, FtpFile& file);
+
 /// Fails where the server told neither size nor time of what was asked about: it has no such file, or hides
 /// what it is like.
 Result ftp_is_told(FtpChannel& channel, const FtpPlan& plan, const FtpFile& file);

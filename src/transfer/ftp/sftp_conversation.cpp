@@ -102,6 +102,7 @@ Result SftpConversation::begin(const FtpPlan& plan, std::int64_t offset, FtpFile
         usable_ = result.ok();
         return result;
     }
+    ftp_doubt_empty(offset, file);
     // Some servers open a folder as they open a file, and fail only where it is read.
     Result result = file.size < 0 ? ftp_name_folder(channel_, plan, Code::server_error) : Result();
     if (result.code == Code::unsupported) return result;

@@ -235,7 +235,9 @@ void JobPolicy::adopt(Worker& worker, const SourceAnswer& answer, const std::u16
         verify_joints_ = (blind_ || !has_strong_validator(version_)) && !encoded_ && !mixes_;
     // Whatever nobody wrote down is this version's.
     answers_.clear();
-    unsure_before_ = sampled_ = version_asked_ = is_end_found_ = false;
+    unsure_before_ = sampled_ = is_end_found_ = false;
+    // Of what never rests the answer is known: asked behind each last byte it would never be there.
+    version_asked_ = restarts_ > most_restarts;
     last_checks_ = {};
     change_ = {};
     checks_.clear();
