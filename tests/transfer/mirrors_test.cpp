@@ -156,6 +156,14 @@ TEST_F(MirrorJobTest, MirrorsOfAnotherSizeAreLeft) {
     servers.resize(1);
     auto job = job_of(with_size);
     EXPECT_EQ(run(*job).result.code, Code::size_differs);
+    // Interrupted copies leave empty files on mirrors.
+    for (const int checks : {int{with_size}, int{with_whole}}) {
+        SCOPED_TRACE(checks);
+        servers.clear();
+        serve({.content = ""});
+        serve({.content = content, .delay = std::chrono::milliseconds(50)});
+        expect_right(*job_of(checks));
+    }
 }
 
 TEST_F(MirrorJobTest, WithoutHashesTheJointsAreCompared) {

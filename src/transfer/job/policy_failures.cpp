@@ -31,6 +31,16 @@ bool is_temporary(const Result& result) {
     return result.kind() == Kind::retry_later && result.code != Code::range_ignored;
 }
 
+// Nobody gave a byte of an empty file: the mirrors that call it so.
+std::vector<int> givers_of_nothing(MirrorSet& mirrors) {
+    std::vector<int> givers;
+    for (int mirror = 0; mirror < mirrors.count(); ++mirror) {
+        const Mirror& one = mirrors.at(mirror);
+        if (mirrors.is_usable(mirror) && one.version_known && one.version.size == 0) givers.push_back(mirror);
+    }
+    return givers;
+}
+
 }  // namespace
 
 AfterFailure JobPolicy::failed(Worker& worker, const FailedAttempt& attempt, const PolicyRules& rules,
@@ -354,13 +364,15 @@ bool JobPolicy::hash_was_wrong(bool& anew) {
         anew = true;
         return true;
     }
-    if (!mirrors_.are_several() || !pieces_.is_empty() || job_.file_size <= 0) return false;
+    if (!mirrors_.are_several() || !pieces_.is_empty() || job_.file_size < 0) return false;
+    const bool is_empty = job_.file_size == 0;
+    const std::vector<int> givers = is_empty ? givers_of_nothing(mirrors_) : origins_.of(0, job_.file_size);
+    if (is_empty && givers.empty()) return false;
     std::string text;
-    const std::vector<int> givers = origins_.of(0, job_.file_size);
-    if (givers.size() == 1 && givers.front() != Origins::unknown) {
-        text = leave_mirror(givers.front(), Code::hash_differs, nullptr) + " ";
+    if (is_empty || (givers.size() == 1 && givers.front() != Origins::unknown)) {
+        for (const int giver : givers) text += leave_mirror(giver, Code::hash_differs, nullptr) + " ";
         const bool is_size_known = job_.sources && job_.sources->size >= 0;
-        anew = mirrors_.pardon_different() && !is_size_known;
+        anew = (mirrors_.pardon_different() && !is_size_known) || is_empty;
     }
     // Ranges mean nothing to an answer that is unpacked on its way, nor to one whose end was not told.
     anew = anew || encoded_ || is_end_found_;
