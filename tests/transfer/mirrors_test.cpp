@@ -156,13 +156,19 @@ TEST_F(MirrorJobTest, MirrorsOfAnotherSizeAreLeft) {
     servers.resize(1);
     auto job = job_of(with_size);
     EXPECT_EQ(run(*job).result.code, Code::size_differs);
-    // Interrupted copies leave empty files on mirrors.
-    for (const int checks : {int{with_size}, int{with_whole}}) {
-        SCOPED_TRACE(checks);
-        servers.clear();
-        serve({.content = ""});
-        serve({.content = content, .delay = std::chrono::milliseconds(50)});
-        expect_right(*job_of(checks));
+    // Interrupted copies leave empty files on mirrors, or such as have fewer pieces.
+    for (const int checks : {int{with_size}, int{with_whole}, int{with_pieces}}) {
+        for (const char* other : {"", "<html>Not found</html>"}) {
+            SCOPED_TRACE(std::to_string(checks) + other);
+            servers.clear();
+            serve({.content = other});
+            serve({.content = content, .delay = std::chrono::milliseconds(50)});
+            expect_right(*job_of(checks));
+            servers.pop_back();
+            const Code code = run(*job_of(checks)).result.code;
+            EXPECT_EQ(code, checks == with_whole ? Code::hash_differs : Code::size_differs);
+            clear_folder();
+        }
     }
 }
 

@@ -643,6 +643,7 @@ class MisfitPiecesTest : public PolicyTest {
     MisfitPiecesTest() : PolicyTest(false, two_pieces()) {}
     static std::shared_ptr<const JobSources> two_pieces() {
         JobSources sources;
+        sources.size = size;
         sources.pieces = PieceHashes{DigestKind::sha1, 65536, std::vector<std::byte>(40)};
         return std::make_shared<const JobSources>(std::move(sources));
     }

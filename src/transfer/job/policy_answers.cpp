@@ -19,6 +19,15 @@ constexpr int most_plain_blocks = 12;
 // A resource that changes more often than this while it is fetched is taken from one single answer.
 constexpr int most_restarts = 3;
 
+// Whether a file of that size can be the one of these hashes, where its sources tell neither size nor a hash
+// of the whole: the number of its pieces does.
+bool fits_pieces(const std::shared_ptr<const JobSources>& sources, bool whole_decides, std::int64_t size) {
+    if (!sources || sources->size >= 0 || whole_decides || size < 0) return true;
+    if (!sources->pieces || sources->pieces->length <= 0) return true;
+    const std::int64_t length = sources->pieces->length;
+    return (size + length - 1) / length == static_cast<std::int64_t>(sources->pieces->count());
+}
+
 }  // namespace
 
 // Two versions of one size are as good as one where a hash decides at the end.
@@ -133,6 +142,9 @@ Result JobPolicy::check_version(const Worker& worker, const SourceAnswer& answer
             answer.version.media_type.empty() ? "another type" : answer.version.media_type;
         return {Code::other_content, "The server sends something other than the file (" + type + ")."};
     }
+    if (!fits_pieces(job_.sources, whole_decides_, answer.version.size))
+        return {Code::size_differs,
+                "The server's file has another size than that of which the hashes of its pieces are."};
     if (!mirror.first) mirror.first = answer.version;
     if (!version_known_ && known.size < 0) return {};
     // Cut off at the size that only one of two mirrors told it might be another file's beginning: such a
@@ -174,8 +186,9 @@ Verdict JobPolicy::begins_anew(const Worker& worker, const SourceAnswer& answer)
     if (is_no_version(mirrors_.at(worker.mirror), answer.version))
         return {Verdict::Next::refuse,
                 {Code::other_content, "The server sends something other than the file."}};
-    if (job_.sources && job_.sources->size >= 0 && answer.version.size >= 0 &&
-        job_.sources->size != answer.version.size)
+    const bool is_other_size = job_.sources && job_.sources->size >= 0 && answer.version.size >= 0 &&
+                               job_.sources->size != answer.version.size;
+    if (is_other_size || !fits_pieces(job_.sources, whole_decides_, answer.version.size))
         return {Verdict::Next::refuse, Code::size_differs};
     if (answer.granted != 0) return {Verdict::Next::refuse, Code::range_ignored};
     if (compare_versions(version_, answer.version) == VersionMatch::changed) {

@@ -165,8 +165,9 @@ bool JobPolicy::another_tries(Worker& worker, Clock::time_point now) {
 
 AfterFailure JobPolicy::changed_alone(Worker& worker, const FailedAttempt& attempt, const Result& why,
                                       const PolicyRules& rules, Clock::time_point now) {
-    // A new start would not help: the size was known before.
-    if (job_.sources && job_.sources->size >= 0 && why.code == Code::size_differs) {
+    // A new start would not help: the size was known before, or that of the first answer was none.
+    const bool is_size_known = job_.sources && (job_.sources->size >= 0 || !version_known_);
+    if (is_size_known && why.code == Code::size_differs) {
         end_for_good(why);
         return {};
     }

@@ -128,6 +128,8 @@ Result CTransferMainThread::check_untold(bool& matches) {
     if (hashes == nullptr) return {};
     if (static_cast<std::int64_t>(hashes->count()) != (size + hashes->length - 1) / hashes->length) {
         log_.line(Direction::note, pieces_do_not_fit);
+        // Nothing else tells whether the file is the one that is wanted.
+        matches = job_.sources->size >= 0 || job_.sources->whole || options_.hash;
         return {};
     }
     for (std::size_t piece = 0; piece < hashes->count() && matches; ++piece) {
