@@ -81,8 +81,8 @@ struct Effects {
 
 /// The one place that decides about a job's segments, connections, versions and end. It has no threads, no
 /// sockets, no files and no clock: events and times are handed in, and what is to be done comes out, as the
-/// answer to the event and in take_effects(). The rules stand in four files: policy.cpp (work), and
-/// policy_answers, policy_failures and policy_mirrors.
+/// answer to the event and in take_effects(). The rules stand in five files: policy.cpp (work), and
+/// policy_answers, policy_checks, policy_failures and policy_mirrors.
 ///
 /// The first accepted answer of a job is worth more than any later one. While any connection receives, no
 /// other answer ends, restarts or replaces it; only when none receives is the question asked whether the
@@ -200,18 +200,7 @@ class JobPolicy {
     [[nodiscard]] std::int64_t cut_at(std::int64_t wanted, std::int64_t begin, std::int64_t split_size) const;
     [[nodiscard]] bool is_all_there() const;
     bool is_complete();
-    void plan_checks(const std::vector<SegmentBook::Range>& there, bool last);
-    void drop_optional_checks();
     void doubt_what_is_there();
-    [[nodiscard]] bool asks_version();
-    [[nodiscard]] bool asks_about_change();
-    void plan_change_checks();
-    void plan_mirror_checks();
-    void add_mirror_check(int giver);
-    void drop_vain_checks();
-    void drop_checks_that_would_wait();
-    [[nodiscard]] bool may_compare(int mirror, const BlockCheck& check) const;
-    void drop_change_checks();
     [[nodiscard]] bool compares_answers() const noexcept;
     std::vector<std::size_t> find_whole_pieces(std::int64_t begin, std::int64_t end);
     int free_chair() const;
@@ -230,6 +219,19 @@ class JobPolicy {
     [[nodiscard]] bool receives_from_start(const Worker& worker) const;
     [[nodiscard]] bool is_received_from_start() const;
     [[nodiscard]] VersionMatch compare(const ResourceVersion& known, const ResourceVersion& answer) const;
+
+    // policy_checks.cpp
+    [[nodiscard]] bool asks_version();
+    [[nodiscard]] bool asks_about_change();
+    void plan_change_checks();
+    void drop_change_checks();
+    void plan_checks(const std::vector<SegmentBook::Range>& there, bool last);
+    void drop_optional_checks();
+    void plan_mirror_checks();
+    void add_mirror_check(int giver);
+    [[nodiscard]] bool may_compare(int mirror, const BlockCheck& check) const;
+    void drop_checks_that_would_wait();
+    void drop_vain_checks();
 
     // policy_failures.cpp
     AfterFailure refused_beside_others(Worker& worker, const FailedAttempt& attempt, Clock::time_point now);
