@@ -102,6 +102,29 @@ TEST_F(ResumeTest, WithoutValidatorsTheJointsAreCompared) {
     }
 }
 
+// Both versions have zeros where the job goes on, and differ but little in front of them: the nearest bytes
+// that vary are compared.
+TEST_F(ResumeTest, AJointInZerosIsComparedFromTheBytesInFrontOfThem) {
+    constexpr std::size_t zeros = 40'000;
+    std::string before = content;
+    before.replace(zeros, 160'000, 160'000, '\0');
+    for (const bool changes : {false, true}) {
+        SCOPED_TRACE(changes ? "changed" : "same");
+        std::string now = before;
+        if (changes) now.replace(17'000, zeros - 17'000, other_content, 17'000, zeros - 17'000);
+        FileServer server(
+            FileResource{.content = before, .etag = "", .last_modified = "", .hold_after = 120'000});
+        interrupt(server, 80'000, 1);
+        server.change("/file.bin", [&](FileResource& r) {
+            r.hold_after = std::string::npos;
+            r.content = now;
+        });
+        const JobOutcome outcome = go_on(server, 1);
+        EXPECT_EQ(outcome.restarts, changes ? 1 : 0);
+        expect_file(outcome, now);
+    }
+}
+
 // The new version has the old one's bytes where the comparison begins, and they come by themselves.
 TEST_F(ResumeTest, AJointAgreesOnlyWhereAllOfItDoes) {
     constexpr std::size_t same = 1000;

@@ -195,6 +195,87 @@ TEST_F(PolicyTest, BytesThatAnAnswerOfTheFirstVersionContradictsGo) {
     EXPECT_FALSE(policy.is_there(cut, cut + 4096));
 }
 
+// A tag or a date may be the same on two machines, or before and after a change within a second.
+TEST_F(PolicyTest, AnswersOfOneTagThatDifferAreOfOneVersionNoMore) {
+    Worker& first = *workers.front();
+    Worker& same = start();
+    const std::int64_t cut = same.position;
+    ASSERT_EQ(policy.answered(same, answer(cut), cut, rules).next, Verdict::Next::go_on);
+    receive(same, 50'000);
+    receive(first, 200'000);
+    Worker& doubtful = start();
+    const std::int64_t at = doubtful.position;
+    ASSERT_EQ(policy.answered(doubtful, answer(at, ""), at, rules).next, Verdict::Next::go_on);
+    receive(first, first.limit - first.position);
+    EXPECT_FALSE(policy.contradicted(first, cut, cut + 4096)) << "it was there first";
+    EXPECT_TRUE(policy.is_there(0, cut));
+    EXPECT_FALSE(policy.is_there(cut, cut + 1));
+    EXPECT_EQ(job.validators.etag, "W/\"a\"") << "a later run would believe it";
+}
+
+// Zeros, say: they hold no answers together, and a block of them is no reason to begin anew.
+TEST_F(PolicyTest, BytesThatEveryVersionMayHaveTellNothing) {
+    constexpr std::int64_t half = size / 2;
+    constexpr int most_plain = 12;
+    const struct {
+        const char* what;
+        std::int64_t plain_until, old_until;  ///< of what is there, against what the server has now
+        bool restarts;
+        int fewest, most;  ///< comparisons
+    } cases[] = {
+        {"one version, but for the joint", 0, 0, false, 7, 7},
+        {"the same byte everywhere", size, 0, false, 7 + most_plain, 7 + most_plain},
+        {"two versions", 0, half, true, 8, 8},
+        {"all of an old version, which begins with zeros", 40'000, size, false, 8, 7 + most_plain},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.what);
+        CJobNode file;
+        file.address = u"http://h/f";
+        file.append_segment(0, unknown_end);
+        JobPolicy one(file, 1, false);
+        one.begin(false);
+        Worker worker;
+        worker.id = 1;
+        ASSERT_TRUE(one.enlist(worker, rules, now));
+        ASSERT_EQ(one.answered(worker, answer(0, ""), 0, rules).next, Verdict::Next::adopt);
+        one.adopt(worker, answer(0, ""), u"/f");
+        const auto receive_until = [&](std::int64_t end) {
+            const std::int64_t begin = worker.position;
+            worker.position = end;
+            one.delivered(worker, begin, end - begin);
+            one.written(begin, end - begin);
+        };
+        receive_until(half);
+        const FailedAttempt broken{.result = Code::transient, .accepted = true, .progressed = true};
+        ASSERT_TRUE(one.failed(worker, broken, rules, now).again);
+        const std::int64_t overlap = one.overlap_before(worker);
+        EXPECT_GT(one.overlap_before(worker, true), overlap);
+        ASSERT_TRUE(one.answered(worker, answer(half - overlap, ""), half - overlap, rules).result.ok());
+        one.agreed(worker, half - overlap, half, true);
+        receive_until(size);
+        EXPECT_FALSE(one.released(worker, -1, true, 0)) << "nobody compares";
+        int compared = 0;
+        while (one.take_work(worker, rules, now) == Work::taken && worker.check) {
+            ASSERT_LT(++compared, 30);
+            const std::int64_t begin = worker.check->begin;
+            const std::int64_t end = worker.check->end;
+            ASSERT_TRUE(one.answered(worker, answer(begin, ""), begin, rules).result.ok());
+            if (end > c.plain_until && begin < c.old_until) {
+                EXPECT_FALSE(one.contradicted(worker, begin, end));
+            } else {
+                one.agreed(worker, begin, end, end <= c.plain_until);
+            }
+            one.released(worker, -1, true, 0);
+        }
+        EXPECT_GE(compared, c.fewest);
+        EXPECT_LE(compared, c.most);
+        const auto turn = one.look();
+        ASSERT_TRUE(turn);
+        EXPECT_EQ(turn->what == JobPolicy::Turn::What::restart, c.restarts);
+    }
+}
+
 TEST_F(PolicyTest, AnotherVersionIsBelievedWhenNoneReceivesAndItIsSeenThreeTimes) {
     Worker& first = *workers.front();
     EXPECT_TRUE(fail(first, Code::transient, true).again);

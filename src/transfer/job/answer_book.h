@@ -21,26 +21,38 @@ class AnswerBook {
     void clear();
     /// A new answer, alone until something is known of it.
     int open();
-    /// Both are of one version.
-    void unite(int one, int other);
+    /// Both are of one version. `is_sure`: nothing that is there by chance makes them so.
+    void unite(int one, int other, bool is_sure = true);
+    /// What plain bytes united counts no more.
+    void part_unsure() { same_as_ = surely_; }
+    /// None is known to be of one version with another: what united them was wrong somewhere.
+    void part_all();
     /// The first of the answers that are of one version with it.
     [[nodiscard]] int first_of(int answer) const;
     [[nodiscard]] int count() const noexcept { return static_cast<int>(same_as_.size()) - 1; }
 
     void wrote(std::int64_t begin, std::int64_t end, int answer) { origins_.add(begin, end, answer); }
     void forget(std::int64_t begin, std::int64_t end) { origins_.forget(begin, end); }
-    /// The answer's bytes agree with what is there.
-    void agreed(int answer, std::int64_t begin, std::int64_t end);
+    /// The answer's bytes agree with what is there; `is_plain`: in one byte again and again, which two
+    /// versions may well share.
+    void agreed(int answer, std::int64_t begin, std::int64_t end, bool is_plain);
     /// The versions, each by its first answer, whose bytes are in a range, ascending.
     [[nodiscard]] std::vector<int> versions_in(std::int64_t begin, std::int64_t end) const;
     /// The ranges that are there of one version, in the order of the file.
     [[nodiscard]] std::vector<Origins::Range> ranges_of(int version) const;
+    /// The ranges that are there, those that surely are of one version together, the earliest version first.
+    /// None where all of them surely are of one.
+    [[nodiscard]] std::vector<std::vector<Origins::Range>> unsure_parts(std::int64_t size) const;
     /// Where bytes of different versions, as far as anybody knows, touch.
     [[nodiscard]] std::vector<std::int64_t> joints(std::int64_t size) const;
 
   private:
+    using Links = std::vector<int>;  ///< by answer: an earlier one of the same version, or itself
+    static int first_in(const Links& links, int answer);
+
     Origins origins_;
-    std::vector<int> same_as_;  ///< by answer: an earlier one of the same version, or itself
+    Links same_as_;
+    Links surely_;  ///< the same, without what plain bytes united
 };
 
 }  // namespace vantlow

@@ -316,9 +316,9 @@ bool JobPolicy::released(Worker& worker, std::int64_t open_at, bool done, std::i
 void JobPolicy::delivered(const Worker& worker, std::int64_t offset, std::int64_t bytes) {
     if (mirrors_.are_several() || !pieces_.is_empty()) origins_.add(offset, offset + bytes, worker.mirror);
     if (change_.is_seen) change_.since.add(offset, offset + bytes, 0);
-    if (!verify_joints_) return;
-    answers_.wrote(offset, offset + bytes, worker.answer);
-    if (mirrors_.are_several()) return;
+    // What one server's validators hold together now may be doubted later.
+    if (verify_joints_ || !mirrors_.are_several()) answers_.wrote(offset, offset + bytes, worker.answer);
+    if (!verify_joints_ || mirrors_.are_several()) return;
     // An answer that nothing shows to be of the first version was compared before it is written.
     if (mirrors_.at(worker.mirror).refusals > 0 && others_receive(worker, worker.mirror))
         mirrors_.serve_further(worker.mirror);
@@ -385,7 +385,8 @@ bool JobPolicy::is_complete() {
     if (!checks_.empty()) return false;
     const std::vector<std::int64_t> joints = answers_.joints(job_.file_size);
     const bool compares_mirrors = mirrors_.are_several() && !sampled_;
-    if (joints.empty() && !unsure_before_ && !compares_mirrors) return true;
+    const bool is_sampled = sampled_ || answers_.unsure_parts(job_.file_size).empty();
+    if (joints.empty() && is_sampled && !unsure_before_ && !compares_mirrors) return true;
     for (const std::int64_t joint : joints) {
         if (checks_.size() >= most_joints_at_once) break;
         checks_.push_back({std::max<std::int64_t>(joint - joint_reach, 0),

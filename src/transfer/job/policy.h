@@ -136,11 +136,12 @@ class JobPolicy {
     void begin_whole(Worker& worker);
     void delivered(const Worker& worker, std::int64_t offset, std::int64_t bytes);
     void written(std::int64_t offset, std::int64_t bytes);
-    /// How many bytes in front of the worker's position are to be fetched again and compared with the file.
-    [[nodiscard]] std::int64_t overlap_before(const Worker& worker) const;
+    /// How many bytes in front of the worker's position are to be fetched again and compared with the file;
+    /// `most`: as many as may be, where the usual ones are plain.
+    [[nodiscard]] std::int64_t overlap_before(const Worker& worker, bool most = false) const;
     /// How many bytes behind the end of the worker's segment are there to be compared; negative: none yet,
     /// but they are on their way.
-    [[nodiscard]] std::int64_t overlap_behind(const Worker& worker) const;
+    [[nodiscard]] std::int64_t overlap_behind(const Worker& worker, bool most = false) const;
     /// The worker's answer agrees with what is there; `is_plain`: in one byte again and again.
     void agreed(const Worker& worker, std::int64_t begin, std::int64_t end, bool is_plain = false);
     /// The worker's answer differs from what is there; true when it is the worker's that is not wanted.
@@ -226,7 +227,9 @@ class JobPolicy {
     void plan_change_checks();
     void drop_change_checks();
     void plan_checks(const std::vector<SegmentBook::Range>& there, bool last);
-    void drop_optional_checks();
+    void add_last_check(const std::vector<Origins::Range>& ranges);
+    void replace_plain_check(const BlockCheck& plain);
+    void drop_optional_checks(const Worker& asker);
     void plan_mirror_checks();
     void add_mirror_check(int giver);
     [[nodiscard]] bool may_compare(int mirror, const BlockCheck& check) const;
@@ -250,6 +253,7 @@ class JobPolicy {
     void ask_for_restart(const Result& why, bool whole);
     [[nodiscard]] const Worker* right_from_start() const;
     void go_on_alone(const Worker& first);
+    void distrust_validators();
     void discard_version(int version, const Worker& asker);
 
     // policy_mirrors.cpp
@@ -306,7 +310,7 @@ class JobPolicy {
             return differs_from_old || (differs_from_new && fits_new && !fits_old);
         }
     } change_;
-    int plain_blocks_ = 0;        ///< of the blocks of mirrors that agreed, in nothing that tells files apart
+    int plain_blocks_ = 0;        ///< compared blocks that agreed in nothing that tells versions apart
     bool sampled_ = false;        ///< blocks were chosen for the comparison before the end
     bool version_asked_ = false;  ///< whether the resource is the same one still was asked, before the end
     bool unsure_before_ = false;  ///< an answer was accepted that no validator holds together with the first

@@ -14,8 +14,8 @@ constexpr int most_ignored_ranges = 2;
 // How much in front of a new answer is compared with what is there.
 constexpr std::int64_t joint_before = 16 * 1024;
 constexpr std::int64_t joint_behind = 4 * 1024;
-// So many blocks that tell nothing are made good for by others.
-constexpr int most_plain_blocks = 12;
+// How far the nearest bytes that vary are looked for, where those are the same one again and again.
+constexpr std::int64_t most_of_joint = 256 * 1024;
 // A resource that changes more often than this while it is fetched is taken from one single answer.
 constexpr int most_restarts = 3;
 
@@ -249,6 +249,7 @@ void JobPolicy::adopt(Worker& worker, const SourceAnswer& answer, const std::u16
     // Whatever nobody wrote down is this version's.
     answers_.clear();
     unsure_before_ = sampled_ = is_end_found_ = false;
+    plain_blocks_ = 0;
     // Of what never rests the answer is known: asked behind each last byte it would never be there.
     version_asked_ = restarts_ > most_restarts;
     last_checks_ = {};
@@ -378,15 +379,15 @@ void JobPolicy::begin_anew() {
 }
 
 // The bytes between the end of the segment in front and this one's beginning are in the file.
-std::int64_t JobPolicy::overlap_before(const Worker& worker) const {
+std::int64_t JobPolicy::overlap_before(const Worker& worker, bool most) const {
     if (!verify_joints_ || worker.segment == nullptr) return 0;
     // Only what was handed to the system can be read back.
     const std::int64_t at = worker.segment->start;
     if (worker.position != at) return 0;
-    return std::clamp<std::int64_t>(at - segments_.there_from(at), 0, joint_before);
+    return std::clamp<std::int64_t>(at - segments_.there_from(at), 0, most ? most_of_joint : joint_before);
 }
 
-std::int64_t JobPolicy::overlap_behind(const Worker& worker) const {
+std::int64_t JobPolicy::overlap_behind(const Worker& worker, bool most) const {
     if (!verify_joints_ || worker.segment == nullptr) return 0;
     const std::int64_t end = worker.segment->end;
     const std::int64_t there = segments_.there_until(end) - end;
@@ -394,27 +395,26 @@ std::int64_t JobPolicy::overlap_behind(const Worker& worker) const {
         const bool is_next = other->segment != nullptr && other->segment->start == end && other != &worker;
         if (there == 0 && is_next && other->brings_bytes() && end < other->segment->end) return -1;
     }
-    return std::clamp<std::int64_t>(there, 0, joint_behind);
+    return std::clamp<std::int64_t>(there, 0, most ? most_of_joint : joint_behind);
 }
 
 void JobPolicy::agreed(const Worker& worker, std::int64_t begin, std::int64_t end, bool is_plain) {
     // The bytes that were compared with may have been thrown away meanwhile.
     if (segments_.is_missing(begin, end)) return;
     if (worker.check && worker.check->of_change) {
+        if (is_plain) return;
         change_.fits_new = change_.fits_new || worker.check->match == VersionMatch::changed;
         change_.fits_old = change_.fits_old || worker.check->match == VersionMatch::same;
         return;
     }
     contradictions_ = 0;
-    if (worker.check && worker.check->last) {
+    if (worker.check && worker.check->last && !is_plain) {
         if (worker.check->again) last_checks_.is_mixture = true;
         last_checks_.agreed = worker.check;
     }
-    if (verify_joints_) answers_.agreed(worker.answer, begin, end);
-    // Two files may well have the same zeros: another place may tell more.
-    if (!is_plain || !worker.check || !worker.check->by_another) return;
-    const std::vector<int> givers = origins_.of(begin, end);
-    if (!givers.empty() && plain_blocks_++ < most_plain_blocks) add_mirror_check(givers.front());
+    if (verify_joints_) answers_.agreed(worker.answer, begin, end, is_plain);
+    if (is_plain && worker.check && (worker.check->by_another || worker.check->last))
+        replace_plain_check(*worker.check);
 }
 
 }  // namespace vantlow

@@ -11,6 +11,9 @@ namespace {
 // So many bytes of a block somewhere in the file are compared.
 constexpr std::int64_t block = 16 * 1024;
 constexpr int sampled_blocks = 3;  // beside the first and the last one
+constexpr std::size_t most_parts = 8;
+// So many blocks that tell nothing are made good for by others.
+constexpr int most_plain_blocks = 12;
 // A server reads so much of a file with one look at it.
 constexpr std::int64_t read_at_once = 64 * 1024;
 
@@ -113,6 +116,39 @@ void JobPolicy::plan_checks(const std::vector<SegmentBook::Range>& there, bool l
         checks_.push_back(block_at(there, place));
         checks_.back().last = last;
     }
+    if (!last) return;
+    // Answers that only plain bytes hold together may be of several versions: each such part gives a block.
+    std::size_t parts = 0;
+    for (const auto& part : answers_.unsure_parts(job_.file_size)) {
+        if (++parts <= most_parts) add_last_check(part);
+    }
+}
+
+// Somewhere in these ranges.
+void JobPolicy::add_last_check(const std::vector<Origins::Range>& ranges) {
+    const std::int64_t bytes = bytes_of(ranges);
+    if (bytes == 0) return;
+    std::mt19937_64 random(seed_++);
+    checks_.push_back(
+        block_at(ranges, static_cast<std::int64_t>(random() % static_cast<std::uint64_t>(bytes))));
+    checks_.back().last = true;
+}
+
+// A block told nothing, since two versions may have such bytes: another one of the same part may tell more.
+void JobPolicy::replace_plain_check(const BlockCheck& plain) {
+    if (plain_blocks_++ >= most_plain_blocks) return;
+    if (plain.by_another) {
+        const std::vector<int> givers = origins_.of(plain.begin, plain.end);
+        if (!givers.empty()) add_mirror_check(givers.front());
+        return;
+    }
+    const auto holds = [&](const Origins::Range& range) {
+        return range.begin <= plain.begin && plain.begin < range.end;
+    };
+    for (const auto& part : answers_.unsure_parts(job_.file_size)) {
+        if (std::ranges::any_of(part, holds)) return add_last_check(part);
+    }
+    add_last_check(std::vector{Origins::Range{0, job_.file_size}});
 }
 
 // Bytes of two mirrors that touch may agree by chance: where two different images have zeros, say. Some
@@ -172,9 +208,12 @@ void JobPolicy::drop_vain_checks() {
     });
 }
 
-void JobPolicy::drop_optional_checks() {
+// What others compare at the moment still counts.
+void JobPolicy::drop_optional_checks(const Worker& asker) {
     sampled_ = true;
-    const auto dropped = std::erase_if(checks_, [](const BlockCheck& check) { return !check.required; });
+    const auto dropped = std::erase_if(checks_, [&](const BlockCheck& check) {
+        return !check.required && (check.worker == 0 || check.worker == asker.id);
+    });
     if (dropped > 0) {
         note(Direction::note,
              "The server does not tell one version of the file from another and gives no parts "

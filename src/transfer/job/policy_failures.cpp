@@ -83,7 +83,13 @@ AfterFailure JobPolicy::failed(Worker& worker, const FailedAttempt& attempt, con
         return {};
     }
     if (worker.check && !worker.check->required && (!is_other_version || worker.check->last)) {
-        drop_optional_checks();
+        // Of several machines another one may give it.
+        const bool may_come = is_temporary(result) || (is_other_version && !attempt.accepted);
+        if (worker.check->last && may_come && attempt.fruitless <= most_further_questions) {
+            const auto wait = is_other_version ? std::chrono::seconds(0) : soon;
+            return {true, wait, wait > std::chrono::seconds(0)};
+        }
+        drop_optional_checks(worker);
         return {};
     }
     if (others_receive(worker) && (!attempt.accepted || is_other_version || worker.check))
@@ -290,6 +296,7 @@ bool JobPolicy::contradicted(Worker& worker, std::int64_t begin, std::int64_t en
         note(Direction::error, "The bytes around " + std::to_string(begin) +
                                    " are others than those received before: the server does not begin where "
                                    "it is asked to, or the file has changed.");
+        answers_.part_unsure();
         if (const Worker* const first = right_from_start()) {
             go_on_alone(*first);
             return first != &worker;
@@ -303,8 +310,13 @@ bool JobPolicy::contradicted(Worker& worker, std::int64_t begin, std::int64_t en
         if (!is_doubtful || !has_strong_validator(version_)) last_checks_.differed = true;
         return false;
     }
-    const int mine = answers_.first_of(worker.answer);
     std::vector<int> there = answers_.versions_in(begin, end);
+    if (there == std::vector{answers_.first_of(worker.answer)}) {
+        // The same by its validators, or by bytes elsewhere, and yet another one.
+        distrust_validators();
+        there = answers_.versions_in(begin, end);
+    }
+    const int mine = answers_.first_of(worker.answer);
     note(Direction::error,
          "The bytes around " + std::to_string(begin) + " differ from those received before.");
     // Beside bytes of its own version there are others: those are the ones that differ.
@@ -316,6 +328,15 @@ bool JobPolicy::contradicted(Worker& worker, std::int64_t begin, std::int64_t en
     }
     for (const int version : there) discard_version(version, worker);
     return false;
+}
+
+// Two answers of one version, as far as was known, differ. From here on their bytes decide which ones belong
+// together, in a later run, too.
+void JobPolicy::distrust_validators() {
+    answers_.part_all();
+    weaken(version_);
+    job_.validators.etag = version_.etag;
+    job_.validators.strong_date = version_.strong_date;
 }
 
 // The connection whose answer began where the file does, with nothing but its own bytes in front of it: that

@@ -314,7 +314,10 @@ Result CTransferSubThread::compare_behind() {
     }
     bool is_alike = false;
     Result result = hold_against_file(position(), std::span(held_).first(wanted), is_alike);
-    if (is_alike) host_.agreed(worker_, position(), position() + behind, false);
+    const auto is_first = [&](std::byte byte) { return byte == held_.front(); };
+    if (is_alike)
+        host_.agreed(worker_, position(), position() + behind,
+                     std::ranges::all_of(std::span(held_).first(wanted), is_first));
     return result;
 }
 

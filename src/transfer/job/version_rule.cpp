@@ -49,6 +49,11 @@ bool has_strong_validator(const ResourceVersion& version) {
     return tag || (!version.last_modified.empty() && version.strong_date);
 }
 
+void weaken(ResourceVersion& version) {
+    version.strong_date = false;
+    if (!version.etag.empty() && !is_weak(version.etag)) version.etag.insert(0, "W/");
+}
+
 bool is_page_instead(const ResourceVersion& known, const ResourceVersion& answer) {
     return is_page(answer.media_type) && !is_page(known.media_type);
 }

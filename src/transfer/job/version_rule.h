@@ -49,6 +49,9 @@ bool differ_by_date_alone(const ResourceVersion& known, const ResourceVersion& a
 /// An equal answer can be told from another version by its validators alone.
 bool has_strong_validator(const ResourceVersion& version);
 
+/// The validators were equal on bytes that were not: from now on an equal answer is unsure.
+void weaken(ResourceVersion& version);
+
 /// True when the answer is no version of the resource at all: a page that says that a link is used up or asks
 /// for a login. It has none of the known version's validators, and is of another media type, or has no
 /// validators where the known version had some, and not its size.

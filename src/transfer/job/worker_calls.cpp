@@ -27,6 +27,25 @@ std::optional<std::int64_t> time_of_change(std::string_view text) {
            second / 100 % 100 * 60 + second % 100;
 }
 
+// How many of the bytes in front of a place, or behind it, tell versions apart: the usual ones, or, where
+// these are one byte again and again, as many as it takes to reach another byte. Where there is none among
+// `most` more of them would tell nothing either.
+std::int64_t reach_of_joint(CLocalFile& file, std::int64_t usual, std::int64_t most, std::int64_t at,
+                            bool is_behind) {
+    constexpr std::int64_t step = 16 * 1024;
+    std::vector<std::byte> bytes;
+    std::optional<std::byte> plain;
+    for (std::int64_t reached = 0; reached < most;) {
+        bytes.resize(static_cast<std::size_t>(reached == 0 ? usual : std::min(step, most - reached)));
+        const auto length = static_cast<std::int64_t>(bytes.size());
+        if (!file.read(is_behind ? at + reached : at - reached - length, bytes).ok()) return usual;
+        if (!plain) plain = bytes.front();
+        reached += length;
+        if (std::ranges::any_of(bytes, [plain](std::byte byte) { return byte != *plain; })) return reached;
+    }
+    return usual;
+}
+
 }  // namespace
 
 PolicyRules CTransferMainThread::rules() const {
@@ -123,13 +142,23 @@ std::int64_t CTransferMainThread::overlap_before(const Worker& asker) {
     // Bytes that the asker received may still be held back. A disk that does not take it says so at the next
     // write.
     static_cast<void>(file_.drain());
-    const MutexLock guard(lock_);
-    return policy_.overlap_before(asker);
+    const auto overlap = [&](bool most) {
+        const MutexLock guard(lock_);
+        return policy_.overlap_before(asker, most);
+    };
+    const std::int64_t at = asker.position;
+    const std::int64_t bytes = overlap(false);
+    return bytes > 0 ? reach_of_joint(file_, bytes, overlap(true), at, false) : bytes;
 }
 
 std::int64_t CTransferMainThread::overlap_behind(const Worker& asker) {
-    const MutexLock guard(lock_);
-    return policy_.overlap_behind(asker);
+    const auto overlap = [&](bool most) {
+        const MutexLock guard(lock_);
+        return policy_.overlap_behind(asker, most);
+    };
+    const std::int64_t end = asker.limit;
+    const std::int64_t bytes = overlap(false);
+    return bytes > 0 ? reach_of_joint(file_, bytes, overlap(true), end, true) : bytes;
 }
 
 bool CTransferMainThread::is_there(std::int64_t begin, std::int64_t end) {
