@@ -889,7 +889,7 @@ TEST(PolicyModel, NorDoesOneWithSeveralMirrors) {
 }
 
 TEST(PolicyModel, NorDoesOneFromAnFtpServer) {
-    run_models(World::ftp, 100'000, {403'180, 429'613});
+    run_models(World::ftp, 100'000, {403'180, 429'613, 190'109, 780'622});
 }
 
 }  // namespace

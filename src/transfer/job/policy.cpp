@@ -52,10 +52,13 @@ void JobPolicy::begin(bool continued) {
     if (!mirrors_.are_several() && !is_sure) plan_checks(segments_.there(), false);
 }
 
-// Of an earlier run: each range was given by one answer, and nothing shows yet that they are of one version.
+// Of an earlier run: each range was given by one answer, and nothing shows yet that they are of one version,
+// nor, where answers do not name their bytes, that they are of their places.
 void JobPolicy::doubt_what_is_there() {
-    for (const auto& range : segments_.there()) answers_.wrote(range.begin, range.end, answers_.open());
-    if (!mirrors_.are_several() && answers_.count() > 0) answers_.unite(1, AnswerBook::earlier);
+    const std::vector<SegmentBook::Range> there = segments_.there();
+    for (const auto& range : there) answers_.wrote(range.begin, range.end, answers_.open());
+    const bool is_in_place = !there.empty() && (!blind_ || there.front().begin == 0);
+    if (!mirrors_.are_several() && is_in_place) answers_.unite(1, AnswerBook::earlier);
 }
 
 bool JobPolicy::compares_answers() const noexcept {
@@ -307,6 +310,10 @@ bool JobPolicy::released(Worker& worker, std::int64_t open_at, bool done, std::i
     // An answer that stands open counts as one that is received: it goes on in a moment.
     worker.open_at = open_at;
     worker.receiving = open_at >= 0;
+    // What a connection still wrote after its bytes were thrown away goes, too: only one answer is right.
+    const bool is_of_another = answers_.first_of(worker.answer) != AnswerBook::earlier;
+    if (worker.retired && only_one_ && blind_ && is_of_another)
+        discard_version(answers_.first_of(worker.answer), worker);
     const bool complete = is_complete();
     // With nothing left to take the worker is about to end, which is news enough.
     effects_.news = effects_.news || !complete;
