@@ -404,6 +404,22 @@ def confirmations(window, server):
     assert window.process()
 
 
+def lost_display(window, server):
+    """The display breaks away: everything is saved, and what ran goes on at the next start."""
+    before = os.environ["DISPLAY"]
+    with display.display():
+        window.environment |= {"DISPLAY": os.environ["DISPLAY"], "NO_AT_BRIDGE": "1"}
+        window.start()
+        window.run("add", "--connections", "1", "--dir", window.path(""), f"{server}/slow.bin")
+        until(lambda: window.jobs()[0]["state"] == "running", "a running download")
+    os.environ["DISPLAY"] = before
+    until(lambda: not window.process(), "the end of the process")
+    assert "The display is gone" in (window.folder / "data/resident.log").read_text()
+    journal = window.folder / "data/.database.journal"
+    assert not journal.exists() or journal.stat().st_size == 0, "changes that were not saved"
+    assert window.jobs()[0]["state"] == "waiting"
+
+
 def main(programs):
     lacking = display.missing("xclip")
     if not os.access(f"{programs}/vantlow-desktop", os.X_OK):
@@ -417,7 +433,7 @@ def main(programs):
     desktop = NoticeServer()
     with display.display():  # the accessibility service ends with its first screen
         for scenario in (first_start, lambda *both: notices(*both, desktop), clipboard, other_screens, drops, dragged_rows, tray, login,
-                         confirmations):
+                         confirmations, lost_display):
             with tempfile.TemporaryDirectory() as folder:
                 window = Around(programs, folder)
                 try:

@@ -1,6 +1,7 @@
 #include "app/window/commands.h"
 
 #include "app/window/model/translate.h"
+#include "app/window/system.h"
 #include "app/window/words.h"
 
 namespace vantlow {
@@ -137,7 +138,7 @@ wxMenuItem* append(wxMenu& menu, Command command) {
     const wxString text = words.key.empty() ? words.label : words.label + "\t" + words.key;
     auto* const item =
         new wxMenuItem(&menu, command, text, words.help, words.is_check ? wxITEM_CHECK : wxITEM_NORMAL);
-    if (words.sign) item->SetBitmap(picture(*words.sign));  // before it is appended: GTK goes by that
+    if (words.sign) put_sign(*item, picture(*words.sign));
     return menu.Append(item);
 }
 

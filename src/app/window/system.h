@@ -8,6 +8,8 @@
 #include <memory>
 #include <string>
 
+class wxBitmapBundle;
+class wxMenuItem;
 class wxTaskBarIcon;
 
 namespace vantlow {
@@ -36,6 +38,15 @@ void hear_end_of_drags(wxWindow& table, const std::function<void()>& ended);
 /// GTK: lays out a window that is about to be shown for the first time. Else its parts get their first places
 /// within a single pixel, of which GTK complains.
 void lay_out_before_show(wxTopLevelWindow& window);
+
+/// GTK: a picture in front of the words of a menu's item, which is not in the menu yet. On Windows menus are
+/// without pictures, as those of its own programs: where their colours have no transparency (Wine) they would
+/// be black squares over the first letter.
+void put_sign(wxMenuItem& item, const wxBitmapBundle& sign);
+
+/// GTK on X11: calls `gone` when the connection to the display breaks, in the middle of whatever the toolkit
+/// does then, which cannot go on: `gone` ends the process. Elsewhere the toolkit ends it.
+void hear_end_of_display(std::function<void()> gone);
 
 /// Windows: lets Alt and a letter reach every control of a dialog. The toolkit offers the key to the
 /// innermost panel, where the system looks no further, and leads from a label there to no field.

@@ -38,6 +38,48 @@ class App : public wxApp {
     bool OnExceptionInMainLoop() override { throw; }
 };
 
+/// The host, and whether one of its turns is under way: the engine must not be ended within one.
+class WatchedHost : public DesktopHost {
+  public:
+    explicit WatchedHost(DesktopHost& host) : host_(host) {}
+    [[nodiscard]] Engine& engine() noexcept override { return host_.engine(); }
+    [[nodiscard]] Settings& settings() noexcept override { return host_.settings(); }
+    void be_hosted(std::function<void()> wake, void* window) override {
+        host_.be_hosted(std::move(wake), window);
+    }
+    [[nodiscard]] bool starts_minimized() const noexcept override { return host_.starts_minimized(); }
+    bool turn() override {
+        ++turns_;
+        const bool goes_on = host_.turn();
+        --turns_;
+        return goes_on;
+    }
+    void follow_setting(std::u16string_view section, std::u16string_view key) override {
+        host_.follow_setting(section, key);
+    }
+    std::string run_command(const std::vector<std::string>& words) override {
+        return host_.run_command(words);
+    }
+    void quit() noexcept override { host_.quit(); }
+    [[nodiscard]] bool is_in_turn() const noexcept { return turns_ > 0; }
+
+  private:
+    DesktopHost& host_;
+    int turns_ = 0;
+};
+
+// Nothing can be shown, and the toolkit cannot go on: everything is saved, and the process ends. From within
+// a turn it ends as it is; its next start finds the journal.
+[[noreturn]] void end_without_display(WatchedHost& host, WindowModel& model) {
+    complain("The display is gone. Vantlow ends; its downloads go on when it is started again.");
+    if (!host.is_in_turn()) {
+        host.engine().remove_listener(model);
+        std::string error;
+        if (!host.engine().close(error)) complain(error);
+    }
+    end_process(static_cast<int>(Exit::failed));
+}
+
 class ToolkitDesktop : public Desktop {
   public:
     ~ToolkitDesktop() override {
@@ -72,7 +114,8 @@ bool ToolkitDesktop::open(std::string& error) {
     return true;
 }
 
-void ToolkitDesktop::run(DesktopHost& host) {
+void ToolkitDesktop::run(DesktopHost& resident) {
+    WatchedHost host(resident);
     const std::u16string languages = join_path(folder_of(program_path()), u"languages");
     const auto trouble = choose_language(languages, host.settings().text(setting::language), user_language());
     if (trouble) complain(*trouble);
@@ -100,7 +143,9 @@ void ToolkitDesktop::run(DesktopHost& host) {
             wxTheApp->CallAfter([this, &host] { turn(host); });
         },
         handle_of(*frame_));
+    hear_end_of_display([&host, &model] { end_without_display(host, model); });
     if (!frame_->is_ending()) wxTheApp->OnRun();
+    hear_end_of_display({});
     // Works that the frame put off must not outlive the model.
     wxTheApp->ProcessPendingEvents();
     wxTheApp->DeletePendingEvents();

@@ -1,12 +1,18 @@
 #include "app/window/system.h"
 
 #include <gtk/gtk.h>
+#ifdef GDK_WINDOWING_X11
+#include <X11/Xlib.h>
+#endif
 
 #include <algorithm>
 #include <clocale>
+#include <cstdlib>
+#include <utility>
 
 #include <wx/app.h>
 #include <wx/dataview.h>
+#include <wx/menu.h>
 
 namespace vantlow {
 namespace {
@@ -164,6 +170,24 @@ void lay_out_before_show(wxTopLevelWindow& window) {
     gtk_widget_get_preferred_size(widget, &least, nullptr);
     GtkAllocation room{0, 0, std::max(size.x, least.width), std::max(size.y, least.height)};
     gtk_widget_size_allocate(widget, &room);
+}
+
+void put_sign(wxMenuItem& item, const wxBitmapBundle& sign) {
+    item.SetBitmap(sign);
+}
+
+void hear_end_of_display(std::function<void()> gone) {
+#ifdef GDK_WINDOWING_X11
+    static std::function<void()> told;  // the handler gets no argument of ours
+    told = std::move(gone);
+    XSetIOErrorHandler(+[](Display*) -> int {
+        // A second call comes from what the first one does.
+        if (const auto once = std::exchange(told, {})) once();
+        std::_Exit(EXIT_FAILURE);
+    });
+#else
+    static_cast<void>(gone);
+#endif
 }
 
 void let_letters_reach_all(wxTopLevelWindow& /*dialog*/) {}

@@ -22,6 +22,10 @@ void hear_end_of_drags(wxWindow& /*table*/, const std::function<void()>& /*ended
 
 void lay_out_before_show(wxTopLevelWindow& /*window*/) {}
 
+void put_sign(wxMenuItem& /*item*/, const wxBitmapBundle& /*sign*/) {}
+
+void hear_end_of_display(std::function<void()> /*gone*/) {}
+
 // The dialog itself gets the letter, as the next message: in front of what is typed behind it, and not before
 // the system has taken the key from its queue.
 void let_letters_reach_all(wxTopLevelWindow& dialog) {
