@@ -378,5 +378,19 @@ TEST_F(RowsTest, TheTreeShowsCategoriesFirstAndWhatIsUnread) {
     EXPECT_EQ(tree.category_for(View::of_state(JobState::failed)), engine->first_category()->identity);
 }
 
+TEST_F(RowsTest, TheDaysOfTheTreeFollowAClockThatIsPutForwardAndBack) {
+    const Guid job = add({"http://a/a"}, true)[0];
+    const std::int64_t added = engine->find(job)->created;
+    ViewTree tree(*engine);
+    const struct {
+        std::int64_t clock;
+        std::size_t today;
+    } steps[] = {{added + 2 * 86'400, 0}, {added, 1}, {added - 2 * 86'400, 1}, {added + 86'400 * 40, 0}};
+    for (const auto& [clock, today] : steps) {
+        tree.tick(clock);
+        EXPECT_EQ(tree.nodes()[tree.find(View::of_day(DayGroup::today))].count, today) << clock - added;
+    }
+}
+
 }  // namespace
 }  // namespace vantlow

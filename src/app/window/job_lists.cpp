@@ -60,7 +60,7 @@ std::optional<ExportForm> ask_what(wxWindow& parent, const WindowModel& model) {
         // A list that goes to others names no passwords unless that is wanted.
         columns->Check(static_cast<unsigned>(at), name != "Username" && name != "Password");
     }
-    columns->SetMinSize(dialog.FromDIP(wxSize(280, 200)));
+    columns->SetMinSize(dialog.FromDIP(wxSize(360, 260)));
     auto* const all = new wxBoxSizer(wxVERTICAL);
     all->Add(choice, wxSizerFlags().Expand().Border(wxALL, dialog.FromDIP(10)));
     all->Add(new wxStaticText(&dialog, wxID_ANY, ui(tr("With these &columns beside the addresses:"))),

@@ -42,9 +42,9 @@ enum StatusField {
     status_fields
 };
 
-// Of a first start: all columns that a person looks at, where the screen has the room.
+// Of a first start: the list has room for all columns that it then shows, where the screen has.
 wxSize first_size() {
-    wxSize size = wxWindow::FromDIP(wxSize(1180, 740), nullptr);
+    wxSize size = wxWindow::FromDIP(wxSize(1240, 740), nullptr);
     size.DecTo(wxDisplay(0U).GetClientArea().GetSize());
     return size;
 }
@@ -160,7 +160,9 @@ void MainFrame::bind() {
     });
     Bind(wxEVT_MENU_OPEN, [this](wxMenuEvent& event) {
         event.Skip();
-        if (event.GetMenu() != nullptr && event.GetMenu()->FindChildItem(command_move_to) != nullptr)
+        // That of the context menu has just been filled: 2,000 categories take half a second.
+        if (event.GetMenu() != nullptr && event.GetMenu()->IsAttached() &&
+            event.GetMenu()->FindChildItem(command_move_to) != nullptr)
             fill_move_targets(*event.GetMenu()->FindItem(command_move_to)->GetSubMenu());
         enable_commands();
     });

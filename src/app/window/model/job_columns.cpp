@@ -129,8 +129,8 @@ const std::array<ColumnFacts, column_count>& column_table() {
         {Column::speed, "speed", to_translate("Speed"), 12, true, true, true},
         {Column::left, "left", to_translate("Time left"), 10, true, true, true},
         {Column::state, "state", to_translate("State"), 12, false, true, false},
-        {Column::category, "category", to_translate("Category"), 14, false, true, false},
-        {Column::added, "added", to_translate("Added"), 16, false, true, false},
+        {Column::category, "category", to_translate("Category"), 12, false, true, false},
+        {Column::added, "added", to_translate("Added"), 16, false, false, false},
         {Column::finished, "finished", to_translate("Finished"), 16, false, false, false},
         {Column::address, "address", to_translate("Address"), 40, false, false, false},
         {Column::folder, "folder", to_translate("Folder"), 30, false, false, false},
@@ -138,7 +138,7 @@ const std::array<ColumnFacts, column_count>& column_table() {
         {Column::kind, "kind", to_translate("Kind"), 12, false, false, false},
         {Column::connections, "connections", to_translate("Connections"), 6, true, false, true},
         {Column::order, "order", to_translate("Place"), 6, true, false, false},
-        {Column::trouble, "trouble", to_translate("Trouble"), 32, false, true, false},
+        {Column::trouble, "trouble", to_translate("Trouble"), 28, false, true, false},
     }};
     return table;
 }

@@ -21,8 +21,10 @@ class DayBorders {
     /// `now`: seconds since 1970.
     explicit DayBorders(std::int64_t now);
     [[nodiscard]] DayGroup group_of(std::int64_t moment) const noexcept;
-    /// True once the day is over.
-    [[nodiscard]] bool are_past(std::int64_t now) const noexcept { return now >= tomorrow_; }
+    /// True once the day is over, or the clock was put back behind it.
+    [[nodiscard]] bool are_past(std::int64_t now) const noexcept {
+        return now >= tomorrow_ || now < begins_.front();
+    }
 
   private:
     std::int64_t tomorrow_ = 0;
