@@ -1,6 +1,7 @@
 // Torrent documents, from their bytes to the job that is made of them.
 #include "bt/metainfo.h"
 #include "bt/make_torrent.h"
+#include "bt/piece_layers.h"
 #include "engine/plans.h"
 #include "fuzz.h"
 
@@ -29,7 +30,20 @@ void run(std::string_view input) {
     static_cast<void>(meta.name());
     static_cast<void>(meta.total_size());
     if (meta.info.empty()) return;
-    CHECK(meta.info_hash == hash_of(meta.info));
+    CHECK(is_known_by(meta.info, meta.info_hash));
+    if (const auto content = read_torrent_content(meta.info)) {
+        const PieceLayers layers = layers_of_document(bytes_of(input), *content);
+        const TorrentHashes hashes(*content, layers);
+        std::int64_t bytes = 0;
+        for (const NamedFile& file : content->files) bytes += file.length;
+        CHECK(bytes == content->total);
+        const std::int64_t last = content->piece_count() - 1;
+        for (const std::int64_t piece : {std::int64_t{0}, last, last + 1}) {
+            static_cast<void>(hashes.hash_of(piece));
+            CHECK(hashes.padding_of(piece) >= 0 && hashes.padding_of(piece) < content->piece_length);
+        }
+        if (missing_layers(*content, layers) == 0) CHECK(LayerBook(*content, layers).is_done());
+    }
     // Of a damaged value a part stands there: what is made of it need not say the same.
     CBEncode value;
     const bool loaded = value.load_memory(meta.info);

@@ -385,7 +385,7 @@ void run(std::string_view input) {
         bool has_come = false;
         MetadataFetch fetch(host, torrent.peer_id, LinkLimits{down, up},
                             LinkCrypto{nullptr, 1, torrent.info_hash},
-                            [&](const std::string& info) {
+                            [&](const std::string& info, const PieceLayers&) {
                                 CHECK(info == torrent.info && !has_come);
                                 has_come = true;
                             },

@@ -16,6 +16,8 @@ constexpr std::size_t most_peers = 200;
 constexpr std::size_t most_named = 20;
 constexpr std::size_t longest_name = 253;
 constexpr std::size_t most_web_seeds = 50;
+constexpr std::string_view second_key = "xt=urn:btmh:";
+constexpr std::string_view sha256_mark = "1220";
 
 // The text behind the first `key`, up to the next "&"; none when the key does not occur.
 std::optional<std::string_view> value_of(std::string_view text, std::string_view key) {
@@ -96,6 +98,16 @@ std::optional<InfoHash> read_hash(std::string_view text) {
     return hash;
 }
 
+// A multihash: the number of SHA-256, its length, and the digest, all in hexadecimal digits.
+std::optional<MerkleRoot> read_second_hash(std::string_view text) {
+    if (!text.starts_with(sha256_mark)) return std::nullopt;
+    const auto bytes = from_hex(text.substr(sha256_mark.size()));
+    MerkleRoot hash{};
+    if (!bytes || bytes->size() != hash.size()) return std::nullopt;
+    std::copy(bytes->begin(), bytes->end(), hash.begin());
+    return hash;
+}
+
 std::string percent_encode(std::string_view text) {
     std::string out;
     for (const char c : text) {
@@ -118,11 +130,13 @@ void add_trackers(std::string& link, const std::vector<std::string>& trackers) {
 
 std::optional<Magnet> parse_magnet(std::string_view text, const std::vector<std::string>& default_trackers) {
     const auto hash_text = value_of(text, "xt=urn:btih:");
-    if (!hash_text) return std::nullopt;
-    const auto hash = read_hash(*hash_text);
-    if (!hash) return std::nullopt;
+    const auto hash = hash_text ? read_hash(*hash_text) : std::nullopt;
+    if (hash_text && !hash) return std::nullopt;
     Magnet magnet;
-    magnet.info_hash = *hash;
+    if (const auto second = value_of(text, second_key)) magnet.second_hash = read_second_hash(*second);
+    if (!hash && !magnet.second_hash) return std::nullopt;
+    magnet.info_hash = hash ? *hash : short_hash_of(*magnet.second_hash);
+    magnet.has_both = hash && magnet.second_hash;
     magnet.name = value_of(text, "dn=").value_or("");
     read_givers(text, magnet);
     if (const auto tracker = value_of(text, "tr=")) magnet.trackers.emplace_back(*tracker);
@@ -149,10 +163,28 @@ std::string tracker_from_magnet(std::string_view text) {
 
 std::string make_magnet(const InfoHash& hash, std::string_view name,
                         const std::vector<std::string>& trackers) {
-    std::string link = "magnet:?xt=urn:btih:" + to_hex(hash);
+    Magnet hashes;
+    hashes.info_hash = hash;
+    return make_magnet(hashes, name, trackers);
+}
+
+std::string make_magnet(const Magnet& hashes, std::string_view name,
+                        const std::vector<std::string>& trackers) {
+    std::string link = "magnet:?";
+    if (!hashes.second_hash || hashes.has_both) link += "xt=urn:btih:" + to_hex(hashes.info_hash);
+    if (hashes.has_both) link += '&';
+    if (hashes.second_hash) link.append(second_key).append(sha256_mark) += to_hex(*hashes.second_hash);
     if (!name.empty()) link += "&dn=" + percent_encode(name);
     add_trackers(link, trackers);
     return link;
+}
+
+Magnet hashes_of(const CBEMetaInfo& meta) {
+    Magnet hashes;
+    hashes.info_hash = meta.info_hash;
+    const bool is_second = meta.second_hash && short_hash_of(*meta.second_hash) == meta.info_hash;
+    if (is_second) hashes.second_hash = meta.second_hash;
+    return hashes;
 }
 
 std::string with_trackers(std::string_view link, const std::vector<std::string>& trackers) {

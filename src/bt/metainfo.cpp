@@ -6,6 +6,7 @@
 
 #include "base/digest.h"
 #include "base/text.h"
+#include "bt/file_tree.h"
 #include "platform/local_text.h"
 #include "platform/socket.h"
 
@@ -125,6 +126,20 @@ bool read_names(const CBEDictionary& info, bool utf8, CBEMetaInfo& meta) {
     return true;
 }
 
+// Names and sizes of a torrent that has none of the first version.
+bool read_tree_names(const CBEDictionary& info, CBEMetaInfo& meta) {
+    const auto files = read_file_tree(info);
+    const auto name = read_name(info, true);
+    if (!files || !name) return false;
+    meta.name_utf8 = name->bytes;
+    meta.is_multi_file = !is_single_file(info);
+    for (const TreeFile& file : *files) {
+        add_path({meta.is_multi_file ? file.path : name->bytes, true}, meta);
+        meta.sizes.push_back(static_cast<std::uint64_t>(file.length));
+    }
+    return true;
+}
+
 // The length of the form that a lead byte begins; 0 when it begins none.
 std::size_t form_of(unsigned char lead) noexcept {
     if (lead < 0x80) return 1;
@@ -169,6 +184,25 @@ InfoHash hash_of(std::string_view bytes) {
     return hash;
 }
 
+MerkleRoot long_hash_of(std::string_view bytes) {
+    Digest digest(DigestKind::sha256);
+    digest.update(std::as_bytes(std::span(bytes)));
+    const std::vector<std::byte> result = digest.finish();
+    MerkleRoot hash{};
+    std::copy_n(result.begin(), std::min(result.size(), hash.size()), hash.begin());
+    return hash;
+}
+
+InfoHash short_hash_of(const MerkleRoot& hash) noexcept {
+    InfoHash beginning{};
+    std::copy_n(hash.begin(), beginning.size(), beginning.begin());
+    return beginning;
+}
+
+bool is_known_by(std::string_view info, const InfoHash& hash) {
+    return hash_of(info) == hash || short_hash_of(long_hash_of(info)) == hash;
+}
+
 bool parse_meta_info(const CBEncode& parser, const CBEDictionary& document, const MetaInfoRules& rules,
                      CBEMetaInfo& meta) {
     meta = {};
@@ -185,14 +219,17 @@ bool parse_meta_info(const CBEncode& parser, const CBEDictionary& document, cons
     const CBEInteger* const piece_length = info->find_integer("piece length");
     if (piece_length == nullptr) return false;
     meta.piece_length = piece_length->value;
-    if (!read_names(*info, utf8, meta)) return false;
-    meta.utf8 = utf8;
+    const bool is_second_alone = is_second_version_alone(*info);
+    if (is_second_alone ? !read_tree_names(*info, meta) : !read_names(*info, utf8, meta)) return false;
+    meta.utf8 = utf8 || is_second_alone;
     if (rules.metadata_only) return true;
     const CBEString* const pieces = info->find_string("pieces");
-    if (pieces == nullptr) return false;
-    meta.pieces = pieces->data;
+    if (pieces == nullptr && !is_second_alone) return false;
+    if (!is_second_alone) meta.pieces = pieces->data;
     meta.info = parser.info_copy();
-    if (!meta.info.empty()) meta.info_hash = hash_of(meta.info);
+    if (meta.info.empty()) return true;
+    if (has_second_version(*info)) meta.second_hash = long_hash_of(meta.info);
+    meta.info_hash = is_second_alone ? short_hash_of(*meta.second_hash) : hash_of(meta.info);
     return true;
 }
 

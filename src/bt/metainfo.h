@@ -11,10 +11,12 @@
 
 #include "bt/bencode.h"
 #include "runtime/tables.h"
+#include "storage/piece_map.h"
 
 namespace vantlow {
 
-/// 20 bytes: the SHA-1 digest of an "info" value.
+/// 20 bytes, by which a torrent is known to peers and trackers: the SHA-1 digest of its "info" value, or, of
+/// a torrent of the second version alone (BEP 52), the beginning of its SHA-256 digest.
 using InfoHash = std::array<std::byte, 20>;
 
 /// A node of the distributed hash table that a torrent names.
@@ -34,11 +36,12 @@ struct CBEMetaInfo {
     std::string name_local;            ///< filled where name_utf8 is not
     std::string name_utf8;
     std::int64_t piece_length = 0;  ///< bytes, as the document says
-    std::string pieces;             ///< 20 bytes a piece
+    std::string pieces;             ///< 20 bytes a piece; empty in a torrent of the second version alone
     std::string info;               ///< the raw bytes of the "info" value
     InfoHash info_hash{};
-    bool utf8 = false;           ///< the document declares UTF-8
-    bool is_multi_file = false;  ///< has a "files" list: its name is a folder's
+    std::optional<MerkleRoot> second_hash;  ///< the SHA-256 digest, where there is a second version (BEP 52)
+    bool utf8 = false;                      ///< the document declares UTF-8
+    bool is_multi_file = false;             ///< has a "files" list: its name is a folder's
     std::vector<DhtNode> nodes;
     std::vector<bool> path_is_utf8;  ///< for each file, in which of the two arrays its path stands
 
@@ -73,5 +76,14 @@ bool is_torrent_utf8(std::string_view bytes) noexcept;
 
 /// The SHA-1 digest of these bytes.
 InfoHash hash_of(std::string_view bytes);
+
+/// The SHA-256 digest of these bytes.
+MerkleRoot long_hash_of(std::string_view bytes);
+
+/// The beginning of such a digest, as peers and trackers have it (BEP 52).
+InfoHash short_hash_of(const MerkleRoot& hash) noexcept;
+
+/// Whether an "info" value is the one that is known by this hash, in either version.
+bool is_known_by(std::string_view info, const InfoHash& hash);
 
 }  // namespace vantlow

@@ -5,12 +5,22 @@
 #include <vector>
 
 #include "base/result.h"
+#include "bt/file_tree.h"
+#include "bt/hash_tree.h"
 #include "bt/metainfo.h"
 #include "storage/file_list.h"
 
 namespace vantlow {
 
-/// The facts of an "info" value that a download needs. A plain record.
+/// A file of the second version that has bytes: its pieces are its own.
+struct TreeOfFile {
+    MerkleRoot root{};
+    std::int64_t first_piece = 0;
+    std::int64_t length = 0;  ///< bytes
+};
+
+/// The facts of an "info" value that a download needs. Each file of a torrent of the second version begins
+/// with a piece: between them stand files of padding that no document names. A plain record.
 struct TorrentContent {
     std::u16string name;     ///< of the file or of the folder, as the document has it, in one part; not safe
     bool is_folder = false;  ///< the files stand in a folder of that name
@@ -18,13 +28,19 @@ struct TorrentContent {
     std::int64_t total = 0;        ///< bytes of all files, padding included
     std::int64_t piece_length = 0;
     std::string pieces;  ///< the digests of the pieces, 20 bytes each, as many as the total has pieces
-    std::string info;    ///< the raw bytes of the value
+    std::vector<TreeOfFile> trees;  ///< of the second version, in the order of the files; it has no `pieces`
+    bool is_second_version = false;
+    std::string info;  ///< the raw bytes of the value
     InfoHash info_hash{};
+    std::optional<MerkleRoot>
+        second_hash;          ///< the SHA-256 digest of a torrent of both versions, or the second
     bool is_private = false;  ///< its peers come from its trackers alone (BEP 27)
 
     [[nodiscard]] std::int64_t piece_count() const noexcept {
         return (total + piece_length - 1) / piece_length;
     }
+    /// The pieces in which the files of the second version end, ascending: peers give no padding there.
+    [[nodiscard]] std::vector<ShorterPiece> shorter_pieces() const;
 };
 
 /// The facts of a document that its "info" value does not hold. A plain record.
@@ -35,13 +51,11 @@ struct DocumentFacts {
 };
 DocumentFacts facts_of_document(std::span<const std::byte> document);
 
-/// Reads an "info" value. Hybrid torrents (BEP 52) are read by their first version; `unsupported`, with a
-/// sentence, for those that have none, and for sizes, pieces and lengths that contradict each other. Padding
-/// (BEP 47) is marked as such.
-Outcome<TorrentContent> read_torrent_content(std::string_view info);
-
-/// True for a document that has a description of the second version (BEP 52) and none of the first.
-bool is_second_version(const CBEDictionary& document) noexcept;
+/// Reads an "info" value. Of the two versions of a hybrid torrent (BEP 52) the first one counts, unless it is
+/// `known_by` the hash of the second. `unsupported`, with a sentence, for sizes, pieces and lengths that
+/// contradict each other. Padding (BEP 47) is marked as such.
+Outcome<TorrentContent> read_torrent_content(std::string_view info,
+                                             const std::optional<InfoHash>& known_by = {});
 
 /// The "info" value of a document; empty where it has none.
 std::string info_of_document(std::span<const std::byte> document);

@@ -41,22 +41,21 @@ std::optional<ExpectedHash> parse_hash(std::string_view text);
 /// clients make sentences of it.
 struct DraftFault {
     enum class Kind {
-        unreadable,      ///< the document at `subject`: `file`
-        no_torrent,      ///< `subject` is no torrent
-        second_version,  ///< the torrent `subject` is one of version 2 alone, which cannot be fetched
-        no_info_hash,    ///< the torrent or magnet link `subject` has none
-        wrong_sizes,     ///< the sizes in the torrent `subject` cannot be right
-        no_memory,       ///< for `subject`
-        no_document,     ///< the file of this machine `subject` is none that names files
-        no_file_link,    ///< the eDonkey link `subject` is not one of a file
-        no_address,      ///< the file `item` of the document `subject` has no address that could be fetched
-        not_fetchable,   ///< the address `item` of the document `subject` cannot be fetched
-        not_chosen,      ///< nothing in the document `subject` is named `item`
-        nothing,         ///< nothing in the document `subject` can be fetched
-        one_name,        ///< a name is for one file, but the document `subject` has `count`
-        one_hash,        ///< a hash is for one file, but the document `subject` has `count`
-        not_kept,        ///< the torrent `subject` was not kept; its description is asked for again: `file`
-        not_removed,     ///< the document `subject` was read but its file is still there: `file`
+        unreadable,     ///< the document at `subject`: `file`
+        no_torrent,     ///< `subject` is no torrent
+        no_info_hash,   ///< the torrent or magnet link `subject` has none
+        wrong_sizes,    ///< the sizes in the torrent `subject` cannot be right
+        no_memory,      ///< for `subject`
+        no_document,    ///< the file of this machine `subject` is none that names files
+        no_file_link,   ///< the eDonkey link `subject` is not one of a file
+        no_address,     ///< the file `item` of the document `subject` has no address that could be fetched
+        not_fetchable,  ///< the address `item` of the document `subject` cannot be fetched
+        not_chosen,     ///< nothing in the document `subject` is named `item`
+        nothing,        ///< nothing in the document `subject` can be fetched
+        one_name,       ///< a name is for one file, but the document `subject` has `count`
+        one_hash,       ///< a hash is for one file, but the document `subject` has `count`
+        not_kept,       ///< the torrent `subject` was not kept; its description is asked for again: `file`
+        not_removed,    ///< the document `subject` was read but its file is still there: `file`
     };
     Kind kind = Kind::nothing;
     std::u16string subject{};  ///< without credentials

@@ -215,6 +215,12 @@ class Engine {
     [[nodiscard]] std::vector<Question> questions() const { return questions_.open(); }
     /// The description ("info" value, BEP 3) of a torrent's job; empty while it is not known, and for others.
     [[nodiscard]] std::string torrent_info(const CJobNode& job) const;
+    /// The contents of a torrent's job; none while its description is not known.
+    [[nodiscard]] Outcome<TorrentContent> torrent_content(const CJobNode& job) const;
+    /// The digests of the pieces of such contents, where they are of the second version.
+    [[nodiscard]] PieceLayers torrent_layers(const TorrentContent& content) const {
+        return torrents_.find_layers(content.info_hash, content);
+    }
     /// The facts of a torrent's job, with the parts (torrent_part) that are asked for; none where there is no
     /// such job, or it is no torrent's. Of a job that runs as of now, from its session, which may take a
     /// quarter of a second where the machine is busy; of others from the record, the document and the state
@@ -400,7 +406,6 @@ class Engine {
     bool take_moves();
     void after_move(const Guid& job, const Done& done, bool is_told);
     void set_rules(CJobNode& job, JobRules rules);
-    [[nodiscard]] Outcome<TorrentContent> torrent_content(const CJobNode& job) const;
     [[nodiscard]] bool can_select(const CJobNode& job, const std::string& text) const;
     void serve();
     void note(const StoreChange& change);

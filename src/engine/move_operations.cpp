@@ -63,7 +63,7 @@ Outcome<Relocation> find_files(const CJobNode& job, const std::u16string& to, co
     const auto magnet =
         kind_of(job) == JobKind::torrent ? parse_magnet(to_utf8(job.address), {}) : std::nullopt;
     if (!magnet) return relocation_of_one_file(job, to, goes_on);
-    const auto content = read_torrent_content(shelf.find_info(magnet->info_hash));
+    const auto content = read_torrent_content(shelf.find_info(magnet->info_hash), magnet->info_hash);
     if (!content)
         return Result(Code::local_file,
                       "Without the torrent's document nobody knows which files are its own.");

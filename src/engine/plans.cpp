@@ -138,7 +138,7 @@ std::string address_of_torrent(const CBEDictionary& document, const CBEMetaInfo&
     std::vector<std::string> trackers = meta.trackers;
     std::erase(trackers, std::string());
     if (!has_own && is_private != nullptr && is_private->value == 1) trackers.clear();
-    const std::string link = make_magnet(meta.info_hash, to_utf8(meta.name()), trackers);
+    const std::string link = make_magnet(hashes_of(meta), to_utf8(meta.name()), trackers);
     return trackers.empty() ? with_trackers(link, trackers) : link;
 }
 
@@ -148,7 +148,6 @@ JobPlans read_torrent_plan(std::span<const std::byte> bytes, const DocumentOptio
     CBEncode parser;
     if (!parser.load_memory(bytes)) return refuse(DraftFault::Kind::no_memory);
     const auto document = parser.parse_document();
-    if (document && is_second_version(*document)) return refuse(DraftFault::Kind::second_version);
     CBEMetaInfo meta;
     const MetaInfoRules rules_of_reading{options.default_tracker};
     if (!document || !parse_meta_info(parser, *document, rules_of_reading, meta))
@@ -181,9 +180,6 @@ JobPlans read_torrent_plan(std::span<const std::byte> bytes, const DocumentOptio
 JobPlans plan_magnet(const std::u16string& address) {
     const std::string link = to_utf8(address);
     const auto magnet = parse_magnet(link, {});
-    // The hash of version 2 alone (BEP 52); a hybrid's link has both.
-    const bool is_second_version = !magnet && link.find("xt=urn:btmh:") != std::string::npos;
-    if (is_second_version) return refuse(DraftFault::Kind::second_version, address);
     if (!magnet) return refuse(DraftFault::Kind::no_info_hash, address);
     JobPlan plan;
     plan.address = address;
@@ -197,7 +193,7 @@ JobPlans plan_magnet(const std::u16string& address) {
 std::u16string shown_torrent(std::u16string_view address) {
     const auto magnet = parse_magnet(to_utf8(address), {});
     if (!magnet) return std::u16string(address);
-    return to_utf16(make_magnet(magnet->info_hash, percent_decode(magnet->name), {}));
+    return to_utf16(make_magnet(*magnet, percent_decode(magnet->name), {}));
 }
 
 std::optional<std::vector<std::size_t>> choose_files(const std::vector<CMetalinkNode>& files,

@@ -104,7 +104,7 @@ Done Engine::remove_files(const CJobNode& job, Files files, std::vector<BinItem>
     if (torrent && path_kind(job.path) == PathKind::folder) {
         // Anything else that somebody has put into the folder comes back with it from the bin.
         if (files == Files::bin) return remove_paths({job.path, state}, files, taken);
-        const auto content = read_torrent_content(torrents_.find_info(*torrent));
+        const auto content = read_torrent_content(torrents_.find_info(*torrent), *torrent);
         // Without the document nobody knows which files in there are the job's.
         if (!content) return {Fault::file, {FileFault::not_found, 0}, job.path};
         const Result removed = remove_torrent_files(*content, job.path, job.finished);
@@ -285,7 +285,7 @@ Done Engine::check(const Guid& job) {
         return {Fault::anothers_file, {}, record->path};
     auto again = record->twin();
     if (const auto torrent = torrent_of(*record)) {
-        const auto content = read_torrent_content(torrents_.find_info(*torrent));
+        const auto content = read_torrent_content(torrents_.find_info(*torrent), *torrent);
         const Result doubted = content ? doubt_torrent_files(*content, record->path) : content.failure();
         if (!doubted.ok()) return {Fault::file, {FileFault::other, doubted.system_error}, record->path};
         again->finished = 0;

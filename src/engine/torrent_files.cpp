@@ -474,8 +474,8 @@ Result doubt_torrent_files(const TorrentContent& content, const std::u16string& 
     return error.ok() ? Result() : Result(Code::local_file, error.text(), error.system_error);
 }
 
-Outcome<TorrentCheck> check_torrent_files(const TorrentContent& content, const std::u16string& target,
-                                          const StopSource& stop) {
+Outcome<TorrentCheck> check_torrent_files(const TorrentContent& content, const PieceHashSource& hashes,
+                                          const std::u16string& target, const StopSource& stop) {
     std::u16string found = target;
     if (name_of(target).empty()) {
         const std::u16string folder(folder_of(target));
@@ -489,7 +489,6 @@ Outcome<TorrentCheck> check_torrent_files(const TorrentContent& content, const s
     rules.looks_only = true;
     auto storage = open_storage(content, found, silent, rules);
     if (!storage) return storage.failure();
-    const TorrentHashes hashes(content.pieces);
     CheckProgress progress;
     std::vector<bool> good(static_cast<std::size_t>(content.piece_count()), false);
     const Result result = check_all_pieces(**storage, hashes, 0, stop, progress, good);

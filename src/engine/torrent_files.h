@@ -128,7 +128,7 @@ struct TorrentCheck {
 /// that ends with a separator is a folder in which an earlier run, or somebody else, has put them. Nothing is
 /// changed, and a session may use them meanwhile. `local_file` where there is nothing; the stop's reason
 /// where it comes.
-Outcome<TorrentCheck> check_torrent_files(const TorrentContent& content, const std::u16string& target,
-                                          const StopSource& stop);
+Outcome<TorrentCheck> check_torrent_files(const TorrentContent& content, const PieceHashSource& hashes,
+                                          const std::u16string& target, const StopSource& stop);
 
 }  // namespace vantlow

@@ -23,7 +23,9 @@ constexpr std::size_t most_trackers = 100;
 
 Outcome<TorrentContent> Engine::torrent_content(const CJobNode& job) const {
     const std::string info = torrent_info(job);
-    return info.empty() ? Outcome<TorrentContent>(Code::unsupported) : read_torrent_content(info);
+    const auto magnet = parse_magnet(to_utf8(job.address), {});
+    if (info.empty() || !magnet) return Code::unsupported;
+    return read_torrent_content(info, magnet->info_hash);
 }
 
 // Tells a session of the job, and lets one that has ended go on where files are chosen that it lacks.

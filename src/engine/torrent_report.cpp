@@ -162,8 +162,8 @@ TorrentReport report_at_rest(const CJobNode& job, std::string_view info, unsigne
     if (!magnet) return report;
     report.info_hash = magnet->info_hash;
     if ((parts & torrent_part::trackers) != 0) report.trackers = trackers_at_rest(*magnet);
-    const auto content =
-        info.empty() ? Outcome<TorrentContent>(Code::unsupported) : read_torrent_content(info);
+    const auto content = info.empty() ? Outcome<TorrentContent>(Code::unsupported)
+                                      : read_torrent_content(info, magnet->info_hash);
     if (!content) return report;
     const auto files = FileList::make(content->files);
     if (!files) return report;

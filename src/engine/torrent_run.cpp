@@ -146,20 +146,35 @@ void TorrentRun::find_peers(std::span<const SocketAddress> nodes) {
 }
 
 Result TorrentRun::describe() {
-    std::string info = shelf_.find_info(magnet_.info_hash);
-    if (info.empty()) {
-        if (Result result = fetch_description(); !result.ok()) return result;
-        info = std::exchange(content_.info, {});
+    const InfoHash& hash = magnet_.info_hash;
+    std::string info = shelf_.find_info(hash);
+    const bool is_known = !info.empty();
+    PieceLayers fetched;
+    if (!is_known) {
+        log_.line(Direction::note, "The torrent's description is asked for among the peers.");
+        PieceLayers layers;
+        if (Result result = fetch_description(info, layers); !result.ok()) return result;
         const auto now = static_cast<std::int64_t>(std::time(nullptr));
-        const std::string document = torrent_from_metadata(own_trackers_, info, now);
-        const FileError kept = shelf_.keep(magnet_.info_hash, std::as_bytes(std::span(document)));
-        if (!kept.ok())
-            log_.line(Direction::error, "The torrent's description could not be kept: " + kept.text());
+        std::string document = torrent_from_metadata(own_trackers_, info, now);
+        if (!layers.empty()) document = with_layers(std::as_bytes(std::span(document)), layers);
+        note_kept(shelf_.keep(hash, std::as_bytes(std::span(document))));
+        fetched = std::move(layers);
     }
-    auto content = read_torrent_content(info);
+    auto content = read_torrent_content(info, hash);
     if (!content) return content.failure();
     content_ = *std::move(content);
-    hashes_.emplace(content_.pieces);
+    PieceLayers layers = is_known ? shelf_.find_layers(hash, content_) : std::move(fetched);
+    if (is_known && missing_layers(content_, layers) > 0) {
+        log_.line(
+            Direction::note,
+            "The torrent's document lacks hashes of pieces, or has wrong ones: they are asked for among "
+            "the peers.");
+        if (Result result = fetch_description(info, layers); !result.ok()) return result;
+        note_kept(shelf_.keep_layers(hash, layers));
+    }
+    if (missing_layers(content_, layers) > 0)
+        return {Code::unsupported, "The sizes and the hashes of the torrent's files contradict each other."};
+    hashes_.emplace(content_, std::move(layers));
     if (content_.is_private) {
         sources_.end();
         reach_.hold_node_port(0);
@@ -167,21 +182,34 @@ Result TorrentRun::describe() {
     return {};
 }
 
-Result TorrentRun::fetch_description() {
-    log_.line(Direction::note, "The torrent's description is asked for among the peers.");
+void TorrentRun::note_kept(const FileError& kept) {
+    if (!kept.ok())
+        log_.line(Direction::error, "The torrent's description could not be kept: " + kept.text());
+}
+
+// What is there already is not asked for.
+Result TorrentRun::fetch_description(std::string& info, PieceLayers& layers) {
     bool is_there = false;
-    const auto take = [&](std::string info) {
-        content_.info = std::move(info);
+    MetadataFetch::Options wanted;
+    wanted.port = reach_.port();
+    wanted.exchanges = !content_.is_private && services_.settings.flag(setting::peer_exchange);
+    wanted.info = info;
+    wanted.layers = layers;
+    wanted.is_second = content_.is_second_version || (magnet_.second_hash && !magnet_.has_both);
+    const auto take = [&](std::string taken, PieceLayers digests) {
+        info = std::move(taken);
+        layers = std::move(digests);
         is_there = true;
     };
-    MetadataFetch fetch(reach_.network(), identity_.peer_id, limits_, crypto_, take,
-                        {reach_.port(), services_.settings.flag(setting::peer_exchange)});
+    MetadataFetch fetch(reach_.network(), identity_.peer_id, limits_, crypto_, take, wanted);
     description_ = &fetch;
     follow_filter();
     hand_on_filter();
-    fetch.add_peers(magnet_.peers);
-    // Whether the torrent is private nobody knows yet.
-    find_peers({});
+    if (!content_.is_private) {
+        fetch.add_peers(magnet_.peers);
+        // Whether the torrent is private nobody knows yet, where there is no description.
+        find_peers({});
+    }
     fetch.start();
     start_round();
     open_for_questions();
@@ -232,8 +260,13 @@ Result TorrentRun::fetch_pieces() {
     DiskPool pool([this](DiskPool::Callback call) { return loop_->post(std::move(call)); });
     StorageDisk disk(files_->storage(), pool, *hashes_);
     auto web_seeds = make_web_seeds();  // they outlive their connections
+    HashAnswers answers(content_, hashes_->layers());
     SwarmTorrent torrent{content_.info_hash, identity_.peer_id, content_.total,
                          static_cast<std::uint32_t>(content_.piece_length), content_.info};
+    if (content_.is_second_version) {
+        torrent.shorter = content_.shorter_pieces();
+        torrent.hashes = &answers;
+    }
     SwarmOptions options;
     options.port = reach_.port();
     const std::int64_t own_peers = job_.rules ? job_.rules->most_peers : 0;
@@ -309,8 +342,7 @@ Result TorrentRun::give_names(const std::vector<bool>& good) {
     // it yet, and from here on no state tells it.
     if (options_.before_name) options_.before_name(files_->target(), size_);
     std::optional<FileOrigin> origin;
-    if (services_.settings.flag(setting::mark_zone))
-        origin = FileOrigin{make_magnet(magnet_.info_hash, {}, {}), {}};
+    if (services_.settings.flag(setting::mark_zone)) origin = FileOrigin{make_magnet(magnet_, {}, {}), {}};
     return files_->finish(good, origin, stop_);
 }
 

@@ -75,7 +75,8 @@ class TorrentRun final : private SwarmListener {
     Result read_address();
     void find_peers(std::span<const SocketAddress> nodes);
     Result describe();
-    Result fetch_description();
+    Result fetch_description(std::string& info, PieceLayers& layers);
+    void note_kept(const FileError& kept);
     Result open_files();
     Result fetch_pieces();
     Result conclude(const Result& fetched);

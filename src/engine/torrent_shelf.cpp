@@ -44,7 +44,8 @@ std::vector<SocketAddress> TorrentShelf::find_nodes(const InfoHash& hash) const 
     const auto document = parser.parse_document();
     CBEMetaInfo meta;
     std::vector<SocketAddress> nodes;
-    if (!document || !parse_meta_info(parser, *document, {}, meta) || meta.info_hash != hash) return nodes;
+    if (!document || !parse_meta_info(parser, *document, {}, meta) || !is_known_by(meta.info, hash))
+        return nodes;
     for (const DhtNode& node : meta.nodes) {
         std::string bytes(node.address.begin(), node.address.begin() + (node.is_ipv6 ? 16 : 4));
         put_number(bytes, node.port);
@@ -53,11 +54,21 @@ std::vector<SocketAddress> TorrentShelf::find_nodes(const InfoHash& hash) const 
     return nodes;
 }
 
+PieceLayers TorrentShelf::find_layers(const InfoHash& hash, const TorrentContent& content) const {
+    return content.trees.empty() ? PieceLayers() : layers_of_document(find(hash), content);
+}
+
+FileError TorrentShelf::keep_layers(const InfoHash& hash, const PieceLayers& layers) {
+    const std::string document = with_layers(find(hash), layers);
+    return document.empty() ? FileError{FileFault::not_found, 0}
+                            : keep(hash, std::as_bytes(std::span(document)));
+}
+
 std::string TorrentShelf::find_info(const InfoHash& hash) const {
     std::string info = find_recent(hash);
     if (!info.empty()) return info;
     info = info_of_document(find(hash));
-    if (info.empty() || hash_of(info) != hash) return {};
+    if (info.empty() || !is_known_by(info, hash)) return {};
     if (!folder_.empty()) remember(hash, info);
     return info;
 }

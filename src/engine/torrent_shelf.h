@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "base/mutex.h"
-#include "bt/torrent_content.h"
+#include "bt/piece_layers.h"
 #include "platform/file.h"
 #include "platform/socket.h"
 
@@ -27,6 +27,10 @@ class TorrentShelf {
     FileError keep(const InfoHash& hash, std::span<const std::byte> document);
     /// The "info" value of the kept document, whose digest is the hash; empty where there is none.
     [[nodiscard]] std::string find_info(const InfoHash& hash) const;
+    /// The digests of pieces that the kept document has for a torrent of the second version.
+    [[nodiscard]] PieceLayers find_layers(const InfoHash& hash, const TorrentContent& content) const;
+    /// Puts digests into the kept document, in place of its own.
+    FileError keep_layers(const InfoHash& hash, const PieceLayers& layers);
     /// The nodes of the distributed hash table that the kept document names.
     [[nodiscard]] std::vector<SocketAddress> find_nodes(const InfoHash& hash) const;
     /// The servers that the kept document names as having the files.

@@ -86,6 +86,7 @@ class Check {
         for (std::int64_t left = storage.piece_length(); left > 0; left -= step)
             digest.update(std::span(zeros).first(static_cast<std::size_t>(std::min(left, step))));
         zero_hash_ = digest.finish();
+        zero_root_ = root_of_zeros(storage.piece_length());
     }
 
     Result run(int threads) {
@@ -127,12 +128,14 @@ class Check {
 
     Result check(std::int64_t piece, std::vector<std::byte>& buffer, char& good) {
         const std::int64_t begin = piece * storage_.piece_length();
-        const std::int64_t end = std::min(begin + storage_.piece_length(), storage_.files().size());
+        const std::int64_t length = storage_.piece_length() - hashes_.padding_of(piece);
+        const std::int64_t end = std::min(begin + length, storage_.files().size());
         if (layout_.is_missing(piece, storage_.files().spans(begin, end - begin))) return {};
         PieceHash wanted = hashes_.hash_of(piece);
         const bool is_whole = end - begin == storage_.piece_length();
-        if (is_whole && !wanted.sha1.empty() && wanted.sha1 != zero_hash_ && layout_.is_hole(begin, end))
-            return {};
+        const bool is_zeros = wanted.merkle ? wanted.merkle == zero_root_ : wanted.sha1 == zero_hash_;
+        const bool is_known = wanted.merkle || !wanted.sha1.empty();
+        if (!is_known || (is_whole && !is_zeros && layout_.is_hole(begin, end))) return {};
         PieceDigest digest(std::move(wanted));
         for (std::int64_t at = begin; at < end; at += step) {
             if (stop_.requested()) return stop_.reason();
@@ -154,6 +157,7 @@ class Check {
     CheckProgress& progress_;
     const Layout layout_;
     std::vector<std::byte> zero_hash_;
+    MerkleRoot zero_root_;
     std::vector<char> found_;  ///< one for each of pieces_; each is written by one thread
     std::atomic<std::size_t> next_{0};
     std::atomic<bool> failed_{false};

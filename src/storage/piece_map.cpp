@@ -15,6 +15,20 @@ MerkleRoot to_root(const std::vector<std::byte>& digest) {
 
 }  // namespace
 
+MerkleRoot root_of_zeros(std::int64_t bytes) {
+    const std::vector<std::byte> block(static_cast<std::size_t>(leaf_size));
+    Digest leaf(DigestKind::sha256);
+    leaf.update(block);
+    MerkleRoot root = to_root(leaf.finish());
+    for (std::int64_t covered = leaf_size; covered < bytes; covered *= 2) {
+        Digest both(DigestKind::sha256);
+        both.update(root);
+        both.update(root);
+        root = to_root(both.finish());
+    }
+    return root;
+}
+
 PieceDigest::PieceDigest(PieceHash wanted) : wanted_(std::move(wanted)) {
     if (!wanted_.sha1.empty()) sha1_.emplace(DigestKind::sha1);
 }

@@ -15,6 +15,9 @@ namespace vantlow {
 /// The root of a tree of SHA-256 digests over blocks of 16 KiB (BEP 52).
 using MerkleRoot = std::array<std::byte, 32>;
 
+/// The root over so many bytes that are zero: a whole number of blocks, of which there is a power of two.
+MerkleRoot root_of_zeros(std::int64_t bytes);
+
 /// The known digests of one piece. A piece is good when every digest that is known matches.
 struct PieceHash {
     std::vector<std::byte> sha1;  ///< of all of its bytes (BEP 3); empty: not known
@@ -35,6 +38,11 @@ class PieceHashSource {
     PieceHashSource& operator=(const PieceHashSource&) = delete;
     virtual ~PieceHashSource() = default;
     [[nodiscard]] virtual PieceHash hash_of(std::int64_t piece) const = 0;
+    /// Bytes that fill the piece up at its end: they are in no digest, and are neither fetched nor written.
+    [[nodiscard]] virtual std::int64_t padding_of(std::int64_t piece) const {
+        static_cast<void>(piece);
+        return 0;
+    }
 };
 
 /// The digests of a piece, made as its bytes come, in their order. One thread at a time.

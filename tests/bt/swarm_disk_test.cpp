@@ -3,6 +3,7 @@
 
 #include <random>
 
+#include "bt/piece_layers.h"
 #include "bt/swarm/storage_disk.h"
 #include "bt/swarm/swarm.h"
 #include "net/loop.h"
@@ -29,13 +30,21 @@ std::string hashes_of(std::string_view content) {
     return hashes;
 }
 
+TorrentContent content_of(const std::string& hashes) {
+    TorrentContent content;
+    content.total = total;
+    content.piece_length = piece_length;
+    content.pieces = hashes;
+    return content;
+}
+
 /// One program with the torrent in a folder of its own.
 class Program : public SwarmListener {
   public:
     Program(net::Loop& loop, const std::string& hashes, char name)
         : pool_([&loop](DiskPool::Callback call) { return loop.post(std::move(call)); },
                 {.threads = 2, .high_water = 8 * block_size, .low_water = 4 * block_size}),
-          hashes_(hashes),
+          hashes_(content_of(hashes)),
           storage(*FileList::make(std::vector<NamedFile>{
                       {u"a", 100'001}, {u"b/none", 0}, {u"b/c", 777}, {u"d", total - 100'778}}),
                   {}, piece_length, log),

@@ -452,8 +452,8 @@ TEST(SwarmTest, WhoIsLeftInTheEncryptedHandshakeIsNotCalledInTheClear) {
         net::SharedTokens down(client.host.now());
         net::SharedTokens up(client.host.now());
         MetadataFetch fetch(client.host, "-VL0000-the-magnet--", LinkLimits{down, up},
-                            LinkCrypto{&secur_library(), 0, content.torrent.info_hash}, [](std::string) {},
-                            {});
+                            LinkCrypto{&secur_library(), 0, content.torrent.info_hash},
+                            [](const std::string&, const PieceLayers&) {}, {});
         fetch.start();
         fetch.add_peers(std::vector{silent.address()});
         internet.run_for(5s);
@@ -650,7 +650,7 @@ TEST(MetadataFetchTest, TheValueComesFromWhoeverTellsTheTruth) {
         fetch.emplace(
             host, "-VL0000-the-magnet--", LinkLimits{down, up},
             LinkCrypto{&secur_library(), 0, honest.torrent.info_hash},
-            [&](std::string info) {
+            [&](std::string info, const PieceLayers&) {
                 came.push_back(std::move(info));
                 fetch.reset();
             },

@@ -103,11 +103,11 @@ TEST(TorrentSessionTest, WhatCannotBeFetchedEndsWithASentenceAndAsksNobody) {
     }
     EXPECT_TRUE(server.requests().empty());
 
-    const std::string no_first =
+    const std::string no_digest =
         "d9:file treed1:ad0:d6:lengthi5eeee12:meta versioni2e4:name1:a12:piece lengthi16384ee";
     const std::string no_pieces =
         "d6:lengthi50000e4:name1:a12:piece lengthi16384e6:pieces20:01234567890123456789e";
-    for (const auto& [info, says] : {std::pair(no_first, "version 2"), std::pair(no_pieces, "do not fit")}) {
+    for (const auto& [info, says] : {std::pair(no_digest, "cannot be read"), std::pair(no_pieces, "do not fit")}) {
         Surroundings here;
         const InfoHash hash = hash_of(info);
         const std::string document = "d4:info" + info + "e";

@@ -31,8 +31,6 @@ std::string text_of(const DraftFault& fault) {
             return subject + "the torrent could not be kept: " + fault.file.text();
         case Fault::no_torrent:
             return subject + "it is not a torrent.";
-        case Fault::second_version:
-            return subject + "it is a torrent of version 2 alone (BEP 52), which cannot be fetched yet.";
         case Fault::no_info_hash:
             return subject + "it has no info hash.";
         case Fault::wrong_sizes:

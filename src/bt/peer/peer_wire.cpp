@@ -13,6 +13,8 @@ constexpr std::size_t peer_id_at = 48;
 // A part of metadata has 16 KiB, and other programs' lists of peers a few. Trees of dictionaries take many
 // times their bytes.
 constexpr std::uint32_t longest_extended = 64 * 1024;
+// The digests that are asked for at once, and those that lead to the root of any tree.
+constexpr std::uint32_t longest_hashes = 49 + (HashRange::most + 64) * 32;
 
 /// A bit among the eight reserved bytes.
 struct Flag {
@@ -30,9 +32,10 @@ struct Flag {
 constexpr Flag extension_flag{5, 0x10};
 constexpr Flag dht_flag{7, 0x01};
 constexpr Flag fast_flag{7, 0x04};
+constexpr Flag second_flag{7, 0x10};
 
 /// How the body behind a message's number is laid out.
-enum class Layout { nothing, piece, range, block, port, data, extended, unknown };
+enum class Layout { nothing, piece, range, block, port, data, extended, hashes, unknown };
 
 Layout layout_of(MessageKind kind) {
     switch (kind) {
@@ -59,6 +62,10 @@ Layout layout_of(MessageKind kind) {
             return Layout::data;
         case MessageKind::extended:
             return Layout::extended;
+        case MessageKind::hash_request:
+        case MessageKind::hashes:
+        case MessageKind::hash_reject:
+            return Layout::hashes;
         case MessageKind::keep_alive:
         case MessageKind::unknown:
             break;
@@ -86,11 +93,29 @@ Size size_of(Layout layout) {
             return {2, true};
         case Layout::extended:
             return {1, false};
+        case Layout::hashes:
+            return {48, false};
         case Layout::data:
         case Layout::unknown:
             break;
     }
     return {0, false};
+}
+
+void put_range(std::string& out, const HashRange& range) {
+    out.append(reinterpret_cast<const char*>(range.root.data()), range.root.size());
+    for (const std::uint32_t number : {range.level, range.index, range.length, range.proof})
+        put_number(out, number);
+}
+
+HashRange get_range(std::string_view body) {
+    HashRange range;
+    for (std::size_t i = 0; i < range.root.size(); ++i) range.root[i] = static_cast<std::byte>(body[i]);
+    range.level = get_number<std::uint32_t>(body, 32);
+    range.index = get_number<std::uint32_t>(body, 36);
+    range.length = get_number<std::uint32_t>(body, 40);
+    range.proof = get_number<std::uint32_t>(body, 44);
+    return range;
 }
 
 }  // namespace
@@ -101,6 +126,7 @@ std::string PeerHandshake::bytes() const {
     if (extensions) extension_flag.put(out);
     if (fast) fast_flag.put(out);
     if (dht) dht_flag.put(out);
+    if (second) second_flag.put(out);
     out.append(reinterpret_cast<const char*>(torrent.data()), torrent.size());
     return out.append(peer_id);
 }
@@ -111,6 +137,7 @@ std::optional<PeerHandshake> PeerHandshake::parse(std::string_view bytes) {
     handshake.extensions = extension_flag.is_in(bytes);
     handshake.fast = fast_flag.is_in(bytes);
     handshake.dht = dht_flag.is_in(bytes);
+    handshake.second = second_flag.is_in(bytes);
     for (std::size_t i = 0; i < handshake.torrent.size(); ++i)
         handshake.torrent[i] = static_cast<std::byte>(bytes[torrent_at + i]);
     handshake.peer_id = bytes.substr(peer_id_at);
@@ -135,6 +162,7 @@ std::string PeerMessage::head(std::size_t data_size) const {
     if (layout == Layout::range) put_number(out, length);
     if (layout == Layout::port) put_number(out, port);
     if (layout == Layout::extended) put_number(out, extended);
+    if (layout == Layout::hashes) put_range(out, range);
     return out;
 }
 
@@ -156,7 +184,8 @@ PeerReader::Read PeerReader::next(PeerMessage& message) {
     // A message that is too long for its kind is refused before memory is taken for it.
     const auto kind = rest.size() > 4 ? static_cast<MessageKind>(rest[4]) : MessageKind::unknown;
     const bool is_too_long = (kind == MessageKind::piece && size > longest_block + 9) ||
-                             (kind == MessageKind::extended && size > longest_extended);
+                             (kind == MessageKind::extended && size > longest_extended) ||
+                             (layout_of(kind) == Layout::hashes && size > longest_hashes);
     if (is_too_long) {
         is_bad_ = true;
         return Read::bad;
@@ -196,6 +225,10 @@ bool PeerReader::parse(std::string_view body, PeerMessage& message) {
             break;
         case Layout::extended:
             message.extended = get_number<std::uint8_t>(body, 0);
+            break;
+        case Layout::hashes:
+            if (kind != MessageKind::hashes && body.size() != size.least) return false;
+            message.range = get_range(body);
             break;
         case Layout::nothing:
         case Layout::data:

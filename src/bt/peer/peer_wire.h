@@ -1,4 +1,4 @@
-// The messages between peers (BEP 3, BEP 6, BEP 10): bytes to messages and back.
+// The messages between peers (BEP 3, BEP 6, BEP 10, BEP 52): bytes to messages and back.
 #pragma once
 
 #include <cstdint>
@@ -6,6 +6,7 @@
 #include <string>
 #include <string_view>
 
+#include "bt/hash_tree.h"
 #include "bt/metainfo.h"
 
 namespace vantlow {
@@ -25,6 +26,7 @@ struct PeerHandshake {
     bool extensions = false;  ///< speaks the extension protocol (BEP 10)
     bool fast = false;        ///< speaks the fast extension (BEP 6)
     bool dht = false;         ///< has a node of the distributed hash table (BEP 5)
+    bool second = false;      ///< speaks of the second version of torrents (BEP 52)
 
     [[nodiscard]] std::string bytes() const;
     /// None where these 68 bytes are not the protocol's.
@@ -51,6 +53,9 @@ struct PeerMessage {
         reject = 16,
         allowed_fast = 17,
         extended = 20,
+        hash_request = 21,
+        hashes = 22,
+        hash_reject = 23,
         keep_alive = 254,
         unknown = 255,
     };
@@ -60,7 +65,8 @@ struct PeerMessage {
     std::uint32_t length = 0;   ///< request, cancel, reject; of `piece` the size of its data
     std::uint16_t port = 0;     ///< port
     std::uint8_t extended = 0;  ///< extended: the number under which it was sent
-    /// bitfield, piece, extended: points into the bytes that were read.
+    HashRange range{};          ///< hash_request, hashes, hash_reject
+    /// bitfield, piece, extended, hashes: points into the bytes that were read.
     std::string_view data{};
 
     [[nodiscard]] std::string bytes() const;

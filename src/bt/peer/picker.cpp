@@ -12,8 +12,9 @@ constexpr std::uint32_t taken_at_random = 4;
 
 }  // namespace
 
-Picker::Picker(std::int64_t total, std::uint32_t piece_length, std::uint32_t seed)
-    : total_(total), piece_length_(piece_length), random_(seed), order_(seed) {
+Picker::Picker(std::int64_t total, std::uint32_t piece_length, std::uint32_t seed,
+               std::vector<ShorterPiece> shorter)
+    : total_(total), piece_length_(piece_length), shorter_(std::move(shorter)), random_(seed), order_(seed) {
     const auto pieces = static_cast<std::uint32_t>((total + piece_length - 1) / piece_length);
     have_ = wanted_ = PieceSet(pieces);
     wanted_.add_all();
@@ -22,6 +23,8 @@ Picker::Picker(std::int64_t total, std::uint32_t piece_length, std::uint32_t see
 }
 
 std::uint32_t Picker::length_of(std::uint32_t piece) const noexcept {
+    const auto at = std::ranges::lower_bound(shorter_, piece, {}, &ShorterPiece::piece);
+    if (at != shorter_.end() && at->piece == piece) return at->length;
     const std::int64_t begin = std::int64_t{piece} * piece_length_;
     return static_cast<std::uint32_t>(std::min<std::int64_t>(piece_length_, total_ - begin));
 }

@@ -9,6 +9,7 @@
 #include <span>
 #include <vector>
 
+#include "bt/hash_tree.h"
 #include "bt/peer/piece_order.h"
 #include "bt/peer/piece_set.h"
 
@@ -37,8 +38,10 @@ class Picker {
     using Peer = std::uint32_t;
 
     /// `piece_length` above 0; `total`: bytes of all pieces, of which the last may be shorter; at most 2^32 -
-    /// 1 pieces. `seed` decides about chance. All pieces are missing and of normal priority.
-    Picker(std::int64_t total, std::uint32_t piece_length, std::uint32_t seed);
+    /// 1 pieces. `seed` decides about chance. `shorter`: ascending. All pieces are missing and of normal
+    /// priority.
+    Picker(std::int64_t total, std::uint32_t piece_length, std::uint32_t seed,
+           std::vector<ShorterPiece> shorter = {});
 
     [[nodiscard]] std::uint32_t pieces() const noexcept { return static_cast<std::uint32_t>(facts_.size()); }
     [[nodiscard]] std::uint32_t length_of(std::uint32_t piece) const noexcept;
@@ -139,6 +142,7 @@ class Picker {
 
     std::int64_t total_;
     std::uint32_t piece_length_;
+    const std::vector<ShorterPiece> shorter_;
     std::minstd_rand random_;
     PieceSet have_;
     std::vector<Facts> facts_;

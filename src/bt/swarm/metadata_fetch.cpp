@@ -18,7 +18,8 @@ constexpr Clock::duration part_time = 20s;      ///< between two parts
 constexpr Clock::duration turn = 30s;           ///< of a slow peer, while others wait
 constexpr std::int64_t slow = 2048;             ///< bytes a second
 constexpr std::int64_t part_size = 16 * 1024;
-constexpr std::int64_t most_owed = 8;  ///< parts that a peer is asked for ahead
+constexpr std::int64_t most_owed = 8;   ///< parts that a peer is asked for ahead
+constexpr std::size_t most_ranges = 8;  ///< of digests, likewise
 
 std::int64_t length_of(std::int64_t size, std::int64_t part) {
     return std::min(part_size, size - part * part_size);
@@ -39,6 +40,7 @@ MetadataFetch::MetadataFetch(net::Network& network, std::string peer_id, const L
 void MetadataFetch::start() {
     runs_ = true;
     ticks_.start(network_.now(), [this] { tick(); });
+    if (!options_.info.empty()) take_info(options_.info);
 }
 
 void MetadataFetch::stop() noexcept {
@@ -105,6 +107,7 @@ PeerHandshake MetadataFetch::own_handshake() const {
     own.torrent = crypto_.torrent;
     own.peer_id = peer_id_;
     own.extensions = true;
+    own.second = options_.is_second;
     return own;
 }
 
@@ -115,13 +118,21 @@ bool MetadataFetch::greeted(PeerLink& link, const PeerHandshake& handshake) {
     link.is_live = true;
     if (link.is_incoming()) link.send(own_handshake().bytes());
     link.send(build_extension_handshake(0, options_.port, u"Vantlow", options_.exchanges));
+    if (const auto at = links_.find(link.number()); book_ && at != links_.end()) {
+        at->second.came = network_.now();
+        ask_for_hashes(at->second);
+    }
     return true;
 }
 
 // A peer that has no pieces to give may have the value: all of its other messages are read and mean nothing.
 bool MetadataFetch::heard(PeerLink& link, const PeerMessage& message) {
     const auto at = links_.find(link.number());
-    if (message.kind != PeerMessage::Kind::extended || at == links_.end()) return true;
+    if (at == links_.end()) return true;
+    const bool is_answer =
+        message.kind == PeerMessage::Kind::hashes || message.kind == PeerMessage::Kind::hash_reject;
+    if (book_ && is_answer) return take_hashes(at->second, message);
+    if (message.kind != PeerMessage::Kind::extended) return true;
     if (message.extended == 0) return take_handshake(at->second, message.data);
     if (message.extended == own_exchange_number && options_.exchanges) take_exchange(link, message.data);
     if (message.extended != own_metadata_number) return true;
@@ -135,6 +146,7 @@ bool MetadataFetch::take_handshake(Asked& asked, std::string_view payload) {
     if (!handshake) return false;
     const std::int64_t number = handshake->metadata_number.value_or(0);
     const std::int64_t size = handshake->metadata_size.value_or(0);
+    if (book_) return true;
     // It may fetch the value itself and is asked again later.
     if (number <= 0 || number > 255 || size <= 0 || size > largest) return false;
     asked.link->metadata_number = static_cast<std::uint8_t>(number);
@@ -156,6 +168,10 @@ void MetadataFetch::take_exchange(PeerLink& link, std::string_view payload) {
 }
 
 void MetadataFetch::ask_some() {
+    if (book_) {
+        for (auto& [number, asked] : links_) ask_for_hashes(asked);
+        return;
+    }
     const auto is_asked = [](const auto& entry) { return entry.second.is_asked; };
     auto count = static_cast<std::size_t>(std::count_if(links_.begin(), links_.end(), is_asked));
     for (auto& [number, asked] : links_) {
@@ -204,6 +220,7 @@ void MetadataFetch::refuse(PeerLink& link, std::int64_t part) {
 }
 
 bool MetadataFetch::take_part(Asked& asked, std::int64_t part, std::string data) {
+    if (book_) return true;  // too late
     const bool was_asked = part >= 0 && part < asked.next && !asked.parts.contains(part);
     if (!was_asked || static_cast<std::int64_t>(data.size()) != length_of(asked.size, part)) return false;
     if (!make_room(asked)) return true;
@@ -234,17 +251,69 @@ bool MetadataFetch::make_room(const Asked& asked) {
     return true;
 }
 
-// Told from a timer, because the link is in the middle of a call.
 bool MetadataFetch::complete(Asked& asked) {
     std::string info;
     info.reserve(static_cast<std::size_t>(asked.size));
     for (const auto& [part, bytes] : asked.parts) info += bytes;
-    if (hash_of(info) != crypto_.torrent) return false;
+    if (!is_known_by(info, crypto_.torrent)) return false;
+    take_info(std::move(info));
+    return true;
+}
+
+// The digests are asked for where the value tells of any: what is wrong with it otherwise its owner finds
+// out.
+void MetadataFetch::take_info(std::string info) {
+    info_ = std::move(info);
+    const auto content = read_torrent_content(info_, crypto_.torrent);
+    if (content) book_.emplace(*content, options_.layers);
+    if (!book_ || book_->is_done()) return finish();
+    for (auto& [number, asked] : links_) {
+        held_ -= std::exchange(asked.held, 0);
+        asked.parts.clear();
+        asked.came = network_.now();
+        ask_for_hashes(asked);
+    }
+}
+
+// Told from a timer, because a link may be in the middle of a call.
+void MetadataFetch::finish() {
     stop();
-    ticks_.start(network_.now(), [this, info = std::move(info)]() mutable {
+    ticks_.start(network_.now(), [this] {
         const Done done = std::move(done_);
-        done(std::move(info));
+        done(std::move(info_), book_ ? book_->layers() : PieceLayers());
     });
+}
+
+void MetadataFetch::ask_for_hashes(Asked& asked) {
+    while (asked.link->is_live && asked.ranges.size() < most_ranges) {
+        const auto range = book_->next();
+        if (!range) return;
+        if (asked.ranges.empty()) asked.came = network_.now();
+        asked.ranges.push_back(*range);
+        asked.link->send({.kind = PeerMessage::Kind::hash_request, .range = *range});
+    }
+}
+
+// False: the link has ended.
+bool MetadataFetch::take_hashes(Asked& asked, const PeerMessage& message) {
+    const std::uint32_t number = asked.link->number();
+    const auto at = std::ranges::find(asked.ranges, message.range);
+    if (at == asked.ranges.end() || message.kind == PeerMessage::Kind::hash_reject) {
+        leave(number, false);
+        return false;
+    }
+    const HashRange range = *at;
+    asked.ranges.erase(at);
+    asked.came = network_.now();
+    if (!book_->take(range, message.data)) {
+        leave(number, true);
+        return false;
+    }
+    if (book_->is_done()) {
+        finish();
+        return true;
+    }
+    ask_for_hashes(asked);
     return true;
 }
 
@@ -268,6 +337,7 @@ void MetadataFetch::ended(PeerLink& link, const Result&) {
     const SocketAddress address = link.address();
     if (!form && !link.is_incoming()) candidates_.refused(link.address(), network_.now());
     held_ -= at->second.held;
+    for (const HashRange& range : at->second.ranges) book_->lost(range);
     gone_.push_back(std::move(at->second.link));
     links_.erase(at);
     if (form) call(address, *form);
@@ -275,6 +345,8 @@ void MetadataFetch::ended(PeerLink& link, const Result&) {
 
 bool MetadataFetch::is_slow(const Asked& asked, bool others_wait) const {
     const Clock::time_point now = network_.now();
+    // Of digests nothing but the peers' answers is waited for: who owes none makes room after the same time.
+    if (book_) return now - (asked.link->is_live ? asked.came : asked.link->came) > part_time;
     if (!asked.is_asked) return asked.size == 0 && now - asked.link->came > greeting_time;
     if (now - asked.came > part_time) return true;
     const double seconds = std::chrono::duration<double>(now - asked.began).count();

@@ -1,4 +1,5 @@
-// The "info" value of a magnet link, from the peers of its swarm.
+// The "info" value of a magnet link, and the digests that a torrent of the second version lacks, from the
+// peers of its swarm.
 #pragma once
 
 #include <functional>
@@ -7,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "bt/piece_layers.h"
 #include "bt/swarm/candidates.h"
 #include "bt/swarm/peer_link.h"
 
@@ -14,20 +16,26 @@ namespace vantlow {
 
 /// Asks peers for the value (BEP 9), a few at once and each for the whole of it, so that a wrong one shows
 /// who lied: that peer is never asked again. Who is slow, refuses or is silent makes room for others and is
-/// asked again later. No time-out of its own: without peers it waits. Holds at most 64 MiB of parts. All on
-/// the network's thread. Ends all connections when it is destroyed, which its callback may do.
+/// asked again later. Then, where the torrent is of the second version, for the digests of its pieces (BEP
+/// 52), a range from each peer, every one of which shows by itself whether it is right. No time-out of its
+/// own: without peers it waits. Holds at most 64 MiB of parts. All on the network's thread. Ends all
+/// connections when it is destroyed, which its callback may do.
 class MetadataFetch final : private LinkOwner {
   public:
     static constexpr std::int64_t largest = 64 * 1024 * 1024;  ///< bytes of all parts that are held
     static constexpr std::size_t most_peers = 16;
     static constexpr std::size_t most_asked = 3;
 
-    /// The value, whose SHA-1 digest is the info hash. Called once, not from inside an operation.
-    using Done = std::function<void(std::string info)>;
+    /// The value, which is known by the info hash, and all digests, but for those that contradict it. Called
+    /// once, not from inside an operation.
+    using Done = std::function<void(std::string info, PieceLayers layers)>;
 
     struct Options {
         std::uint16_t port = 0;  ///< that peers may connect to; 0: none
         bool exchanges = false;  ///< peers tell of other peers (BEP 11)
+        std::string info{};      ///< the value, where digests alone are missing
+        PieceLayers layers{};    ///< the digests that are there
+        bool is_second = false;  ///< the info hash is one of the second version
     };
     /// Network and limits outlive it. `peer_id`: of this side, 20 bytes. `crypto` names the torrent.
     MetadataFetch(net::Network& network, std::string peer_id, const LinkLimits& limits,
@@ -60,7 +68,8 @@ class MetadataFetch final : private LinkOwner {
         std::int64_t next = 0;  ///< the next part to ask for
         std::int64_t owed = 0;  ///< parts that were asked for and did not come
         std::map<std::int64_t, std::string> parts;
-        std::int64_t held = 0;  ///< bytes of them
+        std::int64_t held = 0;          ///< bytes of them
+        std::vector<HashRange> ranges;  ///< of digests that it was asked for
         Clock::time_point began{};
         Clock::time_point came{};  ///< when the last part did
     };
@@ -80,6 +89,10 @@ class MetadataFetch final : private LinkOwner {
     bool take_part(Asked& asked, std::int64_t part, std::string data);
     void refuse(PeerLink& link, std::int64_t part);
     bool complete(Asked& asked);
+    void take_info(std::string info);
+    void finish();
+    void ask_for_hashes(Asked& asked);
+    bool take_hashes(Asked& asked, const PeerMessage& message);
     void ask_some();
     void ask_on(Asked& asked);
     bool make_room(const Asked& asked);
@@ -95,6 +108,8 @@ class MetadataFetch final : private LinkOwner {
     const LinkLimits limits_;
     const Options options_;
     Done done_;
+    std::string info_;               ///< once it is there
+    std::optional<LayerBook> book_;  ///< of the digests, once the value is there
     Candidates candidates_;
     std::uint32_t last_number_ = 0;
     std::size_t liars_ = 0;

@@ -9,9 +9,11 @@ namespace vantlow {
 namespace {
 
 // Reads the piece a block at a time. Called on a thread of the pool.
-Result digest_blocks(Storage& storage, std::int64_t piece, std::vector<InfoHash>& digests) {
+Result digest_blocks(Storage& storage, const PieceHashSource& hashes, std::int64_t piece,
+                     std::vector<InfoHash>& digests) {
     const std::int64_t begin = piece * storage.piece_length();
-    const std::int64_t end = std::min(begin + storage.piece_length(), storage.files().size());
+    const std::int64_t end =
+        std::min(begin + storage.piece_length() - hashes.padding_of(piece), storage.files().size());
     std::string block;
     for (std::int64_t at = begin; at < end; at += block_size) {
         block.resize(static_cast<std::size_t>(std::min<std::int64_t>(block_size, end - at)));
@@ -24,17 +26,8 @@ Result digest_blocks(Storage& storage, std::int64_t piece, std::vector<InfoHash>
 
 }  // namespace
 
-PieceHash TorrentHashes::hash_of(std::int64_t piece) const {
-    PieceHash hash;
-    if (piece < 0 || piece >= count()) return hash;
-    const auto all = std::as_bytes(std::span(pieces_));
-    const auto own = all.subspan(static_cast<std::size_t>(piece) * sizeof(InfoHash), sizeof(InfoHash));
-    hash.sha1.assign(own.begin(), own.end());
-    return hash;
-}
-
 StorageDisk::StorageDisk(Storage& storage, DiskPool& pool, const PieceHashSource& hashes)
-    : storage_(storage), pool_(pool), self_(std::make_shared<StorageDisk*>(this)) {
+    : storage_(storage), pool_(pool), hashes_(hashes), self_(std::make_shared<StorageDisk*>(this)) {
     writer_.emplace(storage, pool, hashes, [this](std::int64_t piece, const Result& result) {
         reported(static_cast<std::uint32_t>(piece), result);
     });
@@ -131,7 +124,7 @@ void StorageDisk::answer(std::uint32_t piece, const Result& result, bool wants_b
         });
         return;
     }
-    writer_->run([this, piece, check] { return digest_blocks(storage_, piece, check->blocks); },
+    writer_->run([this, piece, check] { return digest_blocks(storage_, hashes_, piece, check->blocks); },
                  [check, done = std::move(done)](const Result& read) {
                      if (!read.ok()) check->result = read;
                      done(*check);

@@ -10,21 +10,6 @@
 
 namespace vantlow {
 
-/// The SHA-1 hashes of a torrent's pieces (BEP 3).
-class TorrentHashes final : public PieceHashSource {
-  public:
-    /// 20 bytes a piece, as CBEMetaInfo::pieces has them.
-    explicit TorrentHashes(std::string pieces) : pieces_(std::move(pieces)) {}
-    [[nodiscard]] std::int64_t count() const noexcept {
-        return static_cast<std::int64_t>(pieces_.size() / sizeof(InfoHash));
-    }
-    /// Of a piece that the document does not count nothing is known, and so it is never good.
-    [[nodiscard]] PieceHash hash_of(std::int64_t piece) const override;
-
-  private:
-    std::string pieces_;
-};
-
 /// Writes, checks and reads through the threads of a pool. All is called on the thread that the pool posts
 /// to, which is the swarm's. A swarm ends before its disk, and between the two that thread does nothing else.
 /// The destructor waits for the operations in hand. What the pool does not take yet is kept here; that is no
@@ -73,6 +58,7 @@ class StorageDisk final : public SwarmDisk {
 
     Storage& storage_;
     DiskPool& pool_;
+    const PieceHashSource& hashes_;
     std::map<std::uint32_t, Piece> pieces_;
     std::deque<Write> writes_;  ///< that the pool did not take yet, in their order
     std::deque<Read> reads_;

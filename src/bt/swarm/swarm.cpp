@@ -29,7 +29,7 @@ Swarm::Swarm(net::Network& network, SwarmDisk& disk, SwarmListener& listener, Sw
       limits_(limits),
       options_(std::move(options)),
       crypto_{options_.library, options_.crypto, torrent_.info_hash},
-      picker_(torrent_.total, torrent_.piece_length, options_.seed),
+      picker_(torrent_.total, torrent_.piece_length, options_.seed, torrent_.shorter),
       choker_(options_.seed),
       ticks_(network.timers()),
       introductions_(network.timers()) {}
@@ -197,6 +197,7 @@ PeerHandshake Swarm::own_handshake() const {
     own.extensions = true;
     own.fast = true;
     own.dht = options_.node_port != 0;
+    own.second = torrent_.hashes != nullptr;
     return own;
 }
 

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "bt/peer/choker.h"
+#include "bt/piece_layers.h"
 #include "bt/swarm/blame_book.h"
 #include "bt/swarm/candidates.h"
 #include "bt/swarm/peer_link.h"
@@ -25,6 +26,9 @@ struct SwarmTorrent {
     std::int64_t total = 0;          ///< bytes, above 0
     std::uint32_t piece_length = 0;  ///< bytes, above 0
     std::string info;                ///< the document's "info" value, for peers that lack it; may be empty
+    std::vector<ShorterPiece> shorter{};  ///< pieces, ascending
+    /// Digests for peers that lack them; outlives the swarm; null: a torrent of the first version.
+    HashAnswers* hashes = nullptr;
 };
 
 struct SwarmOptions {
@@ -154,6 +158,7 @@ class Swarm final : private LinkOwner {
     bool take_block(PeerLink& link, const PeerMessage& message);
     bool take_extended(PeerLink& link, const PeerMessage& message);
     bool give_metadata(PeerLink& link, std::int64_t part);
+    bool take_hash_request(PeerLink& link, const HashRange& range);
     void take_cancel(PeerLink& link, const PieceBlock& block);
     bool take_reject(PeerLink& link, const PieceBlock& block);
     void take_choke(PeerLink& link);

@@ -38,6 +38,7 @@ bool moves_on(MessageKind kind) {
         case MessageKind::cancel:
         case MessageKind::reject:
         case MessageKind::extended:
+        case MessageKind::hash_request:
             return true;
         default:
             return false;
@@ -49,7 +50,9 @@ bool moves_on(MessageKind kind) {
 bool Swarm::is_block(const PeerMessage& message) const noexcept {
     if (message.piece >= picker_.pieces() || message.length == 0) return false;
     const std::uint32_t length = picker_.length_of(message.piece);
-    return message.begin < length && message.length <= length - message.begin;
+    // Where files begin with pieces, some peers ask for whole blocks behind a file's end as well.
+    const std::uint32_t reach = torrent_.hashes != nullptr ? torrent_.piece_length : length;
+    return message.begin < length && message.length <= reach - message.begin;
 }
 
 // A peer is left that breaks the rules, that floods, or that asks and does not take the answers.
@@ -97,6 +100,10 @@ bool Swarm::understand(PeerLink& link, const PeerMessage& message) {
         case MessageKind::port:
             take_node_port(link, message.port);
             return true;
+        case MessageKind::hash_request:
+            return take_hash_request(link, message.range);
+        case MessageKind::hashes:
+        case MessageKind::hash_reject:
         case MessageKind::keep_alive:
         case MessageKind::unknown:
             return true;
@@ -335,6 +342,7 @@ void Swarm::give(PeerLink& link) {
             link.wants.pop_front();
         }
         ++link.reading;
+        run.length = std::min(run.length, picker_.length_of(run.piece) - run.begin);
         disk_.read(run, [this, number = link.number(), blocks = std::move(blocks)](const auto& bytes) {
             gave(number, blocks, bytes);
         });
@@ -348,7 +356,11 @@ void Swarm::gave(std::uint32_t number, const std::vector<PieceBlock>& blocks,
     if (!bytes) return fail(bytes.failure());
     PeerLink& link = *at->second;
     --link.reading;
-    std::string_view rest = *bytes;
+    // Behind a file's end there are zeros.
+    std::size_t asked = 0;
+    for (const PieceBlock& block : blocks) asked += block.length;
+    const std::string filled = asked > bytes->size() ? *bytes + std::string(asked - bytes->size(), '\0') : "";
+    std::string_view rest = filled.empty() ? *bytes : filled;
     for (const PieceBlock& block : blocks) {
         link.send_block(block, rest.substr(0, block.length));
         rest.remove_prefix(block.length);
@@ -387,6 +399,18 @@ bool Swarm::take_extended(PeerLink& link, const PeerMessage& message) {
     if (!request) return false;
     const bool is_request = request->type == static_cast<std::int64_t>(MetadataType::request);
     return (is_request && give_metadata(link, request->piece)) || link.patience.take(network_.now());
+}
+
+// Digests of pieces (BEP 52). Likewise: what a peer does not take away is refused.
+bool Swarm::take_hash_request(PeerLink& link, const HashRange& range) {
+    const bool has_room = torrent_.hashes != nullptr && link.unsent() <= PeerLink::enough_unsent;
+    const auto hashes = has_room ? torrent_.hashes->answer(range) : std::nullopt;
+    if (hashes) {
+        link.send({.kind = MessageKind::hashes, .range = range, .data = *hashes});
+        return true;
+    }
+    link.send({.kind = MessageKind::hash_reject, .range = range});
+    return link.patience.take(network_.now());
 }
 
 // A part of the torrent's "info" value (BEP 9). What a peer does not take away is refused, so that it cannot

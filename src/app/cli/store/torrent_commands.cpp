@@ -330,7 +330,8 @@ struct CheckOptions {
 
 /// The torrent to check, and where its files are.
 struct Checked {
-    std::string info;
+    TorrentContent content;
+    PieceLayers layers;     ///< of a torrent of the second version
     std::u16string target;  ///< ends with a separator where only the folder around it is known
 };
 
@@ -340,16 +341,24 @@ Complaint find_checked(StoreCommand& command, const CheckOptions& options, Check
         std::vector<std::byte> document;
         if (const FileError error = read_file(path, largest_document, document); !error.ok())
             return options.torrent + ": " + error.text();
-        checked.info = info_of_document(document);
-        if (checked.info.empty()) return options.torrent + ": not a torrent.";
+        const std::string info = info_of_document(document);
+        if (info.empty()) return options.torrent + ": not a torrent.";
+        auto content = read_torrent_content(info);
+        if (!content) return content.failure().message();
+        checked.content = *std::move(content);
+        checked.layers = layers_of_document(document, checked.content);
         checked.target = absolute_path(to_utf16(options.folder.empty() ? "." : options.folder));
         checked.target = join_path(checked.target, u"");
         return std::nullopt;
     }
     const CJobNode* const job = find_torrent(command, options.torrent);
     if (job == nullptr) return std::string();
-    checked.info = command.engine.torrent_info(*job);
-    if (checked.info.empty()) return "The torrent's description is not known yet: there is nothing to check.";
+    if (command.engine.torrent_info(*job).empty())
+        return "The torrent's description is not known yet: there is nothing to check.";
+    auto content = command.engine.torrent_content(*job);
+    if (!content) return content.failure().message();
+    checked.content = *std::move(content);
+    checked.layers = command.engine.torrent_layers(checked.content);
     checked.target =
         options.folder.empty() ? job->path : join_path(absolute_path(to_utf16(options.folder)), u"");
     return std::nullopt;
@@ -360,10 +369,11 @@ Exit run_check(StoreCommand& command, const CheckOptions& options) {
     Checked checked;
     if (const Complaint complaint = find_checked(command, options, checked))
         return complaint->empty() ? Exit::failed : complain(*complaint);
-    const auto content = read_torrent_content(checked.info);
-    if (!content) return complain(content.failure().message());
+    if (missing_layers(checked.content, checked.layers) > 0)
+        return complain("The torrent lacks hashes of its pieces, or has wrong ones: it cannot be checked.");
+    const TorrentHashes hashes(checked.content, std::move(checked.layers));
     const InterruptWatch watch(stop_at_interrupt, &command.app.stop());
-    const auto outcome = check_torrent_files(*content, checked.target, command.app.stop());
+    const auto outcome = check_torrent_files(checked.content, hashes, checked.target, command.app.stop());
     if (!outcome) {
         if (outcome.failure().kind() == Kind::stopped) return Exit::interrupted;
         return complain(outcome.failure().message());

@@ -23,14 +23,22 @@ using nlohmann::ordered_json;
 constexpr std::size_t bytes_of_a_piece_hash = 20;
 
 // The files in the order in which "--select" counts them: those that only fill pieces up (BEP 47) are left
-// out.
+// out, and a document of the second version names none.
 std::vector<CBEMetaInfo::File> shown_files(const CBEMetaInfo& meta) {
     std::vector<CBEMetaInfo::File> files = meta.files();
+    if (meta.pieces.empty()) return files;
     const auto content = read_torrent_content(meta.info);
     if (!content || content->files.size() != files.size()) return files;
     std::size_t number = 0;
     std::erase_if(files, [&](const CBEMetaInfo::File&) { return content->files[number++].padding; });
     return files;
+}
+
+std::int64_t pieces_of(const CBEMetaInfo& meta) {
+    const auto content =
+        meta.pieces.empty() ? read_torrent_content(meta.info) : Outcome<TorrentContent>(Code::unsupported);
+    if (content) return content->piece_count();
+    return static_cast<std::int64_t>(meta.pieces.size() / bytes_of_a_piece_hash);
 }
 
 ordered_json json_of(const TorrentFacts& facts) {
@@ -41,9 +49,10 @@ ordered_json json_of(const TorrentFacts& facts) {
     } else {
         json["utf8"] = meta.utf8;
         json["pieceLength"] = meta.piece_length;
-        json["pieces"] = meta.pieces.size() / bytes_of_a_piece_hash;
+        json["pieces"] = pieces_of(meta);
     }
     json["infoHash"] = to_hex(meta.info_hash);
+    if (meta.second_hash) json["infoHashV2"] = to_hex(*meta.second_hash);
     json["trackers"] = ordered_json::array();
     for (const std::string& tracker : meta.trackers) {
         if (!tracker.empty()) json["trackers"].push_back(tracker);
@@ -61,12 +70,13 @@ std::string lines_of(const TorrentFacts& facts) {
     const CBEMetaInfo& meta = facts.meta;
     const std::string name = to_utf8(meta.name());
     add("Name:      " + (facts.is_magnet ? percent_decode(name) : name));
-    add("Info hash: " + to_hex(meta.info_hash));
+    const bool is_second_alone = meta.second_hash && short_hash_of(*meta.second_hash) == meta.info_hash;
+    if (!is_second_alone) add("Info hash: " + to_hex(meta.info_hash));
+    if (meta.second_hash) add("Version 2: " + to_hex(*meta.second_hash));
     if (!facts.is_magnet) {
         const auto total = meta.total_size();
         add("Size:      " + (total ? human_size(*total) : std::string("--")));
-        add("Pieces:    " + std::to_string(meta.pieces.size() / bytes_of_a_piece_hash) + " of " +
-            human_size(meta.piece_length));
+        add("Pieces:    " + std::to_string(pieces_of(meta)) + " of " + human_size(meta.piece_length));
     }
     for (const std::string& tracker : meta.trackers) {
         if (!tracker.empty()) {
@@ -134,6 +144,7 @@ std::optional<TorrentFacts> read_torrent(const std::string& file_or_magnet, cons
         }
         facts.is_magnet = true;
         facts.meta.info_hash = magnet->info_hash;
+        facts.meta.second_hash = magnet->second_hash;
         facts.meta.name_utf8 = magnet->name;
         facts.meta.trackers = magnet->trackers;
         return facts;

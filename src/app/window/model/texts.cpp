@@ -226,8 +226,6 @@ std::string sentence_of(const DraftFault& fault) {
             return subject + ": " + printable(fault.file.text());
         case Fault::no_torrent:
             return fill(tr("%1 is not a torrent."), {subject});
-        case Fault::second_version:
-            return fill(tr("%1 is a torrent of version 2 alone, which cannot be fetched yet."), {subject});
         case Fault::not_kept:
             return fill(tr("%1 could not be kept: %2"), {subject, printable(fault.file.text())});
         case Fault::no_info_hash:
