@@ -119,7 +119,15 @@ TEST_F(ResumeTest, AJointInZerosIsComparedFromTheBytesInFrontOfThem) {
             r.hold_after = std::string::npos;
             r.content = now;
         });
+        std::atomic<std::int64_t> first_asked{-1};
+        server.set_interceptor([&](Exchange& exchange) {
+            std::int64_t none = -1;
+            first_asked.compare_exchange_strong(none, exchange.request().range_first.value_or(0));
+            return false;
+        });
         const JobOutcome outcome = go_on(server, 1);
+        EXPECT_GT(first_asked, 0);
+        EXPECT_LT(first_asked, static_cast<std::int64_t>(zeros)) << "zeros are compared with zeros";
         EXPECT_EQ(outcome.restarts, changes ? 1 : 0);
         expect_file(outcome, now);
     }
