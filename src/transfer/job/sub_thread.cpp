@@ -124,7 +124,7 @@ Result CTransferSubThread::run_segment() {
     Result opened = source_ ? read_through() : open_source();
     if (!opened.ok()) return opened;
     const std::int64_t wanted = tools_.settings.number(setting::data_buffer) * static_cast<std::int64_t>(kib);
-    gather_.resize(static_cast<std::size_t>(std::clamp<std::int64_t>(limit() - position(), 1, wanted)));
+    gather_size_ = static_cast<std::size_t>(std::clamp<std::int64_t>(limit() - position(), 1, wanted));
     flushed_ = Clock::now();
     const auto began = measured_ = time().now();
     const std::int64_t began_at = position();
@@ -377,13 +377,10 @@ bool CTransferSubThread::receive_some(Clock::time_point& last_data, Result& end)
         end = compare_behind();
         return end.ok() && limit() > position();
     }
-    const std::size_t room = gather_.size() - gathered_;
-    const auto most = static_cast<std::size_t>(std::min<std::int64_t>(left, static_cast<std::int64_t>(room)));
     const auto until = std::min(last_data + silence_, flushed_ + flush_interval);
     const bool is_new = held_.empty();
     const bool is_short = takes_short_way();
-    const Moved moved =
-        is_short ? fill_conduit(left, until) : read_on(gather_.bytes().subspan(gathered_, most), until);
+    const Moved moved = is_short ? fill_conduit(left, until) : gather(left, until);
     judge_way(moved, is_short);
     const auto now = Clock::now();
     measure(moved.bytes, time().now());
@@ -394,7 +391,7 @@ bool CTransferSubThread::receive_some(Clock::time_point& last_data, Result& end)
         worker_.position.fetch_add(static_cast<std::int64_t>(moved.bytes), std::memory_order_relaxed);
     }
     // Half full is enough: a read into the small rest of a buffer costs the system as much as a large one.
-    if (is_short || gathered_ >= gather_.size() / 2 || now - flushed_ >= flush_interval) {
+    if (is_short || gathered_ >= gather_size_ / 2 || now - flushed_ >= flush_interval) {
         end = flush();
         if (!end.ok()) return false;
     }
@@ -457,11 +454,27 @@ Result CTransferSubThread::flush_conduit(std::int64_t offset, std::size_t wanted
     return {};
 }
 
-// Whether the next bytes go to the file without being seen here. Nothing may be waiting in memory before
-// them.
+// Whether bytes that come in bulk may go to the file without being seen here.
+bool CTransferSubThread::has_short_way() noexcept {
+    return !conduit_.is_useless() && source_->can_fill() && host_.file().takes_conduits();
+}
+
+// Whether the next bytes go that way. Nothing may be waiting in memory before them, and the memory that bytes
+// were gathered in is given back: of many connections it is most of what they take.
 bool CTransferSubThread::takes_short_way() noexcept {
-    if (!comes_in_bulk_ || gathered_ > 0 || !held_.empty() || conduit_.is_useless()) return false;
-    return source_->can_fill() && host_.file().takes_conduits() && conduit_.open();
+    if (!comes_in_bulk_ || gathered_ > 0 || !held_.empty() || !has_short_way() || !conduit_.open())
+        return false;
+    gather_.release();
+    return true;
+}
+
+// Reads on into memory; where the short way is open no more than shows whether the bytes come in bulk.
+Moved CTransferSubThread::gather(std::int64_t left, Clock::time_point until) {
+    gather_.resize(gather_size_);
+    std::size_t most = gather_size_ - gathered_;
+    if (!comes_in_bulk_ && has_short_way()) most = std::min(most, bulk);
+    most = static_cast<std::size_t>(std::min<std::int64_t>(left, static_cast<std::int64_t>(most)));
+    return read_on(gather_.bytes().subspan(gathered_, most), until);
 }
 
 Moved CTransferSubThread::fill_conduit(std::int64_t left, Clock::time_point until) {

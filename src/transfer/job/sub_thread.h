@@ -107,7 +107,9 @@ class CTransferSubThread {
     Result receive();
     bool receive_some(Clock::time_point& last_data, Result& end);
     Result end_of_answer(const Moved& moved, Clock::time_point& last_data, bool& goes_on);
+    [[nodiscard]] bool has_short_way() noexcept;
     [[nodiscard]] bool takes_short_way() noexcept;
+    Moved gather(std::int64_t left, Clock::time_point until);
     Moved fill_conduit(std::int64_t left, Clock::time_point until);
     Result flush_conduit(std::int64_t offset, std::size_t wanted, std::size_t behind);
     void judge_way(const Moved& moved, bool is_short) noexcept;
@@ -141,7 +143,8 @@ class CTransferSubThread {
     CConnectionNode node_;
     Worker worker_;
     std::unique_ptr<Source> source_;
-    PageBuffer gather_;
+    PageBuffer gather_;  ///< none while the short way is taken
+    std::size_t gather_size_ = 1;
     Conduit conduit_;              ///< what was gathered, where gather_ is passed by
     bool comes_in_bulk_ = false;   ///< one read brings so much that the way past memory pays
     int small_moves_ = 0;          ///< in a row, on that way
