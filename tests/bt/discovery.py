@@ -154,6 +154,7 @@ def of_both_versions(world):
         return there == sorted(sizes) and all((where / "folder" / n).read_bytes() == (source / n).read_bytes() for n in sizes)
 
     info, path = make("both.torrent")
+    alone, _ = make("second.torrent", lt.create_torrent.v2_only)  # before a hidden part file stands in the folder
     seed = session(SEED, enable_dht=False)
     seed.add_torrent({"ti": info, "save_path": str(world.folder / "seed"), "flags": lt.torrent_flags.seed_mode})
     quiet = ("--set=Torrent/DHT=0", "--set=Torrent/LSD=0")
@@ -176,7 +177,6 @@ def of_both_versions(world):
         assert time.monotonic() < until + 30, world.log("giver2")
         time.sleep(0.1)
 
-    alone, _ = make("second.torrent", lt.create_torrent.v2_only)
     seed.add_torrent({"ti": alone, "save_path": str(world.folder / "seed"), "flags": lt.torrent_flags.seed_mode})
     for name, digest in (("second", alone.info_hashes().v2), ("hybrid", hashes.v2)):
         run = world.start(name, "get", *quiet, f"magnet:?xt=urn:btmh:1220{digest}&x.pe={SEED}:6881")
