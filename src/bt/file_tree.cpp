@@ -1,7 +1,6 @@
 #include "bt/file_tree.h"
 
-#include <algorithm>
-#include <span>
+#include "bt/hash_tree.h"
 
 namespace vantlow {
 namespace {
@@ -30,7 +29,7 @@ std::optional<TreeFile> read_file(const CBEDictionary& facts, std::string path) 
     const CBEString* const root = facts.find_string("pieces root");
     if (file.length == 0) return file;
     if (root == nullptr || root->data.size() != file.root.size()) return std::nullopt;
-    std::ranges::copy(std::as_bytes(std::span(root->data)), file.root.begin());
+    file.root = node_of(root->data);
     return file;
 }
 

@@ -9,24 +9,10 @@ namespace {
 
 constexpr unsigned most_height = 64;
 
-MerkleRoot parent_of(const MerkleRoot& left, const MerkleRoot& right) {
-    Digest both(DigestKind::sha256);
-    both.update(left);
-    both.update(right);
-    const std::vector<std::byte> digest = both.finish();
-    MerkleRoot parent{};
-    std::copy_n(digest.begin(), std::min(digest.size(), parent.size()), parent.begin());
-    return parent;
-}
-
 std::array<MerkleRoot, most_height> make_zero_roots() {
     std::array<MerkleRoot, most_height> roots{};
     for (std::size_t i = 1; i < roots.size(); ++i) roots[i] = parent_of(roots[i - 1], roots[i - 1]);
     return roots;
-}
-
-void append(std::string& bytes, const MerkleRoot& node) {
-    bytes.append(reinterpret_cast<const char*>(node.data()), node.size());
 }
 
 bool is_askable(const HashRange& range) noexcept {
@@ -40,6 +26,22 @@ unsigned first_uncle(const HashRange& range) noexcept {
 }
 
 }  // namespace
+
+std::string_view node_bytes(const MerkleRoot& node) noexcept {
+    return {reinterpret_cast<const char*>(node.data()), node.size()};
+}
+
+MerkleRoot node_of(std::string_view bytes) noexcept {
+    MerkleRoot node{};
+    std::ranges::copy(std::as_bytes(std::span(bytes.substr(0, node.size()))), node.begin());
+    return node;
+}
+
+std::vector<MerkleRoot> nodes_of(std::string_view bytes) {
+    std::vector<MerkleRoot> nodes(bytes.size() / sizeof(MerkleRoot));
+    for (std::size_t i = 0; i < nodes.size(); ++i) nodes[i] = node_of(bytes.substr(i * sizeof(MerkleRoot)));
+    return nodes;
+}
 
 const MerkleRoot& zero_root(unsigned height) {
     static const auto roots = make_zero_roots();
@@ -69,10 +71,11 @@ std::optional<std::string> give_hashes(const HashTree& tree, const HashRange& ra
     const std::uint64_t width = std::uint64_t{1} << (tree.top() - range.level);
     if (std::uint64_t{range.index} + range.length > width) return std::nullopt;
     std::string bytes;
-    for (std::uint32_t i = 0; i < range.length; ++i) append(bytes, tree.at(range.level, range.index + i));
+    for (std::uint32_t i = 0; i < range.length; ++i)
+        bytes += node_bytes(tree.at(range.level, range.index + i));
     for (unsigned level = first_uncle(range);
          level < tree.top() && level <= std::uint64_t{range.level} + range.proof; ++level)
-        append(bytes, tree.at(level, (range.index >> (level - range.level)) ^ 1U));
+        bytes += node_bytes(tree.at(level, (range.index >> (level - range.level)) ^ 1U));
     return bytes;
 }
 
@@ -81,10 +84,7 @@ std::optional<std::vector<MerkleRoot>> take_hashes(const HashRange& range, unsig
     if (!is_askable(range) || first_uncle(range) > top) return std::nullopt;
     const std::size_t uncles = top - first_uncle(range);
     if (bytes.size() != (range.length + uncles) * sizeof(MerkleRoot)) return std::nullopt;
-    std::vector<MerkleRoot> nodes(range.length + uncles);
-    for (std::size_t i = 0; i < nodes.size(); ++i)
-        std::ranges::copy(std::as_bytes(std::span(bytes.substr(i * sizeof(MerkleRoot), sizeof(MerkleRoot)))),
-                          nodes[i].begin());
+    const std::vector<MerkleRoot> nodes = nodes_of(bytes);
     std::vector<MerkleRoot> row(nodes.begin(), nodes.begin() + range.length);
     MerkleRoot node = HashTree(row, range.level).root();
     std::uint32_t at = range.index / range.length;

@@ -12,6 +12,15 @@
 
 namespace vantlow {
 
+/// The bytes of a digest, which outlives them.
+std::string_view node_bytes(const MerkleRoot& node) noexcept;
+
+/// The digest that the first 32 bytes are; there are at least as many.
+MerkleRoot node_of(std::string_view bytes) noexcept;
+
+/// The digests that stand one behind the other; a rest is left out.
+std::vector<MerkleRoot> nodes_of(std::string_view bytes);
+
 /// A piece that is shorter than the others; the last one may be so anyway.
 struct ShorterPiece {
     std::uint32_t piece = 0;

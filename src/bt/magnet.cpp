@@ -136,7 +136,6 @@ std::optional<Magnet> parse_magnet(std::string_view text, const std::vector<std:
     if (const auto second = value_of(text, second_key)) magnet.second_hash = read_second_hash(*second);
     if (!hash && !magnet.second_hash) return std::nullopt;
     magnet.info_hash = hash ? *hash : short_hash_of(*magnet.second_hash);
-    magnet.has_both = hash && magnet.second_hash;
     magnet.name = value_of(text, "dn=").value_or("");
     read_givers(text, magnet);
     if (const auto tracker = value_of(text, "tr=")) magnet.trackers.emplace_back(*tracker);
@@ -171,8 +170,9 @@ std::string make_magnet(const InfoHash& hash, std::string_view name,
 std::string make_magnet(const Magnet& hashes, std::string_view name,
                         const std::vector<std::string>& trackers) {
     std::string link = "magnet:?";
-    if (!hashes.second_hash || hashes.has_both) link += "xt=urn:btih:" + to_hex(hashes.info_hash);
-    if (hashes.has_both) link += '&';
+    const bool has_first = !is_of_second(hashes.info_hash, hashes.second_hash);
+    if (has_first) link += "xt=urn:btih:" + to_hex(hashes.info_hash);
+    if (has_first && hashes.second_hash) link += '&';
     if (hashes.second_hash) link.append(second_key).append(sha256_mark) += to_hex(*hashes.second_hash);
     if (!name.empty()) link += "&dn=" + percent_encode(name);
     add_trackers(link, trackers);
@@ -182,8 +182,7 @@ std::string make_magnet(const Magnet& hashes, std::string_view name,
 Magnet hashes_of(const CBEMetaInfo& meta) {
     Magnet hashes;
     hashes.info_hash = meta.info_hash;
-    const bool is_second = meta.second_hash && short_hash_of(*meta.second_hash) == meta.info_hash;
-    if (is_second) hashes.second_hash = meta.second_hash;
+    if (is_of_second(meta.info_hash, meta.second_hash)) hashes.second_hash = meta.second_hash;
     return hashes;
 }
 

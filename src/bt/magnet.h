@@ -16,7 +16,6 @@ namespace vantlow {
 struct Magnet {
     InfoHash info_hash{};                   ///< of the first version, where the link has both
     std::optional<MerkleRoot> second_hash;  ///< of the second version (BEP 52)
-    bool has_both = false;
     std::string name;
     std::vector<std::string> trackers;
     std::vector<SocketAddress> peers;  ///< that it names by their addresses ("x.pe")

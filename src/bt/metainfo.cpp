@@ -185,18 +185,17 @@ InfoHash hash_of(std::string_view bytes) {
 }
 
 MerkleRoot long_hash_of(std::string_view bytes) {
-    Digest digest(DigestKind::sha256);
-    digest.update(std::as_bytes(std::span(bytes)));
-    const std::vector<std::byte> result = digest.finish();
-    MerkleRoot hash{};
-    std::copy_n(result.begin(), std::min(result.size(), hash.size()), hash.begin());
-    return hash;
+    return sha256_of(std::as_bytes(std::span(bytes)));
 }
 
 InfoHash short_hash_of(const MerkleRoot& hash) noexcept {
     InfoHash beginning{};
     std::copy_n(hash.begin(), beginning.size(), beginning.begin());
     return beginning;
+}
+
+bool is_of_second(const InfoHash& hash, const std::optional<MerkleRoot>& second_hash) noexcept {
+    return second_hash && short_hash_of(*second_hash) == hash;
 }
 
 bool is_known_by(std::string_view info, const InfoHash& hash) {

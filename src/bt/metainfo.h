@@ -83,6 +83,10 @@ MerkleRoot long_hash_of(std::string_view bytes);
 /// The beginning of such a digest, as peers and trackers have it (BEP 52).
 InfoHash short_hash_of(const MerkleRoot& hash) noexcept;
 
+/// Whether a torrent is known by its second version: by the beginning of that digest. False where it has
+/// none.
+bool is_of_second(const InfoHash& hash, const std::optional<MerkleRoot>& second_hash) noexcept;
+
 /// Whether an "info" value is the one that is known by this hash, in either version.
 bool is_known_by(std::string_view info, const InfoHash& hash);
 

@@ -17,27 +17,6 @@ std::size_t pieces_of(const TreeOfFile& tree, std::int64_t piece_length) noexcep
     return static_cast<std::size_t>((tree.length + piece_length - 1) / piece_length);
 }
 
-std::vector<MerkleRoot> nodes_of(std::string_view bytes) {
-    std::vector<MerkleRoot> nodes(bytes.size() / sizeof(MerkleRoot));
-    for (std::size_t i = 0; i < nodes.size(); ++i) {
-        const auto one = std::as_bytes(std::span(bytes.substr(i * sizeof(MerkleRoot), sizeof(MerkleRoot))));
-        std::ranges::copy(one, nodes[i].begin());
-    }
-    return nodes;
-}
-
-std::string bytes_of(const std::vector<MerkleRoot>& nodes) {
-    std::string bytes;
-    bytes.reserve(nodes.size() * sizeof(MerkleRoot));
-    for (const MerkleRoot& node : nodes)
-        bytes.append(reinterpret_cast<const char*>(node.data()), node.size());
-    return bytes;
-}
-
-std::string root_text(const MerkleRoot& root) {
-    return {reinterpret_cast<const char*>(root.data()), root.size()};
-}
-
 std::string encoded(const CBEObject* value) {
     CBEncode writer;
     writer.write(value);
@@ -61,7 +40,7 @@ PieceLayers layers_of_document(std::span<const std::byte> document, const Torren
     const unsigned level = level_of_pieces(content.piece_length);
     for (const TreeOfFile& file : content.trees) {
         const std::size_t pieces = pieces_of(file, content.piece_length);
-        const auto at = named.find(root_text(file.root));
+        const auto at = named.find(node_bytes(file.root));
         if (pieces < 2 || at == named.end() || at->second.size() != pieces * sizeof(MerkleRoot)) continue;
         if (layers.contains(file.root)) continue;
         std::vector<MerkleRoot> nodes = nodes_of(at->second);
@@ -88,7 +67,12 @@ std::string with_layers(std::span<const std::byte> document, const PieceLayers& 
         values.emplace(tree->keys[i]->data, encoded(tree->values[i].get()));
     values["info"] = parser.info_copy();
     CBEDictionary own;
-    for (const auto& [root, nodes] : layers) own.add(root_text(root), bytes_of(nodes));
+    for (const auto& [root, nodes] : layers) {
+        std::string bytes;
+        bytes.reserve(nodes.size() * sizeof(MerkleRoot));
+        for (const MerkleRoot& node : nodes) bytes += node_bytes(node);
+        own.add(std::string(node_bytes(root)), std::move(bytes));
+    }
     values["piece layers"] = encoded(&own);
     std::string out = "d";
     for (const auto& [key, value] : values) out += std::to_string(key.size()) + ":" + key + value;

@@ -192,8 +192,8 @@ Outcome<TorrentContent> read_torrent_content(std::string_view info, const std::o
     TorrentContent content;
     content.info = info;
     if (has_second_version(*facts)) content.second_hash = long_hash_of(info);
-    const bool is_second = is_second_version_alone(*facts) ||
-                           (content.second_hash && known_by == short_hash_of(*content.second_hash));
+    const bool is_second =
+        is_second_version_alone(*facts) || (known_by && is_of_second(*known_by, content.second_hash));
     const CBEInteger* const is_private = facts->find_integer("private");
     content.is_private = is_private != nullptr && is_private->value == 1;
     const Result result =

@@ -187,7 +187,7 @@ void TorrentRun::note_kept(const FileError& kept) {
         log_.line(Direction::error, "The torrent's description could not be kept: " + kept.text());
 }
 
-// What is there already is not asked for.
+// Asks for what is not there yet.
 Result TorrentRun::fetch_description(std::string& info, PieceLayers& layers) {
     bool is_there = false;
     MetadataFetch::Options wanted;
@@ -195,7 +195,7 @@ Result TorrentRun::fetch_description(std::string& info, PieceLayers& layers) {
     wanted.exchanges = !content_.is_private && services_.settings.flag(setting::peer_exchange);
     wanted.info = info;
     wanted.layers = layers;
-    wanted.is_second = content_.is_second_version || (magnet_.second_hash && !magnet_.has_both);
+    wanted.is_second = content_.is_second_version || is_of_second(magnet_.info_hash, magnet_.second_hash);
     const auto take = [&](std::string taken, PieceLayers digests) {
         info = std::move(taken);
         layers = std::move(digests);

@@ -128,8 +128,7 @@ class Check {
 
     Result check(std::int64_t piece, std::vector<std::byte>& buffer, char& good) {
         const std::int64_t begin = piece * storage_.piece_length();
-        const std::int64_t length = storage_.piece_length() - hashes_.padding_of(piece);
-        const std::int64_t end = std::min(begin + length, storage_.files().size());
+        const std::int64_t end = hashes_.end_of(piece, storage_.piece_length(), storage_.files().size());
         if (layout_.is_missing(piece, storage_.files().spans(begin, end - begin))) return {};
         PieceHash wanted = hashes_.hash_of(piece);
         const bool is_whole = end - begin == storage_.piece_length();

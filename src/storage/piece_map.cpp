@@ -15,17 +15,22 @@ MerkleRoot to_root(const std::vector<std::byte>& digest) {
 
 }  // namespace
 
+MerkleRoot sha256_of(std::span<const std::byte> bytes) {
+    Digest digest(DigestKind::sha256);
+    digest.update(bytes);
+    return to_root(digest.finish());
+}
+
+MerkleRoot parent_of(const MerkleRoot& left, const MerkleRoot& right) {
+    Digest both(DigestKind::sha256);
+    both.update(left);
+    both.update(right);
+    return to_root(both.finish());
+}
+
 MerkleRoot root_of_zeros(std::int64_t bytes) {
-    const std::vector<std::byte> block(static_cast<std::size_t>(leaf_size));
-    Digest leaf(DigestKind::sha256);
-    leaf.update(block);
-    MerkleRoot root = to_root(leaf.finish());
-    for (std::int64_t covered = leaf_size; covered < bytes; covered *= 2) {
-        Digest both(DigestKind::sha256);
-        both.update(root);
-        both.update(root);
-        root = to_root(both.finish());
-    }
+    MerkleRoot root = sha256_of(std::vector<std::byte>(static_cast<std::size_t>(leaf_size)));
+    for (std::int64_t covered = leaf_size; covered < bytes; covered *= 2) root = parent_of(root, root);
     return root;
 }
 
@@ -67,10 +72,7 @@ void PieceDigest::add_node(MerkleRoot node, std::size_t level) {
     for (;; ++level) {
         if (left_.size() <= level) left_.resize(level + 1);
         if (!left_[level]) break;
-        Digest both(DigestKind::sha256);
-        both.update(*left_[level]);
-        both.update(node);
-        node = to_root(both.finish());
+        node = parent_of(*left_[level], node);
         left_[level].reset();
     }
     left_[level] = node;

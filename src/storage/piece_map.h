@@ -15,6 +15,12 @@ namespace vantlow {
 /// The root of a tree of SHA-256 digests over blocks of 16 KiB (BEP 52).
 using MerkleRoot = std::array<std::byte, 32>;
 
+/// The SHA-256 digest of these bytes: of a block, a leaf of such a tree.
+MerkleRoot sha256_of(std::span<const std::byte> bytes);
+
+/// The node above two neighbours.
+MerkleRoot parent_of(const MerkleRoot& left, const MerkleRoot& right);
+
 /// The root over so many bytes that are zero: a whole number of blocks, of which there is a power of two.
 MerkleRoot root_of_zeros(std::int64_t bytes);
 
@@ -42,6 +48,11 @@ class PieceHashSource {
     [[nodiscard]] virtual std::int64_t padding_of(std::int64_t piece) const {
         static_cast<void>(piece);
         return 0;
+    }
+    /// Where the piece's own bytes end among all bytes of the files.
+    [[nodiscard]] std::int64_t end_of(std::int64_t piece, std::int64_t piece_length,
+                                      std::int64_t total) const {
+        return std::min((piece + 1) * piece_length - padding_of(piece), total);
     }
 };
 

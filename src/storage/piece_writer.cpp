@@ -210,8 +210,8 @@ PieceWriter::~PieceWriter() {
 bool PieceWriter::write(std::int64_t piece, std::int64_t offset, std::vector<std::byte>& block) {
     const auto bytes = static_cast<std::int64_t>(block.size());
     const std::int64_t begin = piece * state_->storage.piece_length();
-    const std::int64_t size = std::min(state_->storage.piece_length() - state_->hashes.padding_of(piece),
-                                       state_->storage.files().size() - begin);
+    const std::int64_t size =
+        state_->hashes.end_of(piece, state_->storage.piece_length(), state_->storage.files().size()) - begin;
     if (bytes == 0 || offset < 0 || offset > size - bytes) return true;
     if (!state_->pool.take(bytes)) {
         flush();

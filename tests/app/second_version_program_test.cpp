@@ -3,10 +3,8 @@
 #include <nlohmann/json.hpp>
 
 #include "base/codes.h"
-#include "platform/folder.h"
-#include "store_run.h"
 #include "support/scripted_server.h"
-#include "support/unix_program.h"
+#include "torrent_tree.h"
 
 namespace vantlow {
 namespace {
@@ -97,24 +95,17 @@ while True:
 )";
 
 /// A torrent of four files, its peers, and a tracker that names some of them.
-class SecondVersion : public test::StoreRun {
+class SecondVersion : public test::TorrentTree {
   protected:
     void SetUp() override {
-        python_ = test::unix_program("python3");
-        if (python_.empty() || test::run_program(python_, {u"-c", u"import libtorrent"}).status != 0)
-            GTEST_SKIP() << "python3-libtorrent is missing";
+        TorrentTree::SetUp();
+        if (IsSkipped()) return;
         script_ = folder.write(u"peer.py", peer_script);
     }
     void make(std::int64_t a) {
-        sizes_ = {a, 777, 150'000};
-        ASSERT_TRUE(make_folders(folder.path(u"seed/tree/b")).ok());
-        for (std::size_t i = 0; i < names.size(); ++i)
-            folder.write(u"seed/tree/" + names[i],
-                         test::make_content(i, static_cast<std::size_t>(sizes_[i])));
-        folder.write(u"seed/tree/e", "");
-        torrent = folder.path(u"tree.torrent");
+        write_tree({a, 777, 150'000});
         const RunResult made = test::run_program(
-            python_, {script_, u"make", torrent, folder.path(u"seed"), tracker_.url16("/announce")});
+            python, {script_, u"make", torrent, folder.path(u"seed"), tracker_.url16("/announce")});
         ASSERT_EQ(made.status, 0) << made.err;
         digest = made.out.substr(0, 64);
     }
@@ -132,20 +123,12 @@ class SecondVersion : public test::StoreRun {
     }
     RunResult leech(const std::u16string& into, int port) {
         EXPECT_TRUE(make_folders(folder.path(into)).ok());
-        return test::run_program(python_, {script_, u"leech", to_utf16(magnet()), folder.path(into),
-                                           to_utf16(std::to_string(port))});
+        return test::run_program(python, {script_, u"leech", to_utf16(magnet()), folder.path(into),
+                                          to_utf16(std::to_string(port))});
     }
     [[nodiscard]] std::string magnet() const { return "magnet:?xt=urn:btmh:1220" + digest; }
     [[nodiscard]] std::u16string link() const {
         return to_utf16(magnet() + "&tr.0=" + tracker_.url("/announce"));
-    }
-    testing::AssertionResult has_all(const std::u16string& below) const {
-        for (std::size_t i = 0; i < names.size(); ++i) {
-            auto same = file_has_content(folder.path(below + u"/" + names[i]), i, sizes_[i]);
-            if (!same) return same;
-        }
-        if (path_kind(folder.path(below + u"/e")) == PathKind::file) return testing::AssertionSuccess();
-        return testing::AssertionFailure() << "the file without bytes is missing";
     }
     /// The port that this program told the tracker last.
     [[nodiscard]] int own_port() const {
@@ -164,16 +147,12 @@ class SecondVersion : public test::StoreRun {
         return test();
     }
 
-    const std::array<std::u16string, 3> names{u"a", u"b/c", u"b/d"};
-    std::u16string torrent;
     std::string digest;
 
   private:
     void begin_peer(const std::vector<std::u16string>& words) {
-        auto peer = std::make_unique<RunningProgram>(python_, words);
-        ASSERT_TRUE(peer->wait_for_output("\n")) << peer->err();
-        const std::string out = peer->out();
-        const int port = std::stoi(out.substr(out.find(' ') + 1));
+        int port = 0;
+        auto peer = TorrentTree::begin_peer(words, port);
         const MutexLock guard(mutex_);
         ports_.push_back(port);
         running_.push_back(std::move(peer));
@@ -186,9 +165,7 @@ class SecondVersion : public test::StoreRun {
         return peers;
     }
 
-    std::u16string python_;
     std::u16string script_;
-    std::array<std::int64_t, 3> sizes_{};
     Mutex mutex_;
     std::vector<int> ports_ VANTLOW_GUARDED_BY(mutex_);
     std::vector<std::unique_ptr<RunningProgram>> running_ VANTLOW_GUARDED_BY(mutex_);
@@ -212,7 +189,7 @@ TEST_F(SecondVersion, ADocumentOneWithoutDigestsAndALinkBecomeFiles) {
     EXPECT_EQ(linked.status, 0) << linked.err;
     EXPECT_TRUE(has_all(u"y/tree"));
     const RunResult bare =
-        run({u"get", folder.path(u"tree.bare.torrent"), u"-d", folder.path(u"z"), u"--select", u"3"});
+        run({u"get", folder.path(u"seed/tree.bare.torrent"), u"-d", folder.path(u"z"), u"--select", u"3"});
     EXPECT_EQ(bare.status, 0) << bare.err;
     EXPECT_TRUE(file_has_content(folder.path(u"z/tree/b/d"), 2, 150'000));
     EXPECT_FALSE(folder.has(u"z/tree/a") || folder.has(u"z/tree/b/c"));

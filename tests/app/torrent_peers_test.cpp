@@ -3,10 +3,8 @@
 
 #include "base/codes.h"
 #include "bt/torrent_content.h"
-#include "platform/folder.h"
-#include "store_run.h"
 #include "support/scripted_server.h"
-#include "support/unix_program.h"
+#include "torrent_tree.h"
 
 namespace vantlow {
 namespace {
@@ -32,41 +30,20 @@ time.sleep(120)
 )";
 
 /// A torrent of four files, a tracker, and a peer that has everything.
-class TorrentPeers : public test::StoreRun {
+class TorrentPeers : public test::TorrentTree {
   protected:
-    void SetUp() override {
-        python_ = test::unix_program("python3");
-        if (python_.empty() || test::run_program(python_, {u"-c", u"import libtorrent"}).status != 0)
-            GTEST_SKIP() << "python3-libtorrent is missing";
-    }
     enum Encryption { must_be = 0, may_be = 1, never = 2 };  ///< the peer's own numbers
     /// The sizes of "a", "b/c" and "b/d"; "e" has no bytes.
     void begin(std::int64_t a, std::int64_t c, std::int64_t d, int limit = 0,
                Encryption encryption = may_be) {
-        sizes_ = {a, c, d};
-        ASSERT_TRUE(make_folders(folder.path(u"seed/tree/b")).ok());
-        for (std::size_t i = 0; i < names.size(); ++i)
-            folder.write(u"seed/tree/" + names[i],
-                         test::make_content(i, static_cast<std::size_t>(sizes_[i])));
-        folder.write(u"seed/tree/e", "");
+        write_tree({a, c, d});
         ok({u"torrent", u"make", folder.path(u"seed/tree"), u"--tracker",
             tracker_.url16("/0123456789abcdefghij/announce"), u"-q"});
-        torrent = folder.path(u"seed/tree.torrent");
-        peer_ = std::make_unique<RunningProgram>(
-            python_, std::vector<std::u16string>{folder.write(u"peer.py", seed_script), torrent,
-                                                 folder.path(u"seed"), to_utf16(std::to_string(limit)),
-                                                 to_utf16(std::to_string(encryption))});
-        ASSERT_TRUE(peer_->wait_for_output("\n")) << peer_->err();
-        const std::string out = peer_->out();
-        port = std::stoi(out.substr(out.find(' ') + 1));
-    }
-    testing::AssertionResult has_all(const std::u16string& below) const {
-        for (std::size_t i = 0; i < names.size(); ++i) {
-            auto same = file_has_content(folder.path(below + u"/" + names[i]), i, sizes_[i]);
-            if (!same) return same;
-        }
-        if (path_kind(folder.path(below + u"/e")) == PathKind::file) return testing::AssertionSuccess();
-        return testing::AssertionFailure() << "the file without bytes is missing";
+        int told = 0;
+        peer_ = begin_peer({folder.write(u"peer.py", seed_script), torrent, folder.path(u"seed"),
+                            to_utf16(std::to_string(limit)), to_utf16(std::to_string(encryption))},
+                           told);
+        port = told;
     }
     std::unique_ptr<RunningProgram> serve() {
         auto program = std::make_unique<RunningProgram>(
@@ -101,8 +78,6 @@ class TorrentPeers : public test::StoreRun {
         return false;
     }
 
-    const std::array<std::u16string, 3> names{u"a", u"b/c", u"b/d"};
-    std::u16string torrent;
     std::atomic<int> port{0};  ///< of the peer that the tracker names
     test::ScriptedServer tracker_{[this](test::Exchange& exchange) {
         if (exchange.request().target == "/tree.torrent") {
@@ -114,8 +89,6 @@ class TorrentPeers : public test::StoreRun {
     }};
 
   private:
-    std::u16string python_;
-    std::array<std::int64_t, 3> sizes_{};
     std::unique_ptr<RunningProgram> peer_;
 };
 

@@ -13,6 +13,21 @@ using std::chrono::seconds;
 
 constexpr std::int64_t size = 1'000'000;
 
+/// A job of its own, the whole of which one connection begins to fetch.
+struct Beginning {
+    Beginning(const PolicyRules& rules, Clock::time_point now, std::u16string_view address)
+        : policy((file.address = address, file), 1, false) {
+        file.append_segment(0, unknown_end);
+        policy.begin(false);
+        worker.id = 1;
+        EXPECT_TRUE(policy.enlist(worker, rules, now));
+    }
+
+    CJobNode file;
+    JobPolicy policy;
+    Worker worker;
+};
+
 /// A job whose first connection receives a file of a strong entity tag.
 class PolicyTest : public testing::Test {
   protected:
@@ -230,14 +245,9 @@ TEST_F(PolicyTest, BytesThatEveryVersionMayHaveTellNothing) {
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.what);
-        CJobNode file;
-        file.address = u"http://h/f";
-        file.append_segment(0, unknown_end);
-        JobPolicy one(file, 1, false);
-        one.begin(false);
-        Worker worker;
-        worker.id = 1;
-        ASSERT_TRUE(one.enlist(worker, rules, now));
+        Beginning begun(rules, now, u"http://h/f");
+        JobPolicy& one = begun.policy;
+        Worker& worker = begun.worker;
         ASSERT_EQ(one.answered(worker, answer(0, ""), 0, rules).next, Verdict::Next::adopt);
         one.adopt(worker, answer(0, ""), u"/f");
         const auto receive_until = [&](std::int64_t end) {
@@ -324,14 +334,10 @@ TEST_F(PolicyTest, AFileThatWasWrittenWhileItCameIsFetchedAnew) {
                           {"another by SFTP", "20240101000001", {}, true, u"sftp://h/f"}};
     for (const Case& c : cases) {
         SCOPED_TRACE(c.what);
-        CJobNode file;
-        file.address = c.address;
-        file.append_segment(0, unknown_end);
-        JobPolicy one(file, 1, false);
-        one.begin(false);
-        Worker worker;
-        worker.id = 1;
-        ASSERT_TRUE(one.enlist(worker, rules, now));
+        Beginning begun(rules, now, c.address);
+        CJobNode& file = begun.file;
+        JobPolicy& one = begun.policy;
+        Worker& worker = begun.worker;
         SourceAnswer given = answer(0, "");
         given.address = file.address;
         given.version.last_modified = "20240101000000";
@@ -765,14 +771,9 @@ TEST_F(PolicyTest, TheWayOfARedirectIsAskedForAgainOnce) {
 TEST_F(PolicyTest, AnAnswerThatIsUnpackedIsAskedForFromItsBeginning) {
     for (const bool is_led : {false, true}) {
         SCOPED_TRACE(is_led);
-        CJobNode file;
-        file.address = u"http://h/f";
-        file.append_segment(0, unknown_end);
-        JobPolicy one(file, 1, false);
-        one.begin(false);
-        Worker worker;
-        worker.id = 1;
-        ASSERT_TRUE(one.enlist(worker, rules, now));
+        Beginning begun(rules, now, u"http://h/f");
+        JobPolicy& one = begun.policy;
+        Worker& worker = begun.worker;
         SourceAnswer given = answer(0, "");
         given.encoded = given.ranges_denied = true;
         given.version.size = -1;

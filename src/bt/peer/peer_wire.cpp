@@ -103,14 +103,14 @@ Size size_of(Layout layout) {
 }
 
 void put_range(std::string& out, const HashRange& range) {
-    out.append(reinterpret_cast<const char*>(range.root.data()), range.root.size());
+    out += node_bytes(range.root);
     for (const std::uint32_t number : {range.level, range.index, range.length, range.proof})
         put_number(out, number);
 }
 
 HashRange get_range(std::string_view body) {
     HashRange range;
-    for (std::size_t i = 0; i < range.root.size(); ++i) range.root[i] = static_cast<std::byte>(body[i]);
+    range.root = node_of(body);
     range.level = get_number<std::uint32_t>(body, 32);
     range.index = get_number<std::uint32_t>(body, 36);
     range.length = get_number<std::uint32_t>(body, 40);

@@ -12,8 +12,7 @@ namespace {
 Result digest_blocks(Storage& storage, const PieceHashSource& hashes, std::int64_t piece,
                      std::vector<InfoHash>& digests) {
     const std::int64_t begin = piece * storage.piece_length();
-    const std::int64_t end =
-        std::min(begin + storage.piece_length() - hashes.padding_of(piece), storage.files().size());
+    const std::int64_t end = hashes.end_of(piece, storage.piece_length(), storage.files().size());
     std::string block;
     for (std::int64_t at = begin; at < end; at += block_size) {
         block.resize(static_cast<std::size_t>(std::min<std::int64_t>(block_size, end - at)));

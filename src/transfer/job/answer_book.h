@@ -23,7 +23,7 @@ class AnswerBook {
     int open();
     /// Both are of one version. `is_sure`: nothing that is there by chance makes them so.
     void unite(int one, int other, bool is_sure = true);
-    /// What plain bytes united counts no more.
+    /// Answers that only plain bytes united count as united no more.
     void part_unsure() { same_as_ = surely_; }
     /// None is known to be of one version with another: what united them was wrong somewhere.
     void part_all();

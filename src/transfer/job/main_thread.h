@@ -110,6 +110,7 @@ class CTransferMainThread : private SubThreadHost, private WrittenListener {
     CLocalFile& file() override { return file_; }
     void count_received(std::int64_t bytes) noexcept override;
     void written(std::int64_t offset, std::int64_t bytes) override;
+    std::int64_t overlap(const Worker& asker, bool is_behind);
     Result adopt(CTransferSubThread& asker, const SourceAnswer& answer);
     Result throw_away(CTransferSubThread& asker);
     Result take_whole(CTransferSubThread& asker, const SourceAnswer& answer);

@@ -310,7 +310,7 @@ bool JobPolicy::released(Worker& worker, std::int64_t open_at, bool done, std::i
     // An answer that stands open counts as one that is received: it goes on in a moment.
     worker.open_at = open_at;
     worker.receiving = open_at >= 0;
-    // What a connection still wrote after its bytes were thrown away goes, too: only one answer is right.
+    // Bytes that a connection still wrote after its own were thrown away go, too: only one answer is right.
     const bool is_of_another = answers_.first_of(worker.answer) != AnswerBook::earlier;
     if (worker.retired && only_one_ && blind_ && is_of_another)
         discard_version(answers_.first_of(worker.answer), worker);
@@ -323,7 +323,7 @@ bool JobPolicy::released(Worker& worker, std::int64_t open_at, bool done, std::i
 void JobPolicy::delivered(const Worker& worker, std::int64_t offset, std::int64_t bytes) {
     if (mirrors_.are_several() || !pieces_.is_empty()) origins_.add(offset, offset + bytes, worker.mirror);
     if (change_.is_seen) change_.since.add(offset, offset + bytes, 0);
-    // What one server's validators hold together now may be doubted later.
+    // Answers that one server's validators hold together now may be doubted later.
     if (verify_joints_ || !mirrors_.are_several()) answers_.wrote(offset, offset + bytes, worker.answer);
     if (!verify_joints_ || mirrors_.are_several()) return;
     // An answer that nothing shows to be of the first version was compared before it is written.

@@ -227,6 +227,7 @@ class JobPolicy {
     void plan_change_checks();
     void drop_change_checks();
     void plan_checks(const std::vector<SegmentBook::Range>& there, bool last);
+    BlockCheck* add_check(const std::vector<Origins::Range>& ranges);
     void add_last_check(const std::vector<Origins::Range>& ranges);
     void replace_plain_check(const BlockCheck& plain);
     void drop_optional_checks(const Worker& asker);

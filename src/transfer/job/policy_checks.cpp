@@ -124,14 +124,18 @@ void JobPolicy::plan_checks(const std::vector<SegmentBook::Range>& there, bool l
     }
 }
 
-// Somewhere in these ranges.
-void JobPolicy::add_last_check(const std::vector<Origins::Range>& ranges) {
+// Somewhere in these ranges; null where they are empty.
+BlockCheck* JobPolicy::add_check(const std::vector<Origins::Range>& ranges) {
     const std::int64_t bytes = bytes_of(ranges);
-    if (bytes == 0) return;
+    if (bytes == 0) return nullptr;
     std::mt19937_64 random(seed_++);
     checks_.push_back(
         block_at(ranges, static_cast<std::int64_t>(random() % static_cast<std::uint64_t>(bytes))));
-    checks_.back().last = true;
+    return &checks_.back();
+}
+
+void JobPolicy::add_last_check(const std::vector<Origins::Range>& ranges) {
+    if (BlockCheck* const check = add_check(ranges)) check->last = true;
 }
 
 // A block told nothing, since two versions may have such bytes: another one of the same part may tell more.
@@ -171,13 +175,7 @@ void JobPolicy::plan_mirror_checks() {
 
 // Somewhere in what the mirror gave.
 void JobPolicy::add_mirror_check(int giver) {
-    const std::vector<Origins::Range> given = origins_.from(giver, job_.file_size);
-    const std::int64_t bytes = bytes_of(given);
-    if (bytes == 0) return;
-    std::mt19937_64 random(seed_++);
-    checks_.push_back(
-        block_at(given, static_cast<std::int64_t>(random() % static_cast<std::uint64_t>(bytes))));
-    checks_.back().by_another = true;
+    if (BlockCheck* const check = add_check(origins_.from(giver, job_.file_size))) check->by_another = true;
 }
 
 // Whether the mirror may be asked for a block that others gave. One that has failed since anything came of it
@@ -208,7 +206,7 @@ void JobPolicy::drop_vain_checks() {
     });
 }
 
-// What others compare at the moment still counts.
+// Blocks that others compare at the moment still count.
 void JobPolicy::drop_optional_checks(const Worker& asker) {
     sampled_ = true;
     const auto dropped = std::erase_if(checks_, [&](const BlockCheck& check) {

@@ -142,23 +142,22 @@ std::int64_t CTransferMainThread::overlap_before(const Worker& asker) {
     // Bytes that the asker received may still be held back. A disk that does not take it says so at the next
     // write.
     static_cast<void>(file_.drain());
-    const auto overlap = [&](bool most) {
-        const MutexLock guard(lock_);
-        return policy_.overlap_before(asker, most);
-    };
-    const std::int64_t at = asker.position;
-    const std::int64_t bytes = overlap(false);
-    return bytes > 0 ? reach_of_joint(file_, bytes, overlap(true), at, false) : bytes;
+    return overlap(asker, false);
 }
 
 std::int64_t CTransferMainThread::overlap_behind(const Worker& asker) {
-    const auto overlap = [&](bool most) {
+    return overlap(asker, true);
+}
+
+// As many bytes beside the asker's position, or behind its segment, as tell versions apart.
+std::int64_t CTransferMainThread::overlap(const Worker& asker, bool is_behind) {
+    const auto reach = [&](bool most) {
         const MutexLock guard(lock_);
-        return policy_.overlap_behind(asker, most);
+        return is_behind ? policy_.overlap_behind(asker, most) : policy_.overlap_before(asker, most);
     };
-    const std::int64_t end = asker.limit;
-    const std::int64_t bytes = overlap(false);
-    return bytes > 0 ? reach_of_joint(file_, bytes, overlap(true), end, true) : bytes;
+    const std::int64_t at = is_behind ? asker.limit : asker.position;
+    const std::int64_t bytes = reach(false);
+    return bytes > 0 ? reach_of_joint(file_, bytes, reach(true), at, is_behind) : bytes;
 }
 
 bool CTransferMainThread::is_there(std::int64_t begin, std::int64_t end) {

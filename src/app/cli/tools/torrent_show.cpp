@@ -70,8 +70,7 @@ std::string lines_of(const TorrentFacts& facts) {
     const CBEMetaInfo& meta = facts.meta;
     const std::string name = to_utf8(meta.name());
     add("Name:      " + (facts.is_magnet ? percent_decode(name) : name));
-    const bool is_second_alone = meta.second_hash && short_hash_of(*meta.second_hash) == meta.info_hash;
-    if (!is_second_alone) add("Info hash: " + to_hex(meta.info_hash));
+    if (!is_of_second(meta.info_hash, meta.second_hash)) add("Info hash: " + to_hex(meta.info_hash));
     if (meta.second_hash) add("Version 2: " + to_hex(*meta.second_hash));
     if (!facts.is_magnet) {
         const auto total = meta.total_size();
