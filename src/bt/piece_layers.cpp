@@ -75,7 +75,8 @@ std::string with_layers(std::span<const std::byte> document, const PieceLayers& 
     }
     values["piece layers"] = encoded(&own);
     std::string out = "d";
-    for (const auto& [key, value] : values) out += std::to_string(key.size()) + ":" + key + value;
+    for (const auto& [key, value] : values)
+        out.append(std::to_string(key.size())).append(":").append(key).append(value);
     return out + "e";
 }
 

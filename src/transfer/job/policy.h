@@ -212,6 +212,9 @@ class JobPolicy {
     [[nodiscard]] bool gave_all(const Worker& worker) const;
     [[nodiscard]] bool is_no_version(const Mirror& mirror, const ResourceVersion& answer) const;
     Verdict begins_anew(const Worker& worker, const SourceAnswer& answer);
+    Verdict rewound(Worker& worker, const SourceAnswer& answer);
+    [[nodiscard]] bool take_size(Worker& worker, const SourceAnswer& answer);
+    Verdict take_over(Worker& worker);
     Verdict cannot_resume(Worker& worker, const SourceAnswer& answer, VersionMatch match,
                           const PolicyRules& rules);
     [[nodiscard]] Result shows_change(Worker& worker, const SourceAnswer& answer, std::int64_t asked);
@@ -240,6 +243,11 @@ class JobPolicy {
     // policy_failures.cpp
     AfterFailure refused_beside_others(Worker& worker, const FailedAttempt& attempt, Clock::time_point now);
     bool another_tries(Worker& worker, Clock::time_point now);
+    bool is_end_of_asking(const Worker& worker, const FailedAttempt& attempt);
+    AfterFailure failed_alone(Worker& worker, const FailedAttempt& attempt, const PolicyRules& rules,
+                              Clock::time_point now);
+    AfterFailure version_check_failed(const FailedAttempt& attempt);
+    AfterFailure optional_check_failed(const Worker& worker, const FailedAttempt& attempt);
     AfterFailure change_check_failed(const Worker& worker, const FailedAttempt& attempt);
     AfterFailure changed_alone(Worker& worker, const FailedAttempt& attempt, const Result& why,
                                const PolicyRules& rules, Clock::time_point now);

@@ -49,15 +49,7 @@ Verdict JobPolicy::answered(Worker& worker, const SourceAnswer& answer, std::int
         return {Verdict::Next::go_on, shows_change(worker, answer, asked)};
     // Where the beginning is asked for to compare it with what is there, nothing begins anew.
     const bool is_rewound = (only_one_ || encoded_) && asked == 0 && worker.position == 0 && !worker.check;
-    if (version_known_ && is_rewound) {
-        if (others_receive(worker)) return {Verdict::Next::refuse, Code::handed_over};
-        Verdict verdict = begins_anew(worker, answer);
-        if (verdict.result.ok()) {
-            accept(worker, answer, VersionMatch::same);
-            contradictions_ = 0;
-        }
-        return verdict;
-    }
+    if (version_known_ && is_rewound) return rewound(worker, answer);
     VersionMatch match = VersionMatch::same;
     if (Result result = check_version(worker, answer, match); !result.ok())
         return {Verdict::Next::refuse, std::move(result)};
@@ -82,16 +74,33 @@ Verdict JobPolicy::answered(Worker& worker, const SourceAnswer& answer, std::int
     const bool is_compared = asked < worker.position || worker.check.has_value();
     if (match == VersionMatch::same && !is_compared) contradictions_ = 0;
     if (first) return {Verdict::Next::adopt, {}};
-    // The first answer told no size, a later one does: where it ends is not where the file does.
-    const std::int64_t size = answer.version.size;
-    if (job_.file_size < 0 && !encoded_ && !answer.encoded && size >= 0 && worker.segment != nullptr) {
-        if (size < worker.position) return {Verdict::Next::refuse, Code::size_differs};
-        version_.size = job_.file_size = size;
-        worker.segment->end = size;
-        worker.limit = size;
-    }
+    if (!take_size(worker, answer)) return {Verdict::Next::refuse, Code::size_differs};
     size_reported_ = !only_one_ && job_.file_size > 0 && !encoded_ && !answer.ranges_denied;
     return {};
+}
+
+// The beginning is asked for once more, since it alone can be had.
+Verdict JobPolicy::rewound(Worker& worker, const SourceAnswer& answer) {
+    if (others_receive(worker)) return {Verdict::Next::refuse, Code::handed_over};
+    Verdict verdict = begins_anew(worker, answer);
+    if (verdict.result.ok()) {
+        accept(worker, answer, VersionMatch::same);
+        contradictions_ = 0;
+    }
+    return verdict;
+}
+
+// The first answer told no size, a later one does: where it ends is not where the file does. False where more
+// than that is there.
+bool JobPolicy::take_size(Worker& worker, const SourceAnswer& answer) {
+    const std::int64_t size = answer.version.size;
+    if (job_.file_size >= 0 || encoded_ || answer.encoded || size < 0 || worker.segment == nullptr)
+        return true;
+    if (size < worker.position) return false;
+    version_.size = job_.file_size = size;
+    worker.segment->end = size;
+    worker.limit = size;
+    return true;
 }
 
 // Whether the answer's block may be compared to find out what a file that was seen to change is of.
@@ -304,22 +313,25 @@ Verdict JobPolicy::cannot_resume(Worker& worker, const SourceAnswer& answer, Ver
         return refuse(
             {Code::other_content, "The server sends something of unknown size in place of a part."});
     const bool is_believed = !mirror.ranges_proven || mirror.ignored_ranges++ >= most_ignored_ranges;
-    bool is_only_choice = true;
-    if (is_believed) mirror.no_ranges = true;
-    for (int other = 0; other < mirrors_.count(); ++other) {
-        if (mirrors_.is_usable(other) && !mirrors_.at(other).no_ranges) is_only_choice = false;
-    }
     if (!is_believed) {
         note(Direction::error, message_text(Message::partial_refused));
         return refuse(Code::range_ignored);
     }
-    if (!is_only_choice) return refuse(Code::cannot_resume);
+    mirror.no_ranges = true;
+    for (int other = 0; other < mirrors_.count(); ++other) {
+        if (mirrors_.is_usable(other) && !mirrors_.at(other).no_ranges) return refuse(Code::cannot_resume);
+    }
+    return take_over(worker);
+}
+
+// The worker's answer, which has no parts, is the only choice: the others end, and it goes on from zero.
+Verdict JobPolicy::take_over(Worker& worker) {
     note(Direction::note, message_text(Message::cannot_resume));
     const bool another = only_one_ && std::ranges::any_of(segments_.workers(), [&](const Worker* other) {
                              return other != &worker && other->has_work();
                          });
     // The others may have written everything in the meantime: then the job is about to end well.
-    if (another || is_all_there()) return refuse(Code::handed_over);
+    if (another || is_all_there()) return {Verdict::Next::refuse, Code::handed_over};
     only_one_ = taking_over_ = true;
     for (Worker* other : segments_.workers()) {
         if (other != &worker && other->has_work()) retire(*other);

@@ -48,21 +48,7 @@ AfterFailure JobPolicy::failed(Worker& worker, const FailedAttempt& attempt, con
     const Result& result = attempt.result;
     worker.receiving = false;
     worker.open_at = -1;
-    if (result.kind() == Kind::stopped || worker.retired) return {};
-    if (result.code == Code::local_file || result.code == Code::cancelled) {
-        end_for_good(result);
-        return {};
-    }
-    // The connections are told one after the other: one that receives may have ended already, and what
-    // another one is refused now looks as if none received any more.
-    if (stopping_) return {};
-    if (attempt.form_sent) {
-        // Sent again it might order, book or delete something twice: that is for a person to decide.
-        end_for_good({result.kind() == Kind::retry_later ? Code::server_error : result.code,
-                      result.message() +
-                          " The form was sent, and is sent again only when the download is started anew."});
-        return {};
-    }
+    if (is_end_of_asking(worker, attempt)) return {};
     if (result.code == Code::joint_unsure) return {true, {}, false};
     if (attempt.progressed) {
         late_refusals_ = 0;
@@ -71,35 +57,44 @@ AfterFailure JobPolicy::failed(Worker& worker, const FailedAttempt& attempt, con
     if (mirrors_.are_several()) return failed_mirror(worker, attempt, rules, now);
     if (worker.check && worker.check->of_change) return change_check_failed(worker, attempt);
     const bool is_other_version = result.kind() == Kind::restart;
-    if (worker.check && worker.check->only_version && !is_other_version) {
-        if (is_temporary(result) && attempt.fruitless <= most_further_questions) return {true, soon, true};
-        if (contradictions_ > 0) {
-            // It has said that the file is another one, and nothing else since.
-            ask_for_restart(Code::resource_changed, false);
-            return {};
-        }
-        // Nobody tells: the file has gone since, or the server.
-        std::erase_if(checks_, [](const BlockCheck& check) { return check.only_version; });
-        return {};
-    }
-    if (worker.check && !worker.check->required && (!is_other_version || worker.check->last)) {
-        // Of several machines another one may give it.
-        const bool may_come = is_temporary(result) || (is_other_version && !attempt.accepted);
-        if (worker.check->last && may_come && attempt.fruitless <= most_further_questions) {
-            const auto wait = is_other_version ? std::chrono::seconds(0) : soon;
-            return {true, wait, wait > std::chrono::seconds(0)};
-        }
-        drop_optional_checks(worker);
-        return {};
-    }
+    if (worker.check && worker.check->only_version && !is_other_version) return version_check_failed(attempt);
+    if (worker.check && !worker.check->required && (!is_other_version || worker.check->last))
+        return optional_check_failed(worker, attempt);
     if (others_receive(worker) && (!attempt.accepted || is_other_version || worker.check))
         return refused_beside_others(worker, attempt, now);
     // An answer that was accepted and brought nothing counts, whoever else tries: two such connections would
     // take turns without end.
     const bool is_barren = attempt.accepted && !attempt.progressed;
     if (!others_receive(worker) && !is_barren && another_tries(worker, now)) return {};
+    return failed_alone(worker, attempt, rules, now);
+}
+
+// Whether the failure, or what happens to the job, ends the connection without a further thought.
+bool JobPolicy::is_end_of_asking(const Worker& worker, const FailedAttempt& attempt) {
+    const Result& result = attempt.result;
+    if (result.kind() == Kind::stopped || worker.retired) return true;
+    if (result.code == Code::local_file || result.code == Code::cancelled) {
+        end_for_good(result);
+        return true;
+    }
+    // The connections are told one after the other: one that receives may have ended already, and what
+    // another one is refused now looks as if none received any more.
+    if (stopping_) return true;
+    if (attempt.form_sent) {
+        // Sent again it might order, book or delete something twice: that is for a person to decide.
+        end_for_good({result.kind() == Kind::retry_later ? Code::server_error : result.code,
+                      result.message() +
+                          " The form was sent, and is sent again only when the download is started anew."});
+    }
+    return attempt.form_sent;
+}
+
+// No other connection's answer counts any more: this failure is the job's own.
+AfterFailure JobPolicy::failed_alone(Worker& worker, const FailedAttempt& attempt, const PolicyRules& rules,
+                                     Clock::time_point now) {
+    const Result& result = attempt.result;
     last_failure_ = trouble_ = result;
-    if (is_other_version) return changed_alone(worker, attempt, result, rules, now);
+    if (result.kind() == Kind::restart) return changed_alone(worker, attempt, result, rules, now);
     const bool told_other =
         attempt.told_size >= 0 && version_known_ && version_.size >= 0 && version_.size != attempt.told_size;
     if (told_other) return changed_alone(worker, attempt, Code::size_differs, rules, now);
@@ -140,6 +135,33 @@ AfterFailure JobPolicy::refused_beside_others(Worker& worker, const FailedAttemp
         note(Direction::note, "An additional connection was refused (" + attempt.result.message() +
                                   "): the connections that receive take over its part.");
     }
+    return {};
+}
+
+// The time of the last change could not be asked for.
+AfterFailure JobPolicy::version_check_failed(const FailedAttempt& attempt) {
+    if (is_temporary(attempt.result) && attempt.fruitless <= most_further_questions)
+        return {true, soon, true};
+    if (contradictions_ > 0) {
+        // It has said that the file is another one, and nothing else since.
+        ask_for_restart(Code::resource_changed, false);
+        return {};
+    }
+    // Nobody tells: the file has gone since, or the server.
+    std::erase_if(checks_, [](const BlockCheck& check) { return check.only_version; });
+    return {};
+}
+
+// A block that only confirms what is there could not be compared.
+AfterFailure JobPolicy::optional_check_failed(const Worker& worker, const FailedAttempt& attempt) {
+    const bool is_other_version = attempt.result.kind() == Kind::restart;
+    // Of several machines another one may give it.
+    const bool may_come = is_temporary(attempt.result) || (is_other_version && !attempt.accepted);
+    if (worker.check->last && may_come && attempt.fruitless <= most_further_questions) {
+        const auto wait = is_other_version ? std::chrono::seconds(0) : soon;
+        return {true, wait, wait > std::chrono::seconds(0)};
+    }
+    drop_optional_checks(worker);
     return {};
 }
 
